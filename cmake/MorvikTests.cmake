@@ -1,0 +1,50 @@
+# Every test is known to ctest under its own name and carries a label: that of its group.
+
+# morvik_test_group(NAME FOLDER folder LIBRARIES library...): all .cpp files of the folder become test_NAME.
+function(morvik_test_group name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" FOLDER LIBRARIES)
+  morvik_sources(sources ${arg_FOLDER})
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(test_${name} ${sources})
+  morvik_compiled(test_${name})
+  target_link_libraries(test_${name} PRIVATE ${arg_LIBRARIES} morvik_test_support GTest::gmock_main)
+  # Asked for when ctest runs, not while building: a test that dies at start must not break the build.
+  gtest_discover_tests(
+    test_${name}
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+    DISCOVERY_MODE PRE_TEST
+    DISCOVERY_TIMEOUT 60
+    PROPERTIES LABELS ${name} TIMEOUT 120)
+endfunction()
+
+# morvik_python_tests(FOLDER): every test_*.py of the folder is one test.
+# A file may carry lines of its own:   # Labels: one two     # Timeout: seconds
+function(morvik_python_tests folder)
+  file(GLOB files CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/test_*.py")
+  foreach(file IN LISTS files)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${file}")
+    get_filename_component(name "${file}" NAME_WE)
+    set(labels ${folder})
+    set(timeout 300)
+    file(STRINGS "${file}" head LIMIT_COUNT 30 REGEX "^# (Labels|Timeout): ")
+    foreach(line IN LISTS head)
+      if(line MATCHES "^# Labels: (.*)$")
+        string(REPLACE " " ";" more "${CMAKE_MATCH_1}")
+        list(APPEND labels ${more})
+      elseif(line MATCHES "^# Timeout: ([0-9]+)$")
+        set(timeout ${CMAKE_MATCH_1})
+      else()
+        message(FATAL_ERROR "${file}: '${line}' is not understood; say '# Labels: a b' or '# Timeout: seconds'.")
+      endif()
+    endforeach()
+    add_test(NAME ${folder}.${name} COMMAND ${MORVIK_PYTHON} -m unittest -v ${name}
+             WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/${folder})
+    set_tests_properties(
+      ${folder}.${name}
+      PROPERTIES LABELS "${labels}"
+                 TIMEOUT ${timeout}
+                 ENVIRONMENT "MORVIK_BUILD_DIR=${PROJECT_BINARY_DIR};PYTHONDONTWRITEBYTECODE=1")
+  endforeach()
+endfunction()
