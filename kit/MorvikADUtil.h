@@ -1,0 +1,40 @@
+// The utility class of the kit, as the core object needs it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "kit/value.h"
+
+namespace morvik::kit {
+
+/// Any thread; nothing blocks. The converters are total: every value has a defined result.
+class MorvikADUtil {
+ public:
+  virtual ~MorvikADUtil() = default;
+
+  // Null-safe converters: absent, null and containers count as nothing there. Text is read as its leading number; out
+  // of range saturates, not-a-number is 0.
+  /// Text as it is, a number in decimal form, a boolean "1" or "0", a date in ISO 8601; nothing there: "".
+  virtual Value checkNilToBlankString(const Value& value) const = 0;
+  /// A number other than 0; text that begins, after white space, with Y, y, T, t or a digit 1 to 9.
+  virtual bool checkNilToNo(const Value& value) const = 0;
+  virtual int64_t checkIntegerNilToZero(const Value& value) const = 0;
+  virtual int64_t checkLongLongNilToZero(const Value& value) const = 0;
+  virtual double checkDoubleNilToZero(const Value& value) const = 0;
+  /// 32 bits; a wider number keeps its low 32 bits (two's complement).
+  virtual int32_t checkNilToZero(const Value& value) const = 0;
+
+  /// "yyyyMMddHHmmss" at UTC+9.
+  virtual std::string getKoreaDateFormateDate(Date date) const = 0;
+  /// "yyyyMMddHHmmss" in UTC.
+  virtual std::string getUTCFormateDate(Date date) const = 0;
+  /// Server time minus device time, in seconds; `base_time_seconds` is the server's time in seconds since 1970.
+  virtual double timeIntervalSinceServerDate(Date device_date, double base_time_seconds) const = 0;
+
+  /// The device's advertising identifier; nothing when the user limits tracking.
+  virtual std::optional<std::string> IDFA() const = 0;
+};
+
+}  // namespace morvik::kit

@@ -1,0 +1,69 @@
+// The services object of the kit, as the core object needs it: keys, forget-me mirror, server clock offset, activity
+// store, common parameters and envelope.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "kit/transport.h"
+#include "kit/value.h"
+
+namespace morvik::kit {
+
+/// Delegate of the services object. Every slot is optional. Called on the main queue.
+struct SaveFendoUserInfoDelegate {
+  std::function<void(int64_t fendo_user_no, int64_t referral_key, int64_t sub_referral_key, const std::string& ref_usn,
+                     int32_t channel_type)>
+      didSaveFendoUserInfo;
+};
+
+/// How an exchange ended, as the request operation found it.
+struct ExchangeResult {
+  bool succeeded = false;  ///< the success handler is due
+  Value json;              ///< the answer's JSON, if any
+};
+
+/// Any thread unless said otherwise; nothing waits for the disk or the network.
+class MorvikCoreServicesLib {
+ public:
+  virtual ~MorvikCoreServicesLib() = default;
+
+  virtual std::string appKey() const = 0;
+  virtual std::string hashKey() const = 0;
+  /// The forget-me mirror: while true, no request but the erasure starts.
+  virtual bool isGDPRForgetMe() const = 0;
+
+  /// Seconds to add to device time to get server time.
+  virtual double intervalSinceServerDate() const = 0;
+  virtual void setIntervalSinceServerDate(double interval_seconds) = 0;
+
+  /// Name of an activity group; 0 is the session group.
+  virtual std::string activityGroupName(int group) const = 0;
+  /// Appends a stored activity record with a new event id, and flushes. `param` may be absent.
+  virtual void addActivityGroupName(const Value& group_name, const Value& activity_name, const Value& param,
+                                    Date created_at) = 0;
+
+  /// The fields common to all payloads; the caller adds its own.
+  virtual MutableDictionary makeCommonParameter(const std::string& sdk_version) = 0;
+  /// The parameters dictionary that carries `payload` sealed with the key; absent (and a line in the log) when it
+  /// cannot be made.
+  virtual Value makeJsonParameter(const Value& payload, const std::string& encryption_key) = 0;
+
+  virtual void setConversionResult(bool result) = 0;
+  virtual void setConversionResultCode(int64_t code) = 0;
+  /// The advertising identifier as the services object knows it; nothing when unavailable.
+  virtual std::optional<std::string> appleAdvertisingIdentifier() const = 0;
+  /// Replaces the cached conversion keys by these (plain numbers).
+  virtual void saveConversionInfoForCacheWithConversionArr(const Value& conversion_keys) = 0;
+
+  /// Held weakly; null when there is none.
+  virtual std::shared_ptr<const SaveFendoUserInfoDelegate> saveFendoUserInfoDelegate() const = 0;
+
+  /// Told by the request operation of every exchange that ended, just before its handler runs. Main queue.
+  virtual void exchangeDidEnd(const Request& request, const ExchangeResult& result) = 0;
+};
+
+}  // namespace morvik::kit

@@ -1,0 +1,27 @@
+// JSON text to values and back.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "kit/error.h"
+#include "kit/value.h"
+
+namespace morvik::kit {
+
+/// Containers nested deeper than this are refused, by the reader and by the writer.
+inline constexpr size_t kMaxJsonDepth = 512;
+
+class JsonCodec {
+ public:
+  virtual ~JsonCodec() = default;
+  /// Any document; null is Value::null(), integers beyond 64 bits become doubles, of a key that is repeated the last
+  /// value counts. Strict otherwise: trailing text, comments, bad UTF-8 are errors that say where. Any thread; blocking
+  /// by the size of the text alone.
+  virtual std::variant<Value, Error> read(std::string_view text) const = 0;
+  /// Compact text without options. Errors: dates, absent values, numbers that are not finite, depth.
+  virtual std::variant<std::string, Error> write(const Value& value) const = 0;
+};
+
+}  // namespace morvik::kit

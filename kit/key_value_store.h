@@ -1,0 +1,26 @@
+// The platform's key-value store: what survives a restart.
+#pragma once
+
+#include <string_view>
+
+#include "kit/value.h"
+
+namespace morvik::kit {
+
+/// Safe per call from any thread. Readers see memory: a value set is returned by the next get() in this process at
+/// once.
+class KeyValueStore {
+ public:
+  virtual ~KeyValueStore() = default;
+  /// The value stored under `key`; absent when there is none. Does not block on the disk.
+  virtual Value get(std::string_view key) const = 0;
+  /// Replaces the value whole; an absent value removes the key. Does not block on the disk. Arrays are kept by element:
+  /// a list that came of the stored one by appending or removing costs what was changed.
+  virtual void set(std::string_view key, Value value) = 0;
+  /// Completes the persistence of all writes made so far: when it returns they survive the death of the process. It
+  /// does not wait for the disk. Errors (disk full, …) are reported by the store itself, in the log; the values stay in
+  /// memory and are tried again with the next writes.
+  virtual void synchronize() = 0;
+};
+
+}  // namespace morvik::kit

@@ -1,0 +1,22 @@
+// Application notifications.
+#pragma once
+
+#include <functional>
+
+namespace morvik::kit {
+
+enum class Notification {
+  kApplicationDidBecomeActive,
+  kApplicationDidEnterBackground,
+};
+
+class NotificationCenter {
+ public:
+  virtual ~NotificationCenter() = default;
+  /// Calls `observer` each time the notification is posted, on the main queue, in the order of registration. There is
+  /// no removal: observers live as long as the centre and must not keep their object alive. Main queue, or before it
+  /// runs.
+  virtual void addObserver(Notification notification, std::function<void()> observer) = 0;
+};
+
+}  // namespace morvik::kit

@@ -1,0 +1,55 @@
+// HTTP exchanges.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/error.h"
+
+namespace morvik::kit {
+
+struct HttpHeader {
+  std::string name;
+  std::string value;
+  friend bool operator==(const HttpHeader&, const HttpHeader&) = default;
+};
+
+/// A request as it leaves: what the platform's mutable URL request becomes once it is complete.
+struct Request {
+  std::string method;
+  std::string url;
+  std::vector<HttpHeader> headers;
+  std::string body;
+  /// Bounds the whole exchange, counted from the moment it leaves the transport's queue. Not set: the transport's
+  /// default (60 s).
+  std::optional<double> timeout_seconds;
+  /// An answer with a larger body (after decoding) is a failure.
+  size_t max_answer_bytes = 0;
+};
+
+struct Response {
+  int status_code = 0;
+  std::string url;
+  std::string body;
+};
+
+/// An answer came (whatever its status), or an error says why none did. Exactly one of the two is set, but for an
+/// answer whose body had to be refused (too large, undecodable): then both are, the body empty.
+struct TransportOutcome {
+  std::optional<Response> response;
+  std::optional<Error> error;
+};
+
+class Transport {
+ public:
+  virtual ~Transport() = default;
+  /// Begins the exchange and returns at once. The request leaves after the current turn's writes are committed.
+  /// `handler` runs exactly once, on the main queue, in a later turn; never after the host was shut down. Any thread.
+  /// Not bounded in number; at most 6 connections a host, the rest wait in order.
+  virtual void start(Request request, std::function<void(TransportOutcome)> handler) = 0;
+};
+
+}  // namespace morvik::kit

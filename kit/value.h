@@ -1,0 +1,327 @@
+// kit::Value: what a stored property, a JSON document, a record or a payload is made of.
+//
+// Values are immutable handles that share structure: copying one is a reference count, whatever its size. To change an
+// array or a dictionary, take a mutable copy (MutableArray, MutableDictionary; constant time), change that, and make a
+// value of it again. Appending to an array of 100,000 copies nothing: older handles keep seeing their own length.
+//
+// A handle may be read from any thread while other threads hold copies of it; one handle object itself must not be
+// written by one thread while another reads it (as with any value type). Mutable copies belong to one thread.
+#pragma once
+
+#include <atomic>
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <iterator>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "kit/date.h"
+
+namespace morvik::kit {
+
+class Value;
+class Array;
+class Dictionary;
+class MutableArray;
+class MutableDictionary;
+
+namespace detail {
+struct StringRep;
+struct ArrayRep;
+struct DictionaryRep;
+}  // namespace detail
+
+enum class Kind : uint8_t {
+  kAbsent,  ///< nothing there: an unset property, a missing key
+  kNull,    ///< the platform null object: there, and null
+  kBoolean,
+  kInteger,   ///< signed 64 bits
+  kUnsigned,  ///< an unsigned 64-bit number that does not fit the signed one
+  kDouble,
+  kString,  ///< UTF-8 by custom; any bytes are held as they are
+  kDate,
+  kArray,
+  kDictionary,
+};
+
+/// One value, 16 bytes. Default-constructed values are absent.
+class Value {
+ public:
+  constexpr Value() noexcept : bits_{} {}
+  Value(const Value& other) noexcept : head_(other.head_), bits_(other.bits_) { retain(); }
+  Value(Value&& other) noexcept : head_(other.head_), bits_(other.bits_) { other.head_ = Head{}; }
+  Value& operator=(const Value& other) noexcept {
+    Value copy(other);
+    swap(copy);
+    return *this;
+  }
+  Value& operator=(Value&& other) noexcept {
+    swap(other);
+    return *this;
+  }
+  constexpr ~Value() {
+    if (head_.shared)
+      release();
+  }
+  void swap(Value& other) noexcept {
+    std::swap(head_, other.head_);
+    std::swap(bits_, other.bits_);
+  }
+
+  Value(bool value) noexcept : head_{Kind::kBoolean, false, 0} { bits_.boolean = value; }            // NOLINT
+  Value(int value) noexcept : Value(static_cast<int64_t>(value)) {}                                  // NOLINT
+  Value(int64_t value) noexcept : head_{Kind::kInteger, false, 0} { bits_.integer = value; }         // NOLINT
+  Value(uint64_t value) noexcept;                                                                    // NOLINT
+  Value(double value) noexcept : head_{Kind::kDouble, false, 0} { bits_.number = value; }            // NOLINT
+  Value(Date value) noexcept : head_{Kind::kDate, false, 0} { bits_.integer = value.microseconds; }  // NOLINT
+  Value(std::string_view text);                                                                      // NOLINT
+  Value(const std::string& text) : Value(std::string_view(text)) {}                                  // NOLINT
+  Value(const char* text) : Value(std::string_view(text)) {}                                         // NOLINT
+  Value(const Array& array) noexcept;                                                                // NOLINT
+  Value(const Dictionary& dictionary) noexcept;                                                      // NOLINT
+  Value(MutableArray&& array);                                                                       // NOLINT
+  Value(MutableDictionary&& dictionary);                                                             // NOLINT
+
+  static Value null() noexcept {
+    Value value;
+    value.head_.kind = Kind::kNull;
+    return value;
+  }
+  /// A string whose bytes live for the whole process (a literal); nothing is allocated or counted.
+  template <size_t N>
+  static constexpr Value literal(const char (&text)[N]) noexcept {
+    return Value(Literal{}, text, N - 1);
+  }
+
+  Kind kind() const noexcept { return head_.kind; }
+  bool isAbsent() const noexcept { return head_.kind == Kind::kAbsent; }
+  bool isNull() const noexcept { return head_.kind == Kind::kNull; }
+  /// Absent or the null object: what the null-safe converters treat alike.
+  bool isNil() const noexcept { return head_.kind <= Kind::kNull; }
+  bool isBoolean() const noexcept { return head_.kind == Kind::kBoolean; }
+  bool isNumber() const noexcept { return head_.kind >= Kind::kInteger && head_.kind <= Kind::kDouble; }
+  bool isString() const noexcept { return head_.kind == Kind::kString; }
+  bool isDate() const noexcept { return head_.kind == Kind::kDate; }
+  bool isArray() const noexcept { return head_.kind == Kind::kArray; }
+  bool isDictionary() const noexcept { return head_.kind == Kind::kDictionary; }
+
+  // Each of these needs its kind; asked of another kind it answers false, 0, "" or the empty container.
+  bool boolean() const noexcept { return isBoolean() && bits_.boolean; }
+  int64_t integer() const noexcept { return head_.kind == Kind::kInteger ? bits_.integer : 0; }
+  uint64_t unsignedInteger() const noexcept { return head_.kind == Kind::kUnsigned ? bits_.natural : 0; }
+  double number() const noexcept { return head_.kind == Kind::kDouble ? bits_.number : 0.0; }
+  Date date() const noexcept { return Date{isDate() ? bits_.integer : 0}; }
+  /// Valid as long as this value, or a copy of it, lives.
+  std::string_view string() const noexcept;
+  Array array() const noexcept;
+  Dictionary dictionary() const noexcept;
+
+  /// Entry of a dictionary; absent when this is no dictionary or has no such key. Valid as long as this value lives.
+  const Value& operator[](std::string_view key) const noexcept;
+  /// Number of elements of an array or entries of a dictionary; 0 for every other kind.
+  size_t size() const noexcept;
+
+  /// Deep equality. Numbers are equal by value whatever their kind (1 == 1.0); a boolean equals only a boolean. A
+  /// dictionary's order does not matter. Depth is bounded by the depth of what was built; documents read from outside
+  /// are bounded by their reader.
+  friend bool operator==(const Value& a, const Value& b);
+
+  /// The very same object: same kind and same shared structure (or same number). Constant time; used to find what
+  /// changed between two versions of a list.
+  bool identicalTo(const Value& other) const noexcept;
+
+ private:
+  friend class Array;
+  friend class Dictionary;
+  friend class MutableArray;
+  friend class MutableDictionary;
+  friend struct detail::ArrayRep;
+  friend struct detail::DictionaryRep;
+
+  struct Literal {};
+  struct Head {
+    Kind kind = Kind::kAbsent;
+    bool shared = false;  ///< bits_ point to a counted object
+    uint32_t size = 0;    ///< of a string, in bytes
+  };
+  union Bits {
+    constexpr Bits() noexcept : integer(0) {}
+    constexpr explicit Bits(const char* text) noexcept : characters(text) {}
+    bool boolean;
+    int64_t integer;
+    uint64_t natural;
+    double number;
+    const char* characters;
+    detail::ArrayRep* array;
+    detail::DictionaryRep* dictionary;
+  };
+
+  constexpr Value(Literal, const char* text, size_t size) noexcept
+      : head_{Kind::kString, false, static_cast<uint32_t>(size)}, bits_(text) {}
+  std::atomic<uint32_t>* counter() const noexcept;
+  void retain() const noexcept {
+    if (head_.shared)
+      counter()->fetch_add(1, std::memory_order_relaxed);
+  }
+  void release() noexcept;
+
+  Head head_;
+  Bits bits_;
+};
+static_assert(sizeof(Value) == 16);
+
+/// A string longer than this is cut (its length is kept in 32 bits).
+inline constexpr size_t kMaxStringBytes = 0xFFFFFFF0u;
+
+/// Immutable view of an array value; holds a reference, so it outlives the value it came from.
+class Array {
+ public:
+  class Iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = Value;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const Value*;
+    using reference = const Value&;
+    Iterator() = default;
+    Iterator(const Array* array, size_t index) : array_(array), index_(index) {}
+    reference operator*() const { return (*array_)[index_]; }
+    pointer operator->() const { return &(*array_)[index_]; }
+    Iterator& operator++() {
+      ++index_;
+      return *this;
+    }
+    Iterator operator++(int) {
+      Iterator old = *this;
+      ++index_;
+      return old;
+    }
+    friend bool operator==(const Iterator& a, const Iterator& b) { return a.index_ == b.index_; }
+
+   private:
+    const Array* array_ = nullptr;
+    size_t index_ = 0;
+  };
+
+  Array() = default;
+  Array(std::initializer_list<Value> elements);
+  size_t size() const noexcept;
+  bool empty() const noexcept { return size() == 0; }
+  /// Element at `index`; absent past the end. Valid as long as this array lives.
+  const Value& operator[](size_t index) const noexcept;
+  Iterator begin() const noexcept { return {this, 0}; }
+  Iterator end() const noexcept { return {this, size()}; }
+  /// How many leading elements are the very same objects in both arrays. Cheap for arrays that came of one another by
+  /// appending: shared chunks of elements are compared as one.
+  size_t sharedPrefix(const Array& other) const noexcept;
+
+ private:
+  friend class Value;
+  friend class MutableArray;
+  explicit Array(Value value) noexcept : value_(std::move(value)) {}
+  Value value_;
+};
+
+struct Entry {
+  Value key;  ///< always a string
+  Value value;
+};
+
+/// Immutable view of a dictionary value; small and flat, in insertion order.
+class Dictionary {
+ public:
+  Dictionary() = default;
+  Dictionary(std::initializer_list<std::pair<Value, Value>> entries);
+  /// A dictionary of these entries, whose keys must differ, in one allocation; the entries are moved from.
+  static Dictionary fromEntries(std::span<Entry> entries);
+  size_t size() const noexcept;
+  bool empty() const noexcept { return size() == 0; }
+  /// The entry's value; absent when there is none. Valid as long as this dictionary lives.
+  const Value& operator[](std::string_view key) const noexcept;
+  bool contains(std::string_view key) const noexcept;
+  const Entry* begin() const noexcept;
+  const Entry* end() const noexcept { return begin() + size(); }
+
+ private:
+  friend class Value;
+  friend class MutableDictionary;
+  explicit Dictionary(Value value) noexcept : value_(std::move(value)) {}
+  Value value_;
+};
+
+/// A mutable copy of an array. Constant time to take; only what is changed is copied.
+class MutableArray {
+ public:
+  MutableArray() = default;
+  /// A copy of the value's array; of anything else an empty one.
+  explicit MutableArray(const Value& value);
+  explicit MutableArray(const Array& array) : MutableArray(array.value_) {}
+
+  size_t size() const noexcept { return view_.size(); }
+  bool empty() const noexcept { return size() == 0; }
+  const Value& operator[](size_t index) const noexcept { return view_[index]; }
+  /// Appends; constant time also on a copy of a long array.
+  void append(Value element);
+  void removeAll() noexcept { view_ = Array(); }
+  /// Removes all elements that equal `element`; says how many went.
+  size_t removeAllEqualTo(const Value& element);
+  /// Keeps the elements for which `keep(element)` is true, in order. What stands before the first removed one is
+  /// shared.
+  template <class Keep>
+  void retainIf(Keep keep);
+  /// Replaces the element at `index` (which must be below size()).
+  void replaceAt(size_t index, Value element);
+
+ private:
+  friend class Value;
+  void truncateTo(size_t size);
+  Array view_;
+};
+
+/// A mutable copy of a dictionary.
+class MutableDictionary {
+ public:
+  MutableDictionary() = default;
+  explicit MutableDictionary(const Value& value);
+  explicit MutableDictionary(const Dictionary& dictionary);
+  /// Room for that many entries, to build a dictionary in one piece.
+  explicit MutableDictionary(size_t capacity) { entries_.reserve(capacity); }
+
+  size_t size() const noexcept { return entries_.size(); }
+  const Value& operator[](std::string_view key) const noexcept;
+  /// Sets or replaces; the order is that of first insertion. Setting an absent value removes the key.
+  void set(Value key, Value value);
+  /// Appends without looking for the key, which must not be there yet (for builders of fixed records).
+  void add(Value key, Value value) { entries_.push_back({std::move(key), std::move(value)}); }
+  void remove(std::string_view key);
+  const std::vector<Entry>& entries() const noexcept { return entries_; }
+
+ private:
+  friend class Value;
+  std::vector<Entry> entries_;
+};
+
+// -------------------------------------------------------------------------------------------------------------------
+
+template <class Keep>
+void MutableArray::retainIf(Keep keep) {
+  const Array before = view_;
+  const size_t count = before.size();
+  size_t index = 0;
+  while (index < count && keep(before[index]))
+    ++index;
+  if (index == count)
+    return;
+  truncateTo(index);
+  for (++index; index < count; ++index) {
+    if (keep(before[index]))
+      append(before[index]);
+  }
+}
+
+}  // namespace morvik::kit

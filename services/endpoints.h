@@ -1,0 +1,26 @@
+// Paths, time-out and names that every request and record shares. Base URLs stand in kit/endpoints.h.
+#pragma once
+
+#include <cstdint>
+
+namespace morvik::services {
+
+inline constexpr const char* kTrackingPath = "v1/tracking";
+inline constexpr const char* kConversionPath = "v1/conversion";
+inline constexpr const char* kThirdPartyConversionPath = "v1/thirdparty-conversion";
+inline constexpr const char* kIADAttributionPath = "v1/iad-attribution";
+
+/// Time-out of every request that sets one.
+inline constexpr int64_t kFendoHttpConnectionTimeoutSeconds = 15;
+
+/// Name of the session activity group.
+inline constexpr const char* kFendoActivityGroupSession = "session";
+
+/// The two halves of the launch counter's key, joined by a full stop.
+inline constexpr const char* kMorvikNSUserDefaultsDomainName = "com.morvik.core";
+inline constexpr const char* kAppLaunchCountSaveKey = "appLaunchCount";
+
+/// Key of the opened URL that came before the kit was ready.
+inline constexpr const char* kPassOpenUrlKey = "com.morvik.reengagement.passopenurl";
+
+}  // namespace morvik::services
