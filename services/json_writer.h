@@ -1,0 +1,31 @@
+// The one writer of JSON text, straight from kit::Value.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "kit/error.h"
+#include "kit/value.h"
+
+namespace morvik::services {
+
+/// Compact JSON text of `value`, without options. Text that is not UTF-8 is mended (U+FFFD in place of each bad byte).
+/// Errors, each saying what: a date, an absent value, a number that is not finite, nesting beyond kit::kMaxJsonDepth.
+std::variant<std::string, kit::Error> writeJson(const kit::Value& value);
+
+/// The same, appended to `out`. An error leaves in `out` what was written so far.
+std::optional<kit::Error> appendJson(const kit::Value& value, std::string& out);
+
+/// JSON text for people: total, never fails. Dates in ISO 8601, an absent value as null, numbers that are not finite as
+/// their name in quotes, nesting beyond kit::kMaxJsonDepth as "…".
+void appendJsonDescription(const kit::Value& value, std::string& out);
+
+/// Copies `text` to `out`, with U+FFFD in place of each byte that is not part of well-formed UTF-8.
+void appendMendedUtf8(std::string_view text, std::string& out);
+
+/// True when `text` is well-formed UTF-8.
+bool isUtf8(std::string_view text);
+
+}  // namespace morvik::services
