@@ -40,6 +40,14 @@ elseif(NOT MORVIK_SANITIZE STREQUAL "")
   message(FATAL_ERROR "MORVIK_SANITIZE is '${MORVIK_SANITIZE}': say 'address', 'thread' or nothing.")
 endif()
 
+if(MORVIK_BUILD_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "The fuzzers need clang: cmake --preset fuzz, or switch MORVIK_BUILD_FUZZ off.")
+  endif()
+  # The fuzzer steers by what its input reaches in the libraries.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(MORVIK_COVERAGE)
   # The counters of threads must not lose each other's counts.
   add_compile_options(--coverage -fprofile-update=atomic)

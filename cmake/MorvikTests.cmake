@@ -22,6 +22,11 @@ endfunction()
 # morvik_python_tests(FOLDER): every test_*.py of the folder is one test.
 # A file may carry lines of its own:   # Labels: one two     # Timeout: seconds
 function(morvik_python_tests folder)
+  set(environment
+      MORVIK_SOURCE_DIR=${PROJECT_SOURCE_DIR}
+      MORVIK_BUILD_DIR=${PROJECT_BINARY_DIR}
+      MORVIK_CXX=${CMAKE_CXX_COMPILER}
+      PYTHONDONTWRITEBYTECODE=1)
   file(GLOB files CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/test_*.py")
   foreach(file IN LISTS files)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${file}")
@@ -45,6 +50,6 @@ function(morvik_python_tests folder)
       ${folder}.${name}
       PROPERTIES LABELS "${labels}"
                  TIMEOUT ${timeout}
-                 ENVIRONMENT "MORVIK_BUILD_DIR=${PROJECT_BINARY_DIR};PYTHONDONTWRITEBYTECODE=1")
+                 ENVIRONMENT "${environment}")
   endforeach()
 endfunction()
