@@ -1,0 +1,69 @@
+"""The core drags nothing into an app: linked whole, it needs the C++ standard library and no more."""
+
+import os
+import re
+import subprocess
+import tempfile
+import unittest
+
+import tree
+
+ALLOWED = re.compile(r"^(libstdc\+\+|libgcc_s|libm|libc|ld-linux[-\w]*)\.so\.\d+$")
+
+
+def link_whole(archive, output, *more):
+    """Links every object of the archive into a shared library, undefined symbols forbidden."""
+    return subprocess.run(
+        [tree.COMPILER, "-shared", "-o", output, "-Wl,--no-undefined", "-Wl,--no-as-needed"]
+        + ["-Wl,--whole-archive", archive, "-Wl,--no-whole-archive", *more],
+        capture_output=True,
+        text=True,
+        check=False,
+    )
+
+
+def foreign_libraries(library):
+    """The needed libraries that are not the standard library's."""
+    text = subprocess.run(["readelf", "--dynamic", "--wide", library], capture_output=True, text=True, check=True).stdout
+    needed = re.findall(r"\(NEEDED\)\s+Shared library: \[([^\]]+)\]", text)
+    assert needed, "readelf shows no needed library at all, so this check reads it wrongly:\n" + text
+    return [name for name in needed if not ALLOWED.match(name)]
+
+
+class TheCore(unittest.TestCase):
+    def setUp(self):
+        made = tempfile.TemporaryDirectory()
+        self.addCleanup(made.cleanup)
+        self.output = os.path.join(made.name, "libalone.so")
+        self.folder = made.name
+
+    def archive_of(self, code):
+        """An archive of one object, compiled from the code."""
+        source = os.path.join(self.folder, "a.cpp")
+        with open(source, "w", encoding="utf-8") as file:
+            file.write(code)
+        made = os.path.join(self.folder, "a.o")
+        subprocess.run([tree.COMPILER, "-fPIC", "-c", source, "-o", made], check=True)
+        archive = os.path.join(self.folder, "liba.a")
+        subprocess.run(["ar", "qc", archive, made], check=True)
+        return archive
+
+    def test_the_core_links_without_any_other_library(self):
+        linked = link_whole(os.path.join(tree.BUILD, "libmorvik_core.a"), self.output)
+        self.assertEqual(linked.returncode, 0, linked.stderr)
+        self.assertEqual(foreign_libraries(self.output), [])
+
+    def test_a_call_out_of_the_core_would_not_link(self):
+        linked = link_whole(self.archive_of('extern "C" int uv_now(); int f() { return uv_now(); }'), self.output)
+        self.assertNotEqual(linked.returncode, 0)
+        self.assertIn("uv_now", linked.stderr)
+
+    def test_a_library_beside_the_standard_one_would_be_seen(self):
+        linked = link_whole(self.archive_of('extern "C" int zlibVersion(); int f() { return zlibVersion(); }'),
+                            self.output, "-lz")
+        self.assertEqual(linked.returncode, 0, linked.stderr)
+        self.assertEqual(foreign_libraries(self.output), ["libz.so.1"])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,178 @@
+"""Who may include whom, and what the core must not touch."""
+
+import os
+import tempfile
+import unittest
+
+import tree
+
+STANDARD = set(
+    """algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes climits
+    cmath compare complex concepts condition_variable coroutine cstdarg cstddef cstdint cstdlib cstring cuchar cwchar
+    cwctype deque exception execution forward_list functional future initializer_list iterator latch limits list map
+    memory memory_resource mutex new numbers numeric optional queue random ranges ratio regex scoped_allocator semaphore
+    set shared_mutex source_location span stack stdexcept stop_token string string_view system_error tuple type_traits
+    typeindex typeinfo unordered_map unordered_set utility valarray variant vector version""".split()
+)
+# Standard headers that print, open, sleep, read a clock, or depend on the locale of the process.
+OUTWARD = set(
+    """clocale codecvt csetjmp csignal cstdio ctime filesystem fstream iomanip ios iostream istream locale ostream
+    sstream streambuf strstream syncstream thread""".split()
+)
+
+# From the folder on the left, "" includes may lead to the folders on the right only.
+ARROWS = {
+    "kit": {"kit"},
+    "services": {"kit", "services"},
+    "MorvikCoreLib": {"kit", "services", "MorvikCoreLib"},
+    "testing": {"kit", "services", "MorvikCoreLib", "testing"},
+    "host": {"kit", "services", "MorvikCoreLib", "host"},
+    "include": {"kit", "services", "MorvikCoreLib", "host"},
+    "apps/device": {"kit", "services", "MorvikCoreLib", "host", "apps/device"},
+    "apps/service": {"apps/service"},
+}
+
+FORBIDDEN_IN_CORE = {
+    "reads a clock": r"\w_clock\s*::\s*now\b|\b(gettimeofday|clock_gettime|timespec_get)\b|\bstd::(time|clock)\b",
+    "converts time by the process's zone": r"\b(localtime|gmtime|mktime|strftime)(_r)?\b",
+    "waits": r"\b(sleep_for|sleep_until|usleep|nanosleep)\b",
+    "starts a thread": r"\bstd::(jthread|thread|async)\b|\bpthread_\w+",
+    "prints": r"\b(v?f?printf|f?puts|putchar|perror|fwrite)\b|\bstd::(cout|cerr|clog)\b",
+    "opens a file or a socket": r"\b(fopen|freopen|[io]?fstream)\b|(?<!\w)::(open|socket|connect)\b",
+    "reads the environment": r"\b(secure_)?getenv\b|\b(set|put)env\b",
+    "takes chance from outside its port": r"\b(random_device|srand|rand)\b",
+}
+
+INCLUDE = r"(?m)^[ \t]*#[ \t]*include[ \t]*([<\"])([^>\"]+)[>\"]"
+
+
+def bad_includes(root, folder):
+    """One line for every include of the folder that breaks the rules."""
+    in_core = folder in tree.CORE
+    wrong = []
+    for path in tree.cpp_files(root, [folder]):
+        for line, match in tree.findings(tree.without_comments(tree.read(root, path)), INCLUDE):
+            kind, target = match[1], match[2]
+            where = f"{path}:{line}: includes {target}"
+            if kind == '"':
+                allowed = ARROWS[folder]
+                if not any(target.startswith(name + "/") for name in allowed):
+                    wrong.append(f"{where}, but {folder} may include {', '.join(sorted(allowed))} only")
+                elif not os.path.isfile(os.path.join(root, target)):
+                    wrong.append(f"{where}, which is not in the tree")
+            elif in_core and target in OUTWARD:
+                wrong.append(f"{where}, which reaches out of the core")
+            elif in_core and target not in STANDARD:
+                wrong.append(f"{where}, which is no header of the C++ standard library")
+            elif target.startswith("morvik/") and folder not in ("include", "apps/device"):
+                wrong.append(f"{where}, which is for apps")
+    return wrong
+
+
+def forbidden_words(root, folders, rules):
+    """One line for every place in the folders' code that a rule forbids."""
+    wrong = []
+    for path in tree.cpp_files(root, folders):
+        code = tree.code_only(tree.read(root, path))
+        for reason, pattern in rules.items():
+            for line, match in tree.findings(code, pattern):
+                wrong.append(f"{path}:{line}: {reason}: {match[0]}")
+    return wrong
+
+
+class TheTree(unittest.TestCase):
+    def test_every_folder_includes_only_what_its_arrow_allows(self):
+        self.assertTrue(tree.cpp_files(tree.ROOT, ARROWS))
+        for folder in ARROWS:
+            with self.subTest(folder=folder):
+                self.assertEqual(bad_includes(tree.ROOT, folder), [])
+
+    def test_the_core_reads_no_clock_and_does_not_wait_print_or_open(self):
+        self.assertTrue(tree.cpp_files(tree.ROOT, tree.CORE))
+        self.assertEqual(forbidden_words(tree.ROOT, tree.CORE, FORBIDDEN_IN_CORE), [])
+
+    def test_the_subsystems_leave_catching_to_the_one_guard(self):
+        rules = {"catches on its own": r"\b(try|catch)\b"}
+        self.assertEqual(forbidden_words(tree.ROOT, ["MorvikCoreLib"], rules), [])
+
+    def test_no_test_is_disabled_skipped_or_waits_by_sleeping(self):
+        rules = {
+            "is disabled": r"\bDISABLED_\w*",
+            "is skipped": r"\bGTEST_SKIP\b",
+            "sleeps": FORBIDDEN_IN_CORE["waits"],
+        }
+        self.assertEqual(forbidden_words(tree.ROOT, ["tests"], rules), [])
+
+
+class TheChecks(unittest.TestCase):
+    """A check that cannot fail is none: each is shown a small tree that breaks it."""
+
+    def setUp(self):
+        made = tempfile.TemporaryDirectory()
+        self.addCleanup(made.cleanup)
+        self.root = made.name
+
+    def write(self, path, text):
+        os.makedirs(os.path.dirname(os.path.join(self.root, path)), exist_ok=True)
+        with open(os.path.join(self.root, path), "w", encoding="utf-8") as file:
+            file.write(text)
+
+    def test_an_include_against_the_arrow_is_found(self):
+        self.write("services/a.h", "")
+        self.write("kit/b.h", '\n#include "services/a.h"\n')
+        self.assertEqual(
+            bad_includes(self.root, "kit"), ["kit/b.h:2: includes services/a.h, but kit may include kit only"]
+        )
+
+    def test_a_third_party_header_in_the_core_is_found(self):
+        self.write("services/a.cpp", "#  include <curl/curl.h>\n")
+        self.assertEqual(
+            bad_includes(self.root, "services"),
+            ["services/a.cpp:1: includes curl/curl.h, which is no header of the C++ standard library"],
+        )
+
+    def test_a_header_that_reaches_out_of_the_core_is_found(self):
+        self.write("kit/a.cpp", "#include <iostream>\n")
+        self.assertEqual(
+            bad_includes(self.root, "kit"), ["kit/a.cpp:1: includes iostream, which reaches out of the core"]
+        )
+
+    def test_an_include_of_a_file_that_is_not_there_is_found(self):
+        self.write("kit/a.cpp", '#include "kit/gone.h"\n')
+        self.assertEqual(bad_includes(self.root, "kit"), ["kit/a.cpp:1: includes kit/gone.h, which is not in the tree"])
+
+    def test_standard_headers_the_own_tree_and_commented_includes_pass(self):
+        self.write("kit/a.h", "")
+        self.write("kit/a.cpp", '#include "kit/a.h"\n#include <vector>\n// #include <curl/curl.h>\n/*\n#include <ctime>\n*/')
+        self.assertEqual(bad_includes(self.root, "kit"), [])
+
+    def test_every_forbidden_word_is_found_in_code(self):
+        examples = {
+            "reads a clock": "auto t = std::chrono::system_clock::now();",
+            "converts time by the process's zone": "localtime_r(&a, &b);",
+            "waits": "std::this_thread::sleep_for(x);",
+            "starts a thread": "std::thread t;",
+            "prints": 'std::printf("x");',
+            "opens a file or a socket": 'auto f = fopen("x", "r");',
+            "reads the environment": 'std::getenv("HOME");',
+            "takes chance from outside its port": "std::random_device d;",
+        }
+        self.assertEqual(set(examples), set(FORBIDDEN_IN_CORE))
+        for reason, code in examples.items():
+            with self.subTest(reason=reason):
+                self.write("kit/a.cpp", "\n" + code + "\n")
+                found = forbidden_words(self.root, ["kit"], FORBIDDEN_IN_CORE)
+                self.assertEqual(len(found), 1, found)
+                self.assertTrue(found[0].startswith(f"kit/a.cpp:2: {reason}: "), found)
+
+    def test_words_in_comments_and_strings_pass(self):
+        self.write(
+            "kit/a.cpp",
+            "// printf\n/* getenv */ auto a = \"std::cout \\\" puts\"; auto b = R\"x(fopen)x\"; auto c = 1'000; char d = '\"';\n"
+            'auto e = "sleep_for";\n',
+        )
+        self.assertEqual(forbidden_words(self.root, ["kit"], FORBIDDEN_IN_CORE), [])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,17 @@
+// An app that links the core alone.
+
+#include <iostream>
+#include <string>
+#include <variant>
+
+#include "kit/value.h"
+#include "services/json_writer.h"
+
+int main() {
+  const morvik::kit::Value record = morvik::kit::Dictionary{{"name", "first"}, {"count", 1}};
+  const auto text = morvik::services::writeJson(record);
+  if (std::get<std::string>(text) != R"({"name":"first","count":1})")
+    return 1;
+  std::cout << "the core works\n";
+  return 0;
+}
