@@ -1,0 +1,91 @@
+#include "services/MorvikADAFJSONRequestOperation.h"
+
+#include <string>
+
+namespace morvik::services {
+
+struct MorvikADAFJSONRequestOperation::Exchange {
+  RequestTools tools;
+  kit::Request request;
+  SuccessHandler success;
+  FailureHandler failure;
+  Gate gate;
+
+  void finish(const kit::TransportOutcome& outcome);
+
+ private:
+  void succeed(const kit::Response& response, const kit::Value& json);
+  void fail(const std::optional<kit::Response>& response, const kit::Error& error, const kit::Value& json);
+};
+
+namespace {
+
+bool isSuccessStatus(int status_code) {
+  return status_code >= 200 && status_code <= 299;
+}
+
+}  // namespace
+
+void MorvikADAFJSONRequestOperation::Exchange::finish(const kit::TransportOutcome& outcome) {
+  if (!outcome.response || outcome.error) {
+    const kit::Error unknown{"The exchange ended without an answer and without a reason."};
+    return fail(outcome.response, outcome.error.value_or(unknown), {});
+  }
+  const kit::Response& response = *outcome.response;
+  const auto read = tools.json.read(response.body);
+  const auto* json = std::get_if<kit::Value>(&read);
+  if (!isSuccessStatus(response.status_code)) {
+    return fail(response, {"The server answered with status " + std::to_string(response.status_code) + "."},
+                json != nullptr ? *json : kit::Value());
+  }
+  if (json == nullptr)
+    return fail(response, std::get<kit::Error>(read), {});
+  if (!json->isDictionary())
+    return fail(response, {"The answer is JSON, but not an object."}, *json);
+  succeed(response, *json);
+}
+
+void MorvikADAFJSONRequestOperation::Exchange::succeed(const kit::Response& response, const kit::Value& json) {
+  tools.services.exchangeDidEnd(request, {true, json});
+  if (success)
+    success(request, response, json);
+}
+
+void MorvikADAFJSONRequestOperation::Exchange::fail(const std::optional<kit::Response>& response,
+                                                    const kit::Error& error, const kit::Value& json) {
+  tools.services.exchangeDidEnd(request, {false, json});
+  if (failure)
+    failure(request, response, error, json);
+}
+
+MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::make(const RequestTools& tools,
+                                                                    MutableURLRequest request, SuccessHandler success,
+                                                                    FailureHandler failure, Gate gate) {
+  return MorvikADAFJSONRequestOperation(std::make_shared<Exchange>(
+      Exchange{tools, std::move(request).request(), std::move(success), std::move(failure), gate}));
+}
+
+MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequest(
+    const RequestTools& tools, MutableURLRequest request, SuccessHandler success, FailureHandler failure) {
+  return make(tools, std::move(request), std::move(success), std::move(failure), Gate::kClosedByForgetMe);
+}
+
+MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequestIgnoreGDPR(
+    const RequestTools& tools, MutableURLRequest request, SuccessHandler success, FailureHandler failure) {
+  return make(tools, std::move(request), std::move(success), std::move(failure), Gate::kAlwaysOpen);
+}
+
+void MorvikADAFJSONRequestOperation::start() {
+  if (exchange_->gate == Gate::kClosedByForgetMe && exchange_->tools.services.isGDPRForgetMe())
+    return;
+  // The body may be large and leaves for good; what stays for the handlers is the rest of the request.
+  std::string body = std::move(exchange_->request.body);
+  exchange_->request.body.clear();
+  kit::Request leaving = exchange_->request;
+  leaving.body = std::move(body);
+  leaving.max_answer_bytes = kMaxAnswerBytes;
+  exchange_->tools.transport.start(
+      std::move(leaving), [exchange = exchange_](const kit::TransportOutcome& outcome) { exchange->finish(outcome); });
+}
+
+}  // namespace morvik::services

@@ -1,0 +1,90 @@
+#include "services/MorvikGVUserDefaults.h"
+
+#include <limits>
+
+#include "services/converters.h"
+
+namespace morvik::services {
+namespace {
+
+constexpr int absent = 0;  // strings, dates and arrays have no unset number
+
+constexpr StoreProperty kProperties[] = {
+#define MORVIK_STORE_PROPERTY(name, setter, type, unset) {#name, PropertyType::k##type, unset},
+#include "services/store_properties.inc"
+#undef MORVIK_STORE_PROPERTY
+};
+
+// How a stored value becomes the accessor's type. Of another kind than it should be, it counts as never set.
+struct Reader {
+  const kit::Value& value;
+  int unset;
+
+  void read(int64_t& out) const { out = value.isNumber() ? checkIntegerNilToZero(value) : unset; }
+  void read(int32_t& out) const { out = value.isNumber() ? checkNilToZero(value) : unset; }
+  void read(bool& out) const { out = checkNilToNo(value); }
+  void read(std::optional<std::string>& out) const {
+    if (value.isString())
+      out = std::string(value.string());
+  }
+  void read(std::optional<kit::Date>& out) const {
+    if (value.isDate())
+      out = value.date();
+  }
+  void read(kit::Value& out) const {
+    if (value.isArray())
+      out = value;
+  }
+};
+
+template <class Type>
+Type readAs(const kit::Value& value, int unset) {
+  Type out{};
+  Reader{value, unset}.read(out);
+  return out;
+}
+
+kit::Value asValue(int64_t value) {
+  return kit::Value(value);
+}
+kit::Value asValue(int32_t value) {
+  return kit::Value(int64_t{value});
+}
+kit::Value asValue(bool value) {
+  return kit::Value(value);
+}
+kit::Value asValue(const std::optional<std::string>& value) {
+  return value ? kit::Value(*value) : kit::Value();
+}
+kit::Value asValue(const std::optional<kit::Date>& value) {
+  return value ? kit::Value(*value) : kit::Value();
+}
+kit::Value asValue(const kit::Value& value) {
+  return value.isArray() ? value : kit::Value();
+}
+
+}  // namespace
+
+std::span<const StoreProperty> storeProperties() {
+  return kProperties;
+}
+
+#define MORVIK_STORE_PROPERTY(name, setter, type, unset)                 \
+  accessor::type MorvikGVUserDefaults::name() const {                    \
+    return readAs<accessor::type>(store_->get(#name), unset);            \
+  }                                                                      \
+  void MorvikGVUserDefaults::setter(const accessor::type& value) const { \
+    store_->set(#name, asValue(value));                                  \
+  }
+#include "services/store_properties.inc"
+#undef MORVIK_STORE_PROPERTY
+
+int64_t MorvikGVUserDefaults::integerForKey(std::string_view key) const {
+  return checkIntegerNilToZero(store_->get(key));
+}
+
+void MorvikGVUserDefaults::setInteger(int64_t value, std::string_view key) const {
+  store_->set(key, value);
+}
+
+}  // namespace morvik::services

@@ -1,0 +1,71 @@
+// The persistent user store: typed properties over the platform's key-value store, and its two plain entries.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "kit/house_lock.h"
+#include "kit/key_value_store.h"
+
+namespace morvik::services {
+
+enum class PropertyType { kInt64, kInt32, kBool, kString, kDate, kArray };
+
+/// One row of the property table.
+struct StoreProperty {
+  const char* name;  ///< also the key under which it is stored
+  PropertyType type;
+  int unset;  ///< what an integer property reads as before it was ever set
+};
+
+/// All stored properties, in the order of the table.
+std::span<const StoreProperty> storeProperties();
+
+/// Types of the accessors. Strings and dates may be absent; an array is a Value, absent or an array.
+namespace accessor {
+using Int64 = int64_t;
+using Int32 = int32_t;
+using Bool = bool;
+using String = std::optional<std::string>;
+using Date = std::optional<kit::Date>;
+using Array = kit::Value;
+}  // namespace accessor
+
+/// Two references, free to make and to copy. Each call is safe from any thread and waits for neither disk nor network;
+/// a value of another type than the property's (from a damaged store) reads as unset.
+class MorvikGVUserDefaults {
+ public:
+  MorvikGVUserDefaults(kit::KeyValueStore& store, kit::HouseLock& lock) : store_(&store), lock_(&lock) {}
+
+#define MORVIK_STORE_PROPERTY(name, setter, type, unset) \
+  accessor::type name() const;                           \
+  void setter(const accessor::type& value) const;
+#include "services/store_properties.inc"
+#undef MORVIK_STORE_PROPERTY
+
+  /// Completes the persistence of the writes so far. Never to be called inside inOneStep().
+  void synchronize() const {
+    store_->synchronize();
+  }
+
+  /// Runs `step` under the house lock: for reading a stored list, changing it and writing it back. The step must not
+  /// call out: no log line, no delegate, no synchronize, no request, no second step.
+  template <class Step>
+  auto inOneStep(Step&& step) const {
+    const std::scoped_lock hold(lock_->mutex);
+    return step();
+  }
+
+  // The plain entries of the platform store.
+  /// 0 when there is no such entry.
+  int64_t integerForKey(std::string_view key) const;
+  void setInteger(int64_t value, std::string_view key) const;
+
+ private:
+  kit::KeyValueStore* store_;
+  kit::HouseLock* lock_;
+};
+
+}  // namespace morvik::services

@@ -1,0 +1,180 @@
+#include "services/converters.h"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+#include "services/describe.h"
+
+namespace morvik::services {
+namespace {
+
+std::string_view withoutLeadingBlanks(std::string_view text) {
+  const size_t first = text.find_first_not_of(" \t\n\v\f\r");
+  return first == std::string_view::npos ? std::string_view() : text.substr(first);
+}
+
+/// A plus sign is part of a number here, and not in std::from_chars.
+std::string_view withoutPlus(std::string_view text) {
+  const bool plus = text.size() > 1 && text[0] == '+' && text[1] != '-';
+  return plus ? text.substr(1) : text;
+}
+
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+/// Length of sign, digits, fraction and exponent at the start; words such as "inf" are no numbers here.
+size_t numberLength(std::string_view text) {
+  size_t i = text.starts_with('-') ? 1 : 0;
+  const size_t first = i;
+  while (i < text.size() && isDigit(text[i]))
+    ++i;
+  size_t digits = i - first;
+  if (i < text.size() && text[i] == '.') {
+    size_t fraction = i + 1;
+    while (fraction < text.size() && isDigit(text[fraction]))
+      ++fraction;
+    digits += fraction - i - 1;
+    i = fraction;
+  }
+  if (digits == 0)
+    return 0;
+  if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
+    size_t exponent = i + 1;
+    if (exponent < text.size() && (text[exponent] == '+' || text[exponent] == '-'))
+      ++exponent;
+    const size_t start = exponent;
+    while (exponent < text.size() && isDigit(text[exponent]))
+      ++exponent;
+    if (exponent > start)
+      i = exponent;
+  }
+  return i;
+}
+
+/// A number too large or too small for a double: small when its exponent is negative, or when it has none and nothing
+/// but zeros before its fraction.
+double outOfRange(std::string_view text) {
+  const bool negative = text.starts_with('-');
+  const size_t e = text.find_first_of("eE");
+  const bool negative_exponent = e != std::string_view::npos && e + 1 < text.size() && text[e + 1] == '-';
+  const std::string_view whole = text.substr(negative ? 1 : 0, text.find_first_of(".eE") - (negative ? 1 : 0));
+  const bool no_whole_part = e == std::string_view::npos && whole.find_first_not_of('0') == std::string_view::npos;
+  if (negative_exponent || no_whole_part)
+    return 0;
+  return negative ? -std::numeric_limits<double>::max() : std::numeric_limits<double>::max();
+}
+
+}  // namespace
+
+int64_t saturatedInteger(double number) {
+  constexpr double limit = 9223372036854775808.0;  // 2^63, exact
+  if (std::isnan(number))
+    return 0;
+  if (number >= limit)
+    return std::numeric_limits<int64_t>::max();
+  if (number < -limit)
+    return std::numeric_limits<int64_t>::min();
+  return static_cast<int64_t>(number);
+}
+
+int64_t leadingInteger(std::string_view text) {
+  text = withoutPlus(withoutLeadingBlanks(text));
+  int64_t number = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (result.ec == std::errc::result_out_of_range) {
+    return text.starts_with('-') ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+  }
+  return number;
+}
+
+double leadingDouble(std::string_view text) {
+  text = withoutPlus(withoutLeadingBlanks(text));
+  text = text.substr(0, numberLength(text));
+  double number = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  return result.ec == std::errc::result_out_of_range ? outOfRange(text) : number;
+}
+
+kit::Value checkNilToBlankString(const kit::Value& value) {
+  switch (value.kind()) {
+    case kit::Kind::kString:
+      return value;
+    case kit::Kind::kBoolean:
+    case kit::Kind::kInteger:
+    case kit::Kind::kUnsigned:
+    case kit::Kind::kDouble:
+    case kit::Kind::kDate:
+      return kit::Value(describe(value));
+    default:
+      return kit::Value::literal("");
+  }
+}
+
+bool checkNilToNo(const kit::Value& value) {
+  switch (value.kind()) {
+    case kit::Kind::kBoolean:
+      return value.boolean();
+    case kit::Kind::kInteger:
+      return value.integer() != 0;
+    case kit::Kind::kUnsigned:
+      return true;
+    case kit::Kind::kDouble:
+      return value.number() != 0 && !std::isnan(value.number());
+    case kit::Kind::kString: {
+      const std::string_view text = withoutLeadingBlanks(value.string());
+      return !text.empty() && std::string_view("YyTt123456789").find(text.front()) != std::string_view::npos;
+    }
+    default:
+      return false;
+  }
+}
+
+int64_t checkIntegerNilToZero(const kit::Value& value) {
+  switch (value.kind()) {
+    case kit::Kind::kBoolean:
+      return value.boolean() ? 1 : 0;
+    case kit::Kind::kInteger:
+      return value.integer();
+    case kit::Kind::kUnsigned:
+      return std::numeric_limits<int64_t>::max();
+    case kit::Kind::kDouble:
+      return saturatedInteger(value.number());
+    case kit::Kind::kString:
+      return leadingInteger(value.string());
+    default:
+      return 0;
+  }
+}
+
+int64_t checkLongLongNilToZero(const kit::Value& value) {
+  return checkIntegerNilToZero(value);
+}
+
+double checkDoubleNilToZero(const kit::Value& value) {
+  switch (value.kind()) {
+    case kit::Kind::kBoolean:
+      return value.boolean() ? 1 : 0;
+    case kit::Kind::kInteger:
+      return static_cast<double>(value.integer());
+    case kit::Kind::kUnsigned:
+      return static_cast<double>(value.unsignedInteger());
+    case kit::Kind::kDouble: {
+      const double limit = std::numeric_limits<double>::max();
+      if (std::isnan(value.number()))
+        return 0;
+      return std::isinf(value.number()) ? std::copysign(limit, value.number()) : value.number();
+    }
+    case kit::Kind::kString:
+      return leadingDouble(value.string());
+    default:
+      return 0;
+  }
+}
+
+int32_t checkNilToZero(const kit::Value& value) {
+  return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(checkIntegerNilToZero(value))));
+}
+
+}  // namespace morvik::services

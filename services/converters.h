@@ -1,0 +1,33 @@
+// The null-safe converters: the one place where values of any kind become text, truth and numbers. Each is total.
+#pragma once
+
+#include <cstdint>
+
+#include "kit/value.h"
+
+namespace morvik::services {
+
+/// Text as it is; a number in decimal form; a boolean "1" or "0"; a date in ISO 8601; absent, null and containers "".
+kit::Value checkNilToBlankString(const kit::Value& value);
+/// A boolean as it is; a number other than 0 (not-a-number is not); text that begins, after white space, with Y, y, T,
+/// t or a digit 1 to 9. All else is false.
+bool checkNilToNo(const kit::Value& value);
+/// A number truncated toward zero and saturated to 64 bits (not-a-number 0), a boolean 1 or 0, text by its leading
+/// integer. All else is 0.
+int64_t checkIntegerNilToZero(const kit::Value& value);
+/// The same by its other name; the two differ on 32-bit platforms only.
+int64_t checkLongLongNilToZero(const kit::Value& value);
+/// A number, a boolean 1 or 0, text by its leading number; out of range saturates, not-a-number is 0. All else is 0.
+double checkDoubleNilToZero(const kit::Value& value);
+/// The low 32 bits of checkIntegerNilToZero (two's complement).
+int32_t checkNilToZero(const kit::Value& value);
+
+/// A double truncated toward zero to 64 bits; out of range saturates, not-a-number is 0.
+int64_t saturatedInteger(double number);
+
+/// The number that a text begins with, after white space: sign, digits, fraction, exponent. 0 when there is none.
+double leadingDouble(std::string_view text);
+/// The integer that a text begins with, after white space, saturated. 0 when there is none.
+int64_t leadingInteger(std::string_view text);
+
+}  // namespace morvik::services

@@ -1,0 +1,31 @@
+// The text that stands for an object in a log line ("%@").
+#pragma once
+
+#include <string>
+
+#include "kit/error.h"
+#include "kit/transport.h"
+#include "kit/value.h"
+
+namespace morvik::services {
+
+inline constexpr const char* kAbsentText = "(null)";
+inline constexpr const char* kNullText = "<null>";
+
+/// Absent "(null)", null "<null>", text bare, a date in ISO 8601, containers as JSON text (dates in them in ISO 8601),
+/// a number in decimal form, a boolean 1 or 0. Total.
+std::string describe(const kit::Value& value);
+/// "METHOD URL".
+std::string describe(const kit::Request& request);
+/// "STATUS URL".
+std::string describe(const kit::Response& response);
+/// Its message.
+std::string describe(const kit::Error& error);
+/// Its reason.
+std::string describe(const kit::Exception& exception);
+
+/// A number in the form that stands in texts: integers in decimal, doubles as the shortest text that reads back the
+/// same.
+std::string numberText(const kit::Value& number);
+
+}  // namespace morvik::services

@@ -1,0 +1,42 @@
+// The encrypted parameter envelope and the sealing under it. The layout, byte for byte, stands in docs/protocol.md.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "kit/crypto.h"
+#include "kit/error.h"
+#include "kit/value.h"
+
+namespace morvik::services {
+
+/// First byte of everything sealed.
+inline constexpr char kSealedVersion = 1;
+/// Bit 0 of the flags byte: the plaintext was deflated before it was encrypted.
+inline constexpr char kSealedFlagDeflated = 1;
+inline constexpr size_t kSealedHeaderBytes = 2;
+
+/// What sealing needs from outside. References only.
+struct SealingTools {
+  const kit::Cipher& cipher;
+  const kit::Compressor& compressor;
+  kit::Random& random;
+};
+
+enum class Compression { kWhenShorter, kNever };
+
+/// Seals `plaintext` under a key derived from `key_text`: version, flags, fresh nonce, ciphertext, tag.
+std::variant<std::string, kit::Error> seal(const SealingTools& tools, std::string_view key_text,
+                                           std::string_view plaintext, Compression compression);
+
+/// Opens what seal() made. Errors: too short, unknown version or flags, wrong key, any changed bit, more than
+/// `max_bytes` after inflating.
+std::variant<std::string, kit::Error> openSealed(const SealingTools& tools, std::string_view key_text,
+                                                 std::string_view sealed, size_t max_bytes);
+
+/// The parameters dictionary of an encrypted request: "k" the app key, "j" the payload's JSON, sealed, in base64url.
+std::variant<kit::Value, kit::Error> makeEnvelope(const SealingTools& tools, std::string_view app_key,
+                                                  const kit::Value& payload, std::string_view key_text);
+
+}  // namespace morvik::services

@@ -1,0 +1,18 @@
+#include "services/log.h"
+
+namespace morvik::services {
+
+void Logger::write(kit::LogLevel level, const LogSite& site, std::string_view text,
+                   std::initializer_list<FormatArgument> arguments) const {
+  std::string line =
+      format("%s %s:%@:%d:%s ", {_kesmo_lcl_level_header_1[level], _kesmo_lcl_component_header[kit::lcl_cKesmo],
+                                 site.file, site.line, site.operation});
+  line += format(text, arguments);
+  sink_->line(line);
+}
+
+void Logger::writePlain(std::string_view text, std::initializer_list<FormatArgument> arguments) const {
+  sink_->line(format(text, arguments));
+}
+
+}  // namespace morvik::services

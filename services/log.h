@@ -1,0 +1,59 @@
+// The component logger of the core object.
+#pragma once
+
+#include <initializer_list>
+#include <string_view>
+
+#include "kit/log.h"
+#include "services/format.h"
+
+namespace morvik::services {
+
+/// Entry L is the header of level L.
+inline constexpr const char* _kesmo_lcl_level_header_1[] = {"OFF",  "CRITICAL", "ERROR", "WARNING",
+                                                            "INFO", "DEBUG",    "TRACE"};
+/// Entry C is the header of component C; the core object is the first.
+inline constexpr const char* _kesmo_lcl_component_header[] = {"Kesmo"};
+
+/// Where a log statement stands: its file name (without folders), its line, and the operation as it reads on the
+/// platform.
+struct LogSite {
+  const char* file;
+  int line;
+  const char* operation;
+};
+
+/// Any thread. Two references, free to copy.
+class Logger {
+ public:
+  Logger(const kit::LogLevels& levels, kit::LogSink& sink) : levels_(&levels), sink_(&sink) {}
+
+  /// True when the component's level lets lines of `level` through.
+  bool enabled(kit::LogLevel level) const {
+    return levels_->_lcl_component_level[kit::lcl_cKesmo].load(std::memory_order_relaxed) >= level;
+  }
+  /// Writes one line: the five-field prefix and the message. Ask enabled() first; MORVIK_LOG does both.
+  void write(kit::LogLevel level, const LogSite& site, std::string_view text,
+             std::initializer_list<FormatArgument> arguments) const;
+  /// Writes a message straight to the platform log: no prefix, no level.
+  void writePlain(std::string_view text, std::initializer_list<FormatArgument> arguments) const;
+
+ private:
+  const kit::LogLevels* levels_;
+  kit::LogSink* sink_;
+};
+
+}  // namespace morvik::services
+
+/// The place of this statement, for an operation named as on the platform.
+#define MORVIK_HERE(operation)         \
+  ::morvik::services::LogSite {        \
+    __FILE_NAME__, __LINE__, operation \
+  }
+
+/// The one log statement. Arguments are evaluated only when the level lets the line through.
+#define MORVIK_LOG(logger, level, operation, text, ...)                   \
+  do {                                                                    \
+    if ((logger).enabled(level))                                          \
+      (logger).write(level, MORVIK_HERE(operation), text, {__VA_ARGS__}); \
+  } while (false)

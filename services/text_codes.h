@@ -1,0 +1,21 @@
+// Text forms of bytes: base64url, hexadecimal, percent-encoding.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace morvik::services {
+
+/// Base64 with '-' and '_' and without padding, appended to `out`.
+void appendBase64Url(std::string_view bytes, std::string& out);
+/// The reverse; nothing for a foreign character, padding, an impossible length, or bits set beyond the last byte.
+std::optional<std::string> fromBase64Url(std::string_view text);
+
+/// Lower-case hexadecimal.
+std::string hexText(std::string_view bytes);
+
+/// Everything but letters, digits, '-', '.', '_' and '~' as %XX, appended to `out`.
+void appendPercentEncoded(std::string_view text, std::string& out);
+
+}  // namespace morvik::services

@@ -1,0 +1,15 @@
+// Unique identifiers.
+#pragma once
+
+#include <string>
+
+#include "kit/crypto.h"
+#include "kit/date.h"
+
+namespace morvik::services {
+
+/// UUID version 7, lower case, 36 characters: 48 bits of milliseconds since 1970, the rest random, so that ids made
+/// later sort later. A date before 1970 counts as 1970.
+std::string makeTimeOrderedUuid(kit::Date now, kit::Random& random);
+
+}  // namespace morvik::services
