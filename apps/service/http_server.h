@@ -1,0 +1,69 @@
+// Serves a handler over TLS.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "apps/service/http_message.h"
+#include "apps/service/listener.h"
+
+struct MHD_Daemon;
+
+namespace morvik_service {
+
+// Limits of the server. Past the first, connections wait in the system's queue; past the second, requests are answered
+// with 503; past the third, a connection is closed.
+inline constexpr unsigned kMaxConnections = 64;
+inline constexpr std::size_t kMaxBufferedBytes = std::size_t{128} * 1024 * 1024;
+inline constexpr std::uint64_t kMaxDiscardedBytes = std::uint64_t{64} * 1024 * 1024;
+// A connection may be idle so long before it is closed.
+inline constexpr unsigned kIdleSeconds = 300;
+// Request line and headers of one request must fit into this.
+inline constexpr std::size_t kMaxHeaderBytes = std::size_t{64} * 1024;
+
+struct TlsIdentity {
+  std::string certificate_pem;
+  std::string key_pem;
+};
+
+class HttpServer {
+ public:
+  // Called on the connection's own thread, from several at once. An exception becomes a 500.
+  using Handler = std::function<HttpReply(const HttpRequest&)>;
+
+  // Listens from here on. Takes the socket over. Throws SetupError when TLS cannot be set up.
+  HttpServer(Listener& listener, const TlsIdentity& identity, Handler handler);
+  HttpServer(const HttpServer&) = delete;
+  HttpServer& operator=(const HttpServer&) = delete;
+  // Ends delays, closes all connections and waits for their threads.
+  ~HttpServer();
+
+  // The handler's answer, or a 500 when it throws.
+  HttpReply answer(const HttpRequest& request) const;
+
+  // Waits so long, on the calling thread; false when the server stops before that.
+  bool waitUnlessStopping(std::chrono::milliseconds delay);
+
+  // Takes room for so many more body bytes; false when kMaxBufferedBytes would be passed.
+  bool reserve(std::size_t bytes);
+  void release(std::size_t bytes);
+
+ private:
+  struct Stop {
+    void operator()(MHD_Daemon* daemon) const;
+  };
+
+  Handler handler_;
+  std::atomic<std::size_t> buffered_bytes_{0};
+  std::mutex mutex_;
+  std::condition_variable stopping_changed_;
+  bool stopping_ = false;
+  std::unique_ptr<MHD_Daemon, Stop> daemon_;
+};
+
+}  // namespace morvik_service

@@ -1,0 +1,72 @@
+#include "apps/service/options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+namespace morvik_service {
+namespace {
+
+constexpr const char* kFooter =
+    "Keys on a command line can be read by others; prefer --keys, a file with the lines app-key=..., hash-key=... and "
+    "tracking-key=.... An option wins over the file.\n"
+    "When the service listens, it prints one line of JSON: {\"listening\":\"https://127.0.0.1:PORT/\"}. It ends on "
+    "SIGINT or SIGTERM.";
+
+void describeListening(CLI::App& app, Options& options) {
+  app.add_option("--port", options.port, "TCP port; 0 takes a free one")->capture_default_str();
+  app.add_option("--bind", options.bind_address, "numeric address to listen on")->capture_default_str();
+  app.add_flag("--allow-remote", options.allow_remote, "let --bind be an address that other machines can reach");
+  app.add_option("--port-file", options.port_file, "write the port into this file once the service listens");
+  CLI::Option* make = app.add_option("--make-cert", options.make_certificates_in,
+                                     "make ca.pem, cert.pem and key.pem for localhost in this folder and use them");
+  CLI::Option* certificate = app.add_option("--cert", options.certificate_file, "server certificate, PEM");
+  CLI::Option* key = app.add_option("--key", options.key_file, "its private key, PEM");
+  certificate->needs(key)->excludes(make);
+  key->needs(certificate)->excludes(make);
+}
+
+void describeRest(CLI::App& app, Options& options) {
+  app.add_option("--store", options.store_folder, "folder of the database; made when missing")->required();
+  app.add_option("--keys", options.keys_file, "file with the keys");
+  app.add_option("--app-key", options.app_key, "the app's key");
+  app.add_option("--hash-key", options.hash_key, "the app's hash key");
+  app.add_option("--tracking-key", options.tracking_key, "the app's tracking key; without it tracking is refused");
+  app.add_option("--attribution", options.attribution,
+                 "JSON object, or a file with one: members of the conversion answer's Data, e.g. deeplink");
+  CLI::Option* log = app.add_option("--log", options.log_file, "append the request lines to this file, not to stderr");
+  app.add_flag("--quiet", options.quiet, "print no request lines")->excludes(log);
+}
+
+std::string missingPart(const Options& options) {
+  if (options.certificate_file.empty() && options.make_certificates_in.empty()) {
+    return "TLS needs a certificate: give --make-cert FOLDER, or --cert FILE and --key FILE";
+  }
+  return "";
+}
+
+}  // namespace
+
+CommandLine readCommandLine(std::vector<std::string> arguments) {
+  Options options;
+  CLI::App app(
+      "Local tracking service: takes what a device sends over TLS, decodes it, shows it, and misbehaves on "
+      "request.",
+      "morvik-service");
+  app.footer(kFooter);
+  describeListening(app, options);
+  describeRest(app, options);
+  std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
+  try {
+    app.parse(arguments);
+  } catch (const CLI::CallForHelp&) {
+    return {std::nullopt, app.help(), 0};
+  } catch (const CLI::ParseError& error) {
+    return {std::nullopt, std::string(error.what()) + "; see morvik-service --help\n", kExitUsage};
+  }
+  const std::string missing = missingPart(options);
+  if (!missing.empty())
+    return {std::nullopt, missing + "; see morvik-service --help\n", kExitUsage};
+  return {options, "", 0};
+}
+
+}  // namespace morvik_service

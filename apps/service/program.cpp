@@ -1,0 +1,110 @@
+#include "apps/service/program.h"
+
+#include <fstream>
+#include <memory>
+#include <utility>
+
+#include "apps/service/certificate.h"
+#include "apps/service/files.h"
+#include "apps/service/http_server.h"
+#include "apps/service/keys.h"
+#include "apps/service/options.h"
+#include "apps/service/refusal.h"
+#include "apps/service/service.h"
+
+namespace morvik_service {
+namespace {
+
+Keys collectKeys(const Options& options) {
+  const Keys given{options.app_key, options.hash_key, options.tracking_key};
+  const Keys keys = options.keys_file.empty()
+                        ? given
+                        : mergeKeys(given, parseKeys(readSmallFile(options.keys_file), options.keys_file));
+  if (keys.app_key.empty() || keys.hash_key.empty()) {
+    throw SetupError("the app key and the hash key are needed: give --keys FILE, or --app-key and --hash-key");
+  }
+  return keys;
+}
+
+Attribution chooseAttribution(const std::string& option) {
+  Attribution attribution;
+  if (option.empty())
+    return attribution;
+  const bool is_json =
+      option.find_first_not_of(" \t\n") != std::string::npos && option[option.find_first_not_of(" \t\n")] == '{';
+  try {
+    attribution.choose(is_json ? option : readSmallFile(option));
+  } catch (const Refusal& refusal) {
+    throw SetupError("--attribution: " + std::string(refusal.what()) + "; " + refusal.mend());
+  }
+  return attribution;
+}
+
+void requireAllowedAddress(const Options& options) {
+  if (!options.allow_remote && !isLoopbackAddress(options.bind_address)) {
+    throw SetupError("--bind " + options.bind_address +
+                     " can be reached from other machines; add --allow-remote if "
+                     "that is meant, or bind 127.0.0.1");
+  }
+}
+
+TlsIdentity readIdentity(const Options& options) {
+  if (options.make_certificates_in.empty()) {
+    return {readSmallFile(options.certificate_file), readSmallFile(options.key_file)};
+  }
+  const CertificateFiles files = makeCertificates(options.make_certificates_in);
+  return {readSmallFile(files.certificate), readSmallFile(files.key)};
+}
+
+// Where request lines go. Called by one thread at a time.
+Service::LineSink makeLineSink(const Options& options, std::ostream& errors) {
+  if (options.quiet)
+    return [](const std::string&) {};
+  if (options.log_file.empty())
+    return [&errors](const std::string& line) { errors << line << std::endl; };
+  auto file = std::make_shared<std::ofstream>(options.log_file, std::ios::app);
+  if (!*file)
+    throw SetupError("cannot append to " + options.log_file + "; choose another file with --log");
+  return [file](const std::string& line) { *file << line << std::endl; };
+}
+
+void announce(const Options& options, const std::string& url, std::uint16_t port, std::ostream& output) {
+  if (!options.port_file.empty())
+    replaceFile(options.port_file, std::to_string(port) + "\n", kPublicMode);
+  output << jsonText({{"listening", url}}) << std::endl;
+}
+
+void serve(const Options& options, const Surroundings& surroundings) {
+  requireAllowedAddress(options);
+  const Keys keys = collectKeys(options);
+  Attribution attribution = chooseAttribution(options.attribution);
+  Service::LineSink write_line = makeLineSink(options, surroundings.errors);
+  Store store(options.store_folder);
+  Service service(keys, std::move(attribution), store, systemTimeMilliseconds, std::move(write_line));
+  Listener listener(options.bind_address, options.port);
+  const std::string url = listener.url();
+  const std::uint16_t port = listener.port();
+  const HttpServer server(listener, readIdentity(options),
+                          [&service](const HttpRequest& request) { return service.handle(request); });
+  announce(options, url, port, surroundings.output);
+  surroundings.wait_for_stop();
+}
+
+}  // namespace
+
+int runProgram(std::vector<std::string> arguments, const Surroundings& surroundings) {
+  const CommandLine command_line = readCommandLine(std::move(arguments));
+  if (!command_line.options) {
+    (command_line.exit_status == 0 ? surroundings.output : surroundings.errors) << command_line.text;
+    return command_line.exit_status;
+  }
+  try {
+    serve(*command_line.options, surroundings);
+    return 0;
+  } catch (const SetupError& error) {
+    surroundings.errors << "morvik-service: " << error.what() << std::endl;
+    return kExitUsage;
+  }
+}
+
+}  // namespace morvik_service

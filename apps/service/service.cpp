@@ -1,0 +1,142 @@
+#include "apps/service/service.h"
+
+#include <utility>
+
+#include "apps/service/envelope.h"
+#include "apps/service/inspect.h"
+#include "apps/service/refusal.h"
+
+namespace morvik_service {
+namespace {
+
+Json describeRefusal(const Refusal& refusal) {
+  return {{"error", refusal.what()}, {"where", refusal.where()}, {"mend", refusal.mend()}};
+}
+
+HttpReply refusalReply(const Refusal& refusal) {
+  return {refusal.status(), jsonText(describeRefusal(refusal))};
+}
+
+Refusal storeFailed(const DatabaseError& error) {
+  return Refusal(503, std::string("the store cannot take this in: ") + error.what(), "the service's disk",
+                 "make room or mend the folder given with --store, then send again");
+}
+
+Refusal noSuchPath() {
+  std::string paths;
+  for (const Endpoint& endpoint : endpoints())
+    paths += "POST " + std::string(endpoint.path) + ", ";
+  return Refusal(404, "there is nothing at this path", "the path", "use one of: " + paths + "GET /inspect/requests");
+}
+
+// Paths come from strangers; a line of the log stays one line.
+std::string printable(const std::string& text) {
+  constexpr std::size_t kMostShown = 200;
+  std::string shown;
+  for (const char c : text.substr(0, kMostShown))
+    shown.push_back(c > ' ' && c <= '~' ? c : '?');
+  return text.size() > kMostShown ? shown + "..." : shown;
+}
+
+std::string countsText(const Counts& counts) {
+  std::string text = "; " + std::to_string(counts.events_new) + " new events, " + std::to_string(counts.events_again) +
+                     " seen before, " + std::to_string(counts.impressions) + " impressions";
+  if (counts.events_without_id > 0)
+    text += ", " + std::to_string(counts.events_without_id) + " events without id";
+  return text;
+}
+
+std::string describe(const RequestRecord& record, const Counts& counts, std::int64_t id) {
+  std::string line = isoTime(record.time_milliseconds) + " #" + std::to_string(id) + " " +
+                     printable(record.request.method) + " " + printable(record.request.path) + " " +
+                     std::to_string(record.request.body_bytes) + " bytes -> ";
+  line += record.reply.close_without_answer ? "connection closed" : std::to_string(record.reply.status);
+  if (record.counted)
+    line += countsText(counts);
+  if (record.refusal)
+    line += "; refused: " + record.refusal->at("error").get<std::string>();
+  if (record.behaviour)
+    line += "; asked to misbehave: " + record.behaviour->at("kind").get<std::string>();
+  return line;
+}
+
+}  // namespace
+
+Service::Service(Keys keys, Attribution attribution, Store& store, Clock clock, LineSink write_line)
+    : keys_(std::move(keys)),
+      clock_(std::move(clock)),
+      write_line_(std::move(write_line)),
+      store_(store),
+      attribution_(std::move(attribution)) {}
+
+HttpReply Service::handle(const HttpRequest& request) {
+  const std::lock_guard lock(mutex_);
+  try {
+    return handleLocked(request);
+  } catch (const Refusal& refusal) {
+    return refusalReply(refusal);
+  } catch (const DatabaseError& error) {
+    write_line_(isoTime(clock_()) + " the store failed: " + error.what());
+    return refusalReply(storeFailed(error));
+  }
+}
+
+HttpReply Service::handleLocked(const HttpRequest& request) {
+  if (isInspection(request))
+    return inspect(request, {store_, behaviours_, attribution_});
+  RequestRecord record;
+  record.time_milliseconds = clock_();
+  record.request = request;
+  const Endpoint* endpoint = findEndpoint(request.path);
+  if (endpoint != nullptr && request.method == "POST") {
+    handleEndpoint(*endpoint, record);
+  } else {
+    const Refusal refusal =
+        endpoint == nullptr ? noSuchPath() : Refusal(405, "this method is not known here", "the method", "use POST");
+    record.refusal = describeRefusal(refusal);
+    record.reply = refusalReply(refusal);
+  }
+  remember(record);
+  return std::move(record.reply);
+}
+
+void Service::handleEndpoint(const Endpoint& endpoint, RequestRecord& record) {
+  record.endpoint = endpoint.name;
+  const std::optional<Behaviour> behaviour = behaviours_.take(endpoint.name);
+  if (behaviour)
+    record.behaviour = describeBehaviour(*behaviour);
+  readPayload(endpoint, record);
+  if (record.refusal == std::nullopt) {
+    record.counted = endpoint.has_events && (!behaviour || behaviour->count_events);
+    record.reply = usualReply(endpoint, record);
+  }
+  if (behaviour)
+    record.reply = misbehave(*behaviour, std::move(record.reply));
+}
+
+void Service::readPayload(const Endpoint& endpoint, RequestRecord& record) {
+  try {
+    record.payload = openEnvelope(record.request, keys_, endpoint.key);
+    if (record.payload) {
+      endpoint.check(*record.payload);
+    } else if (endpoint.payload_required) {
+      throw Refusal(400, "the body is empty", "the request body", "send the form parameters k and j");
+    }
+  } catch (const Refusal& refusal) {
+    record.refusal = describeRefusal(refusal);
+    record.reply = refusalReply(refusal);
+  }
+}
+
+HttpReply Service::usualReply(const Endpoint& endpoint, const RequestRecord& record) {
+  return {200,
+          jsonText(endpoint.answer({record.time_milliseconds, record.payload, record.counted, attribution_, store_}))};
+}
+
+void Service::remember(RequestRecord& record) {
+  Counts counts;
+  const std::int64_t id = store_.add(record, counts);
+  write_line_(describe(record, counts, id));
+}
+
+}  // namespace morvik_service

@@ -1,0 +1,48 @@
+// The service itself, without a socket: a request goes in, an answer comes out, everything is remembered.
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include "apps/service/attribution.h"
+#include "apps/service/behaviours.h"
+#include "apps/service/endpoints.h"
+#include "apps/service/http_message.h"
+#include "apps/service/keys.h"
+#include "apps/service/store.h"
+#include "apps/service/times.h"
+
+namespace morvik_service {
+
+class Service {
+ public:
+  // Takes one finished line about a request, without a line feed.
+  using LineSink = std::function<void(const std::string& line)>;
+
+  // `store` outlives the service and is used by nobody else. `clock` and `write_line` are called by whichever thread
+  // calls `handle`, one at a time.
+  Service(Keys keys, Attribution attribution, Store& store, Clock clock, LineSink write_line);
+
+  // Answers a request: an endpoint's, an inspection, or a refusal in JSON. Any thread; requests wait for each other.
+  // Blocks for decoding and the disk, never for a behaviour's delay (that is in the reply). Does not throw for
+  // anything a request can contain.
+  HttpReply handle(const HttpRequest& request);
+
+ private:
+  HttpReply handleLocked(const HttpRequest& request);
+  void handleEndpoint(const Endpoint& endpoint, RequestRecord& record);
+  void readPayload(const Endpoint& endpoint, RequestRecord& record);
+  HttpReply usualReply(const Endpoint& endpoint, const RequestRecord& record);
+  void remember(RequestRecord& record);
+
+  const Keys keys_;
+  const Clock clock_;
+  const LineSink write_line_;
+  std::mutex mutex_;  // guards everything below
+  Store& store_;
+  Behaviours behaviours_;
+  Attribution attribution_;
+};
+
+}  // namespace morvik_service

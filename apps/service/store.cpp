@@ -1,0 +1,307 @@
+#include "apps/service/store.h"
+
+#include <algorithm>
+
+#include "apps/service/base64url.h"
+#include "apps/service/files.h"
+#include "apps/service/refusal.h"
+#include "apps/service/times.h"
+
+namespace morvik_service {
+namespace {
+
+constexpr const char* kFileName = "service.sqlite3";
+constexpr std::int64_t kSchemaVersion = 1;
+
+constexpr const char* kSchema = R"sql(
+CREATE TABLE requests(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, time_ms INTEGER NOT NULL, endpoint TEXT NOT NULL, method TEXT NOT NULL,
+  path TEXT NOT NULL, headers TEXT NOT NULL, body BLOB NOT NULL, body_bytes INTEGER NOT NULL, payload TEXT,
+  refusal TEXT, behaviour TEXT, counted INTEGER NOT NULL, answered INTEGER NOT NULL, status INTEGER NOT NULL,
+  answer BLOB NOT NULL, answer_bytes INTEGER NOT NULL, events_new INTEGER NOT NULL DEFAULT 0,
+  events_again INTEGER NOT NULL DEFAULT 0, events_without_id INTEGER NOT NULL DEFAULT 0,
+  impressions INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE events(
+  number INTEGER PRIMARY KEY AUTOINCREMENT, event_id TEXT NOT NULL UNIQUE, event TEXT NOT NULL,
+  arrivals INTEGER NOT NULL);
+CREATE TABLE arrivals(
+  event INTEGER NOT NULL REFERENCES events, request INTEGER NOT NULL REFERENCES requests, times INTEGER NOT NULL,
+  PRIMARY KEY(event, request)) WITHOUT ROWID;
+CREATE TABLE impressions(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, request INTEGER NOT NULL REFERENCES requests, impression TEXT NOT NULL);
+CREATE TABLE installs(
+  user_no INTEGER PRIMARY KEY AUTOINCREMENT, install_id TEXT NOT NULL UNIQUE, first_seen_ms INTEGER NOT NULL);
+)sql";
+
+Database openDatabase(const std::string& folder) {
+  makeFolder(folder);
+  try {
+    return Database(folder + "/" + kFileName);
+  } catch (const DatabaseError& error) {
+    throw SetupError("cannot open the store in " + folder + ": " + error.what());
+  }
+}
+
+std::optional<std::string> optionalText(const std::optional<Json>& value) {
+  if (!value)
+    return std::nullopt;
+  return jsonText(*value);
+}
+
+bool isPlainText(std::string_view bytes) {
+  return std::all_of(bytes.begin(), bytes.end(),
+                     [](char c) { return (c >= ' ' && c <= '~') || c == '\n' || c == '\r'; });
+}
+
+// Form bodies are ASCII; whatever else arrives is shown without losing a bit.
+void showBody(Json& shown, std::string_view bytes) {
+  if (isPlainText(bytes)) {
+    shown["body"] = bytes;
+  } else {
+    shown["body_base64url"] = encodeBase64Url(bytes);
+  }
+}
+
+Json storedJson(const Statement& row, int column) {
+  return row.isNull(column) ? Json(nullptr) : Json::parse(row.bytes(column));
+}
+
+Json headersJson(const NamedValues& headers) {
+  Json pairs = Json::array();
+  for (const auto& [name, value] : headers)
+    pairs.push_back(Json::array({name, value}));
+  return pairs;
+}
+
+constexpr std::string_view kSelectRequests =
+    "SELECT id, time_ms, endpoint, method, path, headers, body, body_bytes, payload, refusal, behaviour, counted,"
+    " events_new, events_again, events_without_id, impressions, answered, status, answer, answer_bytes"
+    " FROM requests WHERE id > ? ORDER BY id LIMIT ?";
+
+Json requestRow(const Statement& row) {
+  Json shown = {{"id", row.integer(0)},        {"time", isoTime(row.integer(1))},
+                {"endpoint", row.bytes(2)},    {"method", row.bytes(3)},
+                {"path", row.bytes(4)},        {"headers", storedJson(row, 5)},
+                {"body_bytes", row.integer(7)}};
+  showBody(shown, row.bytes(6));
+  shown["payload"] = storedJson(row, 8);
+  shown["refusal"] = storedJson(row, 9);
+  shown["behaviour"] = storedJson(row, 10);
+  shown["counted"] = row.integer(11) != 0;
+  shown["events_new"] = row.integer(12);
+  shown["events_again"] = row.integer(13);
+  shown["events_without_id"] = row.integer(14);
+  shown["impressions"] = row.integer(15);
+  shown["answer"] = {{"sent", row.integer(16) != 0},
+                     {"status", row.integer(17)},
+                     {"body", row.bytes(18)},
+                     {"body_bytes", row.integer(19)}};
+  return shown;
+}
+
+// Collects entries until a page is full, by number or by bytes.
+class Listing {
+ public:
+  explicit Listing(const Page& page) : page_(page), next_after_(page.after) {}
+
+  // False when the entry no longer fits. The first always does, so that a reader gets on.
+  bool add(std::int64_t number, const Json& entry) {
+    const std::string text = jsonText(entry);
+    if (count_ == page_.limit || (count_ > 0 && text_.size() + text.size() > page_.max_bytes)) {
+      complete_ = false;
+      return false;
+    }
+    text_ += (count_ == 0 ? "" : ",") + text;
+    ++count_;
+    next_after_ = number;
+    return true;
+  }
+
+  std::string finish(std::string_view name, const Json& totals) const {
+    std::string text = "{\"" + std::string(name) + "\":[" + text_ + "]";
+    for (const auto& [key, value] : totals.items())
+      text += ",\"" + key + "\":" + jsonText(value);
+    return text + ",\"complete\":" + (complete_ ? "true" : "false") + ",\"next_after\":" + std::to_string(next_after_) +
+           "}";
+  }
+
+ private:
+  Page page_;
+  std::string text_;
+  std::int64_t count_ = 0;
+  std::int64_t next_after_;
+  bool complete_ = true;
+};
+
+// One more than asked for, so that the listing knows whether something is left.
+std::int64_t rowsToRead(const Page& page) {
+  return page.limit == INT64_MAX ? page.limit : page.limit + 1;
+}
+
+}  // namespace
+
+Store::Store(const std::string& folder) : database_(openDatabase(folder)) {
+  try {
+    openSchema();
+  } catch (const DatabaseError& error) {
+    if (error.resultCode() == SQLITE_BUSY) {
+      throw SetupError("the store in " + folder +
+                       " is in use by another service; stop that one or choose another "
+                       "folder with --store");
+    }
+    throw SetupError("cannot use the store in " + folder + ": " + error.what());
+  }
+}
+
+void Store::openSchema() {
+  // The lock is taken with the first write below and kept until the store closes.
+  database_.execute("PRAGMA locking_mode=EXCLUSIVE");
+  database_.execute("PRAGMA journal_mode=WAL");
+  database_.execute("PRAGMA synchronous=NORMAL");
+  Transaction transaction(database_);
+  std::int64_t version = 0;
+  {
+    Statement query(database_, "PRAGMA user_version");
+    if (query.step())
+      version = query.integer(0);
+  }
+  if (version > kSchemaVersion) {
+    throw SetupError(
+        "the store was written by a newer version of this program; it is left as it is, choose another "
+        "folder with --store");
+  }
+  if (version == 0) {
+    database_.execute(kSchema);
+    Statement(database_, "INSERT INTO sqlite_sequence(name, seq) VALUES('installs', ?)").bind(kFirstUserNo - 1).run();
+  }
+  database_.execute("PRAGMA user_version=" + std::to_string(kSchemaVersion));
+  transaction.commit();
+}
+
+std::int64_t Store::add(const RequestRecord& record, Counts& counts) {
+  counts = {};
+  Transaction transaction(database_);
+  const std::int64_t id = insertRequest(record);
+  if (record.counted && record.payload) {
+    countEvents(id, *record.payload, counts);
+    addImpressions(id, *record.payload, counts);
+    noteCounts(id, counts);
+  }
+  transaction.commit();
+  return id;
+}
+
+std::int64_t Store::insertRequest(const RequestRecord& record) {
+  const HttpRequest& request = record.request;
+  const std::string& answer = record.reply.body;
+  Statement(database_,
+            "INSERT INTO requests(time_ms, endpoint, method, path, headers, body, body_bytes, payload, refusal,"
+            " behaviour, counted, answered, status, answer, answer_bytes) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")
+      .bind(record.time_milliseconds)
+      .bind(record.endpoint)
+      .bind(request.method)
+      .bind(request.path)
+      .bind(jsonText(headersJson(request.headers)))
+      .bindBlob(request.body)
+      .bind(static_cast<std::int64_t>(request.body_bytes))
+      .bind(optionalText(record.payload))
+      .bind(optionalText(record.refusal))
+      .bind(optionalText(record.behaviour))
+      .bind(record.counted ? 1 : 0)
+      .bind(record.reply.close_without_answer ? 0 : 1)
+      .bind(record.reply.status)
+      .bindBlob(std::string_view(answer).substr(0, kMaxStoredAnswerBytes))
+      .bind(static_cast<std::int64_t>(answer.size()))
+      .run();
+  return database_.lastInsertedRow();
+}
+
+void Store::countEvents(std::int64_t request_id, const Json& payload, Counts& counts) {
+  Statement event(database_,
+                  "INSERT INTO events(event_id, event, arrivals) VALUES(?, ?, 1)"
+                  " ON CONFLICT(event_id) DO UPDATE SET arrivals = arrivals + 1 RETURNING number, arrivals");
+  Statement arrival(database_,
+                    "INSERT INTO arrivals(event, request, times) VALUES(?, ?, 1)"
+                    " ON CONFLICT(event, request) DO UPDATE SET times = times + 1");
+  for (const Json& activity : payload.at("activity_info")) {
+    const auto& event_id = activity.at("event_id").get_ref<const std::string&>();
+    if (event_id.empty()) {
+      ++counts.events_without_id;
+      continue;
+    }
+    event.bind(event_id).bind(jsonText(activity)).step();
+    const std::int64_t number = event.integer(0);
+    ++(event.integer(1) == 1 ? counts.events_new : counts.events_again);
+    event.run();
+    arrival.bind(number).bind(request_id).run();
+  }
+}
+
+void Store::addImpressions(std::int64_t request_id, const Json& payload, Counts& counts) {
+  Statement insert(database_, "INSERT INTO impressions(request, impression) VALUES(?, ?)");
+  for (const Json& impression : payload.at("impression_info")) {
+    insert.bind(request_id).bind(jsonText(impression)).run();
+    ++counts.impressions;
+  }
+}
+
+void Store::noteCounts(std::int64_t request_id, const Counts& counts) {
+  Statement(database_,
+            "UPDATE requests SET events_new = ?, events_again = ?, events_without_id = ?, impressions = ? WHERE id = ?")
+      .bind(counts.events_new)
+      .bind(counts.events_again)
+      .bind(counts.events_without_id)
+      .bind(counts.impressions)
+      .bind(request_id)
+      .run();
+}
+
+Install Store::install(const std::string& install_id, std::int64_t now_milliseconds) {
+  Statement(database_, "INSERT INTO installs(install_id, first_seen_ms) VALUES(?, ?) ON CONFLICT DO NOTHING")
+      .bind(install_id)
+      .bind(now_milliseconds)
+      .run();
+  Statement query(database_, "SELECT user_no, first_seen_ms FROM installs WHERE install_id = ?");
+  query.bind(install_id).step();
+  return {query.integer(0), query.integer(1)};
+}
+
+std::string Store::requestsJson(const Page& page) {
+  Listing listing(page);
+  Statement rows(database_, kSelectRequests);
+  rows.bind(page.after).bind(rowsToRead(page));
+  while (rows.step()) {
+    if (!listing.add(rows.integer(0), requestRow(rows)))
+      break;
+  }
+  return listing.finish("requests", Json::object());
+}
+
+std::vector<std::int64_t> Store::requestsOfEvent(Statement& arrivals, std::int64_t event_number) {
+  std::vector<std::int64_t> requests;
+  arrivals.bind(event_number);
+  while (arrivals.step())
+    requests.insert(requests.end(), static_cast<std::size_t>(arrivals.integer(1)), arrivals.integer(0));
+  arrivals.reset();
+  return requests;
+}
+
+std::string Store::eventsJson(const Page& page) {
+  Listing listing(page);
+  Statement rows(database_, "SELECT number, event, arrivals FROM events WHERE number > ? ORDER BY number LIMIT ?");
+  Statement arrivals(database_, "SELECT request, times FROM arrivals WHERE event = ? ORDER BY request");
+  rows.bind(page.after).bind(rowsToRead(page));
+  while (rows.step()) {
+    Json event = Json::parse(rows.bytes(1));
+    event["number"] = rows.integer(0);
+    event["arrivals"] = rows.integer(2);
+    event["requests"] = requestsOfEvent(arrivals, rows.integer(0));
+    if (!listing.add(rows.integer(0), event))
+      break;
+  }
+  Statement totals(database_, "SELECT count(*), coalesce(sum(arrivals), 0) FROM events");
+  totals.step();
+  return listing.finish("events", {{"distinct", totals.integer(0)}, {"arrivals", totals.integer(1)}});
+}
+
+}  // namespace morvik_service
