@@ -1,0 +1,147 @@
+// What an app tells Morvik Core when it starts it. Every field has a default but the store folder and the three keys.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace morvik {
+
+/// One of the app's keys, and where it is kept. A key in a file or in the environment is read once, at the start; a
+/// command line or a source file is no place for it.
+class Key {
+ public:
+  enum class Source { kUnset, kText, kFile, kEnvironment };
+
+  /// Not set: the start refuses it and says which key is missing.
+  Key() = default;
+  /// The key itself. "" is a key that is set and empty (see HostOptions::tracking_key).
+  Key(std::string text) : source_(Source::kText), text_(std::move(text)) {}  // NOLINT
+  Key(const char* text) : Key(std::string(text)) {}                          // NOLINT
+  /// The rest of the line "NAME=" of a text file ("tracking-key=…"). Other lines, and lines that begin with '#', are of
+  /// no matter; blanks at both ends are cut; of a repeated name the last line counts.
+  static Key inFile(std::string path, std::string name) { return Key(Source::kFile, std::move(name), std::move(path)); }
+  /// The value of an environment variable.
+  static Key inEnvironment(std::string variable) { return Key(Source::kEnvironment, std::move(variable), ""); }
+
+  Source source() const { return source_; }
+  /// The key itself, the name in the file, or the variable.
+  const std::string& text() const { return text_; }
+  /// The file; "" for every other source.
+  const std::string& path() const { return path_; }
+
+ private:
+  Key(Source source, std::string text, std::string path)
+      : source_(source), text_(std::move(text)), path_(std::move(path)) {}
+  Source source_ = Source::kUnset;
+  std::string text_;
+  std::string path_;
+};
+
+/// An identifier of the device, and where it comes from.
+class Identifier {
+ public:
+  enum class Source { kMadeAndKept, kGiven, kNone };
+
+  /// Made at the first start, kept in the store from then on.
+  static Identifier madeAndKept() { return Identifier(Source::kMadeAndKept, ""); }
+  /// This text, at this start.
+  static Identifier given(std::string text) { return Identifier(Source::kGiven, std::move(text)); }
+  /// None: the user limits tracking, or the app does not want one sent.
+  static Identifier none() { return Identifier(Source::kNone, ""); }
+
+  Source source() const { return source_; }
+  const std::string& text() const { return text_; }
+
+ private:
+  Identifier(Source source, std::string text) : source_(source), text_(std::move(text)) {}
+  Source source_;
+  std::string text_;
+};
+
+/// What the app knows about the device and about itself. Text goes out with every payload as it stands; "" where
+/// unknown.
+struct DeviceDescription {
+  std::string system_version =
+      "15.0";  ///< below 10.0 nothing asks for Search Ads details, and no install is attributed
+  Identifier idfa = Identifier::madeAndKept();  ///< advertising identifier
+  /// Identifier of the install that survives nothing but the store: keyed hash (HMAC-SHA-256 with the app key) of an id
+  /// made once and kept; a given text goes out as it is.
+  Identifier puid = Identifier::madeAndKept();
+  int orientation = 1;  ///< of the screen at start: 1 portrait, 2 upside down, 3 and 4 landscape
+  /// Whether the system lets the app run in the background; nothing: it does not say. Without it no session ever ends
+  /// and no batch leaves at its end.
+  std::optional<bool> multitasking = true;
+  std::string model;
+  std::string language;  ///< "en"
+  std::string country;   ///< "US"
+  std::string app_version_name;
+  std::string app_version_code;
+  std::string package_name;
+  std::string carrier;
+};
+
+/// The platform's advertising client as an app plugs its own in: three ways to ask who brought the install. An empty
+/// slot is a way that is not offered; `AdClient{}` offers none, and then, by the rules, no install is ever attributed.
+/// Slots are called on the main queue and return at once; each calls what it is handed once, on any thread.
+struct AdClient {
+  using Time = std::chrono::system_clock::time_point;
+  /// The details as JSON text (an object), if there are any, and the text of an error, if there was one.
+  using AttributionDetails =
+      std::function<void(std::optional<std::string> details_json, std::optional<std::string> error)>;
+  using ConversionDetails = std::function<void(std::optional<Time> app_purchase, std::optional<Time> iad_impression)>;
+  using InstallationAttribution = std::function<void(bool attributed)>;
+
+  std::function<void(AttributionDetails)> requestAttributionDetails;
+  std::function<void(ConversionDetails)> lookupAdConversionDetails;
+  std::function<void(InstallationAttribution)> determineAppInstallationAttribution;
+
+  /// The client that ships: offers the first way and answers it with neither details nor error, so that installs are
+  /// attributed where there is no advertising framework.
+  static AdClient withoutDetails() {
+    AdClient client;
+    client.requestAttributionDetails = [](const AttributionDetails& answer) { answer(std::nullopt, std::nullopt); };
+    return client;
+  }
+};
+
+/// How the main queue runs, on which all work, all callbacks and all timers of the kit take place.
+enum class MainQueueMode {
+  kOwnThread,  ///< on a thread of the kit's own; the app does nothing
+  kPumped,     ///< on the thread that starts the kit, from the app's own loop: see MorvikCore::dispatch()
+};
+
+struct HostOptions {
+  /// Folder of the store; made (for this user alone) when it is missing. Required. One process at a time.
+  std::string store_folder;
+
+  Key app_key;   ///< Names the app to the services. Required, not empty.
+  Key hash_key;  ///< Seals what attributes the install. Required, not empty.
+  /// Seals sessions and events. Required; an empty one is allowed and means that none of these is ever sent.
+  Key tracking_key;
+
+  /// Base URL of all endpoints; "": each has its default. A missing slash at the end is added. https, or http to this
+  /// machine itself.
+  std::string service_url;
+  /// Base URL of single endpoints, by the name of their constant; wins over `service_url`: kFendoTrackingBaseLiveUrl,
+  /// kFendoConversionBaseLiveUrl, kFendoCampaignBaseLiveUrl, kCommerceBaseLiveUrl, kCrashReportBaseLiveUrl,
+  /// kGdprReqUrl, KAppConfigBaseLiveUrl.
+  std::map<std::string, std::string> endpoints;
+  /// File of certificates (PEM) to trust in place of the system's; "": the system's. Read at the first upload.
+  std::string ca_file;
+
+  /// 0 off, 1 critical, 2 error, 3 warning, 4 info, 5 debug, 6 trace.
+  int log_level = 2;
+  /// Takes the log, line by line, without line feeds; empty: standard error. Called on any thread, one call at a time;
+  /// must not call the kit and must not throw. The text is valid during the call.
+  std::function<void(std::string_view line)> log_sink;
+
+  DeviceDescription device;
+  AdClient ad_client = AdClient::withoutDetails();
+  MainQueueMode main_queue = MainQueueMode::kOwnThread;
+};
+
+}  // namespace morvik
