@@ -26,11 +26,14 @@ ARROWS = {
     "services": {"kit", "services"},
     "MorvikCoreLib": {"kit", "services", "MorvikCoreLib"},
     "testing": {"kit", "services", "MorvikCoreLib", "testing"},
-    "host": {"kit", "services", "MorvikCoreLib", "host"},
-    "include": {"kit", "services", "MorvikCoreLib", "host"},
-    "apps/device": {"kit", "services", "MorvikCoreLib", "host", "apps/device"},
+    "host": {"kit", "services", "MorvikCoreLib", "host", "morvik"},
+    "include": {"morvik"},
+    "apps/device": {"kit", "services", "MorvikCoreLib", "host", "morvik", "apps/device"},
     "apps/service": {"apps/service"},
 }
+
+# The headers that apps include as "morvik/…" lie here.
+APP_HEADERS = "include"
 
 FORBIDDEN_IN_CORE = {
     "reads a clock": r"\w_clock\s*::\s*now\b|\b(gettimeofday|clock_gettime|timespec_get)\b|\bstd::(time|clock)\b",
@@ -58,14 +61,14 @@ def bad_includes(root, folder):
                 allowed = ARROWS[folder]
                 if not any(target.startswith(name + "/") for name in allowed):
                     wrong.append(f"{where}, but {folder} may include {', '.join(sorted(allowed))} only")
-                elif not os.path.isfile(os.path.join(root, target)):
+                elif not os.path.isfile(os.path.join(root, APP_HEADERS if target.startswith("morvik/") else "", target)):
                     wrong.append(f"{where}, which is not in the tree")
+            elif folder == "include" and target not in STANDARD:
+                wrong.append(f"{where}, but what apps include stands on the C++ standard library alone")
             elif in_core and target in OUTWARD:
                 wrong.append(f"{where}, which reaches out of the core")
             elif in_core and target not in STANDARD:
                 wrong.append(f"{where}, which is no header of the C++ standard library")
-            elif target.startswith("morvik/") and folder not in ("include", "apps/device"):
-                wrong.append(f"{where}, which is for apps")
     return wrong
 
 
@@ -140,6 +143,24 @@ class TheChecks(unittest.TestCase):
     def test_an_include_of_a_file_that_is_not_there_is_found(self):
         self.write("kit/a.cpp", '#include "kit/gone.h"\n')
         self.assertEqual(bad_includes(self.root, "kit"), ["kit/a.cpp:1: includes kit/gone.h, which is not in the tree"])
+
+    def test_a_header_for_apps_that_leads_into_the_house_is_found(self):
+        self.write("kit/a.h", "")
+        self.write("include/morvik/b.h", '#include "kit/a.h"\n#include <zlib.h>\n')
+        self.assertEqual(
+            bad_includes(self.root, "include"),
+            [
+                "include/morvik/b.h:1: includes kit/a.h, but include may include morvik only",
+                "include/morvik/b.h:2: includes zlib.h, but what apps include stands on the C++ standard library alone",
+            ],
+        )
+
+    def test_a_header_for_apps_is_found_where_it_lies(self):
+        self.write("include/morvik/a.h", "")
+        self.write("host/b.h", '#include "morvik/a.h"\n#include "morvik/gone.h"\n')
+        self.assertEqual(
+            bad_includes(self.root, "host"), ["host/b.h:2: includes morvik/gone.h, which is not in the tree"]
+        )
 
     def test_standard_headers_the_own_tree_and_commented_includes_pass(self):
         self.write("kit/a.h", "")
