@@ -1,0 +1,26 @@
+// JSON for tests: a small strict reader, and a codec made of it and the kit's own writer, so that a test needs no
+// library.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "kit/json_codec.h"
+
+namespace morvik::testing {
+
+/// Reads one document, by the rules of kit::JsonCodec::read. Errors say what is wrong and at which byte.
+std::variant<kit::Value, kit::Error> readJson(std::string_view text);
+
+/// The value of a document that the test itself wrote; std::invalid_argument, with the reader's message, for a bad one.
+kit::Value json(std::string_view text);
+
+/// Any thread; nothing blocks.
+class PlainJsonCodec : public kit::JsonCodec {
+ public:
+  std::variant<kit::Value, kit::Error> read(std::string_view text) const override { return readJson(text); }
+  std::variant<std::string, kit::Error> write(const kit::Value& value) const override;
+};
+
+}  // namespace morvik::testing

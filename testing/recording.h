@@ -1,0 +1,70 @@
+// A bounded list of what happened, for fakes that remember.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace morvik::testing {
+
+/// What a fake remembers at most. A life of many days must not fill the memory: beyond this the oldest entries go, and
+/// forgotten() says how many.
+inline constexpr size_t kMaxRecordedEntries = 100'000;
+
+/// Safe per call from any thread; nothing blocks. Entries are handed out as copies.
+template <class Entry>
+class Recording {
+ public:
+  explicit Recording(size_t limit = kMaxRecordedEntries) : limit_(limit) {}
+
+  void add(Entry entry) {
+    const std::lock_guard lock(mutex_);
+    entries_.push_back(std::move(entry));
+    if (entries_.size() > limit_) {
+      entries_.pop_front();
+      ++forgotten_;
+    }
+  }
+  /// Everything remembered, oldest first.
+  std::vector<Entry> all() const {
+    const std::lock_guard lock(mutex_);
+    return {entries_.begin(), entries_.end()};
+  }
+  /// The remembered entries for which `wanted(entry)` is true, oldest first. `wanted` must not call back.
+  template <class Wanted>
+  std::vector<Entry> matching(Wanted wanted) const {
+    const std::lock_guard lock(mutex_);
+    std::vector<Entry> found;
+    for (const Entry& entry : entries_) {
+      if (wanted(entry))
+        found.push_back(entry);
+    }
+    return found;
+  }
+  /// How many are remembered.
+  size_t size() const {
+    const std::lock_guard lock(mutex_);
+    return entries_.size();
+  }
+  /// How many went because there were too many.
+  size_t forgotten() const {
+    const std::lock_guard lock(mutex_);
+    return forgotten_;
+  }
+  /// Forgets everything, the count of the forgotten ones too.
+  void clear() {
+    const std::lock_guard lock(mutex_);
+    entries_.clear();
+    forgotten_ = 0;
+  }
+
+ private:
+  const size_t limit_;
+  mutable std::mutex mutex_;
+  std::deque<Entry> entries_;
+  size_t forgotten_ = 0;
+};
+
+}  // namespace morvik::testing
