@@ -1,0 +1,229 @@
+// The core object of the kit: it watches the app's life, keeps sessions and events in the store, delivers them, and
+// obtains the install's attribution.
+//
+// One class, its operations in plain sources by subsystem: lifecycle, tracking, attribution. Everything outside is
+// reached through the kit handed to it. Public operations run on the main queue unless they say otherwise; all return
+// at once, and whatever happens later (answers, timers) happens on the main queue. None throws: an exception ends in
+// the operation's guard and is written to the log; the few operations without a guard of their own are covered by their
+// caller's, or by the one of the queue.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "kit/kit.h"
+#include "services/MorvikGVUserDefaults.h"
+#include "services/dates.h"
+#include "services/locked.h"
+#include "services/log.h"
+#include "services/requests.h"
+
+namespace morvik {
+
+/// What a batch does with "end" activities: a kept session leaves the previous session's out.
+enum class EndActivities { kSend, kFilter };
+
+/// The referral record: what the attribution server says about this install. Members carry the argument labels of
+/// saveFendoUserInfo, in their order.
+struct ReferralRecord {
+  int64_t fendoUserNo = 0;
+  int64_t shardNum = 0;
+  int64_t referralKey = 0;
+  int64_t subReferralKey = 0;
+  std::string refUSN;
+  int32_t channelType = 0;
+  int64_t shardNo = 0;
+  std::string referralData;
+  int64_t reengagementConversionKey = 0;
+  std::string reengagementData;
+  int64_t reengagementDateTime = 0;
+  int64_t lastReferralKey = 0;
+  std::string lastReferralData;
+  std::string lastReferralDatetime;
+  std::string installDatetime;   ///< "yyyyMMddHHmmss", as received
+  int64_t installmDatetime = 0;  ///< seconds since 1970
+};
+
+class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
+ public:
+  /// Makes an object on `kit`, which must outlive it: reads the stored install state, fetches the tracking key, records
+  /// the screen orientation and, unless the user asked to be forgotten, observes the two application notifications. Any
+  /// thread; does not block.
+  static std::shared_ptr<MorvikCoreLib> make(const kit::Kit& kit);
+
+  /// The one object of the process, made at the first call, on the kit given to provideSharedKit(). Null before a kit
+  /// was given. Any thread.
+  static std::shared_ptr<MorvikCoreLib> shared();
+  /// Gives the process-wide object its kit, which must stay alive until it is withdrawn. Answers false, and changes
+  /// nothing, while another kit is in place. Any thread.
+  static bool provideSharedKit(const kit::Kit& kit);
+  /// Takes the kit back and lets go of the object made on it. Any thread.
+  static void withdrawSharedKit(const kit::Kit& kit);
+
+  MorvikCoreLib(const MorvikCoreLib&) = delete;
+  MorvikCoreLib& operator=(const MorvikCoreLib&) = delete;
+
+  // ---- Lifecycle (lifecycle.cpp)
+
+  /// The app became active. Opens a session unless one is open, and does the deferred work of the kit in its fixed
+  /// order.
+  void startSession();
+  /// The app entered the background. Asks for background time and has the session ended on the background queue.
+  void enterBackground();
+  /// Ends the session: stamps its end, and half a second later, on the main queue, sends what is stored and records the
+  /// "end" activity. Background queue, or any other thread.
+  void endSession();
+  /// Gives the background time back, on the background queue. Does not check whether a task is open. Any thread.
+  void applicationEndBackgroundTask();
+  /// Adds one to the stored launch counter.
+  void updateAppLaunchCount();
+  /// Records a "retention" activity, and pushes it, once for each calendar day of use.
+  void chkRetentionForDay();
+
+  // ---- Tracking (tracking.cpp)
+
+  /// Builds the batch of all stored activities and impressions, takes the tracking slot and notes the covered event
+  /// ids. The sealed parameters; {"result": "failure"} when there is no activity to send; absent when tracking is
+  /// refused or building failed.
+  [[nodiscard]] kit::Value makeTrackingParameter(EndActivities end_activities);
+  /// The property of that name: its backing field.
+  [[nodiscard]] kit::Value makeTrackingParameter() const { return makeTrackingParameter_; }
+  /// Sends the result of makeTrackingParameter.
+  void tracking(const kit::Value& parameters);
+  /// The size trigger: sends when ten or more activities are stored.
+  void chkAndSendDataWhenActivityCntMoreThenTen();
+  /// Sends what is stored, now.
+  void pushTracking();
+  /// Removes the activities that the sent-event keys name from the store, and empties the keys.
+  void deleteActivitysForTracking();
+  /// Empties the stored impressions.
+  void deleteImpressionInfo();
+
+  // ---- Attribution (attribution.cpp)
+
+  /// The sealed parameters of a conversion request, of this moment; absent when building failed.
+  [[nodiscard]] kit::Value makeConversionParameter();
+  /// Asks the conversion service who referred this install; retried after 10 seconds, at most 9 times in a row.
+  void conversion(const kit::Value& parameters);
+  /// The same exchange on the third-party path; never retried.
+  void thirdPartyConversion(const kit::Value& parameters);
+  /// Writes the referral record into the store, field by field, and tells the two delegates.
+  void saveFendoUserInfo(const ReferralRecord& record);
+  /// Asks the ad client for the Search Ads attribution details.
+  void searchAds();
+  /// Asks the ad client whether the install came from an iAd, and reports it.
+  void iAdConversion();
+  [[nodiscard]] kit::Value makeIAdAppAttributionTrackingParameter(std::optional<kit::Date> app_purchase_date,
+                                                                  std::optional<kit::Date> iad_impression_date);
+  void iAdAppAttributionTracking(const kit::Value& parameters);
+
+  // ---- Fields
+
+  bool isFirstLaunchOk() const { return isFirstLaunchOk_; }
+  bool isAppinFocus() const { return isAppinFocus_; }
+  bool isStartSessionCalled() const { return isStartSessionCalled_; }
+  int32_t failedGetReferralCnt() const { return failedGetReferralCnt_; }
+  int32_t failedGetAESKeyCnt() const { return failedGetAESKeyCnt_; }
+  /// Absent, or the dictionary whose entries ride at the top level of the conversion payload.
+  kit::Value fB_DeepLinkData() const { return fB_DeepLinkData_; }
+  void setFB_DeepLinkData(kit::Value data) { fB_DeepLinkData_ = std::move(data); }
+  std::optional<kit::Date> _startSessoinDate() const { return startSessoinDate_.get(); }
+  std::optional<kit::Date> _endSessoinDate() const { return endSessoinDate_.get(); }
+  /// Absent until the ad client delivered details in this process.
+  kit::Value searchAdsAttributionDetails() const { return searchAdsAttributionDetails_; }
+  kit::BackgroundTaskIdentifier background_task() const { return background_task_; }
+  const std::string& _checkSum() const { return checkSum_; }
+  /// The last full schedule; absent until one was received in this process.
+  kit::Value _lastJSON() const { return lastJSON_; }
+  int32_t failedGDPRCnt() const { return failedGDPRCnt_; }
+  /// The property of that name: its backing field.
+  [[nodiscard]] kit::Value makeGdprParameter() const { return makeGdprParameter_; }
+  /// What is to be done when the pending re-engagement fails; empty when there is none.
+  kit::Block ReEngagement_task() const { return ReEngagement_task_.get(); }
+  void setReEngagement_task(kit::Block task) { ReEngagement_task_.set(std::move(task)); }
+  bool _isTrackingCalled() const { return isTrackingCalled_; }
+  void set_isTrackingCalled(bool called) { isTrackingCalled_ = called; }
+
+ private:
+  struct ConversionTexts;
+
+  explicit MorvikCoreLib(const kit::Kit& kit);
+  void init();
+  void observeApplicationLife();
+
+  // Steps of startSession.
+  void clearSentEventKeysAtStart();
+  EndActivities keepOrStartSession();
+  void uploadPendingActivities(EndActivities end_activities);
+  void askForAttribution();
+  void storeAdvertisingIdentifier();
+
+  // Steps of the session's end, the retention mark and the background task.
+  void sendAtSessionEnd(uint64_t session_length_milliseconds);
+  void markRetention(kit::Date now);
+  void endBackgroundTaskHeld();
+  void recordSessionActivity(const char* name, const std::string& param, kit::Date created_at);
+
+  // Tracking.
+  kit::Value buildBatch(EndActivities end_activities);
+  void noteSentEventKeys(const kit::Array& entries, const kit::Value& filtered_event_id);
+  bool isTrackingPossible() const;
+  void buildAndSend();
+  void refetchReferral();
+  void trackingDidSucceed(const kit::Value& json);
+  void trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
+  void clearSentEventKeysAfterFailure();
+  void takeServerTime(const kit::Value& json);
+
+  // Attribution.
+  void requestConversion(const kit::Value& parameters, const ConversionTexts& texts, services::ErrorHandler failure);
+  void conversionDidSucceed(const kit::Value& json, const ConversionTexts& texts);
+  void conversionDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
+  void saveReferralIfDue(const kit::Value& json, const ConversionTexts& texts);
+  void passDeferredDeepLink(const kit::Value& json, const ConversionTexts& texts);
+  void saveConversionKeys(const kit::Value& json);
+  ReferralRecord referralRecord(const kit::Value& json, int64_t install_date_if_unparsable) const;
+  void notifyReferralSaved(const ReferralRecord& record);
+  void searchAdsDidAnswer(const kit::Value& details, const std::optional<kit::Error>& error);
+  void iAdAttributionDidSucceed(const kit::Value& json);
+  kit::Value sealedWithHashKey(kit::MutableDictionary payload);
+
+  // What every subsystem uses.
+  const services::Logger& log() const { return log_; }
+  const services::MorvikGVUserDefaults& store() const { return store_; }
+  kit::MorvikCoreServicesLib& services() const { return kit_.services; }
+  const kit::MorvikADUtil& util() const { return kit_.util; }
+  services::RequestTools requestTools() const { return {kit_.transport, kit_.json, kit_.services}; }
+  const std::string& trackingKey() const { return kit_.shared_state.kAESSuperKeyForTracking; }
+
+  const kit::Kit& kit_;
+  services::Logger log_;
+  services::MorvikGVUserDefaults store_;
+
+  // Flags are read and written from the main and the background queue; the rest belongs to the main queue, but for the
+  // two dates, which stand behind their own locks.
+  std::atomic<bool> isFirstLaunchOk_{false};
+  std::atomic<bool> isAppinFocus_{false};
+  std::atomic<bool> isStartSessionCalled_{false};
+  std::atomic<int32_t> failedGetReferralCnt_{0};
+  std::atomic<int32_t> failedGetAESKeyCnt_{0};
+  kit::Value fB_DeepLinkData_;
+  services::Locked<std::optional<kit::Date>> startSessoinDate_;
+  services::Locked<std::optional<kit::Date>> endSessoinDate_;
+  services::DateFormatter _df;
+  kit::Value searchAdsAttributionDetails_;
+  std::atomic<kit::BackgroundTaskIdentifier> background_task_{kit::kBackgroundTaskInvalid};
+  std::string checkSum_;
+  kit::Value lastJSON_;
+  int32_t failedGDPRCnt_ = 0;
+  std::atomic<bool> isTrackingCalled_{false};
+  kit::Value makeTrackingParameter_;
+  kit::Value makeGdprParameter_;
+  services::Locked<kit::Block> ReEngagement_task_;
+};
+
+}  // namespace morvik

@@ -1,0 +1,318 @@
+// Start-up, session start and end, background time, launch counter and retention mark.
+
+#include <mutex>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "services/converters.h"
+#include "services/endpoints.h"
+#include "services/guard.h"
+
+namespace morvik {
+namespace {
+
+using kit::lcl_vDebug;
+using kit::lcl_vTrace;
+
+/// A session that becomes active again after 1 to 59,999 milliseconds is the same session.
+constexpr int64_t kKeepSessionMinMilliseconds = 1;
+constexpr int64_t kKeepSessionMaxMilliseconds = 59'999;
+
+/// The batch at session end leaves half a second after endSession.
+constexpr double kSessionEndDelaySeconds = 0.5;
+
+/// Checksum of a schedule that was never received.
+constexpr const char* kInitialCheckSum = "init";
+
+constexpr services::Guard kStartSessionGuard{
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from startSession!"
+                    "\n                          exceptionName: %@"
+                    "\n                          reason: %@"
+                    "\n                          exceptionInfo: %@"),
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from startSession!"
+                    "\n                          exception print: %@")};
+
+constexpr services::Guard kEnterBackgroundGuard{
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from enterBackground!"
+                    "\n                          exceptionName: %@"
+                    "\n                          reason: %@"
+                    "\n                          exceptionInfo: %@"),
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from enterBackground!"
+                    "\n                          exception print: %@")};
+
+constexpr services::Guard kEndSessionGuard{services::block("MRVK_QA-[MorvikCoreLib error] Exception from endSession!"
+                                                           "\n                          exceptionName: %@"
+                                                           "\n                          reason: %@"
+                                                           "\n                          exceptionInfo: %@"),
+                                           services::block("MRVK_QA-[MorvikCoreLib error] Exception from endSession!"
+                                                           "\n                          exception print: %@")};
+
+/// The process-wide object and the kit it is made on.
+struct SharedInstance {
+  std::mutex mutex;
+  const kit::Kit* kit = nullptr;
+  std::shared_ptr<MorvikCoreLib> object;
+};
+
+SharedInstance& sharedInstance() {
+  static SharedInstance instance;
+  return instance;
+}
+
+/// Field by field, each only with a strict greater-than: a smaller year or month does not stop the comparison. This is
+/// the rule of the service's day-retention, not a comparison of dates.
+bool isNewDay(const kit::CalendarComponents& now, const kit::CalendarComponents& stored) {
+  return now.year > stored.year || now.month > stored.month || now.day > stored.day;
+}
+
+std::string launchCounterKey() {
+  return services::format("%@.%@", {services::kMorvikNSUserDefaultsDomainName, services::kAppLaunchCountSaveKey});
+}
+
+/// Length of a session in whole milliseconds; 0 without a start, or with the clock set back in between.
+uint64_t sessionLengthMilliseconds(std::optional<kit::Date> start, kit::Date end) {
+  if (!start || end < *start)
+    return 0;
+  return static_cast<uint64_t>(end.millisecondsSince(*start));
+}
+
+}  // namespace
+
+// ------------------------------------------------------------------------------------------------------------ start-up
+
+std::shared_ptr<MorvikCoreLib> MorvikCoreLib::make(const kit::Kit& kit) {
+  const std::shared_ptr<MorvikCoreLib> object(new MorvikCoreLib(kit));
+  object->init();
+  return object;
+}
+
+std::shared_ptr<MorvikCoreLib> MorvikCoreLib::shared() {
+  SharedInstance& instance = sharedInstance();
+  const std::scoped_lock hold(instance.mutex);
+  if (instance.object == nullptr && instance.kit != nullptr) {
+    instance.object = make(*instance.kit);
+    instance.object->set_isTrackingCalled(false);
+  }
+  return instance.object;
+}
+
+bool MorvikCoreLib::provideSharedKit(const kit::Kit& kit) {
+  SharedInstance& instance = sharedInstance();
+  const std::scoped_lock hold(instance.mutex);
+  if (instance.kit != nullptr)
+    return instance.kit == &kit;
+  instance.kit = &kit;
+  return true;
+}
+
+void MorvikCoreLib::withdrawSharedKit(const kit::Kit& kit) {
+  SharedInstance& instance = sharedInstance();
+  std::shared_ptr<MorvikCoreLib> last;  // destroyed after the lock is gone
+  const std::scoped_lock hold(instance.mutex);
+  if (instance.kit != &kit)
+    return;
+  instance.kit = nullptr;
+  last.swap(instance.object);
+}
+
+MorvikCoreLib::MorvikCoreLib(const kit::Kit& kit)
+    : kit_(kit),
+      log_(kit.shared_state.log_levels, kit.log_sink),
+      store_(kit.key_value_store, kit.house_lock),
+      _df(kit.calendar) {}
+
+void MorvikCoreLib::init() {
+  MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib init]",
+             "MRVK_QA-%@.framework Version : %@, app key : %@, hash key : %@", kit_.update_log.frameworkName(),
+             kit_.update_log.getSDKVersion(), services().appKey(), services().hashKey());
+  isFirstLaunchOk_ = false;
+  isStartSessionCalled_ = false;
+  failedGetReferralCnt_ = 0;
+  if (store().fendoUserInfo_referralKey() == -1)
+    isFirstLaunchOk_ = true;
+  kit_.shared_state.kAESSuperKeyForTracking = kit_.make_config()->getTrackingSuperkey();
+  checkSum_ = kInitialCheckSum;
+  const bool portrait = kit_.device.statusBarOrientation() == kit::kOrientationPortrait;
+  store().setFendoUserInfo_isApplicationPortrait(portrait ? "true" : "false");
+  store().synchronize();
+  if (store().MorvikCoreUserInfo_isGDPRForgetMe())
+    return;
+  observeApplicationLife();
+}
+
+void MorvikCoreLib::observeApplicationLife() {
+  const std::weak_ptr<MorvikCoreLib> self = weak_from_this();
+  kit_.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive, [self] {
+    if (const auto object = self.lock())
+      object->startSession();
+  });
+  kit_.notifications.addObserver(kit::Notification::kApplicationDidEnterBackground, [self] {
+    if (const auto object = self.lock())
+      object->enterBackground();
+  });
+}
+
+// ------------------------------------------------------------------------------------------------------- session start
+
+void MorvikCoreLib::startSession() {
+  static constexpr const char* kOperation = "-[MorvikCoreLib startSession]";
+  isAppinFocus_ = true;
+  services::guarded(log(), kStartSessionGuard, MORVIK_HERE(kOperation), [this] {
+    set_isTrackingCalled(false);
+    if (isStartSessionCalled_) {
+      MORVIK_LOG(
+          log(), lcl_vTrace, kOperation,
+          "MRVK_QA-[MorvikCoreLib Info] Already startSession be called, this process not be execute til endSession "
+          "be called!!!");
+      return;
+    }
+    isStartSessionCalled_ = true;
+    clearSentEventKeysAtStart();
+    iAdConversion();
+    updateAppLaunchCount();
+    const EndActivities end_activities = keepOrStartSession();
+    chkRetentionForDay();
+    uploadPendingActivities(end_activities);
+    startSessoinDate_.set(kit_.clock.now());
+    askForAttribution();
+    storeAdvertisingIdentifier();
+  });
+}
+
+void MorvikCoreLib::clearSentEventKeysAtStart() {
+  const bool cleared = store().inOneStep([this] {
+    kit::MutableArray keys(store().fendoActivityInfosSentEventKeys());
+    if (keys.empty())
+      return false;
+    keys.removeAll();
+    store().setFendoActivityInfosSentEventKeys(kit::Value(std::move(keys)));
+    return true;
+  });
+  if (!cleared)
+    return;
+  store().synchronize();
+  MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib startSession]",
+             "MRVK_QA-clear fendoActivityInfosSentEventKeys on startSession: %@", kit::Value(kit::Array()));
+}
+
+/// Keeps the session that ended a moment ago, or records the start of a new one. A kept session's batch leaves "end"
+/// out.
+EndActivities MorvikCoreLib::keepOrStartSession() {
+  const std::optional<kit::Date> ended = endSessoinDate_.get();
+  if (ended) {
+    const int64_t elapsed_milliseconds = kit_.clock.now().millisecondsSince(*ended);
+    if (elapsed_milliseconds >= kKeepSessionMinMilliseconds && elapsed_milliseconds <= kKeepSessionMaxMilliseconds) {
+      MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib startSession]",
+                 "MRVK_QA-[MorvikCoreLib]Keep Session on startSession : skip start activity ");
+      return EndActivities::kFilter;
+    }
+  } else {
+    // The first activation of this process: the stored end is known from now on, but decides nothing this time.
+    endSessoinDate_.set(store().MorvikCoreUserInfo_endSessoinDate());
+  }
+  recordSessionActivity("start", "", kit_.clock.now());
+  return EndActivities::kSend;
+}
+
+void MorvikCoreLib::uploadPendingActivities(EndActivities end_activities) {
+  if (store().fendoActivityInfos().size() == 0 || !isTrackingPossible())
+    return;
+  tracking(makeTrackingParameter(end_activities));
+}
+
+void MorvikCoreLib::askForAttribution() {
+  if (searchAdsAttributionDetails_.isAbsent()) {
+    searchAds();
+  } else if (store().fendoUserInfo_referralKey() == -1) {
+    conversion(makeConversionParameter());
+  }
+}
+
+void MorvikCoreLib::storeAdvertisingIdentifier() {
+  if (!store().MorvikCoreUserInfo_IDFA().value_or("").empty())
+    return;
+  store().setMorvikCoreUserInfo_IDFA(util().IDFA());
+  store().synchronize();
+}
+
+// ------------------------------------------------------------------------------------------- background and session
+// end
+
+void MorvikCoreLib::enterBackground() {
+  services::guarded(log(), kEnterBackgroundGuard, MORVIK_HERE("-[MorvikCoreLib enterBackground]"), [this] {
+    isAppinFocus_ = false;
+    failedGetAESKeyCnt_ = 0;
+    isFirstLaunchOk_ = false;
+    if (!kit_.device.isMultitaskingSupported().value_or(false))
+      return;
+    const std::weak_ptr<MorvikCoreLib> self = weak_from_this();
+    background_task_ = kit_.background_tasks.beginBackgroundTaskWithExpirationHandler([self] {
+      const auto object = self.lock();
+      if (object == nullptr)
+        return;
+      object->endBackgroundTaskHeld();
+      MORVIK_LOG(object->log(), lcl_vDebug, "-[MorvikCoreLib enterBackground]_block_invoke",
+                 "MRVK_QA-UIBackgroundTaskInvalid...");
+    });
+    kit_.background_queue.async([object = shared_from_this()] { object->endSession(); });
+  });
+}
+
+void MorvikCoreLib::endSession() {
+  services::guarded(log(), kEndSessionGuard, MORVIK_HERE("-[MorvikCoreLib endSession]"), [this] {
+    isStartSessionCalled_ = false;
+    const kit::Date now = kit_.clock.now();
+    endSessoinDate_.set(now);
+    const uint64_t session_length_milliseconds = sessionLengthMilliseconds(startSessoinDate_.get(), now);
+    store().setMorvikCoreUserInfo_endSessoinDate(now);
+    store().synchronize();
+    if (!isTrackingPossible())
+      return;
+    kit_.main_queue.after(kSessionEndDelaySeconds, [object = shared_from_this(), session_length_milliseconds] {
+      object->sendAtSessionEnd(session_length_milliseconds);
+    });
+  });
+}
+
+/// Sends first and records the "end" afterwards, which therefore travels in the next batch.
+void MorvikCoreLib::sendAtSessionEnd(uint64_t session_length_milliseconds) {
+  tracking(makeTrackingParameter(EndActivities::kSend));
+  recordSessionActivity("end", std::to_string(session_length_milliseconds), kit_.clock.now());
+}
+
+void MorvikCoreLib::applicationEndBackgroundTask() {
+  kit_.background_queue.async([object = shared_from_this()] { object->endBackgroundTaskHeld(); });
+}
+
+void MorvikCoreLib::endBackgroundTaskHeld() {
+  kit_.background_tasks.endBackgroundTask(background_task_);
+  background_task_ = kit::kBackgroundTaskInvalid;
+}
+
+void MorvikCoreLib::recordSessionActivity(const char* name, const std::string& param, kit::Date created_at) {
+  services().addActivityGroupName(services().activityGroupName(0), name, param, created_at);
+}
+
+// ----------------------------------------------------------------------------------- launch counter and retention mark
+
+void MorvikCoreLib::updateAppLaunchCount() {
+  const std::string key = launchCounterKey();
+  const auto launches = static_cast<uint64_t>(store().integerForKey(key));
+  store().setInteger(static_cast<int64_t>(launches + 1), key);
+  store().synchronize();
+}
+
+void MorvikCoreLib::chkRetentionForDay() {
+  const kit::Date now = kit_.clock.now();
+  const std::optional<kit::Date> last = store().fendoUserInfo_last_app_launched_date();
+  if (!last || isNewDay(kit_.calendar.components(now), kit_.calendar.components(*last)))
+    markRetention(now);
+  store().synchronize();
+}
+
+void MorvikCoreLib::markRetention(kit::Date now) {
+  store().setFendoUserInfo_last_app_launched_date(now);
+  recordSessionActivity("retention", "", now);
+  pushTracking();
+}
+
+}  // namespace morvik

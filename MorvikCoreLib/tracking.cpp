@@ -1,0 +1,372 @@
+// The activity batch: built, sent, answered, trimmed.
+
+#include <algorithm>
+#include <array>
+#include <unordered_set>
+#include <vector>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "services/endpoints.h"
+#include "services/guard.h"
+
+namespace morvik {
+namespace {
+
+using kit::lcl_vDebug;
+using kit::lcl_vError;
+using kit::lcl_vTrace;
+using kit::Value;
+
+/// The size trigger sends from this many stored activities on.
+constexpr size_t kSizeTriggerActivities = 10;
+
+/// At this many failed conversions the next tracking attempt asks for the referral once more.
+constexpr int32_t kFailedConversionsBeforeRefetch = 10;
+constexpr double kReferralRefetchDelaySeconds = 10.0;
+
+constexpr services::Guard kMakeTrackingParameterGuard{
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from makeTrackingParameter!"
+                    "\n                              exceptionName: %@"
+                    "\n                              reason: %@"
+                    "\n                              exceptionInfo: %@"),
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from makeTrackingParameter!"
+                    "\n                              exception print: %@")};
+
+constexpr services::Guard kSizeTriggerGuard{
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from chkAndSendDataWhenActivityCntMoreThenTen!"
+                    "\n                              exceptionName: %@"
+                    "\n                              reason: %@"
+                    "\n                              exceptionInfo: %@"),
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from chkAndSendDataWhenActivityCntMoreThenTen!"
+                    "\n                              exception print: %@")};
+
+constexpr services::Guard kPushTrackingGuard{
+    services::oneLine(lcl_vTrace, "MRVK_QA-[MorvikCoreLib error] Exception : %@]"),
+    services::oneLine(lcl_vTrace, "MRVK_QA-[MorvikCoreLib error] Exception : %@]")};
+
+constexpr services::Guard kRefetchGuard{services::ungated("! MRVK_QA-MorvikCore reGetReferral Failed Exception: %@\n"),
+                                        services::ungated("! MRVK_QA-MorvikCore reGetReferral Failed Exception: %@\n")};
+
+constexpr services::Guard kDeleteActivitysGuard{
+    services::block("MRVK_QA-[MorvikCoreLib deleteCommerceEvents error] Exception from deleteActivitysForTracking!"
+                    "\n                          exceptionName: %@"
+                    "\n                          reason: %@"
+                    "\n                          exceptionInfo: %@"),
+    services::block("MRVK_QA-[MorvikCoreLib deleteCommerceEvents error] Exception from deleteActivitysForTracking!"
+                    "\n                          exception print: %@")};
+
+// Keys of stored records and of the batch. Literals, so that a batch of 100,000 entries counts no references for them.
+constinit const Value kActivityInfoKey = Value::literal("activity_info");
+constinit const Value kImpressionInfoKey = Value::literal("impression_info");
+constinit const Value kGroupKey = Value::literal("group");
+constinit const Value kActivityKey = Value::literal("activity");
+constinit const Value kParamKey = Value::literal("param");
+constinit const Value kPrevGroupKey = Value::literal("prev_group");
+constinit const Value kPrevActivityKey = Value::literal("prev_activity");
+constinit const Value kCreatedAtKey = Value::literal("created_at");
+constinit const Value kEventIdKey = Value::literal("event_id");
+constinit const Value kCampaignKeyKey = Value::literal("campaign_key");
+constinit const Value kSpaceKeyKey = Value::literal("space_key");
+constinit const Value kResourceKeyKey = Value::literal("resource_key");
+constinit const Value kConversionKeyKey = Value::literal("conversion_key");
+constinit const Value kIsFirstTimeKey = Value::literal("isFirstTime");
+constinit const Value kBlank = Value::literal("");
+
+/// The answer that stands for "no activity to send".
+Value noDataAnswer() {
+  return kit::Dictionary{{"result", "failure"}};
+}
+
+/// A dictionary refuses an absent value; a record that lacks what its entry needs ends the building.
+const Value& required(const Value& value, const char* key) {
+  if (value.isAbsent()) {
+    throw kit::Exception{"MorvikInvalidArgumentException",
+                         std::string("A dictionary entry needs a value, and there is none for the key ") + key,
+                         {}};
+  }
+  return value;
+}
+
+/// A stored record with the date it is sorted by.
+struct DatedRecord {
+  kit::Date date;
+  const Value* record;
+};
+
+/// The records in ascending order of the date under `date_key`; records of the same date keep their order.
+std::vector<DatedRecord> sortedByDate(const kit::Array& records, std::string_view date_key) {
+  std::vector<DatedRecord> sorted;
+  sorted.reserve(records.size());
+  for (const Value& record : records)
+    sorted.push_back({record[date_key].date(), &record});
+  const auto earlier = [](const DatedRecord& a, const DatedRecord& b) { return a.date < b.date; };
+  if (!std::is_sorted(sorted.begin(), sorted.end(), earlier))
+    std::stable_sort(sorted.begin(), sorted.end(), earlier);
+  return sorted;
+}
+
+/// Builds the entries of one batch; knows the offset by which their dates are shifted.
+class EntryBuilder {
+ public:
+  EntryBuilder(const kit::MorvikADUtil& util, double offset_seconds) : util_(util), offset_seconds_(offset_seconds) {}
+
+  /// `previous` is the record before this one in the sorted list, or null.
+  Value activity(const Value& record, const Value* previous) const {
+    std::array<kit::Entry, 7> entries{{
+        {kGroupKey, required(record["activityGroupName"], "group")},
+        {kActivityKey, required(record["activityName"], "activity")},
+        {kParamKey, util_.checkNilToBlankString(record["activityParam"])},
+        {kPrevGroupKey, previous == nullptr ? kBlank : util_.checkNilToBlankString((*previous)["activityGroupName"])},
+        {kPrevActivityKey, previous == nullptr ? kBlank : util_.checkNilToBlankString((*previous)["activityName"])},
+        {kCreatedAtKey, dateText(record["activityCreatedAt"])},
+        {kEventIdKey, util_.checkNilToBlankString(record["activityEventID"])},
+    }};
+    return kit::Dictionary::fromEntries(entries);
+  }
+
+  Value impression(const Value& record) const {
+    std::array<kit::Entry, 6> entries{{
+        {kCampaignKeyKey, util_.checkIntegerNilToZero(record["campaignKey"])},
+        {kSpaceKeyKey, util_.checkNilToBlankString(record["spaceKey"])},
+        {kResourceKeyKey, util_.checkIntegerNilToZero(record["resourceKey"])},
+        {kConversionKeyKey, util_.checkIntegerNilToZero(record["conversionKey"])},
+        {kIsFirstTimeKey, util_.checkNilToNo(record["isFirstTime"])},
+        {kCreatedAtKey, dateText(record["createdAt"])},
+    }};
+    return kit::Dictionary::fromEntries(entries);
+  }
+
+ private:
+  Value dateText(const Value& date) const {
+    required(date.isDate() ? date : Value(), "created_at");
+    return util_.getKoreaDateFormateDate(date.date().shiftedBySeconds(offset_seconds_));
+  }
+
+  const kit::MorvikADUtil& util_;
+  double offset_seconds_;
+};
+
+/// The ids in a list of event ids, for quick look-ups. Views into `ids`, which must outlive the set.
+std::unordered_set<std::string_view> idSet(const kit::Array& ids) {
+  std::unordered_set<std::string_view> set;
+  set.reserve(ids.size());
+  for (const Value& id : ids) {
+    if (id.isString())
+      set.insert(id.string());
+  }
+  return set;
+}
+
+}  // namespace
+
+// ------------------------------------------------------------------------------------------------------ building a
+// batch
+
+Value MorvikCoreLib::makeTrackingParameter(EndActivities end_activities) {
+  static constexpr const char* kOperation = "-[MorvikCoreLib makeTrackingParameter:]";
+  const auto parameters = services::guarded(log(), kMakeTrackingParameterGuard, MORVIK_HERE(kOperation), [&] {
+    if (services().isGDPRForgetMe())
+      return Value();
+    if (_isTrackingCalled()) {
+      MORVIK_LOG(
+          log(), lcl_vTrace, kOperation,
+          "MRVK_QA-MorvikCoreLib tracking is blocked  because the tracking is working now, this activitis will be "
+          "send again on endSession");
+      return Value();
+    }
+    set_isTrackingCalled(true);
+    return buildBatch(end_activities);
+  });
+  return parameters.value_or(Value());
+}
+
+Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
+  static constexpr const char* kOperation = "-[MorvikCoreLib makeTrackingParameter:]";
+  kit::MutableDictionary batch = services().makeCommonParameter(kit_.update_log.getSDKVersion());
+  const EntryBuilder builder(util(), services().intervalSinceServerDate());
+  kit::MutableArray entries;
+  Value filtered_event_id = kBlank;
+  const kit::Array activities = store().fendoActivityInfos().array();
+  const Value* previous = nullptr;
+  for (const auto& [date, record] : sortedByDate(activities, "activityCreatedAt")) {
+    if (end_activities == EndActivities::kFilter && (*record)["activityName"].string() == "end") {
+      filtered_event_id = util().checkNilToBlankString((*record)["activityEventID"]);
+      MORVIK_LOG(log(), lcl_vTrace, kOperation, "RVK_QA-MorvikCoreLib tracking filter activity eventId - %@",
+                 filtered_event_id);
+    } else {
+      entries.append(builder.activity(*record, previous));
+    }
+    previous = record;
+  }
+  const Value built(std::move(entries));
+  noteSentEventKeys(built.array(), filtered_event_id);
+  if (built.size() == 0)
+    return noDataAnswer();
+  batch.set(kActivityInfoKey, built);
+  kit::MutableArray impressions;
+  const kit::Array stored_impressions = store().fendoImpressionInfos().array();
+  for (const auto& [date, record] : sortedByDate(stored_impressions, "createdAt")) {
+    impressions.append(builder.impression(*record));
+  }
+  batch.set(kImpressionInfoKey, Value(std::move(impressions)));
+  const Value payload(std::move(batch));
+  MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-trackingParams_jsonDict : %@", payload);
+  return services().makeJsonParameter(payload, trackingKey());
+}
+
+/// Stores the ids that this batch accounts for, so that exactly these are deleted once the service has accepted it. A
+/// batch that accounts for none leaves the stored ones alone.
+void MorvikCoreLib::noteSentEventKeys(const kit::Array& entries, const Value& filtered_event_id) {
+  kit::MutableArray keys;
+  for (const Value& entry : entries)
+    keys.append(entry[kEventIdKey.string()]);
+  if (!filtered_event_id.string().empty())
+    keys.append(filtered_event_id);
+  if (keys.empty())
+    return;
+  store().setFendoActivityInfosSentEventKeys(Value(std::move(keys)));
+  store().synchronize();
+}
+
+// --------------------------------------------------------------------------------------------------------------
+// triggers
+
+bool MorvikCoreLib::isTrackingPossible() const {
+  return store().fendoUserInfo_fendoUserNo() != -1 && !trackingKey().empty();
+}
+
+void MorvikCoreLib::buildAndSend() {
+  if (isTrackingPossible())
+    tracking(makeTrackingParameter(EndActivities::kSend));
+}
+
+void MorvikCoreLib::chkAndSendDataWhenActivityCntMoreThenTen() {
+  services::guarded(log(), kSizeTriggerGuard, MORVIK_HERE("-[MorvikCoreLib chkAndSendDataWhenActivityCntMoreThenTen]"),
+                    [this] {
+                      if (store().fendoActivityInfos().size() >= kSizeTriggerActivities)
+                        buildAndSend();
+                    });
+}
+
+void MorvikCoreLib::pushTracking() {
+  services::guarded(log(), kPushTrackingGuard, MORVIK_HERE("-[MorvikCoreLib pushTracking]"),
+                    [this] { buildAndSend(); });
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+// sending
+
+void MorvikCoreLib::tracking(const Value& parameters) {
+  if (parameters.isNil() || services().isGDPRForgetMe())
+    return;
+  if (util().checkNilToBlankString(parameters["result"]).string() == "failure") {
+    deleteActivitysForTracking();
+    set_isTrackingCalled(false);
+    return;
+  }
+  refetchReferral();
+  // Without a referral record nothing is sent, and the slot stays taken until the next session start frees it.
+  if (store().fendoUserInfo_referralKey() == -1)
+    return;
+
+  auto request = services::postRequest(kit_.endpoints.kFendoTrackingBaseLiveUrl, services::kTrackingPath, parameters,
+                                       services::AcceptEncoding::kGzip);
+  const auto self = shared_from_this();
+  services::run(
+      requestTools(), std::move(request), [self](const Value& json) { self->trackingDidSucceed(json); },
+      [self](const std::optional<kit::Response>& response, const kit::Error& error) {
+        self->trackingDidFail(response, error);
+      });
+}
+
+/// Fires once, at the tenth failure that was counted: the counter moves on.
+void MorvikCoreLib::refetchReferral() {
+  if (failedGetReferralCnt_ != kFailedConversionsBeforeRefetch || store().fendoUserInfo_referralKey() != -1)
+    return;
+  services::guarded(log(), kRefetchGuard, MORVIK_HERE("-[MorvikCoreLib tracking:]"), [this] {
+    ++failedGetReferralCnt_;
+    kit_.main_queue.after(
+        kReferralRefetchDelaySeconds,
+        [self = shared_from_this(), parameters = makeConversionParameter()] { self->conversion(parameters); });
+  });
+}
+
+void MorvikCoreLib::trackingDidSucceed(const Value& json) {
+  MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib tracking:]_block_invoke", "MRVK_QA-tracking_JSON: %@", json);
+  takeServerTime(json);
+  if (util().checkNilToNo(json["Result"])) {
+    deleteActivitysForTracking();
+    deleteImpressionInfo();
+  }
+  set_isTrackingCalled(false);
+  applicationEndBackgroundTask();
+}
+
+void MorvikCoreLib::trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error) {
+  static constexpr const char* kOperation = "-[MorvikCoreLib tracking:]_block_invoke";
+  MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-Recieved an HTTP %ld", services::statusCode(response));
+  MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-The error was: %@", error);
+  clearSentEventKeysAfterFailure();
+  set_isTrackingCalled(false);
+  applicationEndBackgroundTask();
+}
+
+void MorvikCoreLib::clearSentEventKeysAfterFailure() {
+  const Value cleared = store().inOneStep([this] {
+    const Value keys = store().fendoActivityInfosSentEventKeys();
+    const Value empty = keys.isAbsent() ? Value() : Value(kit::Array());
+    store().setFendoActivityInfosSentEventKeys(empty);
+    return empty;
+  });
+  store().synchronize();
+  MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib tracking:]_block_invoke",
+             "MRVK_QA-clear fendoActivityInfosSentEventKeys on request failure: %@", cleared);
+}
+
+/// Takes the server's time, in milliseconds, from an answer that has it; else the offset stays as it was.
+void MorvikCoreLib::takeServerTime(const Value& json) {
+  const Value& base_time = json["BaseTime"];
+  if (!base_time.isNumber())
+    return;
+  const double base_time_seconds = util().checkDoubleNilToZero(base_time) / 1000.0;
+  services().setIntervalSinceServerDate(util().timeIntervalSinceServerDate(kit_.clock.now(), base_time_seconds));
+}
+
+// --------------------------------------------------------------------------------------------------------------
+// trimming
+
+void MorvikCoreLib::deleteActivitysForTracking() {
+  services::guarded(log(), kDeleteActivitysGuard, MORVIK_HERE("-[MorvikCoreLib deleteActivitysForTracking]"), [this] {
+    // The ids go first and for good: killed in between, the device sends the activities again rather than losing one.
+    const kit::Array sent = store().inOneStep([this] {
+      const Value keys = store().fendoActivityInfosSentEventKeys();
+      if (!keys.isAbsent())
+        store().setFendoActivityInfosSentEventKeys(kit::Array());
+      return keys.array();
+    });
+    store().synchronize();
+    const auto covered = idSet(sent);
+    store().inOneStep([this, &covered] {
+      const Value stored = store().fendoActivityInfos();
+      if (stored.isAbsent())
+        return;
+      kit::MutableArray survivors(stored);
+      survivors.retainIf([&covered](const Value& record) {
+        const Value& id = record["activityEventID"];
+        return !id.isString() || covered.count(id.string()) == 0;
+      });
+      store().setFendoActivityInfos(Value(std::move(survivors)));
+    });
+    store().synchronize();
+  });
+}
+
+void MorvikCoreLib::deleteImpressionInfo() {
+  store().inOneStep([this] {
+    if (!store().fendoImpressionInfos().isAbsent())
+      store().setFendoImpressionInfos(kit::Array());
+  });
+  store().synchronize();
+}
+
+}  // namespace morvik

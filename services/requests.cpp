@@ -1,0 +1,28 @@
+#include "services/requests.h"
+
+#include "services/endpoints.h"
+
+namespace morvik::services {
+
+MutableURLRequest postRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters,
+                              AcceptEncoding accept_encoding) {
+  const MorvikADAFHTTPClient client(base_url);
+  MutableURLRequest request = client.requestWithMethod("POST", path, parameters);
+  if (accept_encoding == AcceptEncoding::kGzip)
+    request.setValue("gzip", "Accept-Encoding");
+  request.setTimeoutInterval(static_cast<double>(kFendoHttpConnectionTimeoutSeconds));
+  return request;
+}
+
+void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure) {
+  MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequest(
+      tools, std::move(request),
+      [success = std::move(success)](const kit::Request&, const kit::Response&, const kit::Value& json) {
+        success(json);
+      },
+      [failure = std::move(failure)](const kit::Request&, const std::optional<kit::Response>& response,
+                                     const kit::Error& error, const kit::Value&) { failure(response, error); })
+      .start();
+}
+
+}  // namespace morvik::services

@@ -1,0 +1,29 @@
+// The one way in which the core's requests are built and run.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "services/MorvikADAFJSONRequestOperation.h"
+
+namespace morvik::services {
+
+/// Whether the request carries the header "Accept-Encoding" with the value "gzip".
+enum class AcceptEncoding { kGzip, kUnset };
+
+/// A form-encoded "POST" to base URL and path, with the time-out kFendoHttpConnectionTimeoutSeconds. Absent parameters
+/// give an empty body.
+MutableURLRequest postRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters,
+                              AcceptEncoding accept_encoding);
+
+/// What most handlers need of an answer.
+using JsonHandler = std::function<void(const kit::Value& json)>;
+/// What most handlers need of a failure.
+using ErrorHandler = std::function<void(const std::optional<kit::Response>& response, const kit::Error& error)>;
+
+/// Makes the standard operation of `request` and starts it. Exactly one handler runs, once, later, on the main queue.
+void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure);
+
+}  // namespace morvik::services
