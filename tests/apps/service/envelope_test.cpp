@@ -1,0 +1,91 @@
+#include "apps/service/envelope.h"
+
+#include <gtest/gtest.h>
+
+#include "apps/service/base64url.h"
+#include "tests/apps/service/samples.h"
+#include "tests/apps/service/sealing.h"
+
+namespace morvik_service {
+namespace {
+
+using test::envelopeBody;
+using test::kKeys;
+using test::post;
+using test::refusalOf;
+using test::seal;
+
+Refusal refusalOfBody(const std::string& body) {
+  return refusalOf([&] { openEnvelope(post("/v1/tracking", body), kKeys, KeyChoice::kTrackingKey); });
+}
+
+std::string bodyWith(const std::string& plain) {
+  return "k=app-1&j=" + encodeBase64Url(seal(plain, kKeys.tracking_key));
+}
+
+TEST(Envelope, GivesThePayloadOfEitherKey) {
+  const Json payload = {{"a", 1}};
+  EXPECT_EQ(payload, openEnvelope(post("/", envelopeBody(payload, "tracking-secret")), kKeys, KeyChoice::kTrackingKey));
+  EXPECT_EQ(payload,
+            openEnvelope(post("/", envelopeBody(payload, "hash-secrethash-secret")), kKeys, KeyChoice::kHashKeyTwice));
+}
+
+TEST(Envelope, AnEmptyBodyCarriesNothing) {
+  HttpRequest request = post("/v1/conversion", "");
+  request.headers.clear();
+  EXPECT_EQ(std::nullopt, openEnvelope(request, kKeys, KeyChoice::kHashKeyTwice));
+}
+
+TEST(Envelope, RefusesTheWrongKey) {
+  EXPECT_EQ(403, refusalOfBody(envelopeBody({{"a", 1}}, "hash-secrethash-secret")).status());
+}
+
+TEST(Envelope, RefusesAnotherAppsKey) {
+  const Refusal refusal = refusalOfBody(envelopeBody({{"a", 1}}, "tracking-secret", "app-2"));
+  EXPECT_EQ(403, refusal.status());
+  EXPECT_EQ("form parameter k", refusal.where());
+}
+
+TEST(Envelope, NamesTheMissingParameter) {
+  EXPECT_STREQ("form parameter k is missing", refusalOfBody("j=AQ").what());
+  EXPECT_STREQ("form parameter j is missing", refusalOfBody("k=app-1").what());
+}
+
+TEST(Envelope, RefusesSealedTextThatIsNoBase64OrTooShort) {
+  EXPECT_EQ(400, refusalOfBody("k=app-1&j=%3D%3D").status());
+  EXPECT_STREQ("sealed bytes are truncated: 0 of at least 30", refusalOfBody("k=app-1&j=").what());
+}
+
+TEST(Envelope, RefusesAPayloadThatIsNoJsonObject) {
+  EXPECT_EQ(400, refusalOfBody(bodyWith("no json")).status());
+  EXPECT_STREQ("the payload is JSON but no object", refusalOfBody(bodyWith("[1]")).what());
+}
+
+TEST(Envelope, RefusesABodyOfAnotherType) {
+  HttpRequest request = post("/v1/tracking", "k=app-1&j=AQ");
+  for (const NamedValues& headers : {NamedValues{}, NamedValues{{"Content-Type", "application/json"}}}) {
+    request.headers = headers;
+    const Refusal refusal = refusalOf([&] { openEnvelope(request, kKeys, KeyChoice::kTrackingKey); });
+    EXPECT_EQ(415, refusal.status());
+    EXPECT_EQ("header Content-Type", refusal.where());
+  }
+}
+
+TEST(Envelope, RefusesABodyThatWasTooLargeToKeep) {
+  HttpRequest request = post("/v1/tracking", "");
+  request.body_too_large = true;
+  const Refusal refusal = refusalOf([&] { openEnvelope(request, kKeys, KeyChoice::kTrackingKey); });
+  EXPECT_EQ(413, refusal.status());
+  EXPECT_STREQ("the body is larger than 16777216 bytes", refusal.what());
+}
+
+TEST(Envelope, SaysWhenTheServiceHasNoTrackingKey) {
+  const Keys keys{"app-1", "hash", ""};
+  const Refusal refusal =
+      refusalOf([&] { openEnvelope(post("/v1/tracking", "k=app-1&j=AQ"), keys, KeyChoice::kTrackingKey); });
+  EXPECT_EQ(503, refusal.status());
+  EXPECT_STREQ("the service was given no key for this endpoint", refusal.what());
+}
+
+}  // namespace
+}  // namespace morvik_service

@@ -1,0 +1,115 @@
+#include "tests/apps/service/samples.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <system_error>
+
+#include "apps/service/base64url.h"
+#include "tests/apps/service/sealing.h"
+
+namespace morvik_service::test {
+
+TemporaryFolder::TemporaryFolder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "morvik-service-test-XXXXXX").string();
+  const char* made = ::mkdtemp(pattern.data());
+  if (made == nullptr)
+    throw std::system_error(errno, std::system_category(), pattern);
+  path_ = made;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+Json commonParameters() {
+  Json payload = Json::object();
+  for (const char* name : {"appkey", "sdk_version", "os_type", "os_version", "device_model", "language", "country",
+                           "timezone", "app_version_name", "app_version_code", "package_name", "idfa", "puid",
+                           "install_id", "network", "carrier", "portrait"}) {
+    payload[name] = std::string("a ") + name;
+  }
+  return payload;
+}
+
+Json conversionPayload() {
+  Json payload = commonParameters();
+  payload["activity_info"] = Json::array({{{"group", "session"},
+                                           {"activity", "start"},
+                                           {"param", ""},
+                                           {"created_at", "20260304050607"},
+                                           {"prev_group", ""},
+                                           {"prev_activity", ""}}});
+  payload["searchads_response"] = "";
+  return payload;
+}
+
+Json iadPayload() {
+  Json payload = commonParameters();
+  payload["iAd"] = {{"appPurchaseDate", "20260304050607"}, {"iAdImpressionDate", "20260304050608"}};
+  return payload;
+}
+
+Json impression() {
+  return {{"campaign_key", 7},   {"space_key", "banner"}, {"resource_key", 8},
+          {"conversion_key", 9}, {"isFirstTime", true},   {"created_at", "20260304050607"}};
+}
+
+Json trackingPayload(const std::vector<std::string>& event_ids) {
+  Json payload = commonParameters();
+  payload["activity_info"] = Json::array();
+  for (const std::string& id : event_ids) {
+    payload["activity_info"].push_back({{"group", "shop"},
+                                        {"activity", "view"},
+                                        {"param", ""},
+                                        {"prev_group", ""},
+                                        {"prev_activity", ""},
+                                        {"created_at", "20260304050607"},
+                                        {"event_id", id}});
+  }
+  payload["impression_info"] = Json::array();
+  return payload;
+}
+
+std::string envelopeBody(const Json& payload, const std::string& key_text, const std::string& app_key) {
+  const std::string body = deflated(jsonText(payload));
+  return "k=" + app_key + "&j=" + encodeBase64Url(seal(body, key_text, {.flags = 1}));
+}
+
+HttpRequest post(const std::string& path, const std::string& body) {
+  HttpRequest request;
+  request.method = "POST";
+  request.path = path;
+  request.headers = {{"Host", "127.0.0.1:8443"}, {"content-type", "application/x-www-form-urlencoded; charset=utf-8"}};
+  request.body = body;
+  request.body_bytes = body.size();
+  return request;
+}
+
+HttpRequest postTracking(const Json& payload) {
+  return post("/v1/tracking", envelopeBody(payload, kKeys.tracking_key));
+}
+
+HttpRequest postConversion(const Json& payload, const std::string& path) {
+  return post(path, envelopeBody(payload, kKeys.hash_key + kKeys.hash_key));
+}
+
+HttpRequest inspection(const std::string& method, const std::string& path, const std::string& body) {
+  HttpRequest request = post(path, body);
+  request.method = method;
+  return request;
+}
+
+Refusal refusalOf(const std::function<void()>& act) {
+  try {
+    act();
+  } catch (const Refusal& refusal) {
+    return refusal;
+  }
+  ADD_FAILURE() << "nothing was refused";
+  return Refusal(0, "", "", "");
+}
+
+}  // namespace morvik_service::test

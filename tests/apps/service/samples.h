@@ -1,0 +1,50 @@
+// Payloads, requests and places that many tests need.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "apps/service/http_message.h"
+#include "apps/service/json.h"
+#include "apps/service/keys.h"
+#include "apps/service/refusal.h"
+
+namespace morvik_service::test {
+
+inline const Keys kKeys{"app-1", "hash-secret", "tracking-secret"};
+
+// A folder of its own that goes away with the object.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder();
+  std::string path(const std::string& name = "") const { return name.empty() ? path_ : path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+Json commonParameters();
+Json conversionPayload();
+Json iadPayload();
+Json impression();
+Json trackingPayload(const std::vector<std::string>& event_ids);
+
+// The form body of a payload sealed with a key text.
+std::string envelopeBody(const Json& payload, const std::string& key_text, const std::string& app_key = kKeys.app_key);
+
+// A POST with the headers that a device sends.
+HttpRequest post(const std::string& path, const std::string& body);
+// The same with a payload sealed with the right key of kKeys.
+HttpRequest postTracking(const Json& payload);
+HttpRequest postConversion(const Json& payload, const std::string& path = "/v1/conversion");
+// A request to the inspection from this machine.
+HttpRequest inspection(const std::string& method, const std::string& path, const std::string& body = "");
+
+// What `act` was refused with; fails the test when it was not.
+Refusal refusalOf(const std::function<void()>& act);
+
+}  // namespace morvik_service::test
