@@ -69,7 +69,8 @@ Value copiedArray(const Value& value) {
 
 }  // namespace
 
-/// In what the two conversion requests differ: path, texts, and whether saving the record pushes the held activities.
+/// In what the two conversion requests differ: path, texts, whether an answer resets the failure counter, and whether
+/// saving the record pushes the held activities.
 struct MorvikCoreLib::ConversionTexts {
   const char* path;
   const char* operation;
@@ -78,6 +79,7 @@ struct MorvikCoreLib::ConversionTexts {
   const char* url_text;
   const char* json_text;
   const char* no_identifier_text;
+  bool resets_failures;
   bool pushes_tracking;
 
   static const ConversionTexts& own();
@@ -94,6 +96,7 @@ const MorvikCoreLib::ConversionTexts& MorvikCoreLib::ConversionTexts::own() {
       "MRVK_QA-conversion_JSON: %@",
       "IDFA not passed!",
       true,
+      true,
   };
   return texts;
 }
@@ -107,6 +110,7 @@ const MorvikCoreLib::ConversionTexts& MorvikCoreLib::ConversionTexts::thirdParty
       "MRVK_QA-thirdPartyConversion_request.URL.absoluteString : %@",
       "MRVK_QA-thirdPartyConversion_JSON: %@",
       "MRVK_QA-thirdPartyConversion_IDFA not passed!",
+      false,
       false,
   };
   return texts;
