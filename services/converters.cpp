@@ -1,5 +1,6 @@
 #include "services/converters.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -53,17 +54,29 @@ size_t numberLength(std::string_view text) {
   return i;
 }
 
-/// A number too large or too small for a double: small when its exponent is negative, or when it has none and nothing
-/// but zeros before its fraction.
-double outOfRange(std::string_view text) {
-  const bool negative = text.starts_with('-');
+/// The exponent that a number's text states, within bounds that no text in memory comes near; 0 when it states none.
+int64_t statedExponent(std::string_view text) {
+  constexpr int64_t kBound = int64_t{1} << 40;
   const size_t e = text.find_first_of("eE");
-  const bool negative_exponent = e != std::string_view::npos && e + 1 < text.size() && text[e + 1] == '-';
-  const std::string_view whole = text.substr(negative ? 1 : 0, text.find_first_of(".eE") - (negative ? 1 : 0));
-  const bool no_whole_part = e == std::string_view::npos && whole.find_first_not_of('0') == std::string_view::npos;
-  if (negative_exponent || no_whole_part)
+  const int64_t stated = e == std::string_view::npos ? 0 : leadingInteger(text.substr(e + 1));
+  return std::clamp(stated, -kBound, kBound);
+}
+
+/// The power of ten at which the first digit other than 0 stands; such a digit there must be.
+int64_t magnitude(std::string_view text) {
+  const std::string_view mantissa = text.substr(0, text.find_first_of("eE"));
+  const size_t point = std::min(mantissa.find('.'), mantissa.size());
+  const size_t first = mantissa.find_first_of("123456789");
+  const auto places = static_cast<int64_t>(point) - static_cast<int64_t>(first);
+  return (places > 0 ? places - 1 : places) + statedExponent(text);
+}
+
+/// A number outside what a double holds: the largest one, or 0 for one too small.
+double outOfRange(std::string_view text) {
+  if (magnitude(text) < 0)
     return 0;
-  return negative ? -std::numeric_limits<double>::max() : std::numeric_limits<double>::max();
+  constexpr double largest = std::numeric_limits<double>::max();
+  return text.starts_with('-') ? -largest : largest;
 }
 
 }  // namespace

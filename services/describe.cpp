@@ -9,13 +9,21 @@
 namespace morvik::services {
 namespace {
 
+// Doubles between these are written without an exponent.
+constexpr double kSmallestDecimal = 1e-6;
+constexpr double kLargestDecimal = 1e21;
+
 std::string doubleText(double number) {
   if (std::isnan(number))
     return "nan";
   if (std::isinf(number))
     return number > 0 ? "inf" : "-inf";
-  char digits[32];
-  const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+  // Left to itself the shortest text of 100000.0 is "1e+05".
+  const double size = std::fabs(number);
+  const bool decimal = size == 0 || (size >= kSmallestDecimal && size < kLargestDecimal);
+  const auto form = decimal ? std::chars_format::fixed : std::chars_format::scientific;
+  char digits[40];
+  const auto end = std::to_chars(digits, digits + sizeof digits, number, form).ptr;
   return {digits, end};
 }
 

@@ -24,8 +24,8 @@ std::string describe(const kit::Error& error);
 /// Its reason.
 std::string describe(const kit::Exception& exception);
 
-/// A number in the form that stands in texts: integers in decimal, doubles as the shortest text that reads back the
-/// same.
+/// A number in the form that stands in texts: integers in decimal, doubles as the shortest decimal text that reads back
+/// the same (with an exponent below 0.000001 and from 10^21 on; "nan", "inf", "-inf").
 std::string numberText(const kit::Value& number);
 
 }  // namespace morvik::services
