@@ -77,20 +77,20 @@ MutableURLRequest MorvikADAFHTTPClient::requestWithMethod(std::string method, st
                                                           const kit::Value& parameters) const {
   std::string url = base_url_;
   url += path;
-  const bool has_parameters = !parameters.isNil() && parameters.size() > 0;
   const bool in_query = method == "GET";
+  const bool as_json = encoding_ == AFJSONParameterEncoding && !in_query;
+  const bool has_parameters = parameters.size() > 0 && (as_json || parameters.isDictionary());
   if (has_parameters && in_query)
     url += '?' + formEncoded(parameters.dictionary());
   MutableURLRequest request(std::move(url));
   request.setHTTPMethod(std::move(method));
   if (in_query || !has_parameters)
     return request;
-  if (encoding_ == AFFormURLParameterEncoding) {
-    request.setValue(kFormContentType, "Content-Type");
+  request.setValue(as_json ? kJsonContentType : kFormContentType, "Content-Type");
+  if (!as_json) {
     request.setHTTPBody(formEncoded(parameters.dictionary()));
     return request;
   }
-  request.setValue(kJsonContentType, "Content-Type");
   std::string json;
   if (!appendJson(parameters, json))
     request.setHTTPBody(std::move(json));

@@ -1,7 +1,5 @@
 #include "services/MorvikGVUserDefaults.h"
 
-#include <limits>
-
 #include "services/converters.h"
 
 namespace morvik::services {
@@ -22,7 +20,7 @@ struct Reader {
 
   void read(int64_t& out) const { out = value.isNumber() ? checkIntegerNilToZero(value) : unset; }
   void read(int32_t& out) const { out = value.isNumber() ? checkNilToZero(value) : unset; }
-  void read(bool& out) const { out = checkNilToNo(value); }
+  void read(bool& out) const { out = value.isBoolean() ? value.boolean() : unset != 0; }
   void read(std::optional<std::string>& out) const {
     if (value.isString())
       out = std::string(value.string());

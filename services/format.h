@@ -18,12 +18,12 @@ class FormatArgument {
  public:
   template <std::integral Integer>
   requires(!std::same_as<Integer, bool>) FormatArgument(Integer number)
-      : held_(static_cast<int64_t>(number)) {}                                // NOLINT
-  FormatArgument(bool flag) : held_(static_cast<int64_t>(flag)) {}            // NOLINT
-  FormatArgument(const char* text) : held_(std::string_view(text)) {}         // NOLINT
-  FormatArgument(const std::string& text) : held_(std::string_view(text)) {}  // NOLINT
-  FormatArgument(std::string_view text) : held_(text) {}                      // NOLINT
-  FormatArgument(const std::optional<std::string>& text)                      // NOLINT
+      : held_(static_cast<int64_t>(number)) {}                                                         // NOLINT
+  FormatArgument(bool flag) : held_(static_cast<int64_t>(flag)) {}                                     // NOLINT
+  FormatArgument(const char* text) : held_(std::string_view(text != nullptr ? text : kAbsentText)) {}  // NOLINT
+  FormatArgument(const std::string& text) : held_(std::string_view(text)) {}                           // NOLINT
+  FormatArgument(std::string_view text) : held_(text) {}                                               // NOLINT
+  FormatArgument(const std::optional<std::string>& text)                                               // NOLINT
       : held_(text ? std::string_view(*text) : std::string_view(kAbsentText)) {}
   template <class Described>
   requires requires(const Described& object) {

@@ -43,9 +43,9 @@ std::string caughtText() {
   }
 }
 
-namespace detail {
+namespace {
 
-void writeCaught(const Logger& logger, const Guard& guard, const LogSite& site) {
+void writeHandled(const Logger& logger, const Guard& guard, const LogSite& site) {
   try {
     throw;
   } catch (const kit::Exception& exception) {
@@ -56,6 +56,19 @@ void writeCaught(const Logger& logger, const Guard& guard, const LogSite& site) 
     }
   } catch (...) {
     writeClause(logger, guard.other, site, {caughtText()});
+  }
+}
+
+}  // namespace
+
+namespace detail {
+
+void writeCaught(const Logger& logger, const Guard& guard, const LogSite& site) noexcept {
+  try {
+    writeHandled(logger, guard, site);
+  } catch (...) {
+    // The log itself failed: there is nowhere left to write to, and the app must not pay for that.
+    return;
   }
 }
 

@@ -44,8 +44,9 @@ constexpr GuardClause ungated(const char* text) {
 }
 
 namespace detail {
-/// Writes the clause for the object being handled. To be called inside a handler only.
-void writeCaught(const Logger& logger, const Guard& guard, const LogSite& site);
+/// Writes the clause for the object being handled; what the log throws meanwhile is dropped. To be called inside a
+/// handler only.
+void writeCaught(const Logger& logger, const Guard& guard, const LogSite& site) noexcept;
 }  // namespace detail
 
 /// Runs `body` under `guard` and answers whether it came to its end; a body with a result gives it, or nothing when it
