@@ -1,0 +1,68 @@
+#include "services/uuid.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <set>
+
+namespace morvik::services {
+namespace {
+
+class Constant : public kit::Random {
+ public:
+  explicit Constant(uint8_t byte) : byte_(byte) {}
+  void fill(std::span<uint8_t> bytes) override { std::fill(bytes.begin(), bytes.end(), byte_); }
+
+ private:
+  uint8_t byte_;
+};
+
+class Counting : public kit::Random {
+ public:
+  void fill(std::span<uint8_t> bytes) override {
+    for (uint8_t& byte : bytes)
+      byte = next_++;
+  }
+
+ private:
+  uint8_t next_ = 0;
+};
+
+TEST(TimeOrderedUuid, CarriesTimeVersionAndVariant) {
+  Constant ones(0xFF);
+  Constant zeros(0);
+  const kit::Date date{1'645'557'742'123'999};  // 0x017F22E27A2B milliseconds and 999 microseconds more
+  EXPECT_EQ(makeTimeOrderedUuid(date, ones), "017f22e2-7a2b-7fff-bfff-ffffffffffff");
+  EXPECT_EQ(makeTimeOrderedUuid(date, zeros), "017f22e2-7a2b-7000-8000-000000000000");
+}
+
+TEST(TimeOrderedUuid, TakesEveryOtherBitFromChance) {
+  Counting random;
+  EXPECT_EQ(makeTimeOrderedUuid(kit::Date{0}, random), "00000000-0000-7607-8809-0a0b0c0d0e0f");
+}
+
+TEST(TimeOrderedUuid, SortsByTime) {
+  Constant ones(0xFF);
+  Constant zeros(0);
+  EXPECT_LT(makeTimeOrderedUuid(kit::Date::fromSeconds(1'700'000'000), ones),
+            makeTimeOrderedUuid(kit::Date{1'700'000'000'001'000}, zeros));
+}
+
+TEST(TimeOrderedUuid, CountsADateBefore1970As1970) {
+  Constant zeros(0);
+  EXPECT_EQ(makeTimeOrderedUuid(kit::Date{-1}, zeros), "00000000-0000-7000-8000-000000000000");
+  EXPECT_EQ(makeTimeOrderedUuid(kit::Date{std::numeric_limits<int64_t>::min()}, zeros),
+            "00000000-0000-7000-8000-000000000000");
+}
+
+TEST(TimeOrderedUuid, DiffersWithinOneMillisecond) {
+  Counting random;
+  std::set<std::string> ids;
+  for (int i = 0; i < 16; ++i)
+    ids.insert(makeTimeOrderedUuid(kit::Date{0}, random));
+  EXPECT_EQ(ids.size(), 16U);
+}
+
+}  // namespace
+}  // namespace morvik::services
