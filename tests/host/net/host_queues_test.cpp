@@ -1,0 +1,72 @@
+#include "host/net/host_queues.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+namespace morvik::host {
+namespace {
+
+std::vector<int> takeAll(HostQueues<int>& queues) {
+  std::vector<int> taken;
+  while (const auto item = queues.takeReady())
+    taken.push_back(*item);
+  return taken;
+}
+
+TEST(HostQueues, LetSixBeginAndTheRestWaitInOrder) {
+  HostQueues<int> queues;
+  for (int item = 1; item <= 9; ++item)
+    queues.add("a", item);
+  EXPECT_EQ(takeAll(queues), (std::vector<int>{1, 2, 3, 4, 5, 6}));
+  queues.ended("a");
+  EXPECT_EQ(takeAll(queues), (std::vector<int>{7}));
+  queues.ended("a");
+  queues.ended("a");
+  EXPECT_EQ(takeAll(queues), (std::vector<int>{8, 9}));
+}
+
+TEST(HostQueues, AnEndedOneMakesRoomForOne) {
+  HostQueues<int> queues;
+  for (int item = 1; item <= 6; ++item)
+    queues.add("a", item);
+  takeAll(queues);
+  queues.ended("a");
+  queues.add("a", 7);
+  queues.add("a", 8);
+  EXPECT_EQ(takeAll(queues), (std::vector<int>{7}));
+}
+
+TEST(HostQueues, AFullHostHoldsNobodyElseUp) {
+  HostQueues<int> queues;
+  for (int item = 1; item <= 7; ++item)
+    queues.add("a", item);
+  takeAll(queues);
+  queues.add("b", 8);
+  EXPECT_EQ(takeAll(queues), (std::vector<int>{8}));
+}
+
+TEST(HostQueues, AHostThatWasForgottenStartsAfresh) {
+  HostQueues<int> queues;
+  for (int round = 0; round < 3; ++round) {
+    for (int item = 1; item <= 6; ++item)
+      queues.add("a", item);
+    EXPECT_EQ(takeAll(queues).size(), 6u);
+    for (int item = 1; item <= 6; ++item)
+      queues.ended("a");
+  }
+}
+
+TEST(HostQueues, ClearingLetsGoOfEverything) {
+  HostQueues<std::shared_ptr<int>> queues;
+  const auto item = std::make_shared<int>(1);
+  for (int copy = 0; copy < 8; ++copy)
+    queues.add("a", item);
+  queues.clear();
+  EXPECT_EQ(item.use_count(), 1);
+  EXPECT_FALSE(queues.takeReady());
+}
+
+}  // namespace
+}  // namespace morvik::host
