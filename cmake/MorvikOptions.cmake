@@ -3,30 +3,33 @@
 
 add_library(morvik_build_options INTERFACE)
 
-target_compile_options(
-  morvik_build_options
-  INTERFACE -Wall
-            -Wextra
-            -Wpedantic
-            -Wshadow
-            -Wconversion
-            -Wsign-conversion
-            -Wnon-virtual-dtor
-            -Woverloaded-virtual
-            -Wold-style-cast
-            -Wcast-qual
-            -Wcast-align
-            -Wformat=2
-            -Wundef
-            -Wextra-semi
-            -Wunused
-            $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond>
-            $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op>
-            # Designated initializers leave members out on purpose: their defaults are the point.
-            -Wno-missing-field-initializers)
+# In an app's build, with a compiler that we may not know, our warnings would only be noise.
+if(PROJECT_IS_TOP_LEVEL)
+  target_compile_options(
+    morvik_build_options
+    INTERFACE -Wall
+              -Wextra
+              -Wpedantic
+              -Wshadow
+              -Wconversion
+              -Wsign-conversion
+              -Wnon-virtual-dtor
+              -Woverloaded-virtual
+              -Wold-style-cast
+              -Wcast-qual
+              -Wcast-align
+              -Wformat=2
+              -Wundef
+              -Wextra-semi
+              -Wunused
+              $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond>
+              $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op>
+              # Designated initializers leave members out on purpose: their defaults are the point.
+              -Wno-missing-field-initializers)
 
-if(MORVIK_WARNINGS_AS_ERRORS)
-  target_compile_options(morvik_build_options INTERFACE -Werror)
+  if(MORVIK_WARNINGS_AS_ERRORS)
+    target_compile_options(morvik_build_options INTERFACE -Werror)
+  endif()
 endif()
 
 # Sanitizers and coverage must hold for every object and every link, so they are not left to single targets.

@@ -22,15 +22,15 @@ quietly() {
   while true; do
     line=
     read_status=0
-    IFS= read -r -t 5 -u "$output" line || read_status=$?
+    IFS= read -r -t 10 -u "$output" line || read_status=$?
     if ((read_status == 0)); then
       printf '%s\n' "$line" >>"$log"
     else
       printf '%s' "$line" >>"$log"
-      # Above 128 the five seconds are over; else it is the end of the output.
+      # Above 128 the ten seconds are over; else it is the end of the output.
       ((read_status > 128)) || break
     fi
-    if ((SECONDS - told >= 5)); then
+    if ((SECONDS - told >= 10)); then
       told=$SECONDS
       printf '%s: %d s ... %.60s\n' "$label" $((SECONDS - started)) "$(tail -n 1 "$log")" >&2
     fi

@@ -28,12 +28,12 @@ class ThePackage(unittest.TestCase):
         cls.prefix = os.path.join(made.name, "prefix")
         run("cmake", "--install", tree.BUILD, "--prefix", cls.prefix)
 
-    def build(self, name, source, *options):
-        """Configures and builds a project against the installed package; returns the build folder."""
+    def build(self, name, source, *options, targets=("all",)):
+        """Configures and builds a project beside the installed package; returns the build folder."""
         folder = os.path.join(self.work, name)
         run("cmake", "-G", "Ninja", "-S", source, "-B", folder, f"-DCMAKE_PREFIX_PATH={self.prefix}",
             f"-DCMAKE_CXX_COMPILER={tree.COMPILER}", *options)
-        run("cmake", "--build", folder)
+        run("cmake", "--build", folder, "--target", *targets)
         return folder
 
     def test_the_core_alone_looks_for_no_other_library(self):
@@ -54,6 +54,15 @@ class ThePackage(unittest.TestCase):
                 program = os.path.join(self.work, package)
                 run(tree.COMPILER, "-std=c++20", os.path.join(CONSUMERS, source, "main.cpp"), "-o", program, *flags)
                 self.assertEqual(run(program), says)
+
+    def test_a_project_that_holds_the_tree_as_a_subfolder_builds_nothing_but_what_it_links(self):
+        folder = self.build("subfolder", os.path.join(CONSUMERS, "subfolder"), f"-DMORVIK_SOURCE_DIR={tree.ROOT}",
+                            "-DMORVIK_BUILD_HOST=OFF", targets=["consumer"])
+        self.assertEqual(run(os.path.join(folder, "consumer")), "the core works\n")
+        targets = run("ninja", "-C", folder, "-t", "targets", "all")
+        self.assertRegex(targets, "(?m)^morvik_core: ")
+        self.assertNotRegex(targets, "(?m)^(test_|morvik-|bench_|replay_)")
+        self.assertNotIn("-Wconversion", tree.read(folder, "build.ninja"))
 
     def find(self, name):
         for place, _, names in os.walk(self.prefix):

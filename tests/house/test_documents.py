@@ -1,0 +1,38 @@
+"""What the documents say about the build is what the build does."""
+
+import json
+import os
+import re
+import subprocess
+import unittest
+
+import tree
+
+
+class TheDocuments(unittest.TestCase):
+    def test_every_package_that_is_installed_is_explained(self):
+        groups = ("test", "coverage", "bench", "fuzz", "tidy")
+        listed = subprocess.run([os.path.join(tree.ROOT, "tools/setup"), "--list", *groups],
+                                capture_output=True, text=True, check=True).stdout.split()
+        explained = set(re.findall(r"`([^`]+)`", tree.read(tree.ROOT, "docs/third-party.md")))
+        self.assertGreater(len(listed), 20)
+        self.assertEqual([package for package in listed if package not in explained], [])
+
+    def test_every_preset_is_explained(self):
+        presets = json.loads(tree.read(tree.ROOT, "CMakePresets.json"))["configurePresets"]
+        names = {preset["name"] for preset in presets if not preset.get("hidden")}
+        self.assertEqual(set(re.findall(r"(?m)^\| `(\w+)` \|", tree.read(tree.ROOT, "docs/building.md"))), names)
+
+    def test_every_file_that_a_document_links_to_is_there(self):
+        documents = [os.path.join("docs", name) for name in os.listdir(os.path.join(tree.ROOT, "docs"))]
+        documents += [name for name in os.listdir(tree.ROOT) if name.endswith(".md")]
+        self.assertIn("docs/building.md", documents)
+        for document in sorted(documents):
+            for target in re.findall(r"\]\((?!\w+:|#)([^)#\s]+)", tree.read(tree.ROOT, document)):
+                with self.subTest(document=document, target=target):
+                    path = os.path.normpath(os.path.join(tree.ROOT, os.path.dirname(document), target))
+                    self.assertTrue(os.path.exists(path))
+
+
+if __name__ == "__main__":
+    unittest.main()
