@@ -1,0 +1,189 @@
+#include "apps/service/http_server.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+#include "apps/service/certificate.h"
+#include "apps/service/files.h"
+#include "apps/service/refusal.h"
+#include "tests/apps/service/https_client.h"
+#include "tests/apps/service/samples.h"
+
+namespace morvik_service {
+namespace {
+
+using test::Answer;
+using test::HttpsClient;
+using test::TemporaryFolder;
+
+class HttpServerTest : public testing::Test {
+ protected:
+  // Serves until the end of the test, or until `server_` is reset.
+  void serve(HttpServer::Handler handler) {
+    Listener listener("127.0.0.1", 0);
+    url_ = "https://localhost:" + std::to_string(listener.port());
+    server_ = std::make_unique<HttpServer>(listener, identity_, std::move(handler));
+  }
+  HttpsClient client() const { return {url_, files_.authority}; }
+
+  TemporaryFolder folder_;
+  CertificateFiles files_ = makeCertificates(folder_.path());
+  TlsIdentity identity_{readSmallFile(files_.certificate), readSmallFile(files_.key)};
+  std::string url_;
+  std::unique_ptr<HttpServer> server_;
+};
+
+TEST_F(HttpServerTest, HandsTheWholeRequestOverAndTheAnswerBack) {
+  std::promise<HttpRequest> seen;
+  serve([&](const HttpRequest& request) {
+    seen.set_value(request);
+    return HttpReply{201, "{\"fine\":true}"};
+  });
+  const Answer answer = client().post("/a%20path?one=1&two=a%26b", "k=1&j=2", {"X-Own: value"});
+  EXPECT_EQ(CURLE_OK, answer.result);
+  EXPECT_EQ(201, answer.status);
+  EXPECT_EQ("{\"fine\":true}", answer.body);
+  EXPECT_EQ("application/json; charset=utf-8", answer.content_type);
+  const HttpRequest request = seen.get_future().get();
+  EXPECT_EQ("POST", request.method);
+  EXPECT_EQ("/a path", request.path);
+  EXPECT_EQ((NamedValues{{"one", "1"}, {"two", "a&b"}}), request.query);
+  EXPECT_EQ("k=1&j=2", request.body);
+  EXPECT_EQ(7U, request.body_bytes);
+  EXPECT_FALSE(request.body_too_large);
+  EXPECT_TRUE(request.from_loopback);
+  ASSERT_NE(nullptr, findHeader(request, "x-own"));
+  EXPECT_EQ("value", *findHeader(request, "x-own"));
+}
+
+TEST_F(HttpServerTest, AConnectionIsKeptForTheNextRequest) {
+  serve([](const HttpRequest& request) { return HttpReply{200, request.path}; });
+  HttpsClient one = client();
+  EXPECT_EQ("/first", one.get("/first").body);
+  EXPECT_EQ("/second", one.get("/second").body);
+  EXPECT_EQ("/third", one.remove("/third").body);
+}
+
+TEST_F(HttpServerTest, AClientThatDoesNotTrustTheAuthorityIsNotServed) {
+  bool served = false;
+  serve([&](const HttpRequest&) {
+    served = true;
+    return HttpReply{};
+  });
+  const CertificateFiles other = makeCertificates(folder_.path("other"));
+  EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, HttpsClient(url_, other.authority).get("/").result);
+  EXPECT_FALSE(served);
+}
+
+TEST_F(HttpServerTest, ClosesWithoutAnAnswerWhenAskedTo) {
+  serve([](const HttpRequest&) { return HttpReply{.close_without_answer = true}; });
+  const Answer answer = client().post("/", "k=1");
+  EXPECT_TRUE(answer.result == CURLE_GOT_NOTHING || answer.result == CURLE_RECV_ERROR) << answer.result;
+  EXPECT_EQ(0, answer.status);
+}
+
+TEST_F(HttpServerTest, DelaysTheAnswerOfOneConnectionAlone) {
+  constexpr std::chrono::milliseconds kDelay{200};
+  serve([&](const HttpRequest& request) {
+    return HttpReply{.body = "{}", .delay = request.path == "/late" ? kDelay : std::chrono::milliseconds(0)};
+  });
+  std::thread late([&] {
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(200, client().get("/late").status);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, kDelay);
+  });
+  EXPECT_EQ(200, client().get("/").status);
+  late.join();
+}
+
+TEST_F(HttpServerTest, StoppingEndsADelayAtOnce) {
+  std::promise<void> waiting;
+  serve([&](const HttpRequest&) {
+    waiting.set_value();
+    return HttpReply{.body = "{}", .delay = std::chrono::hours(1)};
+  });
+  std::thread late([&] { EXPECT_NE(CURLE_OK, client().get("/").result); });
+  waiting.get_future().get();
+  server_.reset();
+  late.join();
+}
+
+TEST_F(HttpServerTest, ABodyOfTheLimitIsKeptAndOneByteMoreIsOnlyCounted) {
+  serve([](const HttpRequest& request) {
+    return HttpReply{200, std::to_string(request.body.size()) + " of " + std::to_string(request.body_bytes) +
+                              (request.body_too_large ? " too large" : "")};
+  });
+  HttpsClient one = client();
+  EXPECT_EQ("16777216 of 16777216", one.post("/", std::string(kMaxBodyBytes, 'x')).body);
+  EXPECT_EQ("0 of 16777217 too large", one.post("/", std::string(kMaxBodyBytes + 1, 'x')).body);
+}
+
+TEST_F(HttpServerTest, ASenderThatDoesNotStopIsCutOff) {
+  bool served = false;
+  serve([&](const HttpRequest&) {
+    served = true;
+    return HttpReply{};
+  });
+  EXPECT_NE(CURLE_OK, client().post("/", std::string(kMaxDiscardedBytes + 1, 'x')).result);
+  server_.reset();
+  EXPECT_FALSE(served);
+}
+
+TEST_F(HttpServerTest, BodiesBeyondTheMemoryAreTurnedAwayAndRoomComesBack) {
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; });
+  ASSERT_TRUE(server_->reserve(kMaxBufferedBytes));
+  EXPECT_FALSE(server_->reserve(1));
+  const Answer turned_away = client().post("/", "k=1");
+  EXPECT_EQ(503, turned_away.status);
+  EXPECT_EQ(
+      "{\"error\":\"too many request bodies at once\",\"where\":\"the service's memory\",\"mend\":\"send again "
+      "later\"}",
+      turned_away.body);
+  server_->release(kMaxBufferedBytes);
+  EXPECT_EQ(200, client().post("/", "k=1").status);
+}
+
+TEST_F(HttpServerTest, AHandlerThatThrowsIsAnsweredForAndTheServerGoesOn) {
+  serve([](const HttpRequest& request) -> HttpReply {
+    if (request.path == "/bad")
+      throw std::runtime_error("inside");
+    return {200, "{}"};
+  });
+  HttpsClient one = client();
+  EXPECT_EQ(500, one.get("/bad").status);
+  EXPECT_EQ(200, one.get("/").status);
+}
+
+TEST_F(HttpServerTest, ServesSeveralConnectionsAtOnce) {
+  serve([](const HttpRequest& request) { return HttpReply{200, request.body}; });
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 6; ++t) {
+    threads.emplace_back([this, t] {
+      HttpsClient one = client();
+      for (int i = 0; i < 5; ++i) {
+        const std::string body(static_cast<std::size_t>(1000 * t + i), static_cast<char>('a' + t));
+        EXPECT_EQ(body, one.post("/", body).body);
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+}
+
+TEST_F(HttpServerTest, HeadersBeyondTheLimitAreRefused) {
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; });
+  const Answer answer = client().post("/", "k=1", {"X-Large: " + std::string(kMaxHeaderBytes, 'x')});
+  EXPECT_NE(200, answer.status);
+}
+
+TEST_F(HttpServerTest, AKeyThatDoesNotFitIsSaid) {
+  identity_.key_pem = readSmallFile(makeCertificates(folder_.path("other")).key);
+  EXPECT_THROW(serve([](const HttpRequest&) { return HttpReply{}; }), SetupError);
+  identity_.key_pem = "nonsense";
+  EXPECT_THROW(serve([](const HttpRequest&) { return HttpReply{}; }), SetupError);
+}
+
+}  // namespace
+}  // namespace morvik_service

@@ -1,0 +1,73 @@
+#include "tests/apps/service/https_client.h"
+
+#include <memory>
+#include <utility>
+
+namespace morvik_service::test {
+namespace {
+
+// No answer of a healthy service takes as long; a broken one fails the test instead of hanging it.
+constexpr long kPatienceSeconds = 60;
+
+std::size_t collect(char* data, std::size_t size, std::size_t count, void* target) {
+  static_cast<std::string*>(target)->append(data, size * count);
+  return size * count;
+}
+
+}  // namespace
+
+HttpsClient::HttpsClient(std::string base_url, std::string authority_file)
+    : base_url_(std::move(base_url)), authority_file_(std::move(authority_file)), handle_(curl_easy_init()) {}
+
+HttpsClient::~HttpsClient() {
+  curl_easy_cleanup(handle_);
+}
+
+void HttpsClient::prepare() {
+  curl_easy_reset(handle_);
+  curl_easy_setopt(handle_, CURLOPT_CAINFO, authority_file_.c_str());
+  curl_easy_setopt(handle_, CURLOPT_TIMEOUT, kPatienceSeconds);
+  curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(handle_, CURLOPT_NOPROXY, "*");
+}
+
+Answer HttpsClient::get(const std::string& path) {
+  prepare();
+  return perform(path, {});
+}
+
+Answer HttpsClient::post(const std::string& path, const std::string& body, const std::vector<std::string>& headers) {
+  prepare();
+  curl_easy_setopt(handle_, CURLOPT_POST, 1L);
+  curl_easy_setopt(handle_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+  curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, body.data());
+  return perform(path, headers);
+}
+
+Answer HttpsClient::remove(const std::string& path) {
+  prepare();
+  curl_easy_setopt(handle_, CURLOPT_CUSTOMREQUEST, "DELETE");
+  return perform(path, {});
+}
+
+Answer HttpsClient::perform(const std::string& path, const std::vector<std::string>& headers) {
+  const auto free_list = [](curl_slist* list) { curl_slist_free_all(list); };
+  std::unique_ptr<curl_slist, decltype(free_list)> list(curl_slist_append(nullptr, "Expect:"), free_list);
+  for (const std::string& header : headers)
+    curl_slist_append(list.get(), header.c_str());
+  Answer answer;
+  const std::string url = base_url_ + path;
+  curl_easy_setopt(handle_, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, list.get());
+  curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, collect);
+  curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &answer.body);
+  answer.result = curl_easy_perform(handle_);
+  curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &answer.status);
+  const char* type = nullptr;
+  curl_easy_getinfo(handle_, CURLINFO_CONTENT_TYPE, &type);
+  if (type != nullptr)
+    answer.content_type = type;
+  return answer;
+}
+
+}  // namespace morvik_service::test

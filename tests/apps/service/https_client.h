@@ -1,0 +1,41 @@
+// A client for the tests that go over a real TLS connection.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <string>
+#include <vector>
+
+namespace morvik_service::test {
+
+struct Answer {
+  CURLcode result = CURLE_OK;
+  long status = 0;
+  std::string body;
+  std::string content_type;
+};
+
+// One handle, hence one kept connection. Verifies certificate and name against `authority_file`. Not for several
+// threads at once.
+class HttpsClient {
+ public:
+  HttpsClient(std::string base_url, std::string authority_file);
+  HttpsClient(const HttpsClient&) = delete;
+  HttpsClient& operator=(const HttpsClient&) = delete;
+  ~HttpsClient();
+
+  Answer get(const std::string& path);
+  // Form-encoded unless a header says otherwise.
+  Answer post(const std::string& path, const std::string& body, const std::vector<std::string>& headers = {});
+  Answer remove(const std::string& path);
+
+ private:
+  Answer perform(const std::string& path, const std::vector<std::string>& headers);
+  void prepare();
+
+  const std::string base_url_;
+  const std::string authority_file_;
+  CURL* handle_;
+};
+
+}  // namespace morvik_service::test

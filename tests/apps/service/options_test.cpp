@@ -1,0 +1,100 @@
+#include "apps/service/options.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace morvik_service {
+namespace {
+
+std::string complaintAbout(const std::vector<std::string>& arguments) {
+  const CommandLine line = readCommandLine(arguments);
+  EXPECT_FALSE(line.options.has_value());
+  EXPECT_EQ(kExitUsage, line.exit_status);
+  return line.text;
+}
+
+TEST(Options, LeastThatIsNeeded) {
+  const CommandLine line = readCommandLine({"--store", "s", "--make-cert", "tls"});
+  ASSERT_TRUE(line.options.has_value()) << line.text;
+  EXPECT_EQ("s", line.options->store_folder);
+  EXPECT_EQ("tls", line.options->make_certificates_in);
+  EXPECT_EQ("127.0.0.1", line.options->bind_address);
+  EXPECT_EQ(0, line.options->port);
+  EXPECT_FALSE(line.options->allow_remote);
+  EXPECT_FALSE(line.options->quiet);
+}
+
+TEST(Options, EverythingIsRead) {
+  const CommandLine line = readCommandLine({"--store",
+                                            "s",
+                                            "--cert",
+                                            "c",
+                                            "--key",
+                                            "k",
+                                            "--port",
+                                            "8443",
+                                            "--bind",
+                                            "0.0.0.0",
+                                            "--allow-remote",
+                                            "--keys",
+                                            "f",
+                                            "--app-key",
+                                            "a",
+                                            "--hash-key",
+                                            "h",
+                                            "--tracking-key",
+                                            "t",
+                                            "--port-file",
+                                            "p",
+                                            "--log",
+                                            "l",
+                                            "--attribution",
+                                            "{\"deeplink\":\"x\"}"});
+  ASSERT_TRUE(line.options.has_value()) << line.text;
+  EXPECT_EQ("c", line.options->certificate_file);
+  EXPECT_EQ("k", line.options->key_file);
+  EXPECT_EQ(8443, line.options->port);
+  EXPECT_EQ("0.0.0.0", line.options->bind_address);
+  EXPECT_TRUE(line.options->allow_remote);
+  EXPECT_EQ("f", line.options->keys_file);
+  EXPECT_EQ("a", line.options->app_key);
+  EXPECT_EQ("h", line.options->hash_key);
+  EXPECT_EQ("t", line.options->tracking_key);
+  EXPECT_EQ("p", line.options->port_file);
+  EXPECT_EQ("l", line.options->log_file);
+  EXPECT_EQ("{\"deeplink\":\"x\"}", line.options->attribution);
+}
+
+TEST(Options, HelpNamesEveryOption) {
+  const CommandLine line = readCommandLine({"--help"});
+  EXPECT_EQ(0, line.exit_status);
+  for (const char* option :
+       {"--port", "--bind", "--allow-remote", "--cert", "--key", "--make-cert", "--store", "--app-key", "--hash-key",
+        "--tracking-key", "--keys", "--port-file", "--log", "--quiet", "--attribution"}) {
+    EXPECT_NE(std::string::npos, line.text.find(option)) << option;
+  }
+}
+
+TEST(Options, ABadCommandLineIsAnsweredInOneLine) {
+  EXPECT_EQ("--store is required; see morvik-service --help\n", complaintAbout({"--make-cert", "tls"}));
+  EXPECT_EQ(
+      "TLS needs a certificate: give --make-cert FOLDER, or --cert FILE and --key FILE; see morvik-service "
+      "--help\n",
+      complaintAbout({"--store", "s"}));
+  EXPECT_EQ("--cert requires --key; see morvik-service --help\n", complaintAbout({"--store", "s", "--cert", "c"}));
+  for (const std::vector<std::string>& extra : {std::vector<std::string>{"--port", "65536"},
+                                                {"--port", "x"},
+                                                {"--plain-http"},
+                                                {"--quiet", "--log", "l"},
+                                                {"--cert", "c", "--key", "k"}}) {
+    std::vector<std::string> arguments = {"--store", "s", "--make-cert", "tls"};
+    arguments.insert(arguments.end(), extra.begin(), extra.end());
+    const std::string complaint = complaintAbout(arguments);
+    EXPECT_EQ(1, std::count(complaint.begin(), complaint.end(), '\n')) << complaint;
+    EXPECT_NE(std::string::npos, complaint.find("see morvik-service --help"));
+  }
+}
+
+}  // namespace
+}  // namespace morvik_service

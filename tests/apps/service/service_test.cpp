@@ -1,0 +1,228 @@
+#include "apps/service/service.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "tests/apps/service/samples.h"
+
+namespace morvik_service {
+namespace {
+
+using test::commonParameters;
+using test::conversionPayload;
+using test::iadPayload;
+using test::inspection;
+using test::kKeys;
+using test::post;
+using test::postConversion;
+using test::postTracking;
+using test::TemporaryFolder;
+using test::trackingPayload;
+
+constexpr std::int64_t kNow = 1709251199999;
+
+class ServiceTest : public testing::Test {
+ protected:
+  HttpReply handle(const HttpRequest& request) { return service_.handle(request); }
+  Json answer(const HttpRequest& request) { return Json::parse(handle(request).body); }
+  Json inspected(const std::string& path) { return answer(inspection("GET", "/inspect/" + path)); }
+  Json lastRequest() { return inspected("requests")["requests"].back(); }
+  void misbehave(const std::string& behaviour) {
+    ASSERT_EQ(200, handle(inspection("POST", "/inspect/behaviour", behaviour)).status);
+  }
+
+  TemporaryFolder folder_;
+  Store store_{folder_.path()};
+  std::vector<std::string> lines_;
+  Service service_{kKeys, Attribution(), store_, [] { return kNow; },
+                   [this](const std::string& line) { lines_.push_back(line); }};
+};
+
+TEST_F(ServiceTest, AConversionIsToldWhoReferredIt) {
+  const Json told = answer(postConversion(conversionPayload()));
+  EXPECT_EQ(kNow, told["BaseTime"]);
+  EXPECT_EQ(true, told["Result"]);
+  EXPECT_EQ(kResultCodeFine, told["ResultCode"]);
+  EXPECT_EQ(Attribution().record(kFirstUserNo, kNow), told["Data"]);
+}
+
+TEST_F(ServiceTest, TheThreeAttributionEndpointsAnswerAlike) {
+  const Json expected = answer(postConversion(conversionPayload()));
+  EXPECT_EQ(expected, answer(postConversion(conversionPayload(), "/v1/thirdparty-conversion")));
+  EXPECT_EQ(expected, answer(postConversion(iadPayload(), "/v1/iad-attribution")));
+}
+
+TEST_F(ServiceTest, AThirdPartyMaySendParametersOfItsOwn) {
+  EXPECT_EQ(true, answer(postConversion({{"own", 1}}, "/v1/thirdparty-conversion"))["Result"]);
+}
+
+TEST_F(ServiceTest, AConversionWithoutParametersGetsNoRecord) {
+  EXPECT_EQ(R"({"BaseTime":1709251199999,"Result":false,"ResultCode":1})", handle(post("/v1/conversion", "")).body);
+}
+
+TEST_F(ServiceTest, ABatchIsAcceptedAndItsEventsAreCountedOnce) {
+  EXPECT_EQ(R"({"BaseTime":1709251199999,"Result":true})", handle(postTracking(trackingPayload({"a", "b"}))).body);
+  handle(postTracking(trackingPayload({"b", "c"})));
+  const Json events = inspected("events");
+  EXPECT_EQ(3, events["distinct"]);
+  EXPECT_EQ(4, events["arrivals"]);
+}
+
+TEST_F(ServiceTest, ABatchWithoutParametersIsRefused) {
+  const HttpReply reply = handle(post("/v1/tracking", ""));
+  EXPECT_EQ(400, reply.status);
+  EXPECT_EQ(R"({"error":"the body is empty","where":"the request body","mend":"send the form parameters k and j"})",
+            reply.body);
+}
+
+TEST_F(ServiceTest, WhatIsRefusedIsStoredWithTheReason) {
+  Json payload = trackingPayload({"a"});
+  payload.erase("puid");
+  const HttpReply reply = handle(postTracking(payload));
+  EXPECT_EQ(400, reply.status);
+  const Json stored = lastRequest();
+  EXPECT_EQ("puid is missing", stored["refusal"]["error"]);
+  EXPECT_EQ(payload, stored["payload"]);
+  EXPECT_EQ(reply.body, stored["answer"]["body"]);
+  EXPECT_EQ(false, stored["counted"]);
+  EXPECT_EQ(0, inspected("events")["distinct"]);
+}
+
+TEST_F(ServiceTest, APayloadSealedWithTheOtherKeyIsRefused) {
+  HttpRequest request = postConversion(trackingPayload({"a"}), "/v1/tracking");
+  EXPECT_EQ(403, handle(request).status);
+  EXPECT_TRUE(lastRequest()["payload"].is_null());
+  EXPECT_EQ(request.body, lastRequest()["body"]);
+}
+
+TEST_F(ServiceTest, AnUnknownPathIsToldWhatExists) {
+  const HttpReply reply = handle(post("/v1/trackin", ""));
+  EXPECT_EQ(404, reply.status);
+  EXPECT_EQ(R"({"error":"there is nothing at this path","where":"the path","mend":"use one of: POST /v1/conversion, )"
+            R"(POST /v1/thirdparty-conversion, POST /v1/iad-attribution, POST /v1/tracking, GET /inspect/requests"})",
+            reply.body);
+  EXPECT_EQ("", lastRequest()["endpoint"]);
+}
+
+TEST_F(ServiceTest, AnEndpointIsPostedTo) {
+  HttpRequest request = postTracking(trackingPayload({"a"}));
+  request.method = "GET";
+  EXPECT_EQ(405, handle(request).status);
+}
+
+TEST_F(ServiceTest, AMisbehavingAnswerIsStoredAndCountsOnlyWhereItShould) {
+  misbehave(R"({"endpoint":"tracking","kind":"status","status":500})");
+  EXPECT_EQ(500, handle(postTracking(trackingPayload({"a"}))).status);
+  EXPECT_EQ(0, inspected("events")["distinct"]);
+  EXPECT_EQ(500, lastRequest()["behaviour"]["status"]);
+  misbehave(R"({"endpoint":"tracking","kind":"close_after"})");
+  EXPECT_TRUE(handle(postTracking(trackingPayload({"a"}))).close_without_answer);
+  EXPECT_EQ(1, inspected("events")["distinct"]);
+  EXPECT_EQ(200, handle(postTracking(trackingPayload({"a"}))).status);
+  EXPECT_EQ(2, inspected("events")["arrivals"]);
+}
+
+TEST_F(ServiceTest, AnAnswerThatDoesNotCountTheEventsDoesNotAcceptThemEither) {
+  misbehave(R"({"endpoint":"tracking","kind":"delay","milliseconds":5,"count_events":false})");
+  const HttpReply reply = handle(postTracking(trackingPayload({"a"})));
+  EXPECT_EQ(std::chrono::milliseconds(5), reply.delay);
+  EXPECT_EQ(R"({"BaseTime":1709251199999,"Result":false})", reply.body);
+}
+
+TEST_F(ServiceTest, MisbehaviourMeetsRefusedRequestsToo) {
+  misbehave(R"({"endpoint":"tracking","kind":"not_object"})");
+  EXPECT_EQ(200, handle(post("/v1/tracking", "nonsense")).status);
+  EXPECT_EQ(400, handle(post("/v1/tracking", "nonsense")).status);
+}
+
+TEST_F(ServiceTest, MisbehaviourOfOneEndpointLeavesTheOthersAlone) {
+  misbehave(R"({"endpoint":"conversion","kind":"status","status":500})");
+  EXPECT_EQ(200, handle(postTracking(trackingPayload({"a"}))).status);
+  EXPECT_EQ(500, handle(postConversion(conversionPayload())).status);
+}
+
+TEST_F(ServiceTest, ChangedAttributionDataAreAnsweredFromThenOn) {
+  handle(inspection("POST", "/inspect/attribution", R"({"deeplink":"my://offer"})"));
+  EXPECT_EQ("my://offer", answer(postConversion(conversionPayload()))["Data"]["deeplink"]);
+}
+
+TEST_F(ServiceTest, TwoInstallsHaveTwoNumbers) {
+  Json other = conversionPayload();
+  other["install_id"] = "another";
+  const std::int64_t first = answer(postConversion(conversionPayload()))["Data"]["user_no"];
+  const std::int64_t second = answer(postConversion(other))["Data"]["user_no"];
+  EXPECT_EQ(first + 1, second);
+  EXPECT_EQ(first, answer(postConversion(conversionPayload()))["Data"]["user_no"]);
+}
+
+TEST_F(ServiceTest, EveryRequestIsOneReadableLine) {
+  handle(postTracking(trackingPayload({"a", ""})));
+  handle(post("/v1/track\ning", ""));
+  misbehave(R"({"endpoint":"tracking","kind":"close_before"})");
+  handle(postTracking(trackingPayload({"a"})));
+  ASSERT_EQ(3U, lines_.size());
+  const std::string head = "2024-02-29T23:59:59.999Z #1 POST /v1/tracking ";
+  EXPECT_EQ(head, lines_[0].substr(0, head.size()));
+  const std::string tail = " -> 200; 1 new events, 0 seen before, 0 impressions, 1 events without id";
+  EXPECT_EQ(tail, lines_[0].substr(lines_[0].size() - tail.size()));
+  EXPECT_EQ("2024-02-29T23:59:59.999Z #2 POST /v1/track?ing 0 bytes -> 404; refused: there is nothing at this path",
+            lines_[1]);
+  const std::string closed = " -> connection closed; asked to misbehave: close_before";
+  EXPECT_EQ(closed, lines_[2].substr(lines_[2].size() - closed.size()));
+}
+
+TEST_F(ServiceTest, ALongPathIsCutInTheLine) {
+  handle(post("/" + std::string(5000, 'x'), ""));
+  EXPECT_LT(lines_[0].size(), 400U);
+}
+
+TEST_F(ServiceTest, TheSecretKeysAreNeverShown) {
+  handle(postTracking(trackingPayload({"a"})));
+  handle(postConversion(conversionPayload(), "/v1/tracking"));
+  std::string shown;
+  for (const char* path : {"requests", "events", "behaviour", "attribution"})
+    shown += jsonText(inspected(path));
+  for (const std::string& line : lines_)
+    shown += line;
+  EXPECT_EQ(std::string::npos, shown.find(kKeys.hash_key));
+  EXPECT_EQ(std::string::npos, shown.find(kKeys.tracking_key));
+}
+
+TEST_F(ServiceTest, RequestsFromSeveralThreadsAreAllCounted) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([this, t] {
+      for (int i = 0; i < 10; ++i) {
+        service_.handle(postTracking(trackingPayload({std::to_string(t) + "-" + std::to_string(i), "shared"})));
+        service_.handle(inspection("GET", "/inspect/events"));
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(41, inspected("events")["distinct"]);
+  EXPECT_EQ(80, inspected("events")["arrivals"]);
+}
+
+TEST(Service, ADiskThatRefusesIsSaidAndNothingIsAccepted) {
+  const TemporaryFolder folder;
+  { const Store store(folder.path()); }
+  {
+    // What a full disk does to an insertion, without filling one.
+    Database database(folder.path("service.sqlite3"));
+    database.execute("CREATE TRIGGER full BEFORE INSERT ON events BEGIN SELECT RAISE(FAIL, 'disk is full'); END");
+  }
+  Store store(folder.path());
+  std::vector<std::string> lines;
+  Service service(
+      kKeys, Attribution(), store, [] { return kNow; }, [&](const std::string& line) { lines.push_back(line); });
+  const HttpReply reply = service.handle(postTracking(trackingPayload({"a"})));
+  EXPECT_EQ(503, reply.status);
+  EXPECT_EQ("the store cannot take this in: disk is full", Json::parse(reply.body)["error"]);
+  EXPECT_EQ(std::vector<std::string>{"2024-02-29T23:59:59.999Z the store failed: disk is full"}, lines);
+  EXPECT_EQ(200, service.handle(postConversion(conversionPayload())).status);
+}
+
+}  // namespace
+}  // namespace morvik_service
