@@ -1,0 +1,50 @@
+// What each verb does. Every action runs as one block on the device's main queue.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/value.h"
+
+namespace morvik_device {
+
+class Phone;
+
+/// The wall clock moves by at most a hundred years at once.
+inline constexpr double kMaxClockStepSeconds = 3.2e9;
+/// How long "settle" waits when it is not said.
+inline constexpr double kSettleSeconds = 30.0;
+
+/// What stood behind a verb.
+struct Arguments {
+  std::vector<std::string> words;
+  std::optional<double> seconds;
+  morvik::kit::Value json;
+};
+
+/// How a verb ended.
+struct Outcome {
+  std::optional<std::string> refusal;     ///< why it was refused, or did not come to its end
+  morvik::kit::MutableDictionary fields;  ///< what it answers beside
+  bool ends_program = false;
+};
+
+/// Called once, on the main queue, in the action's turn or in a later one.
+using Reply = std::function<void(Outcome)>;
+using Action = void (*)(Phone& phone, const Arguments& arguments, const Reply& reply);
+
+void becomeActive(Phone& phone, const Arguments& arguments, const Reply& reply);
+void enterBackground(Phone& phone, const Arguments& arguments, const Reply& reply);
+void recordEvent(Phone& phone, const Arguments& arguments, const Reply& reply);
+void recordImpression(Phone& phone, const Arguments& arguments, const Reply& reply);
+void push(Phone& phone, const Arguments& arguments, const Reply& reply);
+void wait(Phone& phone, const Arguments& arguments, const Reply& reply);
+void moveClock(Phone& phone, const Arguments& arguments, const Reply& reply);
+void settle(Phone& phone, const Arguments& arguments, const Reply& reply);
+void showStore(Phone& phone, const Arguments& arguments, const Reply& reply);
+void killProcess(Phone& phone, const Arguments& arguments, const Reply& reply);
+void quit(Phone& phone, const Arguments& arguments, const Reply& reply);
+
+}  // namespace morvik_device

@@ -1,0 +1,29 @@
+// Where the verbs come from: a stream, line by line, or a script that was read and checked before.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <istream>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "apps/device/verbs.h"
+
+namespace morvik_device {
+
+/// The next command; nothing at the end of the input; or one line for people about what is wrong with it.
+using NextCommand = std::variant<std::monostate, Command, std::string>;
+using CommandSource = std::function<NextCommand()>;
+
+/// Reads a command from the stream whenever asked, waiting for the line if need be. Mistakes name the line by its
+/// number and `name`. The stream outlives the source.
+CommandSource commandsOf(std::istream& stream, std::string name);
+
+/// All commands of a stream, or the first mistake.
+std::variant<std::deque<Command>, std::string> readAll(const CommandSource& source);
+
+/// Hands out commands read before.
+CommandSource commandsOf(std::deque<Command> commands);
+
+}  // namespace morvik_device

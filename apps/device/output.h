@@ -1,0 +1,36 @@
+// Standard output: one JSON object a line, each flushed at once.
+#pragma once
+
+#include <cstdio>
+#include <mutex>
+#include <string_view>
+
+#include "apps/device/actions.h"
+#include "kit/value.h"
+
+namespace morvik_device {
+
+/// Any thread; a line is written whole before the next begins.
+class Output {
+ public:
+  /// `stream` outlives the output.
+  explicit Output(std::FILE* stream) : stream_(stream) {}
+
+  /// {"verb":"event","ok":true} and what the verb answers beside, or {"verb":…,"ok":false,"error":…}.
+  void verbDone(std::string_view verb, const Outcome& outcome);
+
+  /// {"callback":"didReceiveDeeplink:","args":["app://offer"]}
+  void callback(std::string_view selector, const morvik::kit::Array& arguments);
+
+  /// True from the first line on that could not be written.
+  bool failed() const;
+
+ private:
+  void write(const morvik::kit::Value& line);
+
+  std::FILE* stream_;
+  mutable std::mutex mutex_;
+  bool failed_ = false;
+};
+
+}  // namespace morvik_device

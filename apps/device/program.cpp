@@ -1,0 +1,73 @@
+#include "apps/device/program.h"
+
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "apps/device/line_source.h"
+#include "apps/device/options.h"
+#include "apps/device/output.h"
+#include "apps/device/phone.h"
+#include "apps/device/runner.h"
+
+namespace morvik_device {
+namespace {
+
+constexpr int kExitOutputFailed = 1;
+
+int refuse(const std::string& line, const Surroundings& surroundings) {
+  surroundings.errors << "morvik-device: " << line << std::endl;
+  return kExitUsage;
+}
+
+// A script is read and checked whole before anything happens, so that half of it never runs.
+std::variant<CommandSource, std::string> chooseSource(const Options& options, std::istream& input) {
+  if (options.script.empty())
+    return commandsOf(input, "standard input");
+  std::ifstream file(options.script, std::ios::binary);
+  if (!file)
+    return "cannot read " + options.script + "; mend its permissions or name another file with --script";
+  auto commands = readAll(commandsOf(file, options.script));
+  if (auto* mistake = std::get_if<std::string>(&commands))
+    return std::move(*mistake);
+  return commandsOf(std::move(std::get<std::deque<Command>>(commands)));
+}
+
+int runDevice(const Options& options, const Surroundings& surroundings) {
+  auto source = chooseSource(options, surroundings.input);
+  if (const auto* mistake = std::get_if<std::string>(&source))
+    return refuse(*mistake, surroundings);
+  Output output(surroundings.output);
+  auto started = Phone::start(options.host, output);
+  if (const auto* problem = std::get_if<std::string>(&started))
+    return refuse(*problem, surroundings);
+  const auto& phone = std::get<std::unique_ptr<Phone>>(started);
+  std::optional<std::string> last_verb;
+  const auto mistake = runCommands(std::get<CommandSource>(source), *phone, output, last_verb);
+  phone->app().stop();
+  if (last_verb)
+    output.verbDone(*last_verb, {});
+  if (mistake)
+    return refuse(*mistake, surroundings);
+  if (!output.failed())
+    return 0;
+  surroundings.errors << "morvik-device: standard output cannot be written; keep its reader open" << std::endl;
+  return kExitOutputFailed;
+}
+
+}  // namespace
+
+int runProgram(std::vector<std::string> arguments, const Surroundings& surroundings) {
+  const CommandLine command_line = readCommandLine(std::move(arguments));
+  if (command_line.options)
+    return runDevice(*command_line.options, surroundings);
+  if (command_line.exit_status == 0) {
+    std::fputs(command_line.text.c_str(), surroundings.output);
+  } else {
+    surroundings.errors << command_line.text << std::flush;
+  }
+  return command_line.exit_status;
+}
+
+}  // namespace morvik_device

@@ -1,0 +1,53 @@
+#include "apps/device/runner.h"
+
+#include <future>
+#include <memory>
+#include <utility>
+
+namespace morvik_device {
+namespace {
+
+// Runs one command to its end; true when it ends the program.
+bool run(const Command& command, Phone& phone, Output& output) {
+  const auto ends_program = std::make_shared<std::promise<bool>>();
+  std::future<bool> done = ends_program->get_future();
+  // The reply comes within a turn, whose writes are committed when it ends: so the line waits for a later one.
+  Reply reply = [&phone, &output, &command, ends_program](Outcome outcome) {
+    phone.mainQueue().async([&output, &command, ends_program, outcome = std::move(outcome)] {
+      if (!outcome.ends_program)
+        output.verbDone(command.verb->name, outcome);
+      ends_program->set_value(outcome.ends_program);
+    });
+  };
+  phone.mainQueue().async(
+      [&phone, &command, reply = std::move(reply)] { command.verb->act(phone, command.arguments, reply); });
+  try {
+    return done.get();
+  } catch (const std::future_error&) {  // the reply was dropped
+    Outcome outcome;
+    outcome.refusal = "it did not come to its end; the log says why";
+    output.verbDone(command.verb->name, outcome);
+    return false;
+  }
+}
+
+}  // namespace
+
+std::optional<std::string> runCommands(const CommandSource& source, Phone& phone, Output& output,
+                                       std::optional<std::string>& last_verb) {
+  while (!output.failed()) {
+    NextCommand next = source();
+    if (auto* mistake = std::get_if<std::string>(&next))
+      return std::move(*mistake);
+    const auto* command = std::get_if<Command>(&next);
+    if (command == nullptr)
+      break;
+    if (run(*command, phone, output)) {
+      last_verb = std::string(command->verb->name);
+      break;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace morvik_device

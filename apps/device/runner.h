@@ -1,0 +1,20 @@
+// Runs verbs on a device, one after the other.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "apps/device/line_source.h"
+#include "apps/device/output.h"
+#include "apps/device/phone.h"
+
+namespace morvik_device {
+
+/// Runs commands until the source ends, a verb ends the program, the source has a mistake, or the output fails. Returns
+/// the mistake, one line for people, or nothing. Each verb is one block on the phone's main queue; its line is written
+/// when what that turn stored is committed, and only then is the next command asked for. The line of the verb that ends
+/// the program is left to the caller, as `last_verb`. Blocks; to be called on a thread that is not the main queue's.
+std::optional<std::string> runCommands(const CommandSource& source, Phone& phone, Output& output,
+                                       std::optional<std::string>& last_verb);
+
+}  // namespace morvik_device

@@ -1,0 +1,127 @@
+#include "apps/device/verbs.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+#include "apps/device/words.h"
+#include "host/json/simdjson_codec.h"
+
+namespace morvik_device {
+namespace {
+
+namespace kit = morvik::kit;
+
+using Mistake = std::optional<std::string>;
+
+constexpr size_t kAnyNumber = static_cast<size_t>(-1);
+
+// Between Least and Most words.
+template <size_t Least, size_t Most>
+Mistake words(std::string_view rest, Arguments& arguments) {
+  if (auto mistake = splitWords(rest, arguments.words))
+    return mistake;
+  if (arguments.words.size() < Least)
+    return arguments.words.empty() ? "the arguments are missing" : "an argument is missing";
+  if (arguments.words.size() > Most)
+    return "there are more arguments than it takes";
+  return std::nullopt;
+}
+
+// A number of seconds that may have a fraction; Optional ones may be left out, others lie between Least and Most.
+Mistake number(std::string_view rest, double least, double most, double& seconds) {
+  const char* end = rest.data() + rest.size();
+  const auto [stopped, error] = std::from_chars(rest.data(), end, seconds);
+  if (error != std::errc() || stopped != end || !std::isfinite(seconds))
+    return "\"" + std::string(rest) + "\" is no number of seconds";
+  if (seconds < least || seconds > most)
+    return "\"" + std::string(rest) + "\" is out of range";
+  return std::nullopt;
+}
+
+Mistake duration(std::string_view rest, Arguments& arguments) {
+  if (rest.empty())
+    return "the seconds are missing";
+  return number(rest, 0.0, kMaxSeconds, arguments.seconds.emplace());
+}
+
+Mistake durationOrNothing(std::string_view rest, Arguments& arguments) {
+  return rest.empty() ? std::nullopt : duration(rest, arguments);
+}
+
+Mistake clockStep(std::string_view rest, Arguments& arguments) {
+  if (rest.empty())
+    return "the seconds are missing";
+  return number(rest, -kMaxClockStepSeconds, kMaxClockStepSeconds, arguments.seconds.emplace());
+}
+
+Mistake json(std::string_view rest, Arguments& arguments) {
+  if (rest.empty())
+    return "the JSON is missing";
+  auto read = morvik::host::SimdjsonCodec().read(rest);
+  if (const auto* error = std::get_if<kit::Error>(&read))
+    return "the rest of the line is no JSON (" + error->message + ")";
+  arguments.json = std::move(std::get<kit::Value>(read));
+  return std::nullopt;
+}
+
+constexpr Verb kVerbs[] = {
+    {"active", "", "the app becomes active", words<0, 0>, becomeActive},
+    {"background", "", "the app enters the background", words<0, 0>, enterBackground},
+    {"event", "GROUP NAME [PARAM]", "records an activity", words<2, 3>, recordEvent},
+    {"impression", "JSON", "appends an impression record to the store", json, recordImpression},
+    {"push", "", "sends what is stored", words<0, 0>, push},
+    {"wait", "SECONDS", "lets time pass", duration, wait},
+    {"clock", "SECONDS", "moves the device's wall clock forward or back; timers are not touched", clockStep, moveClock},
+    {"settle", "[SECONDS]", "runs until nothing is in flight, at most that long (30 s)", durationOrNothing, settle},
+    {"store", "[PROPERTY ...]", "prints these stored properties, or all", words<0, kAnyNumber>, showStore},
+    {"kill", "", "ends the process by SIGKILL, at once", words<0, 0>, killProcess},
+    {"quit", "", "orderly shutdown; so does the end of input", words<0, 0>, quit},
+};
+
+std::string form(const Verb& verb) {
+  return std::string(verb.name) + (verb.arguments.empty() ? "" : " ") + std::string(verb.arguments);
+}
+
+std::string unknownVerb(std::string_view name) {
+  std::string all;
+  for (const Verb& verb : kVerbs)
+    all += (all.empty() ? "" : ", ") + std::string(verb.name);
+  return "\"" + std::string(name) + "\" is no verb; use one of: " + all;
+}
+
+}  // namespace
+
+std::span<const Verb> verbs() {
+  return kVerbs;
+}
+
+std::string verbsHelp() {
+  constexpr size_t kColumn = 28;
+  std::string text;
+  for (const Verb& verb : kVerbs) {
+    std::string written = "  " + form(verb);
+    written.resize(std::max(written.size() + 1, kColumn), ' ');
+    text += written + std::string(verb.help) + "\n";
+  }
+  return text;
+}
+
+bool saysNothing(std::string_view line) {
+  line = trimmed(line);
+  return line.empty() || line.front() == '#';
+}
+
+std::variant<Command, std::string> readCommand(std::string_view line) {
+  std::string_view rest = line;
+  const std::string_view name = takeBareWord(rest);
+  const auto* verb = std::find_if(std::begin(kVerbs), std::end(kVerbs), [&](const Verb& v) { return v.name == name; });
+  if (verb == std::end(kVerbs))
+    return unknownVerb(name);
+  Command command{verb, {}};
+  if (const Mistake mistake = verb->read(rest, command.arguments))
+    return std::string(name) + ": " + *mistake + "; write: " + form(*verb);
+  return command;
+}
+
+}  // namespace morvik_device

@@ -1,0 +1,197 @@
+#include "apps/device/options.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+namespace morvik_device {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Pair;
+using ::testing::StartsWith;
+
+using Arguments = std::vector<std::string>;
+
+Arguments complete(const Arguments& more = {}) {
+  Arguments all = {"--store", "folder",     "--service", "https://127.0.0.1:1", "--app-key",
+                   "app",     "--hash-key", "hash",      "--tracking-key",      "tracking"};
+  all.insert(all.end(), more.begin(), more.end());
+  return all;
+}
+
+Arguments without(const std::string& option) {
+  Arguments all = complete();
+  const auto found = std::find(all.begin(), all.end(), option);
+  all.erase(found, found + 2);
+  return all;
+}
+
+Options optionsOf(const Arguments& arguments) {
+  CommandLine line = readCommandLine(arguments);
+  EXPECT_TRUE(line.options) << line.text;
+  return line.options.value_or(Options());
+}
+
+// The one line about what is wrong.
+std::string mistakeIn(const Arguments& arguments) {
+  const CommandLine line = readCommandLine(arguments);
+  EXPECT_FALSE(line.options);
+  EXPECT_EQ(line.exit_status, kExitUsage);
+  EXPECT_THAT(line.text, StartsWith("morvik-device: "));
+  EXPECT_THAT(line.text, EndsWith("; see morvik-device --help\n"));
+  EXPECT_EQ(std::count(line.text.begin(), line.text.end(), '\n'), 1) << line.text;
+  return line.text;
+}
+
+class File {
+ public:
+  explicit File(std::string_view text)
+      : path_(std::filesystem::temp_directory_path() /
+              ("morvik-options-" + std::to_string(std::hash<std::string>()(
+                                       ::testing::UnitTest::GetInstance()->current_test_info()->name())))) {
+    std::ofstream(path_) << text;
+  }
+  ~File() { std::filesystem::remove(path_); }
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+  std::string path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+TEST(Options, TheRequiredOnesAreEnough) {
+  const Options options = optionsOf(complete());
+  EXPECT_EQ(options.host.store_folder, "folder");
+  EXPECT_EQ(options.host.service_url, "https://127.0.0.1:1");
+  EXPECT_EQ(options.host.app_key.text(), "app");
+  EXPECT_EQ(options.host.hash_key.text(), "hash");
+  EXPECT_EQ(options.host.tracking_key.text(), "tracking");
+  EXPECT_EQ(options.script, "");
+}
+
+TEST(Options, WhatIsNotGivenHasItsDefault) {
+  const morvik::HostOptions host = optionsOf(complete()).host;
+  EXPECT_EQ(host.log_level, 2);
+  EXPECT_EQ(host.device.system_version, "15.0");
+  EXPECT_EQ(host.device.idfa.source(), morvik::Identifier::Source::kMadeAndKept);
+  EXPECT_EQ(host.device.puid.source(), morvik::Identifier::Source::kMadeAndKept);
+  EXPECT_EQ(host.device.orientation, 1);
+  EXPECT_EQ(host.device.multitasking, true);
+  EXPECT_TRUE(host.ad_client.requestAttributionDetails);
+  EXPECT_FALSE(host.ad_client.lookupAdConversionDetails);
+  EXPECT_FALSE(host.ad_client.determineAppInstallationAttribution);
+}
+
+TEST(Options, EachRequiredOneThatIsMissingIsNamedWithTheWayToMendIt) {
+  EXPECT_THAT(mistakeIn(without("--store")), HasSubstr("--store is required; give the folder"));
+  EXPECT_THAT(mistakeIn(without("--service")), HasSubstr("--service is required; give the base URL"));
+  EXPECT_THAT(mistakeIn(without("--app-key")), HasSubstr("--app-key is required; give it, or a file with the line "
+                                                         "app-key=... with --keys"));
+  EXPECT_THAT(mistakeIn(without("--hash-key")), HasSubstr("--hash-key is required"));
+  EXPECT_THAT(mistakeIn(without("--tracking-key")), HasSubstr("--tracking-key is required"));
+}
+
+TEST(Options, AnEmptyTrackingKeyIsGivenAndEmpty) {
+  for (const Arguments& form : {Arguments{"--tracking-key", ""}, Arguments{"--tracking-key="}}) {
+    Arguments all = without("--tracking-key");
+    all.insert(all.begin(), form.begin(), form.end());
+    const morvik::Key key = optionsOf(all).host.tracking_key;
+    EXPECT_EQ(key.source(), morvik::Key::Source::kText);
+    EXPECT_EQ(key.text(), "");
+  }
+}
+
+TEST(Options, KeysComeFromAFileUnlessAnOptionWins) {
+  const File keys("app-key=a\nhash-key=b\ntracking-key=c\n");
+  Arguments all = without("--app-key");
+  all.insert(all.end(), {"--keys", keys.path()});
+  const morvik::HostOptions host = optionsOf(all).host;
+  EXPECT_EQ(host.app_key.source(), morvik::Key::Source::kFile);
+  EXPECT_EQ(host.app_key.path(), keys.path());
+  EXPECT_EQ(host.app_key.text(), "app-key");
+  EXPECT_EQ(host.hash_key.source(), morvik::Key::Source::kText);
+  EXPECT_EQ(host.hash_key.text(), "hash");
+}
+
+TEST(Options, FilesThatAreNotThereAreNamed) {
+  EXPECT_THAT(mistakeIn(complete({"--keys", "/no/keys"})), HasSubstr("--keys: there is no file /no/keys; name one"));
+  EXPECT_THAT(mistakeIn(complete({"--ca", "/no/ca"})), HasSubstr("--ca: there is no file /no/ca; name one"));
+  EXPECT_THAT(mistakeIn(complete({"--script", "/no/s"})), HasSubstr("--script: there is no file /no/s; name one"));
+}
+
+TEST(Options, ACaFileAndAScriptAreTaken) {
+  const File file("");
+  const Options options = optionsOf(complete({"--ca", file.path(), "--script", file.path()}));
+  EXPECT_EQ(options.host.ca_file, file.path());
+  EXPECT_EQ(options.script, file.path());
+}
+
+TEST(Options, SingleEndpointsAreGivenByName) {
+  Arguments all = without("--service");
+  all.insert(all.end(),
+             {"--endpoint", "kGdprReqUrl=https://a.example/x", "--endpoint", "kCommerceBaseLiveUrl=https://b"});
+  EXPECT_THAT(optionsOf(all).host.endpoints,
+              ElementsAre(Pair("kCommerceBaseLiveUrl", "https://b"), Pair("kGdprReqUrl", "https://a.example/x")));
+  EXPECT_THAT(mistakeIn(complete({"--endpoint", "kGdprReqUrl"})),
+              HasSubstr("--endpoint kGdprReqUrl has no URL; write --endpoint NAME=URL"));
+}
+
+TEST(Options, TheAdvertisingIdentifierIsAUuidOrNone) {
+  const std::string uuid = "6d92078a-8246-4ba4-ae5b-76104861e7dc";
+  EXPECT_EQ(optionsOf(complete({"--idfa", uuid})).host.device.idfa.text(), uuid);
+  EXPECT_EQ(optionsOf(complete({"--idfa", "none"})).host.device.idfa.source(), morvik::Identifier::Source::kNone);
+  EXPECT_THAT(mistakeIn(complete({"--idfa", "6d92078a"})),
+              HasSubstr("--idfa: \"6d92078a\" is no UUID; write one like"));
+}
+
+TEST(Options, ThePersistentIdentifierIsAnyTextOrNone) {
+  EXPECT_EQ(optionsOf(complete({"--puid", "p-1"})).host.device.puid.text(), "p-1");
+  EXPECT_EQ(optionsOf(complete({"--puid", "none"})).host.device.puid.source(), morvik::Identifier::Source::kNone);
+}
+
+TEST(Options, TheDeviceIsDescribed) {
+  const morvik::DeviceDescription device =
+      optionsOf(complete({"--system-version", "9.3", "--orientation", "3", "--no-multitasking"})).host.device;
+  EXPECT_EQ(device.system_version, "9.3");
+  EXPECT_EQ(device.orientation, 3);
+  EXPECT_EQ(device.multitasking, false);
+}
+
+TEST(Options, NumbersOutOfTheirRangeAreMistakes) {
+  EXPECT_THAT(mistakeIn(complete({"--log-level", "7"})), HasSubstr("--log-level"));
+  EXPECT_THAT(mistakeIn(complete({"--log-level", "much"})), HasSubstr("--log-level"));
+  EXPECT_THAT(mistakeIn(complete({"--orientation", "0"})), HasSubstr("--orientation"));
+  EXPECT_EQ(optionsOf(complete({"--log-level", "0"})).host.log_level, 0);
+  EXPECT_EQ(optionsOf(complete({"--log-level", "6"})).host.log_level, 6);
+}
+
+TEST(Options, AdvertisingAnswersAreReadHere) {
+  const morvik::AdClient client =
+      optionsOf(complete({"--search-ads", "absent", "--iad", "determine:no"})).host.ad_client;
+  EXPECT_FALSE(client.requestAttributionDetails);
+  EXPECT_TRUE(client.determineAppInstallationAttribution);
+  EXPECT_THAT(mistakeIn(complete({"--search-ads", "?"})), HasSubstr("--search-ads: the details are no JSON ("));
+  EXPECT_THAT(mistakeIn(complete({"--iad", "?"})), HasSubstr("--iad: \"?\" is not understood; write none,"));
+}
+
+TEST(Options, AnOptionThatDoesNotExistOrLacksItsValueIsAMistake) {
+  EXPECT_THAT(mistakeIn(complete({"--colour", "red"})), HasSubstr("--colour"));
+  EXPECT_THAT(mistakeIn(complete({"--script"})), HasSubstr("--script"));
+}
+
+TEST(Options, HelpTellsOptionsAndVerbs) {
+  const CommandLine line = readCommandLine({"--help"});
+  EXPECT_FALSE(line.options);
+  EXPECT_EQ(line.exit_status, 0);
+  EXPECT_THAT(line.text, HasSubstr("--search-ads"));
+  EXPECT_THAT(line.text, HasSubstr("event GROUP NAME [PARAM]"));
+}
+
+}  // namespace
+}  // namespace morvik_device

@@ -1,0 +1,117 @@
+#include "apps/device/verbs.h"
+
+#include <gmock/gmock.h>
+
+#include <set>
+
+namespace morvik_device {
+namespace {
+
+namespace kit = morvik::kit;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+Command commandIn(std::string_view line) {
+  auto read = readCommand(line);
+  if (auto* command = std::get_if<Command>(&read))
+    return *command;
+  ADD_FAILURE() << line << ": " << std::get<std::string>(read);
+  return {&verbs().front(), {}};
+}
+
+std::string mistakeIn(std::string_view line) {
+  auto read = readCommand(line);
+  const auto* mistake = std::get_if<std::string>(&read);
+  return mistake != nullptr ? *mistake : "no mistake";
+}
+
+TEST(Verbs, EachNameStandsOnceInTheTableAndInTheHelp) {
+  std::set<std::string_view> names;
+  for (const Verb& verb : verbs()) {
+    EXPECT_TRUE(names.insert(verb.name).second) << verb.name;
+    EXPECT_THAT("\n" + verbsHelp(), HasSubstr("\n  " + std::string(verb.name) + " "));
+    EXPECT_THAT(verbsHelp(), HasSubstr(std::string(verb.help) + "\n"));
+  }
+}
+
+TEST(Verbs, AVerbAloneNeedsNoArguments) {
+  for (const std::string_view name : {"active", "background", "push", "kill", "quit", "store", "settle"})
+    EXPECT_EQ(commandIn(name).verb->name, name);
+}
+
+TEST(Verbs, BlanksAroundTheLineDoNotMatter) {
+  EXPECT_EQ(commandIn(" \tactive \t").verb->name, "active");
+}
+
+TEST(Verbs, AnUnknownVerbNamesThoseThatExist) {
+  EXPECT_EQ(mistakeIn("evnt a b"),
+            "\"evnt\" is no verb; use one of: active, background, event, impression, push, wait, clock, settle, store, "
+            "kill, quit");
+}
+
+TEST(Verbs, AVerbThatTakesNoArgumentsRefusesThem) {
+  EXPECT_EQ(mistakeIn("active now"), "active: there are more arguments than it takes; write: active");
+}
+
+TEST(Verbs, AnEventHasAGroupANameAndPerhapsAParameter) {
+  EXPECT_THAT(commandIn("event shop purchase").arguments.words, ElementsAre("shop", "purchase"));
+  EXPECT_THAT(commandIn(R"(event "my shop" purchase "sku 42")").arguments.words,
+              ElementsAre("my shop", "purchase", "sku 42"));
+  EXPECT_EQ(mistakeIn("event"), "event: the arguments are missing; write: event GROUP NAME [PARAM]");
+  EXPECT_EQ(mistakeIn("event shop"), "event: an argument is missing; write: event GROUP NAME [PARAM]");
+  EXPECT_EQ(mistakeIn("event a b c d"),
+            "event: there are more arguments than it takes; write: event GROUP NAME [PARAM]");
+}
+
+TEST(Verbs, AnImpressionTakesTheRestOfTheLineAsJson) {
+  EXPECT_EQ(commandIn(R"(impression {"spaceKey": "a b", "campaignKey": 7} )").arguments.json,
+            kit::Value(kit::Dictionary{{"spaceKey", "a b"}, {"campaignKey", 7}}));
+  EXPECT_EQ(mistakeIn("impression"), "impression: the JSON is missing; write: impression JSON");
+  EXPECT_THAT(mistakeIn("impression {"), StartsWith("impression: the rest of the line is no JSON ("));
+  EXPECT_THAT(mistakeIn("impression {} {}"), EndsWith("; write: impression JSON"));
+}
+
+TEST(Verbs, WaitTakesSecondsWithFractions) {
+  EXPECT_EQ(commandIn("wait 0.25").arguments.seconds, 0.25);
+  EXPECT_EQ(commandIn("wait 86400").arguments.seconds, 86400.0);
+  EXPECT_EQ(mistakeIn("wait"), "wait: the seconds are missing; write: wait SECONDS");
+  EXPECT_EQ(mistakeIn("wait soon"), "wait: \"soon\" is no number of seconds; write: wait SECONDS");
+  EXPECT_EQ(mistakeIn("wait 1 2"), "wait: \"1 2\" is no number of seconds; write: wait SECONDS");
+  EXPECT_EQ(mistakeIn("wait nan"), "wait: \"nan\" is no number of seconds; write: wait SECONDS");
+}
+
+TEST(Verbs, WaitIsBoundedByADay) {
+  EXPECT_EQ(mistakeIn("wait 86400.5"), "wait: \"86400.5\" is out of range; write: wait SECONDS");
+  EXPECT_EQ(mistakeIn("wait -1"), "wait: \"-1\" is out of range; write: wait SECONDS");
+}
+
+TEST(Verbs, TheClockMovesBothWaysAndIsBounded) {
+  EXPECT_EQ(commandIn("clock 90000").arguments.seconds, 90000.0);
+  EXPECT_EQ(commandIn("clock -61.5").arguments.seconds, -61.5);
+  EXPECT_EQ(mistakeIn("clock"), "clock: the seconds are missing; write: clock SECONDS");
+  EXPECT_EQ(mistakeIn("clock 1e300"), "clock: \"1e300\" is out of range; write: clock SECONDS");
+}
+
+TEST(Verbs, SettleMayBeGivenALimit) {
+  EXPECT_EQ(commandIn("settle").arguments.seconds, std::nullopt);
+  EXPECT_EQ(commandIn("settle 2.5").arguments.seconds, 2.5);
+  EXPECT_EQ(mistakeIn("settle 1h"), "settle: \"1h\" is no number of seconds; write: settle [SECONDS]");
+}
+
+TEST(Verbs, StoreTakesAnyNumberOfNames) {
+  EXPECT_THAT(commandIn("store").arguments.words, IsEmpty());
+  EXPECT_THAT(commandIn("store a b c d e").arguments.words, ElementsAre("a", "b", "c", "d", "e"));
+}
+
+TEST(Verbs, BlankLinesAndCommentsSayNothing) {
+  EXPECT_TRUE(saysNothing(""));
+  EXPECT_TRUE(saysNothing(" \t"));
+  EXPECT_TRUE(saysNothing("  # the app starts"));
+  EXPECT_FALSE(saysNothing("active # the app starts"));
+}
+
+}  // namespace
+}  // namespace morvik_device
