@@ -1,0 +1,68 @@
+// The kit's siblings that hold something for the app: facade, configuration, version; and an app that listens.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kit/MorvikCore.h"
+#include "kit/MorvikCoreServicesLib.h"
+#include "kit/config.h"
+#include "testing/recording.h"
+
+namespace morvik::testing {
+
+/// Holds the app's delegate, weakly. Any thread; nothing blocks.
+class FakeFacade : public kit::MorvikCore {
+ public:
+  void setDelegate(std::weak_ptr<const kit::MorvikCoreDelegate> delegate) {
+    const std::lock_guard lock(mutex_);
+    delegate_ = std::move(delegate);
+  }
+  std::shared_ptr<const kit::MorvikCoreDelegate> delegate() const override {
+    const std::lock_guard lock(mutex_);
+    return delegate_.lock();
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::weak_ptr<const kit::MorvikCoreDelegate> delegate_;
+};
+
+/// An app that implements every slot of both delegates and notes the calls. A test that wants a slot empty makes it so.
+class RecordingDelegate {
+ public:
+  RecordingDelegate();
+  RecordingDelegate(const RecordingDelegate&) = delete;
+  RecordingDelegate& operator=(const RecordingDelegate&) = delete;
+
+  std::shared_ptr<kit::MorvikCoreDelegate> of_facade = std::make_shared<kit::MorvikCoreDelegate>();
+  std::shared_ptr<kit::SaveFendoUserInfoDelegate> of_services = std::make_shared<kit::SaveFendoUserInfoDelegate>();
+
+  /// The calls in order: the slot's name, a colon and the arguments ("didSaveConversionKey: 12, 34").
+  std::vector<std::string> calls() const { return calls_->all(); }
+  void clear() { calls_->clear(); }
+
+ private:
+  std::shared_ptr<Recording<std::string>> calls_ = std::make_shared<Recording<std::string>>();
+};
+
+/// What a fresh configuration object answers. The key belongs to the test and may change between two of them.
+class FakeConfig : public kit::MorvkSDKConfig {
+ public:
+  explicit FakeConfig(std::string tracking_key) : tracking_key_(std::move(tracking_key)) {}
+  std::string getTrackingSuperkey() const override { return tracking_key_; }
+
+ private:
+  std::string tracking_key_;
+};
+
+class FakeUpdateLog : public kit::MorvikCoreUpdateLog {
+ public:
+  std::string frameworkName() const override { return "MorvikCore"; }
+  std::string getSDKVersion() const override { return "1.2.3"; }
+};
+
+}  // namespace morvik::testing

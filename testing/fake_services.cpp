@@ -1,0 +1,162 @@
+#include "testing/fake_services.h"
+
+#include <variant>
+
+#include "services/endpoints.h"
+
+namespace morvik::testing {
+namespace {
+
+/// The names in the order in which they go out.
+constexpr const char* kCommonParameterNames[] = {
+    "appkey",  "sdk_version", "os_type",          "os_version",       "device_model", "language",
+    "country", "timezone",    "app_version_name", "app_version_code", "package_name", "idfa",
+    "puid",    "install_id",  "network",          "carrier",          "portrait",
+};
+
+std::string asText(const kit::Value& value) {
+  return value.isString() ? std::string(value.string()) : "(none)";
+}
+
+}  // namespace
+
+FakeServices::FakeServices(services::MorvikGVUserDefaults store, services::SealingTools sealing,
+                           FakeServicesOptions options)
+    : options_(std::move(options)),
+      store_(store),
+      sealing_(sealing),
+      is_gdpr_forget_me_(store_.MorvikCoreUserInfo_isGDPRForgetMe()),
+      next_event_number_(options_.first_event_number),
+      advertising_identifier_(options_.advertising_identifier) {}
+
+bool FakeServices::isGDPRForgetMe() const {
+  const std::lock_guard lock(mutex_);
+  return is_gdpr_forget_me_;
+}
+
+double FakeServices::intervalSinceServerDate() const {
+  const std::lock_guard lock(mutex_);
+  return interval_since_server_date_;
+}
+
+void FakeServices::setIntervalSinceServerDate(double interval_seconds) {
+  calls_.add("setIntervalSinceServerDate");
+  const std::lock_guard lock(mutex_);
+  interval_since_server_date_ = interval_seconds;
+}
+
+std::string FakeServices::activityGroupName(int group) const {
+  return group == 0 ? services::kFendoActivityGroupSession : "group " + std::to_string(group);
+}
+
+void FakeServices::addActivityGroupName(const kit::Value& group_name, const kit::Value& activity_name,
+                                        const kit::Value& param, kit::Date created_at) {
+  calls_.add("addActivityGroupName " + asText(group_name) + " " + asText(activity_name));
+  kit::MutableDictionary record;
+  record.set("activityGroupName", group_name);
+  record.set("activityName", activity_name);
+  record.set("activityParam", param);
+  record.set("activityCreatedAt", created_at);
+  {
+    const std::lock_guard lock(mutex_);
+    record.set("activityEventID", "event-" + std::to_string(next_event_number_++));
+  }
+  store_.inOneStep([&] {
+    kit::MutableArray activities(store_.fendoActivityInfos());
+    activities.append(std::move(record));
+    store_.setFendoActivityInfos(std::move(activities));
+  });
+  store_.synchronize();
+}
+
+kit::MutableDictionary FakeServices::makeCommonParameter(const std::string& sdk_version) {
+  kit::MutableDictionary parameters;
+  for (const char* name : kCommonParameterNames)
+    parameters.set(name, std::string("test ") + name);
+  parameters.set("appkey", options_.app_key);
+  parameters.set("sdk_version", sdk_version);
+  parameters.set("os_type", "ios");
+  const std::lock_guard lock(mutex_);
+  for (const auto& [name, value] : common_parameters_)
+    parameters.set(name, value);
+  return parameters;
+}
+
+kit::Value FakeServices::makeJsonParameter(const kit::Value& payload, const std::string& encryption_key) {
+  calls_.add("makeJsonParameter");
+  auto envelope = services::makeEnvelope(sealing_, options_.app_key, payload, encryption_key);
+  if (const auto* error = std::get_if<kit::Error>(&envelope)) {
+    envelope_errors_.add(error->message);
+    return {};
+  }
+  return std::get<kit::Value>(std::move(envelope));
+}
+
+void FakeServices::setConversionResult(bool result) {
+  calls_.add(std::string("setConversionResult ") + (result ? "1" : "0"));
+  const std::lock_guard lock(mutex_);
+  conversion_result_ = result;
+}
+
+void FakeServices::setConversionResultCode(int64_t code) {
+  calls_.add("setConversionResultCode " + std::to_string(code));
+  const std::lock_guard lock(mutex_);
+  conversion_result_code_ = code;
+}
+
+std::optional<std::string> FakeServices::appleAdvertisingIdentifier() const {
+  const std::lock_guard lock(mutex_);
+  return advertising_identifier_;
+}
+
+void FakeServices::saveConversionInfoForCacheWithConversionArr(const kit::Value& conversion_keys) {
+  calls_.add("saveConversionInfoForCacheWithConversionArr");
+  store_.setFendoConversionInfoForCaches(conversion_keys);
+  store_.synchronize();
+}
+
+std::shared_ptr<const kit::SaveFendoUserInfoDelegate> FakeServices::saveFendoUserInfoDelegate() const {
+  const std::lock_guard lock(mutex_);
+  return delegate_.lock();
+}
+
+void FakeServices::exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) {
+  ended_exchanges_.add({request.url, result});
+}
+
+void FakeServices::setIsGDPRForgetMe(bool forget_me) {
+  const std::lock_guard lock(mutex_);
+  is_gdpr_forget_me_ = forget_me;
+}
+
+void FakeServices::setAppleAdvertisingIdentifier(std::optional<std::string> identifier) {
+  const std::lock_guard lock(mutex_);
+  advertising_identifier_ = std::move(identifier);
+}
+
+void FakeServices::setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate) {
+  const std::lock_guard lock(mutex_);
+  delegate_ = std::move(delegate);
+}
+
+void FakeServices::setCommonParameter(const kit::Value& name, const kit::Value& value) {
+  const std::lock_guard lock(mutex_);
+  common_parameters_.emplace_back(name, value);
+}
+
+std::optional<bool> FakeServices::conversionResult() const {
+  const std::lock_guard lock(mutex_);
+  return conversion_result_;
+}
+
+std::optional<int64_t> FakeServices::conversionResultCode() const {
+  const std::lock_guard lock(mutex_);
+  return conversion_result_code_;
+}
+
+uint64_t FakeServices::nextEventNumber() const {
+  const std::lock_guard lock(mutex_);
+  return next_event_number_;
+}
+
+}  // namespace morvik::testing

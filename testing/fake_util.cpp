@@ -1,0 +1,40 @@
+#include "testing/fake_util.h"
+
+#include "services/converters.h"
+#include "services/dates.h"
+
+namespace morvik::testing {
+
+kit::Value FakeUtil::checkNilToBlankString(const kit::Value& value) const {
+  return services::checkNilToBlankString(value);
+}
+bool FakeUtil::checkNilToNo(const kit::Value& value) const {
+  return services::checkNilToNo(value);
+}
+int64_t FakeUtil::checkIntegerNilToZero(const kit::Value& value) const {
+  return services::checkIntegerNilToZero(value);
+}
+int64_t FakeUtil::checkLongLongNilToZero(const kit::Value& value) const {
+  return services::checkLongLongNilToZero(value);
+}
+double FakeUtil::checkDoubleNilToZero(const kit::Value& value) const {
+  return services::checkDoubleNilToZero(value);
+}
+int32_t FakeUtil::checkNilToZero(const kit::Value& value) const {
+  return services::checkNilToZero(value);
+}
+std::string FakeUtil::getKoreaDateFormateDate(kit::Date date) const {
+  return services::koreaDateText(date);
+}
+std::string FakeUtil::getUTCFormateDate(kit::Date date) const {
+  return services::utcDateText(date);
+}
+double FakeUtil::timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const {
+  return base_time_seconds - device_date.secondsSince1970();
+}
+std::optional<std::string> FakeUtil::IDFA() const {
+  const std::lock_guard lock(mutex_);
+  return idfa_;
+}
+
+}  // namespace morvik::testing

@@ -1,0 +1,31 @@
+// What a recorded request says, for assertions.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "kit/transport.h"
+#include "services/envelope.h"
+
+namespace morvik::testing {
+
+/// The pairs of a form-encoded body, decoded; of a repeated key the last counts. std::invalid_argument for a body that
+/// is not one.
+std::map<std::string, std::string, std::less<>> formFields(std::string_view body);
+
+/// An opened envelope.
+struct OpenedEnvelope {
+  std::string app_key;  ///< parameter "k"
+  kit::Value payload;   ///< parameter "j", decrypted, inflated and parsed
+};
+
+/// Opens the envelope in the request's body. std::invalid_argument, with the reason, for anything but a whole envelope
+/// sealed with that key.
+OpenedEnvelope openEnvelope(const services::SealingTools& tools, const kit::Request& request,
+                            std::string_view key_text);
+
+/// The header's value; "" when the request has none of that name (compared without case).
+std::string headerOf(const kit::Request& request, std::string_view name);
+
+}  // namespace morvik::testing

@@ -1,0 +1,291 @@
+#include "testing/faulty.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "testing/fake_ad_client.h"
+#include "testing/fake_calendar.h"
+#include "testing/fake_crypto.h"
+#include "testing/fake_device.h"
+#include "testing/fake_facade.h"
+#include "testing/fake_services.h"
+#include "testing/fake_util.h"
+#include "testing/json_reader.h"
+#include "testing/memory_store.h"
+#include "testing/recording_log.h"
+#include "testing/scripted_transport.h"
+#include "testing/virtual_loop.h"
+
+namespace morvik::test {
+namespace {
+
+using testing::Fault;
+using testing::Faulty;
+using Texts = std::vector<std::string>;
+
+class FaultyStore : public ::testing::Test {
+ protected:
+  testing::MemoryStore store;
+  Faulty<kit::KeyValueStore> faulty{store};
+};
+
+TEST_F(FaultyStore, PassesEveryCallOnWhenNothingIsPlanned) {
+  faulty.set("a", 1);
+  faulty.synchronize();
+  EXPECT_EQ(faulty.get("a"), kit::Value(1));
+  EXPECT_EQ(store.journalTexts(), (Texts{"a", "synchronize"}));
+  EXPECT_EQ(faulty.faults.calls("set"), 1u);
+  EXPECT_EQ(faulty.faults.planned(), Texts{});
+  EXPECT_EQ(faulty.faults.thrown(), Texts{});
+}
+
+TEST_F(FaultyStore, ThrowsAtTheNthCallOnceAndDoesNotReachThePort) {
+  faulty.set("before", 0);
+  faulty.faults.throwAt("set", 2, Fault::runtimeError("disk on fire"));
+  faulty.set("a", 1);
+  EXPECT_THROW(faulty.set("b", 2), std::runtime_error);
+  faulty.set("c", 3);
+  EXPECT_EQ(store.journalTexts(), (Texts{"before", "a", "c"}));
+  EXPECT_EQ(faulty.faults.calls("set"), 4u);
+  EXPECT_EQ(faulty.faults.thrown(), Texts{"KeyValueStore.set, call 3: std::runtime_error disk on fire"});
+}
+
+TEST_F(FaultyStore, ThrowsAtEveryCallUntilItIsCleared) {
+  faulty.faults.throwAlways("get", Fault::number(7));
+  EXPECT_THROW(faulty.get("a"), int);
+  EXPECT_THROW(faulty.get("a"), int);
+  faulty.set("a", 1);
+  faulty.faults.clear();
+  EXPECT_EQ(faulty.get("a"), kit::Value(1));
+}
+
+TEST_F(FaultyStore, ListsExactlyWhatItInjects) {
+  faulty.faults.throwAt("set", 3, Fault::text("third"));
+  faulty.faults.throwAt("set", 1, Fault::exception("NSRangeException", "beyond bounds"));
+  faulty.faults.throwAlways("synchronize", Fault::number(-1));
+  EXPECT_EQ(faulty.faults.planned(),
+            (Texts{"KeyValueStore.set, call 1: kit::Exception NSRangeException: beyond bounds",
+                   "KeyValueStore.set, call 3: std::string third", "KeyValueStore.synchronize, every call: int -1"}));
+  EXPECT_THROW(faulty.set("a", 1), kit::Exception);
+  EXPECT_EQ(faulty.faults.planned(),
+            (Texts{"KeyValueStore.set, call 3: std::string third", "KeyValueStore.synchronize, every call: int -1"}));
+}
+
+TEST_F(FaultyStore, RefusesAnUnknownOperationAndSaysWhichThereAre) {
+  EXPECT_THROW(faulty.faults.throwAt("set", 0, Fault::number(1)), std::invalid_argument);
+  try {
+    faulty.faults.throwAlways("write", Fault::number(1));
+    FAIL() << "it took an unknown operation";
+  } catch (const std::invalid_argument& error) {
+    EXPECT_STREQ(error.what(), "KeyValueStore has no operation \"write\"; it has: get, set, synchronize");
+  }
+}
+
+TEST(Fault, ThrowsEachKindOfObjectAsItIs) {
+  try {
+    Fault::exception("name", "reason", "info").raise();
+  } catch (const kit::Exception& exception) {
+    EXPECT_EQ(exception.name, "name");
+    EXPECT_EQ(exception.reason, "reason");
+    EXPECT_EQ(exception.info, kit::Value("info"));
+  }
+  EXPECT_THROW(Fault::exception("n", "r").raise(), kit::Exception);
+  try {
+    Fault::runtimeError("message").raise();
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "message");
+  }
+  try {
+    Fault::number(42).raise();
+  } catch (int number) {
+    EXPECT_EQ(number, 42);
+  }
+  try {
+    Fault::text("text").raise();
+  } catch (const std::string& text) {
+    EXPECT_EQ(text, "text");
+  }
+}
+
+/// Everything behind the wrappers.
+struct Ports {
+  testing::VirtualLoop loop;
+  testing::MemoryStore store;
+  kit::HouseLock lock;
+  testing::ScriptedTransport transport{loop};
+  testing::PlainJsonCodec json;
+  testing::FakeCipher cipher;
+  testing::FakeCompressor compressor;
+  testing::SeededRandom random;
+  testing::FakeDevice device;
+  testing::FakeAdClient ad_client{loop.mainQueue()};
+  testing::RecordingLog log;
+  testing::FixedOffsetCalendar calendar;
+  testing::FakeUtil util;
+  testing::FakeFacade facade;
+  testing::FakeUpdateLog update_log;
+  testing::FakeConfig config{"key"};
+  testing::FakeServices services{services::MorvikGVUserDefaults(store, lock),
+                                 services::SealingTools{cipher, compressor, random}};
+};
+
+/// Calls every operation of a port once, each of which must throw what is planned for it and count its own name.
+class EveryOperation {
+ public:
+  explicit EveryOperation(testing::Faults& faults) : faults_(faults) {
+    faults_.throwAlwaysEverywhere(Fault::number(7));
+  }
+  ~EveryOperation() { EXPECT_EQ(tried_, faults_.operations()) << "the list and the operations tried are not the same"; }
+  template <class Call>
+  EveryOperation& fails(const std::string& operation, Call call) {
+    tried_.push_back(operation);
+    EXPECT_THROW(call(), int) << operation;
+    EXPECT_EQ(faults_.calls(operation), 1u) << operation;
+    return *this;
+  }
+
+ private:
+  testing::Faults& faults_;
+  Texts tried_;
+};
+
+TEST(Faulty, FailsInEveryOperationOfTime) {
+  Ports ports;
+  Faulty<kit::Clock> clock(ports.loop.clock());
+  EveryOperation(clock.faults).fails("now", [&] { clock.now(); });
+  Faulty<kit::Calendar> calendar(ports.calendar);
+  EveryOperation(calendar.faults).fails("components", [&] { calendar.components({}); }).fails("date", [&] {
+    calendar.date({});
+  });
+}
+
+TEST(Faulty, FailsInEveryOperationOfTheQueues) {
+  Ports ports;
+  Faulty<kit::MainQueue> main_queue(ports.loop.mainQueue());
+  EveryOperation(main_queue.faults).fails("async", [&] { main_queue.async([] {}); }).fails("after", [&] {
+    main_queue.after(1, [] {});
+  });
+  Faulty<kit::BackgroundQueue> background_queue(ports.loop.backgroundQueue());
+  EveryOperation(background_queue.faults).fails("async", [&] { background_queue.async([] {}); });
+  Faulty<kit::BackgroundTasks> tasks(ports.loop.backgroundTasks());
+  EveryOperation(tasks.faults)
+      .fails("beginBackgroundTaskWithExpirationHandler", [&] { tasks.beginBackgroundTaskWithExpirationHandler([] {}); })
+      .fails("endBackgroundTask", [&] { tasks.endBackgroundTask(1); });
+  Faulty<kit::NotificationCenter> notifications(ports.loop.notifications());
+  EveryOperation(notifications.faults).fails("addObserver", [&] {
+    notifications.addObserver(kit::Notification::kApplicationDidBecomeActive, [] {});
+  });
+  EXPECT_EQ(ports.loop.waitingMainBlocks() + ports.loop.waitingBackgroundBlocks() + ports.loop.waitingTimers(), 0u);
+}
+
+TEST(Faulty, FailsInEveryOperationOfStoreAndNetwork) {
+  Ports ports;
+  Faulty<kit::KeyValueStore> store(ports.store);
+  EveryOperation(store.faults)
+      .fails("get", [&] { store.get("a"); })
+      .fails("set", [&] { store.set("a", 1); })
+      .fails("synchronize", [&] { store.synchronize(); });
+  Faulty<kit::Transport> transport(ports.transport);
+  EveryOperation(transport.faults).fails("start", [&] { transport.start({}, [](const kit::TransportOutcome&) {}); });
+  Faulty<kit::JsonCodec> codec(ports.json);
+  EveryOperation(codec.faults).fails("read", [&] { (void)codec.read("1"); }).fails("write", [&] {
+    (void)codec.write(1);
+  });
+  EXPECT_EQ(ports.store.journalTexts(), Texts{});
+  EXPECT_EQ(ports.transport.unanswered(), 0u);
+}
+
+TEST(Faulty, FailsInEveryOperationOfCryptography) {
+  Ports ports;
+  std::string out;
+  Faulty<kit::Cipher> cipher(ports.cipher);
+  EveryOperation(cipher.faults)
+      .fails("encrypt", [&] { cipher.encrypt("", std::string(kit::kNonceBytes, 'n'), "", "", out); })
+      .fails("decrypt", [&] { cipher.decrypt("", "", "", "", out); });
+  Faulty<kit::Compressor> compressor(ports.compressor);
+  EveryOperation(compressor.faults).fails("deflate", [&] { compressor.deflate("x", out); }).fails("inflate", [&] {
+    compressor.inflate("x", 1, out);
+  });
+  Faulty<kit::Random> random(ports.random);
+  EveryOperation(random.faults).fails("fill", [&] { random.fill({}); });
+  EXPECT_EQ(out, "");
+}
+
+TEST(Faulty, FailsInEveryOperationOfDeviceAdClientAndLog) {
+  Ports ports;
+  Faulty<kit::Device> device(ports.device);
+  EveryOperation(device.faults)
+      .fails("systemVersion", [&] { device.systemVersion(); })
+      .fails("isMultitaskingSupported", [&] { device.isMultitaskingSupported(); })
+      .fails("statusBarOrientation", [&] { device.statusBarOrientation(); });
+  Faulty<kit::AdClient> ad_client(ports.ad_client);
+  EveryOperation(ad_client.faults)
+      .fails("offersAttributionDetails", [&] { ad_client.offersAttributionDetails(); })
+      .fails("offersConversionDetails", [&] { ad_client.offersConversionDetails(); })
+      .fails("offersInstallationAttribution", [&] { ad_client.offersInstallationAttribution(); })
+      .fails("requestAttributionDetailsWithBlock", [&] { ad_client.requestAttributionDetailsWithBlock({}); })
+      .fails("lookupAdConversionDetails", [&] { ad_client.lookupAdConversionDetails({}); })
+      .fails("determineAppInstallationAttributionWithCompletionHandler",
+             [&] { ad_client.determineAppInstallationAttributionWithCompletionHandler({}); });
+  Faulty<kit::LogSink> log(ports.log);
+  EveryOperation(log.faults).fails("line", [&] { log.line("x"); });
+  EXPECT_EQ(ports.log.messages(), Texts{});
+  EXPECT_EQ(ports.ad_client.attribution_details.calls(), 0u);
+}
+
+TEST(Faulty, FailsInEveryOperationOfTheUtilityClass) {
+  Ports ports;
+  Faulty<kit::MorvikADUtil> util(ports.util);
+  EveryOperation(util.faults)
+      .fails("checkNilToBlankString", [&] { util.checkNilToBlankString({}); })
+      .fails("checkNilToNo", [&] { util.checkNilToNo({}); })
+      .fails("checkIntegerNilToZero", [&] { util.checkIntegerNilToZero({}); })
+      .fails("checkLongLongNilToZero", [&] { util.checkLongLongNilToZero({}); })
+      .fails("checkDoubleNilToZero", [&] { util.checkDoubleNilToZero({}); })
+      .fails("checkNilToZero", [&] { util.checkNilToZero({}); })
+      .fails("getKoreaDateFormateDate", [&] { util.getKoreaDateFormateDate({}); })
+      .fails("getUTCFormateDate", [&] { util.getUTCFormateDate({}); })
+      .fails("timeIntervalSinceServerDate", [&] { util.timeIntervalSinceServerDate({}, 0); })
+      .fails("IDFA", [&] { util.IDFA(); });
+}
+
+TEST(Faulty, FailsInEveryOperationOfTheSiblings) {
+  Ports ports;
+  Faulty<kit::MorvikCore> facade(ports.facade);
+  EveryOperation(facade.faults).fails("delegate", [&] { facade.delegate(); });
+  Faulty<kit::MorvikCoreUpdateLog> update_log(ports.update_log);
+  EveryOperation(update_log.faults)
+      .fails("frameworkName", [&] { update_log.frameworkName(); })
+      .fails("getSDKVersion", [&] { update_log.getSDKVersion(); });
+  Faulty<kit::MorvkSDKConfig> config(ports.config);
+  EveryOperation(config.faults).fails("getTrackingSuperkey", [&] { config.getTrackingSuperkey(); });
+}
+
+TEST(Faulty, FailsInEveryOperationOfTheServicesObject) {
+  Ports ports;
+  Faulty<kit::MorvikCoreServicesLib> services(ports.services);
+  EveryOperation(services.faults)
+      .fails("appKey", [&] { services.appKey(); })
+      .fails("hashKey", [&] { services.hashKey(); })
+      .fails("isGDPRForgetMe", [&] { services.isGDPRForgetMe(); })
+      .fails("intervalSinceServerDate", [&] { services.intervalSinceServerDate(); })
+      .fails("setIntervalSinceServerDate", [&] { services.setIntervalSinceServerDate(1); })
+      .fails("activityGroupName", [&] { services.activityGroupName(0); })
+      .fails("addActivityGroupName", [&] { services.addActivityGroupName("a", "b", "c", {}); })
+      .fails("makeCommonParameter", [&] { services.makeCommonParameter(""); })
+      .fails("makeJsonParameter", [&] { services.makeJsonParameter({}, ""); })
+      .fails("setConversionResult", [&] { services.setConversionResult(true); })
+      .fails("setConversionResultCode", [&] { services.setConversionResultCode(1); })
+      .fails("appleAdvertisingIdentifier", [&] { services.appleAdvertisingIdentifier(); })
+      .fails("saveConversionInfoForCacheWithConversionArr",
+             [&] { services.saveConversionInfoForCacheWithConversionArr({}); })
+      .fails("saveFendoUserInfoDelegate", [&] { services.saveFendoUserInfoDelegate(); })
+      .fails("exchangeDidEnd", [&] { services.exchangeDidEnd({}, {}); });
+  EXPECT_EQ(ports.services.calls(), Texts{});
+}
+
+}  // namespace
+}  // namespace morvik::test
