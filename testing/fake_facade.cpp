@@ -1,6 +1,22 @@
 #include "testing/fake_facade.h"
 
 namespace morvik::testing {
+namespace {
+
+class FreshConfig : public kit::MorvkSDKConfig {
+ public:
+  explicit FreshConfig(const kit::MorvkSDKConfig& config) : config_(config) {}
+  std::string getTrackingSuperkey() const override { return config_.getTrackingSuperkey(); }
+
+ private:
+  const kit::MorvkSDKConfig& config_;
+};
+
+}  // namespace
+
+std::unique_ptr<kit::MorvkSDKConfig> freshConfig(const kit::MorvkSDKConfig& config) {
+  return std::make_unique<FreshConfig>(config);
+}
 
 RecordingDelegate::RecordingDelegate() {
   // The slots own what they write to: they may be called as long as somebody holds the delegate.

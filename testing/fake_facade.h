@@ -49,15 +49,27 @@ class RecordingDelegate {
   std::shared_ptr<Recording<std::string>> calls_ = std::make_shared<Recording<std::string>>();
 };
 
-/// What a fresh configuration object answers. The key belongs to the test and may change between two of them.
+/// Every configuration object of one app: the key belongs to the test and may change between two questions. Any thread;
+/// nothing blocks.
 class FakeConfig : public kit::MorvkSDKConfig {
  public:
   explicit FakeConfig(std::string tracking_key) : tracking_key_(std::move(tracking_key)) {}
-  std::string getTrackingSuperkey() const override { return tracking_key_; }
+  void setTrackingKey(std::string tracking_key) {
+    const std::lock_guard lock(mutex_);
+    tracking_key_ = std::move(tracking_key);
+  }
+  std::string getTrackingSuperkey() const override {
+    const std::lock_guard lock(mutex_);
+    return tracking_key_;
+  }
 
  private:
+  mutable std::mutex mutex_;
   std::string tracking_key_;
 };
+
+/// A fresh object that answers as `config` does, which must outlive it.
+std::unique_ptr<kit::MorvkSDKConfig> freshConfig(const kit::MorvkSDKConfig& config);
 
 class FakeUpdateLog : public kit::MorvikCoreUpdateLog {
  public:

@@ -33,8 +33,15 @@ TEST(RecordingDelegate, MayBeCalledAfterTheTestLetGoOfIt) {
   EXPECT_NO_THROW(held->didReceiveDeeplink("app://x"));
 }
 
-TEST(FakeConfig, HoldsTheKey) {
-  EXPECT_EQ(testing::FakeConfig("key").getTrackingSuperkey(), "key");
+TEST(FakeConfig, AnswersTheKeyOfTheMoment) {
+  testing::FakeConfig config("key");
+  const auto fresh = testing::freshConfig(config);
+  EXPECT_EQ(fresh->getTrackingSuperkey(), "key");
+  config.setTrackingKey("another");
+  EXPECT_EQ(fresh->getTrackingSuperkey(), "another");
+}
+
+TEST(FakeUpdateLog, NamesTheFrameworkAndItsVersion) {
   EXPECT_EQ(testing::FakeUpdateLog().frameworkName(), "MorvikCore");
   EXPECT_EQ(testing::FakeUpdateLog().getSDKVersion(), "1.2.3");
 }
