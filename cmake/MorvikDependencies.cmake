@@ -3,7 +3,7 @@
 if(MORVIK_BUILD_HOST OR MORVIK_BUILD_APPS)
   find_package(PkgConfig REQUIRED)
   find_package(Threads REQUIRED)
-  find_package(CURL 7.85 REQUIRED)
+  find_package(CURL 7.87 REQUIRED)
   find_package(OpenSSL 3 REQUIRED)
   find_package(SQLite3 3.37 REQUIRED)
   find_package(ZLIB REQUIRED)

@@ -1,0 +1,47 @@
+// The body of an answer as it comes in: decoded, and never more than asked for.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "host/crypto/inflater.h"
+#include "kit/error.h"
+
+namespace morvik::host {
+
+/// An encoded body may be larger than what it holds, by this much; beyond that it only wastes our time.
+inline constexpr size_t kEncodingOverheadBytes = size_t{64} << 10;
+
+/// One answer, one thread.
+class AnswerBody {
+ public:
+  /// `max_bytes` bounds the decoded body.
+  explicit AnswerBody(size_t max_bytes) : max_bytes_(max_bytes) {}
+
+  /// Takes the next piece; `content_encoding` is the answer's header of that name ("" when it has none). False when the
+  /// rest is not wanted: error() says why.
+  bool take(std::string_view content_encoding, std::string_view piece);
+  /// To be called when the answer is complete: a body that ends too early is an error.
+  void finish();
+
+  const std::optional<kit::Error>& error() const { return error_; }
+  /// The decoded body; empty when there is an error.
+  std::string takeText() { return error_ ? std::string() : std::move(text_); }
+
+ private:
+  void begin(std::string_view content_encoding, char first_byte);
+  void append(std::string_view piece);
+  void failTooLarge();
+  void fail(std::string why);
+
+  size_t max_bytes_;
+  size_t received_bytes_ = 0;
+  bool has_begun_ = false;
+  std::optional<Inflater> inflater_;
+  std::string text_;
+  std::optional<kit::Error> error_;
+};
+
+}  // namespace morvik::host

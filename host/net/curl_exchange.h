@@ -1,0 +1,74 @@
+// One request and its answer, on one curl handle.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "host/net/answer_body.h"
+#include "host/net/curl_transport.h"
+#include "host/net/handler_delivery.h"
+#include "host/net/header_list.h"
+#include "host/net/request_target.h"
+#include "kit/transport.h"
+
+namespace morvik::host {
+
+/// An answer's head (all of them, when several precede the last) may have this many bytes.
+inline constexpr size_t kMaxAnswerHeadBytes = size_t{256} << 10;
+
+/// Stays at its address: curl holds pointers into it. One thread.
+class CurlExchange {
+ public:
+  /// `request` has passed unfitHead(). Nothing of curl is made before open().
+  CurlExchange(kit::Request request, RequestTarget target, TransportHandler handler);
+  CurlExchange(const CurlExchange&) = delete;
+  CurlExchange& operator=(const CurlExchange&) = delete;
+  ~CurlExchange() = default;
+
+  const std::string& host() const { return target_.host(); }
+  /// Makes the curl handle; its time-out counts from when it is handed to curl. Null when there is no memory for it.
+  CURL* open(const CurlTransportOptions& options, CURLSH* shared_sessions);
+  CURL* easy() const { return easy_.get(); }
+  /// What became of it, once curl is done with it. Takes the answer out.
+  kit::TransportOutcome outcome(CURLcode code);
+  TransportHandler takeHandler() { return std::move(handler_); }
+
+ private:
+  struct Release {
+    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+  };
+
+  void setTarget();
+  void setMethodAndBody();
+  void setTrust(const CurlTransportOptions& options, CURLSH* shared_sessions);
+  void setBounds();
+  void setCallbacks();
+  kit::Error failure(CURLcode code) const;
+  kit::Response response();
+  std::string contentEncoding() const;
+
+  static size_t onHead(char* data, size_t size, size_t count, void* self);
+  static size_t onBody(char* data, size_t size, size_t count, void* self);
+  static int onReadyToSend(void* self, char*, char*, int, int);
+
+  kit::Request request_;
+  RequestTarget target_;
+  TransportHandler handler_;
+  double timeout_seconds_ = 0;
+  HeaderList headers_;
+  AnswerBody body_;
+  size_t head_bytes_ = 0;
+  bool was_sent_ = false;
+  bool was_held_back_ = false;  ///< from being sent a second time
+  std::array<char, CURL_ERROR_SIZE> error_text_{};
+  std::unique_ptr<CURL, Release> easy_;
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,77 @@
+// The thread that talks to the network.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include "host/net/curl_exchange.h"
+#include "host/net/curl_transport.h"
+#include "host/net/handler_delivery.h"
+#include "host/net/host_queues.h"
+#include "kit/transport.h"
+
+namespace morvik::host {
+
+/// One curl multi handle on one thread. add() and stop() come from any thread; everything else happens on its own.
+class CurlLoop {
+ public:
+  CurlLoop(CurlTransportOptions options, std::shared_ptr<HandlerDelivery> delivery);
+  CurlLoop(const CurlLoop&) = delete;
+  CurlLoop& operator=(const CurlLoop&) = delete;
+  ~CurlLoop() { stop(); }
+
+  /// Hands over a request; the first one starts the thread. After stop() it is dropped.
+  void add(kit::Request request, TransportHandler handler);
+  /// Ends the thread and drops every request. No step of the thread waits for the network, so this takes no longer than
+  /// the longest of them: reading the authorities' certificates, some ten milliseconds.
+  void stop();
+
+ private:
+  struct Arrival {
+    kit::Request request;
+    TransportHandler handler;
+  };
+  struct MultiRelease {
+    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+  };
+  struct ShareRelease {
+    void operator()(CURLSH* share) const { curl_share_cleanup(share); }
+  };
+  using Exchange = std::unique_ptr<CurlExchange>;
+
+  void startThread();
+  void run();
+  bool openCurl();
+  bool takeArrivals(std::vector<Arrival>& arrivals);
+  void enqueue(Arrival arrival);
+  void beginReady();
+  void begin(Exchange exchange);
+  void finishDone();
+  void fail(TransportHandler handler, kit::Error error);
+  /// Answers all that wait with why nothing can be sent; the lock is held.
+  void failArrivals();
+
+  const CurlTransportOptions options_;
+  const std::shared_ptr<HandlerDelivery> delivery_;
+
+  std::mutex mutex_;  // guards what follows
+  std::vector<Arrival> arrivals_;
+  bool stopping_ = false;
+  std::optional<kit::Error> unavailable_;  ///< why no request can ever be sent
+  CURLM* awake_ = nullptr;                 ///< whom to wake for an arrival; null before the thread waits for one
+  std::thread thread_;
+
+  // The thread's own. In this order: exchanges go before the handle they are part of, that before the sessions.
+  std::unique_ptr<CURLSH, ShareRelease> sessions_;
+  std::unique_ptr<CURLM, MultiRelease> multi_;
+  HostQueues<Exchange> queues_;
+  std::unordered_map<CURL*, Exchange> running_;
+};
+
+}  // namespace morvik::host

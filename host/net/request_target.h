@@ -1,0 +1,43 @@
+// Where a request goes, and whether it may go there.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "kit/error.h"
+
+namespace morvik::host {
+
+/// A URL that was read and found fit: HTTPS to anywhere, HTTP to this machine alone. What was judged here is what curl
+/// is given; nobody reads the text a second time.
+class RequestTarget {
+ public:
+  /// Errors: no URL, another scheme, HTTP beyond loopback.
+  static std::variant<RequestTarget, kit::Error> parse(const std::string& url);
+
+  /// Scheme, host and port: requests with the same one share connections.
+  const std::string& host() const { return host_; }
+  /// The URL for people: without user, query and fragment, which may hold what is nobody's business.
+  const std::string& shown() const { return shown_; }
+  CURLU* handle() const { return url_.get(); }
+
+ private:
+  struct Release {
+    void operator()(CURLU* url) const { curl_url_cleanup(url); }
+  };
+  explicit RequestTarget(CURLU* url) : url_(url) {}
+  std::string part(CURLUPart which) const;
+
+  std::unique_ptr<CURLU, Release> url_;
+  std::string host_;
+  std::string shown_;
+};
+
+/// A URL text up to its query or fragment.
+std::string_view withoutQuery(std::string_view url);
+
+}  // namespace morvik::host

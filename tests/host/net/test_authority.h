@@ -1,0 +1,49 @@
+// Certificates made while the tests run.
+#pragma once
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <memory>
+#include <string>
+
+namespace morvik::test {
+
+struct OpensslRelease {
+  void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+  void operator()(X509* certificate) const { X509_free(certificate); }
+};
+using KeyPtr = std::unique_ptr<EVP_PKEY, OpensslRelease>;
+using CertificatePtr = std::unique_ptr<X509, OpensslRelease>;
+
+/// What a server shows.
+struct Identity {
+  KeyPtr key;
+  CertificatePtr certificate;
+};
+
+inline constexpr long kSecondsPerDay = 24L * 60 * 60;
+
+/// An authority of our own. Its file is removed with it.
+class TestAuthority {
+ public:
+  TestAuthority();
+  TestAuthority(const TestAuthority&) = delete;
+  TestAuthority& operator=(const TestAuthority&) = delete;
+  ~TestAuthority();
+
+  /// PEM file of the authority's own certificate.
+  const std::string& file() const { return file_; }
+  /// `names` in OpenSSL's form, "DNS:localhost,IP:127.0.0.1"; valid from a day ago until that many seconds from now.
+  Identity issue(const std::string& names, long valid_seconds = kSecondsPerDay) const;
+
+ private:
+  KeyPtr key_;
+  CertificatePtr certificate_;
+  std::string file_;
+};
+
+/// The names of this machine.
+inline constexpr const char* kLoopbackNames = "DNS:localhost,IP:127.0.0.1,IP:::1";
+
+}  // namespace morvik::test
