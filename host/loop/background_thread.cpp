@@ -1,0 +1,96 @@
+#include "host/loop/background_thread.h"
+
+#include <utility>
+#include <variant>
+
+#include "host/loop/thread.h"
+#include "services/guard.h"
+
+namespace morvik::host {
+namespace {
+
+constexpr const char* kOperation = "-[BackgroundThread run]";
+constexpr services::GuardClause kThrewOnBackgroundQueue =
+    services::oneLine(kit::lcl_vError, "Morvik host: a block on the background queue threw and ended there: %@");
+constexpr services::Guard kLastGuard{kThrewOnBackgroundQueue, kThrewOnBackgroundQueue};
+
+}  // namespace
+
+BackgroundThread::~BackgroundThread() {
+  stop(std::chrono::steady_clock::now());
+}
+
+void BackgroundThread::async(kit::Block block) {
+  {
+    const std::scoped_lock hold(mutex_);
+    if (stopping_)
+      return;
+    waiting_.push_back(std::move(block));
+    startLocked();
+  }
+  wake_.notify_one();
+}
+
+void BackgroundThread::startLocked() {
+  if (thread_.joinable())
+    return;
+  auto thread = startThread("morvik-back", [this] { run(); });
+  if (auto* started = std::get_if<std::thread>(&thread)) {
+    thread_ = std::move(*started);
+  } else {
+    // The block stays; the next one tries again.
+    MORVIK_LOG(logger_, kit::lcl_vError, kOperation, "Morvik host: %@", std::get<kit::Error>(thread));
+  }
+}
+
+size_t BackgroundThread::pending() const {
+  const std::scoped_lock hold(mutex_);
+  return waiting_.size() + (running_ ? 1 : 0);
+}
+
+void BackgroundThread::stop(std::chrono::steady_clock::time_point deadline) {
+  std::deque<kit::Block> dropped;
+  std::thread thread;
+  {
+    const std::scoped_lock hold(mutex_);
+    stopping_ = true;
+    deadline_ = deadline;
+    thread.swap(thread_);
+  }
+  wake_.notify_one();
+  if (thread.joinable())
+    thread.join();
+  // The system may give the thread's id to another one.
+  id_ = std::thread::id();
+  const std::scoped_lock hold(mutex_);
+  dropped.swap(waiting_);
+}
+
+void BackgroundThread::run() {
+  id_ = std::this_thread::get_id();
+  kit::Block block;
+  while (takeNext(block)) {
+    runGuarded(block);
+    block = nullptr;
+    if (end_of_block_)
+      runGuarded(end_of_block_);
+  }
+}
+
+bool BackgroundThread::takeNext(kit::Block& block) {
+  std::unique_lock hold(mutex_);
+  running_ = false;
+  wake_.wait(hold, [this] { return stopping_ || !waiting_.empty(); });
+  if (waiting_.empty() || isPastDeadlineLocked())
+    return false;
+  block = std::move(waiting_.front());
+  waiting_.pop_front();
+  running_ = true;
+  return true;
+}
+
+void BackgroundThread::runGuarded(const kit::Block& block) {
+  services::guarded(logger_, kLastGuard, MORVIK_HERE(kOperation), block);
+}
+
+}  // namespace morvik::host

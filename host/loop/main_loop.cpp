@@ -1,0 +1,306 @@
+#include "host/loop/main_loop.h"
+
+#include <uv.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <variant>
+
+#include "host/loop/thread.h"
+#include "services/guard.h"
+
+namespace morvik::host {
+namespace {
+
+constexpr uint64_t kNanosecondsPerMillisecond = 1'000'000;
+
+constexpr services::GuardClause kThrewOnMainQueue =
+    services::oneLine(kit::lcl_vError, "Morvik host: a block on the main queue threw and ended there: %@");
+constexpr services::Guard kLastGuard{kThrewOnMainQueue, kThrewOnMainQueue};
+
+uint64_t nanosecondsFromNow(double delay_seconds) {
+  const double delay = std::isnan(delay_seconds) ? 0.0 : std::clamp(delay_seconds, 0.0, kMaxDelaySeconds);
+  return uv_hrtime() + static_cast<uint64_t>(std::ceil(delay * 1e9));
+}
+
+kit::Error engineError(const char* what, int code) {
+  return {std::string("The system gave no ") + what + " for the main queue (" + uv_strerror(code) +
+          "); free some of the process's file descriptors or memory and start again."};
+}
+
+}  // namespace
+
+// The event loop behind the queue: a wake-up that any thread may ring, and one alarm for the earliest timer.
+struct MainLoop::Engine {
+  uv_loop_t loop;
+  uv_async_t wake_up;
+  uv_timer_t alarm;
+  bool is_open = false;
+
+  std::optional<kit::Error> open(MainLoop* owner) {
+    if (const int code = uv_loop_init(&loop); code != 0)
+      return engineError("event loop", code);
+    if (const int code = uv_async_init(&loop, &wake_up, [](uv_async_t* handle) { serve(handle->data); }); code != 0) {
+      uv_loop_close(&loop);
+      return engineError("wake-up", code);
+    }
+    uv_timer_init(&loop, &alarm);
+    wake_up.data = alarm.data = owner;
+    is_open = true;
+    return std::nullopt;
+  }
+
+  void setAlarm(uint64_t due_nanoseconds) {
+    const uint64_t now = uv_hrtime();
+    const uint64_t left = due_nanoseconds > now ? due_nanoseconds - now : 0;
+    uv_update_time(&loop);
+    uv_timer_start(
+        &alarm, [](uv_timer_t* handle) { serve(handle->data); },
+        (left + kNanosecondsPerMillisecond - 1) / kNanosecondsPerMillisecond, 0);
+  }
+
+  // Handles go away only while the loop runs. May be called again while they go.
+  void closeHandles() {
+    for (auto* handle : {reinterpret_cast<uv_handle_t*>(&wake_up), reinterpret_cast<uv_handle_t*>(&alarm)}) {
+      if (uv_is_closing(handle) == 0)
+        uv_close(handle, nullptr);
+    }
+  }
+
+  // On the loop's thread, or when that has ended.
+  void close() {
+    if (!is_open)
+      return;
+    closeHandles();
+    uv_run(&loop, UV_RUN_DEFAULT);
+    uv_loop_close(&loop);
+    is_open = false;
+  }
+
+  static void serve(void* owner) { static_cast<MainLoop*>(owner)->serve(); }
+};
+
+MainLoop::MainLoop(LoopMode mode, const services::Logger& logger)
+    : mode_(mode), logger_(logger), engine_(std::make_unique<Engine>()) {}
+
+MainLoop::~MainLoop() {
+  stop();
+}
+
+std::optional<kit::Error> MainLoop::open() {
+  {
+    const std::scoped_lock hold(mutex_);
+    if (auto error = engine_->open(this))
+      return error;
+  }
+  if (mode_ == LoopMode::kPumped) {
+    main_thread_ = std::this_thread::get_id();
+    // Only a round of the loop makes the wake-up's descriptor one of those that the app polls.
+    uv_run(&engine_->loop, UV_RUN_NOWAIT);
+  } else if (auto error = startOwnThread()) {
+    return error;
+  }
+  const std::scoped_lock hold(mutex_);
+  wakeLocked();
+  return std::nullopt;
+}
+
+std::optional<kit::Error> MainLoop::startOwnThread() {
+  auto thread = startThread("morvik-main", [this] {
+    main_thread_ = std::this_thread::get_id();
+    uv_run(&engine_->loop, UV_RUN_DEFAULT);
+  });
+  if (auto* error = std::get_if<kit::Error>(&thread)) {
+    endHere();
+    return std::move(*error);
+  }
+  thread_ = std::get<std::thread>(std::move(thread));
+  return std::nullopt;
+}
+
+bool MainLoop::stop() {
+  if (isInTurn())
+    return false;
+  {
+    const std::scoped_lock hold(mutex_);
+    if (stopping_)
+      return true;
+    stopping_ = true;
+    if (engine_->is_open)
+      uv_async_send(&engine_->wake_up);
+  }
+  if (thread_.joinable())
+    thread_.join();
+  endHere();
+  // The system may give the thread's id to another one.
+  main_thread_ = std::thread::id();
+  dropAll();
+  return true;
+}
+
+void MainLoop::endHere() {
+  const std::scoped_lock hold(mutex_);
+  engine_->close();
+}
+
+void MainLoop::dropAll() {
+  // What the blocks hold is let go outside the lock: it may call back into the queue.
+  std::deque<kit::Block> blocks;
+  std::map<TimerKey, Timer> timers;
+  const std::scoped_lock hold(mutex_);
+  blocks.swap(ready_);
+  timers.swap(timers_);
+}
+
+void MainLoop::async(kit::Block block) {
+  const std::scoped_lock hold(mutex_);
+  if (stopping_)
+    return;
+  ready_.push_back(std::move(block));
+  wakeLocked();
+}
+
+void MainLoop::after(double delay_seconds, kit::Block block) {
+  const bool is_short = !(delay_seconds > kShortDelaySeconds);
+  addTimer(delay_seconds, std::move(block), is_short ? Timer::Kind::kShort : Timer::Kind::kLonger);
+}
+
+MainLoop::TimerKey MainLoop::schedule(double delay_seconds, kit::Block block) {
+  return addTimer(delay_seconds, std::move(block), Timer::Kind::kOfHost);
+}
+
+MainLoop::TimerKey MainLoop::addTimer(double delay_seconds, kit::Block block, Timer::Kind kind) {
+  const uint64_t due = nanosecondsFromNow(delay_seconds);
+  const std::scoped_lock hold(mutex_);
+  const TimerKey key{due, next_timer_++};
+  if (stopping_)
+    return key;
+  timers_.emplace(key, Timer{std::move(block), kind});
+  if (timers_.begin()->first == key)
+    wakeLocked();
+  return key;
+}
+
+void MainLoop::cancel(TimerKey timer) {
+  kit::Block dropped;
+  const std::scoped_lock hold(mutex_);
+  const auto found = timers_.find(timer);
+  if (found == timers_.end())
+    return;
+  dropped = std::move(found->second.block);
+  timers_.erase(found);
+}
+
+void MainLoop::runOnMain(kit::Block block) {
+  if (!isMainThread())
+    return async(std::move(block));
+  if (in_turn_)
+    return runGuarded(block);
+  {
+    const std::scoped_lock hold(mutex_);
+    if (stopping_)
+      return;
+  }
+  runTurn(std::move(block));
+}
+
+void MainLoop::afterThisTurn(kit::Block block) {
+  after_turn_.push_back(std::move(block));
+}
+
+MainLoopCounts MainLoop::counts() const {
+  const std::scoped_lock hold(mutex_);
+  MainLoopCounts counts;
+  counts.blocks = ready_.size();
+  for (const auto& [key, timer] : timers_) {
+    counts.short_timers += timer.kind == Timer::Kind::kShort ? 1 : 0;
+    counts.longer_timers += timer.kind == Timer::Kind::kLonger ? 1 : 0;
+  }
+  return counts;
+}
+
+int MainLoop::pollDescriptor() const {
+  return mode_ == LoopMode::kPumped && engine_->is_open ? uv_backend_fd(&engine_->loop) : -1;
+}
+
+int MainLoop::pollTimeoutMilliseconds() const {
+  if (mode_ != LoopMode::kPumped || !engine_->is_open)
+    return -1;
+  uv_update_time(&engine_->loop);
+  return uv_backend_timeout(&engine_->loop);
+}
+
+void MainLoop::dispatch() {
+  if (mode_ != LoopMode::kPumped || !engine_->is_open || !isMainThread() || in_turn_)
+    return;
+  uv_run(&engine_->loop, UV_RUN_NOWAIT);
+}
+
+void MainLoop::wakeLocked() {
+  if (awake_ || !engine_->is_open)
+    return;
+  awake_ = true;
+  uv_async_send(&engine_->wake_up);
+}
+
+// One round: the blocks that are due now, each a turn. What they hand over waits for the next round, so that a loop
+// that feeds itself cannot keep the app's own loop waiting.
+void MainLoop::serve() {
+  kit::Block block;
+  for (size_t left = collectDue(); left > 0 && takeNext(block); --left)
+    runTurn(std::move(block));
+  goToRest();
+}
+
+size_t MainLoop::collectDue() {
+  const uint64_t now = uv_hrtime();
+  const std::scoped_lock hold(mutex_);
+  awake_ = true;
+  while (!timers_.empty() && timers_.begin()->first.first <= now) {
+    ready_.push_back(std::move(timers_.begin()->second.block));
+    timers_.erase(timers_.begin());
+  }
+  return ready_.size();
+}
+
+bool MainLoop::takeNext(kit::Block& block) {
+  const std::scoped_lock hold(mutex_);
+  if (stopping_ || ready_.empty())
+    return false;
+  block = std::move(ready_.front());
+  ready_.pop_front();
+  return true;
+}
+
+void MainLoop::goToRest() {
+  const std::scoped_lock hold(mutex_);
+  awake_ = false;
+  if (stopping_) {
+    engine_->closeHandles();
+    return;
+  }
+  if (!timers_.empty())
+    engine_->setAlarm(timers_.begin()->first.first);
+  if (!ready_.empty())
+    wakeLocked();
+}
+
+void MainLoop::runTurn(kit::Block block) {
+  in_turn_ = true;
+  runGuarded(block);
+  block = nullptr;
+  if (end_of_turn_)
+    runGuarded(end_of_turn_);
+  std::vector<kit::Block> after;
+  after.swap(after_turn_);
+  for (const kit::Block& each : after)
+    runGuarded(each);
+  in_turn_ = false;
+}
+
+void MainLoop::runGuarded(const kit::Block& block) {
+  services::guarded(logger_, kLastGuard, MORVIK_HERE("-[MainLoop runTurn]"), block);
+}
+
+}  // namespace morvik::host

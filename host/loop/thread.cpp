@@ -1,0 +1,28 @@
+#include "host/loop/thread.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <system_error>
+
+namespace morvik::host {
+
+std::variant<std::thread, kit::Error> startThread(const char* name, std::function<void()> body) {
+  // A new thread inherits the mask, so that there is no moment at which a signal could reach it.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  std::variant<std::thread, kit::Error> result;
+  try {
+    result = std::thread(std::move(body));
+    pthread_setname_np(std::get<std::thread>(result).native_handle(), name);
+  } catch (const std::system_error& error) {
+    result = kit::Error{std::string("The system gave no thread '") + name + "' (" + error.what() +
+                        "); raise the limit of threads for this process and start again."};
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return result;
+}
+
+}  // namespace morvik::host
