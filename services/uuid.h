@@ -12,4 +12,7 @@ namespace morvik::services {
 /// later sort later. A date before 1970 counts as 1970.
 std::string makeTimeOrderedUuid(kit::Date now, kit::Random& random);
 
+/// UUID version 4, lower case, 36 characters: all of it random.
+std::string makeRandomUuid(kit::Random& random);
+
 }  // namespace morvik::services

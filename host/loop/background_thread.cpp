@@ -70,16 +70,22 @@ void BackgroundThread::run() {
   id_ = std::this_thread::get_id();
   kit::Block block;
   while (takeNext(block)) {
-    runGuarded(block);
+    runGuarded([this, &block] { frame_([this, &block] { runGuarded(block); }); });
     block = nullptr;
-    if (end_of_block_)
-      runGuarded(end_of_block_);
+    if (finishOne() && when_idle_)
+      when_idle_();
   }
+}
+
+// True when it was the last one.
+bool BackgroundThread::finishOne() {
+  const std::scoped_lock hold(mutex_);
+  running_ = false;
+  return waiting_.empty();
 }
 
 bool BackgroundThread::takeNext(kit::Block& block) {
   std::unique_lock hold(mutex_);
-  running_ = false;
   wake_.wait(hold, [this] { return stopping_ || !waiting_.empty(); });
   if (waiting_.empty() || isPastDeadlineLocked())
     return false;

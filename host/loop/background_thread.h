@@ -9,13 +9,14 @@
 #include <mutex>
 #include <thread>
 
+#include "host/loop/turn_frame.h"
 #include "kit/queues.h"
 #include "services/log.h"
 
 namespace morvik::host {
 
-/// Blocks run one after the other, in order. After each the end-of-block hook runs. What a block throws ends there,
-/// with a line in the log.
+/// Blocks run one after the other, in order, each inside the frame that was set. What a block throws ends there, with a
+/// line in the log.
 class BackgroundThread final : public kit::BackgroundQueue {
  public:
   explicit BackgroundThread(const services::Logger& logger) : logger_(logger) {}
@@ -24,11 +25,14 @@ class BackgroundThread final : public kit::BackgroundQueue {
   BackgroundThread(const BackgroundThread&) = delete;
   BackgroundThread& operator=(const BackgroundThread&) = delete;
 
-  /// Runs on the background thread at the end of every block. To be set before the first block.
-  void setEndOfBlock(kit::Block hook) { end_of_block_ = std::move(hook); }
+  /// Runs around every block, on the background thread. To be set before the first block.
+  void setFrame(TurnFrame frame) { frame_ = std::move(frame); }
+  /// Called on the background thread each time the last block that waited is done and no longer counted. Must not
+  /// throw. To be set before the first block.
+  void setWhenIdle(kit::Block hook) { when_idle_ = std::move(hook); }
 
   void async(kit::Block block) override;
-  /// Blocks that wait or run, their end-of-block hook included. Any thread.
+  /// Blocks that wait or run, their frame included. Any thread.
   size_t pending() const;
   /// True on the thread that runs the blocks. Any thread.
   bool isCurrentThread() const { return id_.load() == std::this_thread::get_id(); }
@@ -39,12 +43,14 @@ class BackgroundThread final : public kit::BackgroundQueue {
  private:
   void run();
   bool takeNext(kit::Block& block);
+  bool finishOne();
   void runGuarded(const kit::Block& block);
   void startLocked();
   bool isPastDeadlineLocked() const { return stopping_ && std::chrono::steady_clock::now() >= deadline_; }
 
   const services::Logger logger_;
-  kit::Block end_of_block_;
+  TurnFrame frame_ = [](const kit::Block& turn) { turn(); };
+  kit::Block when_idle_;
   mutable std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<kit::Block> waiting_;

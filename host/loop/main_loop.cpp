@@ -288,10 +288,8 @@ void MainLoop::goToRest() {
 
 void MainLoop::runTurn(kit::Block block) {
   in_turn_ = true;
-  runGuarded(block);
+  runGuarded([this, &block] { frame_([this, &block] { runGuarded(block); }); });
   block = nullptr;
-  if (end_of_turn_)
-    runGuarded(end_of_turn_);
   std::vector<kit::Block> after;
   after.swap(after_turn_);
   for (const kit::Block& each : after)

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/loop/turn_frame.h"
 #include "kit/error.h"
 #include "kit/queues.h"
 #include "services/log.h"
@@ -36,8 +37,9 @@ struct MainLoopCounts {
   size_t longer_timers = 0;  ///< blocks put off by more
 };
 
-/// One block is one turn. After each turn the end-of-turn hook runs, then what afterThisTurn() was handed; then the
-/// block is gone. What a block throws ends there, with a line in the log.
+/// One block is one turn, run inside the frame that was set (where its writes are committed and its requests leave).
+/// When the frame is done, what afterThisTurn() was handed runs. What a block throws ends there, with a line in the
+/// log.
 class MainLoop final : public kit::MainQueue {
  public:
   /// Names a timer of schedule(); never used twice.
@@ -49,8 +51,8 @@ class MainLoop final : public kit::MainQueue {
   MainLoop(const MainLoop&) = delete;
   MainLoop& operator=(const MainLoop&) = delete;
 
-  /// Runs at the end of every turn, on the main thread. To be set before open().
-  void setEndOfTurn(kit::Block hook) { end_of_turn_ = std::move(hook); }
+  /// Runs around every turn, on the main thread. To be set before open().
+  void setFrame(TurnFrame frame) { frame_ = std::move(frame); }
   /// Begins to run turns. Blocks that were handed over before wait until now. Once. An error says that the system gave
   /// no event loop or no thread.
   std::optional<kit::Error> open();
@@ -104,7 +106,7 @@ class MainLoop final : public kit::MainQueue {
 
   const LoopMode mode_;
   const services::Logger logger_;
-  kit::Block end_of_turn_;
+  TurnFrame frame_ = [](const kit::Block& turn) { turn(); };
   std::atomic<std::thread::id> main_thread_{};
   // Touched on the main thread alone.
   bool in_turn_ = false;

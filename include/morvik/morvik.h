@@ -60,7 +60,7 @@ class MorvikCore {
   /// the kit logs it and goes on, keeping what can be kept.
   static StartResult start(const HostOptions& options);
 
-  /// Stops, as stop() does.
+  /// Stops, as stop() does; where stop() cannot, the kit goes on running and is never freed.
   virtual ~MorvikCore() = default;
 
   /// The app came to the foreground: a session starts. To be told each time, the first time included.
@@ -101,9 +101,10 @@ class MorvikCore {
   virtual void dispatch() = 0;
 
   /// Ends the work: what is in flight is cancelled, threads are joined, nothing runs afterwards, and no callback comes.
-  /// What was stored is kept and goes out next time. Blocks for at most two seconds, as a rule some milliseconds.
-  /// Calls that come later do nothing. Pumped: on the pumping thread. With a thread of the kit's own: on any thread but
-  /// that one, where it does nothing but write a line in the log.
+  /// What was stored is kept and goes out next time. Blocks for some milliseconds as a rule and for two seconds at
+  /// most, not counting a callback of the app's that is running and does not return. Calls that come later do nothing.
+  /// On any thread; pumped: on the pumping thread. Not from within a callback or a performed block: there it does
+  /// nothing but write a line in the log.
   virtual void stop() = 0;
 };
 

@@ -64,5 +64,12 @@ TEST(TimeOrderedUuid, DiffersWithinOneMillisecond) {
   EXPECT_EQ(ids.size(), 16U);
 }
 
+TEST(RandomUuid, TakesAllButVersionAndVariantFromChance) {
+  Counting counting;
+  Constant ones(0xFF);
+  EXPECT_EQ(makeRandomUuid(counting), "00010203-0405-4607-8809-0a0b0c0d0e0f");
+  EXPECT_EQ(makeRandomUuid(ones), "ffffffff-ffff-4fff-bfff-ffffffffffff");
+}
+
 }  // namespace
 }  // namespace morvik::services

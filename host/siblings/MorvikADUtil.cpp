@@ -1,0 +1,49 @@
+#include "host/siblings/MorvikADUtil.h"
+
+#include "host/siblings/network_status.h"
+#include "services/converters.h"
+#include "services/dates.h"
+
+namespace morvik::host {
+
+kit::Value MorvikADUtil::checkNilToBlankString(const kit::Value& value) const {
+  return services::checkNilToBlankString(value);
+}
+
+bool MorvikADUtil::checkNilToNo(const kit::Value& value) const {
+  return services::checkNilToNo(value);
+}
+
+int64_t MorvikADUtil::checkIntegerNilToZero(const kit::Value& value) const {
+  return services::checkIntegerNilToZero(value);
+}
+
+int64_t MorvikADUtil::checkLongLongNilToZero(const kit::Value& value) const {
+  return services::checkLongLongNilToZero(value);
+}
+
+double MorvikADUtil::checkDoubleNilToZero(const kit::Value& value) const {
+  return services::checkDoubleNilToZero(value);
+}
+
+int32_t MorvikADUtil::checkNilToZero(const kit::Value& value) const {
+  return services::checkNilToZero(value);
+}
+
+std::string MorvikADUtil::getKoreaDateFormateDate(kit::Date date) const {
+  return services::koreaDateText(date);
+}
+
+std::string MorvikADUtil::getUTCFormateDate(kit::Date date) const {
+  return services::utcDateText(date);
+}
+
+double MorvikADUtil::timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const {
+  return base_time_seconds - device_date.secondsSince1970();
+}
+
+std::string MorvikADUtil::getNetworkStatus() const {
+  return networkStatus(networkInterfaces(), has_loopback_endpoint_);
+}
+
+}  // namespace morvik::host

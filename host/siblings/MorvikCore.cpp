@@ -1,0 +1,20 @@
+#include "host/siblings/MorvikCore.h"
+
+namespace morvik::host {
+
+std::shared_ptr<const kit::MorvikCoreDelegate> MorvikCore::delegate() const {
+  const std::shared_ptr<const MorvikCoreDelegate> of_app = delegate_.get().lock();
+  if (of_app == nullptr)
+    return nullptr;
+  auto delegate = std::make_shared<kit::MorvikCoreDelegate>();
+  if (of_app->didReceiveDeeplink)
+    delegate->didReceiveDeeplink = [of_app](const std::string& deeplink) { of_app->didReceiveDeeplink(deeplink); };
+  if (of_app->didSaveConversionKey) {
+    delegate->didSaveConversionKey = [of_app](int64_t conversion_key, const std::string& sub_referral_key) {
+      of_app->didSaveConversionKey(conversion_key, sub_referral_key);
+    };
+  }
+  return delegate;
+}
+
+}  // namespace morvik::host

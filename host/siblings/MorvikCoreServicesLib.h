@@ -1,0 +1,87 @@
+// The services object: keys, forget-me mirror, server clock offset, activity store, envelope.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "host/siblings/common_parameters.h"
+#include "host/siblings/size_trigger.h"
+#include "kit/MorvikCoreServicesLib.h"
+#include "kit/clock.h"
+#include "services/MorvikGVUserDefaults.h"
+#include "services/envelope.h"
+#include "services/locked.h"
+#include "services/log.h"
+
+namespace morvik::host {
+
+/// What the services object needs. References outlive it.
+struct ServicesParts {
+  std::string app_key;
+  std::string hash_key;
+  std::string tracking_url;  ///< where batches go: tells their answers from others
+  services::MorvikGVUserDefaults store;
+  services::Logger logger;
+  const kit::Clock& clock;
+  services::SealingTools sealing;
+  const CommonParameters& common;
+  const MorvikADUtil& util;
+  SizeTrigger& size_trigger;
+};
+
+class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
+ public:
+  /// Loads its mirrors from the store.
+  explicit MorvikCoreServicesLib(ServicesParts parts);
+
+  std::string appKey() const override { return parts_.app_key; }
+  std::string hashKey() const override { return parts_.hash_key; }
+  bool isGDPRForgetMe() const override { return is_forget_me_; }
+  double intervalSinceServerDate() const override { return interval_seconds_; }
+  void setIntervalSinceServerDate(double interval_seconds) override { interval_seconds_ = interval_seconds; }
+  std::string activityGroupName(int group) const override;
+
+  /// The core object's entrance: records also while the forget-me flag is set. A group or name that is no text or
+  /// number is refused, with a line; text that is not UTF-8 is mended, with a line.
+  void addActivityGroupName(const kit::Value& group_name, const kit::Value& activity_name, const kit::Value& param,
+                            kit::Date created_at) override;
+  /// The app's entrance: the same, but refused, with a line, while the forget-me flag is set. Answers whether the
+  /// activity is stored. Any thread.
+  bool addActivityOfApp(const kit::Value& group_name, const kit::Value& activity_name, const kit::Value& param,
+                        kit::Date created_at);
+
+  kit::MutableDictionary makeCommonParameter(const std::string& sdk_version) override;
+  kit::Value makeJsonParameter(const kit::Value& payload, const std::string& encryption_key) override;
+
+  void setConversionResult(bool result) override { conversion_result_ = result; }
+  void setConversionResultCode(int64_t code) override { conversion_result_code_ = code; }
+  /// What the last conversion answer said; false and 0 before there was one.
+  bool conversionResult() const { return conversion_result_; }
+  int64_t conversionResultCode() const { return conversion_result_code_; }
+  std::optional<std::string> appleAdvertisingIdentifier() const override { return parts_.util.IDFA(); }
+  void saveConversionInfoForCacheWithConversionArr(const kit::Value& conversion_keys) override;
+
+  std::shared_ptr<const kit::SaveFendoUserInfoDelegate> saveFendoUserInfoDelegate() const override;
+  /// Held weakly. Any thread.
+  void setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate);
+
+  void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) override;
+
+ private:
+  bool record(const kit::Value& group_name, const kit::Value& activity_name, const kit::Value& param,
+              kit::Date created_at);
+  kit::Value recordable(const kit::Value& value, const char* field) const;
+  void store(const kit::Value& activity);
+
+  const ServicesParts parts_;
+  std::atomic<bool> is_forget_me_{false};
+  std::atomic<double> interval_seconds_{0.0};
+  std::atomic<bool> conversion_result_{false};
+  std::atomic<int64_t> conversion_result_code_{0};
+  services::Locked<std::weak_ptr<const kit::SaveFendoUserInfoDelegate>> save_delegate_;
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,44 @@
+#include "host/siblings/common_parameters.h"
+
+#include "kit/device.h"
+
+namespace morvik::host {
+namespace {
+
+// Those that are not constant: "sdk_version", "puid", "network".
+constexpr size_t kChangingFields = 3;
+
+}  // namespace
+
+CommonParameters::CommonParameters(const Identity& identity) : util_(identity.util), puid_(identity.puid) {
+  const DeviceDescription& device = identity.device;
+  const bool is_portrait = device.orientation == kit::kOrientationPortrait;
+  constant_ = {
+      {kit::Value::literal("appkey"), identity.app_key},
+      {kit::Value::literal("os_type"), kit::Value::literal("ios")},
+      {kit::Value::literal("os_version"), device.system_version},
+      {kit::Value::literal("device_model"), device.model},
+      {kit::Value::literal("language"), device.language},
+      {kit::Value::literal("country"), device.country},
+      {kit::Value::literal("timezone"), identity.zone_name},
+      {kit::Value::literal("app_version_name"), device.app_version_name},
+      {kit::Value::literal("app_version_code"), device.app_version_code},
+      {kit::Value::literal("package_name"), device.package_name},
+      {kit::Value::literal("idfa"), identity.util.IDFA().value_or("")},
+      {kit::Value::literal("install_id"), identity.install_id},
+      {kit::Value::literal("carrier"), device.carrier},
+      {kit::Value::literal("portrait"), is_portrait ? kit::Value::literal("true") : kit::Value::literal("false")},
+  };
+}
+
+kit::MutableDictionary CommonParameters::make(const std::string& sdk_version) const {
+  kit::MutableDictionary parameters(constant_.size() + kChangingFields);
+  for (const kit::Entry& entry : constant_)
+    parameters.add(entry.key, entry.value);
+  parameters.add(kit::Value::literal("sdk_version"), sdk_version);
+  parameters.add(kit::Value::literal("puid"), puid_.getPUID().value_or(""));
+  parameters.add(kit::Value::literal("network"), util_.getNetworkStatus());
+  return parameters;
+}
+
+}  // namespace morvik::host

@@ -1,0 +1,37 @@
+// The fields that every payload begins with.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/siblings/MorvikADGetPUID.h"
+#include "host/siblings/MorvikADUtil.h"
+#include "kit/value.h"
+#include "morvik/host_options.h"
+
+namespace morvik::host {
+
+/// What the device and the app say of themselves. References outlive the object made of this.
+struct Identity {
+  const DeviceDescription& device;
+  std::string app_key;
+  std::string install_id;
+  std::string zone_name;
+  const MorvikADUtil& util;
+  const MorvikADGetPUID& puid;
+};
+
+/// All are strings, "" where unknown. What cannot change while the process runs is made once. Any thread.
+class CommonParameters {
+ public:
+  explicit CommonParameters(const Identity& identity);
+  /// A fresh dictionary, in a fixed order.
+  kit::MutableDictionary make(const std::string& sdk_version) const;
+
+ private:
+  const MorvikADUtil& util_;
+  const MorvikADGetPUID& puid_;
+  std::vector<kit::Entry> constant_;
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,16 @@
+#include "host/siblings/kept_identifier.h"
+
+#include "services/uuid.h"
+
+namespace morvik::host {
+
+std::string keptIdentifier(kit::KeyValueStore& store, std::string_view key, kit::Random& random) {
+  const kit::Value stored = store.get(key);
+  if (!stored.string().empty())
+    return std::string(stored.string());
+  const std::string made = services::makeRandomUuid(random);
+  store.set(key, made);
+  return made;
+}
+
+}  // namespace morvik::host

@@ -1,0 +1,33 @@
+#include "host/loop/thread.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <array>
+#include <string>
+
+namespace morvik::host {
+namespace {
+
+TEST(Thread, IsNamedAndTakesNoSignals) {
+  std::string name;
+  bool takes_terminate = true;
+  auto started = startThread("morvik-test", [&] {
+    std::array<char, 16> buffer{};
+    pthread_getname_np(pthread_self(), buffer.data(), buffer.size());
+    name = buffer.data();
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    takes_terminate = sigismember(&mask, SIGTERM) == 0;
+  });
+  ASSERT_TRUE(std::holds_alternative<std::thread>(started));
+  std::get<std::thread>(started).join();
+  EXPECT_FALSE(takes_terminate);
+  sigset_t here;
+  pthread_sigmask(SIG_SETMASK, nullptr, &here);
+  EXPECT_EQ(sigismember(&here, SIGTERM), 0) << "the maker's own signals were not given back";
+}
+
+}  // namespace
+}  // namespace morvik::host
