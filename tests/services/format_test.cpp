@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace morvik::services {
 namespace {
@@ -55,8 +58,8 @@ TEST(Format, TakesArgumentsOfEveryKind) {
   const std::string text = "string";
   EXPECT_EQ(format("%@", {text}), "string");
   EXPECT_EQ(format("%@", {std::string_view("view")}), "view");
-  EXPECT_EQ(format("%@", {std::optional<std::string>("there")}), "there");
-  EXPECT_EQ(format("%@", {std::optional<std::string>()}), "(null)");
+  const std::vector<std::optional<std::string>> optional_texts = {"there", std::nullopt};
+  EXPECT_EQ(format("%@ %@", {optional_texts[0], optional_texts[1]}), "there (null)");
   const char* const nothing = nullptr;
   EXPECT_EQ(format("%s", {nothing}), "(null)");
   EXPECT_EQ(format("%@ %d", {true, false}), "1 0");
