@@ -17,6 +17,12 @@ int64_t floorDivide(int64_t value, int64_t divisor) {
   return value % divisor < 0 ? quotient - 1 : quotient;
 }
 
+/// What floorDivide leaves over: from 0 to below `divisor`. Multiplying back would overflow at the ends of the range.
+int64_t floorRemainder(int64_t value, int64_t divisor) {
+  const int64_t remainder = value % divisor;
+  return remainder < 0 ? remainder + divisor : remainder;
+}
+
 // Days are counted in eras of 400 years that begin on 1 March, so that the leap day is the last of its year.
 constexpr int64_t kDaysPerEra = 146'097;
 constexpr int64_t kDaysFromEraStartTo1970 = 719'468;
@@ -149,7 +155,7 @@ int readOffsetSeconds(FieldReader& reader) {
 kit::CalendarComponents civilAt(kit::Date date, int utc_offset_seconds) {
   const int64_t seconds = floorDivide(date.microseconds, kMicrosecondsPerSecond) + utc_offset_seconds;
   const int64_t days = floorDivide(seconds, kSecondsPerDay);
-  const auto second_of_day = static_cast<int>(seconds - days * kSecondsPerDay);
+  const auto second_of_day = static_cast<int>(floorRemainder(seconds, kSecondsPerDay));
   kit::CalendarComponents civil;
   civilFromDays(days, civil);
   civil.hour = second_of_day / 3600;
@@ -195,8 +201,7 @@ std::string iso8601(kit::Date date) {
   appendPadded(civil.minute, 2, text);
   text += ':';
   appendPadded(civil.second, 2, text);
-  const int64_t fraction =
-      date.microseconds - floorDivide(date.microseconds, kMicrosecondsPerSecond) * kMicrosecondsPerSecond;
+  const int64_t fraction = floorRemainder(date.microseconds, kMicrosecondsPerSecond);
   if (fraction != 0) {
     text += '.';
     appendPadded(fraction, 6, text);
