@@ -1,0 +1,165 @@
+// What one recorded and synchronized event costs the caller, at several depths of the queue, and what a start costs.
+#include <stdlib.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "host/store/sqlite_store.h"
+#include "kit/value.h"
+
+namespace morvik {
+namespace {
+
+constexpr const char* kQueue = "fendoActivityInfos";
+/// Time between two measured events, in batches of which the background thread gets room to work.
+constexpr int kEventsMeasured = 20000;
+
+class NoLog : public kit::LogSink {
+ public:
+  void line(std::string_view text) override {
+    std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
+  }
+};
+
+class Folder {
+ public:
+  Folder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "morvik_bench_XXXXXX").string();
+    path_ = ::mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  ~Folder() { std::filesystem::remove_all(path_); }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+/// The record that the services object stores for one activity.
+kit::Value makeRecord(int number) {
+  kit::MutableDictionary record(size_t{12});
+  record.add(kit::Value::literal("activityEventID"),
+             "0192f0c8-7f3a-7c11-9d2b-" + std::to_string(100000000000 + number));
+  record.add(kit::Value::literal("activityGroup"), kit::Value::literal("shop"));
+  record.add(kit::Value::literal("activity"), kit::Value::literal("purchase"));
+  record.add(kit::Value::literal("param"), "{\"price\":12.5,\"number\":" + std::to_string(number) + "}");
+  record.add(kit::Value::literal("createdAt"), kit::Date{1'700'000'000'000'000 + number});
+  record.add(kit::Value::literal("referralKey"), int64_t{1234567});
+  record.add(kit::Value::literal("sessionLength"), number);
+  record.add(kit::Value::literal("network"), kit::Value::literal("wifi"));
+  record.add(kit::Value::literal("portrait"), true);
+  return kit::Value(std::move(record));
+}
+
+void append(kit::KeyValueStore& store, int number) {
+  kit::MutableArray queue(store.get(kQueue));
+  queue.append(makeRecord(number));
+  store.set(kQueue, kit::Value(std::move(queue)));
+}
+
+void fill(kit::KeyValueStore& store, int depth) {
+  for (int i = 0; i < depth; ++i)
+    append(store, i);
+  store.synchronize();
+}
+
+double microseconds(std::chrono::steady_clock::duration time) {
+  return std::chrono::duration<double, std::micro>(time).count();
+}
+
+void recordAndSynchronize(benchmark::State& state) {
+  const Folder folder;
+  NoLog log;
+  host::SqliteStore store({.place = {.folder = folder.path()}}, log);
+  const auto depth = static_cast<int>(state.range(0));
+  fill(store, depth);
+  store.flushAndWait();
+  std::vector<double> times;
+  int number = depth;
+  for (auto _ : state) {
+    const auto begin = std::chrono::steady_clock::now();
+    append(store, number++);
+    store.synchronize();
+    times.push_back(microseconds(std::chrono::steady_clock::now() - begin));
+  }
+  std::sort(times.begin(), times.end());
+  state.counters["median_us"] = times[times.size() / 2];
+  state.counters["p99.9_us"] = times[times.size() - 1 - times.size() / 1000];
+  state.counters["max_us"] = times.back();
+}
+BENCHMARK(recordAndSynchronize)
+    ->Arg(10)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Iterations(kEventsMeasured)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
+
+void trimTenFromTheFront(benchmark::State& state) {
+  const Folder folder;
+  NoLog log;
+  host::SqliteStore store({.place = {.folder = folder.path()}}, log);
+  const auto depth = static_cast<int>(state.range(0));
+  fill(store, depth);
+  store.flushAndWait();
+  int number = depth;
+  for (auto _ : state) {
+    state.PauseTiming();
+    for (int i = 0; i < 10; ++i)
+      append(store, number++);
+    store.synchronize();
+    int index = 0;
+    kit::MutableArray queue(store.get(kQueue));
+    queue.retainIf([&index](const kit::Value&) { return index++ >= 10; });
+    store.set(kQueue, kit::Value(std::move(queue)));
+    state.ResumeTiming();
+    store.synchronize();
+  }
+}
+BENCHMARK(trimTenFromTheFront)
+    ->Arg(20)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
+
+void nothingToSynchronize(benchmark::State& state) {
+  const Folder folder;
+  NoLog log;
+  host::SqliteStore store({.place = {.folder = folder.path()}}, log);
+  fill(store, 10);
+  for (auto _ : state)
+    store.synchronize();
+}
+BENCHMARK(nothingToSynchronize);
+
+void openAndLoad(benchmark::State& state) {
+  const Folder folder;
+  NoLog log;
+  {
+    host::SqliteStore store({.place = {.folder = folder.path()}}, log);
+    fill(store, static_cast<int>(state.range(0)));
+  }
+  for (auto _ : state) {
+    auto store = std::make_unique<host::SqliteStore>(host::SqliteStoreOptions{.place = {.folder = folder.path()}}, log);
+    state.PauseTiming();
+    store.reset();
+    state.ResumeTiming();
+  }
+}
+BENCHMARK(openAndLoad)->Arg(0)->Arg(10000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
+}  // namespace morvik
+
+BENCHMARK_MAIN();

@@ -1,0 +1,53 @@
+// Which rows of the store hold the elements of one stored array, and which of them a new version of it changes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "kit/value.h"
+
+namespace morvik::host {
+
+/// Rows have orders from 0 up to here, exclusive; an array whose next row would lie beyond is written anew from 0.
+/// At a million appended elements a second that takes twelve days, at a thousand a day three million years.
+inline constexpr int64_t kMaxRowOrder = int64_t{1} << 40;
+
+/// Consecutive rows.
+struct RowRange {
+  int64_t first = 0;
+  int64_t count = 0;
+  friend bool operator==(const RowRange&, const RowRange&) = default;
+};
+
+/// What has to be written so that the rows hold a new version of the array.
+struct RowChange {
+  std::vector<RowRange> removed;  ///< rows that go
+  size_t appended_from = 0;       ///< index, in the new version, of the first element that needs a new row
+  int64_t first_new_row = 0;      ///< order of that row; the others follow
+  bool kept_all = true;           ///< no row went: `kept` is not filled
+  std::vector<RowRange> kept;     ///< rows that stay, in order
+
+  friend bool operator==(const RowChange&, const RowChange&) = default;
+};
+
+/// The rows of one array, in order. Kept as ranges: appending and trimming leave few of them, however long the array.
+class ArrayRows {
+ public:
+  /// Adds a row that was found in the store; rows are added in their order.
+  void add(int64_t order);
+  /// What leads from `before`, which these rows hold, to `after`. Elements are told apart by identity, so what came of
+  /// the stored array by appending or removing costs what was changed. Changes nothing here.
+  RowChange changeTo(const kit::Array& before, const kit::Array& after) const;
+  /// Takes the change over, once it is written. `size` is that of the new version.
+  void apply(const RowChange& change, size_t size);
+
+  const std::vector<RowRange>& ranges() const { return ranges_; }
+  int64_t next() const { return next_; }
+
+ private:
+  std::vector<RowRange> ranges_;
+  int64_t next_ = 0;
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,136 @@
+#include "host/store/sqlite_connection.h"
+
+#include <sqlite3.h>
+
+namespace morvik::host {
+namespace {
+
+constexpr int kExtendedCodeMask = 0xFF;
+
+bool meansUnreadable(int code) {
+  switch (code & kExtendedCodeMask) {
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+    // A row where none should be, or of another type: the file contradicts what was read from it.
+    case SQLITE_CONSTRAINT:
+    case SQLITE_MISMATCH:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+void Statement::Close::operator()(sqlite3_stmt* handle) const {
+  sqlite3_finalize(handle);
+}
+
+Statement& Statement::bind(int place, int64_t number) {
+  sqlite3_bind_int64(handle_.get(), place, number);
+  return *this;
+}
+
+Statement& Statement::bindText(int place, std::string_view text) {
+  sqlite3_bind_text64(handle_.get(), place, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
+  return *this;
+}
+
+Statement& Statement::bindBlob(int place, std::string_view bytes) {
+  sqlite3_bind_blob64(handle_.get(), place, bytes.data(), bytes.size(), SQLITE_STATIC);
+  return *this;
+}
+
+Statement& Statement::bindNull(int place) {
+  sqlite3_bind_null(handle_.get(), place);
+  return *this;
+}
+
+int Statement::run() {
+  int code = SQLITE_ROW;
+  while (code == SQLITE_ROW)
+    code = sqlite3_step(handle_.get());
+  sqlite3_reset(handle_.get());
+  return code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+int Statement::step() {
+  return sqlite3_step(handle_.get());
+}
+
+void Statement::reset() {
+  sqlite3_reset(handle_.get());
+}
+
+int64_t Statement::integer(int column) const {
+  return sqlite3_column_int64(handle_.get(), column);
+}
+
+std::string_view Statement::bytes(int column) const {
+  const auto* data = static_cast<const char*>(sqlite3_column_blob(handle_.get(), column));
+  const auto size = static_cast<size_t>(sqlite3_column_bytes(handle_.get(), column));
+  return data == nullptr ? std::string_view() : std::string_view(data, size);
+}
+
+bool Statement::isNull(int column) const {
+  return sqlite3_column_type(handle_.get(), column) == SQLITE_NULL;
+}
+
+void Connection::Close::operator()(sqlite3* handle) const {
+  sqlite3_close_v2(handle);
+}
+
+StoreOutcome Connection::open(const std::string& path, const std::string& vfs, bool read_only, Connection& out) {
+  // Each connection is guarded by its owner, so SQLite's own mutex would only cost time.
+  const int flags = (read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) | SQLITE_OPEN_NOMUTEX |
+                    SQLITE_OPEN_EXRESCODE | SQLITE_OPEN_PRIVATECACHE;
+  sqlite3* handle = nullptr;
+  const int code = sqlite3_open_v2(path.c_str(), &handle, flags, vfs.c_str());
+  out.handle_.reset(handle);
+  if (code != SQLITE_OK) {
+    if (handle == nullptr)
+      return StoreProblem{StoreProblem::Kind::kUnavailable, sqlite3_errstr(code)};
+    return out.problem();
+  }
+  sqlite3_busy_timeout(handle, kBusyWaitMilliseconds);
+  // Left to itself, the last connection writes the whole log back and removes it when it is closed.
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+  // Whatever a damaged file may hold, nothing in it is run.
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+  return std::nullopt;
+}
+
+StoreOutcome Connection::execute(const char* sql) {
+  if (sqlite3_exec(handle_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+    return problem();
+  return std::nullopt;
+}
+
+StoreOutcome Connection::prepare(const char* sql, Statement& out) {
+  sqlite3_stmt* handle = nullptr;
+  if (sqlite3_prepare_v3(handle_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &handle, nullptr) != SQLITE_OK)
+    return problem();
+  out = Statement(handle);
+  return std::nullopt;
+}
+
+StoreOutcome Connection::number(const char* sql, int64_t& out) {
+  Statement statement;
+  if (StoreOutcome failed = prepare(sql, statement))
+    return failed;
+  if (statement.step() != SQLITE_ROW)
+    return problem();
+  out = statement.integer(0);
+  return std::nullopt;
+}
+
+StoreProblem Connection::problem() const {
+  const int code = sqlite3_extended_errcode(handle_.get());
+  return {meansUnreadable(code) ? StoreProblem::Kind::kUnreadable : StoreProblem::Kind::kUnavailable,
+          sqlite3_errmsg(handle_.get())};
+}
+
+}  // namespace morvik::host

@@ -1,0 +1,80 @@
+// SQLite's handles, owned, and its errors as values.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace morvik::host {
+
+/// Why a store could not be opened, read or written.
+struct StoreProblem {
+  enum class Kind : uint8_t {
+    kUnavailable,  ///< the file may be good: no room, no permission, an input or output error, busy
+    kUnreadable,   ///< the file is not, or no longer, a store
+    kNewer,        ///< a later version of this program wrote it
+  };
+  Kind kind = Kind::kUnavailable;
+  std::string message;
+};
+
+using StoreOutcome = std::optional<StoreProblem>;  ///< nothing: it worked
+
+/// How long a statement waits for another program that holds the file (an inspector, a backup).
+inline constexpr int kBusyWaitMilliseconds = 100;
+
+/// A prepared statement. Bound texts and blobs are not copied: they live until the statement has run.
+class Statement {
+ public:
+  Statement() = default;
+  explicit Statement(sqlite3_stmt* handle) : handle_(handle) {}
+
+  Statement& bind(int place, int64_t number);
+  Statement& bindText(int place, std::string_view text);
+  Statement& bindBlob(int place, std::string_view bytes);
+  Statement& bindNull(int place);
+  /// Runs to the end and makes ready for the next use; an SQLite result code, SQLITE_OK when it worked.
+  int run();
+  /// One step; an SQLite result code.
+  int step();
+  void reset();
+  int64_t integer(int column) const;
+  /// Valid until the next step.
+  std::string_view bytes(int column) const;
+  bool isNull(int column) const;
+
+ private:
+  struct Close {
+    void operator()(sqlite3_stmt* handle) const;
+  };
+  std::unique_ptr<sqlite3_stmt, Close> handle_;
+};
+
+/// One connection. Belongs to one thread at a time.
+class Connection {
+ public:
+  /// `vfs`: SQLite's name of the file system to use.
+  static StoreOutcome open(const std::string& path, const std::string& vfs, bool read_only, Connection& out);
+
+  sqlite3* handle() const { return handle_.get(); }
+  StoreOutcome execute(const char* sql);
+  StoreOutcome prepare(const char* sql, Statement& out);
+  /// The first column of the first row as a number.
+  StoreOutcome number(const char* sql, int64_t& out);
+  /// The connection's last error, sorted by what can be done about it.
+  StoreProblem problem() const;
+  void close() { handle_.reset(); }
+
+ private:
+  struct Close {
+    void operator()(sqlite3* handle) const;
+  };
+  std::unique_ptr<sqlite3, Close> handle_;
+};
+
+}  // namespace morvik::host

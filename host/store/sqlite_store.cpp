@@ -1,0 +1,533 @@
+#include "host/store/sqlite_store.h"
+
+#include <algorithm>
+
+#include "host/store/value_codec.h"
+
+namespace morvik::host {
+namespace {
+
+using kit::Array;
+using kit::Value;
+
+/// Readings of a file that another process is changing meanwhile.
+constexpr int kReadAttempts = 3;
+
+Array arrayOrEmpty(const Value& value) {
+  return value.array();
+}
+
+Value joined(const Value& first, const Value& second) {
+  kit::MutableArray all(first);
+  for (const Value& element : second.array())
+    all.append(element);
+  return Value(std::move(all));
+}
+
+}  // namespace
+
+SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log) : options_(std::move(options)), log_(log) {
+  const std::lock_guard lock(commit_mutex_);
+  if (options_.read_only) {
+    openReadOnly();
+    return;
+  }
+  opening_ = openWritable();
+  if (database_ == nullptr && !may_reopen_)
+    return;
+  flusher_ = std::make_unique<BackgroundFlusher>([this](BackgroundFlusher::Urgency urgency) { flush(urgency); },
+                                                 options_.flush_delay);
+  if (database_ != nullptr && database_->fresh())
+    flusher_->flushSoon();
+}
+
+SqliteStore::~SqliteStore() {
+  shutdown();
+}
+
+// ------------------------------------------------------------------------------------------------------ readers,
+// writers
+
+Value SqliteStore::get(std::string_view key) const {
+  const std::lock_guard lock(memory_mutex_);
+  const auto found = properties_.find(key);
+  return found == properties_.end() ? Value() : found->second->value;
+}
+
+// The value that is replaced goes with the parameter, after the lock: it may be the last handle of a long list.
+void SqliteStore::set(std::string_view key, Value value) {
+  const std::lock_guard lock(memory_mutex_);
+  Property& property = propertyOf(key);
+  if (property.value.identicalTo(value))
+    return;
+  property.value.swap(value);
+  if (property.dirty)
+    return;
+  property.dirty = true;
+  dirty_.push_back(&property);
+}
+
+void SqliteStore::synchronize() {
+  const std::lock_guard lock(commit_mutex_);
+  commit();
+}
+
+std::vector<std::pair<std::string, Value>> SqliteStore::all() const {
+  std::vector<std::pair<std::string, Value>> found;
+  {
+    const std::lock_guard lock(memory_mutex_);
+    for (const auto& [name, property] : properties_) {
+      if (!property->value.isAbsent())
+        found.emplace_back(name, property->value);
+    }
+  }
+  std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+  return found;
+}
+
+void SqliteStore::flushNow() {
+  if (flusher_ != nullptr)
+    flusher_->flushNow(BackgroundFlusher::Urgency::kSessionEnd);
+}
+
+void SqliteStore::flushAndWait() {
+  synchronize();
+  if (flusher_ != nullptr)
+    flusher_->flushAndWait(BackgroundFlusher::Urgency::kSessionEnd);
+}
+
+void SqliteStore::shutdown() {
+  flushAndWait();
+  if (flusher_ != nullptr)
+    flusher_->stop();
+  const std::lock_guard lock(commit_mutex_);
+  may_reopen_ = false;
+  keeper_.reset();
+  database_.reset();
+  lock_.release();
+}
+
+SqliteStore::Property& SqliteStore::propertyOf(std::string_view key) {
+  const auto found = properties_.find(key);
+  if (found != properties_.end())
+    return *found->second;
+  auto property = std::make_unique<Property>();
+  property->name = key;
+  return *properties_.emplace(std::string(key), std::move(property)).first->second;
+}
+
+bool SqliteStore::anythingDirty() const {
+  const std::lock_guard lock(memory_mutex_);
+  return !dirty_.empty();
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+// opening
+
+void SqliteStore::openReadOnly() {
+  StoreOutcome failed;
+  for (int attempt = 0; attempt < kReadAttempts; ++attempt) {
+    failed = openAndLoad(true);
+    if (!failed || failed->kind != StoreProblem::Kind::kUnreadable)
+      break;
+  }
+  if (!failed) {
+    tellDamaged();
+  } else if (failed->kind == StoreProblem::Kind::kNewer) {
+    opening_ = StoreOpening::kNewerVersion;
+    tell(
+        "Morvik host: the store \"%@\" has version %@, this program knows versions up to %ld: use a newer program to "
+        "look into it.",
+        {options_.place.path(), failed->message, kStoreVersion});
+  } else {
+    opening_ = StoreOpening::kNothingToRead;
+    tell("Morvik host: there is no store to read at \"%@\" (%@): check the folder.",
+         {options_.place.path(), failed->message});
+  }
+  database_.reset();
+}
+
+StoreOpening SqliteStore::openWritable() {
+  const Opened opened = lockAndOpen();
+  if (database_ == nullptr)
+    lock_.release();
+  may_reopen_ = opened.state == StoreOpening::kUnavailable;
+  switch (opened.state) {
+    case StoreOpening::kUnavailable:
+      tellCannotOpen(opened.problem);
+      break;
+    case StoreOpening::kNewerVersion:
+      tell(
+          "Morvik host: the store \"%@\" has version %@, this program knows versions up to %ld. It stays untouched and "
+          "nothing is kept beyond this process: update the program or give it another folder.",
+          {options_.place.path(), opened.problem.message, kStoreVersion});
+      break;
+    case StoreOpening::kLocked:
+      tell(
+          "Morvik host: the store in \"%@\" is in use by another process and nothing is kept beyond this one: end the "
+          "other process or give this one a folder of its own.",
+          {options_.place.folder});
+      break;
+    default:
+      tellDamaged();
+  }
+  return opened.state;
+}
+
+SqliteStore::Opened SqliteStore::lockAndOpen() {
+  if (StoreOutcome failed = makeStoreFolder(options_.place.folder))
+    return {StoreOpening::kUnavailable, *failed};
+  StoreProblem problem;
+  switch (lock_.take(options_.place, problem)) {
+    case StoreLock::Result::kHeldByAnother:
+      return {StoreOpening::kLocked, {}};
+    case StoreLock::Result::kFailed:
+      return {StoreOpening::kUnavailable, problem};
+    case StoreLock::Result::kTaken:
+      return openFile();
+  }
+  return {};
+}
+
+SqliteStore::Opened SqliteStore::openFile() {
+  StoreOutcome failed = makeStoreFile(options_.place);
+  if (!failed)
+    failed = openAndLoad(false);
+  if (!failed)
+    return {database_->fresh() ? StoreOpening::kCreated : StoreOpening::kOpened, {}};
+  if (failed->kind == StoreProblem::Kind::kNewer)
+    return {StoreOpening::kNewerVersion, *failed};
+  if (failed->kind == StoreProblem::Kind::kUnavailable)
+    return {StoreOpening::kUnavailable, *failed};
+  failed = setAside(failed->message);
+  if (!failed)
+    failed = makeStoreFile(options_.place);
+  if (!failed)
+    failed = openAndLoad(false);
+  if (failed)
+    return {StoreOpening::kUnavailable, *failed};
+  return {StoreOpening::kSetAside, {}};
+}
+
+StoreOutcome SqliteStore::openAndLoad(bool read_only) {
+  std::unique_ptr<StoreDatabase> database;
+  if (StoreOutcome failed = StoreDatabase::open(options_.place, read_only, database))
+    return failed;
+  std::vector<StoredProperty> loaded;
+  if (StoreOutcome failed = database->load(loaded))
+    return failed;
+  takeOver(loaded);
+  database_ = std::move(database);
+  ++generation_;
+  return std::nullopt;
+}
+
+// When the file could not be opened at the start, what it holds comes to light only now: a list that was begun in
+// memory goes behind the one in the file, so that neither is lost; of other values the newer one stands.
+void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
+  const std::lock_guard lock(memory_mutex_);
+  for (StoredProperty& found : loaded) {
+    const bool set_meanwhile = properties_.contains(found.name);
+    Property& property = propertyOf(found.name);
+    property.id = found.id;
+    property.rows = std::move(found.rows);
+    property.stored = std::move(found.value);
+    next_id_ = std::max(next_id_, property.id + 1);
+    if (!set_meanwhile)
+      property.value = property.stored;
+    else if (!loaded_once_ && property.value.isArray() && property.stored.isArray())
+      property.value = joined(property.stored, property.value);
+  }
+  loaded_once_ = true;
+}
+
+StoreOutcome SqliteStore::setAside(const std::string& reason) {
+  std::string new_path;
+  if (StoreOutcome failed = setStoreAside(options_.place, new_path))
+    return failed;
+  tell(
+      "Morvik host: the store \"%@\" cannot be read (%@). It was set aside as \"%@\" and a fresh one begins: keep that "
+      "file if its contents matter, delete it if not.",
+      {options_.place.path(), reason, new_path});
+  return std::nullopt;
+}
+
+bool SqliteStore::reopen() {
+  if (may_reopen_)
+    openWritable();
+  return database_ != nullptr;
+}
+
+// The file turned out unreadable while in use. Memory holds all of it, so a fresh file takes that over whole.
+StoreOutcome SqliteStore::startAfresh(const std::string& reason) {
+  database_.reset();
+  may_reopen_ = true;
+  forgetStored();
+  if (StoreOutcome failed = setAside(reason))
+    return failed;
+  if (StoreOutcome failed = makeStoreFile(options_.place))
+    return failed;
+  return openAndLoad(false);
+}
+
+void SqliteStore::forgetStored() {
+  const std::lock_guard lock(memory_mutex_);
+  next_id_ = 1;
+  dirty_.clear();
+  for (const auto& [name, property] : properties_) {
+    property->id = 0;
+    property->stored = Value();
+    property->rows = ArrayRows();
+    property->dirty = true;
+    dirty_.push_back(property.get());
+  }
+}
+
+// ------------------------------------------------------------------------------------------------------------
+// committing
+
+void SqliteStore::commit() {
+  if (!anythingDirty() || (database_ == nullptr && !reopen()))
+    return;
+  StoreOutcome failed = applyPending();
+  if (failed && failed->kind == StoreProblem::Kind::kUnreadable) {
+    failed = startAfresh(failed->message);
+    if (!failed)
+      failed = applyPending();
+  }
+  if (failed) {
+    tellCannotWrite(*failed);
+    return;
+  }
+  tellWritable();
+  if (database_->logBytes() > kLogRestartBytes)
+    flusher_->flushNow(BackgroundFlusher::Urgency::kRoutine);
+  else
+    flusher_->flushSoon();
+}
+
+StoreOutcome SqliteStore::applyPending() {
+  gatherDirty();
+  plan();
+  StoreOutcome failed = changes_.empty() ? std::nullopt : database_->apply(changes_);
+  if (failed)
+    keepPending();
+  else
+    setStored();
+  pending_.clear();
+  return failed;
+}
+
+void SqliteStore::gatherDirty() {
+  const std::lock_guard lock(memory_mutex_);
+  for (Property* property : dirty_) {
+    property->dirty = false;
+    pending_.push_back({property, property->value, {}});
+  }
+  dirty_.clear();
+}
+
+void SqliteStore::plan() {
+  changes_.clear();
+  std::erase_if(pending_, [this](Pending& pending) {
+    const StoreChanges::Mark mark = changes_.mark();
+    if (planOne(pending))
+      return false;
+    changes_.backTo(mark);
+    if (!std::exchange(pending.property->refusal_told, true)) {
+      tell(
+          "Morvik host: the value of \"%@\" cannot be kept beyond this process, since it is nested deeper than %ld or "
+          "longer than %ld bytes: the store \"%@\" keeps the one before it.",
+          {pending.property->name, kMaxStoredDepth, kMaxStoredBytes, options_.place.path()});
+    }
+    return true;
+  });
+}
+
+bool SqliteStore::planOne(Pending& pending) {
+  Property& property = *pending.property;
+  const Value& value = pending.value;
+  if (property.id == 0) {
+    if (next_id_ > kMaxPropertyId)
+      return false;
+    property.id = next_id_++;
+  }
+  const Array after = arrayOrEmpty(value);
+  pending.change = property.rows.changeTo(arrayOrEmpty(property.stored), after);
+  const bool stays_array = value.isArray() && property.stored.isArray();
+  const bool stays_absent = value.isAbsent() && property.stored.isAbsent();
+  if (!stays_array && !stays_absent &&
+      !changes_.setProperty(property.id, property.name, value.isArray() ? Value(Array()) : value))
+    return false;
+  for (const RowRange& range : pending.change.removed)
+    changes_.removeRows(property.id, range);
+  int64_t row = pending.change.first_new_row;
+  for (size_t i = pending.change.appended_from; i < after.size(); ++i, ++row) {
+    if (!changes_.addRow(property.id, row, after[i]))
+      return false;
+  }
+  return true;
+}
+
+void SqliteStore::keepPending() {
+  const std::lock_guard lock(memory_mutex_);
+  for (const Pending& pending : pending_) {
+    if (std::exchange(pending.property->dirty, true))
+      continue;
+    dirty_.push_back(pending.property);
+  }
+}
+
+void SqliteStore::setStored() {
+  for (Pending& pending : pending_) {
+    pending.property->rows.apply(pending.change, arrayOrEmpty(pending.value).size());
+    pending.property->stored = std::move(pending.value);
+    pending.property->refusal_told = false;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+// telling
+
+void SqliteStore::tellDamaged() {
+  const size_t damaged = database_->damaged();
+  if (damaged == 0)
+    return;
+  if (options_.read_only) {
+    tell("Morvik host: %ld records of the store \"%@\" are damaged and left out; everything else is shown.",
+         {damaged, options_.place.path()});
+    return;
+  }
+  tell(
+      "Morvik host: %ld records of the store \"%@\" are damaged. They are kept in its table \"unreadable\" and "
+      "everything else is in use: nothing needs to be done.",
+      {damaged, options_.place.path()});
+  changes_.clear();
+  if (StoreOutcome failed = database_->apply(changes_))
+    tellCannotWrite(*failed);
+}
+
+void SqliteStore::tellCannotOpen(const StoreProblem& problem) {
+  if (std::exchange(write_trouble_told_, true))
+    return;
+  tell(
+      "Morvik host: the store \"%@\" cannot be opened (%@). Everything is kept in memory and tried again with the next "
+      "writes: free some space, or make the folder writable.",
+      {options_.place.path(), problem.message});
+}
+
+void SqliteStore::tellCannotWrite(const StoreProblem& problem) {
+  if (std::exchange(write_trouble_told_, true))
+    return;
+  tell(
+      "Morvik host: the store \"%@\" cannot be written (%@). Everything is kept in memory and tried again with the next "
+      "writes: free some space, or make the folder writable.",
+      {options_.place.path(), problem.message});
+}
+
+void SqliteStore::tellWritable() {
+  if (!std::exchange(write_trouble_told_, false))
+    return;
+  tell("Morvik host: the store \"%@\" can be written again: everything that was pending is stored.",
+       {options_.place.path()});
+}
+
+void SqliteStore::tell(std::string_view text, std::initializer_list<services::FormatArgument> arguments) {
+  const std::string line = services::format(text, arguments);
+  if (flusher_ == nullptr && opening_line_.empty())
+    opening_line_ = line;
+  log_.line(line);
+}
+
+// --------------------------------------------------------------------------------------------------------------
+// flushing
+
+void SqliteStore::flush(BackgroundFlusher::Urgency urgency) {
+  uint64_t generation = 0;
+  StoreOutcome failed = flushLog(urgency, generation);
+  const std::lock_guard lock(commit_mutex_);
+  if (failed && failed->kind == StoreProblem::Kind::kUnreadable) {
+    // A commit may have found it out first, and begun another file.
+    if (generation != generation_ || database_ == nullptr)
+      return;
+    failed = startAfresh(failed->message);
+    if (failed)
+      tellCannotWrite(*failed);
+    else
+      commit();
+    return;
+  }
+  tellFlushed(failed);
+}
+
+StoreOutcome SqliteStore::flushLog(BackgroundFlusher::Urgency urgency, uint64_t& generation) {
+  bool fresh = false;
+  int64_t log_bytes = 0;
+  {
+    const std::lock_guard lock(commit_mutex_);
+    generation = generation_;
+    if (database_ == nullptr)
+      return std::nullopt;
+    fresh = database_->fresh();
+    log_bytes = database_->logBytes();
+  }
+  if (StoreOutcome failed = renewKeeper(generation))
+    return failed;
+  const int64_t limit = urgency == BackgroundFlusher::Urgency::kSessionEnd ? kLogSessionEndBytes : kLogRestartBytes;
+  // The file of a fresh store has never been synced itself; writing the log back does that.
+  if (!fresh && log_bytes < limit)
+    return keeper_->syncLog();
+  return restartLog(generation);
+}
+
+StoreOutcome SqliteStore::renewKeeper(uint64_t generation) {
+  if (keeper_ != nullptr && keeper_generation_ == generation)
+    return std::nullopt;
+  keeper_.reset();
+  std::unique_ptr<StoreLogKeeper> keeper;
+  if (StoreOutcome failed = StoreLogKeeper::open(options_.place, keeper))
+    return failed;
+  if (StoreOutcome failed = keeper->check())
+    return failed;
+  keeper_ = std::move(keeper);
+  keeper_generation_ = generation;
+  return std::nullopt;
+}
+
+// Writing back goes on beside the commits. Only when no commit came in between, which is so unless they come without a
+// pause, is the log begun anew, with commits held off: that is one disk sync at most.
+StoreOutcome SqliteStore::restartLog(uint64_t generation) {
+  for (int round = 0; round < kCatchUpRounds; ++round) {
+    int frames = 0;
+    if (StoreOutcome failed = keeper_->writeBack(frames))
+      return failed;
+    const std::lock_guard lock(commit_mutex_);
+    if (generation != generation_ || database_ == nullptr)
+      return std::nullopt;
+    database_->setSynced();
+    if (frames != database_->framesInLog() && database_->logBytes() > kLogHardBytes) {
+      if (StoreOutcome failed = keeper_->writeBack(frames))
+        return failed;
+    }
+    if (frames == database_->framesInLog())
+      return database_->restartLog();
+  }
+  return std::nullopt;
+}
+
+void SqliteStore::tellFlushed(const StoreOutcome& failed) {
+  if (failed) {
+    if (std::exchange(sync_trouble_told_, true))
+      return;
+    tell(
+        "Morvik host: the store \"%@\" cannot be synced to the disk (%@). A power cut would lose what was written since; "
+        "it is tried again with the next writes: free some space, or check the disk.",
+        {options_.place.path(), failed->message});
+    return;
+  }
+  if (!std::exchange(sync_trouble_told_, false))
+    return;
+  tell("Morvik host: the store \"%@\" can be synced to the disk again.", {options_.place.path()});
+}
+
+}  // namespace morvik::host

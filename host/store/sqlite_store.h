@@ -1,0 +1,183 @@
+// The key-value store of a real machine: memory for its readers, SQLite for what survives.
+//
+// set() changes memory. synchronize() and commitTurn() write what changed in one transaction into SQLite's log, by a
+// plain write: when they return it is in the kernel's hands, and the death of the process loses nothing. A thread of
+// the store's own syncs the log to the disk within a second and writes it back into the file from time to time, so no
+// caller ever waits for the disk, with two exceptions that are stated at kLogHardBytes.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "host/store/array_rows.h"
+#include "host/store/background_flusher.h"
+#include "host/store/store_database.h"
+#include "host/store/store_files.h"
+#include "kit/key_value_store.h"
+#include "kit/log.h"
+#include "services/format.h"
+
+namespace morvik::host {
+
+/// From a commit to the disk sync that makes it outlive a power cut. With the sync itself it stays within a second.
+inline constexpr std::chrono::milliseconds kFlushDelay{500};
+/// The log is written back and begun anew when it is longer than this. A start reads all of it, at about a millisecond
+/// for each MiB.
+inline constexpr int64_t kLogRestartBytes = int64_t{4} << 20;
+/// The same at the end of a session, when the app has come to rest and nobody is waiting.
+inline constexpr int64_t kLogSessionEndBytes = int64_t{256} << 10;
+/// While commits keep coming without a pause the log cannot be begun anew between two of them, and grows. Past this
+/// length the next commit waits, once, until it is. It takes about 16,000 commits within one write-back to get there.
+/// (The other exception: beginning the log anew takes one disk sync, and a commit that falls into it waits for it.)
+inline constexpr int64_t kLogHardBytes = int64_t{64} << 20;
+/// Write-backs in a row to catch up with a writer, before the rest is left to the next flush.
+inline constexpr int kCatchUpRounds = 4;
+
+struct SqliteStoreOptions {
+  StorePlace place;
+  /// For inspectors: values are loaded, no lock is taken, no file is made or changed, and writes stay in memory.
+  bool read_only = false;
+  std::chrono::milliseconds flush_delay = kFlushDelay;
+};
+
+/// How opening went. In every case the store can be used; in the last four it lives in memory.
+enum class StoreOpening : uint8_t {
+  kOpened,
+  kCreated,       ///< there was none
+  kSetAside,      ///< the file could not be read: it has another name now, and a fresh store begins
+  kUnavailable,   ///< no room, no permission, an input or output error: tried again with the next writes
+  kNewerVersion,  ///< the file is left as it is
+  kLocked,        ///< another process uses the store
+  kNothingToRead  ///< read only: there is no store, or it cannot be read
+};
+
+class SqliteStore : public kit::KeyValueStore {
+ public:
+  /// Opens the store and loads all of it; blocks for reading the file, not for a disk sync. What went wrong is told in
+  /// one line, in `log` and by openingLine(). `log` must outlive the store; it is called on any thread.
+  SqliteStore(SqliteStoreOptions options, kit::LogSink& log);
+  /// shutdown().
+  ~SqliteStore() override;
+  SqliteStore(const SqliteStore&) = delete;
+  SqliteStore& operator=(const SqliteStore&) = delete;
+
+  StoreOpening opening() const { return opening_; }
+  /// The line that told what went wrong; empty when nothing did.
+  const std::string& openingLine() const { return opening_line_; }
+
+  kit::Value get(std::string_view key) const override;
+  void set(std::string_view key, kit::Value value) override;
+  void synchronize() override;
+  /// What a turn of the main queue wrote without synchronize(); the same as synchronize(), and as cheap when there is
+  /// nothing.
+  void commitTurn() { synchronize(); }
+
+  /// All properties that are there, in the order of their names. Any thread.
+  std::vector<std::pair<std::string, kit::Value>> all() const;
+
+  /// The session has ended: syncs to the disk at once, on the store's own thread. Any thread; does not block.
+  void flushNow();
+  /// Commits, syncs, and blocks until that is done. For tools and the end of a process, never for the main thread.
+  void flushAndWait();
+  /// flushAndWait(), then closes the file and lets the lock go. Later writes stay in memory. May be called again, but
+  /// not by two threads at a time.
+  void shutdown();
+
+ private:
+  struct Property {
+    std::string name;
+    // Under memory_mutex_:
+    kit::Value value;
+    bool dirty = false;
+    // Under commit_mutex_: what lies in the file.
+    int64_t id = 0;  ///< 0: none yet
+    kit::Value stored;
+    ArrayRows rows;
+    bool refusal_told = false;
+  };
+  struct Pending {
+    Property* property;
+    kit::Value value;
+    RowChange change;
+  };
+  struct TextHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+  };
+  struct Opened {
+    StoreOpening state = StoreOpening::kOpened;
+    StoreProblem problem;
+  };
+
+  Property& propertyOf(std::string_view key);
+  bool anythingDirty() const;
+
+  // These hold commit_mutex_, which is taken before memory_mutex_.
+  void openReadOnly();
+  StoreOpening openWritable();
+  Opened lockAndOpen();
+  Opened openFile();
+  StoreOutcome openAndLoad(bool read_only);
+  StoreOutcome setAside(const std::string& reason);
+  bool reopen();
+  void takeOver(std::vector<StoredProperty>& loaded);
+  void forgetStored();
+  StoreOutcome startAfresh(const std::string& reason);
+  void commit();
+  StoreOutcome applyPending();
+  void gatherDirty();
+  void plan();
+  bool planOne(Pending& pending);
+  void keepPending();
+  void setStored();
+  void tellDamaged();
+  void tellCannotOpen(const StoreProblem& problem);
+  void tellCannotWrite(const StoreProblem& problem);
+  void tellWritable();
+  void tell(std::string_view text, std::initializer_list<services::FormatArgument> arguments);
+
+  // These run on the flusher's thread and hold nothing when they are called.
+  void flush(BackgroundFlusher::Urgency urgency);
+  StoreOutcome flushLog(BackgroundFlusher::Urgency urgency, uint64_t& generation);
+  StoreOutcome renewKeeper(uint64_t generation);
+  StoreOutcome restartLog(uint64_t generation);
+  void tellFlushed(const StoreOutcome& failed);
+
+  const SqliteStoreOptions options_;
+  kit::LogSink& log_;
+  StoreOpening opening_ = StoreOpening::kOpened;
+  std::string opening_line_;
+
+  mutable std::mutex memory_mutex_;
+  std::unordered_map<std::string, std::unique_ptr<Property>, TextHash, std::equal_to<>> properties_;
+  std::vector<Property*> dirty_;
+
+  std::mutex commit_mutex_;
+  StoreLock lock_;
+  std::unique_ptr<StoreDatabase> database_;  ///< null: in memory
+  bool may_reopen_ = false;                  ///< in memory for now, not for good
+  bool loaded_once_ = false;                 ///< memory holds all that the file held
+  uint64_t generation_ = 0;                  ///< counts the files opened
+  int64_t next_id_ = 1;
+  std::vector<Pending> pending_;
+  StoreChanges changes_;
+  bool write_trouble_told_ = false;
+  bool sync_trouble_told_ = false;
+
+  std::unique_ptr<StoreLogKeeper> keeper_;  ///< the flusher's alone
+  uint64_t keeper_generation_ = 0;
+
+  std::unique_ptr<BackgroundFlusher> flusher_;  ///< null: nothing can ever be written
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,380 @@
+#include "host/store/store_database.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "host/store/value_codec.h"
+
+namespace morvik::host {
+namespace {
+
+using kit::Value;
+
+constexpr int64_t kFrameBytes = 4096 + 24;  // a page and what stands before it in the log
+
+// A property's value lies in its row; an array's row holds the empty array, and its elements lie in rows of their own.
+// Their key is the property's number and the element's order in one integer: the fastest key there is, and a run of
+// elements is a range of keys.
+constexpr const char* kMakeTables =
+    "BEGIN IMMEDIATE;"
+    "CREATE TABLE properties(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, value BLOB);"
+    "CREATE TABLE elements(id INTEGER PRIMARY KEY, value BLOB);"
+    "CREATE TABLE unreadable(property TEXT, id INTEGER, value BLOB);"
+    "CREATE TABLE log(restarts INTEGER);"
+    "INSERT INTO log VALUES(0);"
+    "PRAGMA application_id=1297241675;"
+    "PRAGMA user_version=1;"
+    "COMMIT";
+static_assert(kStoreApplicationId == 1297241675 && kStoreVersion == 1, "the text above names both");
+
+constexpr int kPropertyShift = 40;
+static_assert(kMaxRowOrder == int64_t{1} << kPropertyShift);
+
+int64_t rowId(int64_t property_id, int64_t order) {
+  return (property_id << kPropertyShift) | order;
+}
+
+bool isPropertyId(int64_t id) {
+  return id >= 1 && id <= kMaxPropertyId;
+}
+
+StoreProblem unreadable(std::string message) {
+  return {StoreProblem::Kind::kUnreadable, std::move(message)};
+}
+
+}  // namespace
+
+// ------------------------------------------------------------------------------------------------------------- changes
+
+void StoreChanges::clear() {
+  properties_.clear();
+  removals_.clear();
+  elements_.clear();
+  bytes_.clear();
+}
+
+bool StoreChanges::setProperty(int64_t id, std::string_view name, const Value& value) {
+  const size_t begin = bytes_.size();
+  if (!value.isAbsent() && !encodeValue(value, bytes_))
+    return false;
+  properties_.push_back({id, name, begin, bytes_.size() - begin});
+  return true;
+}
+
+void StoreChanges::removeRows(int64_t property_id, RowRange rows) {
+  const int64_t first = rowId(property_id, rows.first);
+  removals_.push_back({first, first + rows.count - 1});
+}
+
+bool StoreChanges::addRow(int64_t property_id, int64_t order, const Value& element) {
+  const size_t begin = bytes_.size();
+  if (!encodeValue(element, bytes_))
+    return false;
+  elements_.push_back({rowId(property_id, order), begin, bytes_.size() - begin});
+  return true;
+}
+
+void StoreChanges::backTo(const Mark& mark) {
+  properties_.resize(mark.properties);
+  removals_.resize(mark.removals);
+  elements_.resize(mark.elements);
+  bytes_.resize(mark.bytes);
+}
+
+// ------------------------------------------------------------------------------------------------------------ database
+
+StoreOutcome StoreDatabase::open(const StorePlace& place, bool read_only, std::unique_ptr<StoreDatabase>& out) {
+  auto database = std::make_unique<StoreDatabase>();
+  // An inspector locks nothing, so that it may look at a store in use.
+  const std::string vfs = read_only ? "unix-none" : place.vfs;
+  if (StoreOutcome failed = Connection::open(place.path(), vfs, read_only, database->connection_))
+    return failed;
+  if (read_only) {
+    if (StoreOutcome failed = database->connection_.execute("PRAGMA locking_mode=EXCLUSIVE"))
+      return failed;
+  }
+  if (StoreOutcome failed = database->identify(read_only))
+    return failed;
+  if (!read_only) {
+    database->watchLog();
+    if (StoreOutcome failed = database->prepareAll())
+      return failed;
+  }
+  out = std::move(database);
+  return std::nullopt;
+}
+
+StoreOutcome StoreDatabase::identify(bool read_only) {
+  int64_t application = 0;
+  int64_t version = 0;
+  int64_t tables = 0;
+  if (StoreOutcome failed = connection_.number("PRAGMA application_id", application))
+    return failed;
+  if (StoreOutcome failed = connection_.number("PRAGMA user_version", version))
+    return failed;
+  if (StoreOutcome failed = connection_.number("SELECT count(*) FROM sqlite_schema", tables))
+    return failed;
+  if (application == 0 && version == 0 && tables == 0 && !read_only)
+    return makeTables();
+  if (application != kStoreApplicationId)
+    return unreadable("it is no store of ours");
+  if (version > kStoreVersion)
+    return StoreProblem{StoreProblem::Kind::kNewer, std::to_string(version)};
+  if (version < kStoreVersion)
+    return unreadable("it has no version");
+  return std::nullopt;
+}
+
+StoreOutcome StoreDatabase::makeTables() {
+  // Nothing to lose yet, and the log is a new file: there is nothing old in it that a reordered write could bring back.
+  if (StoreOutcome failed = connection_.execute("PRAGMA synchronous=OFF"))
+    return failed;
+  watchLog();
+  if (StoreOutcome failed = connection_.execute(kMakeTables))
+    return failed;
+  fresh_ = true;
+  return std::nullopt;
+}
+
+// synchronous=NORMAL with a log means: a commit is a write without a sync; a checkpoint syncs the log before it writes
+// to the file, and the file before the log may begin anew; and whoever begins it anew syncs its first page before it
+// writes on. The last of these is what OFF would leave out, and without it a power cut may leave the old log's begin
+// with the new log's pages behind it: old pages would be played into a file that is further on, and corrupt it. So the
+// committing connection stays at NORMAL, and the background thread sees to it that it never is the one to begin the
+// log anew.
+StoreOutcome StoreDatabase::prepareAll() {
+  if (StoreOutcome failed = connection_.execute("PRAGMA synchronous=NORMAL"))
+    return failed;
+  const std::pair<const char*, Statement*> all[] = {
+      {"BEGIN IMMEDIATE", &begin_},
+      {"COMMIT", &commit_},
+      {"ROLLBACK", &rollback_},
+      {"INSERT INTO properties(id,name,value) VALUES(?,?,?) ON CONFLICT(id) DO UPDATE SET value=excluded.value",
+       &set_property_},
+      {"DELETE FROM elements WHERE id BETWEEN ? AND ?", &remove_rows_},
+      {"INSERT INTO elements(id,value) VALUES(?,?)", &add_row_},
+  };
+  for (const auto& [sql, statement] : all) {
+    // A table that is missing shows here.
+    if (StoreOutcome failed = connection_.prepare(sql, *statement))
+      return unreadable(failed->message);
+  }
+  return std::nullopt;
+}
+
+void StoreDatabase::watchLog() {
+  // Also what keeps SQLite from checkpointing on its own: this takes the place of its own hook.
+  sqlite3_wal_hook(
+      connection_.handle(),
+      [](void* database, sqlite3*, const char*, int frames) {
+        static_cast<StoreDatabase*>(database)->frames_in_log_ = frames;
+        return SQLITE_OK;
+      },
+      this);
+}
+
+StoreOutcome StoreDatabase::load(std::vector<StoredProperty>& out) {
+  Statement rows;
+  if (StoreOutcome failed = connection_.prepare("SELECT id,name,value FROM properties ORDER BY id", rows))
+    return unreadable(failed->message);
+  ValueDecoder decoder;
+  int code = SQLITE_ROW;
+  while ((code = rows.step()) == SQLITE_ROW) {
+    StoredProperty property;
+    property.id = rows.integer(0);
+    property.name = rows.bytes(1);
+    std::optional<Value> value;
+    if (rows.isNull(2))
+      value = Value();
+    else
+      value = decoder.decode(rows.bytes(2));
+    if (!isPropertyId(property.id) || !value || (value->isArray() && value->size() != 0)) {
+      damaged_properties_.push_back(property.id);
+      continue;
+    }
+    property.value = *value;
+    out.push_back(std::move(property));
+  }
+  if (code != SQLITE_DONE)
+    return connection_.problem();
+  return loadElements(out);
+}
+
+StoreOutcome StoreDatabase::loadElements(std::vector<StoredProperty>& properties) {
+  Statement rows;
+  if (StoreOutcome failed = connection_.prepare("SELECT id,value FROM elements ORDER BY id", rows))
+    return unreadable(failed->message);
+  ValueDecoder decoder;
+  kit::MutableArray elements;
+  // Both come in the order of the property's number, so one walk over both is enough.
+  auto property = properties.begin();
+  const auto finish = [&] {
+    if (property->value.isArray() && !elements.empty())
+      property->value = Value(std::move(elements));
+    elements = kit::MutableArray();
+  };
+  int code = SQLITE_ROW;
+  while ((code = rows.step()) == SQLITE_ROW) {
+    const int64_t id = rows.integer(0);
+    while (property != properties.end() && property->id < (id >> kPropertyShift)) {
+      finish();
+      ++property;
+    }
+    const bool owned =
+        property != properties.end() && property->id == id >> kPropertyShift && property->value.isArray();
+    std::optional<Value> value;
+    if (owned)
+      value = decoder.decode(rows.bytes(1));
+    if (!value) {
+      damaged_elements_.push_back(id);
+      continue;
+    }
+    property->rows.add(id & (kMaxRowOrder - 1));
+    elements.append(std::move(*value));
+  }
+  if (code != SQLITE_DONE)
+    return connection_.problem();
+  if (property != properties.end())
+    finish();
+  return std::nullopt;
+}
+
+StoreOutcome StoreDatabase::ran(int code) const {
+  if (code == SQLITE_OK)
+    return std::nullopt;
+  return connection_.problem();
+}
+
+StoreOutcome StoreDatabase::write(const StoreChanges& changes) {
+  for (const StoreChanges::Property& property : changes.properties_) {
+    set_property_.bind(1, property.id).bindText(2, property.name);
+    if (property.size == 0)
+      set_property_.bindNull(3);
+    else
+      set_property_.bindBlob(3, std::string_view(changes.bytes_).substr(property.begin, property.size));
+    if (StoreOutcome failed = ran(set_property_.run()))
+      return failed;
+  }
+  for (const StoreChanges::Removal& removal : changes.removals_) {
+    if (StoreOutcome failed = ran(remove_rows_.bind(1, removal.first).bind(2, removal.last).run()))
+      return failed;
+  }
+  for (const StoreChanges::Element& element : changes.elements_) {
+    add_row_.bind(1, element.row).bindBlob(2, std::string_view(changes.bytes_).substr(element.begin, element.size));
+    if (StoreOutcome failed = ran(add_row_.run()))
+      return failed;
+  }
+  return std::nullopt;
+}
+
+StoreOutcome StoreDatabase::moveDamaged() {
+  const auto moveAll = [this](const std::vector<int64_t>& ids, const char* keep_sql, const char* remove_sql) {
+    Statement keep;
+    Statement remove;
+    if (StoreOutcome failed = connection_.prepare(keep_sql, keep))
+      return failed;
+    if (StoreOutcome failed = connection_.prepare(remove_sql, remove))
+      return failed;
+    for (const int64_t id : ids) {
+      if (StoreOutcome failed = ran(keep.bind(1, id).run()))
+        return failed;
+      if (StoreOutcome failed = ran(remove.bind(1, id).run()))
+        return failed;
+    }
+    return StoreOutcome();
+  };
+  // Elements first: their property's name is still there.
+  if (StoreOutcome failed =
+          moveAll(damaged_elements_,
+                  "INSERT INTO unreadable SELECT (SELECT name FROM properties WHERE id=elements.id>>40),id,value"
+                  " FROM elements WHERE id=?",
+                  "DELETE FROM elements WHERE id=?"))
+    return failed;
+  return moveAll(damaged_properties_, "INSERT INTO unreadable SELECT name,id,value FROM properties WHERE id=?",
+                 "DELETE FROM properties WHERE id=?");
+}
+
+StoreOutcome StoreDatabase::inTransaction(const StoreChanges& changes) {
+  if (StoreOutcome failed = ran(begin_.run()))
+    return failed;
+  // First, so that no range of rows that goes takes a damaged one along.
+  if (hasDamagedToMove()) {
+    if (StoreOutcome failed = moveDamaged())
+      return failed;
+  }
+  if (StoreOutcome failed = write(changes))
+    return failed;
+  return ran(commit_.run());
+}
+
+StoreOutcome StoreDatabase::apply(const StoreChanges& changes) {
+  const size_t commands = changes.properties_.size() + changes.removals_.size() + changes.elements_.size();
+  // A single command is a transaction of its own, which spares two: an appended record is the case that counts.
+  StoreOutcome failed = commands == 1 && !hasDamagedToMove() ? write(changes) : inTransaction(changes);
+  if (failed) {
+    if (sqlite3_get_autocommit(connection_.handle()) == 0)
+      rollback_.run();
+    return failed;
+  }
+  damaged_properties_.clear();
+  damaged_elements_.clear();
+  return std::nullopt;
+}
+
+int64_t StoreDatabase::logBytes() const {
+  return frames_in_log_ * kFrameBytes;
+}
+
+StoreOutcome StoreDatabase::restartLog() {
+  // Any write begins the log anew when all of it has been written back; this one does it where waiting hurts nobody.
+  return connection_.execute("UPDATE log SET restarts=restarts+1");
+}
+
+// ---------------------------------------------------------------------------------------------------------- log keeper
+
+StoreOutcome StoreLogKeeper::open(const StorePlace& place, std::unique_ptr<StoreLogKeeper>& out) {
+  auto keeper = std::make_unique<StoreLogKeeper>();
+  if (StoreOutcome failed = Connection::open(place.path(), place.vfs, false, keeper->connection_))
+    return failed;
+  if (StoreOutcome failed = keeper->connection_.execute("PRAGMA wal_autocheckpoint=0;PRAGMA synchronous=NORMAL"))
+    return failed;
+  // The log is opened with the first read.
+  int64_t tables = 0;
+  if (StoreOutcome failed = keeper->connection_.number("SELECT count(*) FROM sqlite_schema", tables))
+    return failed;
+  out = std::move(keeper);
+  return std::nullopt;
+}
+
+StoreOutcome StoreLogKeeper::check() {
+  Statement check;
+  if (StoreOutcome failed = connection_.prepare("PRAGMA quick_check(1)", check))
+    return failed;
+  if (check.step() != SQLITE_ROW)
+    return connection_.problem();
+  if (check.bytes(0) != "ok")
+    return unreadable(std::string(check.bytes(0)));
+  return std::nullopt;
+}
+
+StoreOutcome StoreLogKeeper::syncLog() {
+  sqlite3_file* log = nullptr;
+  sqlite3_file_control(connection_.handle(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+  if (log == nullptr || log->pMethods == nullptr)
+    return StoreProblem{StoreProblem::Kind::kUnavailable, "its log is not open"};
+  const int code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL);
+  if (code != SQLITE_OK)
+    return StoreProblem{StoreProblem::Kind::kUnavailable, sqlite3_errstr(code)};
+  return std::nullopt;
+}
+
+StoreOutcome StoreLogKeeper::writeBack(int& frames) {
+  int in_log = 0;
+  if (sqlite3_wal_checkpoint_v2(connection_.handle(), "main", SQLITE_CHECKPOINT_PASSIVE, &in_log, &frames) != SQLITE_OK)
+    return connection_.problem();
+  return std::nullopt;
+}
+
+}  // namespace morvik::host

@@ -1,0 +1,137 @@
+// The store's file: its tables, its versions, and the two connections to it, one that commits and one that syncs.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/store/array_rows.h"
+#include "host/store/sqlite_connection.h"
+#include "host/store/store_files.h"
+#include "kit/value.h"
+
+namespace morvik::host {
+
+/// Of the file's layout. A file of a later version is never touched.
+inline constexpr int64_t kStoreVersion = 1;
+/// "MRVK": what marks a file as a store of ours.
+inline constexpr int64_t kStoreApplicationId = 0x4D52564B;
+/// Properties have numbers from 1 to here, in one store over its whole life.
+inline constexpr int64_t kMaxPropertyId = (int64_t{1} << 22) - 1;
+
+/// A property as it was found in the file.
+struct StoredProperty {
+  int64_t id = 0;
+  std::string name;
+  kit::Value value;
+  ArrayRows rows;  ///< of an array
+};
+
+/// What one transaction writes. Names are not copied: they live until the changes are applied.
+class StoreChanges {
+ public:
+  void clear();
+  bool empty() const { return properties_.empty() && removals_.empty() && elements_.empty(); }
+  /// Sets a property that is no array; an absent value removes it. False when the value cannot be stored (see
+  /// encodeValue); nothing is added then.
+  [[nodiscard]] bool setProperty(int64_t id, std::string_view name, const kit::Value& value);
+  /// Sets the rows of a property that is an array.
+  void removeRows(int64_t property_id, RowRange rows);
+  [[nodiscard]] bool addRow(int64_t property_id, int64_t order, const kit::Value& element);
+
+  /// To take back what was added for a property that turns out not to be storable.
+  struct Mark {
+    size_t properties, removals, elements, bytes;
+  };
+  Mark mark() const { return {properties_.size(), removals_.size(), elements_.size(), bytes_.size()}; }
+  void backTo(const Mark& mark);
+
+ private:
+  friend class StoreDatabase;
+  struct Property {
+    int64_t id;
+    std::string_view name;
+    size_t begin, size;  ///< in bytes_; nothing stored when 0
+  };
+  struct Removal {
+    int64_t first, last;
+  };
+  struct Element {
+    int64_t row;
+    size_t begin, size;
+  };
+  std::vector<Property> properties_;
+  std::vector<Removal> removals_;
+  std::vector<Element> elements_;
+  std::string bytes_;
+};
+
+/// The connection that commits. A commit is a write into the log, which is in the kernel's hands when it returns;
+/// nothing here waits for the disk, but for restartLog(). One thread at a time.
+class StoreDatabase {
+ public:
+  /// Opens the file, and makes its tables when it is an empty one. `read_only`: neither lock, log nor index are made
+  /// or changed; the file must be a store.
+  static StoreOutcome open(const StorePlace& place, bool read_only, std::unique_ptr<StoreDatabase>& out);
+
+  /// All properties. Records that cannot be read are left out and counted; the next apply() moves them to the table
+  /// "unreadable".
+  StoreOutcome load(std::vector<StoredProperty>& out);
+  /// Records that load() could not read.
+  size_t damaged() const { return damaged_properties_.size() + damaged_elements_.size(); }
+  /// True when there are damaged records that still have to be moved.
+  bool hasDamagedToMove() const { return damaged() != 0; }
+  /// All of it or nothing.
+  StoreOutcome apply(const StoreChanges& changes);
+
+  /// The tables were made by this object: the file itself has not been synced yet.
+  bool fresh() const { return fresh_; }
+  void setSynced() { fresh_ = false; }
+  /// Bytes of the log that hold commits since it was last restarted.
+  int64_t logBytes() const;
+  /// The log's length in pages, as the checkpoint counts them.
+  int framesInLog() const { return frames_in_log_; }
+  /// Lets the log begin anew. Everything in it must have been written back. Waits for one disk sync.
+  StoreOutcome restartLog();
+
+ private:
+  StoreOutcome identify(bool read_only);
+  StoreOutcome makeTables();
+  StoreOutcome prepareAll();
+  StoreOutcome loadElements(std::vector<StoredProperty>& properties);
+  StoreOutcome write(const StoreChanges& changes);
+  StoreOutcome moveDamaged();
+  StoreOutcome inTransaction(const StoreChanges& changes);
+  StoreOutcome ran(int code) const;
+  void watchLog();
+
+  Connection connection_;
+  Statement begin_, commit_, rollback_;
+  Statement set_property_, remove_rows_, add_row_;
+  std::vector<int64_t> damaged_properties_;
+  std::vector<int64_t> damaged_elements_;
+  int frames_in_log_ = 0;
+  bool fresh_ = false;
+};
+
+/// The connection that syncs and writes the log back into the file, on the background thread, while the other one goes
+/// on committing.
+class StoreLogKeeper {
+ public:
+  static StoreOutcome open(const StorePlace& place, std::unique_ptr<StoreLogKeeper>& out);
+
+  /// Walks the whole file, which a load alone does not.
+  StoreOutcome check();
+  /// Waits until all commits made before the call are on the disk.
+  StoreOutcome syncLog();
+  /// Syncs the log, writes it back as far as it is now, syncs the file. `frames` is how far, counted from the log's
+  /// begin.
+  StoreOutcome writeBack(int& frames);
+
+ private:
+  Connection connection_;
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,212 @@
+#include "host/store/store_files.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+namespace morvik::host {
+namespace {
+
+constexpr mode_t kOwnerOnlyFolder = 0700;
+constexpr mode_t kOwnerOnlyFile = 0600;
+constexpr size_t kPageBytes = 4096;
+/// Names tried for a file that is set aside.
+constexpr int kMaxSetAside = 10000;
+
+std::string textOf(int error) {
+  return std::system_category().message(error);
+}
+
+StoreProblem unavailable(std::string message) {
+  return {StoreProblem::Kind::kUnavailable, std::move(message)};
+}
+
+/// A file opened through SQLite's file system, so that what stands in for it in tests sees these writes too.
+class VfsFile {
+ public:
+  explicit VfsFile(const StorePlace& place) : vfs_(sqlite3_vfs_find(place.vfs.c_str())) {
+    const std::string path = place.path();
+    name_ = sqlite3_create_filename(path.c_str(), (path + "-journal").c_str(), (path + "-wal").c_str(), 0, nullptr);
+  }
+  VfsFile(const VfsFile&) = delete;
+  VfsFile& operator=(const VfsFile&) = delete;
+  ~VfsFile() {
+    if (file() != nullptr && file()->pMethods != nullptr)
+      file()->pMethods->xClose(file());
+    sqlite3_free_filename(name_);
+  }
+
+  int open() {
+    if (vfs_ == nullptr || name_ == nullptr)
+      return SQLITE_CANTOPEN;
+    room_ = std::make_unique<std::max_align_t[]>(static_cast<size_t>(vfs_->szOsFile) / sizeof(std::max_align_t) + 1);
+    int granted = 0;
+    const int code = vfs_->xOpen(vfs_, name_, file(), SQLITE_OPEN_MAIN_DB | SQLITE_OPEN_READWRITE, &granted);
+    if (code == SQLITE_OK && (granted & SQLITE_OPEN_READWRITE) == 0)
+      return SQLITE_READONLY;
+    return code;
+  }
+  int size(sqlite3_int64& out) { return file()->pMethods->xFileSize(file(), &out); }
+  int read(char* bytes, size_t count) { return file()->pMethods->xRead(file(), bytes, static_cast<int>(count), 0); }
+  int write(const char* bytes, size_t count) {
+    return file()->pMethods->xWrite(file(), bytes, static_cast<int>(count), 0);
+  }
+
+ private:
+  sqlite3_file* file() { return reinterpret_cast<sqlite3_file*>(room_.get()); }
+
+  sqlite3_vfs* vfs_;
+  const char* name_ = nullptr;
+  std::unique_ptr<std::max_align_t[]> room_;
+};
+
+/// Page 1 of a database without tables that keeps a log. All that is not zero lies in its first sector, so no power cut
+/// can leave half of it.
+bool emptyStorePage(std::array<char, kPageBytes>& page) {
+  sqlite3* handle = nullptr;
+  sqlite3_open_v2(":memory:", &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_MEMORY | SQLITE_OPEN_NOMUTEX, nullptr);
+  const std::unique_ptr<sqlite3, int (*)(sqlite3*)> closer(handle, sqlite3_close_v2);
+  // Setting a number in the header makes the page come into being.
+  sqlite3_exec(handle, "PRAGMA page_size=4096; PRAGMA user_version=1; PRAGMA user_version=0", nullptr, nullptr,
+               nullptr);
+  sqlite3_int64 size = 0;
+  const std::unique_ptr<unsigned char, void (*)(void*)> image(sqlite3_serialize(handle, "main", &size, 0),
+                                                              sqlite3_free);
+  if (image == nullptr || size != static_cast<sqlite3_int64>(kPageBytes))
+    return false;
+  std::copy_n(image.get(), kPageBytes, page.begin());
+  page[18] = 2;  // written with a log
+  page[19] = 2;  // read with a log
+  return true;
+}
+
+/// Nothing in it, or nothing but zeros, as a page that never reached the disk reads after a power cut.
+int holdsNothing(VfsFile& file, bool& nothing) {
+  sqlite3_int64 size = 0;
+  if (const int code = file.size(size); code != SQLITE_OK)
+    return code;
+  nothing = size == 0;
+  if (size == 0 || size > static_cast<sqlite3_int64>(kPageBytes))
+    return SQLITE_OK;
+  std::array<char, kPageBytes> bytes{};
+  if (const int code = file.read(bytes.data(), static_cast<size_t>(size)); code != SQLITE_OK)
+    return code;
+  nothing = std::all_of(bytes.begin(), bytes.end(), [](char byte) { return byte == 0; });
+  return SQLITE_OK;
+}
+
+int fillIfEmpty(VfsFile& file) {
+  if (const int code = file.open(); code != SQLITE_OK)
+    return code;
+  bool nothing = false;
+  if (const int code = holdsNothing(file, nothing); code != SQLITE_OK || !nothing)
+    return code;
+  std::array<char, kPageBytes> page{};
+  return emptyStorePage(page) ? file.write(page.data(), page.size()) : SQLITE_NOMEM;
+}
+
+}  // namespace
+
+StoreOutcome makeStoreFolder(const std::string& folder) {
+  std::filesystem::path made;
+  for (const std::filesystem::path& part : std::filesystem::path(folder)) {
+    made /= part;
+    if (::mkdir(made.c_str(), kOwnerOnlyFolder) == 0 || errno == EEXIST)
+      continue;
+    const int error = errno;
+    std::error_code ignored;
+    if (!std::filesystem::is_directory(made, ignored))
+      return unavailable(textOf(error));
+  }
+  std::error_code error;
+  if (!std::filesystem::is_directory(folder, error))
+    return unavailable(textOf(error ? error.value() : ENOTDIR));
+  return std::nullopt;
+}
+
+// A fresh store is made without waiting for the disk, since it is made on the app's main thread at its first start.
+// That is safe because the page written here is the only thing outside the log until the first checkpoint, which syncs
+// the log, then the file. Should power go before that, the page is there, or reads as nothing and is written again
+// here at the next start: the log, as far as it reached the disk, holds everything else.
+StoreOutcome makeStoreFile(const StorePlace& place) {
+  const int descriptor = ::open(place.path().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
+  if (descriptor < 0)
+    return unavailable(textOf(errno));
+  // A file that came from elsewhere (a backup, say) may have been readable by all; its log takes the mode from it.
+  const bool closed_to_others = ::fchmod(descriptor, kOwnerOnlyFile) == 0;
+  const int error = errno;
+  ::close(descriptor);
+  if (!closed_to_others)
+    return unavailable(textOf(error));
+  VfsFile file(place);
+  if (const int code = fillIfEmpty(file); code != SQLITE_OK)
+    return unavailable(sqlite3_errstr(code));
+  return std::nullopt;
+}
+
+StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path) {
+  constexpr std::array<const char*, 4> kEndings{"", "-wal", "-shm", "-journal"};
+  const std::string path = place.path();
+  std::error_code error;
+  const auto taken = [&error](const std::string& name) {
+    return std::filesystem::exists(std::filesystem::symlink_status(name, error));
+  };
+  for (int number = 1; number <= kMaxSetAside; ++number) {
+    new_path = path + ".unreadable-" + std::to_string(number);
+    if (std::any_of(kEndings.begin(), kEndings.end(), [&](const char* ending) { return taken(new_path + ending); }))
+      continue;
+    // The file goes last: as long as it has its name, the next start finds it unreadable and finishes this.
+    for (auto ending = kEndings.rbegin(); ending != kEndings.rend(); ++ending) {
+      if (!taken(path + *ending))
+        continue;
+      std::filesystem::rename(path + *ending, new_path + *ending, error);
+      if (error)
+        return unavailable(error.message());
+    }
+    return std::nullopt;
+  }
+  return unavailable("every name for a file that is set aside is taken");
+}
+
+StoreLock::~StoreLock() {
+  release();
+}
+
+void StoreLock::release() {
+  if (held())
+    ::close(std::exchange(descriptor_, -1));
+}
+
+StoreLock::Result StoreLock::take(const StorePlace& place, StoreProblem& problem) {
+  if (held())
+    return Result::kTaken;
+  const int descriptor = ::open((place.path() + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
+  if (descriptor < 0) {
+    problem = unavailable(textOf(errno));
+    return Result::kFailed;
+  }
+  if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
+    descriptor_ = descriptor;
+    return Result::kTaken;
+  }
+  const int error = errno;
+  ::close(descriptor);
+  if (error == EWOULDBLOCK)
+    return Result::kHeldByAnother;
+  problem = unavailable(textOf(error));
+  return Result::kFailed;
+}
+
+}  // namespace morvik::host
