@@ -137,7 +137,7 @@ TEST(ArrayRows, AnySequenceOfChangesLeavesExactlyTheArray) {
     switch (random() % 6) {
       case 0:
       case 1:
-        for (uint32_t i = random() % 80; i > 0; --i)
+        for (auto i = random() % 80; i > 0; --i)
           changed.append(random() % 4 == 0 ? Value(7) : record(next++));
         break;
       case 2:

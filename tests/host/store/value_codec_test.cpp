@@ -98,9 +98,10 @@ TEST(ValueCodec, DictionariesKeepTheirOrder) {
 
 // The form lies on people's devices: it does not change, but by a new version number.
 TEST(ValueCodec, TheFormIsThis) {
-  EXPECT_EQ(encoded(Dictionary{{"n", -2}, {"l", Array{true, "ab", 1.0, kit::Date{300}, Value::null(), Value(), false}}}),
-            bytes({1, 10, 2, 1, 'n', 4, 3, 1, 'l', 9, 7, 3, 7, 2, 'a', 'b', 6, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F, 8, 0xD8, 4,
-                   1, 0, 2}));
+  EXPECT_EQ(
+      encoded(Dictionary{{"n", -2}, {"l", Array{true, "ab", 1.0, kit::Date{300}, Value::null(), Value(), false}}}),
+      bytes({1, 10, 2, 1, 'n', 4, 3, 1,    'l',  9, 7,    3, 7, 2, 'a', 'b',
+             6, 0,  0, 0, 0,   0, 0, 0xF0, 0x3F, 8, 0xD8, 4, 1, 0, 2}));
   EXPECT_EQ(encoded(std::numeric_limits<uint64_t>::max()),
             bytes({1, 5, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 1}));
 }

@@ -1,0 +1,868 @@
+#include "host/store/sqlite_store.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <future>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/store/value_codec.h"
+#include "testing/recording_log.h"
+#include "tests/support/faulty_vfs.h"
+#include "tests/support/key_value_store_contract.h"
+#include "tests/support/scratch_folder.h"
+
+namespace morvik::host {
+namespace {
+
+using kit::Array;
+using kit::Dictionary;
+using kit::MutableArray;
+using kit::Value;
+using test::bytesOf;
+using test::FaultyVfs;
+using test::ScratchFolder;
+using test::VfsCall;
+using test::writeBytes;
+
+/// A flush only when a test asks for one.
+constexpr std::chrono::hours kNeverByItself{24};
+
+SqliteStoreOptions optionsFor(const std::string& folder) {
+  SqliteStoreOptions options;
+  options.place.folder = folder;
+  options.flush_delay = kNeverByItself;
+  return options;
+}
+
+SqliteStoreOptions optionsFor(const std::string& folder, const FaultyVfs& vfs) {
+  SqliteStoreOptions options = optionsFor(folder);
+  options.place.vfs = vfs.name();
+  return options;
+}
+
+void append(kit::KeyValueStore& store, const char* key, Value element) {
+  MutableArray list(store.get(key));
+  list.append(std::move(element));
+  store.set(key, Value(std::move(list)));
+}
+
+Value numbers(int from, int to) {
+  MutableArray all;
+  for (int i = from; i < to; ++i)
+    all.append(Dictionary{{"id", i}, {"text", "number " + std::to_string(i)}});
+  return Value(std::move(all));
+}
+
+/// A store in a folder of its own, and ways to look at and harm its file.
+class SqliteStoreTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<SqliteStore> open() { return std::make_unique<SqliteStore>(optionsFor(folder_.path()), log_); }
+  std::unique_ptr<SqliteStore> openOn(const FaultyVfs& vfs) {
+    return std::make_unique<SqliteStore>(optionsFor(folder_.path(), vfs), log_);
+  }
+  std::string path() const { return folder_ / "morvik.store"; }
+
+  void sql(const std::string& text) {
+    sqlite3* handle = nullptr;
+    ASSERT_EQ(sqlite3_open(path().c_str(), &handle), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(handle, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
+    sqlite3_close(handle);
+  }
+  int64_t ask(const std::string& text) {
+    sqlite3* handle = nullptr;
+    sqlite3_stmt* statement = nullptr;
+    EXPECT_EQ(sqlite3_open(path().c_str(), &handle), SQLITE_OK);
+    EXPECT_EQ(sqlite3_prepare_v2(handle, text.c_str(), -1, &statement, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
+    EXPECT_EQ(sqlite3_step(statement), SQLITE_ROW);
+    const int64_t number = sqlite3_column_int64(statement, 0);
+    sqlite3_finalize(statement);
+    sqlite3_close(handle);
+    return number;
+  }
+  /// A store that was closed with so many records in its list.
+  void leaveStore(int count) {
+    const auto store = open();
+    store->set("list", numbers(0, count));
+    store->set("text", "kept");
+    store->flushAndWait();
+  }
+  /// Brings everything into the file itself, so that a test can harm it there.
+  void emptyTheLog() { sql("PRAGMA wal_checkpoint(TRUNCATE)"); }
+
+  ScratchFolder folder_;
+  testing::RecordingLog log_;
+};
+
+// -------------------------------------------------------------------------------------------------------------
+// contract
+
+/// The process dies: what lies in the kernel's hands at that moment is all that the next one finds.
+class SqliteHarness {
+ public:
+  kit::KeyValueStore& store() { return *store_; }
+  void killAndRestart() {
+    const std::string next = folder_ / std::to_string(++lives_);
+    std::filesystem::create_directory(next);
+    for (const char* name : {"morvik.store", "morvik.store-wal"})
+      std::filesystem::copy_file(current_ + "/" + name, next + "/" + name);
+    current_ = next;
+    store_ = std::make_unique<SqliteStore>(optionsFor(current_), log_);
+  }
+
+ private:
+  ScratchFolder folder_;
+  testing::RecordingLog log_;
+  int lives_ = 0;
+  std::string current_ = folder_ / "0";
+  std::unique_ptr<SqliteStore> store_ = std::make_unique<SqliteStore>(optionsFor(current_), log_);
+};
+
+}  // namespace
+}  // namespace morvik::host
+
+namespace morvik::test {
+INSTANTIATE_TYPED_TEST_SUITE_P(SqliteStore, KeyValueStoreContract, host::SqliteHarness);
+}
+
+namespace morvik::host {
+namespace {
+
+// --------------------------------------------------------------------------------------------------------------
+// opening
+
+TEST_F(SqliteStoreTest, AFreshStoreIsMadeForItsOwnerAlone) {
+  const std::string place = folder_ / "deep/store";
+  SqliteStore store(optionsFor(place), log_);
+  EXPECT_EQ(store.opening(), StoreOpening::kCreated);
+  EXPECT_EQ(store.openingLine(), "");
+  store.set("key", 1);
+  store.synchronize();
+  for (const auto& entry : std::filesystem::directory_iterator(place)) {
+    struct stat found {};
+    ASSERT_EQ(::stat(entry.path().c_str(), &found), 0);
+    EXPECT_EQ(found.st_mode & 0777u, 0600u) << entry.path();
+  }
+  struct stat found {};
+  ASSERT_EQ(::stat(place.c_str(), &found), 0);
+  EXPECT_EQ(found.st_mode & 0777u, 0700u);
+  EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(SqliteStoreTest, ASecondStartFindsEverythingAndSaysNothing) {
+  leaveStore(300);
+  const auto store = open();
+  EXPECT_EQ(store->opening(), StoreOpening::kOpened);
+  EXPECT_EQ(store->get("list"), numbers(0, 300));
+  EXPECT_EQ(store->get("text"), Value("kept"));
+  EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(SqliteStoreTest, AllShowsWhatIsThereInTheOrderOfItsNames) {
+  const auto store = open();
+  store->set("b", 2);
+  store->set("a", 1);
+  store->set("gone", 3);
+  store->set("gone", Value());
+  EXPECT_EQ(store->all(), (std::vector<std::pair<std::string, Value>>{{"a", 1}, {"b", 2}}));
+}
+
+TEST_F(SqliteStoreTest, ASecondProcessIsToldAndLivesInMemory) {
+  leaveStore(3);
+  const auto first = open();
+  {
+    testing::RecordingLog log;
+    SqliteStore second(optionsFor(folder_.path()), log);
+    EXPECT_EQ(second.opening(), StoreOpening::kLocked);
+    const std::string line = "Morvik host: the store in \"" + folder_.path() +
+                             "\" is in use by another process and nothing is kept beyond this one: end the other "
+                             "process or give this one a folder of its own.";
+    EXPECT_EQ(second.openingLine(), line);
+    EXPECT_EQ(log.messages(), std::vector<std::string>{line});
+    EXPECT_TRUE(second.get("list").isAbsent());
+    second.set("list", Array{1});
+    second.synchronize();
+    EXPECT_EQ(second.get("list"), Value(Array{1}));
+  }
+  EXPECT_EQ(first->get("list"), numbers(0, 3));
+  first->shutdown();
+  EXPECT_EQ(open()->get("list"), numbers(0, 3));
+}
+
+TEST_F(SqliteStoreTest, AKilledProcessLosesNothingThatWasSynchronized) {
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    testing::RecordingLog log;
+    SqliteStore store(optionsFor(folder_.path()), log);
+    for (int i = 0; i < 100; ++i) {
+      append(store, "list", Dictionary{{"id", i}});
+      store.synchronize();
+    }
+    store.set("uncommitted", true);
+    ::kill(::getpid(), SIGKILL);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  const auto store = open();
+  EXPECT_EQ(store->opening(), StoreOpening::kOpened);
+  ASSERT_EQ(store->get("list").size(), 100u);
+  for (int i = 0; i < 100; ++i)
+    EXPECT_EQ(store->get("list").array()[static_cast<size_t>(i)]["id"], Value(i));
+  EXPECT_TRUE(store->get("uncommitted").isAbsent());
+}
+
+// Power went before the first sync: the log reached the disk, the page before it did not.
+TEST_F(SqliteStoreTest, AFirstPageThatNeverReachedTheDiskIsWrittenAgainUnderTheLog) {
+  const auto store = open();
+  store->set("list", numbers(0, 50));
+  store->synchronize();
+  const std::string next = folder_ / "next";
+  std::filesystem::create_directory(next);
+  std::filesystem::copy_file(path() + "-wal", next + "/morvik.store-wal");
+  SqliteStore after(optionsFor(next), log_);
+  EXPECT_EQ(after.opening(), StoreOpening::kOpened);
+  EXPECT_EQ(after.get("list"), numbers(0, 50));
+}
+
+// --------------------------------------------------------------------------------------------------- unreadable, newer
+
+TEST_F(SqliteStoreTest, GarbageIsSetAsideUntouchedAndAFreshStoreBegins) {
+  const std::string garbage(10000, 'g');
+  const std::string log_garbage = "no log either";
+  for (const char* number : {"1", "2"}) {
+    writeBytes(path(), garbage);
+    writeBytes(path() + "-wal", log_garbage);
+    log_.clear();
+    {
+      const auto store = open();
+      EXPECT_EQ(store->opening(), StoreOpening::kSetAside);
+      const std::string aside = path() + ".unreadable-" + number;
+      EXPECT_EQ(bytesOf(aside), garbage);
+      EXPECT_EQ(bytesOf(aside + "-wal"), log_garbage);
+      const std::string line = "Morvik host: the store \"" + path() +
+                               "\" cannot be read (file is not a database). It was set aside as \"" + aside +
+                               "\" and a fresh one begins: keep that file if its contents matter, delete it if not.";
+      EXPECT_EQ(log_.messages(), std::vector<std::string>{line});
+      EXPECT_EQ(store->openingLine(), line);
+      store->set("key", "value");
+      store->synchronize();
+    }
+    EXPECT_EQ(open()->get("key"), Value("value"));
+  }
+}
+
+TEST_F(SqliteStoreTest, ATruncatedFileIsSetAside) {
+  leaveStore(1000);
+  emptyTheLog();
+  const std::string half = bytesOf(path()).substr(0, 20000);
+  writeBytes(path(), half);
+  const auto store = open();
+  EXPECT_EQ(store->opening(), StoreOpening::kSetAside);
+  EXPECT_EQ(bytesOf(path() + ".unreadable-1"), half);
+  EXPECT_TRUE(store->get("list").isAbsent());
+}
+
+TEST_F(SqliteStoreTest, SomebodyElsesDatabaseIsSetAside) {
+  sql("CREATE TABLE theirs(a); PRAGMA application_id=12345; PRAGMA user_version=99");
+  EXPECT_EQ(open()->opening(), StoreOpening::kSetAside);
+  EXPECT_EQ(log_.countContaining("(it is no store of ours)"), 1u);
+}
+
+TEST_F(SqliteStoreTest, AStoreWithoutItsTablesIsSetAside) {
+  leaveStore(1);
+  sql("DROP TABLE elements");
+  EXPECT_EQ(open()->opening(), StoreOpening::kSetAside);
+}
+
+TEST_F(SqliteStoreTest, AStoreOfANewerVersionStaysUntouchedAndTheProcessLivesInMemory) {
+  leaveStore(10);
+  sql("PRAGMA user_version=2");
+  const std::string before = bytesOf(path());
+  {
+    const auto store = open();
+    EXPECT_EQ(store->opening(), StoreOpening::kNewerVersion);
+    const std::string line =
+        "Morvik host: the store \"" + path() +
+        "\" has version 2, this program knows versions up to 1. It stays untouched and nothing is kept beyond this "
+        "process: update the program or give it another folder.";
+    EXPECT_EQ(log_.messages(), std::vector<std::string>{line});
+    store->set("key", 1);
+    store->synchronize();
+    store->commitTurn();
+    store->flushNow();
+    EXPECT_EQ(store->get("key"), Value(1));
+  }
+  EXPECT_EQ(bytesOf(path()), before);
+  EXPECT_EQ(ask("PRAGMA user_version"), 2);
+  EXPECT_EQ(log_.lines().size(), 1u);
+}
+
+TEST_F(SqliteStoreTest, ADamagedRecordIsKeptApartAndTheRestIsUsed) {
+  leaveStore(5);
+  sql("UPDATE elements SET value=x'FF00' WHERE id=(SELECT id FROM elements ORDER BY id LIMIT 1 OFFSET 2)");
+  sql("UPDATE properties SET value='no value' WHERE name='text'");
+  sql("INSERT INTO elements VALUES(5,x'0101'), (-7,x'0101')");
+  {
+    const auto store = open();
+    EXPECT_EQ(store->opening(), StoreOpening::kOpened);
+    EXPECT_EQ(log_.messages(),
+              std::vector<std::string>{"Morvik host: 4 records of the store \"" + path() +
+                                       "\" are damaged. They are kept in its table \"unreadable\" and everything else "
+                                       "is in use: nothing needs to be done."});
+    ASSERT_EQ(store->get("list").size(), 4u);
+    EXPECT_EQ(store->get("list").array()[2]["id"], Value(3));
+    EXPECT_TRUE(store->get("text").isAbsent());
+    append(*store, "list", Dictionary{{"id", 5}});
+    store->set("text", "anew");
+    store->synchronize();
+  }
+  EXPECT_EQ(ask("SELECT count(*) FROM unreadable"), 4);
+  EXPECT_EQ(ask("SELECT count(*) FROM unreadable WHERE property='list' AND value=x'FF00'"), 1);
+  EXPECT_EQ(ask("SELECT count(*) FROM unreadable WHERE property='text' AND value='no value'"), 1);
+  log_.clear();
+  const auto store = open();
+  EXPECT_TRUE(log_.lines().empty());
+  EXPECT_EQ(store->get("list").size(), 5u);
+  EXPECT_EQ(store->get("text"), Value("anew"));
+}
+
+TEST_F(SqliteStoreTest, AFileThatTurnsOutUnreadableInUseIsReplacedFromMemory) {
+  leaveStore(2000);
+  emptyTheLog();
+  const auto store = open();
+  append(*store, "list", Dictionary{{"id", 2000}});
+  store->synchronize();
+  {
+    const int file = ::open(path().c_str(), O_WRONLY);
+    const std::string harm(8 * 4096, '\xEE');
+    ASSERT_EQ(::pwrite(file, harm.data(), harm.size(), 16 * 4096), static_cast<ssize_t>(harm.size()));
+    ::close(file);
+  }
+  store->flushAndWait();
+  EXPECT_TRUE(std::filesystem::exists(path() + ".unreadable-1"));
+  EXPECT_EQ(log_.countContaining("was set aside as"), 1u);
+  append(*store, "list", Dictionary{{"id", 2001}});
+  store->shutdown();
+  const auto next = open();
+  EXPECT_EQ(next->opening(), StoreOpening::kOpened);
+  EXPECT_EQ(next->get("list").size(), 2002u);
+  EXPECT_EQ(next->get("list"), store->get("list"));
+  EXPECT_EQ(next->get("text"), Value("kept"));
+}
+
+// ------------------------------------------------------------------------------------------------------- a refusing
+// disk
+
+TEST_F(SqliteStoreTest, AFullDiskIsToldOnceAndEverythingIsStoredWhenThereIsRoomAgain) {
+  FaultyVfs vfs;
+  {
+    const auto store = openOn(vfs);
+    store->set("list", numbers(0, 10));
+    store->synchronize();
+    vfs.failAll(VfsCall::Kind::kWrite, SQLITE_FULL);
+    for (int i = 10; i < 20; ++i) {
+      MutableArray list(store->get("list"));
+      list.append(numbers(i, i + 1).array()[0]);
+      store->set("list", Value(std::move(list)));
+      store->synchronize();
+    }
+    store->set("text", "pending");
+    store->commitTurn();
+    EXPECT_EQ(log_.messages(),
+              std::vector<std::string>{"Morvik host: the store \"" + path() +
+                                       "\" cannot be written (database or disk is full). Everything is kept in memory "
+                                       "and tried again with the next writes: free some space, or make the folder "
+                                       "writable."});
+    EXPECT_EQ(store->get("list").size(), 20u);
+    vfs.heal();
+    store->set("other", 1);
+    store->synchronize();
+    EXPECT_EQ(log_.messages().back(),
+              "Morvik host: the store \"" + path() + "\" can be written again: everything that was pending is stored.");
+    EXPECT_EQ(log_.lines().size(), 2u);
+  }
+  const auto next = open();
+  EXPECT_EQ(next->get("list"), numbers(0, 20));
+  EXPECT_EQ(next->get("text"), Value("pending"));
+}
+
+TEST_F(SqliteStoreTest, AWriteThatFailsAtAnyPointLosesNothingAndLeavesTheFileWhole) {
+  for (uint64_t failing = 1; failing <= 12; ++failing) {
+    FaultyVfs vfs;
+    const ScratchFolder folder;
+    {
+      SqliteStore store(optionsFor(folder.path(), vfs), log_);
+      store.set("list", numbers(0, 40));
+      store.synchronize();
+      std::atomic<uint64_t> writes{0};
+      vfs.decide([&](const VfsCall& call) {
+        return call.kind == VfsCall::Kind::kWrite && ++writes == failing ? SQLITE_IOERR_WRITE : SQLITE_OK;
+      });
+      MutableArray list(store.get("list"));
+      list.retainIf([](const Value& record) { return record["id"].integer() % 2 == 0; });
+      store.set("list", Value(std::move(list)));
+      store.set("text", std::string(5000, 'x'));
+      store.synchronize();
+      store.synchronize();
+      EXPECT_EQ(store.get("list").size(), 20u);
+    }
+    vfs.heal();
+    SqliteStore next(optionsFor(folder.path()), log_);
+    EXPECT_EQ(next.opening(), StoreOpening::kOpened);
+    EXPECT_EQ(next.get("list").size(), 20u) << "write " << failing;
+    EXPECT_EQ(next.get("text").string().size(), 5000u);
+  }
+}
+
+TEST_F(SqliteStoreTest, AStoreThatCannotBeOpenedLivesInMemoryAndIsStoredLater) {
+  FaultyVfs vfs;
+  vfs.failAll(VfsCall::Kind::kOpen, SQLITE_CANTOPEN);
+  {
+    const auto store = openOn(vfs);
+    EXPECT_EQ(store->opening(), StoreOpening::kUnavailable);
+    EXPECT_EQ(store->openingLine(),
+              "Morvik host: the store \"" + path() +
+                  "\" cannot be opened (unable to open database file). Everything is kept in memory and tried again "
+                  "with the next writes: free some space, or make the folder writable.");
+    store->set("list", numbers(0, 3));
+    store->synchronize();
+    store->flushAndWait();
+    EXPECT_EQ(log_.lines().size(), 1u);
+    vfs.heal();
+    store->set("text", "later");
+    store->synchronize();
+    EXPECT_EQ(log_.countContaining("can be written again"), 1u);
+  }
+  const auto next = open();
+  EXPECT_EQ(next->get("list"), numbers(0, 3));
+  EXPECT_EQ(next->get("text"), Value("later"));
+}
+
+TEST_F(SqliteStoreTest, WhatWasStoredBeforeComesBackWhenTheFileCanBeOpenedAgain) {
+  leaveStore(5);
+  FaultyVfs vfs;
+  vfs.failAll(VfsCall::Kind::kRead, SQLITE_IOERR_READ);
+  {
+    const auto store = openOn(vfs);
+    EXPECT_EQ(store->opening(), StoreOpening::kUnavailable);
+    append(*store, "list", numbers(5, 6).array()[0]);
+    store->synchronize();
+    EXPECT_EQ(store->get("list").size(), 1u);
+    vfs.heal();
+    store->set("count", 1);
+    store->synchronize();
+    EXPECT_EQ(store->get("list"), numbers(0, 6));
+    EXPECT_EQ(store->get("text"), Value("kept"));
+  }
+  EXPECT_EQ(open()->get("list"), numbers(0, 6));
+  EXPECT_FALSE(std::filesystem::exists(path() + ".unreadable-1"));
+}
+
+TEST_F(SqliteStoreTest, AFolderThatCannotBeMadeIsToldAndTheAppLivesOn) {
+  writeBytes(folder_ / "file", "in the way");
+  SqliteStore store(optionsFor(folder_ / "file/store"), log_);
+  EXPECT_EQ(store.opening(), StoreOpening::kUnavailable);
+  store.set("key", 1);
+  store.synchronize();
+  EXPECT_EQ(store.get("key"), Value(1));
+  EXPECT_EQ(log_.countContaining("cannot be opened (Not a directory)"), 1u);
+}
+
+TEST_F(SqliteStoreTest, AFailingSyncIsToldOnceAndSoIsItsEnd) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->flushAndWait();
+  vfs.failAll(VfsCall::Kind::kSync, SQLITE_IOERR_FSYNC);
+  for (int i = 0; i < 3; ++i) {
+    store->set("count", i);
+    store->flushAndWait();
+  }
+  EXPECT_EQ(log_.messages(), std::vector<std::string>{
+                                 "Morvik host: the store \"" + path() +
+                                 "\" cannot be synced to the disk (disk I/O error). A power cut would lose what was "
+                                 "written since; it is tried again with the next writes: free some space, or check "
+                                 "the disk."});
+  vfs.heal();
+  store->flushAndWait();
+  EXPECT_EQ(log_.messages().back(), "Morvik host: the store \"" + path() + "\" can be synced to the disk again.");
+  EXPECT_EQ(log_.lines().size(), 2u);
+}
+
+// ------------------------------------------------------------------------------------------------------ disk and
+// threads
+
+TEST_F(SqliteStoreTest, CommitsGoOnWhileTheDiskIsSyncing) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->flushAndWait();
+  std::promise<void> release;
+  const std::shared_future<void> released = release.get_future().share();
+  vfs.decide([released](const VfsCall& call) {
+    if (call.kind == VfsCall::Kind::kSync)
+      released.wait();
+    return SQLITE_OK;
+  });
+  const uint64_t before = vfs.count(VfsCall::Kind::kSync);
+  store->set("count", 0);
+  store->synchronize();
+  store->flushNow();
+  vfs.waitForCount(VfsCall::Kind::kSync, before + 1);
+  // The background thread hangs in the sync now; were a commit to wait for it, this test would not end.
+  for (int i = 1; i <= 100; ++i) {
+    store->set("count", i);
+    store->synchronize();
+  }
+  release.set_value();
+  store->shutdown();
+  EXPECT_EQ(open()->get("count"), Value(100));
+}
+
+TEST_F(SqliteStoreTest, NoCallerEverSyncs) {
+  FaultyVfs vfs;
+  std::atomic<int> mine{0};
+  std::atomic<int> all{0};
+  const std::thread::id me = std::this_thread::get_id();
+  vfs.decide([&](const VfsCall& call) {
+    if (call.kind == VfsCall::Kind::kSync) {
+      ++all;
+      mine += std::this_thread::get_id() == me ? 1 : 0;
+    }
+    return SQLITE_OK;
+  });
+  for (int start = 0; start < 3; ++start) {
+    const auto store = openOn(vfs);
+    // Long enough for the log to be written back and begun anew.
+    for (int i = 0; i < 40; ++i) {
+      append(*store, "list", std::string(200'000, 'x'));
+      store->synchronize();
+      if (i % 10 == 9)
+        store->flushAndWait();
+    }
+  }
+  EXPECT_EQ(mine.load(), 0);
+  EXPECT_GT(all.load(), 3);
+}
+
+TEST_F(SqliteStoreTest, ACommitIsFlushedByItself) {
+  FaultyVfs vfs;
+  SqliteStoreOptions options = optionsFor(folder_.path(), vfs);
+  options.flush_delay = std::chrono::milliseconds(1);
+  SqliteStore store(options, log_);
+  store.flushAndWait();
+  const uint64_t before = vfs.count(VfsCall::Kind::kSync);
+  store.set("key", 1);
+  store.synchronize();
+  vfs.waitForCount(VfsCall::Kind::kSync, before + 1);
+}
+
+TEST_F(SqliteStoreTest, NothingIsWrittenWhenNothingChanged) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->set("list", Array{1, 2});
+  store->synchronize();
+  const uint64_t before = vfs.count(VfsCall::Kind::kWrite);
+  store->synchronize();
+  store->commitTurn();
+  store->set("list", store->get("list"));
+  store->synchronize();
+  EXPECT_EQ(vfs.count(VfsCall::Kind::kWrite), before);
+}
+
+TEST_F(SqliteStoreTest, TheLogIsBegunAnewAndStaysShort) {
+  const auto store = open();
+  for (int round = 0; round < 6; ++round) {
+    for (int i = 0; i < 60; ++i) {
+      store->set("text", std::string(100'000, static_cast<char>('a' + i % 26)));
+      store->synchronize();
+    }
+    store->flushAndWait();
+  }
+  // Each round writes 6 MB into it.
+  EXPECT_LT(std::filesystem::file_size(path() + "-wal"), 20u << 20);
+  store->shutdown();
+  EXPECT_GE(ask("SELECT restarts FROM log"), 6);
+}
+
+/// Commits from inside the first write-backs of a flush, so that these never find the log written back whole.
+class SqliteStoreUnderARestlessWriter : public SqliteStoreTest {
+ protected:
+  void flushWithWriter(SqliteStore& store, FaultyVfs& vfs, int commits) {
+    std::atomic<int> left{commits};
+    vfs.decide([&](const VfsCall& call) {
+      if (call.kind == VfsCall::Kind::kSync && !call.isOfLog() && left.fetch_sub(1) > 0) {
+        store.set("count", left.load());
+        store.synchronize();
+      }
+      return SQLITE_OK;
+    });
+    store.flushAndWait();
+    vfs.heal();
+    EXPECT_LE(left.load(), 0);
+  }
+  uint64_t logFileBytes() const { return std::filesystem::file_size(path() + "-wal"); }
+  /// Whether the next commit lies behind all others in the log's file.
+  bool nextCommitMakesTheLogLonger(SqliteStore& store) {
+    const uint64_t before = logFileBytes();
+    store.set("count", -1 - store.get("count").integer());
+    store.synchronize();
+    return logFileBytes() > before;
+  }
+};
+
+TEST_F(SqliteStoreUnderARestlessWriter, ALogBelowTheHardLimitIsLeftToTheNextFlush) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->flushAndWait();
+  store->set("text", std::string(1 << 20, 'x'));
+  flushWithWriter(*store, vfs, kCatchUpRounds);
+  EXPECT_TRUE(nextCommitMakesTheLogLonger(*store));
+  flushWithWriter(*store, vfs, 0);
+  EXPECT_FALSE(nextCommitMakesTheLogLonger(*store));
+  store->shutdown();
+  EXPECT_EQ(open()->get("text").string().size(), 1u << 20);
+}
+
+TEST_F(SqliteStoreUnderARestlessWriter, ALogPastTheHardLimitIsBegunAnewAllTheSame) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->flushAndWait();
+  vfs.failAll(VfsCall::Kind::kSync, SQLITE_IOERR_FSYNC);  // the log cannot be written back while it grows
+  for (int i = 0; i <= kLogHardBytes >> 22; ++i) {
+    store->set("text", std::string(4 << 20, static_cast<char>('a' + i)));
+    store->synchronize();
+  }
+  store->flushAndWait();
+  ASSERT_GT(logFileBytes(), static_cast<uint64_t>(kLogHardBytes));
+  flushWithWriter(*store, vfs, 1);
+  EXPECT_FALSE(nextCommitMakesTheLogLonger(*store));
+  store->shutdown();
+  EXPECT_EQ(open()->get("text").string().back(), static_cast<char>('a' + (kLogHardBytes >> 22)));
+}
+
+TEST_F(SqliteStoreTest, AnySequenceOfChangesIsFoundAgain) {
+  std::mt19937 random(11);
+  int next = 0;
+  auto store = open();
+  for (int round = 0; round < 400; ++round) {
+    const char* key = random() % 2 == 0 ? "one" : "two";
+    MutableArray list(store->get(key));
+    switch (random() % 6) {
+      case 0:
+      case 1:
+        for (auto i = random() % 60; i > 0; --i)
+          list.append(Dictionary{{"id", next++}, {"text", std::string(random() % 300, 't')}});
+        break;
+      case 2: {
+        auto skip = random() % (list.size() + 1);
+        list.retainIf([&skip](const Value&) { return skip == 0 || skip-- == 0; });
+        break;
+      }
+      case 3:
+        list.retainIf([&random](const Value&) { return random() % 4 != 0; });
+        break;
+      case 4:
+        if (!list.empty())
+          list.replaceAt(random() % list.size(), next++);
+        break;
+      default:
+        if (random() % 10 == 0)
+          list.removeAll();
+    }
+    if (random() % 30 == 0)
+      store->set(key, random() % 2 == 0 ? Value() : Value("a text for once"));
+    else
+      store->set(key, Value(std::move(list)));
+    if (random() % 3 == 0)
+      store->synchronize();
+    if (random() % 20 == 0) {
+      const Value one = store->get("one");
+      const Value two = store->get("two");
+      store.reset();
+      store = open();
+      ASSERT_EQ(store->get("one"), one) << "round " << round;
+      ASSERT_EQ(store->get("two"), two) << "round " << round;
+    }
+  }
+  EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(SqliteStoreTest, ThreadsReadWriteCommitAndFlushAtOnce) {
+  auto store = open();
+  std::vector<std::thread> threads;
+  for (const char* key : {"one", "two", "three"}) {
+    threads.emplace_back([&store, key] {
+      for (int i = 0; i < 200; ++i) {
+        append(*store, key, Dictionary{{"id", i}});
+        store->get("one");
+        if (i % 3 == 0)
+          store->synchronize();
+        if (i % 50 == 0)
+          store->flushNow();
+      }
+      store->commitTurn();
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  store.reset();
+  store = open();
+  for (const char* key : {"one", "two", "three"}) {
+    ASSERT_EQ(store->get(key).size(), 200u);
+    EXPECT_EQ(store->get(key).array()[199]["id"], Value(199));
+  }
+}
+
+// ------------------------------------------------------------------------------------------------------- ends and
+// limits
+
+TEST_F(SqliteStoreTest, AfterShutdownWritesStayInMemoryAndTheStoreIsFree) {
+  const auto store = open();
+  store->set("before", 1);
+  store->shutdown();
+  store->set("after", 2);
+  store->synchronize();
+  store->flushNow();
+  store->flushAndWait();
+  store->shutdown();
+  EXPECT_EQ(store->get("after"), Value(2));
+  const auto next = open();
+  EXPECT_EQ(next->opening(), StoreOpening::kOpened);
+  EXPECT_EQ(next->get("before"), Value(1));
+  EXPECT_TRUE(next->get("after").isAbsent());
+}
+
+TEST_F(SqliteStoreTest, AValueThatCannotBeStoredIsToldOnceAndHoldsNothingElseUp) {
+  Value deep = 1;
+  for (size_t i = 0; i <= kMaxStoredDepth; ++i)
+    deep = Array{deep};
+  {
+    const auto store = open();
+    store->set("scalar", "before");
+    store->set("list", Array{1});
+    store->synchronize();
+    store->set("scalar", Dictionary{{"deep", deep}});
+    append(*store, "list", deep);
+    store->set("other", 5);
+    store->synchronize();
+    append(*store, "list", 2);
+    store->synchronize();
+    const std::string rest =
+        "\" cannot be kept beyond this process, since it is nested deeper than 512 or longer than 67108864 bytes: the "
+        "store \"" +
+        path() + "\" keeps the one before it.";
+    EXPECT_EQ(log_.messages(), (std::vector<std::string>{"Morvik host: the value of \"scalar" + rest,
+                                                         "Morvik host: the value of \"list" + rest}));
+    EXPECT_EQ(store->get("list").size(), 3u);
+    store->set("list", Array{3});
+    store->synchronize();
+  }
+  const auto next = open();
+  EXPECT_EQ(next->get("scalar"), Value("before"));
+  EXPECT_EQ(next->get("other"), Value(5));
+  EXPECT_EQ(next->get("list"), Value(Array{3}));
+}
+
+TEST_F(SqliteStoreTest, WhenTheNumbersOfPropertiesAreUsedUpANewOneIsRefused) {
+  leaveStore(1);
+  sql("INSERT INTO properties VALUES(" + std::to_string(kMaxPropertyId) + ",'last',x'0103')");
+  {
+    const auto store = open();
+    EXPECT_EQ(store->get("last"), Value(true));
+    store->set("one more", 1);
+    store->set("text", "changed");
+    store->synchronize();
+    EXPECT_EQ(log_.countContaining("the value of \"one more\" cannot be kept"), 1u);
+  }
+  EXPECT_EQ(open()->get("text"), Value("changed"));
+}
+
+// ------------------------------------------------------------------------------------------------------------
+// inspectors
+
+std::set<std::string> filesIn(const std::string& folder) {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder))
+    names.insert(entry.path().filename());
+  return names;
+}
+
+TEST_F(SqliteStoreTest, AnInspectorReadsAStoreInUseAndChangesNoFile) {
+  const auto store = open();
+  store->set("list", numbers(0, 100));
+  store->flushAndWait();
+  append(*store, "list", numbers(100, 101).array()[0]);
+  store->synchronize();
+  const std::set<std::string> files = filesIn(folder_.path());
+  const std::string file_before = bytesOf(path());
+  const std::string log_before = bytesOf(path() + "-wal");
+  {
+    SqliteStoreOptions options = optionsFor(folder_.path());
+    options.read_only = true;
+    SqliteStore inspector(options, log_);
+    EXPECT_EQ(inspector.opening(), StoreOpening::kOpened);
+    EXPECT_EQ(inspector.get("list"), numbers(0, 101));
+    inspector.set("list", Value());
+    inspector.synchronize();
+  }
+  EXPECT_EQ(filesIn(folder_.path()), files);
+  EXPECT_EQ(bytesOf(path()), file_before);
+  EXPECT_EQ(bytesOf(path() + "-wal"), log_before);
+  store->set("text", "the owner goes on");
+  store->shutdown();
+  EXPECT_EQ(open()->get("text"), Value("the owner goes on"));
+}
+
+TEST_F(SqliteStoreTest, AnInspectorLeavesDamagedRecordsWhereTheyAre) {
+  leaveStore(3);
+  sql("UPDATE elements SET value=x'FF' WHERE id=(SELECT max(id) FROM elements)");
+  const std::string before = bytesOf(path());
+  SqliteStoreOptions options = optionsFor(folder_.path());
+  options.read_only = true;
+  SqliteStore inspector(options, log_);
+  EXPECT_EQ(inspector.get("list"), numbers(0, 2));
+  EXPECT_EQ(log_.messages(), std::vector<std::string>{"Morvik host: 1 records of the store \"" + path() +
+                                                      "\" are damaged and left out; everything else is shown."});
+  EXPECT_EQ(bytesOf(path()), before);
+}
+
+TEST_F(SqliteStoreTest, AnInspectorOfNothingMakesNothing) {
+  SqliteStoreOptions options = optionsFor(folder_ / "missing");
+  options.read_only = true;
+  SqliteStore inspector(options, log_);
+  EXPECT_EQ(inspector.opening(), StoreOpening::kNothingToRead);
+  EXPECT_EQ(log_.messages(), std::vector<std::string>{"Morvik host: there is no store to read at \"" +
+                                                      (folder_ / "missing/morvik.store") +
+                                                      "\" (unable to open database file): check the folder."});
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "missing"));
+}
+
+TEST_F(SqliteStoreTest, AnInspectorOfGarbageOrOfANewerStoreLeavesItAlone) {
+  SqliteStoreOptions options = optionsFor(folder_.path());
+  options.read_only = true;
+  writeBytes(path(), std::string(5000, 'g'));
+  EXPECT_EQ(SqliteStore(options, log_).opening(), StoreOpening::kNothingToRead);
+  EXPECT_EQ(bytesOf(path()), std::string(5000, 'g'));
+  std::filesystem::remove(path());
+  leaveStore(1);
+  sql("PRAGMA user_version=7");
+  const std::string before = bytesOf(path());
+  EXPECT_EQ(SqliteStore(options, log_).opening(), StoreOpening::kNewerVersion);
+  EXPECT_EQ(bytesOf(path()), before);
+  EXPECT_EQ(log_.countContaining("has version 7, this program knows versions up to 1: use a newer program"), 1u);
+}
+
+}  // namespace
+}  // namespace morvik::host
