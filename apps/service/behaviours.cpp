@@ -51,10 +51,10 @@ Refusal badMember(std::string_view name, const std::string& problem, const std::
   return Refusal(400, "\"" + std::string(name) + "\" " + problem, kWhere, mend);
 }
 
-std::string readText(const Json& value, std::string_view name, const std::string& choices) {
+std::string readText(const Json& value, std::string_view name, const std::string& mend) {
   const auto found = value.find(name);
   if (found == value.end() || !found->is_string()) {
-    throw badMember(name, found == value.end() ? "is missing" : "is no text", "give one of: " + choices);
+    throw badMember(name, found == value.end() ? "is missing" : "is no text", mend);
   }
   return found->get<std::string>();
 }
@@ -70,19 +70,19 @@ int readInteger(const Json& value, std::string_view name, int least, int most) {
 }
 
 const KindRow& readKind(const Json& value) {
-  const std::string choices = joined(kKinds, [](const KindRow& row) { return row.name; });
-  const std::string name = readText(value, "kind", choices);
+  const std::string mend = "give one of: " + joined(kKinds, [](const KindRow& row) { return row.name; });
+  const std::string name = readText(value, "kind", mend);
   const auto row = std::find_if(kKinds.begin(), kKinds.end(), [&](const KindRow& each) { return each.name == name; });
   if (row == kKinds.end())
-    throw badMember("kind", "is no kind that exists", "give one of: " + choices);
+    throw badMember("kind", "is no kind that exists", mend);
   return *row;
 }
 
 std::string readEndpoint(const Json& value, const std::vector<std::string>& endpoints) {
-  const std::string choices = joined(endpoints, [](const std::string& each) { return each; });
-  std::string name = readText(value, "endpoint", choices);
+  const std::string mend = "give one of: " + joined(endpoints, [](const std::string& each) { return each; });
+  std::string name = readText(value, "endpoint", mend);
   if (std::find(endpoints.begin(), endpoints.end(), name) == endpoints.end()) {
-    throw badMember("endpoint", "is no endpoint that exists", "give one of: " + choices);
+    throw badMember("endpoint", "is no endpoint that exists", mend);
   }
   return name;
 }
@@ -117,7 +117,7 @@ void readOwnMember(Behaviour& behaviour, const Json& value, const KindRow& row) 
           readInteger(value, row.own_member, 0, static_cast<int>(kMaxBehaviourDelay.count())));
       break;
     case BehaviourKind::kGarbage:
-      behaviour.text = readText(value, row.own_member, "any text");
+      behaviour.text = readText(value, row.own_member, "give a text");
       break;
     default:
       behaviour.json = *found;

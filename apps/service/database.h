@@ -12,7 +12,7 @@
 
 namespace morvik_service {
 
-// The disk or the database refused; the text is SQLite's.
+/// The disk or the database refused; the text is SQLite's.
 class DatabaseError : public std::runtime_error {
  public:
   DatabaseError(int result_code, const std::string& text) : std::runtime_error(text), result_code_(result_code) {}
@@ -24,8 +24,8 @@ class DatabaseError : public std::runtime_error {
 
 class Database;
 
-// One prepared statement. Bind all parameters in order with `bind`, then `step`; `reset` makes it ready again. Text and
-// blobs are copied when bound.
+/// One prepared statement. Bind all parameters in order with `bind`, then `step`; `reset` makes it ready again. Text
+/// and blobs are copied when bound.
 class Statement {
  public:
   Statement(Database& database, std::string_view sql);
@@ -36,14 +36,14 @@ class Statement {
   Statement& bind(const std::optional<std::string>& text);
   Statement& bindBlob(std::string_view bytes);
 
-  // True when a row can be read, false at the end.
+  /// True when a row can be read, false at the end.
   bool step();
-  // Runs to the end and resets.
+  /// Runs to the end and resets.
   void run();
   void reset();
 
   std::int64_t integer(int column) const;
-  // Text or blob as stored; "" for NULL. The view dies with the next step or reset.
+  /// Text or blob as stored; "" for NULL. The view dies with the next step or reset.
   std::string_view bytes(int column) const;
   bool isNull(int column) const;
 
@@ -61,10 +61,10 @@ class Statement {
 
 class Database {
  public:
-  // Opens or makes the file. Throws DatabaseError.
+  /// Opens or makes the file. Throws DatabaseError.
   explicit Database(const std::string& path);
 
-  // Runs statements that give no rows.
+  /// Runs statements that give no rows.
   void execute(const std::string& sql);
 
   std::int64_t lastInsertedRow() const;
@@ -78,7 +78,7 @@ class Database {
   std::unique_ptr<sqlite3, Close> handle_;
 };
 
-// All or nothing: what ran since construction is undone unless `commit` was called.
+/// All or nothing: what ran since construction is undone unless `commit` was called.
 class Transaction {
  public:
   explicit Transaction(Database& database);

@@ -15,15 +15,15 @@
 
 namespace morvik_service {
 
-// "ResultCode" of the attribution answers.
+/// "ResultCode" of the attribution answers.
 inline constexpr int kResultCodeFine = 0;
 inline constexpr int kResultCodeNoParameters = 1;
 
-// What an answer is made from.
+/// What an answer is made from.
 struct AnswerContext {
   std::int64_t now_milliseconds;
-  const std::optional<Json>& payload;  // checked; absent when the body was empty
-  bool counted;                        // the payload's events were taken in
+  const std::optional<Json>& payload;  ///< checked; absent when the body was empty
+  bool counted;                        ///< the payload's events were taken in
   const Attribution& attribution;
   Store& store;
 };
@@ -32,18 +32,18 @@ struct Endpoint {
   std::string_view name;
   std::string_view path;
   KeyChoice key;
-  bool payload_required;               // an empty body is refused
-  bool has_events;                     // its payload's events and impressions are counted
-  void (*check)(const Json& payload);  // throws Refusal
+  bool payload_required;               ///< an empty body is refused
+  bool has_events;                     ///< its payload's events and impressions are counted
+  void (*check)(const Json& payload);  ///< throws Refusal
   Json (*answer)(const AnswerContext& context);
 };
 
 const std::vector<Endpoint>& endpoints();
 
-// The endpoint of a path, or nullptr.
+/// The endpoint of a path, or nullptr.
 const Endpoint* findEndpoint(std::string_view path);
 
-// The names, as the inspection's behaviours use them.
+/// The names, as the inspection's behaviours use them.
 std::vector<std::string> endpointNames();
 
 }  // namespace morvik_service

@@ -10,9 +10,9 @@
 
 namespace morvik_service {
 
-// Opens the envelope of `request` (form parameters k and j) and returns its payload, a JSON object. An empty body
-// carries no parameters and gives nothing. Throws Refusal, with the status that fits, for everything else that is not
-// a payload sealed for this app with the chosen key.
+/// Opens the envelope of `request` (form parameters k and j) and returns its payload, a JSON object. An empty body
+/// carries no parameters and gives nothing. Throws Refusal, with the status that fits, for everything else that is not
+/// a payload sealed for this app with the chosen key.
 std::optional<Json> openEnvelope(const HttpRequest& request, const Keys& keys, KeyChoice choice);
 
 }  // namespace morvik_service

@@ -16,14 +16,14 @@ struct MHD_Daemon;
 
 namespace morvik_service {
 
-// Limits of the server. Past the first, connections wait in the system's queue; past the second, requests are answered
-// with 503; past the third, a connection is closed.
+/// Limits of the server. Past the first, connections wait in the system's queue; past the second, requests are answered
+/// with 503; past the third, a connection is closed.
 inline constexpr unsigned kMaxConnections = 64;
 inline constexpr std::size_t kMaxBufferedBytes = std::size_t{128} * 1024 * 1024;
 inline constexpr std::uint64_t kMaxDiscardedBytes = std::uint64_t{64} * 1024 * 1024;
-// A connection may be idle so long before it is closed.
+/// A connection may be idle so long before it is closed.
 inline constexpr unsigned kIdleSeconds = 300;
-// Request line and headers of one request must fit into this.
+/// Request line and headers of one request must fit into this.
 inline constexpr std::size_t kMaxHeaderBytes = std::size_t{64} * 1024;
 
 struct TlsIdentity {
@@ -33,23 +33,23 @@ struct TlsIdentity {
 
 class HttpServer {
  public:
-  // Called on the connection's own thread, from several at once. An exception becomes a 500.
+  /// Called on the connection's own thread, from several at once. An exception becomes a 500.
   using Handler = std::function<HttpReply(const HttpRequest&)>;
 
-  // Listens from here on. Takes the socket over. Throws SetupError when TLS cannot be set up.
+  /// Listens from here on. Takes the socket over. Throws SetupError when TLS cannot be set up.
   HttpServer(Listener& listener, const TlsIdentity& identity, Handler handler);
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
-  // Ends delays, closes all connections and waits for their threads.
+  /// Ends delays, closes all connections and waits for their threads.
   ~HttpServer();
 
-  // The handler's answer, or a 500 when it throws.
+  /// The handler's answer, or a 500 when it throws.
   HttpReply answer(const HttpRequest& request) const;
 
-  // Waits so long, on the calling thread; false when the server stops before that.
+  /// Waits so long, on the calling thread; false when the server stops before that.
   bool waitUnlessStopping(std::chrono::milliseconds delay);
 
-  // Takes room for so many more body bytes; false when kMaxBufferedBytes would be passed.
+  /// Takes room for so many more body bytes; false when kMaxBufferedBytes would be passed.
   bool reserve(std::size_t bytes);
   void release(std::size_t bytes);
 

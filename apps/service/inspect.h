@@ -8,19 +8,19 @@
 
 namespace morvik_service {
 
-// What an inspection may look at and change. The referred objects outlive it.
+/// What an inspection may look at and change. The referred objects outlive it.
 struct Inspected {
   Store& store;
   Behaviours& behaviours;
   Attribution& attribution;
 };
 
-// True for paths that `inspect` answers.
+/// True for paths that `inspect` answers.
 bool isInspection(const HttpRequest& request);
 
-// Answers one inspection request. It is for people and scripts on this machine alone: a peer elsewhere, and a Host or
-// Origin header with another name (a web page trying its luck), are refused with 403. Never shows the secret keys.
-// Throws Refusal for everything it cannot do, DatabaseError when the store fails.
+/// Answers one inspection request. It is for people and scripts on this machine alone: a peer elsewhere, and a Host or
+/// Origin header with another name (a web page trying its luck), are refused with 403. Never shows the secret keys.
+/// Throws Refusal for everything it cannot do, DatabaseError when the store fails.
 HttpReply inspect(const HttpRequest& request, const Inspected& inspected);
 
 }  // namespace morvik_service

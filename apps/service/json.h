@@ -7,17 +7,18 @@
 
 namespace morvik_service {
 
-// Keeps members in the order in which they were sent, so that a payload is shown as the device wrote it.
+/// Keeps members in the order in which they were sent, so that a payload is shown as the device wrote it.
 using Json = nlohmann::ordered_json;
 
-// Arrays and objects may nest this deep; writing a value recurses, so depth is stack.
+/// Arrays and objects may nest this deep; writing a value recurses, so depth is stack.
 inline constexpr int kMaxJsonDepth = 128;
 
-// Parses one JSON document. Throws Refusal 400 when it is none or nests deeper than kMaxJsonDepth; `where` names the
-// document in the message ("the sealed payload").
+/// Parses one JSON document. Throws Refusal 400 when it is none or nests deeper than kMaxJsonDepth; `where` names the
+/// document in the message ("the sealed payload").
 Json parseJson(std::string_view text, const std::string& where);
 
-// The value as one line of UTF-8. Bytes that are not UTF-8 become U+FFFD: nothing that was stored can fail to be shown.
+/// The value as one line of UTF-8. Bytes that are not UTF-8 become U+FFFD: nothing that was stored can fail to be
+/// shown.
 std::string jsonText(const Json& value);
 
 }  // namespace morvik_service

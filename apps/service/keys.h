@@ -7,22 +7,22 @@
 namespace morvik_service {
 
 struct Keys {
-  std::string app_key;       // names the app; travels in the clear
-  std::string hash_key;      // secret; twice in a row it seals all payloads but tracking
-  std::string tracking_key;  // secret; seals tracking; empty when the app has none
+  std::string app_key;       ///< names the app; travels in the clear
+  std::string hash_key;      ///< secret; twice in a row it seals all payloads but tracking
+  std::string tracking_key;  ///< secret; seals tracking; empty when the app has none
 };
 
-// Which secret opens an endpoint's payloads.
+/// Which secret opens an endpoint's payloads.
 enum class KeyChoice { kHashKeyTwice, kTrackingKey };
 
-// The key text of a choice; empty when the service was given none.
+/// The key text of a choice; empty when the service was given none.
 std::string keyText(const Keys& keys, KeyChoice choice);
 
-// Reads lines "app-key=...", "hash-key=...", "tracking-key=..."; blank lines and lines that begin with # are skipped.
-// Throws SetupError with the line's number, never with its text: it may be a key.
+/// Reads lines "app-key=...", "hash-key=...", "tracking-key=..."; blank lines and lines that begin with # are skipped.
+/// Throws SetupError with the line's number, never with its text: it may be a key.
 Keys parseKeys(std::string_view text, const std::string& file_name);
 
-// `over` where it says something, else `under`.
+/// `over` where it says something, else `under`.
 Keys mergeKeys(const Keys& over, const Keys& under);
 
 }  // namespace morvik_service

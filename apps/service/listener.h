@@ -6,21 +6,21 @@
 
 namespace morvik_service {
 
-// Owns a listening TCP socket.
+/// Owns a listening TCP socket.
 class Listener {
  public:
-  // `address` is numeric (127.0.0.1, ::1, ...) or "localhost"; port 0 asks the system for a free one. Throws SetupError
-  // that says which address and port were refused and why.
+  /// `address` is numeric (127.0.0.1, ::1, ...) or "localhost"; port 0 asks the system for a free one. Throws
+  /// SetupError that says which address and port were refused and why.
   Listener(const std::string& address, std::uint16_t port);
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
   ~Listener();
 
   std::uint16_t port() const { return port_; }
-  // "https://127.0.0.1:8443/".
+  /// "https://127.0.0.1:8443/".
   std::string url() const;
 
-  // Hands the descriptor over; the caller closes it.
+  /// Hands the descriptor over; the caller closes it.
   int release();
 
  private:
@@ -29,7 +29,7 @@ class Listener {
   int socket_ = -1;
 };
 
-// True when only this machine can reach the address. Throws SetupError when it is no numeric address.
+/// True when only this machine can reach the address. Throws SetupError when it is no numeric address.
 bool isLoopbackAddress(const std::string& address);
 
 }  // namespace morvik_service

@@ -14,29 +14,29 @@ struct Options {
   bool allow_remote = false;
   std::string certificate_file;
   std::string key_file;
-  std::string make_certificates_in;  // a folder; the two files above are empty then
+  std::string make_certificates_in;  ///< a folder; the two files above are empty then
   std::string store_folder;
   std::string keys_file;
   std::string app_key;
   std::string hash_key;
   std::string tracking_key;
   std::string port_file;
-  std::string attribution;  // JSON, or the name of a file with JSON
-  std::string log_file;     // "" for standard error
+  std::string attribution;  ///< JSON, or the name of a file with JSON
+  std::string log_file;     ///< "" for standard error
   bool quiet = false;
 };
 
-// Exit status for a command line or set-up that cannot be used.
+/// Exit status for a command line or set-up that cannot be used.
 inline constexpr int kExitUsage = 2;
 
-// Either options, or a text to print (help or a complaint) and the status to exit with.
+/// Either options, or a text to print (help or a complaint) and the status to exit with.
 struct CommandLine {
   std::optional<Options> options;
   std::string text;
   int exit_status = 0;
 };
 
-// `arguments` are without the program's name.
+/// `arguments` are without the program's name.
 CommandLine readCommandLine(std::vector<std::string> arguments);
 
 }  // namespace morvik_service

@@ -6,11 +6,11 @@
 
 namespace morvik_service {
 
-// A bad request. Carries everything its sender needs: what is wrong, where, and how to mend it. Thrown by the rooms
-// that read input, turned into an answer in one place (Service). Never carries key material.
+/// A bad request. Carries everything its sender needs: what is wrong, where, and how to mend it. Thrown by the rooms
+/// that read input, turned into an answer in one place (Service). Never carries key material.
 class Refusal : public std::runtime_error {
  public:
-  // `status` is the HTTP status of the answer (400 to 599).
+  /// `status` is the HTTP status of the answer (400 to 599).
   Refusal(int status, const std::string& problem, std::string where, std::string mend)
       : std::runtime_error(problem), status_(status), where_(std::move(where)), mend_(std::move(mend)) {}
 
@@ -24,7 +24,7 @@ class Refusal : public std::runtime_error {
   std::string mend_;
 };
 
-// The program cannot start or go on as it was asked to; the text is a whole sentence for the person at the keyboard.
+/// The program cannot start or go on as it was asked to; the text is a whole sentence for the person at the keyboard.
 class SetupError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -9,7 +9,7 @@
 
 namespace morvik_service {
 
-// Layout: version byte, flags byte, nonce, ciphertext, tag. The first two bytes are authenticated with the ciphertext.
+/// Layout: version byte, flags byte, nonce, ciphertext, tag. The first two bytes are authenticated with the ciphertext.
 inline constexpr std::uint8_t kSealedVersion = 1;
 inline constexpr std::uint8_t kFlagDeflated = 0x01;
 inline constexpr std::size_t kSealedHeaderBytes = 2;
@@ -18,13 +18,13 @@ inline constexpr std::size_t kSealedTagBytes = 16;
 inline constexpr std::size_t kSealedKeyBytes = 32;
 inline constexpr std::string_view kSealedKeyInfo = "morvik sealed v1";
 
-// The 32-byte AES key that belongs to a key text: HKDF-SHA-256 of its UTF-8 bytes, no salt, info kSealedKeyInfo.
-// `key_text` must not be empty.
+/// The 32-byte AES key that belongs to a key text: HKDF-SHA-256 of its UTF-8 bytes, no salt, info kSealedKeyInfo.
+/// `key_text` must not be empty.
 std::string deriveSealingKey(std::string_view key_text);
 
-// The plaintext of `sealed` (raw bytes), inflated when its flag says so. Throws Refusal: 400 when the bytes are too
-// few, of another version, carry an unknown flag or a broken stream; 403 when the key does not open them (wrong key or
-// changed bytes cannot be told apart); 413 when the payload inflates beyond kMaxInflatedBytes.
+/// The plaintext of `sealed` (raw bytes), inflated when its flag says so. Throws Refusal: 400 when the bytes are too
+/// few, of another version, carry an unknown flag or a broken stream; 403 when the key does not open them (wrong key or
+/// changed bytes cannot be told apart); 413 when the payload inflates beyond kMaxInflatedBytes.
 std::string openSealed(std::string_view sealed, std::string_view key_text);
 
 }  // namespace morvik_service

@@ -17,16 +17,16 @@ namespace morvik_service {
 
 class Service {
  public:
-  // Takes one finished line about a request, without a line feed.
+  /// Takes one finished line about a request, without a line feed.
   using LineSink = std::function<void(const std::string& line)>;
 
-  // `store` outlives the service and is used by nobody else. `clock` and `write_line` are called by whichever thread
-  // calls `handle`, one at a time.
+  /// `store` outlives the service and is used by nobody else. `clock` and `write_line` are called by whichever thread
+  /// calls `handle`, one at a time.
   Service(Keys keys, Attribution attribution, Store& store, Clock clock, LineSink write_line);
 
-  // Answers a request: an endpoint's, an inspection, or a refusal in JSON. Any thread; requests wait for each other.
-  // Blocks for decoding and the disk, never for a behaviour's delay (that is in the reply). Does not throw for
-  // anything a request can contain.
+  /// Answers a request: an endpoint's, an inspection, or a refusal in JSON. Any thread; requests wait for each other.
+  /// Blocks for decoding and the disk, never for a behaviour's delay (that is in the reply). Does not throw for
+  /// anything a request can contain.
   HttpReply handle(const HttpRequest& request);
 
  private:
@@ -39,7 +39,7 @@ class Service {
   const Keys keys_;
   const Clock clock_;
   const LineSink write_line_;
-  std::mutex mutex_;  // guards everything below
+  std::mutex mutex_;  ///< guards everything below
   Store& store_;
   Behaviours behaviours_;
   Attribution attribution_;

@@ -13,30 +13,30 @@
 
 namespace morvik_service {
 
-// A listing of the store keeps at most this many bytes in memory; a longer one ends early and says where to go on.
+/// A listing of the store keeps at most this many bytes in memory; a longer one ends early and says where to go on.
 inline constexpr std::size_t kMaxListingBytes = std::size_t{64} * 1024 * 1024;
-// Of an answer, this many bytes are stored beside its true length: huge ones are made of padding.
+/// Of an answer, this many bytes are stored beside its true length: huge ones are made of padding.
 inline constexpr std::size_t kMaxStoredAnswerBytes = std::size_t{64} * 1024;
-// Install numbers begin after this one.
+/// Install numbers begin after this one.
 inline constexpr std::int64_t kFirstUserNo = 100001;
 
-// One request as it came, and what became of it.
+/// One request as it came, and what became of it.
 struct RequestRecord {
   std::int64_t time_milliseconds = 0;
-  std::string endpoint;  // "tracking", ...; "" when the path is none
+  std::string endpoint;  ///< "tracking", ...; "" when the path is none
   HttpRequest request;
-  std::optional<Json> payload;    // decoded; absent when there was none or it could not be opened
-  std::optional<Json> refusal;    // why it was refused
-  std::optional<Json> behaviour;  // the misbehaviour that spoiled its answer
-  bool counted = false;           // events and impressions were taken in
+  std::optional<Json> payload;    ///< decoded; absent when there was none or it could not be opened
+  std::optional<Json> refusal;    ///< why it was refused
+  std::optional<Json> behaviour;  ///< the misbehaviour that spoiled its answer
+  bool counted = false;           ///< events and impressions were taken in
   HttpReply reply;
 };
 
-// What a counted request brought.
+/// What a counted request brought.
 struct Counts {
-  std::int64_t events_new = 0;         // ids never seen before
-  std::int64_t events_again = 0;       // ids that had arrived already
-  std::int64_t events_without_id = 0;  // "" as id: kept with the request's payload, counted by nobody
+  std::int64_t events_new = 0;         ///< ids never seen before
+  std::int64_t events_again = 0;       ///< ids that had arrived already
+  std::int64_t events_without_id = 0;  ///< "" as id: kept with the request's payload, counted by nobody
   std::int64_t impressions = 0;
 };
 
@@ -45,31 +45,31 @@ struct Install {
   std::int64_t first_seen_milliseconds = 0;
 };
 
-// Which part of a list to show.
+/// Which part of a list to show.
 struct Page {
-  std::int64_t after = 0;          // entries with a larger number
-  std::int64_t limit = INT64_MAX;  // at most so many
+  std::int64_t after = 0;          ///< entries with a larger number
+  std::int64_t limit = INT64_MAX;  ///< at most so many
   std::size_t max_bytes = kMaxListingBytes;
 };
 
-// Not safe for several threads at once. One process per folder: the database is locked while the store lives.
+/// Not safe for several threads at once. One process per folder: the database is locked while the store lives.
 class Store {
  public:
-  // Opens or makes the database in `folder`. Throws SetupError when the folder cannot be used, is in use by another
-  // service, or was written by a newer version.
+  /// Opens or makes the database in `folder`. Throws SetupError when the folder cannot be used, is in use by another
+  /// service, or was written by a newer version.
   explicit Store(const std::string& folder);
 
-  // Writes the request and, when `record.counted`, its payload's events and impressions, all or nothing. Returns the
-  // request's number. Throws DatabaseError when the disk refuses.
+  /// Writes the request and, when `record.counted`, its payload's events and impressions, all or nothing. Returns the
+  /// request's number. Throws DatabaseError when the disk refuses.
   std::int64_t add(const RequestRecord& record, Counts& counts);
 
-  // The install that sends `install_id`; a new one gets the next number. Throws DatabaseError.
+  /// The install that sends `install_id`; a new one gets the next number. Throws DatabaseError.
   Install install(const std::string& install_id, std::int64_t now_milliseconds);
 
-  // JSON texts: {"requests":[...],"complete":true,"next_after":N}. "complete" is false when more are stored than the
-  // page shows; ask again with after=next_after.
+  /// JSON texts: {"requests":[...],"complete":true,"next_after":N}. "complete" is false when more are stored than the
+  /// page shows; ask again with after=next_after.
   std::string requestsJson(const Page& page);
-  // {"events":[...],"distinct":N,"arrivals":M,...}; "distinct" and "arrivals" are of all events, not of the page.
+  /// {"events":[...],"distinct":N,"arrivals":M,...}; "distinct" and "arrivals" are of all events, not of the page.
   std::string eventsJson(const Page& page);
 
  private:

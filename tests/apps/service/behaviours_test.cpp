@@ -73,7 +73,7 @@ TEST(Behaviours, ABadOneIsRefusedWithWhatItMayBe) {
        "\"count\" is no whole number from 1 to 1000000", "give a number in that range"},
       {R"({"endpoint":"tracking","kind":"garbage","count_events":1})", "\"count_events\" is neither true nor false",
        "give true or false"},
-      {R"({"endpoint":"tracking","kind":"garbage","text":1})", "\"text\" is no text", "give one of: any text"},
+      {R"({"endpoint":"tracking","kind":"garbage","text":1})", "\"text\" is no text", "give a text"},
       {R"({"endpoint":"tracking","kind":"close_after","status":1})",
        "\"status\" does not belong to a behaviour of kind close_after", known},
       {R"({"endpoint":"tracking","kind":"json","json":1,"status":1})",

@@ -58,6 +58,26 @@ TEST(Sealed, RefusesTheWrittenDownBadOnesEachWithItsStatus) {
   }
 }
 
+TEST(Sealed, TheProtocolsPageShowsTheFirstVectorAsItIs) {
+  const Json document = vectors();
+  const Json& vector = document.at("vectors").front();
+  const std::string page = readSmallFile(morvik::test::sourceDir() + "/docs/protocol.md");
+  const std::string sealed = text(vector, "sealed_hex");
+  constexpr std::size_t kHeaderDigits = 2 * kSealedHeaderBytes;
+  constexpr std::size_t kNonceDigits = 2 * kSealedNonceBytes;
+  const std::size_t tag_begin = sealed.size() - 2 * kSealedTagBytes;
+  const std::size_t text_begin = kHeaderDigits + kNonceDigits;
+  for (const std::string& row :
+       {"| key text | `" + text(vector, "key_text"), "| key | `" + text(vector, "key_hex"),
+        "| plaintext | `" + text(vector, "plaintext"), "| version and flags | `" + sealed.substr(0, kHeaderDigits),
+        "| nonce | `" + sealed.substr(kHeaderDigits, kNonceDigits),
+        "| ciphertext | `" + sealed.substr(text_begin, tag_begin - text_begin), "| tag | `" + sealed.substr(tag_begin),
+        "| base64url | `" + text(vector, "base64url"),
+        "| body for app key `demo-app` | `k=demo-app&j=" + text(vector, "base64url")}) {
+    EXPECT_NE(std::string::npos, page.find(row + "` |\n")) << row;
+  }
+}
+
 TEST(Sealed, InflatesOnlyWhatIsFlaggedAsDeflated) {
   const std::string stream = deflated("plain");
   EXPECT_EQ("plain", openSealed(seal(stream, "key", {.flags = 1}), "key"));
