@@ -170,7 +170,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   // Tracking.
   kit::Value buildBatch(EndActivities end_activities);
-  void noteSentEventKeys(const kit::Array& entries, const kit::Value& filtered_event_id);
+  void noteSentEventKeys(kit::MutableArray keys);
   bool isTrackingPossible() const;
   void buildAndSend();
   void refetchReferral();

@@ -105,21 +105,27 @@ std::vector<DatedRecord> sortedByDate(const kit::Array& records, std::string_vie
   return sorted;
 }
 
+/// What an entry says of the record before it: group and name, or nothing before the first.
+struct Previous {
+  const Value* group = &kBlank;
+  const Value* name = &kBlank;
+};
+
 /// Builds the entries of one batch; knows the offset by which their dates are shifted.
 class EntryBuilder {
  public:
   EntryBuilder(const kit::MorvikADUtil& util, double offset_seconds) : util_(util), offset_seconds_(offset_seconds) {}
 
-  /// `previous` is the record before this one in the sorted list, or null.
-  Value activity(const Value& record, const Value* previous) const {
+  /// The seven keys of a record. Those of the record before it in the sorted list come along as `previous`.
+  Value activity(const Value& record, const Value& event_id, const Previous& previous) const {
     std::array<kit::Entry, 7> entries{{
         {kGroupKey, required(record["activityGroupName"], "group")},
         {kActivityKey, required(record["activityName"], "activity")},
         {kParamKey, util_.checkNilToBlankString(record["activityParam"])},
-        {kPrevGroupKey, previous == nullptr ? kBlank : util_.checkNilToBlankString((*previous)["activityGroupName"])},
-        {kPrevActivityKey, previous == nullptr ? kBlank : util_.checkNilToBlankString((*previous)["activityName"])},
+        {kPrevGroupKey, util_.checkNilToBlankString(*previous.group)},
+        {kPrevActivityKey, util_.checkNilToBlankString(*previous.name)},
         {kCreatedAtKey, dateText(record["activityCreatedAt"])},
-        {kEventIdKey, util_.checkNilToBlankString(record["activityEventID"])},
+        {kEventIdKey, event_id},
     }};
     return kit::Dictionary::fromEntries(entries);
   }
@@ -185,24 +191,29 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   kit::MutableDictionary batch = services().makeCommonParameter(kit_.update_log.getSDKVersion());
   const EntryBuilder builder(util(), services().intervalSinceServerDate());
   kit::MutableArray entries;
+  kit::MutableArray sent_event_keys;
   Value filtered_event_id = kBlank;
   const kit::Array activities = store().fendoActivityInfos().array();
-  const Value* previous = nullptr;
+  Previous previous;
   for (const auto& [date, record] : sortedByDate(activities, "activityCreatedAt")) {
-    if (end_activities == EndActivities::kFilter && (*record)["activityName"].string() == "end") {
-      filtered_event_id = util().checkNilToBlankString((*record)["activityEventID"]);
+    const Value& name = (*record)["activityName"];
+    const Value event_id = util().checkNilToBlankString((*record)["activityEventID"]);
+    if (end_activities == EndActivities::kFilter && name.string() == "end") {
+      filtered_event_id = event_id;
       MORVIK_LOG(log(), lcl_vTrace, kOperation, "RVK_QA-MorvikCoreLib tracking filter activity eventId - %@",
                  filtered_event_id);
     } else {
-      entries.append(builder.activity(*record, previous));
+      entries.append(builder.activity(*record, event_id, previous));
+      sent_event_keys.append(event_id);
     }
-    previous = record;
+    previous = {&(*record)["activityGroupName"], &name};
   }
-  const Value built(std::move(entries));
-  noteSentEventKeys(built.array(), filtered_event_id);
-  if (built.size() == 0)
+  if (!filtered_event_id.string().empty())
+    sent_event_keys.append(filtered_event_id);
+  noteSentEventKeys(std::move(sent_event_keys));
+  if (entries.empty())
     return noDataAnswer();
-  batch.set(kActivityInfoKey, built);
+  batch.set(kActivityInfoKey, Value(std::move(entries)));
   kit::MutableArray impressions;
   const kit::Array stored_impressions = store().fendoImpressionInfos().array();
   for (const auto& [date, record] : sortedByDate(stored_impressions, "createdAt")) {
@@ -216,12 +227,7 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
 
 /// Stores the ids that this batch accounts for, so that exactly these are deleted once the service has accepted it. A
 /// batch that accounts for none leaves the stored ones alone.
-void MorvikCoreLib::noteSentEventKeys(const kit::Array& entries, const Value& filtered_event_id) {
-  kit::MutableArray keys;
-  for (const Value& entry : entries)
-    keys.append(entry[kEventIdKey.string()]);
-  if (!filtered_event_id.string().empty())
-    keys.append(filtered_event_id);
+void MorvikCoreLib::noteSentEventKeys(kit::MutableArray keys) {
   if (keys.empty())
     return;
   store().setFendoActivityInfosSentEventKeys(Value(std::move(keys)));

@@ -6,118 +6,60 @@
 
 namespace morvik::kit {
 namespace detail {
-
 namespace {
 
-/// Elements of one chunk. A mutable copy of a long array copies at most one chunk and the row of chunk pointers.
-constexpr uint32_t kChunkCapacity = 64;
 constexpr uint32_t kFirstChunkCapacity = 4;
 constexpr uint32_t kFirstSpineCapacity = 4;
 
 }  // namespace
 
-// A string: counter and length, then the bytes.
-struct StringRep {
-  std::atomic<uint32_t> references;
+Chunk* Chunk::make(uint32_t capacity) {
+  void* memory = ::operator new(sizeof(Chunk) + capacity * sizeof(Value));
+  return new (memory) Chunk{1, 0, capacity};
+}
 
-  static char* make(size_t size) {
-    void* memory = ::operator new(sizeof(StringRep) + size);
-    auto* rep = new (memory) StringRep{1};
-    return reinterpret_cast<char*>(rep + 1);
+Chunk* Chunk::copyOf(Chunk* source, uint32_t count, uint32_t capacity) {
+  Chunk* chunk = make(capacity);
+  for (uint32_t i = 0; i < count; ++i)
+    new (chunk->items() + i) Value(source->items()[i]);
+  chunk->used.store(count, std::memory_order_relaxed);
+  return chunk;
+}
+
+void Chunk::release() {
+  if (references.fetch_sub(1, std::memory_order_acq_rel) != 1)
+    return;
+  const uint32_t count = used.load(std::memory_order_relaxed);
+  for (uint32_t i = 0; i < count; ++i)
+    items()[i].~Value();
+  this->~Chunk();
+  ::operator delete(this);
+}
+
+Spine* Spine::make(uint32_t capacity) {
+  void* memory = ::operator new(sizeof(Spine) + capacity * sizeof(Chunk*));
+  return new (memory) Spine{1, 0, capacity};
+}
+
+Spine* Spine::copyOf(Spine* source, uint32_t count, uint32_t capacity) {
+  Spine* spine = make(capacity);
+  for (uint32_t i = 0; i < count; ++i) {
+    spine->chunks()[i] = source->chunks()[i];
+    spine->chunks()[i]->retain();
   }
-  static StringRep* of(const char* characters) {
-    return reinterpret_cast<StringRep*>(const_cast<char*>(characters)) - 1;
-  }
-};
+  spine->used.store(count, std::memory_order_relaxed);
+  return spine;
+}
 
-// A run of elements. `used` slots are constructed; a handle that ends exactly at `used` may claim the next one, which
-// no older handle ever looks at.
-struct alignas(Value) Chunk {
-  std::atomic<uint32_t> references;
-  std::atomic<uint32_t> used;
-  uint32_t capacity;
-
-  Value* items() { return reinterpret_cast<Value*>(this + 1); }
-
-  static Chunk* make(uint32_t capacity) {
-    void* memory = ::operator new(sizeof(Chunk) + capacity * sizeof(Value));
-    return new (memory) Chunk{1, 0, capacity};
-  }
-  static Chunk* copyOf(Chunk* source, uint32_t count, uint32_t capacity) {
-    Chunk* chunk = make(capacity);
-    for (uint32_t i = 0; i < count; ++i)
-      new (chunk->items() + i) Value(source->items()[i]);
-    chunk->used.store(count, std::memory_order_relaxed);
-    return chunk;
-  }
-  void retain() { references.fetch_add(1, std::memory_order_relaxed); }
-  void release() {
-    if (references.fetch_sub(1, std::memory_order_acq_rel) != 1)
-      return;
-    const uint32_t count = used.load(std::memory_order_relaxed);
-    for (uint32_t i = 0; i < count; ++i)
-      items()[i].~Value();
-    this->~Chunk();
-    ::operator delete(this);
-  }
-};
-static_assert(sizeof(Chunk) % alignof(Value) == 0);
-
-// The row of chunks, with the same rule for claiming the next place. All chunks but the last are full ones.
-struct alignas(Chunk*) Spine {
-  std::atomic<uint32_t> references;
-  std::atomic<uint32_t> used;
-  uint32_t capacity;
-
-  Chunk** chunks() { return reinterpret_cast<Chunk**>(this + 1); }
-
-  static Spine* make(uint32_t capacity) {
-    void* memory = ::operator new(sizeof(Spine) + capacity * sizeof(Chunk*));
-    return new (memory) Spine{1, 0, capacity};
-  }
-  static Spine* copyOf(Spine* source, uint32_t count, uint32_t capacity) {
-    Spine* spine = make(capacity);
-    for (uint32_t i = 0; i < count; ++i) {
-      spine->chunks()[i] = source->chunks()[i];
-      spine->chunks()[i]->retain();
-    }
-    spine->used.store(count, std::memory_order_relaxed);
-    return spine;
-  }
-  void retain() { references.fetch_add(1, std::memory_order_relaxed); }
-  void release() {
-    if (references.fetch_sub(1, std::memory_order_acq_rel) != 1)
-      return;
-    const uint32_t count = used.load(std::memory_order_relaxed);
-    for (uint32_t i = 0; i < count; ++i)
-      chunks()[i]->release();
-    this->~Spine();
-    ::operator delete(this);
-  }
-};
-
-// One handle's view: the first `size` elements of a row of chunks.
-struct ArrayRep {
-  std::atomic<uint32_t> references;
-  Spine* spine;
-  size_t size;
-
-  static ArrayRep* make(Spine* spine, size_t size) { return new ArrayRep{1, spine, size}; }
-  ~ArrayRep() { spine->release(); }
-
-  const Value& at(size_t index) const {
-    return spine->chunks()[index / kChunkCapacity]->items()[index % kChunkCapacity];
-  }
-
-  /// A view of one element more. `before` itself when nobody else holds it, else a new one; in both cases the caller's
-  /// reference to `before` is taken over.
-  static ArrayRep* appended(ArrayRep* before, Value&& element);
-
- private:
-  /// The view of `size` elements in `row_of_chunks`, whose reference is taken over.
-  static ArrayRep* becoming(ArrayRep* before, Spine* row_of_chunks, size_t size);
-};
-static_assert(sizeof(Spine) % alignof(Chunk*) == 0);
+void Spine::release() {
+  if (references.fetch_sub(1, std::memory_order_acq_rel) != 1)
+    return;
+  const uint32_t count = used.load(std::memory_order_relaxed);
+  for (uint32_t i = 0; i < count; ++i)
+    chunks()[i]->release();
+  this->~Spine();
+  ::operator delete(this);
+}
 
 namespace {
 
@@ -199,32 +141,24 @@ ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
   return becoming(before, own, size + 1);
 }
 
-// A dictionary: its entries behind its header, so that one record is one allocation.
-struct DictionaryRep {
-  std::atomic<uint32_t> references;
-  uint32_t size;
+DictionaryRep* DictionaryRep::make(std::span<Entry> source) {
+  void* memory = ::operator new(sizeof(DictionaryRep) + source.size() * sizeof(Entry));
+  auto* rep = new (memory) DictionaryRep{1, static_cast<uint32_t>(source.size())};
+  for (size_t i = 0; i < source.size(); ++i)
+    new (rep->entries() + i) Entry(std::move(source[i]));
+  return rep;
+}
 
-  Entry* entries() { return reinterpret_cast<Entry*>(this + 1); }
-  static DictionaryRep* make(std::span<Entry> source) {
-    void* memory = ::operator new(sizeof(DictionaryRep) + source.size() * sizeof(Entry));
-    auto* rep = new (memory) DictionaryRep{1, static_cast<uint32_t>(source.size())};
-    for (size_t i = 0; i < source.size(); ++i)
-      new (rep->entries() + i) Entry(std::move(source[i]));
-    return rep;
-  }
-  static void destroy(DictionaryRep* rep) {
-    for (uint32_t i = 0; i < rep->size; ++i)
-      rep->entries()[i].~Entry();
-    rep->~DictionaryRep();
-    ::operator delete(rep);
-  }
-};
+void DictionaryRep::destroy(DictionaryRep* rep) {
+  for (uint32_t i = 0; i < rep->size; ++i)
+    rep->entries()[i].~Entry();
+  rep->~DictionaryRep();
+  ::operator delete(rep);
+}
 
 }  // namespace detail
 
 namespace {
-
-constinit const Value kAbsentValue;
 
 /// An unsigned number that fits is held as a signed one, so that equal numbers look equal.
 bool fitsSigned(uint64_t value) {
@@ -251,9 +185,10 @@ Value::Value(std::string_view text) {
     bits_.characters = "";
     return;
   }
-  char* bytes = detail::StringRep::make(size);
+  void* memory = ::operator new(sizeof(std::atomic<uint32_t>) + size);
+  bits_.counter = new (memory) std::atomic<uint32_t>(1);
+  void* bytes = bits_.counter + 1;
   std::memcpy(bytes, text.data(), size);
-  bits_.characters = bytes;
   head_.shared = true;
 }
 
@@ -270,40 +205,23 @@ Value::Value(MutableDictionary&& dictionary) {
   head_.kind = Kind::kDictionary;
   if (dictionary.entries_.empty())
     return;
-  bits_.dictionary = detail::DictionaryRep::make(dictionary.entries_);
+  bits_.counter = &detail::DictionaryRep::make(dictionary.entries_)->references;
   head_.shared = true;
   dictionary.entries_.clear();
 }
 
-std::atomic<uint32_t>* Value::counter() const noexcept {
+void Value::destroy() noexcept {
   switch (head_.kind) {
     case Kind::kString:
-      return &detail::StringRep::of(bits_.characters)->references;
-    case Kind::kArray:
-      return &bits_.array->references;
-    default:
-      return &bits_.dictionary->references;
-  }
-}
-
-void Value::release() noexcept {
-  if (counter()->fetch_sub(1, std::memory_order_acq_rel) != 1)
-    return;
-  switch (head_.kind) {
-    case Kind::kString:
-      ::operator delete(detail::StringRep::of(bits_.characters));
+      ::operator delete(bits_.counter);
       break;
     case Kind::kArray:
-      delete bits_.array;
+      delete arrayRep();
       break;
     default:
-      detail::DictionaryRep::destroy(bits_.dictionary);
+      detail::DictionaryRep::destroy(dictionaryRep());
       break;
   }
-}
-
-std::string_view Value::string() const noexcept {
-  return isString() ? std::string_view(bits_.characters, head_.size) : std::string_view();
 }
 
 Array Value::array() const noexcept {
@@ -311,25 +229,6 @@ Array Value::array() const noexcept {
 }
 Dictionary Value::dictionary() const noexcept {
   return isDictionary() ? Dictionary(*this) : Dictionary();
-}
-
-const Value& Value::operator[](std::string_view key) const noexcept {
-  if (!isDictionary() || !head_.shared)
-    return kAbsentValue;
-  const Entry* entries = bits_.dictionary->entries();
-  for (uint32_t i = 0; i < bits_.dictionary->size; ++i) {
-    if (entries[i].key.string() == key)
-      return entries[i].value;
-  }
-  return kAbsentValue;
-}
-
-size_t Value::size() const noexcept {
-  if (!head_.shared)
-    return 0;
-  if (isArray())
-    return bits_.array->size;
-  return isDictionary() ? bits_.dictionary->size : 0;
 }
 
 bool Value::identicalTo(const Value& other) const noexcept {
@@ -342,7 +241,7 @@ bool Value::identicalTo(const Value& other) const noexcept {
     case Kind::kBoolean:
       return bits_.boolean == other.bits_.boolean;
     case Kind::kString:
-      return head_.size == other.head_.size && bits_.characters == other.bits_.characters;
+      return head_.size == other.head_.size && string().data() == other.string().data();
     case Kind::kInteger:
     case Kind::kDate:
       return bits_.integer == other.bits_.integer;
@@ -350,10 +249,8 @@ bool Value::identicalTo(const Value& other) const noexcept {
       return bits_.natural == other.bits_.natural;
     case Kind::kDouble:
       return bits_.number == other.bits_.number;
-    case Kind::kArray:
-      return head_.shared == other.head_.shared && (!head_.shared || bits_.array == other.bits_.array);
-    default:
-      return head_.shared == other.head_.shared && (!head_.shared || bits_.dictionary == other.bits_.dictionary);
+    default:  // containers
+      return head_.shared == other.head_.shared && (!head_.shared || bits_.counter == other.bits_.counter);
   }
 }
 
@@ -443,20 +340,12 @@ Array::Array(std::initializer_list<Value> elements) {
   *this = Value(std::move(copy)).array();
 }
 
-size_t Array::size() const noexcept {
-  return value_.size();
-}
-
-const Value& Array::operator[](size_t index) const noexcept {
-  return index < size() ? value_.bits_.array->at(index) : kAbsentValue;
-}
-
 size_t Array::sharedPrefix(const Array& other) const noexcept {
   const size_t limit = size() < other.size() ? size() : other.size();
   if (limit == 0)
     return 0;
-  detail::Spine* mine = value_.bits_.array->spine;
-  detail::Spine* theirs = other.value_.bits_.array->spine;
+  detail::Spine* mine = value_.arrayRep()->spine;
+  detail::Spine* theirs = other.value_.arrayRep()->spine;
   if (mine == theirs)
     return limit;
   size_t index = 0;
@@ -474,10 +363,10 @@ MutableArray::MutableArray(const Value& value) : view_(value.array()) {}
 
 void MutableArray::append(Value element) {
   Value& held = view_.value_;
-  detail::ArrayRep* before = view_.empty() ? nullptr : held.bits_.array;
+  detail::ArrayRep* before = view_.empty() ? nullptr : held.arrayRep();
   if (before == nullptr)
     held = Value();
-  held.bits_.array = detail::ArrayRep::appended(before, std::move(element));
+  held.bits_.counter = &detail::ArrayRep::appended(before, std::move(element))->references;
   held.head_.kind = Kind::kArray;
   held.head_.shared = true;
 }
@@ -495,10 +384,10 @@ void MutableArray::truncateTo(size_t size) {
   }
   if (size >= view_.size())
     return;
-  detail::Spine* spine = view_.value_.bits_.array->spine;
+  detail::Spine* spine = view_.value_.arrayRep()->spine;
   spine->retain();
   Value shorter;
-  shorter.bits_.array = detail::ArrayRep::make(spine, size);
+  shorter.bits_.counter = &detail::ArrayRep::make(spine, size)->references;
   shorter.head_.kind = Kind::kArray;
   shorter.head_.shared = true;
   view_ = Array(std::move(shorter));
@@ -525,27 +414,18 @@ Dictionary Dictionary::fromEntries(std::span<Entry> entries) {
   Value value;
   value.head_.kind = Kind::kDictionary;
   if (!entries.empty()) {
-    value.bits_.dictionary = detail::DictionaryRep::make(entries);
+    value.bits_.counter = &detail::DictionaryRep::make(entries)->references;
     value.head_.shared = true;
   }
   return Dictionary(std::move(value));
 }
 
-size_t Dictionary::size() const noexcept {
-  return value_.size();
-}
-const Value& Dictionary::operator[](std::string_view key) const noexcept {
-  return value_[key];
-}
 bool Dictionary::contains(std::string_view key) const noexcept {
   for (const Entry& entry : *this) {
     if (entry.key.string() == key)
       return true;
   }
   return false;
-}
-const Entry* Dictionary::begin() const noexcept {
-  return size() == 0 ? nullptr : value_.bits_.dictionary->entries();
 }
 
 MutableDictionary::MutableDictionary(const Value& value) : MutableDictionary(value.dictionary()) {}
@@ -556,7 +436,7 @@ const Value& MutableDictionary::operator[](std::string_view key) const noexcept 
     if (entry.key.string() == key)
       return entry.value;
   }
-  return kAbsentValue;
+  return detail::kAbsentValue;
 }
 
 void MutableDictionary::set(Value key, Value value) {

@@ -31,7 +31,6 @@ class MutableArray;
 class MutableDictionary;
 
 namespace detail {
-struct StringRep;
 struct ArrayRep;
 struct DictionaryRep;
 }  // namespace detail
@@ -117,7 +116,11 @@ class Value {
   double number() const noexcept { return head_.kind == Kind::kDouble ? bits_.number : 0.0; }
   Date date() const noexcept { return Date{isDate() ? bits_.integer : 0}; }
   /// Valid as long as this value, or a copy of it, lives.
-  std::string_view string() const noexcept;
+  std::string_view string() const noexcept {
+    if (!isString())
+      return {};
+    return {head_.shared ? reinterpret_cast<const char*>(bits_.counter + 1) : bits_.characters, head_.size};
+  }
   Array array() const noexcept;
   Dictionary dictionary() const noexcept;
 
@@ -157,18 +160,26 @@ class Value {
     uint64_t natural;
     double number;
     const char* characters;
-    detail::ArrayRep* array;
-    detail::DictionaryRep* dictionary;
+    /// What a shared value points to begins with its counter: of text the bytes follow, of containers their own
+    /// members.
+    std::atomic<uint32_t>* counter;
   };
 
   constexpr Value(Literal, const char* text, size_t size) noexcept
       : head_{Kind::kString, false, static_cast<uint32_t>(size)}, bits_(text) {}
-  std::atomic<uint32_t>* counter() const noexcept;
+  detail::ArrayRep* arrayRep() const noexcept { return reinterpret_cast<detail::ArrayRep*>(bits_.counter); }
+  detail::DictionaryRep* dictionaryRep() const noexcept {
+    return reinterpret_cast<detail::DictionaryRep*>(bits_.counter);
+  }
   void retain() const noexcept {
     if (head_.shared)
-      counter()->fetch_add(1, std::memory_order_relaxed);
+      bits_.counter->fetch_add(1, std::memory_order_relaxed);
   }
-  void release() noexcept;
+  void release() noexcept {
+    if (bits_.counter->fetch_sub(1, std::memory_order_acq_rel) == 1)
+      destroy();
+  }
+  void destroy() noexcept;
 
   Head head_;
   Bits bits_;
@@ -306,7 +317,117 @@ class MutableDictionary {
   std::vector<Entry> entries_;
 };
 
-// -------------------------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------ how containers lie in memory; for inlining
+// only
+
+namespace detail {
+
+/// Elements of one chunk. A mutable copy of a long array copies at most one chunk and the row of chunk pointers.
+inline constexpr uint32_t kChunkCapacity = 64;
+
+// A run of elements. `used` slots are constructed; a handle that ends exactly at `used` may claim the next one, which
+// no older handle ever looks at.
+struct alignas(Value) Chunk {
+  std::atomic<uint32_t> references;
+  std::atomic<uint32_t> used;
+  uint32_t capacity;
+
+  Value* items() { return reinterpret_cast<Value*>(this + 1); }
+  static Chunk* make(uint32_t capacity);
+  static Chunk* copyOf(Chunk* source, uint32_t count, uint32_t capacity);
+  void retain() { references.fetch_add(1, std::memory_order_relaxed); }
+  void release();
+};
+static_assert(sizeof(Chunk) % alignof(Value) == 0);
+
+// The row of chunks, with the same rule for claiming the next place. All chunks but the last are full ones.
+struct alignas(Chunk*) Spine {
+  std::atomic<uint32_t> references;
+  std::atomic<uint32_t> used;
+  uint32_t capacity;
+
+  Chunk** chunks() { return reinterpret_cast<Chunk**>(this + 1); }
+  static Spine* make(uint32_t capacity);
+  static Spine* copyOf(Spine* source, uint32_t count, uint32_t capacity);
+  void retain() { references.fetch_add(1, std::memory_order_relaxed); }
+  void release();
+};
+static_assert(sizeof(Spine) % alignof(Chunk*) == 0);
+
+// One handle's view: the first `size` elements of a row of chunks.
+struct ArrayRep {
+  std::atomic<uint32_t> references;
+  Spine* spine;
+  size_t size;
+
+  static ArrayRep* make(Spine* spine, size_t size) { return new ArrayRep{1, spine, size}; }
+  ~ArrayRep() { spine->release(); }
+
+  const Value& at(size_t index) const {
+    return spine->chunks()[index / kChunkCapacity]->items()[index % kChunkCapacity];
+  }
+
+  /// A view of one element more. `before` itself when nobody else holds it, else a new one; in both cases the caller's
+  /// reference to `before` is taken over.
+  static ArrayRep* appended(ArrayRep* before, Value&& element);
+
+ private:
+  /// The view of `size` elements in `row_of_chunks`, whose reference is taken over.
+  static ArrayRep* becoming(ArrayRep* before, Spine* row_of_chunks, size_t size);
+};
+
+// A dictionary: its entries behind its header, so that one record is one allocation.
+struct DictionaryRep {
+  std::atomic<uint32_t> references;
+  uint32_t size;
+
+  Entry* entries() { return reinterpret_cast<Entry*>(this + 1); }
+  static DictionaryRep* make(std::span<Entry> source);
+  static void destroy(DictionaryRep* rep);
+};
+static_assert(sizeof(DictionaryRep) % alignof(Entry) == 0);
+
+/// What look-ups answer where there is nothing.
+inline constinit const Value kAbsentValue;
+
+}  // namespace detail
+
+inline const Value& Value::operator[](std::string_view key) const noexcept {
+  if (!isDictionary() || !head_.shared)
+    return detail::kAbsentValue;
+  const Entry* entry = dictionaryRep()->entries();
+  for (const Entry* end = entry + dictionaryRep()->size; entry != end; ++entry) {
+    if (entry->key.string() == key)
+      return entry->value;
+  }
+  return detail::kAbsentValue;
+}
+
+inline size_t Value::size() const noexcept {
+  if (!head_.shared)
+    return 0;
+  if (isArray())
+    return arrayRep()->size;
+  return isDictionary() ? dictionaryRep()->size : 0;
+}
+
+inline size_t Array::size() const noexcept {
+  return value_.size();
+}
+
+inline const Value& Array::operator[](size_t index) const noexcept {
+  return index < size() ? value_.arrayRep()->at(index) : detail::kAbsentValue;
+}
+
+inline size_t Dictionary::size() const noexcept {
+  return value_.size();
+}
+inline const Value& Dictionary::operator[](std::string_view key) const noexcept {
+  return value_[key];
+}
+inline const Entry* Dictionary::begin() const noexcept {
+  return size() == 0 ? nullptr : value_.dictionaryRep()->entries();
+}
 
 template <class Keep>
 void MutableArray::retainIf(Keep keep) {

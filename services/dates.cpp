@@ -71,13 +71,29 @@ void appendPadded(int64_t number, size_t width, std::string& out) {
   out.append(digits, size);
 }
 
+void putTwoDigits(int64_t number, char* to) {
+  to[0] = static_cast<char>('0' + number / 10);
+  to[1] = static_cast<char>('0' + number % 10);
+}
+
 std::string fourteenDigits(kit::Date date, int utc_offset_seconds) {
   const kit::CalendarComponents civil = civilAt(date, utc_offset_seconds);
   std::string text;
-  appendPadded(civil.year, 4, text);
-  for (const int part : {civil.month, civil.day, civil.hour, civil.minute, civil.second})
-    appendPadded(part, 2, text);
-  return text;
+  if (civil.year < 0 || civil.year > 9999) {
+    appendPadded(civil.year, 4, text);
+  } else {
+    char year[4];
+    putTwoDigits(civil.year / 100, year);
+    putTwoDigits(civil.year % 100, year + 2);
+    text.append(year, sizeof year);
+  }
+  char rest[10];
+  putTwoDigits(civil.month, rest);
+  putTwoDigits(civil.day, rest + 2);
+  putTwoDigits(civil.hour, rest + 4);
+  putTwoDigits(civil.minute, rest + 6);
+  putTwoDigits(civil.second, rest + 8);
+  return text.append(rest, sizeof rest);
 }
 
 /// A reader of fixed-width decimal fields and fixed characters; once something does not fit, it stays failed.

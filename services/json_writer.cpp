@@ -44,23 +44,30 @@ bool isPlain(unsigned char byte) {
   return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\';
 }
 
-/// How many leading bytes are plain; eight at a time.
-size_t plainRun(const char* text, size_t size) {
+/// True when one of the eight bytes of `word` is not plain.
+bool hasSpecial(uint64_t word) {
   constexpr uint64_t ones = 0x0101010101010101ULL;
   constexpr uint64_t highs = 0x8080808080808080ULL;
+  const uint64_t below_blank = (word - ones * 0x20) & ~word;
+  const uint64_t quote = word ^ (ones * '"');
+  const uint64_t backslash = word ^ (ones * '\\');
+  const uint64_t hit = below_blank | ((quote - ones) & ~quote) | ((backslash - ones) & ~backslash) | word;
+  return (hit & highs) != 0;
+}
+
+/// Copies the leading plain bytes of `text` to `to`, eight at a time, and says how many. `to` has room for all of
+/// `text`.
+size_t copyPlainRun(std::string_view text, char* to) {
   size_t i = 0;
-  for (; i + 8 <= size; i += 8) {
+  for (; i + 8 <= text.size(); i += 8) {
     uint64_t word = 0;
-    std::memcpy(&word, text + i, 8);
-    const uint64_t below_blank = (word - ones * 0x20) & ~word;
-    const uint64_t quote = word ^ (ones * '"');
-    const uint64_t backslash = word ^ (ones * '\\');
-    const uint64_t hit = below_blank | ((quote - ones) & ~quote) | ((backslash - ones) & ~backslash) | word;
-    if ((hit & highs) != 0)
+    std::memcpy(&word, text.data() + i, 8);
+    if (hasSpecial(word))
       break;
+    std::memcpy(to + i, &word, 8);
   }
-  while (i < size && isPlain(static_cast<unsigned char>(text[i])))
-    ++i;
+  for (; i < text.size() && isPlain(static_cast<unsigned char>(text[i])); ++i)
+    to[i] = text[i];
   return i;
 }
 
@@ -95,35 +102,81 @@ void appendEscape(unsigned char byte, std::string& out) {
   }
 }
 
-void appendString(std::string_view text, std::string& out) {
-  out += '"';
-  while (!text.empty()) {
-    const size_t run = plainRun(text.data(), text.size());
-    out.append(text.data(), run);
-    text.remove_prefix(run);
-    if (text.empty())
-      break;
-    const auto byte = static_cast<unsigned char>(text.front());
-    size_t length = 1;
-    if (byte < 0x80) {
-      appendEscape(byte, out);
-    } else if ((length = sequenceLength(text)) != 0) {
-      out.append(text.data(), length);
-    } else {
-      out += kReplacement;
-      length = 1;
-    }
-    text.remove_prefix(length);
-  }
-  out += '"';
-}
+/// Collects text in a block of its own before it goes to the string, so that the many small pieces of a document cost a
+/// store each and not a call.
+class TextBlock {
+ public:
+  explicit TextBlock(std::string& out) : out_(out) {}
+  TextBlock(const TextBlock&) = delete;
+  TextBlock& operator=(const TextBlock&) = delete;
+  ~TextBlock() { flush(); }
 
-template <class Number>
-void appendNumber(Number number, std::string& out) {
-  char digits[32];
-  const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-  out.append(digits, static_cast<size_t>(end - digits));
-}
+  void put(char c) { *room(1) = c, ++used_; }
+  void put(std::string_view text) {
+    if (text.size() > kBytes) {
+      flush();
+      out_ += text;
+      return;
+    }
+    std::memcpy(room(text.size()), text.data(), text.size());
+    used_ += text.size();
+  }
+  template <class Number>
+  void putNumber(Number number) {
+    char* to = room(kMaxNumberBytes);
+    used_ += static_cast<size_t>(std::to_chars(to, to + kMaxNumberBytes, number).ptr - to);
+  }
+  /// Bytes put so far.
+  size_t size() const { return out_.size() + used_; }
+  /// Makes room for so many more bytes at once, so that a long document does not grow by copying itself.
+  void expect(size_t bytes) { out_.reserve(out_.size() + used_ + bytes); }
+  /// `text` in quotes, with escapes; what is not UTF-8 is mended.
+  void putQuoted(std::string_view text) {
+    put('"');
+    while (!text.empty()) {
+      text.remove_prefix(putPlain(text.substr(0, kBytes)));
+      if (!text.empty() && !isPlain(static_cast<unsigned char>(text.front())))
+        text.remove_prefix(putSpecial(text));
+    }
+    put('"');
+  }
+
+ private:
+  static constexpr size_t kBytes = 4096;
+  static constexpr size_t kMaxNumberBytes = 32;
+
+  char* room(size_t bytes) {
+    if (kBytes - used_ < bytes)
+      flush();
+    return block_ + used_;
+  }
+  void flush() {
+    out_.append(block_, used_);
+    used_ = 0;
+  }
+  size_t putPlain(std::string_view text) {
+    const size_t run = copyPlainRun(text, room(text.size()));
+    used_ += run;
+    return run;
+  }
+  /// Writes what stands for the first byte of `text`, which is not plain, and says how many bytes that covered.
+  size_t putSpecial(std::string_view text) {
+    const auto byte = static_cast<unsigned char>(text.front());
+    if (byte < 0x80) {
+      std::string escape;
+      appendEscape(byte, escape);
+      put(escape);
+      return 1;
+    }
+    const size_t length = sequenceLength(text);
+    put(length == 0 ? kReplacement : text.substr(0, length));
+    return length == 0 ? 1 : length;
+  }
+
+  std::string& out_;
+  size_t used_ = 0;
+  char block_[kBytes];
+};
 
 /// What to do where JSON has no form for a value: fail, or write something for people.
 enum class Strictness { kStrict, kForPeople };
@@ -137,21 +190,21 @@ class Writer {
       case kit::Kind::kAbsent:
         return orForPeople("an absent value has no JSON form: leave the entry out, or use null", "null");
       case kit::Kind::kNull:
-        out_ += "null";
+        out_.put("null");
         return true;
       case kit::Kind::kBoolean:
-        out_ += value.boolean() ? "true" : "false";
+        out_.put(value.boolean() ? "true" : "false");
         return true;
       case kit::Kind::kInteger:
-        appendNumber(value.integer(), out_);
+        out_.putNumber(value.integer());
         return true;
       case kit::Kind::kUnsigned:
-        appendNumber(value.unsignedInteger(), out_);
+        out_.putNumber(value.unsignedInteger());
         return true;
       case kit::Kind::kDouble:
         return writeDouble(value.number());
       case kit::Kind::kString:
-        appendString(value.string(), out_);
+        out_.putQuoted(value.string());
         return true;
       case kit::Kind::kDate:
         return orForPeople("a date has no JSON form: format it as text first", '"' + iso8601(value.date()) + '"');
@@ -168,7 +221,7 @@ class Writer {
  private:
   bool orForPeople(std::string_view error, std::string_view text) {
     if (strictness_ == Strictness::kForPeople) {
-      out_ += text;
+      out_.put(text);
       return true;
     }
     error_ = error;
@@ -179,7 +232,7 @@ class Writer {
 
   bool writeDouble(double number) {
     if (std::isfinite(number)) {
-      appendNumber(number, out_);
+      out_.putNumber(number);
       return true;
     }
     const char* name = std::isnan(number) ? "\"nan\"" : (number > 0 ? "\"inf\"" : "\"-inf\"");
@@ -187,36 +240,40 @@ class Writer {
   }
 
   bool writeArray(const kit::Array& array, size_t depth) {
-    out_ += '[';
-    bool first = true;
-    for (const kit::Value& element : array) {
-      if (!first)
-        out_ += ',';
-      first = false;
-      if (!write(element, depth))
+    out_.put('[');
+    const size_t start = out_.size();
+    for (size_t i = 0; i < array.size(); ++i) {
+      if (i > 0)
+        out_.put(',');
+      if (i == kSampleElements)
+        out_.expect((out_.size() - start) / kSampleElements * (array.size() - i) * 9 / 8);
+      if (!write(array[i], depth))
         return false;
     }
-    out_ += ']';
+    out_.put(']');
     return true;
   }
 
   bool writeDictionary(const kit::Dictionary& dictionary, size_t depth) {
-    out_ += '{';
+    out_.put('{');
     bool first = true;
     for (const kit::Entry& entry : dictionary) {
       if (!first)
-        out_ += ',';
+        out_.put(',');
       first = false;
-      appendString(entry.key.string(), out_);
-      out_ += ':';
+      out_.putQuoted(entry.key.string());
+      out_.put(':');
       if (!write(entry.value, depth))
         return false;
     }
-    out_ += '}';
+    out_.put('}');
     return true;
   }
 
-  std::string& out_;
+  /// After so many elements the length of a long array's text is guessed from theirs.
+  static constexpr size_t kSampleElements = 64;
+
+  TextBlock out_;
   Strictness strictness_;
   std::string error_;
 };

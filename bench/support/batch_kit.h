@@ -1,0 +1,62 @@
+// The same batch twice: as records in a store, on which the core builds it, and as plain structures, from which it is
+// written by hand.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kit/kit.h"
+
+namespace morvik::bench {
+
+struct PlainEvent {
+  std::string group;
+  std::string name;
+  std::string param;
+  std::string created_at;
+  std::string id;
+};
+
+/// A batch of `count` events, ready for writing.
+struct PlainBatch {
+  explicit PlainBatch(size_t count);
+  /// The batch's JSON text, put together by hand.
+  void appendJson(std::string& out) const;
+
+  std::vector<std::pair<std::string, std::string>> common;
+  std::vector<PlainEvent> events;
+};
+
+/// Real cipher, compressor and random numbers.
+class Sealer {
+ public:
+  Sealer();
+  ~Sealer();
+  /// Deflate, encryption and base64url with the calls that the core uses, and nothing else.
+  std::string sealByHand(const std::string& text) const;
+  /// The envelope as the host makes it.
+  kit::Value envelope(const kit::Value& payload, const std::string& key) const;
+
+ private:
+  struct Parts;
+  std::unique_ptr<Parts> parts_;
+};
+
+/// A kit on a memory store that holds `count` events, with a services object that goes as far as `step`.
+class BatchKit {
+ public:
+  enum class Step { kJsonText, kEnvelope };
+  BatchKit(size_t count, Step step);
+  ~BatchKit();
+  const kit::Kit& kit() const;
+  /// Size of what the last batch became.
+  size_t outputBytes() const;
+
+ private:
+  struct Parts;
+  std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace morvik::bench
