@@ -16,8 +16,8 @@ struct MHD_Daemon;
 
 namespace morvik_service {
 
-/// Limits of the server. Past the first, connections wait in the system's queue; past the second, requests are answered
-/// with 503; past the third, a connection is closed.
+/// Limits of the server. A connection past the first is closed at once; past the second, requests are answered with
+/// 503; a body past the third ends its connection.
 inline constexpr unsigned kMaxConnections = 64;
 inline constexpr std::size_t kMaxBufferedBytes = std::size_t{128} * 1024 * 1024;
 inline constexpr std::uint64_t kMaxDiscardedBytes = std::uint64_t{64} * 1024 * 1024;

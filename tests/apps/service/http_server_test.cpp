@@ -172,18 +172,16 @@ TEST_F(HttpServerTest, ServesSeveralConnectionsAtOnce) {
     thread.join();
 }
 
-TEST_F(HttpServerTest, AConnectionBeyondTheLimitIsServedOnceAnotherCloses) {
+TEST_F(HttpServerTest, AConnectionBeyondTheLimitIsClosedAndTheOthersGoOn) {
   serve([](const HttpRequest&) { return HttpReply{200, "{}"}; });
   std::vector<std::unique_ptr<HttpsClient>> kept;
   for (unsigned i = 0; i < kMaxConnections; ++i) {
     kept.push_back(std::make_unique<HttpsClient>(url_, files_.authority));
     ASSERT_EQ(200, kept.back()->get("/").status) << i;
   }
-  auto next = std::async(std::launch::async, [this] { return client().get("/").status; });
-  // It is not served while all connections are kept; nothing but its answer could tell that it arrived.
-  EXPECT_EQ(std::future_status::timeout, next.wait_for(std::chrono::milliseconds(100)));
-  kept.pop_back();
-  EXPECT_EQ(200, next.get());
+  EXPECT_NE(CURLE_OK, client().get("/").result);
+  for (const auto& one : kept)
+    EXPECT_EQ(200, one->get("/").status);
 }
 
 TEST_F(HttpServerTest, HeadersBeyondTheLimitAreRefused) {
