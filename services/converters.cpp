@@ -62,16 +62,16 @@ int64_t statedExponent(std::string_view text) {
   return std::clamp(stated, -kBound, kBound);
 }
 
-/// The power of ten at which the first digit other than 0 stands; such a digit there must be.
+/// The power of ten of the first digit other than 0, or one more; such a digit there must be.
 int64_t magnitude(std::string_view text) {
   const std::string_view mantissa = text.substr(0, text.find_first_of("eE"));
   const size_t point = std::min(mantissa.find('.'), mantissa.size());
   const size_t first = mantissa.find_first_of("123456789");
-  const auto places = static_cast<int64_t>(point) - static_cast<int64_t>(first);
-  return (places > 0 ? places - 1 : places) + statedExponent(text);
+  return static_cast<int64_t>(point) - static_cast<int64_t>(first) + statedExponent(text);
 }
 
-/// A number outside what a double holds: the largest one, or 0 for one too small.
+/// A number outside what a double holds, hundreds of powers of ten to either side: the largest double, or 0 for one too
+/// small.
 double outOfRange(std::string_view text) {
   if (magnitude(text) < 0)
     return 0;
