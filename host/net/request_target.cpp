@@ -14,7 +14,7 @@ namespace {
 
 /// 127.0.0.0/8, ::1 and the one name that curl itself resolves without asking anybody. `host` as curl writes it: lower
 /// case does not matter to a name, addresses are in full, those of version 6 in brackets.
-bool isLoopback(const std::string& host) {
+bool isLoopbackName(const std::string& host) {
   in_addr version4{};
   if (inet_pton(AF_INET, host.c_str(), &version4) == 1)
     return (ntohl(version4.s_addr) >> 24) == 127;
@@ -48,7 +48,8 @@ std::variant<RequestTarget, Error> RequestTarget::parse(const std::string& url) 
   const std::string host = target.part(CURLUPART_HOST);
   if (scheme != "https" && scheme != "http")
     return refused(url, "its scheme is \"" + scheme + "\"; it must be https");
-  if (scheme == "http" && !isLoopback(host))
+  target.is_loopback_ = isLoopbackName(host);
+  if (scheme == "http" && !target.is_loopback_)
     return refused(url, "plain HTTP stays on this machine; use https");
   target.host_ = scheme + "://" + host + ":" + target.part(CURLUPART_PORT);
   target.shown_ = target.host_ + target.part(CURLUPART_PATH);

@@ -23,6 +23,8 @@ class RequestTarget {
   const std::string& host() const { return host_; }
   /// The URL for people: without user, query and fragment, which may hold what is nobody's business.
   const std::string& shown() const { return shown_; }
+  /// Whether it is this machine itself.
+  bool isLoopback() const { return is_loopback_; }
   CURLU* handle() const { return url_.get(); }
 
  private:
@@ -35,6 +37,7 @@ class RequestTarget {
   std::unique_ptr<CURLU, Release> url_;
   std::string host_;
   std::string shown_;
+  bool is_loopback_ = false;
 };
 
 /// A URL text up to its query or fragment.

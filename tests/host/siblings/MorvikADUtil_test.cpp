@@ -1,0 +1,47 @@
+#include "host/siblings/MorvikADUtil.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "services/dates.h"
+
+namespace morvik::host {
+namespace {
+
+const MorvikADUtil kUtil("AAAA-BBBB", false);
+
+TEST(MorvikADUtil, ConvertsValuesOfAnyKind) {
+  EXPECT_EQ(kUtil.checkNilToBlankString({}), kit::Value(""));
+  EXPECT_EQ(kUtil.checkNilToBlankString(17), kit::Value("17"));
+  EXPECT_FALSE(kUtil.checkNilToNo(kit::Value::null()));
+  EXPECT_TRUE(kUtil.checkNilToNo("yes"));
+  EXPECT_EQ(kUtil.checkIntegerNilToZero("12 and more"), 12);
+  EXPECT_EQ(kUtil.checkLongLongNilToZero(5.9), 5);
+  EXPECT_EQ(kUtil.checkDoubleNilToZero("1.5"), 1.5);
+  EXPECT_EQ(kUtil.checkNilToZero(int64_t{1} << 32), 0);
+}
+
+TEST(MorvikADUtil, WritesDatesAsTheServicesReadThem) {
+  const kit::Date date = *services::dateFromIso8601("2024-03-01T20:30:40Z");
+  EXPECT_EQ(kUtil.getKoreaDateFormateDate(date), "20240302053040");
+  EXPECT_EQ(kUtil.getUTCFormateDate(date), "20240301203040");
+}
+
+TEST(MorvikADUtil, TellsServerTimeMinusDeviceTime) {
+  EXPECT_EQ(kUtil.timeIntervalSinceServerDate(kit::Date::fromSeconds(1'700'000'000), 1'700'000'012.5), 12.5);
+  EXPECT_EQ(kUtil.timeIntervalSinceServerDate(kit::Date::fromSeconds(1'700'000'000), 1'699'999'990.0), -10.0);
+}
+
+TEST(MorvikADUtil, KnowsTheAdvertisingIdentifierUnlessTrackingIsLimited) {
+  EXPECT_EQ(kUtil.IDFA(), "AAAA-BBBB");
+  EXPECT_EQ(MorvikADUtil(std::nullopt, false).IDFA(), std::nullopt);
+}
+
+TEST(MorvikADUtil, AlwaysKnowsANetworkWithAnEndpointOnThisMachine) {
+  const std::set<std::string> known = {"wifi", "cellular", "ethernet"};
+  EXPECT_TRUE(known.contains(MorvikADUtil(std::nullopt, true).getNetworkStatus()));
+}
+
+}  // namespace
+}  // namespace morvik::host

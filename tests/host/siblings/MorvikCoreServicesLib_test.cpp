@@ -1,0 +1,268 @@
+#include "host/siblings/MorvikCoreServicesLib.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "testing/fake_crypto.h"
+#include "testing/memory_store.h"
+#include "testing/recording_log.h"
+#include "testing/virtual_loop.h"
+
+namespace morvik::host {
+namespace {
+
+constexpr const char* kTrackingUrl = "https://tracking.morvik.example/v1/tracking";
+
+class ServicesLib : public ::testing::Test {
+ protected:
+  ServicesLib() {
+    levels_._lcl_component_level[kit::lcl_cKesmo] = kit::lcl_vTrace;
+    trigger_.setCall([this] { ++calls_; });
+  }
+
+  MorvikCoreServicesLib& lib() {
+    if (!lib_)
+      lib_.emplace(ServicesParts{.app_key = "the app",
+                                 .hash_key = "the hash key",
+                                 .tracking_url = kTrackingUrl,
+                                 .store = properties_,
+                                 .logger = services::Logger(levels_, log_),
+                                 .clock = loop_.clock(),
+                                 .sealing = {cipher_, compressor_, random_},
+                                 .common = common_,
+                                 .util = util_,
+                                 .size_trigger = trigger_});
+    return *lib_;
+  }
+  void record(int count) {
+    for (int i = 0; i < count; ++i)
+      lib().addActivityGroupName("g", "n", "", kit::Date{i});
+    loop_.runUntilIdle();
+  }
+  void batchEnds(bool succeeded, const kit::Value& json, size_t sent = 0) {
+    kit::MutableArray keys;
+    for (size_t i = 0; i < sent; ++i)
+      keys.append(static_cast<int64_t>(i));
+    properties_.setFendoActivityInfosSentEventKeys(kit::Value(std::move(keys)));
+    kit::Request request;
+    request.url = kTrackingUrl;
+    lib().exchangeDidEnd(request, {succeeded, json});
+  }
+
+  testing::VirtualLoop loop_;
+  testing::MemoryStore store_;
+  kit::HouseLock lock_;
+  services::MorvikGVUserDefaults properties_{store_, lock_};
+  kit::LogLevels levels_;
+  testing::RecordingLog log_;
+  testing::FakeCipher cipher_;
+  testing::FakeCompressor compressor_;
+  testing::SeededRandom random_{1};
+  MorvikADUtil util_{"the identifier", false};
+  MorvikADGetPUID puid_;
+  DeviceDescription device_;
+  CommonParameters common_{{.device = device_,
+                            .app_key = "the app",
+                            .install_id = "the install",
+                            .zone_name = "UTC",
+                            .util = util_,
+                            .puid = puid_}};
+  SizeTrigger trigger_{loop_.mainQueue()};
+  int calls_ = 0;
+  std::optional<MorvikCoreServicesLib> lib_;
+};
+
+TEST_F(ServicesLib, KnowsItsKeysAndTheSessionGroup) {
+  EXPECT_EQ(lib().appKey(), "the app");
+  EXPECT_EQ(lib().hashKey(), "the hash key");
+  EXPECT_EQ(lib().activityGroupName(0), "session");
+  EXPECT_EQ(lib().activityGroupName(1), "");
+  EXPECT_EQ(lib().appleAdvertisingIdentifier(), "the identifier");
+}
+
+TEST_F(ServicesLib, LoadsTheForgetMeMirrorFromTheStore) {
+  properties_.setMorvikCoreUserInfo_isGDPRForgetMe(true);
+  EXPECT_TRUE(lib().isGDPRForgetMe());
+}
+
+TEST_F(ServicesLib, StartsWithoutForgetMeOffsetOrConversionResult) {
+  EXPECT_FALSE(lib().isGDPRForgetMe());
+  EXPECT_EQ(lib().intervalSinceServerDate(), 0.0);
+  EXPECT_FALSE(lib().conversionResult());
+  EXPECT_EQ(lib().conversionResultCode(), 0);
+}
+
+TEST_F(ServicesLib, KeepsOffsetAndConversionResult) {
+  lib().setIntervalSinceServerDate(-1.5);
+  lib().setConversionResult(true);
+  lib().setConversionResultCode(7);
+  EXPECT_EQ(lib().intervalSinceServerDate(), -1.5);
+  EXPECT_TRUE(lib().conversionResult());
+  EXPECT_EQ(lib().conversionResultCode(), 7);
+}
+
+TEST_F(ServicesLib, AppendsARecordWithAnEventIdAndFlushes) {
+  lib().addActivityGroupName("shop", "buy", "sku", kit::Date{5});
+  lib().addActivityGroupName("shop", "look", {}, kit::Date{6});
+  const kit::Array activities = properties_.fendoActivityInfos().array();
+  ASSERT_EQ(activities.size(), 2U);
+  EXPECT_EQ(activities[0]["activityGroupName"], kit::Value("shop"));
+  EXPECT_EQ(activities[0]["activityName"], kit::Value("buy"));
+  EXPECT_EQ(activities[0]["activityParam"], kit::Value("sku"));
+  EXPECT_EQ(activities[0]["activityCreatedAt"], kit::Value(kit::Date{5}));
+  EXPECT_EQ(activities[0].size(), 5U);
+  EXPECT_TRUE(activities[1]["activityParam"].isAbsent());
+  EXPECT_EQ(activities[1].size(), 4U);
+  const std::string id(activities[0]["activityEventID"].string());
+  EXPECT_EQ(id.size(), 36U);
+  EXPECT_EQ(id[14], '7');
+  EXPECT_NE(activities[1]["activityEventID"].string(), id);
+  EXPECT_EQ(store_.journalTexts(),
+            (std::vector<std::string>{"fendoActivityInfos", "synchronize", "fendoActivityInfos", "synchronize"}));
+}
+
+TEST_F(ServicesLib, RefusesAnActivityWithoutGroupOrName) {
+  lib().addActivityGroupName({}, "buy", "", kit::Date{});
+  lib().addActivityGroupName("shop", kit::Value::null(), "", kit::Date{});
+  lib().addActivityGroupName(kit::Array{}, "buy", "", kit::Date{});
+  EXPECT_TRUE(properties_.fendoActivityInfos().isAbsent());
+  EXPECT_EQ(log_.messages(),
+            (std::vector<std::string>{
+                "Morvik host: the activity (null) / buy was not recorded: it needs a group and a name, both text",
+                "Morvik host: the activity shop / <null> was not recorded: it needs a group and a name, both text",
+                "Morvik host: the activity [] / buy was not recorded: it needs a group and a name, both text"}));
+  EXPECT_EQ(log_.lines().front().prefix->level, "ERROR");
+  EXPECT_EQ(log_.lines().front().prefix->operation,
+            "-[MorvikCoreServicesLib addActivityGroupName:activityName:param:createdAt:]");
+}
+
+TEST_F(ServicesLib, WritesANumberAsText) {
+  lib().addActivityGroupName("shop", "buy", 42, kit::Date{});
+  EXPECT_EQ(properties_.fendoActivityInfos().array()[0]["activityParam"], kit::Value("42"));
+}
+
+TEST_F(ServicesLib, MendsTextThatIsNotUtf8) {
+  lib().addActivityGroupName("sh\xFFop", "buy", "\xC3", kit::Date{});
+  const kit::Array activities = properties_.fendoActivityInfos().array();
+  EXPECT_EQ(activities[0]["activityGroupName"], kit::Value("sh\xEF\xBF\xBDop"));
+  EXPECT_EQ(activities[0]["activityParam"], kit::Value("\xEF\xBF\xBD"));
+  EXPECT_EQ(log_.messages(),
+            (std::vector<std::string>{
+                "Morvik host: the group of an activity was not UTF-8 and was recorded as sh\xEF\xBF\xBDop",
+                "Morvik host: the param of an activity was not UTF-8 and was recorded as \xEF\xBF\xBD"}));
+  EXPECT_EQ(log_.lines().front().prefix->level, "WARNING");
+}
+
+TEST_F(ServicesLib, RefusesTheAppsOwnActivitiesWhileTheUserIsForgottenAndRecordsTheCores) {
+  properties_.setMorvikCoreUserInfo_isGDPRForgetMe(true);
+  EXPECT_FALSE(lib().addActivityOfApp("shop", "buy", "", kit::Date{}));
+  EXPECT_TRUE(properties_.fendoActivityInfos().isAbsent());
+  EXPECT_EQ(log_.messages(),
+            std::vector<std::string>{
+                "Morvik host: the activity shop / buy was not recorded: the user asked to be forgotten"});
+  EXPECT_EQ(log_.lines().front().prefix->level, "WARNING");
+  lib().addActivityGroupName("session", "start", "", kit::Date{});
+  EXPECT_EQ(properties_.fendoActivityInfos().size(), 1U);
+}
+
+TEST_F(ServicesLib, SaysWhetherTheAppsActivityIsStored) {
+  EXPECT_TRUE(lib().addActivityOfApp("shop", "buy", "", kit::Date{}));
+  EXPECT_FALSE(lib().addActivityOfApp("shop", {}, "", kit::Date{}));
+}
+
+TEST_F(ServicesLib, LosesNothingThatManyThreadsRecord) {
+  constexpr int kThreads = 4;
+  constexpr int kEach = 200;
+  lib();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([this] {
+      for (int j = 0; j < kEach; ++j)
+        lib_->addActivityGroupName("g", "n", "", kit::Date{j});
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(properties_.fendoActivityInfos().size(), size_t{kThreads} * kEach);
+}
+
+TEST_F(ServicesLib, MakesSealedParameters) {
+  const kit::Value payload = kit::Dictionary{{"a", 1}};
+  const kit::Value parameters = lib().makeJsonParameter(payload, "key");
+  EXPECT_EQ(parameters["k"], kit::Value("the app"));
+  EXPECT_FALSE(parameters["j"].string().empty());
+  EXPECT_EQ(parameters.size(), 2U);
+  EXPECT_TRUE(log_.messages().empty());
+}
+
+TEST_F(ServicesLib, SaysWhyAPayloadCannotBeSealed) {
+  const kit::Value payload = kit::Dictionary{{"a", std::numeric_limits<double>::infinity()}};
+  EXPECT_TRUE(lib().makeJsonParameter(payload, "key").isAbsent());
+  ASSERT_EQ(log_.lines().size(), 1U);
+  const std::string begin = "Morvik host: a payload could not be sealed, and is not sent: ";
+  EXPECT_EQ(log_.messages().front().substr(0, begin.size()), begin);
+  EXPECT_GT(log_.messages().front().size(), begin.size());
+  EXPECT_EQ(log_.lines().front().prefix->level, "ERROR");
+}
+
+TEST_F(ServicesLib, MakesCommonParametersThatTheCallerMayChange) {
+  kit::MutableDictionary first = lib().makeCommonParameter("1.2.3");
+  first.set("own", 1);
+  EXPECT_EQ(lib().makeCommonParameter("1.2.3").size(), first.size() - 1);
+  EXPECT_EQ(first["sdk_version"], kit::Value("1.2.3"));
+}
+
+TEST_F(ServicesLib, ReplacesTheCachedConversionKeys) {
+  lib().saveConversionInfoForCacheWithConversionArr(kit::Array{1, 2});
+  lib().saveConversionInfoForCacheWithConversionArr(kit::Array{3});
+  EXPECT_EQ(properties_.fendoConversionInfoForCaches(), kit::Value(kit::Array{3}));
+  lib().saveConversionInfoForCacheWithConversionArr(kit::Array{});
+  EXPECT_EQ(properties_.fendoConversionInfoForCaches(), kit::Value(kit::Array{}));
+}
+
+TEST_F(ServicesLib, HoldsItsDelegateWeakly) {
+  EXPECT_EQ(lib().saveFendoUserInfoDelegate(), nullptr);
+  auto delegate = std::make_shared<const kit::SaveFendoUserInfoDelegate>();
+  lib().setSaveFendoUserInfoDelegate(delegate);
+  EXPECT_EQ(lib().saveFendoUserInfoDelegate(), delegate);
+  delegate.reset();
+  EXPECT_EQ(lib().saveFendoUserInfoDelegate(), nullptr);
+}
+
+TEST_F(ServicesLib, CallsTheSizeTriggerAfterEachActivityAndRestsAfterAFailedBatch) {
+  record(1);
+  EXPECT_EQ(calls_, 1);
+  batchEnds(false, {}, 250);
+  record(24);
+  EXPECT_EQ(calls_, 1);
+  record(1);
+  EXPECT_EQ(calls_, 2);
+}
+
+TEST_F(ServicesLib, RestsAfterABatchThatWasNotAcceptedAndNotAfterOneThatWas) {
+  batchEnds(true, kit::Dictionary{{"Result", false}}, 10);
+  record(9);
+  EXPECT_EQ(calls_, 0);
+  batchEnds(true, kit::Dictionary{{"Result", true}}, 10);
+  record(1);
+  EXPECT_EQ(calls_, 1);
+  batchEnds(true, kit::Dictionary{}, 10);
+  record(9);
+  EXPECT_EQ(calls_, 1);
+}
+
+TEST_F(ServicesLib, TakesNoNoteOfOtherExchanges) {
+  kit::Request conversion;
+  conversion.url = "https://conversion.morvik.example/v1/conversion";
+  lib().exchangeDidEnd(conversion, {false, {}});
+  record(1);
+  EXPECT_EQ(calls_, 1);
+}
+
+}  // namespace
+}  // namespace morvik::host

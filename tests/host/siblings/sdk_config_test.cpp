@@ -1,0 +1,41 @@
+#include "host/siblings/sdk_config.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "tests/support/paths.h"
+
+namespace morvik::host {
+namespace {
+
+TEST(SdkConfig, HoldsTheTrackingKey) {
+  EXPECT_EQ(MorvkSDKConfig("key").getTrackingSuperkey(), "key");
+  EXPECT_EQ(MorvkSDKConfig("").getTrackingSuperkey(), "");
+}
+
+TEST(SdkConfig, NamesTheKitAndTheVersionThatIsBuilt) {
+  const MorvikCoreUpdateLog log;
+  EXPECT_EQ(log.frameworkName(), "MorvikCore");
+  std::ifstream file(test::sourceDir() + "/CMakeLists.txt");
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_NE(text.find("VERSION " + log.getSDKVersion() + "\n"), std::string::npos);
+}
+
+TEST(SdkConfig, DescribesTheDevice) {
+  DeviceDescription description;
+  EXPECT_EQ(Device(description).systemVersion(), "15.0");
+  EXPECT_EQ(Device(description).isMultitaskingSupported(), true);
+  EXPECT_EQ(Device(description).statusBarOrientation(), kit::kOrientationPortrait);
+  description.system_version = "9.3";
+  description.multitasking = std::nullopt;
+  description.orientation = 4;
+  EXPECT_EQ(Device(description).systemVersion(), "9.3");
+  EXPECT_EQ(Device(description).isMultitaskingSupported(), std::nullopt);
+  EXPECT_EQ(Device(description).statusBarOrientation(), 4);
+}
+
+}  // namespace
+}  // namespace morvik::host
