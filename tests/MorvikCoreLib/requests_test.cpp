@@ -1,0 +1,90 @@
+// The table of requests: where each goes and what it carries.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/MorvikCoreLib/records.h"
+
+namespace morvik {
+namespace {
+
+using kit::Dictionary;
+using kit::HttpHeader;
+using kit::Value;
+using ::testing::IsEmpty;
+using testing::TestWorld;
+using testing::WorldOptions;
+
+struct RequestCase {
+  const char* name;
+  void (*start)(MorvikCoreLib&, const Value&);
+  const char* url;
+  const char* method;
+  std::vector<HttpHeader> headers;
+  std::optional<double> timeout_seconds;
+};
+
+const std::vector<HttpHeader> kFormAndGzip = {{"Content-Type", "application/x-www-form-urlencoded; charset=utf-8"},
+                                              {"Accept-Encoding", "gzip"}};
+
+const std::vector<RequestCase> kRequests = {
+    {"tracking", [](MorvikCoreLib& core, const Value& parameters) { core.tracking(parameters); },
+     "https://tracking.morvik.example/v1/tracking", "POST", kFormAndGzip, 15.0},
+    {"conversion", [](MorvikCoreLib& core, const Value& parameters) { core.conversion(parameters); },
+     "https://conversion.morvik.example/v1/conversion", "POST", kFormAndGzip, 15.0},
+    {"thirdPartyConversion",
+     [](MorvikCoreLib& core, const Value& parameters) { core.thirdPartyConversion(parameters); },
+     "https://conversion.morvik.example/v1/thirdparty-conversion", "POST", kFormAndGzip, 15.0},
+    {"iAdAttribution", [](MorvikCoreLib& core, const Value& parameters) { core.iAdAppAttributionTracking(parameters); },
+     "https://conversion.morvik.example/v1/iad-attribution", "POST", kFormAndGzip, 15.0},
+};
+
+class Requests : public ::testing::TestWithParam<RequestCase> {
+ protected:
+  void start() {
+    world.loop.perform([this] { GetParam().start(world.core(), Dictionary{{"k", "app"}, {"j", "a+b"}}); });
+  }
+  TestWorld world{WorldOptions::attributed()};
+};
+
+TEST_P(Requests, GoWhereAndHowTheTableSays) {
+  start();
+  const auto sent = world.transport.requests();
+  ASSERT_EQ(sent.size(), 1U);
+  EXPECT_EQ(sent[0].url, GetParam().url);
+  EXPECT_EQ(sent[0].method, GetParam().method);
+  EXPECT_EQ(sent[0].headers, GetParam().headers);
+  EXPECT_EQ(sent[0].timeout_seconds, GetParam().timeout_seconds);
+  EXPECT_EQ(sent[0].body, "k=app&j=a%2Bb");
+  EXPECT_EQ(sent[0].max_answer_bytes, 4U * 1024 * 1024);
+}
+
+TEST_P(Requests, AreNotMadeAndLeaveNoLineUnderForgetMe) {
+  world.services().setIsGDPRForgetMe(true);
+  world.log.clear();
+  start();
+  EXPECT_THAT(world.transport.requests(), IsEmpty());
+  EXPECT_THAT(world.log.lines(), IsEmpty());
+}
+
+TEST_P(Requests, LogNothingAtLevelZero) {
+  world.sharedState().log_levels._lcl_component_level[kit::lcl_cKesmo] = kit::lcl_vOff;
+  world.log.clear();
+  world.transport.goOffline();
+  start();
+  EXPECT_THAT(world.log.lines(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, Requests, ::testing::ValuesIn(kRequests),
+                         [](const auto& row) { return row.param.name; });
+
+TEST(RequestBases, AreTheHostAppsOwnWhereItSetsThem) {
+  WorldOptions options = WorldOptions::attributed();
+  options.endpoints.kFendoTrackingBaseLiveUrl = "https://data.example/here/";
+  TestWorld world(options);
+  world.loop.perform([&] { world.core().tracking(Dictionary{{"j", "x"}}); });
+  EXPECT_EQ(world.transport.requests().at(0).url, "https://data.example/here/v1/tracking");
+}
+
+}  // namespace
+}  // namespace morvik
