@@ -63,6 +63,18 @@ void Spine::release() {
 
 namespace {
 
+/// True when the element is, or holds, an array. Such an element may hold an older view of the very list it goes to,
+/// and in a slot that this view shares it would keep itself alive for ever.
+bool holdsArray(const Value& element) {
+  if (element.isArray())
+    return element.size() > 0;
+  for (const Entry& entry : element.dictionary()) {
+    if (holdsArray(entry.value))
+      return true;
+  }
+  return false;
+}
+
 bool claim(std::atomic<uint32_t>& used, uint32_t expected) {
   return used.compare_exchange_strong(expected, expected + 1, std::memory_order_acq_rel);
 }
@@ -110,14 +122,16 @@ ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
   const auto slot = static_cast<uint32_t>(size % kChunkCapacity);
   const auto row = static_cast<uint32_t>(size / kChunkCapacity);
   Spine* spine = before->spine;
+  const bool own_place = holdsArray(element);
   if (slot != 0) {
     Chunk* last = spine->chunks()[row];
-    if (slot < last->capacity && claim(last->used, slot)) {
+    if (slot < last->capacity && !own_place && claim(last->used, slot)) {
       place(last, slot, std::move(element));
       spine->retain();
       return becoming(before, spine, size + 1);
     }
-    // Someone else took the slot, or the first small chunk is full: this handle gets a chunk and a row of its own.
+    // Someone else took the slot, the first small chunk is full, or the element needs a place that no older view
+    // shares: this handle gets a chunk and a row of its own.
     const uint32_t wanted = slot < last->capacity ? last->capacity : last->capacity * 2;
     Chunk* chunk = Chunk::copyOf(last, slot, wanted < kChunkCapacity ? wanted : kChunkCapacity);
     place(chunk, slot, std::move(element));
@@ -130,7 +144,7 @@ ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
   Chunk* chunk = Chunk::make(kChunkCapacity);
   place(chunk, 0, std::move(element));
   chunk->used.store(1, std::memory_order_relaxed);
-  if (row < spine->capacity && claim(spine->used, row)) {
+  if (row < spine->capacity && !own_place && claim(spine->used, row)) {
     spine->chunks()[row] = chunk;
     spine->retain();
     return becoming(before, spine, size + 1);
