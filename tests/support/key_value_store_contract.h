@@ -9,12 +9,20 @@
 
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "kit/key_value_store.h"
 #include "kit/value.h"
 
 namespace morvik::test {
+
+/// A dictionary of one entry.
+inline kit::Value recordOf(const char* key, kit::Value value) {
+  kit::MutableDictionary record;
+  record.set(key, std::move(value));
+  return kit::Value(std::move(record));
+}
 
 template <class Harness>
 class KeyValueStoreContract : public ::testing::Test {
@@ -43,10 +51,10 @@ TYPED_TEST_P(KeyValueStoreContract, AWriteIsSeenAtOnceWithoutSynchronize) {
 
 TYPED_TEST_P(KeyValueStoreContract, AWriteReplacesTheValueWhole) {
   this->store().set("record", kit::Dictionary{{"a", 1}, {"b", 2}});
-  this->store().set("record", kit::Dictionary{{"c", 3}});
+  this->store().set("record", recordOf("c", 3));
   this->store().synchronize();
   this->harness_.killAndRestart();
-  EXPECT_EQ(this->store().get("record"), kit::Value(kit::Dictionary{{"c", 3}}));
+  EXPECT_EQ(this->store().get("record"), recordOf("c", 3));
 }
 
 TYPED_TEST_P(KeyValueStoreContract, SettingTheAbsentValueRemovesTheKey) {
@@ -72,7 +80,7 @@ TYPED_TEST_P(KeyValueStoreContract, WhatWasSynchronizedSurvivesTheDeathOfTheProc
       {"text", "caf\xC3\xA9"},
       {"empty text", ""},
       {"date", kit::Date{-1}},
-      {"list", kit::Array{1, "two", kit::Array{3.0}, kit::Dictionary{{"four", kit::Value::null()}}}},
+      {"list", kit::Array{1, "two", kit::Array{3.0}, recordOf("four", kit::Value::null())}},
       {"dictionary", kit::Dictionary{{"list", kit::Array{}}, {"none", kit::Dictionary{}}}},
   };
   for (const auto& [key, value] : values)
@@ -99,10 +107,10 @@ TYPED_TEST_P(KeyValueStoreContract, AnEmptyListIsNotAnAbsentOne) {
 
 TYPED_TEST_P(KeyValueStoreContract, AListGrowsAndShrinksAcrossRestarts) {
   for (int i = 0; i < 10; ++i)
-    this->append("queue", kit::Dictionary{{"id", i}});
+    this->append("queue", recordOf("id", i));
   this->store().synchronize();
   this->harness_.killAndRestart();
-  this->append("queue", kit::Dictionary{{"id", 10}});
+  this->append("queue", recordOf("id", 10));
   kit::MutableArray trimmed(this->store().get("queue"));
   trimmed.retainIf([](const kit::Value& record) { return record["id"].integer() % 3 != 0; });
   this->store().set("queue", kit::Value(std::move(trimmed)));
@@ -110,7 +118,7 @@ TYPED_TEST_P(KeyValueStoreContract, AListGrowsAndShrinksAcrossRestarts) {
   this->harness_.killAndRestart();
   kit::MutableArray expected;
   for (const int id : {1, 2, 4, 5, 7, 8, 10})
-    expected.append(kit::Dictionary{{"id", id}});
+    expected.append(recordOf("id", id));
   EXPECT_EQ(this->store().get("queue"), kit::Value(std::move(expected)));
 }
 

@@ -403,11 +403,11 @@ TEST_F(SqliteStoreTest, AWriteThatFailsAtAnyPointLosesNothingAndLeavesTheFileWho
   for (uint64_t failing = 1; failing <= 12; ++failing) {
     FaultyVfs vfs;
     const ScratchFolder folder;
+    std::atomic<uint64_t> writes{0};
     {
       SqliteStore store(optionsFor(folder.path(), vfs), log_);
       store.set("list", numbers(0, 40));
       store.synchronize();
-      std::atomic<uint64_t> writes{0};
       vfs.decide([&](const VfsCall& call) {
         return call.kind == VfsCall::Kind::kWrite && ++writes == failing ? SQLITE_IOERR_WRITE : SQLITE_OK;
       });
