@@ -25,9 +25,9 @@ Date Date::shiftedBySeconds(double seconds) const {
   // 2^63 is exact as a double; everything at or beyond it does not fit.
   constexpr double limit = 9223372036854775808.0;
   if (moved >= limit)
-    return {saturatedAdd(microseconds, kMax)};
+    return {kMax};
   if (moved <= -limit)
-    return {saturatedAdd(microseconds, kMin)};
+    return {kMin};
   return {saturatedAdd(microseconds, std::llround(moved))};
 }
 

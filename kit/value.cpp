@@ -1,5 +1,7 @@
 #include "kit/value.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -63,18 +65,6 @@ void Spine::release() {
 
 namespace {
 
-/// True when the element is, or holds, an array. Such an element may hold an older view of the very list it goes to,
-/// and in a slot that this view shares it would keep itself alive for ever.
-bool holdsArray(const Value& element) {
-  if (element.isArray())
-    return element.size() > 0;
-  for (const Entry& entry : element.dictionary()) {
-    if (holdsArray(entry.value))
-      return true;
-  }
-  return false;
-}
-
 bool claim(std::atomic<uint32_t>& used, uint32_t expected) {
   return used.compare_exchange_strong(expected, expected + 1, std::memory_order_acq_rel);
 }
@@ -87,6 +77,25 @@ uint32_t grown(uint32_t capacity, uint32_t first) {
 Spine* spineWithRoom(Spine* before, uint32_t count) {
   const uint32_t capacity = before->capacity > count ? before->capacity : grown(before->capacity, kFirstSpineCapacity);
   return Spine::copyOf(before, count, capacity);
+}
+
+/// Dictionaries within dictionaries that are searched for an array; deeper ones are taken to hold one.
+constexpr unsigned kMaxSearchDepth = 16;
+
+/// Whether an array may be reached from `value`. Empty arrays hold nothing.
+bool mayReachAnArray(const Value& value, unsigned depth = 0) {
+  if (value.isArray())
+    return value.size() != 0;
+  if (!value.isDictionary())
+    return false;
+  const Dictionary dictionary = value.dictionary();
+  return depth == kMaxSearchDepth || std::any_of(dictionary.begin(), dictionary.end(), [depth](const Entry& entry) {
+           return mayReachAnArray(entry.value, depth + 1);
+         });
+}
+
+bool isHeldOnce(const std::atomic<uint32_t>& references) {
+  return references.load(std::memory_order_acquire) == 1;
 }
 
 void place(Chunk* chunk, uint32_t slot, Value&& element) {
@@ -122,16 +131,19 @@ ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
   const auto slot = static_cast<uint32_t>(size % kChunkCapacity);
   const auto row = static_cast<uint32_t>(size / kChunkCapacity);
   Spine* spine = before->spine;
-  const bool own_place = holdsArray(element);
+  // An element from which this very row can be reached must not be put into it: the two would hold each other for ever.
+  // Where nobody else holds the row, the element does not either.
+  const bool held_once = isHeldOnce(before->references) && isHeldOnce(spine->references);
   if (slot != 0) {
     Chunk* last = spine->chunks()[row];
-    if (slot < last->capacity && !own_place && claim(last->used, slot)) {
+    const bool may_take_it = (held_once && isHeldOnce(last->references)) || !mayReachAnArray(element);
+    if (slot < last->capacity && may_take_it && claim(last->used, slot)) {
       place(last, slot, std::move(element));
       spine->retain();
       return becoming(before, spine, size + 1);
     }
-    // Someone else took the slot, the first small chunk is full, or the element needs a place that no older view
-    // shares: this handle gets a chunk and a row of its own.
+    // Someone else took the slot or might be in the element, or the first small chunk is full: this handle gets a chunk
+    // and a row of its own.
     const uint32_t wanted = slot < last->capacity ? last->capacity : last->capacity * 2;
     Chunk* chunk = Chunk::copyOf(last, slot, wanted < kChunkCapacity ? wanted : kChunkCapacity);
     place(chunk, slot, std::move(element));
@@ -141,10 +153,11 @@ ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
     own->used.store(row + 1, std::memory_order_relaxed);
     return becoming(before, own, size + 1);
   }
+  const bool may_take_it = held_once || !mayReachAnArray(element);
   Chunk* chunk = Chunk::make(kChunkCapacity);
   place(chunk, 0, std::move(element));
   chunk->used.store(1, std::memory_order_relaxed);
-  if (row < spine->capacity && !own_place && claim(spine->used, row)) {
+  if (row < spine->capacity && may_take_it && claim(spine->used, row)) {
     spine->chunks()[row] = chunk;
     spine->retain();
     return becoming(before, spine, size + 1);
@@ -224,16 +237,63 @@ Value::Value(MutableDictionary&& dictionary) {
   dictionary.entries_.clear();
 }
 
+namespace {
+
+/// A container that nobody holds any more.
+struct DeadContainer {
+  detail::ArrayRep* array;
+  detail::DictionaryRep* dictionary;
+
+  void destroy() const {
+    delete array;
+    if (dictionary != nullptr)
+      detail::DictionaryRep::destroy(dictionary);
+  }
+};
+
+/// Containers destroyed inside one another. What lies deeper waits for its turn, so that no depth of nesting exhausts
+/// the stack.
+constexpr unsigned kMaxNestedDestructions = 64;
+
+thread_local unsigned nested_destructions = 0;
+thread_local std::vector<DeadContainer>* waiting_for_destruction = nullptr;
+
+void destroyBounded(const DeadContainer& dead) {
+  if (nested_destructions == kMaxNestedDestructions) {
+    waiting_for_destruction->push_back(dead);
+    return;
+  }
+  if (nested_destructions != 0) {
+    ++nested_destructions;
+    dead.destroy();
+    --nested_destructions;
+    return;
+  }
+  std::vector<DeadContainer> waiting;
+  waiting_for_destruction = &waiting;
+  nested_destructions = 1;
+  dead.destroy();
+  while (!waiting.empty()) {
+    const DeadContainer next = waiting.back();
+    waiting.pop_back();
+    next.destroy();
+  }
+  nested_destructions = 0;
+  waiting_for_destruction = nullptr;
+}
+
+}  // namespace
+
 void Value::destroy() noexcept {
   switch (head_.kind) {
     case Kind::kString:
       ::operator delete(bits_.counter);
       break;
     case Kind::kArray:
-      delete arrayRep();
+      destroyBounded({arrayRep(), nullptr});
       break;
     default:
-      detail::DictionaryRep::destroy(dictionaryRep());
+      destroyBounded({nullptr, dictionaryRep()});
       break;
   }
 }
@@ -262,7 +322,8 @@ bool Value::identicalTo(const Value& other) const noexcept {
     case Kind::kUnsigned:
       return bits_.natural == other.bits_.natural;
     case Kind::kDouble:
-      return bits_.number == other.bits_.number;
+      // By its bits: not-a-number is itself, and a zero that changed its sign has changed.
+      return std::bit_cast<uint64_t>(bits_.number) == std::bit_cast<uint64_t>(other.bits_.number);
     default:  // containers
       return head_.shared == other.head_.shared && (!head_.shared || bits_.counter == other.bits_.counter);
   }

@@ -134,8 +134,8 @@ class Value {
   /// are bounded by their reader.
   friend bool operator==(const Value& a, const Value& b);
 
-  /// The very same object: same kind and same shared structure (or same number). Constant time; used to find what
-  /// changed between two versions of a list.
+  /// The very same object: same kind and same shared structure (or same number, a double by its bits). Constant time;
+  /// used to find what changed between two versions of a list.
   bool identicalTo(const Value& other) const noexcept;
 
  private:
@@ -276,7 +276,8 @@ class MutableArray {
   size_t size() const noexcept { return view_.size(); }
   bool empty() const noexcept { return size() == 0; }
   const Value& operator[](size_t index) const noexcept { return view_[index]; }
-  /// Appends; constant time also on a copy of a long array.
+  /// Appends; constant time also on a copy of a long array. (An element that itself holds arrays costs a pointer for
+  /// every 64 elements more while other handles share this array: it might hold this very one.)
   void append(Value element);
   void removeAll() noexcept { view_ = Array(); }
   /// Removes all elements that equal `element`; says how many went.
