@@ -163,9 +163,9 @@ StoreOpening SqliteStore::openWritable() {
           {options_.place.path(), opened.problem.message, kStoreVersion});
       break;
     case StoreOpening::kLocked:
-      tell(
-          "Morvik host: the store in \"%@\" is in use by another process and nothing is kept beyond this one: end the "
-          "other process or give this one a folder of its own.",
+      // Whoever opens it decides what that means: for a host it is a start that failed, told where it was asked for.
+      opening_line_ = services::format(
+          "the store in \"%@\" is in use by another process: end that one or give this one a folder of its own",
           {options_.place.folder});
       break;
     default:

@@ -64,7 +64,8 @@ enum class StoreOpening : uint8_t {
 class SqliteStore : public kit::KeyValueStore {
  public:
   /// Opens the store and loads all of it; blocks for reading the file, not for a disk sync. What went wrong is told in
-  /// one line, in `log` and by openingLine(). `log` must outlive the store; it is called on any thread.
+  /// one line, in `log` and by openingLine(); by the latter alone when another process holds the store. `log` must
+  /// outlive the store; it is called on any thread.
   SqliteStore(SqliteStoreOptions options, kit::LogSink& log);
   /// shutdown().
   ~SqliteStore() override;
