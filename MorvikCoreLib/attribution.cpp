@@ -180,7 +180,7 @@ void MorvikCoreLib::requestConversion(const Value& parameters, const ConversionT
 }
 
 void MorvikCoreLib::conversionDidSucceed(const Value& json, const ConversionTexts& texts) {
-  if (&texts == &ConversionTexts::own())
+  if (texts.resets_failures)
     failedGetReferralCnt_ = 0;
   MORVIK_LOG(log(), lcl_vDebug, texts.handler_operation, texts.json_text, json);
   const bool result = util().checkNilToNo(json["Result"]);

@@ -283,9 +283,12 @@ void MorvikCoreLib::applicationEndBackgroundTask() {
   kit_.background_queue.async([object = shared_from_this()] { object->endBackgroundTaskHeld(); });
 }
 
+/// Runs on either queue. A task that the other queue begins meanwhile is not forgotten: only the one ended here is let
+/// go of.
 void MorvikCoreLib::endBackgroundTaskHeld() {
-  kit_.background_tasks.endBackgroundTask(background_task_);
-  background_task_ = kit::kBackgroundTaskInvalid;
+  kit::BackgroundTaskIdentifier held = background_task_;
+  kit_.background_tasks.endBackgroundTask(held);
+  background_task_.compare_exchange_strong(held, kit::kBackgroundTaskInvalid);
 }
 
 void MorvikCoreLib::recordSessionActivity(const char* name, const std::string& param, kit::Date created_at) {

@@ -543,6 +543,15 @@ TEST_F(SearchAds, DetailsThatComeWithAnErrorAreIgnoredButLoggedAndTheConversionI
   EXPECT_EQ(world.payloads("v1/conversion").at(0)["searchads_response"], Value(""));
 }
 
+TEST_F(SearchAds, AnErrorLaterOnKeepsTheDetailsAndTheConversionCarriesThem) {
+  ask(Dictionary{{"a", Dictionary{{"x", 1}}}});
+  ask(Dictionary{{"a", Dictionary{{"x", 2}}}}, kit::Error{"no luck"});
+  EXPECT_EQ(world.log.count("SearchAds Attribution searchAdsAttributionDetails: {\"x\":1}"), 2U);
+  EXPECT_THAT(world.log.messages(), ::testing::Not(::testing::Contains("SearchAds Attribution Dictionary: {\"x\":2}")));
+  ASSERT_EQ(world.requests("v1/conversion").size(), 2U);
+  EXPECT_EQ(world.payloads("v1/conversion").at(1)["searchads_response"], Value(Dictionary{{"x", 1}}));
+}
+
 TEST_F(SearchAds, NoDetailsAndNoErrorStillSendTheConversion) {
   ask(Value());
   EXPECT_EQ(world.requests("v1/conversion").size(), 1U);

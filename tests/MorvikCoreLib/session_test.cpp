@@ -472,6 +472,61 @@ TEST_F(Session, BackgroundTimeIsEndedOnTheBackgroundQueueWithoutACheck) {
   EXPECT_EQ(world.faulty.background_tasks.faults.calls("endBackgroundTask"), 1U);
 }
 
+/// Tells when a task is being ended, on whatever queue.
+class ObservedTasks final : public kit::BackgroundTasks {
+ public:
+  explicit ObservedTasks(kit::BackgroundTasks& tasks) : tasks_(tasks) {}
+  kit::BackgroundTaskIdentifier beginBackgroundTaskWithExpirationHandler(kit::Block expiration_handler) override {
+    return tasks_.beginBackgroundTaskWithExpirationHandler(std::move(expiration_handler));
+  }
+  void endBackgroundTask(kit::BackgroundTaskIdentifier identifier) override {
+    tasks_.endBackgroundTask(identifier);
+    if (const kit::Block observer = std::exchange(while_ending, nullptr))
+      observer();
+  }
+  kit::Block while_ending;
+
+ private:
+  kit::BackgroundTasks& tasks_;
+};
+
+kit::Kit withTasks(const kit::Kit& kit, kit::BackgroundTasks& tasks) {
+  return {.clock = kit.clock,
+          .calendar = kit.calendar,
+          .main_queue = kit.main_queue,
+          .background_queue = kit.background_queue,
+          .background_tasks = tasks,
+          .notifications = kit.notifications,
+          .key_value_store = kit.key_value_store,
+          .house_lock = kit.house_lock,
+          .transport = kit.transport,
+          .json = kit.json,
+          .device = kit.device,
+          .ad_client = kit.ad_client,
+          .log_sink = kit.log_sink,
+          .endpoints = kit.endpoints,
+          .shared_state = kit.shared_state,
+          .services = kit.services,
+          .util = kit.util,
+          .facade = kit.facade,
+          .update_log = kit.update_log,
+          .make_config = kit.make_config};
+}
+
+TEST_F(Session, BackgroundTimeThatBeginsWhileAnotherIsGivenBackIsNotForgotten) {
+  ObservedTasks tasks(world.loop.backgroundTasks());
+  const kit::Kit kit = withTasks(world.kit(), tasks);
+  const auto core = MorvikCoreLib::make(kit);
+  world.loop.perform([&] {
+    core->enterBackground();
+    core->applicationEndBackgroundTask();
+    // The background queue is about to let go of the task when the app enters the background once more.
+    tasks.while_ending = [&] { core->enterBackground(); };
+  });
+  ASSERT_EQ(world.loop.openBackgroundTasks().size(), 1U);
+  EXPECT_EQ(core->background_task(), world.loop.openBackgroundTasks()[0]);
+}
+
 // ------------------------------------------------------------------------------------------------------- launch
 // counter
 
