@@ -1,0 +1,230 @@
+// Every line that the core writes on its ways without an exception: its level, its operation, its text.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/MorvikCoreLib/records.h"
+
+namespace morvik {
+namespace {
+
+using kit::Array;
+using kit::Dictionary;
+using kit::Value;
+using testing::Answer;
+using testing::at;
+using testing::TestWorld;
+using testing::WorldOptions;
+
+struct Line {
+  const char* what;
+  /// Brings the line about.
+  void (*provoke)(TestWorld& world);
+  const char* level;
+  const char* operation;
+  const char* message;
+};
+
+const Value kSomething = Dictionary{{"j", "x"}};
+const Value kLinkOnly = Dictionary{{"Result", true}, {"Data", Dictionary{{"deeplink", "app://x"}}}};
+
+void track(TestWorld& world) {
+  world.loop.perform([&] { world.core().tracking(kSomething); });
+}
+void convert(TestWorld& world) {
+  world.loop.perform([&] { world.core().conversion(kSomething); });
+}
+void convertThirdParty(TestWorld& world) {
+  world.loop.perform([&] { world.core().thirdPartyConversion(kSomething); });
+}
+void reportIAd(TestWorld& world) {
+  world.loop.perform([&] { world.core().iAdAppAttributionTracking(kSomething); });
+}
+void startTwice(TestWorld& world) {
+  world.becomeActive();
+  world.becomeActive();
+}
+void keepSession(TestWorld& world) {
+  world.becomeActive();
+  world.enterBackground();
+  world.loop.advance(30);
+  world.becomeActive();
+}
+void answerEverythingWithFalse(TestWorld& world) {
+  world.transport.on("").always(Answer::json(Dictionary{{"Result", false}}));
+}
+void dropLink(TestWorld& world) {
+  world.services().setAppleAdvertisingIdentifier(std::nullopt);
+  world.transport.on("").always(Answer::json(kLinkOnly));
+}
+
+constexpr const char* kTrackingHandler = "-[MorvikCoreLib tracking:]_block_invoke";
+constexpr const char* kConversionHandler = "-[MorvikCoreLib conversion:]_block_invoke";
+constexpr const char* kThirdPartyHandler = "-[MorvikCoreLib thirdPartyConversion:]_block_invoke";
+constexpr const char* kIAdHandler = "-[MorvikCoreLib iAdAppAttributionTracking:]_block_invoke";
+
+const std::vector<Line> kLines = {
+    {"Version", [](TestWorld& world) { world.restart(); }, "DEBUG", "-[MorvikCoreLib init]",
+     "MRVK_QA-MorvikCore.framework Version : 1.2.3, app key : test-app, hash key : test-hash"},
+    {"AlreadyStarted", startTwice, "TRACE", "-[MorvikCoreLib startSession]",
+     "MRVK_QA-[MorvikCoreLib Info] Already startSession be called, this process not be execute til endSession be "
+     "called!!!"},
+    {"KeysClearedAtStart",
+     [](TestWorld& world) {
+       world.userDefaults().setFendoActivityInfosSentEventKeys(Array{"old"});
+       world.becomeActive();
+     },
+     "TRACE", "-[MorvikCoreLib startSession]", "MRVK_QA-clear fendoActivityInfosSentEventKeys on startSession: []"},
+    {"KeptSession", keepSession, "TRACE", "-[MorvikCoreLib startSession]",
+     "MRVK_QA-[MorvikCoreLib]Keep Session on startSession : skip start activity "},
+    {"BackgroundTimeIsOver",
+     [](TestWorld& world) {
+       world.userDefaults().setFendoUserInfo_fendoUserNo(-1);
+       world.enterBackground();
+       world.loop.advance(31);
+     },
+     "DEBUG", "-[MorvikCoreLib enterBackground]_block_invoke", "MRVK_QA-UIBackgroundTaskInvalid..."},
+    {"TrackingBlocked",
+     [](TestWorld& world) {
+       world.core().set_isTrackingCalled(true);
+       EXPECT_TRUE(world.core().makeTrackingParameter(EndActivities::kSend).isAbsent());
+     },
+     "TRACE", "-[MorvikCoreLib makeTrackingParameter:]",
+     "MRVK_QA-MorvikCoreLib tracking is blocked  because the tracking is working now, this activitis will be send again "
+     "on endSession"},
+    {"EndFiltered",
+     [](TestWorld& world) {
+       world.userDefaults().setFendoActivityInfos(Array{testing::activity("session", "end", at(1), "e1")});
+       EXPECT_TRUE(world.core().makeTrackingParameter(EndActivities::kFilter).isDictionary());
+     },
+     "TRACE", "-[MorvikCoreLib makeTrackingParameter:]", "RVK_QA-MorvikCoreLib tracking filter activity eventId - e1"},
+    {"TrackingAnswer",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       track(world);
+     },
+     "DEBUG", kTrackingHandler, "MRVK_QA-tracking_JSON: {\"Result\":false}"},
+    {"TrackingStatus", track, "ERROR", kTrackingHandler, "MRVK_QA-Recieved an HTTP 0"},
+    {"TrackingError", track, "ERROR", kTrackingHandler, "MRVK_QA-The error was: down"},
+    {"KeysClearedAfterFailure", track, "TRACE", kTrackingHandler,
+     "MRVK_QA-clear fendoActivityInfosSentEventKeys on request failure: (null)"},
+    {"ConversionParameters", convert, "DEBUG", "-[MorvikCoreLib conversion:]",
+     "MRVK_QA-conversion_parameterInfo : {\"j\":\"x\"}"},
+    {"ConversionUrl", convert, "TRACE", "-[MorvikCoreLib conversion:]",
+     "MRVK_QA-conversion_request.URL.absoluteString : https://conversion.morvik.example/v1/conversion"},
+    {"ConversionAnswer",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       convert(world);
+     },
+     "DEBUG", kConversionHandler, "MRVK_QA-conversion_JSON: {\"Result\":false}"},
+    {"LinkDropped",
+     [](TestWorld& world) {
+       dropLink(world);
+       convert(world);
+     },
+     "CRITICAL", kConversionHandler, "IDFA not passed!"},
+    {"ConversionStatus", convert, "ERROR", kConversionHandler, "MRVK_QA-Recieved an HTTP 0"},
+    {"ConversionError", convert, "ERROR", kConversionHandler, "MRVK_QA-The error was: down"},
+    {"ConversionRetry", convert, "TRACE", kConversionHandler, "MRVK_QA-MorvikCore reTry reGetReferral"},
+    {"ThirdPartyParameters", convertThirdParty, "DEBUG", "-[MorvikCoreLib thirdPartyConversion:]",
+     "MRVK_QA-thirdPartyConversion parameterInfo : {\"j\":\"x\"}"},
+    {"ThirdPartyUrl", convertThirdParty, "TRACE", "-[MorvikCoreLib thirdPartyConversion:]",
+     "MRVK_QA-thirdPartyConversion_request.URL.absoluteString : "
+     "https://conversion.morvik.example/v1/thirdparty-conversion"},
+    {"ThirdPartyAnswer",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       convertThirdParty(world);
+     },
+     "DEBUG", kThirdPartyHandler, "MRVK_QA-thirdPartyConversion_JSON: {\"Result\":false}"},
+    {"ThirdPartyLinkDropped",
+     [](TestWorld& world) {
+       dropLink(world);
+       convertThirdParty(world);
+     },
+     "CRITICAL", kThirdPartyHandler, "MRVK_QA-thirdPartyConversion_IDFA not passed!"},
+    {"ThirdPartyStatus", convertThirdParty, "ERROR", kThirdPartyHandler,
+     "MRVK_QA-thirdPartyConversion_Recieved an HTTP 0"},
+    {"ThirdPartyError", convertThirdParty, "ERROR", kThirdPartyHandler,
+     "MRVK_QA-thirdPartyConversion_The error was: down"},
+    {"RecordSaved", [](TestWorld& world) { world.core().saveFendoUserInfo({}); }, "TRACE",
+     "-[MorvikCoreLib saveFendoUserInfo:shardNum:referralKey:subReferralKey:refUSN:channelType:shardNo:referralData:"
+     "reengagementConversionKey:reengagementData:reengagementDateTime:lastReferralKey:lastReferralData:"
+     "lastReferralDatetime:installDatetime:installmDatetime:]",
+     "MRVK_QA-fendoUserNo : 0, referralKey : 0, subReferralKey : 0, refUSN : , channelType : 0, shardNo : 0, "
+     "referralData :  reengagementDateTime : 0"},
+    {"NewerIAdCall",
+     [](TestWorld& world) {
+       world.ad_client.conversion_details.letCallsWait();
+       world.loop.perform([&] { world.core().iAdConversion(); });
+     },
+     "DEBUG", "-[MorvikCoreLib iAdConversion]", "MRVK_QA-iOS 8 call exists"},
+    {"OlderIAdCall",
+     [](TestWorld& world) {
+       world.ad_client.installation_attribution.letCallsWait();
+       world.loop.perform([&] { world.core().iAdConversion(); });
+     },
+     "DEBUG", "-[MorvikCoreLib iAdConversion]", "MRVK_QA-iOS 7.1 call exists"},
+    {"IAdAnswer",
+     [](TestWorld& world) {
+       world.ad_client.conversion_details.answerEveryCall(std::nullopt, at(0));
+       world.loop.perform([&] { world.core().iAdConversion(); });
+     },
+     "DEBUG", "-[MorvikCoreLib iAdConversion]_block_invoke", "MRVK_QA-iAdOriginatedInstallation : 1"},
+    {"IAdParameters", reportIAd, "DEBUG", "-[MorvikCoreLib iAdAppAttributionTracking:]",
+     "MRVK_QA-iAdAppAttributionTracking_parameterInfo : {\"j\":\"x\"}"},
+    {"IAdAttribution",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       reportIAd(world);
+     },
+     "DEBUG", kIAdHandler, "MRVK_QA-iAdAppAttributionTracking_JSON: {\"Result\":false}"},
+    {"IAdStatus", reportIAd, "ERROR", kIAdHandler, "MRVK_QA-iAdAppAttributionTracking_Recieved an HTTP 0"},
+    {"IAdError", reportIAd, "ERROR", kIAdHandler, "MRVK_QA-iAdAppAttributionTracking_The error was: down"},
+};
+
+class LogLines : public ::testing::TestWithParam<Line> {
+ protected:
+  static kit::LogLevel level() {
+    for (const auto& [name, level] : {std::pair{"CRITICAL", kit::lcl_vCritical},
+                                      {"ERROR", kit::lcl_vError},
+                                      {"DEBUG", kit::lcl_vDebug},
+                                      {"TRACE", kit::lcl_vTrace}}) {
+      if (std::string_view(GetParam().level) == name)
+        return level;
+    }
+    ADD_FAILURE() << "no such level: " << GetParam().level;
+    return kit::lcl_vOff;
+  }
+  /// How often the line is written at that level of the log.
+  static size_t written(kit::LogLevel log_level) {
+    WorldOptions options = WorldOptions::attributed();
+    options.log_level = log_level;
+    TestWorld world(options);
+    world.log.clear();
+    world.transport.setDefaultAnswer(Answer::error("down"));
+    GetParam().provoke(world);
+    for (const auto& line : world.log.lines()) {
+      if (line.message != GetParam().message)
+        continue;
+      EXPECT_TRUE(line.prefix.has_value());
+      if (!line.prefix)
+        continue;
+      EXPECT_EQ(line.prefix->level, GetParam().level);
+      EXPECT_EQ(line.prefix->component, "Kesmo");
+      EXPECT_EQ(line.prefix->operation, GetParam().operation);
+    }
+    return world.log.count(GetParam().message);
+  }
+};
+
+TEST_P(LogLines, AreWrittenAtTheirLevelAndNotBelowIt) {
+  EXPECT_EQ(written(level()), 1U);
+  EXPECT_EQ(written(static_cast<kit::LogLevel>(level() - 1)), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Core, LogLines, ::testing::ValuesIn(kLines), [](const auto& row) { return row.param.what; });
+
+}  // namespace
+}  // namespace morvik
