@@ -1,0 +1,179 @@
+#include "host/checked_options.h"
+
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string_view>
+
+#include "host/net/request_target.h"
+
+namespace morvik::host {
+namespace {
+
+using Failure = std::optional<kit::Error>;
+
+struct EndpointName {
+  const char* name;
+  std::string kit::Endpoints::*member;
+};
+
+constexpr std::array<EndpointName, 7> kEndpoints = {{
+    {"kFendoTrackingBaseLiveUrl", &kit::Endpoints::kFendoTrackingBaseLiveUrl},
+    {"kFendoConversionBaseLiveUrl", &kit::Endpoints::kFendoConversionBaseLiveUrl},
+    {"kFendoCampaignBaseLiveUrl", &kit::Endpoints::kFendoCampaignBaseLiveUrl},
+    {"kCommerceBaseLiveUrl", &kit::Endpoints::kCommerceBaseLiveUrl},
+    {"kCrashReportBaseLiveUrl", &kit::Endpoints::kCrashReportBaseLiveUrl},
+    {"kGdprReqUrl", &kit::Endpoints::kGdprReqUrl},
+    {"KAppConfigBaseLiveUrl", &kit::Endpoints::KAppConfigBaseLiveUrl},
+}};
+
+constexpr int kLowestLogLevel = 0;
+constexpr int kHighestLogLevel = 6;
+
+std::string_view trimmed(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r";
+  const size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos)
+    return {};
+  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+std::optional<std::string> wholeFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string text(kMaxKeyFileBytes + 1, '\0');
+  file.read(text.data(), static_cast<std::streamsize>(text.size()));
+  if (!file.eof() || file.gcount() < 0)
+    return std::nullopt;
+  text.resize(static_cast<size_t>(file.gcount()));
+  return text;
+}
+
+std::optional<std::string> lineOf(std::string_view text, std::string_view name) {
+  std::optional<std::string> found;
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+    const size_t equals = line.find('=');
+    if (equals != std::string_view::npos && trimmed(line.substr(0, equals)) == name)
+      found = std::string(trimmed(line.substr(equals + 1)));
+  }
+  return found;
+}
+
+Failure readKeyInFile(const Key& key, const std::string& option, std::string& out) {
+  const std::optional<std::string> text = wholeFile(key.path());
+  if (!text) {
+    return kit::Error{option + ": the file " + key.path() + " cannot be read, or is larger than " +
+                      std::to_string(kMaxKeyFileBytes) + " bytes; mend its path or its permissions."};
+  }
+  const std::optional<std::string> line = lineOf(*text, key.text());
+  if (!line)
+    return kit::Error{option + ": the file " + key.path() + " has no line \"" + key.text() + "=…\"; add it."};
+  out = *line;
+  return std::nullopt;
+}
+
+Failure readKeyInEnvironment(const Key& key, const std::string& option, std::string& out) {
+  const char* value = std::getenv(key.text().c_str());
+  if (value == nullptr)
+    return kit::Error{option + ": the environment has no variable " + key.text() + "; set it."};
+  out = value;
+  return std::nullopt;
+}
+
+Failure readKey(const Key& key, const std::string& option, std::string& out) {
+  switch (key.source()) {
+    case Key::Source::kFile:
+      return readKeyInFile(key, option, out);
+    case Key::Source::kEnvironment:
+      return readKeyInEnvironment(key, option, out);
+    case Key::Source::kText:
+      out = key.text();
+      return std::nullopt;
+    case Key::Source::kUnset:
+      break;
+  }
+  return kit::Error{option + " is not set; set it to the key that the service gave this app."};
+}
+
+Failure readNonEmptyKey(const Key& key, const std::string& option, std::string& out) {
+  if (Failure failure = readKey(key, option, out))
+    return failure;
+  if (out.empty())
+    return kit::Error{option + " is empty; set it to the key that the service gave this app."};
+  return std::nullopt;
+}
+
+Failure readBaseUrl(const std::string& text, const std::string& option, std::string& out, bool& is_loopback) {
+  out = text;
+  if (!out.ends_with('/'))
+    out += '/';
+  const auto target = RequestTarget::parse(out);
+  if (const auto* error = std::get_if<kit::Error>(&target))
+    return kit::Error{option + ": " + error->message};
+  if (withoutQuery(out) != out)
+    return kit::Error{option + ": " + text + " has a query or a fragment; paths are added to it, so leave those out."};
+  is_loopback = is_loopback || std::get<RequestTarget>(target).isLoopback();
+  return std::nullopt;
+}
+
+Failure readAllUrls(const HostOptions& options, CheckedOptions& out) {
+  for (const EndpointName& endpoint : kEndpoints) {
+    const auto own = options.endpoints.find(endpoint.name);
+    const bool has_own = own != options.endpoints.end();
+    if (!has_own && options.service_url.empty())
+      continue;
+    const std::string option =
+        has_own ? std::string("HostOptions::endpoints ") + endpoint.name : "HostOptions::service_url";
+    if (Failure failure = readBaseUrl(has_own ? own->second : options.service_url, option,
+                                      out.endpoints.*endpoint.member, out.has_loopback_endpoint))
+      return failure;
+  }
+  return std::nullopt;
+}
+
+Failure checkEndpointNames(const HostOptions& options) {
+  for (const auto& [name, url] : options.endpoints) {
+    std::string known;
+    bool is_known = false;
+    for (const EndpointName& endpoint : kEndpoints) {
+      is_known = is_known || name == endpoint.name;
+      known += (known.empty() ? "" : ", ") + std::string(endpoint.name);
+    }
+    if (!is_known)
+      return kit::Error{"HostOptions::endpoints: there is no endpoint " + name + "; there are " + known + "."};
+  }
+  return std::nullopt;
+}
+
+Failure check(const HostOptions& options, CheckedOptions& out) {
+  if (options.store_folder.empty())
+    return kit::Error{"HostOptions::store_folder is not set; name a folder that the app may write to."};
+  if (options.log_level < kLowestLogLevel || options.log_level > kHighestLogLevel) {
+    return kit::Error{"HostOptions::log_level is " + std::to_string(options.log_level) +
+                      "; choose 0 (off) to 6 (trace)."};
+  }
+  if (Failure failure = readNonEmptyKey(options.app_key, "HostOptions::app_key", out.app_key))
+    return failure;
+  if (Failure failure = readNonEmptyKey(options.hash_key, "HostOptions::hash_key", out.hash_key))
+    return failure;
+  if (Failure failure = readKey(options.tracking_key, "HostOptions::tracking_key", out.tracking_key))
+    return failure;
+  if (Failure failure = checkEndpointNames(options))
+    return failure;
+  return readAllUrls(options, out);
+}
+
+}  // namespace
+
+std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options) {
+  CheckedOptions checked;
+  checked.options = options;
+  if (Failure failure = check(options, checked))
+    return *std::move(failure);
+  return checked;
+}
+
+}  // namespace morvik::host

@@ -1,0 +1,172 @@
+#include "host/host.h"
+
+#include <chrono>
+#include <utility>
+#include <variant>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/host_parts.h"
+#include "host/make_host.h"
+
+namespace morvik {
+
+StartResult MorvikCore::start(const HostOptions& options) {
+  auto made = host::makeHost(options);
+  if (auto* host = std::get_if<std::unique_ptr<host::Host>>(&made))
+    return {std::move(*host), ""};
+  return {nullptr, std::get<kit::Error>(made).message};
+}
+
+}  // namespace morvik
+
+namespace morvik::host {
+namespace {
+
+kit::Value valueOf(std::optional<std::string_view> text) {
+  return text ? kit::Value(*text) : kit::Value();
+}
+
+}  // namespace
+
+Host::Host(std::unique_ptr<HostParts> parts) : parts_(std::move(parts)) {}
+
+Host::~Host() {
+  stop();
+  if (!stopped_)
+    static_cast<void>(parts_.release());
+}
+
+std::optional<kit::Error> Host::open() {
+  return parts_->main_loop.open();
+}
+
+void Host::applicationDidBecomeActive() {
+  callOnMain([parts = parts_.get()] { parts->notifications.post(kit::Notification::kApplicationDidBecomeActive); });
+}
+
+void Host::applicationDidEnterBackground() {
+  callOnMain([parts = parts_.get()] { parts->notifications.post(kit::Notification::kApplicationDidEnterBackground); });
+}
+
+void Host::addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) {
+  callOnMain([parts = parts_.get(), group = kit::Value(group), name = kit::Value(name), param = valueOf(param),
+              now = parts_->clock.now()] { parts->services.addActivityOfApp(group, name, param, now); });
+}
+
+void Host::pushTracking() {
+  callOnMain([parts = parts_.get()] { parts->core->pushTracking(); });
+}
+
+void Host::setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) {
+  parts_->facade.setDelegate(std::move(delegate));
+}
+
+void Host::setLogLevel(int level) {
+  parts_->setLogLevel(level);
+}
+
+void Host::perform(std::function<void()> block) {
+  post(std::move(block));
+}
+
+int Host::pollDescriptor() const {
+  return parts_->main_loop.pollDescriptor();
+}
+
+int Host::pollTimeoutMilliseconds() const {
+  return parts_->main_loop.pollTimeoutMilliseconds();
+}
+
+void Host::dispatch() {
+  parts_->main_loop.dispatch();
+}
+
+void Host::stop() {
+  if (stopped_)
+    return;
+  if (parts_->main_loop.isInTurn()) {
+    MORVIK_LOG(parts_->logger, kit::lcl_vError, "-[MorvikCore stop]",
+               "Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside");
+    return;
+  }
+  using std::chrono::steady_clock;
+  const auto time = std::chrono::duration<double>(kDrainSeconds);
+  parts_->background.stop(steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(time));
+  parts_->main_loop.stop();
+  parts_->transport.shutdown();
+  parts_->store.shutdown();
+  MorvikCoreLib::withdrawSharedKit(parts_->kit);
+  stopped_ = true;
+}
+
+kit::MainQueue& Host::mainQueue() {
+  return parts_->main_loop;
+}
+
+void Host::afterUncounted(double delay_seconds, kit::Block block) {
+  parts_->main_loop.schedule(delay_seconds, std::move(block));
+}
+
+void Host::afterThisTurn(kit::Block block) {
+  parts_->main_loop.afterThisTurn(std::move(block));
+}
+
+services::MorvikGVUserDefaults Host::properties() {
+  return parts_->properties;
+}
+
+kit::Value Host::storedValue(std::string_view key) {
+  return parts_->store.get(key);
+}
+
+std::vector<std::pair<std::string, kit::Value>> Host::allStored() const {
+  return parts_->store.all();
+}
+
+bool Host::isForgetMe() const {
+  return parts_->services.isGDPRForgetMe();
+}
+
+void Host::setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate) {
+  parts_->services.setSaveFendoUserInfoDelegate(std::move(delegate));
+}
+
+void Host::moveClockBySeconds(double seconds) {
+  parts_->clock.moveBySeconds(seconds);
+}
+
+Pending Host::pending() const {
+  return parts_->pending();
+}
+
+void Host::settle(double limit_seconds, std::function<void(bool settled)> done) {
+  parts_->settle_watch.begin(limit_seconds, std::move(done));
+}
+
+void Host::callOnMain(kit::Block block) {
+  if (parts_->main_loop.isMainThread()) {
+    parts_->main_loop.runOnMain(std::move(block));
+  } else {
+    post(std::move(block));
+  }
+}
+
+void Host::post(kit::Block block) {
+  if (stopped_)
+    return;
+  HostParts& parts = *parts_;
+  if (parts.posted_calls.fetch_add(1) >= kMaxPostedCalls) {
+    --parts.posted_calls;
+    MORVIK_LOG(parts.logger, kit::lcl_vError, "-[MorvikCore perform]",
+               "Morvik host: a call was refused: %lu calls wait for the main queue already; call less often, or let "
+               "the main queue run",
+               kMaxPostedCalls);
+    return;
+  }
+  parts.main_loop.async([&parts, block = std::move(block)] {
+    --parts.posted_calls;
+    block();
+  });
+}
+
+}  // namespace morvik::host

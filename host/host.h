@@ -1,0 +1,102 @@
+// The host: the kit on a real machine, as an app sees it (morvik::MorvikCore) and as the programs of this tree do.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kit/MorvikCoreServicesLib.h"
+#include "kit/error.h"
+#include "kit/queues.h"
+#include "kit/value.h"
+#include "morvik/morvik.h"
+#include "services/MorvikGVUserDefaults.h"
+
+namespace morvik::host {
+
+/// Calls from other threads that wait for the main queue. Past this many a call is refused, with a line in the log: an
+/// app that calls faster than the main queue runs would otherwise use up its memory.
+inline constexpr size_t kMaxPostedCalls = 65'536;
+/// So long a stop lets the background queue end what waits there; what is left is dropped.
+inline constexpr double kDrainSeconds = 0.5;
+
+/// What is still under way.
+struct Pending {
+  size_t requests = 0;            ///< started, and their handler has not begun
+  size_t main_blocks = 0;         ///< due, and waiting for their turn
+  size_t background_blocks = 0;   ///< waiting or running
+  size_t session_end_blocks = 0;  ///< put off by a session end, for half a second
+  // These do not keep the host from being settled.
+  size_t background_tasks = 0;
+  size_t retries = 0;  ///< put off for longer
+
+  bool isSettled() const { return requests + main_blocks + background_blocks + session_end_blocks == 0; }
+};
+
+struct HostParts;
+
+/// Made by makeHost(). Threads as morvik::MorvikCore says. A stop lets what waits on the background queue run, ends the
+/// main queue, cancels the requests, and writes the store to the disk.
+class Host final : public morvik::MorvikCore {
+ public:
+  explicit Host(std::unique_ptr<HostParts> parts);
+  /// Stops. From within a callback, where it cannot, it writes a line and leaves the kit running and its memory in use.
+  ~Host() override;
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  /// Lets the main queue run. Once, by makeHost().
+  std::optional<kit::Error> open();
+
+  void applicationDidBecomeActive() override;
+  void applicationDidEnterBackground() override;
+  void addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) override;
+  void pushTracking() override;
+  void setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) override;
+  void setLogLevel(int level) override;
+  void perform(std::function<void()> block) override;
+  int pollDescriptor() const override;
+  int pollTimeoutMilliseconds() const override;
+  void dispatch() override;
+  void stop() override;
+
+  // What the programs of this tree need beside.
+
+  kit::MainQueue& mainQueue();
+  /// As mainQueue().after(), but it is not counted as pending. Any thread.
+  void afterUncounted(double delay_seconds, kit::Block block);
+  /// Runs `block` once what the running turn wrote is committed. From within a turn only.
+  void afterThisTurn(kit::Block block);
+  /// The stored properties, and the two plain entries by their keys. Any thread.
+  services::MorvikGVUserDefaults properties();
+  kit::Value storedValue(std::string_view key);
+  /// All that is stored, by name, the host's own values included. Any thread.
+  std::vector<std::pair<std::string, kit::Value>> allStored() const;
+  /// True once the user asked to be forgotten. Any thread.
+  bool isForgetMe() const;
+  /// Of the services object; held weakly. Any thread.
+  void setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate);
+  /// Moves the wall clock of this host, forward or back; timers are not touched. Any thread.
+  void moveClockBySeconds(double seconds);
+  /// Any thread; what it counts may change while it counts, unless it is called within a turn.
+  Pending pending() const;
+  /// Calls `done` once, at the end of the first turn after which nothing is pending, or when the limit is up: then with
+  /// false. From within a turn, and `done` is called within one, the present one included; what it stores is committed
+  /// with the next. One can wait at a time.
+  void settle(double limit_seconds, std::function<void(bool settled)> done);
+
+ private:
+  /// Runs it at once on the main thread, posts it from another.
+  void callOnMain(kit::Block block);
+  void post(kit::Block block);
+
+  std::unique_ptr<HostParts> parts_;
+  std::atomic<bool> stopped_{false};
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,207 @@
+#include "host/make_host.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/host_parts.h"
+#include "host/log/log_sinks.h"
+#include "host/siblings/kept_identifier.h"
+#include "services/endpoints.h"
+
+namespace morvik::host {
+namespace {
+
+std::unique_ptr<kit::LogSink> logSink(const HostOptions& options) {
+  if (options.log_sink)
+    return std::make_unique<AppLogSink>(options.log_sink);
+  return std::make_unique<StderrLogSink>();
+}
+
+LoopMode loopMode(const HostOptions& options) {
+  return options.main_queue == MainQueueMode::kPumped ? LoopMode::kPumped : LoopMode::kOwnThread;
+}
+
+// The platform writes an advertising identifier in capitals.
+std::string inCapitals(std::string text) {
+  for (char& c : text) {
+    if (c >= 'a' && c <= 'z')
+      c = static_cast<char>(c - 'a' + 'A');
+  }
+  return text;
+}
+
+std::optional<std::string> advertisingId(HostParts& parts) {
+  const Identifier& idfa = parts.options.options.device.idfa;
+  switch (idfa.source()) {
+    case Identifier::Source::kMadeAndKept:
+      return inCapitals(keptIdentifier(parts.store, kAdvertisingIdKey, parts.random));
+    case Identifier::Source::kGiven:
+      return idfa.text();
+    case Identifier::Source::kNone:
+      break;
+  }
+  return std::nullopt;
+}
+
+MorvikADGetPUID puidOf(HostParts& parts) {
+  const Identifier& puid = parts.options.options.device.puid;
+  switch (puid.source()) {
+    case Identifier::Source::kMadeAndKept:
+      return MorvikADGetPUID(keptIdentifier(parts.store, kDeviceIdKey, parts.random), parts.options.app_key);
+    case Identifier::Source::kGiven:
+      return MorvikADGetPUID(puid.text());
+    case Identifier::Source::kNone:
+      break;
+  }
+  return MorvikADGetPUID();
+}
+
+Identity identityOf(HostParts& parts) {
+  return {.device = parts.options.options.device,
+          .app_key = parts.options.app_key,
+          .install_id = keptIdentifier(parts.store, kInstallIdKey, parts.random),
+          .zone_name = parts.calendar.zoneName(),
+          .util = parts.util,
+          .puid = parts.puid};
+}
+
+ServicesParts servicesParts(HostParts& parts) {
+  return {.app_key = parts.options.app_key,
+          .hash_key = parts.options.hash_key,
+          .tracking_url = parts.options.endpoints.kFendoTrackingBaseLiveUrl + services::kTrackingPath,
+          .store = parts.properties,
+          .logger = parts.logger,
+          .clock = parts.clock,
+          .sealing = {parts.cipher, parts.compressor, parts.random},
+          .common = parts.common,
+          .util = parts.util,
+          .size_trigger = parts.size_trigger};
+}
+
+kit::Kit kitOf(HostParts& parts) {
+  return {.clock = parts.clock,
+          .calendar = parts.calendar,
+          .main_queue = parts.main_loop,
+          .background_queue = parts.background,
+          .background_tasks = parts.background_tasks,
+          .notifications = parts.notifications,
+          .key_value_store = parts.store,
+          .house_lock = parts.house_lock,
+          .transport = parts.transport,
+          .json = parts.json,
+          .device = parts.device,
+          .ad_client = &parts.ad_client,
+          .log_sink = *parts.log_sink,
+          .endpoints = parts.options.endpoints,
+          .shared_state = parts.shared_state,
+          .services = parts.services,
+          .util = parts.util,
+          .facade = parts.facade,
+          .update_log = parts.update_log,
+          .make_config = [key = parts.options.tracking_key]() -> std::unique_ptr<kit::MorvkSDKConfig> {
+            return std::make_unique<MorvkSDKConfig>(key);
+          }};
+}
+
+// What a turn wrote is committed before what it sent leaves.
+void frameTurns(HostParts& parts) {
+  const auto committed = [&parts](const kit::Block& turn) {
+    const TurnGate::Turn open(parts.gate);
+    turn();
+    parts.store.commitTurn();
+  };
+  parts.main_loop.setFrame([&parts, committed](const kit::Block& turn) {
+    committed(turn);
+    parts.settle_watch.check();
+  });
+  parts.background.setFrame(committed);
+  parts.background.setWhenIdle([&parts] {
+    // Whoever waits for quiet looks at the end of a main turn.
+    if (parts.settle_watch.isWatching())
+      parts.main_loop.async([] {});
+  });
+}
+
+void observeBeforeTheCore(HostParts& parts) {
+  for (const auto notification :
+       {kit::Notification::kApplicationDidBecomeActive, kit::Notification::kApplicationDidEnterBackground})
+    parts.notifications.addObserver(notification, [&parts] { parts.size_trigger.sessionDidStartOrEnd(); });
+}
+
+void observeAfterTheCore(HostParts& parts) {
+  // The core has the session ended on the background queue; this comes behind it there.
+  parts.notifications.addObserver(kit::Notification::kApplicationDidEnterBackground,
+                                  [&parts] { parts.background.async([&parts] { parts.store.flushNow(); }); });
+}
+
+void makeCore(HostParts& parts) {
+  observeBeforeTheCore(parts);
+  parts.core = MorvikCoreLib::provideSharedKit(parts.kit) ? MorvikCoreLib::shared() : MorvikCoreLib::make(parts.kit);
+  observeAfterTheCore(parts);
+  parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
+}
+
+}  // namespace
+
+HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink)
+    : options(std::move(checked)),
+      log_sink(std::move(sink)),
+      logger(shared_state.log_levels, *log_sink),
+      store({.place = {.folder = options.options.store_folder}}, *log_sink),
+      properties(store, house_lock),
+      main_loop(loopMode(options.options), logger),
+      background(logger),
+      background_tasks(main_loop),
+      transport({.ca_file = options.options.ca_file}, main_loop, gate),
+      settle_watch(main_loop, [this] { return pending().isSettled(); }),
+      util(advertisingId(*this), options.has_loopback_endpoint),
+      puid(puidOf(*this)),
+      common(identityOf(*this)),
+      size_trigger(main_loop),
+      services(servicesParts(*this)),
+      device(options.options.device),
+      ad_client(options.options.ad_client, json, main_loop),
+      kit(kitOf(*this)) {
+  setLogLevel(options.options.log_level);
+}
+
+HostParts::~HostParts() = default;
+
+void HostParts::setLogLevel(int level) {
+  const int known = std::clamp(level, int{kit::lcl_vOff}, int{kit::lcl_vTrace});
+  shared_state.log_levels._lcl_component_level[kit::lcl_cKesmo] = static_cast<uint8_t>(known);
+}
+
+// Read in the order in which work goes from one to the next, so that none slips through.
+Pending HostParts::pending() const {
+  Pending pending;
+  pending.background_blocks = background.pending();
+  pending.requests = transport.inFlight();
+  const MainLoopCounts counts = main_loop.counts();
+  pending.main_blocks = counts.blocks;
+  pending.session_end_blocks = counts.short_timers;
+  pending.retries = counts.longer_timers;
+  pending.background_tasks = background_tasks.open();
+  return pending;
+}
+
+std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options) {
+  auto checked = checkOptions(options);
+  if (auto* error = std::get_if<kit::Error>(&checked))
+    return std::move(*error);
+  auto parts = std::make_unique<HostParts>(std::get<CheckedOptions>(std::move(checked)), logSink(options));
+  if (parts->store.opening() == StoreOpening::kLocked)
+    return kit::Error{parts->store.openingLine()};
+  frameTurns(*parts);
+  makeCore(*parts);
+  parts->store.commitTurn();
+  auto host = std::make_unique<Host>(std::move(parts));
+  if (auto error = host->open())
+    return *std::move(error);
+  return host;
+}
+
+}  // namespace morvik::host

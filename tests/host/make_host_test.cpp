@@ -1,0 +1,488 @@
+#include "host/make_host.h"
+
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/siblings/kept_identifier.h"
+#include "host/store/sqlite_store.h"
+#include "services/dates.h"
+#include "testing/recording_log.h"
+#include "tests/support/scratch_folder.h"
+
+namespace morvik::host {
+namespace {
+
+using std::chrono::steady_clock;
+constexpr std::chrono::seconds kGiveUp{20};
+constexpr double kGiveUpSeconds = 20;
+
+/// Takes connections of this machine and never answers.
+class SilentServer {
+ public:
+  SilentServer() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), size), 0);
+    EXPECT_EQ(listen(socket_, 16), 0);
+    EXPECT_EQ(getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    url_ = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
+  }
+  ~SilentServer() { close(socket_); }
+  const std::string& url() const { return url_; }
+  /// True when somebody connected.
+  bool waitForConnection() const {
+    pollfd descriptor{socket_, POLLIN, 0};
+    return poll(&descriptor, 1, std::chrono::milliseconds(kGiveUp).count()) == 1;
+  }
+
+ private:
+  int socket_;
+  std::string url_;
+};
+
+class MakeHost : public ::testing::Test {
+ protected:
+  MakeHost() {
+    options.store_folder = folder / "store";
+    options.app_key = "app";
+    options.hash_key = "hash";
+    options.tracking_key = "track";
+    options.log_level = 6;
+    options.log_sink = [this](std::string_view line) { log.line(line); };
+    // Nothing listens there, and nothing leaves this machine.
+    options.service_url = "http://127.0.0.1:1/";
+  }
+
+  std::unique_ptr<Host> make() {
+    auto made = makeHost(options);
+    if (const auto* error = std::get_if<kit::Error>(&made)) {
+      ADD_FAILURE() << error->message;
+      return nullptr;
+    }
+    return std::get<std::unique_ptr<Host>>(std::move(made));
+  }
+  std::unique_ptr<Host> makePumped() {
+    options.main_queue = MainQueueMode::kPumped;
+    return make();
+  }
+  /// Runs `block` on the main queue of a host with its own thread and waits until its turn is committed.
+  static void onMain(Host& host, const std::function<void()>& block) {
+    std::promise<void> committed;
+    host.perform([&] {
+      block();
+      host.afterThisTurn([&committed] { committed.set_value(); });
+    });
+    ASSERT_EQ(committed.get_future().wait_for(kGiveUp), std::future_status::ready);
+  }
+  static bool settle(Host& host) {
+    std::promise<bool> settled;
+    host.perform([&] { host.settle(kGiveUpSeconds, [&settled](bool answer) { settled.set_value(answer); }); });
+    return settled.get_future().get();
+  }
+  static std::vector<std::string> namesOf(const kit::Value& activities) {
+    std::vector<std::string> names;
+    for (const kit::Value& activity : activities.array())
+      names.emplace_back(activity["activityName"].string());
+    return names;
+  }
+  /// What another process would find if this one died now.
+  std::vector<std::string> namesInTheFile() const {
+    testing::RecordingLog unused;
+    const SqliteStore inspector({.place = {.folder = options.store_folder}, .read_only = true}, unused);
+    return namesOf(inspector.get("fendoActivityInfos"));
+  }
+
+  test::ScratchFolder folder;
+  testing::RecordingLog log;
+  HostOptions options;
+};
+
+TEST_F(MakeHost, SaysWhatIsWrongWithTheOptions) {
+  options.app_key = Key();
+  const StartResult started = MorvikCore::start(options);
+  EXPECT_FALSE(started);
+  EXPECT_EQ(started.core, nullptr);
+  EXPECT_EQ(started.error, "HostOptions::app_key is not set; set it to the key that the service gave this app.");
+}
+
+TEST_F(MakeHost, RefusesAFolderThatIsInUse) {
+  const auto first = make();
+  const StartResult second = MorvikCore::start(options);
+  EXPECT_FALSE(second);
+  EXPECT_NE(second.error.find(options.store_folder), std::string::npos) << second.error;
+  first->stop();
+  EXPECT_TRUE(MorvikCore::start(options));
+}
+
+TEST_F(MakeHost, RunsTwoHostsOnTwoFolders) {
+  const auto first = make();
+  options.store_folder = folder / "other";
+  const auto second = make();
+  first->addActivity("g", "first", std::nullopt);
+  second->addActivity("g", "second", std::nullopt);
+  onMain(*first, [] {});
+  onMain(*second, [] {});
+  EXPECT_EQ(namesOf(first->storedValue("fendoActivityInfos")), std::vector<std::string>{"first"});
+  EXPECT_EQ(namesOf(second->storedValue("fendoActivityInfos")), std::vector<std::string>{"second"});
+}
+
+TEST_F(MakeHost, IsBehindTheSharedObjectUntilItStops) {
+  EXPECT_EQ(MorvikCoreLib::shared(), nullptr);
+  const auto first = make();
+  const auto shared = MorvikCoreLib::shared();
+  EXPECT_NE(shared, nullptr);
+  options.store_folder = folder / "other";
+  const auto second = make();
+  EXPECT_EQ(MorvikCoreLib::shared(), shared);
+  first->stop();
+  EXPECT_EQ(MorvikCoreLib::shared(), nullptr);
+}
+
+TEST_F(MakeHost, KeepsWhatWasRecordedOverARestart) {
+  {
+    const auto host = make();
+    host->addActivity("shop", "buy", "sku");
+    onMain(*host, [] {});
+    EXPECT_EQ(namesInTheFile(), std::vector<std::string>{"buy"});
+  }
+  const auto host = make();
+  const kit::Array activities = host->properties().fendoActivityInfos().array();
+  ASSERT_EQ(activities.size(), 1U);
+  EXPECT_EQ(activities[0]["activityParam"], kit::Value("sku"));
+}
+
+TEST_F(MakeHost, HasStoredAnActivityWhenTheCallReturnsOnThePumpingThread) {
+  const auto host = makePumped();
+  host->addActivity("shop", "buy", std::nullopt);
+  EXPECT_EQ(namesInTheFile(), std::vector<std::string>{"buy"});
+}
+
+TEST_F(MakeHost, CommitsATurnsOtherWritesAtItsEnd) {
+  const auto host = makePumped();
+  host->perform([&] { host->properties().setFendoUserInfo_refUSN(std::string("written")); });
+  host->dispatch();
+  testing::RecordingLog unused;
+  const SqliteStore inspector({.place = {.folder = options.store_folder}, .read_only = true}, unused);
+  EXPECT_EQ(inspector.get("fendoUserInfo_refUSN"), kit::Value("written"));
+}
+
+TEST_F(MakeHost, StampsAnActivityWithTheTimeOfTheCall) {
+  const auto host = make();
+  std::promise<void> go;
+  host->perform([&go] { go.get_future().wait(); });
+  const auto now = [] {
+    const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
+    return kit::Date{std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count()};
+  };
+  const kit::Date before = now();
+  host->addActivity("g", "n", std::nullopt);
+  const kit::Date after = now();
+  go.set_value();
+  onMain(*host, [] {});
+  const kit::Date stamped = host->properties().fendoActivityInfos().array()[0]["activityCreatedAt"].date();
+  EXPECT_LE(before, stamped);
+  EXPECT_LE(stamped, after);
+}
+
+TEST_F(MakeHost, MovesItsClockAndNoOthers) {
+  const auto host = makePumped();
+  host->moveClockBySeconds(86'400 * 365);
+  host->addActivity("g", "later", std::nullopt);
+  const kit::Date stamped = host->properties().fendoActivityInfos().array()[0]["activityCreatedAt"].date();
+  const auto machine = std::chrono::system_clock::now().time_since_epoch();
+  const double ahead = stamped.secondsSince1970() - std::chrono::duration<double>(machine).count();
+  EXPECT_NEAR(ahead, 86'400.0 * 365, 60);
+}
+
+TEST_F(MakeHost, StartsASessionWhenTheAppBecomesActive) {
+  const auto host = makePumped();
+  host->applicationDidBecomeActive();
+  EXPECT_EQ(namesOf(host->storedValue("fendoActivityInfos")), (std::vector<std::string>{"start", "retention"}));
+  EXPECT_EQ(host->properties().integerForKey("com.morvik.core.appLaunchCount"), 1);
+}
+
+TEST_F(MakeHost, MakesAndKeepsTheAdvertisingIdentifierAndTheOthers) {
+  std::optional<std::string> idfa;
+  std::vector<std::pair<std::string, kit::Value>> kept;
+  for (int start = 0; start < 2; ++start) {
+    const auto host = makePumped();
+    host->applicationDidBecomeActive();
+    if (start == 0) {
+      idfa = host->properties().MorvikCoreUserInfo_IDFA();
+      ASSERT_TRUE(idfa);
+      EXPECT_EQ(idfa->size(), 36U);
+      EXPECT_EQ(idfa->find_first_of("abcdef"), std::string::npos);
+    }
+    EXPECT_EQ(host->properties().MorvikCoreUserInfo_IDFA(), idfa);
+    std::vector<std::pair<std::string, kit::Value>> own;
+    for (const auto key : {kAdvertisingIdKey, kDeviceIdKey, kInstallIdKey})
+      own.emplace_back(key, host->storedValue(key));
+    if (start == 0)
+      kept = own;
+    EXPECT_EQ(own, kept);
+    for (const auto& [key, value] : own)
+      EXPECT_EQ(value.string().size(), 36U) << key;
+  }
+}
+
+TEST_F(MakeHost, TakesTheIdentifiersThatAreGivenAndMakesNone) {
+  options.device.idfa = Identifier::given("GIVEN");
+  options.device.puid = Identifier::none();
+  const auto host = makePumped();
+  host->applicationDidBecomeActive();
+  EXPECT_EQ(host->properties().MorvikCoreUserInfo_IDFA(), "GIVEN");
+  EXPECT_TRUE(host->storedValue(kAdvertisingIdKey).isAbsent());
+  EXPECT_TRUE(host->storedValue(kDeviceIdKey).isAbsent());
+}
+
+TEST_F(MakeHost, AsksForAttributionThroughTheClientThatShips) {
+  SilentServer server;
+  options.service_url = server.url();
+  const auto host = make();
+  host->applicationDidBecomeActive();
+  EXPECT_TRUE(server.waitForConnection());
+}
+
+TEST_F(MakeHost, SettlesWhenRequestsAndTheSessionsEndAreDone) {
+  options.device.idfa = Identifier::none();
+  const auto host = make();
+  onMain(*host, [&] {
+    host->properties().setFendoUserInfo_fendoUserNo(7);
+    host->applicationDidBecomeActive();
+    host->applicationDidEnterBackground();
+    EXPECT_GT(host->pending().background_blocks, 0U);
+  });
+  EXPECT_TRUE(settle(*host));
+  const Pending pending = host->pending();
+  EXPECT_TRUE(pending.isSettled());
+  EXPECT_EQ(pending.retries, 1U) << "the conversion that failed is tried again later";
+  EXPECT_EQ(pending.background_tasks, 1U) << "no batch was answered that would give the time back";
+  EXPECT_EQ(namesOf(host->storedValue("fendoActivityInfos")), (std::vector<std::string>{"start", "retention", "end"}));
+}
+
+TEST_F(MakeHost, TellsThatItDidNotSettleInTime) {
+  SilentServer server;
+  options.service_url = server.url();
+  const auto host = make();
+  std::promise<bool> settled;
+  host->perform([&] {
+    host->applicationDidBecomeActive();
+    host->settle(0.05, [&settled](bool answer) { settled.set_value(answer); });
+  });
+  EXPECT_FALSE(settled.get_future().get());
+  EXPECT_GT(host->pending().requests, 0U);
+}
+
+TEST_F(MakeHost, StopsInTimeWithRequestsInFlightAndRunsNothingAfterwards) {
+  SilentServer server;
+  options.service_url = server.url();
+  const auto host = make();
+  host->applicationDidBecomeActive();
+  ASSERT_TRUE(server.waitForConnection());
+  const auto begin = steady_clock::now();
+  host->stop();
+  EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(3));
+  const size_t lines = log.lines().size();
+  bool ran = false;
+  host->perform([&ran] { ran = true; });
+  host->addActivity("g", "late", std::nullopt);
+  host->applicationDidBecomeActive();
+  host->applicationDidEnterBackground();
+  host->pushTracking();
+  host->dispatch();
+  host->stop();
+  EXPECT_FALSE(ran);
+  EXPECT_EQ(log.lines().size(), lines);
+  EXPECT_EQ(host->pollDescriptor(), -1);
+}
+
+TEST_F(MakeHost, EndsTheSessionThatIsOnItsWayBeforeItStops) {
+  {
+    const auto host = make();
+    onMain(*host, [&] {
+      host->applicationDidBecomeActive();
+      host->applicationDidEnterBackground();
+    });
+    host->stop();
+  }
+  const auto host = make();
+  EXPECT_TRUE(host->properties().MorvikCoreUserInfo_endSessoinDate());
+}
+
+TEST_F(MakeHost, DoesNotStopFromWithinACallback) {
+  const auto host = make();
+  onMain(*host, [&] { host->stop(); });
+  EXPECT_TRUE(log.has("Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside"));
+  onMain(*host, [] {});
+}
+
+TEST_F(MakeHost, LogsWhatTheAppsBlocksThrow) {
+  const auto host = make();
+  host->perform([] { throw std::string("of the app"); });
+  onMain(*host, [] {});
+  EXPECT_EQ(log.countContaining("Morvik host: a block on the main queue threw and ended there: "), 1U);
+}
+
+TEST_F(MakeHost, RefusesCallsPastTheLimitAndRunsAllOthers) {
+  options.log_level = 2;
+  const auto host = make();
+  std::promise<void> go;
+  std::promise<void> waits;
+  host->perform([&] {
+    waits.set_value();
+    go.get_future().wait();
+  });
+  waits.get_future().wait();
+  std::atomic<size_t> ran = 0;
+  for (size_t i = 0; i < kMaxPostedCalls + 3; ++i)
+    host->perform([&ran] { ++ran; });
+  EXPECT_EQ(log.count("Morvik host: a call was refused: 65536 calls wait for the main queue already; call less often, "
+                      "or let the main queue run"),
+            3U);
+  go.set_value();
+  std::promise<void> done;
+  host->mainQueue().async([&done] { done.set_value(); });
+  done.get_future().wait();
+  EXPECT_EQ(ran, kMaxPostedCalls);
+  host->perform([&ran] { ++ran; });
+  onMain(*host, [] {});
+  EXPECT_EQ(ran, kMaxPostedCalls + 1);
+}
+
+TEST_F(MakeHost, WritesTheStartUpLineAtTheLevelOfTheOptions) {
+  make();
+  EXPECT_TRUE(log.has("MRVK_QA-MorvikCore.framework Version : 0.1.0, app key : app, hash key : hash"));
+  log.clear();
+  options.log_level = 4;
+  make();
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(MakeHost, ChangesTheLogLevelWhileItRuns) {
+  options.log_level = 0;
+  const auto host = makePumped();
+  host->perform([] { throw 1; });
+  host->dispatch();
+  EXPECT_TRUE(log.lines().empty());
+  host->setLogLevel(100);
+  host->perform([] { throw 1; });
+  host->dispatch();
+  EXPECT_EQ(log.lines().size(), 1U);
+  host->setLogLevel(-100);
+  host->perform([] { throw 1; });
+  host->dispatch();
+  EXPECT_EQ(log.lines().size(), 1U);
+}
+
+TEST_F(MakeHost, RefusesTheAppsActivitiesOnceTheUserAskedToBeForgotten) {
+  {
+    const auto host = makePumped();
+    host->perform([&] { host->properties().setMorvikCoreUserInfo_isGDPRForgetMe(true); });
+    host->dispatch();
+  }
+  const auto host = makePumped();
+  EXPECT_TRUE(host->isForgetMe());
+  host->addActivity("g", "n", std::nullopt);
+  host->applicationDidBecomeActive();
+  EXPECT_TRUE(host->storedValue("fendoActivityInfos").isAbsent());
+  EXPECT_TRUE(log.has("Morvik host: the activity g / n was not recorded: the user asked to be forgotten"));
+}
+
+TEST_F(MakeHost, LosesNothingThatManyThreadsRecordWhileTheAppComesAndGoes) {
+  constexpr int kThreads = 4;
+  constexpr int kEach = 250;
+  SilentServer server;
+  options.service_url = server.url();
+  options.log_level = 2;
+  const auto host = make();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&host, i] {
+      for (int j = 0; j < kEach; ++j) {
+        host->addActivity("thread", std::to_string(i), std::to_string(j));
+        if (j % 50 == 0)
+          host->applicationDidBecomeActive();
+        if (j % 50 == 25)
+          host->applicationDidEnterBackground();
+        host->pushTracking();
+        host->setLogLevel(j % 3);
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  onMain(*host, [] {});
+  host->stop();
+  std::set<std::string> ids;
+  size_t recorded = 0;
+  for (const kit::Value& activity : host->properties().fendoActivityInfos().array()) {
+    ids.emplace(activity["activityEventID"].string());
+    recorded += activity["activityGroupName"].string() == "thread" ? 1U : 0U;
+  }
+  EXPECT_EQ(recorded, size_t{kThreads} * kEach);
+  EXPECT_EQ(ids.size(), host->properties().fendoActivityInfos().size());
+}
+
+TEST_F(MakeHost, StopsWhileOtherThreadsCallIt) {
+  const auto host = make();
+  std::atomic<bool> enough = false;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      while (!enough) {
+        host->addActivity("g", "n", std::nullopt);
+        host->applicationDidBecomeActive();
+        host->applicationDidEnterBackground();
+        host->pending();
+        host->setDelegate({});
+      }
+    });
+  }
+  onMain(*host, [] {});
+  host->stop();
+  enough = true;
+  for (std::thread& thread : threads)
+    thread.join();
+  const size_t stored = host->properties().fendoActivityInfos().size();
+  const auto again = [&] {
+    options.main_queue = MainQueueMode::kPumped;
+    return make();
+  }();
+  EXPECT_EQ(again->properties().fendoActivityInfos().size(), stored);
+}
+
+TEST_F(MakeHost, IsPumpedByAnAppsOwnLoop) {
+  const auto host = makePumped();
+  bool ran = false;
+  std::thread other([&] { host->perform([&ran] { ran = true; }); });
+  const auto give_up = steady_clock::now() + kGiveUp;
+  while (!ran && steady_clock::now() < give_up) {
+    pollfd descriptor{host->pollDescriptor(), POLLIN, 0};
+    const int timeout = host->pollTimeoutMilliseconds();
+    poll(&descriptor, 1, timeout < 0 ? 1000 : timeout);
+    host->dispatch();
+  }
+  other.join();
+  EXPECT_TRUE(ran);
+}
+
+}  // namespace
+}  // namespace morvik::host
