@@ -32,7 +32,7 @@ struct Outcome {
 };
 
 /// Called once, on the main queue, in the action's turn or in a later one.
-using Reply = std::function<void(Outcome)>;
+using Reply = std::function<void(const Outcome& outcome)>;
 using Action = void (*)(Phone& phone, const Arguments& arguments, const Reply& reply);
 
 void becomeActive(Phone& phone, const Arguments& arguments, const Reply& reply);

@@ -45,7 +45,7 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
   const auto& phone = std::get<std::unique_ptr<Phone>>(started);
   std::optional<std::string> last_verb;
   const auto mistake = runCommands(std::get<CommandSource>(source), *phone, output, last_verb);
-  phone->app().stop();
+  phone->host().stop();
   if (last_verb)
     output.verbDone(*last_verb, {});
   if (mistake)

@@ -11,15 +11,15 @@ namespace {
 bool run(const Command& command, Phone& phone, Output& output) {
   const auto ends_program = std::make_shared<std::promise<bool>>();
   std::future<bool> done = ends_program->get_future();
-  // The reply comes within a turn, whose writes are committed when it ends: so the line waits for a later one.
-  Reply reply = [&phone, &output, &command, ends_program](Outcome outcome) {
-    phone.mainQueue().async([&output, &command, ends_program, outcome = std::move(outcome)] {
+  // The reply comes within a turn, whose writes are committed when it ends: so the line waits for that.
+  Reply reply = [&phone, &output, &command, ends_program](const Outcome& outcome) {
+    phone.host().afterThisTurn([&output, &command, ends_program, outcome] {
       if (!outcome.ends_program)
         output.verbDone(command.verb->name, outcome);
       ends_program->set_value(outcome.ends_program);
     });
   };
-  phone.mainQueue().async(
+  phone.host().mainQueue().async(
       [&phone, &command, reply = std::move(reply)] { command.verb->act(phone, command.arguments, reply); });
   try {
     return done.get();

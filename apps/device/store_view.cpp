@@ -67,7 +67,7 @@ kit::Value StoreView::show(const std::vector<std::string>& names, std::optional<
 
 bool StoreView::showOne(std::string_view name, kit::MutableDictionary& shown) const {
   if (namesPlainEntry(name)) {
-    shown.set(name, entries_.get(name));
+    shown.set(name, read_entry_(name));
     return true;
   }
   const auto* property =

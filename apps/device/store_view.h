@@ -1,12 +1,14 @@
 // The stored properties by name, for looking at.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "kit/key_value_store.h"
+#include "kit/value.h"
 #include "services/MorvikGVUserDefaults.h"
 
 namespace morvik_device {
@@ -15,8 +17,11 @@ namespace morvik_device {
 /// unset value, what is absent is left out.
 class StoreView {
  public:
-  StoreView(morvik::services::MorvikGVUserDefaults properties, const morvik::kit::KeyValueStore& entries)
-      : properties_(properties), entries_(entries) {}
+  /// Reads an entry of the platform's store by its key.
+  using ReadEntry = std::function<morvik::kit::Value(std::string_view key)>;
+
+  StoreView(morvik::services::MorvikGVUserDefaults properties, ReadEntry read_entry)
+      : properties_(properties), read_entry_(std::move(read_entry)) {}
 
   /// Those named, in that order, or all. Returns the first name that is none in `unknown`.
   morvik::kit::Value show(const std::vector<std::string>& names, std::optional<std::string>& unknown) const;
@@ -25,7 +30,7 @@ class StoreView {
   bool showOne(std::string_view name, morvik::kit::MutableDictionary& shown) const;
 
   morvik::services::MorvikGVUserDefaults properties_;
-  const morvik::kit::KeyValueStore& entries_;
+  ReadEntry read_entry_;
 };
 
 }  // namespace morvik_device

@@ -28,7 +28,7 @@ Mistake words(std::string_view rest, Arguments& arguments) {
   return std::nullopt;
 }
 
-// A number of seconds that may have a fraction; Optional ones may be left out, others lie between Least and Most.
+// A number of seconds, which may have a fraction, from `least` to `most`.
 Mistake number(std::string_view rest, double least, double most, double& seconds) {
   const char* end = rest.data() + rest.size();
   const auto [stopped, error] = std::from_chars(rest.data(), end, seconds);

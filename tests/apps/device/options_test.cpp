@@ -2,9 +2,9 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
+#include <algorithm>
+
+#include "tests/support/scratch_folder.h"
 
 namespace morvik_device {
 namespace {
@@ -50,19 +50,11 @@ std::string mistakeIn(const Arguments& arguments) {
 
 class File {
  public:
-  explicit File(std::string_view text)
-      : path_(std::filesystem::temp_directory_path() /
-              ("morvik-options-" + std::to_string(std::hash<std::string>()(
-                                       ::testing::UnitTest::GetInstance()->current_test_info()->name())))) {
-    std::ofstream(path_) << text;
-  }
-  ~File() { std::filesystem::remove(path_); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  std::string path() const { return path_; }
+  explicit File(const std::string& text) { morvik::test::writeBytes(path(), text); }
+  std::string path() const { return folder_ / "file"; }
 
  private:
-  std::filesystem::path path_;
+  morvik::test::ScratchFolder folder_;
 };
 
 TEST(Options, TheRequiredOnesAreEnough) {

@@ -1,0 +1,10 @@
+#include <csignal>
+#include <iostream>
+
+#include "apps/device/program.h"
+
+int main(int argc, char** argv) {
+  // A peer or a reader of our output that went away is an error of one write, not the end of the program.
+  std::signal(SIGPIPE, SIG_IGN);
+  return morvik_device::runProgram({argv + 1, argv + argc}, {std::cin, stdout, std::cerr});
+}

@@ -1,0 +1,77 @@
+#include "apps/device/phone.h"
+
+#include <string_view>
+#include <utility>
+
+#include "host/make_host.h"
+
+namespace morvik_device {
+namespace {
+
+namespace host = morvik::host;
+namespace kit = morvik::kit;
+
+struct OptionName {
+  std::string_view of_host;
+  std::string_view of_program;
+};
+
+// The host speaks of its own options; whoever reads it wrote those of this program.
+constexpr OptionName kOptionNames[] = {
+    {"HostOptions::store_folder", "--store"},  {"HostOptions::app_key", "--app-key"},
+    {"HostOptions::hash_key", "--hash-key"},   {"HostOptions::tracking_key", "--tracking-key"},
+    {"HostOptions::service_url", "--service"}, {"HostOptions::endpoints", "--endpoint"},
+    {"HostOptions::ca_file", "--ca"},          {"HostOptions::log_level", "--log-level"},
+};
+
+std::string inTermsOfTheProgram(std::string message) {
+  for (const OptionName& name : kOptionNames) {
+    if (message.compare(0, name.of_host.size(), name.of_host) == 0)
+      return message.replace(0, name.of_host.size(), name.of_program);
+  }
+  return message;
+}
+
+std::shared_ptr<const morvik::MorvikCoreDelegate> makeDelegateOfApp(Output& output) {
+  auto delegate = std::make_shared<morvik::MorvikCoreDelegate>();
+  delegate->didReceiveDeeplink = [&output](const std::string& deeplink) {
+    output.callback("didReceiveDeeplink:", {deeplink});
+  };
+  delegate->didSaveConversionKey = [&output](int64_t conversion_key, const std::string& sub_referral_key) {
+    output.callback("didSaveConversionKey:subReferralKey:", {conversion_key, sub_referral_key});
+  };
+  return delegate;
+}
+
+std::shared_ptr<const kit::SaveFendoUserInfoDelegate> makeDelegateOfServices(Output& output) {
+  auto delegate = std::make_shared<kit::SaveFendoUserInfoDelegate>();
+  delegate->didSaveFendoUserInfo = [&output](int64_t user_no, int64_t referral_key, int64_t sub_referral_key,
+                                             const std::string& ref_usn, int32_t channel_type) {
+    output.callback("didSaveFendoUserInfo:andReferralKey:andSubReferralKey:andRefUSN:andChannelType:",
+                    {user_no, referral_key, sub_referral_key, ref_usn, int64_t{channel_type}});
+  };
+  return delegate;
+}
+
+}  // namespace
+
+std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const morvik::HostOptions& options, Output& output) {
+  auto made = host::makeHost(options);
+  if (const auto* error = std::get_if<kit::Error>(&made))
+    return inTermsOfTheProgram(error->message);
+  return std::unique_ptr<Phone>(new Phone(std::move(std::get<std::unique_ptr<host::Host>>(made)), output));
+}
+
+Phone::Phone(std::unique_ptr<host::Host> host, Output& output)
+    : delegate_of_app_(makeDelegateOfApp(output)),
+      delegate_of_services_(makeDelegateOfServices(output)),
+      host_(std::move(host)) {
+  host_->setDelegate(delegate_of_app_);
+  host_->setSaveFendoUserInfoDelegate(delegate_of_services_);
+}
+
+StoreView Phone::storeView() {
+  return StoreView(host_->properties(), [this](std::string_view key) { return host_->storedValue(key); });
+}
+
+}  // namespace morvik_device

@@ -1,0 +1,130 @@
+#include "apps/device/program.h"
+
+#include <gmock/gmock.h>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "tests/support/scratch_folder.h"
+
+namespace morvik_device {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+class Program : public ::testing::Test {
+ protected:
+  // A device that finds no service and asks for none.
+  int run(const std::string& input, const std::vector<std::string>& more = {}) {
+    std::vector<std::string> arguments = {"--store",      folder_ / "store", "--service", service_,         "--app-key",
+                                          "app",          "--hash-key",      "hash",      "--tracking-key", "tracking",
+                                          "--search-ads", "absent"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return runPlain(arguments, input);
+  }
+
+  int runPlain(const std::vector<std::string>& arguments, const std::string& input) {
+    const std::unique_ptr<std::FILE, CloseFile> output(std::tmpfile());
+    std::istringstream stream(input);
+    std::ostringstream errors;
+    const int status = runProgram(arguments, {stream, output.get(), errors});
+    errors_ = errors.str();
+    std::fflush(output.get());
+    std::rewind(output.get());
+    output_.clear();
+    std::string line;
+    for (int c = std::fgetc(output.get()); c != EOF; c = std::fgetc(output.get())) {
+      if (c != '\n') {
+        line.push_back(static_cast<char>(c));
+        continue;
+      }
+      output_.push_back(line);
+      line.clear();
+    }
+    return status;
+  }
+
+  std::string service_ = "https://127.0.0.1:1/";
+  const morvik::test::ScratchFolder scratch_;
+  const std::filesystem::path folder_ = scratch_.path();
+  std::vector<std::string> output_;
+  std::string errors_;
+};
+
+TEST_F(Program, AnswersEachVerbWithALine) {
+  EXPECT_EQ(run("active\nevent shop look\nsettle\nquit\n"), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"active","ok":true})", R"({"verb":"event","ok":true})",
+                                   R"({"verb":"settle","ok":true,"background_tasks":0,"retries":0})",
+                                   R"({"verb":"quit","ok":true})"));
+  EXPECT_EQ(errors_, "");
+}
+
+TEST_F(Program, EndsInOrderWithItsInput) {
+  EXPECT_EQ(run("push\nwait 0.001\nclock 5\n"), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"push","ok":true})", R"({"verb":"wait","ok":true})",
+                                   R"({"verb":"clock","ok":true})"));
+}
+
+TEST_F(Program, KeepsWhatItRecordedForTheNextRun) {
+  EXPECT_EQ(run("event shop look one\nimpression {\"campaignKey\":7}\n"), 0);
+  EXPECT_EQ(run("store fendoImpressionInfos\nstore fendoActivityInfos\n"), 0);
+  ASSERT_EQ(output_.size(), 2u);
+  EXPECT_EQ(output_[0], R"({"verb":"store","ok":true,"values":{"fendoImpressionInfos":[{"campaignKey":7}]}})");
+  EXPECT_THAT(output_[1], HasSubstr(R"("activityParam":"one")"));
+}
+
+TEST_F(Program, RefusesAVerbAndGoesOn) {
+  EXPECT_EQ(run("impression 7\nstore nothing\npush\n"), 0);
+  ASSERT_EQ(output_.size(), 3u);
+  EXPECT_THAT(output_[0], StartsWith(R"({"verb":"impression","ok":false,"error":"an impression record is a JSON)"));
+  EXPECT_EQ(
+      output_[1],
+      R"({"verb":"store","ok":false,"error":"\"nothing\" is no stored property; \"store\" alone shows them all"})");
+  EXPECT_EQ(output_[2], R"({"verb":"push","ok":true})");
+}
+
+TEST_F(Program, EndsAtABadLineOfItsInput) {
+  EXPECT_EQ(run("push\njump\npush\n"), 2);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"push","ok":true})"));
+  EXPECT_THAT(errors_, StartsWith("morvik-device: standard input, line 2: \"jump\" is no verb; use one of: "));
+}
+
+TEST_F(Program, ChecksAScriptBeforeItTouchesTheStore) {
+  const std::filesystem::path script = folder_ / "script";
+  std::ofstream(script) << "push\njump\n";
+  EXPECT_EQ(run("", {"--script", script}), 2);
+  EXPECT_THAT(output_, IsEmpty());
+  EXPECT_THAT(errors_, HasSubstr("script, line 2: \"jump\" is no verb"));
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "store"));
+  std::ofstream(script) << "push\n";
+  EXPECT_EQ(run("jump\n", {"--script", script}), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"push","ok":true})"));
+}
+
+TEST_F(Program, SaysInItsOwnWordsWhatTheHostRefuses) {
+  service_ = "http://service.example/";
+  EXPECT_EQ(run("push\n"), 2);
+  EXPECT_THAT(output_, IsEmpty());
+  EXPECT_THAT(errors_, StartsWith("morvik-device: --service: "));
+  service_ = "https://127.0.0.1:1/";
+  EXPECT_EQ(run("push\n", {"--endpoint", "kNone=https://a.example/"}), 2);
+  EXPECT_THAT(errors_, StartsWith("morvik-device: --endpoint: there is no endpoint kNone; there are "));
+}
+
+TEST_F(Program, ShowsItsHelp) {
+  EXPECT_EQ(runPlain({"--help"}, ""), 0);
+  EXPECT_THAT(output_, ::testing::Contains(HasSubstr("--system-version")));
+  EXPECT_EQ(errors_, "");
+}
+
+}  // namespace
+}  // namespace morvik_device
