@@ -1,0 +1,466 @@
+"""The device app as its users know it: the real program, its store, and the local service over TLS."""
+
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, os.path.join(os.environ["MORVIK_SOURCE_DIR"], "tools"))
+
+import stage  # noqa: E402
+
+BUILD = os.environ["MORVIK_BUILD_DIR"]
+IDFA = "6d92078a-8246-4ba4-ae5b-76104861e7dc"
+LAUNCH_COUNTER = "com.morvik.core.appLaunchCount"
+
+
+class DeviceTest(unittest.TestCase):
+    """A service for the class; a folder, and devices on it, for each test."""
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.keys = stage.write_keys(folder.name)
+        cls.service = stage.Service(BUILD, folder.name, cls.keys)
+        cls.addClassCleanup(cls.service.stop)
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.store_folder = os.path.join(self.folder, "device")
+        self.service.call("DELETE", "/inspect/behaviour")
+        self.service.call("POST", "/inspect/attribution", {})
+        known = self.service.requests()
+        self.known_requests = known[-1]["id"] if known else 0
+
+    def arguments(self, *more, without=()):
+        options = {"--store": self.store_folder, "--service": self.service.url, "--ca": self.service.ca_file,
+                   "--keys": self.keys}
+        given = [word for name, value in options.items() if name not in without for word in (name, value)]
+        return given + list(more)
+
+    def device(self, *more, without=(), environment=None):
+        device = stage.Device(BUILD, self.arguments(*more, without=without), environment=environment)
+        self.addCleanup(lambda: device.child.poll() is None and device.kill())
+        return device
+
+    def do(self, device, *lines):
+        """Verbs that must do well; the answer of the last."""
+        for line in lines:
+            answer = device.do(line)
+            self.assertTrue(answer["ok"], answer)
+        return answer
+
+    def attributed(self, *more):
+        """A device whose install is attributed, with nothing stored."""
+        device = self.device(*more)
+        self.do(device, "active", "settle")
+        self.assertEqual(device.stored_events(), [])
+        return device
+
+    def requests(self, endpoint):
+        return [r for r in self.service.requests(self.known_requests) if r["endpoint"] == endpoint]
+
+    def write(self, name, text):
+        path = os.path.join(self.folder, name)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text)
+        return path
+
+    def run_once(self, arguments, text=""):
+        """A whole run: (status, lines of standard output, lines of standard error)."""
+        done = subprocess.run([stage.program(BUILD, "morvik-device"), *arguments], input=text.encode(),
+                              capture_output=True, timeout=stage.PATIENCE_SECONDS, check=False)
+        return done.returncode, done.stdout.decode().splitlines(), done.stderr.decode().splitlines()
+
+
+class Verbs(DeviceTest):
+    def test_active_starts_a_session_and_tells_the_delegates(self):
+        self.service.call("POST", "/inspect/attribution",
+                          {"user_no": 77, "referralKey": 12, "subreferralKey": 34, "refusn": "r", "channel_type": 5,
+                           "deeplink": "shop://a"})
+        device = self.device()
+        self.assertEqual(device.do("active"), {"verb": "active", "ok": True})
+        self.do(device, "settle")
+        self.assertEqual(device.callbacks, [
+            {"callback": "didSaveFendoUserInfo:andReferralKey:andSubReferralKey:andRefUSN:andChannelType:",
+             "args": [77, 12, 34, "r", 5]},
+            {"callback": "didSaveConversionKey:subReferralKey:", "args": [12, "34"]},
+            {"callback": "didReceiveDeeplink:", "args": ["shop://a"]}])
+        sent = self.requests("tracking")[0]["payload"]["activity_info"]
+        self.assertEqual([event["activity"] for event in sent], ["start", "retention"])
+
+    def test_background_ends_the_session(self):
+        device = self.attributed()
+        self.do(device, "event shop look")
+        self.assertEqual(device.do("background"), {"verb": "background", "ok": True})
+        self.assertEqual(device.do("settle")["background_tasks"], 0)
+        self.assertEqual([e["activityName"] for e in device.stored_events()], ["end"])
+
+    def test_event_records_an_activity_with_and_without_parameter(self):
+        device = self.device()
+        self.assertEqual(device.do("event shop look"), {"verb": "event", "ok": True})
+        self.do(device, 'event "my shop" "gro\u00df \\"x\\"" "a  b"', 'event shop buy ""')
+        stored = [(e["activityGroupName"], e["activityName"], e.get("activityParam")) for e in device.stored_events()]
+        self.assertEqual(stored, [("shop", "look", None), ("my shop", 'gro\u00df "x"', "a  b"), ("shop", "buy", "")])
+
+    def test_impression_appends_a_record_whose_date_is_a_date(self):
+        device = self.attributed()
+        record = {"campaignKey": 7, "spaceKey": "top", "resourceKey": 8, "conversionKey": 9, "isFirstTime": True,
+                  "createdAt": "2024-05-01T12:00:00Z"}
+        self.assertEqual(device.do("impression " + json.dumps(record)), {"verb": "impression", "ok": True})
+        self.do(device, "impression " + json.dumps(dict(record, campaignKey=6, createdAt="2024-05-01T11:00:00Z")))
+        self.assertEqual(device.store("fendoImpressionInfos")["fendoImpressionInfos"][0], record)
+        self.do(device, "event shop look", "push", "settle")
+        sent = self.requests("tracking")[-1]["payload"]["impression_info"]
+        self.assertEqual([(i["campaign_key"], i["isFirstTime"]) for i in sent], [(6, True), (7, True)])
+        self.assertRegex(sent[0]["created_at"], r"^20240501(1959|2000)\d\d$")
+
+    def test_an_impression_that_is_no_object_is_refused_and_the_program_goes_on(self):
+        device = self.device()
+        answer = device.do("impression [1]")
+        self.assertFalse(answer["ok"])
+        self.assertIn("an impression record is a JSON object", answer["error"])
+        self.do(device, "event shop look")
+
+    def test_push_sends_what_is_stored(self):
+        device = self.attributed()
+        self.do(device, "event shop look one", "settle")
+        before = len(self.requests("tracking"))
+        self.assertEqual(device.do("push"), {"verb": "push", "ok": True})
+        self.do(device, "settle")
+        self.assertEqual(self.requests("tracking")[before]["payload"]["activity_info"][0]["param"], "one")
+        self.assertEqual(device.stored_events(), [])
+
+    def test_wait_lets_time_pass_while_the_main_queue_runs(self):
+        device = self.device()
+        self.do(device, "active")
+        started = time.monotonic()
+        self.assertEqual(device.do("wait 0.3"), {"verb": "wait", "ok": True})
+        self.assertGreaterEqual(time.monotonic() - started, 0.3)
+        self.assertIn("didSaveConversionKey:subReferralKey:", [c["callback"] for c in device.callbacks])
+
+    def test_clock_moves_the_wall_clock_for_this_process(self):
+        device = self.device()
+        self.do(device, "event a a", "clock 86400.5")
+        self.do(device, "event a b", "clock -172801", "event a c")
+        days = [e["activityCreatedAt"][:10] for e in device.stored_events()]
+        self.assertEqual(sorted(set(days)), [days[2], days[0], days[1]])
+        device.end_input()
+        device = self.device()
+        self.do(device, "event a d")
+        self.assertGreater(device.stored_events()[3]["activityCreatedAt"], device.stored_events()[0]["activityCreatedAt"])
+        self.assertLess(device.stored_events()[3]["activityCreatedAt"], device.stored_events()[1]["activityCreatedAt"])
+
+    def test_settle_waits_for_the_answer(self):
+        device = self.attributed()
+        self.service.behave("tracking", "delay", milliseconds=300)
+        self.do(device, "event shop look", "push")
+        self.assertEqual(device.do("settle"), {"verb": "settle", "ok": True, "background_tasks": 0, "retries": 0})
+        self.assertEqual(device.stored_events(), [])
+
+    def test_settle_past_its_limit_says_what_is_still_busy(self):
+        device = self.attributed()
+        self.service.behave("tracking", "delay", milliseconds=60000)
+        self.do(device, "event shop look", "push")
+        self.assertEqual(device.do("settle 0.1"),
+                         {"verb": "settle", "ok": False, "error": "still busy: 1 requests in flight",
+                          "background_tasks": 0, "retries": 0})
+
+    def test_settle_waits_for_the_half_second_of_a_session_end_and_not_for_background_tasks(self):
+        device = self.attributed()
+        self.do(device, "background")
+        self.assertEqual(device.do("settle"), {"verb": "settle", "ok": True, "background_tasks": 1, "retries": 0})
+        self.assertEqual([e["activityName"] for e in device.stored_events()], ["end"])
+
+    def test_settle_counts_retries_and_does_not_wait_for_them(self):
+        self.service.behave("conversion", "status", status=500)
+        device = self.device()
+        self.do(device, "active")
+        self.assertEqual(device.do("settle"), {"verb": "settle", "ok": True, "background_tasks": 0, "retries": 1})
+
+    def test_store_shows_all_that_is_not_absent(self):
+        device = self.device()
+        values = device.store()
+        self.assertEqual(values["fendoUserInfo_referralKey"], -1)
+        self.assertEqual(values["fendoUserInfo_isApplicationPortrait"], "true")
+        self.assertIs(values["MorvikCoreUserInfo_isGDPRForgetMe"], False)
+        for absent in ("fendoActivityInfos", "fendoUserInfo_refUSN", LAUNCH_COUNTER,
+                       "com.morvik.reengagement.passopenurl"):
+            self.assertNotIn(absent, values)
+
+    def test_store_shows_those_that_are_named_and_the_plain_entries_by_their_keys(self):
+        device = self.device()
+        self.do(device, "active")
+        self.assertEqual(device.do(f"store fendoUserDemoInfo_age {LAUNCH_COUNTER} fendoUserDemoInfo_userId"),
+                         {"verb": "store", "ok": True, "values": {"fendoUserDemoInfo_age": -1, LAUNCH_COUNTER: 1}})
+        self.assertRegex(device.store("fendoUserInfo_last_app_launched_date")["fendoUserInfo_last_app_launched_date"],
+                         r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d(\.\d+)?Z$")
+
+    def test_store_refuses_a_name_that_is_none_and_the_program_goes_on(self):
+        device = self.device()
+        self.assertEqual(device.do("store fendoUserInfo_referalKey"),
+                         {"verb": "store", "ok": False,
+                          "error": '"fendoUserInfo_referalKey" is no stored property; "store" alone shows them all'})
+        self.do(device, "store fendoUserInfo_referralKey")
+
+    def test_kill_ends_the_process_at_once(self):
+        device = self.device()
+        device.say("kill", "event shop look")
+        self.assertEqual(device.rest(), (-9, []))
+
+    def test_quit_ends_in_order_and_runs_nothing_that_follows(self):
+        device = self.device()
+        device.say("event shop look", "quit", "event shop buy")
+        self.assertEqual(device.rest(), (0, [{"verb": "event", "ok": True}, {"verb": "quit", "ok": True}]))
+        self.assertEqual([e["activityName"] for e in self.device().stored_events()], ["look"])
+
+    def test_quit_does_not_wait_for_a_server_that_does_not_answer(self):
+        device = self.attributed()
+        self.service.behave("tracking", "delay", milliseconds=60000)
+        self.do(device, "event shop look", "push")
+        started = time.monotonic()
+        self.do(device, "quit")
+        self.assertEqual(device.rest()[0], 0)
+        self.assertLess(time.monotonic() - started, 10)
+        self.assertEqual([e["activityName"] for e in self.device().stored_events()], ["look"])
+
+    def test_the_end_of_the_input_is_an_orderly_end(self):
+        device = self.device()
+        self.do(device, "event shop look")
+        self.assertEqual(device.end_input(), (0, []))
+
+
+class Input(DeviceTest):
+    def test_a_script_runs_verb_by_verb(self):
+        script = self.write("life.txt", "# a short life\nactive\n\nevent shop look\nstore fendoUserDemoInfo_age\n")
+        status, output, _ = self.run_once(self.arguments("--script", script))
+        self.assertEqual(status, 0)
+        self.assertEqual([line for line in output if "callback" not in line],
+                         ['{"verb":"active","ok":true}', '{"verb":"event","ok":true}',
+                          '{"verb":"store","ok":true,"values":{"fendoUserDemoInfo_age":-1}}'])
+
+    def test_a_script_is_checked_whole_before_its_first_verb(self):
+        script = self.write("life.txt", "active\nevent shop look\nevnt shop buy\n")
+        status, output, errors = self.run_once(self.arguments("--script", script))
+        self.assertEqual((status, output), (2, []))
+        self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is no verb; use one of: active, '
+                                  "background, event, impression, push, wait, clock, settle, store, kill, quit"])
+        self.assertFalse(os.path.exists(self.store_folder))
+
+    def test_a_bad_line_on_standard_input_touches_nothing(self):
+        for bad, mistake in (("evnt shop look", '"evnt" is no verb; use one of: '),
+                             ("event shop", "event: an argument is missing; write: event GROUP NAME [PARAM]"),
+                             ('event "shop look', "event: a double quote is opened and not closed; close it"),
+                             ("wait soon", 'wait: "soon" is no number of seconds; write: wait SECONDS'),
+                             ("impression {", "impression: the rest of the line is no JSON (")):
+            with self.subTest(bad):
+                status, output, errors = self.run_once(self.arguments(), f"event a one\n{bad}\nevent a two\n")
+                self.assertEqual((status, output), (2, ['{"verb":"event","ok":true}']))
+                self.assertEqual(len(errors), 1, errors)
+                self.assertIn(f"morvik-device: standard input, line 2: {mistake}", errors[0])
+        self.assertEqual([e["activityName"] for e in self.device().stored_events()], ["one"] * 5)
+
+    def test_a_store_that_another_process_holds_is_one_clear_line(self):
+        device = self.device()
+        self.do(device, "event shop look")
+        status, output, errors = self.run_once(self.arguments(), "event shop buy\n")
+        self.assertEqual((status, output), (2, []))
+        self.assertEqual(len(errors), 1, errors)
+        self.assertIn(self.store_folder, errors[0])
+        self.do(device, "event shop share")
+        self.assertEqual([e["activityName"] for e in device.stored_events()], ["look", "share"])
+
+    def test_an_output_that_nobody_reads_ends_the_program(self):
+        read_end, write_end = os.pipe()
+        os.close(read_end)
+        try:
+            done = subprocess.run([stage.program(BUILD, "morvik-device"), *self.arguments()], input=b"store\nstore\n",
+                                  stdout=write_end, stderr=subprocess.PIPE, timeout=stage.PATIENCE_SECONDS, check=False)
+        finally:
+            os.close(write_end)
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stderr.decode(), "morvik-device: standard output cannot be written; keep its reader open\n")
+
+    def test_an_event_that_was_answered_outlives_a_kill_right_after_it(self):
+        for count in range(1, 6):
+            device = self.device()
+            self.do(device, f"event shop look {count}")
+            self.assertEqual(device.kill(), (-9, []))
+            self.assertEqual([e["activityParam"] for e in self.device_once().stored_events()],
+                             [str(number) for number in range(1, count + 1)])
+            self.last_device.end_input()
+
+    def device_once(self):
+        self.last_device = self.device()
+        return self.last_device
+
+
+class Options(DeviceTest):
+    def refusal(self, arguments):
+        """The one line about bad options."""
+        status, output, errors = self.run_once(arguments)
+        self.assertEqual((status, output), (2, []))
+        self.assertEqual(len(errors), 1, errors)
+        self.assertTrue(errors[0].startswith("morvik-device: "), errors[0])
+        self.assertFalse(os.path.exists(self.store_folder))
+        return errors[0]
+
+    def test_each_bad_option_is_one_line_that_says_how_to_mend_it(self):
+        bad = (((), ("--store",), "--store is required; give the folder"),
+               ((), ("--service",), "--service is required; give the base URL"),
+               ((), ("--keys",), "--app-key is required; give it, or a file"),
+               (("--app-key", "a"), ("--keys",), "--hash-key is required; give it, or a file"),
+               (("--app-key", "a", "--hash-key", "b"), ("--keys",), "--tracking-key is required; give it, or a file"),
+               (("--keys", "/no/keys"), ("--keys",), "--keys: there is no file /no/keys; name one that exists"),
+               (("--ca", "/no/ca"), ("--ca",), "--ca: there is no file /no/ca; name one that exists"),
+               (("--script", "/no/script"), (), "--script: there is no file /no/script; name one that exists"),
+               (("--endpoint", "kGdprReqUrl"), (), "has no URL; write --endpoint NAME=URL"),
+               (("--endpoint", "kNone=https://a.example"), (), "kFendoTrackingBaseLiveUrl"),
+               (("--service", "ftp://a.example"), ("--service",), "--service: "),
+               (("--service", "http://a.example"), ("--service",), "--service: "),
+               (("--log-level", "7"), (), "--log-level: "),
+               (("--idfa", "me"), (), '--idfa: "me" is no UUID; write one like'),
+               (("--orientation", "5"), (), "--orientation: "),
+               (("--search-ads", "some"), (), "--search-ads: the details are no JSON ("),
+               (("--iad", "some"), (), '--iad: "some" is not understood; write none,'),
+               (("--colour",), (), "--colour"),
+               (("--script",), (), "--script"))
+        for more, without, mistake in bad:
+            with self.subTest(more=more, without=without):
+                self.assertIn(mistake, self.refusal(self.arguments(*more, without=without)))
+
+    def test_a_file_of_keys_that_lacks_one_is_one_line(self):
+        keys = self.write("some", "app-key=a\nhash-key=b\n")
+        self.assertIn("tracking-key", self.refusal(self.arguments("--keys", keys, without=("--keys",))))
+
+    def test_help_tells_all(self):
+        status, output, errors = self.run_once(["--help"])
+        self.assertEqual((status, errors), (0, []))
+        for word in ("--store", "--service", "--endpoint", "--search-ads", "settle [SECONDS]"):
+            self.assertIn(word, "\n".join(output))
+
+    def conversion(self, *more, without=()):
+        """What the conversion of a fresh install carries; None when there is none."""
+        device = self.device(*more, without=without)
+        self.do(device, "active", "settle")
+        device.end_input()
+        sent = self.requests("conversion")
+        return sent[0]["payload"] if sent else None
+
+    def test_an_option_wins_over_the_file_of_keys(self):
+        keys = self.write("others", f"app-key=another\nhash-key={stage.HASH_KEY}\ntracking-key=another\n")
+        payload = self.conversion("--keys", keys, "--app-key", stage.APP_KEY, "--tracking-key", stage.TRACKING_KEY,
+                                  without=("--keys",))
+        self.assertEqual(payload["appkey"], stage.APP_KEY)
+        self.assertIsNone(self.requests("tracking")[0]["refusal"])
+
+    def test_an_empty_tracking_key_sends_no_events(self):
+        self.assertIsNotNone(self.conversion("--tracking-key", ""))
+        self.assertEqual(self.requests("tracking"), [])
+
+    def test_a_missing_slash_at_the_end_of_a_url_is_added(self):
+        self.assertIsNotNone(self.conversion("--service", self.service.url.rstrip("/"), without=("--service",)))
+
+    def test_one_endpoint_is_given_by_its_name(self):
+        self.assertIsNotNone(self.conversion(
+            "--service", "https://127.0.0.1:1/", "--endpoint",
+            "kFendoConversionBaseLiveUrl=" + self.service.url.rstrip("/"), without=("--service",)))
+        self.assertEqual(self.requests("tracking"), [])
+
+    def test_the_advertising_identifier_is_made_and_kept(self):
+        first = self.device()
+        self.do(first, "active")
+        made = first.store("MorvikCoreUserInfo_IDFA")["MorvikCoreUserInfo_IDFA"]
+        self.assertRegex(made, r"^[0-9A-Fa-f]{8}(-[0-9A-Fa-f]{4}){3}-[0-9A-Fa-f]{12}$")
+        first.end_input()
+        self.assertEqual(self.conversion()["idfa"], made)
+
+    def test_the_advertising_identifier_is_given_or_none(self):
+        self.assertEqual(self.conversion("--idfa", IDFA)["idfa"], IDFA)
+
+    def test_without_advertising_identifier_a_deep_link_is_dropped(self):
+        self.service.call("POST", "/inspect/attribution", {"deeplink": "shop://a"})
+        device = self.device("--idfa", "none")
+        self.do(device, "active", "settle")
+        self.assertEqual(self.requests("conversion")[0]["payload"]["idfa"], "")
+        self.assertNotIn("didReceiveDeeplink:", [c["callback"] for c in device.callbacks])
+
+    def test_search_ads_details_ride_in_the_conversion(self):
+        details = {"Version3.1": {"iad-attribution": "true", "iad-keyword": "shoes"}}
+        self.assertEqual(self.conversion("--search-ads", json.dumps(details))["searchads_response"],
+                         details["Version3.1"])
+
+    def test_search_ads_errors_send_the_conversion_without_details(self):
+        for form in ("none", "error", 'error:{"Version3.1":{"iad-attribution":"true"}}'):
+            with self.subTest(form):
+                self.store_folder = os.path.join(self.folder, form[:8].replace(":", ""))
+                self.assertEqual(self.conversion("--search-ads", form)["searchads_response"], "")
+
+    def test_without_search_ads_no_conversion_is_made(self):
+        self.assertIsNone(self.conversion("--search-ads", "absent"))
+
+    def test_an_old_system_makes_no_conversion(self):
+        self.assertIsNone(self.conversion("--system-version", "9.3"))
+
+    def iad_payloads(self, form):
+        device = self.device("--iad", form, "--search-ads", "absent")
+        self.do(device, "active", "settle")
+        device.end_input()
+        return [request["payload"] for request in self.requests("iad-attribution")]
+
+    def test_iad_dates_are_sent(self):
+        payloads = self.iad_payloads("lookup:2024-05-01T12:00:00Z,2024-05-01T15:00:00+01:00")
+        self.assertEqual(payloads[0]["iAd"], {"appPurchaseDate": "20240501210000", "iAdImpressionDate": "20240501230000"})
+
+    def test_iad_without_impression_sends_nothing(self):
+        self.assertEqual(self.iad_payloads("lookup:2024-05-01T12:00:00Z,none"), [])
+
+    def test_iad_determined_is_sent_without_dates(self):
+        self.assertNotIn("iAd", self.iad_payloads("determine:yes")[0])
+
+    def test_iad_determined_no_sends_nothing(self):
+        self.assertEqual(self.iad_payloads("determine:no"), [])
+
+    def test_the_persistent_identifier_is_sent_as_given(self):
+        self.assertEqual(self.conversion("--puid", "somebody")["puid"], "somebody")
+
+    def test_without_persistent_identifier_none_is_sent(self):
+        self.assertEqual(self.conversion("--puid", "none")["puid"], "")
+
+    def test_the_system_version_is_sent(self):
+        self.assertEqual(self.conversion("--system-version", "14.2")["os_version"], "14.2")
+
+    def test_without_multitasking_no_session_ends(self):
+        device = self.attributed("--no-multitasking")
+        self.do(device, "background", "settle")
+        self.assertEqual(device.stored_events(), [])
+        self.assertNotIn("MorvikCoreUserInfo_endSessoinDate", device.store())
+
+    def test_the_orientation_is_stored(self):
+        name = "fendoUserInfo_isApplicationPortrait"
+        self.assertEqual(self.device("--orientation", "2").store(name), {name: "false"})
+
+    def test_the_log_goes_to_standard_error_at_its_level(self):
+        status, output, errors = self.run_once(self.arguments("--log-level", "6"), "active\nactive\n")
+        self.assertEqual(status, 0)
+        self.assertIn('{"verb":"active","ok":true}', output)
+        self.assertTrue(any("Already startSession be called" in line for line in errors), errors)
+        self.assertTrue(any(line.startswith("TRACE Kesmo:lifecycle.cpp:") for line in errors), errors)
+        for level in ("0", "2"):
+            self.assertFalse(any("startSession" in line for line in
+                                 self.run_once(self.arguments("--log-level", level), "active\nactive\n")[2]))
+
+    def test_the_zone_is_that_of_the_environment(self):
+        device = self.device(environment={"TZ": "Asia/Seoul"})
+        self.do(device, "active", "settle")
+        self.assertIn(self.requests("conversion")[0]["payload"]["timezone"], ("Asia/Seoul", "KST"))
+
+
+if __name__ == "__main__":
+    unittest.main()
