@@ -1,0 +1,149 @@
+"""The device is killed at random moments of a busy life, and nothing that it answered for is lost."""
+# Labels: plain_only
+# Timeout: 300
+
+import os
+import queue
+import random
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, os.path.join(os.environ["MORVIK_SOURCE_DIR"], "tools"))
+
+import stage  # noqa: E402
+
+BUILD = os.environ["MORVIK_BUILD_DIR"]
+KILLS = 200
+# So many answers of a life are waited for at most; the kill comes somewhere before them.
+MOST_VERBS = 40
+# The kill comes up to so long after an answer, unless the next answer is there before.
+MOST_DELAY_SECONDS = 0.02
+# Lives in which the half second of a session end passes.
+SHARE_OF_SESSION_ENDS = 0.1
+SHARE_OF_NEW_SESSIONS = 0.5
+SHARE_OF_MISBEHAVIOUR = 0.3
+
+
+class Kill(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        seed = int(os.environ.get("MORVIK_SEED", random.SystemRandom().randrange(1_000_000)))
+        print(f"MORVIK_SEED={seed} plays these lives again", flush=True)
+        self.random = random.Random(seed)
+        keys = stage.write_keys(folder.name)
+        self.service = stage.Service(BUILD, folder.name, keys)
+        self.addCleanup(self.service.stop)
+        self.arguments = ["--store", os.path.join(folder.name, "device"), "--service", self.service.url, "--ca",
+                          self.service.ca_file, "--keys", keys, "--log-level", "0"]
+        self.attempted = set()  # parameters of events that were asked for
+        self.answered = set()  # those of which the device said that they are recorded
+        self.delivered = {}  # by id, what the service counted
+        self.ids = {}  # by parameter, the one id under which the event is known
+        self.seen_events = 0
+
+    def lines_of_a_life(self, number):
+        """The verbs of one life, each with the parameter of the event that it records."""
+        lines = [("active", None)]
+        while len(lines) < MOST_VERBS:
+            choice = self.random.random()
+            if choice < 0.85:
+                lines.append(self.event(f"{number}-{len(lines)}"))
+            elif choice < 0.94:
+                lines.append(("push", None))
+            else:
+                lines.append(('impression {"campaignKey":1,"createdAt":"2024-05-01T12:00:00Z"}', None))
+        if self.random.random() < SHARE_OF_NEW_SESSIONS:
+            at = self.random.randrange(1, MOST_VERBS)
+            lines[at:at] = self.new_session()
+        if self.random.random() < SHARE_OF_SESSION_ENDS:
+            lines[1:1] = [self.event(f"{number}-early"), ("background", None), ("wait 0.5", None)]
+        return lines
+
+    @staticmethod
+    def event(param):
+        return f"event life look {param}", param
+
+    def new_session(self):
+        # A session that starts while a batch is under way lets a second one out, and the answer to the first then
+        # trims what the second covers: by rule, that may give up events if the second is lost. So nothing is under way
+        # here when a session starts, and no loss has an excuse.
+        away = [("background", None), (f"clock {self.random.choice((20, 90))}", None)]
+        return [("settle", None), *away, ("active", None)]
+
+    def misbehave(self):
+        """Answers that fail, get lost or come late, for lives to be killed in."""
+        if self.random.random() >= SHARE_OF_MISBEHAVIOUR:
+            return
+        kind, more = self.random.choice((("status", {"status": 500}), ("close_before", {}), ("close_after", {}),
+                                         ("garbage", {}), ("delay", {"milliseconds": 30})))
+        self.service.behave("tracking", kind, **more)
+
+    def live_and_be_killed(self, number):
+        lines = self.lines_of_a_life(number)
+        device = stage.Device(BUILD, self.arguments)
+        try:
+            self.check_nothing_was_lost(device)
+            until = self.random.randrange(len(lines))
+            self.attempted.update(param for _, param in lines if param)
+            device.say(*(line for line, _ in lines))
+            answers = [device.answer() for _ in range(until)]
+            self.assertNotIn(None, answers, f"life {number}: the device ended on its own: {device.log}")
+            try:
+                answers.append(device.answer(self.random.uniform(0, MOST_DELAY_SECONDS)))
+            except queue.Empty:
+                pass
+        finally:
+            status, late = device.kill()
+        self.assertEqual(status, -9, f"life {number}: {device.log}")
+        self.take_answers(lines, answers + late)
+
+    def take_answers(self, lines, answers):
+        for (line, param), answer in zip(lines, answers):
+            self.assertEqual((answer["verb"], answer["ok"]), (line.split()[0], True), answer)
+            if param:
+                self.answered.add(param)
+
+    def take_delivered(self):
+        for event in self.service.events(self.seen_events):
+            self.seen_events = event["number"]
+            self.delivered[event["event_id"]] = event
+            self.know(event["event_id"], event["group"], event["param"])
+
+    def know(self, event_id, group, param):
+        """An event of the app was attempted once and has one id."""
+        if group != "session":
+            self.assertIn(param, self.attempted)
+            self.assertEqual(self.ids.setdefault(param, event_id), event_id, f"event {param} has two ids")
+
+    def check_nothing_was_lost(self, device):
+        stored = {event["activityEventID"]: event for event in device.stored_events()}
+        self.take_delivered()
+        for event_id, event in stored.items():
+            self.know(event_id, event["activityGroupName"], event["activityParam"])
+        there = {event["activityParam"] for event in stored.values() if event["activityGroupName"] != "session"}
+        there.update(event["param"] for event in self.delivered.values() if event["group"] != "session")
+        self.assertEqual(self.answered - there, set(), "these were answered and are neither stored nor delivered")
+        return stored
+
+    def test_whatever_was_answered_is_stored_or_delivered_after_each_kill(self):
+        for number in range(KILLS):
+            self.misbehave()
+            self.live_and_be_killed(number)
+        self.service.call("DELETE", "/inspect/behaviour")
+        device = stage.Device(BUILD, self.arguments)
+        self.addCleanup(lambda: device.child.poll() is None and device.kill())
+        self.check_nothing_was_lost(device)
+        for verb in ("active", "settle", "push", "settle", "background", "settle"):
+            self.assertTrue(device.do(verb)["ok"], verb)
+        stored = self.check_nothing_was_lost(device)
+        self.assertEqual([event["activityName"] for event in stored.values()], ["end"], "all else was delivered")
+        self.assertEqual(device.end_input(), (0, []))
+        self.assertGreater(len(self.answered), KILLS, "the lives were busy")
+        print(f"{KILLS} kills: {len(self.answered)} events answered, {len(self.attempted)} attempted, "
+              f"{len(self.delivered)} delivered", flush=True)
+
+
+if __name__ == "__main__":
+    unittest.main()
