@@ -1,0 +1,133 @@
+// The core and the host's own siblings on whatever queues, store and network a journey gives them.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/crypto/openssl_cipher.h"
+#include "host/crypto/system_random.h"
+#include "host/crypto/zlib_compressor.h"
+#include "host/json/simdjson_codec.h"
+#include "host/siblings/MorvikADGetPUID.h"
+#include "host/siblings/MorvikADUtil.h"
+#include "host/siblings/MorvikCore.h"
+#include "host/siblings/MorvikCoreServicesLib.h"
+#include "host/siblings/app_ad_client.h"
+#include "host/siblings/common_parameters.h"
+#include "host/siblings/sdk_config.h"
+#include "host/siblings/size_trigger.h"
+#include "services/endpoints.h"
+
+namespace morvik::journey {
+
+inline constexpr const char* kTrackingKey = "journey tracking key";
+
+/// What a journey chooses. References outlive the kit.
+struct Surroundings {
+  kit::Clock& clock;
+  kit::Calendar& calendar;
+  kit::MainQueue& main_queue;
+  kit::BackgroundQueue& background_queue;
+  kit::BackgroundTasks& background_tasks;
+  kit::NotificationCenter& notifications;
+  kit::KeyValueStore& store;
+  kit::Transport& transport;
+  kit::LogSink& log;
+  kit::LogLevel log_level = kit::lcl_vTrace;
+  /// Of all endpoints.
+  std::string service_url = "https://service.example/";
+};
+
+/// Everything else, all of it the host's. The core is made by launch().
+class AssembledKit {
+ public:
+  explicit AssembledKit(const Surroundings& around)
+      : endpoints{.kFendoTrackingBaseLiveUrl = around.service_url, .kFendoConversionBaseLiveUrl = around.service_url},
+        properties(around.store, house_lock_),
+        logger_(shared_state.log_levels, around.log),
+        size_trigger_(around.main_queue),
+        services({.app_key = "journey app",
+                  .hash_key = "journey hash key",
+                  .tracking_url = around.service_url + services::kTrackingPath,
+                  .store = properties,
+                  .logger = logger_,
+                  .clock = around.clock,
+                  .sealing = {cipher, compressor, random},
+                  .common = common_,
+                  .util = util_,
+                  .size_trigger = size_trigger_}),
+        ad_client_(AdClient::withoutDetails(), json, around.main_queue),
+        kit{.clock = around.clock,
+            .calendar = around.calendar,
+            .main_queue = around.main_queue,
+            .background_queue = around.background_queue,
+            .background_tasks = around.background_tasks,
+            .notifications = around.notifications,
+            .key_value_store = around.store,
+            .house_lock = house_lock_,
+            .transport = around.transport,
+            .json = json,
+            .device = device_,
+            .ad_client = &ad_client_,
+            .log_sink = around.log,
+            .endpoints = endpoints,
+            .shared_state = shared_state,
+            .services = services,
+            .util = util_,
+            .facade = facade,
+            .update_log = update_log_,
+            .make_config = [] { return std::make_unique<host::MorvkSDKConfig>(kTrackingKey); }} {
+    shared_state.log_levels._lcl_component_level[kit::lcl_cKesmo] = around.log_level;
+  }
+  AssembledKit(const AssembledKit&) = delete;
+  AssembledKit& operator=(const AssembledKit&) = delete;
+
+  /// Makes the core; the size trigger calls it from then on. Before the queues run, or on the main queue.
+  void launch() {
+    core = MorvikCoreLib::make(kit);
+    size_trigger_.setCall([this] { core->chkAndSendDataWhenActivityCntMoreThenTen(); });
+  }
+  services::SealingTools sealing() { return {cipher, compressor, random}; }
+
+  kit::SharedState shared_state;
+  const kit::Endpoints endpoints;
+  host::OpensslCipher cipher;
+  host::ZlibCompressor compressor;
+  host::SystemRandom random;
+  host::SimdjsonCodec json;
+
+ private:
+  kit::HouseLock house_lock_;
+  const DeviceDescription description_;
+  const host::MorvikADUtil util_{"00000000-0000-4000-8000-0000000000AD", false};
+  const host::MorvikADGetPUID puid_;
+  const host::CommonParameters common_{{.device = description_,
+                                        .app_key = "journey app",
+                                        .install_id = "journey install",
+                                        .zone_name = "UTC",
+                                        .util = util_,
+                                        .puid = puid_}};
+
+ public:
+  const services::MorvikGVUserDefaults properties;
+
+ private:
+  const services::Logger logger_;
+  host::SizeTrigger size_trigger_;
+
+ public:
+  host::MorvikCoreServicesLib services;
+  host::MorvikCore facade;
+
+ private:
+  const host::MorvikCoreUpdateLog update_log_;
+  const host::Device device_{description_};
+  host::AppAdClient ad_client_;
+
+ public:
+  const kit::Kit kit;
+  std::shared_ptr<MorvikCoreLib> core;
+};
+
+}  // namespace morvik::journey
