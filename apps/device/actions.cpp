@@ -58,10 +58,14 @@ void recordEvent(Phone& phone, const Arguments& arguments, const Reply& reply) {
 void recordImpression(Phone& phone, const Arguments& arguments, const Reply& reply) {
   if (!arguments.json.isDictionary())
     return reply(refused("an impression record is a JSON object, such as {\"campaignKey\":7,\"spaceKey\":\"top\"}"));
+  const kit::Value impression = withDates(arguments.json);
+  // No batch can be built with such a record, and it would hold back all events until it is gone.
+  if (!impression["createdAt"].isDate())
+    return reply(refused("an impression record needs a date, such as \"createdAt\":\"2024-05-01T12:00:00Z\""));
   const auto properties = phone.host().properties();
   properties.inOneStep([&] {
     kit::MutableArray impressions(properties.fendoImpressionInfos());
-    impressions.append(withDates(arguments.json));
+    impressions.append(impression);
     properties.setFendoImpressionInfos(std::move(impressions));
   });
   properties.synchronize();

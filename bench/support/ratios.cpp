@@ -20,7 +20,8 @@ class KeepingReporter : public benchmark::ConsoleReporter {
     ConsoleReporter::ReportRuns(runs);
   }
 
-  /// CPU time of an iteration in the benchmark's own unit (other work on the machine does not count); 0 when it did not run.
+  /// CPU time of an iteration in the benchmark's own unit (other work on the machine does not count); 0 when it did not
+  /// run.
   double timeOf(const std::string& name) const {
     const auto found = times_.find(name);
     return found == times_.end() ? 0 : found->second.GetAdjustedCPUTime();

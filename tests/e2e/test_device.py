@@ -121,6 +121,14 @@ class Verbs(DeviceTest):
         self.assertEqual([(i["campaign_key"], i["isFirstTime"]) for i in sent], [(6, True), (7, True)])
         self.assertRegex(sent[0]["created_at"], r"^20240501(1959|2000)\d\d$")
 
+    def test_an_impression_without_a_date_is_refused_and_the_program_goes_on(self):
+        device = self.device()
+        for record in ('{"campaignKey":7}', '{"campaignKey":7,"createdAt":"yesterday"}'):
+            answer = device.do("impression " + record)
+            self.assertFalse(answer["ok"])
+            self.assertIn("needs a date", answer["error"])
+        self.assertEqual(device.store("fendoImpressionInfos"), {})
+
     def test_an_impression_that_is_no_object_is_refused_and_the_program_goes_on(self):
         device = self.device()
         answer = device.do("impression [1]")

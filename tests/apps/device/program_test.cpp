@@ -75,10 +75,12 @@ TEST_F(Program, EndsInOrderWithItsInput) {
 }
 
 TEST_F(Program, KeepsWhatItRecordedForTheNextRun) {
-  EXPECT_EQ(run("event shop look one\nimpression {\"campaignKey\":7}\n"), 0);
+  EXPECT_EQ(run("event shop look one\nimpression {\"campaignKey\":7,\"createdAt\":\"2024-05-01T12:00:00Z\"}\n"), 0);
   EXPECT_EQ(run("store fendoImpressionInfos\nstore fendoActivityInfos\n"), 0);
   ASSERT_EQ(output_.size(), 2u);
-  EXPECT_EQ(output_[0], R"({"verb":"store","ok":true,"values":{"fendoImpressionInfos":[{"campaignKey":7}]}})");
+  EXPECT_EQ(
+      output_[0],
+      R"({"verb":"store","ok":true,"values":{"fendoImpressionInfos":[{"campaignKey":7,"createdAt":"2024-05-01T12:00:00Z"}]}})");
   EXPECT_THAT(output_[1], HasSubstr(R"("activityParam":"one")"));
 }
 
