@@ -1,0 +1,308 @@
+// The core on the real queues, each on its thread: what the main queue, the background queue and the network's thread
+// touch together, again and again. Mainly for the thread sanitizer; what is recorded must be accounted for as well.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "host/loop/background_tasks.h"
+#include "host/loop/background_thread.h"
+#include "host/loop/main_loop.h"
+#include "host/loop/notification_center.h"
+#include "host/loop/system_clock.h"
+#include "host/net/curl_transport.h"
+#include "host/net/handler_delivery.h"
+#include "host/net/turn_gate.h"
+#include "host/store/sqlite_store.h"
+#include "testing/recording_log.h"
+#include "testing/sealed_payload.h"
+#include "tests/host/loop/loop_rig.h"
+#include "tests/journey/assembled_kit.h"
+#include "tests/support/scratch_folder.h"
+
+namespace morvik::journey {
+namespace {
+
+using kit::Value;
+using std::chrono::steady_clock;
+
+/// What the host lets the background queue have at a stop.
+constexpr std::chrono::milliseconds kDrain{500};
+/// A background grant so short that expiry and answers meet.
+constexpr double kShortGrantSeconds = 0.002;
+
+/// A network on a thread of its own: requests leave when their turn is over, and each is answered by `answer`.
+class AnsweringThread final : public kit::Transport {
+ public:
+  using AnswerTo = std::function<kit::TransportOutcome(const kit::Request&)>;
+
+  AnsweringThread(kit::MainQueue& main_queue, host::TurnGate& gate, AnswerTo answer)
+      : gate_(gate), delivery_(main_queue), answer_(std::move(answer)), thread_([this] { run(); }) {}
+  ~AnsweringThread() override { shutdown(); }
+
+  void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
+    if (!delivery_.admit())
+      return;
+    gate_.leave([this, request = std::move(request), handler = std::move(handler)] {
+      const std::scoped_lock hold(mutex_);
+      waiting_.emplace_back(request, handler);
+      wake_.notify_one();
+    });
+  }
+  size_t unanswered() const { return delivery_.unanswered(); }
+  void shutdown() {
+    delivery_.close(std::chrono::duration<double>(host::kGiveUp).count());
+    {
+      const std::scoped_lock hold(mutex_);
+      stopping_ = true;
+      wake_.notify_one();
+    }
+    if (thread_.joinable())
+      thread_.join();
+  }
+
+ private:
+  void run() {
+    std::unique_lock hold(mutex_);
+    for (;;) {
+      wake_.wait(hold, [this] { return stopping_ || !waiting_.empty(); });
+      if (stopping_)
+        return;
+      const auto [request, handler] = std::move(waiting_.front());
+      waiting_.pop_front();
+      hold.unlock();
+      delivery_.deliver(handler, answer_(request));
+      hold.lock();
+    }
+  }
+
+  host::TurnGate& gate_;
+  host::HandlerDelivery delivery_;
+  const AnswerTo answer_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<std::pair<kit::Request, std::function<void(kit::TransportOutcome)>>> waiting_;
+  bool stopping_ = false;
+  std::thread thread_;
+};
+
+/// The queues and the store of a real machine, framed as the host frames them.
+struct Machine {
+  explicit Machine(const std::string& folder) : store({.place = {.folder = folder}}, log) {
+    const auto committed = [this](const kit::Block& turn) {
+      {
+        const host::TurnGate::Turn open(gate);
+        turn();
+        store.commitTurn();
+      }
+      bell.ring();
+    };
+    loop.setFrame(committed);
+    background.setFrame(committed);
+    background.setWhenIdle([this] { loop.async([] {}); });  // a turn, and so a ring, when it is no longer counted
+  }
+  void stopQueues() {
+    background.stop(steady_clock::now() + kDrain);
+    loop.stop();
+  }
+  /// Blocks that are due or put off by half a second, on either queue.
+  size_t busy() const {
+    const host::MainLoopCounts waiting = loop.counts();
+    return background.pending() + waiting.blocks + waiting.short_timers;
+  }
+
+  kit::LogLevels log_levels;
+  testing::RecordingLog log;
+  host::SystemClock clock;
+  host::SystemCalendar calendar;
+  host::SqliteStore store;
+  host::TurnGate gate;
+  host::MainLoop loop{host::LoopMode::kOwnThread, services::Logger(log_levels, log)};
+  host::BackgroundThread background{services::Logger(log_levels, log)};
+  host::BackgroundTasks tasks{loop, kShortGrantSeconds};
+  host::NotificationCenter notifications;
+  host::TurnBell bell;
+
+  Surroundings around(kit::Transport& transport) {
+    return {.clock = clock,
+            .calendar = calendar,
+            .main_queue = loop,
+            .background_queue = background,
+            .background_tasks = tasks,
+            .notifications = notifications,
+            .store = store,
+            .transport = transport,
+            .log = log};
+  }
+};
+
+/// A service that takes in every event and loses every second answer to a batch. Any thread.
+class CountingService {
+ public:
+  kit::TransportOutcome answer(const kit::Request& request) {
+    const std::scoped_lock hold(mutex_);
+    if (!request.url.ends_with(services::kTrackingPath))
+      return json(request, R"({"Result":true,"Data":{"user_no":1001,"referralKey":7}})");
+    const Value batch = testing::openEnvelope({cipher_, compressor_, random_}, request, kTrackingKey).payload;
+    for (const Value& entry : batch["activity_info"].array()) {
+      if (entry["activity"] == Value("look"))
+        looks_.emplace(entry["event_id"].string());
+    }
+    if (++batches_ % 2 == 0)
+      return {std::nullopt, kit::Error{"the answer was lost"}};
+    return json(request, R"({"Result":true,"BaseTime":1700000000000})");
+  }
+  /// The ids of the events "look".
+  std::set<std::string> looks() const {
+    const std::scoped_lock hold(mutex_);
+    return looks_;
+  }
+  size_t batches() const {
+    const std::scoped_lock hold(mutex_);
+    return batches_;
+  }
+
+ private:
+  static kit::TransportOutcome json(const kit::Request& request, std::string body) {
+    return {kit::Response{200, request.url, std::move(body)}, std::nullopt};
+  }
+
+  mutable std::mutex mutex_;
+  const host::OpensslCipher cipher_;
+  const host::ZlibCompressor compressor_;
+  host::SystemRandom random_;
+  std::set<std::string> looks_;
+  size_t batches_ = 0;
+};
+
+TEST(Threads, SessionsThatStartAndEndAsFastAsTheyCanLoseNoEvent) {
+  constexpr size_t kRounds = 150;
+  const test::ScratchFolder folder;
+  Machine machine(folder.path());
+  CountingService service;
+  AnsweringThread network(machine.loop, machine.gate, [&](const kit::Request& r) { return service.answer(r); });
+  AssembledKit parts(machine.around(network));
+  parts.launch();
+  ASSERT_FALSE(machine.loop.open().has_value());
+
+  const auto post = [&](kit::Notification notification) {
+    machine.loop.async([&machine, notification] { machine.notifications.post(notification); });
+  };
+  std::atomic<size_t> recorded{0};
+  const auto record = [&] {
+    if (parts.services.addActivityOfApp("shop", "look", "", machine.clock.now()))
+      ++recorded;
+  };
+  // Each round hands over the next one, so that answers come in between.
+  std::function<void(size_t)> live = [&](size_t round) {
+    post(kit::Notification::kApplicationDidBecomeActive);
+    machine.loop.async(record);
+    if (round % 3 == 0)
+      machine.loop.async([&] { parts.core->pushTracking(); });
+    post(kit::Notification::kApplicationDidEnterBackground);
+    if (round + 1 < kRounds)
+      machine.loop.async([&live, round] { live(round + 1); });
+  };
+  machine.loop.async([&live] { live(0); });
+  // What any thread may do, in the way of the queues.
+  std::thread somebody([&] {
+    for (size_t i = 0; i < kRounds; ++i) {
+      parts.core->endSession();
+      parts.core->applicationEndBackgroundTask();
+      parts.core->setReEngagement_task([] {});
+      EXPECT_TRUE(parts.core->ReEngagement_task());
+      EXPECT_TRUE(parts.core->_endSessoinDate().has_value());
+      record();
+    }
+  });
+  somebody.join();
+  EXPECT_TRUE(machine.bell.waitUntil([&] { return machine.busy() + network.unanswered() == 0; }));
+  machine.stopQueues();
+  network.shutdown();
+
+  EXPECT_EQ(recorded, 2 * kRounds);
+  std::set<std::string> accounted_for = service.looks();
+  for (const Value& activity : parts.properties.fendoActivityInfos().array()) {
+    if (activity["activityName"] == Value("look"))
+      accounted_for.emplace(activity["activityEventID"].string());
+  }
+  EXPECT_EQ(accounted_for.size(), 2 * kRounds);
+  EXPECT_GT(service.batches(), 3U);
+  EXPECT_EQ(machine.log.countContaining("Exception"), 0U);
+}
+
+/// Takes connections and never says a word.
+class SilentServer {
+ public:
+  SilentServer() : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* plain = reinterpret_cast<sockaddr*>(&address);
+    if (::bind(socket_, plain, size) != 0 || ::listen(socket_, 16) != 0 || ::getsockname(socket_, plain, &size) != 0)
+      std::abort();
+    url_ = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
+  }
+  ~SilentServer() { ::close(socket_); }
+  SilentServer(const SilentServer&) = delete;
+  SilentServer& operator=(const SilentServer&) = delete;
+  const std::string& url() const { return url_; }
+  /// Waits for somebody to connect; answers whether anybody did.
+  bool awaitConnection() const {
+    pollfd waiting{socket_, POLLIN, 0};
+    return ::poll(&waiting, 1, std::chrono::milliseconds(host::kGiveUp).count()) == 1;
+  }
+
+ private:
+  const int socket_;
+  std::string url_;
+};
+
+TEST(Threads, AShutdownWithARequestInFlightIsQuickRunsNoHandlerAndKeepsTheEvents) {
+  SilentServer server;
+  test::ScratchFolder folder;
+  {
+    Machine machine(folder.path());
+    host::CurlTransport network({}, machine.loop, machine.gate);
+    Surroundings around = machine.around(network);
+    around.service_url = server.url();
+    AssembledKit parts(around);
+    parts.properties.setFendoUserInfo_fendoUserNo(1001);
+    parts.properties.setFendoUserInfo_referralKey(7);
+    parts.launch();
+    ASSERT_FALSE(machine.loop.open().has_value());
+    machine.loop.async([&] { machine.notifications.post(kit::Notification::kApplicationDidBecomeActive); });
+    ASSERT_TRUE(server.awaitConnection());
+    EXPECT_EQ(network.inFlight(), 1U);
+    machine.loop.async([&] { machine.notifications.post(kit::Notification::kApplicationDidEnterBackground); });
+
+    const auto before = steady_clock::now();
+    machine.stopQueues();
+    network.shutdown();
+    machine.store.shutdown();
+    EXPECT_LT(steady_clock::now() - before, std::chrono::seconds(10)) << "the request's own time-out is 15 s";
+    EXPECT_THAT(machine.log.messagesOf("-[MorvikCoreLib tracking:]_block_invoke"), ::testing::IsEmpty());
+    EXPECT_TRUE(parts.core->_isTrackingCalled());
+  }
+  testing::RecordingLog log;
+  const host::SqliteStore next({.place = {.folder = folder.path()}}, log);
+  const Value kept = next.get("fendoActivityInfos");
+  ASSERT_GE(kept.size(), 2U);
+  EXPECT_EQ(kept.array()[0]["activityName"], Value("start"));
+  EXPECT_EQ(kept.array()[1]["activityName"], Value("retention"));
+}
+
+}  // namespace
+}  // namespace morvik::journey
