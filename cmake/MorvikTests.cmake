@@ -16,6 +16,8 @@ function(morvik_test_group name)
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
+    # Values as names run over several lines; a number or the name that the test gives is enough.
+    NO_PRETTY_VALUES
     PROPERTIES LABELS ${name} TIMEOUT 120)
 endfunction()
 

@@ -32,7 +32,10 @@ quietly() {
     fi
     if ((SECONDS - told >= 10)); then
       told=$SECONDS
-      printf '%s: %d s ... %.60s\n' "$label" $((SECONDS - started)) "$(tail -n 1 "$log")" >&2
+      line=$(tail -n 1 "$log")
+      # Of a build's step, its number and the file's name say it all.
+      [[ $line =~ ^\[[0-9]+/[0-9]+\] ]] && line="${line%% *} ${line##*/}"
+      printf '%s: %d s ... %.80s\n' "$label" $((SECONDS - started)) "$line" >&2
     fi
   done
   exec {output}<&-

@@ -28,7 +28,8 @@ class TheDocuments(unittest.TestCase):
         documents += [name for name in os.listdir(tree.ROOT) if name.endswith(".md")]
         self.assertIn("docs/building.md", documents)
         for document in sorted(documents):
-            for target in re.findall(r"\]\((?!\w+:|#)([^)#\s]+)", tree.read(tree.ROOT, document)):
+            prose = re.sub(r"(?s)```.*?```|`[^`\n]*`", "", tree.read(tree.ROOT, document))
+            for target in re.findall(r"\]\((?!\w+:|#)([^)#\s]+)", prose):
                 with self.subTest(document=document, target=target):
                     path = os.path.normpath(os.path.join(tree.ROOT, os.path.dirname(document), target))
                     self.assertTrue(os.path.exists(path))

@@ -1,6 +1,7 @@
-"""The installed package serves an app: by find_package and by pkg-config."""
+"""The installed package serves an app: by find_package, by pkg-config, and for the README's quick start."""
 
 import os
+import re
 import shlex
 import subprocess
 import tempfile
@@ -9,6 +10,7 @@ import unittest
 import tree
 
 CONSUMERS = os.path.join(tree.ROOT, "tests", "package")
+QUICK_START = re.compile(r"<!-- quick start\b[^>]*-->\s*```cpp\n(.*?)^```$", re.DOTALL | re.MULTILINE)
 
 
 def run(*command, **more):
@@ -28,39 +30,63 @@ class ThePackage(unittest.TestCase):
         cls.prefix = os.path.join(made.name, "prefix")
         run("cmake", "--install", tree.BUILD, "--prefix", cls.prefix)
 
-    def build(self, name, source, *options, targets=("all",)):
-        """Configures and builds a project beside the installed package; returns the build folder."""
+    def configure(self, name, source, *options):
+        """Configures a project beside the installed package; returns the build folder."""
         folder = os.path.join(self.work, name)
         run("cmake", "-G", "Ninja", "-S", source, "-B", folder, f"-DCMAKE_PREFIX_PATH={self.prefix}",
             f"-DCMAKE_CXX_COMPILER={tree.COMPILER}", *options)
-        run("cmake", "--build", folder, "--target", *targets)
         return folder
 
-    def test_the_core_alone_looks_for_no_other_library(self):
+    def build(self, name, source, *options):
+        """The same, and builds it."""
+        folder = self.configure(name, source, *options)
+        run("cmake", "--build", folder)
+        return folder
+
+    def test_find_package_serves_a_whole_app(self):
+        folder = self.build("host", os.path.join(CONSUMERS, "host"))
+        self.assertEqual(run(os.path.join(folder, "consumer"), os.path.join(folder, "store")), "the host works\n")
+
+    def test_the_core_and_the_fakes_alone_look_for_no_other_library(self):
         # With these switched off, a find_package for any of them would fail.
         off = [f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON"
                for name in ("CURL", "OpenSSL", "SQLite3", "ZLIB", "simdjson", "PkgConfig", "Threads")]
-        folder = self.build("alone", os.path.join(CONSUMERS, "core"), *off)
-        self.assertEqual(run(os.path.join(folder, "consumer")), "the core works\n")
+        for component, says in (("core", "the core works\n"), ("testing", "the fakes work\n")):
+            with self.subTest(component=component):
+                folder = self.build(component, os.path.join(CONSUMERS, component), *off)
+                self.assertEqual(run(os.path.join(folder, "consumer")), says)
 
-    def test_pkg_config_serves_the_core(self):
+    def test_pkg_config_serves_core_and_host(self):
         library_folder = os.path.dirname(self.find("morvik-core.pc"))
         environment = {**os.environ, "PKG_CONFIG_PATH": library_folder}
-        for package, source, says in (
-            ("morvik-core", "core", "the core works\n"),
+        store = os.path.join(self.work, "store")
+        for package, source, arguments, says in (
+            ("morvik-core", "core", [], "the core works\n"),
+            ("morvik-host", "host", [store], "the host works\n"),
         ):
             with self.subTest(package=package):
                 flags = shlex.split(run("pkg-config", "--cflags", "--libs", package, env=environment))
                 program = os.path.join(self.work, package)
                 run(tree.COMPILER, "-std=c++20", os.path.join(CONSUMERS, source, "main.cpp"), "-o", program, *flags)
-                self.assertEqual(run(program), says)
+                self.assertEqual(run(program, *arguments), says)
 
-    def test_a_project_that_holds_the_tree_as_a_subfolder_builds_nothing_but_what_it_links(self):
-        folder = self.build("subfolder", os.path.join(CONSUMERS, "subfolder"), f"-DMORVIK_SOURCE_DIR={tree.ROOT}",
-                            "-DMORVIK_BUILD_HOST=OFF", targets=["consumer"])
-        self.assertEqual(run(os.path.join(folder, "consumer")), "the core works\n")
+    def test_the_quick_start_of_the_readme_compiles_and_links(self):
+        found = QUICK_START.findall(tree.read(tree.ROOT, "README.md"))
+        self.assertEqual(len(found), 1, "README.md has one ```cpp block behind a comment <!-- quick start ... -->")
+        source = os.path.join(self.work, "quick_start_source")
+        os.mkdir(source)
+        with open(os.path.join(source, "main.cpp"), "w", encoding="utf-8") as file:
+            file.write(found[0])
+        with open(os.path.join(source, "CMakeLists.txt"), "w", encoding="utf-8") as file:
+            file.write(tree.read(CONSUMERS, "host/CMakeLists.txt"))
+        folder = self.build("quick_start", source)
+        self.assertTrue(os.access(os.path.join(folder, "consumer"), os.X_OK))
+
+    def test_a_project_that_holds_the_tree_as_a_subfolder_gets_the_libraries_and_nothing_else(self):
+        folder = self.configure("subfolder", os.path.join(CONSUMERS, "subfolder"), f"-DMORVIK_SOURCE_DIR={tree.ROOT}")
         targets = run("ninja", "-C", folder, "-t", "targets", "all")
-        self.assertRegex(targets, "(?m)^morvik_core: ")
+        self.assertRegex(targets, "(?m)^consumer: ")
+        self.assertRegex(targets, "(?m)^morvik_host: ")
         self.assertNotRegex(targets, "(?m)^(test_|morvik-|bench_|replay_)")
         self.assertNotIn("-Wconversion", tree.read(folder, "build.ninja"))
 

@@ -19,9 +19,9 @@ TEST(SdkConfig, HoldsTheTrackingKey) {
 TEST(SdkConfig, NamesTheKitAndTheVersionThatIsBuilt) {
   const MorvikCoreUpdateLog log;
   EXPECT_EQ(log.frameworkName(), "MorvikCore");
-  std::ifstream file(test::sourceDir() + "/CMakeLists.txt");
+  std::ifstream file(test::buildDir() + "/MorvikConfigVersion.cmake");
   const std::string text{std::istreambuf_iterator<char>(file), {}};
-  EXPECT_NE(text.find("VERSION " + log.getSDKVersion() + "\n"), std::string::npos);
+  EXPECT_NE(text.find("set(PACKAGE_VERSION \"" + log.getSDKVersion() + "\")"), std::string::npos);
 }
 
 TEST(SdkConfig, DescribesTheDevice) {
