@@ -153,6 +153,10 @@ class Commands(unittest.TestCase):
         for command, arguments, message in (
             ("run", ["--sped"], "./run: '--sped' is no option of this command; ./run --help lists them.\n"),
             ("run", ["--folder"], "./run: --folder needs a value; ./run --help tells which.\n"),
+            ("run", ["--seed", "x1"],
+             "./run: --seed needs a whole number, one that an earlier run printed; 'x1' is none.\n"),
+            ("run", ["--seed="],
+             "./run: --seed needs a whole number, one that an earlier run printed; '' is none.\n"),
             ("test", ["--fast"], "./test: '--fast' is no option of this command; ./test --help lists them.\n"),
             ("test", ["-R"], "./test: -R needs a value; ./test --help tells which.\n"),
             ("test", ["-j", "many"], "./test: -j needs a number from 1 on; 'many' is none.\n"),
