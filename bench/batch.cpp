@@ -116,6 +116,10 @@ int main(int argc, char** argv) {
     ratios.push_back({"sealed envelope of " + size + " events, core / by hand", "envelopeByCore/" + size,
                       "envelopeByHand/" + size, 1.5});
   }
-  // A thousand times the events may cost a thousand times the time, and a quarter more for caches that no longer hold.
+  // A hundred times the events may cost a hundred times the time, and half as much again for caches that no longer
+  // hold.
+  ratios.push_back({"JSON text, 100,000 events / 1,000 events", "jsonByCore/100000", "jsonByCore/1000", 150});
+  ratios.push_back(
+      {"sealed envelope, 100,000 events / 1,000 events", "envelopeByCore/100000", "envelopeByCore/1000", 150});
   return morvik::bench::runWithRatios(argc, argv, ratios);
 }
