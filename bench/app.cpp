@@ -12,12 +12,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "bench/support/folder.h"
 #include "host/make_host.h"
 #include "morvik/morvik.h"
 
@@ -37,21 +37,6 @@ int64_t nowNanoseconds() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
       .count();
 }
-
-class Folder {
- public:
-  Folder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "morvik_bench_XXXXXX").string();
-    path_ = ::mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  ~Folder() { std::filesystem::remove_all(path_); }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 /// A kit on the calling thread that reaches no service and, without a user number, builds no batch.
 std::unique_ptr<MorvikCore> started(const std::string& folder) {

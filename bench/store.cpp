@@ -1,21 +1,22 @@
 // What one recorded and synchronized event costs the caller, at several depths of the queue, and what a start costs.
-#include <stdlib.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
+#include "bench/support/folder.h"
 #include "host/store/sqlite_store.h"
 #include "kit/value.h"
 
 namespace morvik {
 namespace {
+
+using bench::Folder;
 
 constexpr const char* kQueue = "fendoActivityInfos";
 /// Enough for twenty events beyond the 99.9th percentile.
@@ -26,21 +27,6 @@ class ErrorLog : public kit::LogSink {
   void line(std::string_view text) override {
     std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
   }
-};
-
-class Folder {
- public:
-  Folder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "morvik_bench_XXXXXX").string();
-    path_ = ::mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  ~Folder() { std::filesystem::remove_all(path_); }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
 };
 
 /// The record that the services object stores for one activity.
