@@ -268,7 +268,6 @@ TEST_F(MakeHost, SettlesWhenRequestsAndTheSessionsEndAreDone) {
     host->properties().setFendoUserInfo_fendoUserNo(7);
     host->applicationDidBecomeActive();
     host->applicationDidEnterBackground();
-    EXPECT_GT(host->pending().background_blocks, 0U);
   });
   EXPECT_TRUE(settle(*host));
   const Pending pending = host->pending();

@@ -141,6 +141,7 @@ TYPED_TEST(BothLoops, DropWhatWaitsWhenTheyStopAndWhatComesLater) {
 
 TYPED_TEST(BothLoops, LetWhatADroppedBlockHoldsCallBackIntoTheQueue) {
   struct CallsBack {
+    explicit CallsBack(MainLoop& called) : loop(called) {}
     MainLoop& loop;
     ~CallsBack() {
       loop.async([] {});
