@@ -90,8 +90,8 @@ const std::vector<Line> kLines = {
        EXPECT_TRUE(world.core().makeTrackingParameter(EndActivities::kSend).isAbsent());
      },
      "TRACE", "-[MorvikCoreLib makeTrackingParameter:]",
-     "MRVK_QA-MorvikCoreLib tracking is blocked  because the tracking is working now, this activitis will be send again "
-     "on endSession"},
+     "MRVK_QA-MorvikCoreLib tracking is blocked  because the tracking is working now, this activitis will be send "
+     "again on endSession"},
     {"EndFiltered",
      [](TestWorld& world) {
        world.userDefaults().setFendoActivityInfos(Array{testing::activity("session", "end", at(1), "e1")});
