@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "apps/service/click_check.h"
 #include "apps/service/payload_check.h"
+#include "apps/service/times.h"
 
 namespace morvik_service {
 namespace {
@@ -22,7 +24,7 @@ Json attributionAnswer(const AnswerContext& context) {
   const auto id = context.payload->find("install_id");
   const std::string install_id = id != context.payload->end() && id->is_string() ? id->get<std::string>() : "";
   const Install install = context.store.install(install_id, context.now_milliseconds);
-  answer["Data"] = context.attribution.record(install.user_no, install.first_seen_milliseconds);
+  answer["Data"] = context.data.attribution.record(install.user_no, install.first_seen_milliseconds);
   return answer;
 }
 
@@ -31,24 +33,91 @@ Json trackingAnswer(const AnswerContext& context) {
   return resultAnswer(context, context.counted);
 }
 
+// "Result" tells the device to forget the click.
+Json reEngagementAnswer(const AnswerContext& context) {
+  Json answer = resultAnswer(context, context.counted);
+  if (!context.counted)
+    return answer;
+  const Json& key = context.payload->at("deeplink_info").at("conversion_key");
+  answer["Data"]["conversion_result"] = {{"conversion_key", key},
+                                         {"reengagement_data", "click " + key.dump()},
+                                         {"reengagement_datetime", std::stoll(compactTime(context.now_milliseconds))}};
+  return answer;
+}
+
+// An absent message tells the device to forget the clicks.
+Json commerceAnswer(const AnswerContext& context) {
+  return {{"errMsg", context.counted ? Json(nullptr) : Json("the clicks were not counted")}};
+}
+
+Json commerceRefusal(const Refusal& refusal) {
+  return {{"errMsg", refusal.what()}};
+}
+
+Json configurationAnswer(const AnswerContext& context) {
+  return {{"commerce", {{"premium_postback", context.data.premium_postback ? "true" : "false"}}}};
+}
+
+bool matches(std::string_view pattern, std::string_view path) {
+  const std::size_t place = pattern.find(kAppKeyInPath);
+  if (place == std::string_view::npos)
+    return path == pattern;
+  const std::string_view head = pattern.substr(0, place);
+  const std::string_view tail = pattern.substr(place + kAppKeyInPath.size());
+  return path.size() > head.size() + tail.size() && path.substr(0, head.size()) == head &&
+         path.substr(path.size() - tail.size()) == tail;
+}
+
 }  // namespace
 
 const std::vector<Endpoint>& endpoints() {
   static const std::vector<Endpoint> all = {
-      {"conversion", "/v1/conversion", KeyChoice::kHashKeyTwice, false, false, checkConversionPayload,
-       attributionAnswer},
-      {"thirdparty-conversion", "/v1/thirdparty-conversion", KeyChoice::kHashKeyTwice, false, false,
-       checkThirdPartyPayload, attributionAnswer},
-      {"iad-attribution", "/v1/iad-attribution", KeyChoice::kHashKeyTwice, false, false, checkIadPayload,
-       attributionAnswer},
-      {"tracking", "/v1/tracking", KeyChoice::kTrackingKey, true, true, checkTrackingPayload, trackingAnswer},
+      {.name = "conversion",
+       .path = "/v1/conversion",
+       .payload_required = false,
+       .check = checkConversionPayload,
+       .answer = attributionAnswer},
+      {.name = "thirdparty-conversion",
+       .path = "/v1/thirdparty-conversion",
+       .payload_required = false,
+       .check = checkThirdPartyPayload,
+       .answer = attributionAnswer},
+      {.name = "iad-attribution",
+       .path = "/v1/iad-attribution",
+       .payload_required = false,
+       .check = checkIadPayload,
+       .answer = attributionAnswer},
+      {.name = "tracking",
+       .path = "/v1/tracking",
+       .key = KeyChoice::kTrackingKey,
+       .counting = Counting::kEvents,
+       .check = checkTrackingPayload,
+       .answer = trackingAnswer},
+      {.name = "reengagement-conversion",
+       .path = "/v1/reengagement-conversion",
+       .counting = Counting::kPayload,
+       .check = checkReEngagementPayload,
+       .answer = reEngagementAnswer},
+      {.name = "commerce-conversion",
+       .path = "/v1/commerce-conversion",
+       .form = PayloadForm::kJsonArray,
+       .counting = Counting::kPayload,
+       .check = checkCommerceClicks,
+       .answer = commerceAnswer,
+       .answer_refused = commerceRefusal},
+      {.name = "configuration",
+       .method = "GET",
+       .path = "/{app key}/config.json",
+       .form = PayloadForm::kAppKeyInPath,
+       .payload_required = false,
+       .answer = configurationAnswer},
   };
   return all;
 }
 
 const Endpoint* findEndpoint(std::string_view path) {
-  const auto found =
-      std::find_if(endpoints().begin(), endpoints().end(), [&](const Endpoint& each) { return each.path == path; });
+  const auto found = std::find_if(endpoints().begin(), endpoints().end(),
+                                  [&](const Endpoint& each) { return matches(each.path, path); });
   return found == endpoints().end() ? nullptr : &*found;
 }
 

@@ -1,5 +1,5 @@
-// The tracking service's endpoints: path, key, what a payload must hold, what is answered. A later endpoint is one more
-// row here and one more answer.
+// The service's endpoints: path, form of the payload, key, what a payload must hold, what is answered. A later endpoint
+// is one more row here and one more answer.
 #pragma once
 
 #include <cstdint>
@@ -8,34 +8,43 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/service/attribution.h"
+#include "apps/service/answer_data.h"
 #include "apps/service/json.h"
 #include "apps/service/keys.h"
+#include "apps/service/payload_form.h"
+#include "apps/service/refusal.h"
 #include "apps/service/store.h"
 
 namespace morvik_service {
 
-/// "ResultCode" of the attribution answers.
+/// "ResultCode" of the answers.
 inline constexpr int kResultCodeFine = 0;
 inline constexpr int kResultCodeNoParameters = 1;
+
+/// Stands in a path for the app key.
+inline constexpr std::string_view kAppKeyInPath = "{app key}";
 
 /// What an answer is made from.
 struct AnswerContext {
   std::int64_t now_milliseconds;
   const std::optional<Json>& payload;  ///< checked; absent when the body was empty
-  bool counted;                        ///< the payload's events were taken in
-  const Attribution& attribution;
+  bool counted;                        ///< what the payload brings was taken in
+  AnswerData& data;
   Store& store;
 };
 
 struct Endpoint {
   std::string_view name;
-  std::string_view path;
-  KeyChoice key;
-  bool payload_required;               ///< an empty body is refused
-  bool has_events;                     ///< its payload's events and impressions are counted
-  void (*check)(const Json& payload);  ///< throws Refusal
-  Json (*answer)(const AnswerContext& context);
+  std::string_view method = "POST";
+  std::string_view path;  ///< exact, but for kAppKeyInPath
+  PayloadForm form = PayloadForm::kEnvelope;
+  KeyChoice key = KeyChoice::kHashKeyTwice;  ///< of sealed forms
+  bool payload_required = true;              ///< an empty body is refused
+  Counting counting = Counting::kNothing;
+  void (*check)(const Json& payload) = nullptr;  ///< throws Refusal
+  Json (*answer)(const AnswerContext& context) = nullptr;
+  /// Answered with status 200 to a payload that `check` refuses; without it the refusal itself is the answer.
+  Json (*answer_refused)(const Refusal& refusal) = nullptr;
 };
 
 const std::vector<Endpoint>& endpoints();

@@ -1,18 +1,14 @@
 // From a form body to the payload that was sealed in it.
 #pragma once
 
-#include <optional>
-#include <string>
-
 #include "apps/service/http_message.h"
 #include "apps/service/json.h"
 #include "apps/service/keys.h"
 
 namespace morvik_service {
 
-/// Opens the envelope of `request` (form parameters k and j) and returns its payload, a JSON object. An empty body
-/// carries no parameters and gives nothing. Throws Refusal, with the status that fits, for everything else that is not
-/// a payload sealed for this app with the chosen key.
-std::optional<Json> openEnvelope(const HttpRequest& request, const Keys& keys, KeyChoice choice);
+/// Opens the envelope of `request` (form parameters k and j) and returns its payload, a JSON object. Throws Refusal,
+/// with the status that fits, for everything that is not a payload sealed for this app with the chosen key.
+Json openEnvelope(const HttpRequest& request, const Keys& keys, KeyChoice choice);
 
 }  // namespace morvik_service

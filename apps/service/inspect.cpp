@@ -7,6 +7,7 @@
 
 #include "apps/service/endpoints.h"
 #include "apps/service/refusal.h"
+#include "apps/service/request_rules.h"
 
 namespace morvik_service {
 namespace {
@@ -72,11 +73,8 @@ Page readPage(const HttpRequest& request) {
 }
 
 Json readBody(const HttpRequest& request) {
-  if (request.body_too_large) {
-    throw Refusal(413, "the body is larger than " + std::to_string(kMaxBodyBytes) + " bytes", "the request body",
-                  "send less");
-  }
-  return parseJson(request.body, "the request body");
+  requireKeptBody(request);
+  return parseJson(request.body, kWhereBody);
 }
 
 HttpReply showRequests(const HttpRequest& request, const Inspected& inspected) {

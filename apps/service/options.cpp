@@ -33,6 +33,9 @@ void describeRest(CLI::App& app, Options& options) {
   app.add_option("--tracking-key", options.tracking_key, "the app's tracking key; without it tracking is refused");
   app.add_option("--attribution", options.attribution,
                  "JSON object, or a file with one: members of the conversion answer's Data, e.g. deeplink");
+  app.add_option("--premium-postback", options.premium_postback, "what the app configuration says of premium postbacks")
+      ->check(CLI::IsMember({"yes", "no"}))
+      ->capture_default_str();
   CLI::Option* log = app.add_option("--log", options.log_file, "append the request lines to this file, not to stderr");
   app.add_flag("--quiet", options.quiet, "print no request lines")->excludes(log);
 }

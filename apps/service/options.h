@@ -21,8 +21,9 @@ struct Options {
   std::string hash_key;
   std::string tracking_key;
   std::string port_file;
-  std::string attribution;  ///< JSON, or the name of a file with JSON
-  std::string log_file;     ///< "" for standard error
+  std::string attribution;              ///< JSON, or the name of a file with JSON
+  std::string premium_postback = "no";  ///< or "yes"
+  std::string log_file;                 ///< "" for standard error
   bool quiet = false;
 };
 

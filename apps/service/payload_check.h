@@ -1,5 +1,5 @@
-// What a payload must hold, endpoint by endpoint. Each check throws Refusal 400 that names the first member that is
-// missing or of the wrong type, by its path ("activity_info[3].event_id"). Members nobody asked for are welcome.
+// What the payloads of attribution and tracking must hold. Each check throws Refusal 400 that names the first member
+// that is missing or of the wrong type. Members nobody asked for are welcome.
 #pragma once
 
 #include "apps/service/json.h"
@@ -9,10 +9,11 @@ namespace morvik_service {
 /// The strings that every payload carries about app and device.
 void checkCommonParameters(const Json& payload);
 
-/// Common parameters, one entry of "activity_info", and "searchads_response" (an object or "").
+/// Common parameters, one entry of "activity_info", "searchads_response" (an object or ""), and a click's
+/// "deeplink_info" when it is there.
 void checkConversionPayload(const Json& payload);
 
-/// The parameters of a third party conversion are the caller's own: any object will do.
+/// The parameters of a third party conversion are the caller's own; only "deeplink_info" must be a click's.
 void checkThirdPartyPayload(const Json& payload);
 
 /// Common parameters, and "iAd" with its two dates when it is there.

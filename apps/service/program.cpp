@@ -40,6 +40,10 @@ Attribution chooseAttribution(const std::string& option) {
   return attribution;
 }
 
+AnswerData chooseAnswerData(const Options& options) {
+  return {chooseAttribution(options.attribution), options.premium_postback == "yes"};
+}
+
 void requireAllowedAddress(const Options& options) {
   if (!options.allow_remote && !isLoopbackAddress(options.bind_address)) {
     throw SetupError("--bind " + options.bind_address +
@@ -77,10 +81,10 @@ void announce(const Options& options, const std::string& url, std::uint16_t port
 void serve(const Options& options, const Surroundings& surroundings) {
   requireAllowedAddress(options);
   const Keys keys = collectKeys(options);
-  Attribution attribution = chooseAttribution(options.attribution);
+  AnswerData data = chooseAnswerData(options);
   Service::LineSink write_line = makeLineSink(options, surroundings.errors);
   Store store(options.store_folder);
-  Service service(keys, std::move(attribution), store, systemTimeMilliseconds, std::move(write_line));
+  Service service(keys, std::move(data), store, systemTimeMilliseconds, std::move(write_line));
   Listener listener(options.bind_address, options.port);
   const std::string url = listener.url();
   const std::uint16_t port = listener.port();

@@ -89,7 +89,7 @@ std::string decrypt(const SealedParts& parts, std::string_view key) {
   std::array<unsigned char, kSealedTagBytes> rest;  // GCM leaves nothing for the final call
   if (EVP_DecryptFinal_ex(context.get(), rest.data(), &written) != 1) {
     throw Refusal(403, "the key does not open the payload (wrong key, or bytes were changed)", kWhere,
-                  "seal with this endpoint's key: tracking with the tracking key, the others with the hash key twice");
+                  "seal with this endpoint's key: the tracking key, or the hash key twice");
   }
   return plain;
 }

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "apps/service/envelope.h"
 #include "apps/service/inspect.h"
 #include "apps/service/refusal.h"
+#include "apps/service/request_rules.h"
 
 namespace morvik_service {
 namespace {
@@ -25,8 +25,31 @@ Refusal storeFailed(const DatabaseError& error) {
 Refusal noSuchPath() {
   std::string paths;
   for (const Endpoint& endpoint : endpoints())
-    paths += "POST " + std::string(endpoint.path) + ", ";
+    paths += std::string(endpoint.method) + " " + std::string(endpoint.path) + ", ";
   return Refusal(404, "there is nothing at this path", "the path", "use one of: " + paths + "GET /inspect/requests");
+}
+
+Refusal noSuchMethod(const Endpoint& endpoint) {
+  return Refusal(405, "this method is not known here", "the method", "use " + std::string(endpoint.method));
+}
+
+void refuse(RequestRecord& record, const Refusal& refusal) {
+  record.refusal = describeRefusal(refusal);
+  record.reply = refusalReply(refusal);
+}
+
+// Checks the payload. When it is refused and the endpoint has words of its own for that, they are the answer.
+bool isAcceptable(const Endpoint& endpoint, RequestRecord& record) {
+  try {
+    endpoint.check(*record.payload);
+    return true;
+  } catch (const Refusal& refusal) {
+    if (endpoint.answer_refused == nullptr)
+      throw;
+    refuse(record, refusal);
+    record.reply = {200, jsonText(endpoint.answer_refused(refusal))};
+    return false;
+  }
 }
 
 // Paths come from strangers; a line of the log stays one line.
@@ -51,7 +74,7 @@ std::string describe(const RequestRecord& record, const Counts& counts, std::int
                      printable(record.request.method) + " " + printable(record.request.path) + " " +
                      std::to_string(record.request.body_bytes) + " bytes -> ";
   line += record.reply.close_without_answer ? "connection closed" : std::to_string(record.reply.status);
-  if (record.counted)
+  if (record.counted && record.counting == Counting::kEvents)
     line += countsText(counts);
   if (record.refusal)
     line += "; refused: " + record.refusal->at("error").get<std::string>();
@@ -62,12 +85,12 @@ std::string describe(const RequestRecord& record, const Counts& counts, std::int
 
 }  // namespace
 
-Service::Service(Keys keys, Attribution attribution, Store& store, Clock clock, LineSink write_line)
+Service::Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink write_line)
     : keys_(std::move(keys)),
       clock_(std::move(clock)),
       write_line_(std::move(write_line)),
       store_(store),
-      attribution_(std::move(attribution)) {}
+      data_(std::move(data)) {}
 
 HttpReply Service::handle(const HttpRequest& request) {
   const std::lock_guard lock(mutex_);
@@ -83,18 +106,15 @@ HttpReply Service::handle(const HttpRequest& request) {
 
 HttpReply Service::handleLocked(const HttpRequest& request) {
   if (isInspection(request))
-    return inspect(request, {store_, behaviours_, attribution_});
+    return inspect(request, {store_, behaviours_, data_.attribution});
   RequestRecord record;
   record.time_milliseconds = clock_();
   record.request = request;
   const Endpoint* endpoint = findEndpoint(request.path);
-  if (endpoint != nullptr && request.method == "POST") {
+  if (endpoint != nullptr && request.method == endpoint->method) {
     handleEndpoint(*endpoint, record);
   } else {
-    const Refusal refusal =
-        endpoint == nullptr ? noSuchPath() : Refusal(405, "this method is not known here", "the method", "use POST");
-    record.refusal = describeRefusal(refusal);
-    record.reply = refusalReply(refusal);
+    refuse(record, endpoint == nullptr ? noSuchPath() : noSuchMethod(*endpoint));
   }
   remember(record);
   return std::move(record.reply);
@@ -105,32 +125,27 @@ void Service::handleEndpoint(const Endpoint& endpoint, RequestRecord& record) {
   const std::optional<Behaviour> behaviour = behaviours_.take(endpoint.name);
   if (behaviour)
     record.behaviour = describeBehaviour(*behaviour);
-  readPayload(endpoint, record);
-  if (record.refusal == std::nullopt) {
-    record.counted = endpoint.has_events && (!behaviour || behaviour->count_events);
-    record.reply = usualReply(endpoint, record);
+  const bool may_count = !behaviour || behaviour->count_events;
+  try {
+    answerUsually(endpoint, may_count, record);
+  } catch (const Refusal& refusal) {
+    record.counted = false;
+    refuse(record, refusal);
   }
   if (behaviour)
     record.reply = misbehave(*behaviour, std::move(record.reply));
 }
 
-void Service::readPayload(const Endpoint& endpoint, RequestRecord& record) {
-  try {
-    record.payload = openEnvelope(record.request, keys_, endpoint.key);
-    if (record.payload) {
-      endpoint.check(*record.payload);
-    } else if (endpoint.payload_required) {
-      throw Refusal(400, "the body is empty", "the request body", "send the form parameters k and j");
-    }
-  } catch (const Refusal& refusal) {
-    record.refusal = describeRefusal(refusal);
-    record.reply = refusalReply(refusal);
-  }
-}
-
-HttpReply Service::usualReply(const Endpoint& endpoint, const RequestRecord& record) {
-  return {200,
-          jsonText(endpoint.answer({record.time_milliseconds, record.payload, record.counted, attribution_, store_}))};
+void Service::answerUsually(const Endpoint& endpoint, bool may_count, RequestRecord& record) {
+  record.payload = readPayload(record.request, endpoint.form, keys_, endpoint.key);
+  if (!record.payload && endpoint.payload_required)
+    throw Refusal(400, "the body is empty", kWhereBody, howToSend(endpoint.form));
+  if (record.payload && !isAcceptable(endpoint, record))
+    return;
+  record.counting = endpoint.counting;
+  record.counted = endpoint.counting != Counting::kNothing && may_count;
+  record.reply = {200,
+                  jsonText(endpoint.answer({record.time_milliseconds, record.payload, record.counted, data_, store_}))};
 }
 
 void Service::remember(RequestRecord& record) {

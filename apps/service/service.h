@@ -5,7 +5,7 @@
 #include <mutex>
 #include <string>
 
-#include "apps/service/attribution.h"
+#include "apps/service/answer_data.h"
 #include "apps/service/behaviours.h"
 #include "apps/service/endpoints.h"
 #include "apps/service/http_message.h"
@@ -22,7 +22,7 @@ class Service {
 
   /// `store` outlives the service and is used by nobody else. `clock` and `write_line` are called by whichever thread
   /// calls `handle`, one at a time.
-  Service(Keys keys, Attribution attribution, Store& store, Clock clock, LineSink write_line);
+  Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink write_line);
 
   /// Answers a request: an endpoint's, an inspection, or a refusal in JSON. Any thread; requests wait for each other.
   /// Blocks for decoding and the disk, never for a behaviour's delay (that is in the reply). Does not throw for
@@ -32,8 +32,7 @@ class Service {
  private:
   HttpReply handleLocked(const HttpRequest& request);
   void handleEndpoint(const Endpoint& endpoint, RequestRecord& record);
-  void readPayload(const Endpoint& endpoint, RequestRecord& record);
-  HttpReply usualReply(const Endpoint& endpoint, const RequestRecord& record);
+  void answerUsually(const Endpoint& endpoint, bool may_count, RequestRecord& record);
   void remember(RequestRecord& record);
 
   const Keys keys_;
@@ -42,7 +41,7 @@ class Service {
   std::mutex mutex_;  ///< guards everything below
   Store& store_;
   Behaviours behaviours_;
-  Attribution attribution_;
+  AnswerData data_;
 };
 
 }  // namespace morvik_service

@@ -182,7 +182,7 @@ std::int64_t Store::add(const RequestRecord& record, Counts& counts) {
   counts = {};
   Transaction transaction(database_);
   const std::int64_t id = insertRequest(record);
-  if (record.counted && record.payload) {
+  if (record.counted && record.counting == Counting::kEvents && record.payload) {
     countEvents(id, *record.payload, counts);
     addImpressions(id, *record.payload, counts);
     noteCounts(id, counts);

@@ -20,6 +20,13 @@ inline constexpr std::size_t kMaxStoredAnswerBytes = std::size_t{64} * 1024;
 /// Install numbers begin after this one.
 inline constexpr std::int64_t kFirstUserNo = 100001;
 
+/// What a request's payload may bring.
+enum class Counting {
+  kNothing,  ///< nothing that counts
+  kPayload,  ///< clicks, reports and the like: they stand in the payload, whoever counts reads it there
+  kEvents,   ///< events and impressions: the store counts each by itself
+};
+
 /// One request as it came, and what became of it.
 struct RequestRecord {
   std::int64_t time_milliseconds = 0;
@@ -28,7 +35,8 @@ struct RequestRecord {
   std::optional<Json> payload;    ///< decoded; absent when there was none or it could not be opened
   std::optional<Json> refusal;    ///< why it was refused
   std::optional<Json> behaviour;  ///< the misbehaviour that spoiled its answer
-  bool counted = false;           ///< events and impressions were taken in
+  Counting counting = Counting::kNothing;
+  bool counted = false;  ///< what the payload brings was taken in
   HttpReply reply;
 };
 
@@ -59,7 +67,7 @@ class Store {
   /// service, or was written by a newer version.
   explicit Store(const std::string& folder);
 
-  /// Writes the request and, when `record.counted`, its payload's events and impressions, all or nothing. Returns the
+  /// Writes the request and, when they are `counted`, its payload's events and impressions, all or nothing. Returns the
   /// request's number. Throws DatabaseError when the disk refuses.
   std::int64_t add(const RequestRecord& record, Counts& counts);
 

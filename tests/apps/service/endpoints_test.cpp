@@ -5,38 +5,65 @@
 namespace morvik_service {
 namespace {
 
-TEST(Endpoints, EachPathHasItsKeyAndItsRules) {
+constexpr KeyChoice kNoMatter = KeyChoice::kHashKeyTwice;
+
+TEST(Endpoints, EachPathHasItsFormItsKeyAndItsRules) {
   struct Row {
-    const char* name;
+    const char* method;
     const char* path;
+    const char* name;
+    PayloadForm form;
     KeyChoice key;
-    bool has_events;
+    bool payload_required;
+    Counting counting;
   };
   const std::vector<Row> expected = {
-      {"conversion", "/v1/conversion", KeyChoice::kHashKeyTwice, false},
-      {"thirdparty-conversion", "/v1/thirdparty-conversion", KeyChoice::kHashKeyTwice, false},
-      {"iad-attribution", "/v1/iad-attribution", KeyChoice::kHashKeyTwice, false},
-      {"tracking", "/v1/tracking", KeyChoice::kTrackingKey, true},
+      {"POST", "/v1/conversion", "conversion", PayloadForm::kEnvelope, KeyChoice::kHashKeyTwice, false,
+       Counting::kNothing},
+      {"POST", "/v1/thirdparty-conversion", "thirdparty-conversion", PayloadForm::kEnvelope, KeyChoice::kHashKeyTwice,
+       false, Counting::kNothing},
+      {"POST", "/v1/iad-attribution", "iad-attribution", PayloadForm::kEnvelope, KeyChoice::kHashKeyTwice, false,
+       Counting::kNothing},
+      {"POST", "/v1/tracking", "tracking", PayloadForm::kEnvelope, KeyChoice::kTrackingKey, true, Counting::kEvents},
+      {"POST", "/v1/reengagement-conversion", "reengagement-conversion", PayloadForm::kEnvelope,
+       KeyChoice::kHashKeyTwice, true, Counting::kPayload},
+      {"POST", "/v1/commerce-conversion", "commerce-conversion", PayloadForm::kJsonArray, kNoMatter, true,
+       Counting::kPayload},
+      {"GET", "/some-app/config.json", "configuration", PayloadForm::kAppKeyInPath, kNoMatter, false,
+       Counting::kNothing},
   };
   ASSERT_EQ(expected.size(), endpoints().size());
-  for (const Row& row : expected) {
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    const Row& row = expected[i];
     const Endpoint* endpoint = findEndpoint(row.path);
-    ASSERT_NE(nullptr, endpoint) << row.path;
+    ASSERT_EQ(&endpoints()[i], endpoint) << row.path;
+    EXPECT_EQ(row.method, endpoint->method);
     EXPECT_EQ(row.name, endpoint->name);
-    EXPECT_EQ(row.key, endpoint->key);
-    EXPECT_EQ(row.has_events, endpoint->has_events);
-    EXPECT_EQ(row.has_events, endpoint->payload_required);
+    EXPECT_EQ(row.form, endpoint->form) << row.path;
+    EXPECT_EQ(row.key, endpoint->key) << row.path;
+    EXPECT_EQ(row.payload_required, endpoint->payload_required) << row.path;
+    EXPECT_EQ(row.counting, endpoint->counting) << row.path;
+  }
+}
+
+TEST(Endpoints, EveryEndpointCanAnswerAndChecksThePayloadThatItMayHave) {
+  for (const Endpoint& endpoint : endpoints()) {
+    EXPECT_NE(nullptr, endpoint.answer) << endpoint.name;
+    EXPECT_EQ(endpoint.form == PayloadForm::kAppKeyInPath, endpoint.check == nullptr) << endpoint.name;
   }
 }
 
 TEST(Endpoints, PathsAreExact) {
-  for (const char* path : {"", "/", "/v1", "v1/tracking", "/v1/tracking/", "/base/v1/tracking", "/V1/tracking"}) {
+  for (const char* path :
+       {"", "/", "/v1", "v1/tracking", "/v1/tracking/", "/base/v1/tracking", "/V1/tracking", "/config.json",
+        "//config.json", "some-app/config.json", "/some-app/config.json/", "/some-app/config.JSON"}) {
     EXPECT_EQ(nullptr, findEndpoint(path)) << path;
   }
 }
 
 TEST(Endpoints, NamesAreThoseOfTheTable) {
-  EXPECT_EQ((std::vector<std::string>{"conversion", "thirdparty-conversion", "iad-attribution", "tracking"}),
+  EXPECT_EQ((std::vector<std::string>{"conversion", "thirdparty-conversion", "iad-attribution", "tracking",
+                                      "reengagement-conversion", "commerce-conversion", "configuration"}),
             endpointNames());
 }
 

@@ -23,6 +23,7 @@ TEST(Options, LeastThatIsNeeded) {
   EXPECT_EQ(0, line.options->port);
   EXPECT_FALSE(line.options->allow_remote);
   EXPECT_FALSE(line.options->quiet);
+  EXPECT_EQ("no", line.options->premium_postback);
 }
 
 TEST(Options, EverythingIsRead) {
@@ -49,6 +50,8 @@ TEST(Options, EverythingIsRead) {
                                             "p",
                                             "--log",
                                             "l",
+                                            "--premium-postback",
+                                            "yes",
                                             "--attribution",
                                             "{\"deeplink\":\"x\"}"});
   ASSERT_TRUE(line.options.has_value()) << line.text;
@@ -62,6 +65,7 @@ TEST(Options, EverythingIsRead) {
   EXPECT_EQ("h", line.options->hash_key);
   EXPECT_EQ("t", line.options->tracking_key);
   EXPECT_EQ("p", line.options->port_file);
+  EXPECT_EQ("yes", line.options->premium_postback);
   EXPECT_EQ("l", line.options->log_file);
   EXPECT_EQ("{\"deeplink\":\"x\"}", line.options->attribution);
 }
@@ -71,7 +75,7 @@ TEST(Options, HelpNamesEveryOption) {
   EXPECT_EQ(0, line.exit_status);
   for (const char* option :
        {"--port", "--bind", "--allow-remote", "--cert", "--key", "--make-cert", "--store", "--app-key", "--hash-key",
-        "--tracking-key", "--keys", "--port-file", "--log", "--quiet", "--attribution"}) {
+        "--tracking-key", "--keys", "--port-file", "--log", "--quiet", "--attribution", "--premium-postback"}) {
     EXPECT_NE(std::string::npos, line.text.find(option)) << option;
   }
 }
@@ -86,6 +90,7 @@ TEST(Options, ABadCommandLineIsAnsweredInOneLine) {
   for (const std::vector<std::string>& extra : {std::vector<std::string>{"--port", "65536"},
                                                 {"--port", "x"},
                                                 {"--plain-http"},
+                                                {"--premium-postback", "maybe"},
                                                 {"--quiet", "--log", "l"},
                                                 {"--cert", "c", "--key", "k"}}) {
     std::vector<std::string> arguments = {"--store", "s", "--make-cert", "tls"};

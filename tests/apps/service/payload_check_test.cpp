@@ -9,6 +9,7 @@ namespace {
 
 using test::commonParameters;
 using test::conversionPayload;
+using test::facebookClick;
 using test::iadPayload;
 using test::impression;
 using test::refusalOf;
@@ -17,7 +18,7 @@ using test::trackingPayload;
 std::string problemOf(void (*check)(const Json&), const Json& payload) {
   const Refusal refusal = refusalOf([&] { check(payload); });
   EXPECT_EQ(400, refusal.status());
-  EXPECT_EQ(0U, refusal.where().find("the sealed payload, "));
+  EXPECT_EQ(0U, refusal.where().find("the payload, "));
   return refusal.what();
 }
 
@@ -70,9 +71,21 @@ TEST(PayloadCheck, AConversionAlwaysHasASearchAdsResponse) {
   EXPECT_EQ("searchads_response is missing", problemOf(checkConversionPayload, payload));
 }
 
+TEST(PayloadCheck, ADeepLinkOfAConversionIsCheckedWhenItIsThere) {
+  for (auto* const check : {checkConversionPayload, checkThirdPartyPayload}) {
+    Json payload = conversionPayload();
+    payload["deeplink_info"] = facebookClick();
+    EXPECT_NO_THROW(check(payload));
+    payload["deeplink_info"].erase("deeplink_uri");
+    EXPECT_EQ("deeplink_info.deeplink_uri is missing", problemOf(check, payload));
+  }
+}
+
 TEST(PayloadCheck, AnIadAttributionHasBothDatesOrNone) {
   Json payload = iadPayload();
   payload["iAd"].erase("iAdImpressionDate");
+  EXPECT_EQ("iAd.iAdImpressionDate is missing", problemOf(checkIadPayload, payload));
+  payload["iAd"]["iAdImpressionDate"] = 20260304050608;
   EXPECT_EQ("iAd.iAdImpressionDate is no string", problemOf(checkIadPayload, payload));
   payload["iAd"] = "20260304050607";
   EXPECT_EQ("iAd is no object", problemOf(checkIadPayload, payload));

@@ -135,6 +135,18 @@ TEST_F(ProgramTest, AttributionIsGivenAsJsonOrAsAFile) {
   }
 }
 
+TEST_F(ProgramTest, PremiumPostbacksAreSwitchedByAnOption) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> both = {
+      {{"--quiet"}, "false"}, {{"--quiet", "--premium-postback", "yes"}, "true"}};
+  for (const auto& [more, expected] : both) {
+    output_.str("");
+    run(more, [&, text = expected](const std::string& url) {
+      const Answer told = HttpsClient(url, authority()).get("/app-1/config.json");
+      EXPECT_EQ(text, Json::parse(told.body)["commerce"]["premium_postback"]);
+    });
+  }
+}
+
 TEST_F(ProgramTest, TheLinesMayGoToAFile) {
   run({"--log", folder_.path("log")}, [&](const std::string& url) { HttpsClient(url, authority()).get("/nothing"); });
   EXPECT_EQ("", errors_.str());

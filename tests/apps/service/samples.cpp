@@ -52,6 +52,27 @@ Json iadPayload() {
   return payload;
 }
 
+Json reEngagementPayload(std::int64_t conversion_key) {
+  Json payload = commonParameters();
+  payload["deeplink_info"] = {{"session_no", 5},
+                              {"conversion_key", conversion_key},
+                              {"deeplink_uri", "myapp://offer/7?ck=" + std::to_string(conversion_key)},
+                              {"sub_conversion_key", "sub"},
+                              {"is_first_launch", false}};
+  return payload;
+}
+
+Json facebookClick() {
+  return {{"conversion_key", 99}, {"deeplink_uri", "myapp://offer/9?ck=99"}, {"sub_conversion_key", ""}};
+}
+
+Json commerceClicks(const std::vector<std::string>& click_ids) {
+  Json clicks = Json::array();
+  for (const std::string& id : click_ids)
+    clicks.push_back({{"clickId", id}, {"idfa", "an idfa"}, {"mtime", 1709251199999.25}});
+  return clicks;
+}
+
 Json impression() {
   return {{"campaign_key", 7},   {"space_key", "banner"}, {"resource_key", 8},
           {"conversion_key", 9}, {"isFirstTime", true},   {"created_at", "20260304050607"}};
@@ -94,6 +115,18 @@ HttpRequest postTracking(const Json& payload) {
 
 HttpRequest postConversion(const Json& payload, const std::string& path) {
   return post(path, envelopeBody(payload, kKeys.hash_key + kKeys.hash_key));
+}
+
+HttpRequest postJson(const std::string& path, const std::string& body) {
+  HttpRequest request = post(path, body);
+  request.headers[1].second = "application/json; charset=utf-8";
+  return request;
+}
+
+HttpRequest get(const std::string& path) {
+  HttpRequest request = postJson(path, "");
+  request.method = "GET";
+  return request;
 }
 
 HttpRequest inspection(const std::string& method, const std::string& path, const std::string& body) {

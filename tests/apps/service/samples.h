@@ -1,6 +1,7 @@
 // Payloads, requests and places that many tests need.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -30,6 +31,10 @@ class TemporaryFolder {
 Json commonParameters();
 Json conversionPayload();
 Json iadPayload();
+Json reEngagementPayload(std::int64_t conversion_key);
+// The "deeplink_info" of a conversion.
+Json facebookClick();
+Json commerceClicks(const std::vector<std::string>& click_ids);
 Json impression();
 Json trackingPayload(const std::vector<std::string>& event_ids);
 
@@ -41,6 +46,9 @@ HttpRequest post(const std::string& path, const std::string& body);
 // The same with a payload sealed with the right key of kKeys.
 HttpRequest postTracking(const Json& payload);
 HttpRequest postConversion(const Json& payload, const std::string& path = "/v1/conversion");
+// A POST of a JSON body, and a GET, with the headers that a device sends.
+HttpRequest postJson(const std::string& path, const std::string& body);
+HttpRequest get(const std::string& path);
 // A request to the inspection from this machine.
 HttpRequest inspection(const std::string& method, const std::string& path, const std::string& body = "");
 

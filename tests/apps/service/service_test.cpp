@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "tests/apps/service/samples.h"
@@ -9,18 +10,29 @@
 namespace morvik_service {
 namespace {
 
+using test::commerceClicks;
 using test::commonParameters;
 using test::conversionPayload;
+using test::envelopeBody;
+using test::facebookClick;
+using test::get;
 using test::iadPayload;
 using test::inspection;
 using test::kKeys;
 using test::post;
 using test::postConversion;
+using test::postJson;
 using test::postTracking;
+using test::reEngagementPayload;
 using test::TemporaryFolder;
 using test::trackingPayload;
 
 constexpr std::int64_t kNow = 1709251199999;
+constexpr const char* kReEngagement = "/v1/reengagement-conversion";
+
+HttpRequest postCommerce(const Json& clicks) {
+  return postJson("/v1/commerce-conversion", jsonText(clicks));
+}
 
 class ServiceTest : public testing::Test {
  protected:
@@ -35,7 +47,7 @@ class ServiceTest : public testing::Test {
   TemporaryFolder folder_;
   Store store_{folder_.path()};
   std::vector<std::string> lines_;
-  Service service_{kKeys, Attribution(), store_, [] { return kNow; },
+  Service service_{kKeys, AnswerData(), store_, [] { return kNow; },
                    [this](const std::string& line) { lines_.push_back(line); }};
 };
 
@@ -55,6 +67,16 @@ TEST_F(ServiceTest, TheThreeAttributionEndpointsAnswerAlike) {
 
 TEST_F(ServiceTest, AThirdPartyMaySendParametersOfItsOwn) {
   EXPECT_EQ(true, answer(postConversion({{"own", 1}}, "/v1/thirdparty-conversion"))["Result"]);
+}
+
+TEST_F(ServiceTest, AConversionShowsTheClickThatItCarries) {
+  Json payload = conversionPayload();
+  payload["deeplink_info"] = facebookClick();
+  EXPECT_EQ(true, answer(postConversion(payload, "/v1/thirdparty-conversion"))["Result"]);
+  EXPECT_EQ(facebookClick(), lastRequest()["payload"]["deeplink_info"]);
+  payload["deeplink_info"]["is_first_launch"] = false;
+  EXPECT_EQ("deeplink_info.is_first_launch does not belong there",
+            answer(postConversion(payload, "/v1/thirdparty-conversion"))["error"]);
 }
 
 TEST_F(ServiceTest, AConversionWithoutParametersGetsNoRecord) {
@@ -100,7 +122,9 @@ TEST_F(ServiceTest, AnUnknownPathIsToldWhatExists) {
   const HttpReply reply = handle(post("/v1/trackin", ""));
   EXPECT_EQ(404, reply.status);
   EXPECT_EQ(R"({"error":"there is nothing at this path","where":"the path","mend":"use one of: POST /v1/conversion, )"
-            R"(POST /v1/thirdparty-conversion, POST /v1/iad-attribution, POST /v1/tracking, GET /inspect/requests"})",
+            R"(POST /v1/thirdparty-conversion, POST /v1/iad-attribution, POST /v1/tracking, )"
+            R"(POST /v1/reengagement-conversion, POST /v1/commerce-conversion, GET /{app key}/config.json, )"
+            R"(GET /inspect/requests"})",
             reply.body);
   EXPECT_EQ("", lastRequest()["endpoint"]);
 }
@@ -109,6 +133,100 @@ TEST_F(ServiceTest, AnEndpointIsPostedTo) {
   HttpRequest request = postTracking(trackingPayload({"a"}));
   request.method = "GET";
   EXPECT_EQ(405, handle(request).status);
+}
+
+TEST_F(ServiceTest, AReEngagementIsToldItsClicksKey) {
+  EXPECT_EQ(R"({"BaseTime":1709251199999,"Result":true,"Data":{"conversion_result":{"conversion_key":77,)"
+            R"("reengagement_data":"click 77","reengagement_datetime":20240229235959}}})",
+            handle(postConversion(reEngagementPayload(77), kReEngagement)).body);
+  const Json stored = lastRequest();
+  EXPECT_EQ("reengagement-conversion", stored["endpoint"]);
+  EXPECT_EQ(reEngagementPayload(77), stored["payload"]);
+  EXPECT_EQ(true, stored["counted"]);
+}
+
+TEST_F(ServiceTest, AReEngagementThatDoesNotFitIsRefused) {
+  EXPECT_EQ(400, handle(post(kReEngagement, "")).status);
+  EXPECT_EQ(400, handle(post(kReEngagement, "nonsense")).status);
+  EXPECT_EQ(403, handle(post(kReEngagement, envelopeBody(reEngagementPayload(7), kKeys.tracking_key))).status);
+  Json payload = reEngagementPayload(77);
+  payload["deeplink_info"]["conversion_key"] = "77";
+  EXPECT_EQ("deeplink_info.conversion_key is no 64-bit integer",
+            answer(postConversion(payload, kReEngagement))["error"]);
+  EXPECT_EQ(payload, lastRequest()["payload"]);
+  EXPECT_EQ(false, lastRequest()["counted"]);
+}
+
+TEST_F(ServiceTest, AnAnswerThatClaimsNoClickTellsTheDeviceToKeepIt) {
+  misbehave(R"({"endpoint":"reengagement-conversion","kind":"delay","milliseconds":1,"count_events":false})");
+  EXPECT_EQ(R"({"BaseTime":1709251199999,"Result":false})",
+            handle(postConversion(reEngagementPayload(77), kReEngagement)).body);
+  EXPECT_EQ(false, lastRequest()["counted"]);
+  misbehave(R"({"endpoint":"commerce-conversion","kind":"delay","milliseconds":1,"count_events":false})");
+  EXPECT_EQ(R"({"errMsg":"the clicks were not counted"})", handle(postCommerce(commerceClicks({"one"}))).body);
+  EXPECT_EQ(false, lastRequest()["counted"]);
+}
+
+TEST_F(ServiceTest, CommerceClicksAreTakenInWithoutAMessage) {
+  EXPECT_EQ(R"({"errMsg":null})", handle(postCommerce(commerceClicks({"one", "two"}))).body);
+  const Json stored = lastRequest();
+  EXPECT_EQ("commerce-conversion", stored["endpoint"]);
+  EXPECT_EQ(commerceClicks({"one", "two"}), stored["payload"]);
+  EXPECT_EQ(true, stored["counted"]);
+  EXPECT_EQ(R"({"errMsg":null})", handle(postCommerce(Json::array())).body);
+}
+
+TEST_F(ServiceTest, ABadCommerceClickIsToldInTheAnswerAndNoneOfTheListCounts) {
+  Json clicks = commerceClicks({"one", "two"});
+  clicks[1]["mtime"] = "now";
+  const HttpReply reply = handle(postCommerce(clicks));
+  EXPECT_EQ(200, reply.status);
+  EXPECT_EQ(R"({"errMsg":"[1].mtime is no number"})", reply.body);
+  const Json stored = lastRequest();
+  EXPECT_EQ(clicks, stored["payload"]);
+  EXPECT_EQ("[1].mtime is no number", stored["refusal"]["error"]);
+  EXPECT_EQ(false, stored["counted"]);
+  EXPECT_NE(std::string::npos, lines_.back().find(" -> 200; refused: [1].mtime is no number")) << lines_.back();
+}
+
+TEST_F(ServiceTest, ACommerceBodyThatIsNoListIsRefused) {
+  EXPECT_EQ(R"({"error":"the body is empty","where":"the request body","mend":"send a JSON array"})",
+            handle(postJson("/v1/commerce-conversion", "")).body);
+  EXPECT_EQ(400, handle(postJson("/v1/commerce-conversion", "{}")).status);
+  EXPECT_EQ(400, handle(postJson("/v1/commerce-conversion", "[")).status);
+  EXPECT_EQ(415, handle(post("/v1/commerce-conversion", "[]")).status);
+}
+
+TEST_F(ServiceTest, TheConfigurationSaysWhetherPremiumPostbacksAreOn) {
+  EXPECT_EQ(R"({"commerce":{"premium_postback":"false"}})", handle(get("/app-1/config.json")).body);
+  EXPECT_EQ("configuration", lastRequest()["endpoint"]);
+  const TemporaryFolder folder;
+  Store store(folder.path());
+  AnswerData data;
+  data.premium_postback = true;
+  Service service(
+      kKeys, data, store, [] { return kNow; }, [](const std::string&) {});
+  EXPECT_EQ(R"({"commerce":{"premium_postback":"true"}})", service.handle(get("/app-1/config.json")).body);
+}
+
+TEST_F(ServiceTest, TheConfigurationIsOfOneAppAndIsFetched) {
+  EXPECT_EQ(403, handle(get("/app-2/config.json")).status);
+  const HttpReply posted = handle(postJson("/app-1/config.json", "{}"));
+  EXPECT_EQ(405, posted.status);
+  EXPECT_EQ("use GET", Json::parse(posted.body)["mend"]);
+}
+
+TEST_F(ServiceTest, EveryEndpointMisbehavesOnRequest) {
+  for (const std::string& name : endpointNames()) {
+    SCOPED_TRACE(name);
+    const Endpoint& endpoint =
+        *std::find_if(endpoints().begin(), endpoints().end(), [&](const Endpoint& each) { return each.name == name; });
+    HttpRequest request = post(std::string(endpoint.path), "");
+    request.method = endpoint.method;
+    misbehave(R"({"endpoint":")" + name + R"(","kind":"status","status":599})");
+    EXPECT_EQ(599, handle(request).status);
+    EXPECT_NE(599, handle(request).status);
+  }
 }
 
 TEST_F(ServiceTest, AMisbehavingAnswerIsStoredAndCountsOnlyWhereItShould) {
@@ -216,7 +334,7 @@ TEST(Service, ADiskThatRefusesIsSaidAndNothingIsAccepted) {
   Store store(folder.path());
   std::vector<std::string> lines;
   Service service(
-      kKeys, Attribution(), store, [] { return kNow; }, [&](const std::string& line) { lines.push_back(line); });
+      kKeys, AnswerData(), store, [] { return kNow; }, [&](const std::string& line) { lines.push_back(line); });
   const HttpReply reply = service.handle(postTracking(trackingPayload({"a"})));
   EXPECT_EQ(503, reply.status);
   EXPECT_EQ("the store cannot take this in: disk is full", Json::parse(reply.body)["error"]);

@@ -18,6 +18,7 @@ RequestRecord batch(const std::vector<std::string>& event_ids) {
   record.endpoint = "tracking";
   record.request = test::post("/v1/tracking", "k=a&j=b");
   record.payload = trackingPayload(event_ids);
+  record.counting = Counting::kEvents;
   record.counted = true;
   record.reply = {200, "{\"Result\":true}"};
   return record;
@@ -62,6 +63,17 @@ TEST_F(StoreTest, ARequestThatWasNotCountedLeavesNoEvents) {
   EXPECT_EQ(false, shown["answer"]["sent"]);
   EXPECT_EQ("close_before", shown["behaviour"]["kind"]);
   EXPECT_EQ("one", shown["payload"]["activity_info"][0]["event_id"]);
+}
+
+TEST_F(StoreTest, APayloadThatIsNoBatchCountsAsItStands) {
+  RequestRecord record = batch({});
+  record.counting = Counting::kPayload;
+  record.payload = Json::array({{{"clickId", "one"}}});
+  add(record);
+  EXPECT_EQ(0, events()["distinct"]);
+  const Json shown = requests()["requests"][0];
+  EXPECT_EQ(true, shown["counted"]);
+  EXPECT_EQ(*record.payload, shown["payload"]);
 }
 
 TEST_F(StoreTest, ARequestIsShownAsItCame) {

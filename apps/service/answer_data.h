@@ -1,0 +1,13 @@
+// What the one who starts the service may choose of its answers.
+#pragma once
+
+#include "apps/service/attribution.h"
+
+namespace morvik_service {
+
+struct AnswerData {
+  Attribution attribution;        ///< "Data" of the conversion answers
+  bool premium_postback = false;  ///< "commerce.premium_postback" of the configuration
+};
+
+}  // namespace morvik_service

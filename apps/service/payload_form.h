@@ -1,0 +1,25 @@
+// How a request carries its payload, and how it is taken out.
+#pragma once
+
+#include <optional>
+
+#include "apps/service/http_message.h"
+#include "apps/service/json.h"
+#include "apps/service/keys.h"
+
+namespace morvik_service {
+
+enum class PayloadForm {
+  kEnvelope,      ///< form parameters k and j; j is a sealed JSON object in base64url
+  kJsonArray,     ///< the body is the JSON
+  kAppKeyInPath,  ///< no payload; the path begins with the app key
+};
+
+/// The payload of `request`; nothing when it has none. `key` opens sealed forms. Throws Refusal, with the status that
+/// fits, for everything that is not of that form or for another app.
+std::optional<Json> readPayload(const HttpRequest& request, PayloadForm form, const Keys& keys, KeyChoice key);
+
+/// What a request without the payload that it needs is told to send.
+const char* howToSend(PayloadForm form);
+
+}  // namespace morvik_service
