@@ -1,7 +1,8 @@
 // The core object of the kit: it watches the app's life, keeps sessions and events in the store, delivers them, and
 // obtains the install's attribution.
 //
-// One class, its operations in plain sources by subsystem: lifecycle, tracking, attribution. Everything outside is
+// One class, its operations in plain sources by subsystem: lifecycle, tracking, attribution, deeplinks, commerce.
+// Everything outside is
 // reached through the kit handed to it. Public operations run on the main queue unless they say otherwise; all return
 // at once, and whatever happens later (answers, timers) happens on the main queue. None throws: an exception ends in
 // the operation's guard and is written to the log; the few operations without a guard of their own are covered by their
@@ -18,6 +19,7 @@
 #include "kit/kit.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "services/dates.h"
+#include "services/list_index.h"
 #include "services/locked.h"
 #include "services/log.h"
 #include "services/requests.h"
@@ -121,6 +123,31 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
                                                                   std::optional<kit::Date> iad_impression_date);
   void iAdAppAttributionTracking(const kit::Value& parameters);
 
+  // ---- Deep links (deeplinks.cpp)
+
+  /// A URL opened the app: by its query it is a commerce click, a re-engagement, both, or of no matter here. Any text.
+  void passOpenURL(const kit::Url& url);
+  /// A referral URL that the app obtained from Facebook: reported as a third party conversion, once for each conversion
+  /// key.
+  void setReferralUrlForFacebook(const kit::Url& url);
+  /// The sealed parameters of a re-engagement request; absent when the user asked to be forgotten or building failed.
+  /// What is to be done when that request fails becomes ReEngagement_task.
+  [[nodiscard]] kit::Value makeReEngagementConversionParameter(const kit::Url& url);
+  /// Sends a click to the conversion service. Accepted, it is struck off the failed ones; failed, the ReEngagement_task
+  /// of that moment runs. Any thread.
+  void reEngagementConversion(const kit::Value& parameters);
+  /// Counts a session end for each failed click, gives up those whose time is over, and sends the others again. Any
+  /// thread.
+  void makeFailureReEngagementConversionParameter();
+
+  // ---- Commerce (commerce.cpp)
+
+  /// Sends the stored commerce clicks; they are cleared once the service has accepted them.
+  void commerceConversion();
+  /// Asks whether premium postbacks are granted to this app, unless they are, or a session ended less than a minute
+  /// ago.
+  void getPremiumPostbackInfoss();
+
   // ---- Fields
 
   bool isFirstLaunchOk() const { return isFirstLaunchOk_; }
@@ -161,6 +188,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void uploadPendingActivities(EndActivities end_activities);
   void askForAttribution();
   void storeAdvertisingIdentifier();
+  void replayStoredURL();
+  /// Whether the last session ended 1 to 59,999 milliseconds ago.
+  bool endedWithinTheMinute() const;
 
   // Steps of the session's end, the retention mark and the background task.
   void sendAtSessionEnd(uint64_t session_length_milliseconds);
@@ -190,7 +220,28 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void notifyReferralSaved(const ReferralRecord& record);
   void searchAdsDidAnswer(const kit::Value& details, const std::optional<kit::Error>& error);
   void iAdAttributionDidSucceed(const kit::Value& json);
-  kit::Value sealedWithHashKey(kit::MutableDictionary payload);
+  kit::Value sealedWithHashKey(const kit::Value& payload);
+
+  // Deep links.
+  void openReEngagementClick(const kit::Url& url, const kit::Value& query);
+  void openAdvertisingIdClick(const kit::Url& url, const kit::Value& query);
+  void sendReEngagement(const kit::Url& url, const kit::Value& query);
+  void resetRetainedConversionCache(const kit::Value& query);
+  kit::Value clickRecord(const kit::Url& url, bool is_first_launch) const;
+  void recordFailedReEngagement(const kit::Url& url, bool is_first_launch);
+  void reEngagementDidSucceed(const kit::Value& json);
+  void reEngagementDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
+  void passRetainedConversionKey(int64_t conversion_key);
+  void strikeOffFailedReEngagement(int64_t conversion_key);
+  void countSessionEndOfFailedReEngagements();
+  void resendFailedReEngagements(kit::MutableDictionary payload);
+  bool isConversionReported(int64_t conversion_key) const;
+
+  // Commerce.
+  void reportCommerceClick(const kit::Value& query);
+  void commerceDidSucceed(const kit::Value& json);
+  void premiumPostbackDidSucceed(const kit::Value& json);
+  void saveCommerceEvents();
 
   // What every subsystem uses.
   const services::Logger& log() const { return log_; }
@@ -198,6 +249,10 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   kit::MorvikCoreServicesLib& services() const { return kit_.services; }
   const kit::MorvikADUtil& util() const { return kit_.util; }
   services::RequestTools requestTools() const { return {kit_.transport, kit_.json, kit_.services}; }
+  /// The singleton of an optional module; null when the module is absent.
+  std::shared_ptr<const kit::ModuleObject> sharedObjectOf(const kit::Module* module) const {
+    return module != nullptr && module->shared ? module->shared() : nullptr;
+  }
   const std::string& trackingKey() const { return kit_.shared_state.kAESSuperKeyForTracking; }
 
   const kit::Kit& kit_;
@@ -224,6 +279,10 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   kit::Value makeTrackingParameter_;
   kit::Value makeGdprParameter_;
   services::Locked<kit::Block> ReEngagement_task_;
+
+  // Under the house lock, as the lists are.
+  services::ListIndex failed_clicks_;
+  services::ListIndex failed_click_counts_;
 };
 
 }  // namespace morvik

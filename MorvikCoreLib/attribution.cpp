@@ -133,15 +133,15 @@ Value MorvikCoreLib::makeConversionParameter() {
     payload.set("searchads_response",
                 searchAdsAttributionDetails_.isAbsent() ? Value("") : searchAdsAttributionDetails_);
     MORVIK_LOG(log(), lcl_vDebug, kOperation, "MRVK_QA-jsonDict : %@", Value(kit::MutableDictionary(payload)));
-    return sealedWithHashKey(std::move(payload));
+    return sealedWithHashKey(Value(std::move(payload)));
   });
   return parameters.value_or(Value());
 }
 
 /// Attribution payloads are sealed with the hash key joined to itself, not with the tracking key.
-Value MorvikCoreLib::sealedWithHashKey(kit::MutableDictionary payload) {
+Value MorvikCoreLib::sealedWithHashKey(const Value& payload) {
   const std::string hash_key = services().hashKey();
-  return services().makeJsonParameter(Value(std::move(payload)), hash_key + hash_key);
+  return services().makeJsonParameter(payload, hash_key + hash_key);
 }
 
 // -------------------------------------------------------------------------------------------------- conversion
@@ -375,7 +375,7 @@ Value MorvikCoreLib::makeIAdAppAttributionTrackingParameter(std::optional<kit::D
                       kit::Dictionary{{"appPurchaseDate", util().getKoreaDateFormateDate(*app_purchase_date)},
                                       {"iAdImpressionDate", util().getKoreaDateFormateDate(*iad_impression_date)}});
         }
-        return sealedWithHashKey(std::move(payload));
+        return sealedWithHashKey(Value(std::move(payload)));
       });
   return parameters.value_or(Value());
 }

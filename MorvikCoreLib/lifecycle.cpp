@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "MorvikCoreLib/failure_counts.h"
 #include "services/converters.h"
 #include "services/endpoints.h"
 #include "services/guard.h"
@@ -118,7 +119,9 @@ MorvikCoreLib::MorvikCoreLib(const kit::Kit& kit)
     : kit_(kit),
       log_(kit.shared_state.log_levels, kit.log_sink),
       store_(kit.key_value_store, kit.house_lock),
-      _df(kit.calendar) {}
+      _df(kit.calendar),
+      failed_clicks_(conversionKeyOf),
+      failed_click_counts_(conversionKeyOf) {}
 
 void MorvikCoreLib::init() {
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib init]",
@@ -167,6 +170,7 @@ void MorvikCoreLib::startSession() {
     }
     isStartSessionCalled_ = true;
     clearSentEventKeysAtStart();
+    getPremiumPostbackInfoss();
     iAdConversion();
     updateAppLaunchCount();
     const EndActivities end_activities = keepOrStartSession();
@@ -175,6 +179,8 @@ void MorvikCoreLib::startSession() {
     startSessoinDate_.set(kit_.clock.now());
     askForAttribution();
     storeAdvertisingIdentifier();
+    saveCommerceEvents();
+    replayStoredURL();
   });
 }
 
@@ -197,20 +203,24 @@ void MorvikCoreLib::clearSentEventKeysAtStart() {
 /// Keeps the session that ended a moment ago, or records the start of a new one. A kept session's batch leaves "end"
 /// out.
 EndActivities MorvikCoreLib::keepOrStartSession() {
-  const std::optional<kit::Date> ended = endSessoinDate_.get();
-  if (ended) {
-    const int64_t elapsed_milliseconds = kit_.clock.now().millisecondsSince(*ended);
-    if (elapsed_milliseconds >= kKeepSessionMinMilliseconds && elapsed_milliseconds <= kKeepSessionMaxMilliseconds) {
-      MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib startSession]",
-                 "MRVK_QA-[MorvikCoreLib]Keep Session on startSession : skip start activity ");
-      return EndActivities::kFilter;
-    }
-  } else {
-    // The first activation of this process: the stored end is known from now on, but decides nothing this time.
-    endSessoinDate_.set(store().MorvikCoreUserInfo_endSessoinDate());
+  if (endedWithinTheMinute()) {
+    MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib startSession]",
+               "MRVK_QA-[MorvikCoreLib]Keep Session on startSession : skip start activity ");
+    return EndActivities::kFilter;
   }
+  // The first activation of this process: the stored end is known from now on, but decides nothing this time.
+  if (!endSessoinDate_.get())
+    endSessoinDate_.set(store().MorvikCoreUserInfo_endSessoinDate());
   recordSessionActivity("start", "", kit_.clock.now());
   return EndActivities::kSend;
+}
+
+bool MorvikCoreLib::endedWithinTheMinute() const {
+  const std::optional<kit::Date> ended = endSessoinDate_.get();
+  if (!ended)
+    return false;
+  const int64_t elapsed_milliseconds = kit_.clock.now().millisecondsSince(*ended);
+  return elapsed_milliseconds >= kKeepSessionMinMilliseconds && elapsed_milliseconds <= kKeepSessionMaxMilliseconds;
 }
 
 void MorvikCoreLib::uploadPendingActivities(EndActivities end_activities) {
@@ -232,6 +242,16 @@ void MorvikCoreLib::storeAdvertisingIdentifier() {
     return;
   store().setMorvikCoreUserInfo_IDFA(util().IDFA());
   store().synchronize();
+}
+
+/// Handles a URL that came before the kit was ready, once: it goes before it is opened.
+void MorvikCoreLib::replayStoredURL() {
+  const std::optional<kit::Url> url = store().URLForKey(services::kPassOpenUrlKey);
+  if (!url)
+    return;
+  store().setURL(std::nullopt, services::kPassOpenUrlKey);
+  store().synchronize();
+  passOpenURL(*url);
 }
 
 // ------------------------------------------------------------------------------------------- background and session
@@ -265,6 +285,10 @@ void MorvikCoreLib::endSession() {
     const uint64_t session_length_milliseconds = sessionLengthMilliseconds(startSessoinDate_.get(), now);
     store().setMorvikCoreUserInfo_endSessoinDate(now);
     store().synchronize();
+    if (!store().reEngagementInfos().isAbsent())
+      makeFailureReEngagementConversionParameter();
+    saveCommerceEvents();
+    setReEngagement_task(nullptr);
     if (!isTrackingPossible())
       return;
     kit_.main_queue.after(kSessionEndDelaySeconds, [object = shared_from_this(), session_length_milliseconds] {

@@ -57,6 +57,18 @@ void Host::pushTracking() {
   callOnMain([parts = parts_.get()] { parts->core->pushTracking(); });
 }
 
+void Host::passOpenURL(std::string_view url) {
+  callOnMain([parts = parts_.get(), url = kit::Url(std::string(url))] { parts->core->passOpenURL(url); });
+}
+
+void Host::setReferralUrlForFacebook(std::string_view url) {
+  callOnMain([parts = parts_.get(), url = kit::Url(std::string(url))] { parts->core->setReferralUrlForFacebook(url); });
+}
+
+void Host::thirdPartyConversion() {
+  callOnMain([parts = parts_.get()] { parts->core->thirdPartyConversion(parts->core->makeConversionParameter()); });
+}
+
 void Host::setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) {
   parts_->facade.setDelegate(std::move(delegate));
 }

@@ -57,6 +57,9 @@ class Host final : public morvik::MorvikCore {
   void applicationDidEnterBackground() override;
   void addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) override;
   void pushTracking() override;
+  void passOpenURL(std::string_view url) override;
+  void setReferralUrlForFacebook(std::string_view url) override;
+  void thirdPartyConversion() override;
   void setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) override;
   void setLogLevel(int level) override;
   void perform(std::function<void()> block) override;

@@ -24,6 +24,7 @@
 #include "host/siblings/MorvikCore.h"
 #include "host/siblings/MorvikCoreServicesLib.h"
 #include "host/siblings/app_ad_client.h"
+#include "host/siblings/app_modules.h"
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/sdk_config.h"
 #include "host/siblings/size_trigger.h"
@@ -81,6 +82,7 @@ struct HostParts {
   const MorvikCoreUpdateLog update_log;
   const Device device;
   AppAdClient ad_client;
+  const AppModules modules;
 
   const kit::Kit kit;
   std::shared_ptr<MorvikCoreLib> core;

@@ -94,6 +94,7 @@ kit::Kit kitOf(HostParts& parts) {
           .json = parts.json,
           .device = parts.device,
           .ad_client = &parts.ad_client,
+          .modules = parts.modules,
           .log_sink = *parts.log_sink,
           .endpoints = parts.options.endpoints,
           .shared_state = parts.shared_state,
@@ -137,6 +138,18 @@ void observeAfterTheCore(HostParts& parts) {
                                   [&parts] { parts.background.async([&parts] { parts.store.flushNow(); }); });
 }
 
+/// A URL that opened the app before the kit ran waits in the store for the first session.
+void keepOpenedUrl(HostParts& parts) {
+  const std::string& url = parts.options.options.opened_url;
+  if (url.empty())
+    return;
+  if (const auto replaced = parts.properties.URLForKey(services::kPassOpenUrlKey);
+      replaced && *replaced != kit::Url(url))
+    MORVIK_LOG(parts.logger, kit::lcl_vWarning, "+[MorvikCore start]",
+               "Morvik host: the opened URL %@ was never handled, and gives way to %@", *replaced, url);
+  parts.properties.setURL(kit::Url(url), services::kPassOpenUrlKey);
+}
+
 void makeCore(HostParts& parts) {
   observeBeforeTheCore(parts);
   parts.core = MorvikCoreLib::provideSharedKit(parts.kit) ? MorvikCoreLib::shared() : MorvikCoreLib::make(parts.kit);
@@ -164,6 +177,7 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink)
       services(servicesParts(*this)),
       device(options.options.device),
       ad_client(options.options.ad_client, json, main_loop),
+      modules(options.options.modules),
       kit(kitOf(*this)) {
   setLogLevel(options.options.log_level);
 }
@@ -196,6 +210,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& opti
   if (parts->store.opening() == StoreOpening::kLocked)
     return kit::Error{parts->store.openingLine()};
   frameTurns(*parts);
+  keepOpenedUrl(*parts);
   makeCore(*parts);
   parts->store.commitTurn();
   auto host = std::make_unique<Host>(std::move(parts));

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "kit/url.h"
 #include "kit/value.h"
 
 namespace morvik::kit {
@@ -25,6 +26,10 @@ class MorvikADUtil {
   virtual double checkDoubleNilToZero(const Value& value) const = 0;
   /// 32 bits; a wider number keeps its low 32 bits (two's complement).
   virtual int32_t checkNilToZero(const Value& value) const = 0;
+
+  /// The URL's query as a dictionary of texts: of a repeated key the first value, '+' and percent-escapes decoded, a
+  /// key without a value present and empty. Absent when the URL has no query.
+  virtual Value getURLParmaters(const Url& url) const = 0;
 
   /// "yyyyMMddHHmmss" at UTC+9.
   virtual std::string getKoreaDateFormateDate(Date date) const = 0;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "kit/modules.h"
 #include "kit/transport.h"
 #include "kit/value.h"
 
@@ -59,8 +60,22 @@ class MorvikCoreServicesLib {
   /// Replaces the cached conversion keys by these (plain numbers).
   virtual void saveConversionInfoForCacheWithConversionArr(const Value& conversion_keys) = 0;
 
-  /// Held weakly; null when there is none.
+  /// Adds one conversion key to the cached ones, unless it is among them.
+  virtual void saveConversionInfoForCache(int64_t conversion_key) = 0;
+  /// Notes when the server answered for a conversion key: milliseconds since 1970, 0 when it did not say.
+  virtual void saveConversionTimeInfoForCache(const std::string& conversion_key, double get_time_milliseconds) = 0;
+
+  virtual bool isPremiumPostback() const = 0;
+  virtual void setIsPremiumPostback(bool is_premium_postback) = 0;
+
+  // Delegates are held weakly; null when there is none.
   virtual std::shared_ptr<const SaveFendoUserInfoDelegate> saveFendoUserInfoDelegate() const = 0;
+  virtual std::shared_ptr<const ResetRetainedConversionCacheDelegate> resetRetainedConversionCacheDeleate() const = 0;
+  virtual void setResetRetainedConversionCacheDeleate(
+      std::weak_ptr<const ResetRetainedConversionCacheDelegate> delegate) = 0;
+  virtual std::shared_ptr<const SaveRetainedConversionKeyDelegate> saveRetainedConversionKeyDelegate() const = 0;
+  virtual void setSaveRetainedConversionKeyDelegate(
+      std::weak_ptr<const SaveRetainedConversionKeyDelegate> delegate) = 0;
 
   /// Told by the request operation of every exchange that ended, just before its handler runs. Main queue.
   virtual void exchangeDidEnd(const Request& request, const ExchangeResult& result) = 0;

@@ -18,6 +18,7 @@
 #include "kit/json_codec.h"
 #include "kit/key_value_store.h"
 #include "kit/log.h"
+#include "kit/modules.h"
 #include "kit/notifications.h"
 #include "kit/queues.h"
 #include "kit/transport.h"
@@ -47,6 +48,7 @@ struct Kit {
   const JsonCodec& json;
   const Device& device;
   AdClient* ad_client;  ///< null: the platform framework is absent and nothing is offered
+  const ModuleRegistry& modules;
   LogSink& log_sink;
   const Endpoints& endpoints;
   SharedState& shared_state;

@@ -85,4 +85,23 @@ void MorvikGVUserDefaults::setInteger(int64_t value, std::string_view key) const
   store_->set(key, value);
 }
 
+kit::Value MorvikGVUserDefaults::arrayForKey(std::string_view key) const {
+  return asValue(store_->get(key));
+}
+
+void MorvikGVUserDefaults::setArray(const kit::Value& value, std::string_view key) const {
+  store_->set(key, asValue(value));
+}
+
+std::optional<kit::Url> MorvikGVUserDefaults::URLForKey(std::string_view key) const {
+  const kit::Value stored = store_->get(key);
+  if (!stored.isString())
+    return std::nullopt;
+  return kit::Url(std::string(stored.string()));
+}
+
+void MorvikGVUserDefaults::setURL(const std::optional<kit::Url>& url, std::string_view key) const {
+  store_->set(key, url ? kit::Value(url->absoluteString()) : kit::Value());
+}
+
 }  // namespace morvik::services

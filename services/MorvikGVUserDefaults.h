@@ -8,6 +8,7 @@
 
 #include "kit/house_lock.h"
 #include "kit/key_value_store.h"
+#include "kit/url.h"
 
 namespace morvik::services {
 
@@ -62,6 +63,13 @@ class MorvikGVUserDefaults {
   /// 0 when there is no such entry.
   int64_t integerForKey(std::string_view key) const;
   void setInteger(int64_t value, std::string_view key) const;
+  /// Absent when there is no such entry, or when it is no array.
+  kit::Value arrayForKey(std::string_view key) const;
+  void setArray(const kit::Value& value, std::string_view key) const;
+  /// Nothing when there is no such entry.
+  std::optional<kit::Url> URLForKey(std::string_view key) const;
+  /// Without a URL the entry goes.
+  void setURL(const std::optional<kit::Url>& url, std::string_view key) const;
 
  private:
   kit::KeyValueStore* store_;

@@ -70,6 +70,12 @@ std::string describe(const kit::Request& request) {
 std::string describe(const kit::Response& response) {
   return std::to_string(response.status_code) + ' ' + response.url;
 }
+std::string describe(const std::optional<kit::Response>& response) {
+  return response ? describe(*response) : kAbsentText;
+}
+std::string describe(const kit::Url& url) {
+  return url.absoluteString();
+}
 std::string describe(const kit::Error& error) {
   return error.message;
 }

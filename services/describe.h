@@ -1,10 +1,12 @@
 // The text that stands for an object in a log line ("%@").
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "kit/error.h"
 #include "kit/transport.h"
+#include "kit/url.h"
 #include "kit/value.h"
 
 namespace morvik::services {
@@ -19,6 +21,10 @@ std::string describe(const kit::Value& value);
 std::string describe(const kit::Request& request);
 /// "STATUS URL".
 std::string describe(const kit::Response& response);
+/// The same, or "(null)" without one.
+std::string describe(const std::optional<kit::Response>& response);
+/// Its text.
+std::string describe(const kit::Url& url);
 /// Its message.
 std::string describe(const kit::Error& error);
 /// Its reason.

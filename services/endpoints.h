@@ -9,6 +9,10 @@ inline constexpr const char* kTrackingPath = "v1/tracking";
 inline constexpr const char* kConversionPath = "v1/conversion";
 inline constexpr const char* kThirdPartyConversionPath = "v1/thirdparty-conversion";
 inline constexpr const char* kIADAttributionPath = "v1/iad-attribution";
+inline constexpr const char* kReEngagementConversionPath = "v1/reengagement-conversion";
+inline constexpr const char* kCommerceConversionPath = "v1/commerce-conversion";
+/// Stands behind the app key and a slash.
+inline constexpr const char* kAppConfigFileName = "config.json";
 
 /// Time-out of every request that sets one.
 inline constexpr int64_t kFendoHttpConnectionTimeoutSeconds = 15;

@@ -14,15 +14,21 @@ MutableURLRequest postRequest(const std::string& base_url, std::string_view path
   return request;
 }
 
-void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure) {
+void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure) {
   MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequest(
       tools, std::move(request),
       [success = std::move(success)](const kit::Request&, const kit::Response&, const kit::Value& json) {
         success(json);
       },
-      [failure = std::move(failure)](const kit::Request&, const std::optional<kit::Response>& response,
-                                     const kit::Error& error, const kit::Value&) { failure(response, error); })
+      std::move(failure))
       .start();
+}
+
+void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure) {
+  run(tools, std::move(request), std::move(success),
+      FailureHandler([failure = std::move(failure)](const kit::Request&, const std::optional<kit::Response>& response,
+                                                    const kit::Error& error,
+                                                    const kit::Value&) { failure(response, error); }));
 }
 
 }  // namespace morvik::services

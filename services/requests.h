@@ -24,6 +24,8 @@ using JsonHandler = std::function<void(const kit::Value& json)>;
 using ErrorHandler = std::function<void(const std::optional<kit::Response>& response, const kit::Error& error)>;
 
 /// Makes the standard operation of `request` and starts it. Exactly one handler runs, once, later, on the main queue.
+void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure);
+/// The same for a failure of which response and error are enough.
 void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure);
 
 }  // namespace morvik::services

@@ -32,6 +32,25 @@ constexpr std::array<bool, 256> makeUnreserved() {
 }
 constexpr std::array<bool, 256> kUnreserved = makeUnreserved();
 
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9')
+    return c - '0';
+  if (c >= 'a' && c <= 'f')
+    return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F')
+    return c - 'A' + 10;
+  return -1;
+}
+
+/// The byte of a percent-escape at the start of `text`; -1 when there is none.
+int escapedByte(std::string_view text) {
+  if (text.size() < 3 || text[0] != '%')
+    return -1;
+  const int high = hexDigit(text[1]);
+  const int low = hexDigit(text[2]);
+  return high < 0 || low < 0 ? -1 : high * 16 + low;
+}
+
 }  // namespace
 
 void appendBase64Url(std::string_view bytes, std::string& out) {
@@ -105,6 +124,20 @@ void appendPercentEncoded(std::string_view text, std::string& out) {
     out += kHexUpper[byte >> 4];
     out += kHexUpper[byte & 15];
     text.remove_prefix(1);
+  }
+}
+
+void appendFormDecoded(std::string_view text, std::string& out) {
+  out.reserve(out.size() + text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '+') {
+      out += ' ';
+    } else if (const int byte = escapedByte(text.substr(i)); byte >= 0) {
+      out += static_cast<char>(byte);
+      i += 2;
+    } else {
+      out += text[i];
+    }
   }
 }
 

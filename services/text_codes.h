@@ -17,5 +17,8 @@ std::string hexText(std::string_view bytes);
 
 /// Everything but letters, digits, '-', '.', '_' and '~' as %XX, appended to `out`.
 void appendPercentEncoded(std::string_view text, std::string& out);
+/// The reverse, as forms and queries need it, appended to `out`: %XX is a byte, '+' a blank; a '%' that two hexadecimal
+/// digits do not follow stays as it stands.
+void appendFormDecoded(std::string_view text, std::string& out);
 
 }  // namespace morvik::services

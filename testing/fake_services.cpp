@@ -2,6 +2,7 @@
 
 #include <variant>
 
+#include "services/describe.h"
 #include "services/endpoints.h"
 
 namespace morvik::testing {
@@ -25,6 +26,7 @@ FakeServices::FakeServices(services::MorvikGVUserDefaults store, services::Seali
     : options_(std::move(options)),
       store_(store),
       sealing_(sealing),
+      conversions_(store_),
       is_gdpr_forget_me_(store_.MorvikCoreUserInfo_isGDPRForgetMe()),
       next_event_number_(options_.first_event_number),
       advertising_identifier_(options_.advertising_identifier) {}
@@ -111,8 +113,55 @@ std::optional<std::string> FakeServices::appleAdvertisingIdentifier() const {
 
 void FakeServices::saveConversionInfoForCacheWithConversionArr(const kit::Value& conversion_keys) {
   calls_.add("saveConversionInfoForCacheWithConversionArr");
-  store_.setFendoConversionInfoForCaches(conversion_keys);
+  conversions_.replace(conversion_keys);
   store_.synchronize();
+}
+
+void FakeServices::saveConversionInfoForCache(int64_t conversion_key) {
+  calls_.add("saveConversionInfoForCache " + std::to_string(conversion_key));
+  conversions_.add(conversion_key);
+}
+
+void FakeServices::saveConversionTimeInfoForCache(const std::string& conversion_key, double get_time_milliseconds) {
+  calls_.add("saveConversionTimeInfoForCache " + conversion_key + " " +
+             services::describe(kit::Value(get_time_milliseconds)));
+  conversions_.saveTime(conversion_key, get_time_milliseconds);
+}
+
+bool FakeServices::isPremiumPostback() const {
+  const std::lock_guard lock(mutex_);
+  return is_premium_postback_;
+}
+
+void FakeServices::setIsPremiumPostback(bool is_premium_postback) {
+  calls_.add(std::string("setIsPremiumPostback ") + (is_premium_postback ? "1" : "0"));
+  const std::lock_guard lock(mutex_);
+  is_premium_postback_ = is_premium_postback;
+}
+
+std::shared_ptr<const kit::ResetRetainedConversionCacheDelegate> FakeServices::resetRetainedConversionCacheDeleate()
+    const {
+  const std::lock_guard lock(mutex_);
+  return reset_delegate_.lock();
+}
+
+void FakeServices::setResetRetainedConversionCacheDeleate(
+    std::weak_ptr<const kit::ResetRetainedConversionCacheDelegate> delegate) {
+  calls_.add("setResetRetainedConversionCacheDeleate");
+  const std::lock_guard lock(mutex_);
+  reset_delegate_ = std::move(delegate);
+}
+
+std::shared_ptr<const kit::SaveRetainedConversionKeyDelegate> FakeServices::saveRetainedConversionKeyDelegate() const {
+  const std::lock_guard lock(mutex_);
+  return retained_delegate_.lock();
+}
+
+void FakeServices::setSaveRetainedConversionKeyDelegate(
+    std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate> delegate) {
+  calls_.add("setSaveRetainedConversionKeyDelegate");
+  const std::lock_guard lock(mutex_);
+  retained_delegate_ = std::move(delegate);
 }
 
 std::shared_ptr<const kit::SaveFendoUserInfoDelegate> FakeServices::saveFendoUserInfoDelegate() const {

@@ -11,6 +11,7 @@
 
 #include "kit/MorvikCoreServicesLib.h"
 #include "services/MorvikGVUserDefaults.h"
+#include "services/conversion_cache.h"
 #include "services/envelope.h"
 #include "testing/recording.h"
 
@@ -54,7 +55,17 @@ class FakeServices : public kit::MorvikCoreServicesLib {
   void setConversionResultCode(int64_t code) override;
   std::optional<std::string> appleAdvertisingIdentifier() const override;
   void saveConversionInfoForCacheWithConversionArr(const kit::Value& conversion_keys) override;
+  void saveConversionInfoForCache(int64_t conversion_key) override;
+  void saveConversionTimeInfoForCache(const std::string& conversion_key, double get_time_milliseconds) override;
+  bool isPremiumPostback() const override;
+  void setIsPremiumPostback(bool is_premium_postback) override;
   std::shared_ptr<const kit::SaveFendoUserInfoDelegate> saveFendoUserInfoDelegate() const override;
+  std::shared_ptr<const kit::ResetRetainedConversionCacheDelegate> resetRetainedConversionCacheDeleate() const override;
+  void setResetRetainedConversionCacheDeleate(
+      std::weak_ptr<const kit::ResetRetainedConversionCacheDelegate> delegate) override;
+  std::shared_ptr<const kit::SaveRetainedConversionKeyDelegate> saveRetainedConversionKeyDelegate() const override;
+  void setSaveRetainedConversionKeyDelegate(
+      std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate> delegate) override;
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) override;
 
   // What the test says.
@@ -83,6 +94,7 @@ class FakeServices : public kit::MorvikCoreServicesLib {
   Recording<std::string> calls_;
   Recording<std::string> envelope_errors_;
   Recording<EndedExchange> ended_exchanges_;
+  services::ConversionCache conversions_;
 
   mutable std::mutex mutex_;  // guards what follows
   bool is_gdpr_forget_me_;
@@ -91,6 +103,9 @@ class FakeServices : public kit::MorvikCoreServicesLib {
   std::vector<std::pair<kit::Value, kit::Value>> common_parameters_;
   std::optional<std::string> advertising_identifier_;
   std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate_;
+  std::weak_ptr<const kit::ResetRetainedConversionCacheDelegate> reset_delegate_;
+  std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate> retained_delegate_;
+  bool is_premium_postback_ = false;
   std::optional<bool> conversion_result_;
   std::optional<int64_t> conversion_result_code_;
 };

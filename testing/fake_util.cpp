@@ -2,6 +2,7 @@
 
 #include "services/converters.h"
 #include "services/dates.h"
+#include "services/url_query.h"
 
 namespace morvik::testing {
 
@@ -22,6 +23,9 @@ double FakeUtil::checkDoubleNilToZero(const kit::Value& value) const {
 }
 int32_t FakeUtil::checkNilToZero(const kit::Value& value) const {
   return services::checkNilToZero(value);
+}
+kit::Value FakeUtil::getURLParmaters(const kit::Url& url) const {
+  return services::urlQuery(url.absoluteString());
 }
 std::string FakeUtil::getKoreaDateFormateDate(kit::Date date) const {
   return services::koreaDateText(date);

@@ -25,6 +25,7 @@ class FakeUtil : public kit::MorvikADUtil {
   int64_t checkLongLongNilToZero(const kit::Value& value) const override;
   double checkDoubleNilToZero(const kit::Value& value) const override;
   int32_t checkNilToZero(const kit::Value& value) const override;
+  kit::Value getURLParmaters(const kit::Url& url) const override;
   std::string getKoreaDateFormateDate(kit::Date date) const override;
   std::string getUTCFormateDate(kit::Date date) const override;
   double timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const override;

@@ -27,6 +27,7 @@
 #include "kit/json_codec.h"
 #include "kit/key_value_store.h"
 #include "kit/log.h"
+#include "kit/modules.h"
 #include "kit/notifications.h"
 #include "kit/queues.h"
 #include "kit/transport.h"
@@ -410,6 +411,10 @@ class Faulty<kit::MorvikADUtil> final : public kit::MorvikADUtil {
     faults.pass("checkNilToZero");
     return port_.checkNilToZero(value);
   }
+  kit::Value getURLParmaters(const kit::Url& url) const override {
+    faults.pass("getURLParmaters");
+    return port_.getURLParmaters(url);
+  }
   std::string getKoreaDateFormateDate(kit::Date date) const override {
     faults.pass("getKoreaDateFormateDate");
     return port_.getKoreaDateFormateDate(date);
@@ -428,11 +433,25 @@ class Faulty<kit::MorvikADUtil> final : public kit::MorvikADUtil {
   }
   mutable Faults faults{"MorvikADUtil",
                         {"checkNilToBlankString", "checkNilToNo", "checkIntegerNilToZero", "checkLongLongNilToZero",
-                         "checkDoubleNilToZero", "checkNilToZero", "getKoreaDateFormateDate", "getUTCFormateDate",
-                         "timeIntervalSinceServerDate", "IDFA"}};
+                         "checkDoubleNilToZero", "checkNilToZero", "getURLParmaters", "getKoreaDateFormateDate",
+                         "getUTCFormateDate", "timeIntervalSinceServerDate", "IDFA"}};
 
  private:
   const kit::MorvikADUtil& port_;
+};
+
+template <>
+class Faulty<kit::ModuleRegistry> final : public kit::ModuleRegistry {
+ public:
+  explicit Faulty(const kit::ModuleRegistry& port) : port_(port) {}
+  const kit::Module* find(std::string_view class_name) const override {
+    faults.pass("find");
+    return port_.find(class_name);
+  }
+  mutable Faults faults{"ModuleRegistry", {"find"}};
+
+ private:
+  const kit::ModuleRegistry& port_;
 };
 
 template <>
@@ -538,19 +557,73 @@ class Faulty<kit::MorvikCoreServicesLib> final : public kit::MorvikCoreServicesL
     faults.pass("saveConversionInfoForCacheWithConversionArr");
     port_.saveConversionInfoForCacheWithConversionArr(conversion_keys);
   }
+  void saveConversionInfoForCache(int64_t conversion_key) override {
+    faults.pass("saveConversionInfoForCache");
+    port_.saveConversionInfoForCache(conversion_key);
+  }
+  void saveConversionTimeInfoForCache(const std::string& conversion_key, double get_time_milliseconds) override {
+    faults.pass("saveConversionTimeInfoForCache");
+    port_.saveConversionTimeInfoForCache(conversion_key, get_time_milliseconds);
+  }
+  bool isPremiumPostback() const override {
+    faults.pass("isPremiumPostback");
+    return port_.isPremiumPostback();
+  }
+  void setIsPremiumPostback(bool is_premium_postback) override {
+    faults.pass("setIsPremiumPostback");
+    port_.setIsPremiumPostback(is_premium_postback);
+  }
   std::shared_ptr<const kit::SaveFendoUserInfoDelegate> saveFendoUserInfoDelegate() const override {
     faults.pass("saveFendoUserInfoDelegate");
     return port_.saveFendoUserInfoDelegate();
+  }
+  std::shared_ptr<const kit::ResetRetainedConversionCacheDelegate> resetRetainedConversionCacheDeleate()
+      const override {
+    faults.pass("resetRetainedConversionCacheDeleate");
+    return port_.resetRetainedConversionCacheDeleate();
+  }
+  void setResetRetainedConversionCacheDeleate(
+      std::weak_ptr<const kit::ResetRetainedConversionCacheDelegate> delegate) override {
+    faults.pass("setResetRetainedConversionCacheDeleate");
+    port_.setResetRetainedConversionCacheDeleate(std::move(delegate));
+  }
+  std::shared_ptr<const kit::SaveRetainedConversionKeyDelegate> saveRetainedConversionKeyDelegate() const override {
+    faults.pass("saveRetainedConversionKeyDelegate");
+    return port_.saveRetainedConversionKeyDelegate();
+  }
+  void setSaveRetainedConversionKeyDelegate(
+      std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate> delegate) override {
+    faults.pass("setSaveRetainedConversionKeyDelegate");
+    port_.setSaveRetainedConversionKeyDelegate(std::move(delegate));
   }
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) override {
     faults.pass("exchangeDidEnd");
     port_.exchangeDidEnd(request, result);
   }
   mutable Faults faults{"MorvikCoreServicesLib",
-                        {"appKey", "hashKey", "isGDPRForgetMe", "intervalSinceServerDate", "setIntervalSinceServerDate",
-                         "activityGroupName", "addActivityGroupName", "makeCommonParameter", "makeJsonParameter",
-                         "setConversionResult", "setConversionResultCode", "appleAdvertisingIdentifier",
-                         "saveConversionInfoForCacheWithConversionArr", "saveFendoUserInfoDelegate", "exchangeDidEnd"}};
+                        {"appKey",
+                         "hashKey",
+                         "isGDPRForgetMe",
+                         "intervalSinceServerDate",
+                         "setIntervalSinceServerDate",
+                         "activityGroupName",
+                         "addActivityGroupName",
+                         "makeCommonParameter",
+                         "makeJsonParameter",
+                         "setConversionResult",
+                         "setConversionResultCode",
+                         "appleAdvertisingIdentifier",
+                         "saveConversionInfoForCacheWithConversionArr",
+                         "saveConversionInfoForCache",
+                         "saveConversionTimeInfoForCache",
+                         "isPremiumPostback",
+                         "setIsPremiumPostback",
+                         "saveFendoUserInfoDelegate",
+                         "resetRetainedConversionCacheDeleate",
+                         "setResetRetainedConversionCacheDeleate",
+                         "saveRetainedConversionKeyDelegate",
+                         "setSaveRetainedConversionKeyDelegate",
+                         "exchangeDidEnd"}};
 
  private:
   kit::MorvikCoreServicesLib& port_;

@@ -25,6 +25,7 @@
 #include "testing/fake_crypto.h"
 #include "testing/fake_device.h"
 #include "testing/fake_facade.h"
+#include "testing/fake_modules.h"
 #include "testing/fake_services.h"
 #include "testing/fake_util.h"
 #include "testing/faulty.h"
@@ -82,6 +83,8 @@ class TestWorld {
   FakeDevice device;
   FakeAdClient ad_client;
   FakeUtil util;
+  /// None at first.
+  FakeModules modules;
   FakeFacade facade;
   FakeUpdateLog update_log;
   FakeConfig config;
@@ -101,6 +104,7 @@ class TestWorld {
     Faulty<kit::JsonCodec> json;
     Faulty<kit::Device> device;
     Faulty<kit::AdClient> ad_client;
+    Faulty<kit::ModuleRegistry> modules;
     Faulty<kit::LogSink> log_sink;
     Faulty<kit::MorvikADUtil> util;
     Faulty<kit::MorvikCore> facade;

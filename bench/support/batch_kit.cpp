@@ -10,6 +10,13 @@
 #include "services/json_writer.h"
 #include "services/text_codes.h"
 #include "services/uuid.h"
+#include "testing/fake_calendar.h"
+#include "testing/fake_crypto.h"
+#include "testing/fake_device.h"
+#include "testing/fake_facade.h"
+#include "testing/fake_modules.h"
+#include "testing/fake_services.h"
+#include "testing/fake_util.h"
 #include "testing/memory_store.h"
 #include "testing/recording_log.h"
 #include "testing/scripted_transport.h"
@@ -49,28 +56,6 @@ kit::Value storedEvents(const PlainBatch& batch) {
   }
   return kit::Value(std::move(records));
 }
-
-class Util : public kit::MorvikADUtil {
- public:
-  kit::Value checkNilToBlankString(const kit::Value& value) const override {
-    return services::checkNilToBlankString(value);
-  }
-  bool checkNilToNo(const kit::Value& value) const override { return services::checkNilToNo(value); }
-  int64_t checkIntegerNilToZero(const kit::Value& value) const override {
-    return services::checkIntegerNilToZero(value);
-  }
-  int64_t checkLongLongNilToZero(const kit::Value& value) const override {
-    return services::checkLongLongNilToZero(value);
-  }
-  double checkDoubleNilToZero(const kit::Value& value) const override { return services::checkDoubleNilToZero(value); }
-  int32_t checkNilToZero(const kit::Value& value) const override { return services::checkNilToZero(value); }
-  std::string getKoreaDateFormateDate(kit::Date date) const override { return services::koreaDateText(date); }
-  std::string getUTCFormateDate(kit::Date date) const override { return services::utcDateText(date); }
-  double timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const override {
-    return base_time_seconds - device_date.secondsSince1970();
-  }
-  std::optional<std::string> IDFA() const override { return std::nullopt; }
-};
 
 }  // namespace
 
@@ -150,9 +135,11 @@ kit::Value Sealer::envelope(const kit::Value& payload, const std::string& key) c
 
 namespace {
 
-class Services : public kit::MorvikCoreServicesLib {
+class Services : public testing::FakeServices {
  public:
-  Services(BatchKit::Step step, const PlainBatch& batch) : step_(step), common_(batch.common) {}
+  Services(BatchKit::Step step, const PlainBatch& batch, services::MorvikGVUserDefaults store,
+           services::SealingTools sealing)
+      : FakeServices(store, sealing), step_(step), common_(batch.common) {}
 
   kit::MutableDictionary makeCommonParameter(const std::string&) override {
     kit::MutableDictionary common;
@@ -170,20 +157,6 @@ class Services : public kit::MorvikCoreServicesLib {
     return {};
   }
 
-  std::string appKey() const override { return "app"; }
-  std::string hashKey() const override { return "hash"; }
-  bool isGDPRForgetMe() const override { return false; }
-  double intervalSinceServerDate() const override { return 0; }
-  void setIntervalSinceServerDate(double) override {}
-  std::string activityGroupName(int) const override { return "session"; }
-  void addActivityGroupName(const kit::Value&, const kit::Value&, const kit::Value&, kit::Date) override {}
-  void setConversionResult(bool) override {}
-  void setConversionResultCode(int64_t) override {}
-  std::optional<std::string> appleAdvertisingIdentifier() const override { return std::nullopt; }
-  void saveConversionInfoForCacheWithConversionArr(const kit::Value&) override {}
-  std::shared_ptr<const kit::SaveFendoUserInfoDelegate> saveFendoUserInfoDelegate() const override { return nullptr; }
-  void exchangeDidEnd(const kit::Request&, const kit::ExchangeResult&) override {}
-
   size_t output_bytes = 0;
 
  private:
@@ -192,81 +165,58 @@ class Services : public kit::MorvikCoreServicesLib {
   Sealer sealer_;
 };
 
-class Config : public kit::MorvkSDKConfig {
- public:
-  std::string getTrackingSuperkey() const override { return kTrackingKey; }
-};
-
-class UpdateLog : public kit::MorvikCoreUpdateLog {
- public:
-  std::string frameworkName() const override { return "MorvikCore"; }
-  std::string getSDKVersion() const override { return "0"; }
-};
-
-class Facade : public kit::MorvikCore {
- public:
-  std::shared_ptr<const kit::MorvikCoreDelegate> delegate() const override { return nullptr; }
-};
-
-class Device : public kit::Device {
- public:
-  std::string systemVersion() const override { return "15.0"; }
-  std::optional<bool> isMultitaskingSupported() const override { return true; }
-  int statusBarOrientation() const override { return kit::kOrientationPortrait; }
-};
-
-class UtcCalendar : public kit::Calendar {
- public:
-  kit::CalendarComponents components(kit::Date date) const override { return services::civilAt(date, 0); }
-  std::optional<kit::Date> date(const kit::CalendarComponents& civil) const override {
-    return services::dateFromCivil(civil, 0);
-  }
-};
-
 }  // namespace
 
 struct BatchKit::Parts {
-  Parts(size_t count, Step step) : plain(count), services(step, plain) {
+  Parts(size_t count, Step step)
+      : plain(count),
+        services(step, plain, services::MorvikGVUserDefaults(store, house_lock), {cipher, compressor, random}) {
     store.set("fendoActivityInfos", storedEvents(plain));
     store.set("fendoUserInfo_fendoUserNo", int64_t{7});
     store.set("fendoUserInfo_referralKey", int64_t{8});
   }
 
   PlainBatch plain;
-  Services services;
   testing::VirtualLoop loop;
   testing::MemoryStore store;
   testing::ScriptedTransport transport{loop};
   testing::RecordingLog log;
+  testing::FakeCipher cipher;
+  testing::FakeCompressor compressor;
+  testing::SeededRandom random{1};
   host::SimdjsonCodec json;
-  UtcCalendar calendar;
+  testing::FixedOffsetCalendar calendar;
   kit::HouseLock house_lock;
-  Device device;
+  testing::FakeDevice device;
+  testing::FakeModules modules;
   kit::Endpoints endpoints;
   kit::SharedState shared_state;
-  Util util;
-  Facade facade;
-  UpdateLog update_log;
-  kit::Kit kit{loop.clock(),
-               calendar,
-               loop.mainQueue(),
-               loop.backgroundQueue(),
-               loop.backgroundTasks(),
-               loop.notifications(),
-               store,
-               house_lock,
-               transport,
-               json,
-               device,
-               nullptr,
-               log,
-               endpoints,
-               shared_state,
-               services,
-               util,
-               facade,
-               update_log,
-               [] { return std::make_unique<Config>(); }};
+  Services services;
+  testing::FakeUtil util;
+  testing::FakeFacade facade;
+  testing::FakeUpdateLog update_log;
+  testing::FakeConfig config{kTrackingKey};
+  kit::Kit kit{.clock = loop.clock(),
+               .calendar = calendar,
+               .main_queue = loop.mainQueue(),
+               .background_queue = loop.backgroundQueue(),
+               .background_tasks = loop.backgroundTasks(),
+               .notifications = loop.notifications(),
+               .key_value_store = store,
+               .house_lock = house_lock,
+               .transport = transport,
+               .json = json,
+               .device = device,
+               .ad_client = nullptr,
+               .modules = modules,
+               .log_sink = log,
+               .endpoints = endpoints,
+               .shared_state = shared_state,
+               .services = services,
+               .util = util,
+               .facade = facade,
+               .update_log = update_log,
+               .make_config = [this] { return testing::freshConfig(config); }};
 };
 
 BatchKit::BatchKit(size_t count, Step step) : parts_(std::make_unique<Parts>(count, step)) {}

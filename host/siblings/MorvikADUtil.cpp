@@ -3,6 +3,7 @@
 #include "host/siblings/network_status.h"
 #include "services/converters.h"
 #include "services/dates.h"
+#include "services/url_query.h"
 
 namespace morvik::host {
 
@@ -28,6 +29,10 @@ double MorvikADUtil::checkDoubleNilToZero(const kit::Value& value) const {
 
 int32_t MorvikADUtil::checkNilToZero(const kit::Value& value) const {
   return services::checkNilToZero(value);
+}
+
+kit::Value MorvikADUtil::getURLParmaters(const kit::Url& url) const {
+  return services::urlQuery(url.absoluteString());
 }
 
 std::string MorvikADUtil::getKoreaDateFormateDate(kit::Date date) const {

@@ -17,7 +17,8 @@ constexpr size_t kActivityFields = 5;
 
 }  // namespace
 
-MorvikCoreServicesLib::MorvikCoreServicesLib(ServicesParts parts) : parts_(std::move(parts)) {
+MorvikCoreServicesLib::MorvikCoreServicesLib(ServicesParts parts)
+    : parts_(std::move(parts)), conversions_(parts_.store) {
   is_forget_me_ = parts_.store.MorvikCoreUserInfo_isGDPRForgetMe();
 }
 
@@ -101,7 +102,7 @@ kit::Value MorvikCoreServicesLib::makeJsonParameter(const kit::Value& payload, c
 }
 
 void MorvikCoreServicesLib::saveConversionInfoForCacheWithConversionArr(const kit::Value& conversion_keys) {
-  parts_.store.setFendoConversionInfoForCaches(conversion_keys);
+  conversions_.replace(conversion_keys);
 }
 
 std::shared_ptr<const kit::SaveFendoUserInfoDelegate> MorvikCoreServicesLib::saveFendoUserInfoDelegate() const {
@@ -110,6 +111,26 @@ std::shared_ptr<const kit::SaveFendoUserInfoDelegate> MorvikCoreServicesLib::sav
 
 void MorvikCoreServicesLib::setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate) {
   save_delegate_.set(std::move(delegate));
+}
+
+std::shared_ptr<const kit::ResetRetainedConversionCacheDelegate>
+MorvikCoreServicesLib::resetRetainedConversionCacheDeleate() const {
+  return reset_delegate_.get().lock();
+}
+
+void MorvikCoreServicesLib::setResetRetainedConversionCacheDeleate(
+    std::weak_ptr<const kit::ResetRetainedConversionCacheDelegate> delegate) {
+  reset_delegate_.set(std::move(delegate));
+}
+
+std::shared_ptr<const kit::SaveRetainedConversionKeyDelegate> MorvikCoreServicesLib::saveRetainedConversionKeyDelegate()
+    const {
+  return retained_delegate_.get().lock();
+}
+
+void MorvikCoreServicesLib::setSaveRetainedConversionKeyDelegate(
+    std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate> delegate) {
+  retained_delegate_.set(std::move(delegate));
 }
 
 void MorvikCoreServicesLib::exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) {

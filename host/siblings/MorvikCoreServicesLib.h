@@ -12,6 +12,7 @@
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/clock.h"
 #include "services/MorvikGVUserDefaults.h"
+#include "services/conversion_cache.h"
 #include "services/envelope.h"
 #include "services/locked.h"
 #include "services/log.h"
@@ -64,9 +65,22 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   std::optional<std::string> appleAdvertisingIdentifier() const override { return parts_.util.IDFA(); }
   void saveConversionInfoForCacheWithConversionArr(const kit::Value& conversion_keys) override;
 
+  void saveConversionInfoForCache(int64_t conversion_key) override { conversions_.add(conversion_key); }
+  void saveConversionTimeInfoForCache(const std::string& conversion_key, double get_time_milliseconds) override {
+    conversions_.saveTime(conversion_key, get_time_milliseconds);
+  }
+  bool isPremiumPostback() const override { return is_premium_postback_; }
+  void setIsPremiumPostback(bool is_premium_postback) override { is_premium_postback_ = is_premium_postback; }
+
   std::shared_ptr<const kit::SaveFendoUserInfoDelegate> saveFendoUserInfoDelegate() const override;
   /// Held weakly. Any thread.
   void setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate);
+  std::shared_ptr<const kit::ResetRetainedConversionCacheDelegate> resetRetainedConversionCacheDeleate() const override;
+  void setResetRetainedConversionCacheDeleate(
+      std::weak_ptr<const kit::ResetRetainedConversionCacheDelegate> delegate) override;
+  std::shared_ptr<const kit::SaveRetainedConversionKeyDelegate> saveRetainedConversionKeyDelegate() const override;
+  void setSaveRetainedConversionKeyDelegate(
+      std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate> delegate) override;
 
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) override;
 
@@ -81,7 +95,11 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   std::atomic<double> interval_seconds_{0.0};
   std::atomic<bool> conversion_result_{false};
   std::atomic<int64_t> conversion_result_code_{0};
+  std::atomic<bool> is_premium_postback_{false};
+  services::ConversionCache conversions_;
   services::Locked<std::weak_ptr<const kit::SaveFendoUserInfoDelegate>> save_delegate_;
+  services::Locked<std::weak_ptr<const kit::ResetRetainedConversionCacheDelegate>> reset_delegate_;
+  services::Locked<std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate>> retained_delegate_;
 };
 
 }  // namespace morvik::host

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -108,6 +109,25 @@ struct AdClient {
   }
 };
 
+/// An optional module of the kit (tracking, push, ...) or the app's stand-in for one, registered under the class name
+/// by which the kit looks for it. Every slot is optional: an empty one does not respond. All are called on the main
+/// queue, but for saveCommerceEventAndSend, which a session's end calls on the background queue. What a slot throws is
+/// caught and logged.
+struct Module {
+  /// What the class says of its version; nothing: it does not say.
+  std::optional<std::string> version;
+  /// Commerce events wait in the store ("Fendo").
+  std::function<void()> saveCommerceEventAndSend;
+  /// The user asked to be forgotten, or took that back ("QuintPush").
+  std::function<void(bool enable)> setRemotePushEnable;
+  /// A re-engagement URL opened the app; its query, each key's first value ("FendoLib").
+  std::function<void(const std::map<std::string, std::string>& query)> resetRetainedConversionCache;
+  /// A re-engagement was accepted ("FendoLib").
+  std::function<void(int64_t conversion_key)> saveRetainedConversionKey;
+  /// The campaign schedule, as JSON text ("Fendo").
+  std::function<void(const std::string& schedule_json)> didGetSchedule;
+};
+
 /// How the main queue runs, on which all work, all callbacks and all timers of the kit take place.
 enum class MainQueueMode {
   kOwnThread,  ///< on a thread of the kit's own; the app does nothing
@@ -141,6 +161,10 @@ struct HostOptions {
 
   DeviceDescription device;
   AdClient ad_client = AdClient::withoutDetails();
+  std::map<std::string, Module> modules;  ///< by class name
+  /// A URL that opened the app before the kit was started; "": none. Kept in the store and handled at the end of the
+  /// next session start. URLs that come later go to MorvikCore::passOpenURL().
+  std::string opened_url;
   MainQueueMode main_queue = MainQueueMode::kOwnThread;
 };
 

@@ -79,6 +79,18 @@ class MorvikCore {
   /// until the install is attributed, or while a batch is on its way.
   virtual void pushTracking() = 0;
 
+  /// A URL opened the app: to be told of each, whatever is in it. By its query it is a campaign's re-engagement click,
+  /// a commerce click, both, or none of the kit's business. Any bytes will do. A URL that comes before the kit is
+  /// started goes into HostOptions::opened_url.
+  virtual void passOpenURL(std::string_view url) = 0;
+
+  /// A referral URL that the app obtained from Facebook: reported as a third party conversion, once for each conversion
+  /// key ("ck" in its query). Without effect once the user asked to be forgotten.
+  virtual void setReferralUrlForFacebook(std::string_view url) = 0;
+
+  /// Reports the install to the conversion service as a third party conversion, now. Never retried.
+  virtual void thirdPartyConversion() = 0;
+
   /// Sets who is told. Held weakly: keep the delegate alive as long as it wants to hear; an empty pointer unsets. At
   /// once, on any thread.
   virtual void setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) = 0;

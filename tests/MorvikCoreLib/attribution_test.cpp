@@ -520,7 +520,7 @@ TEST_F(SearchAds, AreNotAskedForWhereNotOffered) {
   TestWorld without(options);
   without.becomeActive();
   without.loop.advance(100);
-  EXPECT_THAT(without.transport.requests(), IsEmpty());
+  EXPECT_THAT(without.requests(services::kConversionPath), IsEmpty());
 }
 
 TEST_F(SearchAds, TheLastEntryThatIsThereWinsAndEachIsLoggedPastTheLevel) {

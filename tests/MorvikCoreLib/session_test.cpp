@@ -503,6 +503,7 @@ kit::Kit withTasks(const kit::Kit& kit, kit::BackgroundTasks& tasks) {
           .json = kit.json,
           .device = kit.device,
           .ad_client = kit.ad_client,
+          .modules = kit.modules,
           .log_sink = kit.log_sink,
           .endpoints = kit.endpoints,
           .shared_state = kit.shared_state,

@@ -14,6 +14,7 @@
 #include "host/siblings/MorvikCore.h"
 #include "host/siblings/MorvikCoreServicesLib.h"
 #include "host/siblings/app_ad_client.h"
+#include "host/siblings/app_modules.h"
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/sdk_config.h"
 #include "host/siblings/size_trigger.h"
@@ -70,6 +71,7 @@ class AssembledKit {
             .json = json,
             .device = device_,
             .ad_client = &ad_client_,
+            .modules = modules_,
             .log_sink = around.log,
             .endpoints = endpoints,
             .shared_state = shared_state,
@@ -124,6 +126,7 @@ class AssembledKit {
   const host::MorvikCoreUpdateLog update_log_;
   const host::Device device_{description_};
   host::AppAdClient ad_client_;
+  const host::AppModules modules_;
 
  public:
   const kit::Kit kit;

@@ -246,6 +246,7 @@ TEST(Faulty, FailsInEveryOperationOfTheUtilityClass) {
       .fails("checkLongLongNilToZero", [&] { util.checkLongLongNilToZero({}); })
       .fails("checkDoubleNilToZero", [&] { util.checkDoubleNilToZero({}); })
       .fails("checkNilToZero", [&] { util.checkNilToZero({}); })
+      .fails("getURLParmaters", [&] { util.getURLParmaters(kit::Url("")); })
       .fails("getKoreaDateFormateDate", [&] { util.getKoreaDateFormateDate({}); })
       .fails("getUTCFormateDate", [&] { util.getUTCFormateDate({}); })
       .fails("timeIntervalSinceServerDate", [&] { util.timeIntervalSinceServerDate({}, 0); })
@@ -282,7 +283,15 @@ TEST(Faulty, FailsInEveryOperationOfTheServicesObject) {
       .fails("appleAdvertisingIdentifier", [&] { services.appleAdvertisingIdentifier(); })
       .fails("saveConversionInfoForCacheWithConversionArr",
              [&] { services.saveConversionInfoForCacheWithConversionArr({}); })
+      .fails("saveConversionInfoForCache", [&] { services.saveConversionInfoForCache(1); })
+      .fails("saveConversionTimeInfoForCache", [&] { services.saveConversionTimeInfoForCache("1", 2); })
+      .fails("isPremiumPostback", [&] { services.isPremiumPostback(); })
+      .fails("setIsPremiumPostback", [&] { services.setIsPremiumPostback(true); })
       .fails("saveFendoUserInfoDelegate", [&] { services.saveFendoUserInfoDelegate(); })
+      .fails("resetRetainedConversionCacheDeleate", [&] { services.resetRetainedConversionCacheDeleate(); })
+      .fails("setResetRetainedConversionCacheDeleate", [&] { services.setResetRetainedConversionCacheDeleate({}); })
+      .fails("saveRetainedConversionKeyDelegate", [&] { services.saveRetainedConversionKeyDelegate(); })
+      .fails("setSaveRetainedConversionKeyDelegate", [&] { services.setSaveRetainedConversionKeyDelegate({}); })
       .fails("exchangeDidEnd", [&] { services.exchangeDidEnd({}, {}); });
   EXPECT_EQ(ports.services.calls(), Texts{});
 }

@@ -148,7 +148,7 @@ TEST(TestWorld, StartsWithoutAdClientWhenToldSo) {
   TestWorld world(WorldOptions{.has_ad_client = false});
   world.serviceAccepts();
   world.becomeActive();
-  EXPECT_EQ(world.requests().size(), 0u) << "nothing asks, so no conversion is sent";
+  EXPECT_EQ(world.requests("conversion").size(), 0u) << "nothing asks, so no conversion is sent";
 }
 
 }  // namespace

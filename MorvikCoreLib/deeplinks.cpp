@@ -1,0 +1,351 @@
+// URLs that open the app: re-engagement clicks, their failures and retries, and the Facebook referral.
+
+#include <unordered_set>
+#include <vector>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "MorvikCoreLib/failure_counts.h"
+#include "services/converters.h"
+#include "services/endpoints.h"
+#include "services/guard.h"
+
+namespace morvik {
+namespace {
+
+using kit::lcl_vDebug;
+using kit::lcl_vError;
+using kit::lcl_vTrace;
+using kit::Value;
+
+/// The module that keeps the conversion key with which the app was last opened.
+constexpr const char* kRetainedConversionModule = "FendoLib";
+
+/// What stands for "no key" in the stored result of a re-engagement.
+constexpr int64_t kNoConversionKey = -1;
+
+constexpr services::Guard kPassOpenURLGuard{services::block("MRVK_QA-[MorvikCoreLib error] Exception from passOpenURL!"
+                                                            "\n                          exceptionName: %@"
+                                                            "\n                          reason: %@"
+                                                            "\n                          exceptionInfo: %@"),
+                                            services::block("MRVK_QA-[MorvikCoreLib error] Exception from passOpenURL!"
+                                                            "\n                          exception print: %@")};
+
+constexpr services::Guard kMakeParameterGuard{
+    services::block("MRVK_QA-[MorvikCore error] Exception from MorvikCoreService!"
+                    "\n                              exceptionName: %@"
+                    "\n                              reason: %@"
+                    "\n                              exceptionInfo: %@"),
+    services::block("MRVK_QA-[MorvikCore error] Exception from MorvikCoreService!"
+                    "\n                              exception print: %@")};
+
+constexpr services::Guard kRecorderGuard{
+    services::oneLine(lcl_vTrace, "! MRVK_QA-MorvikCore makeReEngagementConversionParameter Exception: %@\n"),
+    services::oneLine(lcl_vTrace, "! MRVK_QA-MorvikCore makeReEngagementConversionParameter Exception: %@\n")};
+
+constexpr services::Guard kRetryGuard{
+    services::oneLine(lcl_vTrace, "! MRVK_QA-MorvikCore makeFailureReEngagementConversionParameter Exception: %@\n"),
+    services::block("MRVK_QA-[MorvikCore error] Exception from makeFailureReEngagementConversionParameter!"
+                    "\n                              exception print: %@")};
+
+constexpr services::Guard kReEngagementConversionGuard{
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from MorvikCoreService!"
+                    "\n                              exceptionName: %@"
+                    "\n                              reason: %@"
+                    "\n                              exceptionInfo: %@"),
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from MorvikCoreService!"
+                    "\n                              exception print: %@")};
+
+constexpr services::Guard kTaskGuard{
+    services::oneLine(
+        lcl_vTrace,
+        "! MRVK_QA-reEngagementConversion_MorvikCore reEngagementConversion from ReEngagement task(Block) "
+        "Exception: %@\n"),
+    services::oneLine(
+        lcl_vTrace,
+        "! MRVK_QA-reEngagementConversion_MorvikCore reEngagementConversion from ReEngagement task(Block) "
+        "Exception: %@\n")};
+
+constexpr services::Guard kFacebookGuard{
+    services::oneLine(lcl_vTrace, "! MRVK_QA-MorvikCoreLib setReferralUrlForFacebook Exception: %@\n"),
+    services::oneLine(lcl_vTrace, "! MRVK_QA-MorvikCoreLib setReferralUrlForFacebook Exception: %@\n")};
+
+bool isPresent(const Value& query, const char* key) {
+  return !query[key].isAbsent();
+}
+
+/// Works on a list and gives what is to be stored in its place; where nothing changed, nothing is stored.
+template <class Change>
+bool changed(const Value& list, Value next, Change store) {
+  if (next.identicalTo(list))
+    return false;
+  store(std::move(next));
+  return true;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------------- opened
+// URLs
+
+void MorvikCoreLib::passOpenURL(const kit::Url& url) {
+  static constexpr const char* kOperation = "-[MorvikCoreLib passOpenURL:]";
+  services::guarded(log(), kPassOpenURLGuard, MORVIK_HERE(kOperation), [this, &url] {
+    const Value query = util().getURLParmaters(url);
+    MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-P.O. URL : %@, getURLParamaters : %@", url, query);
+    const bool is_re_engagement = isPresent(query, "ck") && (util().checkNilToNo(query["mrvk_eng"]) ||
+                                                             !util().checkNilToNo(query["isFacebookCpi"]));
+    if (is_re_engagement)
+      openReEngagementClick(url, query);
+    else
+      openAdvertisingIdClick(url, query);
+  });
+}
+
+void MorvikCoreLib::openReEngagementClick(const kit::Url& url, const Value& query) {
+  if (isPresent(query, "cid"))
+    reportCommerceClick(query);
+  sendReEngagement(url, query);
+}
+
+/// A click that can be told from an install's only by the advertising identifier: it is a re-engagement only once the
+/// install has its own attribution, and not on the launch that had to wait for it.
+void MorvikCoreLib::openAdvertisingIdClick(const kit::Url& url, const Value& query) {
+  if (!services().appleAdvertisingIdentifier() || query.isAbsent())
+    return;
+  if (isPresent(query, "cid"))
+    reportCommerceClick(query);
+  if (!util().checkNilToNo(query["mrvk_deeplink_cvr"]) || !isPresent(query, "ck") || !isPresent(query, "sn"))
+    return;
+  if (store().fendoUserInfo_referralKey() == -1 || isFirstLaunchOk_)
+    return;
+  sendReEngagement(url, query);
+}
+
+void MorvikCoreLib::sendReEngagement(const kit::Url& url, const Value& query) {
+  MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib passOpenURL:]", "MRVK_QA-ReEngagement_URL : %@", url);
+  reEngagementConversion(makeReEngagementConversionParameter(url));
+  resetRetainedConversionCache(query);
+}
+
+void MorvikCoreLib::resetRetainedConversionCache(const Value& query) {
+  if (const kit::Module* module = kit_.modules.find(kRetainedConversionModule))
+    services().setResetRetainedConversionCacheDeleate(sharedObjectOf(module));
+  const auto delegate = services().resetRetainedConversionCacheDeleate();
+  if (delegate != nullptr && delegate->resetRetainedConversionCache)
+    delegate->resetRetainedConversionCache(query);
+}
+
+// ------------------------------------------------------------------------------------------------ a click's parameters
+
+Value MorvikCoreLib::makeReEngagementConversionParameter(const kit::Url& url) {
+  static constexpr const char* kOperation = "-[MorvikCoreLib makeReEngagementConversionParameter:]";
+  const auto parameters = services::guarded(log(), kMakeParameterGuard, MORVIK_HERE(kOperation), [&] {
+    if (services().isGDPRForgetMe())
+      return Value();
+    kit::MutableDictionary fields = services().makeCommonParameter(kit_.update_log.getSDKVersion());
+    const bool is_first_launch = isFirstLaunchOk_;
+    fields.set("deeplink_info", clickRecord(url, is_first_launch));
+    // Weak, since the object itself holds it.
+    setReEngagement_task([self = weak_from_this(), url, is_first_launch] {
+      if (const auto object = self.lock())
+        object->recordFailedReEngagement(url, is_first_launch);
+    });
+    const Value payload(std::move(fields));
+    MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-makeReEngagementConversionParameter_jsonDict : %@", payload);
+    return sealedWithHashKey(payload);
+  });
+  return parameters.value_or(Value());
+}
+
+/// What is sent of a click, and stored of it when sending failed.
+Value MorvikCoreLib::clickRecord(const kit::Url& url, bool is_first_launch) const {
+  const Value query = util().getURLParmaters(url);
+  return kit::Dictionary{
+      {"session_no", util().checkLongLongNilToZero(query["sn"])},
+      {"conversion_key", util().checkIntegerNilToZero(query["ck"])},
+      {"deeplink_uri", url.absoluteString()},
+      {"sub_conversion_key", util().checkNilToBlankString(query["sub_referral"])},
+      {"is_first_launch", is_first_launch},
+  };
+}
+
+// ---------------------------------------------------------------------------------------------------------- the
+// request
+
+void MorvikCoreLib::reEngagementConversion(const Value& parameters) {
+  static constexpr const char* kOperation = "-[MorvikCoreLib reEngagementConversion:]";
+  services::guarded(log(), kReEngagementConversionGuard, MORVIK_HERE(kOperation), [&] {
+    if (services().isGDPRForgetMe())
+      return;
+    MORVIK_LOG(log(), lcl_vDebug, kOperation, "MRVK_QA-reEngagementConversion_parameterInfo : %@", parameters);
+    auto request =
+        services::postRequest(kit_.endpoints.kFendoConversionBaseLiveUrl, services::kReEngagementConversionPath,
+                              parameters, services::AcceptEncoding::kGzip);
+    const auto self = shared_from_this();
+    services::run(
+        requestTools(), std::move(request), [self](const Value& json) { self->reEngagementDidSucceed(json); },
+        [self](const std::optional<kit::Response>& response, const kit::Error& error) {
+          self->reEngagementDidFail(response, error);
+        });
+  });
+}
+
+void MorvikCoreLib::reEngagementDidSucceed(const Value& json) {
+  MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib reEngagementConversion:]_block_invoke",
+             "MRVK_QA-reEngagementConversion_JSON: %@", json);
+  takeServerTime(json);
+  if (!util().checkNilToNo(json["Result"]))
+    return;
+  const Value& result = json["Data"]["conversion_result"];
+  const int64_t conversion_key = util().checkIntegerNilToZero(result["conversion_key"]);
+  services().saveConversionInfoForCache(conversion_key);
+  services().saveConversionTimeInfoForCache(services::format("%d", {conversion_key}),
+                                            util().checkDoubleNilToZero(json["BaseTime"]));
+  passRetainedConversionKey(conversion_key);
+  store().setFendoUserInfo_reengagement_conversion_key(conversion_key == 0 ? kNoConversionKey : conversion_key);
+  store().setFendoUserInfo_reengagement_data(
+      std::string(util().checkNilToBlankString(result["reengagement_data"]).string()));
+  store().setFendoUserInfo_reengagement_datetime(util().checkIntegerNilToZero(result["reengagement_datetime"]));
+  strikeOffFailedReEngagement(conversion_key);
+}
+
+void MorvikCoreLib::passRetainedConversionKey(int64_t conversion_key) {
+  if (const kit::Module* module = kit_.modules.find(kRetainedConversionModule))
+    services().setSaveRetainedConversionKeyDelegate(sharedObjectOf(module));
+  const auto delegate = services().saveRetainedConversionKeyDelegate();
+  if (delegate != nullptr && delegate->saveRetainedConversionKey)
+    delegate->saveRetainedConversionKey(conversion_key);
+}
+
+/// The recorder is the one held at this moment: that of the latest click, whichever request failed.
+void MorvikCoreLib::reEngagementDidFail(const std::optional<kit::Response>& response, const kit::Error& error) {
+  static constexpr const char* kOperation = "-[MorvikCoreLib reEngagementConversion:]_block_invoke";
+  MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-reEngagementConversion_Recieved an HTTP %ld",
+             services::statusCode(response));
+  MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-reEngagementConversion_The error was: %@", error);
+  services::guarded(log(), kTaskGuard, MORVIK_HERE(kOperation), [this] {
+    if (const kit::Block task = ReEngagement_task())
+      task();
+  });
+}
+
+// ------------------------------------------------------------------------------------------------------- failed clicks
+
+void MorvikCoreLib::recordFailedReEngagement(const kit::Url& url, bool is_first_launch) {
+  static constexpr const char* kOperation = "-[MorvikCoreLib makeReEngagementConversionParameter:]_block_invoke";
+  services::guarded(log(), kRecorderGuard, MORVIK_HERE(kOperation), [&] {
+    const Value click = clickRecord(url, is_first_launch);
+    const bool is_new = store().inOneStep([this, &click] {
+      const int64_t key = conversionKeyOf(click);
+      const Value clicks = store().reEngagementInfos();
+      if (failed_clicks_.contains(clicks, key))
+        return false;
+      const Value counts = store().reEngagementConversionFailedCnt();
+      store().setReEngagementInfos(failed_clicks_.appended(clicks, click));
+      store().setReEngagementConversionFailedCnt(
+          failed_click_counts_.appended(counts, failureCount(key, kFirstFailureCount)));
+      return true;
+    });
+    if (is_new)
+      store().synchronize();
+  });
+}
+
+/// A list that holds no record of the key is not written.
+void MorvikCoreLib::strikeOffFailedReEngagement(int64_t conversion_key) {
+  const bool was_failed = store().inOneStep([this, conversion_key] {
+    const Value clicks = store().reEngagementInfos();
+    return changed(clicks, failed_clicks_.without(clicks, conversion_key),
+                   [this](Value next) { store().setReEngagementInfos(next); });
+  });
+  if (was_failed)
+    store().synchronize();
+  const bool was_counted = store().inOneStep([this, conversion_key] {
+    const Value counts = store().reEngagementConversionFailedCnt();
+    return changed(counts, failed_click_counts_.without(counts, conversion_key),
+                   [this](Value next) { store().setReEngagementConversionFailedCnt(next); });
+  });
+  if (was_counted)
+    store().synchronize();
+}
+
+void MorvikCoreLib::makeFailureReEngagementConversionParameter() {
+  services::guarded(log(), kRetryGuard, MORVIK_HERE("-[MorvikCoreLib makeFailureReEngagementConversionParameter]"),
+                    [this] {
+                      if (services().isGDPRForgetMe())
+                        return;
+                      kit::MutableDictionary payload = services().makeCommonParameter(kit_.update_log.getSDKVersion());
+                      countSessionEndOfFailedReEngagements();
+                      resendFailedReEngagements(std::move(payload));
+                    });
+}
+
+/// One step and one flush for all of them: a click that is given up goes with its count, whenever the process dies.
+void MorvikCoreLib::countSessionEndOfFailedReEngagements() {
+  const bool has_counts = store().inOneStep([this] {
+    const Value counts = store().reEngagementConversionFailedCnt();
+    if (counts.array().empty())
+      return false;
+    const CountedSessionEnd counted = countSessionEnd(counts.array());
+    store().setReEngagementConversionFailedCnt(counted.counts);
+    if (counted.given_up.empty())
+      return true;
+    const Value clicks = store().reEngagementInfos();
+    kit::MutableArray kept(clicks);
+    kept.retainIf([&counted](const Value& click) { return counted.given_up.count(conversionKeyOf(click)) == 0; });
+    if (kept.size() < clicks.size())
+      store().setReEngagementInfos(Value(std::move(kept)));
+    return true;
+  });
+  if (has_counts)
+    store().synchronize();
+}
+
+void MorvikCoreLib::resendFailedReEngagements(kit::MutableDictionary payload) {
+  const kit::Array clicks = store().reEngagementInfos().array();
+  for (const Value& click : clicks) {
+    payload.set("deeplink_info", kit::Dictionary{
+                                     {"session_no", util().checkLongLongNilToZero(click["session_no"])},
+                                     {"conversion_key", util().checkIntegerNilToZero(click["conversion_key"])},
+                                     {"deeplink_uri", util().checkNilToBlankString(click["deeplink_uri"])},
+                                     {"sub_conversion_key", util().checkNilToBlankString(click["sub_conversion_key"])},
+                                     {"is_first_launch", util().checkNilToNo(click["is_first_launch"])},
+                                 });
+    const Value fields{kit::MutableDictionary(payload)};
+    MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib makeFailureReEngagementConversionParameter]",
+               "MRVK_QA-makeFailureReEngagementConversionParameter_failed Past jsonDict info: %@", fields);
+    reEngagementConversion(sealedWithHashKey(fields));
+  }
+}
+
+// --------------------------------------------------------------------------------------------------- Facebook referral
+
+void MorvikCoreLib::setReferralUrlForFacebook(const kit::Url& url) {
+  services::guarded(log(), kFacebookGuard, MORVIK_HERE("-[MorvikCoreLib setReferralUrlForFacebook:]"), [this, &url] {
+    if (services().isGDPRForgetMe())
+      return;
+    if (fB_DeepLinkData_.isAbsent())
+      fB_DeepLinkData_ = kit::Dictionary();
+    const Value query = util().getURLParmaters(url);
+    const int64_t conversion_key = util().checkIntegerNilToZero(query["ck"]);
+    if (isConversionReported(conversion_key))
+      return;
+    kit::MutableDictionary data(fB_DeepLinkData_);
+    data.set("deeplink_info", kit::Dictionary{
+                                  {"conversion_key", conversion_key},
+                                  {"deeplink_uri", url.absoluteString()},
+                                  {"sub_conversion_key", util().checkNilToBlankString(query["sub_referral"])},
+                              });
+    fB_DeepLinkData_ = Value(std::move(data));
+    thirdPartyConversion(makeConversionParameter());
+  });
+}
+
+bool MorvikCoreLib::isConversionReported(int64_t conversion_key) const {
+  const kit::Array reported = store().fendoConversionInfoForCaches().array();
+  return std::any_of(reported.begin(), reported.end(), [this, conversion_key](const Value& key) {
+    return util().checkIntegerNilToZero(key) == conversion_key;
+  });
+}
+
+}  // namespace morvik

@@ -1,0 +1,96 @@
+#include "MorvikCoreLib/failure_counts.h"
+
+#include <functional>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "services/converters.h"
+
+namespace morvik {
+namespace {
+
+using kit::Value;
+
+constexpr const char* kConversionKey = "conversion_key";
+constexpr const char* kFailureCount = "failure_cnt";
+
+int64_t failuresOf(const Value& record) {
+  return services::checkIntegerNilToZero(record[kFailureCount]);
+}
+
+/// A list from which equal records are removed again and again. Records are looked for among those of the same key and
+/// count only.
+class WorkingList {
+ public:
+  explicit WorkingList(const kit::Array& records) {
+    records_.reserve(records.size() * 2);
+    for (const Value& record : records)
+      append(record);
+  }
+
+  void append(Value record) {
+    places_[placeOf(record)].push_back(records_.size());
+    records_.push_back(std::move(record));
+  }
+
+  void removeAllEqualTo(const Value& record) {
+    const auto alike = places_.find(placeOf(record));
+    if (alike == places_.end())
+      return;
+    std::erase_if(alike->second, [this, &record](size_t index) {
+      if (!(records_[index] == record))
+        return false;
+      records_[index] = Value();
+      return true;
+    });
+  }
+
+  Value list() const {
+    kit::MutableArray left;
+    for (const Value& record : records_) {
+      if (!record.isAbsent())
+        left.append(record);
+    }
+    return Value(std::move(left));
+  }
+
+ private:
+  using Place = std::pair<int64_t, int64_t>;
+  struct Hash {
+    size_t operator()(const Place& place) const {
+      return std::hash<int64_t>()(place.first) * 31 + std::hash<int64_t>()(place.second);
+    }
+  };
+  static Place placeOf(const Value& record) { return {conversionKeyOf(record), failuresOf(record)}; }
+
+  std::vector<Value> records_;  ///< absent where one was removed
+  std::unordered_map<Place, std::vector<size_t>, Hash> places_;
+};
+
+}  // namespace
+
+int64_t conversionKeyOf(const Value& record) {
+  return services::checkIntegerNilToZero(record[kConversionKey]);
+}
+
+Value failureCount(int64_t conversion_key, int64_t failure_count) {
+  return kit::Dictionary{{kConversionKey, conversion_key}, {kFailureCount, failure_count}};
+}
+
+CountedSessionEnd countSessionEnd(const kit::Array& counts) {
+  CountedSessionEnd counted;
+  WorkingList list(counts);
+  for (const Value& record : counts) {
+    list.removeAllEqualTo(record);
+    const int64_t failures = failuresOf(record);
+    if (failures <= kMaxFailureCountToResend)
+      list.append(failureCount(conversionKeyOf(record), failures + 1));
+    else
+      counted.given_up.insert(conversionKeyOf(record));
+  }
+  counted.counts = list.list();
+  return counted;
+}
+
+}  // namespace morvik

@@ -1,0 +1,41 @@
+#include "services/conversion_cache.h"
+
+#include <utility>
+
+#include "services/converters.h"
+
+namespace morvik::services {
+namespace {
+
+int64_t keyOfTime(const kit::Value& record) {
+  return checkIntegerNilToZero(record["conversion_key"]);
+}
+
+}  // namespace
+
+ConversionCache::ConversionCache(MorvikGVUserDefaults store)
+    : store_(store), keys_(checkIntegerNilToZero), times_(keyOfTime) {}
+
+void ConversionCache::replace(const kit::Value& conversion_keys) {
+  store_.setFendoConversionInfoForCaches(conversion_keys);
+}
+
+void ConversionCache::add(int64_t conversion_key) {
+  store_.inOneStep([&] {
+    const kit::Value keys = store_.fendoConversionInfoForCaches();
+    if (!keys_.contains(keys, conversion_key))
+      store_.setFendoConversionInfoForCaches(keys_.appended(keys, conversion_key));
+  });
+}
+
+void ConversionCache::saveTime(const std::string& conversion_key, double time_milliseconds) {
+  const kit::Value record = kit::Dictionary{{"conversion_key", conversion_key}, {"time", time_milliseconds}};
+  store_.inOneStep([&] {
+    kit::Value times = times_.without(store_.arrayForKey(kConversionTimesKey), keyOfTime(record));
+    if (times.size() >= kMaxConversionTimes)
+      times = times_.without(times, keyOfTime(times.array()[0]));
+    store_.setArray(times_.appended(times, record), kConversionTimesKey);
+  });
+}
+
+}  // namespace morvik::services
