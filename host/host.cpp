@@ -131,6 +131,14 @@ kit::Value Host::storedValue(std::string_view key) {
   return parts_->store.get(key);
 }
 
+void Host::setStoredValue(std::string_view key, kit::Value value) {
+  parts_->store.set(key, std::move(value));
+}
+
+void Host::storeOpenedUrl(std::string_view url) {
+  keepOpenedUrl(*parts_, kit::Url(std::string(url)));
+}
+
 std::vector<std::pair<std::string, kit::Value>> Host::allStored() const {
   return parts_->store.all();
 }

@@ -78,6 +78,9 @@ class Host final : public morvik::MorvikCore {
   /// The stored properties, and the two plain entries by their keys. Any thread.
   services::MorvikGVUserDefaults properties();
   kit::Value storedValue(std::string_view key);
+  void setStoredValue(std::string_view key, kit::Value value);
+  /// Keeps a URL for the next session start, as HostOptions::opened_url does. Any thread.
+  void storeOpenedUrl(std::string_view url);
   /// All that is stored, by name, the host's own values included. Any thread.
   std::vector<std::pair<std::string, kit::Value>> allStored() const;
   /// True once the user asked to be forgotten. Any thread.

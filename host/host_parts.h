@@ -88,4 +88,8 @@ struct HostParts {
   std::shared_ptr<MorvikCoreLib> core;
 };
 
+/// Keeps a URL that opened the app before the kit was ready; the next session start handles it. The last one counts: a
+/// URL that waits there gives way, with a line in the log. Any thread.
+void keepOpenedUrl(HostParts& parts, const kit::Url& url);
+
 }  // namespace morvik::host

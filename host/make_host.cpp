@@ -138,18 +138,6 @@ void observeAfterTheCore(HostParts& parts) {
                                   [&parts] { parts.background.async([&parts] { parts.store.flushNow(); }); });
 }
 
-/// A URL that opened the app before the kit ran waits in the store for the first session.
-void keepOpenedUrl(HostParts& parts) {
-  const std::string& url = parts.options.options.opened_url;
-  if (url.empty())
-    return;
-  if (const auto replaced = parts.properties.URLForKey(services::kPassOpenUrlKey);
-      replaced && *replaced != kit::Url(url))
-    MORVIK_LOG(parts.logger, kit::lcl_vWarning, "+[MorvikCore start]",
-               "Morvik host: the opened URL %@ was never handled, and gives way to %@", *replaced, url);
-  parts.properties.setURL(kit::Url(url), services::kPassOpenUrlKey);
-}
-
 void makeCore(HostParts& parts) {
   observeBeforeTheCore(parts);
   parts.core = MorvikCoreLib::provideSharedKit(parts.kit) ? MorvikCoreLib::shared() : MorvikCoreLib::make(parts.kit);
@@ -184,6 +172,14 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink)
 
 HostParts::~HostParts() = default;
 
+void keepOpenedUrl(HostParts& parts, const kit::Url& url) {
+  if (const auto waiting = parts.properties.URLForKey(services::kPassOpenUrlKey); waiting && *waiting != url) {
+    MORVIK_LOG(parts.logger, kit::lcl_vWarning, "-[MorvikCore passOpenURL:]",
+               "Morvik host: the opened URL %@ was never handled, and gives way to %@", *waiting, url);
+  }
+  parts.properties.setURL(url, services::kPassOpenUrlKey);
+}
+
 void HostParts::setLogLevel(int level) {
   const int known = std::clamp(level, int{kit::lcl_vOff}, int{kit::lcl_vTrace});
   shared_state.log_levels._lcl_component_level[kit::lcl_cKesmo] = static_cast<uint8_t>(known);
@@ -210,7 +206,8 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& opti
   if (parts->store.opening() == StoreOpening::kLocked)
     return kit::Error{parts->store.openingLine()};
   frameTurns(*parts);
-  keepOpenedUrl(*parts);
+  if (!options.opened_url.empty())
+    keepOpenedUrl(*parts, kit::Url(options.opened_url));
   makeCore(*parts);
   parts->store.commitTurn();
   auto host = std::make_unique<Host>(std::move(parts));

@@ -5,6 +5,7 @@
 
 #include "apps/device/json_dates.h"
 #include "apps/device/phone.h"
+#include "apps/device/property_values.h"
 
 namespace morvik_device {
 namespace {
@@ -69,6 +70,36 @@ void recordImpression(Phone& phone, const Arguments& arguments, const Reply& rep
     properties.setFendoImpressionInfos(std::move(impressions));
   });
   properties.synchronize();
+  reply({});
+}
+
+void openUrl(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  phone.host().passOpenURL(arguments.words[0]);
+  reply({});
+}
+
+void storeUrl(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  phone.host().storeOpenedUrl(arguments.words[0]);
+  reply({});
+}
+
+void passFacebookUrl(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  phone.host().setReferralUrlForFacebook(arguments.words[0]);
+  reply({});
+}
+
+void reportThirdPartyConversion(Phone& phone, const Arguments&, const Reply& reply) {
+  phone.host().thirdPartyConversion();
+  reply({});
+}
+
+void setStored(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  const std::string& property = arguments.words[0];
+  const auto read = propertyValue(property, arguments.json);
+  if (const auto* mistake = std::get_if<std::string>(&read))
+    return reply(refused(*mistake));
+  phone.host().setStoredValue(property, std::get<kit::Value>(read));
+  phone.host().properties().synchronize();
   reply({});
 }
 

@@ -18,6 +18,7 @@ struct Written {
   std::optional<std::string> tracking_key;
   std::string keys_file;
   std::vector<std::string> endpoints;
+  std::vector<std::string> modules;
   std::string search_ads = "none";
   std::string iad = "none";
   std::optional<std::string> idfa;
@@ -53,6 +54,9 @@ void describeDevice(CLI::App& app, Options& options, Written& written) {
       ->check(CLI::Range(kLeastOrientation, kMostOrientation))
       ->capture_default_str();
   app.add_option("--search-ads", written.search_ads, "absent, none, error, error:JSON or JSON")->capture_default_str();
+  app.add_option("--module", written.modules, "NAME[=VERSION]: registers an optional module; its calls are printed")
+      ->type_size(1)
+      ->allow_extra_args(false);
   app.add_option("--iad", written.iad, "none, lookup:PURCHASE,IMPRESSION, determine:yes or determine:no")
       ->capture_default_str();
 }
@@ -114,6 +118,18 @@ Mistake takeEndpoints(const Written& written, morvik::HostOptions& host) {
   return std::nullopt;
 }
 
+Mistake takeModules(const Written& written, ModuleNames& modules) {
+  for (const std::string& text : written.modules) {
+    const size_t equals = text.find('=');
+    if (equals == 0 || text.empty())
+      return "--module " + text + " has no name; write --module NAME or --module NAME=VERSION";
+    std::optional<std::string>& version = modules[text.substr(0, equals)];
+    if (equals != std::string::npos)
+      version = text.substr(equals + 1);
+  }
+  return std::nullopt;
+}
+
 bool isUuid(const std::string& text) {
   constexpr std::string_view kForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
   return std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(),
@@ -163,6 +179,8 @@ Mistake complete(Options& options, const Written& written) {
   if (auto mistake = needFile(options.script, "--script"))
     return mistake;
   if (auto mistake = takeIdentifiers(written, options.host.device))
+    return mistake;
+  if (auto mistake = takeModules(written, options.modules))
     return mistake;
   return takeAdClient(written, options.host.ad_client);
 }

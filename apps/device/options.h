@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/device/modules.h"
 #include "morvik/host_options.h"
 
 namespace morvik_device {
@@ -14,6 +15,7 @@ inline constexpr int kExitUsage = 2;
 
 struct Options {
   morvik::HostOptions host;
+  ModuleNames modules;
   std::string script;  ///< file of verbs; "": standard input
 };
 

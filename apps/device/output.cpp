@@ -23,6 +23,10 @@ void Output::callback(std::string_view selector, const kit::Array& arguments) {
   write(kit::Dictionary{{"callback", selector}, {"args", arguments}});
 }
 
+void Output::callbackOfModule(std::string_view selector, std::string_view module, const kit::Array& arguments) {
+  write(kit::Dictionary{{"callback", selector}, {"module", module}, {"args", arguments}});
+}
+
 bool Output::failed() const {
   const std::lock_guard hold(mutex_);
   return failed_;

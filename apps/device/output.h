@@ -21,6 +21,8 @@ class Output {
 
   /// {"callback":"didReceiveDeeplink:","args":["app://offer"]}
   void callback(std::string_view selector, const morvik::kit::Array& arguments);
+  /// The same of an optional module: {"callback":"saveRetainedConversionKey:","module":"FendoLib","args":[12]}
+  void callbackOfModule(std::string_view selector, std::string_view module, const morvik::kit::Array& arguments);
 
   /// True from the first line on that could not be written.
   bool failed() const;

@@ -55,8 +55,10 @@ std::shared_ptr<const kit::SaveFendoUserInfoDelegate> makeDelegateOfServices(Out
 
 }  // namespace
 
-std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const morvik::HostOptions& options, Output& output) {
-  auto made = host::makeHost(options);
+std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& options, Output& output) {
+  morvik::HostOptions of_host = options.host;
+  of_host.modules = makeModules(options.modules, output);
+  auto made = host::makeHost(of_host);
   if (const auto* error = std::get_if<kit::Error>(&made))
     return inTermsOfTheProgram(error->message);
   return std::unique_ptr<Phone>(new Phone(std::move(std::get<std::unique_ptr<host::Host>>(made)), output));

@@ -5,20 +5,20 @@
 #include <string>
 #include <variant>
 
+#include "apps/device/options.h"
 #include "apps/device/output.h"
 #include "apps/device/store_view.h"
 #include "host/host.h"
 #include "kit/MorvikCoreServicesLib.h"
-#include "morvik/host_options.h"
 #include "morvik/morvik.h"
 
 namespace morvik_device {
 
 class Phone {
  public:
-  /// The kit on its store, or one line about why there is none. The calls of its delegates are written to `output`,
-  /// which outlives the phone.
-  static std::variant<std::unique_ptr<Phone>, std::string> start(const morvik::HostOptions& options, Output& output);
+  /// The kit on its store, or one line about why there is none. The calls of its delegates and modules are written to
+  /// `output`, which outlives the phone.
+  static std::variant<std::unique_ptr<Phone>, std::string> start(const Options& options, Output& output);
 
   /// Any thread; what it offers says more.
   morvik::host::Host& host() { return *host_; }

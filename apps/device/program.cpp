@@ -39,7 +39,7 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
   if (const auto* mistake = std::get_if<std::string>(&source))
     return refuse(*mistake, surroundings);
   Output output(surroundings.output);
-  auto started = Phone::start(options.host, output);
+  auto started = Phone::start(options, output);
   if (const auto* problem = std::get_if<std::string>(&started))
     return refuse(*problem, surroundings);
   const auto& phone = std::get<std::unique_ptr<Phone>>(started);

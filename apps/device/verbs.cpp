@@ -65,11 +65,26 @@ Mistake json(std::string_view rest, Arguments& arguments) {
   return std::nullopt;
 }
 
+// The name of a stored property, and the rest of the line as JSON.
+Mistake propertyAndJson(std::string_view rest, Arguments& arguments) {
+  const std::string_view name = takeBareWord(rest);
+  if (name.empty())
+    return "the arguments are missing";
+  arguments.words.emplace_back(name);
+  return json(rest, arguments);
+}
+
 constexpr Verb kVerbs[] = {
     {"active", "", "the app becomes active", words<0, 0>, becomeActive},
     {"background", "", "the app enters the background", words<0, 0>, enterBackground},
     {"event", "GROUP NAME [PARAM]", "records an activity", words<2, 3>, recordEvent},
     {"impression", "JSON", "appends an impression record to the store", json, recordImpression},
+    {"open-url", "URL", "a URL opens the app", words<1, 1>, openUrl},
+    {"store-url", "URL", "keeps a URL that opened the app for the next session start", words<1, 1>, storeUrl},
+    {"facebook-url", "URL", "passes a referral URL obtained from Facebook", words<1, 1>, passFacebookUrl},
+    {"third-party-conversion", "", "reports the install as a third party conversion", words<0, 0>,
+     reportThirdPartyConversion},
+    {"set", "PROPERTY JSON", "writes a stored property; null makes it absent", propertyAndJson, setStored},
     {"push", "", "sends what is stored", words<0, 0>, push},
     {"wait", "SECONDS", "lets time pass", duration, wait},
     {"clock", "SECONDS", "moves the device's wall clock forward or back; timers are not touched", clockStep, moveClock},

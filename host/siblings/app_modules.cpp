@@ -40,7 +40,7 @@ AppModules::AppModules(const std::map<std::string, Module>& modules) {
     modules_[class_name] = {.shared = [object = singletonOf(module)] { return object; },
                             .saveCommerceEventAndSend = module.saveCommerceEventAndSend,
                             .setRemotePushEnable = module.setRemotePushEnable,
-                            .getSDKVersion = [version = module.version] { return version; }};
+                            .getSDKVersion = module.getSDKVersion};
   }
 }
 

@@ -114,8 +114,8 @@ struct AdClient {
 /// queue, but for saveCommerceEventAndSend, which a session's end calls on the background queue. What a slot throws is
 /// caught and logged.
 struct Module {
-  /// What the class says of its version; nothing: it does not say.
-  std::optional<std::string> version;
+  /// The version of the class; nothing where it has none to tell.
+  std::function<std::optional<std::string>()> getSDKVersion;
   /// Commerce events wait in the store ("Fendo").
   std::function<void()> saveCommerceEventAndSend;
   /// The user asked to be forgotten, or took that back ("QuintPush").

@@ -163,6 +163,13 @@ TEST(Options, NumbersOutOfTheirRangeAreMistakes) {
   EXPECT_EQ(optionsOf(complete({"--log-level", "6"})).host.log_level, 6);
 }
 
+TEST(Options, ModulesAreNamedWithOrWithoutAVersion) {
+  const ModuleNames modules =
+      optionsOf(complete({"--module", "FendoLib", "--module", "Fendo=1.2", "--module=Quint="})).modules;
+  EXPECT_EQ(modules, (ModuleNames{{"FendoLib", std::nullopt}, {"Fendo", "1.2"}, {"Quint", ""}}));
+  EXPECT_THAT(mistakeIn(complete({"--module", "=1"})), HasSubstr("--module =1 has no name; write --module NAME"));
+}
+
 TEST(Options, AdvertisingAnswersAreReadHere) {
   const morvik::AdClient client =
       optionsOf(complete({"--search-ads", "absent", "--iad", "determine:no"})).host.ad_client;

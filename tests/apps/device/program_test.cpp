@@ -122,6 +122,33 @@ TEST_F(Program, SaysInItsOwnWordsWhatTheHostRefuses) {
   EXPECT_THAT(errors_, StartsWith("morvik-device: --endpoint: there is no endpoint kNone; there are "));
 }
 
+TEST_F(Program, OpensAUrlAndTellsOfTheModulesCalls) {
+  EXPECT_EQ(run("open-url app://open?ck=12&mrvk_eng=1\n", {"--module", "FendoLib=1.0"}), 0);
+  EXPECT_THAT(output_,
+              ElementsAre(R"({"callback":"resetRetainedConversionCache:","module":"FendoLib","args":[{"ck":"12",)"
+                          R"("mrvk_eng":"1"}]})",
+                          R"({"verb":"open-url","ok":true})"));
+}
+
+TEST_F(Program, HandlesAStoredUrlAtTheNextSessionStart) {
+  EXPECT_EQ(run("store-url app://open?ck=12\n"), 0);
+  EXPECT_EQ(run("active\nstore com.morvik.reengagement.passopenurl\n", {"--module", "FendoLib"}), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"callback":"resetRetainedConversionCache:","module":"FendoLib",)"
+                                   R"("args":[{"ck":"12"}]})",
+                                   R"({"verb":"active","ok":true})", R"({"verb":"store","ok":true,"values":{}})"));
+}
+
+TEST_F(Program, SetsWhatOtherComponentsWouldStore) {
+  EXPECT_EQ(run("set commerceExpansionInfos [{}]\nset fendoUserInfo_referralKey \"7\"\n"), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"set","ok":true})",
+                                   R"({"verb":"set","ok":false,"error":"fendoUserInfo_referralKey needs a whole )"
+                                   R"(number of 64 bits, or null"})"));
+  EXPECT_EQ(run("active\nset commerceExpansionInfos null\nstore commerceExpansionInfos\n", {"--module", "Fendo"}), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"callback":"saveCommerceEventAndSend","module":"Fendo","args":[]})",
+                                   R"({"verb":"active","ok":true})", R"({"verb":"set","ok":true})",
+                                   R"({"verb":"store","ok":true,"values":{}})"));
+}
+
 TEST_F(Program, ShowsItsHelp) {
   EXPECT_EQ(runPlain({"--help"}, ""), 0);
   EXPECT_THAT(output_, ::testing::Contains(HasSubstr("--system-version")));

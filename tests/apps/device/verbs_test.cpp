@@ -47,9 +47,10 @@ TEST(Verbs, BlanksAroundTheLineDoNotMatter) {
 }
 
 TEST(Verbs, AnUnknownVerbNamesThoseThatExist) {
-  EXPECT_EQ(mistakeIn("evnt a b"),
-            "\"evnt\" is no verb; use one of: active, background, event, impression, push, wait, clock, settle, store, "
-            "kill, quit");
+  EXPECT_EQ(
+      mistakeIn("evnt a b"),
+      "\"evnt\" is no verb; use one of: active, background, event, impression, open-url, store-url, facebook-url, "
+      "third-party-conversion, set, push, wait, clock, settle, store, kill, quit");
 }
 
 TEST(Verbs, AVerbThatTakesNoArgumentsRefusesThem) {
@@ -104,6 +105,22 @@ TEST(Verbs, SettleMayBeGivenALimit) {
 TEST(Verbs, StoreTakesAnyNumberOfNames) {
   EXPECT_THAT(commandIn("store").arguments.words, IsEmpty());
   EXPECT_THAT(commandIn("store a b c d e").arguments.words, ElementsAre("a", "b", "c", "d", "e"));
+}
+
+TEST(Verbs, AUrlIsOneWord) {
+  for (const std::string verb : {"open-url", "store-url", "facebook-url"}) {
+    EXPECT_THAT(commandIn(verb + " app://open?ck=1&sn=2").arguments.words, ElementsAre("app://open?ck=1&sn=2"));
+    EXPECT_THAT(commandIn(verb + " \"app://open?sub=a b\"").arguments.words, ElementsAre("app://open?sub=a b"));
+    EXPECT_EQ(mistakeIn(verb), verb + ": the arguments are missing; write: " + verb + " URL");
+  }
+}
+
+TEST(Verbs, SetTakesAPropertyAndTheRestOfTheLineAsJson) {
+  const Arguments arguments = commandIn(R"(set fendoConversionInfoForCaches [1, 2] )").arguments;
+  EXPECT_THAT(arguments.words, ElementsAre("fendoConversionInfoForCaches"));
+  EXPECT_EQ(arguments.json, kit::Value(kit::Array{1, 2}));
+  EXPECT_EQ(mistakeIn("set"), "set: the arguments are missing; write: set PROPERTY JSON");
+  EXPECT_EQ(mistakeIn("set a"), "set: the JSON is missing; write: set PROPERTY JSON");
 }
 
 TEST(Verbs, BlankLinesAndCommentsSayNothing) {
