@@ -25,6 +25,10 @@ CONVERSION_RETRY_SECONDS = 10
 # A session that ended less than a minute ago is kept.
 WITHIN_A_MINUTE_SECONDS = 20
 OVER_A_MINUTE_SECONDS = 90
+# The device is told of these modules: their calls show on the screen.
+MODULES = ("FendoLib",)
+CAMPAIGN, LATER_CAMPAIGN = 501, 502
+COMMERCE_CLICK = "click-77"
 
 
 class Failed(Exception):
@@ -101,6 +105,11 @@ def received(request):
         text = f"{what}: {numbered(len(payload['activity_info']), 'event')} ({in_short(payload['activity_info'])})"
         impressions = len(payload["impression_info"])
         return text + (f", {numbered(impressions, 'impression')}" if impressions else "")
+    if request["endpoint"] == "commerce-conversion":
+        return f"{what}: {numbered(len(payload), 'click')} ({', '.join(click['clickId'] for click in payload)})"
+    if "deeplink_info" in payload:
+        link = payload["deeplink_info"]
+        return f"{what}: campaign {link['conversion_key']}, {link['deeplink_uri']}"
     return f"{what}: app {payload['appkey']}, install {payload['install_id'][:8]}"
 
 
@@ -120,9 +129,20 @@ def answered(request):
         text += f", {request['events_new']} new"
         text += f", {request['events_again']} seen before" if request["events_again"] else ""
     else:
-        data = json.loads(answer["body"]).get("Data", {})
-        text += f", user {data['user_no']}, campaign {data['referralKey']}" if data else ""
+        text += said(json.loads(answer["body"]))
     return text + asked, True
+
+
+def said(answer):
+    """What an answer tells the device, in a few words."""
+    data = answer.get("Data", {})
+    if "user_no" in data:
+        return f", user {data['user_no']}, campaign {data['referralKey']}"
+    if "conversion_result" in data:
+        return f", re-engaged by campaign {data['conversion_result']['conversion_key']}"
+    if "commerce" in answer:
+        return f", premium postback {answer['commerce']['premium_postback']}"
+    return ""
 
 
 def cause_of_repetition(request, killed):
@@ -261,6 +281,8 @@ class Life:
         self.service = stage.Service(self.build_dir, folder, keys, on_line=self._service_wrote)
         self._arguments = ["--store", os.path.join(self.folder, "device"), "--service", self.service.url, "--ca",
                            self.service.ca_file, "--keys", keys]
+        for module in MODULES:
+            self._arguments += ["--module", module]
         if self.verbose:
             self._arguments += ["--log-level", "5"]
 
@@ -311,7 +333,8 @@ class Life:
 
     def _callback(self, entry):
         self.show_requests()  # the answer that made the device call
-        self.screen.app(f"is told {entry['callback']} {json.dumps(entry['args'])}")
+        who = f"module {entry['module']}" if "module" in entry else ""
+        self.screen.app(f"{who} is told {entry['callback']} {json.dumps(entry['args'])}".strip())
 
     def do(self, line, text):
         answer = self.device.do(line)
@@ -374,6 +397,9 @@ class Life:
         self.tenth_event()
         self.kept_session()
         self.new_session()
+        self.campaign_click()
+        self.commerce_click()
+        self.click_without_network()
         self.killed_while_recording()
         self.failing_service()
         self.last_look()
@@ -434,6 +460,50 @@ class Life:
         self.do(f"clock {OVER_A_MINUTE_SECONDS}", f"its clock moves on by {OVER_A_MINUTE_SECONDS} s")
         self.become_active("again", kept=False)
         self.expect(not self.settle(), "the end of the old session went out with the start of the new one")
+
+    def stored(self, name):
+        return self.device.store(name).get(name)
+
+    def campaign_click(self):
+        self.screen.step("A campaign link opens the app")
+        self.do(f"open-url shop://offer?ck={CAMPAIGN}&sn=9001&mrvk_eng=1&sub_referral=summer", "opens a campaign link")
+        self.settle()
+        self.expect(self.stored("fendoUserInfo_reengagement_conversion_key") == CAMPAIGN,
+                    f"the click became a re-engagement by campaign {CAMPAIGN}")
+
+    def commerce_click(self):
+        self.screen.step("A shop's link opens the app")
+        self.do(f"open-url shop://sale?cid={COMMERCE_CLICK}", "opens a commerce link")
+        self.settle()
+        self.expect(self.arrivals("commerce-conversion") == 1 and self.stored("commerceConversionInfos") == [],
+                    "the commerce click arrived, and nothing of it is left to send")
+
+    def click_without_network(self):
+        self.screen.step("A campaign link opens the app while the network is down")
+        self.misbehave("clicks find no service, twice", "reengagement-conversion", "close_before", count=2)
+        self.do(f"open-url shop://offer?ck={LATER_CAMPAIGN}&sn=9002&mrvk_eng=1", "opens another campaign link")
+        self.settle()
+        self.expect(self.failures() == {LATER_CAMPAIGN: 1}, "the click is kept: it failed once")
+        self.enter_background()
+        self.expect(self.failures() == {LATER_CAMPAIGN: 2}, "sent again as the session ended, and kept")
+        self.do(f"clock {OVER_A_MINUTE_SECONDS}", f"its clock moves on by {OVER_A_MINUTE_SECONDS} s")
+        self.become_active("again", kept=False)
+        self.enter_background()
+        self.expect(self.failures() == {} and
+                    self.stored("fendoUserInfo_reengagement_conversion_key") == LATER_CAMPAIGN,
+                    "the click arrived as the next session ended")
+        self.do(f"clock {OVER_A_MINUTE_SECONDS}", f"its clock moves on by {OVER_A_MINUTE_SECONDS} s")
+        self.become_active("again", kept=False)
+        self.settle()
+
+    def failures(self):
+        """How often each click that is kept has failed, by its campaign."""
+        clicks = {click["conversion_key"] for click in self.stored("reEngagementInfos")}
+        counts = {count["conversion_key"]: count["failure_cnt"]
+                  for count in self.stored("reEngagementConversionFailedCnt")}
+        if clicks != counts.keys():
+            raise Failed(f"clicks {clicks} are kept, and counts for {counts}")
+        return counts
 
     def killed_while_recording(self):
         self.screen.step("The process is killed in the middle of recording")
