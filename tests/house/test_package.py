@@ -1,4 +1,4 @@
-"""The installed package serves an app: by find_package, by pkg-config, and for the README's quick start."""
+"""The installed package serves an app: by find_package, by pkg-config, and for the programs in the documents."""
 
 import os
 import re
@@ -10,7 +10,7 @@ import unittest
 import tree
 
 CONSUMERS = os.path.join(tree.ROOT, "tests", "package")
-QUICK_START = re.compile(r"<!-- quick start\b[^>]*-->\s*```cpp\n(.*?)^```$", re.DOTALL | re.MULTILINE)
+PROGRAM = re.compile(r"<!-- (?:quick start|program)\b[^>]*-->\s*```cpp\n(.*?)^```$", re.DOTALL | re.MULTILINE)
 
 
 def run(*command, **more):
@@ -70,17 +70,20 @@ class ThePackage(unittest.TestCase):
                 run(tree.COMPILER, "-std=c++20", os.path.join(CONSUMERS, source, "main.cpp"), "-o", program, *flags)
                 self.assertEqual(run(program, *arguments), says)
 
-    def test_the_quick_start_of_the_readme_compiles_and_links(self):
-        found = QUICK_START.findall(tree.read(tree.ROOT, "README.md"))
-        self.assertEqual(len(found), 1, "README.md has one ```cpp block behind a comment <!-- quick start ... -->")
-        source = os.path.join(self.work, "quick_start_source")
-        os.mkdir(source)
-        with open(os.path.join(source, "main.cpp"), "w", encoding="utf-8") as file:
-            file.write(found[0])
-        with open(os.path.join(source, "CMakeLists.txt"), "w", encoding="utf-8") as file:
-            file.write(tree.read(CONSUMERS, "host/CMakeLists.txt"))
-        folder = self.build("quick_start", source)
-        self.assertTrue(os.access(os.path.join(folder, "consumer"), os.X_OK))
+    def test_the_programs_in_the_documents_compile_and_link(self):
+        for document in ("README.md", "docs/deep-links.md"):
+            with self.subTest(document=document):
+                found = PROGRAM.findall(tree.read(tree.ROOT, document))
+                self.assertEqual(len(found), 1, "one ```cpp block behind a comment <!-- program ... -->")
+                name = document.replace("/", "_")
+                source = os.path.join(self.work, name + "_source")
+                os.mkdir(source)
+                with open(os.path.join(source, "main.cpp"), "w", encoding="utf-8") as file:
+                    file.write(found[0])
+                with open(os.path.join(source, "CMakeLists.txt"), "w", encoding="utf-8") as file:
+                    file.write(tree.read(CONSUMERS, "host/CMakeLists.txt"))
+                folder = self.build(name, source)
+                self.assertTrue(os.access(os.path.join(folder, "consumer"), os.X_OK))
 
     def test_a_project_that_holds_the_tree_as_a_subfolder_gets_the_libraries_and_nothing_else(self):
         folder = self.configure("subfolder", os.path.join(CONSUMERS, "subfolder"), f"-DMORVIK_SOURCE_DIR={tree.ROOT}")
