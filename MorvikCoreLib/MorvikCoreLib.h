@@ -2,11 +2,10 @@
 // obtains the install's attribution.
 //
 // One class, its operations in plain sources by subsystem: lifecycle, tracking, attribution, deeplinks, commerce.
-// Everything outside is
-// reached through the kit handed to it. Public operations run on the main queue unless they say otherwise; all return
-// at once, and whatever happens later (answers, timers) happens on the main queue. None throws: an exception ends in
-// the operation's guard and is written to the log; the few operations without a guard of their own are covered by their
-// caller's, or by the one of the queue.
+// Everything outside is reached through the kit handed to it. Public operations run on the main queue unless they say
+// otherwise; all return at once, and whatever happens later (answers, timers) happens on the main queue. None throws:
+// an exception ends in the operation's guard and is written to the log; the few operations without a guard of their own
+// are covered by their caller's, or by the one of the queue.
 #pragma once
 
 #include <atomic>
@@ -208,6 +207,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
   void clearSentEventKeysAfterFailure();
   void takeServerTime(const kit::Value& json);
+  /// The server's time in an answer, a number of milliseconds since 1970; absent when it tells none.
+  static kit::Value baseTimeOf(const kit::Value& json);
 
   // Attribution.
   void requestConversion(const kit::Value& parameters, const ConversionTexts& texts, services::ErrorHandler failure);

@@ -28,8 +28,7 @@ double millisecondsSince1970(kit::Date date) {
 
 }  // namespace
 
-// ------------------------------------------------------------------------------------------------------ commerce
-// clicks
+// ---------------------------------------------------------------------------------------------------- commerce clicks
 
 /// Stores the click before it is sent.
 void MorvikCoreLib::reportCommerceClick(const Value& query) {
@@ -95,8 +94,7 @@ void MorvikCoreLib::commerceDidSucceed(const Value& json) {
   store().synchronize();
 }
 
-// ------------------------------------------------------------------------------------------------------ commerce
-// events
+// ---------------------------------------------------------------------------------------------------- commerce events
 
 void MorvikCoreLib::saveCommerceEvents() {
   if (store().commerceExpansionInfos().size() == 0)
@@ -106,8 +104,7 @@ void MorvikCoreLib::saveCommerceEvents() {
     module->saveCommerceEventAndSend();
 }
 
-// ----------------------------------------------------------------------------------------------------- premium
-// postback
+// --------------------------------------------------------------------------------------------------- premium postback
 
 void MorvikCoreLib::getPremiumPostbackInfoss() {
   services::guarded(log(), kPremiumPostbackGuard, MORVIK_HERE("-[MorvikCoreLib getPremiumPostbackInfoss]"), [this] {

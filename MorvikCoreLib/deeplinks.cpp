@@ -1,7 +1,6 @@
 // URLs that open the app: re-engagement clicks, their failures and retries, and the Facebook referral.
 
-#include <unordered_set>
-#include <vector>
+#include <algorithm>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "MorvikCoreLib/failure_counts.h"
@@ -84,8 +83,7 @@ bool changed(const Value& list, Value next, Change store) {
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------------------------------- opened
-// URLs
+// --------------------------------------------------------------------------------------------------------- opened URLs
 
 void MorvikCoreLib::passOpenURL(const kit::Url& url) {
   static constexpr const char* kOperation = "-[MorvikCoreLib passOpenURL:]";
@@ -169,8 +167,7 @@ Value MorvikCoreLib::clickRecord(const kit::Url& url, bool is_first_launch) cons
   };
 }
 
-// ---------------------------------------------------------------------------------------------------------- the
-// request
+// --------------------------------------------------------------------------------------------------------- the request
 
 void MorvikCoreLib::reEngagementConversion(const Value& parameters) {
   static constexpr const char* kOperation = "-[MorvikCoreLib reEngagementConversion:]";
@@ -200,7 +197,7 @@ void MorvikCoreLib::reEngagementDidSucceed(const Value& json) {
   const int64_t conversion_key = util().checkIntegerNilToZero(result["conversion_key"]);
   services().saveConversionInfoForCache(conversion_key);
   services().saveConversionTimeInfoForCache(services::format("%d", {conversion_key}),
-                                            util().checkDoubleNilToZero(json["BaseTime"]));
+                                            util().checkDoubleNilToZero(baseTimeOf(json)));
   passRetainedConversionKey(conversion_key);
   store().setFendoUserInfo_reengagement_conversion_key(conversion_key == 0 ? kNoConversionKey : conversion_key);
   store().setFendoUserInfo_reengagement_data(

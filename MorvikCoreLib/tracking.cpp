@@ -329,10 +329,14 @@ void MorvikCoreLib::clearSentEventKeysAfterFailure() {
              "MRVK_QA-clear fendoActivityInfosSentEventKeys on request failure: %@", cleared);
 }
 
+Value MorvikCoreLib::baseTimeOf(const Value& json) {
+  return json["BaseTime"].isNumber() ? json["BaseTime"] : Value();
+}
+
 /// Takes the server's time, in milliseconds, from an answer that has it; else the offset stays as it was.
 void MorvikCoreLib::takeServerTime(const Value& json) {
-  const Value& base_time = json["BaseTime"];
-  if (!base_time.isNumber())
+  const Value base_time = baseTimeOf(json);
+  if (base_time.isAbsent())
     return;
   const double base_time_seconds = util().checkDoubleNilToZero(base_time) / 1000.0;
   services().setIntervalSinceServerDate(util().timeIntervalSinceServerDate(kit_.clock.now(), base_time_seconds));
