@@ -42,6 +42,8 @@ Json parseJson(std::string_view text, const std::string& where) {
   } catch (const Json::parse_error& error) {
     throw Refusal(400, "not JSON: byte " + std::to_string(error.byte) + " cannot be read", where,
                   "send one JSON document in UTF-8");
+  } catch (const Json::out_of_range&) {
+    throw Refusal(400, "not JSON: a number is too large", where, "send numbers that a double can hold");
   }
 }
 

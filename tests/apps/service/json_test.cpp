@@ -49,5 +49,11 @@ TEST(ServiceJson, WritesReplacementCharactersForBrokenText) {
   EXPECT_EQ("\"\xef\xbf\xbd\"", jsonText(Json("\xff")));
 }
 
+TEST(ServiceJson, ANumberBeyondAllDoublesIsRefused) {
+  const Refusal refusal = refusalOf([] { parseJson("[1e999]", "here"); });
+  EXPECT_EQ(400, refusal.status());
+  EXPECT_STREQ("not JSON: a number is too large", refusal.what());
+}
+
 }  // namespace
 }  // namespace morvik_service
