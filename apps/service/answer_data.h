@@ -2,11 +2,13 @@
 #pragma once
 
 #include "apps/service/attribution.h"
+#include "apps/service/schedule.h"
 
 namespace morvik_service {
 
 struct AnswerData {
   Attribution attribution;        ///< "Data" of the conversion answers
+  Schedule schedule;              ///< "Data" of the schedule answers
   bool premium_postback = false;  ///< "commerce.premium_postback" of the configuration
 };
 

@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include "apps/service/click_check.h"
+#include "apps/service/crash_check.h"
+#include "apps/service/demographics_check.h"
+#include "apps/service/erasure_check.h"
 #include "apps/service/payload_check.h"
 #include "apps/service/times.h"
 
@@ -58,6 +61,34 @@ Json configurationAnswer(const AnswerContext& context) {
   return {{"commerce", {{"premium_postback", context.data.premium_postback ? "true" : "false"}}}};
 }
 
+// The code tells the device to forget the reports.
+Json crashAnswer(const AnswerContext& context) {
+  return {{"code", context.counted ? kCodeFine : kCodeNotCounted}};
+}
+
+// "Result" tells the device to forget what it told.
+Json demographicsAnswer(const AnswerContext& context) {
+  return {{"Result", context.counted}};
+}
+
+Json scheduleAnswer(const AnswerContext& context) {
+  const Schedule::Content& schedule = context.data.schedule.current();
+  Json answer = resultAnswer(context, true);
+  if (context.payload->at("checksum") == schedule.check_sum) {
+    answer["ResultCode"] = kResultCodeUnchanged;
+    return answer;
+  }
+  answer["ResultCode"] = kResultCodeFine;
+  answer["Data"] = schedule.members;
+  answer["Data"]["CheckSum"] = schedule.check_sum;
+  return answer;
+}
+
+// Any answer with a good status accepts the request.
+Json erasureAnswer(const AnswerContext& context) {
+  return {{"subject_request_id", context.payload->at("subject_request_id")}};
+}
+
 bool matches(std::string_view pattern, std::string_view path) {
   const std::size_t place = pattern.find(kAppKeyInPath);
   if (place == std::string_view::npos)
@@ -111,6 +142,32 @@ const std::vector<Endpoint>& endpoints() {
        .form = PayloadForm::kAppKeyInPath,
        .payload_required = false,
        .answer = configurationAnswer},
+      {.name = "crash",
+       .path = "/v1/crash",
+       .form = PayloadForm::kJsonArray,
+       .counting = Counting::kPayload,
+       .check = checkCrashReports,
+       .check_app = checkAppOfCrashReports,
+       .answer = crashAnswer},
+      {.name = "demographics",
+       .path = "/v1/demographics",
+       .form = PayloadForm::kHexadecimal,
+       .key = KeyChoice::kTrackingKey,
+       .counting = Counting::kPayload,
+       .check = checkDemographicsPayload,
+       .answer = demographicsAnswer},
+      {.name = "schedule",
+       .path = "/v2/schedule",
+       .form = PayloadForm::kForm,
+       .check = checkSchedulePayload,
+       .answer = scheduleAnswer},
+      {.name = "erasure",
+       .path = "/v1/erasure",
+       .form = PayloadForm::kJsonObject,
+       .counting = Counting::kPayload,
+       .check = checkErasureRequest,
+       .check_app = checkAppOfErasureRequest,
+       .answer = erasureAnswer},
   };
   return all;
 }

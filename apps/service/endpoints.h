@@ -20,6 +20,11 @@ namespace morvik_service {
 /// "ResultCode" of the answers.
 inline constexpr int kResultCodeFine = 0;
 inline constexpr int kResultCodeNoParameters = 1;
+inline constexpr int kResultCodeUnchanged = 1001;
+
+/// "code" of the answers to crash reports.
+inline constexpr int kCodeFine = 0;
+inline constexpr int kCodeNotCounted = 1;
 
 /// Stands in a path for the app key.
 inline constexpr std::string_view kAppKeyInPath = "{app key}";
@@ -42,6 +47,9 @@ struct Endpoint {
   bool payload_required = true;              ///< an empty body is refused
   Counting counting = Counting::kNothing;
   void (*check)(const Json& payload) = nullptr;  ///< throws Refusal
+  /// Throws Refusal when the checked payload names another app; absent where its form has seen to that, or it names
+  /// none.
+  void (*check_app)(const Json& payload, const Keys& keys) = nullptr;
   Json (*answer)(const AnswerContext& context) = nullptr;
   /// Answered with status 200 to a payload that `check` refuses; without it the refusal itself is the answer.
   Json (*answer_refused)(const Refusal& refusal) = nullptr;

@@ -2,6 +2,7 @@
 
 #include "apps/service/base64url.h"
 #include "apps/service/form.h"
+#include "apps/service/hexadecimal.h"
 #include "apps/service/refusal.h"
 #include "apps/service/request_rules.h"
 #include "apps/service/sealed.h"
@@ -25,6 +26,15 @@ Json openEnvelope(const HttpRequest& request, const Keys& keys, KeyChoice choice
   requireThisApp(requireField(fields, "k", "the app key"), keys, "form parameter k");
   const std::string key_text = requireKeyText(keys, choice);
   return parsePayload(openSealed(decodeBase64Url(requireField(fields, "j", "the sealed payload")), key_text));
+}
+
+Json openHexadecimalEnvelope(const HttpRequest& request, const Keys& keys, KeyChoice choice) {
+  requireForm(request);
+  const FormFields fields = parseForm(request.body);
+  const std::string key_text = requireKeyText(keys, choice);
+  constexpr std::uint8_t kNoFlags = 0;
+  return parsePayload(
+      openSealed(decodeHexadecimal(requireField(fields, "j", "the sealed payload")), key_text, kNoFlags));
 }
 
 }  // namespace morvik_service

@@ -1,4 +1,4 @@
-// Small whole files: keys, certificates, attribution data, the port file.
+// Small whole files: keys, certificates, attribution data, the schedule, the port file.
 #pragma once
 
 #include <sys/types.h>

@@ -2,22 +2,13 @@
 
 #include <algorithm>
 
+#include "apps/service/hexadecimal.h"
 #include "apps/service/refusal.h"
 
 namespace morvik_service {
 namespace {
 
 constexpr const char* kWhere = "the request body";
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9')
-    return c - '0';
-  if (c >= 'a' && c <= 'f')
-    return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F')
-    return c - 'A' + 10;
-  return -1;
-}
 
 std::string unescape(std::string_view text) {
   std::string plain;
@@ -28,8 +19,8 @@ std::string unescape(std::string_view text) {
     } else if (text[i] != '%') {
       plain.push_back(text[i]);
     } else {
-      const int high = i + 1 < text.size() ? hexDigit(text[i + 1]) : -1;
-      const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
+      const int high = i + 1 < text.size() ? hexadecimalDigit(text[i + 1]) : -1;
+      const int low = i + 2 < text.size() ? hexadecimalDigit(text[i + 2]) : -1;
       if (high < 0 || low < 0) {
         throw Refusal(400, "bad form encoding: a percent sign without two hexadecimal digits", kWhere,
                       "write a percent sign itself as %25");
@@ -57,7 +48,7 @@ FormFields parseForm(std::string_view body) {
     const std::size_t end = std::min(body.find('&'), body.size());
     if (fields.size() == kMaxFormFields) {
       throw Refusal(400, "more than " + std::to_string(kMaxFormFields) + " form fields", kWhere,
-                    "send the fields k and j");
+                    "send the fields that the protocol lists");
     }
     auto field = parseField(body.substr(0, end));
     if (findField(fields, field.first) != nullptr) {

@@ -10,7 +10,7 @@ namespace morvik_service {
 
 using FormFields = std::vector<std::pair<std::string, std::string>>;
 
-/// A form has at most this many fields; requests have two.
+/// A form has at most this many fields; requests have three at most.
 inline constexpr std::size_t kMaxFormFields = 64;
 
 /// Reads "name=value&name=value" with percent escapes and plus signs for blanks. An empty body has no fields. Throws

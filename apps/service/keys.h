@@ -8,8 +8,8 @@ namespace morvik_service {
 
 struct Keys {
   std::string app_key;       ///< names the app; travels in the clear
-  std::string hash_key;      ///< secret; twice in a row it seals all payloads but tracking
-  std::string tracking_key;  ///< secret; seals tracking; empty when the app has none
+  std::string hash_key;      ///< secret; twice in a row it seals conversions and re-engagements
+  std::string tracking_key;  ///< secret; seals tracking and demographics; empty when the app has none
 };
 
 /// Which secret opens an endpoint's payloads.

@@ -30,9 +30,12 @@ void describeRest(CLI::App& app, Options& options) {
   app.add_option("--keys", options.keys_file, "file with the keys");
   app.add_option("--app-key", options.app_key, "the app's key");
   app.add_option("--hash-key", options.hash_key, "the app's hash key");
-  app.add_option("--tracking-key", options.tracking_key, "the app's tracking key; without it tracking is refused");
+  app.add_option("--tracking-key", options.tracking_key,
+                 "the app's tracking key; without it tracking and demographics are refused");
   app.add_option("--attribution", options.attribution,
                  "JSON object, or a file with one: members of the conversion answer's Data, e.g. deeplink");
+  app.add_option("--schedule", options.schedule_file,
+                 "file with a JSON object, the campaign schedule; read anew when it changes; without it a small one");
   app.add_option("--premium-postback", options.premium_postback, "what the app configuration says of premium postbacks")
       ->check(CLI::IsMember({"yes", "no"}))
       ->capture_default_str();

@@ -22,6 +22,7 @@ struct Options {
   std::string tracking_key;
   std::string port_file;
   std::string attribution;              ///< JSON, or the name of a file with JSON
+  std::string schedule_file;            ///< "" for a small one of the service's own
   std::string premium_postback = "no";  ///< or "yes"
   std::string log_file;                 ///< "" for standard error
   bool quiet = false;

@@ -1,5 +1,5 @@
-// What the payloads of attribution and tracking must hold. Each check throws Refusal 400 that names the first member
-// that is missing or of the wrong type. Members nobody asked for are welcome.
+// What the payloads of attribution, tracking and schedule must hold. Each check throws Refusal 400 that names the first
+// member that is missing or of the wrong type. Members nobody asked for are welcome.
 #pragma once
 
 #include "apps/service/json.h"
@@ -21,5 +21,8 @@ void checkIadPayload(const Json& payload);
 
 /// Common parameters, the seven members of each activity, the six of each impression.
 void checkTrackingPayload(const Json& payload);
+
+/// The three texts that a schedule is asked for with.
+void checkSchedulePayload(const Json& payload);
 
 }  // namespace morvik_service

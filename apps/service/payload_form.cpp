@@ -7,6 +7,16 @@
 namespace morvik_service {
 namespace {
 
+Json readForm(const HttpRequest& request, const Keys& keys) {
+  requireForm(request);
+  const FormFields fields = parseForm(request.body);
+  requireThisApp(requireField(fields, "k", "the app key"), keys, "form parameter k");
+  Json payload = Json::object();
+  for (const auto& [name, value] : fields)
+    payload[name] = value;
+  return payload;
+}
+
 Json readJson(const HttpRequest& request) {
   requireJson(request);
   return parseJson(request.body, kWhereBody);
@@ -15,7 +25,14 @@ Json readJson(const HttpRequest& request) {
 Json readJsonArray(const HttpRequest& request) {
   Json payload = readJson(request);
   if (!payload.is_array())
-    throw Refusal(400, "the body is JSON but no array", kWhereBody, "send a JSON array");
+    throw Refusal(400, "the body is JSON but no array", kWhereBody, howToSend(PayloadForm::kJsonArray));
+  return payload;
+}
+
+Json readJsonObject(const HttpRequest& request) {
+  Json payload = readJson(request);
+  if (!payload.is_object())
+    throw Refusal(400, "the body is JSON but no object", kWhereBody, howToSend(PayloadForm::kJsonObject));
   return payload;
 }
 
@@ -34,17 +51,32 @@ std::optional<Json> readPayload(const HttpRequest& request, PayloadForm form, co
   }
   if (request.body.empty())
     return std::nullopt;
-  if (form == PayloadForm::kJsonArray)
-    return readJsonArray(request);
-  return openEnvelope(request, keys, key);
+  switch (form) {
+    case PayloadForm::kHexadecimal:
+      return openHexadecimalEnvelope(request, keys, key);
+    case PayloadForm::kForm:
+      return readForm(request, keys);
+    case PayloadForm::kJsonArray:
+      return readJsonArray(request);
+    case PayloadForm::kJsonObject:
+      return readJsonObject(request);
+    default:
+      return openEnvelope(request, keys, key);
+  }
 }
 
 const char* howToSend(PayloadForm form) {
   switch (form) {
     case PayloadForm::kEnvelope:
       return "send the form parameters k and j";
+    case PayloadForm::kHexadecimal:
+      return "send the form parameter j";
+    case PayloadForm::kForm:
+      return "send the form parameters that the protocol lists";
     case PayloadForm::kJsonArray:
       return "send a JSON array";
+    case PayloadForm::kJsonObject:
+      return "send a JSON object";
     case PayloadForm::kAppKeyInPath:
       break;
   }

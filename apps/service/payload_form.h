@@ -10,8 +10,11 @@
 namespace morvik_service {
 
 enum class PayloadForm {
-  kEnvelope,      ///< form parameters k and j; j is a sealed JSON object in base64url
-  kJsonArray,     ///< the body is the JSON
+  kEnvelope,     ///< form parameters k and j; j is a sealed JSON object in base64url
+  kHexadecimal,  ///< form parameter j; a sealed JSON object in hexadecimal, never deflated
+  kForm,         ///< form parameters, k among them; the payload is an object of their texts
+  kJsonArray,    ///< the body is the JSON
+  kJsonObject,
   kAppKeyInPath,  ///< no payload; the path begins with the app key
 };
 

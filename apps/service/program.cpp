@@ -41,7 +41,9 @@ Attribution chooseAttribution(const std::string& option) {
 }
 
 AnswerData chooseAnswerData(const Options& options) {
-  return {chooseAttribution(options.attribution), options.premium_postback == "yes"};
+  return {chooseAttribution(options.attribution),
+          options.schedule_file.empty() ? Schedule() : Schedule(options.schedule_file),
+          options.premium_postback == "yes"};
 }
 
 void requireAllowedAddress(const Options& options) {

@@ -37,7 +37,7 @@ const std::string& requireField(const FormFields& fields, std::string_view name,
   return *value;
 }
 
-void requireThisApp(std::string_view app_key, const Keys& keys, const char* where) {
+void requireThisApp(std::string_view app_key, const Keys& keys, const std::string& where) {
   if (app_key != keys.app_key) {
     throw Refusal(403, "the app key is not this service's", where, "give the device and the service the same app key");
   }

@@ -24,7 +24,7 @@ void requireJson(const HttpRequest& request);
 const std::string& requireField(const FormFields& fields, std::string_view name, const char* meaning);
 
 /// 403 when `app_key`, found at `where`, is not that of this service.
-void requireThisApp(std::string_view app_key, const Keys& keys, const char* where);
+void requireThisApp(std::string_view app_key, const Keys& keys, const std::string& where);
 
 /// The key text of `choice`; 503 when the service was given none.
 std::string requireKeyText(const Keys& keys, KeyChoice choice);

@@ -48,7 +48,7 @@ struct SealedParts {
   bool deflated;
 };
 
-SealedParts split(std::string_view sealed) {
+SealedParts split(std::string_view sealed, std::uint8_t known_flags) {
   constexpr std::size_t kLeast = kSealedHeaderBytes + kSealedNonceBytes + kSealedTagBytes;
   if (sealed.size() < kLeast) {
     throw Refusal(
@@ -60,8 +60,9 @@ SealedParts split(std::string_view sealed) {
   if (version != kSealedVersion) {
     throw Refusal(400, "unknown sealing version " + std::to_string(version), kWhere, "seal with version 1");
   }
-  if ((flags & ~kFlagDeflated) != 0) {
-    throw Refusal(400, "unknown sealing flags " + std::to_string(flags), kWhere, "use no flag but bit 0 (deflated)");
+  if ((flags & ~known_flags) != 0) {
+    throw Refusal(400, "unknown sealing flags " + std::to_string(flags), kWhere,
+                  known_flags == 0 ? "use no flag here: do not deflate" : "use no flag but bit 0 (deflated)");
   }
   const std::size_t text_begin = kSealedHeaderBytes + kSealedNonceBytes;
   const std::size_t text_bytes = sealed.size() - kLeast;
@@ -109,8 +110,8 @@ std::string deriveSealingKey(std::string_view key_text) {
   return key;
 }
 
-std::string openSealed(std::string_view sealed, std::string_view key_text) {
-  const SealedParts parts = split(sealed);
+std::string openSealed(std::string_view sealed, std::string_view key_text, std::uint8_t known_flags) {
+  const SealedParts parts = split(sealed, known_flags);
   std::string plain = decrypt(parts, deriveSealingKey(key_text));
   return parts.deflated ? inflateBounded(plain) : plain;
 }

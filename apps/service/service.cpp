@@ -39,9 +39,11 @@ void refuse(RequestRecord& record, const Refusal& refusal) {
 }
 
 // Checks the payload. When it is refused and the endpoint has words of its own for that, they are the answer.
-bool isAcceptable(const Endpoint& endpoint, RequestRecord& record) {
+bool isAcceptable(const Endpoint& endpoint, const Keys& keys, RequestRecord& record) {
   try {
     endpoint.check(*record.payload);
+    if (endpoint.check_app != nullptr)
+      endpoint.check_app(*record.payload, keys);
     return true;
   } catch (const Refusal& refusal) {
     if (endpoint.answer_refused == nullptr)
@@ -140,7 +142,7 @@ void Service::answerUsually(const Endpoint& endpoint, bool may_count, RequestRec
   record.payload = readPayload(record.request, endpoint.form, keys_, endpoint.key);
   if (!record.payload && endpoint.payload_required)
     throw Refusal(400, "the body is empty", kWhereBody, howToSend(endpoint.form));
-  if (record.payload && !isAcceptable(endpoint, record))
+  if (record.payload && !isAcceptable(endpoint, keys_, record))
     return;
   record.counting = endpoint.counting;
   record.counted = endpoint.counting != Counting::kNothing && may_count;

@@ -92,7 +92,7 @@ TEST(ClickCheck, ACommerceClickHasExactlyThreeMembersOfTheirTypes) {
   Json clicks = commerceClicks({"one"});
   clicks[0]["more"] = 1;
   EXPECT_EQ("[0].more does not belong there", problemOf(checkCommerceClicks, clicks));
-  EXPECT_EQ("[0] is no object", problemOf(checkCommerceClicks, {1}));
+  EXPECT_EQ("[0] is no object", problemOf(checkCommerceClicks, Json::array({1})));
 }
 
 }  // namespace

@@ -31,6 +31,11 @@ TEST(Endpoints, EachPathHasItsFormItsKeyAndItsRules) {
        Counting::kPayload},
       {"GET", "/some-app/config.json", "configuration", PayloadForm::kAppKeyInPath, kNoMatter, false,
        Counting::kNothing},
+      {"POST", "/v1/crash", "crash", PayloadForm::kJsonArray, kNoMatter, true, Counting::kPayload},
+      {"POST", "/v1/demographics", "demographics", PayloadForm::kHexadecimal, KeyChoice::kTrackingKey, true,
+       Counting::kPayload},
+      {"POST", "/v2/schedule", "schedule", PayloadForm::kForm, kNoMatter, true, Counting::kNothing},
+      {"POST", "/v1/erasure", "erasure", PayloadForm::kJsonObject, kNoMatter, true, Counting::kPayload},
   };
   ASSERT_EQ(expected.size(), endpoints().size());
   for (std::size_t i = 0; i < expected.size(); ++i) {
@@ -63,7 +68,8 @@ TEST(Endpoints, PathsAreExact) {
 
 TEST(Endpoints, NamesAreThoseOfTheTable) {
   EXPECT_EQ((std::vector<std::string>{"conversion", "thirdparty-conversion", "iad-attribution", "tracking",
-                                      "reengagement-conversion", "commerce-conversion", "configuration"}),
+                                      "reengagement-conversion", "commerce-conversion", "configuration", "crash",
+                                      "demographics", "schedule", "erasure"}),
             endpointNames());
 }
 

@@ -9,11 +9,14 @@
 namespace morvik_service {
 namespace {
 
+using test::deflated;
 using test::envelopeBody;
+using test::hexadecimalBody;
 using test::kKeys;
 using test::post;
 using test::refusalOf;
 using test::seal;
+using test::toHex;
 
 Refusal refusalOfBody(const std::string& body) {
   return refusalOf([&] { openEnvelope(post("/v1/tracking", body), kKeys, KeyChoice::kTrackingKey); });
@@ -61,12 +64,43 @@ TEST(Envelope, RefusesABodyOfAnotherType) {
   EXPECT_EQ(415, refusalOf([&] { openEnvelope(request, kKeys, KeyChoice::kTrackingKey); }).status());
 }
 
+Refusal refusalOfHexadecimal(const std::string& body) {
+  return refusalOf([&] { openHexadecimalEnvelope(post("/v1/demographics", body), kKeys, KeyChoice::kTrackingKey); });
+}
+
+TEST(HexadecimalEnvelope, GivesThePayload) {
+  const Json payload = {{"a", 1}};
+  EXPECT_EQ(payload, openHexadecimalEnvelope(post("/", hexadecimalBody(payload)), kKeys, KeyChoice::kTrackingKey));
+}
+
+TEST(HexadecimalEnvelope, RefusesTheWrongKey) {
+  EXPECT_EQ(403, refusalOfHexadecimal(hexadecimalBody({{"a", 1}}, "hash-secrethash-secret")).status());
+}
+
+TEST(HexadecimalEnvelope, RefusesWhatIsNoSealedJsonObjectInHexadecimal) {
+  EXPECT_STREQ("form parameter j is missing", refusalOfHexadecimal("k=app-1").what());
+  EXPECT_STREQ("bad hexadecimal: character 0 is no lower-case digit", refusalOfHexadecimal("j=AQ").what());
+  EXPECT_STREQ("sealed bytes are truncated: 1 of at least 30", refusalOfHexadecimal("j=01").what());
+  EXPECT_STREQ("the payload is JSON but no object", refusalOfHexadecimal(hexadecimalBody(Json::array())).what());
+  HttpRequest request = post("/", hexadecimalBody({{"a", 1}}));
+  request.headers.clear();
+  EXPECT_EQ(415, refusalOf([&] { openHexadecimalEnvelope(request, kKeys, KeyChoice::kTrackingKey); }).status());
+}
+
+TEST(HexadecimalEnvelope, RefusesADeflatedPayload) {
+  const std::string sealed = seal(deflated("{}"), kKeys.tracking_key, {.flags = 1});
+  EXPECT_STREQ("unknown sealing flags 1", refusalOfHexadecimal("j=" + toHex(sealed)).what());
+}
+
 TEST(Envelope, SaysWhenTheServiceHasNoTrackingKey) {
   const Keys keys{"app-1", "hash", ""};
   const Refusal refusal =
       refusalOf([&] { openEnvelope(post("/v1/tracking", "k=app-1&j=AQ"), keys, KeyChoice::kTrackingKey); });
   EXPECT_EQ(503, refusal.status());
   EXPECT_STREQ("the service was given no key for this endpoint", refusal.what());
+  EXPECT_EQ(503, refusalOf([&] {
+                   openHexadecimalEnvelope(post("/", hexadecimalBody({{"a", 1}})), keys, KeyChoice::kTrackingKey);
+                 }).status());
 }
 
 }  // namespace

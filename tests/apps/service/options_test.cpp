@@ -50,6 +50,8 @@ TEST(Options, EverythingIsRead) {
                                             "p",
                                             "--log",
                                             "l",
+                                            "--schedule",
+                                            "plan",
                                             "--premium-postback",
                                             "yes",
                                             "--attribution",
@@ -65,6 +67,7 @@ TEST(Options, EverythingIsRead) {
   EXPECT_EQ("h", line.options->hash_key);
   EXPECT_EQ("t", line.options->tracking_key);
   EXPECT_EQ("p", line.options->port_file);
+  EXPECT_EQ("plan", line.options->schedule_file);
   EXPECT_EQ("yes", line.options->premium_postback);
   EXPECT_EQ("l", line.options->log_file);
   EXPECT_EQ("{\"deeplink\":\"x\"}", line.options->attribution);
@@ -73,9 +76,9 @@ TEST(Options, EverythingIsRead) {
 TEST(Options, HelpNamesEveryOption) {
   const CommandLine line = readCommandLine({"--help"});
   EXPECT_EQ(0, line.exit_status);
-  for (const char* option :
-       {"--port", "--bind", "--allow-remote", "--cert", "--key", "--make-cert", "--store", "--app-key", "--hash-key",
-        "--tracking-key", "--keys", "--port-file", "--log", "--quiet", "--attribution", "--premium-postback"}) {
+  for (const char* option : {"--port", "--bind", "--allow-remote", "--cert", "--key", "--make-cert", "--store",
+                             "--app-key", "--hash-key", "--tracking-key", "--keys", "--port-file", "--log", "--quiet",
+                             "--attribution", "--premium-postback", "--schedule"}) {
     EXPECT_NE(std::string::npos, line.text.find(option)) << option;
   }
 }

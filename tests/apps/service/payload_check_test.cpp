@@ -81,6 +81,16 @@ TEST(PayloadCheck, ADeepLinkOfAConversionIsCheckedWhenItIsThere) {
   }
 }
 
+TEST(PayloadCheck, AScheduleIsAskedForWithThreeTexts) {
+  const Json good = {{"k", "app-1"}, {"language", "ko"}, {"checksum", "init"}};
+  EXPECT_NO_THROW(checkSchedulePayload(good));
+  for (const auto& [name, value] : good.items()) {
+    Json payload = good;
+    payload.erase(name);
+    EXPECT_EQ(name + " is missing", problemOf(checkSchedulePayload, payload));
+  }
+}
+
 TEST(PayloadCheck, AnIadAttributionHasBothDatesOrNone) {
   Json payload = iadPayload();
   payload["iAd"].erase("iAdImpressionDate");

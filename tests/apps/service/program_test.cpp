@@ -17,6 +17,7 @@ namespace {
 
 using test::Answer;
 using test::conversionPayload;
+using test::crashReport;
 using test::HttpsClient;
 using test::kKeys;
 using test::postConversion;
@@ -147,6 +148,37 @@ TEST_F(ProgramTest, PremiumPostbacksAreSwitchedByAnOption) {
   }
 }
 
+TEST_F(ProgramTest, AScheduleFileMayChangeWhileTheServiceRuns) {
+  const std::string file = folder_.path("schedule");
+  replaceFile(file, R"({"plan":1})", kPublicMode);
+  run({"--quiet", "--schedule", file}, [&](const std::string& url) {
+    HttpsClient client(url, authority());
+    const auto ask = [&](const std::string& check_sum) {
+      return Json::parse(client.post("/v2/schedule", "k=app-1&language=ko&checksum=" + check_sum).body);
+    };
+    const Json first = ask("init");
+    EXPECT_EQ(1, first["Data"]["plan"]);
+    EXPECT_EQ(1001, ask(first["Data"]["CheckSum"])["ResultCode"]);
+    replaceFile(file, R"({"plan":2})", kPublicMode);
+    EXPECT_EQ(2, ask(first["Data"]["CheckSum"])["Data"]["plan"]);
+  });
+}
+
+TEST_F(ProgramTest, ManyCrashReportsFitIntoOneBody) {
+  const std::string report = jsonText(crashReport(std::string(10000, 'x')));
+  std::string reports = "[" + report;
+  for (int i = 1; i < 1000; ++i)
+    reports += "," + report;
+  run({}, [&](const std::string& url) {
+    const Answer answer =
+        HttpsClient(url, authority()).post("/v1/crash", reports + "]", {"Content-Type: application/json"});
+    EXPECT_EQ(200, answer.status);
+    EXPECT_EQ(R"({"code":0})", answer.body);
+  });
+  EXPECT_NE(std::string::npos,
+            errors_.str().find(" POST /v1/crash " + std::to_string(reports.size() + 1) + " bytes -> 200"));
+}
+
 TEST_F(ProgramTest, TheLinesMayGoToAFile) {
   run({"--log", folder_.path("log")}, [&](const std::string& url) { HttpsClient(url, authority()).get("/nothing"); });
   EXPECT_EQ("", errors_.str());
@@ -168,6 +200,7 @@ TEST_F(ProgramTest, WhatCannotBeUsedIsSaidInOneLine) {
        "morvik-service: --attribution: not JSON: byte 2 cannot be read; send one JSON document in UTF-8\n"},
       {{"--attribution", "/nowhere/at/all"},
        "morvik-service: cannot open /nowhere/at/all: No such file or directory\n"},
+      {{"--schedule", "/nowhere/at/all"}, "morvik-service: cannot open /nowhere/at/all: No such file or directory\n"},
       {{"--log", "/nowhere/at/all"},
        "morvik-service: cannot append to /nowhere/at/all; choose another file with --log\n"},
   };

@@ -78,6 +78,44 @@ Json impression() {
           {"conversion_key", 9}, {"isFirstTime", true},   {"created_at", "20260304050607"}};
 }
 
+Json crashReport(const std::string& reason) {
+  Json report = Json::object();
+  for (const char* name :
+       {"idfa", "os_type", "os_version", "app_version_name", "app_version_code", "install_datetime", "package_name",
+        "common_sdk_version", "kesmo_sdk_version", "fendo_sdk_version", "kesmo_display_ads", "commerce_sdk_version",
+        "coupon_sdk_version", "brisel_sdk_version", "quint_sdk_version", "local_kst_time", "exception_log_trace"}) {
+    report[name] = std::string("a ") + name;
+  }
+  report["appkey"] = kKeys.app_key;
+  report["exception_reason"] = reason;
+  report["device_information"] = {{"app_in_focus", true},
+                                  {"root_device", false},
+                                  {"device_model", "a device_model"},
+                                  {"free_device_storage", 12345678901},
+                                  {"free_memory", "812.4 MB"}};
+  return report;
+}
+
+Json demographicsPayload() {
+  return {{"puid", "a puid"},
+          {"user_demo_info",
+           {{{"demo_key", "age"}, {"demo_value", 27}},
+            {{"demo_key", "gender"}, {"demo_value", 2}},
+            {{"demo_key", "userId"}, {"demo_value", "someone"}}}}};
+}
+
+Json erasureRequest() {
+  Json request = {{"subject_request_id", "3F2504E0-4F89-41D3-9A0C-0305E82C3301"},
+                  {"subject_request_type", "erasure"},
+                  {"submitted_time", "2024-02-29T23:59:59Z"},
+                  {"api_version", "1.0"},
+                  {"status_callback_urls", ""}};
+  request["subject_identities"] = Json::array(
+      {{{"identity_type", "ios_advertising_id"}, {"identity_value", "an idfa"}, {"identity_format", "raw"}}});
+  request["extensions"]["erasure.morvik.example"] = {{"appkey", kKeys.app_key}, {"type", "classic"}};
+  return request;
+}
+
 Json trackingPayload(const std::vector<std::string>& event_ids) {
   Json payload = commonParameters();
   payload["activity_info"] = Json::array();
@@ -97,6 +135,10 @@ Json trackingPayload(const std::vector<std::string>& event_ids) {
 std::string envelopeBody(const Json& payload, const std::string& key_text, const std::string& app_key) {
   const std::string body = deflated(jsonText(payload));
   return "k=" + app_key + "&j=" + encodeBase64Url(seal(body, key_text, {.flags = 1}));
+}
+
+std::string hexadecimalBody(const Json& payload, const std::string& key_text) {
+  return "j=" + toHex(seal(jsonText(payload), key_text));
 }
 
 HttpRequest post(const std::string& path, const std::string& body) {

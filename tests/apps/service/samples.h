@@ -36,6 +36,9 @@ Json reEngagementPayload(std::int64_t conversion_key);
 Json facebookClick();
 Json commerceClicks(const std::vector<std::string>& click_ids);
 Json impression();
+Json crashReport(const std::string& reason);
+Json demographicsPayload();
+Json erasureRequest();
 Json trackingPayload(const std::vector<std::string>& event_ids);
 
 // The form body of a payload sealed with a key text.
@@ -46,6 +49,8 @@ HttpRequest post(const std::string& path, const std::string& body);
 // The same with a payload sealed with the right key of kKeys.
 HttpRequest postTracking(const Json& payload);
 HttpRequest postConversion(const Json& payload, const std::string& path = "/v1/conversion");
+// The form body of demographics.
+std::string hexadecimalBody(const Json& payload, const std::string& key_text = kKeys.tracking_key);
 // A POST of a JSON body, and a GET, with the headers that a device sends.
 HttpRequest postJson(const std::string& path, const std::string& body);
 HttpRequest get(const std::string& path);

@@ -94,6 +94,14 @@ TEST(Sealed, SaysWhatIsWrong) {
   EXPECT_EQ("the key does not open the payload (wrong key, or bytes were changed)", problem(seal("x", "yek")));
 }
 
+TEST(Sealed, WhereNothingIsDeflatedTheFlagIsUnknown) {
+  EXPECT_EQ("plain", openSealed(seal("plain", "key"), "key", 0));
+  const Refusal refusal = refusalOf([] { openSealed(seal(deflated("plain"), "key", {.flags = 1}), "key", 0); });
+  EXPECT_EQ(400, refusal.status());
+  EXPECT_STREQ("unknown sealing flags 1", refusal.what());
+  EXPECT_EQ("use no flag here: do not deflate", refusal.mend());
+}
+
 TEST(Sealed, NoMessageCarriesTheKey) {
   const Refusal refusal = refusalOf([] { openSealed(seal("x", "other"), "very-secret-key"); });
   for (const std::string& part : {std::string(refusal.what()), refusal.where(), refusal.mend()}) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "apps/service/files.h"
 #include "tests/apps/service/samples.h"
 
 namespace morvik_service {
@@ -13,9 +14,13 @@ namespace {
 using test::commerceClicks;
 using test::commonParameters;
 using test::conversionPayload;
+using test::crashReport;
+using test::demographicsPayload;
 using test::envelopeBody;
+using test::erasureRequest;
 using test::facebookClick;
 using test::get;
+using test::hexadecimalBody;
 using test::iadPayload;
 using test::inspection;
 using test::kKeys;
@@ -124,7 +129,7 @@ TEST_F(ServiceTest, AnUnknownPathIsToldWhatExists) {
   EXPECT_EQ(R"({"error":"there is nothing at this path","where":"the path","mend":"use one of: POST /v1/conversion, )"
             R"(POST /v1/thirdparty-conversion, POST /v1/iad-attribution, POST /v1/tracking, )"
             R"(POST /v1/reengagement-conversion, POST /v1/commerce-conversion, GET /{app key}/config.json, )"
-            R"(GET /inspect/requests"})",
+            R"(POST /v1/crash, POST /v1/demographics, POST /v2/schedule, POST /v1/erasure, GET /inspect/requests"})",
             reply.body);
   EXPECT_EQ("", lastRequest()["endpoint"]);
 }
@@ -157,13 +162,19 @@ TEST_F(ServiceTest, AReEngagementThatDoesNotFitIsRefused) {
   EXPECT_EQ(false, lastRequest()["counted"]);
 }
 
-TEST_F(ServiceTest, AnAnswerThatClaimsNoClickTellsTheDeviceToKeepIt) {
+TEST_F(ServiceTest, AnAnswerToWhatDoesNotCountTellsTheDeviceToKeepIt) {
   misbehave(R"({"endpoint":"reengagement-conversion","kind":"delay","milliseconds":1,"count_events":false})");
   EXPECT_EQ(R"({"BaseTime":1709251199999,"Result":false})",
             handle(postConversion(reEngagementPayload(77), kReEngagement)).body);
   EXPECT_EQ(false, lastRequest()["counted"]);
   misbehave(R"({"endpoint":"commerce-conversion","kind":"delay","milliseconds":1,"count_events":false})");
   EXPECT_EQ(R"({"errMsg":"the clicks were not counted"})", handle(postCommerce(commerceClicks({"one"}))).body);
+  EXPECT_EQ(false, lastRequest()["counted"]);
+  misbehave(R"({"endpoint":"crash","kind":"delay","milliseconds":1,"count_events":false})");
+  EXPECT_EQ(R"({"code":1})", handle(postJson("/v1/crash", jsonText(Json::array({crashReport("fendo")})))).body);
+  EXPECT_EQ(false, lastRequest()["counted"]);
+  misbehave(R"({"endpoint":"demographics","kind":"delay","milliseconds":1,"count_events":false})");
+  EXPECT_EQ(R"({"Result":false})", handle(post("/v1/demographics", hexadecimalBody(demographicsPayload()))).body);
   EXPECT_EQ(false, lastRequest()["counted"]);
 }
 
@@ -214,6 +225,112 @@ TEST_F(ServiceTest, TheConfigurationIsOfOneAppAndIsFetched) {
   const HttpReply posted = handle(postJson("/app-1/config.json", "{}"));
   EXPECT_EQ(405, posted.status);
   EXPECT_EQ("use GET", Json::parse(posted.body)["mend"]);
+}
+
+TEST_F(ServiceTest, CrashReportsAreTakenInWithCodeZero) {
+  const Json reports = {crashReport("fendo one"), crashReport("fendo \u00fc")};
+  EXPECT_EQ(R"({"code":0})", handle(postJson("/v1/crash", jsonText(reports))).body);
+  EXPECT_EQ("crash", lastRequest()["endpoint"]);
+  EXPECT_EQ(reports, lastRequest()["payload"]);
+  EXPECT_EQ(true, lastRequest()["counted"]);
+  EXPECT_EQ(R"({"code":0})", handle(postJson("/v1/crash", "[]")).body);
+}
+
+TEST_F(ServiceTest, CrashReportsThatDoNotFitAreRefused) {
+  Json other = crashReport("fendo");
+  other["appkey"] = "app-2";
+  EXPECT_EQ(403, handle(postJson("/v1/crash", jsonText(Json::array({other})))).status);
+  EXPECT_EQ(false, lastRequest()["counted"]);
+  EXPECT_EQ(400, handle(postJson("/v1/crash", "[{}]")).status);
+  EXPECT_EQ(400, handle(postJson("/v1/crash", "")).status);
+  EXPECT_EQ(400, handle(postJson("/v1/crash", "{}")).status);
+  EXPECT_EQ(400, handle(postJson("/v1/crash", "[1e999]")).status);
+  EXPECT_EQ(415, handle(post("/v1/crash", "[]")).status);
+}
+
+TEST_F(ServiceTest, DemographicsAreTakenInAndShown) {
+  EXPECT_EQ(R"({"Result":true})", handle(post("/v1/demographics", hexadecimalBody(demographicsPayload()))).body);
+  EXPECT_EQ("demographics", lastRequest()["endpoint"]);
+  EXPECT_EQ(demographicsPayload(), lastRequest()["payload"]);
+  EXPECT_EQ(true, lastRequest()["counted"]);
+  EXPECT_EQ(R"({"Result":true})", handle(post("/v1/demographics", hexadecimalBody(Json::object()))).body);
+  EXPECT_EQ(Json::object(), lastRequest()["payload"]);
+}
+
+TEST_F(ServiceTest, DemographicsThatDoNotFitAreRefused) {
+  const std::string twice = kKeys.hash_key + kKeys.hash_key;
+  EXPECT_EQ(403, handle(post("/v1/demographics", hexadecimalBody(demographicsPayload(), twice))).status);
+  EXPECT_EQ(400, handle(post("/v1/demographics", hexadecimalBody({{"puid", "x"}}))).status);
+  EXPECT_EQ(400, handle(post("/v1/demographics", "j=00")).status);
+  EXPECT_EQ(400, handle(post("/v1/demographics", envelopeBody(demographicsPayload(), kKeys.tracking_key))).status);
+  EXPECT_EQ(R"({"error":"the body is empty","where":"the request body","mend":"send the form parameter j"})",
+            handle(post("/v1/demographics", "")).body);
+}
+
+TEST_F(ServiceTest, AScheduleIsSentOnceAndThenSaidToBeUnchanged) {
+  const Json full = answer(post("/v2/schedule", "k=app-1&language=ko&checksum=init"));
+  EXPECT_EQ(kNow, full["BaseTime"]);
+  EXPECT_EQ(true, full["Result"]);
+  EXPECT_EQ(kResultCodeFine, full["ResultCode"]);
+  Schedule own;
+  Json expected = own.current().members;
+  expected["CheckSum"] = own.current().check_sum;
+  EXPECT_EQ(expected, full["Data"]);
+  const std::string check_sum = full["Data"]["CheckSum"];
+  EXPECT_EQ(R"({"BaseTime":1709251199999,"Result":true,"ResultCode":1001})",
+            handle(post("/v2/schedule", "k=app-1&language=ko&checksum=" + check_sum)).body);
+  EXPECT_EQ((Json{{"k", "app-1"}, {"language", "ko"}, {"checksum", check_sum}}), lastRequest()["payload"]);
+  EXPECT_EQ(false, lastRequest()["counted"]);
+}
+
+TEST_F(ServiceTest, AScheduleRequestThatDoesNotFitIsRefused) {
+  EXPECT_EQ(403, handle(post("/v2/schedule", "k=app-2&language=ko&checksum=init")).status);
+  EXPECT_EQ("checksum is missing", answer(post("/v2/schedule", "k=app-1&language=ko"))["error"]);
+  EXPECT_EQ(400, handle(post("/v2/schedule", "k=app-1&k=app-1")).status);
+  EXPECT_EQ(400, handle(post("/v2/schedule", "")).status);
+  EXPECT_EQ(400, handle(post("/v2/schedule", "nonsense")).status);
+  EXPECT_EQ(415, handle(postJson("/v2/schedule", "{}")).status);
+}
+
+TEST_F(ServiceTest, AScheduleFileThatBrokeIsSaidAndRemembered) {
+  const TemporaryFolder folder;
+  replaceFile(folder.path("schedule"), "{\"CheckSum\":\"of the file\",\"a\":1}", kPublicMode);
+  AnswerData data;
+  data.schedule = Schedule(folder.path("schedule"));
+  Store store(folder.path());
+  Service service(
+      kKeys, data, store, [] { return kNow; }, [](const std::string&) {});
+  const HttpRequest request = post("/v2/schedule", "k=app-1&language=ko&checksum=init");
+  const Json told = Json::parse(service.handle(request).body)["Data"];
+  EXPECT_EQ(1, told["a"]);
+  EXPECT_EQ(64U, told["CheckSum"].get<std::string>().size());
+  replaceFile(folder.path("schedule"), "", kPublicMode);
+  EXPECT_EQ(503, service.handle(request).status);
+  const Json stored = Json::parse(service.handle(inspection("GET", "/inspect/requests")).body)["requests"].back();
+  EXPECT_EQ("the schedule cannot be used: not JSON: byte 1 cannot be read", stored["refusal"]["error"]);
+  EXPECT_EQ("init", stored["payload"]["checksum"]);
+}
+
+TEST_F(ServiceTest, AnErasureRequestIsTakenInByItsId) {
+  EXPECT_EQ(R"({"subject_request_id":"3F2504E0-4F89-41D3-9A0C-0305E82C3301"})",
+            handle(postJson("/v1/erasure", erasureRequest().dump(2))).body);
+  EXPECT_EQ("erasure", lastRequest()["endpoint"]);
+  EXPECT_EQ(erasureRequest(), lastRequest()["payload"]);
+  EXPECT_EQ(true, lastRequest()["counted"]);
+}
+
+TEST_F(ServiceTest, AnErasureRequestThatDoesNotFitIsRefused) {
+  Json request = erasureRequest();
+  request["extensions"]["erasure.morvik.example"]["appkey"] = "app-2";
+  EXPECT_EQ(403, handle(postJson("/v1/erasure", jsonText(request))).status);
+  request = erasureRequest();
+  request["api_version"] = 1.0;
+  EXPECT_EQ("api_version is no string", answer(postJson("/v1/erasure", jsonText(request)))["error"]);
+  EXPECT_EQ(false, lastRequest()["counted"]);
+  EXPECT_EQ(400, handle(postJson("/v1/erasure", "[]")).status);
+  EXPECT_EQ(400, handle(postJson("/v1/erasure", "{")).status);
+  EXPECT_EQ(400, handle(postJson("/v1/erasure", "")).status);
+  EXPECT_EQ(415, handle(post("/v1/erasure", jsonText(erasureRequest()))).status);
 }
 
 TEST_F(ServiceTest, EveryEndpointMisbehavesOnRequest) {
