@@ -79,7 +79,8 @@ void requireMembers(const Json& object, std::span<const MemberRule> rules, const
 void requireExactly(const Json& value, std::span<const MemberRule> rules, const Place& place) {
   requireType(value, MemberType::kObject, place);
   requireMembers(value, rules, place);
-  for (const auto& [name, ignored] : value.items()) {
+  for (const auto& member : value.items()) {
+    const std::string& name = member.key();
     const bool known =
         std::any_of(rules.begin(), rules.end(), [&](const MemberRule& rule) { return rule.name == name; });
     if (!known)
