@@ -258,7 +258,8 @@ class Input(DeviceTest):
         status, output, errors = self.run_once(self.arguments("--script", script))
         self.assertEqual((status, output), (2, []))
         self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is no verb; use one of: active, '
-                                  "background, event, impression, push, wait, clock, settle, store, kill, quit"])
+                                  "background, event, impression, open-url, store-url, facebook-url, "
+                                  "third-party-conversion, set, push, wait, clock, settle, store, kill, quit"])
         self.assertFalse(os.path.exists(self.store_folder))
 
     def test_a_bad_line_on_standard_input_touches_nothing(self):
