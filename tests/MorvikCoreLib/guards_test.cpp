@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/MorvikCoreLib/clicks.h"
 #include "tests/MorvikCoreLib/records.h"
 
 namespace morvik {
@@ -152,6 +153,72 @@ const std::vector<GuardCase>& cases() {
        "MRVK_QA-[MorvikCoreLib error] Exception : Reason]",
        "! MRVK_QA-MorvikCore reGetReferral Failed Exception: boom\n", "TRACE", "TRACE",
        "-[MorvikCoreLib conversion:]_block_invoke"},
+      blockCase(
+          "passOpenURL",
+          [](TestWorld& world, const Fault& fault) {
+            world.faulty.util.faults.throwAlways("getURLParmaters", fault);
+            testing::open(world, "app://x?ck=12");
+          },
+          "MRVK_QA-[MorvikCoreLib error] Exception from passOpenURL!", kBlanks26, "-[MorvikCoreLib passOpenURL:]"),
+      blockCase(
+          "makeReEngagementConversionParameter",
+          [](TestWorld& world, const Fault& fault) {
+            world.faultyServices().faults.throwAlways("hashKey", fault);
+            EXPECT_TRUE(world.core().makeReEngagementConversionParameter(kit::Url("app://x?ck=12")).isAbsent());
+          },
+          "MRVK_QA-[MorvikCore error] Exception from MorvikCoreService!", kBlanks30,
+          "-[MorvikCoreLib makeReEngagementConversionParameter:]"),
+      blockCase(
+          "reEngagementConversion",
+          [](TestWorld& world, const Fault& fault) {
+            world.faulty.transport.faults.throwAlways("start", fault);
+            world.loop.perform([&] { world.core().reEngagementConversion(Dictionary{{"j", "x"}}); });
+            EXPECT_TRUE(world.userDefaults().reEngagementInfos().isAbsent());
+          },
+          "MRVK_QA-[MorvikCoreLib error] Exception from MorvikCoreService!", kBlanks30,
+          "-[MorvikCoreLib reEngagementConversion:]"),
+      {"failureRecorder",
+       [](TestWorld& world, const Fault& fault) {
+         world.transport.setDefaultAnswer(testing::Answer::error("down"));
+         world.faulty.key_value_store.faults.throwAlways("set", fault);
+         testing::open(world, "app://x?ck=12");
+       },
+       "! MRVK_QA-MorvikCore makeReEngagementConversionParameter Exception: Reason\n",
+       "! MRVK_QA-MorvikCore makeReEngagementConversionParameter Exception: boom\n", "TRACE", "TRACE",
+       "-[MorvikCoreLib makeReEngagementConversionParameter:]_block_invoke"},
+      {"heldTask",
+       [](TestWorld& world, const Fault& fault) {
+         world.core().setReEngagement_task([fault] { fault.raise(); });
+         world.loop.perform([&] { world.core().reEngagementConversion(Dictionary{{"j", "x"}}); });
+       },
+       "! MRVK_QA-reEngagementConversion_MorvikCore reEngagementConversion from ReEngagement task(Block) Exception: "
+       "Reason\n",
+       "! MRVK_QA-reEngagementConversion_MorvikCore reEngagementConversion from ReEngagement task(Block) Exception: "
+       "boom\n",
+       "TRACE", "TRACE", "-[MorvikCoreLib reEngagementConversion:]_block_invoke"},
+      {"makeFailureReEngagementConversionParameter",
+       [](TestWorld& world, const Fault& fault) {
+         world.faultyServices().faults.throwAlways("makeCommonParameter", fault);
+         world.core().makeFailureReEngagementConversionParameter();
+       },
+       "! MRVK_QA-MorvikCore makeFailureReEngagementConversionParameter Exception: Reason\n",
+       otherBlock("MRVK_QA-[MorvikCore error] Exception from makeFailureReEngagementConversionParameter!", kBlanks30),
+       "TRACE", "ERROR", "-[MorvikCoreLib makeFailureReEngagementConversionParameter]"},
+      {"setReferralUrlForFacebook",
+       [](TestWorld& world, const Fault& fault) {
+         world.faulty.util.faults.throwAlways("getURLParmaters", fault);
+         world.core().setReferralUrlForFacebook(kit::Url("https://f.example/?ck=12"));
+       },
+       "! MRVK_QA-MorvikCoreLib setReferralUrlForFacebook Exception: Reason\n",
+       "! MRVK_QA-MorvikCoreLib setReferralUrlForFacebook Exception: boom\n", "TRACE", "TRACE",
+       "-[MorvikCoreLib setReferralUrlForFacebook:]"},
+      {"getPremiumPostbackInfoss",
+       [](TestWorld& world, const Fault& fault) {
+         world.faultyServices().faults.throwAlways("appKey", fault);
+         world.core().getPremiumPostbackInfoss();
+       },
+       "MRVK_QA-[MorvikCoreLib error] Exception : Reason]", "MRVK_QA-[MorvikCoreLib error] Exception : boom]", "TRACE",
+       "TRACE", "-[MorvikCoreLib getPremiumPostbackInfoss]"},
   };
   return all;
 }
@@ -188,16 +255,16 @@ TEST_P(Guards, WriteAnyOtherThrownObjectInOneLineAndReturn) {
 }
 
 TEST_P(Guards, OfALevelWriteNothingBelowIt) {
-  for (const Fault& fault :
-       {Fault::exception("Name", "Reason", Dictionary{{"key", "info"}}), Fault::runtimeError("boom")}) {
+  const std::pair<Fault, std::string_view> clauses[] = {
+      {Fault::exception("Name", "Reason", Dictionary{{"key", "info"}}), GetParam().exception_level},
+      {Fault::runtimeError("boom"), GetParam().other_level}};
+  for (const auto& [fault, level] : clauses) {
     TestWorld quiet;
-    const bool is_error = std::string_view(GetParam().exception_level) == "ERROR";
     quiet.sharedState().log_levels._lcl_component_level[kit::lcl_cKesmo] =
-        is_error ? kit::lcl_vCritical : kit::lcl_vDebug;
+        level == "ERROR" ? kit::lcl_vCritical : kit::lcl_vDebug;
     quiet.log.clear();
     GetParam().run(quiet, fault);
-    const bool is_ungated = *GetParam().exception_level == '\0';
-    EXPECT_EQ(quiet.log.countContaining("Exception"), is_ungated ? 1U : 0U) << fault.description();
+    EXPECT_EQ(quiet.log.countContaining("Exception"), level.empty() ? 1U : 0U) << fault.description();
   }
 }
 
@@ -223,6 +290,236 @@ TEST(GuardedRefetch, GoesOnAfterTheException) {
   world.loop.perform([&] { world.core().tracking(Dictionary{{"j", "x"}}); });
   EXPECT_EQ(world.core().failedGetReferralCnt(), 11);
   EXPECT_THAT(world.requests("v1/tracking"), ::testing::IsEmpty());
+}
+
+// ---------------------------------------------------------------------- opened URLs, with everything they call
+// throwing
+
+/// One call that throws, and the guard that it ends in.
+struct ThrowingCall {
+  enum class Guard { kOpen, kParameters, kRequest, kRecorder, kRetry, kFacebook, kPremium };
+  const char* what;
+  void (*run)(TestWorld& world);
+  testing::Faults& (*faults)(TestWorld& world);
+  const char* operation;
+  size_t nth;
+  Guard guard;
+};
+
+testing::Faults& ofUtil(TestWorld& world) {
+  return world.faulty.util.faults;
+}
+testing::Faults& ofStore(TestWorld& world) {
+  return world.faulty.key_value_store.faults;
+}
+testing::Faults& ofServices(TestWorld& world) {
+  return world.faultyServices().faults;
+}
+testing::Faults& ofModules(TestWorld& world) {
+  return world.faulty.modules.faults;
+}
+testing::Faults& ofTransport(TestWorld& world) {
+  return world.faulty.transport.faults;
+}
+testing::Faults& ofJson(TestWorld& world) {
+  return world.faulty.json.faults;
+}
+testing::Faults& ofClock(TestWorld& world) {
+  return world.faulty.clock.faults;
+}
+testing::Faults& ofVersion(TestWorld& world) {
+  return world.faulty.update_log.faults;
+}
+testing::Faults& ofLog(TestWorld& world) {
+  return world.faulty.log_sink.faults;
+}
+
+void openCommerceClick(TestWorld& world) {
+  testing::open(world, "app://x?ck=12&cid=shoe");
+}
+void openDeepLinkConversion(TestWorld& world) {
+  testing::open(world, "app://x?ck=12&isFacebookCpi=1&mrvk_deeplink_cvr=1&sn=1");
+}
+void record(TestWorld& world) {
+  world.loop.perform([&] { world.core().ReEngagement_task()(); });
+}
+void retry(TestWorld& world) {
+  world.loop.perform([&] { world.core().makeFailureReEngagementConversionParameter(); });
+}
+void refer(TestWorld& world) {
+  world.loop.perform([&] { world.core().setReferralUrlForFacebook(kit::Url("https://f.example/?ck=12")); });
+}
+void askForPremium(TestWorld& world) {
+  world.loop.perform([&] { world.core().getPremiumPostbackInfoss(); });
+}
+
+using enum ThrowingCall::Guard;
+const std::vector<ThrowingCall> kThrowingCalls = {
+    {"openReadsTheQuery", openCommerceClick, ofUtil, "getURLParmaters", 1, kOpen},
+    {"openReadsAFlag", openCommerceClick, ofUtil, "checkNilToNo", 1, kOpen},
+    {"openReadsAnotherFlag", openCommerceClick, ofUtil, "checkNilToNo", 2, kOpen},
+    {"openAsksForTheDevicesIdentifier", openCommerceClick, ofUtil, "IDFA", 1, kOpen},
+    {"openReadsTheClock", openCommerceClick, ofClock, "now", 1, kOpen},
+    {"openReadsTheCommerceClicks", openCommerceClick, ofStore, "get", 1, kOpen},
+    {"openStoresTheCommerceClick", openCommerceClick, ofStore, "set", 1, kOpen},
+    {"openReadsTheCommerceClicksBack", openCommerceClick, ofStore, "get", 2, kOpen},
+    {"openFlushes", openCommerceClick, ofStore, "synchronize", 1, kOpen},
+    {"openWritesALine", openCommerceClick, ofLog, "line", 1, kOpen},
+    {"openAsksForForgetMeOfCommerce", openCommerceClick, ofServices, "isGDPRForgetMe", 1, kOpen},
+    {"openReadsTheCommerceClicksToSend", openCommerceClick, ofStore, "get", 3, kOpen},
+    {"openWritesTheBodyOfCommerce", openCommerceClick, ofJson, "write", 1, kOpen},
+    {"openIsGatedInTheRequestOfCommerce", openCommerceClick, ofServices, "isGDPRForgetMe", 2, kOpen},
+    {"openStartsTheRequestOfCommerce", openCommerceClick, ofTransport, "start", 1, kOpen},
+    {"openLooksForTheModule", openCommerceClick, ofModules, "find", 1, kOpen},
+    {"openSetsTheDelegate", openCommerceClick, ofServices, "setResetRetainedConversionCacheDeleate", 1, kOpen},
+    {"openReadsTheDelegate", openCommerceClick, ofServices, "resetRetainedConversionCacheDeleate", 1, kOpen},
+    {"openAsksForTheIdentifier", openDeepLinkConversion, ofServices, "appleAdvertisingIdentifier", 1, kOpen},
+    {"openReadsTheReferralKey", openDeepLinkConversion, ofStore, "get", 1, kOpen},
+    {"parametersAskForForgetMe", openCommerceClick, ofServices, "isGDPRForgetMe", 3, kParameters},
+    {"parametersAskForTheVersion", openCommerceClick, ofVersion, "getSDKVersion", 1, kParameters},
+    {"parametersMakeTheCommonOnes", openCommerceClick, ofServices, "makeCommonParameter", 1, kParameters},
+    {"parametersReadTheQuery", openCommerceClick, ofUtil, "getURLParmaters", 2, kParameters},
+    {"parametersReadTheSession", openCommerceClick, ofUtil, "checkLongLongNilToZero", 1, kParameters},
+    {"parametersReadTheKey", openCommerceClick, ofUtil, "checkIntegerNilToZero", 1, kParameters},
+    {"parametersReadTheSubKey", openCommerceClick, ofUtil, "checkNilToBlankString", 1, kParameters},
+    {"parametersWriteALine", openCommerceClick, ofLog, "line", 5, kParameters},
+    {"parametersAskForTheHashKey", openCommerceClick, ofServices, "hashKey", 1, kParameters},
+    {"parametersAreSealed", openCommerceClick, ofServices, "makeJsonParameter", 1, kParameters},
+    {"requestAsksForForgetMe", openCommerceClick, ofServices, "isGDPRForgetMe", 4, kRequest},
+    {"requestWritesALine", openCommerceClick, ofLog, "line", 6, kRequest},
+    {"requestIsGated", openCommerceClick, ofServices, "isGDPRForgetMe", 5, kRequest},
+    {"requestIsStarted", openCommerceClick, ofTransport, "start", 2, kRequest},
+    {"recorderReadsTheQuery", record, ofUtil, "getURLParmaters", 1, kRecorder},
+    {"recorderReadsTheSession", record, ofUtil, "checkLongLongNilToZero", 1, kRecorder},
+    {"recorderReadsTheKey", record, ofUtil, "checkIntegerNilToZero", 1, kRecorder},
+    {"recorderReadsTheSubKey", record, ofUtil, "checkNilToBlankString", 1, kRecorder},
+    {"recorderReadsTheClicks", record, ofStore, "get", 1, kRecorder},
+    {"recorderReadsTheCounts", record, ofStore, "get", 2, kRecorder},
+    {"recorderStoresTheClick", record, ofStore, "set", 1, kRecorder},
+    {"recorderStoresTheCount", record, ofStore, "set", 2, kRecorder},
+    {"recorderFlushes", record, ofStore, "synchronize", 1, kRecorder},
+    {"retryAsksForForgetMe", retry, ofServices, "isGDPRForgetMe", 1, kRetry},
+    {"retryAsksForTheVersion", retry, ofVersion, "getSDKVersion", 1, kRetry},
+    {"retryMakesTheCommonParameters", retry, ofServices, "makeCommonParameter", 1, kRetry},
+    {"retryReadsTheCounts", retry, ofStore, "get", 1, kRetry},
+    {"retryStoresTheCounts", retry, ofStore, "set", 1, kRetry},
+    {"retryReadsTheClicksToGiveUp", retry, ofStore, "get", 2, kRetry},
+    {"retryStoresTheClicksThatStay", retry, ofStore, "set", 2, kRetry},
+    {"retryFlushes", retry, ofStore, "synchronize", 1, kRetry},
+    {"retryReadsTheClicksToSend", retry, ofStore, "get", 3, kRetry},
+    {"retryReadsTheSession", retry, ofUtil, "checkLongLongNilToZero", 1, kRetry},
+    {"retryReadsTheKey", retry, ofUtil, "checkIntegerNilToZero", 1, kRetry},
+    {"retryReadsTheUrl", retry, ofUtil, "checkNilToBlankString", 1, kRetry},
+    {"retryReadsTheSubKey", retry, ofUtil, "checkNilToBlankString", 2, kRetry},
+    {"retryReadsTheFlag", retry, ofUtil, "checkNilToNo", 1, kRetry},
+    {"retryWritesALine", retry, ofLog, "line", 1, kRetry},
+    {"retryAsksForTheHashKey", retry, ofServices, "hashKey", 1, kRetry},
+    {"retrySeals", retry, ofServices, "makeJsonParameter", 1, kRetry},
+    {"retrySends", retry, ofServices, "isGDPRForgetMe", 2, kRequest},
+    {"retryStartsTheRequest", retry, ofTransport, "start", 1, kRequest},
+    {"facebookAsksForForgetMe", refer, ofServices, "isGDPRForgetMe", 1, kFacebook},
+    {"facebookReadsTheQuery", refer, ofUtil, "getURLParmaters", 1, kFacebook},
+    {"facebookReadsTheKey", refer, ofUtil, "checkIntegerNilToZero", 1, kFacebook},
+    {"facebookReadsTheReportedKeys", refer, ofStore, "get", 1, kFacebook},
+    {"facebookComparesAReportedKey", refer, ofUtil, "checkIntegerNilToZero", 2, kFacebook},
+    {"facebookReadsTheSubKey", refer, ofUtil, "checkNilToBlankString", 1, kFacebook},
+    {"facebookSends", refer, ofServices, "isGDPRForgetMe", 2, kFacebook},
+    {"facebookStartsTheRequest", refer, ofTransport, "start", 1, kFacebook},
+    {"premiumAsksForForgetMe", askForPremium, ofServices, "isGDPRForgetMe", 1, kPremium},
+    {"premiumReadsTheGrant", askForPremium, ofStore, "get", 1, kPremium},
+    {"premiumReadsTheClock", askForPremium, ofClock, "now", 1, kPremium},
+    {"premiumAsksForTheAppKey", askForPremium, ofServices, "appKey", 1, kPremium},
+    {"premiumIsGated", askForPremium, ofServices, "isGDPRForgetMe", 2, kPremium},
+    {"premiumStartsTheRequest", askForPremium, ofTransport, "start", 1, kPremium},
+};
+
+class EverythingCalled : public ::testing::TestWithParam<ThrowingCall> {
+ protected:
+  EverythingCalled() {
+    world.transport.setDefaultAnswer(testing::Answer::silence());
+    world.modules.add("FendoLib");
+    world.loop.perform([this] { world.core().endSession(); });
+    world.loop.advance(100);
+    world.userDefaults().setReEngagementInfos(Array{testing::clickOf(1), testing::clickOf(2)});
+    world.userDefaults().setReEngagementConversionFailedCnt(Array{testing::countOf(1, 6), testing::countOf(2, 1)});
+    world.userDefaults().setFendoConversionInfoForCaches(Array{99});
+    EXPECT_TRUE(world.core().makeReEngagementConversionParameter(kit::Url("app://x?ck=7")).isDictionary());
+    world.log.clear();
+  }
+  /// The line that the guard writes: of the exception Name, Reason, or of the text "boom".
+  static std::string lineOf(ThrowingCall::Guard guard, bool is_exception) {
+    const std::string text = is_exception ? "Reason" : "boom";
+    const auto block = is_exception ? exceptionBlock : otherBlock;
+    switch (guard) {
+      case kOpen:
+        return block("MRVK_QA-[MorvikCoreLib error] Exception from passOpenURL!", kBlanks26);
+      case kParameters:
+        return block("MRVK_QA-[MorvikCore error] Exception from MorvikCoreService!", kBlanks30);
+      case kRequest:
+        return block("MRVK_QA-[MorvikCoreLib error] Exception from MorvikCoreService!", kBlanks30);
+      case kRecorder:
+        return "! MRVK_QA-MorvikCore makeReEngagementConversionParameter Exception: " + text + "\n";
+      case kRetry:
+        if (is_exception)
+          return "! MRVK_QA-MorvikCore makeFailureReEngagementConversionParameter Exception: Reason\n";
+        return block("MRVK_QA-[MorvikCore error] Exception from makeFailureReEngagementConversionParameter!",
+                     kBlanks30);
+      case kFacebook:
+        return "! MRVK_QA-MorvikCoreLib setReferralUrlForFacebook Exception: " + text + "\n";
+      case kPremium:
+        return "MRVK_QA-[MorvikCoreLib error] Exception : " + text + "]";
+    }
+    return {};
+  }
+  void expectOneLineOf(const Fault& fault, bool is_exception) {
+    testing::Faults& faults = GetParam().faults(world);
+    faults.throwAt(GetParam().operation, GetParam().nth, fault);
+    EXPECT_NO_THROW(GetParam().run(world));
+    EXPECT_EQ(faults.thrown().size(), 1U) << "the call was not made";
+    EXPECT_EQ(world.log.count(lineOf(GetParam().guard, is_exception)), 1U);
+    EXPECT_EQ(world.log.countContaining("Exception"), 1U);
+  }
+
+  TestWorld world{WorldOptions::attributed()};
+};
+
+TEST_P(EverythingCalled, MayThrowThePlatformExceptionAndEndsInItsGuard) {
+  expectOneLineOf(Fault::exception("Name", "Reason", Dictionary{{"key", "info"}}), true);
+}
+
+TEST_P(EverythingCalled, MayThrowAnyOtherObjectAndEndsInItsGuard) {
+  expectOneLineOf(Fault::runtimeError("boom"), false);
+}
+
+INSTANTIATE_TEST_SUITE_P(OpenedUrls, EverythingCalled, ::testing::ValuesIn(kThrowingCalls),
+                         [](const auto& row) { return row.param.what; });
+
+TEST(GuardedModules, ThatThrowEndInTheGuardOfTheUrl) {
+  for (const Fault& fault : {Fault::exception("Name", "Reason"), Fault::runtimeError("boom")}) {
+    TestWorld world(WorldOptions::attributed());
+    world.modules.add("FendoLib");
+    world.modules.sharedOf("FendoLib").resetRetainedConversionCache = [&](const Value&) { fault.raise(); };
+    testing::open(world, "app://x?ck=12");
+    EXPECT_EQ(world.log.countContaining("Exception from passOpenURL!"), 1U);
+    world.log.clear();
+    world.modules.add("FendoLib").shared = [&]() -> std::shared_ptr<const kit::ModuleObject> { fault.raise(); };
+    testing::open(world, "app://x?ck=13");
+    EXPECT_EQ(world.log.countContaining("Exception from passOpenURL!"), 1U);
+  }
+}
+
+TEST(UnguardedHandlers, GoUpToTheGuardOfTheQueue) {
+  TestWorld world(WorldOptions::attributed());
+  size_t caught = 0;
+  world.loop.setExceptionSink([&caught](const std::exception_ptr&) { ++caught; });
+  world.modules.add("FendoLib");
+  world.modules.sharedOf("FendoLib").saveRetainedConversionKey = [](int64_t) { throw 1; };
+  world.userDefaults().setReEngagementInfos(Array{testing::clickOf(12)});
+  world.transport.on(testing::kReEngagement).always(testing::Answer::json(testing::acceptanceOf(12)));
+  world.loop.perform([&] { world.core().reEngagementConversion(Dictionary{{"j", "x"}}); });
+  EXPECT_EQ(caught, 1U);
+  EXPECT_EQ(world.userDefaults().fendoUserInfo_reengagement_conversion_key(), 0) << "what comes after is not done";
+  EXPECT_EQ(world.userDefaults().reEngagementInfos().size(), 1U);
 }
 
 }  // namespace

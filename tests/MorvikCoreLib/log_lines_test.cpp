@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "services/describe.h"
+#include "tests/MorvikCoreLib/clicks.h"
 #include "tests/MorvikCoreLib/records.h"
 
 namespace morvik {
@@ -58,10 +60,29 @@ void dropLink(TestWorld& world) {
   world.transport.on("").always(Answer::json(kLinkOnly));
 }
 
+void click(TestWorld& world) {
+  testing::open(world, "app://x?ck=12&cid=shoe");
+}
+void reEngage(TestWorld& world) {
+  world.loop.perform([&] { world.core().reEngagementConversion(kSomething); });
+}
+void sendCommerceClicks(TestWorld& world) {
+  world.userDefaults().setCommerceConversionInfos(Array{});
+  world.loop.perform([&] { world.core().commerceConversion(); });
+}
+void askForPremiumPostback(TestWorld& world) {
+  world.transport.on("config.json")
+      .always(Answer::json(Dictionary{{"commerce", Dictionary{{"premium_postback", true}}}}));
+  world.loop.perform([&] { world.core().getPremiumPostbackInfoss(); });
+}
+
 constexpr const char* kTrackingHandler = "-[MorvikCoreLib tracking:]_block_invoke";
 constexpr const char* kConversionHandler = "-[MorvikCoreLib conversion:]_block_invoke";
 constexpr const char* kThirdPartyHandler = "-[MorvikCoreLib thirdPartyConversion:]_block_invoke";
 constexpr const char* kIAdHandler = "-[MorvikCoreLib iAdAppAttributionTracking:]_block_invoke";
+constexpr const char* kReEngagementHandler = "-[MorvikCoreLib reEngagementConversion:]_block_invoke";
+constexpr const char* kCommerceHandler = "-[MorvikCoreLib commerceConversion]_block_invoke";
+constexpr const char* kPremiumHandler = "-[MorvikCoreLib getPremiumPostbackInfoss]_block_invoke";
 
 const std::vector<Line> kLines = {
     {"Version", [](TestWorld& world) { world.restart(); }, "DEBUG", "-[MorvikCoreLib init]",
@@ -182,6 +203,62 @@ const std::vector<Line> kLines = {
      "DEBUG", kIAdHandler, "MRVK_QA-iAdAppAttributionTracking_JSON: {\"Result\":false}"},
     {"IAdStatus", reportIAd, "ERROR", kIAdHandler, "MRVK_QA-iAdAppAttributionTracking_Recieved an HTTP 0"},
     {"IAdError", reportIAd, "ERROR", kIAdHandler, "MRVK_QA-iAdAppAttributionTracking_The error was: down"},
+    {"OpenedUrl", click, "TRACE", "-[MorvikCoreLib passOpenURL:]",
+     "MRVK_QA-P.O. URL : app://x?ck=12&cid=shoe, getURLParamaters : {\"ck\":\"12\",\"cid\":\"shoe\"}"},
+    {"OpenedUrlWithoutQuery", [](TestWorld& world) { testing::open(world, "app://x"); }, "TRACE",
+     "-[MorvikCoreLib passOpenURL:]", "MRVK_QA-P.O. URL : app://x, getURLParamaters : (null)"},
+    {"CommerceClicks", click, "TRACE", "-[MorvikCoreLib passOpenURL:]",
+     "MRVK_QA-commerceConversionInfos : [{\"clickId\":\"shoe\",\"idfa\":\"00000000-0000-4000-8000-0000000000AD\","
+     "\"mtime\":1709251200000}]"},
+    {"ReEngagementUrl", click, "TRACE", "-[MorvikCoreLib passOpenURL:]",
+     "MRVK_QA-ReEngagement_URL : app://x?ck=12&cid=shoe"},
+    {"DeepLinkConversionUrl",
+     [](TestWorld& world) { testing::open(world, "app://x?ck=1&isFacebookCpi=1&mrvk_deeplink_cvr=1&sn=1"); }, "TRACE",
+     "-[MorvikCoreLib passOpenURL:]",
+     "MRVK_QA-ReEngagement_URL : app://x?ck=1&isFacebookCpi=1&mrvk_deeplink_cvr=1&sn=1"},
+    {"ReEngagementParameters", reEngage, "DEBUG", "-[MorvikCoreLib reEngagementConversion:]",
+     "MRVK_QA-reEngagementConversion_parameterInfo : {\"j\":\"x\"}"},
+    {"ReEngagementAnswer",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       reEngage(world);
+     },
+     "DEBUG", kReEngagementHandler, "MRVK_QA-reEngagementConversion_JSON: {\"Result\":false}"},
+    {"ReEngagementStatus", reEngage, "ERROR", kReEngagementHandler,
+     "MRVK_QA-reEngagementConversion_Recieved an HTTP 0"},
+    {"ReEngagementError", reEngage, "ERROR", kReEngagementHandler,
+     "MRVK_QA-reEngagementConversion_The error was: down"},
+    {"CommerceUnsendable", [](TestWorld& world) { world.core().commerceConversion(); }, "ERROR",
+     "-[MorvikCoreLib commerceConversion]",
+     "MRVK_QA-commerceConversion_error : The value cannot be written as JSON: an absent value has no JSON form: leave the entry out, or use null."},
+    {"CommerceUrl", sendCommerceClicks, "TRACE", "-[MorvikCoreLib commerceConversion]",
+     "MRVK_QA-commerceConversion_request.URL.absoluteString : https://commerce.morvik.example/v1/commerce-conversion"},
+    {"CommerceAnswer",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       sendCommerceClicks(world);
+     },
+     "TRACE", kCommerceHandler, "MRVK_QA-commerceConversion_JSON: {\"Result\":false}"},
+    {"CommerceMessage",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       sendCommerceClicks(world);
+     },
+     "TRACE", kCommerceHandler, "MRVK_QA-commerceConversion_errMsg : (null)"},
+    {"CommerceFailure", sendCommerceClicks, "ERROR", kCommerceHandler,
+     "MRVK_QA-commerceConversion_request : POST https://commerce.morvik.example/v1/commerce-conversion, "
+     "response : (null)"},
+    {"CommerceStatus", sendCommerceClicks, "ERROR", kCommerceHandler, "MRVK_QA-commerceConversion_Recieved an HTTP 0"},
+    {"CommerceError", sendCommerceClicks, "ERROR", kCommerceHandler, "MRVK_QA-commerceConversion_The error was: down"},
+    {"PremiumAnswer", askForPremiumPostback, "DEBUG", kPremiumHandler,
+     "Conversion JSON: {\"commerce\":{\"premium_postback\":true}}"},
+    {"PremiumGranted", askForPremiumPostback, "TRACE", kPremiumHandler, "MRVK_QA-set the Premium Postback is : 1]"},
+    {"PremiumNotGranted",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       world.loop.perform([&] { world.core().getPremiumPostbackInfoss(); });
+     },
+     "TRACE", kPremiumHandler, "MRVK_QA-set the Premium Postback is : 0]"},
 };
 
 class LogLines : public ::testing::TestWithParam<Line> {
@@ -225,6 +302,51 @@ TEST_P(LogLines, AreWrittenAtTheirLevelAndNotBelowIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Core, LogLines, ::testing::ValuesIn(kLines), [](const auto& row) { return row.param.what; });
+
+// Two lines hold a whole payload.
+
+struct PayloadLine {
+  const char* what;
+  void (*provoke)(TestWorld& world);
+  const char* operation;
+  const char* head;
+};
+
+class PayloadLines : public ::testing::TestWithParam<PayloadLine> {};
+
+TEST_P(PayloadLines, HoldWhatIsSentAndAreTraces) {
+  for (const kit::LogLevel level : {kit::lcl_vTrace, kit::lcl_vDebug}) {
+    WorldOptions options = WorldOptions::attributed();
+    options.log_level = level;
+    TestWorld world(options);
+    world.transport.setDefaultAnswer(Answer::silence());
+    world.userDefaults().setReEngagementInfos(Array{testing::clickOf(12)});
+    GetParam().provoke(world);
+    const Value sent = world.payloads(testing::kReEngagement).at(0);
+    const auto line = world.log.find(GetParam().head + services::describe(sent));
+    ASSERT_EQ(line.has_value(), level == kit::lcl_vTrace);
+    if (!line)
+      continue;
+    EXPECT_EQ(line->prefix->level, "TRACE");
+    EXPECT_EQ(line->prefix->component, "Kesmo");
+    EXPECT_EQ(line->prefix->file, "deeplinks.cpp");
+    EXPECT_EQ(line->prefix->operation, GetParam().operation);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Core, PayloadLines,
+    ::testing::Values(PayloadLine{"FreshClick", [](TestWorld& world) { testing::open(world, "app://x?ck=1"); },
+                                  "-[MorvikCoreLib makeReEngagementConversionParameter:]",
+                                  "MRVK_QA-makeReEngagementConversionParameter_jsonDict : "},
+                      PayloadLine{"FailedClick",
+                                  [](TestWorld& world) {
+                                    world.loop.perform(
+                                        [&] { world.core().makeFailureReEngagementConversionParameter(); });
+                                  },
+                                  "-[MorvikCoreLib makeFailureReEngagementConversionParameter]",
+                                  "MRVK_QA-makeFailureReEngagementConversionParameter_failed Past jsonDict info: "}),
+    [](const auto& row) { return row.param.what; });
 
 }  // namespace
 }  // namespace morvik

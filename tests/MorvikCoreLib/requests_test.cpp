@@ -22,6 +22,7 @@ struct RequestCase {
   const char* method;
   std::vector<HttpHeader> headers;
   std::optional<double> timeout_seconds;
+  const char* body = "k=app&j=a%2Bb";
 };
 
 const std::vector<HttpHeader> kFormAndGzip = {{"Content-Type", "application/x-www-form-urlencoded; charset=utf-8"},
@@ -37,10 +38,28 @@ const std::vector<RequestCase> kRequests = {
      "https://conversion.morvik.example/v1/thirdparty-conversion", "POST", kFormAndGzip, 15.0},
     {"iAdAttribution", [](MorvikCoreLib& core, const Value& parameters) { core.iAdAppAttributionTracking(parameters); },
      "https://conversion.morvik.example/v1/iad-attribution", "POST", kFormAndGzip, 15.0},
+    {"reEngagementConversion",
+     [](MorvikCoreLib& core, const Value& parameters) { core.reEngagementConversion(parameters); },
+     "https://conversion.morvik.example/v1/reengagement-conversion", "POST", kFormAndGzip, 15.0},
+    {"commerceConversion",
+     [](MorvikCoreLib& core, const Value&) { core.commerceConversion(); },
+     "https://commerce.morvik.example/v1/commerce-conversion",
+     "POST",
+     {{"Accept-Encoding", "gzip"}, {"Content-Type", "application/json"}},
+     15.0,
+     R"([{"clickId":"a+b"}])"},
+    {"appConfiguration",
+     [](MorvikCoreLib& core, const Value&) { core.getPremiumPostbackInfoss(); },
+     "https://config.morvik.example/test-app/config.json",
+     "GET",
+     {{"Accept", "application/json"}, {"Content-Type", "application/json; charset=UTF-8"}},
+     std::nullopt,
+     ""},
 };
 
 class Requests : public ::testing::TestWithParam<RequestCase> {
  protected:
+  Requests() { world.userDefaults().setCommerceConversionInfos(kit::Array{Dictionary{{"clickId", "a+b"}}}); }
   void start() {
     world.loop.perform([this] { GetParam().start(world.core(), Dictionary{{"k", "app"}, {"j", "a+b"}}); });
   }
@@ -55,7 +74,7 @@ TEST_P(Requests, GoWhereAndHowTheTableSays) {
   EXPECT_EQ(sent[0].method, GetParam().method);
   EXPECT_EQ(sent[0].headers, GetParam().headers);
   EXPECT_EQ(sent[0].timeout_seconds, GetParam().timeout_seconds);
-  EXPECT_EQ(sent[0].body, "k=app&j=a%2Bb");
+  EXPECT_EQ(sent[0].body, GetParam().body);
   EXPECT_EQ(sent[0].max_answer_bytes, 4U * 1024 * 1024);
 }
 
@@ -84,6 +103,20 @@ TEST(RequestBases, AreTheHostAppsOwnWhereItSetsThem) {
   TestWorld world(options);
   world.loop.perform([&] { world.core().tracking(Dictionary{{"j", "x"}}); });
   EXPECT_EQ(world.transport.requests().at(0).url, "https://data.example/here/v1/tracking");
+}
+
+TEST(RequestBases, OfCommerceAndConfigurationAreTheHostAppsOwnToo) {
+  WorldOptions options = WorldOptions::attributed();
+  options.endpoints.kCommerceBaseLiveUrl = "https://data.example/shop/";
+  options.endpoints.KAppConfigBaseLiveUrl = "https://data.example/config/";
+  options.store["commerceConversionInfos"] = kit::Array{};
+  TestWorld world(options);
+  world.loop.perform([&] {
+    world.core().commerceConversion();
+    world.core().getPremiumPostbackInfoss();
+  });
+  EXPECT_EQ(world.transport.requests().at(0).url, "https://data.example/shop/v1/commerce-conversion");
+  EXPECT_EQ(world.transport.requests().at(1).url, "https://data.example/config/test-app/config.json");
 }
 
 }  // namespace

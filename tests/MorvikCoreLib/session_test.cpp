@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "services/endpoints.h"
+#include "tests/MorvikCoreLib/clicks.h"
 #include "tests/MorvikCoreLib/records.h"
 
 namespace morvik {
@@ -166,6 +168,78 @@ TEST_F(Session, StartSendsNothingWithoutUserNumberOrKey) {
   world.becomeActive();
   EXPECT_FALSE(world.core()._isTrackingCalled());
   EXPECT_THAT(world.requests("v1/tracking"), IsEmpty());
+}
+
+TEST_F(Session, StartClearsTheKeysBeforeItAsksForThePremiumPostbackAndAsksBeforeTheIAd) {
+  world.userDefaults().setFendoActivityInfosSentEventKeys(Array{"old"});
+  world.faulty.key_value_store.faults.throwAt("set", 1, testing::Fault::number(1));
+  world.becomeActive();
+  EXPECT_THAT(world.requests("config.json"), IsEmpty());
+  world.enterBackground();
+  world.loop.advance(100);
+  world.faulty.ad_client.faults.throwAlways("offersConversionDetails", testing::Fault::number(1));
+  world.becomeActive();
+  EXPECT_EQ(world.requests("config.json").size(), 1U);
+}
+
+TEST_F(Session, StartSavesCommerceEventsAfterTheIdentifierAndBeforeItReplaysTheUrl) {
+  world.userDefaults().setCommerceExpansionInfos(Array{1});
+  world.userDefaults().setURL(kit::Url("app://x?ck=12"), services::kPassOpenUrlKey);
+  world.modules.add("Fendo").saveCommerceEventAndSend = [] { throw 1; };
+  world.becomeActive();
+  EXPECT_TRUE(world.userDefaults().MorvikCoreUserInfo_IDFA().has_value());
+  EXPECT_TRUE(world.userDefaults().URLForKey(services::kPassOpenUrlKey).has_value());
+  EXPECT_EQ(world.log.countContaining("Exception from startSession!"), 1U);
+}
+
+TEST_F(Session, AStoredUrlIsReplayedOnceAndIsGoneBeforeItIsOpened) {
+  world.userDefaults().setURL(kit::Url("app://x?ck=12"), services::kPassOpenUrlKey);
+  world.modules.add("FendoLib");
+  bool is_gone = false;
+  world.modules.sharedOf("FendoLib").resetRetainedConversionCache = [&](const Value& query) {
+    EXPECT_EQ(query, Value(Dictionary{{"ck", "12"}}));
+    is_gone = world.store.committed().count(services::kPassOpenUrlKey) == 0;
+  };
+  world.becomeActive();
+  EXPECT_TRUE(is_gone);
+  EXPECT_THAT(testing::sentClicks(world), ElementsAre(12));
+  const auto messages = world.log.messages();
+  EXPECT_THAT(messages, Contains("MRVK_QA-P.O. URL : app://x?ck=12, getURLParamaters : {\"ck\":\"12\"}"));
+  world.enterBackground();
+  world.loop.advance(100);
+  world.becomeActive();
+  EXPECT_EQ(world.log.countContaining("MRVK_QA-P.O. URL : "), 1U);
+}
+
+TEST_F(Session, AStoredUrlThatCannotBeOpenedIsGoneAllTheSame) {
+  world.userDefaults().setURL(kit::Url("app://x?ck=12"), services::kPassOpenUrlKey);
+  world.faulty.util.faults.throwAlways("getURLParmaters", testing::Fault::number(1));
+  world.becomeActive();
+  EXPECT_FALSE(world.userDefaults().URLForKey(services::kPassOpenUrlKey).has_value());
+  EXPECT_EQ(world.log.countContaining("Exception from passOpenURL!"), 1U);
+  EXPECT_EQ(world.log.countContaining("Exception from startSession!"), 0U);
+}
+
+TEST_F(Session, AStoredUrlWaitsForASessionThatStarts) {
+  world.becomeActive();
+  world.userDefaults().setURL(kit::Url("app://x?ck=12"), services::kPassOpenUrlKey);
+  world.becomeActive();
+  EXPECT_THAT(testing::sentClicks(world), IsEmpty());
+  world.enterBackground();
+  world.becomeActive();
+  EXPECT_THAT(testing::sentClicks(world), ElementsAre(12));
+}
+
+TEST_F(Session, ReplayingAUrlIsTheLastStepAndWritesItsSlotFirst) {
+  world.transport.setDefaultAnswer(Answer::silence());
+  world.userDefaults().setURL(kit::Url("app://x?cid=shoe"), services::kPassOpenUrlKey);
+  world.store.commitTurn();
+  world.store.clearJournal();
+  world.becomeActive();
+  const auto journal = world.store.journalTexts();
+  const std::vector<std::string> last(journal.end() - 6, journal.end());
+  EXPECT_THAT(last, ElementsAre("MorvikCoreUserInfo_IDFA", "synchronize", services::kPassOpenUrlKey, "synchronize",
+                                "commerceConversionInfos", "synchronize"));
 }
 
 // ------------------------------------------------------------------------------------------------------- kept sessions
@@ -353,6 +427,62 @@ TEST_F(Session, EndStampsAndFlushesTheEndDate) {
   EXPECT_EQ(world.userDefaults().MorvikCoreUserInfo_endSessoinDate(), at(3));
   EXPECT_EQ(world.core()._endSessoinDate(), at(3));
   EXPECT_THAT(world.store.journalTexts(), ElementsAre("MorvikCoreUserInfo_endSessoinDate", "synchronize"));
+}
+
+TEST_F(Session, EndResendsFailedClicksThenSavesCommerceEventsThenClearsTheRecorder) {
+  world.transport.on(testing::kReEngagement).always(Answer::silence());
+  world.userDefaults().setReEngagementInfos(Array{testing::clickOf(12)});
+  world.userDefaults().setCommerceExpansionInfos(Array{1});
+  world.becomeActive();
+  testing::open(world, "app://x?ck=13");
+  size_t under_way = 0;
+  bool has_recorder = false;
+  std::optional<kit::Date> end;
+  world.modules.add("Fendo").saveCommerceEventAndSend = [&] {
+    under_way = world.faulty.transport.faults.calls("start");
+    has_recorder = static_cast<bool>(world.core().ReEngagement_task());
+    end = world.userDefaults().MorvikCoreUserInfo_endSessoinDate();
+  };
+  world.loop.advance(5);
+  const size_t before = world.faulty.transport.faults.calls("start");
+  world.enterBackground();
+  EXPECT_EQ(under_way, before + 1);
+  EXPECT_TRUE(has_recorder);
+  EXPECT_EQ(end, at(5));
+  EXPECT_FALSE(world.core().ReEngagement_task());
+  EXPECT_THAT(testing::sentClicks(world), ElementsAre(13, 12));
+}
+
+TEST_F(Session, EndWhoseCommerceEventsThrowKeepsTheRecorderAndSendsNoBatch) {
+  world.userDefaults().setCommerceExpansionInfos(Array{1});
+  world.becomeActive();
+  testing::open(world, "app://x?ck=13");
+  world.modules.add("Fendo").saveCommerceEventAndSend = [] { throw 1; };
+  world.enterBackground();
+  world.loop.advance(5);
+  EXPECT_TRUE(world.core().ReEngagement_task());
+  EXPECT_THAT(storedNames(), Not(Contains("end")));
+  EXPECT_EQ(world.log.countContaining("Exception from endSession!"), 1U);
+}
+
+TEST_F(Session, EndWhoseRetryThrowsGoesOn) {
+  world.userDefaults().setReEngagementInfos(Array{testing::clickOf(12)});
+  world.userDefaults().setCommerceExpansionInfos(Array{1});
+  world.modules.add("Fendo");
+  world.faultyServices().faults.throwAlways("hashKey", testing::Fault::number(1));
+  world.loop.perform([&] { world.core().endSession(); });
+  world.loop.advance(1);
+  EXPECT_THAT(world.modules.calls(), ElementsAre("Fendo saveCommerceEventAndSend"));
+  EXPECT_THAT(storedNames(), Contains("end"));
+}
+
+TEST_F(Session, EndCountsForFailedClicksWhereTheirListIsStoredThoughEmpty) {
+  world.userDefaults().setReEngagementConversionFailedCnt(Array{testing::countOf(12, 1)});
+  world.loop.perform([&] { world.core().endSession(); });
+  EXPECT_EQ(world.userDefaults().reEngagementConversionFailedCnt(), Value(Array{testing::countOf(12, 1)}));
+  world.userDefaults().setReEngagementInfos(Array{});
+  world.loop.perform([&] { world.core().endSession(); });
+  EXPECT_EQ(world.userDefaults().reEngagementConversionFailedCnt(), Value(Array{testing::countOf(12, 2)}));
 }
 
 TEST_F(Session, EndSendsTheBatchHalfASecondLaterAndRecordsTheEndAfterwards) {
