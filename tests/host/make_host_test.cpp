@@ -11,6 +11,7 @@
 #include <chrono>
 #include <functional>
 #include <future>
+#include <map>
 #include <mutex>
 #include <set>
 #include <string>
@@ -22,6 +23,7 @@
 #include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 #include "services/dates.h"
+#include "services/endpoints.h"
 #include "testing/recording_log.h"
 #include "tests/support/scratch_folder.h"
 
@@ -481,6 +483,132 @@ TEST_F(MakeHost, IsPumpedByAnAppsOwnLoop) {
   }
   other.join();
   EXPECT_TRUE(ran);
+}
+
+class OpenedUrls : public MakeHost {
+ protected:
+  OpenedUrls() {
+    Module module;
+    module.resetRetainedConversionCache = [this](const std::map<std::string, std::string>& query) {
+      opened.push_back(query.count("ck") != 0 ? query.at("ck") : "");
+    };
+    options.modules["FendoLib"] = module;
+    options.log_level = 3;
+  }
+  /// The URL that another process would find stored.
+  std::optional<std::string> urlInTheFile() const {
+    testing::RecordingLog unused;
+    const SqliteStore inspector({.place = {.folder = options.store_folder}, .read_only = true}, unused);
+    const kit::Value stored = inspector.get(services::kPassOpenUrlKey);
+    return stored.isString() ? std::optional<std::string>(stored.string()) : std::nullopt;
+  }
+  /// What the core remembers of Facebook's referral, asked on the main queue.
+  static kit::Value facebookData() { return MorvikCoreLib::shared()->fB_DeepLinkData(); }
+
+  std::vector<std::string> opened;
+};
+
+TEST_F(OpenedUrls, ThatComeBeforeTheStartAreStoredAndReplayedOnceInTheFirstSession) {
+  options.opened_url = "app://x?ck=12";
+  {
+    const auto host = makePumped();
+    EXPECT_EQ(urlInTheFile(), "app://x?ck=12");
+    EXPECT_TRUE(opened.empty());
+    host->applicationDidBecomeActive();
+    EXPECT_EQ(opened, std::vector<std::string>{"12"});
+    EXPECT_EQ(urlInTheFile(), std::nullopt);
+  }
+  options.opened_url = "";
+  const auto host = makePumped();
+  host->applicationDidBecomeActive();
+  EXPECT_EQ(opened, std::vector<std::string>{"12"});
+}
+
+TEST_F(OpenedUrls, ThatWereNeverHandledGiveWayToANewOneWithALine) {
+  options.opened_url = "app://first?ck=1";
+  makePumped();
+  makePumped();
+  EXPECT_EQ(log.countContaining("was never handled"), 0U) << "the same URL again replaces nothing";
+  options.opened_url = "";
+  makePumped();
+  EXPECT_EQ(urlInTheFile(), "app://first?ck=1");
+  options.opened_url = "app://second?ck=2";
+  const auto host = makePumped();
+  const auto line =
+      log.find("Morvik host: the opened URL app://first?ck=1 was never handled, and gives way to app://second?ck=2");
+  ASSERT_TRUE(line.has_value());
+  EXPECT_EQ(line->prefix->level, "WARNING");
+  EXPECT_EQ(line->prefix->operation, "-[MorvikCore passOpenURL:]");
+  host->applicationDidBecomeActive();
+  EXPECT_EQ(opened, std::vector<std::string>{"2"});
+}
+
+TEST_F(OpenedUrls, OfAnyBytesAreKeptAsTheyAre) {
+  options.opened_url = std::string("\xFF?ck=3\0\n", 8);
+  const auto host = makePumped();
+  EXPECT_EQ(urlInTheFile(), options.opened_url);
+  host->applicationDidBecomeActive();
+  EXPECT_EQ(opened, std::vector<std::string>{std::string("3\0\n", 3)});
+}
+
+TEST_F(OpenedUrls, AreHandledAtOnceOnTheMainQueueAndPostedFromAnywhereElse) {
+  const auto host = makePumped();
+  host->passOpenURL("app://x?ck=12");
+  EXPECT_EQ(opened, std::vector<std::string>{"12"});
+  std::thread([&host] { host->passOpenURL(std::string("app://x?ck=13")); }).join();
+  EXPECT_EQ(opened.size(), 1U);
+  host->dispatch();
+  EXPECT_EQ(opened, (std::vector<std::string>{"12", "13"}));
+}
+
+TEST_F(OpenedUrls, StoreTheirCommerceClickBeforeTheCallReturns) {
+  const auto host = makePumped();
+  host->passOpenURL("app://x?ck=1&cid=shoe");
+  testing::RecordingLog unused;
+  const SqliteStore inspector({.place = {.folder = options.store_folder}, .read_only = true}, unused);
+  EXPECT_EQ(inspector.get("commerceConversionInfos").array()[0]["clickId"], kit::Value("shoe"));
+}
+
+TEST_F(OpenedUrls, OfFacebookAreReportedThroughTheFacade) {
+  const auto host = makePumped();
+  host->setReferralUrlForFacebook("https://f.example/?ck=12&sub_referral=s");
+  EXPECT_EQ(facebookData()["deeplink_info"],
+            kit::Value(kit::Dictionary{{"conversion_key", 12},
+                                       {"deeplink_uri", "https://f.example/?ck=12&sub_referral=s"},
+                                       {"sub_conversion_key", "s"}}));
+  EXPECT_EQ(host->pending().requests, 1U);
+  std::thread([&host] { host->setReferralUrlForFacebook("https://f.example/?ck=13"); }).join();
+  host->dispatch();
+  EXPECT_EQ(facebookData()["deeplink_info"]["conversion_key"], kit::Value(13));
+}
+
+TEST_F(OpenedUrls, AreNotNeededForAThirdPartyConversion) {
+  options.log_level = 6;
+  const auto host = make();
+  host->thirdPartyConversion();
+  EXPECT_TRUE(settle(*host));
+  EXPECT_TRUE(
+      log.has("MRVK_QA-thirdPartyConversion_request.URL.absoluteString : "
+              "http://127.0.0.1:1/v1/thirdparty-conversion"));
+  EXPECT_EQ(log.count("MRVK_QA-thirdPartyConversion_Recieved an HTTP 0"), 1U);
+  EXPECT_EQ(log.countContaining("MRVK_QA-jsonDict : "), 1U) << "its parameters are built";
+}
+
+TEST_F(OpenedUrls, ComeTooLateOnceTheHostIsStopped) {
+  const auto host = makePumped();
+  host->stop();
+  host->passOpenURL("app://x?ck=12");
+  host->setReferralUrlForFacebook("https://f.example/?ck=12");
+  host->thirdPartyConversion();
+  host->dispatch();
+  EXPECT_TRUE(opened.empty());
+}
+
+TEST_F(OpenedUrls, WhoseModuleThrowsEndInTheLog) {
+  options.modules["FendoLib"].resetRetainedConversionCache = [](const auto&) { throw std::string("of the app"); };
+  const auto host = makePumped();
+  host->passOpenURL("app://x?ck=12");
+  EXPECT_EQ(log.countContaining("MRVK_QA-[MorvikCoreLib error] Exception from passOpenURL!"), 1U);
 }
 
 }  // namespace

@@ -310,5 +310,33 @@ TEST_F(UserDefaults, KeepPlainIntegersBesideTheProperties) {
   EXPECT_EQ(defaults.integerForKey("a"), 0);
 }
 
+TEST_F(UserDefaults, KeepPlainUrlsBesideTheProperties) {
+  constexpr const char* kKey = "com.morvik.reengagement.passopenurl";
+  EXPECT_EQ(defaults.URLForKey(kKey), std::nullopt);
+  defaults.setURL(kit::Url("app://x?ck=1"), kKey);
+  EXPECT_EQ(defaults.URLForKey(kKey), kit::Url("app://x?ck=1"));
+  EXPECT_EQ(store.get(kKey), Value("app://x?ck=1"));
+  const kit::Url any_bytes(std::string("\xFF\0", 2));
+  defaults.setURL(any_bytes, kKey);
+  EXPECT_EQ(defaults.URLForKey(kKey), any_bytes);
+  defaults.setURL(kit::Url(""), kKey);
+  EXPECT_EQ(defaults.URLForKey(kKey), kit::Url("")) << "an empty one is one";
+  defaults.setURL(std::nullopt, kKey);
+  EXPECT_EQ(defaults.URLForKey(kKey), std::nullopt);
+  EXPECT_TRUE(store.get(kKey).isAbsent());
+  store.set(kKey, 5);
+  EXPECT_EQ(defaults.URLForKey(kKey), std::nullopt);
+}
+
+TEST_F(UserDefaults, KeepPlainArraysBesideTheProperties) {
+  EXPECT_TRUE(defaults.arrayForKey("a").isAbsent());
+  defaults.setArray(Array{1}, "a");
+  EXPECT_EQ(defaults.arrayForKey("a"), Value(Array{1}));
+  defaults.setArray("no list", "a");
+  EXPECT_TRUE(store.get("a").isAbsent());
+  store.set("a", Dictionary{{"b", 1}});
+  EXPECT_TRUE(defaults.arrayForKey("a").isAbsent());
+}
+
 }  // namespace
 }  // namespace morvik::services

@@ -54,6 +54,15 @@ TEST(Describe, GivesARequestItsMethodAndUrl) {
 
 TEST(Describe, GivesAResponseItsStatusAndUrl) {
   EXPECT_EQ(describe(kit::Response{404, "https://a.example/v1", "body"}), "404 https://a.example/v1");
+  EXPECT_EQ(describe(std::optional<kit::Response>(kit::Response{204, "https://a.example/", ""})),
+            "204 https://a.example/");
+  EXPECT_EQ(describe(std::optional<kit::Response>()), "(null)");
+}
+
+TEST(Describe, GivesAUrlItsTextWhateverItsBytes) {
+  EXPECT_EQ(describe(kit::Url("app://x?a=%41#b")), "app://x?a=%41#b");
+  EXPECT_EQ(describe(kit::Url("")), "");
+  EXPECT_EQ(describe(kit::Url("\xFF\n")), "\xFF\n");
 }
 
 TEST(Describe, GivesAnErrorItsMessageAndAnExceptionItsReason) {

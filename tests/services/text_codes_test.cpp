@@ -19,6 +19,12 @@ std::string percentEncoded(std::string_view bytes) {
   return text;
 }
 
+std::string formDecoded(std::string_view text) {
+  std::string bytes;
+  appendFormDecoded(text, bytes);
+  return bytes;
+}
+
 std::string allBytes() {
   std::string bytes;
   for (int i = 0; i < 256; ++i)
@@ -90,6 +96,30 @@ TEST(PercentEncoding, KeepsLettersDigitsAndFourMarksAlone) {
   for (const char c : allBytes())
     encoded += percentEncoded({&c, 1}).size() == 3 ? size_t{1} : size_t{0};
   EXPECT_EQ(encoded, 256 - kept.size());
+}
+
+TEST(FormDecoding, ReadsEscapesInEitherCaseAndAPlusAsABlank) {
+  EXPECT_EQ(formDecoded(""), "");
+  EXPECT_EQ(formDecoded("a+b%20c%2B"), "a b c+");
+  EXPECT_EQ(formDecoded("%ed%95%9C%3d%3D"), "\xED\x95\x9C==");
+  EXPECT_EQ(formDecoded("%00%FF"), std::string("\0\xFF", 2));
+}
+
+TEST(FormDecoding, LeavesAnEscapeThatIsNoneAsItStands) {
+  for (const char* text : {"%", "%4", "%zz", "%4g", "%g4", "% 41", "%-1", "100%"})
+    EXPECT_EQ(formDecoded(text), text);
+  EXPECT_EQ(formDecoded("%%41%4%42"), "%A%4B");
+  EXPECT_EQ(formDecoded("%2541"), "%41") << "decoded once";
+}
+
+TEST(FormDecoding, AppendsToWhatIsThere) {
+  std::string text = "before ";
+  appendFormDecoded("%41", text);
+  EXPECT_EQ(text, "before A");
+}
+
+TEST(FormDecoding, IsTheReverseOfPercentEncodingForAnyBytes) {
+  EXPECT_EQ(formDecoded(percentEncoded(allBytes())), allBytes());
 }
 
 }  // namespace

@@ -127,5 +127,33 @@ TEST(FakeUtil, ConvertsAndFormatsAsTheServicesDo) {
   EXPECT_EQ(util.IDFA(), std::nullopt);
 }
 
+TEST_F(FakeServicesTest, KeepsConversionsAndThePremiumPostbackAndNotesTheCalls) {
+  EXPECT_FALSE(fake.isPremiumPostback());
+  fake.setIsPremiumPostback(true);
+  fake.saveConversionInfoForCache(12);
+  fake.saveConversionTimeInfoForCache("12", 1.5);
+  EXPECT_TRUE(fake.isPremiumPostback());
+  EXPECT_EQ(store.fendoConversionInfoForCaches(), kit::Value(kit::Array{12}));
+  EXPECT_EQ(store.arrayForKey("host.conversionTimes").size(), 1u);
+  EXPECT_EQ(fake.calls(), (Texts{"setIsPremiumPostback 1", "saveConversionInfoForCache 12",
+                                 "saveConversionTimeInfoForCache 12 1.5"}));
+}
+
+TEST_F(FakeServicesTest, HoldsTheDelegatesOfRetainedConversionsWeakly) {
+  auto object = std::make_shared<const kit::ModuleObject>();
+  fake.setResetRetainedConversionCacheDeleate(object);
+  fake.setSaveRetainedConversionKeyDelegate(object);
+  EXPECT_EQ(fake.resetRetainedConversionCacheDeleate(), object);
+  EXPECT_EQ(fake.saveRetainedConversionKeyDelegate(), object);
+  object.reset();
+  EXPECT_EQ(fake.resetRetainedConversionCacheDeleate(), nullptr);
+  EXPECT_EQ(fake.saveRetainedConversionKeyDelegate(), nullptr);
+}
+
+TEST(FakeUtil, ReadsTheQueryOfAUrl) {
+  EXPECT_EQ(testing::FakeUtil().getURLParmaters(kit::Url("app://x?ck=1%32")),
+            kit::Value(kit::Dictionary{{"ck", "12"}}));
+}
+
 }  // namespace
 }  // namespace morvik::test

@@ -11,6 +11,7 @@
 #include "testing/fake_crypto.h"
 #include "testing/fake_device.h"
 #include "testing/fake_facade.h"
+#include "testing/fake_modules.h"
 #include "testing/fake_services.h"
 #include "testing/fake_util.h"
 #include "testing/json_reader.h"
@@ -251,6 +252,17 @@ TEST(Faulty, FailsInEveryOperationOfTheUtilityClass) {
       .fails("getUTCFormateDate", [&] { util.getUTCFormateDate({}); })
       .fails("timeIntervalSinceServerDate", [&] { util.timeIntervalSinceServerDate({}, 0); })
       .fails("IDFA", [&] { util.IDFA(); });
+}
+
+TEST(Faulty, FailsInEveryOperationOfTheModules) {
+  testing::FakeModules fakes;
+  fakes.add("Fendo");
+  Faulty<kit::ModuleRegistry> modules(fakes);
+  EXPECT_EQ(modules.find("Fendo"), fakes.find("Fendo"));
+  EXPECT_EQ(modules.find("FendoLib"), nullptr);
+  Faulty<kit::ModuleRegistry> failing(fakes);
+  EveryOperation(failing.faults).fails("find", [&] { failing.find("Fendo"); });
+  EXPECT_EQ(failing.faults.thrown(), Texts{"ModuleRegistry.find, call 1: int 7"});
 }
 
 TEST(Faulty, FailsInEveryOperationOfTheSiblings) {

@@ -43,5 +43,13 @@ TEST(MorvikADUtil, AlwaysKnowsANetworkWithAnEndpointOnThisMachine) {
   EXPECT_TRUE(known.contains(MorvikADUtil(std::nullopt, true).getNetworkStatus()));
 }
 
+TEST(MorvikADUtil, ReadsTheQueryOfAUrl) {
+  EXPECT_EQ(kUtil.getURLParmaters(kit::Url("app://x?ck=12&a+b=%63&ck=13&e#f=1")),
+            kit::Value(kit::Dictionary{{"ck", "12"}, {"a b", "c"}, {"e", ""}}));
+  EXPECT_EQ(kUtil.getURLParmaters(kit::Url("app://x?")), kit::Value(kit::Dictionary{}));
+  EXPECT_TRUE(kUtil.getURLParmaters(kit::Url("app://x")).isAbsent());
+  EXPECT_TRUE(kUtil.getURLParmaters(kit::Url("")).isAbsent());
+}
+
 }  // namespace
 }  // namespace morvik::host

@@ -264,5 +264,48 @@ TEST_F(ServicesLib, TakesNoNoteOfOtherExchanges) {
   EXPECT_EQ(calls_, 1);
 }
 
+TEST_F(ServicesLib, AddsAConversionKeyToTheCachedOnesUnlessItIsAmongThem) {
+  lib().saveConversionInfoForCacheWithConversionArr(kit::Array{1});
+  lib().saveConversionInfoForCache(2);
+  lib().saveConversionInfoForCache(1);
+  lib().saveConversionInfoForCache(2);
+  EXPECT_EQ(properties_.fendoConversionInfoForCaches(), kit::Value(kit::Array{1, 2}));
+}
+
+TEST_F(ServicesLib, KeepsTheTimesOfConversionsInAPropertyOfItsOwn) {
+  lib().saveConversionTimeInfoForCache("12", 1'700'000'000'000.5);
+  lib().saveConversionTimeInfoForCache("13", 0);
+  lib().saveConversionTimeInfoForCache("12", 5);
+  EXPECT_EQ(store_.get("host.conversionTimes"),
+            kit::Value(kit::Array{kit::Dictionary{{"conversion_key", "13"}, {"time", 0.0}},
+                                  kit::Dictionary{{"conversion_key", "12"}, {"time", 5.0}}}));
+  EXPECT_TRUE(properties_.fendoConversionInfoForCaches().isAbsent());
+}
+
+TEST_F(ServicesLib, KeepsWhetherPremiumPostbacksAreGrantedForThisProcess) {
+  EXPECT_FALSE(lib().isPremiumPostback());
+  lib().setIsPremiumPostback(true);
+  EXPECT_TRUE(lib().isPremiumPostback());
+  lib().setIsPremiumPostback(false);
+  EXPECT_FALSE(lib().isPremiumPostback());
+  EXPECT_EQ(store_.journalTexts(), std::vector<std::string>{});
+}
+
+TEST_F(ServicesLib, HoldsTheDelegatesOfRetainedConversionsWeakly) {
+  EXPECT_EQ(lib().resetRetainedConversionCacheDeleate(), nullptr);
+  EXPECT_EQ(lib().saveRetainedConversionKeyDelegate(), nullptr);
+  auto reset = std::make_shared<const kit::ResetRetainedConversionCacheDelegate>();
+  auto save = std::make_shared<const kit::SaveRetainedConversionKeyDelegate>();
+  lib().setResetRetainedConversionCacheDeleate(reset);
+  lib().setSaveRetainedConversionKeyDelegate(save);
+  EXPECT_EQ(lib().resetRetainedConversionCacheDeleate(), reset);
+  EXPECT_EQ(lib().saveRetainedConversionKeyDelegate(), save);
+  reset.reset();
+  EXPECT_EQ(lib().resetRetainedConversionCacheDeleate(), nullptr);
+  EXPECT_EQ(lib().saveRetainedConversionKeyDelegate(), save);
+  lib().setSaveRetainedConversionKeyDelegate({});
+  EXPECT_EQ(lib().saveRetainedConversionKeyDelegate(), nullptr);
+}
+
 }  // namespace
 }  // namespace morvik::host
