@@ -23,6 +23,7 @@
 namespace morvik::journey {
 
 inline constexpr const char* kTrackingKey = "journey tracking key";
+inline constexpr const char* kHashKey = "journey hash key";
 
 /// What a journey chooses. References outlive the kit.
 struct Surroundings {
@@ -40,16 +41,26 @@ struct Surroundings {
   std::string service_url = "https://service.example/";
 };
 
+inline kit::Endpoints allAt(const std::string& url) {
+  return {.kFendoTrackingBaseLiveUrl = url,
+          .kFendoConversionBaseLiveUrl = url,
+          .kFendoCampaignBaseLiveUrl = url,
+          .kCommerceBaseLiveUrl = url,
+          .kCrashReportBaseLiveUrl = url,
+          .kGdprReqUrl = url,
+          .KAppConfigBaseLiveUrl = url};
+}
+
 /// Everything else, all of it the host's. The core is made by launch().
 class AssembledKit {
  public:
   explicit AssembledKit(const Surroundings& around)
-      : endpoints{.kFendoTrackingBaseLiveUrl = around.service_url, .kFendoConversionBaseLiveUrl = around.service_url},
+      : endpoints(allAt(around.service_url)),
         properties(around.store, house_lock_),
         logger_(shared_state.log_levels, around.log),
         size_trigger_(around.main_queue),
-        services({.app_key = "journey app",
-                  .hash_key = "journey hash key",
+        services({.app_key = "journey-app",
+                  .hash_key = kHashKey,
                   .tracking_url = around.service_url + services::kTrackingPath,
                   .store = properties,
                   .logger = logger_,
@@ -105,7 +116,7 @@ class AssembledKit {
   const host::MorvikADUtil util_{"00000000-0000-4000-8000-0000000000AD", false};
   const host::MorvikADGetPUID puid_;
   const host::CommonParameters common_{{.device = description_,
-                                        .app_key = "journey app",
+                                        .app_key = "journey-app",
                                         .install_id = "journey install",
                                         .zone_name = "UTC",
                                         .util = util_,
