@@ -7,7 +7,7 @@ namespace morvik::services {
 void ListIndex::indexOf(const kit::Value& list) {
   if (list.identicalTo(list_))
     return;
-  places_.clear();
+  first_orders_.clear();
   next_order_ = 0;
   for (const kit::Value& record : list.array())
     add(record);
@@ -15,8 +15,7 @@ void ListIndex::indexOf(const kit::Value& list) {
 }
 
 void ListIndex::add(const kit::Value& record) {
-  const auto [place, is_new] = places_.try_emplace(key_of_(record), Place{next_order_, 0});
-  ++place->second.count;
+  first_orders_.try_emplace(key_of_(record), next_order_);
   ++next_order_;
 }
 
@@ -26,7 +25,7 @@ size_t ListIndex::positionOf(const kit::Array& list, uint64_t order) const {
   size_t end = list.size();
   while (begin < end) {
     const size_t middle = begin + (end - begin) / 2;
-    if (places_.at(key_of_(list[middle])).first_order < order)
+    if (first_orders_.at(key_of_(list[middle])) < order)
       begin = middle + 1;
     else
       end = middle;
@@ -36,21 +35,22 @@ size_t ListIndex::positionOf(const kit::Array& list, uint64_t order) const {
 
 bool ListIndex::contains(const kit::Value& list, int64_t key) {
   indexOf(list);
-  return places_.count(key) != 0;
+  return first_orders_.count(key) != 0;
 }
 
 kit::Value ListIndex::without(const kit::Value& list, int64_t key) {
   indexOf(list);
-  const auto place = places_.find(key);
-  if (place == places_.end())
+  const auto place = first_orders_.find(key);
+  if (place == first_orders_.end())
     return list;
   kit::MutableArray survivors(list);
-  if (places_.size() == survivors.size())
-    survivors.retainIf([at = positionOf(list.array(), place->second.first_order),
-                        index = size_t{0}](const kit::Value&) mutable { return index++ != at; });
+  if (first_orders_.size() == survivors.size())
+    survivors.retainIf([at = positionOf(list.array(), place->second), index = size_t{0}](const kit::Value&) mutable {
+      return index++ != at;
+    });
   else
     survivors.retainIf([this, key](const kit::Value& record) { return key_of_(record) != key; });
-  places_.erase(place);
+  first_orders_.erase(place);
   list_ = kit::Value(std::move(survivors));
   return list_;
 }

@@ -2,16 +2,15 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <unordered_map>
 
 #include "kit/value.h"
 
 namespace morvik::services {
 
-/// An index over one list at a time: that of the latest call. It is kept up to date by append() and without() and built
-/// anew, in proportion to the list's length, when another list is handed in. The results are those of a search without
-/// an index. Not safe per call: to be guarded with the list.
+/// An index over one list at a time: that of the latest call. It is kept up to date by appended() and without() and
+/// built anew, in proportion to the list's length, when another list is handed in. The results are those of a search
+/// without an index. Not safe per call: to be guarded with the list.
 class ListIndex {
  public:
   using KeyOf = int64_t (*)(const kit::Value& record);
@@ -25,18 +24,14 @@ class ListIndex {
   kit::Value appended(const kit::Value& list, const kit::Value& record);
 
  private:
-  /// Where the records of a key stand. Orders rise along the list; they have gaps where records were removed.
-  struct Place {
-    uint64_t first_order;
-    size_t count;
-  };
   void indexOf(const kit::Value& list);
   void add(const kit::Value& record);
   size_t positionOf(const kit::Array& list, uint64_t order) const;
 
   const KeyOf key_of_;
   kit::Value list_;
-  std::unordered_map<int64_t, Place> places_;
+  /// The order of each key's first record. Orders rise along the list; they have gaps where records were removed.
+  std::unordered_map<int64_t, uint64_t> first_orders_;
   uint64_t next_order_ = 0;
 };
 
