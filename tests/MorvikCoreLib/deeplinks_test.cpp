@@ -150,10 +150,12 @@ TEST_F(FirstLaunch, AnEngagementClickIsSentAllTheSame) {
   EXPECT_EQ(world.payloads(kReEngagement)[0]["deeplink_info"]["is_first_launch"], Value(true));
 }
 
-TEST_F(DeepLinks, AReferralKeyOfZeroIsAnAttribution) {
-  world.userDefaults().setFendoUserInfo_referralKey(0);
-  open("app://x?ck=12&isFacebookCpi=true&mrvk_deeplink_cvr=true&sn=3");
-  EXPECT_EQ(reEngagements(), 1U);
+TEST_F(DeepLinks, AnyReferralKeyButMinusOneIsAnAttribution) {
+  for (const int64_t key : {0, -2}) {
+    world.userDefaults().setFendoUserInfo_referralKey(key);
+    open("app://x?ck=12&isFacebookCpi=true&mrvk_deeplink_cvr=true&sn=3");
+  }
+  EXPECT_EQ(reEngagements(), 2U);
 }
 
 TEST_F(DeepLinks, WithoutAModuleAndWithoutADelegateTheConversionIsSentAndNothingIsReset) {
@@ -253,6 +255,13 @@ TEST_F(DeepLinks, TheListOfCommerceClicksIsReadBackForItsLine) {
   ASSERT_TRUE(line.has_value());
   EXPECT_EQ(line->prefix->level, "TRACE");
   EXPECT_EQ(world.log.countContaining("MRVK_QA-commerceConversionInfos : "), 2U);
+}
+
+TEST_F(DeepLinks, TheListOfCommerceClicksIsLoggedBeforeItIsFlushed) {
+  world.faulty.key_value_store.faults.throwAt("synchronize", 1, Fault::number(1));
+  open("app://x?cid=shoe");
+  EXPECT_EQ(world.log.countContaining("MRVK_QA-commerceConversionInfos : "), 1U);
+  EXPECT_EQ(commerceRequests(), 0U);
 }
 
 TEST_F(DeepLinks, AFlagIsTrueAsTheUtilityClassReadsIt) {
@@ -416,6 +425,15 @@ TEST_F(DeepLinks, ParametersThatCannotBeBuiltAreAbsentAndTheRequestLeavesWithout
 TEST_F(DeepLinks, TheRecorderIsHeldOnceTheFieldsAreBuiltAndBeforeTheyAreSealed) {
   world.faultyServices().faults.throwAlways("makeJsonParameter", Fault::number(1));
   EXPECT_TRUE(world.core().makeReEngagementConversionParameter(Url("app://x?ck=12")).isAbsent());
+  ASSERT_TRUE(world.core().ReEngagement_task());
+  world.core().ReEngagement_task()();
+  EXPECT_THAT(keysOf(clicks()), ElementsAre(12));
+}
+
+TEST_F(DeepLinks, TheRecorderOfTheClickBeforeStaysWhereTheFieldsCannotBeBuilt) {
+  EXPECT_TRUE(world.core().makeReEngagementConversionParameter(Url("app://x?ck=12")).isDictionary());
+  world.faulty.util.faults.throwAt("checkLongLongNilToZero", 1, Fault::number(1));
+  EXPECT_TRUE(world.core().makeReEngagementConversionParameter(Url("app://x?ck=13")).isAbsent());
   ASSERT_TRUE(world.core().ReEngagement_task());
   world.core().ReEngagement_task()();
   EXPECT_THAT(keysOf(clicks()), ElementsAre(12));

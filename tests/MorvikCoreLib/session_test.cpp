@@ -453,6 +453,17 @@ TEST_F(Session, EndResendsFailedClicksThenSavesCommerceEventsThenClearsTheRecord
   EXPECT_THAT(testing::sentClicks(world), ElementsAre(13, 12));
 }
 
+TEST_F(Session, EndWithoutAUserNumberResendsFailedClicksAndClearsTheRecorderAllTheSame) {
+  world.transport.on(testing::kReEngagement).always(Answer::silence());
+  world.userDefaults().setFendoUserInfo_fendoUserNo(-1);
+  world.userDefaults().setReEngagementInfos(Array{testing::clickOf(12)});
+  testing::open(world, "app://x?ck=13");
+  ASSERT_TRUE(world.core().ReEngagement_task());
+  world.loop.perform([&] { world.core().endSession(); });
+  EXPECT_THAT(testing::sentClicks(world), ElementsAre(13, 12));
+  EXPECT_FALSE(world.core().ReEngagement_task());
+}
+
 TEST_F(Session, EndWhoseCommerceEventsThrowKeepsTheRecorderAndSendsNoBatch) {
   world.userDefaults().setCommerceExpansionInfos(Array{1});
   world.becomeActive();
