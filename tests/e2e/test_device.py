@@ -244,6 +244,81 @@ class Verbs(DeviceTest):
         self.assertEqual(device.end_input(), (0, []))
 
 
+class OpenedUrls(DeviceTest):
+    def told(self, device):
+        """The calls of modules, as (module, selector, arguments)."""
+        return [(c["module"], c["callback"], c["args"]) for c in device.callbacks if "module" in c]
+
+    def test_a_campaign_url_is_a_re_engagement_and_its_modules_are_told(self):
+        device = self.attributed("--module", "FendoLib")
+        self.assertEqual(device.do("open-url shop://x?ck=12&sn=3&sub_referral=s"), {"verb": "open-url", "ok": True})
+        self.do(device, "settle")
+        self.assertEqual([r["payload"]["deeplink_info"] for r in self.requests("reengagement-conversion")],
+                         [{"session_no": 3, "conversion_key": 12, "deeplink_uri": "shop://x?ck=12&sn=3&sub_referral=s",
+                           "sub_conversion_key": "s", "is_first_launch": True}])
+        self.assertEqual(self.told(device), [
+            ("FendoLib", "resetRetainedConversionCache:", [{"ck": "12", "sn": "3", "sub_referral": "s"}]),
+            ("FendoLib", "saveRetainedConversionKey:", [12])])
+        self.assertEqual(device.store("fendoUserInfo_reengagement_conversion_key"),
+                         {"fendoUserInfo_reengagement_conversion_key": 12})
+
+    def test_without_the_module_a_campaign_url_is_sent_all_the_same(self):
+        device = self.attributed("--module", "Fendo")
+        self.do(device, "open-url shop://x?ck=12", "settle")
+        self.assertEqual(len(self.requests("reengagement-conversion")), 1)
+        self.assertEqual(self.told(device), [])
+
+    def test_store_url_keeps_a_url_for_the_next_session_start(self):
+        device = self.attributed()
+        self.do(device, "background", "settle", "store-url shop://first?ck=1", "store-url shop://x?cid=shoe&ck=12")
+        self.assertEqual(self.requests("reengagement-conversion"), [])
+        device.kill()
+        device = self.device()
+        self.do(device, "active", "settle")
+        self.assertEqual([r["payload"]["deeplink_info"]["conversion_key"]
+                          for r in self.requests("reengagement-conversion")], [12])
+        self.assertEqual([r["payload"][0]["clickId"] for r in self.requests("commerce-conversion")], ["shoe"])
+        self.assertEqual(device.store("com.morvik.reengagement.passopenurl", "commerceConversionInfos"),
+                         {"commerceConversionInfos": []})
+
+    def test_facebook_url_is_reported_unless_its_key_was_converted(self):
+        device = self.attributed()
+        self.do(device, "set fendoConversionInfoForCaches [7]", "facebook-url https://f.example/?ck=7", "settle")
+        self.assertEqual(self.requests("thirdparty-conversion"), [])
+        self.assertEqual(device.do("facebook-url https://f.example/?ck=8&sub_referral=s"),
+                         {"verb": "facebook-url", "ok": True})
+        self.do(device, "settle")
+        sent = [r["payload"] for r in self.requests("thirdparty-conversion")]
+        self.assertEqual([payload["deeplink_info"] for payload in sent],
+                         [{"conversion_key": 8, "deeplink_uri": "https://f.example/?ck=8&sub_referral=s",
+                           "sub_conversion_key": "s"}])
+
+    def test_third_party_conversion_sends_what_a_conversion_sends(self):
+        device = self.attributed()
+        self.assertEqual(device.do("third-party-conversion"), {"verb": "third-party-conversion", "ok": True})
+        self.do(device, "settle")
+        payloads = [dict(self.requests(endpoint)[0]["payload"]) for endpoint in ("conversion", "thirdparty-conversion")]
+        for payload in payloads:
+            self.assertRegex(payload["activity_info"][0].pop("created_at"), r"^\d{14}$")
+        self.assertEqual(payloads[0], payloads[1])
+
+    def test_a_url_of_any_bytes_is_kept_and_sent(self):
+        script = os.path.join(self.folder, "any-bytes")
+        self.assertEqual(self.attributed().end_input()[0], 0)
+        url = b'shop://\xff?ck=12&sub_referral=%ff&a=\xc3&' + b"k=%&" * 250_000
+        with open(script, "wb") as file:
+            file.write(b'open-url "' + url + b'"\nfacebook-url "' + url + b'"\nstore-url "' + url + b'"\nsettle\n')
+        status, output, _ = self.run_once(self.arguments("--script", script))
+        self.assertEqual((status, len(output)), (0, 4 + 2))  # a third party's answer tells two delegates
+        self.do(self.device(), "active", "settle")
+        sent = [r["payload"]["deeplink_info"] for endpoint in ("reengagement-conversion", "thirdparty-conversion")
+                for r in self.requests(endpoint)]
+        self.assertEqual(len(sent), 3)
+        for click in sent:
+            self.assertEqual((click["conversion_key"], click["sub_conversion_key"]), (12, "\ufffd"))
+            self.assertEqual(click["deeplink_uri"], url.decode("utf-8", "replace"))
+
+
 class Input(DeviceTest):
     def test_a_script_runs_verb_by_verb(self):
         script = self.write("life.txt", "# a short life\nactive\n\nevent shop look\nstore fendoUserDemoInfo_age\n")
