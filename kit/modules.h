@@ -33,10 +33,11 @@ struct GetScheduleDelegate {
 /// The singleton of a module: it may stand in for any of the delegates.
 struct ModuleObject : ResetRetainedConversionCacheDelegate, SaveRetainedConversionKeyDelegate, GetScheduleDelegate {};
 
-/// A module's class. Every slot is optional: an empty one does not respond, and calling it does nothing.
+/// A module's class. Every slot is optional: an empty one does not respond, and is not to be called.
 struct Module {
-  /// The class's singleton.
+  /// The class's singleton; may be null.
   std::function<std::shared_ptr<const ModuleObject>()> shared;
+  /// Commerce events wait in the store. Main queue at a session's start, background queue at its end.
   std::function<void()> saveCommerceEventAndSend;
   std::function<void(bool enable)> setRemotePushEnable;
   /// Nothing where the class answers null.
