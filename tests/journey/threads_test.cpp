@@ -180,8 +180,8 @@ class CountingService {
   }
 
   mutable std::mutex mutex_;
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
+  const host::OpensslCipher cipher_{};
+  const host::ZlibCompressor compressor_{};
   host::SystemRandom random_;
   std::set<std::string> looks_;
   size_t batches_ = 0;
@@ -268,8 +268,8 @@ class ReluctantService {
 
  private:
   mutable std::mutex mutex_;
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
+  const host::OpensslCipher cipher_{};
+  const host::ZlibCompressor compressor_{};
   host::SystemRandom random_;
   std::map<int64_t, int> attempts_;
 };
