@@ -27,6 +27,10 @@ class ErrorLog : public kit::LogSink {
   void line(std::string_view text) override {
     std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
   }
+  bool tryLine(std::string_view text) override {
+    line(text);
+    return true;
+  }
 };
 
 /// The record that the services object stores for one activity.

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "host/checked_options.h"
+#include "host/crash/report_file.h"
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/system_random.h"
 #include "host/crypto/zlib_compressor.h"
@@ -24,10 +25,12 @@
 #include "host/siblings/MorvikCore.h"
 #include "host/siblings/MorvikCoreServicesLib.h"
 #include "host/siblings/app_ad_client.h"
+#include "host/siblings/app_bundle.h"
 #include "host/siblings/app_modules.h"
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/sdk_config.h"
 #include "host/siblings/size_trigger.h"
+#include "host/siblings/system_threads.h"
 #include "host/store/sqlite_store.h"
 #include "kit/kit.h"
 
@@ -81,6 +84,9 @@ struct HostParts {
   MorvikCore facade;
   const MorvikCoreUpdateLog update_log;
   const Device device;
+  const AppBundle bundle;
+  const SystemThreads threads;
+  ReportFile report_file;
   AppAdClient ad_client;
   const AppModules modules;
 

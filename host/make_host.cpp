@@ -10,6 +10,7 @@
 #include "host/log/log_sinks.h"
 #include "host/siblings/kept_identifier.h"
 #include "services/endpoints.h"
+#include "services/text_codes.h"
 
 namespace morvik::host {
 namespace {
@@ -24,20 +25,12 @@ LoopMode loopMode(const HostOptions& options) {
   return options.main_queue == MainQueueMode::kPumped ? LoopMode::kPumped : LoopMode::kOwnThread;
 }
 
-// The platform writes an advertising identifier in capitals.
-std::string inCapitals(std::string text) {
-  for (char& c : text) {
-    if (c >= 'a' && c <= 'z')
-      c = static_cast<char>(c - 'a' + 'A');
-  }
-  return text;
-}
-
 std::optional<std::string> advertisingId(HostParts& parts) {
   const Identifier& idfa = parts.options.options.device.idfa;
   switch (idfa.source()) {
     case Identifier::Source::kMadeAndKept:
-      return inCapitals(keptIdentifier(parts.store, kAdvertisingIdKey, parts.random));
+      // The platform writes it so.
+      return services::inCapitals(keptIdentifier(parts.store, kAdvertisingIdKey, parts.random));
     case Identifier::Source::kGiven:
       return idfa.text();
     case Identifier::Source::kNone:
@@ -57,6 +50,14 @@ MorvikADGetPUID puidOf(HostParts& parts) {
       break;
   }
   return MorvikADGetPUID();
+}
+
+UtilFacts utilFacts(HostParts& parts) {
+  const HostOptions& options = parts.options.options;
+  return {.idfa = advertisingId(parts),
+          .has_loopback_endpoint = parts.options.has_loopback_endpoint,
+          .model = options.device.model,
+          .disk_path = options.store_folder};
 }
 
 Identity identityOf(HostParts& parts) {
@@ -92,7 +93,13 @@ kit::Kit kitOf(HostParts& parts) {
           .house_lock = parts.house_lock,
           .transport = parts.transport,
           .json = parts.json,
+          .cipher = parts.cipher,
+          .compressor = parts.compressor,
+          .random = parts.random,
           .device = parts.device,
+          .bundle = parts.bundle,
+          .threads = parts.threads,
+          .report_shelf = parts.report_file,
           .ad_client = &parts.ad_client,
           .modules = parts.modules,
           .log_sink = *parts.log_sink,
@@ -100,6 +107,7 @@ kit::Kit kitOf(HostParts& parts) {
           .shared_state = parts.shared_state,
           .services = parts.services,
           .util = parts.util,
+          .puid = parts.puid,
           .facade = parts.facade,
           .update_log = parts.update_log,
           .make_config = [key = parts.options.tracking_key]() -> std::unique_ptr<kit::MorvkSDKConfig> {
@@ -158,12 +166,14 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink)
       background_tasks(main_loop),
       transport({.ca_file = options.options.ca_file}, main_loop, gate),
       settle_watch(main_loop, [this] { return pending().isSettled(); }),
-      util(advertisingId(*this), options.has_loopback_endpoint),
+      util(utilFacts(*this)),
       puid(puidOf(*this)),
       common(identityOf(*this)),
       size_trigger(main_loop),
       services(servicesParts(*this)),
       device(options.options.device),
+      bundle(options.options.device),
+      report_file(options.options.store_folder, json, *log_sink),
       ad_client(options.options.ad_client, json, main_loop),
       modules(options.options.modules),
       kit(kitOf(*this)) {

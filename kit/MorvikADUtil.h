@@ -10,7 +10,11 @@
 
 namespace morvik::kit {
 
-/// Any thread; nothing blocks. The converters are total: every value has a defined result.
+/// What getNetworkStatus() says when no network is reachable.
+inline constexpr const char* kNetworkUnknown = "unknown";
+
+/// Any thread, also one that is about to die: nothing blocks, nothing waits for a lock. The converters are total: every
+/// value has a defined result.
 class MorvikADUtil {
  public:
   virtual ~MorvikADUtil() = default;
@@ -35,11 +39,24 @@ class MorvikADUtil {
   virtual std::string getKoreaDateFormateDate(Date date) const = 0;
   /// "yyyyMMddHHmmss" in UTC.
   virtual std::string getUTCFormateDate(Date date) const = 0;
+  /// "yyyy-MM-dd'T'HH:mm:ss'Z'" in UTC; nothing where the platform cannot say it.
+  virtual std::optional<std::string> getUTCFormateDateISO(Date date) const = 0;
   /// Server time minus device time, in seconds; `base_time_seconds` is the server's time in seconds since 1970.
   virtual double timeIntervalSinceServerDate(Date device_date, double base_time_seconds) const = 0;
 
   /// The device's advertising identifier; nothing when the user limits tracking.
   virtual std::optional<std::string> IDFA() const = 0;
+  /// kNetworkUnknown, or the kind of network: "wifi", "cellular", "ethernet".
+  virtual std::string getNetworkStatus() const = 0;
+
+  /// The device's model; nothing where unknown.
+  virtual std::optional<std::string> platformString() const = 0;
+  /// What is free on the disk of the store, in bytes; absent when the system does not tell.
+  virtual Value freeDiskSpace() const = 0;
+  /// Free memory in kibibytes, as far as 32 bits go; 0 when the system does not tell.
+  virtual uint32_t getFreeRam() const = 0;
+  /// A number of kibibytes as text for people: "812.4 MB".
+  virtual std::string memoryFormatter(uint32_t kibibytes) const = 0;
 };
 
 }  // namespace morvik::kit

@@ -32,10 +32,14 @@ class MorvikCoreServicesLib {
  public:
   virtual ~MorvikCoreServicesLib() = default;
 
+  /// Waits for no lock.
   virtual std::string appKey() const = 0;
   virtual std::string hashKey() const = 0;
   /// The forget-me mirror: while true, no request but the erasure starts.
   virtual bool isGDPRForgetMe() const = 0;
+  virtual void setIsGDPRForgetMe(bool forget_me) = 0;
+  /// The mirror of whether the erasure service has accepted the user's wish.
+  virtual void setIsGDPRForgetMeServerSynced(bool synced) = 0;
 
   /// Seconds to add to device time to get server time.
   virtual double intervalSinceServerDate() const = 0;
@@ -76,6 +80,8 @@ class MorvikCoreServicesLib {
   virtual std::shared_ptr<const SaveRetainedConversionKeyDelegate> saveRetainedConversionKeyDelegate() const = 0;
   virtual void setSaveRetainedConversionKeyDelegate(
       std::weak_ptr<const SaveRetainedConversionKeyDelegate> delegate) = 0;
+  virtual std::shared_ptr<const GetScheduleDelegate> getScheduleDelegate() const = 0;
+  virtual void setGetScheduleDelegate(std::weak_ptr<const GetScheduleDelegate> delegate) = 0;
 
   /// Told by the request operation of every exchange that ended, just before its handler runs. Main queue.
   virtual void exchangeDidEnd(const Request& request, const ExchangeResult& result) = 0;

@@ -12,7 +12,7 @@ namespace morvik::kit {
 class Clock {
  public:
   virtual ~Clock() = default;
-  /// Now. Any thread; does not block.
+  /// Now. Any thread, also one that is about to die; does not block, waits for no lock.
   virtual Date now() const = 0;
 };
 

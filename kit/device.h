@@ -4,12 +4,14 @@
 #include <optional>
 #include <string>
 
+#include "kit/url.h"
+
 namespace morvik::kit {
 
 /// The one orientation value that counts as portrait (home button at the bottom).
 inline constexpr int kOrientationPortrait = 1;
 
-/// Any thread; nothing blocks.
+/// Any thread, also one that is about to die: nothing blocks, nothing waits for a lock.
 class Device {
  public:
   virtual ~Device() = default;
@@ -19,6 +21,8 @@ class Device {
   virtual std::optional<bool> isMultitaskingSupported() const = 0;
   /// Orientation of the status bar: 1 portrait, 2 upside down, 3 and 4 landscape.
   virtual int statusBarOrientation() const = 0;
+  /// Whether something on the device opens URLs of this one's scheme.
+  virtual bool canOpenURL(const Url& url) const = 0;
 };
 
 }  // namespace morvik::kit

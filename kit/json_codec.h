@@ -22,6 +22,9 @@ class JsonCodec {
   virtual std::variant<Value, Error> read(std::string_view text) const = 0;
   /// Compact text without options. Errors: dates, absent values, numbers that are not finite, depth.
   virtual std::variant<std::string, Error> write(const Value& value) const = 0;
+  /// The same text for people: each entry and element on a line of its own, indented by two blanks a level, a blank on
+  /// both sides of the colon; an empty container stays in one piece. No line feed at the end.
+  virtual std::variant<std::string, Error> writePretty(const Value& value) const = 0;
 };
 
 }  // namespace morvik::kit

@@ -1,6 +1,7 @@
 // The platform's key-value store: what survives a restart.
 #pragma once
 
+#include <optional>
 #include <string_view>
 
 #include "kit/value.h"
@@ -19,8 +20,17 @@ class KeyValueStore {
   virtual void set(std::string_view key, Value value) = 0;
   /// Completes the persistence of all writes made so far: when it returns they survive the death of the process. It
   /// does not wait for the disk. Errors (disk full, …) are reported by the store itself, in the log; the values stay in
-  /// memory and are tried again with the next writes.
-  virtual void synchronize() = 0;
+  /// memory and are tried again with the next writes. False when one of
+  /// those since the last call would not survive.
+  virtual bool synchronize() = 0;
+
+  // For a thread on which the process is about to die, and which may hold any lock, one of this store's included. These
+  // wait for no lock and write no log line.
+  /// As get(); nothing at all when the store is in use at this moment. An outer value is an answer, absent or not.
+  virtual std::optional<Value> tryGet(std::string_view key) const = 0;
+  /// As set() and synchronize(), both or neither: when it returns true the value survives the death of the process.
+  /// False, and nothing is changed, when the store is in use at this moment or cannot keep the value.
+  virtual bool trySetAndSynchronize(std::string_view key, Value value) = 0;
 };
 
 }  // namespace morvik::kit

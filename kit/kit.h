@@ -5,13 +5,17 @@
 #include <memory>
 #include <string>
 
+#include "kit/MorvikADGetPUID.h"
 #include "kit/MorvikADUtil.h"
 #include "kit/MorvikCore.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/ad_client.h"
 #include "kit/background_tasks.h"
+#include "kit/bundle.h"
 #include "kit/clock.h"
 #include "kit/config.h"
+#include "kit/crash.h"
+#include "kit/crypto.h"
 #include "kit/device.h"
 #include "kit/endpoints.h"
 #include "kit/house_lock.h"
@@ -21,6 +25,7 @@
 #include "kit/modules.h"
 #include "kit/notifications.h"
 #include "kit/queues.h"
+#include "kit/threads.h"
 #include "kit/transport.h"
 
 namespace morvik::kit {
@@ -46,7 +51,13 @@ struct Kit {
   HouseLock& house_lock;
   Transport& transport;
   const JsonCodec& json;
+  const Cipher& cipher;
+  const Compressor& compressor;
+  Random& random;
   const Device& device;
+  const Bundle& bundle;
+  const Threads& threads;
+  ReportShelf& report_shelf;
   AdClient* ad_client;  ///< null: the platform framework is absent and nothing is offered
   const ModuleRegistry& modules;
   LogSink& log_sink;
@@ -55,6 +66,7 @@ struct Kit {
 
   MorvikCoreServicesLib& services;
   const MorvikADUtil& util;
+  const MorvikADGetPUID& puid;
   const MorvikCore& facade;
   const MorvikCoreUpdateLog& update_log;
   /// A fresh configuration object for each call, as the platform's own code does.

@@ -34,6 +34,9 @@ class LogSink {
   virtual ~LogSink() = default;
   /// Any thread; must not call back into the kit. The text is valid during the call only.
   virtual void line(std::string_view text) = 0;
+  /// The same for a thread that is about to die and may hold any lock, one of the sink's included: waits for no lock.
+  /// False when the line could not be written.
+  virtual bool tryLine(std::string_view text) = 0;
 };
 
 }  // namespace morvik::kit

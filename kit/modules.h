@@ -40,11 +40,12 @@ struct Module {
   /// Commerce events wait in the store. Main queue at a session's start, background queue at its end.
   std::function<void()> saveCommerceEventAndSend;
   std::function<void(bool enable)> setRemotePushEnable;
-  /// Nothing where the class answers null.
+  /// Nothing where the class answers null. Called on any thread, also one that is about to die.
   std::function<std::optional<std::string>()> getSDKVersion;
 };
 
-/// Filled before the core object is made, read-only afterwards. Any thread; nothing blocks.
+/// Filled before the core object is made, read-only afterwards. Any thread, also one that is about to die: nothing
+/// blocks, nothing waits for a lock.
 class ModuleRegistry {
  public:
   virtual ~ModuleRegistry() = default;

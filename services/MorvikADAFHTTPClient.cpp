@@ -13,12 +13,8 @@ namespace {
 constexpr const char* kFormContentType = "application/x-www-form-urlencoded; charset=utf-8";
 constexpr const char* kJsonContentType = "application/json; charset=utf-8";
 
-char lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 bool sameName(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return lower(x) == lower(y); });
+  return inLowerCase(a) == inLowerCase(b);
 }
 
 /// A parameter as the text that stands for it; containers as JSON.
@@ -79,7 +75,8 @@ MutableURLRequest MorvikADAFHTTPClient::requestWithMethod(std::string method, st
   url += path;
   const bool in_query = method == "GET";
   const bool as_json = encoding_ == AFJSONParameterEncoding && !in_query;
-  const bool has_parameters = parameters.size() > 0 && (as_json || parameters.isDictionary());
+  const bool has_parameters =
+      as_json ? parameters.isArray() || parameters.isDictionary() : parameters.isDictionary() && parameters.size() > 0;
   if (has_parameters && in_query)
     url += '?' + formEncoded(parameters.dictionary());
   MutableURLRequest request(std::move(url));

@@ -46,7 +46,8 @@ class MorvikADAFHTTPClient {
   void setParameterEncoding(AFHTTPClientParameterEncoding encoding) { encoding_ = encoding; }
 
   /// A request for base URL and path. `parameters` is a dictionary (or, with JSON encoding, an array); anything else,
-  /// and an empty one, counts as no parameters: an empty body without content type. "GET" carries them in the query
+  /// and an empty dictionary with form encoding, counts as no parameters: an empty body without content type. "GET"
+  /// carries them in the query
   /// string, form-encoded whatever the encoding, every other method in the body, with the content type of the encoding.
   /// Values that have no JSON form make the body empty.
   MutableURLRequest requestWithMethod(std::string method, std::string_view path, const kit::Value& parameters) const;

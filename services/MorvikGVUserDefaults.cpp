@@ -1,5 +1,8 @@
 #include "services/MorvikGVUserDefaults.h"
 
+#include <mutex>
+#include <utility>
+
 #include "services/converters.h"
 
 namespace morvik::services {
@@ -76,6 +79,23 @@ std::span<const StoreProperty> storeProperties() {
   }
 #include "services/store_properties.inc"
 #undef MORVIK_STORE_PROPERTY
+
+std::optional<std::string> MorvikGVUserDefaults::tryGetString(const char* property_name) const {
+  const std::optional<kit::Value> stored = store_->tryGet(property_name);
+  return stored ? readAs<accessor::String>(*stored, absent) : std::nullopt;
+}
+
+bool MorvikGVUserDefaults::tryAppendAndSynchronize(const char* property_name, const kit::Value& record) const {
+  const std::unique_lock hold(lock_->mutex, std::try_to_lock);
+  if (!hold.owns_lock())
+    return false;
+  const std::optional<kit::Value> stored = store_->tryGet(property_name);
+  if (!stored)
+    return false;
+  kit::MutableArray list(*stored);
+  list.append(record);
+  return store_->trySetAndSynchronize(property_name, kit::Value(std::move(list)));
+}
 
 int64_t MorvikGVUserDefaults::integerForKey(std::string_view key) const {
   return checkIntegerNilToZero(store_->get(key));

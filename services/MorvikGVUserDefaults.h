@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -23,6 +24,13 @@ struct StoreProperty {
 
 /// All stored properties, in the order of the table.
 std::span<const StoreProperty> storeProperties();
+
+/// The properties' names, which are also their keys in the store.
+namespace property {
+#define MORVIK_STORE_PROPERTY(name, setter, type, unset) inline constexpr const char* name = #name;
+#include "services/store_properties.inc"
+#undef MORVIK_STORE_PROPERTY
+}  // namespace property
 
 /// Types of the accessors. Strings and dates may be absent; an array is a Value, absent or an array.
 namespace accessor {
@@ -46,9 +54,10 @@ class MorvikGVUserDefaults {
 #include "services/store_properties.inc"
 #undef MORVIK_STORE_PROPERTY
 
-  /// Completes the persistence of the writes so far. Never to be called inside inOneStep().
-  void synchronize() const {
-    store_->synchronize();
+  /// Completes the persistence of the writes so far; false when some of them would not survive. Never to be called
+  /// inside inOneStep().
+  bool synchronize() const {
+    return store_->synchronize();
   }
 
   /// Runs `step` under the house lock: for reading a stored list, changing it and writing it back. The step must not
@@ -58,6 +67,14 @@ class MorvikGVUserDefaults {
     const std::scoped_lock hold(lock_->mutex);
     return step();
   }
+
+  // For a thread on which the process is about to die, and which may hold any lock: neither waits for one.
+  /// The text stored under the property's name; nothing when there is none, or when the store is in use at this moment.
+  std::optional<std::string> tryGetString(const char* property_name) const;
+  /// Appends `record` to the list stored under the property's name (a new one where none is) and completes its
+  /// persistence, in one step under the house lock. False, and nothing is changed, when lock or store is in use at this
+  /// moment, or when the store cannot keep the record.
+  bool tryAppendAndSynchronize(const char* property_name, const kit::Value& record) const;
 
   // The plain entries of the platform store.
   /// 0 when there is no such entry.

@@ -96,6 +96,24 @@ std::string fourteenDigits(kit::Date date, int utc_offset_seconds) {
   return text.append(rest, sizeof rest);
 }
 
+/// "yyyy-MM-ddTHH:mm:ss" with `between` in place of the T, at a fixed offset from UTC.
+std::string separatedText(kit::Date date, int utc_offset_seconds, char between) {
+  const kit::CalendarComponents civil = civilAt(date, utc_offset_seconds);
+  std::string text;
+  appendPadded(civil.year, 4, text);
+  text += '-';
+  appendPadded(civil.month, 2, text);
+  text += '-';
+  appendPadded(civil.day, 2, text);
+  text += between;
+  appendPadded(civil.hour, 2, text);
+  text += ':';
+  appendPadded(civil.minute, 2, text);
+  text += ':';
+  appendPadded(civil.second, 2, text);
+  return text;
+}
+
 /// A reader of fixed-width decimal fields and fixed characters; once something does not fit, it stays failed.
 class FieldReader {
  public:
@@ -203,20 +221,16 @@ std::string utcDateText(kit::Date date) {
   return fourteenDigits(date, 0);
 }
 
+std::string koreaDateTimeText(kit::Date date) {
+  return separatedText(date, kKoreaOffsetSeconds, ' ');
+}
+
+std::string utcIsoDateText(kit::Date date) {
+  return separatedText(date, 0, 'T') + 'Z';
+}
+
 std::string iso8601(kit::Date date) {
-  const kit::CalendarComponents civil = civilAt(date, 0);
-  std::string text;
-  appendPadded(civil.year, 4, text);
-  text += '-';
-  appendPadded(civil.month, 2, text);
-  text += '-';
-  appendPadded(civil.day, 2, text);
-  text += 'T';
-  appendPadded(civil.hour, 2, text);
-  text += ':';
-  appendPadded(civil.minute, 2, text);
-  text += ':';
-  appendPadded(civil.second, 2, text);
+  std::string text = separatedText(date, 0, 'T');
   const int64_t fraction = floorRemainder(date.microseconds, kMicrosecondsPerSecond);
   if (fraction != 0) {
     text += '.';

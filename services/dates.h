@@ -22,6 +22,10 @@ bool isRealDate(const kit::CalendarComponents& components);
 std::string koreaDateText(kit::Date date);
 /// "yyyyMMddHHmmss" in UTC.
 std::string utcDateText(kit::Date date);
+/// "yyyy-MM-dd HH:mm:ss" at UTC+9.
+std::string koreaDateTimeText(kit::Date date);
+/// "yyyy-MM-dd'T'HH:mm:ss'Z'" in UTC; a fraction of a second is cut.
+std::string utcIsoDateText(kit::Date date);
 /// "yyyy-MM-dd'T'HH:mm:ss'Z'" in UTC; fractions of a second follow the seconds when there are any.
 std::string iso8601(kit::Date date);
 /// Reads "yyyy-MM-ddTHH:mm:ss", an optional fraction of up to six digits, then "Z" or an offset like "+09:00".

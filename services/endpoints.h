@@ -11,6 +11,10 @@ inline constexpr const char* kThirdPartyConversionPath = "v1/thirdparty-conversi
 inline constexpr const char* kIADAttributionPath = "v1/iad-attribution";
 inline constexpr const char* kReEngagementConversionPath = "v1/reengagement-conversion";
 inline constexpr const char* kCommerceConversionPath = "v1/commerce-conversion";
+inline constexpr const char* kCrashReportPath = "v1/crash";
+inline constexpr const char* kGdprReqUrlPath = "v1/erasure";
+inline constexpr const char* kGetScheduleVer2Path = "v2/schedule";
+inline constexpr const char* kSetDemographicPath = "v1/demographics";
 /// Stands behind the app key and a slash.
 inline constexpr const char* kAppConfigFileName = "config.json";
 

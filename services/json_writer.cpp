@@ -181,9 +181,13 @@ class TextBlock {
 /// What to do where JSON has no form for a value: fail, or write something for people.
 enum class Strictness { kStrict, kForPeople };
 
+/// Whether all stands on one line, without blanks, or every entry on its own.
+enum class Layout { kCompact, kPretty };
+
 class Writer {
  public:
-  Writer(std::string& out, Strictness strictness) : out_(out), strictness_(strictness) {}
+  Writer(std::string& out, Strictness strictness, Layout layout = Layout::kCompact)
+      : out_(out), strictness_(strictness), layout_(layout) {}
 
   bool write(const kit::Value& value, size_t depth) {
     switch (value.kind()) {
@@ -245,11 +249,14 @@ class Writer {
     for (size_t i = 0; i < array.size(); ++i) {
       if (i > 0)
         out_.put(',');
+      putLine(depth);
       if (i == kSampleElements)
         out_.expect((out_.size() - start) / kSampleElements * (array.size() - i) * 9 / 8);
       if (!write(array[i], depth))
         return false;
     }
+    if (!array.empty())
+      putLine(depth - 1);
     out_.put(']');
     return true;
   }
@@ -261,13 +268,28 @@ class Writer {
       if (!first)
         out_.put(',');
       first = false;
+      putLine(depth);
       out_.putQuoted(entry.key.string());
-      out_.put(':');
+      if (layout_ == Layout::kPretty)
+        out_.put(" : ");
+      else
+        out_.put(':');
       if (!write(entry.value, depth))
         return false;
     }
+    if (!first)
+      putLine(depth - 1);
     out_.put('}');
     return true;
+  }
+
+  /// Begins a line of that depth, where lines are asked for.
+  void putLine(size_t depth) {
+    if (layout_ == Layout::kCompact)
+      return;
+    out_.put('\n');
+    for (size_t i = 0; i < depth; ++i)
+      out_.put("  ");
   }
 
   /// After so many elements the length of a long array's text is guessed from theirs.
@@ -275,23 +297,40 @@ class Writer {
 
   TextBlock out_;
   Strictness strictness_;
+  Layout layout_;
   std::string error_;
 };
 
 }  // namespace
 
-std::optional<kit::Error> appendJson(const kit::Value& value, std::string& out) {
-  Writer writer(out, Strictness::kStrict);
+namespace {
+
+std::optional<kit::Error> appendStrictly(const kit::Value& value, Layout layout, std::string& out) {
+  Writer writer(out, Strictness::kStrict, layout);
   if (writer.write(value, 0))
     return std::nullopt;
   return kit::Error{"The value cannot be written as JSON: " + writer.error() + "."};
 }
 
-std::variant<std::string, kit::Error> writeJson(const kit::Value& value) {
+std::variant<std::string, kit::Error> writeStrictly(const kit::Value& value, Layout layout) {
   std::string out;
-  if (auto error = appendJson(value, out))
+  if (auto error = appendStrictly(value, layout, out))
     return *std::move(error);
   return out;
+}
+
+}  // namespace
+
+std::optional<kit::Error> appendJson(const kit::Value& value, std::string& out) {
+  return appendStrictly(value, Layout::kCompact, out);
+}
+
+std::variant<std::string, kit::Error> writeJson(const kit::Value& value) {
+  return writeStrictly(value, Layout::kCompact);
+}
+
+std::variant<std::string, kit::Error> writePrettyJson(const kit::Value& value) {
+  return writeStrictly(value, Layout::kPretty);
 }
 
 void appendJsonDescription(const kit::Value& value, std::string& out) {

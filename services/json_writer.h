@@ -15,7 +15,11 @@ namespace morvik::services {
 /// Errors, each saying what: a date, an absent value, a number that is not finite, nesting beyond kit::kMaxJsonDepth.
 std::variant<std::string, kit::Error> writeJson(const kit::Value& value);
 
-/// The same, appended to `out`. An error leaves in `out` what was written so far.
+/// The same text for people: each entry and element on a line of its own, indented by two blanks a level, a blank on
+/// both sides of the colon; an empty container stays in one piece. No line feed at the end.
+std::variant<std::string, kit::Error> writePrettyJson(const kit::Value& value);
+
+/// As writeJson, appended to `out`. An error leaves in `out` what was written so far.
 std::optional<kit::Error> appendJson(const kit::Value& value, std::string& out);
 
 /// JSON text for people: total, never fails. Dates in ISO 8601, an absent value as null, numbers that are not finite as

@@ -8,11 +8,18 @@ void Logger::write(kit::LogLevel level, const LogSite& site, std::string_view te
       format("%s %s:%@:%d:%s ", {_kesmo_lcl_level_header_1[level], _kesmo_lcl_component_header[kit::lcl_cKesmo],
                                  site.file, site.line, site.operation});
   line += format(text, arguments);
-  sink_->line(line);
+  hand(line);
 }
 
 void Logger::writePlain(std::string_view text, std::initializer_list<FormatArgument> arguments) const {
-  sink_->line(format(text, arguments));
+  hand(format(text, arguments));
+}
+
+void Logger::hand(std::string_view line) const {
+  if (may_wait_)
+    sink_->line(line);
+  else
+    sink_->tryLine(line);
 }
 
 }  // namespace morvik::services

@@ -23,10 +23,17 @@ struct LogSite {
   const char* operation;
 };
 
-/// Any thread. Two references, free to copy.
+/// Any thread. References, free to copy.
 class Logger {
  public:
   Logger(const kit::LogLevels& levels, kit::LogSink& sink) : levels_(&levels), sink_(&sink) {}
+  /// This logger for a thread that is about to die and may hold any lock: a line that would have to wait for one is
+  /// dropped.
+  Logger withoutWaiting() const {
+    Logger logger(*this);
+    logger.may_wait_ = false;
+    return logger;
+  }
 
   /// True when the component's level lets lines of `level` through.
   bool enabled(kit::LogLevel level) const {
@@ -39,8 +46,11 @@ class Logger {
   void writePlain(std::string_view text, std::initializer_list<FormatArgument> arguments) const;
 
  private:
+  void hand(std::string_view line) const;
+
   const kit::LogLevels* levels_;
   kit::LogSink* sink_;
+  bool may_wait_ = true;
 };
 
 }  // namespace morvik::services

@@ -4,14 +4,28 @@
 
 namespace morvik::services {
 
-MutableURLRequest postRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters,
-                              AcceptEncoding accept_encoding) {
-  const MorvikADAFHTTPClient client(base_url);
+namespace {
+
+MutableURLRequest posted(const MorvikADAFHTTPClient& client, std::string_view path, const kit::Value& parameters) {
   MutableURLRequest request = client.requestWithMethod("POST", path, parameters);
-  if (accept_encoding == AcceptEncoding::kGzip)
-    request.setValue("gzip", "Accept-Encoding");
   request.setTimeoutInterval(static_cast<double>(kFendoHttpConnectionTimeoutSeconds));
   return request;
+}
+
+}  // namespace
+
+MutableURLRequest postRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters,
+                              AcceptEncoding accept_encoding) {
+  MutableURLRequest request = posted(MorvikADAFHTTPClient(base_url), path, parameters);
+  if (accept_encoding == AcceptEncoding::kGzip)
+    request.setValue("gzip", "Accept-Encoding");
+  return request;
+}
+
+MutableURLRequest jsonPostRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters) {
+  MorvikADAFHTTPClient client(base_url);
+  client.setParameterEncoding(AFJSONParameterEncoding);
+  return posted(client, path, parameters);
 }
 
 void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure) {

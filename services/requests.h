@@ -18,6 +18,9 @@ enum class AcceptEncoding { kGzip, kUnset };
 MutableURLRequest postRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters,
                               AcceptEncoding accept_encoding);
 
+/// The same request with the parameters as JSON text: a dictionary or an array, also an empty one.
+MutableURLRequest jsonPostRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters);
+
 /// What most handlers need of an answer.
 using JsonHandler = std::function<void(const kit::Value& json)>;
 /// What most handlers need of a failure.

@@ -127,6 +127,24 @@ void appendPercentEncoded(std::string_view text, std::string& out) {
   }
 }
 
+std::string inLowerCase(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'Z')
+      c = static_cast<char>(c - 'A' + 'a');
+  }
+  return lower;
+}
+
+std::string inCapitals(std::string_view text) {
+  std::string capitals(text);
+  for (char& c : capitals) {
+    if (c >= 'a' && c <= 'z')
+      c = static_cast<char>(c - 'a' + 'A');
+  }
+  return capitals;
+}
+
 void appendFormDecoded(std::string_view text, std::string& out) {
   out.reserve(out.size() + text.size());
   for (size_t i = 0; i < text.size(); ++i) {

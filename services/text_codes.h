@@ -15,6 +15,11 @@ std::optional<std::string> fromBase64Url(std::string_view text);
 /// Lower-case hexadecimal.
 std::string hexText(std::string_view bytes);
 
+/// The letters A to Z as a to z; every other byte as it is.
+std::string inLowerCase(std::string_view text);
+/// The letters a to z as A to Z; every other byte as it is.
+std::string inCapitals(std::string_view text);
+
 /// Everything but letters, digits, '-', '.', '_' and '~' as %XX, appended to `out`.
 void appendPercentEncoded(std::string_view text, std::string& out);
 /// The reverse, as forms and queries need it, appended to `out`: %XX is a byte, '+' a blank; a '%' that two hexadecimal

@@ -1,10 +1,12 @@
 // A device that is what the test says.
 #pragma once
 
+#include <algorithm>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "kit/device.h"
 
@@ -15,6 +17,8 @@ struct DeviceFacts {
   std::string system_version = "15.0";
   std::optional<bool> is_multitasking_supported = true;
   int status_bar_orientation = kit::kOrientationPortrait;
+  /// The URLs that something on the device opens.
+  std::vector<std::string> openable_urls;
 };
 
 /// Any thread; nothing blocks.
@@ -33,6 +37,10 @@ class FakeDevice : public kit::Device {
   std::string systemVersion() const override { return facts().system_version; }
   std::optional<bool> isMultitaskingSupported() const override { return facts().is_multitasking_supported; }
   int statusBarOrientation() const override { return facts().status_bar_orientation; }
+  bool canOpenURL(const kit::Url& url) const override {
+    const std::vector<std::string> urls = facts().openable_urls;
+    return std::find(urls.begin(), urls.end(), url.absoluteString()) != urls.end();
+  }
 
  private:
   mutable std::mutex mutex_;

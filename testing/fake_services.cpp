@@ -28,6 +28,7 @@ FakeServices::FakeServices(services::MorvikGVUserDefaults store, services::Seali
       sealing_(sealing),
       conversions_(store_),
       is_gdpr_forget_me_(store_.MorvikCoreUserInfo_isGDPRForgetMe()),
+      is_gdpr_forget_me_server_synced_(store_.MorvikCoreUserInfo_isGDPRForgetMeServerSynced()),
       next_event_number_(options_.first_event_number),
       advertising_identifier_(options_.advertising_identifier) {}
 
@@ -174,8 +175,31 @@ void FakeServices::exchangeDidEnd(const kit::Request& request, const kit::Exchan
 }
 
 void FakeServices::setIsGDPRForgetMe(bool forget_me) {
+  calls_.add(std::string("setIsGDPRForgetMe ") + (forget_me ? "1" : "0"));
   const std::lock_guard lock(mutex_);
   is_gdpr_forget_me_ = forget_me;
+}
+
+void FakeServices::setIsGDPRForgetMeServerSynced(bool synced) {
+  calls_.add(std::string("setIsGDPRForgetMeServerSynced ") + (synced ? "1" : "0"));
+  const std::lock_guard lock(mutex_);
+  is_gdpr_forget_me_server_synced_ = synced;
+}
+
+bool FakeServices::isGDPRForgetMeServerSynced() const {
+  const std::lock_guard lock(mutex_);
+  return is_gdpr_forget_me_server_synced_;
+}
+
+std::shared_ptr<const kit::GetScheduleDelegate> FakeServices::getScheduleDelegate() const {
+  const std::lock_guard lock(mutex_);
+  return schedule_delegate_.lock();
+}
+
+void FakeServices::setGetScheduleDelegate(std::weak_ptr<const kit::GetScheduleDelegate> delegate) {
+  calls_.add("setGetScheduleDelegate");
+  const std::lock_guard lock(mutex_);
+  schedule_delegate_ = std::move(delegate);
 }
 
 void FakeServices::setAppleAdvertisingIdentifier(std::optional<std::string> identifier) {

@@ -31,7 +31,7 @@ struct EndedExchange {
   kit::ExchangeResult result;
 };
 
-/// One process's services object: its forget-me mirror is loaded from the store when it is made, its clock offset
+/// One process's services object: its forget-me mirrors are loaded from the store when it is made, its clock offset
 /// starts at 0. Any thread; nothing blocks. Everything handed in must outlive it.
 class FakeServices : public kit::MorvikCoreServicesLib {
  public:
@@ -40,6 +40,8 @@ class FakeServices : public kit::MorvikCoreServicesLib {
   std::string appKey() const override { return options_.app_key; }
   std::string hashKey() const override { return options_.hash_key; }
   bool isGDPRForgetMe() const override;
+  void setIsGDPRForgetMe(bool forget_me) override;
+  void setIsGDPRForgetMeServerSynced(bool synced) override;
   double intervalSinceServerDate() const override;
   void setIntervalSinceServerDate(double interval_seconds) override;
   /// "session" for 0, "group 1", "group 2", … for others.
@@ -66,16 +68,18 @@ class FakeServices : public kit::MorvikCoreServicesLib {
   std::shared_ptr<const kit::SaveRetainedConversionKeyDelegate> saveRetainedConversionKeyDelegate() const override;
   void setSaveRetainedConversionKeyDelegate(
       std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate> delegate) override;
+  std::shared_ptr<const kit::GetScheduleDelegate> getScheduleDelegate() const override;
+  void setGetScheduleDelegate(std::weak_ptr<const kit::GetScheduleDelegate> delegate) override;
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) override;
 
   // What the test says.
-  void setIsGDPRForgetMe(bool forget_me);
   void setAppleAdvertisingIdentifier(std::optional<std::string> identifier);
   void setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate);
   /// Sets a common parameter to another value; an absent one leaves it out.
   void setCommonParameter(const kit::Value& name, const kit::Value& value);
 
   // What the core said.
+  bool isGDPRForgetMeServerSynced() const;
   std::optional<bool> conversionResult() const;
   std::optional<int64_t> conversionResultCode() const;
   std::vector<EndedExchange> endedExchanges() const { return ended_exchanges_.all(); }
@@ -98,6 +102,7 @@ class FakeServices : public kit::MorvikCoreServicesLib {
 
   mutable std::mutex mutex_;  // guards what follows
   bool is_gdpr_forget_me_;
+  bool is_gdpr_forget_me_server_synced_;
   double interval_since_server_date_ = 0;
   uint64_t next_event_number_;
   std::vector<std::pair<kit::Value, kit::Value>> common_parameters_;
@@ -105,6 +110,7 @@ class FakeServices : public kit::MorvikCoreServicesLib {
   std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate_;
   std::weak_ptr<const kit::ResetRetainedConversionCacheDelegate> reset_delegate_;
   std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate> retained_delegate_;
+  std::weak_ptr<const kit::GetScheduleDelegate> schedule_delegate_;
   bool is_premium_postback_ = false;
   std::optional<bool> conversion_result_;
   std::optional<int64_t> conversion_result_code_;

@@ -2,6 +2,7 @@
 
 #include "services/converters.h"
 #include "services/dates.h"
+#include "services/memory_text.h"
 #include "services/url_query.h"
 
 namespace morvik::testing {
@@ -36,9 +37,34 @@ std::string FakeUtil::getUTCFormateDate(kit::Date date) const {
 double FakeUtil::timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const {
   return base_time_seconds - device_date.secondsSince1970();
 }
+std::optional<std::string> FakeUtil::getUTCFormateDateISO(kit::Date date) const {
+  const std::lock_guard lock(mutex_);
+  if (!knows_iso_dates_)
+    return std::nullopt;
+  return services::utcIsoDateText(date);
+}
 std::optional<std::string> FakeUtil::IDFA() const {
   const std::lock_guard lock(mutex_);
   return idfa_;
+}
+std::string FakeUtil::getNetworkStatus() const {
+  const std::lock_guard lock(mutex_);
+  return network_status_;
+}
+std::optional<std::string> FakeUtil::platformString() const {
+  const std::lock_guard lock(mutex_);
+  return platform_;
+}
+kit::Value FakeUtil::freeDiskSpace() const {
+  const std::lock_guard lock(mutex_);
+  return free_disk_bytes_;
+}
+uint32_t FakeUtil::getFreeRam() const {
+  const std::lock_guard lock(mutex_);
+  return free_ram_kibibytes_;
+}
+std::string FakeUtil::memoryFormatter(uint32_t kibibytes) const {
+  return services::memoryText(kibibytes);
 }
 
 }  // namespace morvik::testing

@@ -15,13 +15,16 @@
 #include <variant>
 #include <vector>
 
+#include "kit/MorvikADGetPUID.h"
 #include "kit/MorvikADUtil.h"
 #include "kit/MorvikCore.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/ad_client.h"
 #include "kit/background_tasks.h"
+#include "kit/bundle.h"
 #include "kit/clock.h"
 #include "kit/config.h"
+#include "kit/crash.h"
 #include "kit/crypto.h"
 #include "kit/device.h"
 #include "kit/json_codec.h"
@@ -30,6 +33,7 @@
 #include "kit/modules.h"
 #include "kit/notifications.h"
 #include "kit/queues.h"
+#include "kit/threads.h"
 #include "kit/transport.h"
 #include "testing/recording.h"
 
@@ -216,11 +220,19 @@ class Faulty<kit::KeyValueStore> final : public kit::KeyValueStore {
     faults.pass("set");
     port_.set(key, std::move(value));
   }
-  void synchronize() override {
+  bool synchronize() override {
     faults.pass("synchronize");
-    port_.synchronize();
+    return port_.synchronize();
   }
-  mutable Faults faults{"KeyValueStore", {"get", "set", "synchronize"}};
+  std::optional<kit::Value> tryGet(std::string_view key) const override {
+    faults.pass("tryGet");
+    return port_.tryGet(key);
+  }
+  bool trySetAndSynchronize(std::string_view key, kit::Value value) override {
+    faults.pass("trySetAndSynchronize");
+    return port_.trySetAndSynchronize(key, std::move(value));
+  }
+  mutable Faults faults{"KeyValueStore", {"get", "set", "synchronize", "tryGet", "trySetAndSynchronize"}};
 
  private:
   kit::KeyValueStore& port_;
@@ -252,7 +264,11 @@ class Faulty<kit::JsonCodec> final : public kit::JsonCodec {
     faults.pass("write");
     return port_.write(value);
   }
-  mutable Faults faults{"JsonCodec", {"read", "write"}};
+  std::variant<std::string, kit::Error> writePretty(const kit::Value& value) const override {
+    faults.pass("writePretty");
+    return port_.writePretty(value);
+  }
+  mutable Faults faults{"JsonCodec", {"read", "write", "writePretty"}};
 
  private:
   const kit::JsonCodec& port_;
@@ -326,10 +342,64 @@ class Faulty<kit::Device> final : public kit::Device {
     faults.pass("statusBarOrientation");
     return port_.statusBarOrientation();
   }
-  mutable Faults faults{"Device", {"systemVersion", "isMultitaskingSupported", "statusBarOrientation"}};
+  bool canOpenURL(const kit::Url& url) const override {
+    faults.pass("canOpenURL");
+    return port_.canOpenURL(url);
+  }
+  mutable Faults faults{"Device", {"systemVersion", "isMultitaskingSupported", "statusBarOrientation", "canOpenURL"}};
 
  private:
   const kit::Device& port_;
+};
+
+template <>
+class Faulty<kit::Bundle> final : public kit::Bundle {
+ public:
+  explicit Faulty(const kit::Bundle& port) : port_(port) {}
+  std::optional<std::string> objectForInfoDictionaryKey(std::string_view key) const override {
+    faults.pass("objectForInfoDictionaryKey");
+    return port_.objectForInfoDictionaryKey(key);
+  }
+  mutable Faults faults{"Bundle", {"objectForInfoDictionaryKey"}};
+
+ private:
+  const kit::Bundle& port_;
+};
+
+template <>
+class Faulty<kit::Threads> final : public kit::Threads {
+ public:
+  explicit Faulty(const kit::Threads& port) : port_(port) {}
+  std::string currentThreadDescription() const override {
+    faults.pass("currentThreadDescription");
+    return port_.currentThreadDescription();
+  }
+  mutable Faults faults{"Threads", {"currentThreadDescription"}};
+
+ private:
+  const kit::Threads& port_;
+};
+
+template <>
+class Faulty<kit::ReportShelf> final : public kit::ReportShelf {
+ public:
+  explicit Faulty(kit::ReportShelf& port) : port_(port) {}
+  std::optional<kit::Error> append(const kit::Value& report) override {
+    faults.pass("append");
+    return port_.append(report);
+  }
+  kit::Array reports() override {
+    faults.pass("reports");
+    return port_.reports();
+  }
+  void clear() override {
+    faults.pass("clear");
+    port_.clear();
+  }
+  Faults faults{"ReportShelf", {"append", "reports", "clear"}};
+
+ private:
+  kit::ReportShelf& port_;
 };
 
 template <>
@@ -377,7 +447,11 @@ class Faulty<kit::LogSink> final : public kit::LogSink {
     faults.pass("line");
     port_.line(text);
   }
-  Faults faults{"LogSink", {"line"}};
+  bool tryLine(std::string_view text) override {
+    faults.pass("tryLine");
+    return port_.tryLine(text);
+  }
+  Faults faults{"LogSink", {"line", "tryLine"}};
 
  private:
   kit::LogSink& port_;
@@ -423,6 +497,10 @@ class Faulty<kit::MorvikADUtil> final : public kit::MorvikADUtil {
     faults.pass("getUTCFormateDate");
     return port_.getUTCFormateDate(date);
   }
+  std::optional<std::string> getUTCFormateDateISO(kit::Date date) const override {
+    faults.pass("getUTCFormateDateISO");
+    return port_.getUTCFormateDateISO(date);
+  }
   double timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const override {
     faults.pass("timeIntervalSinceServerDate");
     return port_.timeIntervalSinceServerDate(device_date, base_time_seconds);
@@ -431,13 +509,48 @@ class Faulty<kit::MorvikADUtil> final : public kit::MorvikADUtil {
     faults.pass("IDFA");
     return port_.IDFA();
   }
+  std::string getNetworkStatus() const override {
+    faults.pass("getNetworkStatus");
+    return port_.getNetworkStatus();
+  }
+  std::optional<std::string> platformString() const override {
+    faults.pass("platformString");
+    return port_.platformString();
+  }
+  kit::Value freeDiskSpace() const override {
+    faults.pass("freeDiskSpace");
+    return port_.freeDiskSpace();
+  }
+  uint32_t getFreeRam() const override {
+    faults.pass("getFreeRam");
+    return port_.getFreeRam();
+  }
+  std::string memoryFormatter(uint32_t kibibytes) const override {
+    faults.pass("memoryFormatter");
+    return port_.memoryFormatter(kibibytes);
+  }
   mutable Faults faults{"MorvikADUtil",
                         {"checkNilToBlankString", "checkNilToNo", "checkIntegerNilToZero", "checkLongLongNilToZero",
                          "checkDoubleNilToZero", "checkNilToZero", "getURLParmaters", "getKoreaDateFormateDate",
-                         "getUTCFormateDate", "timeIntervalSinceServerDate", "IDFA"}};
+                         "getUTCFormateDate", "getUTCFormateDateISO", "timeIntervalSinceServerDate", "IDFA",
+                         "getNetworkStatus", "platformString", "freeDiskSpace", "getFreeRam", "memoryFormatter"}};
 
  private:
   const kit::MorvikADUtil& port_;
+};
+
+template <>
+class Faulty<kit::MorvikADGetPUID> final : public kit::MorvikADGetPUID {
+ public:
+  explicit Faulty(const kit::MorvikADGetPUID& port) : port_(port) {}
+  std::optional<std::string> getAESHashedPUID() const override {
+    faults.pass("getAESHashedPUID");
+    return port_.getAESHashedPUID();
+  }
+  mutable Faults faults{"MorvikADGetPUID", {"getAESHashedPUID"}};
+
+ private:
+  const kit::MorvikADGetPUID& port_;
 };
 
 template <>
@@ -515,6 +628,14 @@ class Faulty<kit::MorvikCoreServicesLib> final : public kit::MorvikCoreServicesL
   bool isGDPRForgetMe() const override {
     faults.pass("isGDPRForgetMe");
     return port_.isGDPRForgetMe();
+  }
+  void setIsGDPRForgetMe(bool forget_me) override {
+    faults.pass("setIsGDPRForgetMe");
+    port_.setIsGDPRForgetMe(forget_me);
+  }
+  void setIsGDPRForgetMeServerSynced(bool synced) override {
+    faults.pass("setIsGDPRForgetMeServerSynced");
+    port_.setIsGDPRForgetMeServerSynced(synced);
   }
   double intervalSinceServerDate() const override {
     faults.pass("intervalSinceServerDate");
@@ -596,6 +717,14 @@ class Faulty<kit::MorvikCoreServicesLib> final : public kit::MorvikCoreServicesL
     faults.pass("setSaveRetainedConversionKeyDelegate");
     port_.setSaveRetainedConversionKeyDelegate(std::move(delegate));
   }
+  std::shared_ptr<const kit::GetScheduleDelegate> getScheduleDelegate() const override {
+    faults.pass("getScheduleDelegate");
+    return port_.getScheduleDelegate();
+  }
+  void setGetScheduleDelegate(std::weak_ptr<const kit::GetScheduleDelegate> delegate) override {
+    faults.pass("setGetScheduleDelegate");
+    port_.setGetScheduleDelegate(std::move(delegate));
+  }
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) override {
     faults.pass("exchangeDidEnd");
     port_.exchangeDidEnd(request, result);
@@ -604,6 +733,8 @@ class Faulty<kit::MorvikCoreServicesLib> final : public kit::MorvikCoreServicesL
                         {"appKey",
                          "hashKey",
                          "isGDPRForgetMe",
+                         "setIsGDPRForgetMe",
+                         "setIsGDPRForgetMeServerSynced",
                          "intervalSinceServerDate",
                          "setIntervalSinceServerDate",
                          "activityGroupName",
@@ -623,6 +754,8 @@ class Faulty<kit::MorvikCoreServicesLib> final : public kit::MorvikCoreServicesL
                          "setResetRetainedConversionCacheDeleate",
                          "saveRetainedConversionKeyDelegate",
                          "setSaveRetainedConversionKeyDelegate",
+                         "getScheduleDelegate",
+                         "setGetScheduleDelegate",
                          "exchangeDidEnd"}};
 
  private:

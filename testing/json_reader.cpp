@@ -345,7 +345,15 @@ kit::Value json(std::string_view text) {
 }
 
 std::variant<std::string, kit::Error> PlainJsonCodec::write(const kit::Value& value) const {
+  if (refusal_)
+    return kit::Error{*refusal_};
   return services::writeJson(value);
+}
+
+std::variant<std::string, kit::Error> PlainJsonCodec::writePretty(const kit::Value& value) const {
+  if (refusal_)
+    return kit::Error{*refusal_};
+  return services::writePrettyJson(value);
 }
 
 }  // namespace morvik::testing

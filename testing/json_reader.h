@@ -2,8 +2,10 @@
 // library.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 #include "kit/json_codec.h"
@@ -21,6 +23,13 @@ class PlainJsonCodec : public kit::JsonCodec {
  public:
   std::variant<kit::Value, kit::Error> read(std::string_view text) const override { return readJson(text); }
   std::variant<std::string, kit::Error> write(const kit::Value& value) const override;
+  std::variant<std::string, kit::Error> writePretty(const kit::Value& value) const override;
+
+  /// What every writing answers from now on; nothing: the text, as at first. Not while another thread writes.
+  void refuseToWrite(std::optional<std::string> error) { refusal_ = std::move(error); }
+
+ private:
+  std::optional<std::string> refusal_;
 };
 
 }  // namespace morvik::testing

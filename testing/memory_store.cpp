@@ -12,6 +12,10 @@ kit::Value MemoryStore::get(std::string_view key) const {
 
 void MemoryStore::set(std::string_view key, kit::Value value) {
   const std::lock_guard lock(mutex_);
+  setLocked(key, std::move(value));
+}
+
+void MemoryStore::setLocked(std::string_view key, kit::Value value) {
   journal_.add({Operation::kSet, std::string(key), value});
   ++uncommitted_writes_;
   if (!value.isAbsent()) {
@@ -21,12 +25,48 @@ void MemoryStore::set(std::string_view key, kit::Value value) {
   }
 }
 
-void MemoryStore::synchronize() {
+bool MemoryStore::synchronize() {
   const std::lock_guard lock(mutex_);
   journal_.add({Operation::kSynchronize, {}, {}});
   ++synchronize_count_;
+  commitLocked();
+  return !keeps_nothing_;
+}
+
+void MemoryStore::commitLocked() {
+  if (keeps_nothing_)
+    return;
   committed_ = current_;
   uncommitted_writes_ = 0;
+}
+
+std::optional<kit::Value> MemoryStore::tryGet(std::string_view key) const {
+  const std::lock_guard lock(mutex_);
+  if (in_use_)
+    return std::nullopt;
+  const auto found = current_.find(key);
+  return found == current_.end() ? kit::Value() : found->second;
+}
+
+bool MemoryStore::trySetAndSynchronize(std::string_view key, kit::Value value) {
+  const std::lock_guard lock(mutex_);
+  if (in_use_ || keeps_nothing_)
+    return false;
+  setLocked(key, std::move(value));
+  journal_.add({Operation::kSynchronize, {}, {}});
+  ++synchronize_count_;
+  commitLocked();
+  return true;
+}
+
+void MemoryStore::setInUse(bool in_use) {
+  const std::lock_guard lock(mutex_);
+  in_use_ = in_use;
+}
+
+void MemoryStore::setKeepsNothing(bool keeps_nothing) {
+  const std::lock_guard lock(mutex_);
+  keeps_nothing_ = keeps_nothing;
 }
 
 void MemoryStore::commitTurn() {
@@ -34,8 +74,7 @@ void MemoryStore::commitTurn() {
   if (uncommitted_writes_ == 0)
     return;
   journal_.add({Operation::kCommitTurn, {}, {}});
-  committed_ = current_;
-  uncommitted_writes_ = 0;
+  commitLocked();
 }
 
 void MemoryStore::kill() {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,7 +34,14 @@ class MemoryStore : public kit::KeyValueStore {
 
   kit::Value get(std::string_view key) const override;
   void set(std::string_view key, kit::Value value) override;
-  void synchronize() override;
+  bool synchronize() override;
+  std::optional<kit::Value> tryGet(std::string_view key) const override;
+  bool trySetAndSynchronize(std::string_view key, kit::Value value) override;
+
+  /// The store is in use, by a thread that is not to be seen: what may not wait gets nothing, until this is taken back.
+  void setInUse(bool in_use);
+  /// The disk is full, say: synchronize() answers false, and what is written is kept for this process alone.
+  void setKeepsNothing(bool keeps_nothing);
 
   /// The end of a turn: everything written so far is kept. Noted in the journal only if something was waiting.
   void commitTurn();
@@ -56,11 +64,16 @@ class MemoryStore : public kit::KeyValueStore {
   std::vector<std::string> journalTexts() const;
 
  private:
+  void setLocked(std::string_view key, kit::Value value);
+  void commitLocked();
+
   mutable std::mutex mutex_;
   Contents current_;
   Contents committed_;
   size_t uncommitted_writes_ = 0;
   size_t synchronize_count_ = 0;
+  bool in_use_ = false;
+  bool keeps_nothing_ = false;
   Recording<JournalEntry> journal_;
 };
 

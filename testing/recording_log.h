@@ -34,6 +34,10 @@ LogLine splitLogLine(std::string_view text);
 class RecordingLog : public kit::LogSink {
  public:
   void line(std::string_view text) override { lines_.add(splitLogLine(text)); }
+  bool tryLine(std::string_view text) override {
+    lines_.add(splitLogLine(text));
+    return true;
+  }
 
   std::vector<LogLine> lines() const { return lines_.all(); }
   /// The messages, without prefixes, in order.

@@ -37,6 +37,21 @@ std::string percentDecoded(std::string_view text) {
   return out;
 }
 
+std::string hexDecoded(std::string_view text) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  if (text.size() % 2 != 0)
+    throw std::invalid_argument("hexadecimal text: an odd number of digits");
+  std::string bytes;
+  for (size_t i = 0; i < text.size(); i += 2) {
+    const size_t high = kDigits.find(text[i]);
+    const size_t low = kDigits.find(text[i + 1]);
+    if (high == std::string_view::npos || low == std::string_view::npos)
+      throw std::invalid_argument("hexadecimal text: no lower-case digit at " + std::to_string(i));
+    bytes += static_cast<char>(high * 16 + low);
+  }
+  return bytes;
+}
+
 bool equalWithoutCase(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
     return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
@@ -75,6 +90,15 @@ OpenedEnvelope openEnvelope(const services::SealingTools& tools, const kit::Requ
   if (const auto* error = std::get_if<kit::Error>(&plain))
     throw std::invalid_argument("envelope: " + error->message);
   return {fieldOf(fields, "k"), json(std::get<std::string>(plain))};
+}
+
+kit::Value openDemographics(const services::SealingTools& tools, const kit::Request& request,
+                            std::string_view key_text) {
+  const auto fields = formFields(request.body);
+  const auto plain = services::openSealed(tools, key_text, hexDecoded(fieldOf(fields, "j")), kMaxPayloadBytes);
+  if (const auto* error = std::get_if<kit::Error>(&plain))
+    throw std::invalid_argument("demographics: " + error->message);
+  return json(std::get<std::string>(plain));
 }
 
 std::string headerOf(const kit::Request& request, std::string_view name) {

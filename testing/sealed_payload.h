@@ -25,6 +25,11 @@ struct OpenedEnvelope {
 OpenedEnvelope openEnvelope(const services::SealingTools& tools, const kit::Request& request,
                             std::string_view key_text);
 
+/// Opens the demographics in the request's body: parameter "j", sealed bytes in lower-case hexadecimal.
+/// std::invalid_argument, with the reason, for anything else.
+kit::Value openDemographics(const services::SealingTools& tools, const kit::Request& request,
+                            std::string_view key_text);
+
 /// The header's value; "" when the request has none of that name (compared without case).
 std::string headerOf(const kit::Request& request, std::string_view name);
 

@@ -45,7 +45,13 @@ struct TestWorld::Process {
             .house_lock = world.house_lock_,
             .transport = world.faulty.transport,
             .json = world.faulty.json,
+            .cipher = world.faulty.cipher,
+            .compressor = world.faulty.compressor,
+            .random = world.faulty.random,
             .device = world.faulty.device,
+            .bundle = world.faulty.bundle,
+            .threads = world.faulty.threads,
+            .report_shelf = world.faulty.report_shelf,
             .ad_client = world.options_.has_ad_client ? &world.faulty.ad_client : nullptr,
             .modules = world.faulty.modules,
             .log_sink = world.faulty.log_sink,
@@ -53,6 +59,7 @@ struct TestWorld::Process {
             .shared_state = shared_state,
             .services = faulty_services,
             .util = world.faulty.util,
+            .puid = world.faulty.puid,
             .facade = world.faulty.facade,
             .update_log = world.faulty.update_log,
             .make_config = [&world] { return freshConfig(world.faulty.config); }} {
@@ -85,11 +92,18 @@ TestWorld::TestWorld(WorldOptions options)
              .key_value_store = Faulty<kit::KeyValueStore>(store),
              .transport = Faulty<kit::Transport>(transport),
              .json = Faulty<kit::JsonCodec>(json),
+             .cipher = Faulty<kit::Cipher>(cipher),
+             .compressor = Faulty<kit::Compressor>(compressor),
+             .random = Faulty<kit::Random>(random),
              .device = Faulty<kit::Device>(device),
+             .bundle = Faulty<kit::Bundle>(bundle),
+             .threads = Faulty<kit::Threads>(threads),
+             .report_shelf = Faulty<kit::ReportShelf>(report_shelf),
              .ad_client = Faulty<kit::AdClient>(ad_client),
              .modules = Faulty<kit::ModuleRegistry>(modules),
              .log_sink = Faulty<kit::LogSink>(log),
              .util = Faulty<kit::MorvikADUtil>(util),
+             .puid = Faulty<kit::MorvikADGetPUID>(puid),
              .facade = Faulty<kit::MorvikCore>(facade),
              .update_log = Faulty<kit::MorvikCoreUpdateLog>(update_log),
              .config = Faulty<kit::MorvkSDKConfig>(config)},
@@ -205,6 +219,8 @@ services::SealingTools TestWorld::sealingTools() const {
 }
 
 kit::Value TestWorld::payload(const kit::Request& request) const {
+  if (request.url.find(services::kSetDemographicPath) != std::string::npos)
+    return openDemographics(sealingTools(), request, config.getTrackingSuperkey());
   const bool is_tracking = request.url.find(services::kTrackingPath) != std::string::npos;
   const std::string& hash_key = options_.services.hash_key;
   const std::string key = is_tracking ? config.getTrackingSuperkey() : hash_key + hash_key;

@@ -27,6 +27,7 @@
 #include "testing/fake_facade.h"
 #include "testing/fake_modules.h"
 #include "testing/fake_services.h"
+#include "testing/fake_siblings.h"
 #include "testing/fake_util.h"
 #include "testing/faulty.h"
 #include "testing/json_reader.h"
@@ -83,6 +84,11 @@ class TestWorld {
   FakeDevice device;
   FakeAdClient ad_client;
   FakeUtil util;
+  FakePuid puid;
+  FakeBundle bundle;
+  FakeThreads threads;
+  /// Outlives the processes, as the store does.
+  MemoryShelf report_shelf;
   /// None at first.
   FakeModules modules;
   FakeFacade facade;
@@ -102,11 +108,18 @@ class TestWorld {
     Faulty<kit::KeyValueStore> key_value_store;
     Faulty<kit::Transport> transport;
     Faulty<kit::JsonCodec> json;
+    Faulty<kit::Cipher> cipher;
+    Faulty<kit::Compressor> compressor;
+    Faulty<kit::Random> random;
     Faulty<kit::Device> device;
+    Faulty<kit::Bundle> bundle;
+    Faulty<kit::Threads> threads;
+    Faulty<kit::ReportShelf> report_shelf;
     Faulty<kit::AdClient> ad_client;
     Faulty<kit::ModuleRegistry> modules;
     Faulty<kit::LogSink> log_sink;
     Faulty<kit::MorvikADUtil> util;
+    Faulty<kit::MorvikADGetPUID> puid;
     Faulty<kit::MorvikCore> facade;
     Faulty<kit::MorvikCoreUpdateLog> update_log;
     Faulty<kit::MorvkSDKConfig> config;
@@ -149,8 +162,8 @@ class TestWorld {
   static Answer conversionAnswer(const kit::Value& data);
   /// The requests that left for URLs that hold `url_part`, oldest first.
   std::vector<kit::Request> requests(std::string_view url_part = "") const { return transport.requests(url_part); }
-  /// The payload of a request, opened with the key of its kind: tracking key, else the hash key twice.
-  /// std::invalid_argument when it does not open.
+  /// The payload of a request, opened with the key of its kind: tracking key for batches and demographics, else the
+  /// hash key twice. std::invalid_argument when it does not open.
   kit::Value payload(const kit::Request& request) const;
   /// The payloads of requests(url_part).
   std::vector<kit::Value> payloads(std::string_view url_part) const;

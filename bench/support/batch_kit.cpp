@@ -16,6 +16,7 @@
 #include "testing/fake_facade.h"
 #include "testing/fake_modules.h"
 #include "testing/fake_services.h"
+#include "testing/fake_siblings.h"
 #include "testing/fake_util.h"
 #include "testing/memory_store.h"
 #include "testing/recording_log.h"
@@ -188,11 +189,15 @@ struct BatchKit::Parts {
   testing::FixedOffsetCalendar calendar;
   kit::HouseLock house_lock;
   testing::FakeDevice device;
+  testing::FakeBundle bundle;
+  testing::FakeThreads threads;
+  testing::MemoryShelf report_shelf;
   testing::FakeModules modules;
   kit::Endpoints endpoints;
   kit::SharedState shared_state;
   Services services;
   testing::FakeUtil util;
+  testing::FakePuid puid;
   testing::FakeFacade facade;
   testing::FakeUpdateLog update_log;
   testing::FakeConfig config{kTrackingKey};
@@ -206,7 +211,13 @@ struct BatchKit::Parts {
                .house_lock = house_lock,
                .transport = transport,
                .json = json,
+               .cipher = cipher,
+               .compressor = compressor,
+               .random = random,
                .device = device,
+               .bundle = bundle,
+               .threads = threads,
+               .report_shelf = report_shelf,
                .ad_client = nullptr,
                .modules = modules,
                .log_sink = log,
@@ -214,6 +225,7 @@ struct BatchKit::Parts {
                .shared_state = shared_state,
                .services = services,
                .util = util,
+               .puid = puid,
                .facade = facade,
                .update_log = update_log,
                .make_config = [this] { return testing::freshConfig(config); }};

@@ -275,4 +275,8 @@ std::variant<std::string, Error> SimdjsonCodec::write(const Value& value) const 
   return services::writeJson(value);
 }
 
+std::variant<std::string, Error> SimdjsonCodec::writePretty(const Value& value) const {
+  return services::writePrettyJson(value);
+}
+
 }  // namespace morvik::host

@@ -14,6 +14,7 @@ class SimdjsonCodec final : public kit::JsonCodec {
  public:
   std::variant<kit::Value, kit::Error> read(std::string_view text) const override;
   std::variant<std::string, kit::Error> write(const kit::Value& value) const override;
+  std::variant<std::string, kit::Error> writePretty(const kit::Value& value) const override;
 };
 
 }  // namespace morvik::host

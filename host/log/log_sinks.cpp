@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <mutex>
 #include <string>
 
 namespace morvik::host {
@@ -19,17 +20,41 @@ void writeAll(int descriptor, std::string_view text) {
   }
 }
 
+std::string withLineFeed(std::string_view text) {
+  std::string line(text);
+  line += '\n';
+  return line;
+}
+
 }  // namespace
 
 void StderrLogSink::line(std::string_view text) {
-  std::string whole(text);
-  whole += '\n';
+  const std::string whole = withLineFeed(text);
   const std::scoped_lock hold(mutex_);
   writeAll(STDERR_FILENO, whole);
 }
 
+bool StderrLogSink::tryLine(std::string_view text) {
+  const std::string whole = withLineFeed(text);
+  const std::unique_lock hold(mutex_, std::try_to_lock);
+  writeAll(STDERR_FILENO, whole);
+  return true;
+}
+
 void AppLogSink::line(std::string_view text) {
   const std::scoped_lock hold(mutex_);
+  take(text);
+}
+
+bool AppLogSink::tryLine(std::string_view text) {
+  const std::unique_lock hold(mutex_, std::try_to_lock);
+  if (!hold.owns_lock())
+    return false;
+  take(text);
+  return true;
+}
+
+void AppLogSink::take(std::string_view text) const {
   try {
     take_(text);
   } catch (...) {

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <string_view>
 
 #include "kit/log.h"
+#include "kit/mutex.h"
 
 namespace morvik::host {
 
@@ -13,9 +13,11 @@ namespace morvik::host {
 class StderrLogSink final : public kit::LogSink {
  public:
   void line(std::string_view text) override;
+  /// Written in any case; it may then stand in the middle of another line.
+  bool tryLine(std::string_view text) override;
 
  private:
-  std::mutex mutex_;
+  kit::Mutex mutex_;
 };
 
 /// The app. One call at a time; what it throws is dropped, for there is no log to write it to.
@@ -24,9 +26,12 @@ class AppLogSink final : public kit::LogSink {
   using Take = std::function<void(std::string_view line)>;
   explicit AppLogSink(Take take) : take_(std::move(take)) {}
   void line(std::string_view text) override;
+  /// Dropped while the app is taking another one.
+  bool tryLine(std::string_view text) override;
 
  private:
-  std::mutex mutex_;
+  void take(std::string_view text) const;
+  kit::Mutex mutex_;
   const Take take_;
 };
 

@@ -4,7 +4,7 @@
 
 namespace morvik::host {
 
-std::optional<std::string> MorvikADGetPUID::getPUID() const {
+std::optional<std::string> MorvikADGetPUID::getAESHashedPUID() const {
   const std::scoped_lock hold(mutex_);
   if (!puid_ && device_id_)
     puid_ = hmacSha256Hex(app_key_, *device_id_);

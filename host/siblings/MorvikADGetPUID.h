@@ -5,9 +5,11 @@
 #include <optional>
 #include <string>
 
+#include "kit/MorvikADGetPUID.h"
+
 namespace morvik::host {
 
-class MorvikADGetPUID {
+class MorvikADGetPUID final : public kit::MorvikADGetPUID {
  public:
   /// No identifier.
   MorvikADGetPUID() = default;
@@ -19,7 +21,7 @@ class MorvikADGetPUID {
 
   /// Nothing when there is none. The hash is made at the first call, so that a start need not load what makes it. Any
   /// thread.
-  std::optional<std::string> getPUID() const;
+  std::optional<std::string> getAESHashedPUID() const override;
 
  private:
   std::optional<std::string> device_id_;

@@ -1,8 +1,10 @@
 #include "host/siblings/MorvikADUtil.h"
 
+#include "host/siblings/device_numbers.h"
 #include "host/siblings/network_status.h"
 #include "services/converters.h"
 #include "services/dates.h"
+#include "services/memory_text.h"
 #include "services/url_query.h"
 
 namespace morvik::host {
@@ -43,12 +45,29 @@ std::string MorvikADUtil::getUTCFormateDate(kit::Date date) const {
   return services::utcDateText(date);
 }
 
+std::optional<std::string> MorvikADUtil::getUTCFormateDateISO(kit::Date date) const {
+  return services::utcIsoDateText(date);
+}
+
 double MorvikADUtil::timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const {
   return base_time_seconds - device_date.secondsSince1970();
 }
 
 std::string MorvikADUtil::getNetworkStatus() const {
-  return networkStatus(networkInterfaces(), has_loopback_endpoint_);
+  return networkStatus(networkInterfaces(), facts_.has_loopback_endpoint);
+}
+
+kit::Value MorvikADUtil::freeDiskSpace() const {
+  const std::optional<int64_t> bytes = freeDiskBytes(facts_.disk_path);
+  return bytes ? kit::Value(*bytes) : kit::Value();
+}
+
+uint32_t MorvikADUtil::getFreeRam() const {
+  return freeMemoryKibibytes();
+}
+
+std::string MorvikADUtil::memoryFormatter(uint32_t kibibytes) const {
+  return services::memoryText(kibibytes);
 }
 
 }  // namespace morvik::host

@@ -8,12 +8,18 @@
 
 namespace morvik::host {
 
+/// What the utility class is told of the device.
+struct UtilFacts {
+  std::optional<std::string> idfa;  ///< nothing when the user limits tracking
+  bool has_loopback_endpoint = false;
+  std::string model;            ///< "" where unknown
+  std::string disk_path = "/";  ///< the file system whose free space counts
+};
+
 /// Any thread.
 class MorvikADUtil final : public kit::MorvikADUtil {
  public:
-  /// `idfa`: nothing when the user limits tracking.
-  MorvikADUtil(std::optional<std::string> idfa, bool has_loopback_endpoint)
-      : idfa_(std::move(idfa)), has_loopback_endpoint_(has_loopback_endpoint) {}
+  explicit MorvikADUtil(UtilFacts facts) : facts_(std::move(facts)) {}
 
   kit::Value checkNilToBlankString(const kit::Value& value) const override;
   bool checkNilToNo(const kit::Value& value) const override;
@@ -24,14 +30,18 @@ class MorvikADUtil final : public kit::MorvikADUtil {
   kit::Value getURLParmaters(const kit::Url& url) const override;
   std::string getKoreaDateFormateDate(kit::Date date) const override;
   std::string getUTCFormateDate(kit::Date date) const override;
+  std::optional<std::string> getUTCFormateDateISO(kit::Date date) const override;
   double timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const override;
-  std::optional<std::string> IDFA() const override { return idfa_; }
-  /// "unknown", "wifi", "cellular" or "ethernet", as it is now.
-  std::string getNetworkStatus() const;
+  std::optional<std::string> IDFA() const override { return facts_.idfa; }
+  /// As it is now.
+  std::string getNetworkStatus() const override;
+  std::optional<std::string> platformString() const override { return facts_.model; }
+  kit::Value freeDiskSpace() const override;
+  uint32_t getFreeRam() const override;
+  std::string memoryFormatter(uint32_t kibibytes) const override;
 
  private:
-  const std::optional<std::string> idfa_;
-  const bool has_loopback_endpoint_;
+  const UtilFacts facts_;
 };
 
 }  // namespace morvik::host

@@ -20,6 +20,7 @@ constexpr size_t kActivityFields = 5;
 MorvikCoreServicesLib::MorvikCoreServicesLib(ServicesParts parts)
     : parts_(std::move(parts)), conversions_(parts_.store) {
   is_forget_me_ = parts_.store.MorvikCoreUserInfo_isGDPRForgetMe();
+  is_forget_me_synced_ = parts_.store.MorvikCoreUserInfo_isGDPRForgetMeServerSynced();
 }
 
 std::string MorvikCoreServicesLib::activityGroupName(int group) const {
@@ -131,6 +132,14 @@ std::shared_ptr<const kit::SaveRetainedConversionKeyDelegate> MorvikCoreServices
 void MorvikCoreServicesLib::setSaveRetainedConversionKeyDelegate(
     std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate> delegate) {
   retained_delegate_.set(std::move(delegate));
+}
+
+std::shared_ptr<const kit::GetScheduleDelegate> MorvikCoreServicesLib::getScheduleDelegate() const {
+  return schedule_delegate_.get().lock();
+}
+
+void MorvikCoreServicesLib::setGetScheduleDelegate(std::weak_ptr<const kit::GetScheduleDelegate> delegate) {
+  schedule_delegate_.set(std::move(delegate));
 }
 
 void MorvikCoreServicesLib::exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) {

@@ -41,6 +41,10 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   std::string appKey() const override { return parts_.app_key; }
   std::string hashKey() const override { return parts_.hash_key; }
   bool isGDPRForgetMe() const override { return is_forget_me_; }
+  void setIsGDPRForgetMe(bool forget_me) override { is_forget_me_ = forget_me; }
+  void setIsGDPRForgetMeServerSynced(bool synced) override { is_forget_me_synced_ = synced; }
+  /// True once the erasure service has accepted the user's wish.
+  bool isGDPRForgetMeServerSynced() const { return is_forget_me_synced_; }
   double intervalSinceServerDate() const override { return interval_seconds_; }
   void setIntervalSinceServerDate(double interval_seconds) override { interval_seconds_ = interval_seconds; }
   std::string activityGroupName(int group) const override;
@@ -81,6 +85,8 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   std::shared_ptr<const kit::SaveRetainedConversionKeyDelegate> saveRetainedConversionKeyDelegate() const override;
   void setSaveRetainedConversionKeyDelegate(
       std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate> delegate) override;
+  std::shared_ptr<const kit::GetScheduleDelegate> getScheduleDelegate() const override;
+  void setGetScheduleDelegate(std::weak_ptr<const kit::GetScheduleDelegate> delegate) override;
 
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) override;
 
@@ -92,6 +98,7 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
 
   const ServicesParts parts_;
   std::atomic<bool> is_forget_me_{false};
+  std::atomic<bool> is_forget_me_synced_{false};
   std::atomic<double> interval_seconds_{0.0};
   std::atomic<bool> conversion_result_{false};
   std::atomic<int64_t> conversion_result_code_{0};
@@ -100,6 +107,7 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   services::Locked<std::weak_ptr<const kit::SaveFendoUserInfoDelegate>> save_delegate_;
   services::Locked<std::weak_ptr<const kit::ResetRetainedConversionCacheDelegate>> reset_delegate_;
   services::Locked<std::weak_ptr<const kit::SaveRetainedConversionKeyDelegate>> retained_delegate_;
+  services::Locked<std::weak_ptr<const kit::GetScheduleDelegate>> schedule_delegate_;
 };
 
 }  // namespace morvik::host

@@ -36,7 +36,7 @@ kit::MutableDictionary CommonParameters::make(const std::string& sdk_version) co
   for (const kit::Entry& entry : constant_)
     parameters.add(entry.key, entry.value);
   parameters.add(kit::Value::literal("sdk_version"), sdk_version);
-  parameters.add(kit::Value::literal("puid"), puid_.getPUID().value_or(""));
+  parameters.add(kit::Value::literal("puid"), puid_.getAESHashedPUID().value_or(""));
   parameters.add(kit::Value::literal("network"), util_.getNetworkStatus());
   return parameters;
 }

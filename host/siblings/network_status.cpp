@@ -7,6 +7,8 @@
 #include <array>
 #include <string_view>
 
+#include "kit/MorvikADUtil.h"
+
 namespace morvik::host {
 namespace {
 
@@ -46,7 +48,7 @@ std::string networkStatus(std::span<const NetworkInterface> interfaces, bool has
     cellular = cellular || startsWithOne(each.name, kCellularNames);
   }
   if (!any)
-    return "unknown";
+    return kit::kNetworkUnknown;
   if (wifi)
     return "wifi";
   return cellular ? "cellular" : "ethernet";

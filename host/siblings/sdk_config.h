@@ -31,6 +31,8 @@ class Device final : public kit::Device {
   std::string systemVersion() const override { return description_.system_version; }
   std::optional<bool> isMultitaskingSupported() const override { return description_.multitasking; }
   int statusBarOrientation() const override { return description_.orientation; }
+  /// By the schemes of the description; letter case is of no matter.
+  bool canOpenURL(const kit::Url& url) const override;
 
  private:
   const DeviceDescription description_;

@@ -1,6 +1,7 @@
 #include "host/store/sqlite_store.h"
 
 #include <algorithm>
+#include <mutex>
 
 #include "host/store/value_codec.h"
 
@@ -61,15 +62,56 @@ void SqliteStore::set(std::string_view key, Value value) {
   if (property.value.identicalTo(value))
     return;
   property.value.swap(value);
-  if (property.dirty)
+  setDirty(property);
+}
+
+void SqliteStore::setDirty(Property& property) {
+  if (std::exchange(property.dirty, true))
     return;
-  property.dirty = true;
   dirty_.push_back(&property);
 }
 
-void SqliteStore::synchronize() {
+bool SqliteStore::synchronize() {
   const std::lock_guard lock(commit_mutex_);
-  commit();
+  return commit();
+}
+
+std::optional<Value> SqliteStore::tryGet(std::string_view key) const {
+  const std::unique_lock lock(memory_mutex_, std::try_to_lock);
+  if (!lock.owns_lock())
+    return std::nullopt;
+  const auto found = properties_.find(key);
+  return found == properties_.end() ? Value() : found->second->value;
+}
+
+// Both locks are held all the time, and neither the log nor the flusher is touched: they have locks of their own. No
+// disk sync follows, since there is hardly a process left to make one; the next start does.
+bool SqliteStore::trySetAndSynchronize(std::string_view key, Value value) {
+  const std::unique_lock commit_lock(commit_mutex_, std::try_to_lock);
+  if (!commit_lock.owns_lock() || database_ == nullptr)
+    return false;
+  const std::unique_lock memory_lock(memory_mutex_, std::try_to_lock);
+  if (!memory_lock.owns_lock())
+    return false;
+  Property& property = propertyOf(key);
+  property.value.swap(value);
+  setDirty(property);
+  gatherDirty();
+  plan();
+  const bool is_refused = std::find(refused_.begin(), refused_.end(), &property) != refused_.end();
+  const bool is_applied = !database_->apply(changes_);
+  if (is_applied)
+    setStored();
+  else
+    keepPending();
+  pending_.clear();
+  for (Property* refused : refused_)
+    setDirty(*refused);  // told with the next commit, if there is one
+  if (is_applied && !is_refused)
+    return true;
+  property.value.swap(value);
+  setDirty(property);
+  return false;
 }
 
 std::vector<std::pair<std::string, Value>> SqliteStore::all() const {
@@ -286,9 +328,11 @@ void SqliteStore::forgetStored() {
 // ------------------------------------------------------------------------------------------------------------
 // committing
 
-void SqliteStore::commit() {
-  if (!anythingDirty() || (database_ == nullptr && !reopen()))
-    return;
+bool SqliteStore::commit() {
+  if (!anythingDirty())
+    return database_ != nullptr;
+  if (database_ == nullptr && !reopen())
+    return false;
   StoreOutcome failed = applyPending();
   if (failed && failed->kind == StoreProblem::Kind::kUnreadable) {
     failed = startAfresh(failed->message);
@@ -297,29 +341,35 @@ void SqliteStore::commit() {
   }
   if (failed) {
     tellCannotWrite(*failed);
-    return;
+    return false;
   }
   tellWritable();
   if (database_->logBytes() > kLogRestartBytes)
     flusher_->flushNow(BackgroundFlusher::Urgency::kRoutine);
   else
     flusher_->flushSoon();
+  return refused_.empty();
 }
 
 StoreOutcome SqliteStore::applyPending() {
-  gatherDirty();
+  {
+    const std::lock_guard lock(memory_mutex_);
+    gatherDirty();
+  }
   plan();
+  tellRefused();
   StoreOutcome failed = changes_.empty() ? std::nullopt : database_->apply(changes_);
-  if (failed)
+  if (failed) {
+    const std::lock_guard lock(memory_mutex_);
     keepPending();
-  else
+  } else {
     setStored();
+  }
   pending_.clear();
   return failed;
 }
 
 void SqliteStore::gatherDirty() {
-  const std::lock_guard lock(memory_mutex_);
   for (Property* property : dirty_) {
     property->dirty = false;
     pending_.push_back({property, property->value, {}});
@@ -329,17 +379,13 @@ void SqliteStore::gatherDirty() {
 
 void SqliteStore::plan() {
   changes_.clear();
+  refused_.clear();
   std::erase_if(pending_, [this](Pending& pending) {
     const StoreChanges::Mark mark = changes_.mark();
     if (planOne(pending))
       return false;
     changes_.backTo(mark);
-    if (!std::exchange(pending.property->refusal_told, true)) {
-      tell(
-          "Morvik host: the value of \"%@\" cannot be kept beyond this process, since it is nested deeper than %ld or "
-          "longer than %ld bytes: the store \"%@\" keeps the one before it.",
-          {pending.property->name, kMaxStoredDepth, kMaxStoredBytes, options_.place.path()});
-    }
+    refused_.push_back(pending.property);
     return true;
   });
 }
@@ -370,12 +416,8 @@ bool SqliteStore::planOne(Pending& pending) {
 }
 
 void SqliteStore::keepPending() {
-  const std::lock_guard lock(memory_mutex_);
-  for (const Pending& pending : pending_) {
-    if (std::exchange(pending.property->dirty, true))
-      continue;
-    dirty_.push_back(pending.property);
-  }
+  for (const Pending& pending : pending_)
+    setDirty(*pending.property);
 }
 
 void SqliteStore::setStored() {
@@ -405,6 +447,17 @@ void SqliteStore::tellDamaged() {
   changes_.clear();
   if (StoreOutcome failed = database_->apply(changes_))
     tellCannotWrite(*failed);
+}
+
+void SqliteStore::tellRefused() {
+  for (Property* property : refused_) {
+    if (std::exchange(property->refusal_told, true))
+      continue;
+    tell(
+        "Morvik host: the value of \"%@\" cannot be kept beyond this process, since it is nested deeper than %ld or "
+        "longer than %ld bytes: the store \"%@\" keeps the one before it.",
+        {property->name, kMaxStoredDepth, kMaxStoredBytes, options_.place.path()});
+  }
 }
 
 void SqliteStore::tellCannotOpen(const StoreProblem& problem) {

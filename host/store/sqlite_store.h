@@ -12,7 +12,7 @@
 #include <functional>
 #include <initializer_list>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -25,6 +25,7 @@
 #include "host/store/store_files.h"
 #include "kit/key_value_store.h"
 #include "kit/log.h"
+#include "kit/mutex.h"
 #include "services/format.h"
 
 namespace morvik::host {
@@ -78,7 +79,9 @@ class SqliteStore : public kit::KeyValueStore {
 
   kit::Value get(std::string_view key) const override;
   void set(std::string_view key, kit::Value value) override;
-  void synchronize() override;
+  bool synchronize() override;
+  std::optional<kit::Value> tryGet(std::string_view key) const override;
+  bool trySetAndSynchronize(std::string_view key, kit::Value value) override;
   /// What a turn of the main queue wrote without synchronize(); the same as synchronize(), and as cheap when there is
   /// nothing.
   void commitTurn() { synchronize(); }
@@ -120,8 +123,13 @@ class SqliteStore : public kit::KeyValueStore {
     StoreProblem problem;
   };
 
-  Property& propertyOf(std::string_view key);
   bool anythingDirty() const;
+
+  // These hold memory_mutex_.
+  Property& propertyOf(std::string_view key);
+  void setDirty(Property& property);
+  void gatherDirty();
+  void keepPending();
 
   // These hold commit_mutex_, which is taken before memory_mutex_.
   void openReadOnly();
@@ -134,13 +142,12 @@ class SqliteStore : public kit::KeyValueStore {
   void takeOver(std::vector<StoredProperty>& loaded);
   void forgetStored();
   StoreOutcome startAfresh(const std::string& reason);
-  void commit();
+  bool commit();
   StoreOutcome applyPending();
-  void gatherDirty();
   void plan();
   bool planOne(Pending& pending);
-  void keepPending();
   void setStored();
+  void tellRefused();
   void tellDamaged();
   void tellCannotOpen(const StoreProblem& problem);
   void tellCannotWrite(const StoreProblem& problem);
@@ -159,11 +166,11 @@ class SqliteStore : public kit::KeyValueStore {
   StoreOpening opening_ = StoreOpening::kOpened;
   std::string opening_line_;
 
-  mutable std::mutex memory_mutex_;
+  mutable kit::Mutex memory_mutex_;
   std::unordered_map<std::string, std::unique_ptr<Property>, TextHash, std::equal_to<>> properties_;
   std::vector<Property*> dirty_;
 
-  std::mutex commit_mutex_;
+  kit::Mutex commit_mutex_;
   StoreLock lock_;
   std::unique_ptr<StoreDatabase> database_;  ///< null: in memory
   bool may_reopen_ = false;                  ///< in memory for now, not for good
@@ -171,6 +178,7 @@ class SqliteStore : public kit::KeyValueStore {
   uint64_t generation_ = 0;                  ///< counts the files opened
   int64_t next_id_ = 1;
   std::vector<Pending> pending_;
+  std::vector<Property*> refused_;  ///< of the latest plan: what no store can keep
   StoreChanges changes_;
   bool write_trouble_told_ = false;
   bool sync_trouble_told_ = false;

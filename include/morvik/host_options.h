@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace morvik {
 
@@ -83,6 +84,9 @@ struct DeviceDescription {
   std::string app_version_code;
   std::string package_name;
   std::string carrier;
+  /// Schemes of URLs ("https") that something on the device opens. A crash report tells from it whether the device was
+  /// broken into.
+  std::vector<std::string> url_schemes;
 };
 
 /// The platform's advertising client as an app plugs its own in: three ways to ask who brought the install. An empty
@@ -114,7 +118,8 @@ struct AdClient {
 /// queue, but for saveCommerceEventAndSend, which a session's end calls on the background queue. What a slot throws is
 /// caught and logged.
 struct Module {
-  /// The version of the class; nothing where it has none to tell.
+  /// The version of the class, as it stands in crash reports; nothing where it has none to tell. Called on any thread,
+  /// also one that is about to die: it must not wait for anything.
   std::function<std::optional<std::string>()> getSDKVersion;
   /// Commerce events wait in the store ("Fendo").
   std::function<void()> saveCommerceEventAndSend;

@@ -14,11 +14,14 @@
 #include "host/siblings/MorvikCore.h"
 #include "host/siblings/MorvikCoreServicesLib.h"
 #include "host/siblings/app_ad_client.h"
+#include "host/siblings/app_bundle.h"
 #include "host/siblings/app_modules.h"
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/sdk_config.h"
 #include "host/siblings/size_trigger.h"
+#include "host/siblings/system_threads.h"
 #include "services/endpoints.h"
+#include "testing/fake_siblings.h"
 
 namespace morvik::journey {
 
@@ -80,7 +83,13 @@ class AssembledKit {
             .house_lock = house_lock_,
             .transport = around.transport,
             .json = json,
+            .cipher = cipher,
+            .compressor = compressor,
+            .random = random,
             .device = device_,
+            .bundle = bundle_,
+            .threads = threads_,
+            .report_shelf = report_shelf,
             .ad_client = &ad_client_,
             .modules = modules_,
             .log_sink = around.log,
@@ -88,6 +97,7 @@ class AssembledKit {
             .shared_state = shared_state,
             .services = services,
             .util = util_,
+            .puid = puid_,
             .facade = facade,
             .update_log = update_log_,
             .make_config = [] { return std::make_unique<host::MorvkSDKConfig>(kTrackingKey); }} {
@@ -109,11 +119,12 @@ class AssembledKit {
   host::ZlibCompressor compressor;
   host::SystemRandom random;
   host::SimdjsonCodec json;
+  testing::MemoryShelf report_shelf;
 
  private:
   kit::HouseLock house_lock_;
   const DeviceDescription description_;
-  const host::MorvikADUtil util_{"00000000-0000-4000-8000-0000000000AD", false};
+  const host::MorvikADUtil util_{{.idfa = "00000000-0000-4000-8000-0000000000AD"}};
   const host::MorvikADGetPUID puid_;
   const host::CommonParameters common_{{.device = description_,
                                         .app_key = "journey-app",
@@ -136,6 +147,8 @@ class AssembledKit {
  private:
   const host::MorvikCoreUpdateLog update_log_;
   const host::Device device_{description_};
+  const host::AppBundle bundle_{description_};
+  const host::SystemThreads threads_;
   host::AppAdClient ad_client_;
   const host::AppModules modules_;
 

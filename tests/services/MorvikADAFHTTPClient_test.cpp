@@ -88,15 +88,28 @@ TEST(HttpClient, CanBeSetBackToForms) {
 }
 
 TEST(HttpClient, HasAnEmptyBodyWithoutParameters) {
-  for (const Value& nothing : {Value(), Value::null(), Value(Dictionary()), Value(Array()), Value("text"), Value(5)}) {
+  const auto expectEmpty = [](const Request& request) {
+    EXPECT_EQ(request.url, "https://a.example/v1/x");
+    EXPECT_EQ(request.body, "");
+    EXPECT_TRUE(request.headers.empty());
+  };
+  for (const Value& nothing : {Value(), Value::null(), Value("text"), Value(5)}) {
     for (const char* method : {"POST", "GET"}) {
-      for (const Request& request : {formRequest(method, nothing), jsonRequest(method, nothing)}) {
-        EXPECT_EQ(request.url, "https://a.example/v1/x");
-        EXPECT_EQ(request.body, "");
-        EXPECT_TRUE(request.headers.empty());
-      }
+      expectEmpty(formRequest(method, nothing));
+      expectEmpty(jsonRequest(method, nothing));
     }
   }
+  for (const Value& empty : {Value(Dictionary()), Value(Array())}) {
+    for (const char* method : {"POST", "GET"})
+      expectEmpty(formRequest(method, empty));
+    expectEmpty(jsonRequest("GET", empty));
+  }
+}
+
+TEST(HttpClient, WritesAnEmptyListOrDictionaryAsJson) {
+  EXPECT_EQ(jsonRequest("POST", Array()).body, "[]");
+  EXPECT_EQ(jsonRequest("POST", Dictionary()).body, "{}");
+  EXPECT_EQ(jsonRequest("POST", Array()).headers, kJsonHeaders);
 }
 
 TEST(HttpClient, TakesAListForNoParametersWhereItCannotBeWritten) {

@@ -299,6 +299,54 @@ TEST_F(UserDefaults, HoldTheHouseLockDuringAStepAndAfterwardsNoMore) {
   lock.mutex.unlock();
 }
 
+TEST_F(UserDefaults, NameEachPropertyByAConstant) {
+  EXPECT_STREQ(property::MorvikCoreUserInfo_Crash, "MorvikCoreUserInfo_Crash");
+  EXPECT_STREQ(property::fendoUserInfo_install_datetime, "fendoUserInfo_install_datetime");
+}
+
+TEST_F(UserDefaults, AppendForADyingThreadAndHaveItStored) {
+  EXPECT_TRUE(defaults.tryAppendAndSynchronize("list", "first"));
+  EXPECT_TRUE(defaults.tryAppendAndSynchronize("list", "second"));
+  EXPECT_EQ(store.journalTexts(), (std::vector<std::string>{"list", "synchronize", "list", "synchronize"}));
+  store.kill();
+  EXPECT_EQ(store.get("list"), Value(Array{"first", "second"}));
+  store.set("list", "damaged");
+  EXPECT_TRUE(defaults.tryAppendAndSynchronize("list", "third"));
+  EXPECT_EQ(store.get("list"), Value(Array{"third"}));
+}
+
+TEST_F(UserDefaults, AppendNothingWhileTheStoreIsInUseOrKeepsNothing) {
+  store.setInUse(true);
+  EXPECT_FALSE(defaults.tryAppendAndSynchronize("list", "lost"));
+  store.setInUse(false);
+  store.setKeepsNothing(true);
+  EXPECT_FALSE(defaults.tryAppendAndSynchronize("list", "lost"));
+  EXPECT_FALSE(defaults.synchronize());
+  store.setKeepsNothing(false);
+  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_TRUE(store.get("list").isAbsent());
+}
+
+TEST_F(UserDefaults, AppendNothingWhileAnyThreadHoldsTheHouseLock) {
+  defaults.inOneStep([this] { EXPECT_FALSE(defaults.tryAppendAndSynchronize("list", "own")); });
+  lock.mutex.lock();
+  EXPECT_FALSE(std::async(std::launch::async, [this] { return defaults.tryAppendAndSynchronize("list", "x"); }).get());
+  lock.mutex.unlock();
+  EXPECT_TRUE(store.get("list").isAbsent());
+  EXPECT_TRUE(defaults.tryAppendAndSynchronize("list", "x"));
+}
+
+TEST_F(UserDefaults, GiveADyingThreadATextUnlessTheStoreIsInUse) {
+  EXPECT_EQ(defaults.tryGetString("text"), std::nullopt);
+  store.set("text", "here");
+  EXPECT_EQ(defaults.tryGetString("text"), "here");
+  store.setInUse(true);
+  EXPECT_EQ(defaults.tryGetString("text"), std::nullopt);
+  store.setInUse(false);
+  store.set("text", 5);
+  EXPECT_EQ(defaults.tryGetString("text"), std::nullopt);
+}
+
 TEST_F(UserDefaults, KeepPlainIntegersBesideTheProperties) {
   EXPECT_EQ(defaults.integerForKey("com.morvik.core.appLaunchCount"), 0);
   defaults.setInteger(1, "com.morvik.core.appLaunchCount");

@@ -127,6 +127,18 @@ TEST(Dates, WriteIso8601WithAFractionOnlyWhenThereIsOne) {
   EXPECT_EQ(iso8601(Date::fromSeconds(-62'167'219'201)), "-0001-12-31T23:59:59Z");
 }
 
+TEST(Dates, AreWrittenForPeopleInKorea) {
+  EXPECT_EQ(koreaDateTimeText(Date{0}), "1970-01-01 09:00:00");
+  EXPECT_EQ(koreaDateTimeText(Date{1'709'303'440'999'999}), "2024-03-01 23:30:40");
+  EXPECT_EQ(koreaDateTimeText(Date{-1}), "1970-01-01 08:59:59");
+}
+
+TEST(Dates, AreWrittenInIsoFormWithoutAFraction) {
+  EXPECT_EQ(utcIsoDateText(Date{0}), "1970-01-01T00:00:00Z");
+  EXPECT_EQ(utcIsoDateText(Date{1'709'303'440'999'999}), "2024-03-01T14:30:40Z");
+  EXPECT_EQ(utcIsoDateText(Date{-1}), "1969-12-31T23:59:59Z");
+}
+
 TEST(Dates, ReadEveryIso8601FormThatIsKnown) {
   struct Row {
     const char* text;

@@ -34,6 +34,7 @@ struct Derived : kit::Exception {};
 class Lines : public kit::LogSink {
  public:
   void line(std::string_view text) override { all.emplace_back(text); }
+  bool tryLine(std::string_view) override { return false; }
   std::vector<std::string> all;
 };
 
@@ -43,6 +44,7 @@ class FailingLog : public kit::LogSink {
     ++calls;
     throw std::runtime_error("the log is full");
   }
+  bool tryLine(std::string_view) override { return false; }
   int calls = 0;
 };
 

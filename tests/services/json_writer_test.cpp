@@ -231,6 +231,36 @@ TEST(JsonWriter, AppendsToWhatIsThere) {
   EXPECT_EQ(text, "before [1]");
 }
 
+TEST(PrettyJson, GivesEachEntryALineOfItsOwn) {
+  const Value value = Dictionary{{"text", "a:b,c"},
+                                 {"list", Array{1, Array{}, Array{Value::null()}}},
+                                 {"none", Dictionary{}},
+                                 {"inner", Dictionary{{"x", true}}}};
+  EXPECT_EQ(std::get<std::string>(writePrettyJson(value)),
+            "{\n"
+            "  \"text\" : \"a:b,c\",\n"
+            "  \"list\" : [\n"
+            "    1,\n"
+            "    [],\n"
+            "    [\n"
+            "      null\n"
+            "    ]\n"
+            "  ],\n"
+            "  \"none\" : {},\n"
+            "  \"inner\" : {\n"
+            "    \"x\" : true\n"
+            "  }\n"
+            "}");
+  EXPECT_EQ(std::get<std::string>(writePrettyJson(5)), "5");
+  EXPECT_EQ(std::get<std::string>(writePrettyJson(Array{})), "[]");
+}
+
+TEST(PrettyJson, RefusesWhatHasNoJsonForm) {
+  const auto refused = writePrettyJson(Array{Value()});
+  ASSERT_TRUE(std::holds_alternative<kit::Error>(refused));
+  EXPECT_EQ(std::get<kit::Error>(refused).message, std::get<kit::Error>(writeJson(Array{Value()})).message);
+}
+
 TEST(JsonDescription, WritesForPeopleWhatJsonHasNoFormFor) {
   EXPECT_EQ(descriptionOf(Value()), "null");
   EXPECT_EQ(descriptionOf(Date::fromSeconds(0)), "\"1970-01-01T00:00:00Z\"");

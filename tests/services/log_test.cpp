@@ -11,7 +11,12 @@ namespace {
 class Lines : public kit::LogSink {
  public:
   void line(std::string_view text) override { all.emplace_back(text); }
+  bool tryLine(std::string_view text) override {
+    tried.emplace_back(text);
+    return true;
+  }
   std::vector<std::string> all;
+  std::vector<std::string> tried;
 };
 
 class Log : public ::testing::Test {
@@ -48,6 +53,18 @@ TEST_F(Log, LetsALineThroughWhenTheLevelIsAtLeastItsOwn) {
       MORVIK_LOG(logger, static_cast<kit::LogLevel>(of_line), "f", "m");
     EXPECT_EQ(lines.all.size(), level);
   }
+}
+
+TEST_F(Log, HandsTheLinesOfADyingThreadToTheSinkThatDoesNotWait) {
+  setLevel(kit::lcl_vInfo);
+  const Logger dying = logger.withoutWaiting();
+  dying.writePlain("plain %d", {1});
+  dying.write(kit::lcl_vInfo, {"a.cpp", 1, "f"}, "m", {});
+  EXPECT_TRUE(lines.all.empty());
+  EXPECT_EQ(lines.tried, (std::vector<std::string>{"plain 1", "INFO Kesmo:a.cpp:1:f m"}));
+  EXPECT_FALSE(dying.enabled(kit::lcl_vDebug));
+  logger.writePlain("waits", {});
+  EXPECT_EQ(lines.all, std::vector<std::string>{"waits"});
 }
 
 TEST_F(Log, IsOffUntilALevelIsSet) {

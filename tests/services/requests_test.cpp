@@ -45,6 +45,18 @@ TEST(PostRequest, HasAnEmptyBodyWithoutParameters) {
   EXPECT_EQ(request.timeout_seconds, 15.0);
 }
 
+TEST(JsonPostRequest, CarriesTheParametersAsJsonText) {
+  const kit::Request request =
+      jsonPostRequest("https://crash.example/", "v1/crash", kit::Array{Dictionary{{"a", 1}}}).request();
+  EXPECT_EQ(request.url, "https://crash.example/v1/crash");
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.body, R"([{"a":1}])");
+  EXPECT_EQ(request.headers, (std::vector<kit::HttpHeader>{{"Content-Type", "application/json; charset=utf-8"}}));
+  EXPECT_EQ(request.timeout_seconds, 15.0);
+  EXPECT_EQ(jsonPostRequest("", "", kit::Array{}).request().body, "[]");
+  EXPECT_EQ(jsonPostRequest("", "", Value()).request().body, "");
+}
+
 class RunningRequest : public ::testing::Test {
  protected:
   void runWith(const Answer& answer) {

@@ -85,6 +85,14 @@ TEST(Hex, IsInLowerCase) {
   EXPECT_EQ(hexText(std::string_view("\x00\x0f\xf0\xff\xab", 5)), "000ff0ffab");
 }
 
+TEST(LetterCase, IsThatOfAsciiAlone) {
+  EXPECT_EQ(inLowerCase("AZaz09-_@[`{"), "azaz09-_@[`{");
+  EXPECT_EQ(inCapitals("AZaz09-_@[`{"), "AZAZ09-_@[`{");
+  EXPECT_EQ(inLowerCase("\xC3\x84"), "\xC3\x84");
+  EXPECT_EQ(inCapitals("\xC3\xA4"), "\xC3\xA4");
+  EXPECT_EQ(inLowerCase(""), "");
+}
+
 TEST(PercentEncoding, KeepsLettersDigitsAndFourMarksAlone) {
   const std::string kept = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
   EXPECT_EQ(percentEncoded(kept), kept);

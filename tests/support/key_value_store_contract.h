@@ -141,6 +141,47 @@ TYPED_TEST_P(KeyValueStoreContract, AValueMayChangeItsKind) {
   EXPECT_EQ(this->store().get("value"), kit::Value(kit::Array{4}));
 }
 
+TYPED_TEST_P(KeyValueStoreContract, SaysThatWhatItSynchronizedIsKept) {
+  EXPECT_TRUE(this->store().synchronize());
+  this->store().set("a", 1);
+  EXPECT_TRUE(this->store().synchronize());
+}
+
+TYPED_TEST_P(KeyValueStoreContract, ServesADyingThreadAtOnceWhenNobodyElseIsThere) {
+  this->store().set("earlier", 1);
+  EXPECT_EQ(this->store().tryGet("earlier"), kit::Value(1));
+  ASSERT_TRUE(this->store().tryGet("nothing").has_value());
+  EXPECT_TRUE(this->store().tryGet("nothing")->isAbsent());
+  EXPECT_TRUE(this->store().trySetAndSynchronize("list", kit::Array{1}));
+  EXPECT_TRUE(this->store().trySetAndSynchronize("list", kit::Array{1, 2}));
+  EXPECT_EQ(this->store().get("list"), kit::Value(kit::Array{1, 2}));
+  this->harness_.killAndRestart();
+  EXPECT_EQ(this->store().get("list"), kit::Value(kit::Array{1, 2}));
+  EXPECT_EQ(this->store().get("earlier"), kit::Value(1));
+}
+
+TYPED_TEST_P(KeyValueStoreContract, NeitherLosesNorDoublesWhatADyingThreadWritesAmongOthers) {
+  std::thread other([this] {
+    for (int i = 0; i < 300; ++i) {
+      this->store().set("other", i);
+      this->store().synchronize();
+    }
+  });
+  kit::MutableArray written;
+  for (int i = 0; i < 300; ++i) {
+    kit::MutableArray next(written);
+    next.append(i);
+    if (this->store().trySetAndSynchronize("dying", kit::Value(kit::MutableArray(next))))
+      written = std::move(next);
+    const auto read = this->store().tryGet("dying");
+    EXPECT_TRUE(!read || read->size() == written.size());
+  }
+  other.join();
+  this->harness_.killAndRestart();
+  EXPECT_EQ(this->store().get("dying").size(), written.size());
+  EXPECT_EQ(this->store().get("other"), kit::Value(299));
+}
+
 TYPED_TEST_P(KeyValueStoreContract, IsSafePerCallFromManyThreads) {
   constexpr int kThreads = 4;
   constexpr int kWrites = 100;
@@ -172,6 +213,7 @@ REGISTER_TYPED_TEST_SUITE_P(KeyValueStoreContract, WhatWasNeverSetIsAbsent, AWri
                             AWriteReplacesTheValueWhole, SettingTheAbsentValueRemovesTheKey,
                             WhatWasSynchronizedSurvivesTheDeathOfTheProcess, AnEmptyListIsNotAnAbsentOne,
                             AListGrowsAndShrinksAcrossRestarts, AValueTakenEarlierDoesNotChange, AValueMayChangeItsKind,
-                            IsSafePerCallFromManyThreads);
+                            SaysThatWhatItSynchronizedIsKept, ServesADyingThreadAtOnceWhenNobodyElseIsThere,
+                            NeitherLosesNorDoublesWhatADyingThreadWritesAmongOthers, IsSafePerCallFromManyThreads);
 
 }  // namespace morvik::test

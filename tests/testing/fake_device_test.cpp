@@ -16,5 +16,13 @@ TEST(FakeDevice, IsWhatTheTestSays) {
   EXPECT_EQ(device.statusBarOrientation(), 2);
 }
 
+TEST(FakeDevice, OpensTheUrlsThatTheTestNames) {
+  testing::FakeDevice device;
+  EXPECT_FALSE(device.canOpenURL(kit::Url("app://x")));
+  device.set({.openable_urls = {"app://x"}});
+  EXPECT_TRUE(device.canOpenURL(kit::Url("app://x")));
+  EXPECT_FALSE(device.canOpenURL(kit::Url("app://y")));
+}
+
 }  // namespace
 }  // namespace morvik::test

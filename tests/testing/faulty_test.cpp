@@ -13,6 +13,7 @@
 #include "testing/fake_facade.h"
 #include "testing/fake_modules.h"
 #include "testing/fake_services.h"
+#include "testing/fake_siblings.h"
 #include "testing/fake_util.h"
 #include "testing/json_reader.h"
 #include "testing/memory_store.h"
@@ -81,7 +82,9 @@ TEST_F(FaultyStore, RefusesAnUnknownOperationAndSaysWhichThereAre) {
     faulty.faults.throwAlways("write", Fault::number(1));
     FAIL() << "it took an unknown operation";
   } catch (const std::invalid_argument& error) {
-    EXPECT_STREQ(error.what(), "KeyValueStore has no operation \"write\"; it has: get, set, synchronize");
+    EXPECT_STREQ(error.what(),
+                 "KeyValueStore has no operation \"write\"; it has: get, set, synchronize, tryGet, "
+                 "trySetAndSynchronize");
   }
 }
 
@@ -126,6 +129,10 @@ struct Ports {
   testing::RecordingLog log;
   testing::FixedOffsetCalendar calendar;
   testing::FakeUtil util;
+  testing::FakePuid puid;
+  testing::FakeBundle bundle;
+  testing::FakeThreads threads;
+  testing::MemoryShelf shelf;
   testing::FakeFacade facade;
   testing::FakeUpdateLog update_log;
   testing::FakeConfig config{"key"};
@@ -188,13 +195,22 @@ TEST(Faulty, FailsInEveryOperationOfStoreAndNetwork) {
   EveryOperation(store.faults)
       .fails("get", [&] { store.get("a"); })
       .fails("set", [&] { store.set("a", 1); })
-      .fails("synchronize", [&] { store.synchronize(); });
+      .fails("synchronize", [&] { store.synchronize(); })
+      .fails("tryGet", [&] { (void)store.tryGet("a"); })
+      .fails("trySetAndSynchronize", [&] { store.trySetAndSynchronize("a", 1); });
   Faulty<kit::Transport> transport(ports.transport);
   EveryOperation(transport.faults).fails("start", [&] { transport.start({}, [](const kit::TransportOutcome&) {}); });
   Faulty<kit::JsonCodec> codec(ports.json);
-  EveryOperation(codec.faults).fails("read", [&] { (void)codec.read("1"); }).fails("write", [&] {
-    (void)codec.write(1);
-  });
+  EveryOperation(codec.faults)
+      .fails("read", [&] { (void)codec.read("1"); })
+      .fails("write", [&] { (void)codec.write(1); })
+      .fails("writePretty", [&] { (void)codec.writePretty(1); });
+  Faulty<kit::ReportShelf> shelf(ports.shelf);
+  EveryOperation(shelf.faults)
+      .fails("append", [&] { shelf.append("report"); })
+      .fails("reports", [&] { shelf.reports(); })
+      .fails("clear", [&] { shelf.clear(); });
+  EXPECT_TRUE(ports.shelf.reports().empty());
   EXPECT_EQ(ports.store.journalTexts(), Texts{});
   EXPECT_EQ(ports.transport.unanswered(), 0u);
 }
@@ -221,7 +237,12 @@ TEST(Faulty, FailsInEveryOperationOfDeviceAdClientAndLog) {
   EveryOperation(device.faults)
       .fails("systemVersion", [&] { device.systemVersion(); })
       .fails("isMultitaskingSupported", [&] { device.isMultitaskingSupported(); })
-      .fails("statusBarOrientation", [&] { device.statusBarOrientation(); });
+      .fails("statusBarOrientation", [&] { device.statusBarOrientation(); })
+      .fails("canOpenURL", [&] { device.canOpenURL(kit::Url("")); });
+  Faulty<kit::Bundle> bundle(ports.bundle);
+  EveryOperation(bundle.faults).fails("objectForInfoDictionaryKey", [&] { bundle.objectForInfoDictionaryKey(""); });
+  Faulty<kit::Threads> threads(ports.threads);
+  EveryOperation(threads.faults).fails("currentThreadDescription", [&] { threads.currentThreadDescription(); });
   Faulty<kit::AdClient> ad_client(ports.ad_client);
   EveryOperation(ad_client.faults)
       .fails("offersAttributionDetails", [&] { ad_client.offersAttributionDetails(); })
@@ -232,7 +253,7 @@ TEST(Faulty, FailsInEveryOperationOfDeviceAdClientAndLog) {
       .fails("determineAppInstallationAttributionWithCompletionHandler",
              [&] { ad_client.determineAppInstallationAttributionWithCompletionHandler({}); });
   Faulty<kit::LogSink> log(ports.log);
-  EveryOperation(log.faults).fails("line", [&] { log.line("x"); });
+  EveryOperation(log.faults).fails("line", [&] { log.line("x"); }).fails("tryLine", [&] { log.tryLine("x"); });
   EXPECT_EQ(ports.log.messages(), Texts{});
   EXPECT_EQ(ports.ad_client.attribution_details.calls(), 0u);
 }
@@ -250,8 +271,14 @@ TEST(Faulty, FailsInEveryOperationOfTheUtilityClass) {
       .fails("getURLParmaters", [&] { util.getURLParmaters(kit::Url("")); })
       .fails("getKoreaDateFormateDate", [&] { util.getKoreaDateFormateDate({}); })
       .fails("getUTCFormateDate", [&] { util.getUTCFormateDate({}); })
+      .fails("getUTCFormateDateISO", [&] { util.getUTCFormateDateISO({}); })
       .fails("timeIntervalSinceServerDate", [&] { util.timeIntervalSinceServerDate({}, 0); })
-      .fails("IDFA", [&] { util.IDFA(); });
+      .fails("IDFA", [&] { util.IDFA(); })
+      .fails("getNetworkStatus", [&] { util.getNetworkStatus(); })
+      .fails("platformString", [&] { util.platformString(); })
+      .fails("freeDiskSpace", [&] { util.freeDiskSpace(); })
+      .fails("getFreeRam", [&] { util.getFreeRam(); })
+      .fails("memoryFormatter", [&] { util.memoryFormatter(1); });
 }
 
 TEST(Faulty, FailsInEveryOperationOfTheModules) {
@@ -273,6 +300,8 @@ TEST(Faulty, FailsInEveryOperationOfTheSiblings) {
   EveryOperation(update_log.faults)
       .fails("frameworkName", [&] { update_log.frameworkName(); })
       .fails("getSDKVersion", [&] { update_log.getSDKVersion(); });
+  Faulty<kit::MorvikADGetPUID> puid(ports.puid);
+  EveryOperation(puid.faults).fails("getAESHashedPUID", [&] { puid.getAESHashedPUID(); });
   Faulty<kit::MorvkSDKConfig> config(ports.config);
   EveryOperation(config.faults).fails("getTrackingSuperkey", [&] { config.getTrackingSuperkey(); });
 }
@@ -284,6 +313,8 @@ TEST(Faulty, FailsInEveryOperationOfTheServicesObject) {
       .fails("appKey", [&] { services.appKey(); })
       .fails("hashKey", [&] { services.hashKey(); })
       .fails("isGDPRForgetMe", [&] { services.isGDPRForgetMe(); })
+      .fails("setIsGDPRForgetMe", [&] { services.setIsGDPRForgetMe(true); })
+      .fails("setIsGDPRForgetMeServerSynced", [&] { services.setIsGDPRForgetMeServerSynced(true); })
       .fails("intervalSinceServerDate", [&] { services.intervalSinceServerDate(); })
       .fails("setIntervalSinceServerDate", [&] { services.setIntervalSinceServerDate(1); })
       .fails("activityGroupName", [&] { services.activityGroupName(0); })
@@ -304,6 +335,8 @@ TEST(Faulty, FailsInEveryOperationOfTheServicesObject) {
       .fails("setResetRetainedConversionCacheDeleate", [&] { services.setResetRetainedConversionCacheDeleate({}); })
       .fails("saveRetainedConversionKeyDelegate", [&] { services.saveRetainedConversionKeyDelegate(); })
       .fails("setSaveRetainedConversionKeyDelegate", [&] { services.setSaveRetainedConversionKeyDelegate({}); })
+      .fails("getScheduleDelegate", [&] { services.getScheduleDelegate(); })
+      .fails("setGetScheduleDelegate", [&] { services.setGetScheduleDelegate({}); })
       .fails("exchangeDidEnd", [&] { services.exchangeDidEnd({}, {}); });
   EXPECT_EQ(ports.services.calls(), Texts{});
 }

@@ -17,6 +17,30 @@ TEST(MemoryStore, ShowsAWriteAtOnce) {
   EXPECT_EQ(store.get("age"), kit::Value(30));
 }
 
+TEST(MemoryStore, TurnsADyingThreadAwayWhileItIsInUse) {
+  MemoryStore store;
+  store.set("age", 30);
+  store.setInUse(true);
+  EXPECT_EQ(store.tryGet("age"), std::nullopt);
+  EXPECT_FALSE(store.trySetAndSynchronize("age", 31));
+  EXPECT_EQ(store.get("age"), kit::Value(30));
+  store.setInUse(false);
+  EXPECT_TRUE(store.trySetAndSynchronize("age", 31));
+  EXPECT_EQ(store.journalTexts(), (Texts{"age", "age", "synchronize"}));
+}
+
+TEST(MemoryStore, KeepsNothingBeyondTheProcessWhenToldSo) {
+  MemoryStore store;
+  store.setKeepsNothing(true);
+  store.set("age", 30);
+  EXPECT_FALSE(store.synchronize());
+  store.commitTurn();
+  EXPECT_FALSE(store.trySetAndSynchronize("age", 31));
+  EXPECT_EQ(store.get("age"), kit::Value(30));
+  store.kill();
+  EXPECT_TRUE(store.get("age").isAbsent());
+}
+
 TEST(MemoryStore, LosesAtAKillWhatNothingCommitted) {
   MemoryStore store;
   store.set("kept", 1);

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "services/MorvikADAFHTTPClient.h"
+#include "services/text_codes.h"
 #include "testing/fake_crypto.h"
 #include "testing/json_reader.h"
 
@@ -71,6 +72,21 @@ TEST(HeaderOf, FindsAHeaderWithoutCase) {
   const kit::Request request{.headers = {{"Accept-Encoding", "gzip"}, {"X", "1"}}};
   EXPECT_EQ(testing::headerOf(request, "accept-encoding"), "gzip");
   EXPECT_EQ(testing::headerOf(request, "Accept"), "");
+}
+
+TEST_F(OpenEnvelope, OpensDemographicsThatAreSealedInHexadecimal) {
+  const auto sealed = services::seal(tools, "key", R"({"puid":"p"})", services::Compression::kNever);
+  kit::Request request;
+  request.body = "j=" + services::hexText(std::get<std::string>(sealed));
+  EXPECT_EQ(testing::openDemographics(tools, request, "key")["puid"], kit::Value("p"));
+  EXPECT_NE(refusalOf([&] { testing::openDemographics(tools, request, "other"); }).find("demographics: "),
+            std::string::npos);
+  request.body = "j=0";
+  EXPECT_EQ(refusalOf([&] { testing::openDemographics(tools, request, "key"); }),
+            "hexadecimal text: an odd number of digits");
+  request.body = "j=0A";
+  EXPECT_EQ(refusalOf([&] { testing::openDemographics(tools, request, "key"); }),
+            "hexadecimal text: no lower-case digit at 0");
 }
 
 }  // namespace

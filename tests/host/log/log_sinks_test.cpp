@@ -33,6 +33,29 @@ TEST(AppLogSink, GivesTheAppEachLineOneCallAtATime) {
   EXPECT_EQ(taken, std::vector<std::string>(400, "line"));
 }
 
+TEST(StderrLogSink, WritesTheLineOfADyingThreadToo) {
+  ::testing::internal::CaptureStderr();
+  StderrLogSink sink;
+  EXPECT_TRUE(sink.tryLine("last words"));
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "last words\n");
+}
+
+TEST(AppLogSink, DropsTheLineOfADyingThreadWhileTheAppTakesAnotherOne) {
+  std::vector<std::string> taken;
+  AppLogSink* sink_in_use = nullptr;
+  bool was_written = true;
+  AppLogSink sink([&](std::string_view line) {
+    taken.emplace_back(line);
+    if (line == "outer")
+      was_written = sink_in_use->tryLine("inner");
+  });
+  sink_in_use = &sink;
+  sink.line("outer");
+  EXPECT_FALSE(was_written);
+  EXPECT_TRUE(sink.tryLine("alone"));
+  EXPECT_EQ(taken, (std::vector<std::string>{"outer", "alone"}));
+}
+
 TEST(AppLogSink, BearsAnAppThatThrows) {
   int calls = 0;
   AppLogSink sink([&calls](std::string_view) {

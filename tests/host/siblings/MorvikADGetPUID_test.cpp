@@ -8,13 +8,13 @@ namespace {
 TEST(MorvikADGetPUID, HashesTheDeviceIdWithTheAppKey) {
   // HMAC-SHA-256 of RFC 4231, test case 2.
   const MorvikADGetPUID puid("what do ya want for nothing?", "Jefe");
-  EXPECT_EQ(puid.getPUID(), "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
-  EXPECT_EQ(puid.getPUID(), puid.getPUID());
+  EXPECT_EQ(puid.getAESHashedPUID(), "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
+  EXPECT_EQ(puid.getAESHashedPUID(), puid.getAESHashedPUID());
 }
 
 TEST(MorvikADGetPUID, GivesAGivenTextAsItIsAndNothingWhenThereIsNone) {
-  EXPECT_EQ(MorvikADGetPUID(std::string("given")).getPUID(), "given");
-  EXPECT_EQ(MorvikADGetPUID().getPUID(), std::nullopt);
+  EXPECT_EQ(MorvikADGetPUID(std::string("given")).getAESHashedPUID(), "given");
+  EXPECT_EQ(MorvikADGetPUID().getAESHashedPUID(), std::nullopt);
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 namespace morvik::host {
 namespace {
 
-const MorvikADUtil kUtil("AAAA-BBBB", false);
+const MorvikADUtil kUtil({.idfa = "AAAA-BBBB"});
 
 TEST(MorvikADUtil, ConvertsValuesOfAnyKind) {
   EXPECT_EQ(kUtil.checkNilToBlankString({}), kit::Value(""));
@@ -26,6 +26,7 @@ TEST(MorvikADUtil, WritesDatesAsTheServicesReadThem) {
   const kit::Date date = *services::dateFromIso8601("2024-03-01T20:30:40Z");
   EXPECT_EQ(kUtil.getKoreaDateFormateDate(date), "20240302053040");
   EXPECT_EQ(kUtil.getUTCFormateDate(date), "20240301203040");
+  EXPECT_EQ(kUtil.getUTCFormateDateISO(kit::Date{date.microseconds + 999'999}), "2024-03-01T20:30:40Z");
 }
 
 TEST(MorvikADUtil, TellsServerTimeMinusDeviceTime) {
@@ -35,12 +36,21 @@ TEST(MorvikADUtil, TellsServerTimeMinusDeviceTime) {
 
 TEST(MorvikADUtil, KnowsTheAdvertisingIdentifierUnlessTrackingIsLimited) {
   EXPECT_EQ(kUtil.IDFA(), "AAAA-BBBB");
-  EXPECT_EQ(MorvikADUtil(std::nullopt, false).IDFA(), std::nullopt);
+  EXPECT_EQ(MorvikADUtil({}).IDFA(), std::nullopt);
 }
 
 TEST(MorvikADUtil, AlwaysKnowsANetworkWithAnEndpointOnThisMachine) {
   const std::set<std::string> known = {"wifi", "cellular", "ethernet"};
-  EXPECT_TRUE(known.contains(MorvikADUtil(std::nullopt, true).getNetworkStatus()));
+  EXPECT_TRUE(known.contains(MorvikADUtil({.has_loopback_endpoint = true}).getNetworkStatus()));
+}
+
+TEST(MorvikADUtil, TellsWhatCrashReportsSayOfTheDevice) {
+  const MorvikADUtil util({.model = "a-model", .disk_path = "/"});
+  EXPECT_EQ(util.platformString(), "a-model");
+  EXPECT_GT(util.freeDiskSpace().integer(), 0);
+  EXPECT_GT(util.getFreeRam(), 0U);
+  EXPECT_EQ(util.memoryFormatter(831'898), "812.4 MB");
+  EXPECT_TRUE(MorvikADUtil({.disk_path = "/no/such/folder"}).freeDiskSpace().isAbsent());
 }
 
 TEST(MorvikADUtil, ReadsTheQueryOfAUrl) {

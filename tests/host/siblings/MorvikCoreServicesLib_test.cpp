@@ -63,7 +63,7 @@ class ServicesLib : public ::testing::Test {
   testing::FakeCipher cipher_;
   testing::FakeCompressor compressor_;
   testing::SeededRandom random_{1};
-  MorvikADUtil util_{"the identifier", false};
+  MorvikADUtil util_{{.idfa = "the identifier"}};
   MorvikADGetPUID puid_;
   DeviceDescription device_;
   CommonParameters common_{{.device = device_,
@@ -88,6 +88,33 @@ TEST_F(ServicesLib, KnowsItsKeysAndTheSessionGroup) {
 TEST_F(ServicesLib, LoadsTheForgetMeMirrorFromTheStore) {
   properties_.setMorvikCoreUserInfo_isGDPRForgetMe(true);
   EXPECT_TRUE(lib().isGDPRForgetMe());
+}
+
+TEST_F(ServicesLib, LoadsFromTheStoreWhetherTheWishWasAccepted) {
+  properties_.setMorvikCoreUserInfo_isGDPRForgetMeServerSynced(true);
+  EXPECT_TRUE(lib().isGDPRForgetMeServerSynced());
+}
+
+TEST_F(ServicesLib, MirrorsTheWishAndItsAcceptanceInMemoryAlone) {
+  EXPECT_FALSE(lib().isGDPRForgetMeServerSynced());
+  lib().setIsGDPRForgetMe(true);
+  lib().setIsGDPRForgetMeServerSynced(true);
+  EXPECT_TRUE(lib().isGDPRForgetMe());
+  EXPECT_TRUE(lib().isGDPRForgetMeServerSynced());
+  lib().setIsGDPRForgetMe(false);
+  lib().setIsGDPRForgetMeServerSynced(false);
+  EXPECT_FALSE(lib().isGDPRForgetMe());
+  EXPECT_FALSE(lib().isGDPRForgetMeServerSynced());
+  EXPECT_TRUE(store_.journalTexts().empty());
+}
+
+TEST_F(ServicesLib, HoldsTheScheduleDelegateWeakly) {
+  EXPECT_EQ(lib().getScheduleDelegate(), nullptr);
+  auto delegate = std::make_shared<const kit::GetScheduleDelegate>();
+  lib().setGetScheduleDelegate(delegate);
+  EXPECT_EQ(lib().getScheduleDelegate(), delegate);
+  delegate.reset();
+  EXPECT_EQ(lib().getScheduleDelegate(), nullptr);
 }
 
 TEST_F(ServicesLib, StartsWithoutForgetMeOffsetOrConversionResult) {

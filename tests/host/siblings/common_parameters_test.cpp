@@ -29,7 +29,7 @@ TEST(CommonParameters, SayWhatTheDeviceAndTheAppSayOfThemselves) {
   device.app_version_code = "17";
   device.package_name = "example.app";
   device.carrier = "carrier";
-  const MorvikADUtil util("AAAA", true);
+  const MorvikADUtil util({.idfa = "AAAA", .has_loopback_endpoint = true});
   const MorvikADGetPUID puid(std::string("hashed"));
   const CommonParameters common({.device = device,
                                  .app_key = "key",
@@ -59,7 +59,7 @@ TEST(CommonParameters, SayWhatTheDeviceAndTheAppSayOfThemselves) {
 TEST(CommonParameters, SayNothingOfWhatIsUnknown) {
   DeviceDescription device;
   device.orientation = 2;
-  const MorvikADUtil util(std::nullopt, true);
+  const MorvikADUtil util({.has_loopback_endpoint = true});
   const MorvikADGetPUID puid;
   const CommonParameters common(
       {.device = device, .app_key = "", .install_id = "", .zone_name = "", .util = util, .puid = puid});

@@ -37,5 +37,18 @@ TEST(SdkConfig, DescribesTheDevice) {
   EXPECT_EQ(Device(description).statusBarOrientation(), 4);
 }
 
+TEST(SdkConfig, OpensUrlsOfTheSchemesThatTheAppNamed) {
+  DeviceDescription description;
+  EXPECT_FALSE(Device(description).canOpenURL(kit::Url("https://x.example/")));
+  description.url_schemes = {"https", "Mail"};
+  const Device device(description);
+  EXPECT_TRUE(device.canOpenURL(kit::Url("https://x.example/")));
+  EXPECT_TRUE(device.canOpenURL(kit::Url("HTTPS:")));
+  EXPECT_TRUE(device.canOpenURL(kit::Url("mail:somebody")));
+  EXPECT_FALSE(device.canOpenURL(kit::Url("http://x.example/")));
+  EXPECT_FALSE(device.canOpenURL(kit::Url("https")));
+  EXPECT_FALSE(device.canOpenURL(kit::Url("")));
+}
+
 }  // namespace
 }  // namespace morvik::host

@@ -98,6 +98,13 @@ class SqliteStoreTest : public ::testing::Test {
     store->set("text", "kept");
     store->flushAndWait();
   }
+  /// What another process would find if this one died now.
+  Value inTheFile(const char* key) {
+    SqliteStoreOptions options = optionsFor(folder_.path());
+    options.read_only = true;
+    testing::RecordingLog unused;
+    return SqliteStore(options, unused).get(key);
+  }
   /// Brings everything into the file itself, so that a test can harm it there.
   void emptyTheLog() { sql("PRAGMA wal_checkpoint(TRUNCATE)"); }
 
@@ -726,6 +733,82 @@ TEST_F(SqliteStoreTest, ThreadsReadWriteCommitAndFlushAtOnce) {
 
 // ------------------------------------------------------------------------------------------------------- ends and
 // limits
+
+// -------------------------------------------------------------------------------------------------------- a dying
+// thread
+
+TEST_F(SqliteStoreTest, TurnsAwayADyingThreadThatIsInTheMiddleOfACommitItself) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->set("list", Array{1});
+  store->synchronize();
+  bool asked = false;
+  vfs.decide([&](const VfsCall& call) {
+    if (call.kind == VfsCall::Kind::kWrite && !std::exchange(asked, true)) {
+      EXPECT_FALSE(store->trySetAndSynchronize("list", Array{1, 2}));
+      EXPECT_EQ(store->tryGet("list"), Value(Array{1}));
+    }
+    return SQLITE_OK;
+  });
+  store->set("other", "text");
+  store->synchronize();
+  EXPECT_TRUE(asked);
+  EXPECT_EQ(store->get("list"), Value(Array{1}));
+  EXPECT_TRUE(store->trySetAndSynchronize("list", Array{1, 2}));
+}
+
+TEST_F(SqliteStoreTest, ADyingThreadsWriteTakesTheTurnsOtherWritesAlongAndWritesNoLine) {
+  const auto store = open();
+  store->set("wish", true);
+  EXPECT_TRUE(store->trySetAndSynchronize("reports", Array{"one"}));
+  EXPECT_EQ(inTheFile("wish"), Value(true));
+  EXPECT_EQ(inTheFile("reports"), Value(Array{"one"}));
+  EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(SqliteStoreTest, RefusesADyingThreadWhenTheDiskIsFullAndStaysAsItWas) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->set("reports", Array{"one"});
+  store->synchronize();
+  vfs.decide([](const VfsCall& call) { return call.kind == VfsCall::Kind::kWrite ? SQLITE_FULL : SQLITE_OK; });
+  store->set("other", 1);
+  EXPECT_FALSE(store->trySetAndSynchronize("reports", Array{"one", "two"}));
+  EXPECT_EQ(store->get("reports"), Value(Array{"one"}));
+  EXPECT_TRUE(log_.lines().empty());
+  EXPECT_FALSE(store->synchronize());
+  vfs.decide([](const VfsCall&) { return SQLITE_OK; });
+  EXPECT_TRUE(store->synchronize());
+  EXPECT_EQ(inTheFile("other"), Value(1));
+}
+
+TEST_F(SqliteStoreTest, RefusesADyingThreadAValueThatNoStoreCanKeepAndTakesTheOthers) {
+  const auto store = open();
+  Value deep = 1;
+  for (size_t i = 0; i <= kMaxStoredDepth; ++i)
+    deep = Array{deep};
+  deep = Dictionary{{"deep", deep}};
+  store->set("wish", true);
+  EXPECT_FALSE(store->trySetAndSynchronize("reports", deep));
+  EXPECT_TRUE(store->get("reports").isAbsent());
+  EXPECT_EQ(inTheFile("wish"), Value(true));
+  store->set("deep", deep);
+  EXPECT_TRUE(store->trySetAndSynchronize("reports", Array{"one"}));
+  EXPECT_TRUE(log_.lines().empty());
+  EXPECT_FALSE(store->synchronize());
+  EXPECT_EQ(log_.countContaining("the value of \"deep\" cannot be kept"), 1U);
+}
+
+TEST_F(SqliteStoreTest, RefusesADyingThreadWhenItLivesInMemory) {
+  leaveStore(1);
+  sql("PRAGMA user_version = 99");
+  const auto store = open();
+  ASSERT_EQ(store->opening(), StoreOpening::kNewerVersion);
+  EXPECT_FALSE(store->trySetAndSynchronize("reports", Array{"one"}));
+  EXPECT_TRUE(store->get("reports").isAbsent());
+  store->set("other", 1);
+  EXPECT_FALSE(store->synchronize());
+}
 
 TEST_F(SqliteStoreTest, AfterShutdownWritesStayInMemoryAndTheStoreIsFree) {
   const auto store = open();

@@ -1,0 +1,134 @@
+#include "host/crash/report_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string_view>
+#include <system_error>
+#include <variant>
+
+namespace morvik::host {
+namespace {
+
+constexpr mode_t kOwnerOnly = 0600;
+
+std::string systemMessage() {
+  return std::generic_category().message(errno);
+}
+
+/// An open file; closed with the object.
+class Descriptor {
+ public:
+  Descriptor(const std::string& path, int flags) : descriptor_(open(path.c_str(), flags | O_CLOEXEC, kOwnerOnly)) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (isOpen())
+      close(descriptor_);
+  }
+  bool isOpen() const { return descriptor_ >= 0; }
+  /// -1 when the system does not tell.
+  off_t size() const {
+    struct stat facts {};
+    return fstat(descriptor_, &facts) == 0 ? facts.st_size : -1;
+  }
+  /// As long as the system takes some of it; false when it takes no more.
+  bool writeAll(std::string_view bytes) const {
+    while (!bytes.empty()) {
+      const ssize_t written = write(descriptor_, bytes.data(), bytes.size());
+      if (written < 0 && errno == EINTR)
+        continue;
+      if (written <= 0)
+        return false;
+      bytes.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+  }
+  /// All that is in it; false for an error.
+  bool readAll(std::string& text) const {
+    char block[65536];
+    for (;;) {
+      const ssize_t count = read(descriptor_, block, sizeof block);
+      if (count < 0 && errno == EINTR)
+        continue;
+      if (count <= 0)
+        return count == 0;
+      text.append(block, static_cast<size_t>(count));
+    }
+  }
+
+ private:
+  const int descriptor_;
+};
+
+}  // namespace
+
+ReportFile::ReportFile(const std::string& folder, const kit::JsonCodec& json, kit::LogSink& log)
+    : path_(folder + "/crash-reports"), unreadable_path_(path_ + ".unreadable"), json_(json), log_(log) {}
+
+std::optional<kit::Error> ReportFile::append(const kit::Value& report) {
+  const auto text = json_.write(report);
+  if (const auto* error = std::get_if<kit::Error>(&text))
+    return *error;
+  const Descriptor file(path_, O_WRONLY | O_APPEND | O_CREAT);
+  if (!file.isOpen())
+    return kit::Error{"The file of crash reports \"" + path_ + "\" cannot be opened (" + systemMessage() + ")."};
+  // A line that an earlier write left unfinished must not swallow this one.
+  const std::string line = '\n' + std::get<std::string>(text) + '\n';
+  const off_t size = file.size();
+  if (size < 0 || static_cast<size_t>(size) + line.size() > kMaxReportFileBytes)
+    return kit::Error{"The file of crash reports \"" + path_ + "\" is full (" + std::to_string(size) + " bytes)."};
+  if (!file.writeAll(line))
+    return kit::Error{"The file of crash reports \"" + path_ + "\" cannot be written (" + systemMessage() + ")."};
+  return std::nullopt;
+}
+
+kit::Array ReportFile::reports() {
+  const Descriptor file(path_, O_RDONLY);
+  if (!file.isOpen()) {
+    if (errno != ENOENT)
+      tell("cannot be opened (" + systemMessage() + ")", "make it readable for the app");
+    return {};
+  }
+  std::string text;
+  if (!file.readAll(text)) {
+    tell("cannot be read (" + systemMessage() + ")", "check the disk");
+    return {};
+  }
+  kit::MutableArray reports;
+  size_t unreadable = 0;
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::string_view line = rest.substr(0, rest.find('\n'));
+    rest.remove_prefix(std::min(rest.size(), line.size() + 1));
+    if (line.empty())
+      continue;
+    const auto read = json_.read(line);
+    const auto* report = std::get_if<kit::Value>(&read);
+    if (report != nullptr && report->isDictionary())
+      reports.append(*report);
+    else
+      ++unreadable;
+  }
+  holds_unreadable_ = unreadable > 0;
+  if (holds_unreadable_) {
+    tell("holds " + std::to_string(unreadable) + " reports that cannot be read",
+         "the file is kept as \"" + unreadable_path_ + "\", delete it if it does not matter");
+  }
+  return kit::Value(std::move(reports)).array();
+}
+
+void ReportFile::clear() {
+  const int failed = holds_unreadable_ ? std::rename(path_.c_str(), unreadable_path_.c_str()) : unlink(path_.c_str());
+  if (failed != 0 && errno != ENOENT)
+    tell("cannot be removed (" + systemMessage() + "), and its reports are sent again", "delete it");
+  holds_unreadable_ = false;
+}
+
+void ReportFile::tell(const std::string& what, const std::string& mend) const {
+  log_.line("Morvik host: the file of crash reports \"" + path_ + "\" " + what + ": " + mend + ".");
+}
+
+}  // namespace morvik::host

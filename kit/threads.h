@@ -1,0 +1,15 @@
+// Threads, as the platform describes them.
+#pragma once
+
+#include <string>
+
+namespace morvik::kit {
+
+class Threads {
+ public:
+  virtual ~Threads() = default;
+  /// The calling thread as text; "<Thread: 0x7f…>{number = 1, name = main}", say. Any thread; nothing blocks.
+  virtual std::string currentThreadDescription() const = 0;
+};
+
+}  // namespace morvik::kit
