@@ -1,11 +1,11 @@
 // The core object of the kit: it watches the app's life, keeps sessions and events in the store, delivers them, and
 // obtains the install's attribution.
 //
-// One class, its operations in plain sources by subsystem: lifecycle, tracking, attribution, deeplinks, commerce.
-// Everything outside is reached through the kit handed to it. Public operations run on the main queue unless they say
-// otherwise; all return at once, and whatever happens later (answers, timers) happens on the main queue. None throws:
-// an exception ends in the operation's guard and is written to the log; the few operations without a guard of their own
-// are covered by their caller's, or by the one of the queue.
+// One class, its operations in plain sources by subsystem: lifecycle, tracking, attribution, deeplinks, commerce,
+// crash, privacy, demographics, schedule. Everything outside is reached through the kit handed to it. Public operations
+// run on the main queue unless they say otherwise; all return at once, and whatever happens later (answers, timers)
+// happens on the main queue. An exception ends in the operation's guard and is written to the log; operations without a
+// guard of their own are covered by their caller's, or by the one of the queue.
 #pragma once
 
 #include <atomic>
@@ -18,6 +18,7 @@
 #include "kit/kit.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "services/dates.h"
+#include "services/envelope.h"
 #include "services/list_index.h"
 #include "services/locked.h"
 #include "services/log.h"
@@ -27,6 +28,12 @@ namespace morvik {
 
 /// What a batch does with "end" activities: a kept session leaves the previous session's out.
 enum class EndActivities { kSend, kFilter };
+
+/// Whether an erasure request's body is made sealed or plain.
+enum class ErasureForm { kPlain, kSealed };
+
+/// The user's gender, as it is stored and sent.
+enum _gender : int32_t { MorvikCoreGenderFemale = 1, MorvikCoreGenderMale = 2 };
 
 /// The referral record: what the attribution server says about this install. Members carry the argument labels of
 /// saveFendoUserInfo, in their order.
@@ -101,8 +108,6 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void pushTracking();
   /// Removes the activities that the sent-event keys name from the store, and empties the keys.
   void deleteActivitysForTracking();
-  /// Empties the stored impressions.
-  void deleteImpressionInfo();
 
   // ---- Attribution (attribution.cpp)
 
@@ -147,6 +152,67 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// ago.
   void getPremiumPostbackInfoss();
 
+  // ---- Crash reports (crash.cpp)
+
+  /// An exception that nobody caught: when it concerns the kit (its reason names one of the kit's components, or there
+  /// is no reason), its report is put behind the stored ones; sent at the next session start.
+  ///
+  /// Any thread, the one on which the process is about to die included, whatever locks it or a halted thread holds: no
+  /// lock of the kit's is waited for. Where the store, the house lock or the log's sink is in use at that moment, the
+  /// report goes to the shelf, from which the next start takes it, and a log line is dropped. When it returns, the
+  /// report is in the kernel's hands in one of the two places; when neither takes it, a line says so. Never throws. It
+  /// takes memory from the heap and so is not for signal handlers. What it calls of the kit (utility class, device,
+  /// bundle, clock, versions of the modules) waits for no lock either: their headers promise it. Do not come to it by
+  /// shared(), which has a lock: hold the object.
+  void makeCrashParameter(const kit::UncaughtException& exception);
+  /// Sends all stored crash reports; once they are accepted, those within the budget of one upload are dropped, and
+  /// the rest is sent at once.
+  void sendCrashInfos();
+  /// The calling thread in short: what the platform writes between the first braces of its description, or all of it
+  /// where there are none. Any thread.
+  static std::string getPrettyCurrentThreadDescription(const kit::Threads& threads);
+
+  // ---- Privacy (privacy.cpp)
+
+  /// The user asks to be forgotten (true) or takes that back (false). Stored at once, and from then on the gate of all
+  /// other requests follows it; told to the erasure service when there is a network, unless it knows already. Never
+  /// retried by itself.
+  void gdprForgetMe(bool forget_me);
+  /// Whether the user is marked as forgotten. Any thread.
+  bool isGdprForgetMe() const;
+  /// The body of an erasure request, of this moment: plain, or sealed with the hash key twice. What could be built of
+  /// it when building failed; absent when nothing could.
+  [[nodiscard]] kit::Value makeGdprParameter(ErasureForm form);
+  /// What the erasure service's answer changes. Called by the request's handler; a response that is absent, or has no
+  /// status from 200 to 299, leaves the wish untold.
+  void erasureDidAnswer(const std::optional<kit::Response>& response, const kit::Value& json);
+
+  // ---- Demographics (demographics.cpp)
+
+  // Each is stored twice: as pending until the service has it, and for good. Any value; not flushed, but committed with
+  // the turn.
+  void setAge(int32_t age);
+  void setGender(int32_t gender);
+  /// Without a text nothing is pending any more.
+  void setUserId(const std::optional<std::string>& user_id);
+  /// The pending ones as an array of dictionaries of "demo_key" and "demo_value"; empty when there are none. Any
+  /// thread.
+  [[nodiscard]] kit::Value fetchDemos() const;
+  /// The sealed parameters of a demographics request, of this moment; absent when they could not be made. Any thread.
+  [[nodiscard]] kit::Value makeDemoInfoParameter() const;
+  /// Posts them; accepted, nothing is pending any more. Any thread.
+  void sendUserDemoInfos(const kit::Value& parameters);
+  /// Nothing is pending any more.
+  void deleteDemos();
+  /// Empties the stored impressions.
+  void deleteImpressionInfo();
+
+  // ---- Schedule (schedule.cpp)
+
+  /// Asks the campaign server for the schedule and hands it to the schedule delegate; an unchanged one is handed on
+  /// from memory.
+  void getSchedule(const kit::Value& parameters);
+
   // ---- Fields
 
   bool isFirstLaunchOk() const { return isFirstLaunchOk_; }
@@ -176,6 +242,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
  private:
   struct ConversionTexts;
+
+  /// Checksum of a schedule that was never received.
+  static constexpr const char* kInitialCheckSum = "init";
 
   explicit MorvikCoreLib(const kit::Kit& kit);
   void init();
@@ -244,11 +313,38 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void premiumPostbackDidSucceed(const kit::Value& json);
   void saveCommerceEvents();
 
+  // Crash reports.
+  void takeInShelvedReports();
+  bool queueReports(const kit::Array& reports);
+  kit::Value crashReport(const kit::UncaughtException& exception) const;
+  kit::Value deviceInformation(bool app_in_focus) const;
+  kit::Value moduleVersion(const char* class_name) const;
+  void keepReport(const services::Logger& logger, const kit::Value& report);
+  kit::Value remainingCrashInfos() const;
+  void crashUploadDidSucceed(const kit::Value& json, const kit::Value& remaining);
+  kit::Value blank(const std::optional<std::string>& text) const;
+
+  // Privacy.
+  void sendErasureRequest();
+  void erasureDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
+  void setForgetMe(bool forget_me);
+  void setForgetMeSynced(bool synced);
+
+  // Demographics.
+  void sendPendingDemos();
+
+  // Schedule.
+  kit::Value scheduleParameters() const;
+  void scheduleDidArrive(const kit::Value& json);
+  void replaySchedule();
+  void passSchedule();
+
   // What every subsystem uses.
   const services::Logger& log() const { return log_; }
   const services::MorvikGVUserDefaults& store() const { return store_; }
   kit::MorvikCoreServicesLib& services() const { return kit_.services; }
   const kit::MorvikADUtil& util() const { return kit_.util; }
+  services::SealingTools sealingTools() const { return {kit_.cipher, kit_.compressor, kit_.random}; }
   services::RequestTools requestTools() const { return {kit_.transport, kit_.json, kit_.services}; }
   /// The singleton of an optional module; null when the module is absent.
   std::shared_ptr<const kit::ModuleObject> sharedObjectOf(const kit::Module* module) const {

@@ -21,9 +21,6 @@ constexpr int64_t kKeepSessionMaxMilliseconds = 59'999;
 /// The batch at session end leaves half a second after endSession.
 constexpr double kSessionEndDelaySeconds = 0.5;
 
-/// Checksum of a schedule that was never received.
-constexpr const char* kInitialCheckSum = "init";
-
 constexpr services::Guard kStartSessionGuard{
     services::block("MRVK_QA-[MorvikCoreLib error] Exception from startSession!"
                     "\n                          exceptionName: %@"
@@ -137,6 +134,7 @@ void MorvikCoreLib::init() {
   const bool portrait = kit_.device.statusBarOrientation() == kit::kOrientationPortrait;
   store().setFendoUserInfo_isApplicationPortrait(portrait ? "true" : "false");
   store().synchronize();
+  takeInShelvedReports();
   if (store().MorvikCoreUserInfo_isGDPRForgetMe())
     return;
   observeApplicationLife();
@@ -172,13 +170,17 @@ void MorvikCoreLib::startSession() {
     clearSentEventKeysAtStart();
     getPremiumPostbackInfoss();
     iAdConversion();
+    getSchedule(scheduleParameters());
     updateAppLaunchCount();
     const EndActivities end_activities = keepOrStartSession();
     chkRetentionForDay();
     uploadPendingActivities(end_activities);
+    sendPendingDemos();
     startSessoinDate_.set(kit_.clock.now());
     askForAttribution();
     storeAdvertisingIdentifier();
+    if (store().MorvikCoreUserInfo_Crash().size() > 0)
+      sendCrashInfos();
     saveCommerceEvents();
     replayStoredURL();
   });
@@ -285,6 +287,7 @@ void MorvikCoreLib::endSession() {
     const uint64_t session_length_milliseconds = sessionLengthMilliseconds(startSessoinDate_.get(), now);
     store().setMorvikCoreUserInfo_endSessoinDate(now);
     store().synchronize();
+    sendPendingDemos();
     if (!store().reEngagementInfos().isAbsent())
       makeFailureReEngagementConversionParameter();
     saveCommerceEvents();

@@ -371,12 +371,4 @@ void MorvikCoreLib::deleteActivitysForTracking() {
   });
 }
 
-void MorvikCoreLib::deleteImpressionInfo() {
-  store().inOneStep([this] {
-    if (!store().fendoImpressionInfos().isAbsent())
-      store().setFendoImpressionInfos(kit::Array());
-  });
-  store().synchronize();
-}
-
 }  // namespace morvik

@@ -69,6 +69,26 @@ void Host::thirdPartyConversion() {
   callOnMain([parts = parts_.get()] { parts->core->thirdPartyConversion(parts->core->makeConversionParameter()); });
 }
 
+void Host::setAge(int32_t age) {
+  callOnMain([parts = parts_.get(), age] { parts->core->setAge(age); });
+}
+
+void Host::setGender(int32_t gender) {
+  callOnMain([parts = parts_.get(), gender] { parts->core->setGender(gender); });
+}
+
+void Host::setUserId(std::string_view user_id) {
+  callOnMain([parts = parts_.get(), user_id = std::string(user_id)] { parts->core->setUserId(user_id); });
+}
+
+void Host::gdprForgetMe(bool forget_me) {
+  callOnMain([parts = parts_.get(), forget_me] { parts->core->gdprForgetMe(forget_me); });
+}
+
+bool Host::isGdprForgetMe() const {
+  return parts_->core->isGdprForgetMe();
+}
+
 void Host::setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) {
   parts_->facade.setDelegate(std::move(delegate));
 }
@@ -141,10 +161,6 @@ void Host::storeOpenedUrl(std::string_view url) {
 
 std::vector<std::pair<std::string, kit::Value>> Host::allStored() const {
   return parts_->store.all();
-}
-
-bool Host::isForgetMe() const {
-  return parts_->services.isGDPRForgetMe();
 }
 
 void Host::setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate) {

@@ -60,6 +60,11 @@ class Host final : public morvik::MorvikCore {
   void passOpenURL(std::string_view url) override;
   void setReferralUrlForFacebook(std::string_view url) override;
   void thirdPartyConversion() override;
+  void setAge(int32_t age) override;
+  void setGender(int32_t gender) override;
+  void setUserId(std::string_view user_id) override;
+  void gdprForgetMe(bool forget_me) override;
+  bool isGdprForgetMe() const override;
   void setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) override;
   void setLogLevel(int level) override;
   void perform(std::function<void()> block) override;
@@ -83,8 +88,6 @@ class Host final : public morvik::MorvikCore {
   void storeOpenedUrl(std::string_view url);
   /// All that is stored, by name, the host's own values included. Any thread.
   std::vector<std::pair<std::string, kit::Value>> allStored() const;
-  /// True once the user asked to be forgotten. Any thread.
-  bool isForgetMe() const;
   /// Of the services object; held weakly. Any thread.
   void setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate);
   /// Moves the wall clock of this host, forward or back; timers are not touched. Any thread.

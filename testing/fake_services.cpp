@@ -175,13 +175,11 @@ void FakeServices::exchangeDidEnd(const kit::Request& request, const kit::Exchan
 }
 
 void FakeServices::setIsGDPRForgetMe(bool forget_me) {
-  calls_.add(std::string("setIsGDPRForgetMe ") + (forget_me ? "1" : "0"));
   const std::lock_guard lock(mutex_);
   is_gdpr_forget_me_ = forget_me;
 }
 
 void FakeServices::setIsGDPRForgetMeServerSynced(bool synced) {
-  calls_.add(std::string("setIsGDPRForgetMeServerSynced ") + (synced ? "1" : "0"));
   const std::lock_guard lock(mutex_);
   is_gdpr_forget_me_server_synced_ = synced;
 }

@@ -48,7 +48,7 @@ void enterBackground(Phone& phone, const Arguments&, const Reply& reply) {
 }
 
 void recordEvent(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  if (phone.host().isForgetMe())
+  if (phone.host().isGdprForgetMe())
     return reply(refused("the user asked to be forgotten, so no events of the app are recorded"));
   const auto& words = arguments.words;
   phone.host().addActivity(words[0], words[1],

@@ -41,6 +41,10 @@ struct MorvikCoreDelegate {
   std::function<void(int64_t conversion_key, const std::string& sub_referral_key)> didSaveConversionKey;
 };
 
+// What MorvikCore::setGender() knows by name.
+inline constexpr int32_t kGenderFemale = 1;
+inline constexpr int32_t kGenderMale = 2;
+
 class MorvikCore;
 
 /// A running kit, or why there is none.
@@ -90,6 +94,25 @@ class MorvikCore {
 
   /// Reports the install to the conversion service as a third party conversion, now. Never retried.
   virtual void thirdPartyConversion() = 0;
+
+  // What the app knows of its user. Sent, sealed with the tracking key, at the next session start or end, until the
+  // service has it; the latest value counts. Kept also while the user is marked as forgotten, and not sent then.
+  /// In years. Any number is taken, but for -1, which takes an age back that was not sent yet.
+  virtual void setAge(int32_t age) = 0;
+  /// kGenderFemale or kGenderMale; any other number is sent as it is, but for -1, as above.
+  virtual void setGender(int32_t gender) = 0;
+  /// The app's own name for its user, UTF-8.
+  virtual void setUserId(std::string_view user_id) = 0;
+
+  /// The user asks to be forgotten (true) or takes that back (false). The wish is stored at once: from then on, and
+  /// after every restart, the kit sends nothing but this wish, and events of the app are refused. It goes to the
+  /// erasure service if there is a network; without one, or when the service does not accept it, the app calls again
+  /// later (the kit does not). A call that repeats what the service has accepted does nothing. An accepted wish marks
+  /// the user as forgotten, also one that takes an accepted erasure back.
+  virtual void gdprForgetMe(bool forget_me) = 0;
+  /// Whether the user is marked as forgotten, as of now: a call of gdprForgetMe() that was posted from another thread
+  /// shows once it has run. At once, on any thread.
+  virtual bool isGdprForgetMe() const = 0;
 
   /// Sets who is told. Held weakly: keep the delegate alive as long as it wants to hear; an empty pointer unsets. At
   /// once, on any thread.

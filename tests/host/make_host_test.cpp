@@ -400,11 +400,76 @@ TEST_F(MakeHost, RefusesTheAppsActivitiesOnceTheUserAskedToBeForgotten) {
     host->dispatch();
   }
   const auto host = makePumped();
-  EXPECT_TRUE(host->isForgetMe());
+  EXPECT_TRUE(host->isGdprForgetMe());
   host->addActivity("g", "n", std::nullopt);
   host->applicationDidBecomeActive();
   EXPECT_TRUE(host->storedValue("fendoActivityInfos").isAbsent());
   EXPECT_TRUE(log.has("Morvik host: the activity g / n was not recorded: the user asked to be forgotten"));
+}
+
+TEST_F(MakeHost, KeepsWhatTheAppSaysOfItsUser) {
+  {
+    const auto host = makePumped();
+    host->setAge(27);
+    host->setGender(kGenderFemale);
+    host->setUserId("user-7");
+  }
+  const auto host = makePumped();
+  EXPECT_EQ(host->properties().fendoUserDemoInfo_age(), 27);
+  EXPECT_EQ(host->properties().fendoUserDemoInfo_gender(), 1);
+  EXPECT_EQ(host->properties().fendoUserDemoInfo_userId(), "user-7");
+}
+
+TEST_F(MakeHost, PostsWhatTheAppSaysOfItsUserFromAnotherThread) {
+  const auto host = make();
+  std::promise<void> go;
+  host->perform([&go] { go.get_future().wait(); });
+  host->setAge(27);
+  host->gdprForgetMe(true);
+  EXPECT_FALSE(host->isGdprForgetMe());
+  EXPECT_EQ(host->properties().fendoUserDemoInfo_age(), -1);
+  go.set_value();
+  onMain(*host, [] {});
+  EXPECT_TRUE(host->isGdprForgetMe());
+  EXPECT_EQ(host->properties().fendoUserDemoInfo_age(), 27);
+}
+
+TEST_F(MakeHost, HasCommittedAForgetMeWishBeforeItsRequestLeaves) {
+  SilentServer server;
+  options.service_url = server.url();
+  const auto host = makePumped();
+  const auto inTheFile = [this](const char* key) {
+    testing::RecordingLog unused;
+    return SqliteStore({.place = {.folder = options.store_folder}, .read_only = true}, unused).get(key);
+  };
+  host->perform([&] {
+    host->gdprForgetMe(true);
+    // The turn goes on: the request is held back, and nothing is promised yet.
+    EXPECT_EQ(host->pending().requests, 1U);
+    EXPECT_TRUE(inTheFile("MorvikCoreUserInfo_isGDPRForgetMe").isAbsent());
+    host->afterThisTurn([&] {
+      EXPECT_EQ(inTheFile("MorvikCoreUserInfo_isGDPRForgetMe"), kit::Value(true));
+      EXPECT_EQ(inTheFile("MorvikCoreUserInfo_isGDPRForgetMeServerSynced"), kit::Value(false));
+    });
+  });
+  host->dispatch();
+  EXPECT_TRUE(server.waitForConnection());
+  EXPECT_EQ(inTheFile("MorvikCoreUserInfo_isGDPRForgetMe"), kit::Value(true));
+}
+
+TEST_F(MakeHost, KnowsAnAcceptedWishAfterARestartAndSendsItNoMore) {
+  {
+    const auto host = makePumped();
+    host->perform([&] {
+      host->properties().setMorvikCoreUserInfo_isGDPRForgetMe(true);
+      host->properties().setMorvikCoreUserInfo_isGDPRForgetMeServerSynced(true);
+    });
+    host->dispatch();
+  }
+  const auto host = makePumped();
+  host->gdprForgetMe(true);
+  EXPECT_EQ(host->pending().requests, 0U);
+  EXPECT_TRUE(log.has("MRVK_QA-[MorvikCore GDPR] already Synced And Set. Return.."));
 }
 
 TEST_F(MakeHost, LosesNothingThatManyThreadsRecordWhileTheAppComesAndGoes) {

@@ -361,7 +361,8 @@ TEST(Threads, AShutdownWithARequestInFlightIsQuickRunsNoHandlerAndKeepsTheEvents
     ASSERT_FALSE(machine.loop.open().has_value());
     machine.loop.async([&] { machine.notifications.post(kit::Notification::kApplicationDidBecomeActive); });
     ASSERT_TRUE(server.awaitConnection());
-    EXPECT_EQ(network.inFlight(), 2U) << "the batch, and the question for the configuration";
+    EXPECT_TRUE(machine.bell.waitUntil([&] { return network.inFlight() == 3U; }))
+        << "the batch, and the questions for configuration and schedule";
     machine.loop.async([&] { machine.notifications.post(kit::Notification::kApplicationDidEnterBackground); });
 
     const auto before = steady_clock::now();

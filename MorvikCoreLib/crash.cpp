@@ -1,0 +1,244 @@
+// Crash reports: built on the thread that dies, sent at the next session start.
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "services/describe.h"
+#include "services/endpoints.h"
+#include "services/guard.h"
+#include "services/text_codes.h"
+
+namespace morvik {
+namespace {
+
+using kit::lcl_vDebug;
+using kit::lcl_vError;
+using kit::lcl_vTrace;
+using kit::Value;
+
+/// A crash whose reason holds none of these is the app's own affair.
+constexpr std::array<std::string_view, 4> kWordsOfTheKit = {"mrvk", "fendo", "kesmo", "quint"};
+
+/// Only a device that was broken into has something that opens it.
+constexpr const char* kPackageManagerUrl = "cydia://package/";
+
+/// From so many bytes on an accepted upload drops no further report.
+constexpr size_t kFirstBytesBeyondBudget = 100'001;
+
+constexpr const char* kMakeOperation = "-[MorvikCoreLib makeCrashParameter:]";
+constexpr const char* kSendOperation = "-[MorvikCoreLib sendCrashInfos]";
+constexpr const char* kSendHandlerOperation = "-[MorvikCoreLib sendCrashInfos]_block_invoke";
+
+constexpr const char* kInstallDatetimeKey = "install_datetime";
+
+struct VersionedModule {
+  const char* key;
+  const char* class_name;
+};
+constexpr std::array<VersionedModule, 7> kVersionedModules = {{
+    {"kesmo_sdk_version", "KesmoOfferwallUpdateLog"},
+    {"fendo_sdk_version", "FendoUpdateLog"},
+    {"kesmo_display_ads", "KesmoDAUpdateLog"},
+    {"commerce_sdk_version", "MorvikCommerceUpdateLog"},
+    {"coupon_sdk_version", "MorvikCouponUpdateLog"},
+    {"brisel_sdk_version", "MorvikBriselUpdateLog"},
+    {"quint_sdk_version", "QuintUpdateLog"},
+}};
+
+constexpr services::Guard kMakeCrashParameterGuard{
+    services::ungated("! MRVK_QA-MorvikCoreLib makeCrashParameter exception : %@\n"),
+    services::ungated("! MRVK_QA-MorvikCoreLib makeCrashParameter exception : %@\n")};
+
+constexpr services::Guard kKeepReportGuard{
+    services::oneLine(lcl_vTrace,
+                      "MRVK_QA-[MorvikCoreLib error] Exception from startSessinAfter fail to save initial idfa  : %@]"),
+    services::oneLine(
+        lcl_vTrace, "MRVK_QA-[MorvikCoreLib error] Exception from startSessinAfter fail to save initial idfa  : %@]")};
+
+/// The search of an absent text reports its very beginning, so a crash without a reason concerns the kit.
+bool concernsTheKit(const std::optional<std::string>& reason) {
+  if (!reason)
+    return true;
+  const std::string lower = services::inLowerCase(*reason);
+  return std::any_of(kWordsOfTheKit.begin(), kWordsOfTheKit.end(),
+                     [&lower](std::string_view word) { return lower.find(word) != std::string::npos; });
+}
+
+std::string traceOf(const std::vector<std::string>& call_stack_symbols) {
+  std::string trace;
+  for (const std::string& symbol : call_stack_symbols)
+    trace += symbol + "<br>";
+  return trace;
+}
+
+}  // namespace
+
+// ------------------------------------------------------------------------------------------------------- the report
+
+/// The queue is read where it is written, in one step: see keepReport().
+void MorvikCoreLib::makeCrashParameter(const kit::UncaughtException& exception) {
+  const services::Logger logger = log().withoutWaiting();
+  services::guarded(logger, kMakeCrashParameterGuard, MORVIK_HERE(kMakeOperation), [&] {
+    if (concernsTheKit(exception.reason))
+      keepReport(logger, crashReport(exception));
+  });
+}
+
+Value MorvikCoreLib::blank(const std::optional<std::string>& text) const {
+  return util().checkNilToBlankString(text ? Value(*text) : Value());
+}
+
+Value MorvikCoreLib::moduleVersion(const char* class_name) const {
+  const kit::Module* module = kit_.modules.find(class_name);
+  if (module == nullptr)
+    return "not installed";
+  return blank(module->getSDKVersion ? module->getSDKVersion() : std::nullopt);
+}
+
+Value MorvikCoreLib::crashReport(const kit::UncaughtException& exception) const {
+  const std::string trace = traceOf(exception.call_stack_symbols);
+  std::array<Value, kVersionedModules.size()> versions;
+  for (size_t i = 0; i < versions.size(); ++i)
+    versions[i] = moduleVersion(kVersionedModules[i].class_name);
+  const kit::CrashMoment moment =
+      exception.moment ? *exception.moment : kit::CrashMoment{kit_.clock.now(), isAppinFocus_};
+  const std::string kst_time = services::koreaDateTimeText(moment.date);
+  kit::MutableDictionary report;
+  report.set("idfa", blank(util().IDFA()));
+  report.set("os_type", blank("ios"));
+  report.set("os_version", blank(services::format("i_%@", {kit_.device.systemVersion()})));
+  report.set("appkey", blank(services().appKey()));
+  report.set("app_version_name", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleShortVersionStringKey)));
+  report.set("app_version_code", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleVersionKey)));
+  report.set(kInstallDatetimeKey, blank(store().tryGetString(services::property::fendoUserInfo_install_datetime)));
+  report.set("package_name", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleIdentifierKey)));
+  report.set("common_sdk_version", blank(kit_.update_log.getSDKVersion()));
+  for (size_t i = 0; i < versions.size(); ++i)
+    report.set(kVersionedModules[i].key, versions[i]);
+  report.set("local_kst_time", blank(kst_time));
+  report.set("exception_reason", blank(exception.reason));
+  report.set("exception_log_trace", blank(trace));
+  report.set("device_information", deviceInformation(moment.app_in_focus));
+  return Value(std::move(report));
+}
+
+Value MorvikCoreLib::deviceInformation(bool app_in_focus) const {
+  const Value free_disk = util().freeDiskSpace();
+  return kit::Dictionary{
+      {"app_in_focus", app_in_focus},
+      {"root_device", kit_.device.canOpenURL(kit::Url(kPackageManagerUrl))},
+      {"device_model", blank(util().platformString())},
+      {"free_device_storage", free_disk.isAbsent() ? Value("") : free_disk},
+      {"free_memory", util().memoryFormatter(util().getFreeRam())},
+  };
+}
+
+void MorvikCoreLib::keepReport(const services::Logger& logger, const Value& report) {
+  services::guarded(logger, kKeepReportGuard, MORVIK_HERE(kMakeOperation), [&] {
+    if (store().tryAppendAndSynchronize(services::property::MorvikCoreUserInfo_Crash, report))
+      return;
+    if (const auto error = kit_.report_shelf.append(report))
+      throw kit::Exception{"MorvikCrashReportLostException", error->message, {}};
+  });
+}
+
+// --------------------------------------------------------------------------------------------------------- the shelf
+
+/// Takes the reports from the shelf that found the store in use. They leave it only once the store keeps them.
+void MorvikCoreLib::takeInShelvedReports() {
+  const kit::Array reports = kit_.report_shelf.reports();
+  if (reports.empty() || queueReports(reports))
+    kit_.report_shelf.clear();
+}
+
+/// Leaves out what the queue holds already: a start that died before it could clear the shelf put it there. A report
+/// that could not read the install's time, the store being in use, is given it. Answers whether all is kept.
+bool MorvikCoreLib::queueReports(const kit::Array& reports) {
+  const std::string install_datetime = store().fendoUserInfo_install_datetime().value_or("");
+  const Value before = store().inOneStep([&] {
+    const Value queue = store().MorvikCoreUserInfo_Crash();
+    const kit::Array queued = queue.array();
+    kit::MutableArray next(queue);
+    for (const Value& report : reports) {
+      kit::MutableDictionary completed(report);
+      if (report[kInstallDatetimeKey].string().empty())
+        completed.set(kInstallDatetimeKey, install_datetime);
+      const Value record(std::move(completed));
+      if (std::find(queued.begin(), queued.end(), record) == queued.end())
+        next.append(record);
+    }
+    store().setMorvikCoreUserInfo_Crash(Value(std::move(next)));
+    return queue;
+  });
+  if (store().synchronize())
+    return true;
+  store().inOneStep([&] { store().setMorvikCoreUserInfo_Crash(before); });
+  return false;
+}
+
+// -------------------------------------------------------------------------------------------------------- the upload
+
+/// The budget decides what is dropped once the service has it; what is sent is always the whole queue.
+void MorvikCoreLib::sendCrashInfos() {
+  if (services().isGDPRForgetMe() || util().getNetworkStatus() == kit::kNetworkUnknown)
+    return;
+  MORVIK_LOG(log(), lcl_vDebug, kSendOperation, "MRVK_QA-sendCrashInfos parameterInfo : %@",
+             store().MorvikCoreUserInfo_Crash());
+  const Value remaining = remainingCrashInfos();
+  auto request = services::jsonPostRequest(kit_.endpoints.kCrashReportBaseLiveUrl, services::kCrashReportPath,
+                                           store().MorvikCoreUserInfo_Crash());
+  services::run(
+      requestTools(), std::move(request),
+      [self = shared_from_this(), remaining](const Value& json) { self->crashUploadDidSucceed(json, remaining); },
+      [logger = log()](const std::optional<kit::Response>& response, const kit::Error& error) {
+        MORVIK_LOG(logger, lcl_vError, kSendHandlerOperation, "MRVK_QA-Recieved an HTTP %ld",
+                   services::statusCode(response));
+        MORVIK_LOG(logger, lcl_vError, kSendHandlerOperation, "MRVK_QA-The error was: %@", error);
+      });
+}
+
+/// The queue without the reports that the budget counts; equal reports go together. Absent where it is absent.
+Value MorvikCoreLib::remainingCrashInfos() const {
+  const Value queue = store().MorvikCoreUserInfo_Crash();
+  if (queue.isAbsent())
+    return queue;
+  kit::MutableArray remaining(queue);
+  size_t bytes = 0;
+  const kit::Array reports = queue.array();
+  for (const Value& report : reports) {
+    remaining.removeAllEqualTo(report);
+    bytes += services::describe(report).size();
+    if (bytes >= kFirstBytesBeyondBudget) {
+      MORVIK_LOG(log(), lcl_vDebug, kSendOperation,
+                 "MRVK_QA-overflow of limited stringByte, so the remanent crash infos not gonna send to server in this "
+                 "time");
+      break;
+    }
+  }
+  return Value(std::move(remaining));
+}
+
+void MorvikCoreLib::crashUploadDidSucceed(const Value& json, const Value& remaining) {
+  MORVIK_LOG(log(), lcl_vTrace, kSendHandlerOperation, "MRVK_QA-[MorvikCoreLib] sendCrashInfos result  : %@]", json);
+  if (util().checkIntegerNilToZero(json["code"]) != 0)
+    return;
+  store().inOneStep([&] { store().setMorvikCoreUserInfo_Crash(remaining); });
+  store().synchronize();
+  if (remaining.size() > 0)
+    sendCrashInfos();
+}
+
+// ------------------------------------------------------------------------------------------------------------ threads
+
+std::string MorvikCoreLib::getPrettyCurrentThreadDescription(const kit::Threads& threads) {
+  const std::string description = threads.currentThreadDescription();
+  const size_t open = description.find('{');
+  if (open == std::string::npos)
+    return description;
+  const std::string_view second = std::string_view(description).substr(open + 1);
+  return std::string(second.substr(0, second.find_first_of("{}")));
+}
+
+}  // namespace morvik

@@ -1,0 +1,153 @@
+// The user's wish to be forgotten, and its withdrawal.
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "services/endpoints.h"
+#include "services/guard.h"
+#include "services/text_codes.h"
+#include "services/uuid.h"
+#include "services/value_key_pairs.h"
+
+namespace morvik {
+namespace {
+
+using kit::lcl_vDebug;
+using kit::lcl_vError;
+using kit::lcl_vTrace;
+using kit::lcl_vWarning;
+using kit::Value;
+
+/// The module that receives remote notifications.
+constexpr const char* kPushModule = "QuintPush";
+
+/// Names the request's extension for the erasure service.
+constexpr const char* kErasureDomainName = "erasure.morvik.example";
+
+constexpr const char* kOperation = "-[MorvikCoreLib gdprForgetMe:]";
+constexpr const char* kHandlerOperation = "-[MorvikCoreLib gdprForgetMe:]_block_invoke";
+
+constexpr services::Guard kMakeGdprParameterGuard{
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from makeConversionParameter!"
+                    "\n                          exceptionName: %@"
+                    "\n                          reason: %@"
+                    "\n                          exceptionInfo: %@"),
+    services::block("MRVK_QA-[MorvikCoreLib error] Exception from makeConversionParameter!"
+                    "\n                          exception print: %@")};
+
+Value orAbsent(const std::optional<std::string>& text) {
+  return text ? Value(*text) : Value();
+}
+
+bool isSuccess(const std::optional<kit::Response>& response) {
+  return response && response->status_code >= 200 && response->status_code <= 299;
+}
+
+}  // namespace
+
+bool MorvikCoreLib::isGdprForgetMe() const {
+  return services().isGDPRForgetMe();
+}
+
+void MorvikCoreLib::gdprForgetMe(bool forget_me) {
+  if (store().MorvikCoreUserInfo_isGDPRForgetMe() == forget_me &&
+      store().MorvikCoreUserInfo_isGDPRForgetMeServerSynced()) {
+    MORVIK_LOG(log(), lcl_vWarning, kOperation, "MRVK_QA-[MorvikCore GDPR] already Synced And Set. Return..");
+    return;
+  }
+  setForgetMe(forget_me);
+  if (util().getNetworkStatus() == kit::kNetworkUnknown)
+    return;
+  const kit::Module* push = kit_.modules.find(kPushModule);
+  if (push != nullptr && push->setRemotePushEnable)
+    push->setRemotePushEnable(!forget_me);
+  sendErasureRequest();
+}
+
+/// The one request that passes the gate of the user's wish.
+void MorvikCoreLib::sendErasureRequest() {
+  auto request = services::postRequest(kit_.endpoints.kGdprReqUrl, services::kGdprReqUrlPath, Value(),
+                                       services::AcceptEncoding::kUnset);
+  auto body = kit_.json.writePretty(makeGdprParameter(ErasureForm::kPlain));
+  // What has no body is not sent: an answer to it would count as the wish's.
+  if (const auto* error = std::get_if<kit::Error>(&body)) {
+    erasureDidFail(std::nullopt, *error);
+    return;
+  }
+  request.setValue("application/json", "Accept-Encoding");
+  request.setValue("application/json", "Content-Type");
+  request.setHTTPBody(std::get<std::string>(std::move(body)));
+  MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-[MorvikCore GDPR] URL.absoluteString : %@",
+             request.absoluteString());
+  const auto self = shared_from_this();
+  auto operation = services::MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequestIgnoreGDPR(
+      requestTools(), std::move(request),
+      [self](const kit::Request&, const kit::Response& response, const Value& json) {
+        self->erasureDidAnswer(response, json);
+      },
+      [self](const kit::Request&, const std::optional<kit::Response>& response, const kit::Error& error, const Value&) {
+        self->erasureDidFail(response, error);
+      });
+  setForgetMeSynced(false);
+  operation.start();
+}
+
+Value MorvikCoreLib::makeGdprParameter(ErasureForm form) {
+  static constexpr const char* kMakeOperation = "-[MorvikCoreLib makeGdprParameter:]";
+  Value made;
+  services::guarded(log(), kMakeGdprParameterGuard, MORVIK_HERE(kMakeOperation), [&] {
+    const std::string request_id = services::inCapitals(services::makeRandomUuid(kit_.random));
+    const kit::Date server_now = kit_.clock.now().shiftedBySeconds(services().intervalSinceServerDate());
+    kit::MutableDictionary body =
+        services::untilAbsent({{"subject_request_id", request_id},
+                               {"subject_request_type", "erasure"},
+                               {"submitted_time", orAbsent(util().getUTCFormateDateISO(server_now))},
+                               {"api_version", "1.0"},
+                               {"status_callback_urls", ""}});
+    made = Value(kit::MutableDictionary(body));
+    const Value identity(services::untilAbsent({{"identity_type", "ios_advertising_id"},
+                                                {"identity_value", orAbsent(util().IDFA())},
+                                                {"identity_format", "raw"}}));
+    body.set("subject_identities", kit::Array{identity});
+    made = Value(kit::MutableDictionary(body));
+    const Value extension(services::untilAbsent({{"appkey", services().appKey()}, {"type", "classic"}}));
+    body.set("extensions", kit::Dictionary{{kErasureDomainName, extension}});
+    made = Value(std::move(body));
+    if (form == ErasureForm::kSealed)
+      made = sealedWithHashKey(made);
+    else
+      MORVIK_LOG(log(), lcl_vTrace, kMakeOperation, "MRVK_QA-[MorvikCore GDPR] made jsonDict %@", made);
+  });
+  return made;
+}
+
+/// An accepted request marks the user as forgotten, whichever wish it carried: an accepted withdrawal does so too.
+void MorvikCoreLib::erasureDidAnswer(const std::optional<kit::Response>& response, const Value& json) {
+  failedGDPRCnt_ = 0;
+  MORVIK_LOG(log(), lcl_vDebug, kHandlerOperation, "MRVK_QA-[MorvikCore GDPR] %@", json);
+  if (!isSuccess(response)) {
+    setForgetMeSynced(false);
+    return;
+  }
+  MORVIK_LOG(log(), lcl_vTrace, kHandlerOperation, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP %ld",
+             services::statusCode(response));
+  setForgetMe(true);
+  setForgetMeSynced(true);
+}
+
+void MorvikCoreLib::erasureDidFail(const std::optional<kit::Response>& response, const kit::Error& error) {
+  MORVIK_LOG(log(), lcl_vError, kHandlerOperation, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP %ld",
+             services::statusCode(response));
+  MORVIK_LOG(log(), lcl_vError, kHandlerOperation, "MRVK_QA-[MorvikCore GDPR] The error was: %@", error);
+  setForgetMeSynced(false);
+}
+
+void MorvikCoreLib::setForgetMe(bool forget_me) {
+  store().setMorvikCoreUserInfo_isGDPRForgetMe(forget_me);
+  services().setIsGDPRForgetMe(forget_me);
+}
+
+void MorvikCoreLib::setForgetMeSynced(bool synced) {
+  store().setMorvikCoreUserInfo_isGDPRForgetMeServerSynced(synced);
+  services().setIsGDPRForgetMeServerSynced(synced);
+}
+
+}  // namespace morvik
