@@ -107,6 +107,15 @@ def received(request):
         return text + (f", {numbered(impressions, 'impression')}" if impressions else "")
     if request["endpoint"] == "commerce-conversion":
         return f"{what}: {numbered(len(payload), 'click')} ({', '.join(click['clickId'] for click in payload)})"
+    if request["endpoint"] == "schedule":
+        return f"{what}: checksum {payload['checksum']}"
+    if request["endpoint"] == "demographics":
+        known = ", ".join(f"{demo['demo_key']} {demo['demo_value']}" for demo in payload.get("user_demo_info", []))
+        return f"{what}: {known or 'nothing'}"
+    if request["endpoint"] == "crash":
+        return f"{what}: {numbered(len(payload), 'report')} ({', '.join(each['exception_reason'] for each in payload)})"
+    if request["endpoint"] == "erasure":
+        return f"{what}: {payload['subject_request_id']}"
     if "deeplink_info" in payload:
         link = payload["deeplink_info"]
         return f"{what}: campaign {link['conversion_key']}, {link['deeplink_uri']}"
@@ -140,6 +149,8 @@ def said(answer):
         return f", user {data['user_no']}, campaign {data['referralKey']}"
     if "conversion_result" in data:
         return f", re-engaged by campaign {data['conversion_result']['conversion_key']}"
+    if "CheckSum" in data:
+        return f", schedule {data['CheckSum'][:8]}"
     if "commerce" in answer:
         return f", premium postback {answer['commerce']['premium_postback']}"
     return ""
