@@ -14,6 +14,7 @@
 #include "bench/support/ratios.h"
 #include "host/store/sqlite_store.h"
 #include "services/endpoints.h"
+#include "testing/kit_with.h"
 #include "testing/world.h"
 
 namespace morvik::bench {
@@ -26,34 +27,10 @@ constexpr double kMaxRatio = 15;
 constexpr int64_t kRaisedCount = 1;
 constexpr int64_t kLastCount = 6;
 
-kit::Kit onStore(const kit::Kit& kit, kit::KeyValueStore& store, kit::HouseLock& lock,
-                 kit::MorvikCoreServicesLib& services) {
-  return {.clock = kit.clock,
-          .calendar = kit.calendar,
-          .main_queue = kit.main_queue,
-          .background_queue = kit.background_queue,
-          .background_tasks = kit.background_tasks,
-          .notifications = kit.notifications,
-          .key_value_store = store,
-          .house_lock = lock,
-          .transport = kit.transport,
-          .json = kit.json,
-          .device = kit.device,
-          .ad_client = nullptr,
-          .modules = kit.modules,
-          .log_sink = kit.log_sink,
-          .endpoints = kit.endpoints,
-          .shared_state = kit.shared_state,
-          .services = services,
-          .util = kit.util,
-          .facade = kit.facade,
-          .update_log = kit.update_log,
-          .make_config = kit.make_config};
-}
-
 testing::WorldOptions quiet() {
   testing::WorldOptions options;
   options.launched = false;
+  options.has_ad_client = false;
   options.log_level = kit::lcl_vOff;
   return options;
 }
@@ -107,7 +84,8 @@ class ClickedDevice {
   kit::HouseLock lock_;
   services::MorvikGVUserDefaults properties_{store_, lock_};
   testing::FakeServices services_{properties_, {world_.cipher, world_.compressor, world_.random}};
-  const kit::Kit kit_ = onStore(world_.kit(), store_, lock_, services_);
+  const kit::Kit kit_ =
+      testing::kitWith(world_.kit(), {.key_value_store = &store_, .house_lock = &lock_, .services = &services_});
   std::shared_ptr<MorvikCoreLib> core_;
 };
 

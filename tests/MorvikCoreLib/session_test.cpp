@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "services/endpoints.h"
+#include "testing/kit_with.h"
 #include "tests/MorvikCoreLib/clicks.h"
 #include "tests/MorvikCoreLib/records.h"
 
@@ -631,40 +632,9 @@ class ObservedTasks final : public kit::BackgroundTasks {
   kit::BackgroundTasks& tasks_;
 };
 
-kit::Kit withTasks(const kit::Kit& kit, kit::BackgroundTasks& tasks) {
-  return {.clock = kit.clock,
-          .calendar = kit.calendar,
-          .main_queue = kit.main_queue,
-          .background_queue = kit.background_queue,
-          .background_tasks = tasks,
-          .notifications = kit.notifications,
-          .key_value_store = kit.key_value_store,
-          .house_lock = kit.house_lock,
-          .transport = kit.transport,
-          .json = kit.json,
-          .cipher = kit.cipher,
-          .compressor = kit.compressor,
-          .random = kit.random,
-          .device = kit.device,
-          .bundle = kit.bundle,
-          .threads = kit.threads,
-          .report_shelf = kit.report_shelf,
-          .ad_client = kit.ad_client,
-          .modules = kit.modules,
-          .log_sink = kit.log_sink,
-          .endpoints = kit.endpoints,
-          .shared_state = kit.shared_state,
-          .services = kit.services,
-          .util = kit.util,
-          .puid = kit.puid,
-          .facade = kit.facade,
-          .update_log = kit.update_log,
-          .make_config = kit.make_config};
-}
-
 TEST_F(Session, BackgroundTimeThatBeginsWhileAnotherIsGivenBackIsNotForgotten) {
   ObservedTasks tasks(world.loop.backgroundTasks());
-  const kit::Kit kit = withTasks(world.kit(), tasks);
+  const kit::Kit kit = testing::kitWith(world.kit(), {.background_tasks = &tasks});
   const auto core = MorvikCoreLib::make(kit);
   world.loop.perform([&] {
     core->enterBackground();

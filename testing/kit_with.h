@@ -1,0 +1,19 @@
+// A kit with parts of one's own in it.
+#pragma once
+
+#include "kit/kit.h"
+
+namespace morvik::testing {
+
+/// Parts to put in place of a kit's; null: the kit's own stays. They outlive the kit.
+struct OwnParts {
+  kit::BackgroundTasks* background_tasks = nullptr;
+  kit::KeyValueStore* key_value_store = nullptr;
+  kit::HouseLock* house_lock = nullptr;
+  kit::MorvikCoreServicesLib* services = nullptr;
+};
+
+/// A copy of `kit` with these parts. A kit holds references, which cannot be changed once it is made.
+kit::Kit kitWith(const kit::Kit& kit, const OwnParts& own);
+
+}  // namespace morvik::testing
