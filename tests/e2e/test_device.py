@@ -263,7 +263,7 @@ class OpenedUrls(DeviceTest):
                          {"fendoUserInfo_reengagement_conversion_key": 12})
 
     def test_without_the_module_a_campaign_url_is_sent_all_the_same(self):
-        device = self.attributed("--module", "Fendo")
+        device = self.attributed("--module", "FendoLib2")
         self.do(device, "open-url shop://x?ck=12", "settle")
         self.assertEqual(len(self.requests("reengagement-conversion")), 1)
         self.assertEqual(self.told(device), [])
