@@ -9,6 +9,7 @@ if(MORVIK_BUILD_HOST OR MORVIK_BUILD_APPS)
   find_package(ZLIB REQUIRED)
   find_package(simdjson 3 REQUIRED)
   pkg_check_modules(UV REQUIRED IMPORTED_TARGET libuv>=1.44)
+  pkg_check_modules(DW REQUIRED IMPORTED_TARGET libdw>=0.180)
   set(MORVIK_HOST_LIBRARIES
       CURL::libcurl
       OpenSSL::SSL
@@ -17,6 +18,7 @@ if(MORVIK_BUILD_HOST OR MORVIK_BUILD_APPS)
       ZLIB::ZLIB
       simdjson::simdjson
       PkgConfig::UV
+      PkgConfig::DW
       Threads::Threads)
 endif()
 

@@ -1,0 +1,164 @@
+#include "host/crash/crash_hook.h"
+
+#include <cxxabi.h>
+#include <execinfo.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <thread>
+#include <utility>
+
+#include "host/crash/crash_record.h"
+#include "host/crash/fatal_signals.h"
+#include "host/crash/frame_names.h"
+#include "services/guard.h"
+
+namespace morvik::host {
+namespace {
+
+constexpr auto kReportPoll = std::chrono::milliseconds(1);
+constexpr auto kMaxReportTime = std::chrono::milliseconds(2000);
+
+constexpr const char* kOurCrash = "mrvk ";
+constexpr const char* kNoException = "terminated without an exception";
+
+std::vector<std::string> textsOf(const std::vector<NamedFrame>& frames) {
+  std::vector<std::string> texts;
+  texts.reserve(frames.size());
+  for (const NamedFrame& frame : frames)
+    texts.push_back(frame.text);
+  return texts;
+}
+
+std::vector<std::string> callStackSymbols() {
+  std::array<void*, kMaxCrashFrames> addresses{};
+  const int count = ::backtrace(addresses.data(), static_cast<int>(addresses.size()));
+  std::vector<uint64_t> frames;
+  for (int i = 0; i < count; ++i)
+    frames.push_back(reinterpret_cast<uint64_t>(addresses[static_cast<size_t>(i)]));
+  return textsOf(namedFrames(loadedModules(), frames));
+}
+
+std::string nameOfCurrentException() {
+  const std::type_info* const type = abi::__cxa_current_exception_type();
+  if (type == nullptr)
+    return "";
+  int status = 0;
+  const std::unique_ptr<char, void (*)(void*)> plain(abi::__cxa_demangle(type->name(), nullptr, nullptr, &status),
+                                                     std::free);
+  return status == 0 ? plain.get() : type->name();
+}
+
+/// "std::runtime_error: the text", or the type alone where there is no text.
+std::string reasonOfCurrentException() {
+  if (std::current_exception() == nullptr)
+    return kNoException;
+  try {
+    throw;
+  } catch (...) {
+    const std::string name = nameOfCurrentException();
+    const std::string text = services::caughtText();
+    return text == name || text.empty() ? name : name + ": " + text;
+  }
+}
+
+}  // namespace
+
+struct CrashHook::State {
+  CrashHookParts parts;
+  int record_file = -1;
+  std::unique_ptr<FatalSignals> signals;
+  std::terminate_handler previous = nullptr;
+  std::atomic<bool> is_reporting{false};
+  std::atomic<bool> is_reported{false};
+  std::atomic<std::thread::id> reporter{};
+
+  static std::atomic<State*> current;
+
+  void report() noexcept {
+    try {
+      parts.report({reasonOfCurrentException(), callStackSymbols(), std::nullopt});
+    } catch (...) {
+      // The process is going; there is nobody to tell.
+    }
+  }
+};
+
+std::atomic<CrashHook::State*> CrashHook::State::current{nullptr};
+
+std::variant<std::unique_ptr<CrashHook>, kit::Error> CrashHook::install(CrashHookParts parts) {
+  auto state = std::make_unique<State>();
+  state->parts = std::move(parts);
+  State* none = nullptr;
+  if (!State::current.compare_exchange_strong(none, state.get()))
+    return kit::Error{"another kit of this process reports crashes already"};
+  const auto modules = loadedModules();
+  auto prepared = prepareCrashRecord(state->parts.record_path, modules);
+  if (auto* error = std::get_if<kit::Error>(&prepared)) {
+    State::current = nullptr;
+    return std::move(*error);
+  }
+  state->record_file = std::get<int>(prepared);
+  state->signals = std::make_unique<FatalSignals>(
+      FatalSignalParts{state->record_file, state->parts.is_app_in_focus, state->parts.context}, modules);
+  // The unwinder is loaded at its first use; a crash is no time for that.
+  std::array<void*, 1> first{};
+  static_cast<void>(::backtrace(first.data(), 1));
+  state->previous = std::set_terminate(onTerminate);
+  return std::unique_ptr<CrashHook>(new CrashHook(std::move(state)));
+}
+
+CrashHook::CrashHook(std::unique_ptr<State> state) : state_(std::move(state)) {}
+
+CrashHook::~CrashHook() {
+  if (std::get_terminate() == onTerminate)
+    std::set_terminate(state_->previous);
+  state_->signals.reset();
+  State::current = nullptr;
+  ::close(state_->record_file);
+  std::remove(state_->parts.record_path.c_str());
+}
+
+void CrashHook::onTerminate() {
+  State* const state = State::current.load();
+  std::terminate_handler next = nullptr;
+  if (state != nullptr) {
+    next = state->previous;
+    if (!state->is_reporting.exchange(true)) {
+      state->reporter = std::this_thread::get_id();
+      state->signals->leaveAlone();
+      state->report();
+      state->is_reported = true;
+    } else if (state->reporter != std::this_thread::get_id()) {
+      // The first exception of another thread is being reported; the end of the process has to wait for it.
+      for (auto waited = kReportPoll; !state->is_reported && waited < kMaxReportTime; waited += kReportPoll)
+        std::this_thread::sleep_for(kReportPoll);
+    }
+  }
+  if (next != nullptr)
+    next();
+  std::abort();
+}
+
+std::variant<std::optional<kit::UncaughtException>, kit::Error> crashOfEarlierProcess(const std::string& record_path) {
+  auto read = readCrashRecord(record_path);
+  if (auto* error = std::get_if<kit::Error>(&read))
+    return std::move(*error);
+  const auto& file = std::get<std::optional<CrashRecordFile>>(read);
+  if (!file || !file->record)
+    return std::optional<kit::UncaughtException>();
+  const SignalRecord& record = *file->record;
+  const auto frames = namedFrames(file->modules, {record.frames, record.frames + record.frame_count});
+  kit::UncaughtException crash;
+  crash.reason = (holdsFrameOfOurs(frames) ? kOurCrash : "") + signalName(record.signal);
+  crash.call_stack_symbols = textsOf(frames);
+  crash.moment = kit::CrashMoment{kit::Date{record.time_microseconds}, record.app_in_focus != 0};
+  return std::optional<kit::UncaughtException>(std::move(crash));
+}
+
+}  // namespace morvik::host

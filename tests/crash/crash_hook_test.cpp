@@ -1,0 +1,358 @@
+// Processes that die for real: each test forks a child that crashes, and reads what it left.
+//
+// The tests stand outside the kit's namespace on purpose: a function of the kit on the stack is what they tell apart.
+#include "host/crash/crash_hook.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <thread>
+
+#include "host/crash/crash_record.h"
+#include "host/crash/fatal_signals.h"
+#include "tests/support/scratch_folder.h"
+
+namespace morvik::crashing {
+
+[[gnu::noinline]] void perform(void (*act)()) {
+  act();
+  asm volatile("");  // so that the call is no jump
+}
+
+}  // namespace morvik::crashing
+
+namespace stranger {
+
+using ::testing::Contains;
+using ::testing::ExitedWithCode;
+using ::testing::HasSubstr;
+using ::testing::KilledBySignal;
+using ::testing::Not;
+namespace host = morvik::host;
+namespace kit = morvik::kit;
+
+[[gnu::noinline]] void perform(void (*act)()) {
+  act();
+  asm volatile("");
+}
+
+void readNothing() {
+  static int* volatile nothing = nullptr;
+  *nothing = 1;
+}
+void divideByZero() {
+  static volatile int number = 100;
+  static volatile int zero = 0;
+  number = number / zero;
+}
+void runNoInstruction() {
+  __builtin_trap();
+}
+void readBeyondTheFile() {
+  char name[] = "/tmp/morvik-crash-XXXXXX";
+  const int file = ::mkstemp(name);
+  ::unlink(name);
+  void* const mapped = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  *static_cast<volatile char*>(mapped) = 1;
+}
+void giveUp() {
+  std::abort();
+}
+
+struct Fatal {
+  int signal;
+  void (*act)();
+};
+constexpr Fatal kFatal[] = {{SIGSEGV, readNothing},
+                            {SIGABRT, giveUp},
+                            {SIGBUS, readBeyondTheFile},
+                            {SIGFPE, divideByZero},
+                            {SIGILL, runNoInstruction}};
+
+class Crash : public ::testing::Test {
+ protected:
+  std::string recordPath() const { return folder_ / "record"; }
+  std::string reportPath() const { return folder_ / "report"; }
+
+  host::CrashHookParts parts(const bool* in_focus = nullptr) const {
+    host::CrashHookParts parts;
+    parts.record_path = recordPath();
+    parts.report = [path = reportPath()](const kit::UncaughtException& exception) {
+      std::ofstream file(path, std::ios::app);
+      file << "report: " << exception.reason.value_or("(none)") << '\n';
+      for (const std::string& symbol : exception.call_stack_symbols)
+        file << symbol << '\n';
+    };
+    parts.is_app_in_focus = [](const void* flag) { return flag != nullptr && *static_cast<const bool*>(flag); };
+    parts.context = in_focus;
+    return parts;
+  }
+
+  std::unique_ptr<host::CrashHook> install(const bool* in_focus = nullptr) const {
+    auto installed = host::CrashHook::install(parts(in_focus));
+    if (const auto* error = std::get_if<kit::Error>(&installed)) {
+      ADD_FAILURE() << error->message;
+      return nullptr;
+    }
+    return std::move(std::get<std::unique_ptr<host::CrashHook>>(installed));
+  }
+
+  std::optional<kit::UncaughtException> crash() const {
+    auto found = host::crashOfEarlierProcess(recordPath());
+    if (const auto* error = std::get_if<kit::Error>(&found)) {
+      ADD_FAILURE() << error->message;
+      return std::nullopt;
+    }
+    return std::get<std::optional<kit::UncaughtException>>(found);
+  }
+
+  std::string report() const {
+    std::ifstream file(reportPath());
+    return {(std::istreambuf_iterator<char>(file)), {}};
+  }
+
+ private:
+  const morvik::test::ScratchFolder scratch_;
+  const std::filesystem::path folder_ = scratch_.path();
+};
+
+using CrashDeathTest = Crash;
+
+TEST_F(CrashDeathTest, EachSignalInTheKitsCodeLeavesARecordThatConcernsIt) {
+  for (const Fatal& fatal : kFatal) {
+    EXPECT_EXIT(
+        {
+          const auto hook = install();
+          morvik::crashing::perform(fatal.act);
+        },
+        KilledBySignal(fatal.signal), "");
+    const auto found = crash();
+    ASSERT_TRUE(found) << host::signalName(fatal.signal);
+    EXPECT_EQ(found->reason, "mrvk " + host::signalName(fatal.signal));
+    EXPECT_THAT(found->call_stack_symbols, Contains(HasSubstr("morvik::crashing::perform(void (*)()) + ")));
+  }
+}
+
+TEST_F(CrashDeathTest, EachSignalElsewhereHasItsPlainName) {
+  for (const Fatal& fatal : kFatal) {
+    EXPECT_EXIT(
+        {
+          const auto hook = install();
+          perform(fatal.act);
+        },
+        KilledBySignal(fatal.signal), "");
+    const auto found = crash();
+    ASSERT_TRUE(found) << host::signalName(fatal.signal);
+    EXPECT_EQ(found->reason, host::signalName(fatal.signal));
+    EXPECT_THAT(found->call_stack_symbols, Contains(HasSubstr("stranger::perform(void (*)()) + ")));
+  }
+}
+
+TEST_F(CrashDeathTest, TheRecordTellsWhenAndWhetherTheAppWasInFront) {
+  for (const bool in_focus : {true, false}) {
+    const auto before = std::chrono::system_clock::now().time_since_epoch();
+    EXPECT_EXIT(
+        {
+          const auto hook = install(&in_focus);
+          giveUp();
+        },
+        KilledBySignal(SIGABRT), "");
+    const auto after = std::chrono::system_clock::now().time_since_epoch();
+    const auto found = crash();
+    ASSERT_TRUE(found && found->moment);
+    EXPECT_EQ(found->moment->app_in_focus, in_focus);
+    EXPECT_GE(found->moment->date.microseconds, std::chrono::duration_cast<std::chrono::microseconds>(before).count());
+    EXPECT_LE(found->moment->date.microseconds, std::chrono::duration_cast<std::chrono::microseconds>(after).count());
+  }
+}
+
+TEST_F(CrashDeathTest, AStackThatOverflowsIsRecorded) {
+  struct Deep {
+    static int sink(int depth) {
+      volatile char room[4096] = {};
+      room[0] = static_cast<char>(depth);
+      return depth < 0 ? 0 : sink(depth + 1) + room[0];
+    }
+  };
+  EXPECT_EXIT(
+      {
+        const auto hook = install();
+        std::_Exit(Deep::sink(0));
+      },
+      KilledBySignal(SIGSEGV), "");
+  const auto found = crash();
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->reason, "SIGSEGV");
+  EXPECT_EQ(found->call_stack_symbols.size(), host::kMaxCrashFrames);
+}
+
+TEST_F(CrashDeathTest, ASignalThatWasSentKillsAfterItsRecord) {
+  EXPECT_EXIT(
+      {
+        const auto hook = install();
+        ::raise(SIGBUS);
+        std::_Exit(0);
+      },
+      KilledBySignal(SIGBUS), "");
+  ASSERT_TRUE(crash());
+  EXPECT_EQ(crash()->reason, "SIGBUS");
+}
+
+TEST_F(CrashDeathTest, TheHandlerThatWasThereBeforeComesAfterwards) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGFPE, [](int) { ::_exit(7); });
+        const auto hook = install();
+        divideByZero();
+      },
+      ExitedWithCode(7), "");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGFPE");
+}
+
+TEST_F(CrashDeathTest, ASignalThatTheHandlerBeforeMendsIsNoCrash) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGABRT, [](int) {});
+        const auto hook = install();
+        ::raise(SIGABRT);  // nothing comes of it
+        perform(readNothing);
+      },
+      KilledBySignal(SIGSEGV), "");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGSEGV") << "the first one is not in the record";
+}
+
+TEST_F(CrashDeathTest, TwoHandlersThatPassASignalToEachOtherEnd) {
+  EXPECT_EXIT(
+      {
+        auto hook = install();
+        // Somebody who came later keeps our handler as the one before its own.
+        static struct sigaction ours;
+        struct sigaction later {};
+        later.sa_sigaction = [](int signal, siginfo_t* info, void* context) {
+          ours.sa_sigaction(signal, info, context);
+        };
+        later.sa_flags = SA_SIGINFO | SA_NODEFER;
+        ::sigaction(SIGSEGV, &later, &ours);
+        hook.reset();
+        hook = install();
+        readNothing();
+      },
+      KilledBySignal(SIGSEGV), "");
+}
+
+TEST_F(CrashDeathTest, AnUncaughtExceptionIsOneReportWithTypeTextAndStack) {
+  EXPECT_EXIT(
+      {
+        const auto hook = install();
+        std::thread([] { perform([] { throw std::runtime_error("fendo broke"); }); }).join();
+      },
+      KilledBySignal(SIGABRT), "");
+  EXPECT_THAT(report(), HasSubstr("report: std::runtime_error: fendo broke\n"));
+  EXPECT_THAT(report(), HasSubstr("stranger::perform(void (*)()) + "));
+  EXPECT_FALSE(crash()) << "the abort that follows is no second crash";
+}
+
+TEST_F(CrashDeathTest, WhateverIsThrownHasAReason) {
+  const auto thrown = [this](void (*act)()) {
+    std::remove(reportPath().c_str());
+    EXPECT_EXIT(
+        {
+          const auto hook = install();
+          std::thread(act).join();
+        },
+        KilledBySignal(SIGABRT), "");
+    return report().substr(0, report().find('\n'));
+  };
+  EXPECT_EQ(thrown([] {
+              throw kit::Exception{"ShopException", "quint is shut", {}};
+            }),
+            "report: morvik::kit::Exception: quint is shut");
+  EXPECT_EQ(thrown([] { throw 7; }), "report: int");
+  EXPECT_EQ(thrown([] { std::terminate(); }), "report: terminated without an exception");
+}
+
+TEST_F(CrashDeathTest, TheTerminateHandlerThatWasThereBeforeComesAfterwards) {
+  EXPECT_EXIT(
+      {
+        std::set_terminate([] { ::_exit(9); });
+        const auto hook = install();
+        std::thread([] { throw 7; }).join();
+      },
+      ExitedWithCode(9), "");
+  EXPECT_EQ(report().substr(0, 12), "report: int\n");
+}
+
+TEST_F(CrashDeathTest, AReportThatThrowsDoesNotKeepTheProcess) {
+  EXPECT_EXIT(
+      {
+        host::CrashHookParts throwing = parts();
+        throwing.report = [](const kit::UncaughtException&) { throw std::runtime_error("no room"); };
+        const auto hook = host::CrashHook::install(std::move(throwing));
+        std::thread([] { throw 7; }).join();
+      },
+      KilledBySignal(SIGABRT), "");
+}
+
+TEST_F(CrashDeathTest, AForkedChildLeavesNoRecord) {
+  EXPECT_EXIT(
+      {
+        const auto hook = install();
+        if (const pid_t child = ::fork(); child == 0) {
+          readNothing();
+        } else {
+          int status = 0;
+          ::waitpid(child, &status, 0);
+          std::_Exit(WIFSIGNALED(status) ? WTERMSIG(status) : 0);
+        }
+      },
+      ExitedWithCode(SIGSEGV), "");
+  EXPECT_FALSE(crash());
+}
+
+TEST_F(Crash, TheHookIsOneAtATimeAndGivesEverythingBack) {
+  std::vector<struct sigaction> before;
+  for (const int signal : host::fatalSignals()) {
+    struct sigaction action {};
+    ::sigaction(signal, nullptr, &action);
+    before.push_back(action);
+  }
+  const auto terminate_before = std::get_terminate();
+  auto hook = install();
+  ASSERT_NE(hook, nullptr);
+  EXPECT_NE(std::get_terminate(), terminate_before);
+  auto second = host::CrashHook::install(parts());
+  ASSERT_TRUE(std::holds_alternative<kit::Error>(second));
+  EXPECT_EQ(std::get<kit::Error>(second).message, "another kit of this process reports crashes already");
+  EXPECT_FALSE(crash()) << "a prepared record is none";
+
+  hook.reset();
+  EXPECT_EQ(std::get_terminate(), terminate_before);
+  size_t index = 0;
+  for (const int signal : host::fatalSignals()) {
+    struct sigaction action {};
+    ::sigaction(signal, nullptr, &action);
+    EXPECT_EQ(action.sa_sigaction, before[index].sa_sigaction) << host::signalName(signal);
+    ++index;
+  }
+  EXPECT_NE(::access(recordPath().c_str(), F_OK), 0);
+  EXPECT_NE(install(), nullptr) << "and there is room for another";
+}
+
+TEST_F(Crash, ARecordThatCannotBeMadeIsAnError) {
+  host::CrashHookParts impossible = parts();
+  impossible.record_path = "/nowhere/record";
+  const auto installed = host::CrashHook::install(std::move(impossible));
+  ASSERT_TRUE(std::holds_alternative<kit::Error>(installed));
+  EXPECT_THAT(std::get<kit::Error>(installed).message, HasSubstr("cannot make /nowhere/record: "));
+  EXPECT_NE(install(), nullptr) << "a failed one is not in the way";
+}
+
+}  // namespace stranger
