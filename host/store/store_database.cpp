@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "host/store/store_files.h"
 #include "host/store/value_codec.h"
 
 namespace morvik::host {
@@ -12,7 +13,7 @@ namespace {
 
 using kit::Value;
 
-constexpr int64_t kFrameBytes = 4096 + 24;  // a page and what stands before it in the log
+constexpr int64_t kFrameBytes = kStorePageBytes + 24;  // a page and what stands before it in the log
 
 // A property's value lies in its row; an array's row holds the empty array, and its elements lie in rows of their own.
 // Their key is the property's number and the element's order in one integer: the fastest key there is, and a run of

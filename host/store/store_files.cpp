@@ -21,7 +21,6 @@ namespace {
 
 constexpr mode_t kOwnerOnlyFolder = 0700;
 constexpr mode_t kOwnerOnlyFile = 0600;
-constexpr size_t kPageBytes = 4096;
 /// Names tried for a file that is set aside.
 constexpr int kMaxSetAside = 10000;
 
@@ -74,19 +73,20 @@ class VfsFile {
 
 /// Page 1 of a database without tables that keeps a log. All that is not zero lies in its first sector, so no power cut
 /// can leave half of it.
-bool emptyStorePage(std::array<char, kPageBytes>& page) {
+bool emptyStorePage(std::array<char, kStorePageBytes>& page) {
   sqlite3* handle = nullptr;
   sqlite3_open_v2(":memory:", &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_MEMORY | SQLITE_OPEN_NOMUTEX, nullptr);
   const std::unique_ptr<sqlite3, int (*)(sqlite3*)> closer(handle, sqlite3_close_v2);
   // Setting a number in the header makes the page come into being.
-  sqlite3_exec(handle, "PRAGMA page_size=4096; PRAGMA user_version=1; PRAGMA user_version=0", nullptr, nullptr,
+  static_assert(kStorePageBytes == 1024, "the text below names it");
+  sqlite3_exec(handle, "PRAGMA page_size=1024; PRAGMA user_version=1; PRAGMA user_version=0", nullptr, nullptr,
                nullptr);
   sqlite3_int64 size = 0;
   const std::unique_ptr<unsigned char, void (*)(void*)> image(sqlite3_serialize(handle, "main", &size, 0),
                                                               sqlite3_free);
-  if (image == nullptr || size != static_cast<sqlite3_int64>(kPageBytes))
+  if (image == nullptr || size != static_cast<sqlite3_int64>(kStorePageBytes))
     return false;
-  std::copy_n(image.get(), kPageBytes, page.begin());
+  std::copy_n(image.get(), kStorePageBytes, page.begin());
   page[18] = 2;  // written with a log
   page[19] = 2;  // read with a log
   return true;
@@ -98,9 +98,9 @@ int holdsNothing(VfsFile& file, bool& nothing) {
   if (const int code = file.size(size); code != SQLITE_OK)
     return code;
   nothing = size == 0;
-  if (size == 0 || size > static_cast<sqlite3_int64>(kPageBytes))
+  if (size == 0 || size > static_cast<sqlite3_int64>(kStorePageBytes))
     return SQLITE_OK;
-  std::array<char, kPageBytes> bytes{};
+  std::array<char, kStorePageBytes> bytes{};
   if (const int code = file.read(bytes.data(), static_cast<size_t>(size)); code != SQLITE_OK)
     return code;
   nothing = std::all_of(bytes.begin(), bytes.end(), [](char byte) { return byte == 0; });
@@ -113,7 +113,7 @@ int fillIfEmpty(VfsFile& file) {
   bool nothing = false;
   if (const int code = holdsNothing(file, nothing); code != SQLITE_OK || !nothing)
     return code;
-  std::array<char, kPageBytes> page{};
+  std::array<char, kStorePageBytes> page{};
   return emptyStorePage(page) ? file.write(page.data(), page.size()) : SQLITE_NOMEM;
 }
 

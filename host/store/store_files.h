@@ -1,12 +1,17 @@
 // The store's folder and files: making them, holding the lock, setting aside what cannot be read.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
 #include "host/store/sqlite_connection.h"
 
 namespace morvik::host {
+
+/// A commit writes whole pages, and a recorded event takes some 200 bytes: with pages of 4 KiB an event costs about a
+/// fifth more.
+inline constexpr size_t kStorePageBytes = 1024;
 
 /// Where a store lies.
 struct StorePlace {

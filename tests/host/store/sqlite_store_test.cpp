@@ -353,8 +353,8 @@ TEST_F(SqliteStoreTest, AFileThatTurnsOutUnreadableInUseIsReplacedFromMemory) {
   store->synchronize();
   {
     const int file = ::open(path().c_str(), O_WRONLY);
-    const std::string harm(8 * 4096, '\xEE');
-    ASSERT_EQ(::pwrite(file, harm.data(), harm.size(), 16 * 4096), static_cast<ssize_t>(harm.size()));
+    const std::string harm(8 * kStorePageBytes, '\xEE');
+    ASSERT_EQ(::pwrite(file, harm.data(), harm.size(), 16 * kStorePageBytes), static_cast<ssize_t>(harm.size()));
     ::close(file);
   }
   store->flushAndWait();

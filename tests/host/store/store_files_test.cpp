@@ -52,10 +52,10 @@ TEST(StoreFiles, AMissingAnEmptyAndAZeroedFileGetTheFirstPage) {
   const StorePlace place{.folder = scratch.path()};
   ASSERT_FALSE(makeStoreFile(place).has_value());
   const std::string page = bytesOf(place.path());
-  EXPECT_EQ(page.size(), 4096u);
+  EXPECT_EQ(page.size(), kStorePageBytes);
   EXPECT_EQ(page.substr(0, 15), "SQLite format 3");
   EXPECT_EQ(page.find_first_not_of('\0', 512), std::string::npos) << "a torn write must not be able to halve it";
-  for (const size_t size : {size_t{0}, size_t{512}, size_t{4096}}) {
+  for (const size_t size : {size_t{0}, size_t{512}, kStorePageBytes}) {
     writeBytes(place.path(), std::string(size, '\0'));
     ASSERT_FALSE(makeStoreFile(place).has_value());
     EXPECT_EQ(bytesOf(place.path()), page);
