@@ -253,14 +253,14 @@ void MorvikCoreLib::strikeOffFailedReEngagement(int64_t conversion_key) {
   const bool was_failed = store().inOneStep([this, conversion_key] {
     const Value clicks = store().reEngagementInfos();
     return changed(clicks, failed_clicks_.without(clicks, conversion_key),
-                   [this](Value next) { store().setReEngagementInfos(next); });
+                   [this](const Value& next) { store().setReEngagementInfos(next); });
   });
   if (was_failed)
     store().synchronize();
   const bool was_counted = store().inOneStep([this, conversion_key] {
     const Value counts = store().reEngagementConversionFailedCnt();
     return changed(counts, failed_click_counts_.without(counts, conversion_key),
-                   [this](Value next) { store().setReEngagementConversionFailedCnt(next); });
+                   [this](const Value& next) { store().setReEngagementConversionFailedCnt(next); });
   });
   if (was_counted)
     store().synchronize();

@@ -26,9 +26,12 @@ CONVERSION_RETRY_SECONDS = 10
 WITHIN_A_MINUTE_SECONDS = 20
 OVER_A_MINUTE_SECONDS = 90
 # The device is told of these modules: their calls show on the screen.
-MODULES = ("FendoLib",)
+MODULES = ("Fendo", "FendoLib", "QuintPush")
 CAMPAIGN, LATER_CAMPAIGN = 501, 502
 COMMERCE_CLICK = "click-77"
+AGE, USER = 27, "user 7"
+# A crash is the kit's business when its text names one of its modules.
+OUR_CRASH, OTHER_CRASH = "fendo broke", "the shop broke"
 
 
 class Failed(Exception):
@@ -105,17 +108,17 @@ def received(request):
         text = f"{what}: {numbered(len(payload['activity_info']), 'event')} ({in_short(payload['activity_info'])})"
         impressions = len(payload["impression_info"])
         return text + (f", {numbered(impressions, 'impression')}" if impressions else "")
+    if request["endpoint"] == "crash":
+        return f"{what}: {numbered(len(payload), 'report')} ({', '.join(one['exception_reason'] for one in payload)})"
+    if request["endpoint"] == "demographics":
+        told = payload.get("user_demo_info", [])
+        return f"{what}: " + ", ".join(f"{one['demo_key']} {one['demo_value']}" for one in told)
+    if request["endpoint"] == "schedule":
+        return f"{what}: checksum {payload['checksum'][:8]}"
+    if request["endpoint"] == "erasure":
+        return f"{what}: {payload['subject_request_type']}, {payload['subject_request_id'][:8]}"
     if request["endpoint"] == "commerce-conversion":
         return f"{what}: {numbered(len(payload), 'click')} ({', '.join(click['clickId'] for click in payload)})"
-    if request["endpoint"] == "schedule":
-        return f"{what}: checksum {payload['checksum']}"
-    if request["endpoint"] == "demographics":
-        known = ", ".join(f"{demo['demo_key']} {demo['demo_value']}" for demo in payload.get("user_demo_info", []))
-        return f"{what}: {known or 'nothing'}"
-    if request["endpoint"] == "crash":
-        return f"{what}: {numbered(len(payload), 'report')} ({', '.join(each['exception_reason'] for each in payload)})"
-    if request["endpoint"] == "erasure":
-        return f"{what}: {payload['subject_request_id']}"
     if "deeplink_info" in payload:
         link = payload["deeplink_info"]
         return f"{what}: campaign {link['conversion_key']}, {link['deeplink_uri']}"
@@ -149,6 +152,8 @@ def said(answer):
         return f", user {data['user_no']}, campaign {data['referralKey']}"
     if "conversion_result" in data:
         return f", re-engaged by campaign {data['conversion_result']['conversion_key']}"
+    if answer.get("ResultCode") == 1001:
+        return ", unchanged"
     if "CheckSum" in data:
         return f", schedule {data['CheckSum'][:8]}"
     if "commerce" in answer:
@@ -413,7 +418,10 @@ class Life:
         self.click_without_network()
         self.killed_while_recording()
         self.failing_service()
+        self.demographics()
+        self.crashes()
         self.last_look()
+        self.forgotten()
 
     def fresh_install(self):
         self.screen.step("A fresh install starts; the service fails at its first question")
@@ -568,6 +576,65 @@ class Life:
         self.record(1)
         self.enter_background()
         self.record(1)
+
+    def demographics(self):
+        self.screen.step("The app tells who its user is")
+        for line in (f"age {AGE}", "gender 1", f"user-id {stage.quoted(USER)}"):
+            self.do(line, f"is told {line}")
+        self.enter_background()
+        self.expect(self.arrivals("demographics") == 1 and self.stored("fendoUserDemoInfo_age") == -1,
+                    "it arrived as the session ended, and nothing of it is left to send")
+        before = self.schedules()
+        self.do(f"clock {OVER_A_MINUTE_SECONDS}", f"its clock moves on by {OVER_A_MINUTE_SECONDS} s")
+        self.become_active("again", kept=False)
+        self.settle()
+        self.screen.step("The campaign schedule is fetched once, and played again where it is unchanged")
+        self.expect(len(self.schedules()) == len(before) + 1 and len({json.dumps(one) for one in self.schedules()}) == 1,
+                    "the module has it anew, and it is the same")
+
+    def schedules(self):
+        return [entry["args"] for entry in self.device.callbacks if entry["callback"] == "didGetSchedule:"]
+
+    def crashes(self):
+        self.screen.step("The app crashes in the kit, and the next process reports it")
+        self.die(OUR_CRASH)
+        self.start_device()
+        self.expect([OUR_CRASH in crash["exception_reason"] for crash in self.stored("MorvikCoreUserInfo_Crash")] == [True],
+                    "the report was stored by the process that died")
+        self.become_active("after the crash", kept=False)
+        self.settle()
+        self.expect(self.arrivals("crash") == 1 and not self.stored("MorvikCoreUserInfo_Crash"),
+                    "it arrived, and is not kept any longer")
+        self.screen.step("The app crashes on its own: that is none of the kit's business")
+        self.die(OTHER_CRASH)
+        self.start_device()
+        self.become_active("after the crash", kept=False)
+        self.settle()
+        self.expect(self.arrivals("crash") == 1 and not self.stored("MorvikCoreUserInfo_Crash"), "nothing is reported")
+
+    def die(self, text):
+        self.device.say(f"crash {stage.quoted(text)}")
+        status, _ = self.device.rest()
+        self.device = None
+        if status >= 0:
+            raise Failed(f"the device had to crash and ended with status {status}")
+        self.screen.device(f"dies of \"{text}\" (signal {-status})")
+
+    def forgotten(self):
+        self.screen.step("The user asks to be forgotten: nothing leaves any more but that wish")
+        self.do("forget-me true", "is told that its user wants to be forgotten")
+        self.settle()
+        self.expect(self.arrivals("erasure") == 1, "the wish arrived")
+        last = self._shown
+        self.expect(not self.device.do(f"event {GROUP} look later")["ok"], "events of the app are refused")
+        self.quit()
+        self.start_device()
+        self.expect(self.do("is-forgotten", "is asked whether its user is forgotten")["value"], "so it is, also now")
+        for line in ("active", "push", f"open-url shop://offer?ck={CAMPAIGN}&sn=9003&mrvk_eng=1", f"age {AGE}",
+                     "background"):
+            self.do(line, f"does {line}")
+        self.settle()
+        self.expect(self._shown == last, "no request left, whatever happened")
         self.quit()
 
     def quit(self):

@@ -1,11 +1,15 @@
 #include "apps/device/actions.h"
 
 #include <csignal>
+#include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "apps/device/json_dates.h"
 #include "apps/device/phone.h"
 #include "apps/device/property_values.h"
+#include "host/crash/crash_record.h"
+#include "host/crash/fatal_signals.h"
 
 namespace morvik_device {
 namespace {
@@ -36,6 +40,14 @@ std::string whatIsBusy(const morvik::host::Pending& pending) {
 }
 
 }  // namespace
+
+std::optional<int> fatalSignal(const std::string& name) {
+  for (const int signal : morvik::host::fatalSignals()) {
+    if (morvik::host::signalName(signal) == name)
+      return signal;
+  }
+  return std::nullopt;
+}
 
 void becomeActive(Phone& phone, const Arguments&, const Reply& reply) {
   phone.host().applicationDidBecomeActive();
@@ -101,6 +113,51 @@ void setStored(Phone& phone, const Arguments& arguments, const Reply& reply) {
   phone.host().setStoredValue(property, std::get<kit::Value>(read));
   phone.host().properties().synchronize();
   reply({});
+}
+
+void setAge(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  phone.host().setAge(*arguments.number);
+  reply({});
+}
+
+void setGender(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  phone.host().setGender(*arguments.number);
+  reply({});
+}
+
+void setUserId(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  phone.host().setUserId(arguments.words[0]);
+  reply({});
+}
+
+void forgetMe(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  phone.host().gdprForgetMe(*arguments.flag);
+  reply({});
+}
+
+void tellWhetherForgotten(Phone& phone, const Arguments&, const Reply& reply) {
+  Outcome outcome;
+  outcome.fields.set("value", phone.host().isGdprForgetMe());
+  reply(outcome);
+}
+
+void goOffline(Phone& phone, const Arguments&, const Reply& reply) {
+  phone.host().setOffline(true);
+  reply({});
+}
+
+void goOnline(Phone& phone, const Arguments&, const Reply& reply) {
+  phone.host().setOffline(false);
+  reply({});
+}
+
+// On a thread of the app's own: what is thrown on the main queue is caught there.
+void crash(Phone&, const Arguments& arguments, const Reply&) {
+  std::thread([text = arguments.words[0]] { throw std::runtime_error(text); }).join();
+}
+
+void crashBySignal(Phone&, const Arguments& arguments, const Reply&) {
+  std::raise(*fatalSignal(arguments.words[0]));
 }
 
 void push(Phone& phone, const Arguments&, const Reply& reply) {

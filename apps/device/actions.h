@@ -1,6 +1,7 @@
 // What each verb does. Every action runs as one block on the device's main queue.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -12,6 +13,9 @@ namespace morvik_device {
 
 class Phone;
 
+/// The signal of that name, of those that a process dies of; nothing for any other.
+std::optional<int> fatalSignal(const std::string& name);
+
 /// The wall clock moves by at most a hundred years at once.
 inline constexpr double kMaxClockStepSeconds = 3.2e9;
 /// How long "settle" waits when it is not said.
@@ -21,6 +25,8 @@ inline constexpr double kSettleSeconds = 30.0;
 struct Arguments {
   std::vector<std::string> words;
   std::optional<double> seconds;
+  std::optional<int32_t> number;
+  std::optional<bool> flag;
   morvik::kit::Value json;
 };
 
@@ -44,6 +50,15 @@ void storeUrl(Phone& phone, const Arguments& arguments, const Reply& reply);
 void passFacebookUrl(Phone& phone, const Arguments& arguments, const Reply& reply);
 void reportThirdPartyConversion(Phone& phone, const Arguments& arguments, const Reply& reply);
 void setStored(Phone& phone, const Arguments& arguments, const Reply& reply);
+void setAge(Phone& phone, const Arguments& arguments, const Reply& reply);
+void setGender(Phone& phone, const Arguments& arguments, const Reply& reply);
+void setUserId(Phone& phone, const Arguments& arguments, const Reply& reply);
+void forgetMe(Phone& phone, const Arguments& arguments, const Reply& reply);
+void tellWhetherForgotten(Phone& phone, const Arguments& arguments, const Reply& reply);
+void goOffline(Phone& phone, const Arguments& arguments, const Reply& reply);
+void goOnline(Phone& phone, const Arguments& arguments, const Reply& reply);
+void crash(Phone& phone, const Arguments& arguments, const Reply& reply);
+void crashBySignal(Phone& phone, const Arguments& arguments, const Reply& reply);
 void push(Phone& phone, const Arguments& arguments, const Reply& reply);
 void wait(Phone& phone, const Arguments& arguments, const Reply& reply);
 void moveClock(Phone& phone, const Arguments& arguments, const Reply& reply);

@@ -74,6 +74,30 @@ Mistake propertyAndJson(std::string_view rest, Arguments& arguments) {
   return json(rest, arguments);
 }
 
+Mistake wholeNumber(std::string_view rest, Arguments& arguments) {
+  if (rest.empty())
+    return "the number is missing";
+  const char* end = rest.data() + rest.size();
+  const auto [stopped, error] = std::from_chars(rest.data(), end, arguments.number.emplace());
+  if (error != std::errc() || stopped != end)
+    return "\"" + std::string(rest) + "\" is no whole number of 32 bits";
+  return std::nullopt;
+}
+
+Mistake trueOrFalse(std::string_view rest, Arguments& arguments) {
+  if (rest != "true" && rest != "false")
+    return "say true or false";
+  arguments.flag = rest == "true";
+  return std::nullopt;
+}
+
+Mistake signal(std::string_view rest, Arguments& arguments) {
+  if (!fatalSignal(std::string(rest)))
+    return "say SIGSEGV, SIGABRT, SIGBUS, SIGFPE or SIGILL";
+  arguments.words.emplace_back(rest);
+  return std::nullopt;
+}
+
 constexpr Verb kVerbs[] = {
     {"active", "", "the app becomes active", words<0, 0>, becomeActive},
     {"background", "", "the app enters the background", words<0, 0>, enterBackground},
@@ -84,12 +108,21 @@ constexpr Verb kVerbs[] = {
     {"facebook-url", "URL", "passes a referral URL obtained from Facebook", words<1, 1>, passFacebookUrl},
     {"third-party-conversion", "", "reports the install as a third party conversion", words<0, 0>,
      reportThirdPartyConversion},
+    {"age", "N", "tells the user's age", wholeNumber, setAge},
+    {"gender", "N", "tells the user's gender: 1 female, 2 male", wholeNumber, setGender},
+    {"user-id", "TEXT", "tells the app's own name for the user", words<1, 1>, setUserId},
+    {"forget-me", "true|false", "the user asks to be forgotten, or takes that back", trueOrFalse, forgetMe},
+    {"is-forgotten", "", "tells whether the user is marked as forgotten", words<0, 0>, tellWhetherForgotten},
+    {"offline", "", "the network status says that there is no network; the transport stays", words<0, 0>, goOffline},
+    {"online", "", "the network status says what is there again", words<0, 0>, goOnline},
     {"set", "PROPERTY JSON", "writes a stored property; null makes it absent", propertyAndJson, setStored},
     {"push", "", "sends what is stored", words<0, 0>, push},
     {"wait", "SECONDS", "lets time pass", duration, wait},
     {"clock", "SECONDS", "moves the device's wall clock forward or back; timers are not touched", clockStep, moveClock},
     {"settle", "[SECONDS]", "runs until nothing is in flight, at most that long (30 s)", durationOrNothing, settle},
     {"store", "[PROPERTY ...]", "prints these stored properties, or all", words<0, kAnyNumber>, showStore},
+    {"crash", "TEXT", "throws it, uncaught, on a thread of the app's", words<1, 1>, crash},
+    {"crash-signal", "NAME", "ends the process by that signal, SIGSEGV say, on the main queue", signal, crashBySignal},
     {"kill", "", "ends the process by SIGKILL, at once", words<0, 0>, killProcess},
     {"quit", "", "orderly shutdown; so does the end of input", words<0, 0>, quit},
 };

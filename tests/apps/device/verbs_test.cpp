@@ -38,7 +38,8 @@ TEST(Verbs, EachNameStandsOnceInTheTableAndInTheHelp) {
 }
 
 TEST(Verbs, AVerbAloneNeedsNoArguments) {
-  for (const std::string_view name : {"active", "background", "push", "kill", "quit", "store", "settle"})
+  for (const std::string_view name :
+       {"active", "background", "push", "kill", "quit", "store", "settle", "is-forgotten", "offline", "online"})
     EXPECT_EQ(commandIn(name).verb->name, name);
 }
 
@@ -50,7 +51,8 @@ TEST(Verbs, AnUnknownVerbNamesThoseThatExist) {
   EXPECT_EQ(
       mistakeIn("evnt a b"),
       "\"evnt\" is no verb; use one of: active, background, event, impression, open-url, store-url, facebook-url, "
-      "third-party-conversion, set, push, wait, clock, settle, store, kill, quit");
+      "third-party-conversion, age, gender, user-id, forget-me, is-forgotten, offline, online, set, push, wait, clock, "
+      "settle, store, crash, crash-signal, kill, quit");
 }
 
 TEST(Verbs, AVerbThatTakesNoArgumentsRefusesThem) {
@@ -121,6 +123,30 @@ TEST(Verbs, SetTakesAPropertyAndTheRestOfTheLineAsJson) {
   EXPECT_EQ(arguments.json, kit::Value(kit::Array{1, 2}));
   EXPECT_EQ(mistakeIn("set"), "set: the arguments are missing; write: set PROPERTY JSON");
   EXPECT_EQ(mistakeIn("set a"), "set: the JSON is missing; write: set PROPERTY JSON");
+}
+
+TEST(Verbs, WhatIsToldOfTheUserIsANumberOrAText) {
+  EXPECT_EQ(commandIn("age 27").arguments.number, 27);
+  EXPECT_EQ(commandIn("gender -1").arguments.number, -1);
+  EXPECT_THAT(commandIn("user-id \"a b\"").arguments.words, ElementsAre("a b"));
+  EXPECT_EQ(mistakeIn("age"), "age: the number is missing; write: age N");
+  EXPECT_EQ(mistakeIn("age 2.5"), "age: \"2.5\" is no whole number of 32 bits; write: age N");
+  EXPECT_EQ(mistakeIn("gender 4294967296"), "gender: \"4294967296\" is no whole number of 32 bits; write: gender N");
+}
+
+TEST(Verbs, TheWishToBeForgottenIsTrueOrFalse) {
+  EXPECT_EQ(commandIn("forget-me true").arguments.flag, true);
+  EXPECT_EQ(commandIn("forget-me false").arguments.flag, false);
+  EXPECT_EQ(mistakeIn("forget-me"), "forget-me: say true or false; write: forget-me true|false");
+  EXPECT_EQ(mistakeIn("forget-me yes"), "forget-me: say true or false; write: forget-me true|false");
+}
+
+TEST(Verbs, ACrashHasATextOrTheNameOfAFatalSignal) {
+  EXPECT_THAT(commandIn("crash \"fendo broke\"").arguments.words, ElementsAre("fendo broke"));
+  for (const char* name : {"SIGSEGV", "SIGABRT", "SIGBUS", "SIGFPE", "SIGILL"})
+    EXPECT_THAT(commandIn(std::string("crash-signal ") + name).arguments.words, ElementsAre(name));
+  EXPECT_EQ(mistakeIn("crash-signal SIGTERM"),
+            "crash-signal: say SIGSEGV, SIGABRT, SIGBUS, SIGFPE or SIGILL; write: crash-signal NAME");
 }
 
 TEST(Verbs, BlankLinesAndCommentsSayNothing) {
