@@ -126,6 +126,7 @@ void Host::stop() {
   parts_->background.stop(steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(time));
   parts_->main_loop.stop();
   parts_->transport.shutdown();
+  parts_->crash_hook.reset();
   parts_->store.shutdown();
   MorvikCoreLib::withdrawSharedKit(parts_->kit);
   stopped_ = true;
@@ -169,6 +170,10 @@ void Host::setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserIn
 
 void Host::moveClockBySeconds(double seconds) {
   parts_->clock.moveBySeconds(seconds);
+}
+
+void Host::setOffline(bool offline) {
+  parts_->util.setOffline(offline);
 }
 
 Pending Host::pending() const {

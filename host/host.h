@@ -92,6 +92,8 @@ class Host final : public morvik::MorvikCore {
   void setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate);
   /// Moves the wall clock of this host, forward or back; timers are not touched. Any thread.
   void moveClockBySeconds(double seconds);
+  /// Whether the network status says that there is no network. The transport stays. Any thread.
+  void setOffline(bool offline);
   /// Any thread; what it counts may change while it counts, unless it is called within a turn.
   Pending pending() const;
   /// Calls `done` once, at the end of the first turn after which nothing is pending, or when the limit is up: then with

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "host/checked_options.h"
+#include "host/crash/crash_hook.h"
 #include "host/crash/report_file.h"
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/system_random.h"
@@ -76,7 +77,7 @@ struct HostParts {
   CurlTransport transport;
   SettleWatch settle_watch;
 
-  const MorvikADUtil util;
+  MorvikADUtil util;
   const MorvikADGetPUID puid;
   const CommonParameters common;
   SizeTrigger size_trigger;
@@ -92,6 +93,7 @@ struct HostParts {
 
   const kit::Kit kit;
   std::shared_ptr<MorvikCoreLib> core;
+  std::unique_ptr<CrashHook> crash_hook;  ///< null: crashes are not reported
 };
 
 /// Keeps a URL that opened the app before the kit was ready; the next session start handles it. The last one counts: a

@@ -1,6 +1,7 @@
 #include "host/make_host.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <utility>
@@ -153,6 +154,39 @@ void makeCore(HostParts& parts) {
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
 }
 
+std::string crashRecordPath(const HostParts& parts) {
+  return parts.options.options.store_folder + "/crash-signal";
+}
+
+/// The record of a fatal signal becomes a report, if it concerns the kit; the core sees to that. It goes once the
+/// report is stored.
+void reportCrashOfEarlierProcess(HostParts& parts) {
+  const std::string path = crashRecordPath(parts);
+  const auto found = crashOfEarlierProcess(path);
+  if (const auto* error = std::get_if<kit::Error>(&found)) {
+    MORVIK_LOG(parts.logger, kit::lcl_vWarning, "+[MorvikCore start]",
+               "Morvik host: a crash of an earlier process is not reported: %@", *error);
+  } else if (const auto& crash = std::get<std::optional<kit::UncaughtException>>(found)) {
+    parts.core->makeCrashParameter(*crash);
+  }
+  std::remove(path.c_str());
+}
+
+void reportCrashes(HostParts& parts) {
+  CrashHookParts hook;
+  hook.record_path = crashRecordPath(parts);
+  hook.report = [core = parts.core](const kit::UncaughtException& exception) { core->makeCrashParameter(exception); };
+  hook.is_app_in_focus = [](const void* core) { return static_cast<const MorvikCoreLib*>(core)->isAppinFocus(); };
+  hook.context = parts.core.get();
+  auto installed = CrashHook::install(std::move(hook));
+  if (const auto* error = std::get_if<kit::Error>(&installed)) {
+    MORVIK_LOG(parts.logger, kit::lcl_vWarning, "+[MorvikCore start]", "Morvik host: crashes are not reported: %@",
+               *error);
+    return;
+  }
+  parts.crash_hook = std::move(std::get<std::unique_ptr<CrashHook>>(installed));
+}
+
 }  // namespace
 
 HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink)
@@ -219,7 +253,10 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& opti
   if (!options.opened_url.empty())
     keepOpenedUrl(*parts, kit::Url(options.opened_url));
   makeCore(*parts);
+  reportCrashOfEarlierProcess(*parts);
   parts->store.commitTurn();
+  if (options.report_crashes)
+    reportCrashes(*parts);
   auto host = std::make_unique<Host>(std::move(parts));
   if (auto error = host->open())
     return *std::move(error);

@@ -28,6 +28,7 @@ OVER_A_MINUTE_SECONDS = 90
 # The device is told of these modules: their calls show on the screen.
 MODULES = ("Fendo", "FendoLib", "QuintPush")
 CAMPAIGN, LATER_CAMPAIGN = 501, 502
+LONG_ARGUMENTS = 120
 COMMERCE_CLICK = "click-77"
 AGE, USER = 27, "user 7"
 # A crash is the kit's business when its text names one of its modules.
@@ -350,7 +351,10 @@ class Life:
     def _callback(self, entry):
         self.show_requests()  # the answer that made the device call
         who = f"module {entry['module']}" if "module" in entry else ""
-        self.screen.app(f"{who} is told {entry['callback']} {json.dumps(entry['args'])}".strip())
+        args = json.dumps(entry["args"])
+        if len(args) > LONG_ARGUMENTS and not self.verbose:
+            args = args[:LONG_ARGUMENTS] + "..."
+        self.screen.app(f"{who} is told {entry['callback']} {args}".strip())
 
     def do(self, line, text):
         answer = self.device.do(line)
@@ -572,7 +576,7 @@ class Life:
         self.expect(not stored, f"the {recorded} events went out as soon as they could, and were counted once")
 
     def last_look(self):
-        self.screen.step("Into the background, and the app ends")
+        self.screen.step("Into the background, with something left to send")
         self.record(1)
         self.enter_background()
         self.record(1)

@@ -58,6 +58,7 @@ std::shared_ptr<const kit::SaveFendoUserInfoDelegate> makeDelegateOfServices(Out
 std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& options, Output& output) {
   morvik::HostOptions of_host = options.host;
   of_host.modules = makeModules(options.modules, output);
+  of_host.report_crashes = true;
   auto made = host::makeHost(of_host);
   if (const auto* error = std::get_if<kit::Error>(&made))
     return inTermsOfTheProgram(error->message);

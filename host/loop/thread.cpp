@@ -12,6 +12,9 @@ std::variant<std::thread, kit::Error> startThread(const char* name, std::functio
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
+  // But for those of a fault, which concern the thread that makes it: blocked, they would kill it unseen.
+  for (const int fault : {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL})
+    sigdelset(&all, fault);
   pthread_sigmask(SIG_SETMASK, &all, &before);
   std::variant<std::thread, kit::Error> result;
   try {

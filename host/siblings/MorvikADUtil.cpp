@@ -54,6 +54,8 @@ double MorvikADUtil::timeIntervalSinceServerDate(kit::Date device_date, double b
 }
 
 std::string MorvikADUtil::getNetworkStatus() const {
+  if (is_offline_)
+    return kit::kNetworkUnknown;
   return networkStatus(networkInterfaces(), facts_.has_loopback_endpoint);
 }
 

@@ -1,6 +1,7 @@
 // The utility class.
 #pragma once
 
+#include <atomic>
 #include <optional>
 #include <string>
 
@@ -33,8 +34,10 @@ class MorvikADUtil final : public kit::MorvikADUtil {
   std::optional<std::string> getUTCFormateDateISO(kit::Date date) const override;
   double timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const override;
   std::optional<std::string> IDFA() const override { return facts_.idfa; }
-  /// As it is now.
+  /// As it is now, or "unknown" while the device is said to be offline.
   std::string getNetworkStatus() const override;
+  /// What the network status says; nothing else changes.
+  void setOffline(bool offline) { is_offline_ = offline; }
   std::optional<std::string> platformString() const override { return facts_.model; }
   kit::Value freeDiskSpace() const override;
   uint32_t getFreeRam() const override;
@@ -42,6 +45,7 @@ class MorvikADUtil final : public kit::MorvikADUtil {
 
  private:
   const UtilFacts facts_;
+  std::atomic<bool> is_offline_{false};
 };
 
 }  // namespace morvik::host

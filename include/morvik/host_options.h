@@ -166,6 +166,9 @@ struct HostOptions {
 
   DeviceDescription device;
   AdClient ad_client = AdClient::withoutDetails();
+  /// Whether uncaught exceptions and fatal signals of the process become crash reports, as far as they concern the kit.
+  /// Off unless asked for: such handlers belong to the whole process. See docs/crash.md.
+  bool report_crashes = false;
   std::map<std::string, Module> modules;  ///< by class name
   /// A URL that opened the app before the kit was started; "": none. Kept in the store and handled at the end of the
   /// next session start. URLs that come later go to MorvikCore::passOpenURL().

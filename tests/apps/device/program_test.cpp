@@ -149,6 +149,27 @@ TEST_F(Program, SetsWhatOtherComponentsWouldStore) {
                                    R"({"verb":"store","ok":true,"values":{}})"));
 }
 
+TEST_F(Program, KeepsTheWishToBeForgottenAlsoWithoutANetwork) {
+  EXPECT_EQ(run("is-forgotten\noffline\nforget-me true\nis-forgotten\nevent shop look\nonline\n"), 0);
+  EXPECT_THAT(output_,
+              ElementsAre(R"({"verb":"is-forgotten","ok":true,"value":false})", R"({"verb":"offline","ok":true})",
+                          R"({"verb":"forget-me","ok":true})", R"({"verb":"is-forgotten","ok":true,"value":true})",
+                          R"({"verb":"event","ok":false,"error":"the user asked to be forgotten, so no events )"
+                          R"(of the app are recorded"})",
+                          R"({"verb":"online","ok":true})"));
+  EXPECT_EQ(run("is-forgotten\nstore MorvikCoreUserInfo_isGDPRForgetMeServerSynced\n"), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"is-forgotten","ok":true,"value":true})",
+                                   R"({"verb":"store","ok":true,"values":)"
+                                   R"({"MorvikCoreUserInfo_isGDPRForgetMeServerSynced":false}})"));
+}
+
+TEST_F(Program, StoresWhatItIsToldOfTheUser) {
+  EXPECT_EQ(run("age 27\ngender 2\nuser-id \"user 7\"\n"), 0);
+  EXPECT_EQ(run("store fendoUserDemoInfo_age fendoUserDemoInfo_gender fendoUserDemoInfo_userId\n"), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"store","ok":true,"values":{"fendoUserDemoInfo_age":27,)"
+                                   R"("fendoUserDemoInfo_gender":2,"fendoUserDemoInfo_userId":"user 7"}})"));
+}
+
 TEST_F(Program, ShowsItsHelp) {
   EXPECT_EQ(runPlain({"--help"}, ""), 0);
   EXPECT_THAT(output_, ::testing::Contains(HasSubstr("--system-version")));
