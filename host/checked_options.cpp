@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "host/net/request_target.h"
+#include "services/text_codes.h"
 
 namespace morvik::host {
 namespace {
@@ -148,6 +149,13 @@ Failure checkEndpointNames(const HostOptions& options) {
   return std::nullopt;
 }
 
+/// The app's configuration is asked for by a path that begins with its key.
+bool mayStandInAPath(const std::string& app_key) {
+  std::string encoded;
+  services::appendPercentEncoded(app_key, encoded);
+  return encoded == app_key;
+}
+
 Failure check(const HostOptions& options, CheckedOptions& out) {
   if (options.store_folder.empty())
     return kit::Error{"HostOptions::store_folder is not set; name a folder that the app may write to."};
@@ -157,6 +165,11 @@ Failure check(const HostOptions& options, CheckedOptions& out) {
   }
   if (Failure failure = readNonEmptyKey(options.app_key, "HostOptions::app_key", out.app_key))
     return failure;
+  if (!mayStandInAPath(out.app_key)) {
+    return kit::Error{
+        "HostOptions::app_key holds a character that cannot stand in a URL; set it to the key that the "
+        "service gave this app, made of letters, digits, '-', '.', '_' and '~'."};
+  }
   if (Failure failure = readNonEmptyKey(options.hash_key, "HostOptions::hash_key", out.hash_key))
     return failure;
   if (Failure failure = readKey(options.tracking_key, "HostOptions::tracking_key", out.tracking_key))

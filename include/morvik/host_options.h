@@ -143,7 +143,8 @@ struct HostOptions {
   /// Folder of the store; made (for this user alone) when it is missing. Required. One process at a time.
   std::string store_folder;
 
-  Key app_key;   ///< Names the app to the services. Required, not empty.
+  /// Names the app to the services. Required, not empty; letters, digits, hyphens, full stops, underscores and tildes.
+  Key app_key;
   Key hash_key;  ///< Seals what attributes the install. Required, not empty.
   /// Seals sessions and events. Required; an empty one is allowed and means that none of these is ever sent.
   Key tracking_key;

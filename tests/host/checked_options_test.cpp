@@ -56,6 +56,18 @@ TEST(CheckedOptions, SayWhichIsMissing) {
             "HostOptions::tracking_key is not set; set it to the key that the service gave this app.");
 }
 
+TEST(CheckedOptions, RefuseAnAppKeyThatCannotStandInAUrl) {
+  HostOptions options = complete();
+  for (const char* key : {"my app", "a/b", "a?b", "a#b", "a%41", "\xC3\xBC"}) {
+    options.app_key = key;
+    EXPECT_EQ(errorOf(options),
+              "HostOptions::app_key holds a character that cannot stand in a URL; set it to the key that the service "
+              "gave this app, made of letters, digits, '-', '.', '_' and '~'.");
+  }
+  options.app_key = "My.app-1_2~";
+  EXPECT_EQ(checkedOf(options).app_key, "My.app-1_2~");
+}
+
 TEST(CheckedOptions, RefuseALogLevelThatIsNone) {
   HostOptions options = complete();
   for (const int level : {-1, 7}) {
@@ -140,8 +152,8 @@ TEST(CheckedOptions, ReadAKeyFromTheEnvironment) {
   options.app_key = Key::inEnvironment("MORVIK_TEST_APP_KEY");
   unsetenv("MORVIK_TEST_APP_KEY");
   EXPECT_EQ(errorOf(options), "HostOptions::app_key: the environment has no variable MORVIK_TEST_APP_KEY; set it.");
-  setenv("MORVIK_TEST_APP_KEY", "from outside", 1);
-  EXPECT_EQ(checkedOf(options).app_key, "from outside");
+  setenv("MORVIK_TEST_APP_KEY", "from-outside", 1);
+  EXPECT_EQ(checkedOf(options).app_key, "from-outside");
   unsetenv("MORVIK_TEST_APP_KEY");
 }
 
