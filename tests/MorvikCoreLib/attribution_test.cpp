@@ -7,6 +7,7 @@
 
 #include "services/describe.h"
 #include "services/endpoints.h"
+#include "tests/MorvikCoreLib/odd_values.h"
 #include "tests/MorvikCoreLib/records.h"
 
 namespace morvik {
@@ -696,36 +697,9 @@ TEST_F(IAd, AFailureIsLoggedAndNeverRetried) {
 // ------------------------------------------------------------------------------------------------- answers of any
 // shape
 
-/// Values that no field expects.
-std::vector<Value> oddValues() {
-  Value nested = 1;
-  for (int i = 0; i < 200; ++i)
-    nested = Array{nested};
-  return {Value::null(),
-          true,
-          false,
-          0,
-          -1,
-          std::numeric_limits<int64_t>::max(),
-          std::numeric_limits<int64_t>::min(),
-          std::numeric_limits<uint64_t>::max(),
-          1e300,
-          -1e300,
-          0.5,
-          "",
-          "text",
-          "99999999999999999999999",
-          "\xFF\xFE",
-          Array{},
-          Array{Value::null()},
-          Dictionary{},
-          Dictionary{{"referralKey", "x"}},
-          nested};
-}
-
 TEST_F(Attribution, AnyValueInAnyFieldLeavesADefinedState) {
   const Value full = Dictionary{{"Result", true}, {"ResultCode", 1}, {"BaseTime", 1}, {"Data", fullData()}};
-  for (const Value& odd : oddValues()) {
+  for (const Value& odd : testing::oddValues()) {
     for (const std::string& key : keys(full))
       answerWith(with(full, key.c_str(), odd));
     for (const std::string& key : keys(full["Data"]))

@@ -219,8 +219,38 @@ const std::vector<GuardCase>& cases() {
        },
        "MRVK_QA-[MorvikCoreLib error] Exception : Reason]", "MRVK_QA-[MorvikCoreLib error] Exception : boom]", "TRACE",
        "TRACE", "-[MorvikCoreLib getPremiumPostbackInfoss]"},
+      {"makeCrashParameter",
+       [](TestWorld& world, const Fault& fault) {
+         world.faulty.clock.faults.throwAlways("now", fault);
+         world.core().makeCrashParameter({.reason = "fendo", .call_stack_symbols = {}, .moment = {}});
+         EXPECT_TRUE(world.userDefaults().MorvikCoreUserInfo_Crash().isAbsent());
+       },
+       "! MRVK_QA-MorvikCoreLib makeCrashParameter exception : Reason\n",
+       "! MRVK_QA-MorvikCoreLib makeCrashParameter exception : boom\n", "", "", ""},
+      {"keepCrashReport",
+       [](TestWorld& world, const Fault& fault) {
+         world.faulty.key_value_store.faults.throwAlways("trySetAndSynchronize", fault);
+         world.core().makeCrashParameter({.reason = "fendo", .call_stack_symbols = {}, .moment = {}});
+         EXPECT_TRUE(world.userDefaults().MorvikCoreUserInfo_Crash().isAbsent());
+       },
+       "MRVK_QA-[MorvikCoreLib error] Exception from startSessinAfter fail to save initial idfa  : Reason]",
+       "MRVK_QA-[MorvikCoreLib error] Exception from startSessinAfter fail to save initial idfa  : boom]", "TRACE",
+       "TRACE", "-[MorvikCoreLib makeCrashParameter:]"},
+      blockCase(
+          "makeGdprParameter",
+          [](TestWorld& world, const Fault& fault) {
+            world.faulty.random.faults.throwAlways("fill", fault);
+            EXPECT_TRUE(world.core().makeGdprParameter(ErasureForm::kPlain).isAbsent());
+          },
+          "MRVK_QA-[MorvikCoreLib error] Exception from makeConversionParameter!", kBlanks26,
+          "-[MorvikCoreLib makeGdprParameter:]"),
   };
   return all;
+}
+
+/// The guards' lines; nothing else in the log holds these words.
+size_t guardLinesIn(const testing::RecordingLog& log) {
+  return log.countContaining("Exception") + log.countContaining("makeCrashParameter exception");
 }
 
 class Guards : public ::testing::TestWithParam<GuardCase> {
@@ -236,8 +266,7 @@ class Guards : public ::testing::TestWithParam<GuardCase> {
     EXPECT_EQ(line->prefix->level, level);
     EXPECT_EQ(line->prefix->operation, GetParam().operation);
   }
-  /// The guards' lines; nothing else in the log holds this word.
-  size_t guardLines() { return world.log.countContaining("Exception"); }
+  size_t guardLines() { return guardLinesIn(world.log); }
 
   TestWorld world;
 };
@@ -264,7 +293,7 @@ TEST_P(Guards, OfALevelWriteNothingBelowIt) {
         level == "ERROR" ? kit::lcl_vCritical : kit::lcl_vDebug;
     quiet.log.clear();
     GetParam().run(quiet, fault);
-    EXPECT_EQ(quiet.log.countContaining("Exception"), level.empty() ? 1U : 0U) << fault.description();
+    EXPECT_EQ(guardLinesIn(quiet.log), level.empty() ? 1U : 0U) << fault.description();
   }
 }
 
@@ -292,12 +321,11 @@ TEST(GuardedRefetch, GoesOnAfterTheException) {
   EXPECT_THAT(world.requests("v1/tracking"), ::testing::IsEmpty());
 }
 
-// ---------------------------------------------------------------------- opened URLs, with everything they call
-// throwing
+// -------------------------------------------------------------------------------------------- every call that throws
 
 /// One call that throws, and the guard that it ends in.
 struct ThrowingCall {
-  enum class Guard { kOpen, kParameters, kRequest, kRecorder, kRetry, kFacebook, kPremium };
+  enum class Guard { kOpen, kParameters, kRequest, kRecorder, kRetry, kFacebook, kPremium, kCrash, kKeep, kErasure };
   const char* what;
   void (*run)(TestWorld& world);
   testing::Faults& (*faults)(TestWorld& world);
@@ -333,6 +361,18 @@ testing::Faults& ofVersion(TestWorld& world) {
 testing::Faults& ofLog(TestWorld& world) {
   return world.faulty.log_sink.faults;
 }
+testing::Faults& ofDevice(TestWorld& world) {
+  return world.faulty.device.faults;
+}
+testing::Faults& ofBundle(TestWorld& world) {
+  return world.faulty.bundle.faults;
+}
+testing::Faults& ofShelf(TestWorld& world) {
+  return world.faulty.report_shelf.faults;
+}
+testing::Faults& ofRandom(TestWorld& world) {
+  return world.faulty.random.faults;
+}
 
 void openCommerceClick(TestWorld& world) {
   testing::open(world, "app://x?ck=12&cid=shoe");
@@ -351,6 +391,20 @@ void refer(TestWorld& world) {
 }
 void askForPremium(TestWorld& world) {
   world.loop.perform([&] { world.core().getPremiumPostbackInfoss(); });
+}
+void crash(TestWorld& world) {
+  world.core().makeCrashParameter({.reason = "fendo", .call_stack_symbols = {"main"}, .moment = {}});
+}
+void crashBesideTheStore(TestWorld& world) {
+  world.store.setInUse(true);
+  crash(world);
+  world.store.setInUse(false);
+}
+void makeErasureBody(TestWorld& world) {
+  EXPECT_FALSE(world.core().makeGdprParameter(ErasureForm::kPlain).isNull());
+}
+void sealErasureBody(TestWorld& world) {
+  EXPECT_FALSE(world.core().makeGdprParameter(ErasureForm::kSealed).isNull());
 }
 
 using enum ThrowingCall::Guard;
@@ -431,6 +485,35 @@ const std::vector<ThrowingCall> kThrowingCalls = {
     {"premiumAsksForTheAppKey", askForPremium, ofServices, "appKey", 1, kPremium},
     {"premiumIsGated", askForPremium, ofServices, "isGDPRForgetMe", 2, kPremium},
     {"premiumStartsTheRequest", askForPremium, ofTransport, "start", 1, kPremium},
+    {"crashLooksForAModule", crash, ofModules, "find", 1, kCrash},
+    {"crashLooksForTheLastModule", crash, ofModules, "find", 7, kCrash},
+    {"crashReadsTheClock", crash, ofClock, "now", 1, kCrash},
+    {"crashAsksForTheIdentifier", crash, ofUtil, "IDFA", 1, kCrash},
+    {"crashConvertsTheFirstText", crash, ofUtil, "checkNilToBlankString", 1, kCrash},
+    {"crashAsksForTheSystem", crash, ofDevice, "systemVersion", 1, kCrash},
+    {"crashAsksForTheAppKey", crash, ofServices, "appKey", 1, kCrash},
+    {"crashReadsTheAppsVersion", crash, ofBundle, "objectForInfoDictionaryKey", 1, kCrash},
+    {"crashReadsTheAppsBuild", crash, ofBundle, "objectForInfoDictionaryKey", 2, kCrash},
+    {"crashReadsTheAppsIdentifier", crash, ofBundle, "objectForInfoDictionaryKey", 3, kCrash},
+    {"crashReadsTheInstallsTime", crash, ofStore, "tryGet", 1, kCrash},
+    {"crashAsksForTheVersion", crash, ofVersion, "getSDKVersion", 1, kCrash},
+    {"crashAsksForFreeStorage", crash, ofUtil, "freeDiskSpace", 1, kCrash},
+    {"crashAsksWhetherTheDeviceWasBrokenInto", crash, ofDevice, "canOpenURL", 1, kCrash},
+    {"crashAsksForTheModel", crash, ofUtil, "platformString", 1, kCrash},
+    {"crashAsksForFreeMemory", crash, ofUtil, "getFreeRam", 1, kCrash},
+    {"crashFormatsFreeMemory", crash, ofUtil, "memoryFormatter", 1, kCrash},
+    {"crashReadsTheQueue", crash, ofStore, "tryGet", 2, kKeep},
+    {"crashStoresTheQueue", crash, ofStore, "trySetAndSynchronize", 1, kKeep},
+    {"crashPutsTheReportOnTheShelf", crashBesideTheStore, ofShelf, "append", 1, kKeep},
+    {"erasureDrawsItsId", makeErasureBody, ofRandom, "fill", 1, kErasure},
+    {"erasureReadsTheClock", makeErasureBody, ofClock, "now", 1, kErasure},
+    {"erasureAsksForTheServersTime", makeErasureBody, ofServices, "intervalSinceServerDate", 1, kErasure},
+    {"erasureFormatsTheTime", makeErasureBody, ofUtil, "getUTCFormateDateISO", 1, kErasure},
+    {"erasureAsksForTheIdentifier", makeErasureBody, ofUtil, "IDFA", 1, kErasure},
+    {"erasureAsksForTheAppKey", makeErasureBody, ofServices, "appKey", 1, kErasure},
+    {"erasureWritesALine", makeErasureBody, ofLog, "line", 1, kErasure},
+    {"erasureAsksForTheHashKey", sealErasureBody, ofServices, "hashKey", 1, kErasure},
+    {"erasureIsSealed", sealErasureBody, ofServices, "makeJsonParameter", 1, kErasure},
 };
 
 class EverythingCalled : public ::testing::TestWithParam<ThrowingCall> {
@@ -468,6 +551,13 @@ class EverythingCalled : public ::testing::TestWithParam<ThrowingCall> {
         return "! MRVK_QA-MorvikCoreLib setReferralUrlForFacebook Exception: " + text + "\n";
       case kPremium:
         return "MRVK_QA-[MorvikCoreLib error] Exception : " + text + "]";
+      case kCrash:
+        return "! MRVK_QA-MorvikCoreLib makeCrashParameter exception : " + text + "\n";
+      case kKeep:
+        return "MRVK_QA-[MorvikCoreLib error] Exception from startSessinAfter fail to save initial idfa  : " + text +
+               "]";
+      case kErasure:
+        return block("MRVK_QA-[MorvikCoreLib error] Exception from makeConversionParameter!", kBlanks26);
     }
     return {};
   }
@@ -477,7 +567,7 @@ class EverythingCalled : public ::testing::TestWithParam<ThrowingCall> {
     EXPECT_NO_THROW(GetParam().run(world));
     EXPECT_EQ(faults.thrown().size(), 1U) << "the call was not made";
     EXPECT_EQ(world.log.count(lineOf(GetParam().guard, is_exception)), 1U);
-    EXPECT_EQ(world.log.countContaining("Exception"), 1U);
+    EXPECT_EQ(guardLinesIn(world.log), 1U);
   }
 
   TestWorld world{WorldOptions::attributed()};
@@ -491,7 +581,7 @@ TEST_P(EverythingCalled, MayThrowAnyOtherObjectAndEndsInItsGuard) {
   expectOneLineOf(Fault::runtimeError("boom"), false);
 }
 
-INSTANTIATE_TEST_SUITE_P(OpenedUrls, EverythingCalled, ::testing::ValuesIn(kThrowingCalls),
+INSTANTIATE_TEST_SUITE_P(Core, EverythingCalled, ::testing::ValuesIn(kThrowingCalls),
                          [](const auto& row) { return row.param.what; });
 
 TEST(GuardedModules, ThatThrowEndInTheGuardOfTheUrl) {
@@ -506,6 +596,33 @@ TEST(GuardedModules, ThatThrowEndInTheGuardOfTheUrl) {
     testing::open(world, "app://x?ck=13");
     EXPECT_EQ(world.log.countContaining("Exception from passOpenURL!"), 1U);
   }
+}
+
+TEST(GuardedModules, WhoseVersionThrowsEndInTheGuardOfTheCrash) {
+  for (const Fault& fault : {Fault::exception("Name", "Reason"), Fault::runtimeError("Reason")}) {
+    TestWorld world;
+    world.modules.add("QuintUpdateLog").getSDKVersion = [&]() -> std::optional<std::string> { fault.raise(); };
+    crash(world);
+    EXPECT_TRUE(world.log.has("! MRVK_QA-MorvikCoreLib makeCrashParameter exception : Reason\n"));
+    EXPECT_TRUE(world.userDefaults().MorvikCoreUserInfo_Crash().isAbsent());
+  }
+}
+
+TEST(UnguardedOperations, OfForgetMeAndScheduleGoUpToTheGuardOfTheQueue) {
+  TestWorld world(WorldOptions::attributed());
+  size_t caught = 0;
+  world.loop.setExceptionSink([&caught](const std::exception_ptr&) { ++caught; });
+  world.modules.add("QuintPush").setRemotePushEnable = [](bool) { throw 1; };
+  world.modules.add("Fendo");
+  world.modules.sharedOf("Fendo").didGetSchedule = [](const Value&) { throw 1; };
+  world.transport.on("v2/schedule").always(testing::Answer::json(Dictionary{{"Result", true}}));
+  world.loop.perform([&] { world.core().getSchedule(Dictionary{}); });
+  EXPECT_EQ(caught, 1U);
+  EXPECT_TRUE(world.core()._lastJSON().isDictionary());
+  world.loop.perform([&] { world.core().gdprForgetMe(true); });
+  EXPECT_EQ(caught, 2U);
+  EXPECT_TRUE(world.userDefaults().MorvikCoreUserInfo_isGDPRForgetMe()) << "the wish stays recorded";
+  EXPECT_THAT(world.requests("v1/erasure"), ::testing::IsEmpty());
 }
 
 TEST(UnguardedHandlers, GoUpToTheGuardOfTheQueue) {

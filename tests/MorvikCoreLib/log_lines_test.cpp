@@ -76,9 +76,27 @@ void askForPremiumPostback(TestWorld& world) {
   world.loop.perform([&] { world.core().getPremiumPostbackInfoss(); });
 }
 
+void sendCrashes(TestWorld& world) {
+  world.userDefaults().setMorvikCoreUserInfo_Crash(Array{Dictionary{{"exception_reason", "fendo"}}});
+  world.loop.perform([&] { world.core().sendCrashInfos(); });
+}
+void forget(TestWorld& world) {
+  world.loop.perform([&] { world.core().gdprForgetMe(true); });
+}
+void sendDemos(TestWorld& world) {
+  world.loop.perform([&] { world.core().sendUserDemoInfos(kSomething); });
+}
+void askForSchedule(TestWorld& world) {
+  world.loop.perform([&] { world.core().getSchedule(kSomething); });
+}
+
 constexpr const char* kTrackingHandler = "-[MorvikCoreLib tracking:]_block_invoke";
 constexpr const char* kConversionHandler = "-[MorvikCoreLib conversion:]_block_invoke";
 constexpr const char* kThirdPartyHandler = "-[MorvikCoreLib thirdPartyConversion:]_block_invoke";
+constexpr const char* kCrashHandler = "-[MorvikCoreLib sendCrashInfos]_block_invoke";
+constexpr const char* kErasureHandler = "-[MorvikCoreLib gdprForgetMe:]_block_invoke";
+constexpr const char* kDemosHandler = "-[MorvikCoreLib sendUserDemoInfos:]_block_invoke";
+constexpr const char* kScheduleHandler = "-[MorvikCoreLib getSchedule:]_block_invoke";
 constexpr const char* kIAdHandler = "-[MorvikCoreLib iAdAppAttributionTracking:]_block_invoke";
 constexpr const char* kReEngagementHandler = "-[MorvikCoreLib reEngagementConversion:]_block_invoke";
 constexpr const char* kCommerceHandler = "-[MorvikCoreLib commerceConversion]_block_invoke";
@@ -259,6 +277,97 @@ const std::vector<Line> kLines = {
        world.loop.perform([&] { world.core().getPremiumPostbackInfoss(); });
      },
      "TRACE", kPremiumHandler, "MRVK_QA-set the Premium Postback is : 0]"},
+    {"CrashParameters", sendCrashes, "DEBUG", "-[MorvikCoreLib sendCrashInfos]",
+     "MRVK_QA-sendCrashInfos parameterInfo : [{\"exception_reason\":\"fendo\"}]"},
+    {"CrashBudget",
+     [](TestWorld& world) {
+       world.userDefaults().setMorvikCoreUserInfo_Crash(Array{std::string(100'001, 'x')});
+       world.loop.perform([&] { world.core().sendCrashInfos(); });
+     },
+     "DEBUG", "-[MorvikCoreLib sendCrashInfos]",
+     "MRVK_QA-overflow of limited stringByte, so the remanent crash infos not gonna send to server in this time"},
+    {"CrashAnswer",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       sendCrashes(world);
+     },
+     "TRACE", kCrashHandler, "MRVK_QA-[MorvikCoreLib] sendCrashInfos result  : {\"Result\":false}]"},
+    {"CrashStatus", sendCrashes, "ERROR", kCrashHandler, "MRVK_QA-Recieved an HTTP 0"},
+    {"CrashError", sendCrashes, "ERROR", kCrashHandler, "MRVK_QA-The error was: down"},
+    {"WishKnown",
+     [](TestWorld& world) {
+       world.userDefaults().setMorvikCoreUserInfo_isGDPRForgetMeServerSynced(true);
+       world.core().gdprForgetMe(false);
+     },
+     "WARNING", "-[MorvikCoreLib gdprForgetMe:]", "MRVK_QA-[MorvikCore GDPR] already Synced And Set. Return.."},
+    {"ErasureUrl", forget, "TRACE", "-[MorvikCoreLib gdprForgetMe:]",
+     "MRVK_QA-[MorvikCore GDPR] URL.absoluteString : https://erasure.morvik.example/v1/erasure"},
+    {"ErasureBody",
+     [](TestWorld& world) {
+       // The id is that of the first sixteen bytes of the world's seed.
+       world.util.setKnowsISODates(false);
+       world.util.setIDFA(std::nullopt);
+       EXPECT_TRUE(world.core().makeGdprParameter(ErasureForm::kPlain).isDictionary());
+     },
+     "TRACE", "-[MorvikCoreLib makeGdprParameter:]",
+     "MRVK_QA-[MorvikCore GDPR] made jsonDict "
+     "{\"subject_request_id\":\"C15C0289-EC2D-4A91-A7EC-8E65A18DEBBE\",\"subject_request_type\":\"erasure\","
+     "\"subject_identities\":[{\"identity_type\":\"ios_advertising_id\"}],"
+     "\"extensions\":{\"erasure.morvik.example\":{\"appkey\":\"test-app\",\"type\":\"classic\"}}}"},
+    {"ErasureAnswer",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       forget(world);
+     },
+     "DEBUG", kErasureHandler, "MRVK_QA-[MorvikCore GDPR] {\"Result\":false}"},
+    {"ErasureAccepted",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       forget(world);
+     },
+     "TRACE", kErasureHandler, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP 200"},
+    {"ErasureStatus", forget, "ERROR", kErasureHandler, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP 0"},
+    {"ErasureError", forget, "ERROR", kErasureHandler, "MRVK_QA-[MorvikCore GDPR] The error was: down"},
+    {"DemographicsPayload",
+     [](TestWorld& world) {
+       world.core().setAge(27);
+       EXPECT_TRUE(world.core().makeDemoInfoParameter().isDictionary());
+     },
+     "TRACE", "-[MorvikCoreLib makeDemoInfoParameter]",
+     "MRVK_QA-Demo jsonDict : "
+     "{\"puid\":\"hashed-puid\",\"user_demo_info\":[{\"demo_key\":\"age\",\"demo_value\":27}]}"},
+    {"DemographicsWithoutJson",
+     [](TestWorld& world) {
+       world.json.refuseToWrite("no JSON");
+       EXPECT_TRUE(world.core().makeDemoInfoParameter().isAbsent());
+     },
+     "TRACE", "-[MorvikCoreLib makeDemoInfoParameter]", "MRVK_QA-error : no JSON"},
+    {"DemographicsParameters", sendDemos, "DEBUG", "-[MorvikCoreLib sendUserDemoInfos:]",
+     "MRVK_QA-sendUserDemoInfos parameterInfo : {\"j\":\"x\"}"},
+    {"DemographicsAnswer",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       sendDemos(world);
+     },
+     "DEBUG", kDemosHandler, "MRVK_QA-JSON: {\"Result\":false}"},
+    {"DemographicsStatus", sendDemos, "ERROR", kDemosHandler, "MRVK_QA-Recieved an HTTP 0"},
+    {"DemographicsError", sendDemos, "ERROR", kDemosHandler, "MRVK_QA-The error was: down"},
+    {"ScheduleParameters", askForSchedule, "DEBUG", "-[MorvikCoreLib getSchedule:]",
+     "MRVK_QA-getSchedule_parameterInfo : {\"j\":\"x\"}"},
+    {"ScheduleAnswer",
+     [](TestWorld& world) {
+       answerEverythingWithFalse(world);
+       askForSchedule(world);
+     },
+     "TRACE", kScheduleHandler, "MRVK_QA-getSchedule_JSON: {\"Result\":false}"},
+    {"ScheduleUnchanged",
+     [](TestWorld& world) {
+       world.transport.on("").then(Answer::json(Dictionary{{"Result", true}, {"ResultCode", 1001}}));
+       askForSchedule(world);
+     },
+     "TRACE", kScheduleHandler, "MRVK_QA-getSchedule_offline JSON: (null)"},
+    {"ScheduleStatus", askForSchedule, "ERROR", kScheduleHandler, "MRVK_QA-getSchedule_Recieved an HTTP 0"},
+    {"ScheduleError", askForSchedule, "ERROR", kScheduleHandler, "MRVK_QA-getSchedule_The error was: down"},
 };
 
 class LogLines : public ::testing::TestWithParam<Line> {
@@ -266,6 +375,7 @@ class LogLines : public ::testing::TestWithParam<Line> {
   static kit::LogLevel level() {
     for (const auto& [name, level] : {std::pair{"CRITICAL", kit::lcl_vCritical},
                                       {"ERROR", kit::lcl_vError},
+                                      {"WARNING", kit::lcl_vWarning},
                                       {"DEBUG", kit::lcl_vDebug},
                                       {"TRACE", kit::lcl_vTrace}}) {
       if (std::string_view(GetParam().level) == name)

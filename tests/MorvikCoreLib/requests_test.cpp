@@ -28,6 +28,8 @@ struct RequestCase {
 const std::vector<HttpHeader> kFormAndGzip = {{"Content-Type", "application/x-www-form-urlencoded; charset=utf-8"},
                                               {"Accept-Encoding", "gzip"}};
 
+const std::vector<HttpHeader> kForm = {{"Content-Type", "application/x-www-form-urlencoded; charset=utf-8"}};
+
 const std::vector<RequestCase> kRequests = {
     {"tracking", [](MorvikCoreLib& core, const Value& parameters) { core.tracking(parameters); },
      "https://tracking.morvik.example/v1/tracking", "POST", kFormAndGzip, 15.0},
@@ -55,11 +57,25 @@ const std::vector<RequestCase> kRequests = {
      {{"Accept", "application/json"}, {"Content-Type", "application/json; charset=UTF-8"}},
      std::nullopt,
      ""},
+    {"demographics", [](MorvikCoreLib& core, const Value& parameters) { core.sendUserDemoInfos(parameters); },
+     "https://tracking.morvik.example/v1/demographics", "POST", kForm, 15.0},
+    {"schedule", [](MorvikCoreLib& core, const Value& parameters) { core.getSchedule(parameters); },
+     "https://campaign.morvik.example/v2/schedule", "POST", kForm, 15.0},
+    {"crashReports",
+     [](MorvikCoreLib& core, const Value&) { core.sendCrashInfos(); },
+     "https://crash.morvik.example/v1/crash",
+     "POST",
+     {{"Content-Type", "application/json; charset=utf-8"}},
+     15.0,
+     R"([{"exception_reason":"a+b"}])"},
 };
 
 class Requests : public ::testing::TestWithParam<RequestCase> {
  protected:
-  Requests() { world.userDefaults().setCommerceConversionInfos(kit::Array{Dictionary{{"clickId", "a+b"}}}); }
+  Requests() {
+    world.userDefaults().setCommerceConversionInfos(kit::Array{Dictionary{{"clickId", "a+b"}}});
+    world.userDefaults().setMorvikCoreUserInfo_Crash(kit::Array{Dictionary{{"exception_reason", "a+b"}}});
+  }
   void start() {
     world.loop.perform([this] { GetParam().start(world.core(), Dictionary{{"k", "app"}, {"j", "a+b"}}); });
   }
@@ -103,6 +119,37 @@ TEST(RequestBases, AreTheHostAppsOwnWhereItSetsThem) {
   TestWorld world(options);
   world.loop.perform([&] { world.core().tracking(Dictionary{{"j", "x"}}); });
   EXPECT_EQ(world.transport.requests().at(0).url, "https://data.example/here/v1/tracking");
+}
+
+TEST(ErasureRequest, LeavesUnderForgetMeAndLogsNothingAtLevelZero) {
+  TestWorld world(WorldOptions::attributed());
+  world.services().setIsGDPRForgetMe(true);
+  world.sharedState().log_levels._lcl_component_level[kit::lcl_cKesmo] = kit::lcl_vOff;
+  world.log.clear();
+  world.transport.goOffline();
+  world.loop.perform([&] { world.core().gdprForgetMe(true); });
+  ASSERT_EQ(world.requests().size(), 1U);
+  EXPECT_EQ(world.requests()[0].headers,
+            (std::vector<HttpHeader>{{"Accept-Encoding", "application/json"}, {"Content-Type", "application/json"}}));
+  EXPECT_EQ(world.requests()[0].timeout_seconds, 15.0);
+  EXPECT_EQ(world.requests()[0].max_answer_bytes, 4U * 1024 * 1024);
+  EXPECT_THAT(world.log.lines(), IsEmpty());
+}
+
+TEST(RequestBases, OfCrashScheduleAndErasureAreTheHostAppsOwnToo) {
+  WorldOptions options = WorldOptions::attributed();
+  options.endpoints.kCrashReportBaseLiveUrl = "https://data.example/crashes/";
+  options.endpoints.kFendoCampaignBaseLiveUrl = "https://data.example/campaigns/";
+  options.endpoints.kGdprReqUrl = "https://data.example/privacy/";
+  TestWorld world(options);
+  world.loop.perform([&] {
+    world.core().sendCrashInfos();
+    world.core().getSchedule(Value());
+    world.core().gdprForgetMe(true);
+  });
+  EXPECT_EQ(world.transport.requests().at(0).url, "https://data.example/crashes/v1/crash");
+  EXPECT_EQ(world.transport.requests().at(1).url, "https://data.example/campaigns/v2/schedule");
+  EXPECT_EQ(world.transport.requests().at(2).url, "https://data.example/privacy/v1/erasure");
 }
 
 TEST(RequestBases, OfCommerceAndConfigurationAreTheHostAppsOwnToo) {
