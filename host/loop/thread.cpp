@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <string>
 #include <system_error>
 
 namespace morvik::host {
@@ -18,8 +19,11 @@ std::variant<std::thread, kit::Error> startThread(const char* name, std::functio
   pthread_sigmask(SIG_SETMASK, &all, &before);
   std::variant<std::thread, kit::Error> result;
   try {
-    result = std::thread(std::move(body));
-    pthread_setname_np(std::get<std::thread>(result).native_handle(), name);
+    // Named by itself, so that it has its name from its first line on.
+    result = std::thread([name = std::string(name), body = std::move(body)] {
+      pthread_setname_np(pthread_self(), name.c_str());
+      body();
+    });
   } catch (const std::system_error& error) {
     result = kit::Error{std::string("The system gave no thread '") + name + "' (" + error.what() +
                         "); raise the limit of threads for this process and start again."};

@@ -334,7 +334,8 @@ class Input(DeviceTest):
         self.assertEqual((status, output), (2, []))
         self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is no verb; use one of: active, '
                                   "background, event, impression, open-url, store-url, facebook-url, "
-                                  "third-party-conversion, set, push, wait, clock, settle, store, kill, quit"])
+                                  "third-party-conversion, age, gender, user-id, forget-me, is-forgotten, offline, online, set, "
+                                  "push, wait, clock, settle, store, crash, crash-signal, kill, quit"])
         self.assertFalse(os.path.exists(self.store_folder))
 
     def test_a_bad_line_on_standard_input_touches_nothing(self):
