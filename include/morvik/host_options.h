@@ -115,8 +115,8 @@ struct AdClient {
 
 /// An optional module of the kit (tracking, push, ...) or the app's stand-in for one, registered under the class name
 /// by which the kit looks for it. Every slot is optional: an empty one does not respond. All are called on the main
-/// queue, but for saveCommerceEventAndSend, which a session's end calls on the background queue. What a slot throws is
-/// caught and logged.
+/// queue, but for saveCommerceEventAndSend, which a session's end calls on the background queue, and getSDKVersion.
+/// What a slot throws is caught and logged.
 struct Module {
   /// The version of the class, as it stands in crash reports; nothing where it has none to tell. Called on any thread,
   /// also one that is about to die: it must not wait for anything.

@@ -472,6 +472,80 @@ TEST_F(MakeHost, KnowsAnAcceptedWishAfterARestartAndSendsItNoMore) {
   EXPECT_TRUE(log.has("MRVK_QA-[MorvikCore GDPR] already Synced And Set. Return.."));
 }
 
+TEST_F(MakeHost, ReportsACrashOfAThreadThatHoldsTheLogsLock) {
+  std::shared_ptr<MorvikCoreLib> core;
+  options.log_sink = [&](std::string_view line) {
+    log.line(line);
+    if (core != nullptr && line.find("was not recorded") != std::string_view::npos)
+      core->makeCrashParameter({.reason = "fendo broke", .call_stack_symbols = {"main"}, .moment = {}});
+  };
+  const auto host = makePumped();
+  core = MorvikCoreLib::shared();
+  ASSERT_NE(core, nullptr);
+  host->gdprForgetMe(true);
+  host->addActivity("g", "n", std::nullopt);
+  core.reset();
+  testing::RecordingLog unused;
+  const SqliteStore inspector({.place = {.folder = options.store_folder}, .read_only = true}, unused);
+  const kit::Array reports = inspector.get("MorvikCoreUserInfo_Crash").array();
+  ASSERT_EQ(reports.size(), 1U);
+  EXPECT_EQ(reports[0]["exception_reason"], kit::Value("fendo broke"));
+  EXPECT_EQ(reports[0]["device_information"]["root_device"], kit::Value(false));
+  EXPECT_GT(reports[0]["device_information"]["free_device_storage"].integer(), 0);
+  EXPECT_TRUE(reports[0]["device_information"]["free_memory"].string().ends_with(" MB"));
+}
+
+TEST_F(MakeHost, TakesInAtTheNextStartACrashThatFoundTheStoreInUse) {
+  {
+    const auto host = makePumped();
+    host->properties().inOneStep([] {
+      MorvikCoreLib::shared()->makeCrashParameter({.reason = "fendo", .call_stack_symbols = {}, .moment = {}});
+    });
+    EXPECT_TRUE(host->properties().MorvikCoreUserInfo_Crash().isAbsent());
+  }
+  for (int start = 0; start < 2; ++start) {
+    const auto host = makePumped();
+    const kit::Array reports = host->properties().MorvikCoreUserInfo_Crash().array();
+    ASSERT_EQ(reports.size(), 1U);
+    EXPECT_EQ(reports[0]["appkey"], kit::Value("app"));
+  }
+}
+
+TEST_F(MakeHost, LosesNoReportOfManyThreadsThatCrashWhileTheAppRecords) {
+  constexpr int kThreads = 3;
+  constexpr int kEach = 60;
+  options.log_level = 2;
+  {
+    const auto host = make();
+    const auto core = MorvikCoreLib::shared();
+    std::atomic<bool> enough = false;
+    std::thread app([&] {
+      while (!enough)
+        host->addActivity("g", "n", std::nullopt);
+    });
+    std::vector<std::thread> dying;
+    for (int i = 0; i < kThreads; ++i) {
+      dying.emplace_back([&core, i] {
+        for (int j = 0; j < kEach; ++j) {
+          const std::string reason = "fendo " + std::to_string(i) + " " + std::to_string(j);
+          core->makeCrashParameter({.reason = reason, .call_stack_symbols = {}, .moment = {}});
+        }
+      });
+    }
+    for (std::thread& thread : dying)
+      thread.join();
+    enough = true;
+    app.join();
+    host->stop();
+  }
+  const auto host = makePumped();
+  std::set<std::string> reasons;
+  for (const kit::Value& report : host->properties().MorvikCoreUserInfo_Crash().array())
+    reasons.emplace(report["exception_reason"].string());
+  EXPECT_EQ(reasons.size(), size_t{kThreads} * kEach);
+  EXPECT_EQ(host->properties().MorvikCoreUserInfo_Crash().size(), reasons.size());
+}
+
 TEST_F(MakeHost, LosesNothingThatManyThreadsRecordWhileTheAppComesAndGoes) {
   constexpr int kThreads = 4;
   constexpr int kEach = 250;
