@@ -1,15 +1,18 @@
-// What one recorded and synchronized event costs the caller, at several depths of the queue, and what a start costs.
+// What one recorded and synchronized event costs the caller, at several depths of the queue, what removing one record
+// costs, and what a start costs.
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
 #include "bench/support/folder.h"
+#include "bench/support/ratios.h"
 #include "host/store/sqlite_store.h"
 #include "kit/value.h"
 
@@ -123,6 +126,58 @@ BENCHMARK(trimTenFromTheFront)
     ->Unit(benchmark::kMicrosecond)
     ->UseRealTime();
 
+/// Records removed in one iteration, whatever the list's length, so that times compare as those of one removal do.
+constexpr int kRemovals = 5000;
+/// Removals after which the log is written back, out of the measured time: else the background would do it meanwhile.
+constexpr int kRemovalsOfALog = 500;
+constexpr int kRepetitions = 15;
+
+/// Removes half of the records of a list, one at a time, each stored and synchronized, and goes on with the next list
+/// of that length. `place` says which, of a size. Removed at random, the half is when the rows that are left lie in
+/// most pieces.
+template <class Place>
+void removeOneByOne(benchmark::State& state, Place place) {
+  const Folder folder;
+  ErrorLog log;
+  host::SqliteStore store({.place = {.folder = folder.path()}}, log);
+  const auto length = static_cast<int>(state.range(0));
+  for (auto _ : state) {
+    for (int removed = 0; removed < kRemovals; ++removed) {
+      if (removed % kRemovalsOfALog == 0) {
+        state.PauseTiming();
+        if (removed % (length / 2) == 0) {
+          store.set(kQueue, kit::Value());
+          fill(store, length);
+        }
+        store.flushAndWait();
+        state.ResumeTiming();
+      }
+      kit::MutableArray queue(store.get(kQueue));
+      queue.removeAt(place(queue.size()));
+      store.set(kQueue, kit::Value(std::move(queue)));
+      store.synchronize();
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * kRemovals);
+}
+
+void removeFromTheFront(benchmark::State& state) {
+  removeOneByOne(state, [](size_t) { return size_t{0}; });
+}
+
+void removeAtRandom(benchmark::State& state) {
+  std::mt19937 random(1);
+  removeOneByOne(state, [&random](size_t size) { return random() % size; });
+}
+
+void listLengths(benchmark::internal::Benchmark* benchmark) {
+  benchmark->Arg(1000)->Arg(10000)->Iterations(1)->Unit(benchmark::kMicrosecond);
+  benchmark->Repetitions(kRepetitions)->ReportAggregatesOnly(true);
+}
+
+BENCHMARK(removeFromTheFront)->Apply(listLengths);
+BENCHMARK(removeAtRandom)->Apply(listLengths);
+
 void nothingToSynchronize(benchmark::State& state) {
   const Folder folder;
   ErrorLog log;
@@ -152,4 +207,11 @@ BENCHMARK(openAndLoad)->Arg(0)->Arg(10000)->Unit(benchmark::kMillisecond)->UseRe
 }  // namespace
 }  // namespace morvik
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  // What one removal costs hardly depends on the list's length: writing it costs more than finding what to write.
+  return morvik::bench::runWithRatios(
+      argc, argv,
+      {{"remove one of 10,000 from the front / one of 1,000", "removeFromTheFront/10000", "removeFromTheFront/1000",
+        1.5},
+       {"remove one of 10,000 at random / one of 1,000", "removeAtRandom/10000", "removeAtRandom/1000", 1.5}});
+}

@@ -11,7 +11,7 @@ namespace detail {
 namespace {
 
 constexpr uint32_t kFirstChunkCapacity = 4;
-constexpr uint32_t kFirstSpineCapacity = 4;
+constexpr uint32_t kFirstSpineCapacity = 2;
 
 }  // namespace
 
@@ -39,16 +39,18 @@ void Chunk::release() {
 }
 
 Spine* Spine::make(uint32_t capacity) {
-  void* memory = ::operator new(sizeof(Spine) + capacity * sizeof(Chunk*));
-  return new (memory) Spine{1, 0, capacity};
+  void* memory = ::operator new(sizeof(Spine) + capacity * sizeof(Segment));
+  return new (memory) Spine{1, 0, capacity, true};
 }
 
 Spine* Spine::copyOf(Spine* source, uint32_t count, uint32_t capacity) {
   Spine* spine = make(capacity);
   for (uint32_t i = 0; i < count; ++i) {
-    spine->chunks()[i] = source->chunks()[i];
-    spine->chunks()[i]->retain();
+    const Segment& segment = source->segments()[i];
+    segment.chunk->retain();
+    new (spine->segments() + i) Segment(segment);
   }
+  spine->regular = source->regular;
   spine->used.store(count, std::memory_order_relaxed);
   return spine;
 }
@@ -58,7 +60,7 @@ void Spine::release() {
     return;
   const uint32_t count = used.load(std::memory_order_relaxed);
   for (uint32_t i = 0; i < count; ++i)
-    chunks()[i]->release();
+    segments()[i].chunk->release();
   this->~Spine();
   ::operator delete(this);
 }
@@ -102,16 +104,21 @@ void place(Chunk* chunk, uint32_t slot, Value&& element) {
   new (chunk->items() + slot) Value(std::move(element));
 }
 
+void place(Spine* spine, uint32_t at, const Segment& segment) {
+  new (spine->segments() + at) Segment(segment);
+}
+
 }  // namespace
 
-ArrayRep* ArrayRep::becoming(ArrayRep* before, Spine* row_of_chunks, size_t size) {
+ArrayRep* ArrayRep::becoming(ArrayRep* before, Spine* row_of_chunks, uint32_t segment_count, size_t size) {
   if (before->references.load(std::memory_order_acquire) == 1) {
     before->spine->release();
     before->spine = row_of_chunks;
+    before->segment_count = segment_count;
     before->size = size;
     return before;
   }
-  ArrayRep* after = make(row_of_chunks, size);
+  ArrayRep* after = make(row_of_chunks, segment_count, size);
   if (before->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
     delete before;
   return after;
@@ -123,49 +130,164 @@ ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
     Chunk* chunk = Chunk::make(kFirstChunkCapacity);
     place(chunk, 0, std::move(element));
     chunk->used.store(1, std::memory_order_relaxed);
-    spine->chunks()[0] = chunk;
+    place(spine, 0, {chunk, 0});
     spine->used.store(1, std::memory_order_relaxed);
-    return make(spine, 1);
+    return make(spine, 1, 1);
   }
   const size_t size = before->size;
-  const auto slot = static_cast<uint32_t>(size % kChunkCapacity);
-  const auto row = static_cast<uint32_t>(size / kChunkCapacity);
+  const uint32_t count = before->segment_count;
   Spine* spine = before->spine;
   // An element from which this very row can be reached must not be put into it: the two would hold each other for ever.
   // Where nobody else holds the row, the element does not either.
   const bool held_once = isHeldOnce(before->references) && isHeldOnce(spine->references);
-  if (slot != 0) {
-    Chunk* last = spine->chunks()[row];
-    const bool may_take_it = (held_once && isHeldOnce(last->references)) || !mayReachAnArray(element);
-    if (slot < last->capacity && may_take_it && claim(last->used, slot)) {
-      place(last, slot, std::move(element));
+  const Segment last = spine->segments()[count - 1];
+  const auto slot = static_cast<uint32_t>(size - last.start);
+  if (slot < kChunkCapacity) {
+    const bool may_take_it = (held_once && isHeldOnce(last.chunk->references)) || !mayReachAnArray(element);
+    if (slot < last.chunk->capacity && may_take_it && claim(last.chunk->used, slot)) {
+      place(last.chunk, slot, std::move(element));
       spine->retain();
-      return becoming(before, spine, size + 1);
+      return becoming(before, spine, count, size + 1);
     }
     // Someone else took the slot or might be in the element, or the first small chunk is full: this handle gets a chunk
     // and a row of its own.
-    const uint32_t wanted = slot < last->capacity ? last->capacity : last->capacity * 2;
-    Chunk* chunk = Chunk::copyOf(last, slot, wanted < kChunkCapacity ? wanted : kChunkCapacity);
+    const uint32_t wanted = slot < last.chunk->capacity ? last.chunk->capacity : last.chunk->capacity * 2;
+    Chunk* chunk = Chunk::copyOf(last.chunk, slot, wanted < kChunkCapacity ? wanted : kChunkCapacity);
     place(chunk, slot, std::move(element));
     chunk->used.store(slot + 1, std::memory_order_relaxed);
-    Spine* own = spineWithRoom(spine, row);
-    own->chunks()[row] = chunk;
-    own->used.store(row + 1, std::memory_order_relaxed);
-    return becoming(before, own, size + 1);
+    Spine* own = spineWithRoom(spine, count - 1);
+    place(own, count - 1, {chunk, last.start});
+    own->used.store(count, std::memory_order_relaxed);
+    return becoming(before, own, count, size + 1);
   }
   const bool may_take_it = held_once || !mayReachAnArray(element);
   Chunk* chunk = Chunk::make(kChunkCapacity);
   place(chunk, 0, std::move(element));
   chunk->used.store(1, std::memory_order_relaxed);
-  if (row < spine->capacity && may_take_it && claim(spine->used, row)) {
-    spine->chunks()[row] = chunk;
+  if (count < spine->capacity && may_take_it && claim(spine->used, count)) {
+    place(spine, count, {chunk, size});
     spine->retain();
-    return becoming(before, spine, size + 1);
+    return becoming(before, spine, count + 1, size + 1);
   }
-  Spine* own = spineWithRoom(spine, row);
-  own->chunks()[row] = chunk;
-  own->used.store(row + 1, std::memory_order_relaxed);
-  return becoming(before, own, size + 1);
+  Spine* own = spineWithRoom(spine, count);
+  place(own, count, {chunk, size});
+  own->used.store(count + 1, std::memory_order_relaxed);
+  return becoming(before, own, count + 1, size + 1);
+}
+
+uint32_t ArrayRep::searchedSegmentOf(size_t index) const {
+  // No chunk holds more than its capacity, so the element lies at least that far behind the first.
+  const Segment* first = spine->segments() + index / kChunkCapacity;
+  const Segment* behind =
+      std::upper_bound(first, static_cast<const Segment*>(spine->segments() + segment_count), index,
+                       [](size_t wanted, const Segment& segment) { return wanted < segment.start; });
+  return static_cast<uint32_t>(behind - spine->segments()) - 1;
+}
+
+namespace {
+
+/// A row of chunks in the making, out of chunks that are shared and elements that are copied. Nobody else sees it until
+/// it is taken, so what is copied needs no claiming; and no element can reach it.
+class SpineBuilder {
+ public:
+  /// Room for `segment_count` chunks, which is as many as may be put in, and for one more that is appended later.
+  explicit SpineBuilder(uint32_t segment_count) : spine_(Spine::make(std::bit_ceil(segment_count + 1))) {}
+  ~SpineBuilder() {
+    if (spine_ != nullptr)
+      spine_->release();
+  }
+  SpineBuilder(const SpineBuilder&) = delete;
+  SpineBuilder& operator=(const SpineBuilder&) = delete;
+
+  /// Puts in the first `count` elements of a chunk: copied where they fit into the last one, else the chunk itself.
+  void share(Chunk* chunk, uint32_t count) {
+    if (fit(count)) {
+      makeRoom(count);
+      for (uint32_t i = 0; i < count; ++i)
+        copy(chunk->items()[i]);
+      return;
+    }
+    chunk->retain();
+    push(chunk);
+    last_is_own_ = false;
+    size_ += count;
+  }
+  /// Room for `count` elements in one chunk, the last one or a new one. So many calls of copy() follow.
+  void makeRoom(uint32_t count) {
+    if (!fit(count)) {
+      push(Chunk::make(capacityFor(count)));
+    } else if (!last_is_own_ || last().chunk->capacity < lastCount() + count) {
+      Chunk* own = Chunk::copyOf(last().chunk, lastCount(), capacityFor(lastCount() + count));
+      last().chunk->release();
+      last().chunk = own;
+    }
+    last_is_own_ = true;
+  }
+  void copy(const Value& element) {
+    place(last().chunk, lastCount(), Value(element));
+    ++size_;
+    last().chunk->used.store(lastCount(), std::memory_order_relaxed);
+  }
+  /// The view of it all; null when there is nothing.
+  ArrayRep* take() {
+    const uint32_t count = segmentCount();
+    return count == 0 ? nullptr : ArrayRep::make(std::exchange(spine_, nullptr), count, size_);
+  }
+
+ private:
+  static uint32_t capacityFor(uint32_t count) { return std::max(kFirstChunkCapacity, std::bit_ceil(count)); }
+  uint32_t segmentCount() const { return spine_->used.load(std::memory_order_relaxed); }
+  Segment& last() { return spine_->segments()[segmentCount() - 1]; }
+  uint32_t lastCount() { return static_cast<uint32_t>(size_ - last().start); }
+  bool fit(uint32_t count) { return segmentCount() != 0 && lastCount() + count <= kChunkCapacity; }
+  void push(Chunk* chunk) {
+    const uint32_t count = segmentCount();
+    if (size_ != size_t{count} * kChunkCapacity)
+      spine_->regular = false;
+    place(spine_, count, {chunk, size_});
+    spine_->used.store(count + 1, std::memory_order_relaxed);
+  }
+
+  Spine* spine_;
+  size_t size_ = 0;
+  bool last_is_own_ = false;
+};
+
+}  // namespace
+
+ArrayRep* ArrayRep::without(const ArrayRep& before, std::span<const size_t> indices) {
+  SpineBuilder after(before.segment_count);
+  auto next = indices.begin();
+  for (uint32_t i = 0; i < before.segment_count; ++i) {
+    const Segment segment = before.spine->segments()[i];
+    const uint32_t count = before.countOf(i);
+    const auto behind = std::find_if(next, indices.end(), [&](size_t index) { return index >= segment.start + count; });
+    const auto removed = static_cast<uint32_t>(behind - next);
+    if (removed == 0) {
+      after.share(segment.chunk, count);
+    } else if (removed < count) {
+      after.makeRoom(count - removed);
+      for (uint32_t slot = 0; slot < count; ++slot) {
+        if (next != behind && *next == segment.start + slot)
+          ++next;
+        else
+          after.copy(segment.chunk->items()[slot]);
+      }
+    }
+    next = behind;
+  }
+  return after.take();
+}
+
+ArrayRep* ArrayRep::replaced(const ArrayRep& before, size_t index, Value&& element) {
+  const uint32_t at = before.segmentOf(index);
+  Spine* spine = Spine::copyOf(before.spine, before.segment_count, before.spine->capacity);
+  Segment& segment = spine->segments()[at];
+  Chunk* own = Chunk::copyOf(segment.chunk, before.countOf(at), segment.chunk->capacity);
+  own->items()[index - segment.start] = std::move(element);
+  segment.chunk->release();
+  segment.chunk = own;
+  return make(spine, before.segment_count, before.size);
 }
 
 DictionaryRep* DictionaryRep::make(std::span<Entry> source) {
@@ -370,11 +492,8 @@ bool equalNumbers(const Value& a, const Value& b) {
 bool equalArrays(const Array& a, const Array& b) {
   if (a.size() != b.size())
     return false;
-  for (size_t i = a.sharedPrefix(b); i < a.size(); ++i) {
-    if (!(a[i] == b[i]))
-      return false;
-  }
-  return true;
+  const size_t shared = a.sharedPrefix(b);
+  return std::equal(a.begin() += shared, a.end(), b.begin() += shared);
 }
 
 bool equalDictionaries(const Dictionary& a, const Dictionary& b) {
@@ -415,35 +534,69 @@ Array::Array(std::initializer_list<Value> elements) {
   *this = Value(std::move(copy)).array();
 }
 
-size_t Array::sharedPrefix(const Array& other) const noexcept {
-  const size_t limit = size() < other.size() ? size() : other.size();
-  if (limit == 0)
+size_t Array::Iterator::sharedRun(const Iterator& other) const noexcept {
+  if (index_ == end_ || other.index_ == other.end_)
     return 0;
-  detail::Spine* mine = value_.arrayRep()->spine;
-  detail::Spine* theirs = other.value_.arrayRep()->spine;
-  if (mine == theirs)
-    return limit;
-  size_t index = 0;
-  for (size_t row = 0; index < limit && mine->chunks()[row] == theirs->chunks()[row]; ++row) {
-    index += detail::kChunkCapacity;
+  if (array_->spine == other.array_->spine && index_ == other.index_)
+    return std::min(end_, other.end_) - index_;
+  if (element_ != other.element_)
+    return 0;
+  // Segments stay side by side as long as those before them were equally long. The last one alone may differ.
+  const detail::Segment* mine = array_->spine->segments();
+  const detail::Segment* theirs = other.array_->spine->segments();
+  const size_t distance = index_ - other.index_;
+  uint32_t i = segment_ + 1;
+  uint32_t j = other.segment_ + 1;
+  while (i < array_->segment_count && j < other.array_->segment_count && mine[i].chunk == theirs[j].chunk &&
+         mine[i].start - theirs[j].start == distance) {
+    ++i;
+    ++j;
   }
-  if (index > limit)
-    index = limit;
-  while (index < limit && (*this)[index].identicalTo(other[index]))
-    ++index;
-  return index;
+  return std::min(array_->endOf(i - 1) - index_, other.array_->endOf(j - 1) - other.index_);
+}
+
+size_t Array::sharedPrefix(const Array& other) const noexcept {
+  Iterator mine = begin();
+  Iterator theirs = other.begin();
+  const Iterator my_end = end();
+  const Iterator their_end = other.end();
+  while (mine != my_end && theirs != their_end) {
+    const size_t shared = mine.sharedRun(theirs);
+    if (shared == 0 && !mine->identicalTo(*theirs))
+      break;
+    const size_t step = std::max(shared, size_t{1});
+    mine += step;
+    theirs += step;
+  }
+  return mine.index();
 }
 
 MutableArray::MutableArray(const Value& value) : view_(value.array()) {}
 
-void MutableArray::append(Value element) {
+void MutableArray::become(detail::ArrayRep* array) noexcept {
   Value& held = view_.value_;
-  detail::ArrayRep* before = view_.empty() ? nullptr : held.arrayRep();
-  if (before == nullptr)
-    held = Value();
-  held.bits_.counter = &detail::ArrayRep::appended(before, std::move(element))->references;
+  held.bits_.counter = &array->references;
   held.head_.kind = Kind::kArray;
   held.head_.shared = true;
+}
+
+void MutableArray::append(Value element) {
+  detail::ArrayRep* before = view_.empty() ? nullptr : view_.value_.arrayRep();
+  become(detail::ArrayRep::appended(before, std::move(element)));
+}
+
+void MutableArray::removeAllAt(std::span<const size_t> indices) {
+  if (indices.empty())
+    return;
+  detail::ArrayRep* left = detail::ArrayRep::without(*view_.rep(), indices);
+  view_ = Array();
+  if (left != nullptr)
+    become(left);
+}
+
+void MutableArray::removeAt(size_t index) {
+  if (index < size())
+    removeAllAt({&index, 1});
 }
 
 size_t MutableArray::removeAllEqualTo(const Value& element) {
@@ -452,28 +605,12 @@ size_t MutableArray::removeAllEqualTo(const Value& element) {
   return before - size();
 }
 
-void MutableArray::truncateTo(size_t size) {
-  if (size == 0) {
-    view_ = Array();
-    return;
-  }
-  if (size >= view_.size())
-    return;
-  detail::Spine* spine = view_.value_.arrayRep()->spine;
-  spine->retain();
-  Value shorter;
-  shorter.bits_.counter = &detail::ArrayRep::make(spine, size)->references;
-  shorter.head_.kind = Kind::kArray;
-  shorter.head_.shared = true;
-  view_ = Array(std::move(shorter));
-}
-
 void MutableArray::replaceAt(size_t index, Value element) {
-  const Array before = view_;
-  truncateTo(index);
-  append(std::move(element));
-  for (size_t i = index + 1; i < before.size(); ++i)
-    append(before[i]);
+  if (index >= size())
+    return;
+  detail::ArrayRep* after = detail::ArrayRep::replaced(*view_.rep(), index, std::move(element));
+  view_ = Array();
+  become(after);
 }
 
 // -------------------------------------------------------------------------------------------------------- dictionaries

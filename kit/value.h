@@ -8,6 +8,7 @@
 // written by one thread while another reads it (as with any value type). Mutable copies belong to one thread.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <compare>
 #include <cstddef>
@@ -192,6 +193,7 @@ inline constexpr size_t kMaxStringBytes = 0xFFFFFFF0u;
 /// Immutable view of an array value; holds a reference, so it outlives the value it came from.
 class Array {
  public:
+  /// Walks the elements in order, chunk by chunk. Valid as long as the array, or a copy of it, lives.
   class Iterator {
    public:
     using iterator_category = std::forward_iterator_tag;
@@ -200,23 +202,41 @@ class Array {
     using pointer = const Value*;
     using reference = const Value&;
     Iterator() = default;
-    Iterator(const Array* array, size_t index) : array_(array), index_(index) {}
-    reference operator*() const { return (*array_)[index_]; }
-    pointer operator->() const { return &(*array_)[index_]; }
+    reference operator*() const { return *element_; }
+    pointer operator->() const { return element_; }
     Iterator& operator++() {
-      ++index_;
+      ++element_;
+      if (++index_ == chunk_end_ && index_ != end_)
+        enter(segment_ + 1);
       return *this;
     }
     Iterator operator++(int) {
       Iterator old = *this;
-      ++index_;
+      ++*this;
       return old;
     }
+    /// Steps over `count` elements, of which there must be so many: a binary search where they end in another chunk.
+    Iterator& operator+=(size_t count) noexcept;
     friend bool operator==(const Iterator& a, const Iterator& b) { return a.index_ == b.index_; }
 
+    /// Of the element, from 0; the array's size at its end.
+    size_t index() const noexcept { return index_; }
+    /// How many elements from here on lie in the very same places as those from `other` on, as far as both arrays share
+    /// their chunks. Looks at no element: a step for each chunk, and none when one array grew from the other. 0 says
+    /// nothing: the elements may still be identical.
+    size_t sharedRun(const Iterator& other) const noexcept;
+
    private:
-    const Array* array_ = nullptr;
+    friend class Array;
+    Iterator(const detail::ArrayRep* array, size_t index) noexcept;
+    /// Finds the place of index_ in a segment, which must hold it.
+    void enter(uint32_t segment) noexcept;
+    const detail::ArrayRep* array_ = nullptr;
+    const Value* element_ = nullptr;
     size_t index_ = 0;
+    size_t chunk_end_ = 0;  ///< index of the first element behind the chunk
+    size_t end_ = 0;
+    uint32_t segment_ = 0;
   };
 
   Array() = default;
@@ -225,16 +245,18 @@ class Array {
   bool empty() const noexcept { return size() == 0; }
   /// Element at `index`; absent past the end. Valid as long as this array lives.
   const Value& operator[](size_t index) const noexcept;
-  Iterator begin() const noexcept { return {this, 0}; }
-  Iterator end() const noexcept { return {this, size()}; }
-  /// How many leading elements are the very same objects in both arrays. Cheap for arrays that came of one another by
-  /// appending: shared chunks of elements are compared as one.
+  Iterator begin() const noexcept;
+  Iterator end() const noexcept;
+  /// How many leading elements are the very same objects in both arrays. Constant time for arrays that came of one
+  /// another by appending; else shared chunks of elements are compared as one.
   size_t sharedPrefix(const Array& other) const noexcept;
 
  private:
   friend class Value;
   friend class MutableArray;
   explicit Array(Value value) noexcept : value_(std::move(value)) {}
+  /// What lies behind; null for an array that was never given an element.
+  const detail::ArrayRep* rep() const noexcept { return value_.head_.shared ? value_.arrayRep() : nullptr; }
   Value value_;
 };
 
@@ -282,16 +304,23 @@ class MutableArray {
   void removeAll() noexcept { view_ = Array(); }
   /// Removes all elements that equal `element`; says how many went.
   size_t removeAllEqualTo(const Value& element);
-  /// Keeps the elements for which `keep(element)` is true, in order. What stands before the first removed one is
-  /// shared.
+  /// Removes the element at `index`; nothing past the end. Costs a chunk or two of 64 elements and a pointer for every
+  /// 64 elements, however long the array.
+  void removeAt(size_t index);
+  /// Keeps the elements for which `keep(element)` is true, in order; asked once for each, from the first to the last.
+  /// Chunks of 64 elements that lose none stay shared. When `keep` throws, the array is as it was.
   template <class Keep>
   void retainIf(Keep keep);
-  /// Replaces the element at `index` (which must be below size()).
+  /// Replaces the element at `index`; nothing past the end. Costs a chunk of 64 elements and a pointer for every 64
+  /// elements.
   void replaceAt(size_t index, Value element);
 
  private:
   friend class Value;
-  void truncateTo(size_t size);
+  /// `indices` are ascending, each once, and below size().
+  void removeAllAt(std::span<const size_t> indices);
+  /// Takes over the caller's reference; the one to what was held before has been handed on.
+  void become(detail::ArrayRep* array) noexcept;
   Array view_;
 };
 
@@ -341,40 +370,75 @@ struct alignas(Value) Chunk {
 };
 static_assert(sizeof(Chunk) % alignof(Value) == 0);
 
-// The row of chunks, with the same rule for claiming the next place. All chunks but the last are full ones.
-struct alignas(Chunk*) Spine {
+// A chunk's place in an array. How many of its elements belong to the array follows from where the next one starts,
+// never from the chunk: elsewhere the same chunk may be the last one, and grow.
+struct Segment {
+  Chunk* chunk;
+  size_t start;  ///< elements before it
+};
+
+// The row of chunks, with the same rule for claiming the next place. No chunk in it is empty, and no two neighbours
+// would fit into one chunk: removing elements merges them. So a row is at most about twice as long as full chunks
+// would make it. All handles of one row see the same elements, each as far as its size.
+struct alignas(Segment) Spine {
   std::atomic<uint32_t> references;
   std::atomic<uint32_t> used;
   uint32_t capacity;
+  bool regular;  ///< all chunks but the last are full: an element's place is a division
 
-  Chunk** chunks() { return reinterpret_cast<Chunk**>(this + 1); }
+  Segment* segments() { return reinterpret_cast<Segment*>(this + 1); }
   static Spine* make(uint32_t capacity);
   static Spine* copyOf(Spine* source, uint32_t count, uint32_t capacity);
   void retain() { references.fetch_add(1, std::memory_order_relaxed); }
   void release();
 };
-static_assert(sizeof(Spine) % alignof(Chunk*) == 0);
+static_assert(sizeof(Spine) % alignof(Segment) == 0);
 
-// One handle's view: the first `size` elements of a row of chunks.
+// One handle's view: the first `size` elements of a row of chunks. They lie in its first `segment_count` chunks; what
+// the row holds behind these belongs to newer handles and may be written at any time.
 struct ArrayRep {
   std::atomic<uint32_t> references;
+  uint32_t segment_count;
   Spine* spine;
   size_t size;
 
-  static ArrayRep* make(Spine* spine, size_t size) { return new ArrayRep{1, spine, size}; }
+  static ArrayRep* make(Spine* spine, uint32_t segment_count, size_t size) {
+    return new ArrayRep{1, segment_count, spine, size};
+  }
   ~ArrayRep() { spine->release(); }
 
+  /// The segment that holds the element at `index`, which must be below `size`.
+  uint32_t segmentOf(size_t index) const {
+    return spine->regular ? static_cast<uint32_t>(index / kChunkCapacity) : searchedSegmentOf(index);
+  }
+  /// Index of the first element behind a segment.
+  size_t endOf(uint32_t segment) const {
+    return segment + 1 < segment_count ? spine->segments()[segment + 1].start : size;
+  }
+  /// Elements of a segment that belong to this view.
+  uint32_t countOf(uint32_t segment) const {
+    return static_cast<uint32_t>(endOf(segment) - spine->segments()[segment].start);
+  }
   const Value& at(size_t index) const {
-    return spine->chunks()[index / kChunkCapacity]->items()[index % kChunkCapacity];
+    if (spine->regular)
+      return spine->segments()[index / kChunkCapacity].chunk->items()[index % kChunkCapacity];
+    const Segment& segment = spine->segments()[searchedSegmentOf(index)];
+    return segment.chunk->items()[index - segment.start];
   }
 
   /// A view of one element more. `before` itself when nobody else holds it, else a new one; in both cases the caller's
   /// reference to `before` is taken over.
   static ArrayRep* appended(ArrayRep* before, Value&& element);
+  /// A new view without the elements at `indices`, which are ascending; null when none is left. Chunks that lose none
+  /// are shared, unless they fit into one with a neighbour that does.
+  static ArrayRep* without(const ArrayRep& before, std::span<const size_t> indices);
+  /// A new view with another element at `index`, which must be below the size.
+  static ArrayRep* replaced(const ArrayRep& before, size_t index, Value&& element);
 
  private:
+  uint32_t searchedSegmentOf(size_t index) const;
   /// The view of `size` elements in `row_of_chunks`, whose reference is taken over.
-  static ArrayRep* becoming(ArrayRep* before, Spine* row_of_chunks, size_t size);
+  static ArrayRep* becoming(ArrayRep* before, Spine* row_of_chunks, uint32_t segment_count, size_t size);
 };
 
 // A dictionary: its entries behind its header, so that one record is one allocation.
@@ -420,6 +484,38 @@ inline const Value& Array::operator[](size_t index) const noexcept {
   return index < size() ? value_.arrayRep()->at(index) : detail::kAbsentValue;
 }
 
+inline Array::Iterator::Iterator(const detail::ArrayRep* array, size_t index) noexcept
+    : array_(array), index_(index), chunk_end_(index), end_(array == nullptr ? 0 : array->size) {
+  if (index_ != end_)
+    enter(array_->segmentOf(index_));
+}
+
+inline void Array::Iterator::enter(uint32_t segment) noexcept {
+  const detail::Segment& entered = array_->spine->segments()[segment];
+  segment_ = segment;
+  element_ = entered.chunk->items() + (index_ - entered.start);
+  chunk_end_ = array_->endOf(segment);
+}
+
+inline Array::Iterator& Array::Iterator::operator+=(size_t count) noexcept {
+  index_ += count;
+  if (index_ < chunk_end_)
+    element_ += count;
+  else if (index_ != end_)
+    enter(array_->segmentOf(index_));
+  else
+    chunk_end_ = end_;
+  return *this;
+}
+
+inline Array::Iterator Array::begin() const noexcept {
+  return {rep(), 0};
+}
+
+inline Array::Iterator Array::end() const noexcept {
+  return {rep(), size()};
+}
+
 inline size_t Dictionary::size() const noexcept {
   return value_.size();
 }
@@ -432,18 +528,14 @@ inline const Entry* Dictionary::begin() const noexcept {
 
 template <class Keep>
 void MutableArray::retainIf(Keep keep) {
-  const Array before = view_;
-  const size_t count = before.size();
+  std::vector<size_t> removed;
   size_t index = 0;
-  while (index < count && keep(before[index]))
+  for (const Value& element : view_) {
+    if (!keep(element))
+      removed.push_back(index);
     ++index;
-  if (index == count)
-    return;
-  truncateTo(index);
-  for (++index; index < count; ++index) {
-    if (keep(before[index]))
-      append(before[index]);
   }
+  removeAllAt(removed);
 }
 
 }  // namespace morvik::kit

@@ -246,14 +246,16 @@ class Writer {
   bool writeArray(const kit::Array& array, size_t depth) {
     out_.put('[');
     const size_t start = out_.size();
-    for (size_t i = 0; i < array.size(); ++i) {
+    size_t i = 0;
+    for (const kit::Value& element : array) {
       if (i > 0)
         out_.put(',');
       putLine(depth);
       if (i == kSampleElements)
         out_.expect((out_.size() - start) / kSampleElements * (array.size() - i) * 9 / 8);
-      if (!write(array[i], depth))
+      if (!write(element, depth))
         return false;
+      ++i;
     }
     if (!array.empty())
       putLine(depth - 1);

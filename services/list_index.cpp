@@ -45,9 +45,7 @@ kit::Value ListIndex::without(const kit::Value& list, int64_t key) {
     return list;
   kit::MutableArray survivors(list);
   if (first_orders_.size() == survivors.size())
-    survivors.retainIf([at = positionOf(list.array(), place->second), index = size_t{0}](const kit::Value&) mutable {
-      return index++ != at;
-    });
+    survivors.removeAt(positionOf(list.array(), place->second));
   else
     survivors.retainIf([this, key](const kit::Value& record) { return key_of_(record) != key; });
   first_orders_.erase(place);

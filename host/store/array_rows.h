@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "kit/value.h"
@@ -22,31 +23,48 @@ struct RowRange {
 
 /// What has to be written so that the rows hold a new version of the array.
 struct RowChange {
-  std::vector<RowRange> removed;  ///< rows that go
+  std::vector<RowRange> removed;  ///< rows that go, in order; one range may span rows that went before
   size_t appended_from = 0;       ///< index, in the new version, of the first element that needs a new row
   int64_t first_new_row = 0;      ///< order of that row; the others follow
-  bool kept_all = true;           ///< no row went: `kept` is not filled
-  std::vector<RowRange> kept;     ///< rows that stay, in order
 
   friend bool operator==(const RowChange&, const RowChange&) = default;
 };
 
-/// The rows of one array, in order. Kept as ranges: appending and trimming leave few of them, however long the array.
+/// Ranges that are walked and moved together. Finding and removing a row costs one such block and a step for each of
+/// the others.
+inline constexpr size_t kRangesPerBlock = 128;
+
+/// The rows of one array, in order. Kept as ranges: appending and trimming leave few of them, however long the array;
+/// removing at random leaves up to one for every two elements.
 class ArrayRows {
  public:
   /// Adds a row that was found in the store; rows are added in their order.
   void add(int64_t order);
-  /// What leads from `before`, which these rows hold, to `after`. Elements are told apart by identity, so what came of
-  /// the stored array by appending or removing costs what was changed. Changes nothing here.
+  /// What leads from `before`, which these rows hold, to `after`. Elements are told apart by identity, chunks of
+  /// elements that both share as a whole: what came of the stored array by appending costs what was appended; by
+  /// removing, the chunks that lost an element and a step for each of the others. Changes nothing here.
   RowChange changeTo(const kit::Array& before, const kit::Array& after) const;
   /// Takes the change over, once it is written. `size` is that of the new version.
   void apply(const RowChange& change, size_t size);
 
-  const std::vector<RowRange>& ranges() const { return ranges_; }
+  std::vector<RowRange> ranges() const;
   int64_t next() const { return next_; }
 
  private:
-  std::vector<RowRange> ranges_;
+  /// No block is empty, and no two neighbours would fit into one.
+  struct Block {
+    explicit Block(std::span<const RowRange> some);
+    void remove(std::span<const RowRange> removed);
+    std::vector<RowRange> ranges;
+    size_t rows = 0;  ///< in all of them
+  };
+  class Finder;
+
+  void append(RowRange rows);
+  void append(Block&& block);
+  void remove(std::span<const RowRange> removed);
+
+  std::vector<Block> blocks_;
   int64_t next_ = 0;
 };
 

@@ -408,8 +408,9 @@ bool SqliteStore::planOne(Pending& pending) {
   for (const RowRange& range : pending.change.removed)
     changes_.removeRows(property.id, range);
   int64_t row = pending.change.first_new_row;
-  for (size_t i = pending.change.appended_from; i < after.size(); ++i, ++row) {
-    if (!changes_.addRow(property.id, row, after[i]))
+  Array::Iterator element = after.begin();
+  for (element += pending.change.appended_from; element != after.end(); ++element, ++row) {
+    if (!changes_.addRow(property.id, row, *element))
       return false;
   }
   return true;

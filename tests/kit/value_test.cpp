@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "kit/json_codec.h"
@@ -52,6 +56,36 @@ Array numbers(size_t count) {
   for (size_t i = 0; i < count; ++i)
     array.append(static_cast<int64_t>(i));
   return Value(std::move(array)).array();
+}
+
+/// Sizes of the chunks in which the elements lie, told from their places in memory.
+std::vector<size_t> chunkSizesOf(const Array& array) {
+  std::vector<size_t> sizes;
+  const Value* expected = nullptr;
+  for (const Value& element : array) {
+    if (&element != expected)
+      sizes.push_back(0);
+    ++sizes.back();
+    expected = &element + 1;
+  }
+  return sizes;
+}
+
+/// Elements of `array` that lie where no element of `other` does.
+size_t copiedFrom(const Array& other, const Array& array) {
+  std::vector<const Value*> places;
+  for (const Value& element : other)
+    places.push_back(&element);
+  std::sort(places.begin(), places.end(), std::less<>());
+  return static_cast<size_t>(std::count_if(array.begin(), array.end(), [&places](const Value& element) {
+    return !std::binary_search(places.begin(), places.end(), &element, std::less<>());
+  }));
+}
+
+Array without(const Array& array, size_t index) {
+  MutableArray copy(array);
+  copy.removeAt(index);
+  return Value(std::move(copy)).array();
 }
 
 std::vector<int64_t> integersOf(const Array& array) {
@@ -538,6 +572,223 @@ TEST(MutableArray, ReplacesAnElementAndLeavesTheOriginalAlone) {
   }
 }
 
+TEST(MutableArray, ReplacesNothingPastTheEnd) {
+  const Value original(numbers(3));
+  MutableArray array(original);
+  array.replaceAt(3, "new");
+  EXPECT_TRUE(Value(std::move(array)).identicalTo(original));
+  MutableArray empty;
+  empty.replaceAt(0, "new");
+  EXPECT_TRUE(empty.empty());
+}
+
+TEST(MutableArray, CopiesOneChunkOfALongArrayWhenItReplacesAnElement) {
+  const Array original = numbers(10'000);
+  MutableArray array(original);
+  array.replaceAt(5'000, "new");
+  const Array replaced = Value(std::move(array)).array();
+  EXPECT_EQ(copiedFrom(original, replaced), 64u);
+  EXPECT_EQ(replaced.sharedPrefix(original), 5'000u);
+}
+
+TEST(MutableArray, RemovesTheElementAtAnyIndexAndLeavesTheOriginalAlone) {
+  for (const size_t size : {1u, 2u, 4u, 5u, 63u, 64u, 65u, 128u, 129u, 200u}) {
+    const Array original = numbers(size);
+    for (size_t index = 0; index < size; ++index) {
+      std::vector<int64_t> expected = integersOf(original);
+      expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(index));
+      const Array shorter = without(original, index);
+      ASSERT_EQ(integersOf(shorter), expected) << index << " of " << size;
+      for (size_t i = 0; i < expected.size(); ++i)
+        ASSERT_EQ(shorter[i], Value(expected[i])) << index << " of " << size;
+      ASSERT_TRUE(shorter[expected.size()].isAbsent());
+    }
+    EXPECT_EQ(Value(original), Value(numbers(size)));
+  }
+}
+
+TEST(MutableArray, RemovesNothingPastTheEnd) {
+  const Value original(numbers(3));
+  MutableArray array(original);
+  array.removeAt(3);
+  EXPECT_TRUE(Value(std::move(array)).identicalTo(original));
+  MutableArray empty;
+  empty.removeAt(0);
+  EXPECT_EQ(Value(std::move(empty)), Value(Array()));
+}
+
+TEST(MutableArray, CopiesAChunkOrTwoOfALongArrayWhenItRemovesAnElement) {
+  Array array = numbers(20'000);
+  std::mt19937 chance(5);
+  for (int round = 0; round < 40; ++round) {
+    MutableArray copy(array);
+    const size_t before = liveAllocations();
+    copy.removeAt(chance() % copy.size());
+    const size_t added = liveAllocations() - before;
+    const Array shorter = Value(std::move(copy)).array();
+    ASSERT_LE(added, 3u) << "a view, a row of chunks, and one chunk";
+    ASSERT_LE(copiedFrom(array, shorter), 64u);
+    array = shorter;
+  }
+}
+
+TEST(MutableArray, SharesTheChunksThatLoseNoElement) {
+  const Array original = numbers(10'000);
+  MutableArray array(original);
+  array.retainIf([](const Value& element) { return element.integer() % 1000 != 77; });
+  const Array rest = Value(std::move(array)).array();
+  ASSERT_EQ(rest.size(), 9'990u);
+  EXPECT_EQ(copiedFrom(original, rest), 10u * 63);
+}
+
+TEST(MutableArray, NeverKeepsNeighbouringChunksThatFitIntoOne) {
+  std::mt19937 chance(11);
+  MutableArray array(numbers(5'000));
+  int64_t next = 5'000;
+  while (!array.empty()) {
+    switch (chance() % 8) {
+      case 0:
+        array.append(next++);
+        break;
+      case 1:
+        array.replaceAt(chance() % array.size(), next++);
+        break;
+      case 2: {
+        const auto divisor = static_cast<int64_t>(chance() % 300 + 100);
+        array.retainIf([divisor](const Value& element) { return element.integer() % divisor != 0; });
+        break;
+      }
+      default:
+        array.removeAt(chance() % array.size());
+    }
+    const std::vector<size_t> sizes = chunkSizesOf(Value(MutableArray(array)).array());
+    for (size_t i = 0; i + 1 < sizes.size(); ++i)
+      ASSERT_GT(sizes[i] + sizes[i + 1], 64u) << "chunk " << i << " of " << sizes.size();
+  }
+}
+
+TEST(MutableArray, LeavesHalfTheChunksAtMostEmptyHoweverManyElementsGo) {
+  MutableArray array(numbers(64'000));
+  array.retainIf([](const Value& element) { return element.integer() % 64 == 5; });
+  EXPECT_EQ(chunkSizesOf(Value(MutableArray(array)).array()).size(), 16u) << "a thousand single elements";
+  MutableArray one_by_one(numbers(6'400));
+  for (size_t left = 6'400; left > 100; --left)
+    one_by_one.removeAt(left * 7919 % left);
+  EXPECT_LE(chunkSizesOf(Value(std::move(one_by_one)).array()).size(), 3u);
+}
+
+TEST(MutableArray, AppendsInPlaceAfterARemoval) {
+  for (const size_t removed : {0u, 64u, 129u}) {
+    MutableArray array(without(numbers(130), removed));
+    array.append("makes room");
+    const Value* last = &array[129];
+    const Array older = Value(MutableArray(array)).array();
+    const size_t before = liveAllocations();
+    array.append(1);
+    const size_t added = liveAllocations() - before;
+    EXPECT_LE(added, 1u) << "a view at most";
+    EXPECT_EQ(&array[129], last) << "the chunk was copied after element " << removed << " went";
+    EXPECT_EQ(array[130], Value(1));
+    EXPECT_EQ(older.size(), 130u);
+    EXPECT_TRUE(older[130].isAbsent());
+  }
+}
+
+TEST(MutableArray, TakesTheNextPlaceOfAChunkThatStandsInTheMiddleElsewhere) {
+  const Array original = without(numbers(192), 70);  // chunks of 64, 63 and 64 elements
+  ASSERT_EQ(chunkSizesOf(original), (std::vector<size_t>{64, 63, 64}));
+  MutableArray first(original);
+  first.retainIf([](const Value& element) { return element.integer() < 128; });
+  MutableArray second(first);
+  first.append("first");
+  second.append("second");
+  ASSERT_EQ(chunkSizesOf(Value(MutableArray(first)).array()), (std::vector<size_t>{64, 64}));
+  EXPECT_EQ(first[127], Value("first"));
+  EXPECT_EQ(second[127], Value("second"));
+  EXPECT_EQ(original[127], Value(128));
+  for (int i = 0; i < 100; ++i)
+    first.append(i);
+  EXPECT_EQ(first[227], Value(99));
+  EXPECT_EQ(original[190], Value(191));
+  EXPECT_EQ(Value(original), Value(without(numbers(192), 70)));
+}
+
+TEST(MutableArray, HoldsACopyOfItselfAfterRemovalsAndGoesWithIt) {
+  for (const size_t size : {2u, 64u, 65u, 130u, 256u}) {
+    const size_t before = liveAllocations();
+    {
+      MutableArray array(numbers(size));
+      array.append(Value(MutableArray(array)));
+      array.removeAt(0);
+      const Value shorter{MutableArray(array)};
+      array.append(shorter);
+      array.append(Dictionary{{"deeper", Value(MutableArray(array))}});
+      array.removeAt(size / 2);
+      array.replaceAt(0, Value(MutableArray(array)));
+      array.append(Value(MutableArray(array)));
+      ASSERT_EQ(array.size(), size + 2);
+      EXPECT_EQ(array[size - 1], shorter);
+      EXPECT_EQ(array[size + 1].size(), size + 1);
+    }
+    EXPECT_EQ(liveAllocations(), before) << "a list of " << size << " that holds itself was never freed";
+  }
+}
+
+TEST(MutableArray, IsAsItWasWhenTheQuestionWhatToKeepThrows) {
+  const Value original(numbers(200));
+  MutableArray array(original);
+  EXPECT_THROW(array.retainIf([](const Value& element) {
+    if (element.integer() == 150)
+      throw std::runtime_error("no answer");
+    return element.integer() % 2 == 0;
+  }),
+               std::runtime_error);
+  EXPECT_TRUE(Value(std::move(array)).identicalTo(original));
+}
+
+TEST(Array, TellsHowFarTwoArraysRunThroughTheSamePlaces) {
+  const Array original = numbers(200);
+  const Array shorter = without(original, 70);
+  EXPECT_EQ(original.begin().sharedRun(shorter.begin()), 64u);
+  Array::Iterator in_original = original.begin();
+  Array::Iterator in_shorter = shorter.begin();
+  in_original += 64;
+  in_shorter += 64;
+  EXPECT_EQ(in_original.sharedRun(in_shorter), 0u) << "this chunk was copied";
+  in_original += 64;
+  in_shorter += 63;
+  EXPECT_EQ(in_original.index(), 128u);
+  EXPECT_EQ(*in_original, *in_shorter);
+  EXPECT_EQ(in_original.sharedRun(in_shorter), 72u) << "two chunks, to the end";
+  EXPECT_EQ(in_original.sharedRun(original.begin()), 0u);
+  in_original += 72;
+  EXPECT_EQ(in_original, original.end());
+  EXPECT_EQ(in_original.sharedRun(in_shorter), 0u);
+  EXPECT_EQ(original.end().sharedRun(shorter.end()), 0u);
+  EXPECT_EQ(original.begin().sharedRun(Array().begin()), 0u);
+  EXPECT_EQ(Array().begin().sharedRun(Array().begin()), 0u);
+  MutableArray longer(original);
+  longer.append("more");
+  EXPECT_EQ(original.begin().sharedRun(Value(std::move(longer)).array().begin()), 200u) << "grown from one";
+}
+
+TEST(Array, StepsToAnyElement) {
+  for (const Array& array : {numbers(300), without(without(numbers(301), 200), 3)}) {
+    for (size_t from = 0; from <= array.size(); from += 13) {
+      for (size_t to = from; to <= array.size(); ++to) {
+        Array::Iterator element = array.begin();
+        element += from;
+        element += to - from;
+        ASSERT_EQ(element.index(), to);
+        ASSERT_EQ(element == array.end(), to == array.size());
+        if (to < array.size()) {
+          ASSERT_EQ(&*element, &array[to]) << "by way of " << from;
+        }
+      }
+    }
+  }
+}
+
 TEST(Array, CountsTheElementsItSharesAtTheFront) {
   const Array original = numbers(150);
   EXPECT_EQ(original.sharedPrefix(original), 150u);
@@ -563,43 +814,85 @@ TEST(Array, CountsIdenticalObjectsOnlyAsShared) {
   EXPECT_EQ(Value(std::move(replaced)).array().sharedPrefix(numbers(150)), 100u);
 }
 
-TEST(MutableArray, BehavesLikeAPlainListWhateverIsDoneToIt) {
+/// A list as the plain one it should behave like, of the very same elements.
+using PlainList = std::vector<Value>;
+
+void expectSame(const Array& array, const PlainList& list, int step) {
+  ASSERT_EQ(array.size(), list.size()) << "after step " << step;
+  size_t index = 0;
+  for (const Value& element : array) {
+    ASSERT_TRUE(element.identicalTo(list[index])) << "element " << index << " after step " << step;
+    ASSERT_EQ(&element, &array[index]) << "element " << index << " after step " << step;
+    ++index;
+  }
+  ASSERT_EQ(index, list.size()) << "after step " << step;
+}
+
+TEST(MutableArray, BehavesLikeAPlainListWhateverIsDoneToItOrToItsCopies) {
+  constexpr size_t kLongest = 1'000;
   std::mt19937 chance(20240301);
   const auto below = [&chance](size_t limit) { return static_cast<size_t>(chance() % limit); };
   struct Twin {
     MutableArray array;
-    std::vector<int64_t> list;
+    PlainList list;
   };
   std::vector<Twin> twins(3);
+  std::vector<std::pair<Array, PlainList>> older(8);
   int64_t next = 0;
-  for (int step = 0; step < 5'000; ++step) {
+  const auto newElement = [&]() -> Value {
+    ++next;
+    if (next % 3 == 0)
+      return Dictionary{{"number", next}};
+    return next % 50 == 1 ? Value(Array{next, Value(older[below(older.size())].first)}) : Value(next);
+  };
+  for (int step = 0; step < 6'000; ++step) {
     Twin& twin = twins[below(twins.size())];
     switch (below(8)) {
       case 0:
         twin = twins[below(twins.size())];
         break;
       case 1: {
-        const auto divisor = static_cast<int64_t>(below(40) + 2);
-        const auto keep = [divisor](int64_t number) { return number % divisor != 0; };
-        twin.array.retainIf([&keep](const Value& element) { return keep(element.integer()); });
-        std::erase_if(twin.list, [&keep](int64_t number) { return !keep(number); });
+        const size_t divisor = below(300) + 2;
+        size_t index = 0;
+        twin.array.retainIf([&](const Value&) { return index++ % divisor != 0; });
+        index = 0;
+        std::erase_if(twin.list, [&](const Value&) { return index++ % divisor == 0; });
         break;
       }
       case 2:
         if (!twin.list.empty()) {
           const size_t index = below(twin.list.size());
-          twin.array.replaceAt(index, next);
-          twin.list[index] = next++;
+          const Value element = newElement();
+          twin.array.replaceAt(index, element);
+          twin.list[index] = element;
+        }
+        break;
+      case 3:
+      case 4:
+        for (size_t count = below(30); count > 0 && !twin.list.empty(); --count) {
+          const size_t index = below(4) == 0 ? 0 : below(twin.list.size());
+          twin.array.removeAt(index);
+          twin.list.erase(twin.list.begin() + static_cast<std::ptrdiff_t>(index));
         }
         break;
       default:
-        for (size_t count = below(30); count > 0; --count) {
-          twin.array.append(next);
-          twin.list.push_back(next++);
+        for (size_t count = below(60); count > 0; --count) {
+          const Value element = newElement();
+          twin.array.append(element);
+          twin.list.push_back(element);
         }
     }
-    ASSERT_EQ(integersOf(Value(MutableArray(twin.array)).array()), twin.list) << "after step " << step;
-    if (twin.list.size() > 400) {
+    const Array now = Value(MutableArray(twin.array)).array();
+    ASSERT_NO_FATAL_FAILURE(expectSame(now, twin.list, step));
+    const auto& [old_array, old_list] = older[below(older.size())];
+    ASSERT_NO_FATAL_FAILURE(expectSame(old_array, old_list, step));
+    size_t same = 0;
+    while (same < now.size() && same < old_array.size() && now[same].identicalTo(old_array[same]))
+      ++same;
+    ASSERT_EQ(now.sharedPrefix(old_array), same) << "after step " << step;
+    if (below(4) == 0)
+      older[below(older.size())] = {now, twin.list};
+    if (twin.list.size() > kLongest) {
       twin.array.removeAll();
       twin.list.clear();
     }
@@ -813,6 +1106,40 @@ TEST(MutableArray, RacesForTheSamePlaceAndOneCopyAlwaysGetsIt) {
     for (int thread = 0; thread < kThreads; ++thread) {
       ASSERT_EQ(results[static_cast<size_t>(thread)][size], Value(thread));
       ASSERT_EQ(results[static_cast<size_t>(thread)][size + 1], Value(thread + 100));
+    }
+  }
+}
+
+TEST(MutableArray, IsRemovedFromAndAppendedToByManyThreadsThatHoldCopiesOfOneArray) {
+  constexpr size_t kThreads = 4;
+  constexpr size_t kRounds = 150;
+  const Array shared = without(numbers(400), 100);
+  std::vector<Array> results(kThreads);
+  std::vector<std::thread> threads;
+  for (size_t thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([shared, thread, &result = results[thread]] {
+      MutableArray array(shared);
+      for (size_t i = 0; i < kRounds; ++i) {
+        array.removeAt(thread);
+        array.append(Array{static_cast<int64_t>(thread)});
+        array.append(static_cast<int64_t>(i));
+      }
+      result = Value(std::move(array)).array();
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(Value(shared), Value(without(numbers(400), 100)));
+  for (size_t thread = 0; thread < kThreads; ++thread) {
+    const Array& result = results[thread];
+    ASSERT_EQ(result.size(), shared.size() + kRounds);
+    for (size_t i = 0; i < thread; ++i)
+      ASSERT_EQ(result[i], shared[i]);
+    for (size_t i = thread; i + kRounds < shared.size(); ++i)
+      ASSERT_EQ(result[i], shared[i + kRounds]);
+    for (size_t i = 0; i < kRounds; ++i) {
+      ASSERT_EQ(result[shared.size() - kRounds + 2 * i], Value(Array{static_cast<int64_t>(thread)}));
+      ASSERT_EQ(result[shared.size() - kRounds + 2 * i + 1], Value(static_cast<int64_t>(i)));
     }
   }
 }

@@ -122,6 +122,30 @@ TYPED_TEST_P(KeyValueStoreContract, AListGrowsAndShrinksAcrossRestarts) {
   EXPECT_EQ(this->store().get("queue"), kit::Value(std::move(expected)));
 }
 
+TYPED_TEST_P(KeyValueStoreContract, AListThatLosesItsRecordsOneByOneKeepsTheOthers) {
+  std::vector<int> left;
+  for (int id = 0; id < 200; ++id) {
+    this->append("queue", recordOf("id", id));
+    left.push_back(id);
+  }
+  this->store().synchronize();
+  for (size_t step = 0; step < 150; ++step) {
+    const size_t index = step * 37 % left.size();
+    kit::MutableArray list(this->store().get("queue"));
+    list.removeAt(index);
+    this->store().set("queue", kit::Value(std::move(list)));
+    this->store().synchronize();
+    left.erase(left.begin() + static_cast<std::ptrdiff_t>(index));
+    if (step % 50 == 20)
+      this->harness_.killAndRestart();
+  }
+  this->harness_.killAndRestart();
+  kit::MutableArray expected;
+  for (const int id : left)
+    expected.append(recordOf("id", id));
+  EXPECT_EQ(this->store().get("queue"), kit::Value(std::move(expected)));
+}
+
 TYPED_TEST_P(KeyValueStoreContract, AValueTakenEarlierDoesNotChange) {
   this->append("queue", 1);
   const kit::Value before = this->store().get("queue");
@@ -212,8 +236,9 @@ TYPED_TEST_P(KeyValueStoreContract, IsSafePerCallFromManyThreads) {
 REGISTER_TYPED_TEST_SUITE_P(KeyValueStoreContract, WhatWasNeverSetIsAbsent, AWriteIsSeenAtOnceWithoutSynchronize,
                             AWriteReplacesTheValueWhole, SettingTheAbsentValueRemovesTheKey,
                             WhatWasSynchronizedSurvivesTheDeathOfTheProcess, AnEmptyListIsNotAnAbsentOne,
-                            AListGrowsAndShrinksAcrossRestarts, AValueTakenEarlierDoesNotChange, AValueMayChangeItsKind,
-                            SaysThatWhatItSynchronizedIsKept, ServesADyingThreadAtOnceWhenNobodyElseIsThere,
+                            AListGrowsAndShrinksAcrossRestarts, AListThatLosesItsRecordsOneByOneKeepsTheOthers,
+                            AValueTakenEarlierDoesNotChange, AValueMayChangeItsKind, SaysThatWhatItSynchronizedIsKept,
+                            ServesADyingThreadAtOnceWhenNobodyElseIsThere,
                             NeitherLosesNorDoublesWhatADyingThreadWritesAmongOthers, IsSafePerCallFromManyThreads);
 
 }  // namespace morvik::test

@@ -39,6 +39,30 @@ Array with(const Array& array, Value element) {
   return Value(std::move(copy)).array();
 }
 
+/// What changeTo() answers, worked out element by element and row by row.
+RowChange plainChange(const ArrayRows& rows, const Array& before, const Array& after) {
+  std::vector<int64_t> orders;
+  for (const RowRange& range : rows.ranges()) {
+    for (int64_t i = 0; i < range.count; ++i)
+      orders.push_back(range.first + i);
+  }
+  RowChange change{.first_new_row = rows.next()};
+  bool removing = false;
+  for (size_t i = 0; i < before.size(); ++i) {
+    if (change.appended_from < after.size() && before[i].identicalTo(after[change.appended_from])) {
+      ++change.appended_from;
+      removing = false;
+      continue;
+    }
+    if (removing)
+      change.removed.back().count = orders[i] + 1 - change.removed.back().first;
+    else
+      change.removed.push_back({orders[i], 1});
+    removing = true;
+  }
+  return change;
+}
+
 /// The rows as the store holds them, kept by the changes alone.
 struct Table {
   std::map<int64_t, Value> rows;
@@ -91,6 +115,105 @@ TEST(ArrayRows, ARunOverEarlierGapsGoesAsOneRange) {
   EXPECT_EQ(change.removed, (std::vector<RowRange>{{1, 7}}));
 }
 
+TEST(ArrayRows, RemovingOneSplitsItsRange) {
+  ArrayRows rows;
+  Array current = records(0, 300);
+  rows.apply(rows.changeTo({}, current), 300);
+  for (const size_t index : {150u, 0u, 100u}) {
+    MutableArray copy(current);
+    copy.removeAt(index);
+    const Array after = Value(std::move(copy)).array();
+    const RowChange change = rows.changeTo(current, after);
+    EXPECT_EQ(change.removed.size(), 1u);
+    EXPECT_EQ(change.appended_from, after.size());
+    rows.apply(change, after.size());
+    current = after;
+  }
+  EXPECT_EQ(rows.ranges(), (std::vector<RowRange>{{1, 100}, {102, 48}, {151, 149}}));
+}
+
+TEST(ArrayRows, RemovingManyAtOnceLeavesTheRowsBetween) {
+  ArrayRows rows;
+  const Array ten = records(0, 10);
+  rows.apply(rows.changeTo({}, ten), 10);
+  MutableArray copy(ten);
+  copy.retainIf([](const Value& element) { return element["id"].integer() % 3 != 0; });
+  const Array after = Value(std::move(copy)).array();
+  const RowChange change = rows.changeTo(ten, after);
+  EXPECT_EQ(change.removed, (std::vector<RowRange>{{0, 1}, {3, 1}, {6, 1}, {9, 1}}));
+  rows.apply(change, after.size());
+  EXPECT_EQ(rows.ranges(), (std::vector<RowRange>{{1, 2}, {4, 2}, {7, 2}}));
+  EXPECT_EQ(rows.next(), 10);
+}
+
+std::vector<RowRange> rangesOf(const std::vector<int64_t>& orders) {
+  std::vector<RowRange> ranges;
+  for (const int64_t order : orders) {
+    if (!ranges.empty() && ranges.back().first + ranges.back().count == order)
+      ++ranges.back().count;
+    else
+      ranges.push_back({order, 1});
+  }
+  return ranges;
+}
+
+TEST(ArrayRows, OneRangeMayFallIntoManyBlocksAtOnce) {
+  for (const int length : {255, 256, 257, 258, 20'000}) {
+    ArrayRows rows;
+    const Array before = records(0, length);
+    rows.apply(rows.changeTo({}, before), before.size());
+    MutableArray copy(before);
+    copy.retainIf([](const Value& element) { return element["id"].integer() % 2 == 0; });
+    const Array after = Value(std::move(copy)).array();
+    rows.apply(rows.changeTo(before, after), after.size());
+    std::vector<int64_t> expected;
+    for (int order = 0; order < length; order += 2)
+      expected.push_back(order);
+    ASSERT_EQ(rows.ranges(), rangesOf(expected)) << "of " << length << " rows";
+    const RowChange last = rows.changeTo(after, without(after, after.size() - 1, after.size()));
+    EXPECT_EQ(last.removed, (std::vector<RowRange>{{expected.back(), 1}}));
+    rows.apply(rows.changeTo(after, {}), 0);
+    EXPECT_TRUE(rows.ranges().empty());
+    EXPECT_EQ(rows.next(), length);
+  }
+}
+
+TEST(ArrayRows, EachRowIsFoundAmongThousandsOfRanges) {
+  static_assert(kRangesPerBlock * 8 < 2000, "so many elements fall into more than a few blocks");
+  std::mt19937 random(31);
+  ArrayRows rows;
+  std::vector<int64_t> orders;
+  MutableArray loaded;
+  for (int64_t order = 0; orders.size() < 4000; order += static_cast<int64_t>(random() % 3) + 1) {
+    rows.add(order);
+    orders.push_back(order);
+    loaded.append(record(static_cast<int>(order)));
+  }
+  Array current = Value(std::move(loaded)).array();
+  while (!orders.empty()) {
+    MutableArray copy(current);
+    std::vector<RowRange> removed;
+    if (random() % 500 == 0) {
+      copy.append(record(0));
+      orders.push_back(rows.next());
+    } else {
+      const size_t index = random() % orders.size();
+      removed.push_back({orders[index], 1});
+      copy.removeAt(index);
+      orders.erase(orders.begin() + static_cast<std::ptrdiff_t>(index));
+    }
+    const Array after = Value(std::move(copy)).array();
+    const RowChange change = rows.changeTo(current, after);
+    ASSERT_EQ(change.removed, removed) << orders.size() << " are left";
+    rows.apply(change, after.size());
+    current = after;
+    if (orders.size() % 100 == 0) {
+      ASSERT_EQ(rows.ranges(), rangesOf(orders)) << orders.size() << " are left";
+    }
+  }
+  EXPECT_TRUE(rows.ranges().empty());
+}
+
 TEST(ArrayRows, ClearingRemovesAllAndGoesOnBehind) {
   ArrayRows rows;
   const Array five = records(0, 5);
@@ -134,7 +257,7 @@ TEST(ArrayRows, AnySequenceOfChangesLeavesExactlyTheArray) {
   int next = 0;
   for (int round = 0; round < 3000; ++round) {
     MutableArray changed(current);
-    switch (random() % 6) {
+    switch (random() % 8) {
       case 0:
       case 1:
         for (auto i = random() % 80; i > 0; --i)
@@ -150,12 +273,18 @@ TEST(ArrayRows, AnySequenceOfChangesLeavesExactlyTheArray) {
         if (!changed.empty())
           changed.replaceAt(random() % changed.size(), record(next++));
         break;
+      case 5:
+      case 6:
+        for (auto i = random() % 20; i > 0 && !changed.empty(); --i)
+          changed.removeAt(random() % changed.size());
+        break;
       default:
         if (random() % 20 == 0)
           changed.removeAll();
     }
     const Array after = Value(std::move(changed)).array();
     const RowChange change = rows.changeTo(current, after);
+    ASSERT_EQ(change, plainChange(rows, current, after)) << "round " << round;
     table.apply(change, after);
     rows.apply(change, after.size());
     current = after;
@@ -164,6 +293,56 @@ TEST(ArrayRows, AnySequenceOfChangesLeavesExactlyTheArray) {
     for (const RowRange& range : rows.ranges())
       count += range.count;
     ASSERT_EQ(count, static_cast<int64_t>(current.size()));
+  }
+}
+
+// Also pairs that no store hands in one after the other: elements moved, doubled, from elsewhere.
+TEST(ArrayRows, AnyTwoArraysAreToldApartAsElementByElement) {
+  std::mt19937 random(23);
+  std::vector<Array> arrays = {Array(), records(0, 200), Array{1, 1, 1, 2, 1, 1}};
+  for (int round = 0; round < 4000; ++round) {
+    const Array before = arrays[random() % arrays.size()];
+    MutableArray changed(before);
+    for (auto i = random() % 4; i > 0; --i) {
+      switch (random() % 5) {
+        case 0:
+          if (!changed.empty())
+            changed.removeAt(random() % changed.size());
+          break;
+        case 1: {
+          const auto every = random() % 70 + 1;
+          changed.retainIf([&](const Value&) { return random() % every != 0; });
+          break;
+        }
+        case 2:
+          for (auto count = random() % 130; count > 0; --count)
+            changed.append(static_cast<int>(random() % 3));
+          break;
+        case 3: {
+          const Array other = arrays[random() % arrays.size()];
+          for (const Value& element : other)
+            changed.append(element);
+          break;
+        }
+        default:
+          if (!changed.empty())
+            changed.replaceAt(random() % changed.size(), changed[random() % changed.size()]);
+      }
+    }
+    ArrayRows rows;
+    int64_t order = 0;
+    for (size_t i = 0; i < before.size(); ++i)
+      rows.add(order += random() % 5 == 0 ? 3 : 1);
+    const Array after = Value(std::move(changed)).array();
+    const Array other = arrays[random() % arrays.size()];
+    ASSERT_EQ(rows.changeTo(before, after), plainChange(rows, before, after)) << "round " << round;
+    ASSERT_EQ(rows.changeTo(before, other), plainChange(rows, before, other)) << "round " << round;
+    if (after.size() < 600) {
+      if (arrays.size() < 12)
+        arrays.push_back(after);
+      else
+        arrays[random() % arrays.size()] = after;
+    }
   }
 }
 

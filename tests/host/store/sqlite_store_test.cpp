@@ -665,7 +665,7 @@ TEST_F(SqliteStoreTest, AnySequenceOfChangesIsFoundAgain) {
   for (int round = 0; round < 400; ++round) {
     const char* key = random() % 2 == 0 ? "one" : "two";
     MutableArray list(store->get(key));
-    switch (random() % 6) {
+    switch (random() % 7) {
       case 0:
       case 1:
         for (auto i = random() % 60; i > 0; --i)
@@ -682,6 +682,10 @@ TEST_F(SqliteStoreTest, AnySequenceOfChangesIsFoundAgain) {
       case 4:
         if (!list.empty())
           list.replaceAt(random() % list.size(), next++);
+        break;
+      case 5:
+        for (auto i = random() % 5; i > 0 && !list.empty(); --i)
+          list.removeAt(random() % list.size());
         break;
       default:
         if (random() % 10 == 0)
