@@ -160,10 +160,10 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// Any thread, the one on which the process is about to die included, whatever locks it or a halted thread holds: no
   /// lock of the kit's is waited for. Where the store, the house lock or the log's sink is in use at that moment, the
   /// report goes to the shelf, from which the next start takes it, and a log line is dropped. When it returns, the
-  /// report is in the kernel's hands in one of the two places; when neither takes it, a line says so. Never throws. It
-  /// takes memory from the heap and so is not for signal handlers. What it calls of the kit (utility class, device,
-  /// bundle, clock, versions of the modules) waits for no lock either: their headers promise it. Do not come to it by
-  /// shared(), which has a lock: hold the object.
+  /// report is in the kernel's hands in one of the two places; when neither takes it, a line at trace level says so.
+  /// Never throws. It takes memory from the heap and so is not for signal handlers. What it calls of the kit (utility
+  /// class, device, bundle, clock, versions of the modules) waits for no lock either: their headers promise it. Do not
+  /// come to it by shared(), which has a lock: hold the object.
   void makeCrashParameter(const kit::UncaughtException& exception);
   /// Sends all stored crash reports; once they are accepted, those within the budget of one upload are dropped, and
   /// the rest is sent at once.

@@ -26,7 +26,7 @@ class ReportFileHarness {
 
  private:
   test::ScratchFolder folder_;
-  const SimdjsonCodec json_;
+  SimdjsonCodec json_;
   testing::RecordingLog log_;
   std::optional<ReportFile> shelf_;
 };
@@ -44,7 +44,7 @@ namespace {
 class ReportFileTest : public ::testing::Test {
  protected:
   test::ScratchFolder folder;
-  const SimdjsonCodec json;
+  SimdjsonCodec json;
   testing::RecordingLog log;
   ReportFile shelf{folder.path(), json, log};
 };
