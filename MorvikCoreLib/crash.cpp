@@ -158,7 +158,7 @@ void MorvikCoreLib::takeInShelvedReports() {
 bool MorvikCoreLib::queueReports(const kit::Array& reports) {
   const std::string install_datetime = store().fendoUserInfo_install_datetime().value_or("");
   const Value before = store().inOneStep([&] {
-    const Value queue = store().MorvikCoreUserInfo_Crash();
+    Value queue = store().MorvikCoreUserInfo_Crash();
     const kit::Array queued = queue.array();
     kit::MutableArray next(queue);
     for (const Value& report : reports) {
@@ -201,7 +201,7 @@ void MorvikCoreLib::sendCrashInfos() {
 
 /// The queue without the reports that the budget counts; equal reports go together. Absent where it is absent.
 Value MorvikCoreLib::remainingCrashInfos() const {
-  const Value queue = store().MorvikCoreUserInfo_Crash();
+  Value queue = store().MorvikCoreUserInfo_Crash();
   if (queue.isAbsent())
     return queue;
   kit::MutableArray remaining(queue);
@@ -233,7 +233,7 @@ void MorvikCoreLib::crashUploadDidSucceed(const Value& json, const Value& remain
 // ------------------------------------------------------------------------------------------------------------ threads
 
 std::string MorvikCoreLib::getPrettyCurrentThreadDescription(const kit::Threads& threads) {
-  const std::string description = threads.currentThreadDescription();
+  std::string description = threads.currentThreadDescription();
   const size_t open = description.find('{');
   if (open == std::string::npos)
     return description;
