@@ -1,9 +1,8 @@
 # Every test is known to ctest under its own name and carries a label: that of its group.
 
-# morvik_test_group(NAME FOLDER folder LIBRARIES library... LABELS label...): all .cpp files of the folder become
-# test_NAME, under these labels beside its own.
+# morvik_test_group(NAME FOLDER folder LIBRARIES library...): all .cpp files of the folder become test_NAME.
 function(morvik_test_group name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" FOLDER "LIBRARIES;LABELS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" FOLDER LIBRARIES)
   morvik_sources(sources ${arg_FOLDER})
   if(NOT sources)
     return()
@@ -21,7 +20,7 @@ function(morvik_test_group name)
     DISCOVERY_TIMEOUT 60
     # Values as names run over several lines; a number or the name that the test gives is enough.
     NO_PRETTY_VALUES
-    PROPERTIES LABELS "${name};${arg_LABELS}" TIMEOUT 120)
+    PROPERTIES LABELS ${name} TIMEOUT 120)
 endfunction()
 
 # morvik_python_tests(FOLDER): every test_*.py of the folder is one test.
