@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
@@ -42,6 +43,12 @@ struct Surroundings {
   kit::LogLevel log_level = kit::lcl_vTrace;
   /// Of all endpoints.
   std::string service_url = "https://service.example/";
+  /// Nothing when the user limits tracking.
+  std::optional<std::string> idfa = "00000000-0000-4000-8000-0000000000AD";
+  /// Nothing: the device has no hashed identifier.
+  std::optional<std::string> puid = std::nullopt;
+  AdClient ad_client = AdClient::withoutDetails();
+  DeviceDescription device = {};
 };
 
 inline kit::Endpoints allAt(const std::string& url) {
@@ -59,6 +66,9 @@ class AssembledKit {
  public:
   explicit AssembledKit(const Surroundings& around)
       : endpoints(allAt(around.service_url)),
+        description_(around.device),
+        util_({.idfa = around.idfa, .has_loopback_endpoint = true, .model = around.device.model}),
+        puid_(around.puid ? host::MorvikADGetPUID(*around.puid) : host::MorvikADGetPUID()),
         properties(around.store, house_lock_),
         logger_(shared_state.log_levels, around.log),
         size_trigger_(around.main_queue),
@@ -72,7 +82,7 @@ class AssembledKit {
                   .common = common_,
                   .util = util_,
                   .size_trigger = size_trigger_}),
-        ad_client_(AdClient::withoutDetails(), json, around.main_queue),
+        ad_client_(around.ad_client, json, around.main_queue),
         kit{.clock = around.clock,
             .calendar = around.calendar,
             .main_queue = around.main_queue,
@@ -124,7 +134,7 @@ class AssembledKit {
  private:
   kit::HouseLock house_lock_;
   const DeviceDescription description_;
-  const host::MorvikADUtil util_{{.idfa = "00000000-0000-4000-8000-0000000000AD"}};
+  const host::MorvikADUtil util_;
   const host::MorvikADGetPUID puid_;
   const host::CommonParameters common_{{.device = description_,
                                         .app_key = "journey-app",
