@@ -1,28 +1,11 @@
 #include "tests/apps/service/samples.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-
-#include <filesystem>
-#include <system_error>
 
 #include "apps/service/base64url.h"
 #include "tests/apps/service/sealing.h"
 
 namespace morvik_service::test {
-
-TemporaryFolder::TemporaryFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "morvik-service-test-XXXXXX").string();
-  const char* made = ::mkdtemp(pattern.data());
-  if (made == nullptr)
-    throw std::system_error(errno, std::system_category(), pattern);
-  path_ = made;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
 
 Json commonParameters() {
   Json payload = Json::object();

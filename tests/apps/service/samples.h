@@ -10,6 +10,7 @@
 #include "apps/service/json.h"
 #include "apps/service/keys.h"
 #include "apps/service/refusal.h"
+#include "tests/support/scratch_folder.h"
 
 namespace morvik_service::test {
 
@@ -18,14 +19,10 @@ inline const Keys kKeys{"app-1", "hash-secret", "tracking-secret"};
 // A folder of its own that goes away with the object.
 class TemporaryFolder {
  public:
-  TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder();
-  std::string path(const std::string& name = "") const { return name.empty() ? path_ : path_ + "/" + name; }
+  std::string path(const std::string& name = "") const { return name.empty() ? folder_.path() : folder_ / name; }
 
  private:
-  std::string path_;
+  morvik::test::ScratchFolder folder_;
 };
 
 Json commonParameters();

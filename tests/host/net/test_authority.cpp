@@ -3,12 +3,9 @@
 #include <openssl/ec.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
 
 namespace morvik::test {
@@ -41,20 +38,12 @@ CertificatePtr blankCertificate(EVP_PKEY* key, const char* name, long valid_seco
   return certificate;
 }
 
-std::string temporaryFile() {
-  std::string path = (std::filesystem::temp_directory_path() / "morvik-authority-XXXXXX").string();
-  const int descriptor = mkstemp(path.data());
-  require(descriptor >= 0, "temporary file");
-  close(descriptor);
-  return path;
-}
-
 }  // namespace
 
 TestAuthority::TestAuthority()
     : key_(EVP_EC_gen("P-256")),
       certificate_(blankCertificate(key_.get(), "Morvik test authority", kSecondsPerDay)),
-      file_(temporaryFile()) {
+      file_(folder_ / "authority.pem") {
   X509_set_issuer_name(certificate_.get(), X509_get_subject_name(certificate_.get()));
   addExtension(certificate_.get(), certificate_.get(), NID_basic_constraints, "critical,CA:TRUE");
   addExtension(certificate_.get(), certificate_.get(), NID_key_usage, "critical,keyCertSign");
@@ -63,11 +52,6 @@ TestAuthority::TestAuthority()
   std::FILE* file = std::fopen(file_.c_str(), "w");
   require(file != nullptr && PEM_write_X509(file, certificate_.get()) == 1, "authority file");
   std::fclose(file);
-}
-
-TestAuthority::~TestAuthority() {
-  std::error_code ignored;
-  std::filesystem::remove(file_, ignored);
 }
 
 Identity TestAuthority::issue(const std::string& names, long valid_seconds) const {

@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "tests/support/scratch_folder.h"
+
 namespace morvik::test {
 
 struct OpensslRelease {
@@ -30,7 +32,6 @@ class TestAuthority {
   TestAuthority();
   TestAuthority(const TestAuthority&) = delete;
   TestAuthority& operator=(const TestAuthority&) = delete;
-  ~TestAuthority();
 
   /// PEM file of the authority's own certificate.
   const std::string& file() const { return file_; }
@@ -40,6 +41,7 @@ class TestAuthority {
  private:
   KeyPtr key_;
   CertificatePtr certificate_;
+  const ScratchFolder folder_;
   std::string file_;
 };
 
