@@ -37,7 +37,7 @@ Host::~Host() {
 }
 
 std::optional<kit::Error> Host::open() {
-  return parts_->main_loop.open();
+  return parts_->main_loop->open();
 }
 
 void Host::applicationDidBecomeActive() {
@@ -50,7 +50,7 @@ void Host::applicationDidEnterBackground() {
 
 void Host::addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) {
   callOnMain([parts = parts_.get(), group = kit::Value(group), name = kit::Value(name), param = valueOf(param),
-              now = parts_->clock.now()] { parts->services.addActivityOfApp(group, name, param, now); });
+              now = parts_->clock->now()] { parts->services.addActivityOfApp(group, name, param, now); });
 }
 
 void Host::pushTracking() {
@@ -102,46 +102,46 @@ void Host::perform(std::function<void()> block) {
 }
 
 int Host::pollDescriptor() const {
-  return parts_->main_loop.pollDescriptor();
+  return parts_->main_loop->pollDescriptor();
 }
 
 int Host::pollTimeoutMilliseconds() const {
-  return parts_->main_loop.pollTimeoutMilliseconds();
+  return parts_->main_loop->pollTimeoutMilliseconds();
 }
 
 void Host::dispatch() {
-  parts_->main_loop.dispatch();
+  parts_->main_loop->dispatch();
 }
 
 void Host::stop() {
   if (stopped_)
     return;
-  if (parts_->main_loop.isInTurn()) {
+  if (parts_->main_loop->isInTurn()) {
     MORVIK_LOG(parts_->logger, kit::lcl_vError, "-[MorvikCore stop]",
                "Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside");
     return;
   }
   using std::chrono::steady_clock;
   const auto time = std::chrono::duration<double>(kDrainSeconds);
-  parts_->background.stop(steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(time));
-  parts_->main_loop.stop();
-  parts_->transport.shutdown();
+  parts_->background->stop(steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(time));
+  parts_->main_loop->stop();
+  parts_->transport->shutdown();
   parts_->crash_hook.reset();
-  parts_->store.shutdown();
+  parts_->store->shutdown();
   MorvikCoreLib::withdrawSharedKit(parts_->kit);
   stopped_ = true;
 }
 
 kit::MainQueue& Host::mainQueue() {
-  return parts_->main_loop;
+  return *parts_->main_loop;
 }
 
 void Host::afterUncounted(double delay_seconds, kit::Block block) {
-  parts_->main_loop.schedule(delay_seconds, std::move(block));
+  parts_->main_loop->schedule(delay_seconds, std::move(block));
 }
 
 void Host::afterThisTurn(kit::Block block) {
-  parts_->main_loop.afterThisTurn(std::move(block));
+  parts_->main_loop->afterThisTurn(std::move(block));
 }
 
 services::MorvikGVUserDefaults Host::properties() {
@@ -149,11 +149,11 @@ services::MorvikGVUserDefaults Host::properties() {
 }
 
 kit::Value Host::storedValue(std::string_view key) {
-  return parts_->store.get(key);
+  return parts_->store->get(key);
 }
 
 void Host::setStoredValue(std::string_view key, kit::Value value) {
-  parts_->store.set(key, std::move(value));
+  parts_->store->set(key, std::move(value));
 }
 
 void Host::storeOpenedUrl(std::string_view url) {
@@ -161,7 +161,7 @@ void Host::storeOpenedUrl(std::string_view url) {
 }
 
 std::vector<std::pair<std::string, kit::Value>> Host::allStored() const {
-  return parts_->store.all();
+  return parts_->store->all();
 }
 
 void Host::setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate) {
@@ -169,11 +169,15 @@ void Host::setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserIn
 }
 
 void Host::moveClockBySeconds(double seconds) {
-  parts_->clock.moveBySeconds(seconds);
+  parts_->clock->moveBySeconds(seconds);
 }
 
 void Host::setOffline(bool offline) {
   parts_->util.setOffline(offline);
+}
+
+void Host::reportUncaughtException(const kit::UncaughtException& exception) {
+  parts_->core->makeCrashParameter(exception);
 }
 
 Pending Host::pending() const {
@@ -185,8 +189,8 @@ void Host::settle(double limit_seconds, std::function<void(bool settled)> done) 
 }
 
 void Host::callOnMain(kit::Block block) {
-  if (parts_->main_loop.isMainThread()) {
-    parts_->main_loop.runOnMain(std::move(block));
+  if (parts_->main_loop->isMainThread()) {
+    parts_->main_loop->runOnMain(std::move(block));
   } else {
     post(std::move(block));
   }
@@ -204,7 +208,7 @@ void Host::post(kit::Block block) {
                kMaxPostedCalls);
     return;
   }
-  parts.main_loop.async([&parts, block = std::move(block)] {
+  parts.main_loop->async([&parts, block = std::move(block)] {
     --parts.posted_calls;
     block();
   });

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kit/MorvikCoreServicesLib.h"
+#include "kit/crash.h"
 #include "kit/error.h"
 #include "kit/queues.h"
 #include "kit/value.h"
@@ -94,6 +95,9 @@ class Host final : public morvik::MorvikCore {
   void moveClockBySeconds(double seconds);
   /// Whether the network status says that there is no network. The transport stays. Any thread.
   void setOffline(bool offline);
+  /// An exception that nobody caught becomes a crash report, if it concerns the kit. The crash hook does this itself;
+  /// for machines on which nothing really crashes. Any thread; waits for no lock.
+  void reportUncaughtException(const kit::UncaughtException& exception);
   /// Any thread; what it counts may change while it counts, unless it is called within a turn.
   Pending pending() const;
   /// Calls `done` once, at the end of the first turn after which nothing is pending, or when the limit is up: then with

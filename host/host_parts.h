@@ -7,20 +7,15 @@
 
 #include "host/checked_options.h"
 #include "host/crash/crash_hook.h"
-#include "host/crash/report_file.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/system_random.h"
 #include "host/crypto/zlib_compressor.h"
 #include "host/host.h"
 #include "host/json/simdjson_codec.h"
 #include "host/loop/background_tasks.h"
-#include "host/loop/background_thread.h"
-#include "host/loop/main_loop.h"
 #include "host/loop/notification_center.h"
 #include "host/loop/settle_watch.h"
-#include "host/loop/system_clock.h"
-#include "host/net/curl_transport.h"
-#include "host/net/turn_gate.h"
+#include "host/machine/machine.h"
+#include "host/machine/turn_gate.h"
 #include "host/siblings/MorvikADGetPUID.h"
 #include "host/siblings/MorvikADUtil.h"
 #include "host/siblings/MorvikCore.h"
@@ -31,8 +26,6 @@
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/sdk_config.h"
 #include "host/siblings/size_trigger.h"
-#include "host/siblings/system_threads.h"
-#include "host/store/sqlite_store.h"
 #include "kit/kit.h"
 
 namespace morvik {
@@ -43,7 +36,8 @@ namespace morvik::host {
 
 /// Filled by makeHost() only; everything is there once it has returned a host.
 struct HostParts {
-  HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink);
+  /// `machine` makes the parts that stand on it, and is not needed afterwards.
+  HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink, Machine& machine);
   ~HostParts();
   HostParts(const HostParts&) = delete;
   HostParts& operator=(const HostParts&) = delete;
@@ -57,24 +51,26 @@ struct HostParts {
   kit::SharedState shared_state;
   const services::Logger logger;
 
-  SystemClock clock;
-  SystemCalendar calendar;
-  SystemRandom random;
+  const std::unique_ptr<MachineClock> clock;
+  const std::unique_ptr<MachineCalendar> calendar;
+  const std::unique_ptr<kit::Random> random;
+  const std::unique_ptr<kit::Threads> threads;
+  const std::unique_ptr<MachineFacts> facts;
   const OpensslCipher cipher;
   const ZlibCompressor compressor;
   const SimdjsonCodec json;
 
-  SqliteStore store;
+  const std::unique_ptr<MachineStore> store;
   kit::HouseLock house_lock;
   const services::MorvikGVUserDefaults properties;
 
   std::atomic<size_t> posted_calls{0};  ///< calls from other threads that wait in the main loop
   TurnGate gate;
-  MainLoop main_loop;
-  BackgroundThread background;
+  const std::unique_ptr<MachineLoop> main_loop;
+  const std::unique_ptr<MachineBackground> background;
   BackgroundTasks background_tasks;
   NotificationCenter notifications;
-  CurlTransport transport;
+  const std::unique_ptr<MachineTransport> transport;
   SettleWatch settle_watch;
 
   MorvikADUtil util;
@@ -86,8 +82,7 @@ struct HostParts {
   const MorvikCoreUpdateLog update_log;
   const Device device;
   const AppBundle bundle;
-  const SystemThreads threads;
-  ReportFile report_file;
+  const std::unique_ptr<kit::ReportShelf> report_shelf;
   AppAdClient ad_client;
   const AppModules modules;
 

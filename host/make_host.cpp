@@ -9,6 +9,7 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/host_parts.h"
 #include "host/log/log_sinks.h"
+#include "host/machine/system_machine.h"
 #include "host/siblings/kept_identifier.h"
 #include "services/endpoints.h"
 #include "services/text_codes.h"
@@ -22,16 +23,12 @@ std::unique_ptr<kit::LogSink> logSink(const HostOptions& options) {
   return std::make_unique<StderrLogSink>();
 }
 
-LoopMode loopMode(const HostOptions& options) {
-  return options.main_queue == MainQueueMode::kPumped ? LoopMode::kPumped : LoopMode::kOwnThread;
-}
-
 std::optional<std::string> advertisingId(HostParts& parts) {
   const Identifier& idfa = parts.options.options.device.idfa;
   switch (idfa.source()) {
     case Identifier::Source::kMadeAndKept:
       // The platform writes it so.
-      return services::inCapitals(keptIdentifier(parts.store, kAdvertisingIdKey, parts.random));
+      return services::inCapitals(keptIdentifier(*parts.store, kAdvertisingIdKey, *parts.random));
     case Identifier::Source::kGiven:
       return idfa.text();
     case Identifier::Source::kNone:
@@ -44,7 +41,7 @@ MorvikADGetPUID puidOf(HostParts& parts) {
   const Identifier& puid = parts.options.options.device.puid;
   switch (puid.source()) {
     case Identifier::Source::kMadeAndKept:
-      return MorvikADGetPUID(keptIdentifier(parts.store, kDeviceIdKey, parts.random), parts.options.app_key);
+      return MorvikADGetPUID(keptIdentifier(*parts.store, kDeviceIdKey, *parts.random), parts.options.app_key);
     case Identifier::Source::kGiven:
       return MorvikADGetPUID(puid.text());
     case Identifier::Source::kNone:
@@ -64,8 +61,8 @@ UtilFacts utilFacts(HostParts& parts) {
 Identity identityOf(HostParts& parts) {
   return {.device = parts.options.options.device,
           .app_key = parts.options.app_key,
-          .install_id = keptIdentifier(parts.store, kInstallIdKey, parts.random),
-          .zone_name = parts.calendar.zoneName(),
+          .install_id = keptIdentifier(*parts.store, kInstallIdKey, *parts.random),
+          .zone_name = parts.calendar->zoneName(),
           .util = parts.util,
           .puid = parts.puid};
 }
@@ -76,31 +73,31 @@ ServicesParts servicesParts(HostParts& parts) {
           .tracking_url = parts.options.endpoints.kFendoTrackingBaseLiveUrl + services::kTrackingPath,
           .store = parts.properties,
           .logger = parts.logger,
-          .clock = parts.clock,
-          .sealing = {parts.cipher, parts.compressor, parts.random},
+          .clock = *parts.clock,
+          .sealing = {parts.cipher, parts.compressor, *parts.random},
           .common = parts.common,
           .util = parts.util,
           .size_trigger = parts.size_trigger};
 }
 
 kit::Kit kitOf(HostParts& parts) {
-  return {.clock = parts.clock,
-          .calendar = parts.calendar,
-          .main_queue = parts.main_loop,
-          .background_queue = parts.background,
+  return {.clock = *parts.clock,
+          .calendar = *parts.calendar,
+          .main_queue = *parts.main_loop,
+          .background_queue = *parts.background,
           .background_tasks = parts.background_tasks,
           .notifications = parts.notifications,
-          .key_value_store = parts.store,
+          .key_value_store = *parts.store,
           .house_lock = parts.house_lock,
-          .transport = parts.transport,
+          .transport = *parts.transport,
           .json = parts.json,
           .cipher = parts.cipher,
           .compressor = parts.compressor,
-          .random = parts.random,
+          .random = *parts.random,
           .device = parts.device,
           .bundle = parts.bundle,
-          .threads = parts.threads,
-          .report_shelf = parts.report_file,
+          .threads = *parts.threads,
+          .report_shelf = *parts.report_shelf,
           .ad_client = &parts.ad_client,
           .modules = parts.modules,
           .log_sink = *parts.log_sink,
@@ -121,17 +118,17 @@ void frameTurns(HostParts& parts) {
   const auto committed = [&parts](const kit::Block& turn) {
     const TurnGate::Turn open(parts.gate);
     turn();
-    parts.store.commitTurn();
+    parts.store->commitTurn();
   };
-  parts.main_loop.setFrame([&parts, committed](const kit::Block& turn) {
+  parts.main_loop->setFrame([&parts, committed](const kit::Block& turn) {
     committed(turn);
     parts.settle_watch.check();
   });
-  parts.background.setFrame(committed);
-  parts.background.setWhenIdle([&parts] {
+  parts.background->setFrame(committed);
+  parts.background->setWhenIdle([&parts] {
     // Whoever waits for quiet looks at the end of a main turn.
     if (parts.settle_watch.isWatching())
-      parts.main_loop.async([] {});
+      parts.main_loop->async([] {});
   });
 }
 
@@ -144,12 +141,16 @@ void observeBeforeTheCore(HostParts& parts) {
 void observeAfterTheCore(HostParts& parts) {
   // The core has the session ended on the background queue; this comes behind it there.
   parts.notifications.addObserver(kit::Notification::kApplicationDidEnterBackground,
-                                  [&parts] { parts.background.async([&parts] { parts.store.flushNow(); }); });
+                                  [&parts] { parts.background->async([&parts] { parts.store->flushNow(); }); });
 }
 
-void makeCore(HostParts& parts) {
+/// Whose the host is: the process's own watches it and may stand behind its shared core.
+enum class HostOf { kProcess, kOtherMachine };
+
+void makeCore(HostParts& parts, HostOf host_of) {
   observeBeforeTheCore(parts);
-  parts.core = MorvikCoreLib::provideSharedKit(parts.kit) ? MorvikCoreLib::shared() : MorvikCoreLib::make(parts.kit);
+  const bool is_shared = host_of == HostOf::kProcess && MorvikCoreLib::provideSharedKit(parts.kit);
+  parts.core = is_shared ? MorvikCoreLib::shared() : MorvikCoreLib::make(parts.kit);
   observeAfterTheCore(parts);
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
 }
@@ -187,28 +188,61 @@ void reportCrashes(HostParts& parts) {
   parts.crash_hook = std::move(std::get<std::unique_ptr<CrashHook>>(installed));
 }
 
+void watchProcess(HostParts& parts) {
+  reportCrashOfEarlierProcess(parts);
+  parts.store->commitTurn();
+  if (parts.options.options.report_crashes)
+    reportCrashes(parts);
+}
+
+std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, const HostOptions& options,
+                                                           HostOf host_of) {
+  auto checked = checkOptions(options);
+  if (auto* error = std::get_if<kit::Error>(&checked))
+    return std::move(*error);
+  auto parts = std::make_unique<HostParts>(std::get<CheckedOptions>(std::move(checked)), logSink(options), machine);
+  if (parts->store->opening() == StoreOpening::kLocked)
+    return kit::Error{parts->store->openingLine()};
+  frameTurns(*parts);
+  if (!options.opened_url.empty())
+    keepOpenedUrl(*parts, kit::Url(options.opened_url));
+  makeCore(*parts, host_of);
+  if (host_of == HostOf::kProcess)
+    watchProcess(*parts);
+  parts->store->commitTurn();
+  auto host = std::make_unique<Host>(std::move(parts));
+  if (auto error = host->open())
+    return *std::move(error);
+  return host;
+}
+
 }  // namespace
 
-HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink)
+HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink, Machine& machine)
     : options(std::move(checked)),
       log_sink(std::move(sink)),
       logger(shared_state.log_levels, *log_sink),
-      store({.place = {.folder = options.options.store_folder}}, *log_sink),
-      properties(store, house_lock),
-      main_loop(loopMode(options.options), logger),
-      background(logger),
-      background_tasks(main_loop),
-      transport({.ca_file = options.options.ca_file}, main_loop, gate),
-      settle_watch(main_loop, [this] { return pending().isSettled(); }),
-      util(utilFacts(*this)),
+      clock(machine.makeClock()),
+      calendar(machine.makeCalendar()),
+      random(machine.makeRandom()),
+      threads(machine.makeThreads()),
+      facts(machine.makeFacts()),
+      store(machine.makeStore(options.options.store_folder, *log_sink)),
+      properties(*store, house_lock),
+      main_loop(machine.makeMainLoop(options.options.main_queue, logger)),
+      background(machine.makeBackground(logger)),
+      background_tasks(*main_loop),
+      transport(machine.makeTransport(options.options.ca_file, *main_loop, gate)),
+      settle_watch(*main_loop, [this] { return pending().isSettled(); }),
+      util(utilFacts(*this), *facts),
       puid(puidOf(*this)),
       common(identityOf(*this)),
-      size_trigger(main_loop),
+      size_trigger(*main_loop),
       services(servicesParts(*this)),
       device(options.options.device),
       bundle(options.options.device),
-      report_file(options.options.store_folder, json, *log_sink),
-      ad_client(options.options.ad_client, json, main_loop),
+      report_shelf(machine.makeReportShelf(options.options.store_folder, json, *log_sink)),
+      ad_client(options.options.ad_client, json, *main_loop),
       modules(options.options.modules),
       kit(kitOf(*this)) {
   setLogLevel(options.options.log_level);
@@ -232,9 +266,9 @@ void HostParts::setLogLevel(int level) {
 // Read in the order in which work goes from one to the next, so that none slips through.
 Pending HostParts::pending() const {
   Pending pending;
-  pending.background_blocks = background.pending();
-  pending.requests = transport.inFlight();
-  const MainLoopCounts counts = main_loop.counts();
+  pending.background_blocks = background->pending();
+  pending.requests = transport->inFlight();
+  const MainLoopCounts counts = main_loop->counts();
   pending.main_blocks = counts.blocks;
   pending.session_end_blocks = counts.short_timers;
   pending.retries = counts.longer_timers;
@@ -243,24 +277,12 @@ Pending HostParts::pending() const {
 }
 
 std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options) {
-  auto checked = checkOptions(options);
-  if (auto* error = std::get_if<kit::Error>(&checked))
-    return std::move(*error);
-  auto parts = std::make_unique<HostParts>(std::get<CheckedOptions>(std::move(checked)), logSink(options));
-  if (parts->store.opening() == StoreOpening::kLocked)
-    return kit::Error{parts->store.openingLine()};
-  frameTurns(*parts);
-  if (!options.opened_url.empty())
-    keepOpenedUrl(*parts, kit::Url(options.opened_url));
-  makeCore(*parts);
-  reportCrashOfEarlierProcess(*parts);
-  parts->store.commitTurn();
-  if (options.report_crashes)
-    reportCrashes(*parts);
-  auto host = std::make_unique<Host>(std::move(parts));
-  if (auto error = host->open())
-    return *std::move(error);
-  return host;
+  SystemMachine machine;
+  return makeHostOn(machine, options, HostOf::kProcess);
+}
+
+std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options, Machine& machine) {
+  return makeHostOn(machine, options, HostOf::kOtherMachine);
 }
 
 }  // namespace morvik::host

@@ -5,6 +5,7 @@
 #include <variant>
 
 #include "host/host.h"
+#include "host/machine/machine.h"
 #include "kit/error.h"
 #include "morvik/host_options.h"
 
@@ -13,5 +14,9 @@ namespace morvik::host {
 /// Makes a host that runs: as morvik::MorvikCore::start() says, whose work this is. The first host of the process is
 /// also the one behind MorvikCoreLib::shared(), until it stops.
 std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options);
+
+/// The same on another machine, which outlives the host. It is never the process's own: MorvikCoreLib::shared() does
+/// not know of it, and nothing of the process is watched (report_crashes is of no matter).
+std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options, Machine& machine);
 
 }  // namespace morvik::host

@@ -5,7 +5,7 @@
 #include <map>
 #include <mutex>
 
-#include "host/loop/main_loop.h"
+#include "host/machine/machine.h"
 #include "kit/background_tasks.h"
 
 namespace morvik::host {
@@ -15,7 +15,7 @@ inline constexpr double kBackgroundGrantSeconds = 30.0;
 
 class BackgroundTasks final : public kit::BackgroundTasks {
  public:
-  explicit BackgroundTasks(MainLoop& main_loop, double grant_seconds = kBackgroundGrantSeconds)
+  explicit BackgroundTasks(MachineLoop& main_loop, double grant_seconds = kBackgroundGrantSeconds)
       : main_loop_(main_loop), grant_seconds_(grant_seconds) {}
 
   kit::BackgroundTaskIdentifier beginBackgroundTaskWithExpirationHandler(kit::Block expiration_handler) override;
@@ -26,13 +26,13 @@ class BackgroundTasks final : public kit::BackgroundTasks {
  private:
   struct Task {
     kit::Block expiration_handler;
-    MainLoop::TimerKey timer;
+    MachineLoop::TimerKey timer;
   };
   void expire(kit::BackgroundTaskIdentifier identifier);
   /// The task, no longer open; without handler when it was not.
   Task take(kit::BackgroundTaskIdentifier identifier);
 
-  MainLoop& main_loop_;
+  MachineLoop& main_loop_;
   const double grant_seconds_;
   mutable std::mutex mutex_;
   std::map<kit::BackgroundTaskIdentifier, Task> tasks_;

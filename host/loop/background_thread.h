@@ -9,15 +9,14 @@
 #include <mutex>
 #include <thread>
 
-#include "host/loop/turn_frame.h"
+#include "host/machine/machine.h"
 #include "kit/queues.h"
 #include "services/log.h"
 
 namespace morvik::host {
 
-/// Blocks run one after the other, in order, each inside the frame that was set. What a block throws ends there, with a
-/// line in the log.
-class BackgroundThread final : public kit::BackgroundQueue {
+/// As MachineBackground says; stop() joins the thread.
+class BackgroundThread final : public MachineBackground {
  public:
   explicit BackgroundThread(const services::Logger& logger) : logger_(logger) {}
   /// Stops at once, if that was not done.
@@ -25,20 +24,14 @@ class BackgroundThread final : public kit::BackgroundQueue {
   BackgroundThread(const BackgroundThread&) = delete;
   BackgroundThread& operator=(const BackgroundThread&) = delete;
 
-  /// Runs around every block, on the background thread. To be set before the first block.
-  void setFrame(TurnFrame frame) { frame_ = std::move(frame); }
-  /// Called on the background thread each time the last block that waited is done and no longer counted. Must not
-  /// throw. To be set before the first block.
-  void setWhenIdle(kit::Block hook) { when_idle_ = std::move(hook); }
+  void setFrame(TurnFrame frame) override { frame_ = std::move(frame); }
+  void setWhenIdle(kit::Block hook) override { when_idle_ = std::move(hook); }
 
   void async(kit::Block block) override;
-  /// Blocks that wait or run, their frame included. Any thread.
-  size_t pending() const;
+  size_t pending() const override;
   /// True on the thread that runs the blocks. Any thread.
   bool isCurrentThread() const { return id_.load() == std::this_thread::get_id(); }
-  /// Runs what waits until `deadline`, drops the rest, and joins the thread; blocks that come later are dropped. Waits
-  /// for the running block in any case. Not from within a block.
-  void stop(std::chrono::steady_clock::time_point deadline);
+  void stop(std::chrono::steady_clock::time_point deadline) override;
 
  private:
   void run();

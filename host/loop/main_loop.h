@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/loop/turn_frame.h"
+#include "host/machine/machine.h"
 #include "kit/error.h"
 #include "kit/queues.h"
 #include "services/log.h"
@@ -25,65 +25,35 @@ enum class LoopMode {
   kPumped,     ///< the thread that calls open() runs them, in dispatch()
 };
 
-/// A delay of at most this is work that a session end has put off; a longer one is a retry.
-inline constexpr double kShortDelaySeconds = 1.0;
 /// Longer delays are cut to this (ten years), so that no sum of times overflows.
 inline constexpr double kMaxDelaySeconds = 315'360'000.0;
 
-/// What waits on the main queue.
-struct MainLoopCounts {
-  size_t blocks = 0;         ///< blocks that are due; the running one is not counted
-  size_t short_timers = 0;   ///< blocks put off by at most kShortDelaySeconds
-  size_t longer_timers = 0;  ///< blocks put off by more
-};
-
-/// One block is one turn, run inside the frame that was set (where its writes are committed and its requests leave).
-/// When the frame is done, what afterThisTurn() was handed runs. What a block throws ends there, with a line in the
-/// log.
-class MainLoop final : public kit::MainQueue {
+/// As MachineLoop says; stop() joins the thread.
+class MainLoop final : public MachineLoop {
  public:
-  /// Names a timer of schedule(); never used twice.
-  using TimerKey = std::pair<uint64_t, uint64_t>;
-
   MainLoop(LoopMode mode, const services::Logger& logger);
   /// Stops, if that was not done. Not on the main thread while a turn runs.
   ~MainLoop() override;
   MainLoop(const MainLoop&) = delete;
   MainLoop& operator=(const MainLoop&) = delete;
 
-  /// Runs around every turn, on the main thread. To be set before open().
-  void setFrame(TurnFrame frame) { frame_ = std::move(frame); }
-  /// Begins to run turns. Blocks that were handed over before wait until now. Once. An error says that the system gave
-  /// no event loop or no thread.
-  std::optional<kit::Error> open();
-  /// Ends: the turn that runs is the last one, what waits is dropped, the thread is joined; blocks handed over later
-  /// are dropped. Waits for the running turn alone. Answers false, and does nothing, when called from within a turn;
-  /// a pumped loop is stopped on its own thread.
-  bool stop();
+  void setFrame(TurnFrame frame) override { frame_ = std::move(frame); }
+  /// An error says that the system gave no event loop or no thread.
+  std::optional<kit::Error> open() override;
+  bool stop() override;
 
   void async(kit::Block block) override;
   void after(double delay_seconds, kit::Block block) override;
-  /// As after(), for the host's own affairs: can be cancelled and is not counted. Any thread.
-  TimerKey schedule(double delay_seconds, kit::Block block);
-  /// Drops the timer's block if it still waits; one that is due already runs. Any thread.
-  void cancel(TimerKey timer);
-
-  /// Runs `block` at once when called on the main thread (within the running turn, else as a turn of its own), and
-  /// posts it from any other thread.
-  void runOnMain(kit::Block block);
-  /// Runs `block` once the running turn is committed, before the next. From within a turn only.
-  void afterThisTurn(kit::Block block);
-  /// True on the thread that runs the turns. Any thread.
-  bool isMainThread() const { return main_thread_.load() == std::this_thread::get_id(); }
-  /// True within a turn, asked on its thread.
-  bool isInTurn() const { return isMainThread() && in_turn_; }
-  /// Any thread.
-  MainLoopCounts counts() const;
-
-  // A pumped loop, on its thread; else -1, -1 and nothing.
-  int pollDescriptor() const;
-  int pollTimeoutMilliseconds() const;
-  void dispatch();
+  TimerKey schedule(double delay_seconds, kit::Block block) override;
+  void cancel(TimerKey timer) override;
+  void runOnMain(kit::Block block) override;
+  void afterThisTurn(kit::Block block) override;
+  bool isMainThread() const override { return main_thread_.load() == std::this_thread::get_id(); }
+  bool isInTurn() const override { return isMainThread() && in_turn_; }
+  MainLoopCounts counts() const override;
+  int pollDescriptor() const override;
+  int pollTimeoutMilliseconds() const override;
+  void dispatch() override;
 
  private:
   struct Engine;

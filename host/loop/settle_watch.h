@@ -4,7 +4,7 @@
 #include <atomic>
 #include <functional>
 
-#include "host/loop/main_loop.h"
+#include "host/machine/machine.h"
 
 namespace morvik::host {
 
@@ -15,7 +15,7 @@ class SettleWatch {
   using Done = std::function<void(bool settled)>;
 
   /// `is_settled` is asked after each turn while somebody waits.
-  SettleWatch(MainLoop& main_loop, std::function<bool()> is_settled)
+  SettleWatch(MachineLoop& main_loop, std::function<bool()> is_settled)
       : main_loop_(main_loop), is_settled_(std::move(is_settled)) {}
 
   /// Calls `done` once, at the end of the first turn after which all is settled, or when the limit is up: from within a
@@ -29,11 +29,11 @@ class SettleWatch {
  private:
   void end(bool settled);
 
-  MainLoop& main_loop_;
+  MachineLoop& main_loop_;
   const std::function<bool()> is_settled_;
   std::atomic<bool> is_watching_{false};
   Done done_;
-  MainLoop::TimerKey limit_{};
+  MachineLoop::TimerKey limit_{};
 };
 
 }  // namespace morvik::host

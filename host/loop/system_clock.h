@@ -5,31 +5,30 @@
 #include <cstdint>
 #include <string>
 
-#include "kit/clock.h"
+#include "host/machine/machine.h"
 
 namespace morvik::host {
 
 /// Any thread.
-class SystemClock final : public kit::Clock {
+class SystemClock final : public MachineClock {
  public:
   kit::Date now() const override;
-  /// Moves what now() answers by so many seconds, forward or back, on top of earlier moves; the machine's clock and
-  /// timers are not touched. Past the ends of what a date can hold it stays there.
-  void moveBySeconds(double seconds);
+  /// The system's own clock is not touched.
+  void moveBySeconds(double seconds) override;
 
  private:
   std::atomic<int64_t> offset_microseconds_{0};
 };
 
 /// The Gregorian calendar in the zone of the environment's TZ, as it was when the object was made.
-class SystemCalendar final : public kit::Calendar {
+class SystemCalendar final : public MachineCalendar {
  public:
   SystemCalendar();
   kit::CalendarComponents components(kit::Date date) const override;
   std::optional<kit::Date> date(const kit::CalendarComponents& components) const override;
   /// Name of the zone: "Asia/Seoul" where the machine says so, else its abbreviation. Any thread; may read a link of
   /// the file system.
-  std::string zoneName() const;
+  std::string zoneName() const override;
 };
 
 }  // namespace morvik::host

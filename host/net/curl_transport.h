@@ -7,8 +7,9 @@
 #include <mutex>
 #include <string>
 
+#include "host/machine/machine.h"
+#include "host/machine/turn_gate.h"
 #include "host/net/handler_delivery.h"
-#include "host/net/turn_gate.h"
 #include "kit/queues.h"
 #include "kit/transport.h"
 
@@ -40,7 +41,7 @@ class CurlLoop;
 /// where a kept connection proves dead after it was sent, curl would quietly send it again, and that is prevented, but
 /// for GET and HEAD. Proxies named in the environment are not used: whoever can set a variable of the app's process
 /// should not thereby come between it and its server.
-class CurlTransport final : public kit::Transport {
+class CurlTransport final : public MachineTransport {
  public:
   /// `main_queue` must live until shutdown() has returned, `gate` as long as any turn runs.
   CurlTransport(CurlTransportOptions options, kit::MainQueue& main_queue, TurnGate& gate);
@@ -53,11 +54,11 @@ class CurlTransport final : public kit::Transport {
 
   /// Requests that were started and whose handler has not begun: held until their turn ends, waiting for a connection,
   /// under way, or answered with the handler still in the main queue. Any thread.
-  size_t inFlight() const { return delivery_->unanswered(); }
+  size_t inFlight() const override { return delivery_->unanswered(); }
 
   /// Cancels what is in flight and ends the thread, within kShutdownSeconds. No handler begins from here on; one that
   /// runs on another thread is waited for. May be called again, and from inside a handler. The destructor calls it.
-  void shutdown();
+  void shutdown() override;
 
  private:
   TurnGate& gate_;

@@ -1,7 +1,5 @@
 #include "host/siblings/MorvikADUtil.h"
 
-#include "host/siblings/device_numbers.h"
-#include "host/siblings/network_status.h"
 #include "services/converters.h"
 #include "services/dates.h"
 #include "services/memory_text.h"
@@ -56,16 +54,16 @@ double MorvikADUtil::timeIntervalSinceServerDate(kit::Date device_date, double b
 std::string MorvikADUtil::getNetworkStatus() const {
   if (is_offline_)
     return kit::kNetworkUnknown;
-  return networkStatus(networkInterfaces(), facts_.has_loopback_endpoint);
+  return machine_.networkStatus(facts_.has_loopback_endpoint);
 }
 
 kit::Value MorvikADUtil::freeDiskSpace() const {
-  const std::optional<int64_t> bytes = freeDiskBytes(facts_.disk_path);
+  const std::optional<int64_t> bytes = machine_.freeDiskBytes(facts_.disk_path);
   return bytes ? kit::Value(*bytes) : kit::Value();
 }
 
 uint32_t MorvikADUtil::getFreeRam() const {
-  return freeMemoryKibibytes();
+  return machine_.freeMemoryKibibytes();
 }
 
 std::string MorvikADUtil::memoryFormatter(uint32_t kibibytes) const {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "host/machine/machine.h"
 #include "kit/MorvikADUtil.h"
 
 namespace morvik::host {
@@ -20,7 +21,8 @@ struct UtilFacts {
 /// Any thread.
 class MorvikADUtil final : public kit::MorvikADUtil {
  public:
-  explicit MorvikADUtil(UtilFacts facts) : facts_(std::move(facts)) {}
+  /// `machine` outlives it.
+  MorvikADUtil(UtilFacts facts, const MachineFacts& machine) : facts_(std::move(facts)), machine_(machine) {}
 
   kit::Value checkNilToBlankString(const kit::Value& value) const override;
   bool checkNilToNo(const kit::Value& value) const override;
@@ -45,6 +47,7 @@ class MorvikADUtil final : public kit::MorvikADUtil {
 
  private:
   const UtilFacts facts_;
+  const MachineFacts& machine_;
   std::atomic<bool> is_offline_{false};
 };
 

@@ -19,11 +19,11 @@
 #include <utility>
 #include <vector>
 
+#include "host/machine/machine.h"
 #include "host/store/array_rows.h"
 #include "host/store/background_flusher.h"
 #include "host/store/store_database.h"
 #include "host/store/store_files.h"
-#include "kit/key_value_store.h"
 #include "kit/log.h"
 #include "kit/mutex.h"
 #include "services/format.h"
@@ -51,18 +51,7 @@ struct SqliteStoreOptions {
   std::chrono::milliseconds flush_delay = kFlushDelay;
 };
 
-/// How opening went. In every case the store can be used; in the last four it lives in memory.
-enum class StoreOpening : uint8_t {
-  kOpened,
-  kCreated,       ///< there was none
-  kSetAside,      ///< the file could not be read: it has another name now, and a fresh store begins
-  kUnavailable,   ///< no room, no permission, an input or output error: tried again with the next writes
-  kNewerVersion,  ///< the file is left as it is
-  kLocked,        ///< another process uses the store
-  kNothingToRead  ///< read only: there is no store, or it cannot be read
-};
-
-class SqliteStore : public kit::KeyValueStore {
+class SqliteStore : public MachineStore {
  public:
   /// Opens the store and loads all of it; blocks for reading the file, not for a disk sync. What went wrong is told in
   /// one line, in `log` and by openingLine(); by the latter alone when another process holds the store. `log` must
@@ -73,9 +62,9 @@ class SqliteStore : public kit::KeyValueStore {
   SqliteStore(const SqliteStore&) = delete;
   SqliteStore& operator=(const SqliteStore&) = delete;
 
-  StoreOpening opening() const { return opening_; }
+  StoreOpening opening() const override { return opening_; }
   /// The line that told what went wrong; empty when nothing did.
-  const std::string& openingLine() const { return opening_line_; }
+  const std::string& openingLine() const override { return opening_line_; }
 
   kit::Value get(std::string_view key) const override;
   void set(std::string_view key, kit::Value value) override;
@@ -84,18 +73,18 @@ class SqliteStore : public kit::KeyValueStore {
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override;
   /// What a turn of the main queue wrote without synchronize(); the same as synchronize(), and as cheap when there is
   /// nothing.
-  void commitTurn() { synchronize(); }
+  void commitTurn() override { synchronize(); }
 
   /// All properties that are there, in the order of their names. Any thread.
-  std::vector<std::pair<std::string, kit::Value>> all() const;
+  std::vector<std::pair<std::string, kit::Value>> all() const override;
 
   /// The session has ended: syncs to the disk at once, on the store's own thread. Any thread; does not block.
-  void flushNow();
+  void flushNow() override;
   /// Commits, syncs, and blocks until that is done. For tools and the end of a process, never for the main thread.
   void flushAndWait();
   /// flushAndWait(), then closes the file and lets the lock go. Later writes stay in memory. May be called again, but
   /// not by two threads at a time.
-  void shutdown();
+  void shutdown() override;
 
  private:
   struct Property {

@@ -10,6 +10,8 @@
 #include "host/crypto/system_random.h"
 #include "host/crypto/zlib_compressor.h"
 #include "host/json/simdjson_codec.h"
+#include "host/machine/system_facts.h"
+#include "host/machine/system_threads.h"
 #include "host/siblings/MorvikADGetPUID.h"
 #include "host/siblings/MorvikADUtil.h"
 #include "host/siblings/MorvikCore.h"
@@ -20,7 +22,6 @@
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/sdk_config.h"
 #include "host/siblings/size_trigger.h"
-#include "host/siblings/system_threads.h"
 #include "services/endpoints.h"
 #include "testing/fake_siblings.h"
 
@@ -67,7 +68,7 @@ class AssembledKit {
   explicit AssembledKit(const Surroundings& around)
       : endpoints(allAt(around.service_url)),
         description_(around.device),
-        util_({.idfa = around.idfa, .has_loopback_endpoint = true, .model = around.device.model}),
+        util_({.idfa = around.idfa, .has_loopback_endpoint = true, .model = around.device.model}, machine_),
         puid_(around.puid ? host::MorvikADGetPUID(*around.puid) : host::MorvikADGetPUID()),
         properties(around.store, house_lock_),
         logger_(shared_state.log_levels, around.log),
@@ -134,6 +135,7 @@ class AssembledKit {
  private:
   kit::HouseLock house_lock_;
   const DeviceDescription description_;
+  const host::SystemFacts machine_;
   const host::MorvikADUtil util_;
   const host::MorvikADGetPUID puid_;
   const host::CommonParameters common_{{.device = description_,

@@ -24,7 +24,7 @@
 #include "host/loop/system_clock.h"
 #include "host/net/curl_transport.h"
 #include "host/net/handler_delivery.h"
-#include "host/net/turn_gate.h"
+#include "host/machine/turn_gate.h"
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
 #include "testing/sealed_payload.h"

@@ -4,12 +4,14 @@
 
 #include <set>
 
+#include "host/machine/system_facts.h"
 #include "services/dates.h"
 
 namespace morvik::host {
 namespace {
 
-const MorvikADUtil kUtil({.idfa = "AAAA-BBBB"});
+const SystemFacts kMachine;
+const MorvikADUtil kUtil({.idfa = "AAAA-BBBB"}, kMachine);
 
 TEST(MorvikADUtil, ConvertsValuesOfAnyKind) {
   EXPECT_EQ(kUtil.checkNilToBlankString({}), kit::Value(""));
@@ -36,16 +38,16 @@ TEST(MorvikADUtil, TellsServerTimeMinusDeviceTime) {
 
 TEST(MorvikADUtil, KnowsTheAdvertisingIdentifierUnlessTrackingIsLimited) {
   EXPECT_EQ(kUtil.IDFA(), "AAAA-BBBB");
-  EXPECT_EQ(MorvikADUtil({}).IDFA(), std::nullopt);
+  EXPECT_EQ(MorvikADUtil({}, kMachine).IDFA(), std::nullopt);
 }
 
 TEST(MorvikADUtil, AlwaysKnowsANetworkWithAnEndpointOnThisMachine) {
   const std::set<std::string> known = {"wifi", "cellular", "ethernet"};
-  EXPECT_TRUE(known.contains(MorvikADUtil({.has_loopback_endpoint = true}).getNetworkStatus()));
+  EXPECT_TRUE(known.contains(MorvikADUtil({.has_loopback_endpoint = true}, kMachine).getNetworkStatus()));
 }
 
 TEST(MorvikADUtil, KnowsNoNetworkWhileItIsSaidToBeOffline) {
-  MorvikADUtil util({.has_loopback_endpoint = true});
+  MorvikADUtil util({.has_loopback_endpoint = true}, kMachine);
   util.setOffline(true);
   EXPECT_EQ(util.getNetworkStatus(), "unknown");
   util.setOffline(false);
@@ -53,12 +55,12 @@ TEST(MorvikADUtil, KnowsNoNetworkWhileItIsSaidToBeOffline) {
 }
 
 TEST(MorvikADUtil, TellsWhatCrashReportsSayOfTheDevice) {
-  const MorvikADUtil util({.model = "a-model", .disk_path = "/"});
+  const MorvikADUtil util({.model = "a-model", .disk_path = "/"}, kMachine);
   EXPECT_EQ(util.platformString(), "a-model");
   EXPECT_GT(util.freeDiskSpace().integer(), 0);
   EXPECT_GT(util.getFreeRam(), 0U);
   EXPECT_EQ(util.memoryFormatter(831'898), "812.4 MB");
-  EXPECT_TRUE(MorvikADUtil({.disk_path = "/no/such/folder"}).freeDiskSpace().isAbsent());
+  EXPECT_TRUE(MorvikADUtil({.disk_path = "/no/such/folder"}, kMachine).freeDiskSpace().isAbsent());
 }
 
 TEST(MorvikADUtil, ReadsTheQueryOfAUrl) {

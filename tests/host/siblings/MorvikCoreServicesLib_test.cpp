@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/machine/system_facts.h"
 #include "testing/fake_crypto.h"
 #include "testing/memory_store.h"
 #include "testing/recording_log.h"
@@ -63,7 +64,8 @@ class ServicesLib : public ::testing::Test {
   testing::FakeCipher cipher_;
   testing::FakeCompressor compressor_;
   testing::SeededRandom random_{1};
-  MorvikADUtil util_{{.idfa = "the identifier"}};
+  const SystemFacts machine_;
+  MorvikADUtil util_{{.idfa = "the identifier"}, machine_};
   MorvikADGetPUID puid_;
   DeviceDescription device_;
   CommonParameters common_{{.device = device_,

@@ -5,8 +5,12 @@
 #include <map>
 #include <string>
 
+#include "host/machine/system_facts.h"
+
 namespace morvik::host {
 namespace {
+
+const SystemFacts kMachine;
 
 using Texts = std::map<std::string, std::string>;
 
@@ -29,7 +33,7 @@ TEST(CommonParameters, SayWhatTheDeviceAndTheAppSayOfThemselves) {
   device.app_version_code = "17";
   device.package_name = "example.app";
   device.carrier = "carrier";
-  const MorvikADUtil util({.idfa = "AAAA", .has_loopback_endpoint = true});
+  const MorvikADUtil util({.idfa = "AAAA", .has_loopback_endpoint = true}, kMachine);
   const MorvikADGetPUID puid(std::string("hashed"));
   const CommonParameters common({.device = device,
                                  .app_key = "key",
@@ -59,7 +63,7 @@ TEST(CommonParameters, SayWhatTheDeviceAndTheAppSayOfThemselves) {
 TEST(CommonParameters, SayNothingOfWhatIsUnknown) {
   DeviceDescription device;
   device.orientation = 2;
-  const MorvikADUtil util({.has_loopback_endpoint = true});
+  const MorvikADUtil util({.has_loopback_endpoint = true}, kMachine);
   const MorvikADGetPUID puid;
   const CommonParameters common(
       {.device = device, .app_key = "", .install_id = "", .zone_name = "", .util = util, .puid = puid});

@@ -1,4 +1,4 @@
-#include "host/siblings/network_status.h"
+#include "host/machine/network_status.h"
 
 #include <ifaddrs.h>
 #include <net/if.h>

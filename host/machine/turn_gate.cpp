@@ -1,4 +1,4 @@
-#include "host/net/turn_gate.h"
+#include "host/machine/turn_gate.h"
 
 #include <utility>
 

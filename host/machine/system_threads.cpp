@@ -1,4 +1,4 @@
-#include "host/siblings/system_threads.h"
+#include "host/machine/system_threads.h"
 
 #include <pthread.h>
 #include <unistd.h>

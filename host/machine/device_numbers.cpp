@@ -1,4 +1,4 @@
-#include "host/siblings/device_numbers.h"
+#include "host/machine/device_numbers.h"
 
 #include <sys/statvfs.h>
 #include <sys/sysinfo.h>

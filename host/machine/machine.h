@@ -1,0 +1,177 @@
+// What the host stands on: the queues, the clock, the store, the network and the few facts of a machine. The system is
+// one (system_machine.h); a machine whose time is virtual and whose network is written down beforehand is another.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/machine/turn_frame.h"
+#include "host/machine/turn_gate.h"
+#include "kit/clock.h"
+#include "kit/crash.h"
+#include "kit/crypto.h"
+#include "kit/error.h"
+#include "kit/json_codec.h"
+#include "kit/key_value_store.h"
+#include "kit/log.h"
+#include "kit/queues.h"
+#include "kit/threads.h"
+#include "kit/transport.h"
+#include "morvik/host_options.h"
+#include "services/log.h"
+
+namespace morvik::host {
+
+/// A delay of at most this is work that a session end has put off; a longer one is a retry.
+inline constexpr double kShortDelaySeconds = 1.0;
+
+/// What waits on the main queue.
+struct MainLoopCounts {
+  size_t blocks = 0;         ///< blocks that are due; the running one is not counted
+  size_t short_timers = 0;   ///< blocks put off by at most kShortDelaySeconds
+  size_t longer_timers = 0;  ///< blocks put off by more
+};
+
+/// The main queue and what runs it. One block is one turn, run inside the frame that was set (where its writes are
+/// committed and its requests leave). When the frame is done, what afterThisTurn() was handed runs. What a block throws
+/// ends there, with a line in the log.
+class MachineLoop : public kit::MainQueue {
+ public:
+  /// Names a timer of schedule(); never used twice.
+  using TimerKey = std::pair<uint64_t, uint64_t>;
+
+  /// Runs around every turn, on the main thread. To be set before open().
+  virtual void setFrame(TurnFrame frame) = 0;
+  /// Begins to run turns. Blocks that were handed over before wait until now. Once. An error says what the system
+  /// refused.
+  virtual std::optional<kit::Error> open() = 0;
+  /// Ends: the turn that runs is the last one, what waits is dropped; blocks handed over later are dropped. Waits for
+  /// the running turn alone. Answers false, and does nothing, when called from within a turn; a pumped loop is stopped
+  /// on its own thread.
+  virtual bool stop() = 0;
+
+  /// As after(), for the host's own affairs: can be cancelled and is not counted. Any thread.
+  virtual TimerKey schedule(double delay_seconds, kit::Block block) = 0;
+  /// Drops the timer's block if it still waits; one that is due already runs. Any thread.
+  virtual void cancel(TimerKey timer) = 0;
+  /// Runs `block` at once when called on the main thread (within the running turn, else as a turn of its own), and
+  /// posts it from any other thread.
+  virtual void runOnMain(kit::Block block) = 0;
+  /// Runs `block` once the running turn is committed, before the next. From within a turn only.
+  virtual void afterThisTurn(kit::Block block) = 0;
+  /// True on the thread that runs the turns. Any thread.
+  virtual bool isMainThread() const = 0;
+  /// True within a turn, asked on its thread.
+  virtual bool isInTurn() const = 0;
+  /// Any thread.
+  virtual MainLoopCounts counts() const = 0;
+
+  // A pumped loop, on its thread; else -1, -1 and nothing.
+  virtual int pollDescriptor() const = 0;
+  virtual int pollTimeoutMilliseconds() const = 0;
+  virtual void dispatch() = 0;
+};
+
+/// The background queue. Blocks run one after the other, in order, each inside the frame that was set. What a block
+/// throws ends there, with a line in the log.
+class MachineBackground : public kit::BackgroundQueue {
+ public:
+  /// Runs around every block. To be set before the first block.
+  virtual void setFrame(TurnFrame frame) = 0;
+  /// Called, where the blocks run, each time the last block that waited is done and no longer counted. Must not throw.
+  /// To be set before the first block.
+  virtual void setWhenIdle(kit::Block hook) = 0;
+  /// Blocks that wait or run, their frame included. Any thread.
+  virtual size_t pending() const = 0;
+  /// Runs what waits until `deadline` and drops the rest; blocks that come later are dropped. Waits for the running
+  /// block in any case. Not from within a block.
+  virtual void stop(std::chrono::steady_clock::time_point deadline) = 0;
+};
+
+class MachineTransport : public kit::Transport {
+ public:
+  /// Requests that were started and whose handler has not begun. Any thread.
+  virtual size_t inFlight() const = 0;
+  /// Cancels what is in flight, within two seconds. No handler begins from here on. May be called again.
+  virtual void shutdown() = 0;
+};
+
+/// How opening a store went. In every case the store can be used; in the last four it lives in memory.
+enum class StoreOpening : uint8_t {
+  kOpened,
+  kCreated,       ///< there was none
+  kSetAside,      ///< the file could not be read: it has another name now, and a fresh store begins
+  kUnavailable,   ///< no room, no permission, an input or output error: tried again with the next writes
+  kNewerVersion,  ///< the file is left as it is
+  kLocked,        ///< another process uses the store
+  kNothingToRead  ///< read only: there is no store, or it cannot be read
+};
+
+class MachineStore : public kit::KeyValueStore {
+ public:
+  virtual StoreOpening opening() const = 0;
+  /// The line that told what went wrong at opening; empty when nothing did.
+  virtual const std::string& openingLine() const = 0;
+  /// Commits what a turn wrote without synchronize(); as cheap as that when there is nothing. Any thread.
+  virtual void commitTurn() = 0;
+  /// All properties that are there, in the order of their names. Any thread.
+  virtual std::vector<std::pair<std::string, kit::Value>> all() const = 0;
+  /// The session has ended: what is committed goes to the disk as soon as can be. Any thread; does not block.
+  virtual void flushNow() = 0;
+  /// Commits, syncs, closes. Later writes stay in memory. May be called again, but not by two threads at a time.
+  virtual void shutdown() = 0;
+};
+
+class MachineClock : public kit::Clock {
+ public:
+  /// Moves what now() answers by so many seconds, forward or back, on top of earlier moves; timers are not touched.
+  /// Past the ends of what a date can hold it stays there. Any thread.
+  virtual void moveBySeconds(double seconds) = 0;
+};
+
+class MachineCalendar : public kit::Calendar {
+ public:
+  /// Name of the zone, "Asia/Seoul" say. Any thread; may read a link of the file system.
+  virtual std::string zoneName() const = 0;
+};
+
+/// What a machine tells of itself. Any thread; asks the kernel, at most.
+class MachineFacts {
+ public:
+  virtual ~MachineFacts() = default;
+  /// One of the network states; `has_loopback_endpoint`: this machine alone is network enough.
+  virtual std::string networkStatus(bool has_loopback_endpoint) const = 0;
+  /// Bytes that an app may still write to the file system of `path`; nothing when the machine does not tell.
+  virtual std::optional<int64_t> freeDiskBytes(const std::string& path) const = 0;
+  /// Memory that nothing uses, in kibibytes; 0 when the machine does not tell.
+  virtual uint32_t freeMemoryKibibytes() const = 0;
+};
+
+/// Makes the parts. Each function is called once for a host; what it is handed by reference outlives what it returns.
+/// The main thread.
+class Machine {
+ public:
+  virtual ~Machine() = default;
+
+  virtual std::unique_ptr<MachineClock> makeClock() = 0;
+  virtual std::unique_ptr<MachineCalendar> makeCalendar() = 0;
+  virtual std::unique_ptr<kit::Random> makeRandom() = 0;
+  virtual std::unique_ptr<kit::Threads> makeThreads() = 0;
+  virtual std::unique_ptr<MachineFacts> makeFacts() = 0;
+  virtual std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) = 0;
+  virtual std::unique_ptr<kit::ReportShelf> makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
+                                                            kit::LogSink& log) = 0;
+  virtual std::unique_ptr<MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) = 0;
+  virtual std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) = 0;
+  /// What a turn of `gate` starts leaves when the turn is over.
+  virtual std::unique_ptr<MachineTransport> makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
+                                                          TurnGate& gate) = 0;
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,57 @@
+#include "host/machine/system_machine.h"
+
+#include "host/crash/report_file.h"
+#include "host/crypto/system_random.h"
+#include "host/loop/background_thread.h"
+#include "host/loop/main_loop.h"
+#include "host/loop/system_clock.h"
+#include "host/machine/system_facts.h"
+#include "host/machine/system_threads.h"
+#include "host/net/curl_transport.h"
+#include "host/store/sqlite_store.h"
+
+namespace morvik::host {
+
+std::unique_ptr<MachineClock> SystemMachine::makeClock() {
+  return std::make_unique<SystemClock>();
+}
+
+std::unique_ptr<MachineCalendar> SystemMachine::makeCalendar() {
+  return std::make_unique<SystemCalendar>();
+}
+
+std::unique_ptr<kit::Random> SystemMachine::makeRandom() {
+  return std::make_unique<SystemRandom>();
+}
+
+std::unique_ptr<kit::Threads> SystemMachine::makeThreads() {
+  return std::make_unique<SystemThreads>();
+}
+
+std::unique_ptr<MachineFacts> SystemMachine::makeFacts() {
+  return std::make_unique<SystemFacts>();
+}
+
+std::unique_ptr<MachineStore> SystemMachine::makeStore(const std::string& folder, kit::LogSink& log) {
+  return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder}}, log);
+}
+
+std::unique_ptr<kit::ReportShelf> SystemMachine::makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
+                                                                 kit::LogSink& log) {
+  return std::make_unique<ReportFile>(folder, json, log);
+}
+
+std::unique_ptr<MachineLoop> SystemMachine::makeMainLoop(MainQueueMode mode, const services::Logger& logger) {
+  return std::make_unique<MainLoop>(mode == MainQueueMode::kPumped ? LoopMode::kPumped : LoopMode::kOwnThread, logger);
+}
+
+std::unique_ptr<MachineBackground> SystemMachine::makeBackground(const services::Logger& logger) {
+  return std::make_unique<BackgroundThread>(logger);
+}
+
+std::unique_ptr<MachineTransport> SystemMachine::makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
+                                                               TurnGate& gate) {
+  return std::make_unique<CurlTransport>(CurlTransportOptions{.ca_file = ca_file}, main_queue, gate);
+}
+
+}  // namespace morvik::host

@@ -1,0 +1,25 @@
+// The machine that the process runs on.
+#pragma once
+
+#include "host/machine/machine.h"
+
+namespace morvik::host {
+
+/// Has no state of its own: what it makes stands for itself.
+class SystemMachine final : public Machine {
+ public:
+  std::unique_ptr<MachineClock> makeClock() override;
+  std::unique_ptr<MachineCalendar> makeCalendar() override;
+  std::unique_ptr<kit::Random> makeRandom() override;
+  std::unique_ptr<kit::Threads> makeThreads() override;
+  std::unique_ptr<MachineFacts> makeFacts() override;
+  std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
+  std::unique_ptr<kit::ReportShelf> makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
+                                                    kit::LogSink& log) override;
+  std::unique_ptr<MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
+  std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) override;
+  std::unique_ptr<MachineTransport> makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
+                                                  TurnGate& gate) override;
+};
+
+}  // namespace morvik::host
