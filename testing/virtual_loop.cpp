@@ -117,6 +117,23 @@ void VirtualLoop::expire(kit::BackgroundTaskIdentifier identifier) {
     handler();
 }
 
+// ------------------------------------------------------------------------------------------------------------ timers
+
+VirtualLoop::TimerKey VirtualLoop::schedule(double delay_seconds, kit::Block block) {
+  const std::lock_guard lock(mutex_);
+  return addTimer(delay_seconds, std::move(block));
+}
+
+void VirtualLoop::cancel(TimerKey timer) {
+  kit::Block dropped;  // goes outside the lock: it may own anything
+  const std::lock_guard lock(mutex_);
+  const auto found = timers_.find(timer);
+  if (found == timers_.end())
+    return;
+  dropped.swap(found->second);
+  timers_.erase(found);
+}
+
 // ----------------------------------------------------------------------------------------------------------- running
 
 void VirtualLoop::mustNotBeRunning(const char* operation) const {

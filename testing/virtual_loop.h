@@ -58,6 +58,8 @@ struct VirtualLoopOptions {
 class VirtualLoop {
  public:
   enum class Running { kNothing, kMainBlock, kBackgroundBlock };
+  /// When a timer is due, and its place among those due at the same time.
+  using TimerKey = std::pair<int64_t, uint64_t>;
 
   explicit VirtualLoop(VirtualLoopOptions options = {});
   ~VirtualLoop();
@@ -70,6 +72,12 @@ class VirtualLoop {
   kit::BackgroundQueue& backgroundQueue() { return background_queue_; }
   kit::BackgroundTasks& backgroundTasks() { return background_tasks_; }
   PostableNotificationCenter& notifications() { return notifications_; }
+
+  // Timers that can be taken back.
+  /// As mainQueue().after(). Names the timer; never used twice. Any thread.
+  TimerKey schedule(double delay_seconds, kit::Block block);
+  /// Drops the timer's block if it still waits; one that is due already runs. Any thread.
+  void cancel(TimerKey timer);
 
   // Running. What a block throws is rethrown here once its turn is over, unless a sink for it was set.
   /// Runs one turn; false when nothing is waiting. No time passes.
@@ -163,8 +171,6 @@ class VirtualLoop {
    private:
     VirtualLoop& loop_;
   };
-  /// When it is due, and its place among those due at the same time.
-  using TimerKey = std::pair<int64_t, uint64_t>;
   struct Task {
     kit::Block expiration_handler;
     TimerKey timer;

@@ -30,7 +30,10 @@ ARROWS = {
     "testing": {"kit", "services", "MorvikCoreLib", "testing"},
     "host": {"kit", "services", "MorvikCoreLib", "host", "morvik"},
     "include": {"morvik"},
-    "apps/device": {"kit", "services", "MorvikCoreLib", "host", "morvik", "apps/device"},
+    "simulation": {"kit", "services", "MorvikCoreLib", "host", "testing", "morvik", "simulation"},
+    "apps/device": {
+        "kit", "services", "MorvikCoreLib", "host", "testing", "simulation", "morvik", "apps/device",
+    },
     "apps/service": {"apps/service"},
 }
 

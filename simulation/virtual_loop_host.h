@@ -1,0 +1,61 @@
+// The host's two queues on a virtual loop.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "host/machine/machine.h"
+#include "testing/virtual_loop.h"
+
+namespace morvik::simulation {
+
+/// The main queue. Its main thread is the one that runs the virtual loop; a block that is handed over outside a turn
+/// waits for its turn. `loop` outlives it; blocks that it left there when it goes do nothing any more.
+class VirtualMainLoop final : public host::MachineLoop {
+ public:
+  VirtualMainLoop(testing::VirtualLoop& loop, const services::Logger& logger);
+  ~VirtualMainLoop() override;
+
+  void setFrame(host::TurnFrame frame) override;
+  std::optional<kit::Error> open() override;
+  bool stop() override;
+  void async(kit::Block block) override;
+  void after(double delay_seconds, kit::Block block) override;
+  TimerKey schedule(double delay_seconds, kit::Block block) override;
+  void cancel(TimerKey timer) override;
+  void runOnMain(kit::Block block) override;
+  void afterThisTurn(kit::Block block) override;
+  bool isMainThread() const override;
+  bool isInTurn() const override;
+  host::MainLoopCounts counts() const override;
+  int pollDescriptor() const override { return -1; }
+  int pollTimeoutMilliseconds() const override { return -1; }
+  void dispatch() override {}
+
+ private:
+  struct State;
+  kit::Block asTurn(kit::Block block) const;
+
+  testing::VirtualLoop& loop_;
+  const std::shared_ptr<State> state_;
+};
+
+/// The background queue. As VirtualMainLoop.
+class VirtualBackground final : public host::MachineBackground {
+ public:
+  VirtualBackground(testing::VirtualLoop& loop, const services::Logger& logger);
+  ~VirtualBackground() override;
+
+  void setFrame(host::TurnFrame frame) override;
+  void setWhenIdle(kit::Block hook) override;
+  void async(kit::Block block) override;
+  size_t pending() const override;
+  void stop(std::chrono::steady_clock::time_point deadline) override;
+
+ private:
+  struct State;
+  testing::VirtualLoop& loop_;
+  const std::shared_ptr<State> state_;
+};
+
+}  // namespace morvik::simulation

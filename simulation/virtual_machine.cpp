@@ -1,0 +1,179 @@
+#include "simulation/virtual_machine.h"
+
+#include <stdexcept>
+#include <utility>
+#include <variant>
+
+#include "host/make_host.h"
+#include "simulation/virtual_loop_host.h"
+#include "testing/fake_calendar.h"
+
+namespace morvik::simulation {
+namespace {
+
+class VirtualClock final : public host::MachineClock {
+ public:
+  explicit VirtualClock(testing::VirtualLoop& loop) : loop_(loop) {}
+  kit::Date now() const override { return loop_.now(); }
+  void moveBySeconds(double seconds) override { loop_.moveWallClock(seconds); }
+
+ private:
+  testing::VirtualLoop& loop_;
+};
+
+class VirtualCalendar final : public host::MachineCalendar {
+ public:
+  VirtualCalendar(std::shared_ptr<const kit::Calendar> calendar, std::string zone_name)
+      : calendar_(std::move(calendar)), zone_name_(std::move(zone_name)) {}
+  kit::CalendarComponents components(kit::Date date) const override { return calendar_->components(date); }
+  std::optional<kit::Date> date(const kit::CalendarComponents& components) const override {
+    return calendar_->date(components);
+  }
+  std::string zoneName() const override { return zone_name_; }
+
+ private:
+  const std::shared_ptr<const kit::Calendar> calendar_;
+  const std::string zone_name_;
+};
+
+/// The machine's own source, which goes on from process to process.
+class SharedRandom final : public kit::Random {
+ public:
+  explicit SharedRandom(kit::Random& source) : source_(source) {}
+  void fill(std::span<uint8_t> bytes) override { source_.fill(bytes); }
+
+ private:
+  kit::Random& source_;
+};
+
+class VirtualFacts final : public host::MachineFacts {
+ public:
+  explicit VirtualFacts(const VirtualMachineOptions& options) : options_(options) {}
+  std::string networkStatus(bool) const override { return options_.network_status; }
+  std::optional<int64_t> freeDiskBytes(const std::string&) const override { return options_.free_disk_bytes; }
+  uint32_t freeMemoryKibibytes() const override { return options_.free_memory_kibibytes; }
+
+ private:
+  const VirtualMachineOptions& options_;
+};
+
+/// The store of one process.
+class VirtualStore final : public host::MachineStore {
+ public:
+  explicit VirtualStore(testing::MemoryStore& store) : store_(store) {}
+  kit::Value get(std::string_view key) const override { return store_.get(key); }
+  void set(std::string_view key, kit::Value value) override { store_.set(key, std::move(value)); }
+  bool synchronize() override { return store_.synchronize(); }
+  std::optional<kit::Value> tryGet(std::string_view key) const override { return store_.tryGet(key); }
+  bool trySetAndSynchronize(std::string_view key, kit::Value value) override {
+    return store_.trySetAndSynchronize(key, std::move(value));
+  }
+  host::StoreOpening opening() const override { return host::StoreOpening::kOpened; }
+  const std::string& openingLine() const override { return opening_line_; }
+  void commitTurn() override { store_.commitTurn(); }
+  std::vector<std::pair<std::string, kit::Value>> all() const override {
+    const auto contents = store_.contents();
+    return {contents.begin(), contents.end()};
+  }
+  void flushNow() override {}
+  // Every turn is committed; there is no disk to wait for.
+  void shutdown() override {}
+
+ private:
+  testing::MemoryStore& store_;
+  const std::string opening_line_;
+};
+
+class SharedShelf final : public kit::ReportShelf {
+ public:
+  explicit SharedShelf(kit::ReportShelf& shelf) : shelf_(shelf) {}
+  std::optional<kit::Error> append(const kit::Value& report) override { return shelf_.append(report); }
+  kit::Array reports() override { return shelf_.reports(); }
+  void clear() override { shelf_.clear(); }
+
+ private:
+  kit::ReportShelf& shelf_;
+};
+
+/// The network of one process.
+class VirtualTransport final : public host::MachineTransport {
+ public:
+  explicit VirtualTransport(testing::ScriptedTransport& network) : network_(network) {}
+  void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
+    network_.start(std::move(request), std::move(handler));
+  }
+  size_t inFlight() const override { return network_.unanswered(); }
+  void shutdown() override { network_.kill(); }
+
+ private:
+  testing::ScriptedTransport& network_;
+};
+
+}  // namespace
+
+VirtualMachine::VirtualMachine(VirtualMachineOptions options)
+    : loop(options.loop), store(options.store), random(options.seed), options_([&options] {
+        if (!options.calendar)
+          options.calendar = std::make_shared<testing::FixedOffsetCalendar>();
+        return std::move(options);
+      }()) {}
+
+VirtualMachine::~VirtualMachine() = default;
+
+std::unique_ptr<host::Host> VirtualMachine::start(const HostOptions& options) {
+  auto made = host::makeHost(options, *this);
+  if (const auto* error = std::get_if<kit::Error>(&made))
+    throw std::runtime_error("virtual machine: the host did not start: " + error->message);
+  return std::move(std::get<std::unique_ptr<host::Host>>(made));
+}
+
+void VirtualMachine::kill(std::unique_ptr<host::Host> process) {
+  store.kill();
+  transport.kill();
+  loop.kill();
+  process.reset();
+}
+
+std::unique_ptr<host::MachineClock> VirtualMachine::makeClock() {
+  return std::make_unique<VirtualClock>(loop);
+}
+
+std::unique_ptr<host::MachineCalendar> VirtualMachine::makeCalendar() {
+  return std::make_unique<VirtualCalendar>(options_.calendar, options_.zone_name);
+}
+
+std::unique_ptr<kit::Random> VirtualMachine::makeRandom() {
+  return std::make_unique<SharedRandom>(random);
+}
+
+std::unique_ptr<kit::Threads> VirtualMachine::makeThreads() {
+  return std::make_unique<testing::FakeThreads>();
+}
+
+std::unique_ptr<host::MachineFacts> VirtualMachine::makeFacts() {
+  return std::make_unique<VirtualFacts>(options_);
+}
+
+std::unique_ptr<host::MachineStore> VirtualMachine::makeStore(const std::string&, kit::LogSink&) {
+  return std::make_unique<VirtualStore>(store);
+}
+
+std::unique_ptr<kit::ReportShelf> VirtualMachine::makeReportShelf(const std::string&, const kit::JsonCodec&,
+                                                                  kit::LogSink&) {
+  return std::make_unique<SharedShelf>(report_shelf);
+}
+
+std::unique_ptr<host::MachineLoop> VirtualMachine::makeMainLoop(MainQueueMode, const services::Logger& logger) {
+  return std::make_unique<VirtualMainLoop>(loop, logger);
+}
+
+std::unique_ptr<host::MachineBackground> VirtualMachine::makeBackground(const services::Logger& logger) {
+  return std::make_unique<VirtualBackground>(loop, logger);
+}
+
+std::unique_ptr<host::MachineTransport> VirtualMachine::makeTransport(const std::string&, kit::MainQueue&,
+                                                                      host::TurnGate&) {
+  return std::make_unique<VirtualTransport>(transport);
+}
+
+}  // namespace morvik::simulation

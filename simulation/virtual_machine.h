@@ -1,0 +1,75 @@
+// A machine whose time is virtual, whose disk is memory and whose network is written down beforehand. The real host
+// runs on it, with all its sibling components: what happens here happens in an app.
+//
+//   simulation::VirtualMachine machine;
+//   auto host = machine.start(options);          // one process
+//   host->addActivity("shop", "purchase", {});
+//   machine.loop.advance(60);
+//   machine.kill(std::move(host));               // dies at once: what was not committed is lost
+//   host = machine.start(options);               // the next process finds the rest
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "host/host.h"
+#include "host/machine/machine.h"
+#include "kit/clock.h"
+#include "morvik/host_options.h"
+#include "testing/fake_crypto.h"
+#include "testing/fake_siblings.h"
+#include "testing/memory_store.h"
+#include "testing/scripted_transport.h"
+#include "testing/virtual_loop.h"
+
+namespace morvik::simulation {
+
+struct VirtualMachineOptions {
+  testing::VirtualLoopOptions loop;
+  /// The device's zone; null: UTC.
+  std::shared_ptr<const kit::Calendar> calendar;
+  std::string zone_name = "UTC";
+  uint64_t seed = 1;
+  /// What an earlier process left in the store.
+  testing::MemoryStore::Contents store;
+  std::string network_status = "wifi";
+  int64_t free_disk_bytes = 8'000'000'000;
+  uint32_t free_memory_kibibytes = 831'898;
+};
+
+/// Of one thread. Everything public outlives the processes.
+class VirtualMachine : public host::Machine {
+ public:
+  explicit VirtualMachine(VirtualMachineOptions options = {});
+  ~VirtualMachine() override;
+
+  testing::VirtualLoop loop;
+  testing::MemoryStore store;
+  testing::ScriptedTransport transport{loop};
+  testing::SeededRandom random;
+  testing::MemoryShelf report_shelf;
+
+  /// A process: the host on this machine. One at a time. std::runtime_error when the options are refused.
+  std::unique_ptr<host::Host> start(const HostOptions& options);
+  /// The process dies at once: what was not committed is lost, and nothing of it runs any more. Between turns only.
+  void kill(std::unique_ptr<host::Host> process);
+
+  std::unique_ptr<host::MachineClock> makeClock() override;
+  std::unique_ptr<host::MachineCalendar> makeCalendar() override;
+  std::unique_ptr<kit::Random> makeRandom() override;
+  std::unique_ptr<kit::Threads> makeThreads() override;
+  std::unique_ptr<host::MachineFacts> makeFacts() override;
+  std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
+  std::unique_ptr<kit::ReportShelf> makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
+                                                    kit::LogSink& log) override;
+  std::unique_ptr<host::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
+  std::unique_ptr<host::MachineBackground> makeBackground(const services::Logger& logger) override;
+  std::unique_ptr<host::MachineTransport> makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
+                                                        host::TurnGate& gate) override;
+
+ private:
+  const VirtualMachineOptions options_;
+};
+
+}  // namespace morvik::simulation
