@@ -165,6 +165,12 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// class, device, bundle, clock, versions of the modules) waits for no lock either: their headers promise it. Do not
   /// come to it by shared(), which has a lock: hold the object.
   void makeCrashParameter(const kit::UncaughtException& exception);
+  /// The same for a crash of an earlier process, of which this one has learned only now. Nobody is dying: it waits for
+  /// the store, and answers whether the crash is done with (kept in the store or on the shelf, none of the kit's
+  /// business, or beyond reporting, which the log then says). False: neither took it, and it is to be told again at
+  /// another start. Before the first session, on the thread that made the object; blocks for writing, not for a disk
+  /// sync.
+  [[nodiscard]] bool takeCrashOfEarlierProcess(const kit::UncaughtException& crash);
   /// Sends all stored crash reports; once they are accepted, those within the budget of one upload are dropped, and
   /// the rest is sent at once.
   void sendCrashInfos();

@@ -86,6 +86,18 @@ void MorvikCoreLib::makeCrashParameter(const kit::UncaughtException& exception) 
   });
 }
 
+bool MorvikCoreLib::takeCrashOfEarlierProcess(const kit::UncaughtException& crash) {
+  const auto report = services::guarded(log(), kMakeCrashParameterGuard, MORVIK_HERE(kMakeOperation),
+                                        [&] { return concernsTheKit(crash.reason) ? crashReport(crash) : Value(); });
+  // What cannot be made now could not be made at the next start either.
+  if (!report || report->isAbsent())
+    return true;
+  return services::guarded(
+             log(), kKeepReportGuard, MORVIK_HERE(kMakeOperation),
+             [&] { return queueReports(Value(kit::Array{*report}).array()) || !kit_.report_shelf.append(*report); })
+      .value_or(false);
+}
+
 Value MorvikCoreLib::blank(const std::optional<std::string>& text) const {
   return util().checkNilToBlankString(text ? Value(*text) : Value());
 }

@@ -1,12 +1,12 @@
 #include "host/make_host.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/crash/earlier_crash.h"
 #include "host/host_parts.h"
 #include "host/log/log_sinks.h"
 #include "host/machine/system_machine.h"
@@ -159,20 +159,6 @@ std::string crashRecordPath(const HostParts& parts) {
   return parts.options.options.store_folder + "/crash-signal";
 }
 
-/// The record of a fatal signal becomes a report, if it concerns the kit; the core sees to that. It goes once the
-/// report is stored.
-void reportCrashOfEarlierProcess(HostParts& parts) {
-  const std::string path = crashRecordPath(parts);
-  const auto found = crashOfEarlierProcess(path);
-  if (const auto* error = std::get_if<kit::Error>(&found)) {
-    MORVIK_LOG(parts.logger, kit::lcl_vWarning, "+[MorvikCore start]",
-               "Morvik host: a crash of an earlier process is not reported: %@", *error);
-  } else if (const auto& crash = std::get<std::optional<kit::UncaughtException>>(found)) {
-    parts.core->makeCrashParameter(*crash);
-  }
-  std::remove(path.c_str());
-}
-
 void reportCrashes(HostParts& parts) {
   CrashHookParts hook;
   hook.record_path = crashRecordPath(parts);
@@ -189,7 +175,10 @@ void reportCrashes(HostParts& parts) {
 }
 
 void watchProcess(HostParts& parts) {
-  reportCrashOfEarlierProcess(parts);
+  reportEarlierCrashes(
+      crashRecordPath(parts),
+      [&core = *parts.core](const kit::UncaughtException& crash) { return core.takeCrashOfEarlierProcess(crash); },
+      parts.logger);
   parts.store->commitTurn();
   if (parts.options.options.report_crashes)
     reportCrashes(parts);

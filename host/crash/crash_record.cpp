@@ -92,6 +92,7 @@ std::variant<int, kit::Error> prepareCrashRecord(const std::string& path, const 
   if (!writeAll(file, kFirstLine) || !writeAll(file, moduleLines(modules)) || !writeAll(file, kEndOfModules)) {
     const kit::Error error = errorAt(path, "cannot write");
     ::close(file);
+    ::unlink(path.c_str());  // half of it would be taken for a damaged record
     return error;
   }
   return file;

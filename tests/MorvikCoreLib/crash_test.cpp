@@ -316,6 +316,71 @@ TEST_F(Crash, OnManyThreadsAmongTheStoresOtherUsersLosesNoReport) {
   EXPECT_EQ(all.size(), kThreads * kEach);
 }
 
+// ------------------------------------------------------------------------------------- a crash of an earlier process
+
+class EarlierCrash : public Crash {
+ protected:
+  bool take(const char* reason) {
+    kit::UncaughtException crash = exceptionOf(reason);
+    crash.moment = kit::CrashMoment{.date = testing::at(-60), .app_in_focus = true};
+    return world.core().takeCrashOfEarlierProcess(crash);
+  }
+};
+
+TEST_F(EarlierCrash, WaitsForAStoreThatIsInUse) {
+  world.userDefaults().setFendoUserInfo_install_datetime("20240201030405");
+  world.store.setInUse(true);
+  EXPECT_TRUE(take("mrvk SIGSEGV"));
+  EXPECT_THAT(reasons(), ElementsAre("mrvk SIGSEGV"));
+  EXPECT_EQ(report()["local_kst_time"], Value("2024-03-01 08:59:00"));
+  EXPECT_EQ(report()["install_datetime"], Value("20240201030405"));
+  EXPECT_TRUE(world.report_shelf.reports().empty());
+  world.kill();
+  world.restart();
+  EXPECT_THAT(reasons(), ElementsAre("mrvk SIGSEGV"));
+}
+
+TEST_F(EarlierCrash, IsDoneWithWhenItIsNoneOfTheKitsBusiness) {
+  world.log.clear();
+  world.store.clearJournal();
+  EXPECT_TRUE(take("SIGSEGV"));
+  EXPECT_THAT(world.store.journalTexts(), IsEmpty());
+  EXPECT_THAT(world.log.lines(), IsEmpty());
+}
+
+TEST_F(EarlierCrash, GoesToTheShelfWhenTheStoreKeepsNothing) {
+  world.store.setKeepsNothing(true);
+  EXPECT_TRUE(take("mrvk SIGSEGV"));
+  EXPECT_TRUE(world.userDefaults().MorvikCoreUserInfo_Crash().isAbsent());
+  EXPECT_EQ(texts(Value(world.report_shelf.reports()), "exception_reason"), std::vector<std::string>{"mrvk SIGSEGV"});
+}
+
+TEST_F(EarlierCrash, IsToBeToldAgainWhenNeitherTakesIt) {
+  world.store.setKeepsNothing(true);
+  world.report_shelf.refuse("no room");
+  EXPECT_FALSE(take("mrvk SIGSEGV"));
+  EXPECT_TRUE(world.userDefaults().MorvikCoreUserInfo_Crash().isAbsent());
+  EXPECT_TRUE(world.report_shelf.reports().empty());
+}
+
+TEST_F(EarlierCrash, IsToBeToldAgainWhenKeepingItThrows) {
+  for (const Fault& fault : {Fault::exception("Name", "Reason"), Fault::number(5)}) {
+    world.faulty.key_value_store.faults.throwAlways("synchronize", fault);
+    EXPECT_FALSE(take("mrvk SIGSEGV"));
+    world.faulty.key_value_store.faults.clear();
+    world.userDefaults().setMorvikCoreUserInfo_Crash({});
+  }
+  EXPECT_TRUE(world.log.has(std::string(kLostLine) + "Reason]"));
+  EXPECT_TRUE(world.log.has(std::string(kLostLine) + "int]"));
+}
+
+TEST_F(EarlierCrash, IsDoneWithWhenItsReportCannotBeMade) {
+  world.faulty.util.faults.throwAlways("IDFA", Fault::number(1));
+  EXPECT_TRUE(take("mrvk SIGSEGV"));
+  EXPECT_TRUE(world.userDefaults().MorvikCoreUserInfo_Crash().isAbsent());
+  EXPECT_TRUE(world.log.has("! MRVK_QA-MorvikCoreLib makeCrashParameter exception : int\n"));
+}
+
 // ------------------------------------------------------------------------------------------------------- the next
 // start
 

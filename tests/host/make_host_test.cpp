@@ -9,6 +9,8 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <csignal>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <map>
@@ -20,6 +22,7 @@
 #include <vector>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/crash/crash_record.h"
 #include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 #include "services/dates.h"
@@ -508,6 +511,37 @@ TEST_F(MakeHost, TakesInAtTheNextStartACrashThatFoundTheStoreInUse) {
     const kit::Array reports = host->properties().MorvikCoreUserInfo_Crash().array();
     ASSERT_EQ(reports.size(), 1U);
     EXPECT_EQ(reports[0]["appkey"], kit::Value("app"));
+  }
+}
+
+/// Leaves the record of a signal in the kit's own code, as a process that it ended does.
+void leaveCrashRecord(const std::string& folder) {
+  std::filesystem::create_directories(folder);
+  const int file = std::get<int>(prepareCrashRecord(folder + "/crash-signal", loadedModules()));
+  SignalRecord record;
+  record.signal = SIGSEGV;
+  record.frames[0] = reinterpret_cast<uint64_t>(&signalName);
+  record.frame_count = 1;
+  ASSERT_EQ(write(file, &record, sizeof record), static_cast<ssize_t>(sizeof record));
+  close(file);
+}
+
+TEST_F(MakeHost, ReportsTheSignalThatEndedAnEarlierProcessOnceThereIsRoomForTheReport) {
+  leaveCrashRecord(options.store_folder);
+  const std::filesystem::path store_file = options.store_folder + "/morvik.store";
+  const std::filesystem::path shelf = options.store_folder + "/crash-reports";
+  // Nothing can be written into either of them.
+  std::filesystem::create_directory(store_file);
+  std::filesystem::create_directory(shelf);
+  EXPECT_TRUE(makePumped()->properties().MorvikCoreUserInfo_Crash().isAbsent());
+  EXPECT_EQ(log.countContaining("the report of a crash can be kept neither in the store nor beside it"), 1U);
+  std::filesystem::remove(store_file);
+  std::filesystem::remove(shelf);
+  for (int start = 0; start < 2; ++start) {
+    const auto host = makePumped();
+    const kit::Array reports = host->properties().MorvikCoreUserInfo_Crash().array();
+    ASSERT_EQ(reports.size(), 1U) << "kept once, start " << start;
+    EXPECT_EQ(reports[0]["exception_reason"], kit::Value("mrvk SIGSEGV"));
   }
 }
 

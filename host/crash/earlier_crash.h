@@ -1,0 +1,25 @@
+// The fatal signal that ended an earlier process: its record becomes a report at this start.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "kit/crash.h"
+#include "services/log.h"
+
+namespace morvik::host {
+
+/// Takes a crash; false when its report can be kept nowhere at present.
+using TakeCrash = std::function<bool(const kit::UncaughtException&)>;
+
+/// Where the record of such a crash waits for the next start. There is room for one, the latest.
+std::string waitingRecordPath(const std::string& record_path);
+/// Where a file goes that cannot be read as a record. The latest.
+std::string unreadableRecordPath(const std::string& record_path);
+
+/// Hands the crash of the waiting record, and that of the record at `record_path`, to `take`. A record goes once its
+/// crash is taken; what cannot be taken or read has another name afterwards, with a line at warning level, so that the
+/// place is free for this process's own. Blocks for reading files.
+void reportEarlierCrashes(const std::string& record_path, const TakeCrash& take, const services::Logger& logger);
+
+}  // namespace morvik::host

@@ -1,0 +1,109 @@
+#include "host/crash/earlier_crash.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <vector>
+
+#include "host/crash/crash_record.h"
+#include "testing/recording_log.h"
+#include "tests/support/scratch_folder.h"
+
+namespace morvik::host {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class Earlier : public ::testing::Test {
+ protected:
+  Earlier() { levels_._lcl_component_level[kit::lcl_cKesmo] = kit::lcl_vWarning; }
+
+  /// A process prepared its record, and perhaps a signal ended it.
+  void leave(std::optional<int> signal) const {
+    const int file = std::get<int>(prepareCrashRecord(path(), {}));
+    SignalRecord record;
+    record.signal = signal.value_or(0);
+    const size_t bytes = signal ? sizeof record : 0;
+    ASSERT_EQ(::write(file, &record, bytes), static_cast<ssize_t>(bytes));
+    ::close(file);
+  }
+  /// A start, at which a report can be kept or not; what it is told.
+  std::vector<std::string> start(bool can_keep = true) {
+    std::vector<std::string> told;
+    reportEarlierCrashes(
+        path(),
+        [&](const kit::UncaughtException& crash) {
+          told.push_back(crash.reason.value_or("(none)"));
+          return can_keep;
+        },
+        services::Logger(levels_, log));
+    return told;
+  }
+  std::string path() const { return scratch_.path() + "/record"; }
+  std::string waiting() const { return waitingRecordPath(path()); }
+  std::string unreadable() const { return unreadableRecordPath(path()); }
+  bool isThere(const std::string& file) const { return std::filesystem::exists(file); }
+
+  testing::RecordingLog log;
+
+ private:
+  const test::ScratchFolder scratch_;
+  kit::LogLevels levels_;
+};
+
+TEST_F(Earlier, CrashIsToldOnceAndItsRecordGoes) {
+  leave(SIGSEGV);
+  EXPECT_THAT(start(), ElementsAre("SIGSEGV"));
+  EXPECT_FALSE(isThere(path()));
+  EXPECT_THAT(start(), IsEmpty());
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(Earlier, ProcessWithoutACrashLeavesNothingToTell) {
+  leave(std::nullopt);
+  EXPECT_THAT(start(), IsEmpty());
+  EXPECT_FALSE(isThere(path()));
+  EXPECT_THAT(start(), IsEmpty()) << "without a file too";
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(Earlier, CrashThatCannotBeKeptWaitsForAStartThatCan) {
+  leave(SIGSEGV);
+  EXPECT_THAT(start(false), ElementsAre("SIGSEGV"));
+  EXPECT_FALSE(isThere(path())) << "the place is free for the next one";
+  EXPECT_THAT(
+      log.messages(),
+      ElementsAre("Morvik host: the report of a crash can be kept neither in the store nor beside it. Its record "
+                  "waits for the next start as \"" +
+                  waiting() +
+                  "\", where one that waited before gives way: free some space, or make the folder writable."));
+  EXPECT_EQ(log.lines()[0].prefix->level, "WARNING");
+  leave(SIGFPE);
+  EXPECT_THAT(start(), ElementsAre("SIGSEGV", "SIGFPE"));
+  EXPECT_FALSE(isThere(waiting()));
+  EXPECT_THAT(start(), IsEmpty());
+}
+
+TEST_F(Earlier, CrashesThatCannotBeKeptLeaveTheLatestWaiting) {
+  leave(SIGSEGV);
+  start(false);
+  leave(SIGFPE);
+  EXPECT_THAT(start(false), ElementsAre("SIGSEGV", "SIGFPE"));
+  EXPECT_THAT(start(), ElementsAre("SIGFPE"));
+}
+
+TEST_F(Earlier, FileThatIsNoRecordIsSetAside) {
+  test::writeBytes(path(), "something else");
+  EXPECT_THAT(start(), IsEmpty());
+  EXPECT_FALSE(isThere(path()));
+  EXPECT_EQ(test::bytesOf(unreadable()), "something else");
+  EXPECT_THAT(log.messages(), ElementsAre("Morvik host: a crash of an earlier process is not reported: " + path() +
+                                          " is no crash record. The file goes on as \"" + unreadable() +
+                                          "\": delete it if it does not matter."));
+}
+
+}  // namespace
+}  // namespace morvik::host
