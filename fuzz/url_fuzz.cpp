@@ -2,18 +2,19 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <iostream>
 #include <string>
 #include <string_view>
 #include <unordered_set>
 
+#include "fuzz/checks.h"
 #include "services/json_writer.h"
 #include "services/url_query.h"
 #include "testing/world.h"
 
 namespace {
 
+using morvik::fuzz::hasThrown;
+using morvik::fuzz::require;
 using morvik::kit::Entry;
 using morvik::kit::Url;
 using morvik::kit::Value;
@@ -21,15 +22,8 @@ using morvik::testing::Answer;
 using morvik::testing::TestWorld;
 using morvik::testing::WorldOptions;
 
-void require(bool holds, const char* what) {
-  if (holds)
-    return;
-  std::cerr << what << '\n';
-  std::abort();
-}
-
 Value checkedQuery(const std::string& url) {
-  const Value query = morvik::services::urlQuery(url);
+  Value query = morvik::services::urlQuery(url);
   const bool has_query = url.substr(0, url.find('#')).find('?') != std::string::npos;
   require(has_query ? query.isDictionary() : query.isAbsent(), "a query that is there and not found, or the reverse");
   std::unordered_set<std::string_view> keys;
@@ -41,15 +35,6 @@ Value checkedQuery(const std::string& url) {
     require(morvik::services::isUtf8(entry.value.string()), "a value that is not UTF-8");
   }
   return query;
-}
-
-/// Whether a guard wrote: its lines alone begin so.
-bool hasThrown(const TestWorld& world) {
-  for (const std::string& message : world.log.messages()) {
-    if (message.starts_with("MRVK_QA-[MorvikCore") || message.starts_with("! MRVK_QA-"))
-      return true;
-  }
-  return false;
 }
 
 bool isReEngagement(const TestWorld& world, const Value& query) {
