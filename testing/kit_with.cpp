@@ -19,7 +19,7 @@ kit::Kit kitWith(const kit::Kit& kit, const OwnParts& own) {
           .notifications = kit.notifications,
           .key_value_store = either(own.key_value_store, kit.key_value_store),
           .house_lock = either(own.house_lock, kit.house_lock),
-          .transport = kit.transport,
+          .transport = either(own.transport, kit.transport),
           .json = kit.json,
           .cipher = kit.cipher,
           .compressor = kit.compressor,

@@ -10,6 +10,7 @@ struct OwnParts {
   kit::BackgroundTasks* background_tasks = nullptr;
   kit::KeyValueStore* key_value_store = nullptr;
   kit::HouseLock* house_lock = nullptr;
+  kit::Transport* transport = nullptr;
   kit::MorvikCoreServicesLib* services = nullptr;
 };
 

@@ -339,6 +339,11 @@ TEST(Value, ComparesDictionariesWithoutOrder) {
   EXPECT_NE(Value(Dictionary{{"a", 1}, {"b", 2}}), Value(Dictionary{{"a", 1}, {"c", 2}}));
   EXPECT_NE(Value(Dictionary{{"a", 1}, {"b", 2}}), Value(Dictionary{{"a", 1}}));
   EXPECT_NE(Value(Dictionary{{"a", Value::null()}}), Value(Dictionary{{"b", Value::null()}}));
+  const Value in_order = Dictionary{{"a", 1}, {"b", 2}, {"c", 3}};
+  EXPECT_EQ(in_order, Value(Dictionary{{"a", 1}, {"c", 3}, {"b", 2}}));
+  EXPECT_NE(in_order, Value(Dictionary{{"a", 1}, {"c", 2}, {"b", 3}}));
+  EXPECT_NE(in_order, Value(Dictionary{{"a", 1}, {"b", 3}, {"c", 3}}));
+  EXPECT_EQ(Value(Dictionary{}), Value(Dictionary{}));
 }
 
 TEST(Value, IsIdenticalOnlyToTheSameObjectOrTheSameScalar) {

@@ -13,6 +13,7 @@ TEST(KitWith, NothingOfOnesOwnIsACopy) {
   EXPECT_EQ(&copy.background_tasks, &world.kit().background_tasks);
   EXPECT_EQ(&copy.key_value_store, &world.kit().key_value_store);
   EXPECT_EQ(&copy.house_lock, &world.kit().house_lock);
+  EXPECT_EQ(&copy.transport, &world.kit().transport);
   EXPECT_EQ(&copy.services, &world.kit().services);
   EXPECT_EQ(copy.ad_client, world.kit().ad_client);
   EXPECT_EQ(copy.make_config()->getTrackingSuperkey(), "test-tracking");
@@ -25,13 +26,14 @@ TEST(KitWith, PartsOfOnesOwnTakeThePlaceOfTheKits) {
   const kit::Kit changed = kitWith(world.kit(), {.background_tasks = &other.faulty.background_tasks,
                                                  .key_value_store = &other.store,
                                                  .house_lock = &lock,
+                                                 .transport = &other.transport,
                                                  .services = &other.services()});
   EXPECT_EQ(&changed.background_tasks, &other.faulty.background_tasks);
   EXPECT_EQ(&changed.key_value_store, &other.store);
   EXPECT_EQ(&changed.house_lock, &lock);
   EXPECT_EQ(&changed.services, &other.services());
   EXPECT_EQ(&changed.clock, &world.kit().clock);
-  EXPECT_EQ(&changed.transport, &world.kit().transport);
+  EXPECT_EQ(&changed.transport, &other.transport);
 }
 
 }  // namespace
