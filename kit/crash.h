@@ -36,8 +36,8 @@ class ReportShelf {
   /// All reports, oldest first. What cannot be read is left out, with a line in the log. Blocks for reading a file. Not
   /// at the same time as append(): at the start, before anything can crash into it.
   virtual Array reports() = 0;
-  /// Empties the shelf, once its reports are kept elsewhere. What could not be read is set aside, not deleted. As
-  /// reports().
+  /// Empties the shelf, once its reports are kept elsewhere. What could not be read is set aside or left, not deleted.
+  /// As reports().
   virtual void clear() = 0;
 };
 

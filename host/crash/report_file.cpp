@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <variant>
 
 namespace morvik::host {
@@ -87,15 +88,16 @@ std::optional<kit::Error> ReportFile::append(const kit::Value& report) {
 }
 
 kit::Array ReportFile::reports() {
+  found_ = Found::kNothingReadable;
   const Descriptor file(path_, O_RDONLY);
   if (!file.isOpen()) {
     if (errno != ENOENT)
-      tell("cannot be opened (" + systemMessage() + ")", "make it readable for the app");
+      tell("cannot be opened (" + systemMessage() + ") and stays where it is", "make it readable for the app");
     return {};
   }
   std::string text;
   if (!file.readAll(text)) {
-    tell("cannot be read (" + systemMessage() + ")", "check the disk");
+    tell("cannot be read (" + systemMessage() + ") and stays where it is", "check the disk");
     return {};
   }
   kit::MutableArray reports;
@@ -112,8 +114,8 @@ kit::Array ReportFile::reports() {
     else
       ++unreadable;
   }
-  holds_unreadable_ = unreadable > 0;
-  if (holds_unreadable_) {
+  found_ = unreadable > 0 ? Found::kSomeUnreadable : Found::kReports;
+  if (unreadable > 0) {
     tell("holds " + std::to_string(unreadable) + " reports that cannot be read",
          "the file is kept as \"" + unreadable_path_ + "\", delete it if it does not matter");
   }
@@ -121,10 +123,14 @@ kit::Array ReportFile::reports() {
 }
 
 void ReportFile::clear() {
-  const int failed = holds_unreadable_ ? std::rename(path_.c_str(), unreadable_path_.c_str()) : unlink(path_.c_str());
+  const Found found = std::exchange(found_, Found::kReports);
+  // There may be reports in it that nobody has seen.
+  if (found == Found::kNothingReadable)
+    return;
+  const int failed =
+      found == Found::kSomeUnreadable ? std::rename(path_.c_str(), unreadable_path_.c_str()) : unlink(path_.c_str());
   if (failed != 0 && errno != ENOENT)
     tell("cannot be removed (" + systemMessage() + "), and its reports are sent again", "delete it");
-  holds_unreadable_ = false;
 }
 
 void ReportFile::tell(const std::string& what, const std::string& mend) const {

@@ -36,7 +36,9 @@ class ReportFile final : public kit::ReportShelf {
   const std::string unreadable_path_;
   const kit::JsonCodec& json_;
   kit::LogSink& log_;
-  bool holds_unreadable_ = false;
+  /// What the latest reports() made of the file, and what clear() therefore does with it.
+  enum class Found { kReports, kSomeUnreadable, kNothingReadable };
+  Found found_ = Found::kReports;
 };
 
 }  // namespace morvik::host
