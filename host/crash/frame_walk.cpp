@@ -33,6 +33,14 @@ uint64_t firstFrame(const StackTop& top, const CodeRanges& code, const SafeReade
   return top.frame_pointer;
 }
 
+/// Where the call went out that has only just been made.
+uint64_t callerOf(const StackTop& top, const SafeReader& reader) {
+  Words words{};
+  if (top.link != 0)
+    return top.link;
+  return reader.read(top.stack_pointer, words) ? words[0] : 0;
+}
+
 }  // namespace
 
 bool CodeRanges::hold(uint64_t address) const {
@@ -73,6 +81,12 @@ size_t walkFrames(const StackTop& top, const CodeRanges& code, const SafeReader&
   if (capacity == 0)
     return 0;
   frames[count++] = top.instruction;
+  if (count < capacity && !code.hold(top.instruction)) {
+    // No function was entered, so the frame pointer is still the caller's.
+    const uint64_t caller = callerOf(top, reader);
+    if (code.hold(caller))
+      frames[count++] = caller;
+  }
   uint64_t frame = firstFrame(top, code, reader);
   Words words{};
   while (count < capacity && reader.read(frame, words) && code.hold(words[1])) {

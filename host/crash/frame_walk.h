@@ -33,6 +33,7 @@ struct StackTop {
   uint64_t instruction = 0;
   uint64_t stack_pointer = 0;
   uint64_t frame_pointer = 0;
+  uint64_t link = 0;  ///< the return address of a call just made; 0 where the processor keeps it on the stack
 };
 
 /// Reads memory that may not be there. A pipe does it: the kernel refuses what is not mapped.
@@ -49,7 +50,8 @@ class SafeReader {
   int to_ = -1;
 };
 
-/// The interrupted instruction and the return addresses above it, innermost first, at most `capacity`; how many.
+/// The interrupted instruction and the return addresses above it, innermost first, at most `capacity`; how many. Of a
+/// call to where no code is, the caller comes second.
 size_t walkFrames(const StackTop& top, const CodeRanges& code, const SafeReader& reader, uint64_t* frames,
                   size_t capacity);
 

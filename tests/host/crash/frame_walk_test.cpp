@@ -26,7 +26,7 @@ class Walk : public ::testing::Test {
   }
   std::vector<uint64_t> walk(uint64_t frame_pointer, size_t capacity = 16) const {
     std::vector<uint64_t> frames(capacity);
-    frames.resize(walkFrames({0x1001, at(0), frame_pointer}, code_, reader_, frames.data(), capacity));
+    frames.resize(walkFrames({0x1001, at(0), frame_pointer, 0}, code_, reader_, frames.data(), capacity));
     return frames;
   }
 
@@ -40,6 +40,27 @@ TEST_F(Walk, FollowsTheFramePointers) {
   frame(20, 30, 0x1200);
   frame(30, 40, 0x1300);
   EXPECT_THAT(walk(at(10)), ElementsAre(0x1001, 0x1100, 0x1200, 0x1300));
+}
+
+TEST_F(Walk, NamesTheCallerOfACallToWhereNoCodeIs) {
+  stack_[0] = 0x1050;
+  frame(10, 20, 0x1100);
+  frame(20, 30, 0x1200);
+  std::vector<uint64_t> frames(16);
+  const auto walkFrom = [&](const StackTop& top, size_t capacity) {
+    frames.resize(walkFrames(top, code_, reader_, frames.data(), capacity));
+    return frames;
+  };
+  EXPECT_THAT(walkFrom({0, at(0), at(10), 0}, 16), ElementsAre(0, 0x1050, 0x1100, 0x1200));
+  frames.resize(16);
+  EXPECT_THAT(walkFrom({0, at(0), at(10), 0x1060}, 16), ElementsAre(0, 0x1060, 0x1100, 0x1200)) << "in a register";
+  frames.resize(16);
+  EXPECT_THAT(walkFrom({0, at(0), at(10), 0}, 1), ElementsAre(0));
+  frames.resize(16);
+  EXPECT_THAT(walkFrom({0, 8, at(10), 0}, 16), ElementsAre(0, 0x1100, 0x1200)) << "no stack either";
+  stack_[0] = 0x9999;
+  frames.resize(16);
+  EXPECT_THAT(walkFrom({0, at(0), at(10), 0}, 16), ElementsAre(0, 0x1100, 0x1200)) << "no code there";
 }
 
 TEST_F(Walk, LooksForTheFirstFrameWhereTheRegisterHoldsSomethingElse) {
