@@ -131,8 +131,9 @@ void CrashHook::onTerminate() {
     next = state->previous;
     if (!state->is_reporting.exchange(true)) {
       state->reporter = std::this_thread::get_id();
-      state->signals->leaveAlone();
+      // A fault that keeps the report from coming about is recorded in its place.
       state->report();
+      state->signals->leaveAlone();
       state->is_reported = true;
     } else if (state->reporter != std::this_thread::get_id()) {
       // The first exception of another thread is being reported; the end of the process has to wait for it.

@@ -1,5 +1,6 @@
 #include "host/crash/fatal_signals.h"
 
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <ucontext.h>
 #include <unistd.h>
@@ -17,8 +18,8 @@ namespace {
 
 constexpr std::array<int, 5> kSignals = {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL};
 
-/// Signals in handlers of signals, on all threads together. Beyond it two handlers pass one signal to each other.
-constexpr int kMaxNestedSignals = 16;
+/// How often one signal may come, each time deeper on the stack. Beyond it two handlers pass it to each other.
+constexpr int kMaxRounds = 16;
 
 /// Enough for the handler and for a handler of the app's behind it.
 constexpr size_t kSignalStackBytes = size_t{64} * 1024;
@@ -27,12 +28,16 @@ StackTop stackTop(const void* context) {
   const mcontext_t& machine = static_cast<const ucontext_t*>(context)->uc_mcontext;
 #if defined(__x86_64__)
   return {static_cast<uint64_t>(machine.gregs[REG_RIP]), static_cast<uint64_t>(machine.gregs[REG_RSP]),
-          static_cast<uint64_t>(machine.gregs[REG_RBP])};
+          static_cast<uint64_t>(machine.gregs[REG_RBP]), 0};
 #elif defined(__aarch64__)
-  return {machine.pc, machine.sp, machine.regs[29]};
+  return {machine.pc, machine.sp, machine.regs[29], machine.regs[30]};
 #else
 #error "the registers of this processor are not known here"
 #endif
+}
+
+bool wasSent(const siginfo_t& info) {
+  return info.si_code <= 0;
 }
 
 /// A fault happens again as soon as the handler returns; a signal that was sent has to be sent again.
@@ -40,8 +45,24 @@ void toDefault(int signal, const siginfo_t* info) {
   struct sigaction fatal {};
   fatal.sa_handler = SIG_DFL;
   ::sigaction(signal, &fatal, nullptr);
-  if (info->si_code <= 0)
+  if (wasSent(*info))
     ::raise(signal);
+}
+
+bool isHandler(const struct sigaction& action) {
+  return (action.sa_flags & SA_SIGINFO) != 0 || (action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN);
+}
+
+bool isIgnored(const struct sigaction& action) {
+  return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
+}
+
+/// Their number when it is none of them.
+size_t indexOf(int signal) {
+  size_t index = 0;
+  while (index < kSignals.size() && kSignals[index] != signal)
+    ++index;
+  return index;
 }
 
 int64_t nowMicroseconds() {
@@ -65,6 +86,12 @@ const std::array<int, 5>& fatalSignals() {
   return kSignals;
 }
 
+/// Where the handler of a signal stands on the stack of its thread.
+struct HandlerPlace {
+  pid_t thread = 0;
+  uintptr_t frame = 0;
+};
+
 struct FatalSignals::State {
   FatalSignalParts parts;
   CodeRanges code;
@@ -72,39 +99,81 @@ struct FatalSignals::State {
   pid_t process = ::getpid();
   off_t prepared_bytes = 0;
   std::array<struct sigaction, kSignals.size()> previous{};
+  std::array<std::atomic<bool>, kSignals.size()> is_used_up{};  ///< earlier handlers that wanted one signal only
   std::unique_ptr<char[]> stack;
+
   std::atomic<bool> recorded{false};
-  std::atomic<int> handling{0};
+  // Of the handler that recorded; no thread when the crash was reported otherwise.
+  std::atomic<pid_t> recorder_thread{0};
+  std::atomic<uintptr_t> recorder_frame{0};
+  // Of the latest signal.
+  std::atomic<const void*> latest_context{nullptr};
+  std::atomic<uintptr_t> latest_frame{0};
+  std::atomic<int> rounds{0};
+
+  State* left_behind = nullptr;  ///< of an earlier one, which somebody who came later than it still passes signals to
 
   static std::atomic<State*> current;
 
   static void handle(int signal, siginfo_t* info, void* context);
+  bool goesInCircles(const void* context, const HandlerPlace& place);
+  bool takesRecord(const HandlerPlace& place);
   void record(int signal, const void* context) const;
-  void passOn(int signal, siginfo_t* info, void* context, bool was_recorded);
+  bool passOn(int signal, siginfo_t* info, void* context);
+  void takeBack();
   void giveStack();
   void takeStack();
 };
 
 std::atomic<FatalSignals::State*> FatalSignals::State::current{nullptr};
-static_assert(std::atomic<void*>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+static_assert(std::atomic<void*>::is_always_lock_free && std::atomic<bool>::is_always_lock_free &&
+              std::atomic<pid_t>::is_always_lock_free && std::atomic<uintptr_t>::is_always_lock_free);
 
-// From here to passOn() nothing may be called that is not async-signal-safe.
+// From here to takeBack() nothing may be called that is not async-signal-safe.
 
 void FatalSignals::State::handle(int signal, siginfo_t* info, void* context) {
   const int error = errno;
   State* const state = current.load();
   if (state == nullptr)
     return;
-  if (state->handling.fetch_add(1) > kMaxNestedSignals) {
+  const HandlerPlace place{static_cast<pid_t>(::syscall(SYS_gettid)),
+                           reinterpret_cast<uintptr_t>(__builtin_frame_address(0))};
+  if (state->goesInCircles(context, place)) {
     toDefault(signal, info);
     return;
   }
-  const bool records = ::getpid() == state->process && !state->recorded.exchange(true);
+  const bool records = ::getpid() == state->process && state->takesRecord(place);
   if (records)
     state->record(signal, context);
   errno = error;
-  state->passOn(signal, info, context, records);
-  --state->handling;
+  if (state->passOn(signal, info, context) && records)
+    state->takeBack();
+  errno = error;
+}
+
+/// A signal is told by where the system put its context. A handler may also leave by a jump, and the next signal of its
+/// thread then has the same place; but it does not come from deeper.
+bool FatalSignals::State::goesInCircles(const void* context, const HandlerPlace& place) {
+  const bool is_same = latest_context.exchange(context) == context;
+  const bool is_deeper = place.frame < latest_frame.exchange(place.frame);
+  if (!is_same || !is_deeper) {
+    rounds = 0;
+    return false;
+  }
+  return ++rounds > kMaxRounds;
+}
+
+/// The first signal is recorded. When a later one of the same thread does not come from within the handling of that
+/// one, an earlier handler left by a jump: that was no crash, and its record gives way.
+bool FatalSignals::State::takesRecord(const HandlerPlace& place) {
+  if (recorded.exchange(true)) {
+    if (recorder_thread != place.thread || place.frame < recorder_frame ||
+        ::ftruncate(parts.record_file, prepared_bytes) != 0)
+      return false;
+  }
+  recorder_frame = place.frame;
+  recorder_thread = place.thread;
+  return true;
 }
 
 void FatalSignals::State::record(int signal, const void* context) const {
@@ -118,24 +187,32 @@ void FatalSignals::State::record(int signal, const void* context) const {
   [[maybe_unused]] const ssize_t written = ::write(parts.record_file, &record, sizeof record);
 }
 
-void FatalSignals::State::passOn(int signal, siginfo_t* info, void* context, bool was_recorded) {
-  size_t index = 0;
-  while (kSignals[index] != signal)
-    ++index;
+/// Does what would happen without us; answers whether the process lives on.
+bool FatalSignals::State::passOn(int signal, siginfo_t* info, void* context) {
+  const size_t index = indexOf(signal);
+  if (index == kSignals.size())
+    return false;  // somebody who came later passes us what we never asked for
   const struct sigaction& before = previous[index];
-  const bool has_handler =
-      (before.sa_flags & SA_SIGINFO) != 0 || (before.sa_handler != SIG_DFL && before.sa_handler != SIG_IGN);
-  if (!has_handler) {
+  const bool wants_one = (before.sa_flags & static_cast<int>(SA_RESETHAND)) != 0;
+  if (isIgnored(before) && wasSent(*info))
+    return true;
+  if (!isHandler(before) || (wants_one && is_used_up[index].exchange(true))) {
     toDefault(signal, info);
-    return;
+    return false;
   }
   if ((before.sa_flags & SA_SIGINFO) != 0)
     before.sa_sigaction(signal, info, context);
   else
     before.sa_handler(signal);
-  // It returned, so the process lives on: this was no crash.
-  if (was_recorded && ::ftruncate(parts.record_file, prepared_bytes) == 0)
-    recorded = false;
+  return true;
+}
+
+/// The process lives on, so this was no crash.
+void FatalSignals::State::takeBack() {
+  if (::ftruncate(parts.record_file, prepared_bytes) != 0)
+    return;
+  recorder_thread = 0;
+  recorded = false;
 }
 
 void FatalSignals::State::giveStack() {
@@ -172,13 +249,16 @@ FatalSignals::FatalSignals(const FatalSignalParts& parts, const std::vector<Load
   // Without a pipe the record has no more than the interrupted instruction.
   static_cast<void>(state_->reader.open());
   state_->giveStack();
-  State::current = state_.get();
+  state_->left_behind = State::current.exchange(state_.get());
   for (size_t i = 0; i < kSignals.size(); ++i) {
+    struct sigaction& before = state_->previous[i];
+    ::sigaction(kSignals[i], nullptr, &before);
     struct sigaction action {};
     action.sa_sigaction = State::handle;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
-    ::sigemptyset(&action.sa_mask);
-    ::sigaction(kSignals[i], &action, &state_->previous[i]);
+    // What the handler before finds blocked, and what it leaves blocked when it jumps, stays as it was.
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK | (before.sa_flags & (SA_NODEFER | SA_RESTART));
+    action.sa_mask = before.sa_mask;
+    ::sigaction(kSignals[i], &action, &before);
   }
 }
 
@@ -192,18 +272,19 @@ FatalSignals::~FatalSignals() {
     else
       all_back = false;
   }
-  state_->recorded = true;
+  leaveAlone();
   state_->takeStack();
   if (!all_back) {
     // Somebody who came later still passes signals on to us, and we on to whoever was there before.
     static_cast<void>(state_.release());
     return;
   }
-  State::current = nullptr;
+  State::current = state_->left_behind;
   state_->reader.close();
 }
 
 void FatalSignals::leaveAlone() {
+  state_->recorder_thread = 0;
   state_->recorded = true;
 }
 

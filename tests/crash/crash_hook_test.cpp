@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csetjmp>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -227,23 +229,133 @@ TEST_F(CrashDeathTest, ASignalThatTheHandlerBeforeMendsIsNoCrash) {
   EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGSEGV") << "the first one is not in the record";
 }
 
+TEST_F(CrashDeathTest, ASignalThatWasIgnoredBeforeIsStillIgnoredWhenItIsSent) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGFPE, SIG_IGN);
+        const auto hook = install();
+        ::raise(SIGFPE);
+        ::_exit(crash() ? 1 : 5);
+      },
+      ExitedWithCode(5), "");
+  EXPECT_EXIT(
+      {
+        std::signal(SIGFPE, SIG_IGN);
+        const auto hook = install();
+        divideByZero();  // which cannot be ignored
+      },
+      KilledBySignal(SIGFPE), "");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGFPE");
+}
+
+TEST_F(CrashDeathTest, AHandlerThatWantsOneSignalGetsOneAndThenItIsACrash) {
+  EXPECT_EXIT(
+      {
+        struct sigaction once {};
+        once.sa_handler = [](int) { static_cast<void>(!::write(STDERR_FILENO, "once\n", 5)); };
+        once.sa_flags = static_cast<int>(SA_RESETHAND);
+        ::sigaction(SIGSEGV, &once, nullptr);
+        const auto hook = install();
+        perform(readNothing);
+      },
+      KilledBySignal(SIGSEGV), "^once\n$");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGSEGV");
+}
+
+::sigjmp_buf way_out;
+
+TEST_F(CrashDeathTest, AHandlerMayLeaveByAJumpAsOftenAsItLikes) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGSEGV, [](int) { ::siglongjmp(way_out, 1); });
+        const auto hook = install();
+        static int times;
+        for (times = 0; times < 1000; ++times) {
+          if (::sigsetjmp(way_out, 1) == 0)
+            morvik::crashing::perform(readNothing);
+        }
+        perform(divideByZero);
+      },
+      KilledBySignal(SIGFPE), "");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGFPE") << "the last one, which was none of the kit's";
+}
+
+TEST_F(CrashDeathTest, AHandlerFindsTheSignalsBlockedThatItAskedFor) {
+  EXPECT_EXIT(
+      {
+        struct sigaction careful {};
+        careful.sa_handler = [](int) {
+          sigset_t blocked;
+          ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+          ::_exit(::sigismember(&blocked, SIGUSR1) * 2 + ::sigismember(&blocked, SIGSEGV));
+        };
+        ::sigaddset(&careful.sa_mask, SIGUSR1);
+        careful.sa_flags = SA_NODEFER;
+        ::sigaction(SIGSEGV, &careful, nullptr);
+        const auto hook = install();
+        readNothing();
+      },
+      ExitedWithCode(2), "");
+}
+
+TEST_F(CrashDeathTest, ASignalThatLeavesTheProcessAliveLeavesItsErrorNumberToo) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGABRT, [](int) { errno = EIO; });
+        const auto hook = install();
+        errno = ENOTTY;
+        ::raise(SIGABRT);
+        ::_exit(errno == ENOTTY ? 3 : 1);
+      },
+      ExitedWithCode(3), "");
+}
+
+TEST_F(CrashDeathTest, ACallToWhereNoCodeIsNamesItsCaller) {
+  EXPECT_EXIT(
+      {
+        const auto hook = install();
+        morvik::crashing::perform(nullptr);
+      },
+      KilledBySignal(SIGSEGV), "");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "mrvk SIGSEGV");
+}
+
+/// Somebody who came later keeps our handler as the one before its own.
+struct sigaction ours;
+void installPassingOn() {
+  struct sigaction later {};
+  later.sa_sigaction = [](int signal, siginfo_t* info, void* context) { ours.sa_sigaction(signal, info, context); };
+  later.sa_flags = SA_SIGINFO | SA_NODEFER;
+  ::sigaction(SIGSEGV, &later, &ours);
+}
+
 TEST_F(CrashDeathTest, TwoHandlersThatPassASignalToEachOtherEnd) {
   EXPECT_EXIT(
       {
         auto hook = install();
-        // Somebody who came later keeps our handler as the one before its own.
-        static struct sigaction ours;
-        struct sigaction later {};
-        later.sa_sigaction = [](int signal, siginfo_t* info, void* context) {
-          ours.sa_sigaction(signal, info, context);
-        };
-        later.sa_flags = SA_SIGINFO | SA_NODEFER;
-        ::sigaction(SIGSEGV, &later, &ours);
+        installPassingOn();
         hook.reset();
         hook = install();
         readNothing();
       },
       KilledBySignal(SIGSEGV), "");
+}
+
+TEST_F(CrashDeathTest, AHookThatWentStillPassesOnWhatALaterHandlerHandsToIt) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGSEGV, [](int) { ::_exit(8); });
+        auto hook = install();
+        installPassingOn();
+        for (int i = 0; i < 2; ++i) {
+          hook.reset();
+          hook = install();
+        }
+        hook.reset();
+        readNothing();
+      },
+      ExitedWithCode(8), "");
+  EXPECT_FALSE(crash());
 }
 
 TEST_F(CrashDeathTest, AnUncaughtExceptionIsOneReportWithTypeTextAndStack) {
@@ -297,6 +409,20 @@ TEST_F(CrashDeathTest, AReportThatThrowsDoesNotKeepTheProcess) {
         std::thread([] { throw 7; }).join();
       },
       KilledBySignal(SIGABRT), "");
+}
+
+TEST_F(CrashDeathTest, AFaultThatKeepsTheReportFromComingAboutIsRecorded) {
+  EXPECT_EXIT(
+      {
+        host::CrashHookParts faulty = parts();
+        faulty.report = [](const kit::UncaughtException&) { readNothing(); };
+        const auto hook = host::CrashHook::install(std::move(faulty));
+        std::thread([] { throw 7; }).join();
+      },
+      KilledBySignal(SIGSEGV), "");
+  EXPECT_EQ(report(), "");
+  ASSERT_TRUE(crash());
+  EXPECT_THAT(crash()->reason.value_or(""), HasSubstr("SIGSEGV"));
 }
 
 TEST_F(CrashDeathTest, AForkedChildLeavesNoRecord) {
