@@ -3,8 +3,10 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <utility>
 
+#include "apps/device/fleet_program.h"
 #include "apps/device/line_source.h"
 #include "apps/device/options.h"
 #include "apps/device/output.h"
@@ -56,9 +58,31 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
   return kExitOutputFailed;
 }
 
+// What the program does beside running one device; each has a command line of its own.
+struct Mode {
+  std::string_view option;
+  int (*run)(std::vector<std::string> arguments, const Surroundings& surroundings);
+};
+
+constexpr Mode kModes[] = {
+    {"--fleet", runFleet},
+};
+
+const Mode* chosenMode(const std::vector<std::string>& arguments) {
+  for (const std::string& argument : arguments) {
+    for (const Mode& mode : kModes) {
+      if (argument.substr(0, argument.find('=')) == mode.option)
+        return &mode;
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 int runProgram(std::vector<std::string> arguments, const Surroundings& surroundings) {
+  if (const Mode* mode = chosenMode(arguments))
+    return mode->run(std::move(arguments), surroundings);
   const CommandLine command_line = readCommandLine(std::move(arguments));
   if (command_line.options)
     return runDevice(*command_line.options, surroundings);

@@ -2,28 +2,17 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <memory>
+#include "tests/support/captured_file.h"
 
 namespace morvik_device {
 namespace {
 
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 class Modules : public ::testing::Test {
  protected:
-  std::string written() {
-    std::rewind(file_.get());
-    std::string text;
-    for (int c = std::fgetc(file_.get()); c != EOF; c = std::fgetc(file_.get()))
-      text.push_back(static_cast<char>(c));
-    return text;
-  }
+  std::string written() { return file_.text(); }
 
-  const std::unique_ptr<std::FILE, CloseFile> file_{std::tmpfile()};
-  Output output_{file_.get()};
+  morvik::test::CapturedFile file_;
+  Output output_{file_.file()};
 };
 
 TEST_F(Modules, AnswerEveryOperationAndTellOfEachCall) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <sstream>
 
+#include "tests/support/captured_file.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik_device {
@@ -16,10 +17,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 class Program : public ::testing::Test {
  protected:
@@ -33,23 +30,15 @@ class Program : public ::testing::Test {
   }
 
   int runPlain(const std::vector<std::string>& arguments, const std::string& input) {
-    const std::unique_ptr<std::FILE, CloseFile> output(std::tmpfile());
+    morvik::test::CapturedFile output;
     std::istringstream stream(input);
     std::ostringstream errors;
-    const int status = runProgram(arguments, {stream, output.get(), errors});
+    const int status = runProgram(arguments, {stream, output.file(), errors});
     errors_ = errors.str();
-    std::fflush(output.get());
-    std::rewind(output.get());
     output_.clear();
-    std::string line;
-    for (int c = std::fgetc(output.get()); c != EOF; c = std::fgetc(output.get())) {
-      if (c != '\n') {
-        line.push_back(static_cast<char>(c));
-        continue;
-      }
+    std::istringstream lines(output.text());
+    for (std::string line; std::getline(lines, line);)
       output_.push_back(line);
-      line.clear();
-    }
     return status;
   }
 

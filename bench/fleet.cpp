@@ -1,0 +1,92 @@
+// What many lives cost: 1,000 devices for 30 days, three sessions and ten events a day, all their requests sealed,
+// opened and counted, in virtual time; and what one idle device holds in memory.
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <vector>
+
+#include "host/crypto/openssl_cipher.h"
+#include "host/crypto/zlib_compressor.h"
+#include "simulation/fleet.h"
+#include "testing/fake_crypto.h"
+
+namespace morvik::bench {
+namespace {
+
+constexpr uint64_t kDevices = 1000;
+constexpr uint64_t kDays = 30;
+constexpr double kAimSeconds = 60;
+constexpr int kIdleDevices = 200;
+
+uint64_t residentBytes() {
+  malloc_trim(0);
+  uint64_t total_pages = 0;
+  uint64_t resident_pages = 0;
+  std::ifstream("/proc/self/statm") >> total_pages >> resident_pages;
+  return resident_pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+/// Each has lived a day and waits, with its host, for its user.
+double idleKibibytes() {
+  const host::OpensslCipher cipher;
+  const host::ZlibCompressor compressor;
+  testing::SeededRandom random;
+  testing::SimulatedService service(
+      {cipher, compressor, random}, {"app", "hash", "tracking"}, [] { return kit::Date{}; }, 0);
+  simulation::LifeTroubles troubles = simulation::LifeTroubles::none();
+  const auto make = [&](int device) {
+    auto life = std::make_unique<simulation::DeviceLife>(
+        simulation::LifeOptions{.seed = simulation::seedOfDevice(1, static_cast<uint64_t>(device)),
+                                .number = static_cast<uint64_t>(device),
+                                .troubles = troubles},
+        service);
+    life->liveOneDay();
+    return life;
+  };
+  std::vector<std::unique_ptr<simulation::DeviceLife>> lives;
+  lives.reserve(kIdleDevices);
+  make(kIdleDevices);  // what the first one ever takes is not a device's
+  const uint64_t before = residentBytes();
+  for (int device = 0; device < kIdleDevices; ++device)
+    lives.push_back(make(device));
+  const uint64_t after = residentBytes();
+  return static_cast<double>(after - before) / 1024.0 / kIdleDevices;
+}
+
+int run() {
+  const double idle = idleKibibytes();
+  std::printf("an idle device holds %.0f KiB (the service's notes of its events included)\n", idle);
+  const auto began = std::chrono::steady_clock::now();
+  const simulation::FleetResult result =
+      simulation::liveFleet({.devices = kDevices, .days = kDays, .seed = 1}, [](uint64_t done) {
+        if (done % 3000 == 0)
+          std::fprintf(stderr, "%llu of %llu device-days\n", static_cast<unsigned long long>(done),
+                       static_cast<unsigned long long>(kDevices * kDays));
+      });
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
+  std::printf("%llu devices for %llu days: %.1f s, %.0f device-days a second, %llu requests\n",
+              static_cast<unsigned long long>(kDevices), static_cast<unsigned long long>(kDays), took.count(),
+              static_cast<double>(result.counts.days) / took.count(),
+              static_cast<unsigned long long>(result.counts.requests));
+  std::printf(
+      "account: %llu recorded = %llu delivered + %llu stored + %llu given up by rule, %llu lost: %s\n",
+      static_cast<unsigned long long>(result.account.recorded),
+      static_cast<unsigned long long>(result.account.delivered), static_cast<unsigned long long>(result.account.stored),
+      static_cast<unsigned long long>(result.account.given_up_by_rule),
+      static_cast<unsigned long long>(result.account.lost), result.balances() ? "balances" : "DOES NOT BALANCE");
+  std::printf("%s: at most %.0f s on two cores\n", took.count() <= kAimSeconds ? "met" : "MISSED", kAimSeconds);
+  return result.balances() ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace morvik::bench
+
+int main() {
+  return morvik::bench::run();
+}

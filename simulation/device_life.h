@@ -1,0 +1,135 @@
+// The life of one device: days of use, offline phases, faults of network and service, deaths of the process; and the
+// account of what its app recorded.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+#include "kit/date.h"
+#include "morvik/host_options.h"
+#include "simulation/dice.h"
+#include "simulation/virtual_machine.h"
+#include "testing/simulated_service.h"
+
+namespace morvik::simulation {
+
+/// How often what goes wrong does. Probabilities.
+struct LifeTroubles {
+  double offline_phase_a_day = 0.05;  ///< one begins: an hour to three days without network
+  double death_in_background = 0.3;   ///< after a session the system ends the process
+  double death_in_session = 0.01;     ///< the process dies in the middle of what it does
+  double clock_change_a_day = 0.01;   ///< the wall clock is set, by up to a day
+  double quick_return = 0.05;         ///< the user is back within the half second after a session's end
+  // Of a request.
+  double refused_by_status = 0.03;
+  double lost_before_it_arrived = 0.02;
+  double answer_lost = 0.02;     ///< the service took it in, and nobody says so
+  double garbage_answer = 0.01;  ///< the same, and the answer is no JSON
+  double no_answer = 0.005;      ///< nothing ever comes
+  double slow = 0.1;             ///< the answer takes up to twenty seconds
+
+  static LifeTroubles none();
+};
+
+struct LifeOptions {
+  uint64_t seed = 1;
+  /// Names the device; stands in what its app records.
+  uint64_t number = 0;
+  double sessions_a_day = 3;
+  double events_a_day = 10;
+  LifeTroubles troubles;
+  /// When it begins.
+  kit::Date begins = kit::Date::fromSeconds(1'709'251'200);
+};
+
+/// What became of the events that the app recorded. Every event is told apart, so that one delivered twice does not
+/// make up for one that was lost.
+struct LifeAccount {
+  uint64_t recorded = 0;
+  uint64_t delivered = 0;         ///< counted by the service, each once
+  uint64_t stored = 0;            ///< and not delivered
+  uint64_t given_up_by_rule = 0;  ///< see docs/guarantees.md: in a batch that left while another was under way
+  uint64_t lost = 0;              ///< none of these
+  uint64_t arrived_again = 0;     ///< arrivals of events that had arrived before
+
+  bool balances() const { return lost == 0 && recorded == delivered + stored + given_up_by_rule; }
+  LifeAccount& operator+=(const LifeAccount& other);
+};
+
+/// What happened on the way.
+struct LifeCounts {
+  uint64_t days = 0;
+  uint64_t sessions = 0;
+  uint64_t requests = 0;
+  uint64_t deaths = 0;
+  uint64_t offline_phases = 0;
+  uint64_t faults = 0;  ///< answers that were spoiled
+
+  LifeCounts& operator+=(const LifeCounts& other);
+};
+
+/// Of one thread; lives of different threads may share a service.
+class DeviceLife {
+ public:
+  /// `service` outlives the life.
+  DeviceLife(LifeOptions options, testing::SimulatedService& service);
+  ~DeviceLife();
+  DeviceLife(const DeviceLife&) = delete;
+  DeviceLife& operator=(const DeviceLife&) = delete;
+
+  void liveOneDay();
+  /// Two sessions with a good network and a service in good order: what still waits goes out.
+  void liveAHealthyEnd();
+
+  /// The device itself, for those who want to make its life harder.
+  VirtualMachine& machine() { return machine_; }
+
+  LifeAccount account() const;
+  const LifeCounts& counts() const { return counts_; }
+  /// The first events that are lost, by the name that the app gave them; empty when the account balances.
+  std::vector<std::string> lostEvents(size_t limit) const;
+
+  /// Time as it is, whatever the device's clock says: what a service's clock shows.
+  kit::Date trueTime() const;
+
+ private:
+  // What is known of an event, as bits.
+  static constexpr uint8_t kRecorded = 0;
+  static constexpr uint8_t kDelivered = 1;
+  static constexpr uint8_t kOverlapped = 2;  ///< was in a batch that left while another was under way
+  static constexpr uint8_t kStored = 4;
+
+  HostOptions hostOptions() const;
+  void needProcess();
+  void die();
+  void live(double seconds);
+  void beginOfflinePhase();
+  void liveSession(uint64_t events);
+  void record();
+  void leave();
+  void dieInTheMiddle();
+  testing::Answer serve(const kit::Request& request);
+  testing::Answer serveInTrouble(const kit::Request& request);
+  void noteArrival(const testing::ServedRequest& served);
+  void noteBatchLeft(const testing::ServedRequest& served, double answered_after_seconds);
+  std::vector<uint8_t> finalStates() const;
+
+  const LifeOptions options_;
+  Dice dice_;
+  testing::SimulatedService& service_;
+  VirtualMachine machine_;
+  std::unique_ptr<host::Host> process_;
+  LifeCounts counts_;
+  std::vector<uint8_t> events_;  ///< by number, what is known of each
+  uint64_t arrived_again_ = 0;
+  bool is_healthy_ = false;
+  double offline_until_seconds_ = 0;          ///< monotonic
+  double batch_under_way_until_seconds_ = 0;  ///< monotonic
+  double began_seconds_ = 0;                  ///< monotonic
+};
+
+}  // namespace morvik::simulation

@@ -1,0 +1,117 @@
+#include "simulation/fleet.h"
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <mutex>
+#include <thread>
+
+#include "host/crypto/openssl_cipher.h"
+#include "host/crypto/zlib_compressor.h"
+#include "testing/fake_crypto.h"
+#include "testing/simulated_service.h"
+
+namespace morvik::simulation {
+namespace {
+
+/// The life that this thread lives now: the service's clock shows its time.
+thread_local const DeviceLife* living = nullptr;
+
+class Fleet {
+ public:
+  Fleet(const FleetOptions& options, const std::function<void(uint64_t)>& progress)
+      : options_(options), progress_(progress), losses_(options.devices) {}
+
+  FleetResult live() {
+    std::vector<std::thread> workers;
+    const auto count = std::min<uint64_t>(std::max(options_.workers, 1U), std::max<uint64_t>(options_.devices, 1));
+    for (uint64_t worker = 1; worker < count; ++worker)
+      workers.emplace_back([this] { work(); });
+    work();
+    for (std::thread& worker : workers)
+      worker.join();
+    if (thrown_)
+      std::rethrow_exception(thrown_);
+    return result();
+  }
+
+ private:
+  void work() {
+    try {
+      for (uint64_t device = next_++; device < options_.devices; device = next_++)
+        liveDevice(device);
+    } catch (...) {
+      const std::scoped_lock hold(mutex_);
+      thrown_ = std::current_exception();
+      next_ = options_.devices;
+    }
+    living = nullptr;
+  }
+
+  void liveDevice(uint64_t device) {
+    DeviceLife life({.seed = seedOfDevice(options_.seed, device),
+                     .number = device,
+                     .sessions_a_day = options_.sessions_a_day,
+                     .events_a_day = options_.events_a_day,
+                     .troubles = options_.troubles},
+                    service_);
+    living = &life;
+    for (uint64_t day = 0; day < options_.days; ++day) {
+      life.liveOneDay();
+      const std::scoped_lock hold(mutex_);
+      if (progress_)
+        progress_(++device_days_);
+    }
+    life.liveAHealthyEnd();
+    living = nullptr;
+    take(device, life);
+  }
+
+  void take(uint64_t device, const DeviceLife& life) {
+    std::vector<std::string> lost = life.lostEvents(kMaxNamedLosses);
+    for (std::string& each : lost)
+      each += " (seed " + std::to_string(seedOfDevice(options_.seed, device)) + ")";
+    const std::scoped_lock hold(mutex_);
+    total_.account += life.account();
+    total_.counts += life.counts();
+    losses_[device] = std::move(lost);
+  }
+
+  FleetResult result() {
+    for (const auto& of_device : losses_)
+      total_.losses.insert(total_.losses.end(), of_device.begin(), of_device.end());
+    if (total_.losses.size() > kMaxNamedLosses)
+      total_.losses.resize(kMaxNamedLosses);
+    total_.installs = service_.installs();
+    return std::move(total_);
+  }
+
+  const FleetOptions options_;
+  const std::function<void(uint64_t)>& progress_;
+  const host::OpensslCipher cipher_;
+  const host::ZlibCompressor compressor_;
+  testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
+  testing::SimulatedService service_{{cipher_, compressor_, no_random_},
+                                     {"app", "hash", "tracking"},
+                                     [] { return living == nullptr ? kit::Date{} : living->trueTime(); },
+                                     0};
+  std::atomic<uint64_t> next_{0};
+
+  std::mutex mutex_;
+  uint64_t device_days_ = 0;
+  FleetResult total_;
+  std::vector<std::vector<std::string>> losses_;  ///< by device
+  std::exception_ptr thrown_;
+};
+
+}  // namespace
+
+FleetResult liveFleet(const FleetOptions& options, const std::function<void(uint64_t device_days)>& progress) {
+  return Fleet(options, progress).live();
+}
+
+uint64_t seedOfDevice(uint64_t fleet_seed, uint64_t device) {
+  return Dice(fleet_seed ^ (device * 0x9e3779b97f4a7c15U)).next();
+}
+
+}  // namespace morvik::simulation
