@@ -1,6 +1,7 @@
 // The core and the host's own siblings on whatever queues, store and network a journey gives them.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,6 +51,8 @@ struct Surroundings {
   std::optional<std::string> puid = std::nullopt;
   AdClient ad_client = AdClient::withoutDetails();
   DeviceDescription device = {};
+  /// By class name.
+  std::map<std::string, Module> modules = {};
 };
 
 inline kit::Endpoints allAt(const std::string& url) {
@@ -84,6 +87,7 @@ class AssembledKit {
                   .util = util_,
                   .size_trigger = size_trigger_}),
         ad_client_(around.ad_client, json, around.main_queue),
+        modules_(around.modules),
         kit{.clock = around.clock,
             .calendar = around.calendar,
             .main_queue = around.main_queue,

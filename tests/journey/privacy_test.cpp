@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <set>
 
 #include "testing/fake_calendar.h"
@@ -24,29 +25,62 @@ namespace {
 
 using kit::Dictionary;
 using kit::Value;
+using testing::Answer;
 
 constexpr const char* kBegin = "<!-- fields: begin -->\n";
 constexpr const char* kEnd = "<!-- fields: end -->\n";
 
-enum class Consent { kIdentifier, kLimited, kForgotten };
+/// Stands in every text that the app, its user, a link, a crash or the ad client makes up, so that it is known again
+/// wherever it leaves.
+constexpr std::string_view kFree = "(free)";
+
+/// What a crash report says of a module that is not there.
+constexpr std::string_view kNotInstalled = "not installed";
+
+// ------------------------------------------------------------------------------------------------------ what was seen
 
 /// What was seen under one path: kinds of value, an empty text being a kind of its own.
 using Fields = std::map<std::string, std::set<std::string>>;
 
+struct RequestKind {
+  std::string headers;
+  Fields fields;
+};
+
+/// By method and path.
+using Seen = std::map<std::string, RequestKind>;
+
+bool isFree(std::string_view text) {
+  return text.find(kFree) != std::string_view::npos;
+}
+
+std::string kindOfText(std::string_view text) {
+  if (text == kNotInstalled)
+    return '"' + std::string(text) + '"';
+  if (isFree(text))
+    return "free text";
+  return text.empty() ? "empty text" : "text";
+}
+
 std::string kindOf(const Value& value) {
   if (value.isString())
-    return value.string().empty() ? "empty text" : "text";
+    return kindOfText(value.string());
   if (value.isBoolean())
     return "boolean";
   return value.isNumber() ? "number" : "other";
 }
 
+/// A name that is free itself stands as an asterisk.
+std::string pathOf(const std::string& parent, std::string_view name) {
+  return parent + (parent.empty() ? "" : ".") + (isFree(name) ? "*" : std::string(name));
+}
+
 void collect(const Value& value, const std::string& path, Fields& fields) {
   if (value.isDictionary()) {
     if (value.size() == 0)
-      fields[path].insert("empty object");
+      fields[path.empty() ? "(the whole)" : path].insert("empty object");
     for (const kit::Entry& entry : value.dictionary())
-      collect(entry.value, path + (path.empty() ? "" : ".") + std::string(entry.key.string()), fields);
+      collect(entry.value, pathOf(path, entry.key.string()), fields);
   } else if (value.isArray()) {
     if (value.size() == 0)
       fields[path + "[]"].insert("none");
@@ -57,85 +91,139 @@ void collect(const Value& value, const std::string& path, Fields& fields) {
   }
 }
 
+void add(Seen& seen, const Seen& more) {
+  for (const auto& [name, kind] : more) {
+    seen[name].headers = kind.headers;
+    for (const auto& [path, values] : kind.fields)
+      seen[name].fields[path].insert(values.begin(), values.end());
+  }
+}
+
+// ----------------------------------------------------------------------------------------------------- who is seen
+
+struct DeviceCase {
+  bool has_identifier = true;
+  bool has_hashed_puid = true;
+  bool has_modules = false;
+  bool is_forgotten = false;
+};
+
 class Device {
  public:
-  explicit Device(Consent consent) : consent_(consent) {
+  explicit Device(const DeviceCase& device_case) : case_(device_case) {
     loop_.addCommit([this] { store_.commitTurn(); });
-    transport_.setDefaultAnswer(testing::Answer::error("down"));
-    parts_.launch();
-    loop_.perform([this] { fillStore(); });
-    if (consent == Consent::kForgotten) {
-      loop_.perform([this] { parts_.core->gdprForgetMe(true); });
-    }
+    transport_.setDefaultAnswer(Answer::error("down"));
+    start();
+    if (case_.is_forgotten)
+      loop_.perform([this] { core().gdprForgetMe(true); });
   }
 
-  /// Makes every request there is.
-  void live() {
-    MorvikCoreLib& core = *parts_.core;
-    loop_.perform([&] { core.searchAds(); });
-    loop_.perform([&] {
-      core.setFB_DeepLinkData(Dictionary{});
-      core.setReferralUrlForFacebook(kit::Url("app://open?ck=3&sub_referral=s"));
+  /// Makes every request there is, of an install that is attributed.
+  void makeEachRequest() {
+    loop_.perform([this] {
+      parts_->properties.setFendoUserInfo_fendoUserNo(1001);
+      parts_->properties.setFendoUserInfo_referralKey(7);
+      parts_->properties.setFendoUserInfo_install_datetime("20240101000000");
     });
-    loop_.perform([&] {
-      core.conversion(core.makeConversionParameter());
-      core.iAdAppAttributionTracking(core.makeIAdAppAttributionTrackingParameter(loop_.now(), loop_.now()));
-      core.pushTracking();
-      core.passOpenURL(kit::Url("app://open?ck=5&sn=2&cid=click&mrvk_eng=1&sub_referral=s"));
-      core.getPremiumPostbackInfoss();
-      core.makeCrashParameter({.reason = "fendo", .call_stack_symbols = {"0 app"}, .moment = std::nullopt});
-      core.sendCrashInfos();
-      core.sendUserDemoInfos(core.makeDemoInfoParameter());
-      core.getSchedule(Dictionary{{"k", "journey-app"}, {"language", "ko"}, {"checksum", "init"}});
+    keepRecords();
+    loop_.perform([this] { core().searchAds(); });
+    loop_.perform([this] {
+      core().setFB_DeepLinkData(Dictionary{});
+      core().setReferralUrlForFacebook(kit::Url("app://(free)?ck=3&sub_referral=(free)"));
     });
-    loop_.perform([&] {
-      if (consent_ != Consent::kForgotten)
-        core.gdprForgetMe(true);
+    loop_.perform([this] {
+      core().conversion(core().makeConversionParameter());
+      core().iAdAppAttributionTracking(core().makeIAdAppAttributionTrackingParameter(loop_.now(), loop_.now()));
+      core().pushTracking();
+      openALink();
+      core().getPremiumPostbackInfoss();
+      core().sendCrashInfos();
+      core().sendUserDemoInfos(core().makeDemoInfoParameter());
+      core().getSchedule(Dictionary{{"k", "journey-app"}, {"language", "ko"}, {"checksum", "init"}});
     });
+    askToBeForgottenAndTakeItBack();
   }
 
-  /// One paragraph for each kind of request, in the order of their names.
-  std::string report() {
-    std::map<std::string, std::pair<std::string, Fields>> kinds;
+  /// A new install lives: its first session without a network, its later ones with a service that accepts.
+  void liveThroughSessions() {
+    keepRecords();
+    session();
+    transport_.setDefaultAnswer(Answer::json(Dictionary{
+        {"Result", true},
+        {"Data", Dictionary{{"user_no", 1001}, {"referralKey", 7}, {"install_datetime", "20240101000000"}}}}));
+    session();
+    keepRecords();
+    session();
+    restart();
+    keepRecords();
+    session();
+    askToBeForgottenAndTakeItBack();
+  }
+
+  Seen seen() {
+    Seen seen;
     for (const kit::Request& request : transport_.requests()) {
       const std::string name =
           request.method + " " + request.url.substr(std::string("https://service.example/").size());
-      auto& [headers, fields] = kinds[name];
-      headers.clear();
+      RequestKind& kind = seen[name];
+      kind.headers.clear();
       for (const kit::HttpHeader& header : request.headers)
-        headers += "- header `" + header.name + ": " + header.value + "`\n";
-      open(request, fields);
+        kind.headers += "- header `" + header.name + ": " + header.value + "`\n";
+      open(request, kind.fields);
     }
-    std::string text;
-    for (const auto& [name, kind] : kinds) {
-      text += "\n`" + name + "`\n\n" + kind.first;
-      for (const auto& [path, values] : kind.second) {
-        text += "- `" + path + "`:";
-        for (const std::string& value : values)
-          text += (value == *values.begin() ? " " : " or ") + value;
-        text += "\n";
-      }
-    }
-    return text;
+    return seen;
   }
 
  private:
-  void fillStore() {
-    const auto& properties = parts_.properties;
-    properties.setFendoUserInfo_fendoUserNo(1001);
-    properties.setFendoUserInfo_referralKey(7);
-    properties.setFendoUserInfo_install_datetime("20240101000000");
-    properties.setFendoImpressionInfos(kit::Array{Dictionary{{"campaignKey", 1},
-                                                             {"spaceKey", "space"},
-                                                             {"resourceKey", 2},
-                                                             {"conversionKey", 3},
-                                                             {"isFirstTime", true},
-                                                             {"createdAt", loop_.now()}}});
-    for (const char* name : {"look", "buy"})
-      parts_.services.addActivityOfApp("shop", name, "sku", loop_.now());
-    parts_.core->setAge(30);
-    parts_.core->setGender(MorvikCoreGenderFemale);
-    parts_.core->setUserId("user");
+  MorvikCoreLib& core() { return *parts_->core; }
+
+  void start() {
+    parts_ = std::make_unique<AssembledKit>(surroundings());
+    loop_.perform([this] { parts_->launch(); });
+  }
+
+  void restart() {
+    loop_.kill();
+    transport_.kill();
+    start();
+  }
+
+  /// The kit keeps something of everything that it can send.
+  void keepRecords() {
+    loop_.perform([this] {
+      const auto& properties = parts_->properties;
+      properties.setFendoImpressionInfos(kit::Array{Dictionary{{"campaignKey", 1},
+                                                               {"spaceKey", "space"},
+                                                               {"resourceKey", 2},
+                                                               {"conversionKey", 3},
+                                                               {"isFirstTime", true},
+                                                               {"createdAt", loop_.now()}}});
+      for (const char* name : {"look (free)", "buy (free)"})
+        parts_->services.addActivityOfApp("shop (free)", name, "sku (free)", loop_.now());
+      parts_->services.addActivityOfApp("shop (free)", "leave (free)", Value(), loop_.now());
+      core().setAge(30);
+      core().setGender(MorvikCoreGenderFemale);
+      core().setUserId("user (free)");
+      core().makeCrashParameter({.reason = "fendo (free)", .call_stack_symbols = {"0 app (free)"}, .moment = {}});
+    });
+  }
+
+  void openALink() { core().passOpenURL(kit::Url("app://(free)?ck=5&sn=2&cid=(free)&mrvk_eng=1&sub_referral=(free)")); }
+
+  void session() {
+    loop_.notifications().post(kit::Notification::kApplicationDidBecomeActive);
+    loop_.advance(30);
+    loop_.perform([this] { openALink(); });
+    loop_.notifications().post(kit::Notification::kApplicationDidEnterBackground);
+    loop_.advance(120);
+  }
+
+  void askToBeForgottenAndTakeItBack() {
+    if (case_.is_forgotten)
+      return;
+    loop_.perform([this] { core().gdprForgetMe(true); });
+    transport_.setDefaultAnswer(Answer::error("down"));
+    loop_.perform([this] { core().gdprForgetMe(false); });
   }
 
   void open(const kit::Request& request, Fields& fields) {
@@ -148,12 +236,29 @@ class Device {
     for (const auto& [name, text] : testing::formFields(request.body))
       fields["form " + name].insert(name == "j" ? "sealed, of what follows" : kindOf(Value(text)));
     if (request.url.ends_with(services::kSetDemographicPath))
-      collect(testing::openDemographics(parts_.sealing(), request, kTrackingKey), "", fields);
+      collect(testing::openDemographics(parts_->sealing(), request, kTrackingKey), "", fields);
     else if (!request.url.ends_with(services::kGetScheduleVer2Path))
-      collect(testing::openEnvelope(parts_.sealing(), request, keyOf(request)).payload, "", fields);
+      collect(testing::openEnvelope(parts_->sealing(), request, keyOf(request)).payload, "", fields);
   }
   static std::string keyOf(const kit::Request& request) {
     return request.url.ends_with(services::kTrackingPath) ? kTrackingKey : std::string(kHashKey) + kHashKey;
+  }
+
+  Surroundings surroundings() {
+    return {.clock = loop_.clock(),
+            .calendar = calendar_,
+            .main_queue = loop_.mainQueue(),
+            .background_queue = loop_.backgroundQueue(),
+            .background_tasks = loop_.backgroundTasks(),
+            .notifications = loop_.notifications(),
+            .store = store_,
+            .transport = transport_,
+            .log = log_,
+            .idfa = case_.has_identifier ? std::optional<std::string>("an identifier") : std::nullopt,
+            .puid = case_.has_hashed_puid ? std::optional<std::string>("a hash") : std::nullopt,
+            .ad_client = case_.has_modules ? AdClient::withoutDetails() : clientWithDetails(),
+            .device = knownDevice(),
+            .modules = case_.has_modules ? allModules() : std::map<std::string, Module>()};
   }
   static DeviceDescription knownDevice() {
     DeviceDescription device;
@@ -169,43 +274,113 @@ class Device {
   static AdClient clientWithDetails() {
     AdClient client;
     client.requestAttributionDetails = [](const AdClient::AttributionDetails& answer) {
-      answer(R"({"Version3.1": {"details of the ad client": "text"}})", std::nullopt);
+      answer(R"json({"Version3.1": {"detail (free)": "of the ad client (free)"}})json", std::nullopt);
+    };
+    client.lookupAdConversionDetails = [](const AdClient::ConversionDetails& answer) {
+      const AdClient::Time time = std::chrono::system_clock::from_time_t(1'700'000'000);
+      answer(time, time);
     };
     return client;
   }
+  /// All but one tell their version.
+  static std::map<std::string, Module> allModules() {
+    std::map<std::string, Module> modules;
+    for (const char* name : {"KesmoOfferwallUpdateLog", "FendoUpdateLog", "KesmoDAUpdateLog", "MorvikCommerceUpdateLog",
+                             "MorvikCouponUpdateLog", "MorvikBriselUpdateLog"})
+      modules[name].getSDKVersion = [] { return "3.2.1"; };
+    for (const char* name : {"QuintUpdateLog", "Fendo", "FendoLib", "QuintPush"})
+      modules[name] = Module();
+    return modules;
+  }
 
-  const Consent consent_;
+  const DeviceCase case_;
   testing::RecordingLog log_;
   testing::MemoryStore store_;
   testing::VirtualLoop loop_;
   testing::ScriptedTransport transport_{loop_};
   testing::FixedOffsetCalendar calendar_;
-  AssembledKit parts_{
-      {.clock = loop_.clock(),
-       .calendar = calendar_,
-       .main_queue = loop_.mainQueue(),
-       .background_queue = loop_.backgroundQueue(),
-       .background_tasks = loop_.backgroundTasks(),
-       .notifications = loop_.notifications(),
-       .store = store_,
-       .transport = transport_,
-       .log = log_,
-       .idfa = consent_ == Consent::kLimited ? std::nullopt : std::optional<std::string>("an identifier"),
-       .puid = "a hash",
-       .ad_client = clientWithDetails(),
-       .device = knownDevice()}};
+  std::unique_ptr<AssembledKit> parts_;
 };
 
-std::string wantedBlock() {
-  std::string text;
-  for (const auto& [title, consent] : {std::pair{"With the advertising identifier", Consent::kIdentifier},
-                                       std::pair{"The user limits tracking", Consent::kLimited},
-                                       std::pair{"The user asked to be forgotten", Consent::kForgotten}}) {
-    Device device(consent);
-    device.live();
-    text += std::string("\n### ") + title + "\n" + device.report();
+/// All requests of such a device, with and without modules.
+Seen requestsOf(DeviceCase device_case) {
+  Seen seen;
+  for (const bool has_modules : {false, true}) {
+    device_case.has_modules = has_modules;
+    Device attributed(device_case);
+    attributed.makeEachRequest();
+    add(seen, attributed.seen());
+    Device living(device_case);
+    living.liveThroughSessions();
+    add(seen, living.seen());
   }
-  return text + "\n";
+  return seen;
+}
+
+// --------------------------------------------------------------------------------------------------- the document
+
+std::string fieldLine(const std::string& path, const std::set<std::string>& kinds) {
+  std::string line = "- `" + path + "`:";
+  for (const std::string& kind : kinds)
+    line += (kind == *kinds.begin() ? " " : " or ") + kind;
+  return line + "\n";
+}
+
+/// One paragraph for each kind of request, in the order of their names.
+std::string textOf(const Seen& seen) {
+  std::string text;
+  for (const auto& [name, kind] : seen) {
+    text += "\n`" + name + "`\n\n" + kind.headers;
+    for (const auto& [path, kinds] : kind.fields)
+      text += fieldLine(path, kinds);
+  }
+  return text;
+}
+
+/// What is another in `fields` than in those of `usual`.
+std::string differences(const Fields& fields, const Fields& usual) {
+  std::string text;
+  for (const auto& [path, kinds] : usual) {
+    const auto found = fields.find(path);
+    if (found == fields.end())
+      text += "- `" + path + "`: not sent\n";
+    else if (found->second != kinds)
+      text += fieldLine(path, found->second);
+  }
+  for (const auto& [path, kinds] : fields) {
+    if (usual.count(path) == 0)
+      text += fieldLine(path, kinds);
+  }
+  return text;
+}
+
+/// The requests that are others than the usual ones, with the fields in which they are.
+std::string differences(const Seen& seen, const Seen& usual) {
+  std::string text;
+  Seen all = usual;
+  add(all, seen);
+  for (const auto& entry : all) {
+    const auto mine = seen.find(entry.first);
+    const auto other = usual.find(entry.first);
+    if (mine == seen.end())
+      text += "\n`" + entry.first + "`: not sent\n";
+    else if (other == usual.end() || mine->second.headers != other->second.headers)
+      text += textOf({*mine});
+    else if (const std::string fields = differences(mine->second.fields, other->second.fields); !fields.empty())
+      text += "\n`" + entry.first + "`\n\n" + fields;
+  }
+  return text;
+}
+
+std::string wantedBlock() {
+  const Seen usual = requestsOf({});
+  const std::string as_above = "\nAs above, but for:\n";
+  return "\n### With the advertising identifier\n" + textOf(usual) +   //
+         "\n### The user limits tracking\n" + as_above +               //
+         differences(requestsOf({.has_identifier = false}), usual) +   //
+         "\n### The device has no hashed identifier\n" + as_above +    //
+         differences(requestsOf({.has_hashed_puid = false}), usual) +  //
+         "\n### The user asked to be forgotten\n" + textOf(requestsOf({.is_forgotten = true})) + "\n";
 }
 
 TEST(Privacy, TheDocumentNamesEveryFieldThatLeaves) {
