@@ -82,6 +82,86 @@ TEST_F(Session, StartWritesInItsFixedOrder) {
   EXPECT_TRUE(world.log.has("MRVK_QA-clear fendoActivityInfosSentEventKeys on startSession: []"));
 }
 
+/// The paths of all requests, in the order in which they were started.
+std::vector<std::string> paths(const TestWorld& world) {
+  std::vector<std::string> found;
+  for (const kit::Request& request : world.requests())
+    found.push_back(request.url.substr(request.url.find('/', std::string_view("https://").size()) + 1));
+  return found;
+}
+
+/// What a session's start and end find to do, beside the events.
+void leaveWork(TestWorld& world) {
+  world.userDefaults().setMorvikCoreUserInfo_Crash(Array{Dictionary{{"exception_reason", "fendo"}}});
+  world.userDefaults().setCommerceExpansionInfos(Array{1});
+  world.core().setAge(27);
+}
+
+TEST_F(Session, StartSendsWhatIsDueInItsFixedOrder) {
+  leaveWork(world);
+  world.userDefaults().setURL(kit::Url("app://x?ck=12"), services::kPassOpenUrlKey);
+  world.userDefaults().setFendoUserInfo_last_app_launched_date(at(0));
+  world.transport.setDefaultAnswer(Answer::silence());
+  world.ad_client.conversion_details.answerEveryCall(std::nullopt, at(0));
+  world.ad_client.attribution_details.letCallsWait();
+  size_t before_commerce_events = 0;
+  world.modules.add("Fendo").saveCommerceEventAndSend = [&] {
+    before_commerce_events = world.faulty.transport.faults.calls("start");
+  };
+  world.becomeActive();
+  // The ad client's answer comes when the start is over.
+  EXPECT_THAT(paths(world), ElementsAre("test-app/config.json", "v2/schedule", "v1/tracking", "v1/demographics",
+                                        "v1/crash", "v1/reengagement-conversion", "v1/iad-attribution"));
+  EXPECT_EQ(before_commerce_events, 5U) << "between the crash reports and the stored URL";
+}
+
+TEST_F(Session, StartOfAnUnattributedInstallAsksBetweenDemographicsAndCrashReports) {
+  leaveWork(world);
+  world.userDefaults().setFendoUserInfo_referralKey(-1);
+  world.ad_client.attribution_details.answerEveryCall(Dictionary{{"v3", Dictionary{{"campaign", 1}}}}, std::nullopt);
+  world.transport.setDefaultAnswer(Answer::silence());
+  world.loop.perform([&] { world.core().searchAds(); });
+  world.transport.clearRequests();
+  world.becomeActive();
+  EXPECT_THAT(paths(world),
+              ElementsAre("test-app/config.json", "v2/schedule", "v1/demographics", "v1/conversion", "v1/crash"));
+}
+
+TEST_F(Session, EndSendsWhatIsDueInItsFixedOrder) {
+  world.transport.setDefaultAnswer(Answer::silence());
+  world.becomeActive();
+  leaveWork(world);
+  world.userDefaults().setReEngagementInfos(Array{testing::clickOf(12)});
+  world.core().set_isTrackingCalled(false);
+  world.transport.clearRequests();
+  const size_t before = world.faulty.transport.faults.calls("start");
+  size_t before_commerce_events = 0;
+  world.modules.add("Fendo").saveCommerceEventAndSend = [&] {
+    before_commerce_events = world.faulty.transport.faults.calls("start") - before;
+  };
+  world.loop.advance(1.5);
+  world.enterBackground();
+  EXPECT_THAT(paths(world), ElementsAre("v1/demographics", "v1/reengagement-conversion"));
+  EXPECT_EQ(before_commerce_events, 2U);
+  EXPECT_THAT(storedNames(), Not(Contains("end")));
+  world.loop.advance(0.5);
+  EXPECT_THAT(paths(world), ElementsAre("v1/demographics", "v1/reengagement-conversion", "v1/tracking"));
+  EXPECT_THAT(lastBatch(), Not(Contains("end")));
+  EXPECT_THAT(storedNames(), Contains("end"));
+}
+
+TEST_F(Session, EndWithoutAUserNumberStillSendsDemographicsAndSavesCommerceEvents) {
+  world.userDefaults().setFendoUserInfo_fendoUserNo(-1);
+  world.transport.setDefaultAnswer(Answer::silence());
+  leaveWork(world);
+  world.modules.add("Fendo");
+  world.loop.perform([&] { world.core().endSession(); });
+  world.loop.advance(1);
+  EXPECT_THAT(paths(world), ElementsAre("v1/demographics"));
+  EXPECT_THAT(world.modules.calls(), ElementsAre("Fendo saveCommerceEventAndSend"));
+  EXPECT_THAT(storedNames(), IsEmpty());
+}
+
 // An exception ends the start where it is thrown: what is done by then came before, what is not comes after.
 
 TEST_F(Session, StartAsksForIAdAfterClearingTheKeysAndBeforeCounting) {
