@@ -78,7 +78,7 @@ uint64_t sessionLengthMilliseconds(std::optional<kit::Date> start, kit::Date end
 // ------------------------------------------------------------------------------------------------------------ start-up
 
 std::shared_ptr<MorvikCoreLib> MorvikCoreLib::make(const kit::Kit& kit) {
-  const std::shared_ptr<MorvikCoreLib> object(new MorvikCoreLib(kit));
+  std::shared_ptr<MorvikCoreLib> object(new MorvikCoreLib(kit));
   object->init();
   return object;
 }

@@ -1,24 +1,11 @@
 #include "services/guard.h"
 
-#include <cxxabi.h>
-
-#include <cstdlib>
 #include <exception>
-#include <memory>
-#include <typeinfo>
+
+#include "services/type_names.h"
 
 namespace morvik::services {
 namespace {
-
-std::string typeNameOfCaught() {
-  const std::type_info* type = abi::__cxa_current_exception_type();
-  if (type == nullptr)
-    return "foreign exception";
-  int status = 0;
-  const std::unique_ptr<char, void (*)(void*)> name(abi::__cxa_demangle(type->name(), nullptr, nullptr, &status),
-                                                    std::free);
-  return name != nullptr ? name.get() : type->name();
-}
 
 void writeClause(const Logger& logger, const GuardClause& clause, const LogSite& site,
                  std::initializer_list<FormatArgument> arguments) {
@@ -39,7 +26,7 @@ std::string caughtText() {
   } catch (const std::exception& exception) {
     return exception.what();
   } catch (...) {
-    return typeNameOfCaught();
+    return caughtTypeName();
   }
 }
 

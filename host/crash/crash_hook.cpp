@@ -1,6 +1,5 @@
 #include "host/crash/crash_hook.h"
 
-#include <cxxabi.h>
 #include <execinfo.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "host/crash/fatal_signals.h"
 #include "host/crash/frame_names.h"
 #include "services/guard.h"
+#include "services/type_names.h"
 
 namespace morvik::host {
 namespace {
@@ -44,16 +44,6 @@ std::vector<std::string> callStackSymbols() {
   return textsOf(namedFrames(loadedModules(), frames));
 }
 
-std::string nameOfCurrentException() {
-  const std::type_info* const type = abi::__cxa_current_exception_type();
-  if (type == nullptr)
-    return "";
-  int status = 0;
-  const std::unique_ptr<char, void (*)(void*)> plain(abi::__cxa_demangle(type->name(), nullptr, nullptr, &status),
-                                                     std::free);
-  return status == 0 ? plain.get() : type->name();
-}
-
 /// "std::runtime_error: the text", or the type alone where there is no text.
 std::string reasonOfCurrentException() {
   if (std::current_exception() == nullptr)
@@ -61,7 +51,7 @@ std::string reasonOfCurrentException() {
   try {
     throw;
   } catch (...) {
-    const std::string name = nameOfCurrentException();
+    const std::string name = services::caughtTypeName();
     const std::string text = services::caughtText();
     return text == name || text.empty() ? name : name + ": " + text;
   }

@@ -12,6 +12,8 @@
 #include <sstream>
 #include <string_view>
 
+#include "host/files/write_all.h"
+
 namespace morvik::host {
 namespace {
 
@@ -40,17 +42,6 @@ bool readModule(const std::string& line, LoadedModule& module) {
   std::getline(fields, module.path);
   if (module.build_id == kNoBuildId)
     module.build_id.clear();
-  return true;
-}
-
-bool writeAll(int file, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(file, text.data(), text.size());
-    if (written < 0 && errno != EINTR)
-      return false;
-    if (written > 0)
-      text.remove_prefix(static_cast<size_t>(written));
-  }
   return true;
 }
 

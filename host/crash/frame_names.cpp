@@ -1,29 +1,28 @@
 #include "host/crash/frame_names.h"
 
-#include <cxxabi.h>
 #include <elfutils/libdwfl.h>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <string_view>
 
 #include "services/text_codes.h"
+#include "services/type_names.h"
 
 namespace morvik::host {
 namespace {
 
 constexpr size_t kAddressDigits = 16;
 
-std::string demangled(const std::string& name) {
-  int status = 0;
-  const std::unique_ptr<char, void (*)(void*)> plain(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status),
-                                                     std::free);
-  return status == 0 ? plain.get() : name;
+constexpr std::string_view kMangled = "_Z";
+
+/// A function of C's named "f" is no "float".
+std::string plainName(const std::string& name) {
+  return name.substr(0, kMangled.size()) == kMangled ? services::demangled(name.c_str()) : name;
 }
 
 /// By the mangled name, in which what a function is a member of stands first: a function of the app's that only takes
@@ -31,7 +30,7 @@ std::string demangled(const std::string& name) {
 bool isOurs(std::string_view mangled) {
   constexpr std::string_view kNestings = "ZNKVrL";
   constexpr std::string_view kOurNamespace = "6morvik";
-  if (mangled.substr(0, 2) != "_Z")
+  if (mangled.substr(0, kMangled.size()) != kMangled)
     return false;
   const size_t first = mangled.find_first_not_of(kNestings, 1);
   return first != std::string_view::npos && mangled.substr(first, kOurNamespace.size()) == kOurNamespace;
@@ -122,7 +121,7 @@ NamedFrame named(size_t index, uint64_t address, const LoadedModule* module, Sym
   if (name.mangled.empty())
     frame.text += "+ " + hexNumber(address - module->bias, 1);
   else
-    frame.text += demangled(name.mangled) + " + " + std::to_string(name.offset + (address - inside));
+    frame.text += plainName(name.mangled) + " + " + std::to_string(name.offset + (address - inside));
   return frame;
 }
 

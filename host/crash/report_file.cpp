@@ -11,6 +11,8 @@
 #include <utility>
 #include <variant>
 
+#include "host/files/write_all.h"
+
 namespace morvik::host {
 namespace {
 
@@ -36,18 +38,7 @@ class Descriptor {
     struct stat facts {};
     return fstat(descriptor_, &facts) == 0 ? facts.st_size : -1;
   }
-  /// As long as the system takes some of it; false when it takes no more.
-  bool writeAll(std::string_view bytes) const {
-    while (!bytes.empty()) {
-      const ssize_t written = write(descriptor_, bytes.data(), bytes.size());
-      if (written < 0 && errno == EINTR)
-        continue;
-      if (written <= 0)
-        return false;
-      bytes.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
-  }
+  bool write(std::string_view bytes) const { return writeAll(descriptor_, bytes); }
   /// All that is in it; false for an error.
   bool readAll(std::string& text) const {
     char block[65536];
@@ -82,7 +73,7 @@ std::optional<kit::Error> ReportFile::append(const kit::Value& report) {
   const off_t size = file.size();
   if (size < 0 || static_cast<size_t>(size) + line.size() > kMaxReportFileBytes)
     return kit::Error{"The file of crash reports \"" + path_ + "\" is full (" + std::to_string(size) + " bytes)."};
-  if (!file.writeAll(line))
+  if (!file.write(line))
     return kit::Error{"The file of crash reports \"" + path_ + "\" cannot be written (" + systemMessage() + ")."};
   return std::nullopt;
 }

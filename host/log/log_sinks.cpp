@@ -2,23 +2,13 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <mutex>
 #include <string>
 
+#include "host/files/write_all.h"
+
 namespace morvik::host {
 namespace {
-
-void writeAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written < 0 && errno == EINTR)
-      continue;
-    if (written <= 0)
-      return;
-    text.remove_prefix(static_cast<size_t>(written));
-  }
-}
 
 std::string withLineFeed(std::string_view text) {
   std::string line(text);
@@ -31,14 +21,13 @@ std::string withLineFeed(std::string_view text) {
 void StderrLogSink::line(std::string_view text) {
   const std::string whole = withLineFeed(text);
   const std::scoped_lock hold(mutex_);
-  writeAll(STDERR_FILENO, whole);
+  static_cast<void>(writeAll(STDERR_FILENO, whole));
 }
 
 bool StderrLogSink::tryLine(std::string_view text) {
   const std::string whole = withLineFeed(text);
   const std::unique_lock hold(mutex_, std::try_to_lock);
-  writeAll(STDERR_FILENO, whole);
-  return true;
+  return writeAll(STDERR_FILENO, whole);
 }
 
 void AppLogSink::line(std::string_view text) {

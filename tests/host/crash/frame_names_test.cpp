@@ -12,6 +12,10 @@ namespace elsewhere {
 }
 }  // namespace elsewhere
 
+extern "C" [[gnu::noinline]] void f(const morvik::host::NamedFrame&) {
+  asm volatile("");
+}
+
 namespace morvik::host {
 namespace {
 
@@ -48,6 +52,12 @@ TEST(FrameNames, AreThoseOfTheFunctions) {
   EXPECT_THAT(frames[0].text,
               MatchesRegex("0  test_host  0x[0-9a-f]{16}  morvik::host::.anonymous namespace.::ofTheKit.* \\+ 4"));
   EXPECT_THAT(frames[1].text, MatchesRegex("1  test_host  0x[0-9a-f]{16}  elsewhere::ofTheApp.* \\+ 4"));
+}
+
+TEST(FrameNames, AFunctionOfCIsCalledAsItIs) {
+  const auto frames = namedFrames(loadedModules(), {addressOf(f) + 4});
+  EXPECT_THAT(frames[0].text, MatchesRegex("0  test_host  0x[0-9a-f]{16}  f \\+ 4"));
+  EXPECT_FALSE(frames[0].is_ours);
 }
 
 TEST(FrameNames, AFunctionThatTakesOurTypesIsNotOursForThat) {
