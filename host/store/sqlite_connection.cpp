@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+
 namespace morvik::host {
 namespace {
 
@@ -80,12 +82,32 @@ void Connection::Close::operator()(sqlite3* handle) const {
   sqlite3_close_v2(handle);
 }
 
-StoreOutcome Connection::open(const std::string& path, const std::string& vfs, bool read_only, Connection& out) {
+StoreOutcome Connection::open(const std::string& path, const std::string& vfs, Connection& out) {
+  return open(path.c_str(), SQLITE_OPEN_READWRITE, vfs.c_str(), out);
+}
+
+StoreOutcome Connection::openImage(std::string_view image, Connection& out) {
+  if (image.empty())
+    return StoreProblem{StoreProblem::Kind::kUnreadable, "it is empty"};
+  if (StoreOutcome failed = open(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_MEMORY, nullptr, out))
+    return failed;
+  auto* copy = static_cast<unsigned char*>(sqlite3_malloc64(image.size()));
+  if (copy == nullptr)
+    return StoreProblem{StoreProblem::Kind::kUnavailable, sqlite3_errstr(SQLITE_NOMEM)};
+  std::copy(image.begin(), image.end(), copy);
+  const auto size = static_cast<sqlite3_int64>(image.size());
+  // The copy is SQLite's from here on, also when it refuses it.
+  if (sqlite3_deserialize(out.handle(), "main", copy, size, size,
+                          SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_READONLY) != SQLITE_OK)
+    return out.problem();
+  return std::nullopt;
+}
+
+StoreOutcome Connection::open(const char* path, int flags, const char* vfs, Connection& out) {
   // Each connection is guarded by its owner, so SQLite's own mutex would only cost time.
-  const int flags = (read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) | SQLITE_OPEN_NOMUTEX |
-                    SQLITE_OPEN_EXRESCODE | SQLITE_OPEN_PRIVATECACHE;
+  flags |= SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE | SQLITE_OPEN_PRIVATECACHE;
   sqlite3* handle = nullptr;
-  const int code = sqlite3_open_v2(path.c_str(), &handle, flags, vfs.c_str());
+  const int code = sqlite3_open_v2(path, &handle, flags, vfs);
   out.handle_.reset(handle);
   if (code != SQLITE_OK) {
     if (handle == nullptr)

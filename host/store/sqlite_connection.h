@@ -59,7 +59,9 @@ class Statement {
 class Connection {
  public:
   /// `vfs`: SQLite's name of the file system to use.
-  static StoreOutcome open(const std::string& path, const std::string& vfs, bool read_only, Connection& out);
+  static StoreOutcome open(const std::string& path, const std::string& vfs, Connection& out);
+  /// On a copy of these bytes, a whole database without a log, for reading. Touches no file.
+  static StoreOutcome openImage(std::string_view image, Connection& out);
 
   sqlite3* handle() const { return handle_.get(); }
   StoreOutcome execute(const char* sql);
@@ -71,6 +73,8 @@ class Connection {
   void close() { handle_.reset(); }
 
  private:
+  static StoreOutcome open(const char* path, int flags, const char* vfs, Connection& out);
+
   struct Close {
     void operator()(sqlite3* handle) const;
   };

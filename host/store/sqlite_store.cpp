@@ -11,9 +11,6 @@ namespace {
 using kit::Array;
 using kit::Value;
 
-/// Readings of a file that another process is changing meanwhile.
-constexpr int kReadAttempts = 3;
-
 Array arrayOrEmpty(const Value& value) {
   return value.array();
 }
@@ -167,12 +164,7 @@ bool SqliteStore::anythingDirty() const {
 // opening
 
 void SqliteStore::openReadOnly() {
-  StoreOutcome failed;
-  for (int attempt = 0; attempt < kReadAttempts; ++attempt) {
-    failed = openAndLoad(true);
-    if (!failed || failed->kind != StoreProblem::Kind::kUnreadable)
-      break;
-  }
+  const StoreOutcome failed = openAndLoad(true);
   if (!failed) {
     tellDamaged();
   } else if (failed->kind == StoreProblem::Kind::kNewer) {

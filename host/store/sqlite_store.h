@@ -46,7 +46,8 @@ inline constexpr int kCatchUpRounds = 4;
 
 struct SqliteStoreOptions {
   StorePlace place;
-  /// For inspectors: values are loaded, no lock is taken, no file is made or changed, and writes stay in memory.
+  /// For inspectors: what is committed at this moment is loaded, also while another process uses the store; no lock is
+  /// taken, no file is made or changed, and writes stay in memory.
   bool read_only = false;
   std::chrono::milliseconds flush_delay = kFlushDelay;
 };

@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "host/store/store_files.h"
+#include "host/store/store_snapshot.h"
 #include "host/store/value_codec.h"
 
 namespace morvik::host {
@@ -88,14 +89,8 @@ void StoreChanges::backTo(const Mark& mark) {
 
 StoreOutcome StoreDatabase::open(const StorePlace& place, bool read_only, std::unique_ptr<StoreDatabase>& out) {
   auto database = std::make_unique<StoreDatabase>();
-  // An inspector locks nothing, so that it may look at a store in use.
-  const std::string vfs = read_only ? "unix-none" : place.vfs;
-  if (StoreOutcome failed = Connection::open(place.path(), vfs, read_only, database->connection_))
+  if (StoreOutcome failed = database->connect(place, read_only))
     return failed;
-  if (read_only) {
-    if (StoreOutcome failed = database->connection_.execute("PRAGMA locking_mode=EXCLUSIVE"))
-      return failed;
-  }
   if (StoreOutcome failed = database->identify(read_only))
     return failed;
   if (!read_only) {
@@ -105,6 +100,16 @@ StoreOutcome StoreDatabase::open(const StorePlace& place, bool read_only, std::u
   }
   out = std::move(database);
   return std::nullopt;
+}
+
+// SQLite itself makes a log that is missing and needs locks to read a store in use, even when it is told to read only.
+StoreOutcome StoreDatabase::connect(const StorePlace& place, bool read_only) {
+  if (!read_only)
+    return Connection::open(place.path(), place.vfs, connection_);
+  std::string image;
+  if (StoreOutcome failed = readStoreSnapshot(place, image))
+    return failed;
+  return Connection::openImage(image, connection_);
 }
 
 StoreOutcome StoreDatabase::identify(bool read_only) {
@@ -337,7 +342,7 @@ StoreOutcome StoreDatabase::restartLog() {
 
 StoreOutcome StoreLogKeeper::open(const StorePlace& place, std::unique_ptr<StoreLogKeeper>& out) {
   auto keeper = std::make_unique<StoreLogKeeper>();
-  if (StoreOutcome failed = Connection::open(place.path(), place.vfs, false, keeper->connection_))
+  if (StoreOutcome failed = Connection::open(place.path(), place.vfs, keeper->connection_))
     return failed;
   if (StoreOutcome failed = keeper->connection_.execute("PRAGMA wal_autocheckpoint=0;PRAGMA synchronous=NORMAL"))
     return failed;

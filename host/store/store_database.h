@@ -72,8 +72,8 @@ class StoreChanges {
 /// nothing here waits for the disk, but for restartLog(). One thread at a time.
 class StoreDatabase {
  public:
-  /// Opens the file, and makes its tables when it is an empty one. `read_only`: neither lock, log nor index are made
-  /// or changed; the file must be a store.
+  /// Opens the file, and makes its tables when it is an empty one. `read_only`: what it holds at this moment, read
+  /// without touching it; the file must be a store.
   static StoreOutcome open(const StorePlace& place, bool read_only, std::unique_ptr<StoreDatabase>& out);
 
   /// All properties. Records that cannot be read are left out and counted; the next apply() moves them to the table
@@ -97,6 +97,7 @@ class StoreDatabase {
   StoreOutcome restartLog();
 
  private:
+  StoreOutcome connect(const StorePlace& place, bool read_only);
   StoreOutcome identify(bool read_only);
   StoreOutcome makeTables();
   StoreOutcome prepareAll();

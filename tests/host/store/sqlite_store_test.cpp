@@ -931,7 +931,7 @@ TEST_F(SqliteStoreTest, AnInspectorOfNothingMakesNothing) {
   EXPECT_EQ(inspector.opening(), StoreOpening::kNothingToRead);
   EXPECT_EQ(log_.messages(), std::vector<std::string>{"Morvik host: there is no store to read at \"" +
                                                       (folder_ / "missing/morvik.store") +
-                                                      "\" (unable to open database file): check the folder."});
+                                                      "\" (No such file or directory): check the folder."});
   EXPECT_FALSE(std::filesystem::exists(folder_ / "missing"));
 }
 
