@@ -20,7 +20,7 @@ OUTWARD = set(
     sstream streambuf strstream syncstream thread""".split()
 )
 # Comes with the compiler's own C++ runtime and is the only way to the type's name of an unknown thrown object.
-RUNTIME = {"services/guard.cpp": {"cxxabi.h"}}
+RUNTIME = {"services/type_names.cpp": {"cxxabi.h"}}
 
 # From the folder on the left, "" includes may lead to the folders on the right only.
 ARROWS = {
