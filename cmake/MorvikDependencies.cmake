@@ -25,6 +25,7 @@ endif()
 if(MORVIK_BUILD_APPS)
   find_package(CLI11 2.1 REQUIRED)
   find_package(nlohmann_json 3.11 REQUIRED)
+  find_package(yaml-cpp 0.7 REQUIRED)
   pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd>=0.9.75)
 endif()
 

@@ -43,6 +43,12 @@ bool namesPlainEntry(std::string_view name) {
   return name == services::kPassOpenUrlKey || name == launchCounterKey();
 }
 
+const Property* propertyNamed(std::string_view name) {
+  const auto* property =
+      std::find_if(std::begin(kProperties), std::end(kProperties), [&](const Property& p) { return p.name == name; });
+  return property == std::end(kProperties) ? nullptr : property;
+}
+
 std::vector<std::string> allNames() {
   std::vector<std::string> names;
   for (const Property& property : kProperties)
@@ -53,6 +59,10 @@ std::vector<std::string> allNames() {
 }
 
 }  // namespace
+
+bool isStoredProperty(std::string_view name) {
+  return namesPlainEntry(name) || propertyNamed(name) != nullptr;
+}
 
 kit::Value StoreView::show(const std::vector<std::string>& names, std::optional<std::string>& unknown) const {
   kit::MutableDictionary shown;
@@ -70,9 +80,8 @@ bool StoreView::showOne(std::string_view name, kit::MutableDictionary& shown) co
     shown.set(name, read_entry_(name));
     return true;
   }
-  const auto* property =
-      std::find_if(std::begin(kProperties), std::end(kProperties), [&](const Property& p) { return p.name == name; });
-  if (property == std::end(kProperties))
+  const Property* property = propertyNamed(name);
+  if (property == nullptr)
     return false;
   shown.set(name, property->read(properties_));
   return true;

@@ -13,6 +13,9 @@
 
 namespace morvik_device {
 
+/// Whether show() knows the name.
+bool isStoredProperty(std::string_view name);
+
 /// Stored properties and the two plain entries, as their readers see them: a number that was never stored shows its
 /// unset value, what is absent is left out.
 class StoreView {
