@@ -57,3 +57,14 @@ function(morvik_python_tests folder)
                  ENVIRONMENT "${environment}")
   endforeach()
 endfunction()
+
+# morvik_scenarios(FOLDER): every story of the folder (relative to the tree) is played and must come out as it expects.
+function(morvik_scenarios folder)
+  file(GLOB files CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${folder}/*.yaml")
+  foreach(file IN LISTS files)
+    get_filename_component(name "${file}" NAME_WE)
+    add_test(NAME scenario.${name} COMMAND morvik-device --simulate "${folder}/${name}.yaml"
+             WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+    set_tests_properties(scenario.${name} PROPERTIES LABELS scenario TIMEOUT 60)
+  endforeach()
+endfunction()

@@ -197,15 +197,20 @@ void SimulatedService::countEvents(ServedRequest& served) {
 // --------------------------------------------------------------------------------------------------------- answering
 
 Answer SimulatedService::answer(const ServedRequest& served) {
-  if (served.refusal)
-    return Answer::json(served.refusal_status, kit::Dictionary{{"error", *served.refusal}});
-  // A good status is all that an erasure's acceptance is.
-  if (served.endpoint == ServiceEndpoint::kErasure && !served.counted)
-    return Answer::json(kUnavailable, kit::Dictionary{{"error", "the request was not counted"}});
-  return Answer::json(kOk, usualAnswer(served));
+  const UsualAnswer usual = usualAnswer(served);
+  return Answer::json(usual.status, usual.json);
 }
 
-Value SimulatedService::usualAnswer(const ServedRequest& served) {
+UsualAnswer SimulatedService::usualAnswer(const ServedRequest& served) {
+  if (served.refusal)
+    return {served.refusal_status, kit::Dictionary{{"error", *served.refusal}}};
+  // A good status is all that an erasure's acceptance is.
+  if (served.endpoint == ServiceEndpoint::kErasure && !served.counted)
+    return {kUnavailable, kit::Dictionary{{"error", "the request was not counted"}}};
+  return {kOk, acceptingAnswer(served)};
+}
+
+Value SimulatedService::acceptingAnswer(const ServedRequest& served) {
   switch (*served.endpoint) {
     case ServiceEndpoint::kConversion:
     case ServiceEndpoint::kThirdPartyConversion:

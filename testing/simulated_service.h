@@ -57,6 +57,12 @@ struct ServedRequest {
   size_t events_again = 0;  ///< events whose ids were counted before
 };
 
+/// Status and JSON of an answer.
+struct UsualAnswer {
+  int status = 0;
+  kit::Value json;
+};
+
 /// Any thread; opening a payload is done outside the lock. What is handed in must outlive the service.
 class SimulatedService {
  public:
@@ -79,6 +85,7 @@ class SimulatedService {
   /// Opens the request and remembers it; takes in what it brings unless told otherwise.
   ServedRequest receive(const kit::Request& request, Counting counting = Counting::kYes);
   /// The usual answer: it accepts what was counted and only that.
+  UsualAnswer usualAnswer(const ServedRequest& served);
   Answer answer(const ServedRequest& served);
   /// Both in one: a healthy service.
   Answer serve(const kit::Request& request) { return answer(receive(request)); }
@@ -116,7 +123,7 @@ class SimulatedService {
   kit::Value attributionAnswer(const ServedRequest& served);
   kit::Value scheduleAnswer(const ServedRequest& served) const;
   kit::Value reEngagementAnswer(const ServedRequest& served) const;
-  kit::Value usualAnswer(const ServedRequest& served);
+  kit::Value acceptingAnswer(const ServedRequest& served);
   kit::MutableDictionary resultAnswer(bool result) const;
 
   const services::SealingTools tools_;

@@ -207,7 +207,8 @@ std::string footer() {
          "hash-key=... and tracking-key=....\n"
          "Verbs, one a line; words with blanks stand in double quotes, JSON is the rest of the line:\n" +
          verbsHelp() +
-         "Other modes: --fleet N lives N devices in virtual time and balances their account (see --fleet 1 --help).\n"
+         "Other modes: --fleet N lives N devices in virtual time and balances their account (see --fleet 1 --help);\n"
+         "--simulate FILE plays a scenario in virtual time (see --simulate FILE --help).\n"
          "A line of JSON on standard output answers each verb and tells each call of a delegate; the log goes to "
          "standard error.";
 }

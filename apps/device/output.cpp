@@ -8,6 +8,8 @@ namespace morvik_device {
 
 namespace kit = morvik::kit;
 
+Output::Output(std::FILE* stream) : taker_([this, stream](const kit::Value& line) { writeTo(stream, line); }) {}
+
 void Output::verbDone(std::string_view verb, const Outcome& outcome) {
   kit::MutableDictionary line;
   line.set("verb", verb);
@@ -33,12 +35,16 @@ bool Output::failed() const {
 }
 
 void Output::write(const kit::Value& line) {
+  taker_(line);
+}
+
+void Output::writeTo(std::FILE* stream, const kit::Value& line) {
   std::string text;
   morvik::services::appendJsonDescription(line, text);
   text.push_back('\n');
   const std::lock_guard hold(mutex_);
-  const bool written = std::fwrite(text.data(), 1, text.size(), stream_) == text.size();
-  if (!written || std::fflush(stream_) != 0)
+  const bool written = std::fwrite(text.data(), 1, text.size(), stream) == text.size();
+  if (!written || std::fflush(stream) != 0)
     failed_ = true;
 }
 

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "apps/device/actions.h"
 #include "kit/value.h"
@@ -14,7 +16,9 @@ namespace morvik_device {
 class Output {
  public:
   /// `stream` outlives the output.
-  explicit Output(std::FILE* stream) : stream_(stream) {}
+  explicit Output(std::FILE* stream);
+  /// The lines go to `taker`, as values.
+  explicit Output(std::function<void(const morvik::kit::Value& line)> taker) : taker_(std::move(taker)) {}
 
   /// {"verb":"event","ok":true} and what the verb answers beside, or {"verb":…,"ok":false,"error":…}.
   void verbDone(std::string_view verb, const Outcome& outcome);
@@ -30,7 +34,9 @@ class Output {
  private:
   void write(const morvik::kit::Value& line);
 
-  std::FILE* stream_;
+  void writeTo(std::FILE* stream, const morvik::kit::Value& line);
+
+  const std::function<void(const morvik::kit::Value& line)> taker_;
   mutable std::mutex mutex_;
   bool failed_ = false;
 };

@@ -59,7 +59,18 @@ std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& op
   morvik::HostOptions of_host = options.host;
   of_host.modules = makeModules(options.modules, output);
   of_host.report_crashes = true;
-  auto made = host::makeHost(of_host);
+  return taken(host::makeHost(of_host), output);
+}
+
+std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& options, Output& output,
+                                                               host::Machine& machine) {
+  morvik::HostOptions of_host = options.host;
+  of_host.modules = makeModules(options.modules, output);
+  return taken(host::makeHost(of_host, machine), output);
+}
+
+std::variant<std::unique_ptr<Phone>, std::string> Phone::taken(
+    std::variant<std::unique_ptr<host::Host>, kit::Error> made, Output& output) {
   if (const auto* error = std::get_if<kit::Error>(&made))
     return inTermsOfTheProgram(error->message);
   return std::unique_ptr<Phone>(new Phone(std::move(std::get<std::unique_ptr<host::Host>>(made)), output));

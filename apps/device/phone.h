@@ -3,12 +3,14 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <variant>
 
 #include "apps/device/options.h"
 #include "apps/device/output.h"
 #include "apps/device/store_view.h"
 #include "host/host.h"
+#include "host/machine/machine.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "morvik/morvik.h"
 
@@ -19,12 +21,19 @@ class Phone {
   /// The kit on its store, or one line about why there is none. The calls of its delegates and modules are written to
   /// `output`, which outlives the phone.
   static std::variant<std::unique_ptr<Phone>, std::string> start(const Options& options, Output& output);
+  /// The same on another machine, which outlives the phone. Crashes of the process are of no matter there.
+  static std::variant<std::unique_ptr<Phone>, std::string> start(const Options& options, Output& output,
+                                                                 morvik::host::Machine& machine);
 
   /// Any thread; what it offers says more.
   morvik::host::Host& host() { return *host_; }
   StoreView storeView();
+  /// Gives the kit away, for its machine to end it. Nothing else may be asked of the phone afterwards.
+  std::unique_ptr<morvik::host::Host> releaseHost() { return std::move(host_); }
 
  private:
+  static std::variant<std::unique_ptr<Phone>, std::string> taken(
+      std::variant<std::unique_ptr<morvik::host::Host>, morvik::kit::Error> made, Output& output);
   Phone(std::unique_ptr<morvik::host::Host> host, Output& output);
 
   // Held weakly by the kit, so they are its last to go.

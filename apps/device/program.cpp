@@ -12,6 +12,7 @@
 #include "apps/device/output.h"
 #include "apps/device/phone.h"
 #include "apps/device/runner.h"
+#include "apps/device/simulation/simulate.h"
 
 namespace morvik_device {
 namespace {
@@ -66,6 +67,7 @@ struct Mode {
 
 constexpr Mode kModes[] = {
     {"--fleet", runFleet},
+    {"--simulate", simulation::runSimulation},
 };
 
 const Mode* chosenMode(const std::vector<std::string>& arguments) {

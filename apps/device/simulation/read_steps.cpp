@@ -24,6 +24,8 @@ constexpr Unplayable kUnplayable[] = {
     {"crash-signal", "\"crash TEXT\" or \"kill\""},
 };
 
+constexpr int64_t kMostRepeats = static_cast<int64_t>(kMaxVerbs);
+
 StepVerb readVerb(const YamlNode& node) {
   const std::string line = textOf(node, "a verb");
   if (saysNothing(line) || line.find('\n') != std::string::npos)
@@ -62,8 +64,24 @@ int64_t timeOfStep(const Fields& fields, int64_t previous) {
   return time;
 }
 
+void readRepetition(const Fields& fields, Step& step) {
+  const YamlNode* repeat = fields.find("repeat");
+  const YamlNode* every = fields.find("every");
+  if (repeat == nullptr) {
+    fields.refuse({"every"}, "expected \"repeat\" beside it");
+    return;
+  }
+  step.repeat = static_cast<size_t>(wholeNumberOf(*repeat, "repeat", 1, kMostRepeats));
+  if (every != nullptr)
+    step.every_milliseconds = timeOf(*every, "every");
+  const auto pauses = static_cast<int64_t>(step.repeat - 1);
+  if (pauses > 0 && step.every_milliseconds > (kMaxMilliseconds - step.at_milliseconds) / pauses)
+    throw Mistake(fields.placeOf("every"),
+                  "the last round is too late; expected at most " + timeText(kMaxMilliseconds));
+}
+
 Step readStep(const YamlNode& node, int64_t previous) {
-  const Fields fields(node, "a step", {"at", "after", "do", "expect"});
+  const Fields fields(node, "a step", {"at", "after", "repeat", "every", "do", "expect"});
   Step step;
   step.place = node.place;
   step.at_milliseconds = timeOfStep(fields, previous);
@@ -75,6 +93,7 @@ Step readStep(const YamlNode& node, int64_t previous) {
     for (const YamlNode* verb : oneOrMore(*verbs, "do"))
       step.verbs.push_back(readVerb(*verb));
   }
+  readRepetition(fields, step);
   if (expect != nullptr)
     step.expectations = readExpectations(*expect);
   return step;
@@ -132,8 +151,10 @@ std::vector<Step> readSteps(const YamlNode& node) {
   std::vector<Step> steps;
   size_t verbs = 0;
   for (const YamlNode& element : list) {
-    steps.push_back(readStep(element, steps.empty() ? 0 : steps.back().at_milliseconds));
-    verbs += steps.back().verbs.size();
+    steps.push_back(readStep(element, steps.empty() ? 0 : steps.back().lastMillisecond()));
+    verbs += steps.back().verbs.size() * steps.back().repeat;
+    if (verbs > kMaxVerbs)
+      throw Mistake(element.place, "too many verbs; expected at most " + std::to_string(kMaxVerbs));
   }
   if (verbs == 0)
     throw Mistake(node.place, "no step does anything; expected at least one verb under \"do\"");

@@ -20,6 +20,8 @@
 namespace morvik_device::simulation {
 
 inline constexpr size_t kMaxSteps = 10'000;
+/// Repetitions counted.
+inline constexpr size_t kMaxVerbs = 100'000;
 inline constexpr size_t kMaxExpectations = 10'000;
 inline constexpr size_t kMaxRules = 10'000;
 inline constexpr size_t kMaxPhases = 1'000;
@@ -62,7 +64,12 @@ struct Step {
   int64_t at_milliseconds = 0;
   Place place;
   std::vector<StepVerb> verbs;
+  size_t repeat = 1;                      ///< the verbs, all of them, so often
+  int64_t every_milliseconds = 0;         ///< the time between two rounds of them
   std::vector<Expectation> expectations;  ///< looked at after the verbs
+
+  /// When its last round takes place.
+  int64_t lastMillisecond() const { return at_milliseconds + static_cast<int64_t>(repeat - 1) * every_milliseconds; }
 };
 
 // --------------------------------------------------------------------------------------------------- the world around
@@ -141,7 +148,7 @@ inline constexpr int64_t kAfterwardsMilliseconds = 60'000;
 inline int64_t Scenario::lastMillisecond() const {
   if (end_milliseconds)
     return *end_milliseconds;
-  const int64_t last_step = steps.empty() ? 0 : steps.back().at_milliseconds;
+  const int64_t last_step = steps.empty() ? 0 : steps.back().lastMillisecond();
   return last_step + kAfterwardsMilliseconds;
 }
 

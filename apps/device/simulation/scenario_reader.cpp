@@ -18,9 +18,9 @@ morvik::kit::Date startOf(const YamlNode& node) {
 }
 
 void checkEnd(const Scenario& scenario, Place place) {
-  if (!scenario.steps.empty() && scenario.steps.back().at_milliseconds > *scenario.end_milliseconds) {
+  if (!scenario.steps.empty() && scenario.steps.back().lastMillisecond() > *scenario.end_milliseconds) {
     throw Mistake(place, "end is " + timeText(*scenario.end_milliseconds) + ", before the last step; expected " +
-                             timeText(scenario.steps.back().at_milliseconds) + " or later");
+                             timeText(scenario.steps.back().lastMillisecond()) + " or later");
   }
 }
 
