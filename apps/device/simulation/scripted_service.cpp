@@ -19,8 +19,6 @@ constexpr size_t kShownBytes = 140;
 constexpr int kOk = 200;
 constexpr int kFirstBadStatus = 300;
 constexpr double kMillisecondsPerSecond = 1000.0;
-/// Parts the stream of chance from that of the machine's identifiers, which has the seed itself.
-constexpr uint64_t kSeedOfChance = 0x9E3779B97F4A7C15ULL;
 constexpr const char* kUnreachable = "the network is unreachable";
 constexpr const char* kBroken = "the connection was closed";
 
@@ -48,9 +46,9 @@ ScriptedService::ScriptedService(const Scenario& scenario, uint64_t seed, morvik
       now_milliseconds_(std::move(now_milliseconds)),
       history_(history),
       observer_(observer),
-      chance_(seed ^ kSeedOfChance),
+      dice_(seed),
       service_(
-          {cipher_, compressor_, chance_}, keysOf(scenario.device.host), [this] { return now(); }, kMaxKept) {
+          {cipher_, compressor_, sealing_random_}, keysOf(scenario.device.host), [this] { return now(); }, kMaxKept) {
   service_.setAttribution(scenario.service.attribution.dictionary());
   service_.setPremiumPostback(scenario.service.premium_postback);
   if (!scenario.service.schedule.isAbsent())
@@ -76,8 +74,7 @@ AnswerRule ScriptedService::nextRule(ServiceEndpoint endpoint) {
       continue;
     }
     position.given += rule.always ? 0 : 1;
-    constexpr uint64_t kParts = 1'000'000;
-    if (rule.chance >= 1.0 || static_cast<double>(chance_.next() % kParts) < rule.chance * kParts)
+    if (rule.chance >= 1.0 || dice_.happens(rule.chance))
       return rule;
     break;
   }
@@ -91,7 +88,7 @@ int64_t ScriptedService::chosen(TimeRange range) {
   const int64_t width = range.most_milliseconds - range.least_milliseconds;
   if (width == 0)
     return range.least_milliseconds;
-  return range.least_milliseconds + static_cast<int64_t>(chance_.next() % static_cast<uint64_t>(width + 1));
+  return range.least_milliseconds + static_cast<int64_t>(dice_.below(static_cast<uint64_t>(width) + 1));
 }
 
 // ---------------------------------------------------------------------------------------------------------- a request
