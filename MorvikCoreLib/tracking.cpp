@@ -320,7 +320,7 @@ void MorvikCoreLib::trackingDidFail(const std::optional<kit::Response>& response
 void MorvikCoreLib::clearSentEventKeysAfterFailure() {
   const Value cleared = store().inOneStep([this] {
     const Value keys = store().fendoActivityInfosSentEventKeys();
-    const Value empty = keys.isAbsent() ? Value() : Value(kit::Array());
+    Value empty = keys.isAbsent() ? Value() : Value(kit::Array());
     store().setFendoActivityInfosSentEventKeys(empty);
     return empty;
   });

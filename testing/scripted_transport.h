@@ -96,7 +96,7 @@ class ScriptedTransport : public kit::Transport {
   /// the first that has an answer gives it. Valid as long as the transport.
   Script& on(std::string_view url_part);
   /// For requests that no script answers. At first: an error that names the URL.
-  void setDefaultAnswer(Answer answer) {
+  void setDefaultAnswer(const Answer& answer) {
     default_ = [answer](const kit::Request&) { return answer; };
   }
   /// Every request fails with this error until goOnline(), whatever the scripts say; they keep their answers.

@@ -126,7 +126,7 @@ CertificateFiles makeCertificates(const std::string& folder) {
   const Certificate authority = makeAuthority(authority_key.get());
   const Key server_key = makeKey();
   const Certificate server = makeServer(server_key.get(), authority.get(), authority_key.get());
-  const CertificateFiles files{folder + "/ca.pem", folder + "/cert.pem", folder + "/key.pem"};
+  CertificateFiles files{folder + "/ca.pem", folder + "/cert.pem", folder + "/key.pem"};
   replaceFile(files.key, keyPem(server_key.get()), kPrivateMode);
   replaceFile(files.certificate, certificatePem(server.get()), kPublicMode);
   replaceFile(files.authority, certificatePem(authority.get()), kPublicMode);
