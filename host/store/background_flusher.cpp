@@ -5,7 +5,7 @@
 
 namespace morvik::host {
 
-BackgroundFlusher::BackgroundFlusher(std::function<void(Urgency)> flush, std::chrono::milliseconds delay)
+BackgroundFlusher::BackgroundFlusher(Flush flush, std::chrono::milliseconds delay)
     : flush_(std::move(flush)), delay_(delay), thread_([this] { run(); }) {}
 
 BackgroundFlusher::~BackgroundFlusher() {

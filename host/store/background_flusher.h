@@ -4,38 +4,32 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <thread>
 
+#include "host/store/store_flusher.h"
+
 namespace morvik::host {
 
-/// Runs one function, the flush, on a thread of its own: some time after a request, or at once.
-class BackgroundFlusher {
+/// Flushes on a thread of its own.
+class BackgroundFlusher final : public StoreFlusher {
  public:
-  enum class Urgency : uint8_t {
-    kRoutine,     ///< the time since the first commit is up, or the log has grown long
-    kSessionEnd,  ///< the app has come to rest
-  };
-  /// `flush` runs on the flusher's thread, never twice at a time. It must not call stop() or flushAndWait().
-  BackgroundFlusher(std::function<void(Urgency)> flush, std::chrono::milliseconds delay);
+  /// `flush` runs on the flusher's thread.
+  BackgroundFlusher(Flush flush, std::chrono::milliseconds delay);
   BackgroundFlusher(const BackgroundFlusher&) = delete;
   BackgroundFlusher& operator=(const BackgroundFlusher&) = delete;
-  ~BackgroundFlusher();
+  ~BackgroundFlusher() override;
 
-  /// A flush within the delay. Requests until it starts are one. Any thread; does not block.
-  void flushSoon();
-  /// A flush as soon as the thread is free. Any thread; does not block.
-  void flushNow(Urgency urgency);
-  /// The same, and blocks until a flush that started after the call has ended. Any thread but the flusher's own.
-  void flushAndWait(Urgency urgency);
-  /// Lets a flush that runs end, and the thread with it; requests that wait are dropped. Later calls do nothing.
-  void stop();
+  void flushSoon() override;
+  void flushNow(Urgency urgency) override;
+  /// Any thread but the flusher's own.
+  void flushAndWait(Urgency urgency) override;
+  void stop() override;
 
  private:
   void run();
 
-  const std::function<void(Urgency)> flush_;
+  const Flush flush_;
   const std::chrono::milliseconds delay_;
   std::mutex mutex_;
   std::condition_variable wake_;

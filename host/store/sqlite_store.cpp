@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
+#include "host/store/background_flusher.h"
 #include "host/store/value_codec.h"
 
 namespace morvik::host {
@@ -22,9 +23,19 @@ Value joined(const Value& first, const Value& second) {
   return Value(std::move(all));
 }
 
+SqliteStoreOptions withFlusher(SqliteStoreOptions options) {
+  if (!options.make_flusher) {
+    options.make_flusher = [](StoreFlusher::Flush flush, std::chrono::milliseconds delay) {
+      return std::make_unique<BackgroundFlusher>(std::move(flush), delay);
+    };
+  }
+  return options;
+}
+
 }  // namespace
 
-SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log) : options_(std::move(options)), log_(log) {
+SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log)
+    : options_(withFlusher(std::move(options))), log_(log) {
   const std::lock_guard lock(commit_mutex_);
   if (options_.read_only) {
     openReadOnly();
@@ -33,8 +44,7 @@ SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log) : option
   opening_ = openWritable();
   if (database_ == nullptr && !may_reopen_)
     return;
-  flusher_ = std::make_unique<BackgroundFlusher>([this](BackgroundFlusher::Urgency urgency) { flush(urgency); },
-                                                 options_.flush_delay);
+  flusher_ = options_.make_flusher([this](StoreFlusher::Urgency urgency) { flush(urgency); }, options_.flush_delay);
   if (database_ != nullptr && database_->fresh())
     flusher_->flushSoon();
 }
@@ -126,13 +136,13 @@ std::vector<std::pair<std::string, Value>> SqliteStore::all() const {
 
 void SqliteStore::flushNow() {
   if (flusher_ != nullptr)
-    flusher_->flushNow(BackgroundFlusher::Urgency::kSessionEnd);
+    flusher_->flushNow(StoreFlusher::Urgency::kSessionEnd);
 }
 
 void SqliteStore::flushAndWait() {
   synchronize();
   if (flusher_ != nullptr)
-    flusher_->flushAndWait(BackgroundFlusher::Urgency::kSessionEnd);
+    flusher_->flushAndWait(StoreFlusher::Urgency::kSessionEnd);
 }
 
 void SqliteStore::shutdown() {
@@ -209,15 +219,15 @@ StoreOpening SqliteStore::openWritable() {
 }
 
 SqliteStore::Opened SqliteStore::lockAndOpen() {
-  if (StoreOutcome failed = makeStoreFolder(options_.place.folder))
+  if (StoreOutcome failed = options_.place.files->makeFolder(options_.place.folder))
     return {StoreOpening::kUnavailable, *failed};
   StoreProblem problem;
   switch (lock_.take(options_.place, problem)) {
-    case StoreLock::Result::kHeldByAnother:
+    case LockResult::kHeldByAnother:
       return {StoreOpening::kLocked, {}};
-    case StoreLock::Result::kFailed:
+    case LockResult::kFailed:
       return {StoreOpening::kUnavailable, problem};
-    case StoreLock::Result::kTaken:
+    case LockResult::kTaken:
       return openFile();
   }
   return {};
@@ -337,7 +347,7 @@ bool SqliteStore::commit() {
   }
   tellWritable();
   if (database_->logBytes() > kLogRestartBytes)
-    flusher_->flushNow(BackgroundFlusher::Urgency::kRoutine);
+    flusher_->flushNow(StoreFlusher::Urgency::kRoutine);
   else
     flusher_->flushSoon();
   return refused_.empty();
@@ -488,7 +498,7 @@ void SqliteStore::tell(std::string_view text, std::initializer_list<services::Fo
 // --------------------------------------------------------------------------------------------------------------
 // flushing
 
-void SqliteStore::flush(BackgroundFlusher::Urgency urgency) {
+void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   uint64_t generation = 0;
   StoreOutcome failed = flushLog(urgency, generation);
   const std::lock_guard lock(commit_mutex_);
@@ -506,7 +516,7 @@ void SqliteStore::flush(BackgroundFlusher::Urgency urgency) {
   tellFlushed(failed);
 }
 
-StoreOutcome SqliteStore::flushLog(BackgroundFlusher::Urgency urgency, uint64_t& generation) {
+StoreOutcome SqliteStore::flushLog(StoreFlusher::Urgency urgency, uint64_t& generation) {
   bool fresh = false;
   int64_t log_bytes = 0;
   {
@@ -519,7 +529,7 @@ StoreOutcome SqliteStore::flushLog(BackgroundFlusher::Urgency urgency, uint64_t&
   }
   if (StoreOutcome failed = renewKeeper(generation))
     return failed;
-  const int64_t limit = urgency == BackgroundFlusher::Urgency::kSessionEnd ? kLogSessionEndBytes : kLogRestartBytes;
+  const int64_t limit = urgency == StoreFlusher::Urgency::kSessionEnd ? kLogSessionEndBytes : kLogRestartBytes;
   // The file of a fresh store has never been synced itself; writing the log back does that.
   if (!fresh && log_bytes < limit)
     return keeper_->syncLog();

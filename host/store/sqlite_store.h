@@ -21,9 +21,9 @@
 
 #include "host/machine/machine.h"
 #include "host/store/array_rows.h"
-#include "host/store/background_flusher.h"
 #include "host/store/store_database.h"
 #include "host/store/store_files.h"
+#include "host/store/store_flusher.h"
 #include "kit/log.h"
 #include "kit/mutex.h"
 #include "services/format.h"
@@ -50,6 +50,8 @@ struct SqliteStoreOptions {
   /// taken, no file is made or changed, and writes stay in memory.
   bool read_only = false;
   std::chrono::milliseconds flush_delay = kFlushDelay;
+  /// Empty: flushes run on a thread of the store's own.
+  MakeStoreFlusher make_flusher = {};
 };
 
 class SqliteStore : public MachineStore {
@@ -144,9 +146,9 @@ class SqliteStore : public MachineStore {
   void tellWritable();
   void tell(std::string_view text, std::initializer_list<services::FormatArgument> arguments);
 
-  // These run on the flusher's thread and hold nothing when they are called.
-  void flush(BackgroundFlusher::Urgency urgency);
-  StoreOutcome flushLog(BackgroundFlusher::Urgency urgency, uint64_t& generation);
+  // These run where the flusher runs them, one at a time, and hold nothing when they are called.
+  void flush(StoreFlusher::Urgency urgency);
+  StoreOutcome flushLog(StoreFlusher::Urgency urgency, uint64_t& generation);
   StoreOutcome renewKeeper(uint64_t generation);
   StoreOutcome restartLog(uint64_t generation);
   void tellFlushed(const StoreOutcome& failed);
@@ -176,7 +178,7 @@ class SqliteStore : public MachineStore {
   std::unique_ptr<StoreLogKeeper> keeper_;  ///< the flusher's alone
   uint64_t keeper_generation_ = 0;
 
-  std::unique_ptr<BackgroundFlusher> flusher_;  ///< null: nothing can ever be written
+  std::unique_ptr<StoreFlusher> flusher_;  ///< null: nothing can ever be written
 };
 
 }  // namespace morvik::host

@@ -117,23 +117,86 @@ int fillIfEmpty(VfsFile& file) {
   return emptyStorePage(page) ? file.write(page.data(), page.size()) : SQLITE_NOMEM;
 }
 
+class SystemFileLock final : public FileLock {
+ public:
+  explicit SystemFileLock(int descriptor) : descriptor_(descriptor) {}
+  SystemFileLock(const SystemFileLock&) = delete;
+  SystemFileLock& operator=(const SystemFileLock&) = delete;
+  ~SystemFileLock() override { ::close(descriptor_); }
+
+ private:
+  const int descriptor_;
+};
+
+class SystemFiles final : public StoreFiles {
+ public:
+  StoreOutcome makeFolder(const std::string& folder) override {
+    std::filesystem::path made;
+    for (const std::filesystem::path& part : std::filesystem::path(folder)) {
+      made /= part;
+      if (::mkdir(made.c_str(), kOwnerOnlyFolder) == 0 || errno == EEXIST)
+        continue;
+      const int error = errno;
+      std::error_code ignored;
+      if (!std::filesystem::is_directory(made, ignored))
+        return unavailable(textOf(error));
+    }
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error))
+      return unavailable(textOf(error ? error.value() : ENOTDIR));
+    return std::nullopt;
+  }
+
+  StoreOutcome makeFile(const std::string& path) override {
+    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
+    if (descriptor < 0)
+      return unavailable(textOf(errno));
+    // A file that came from elsewhere (a backup, say) may have been readable by all; its log takes the mode from it.
+    const bool closed_to_others = ::fchmod(descriptor, kOwnerOnlyFile) == 0;
+    const int error = errno;
+    ::close(descriptor);
+    if (!closed_to_others)
+      return unavailable(textOf(error));
+    return std::nullopt;
+  }
+
+  bool exists(const std::string& path) override {
+    std::error_code ignored;
+    return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
+  }
+
+  StoreOutcome rename(const std::string& from, const std::string& to) override {
+    std::error_code error;
+    std::filesystem::rename(from, to, error);
+    if (error)
+      return unavailable(error.message());
+    return std::nullopt;
+  }
+
+  LockResult lock(const std::string& path, std::unique_ptr<FileLock>& out, StoreProblem& problem) override {
+    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
+    if (descriptor < 0) {
+      problem = unavailable(textOf(errno));
+      return LockResult::kFailed;
+    }
+    if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
+      out = std::make_unique<SystemFileLock>(descriptor);
+      return LockResult::kTaken;
+    }
+    const int error = errno;
+    ::close(descriptor);
+    if (error == EWOULDBLOCK)
+      return LockResult::kHeldByAnother;
+    problem = unavailable(textOf(error));
+    return LockResult::kFailed;
+  }
+};
+
 }  // namespace
 
-StoreOutcome makeStoreFolder(const std::string& folder) {
-  std::filesystem::path made;
-  for (const std::filesystem::path& part : std::filesystem::path(folder)) {
-    made /= part;
-    if (::mkdir(made.c_str(), kOwnerOnlyFolder) == 0 || errno == EEXIST)
-      continue;
-    const int error = errno;
-    std::error_code ignored;
-    if (!std::filesystem::is_directory(made, ignored))
-      return unavailable(textOf(error));
-  }
-  std::error_code error;
-  if (!std::filesystem::is_directory(folder, error))
-    return unavailable(textOf(error ? error.value() : ENOTDIR));
-  return std::nullopt;
+StoreFiles& systemFiles() {
+  static SystemFiles files;
+  return files;
 }
 
 // A fresh store is made without waiting for the disk, since it is made on the app's main thread at its first start.
@@ -141,15 +204,8 @@ StoreOutcome makeStoreFolder(const std::string& folder) {
 // the log, then the file. Should power go before that, the page is there, or reads as nothing and is written again
 // here at the next start: the log, as far as it reached the disk, holds everything else.
 StoreOutcome makeStoreFile(const StorePlace& place) {
-  const int descriptor = ::open(place.path().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
-  if (descriptor < 0)
-    return unavailable(textOf(errno));
-  // A file that came from elsewhere (a backup, say) may have been readable by all; its log takes the mode from it.
-  const bool closed_to_others = ::fchmod(descriptor, kOwnerOnlyFile) == 0;
-  const int error = errno;
-  ::close(descriptor);
-  if (!closed_to_others)
-    return unavailable(textOf(error));
+  if (StoreOutcome failed = place.files->makeFile(place.path()))
+    return failed;
   VfsFile file(place);
   if (const int code = fillIfEmpty(file); code != SQLITE_OK)
     return unavailable(sqlite3_errstr(code));
@@ -159,10 +215,7 @@ StoreOutcome makeStoreFile(const StorePlace& place) {
 StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path) {
   constexpr std::array<const char*, 4> kEndings{"", "-wal", "-shm", "-journal"};
   const std::string path = place.path();
-  std::error_code error;
-  const auto taken = [&error](const std::string& name) {
-    return std::filesystem::exists(std::filesystem::symlink_status(name, error));
-  };
+  const auto taken = [&place](const std::string& name) { return place.files->exists(name); };
   for (int number = 1; number <= kMaxSetAside; ++number) {
     new_path = path + ".unreadable-" + std::to_string(number);
     if (std::any_of(kEndings.begin(), kEndings.end(), [&](const char* ending) { return taken(new_path + ending); }))
@@ -171,42 +224,18 @@ StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path) {
     for (auto ending = kEndings.rbegin(); ending != kEndings.rend(); ++ending) {
       if (!taken(path + *ending))
         continue;
-      std::filesystem::rename(path + *ending, new_path + *ending, error);
-      if (error)
-        return unavailable(error.message());
+      if (StoreOutcome failed = place.files->rename(path + *ending, new_path + *ending))
+        return failed;
     }
     return std::nullopt;
   }
   return unavailable("every name for a file that is set aside is taken");
 }
 
-StoreLock::~StoreLock() {
-  release();
-}
-
-void StoreLock::release() {
+LockResult StoreLock::take(const StorePlace& place, StoreProblem& problem) {
   if (held())
-    ::close(std::exchange(descriptor_, -1));
-}
-
-StoreLock::Result StoreLock::take(const StorePlace& place, StoreProblem& problem) {
-  if (held())
-    return Result::kTaken;
-  const int descriptor = ::open((place.path() + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
-  if (descriptor < 0) {
-    problem = unavailable(textOf(errno));
-    return Result::kFailed;
-  }
-  if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
-    descriptor_ = descriptor;
-    return Result::kTaken;
-  }
-  const int error = errno;
-  ::close(descriptor);
-  if (error == EWOULDBLOCK)
-    return Result::kHeldByAnother;
-  problem = unavailable(textOf(error));
-  return Result::kFailed;
+    return LockResult::kTaken;
+  return place.files->lock(place.path() + ".lock", lock_, problem);
 }
 
 }  // namespace morvik::host

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -13,6 +14,34 @@ namespace morvik::host {
 /// fifth more.
 inline constexpr size_t kStorePageBytes = 1024;
 
+/// Held until it goes, or the process does.
+class FileLock {
+ public:
+  virtual ~FileLock() = default;
+};
+
+enum class LockResult : unsigned char { kTaken, kHeldByAnother, kFailed };
+
+/// What the store asks of the file system beside what SQLite asks of it. Any thread; nothing waits for the disk but
+/// syncFolder().
+class StoreFiles {
+ public:
+  virtual ~StoreFiles() = default;
+  /// Makes the folder, and those above it, readable by its owner alone. What exists stays as it is.
+  virtual StoreOutcome makeFolder(const std::string& folder) = 0;
+  /// Makes an empty file when it is missing. Readable by its owner alone afterwards, also when it was there.
+  virtual StoreOutcome makeFile(const std::string& path) = 0;
+  /// Whether anything has this name.
+  virtual bool exists(const std::string& path) = 0;
+  /// `to` is free.
+  virtual StoreOutcome rename(const std::string& from, const std::string& to) = 0;
+  /// Does not wait. kTaken: `out` holds the lock. kFailed: `problem` says why the lock file cannot be used.
+  virtual LockResult lock(const std::string& path, std::unique_ptr<FileLock>& out, StoreProblem& problem) = 0;
+};
+
+/// Those of the system.
+StoreFiles& systemFiles();
+
 /// Where a store lies.
 struct StorePlace {
   std::string folder;
@@ -21,12 +50,11 @@ struct StorePlace {
   /// log's index in this process's memory: one process uses a store anyway, and a commit then takes no locks, which
   /// halves its cost.
   std::string vfs = "unix-excl";
+  /// Of the same file system. Outlives the store.
+  StoreFiles* files = &systemFiles();
 
   std::string path() const { return folder + "/" + name; }
 };
-
-/// Makes the folder, and those above it, readable by its owner alone. What exists stays as it is.
-StoreOutcome makeStoreFolder(const std::string& folder);
 
 /// Makes the file when it is missing, readable by its owner alone, and gives a missing or empty one the first page of
 /// an empty store. Nothing is synced: see the .cpp file for why that is safe.
@@ -39,19 +67,17 @@ StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path);
 /// Held by the one process that uses a store. Let go when this object, or the process, goes.
 class StoreLock {
  public:
-  enum class Result : unsigned char { kTaken, kHeldByAnother, kFailed };
-
   StoreLock() = default;
   StoreLock(const StoreLock&) = delete;
   StoreLock& operator=(const StoreLock&) = delete;
-  ~StoreLock();
+
   /// Does not wait; taking what is held already works. kFailed: `problem` says why the lock file cannot be used.
-  Result take(const StorePlace& place, StoreProblem& problem);
-  void release();
-  bool held() const { return descriptor_ >= 0; }
+  LockResult take(const StorePlace& place, StoreProblem& problem);
+  void release() { lock_.reset(); }
+  bool held() const { return lock_ != nullptr; }
 
  private:
-  int descriptor_ = -1;
+  std::unique_ptr<FileLock> lock_;
 };
 
 }  // namespace morvik::host

@@ -23,17 +23,17 @@ unsigned modeOf(const std::string& path) {
 
 TEST(StoreFiles, TheFolderAndThoseAboveItAreMadeForTheirOwnerAlone) {
   const ScratchFolder scratch;
-  EXPECT_FALSE(makeStoreFolder(scratch / "a/b/c").has_value());
+  EXPECT_FALSE(systemFiles().makeFolder(scratch / "a/b/c").has_value());
   for (const char* made : {"a", "a/b", "a/b/c"})
     EXPECT_EQ(modeOf(scratch / made), 0700u) << made;
-  EXPECT_FALSE(makeStoreFolder(scratch / "a/b/c/").has_value());
+  EXPECT_FALSE(systemFiles().makeFolder(scratch / "a/b/c/").has_value());
 }
 
 TEST(StoreFiles, AFileInTheFoldersPlaceIsAProblem) {
   const ScratchFolder scratch;
   writeBytes(scratch / "taken", "text");
-  EXPECT_TRUE(makeStoreFolder(scratch / "taken").has_value());
-  EXPECT_TRUE(makeStoreFolder(scratch / "taken/deeper").has_value());
+  EXPECT_TRUE(systemFiles().makeFolder(scratch / "taken").has_value());
+  EXPECT_TRUE(systemFiles().makeFolder(scratch / "taken/deeper").has_value());
   EXPECT_EQ(bytesOf(scratch / "taken"), "text");
 }
 
@@ -86,19 +86,19 @@ TEST(StoreFiles, TheLockIsHeldByOneAndFreeAfterwards) {
   StoreLock second;
   {
     StoreLock first;
-    EXPECT_EQ(first.take(place, problem), StoreLock::Result::kTaken);
-    EXPECT_EQ(first.take(place, problem), StoreLock::Result::kTaken);
-    EXPECT_EQ(second.take(place, problem), StoreLock::Result::kHeldByAnother);
+    EXPECT_EQ(first.take(place, problem), LockResult::kTaken);
+    EXPECT_EQ(first.take(place, problem), LockResult::kTaken);
+    EXPECT_EQ(second.take(place, problem), LockResult::kHeldByAnother);
     EXPECT_EQ(modeOf(place.path() + ".lock"), 0600u);
   }
-  EXPECT_EQ(second.take(place, problem), StoreLock::Result::kTaken);
+  EXPECT_EQ(second.take(place, problem), LockResult::kTaken);
 }
 
 TEST(StoreFiles, ALockThatCannotBeMadeIsAProblemWithAReason) {
   const ScratchFolder scratch;
   StoreProblem problem;
   StoreLock lock;
-  EXPECT_EQ(lock.take({.folder = scratch / "missing"}, problem), StoreLock::Result::kFailed);
+  EXPECT_EQ(lock.take({.folder = scratch / "missing"}, problem), LockResult::kFailed);
   EXPECT_FALSE(problem.message.empty());
   EXPECT_EQ(problem.kind, StoreProblem::Kind::kUnavailable);
 }

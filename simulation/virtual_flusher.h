@@ -1,0 +1,46 @@
+// The store's flushes on a virtual loop: at their own virtual time, on the one thread that there is.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+
+#include "host/store/store_flusher.h"
+#include "testing/virtual_loop.h"
+
+namespace morvik::simulation {
+
+/// A flush is a turn of the loop, so nothing is committed while it runs. Of the loop's thread. `loop` outlives it.
+class VirtualFlusher final : public host::StoreFlusher {
+ public:
+  VirtualFlusher(testing::VirtualLoop& loop, Flush flush, std::chrono::milliseconds delay);
+  VirtualFlusher(const VirtualFlusher&) = delete;
+  VirtualFlusher& operator=(const VirtualFlusher&) = delete;
+  ~VirtualFlusher() override;
+
+  void flushSoon() override;
+  /// In the next turn that is free.
+  void flushNow(Urgency urgency) override;
+  /// Flushes at once, whatever waits.
+  void flushAndWait(Urgency urgency) override;
+  void stop() override;
+
+ private:
+  void schedule(double delay_seconds);
+  void run();
+
+  testing::VirtualLoop& loop_;
+  const Flush flush_;
+  const std::chrono::milliseconds delay_;
+  std::shared_ptr<int> alive_ = std::make_shared<int>();  ///< gone: a timer that still waits does nothing
+  uint64_t flushes_ = 0;                                  ///< that began
+  bool is_wanted_ = false;
+  bool is_wanted_now_ = false;
+  Urgency urgency_ = Urgency::kRoutine;
+  bool stopped_ = false;
+};
+
+/// For SqliteStoreOptions::make_flusher.
+host::MakeStoreFlusher flushesOn(testing::VirtualLoop& loop);
+
+}  // namespace morvik::simulation
