@@ -545,6 +545,10 @@ StoreOutcome SqliteStore::renewKeeper(uint64_t generation) {
     return failed;
   if (StoreOutcome failed = keeper->check())
     return failed;
+  // SQLite does this for a log that it makes itself. One that an earlier process made and never synced, and the file
+  // beside it, may still have no name on the disk.
+  if (StoreOutcome failed = options_.place.files->syncFolder(options_.place.folder))
+    return failed;
   keeper_ = std::move(keeper);
   keeper_generation_ = generation;
   return std::nullopt;

@@ -173,6 +173,19 @@ class SystemFiles final : public StoreFiles {
     return std::nullopt;
   }
 
+  StoreOutcome syncFolder(const std::string& folder) override {
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0)
+      return unavailable(textOf(errno));
+    // A file system that cannot sync a folder says EINVAL; its names are then as lasting as it makes them.
+    const bool is_done = ::fsync(descriptor) == 0 || errno == EINVAL;
+    const int error = errno;
+    ::close(descriptor);
+    if (!is_done)
+      return unavailable(textOf(error));
+    return std::nullopt;
+  }
+
   LockResult lock(const std::string& path, std::unique_ptr<FileLock>& out, StoreProblem& problem) override {
     const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
     if (descriptor < 0) {

@@ -35,6 +35,8 @@ class StoreFiles {
   virtual bool exists(const std::string& path) = 0;
   /// `to` is free.
   virtual StoreOutcome rename(const std::string& from, const std::string& to) = 0;
+  /// Makes the names of the folder's files last; waits for the disk.
+  virtual StoreOutcome syncFolder(const std::string& folder) = 0;
   /// Does not wait. kTaken: `out` holds the lock. kFailed: `problem` says why the lock file cannot be used.
   virtual LockResult lock(const std::string& path, std::unique_ptr<FileLock>& out, StoreProblem& problem) = 0;
 };

@@ -37,6 +37,12 @@ TEST(StoreFiles, AFileInTheFoldersPlaceIsAProblem) {
   EXPECT_EQ(bytesOf(scratch / "taken"), "text");
 }
 
+TEST(StoreFiles, AFolderIsSyncedAndOneThatIsMissingIsAProblem) {
+  const ScratchFolder scratch;
+  EXPECT_FALSE(systemFiles().syncFolder(scratch.path()).has_value());
+  EXPECT_TRUE(systemFiles().syncFolder(scratch / "missing").has_value());
+}
+
 TEST(StoreFiles, AFileThatExistsKeepsItsBytesAndIsClosedToOthers) {
   const ScratchFolder scratch;
   const StorePlace place{.folder = scratch.path()};
