@@ -5,6 +5,8 @@
 #include <variant>
 
 #include "host/make_host.h"
+#include "host/store/sqlite_store.h"
+#include "simulation/virtual_flusher.h"
 #include "simulation/virtual_loop_host.h"
 #include "testing/fake_calendar.h"
 
@@ -127,11 +129,15 @@ std::unique_ptr<host::Host> VirtualMachine::start(const HostOptions& options) {
   return std::move(std::get<std::unique_ptr<host::Host>>(made));
 }
 
-void VirtualMachine::kill(std::unique_ptr<host::Host> process) {
+void VirtualMachine::kill(std::unique_ptr<host::Host> process, const DiskCut& cut) {
+  if (options_.disk != nullptr)
+    options_.disk->cutNow();
   store.kill();
   transport.kill();
   loop.kill();
   process.reset();
+  if (options_.disk != nullptr)
+    options_.disk->restart(cut);
 }
 
 std::unique_ptr<host::MachineClock> VirtualMachine::makeClock() {
@@ -154,7 +160,11 @@ std::unique_ptr<host::MachineFacts> VirtualMachine::makeFacts() {
   return std::make_unique<VirtualFacts>(options_);
 }
 
-std::unique_ptr<host::MachineStore> VirtualMachine::makeStore(const std::string&, kit::LogSink&) {
+std::unique_ptr<host::MachineStore> VirtualMachine::makeStore(const std::string&, kit::LogSink& log) {
+  if (options_.disk != nullptr) {
+    return std::make_unique<host::SqliteStore>(
+        host::SqliteStoreOptions{.place = options_.disk->place(), .make_flusher = flushesOn(loop)}, log);
+  }
   return std::make_unique<VirtualStore>(store);
 }
 

@@ -17,6 +17,7 @@
 #include "host/machine/machine.h"
 #include "kit/clock.h"
 #include "morvik/host_options.h"
+#include "simulation/simulated_disk.h"
 #include "testing/fake_crypto.h"
 #include "testing/fake_siblings.h"
 #include "testing/memory_store.h"
@@ -33,6 +34,8 @@ struct VirtualMachineOptions {
   uint64_t seed = 1;
   /// What an earlier process left in the store.
   testing::MemoryStore::Contents store;
+  /// The store is the host's real one, on this disk; null: a MemoryStore. Outlives the machine.
+  SimulatedDisk* disk = nullptr;
   std::string network_status = "wifi";
   int64_t free_disk_bytes = 8'000'000'000;
   uint32_t free_memory_kibibytes = 831'898;
@@ -45,7 +48,7 @@ class VirtualMachine : public host::Machine {
   ~VirtualMachine() override;
 
   testing::VirtualLoop loop;
-  testing::MemoryStore store;
+  testing::MemoryStore store;  ///< not used when there is a disk
   testing::ScriptedTransport transport{loop};
   testing::SeededRandom random;
   testing::MemoryShelf report_shelf;
@@ -53,7 +56,8 @@ class VirtualMachine : public host::Machine {
   /// A process: the host on this machine. One at a time. std::runtime_error when the options are refused.
   std::unique_ptr<host::Host> start(const HostOptions& options);
   /// The process dies at once: what was not committed is lost, and nothing of it runs any more. Between turns only.
-  void kill(std::unique_ptr<host::Host> process);
+  /// `cut`: how the disk is cut off, if there is one and it was not cut off before.
+  void kill(std::unique_ptr<host::Host> process, const DiskCut& cut = DiskCut::killed());
 
   std::unique_ptr<host::MachineClock> makeClock() override;
   std::unique_ptr<host::MachineCalendar> makeCalendar() override;

@@ -87,6 +87,26 @@ TEST(VirtualMachine, LosesWhatNothingCommittedBeforeTheKill) {
   EXPECT_TRUE(phone->storedValue("age").isAbsent());
 }
 
+TEST(VirtualMachine, StandsOnADiskWithTheRealStore) {
+  SimulatedDisk disk;
+  VirtualMachine machine({.disk = &disk});
+  auto phone = machine.start(appOptions());
+  const auto recordAnd = [&](double seconds) {
+    phone->addActivity("shop", "purchase", std::nullopt);
+    machine.loop.runUntilIdle();
+    machine.loop.advance(seconds);
+  };
+  recordAnd(0);
+  machine.kill(std::move(phone));
+  phone = machine.start(appOptions());
+  EXPECT_THAT(phone->properties().fendoActivityInfos().array(), SizeIs(1)) << "a kill loses nothing that was committed";
+  recordAnd(1);
+  recordAnd(0);
+  machine.kill(std::move(phone), DiskCut::powerLost(PowerLoss::kNothingUnsynced, 1));
+  phone = machine.start(appOptions());
+  EXPECT_THAT(phone->properties().fendoActivityInfos().array(), SizeIs(2)) << "a power cut loses the last second";
+}
+
 TEST(VirtualMachine, RunsNothingOfAProcessThatWasKilled) {
   VirtualMachine machine;
   auto phone = machine.start(appOptions());
