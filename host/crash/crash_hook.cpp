@@ -24,6 +24,9 @@ namespace {
 constexpr auto kReportPoll = std::chrono::milliseconds(1);
 constexpr auto kMaxReportTime = std::chrono::milliseconds(2000);
 
+/// Beyond so many, two terminate handlers pass one exception to each other.
+constexpr int kMaxPasses = 16;
+
 constexpr const char* kOurCrash = "mrvk ";
 constexpr const char* kNoException = "terminated without an exception";
 
@@ -63,12 +66,15 @@ struct CrashHook::State {
   CrashHookParts parts;
   int record_file = -1;
   std::unique_ptr<FatalSignals> signals;
-  std::terminate_handler previous = nullptr;
+  std::terminate_handler left_behind = nullptr;  ///< what `before` was
   std::atomic<bool> is_reporting{false};
   std::atomic<bool> is_reported{false};
   std::atomic<std::thread::id> reporter{};
 
   static std::atomic<State*> current;
+  /// Who was there before the latest hook; also when that is gone, for somebody who came later may still call us.
+  static std::atomic<std::terminate_handler> before;
+  static std::atomic<int> passes;
 
   void report() noexcept {
     try {
@@ -80,6 +86,8 @@ struct CrashHook::State {
 };
 
 std::atomic<CrashHook::State*> CrashHook::State::current{nullptr};
+std::atomic<std::terminate_handler> CrashHook::State::before{nullptr};
+std::atomic<int> CrashHook::State::passes{0};
 
 std::variant<std::unique_ptr<CrashHook>, kit::Error> CrashHook::install(CrashHookParts parts) {
   auto state = std::make_unique<State>();
@@ -99,15 +107,18 @@ std::variant<std::unique_ptr<CrashHook>, kit::Error> CrashHook::install(CrashHoo
   // The unwinder is loaded at its first use; a crash is no time for that.
   std::array<void*, 1> first{};
   static_cast<void>(::backtrace(first.data(), 1));
-  state->previous = std::set_terminate(onTerminate);
+  state->left_behind = State::before.exchange(std::get_terminate());
+  std::set_terminate(onTerminate);
   return std::unique_ptr<CrashHook>(new CrashHook(std::move(state)));
 }
 
 CrashHook::CrashHook(std::unique_ptr<State> state) : state_(std::move(state)) {}
 
 CrashHook::~CrashHook() {
-  if (std::get_terminate() == onTerminate)
-    std::set_terminate(state_->previous);
+  if (std::get_terminate() == onTerminate) {
+    std::set_terminate(State::before);
+    State::before = state_->left_behind;
+  }
   state_->signals.reset();
   State::current = nullptr;
   ::close(state_->record_file);
@@ -116,9 +127,7 @@ CrashHook::~CrashHook() {
 
 void CrashHook::onTerminate() {
   State* const state = State::current.load();
-  std::terminate_handler next = nullptr;
   if (state != nullptr) {
-    next = state->previous;
     if (!state->is_reporting.exchange(true)) {
       state->reporter = std::this_thread::get_id();
       // A fault that keeps the report from coming about is recorded in its place.
@@ -131,7 +140,8 @@ void CrashHook::onTerminate() {
         std::this_thread::sleep_for(kReportPoll);
     }
   }
-  if (next != nullptr)
+  const std::terminate_handler next = State::before;
+  if (next != nullptr && State::passes++ < kMaxPasses)
     next();
   std::abort();
 }

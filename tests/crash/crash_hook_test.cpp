@@ -400,6 +400,43 @@ TEST_F(CrashDeathTest, TheTerminateHandlerThatWasThereBeforeComesAfterwards) {
   EXPECT_EQ(report().substr(0, 12), "report: int\n");
 }
 
+/// Somebody who came later keeps our handler as the one before its own.
+std::terminate_handler our_terminate = nullptr;
+void setTerminatePassingOn() {
+  our_terminate = std::set_terminate([] { our_terminate(); });
+}
+
+TEST_F(CrashDeathTest, AHookThatWentStillPassesOnWhatALaterTerminateHandlerHandsToIt) {
+  EXPECT_EXIT(
+      {
+        std::set_terminate([] { ::_exit(9); });
+        auto hook = install();
+        setTerminatePassingOn();
+        for (int i = 0; i < 2; ++i) {
+          hook.reset();
+          hook = install();
+        }
+        hook.reset();
+        std::thread([] { throw 7; }).join();
+      },
+      ExitedWithCode(9), "");
+  EXPECT_EQ(report(), "");
+}
+
+TEST_F(CrashDeathTest, TwoTerminateHandlersThatPassAnExceptionToEachOtherEnd) {
+  EXPECT_EXIT(
+      {
+        auto hook = install();
+        setTerminatePassingOn();
+        hook.reset();
+        hook = install();
+        std::thread([] { throw 7; }).join();
+      },
+      KilledBySignal(SIGABRT), "");
+  EXPECT_EQ(report().substr(0, 12), "report: int\n");
+  EXPECT_EQ(report().find("report: ", 1), std::string::npos) << "one crash, one report";
+}
+
 TEST_F(CrashDeathTest, AReportThatThrowsDoesNotKeepTheProcess) {
   EXPECT_EXIT(
       {
