@@ -60,7 +60,8 @@ void checkConversionPayload(const Json& payload) {
   const auto details = payload.find("searchads_response");
   if (details == payload.end())
     throw badMember("is missing", "searchads_response");
-  if (!details->is_object() && *details != "")
+  const bool is_blank = details->is_string() && details->get_ref<const std::string&>().empty();
+  if (!details->is_object() && !is_blank)
     throw badMember("is neither an object nor \"\"", "searchads_response");
   checkDeepLink(payload);
 }

@@ -17,9 +17,9 @@ namespace {
 
 Keys collectKeys(const Options& options) {
   const Keys given{options.app_key, options.hash_key, options.tracking_key};
-  const Keys keys = options.keys_file.empty()
-                        ? given
-                        : mergeKeys(given, parseKeys(readSmallFile(options.keys_file), options.keys_file));
+  Keys keys = options.keys_file.empty()
+                  ? given
+                  : mergeKeys(given, parseKeys(readSmallFile(options.keys_file), options.keys_file));
   if (keys.app_key.empty() || keys.hash_key.empty()) {
     throw SetupError("the app key and the hash key are needed: give --keys FILE, or --app-key and --hash-key");
   }

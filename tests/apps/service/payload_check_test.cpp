@@ -65,6 +65,8 @@ TEST(PayloadCheck, AConversionAlwaysHasASearchAdsResponse) {
   Json payload = conversionPayload();
   payload["searchads_response"] = {{"iad-attribution", "true"}};
   EXPECT_NO_THROW(checkConversionPayload(payload));
+  payload["searchads_response"] = "x";
+  EXPECT_EQ("searchads_response is neither an object nor \"\"", problemOf(checkConversionPayload, payload));
   payload["searchads_response"] = nullptr;
   EXPECT_EQ("searchads_response is neither an object nor \"\"", problemOf(checkConversionPayload, payload));
   payload.erase("searchads_response");
