@@ -136,7 +136,9 @@ void checkCommerce(TestWorld& world, const Value& json) {
 }
 
 void checkConfiguration(TestWorld& world, const Value& json) {
-  const bool granted = world.util.checkNilToNo(json["commerce"]["premium_postback"]);
+  // The text of it counts: a negative number is no yes.
+  const Value text = world.util.checkNilToBlankString(json["commerce"]["premium_postback"]);
+  const bool granted = world.util.checkNilToNo(text);
   const auto kept = world.userDefaults().commercePremiumPostBack();
   if (json.isAbsent())
     require(!kept.has_value(), "a premium postback that no answer spoke of");
