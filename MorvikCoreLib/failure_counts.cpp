@@ -15,10 +15,6 @@ using kit::Value;
 constexpr const char* kConversionKey = "conversion_key";
 constexpr const char* kFailureCount = "failure_cnt";
 
-int64_t failuresOf(const Value& record) {
-  return services::checkIntegerNilToZero(record[kFailureCount]);
-}
-
 /// A list from which equal records are removed again and again. Records are looked for among those of the same key and
 /// count only.
 class WorkingList {
@@ -72,6 +68,10 @@ class WorkingList {
 
 int64_t conversionKeyOf(const Value& record) {
   return services::checkIntegerNilToZero(record[kConversionKey]);
+}
+
+int64_t failuresOf(const Value& record) {
+  return services::checkIntegerNilToZero(record[kFailureCount]);
 }
 
 Value failureCount(int64_t conversion_key, int64_t failure_count) {

@@ -15,6 +15,9 @@ inline constexpr int64_t kMaxFailureCountToResend = 5;
 /// The "conversion_key" of a click, or of a count: what links the two.
 int64_t conversionKeyOf(const kit::Value& record);
 
+/// The count in the count record of a click; 0 in what is none.
+int64_t failuresOf(const kit::Value& record);
+
 /// The count record of a click.
 kit::Value failureCount(int64_t conversion_key, int64_t failure_count);
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/crash/crash_record.h"
 #include "host/crash/earlier_crash.h"
 #include "host/host_parts.h"
 #include "host/log/log_sinks.h"
@@ -155,13 +156,9 @@ void makeCore(HostParts& parts, HostOf host_of) {
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
 }
 
-std::string crashRecordPath(const HostParts& parts) {
-  return parts.options.options.store_folder + "/crash-signal";
-}
-
 void reportCrashes(HostParts& parts) {
   CrashHookParts hook;
-  hook.record_path = crashRecordPath(parts);
+  hook.record_path = crashRecordPath(parts.options.options.store_folder);
   hook.report = [core = parts.core](const kit::UncaughtException& exception) { core->makeCrashParameter(exception); };
   hook.is_app_in_focus = [](const void* core) { return static_cast<const MorvikCoreLib*>(core)->isAppinFocus(); };
   hook.context = parts.core.get();
@@ -176,7 +173,7 @@ void reportCrashes(HostParts& parts) {
 
 void watchProcess(HostParts& parts) {
   reportEarlierCrashes(
-      crashRecordPath(parts),
+      crashRecordPath(parts.options.options.store_folder),
       [&core = *parts.core](const kit::UncaughtException& crash) { return core.takeCrashOfEarlierProcess(crash); },
       parts.logger);
   parts.store->commitTurn();

@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "apps/device/grouped_number.h"
 #include "apps/device/options.h"
 #include "apps/device/progress_bar.h"
 #include "kit/value.h"
@@ -47,15 +48,6 @@ void describe(CLI::App& app, Written& written) {
       ->capture_default_str();
   app.add_flag("--untroubled", written.untroubled, "no offline phases, no faults, no deaths");
   app.add_flag("--json", written.json, "the result as one line of JSON");
-}
-
-std::string grouped(uint64_t number) {
-  std::string text = std::to_string(number);
-  for (size_t place = text.size(); place > 3;) {
-    place -= 3;
-    text.insert(place, ",");
-  }
-  return text;
 }
 
 std::string counted(uint64_t number, const std::string& one, const std::string& many) {

@@ -208,7 +208,8 @@ std::string footer() {
          "Verbs, one a line; words with blanks stand in double quotes, JSON is the rest of the line:\n" +
          verbsHelp() +
          "Other modes: --fleet N lives N devices in virtual time and balances their account (see --fleet 1 --help);\n"
-         "--simulate FILE plays a scenario in virtual time (see --simulate FILE --help).\n"
+         "--simulate FILE plays a scenario in virtual time (see --simulate FILE --help);\n"
+         "inspect STORE_DIR prints what waits in a store, also beside an app that holds it (see inspect --help).\n"
          "A line of JSON on standard output answers each verb and tells each call of a delegate; the log goes to "
          "standard error.";
 }

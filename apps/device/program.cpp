@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "apps/device/fleet_program.h"
+#include "apps/device/inspect_program.h"
 #include "apps/device/line_source.h"
 #include "apps/device/options.h"
 #include "apps/device/output.h"
@@ -59,21 +60,28 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
   return kExitOutputFailed;
 }
 
-// What the program does beside running one device; each has a command line of its own.
+// What the program does beside running one device; each has a command line of its own. A name that is no option is a
+// word, and has to stand first.
 struct Mode {
-  std::string_view option;
+  std::string_view name;
   int (*run)(std::vector<std::string> arguments, const Surroundings& surroundings);
 };
 
 constexpr Mode kModes[] = {
     {"--fleet", runFleet},
     {"--simulate", simulation::runSimulation},
+    {"inspect", runInspect},
 };
+
+bool chooses(const Mode& mode, const std::string& argument, bool is_first) {
+  const bool is_option = mode.name.front() == '-';
+  return (is_option || is_first) && argument.substr(0, argument.find('=')) == mode.name;
+}
 
 const Mode* chosenMode(const std::vector<std::string>& arguments) {
   for (const std::string& argument : arguments) {
     for (const Mode& mode : kModes) {
-      if (argument.substr(0, argument.find('=')) == mode.option)
+      if (chooses(mode, argument, &argument == &arguments.front()))
         return &mode;
     }
   }

@@ -76,6 +76,10 @@ std::optional<CrashRecordFile> parsed(std::string_view bytes) {
 
 }  // namespace
 
+std::string crashRecordPath(const std::string& store_folder) {
+  return store_folder + "/crash-signal";
+}
+
 std::variant<int, kit::Error> prepareCrashRecord(const std::string& path, const std::vector<LoadedModule>& modules) {
   const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (file < 0)

@@ -33,6 +33,9 @@ struct CrashRecordFile {
   std::optional<SignalRecord> record;  ///< nothing: no signal came
 };
 
+/// Where the file lies beside the store in that folder.
+std::string crashRecordPath(const std::string& store_folder);
+
 /// Makes the file anew (readable by this user alone) with the modules of this process, and opens it for the one write
 /// behind them. The descriptor, or an error that says why there is none.
 std::variant<int, kit::Error> prepareCrashRecord(const std::string& path, const std::vector<LoadedModule>& modules);

@@ -1,0 +1,169 @@
+#include "apps/device/inspection_text.h"
+
+#include <gtest/gtest.h>
+
+#include "services/MorvikGVUserDefaults.h"
+
+namespace morvik_device {
+namespace {
+
+namespace kit = morvik::kit;
+namespace property = morvik::services::property;
+
+const kit::Date kDate = kit::Date::fromSeconds(1'709'251'200);
+
+StoredEntries someEntries() {
+  return {
+      {property::fendoUserInfo_fendoUserNo, kit::Value(1001)},
+      {property::fendoUserInfo_referralKey, kit::Value(-1)},
+      {property::MorvikCoreUserInfo_endSessoinDate, kit::Value(kDate)},
+      {property::fendoActivityInfos, kit::Array{kit::Dictionary{{"activityGroupName", "session"},
+                                                                {"activityName", "start"},
+                                                                {"activityParam", ""},
+                                                                {"activityCreatedAt", kDate},
+                                                                {"activityEventID", "id-1"}},
+                                                kit::Dictionary{{"activityGroupName", "shop"},
+                                                                {"activityName", "gekauft für 3 €"},
+                                                                {"activityParam", "sku-42"},
+                                                                {"activityCreatedAt", kDate},
+                                                                {"activityEventID", "id-2"},
+                                                                {"of tomorrow", 5}}}},
+      {property::fendoActivityInfosSentEventKeys, kit::Array{kit::Value("id-1")}},
+      {property::commerceConversionInfos, kit::Array{kit::Dictionary{{"clickId", "abc"}, {"mtime", 1709251200000.5}}}},
+      {property::fendoUserDemoInfo_gender, kit::Value(1)},
+      {property::MorvikCoreUserInfo_isGDPRForgetMe, kit::Value(true)},
+      {"of tomorrow", kit::Dictionary{{"a", 1}}},
+  };
+}
+
+Inspection someInspection(size_t shown = 10) {
+  return {"/data/morvik.store", sorted(someEntries(), {}, shown), {}};
+}
+
+TEST(InspectionText, ShowsEachSectionWithWhatIsInIt) {
+  EXPECT_EQ(describe(someInspection(), {}), R"(Store /data/morvik.store, read and left as it is
+
+Install
+  user number   1001
+  referral key  none
+
+Sessions
+  last session ended  2024-03-01T00:00:00Z
+
+Activities
+  waiting  2
+    recorded              group    name             param   id
+    2024-03-01T00:00:00Z  session  start            ""      id-1  in the latest batch
+    2024-03-01T00:00:00Z  shop     gekauft für 3 €  sku-42  id-2  of tomorrow=5
+  in the latest batch  1
+
+Impressions
+  none wait
+
+Re-engagement clicks
+  none failed
+
+Commerce
+  clicks waiting  1
+    clicked                      click  advertising identifier
+    2024-03-01T00:00:00.000500Z  abc    -
+
+Crash reports
+  none wait
+
+Demographics
+  gender to be sent  1 (female)
+
+Campaign schedule
+  never in the store: it is fetched anew by each process
+
+Consent
+  forgotten, or to be  yes
+
+The host's own
+  nothing
+
+Unknown to this program
+  of tomorrow  {"a":1}
+)");
+}
+
+TEST(InspectionText, SaysHowManyAreNotShown) {
+  EXPECT_NE(describe(someInspection(1), {}).find("  waiting  2, the newest 1:\n"), std::string::npos);
+}
+
+TEST(InspectionText, IsOneLineOfJsonForMachines) {
+  Inspection inspection = someInspection(1);
+  inspection.remarks.emplace_back("a remark");
+  EXPECT_EQ(
+      describeAsJson(inspection),
+      R"({"store":"/data/morvik.store",)"
+      R"("install":{"fendoUserInfo_fendoUserNo":1001,"fendoUserInfo_referralKey":-1},)"
+      R"("sessions":{"MorvikCoreUserInfo_endSessoinDate":"2024-03-01T00:00:00Z"},)"
+      R"("activities":{"fendoActivityInfos":{"count":2,"newest":[{"activityGroupName":"shop",)"
+      R"("activityName":"gekauft für 3 €","activityParam":"sku-42","activityCreatedAt":"2024-03-01T00:00:00Z",)"
+      R"("activityEventID":"id-2","of tomorrow":5}]},)"
+      R"("fendoActivityInfosSentEventKeys":{"count":1,"newest":["id-1"]}},)"
+      R"("impressions":{},"re_engagements":{},)"
+      R"("commerce":{"commerceConversionInfos":{"count":1,"newest":[{"clickId":"abc","mtime":1709251200000.5}]}},)"
+      R"("crashes":{},"demographics":{"fendoUserDemoInfo_gender":1},"schedule":{},)"
+      R"("consent":{"MorvikCoreUserInfo_isGDPRForgetMe":true},"host":{},"unknown":{"of tomorrow":{"a":1}},)"
+      R"("remarks":["a remark"]})"
+      "\n");
+}
+
+TEST(InspectionText, SetsTitlesApartOnATerminalOnly) {
+  EXPECT_NE(describe(someInspection(), {.is_coloured = true}).find("\x1b[1mInstall\x1b[0m\n"), std::string::npos);
+  EXPECT_EQ(describe(someInspection(), {}).find('\x1b'), std::string::npos);
+}
+
+TEST(InspectionText, LetsNothingStoredMoveTheCursor) {
+  const Inspection inspection{
+      "/data/\x1b[2J",
+      sorted({{property::fendoUserInfo_refUSN, kit::Value("a\x1b[31mred\nline\x7f\xff\xc2\x9b é")}}, {}, 10),
+      {"\r"}};
+  const std::string text = describe(inspection, {});
+  EXPECT_NE(text.find("referring user  a\\x1b[31mred\\x0aline\\x7f\\xff\\xc2\\x9b é\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("Store /data/\\x1b[2J,"), std::string::npos) << text;
+  EXPECT_NE(text.find("Remarks\n  \\x0d\n"), std::string::npos) << text;
+}
+
+TEST(InspectionText, CutsLongTextBetweenCharactersUnlessAllIsAskedFor) {
+  std::string fits;
+  for (size_t i = 0; i < kShownOfACell; ++i)
+    fits += "é";
+  const auto shown = [](const std::string& text, bool cuts) {
+    return describe({"s", sorted({{property::fendoUserInfo_refUSN, kit::Value(text)}}, {}, 10), {}},
+                    {.cuts_long_text = cuts});
+  };
+  EXPECT_NE(shown(fits, true).find("user  " + fits + "\n"), std::string::npos);
+  EXPECT_NE(shown(fits + "é", true).find("user  " + fits + "…\n"), std::string::npos);
+  EXPECT_NE(shown(fits + "é", false).find("user  " + fits + "é\n"), std::string::npos);
+}
+
+TEST(InspectionText, TellsOfACrashWhenAndWhy) {
+  const kit::Value report = kit::Dictionary{{"local_kst_time", "2024-03-01 09:00:00"},
+                                            {"exception_reason", "fendo broke"},
+                                            {"exception_log_trace", "0 frame<br>"}};
+  const std::string text = describe({"s", sorted({}, {kit::Array{report}, {}}, 10), {}}, {});
+  EXPECT_NE(text.find("  on the shelf until the next start  1\n"
+                      "    at UTC+9             reason\n"
+                      "    2024-03-01 09:00:00  fendo broke\n"),
+            std::string::npos)
+      << text;
+  EXPECT_EQ(text.find("frame<br>"), std::string::npos);
+}
+
+TEST(InspectionText, AnyValueMayStandWhereAPointInTimeIsDue) {
+  for (const kit::Value& strange : {kit::Value("text"), kit::Value(1e300), kit::Value(), kit::Value(kit::Array{})}) {
+    const std::string text = describe(
+        {"s",
+         sorted({{property::commerceConversionInfos, kit::Array{kit::Dictionary{{"mtime", strange}}}}}, {}, 10),
+         {}},
+        {});
+    EXPECT_NE(text.find("  clicks waiting  1\n"), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace morvik_device
