@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <iterator>
 #include <limits>
@@ -23,6 +24,7 @@
 #include "tests/host/net/loopback_server.h"
 #include "tests/host/net/pumped_queue.h"
 #include "tests/host/net/test_authority.h"
+#include "tests/support/scratch_folder.h"
 #include "tests/support/transport_contract.h"
 
 namespace morvik::test {
@@ -293,6 +295,18 @@ TEST_F(CurlTransportTest, RefusesACertificateOfAnotherAuthority) {
   // That one's authority is trusted where it is given.
   transport_.reset();
   ca_file_ = other.file();
+  EXPECT_EQ(bodyOf(request()), "ok");
+}
+
+TEST_F(CurlTransportTest, RefusesASelfSignedCertificateUntilItIsGiven) {
+  const Identity alone = selfSigned(kLoopbackNames);
+  auto& server = serve(answerOk, {.identity = &alone});
+  EXPECT_EQ(errorOf(request()).find("could not trust the certificate of " + server.url("/") + ": "), 0u);
+  EXPECT_TRUE(server.requests().empty());
+  transport_.reset();
+  const ScratchFolder folder;
+  ca_file_ = folder / "alone.pem";
+  std::ofstream(ca_file_) << pemOf(*alone.certificate);
   EXPECT_EQ(bodyOf(request()), "ok");
 }
 

@@ -1,11 +1,12 @@
 #include "tests/host/net/test_authority.h"
 
+#include <openssl/bio.h>
 #include <openssl/ec.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
 #include <atomic>
-#include <cstdio>
+#include <fstream>
 #include <stdexcept>
 
 namespace morvik::test {
@@ -49,9 +50,8 @@ TestAuthority::TestAuthority()
   addExtension(certificate_.get(), certificate_.get(), NID_key_usage, "critical,keyCertSign");
   addExtension(certificate_.get(), certificate_.get(), NID_subject_key_identifier, "hash");
   require(X509_sign(certificate_.get(), key_.get(), EVP_sha256()) > 0, "signature");
-  std::FILE* file = std::fopen(file_.c_str(), "w");
-  require(file != nullptr && PEM_write_X509(file, certificate_.get()) == 1, "authority file");
-  std::fclose(file);
+  std::ofstream file(file_);
+  require(bool(file << pemOf(*certificate_)), "authority file");
 }
 
 Identity TestAuthority::issue(const std::string& names, long valid_seconds) const {
@@ -63,6 +63,24 @@ Identity TestAuthority::issue(const std::string& names, long valid_seconds) cons
   addExtension(identity.certificate.get(), certificate_.get(), NID_authority_key_identifier, "keyid");
   require(X509_sign(identity.certificate.get(), key_.get(), EVP_sha256()) > 0, "signature");
   return identity;
+}
+
+Identity selfSigned(const std::string& names) {
+  Identity identity;
+  identity.key.reset(EVP_EC_gen("P-256"));
+  X509* certificate = (identity.certificate = blankCertificate(identity.key.get(), "Nobody", kSecondsPerDay)).get();
+  X509_set_issuer_name(certificate, X509_get_subject_name(certificate));
+  addExtension(certificate, certificate, NID_subject_alt_name, names);
+  require(X509_sign(certificate, identity.key.get(), EVP_sha256()) > 0, "signature");
+  return identity;
+}
+
+std::string pemOf(const X509& certificate) {
+  const std::unique_ptr<BIO, decltype(&BIO_free_all)> memory(BIO_new(BIO_s_mem()), BIO_free_all);
+  require(PEM_write_bio_X509(memory.get(), &certificate) == 1, "PEM text");
+  char* text = nullptr;
+  const long size = BIO_get_mem_data(memory.get(), &text);
+  return {text, static_cast<size_t>(size)};
 }
 
 }  // namespace morvik::test

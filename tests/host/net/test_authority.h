@@ -45,6 +45,11 @@ class TestAuthority {
   std::string file_;
 };
 
+/// What nobody vouches for but its holder.
+Identity selfSigned(const std::string& names);
+/// The certificate as PEM text.
+std::string pemOf(const X509& certificate);
+
 /// The names of this machine.
 inline constexpr const char* kLoopbackNames = "DNS:localhost,IP:127.0.0.1,IP:::1";
 
