@@ -49,7 +49,7 @@ kit::Value scalarValue(const YamlNode& node) {
   if (const auto integer = wholeText<int64_t>(node.text))
     return *integer;
   // "nan", "inf" and their kin are text: JSON has no such numbers.
-  const bool begins_like_a_number = node.text.find_first_of("0123456789") <= 1;
+  const bool begins_like_a_number = node.text.find_first_of("0123456789") == (node.text.starts_with('-') ? 1 : 0);
   const auto number = begins_like_a_number ? wholeText<double>(node.text) : std::nullopt;
   if (number && std::isfinite(*number))
     return *number;
@@ -58,17 +58,21 @@ kit::Value scalarValue(const YamlNode& node) {
 
 }  // namespace
 
-std::string oneOf(const std::vector<std::string_view>& names) {
+std::string listed(const std::vector<std::string_view>& names) {
   std::string text;
   for (const std::string_view name : names)
     text += (text.empty() ? "" : ", ") + std::string(name);
-  return (names.size() == 1 ? "" : "one of: ") + text;
+  return text;
+}
+
+std::string oneOf(const std::vector<std::string_view>& names) {
+  return (names.size() == 1 ? "" : "one of: ") + listed(names);
 }
 
 Fields::Fields(const YamlNode& node, std::string what, std::vector<std::string_view> known_keys)
     : node_(node), what_(std::move(what)) {
   if (!node.isMap())
-    refuseNode(node, what_, "a map with the keys " + oneOf(known_keys));
+    refuseNode(node, what_, "a map with keys of these: " + listed(known_keys));
   for (const YamlMember& member : node.members) {
     if (std::find(known_keys.begin(), known_keys.end(), member.key) == known_keys.end()) {
       throw Mistake(member.place, "\"" + member.key + "\" is no key of " + what_ + "; expected " + oneOf(known_keys));

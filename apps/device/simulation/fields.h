@@ -14,7 +14,9 @@
 
 namespace morvik_device::simulation {
 
-/// "one of: a, b, c".
+/// "a, b, c".
+std::string listed(const std::vector<std::string_view>& names);
+/// "one of: a, b, c"; "a" when there is no other.
 std::string oneOf(const std::vector<std::string_view>& names);
 
 /// A map whose keys are all known. The node must outlive it.

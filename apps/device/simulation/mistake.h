@@ -1,6 +1,7 @@
 // What is wrong with a scenario, and where.
 #pragma once
 
+#include <compare>
 #include <stdexcept>
 #include <string>
 
@@ -10,7 +11,7 @@ namespace morvik_device::simulation {
 struct Place {
   int line = 1;
   int column = 1;
-  friend bool operator==(Place, Place) = default;
+  friend auto operator<=>(const Place&, const Place&) = default;
 };
 
 /// Thrown while a scenario is read; never leaves its reader.

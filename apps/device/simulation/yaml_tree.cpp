@@ -24,6 +24,8 @@ class TreeBuilder : public YAML::EventHandler {
  public:
   YamlNode takeRoot() { return std::move(root_); }
   bool sawDocument() const { return saw_document_; }
+  /// Of what was read last.
+  Place lastPlace() const { return last_place_; }
 
   void OnDocumentStart(const YAML::Mark& mark) override {
     if (saw_document_)
@@ -95,6 +97,7 @@ class TreeBuilder : public YAML::EventHandler {
     attach(std::move(node));
   }
   void count(Place place) {
+    last_place_ = place;
     if (++nodes_ > kMaxYamlNodes)
       throw Mistake(place, limit("too many values", kMaxYamlNodes));
   }
@@ -108,6 +111,9 @@ class TreeBuilder : public YAML::EventHandler {
       parent.node.elements.push_back(std::move(node));
     } else if (parent.has_key) {
       parent.has_key = false;
+      // A value that is not there has no place of its own.
+      if (node.isNull())
+        node.place = parent.key_place;
       parent.node.members.push_back({std::move(parent.key), parent.key_place, std::move(node)});
     } else {
       takeKey(parent, std::move(node));
@@ -128,6 +134,7 @@ class TreeBuilder : public YAML::EventHandler {
   std::vector<Open> open_;
   size_t nodes_ = 0;
   bool saw_document_ = false;
+  Place last_place_;
 };
 
 }  // namespace
@@ -146,7 +153,9 @@ YamlNode readYaml(std::string_view text) {
     while (parser.HandleNextDocument(builder)) {
     }
   } catch (const YAML::Exception& error) {
-    throw Mistake(error.mark.is_null() ? Place() : placeOf(error.mark), "this is no YAML: " + error.msg);
+    // The end of the file has no mark of its own.
+    const Place place = error.mark.is_null() ? Place() : placeOf(error.mark);
+    throw Mistake(std::max(place, builder.lastPlace()), "this is no YAML: " + error.msg);
   }
   if (!builder.sawDocument())
     throw Mistake({}, "the file is empty; expected a scenario");
