@@ -141,7 +141,8 @@ Failure checkEndpointNames(const HostOptions& options) {
     bool is_known = false;
     for (const EndpointName& endpoint : kEndpoints) {
       is_known = is_known || name == endpoint.name;
-      known += (known.empty() ? "" : ", ") + std::string(endpoint.name);
+      known += known.empty() ? "" : ", ";
+      known += endpoint.name;
     }
     if (!is_known)
       return kit::Error{"HostOptions::endpoints: there is no endpoint " + name + "; there are " + known + "."};

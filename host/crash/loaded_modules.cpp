@@ -21,6 +21,9 @@ std::string programPath() {
   return size > 0 ? std::string(path.data(), static_cast<size_t>(size)) : std::string();
 }
 
+/// With the zero at its end, as it stands in a note.
+constexpr std::string_view kGnu{"GNU\0", 4};
+
 constexpr size_t padded(size_t size) {
   return (size + 3) & ~size_t{3};
 }
@@ -35,8 +38,7 @@ std::string buildIdIn(std::string_view notes) {
     const size_t whole = name + padded(header.n_descsz);
     if (whole > notes.size())
       break;
-    const bool is_build_id =
-        header.n_type == NT_GNU_BUILD_ID && notes.substr(0, header.n_namesz) == std::string_view("GNU", 4);
+    const bool is_build_id = header.n_type == NT_GNU_BUILD_ID && notes.substr(0, header.n_namesz) == kGnu;
     if (is_build_id)
       return services::hexText(notes.substr(name, header.n_descsz));
     notes.remove_prefix(whole);
@@ -54,7 +56,8 @@ LoadedModule moduleOf(const dl_phdr_info& info) {
       module.begin = module.end == 0 ? begin : std::min(module.begin, begin);
       module.end = std::max(module.end, begin + segment->p_memsz);
     } else if (segment->p_type == PT_NOTE && module.build_id.empty()) {
-      module.build_id = buildIdIn({reinterpret_cast<const char*>(begin), segment->p_memsz});
+      const auto* const notes = reinterpret_cast<const char*>(begin);  // NOLINT(performance-no-int-to-ptr)
+      module.build_id = buildIdIn({notes, segment->p_memsz});
     }
   }
   return module;

@@ -109,11 +109,11 @@ class Reading {
       return fail(error);
     size_t count = 0;
     for (auto element : only) {
-      ondemand::value node;
-      if (const auto error = std::move(element).get(node))
+      if (const auto error = element.error())
         return count == 0 ? fail(error) : failAfterDocument();
       if (++count > 1)
         return failAfterDocument();
+      ondemand::value node = element.value_unsafe();
       if (!any(node, 0, out))
         return false;
     }
@@ -153,9 +153,9 @@ class Reading {
       return fail(error);
     kit::MutableArray values;
     for (auto element : elements) {
-      ondemand::value child;
-      if (const auto error = std::move(element).get(child))
+      if (const auto error = element.error())
         return fail(error);
+      ondemand::value child = element.value_unsafe();
       Value value;
       if (!any(child, depth, value))
         return false;
