@@ -107,14 +107,15 @@ class Service:
     def call(self, method, path, body=None):
         """Calls an inspection path; the decoded JSON of the answer."""
         text = None if body is None else json.dumps(body)
+        headers = {} if body is None else {"Content-Type": "application/json"}
         with self._lock:
             try:
-                self._connection.request(method, path, text)
+                self._connection.request(method, path, text, headers)
                 answer = self._connection.getresponse()
                 content = answer.read()
             except (http.client.HTTPException, OSError):  # the service may close what was idle
                 self._connection.close()
-                self._connection.request(method, path, text)
+                self._connection.request(method, path, text, headers)
                 answer = self._connection.getresponse()
                 content = answer.read()
         if answer.status != 200:

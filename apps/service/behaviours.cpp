@@ -182,6 +182,17 @@ Json describeBehaviour(const Behaviour& behaviour) {
   return value;
 }
 
+Json behaviourKinds() {
+  Json kinds = Json::array();
+  for (const KindRow& row : kKinds) {
+    kinds.push_back({{"kind", row.name},
+                     {"own_member", row.own_member},
+                     {"required", row.own_member_required},
+                     {"counts_events", row.counts_events}});
+  }
+  return kinds;
+}
+
 HttpReply misbehave(const Behaviour& behaviour, HttpReply usual) {
   switch (behaviour.kind) {
     case BehaviourKind::kStatus:
@@ -236,6 +247,18 @@ std::optional<Behaviour> Behaviours::take(std::string_view endpoint) {
 void Behaviours::clear() {
   waiting_.clear();
   kept_bytes_ = 0;
+}
+
+void Behaviours::remove(std::string_view endpoint, std::string_view kind) {
+  const auto goes = [&](const Behaviour& each) {
+    return (endpoint.empty() || each.endpoint == endpoint) && (kind.empty() || rowOf(each.kind).name == kind);
+  };
+  std::erase_if(waiting_, [&](const Behaviour& each) {
+    if (!goes(each))
+      return false;
+    kept_bytes_ -= keptBytes(each);
+    return true;
+  });
 }
 
 Json Behaviours::list() const {

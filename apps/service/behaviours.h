@@ -52,6 +52,10 @@ Behaviour parseBehaviour(const Json& value, const std::vector<std::string>& endp
 /// The same form again.
 Json describeBehaviour(const Behaviour& behaviour);
 
+/// All kinds for a form to offer: [{"kind","own_member","required","counts_events"}]; "own_member" is "" for a kind
+/// that needs to know nothing more.
+Json behaviourKinds();
+
 /// What becomes of the usual answer.
 HttpReply misbehave(const Behaviour& behaviour, HttpReply usual);
 
@@ -65,6 +69,9 @@ class Behaviours {
   std::optional<Behaviour> take(std::string_view endpoint);
 
   void clear();
+
+  /// Takes out all for this endpoint of this kind; an empty name stands for any.
+  void remove(std::string_view endpoint, std::string_view kind);
 
   /// All that wait, as a JSON array.
   Json list() const;

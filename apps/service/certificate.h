@@ -8,6 +8,9 @@ namespace morvik_service {
 /// How long made certificates are good.
 inline constexpr int kCertificateDays = 30;
 
+/// In the folder of the certificates, the service says here where it listens.
+inline constexpr const char* kUrlFileName = "url";
+
 struct CertificateFiles {
   std::string authority;    ///< give this to clients
   std::string certificate;  ///< for localhost, 127.0.0.1 and ::1

@@ -3,10 +3,13 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "apps/service/body_stream.h"
 
 namespace morvik_service {
 
@@ -34,6 +37,9 @@ struct HttpReply {
   std::string body;                    ///< JSON, unless a behaviour spoils it
   std::chrono::milliseconds delay{0};  ///< wait so long before the answer
   bool close_without_answer = false;   ///< close the connection instead
+  std::string content_type = "application/json; charset=utf-8";
+  NamedValues headers;                 ///< further ones
+  std::shared_ptr<BodyStream> stream;  ///< when there, `body` is empty and its pieces are the body
 };
 
 }  // namespace morvik_service

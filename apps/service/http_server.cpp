@@ -3,6 +3,8 @@
 #include <microhttpd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstring>
 #include <exception>
 #include <utility>
 
@@ -12,6 +14,7 @@
 namespace morvik_service {
 namespace {
 
+constexpr std::size_t kStreamBlockBytes = std::size_t{16} * 1024;
 constexpr const char* kTlsVersions = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
 
 // One request while its body arrives. Returns what it reserved when it ends, however it ends.
@@ -75,14 +78,69 @@ struct DestroyResponse {
   void operator()(MHD_Response* response) const { MHD_destroy_response(response); }
 };
 
-MHD_Result send(MHD_Connection* connection, HttpReply reply) {
-  // The library copies the body; its signature predates const.
-  const std::unique_ptr<MHD_Response, DestroyResponse> response(
-      MHD_create_response_from_buffer(reply.body.size(), reply.body.data(), MHD_RESPMEM_MUST_COPY));
+using Response = std::unique_ptr<MHD_Response, DestroyResponse>;
+
+// A stream on its way out, and the rest of the piece that did not fit into the library's buffer.
+struct Outflow {
+  std::shared_ptr<BodyStream> stream;
+  std::stop_token stop;
+  std::string piece;
+  std::size_t sent = 0;
+};
+
+// No exception may pass through the C library.
+bool refill(Outflow& outflow) {
+  if (outflow.sent < outflow.piece.size())
+    return true;
+  try {
+    std::optional<std::string> next = outflow.stream->next(outflow.stop);
+    if (!next || next->empty())
+      return false;
+    outflow.piece = std::move(*next);
+    outflow.sent = 0;
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+ssize_t readOutflow(void* context, std::uint64_t, char* buffer, std::size_t room) {
+  Outflow& outflow = *static_cast<Outflow*>(context);
+  if (!refill(outflow))
+    return MHD_CONTENT_READER_END_OF_STREAM;
+  const std::size_t bytes = std::min(room, outflow.piece.size() - outflow.sent);
+  std::memcpy(buffer, outflow.piece.data() + outflow.sent, bytes);
+  outflow.sent += bytes;
+  return static_cast<ssize_t>(bytes);
+}
+
+void freeOutflow(void* context) {
+  delete static_cast<Outflow*>(context);
+}
+
+Response makeResponse(HttpReply& reply, const HttpServer& server) {
+  if (reply.stream == nullptr) {
+    // The library copies the body; its signature predates const.
+    return Response(MHD_create_response_from_buffer(reply.body.size(), reply.body.data(), MHD_RESPMEM_MUST_COPY));
+  }
+  auto outflow = std::make_unique<Outflow>();
+  outflow->stream = std::move(reply.stream);
+  outflow->stop = server.stopping();
+  Response response(
+      MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kStreamBlockBytes, readOutflow, outflow.get(), freeOutflow));
+  if (response != nullptr)
+    outflow.release();
+  return response;
+}
+
+MHD_Result send(MHD_Connection* connection, const HttpServer& server, HttpReply reply) {
+  const Response response = makeResponse(reply, server);
   if (response == nullptr)
     return MHD_NO;
-  MHD_add_response_header(response.get(), MHD_HTTP_HEADER_CONTENT_TYPE, "application/json; charset=utf-8");
+  MHD_add_response_header(response.get(), MHD_HTTP_HEADER_CONTENT_TYPE, reply.content_type.c_str());
   MHD_add_response_header(response.get(), MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
+  for (const auto& [name, value] : reply.headers)
+    MHD_add_response_header(response.get(), name.c_str(), value.c_str());
   return MHD_queue_response(connection, static_cast<unsigned>(reply.status), response.get());
 }
 
@@ -99,7 +157,7 @@ MHD_Result finishRequest(HttpServer& server, MHD_Connection* connection, Exchang
     return MHD_NO;
   if (reply.delay.count() > 0 && !server.waitUnlessStopping(reply.delay))
     return MHD_NO;
-  return send(connection, std::move(reply));
+  return send(connection, server, std::move(reply));
 }
 
 // Called once when the head is there, once per piece of body, and once at the end.
@@ -158,11 +216,7 @@ HttpServer::HttpServer(Listener& listener, const TlsIdentity& identity, Handler 
 }
 
 HttpServer::~HttpServer() {
-  {
-    const std::lock_guard lock(mutex_);
-    stopping_ = true;
-  }
-  stopping_changed_.notify_all();
+  stopping_.request_stop();
   daemon_.reset();
 }
 
@@ -176,7 +230,8 @@ HttpReply HttpServer::answer(const HttpRequest& request) const {
 
 bool HttpServer::waitUnlessStopping(std::chrono::milliseconds delay) {
   std::unique_lock lock(mutex_);
-  return !stopping_changed_.wait_for(lock, delay, [this] { return stopping_; });
+  never_.wait_for(lock, stopping(), delay, [] { return false; });
+  return !stopping_.stop_requested();
 }
 
 bool HttpServer::reserve(std::size_t bytes) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <stop_token>
 #include <string>
 
 #include "apps/service/http_message.h"
@@ -40,7 +41,7 @@ class HttpServer {
   HttpServer(Listener& listener, const TlsIdentity& identity, Handler handler);
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
-  /// Ends delays, closes all connections and waits for their threads.
+  /// Ends delays and streams, closes all connections and waits for their threads.
   ~HttpServer();
 
   /// The handler's answer, or a 500 when it throws.
@@ -48,6 +49,9 @@ class HttpServer {
 
   /// Waits so long, on the calling thread; false when the server stops before that.
   bool waitUnlessStopping(std::chrono::milliseconds delay);
+
+  /// Requested when the server stops.
+  std::stop_token stopping() const { return stopping_.get_token(); }
 
   /// Takes room for so many more body bytes; false when kMaxBufferedBytes would be passed.
   bool reserve(std::size_t bytes);
@@ -61,8 +65,8 @@ class HttpServer {
   Handler handler_;
   std::atomic<std::size_t> buffered_bytes_{0};
   std::mutex mutex_;
-  std::condition_variable stopping_changed_;
-  bool stopping_ = false;
+  std::condition_variable_any never_;  ///< nobody notifies it: only the stop ends a wait before its time
+  std::stop_source stopping_;
   std::unique_ptr<MHD_Daemon, Stop> daemon_;
 };
 

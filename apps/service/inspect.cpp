@@ -1,87 +1,111 @@
 #include "apps/service/inspect.h"
 
+#include <algorithm>
 #include <array>
-#include <charconv>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "apps/service/endpoints.h"
+#include "apps/service/inspect_query.h"
+#include "apps/service/inspect_stream.h"
 #include "apps/service/refusal.h"
 #include "apps/service/request_rules.h"
+#include "apps/service/timeline.h"
+#include "apps/service/wire_rules.h"
 
 namespace morvik_service {
 namespace {
 
 constexpr std::string_view kPrefix = "/inspect";
 
-// A host name without its port, "[::1]" without its brackets.
-std::string_view hostOf(std::string_view authority) {
-  if (!authority.empty() && authority.front() == '[') {
-    const std::size_t end = authority.find(']');
-    return end == std::string_view::npos ? std::string_view() : authority.substr(1, end - 1);
-  }
-  return authority.substr(0, authority.find(':'));
-}
+// What a page can show of one request; /inspect/requests has it whole.
+constexpr std::size_t kMaxShownBytes = std::size_t{256} * 1024;
 
-bool isLoopbackName(std::string_view authority) {
-  const std::string_view host = hostOf(authority);
-  return host == "localhost" || host == "127.0.0.1" || host == "::1";
-}
-
-bool isLoopbackOrigin(std::string_view origin) {
-  const std::size_t scheme_end = origin.find("://");
-  return scheme_end != std::string_view::npos && isLoopbackName(origin.substr(scheme_end + 3));
-}
-
-void requireLocalSender(const HttpRequest& request) {
-  if (!request.from_loopback) {
-    throw Refusal(403, "inspection is for this machine alone", "the peer's address", "connect from this machine");
+void shorten(Json& shown) {
+  for (const char* member : {"body", "body_base64url"}) {
+    const auto text = shown.find(member);
+    if (text != shown.end() && text->get_ref<const std::string&>().size() > kMaxShownBytes)
+      *text = text->get<std::string>().substr(0, kMaxShownBytes);
   }
-  const std::string* host = findHeader(request, "Host");
-  if (host == nullptr || !isLoopbackName(*host)) {
-    throw Refusal(403, "the request names another host", "header Host", "call localhost, 127.0.0.1 or [::1]");
+  const std::string payload = jsonText(shown.at("payload"));
+  shown["payload_bytes"] = payload.size();
+  if (payload.size() > kMaxShownBytes) {
+    shown["payload"] = nullptr;
+    shown["payload_start"] = payload.substr(0, kMaxShownBytes);
   }
-  const std::string* origin = findHeader(request, "Origin");
-  if (origin != nullptr && !isLoopbackOrigin(*origin)) {
-    throw Refusal(403, "the request comes from a page of another host", "header Origin",
-                  "call from a page of this machine, or without an Origin header");
-  }
-}
-
-std::int64_t readNumber(const std::string& text, const std::string& name) {
-  std::int64_t number = 0;
-  const char* end = text.data() + text.size();
-  const auto [stopped, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stopped != end || number < 0) {
-    throw Refusal(400, "\"" + name + "\" is no whole number from 0 on", "the query", "write " + name + "=10");
-  }
-  return number;
-}
-
-Page readPage(const HttpRequest& request) {
-  Page page;
-  for (const auto& [name, value] : request.query) {
-    if (name == "after") {
-      page.after = readNumber(value, name);
-    } else if (name == "limit") {
-      page.limit = readNumber(value, name);
-    } else {
-      throw Refusal(400, "the query parameter \"" + name + "\" is not known", "the query", "use after and limit");
-    }
-  }
-  return page;
 }
 
 Json readBody(const HttpRequest& request) {
   requireKeptBody(request);
+  requireJson(request);
   return parseJson(request.body, kWhereBody);
 }
 
+HttpReply streamed(std::string content_type, std::shared_ptr<BodyStream> stream) {
+  HttpReply reply;
+  reply.content_type = std::move(content_type);
+  reply.stream = std::move(stream);
+  return reply;
+}
+
 HttpReply showRequests(const HttpRequest& request, const Inspected& inspected) {
-  return {200, inspected.store.requestsJson(readPage(request))};
+  requireKnownParameters(request, {"after", "limit", "wait_milliseconds"});
+  const Page page = readPage(request);
+  const std::int64_t wait = std::min(numberParameter(request, "wait_milliseconds", 0), kMaxWaitMilliseconds);
+  if (wait == 0)
+    return {200, inspected.store.requestsJson(page)};
+  return streamed(HttpReply().content_type,
+                  makeWaitingListing(inspected, inspected.watchers.take(), page, std::chrono::milliseconds(wait)));
+}
+
+HttpReply showSummaries(const HttpRequest& request, const Inspected& inspected) {
+  return {200, inspected.store.summariesJson(readSummaryQuery(request))};
+}
+
+HttpReply showRequest(const HttpRequest& request, const Inspected& inspected) {
+  requireKnownParameters(request, {"id"});
+  Json shown = inspected.store.request(numberParameter(request, "id", 0));
+  if (shown.is_null())
+    throw Refusal(404, "there is no request with this number", "the query", "look into /inspect/summaries");
+  shown["rules"] = brokenRules(shown);
+  shorten(shown);
+  return {200, jsonText(shown)};
+}
+
+HttpReply showInstalls(const HttpRequest& request, const Inspected& inspected) {
+  requireKnownParameters(request, {});
+  return {200, inspected.store.installsJson()};
+}
+
+HttpReply showTimeline(const HttpRequest& request, const Inspected& inspected) {
+  requireKnownParameters(request, {"install"});
+  const std::string install = textParameter(request, "install");
+  const std::vector<Json> requests = inspected.store.requestsOfInstall(install, kMaxTimelineRequests + 1);
+  Json timeline = timelineOf(requests);
+  if (static_cast<std::int64_t>(requests.size()) > kMaxTimelineRequests)
+    timeline["complete"] = false;
+  timeline["install"] = install;
+  return {200, jsonText(timeline)};
+}
+
+// A browser that lost the stream says where it was.
+HttpReply watch(const HttpRequest& request, const Inspected& inspected) {
+  requireKnownParameters(request, {"after"});
+  HttpRequest resumed = request;
+  if (const std::string* last = findHeader(request, "Last-Event-ID"); last != nullptr && !last->empty())
+    resumed.query = {{"after", *last}};
+  const std::int64_t after = numberParameter(resumed, "after", inspected.store.newestRequest());
+  return streamed("text/event-stream; charset=utf-8", makeEventStream(inspected, inspected.watchers.take(), after));
+}
+
+HttpReply showForms(const HttpRequest& request, const Inspected&) {
+  requireKnownParameters(request, {});
+  return {200, jsonText({{"endpoints", endpointNames()}, {"kinds", behaviourKinds()}})};
 }
 
 HttpReply showEvents(const HttpRequest& request, const Inspected& inspected) {
+  requireKnownParameters(request, {"after", "limit"});
   return {200, inspected.store.eventsJson(readPage(request))};
 }
 
@@ -91,11 +115,18 @@ HttpReply showBehaviours(const HttpRequest&, const Inspected& inspected) {
 
 HttpReply addBehaviour(const HttpRequest& request, const Inspected& inspected) {
   inspected.behaviours.add(parseBehaviour(readBody(request), endpointNames()));
+  inspected.feed.publish();
   return showBehaviours(request, inspected);
 }
 
 HttpReply clearBehaviours(const HttpRequest& request, const Inspected& inspected) {
-  inspected.behaviours.clear();
+  requireKnownParameters(request, {"endpoint", "kind"});
+  if (request.query.empty()) {
+    inspected.behaviours.clear();
+  } else {
+    inspected.behaviours.remove(textParameter(request, "endpoint"), textParameter(request, "kind"));
+  }
+  inspected.feed.publish();
   return showBehaviours(request, inspected);
 }
 
@@ -114,8 +145,14 @@ struct Verb {
   HttpReply (*act)(const HttpRequest& request, const Inspected& inspected);
 };
 
-constexpr std::array<Verb, 7> kVerbs = {{
+constexpr std::array<Verb, 13> kVerbs = {{
     {"GET", "/inspect/requests", showRequests},
+    {"GET", "/inspect/summaries", showSummaries},
+    {"GET", "/inspect/request", showRequest},
+    {"GET", "/inspect/installs", showInstalls},
+    {"GET", "/inspect/timeline", showTimeline},
+    {"GET", "/inspect/stream", watch},
+    {"GET", "/inspect/forms", showForms},
     {"GET", "/inspect/events", showEvents},
     {"GET", "/inspect/behaviour", showBehaviours},
     {"POST", "/inspect/behaviour", addBehaviour},
@@ -145,7 +182,6 @@ bool isInspection(const HttpRequest& request) {
 }
 
 HttpReply inspect(const HttpRequest& request, const Inspected& inspected) {
-  requireLocalSender(request);
   for (const Verb& verb : kVerbs) {
     if (verb.method == request.method && verb.path == request.path)
       return verb.act(request, inspected);

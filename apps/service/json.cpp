@@ -1,14 +1,17 @@
 #include "apps/service/json.h"
 
+#include <array>
+
 #include "apps/service/refusal.h"
 
 namespace morvik_service {
 namespace {
 
-// Looks at brackets outside strings only. Runs before the parser because the parser's own depth callback costs
-// quadratic time on long arrays.
-bool nestsTooDeep(std::string_view text) {
-  int depth = 0;
+// Looks outside strings only, at brackets and at the colons of members. Runs before the parser because the parser's own
+// depth callback costs quadratic time on long arrays, and its objects cost quadratic time on many members.
+void requireModest(std::string_view text, const std::string& where) {
+  std::array<int, kMaxJsonDepth + 1> members{};
+  std::size_t depth = 0;
   bool in_string = false;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
@@ -21,22 +24,24 @@ bool nestsTooDeep(std::string_view text) {
     } else if (c == '"') {
       in_string = true;
     } else if (c == '[' || c == '{') {
-      if (++depth > kMaxJsonDepth)
-        return true;
+      if (++depth > kMaxJsonDepth) {
+        throw Refusal(400, "the JSON nests deeper than " + std::to_string(kMaxJsonDepth) + " levels", where,
+                      "send flatter JSON");
+      }
+      members[depth] = 0;
     } else if (c == ']' || c == '}') {
-      --depth;
+      depth -= depth > 0 ? 1 : 0;
+    } else if (c == ':' && ++members[depth] > kMaxJsonMembers) {
+      throw Refusal(400, "an object of the JSON has more than " + std::to_string(kMaxJsonMembers) + " members", where,
+                    "send a list in place of so many members");
     }
   }
-  return false;
 }
 
 }  // namespace
 
 Json parseJson(std::string_view text, const std::string& where) {
-  if (nestsTooDeep(text)) {
-    throw Refusal(400, "the JSON nests deeper than " + std::to_string(kMaxJsonDepth) + " levels", where,
-                  "send flatter JSON");
-  }
+  requireModest(text, where);
   try {
     return Json::parse(text);
   } catch (const Json::parse_error& error) {

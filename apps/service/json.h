@@ -1,6 +1,7 @@
 // The service's JSON: one type, one way in, one way out.
 #pragma once
 
+#include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -11,9 +12,11 @@ namespace morvik_service {
 using Json = nlohmann::ordered_json;
 
 /// Arrays and objects may nest this deep; writing a value recurses, so depth is stack.
-inline constexpr int kMaxJsonDepth = 128;
+inline constexpr std::size_t kMaxJsonDepth = 128;
+/// An object may have so many members: keeping their order, each is looked for among those before it.
+inline constexpr int kMaxJsonMembers = 1024;
 
-/// Parses one JSON document. Throws Refusal 400 when it is none or nests deeper than kMaxJsonDepth; `where` names the
+/// Parses one JSON document. Throws Refusal 400 when it is none or passes one of the limits above; `where` names the
 /// document in the message ("the sealed payload").
 Json parseJson(std::string_view text, const std::string& where);
 

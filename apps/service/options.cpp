@@ -10,12 +10,17 @@ constexpr const char* kFooter =
     "Keys on a command line can be read by others; prefer --keys, a file with the lines app-key=..., hash-key=... and "
     "tracking-key=.... An option wins over the file.\n"
     "When the service listens, it prints one line of JSON: {\"listening\":\"https://127.0.0.1:PORT/\"}. It ends on "
-    "SIGINT or SIGTERM.";
+    "SIGINT or SIGTERM. Open that address in a browser to see what arrives.\n"
+    "morvik-service expect EXPRESSION waits on a running service: morvik-service expect --help.";
 
 void describeListening(CLI::App& app, Options& options) {
   app.add_option("--port", options.port, "TCP port; 0 takes a free one")->capture_default_str();
   app.add_option("--bind", options.bind_address, "numeric address to listen on")->capture_default_str();
   app.add_flag("--allow-remote", options.allow_remote, "let --bind be an address that other machines can reach");
+  app.add_option("--inspect-host", options.inspect_hosts,
+                 "let other machines inspect too, when they call the service by this name or address; may be repeated")
+      ->take_all()
+      ->allow_extra_args(false);
   app.add_option("--port-file", options.port_file, "write the port into this file once the service listens");
   CLI::Option* make = app.add_option("--make-cert", options.make_certificates_in,
                                      "make ca.pem, cert.pem and key.pem for localhost in this folder and use them");

@@ -12,6 +12,7 @@ struct Options {
   std::uint16_t port = 0;
   std::string bind_address = "127.0.0.1";
   bool allow_remote = false;
+  std::vector<std::string> inspect_hosts;  ///< names under which other machines may inspect
   std::string certificate_file;
   std::string key_file;
   std::string make_certificates_in;  ///< a folder; the two files above are empty then

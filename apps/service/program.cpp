@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "apps/service/certificate.h"
+#include "apps/service/expect/expect_program.h"
 #include "apps/service/files.h"
 #include "apps/service/http_server.h"
 #include "apps/service/keys.h"
@@ -77,6 +78,8 @@ Service::LineSink makeLineSink(const Options& options, std::ostream& errors) {
 void announce(const Options& options, const std::string& url, std::uint16_t port, std::ostream& output) {
   if (!options.port_file.empty())
     replaceFile(options.port_file, std::to_string(port) + "\n", kPublicMode);
+  if (!options.make_certificates_in.empty())
+    replaceFile(options.make_certificates_in + "/" + kUrlFileName, url + "\n", kPublicMode);
   output << jsonText({{"listening", url}}) << std::endl;
 }
 
@@ -86,7 +89,8 @@ void serve(const Options& options, const Surroundings& surroundings) {
   AnswerData data = chooseAnswerData(options);
   Service::LineSink write_line = makeLineSink(options, surroundings.errors);
   Store store(options.store_folder);
-  Service service(keys, std::move(data), store, systemTimeMilliseconds, std::move(write_line));
+  Service service(keys, std::move(data), store, systemTimeMilliseconds, std::move(write_line),
+                  AdminRules{options.inspect_hosts});
   Listener listener(options.bind_address, options.port);
   const std::string url = listener.url();
   const std::uint16_t port = listener.port();
@@ -99,6 +103,9 @@ void serve(const Options& options, const Surroundings& surroundings) {
 }  // namespace
 
 int runProgram(std::vector<std::string> arguments, const Surroundings& surroundings) {
+  if (!arguments.empty() && arguments.front() == "expect") {
+    return runExpect({arguments.begin() + 1, arguments.end()}, surroundings.output, surroundings.errors);
+  }
   const CommandLine command_line = readCommandLine(std::move(arguments));
   if (!command_line.options) {
     (command_line.exit_status == 0 ? surroundings.output : surroundings.errors) << command_line.text;

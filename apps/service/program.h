@@ -16,7 +16,7 @@ struct Surroundings {
 };
 
 /// Runs the service until `wait_for_stop` returns. The result is the exit status: 0, or 2 with one clear line in
-/// `errors` when it could not start.
+/// `errors` when it could not start. With "expect" as the first argument, runs runExpect in its place.
 int runProgram(std::vector<std::string> arguments, const Surroundings& surroundings);
 
 }  // namespace morvik_service

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "apps/service/inspect.h"
+#include "apps/service/page.h"
 #include "apps/service/refusal.h"
 #include "apps/service/request_rules.h"
 
@@ -87,10 +88,12 @@ std::string describe(const RequestRecord& record, const Counts& counts, std::int
 
 }  // namespace
 
-Service::Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink write_line)
+Service::Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink write_line, AdminRules rules)
     : keys_(std::move(keys)),
       clock_(std::move(clock)),
       write_line_(std::move(write_line)),
+      rules_(std::move(rules)),
+      secrets_(keys_),
       store_(store),
       data_(std::move(data)) {}
 
@@ -107,8 +110,8 @@ HttpReply Service::handle(const HttpRequest& request) {
 }
 
 HttpReply Service::handleLocked(const HttpRequest& request) {
-  if (isInspection(request))
-    return inspect(request, {store_, behaviours_, data_.attribution});
+  if (isInspection(request) || isPage(request))
+    return answerAdmin(request);
   RequestRecord record;
   record.time_milliseconds = clock_();
   record.request = request;
@@ -118,8 +121,19 @@ HttpReply Service::handleLocked(const HttpRequest& request) {
   } else {
     refuse(record, endpoint == nullptr ? noSuchPath() : noSuchMethod(*endpoint));
   }
+  HttpReply reply = record.reply;
   remember(record);
-  return std::move(record.reply);
+  return reply;
+}
+
+HttpReply Service::answerAdmin(const HttpRequest& request) {
+  requireAdmin(request, rules_);
+  HttpReply reply = isPage(request)
+                        ? page(request)
+                        : inspect(request, {store_, behaviours_, data_.attribution, feed_, mutex_, watchers_, rules_});
+  for (auto& header : adminHeaders())
+    reply.headers.push_back(std::move(header));
+  return reply;
 }
 
 void Service::handleEndpoint(const Endpoint& endpoint, RequestRecord& record) {
@@ -151,8 +165,10 @@ void Service::answerUsually(const Endpoint& endpoint, bool may_count, RequestRec
 }
 
 void Service::remember(RequestRecord& record) {
+  secrets_.hide(record);
   Counts counts;
   const std::int64_t id = store_.add(record, counts);
+  feed_.publish();
   write_line_(describe(record, counts, id));
 }
 

@@ -5,11 +5,15 @@
 #include <mutex>
 #include <string>
 
+#include "apps/service/admin_guard.h"
 #include "apps/service/answer_data.h"
 #include "apps/service/behaviours.h"
 #include "apps/service/endpoints.h"
+#include "apps/service/feed.h"
 #include "apps/service/http_message.h"
+#include "apps/service/inspect_stream.h"
 #include "apps/service/keys.h"
+#include "apps/service/secrets.h"
 #include "apps/service/store.h"
 #include "apps/service/times.h"
 
@@ -22,14 +26,16 @@ class Service {
 
   /// `store` outlives the service and is used by nobody else. `clock` and `write_line` are called by whichever thread
   /// calls `handle`, one at a time.
-  Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink write_line);
+  Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink write_line, AdminRules rules = {});
 
-  /// Answers a request: an endpoint's, an inspection, or a refusal in JSON. Any thread; requests wait for each other.
+  /// Answers a request: an endpoint's, an inspection, the page, or a refusal in JSON. A stream in the reply must not
+  /// outlive the service. Any thread; requests wait for each other.
   /// Blocks for decoding and the disk, never for a behaviour's delay (that is in the reply). Does not throw for
   /// anything a request can contain.
   HttpReply handle(const HttpRequest& request);
 
  private:
+  HttpReply answerAdmin(const HttpRequest& request);
   HttpReply handleLocked(const HttpRequest& request);
   void handleEndpoint(const Endpoint& endpoint, RequestRecord& record);
   void answerUsually(const Endpoint& endpoint, bool may_count, RequestRecord& record);
@@ -38,6 +44,10 @@ class Service {
   const Keys keys_;
   const Clock clock_;
   const LineSink write_line_;
+  const AdminRules rules_;
+  const Secrets secrets_;
+  Watchers watchers_;
+  Feed feed_;
   std::mutex mutex_;  ///< guards everything below
   Store& store_;
   Behaviours behaviours_;

@@ -2,37 +2,16 @@
 
 #include <algorithm>
 
-#include "apps/service/base64url.h"
 #include "apps/service/files.h"
 #include "apps/service/refusal.h"
-#include "apps/service/times.h"
+#include "apps/service/store_rows.h"
+#include "apps/service/store_schema.h"
+#include "apps/service/summary.h"
 
 namespace morvik_service {
 namespace {
 
 constexpr const char* kFileName = "service.sqlite3";
-constexpr std::int64_t kSchemaVersion = 1;
-
-constexpr const char* kSchema = R"sql(
-CREATE TABLE requests(
-  id INTEGER PRIMARY KEY AUTOINCREMENT, time_ms INTEGER NOT NULL, endpoint TEXT NOT NULL, method TEXT NOT NULL,
-  path TEXT NOT NULL, headers TEXT NOT NULL, body BLOB NOT NULL, body_bytes INTEGER NOT NULL, payload TEXT,
-  refusal TEXT, behaviour TEXT, counted INTEGER NOT NULL, answered INTEGER NOT NULL, status INTEGER NOT NULL,
-  answer BLOB NOT NULL, answer_bytes INTEGER NOT NULL, events_new INTEGER NOT NULL DEFAULT 0,
-  events_again INTEGER NOT NULL DEFAULT 0, events_without_id INTEGER NOT NULL DEFAULT 0,
-  impressions INTEGER NOT NULL DEFAULT 0);
-CREATE TABLE events(
-  number INTEGER PRIMARY KEY AUTOINCREMENT, event_id TEXT NOT NULL UNIQUE, event TEXT NOT NULL,
-  arrivals INTEGER NOT NULL);
-CREATE TABLE arrivals(
-  event INTEGER NOT NULL REFERENCES events, request INTEGER NOT NULL REFERENCES requests, times INTEGER NOT NULL,
-  PRIMARY KEY(event, request)) WITHOUT ROWID;
-CREATE TABLE impressions(
-  id INTEGER PRIMARY KEY AUTOINCREMENT, request INTEGER NOT NULL REFERENCES requests, impression TEXT NOT NULL);
-CREATE TABLE installs(
-  user_no INTEGER PRIMARY KEY AUTOINCREMENT, install_id TEXT NOT NULL UNIQUE, first_seen_ms INTEGER NOT NULL);
-)sql";
-
 Database openDatabase(const std::string& folder) {
   makeFolder(folder);
   try {
@@ -48,55 +27,11 @@ std::optional<std::string> optionalText(const std::optional<Json>& value) {
   return jsonText(*value);
 }
 
-bool isPlainText(std::string_view bytes) {
-  return std::all_of(bytes.begin(), bytes.end(),
-                     [](char c) { return (c >= ' ' && c <= '~') || c == '\n' || c == '\r'; });
-}
-
-// Form bodies are ASCII; whatever else arrives is shown without losing a bit.
-void showBody(Json& shown, std::string_view bytes) {
-  if (isPlainText(bytes)) {
-    shown["body"] = bytes;
-  } else {
-    shown["body_base64url"] = encodeBase64Url(bytes);
-  }
-}
-
-Json storedJson(const Statement& row, int column) {
-  return row.isNull(column) ? Json(nullptr) : Json::parse(row.bytes(column));
-}
-
 Json headersJson(const NamedValues& headers) {
   Json pairs = Json::array();
   for (const auto& [name, value] : headers)
     pairs.push_back(Json::array({name, value}));
   return pairs;
-}
-
-constexpr std::string_view kSelectRequests =
-    "SELECT id, time_ms, endpoint, method, path, headers, body, body_bytes, payload, refusal, behaviour, counted,"
-    " events_new, events_again, events_without_id, impressions, answered, status, answer, answer_bytes"
-    " FROM requests WHERE id > ? ORDER BY id LIMIT ?";
-
-Json requestRow(const Statement& row) {
-  Json shown = {{"id", row.integer(0)},        {"time", isoTime(row.integer(1))},
-                {"endpoint", row.bytes(2)},    {"method", row.bytes(3)},
-                {"path", row.bytes(4)},        {"headers", storedJson(row, 5)},
-                {"body_bytes", row.integer(7)}};
-  showBody(shown, row.bytes(6));
-  shown["payload"] = storedJson(row, 8);
-  shown["refusal"] = storedJson(row, 9);
-  shown["behaviour"] = storedJson(row, 10);
-  shown["counted"] = row.integer(11) != 0;
-  shown["events_new"] = row.integer(12);
-  shown["events_again"] = row.integer(13);
-  shown["events_without_id"] = row.integer(14);
-  shown["impressions"] = row.integer(15);
-  shown["answer"] = {{"sent", row.integer(16) != 0},
-                     {"status", row.integer(17)},
-                     {"body", row.bytes(18)},
-                     {"body_bytes", row.integer(19)}};
-  return shown;
 }
 
 // Collects entries until a page is full, by number or by bytes.
@@ -142,7 +77,7 @@ std::int64_t rowsToRead(const Page& page) {
 
 Store::Store(const std::string& folder) : database_(openDatabase(folder)) {
   try {
-    openSchema();
+    openSchema(database_);
   } catch (const DatabaseError& error) {
     if (error.resultCode() == SQLITE_BUSY) {
       throw SetupError("the store in " + folder +
@@ -151,31 +86,6 @@ Store::Store(const std::string& folder) : database_(openDatabase(folder)) {
     }
     throw SetupError("cannot use the store in " + folder + ": " + error.what());
   }
-}
-
-void Store::openSchema() {
-  // The lock is taken with the first write below and kept until the store closes.
-  database_.execute("PRAGMA locking_mode=EXCLUSIVE");
-  database_.execute("PRAGMA journal_mode=WAL");
-  database_.execute("PRAGMA synchronous=NORMAL");
-  Transaction transaction(database_);
-  std::int64_t version = 0;
-  {
-    Statement query(database_, "PRAGMA user_version");
-    if (query.step())
-      version = query.integer(0);
-  }
-  if (version > kSchemaVersion) {
-    throw SetupError(
-        "the store was written by a newer version of this program; it is left as it is, choose another "
-        "folder with --store");
-  }
-  if (version == 0) {
-    database_.execute(kSchema);
-    Statement(database_, "INSERT INTO sqlite_sequence(name, seq) VALUES('installs', ?)").bind(kFirstUserNo - 1).run();
-  }
-  database_.execute("PRAGMA user_version=" + std::to_string(kSchemaVersion));
-  transaction.commit();
 }
 
 std::int64_t Store::add(const RequestRecord& record, Counts& counts) {
@@ -188,6 +98,8 @@ std::int64_t Store::add(const RequestRecord& record, Counts& counts) {
     noteCounts(id, counts);
   }
   transaction.commit();
+  if (totals_)
+    totals_->add(record, counts);
   return id;
 }
 
@@ -196,7 +108,8 @@ std::int64_t Store::insertRequest(const RequestRecord& record) {
   const std::string& answer = record.reply.body;
   Statement(database_,
             "INSERT INTO requests(time_ms, endpoint, method, path, headers, body, body_bytes, payload, refusal,"
-            " behaviour, counted, answered, status, answer, answer_bytes) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")
+            " behaviour, counted, answered, status, answer, answer_bytes, install, about)"
+            " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")
       .bind(record.time_milliseconds)
       .bind(record.endpoint)
       .bind(request.method)
@@ -212,8 +125,31 @@ std::int64_t Store::insertRequest(const RequestRecord& record) {
       .bind(record.reply.status)
       .bindBlob(std::string_view(answer).substr(0, kMaxStoredAnswerBytes))
       .bind(static_cast<std::int64_t>(answer.size()))
+      .bind(record.payload ? ownerOf(*record.payload) : "")
+      .bind(record.payload ? aboutPayload(record.endpoint, *record.payload) : "")
       .run();
   return database_.lastInsertedRow();
+}
+
+// Some payloads name no install but an identifier that an earlier one named beside its install.
+std::string Store::ownerOf(const Json& payload) {
+  std::string install = installOf(payload);
+  const std::vector<std::string> identities = identitiesOf(payload);
+  if (!install.empty()) {
+    Statement note(database_,
+                   "INSERT INTO identities(identity, install) VALUES(?, ?)"
+                   " ON CONFLICT(identity) DO UPDATE SET install = excluded.install WHERE install != excluded.install");
+    for (const std::string& identity : identities)
+      note.bind(identity).bind(install).run();
+    return install;
+  }
+  Statement query(database_, "SELECT install FROM identities WHERE identity = ?");
+  for (const std::string& identity : identities) {
+    query.reset();
+    if (query.bind(identity).step())
+      return std::string(query.bytes(0));
+  }
+  return install;
 }
 
 void Store::countEvents(std::int64_t request_id, const Json& payload, Counts& counts) {
@@ -268,7 +204,7 @@ Install Store::install(const std::string& install_id, std::int64_t now_milliseco
 
 std::string Store::requestsJson(const Page& page) {
   Listing listing(page);
-  Statement rows(database_, kSelectRequests);
+  Statement rows(database_, std::string(kSelectRequest) + " WHERE id > ? ORDER BY id LIMIT ?");
   rows.bind(page.after).bind(rowsToRead(page));
   while (rows.step()) {
     if (!listing.add(rows.integer(0), requestRow(rows)))

@@ -17,6 +17,14 @@ namespace morvik_service {
 inline constexpr std::size_t kMaxListingBytes = std::size_t{64} * 1024 * 1024;
 /// Of an answer, this many bytes are stored beside its true length: huge ones are made of padding.
 inline constexpr std::size_t kMaxStoredAnswerBytes = std::size_t{64} * 1024;
+/// A search looks at so many requests at a time and says where to go on.
+inline constexpr std::int64_t kMaxSearchedRequests = 5000;
+/// ... and ends early when it has read so much of their payloads and bodies.
+inline constexpr std::size_t kMaxSearchedBytes = std::size_t{32} * 1024 * 1024;
+/// Summaries in one answer, installs in their list, requests that a device's timeline looks at.
+inline constexpr std::int64_t kMaxSummaries = 500;
+inline constexpr std::int64_t kMaxInstallsListed = 200;
+inline constexpr std::int64_t kMaxTimelineRequests = 500;
 /// Install numbers begin after this one.
 inline constexpr std::int64_t kFirstUserNo = 100001;
 
@@ -53,11 +61,33 @@ struct Install {
   std::int64_t first_seen_milliseconds = 0;
 };
 
-/// Which part of a list to show.
+/// The account of everything that arrived.
+struct Totals {
+  std::int64_t requests = 0;
+  std::int64_t refused = 0;
+  std::int64_t delivered = 0;  ///< events, each counted once
+  std::int64_t duplicate = 0;  ///< arrivals of events that had arrived before
+  std::int64_t impressions = 0;
+
+  void add(const RequestRecord& record, const Counts& counts);
+};
+
+/// Which part of a list to show, oldest first.
 struct Page {
   std::int64_t after = 0;          ///< entries with a larger number
   std::int64_t limit = INT64_MAX;  ///< at most so many
   std::size_t max_bytes = kMaxListingBytes;
+};
+
+/// What to list of the requests, newest first.
+struct SummaryQuery {
+  std::int64_t before = INT64_MAX;  ///< requests with a smaller number
+  std::int64_t limit = 50;          ///< at most so many
+  std::string search;               ///< words, each of which must stand somewhere in the request; "" for all
+  std::string install;              ///< "" for all
+  std::string endpoint;             ///< "" for all
+  bool refused_only = false;
+  std::int64_t most_searched = kMaxSearchedRequests;
 };
 
 /// Not safe for several threads at once. One process per folder: the database is locked while the store lives.
@@ -80,8 +110,24 @@ class Store {
   /// {"events":[...],"distinct":N,"arrivals":M,...}; "distinct" and "arrivals" are of all events, not of the page.
   std::string eventsJson(const Page& page);
 
+  /// {"requests":[...],"next_before":N,"complete":true}, newest first; "complete" is false when older ones were not
+  /// looked at: ask again with before=next_before (0 at the end).
+  std::string summariesJson(const SummaryQuery& query);
+  /// Summaries of requests with a larger number, oldest first, at most `limit`.
+  std::vector<Json> summariesAfter(std::int64_t after, std::int64_t limit);
+  /// The number of the newest request, 0 when there is none.
+  std::int64_t newestRequest();
+  /// One request whole, or null.
+  Json request(std::int64_t id);
+  /// The requests of an install, newest first, as {"id","time_ms","endpoint","payload","counted"}, at most `limit`.
+  std::vector<Json> requestsOfInstall(const std::string& install, std::int64_t limit);
+  /// {"installs":[{"install","requests","newest","last_time"}],"complete":true}, the one heard of last first.
+  std::string installsJson(std::int64_t limit = kMaxInstallsListed);
+  /// Everything so far. Counted once and kept from then on.
+  const Totals& totals();
+
  private:
-  void openSchema();
+  std::string ownerOf(const Json& payload);
   std::int64_t insertRequest(const RequestRecord& record);
   void countEvents(std::int64_t request_id, const Json& payload, Counts& counts);
   void addImpressions(std::int64_t request_id, const Json& payload, Counts& counts);
@@ -89,6 +135,7 @@ class Store {
   std::vector<std::int64_t> requestsOfEvent(Statement& arrivals, std::int64_t event_number);
 
   Database database_;
+  std::optional<Totals> totals_;
 };
 
 }  // namespace morvik_service

@@ -3,7 +3,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace morvik_service {
 
@@ -18,5 +20,8 @@ std::string isoTime(std::int64_t time_milliseconds);
 
 /// "20260304050607", the form of the dates in answers.
 std::string compactTime(std::int64_t time_milliseconds);
+
+/// The reverse of `compactTime`; nothing when the text is not exactly 14 digits of a real date and time.
+std::optional<std::int64_t> parseCompactTime(std::string_view text);
 
 }  // namespace morvik_service

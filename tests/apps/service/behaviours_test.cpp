@@ -151,5 +151,28 @@ TEST(Behaviours, TheQueueIsBoundedInBytesAndUsedOnesMakeRoom) {
   EXPECT_NO_THROW(behaviours.add(large));
 }
 
+TEST(Behaviours, SomeMayBeTakenOut) {
+  Behaviours behaviours;
+  for (const BehaviourKind kind : {BehaviourKind::kDelay, BehaviourKind::kGarbage})
+    for (const char* endpoint : {"tracking", "crash"})
+      behaviours.add({.endpoint = endpoint, .kind = kind, .text = std::string(kMaxBehaviourBytes / 4, 'x')});
+  behaviours.remove("tracking", "garbage");
+  EXPECT_EQ(3U, behaviours.list().size());
+  // Its room is free again.
+  behaviours.add({.endpoint = "tracking", .text = std::string(kMaxBehaviourBytes / 4, 'x')});
+  behaviours.remove("crash", "");
+  behaviours.remove("", "status");
+  const Json left = behaviours.list();
+  ASSERT_EQ(1U, left.size());
+  EXPECT_EQ("delay", left[0]["kind"]);
+  EXPECT_EQ("tracking", left[0]["endpoint"]);
+}
+
+TEST(Behaviours, EveryKindIsOfferedWithWhatItNeeds) {
+  const Json kinds = behaviourKinds();
+  EXPECT_EQ(9U, kinds.size());
+  EXPECT_EQ(R"({"kind":"delay","own_member":"milliseconds","required":true,"counts_events":true})", jsonText(kinds[1]));
+}
+
 }  // namespace
 }  // namespace morvik_service

@@ -110,6 +110,74 @@ TEST_F(HttpServerTest, StoppingEndsADelayAtOnce) {
   late.join();
 }
 
+// Gives its pieces, then waits for the stop.
+class Pieces : public BodyStream {
+ public:
+  explicit Pieces(std::vector<std::string> pieces, bool endless = false)
+      : pieces_(std::move(pieces)), endless_(endless) {}
+
+  std::optional<std::string> next(const std::stop_token& stop) override {
+    if (next_ < pieces_.size())
+      return pieces_[next_++];
+    if (endless_) {
+      waiting_.set_value();
+      std::promise<void> stopped;
+      const std::stop_callback on_stop(stop, [&] { stopped.set_value(); });
+      stopped.get_future().wait();
+    }
+    return std::nullopt;
+  }
+  void waitUntilItWaits() { waiting_.get_future().wait(); }
+
+ private:
+  const std::vector<std::string> pieces_;
+  const bool endless_;
+  std::size_t next_ = 0;
+  std::promise<void> waiting_;
+};
+
+HttpReply streaming(std::shared_ptr<BodyStream> stream) {
+  HttpReply reply;
+  reply.content_type = "text/plain";
+  reply.stream = std::move(stream);
+  return reply;
+}
+
+TEST_F(HttpServerTest, AStreamArrivesWhole) {
+  const std::string large(100000, 'x');
+  serve([&](const HttpRequest&) {
+    return streaming(std::make_shared<Pieces>(std::vector<std::string>{"one ", large, " two"}));
+  });
+  HttpsClient one = client();
+  for (int i = 0; i < 2; ++i) {
+    const Answer answer = one.get("/");
+    EXPECT_EQ("one " + large + " two", answer.body);
+    EXPECT_EQ("text/plain", answer.content_type);
+  }
+}
+
+TEST_F(HttpServerTest, AStreamThatThrowsEnds) {
+  class Broken : public BodyStream {
+    std::optional<std::string> next(const std::stop_token&) override { throw std::runtime_error("inside"); }
+  };
+  serve([](const HttpRequest&) { return streaming(std::make_shared<Broken>()); });
+  EXPECT_EQ("", client().get("/").body);
+}
+
+TEST_F(HttpServerTest, StoppingEndsAStreamAtOnce) {
+  const auto stream = std::make_shared<Pieces>(std::vector<std::string>{"one"}, true);
+  serve([&](const HttpRequest&) { return streaming(stream); });
+  std::thread watching([&] { EXPECT_EQ("one", client().get("/").body); });
+  stream->waitUntilItWaits();
+  server_.reset();
+  watching.join();
+}
+
+TEST_F(HttpServerTest, FurtherHeadersGoOut) {
+  serve([](const HttpRequest&) { return HttpReply{.body = "{}", .headers = {{"X-Own", "value"}}}; });
+  EXPECT_EQ("value", client().get("/").own_header);
+}
+
 TEST_F(HttpServerTest, ABodyOfTheLimitIsKeptAndOneByteMoreIsOnlyCounted) {
   serve([](const HttpRequest& request) {
     return HttpReply{200, std::to_string(request.body.size()) + " of " + std::to_string(request.body_bytes) +

@@ -67,6 +67,9 @@ Answer HttpsClient::perform(const std::string& path, const std::vector<std::stri
   curl_easy_getinfo(handle_, CURLINFO_CONTENT_TYPE, &type);
   if (type != nullptr)
     answer.content_type = type;
+  curl_header* own = nullptr;
+  if (curl_easy_header(handle_, "X-Own", 0, CURLH_HEADER, -1, &own) == CURLHE_OK)
+    answer.own_header = own->value;
   return answer;
 }
 

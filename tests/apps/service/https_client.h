@@ -13,6 +13,7 @@ struct Answer {
   long status = 0;
   std::string body;
   std::string content_type;
+  std::string own_header;  // "X-Own"
 };
 
 // One handle, hence one kept connection. Verifies certificate and name against `authority_file`. Not for several

@@ -31,13 +31,27 @@ TEST(ServiceJson, RefusesBytesThatAreNotUtf8) {
 }
 
 TEST(ServiceJson, BoundsTheDepth) {
-  const auto nested = [](int depth) {
-    return std::string(static_cast<std::size_t>(depth), '[') + std::string(static_cast<std::size_t>(depth), ']');
-  };
+  const auto nested = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
   EXPECT_EQ(nested(kMaxJsonDepth), jsonText(parseJson(nested(kMaxJsonDepth), "it")));
   EXPECT_STREQ("the JSON nests deeper than 128 levels",
                refusalOf([&] { parseJson(nested(kMaxJsonDepth + 1), "it"); }).what());
   EXPECT_EQ(400, refusalOf([&] { parseJson(nested(4 * 1024 * 1024), "it"); }).status());
+}
+
+TEST(ServiceJson, BoundsTheMembersOfAnObject) {
+  const auto object = [](int members) {
+    std::string text = "{\"a\":{\"x\":[7]}";
+    for (int i = 1; i < members; ++i)
+      text += ",\"" + std::to_string(i) + "\":{\"y\":1}";
+    return text + "}";
+  };
+  EXPECT_EQ(object(kMaxJsonMembers), jsonText(parseJson(object(kMaxJsonMembers), "it")));
+  EXPECT_STREQ("an object of the JSON has more than 1024 members",
+               refusalOf([&] { parseJson(object(kMaxJsonMembers + 1), "it"); }).what());
+}
+
+TEST(ServiceJson, ManyClosingBracketsAreNoJson) {
+  EXPECT_EQ(400, refusalOf([] { parseJson("]]]]}}}}:::[", "it"); }).status());
 }
 
 TEST(ServiceJson, BracketsInsideStringsAreNoDepth) {

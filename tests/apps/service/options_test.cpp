@@ -104,5 +104,12 @@ TEST(Options, ABadCommandLineIsAnsweredInOneLine) {
   }
 }
 
+TEST(Options, NamesUnderWhichOthersMayInspectAreCollected) {
+  const CommandLine line = readCommandLine(
+      {"--store", "s", "--make-cert", "t", "--inspect-host", "a.example", "--inspect-host", "192.0.2.7"});
+  ASSERT_TRUE(line.options) << line.text;
+  EXPECT_EQ((std::vector<std::string>{"a.example", "192.0.2.7"}), line.options->inspect_hosts);
+}
+
 }  // namespace
 }  // namespace morvik_service

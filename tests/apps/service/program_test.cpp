@@ -81,7 +81,10 @@ TEST_F(ProgramTest, EveryMisbehaviourReachesTheWire) {
     const std::string batch = postTracking(trackingPayload({"a"})).body;
     const auto send = [&](const std::string& kind) {
       HttpsClient client(url, authority());
-      EXPECT_EQ(200, client.post("/inspect/behaviour", R"({"endpoint":"tracking","kind":)" + kind + "}").status);
+      EXPECT_EQ(200, client
+                         .post("/inspect/behaviour", R"({"endpoint":"tracking","kind":)" + kind + "}",
+                               {"Content-Type: application/json"})
+                         .status);
       // A connection of its own: a client may quietly repeat a request on a kept one that was closed.
       return HttpsClient(url, authority()).post("/v1/tracking", batch);
     };

@@ -155,7 +155,7 @@ HttpRequest get(const std::string& path) {
 }
 
 HttpRequest inspection(const std::string& method, const std::string& path, const std::string& body) {
-  HttpRequest request = post(path, body);
+  HttpRequest request = postJson(path, body);
   request.method = method;
   return request;
 }

@@ -459,5 +459,64 @@ TEST(Service, ADiskThatRefusesIsSaidAndNothingIsAccepted) {
   EXPECT_EQ(200, service.handle(postConversion(conversionPayload())).status);
 }
 
+TEST_F(ServiceTest, ThePageAndTheInspectionAreForThoseWhoMayAsk) {
+  EXPECT_EQ(200, handle(inspection("GET", "/")).status);
+  for (const char* path : {"/", "/page/main.js", "/inspect/requests", "/inspect/stream"}) {
+    HttpRequest request = inspection("GET", path);
+    request.headers[0].second = "evil.example";
+    EXPECT_EQ(403, handle(request).status) << path;
+    request.headers[0].second = "localhost";
+    request.from_loopback = false;
+    EXPECT_EQ(403, handle(request).status) << path;
+  }
+  HttpRequest request = inspection("POST", "/inspect/behaviour", R"({"endpoint":"tracking","kind":"garbage"})");
+  request.headers.emplace_back("Origin", "https://evil.example");
+  EXPECT_EQ(403, handle(request).status);
+  EXPECT_TRUE(inspected("behaviour")["behaviours"].empty());
+}
+
+TEST_F(ServiceTest, WhatIsServedToBrowsersKeepsToItself) {
+  for (const char* path : {"/", "/inspect/summaries"}) {
+    const HttpReply reply = handle(inspection("GET", path));
+    for (const auto& header : adminHeaders())
+      EXPECT_EQ(1, std::count(reply.headers.begin(), reply.headers.end(), header)) << path << header.first;
+  }
+}
+
+TEST_F(ServiceTest, NoAnswerShowsTheHashKeyOrTheTrackingKey) {
+  // Clients that got their keys wrong, in every place where a text can stand.
+  for (const std::string& key : {kKeys.hash_key, kKeys.tracking_key}) {
+    HttpRequest request = post("/v1/tracking", "k=" + key + "&j=" + key);
+    request.headers.emplace_back("Authorization", key);
+    request.headers.emplace_back("X-Key-" + key, key);
+    handle(request);
+    handle(post("/" + key, key));
+    handle(get("/" + key + "/config.json"));
+    Json payload = conversionPayload();
+    payload["install_id"] = key;
+    payload[key] = key;
+    EXPECT_EQ(200, handle(postConversion(payload)).status);
+    EXPECT_EQ(200, handle(postTracking(trackingPayload({key}))).status);
+    EXPECT_EQ(200, handle(postCommerce(commerceClicks({key}))).status);
+  }
+  std::string all;
+  for (const char* path : {"requests", "events", "summaries", "installs", "behaviour", "attribution", "forms"})
+    all += handle(inspection("GET", "/inspect/" + std::string(path))).body;
+  for (int id = 1; id <= 12; ++id) {
+    HttpRequest request = inspection("GET", "/inspect/request");
+    request.query = {{"id", std::to_string(id)}};
+    all += handle(request).body;
+  }
+  HttpRequest stream = inspection("GET", "/inspect/stream");
+  stream.query = {{"after", "0"}};
+  all += *handle(stream).stream->next({});
+  all += handle(inspection("GET", "/")).body;
+  EXPECT_NE(std::string::npos, all.find("\"id\":12"));
+  for (const std::string& line : lines_)
+    all += line;
+  for (const std::string& key : {kKeys.hash_key, kKeys.tracking_key})
+    EXPECT_EQ(std::string::npos, all.find(key)) << all.substr(all.find(key) - 100, 200);
+}
+
 }  // namespace
 }  // namespace morvik_service

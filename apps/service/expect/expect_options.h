@@ -1,0 +1,40 @@
+// The command line of `morvik-service expect`.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace morvik_service {
+
+/// Nothing is waited for longer than this.
+inline constexpr std::chrono::hours kMaxWithin{24};
+
+struct ExpectOptions {
+  std::string expression;
+  std::chrono::milliseconds within{5000};
+  int count = 1;
+  bool none = false;
+  bool from_now = false;
+  std::int64_t after = 0;
+  std::string url;             ///< ends with a slash
+  std::string authority_file;  ///< certificates to trust
+};
+
+/// Either options, or a text to print (help or a complaint) and the status to exit with.
+struct ExpectCommandLine {
+  std::optional<ExpectOptions> options;
+  std::string text;
+  int exit_status = 0;
+};
+
+/// `arguments` are those after "expect". Reads the files that say where a service runs.
+ExpectCommandLine readExpectCommandLine(std::vector<std::string> arguments);
+
+/// "250ms", "5s", "2m", "1h" or "5" (seconds), fractions too; nothing when it is none of these or longer than
+/// kMaxWithin.
+std::optional<std::chrono::milliseconds> parseDuration(const std::string& text);
+
+}  // namespace morvik_service

@@ -1,0 +1,34 @@
+// What an expectation is held against: the events that were counted, or the requests.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "apps/service/expect/expression.h"
+
+namespace morvik_service {
+
+/// The first words of fields: those of an event, then those of a request.
+const std::vector<std::string_view>& eventFields();
+const std::vector<std::string_view>& allFields();
+
+/// One event of a request, or a request as a whole.
+struct Item {
+  const Json& request;          ///< as GET /inspect/requests gives it
+  const Json* event = nullptr;  ///< one of its activities, or nullptr for the request as a whole
+};
+
+/// The items of a request: with `events`, each event of a request that was counted; else the request.
+std::vector<Item> itemsOf(const Json& request, bool events);
+
+/// The value of a field. Names of headers compare without case; of the answer, its body as JSON.
+Json readField(const Item& item, const FieldPath& path);
+
+/// "request 12, event shop/purchase (sku-7)".
+std::string describeItem(const Item& item);
+
+/// By what an item is counted once: an event's id; "" for what counts each time.
+std::string identityOf(const Item& item);
+
+}  // namespace morvik_service

@@ -1,0 +1,27 @@
+// What an inspection may look at and change.
+#pragma once
+
+#include <mutex>
+
+#include "apps/service/admin_guard.h"
+#include "apps/service/attribution.h"
+#include "apps/service/behaviours.h"
+#include "apps/service/feed.h"
+#include "apps/service/store.h"
+
+namespace morvik_service {
+
+class Watchers;
+
+/// The referred objects outlive it.
+struct Inspected {
+  Store& store;
+  Behaviours& behaviours;
+  Attribution& attribution;
+  Feed& feed;               ///< published when any of the above changed
+  std::mutex& mutex;        ///< guards all but the feed; streams take it by themselves
+  Watchers& watchers;       ///< those who wait for changes
+  const AdminRules& rules;  ///< who may ask
+};
+
+}  // namespace morvik_service

@@ -1,0 +1,122 @@
+// The installs, and the life of one.
+import * as api from "./api.js";
+import { byId, calmly, el, svg } from "./dom.js";
+import { duration, moment, plural } from "./format.js";
+import { Listbox } from "./listbox.js";
+import { guarded } from "./notice.js";
+import { diamond, drawTimeline } from "./timeline.js";
+import { onShow } from "./views.js";
+
+const kCalmMilliseconds = 500;
+const kMostMoments = 200;
+
+function installRow(install) {
+  return el("li", { class: "row install" },
+    el("span", { class: "name", title: install.install }, install.install),
+    el("span", { class: "count" }, plural(install.requests, "request")),
+    el("span", { class: "time" }, moment(install.last_time)));
+}
+
+function moments(timeline) {
+  const sessions = timeline.sessions.map((each) => ({ time: each.start, kind: "session", text: each.end === null ? "no end told yet" : duration(each.end - each.start) }));
+  const activities = timeline.activities.map((each) => ({ time: each.time, kind: "activity", text: [`${each.group}/${each.activity}`, each.param].filter(Boolean).join("  "), request: each.request }));
+  return [...sessions, ...activities, ...timeline.marks].sort((a, b) => b.time - a.time);
+}
+
+function legend() {
+  const entry = (shape, text) => el("span", {}, svg("svg", { viewBox: "0 0 12 12", "aria-hidden": "true" }, shape), text);
+  return el("div", { class: "legend chart" },
+    entry(svg("rect", { class: "session", x: 0, y: 3, width: 12, height: 6, rx: 2 }), "session"),
+    entry(svg("circle", { class: "activity", cx: 6, cy: 6, r: 4 }), "activity"),
+    entry(diamond(6, 6, 5, "attribution"), "attribution, demographics"),
+    entry(diamond(6, 6, 5, "deep link"), "deep link, click"),
+    entry(diamond(6, 6, 5, "crash"), "crash, erasure"));
+}
+
+export class Devices {
+  constructor(showRequest) {
+    this.showRequest = showRequest;
+    this.install = null;
+    this.isToScale = false;
+    this.element = byId("device");
+    this.split = byId("view-devices");
+    this.box = new Listbox(byId("installs"), (install) => this.open(install));
+    this.refreshCalmly = calmly(() => this.refresh(), kCalmMilliseconds);
+    onShow("devices", () => this.refresh());
+    addEventListener("resize", calmly(() => this.#draw(), kCalmMilliseconds));
+    this.element.addEventListener("keydown", (event) => {
+      if (event.key === "Escape") this.close();
+    });
+  }
+
+  // Something arrived.
+  changed() {
+    if (!this.split.hidden) this.refreshCalmly();
+  }
+
+  refresh() {
+    return guarded(async () => {
+      const { installs, complete } = await api.installs();
+      byId("installs").replaceChildren(...installs.map((each) => this.box.entry(each.install, installRow(each))));
+      byId("installs-found").textContent = plural(installs.length, "install") + (complete ? "" : ", older ones are not shown");
+      if (this.install !== null) await this.#load();
+    });
+  }
+
+  open(install) {
+    return guarded(async () => {
+      this.install = install;
+      await this.#load();
+      this.split.classList.add("open");
+      if (getComputedStyle(this.element.querySelector(".back")).display !== "none") this.element.focus();
+    });
+  }
+
+  choose(install) {
+    this.box.chosenKey = install;
+    return this.open(install);
+  }
+
+  close() {
+    this.split.classList.remove("open");
+    byId("installs").focus();
+  }
+
+  async #load() {
+    this.timeline = await api.timeline(this.install);
+    this.#draw();
+  }
+
+  #draw() {
+    if (!this.timeline || this.split.hidden) return;
+    const all = moments(this.timeline);
+    const scaleButton = el("button", { type: "button", class: "action", "aria-pressed": String(this.isToScale), onclick: () => this.#switchScale() }, this.isToScale ? "Shorten silences" : "Draw to scale");
+    const isFirst = this.element.querySelector(".chart") === null;
+    this.element.replaceChildren(
+      el("div", { class: "head" }, el("button", { type: "button", class: "action back", onclick: () => this.close() }, "Back"), el("h2", {}, this.install), all.length > 0 && scaleButton));
+    if (isFirst) this.split.classList.add("open");
+    if (all.length === 0) {
+      this.element.append(el("p", { class: "empty" }, "Nothing of this install can be drawn yet."));
+      return;
+    }
+    const chart = el("div", { class: "chart" });
+    this.element.append(chart, legend());
+    chart.append(drawTimeline(this.timeline, Math.max(320, chart.clientWidth - 32), this.isToScale));
+    const left = all.length - kMostMoments;
+    const notes = [!this.timeline.complete && "Older requests are not looked at.", left > 0 && `The table leaves out ${plural(left, "older moment")}.`].filter(Boolean);
+    if (notes.length > 0) this.element.append(el("p", { class: "legend" }, notes.join(" ")));
+    this.element.append(this.#table(all.slice(0, kMostMoments)));
+  }
+
+  #switchScale() {
+    this.isToScale = !this.isToScale;
+    this.#draw();
+    this.element.querySelector("[aria-pressed]").focus();
+  }
+
+  #table(all) {
+    return el("table", { class: "moments", "aria-label": "What happened, newest first" }, el("tbody", {}, all.map((each) =>
+      el("tr", {}, el("td", {}, moment(each.time)), el("td", {}, each.kind), el("td", {}, each.text),
+        el("td", {}, each.request && el("button", { type: "button", class: "link", "aria-label": `Open request ${each.request}`, onclick: () => this.showRequest(each.request) }, String(each.request)))))));
+  }
+}

@@ -1,0 +1,47 @@
+// JSON as people read it, coloured, in one preformatted element.
+import { el } from "./dom.js";
+
+const kIndent = "  ";
+
+function scalar(value) {
+  if (typeof value === "string") return el("span", { class: "j-text" }, JSON.stringify(value));
+  return el("span", { class: typeof value === "number" ? "j-number" : "j-word" }, String(value));
+}
+
+function write(value, indent, out) {
+  if (value === null || typeof value !== "object") {
+    out.push(scalar(value));
+    return;
+  }
+  const isList = Array.isArray(value);
+  const entries = Object.entries(value);
+  const [open, close] = isList ? ["[", "]"] : ["{", "}"];
+  if (entries.length === 0) {
+    out.push(open + close);
+    return;
+  }
+  const deeper = indent + kIndent;
+  out.push(`${open}\n`);
+  entries.forEach(([name, member], index) => {
+    out.push(deeper);
+    if (!isList) out.push(el("span", { class: "j-key" }, JSON.stringify(name)), ": ");
+    write(member, deeper, out);
+    out.push(index + 1 < entries.length ? ",\n" : "\n");
+  });
+  out.push(indent + close);
+}
+
+export function jsonView(value, label) {
+  const out = [];
+  write(value, "", out);
+  return el("pre", { tabindex: 0, "aria-label": label }, out);
+}
+
+// Text that may be JSON.
+export function textView(text, label) {
+  try {
+    return jsonView(JSON.parse(text), label);
+  } catch {
+    return el("pre", { tabindex: 0, "aria-label": label }, text);
+  }
+}

@@ -1,0 +1,53 @@
+// What the service tells by itself, as long as somebody looks at the page.
+import { byId } from "./dom.js";
+
+const kAgainMilliseconds = 2000;
+
+function showState(state, text) {
+  byId("live").dataset.state = state;
+  byId("live").textContent = text;
+}
+
+// `handlers`: request(summary), behaviours(list), totals(numbers), gap(), resumed(). `newest()` is the number after
+// which requests are not known yet.
+export function startStream(newest, handlers) {
+  let source = null;
+  let timer = 0;
+  let lost = false;
+
+  function close() {
+    clearTimeout(timer);
+    source?.close();
+    source = null;
+  }
+
+  function open() {
+    close();
+    source = new EventSource(`/inspect/stream?after=${newest()}`);
+    source.addEventListener("open", () => {
+      showState("live", "live");
+      // The service may have another store by now.
+      if (lost) handlers.resumed();
+      lost = false;
+    });
+    source.addEventListener("error", () => {
+      lost = true;
+      showState("lost", "reconnecting");
+      close();
+      timer = setTimeout(open, kAgainMilliseconds);
+    });
+    for (const kind of ["request", "behaviours", "totals", "gap"])
+      source.addEventListener(kind, (event) => handlers[kind](JSON.parse(event.data)));
+  }
+
+  // A page that nobody sees takes no connection.
+  document.addEventListener("visibilitychange", () => {
+    if (document.hidden) {
+      close();
+      showState("paused", "paused");
+    } else {
+      open();
+    }
+  });
+  open();
+}

@@ -1,0 +1,74 @@
+#include "apps/service/expect/expect_options.h"
+
+#include <gtest/gtest.h>
+
+#include "apps/service/files.h"
+#include "tests/apps/service/samples.h"
+
+namespace morvik_service {
+namespace {
+
+using std::chrono::milliseconds;
+using test::TemporaryFolder;
+
+ExpectOptions read(const std::vector<std::string>& arguments) {
+  const ExpectCommandLine line = readExpectCommandLine(arguments);
+  EXPECT_EQ("", line.text);
+  return line.options.value_or(ExpectOptions());
+}
+
+TEST(ExpectOptions, TimesAreReadWithTheirUnits) {
+  EXPECT_EQ(milliseconds(250), parseDuration("250ms"));
+  EXPECT_EQ(milliseconds(5000), parseDuration("5s"));
+  EXPECT_EQ(milliseconds(1500), parseDuration("1.5"));
+  EXPECT_EQ(milliseconds(120000), parseDuration("2m"));
+  EXPECT_EQ(milliseconds(86400000), parseDuration("24h"));
+  EXPECT_EQ(milliseconds(0), parseDuration("0s"));
+  for (const char* text : {"", "s", "5 s", "-1s", "24.1h", "5d", "nan", "inf", "1e300h", "5s5"})
+    EXPECT_EQ(std::nullopt, parseDuration(text)) << text;
+}
+
+TEST(ExpectOptions, TheFolderOfTheCertificatesTellsWhereTheServiceIs) {
+  const TemporaryFolder folder;
+  replaceFile(folder.path("url"), "https://127.0.0.1:7/\n", kPublicMode);
+  const ExpectOptions options = read({"refused", "--make-cert", folder.path()});
+  EXPECT_EQ("refused", options.expression);
+  EXPECT_EQ("https://127.0.0.1:7/", options.url);
+  EXPECT_EQ(folder.path("ca.pem"), options.authority_file);
+  EXPECT_EQ(milliseconds(5000), options.within);
+  EXPECT_EQ(1, options.count);
+}
+
+TEST(ExpectOptions, WhatIsGivenByItselfWins) {
+  const TemporaryFolder folder;
+  replaceFile(folder.path("port"), "8443\n", kPublicMode);
+  EXPECT_EQ("https://127.0.0.1:8443/", read({"refused", "--port-file", folder.path("port"), "--ca", "x"}).url);
+  const ExpectOptions options = read({"refused", "--url", "https://localhost:1", "--ca", "x", "--make-cert", "/nowhere",
+                                      "--within", "1m", "--count", "3", "--after", "7"});
+  EXPECT_EQ("https://localhost:1/", options.url);
+  EXPECT_EQ("x", options.authority_file);
+  EXPECT_EQ(milliseconds(60000), options.within);
+  EXPECT_EQ(3, options.count);
+  EXPECT_EQ(7, options.after);
+}
+
+TEST(ExpectOptions, WhatCannotBeUsedIsSaid) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{}, "expression is required"},
+      {{"refused"}, "say where the service listens: --make-cert FOLDER, --url URL or --port-file FILE"},
+      {{"refused", "--url", "https://localhost:1/"}, "say whom to trust: --make-cert FOLDER or --ca FILE"},
+      {{"refused", "--make-cert", "/nowhere"}, "cannot open /nowhere/url: No such file or directory"},
+      {{"refused", "--within", "soon"}, "--within soon is no time up to 24h; write 250ms, 5s or 2m"},
+      {{"refused", "--count", "0"}, "--count: Value 0 not in range 1 to 1000000"},
+      {{"refused", "--none", "--count", "2"}, "--count excludes --none"},
+      {{"refused", "--after", "1", "--from-now"}, "--from-now excludes --after"}};
+  for (const auto& [arguments, problem] : cases) {
+    const ExpectCommandLine line = readExpectCommandLine(arguments);
+    EXPECT_EQ(2, line.exit_status);
+    EXPECT_EQ("morvik-service expect: " + problem + "; see morvik-service expect --help\n", line.text);
+  }
+  EXPECT_EQ(0, readExpectCommandLine({"--help"}).exit_status);
+}
+
+}  // namespace
+}  // namespace morvik_service

@@ -1,0 +1,131 @@
+#include "apps/service/inspect_stream.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "apps/service/inspect.h"
+#include "apps/service/refusal.h"
+#include "tests/apps/service/samples.h"
+
+namespace morvik_service {
+namespace {
+
+using test::TemporaryFolder;
+
+constexpr std::chrono::hours kForever{1};
+
+class InspectStreamTest : public testing::Test {
+ protected:
+  void arrive() {
+    {
+      const std::lock_guard lock(mutex_);
+      RequestRecord record;
+      record.endpoint = "tracking";
+      record.request = test::post("/v1/tracking", "k=a");
+      Counts counts;
+      store_.add(record, counts);
+    }
+    feed_.publish();
+  }
+  std::shared_ptr<BodyStream> watch(std::int64_t after, std::chrono::milliseconds sign_of_life = kForever) {
+    return makeEventStream(inspected_, watchers_.take(), after, sign_of_life);
+  }
+  std::shared_ptr<BodyStream> listing(std::int64_t after, std::chrono::milliseconds patience) {
+    return makeWaitingListing(inspected_, watchers_.take(), Page{.after = after}, patience);
+  }
+
+  TemporaryFolder folder_;
+  Store store_{folder_.path()};
+  Behaviours behaviours_;
+  Attribution attribution_;
+  Feed feed_;
+  std::mutex mutex_;
+  Watchers watchers_;
+  AdminRules rules_;
+  Inspected inspected_{store_, behaviours_, attribution_, feed_, mutex_, watchers_, rules_};
+  std::stop_source stop_;
+};
+
+bool holds(const std::optional<std::string>& piece, const std::string& text) {
+  return piece && piece->find(text) != std::string::npos;
+}
+
+TEST_F(InspectStreamTest, BeginsWithTheStateAndThenTellsEachRequest) {
+  const auto stream = watch(0);
+  EXPECT_EQ(
+      "event: behaviours\ndata: []\n\n"
+      "event: totals\ndata: {\"requests\":0,\"refused\":0,\"delivered\":0,\"duplicate\":0,\"impressions\":0}\n\n",
+      *stream->next(stop_.get_token()));
+  auto told = std::async(std::launch::async, [&] { return stream->next(stop_.get_token()); });
+  arrive();
+  const auto piece = told.get();
+  EXPECT_TRUE(holds(piece, "id: 1\nevent: request\ndata: {\"id\":1,")) << piece.value_or("(end)");
+  EXPECT_TRUE(holds(piece, "event: totals\n"));
+  EXPECT_FALSE(holds(piece, "event: behaviours\n"));
+}
+
+TEST_F(InspectStreamTest, TakesUpWhereTheWatcherWas) {
+  for (int i = 0; i < 3; ++i)
+    arrive();
+  const auto piece = watch(2)->next(stop_.get_token());
+  EXPECT_TRUE(holds(piece, "id: 3\n"));
+  EXPECT_FALSE(holds(piece, "id: 2\n"));
+}
+
+TEST_F(InspectStreamTest, AWatcherThatIsFarBehindIsToldToReadTheListAnew) {
+  for (std::int64_t i = 0; i <= kMaxCatchUp; ++i)
+    arrive();
+  const auto piece = watch(0)->next(stop_.get_token());
+  EXPECT_TRUE(holds(piece, "event: gap\ndata: 1001\n\n"));
+  EXPECT_FALSE(holds(piece, "event: request\n"));
+  EXPECT_FALSE(holds(watch(1)->next(stop_.get_token()), "event: gap"));
+}
+
+TEST_F(InspectStreamTest, BehavioursAreToldWhenTheyChange) {
+  const auto stream = watch(0);
+  stream->next(stop_.get_token());
+  behaviours_.add({.endpoint = "tracking"});
+  feed_.publish();
+  EXPECT_TRUE(holds(stream->next(stop_.get_token()), "event: behaviours\ndata: [{\"endpoint\":\"tracking\","));
+}
+
+TEST_F(InspectStreamTest, WithoutNewsItGivesASignOfLife) {
+  const auto stream = watch(0, std::chrono::milliseconds(1));
+  stream->next(stop_.get_token());
+  EXPECT_EQ(": still here\n\n", stream->next(stop_.get_token()));
+}
+
+TEST_F(InspectStreamTest, AStopEndsIt) {
+  const auto stream = watch(0);
+  stream->next(stop_.get_token());
+  stop_.request_stop();
+  EXPECT_EQ(std::nullopt, stream->next(stop_.get_token()));
+}
+
+TEST_F(InspectStreamTest, AListingWaitsForItsFirstEntry) {
+  const auto stream = listing(0, kForever);
+  auto told = std::async(std::launch::async, [&] { return stream->next(stop_.get_token()); });
+  arrive();
+  EXPECT_TRUE(holds(told.get(), "\"next_after\":1}"));
+  EXPECT_EQ(std::nullopt, stream->next(stop_.get_token()));
+}
+
+TEST_F(InspectStreamTest, AListingIsEmptyWhenItsPatienceEndsOrTheServiceStops) {
+  const std::string empty = R"({"requests":[],"complete":true,"next_after":0})";
+  EXPECT_EQ(empty, listing(0, std::chrono::milliseconds(1))->next(stop_.get_token()));
+  stop_.request_stop();
+  EXPECT_EQ(empty, listing(0, kForever)->next(stop_.get_token()));
+}
+
+TEST_F(InspectStreamTest, WatchersAreCountedAndTheirSeatsComeBack) {
+  std::vector<std::shared_ptr<BodyStream>> watching;
+  for (int i = 0; i < kMaxWatchers; ++i)
+    watching.push_back(watch(0));
+  EXPECT_EQ(503, test::refusalOf([&] { watchers_.take(); }).status());
+  watching.pop_back();
+  EXPECT_NO_THROW(watchers_.take());
+}
+
+}  // namespace
+}  // namespace morvik_service

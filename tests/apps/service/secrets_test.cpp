@@ -1,0 +1,58 @@
+#include "apps/service/secrets.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/apps/service/samples.h"
+
+namespace morvik_service {
+namespace {
+
+RequestRecord hidden(RequestRecord record, const Keys& keys) {
+  Secrets(keys).hide(record);
+  return record;
+}
+
+TEST(Secrets, KeysAreCoveredWhereverTheyStand) {
+  const Keys keys{"app", "hash secret/1", "tracking-secret"};
+  RequestRecord record;
+  record.request.method = "tracking-secret";
+  record.request.path = "/tracking-secret/config.json";
+  record.request.headers = {{"X-Own", "k tracking-secret"}};
+  record.request.body = "k=hash%20secret%2F1&l=hash%20secret%2f1&m=tracking-secret";
+  record.payload = Json{{"tracking-secret", {"a", "of hash secret/1"}}, {"fine", 7}};
+  record.refusal = Json{{"error", "tracking-secret"}};
+  record.behaviour = Json{{"text", "tracking-secret"}};
+  record.reply.body = "\"tracking-secret\"";
+  record = hidden(record, keys);
+  EXPECT_EQ("***************", record.request.method);
+  EXPECT_EQ("/***************/config.json", record.request.path);
+  EXPECT_EQ("k ***************", record.request.headers[0].second);
+  EXPECT_EQ("k=*****************&l=*****************&m=***************", record.request.body);
+  EXPECT_EQ(R"({"fine":7,"***************":["a","of *************"]})", jsonText(*record.payload));
+  EXPECT_EQ(R"({"error":"***************"})", jsonText(*record.refusal));
+  EXPECT_EQ(R"({"text":"***************"})", jsonText(*record.behaviour));
+  EXPECT_EQ("\"***************\"", record.reply.body);
+}
+
+TEST(Secrets, AKeyThatJsonEscapesIsCoveredInABodyToo) {
+  RequestRecord record;
+  record.request.body = R"({"k":"se\"cret-key"})";
+  EXPECT_EQ(R"({"k":"************"})", hidden(record, {"app", "se\"cret-key", ""}).request.body);
+}
+
+TEST(Secrets, AKeyOfAFewLettersIsNotLookedFor) {
+  RequestRecord record;
+  record.request.body = "a short text";
+  EXPECT_EQ("a short text", hidden(record, {"app", "short", "a"}).request.body);
+}
+
+TEST(Secrets, WhatHeadersCarryAsCredentialsIsHidden) {
+  RequestRecord record;
+  record.request.headers = {{"authorization", "Bearer abc"}, {"Cookie", "a=b"}, {"Accept", "*/*"}};
+  record = hidden(record, test::kKeys);
+  EXPECT_EQ((NamedValues{{"authorization", "(hidden, 10 bytes)"}, {"Cookie", "(hidden, 3 bytes)"}, {"Accept", "*/*"}}),
+            record.request.headers);
+}
+
+}  // namespace
+}  // namespace morvik_service

@@ -1,0 +1,42 @@
+#include "apps/service/store_schema.h"
+
+#include <gtest/gtest.h>
+
+#include "apps/service/store.h"
+#include "tests/apps/service/samples.h"
+
+namespace morvik_service {
+namespace {
+
+using test::TemporaryFolder;
+
+// The table of requests as the first version wrote it.
+constexpr const char* kOldStore = R"sql(
+CREATE TABLE requests(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, time_ms INTEGER NOT NULL, endpoint TEXT NOT NULL, method TEXT NOT NULL,
+  path TEXT NOT NULL, headers TEXT NOT NULL, body BLOB NOT NULL, body_bytes INTEGER NOT NULL, payload TEXT,
+  refusal TEXT, behaviour TEXT, counted INTEGER NOT NULL, answered INTEGER NOT NULL, status INTEGER NOT NULL,
+  answer BLOB NOT NULL, answer_bytes INTEGER NOT NULL, events_new INTEGER NOT NULL DEFAULT 0,
+  events_again INTEGER NOT NULL DEFAULT 0, events_without_id INTEGER NOT NULL DEFAULT 0,
+  impressions INTEGER NOT NULL DEFAULT 0);
+INSERT INTO requests(time_ms, endpoint, method, path, headers, body, body_bytes, payload, counted, answered, status,
+  answer, answer_bytes) VALUES
+  (1, 'tracking', 'POST', '/v1/tracking', '[]', '', 0, '{"install_id":"old"}', 1, 1, 200, '{}', 2),
+  (2, 'crash', 'POST', '/v1/crash', '[]', '', 0, '[7]', 1, 1, 200, '{}', 2),
+  (3, '', 'GET', '/nothing', '[]', '', 0, NULL, 0, 1, 404, '{}', 2);
+PRAGMA user_version=1;
+)sql";
+
+TEST(StoreSchema, AStoreOfTheFirstVersionKeepsItsRequestsAndLearnsWhoseTheyAre) {
+  const TemporaryFolder folder;
+  Database(folder.path("service.sqlite3")).execute(kOldStore);
+  Store store(folder.path());
+  EXPECT_EQ(3, store.newestRequest());
+  EXPECT_EQ(3U, Json::parse(store.requestsJson({}))["requests"].size());
+  const Json listed = Json::parse(store.summariesJson({.install = "old"}));
+  ASSERT_EQ(1U, listed["requests"].size());
+  EXPECT_EQ(1, listed["requests"][0]["id"]);
+}
+
+}  // namespace
+}  // namespace morvik_service
