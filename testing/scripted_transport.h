@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "kit/transport.h"
@@ -99,6 +100,8 @@ class ScriptedTransport : public kit::Transport {
   void setDefaultAnswer(const Answer& answer) {
     default_ = [answer](const kit::Request&) { return answer; };
   }
+  /// The same, made for each request: a small server that scripts stand in front of.
+  void setDefaultReply(Reply reply) { default_ = std::move(reply); }
   /// Every request fails with this error until goOnline(), whatever the scripts say; they keep their answers.
   void goOffline(std::string error = "the network is unreachable") { offline_error_ = std::move(error); }
   void goOnline() { offline_error_.reset(); }

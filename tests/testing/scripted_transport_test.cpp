@@ -82,6 +82,14 @@ TEST_F(ScriptedTransportTest, AnswersWithASmallServer) {
   EXPECT_EQ(outcomes.back(), "200 once");
 }
 
+TEST_F(ScriptedTransportTest, LetsScriptsStandInFrontOfASmallServer) {
+  transport.setDefaultReply([](const kit::Request& asked) { return Answer::body(200, "you said " + asked.body); });
+  transport.on("a.example").then(Answer::body(503, "once"));
+  start("https://a.example/");
+  start("https://a.example/");
+  EXPECT_EQ(outcomes, (Texts{"503 once", "200 you said k=1"}));
+}
+
 TEST_F(ScriptedTransportTest, RecordsTheWholeRequestAndWhenItLeft) {
   kit::Request full = request("https://a.example/v1/tracking");
   full.headers = {{"Accept-Encoding", "gzip"}};
