@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace morvik_device {
 namespace {
@@ -30,6 +31,16 @@ TEST(Output, AVerbThatIsDoneIsOneLineWrittenAtOnce) {
   Output output(file.get());
   output.verbDone("event", {});
   EXPECT_EQ(written(file.get()), "{\"verb\":\"event\",\"ok\":true}\n");
+}
+
+TEST(Output, GivesItsLinesToATakerAsValues) {
+  std::vector<kit::Value> lines;
+  Output output([&lines](const kit::Value& line) { lines.push_back(line); });
+  output.callback("didReceiveDeeplink:", {"app://offer"});
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0],
+            kit::Value(kit::Dictionary{{"callback", "didReceiveDeeplink:"}, {"args", kit::Array{"app://offer"}}}));
+  EXPECT_FALSE(output.failed());
 }
 
 TEST(Output, AVerbThatWasRefusedSaysWhy) {

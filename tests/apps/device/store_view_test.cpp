@@ -50,6 +50,14 @@ TEST_F(StoreViewTest, ShowsThoseNamedInThatOrder) {
   EXPECT_EQ(shown["fendoActivityInfos"], kit::Value(kit::Array{1, 2}));
 }
 
+TEST_F(StoreViewTest, KnowsWhatItShows) {
+  EXPECT_TRUE(isStoredProperty("fendoActivityInfos"));
+  EXPECT_TRUE(isStoredProperty("com.morvik.core.appLaunchCount"));
+  EXPECT_TRUE(isStoredProperty("com.morvik.reengagement.passopenurl"));
+  EXPECT_FALSE(isStoredProperty("fendoActivityInfo"));
+  EXPECT_FALSE(isStoredProperty(""));
+}
+
 TEST_F(StoreViewTest, NamesTheFirstThatIsNoProperty) {
   show({"fendoActivityInfos", "fendoActivityInfo", "nothing"});
   EXPECT_EQ(unknown_, "fendoActivityInfo");
