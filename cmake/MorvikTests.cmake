@@ -68,3 +68,19 @@ function(morvik_scenarios folder)
     set_tests_properties(scenario.${name} PROPERTIES LABELS scenario TIMEOUT 60)
   endforeach()
 endfunction()
+
+# morvik_browser_tests(FOLDER): every NAME.test.mjs of the folder is one test, run by Node.js; screenshots stay in the
+# build folder. tools/browser_driver fetches what they need.
+function(morvik_browser_tests folder)
+  find_program(MORVIK_NODE NAMES node nodejs REQUIRED)
+  file(GLOB files CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.test.mjs")
+  foreach(file IN LISTS files)
+    get_filename_component(name "${file}" NAME_WE)
+    add_test(NAME ${folder}.${name} COMMAND ${MORVIK_NODE} "${file}")
+    set_tests_properties(
+      ${folder}.${name}
+      PROPERTIES LABELS "${folder};plain_only"
+                 TIMEOUT 600
+                 ENVIRONMENT "MORVIK_BUILD_DIR=${PROJECT_BINARY_DIR}")
+  endforeach()
+endfunction()

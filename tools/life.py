@@ -668,7 +668,7 @@ class Life:
             return
         if keep:
             self.screen.write()
-            self.screen.write(f"The service goes on: {self.service.url}inspect/requests, .../inspect/events")
+            self.screen.write(f"The service goes on: open {self.service.url} in a browser")
             self.screen.write(f"  look   curl --cacert {self.service.ca_file} {self.service.url}inspect/events")
             self.screen.write(f"  end    kill {self.service.child.pid}")
             self.screen.write(f"  files  {self.folder}")

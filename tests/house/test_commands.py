@@ -99,6 +99,34 @@ class Commands(unittest.TestCase):
                 )
                 self.assertEqual(self.calls(), [])
 
+    def test_an_npm_that_came_with_node_is_taken(self):
+        self.install("npm", "#!/bin/bash\nexit 0\n")
+        self.installed(set(self.packages("test")) - {"npm"})
+        done = self.call("tools/setup", "test")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertEqual(self.calls(), [])
+
+    def test_the_driver_is_fetched_once(self):
+        self.install("npm", "#!/bin/bash\nprintf '%s\\n' \"npm $*\" >> \"$FAKE/calls\"; mkdir node_modules\n")
+        folder = os.path.join(self.fake, "browser")
+        os.mkdir(folder)
+        with open(os.path.join(folder, "package-lock.json"), "w", encoding="utf-8") as file:
+            file.write("{}")
+        for _ in range(2):
+            done = self.call("tools/browser_driver", folder)
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertEqual(self.calls(), ["npm ci --ignore-scripts"])
+
+    def test_a_driver_that_cannot_be_fetched_is_said(self):
+        self.install("npm", "#!/bin/bash\necho 'npm: made to fail'; exit 1\n")
+        folder = os.path.join(self.fake, "browser")
+        os.mkdir(folder)
+        with open(os.path.join(folder, "package-lock.json"), "w", encoding="utf-8") as file:
+            file.write("{}")
+        done = self.call("tools/browser_driver", folder)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("npm: made to fail\n", done.stderr)
+
     def test_the_tests_ask_for_their_own_packages(self):
         self.installed(set(self.packages("test")) - {"libgtest-dev"})
         done = self.call("test")

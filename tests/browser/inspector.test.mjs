@@ -1,0 +1,204 @@
+// The inspector's page as a person uses it: a device plays, the page shows it, and answers go wrong by a click.
+import assert from "node:assert/strict";
+import path from "node:path";
+import { after, before, test } from "node:test";
+import { layoutTroubles } from "./layout.mjs";
+import { kDesktop, kPhone, screenshots, Stage } from "./stage.mjs";
+
+const stage = new Stage();
+let device;
+let page;
+let troubles;
+
+const picture = (name) => page.screenshot({ path: path.join(screenshots, `${name}.png`), animations: "disabled" });
+const rowsOf = (text) => page.locator("#rows .row", { hasText: text });
+const total = (name) => page.locator(`[data-total=${name}]`);
+const focusedId = () => page.evaluate(() => document.activeElement.id || document.activeElement.className);
+
+// Waits until a locator's text is this.
+async function untilText(locator, text) {
+  await locator.filter({ hasText: new RegExp(`^${text}$`) }).waitFor();
+}
+
+async function lay(name) {
+  for (const [width, viewport] of Object.entries({ desktop: kDesktop, phone: kPhone })) {
+    await page.setViewportSize(viewport);
+    // The picture of a timeline is drawn anew for the new width.
+    if (name === "devices") await page.waitForFunction(() => {
+      const chart = document.querySelector(".chart");
+      return Math.abs(Math.max(320, chart.clientWidth - 32) - chart.querySelector("svg").viewBox.baseVal.width) < 1;
+    });
+    await page.evaluate(() => scrollTo(0, 0));
+    await picture(`${name}-${width}`);
+    assert.deepEqual(await layoutTroubles(page), [], `${name} at ${width} width`);
+  }
+  await page.setViewportSize(kDesktop);
+}
+
+before(async () => {
+  await stage.startService();
+  ({ page, troubles } = await stage.openBrowser());
+  await page.goto(stage.url);
+  await page.locator("#live[data-state=live]").waitFor();
+  device = stage.startDevice();
+});
+
+after(() => stage.end());
+
+test("an empty service says that nothing has arrived", async () => {
+  await untilText(page.locator("#found"), "Nothing has arrived yet");
+  assert.equal(await page.locator("#rows .row").count(), 0);
+});
+
+test("a device plays and the page shows its requests without a reload", async () => {
+  await page.evaluate(() => { window.neverReloaded = true; });
+  for (const verb of ["active", "settle", "event shop view", "event shop view sku-7", "event shop purchase sku-7", 'open-url "demo://offer/7?ck=7&mrvk_eng=1"', "age 27", "background", "settle"])
+    assert.equal((await device.do(verb)).ok, true, verb);
+  await rowsOf("shop/purchase").first().waitFor();
+  await rowsOf("reengagement-conversion").first().waitFor();
+  await rowsOf("conversion").first().waitFor();
+  assert.equal(await page.evaluate(() => window.neverReloaded), true);
+  const ids = (await page.locator("#rows .id").allTextContents()).map(Number);
+  assert.deepEqual(ids, [...ids].sort((a, b) => b - a), "newest first");
+});
+
+test("a request opens into payload, answer, headers and body", async () => {
+  await rowsOf("shop/purchase").first().click();
+  const detail = page.locator("#detail");
+  await detail.getByText("POST /v1/tracking").waitFor();
+  assert.match(await detail.locator("pre[aria-label='Decoded payload']").textContent(), /"activity": "purchase"/);
+  assert.match(await detail.locator("pre[aria-label=Answer]").textContent(), /"Result": true/);
+  await detail.getByText("Headers", { exact: true }).click();
+  assert.match(await detail.locator("table").textContent(), /application\/x-www-form-urlencoded/);
+  await detail.getByText("Raw body", { exact: true }).click();
+  assert.match(await detail.locator("pre[aria-label='Raw body']").textContent(), /^k=demo-app&j=/);
+  assert.equal(await detail.locator(".rules").count(), 0, "a device of ours keeps to the wire format");
+  await page.evaluate(() => document.querySelectorAll("#detail details:not(:first-of-type)").forEach((each) => { each.open = false; }));
+  await lay("request");
+});
+
+test("what is garbage is shown with what is wrong, and as text", async () => {
+  const markup = "<img src=x onerror=alert(1)>";
+  const answer = await page.context().request.post(`${stage.url}v1/tracking`, { data: `k=${markup}`, headers: { "Content-Type": "application/x-www-form-urlencoded" }, ignoreHTTPSErrors: true });
+  assert.equal(answer.status(), 403);
+  await rowsOf("403").first().click();
+  await page.locator("#detail .rules.refused", { hasText: "the app key is not this service's" }).waitFor();
+  assert.equal(await page.locator("#detail pre[aria-label='Raw body']").textContent(), `k=${markup}`);
+  assert.equal(await page.locator("#detail img").count(), 0);
+  await lay("refused");
+});
+
+test("a misbehaviour is switched on by a click and the next answer misbehaves", async () => {
+  const delivered = await total("delivered").textContent();
+  await page.getByRole("tab", { name: "Misbehaviour" }).click();
+  await page.getByRole("switch", { name: "Bad status" }).click();
+  await page.locator("#waiting li", { hasText: "tracking bad status 500" }).waitFor();
+  await lay("behaviour");
+  assert.equal((await device.do("active")).ok, true);
+  assert.equal((await device.do("event shop refund sku-7")).ok, true);
+  assert.equal((await device.do("push")).ok, true);
+  // Used up by the device's next batch, without a reload.
+  await page.locator("[role=switch][data-kind=status][aria-checked=false]").waitFor();
+  await page.getByRole("tab", { name: "Requests" }).click();
+  await rowsOf("spoiled").first().waitFor();
+  assert.match(await rowsOf("spoiled").first().textContent(), /500/);
+  assert.equal((await device.do("settle")).ok, true);
+  // The device has seen it: what the answer did not accept is still stored, and arrives with the next batch.
+  assert.equal((await device.do("push")).ok, true);
+  assert.equal((await device.do("settle")).ok, true);
+  await page.waitForFunction((before) => document.querySelector("[data-total=delivered]").textContent !== before, delivered);
+  await rowsOf("shop/refund").first().waitFor();
+  assert.ok((await rowsOf("shop/refund").count()) >= 2, "the batch came again");
+});
+
+test("a search finds payloads and narrows the list", async () => {
+  await page.locator("#search").fill("refund sku-7");
+  await page.locator("#found", { hasText: "found" }).waitFor();
+  assert.ok((await page.locator("#rows .row").count()) >= 2);
+  await page.locator("#search").fill("no such text anywhere");
+  await page.locator("#found", { hasText: "0 requests found" }).waitFor();
+  await page.locator("#search").fill("");
+  await page.locator("#refused").check();
+  await page.locator("#found", { hasText: "1 request found" }).waitFor();
+  await page.locator("#refused").uncheck();
+  await page.locator("#found", { hasText: "shown" }).waitFor();
+  await lay("requests");
+});
+
+test("an install's timeline shows its sessions, activities and what else happened", async () => {
+  for (const verb of ["wait 1", "background", "settle", "clock 7200", "active", "event level done 3", "event shop view sku-9", "wait 1", "background", "settle", "clock 90000", "active", "settle"]) assert.equal((await device.do(verb)).ok, true, verb);
+  await page.getByRole("tab", { name: "Devices" }).click();
+  await page.locator("#installs .row").first().click();
+  const chart = page.locator("#device .chart svg").first();
+  await chart.locator(".session").first().waitFor();
+  await chart.locator(".activity").first().waitFor();
+  assert.ok((await chart.locator(".mark").count()) >= 2, "attribution and deep link");
+  await page.locator("#device .moments", { hasText: "demo://offer/7" }).waitFor();
+  await lay("devices");
+  await page.getByRole("button", { name: "Draw to scale" }).click();
+  await page.getByRole("button", { name: "Shorten silences" }).waitFor();
+  await page.locator("#device .moments button").first().click();
+  await page.locator("#detail .facts").waitFor();
+  assert.equal(await page.getByRole("tab", { name: "Requests" }).getAttribute("aria-selected"), "true");
+});
+
+test("dark and light are there, as the system has them and by hand", async () => {
+  const ground = () => page.evaluate(() => getComputedStyle(document.body).backgroundColor);
+  const light = await ground();
+  await page.emulateMedia({ colorScheme: "dark" });
+  const dark = await ground();
+  assert.notEqual(dark, light);
+  await page.locator("#theme").click();
+  assert.equal(await ground(), light, "light by hand");
+  await page.locator("#theme").click();
+  assert.equal(await ground(), dark, "dark by hand");
+  await page.emulateMedia({ colorScheme: "light" });
+  assert.equal(await ground(), dark);
+  await picture("dark-desktop");
+  await page.locator("#theme").click();
+  assert.equal(await ground(), light);
+});
+
+test("everything can be done with the keyboard alone, and the focus is always seen", async () => {
+  const press = async (key) => {
+    await page.keyboard.press(key);
+    const isSeen = await page.evaluate(() => document.activeElement === document.body || document.activeElement.matches("main, article") || (document.activeElement.matches(":focus-visible") && getComputedStyle(document.activeElement).outlineStyle !== "none"));
+    assert.ok(isSeen, `the focus on ${await focusedId()} after ${key}`);
+  };
+  const tabTo = async (id, key = "Tab") => {
+    for (let i = 0; i < 60 && (await focusedId()) !== id; ++i) await press(key);
+    assert.equal(await focusedId(), id);
+  };
+  await page.reload();
+  await page.locator("#rows .row").first().waitFor();
+  await press("Tab");
+  assert.equal(await focusedId(), "skip", "the first stop is the way past the header");
+  await tabTo("rows");
+  await press("ArrowDown");
+  await press("ArrowDown");
+  await press("Home");
+  await press("Enter");
+  const newest = await page.locator("#rows .row").first().getAttribute("data-key");
+  await page.locator("#detail .head", { hasText: `number ${newest}` }).waitFor();
+  await press("Tab");
+  await press("Escape");
+  assert.equal(await focusedId(), "rows");
+  await tabTo("tab-requests", "Shift+Tab");
+  await press("ArrowRight");
+  await tabTo("installs");
+  await press("Enter");
+  await page.locator("#device .chart svg").first().waitFor();
+  await tabTo("tab-devices", "Shift+Tab");
+  await press("ArrowRight");
+  await tabTo("behaviour-endpoint");
+  for (let i = 0; i < 3; ++i) await press("Tab");
+  await press("Space");
+  await page.locator("#waiting li").first().waitFor();
+  await tabTo("clear");
+  await press("Enter");
+  await untilText(page.locator("#waiting-found"), "Every answer arrives as it should");
+});
+
+test("the browser had nothing to complain about", () => {
+  assert.deepEqual(troubles, []);
+});

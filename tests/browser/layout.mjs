@@ -1,0 +1,49 @@
+// Looks for elements that lie upon each other or outside of the page.
+
+// Runs in the page.
+function findTroubles() {
+  const kSlack = 1;
+  const troubles = [];
+  const nameOf = (element) => `${element.tagName.toLowerCase()}${element.id ? `#${element.id}` : ""}${element.classList.length ? `.${[...element.classList].join(".")}` : ""}`;
+  // Inside a picture shapes lie upon each other on purpose; running text has no boxes of its own.
+  const isWhole = (element) => element.matches("svg, pre, select");
+  const clips = (element) => ["auto", "scroll", "hidden", "clip"].includes(getComputedStyle(element).overflowX);
+
+  // What of an element can be seen: its boxes, cut where an ancestor cuts.
+  function visibleBoxes(element) {
+    let boxes = [...element.getClientRects()].map(({ left, top, right, bottom }) => ({ left, top, right, bottom }));
+    for (let each = element.parentElement; each && each !== document.body; each = each.parentElement) {
+      if (!clips(each)) continue;
+      const frame = each.getBoundingClientRect();
+      boxes = boxes.map((box) => ({ left: Math.max(box.left, frame.left), top: Math.max(box.top, frame.top), right: Math.min(box.right, frame.right), bottom: Math.min(box.bottom, frame.bottom) }));
+    }
+    return boxes.filter((box) => box.right - box.left > kSlack && box.bottom - box.top > kSlack);
+  }
+  const overlap = (a, b) => Math.min(a.right, b.right) - Math.max(a.left, b.left) > kSlack && Math.min(a.bottom, b.bottom) - Math.max(a.top, b.top) > kSlack;
+
+  function walk(element) {
+    const seen = [];
+    for (const child of element.children) {
+      if (!child.checkVisibility()) continue;
+      const boxes = visibleBoxes(child);
+      if (boxes.some((box) => box.left < -kSlack || box.right > innerWidth + kSlack)) troubles.push(`${nameOf(child)} leaves the page`);
+      for (const other of seen) {
+        if (boxes.some((box) => other.boxes.some((its) => overlap(box, its)))) troubles.push(`${nameOf(child)} lies upon ${nameOf(other.child)}`);
+      }
+      seen.push({ child, boxes });
+      if (!isWhole(child)) walk(child);
+    }
+    return seen.length;
+  }
+
+  const count = walk(document.body);
+  if (document.documentElement.scrollWidth > innerWidth) troubles.push(`the page is ${document.documentElement.scrollWidth} wide, its window ${innerWidth}`);
+  return { troubles: [...new Set(troubles)], count };
+}
+
+// What is wrong with the page as it is now; nothing, when all is well.
+export async function layoutTroubles(page) {
+  const { troubles, count } = await page.evaluate(findTroubles);
+  if (count === 0) troubles.push("there is nothing on the page");
+  return troubles;
+}
