@@ -1,8 +1,8 @@
 #include "apps/device/phone.h"
 
-#include <string_view>
 #include <utility>
 
+#include "apps/device/option_names.h"
 #include "host/make_host.h"
 
 namespace morvik_device {
@@ -10,27 +10,6 @@ namespace {
 
 namespace host = morvik::host;
 namespace kit = morvik::kit;
-
-struct OptionName {
-  std::string_view of_host;
-  std::string_view of_program;
-};
-
-// The host speaks of its own options; whoever reads it wrote those of this program.
-constexpr OptionName kOptionNames[] = {
-    {"HostOptions::store_folder", "--store"},  {"HostOptions::app_key", "--app-key"},
-    {"HostOptions::hash_key", "--hash-key"},   {"HostOptions::tracking_key", "--tracking-key"},
-    {"HostOptions::service_url", "--service"}, {"HostOptions::endpoints", "--endpoint"},
-    {"HostOptions::ca_file", "--ca"},          {"HostOptions::log_level", "--log-level"},
-};
-
-std::string inTermsOfTheProgram(std::string message) {
-  for (const OptionName& name : kOptionNames) {
-    if (message.compare(0, name.of_host.size(), name.of_host) == 0)
-      return message.replace(0, name.of_host.size(), name.of_program);
-  }
-  return message;
-}
 
 std::shared_ptr<const morvik::MorvikCoreDelegate> makeDelegateOfApp(Output& output) {
   auto delegate = std::make_shared<morvik::MorvikCoreDelegate>();

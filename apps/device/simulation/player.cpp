@@ -142,7 +142,7 @@ void Player::perform(const StepVerb& verb) {
   const std::string_view name = verb.command.verb->name;
   if (!phone_)
     startProcess();
-  tell(Kind::kApp, verb.text, {{"verb", verb.text}});
+  tell(Kind::kApp, shortened(verb.text, kShownBytes), {{"verb", verb.text}});
   if (name == "kill")
     killProcess("killed");
   else if (name == "crash")
@@ -186,7 +186,7 @@ void Player::startProcess() {
 }
 
 void Player::killProcess(const std::string& text) {
-  tell(Kind::kProcess, text, {{"event", text}}, true);
+  tell(Kind::kProcess, shortened(text, kShownBytes), {{"event", text}}, true);
   machine_.kill(phone_->releaseHost());
   phone_.reset();
 }

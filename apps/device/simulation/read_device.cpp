@@ -1,10 +1,13 @@
-// The device: the options of the program, read and judged by the program's own reader.
+// The device: the options of the program, read and judged by the program's own reader and by the host.
 #include <algorithm>
 #include <array>
 #include <utility>
+#include <variant>
 
+#include "apps/device/option_names.h"
 #include "apps/device/simulation/fields.h"
 #include "apps/device/simulation/scenario_parts.h"
+#include "host/checked_options.h"
 
 namespace morvik_device::simulation {
 namespace {
@@ -78,6 +81,9 @@ Options readOptions(const std::vector<std::string>& arguments, Place place) {
   CommandLine line = readCommandLine(withDefaults(arguments));
   if (!line.options)
     throw Mistake(place, problemOf(line.text));
+  const auto checked = morvik::host::checkOptions(line.options->host);
+  if (const auto* error = std::get_if<morvik::kit::Error>(&checked))
+    throw Mistake(place, inTermsOfTheProgram(error->message));
   return std::move(*line.options);
 }
 

@@ -131,6 +131,9 @@ TEST(ScenarioReader, JudgesTheDeviceAsTheProgramDoes) {
       "story.yaml:5:9: --idfa: \"mine\" is no UUID; write one like 6d92078a-8246-4ba4-ae5b-76104861e7dc, or none");
   EXPECT_EQ(mistakeBeside("device:\n  orientation: 9\n"),
             "story.yaml:5:16: --orientation: Value 9 not in range 1 to 4");
+  EXPECT_EQ(mistakeBeside("device:\n  app-key: a b\n"),
+            "story.yaml:5:12: --app-key holds a character that cannot stand in a URL; set it to the key that the "
+            "service gave this app, made of letters, digits, '-', '.', '_' and '~'.");
   EXPECT_EQ(mistakeBeside("device:\n  store: there\n"),
             "story.yaml:5:3: \"store\" is no key of \"device\"; expected one of: app-key, hash-key, tracking-key, "
             "system-version, idfa, puid, orientation, search-ads, no-multitasking, iad, module, log-level");

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <sstream>
 
 #include "apps/device/options.h"
@@ -268,6 +269,34 @@ TEST_F(Simulate, ShowsLogLinesUpToTheLevelThatIsWanted) {
   EXPECT_THAT(output_, Not(HasSubstr("log       ")));
   ASSERT_EQ(play("story: s\nshow-log: 6\n" + story), 0);
   EXPECT_THAT(output_, HasSubstr("log       MRVK_QA-conversion_JSON"));
+}
+
+TEST_F(Simulate, IsColouredOnATerminalUnlessThatIsNotWanted) {
+  morvik::test::writeBytes(file_, "story: s\nsteps: [{do: active}]\nexpect: {delivered: session/start}\n");
+  const auto on_terminal = [this] {
+    morvik::test::CapturedFile output;
+    std::istringstream no_input;
+    std::ostringstream errors;
+    EXPECT_EQ(runProgram({"--simulate", file_}, {no_input, output.file(), errors, true, false}), 0);
+    return output.text();
+  };
+  const char* before = std::getenv("NO_COLOR");
+  const std::string kept = before == nullptr ? "" : before;
+  ::unsetenv("NO_COLOR");
+  EXPECT_THAT(on_terminal(), HasSubstr("\033["));
+  ::setenv("NO_COLOR", "1", 1);
+  EXPECT_THAT(on_terminal(), Not(HasSubstr("\033[")));
+  if (before == nullptr)
+    ::unsetenv("NO_COLOR");
+  else
+    ::setenv("NO_COLOR", kept.c_str(), 1);
+}
+
+TEST_F(Simulate, CutsWhatIsLongInItsTimeline) {
+  ASSERT_EQ(play("story: s\nsteps: [{do: [active, event a " + std::string(1000, 'x') +
+                 "]}]\nexpect: {delivered: session/start}\n"),
+            0);
+  EXPECT_THAT(output_, HasSubstr("app       event a " + std::string(192, 'x') + "…\n"));
 }
 
 TEST_F(Simulate, SaysWhenItsOutputCannotBeWritten) {

@@ -1,0 +1,19 @@
+#include "apps/device/option_names.h"
+
+#include <gtest/gtest.h>
+
+namespace morvik_device {
+namespace {
+
+TEST(OptionNames, AreThoseOfTheProgram) {
+  EXPECT_EQ(inTermsOfTheProgram("HostOptions::app_key is empty"), "--app-key is empty");
+  EXPECT_EQ(inTermsOfTheProgram("HostOptions::store_folder cannot be made"), "--store cannot be made");
+}
+
+TEST(OptionNames, LeaveOtherMessagesAlone) {
+  EXPECT_EQ(inTermsOfTheProgram("it says HostOptions::app_key"), "it says HostOptions::app_key");
+  EXPECT_EQ(inTermsOfTheProgram(""), "");
+}
+
+}  // namespace
+}  // namespace morvik_device
