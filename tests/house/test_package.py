@@ -10,6 +10,8 @@ import unittest
 import tree
 
 CONSUMERS = os.path.join(tree.ROOT, "tests", "package")
+EXAMPLE = "examples/testing-your-app"
+FILE = re.compile(r"<!-- file: (\S+) -->\s*```\w+\n(.*?)^```$", re.DOTALL | re.MULTILINE)
 PROGRAM = re.compile(r"<!-- (?:quick start|program)\b[^>]*-->\s*```cpp\n(.*?)^```$", re.DOTALL | re.MULTILINE)
 
 
@@ -69,6 +71,41 @@ class ThePackage(unittest.TestCase):
                 program = os.path.join(self.work, package)
                 run(tree.COMPILER, "-std=c++20", os.path.join(CONSUMERS, source, "main.cpp"), "-o", program, *flags)
                 self.assertEqual(run(program, *arguments), says)
+
+    def test_an_apps_tests_find_the_simulation(self):
+        folder = self.build("simulation", os.path.join(CONSUMERS, "simulation"))
+        self.assertEqual(run(os.path.join(folder, "consumer")), "the simulation works\n")
+
+    def test_the_example_of_a_tested_app_is_built_and_passes(self):
+        folder = self.build("example", os.path.join(tree.ROOT, EXAMPLE))
+        self.assertEqual(run(os.path.join(folder, "shop_test")), "the shop works\n")
+        told = run("ctest", "--test-dir", folder, "--output-on-failure")
+        self.assertIn("100% tests passed, 0 tests failed out of 2", told)
+
+    def test_every_block_of_the_page_on_testing_is_what_it_says(self):
+        page = tree.read(tree.ROOT, "docs/testing-your-app.md")
+        programs = PROGRAM.findall(page)
+        files = FILE.findall(page)
+        self.assertEqual((len(programs), len(files)), (3, 2))
+        self.assertEqual(len(re.findall(r"(?m)^```\w+$", page)), len(programs) + len(files),
+                         "a block without a comment that says how it is tested")
+        for name, text in files:
+            self.assertEqual(text, tree.read(tree.ROOT, name), name)
+        source = os.path.join(self.work, "programs_source")
+        os.mkdir(source)
+        lists = ["cmake_minimum_required(VERSION 3.22)", "project(Programs LANGUAGES CXX)",
+                 "find_package(Morvik CONFIG REQUIRED COMPONENTS simulation)"]
+        for number, program in enumerate(programs):
+            with open(os.path.join(source, f"main{number}.cpp"), "w", encoding="utf-8") as file:
+                file.write(program)
+            lists += [f"add_executable(program{number} main{number}.cpp)",
+                      f"target_link_libraries(program{number} PRIVATE Morvik::simulation)"]
+        with open(os.path.join(source, "CMakeLists.txt"), "w", encoding="utf-8") as file:
+            file.write("\n".join(lists))
+        folder = self.build("programs", source, "-DCMAKE_BUILD_TYPE=Debug")  # where assert() asserts
+        for number in range(len(programs)):
+            with self.subTest(program=number):
+                run(os.path.join(folder, f"program{number}"))
 
     def test_the_programs_in_the_documents_compile_and_link(self):
         for document in ("README.md", "docs/deep-links.md"):
