@@ -18,7 +18,8 @@ function(morvik_install_library name)
       DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}
       DESTINATION ${morvik_include}
       FILES_MATCHING
-      PATTERN "*.h")
+      PATTERN "*.h"
+      PATTERN "*.inc")
   endforeach()
 endfunction()
 
