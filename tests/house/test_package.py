@@ -1,4 +1,5 @@
 """The installed package serves an app: by find_package, by pkg-config, and for the programs in the documents."""
+# Timeout: 600
 
 import os
 import re
