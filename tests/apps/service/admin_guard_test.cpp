@@ -43,6 +43,17 @@ TEST(AdminGuard, PagesOfOtherHostsOtherPortsAndOtherSchemesAreRefused) {
   }
 }
 
+TEST(AdminGuard, AnotherSitesPageIsRefusedWithoutAnOriginToo) {
+  for (const char* site : {"cross-site", "same-site", ""}) {
+    HttpRequest request = withHeaders({{"Host", "localhost:8443"}, {"Sec-Fetch-Site", site}});
+    EXPECT_EQ("header Sec-Fetch-Site", refused(request).where()) << site;
+    request.path = "/";
+    EXPECT_NO_THROW(requireAdmin(request, {})) << "a link to the page";
+  }
+  for (const char* site : {"same-origin", "none"})
+    EXPECT_NO_THROW(requireAdmin(withHeaders({{"Host", "localhost"}, {"Sec-Fetch-Site", site}}), {})) << site;
+}
+
 TEST(AdminGuard, APeerElsewhereIsRefusedWhateverItsHeadersSay) {
   HttpRequest request = inspection("GET", "/inspect/requests");
   request.from_loopback = false;
