@@ -64,9 +64,14 @@ void ScriptedService::setPhase(const NetworkPhase* phase) {
   phase_ = phase;
 }
 
-AnswerRule ScriptedService::nextRule(ServiceEndpoint endpoint) {
-  const auto& rules = scenario_.service.rules[static_cast<size_t>(endpoint)];
-  Position& position = positions_[static_cast<size_t>(endpoint)];
+AnswerRule ScriptedService::nextRule(std::optional<ServiceEndpoint> endpoint) {
+  AnswerRule usual;
+  usual.counted = true;
+  usual.delay = scenario_.service.delay.value_or(kDefaultDelay);
+  if (!endpoint)
+    return usual;
+  const auto& rules = scenario_.service.rules[static_cast<size_t>(*endpoint)];
+  Position& position = positions_[static_cast<size_t>(*endpoint)];
   while (position.rule < rules.size()) {
     const AnswerRule& rule = rules[position.rule];
     if (!rule.always && position.given == rule.times) {
@@ -78,9 +83,6 @@ AnswerRule ScriptedService::nextRule(ServiceEndpoint endpoint) {
       return rule;
     break;
   }
-  AnswerRule usual;
-  usual.counted = true;
-  usual.delay = scenario_.service.delay.value_or(kDefaultDelay);
   return usual;
 }
 
@@ -95,17 +97,14 @@ int64_t ScriptedService::chosen(TimeRange range) {
 
 Answer ScriptedService::answer(const kit::Request& request) {
   const bool is_reached = phase_ == nullptr;
-  const ServiceEndpoint endpoint = morvik::testing::endpointOf(request.url).value_or(ServiceEndpoint::kConversion);
-  AnswerRule rule;
-  if (is_reached)
-    rule = nextRule(endpoint);
+  const AnswerRule rule = is_reached ? nextRule(morvik::testing::endpointOf(request.url)) : AnswerRule{};
   const ServedRequest served = receive(request, rule);
   const bool is_received = is_reached && rule.kind != AnswerRule::Kind::kDropBefore;
   noteRequest(served, request, is_received);
   Outcome outcome = is_reached ? outcomeOf(rule, served) : outcomeOfPhase();
   outcome.delay_milliseconds = is_reached ? chosen(rule.delay) : 0;
   Answer answer = outcome.answer.after(static_cast<double>(outcome.delay_milliseconds) / kMillisecondsPerSecond);
-  noteAnswer(std::move(outcome), endpoint, request);
+  noteAnswer(std::move(outcome), endpointText(served), request);
   return answer;
 }
 
@@ -141,7 +140,7 @@ void ScriptedService::noteRequest(const ServedRequest& served, const kit::Reques
 }
 
 // Told when it arrives; a process that dies before never sees it.
-void ScriptedService::noteAnswer(Outcome outcome, ServiceEndpoint endpoint, const kit::Request& request) {
+void ScriptedService::noteAnswer(Outcome outcome, const std::string& name, const kit::Request& request) {
   const double timeout_seconds = request.timeout_seconds.value_or(morvik::testing::kDefaultTimeoutSeconds);
   const double delay_seconds = static_cast<double>(outcome.delay_milliseconds) / kMillisecondsPerSecond;
   const bool is_late = outcome.never || delay_seconds > timeout_seconds;
@@ -149,16 +148,17 @@ void ScriptedService::noteAnswer(Outcome outcome, ServiceEndpoint endpoint, cons
     const auto timeout_milliseconds = static_cast<int64_t>(timeout_seconds * kMillisecondsPerSecond);
     outcome = failure("no answer within " + timeText(timeout_milliseconds));
   }
-  const std::string name(morvik::testing::nameOf(endpoint));
-  outcome.fields.set("endpoint", name);
+  kit::MutableDictionary fields(kit::Dictionary{{"endpoint", name}});
+  for (const kit::Entry& field : outcome.fields.entries())
+    fields.set(field.key, field.value);
   loop_.mainQueue().after(is_late ? timeout_seconds : delay_seconds,
                           [this, name, text = std::move(outcome.text), is_trouble = outcome.is_trouble,
-                           fields = kit::Value(std::move(outcome.fields))] {
+                           all = kit::Value(std::move(fields))] {
                             observer_.happened({.at_milliseconds = now_milliseconds_(),
                                                 .kind = Happening::Kind::kAnswer,
                                                 .is_trouble = is_trouble,
                                                 .text = name + "  " + text,
-                                                .fields = fields.dictionary()});
+                                                .fields = all.dictionary()});
                           });
 }
 

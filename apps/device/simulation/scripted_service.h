@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "apps/device/simulation/history.h"
@@ -48,8 +49,8 @@ class ScriptedService {
   };
 
   morvik::kit::Date now() const;
-  /// The rule for the next request to the endpoint.
-  AnswerRule nextRule(morvik::testing::ServiceEndpoint endpoint);
+  /// The rule for the next request to the endpoint; to none, the usual one.
+  AnswerRule nextRule(std::optional<morvik::testing::ServiceEndpoint> endpoint);
   int64_t chosen(TimeRange range);
   ServedRequest receive(const morvik::kit::Request& request, const AnswerRule& rule);
   Outcome outcomeOfPhase() const;
@@ -58,7 +59,7 @@ class ScriptedService {
   static Outcome failure(const std::string& error);
   static Outcome bodyOutcome(int status, const std::string& body);
   void noteRequest(const ServedRequest& served, const morvik::kit::Request& request, bool is_received);
-  void noteAnswer(Outcome outcome, morvik::testing::ServiceEndpoint endpoint, const morvik::kit::Request& request);
+  void noteAnswer(Outcome outcome, const std::string& name, const morvik::kit::Request& request);
 
   const Scenario& scenario_;
   morvik::testing::VirtualLoop& loop_;
