@@ -189,11 +189,13 @@ void Player::killProcess(const std::string& text) {
   tell(Kind::kProcess, shortened(text, kShownBytes), {{"event", text}}, true);
   machine_.kill(phone_->releaseHost());
   phone_.reset();
+  service_.processEnded();
 }
 
 void Player::stopProcess() {
   phone_->host().stop();
   phone_.reset();
+  service_.processEnded();
   tell(Kind::kProcess, "stopped", {{"event", "stopped"}});
 }
 

@@ -152,8 +152,10 @@ void ScriptedService::noteAnswer(Outcome outcome, const std::string& name, const
   for (const kit::Entry& field : outcome.fields.entries())
     fields.set(field.key, field.value);
   loop_.mainQueue().after(is_late ? timeout_seconds : delay_seconds,
-                          [this, name, text = std::move(outcome.text), is_trouble = outcome.is_trouble,
-                           all = kit::Value(std::move(fields))] {
+                          [this, process = process_, name, text = std::move(outcome.text),
+                           is_trouble = outcome.is_trouble, all = kit::Value(std::move(fields))] {
+                            if (process != process_)
+                              return;
                             observer_.happened({.at_milliseconds = now_milliseconds_(),
                                                 .kind = Happening::Kind::kAnswer,
                                                 .is_trouble = is_trouble,

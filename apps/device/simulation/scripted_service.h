@@ -30,6 +30,8 @@ class ScriptedService {
 
   /// The network is like this from now on; null: in good order.
   void setPhase(const NetworkPhase* phase);
+  /// The process is gone: answers on their way reach nobody.
+  void processEnded() { ++process_; }
   bool isOffline() const { return phase_ != nullptr && phase_->kind == NetworkPhase::Kind::kOffline; }
 
   /// Each event that was counted, once.
@@ -67,6 +69,7 @@ class ScriptedService {
   History& history_;
   Observer& observer_;
   const NetworkPhase* phase_ = nullptr;
+  uint64_t process_ = 0;  // counts those that are gone
 
   const morvik::host::OpensslCipher cipher_;
   const morvik::host::ZlibCompressor compressor_;

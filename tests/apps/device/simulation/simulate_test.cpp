@@ -197,7 +197,11 @@ TEST_F(Simulate, StartsTheNextProcessAfterAKillACrashAndAQuit) {
                  "process   started", "process   stopped", "process   started"});
 }
 
-TEST_F(Simulate, NeverShowsADeadProcessItsAnswer) {
+TEST_F(Simulate, NeverShowsAProcessThatIsGoneItsAnswer) {
+  ASSERT_EQ(play("story: s\nservice: {delay: 5s}\n"
+                 "steps: [{do: active}, {at: 1s, do: quit}, {at: 1m, expect: {request: conversion, count: 1}}]\n"),
+            0);
+  EXPECT_THAT(output_, Not(HasSubstr("<-")));
   ASSERT_EQ(play("story: s\nservice: {delay: 5s}\n"
                  "steps: [{do: active}, {at: 1s, do: kill}, {at: 1m, expect: {request: conversion, count: 1}}]\n"),
             0);
