@@ -1,10 +1,10 @@
 #include "apps/device/simulation/fields.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <variant>
 
+#include "apps/device/simulation/numbers.h"
 #include "services/json_writer.h"
 
 namespace morvik_device::simulation {
@@ -31,14 +31,6 @@ std::string kindName(const YamlNode& node) {
 
 [[noreturn]] void refuseNode(const YamlNode& node, const std::string& what, const std::string& expected) {
   throw Mistake(node.place, what + " is " + kindName(node) + "; expected " + expected);
-}
-
-template <class Number>
-std::optional<Number> wholeText(std::string_view text) {
-  Number number{};
-  const char* end = text.data() + text.size();
-  const auto [stopped, error] = std::from_chars(text.data(), end, number);
-  return error == std::errc() && stopped == end ? std::optional(number) : std::nullopt;
 }
 
 kit::Value scalarValue(const YamlNode& node) {

@@ -20,7 +20,9 @@ Difference compareObjects(const Value& pattern, const Value& value, const std::s
     return atPlace(place, "is not empty but " + shortText(value));
   for (const auto& member : pattern.dictionary()) {
     const std::string name(member.key.string());
-    if (auto difference = compare(member.value, value[name], place.empty() ? name : place + "." + name))
+    std::string below = place;
+    below.append(place.empty() ? "" : ".").append(name);
+    if (auto difference = compare(member.value, value[name], below))
       return difference;
   }
   return std::nullopt;

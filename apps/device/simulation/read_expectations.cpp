@@ -1,8 +1,8 @@
 // What must come of a story.
 #include <algorithm>
-#include <charconv>
 
 #include "apps/device/simulation/fields.h"
+#include "apps/device/simulation/numbers.h"
 #include "apps/device/simulation/scenario_parts.h"
 #include "apps/device/store_view.h"
 
@@ -13,21 +13,14 @@ using Subject = Expectation::Subject;
 
 constexpr int64_t kMostCount = 1'000'000'000;
 
-std::optional<size_t> countText(std::string_view text) {
-  size_t number = 0;
-  const char* end = text.data() + text.size();
-  const auto [stopped, error] = std::from_chars(text.data(), end, number);
-  return error == std::errc() && stopped == end ? std::optional(number) : std::nullopt;
-}
-
 Count readCount(const YamlNode& node) {
   const std::string text = textOf(node, "count");
   const size_t dots = text.find("..");
   const std::string_view least_text = std::string_view(text).substr(0, dots);
   const std::string_view most_text = dots == std::string::npos ? least_text : std::string_view(text).substr(dots + 2);
   Count count;
-  const auto least = least_text.empty() ? std::optional(count.least) : countText(least_text);
-  const auto most = most_text.empty() ? std::optional(count.most) : countText(most_text);
+  const auto least = least_text.empty() ? std::optional(count.least) : wholeText<size_t>(least_text);
+  const auto most = most_text.empty() ? std::optional(count.most) : wholeText<size_t>(most_text);
   const bool says_something = !least_text.empty() || !most_text.empty();
   if (!least || !most || *least > *most || *least > kMostCount || !says_something)
     throw Mistake(node.place, "count is \"" + text + "\"; expected a number like 2, or a range like 2..5, 2.. or ..5");
