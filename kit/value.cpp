@@ -349,7 +349,7 @@ Value::Value(const Dictionary& dictionary) noexcept : Value(dictionary.value_) {
   if (isAbsent())
     head_.kind = Kind::kDictionary;
 }
-Value::Value(MutableArray&& array) : Value(std::move(array.view_)) {}
+Value::Value(MutableArray&& array) : Value(array.view_) {}
 Value::Value(MutableDictionary&& dictionary) {
   head_.kind = Kind::kDictionary;
   if (dictionary.entries_.empty())

@@ -69,7 +69,7 @@ bool MorvikCoreServicesLib::record(const kit::Value& group_name, const kit::Valu
 kit::Value MorvikCoreServicesLib::recordable(const kit::Value& value, const char* field) const {
   if (value.isNil() || value.isArray() || value.isDictionary())
     return {};
-  const kit::Value text = services::checkNilToBlankString(value);
+  kit::Value text = services::checkNilToBlankString(value);
   if (services::isUtf8(text.string()))
     return text;
   std::string mended;

@@ -8,7 +8,7 @@ std::string keptIdentifier(kit::KeyValueStore& store, std::string_view key, kit:
   const kit::Value stored = store.get(key);
   if (!stored.string().empty())
     return std::string(stored.string());
-  const std::string made = services::makeRandomUuid(random);
+  std::string made = services::makeRandomUuid(random);
   store.set(key, made);
   return made;
 }

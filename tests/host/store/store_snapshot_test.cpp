@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <set>
 #include <string>
@@ -136,6 +137,7 @@ TEST_F(StoreSnapshot, IsOneCommitAlsoWhileTheOwnerCommitsWritesBackAndBeginsTheL
   const auto owner = open();
   append(*owner, 1);
   std::atomic<bool> is_over{false};
+  std::promise<void> begun;
   std::thread busy([&] {
     const std::string padding(3000, 'p');
     for (int64_t round = 1; !is_over; ++round) {
@@ -150,10 +152,13 @@ TEST_F(StoreSnapshot, IsOneCommitAlsoWhileTheOwnerCommitsWritesBackAndBeginsTheL
         owner->set("filler " + std::to_string(filler), padding + std::to_string(round));
       owner->set("last", round);
       owner->synchronize();
+      if (round == 1)
+        begun.set_value();
       if (round % 20 == 0)
         owner->flushNow();
     }
   });
+  begun.get_future().wait();
   int seen = 0;
   int64_t latest = 0;
   for (int reading = 0; reading < kReadings; ++reading) {
