@@ -104,6 +104,17 @@ TEST_F(StoreListsTest, ASearchGoesOnInStepsAndSaysWhereItIs) {
   EXPECT_EQ((Ids{1}), ids({.before = 5, .search = "needle", .most_searched = 4}));
 }
 
+TEST_F(StoreListsTest, ASearchThroughLargeBodiesStopsEarly) {
+  constexpr std::size_t kBodies = 4;
+  for (std::size_t i = 0; i < kBodies; ++i)
+    addStranger("crash", std::nullopt, std::string(kMaxSearchedBytes / (kBodies - 1) + 1, 'x'));
+  EXPECT_EQ((Ids{}), ids({.search = "needle"}));
+  EXPECT_EQ(false, last_["complete"]);
+  EXPECT_EQ(2, last_["next_before"]);
+  EXPECT_EQ((Ids{}), ids({.before = 2, .search = "needle"}));
+  EXPECT_EQ(true, last_["complete"]);
+}
+
 TEST_F(StoreListsTest, PayloadsWithoutAnInstallAreFoundByTheirIdentifier) {
   addStranger("crash", Json::array({{{"idfa", "ab-1"}}}));
   add("install-1", {}, "ab-1");
