@@ -61,7 +61,7 @@ bool isTiny(std::string_view number) {
 /// Entries of an object as they come: the last value of a repeated key counts, at the place of the first.
 class ObjectBuilder {
  public:
-  void set(std::string key, kit::Value value) {
+  void set(const std::string& key, kit::Value value) {
     const auto [place, is_new] = places_.emplace(key, entries_.size());
     if (is_new) {
       entries_.push_back({kit::Value(key), std::move(value)});
@@ -188,7 +188,7 @@ class Reader {
         kit::Value value;
         if (!readValue(value, depth))
           return false;
-        object.set(std::move(key), std::move(value));
+        object.set(key, std::move(value));
         skipBlanks();
       } while (take(','));
       if (!take('}'))

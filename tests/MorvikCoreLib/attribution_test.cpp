@@ -23,7 +23,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::keys;
 using testing::TestWorld;
-using testing::texts;
 using testing::WorldOptions;
 
 /// An answer's "Data" with every field of the record.

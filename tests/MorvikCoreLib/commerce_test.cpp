@@ -15,12 +15,10 @@ using kit::Dictionary;
 using kit::Value;
 using testing::Answer;
 using testing::arrayOf;
-using testing::clickOf;
 using ::testing::ElementsAre;
 using testing::Fault;
 using ::testing::IsEmpty;
 using testing::kCommerce;
-using testing::kReEngagement;
 using testing::TestWorld;
 using testing::WorldOptions;
 

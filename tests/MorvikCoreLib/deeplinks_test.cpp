@@ -21,7 +21,6 @@ using kit::Value;
 using testing::acceptanceOf;
 using testing::Answer;
 using testing::arrayOf;
-using testing::at;
 using testing::clickOf;
 using testing::countOf;
 using ::testing::ElementsAre;
@@ -376,7 +375,7 @@ TEST_F(DeepLinks, AClicksPayloadIsTheCommonParametersAndFiveFields) {
   for (const kit::Entry& entry : common.dictionary())
     EXPECT_EQ(sent[entry.key.string()], entry.value) << entry.key.string();
   EXPECT_EQ(sent.size(), common.size() + 1);
-  const Value info = sent["deeplink_info"];
+  const Value& info = sent["deeplink_info"];
   EXPECT_THAT(keys(info),
               ElementsAre("session_no", "conversion_key", "deeplink_uri", "sub_conversion_key", "is_first_launch"));
   EXPECT_EQ(info["session_no"], Value(int64_t{9'007'199'254'740'993}));
@@ -1049,7 +1048,7 @@ TEST_F(DeepLinks, AMegabyteOfQueryIsReadAndSent) {
 TEST_F(DeepLinks, RandomBytesNeverEndInAnException) {
   world.transport.setDefaultAnswer(Answer::error("down"));
   uint64_t state = 1;
-  const std::string_view alphabet = std::string_view("?&=#%+ck12cidsnmrvk_eng\0\xFF\xC3\xA4/:", 30);
+  const std::string_view alphabet = std::string_view("?&=#%+ck12cidsnmrvk_eng\0\xFF\xC3\xA4/:", 29);
   for (int i = 0; i < 500; ++i) {
     std::string url;
     for (int length = 0; length < 40; ++length) {

@@ -12,8 +12,6 @@ namespace {
 using kit::Array;
 using kit::Dictionary;
 using kit::Value;
-using testing::activities;
-using ::testing::ElementsAre;
 using testing::Fault;
 using testing::TestWorld;
 using testing::WorldOptions;
