@@ -181,6 +181,12 @@ void watchProcess(HostParts& parts) {
     reportCrashes(parts);
 }
 
+/// What is mirrored of the store is loaded again when the store could not be read at first: a user who asked to be
+/// forgotten is, from then on.
+void followTheStore(HostParts& parts) {
+  parts.store->setWhenTakenOver([&parts] { parts.main_loop->async([&parts] { parts.services.loadMirrors(); }); });
+}
+
 std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, const HostOptions& options,
                                                            HostOf host_of) {
   auto checked = checkOptions(options);
@@ -189,6 +195,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   auto parts = std::make_unique<HostParts>(std::get<CheckedOptions>(std::move(checked)), logSink(options), machine);
   if (parts->store->opening() == StoreOpening::kLocked)
     return kit::Error{parts->store->openingLine()};
+  followTheStore(*parts);
   frameTurns(*parts);
   if (!options.opened_url.empty())
     keepOpenedUrl(*parts, kit::Url(options.opened_url));
@@ -234,7 +241,9 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
   setLogLevel(options.options.log_level);
 }
 
-HostParts::~HostParts() = default;
+HostParts::~HostParts() {
+  store->setWhenTakenOver(nullptr);  // what it calls goes before the store
+}
 
 void keepOpenedUrl(HostParts& parts, const kit::Url& url) {
   if (const auto waiting = parts.properties.URLForKey(services::kPassOpenUrlKey); waiting && *waiting != url) {

@@ -280,6 +280,7 @@ int SimulatedDisk::Parts::ask(DiskCall::Kind kind, std::string_view path, int64_
     return SQLITE_OK;
   if (kind != DiskCall::Kind::kRead) {
     if (changes_ + 1 == cut_at_) {
+      cut_at_ = 0;
       cut();
       return SQLITE_OK;
     }
@@ -467,7 +468,6 @@ void SimulatedDisk::restart(const DiskCut& cut) {
   if (!parts_->left_)
     return;
   const Parts::Left left = *std::exchange(parts_->left_, std::nullopt);
-  parts_->cut_at_ = 0;
   parts_->in_use_.clear();
   parts_->locked_ = std::make_shared<bool>(false);
   parts_->contents_ = cut.power_lost ? left.contents.afterPowerLoss(cut.loss, left.torn_path,

@@ -5,6 +5,7 @@
 #include <variant>
 
 #include "host/make_host.h"
+#include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 #include "simulation/virtual_flusher.h"
 #include "simulation/virtual_loop_host.h"
@@ -72,6 +73,7 @@ class VirtualStore final : public host::MachineStore {
   }
   host::StoreOpening opening() const override { return host::StoreOpening::kOpened; }
   const std::string& openingLine() const override { return opening_line_; }
+  void setWhenTakenOver(kit::Block) override {}
   void commitTurn() override { store_.commitTurn(); }
   std::vector<std::pair<std::string, kit::Value>> all() const override {
     const auto contents = store_.contents();
@@ -163,7 +165,9 @@ std::unique_ptr<host::MachineFacts> VirtualMachine::makeFacts() {
 std::unique_ptr<host::MachineStore> VirtualMachine::makeStore(const std::string&, kit::LogSink& log) {
   if (options_.disk != nullptr) {
     return std::make_unique<host::SqliteStore>(
-        host::SqliteStoreOptions{.place = options_.disk->place(), .make_flusher = flushesOn(loop)}, log);
+        host::SqliteStoreOptions{
+            .place = options_.disk->place(), .made_once = host::namesMadeOnce(), .make_flusher = flushesOn(loop)},
+        log);
   }
   return std::make_unique<VirtualStore>(store);
 }

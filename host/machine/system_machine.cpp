@@ -8,6 +8,7 @@
 #include "host/machine/system_facts.h"
 #include "host/machine/system_threads.h"
 #include "host/net/curl_transport.h"
+#include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 
 namespace morvik::host {
@@ -33,7 +34,8 @@ std::unique_ptr<MachineFacts> SystemMachine::makeFacts() {
 }
 
 std::unique_ptr<MachineStore> SystemMachine::makeStore(const std::string& folder, kit::LogSink& log) {
-  return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder}}, log);
+  return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder}, .made_once = namesMadeOnce()},
+                                       log);
 }
 
 std::unique_ptr<kit::ReportShelf> SystemMachine::makeReportShelf(const std::string& folder, const kit::JsonCodec& json,

@@ -19,6 +19,10 @@ constexpr size_t kActivityFields = 5;
 
 MorvikCoreServicesLib::MorvikCoreServicesLib(ServicesParts parts)
     : parts_(std::move(parts)), conversions_(parts_.store) {
+  loadMirrors();
+}
+
+void MorvikCoreServicesLib::loadMirrors() {
   is_forget_me_ = parts_.store.MorvikCoreUserInfo_isGDPRForgetMe();
   is_forget_me_synced_ = parts_.store.MorvikCoreUserInfo_isGDPRForgetMeServerSynced();
 }

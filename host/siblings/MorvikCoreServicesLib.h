@@ -37,6 +37,8 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
  public:
   /// Loads its mirrors from the store.
   explicit MorvikCoreServicesLib(ServicesParts parts);
+  /// Again, when the store has come to light after the start. Main queue.
+  void loadMirrors();
 
   std::string appKey() const override { return parts_.app_key; }
   std::string hashKey() const override { return parts_.hash_key; }

@@ -12,6 +12,9 @@ namespace {
 using kit::Array;
 using kit::Value;
 
+/// A disk that fails for a moment is no reason to begin without what it holds.
+constexpr int kOpenAttempts = 3;
+
 Array arrayOrEmpty(const Value& value) {
   return value.array();
 }
@@ -45,7 +48,8 @@ SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log)
   if (database_ == nullptr && !may_reopen_)
     return;
   flusher_ = options_.make_flusher([this](StoreFlusher::Urgency urgency) { flush(urgency); }, options_.flush_delay);
-  if (database_ != nullptr && database_->fresh())
+  // Makes last what the process before this one may have left unsynced, when it was killed, and a fresh file itself.
+  if (database_ != nullptr)
     flusher_->flushSoon();
 }
 
@@ -55,6 +59,11 @@ SqliteStore::~SqliteStore() {
 
 // ------------------------------------------------------------------------------------------------------ readers,
 // writers
+
+void SqliteStore::setWhenTakenOver(kit::Block hook) {
+  const std::lock_guard lock(commit_mutex_);
+  when_taken_over_ = std::move(hook);
+}
 
 Value SqliteStore::get(std::string_view key) const {
   const std::lock_guard lock(memory_mutex_);
@@ -234,9 +243,14 @@ SqliteStore::Opened SqliteStore::lockAndOpen() {
 }
 
 SqliteStore::Opened SqliteStore::openFile() {
-  StoreOutcome failed = makeStoreFile(options_.place);
-  if (!failed)
-    failed = openAndLoad(false);
+  StoreOutcome failed;
+  for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
+    failed = makeStoreFile(options_.place);
+    if (!failed)
+      failed = openAndLoad(false);
+    if (!failed || failed->kind != StoreProblem::Kind::kUnavailable)
+      break;
+  }
   if (!failed)
     return {database_->fresh() ? StoreOpening::kCreated : StoreOpening::kOpened, {}};
   if (failed->kind == StoreProblem::Kind::kNewer)
@@ -267,7 +281,8 @@ StoreOutcome SqliteStore::openAndLoad(bool read_only) {
 }
 
 // When the file could not be opened at the start, what it holds comes to light only now: a list that was begun in
-// memory goes behind the one in the file, so that neither is lost; of other values the newer one stands.
+// memory goes behind the one in the file, so that neither is lost; of other values the newer one stands, but for those
+// that are made once: the device stays the one that it was.
 void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
   const std::lock_guard lock(memory_mutex_);
   for (StoredProperty& found : loaded) {
@@ -281,8 +296,14 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
       property.value = property.stored;
     else if (!loaded_once_ && property.value.isArray() && property.stored.isArray())
       property.value = joined(property.stored, property.value);
+    else if (!loaded_once_ && isMadeOnce(found.name))
+      property.value = property.stored;
   }
   loaded_once_ = true;
+}
+
+bool SqliteStore::isMadeOnce(const std::string& name) const {
+  return std::find(options_.made_once.begin(), options_.made_once.end(), name) != options_.made_once.end();
 }
 
 StoreOutcome SqliteStore::setAside(const std::string& reason) {
@@ -297,8 +318,11 @@ StoreOutcome SqliteStore::setAside(const std::string& reason) {
 }
 
 bool SqliteStore::reopen() {
+  const bool knew_all = loaded_once_;
   if (may_reopen_)
     openWritable();
+  if (!knew_all && loaded_once_ && when_taken_over_)
+    std::exchange(when_taken_over_, nullptr)();
   return database_ != nullptr;
 }
 

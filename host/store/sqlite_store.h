@@ -50,6 +50,9 @@ struct SqliteStoreOptions {
   /// taken, no file is made or changed, and writes stay in memory.
   bool read_only = false;
   std::chrono::milliseconds flush_delay = kFlushDelay;
+  /// Names of values that are made once and for good: when the file could not be read at the opening and comes to light
+  /// later, its value of these stands, although this process has made another meanwhile.
+  std::vector<std::string> made_once = {};
   /// Empty: flushes run on a thread of the store's own.
   MakeStoreFlusher make_flusher = {};
 };
@@ -68,6 +71,8 @@ class SqliteStore : public MachineStore {
   StoreOpening opening() const override { return opening_; }
   /// The line that told what went wrong; empty when nothing did.
   const std::string& openingLine() const override { return opening_line_; }
+
+  void setWhenTakenOver(kit::Block hook) override;
 
   kit::Value get(std::string_view key) const override;
   void set(std::string_view key, kit::Value value) override;
@@ -131,6 +136,7 @@ class SqliteStore : public MachineStore {
   StoreOutcome openAndLoad(bool read_only);
   StoreOutcome setAside(const std::string& reason);
   bool reopen();
+  bool isMadeOnce(const std::string& name) const;
   void takeOver(std::vector<StoredProperty>& loaded);
   void forgetStored();
   StoreOutcome startAfresh(const std::string& reason);
@@ -167,7 +173,8 @@ class SqliteStore : public MachineStore {
   std::unique_ptr<StoreDatabase> database_;  ///< null: in memory
   bool may_reopen_ = false;                  ///< in memory for now, not for good
   bool loaded_once_ = false;                 ///< memory holds all that the file held
-  uint64_t generation_ = 0;                  ///< counts the files opened
+  kit::Block when_taken_over_;
+  uint64_t generation_ = 0;  ///< counts the files opened
   int64_t next_id_ = 1;
   std::vector<Pending> pending_;
   std::vector<Property*> refused_;  ///< of the latest plan: what no store can keep

@@ -104,6 +104,21 @@ TEST_F(SimulatedDiskTest, NumbersEveryChangeAndIsCutOffBeforeTheOneNamed) {
   EXPECT_FALSE(disk_.isCut());
 }
 
+TEST_F(SimulatedDiskTest, IsCutOffAtItsNumberInALaterProcessToo) {
+  auto store = open();
+  disk_.cutAt(disk_.changes() + 20);
+  store = reopenAfter(std::move(store), DiskCut::killed());
+  for (int i = 0; i < 20; ++i) {
+    store->set("age", i);
+    store->synchronize();
+  }
+  EXPECT_TRUE(disk_.isCut());
+  store = reopenAfter(std::move(store), DiskCut::killed());
+  store->set("age", 33);
+  store->synchronize();
+  EXPECT_FALSE(disk_.isCut()) << "once is enough";
+}
+
 TEST_F(SimulatedDiskTest, TearsTheWriteThatThePowerCutMeets) {
   std::set<std::string> left;
   for (uint64_t seed = 1; seed <= 20; ++seed) {

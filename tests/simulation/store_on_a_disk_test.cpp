@@ -1,0 +1,112 @@
+// The host's real store where the disk fails in ways that a real one seldom shows.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <memory>
+
+#include "host/store/sqlite_store.h"
+#include "simulation/simulated_disk.h"
+#include "simulation/virtual_flusher.h"
+#include "testing/recording_log.h"
+#include "testing/virtual_loop.h"
+
+namespace morvik::simulation {
+namespace {
+
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class StoreOnADisk : public ::testing::Test {
+ protected:
+  void open() {
+    store_ = std::make_unique<host::SqliteStore>(
+        host::SqliteStoreOptions{.place = disk_.place(), .made_once = {"identifier"}, .make_flusher = flushesOn(loop_)},
+        log_);
+  }
+  void set(const char* name, kit::Value value) {
+    store_->set(name, std::move(value));
+    store_->synchronize();
+  }
+  void die(const DiskCut& cut) {
+    disk_.cutNow();
+    loop_.kill();
+    store_.reset();
+    disk_.restart(cut);
+  }
+  /// The next so many reads fail.
+  void failReads(int count) {
+    disk_.decide([count](const DiskCall& call) mutable {
+      return call.kind == DiskCall::Kind::kRead && count-- > 0 ? SQLITE_IOERR_READ : SQLITE_OK;
+    });
+  }
+  static DiskCut powerCut() { return DiskCut::powerLost(PowerLoss::kNothingUnsynced, 1); }
+
+  ::morvik::testing::VirtualLoop loop_;
+  ::morvik::testing::RecordingLog log_;
+  SimulatedDisk disk_;
+  std::unique_ptr<host::SqliteStore> store_;
+};
+
+TEST_F(StoreOnADisk, SyncsWhatAKilledProcessLeftUnsyncedAlthoughNothingIsWrittenAnyMore) {
+  open();
+  set("age", 33);
+  die(DiskCut::killed());
+  open();
+  loop_.advance(1);
+  die(powerCut());
+  open();
+  EXPECT_EQ(store_->get("age"), kit::Value(33));
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(StoreOnADisk, OpensOnADiskThatFailsForAMoment) {
+  open();
+  set("age", 33);
+  store_->shutdown();
+  failReads(1);
+  open();
+  EXPECT_EQ(store_->opening(), host::StoreOpening::kOpened);
+  EXPECT_EQ(store_->get("age"), kit::Value(33));
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileComesToLightLater) {
+  open();
+  set("identifier", "first");
+  set("age", 33);
+  set("list", kit::Array{1, 2});
+  store_->shutdown();
+  failReads(50);
+  open();
+  ASSERT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+  int taken_over = 0;
+  store_->setWhenTakenOver([&taken_over] { ++taken_over; });
+  set("identifier", "second");
+  set("age", 34);
+  set("list", kit::Array{3});
+  disk_.decide({});
+  EXPECT_EQ(taken_over, 0);
+  EXPECT_TRUE(store_->synchronize());
+  EXPECT_EQ(taken_over, 1);
+  EXPECT_EQ(store_->get("identifier"), kit::Value("first"));
+  EXPECT_EQ(store_->get("age"), kit::Value(34));
+  EXPECT_EQ(store_->get("list"), kit::Value(kit::Array{1, 2, 3}));
+  store_->shutdown();
+  open();
+  EXPECT_EQ(store_->get("identifier"), kit::Value("first"));
+  EXPECT_THAT(log_.lines(), SizeIs(2)) << "that it cannot be opened, and that it can be written again";
+}
+
+TEST_F(StoreOnADisk, TellsNobodyOfAStoreThatWasThereFromTheBeginning) {
+  open();
+  int taken_over = 0;
+  store_->setWhenTakenOver([&taken_over] { ++taken_over; });
+  set("age", 33);
+  loop_.advance(1);
+  store_->shutdown();
+  EXPECT_EQ(taken_over, 0);
+}
+
+}  // namespace
+}  // namespace morvik::simulation
