@@ -1,8 +1,12 @@
 # Every test is known to ctest under its own name and carries a label: that of its group.
 
-# morvik_test_group(NAME FOLDER folder LIBRARIES library...): all .cpp files of the folder become test_NAME.
+# morvik_test_group(NAME FOLDER folder LIBRARIES library... [LABELS label...] [TIMEOUT seconds]): all .cpp files of the
+# folder become test_NAME.
 function(morvik_test_group name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" FOLDER LIBRARIES)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER;TIMEOUT" "LIBRARIES;LABELS")
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
   morvik_sources(sources ${arg_FOLDER})
   if(NOT sources)
     return()
@@ -20,7 +24,14 @@ function(morvik_test_group name)
     DISCOVERY_TIMEOUT 60
     # Values as names run over several lines; a number or the name that the test gives is enough.
     NO_PRETTY_VALUES
-    PROPERTIES LABELS ${name} TIMEOUT 120)
+    PROPERTIES LABELS ${name} TIMEOUT ${arg_TIMEOUT})
+  # The discovery passes no list on: more labels are set when the tests are known.
+  if(arg_LABELS)
+    set(more_labels "${CMAKE_CURRENT_BINARY_DIR}/test_${name}_labels.cmake")
+    file(WRITE "${more_labels}"
+         "if(test_${name}_TESTS)\n  set_tests_properties(\${test_${name}_TESTS} PROPERTIES LABELS \"${name};${arg_LABELS}\")\nendif()\n")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${more_labels}")
+  endif()
 endfunction()
 
 # morvik_python_tests(FOLDER): every test_*.py of the folder is one test.

@@ -1,0 +1,752 @@
+#include "simulation/busy_life.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <charconv>
+#include <exception>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "host/crypto/openssl_cipher.h"
+#include "host/crypto/zlib_compressor.h"
+#include "host/host.h"
+#include "services/json_writer.h"
+#include "simulation/virtual_machine.h"
+#include "testing/simulated_service.h"
+
+namespace morvik::simulation {
+namespace {
+
+using testing::Answer;
+using testing::ServedRequest;
+using testing::ServiceEndpoint;
+using testing::SimulatedService;
+
+constexpr double kNever = std::numeric_limits<double>::infinity();
+constexpr double kHourSeconds = 3'600;
+constexpr double kAnswerSeconds = 0.2;
+/// As long as the system lets an app finish what it does.
+constexpr double kGrantSeconds = 35;
+/// So much comes with an event of the long queue that its log has to begin anew.
+constexpr size_t kLongParamBytes = 700;
+constexpr int kLongQueueEvents = 90;
+constexpr size_t kNameBytes = 16;  // of a name in a complaint
+constexpr uint64_t kDroppedWriteEvery = 50;
+
+enum class Kind : uint8_t { kActivity, kImpression, kReEngagementClick, kCommerceClick, kCrashReport, kDemographic };
+
+/// How the service treats what comes.
+enum class Mood : uint8_t {
+  kHealthy,
+  kRefuses,      ///< a bad status
+  kSaysNo,       ///< a good one, and "no"
+  kNotReached,   ///< the request is lost on its way
+  kAnswerLost,   ///< the request is taken in, and its answer is lost
+  kAnswersJunk,  ///< the request is taken in, and its answer is no JSON
+};
+
+/// Something that the app recorded.
+struct Item {
+  Kind kind = Kind::kActivity;
+  std::string name;
+  double kept_from = kNever;  ///< virtual time from which on it must outlive a kill; never: not yet
+  bool arrived = false;
+  bool given_up = false;
+  bool not_kept_yet = false;
+  std::optional<Complaint> cut_by;  ///< the first cut after it was recorded
+};
+
+/// The latest time that an event was on the wire.
+struct Sending {
+  double left_at = 0;
+  double answered_at = 0;
+  bool accepted = false;
+  bool overlapped = false;
+};
+
+/// A death: when, and from when on what was done may be undone by it.
+struct Death {
+  double at = 0;
+  double undone_from = kNever;
+};
+
+std::string textOf(const kit::Value& value) {
+  std::string text;
+  services::appendJsonDescription(value, text);
+  return text;
+}
+
+class BusyLife {
+ public:
+  explicit BusyLife(const BusyLifeOptions& options) : options_(options) {
+    machine_.transport.on("").alwaysBy([this](const kit::Request& request) { return serve(request); });
+    disk_.decide([this](const DiskCall& call) { return decide(call); });
+    if (options.cut_before_change != 0)
+      disk_.cutAt(options.cut_before_change);
+  }
+
+  BusyLifeResult live() {
+    try {
+      for (const auto& chapter : chapters()) {
+        chapter();
+        endCutProcess();
+      }
+      liveAHealthyEnd();
+    } catch (const std::exception& thrown) {
+      complain(Complaint::kBroken, thrown.what());
+    }
+    settleAccount();
+    return std::move(result_);
+  }
+
+ private:
+  // ------------------------------------------------------------------------------------------------------ the script
+
+  std::vector<std::function<void()>> chapters() {
+    return {
+        [this] { firstStart(); },         [this] { keptSession(); },
+        [this] { lostAnswers(); },        [this] { crash(); },
+        [this] { longQueue(); },          [this] { powerCut(); },
+        [this] { wishToBeForgotten(); },  [this] { withdrawal(); },
+        [this] { afterTheWithdrawal(); },
+    };
+  }
+
+  void firstStart() {
+    moods_[ServiceEndpoint::kReEngagement] = Mood::kRefuses;
+    openSession();
+    addImpression();
+    record(12);
+    openLink(Kind::kCommerceClick);
+    openLink(Kind::kReEngagementClick);
+    setUserId();
+    leaveSession();
+  }
+
+  /// The user is back within the minute; the batch at the end is refused.
+  void keptSession() {
+    moods_[ServiceEndpoint::kTracking] = Mood::kRefuses;
+    openSession();
+    record(4);
+    openLink(Kind::kReEngagementClick);
+    leaveSession();
+    moods_[ServiceEndpoint::kTracking] = Mood::kSaysNo;
+    pass(kHourSeconds);
+  }
+
+  void lostAnswers() {
+    moods_[ServiceEndpoint::kTracking] = Mood::kAnswerLost;
+    moods_[ServiceEndpoint::kDemographics] = Mood::kNotReached;
+    openSession();
+    record(3);
+    setUserId();
+    addImpression();
+    moods_[ServiceEndpoint::kTracking] = Mood::kAnswersJunk;
+    pushTracking();
+    record(2);
+    moods_[ServiceEndpoint::kTracking] = Mood::kHealthy;
+    pushTracking();
+    leaveSession();
+    moods_.clear();
+    pass(kHourSeconds);
+  }
+
+  /// The app dies of its own fault in a session; the next start reports it.
+  void crash() {
+    moods_[ServiceEndpoint::kCommerce] = Mood::kRefuses;
+    openSession();
+    record(3);
+    openLink(Kind::kCommerceClick);
+    reportCrash();
+    die(DiskCut::killed());
+    moods_[ServiceEndpoint::kCrash] = Mood::kNotReached;
+    openSession();
+    pass(5);
+    die(DiskCut::killed());
+    moods_.clear();
+    openSession();
+    openLink(Kind::kCommerceClick);
+    leaveSession();
+  }
+
+  /// Without a network the queue grows until the store's log is long; then everything goes.
+  void longQueue() {
+    machine_.transport.goOffline();
+    openSession();
+    record(kLongQueueEvents, kLongParamBytes);
+    leaveSession();
+    pass(kHourSeconds);
+    machine_.transport.goOnline();
+    openSession();
+    leaveSession();
+    stop();
+  }
+
+  void powerCut() {
+    openSession();
+    record(4);
+    addImpression();
+    pass(2);
+    die(DiskCut::powerLost(PowerLoss::kNothingUnsynced, 1));
+    pass(kHourSeconds);
+    openSession();
+    record(2);
+    leaveSession();
+  }
+
+  void wishToBeForgotten() {
+    openSession();
+    record(2);
+    pushTracking();
+    wish(true);
+    pass(5);
+    die(DiskCut::killed());
+    openSession();
+    leaveSession();
+    die(DiskCut::killed());
+  }
+
+  void withdrawal() {
+    withdraw();
+    pass(2);
+    stop();
+  }
+
+  void afterTheWithdrawal() {
+    pass(kHourSeconds);
+    openSession();
+    record(11);
+    pushTracking();
+    leaveSession();
+  }
+
+  void liveAHealthyEnd() {
+    endCutProcess();
+    is_healthy_ = true;
+    moods_.clear();
+    machine_.transport.goOnline();
+    needProcess();
+    if (process_->isGdprForgetMe()) {
+      withdraw();
+      stop();
+    }
+    for (int session = 0; session < 2; ++session) {
+      pass(kHourSeconds);
+      openSession();
+      record(1);
+      openLink(Kind::kCommerceClick);
+      leaveSession();
+    }
+    pass(kHourSeconds);
+    openSession();
+    leaveSession();
+  }
+
+  // ------------------------------------------------------------------------------------------------- doing and living
+
+  double now() const { return machine_.loop.monotonicSeconds(); }
+  bool isCut() const { return disk_.isCut(); }
+
+  static HostOptions hostOptions(BusyLife& life) {
+    HostOptions options;
+    options.store_folder = "/virtual";
+    options.app_key = "app";
+    options.hash_key = "hash";
+    options.tracking_key = "tracking";
+    options.service_url = "https://service.example/";
+    options.log_level = 0;
+    options.log_sink = [&life](std::string_view line) { life.hear(line); };
+    return options;
+  }
+
+  void needProcess() {
+    if (process_ || isCut())
+      return;
+    if (options_.sabotage == Sabotage::kKeepsNothing)
+      rememberTheDisk();
+    is_starting_ = true;
+    process_ = machine_.start(hostOptions(*this));
+    machine_.loop.runUntilIdle();
+    is_starting_ = false;
+    is_active_ = false;
+    is_wish_unchecked_ = true;
+    checkWish();
+  }
+
+  /// Once for each process; a store that could not be read at first says later what it holds.
+  void checkWish() {
+    if (isCut() || !process_ || trouble_since_ || !std::exchange(is_wish_unchecked_, false))
+      return;
+    if (process_->isGdprForgetMe() != wish_ && kept(wish_kept_from_))
+      complain(Complaint::kForgottenWish, wish_ ? "the wish to be forgotten" : "the withdrawal");
+    setWish(process_->isGdprForgetMe());
+  }
+
+  /// Time passes, until the disk is cut off at the latest.
+  void pass(double seconds) {
+    machine_.loop.advanceUntil([this] { return isCut(); }, isCut() ? 0 : seconds);
+  }
+
+  void doNow(const std::function<void(host::Host&)>& action) {
+    needProcess();
+    if (isCut())
+      return;
+    action(*process_);
+    machine_.loop.runUntilIdle();
+    checkWish();
+  }
+
+  void openSession() {
+    if (is_active_ && process_)
+      return;
+    if (options_.sabotage == Sabotage::kForgetsTheLastSession)
+      rememberTheDisk();
+    doNow([](host::Host& host) { host.applicationDidBecomeActive(); });
+    is_active_ = true;
+    pass(3);
+  }
+
+  void leaveSession() {
+    doNow([](host::Host& host) { host.applicationDidEnterBackground(); });
+    is_active_ = false;
+    pass(kGrantSeconds);
+  }
+
+  void pushTracking() {
+    doNow([](host::Host& host) { host.pushTracking(); });
+    pass(2);
+  }
+
+  /// The app ends in order.
+  void stop() {
+    if (!process_ || isCut())
+      return;
+    process_->stop();
+    if (isCut())
+      return;
+    // What a failing disk did not take goes with the process, however orderly.
+    if (trouble_since_)
+      noteDeath({.at = now(), .undone_from = *trouble_since_}, false);
+    process_.reset();
+    machine_.loop.kill();
+    beginWithoutTrouble();
+  }
+
+  void endCutProcess() {
+    if (isCut())
+      die(options_.cut);
+  }
+
+  /// Records what `action` does under a name of its own.
+  void record(Kind kind, const std::string& name, double kept_after, const std::function<void(host::Host&)>& action) {
+    needProcess();
+    if (isCut() || process_->isGdprForgetMe())
+      return;
+    Item item{.kind = kind, .name = name};
+    // An upload that is under way ends by emptying the whole list.
+    item.given_up = kind != Kind::kActivity && kind != Kind::kReEngagementClick && machine_.transport.unanswered() > 0;
+    items_.push_back(item);
+    const size_t number = items_.size() - 1;
+    doNow(action);
+    if (!isCut())
+      items_[number].kept_from = now() + kept_after;
+  }
+
+  std::string nextName(const char* what) { return std::string(what) + "-" + std::to_string(1000 + items_.size()); }
+
+  void record(int count, size_t padding = 0) {
+    for (int i = 0; i < count; ++i) {
+      const std::string name = nextName("event");
+      record(Kind::kActivity, name, 0,
+             [&](host::Host& host) { host.addActivity("shop", "purchase", name + std::string(padding, '.')); });
+      pass(1.5);
+    }
+  }
+
+  void addImpression() {
+    const std::string name = nextName("impression");
+    record(Kind::kImpression, name, 0, [this, &name](host::Host& host) {
+      const kit::Value impression =
+          kit::Dictionary{{"campaignKey", 7}, {"spaceKey", name}, {"createdAt", kit::Value(machine_.loop.now())}};
+      host.perform([&host, impression] {
+        const auto properties = host.properties();
+        properties.inOneStep([&] {
+          kit::MutableArray impressions(properties.fendoImpressionInfos());
+          impressions.append(impression);
+          properties.setFendoImpressionInfos(kit::Value(std::move(impressions)));
+        });
+        properties.synchronize();
+      });
+    });
+    pass(1);
+  }
+
+  void openLink(Kind kind) {
+    const std::string name = nextName("click");
+    const bool is_commerce = kind == Kind::kCommerceClick;
+    // A re-engagement click is kept once its request has failed, and not before.
+    record(kind, name, is_commerce ? 0 : kAnswerSeconds, [&](host::Host& host) {
+      host.passOpenURL(is_commerce ? "shop://offer?cid=" + name
+                                   : "shop://offer?ck=" + std::to_string(5000 + items_.size()) +
+                                         "&sn=9001&mrvk_eng=1&sub_referral=" + name);
+    });
+    pass(5);
+  }
+
+  void setUserId() {
+    const std::string name = nextName("user");
+    for (Item& item : items_) {
+      if (item.kind == Kind::kDemographic)
+        item.given_up = true;  // the newer value stands in its place
+    }
+    record(Kind::kDemographic, name, 0, [&name](host::Host& host) { host.setUserId(name); });
+    pass(1);
+  }
+
+  void reportCrash() {
+    const std::string name = nextName("crash");
+    record(Kind::kCrashReport, name, 0, [&name](host::Host& host) {
+      host.reportUncaughtException({.reason = "fendo " + name, .call_stack_symbols = {}, .moment = std::nullopt});
+    });
+  }
+
+  void setWish(bool forget_me) {
+    wish_ = forget_me;
+    wish_kept_from_ = now();
+  }
+
+  void wish(bool forget_me) {
+    is_wish_unchecked_ = false;
+    wish_kept_from_ = kNever;
+    doNow([forget_me](host::Host& host) { host.gdprForgetMe(forget_me); });
+    if (!isCut())
+      setWish(forget_me);
+  }
+
+  /// Where there is a network an accepted withdrawal would count as another wish to be forgotten.
+  void withdraw() {
+    doNow([](host::Host& host) { host.setOffline(true); });
+    wish(false);
+    doNow([](host::Host& host) { host.setOffline(false); });
+  }
+
+  // ------------------------------------------------------------------------------------------------------------ dying
+
+  void die(const DiskCut& cut) {
+    if (!process_)
+      return;
+    disk_.cutNow();
+    noteDeath(deathBy(cut), cut.power_lost);
+    ++result_.cuts;
+    machine_.kill(std::move(process_), cut);
+    process_ = nullptr;
+    is_active_ = false;
+    batch_under_way_until_ = 0;
+    beginWithoutTrouble();
+    sabotageWhatIsLeft();
+  }
+
+  Death deathBy(const DiskCut& cut) const {
+    Death death{.at = now(), .undone_from = trouble_since_.value_or(kNever)};
+    if (cut.power_lost)
+      death.undone_from = std::min({death.undone_from, now(), unsynced_since_.value_or(kNever)}) - kPowerCutLossSeconds;
+    return death;
+  }
+
+  void noteDeath(const Death& death, bool power_lost) {
+    deaths_.push_back(death);
+    for (Item& item : items_) {
+      if (!item.cut_by)
+        item.cut_by = power_lost ? Complaint::kLostAtPowerCut : Complaint::kLostAtKill;
+      if (item.kept_from >= death.undone_from || item.kept_from == kNever)
+        item.not_kept_yet = true;
+      else if (item.kind == Kind::kReEngagementClick && item.kept_from >= death.at)
+        item.given_up = true;  // its request was under way
+    }
+  }
+
+  /// What an earlier process could not sync stays unsynced.
+  void beginWithoutTrouble() { trouble_since_.reset(); }
+
+  /// Whether what was done then outlived every death since.
+  bool kept(double when) const {
+    return when != kNever && std::none_of(deaths_.begin(), deaths_.end(), [&](const Death& death) {
+             return when <= death.at && when >= death.undone_from;
+           });
+  }
+
+  // ---------------------------------------------------------------------------------------------------------- the disk
+
+  int decide(const DiskCall& call) {
+    if (!is_healthy_) {
+      if (const int code = faultOf(call); code != SQLITE_OK)
+        return code;
+    }
+    if (call.kind == DiskCall::Kind::kSync && call.path.ends_with("-wal"))
+      unsynced_since_.reset();
+    const bool is_log_write = call.kind == DiskCall::Kind::kWrite && call.path.ends_with("-wal");
+    switch (options_.sabotage) {
+      case Sabotage::kSyncsNothing:
+        return call.kind == DiskCall::Kind::kSync || call.kind == DiskCall::Kind::kSyncFolder ? SimulatedDisk::kDropped
+                                                                                              : SQLITE_OK;
+      case Sabotage::kDropsAWrite:
+        return is_log_write && ++log_writes_ % kDroppedWriteEvery == 0 ? SimulatedDisk::kDropped : SQLITE_OK;
+      default:
+        return SQLITE_OK;
+    }
+  }
+
+  int faultOf(const DiskCall& call) {
+    switch (call.kind) {
+      case DiskCall::Kind::kWrite:
+      case DiskCall::Kind::kTruncate:
+      case DiskCall::Kind::kCreate:
+        return faultAt(DiskFault::At::kWrite, SQLITE_FULL);
+      case DiskCall::Kind::kSync:
+      case DiskCall::Kind::kSyncFolder:
+        return faultAt(DiskFault::At::kSync, SQLITE_IOERR_FSYNC);
+      case DiskCall::Kind::kRead:
+        return is_starting_ ? faultAt(DiskFault::At::kReadAtStart, SQLITE_IOERR_READ) : SQLITE_OK;
+      default:
+        return SQLITE_OK;
+    }
+  }
+
+  int faultAt(DiskFault::At at, int code) {
+    const uint64_t number = ++result_.fault_points[static_cast<size_t>(at)];
+    const auto& fault = options_.fault;
+    return fault && fault->at == at && number >= fault->first && number - fault->first < fault->calls ? code
+                                                                                                      : SQLITE_OK;
+  }
+
+  void sabotageWhatIsLeft() {
+    const std::string path = disk_.place().path();
+    switch (options_.sabotage) {
+      case Sabotage::kGarblesTheFile:
+        disk_.put(path, std::string(2048, 'x'));
+        break;
+      case Sabotage::kKeepsNothing:
+      case Sabotage::kForgetsTheLastSession:
+        for (const std::string& each : {path, path + "-wal"})
+          disk_.put(each, earlier_[each]);
+        break;
+      default:
+        break;
+    }
+  }
+
+  /// For a store that forgets: what the disk held before.
+  void rememberTheDisk() {
+    for (const std::string& each : disk_.paths())
+      earlier_[each] = disk_.bytesOf(each);
+  }
+
+  void hear(std::string_view line) {
+    if (isCut())
+      return;
+    const auto says = [line](std::string_view part) { return line.find(part) != std::string_view::npos; };
+    if (says("cannot be read (") || says("are damaged"))
+      complain(Complaint::kUnreadableStore, std::string(line));
+    if (says("cannot be written (") || says("cannot be opened ("))
+      trouble_since_ = trouble_since_.value_or(now());
+    if (says("can be written again"))
+      trouble_since_.reset();
+    if (says("cannot be synced to the disk ("))
+      unsynced_since_ = unsynced_since_.value_or(now());
+  }
+
+  // ------------------------------------------------------------------------------------------------------- the service
+
+  Answer serve(const kit::Request& request) {
+    if (isCut())
+      return Answer::silence();  // it never left
+    const std::optional<ServiceEndpoint> endpoint = testing::endpointOf(request.url);
+    if (process_ && endpoint != ServiceEndpoint::kErasure && process_->isGdprForgetMe())
+      complain(Complaint::kRequestOfForgotten, request.url);
+    const Mood mood = endpoint && moods_.contains(*endpoint) ? moods_[*endpoint] : Mood::kHealthy;
+    const bool arrives = mood == Mood::kHealthy || mood == Mood::kAnswerLost || mood == Mood::kAnswersJunk;
+    const ServedRequest served =
+        service_.receive(request, arrives ? SimulatedService::Counting::kYes : SimulatedService::Counting::kNo);
+    if (served.refusal)
+      complain(Complaint::kBroken, "the service refused " + request.url + ": " + *served.refusal);
+    if (endpoint == ServiceEndpoint::kTracking)
+      noteSent(served, mood);
+    if (endpoint == ServiceEndpoint::kConversion)
+      installed_at_ = std::min(installed_at_, now());
+    if (arrives)
+      noteArrived(served);
+    return answerOf(served, mood).after(kAnswerSeconds);
+  }
+
+  Answer answerOf(const ServedRequest& served, Mood mood) {
+    switch (mood) {
+      case Mood::kHealthy:
+      case Mood::kSaysNo:
+        break;
+      case Mood::kRefuses:
+        return Answer::body(503, "out of order");
+      case Mood::kNotReached:
+      case Mood::kAnswerLost:
+        return Answer::error("the connection was closed");
+      case Mood::kAnswersJunk:
+        return Answer::body(200, "<html>sign in</html>");
+    }
+    return service_.answer(served);
+  }
+
+  void noteSent(const ServedRequest& served, Mood mood) {
+    const bool overlaps = now() < batch_under_way_until_;
+    batch_under_way_until_ = std::max(batch_under_way_until_, now() + kAnswerSeconds);
+    const bool accepted = mood == Mood::kHealthy;
+    for (const kit::Value& event : served.payload["activity_info"].array()) {
+      const std::string id(event["event_id"].string());
+      const auto before = sendings_.find(id);
+      if (before != sendings_.end()) {
+        before->second.overlapped |= overlaps;
+        if (isExplained(before->second))
+          ++result_.sent_twice;
+        else
+          complain(Complaint::kSentTwice, id + " " + std::string(event["param"].string().substr(0, kNameBytes)));
+      }
+      sendings_[id] = {
+          .left_at = now(), .answered_at = now() + kAnswerSeconds, .accepted = accepted, .overlapped = overlaps};
+      if (overlaps)
+        giveUp(event["param"].string());
+    }
+  }
+
+  bool isExplained(const Sending& sending) const {
+    return !sending.accepted || sending.overlapped ||
+           std::any_of(deaths_.begin(), deaths_.end(), [&](const Death& death) {
+             return death.at >= sending.left_at && std::min(death.at, death.undone_from) <= sending.answered_at;
+           });
+  }
+
+  /// An answer that comes first trims by the ids of the latest batch.
+  void giveUp(std::string_view param) {
+    for (Item& item : items_) {
+      if (item.kind == Kind::kActivity && param.starts_with(item.name))
+        item.given_up = true;
+    }
+  }
+
+  void noteArrived(const ServedRequest& served) {
+    const std::string text = textOf(served.payload);
+    for (Item& item : items_) {
+      if (!item.arrived && text.find(item.name) != std::string::npos)
+        item.arrived = true;
+    }
+  }
+
+  // ------------------------------------------------------------------------------------------------------- the account
+
+  void complain(Complaint complaint, const std::string& text) {
+    ++result_.complaints[static_cast<size_t>(complaint)];
+    result_.texts.push_back(std::string(nameOf(complaint)) + ": " + text);
+  }
+
+  void settleAccount() {
+    result_.changes = disk_.changes();
+    result_.installs = service_.installs();
+    if (result_.installs > 1 && kept(installed_at_))
+      complain(Complaint::kAnotherDevice, std::to_string(result_.installs) + " installs");
+    if (!process_)
+      return;
+    std::string stored;
+    for (const auto& [name, value] : process_->allStored())
+      stored += textOf(value);
+    BusyAccount& account = result_.account;
+    for (const Item& item : items_) {
+      ++account.recorded;
+      if (item.arrived)
+        ++account.delivered;
+      else if (stored.find(item.name) != std::string::npos)
+        ++account.stored;
+      else if (item.given_up)
+        ++account.given_up;
+      else if (item.not_kept_yet)
+        ++account.not_kept_yet;
+      else
+        complain(item.cut_by.value_or(Complaint::kLostOtherwise), item.name);
+    }
+    if (!account.balances())
+      complain(Complaint::kUnbalancedAccount, std::to_string(account.recorded) + " recorded");
+    process_->stop();
+  }
+
+  const BusyLifeOptions options_;
+  SimulatedDisk disk_;
+  VirtualMachine machine_{{.disk = &disk_}};
+  const host::OpensslCipher cipher_;
+  const host::ZlibCompressor compressor_;
+  testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
+  SimulatedService service_{
+      {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
+  std::map<ServiceEndpoint, Mood> moods_;
+  std::unique_ptr<host::Host> process_;
+  bool is_active_ = false;
+  bool is_starting_ = false;
+  bool is_healthy_ = false;
+
+  std::vector<Item> items_;
+  std::map<std::string, Sending> sendings_;  ///< by event id
+  std::vector<Death> deaths_;
+  bool wish_ = false;
+  bool is_wish_unchecked_ = false;
+  double wish_kept_from_ = kNever;
+  double installed_at_ = kNever;
+  double batch_under_way_until_ = 0;
+  std::optional<double> trouble_since_;   ///< of the disk, as the store told it
+  std::optional<double> unsynced_since_;  ///< the same, until the log is synced
+  uint64_t log_writes_ = 0;
+  std::map<std::string, std::string> earlier_;  ///< bytes by path
+  BusyLifeResult result_;
+};
+
+}  // namespace
+
+const char* nameOf(Complaint complaint) {
+  switch (complaint) {
+    case Complaint::kUnreadableStore:
+      return "unreadable store";
+    case Complaint::kLostAtKill:
+      return "lost at a kill";
+    case Complaint::kLostAtPowerCut:
+      return "lost at a power cut";
+    case Complaint::kLostOtherwise:
+      return "lost without a cut";
+    case Complaint::kSentTwice:
+      return "sent twice without a reason";
+    case Complaint::kUnbalancedAccount:
+      return "unbalanced account";
+    case Complaint::kForgottenWish:
+      return "forgotten wish";
+    case Complaint::kRequestOfForgotten:
+      return "request of a forgotten user";
+    case Complaint::kAnotherDevice:
+      return "installed again";
+    case Complaint::kBroken:
+      return "broken";
+  }
+  return "";
+}
+
+BusyAccount& BusyAccount::operator+=(const BusyAccount& other) {
+  recorded += other.recorded;
+  delivered += other.delivered;
+  stored += other.stored;
+  given_up += other.given_up;
+  not_kept_yet += other.not_kept_yet;
+  return *this;
+}
+
+BusyLifeResult liveBusyLife(const BusyLifeOptions& options) {
+  return BusyLife(options).live();
+}
+
+}  // namespace morvik::simulation

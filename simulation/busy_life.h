@@ -1,0 +1,95 @@
+// A busy life of one device on a disk that can fail: everything that is recorded in a few days, with batches refused
+// and lost, deaths and a wish to be forgotten, in virtual time; and the account of it. The same to the byte each time,
+// up to the change of the disk at which a life is cut off.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulation/simulated_disk.h"
+
+namespace morvik::simulation {
+
+/// What is documented to be lost with the power: what was recorded this shortly before.
+inline constexpr double kPowerCutLossSeconds = 1.0;
+
+/// An error that the disk answers with, to one call or to some in a row; then it is well again.
+struct DiskFault {
+  enum class At : uint8_t {
+    kWrite,        ///< a write, a truncation or a new file: the disk is full
+    kSync,         ///< the disk cannot be synced
+    kReadAtStart,  ///< a read while a process starts fails
+  };
+  static constexpr size_t kPlaces = 3;
+  At at = At::kWrite;
+  uint64_t first = 1;  ///< of the calls of that kind, from 1
+  uint64_t calls = 1;  ///< so many in a row
+};
+
+/// A store that does less than it says, to see that it is found out.
+enum class Sabotage : uint8_t {
+  kNone,
+  kSyncsNothing,           ///< no sync reaches the disk
+  kDropsAWrite,            ///< every 50th write to the log never reaches it
+  kKeepsNothing,           ///< what a process wrote is gone with it
+  kForgetsTheLastSession,  ///< what was written since the latest session began is gone with its process
+  kGarblesTheFile,         ///< what is left of the store's file after a death is no store
+};
+
+struct BusyLifeOptions {
+  /// The disk is cut off before the change with this number; 0: never, but where the life itself ends that way.
+  uint64_t cut_before_change = 0;
+  DiskCut cut;
+  std::optional<DiskFault> fault;
+  Sabotage sabotage = Sabotage::kNone;
+};
+
+/// What a life must never show.
+enum class Complaint : uint8_t {
+  kUnreadableStore,     ///< a store that was set aside, or with damaged records
+  kLostAtKill,          ///< what was synchronized, and is gone with a killed process
+  kLostAtPowerCut,      ///< what was recorded before the last second, and is gone with the power
+  kLostOtherwise,       ///< gone, and nothing was cut
+  kSentTwice,           ///< an event on the wire again, and nothing explains it
+  kUnbalancedAccount,   ///< recorded is not delivered + stored + given up + not yet kept when the cut came
+  kForgottenWish,       ///< a wish to be forgotten, or its withdrawal, that did not outlive the process
+  kRequestOfForgotten,  ///< a request but the erasure of a user who asked to be forgotten
+  kAnotherDevice,       ///< what makes the device this one was lost: it was installed again
+  kBroken               ///< something was thrown, or a host did not start
+};
+inline constexpr size_t kComplaints = 10;
+const char* nameOf(Complaint complaint);
+
+/// One account over all that was recorded: activities, impressions, clicks, crash reports and demographics.
+struct BusyAccount {
+  uint64_t recorded = 0;
+  uint64_t delivered = 0;
+  uint64_t stored = 0;
+  uint64_t given_up = 0;      ///< by a rule that docs/guarantees.md states
+  uint64_t not_kept_yet = 0;  ///< when the cut came: in the turn that it met, in the last second, or on a failing disk
+  bool balances() const { return recorded == delivered + stored + given_up + not_kept_yet; }
+  BusyAccount& operator+=(const BusyAccount& other);
+};
+
+struct BusyLifeResult {
+  BusyAccount account;
+  uint64_t changes = 0;                                     ///< of the disk
+  std::array<uint64_t, DiskFault::kPlaces> fault_points{};  ///< calls that a fault can meet
+  uint64_t cuts = 0;
+  uint64_t installs = 0;    ///< that the service attributed
+  uint64_t sent_twice = 0;  ///< events that went out again for a reason
+  std::array<uint64_t, kComplaints> complaints{};
+  std::vector<std::string> texts;  ///< what was complained of
+
+  uint64_t count(Complaint complaint) const { return complaints[static_cast<size_t>(complaint)]; }
+  bool isFine() const { return texts.empty(); }
+};
+
+/// Lives it to its healthy end. Any thread; shares nothing with other lives.
+BusyLifeResult liveBusyLife(const BusyLifeOptions& options);
+
+}  // namespace morvik::simulation

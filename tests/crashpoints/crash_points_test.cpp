@@ -1,0 +1,35 @@
+// Minutes of one processor: every fifth point. All of them: tools/crashpoints --all.
+#include "simulation/crash_points.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+namespace morvik::simulation {
+namespace {
+
+using ::testing::Each;
+using ::testing::Gt;
+using ::testing::IsEmpty;
+
+TEST(CrashPoints, NothingIsLostAtAnyOfThem) {
+  const CrashPointResult result = tryCrashPoints({.stride = 5, .workers = 2});
+  std::cout << figuresOf(result);
+  EXPECT_THAT(result.tried, Each(Gt(0U)));
+  EXPECT_GT(result.tried_in_all, 3000U);
+  EXPECT_EQ(result.count(Complaint::kUnreadableStore), 0U);
+  EXPECT_EQ(result.count(Complaint::kLostAtKill), 0U);
+  EXPECT_EQ(result.count(Complaint::kLostAtPowerCut), 0U);
+  EXPECT_EQ(result.count(Complaint::kLostOtherwise), 0U);
+  EXPECT_EQ(result.count(Complaint::kSentTwice), 0U);
+  EXPECT_EQ(result.count(Complaint::kUnbalancedAccount), 0U);
+  EXPECT_EQ(result.count(Complaint::kForgottenWish), 0U);
+  EXPECT_EQ(result.count(Complaint::kRequestOfForgotten), 0U);
+  EXPECT_EQ(result.count(Complaint::kAnotherDevice), 0U);
+  EXPECT_EQ(result.count(Complaint::kBroken), 0U);
+  EXPECT_THAT(result.texts, IsEmpty());
+}
+
+}  // namespace
+}  // namespace morvik::simulation
