@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <utility>
+
 namespace morvik_device {
 namespace {
 
@@ -18,7 +20,9 @@ struct Details {
 
 Details detailsOf(const AdClient& client) {
   Details given;
-  client.requestAttributionDetails([&](OptionalText json, OptionalText error) { given = {json, error}; });
+  client.requestAttributionDetails([&](OptionalText json, OptionalText error) {
+    given = {std::move(json), std::move(error)};
+  });
   return given;
 }
 
