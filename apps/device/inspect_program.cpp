@@ -42,7 +42,10 @@ int show(const Written& written, const Surroundings& surroundings) {
   const std::string text = written.json ? describeAsJson(inspection) : describe(inspection, style);
   const bool is_written = std::fwrite(text.data(), 1, text.size(), surroundings.output) == text.size() &&
                           std::fflush(surroundings.output) == 0;
-  return is_written ? 0 : 1;
+  if (is_written)
+    return 0;
+  surroundings.errors << "morvik-device: standard output cannot be written; keep its reader open" << std::endl;
+  return 1;
 }
 
 }  // namespace

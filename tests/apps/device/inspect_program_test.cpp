@@ -3,7 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <memory>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "apps/device/program.h"
 #include "host/store/sqlite_store.h"
@@ -73,6 +77,17 @@ TEST_F(InspectProgram, RefusesInOneLine) {
   EXPECT_EQ(errors_, "morvik-device: STORE_DIR is required; see morvik-device inspect --help\n");
   EXPECT_EQ(run({"inspect", folder_.path(), "--newest", "few"}), 2);
   EXPECT_THAT(errors_, HasSubstr("--newest"));
+}
+
+TEST_F(InspectProgram, SaysThatNobodyTakesItsOutput) {
+  open()->shutdown();
+  std::FILE* const full = std::fopen("/dev/full", "w");
+  ASSERT_NE(full, nullptr);
+  std::istringstream no_input;
+  std::ostringstream errors;
+  EXPECT_EQ(runProgram({"inspect", folder_.path()}, {no_input, full, errors}), 1);
+  EXPECT_EQ(errors.str(), "morvik-device: standard output cannot be written; keep its reader open\n");
+  std::fclose(full);
 }
 
 TEST_F(InspectProgram, TellsItsOptions) {

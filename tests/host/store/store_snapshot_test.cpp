@@ -9,8 +9,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <filesystem>
-#include <future>
 #include <memory>
 #include <set>
 #include <string>
@@ -28,6 +28,46 @@ using kit::Value;
 using test::bytesOf;
 using test::stateOf;
 using test::writeBytes;
+
+void appendBigEndian(uint32_t number, std::string& out) {
+  for (int shift = 24; shift >= 0; shift -= 8)
+    out.push_back(static_cast<char>(number >> static_cast<unsigned>(shift)));
+}
+
+/// A log of one page and one commit, with check sums as they should be.
+std::string logOfOneCommit(uint32_t page, uint32_t pages_after_commit) {
+  constexpr uint32_t kPageBytes = 1024;
+  uint32_t first = 0;
+  uint32_t second = 0;
+  const auto add = [&](const std::string& bytes) {
+    const auto number = [&bytes](size_t place) {
+      uint32_t all = 0;
+      for (size_t i = 0; i < 4; ++i)
+        all = all << 8U | static_cast<uint8_t>(bytes[place + i]);
+      return all;
+    };
+    for (size_t place = 0; place < bytes.size(); place += 8) {
+      first += number(place) + second;
+      second += number(place + 4) + first;
+    }
+  };
+  std::string log;
+  for (const uint32_t number : {0x377f0683U, 3007000U, kPageBytes, 0U, 17U, 18U})
+    appendBigEndian(number, log);
+  add(log);
+  appendBigEndian(first, log);
+  appendBigEndian(second, log);
+  std::string place;
+  appendBigEndian(page, place);
+  appendBigEndian(pages_after_commit, place);
+  const std::string content(kPageBytes, 'p');
+  add(place);
+  add(content);
+  log += place;
+  for (const uint32_t number : {17U, 18U, first, second})
+    appendBigEndian(number, log);
+  return log + content;
+}
 
 class StoreSnapshot : public ::testing::Test {
  protected:
@@ -134,13 +174,21 @@ TEST_F(StoreSnapshot, ShowsWhatAProcessLeftThatWasKilled) {
 // The log is written, written back and begun anew all the while; each reading is one commit, whole.
 TEST_F(StoreSnapshot, IsOneCommitAlsoWhileTheOwnerCommitsWritesBackAndBeginsTheLogAnew) {
   constexpr int kReadings = 40;
+  constexpr int kRoundsAReading = 60;  // more make the log longer and the readings slower, and show nothing else
+  constexpr int kFillers = 12;
   const auto owner = open();
   append(*owner, 1);
-  std::atomic<bool> is_over{false};
-  std::promise<void> begun;
+  // A long file takes long to read, so that much happens meanwhile.
+  owner->set("ballast", std::string(size_t{8} << 20, 'b'));
+  owner->flushAndWait();
+  // Reading and writing wait for each other, so that each reading begins in the middle of some rounds.
+  std::atomic<int> readings{1};
+  std::atomic<int64_t> rounds{0};
   std::thread busy([&] {
     const std::string padding(3000, 'p');
-    for (int64_t round = 1; !is_over; ++round) {
+    for (int64_t round = 1; readings <= kReadings; ++round) {
+      for (int now = readings; round > int64_t{now} * kRoundsAReading && now <= kReadings; now = readings)
+        readings.wait(now);
       kit::MutableArray list(owner->get("list"));
       list.append(Value(padding + std::to_string(round)));
       if (list.size() > 50)
@@ -148,21 +196,25 @@ TEST_F(StoreSnapshot, IsOneCommitAlsoWhileTheOwnerCommitsWritesBackAndBeginsTheL
       owner->set("length", static_cast<int64_t>(list.size()));
       owner->set("list", Value(std::move(list)));
       owner->set("first", round);
-      for (int filler = 0; filler < 20; ++filler)
+      for (int filler = 0; filler < kFillers; ++filler)
         owner->set("filler " + std::to_string(filler), padding + std::to_string(round));
       owner->set("last", round);
       owner->synchronize();
-      if (round == 1)
-        begun.set_value();
-      if (round % 20 == 0)
+      if (round % 4 == 0)
         owner->flushNow();
+      rounds = round;
+      rounds.notify_one();
     }
   });
-  begun.get_future().wait();
   int seen = 0;
   int64_t latest = 0;
-  for (int reading = 0; reading < kReadings; ++reading) {
+  while (readings <= kReadings) {
+    const int64_t middle = int64_t{readings} * kRoundsAReading - kRoundsAReading / 2;
+    for (int64_t now = rounds; now < middle; now = rounds)
+      rounds.wait(now);
     const auto inspector = inspect();
+    ++readings;
+    readings.notify_one();
     // A reader on a busy machine may be overtaken again and again, and then says so.
     if (inspector->opening() == StoreOpening::kNothingToRead) {
       EXPECT_NE(inspector->openingLine().find("changes it faster than it can be read"), std::string::npos)
@@ -172,12 +224,11 @@ TEST_F(StoreSnapshot, IsOneCommitAlsoWhileTheOwnerCommitsWritesBackAndBeginsTheL
     ++seen;
     EXPECT_EQ(inspector->get("first"), inspector->get("last"));
     EXPECT_EQ(inspector->get("length"), Value(static_cast<int64_t>(inspector->get("list").size())));
-    for (int filler = 1; filler < 20; ++filler)
+    for (int filler = 1; filler < kFillers; ++filler)
       EXPECT_EQ(inspector->get("filler " + std::to_string(filler)), inspector->get("filler 0"));
     EXPECT_GE(inspector->get("last").integer(), latest);
     latest = inspector->get("last").integer();
   }
-  is_over = true;
   busy.join();
   EXPECT_GT(seen, kReadings / 2);
   EXPECT_GT(latest, 0);
@@ -220,6 +271,36 @@ TEST_F(StoreSnapshot, AnyBytesMayStandInTheLog) {
     EXPECT_TRUE(playLog(log, played));
     EXPECT_EQ(played, image);
   }
+}
+
+TEST_F(StoreSnapshot, PutsAPageWhereItsFrameSays) {
+  std::string image(4096, 'i');
+  EXPECT_TRUE(playLog(logOfOneCommit(2, 3), image));
+  EXPECT_EQ(image, std::string(1024, 'i') + std::string(1024, 'p') + std::string(1024, 'i'));
+  // A page that the commit does not keep, and one that there is not.
+  for (const uint32_t page : {4U, 0U, 0xFFFFFFFFU}) {
+    EXPECT_TRUE(playLog(logOfOneCommit(page, 3), image));
+    EXPECT_EQ(image, std::string(1024, 'i') + std::string(1024, 'p') + std::string(1024, 'i')) << page;
+  }
+}
+
+TEST_F(StoreSnapshot, RefusesALogThatNamesMorePagesThanAreRead) {
+  std::string image(1024, 'i');
+  EXPECT_FALSE(playLog(logOfOneCommit(1, kMaxSnapshotBytes / 1024 + 1), image));
+  writeBytes(path(), image);
+  writeBytes(logPath(), logOfOneCommit(1, 0xFFFFFFFFU));
+  const StoreOutcome failed = read();
+  ASSERT_TRUE(failed);
+  EXPECT_EQ(failed->message, "its log names more pages than are read");
+}
+
+TEST_F(StoreSnapshot, GivesUpOnALogThatBeginsAnewAtEachLook) {
+  writeBytes(path(), std::string(4096, 'i'));
+  // A file of the system that reads differently each time.
+  std::filesystem::create_symlink("/proc/sys/kernel/random/uuid", logPath());
+  const StoreOutcome failed = read();
+  ASSERT_TRUE(failed);
+  EXPECT_EQ(failed->message, "its owner changes it faster than it can be read; try again");
 }
 
 TEST_F(StoreSnapshot, SaysWhatTheSystemSays) {
