@@ -218,7 +218,7 @@ class Remarks final : public kit::LogSink {
 };
 
 /// Lines of the host begin with its name.
-std::string withoutSpeaker(std::string line) {
+std::string withoutSpeaker(const std::string& line) {
   constexpr std::string_view kSpeaker = "Morvik host: ";
   return line.compare(0, kSpeaker.size(), kSpeaker) == 0 ? line.substr(kSpeaker.size()) : line;
 }
@@ -305,8 +305,8 @@ std::optional<std::string> inspect(const std::string& folder, size_t shown, Insp
   const host::SqliteStore store({.place = place, .read_only = true}, remarks);
   if (store.opening() != host::StoreOpening::kOpened)
     return withoutSpeaker(store.openingLine());
-  for (std::string& line : remarks.lines)
-    out.remarks.push_back(withoutSpeaker(std::move(line)));
+  for (const std::string& line : remarks.lines)
+    out.remarks.push_back(withoutSpeaker(line));
   BesideTheStore beside;
   readShelf(folder, beside, out.remarks);
   readSignals(folder, beside, out.remarks);
