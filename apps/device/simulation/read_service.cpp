@@ -7,7 +7,6 @@
 namespace morvik_device::simulation {
 namespace {
 
-using morvik::testing::endpointNamed;
 using morvik::testing::kServiceEndpoints;
 using morvik::testing::nameOf;
 
