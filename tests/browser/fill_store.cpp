@@ -19,7 +19,7 @@ using morvik_service::Store;
 
 constexpr std::int64_t kFirstTime = 1767225600000;
 constexpr std::int64_t kSecond = 1000;
-constexpr int kEventsPerRequest = 3;
+constexpr int kEventsPerRequest = 1;
 constexpr int kInstalls = 1000;
 constexpr int kOneInSoManyIsRefused = 50;
 constexpr std::int64_t kKoreaOffset = std::int64_t{9} * 3600 * 1000;
