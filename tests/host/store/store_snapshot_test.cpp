@@ -173,13 +173,13 @@ TEST_F(StoreSnapshot, ShowsWhatAProcessLeftThatWasKilled) {
 
 // The log is written, written back and begun anew all the while; each reading is one commit, whole.
 TEST_F(StoreSnapshot, IsOneCommitAlsoWhileTheOwnerCommitsWritesBackAndBeginsTheLogAnew) {
-  constexpr int kReadings = 40;
-  constexpr int kRoundsAReading = 60;  // more make the log longer and the readings slower, and show nothing else
+  constexpr int kReadings = 12;
+  constexpr int kRoundsAReading = 40;  // more make the log longer and the readings slower, and show nothing else
   constexpr int kFillers = 12;
   const auto owner = open();
   append(*owner, 1);
   // A long file takes long to read, so that much happens meanwhile.
-  owner->set("ballast", std::string(size_t{8} << 20, 'b'));
+  owner->set("ballast", std::string(size_t{4} << 20, 'b'));
   owner->flushAndWait();
   // Reading and writing wait for each other, so that each reading begins in the middle of some rounds.
   std::atomic<int> readings{1};
