@@ -113,7 +113,9 @@ TEST(Verbs, AUrlIsOneWord) {
   for (const std::string verb : {"open-url", "store-url", "facebook-url"}) {
     EXPECT_THAT(commandIn(verb + " app://open?ck=1&sn=2").arguments.words, ElementsAre("app://open?ck=1&sn=2"));
     EXPECT_THAT(commandIn(verb + " \"app://open?sub=a b\"").arguments.words, ElementsAre("app://open?sub=a b"));
-    EXPECT_EQ(mistakeIn(verb), verb + ": the arguments are missing; write: " + verb + " URL");
+    std::string mistake = verb;
+    mistake.append(": the arguments are missing; write: ").append(verb).append(" URL");
+    EXPECT_EQ(mistakeIn(verb), mistake);
   }
 }
 
