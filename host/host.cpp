@@ -153,7 +153,7 @@ kit::Value Host::storedValue(std::string_view key) {
 }
 
 void Host::setStoredValue(std::string_view key, kit::Value value) {
-  parts_->store->set(key, std::move(value));
+  parts_->ledger.set(key, std::move(value), LedgerBook::Writer::kHand);
 }
 
 void Host::storeOpenedUrl(std::string_view url) {
@@ -178,6 +178,10 @@ void Host::setOffline(bool offline) {
 
 void Host::reportUncaughtException(const kit::UncaughtException& exception) {
   parts_->core->makeCrashParameter(exception);
+}
+
+Ledger Host::ledger() {
+  return parts_->ledger.read();
 }
 
 Pending Host::pending() const {

@@ -68,6 +68,7 @@ class Host final : public morvik::MorvikCore {
   bool isGdprForgetMe() const override;
   void setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) override;
   void setLogLevel(int level) override;
+  Ledger ledger() override;
   void perform(std::function<void()> block) override;
   int pollDescriptor() const override;
   int pollTimeoutMilliseconds() const override;

@@ -11,6 +11,7 @@
 #include "host/crypto/zlib_compressor.h"
 #include "host/host.h"
 #include "host/json/simdjson_codec.h"
+#include "host/ledger/ledger_book.h"
 #include "host/loop/background_tasks.h"
 #include "host/loop/notification_center.h"
 #include "host/loop/settle_watch.h"
@@ -60,7 +61,9 @@ struct HostParts {
   const ZlibCompressor compressor;
   const SimdjsonCodec json;
 
-  const std::unique_ptr<MachineStore> store;
+  const std::unique_ptr<MachineStore> plain_store;
+  LedgerBook ledger;
+  const std::unique_ptr<MachineStore> store;  ///< the plain one, and what passes through it is counted
   kit::HouseLock house_lock;
   const services::MorvikGVUserDefaults properties;
 
@@ -70,7 +73,8 @@ struct HostParts {
   const std::unique_ptr<MachineBackground> background;
   BackgroundTasks background_tasks;
   NotificationCenter notifications;
-  const std::unique_ptr<MachineTransport> transport;
+  const std::unique_ptr<MachineTransport> plain_transport;
+  const std::unique_ptr<MachineTransport> transport;  ///< the same
   SettleWatch settle_watch;
 
   MorvikADUtil util;

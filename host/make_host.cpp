@@ -9,6 +9,8 @@
 #include "host/crash/crash_record.h"
 #include "host/crash/earlier_crash.h"
 #include "host/host_parts.h"
+#include "host/ledger/ledger_store.h"
+#include "host/ledger/ledger_transport.h"
 #include "host/log/log_sinks.h"
 #include "host/machine/system_machine.h"
 #include "host/siblings/kept_identifier.h"
@@ -68,6 +70,13 @@ Identity identityOf(HostParts& parts) {
           .puid = parts.puid};
 }
 
+LedgerParts ledgerParts(HostParts& parts) {
+  return {.store = *parts.plain_store,
+          .endpoints = parts.options.endpoints,
+          .logger = parts.logger,
+          .has_hashed_identifier = parts.options.options.device.puid.source() != Identifier::Source::kNone};
+}
+
 ServicesParts servicesParts(HostParts& parts) {
   return {.app_key = parts.options.app_key,
           .hash_key = parts.options.hash_key,
@@ -78,7 +87,8 @@ ServicesParts servicesParts(HostParts& parts) {
           .sealing = {parts.cipher, parts.compressor, *parts.random},
           .common = parts.common,
           .util = parts.util,
-          .size_trigger = parts.size_trigger};
+          .size_trigger = parts.size_trigger,
+          .ledger = &parts.ledger};
 }
 
 kit::Kit kitOf(HostParts& parts) {
@@ -125,7 +135,10 @@ void frameTurns(HostParts& parts) {
     committed(turn);
     parts.settle_watch.check();
   });
-  parts.background->setFrame(committed);
+  parts.background->setFrame([&parts, committed](const kit::Block& block) {
+    const LedgerBackgroundBlock background(parts.ledger);
+    committed(block);
+  });
   parts.background->setWhenIdle([&parts] {
     // Whoever waits for quiet looks at the end of a main turn.
     if (parts.settle_watch.isWatching())
@@ -220,12 +233,15 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
       random(machine.makeRandom()),
       threads(machine.makeThreads()),
       facts(machine.makeFacts()),
-      store(machine.makeStore(options.options.store_folder, *log_sink)),
+      plain_store(machine.makeStore(options.options.store_folder, *log_sink)),
+      ledger(ledgerParts(*this)),
+      store(std::make_unique<LedgerStore>(*plain_store, ledger)),
       properties(*store, house_lock),
       main_loop(machine.makeMainLoop(options.options.main_queue, logger)),
       background(machine.makeBackground(logger)),
       background_tasks(*main_loop),
-      transport(machine.makeTransport(options.options.ca_file, *main_loop, gate)),
+      plain_transport(machine.makeTransport(options.options.ca_file, *main_loop, gate)),
+      transport(std::make_unique<LedgerTransport>(*plain_transport, ledger)),
       settle_watch(*main_loop, [this] { return pending().isSettled(); }),
       util(utilFacts(*this), *facts),
       puid(puidOf(*this)),

@@ -63,6 +63,7 @@ LifeAccount& LifeAccount::operator+=(const LifeAccount& other) {
   given_up_by_rule += other.given_up_by_rule;
   lost += other.lost;
   arrived_again += other.arrived_again;
+  ledger_faults += other.ledger_faults;
   return *this;
 }
 
@@ -154,8 +155,10 @@ void DeviceLife::beginOfflinePhase() {
 }
 
 void DeviceLife::needProcess() {
-  if (!process_)
-    process_ = machine_.start(hostOptions());
+  if (process_)
+    return;
+  process_ = machine_.start(hostOptions());
+  checkLedger();
 }
 
 void DeviceLife::die() {
@@ -180,6 +183,7 @@ void DeviceLife::liveSession(uint64_t events) {
   if (will_die)
     return dieInTheMiddle();
   leave();
+  checkLedger();
   if (!is_healthy_ && dice_.happens(options_.troubles.death_in_background))
     die();
 }
@@ -256,6 +260,7 @@ Answer DeviceLife::serveInTrouble(const kit::Request& request) {
 void DeviceLife::noteArrival(const ServedRequest& served) {
   if (served.endpoint != testing::ServiceEndpoint::kTracking || !served.counted)
     return;
+  arrived_ += served.events_new;
   arrived_again_ += served.events_again;
   for (const kit::Value& event : served.payload["activity_info"].array()) {
     if (const auto number = eventNumber(event["param"]); number && *number < events_.size())
@@ -278,6 +283,20 @@ void DeviceLife::noteBatchLeft(const ServedRequest& served, double answered_afte
 }
 
 // --------------------------------------------------------------------------------------------------------- accounting
+
+Ledger DeviceLife::ledger() {
+  needProcess();
+  return process_->ledger();
+}
+
+/// The device knows of no more than arrived, and of what arrived unknown to it, it still has or gave up.
+void DeviceLife::checkLedger() {
+  const Ledger ledger = process_->ledger();
+  const Ledger::Account activities = ledger.of("activities");
+  const uint64_t elsewhere = activities.stored + activities.under_way + activities.givenUp();
+  if (!ledger.isSound() || activities.delivered > arrived_ || arrived_ > activities.delivered + elsewhere)
+    ++ledger_faults_;
+}
 
 std::vector<uint8_t> DeviceLife::finalStates() const {
   std::vector<uint8_t> states = events_;
@@ -306,6 +325,7 @@ LifeAccount DeviceLife::account() const {
       ++account.lost;
   }
   account.arrived_again = arrived_again_;
+  account.ledger_faults = ledger_faults_;
   return account;
 }
 

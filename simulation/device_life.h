@@ -11,6 +11,7 @@
 #include "host/host.h"
 #include "kit/date.h"
 #include "morvik/host_options.h"
+#include "morvik/ledger.h"
 #include "simulation/dice.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
@@ -55,8 +56,10 @@ struct LifeAccount {
   uint64_t given_up_by_rule = 0;  ///< see docs/guarantees.md: in a batch that left while another was under way
   uint64_t lost = 0;              ///< none of these
   uint64_t arrived_again = 0;     ///< arrivals of events that had arrived before
+  /// How often the device's own ledger did not balance, gave up what no rule gives up, or contradicted the service.
+  uint64_t ledger_faults = 0;
 
-  bool balances() const { return lost == 0 && recorded == delivered + stored + given_up_by_rule; }
+  bool balances() const { return lost == 0 && ledger_faults == 0 && recorded == delivered + stored + given_up_by_rule; }
   LifeAccount& operator+=(const LifeAccount& other);
 };
 
@@ -90,6 +93,8 @@ class DeviceLife {
 
   LifeAccount account() const;
   const LifeCounts& counts() const { return counts_; }
+  /// What the device says of itself; its process is started if it has none.
+  Ledger ledger();
   /// The first events that are lost, by the name that the app gave them; empty when the account balances.
   std::vector<std::string> lostEvents(size_t limit) const;
 
@@ -116,6 +121,7 @@ class DeviceLife {
   testing::Answer serveInTrouble(const kit::Request& request);
   void noteArrival(const testing::ServedRequest& served);
   void noteBatchLeft(const testing::ServedRequest& served, double answered_after_seconds);
+  void checkLedger();
   std::vector<uint8_t> finalStates() const;
 
   const LifeOptions options_;
@@ -126,6 +132,8 @@ class DeviceLife {
   LifeCounts counts_;
   std::vector<uint8_t> events_;  ///< by number, what is known of each
   uint64_t arrived_again_ = 0;
+  uint64_t arrived_ = 0;  ///< counted by the service, each once, the core's own among them
+  uint64_t ledger_faults_ = 0;
   bool is_healthy_ = false;
   double offline_until_seconds_ = 0;          ///< monotonic
   double batch_under_way_until_seconds_ = 0;  ///< monotonic

@@ -66,6 +66,11 @@ class VirtualStore final : public host::MachineStore {
   explicit VirtualStore(testing::MemoryStore& store) : store_(store) {}
   kit::Value get(std::string_view key) const override { return store_.get(key); }
   void set(std::string_view key, kit::Value value) override { store_.set(key, std::move(value)); }
+  // One thread: nothing comes in between.
+  void setTogether(std::span<host::StoreWrite> writes) override {
+    for (host::StoreWrite& write : writes)
+      store_.set(write.key, std::move(write.value));
+  }
   bool synchronize() override { return store_.synchronize(); }
   std::optional<kit::Value> tryGet(std::string_view key) const override { return store_.tryGet(key); }
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override {

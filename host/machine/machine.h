@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -23,6 +25,7 @@
 #include "kit/queues.h"
 #include "kit/threads.h"
 #include "kit/transport.h"
+#include "kit/value.h"
 #include "morvik/host_options.h"
 #include "services/log.h"
 
@@ -113,8 +116,17 @@ enum class StoreOpening : uint8_t {
   kNothingToRead  ///< read only: there is no store, or it cannot be read
 };
 
+/// One of several values that are set together.
+struct StoreWrite {
+  std::string_view key;
+  kit::Value value;
+};
+
 class MachineStore : public kit::KeyValueStore {
  public:
+  /// As set() for each of them in turn, and no commit comes in between: they survive together or not at all. The values
+  /// are moved from. Any thread.
+  virtual void setTogether(std::span<StoreWrite> writes) = 0;
   virtual StoreOpening opening() const = 0;
   /// The line that told what went wrong at opening; empty when nothing did.
   virtual const std::string& openingLine() const = 0;

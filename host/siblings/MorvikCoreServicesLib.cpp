@@ -87,6 +87,8 @@ void MorvikCoreServicesLib::store(const kit::Value& activity) {
   parts_.store.inOneStep([this, &activity] {
     kit::MutableArray activities(parts_.store.fendoActivityInfos());
     activities.append(activity);
+    if (parts_.ledger != nullptr)
+      parts_.ledger->activityIsBeingStored();
     parts_.store.setFendoActivityInfos(kit::Value(std::move(activities)));
   });
   parts_.store.synchronize();
@@ -99,7 +101,10 @@ kit::MutableDictionary MorvikCoreServicesLib::makeCommonParameter(const std::str
 
 kit::Value MorvikCoreServicesLib::makeJsonParameter(const kit::Value& payload, const std::string& encryption_key) {
   auto envelope = services::makeEnvelope(parts_.sealing, parts_.app_key, payload, encryption_key);
-  if (auto* parameters = std::get_if<kit::Value>(&envelope))
+  auto* parameters = std::get_if<kit::Value>(&envelope);
+  if (parts_.ledger != nullptr)
+    parts_.ledger->payloadWasSealed(payload, parameters != nullptr ? *parameters : kit::Value());
+  if (parameters != nullptr)
     return std::move(*parameters);
   MORVIK_LOG(parts_.logger, kit::lcl_vError, "-[MorvikCoreServicesLib makeJsonParameter:encryptionKey:]",
              "Morvik host: a payload could not be sealed, and is not sent: %@", std::get<kit::Error>(envelope));
@@ -147,6 +152,8 @@ void MorvikCoreServicesLib::setGetScheduleDelegate(std::weak_ptr<const kit::GetS
 }
 
 void MorvikCoreServicesLib::exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) {
+  if (parts_.ledger != nullptr)
+    parts_.ledger->exchangeDidEnd(result);
   if (request.url != parts_.tracking_url)
     return;
   if (result.succeeded && services::checkNilToNo(result.json["Result"])) {

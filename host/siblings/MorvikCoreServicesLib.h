@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/ledger/ledger_book.h"
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/size_trigger.h"
 #include "kit/MorvikCoreServicesLib.h"
@@ -31,6 +32,7 @@ struct ServicesParts {
   const CommonParameters& common;
   const MorvikADUtil& util;
   SizeTrigger& size_trigger;
+  LedgerBook* ledger = nullptr;  ///< null: nobody counts
 };
 
 class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {

@@ -74,6 +74,16 @@ Value SqliteStore::get(std::string_view key) const {
 // The value that is replaced goes with the parameter, after the lock: it may be the last handle of a long list.
 void SqliteStore::set(std::string_view key, Value value) {
   const std::lock_guard lock(memory_mutex_);
+  exchange(key, value);
+}
+
+void SqliteStore::setTogether(std::span<StoreWrite> writes) {
+  const std::lock_guard lock(memory_mutex_);
+  for (StoreWrite& write : writes)
+    exchange(write.key, write.value);
+}
+
+void SqliteStore::exchange(std::string_view key, Value& value) {
   Property& property = propertyOf(key);
   if (property.value.identicalTo(value))
     return;

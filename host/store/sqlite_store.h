@@ -13,6 +13,7 @@
 #include <initializer_list>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -76,6 +77,7 @@ class SqliteStore : public MachineStore {
 
   kit::Value get(std::string_view key) const override;
   void set(std::string_view key, kit::Value value) override;
+  void setTogether(std::span<StoreWrite> writes) override;
   bool synchronize() override;
   std::optional<kit::Value> tryGet(std::string_view key) const override;
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override;
@@ -124,6 +126,7 @@ class SqliteStore : public MachineStore {
 
   // These hold memory_mutex_.
   Property& propertyOf(std::string_view key);
+  void exchange(std::string_view key, kit::Value& value);
   void setDirty(Property& property);
   void gatherDirty();
   void keepPending();

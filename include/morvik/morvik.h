@@ -28,6 +28,7 @@
 #include <string_view>
 
 #include "morvik/host_options.h"
+#include "morvik/ledger.h"
 #include "morvik/version.h"
 
 namespace morvik {
@@ -120,6 +121,11 @@ class MorvikCore {
 
   /// 0 off to 6 trace; other numbers count as the nearer of these. At once, on any thread.
   virtual void setLogLevel(int level) = 0;
+
+  /// What became of all that this device ever recorded: see morvik/ledger.h. The account is kept in the store, in the
+  /// same transactions as what it counts, so it outlives restarts and kills, and always balances. At once, on any
+  /// thread; some microseconds, however much is stored.
+  virtual Ledger ledger() = 0;
 
   /// Runs `block` on the main queue, in a later turn, also when called there. What it throws is caught and logged.
   virtual void perform(std::function<void()> block) = 0;

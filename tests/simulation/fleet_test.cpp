@@ -41,6 +41,7 @@ TEST(Fleet, DeliversEverythingWhereNothingGoesWrong) {
   EXPECT_GT(result.account.recorded, 0U);
   EXPECT_EQ(result.account.delivered, result.account.recorded);
   EXPECT_EQ(result.account.arrived_again, 0U);
+  EXPECT_EQ(result.account.ledger_faults, 0U);
   EXPECT_EQ(result.counts.faults, 0U);
   EXPECT_EQ(result.counts.deaths, 0U);
 }
@@ -71,6 +72,8 @@ TEST(LifeAccount, DoesNotBalanceWhenAnEventIsNowhere) {
   LifeAccount account{.recorded = 3, .delivered = 2, .lost = 1};
   EXPECT_FALSE(account.balances());
   account = {.recorded = 3, .delivered = 2};
+  EXPECT_FALSE(account.balances());
+  account = {.recorded = 3, .delivered = 3, .ledger_faults = 1};
   EXPECT_FALSE(account.balances());
   account = {.recorded = 3, .delivered = 1, .stored = 1, .given_up_by_rule = 1};
   EXPECT_TRUE(account.balances());

@@ -1,0 +1,45 @@
+// A machine's store that tells the ledger what passes through it.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/ledger/ledger_book.h"
+#include "host/machine/machine.h"
+
+namespace morvik::host {
+
+class LedgerStore final : public MachineStore {
+ public:
+  /// Both outlive it; `store` is the one in which the book lies.
+  LedgerStore(MachineStore& store, LedgerBook& book) : store_(store), book_(book) {}
+
+  kit::Value get(std::string_view key) const override { return store_.get(key); }
+  void set(std::string_view key, kit::Value value) override {
+    book_.set(key, std::move(value), LedgerBook::Writer::kKit);
+  }
+  void setTogether(std::span<StoreWrite> writes) override { store_.setTogether(writes); }
+  bool synchronize() override;
+  std::optional<kit::Value> tryGet(std::string_view key) const override { return store_.tryGet(key); }
+  /// Past the book, which takes it in with its next change: a dying process waits for no lock.
+  bool trySetAndSynchronize(std::string_view key, kit::Value value) override {
+    return store_.trySetAndSynchronize(key, std::move(value));
+  }
+
+  StoreOpening opening() const override { return store_.opening(); }
+  const std::string& openingLine() const override { return store_.openingLine(); }
+  void commitTurn() override;
+  std::vector<std::pair<std::string, kit::Value>> all() const override { return store_.all(); }
+  void flushNow() override { store_.flushNow(); }
+  void shutdown() override { store_.shutdown(); }
+
+ private:
+  MachineStore& store_;
+  LedgerBook& book_;
+};
+
+}  // namespace morvik::host

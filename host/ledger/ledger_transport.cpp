@@ -1,0 +1,37 @@
+#include "host/ledger/ledger_transport.h"
+
+#include <cstdint>
+#include <utility>
+
+namespace morvik::host {
+namespace {
+
+/// As long as a handler runs.
+class RunningHandler {
+ public:
+  RunningHandler(LedgerBook& book, uint64_t exchange) : book_(book), exchange_(exchange) {
+    book_.handlerBegins(exchange_);
+  }
+  ~RunningHandler() { book_.handlerEnded(exchange_); }
+  RunningHandler(const RunningHandler&) = delete;
+  RunningHandler& operator=(const RunningHandler&) = delete;
+
+ private:
+  LedgerBook& book_;
+  const uint64_t exchange_;
+};
+
+}  // namespace
+
+void LedgerTransport::start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) {
+  const uint64_t exchange = book_.requestStarts(request);
+  if (exchange == 0)
+    return transport_.start(std::move(request), std::move(handler));
+  transport_.start(std::move(request),
+                   [&book = book_, exchange, handler = std::move(handler)](kit::TransportOutcome outcome) {
+                     const RunningHandler running(book, exchange);
+                     handler(std::move(outcome));
+                   });
+}
+
+}  // namespace morvik::host
