@@ -10,6 +10,7 @@
 
 #include "host/ledger/ledger_book.h"
 #include "host/machine/machine.h"
+#include "kit/queues.h"
 
 namespace morvik::host {
 
@@ -32,6 +33,7 @@ class LedgerStore final : public MachineStore {
 
   StoreOpening opening() const override { return store_.opening(); }
   const std::string& openingLine() const override { return store_.openingLine(); }
+  void setWhenTakenOver(kit::Block hook) override { store_.setWhenTakenOver(std::move(hook)); }
   void commitTurn() override;
   std::vector<std::pair<std::string, kit::Value>> all() const override { return store_.all(); }
   void flushNow() override { store_.flushNow(); }
