@@ -67,11 +67,17 @@ kit::MutableDictionary jsonLine(int64_t at_milliseconds, const char* kind) {
   return line;
 }
 
-// A log message may have several lines; the next ones stand under the first.
+// A log message may have several lines; the next ones stand under the first. What else would move the cursor of a
+// terminal, or speak to it, is shown as a question mark.
 std::string indented(const std::string& text, size_t column) {
+  constexpr unsigned char kFirstShown = 0x20;
   std::string out;
-  for (const char c : text)
-    out += c == '\n' ? "\n" + std::string(column, ' ') : std::string(1, c);
+  for (const char c : text) {
+    if (c == '\n')
+      out.append(1, c).append(column, ' ');
+    else
+      out.push_back(static_cast<unsigned char>(c) < kFirstShown || c == '\x7f' ? '?' : c);
+  }
   return out;
 }
 

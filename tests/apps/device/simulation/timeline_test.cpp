@@ -70,6 +70,13 @@ TEST(Timeline, HasColoursWhereTheyAreWanted) {
             "\033[2m       0:00:00.000\033[0m  \033[31m  <-      tracking  500 {}\033[0m\n");
 }
 
+TEST(Timeline, LetsNobodySpeakToTheTerminal) {
+  morvik::test::CapturedFile output;
+  Timeline timeline(output.file(), TimelineForm::kPlain, "a.yaml", 7);
+  timeline.happened(happening(0, Happening::Kind::kAnswer, "tracking  200 \033[2Ja\rb\x7f"));
+  EXPECT_EQ(output.text(), "       0:00:00.000    <-      tracking  200 ?[2Ja?b?\n");
+}
+
 TEST(Timeline, IsJsonForMachines) {
   morvik::test::CapturedFile output;
   Timeline timeline(output.file(), TimelineForm::kJson, "a.yaml", 7);
