@@ -11,6 +11,7 @@
 #include "host/crash/earlier_crash.h"
 #include "host/crash/report_file.h"
 #include "host/json/simdjson_codec.h"
+#include "host/ledger/ledger_book.h"
 #include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 #include "services/MorvikGVUserDefaults.h"
@@ -104,6 +105,7 @@ constexpr Place kPlaces[] = {
     {"host", host::kDeviceIdKey, "device id"},
     {"host", host::kAdvertisingIdKey, "advertising identifier made here"},
     {"host", morvik::services::kConversionTimesKey, "times of conversions"},
+    {"host", host::kLedgerKey, "ledger: what became of all that was recorded"},
 };
 
 ListForm formOf(std::string_view name) {
