@@ -36,6 +36,7 @@ constexpr double kGrantSeconds = 35;
 constexpr size_t kLongParamBytes = 700;
 constexpr int kLongQueueEvents = 90;
 constexpr size_t kNameBytes = 16;  // of a name in a complaint
+constexpr uint64_t kWrittenBackCallsPerEvent = 5;
 constexpr uint64_t kDroppedWriteEvery = 50;
 
 enum class Kind : uint8_t { kActivity, kImpression, kReEngagementClick, kCommerceClick, kCrashReport, kDemographic };
@@ -489,6 +490,7 @@ class BusyLife {
     }
     if (call.kind == DiskCall::Kind::kSync && call.path.ends_with("-wal"))
       unsynced_since_.reset();
+    recordMeanwhile(call);
     const bool is_log_write = call.kind == DiskCall::Kind::kWrite && call.path.ends_with("-wal");
     switch (options_.sabotage) {
       case Sabotage::kSyncsNothing:
@@ -499,6 +501,25 @@ class BusyLife {
       default:
         return SQLITE_OK;
     }
+  }
+
+  /// On a machine the log is written back while the app goes on: now and then something is recorded between two calls
+  /// of it. Those are what goes to the file itself in a turn of the loop, but for its first page, which is also written
+  /// when a fresh file is made, with commits held off.
+  void recordMeanwhile(const DiskCall& call) {
+    const bool is_written_back =
+        (call.kind == DiskCall::Kind::kSync || (call.kind == DiskCall::Kind::kWrite && call.offset > 0)) &&
+        call.path == store_path_ && machine_.loop.running() == testing::VirtualLoop::Running::kMainBlock;
+    if (!is_written_back || is_healthy_ || !process_ || process_->isGdprForgetMe() ||
+        ++written_back_calls_ % kWrittenBackCallsPerEvent != 0)
+      return;
+    const std::string name = nextName("event");
+    items_.push_back({.kind = Kind::kActivity, .name = name});
+    const size_t number = items_.size() - 1;
+    process_->addActivity("shop", "look", name);
+    ++result_.recorded_meanwhile;
+    if (!isCut())
+      items_[number].kept_from = now();
   }
 
   int faultOf(const DiskCall& call) {
@@ -703,6 +724,8 @@ class BusyLife {
   double batch_under_way_until_ = 0;
   std::optional<double> trouble_since_;   ///< of the disk, as the store told it
   std::optional<double> unsynced_since_;  ///< the same, until the log is synced
+  const std::string store_path_ = disk_.place().path();
+  uint64_t written_back_calls_ = 0;
   uint64_t log_writes_ = 0;
   std::map<std::string, std::string> earlier_;  ///< bytes by path
   BusyLifeResult result_;

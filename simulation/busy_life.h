@@ -80,8 +80,9 @@ struct BusyLifeResult {
   uint64_t changes = 0;                                     ///< of the disk
   std::array<uint64_t, DiskFault::kPlaces> fault_points{};  ///< calls that a fault can meet
   uint64_t cuts = 0;
-  uint64_t installs = 0;    ///< that the service attributed
-  uint64_t sent_twice = 0;  ///< events that went out again for a reason
+  uint64_t recorded_meanwhile = 0;  ///< while the log was being written back
+  uint64_t installs = 0;            ///< that the service attributed
+  uint64_t sent_twice = 0;          ///< events that went out again for a reason
   std::array<uint64_t, kComplaints> complaints{};
   std::vector<std::string> texts;  ///< what was complained of
 

@@ -25,6 +25,7 @@ TEST(BusyLife, DeliversEverythingWhenNothingCutsIt) {
   EXPECT_GT(lived.account.recorded, 100U);
   EXPECT_GT(lived.changes, 2000U);
   EXPECT_GT(lived.sent_twice, 0U) << "answers are lost on the way";
+  EXPECT_GT(lived.recorded_meanwhile, 5U) << "the log is written back while the app goes on";
   EXPECT_EQ(lived.installs, 1U);
   EXPECT_THAT(lived.fault_points, Each(Gt(100U)));
 }
