@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "apps/device/grouped_number.h"
-#include "apps/device/options.h"
+#include "apps/device/mode_arguments.h"
 #include "apps/device/progress_bar.h"
 #include "kit/value.h"
 #include "services/json_writer.h"
@@ -135,16 +135,8 @@ int runFleet(std::vector<std::string> arguments, const Surroundings& surrounding
   CLI::App app("Many devices live against one service in this process, and their account is balanced.",
                "morvik-device --fleet");
   describe(app, written);
-  std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
-  try {
-    app.parse(arguments);
-  } catch (const CLI::CallForHelp&) {
-    std::fputs(app.help().c_str(), surroundings.output);
-    return 0;
-  } catch (const CLI::ParseError& error) {
-    surroundings.errors << "morvik-device: " << error.what() << "; see morvik-device --fleet 1 --help" << std::endl;
-    return kExitUsage;
-  }
+  if (const auto status = readModeArguments(app, std::move(arguments), "morvik-device --fleet 1 --help", surroundings))
+    return *status;
   if (written.untroubled)
     written.fleet.troubles = simulation::LifeTroubles::none();
   return live(written, surroundings);

@@ -1,13 +1,13 @@
 #include "apps/device/inspect_program.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
 #include <limits>
 #include <optional>
 
 #include "apps/device/inspection.h"
 #include "apps/device/inspection_text.h"
+#include "apps/device/mode_arguments.h"
 #include "apps/device/options.h"
 
 namespace morvik_device {
@@ -54,16 +54,9 @@ int runInspect(std::vector<std::string> arguments, const Surroundings& surroundi
   Written written;
   CLI::App app("What waits in a store, decoded.", "morvik-device inspect");
   describe(app, written);
-  arguments.erase(arguments.begin());                // the word itself
-  std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
-  try {
-    app.parse(arguments);
-  } catch (const CLI::CallForHelp&) {
-    std::fputs(app.help().c_str(), surroundings.output);
-    return 0;
-  } catch (const CLI::ParseError& error) {
-    return refuse(std::string(error.what()) + "; see morvik-device inspect --help", surroundings);
-  }
+  arguments.erase(arguments.begin());  // the word itself
+  if (const auto status = readModeArguments(app, std::move(arguments), "morvik-device inspect --help", surroundings))
+    return *status;
   return show(written, surroundings);
 }
 

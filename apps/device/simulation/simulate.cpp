@@ -1,7 +1,6 @@
 #include "apps/device/simulation/simulate.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
@@ -9,6 +8,7 @@
 #include <utility>
 #include <variant>
 
+#include "apps/device/mode_arguments.h"
 #include "apps/device/options.h"
 #include "apps/device/progress_bar.h"
 #include "apps/device/simulation/player.h"
@@ -90,16 +90,9 @@ int runSimulation(std::vector<std::string> arguments, const Surroundings& surrou
   CLI::App app("A story of one device is played in virtual time, told line by line, and held against what it expects.",
                "morvik-device --simulate");
   describe(app, written);
-  std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
-  try {
-    app.parse(arguments);
-  } catch (const CLI::CallForHelp&) {
-    std::fputs(app.help().c_str(), surroundings.output);
-    return 0;
-  } catch (const CLI::ParseError& error) {
-    return refuse("morvik-device: " + std::string(error.what()) + "; see morvik-device --simulate FILE --help",
-                  surroundings);
-  }
+  if (const auto status =
+          readModeArguments(app, std::move(arguments), "morvik-device --simulate FILE --help", surroundings))
+    return *status;
   return playFile(written, surroundings);
 }
 
