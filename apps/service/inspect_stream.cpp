@@ -16,6 +16,7 @@ std::string serverSentEvent(const std::string& name, const std::string& data) {
 Json totalsJson(const Totals& totals) {
   return {{"requests", totals.requests},
           {"refused", totals.refused},
+          {"recorded", totals.delivered + totals.duplicate},
           {"delivered", totals.delivered},
           {"duplicate", totals.duplicate},
           {"impressions", totals.impressions}};

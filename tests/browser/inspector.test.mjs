@@ -90,6 +90,8 @@ test("what is garbage is shown with what is wrong, and as text", async () => {
 
 test("a misbehaviour is switched on by a click and the next answer misbehaves", async () => {
   const delivered = await total("delivered").textContent();
+  const number = async (name) => Number(await total(name).textContent());
+  assert.equal(await number("recorded"), (await number("delivered")) + (await number("duplicate")));
   await page.getByRole("tab", { name: "Misbehaviour" }).click();
   await page.getByRole("switch", { name: "Bad status" }).click();
   await page.locator("#waiting li", { hasText: "tracking bad status 500" }).waitFor();

@@ -55,7 +55,7 @@ TEST_F(InspectStreamTest, BeginsWithTheStateAndThenTellsEachRequest) {
   const auto stream = watch(0);
   EXPECT_EQ(
       "event: behaviours\ndata: []\n\n"
-      "event: totals\ndata: {\"requests\":0,\"refused\":0,\"delivered\":0,\"duplicate\":0,\"impressions\":0}\n\n",
+      "event: totals\ndata: {\"requests\":0,\"refused\":0,\"recorded\":0,\"delivered\":0,\"duplicate\":0,\"impressions\":0}\n\n",
       *stream->next(stop_.get_token()));
   auto told = std::async(std::launch::async, [&] { return stream->next(stop_.get_token()); });
   arrive();
