@@ -254,13 +254,7 @@ class BusyLife {
   bool isCut() const { return disk_.isCut(); }
 
   static HostOptions hostOptions(BusyLife& life) {
-    HostOptions options;
-    options.store_folder = "/virtual";
-    options.app_key = "app";
-    options.hash_key = "hash";
-    options.tracking_key = "tracking";
-    options.service_url = "https://service.example/";
-    options.log_level = 0;
+    HostOptions options = simulatedApp();
     options.log_sink = [&life](std::string_view line) { life.hear(line); };
     return options;
   }

@@ -86,18 +86,6 @@ DeviceLife::DeviceLife(LifeOptions options, SimulatedService& service)
 
 DeviceLife::~DeviceLife() = default;
 
-HostOptions DeviceLife::hostOptions() const {
-  HostOptions options;
-  options.store_folder = "/virtual";
-  options.app_key = "app";
-  options.hash_key = "hash";
-  options.tracking_key = "tracking";
-  options.service_url = "https://service.example/";
-  options.log_level = 0;
-  options.log_sink = [](std::string_view) {};
-  return options;
-}
-
 kit::Date DeviceLife::trueTime() const {
   return options_.begins.shiftedBySeconds(machine_.loop.monotonicSeconds() - began_seconds_);
 }
@@ -157,7 +145,7 @@ void DeviceLife::beginOfflinePhase() {
 void DeviceLife::needProcess() {
   if (process_)
     return;
-  process_ = machine_.start(hostOptions());
+  process_ = machine_.start(simulatedApp());
   checkLedger();
 }
 

@@ -108,7 +108,6 @@ class DeviceLife {
   static constexpr uint8_t kOverlapped = 2;  ///< was in a batch that left while another was under way
   static constexpr uint8_t kStored = 4;
 
-  HostOptions hostOptions() const;
   void needProcess();
   void die();
   void live(double seconds);

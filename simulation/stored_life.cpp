@@ -43,13 +43,7 @@ class StoredLife {
   }
 
   void start() {
-    HostOptions options;
-    options.store_folder = "/virtual";
-    options.app_key = "app";
-    options.hash_key = "hash";
-    options.tracking_key = "tracking";
-    options.service_url = "https://service.example/";
-    options.log_level = 0;
+    HostOptions options = simulatedApp();
     options.log_sink = [this](std::string_view line) {
       if (line.find("the store") != std::string_view::npos)
         result.store_lines.emplace_back(line);

@@ -18,9 +18,7 @@ double secondsOf(std::chrono::duration<double> time) {
 }  // namespace
 
 HostOptions TestDeviceOptions::defaultApp() {
-  HostOptions app;
-  app.store_folder = "/virtual";
-  app.service_url = "https://service.example/";
+  HostOptions app = simulatedApp();
   app.log_level = kMostTalkative;
   return app;
 }

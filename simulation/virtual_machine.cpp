@@ -1,6 +1,7 @@
 #include "simulation/virtual_machine.h"
 
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -119,6 +120,18 @@ class VirtualTransport final : public host::MachineTransport {
 };
 
 }  // namespace
+
+HostOptions simulatedApp() {
+  HostOptions app;
+  app.store_folder = "/virtual";
+  app.app_key = "app";
+  app.hash_key = "hash";
+  app.tracking_key = "tracking";
+  app.service_url = "https://service.example/";
+  app.log_level = 0;
+  app.log_sink = [](std::string_view) {};
+  return app;
+}
 
 VirtualMachine::VirtualMachine(VirtualMachineOptions options)
     : loop(options.loop), store(options.store), random(options.seed), options_([&options] {

@@ -41,6 +41,10 @@ struct VirtualMachineOptions {
   uint32_t free_memory_kibibytes = 831'898;
 };
 
+/// What an app on such a machine starts the kit with: its keys, one service for everything, and a log that is off. A
+/// store folder is named and made nowhere. The caller changes what its app does otherwise.
+HostOptions simulatedApp();
+
 /// Of one thread. Everything public outlives the processes.
 class VirtualMachine : public host::Machine {
  public:

@@ -67,12 +67,10 @@ class Secrets : public ::testing::Test {
 
  private:
   HostOptions options() {
-    HostOptions options;
-    options.store_folder = "/virtual";
+    HostOptions options = simulation::simulatedApp();
     options.app_key = "shown-app-key";
     options.hash_key = kHashKey;
     options.tracking_key = kTrackingKey;
-    options.service_url = "https://service.example/";
     options.log_level = log_level_;
     options.log_sink = [this](std::string_view line) { lines_.emplace_back(line); };
     return options;

@@ -58,16 +58,7 @@ class LedgerRules : public ::testing::Test {
     options.store = {{"fendoUserInfo_fendoUserNo", 1001}, {"fendoUserInfo_referralKey", 7}};
     return options;
   }
-  void start() {
-    options.store_folder = "/virtual";
-    options.app_key = "app";
-    options.hash_key = "hash";
-    options.tracking_key = "tracking";
-    options.service_url = "https://service.example/";
-    options.log_level = 0;
-    options.log_sink = [](std::string_view) {};
-    phone = machine.start(options);
-  }
+  void start() { phone = machine.start(options); }
   void restart() {
     machine.kill(std::move(phone));
     start();
@@ -120,7 +111,7 @@ class LedgerRules : public ::testing::Test {
     open();
   }
 
-  HostOptions options;
+  HostOptions options = simulatedApp();
   VirtualMachine machine{attributed()};
   std::unique_ptr<host::Host> phone;
 };

@@ -17,12 +17,7 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 HostOptions appOptions(std::vector<std::string>* lines = nullptr) {
-  HostOptions options;
-  options.store_folder = "/virtual";
-  options.app_key = "app";
-  options.hash_key = "hash";
-  options.tracking_key = "tracking";
-  options.service_url = "https://service.example/";
+  HostOptions options = simulatedApp();
   options.log_level = 3;
   options.log_sink = [lines](std::string_view line) {
     if (lines != nullptr)
