@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "apps/device/json_dates.h"
+#include "apps/device/ledger_rows.h"
 #include "apps/device/phone.h"
 #include "apps/device/property_values.h"
 #include "host/crash/crash_record.h"
@@ -191,6 +192,12 @@ void showStore(Phone& phone, const Arguments& arguments, const Reply& reply) {
     return reply(refused("\"" + *unknown + "\" is no stored property; \"store\" alone shows them all"));
   Outcome outcome;
   outcome.fields.set("values", values);
+  reply(outcome);
+}
+
+void showLedger(Phone& phone, const Arguments&, const Reply& reply) {
+  Outcome outcome;
+  outcome.fields = rowsOf(phone.host().ledger()).asDictionary();
   reply(outcome);
 }
 

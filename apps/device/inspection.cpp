@@ -7,6 +7,8 @@
 #include <variant>
 
 #include "MorvikCoreLib/failure_counts.h"
+#include "apps/device/ledger_rows.h"
+#include "apps/device/stored_ledger.h"
 #include "host/crash/crash_record.h"
 #include "host/crash/earlier_crash.h"
 #include "host/crash/report_file.h"
@@ -43,6 +45,7 @@ std::vector<Section> emptySections() {
       {"demographics", "Demographics", "none were given", {}, {}},
       {"schedule", "Campaign schedule", "never in the store: it is fetched anew by each process", {}, {}},
       {"consent", "Consent", "never asked to be forgotten", {}, {}},
+      {"ledger", "Ledger: what became of all that was recorded", "nothing was recorded yet", {}, {}},
       {"host", "The host's own", "nothing", {}, {}},
       {"unknown", "Unknown to this program", "nothing", {}, {}},
   };
@@ -105,7 +108,6 @@ constexpr Place kPlaces[] = {
     {"host", host::kDeviceIdKey, "device id"},
     {"host", host::kAdvertisingIdKey, "advertising identifier made here"},
     {"host", morvik::services::kConversionTimesKey, "times of conversions"},
-    {"host", host::kLedgerKey, "ledger: what became of all that was recorded"},
 };
 
 ListForm formOf(std::string_view name) {
@@ -206,6 +208,30 @@ void tellFailures(const StoredEntries& entries, std::vector<Section>& sections) 
          });
 }
 
+const ListForm kLedgerAccountsForm = {{{"kind", ""},
+                                       {"recorded", "recorded"},
+                                       {"delivered", "delivered"},
+                                       {"stored", "stored"},
+                                       {"under_way", "under way"},
+                                       {"given_up", "given up"},
+                                       {"found_uncounted", "found uncounted"}}};
+const ListForm kLedgerReasonsForm = {
+    {{"kind", "kind"}, {"count", "count"}, {"reason", "reason"}, {"by_rule", "by a rule"}}};
+
+/// In place of the stored counts, which alone say nothing of what is stored.
+void tellLedger(const StoredEntries& entries, std::vector<Section>& sections) {
+  const morvik::Ledger ledger = storedLedger([&entries](std::string_view name) { return valueIn(entries, name); });
+  const bool is_empty = std::all_of(ledger.accounts.begin(), ledger.accounts.end(),
+                                    [](const auto& account) { return account.recorded == 0 && account.balances(); });
+  if (is_empty)
+    return;
+  const LedgerRows rows = rowsOf(ledger);
+  Section& section = sectionNamed(sections, "ledger");
+  section.values = {{"balances", "balances", rows.balances}, {"sound", "sound", rows.is_sound}};
+  section.lists.push_back({"accounts", "accounts", rows.accounts.size(), rows.accounts, kLedgerAccountsForm});
+  section.lists.push_back({"given_up", "given up, by reason", rows.given_up.size(), rows.given_up, kLedgerReasonsForm});
+}
+
 // ------------------------------------------------------------------------------------------------------------ reading
 
 /// Keeps what the readers say for the inspection's remarks.
@@ -280,7 +306,7 @@ void remarkFilesSetAside(const std::string& folder, std::vector<std::string>& re
 
 std::vector<Section> sorted(const StoredEntries& entries, const BesideTheStore& beside, size_t shown) {
   std::vector<Section> sections = emptySections();
-  std::set<std::string_view> known;
+  std::set<std::string_view> known = {host::kLedgerKey};
   for (const Place& place : kPlaces) {
     known.insert(place.name);
     if (const kit::Value& value = valueIn(entries, place.name); !value.isAbsent())
@@ -296,6 +322,7 @@ std::vector<Section> sorted(const StoredEntries& entries, const BesideTheStore& 
   }
   markTheLatestBatch(entries, sections);
   tellFailures(entries, sections);
+  tellLedger(entries, sections);
   return sections;
 }
 

@@ -171,7 +171,7 @@ std::string rest(const kit::Dictionary& record, const ListForm& form, const Text
 
 void appendRecords(const ShownList& list, const TextStyle& style, std::string& out) {
   const std::vector<ShownField>& columns = list.form.columns;
-  if (columns.empty() && list.form.is_brief)
+  if (list.newest.empty() || (columns.empty() && list.form.is_brief))
     return;
   Table table;
   if (!columns.empty()) {

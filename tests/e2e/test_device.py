@@ -66,6 +66,10 @@ class DeviceTest(unittest.TestCase):
     def requests(self, endpoint):
         return [r for r in self.service.requests(self.known_requests) if r["endpoint"] == endpoint]
 
+    def delivered(self):
+        """The distinct events that arrived since the test began."""
+        return [event for event in self.service.events() if event["requests"][0] > self.known_requests]
+
     def write(self, name, text):
         path = os.path.join(self.folder, name)
         with open(path, "w", encoding="utf-8") as file:
@@ -216,6 +220,25 @@ class Verbs(DeviceTest):
                          {"verb": "store", "ok": False,
                           "error": '"fendoUserInfo_referalKey" is no stored property; "store" alone shows them all'})
         self.do(device, "store fendoUserInfo_referralKey")
+
+    def test_ledger_tells_what_became_of_all_that_was_recorded_and_inspect_says_the_same(self):
+        device = self.attributed()
+        self.do(device, "event shop look", "push", "settle", "event shop buy", "age 30")
+        ledger = device.do("ledger")
+        self.assertEqual((ledger["ok"], ledger["balances"], ledger["sound"], ledger["given_up"]),
+                         (True, True, True, []))
+        accounts = {account.pop("kind"): account for account in ledger["accounts"]}
+        self.assertEqual(accounts["activities"], {"recorded": 4, "delivered": 3, "stored": 1, "under_way": 0,
+                                                  "given_up": 0, "found_uncounted": 0})
+        self.assertEqual(accounts["demographics"]["stored"], 1)
+        self.assertEqual(accounts["impressions"]["recorded"], 0)
+        self.assertEqual(accounts["activities"]["delivered"], len(self.delivered()))
+        status, output, _ = self.run_once(["inspect", "--json", self.store_folder])
+        self.assertEqual(status, 0)
+        inspected = json.loads(output[0])["ledger"]
+        told = device.do("ledger")
+        self.assertEqual((inspected["accounts"]["newest"], inspected["given_up"]["newest"], inspected["sound"]),
+                         (told["accounts"], told["given_up"], told["sound"]))
 
     def test_kill_ends_the_process_at_once(self):
         device = self.device()

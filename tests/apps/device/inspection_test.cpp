@@ -110,6 +110,16 @@ TEST(Inspection, TellsOfEachClickHowOftenItFailed) {
   EXPECT_EQ(shown[1]["failed"], kit::Value(0));
 }
 
+TEST(Inspection, TellsTheLedgerWholeHoweverFewEntriesOfAListAreShown) {
+  const auto sections =
+      sorted({{"host.ledger", kit::Value("damaged")}, {property::fendoImpressionInfos, kit::Array{1}}}, {}, 1);
+  const Section& ledger = sectionOf(sections, "ledger");
+  EXPECT_EQ(ledger.values.at(0).value, kit::Value(false)) << "an impression is stored that the ledger does not know";
+  EXPECT_EQ(ledger.lists.at(0).newest.size(), 6u);
+  EXPECT_EQ(ledger.lists.at(0).newest[1]["stored"], kit::Value(1));
+  EXPECT_TRUE(placesOf(sections, "host.ledger").empty()) << "it is shown as what it says";
+}
+
 // -------------------------------------------------------------------------------------------------------------- files
 
 class InspectionOfAFolder : public ::testing::Test {

@@ -80,6 +80,19 @@ Campaign schedule
 Consent
   forgotten, or to be  yes
 
+Ledger: what became of all that was recorded
+  balances  yes
+  sound     yes
+  accounts  6
+                          recorded  delivered  stored  under way  given up  found uncounted
+    activities            2         0          2       0          0         0
+    impressions           0         0          0       0          0         0
+    re-engagement clicks  0         0          0       0          0         0
+    commerce clicks       1         0          1       0          0         0
+    crash reports         0         0          0       0          0         0
+    demographics          1         0          1       0          0         0
+  given up, by reason  0
+
 The host's own
   nothing
 
@@ -107,9 +120,57 @@ TEST(InspectionText, IsOneLineOfJsonForMachines) {
       R"("impressions":{},"re_engagements":{},)"
       R"("commerce":{"commerceConversionInfos":{"count":1,"newest":[{"clickId":"abc","mtime":1709251200000.5}]}},)"
       R"("crashes":{},"demographics":{"fendoUserDemoInfo_gender":1},"schedule":{},)"
-      R"("consent":{"MorvikCoreUserInfo_isGDPRForgetMe":true},"host":{},"unknown":{"of tomorrow":{"a":1}},)"
+      R"("consent":{"MorvikCoreUserInfo_isGDPRForgetMe":true},)"
+      R"("ledger":{"balances":true,"sound":true,"accounts":{"count":6,"newest":[)"
+      R"({"kind":"activities","recorded":2,"delivered":0,"stored":2,"under_way":0,)"
+      R"("given_up":0,"found_uncounted":0},)"
+      R"({"kind":"impressions","recorded":0,"delivered":0,"stored":0,"under_way":0,)"
+      R"("given_up":0,"found_uncounted":0},)"
+      R"({"kind":"re-engagement clicks","recorded":0,"delivered":0,"stored":0,"under_way":0,)"
+      R"("given_up":0,"found_uncounted":0},)"
+      R"({"kind":"commerce clicks","recorded":1,"delivered":0,"stored":1,"under_way":0,)"
+      R"("given_up":0,"found_uncounted":0},)"
+      R"({"kind":"crash reports","recorded":0,"delivered":0,"stored":0,"under_way":0,)"
+      R"("given_up":0,"found_uncounted":0},)"
+      R"({"kind":"demographics","recorded":1,"delivered":0,"stored":1,"under_way":0,)"
+      R"("given_up":0,"found_uncounted":0}]})"
+      R"(,"given_up":{"count":0,"newest":[]}},"host":{},"unknown":{"of tomorrow":{"a":1}},)"
       R"("remarks":["a remark"]})"
       "\n");
+}
+
+TEST(InspectionText, SaysThatNothingWasRecordedYet) {
+  EXPECT_NE(describe({"s", sorted({}, {}, 10), {}}, {}).find("was recorded\n  nothing was recorded yet\n"),
+            std::string::npos);
+}
+
+TEST(InspectionText, ShowsTheLedgerAsATableOfItsKindsAndOneOfTheReasons) {
+  const kit::Value written = kit::Dictionary{
+      {"activities",
+       kit::Dictionary{{"recorded", 1003}, {"delivered", 1000}, {"given_up", kit::Dictionary{{"keptSession", 1}}}}},
+      {"crash reports", kit::Dictionary{{"recorded", 1}, {"under_way", 1}}},
+      {"impressions", kit::Dictionary{{"recorded", 2}, {"given_up", kit::Dictionary{{"missing", 1}}}}}};
+  const StoredEntries entries = {{property::fendoActivityInfos, kit::Array{1, 2}}, {"host.ledger", written}};
+  const std::string text = describe({"s", sorted(entries, {}, 1), {}}, {});
+  EXPECT_NE(text.find(R"(
+Ledger: what became of all that was recorded
+  balances  no
+  sound     no
+  accounts  6
+                          recorded  delivered  stored  under way  given up  found uncounted
+    activities            1005      1000       2       0          1         0
+    impressions           2         0          0       0          1         0
+    re-engagement clicks  0         0          0       0          0         0
+    commerce clicks       0         0          0       0          0         0
+    crash reports         1         0          0       1          0         0
+    demographics          0         0          0       0          0         0
+  given up, by reason  2
+    kind         count  reason                                               by a rule
+    activities   1      the "end" of a session that went on within a minute  yes
+    impressions  1      no longer in the store when it was opened            no
+)"),
+            std::string::npos)
+      << text;
 }
 
 TEST(InspectionText, SetsTitlesApartOnATerminalOnly) {

@@ -1,0 +1,52 @@
+#include "apps/device/ledger_rows.h"
+
+#include <utility>
+
+namespace morvik_device {
+namespace {
+
+namespace kit = morvik::kit;
+
+kit::Value number(uint64_t count) {
+  return kit::Value(static_cast<int64_t>(count));
+}
+
+kit::Value rowOf(const morvik::Ledger::Account& account) {
+  return kit::Dictionary{{"kind", account.kind},
+                         {"recorded", number(account.recorded)},
+                         {"delivered", number(account.delivered)},
+                         {"stored", number(account.stored)},
+                         {"under_way", number(account.under_way)},
+                         {"given_up", number(account.givenUp())},
+                         {"found_uncounted", number(account.found_uncounted)}};
+}
+
+kit::Value rowOf(const std::string& kind, const morvik::Ledger::GivenUp& given_up) {
+  return kit::Dictionary{
+      {"kind", kind}, {"count", number(given_up.count)}, {"reason", given_up.reason}, {"by_rule", given_up.by_rule}};
+}
+
+}  // namespace
+
+kit::MutableDictionary LedgerRows::asDictionary() const {
+  kit::MutableDictionary all;
+  all.set("balances", balances);
+  all.set("sound", is_sound);
+  all.set("accounts", accounts);
+  all.set("given_up", given_up);
+  return all;
+}
+
+LedgerRows rowsOf(const morvik::Ledger& ledger) {
+  kit::MutableArray accounts;
+  kit::MutableArray given_up;
+  for (const morvik::Ledger::Account& account : ledger.accounts) {
+    accounts.append(rowOf(account));
+    for (const morvik::Ledger::GivenUp& each : account.given_up)
+      given_up.append(rowOf(account.kind, each));
+  }
+  return {ledger.balances(), ledger.isSound(), kit::Value(std::move(accounts)).array(),
+          kit::Value(std::move(given_up)).array()};
+}
+
+}  // namespace morvik_device

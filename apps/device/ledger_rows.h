@@ -1,0 +1,24 @@
+// A ledger as rows: one form for the verb, for an inspected store and for what is told to a service.
+#pragma once
+
+#include "kit/value.h"
+#include "morvik/ledger.h"
+
+namespace morvik_device {
+
+struct LedgerRows {
+  bool balances = true;
+  bool is_sound = true;
+  /// One for each kind: {"kind":"activities","recorded":9,"delivered":6,"stored":2,"under_way":0,"given_up":1,
+  /// "found_uncounted":0}.
+  morvik::kit::Array accounts;
+  /// One for each reason that occurred: {"kind":"activities","count":1,"reason":…,"by_rule":true}.
+  morvik::kit::Array given_up;
+
+  /// {"balances":…,"sound":…,"accounts":[…],"given_up":[…]}
+  morvik::kit::MutableDictionary asDictionary() const;
+};
+
+LedgerRows rowsOf(const morvik::Ledger& ledger);
+
+}  // namespace morvik_device
