@@ -9,12 +9,15 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <set>
+#include <span>
 #include <string_view>
 #include <utility>
 
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
 #include "host/host.h"
+#include "host/store/sqlite_store.h"
 #include "services/json_writer.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
@@ -39,6 +42,7 @@ constexpr size_t kNameBytes = 16;  // of a name in a complaint
 constexpr uint64_t kWrittenBackCallsPerEvent = 5;
 constexpr uint64_t kDroppedWriteEvery = 50;
 
+/// In the order of the ledger's accounts.
 enum class Kind : uint8_t { kActivity, kImpression, kReEngagementClick, kCommerceClick, kCrashReport, kDemographic };
 
 /// How the service treats what comes.
@@ -81,6 +85,46 @@ std::string textOf(const kit::Value& value) {
   services::appendJsonDescription(value, text);
   return text;
 }
+
+std::string textOf(const Ledger::Account& account) {
+  std::string text = account.kind + ": " + std::to_string(account.recorded) + " recorded, " +
+                     std::to_string(account.delivered) + " delivered, " + std::to_string(account.stored) + " stored, " +
+                     std::to_string(account.under_way) + " under way, " + std::to_string(account.found_uncounted) +
+                     " found uncounted";
+  for (const Ledger::GivenUp& each : account.given_up)
+    text += ", " + std::to_string(each.count) + " " + each.reason;
+  return text;
+}
+
+/// What is set together survives together, or so it says.
+class HoldingStore final : public host::SqliteStore {
+ public:
+  using SqliteStore::SqliteStore;
+  void setTogether(std::span<host::StoreWrite> writes) override {
+    if (writes.size() < 2)
+      return SqliteStore::setTogether(writes);
+    SqliteStore::setTogether(writes.first(writes.size() - 1));
+    set(std::exchange(held_name_, std::string(writes.back().key)),
+        std::exchange(held_value_, std::move(writes.back().value)));
+  }
+
+ private:
+  std::string held_name_ = "nothing held";
+  kit::Value held_value_;
+};
+
+class BusyMachine final : public VirtualMachine {
+ public:
+  BusyMachine(SimulatedDisk& disk, Sabotage sabotage) : VirtualMachine({.disk = &disk}), sabotage_(sabotage) {}
+  std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+    if (sabotage_ == Sabotage::kHoldsBack)
+      return std::make_unique<HoldingStore>(storeOptions(), log);
+    return VirtualMachine::makeStore(folder, log);
+  }
+
+ private:
+  const Sabotage sabotage_;
+};
 
 class BusyLife {
  public:
@@ -271,6 +315,16 @@ class BusyLife {
     is_active_ = false;
     is_wish_unchecked_ = true;
     checkWish();
+    checkLedger();
+  }
+
+  void checkLedger() {
+    if (isCut() || !process_)
+      return;
+    for (const Ledger::Account& account : process_->ledger().accounts) {
+      if (!account.isSound())
+        complain(Complaint::kUnsoundLedger, textOf(account));
+    }
   }
 
   /// Once for each process; a store that could not be read at first says later what it holds.
@@ -651,6 +705,8 @@ class BusyLife {
   }
 
   void noteArrived(const ServedRequest& served) {
+    for (const kit::Value& event : served.payload["activity_info"].array())
+      arrived_activities_.emplace(event["event_id"].string());
     const std::string text = textOf(served.payload);
     for (Item& item : items_) {
       if (!item.arrived && text.find(item.name) != std::string::npos)
@@ -672,6 +728,8 @@ class BusyLife {
       complain(Complaint::kAnotherDevice, std::to_string(result_.installs) + " installs");
     if (!process_)
       return;
+    checkLedger();
+    compareWithLedger();
     std::string stored;
     for (const auto& [name, value] : process_->allStored())
       stored += textOf(value);
@@ -694,9 +752,28 @@ class BusyLife {
     process_->stop();
   }
 
+  /// The ledger also counts what the kit records of itself, and what a death took with it is in neither account for
+  /// certain. So it knows of at least what was kept, and of no more deliveries than there were arrivals.
+  void compareWithLedger() {
+    const std::vector<Ledger::Account> accounts = process_->ledger().accounts;
+    std::vector<uint64_t> kept(accounts.size());
+    std::vector<uint64_t> arrived(accounts.size());
+    for (const Item& item : items_) {
+      const auto kind = static_cast<size_t>(item.kind);
+      kept[kind] += item.not_kept_yet ? 0 : 1;
+      arrived[kind] += item.arrived ? 1 : 0;
+    }
+    arrived[static_cast<size_t>(Kind::kActivity)] = arrived_activities_.size();
+    for (size_t kind = 0; kind < accounts.size(); ++kind) {
+      if (accounts[kind].recorded < kept[kind] || accounts[kind].delivered > arrived[kind])
+        complain(Complaint::kUnsoundLedger, textOf(accounts[kind]) + "; kept " + std::to_string(kept[kind]) +
+                                                ", arrived " + std::to_string(arrived[kind]));
+    }
+  }
+
   const BusyLifeOptions options_;
   SimulatedDisk disk_;
-  VirtualMachine machine_{{.disk = &disk_}};
+  BusyMachine machine_{disk_, options_.sabotage};
   const host::OpensslCipher cipher_;
   const host::ZlibCompressor compressor_;
   testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
@@ -709,7 +786,8 @@ class BusyLife {
   bool is_healthy_ = false;
 
   std::vector<Item> items_;
-  std::map<std::string, Sending> sendings_;  ///< by event id
+  std::map<std::string, Sending> sendings_;   ///< by event id
+  std::set<std::string> arrived_activities_;  ///< event ids
   std::vector<Death> deaths_;
   bool wish_ = false;
   bool is_wish_unchecked_ = false;
@@ -745,6 +823,8 @@ const char* nameOf(Complaint complaint) {
       return "forgotten wish";
     case Complaint::kRequestOfForgotten:
       return "request of a forgotten user";
+    case Complaint::kUnsoundLedger:
+      return "unsound ledger";
     case Complaint::kAnotherDevice:
       return "installed again";
     case Complaint::kBroken:

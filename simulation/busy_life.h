@@ -37,6 +37,7 @@ enum class Sabotage : uint8_t {
   kDropsAWrite,            ///< every 50th write to the log never reaches it
   kKeepsNothing,           ///< what a process wrote is gone with it
   kForgetsTheLastSession,  ///< what was written since the latest session began is gone with its process
+  kHoldsBack,              ///< of what is to survive together the last is written with the next such
   kGarblesTheFile,         ///< what is left of the store's file after a death is no store
 };
 
@@ -58,10 +59,11 @@ enum class Complaint : uint8_t {
   kUnbalancedAccount,   ///< recorded is not delivered + stored + given up + not yet kept when the cut came
   kForgottenWish,       ///< a wish to be forgotten, or its withdrawal, that did not outlive the process
   kRequestOfForgotten,  ///< a request but the erasure of a user who asked to be forgotten
+  kUnsoundLedger,       ///< the kit's own account misses something, counts it twice, or gives it up by no rule
   kAnotherDevice,       ///< what makes the device this one was lost: it was installed again
   kBroken               ///< something was thrown, or a host did not start
 };
-inline constexpr size_t kComplaints = 10;
+inline constexpr size_t kComplaints = 11;
 const char* nameOf(Complaint complaint);
 
 /// One account over all that was recorded: activities, impressions, clicks, crash reports and demographics.

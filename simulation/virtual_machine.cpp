@@ -5,8 +5,8 @@
 #include <utility>
 #include <variant>
 
+#include "host/machine/names_in_the_store.h"
 #include "host/make_host.h"
-#include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 #include "simulation/virtual_flusher.h"
 #include "simulation/virtual_loop_host.h"
@@ -180,13 +180,15 @@ std::unique_ptr<host::MachineFacts> VirtualMachine::makeFacts() {
   return std::make_unique<VirtualFacts>(options_);
 }
 
+host::SqliteStoreOptions VirtualMachine::storeOptions() {
+  return {.place = options_.disk->place(),
+          .file_decides = host::namesThatTheFileDecides(),
+          .make_flusher = flushesOn(loop)};
+}
+
 std::unique_ptr<host::MachineStore> VirtualMachine::makeStore(const std::string&, kit::LogSink& log) {
-  if (options_.disk != nullptr) {
-    return std::make_unique<host::SqliteStore>(
-        host::SqliteStoreOptions{
-            .place = options_.disk->place(), .made_once = host::namesMadeOnce(), .make_flusher = flushesOn(loop)},
-        log);
-  }
+  if (options_.disk != nullptr)
+    return std::make_unique<host::SqliteStore>(storeOptions(), log);
   return std::make_unique<VirtualStore>(store);
 }
 

@@ -24,6 +24,10 @@
 #include "testing/scripted_transport.h"
 #include "testing/virtual_loop.h"
 
+namespace morvik::host {
+struct SqliteStoreOptions;
+}
+
 namespace morvik::simulation {
 
 struct VirtualMachineOptions {
@@ -75,6 +79,10 @@ class VirtualMachine : public host::Machine {
   std::unique_ptr<host::MachineBackground> makeBackground(const services::Logger& logger) override;
   std::unique_ptr<host::MachineTransport> makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
                                                         host::TurnGate& gate) override;
+
+ protected:
+  /// Of the real store on the disk, when there is one.
+  host::SqliteStoreOptions storeOptions();
 
  private:
   const VirtualMachineOptions options_;

@@ -1,5 +1,6 @@
 #include "host/ledger/ledger_accounts.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace morvik::host {
@@ -12,65 +13,146 @@ constexpr const char* kUnderWay = "under_way";
 constexpr const char* kFoundUncounted = "found_uncounted";
 constexpr const char* kGivenUp = "given_up";
 
+constexpr size_t indexOf(LedgerKind kind) {
+  return static_cast<size_t>(kind);
+}
+
+const char* nameOf(LedgerKind kind) {
+  return kLedgerKindNames[indexOf(kind)];
+}
+
 void setUnlessZero(kit::MutableDictionary& dictionary, const char* key, uint64_t count) {
   if (count > 0)
     dictionary.set(key, static_cast<int64_t>(count));
 }
 
 uint64_t countIn(const kit::Value& value) {
-  return value.integer() > 0 ? static_cast<uint64_t>(value.integer()) : 0;
+  return value.integer() > 0 ? std::min(static_cast<uint64_t>(value.integer()), kMaxLedgerCount) : 0;
 }
 
 }  // namespace
 
+LedgerAccounts::LedgerAccounts(const kit::Value& written, uint64_t stored_activities) {
+  for (size_t kind = 0; kind < kLedgerKinds; ++kind) {
+    const kit::Value& account = written[kLedgerKindNames[kind]];
+    recorded_[kind] = countIn(account[kRecorded]);
+    delivered_[kind] = countIn(account[kDelivered]);
+    under_way_[kind] = countIn(account[kUnderWay]);
+    found_uncounted_[kind] = countIn(account[kFoundUncounted]);
+  }
+  for (size_t row = 0; row < given_up_.size(); ++row) {
+    const LedgerRule& rule = ledgerRules()[row];
+    given_up_[row] = countIn(written[nameOf(rule.kind)][kGivenUp][rule.key]);
+  }
+  const uint64_t stored_then = countIn(written[nameOf(LedgerKind::kActivities)][kStored]);
+  if (written.isDictionary() && stored_activities > stored_then)
+    recordUnwritten(LedgerKind::kActivities, stored_activities - stored_then);
+}
+
+void LedgerAccounts::record(LedgerKind kind, uint64_t count) {
+  recordUnwritten(kind, count);
+  is_changed_ |= count > 0;
+}
+
+void LedgerAccounts::recordUnwritten(LedgerKind kind, uint64_t count) {
+  recorded_[indexOf(kind)] += count;
+}
+
+void LedgerAccounts::unrecord(LedgerKind kind, uint64_t count) {
+  recorded_[indexOf(kind)] -= count;
+  is_changed_ |= count > 0;
+}
+
+void LedgerAccounts::deliver(LedgerKind kind, uint64_t count) {
+  delivered_[indexOf(kind)] += count;
+  is_changed_ |= count > 0;
+}
+
+void LedgerAccounts::giveUp(LedgerKind kind, LedgerReason reason, uint64_t count) {
+  given_up_[ledgerRuleOf(kind, reason)] += count;
+  is_changed_ |= count > 0;
+}
+
+void LedgerAccounts::beginUnderWay(LedgerKind kind, uint64_t count) {
+  under_way_[indexOf(kind)] += count;
+  is_changed_ |= count > 0;
+}
+
+void LedgerAccounts::endUnderWay(LedgerKind kind, uint64_t count) {
+  under_way_[indexOf(kind)] -= count;
+  is_changed_ |= count > 0;
+}
+
 uint64_t LedgerAccounts::givenUp(LedgerKind kind) const {
   uint64_t sum = 0;
-  for (size_t row = 0; row < given_up.size(); ++row)
-    sum += ledgerRules()[row].kind == kind ? given_up[row] : 0;
+  for (size_t row = 0; row < given_up_.size(); ++row)
+    sum += ledgerRules()[row].kind == kind ? given_up_[row] : 0;
   return sum;
 }
 
-kit::Value LedgerAccounts::toValue(uint64_t stored_activities) const {
-  kit::MutableDictionary all;
-  for (size_t kind = 0; kind < kLedgerKinds; ++kind) {
-    kit::MutableDictionary account;
-    setUnlessZero(account, kRecorded, recorded[kind]);
-    if (static_cast<LedgerKind>(kind) == LedgerKind::kActivities)
-      setUnlessZero(account, kStored, stored_activities);
-    setUnlessZero(account, kDelivered, delivered[kind]);
-    setUnlessZero(account, kUnderWay, under_way[kind]);
-    setUnlessZero(account, kFoundUncounted, found_uncounted[kind]);
-    kit::MutableDictionary reasons;
-    for (size_t row = 0; row < given_up.size(); ++row) {
-      const LedgerRule& rule = ledgerRules()[row];
-      if (rule.kind == static_cast<LedgerKind>(kind))
-        setUnlessZero(reasons, rule.key, given_up[row]);
+void LedgerAccounts::bringInLineWith(const Found& found) {
+  for (size_t i = 0; i < kLedgerKinds; ++i) {
+    const auto kind = static_cast<LedgerKind>(i);
+    giveUp(kind, LedgerReason::kProcessEnded, under_way_[i]);
+    endUnderWay(kind, under_way_[i]);
+    uint64_t missing = 0;
+    uint64_t beyond = 0;
+    const uint64_t gone = delivered_[i] + givenUp(kind);
+    if (recorded_[i] > gone + found.stored[i])
+      missing = recorded_[i] - gone - found.stored[i];
+    else
+      beyond = gone + found.stored[i] - recorded_[i];
+    if (kind == LedgerKind::kDemographics) {
+      const uint64_t replaced = std::min(missing, found.demographics_set_since);
+      giveUp(kind, LedgerReason::kReplaced, replaced);
+      missing -= replaced;
     }
-    if (reasons.size() > 0)
-      account.set(kGivenUp, kit::Value(std::move(reasons)));
-    all.set(kLedgerKindNames[kind], kit::Value(std::move(account)));
+    giveUp(kind, LedgerReason::kMissing, missing);
+    record(kind, beyond);
+    // A dying process writes its report past the book.
+    if (kind != LedgerKind::kCrashReports && !found.is_first)
+      found_uncounted_[i] += beyond;
   }
-  return kit::Value(std::move(all));
 }
 
-LedgerAccounts LedgerAccounts::from(const kit::Value& written, uint64_t stored_activities) {
-  LedgerAccounts accounts;
+void LedgerAccounts::add(const LedgerAccounts& other) {
   for (size_t kind = 0; kind < kLedgerKinds; ++kind) {
-    const kit::Value& account = written[kLedgerKindNames[kind]];
-    accounts.recorded[kind] = countIn(account[kRecorded]);
-    accounts.delivered[kind] = countIn(account[kDelivered]);
-    accounts.under_way[kind] = countIn(account[kUnderWay]);
-    accounts.found_uncounted[kind] = countIn(account[kFoundUncounted]);
+    recorded_[kind] += other.recorded_[kind];
+    delivered_[kind] += other.delivered_[kind];
+    under_way_[kind] += other.under_way_[kind];
+    found_uncounted_[kind] += other.found_uncounted_[kind];
   }
-  const uint64_t stored_then =
-      countIn(written[kLedgerKindNames[static_cast<size_t>(LedgerKind::kActivities)]][kStored]);
-  if (written.isDictionary() && stored_activities > stored_then)
-    accounts.of(&LedgerAccounts::recorded, LedgerKind::kActivities) += stored_activities - stored_then;
-  for (size_t row = 0; row < accounts.given_up.size(); ++row) {
+  for (size_t row = 0; row < given_up_.size(); ++row)
+    given_up_[row] += other.given_up_[row];
+  is_changed_ = true;
+}
+
+kit::Value LedgerAccounts::accountOf(LedgerKind kind, uint64_t stored_activities) const {
+  const size_t i = indexOf(kind);
+  kit::MutableDictionary account;
+  setUnlessZero(account, kRecorded, recorded_[i]);
+  if (kind == LedgerKind::kActivities)
+    setUnlessZero(account, kStored, stored_activities);
+  setUnlessZero(account, kDelivered, delivered_[i]);
+  setUnlessZero(account, kUnderWay, under_way_[i]);
+  setUnlessZero(account, kFoundUncounted, found_uncounted_[i]);
+  kit::MutableDictionary reasons;
+  for (size_t row = 0; row < given_up_.size(); ++row) {
     const LedgerRule& rule = ledgerRules()[row];
-    accounts.given_up[row] = countIn(written[kLedgerKindNames[static_cast<size_t>(rule.kind)]][kGivenUp][rule.key]);
+    if (rule.kind == kind)
+      setUnlessZero(reasons, rule.key, given_up_[row]);
   }
-  return accounts;
+  if (reasons.size() > 0)
+    account.set(kGivenUp, kit::Value(std::move(reasons)));
+  return kit::Value(std::move(account));
+}
+
+kit::Value LedgerAccounts::write(uint64_t stored_activities) {
+  is_changed_ = false;
+  kit::MutableDictionary all;
+  for (size_t kind = 0; kind < kLedgerKinds; ++kind)
+    all.set(kLedgerKindNames[kind], accountOf(static_cast<LedgerKind>(kind), stored_activities));
+  return kit::Value(std::move(all));
 }
 
 Ledger LedgerAccounts::toLedger(const LedgerCounts& stored) const {
@@ -78,15 +160,15 @@ Ledger LedgerAccounts::toLedger(const LedgerCounts& stored) const {
   for (size_t kind = 0; kind < kLedgerKinds; ++kind) {
     Ledger::Account account;
     account.kind = kLedgerKindNames[kind];
-    account.recorded = recorded[kind];
-    account.delivered = delivered[kind];
+    account.recorded = recorded_[kind];
+    account.delivered = delivered_[kind];
     account.stored = stored[kind];
-    account.under_way = under_way[kind];
-    account.found_uncounted = found_uncounted[kind];
-    for (size_t row = 0; row < given_up.size(); ++row) {
+    account.under_way = under_way_[kind];
+    account.found_uncounted = found_uncounted_[kind];
+    for (size_t row = 0; row < given_up_.size(); ++row) {
       const LedgerRule& rule = ledgerRules()[row];
-      if (rule.kind == static_cast<LedgerKind>(kind) && given_up[row] > 0)
-        account.given_up.push_back({rule.words, given_up[row], rule.by_rule});
+      if (rule.kind == static_cast<LedgerKind>(kind) && given_up_[row] > 0)
+        account.given_up.push_back({rule.words, given_up_[row], rule.by_rule});
     }
     ledger.accounts.push_back(std::move(account));
   }

@@ -96,24 +96,44 @@ void LedgerBook::open() {
     if (isPending(slot, store_.get(kDemographicKeys[slot])))
       versions_[slot] = ++last_version_;
   }
-  const kit::Value stored = store_.get(kLedgerKey);
-  const bool is_first = stored.isAbsent();
-  accounts_ = LedgerAccounts::from(stored, storedCount(Kind::kActivities));
-  for (size_t i = 0; i < kLedgerKinds; ++i) {
-    const auto kind = static_cast<Kind>(i);
-    giveUp(kind, Reason::kProcessEnded, accounts_.under_way[i]);
-    accounts_.under_way[i] = 0;
-    const uint64_t expected = accounts_.recorded[i] - accounts_.delivered[i] - accounts_.givenUp(kind);
-    const uint64_t found = storedCount(kind);
-    if (found < expected)
-      giveUp(kind, Reason::kMissing, expected - found);
-    if (found <= expected)
-      continue;
-    count(&LedgerAccounts::recorded, kind, found - expected);
-    // A dying process writes its report past the book, and a first book takes over what it finds.
-    if (kind != Kind::kCrashReports && !is_first)
-      count(&LedgerAccounts::found_uncounted, kind, found - expected);
+  written_ = store_.get(kLedgerKey);
+  accounts_ = LedgerAccounts(written_, storedCount(Kind::kActivities));
+  accounts_.bringInLineWith({.stored = storedCounts(), .is_first = written_.isAbsent()});
+  is_dark_ = store_.opening() == StoreOpening::kUnavailable;
+  writeBook();
+}
+
+/// What could not be read at the start comes to light behind the book's back: lists stand before those of this process,
+/// and of the book the one in the file stands. It is another part of the same account, of earlier processes.
+void LedgerBook::takeInWhatCameToLight() {
+  const kit::Value earlier = store_.get(kLedgerKey);
+  if (!is_dark_ || earlier.identicalTo(written_))
+    return;
+  is_dark_ = false;
+  LedgerAccounts::Found found;
+  for (const CountedList& list : kLists) {
+    kit::Value& known = known_[indexOf(list.kind)];
+    kit::Value all = store_.get(list.key);
+    found.stored[indexOf(list.kind)] = all.size() - std::min(all.size(), known.size());
+    known.swap(all);
   }
+  for (size_t slot = 0; slot < kDemographicValues; ++slot) {
+    found.demographics_set_since += was_set_[slot] ? 1U : 0U;
+    if (was_set_[slot] || !isPending(slot, store_.get(kDemographicKeys[slot])))
+      continue;
+    versions_[slot] = ++last_version_;
+    ++found.stored[indexOf(Kind::kDemographics)];
+  }
+  LedgerAccounts accounts(earlier, found.stored[indexOf(Kind::kActivities)]);
+  accounts.bringInLineWith(found);
+  accounts_.add(accounts);
+}
+
+void LedgerBook::storeCameToLight() {
+  const std::scoped_lock hold(mutex_);
+  takeInWhatCameToLight();
+  takeChangesFromElsewhere();
+  is_dark_ = false;
   writeBook();
 }
 
@@ -123,13 +143,17 @@ uint64_t LedgerBook::storedCount(Kind kind) const {
   return static_cast<uint64_t>(std::count_if(versions_.begin(), versions_.end(), [](uint64_t v) { return v != 0; }));
 }
 
-Ledger LedgerBook::read() {
-  const std::scoped_lock hold(mutex_);
-  takeChangesFromElsewhere();
+LedgerCounts LedgerBook::storedCounts() const {
   LedgerCounts stored{};
   for (size_t i = 0; i < kLedgerKinds; ++i)
     stored[i] = storedCount(static_cast<Kind>(i));
-  return accounts_.toLedger(stored);
+  return stored;
+}
+
+Ledger LedgerBook::read() {
+  const std::scoped_lock hold(mutex_);
+  takeChangesFromElsewhere();
+  return accounts_.toLedger(storedCounts());
 }
 
 // -------------------------------------------------------------------------------------------------- changes of the
@@ -158,15 +182,16 @@ void LedgerBook::set(std::string_view key, kit::Value value, Writer writer) {
   write(key, std::move(value));
 }
 
-/// A dying process appends its report past the book; a store whose file could be opened only now brings what it held.
+/// A dying process appends its report past the book.
 void LedgerBook::takeChangesFromElsewhere() {
+  takeInWhatCameToLight();
   for (const CountedList& list : kLists)
     takeListFromElsewhere(list.kind);
   for (size_t slot = 0; slot < kDemographicValues; ++slot) {
     if (versions_[slot] != 0 || !isPending(slot, store_.get(kDemographicKeys[slot])))
       continue;
     versions_[slot] = ++last_version_;
-    count(&LedgerAccounts::recorded, Kind::kDemographics, 1);
+    accounts_.record(Kind::kDemographics, 1);
   }
 }
 
@@ -176,19 +201,20 @@ void LedgerBook::takeListFromElsewhere(Kind kind) {
   if (found.identicalTo(known))
     return;
   if (found.size() >= known.size())
-    count(&LedgerAccounts::recorded, kind, found.size() - known.size());
+    accounts_.record(kind, found.size() - known.size());
   else
-    giveUp(kind, Reason::kMissing, known.size() - found.size());
+    accounts_.giveUp(kind, Reason::kMissing, known.size() - found.size());
   known.swap(found);
 }
 
 void LedgerBook::setList(Kind kind, const kit::Value& value, Writer writer) {
+  takeInWhatCameToLight();
   takeListFromElsewhere(kind);
   const kit::Array before = known_[indexOf(kind)].array();
   const kit::Array after = value.array();
   const ListChange change = changeBetween(before, after);
   if (wasTakenBack(kind, before, change, writer)) {
-    uncount(&LedgerAccounts::recorded, kind, change.removedCount());
+    accounts_.unrecord(kind, change.removedCount());
   } else if (!change.removed.empty()) {
     Removal removed = removal(kind, writer);
     removeAll(removed, before, change);
@@ -214,9 +240,9 @@ void LedgerBook::add(Kind kind, const kit::Array& after, size_t added, Writer wr
     for (size_t index = after.size() - added; index < after.size(); ++index)
       addClick(after[index], writer);
   } else if (kind == Kind::kActivities && writer == Writer::kKit) {
-    accounts_.of(&LedgerAccounts::recorded, kind) += std::exchange(announced_activities_, 0);
+    accounts_.recordUnwritten(kind, std::exchange(announced_activities_, 0));
   } else {
-    count(&LedgerAccounts::recorded, kind, added);
+    accounts_.record(kind, added);
   }
 }
 
@@ -226,17 +252,19 @@ void LedgerBook::addClick(const kit::Value& click, Writer writer) {
   const auto held = std::find_if(holding_click_.begin(), holding_click_.end(),
                                  [&](uint64_t id) { return exchanges_.at(id).click == click; });
   if (writer == Writer::kHand || held == holding_click_.end())
-    return count(&LedgerAccounts::recorded, Kind::kReEngagementClicks, 1);
+    return accounts_.record(Kind::kReEngagementClicks, 1);
   exchanges_.at(*held).holds_click = false;
   holding_click_.erase(held);
-  uncount(&LedgerAccounts::under_way, Kind::kReEngagementClicks, 1);
+  accounts_.endUnderWay(Kind::kReEngagementClicks, 1);
 }
 
 void LedgerBook::setDemographic(size_t slot, const kit::Value& value, Writer writer) {
+  takeInWhatCameToLight();
+  was_set_[slot] = true;
   const bool is_pending = isPending(slot, value);
   const uint64_t version = std::exchange(versions_[slot], is_pending ? ++last_version_ : 0);
   if (is_pending)
-    count(&LedgerAccounts::recorded, Kind::kDemographics, 1);
+    accounts_.record(Kind::kDemographics, 1);
   if (version == 0)
     return;
   const Removal removed = removal(Kind::kDemographics, writer);
@@ -255,9 +283,9 @@ void LedgerBook::setDemographic(size_t slot, const kit::Value& value, Writer wri
       orphans.carriers.push_back(id);
   }
   if (orphans.carriers.empty())
-    return giveUp(Kind::kDemographics, reason, 1);
+    return accounts_.giveUp(Kind::kDemographics, reason, 1);
   orphans_.push_back(std::move(orphans));
-  count(&LedgerAccounts::under_way, Kind::kDemographics, 1);
+  accounts_.beginUnderWay(Kind::kDemographics, 1);
 }
 
 void LedgerBook::noteSentKeys(const kit::Value& keys) {
@@ -298,8 +326,8 @@ void LedgerBook::removeOne(Removal& removal, const kit::Value& record, size_t in
   if (reason == Reason::kUnexplained)
     broken_kinds_ |= uint32_t{1} << indexOf(removal.kind);
   if (removal.carriers.empty())
-    return giveUp(removal.kind, reason, 1);
-  count(&LedgerAccounts::under_way, removal.kind, 1);
+    return accounts_.giveUp(removal.kind, reason, 1);
+  accounts_.beginUnderWay(removal.kind, 1);
   const bool is_like_the_last = !orphans_.empty() && orphans_.back().kind == removal.kind &&
                                 orphans_.back().reason == reason && orphans_.back().carriers == removal.carriers;
   if (is_like_the_last)
@@ -453,8 +481,8 @@ uint64_t LedgerBook::requestStarts(const kit::Request& request) {
   }
   if (exchange.holds_click) {
     holding_click_.insert(id);
-    count(&LedgerAccounts::recorded, Kind::kReEngagementClicks, 1);
-    count(&LedgerAccounts::under_way, Kind::kReEngagementClicks, 1);
+    accounts_.record(Kind::kReEngagementClicks, 1);
+    accounts_.beginUnderWay(Kind::kReEngagementClicks, 1);
   }
   exchanges_.emplace(id, std::move(exchange));
   writeBook();
@@ -478,11 +506,11 @@ void LedgerBook::handlerEnded(uint64_t id) {
   const auto node = exchanges_.extract(id);
   const LedgerExchange& exchange = node.mapped();
   if (holding_click_.erase(id) > 0) {
-    uncount(&LedgerAccounts::under_way, Kind::kReEngagementClicks, 1);
+    accounts_.endUnderWay(Kind::kReEngagementClicks, 1);
     if (exchange.isAccepted())
       credit(Kind::kReEngagementClicks, exchange, 1);
     else
-      giveUp(Kind::kReEngagementClicks, whyClickLost(exchange), 1);
+      accounts_.giveUp(Kind::kReEngagementClicks, whyClickLost(exchange), 1);
   }
   settleOrphans(id, exchange);
   running_ = 0;
@@ -511,11 +539,11 @@ void LedgerBook::settleOrphans(uint64_t ended, const LedgerExchange& exchange) {
     const bool is_accepted = exchange.isAccepted();
     if (!is_accepted && !orphans.carriers.empty())
       return false;
-    uncount(&LedgerAccounts::under_way, orphans.kind, orphans.count);
+    accounts_.endUnderWay(orphans.kind, orphans.count);
     if (is_accepted)
       credit(orphans.kind, exchange, orphans.count);
     else
-      giveUp(orphans.kind, orphans.reason, orphans.count);
+      accounts_.giveUp(orphans.kind, orphans.reason, orphans.count);
     return true;
   });
 }
@@ -535,32 +563,13 @@ void LedgerBook::backgroundBlockEnded() {
 
 void LedgerBook::credit(Kind kind, const LedgerExchange& exchange, uint64_t by) {
   if (const auto reason = exchange.emptyAcceptance())
-    giveUp(kind, *reason, by);
+    accounts_.giveUp(kind, *reason, by);
   else
-    count(&LedgerAccounts::delivered, kind, by);
-}
-
-void LedgerBook::giveUp(Kind kind, Reason reason, uint64_t by) {
-  if (by == 0)
-    return;
-  accounts_.given_up[ledgerRuleOf(kind, reason)] += by;
-  is_changed_ = true;
-}
-
-void LedgerBook::count(LedgerCounts LedgerAccounts::*member, Kind kind, uint64_t by) {
-  if (by == 0)
-    return;
-  accounts_.of(member, kind) += by;
-  is_changed_ = true;
-}
-
-void LedgerBook::uncount(LedgerCounts LedgerAccounts::*member, Kind kind, uint64_t by) {
-  accounts_.of(member, kind) -= by;
-  is_changed_ = true;
+    accounts_.deliver(kind, by);
 }
 
 void LedgerBook::writeBook() {
-  if (is_changed_)
+  if (accounts_.isChanged())
     write({}, {});
 }
 
@@ -570,8 +579,10 @@ void LedgerBook::write(std::string_view key, kit::Value value) {
   size_t count = 0;
   if (!key.empty())
     writes[count++] = {key, std::move(value)};
-  if (std::exchange(is_changed_, false))
-    writes[count++] = {kLedgerKey, accounts_.toValue(storedCount(Kind::kActivities))};
+  if (accounts_.isChanged()) {
+    written_ = accounts_.write(storedCount(Kind::kActivities));
+    writes[count++] = {kLedgerKey, written_};
+  }
   store_.setTogether({writes.data(), count});
 }
 

@@ -41,8 +41,6 @@
 
 namespace morvik::host {
 
-/// Where the book lies in the store.
-inline constexpr std::string_view kLedgerKey = "host.ledger";
 /// Payloads that were sealed and whose request has not left. Each leaves at once or never; past this many the oldest is
 /// forgotten.
 inline constexpr size_t kMaxUnsentPayloads = 4;
@@ -73,6 +71,9 @@ class LedgerBook {
   /// Sets the value in the store, with what changes in the book in the same transaction. Kinds that are not counted go
   /// straight through.
   void set(std::string_view key, kit::Value value, Writer writer);
+  /// The store, which could not be read at its opening, can be now. Within the commit that takes over what it holds, so
+  /// that what follows from it is committed along.
+  void storeCameToLight();
   /// Says so when something was unexplained since the last call: see invariantBroken(). Not under a lock.
   void tellBroken();
 
@@ -121,6 +122,8 @@ class LedgerBook {
   // All hold the mutex.
   void open();
   uint64_t storedCount(LedgerKind kind) const;
+  LedgerCounts storedCounts() const;
+  void takeInWhatCameToLight();
   void takeChangesFromElsewhere();
   void takeListFromElsewhere(LedgerKind kind);
   void setList(LedgerKind kind, const kit::Value& value, Writer writer);
@@ -142,9 +145,6 @@ class LedgerBook {
   LedgerExchange takeUnsent(LedgerEndpoint endpoint, std::string_view body);
   void settleOrphans(uint64_t ended, const LedgerExchange& exchange);
   void credit(LedgerKind kind, const LedgerExchange& exchange, uint64_t count);
-  void giveUp(LedgerKind kind, LedgerReason reason, uint64_t count);
-  void count(LedgerCounts LedgerAccounts::*member, LedgerKind kind, uint64_t by);
-  void uncount(LedgerCounts LedgerAccounts::*member, LedgerKind kind, uint64_t by);
   bool isInBackground() const { return background_thread_ == std::this_thread::get_id(); }
   void write(std::string_view key, kit::Value value);
   void writeBook();
@@ -157,9 +157,11 @@ class LedgerBook {
 
   std::mutex mutex_;  // guards what follows
   LedgerAccounts accounts_;
-  /// The accounts, in more than recorded activities, since they were last written.
-  bool is_changed_ = false;
-  std::array<kit::Value, kLedgerKinds> known_;  ///< the lists, as they were last seen
+  kit::Value written_;  ///< the accounts, as the store has them
+  /// The store could not be read yet.
+  bool is_dark_ = false;
+  std::array<bool, kDemographicValues> was_set_{};  ///< in this process
+  std::array<kit::Value, kLedgerKinds> known_;      ///< the lists, as they were last seen
   std::array<uint64_t, kDemographicValues> versions_{};
   uint64_t last_version_ = 0;
   uint64_t announced_activities_ = 0;

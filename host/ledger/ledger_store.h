@@ -17,7 +17,10 @@ namespace morvik::host {
 class LedgerStore final : public MachineStore {
  public:
   /// Both outlive it; `store` is the one in which the book lies.
-  LedgerStore(MachineStore& store, LedgerBook& book) : store_(store), book_(book) {}
+  LedgerStore(MachineStore& store, LedgerBook& book);
+  ~LedgerStore() override;
+  LedgerStore(const LedgerStore&) = delete;
+  LedgerStore& operator=(const LedgerStore&) = delete;
 
   kit::Value get(std::string_view key) const override { return store_.get(key); }
   void set(std::string_view key, kit::Value value) override {
@@ -33,7 +36,7 @@ class LedgerStore final : public MachineStore {
 
   StoreOpening opening() const override { return store_.opening(); }
   const std::string& openingLine() const override { return store_.openingLine(); }
-  void setWhenTakenOver(kit::Block hook) override { store_.setWhenTakenOver(std::move(hook)); }
+  void setWhenTakenOver(kit::Block hook) override;
   void commitTurn() override;
   std::vector<std::pair<std::string, kit::Value>> all() const override { return store_.all(); }
   void flushNow() override { store_.flushNow(); }

@@ -5,10 +5,10 @@
 #include "host/loop/background_thread.h"
 #include "host/loop/main_loop.h"
 #include "host/loop/system_clock.h"
+#include "host/machine/names_in_the_store.h"
 #include "host/machine/system_facts.h"
 #include "host/machine/system_threads.h"
 #include "host/net/curl_transport.h"
-#include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 
 namespace morvik::host {
@@ -34,8 +34,8 @@ std::unique_ptr<MachineFacts> SystemMachine::makeFacts() {
 }
 
 std::unique_ptr<MachineStore> SystemMachine::makeStore(const std::string& folder, kit::LogSink& log) {
-  return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder}, .made_once = namesMadeOnce()},
-                                       log);
+  return std::make_unique<SqliteStore>(
+      SqliteStoreOptions{.place = {.folder = folder}, .file_decides = namesThatTheFileDecides()}, log);
 }
 
 std::unique_ptr<kit::ReportShelf> SystemMachine::makeReportShelf(const std::string& folder, const kit::JsonCodec& json,

@@ -292,7 +292,7 @@ StoreOutcome SqliteStore::openAndLoad(bool read_only) {
 
 // When the file could not be opened at the start, what it holds comes to light only now: a list that was begun in
 // memory goes behind the one in the file, so that neither is lost; of other values the newer one stands, but for those
-// that are made once: the device stays the one that it was.
+// of which the file decides.
 void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
   const std::lock_guard lock(memory_mutex_);
   for (StoredProperty& found : loaded) {
@@ -306,14 +306,14 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
       property.value = property.stored;
     else if (!loaded_once_ && property.value.isArray() && property.stored.isArray())
       property.value = joined(property.stored, property.value);
-    else if (!loaded_once_ && isMadeOnce(found.name))
+    else if (!loaded_once_ && doesFileDecide(found.name))
       property.value = property.stored;
   }
   loaded_once_ = true;
 }
 
-bool SqliteStore::isMadeOnce(const std::string& name) const {
-  return std::find(options_.made_once.begin(), options_.made_once.end(), name) != options_.made_once.end();
+bool SqliteStore::doesFileDecide(const std::string& name) const {
+  return std::find(options_.file_decides.begin(), options_.file_decides.end(), name) != options_.file_decides.end();
 }
 
 StoreOutcome SqliteStore::setAside(const std::string& reason) {

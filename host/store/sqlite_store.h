@@ -51,9 +51,9 @@ struct SqliteStoreOptions {
   /// taken, no file is made or changed, and writes stay in memory.
   bool read_only = false;
   std::chrono::milliseconds flush_delay = kFlushDelay;
-  /// Names of values that are made once and for good: when the file could not be read at the opening and comes to light
-  /// later, its value of these stands, although this process has made another meanwhile.
-  std::vector<std::string> made_once = {};
+  /// When the file could not be read at the opening and comes to light later, its value of these stands, although this
+  /// process has set another meanwhile.
+  std::vector<std::string> file_decides = {};
   /// Empty: flushes run on a thread of the store's own.
   MakeStoreFlusher make_flusher = {};
 };
@@ -139,7 +139,7 @@ class SqliteStore : public MachineStore {
   StoreOutcome openAndLoad(bool read_only);
   StoreOutcome setAside(const std::string& reason);
   bool reopen();
-  bool isMadeOnce(const std::string& name) const;
+  bool doesFileDecide(const std::string& name) const;
   void takeOver(std::vector<StoredProperty>& loaded);
   void forgetStored();
   StoreOutcome startAfresh(const std::string& reason);

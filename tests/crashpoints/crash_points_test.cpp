@@ -26,6 +26,7 @@ TEST(CrashPoints, NothingIsLostAtAnyOfThem) {
   EXPECT_EQ(result.count(Complaint::kUnbalancedAccount), 0U);
   EXPECT_EQ(result.count(Complaint::kForgottenWish), 0U);
   EXPECT_EQ(result.count(Complaint::kRequestOfForgotten), 0U);
+  EXPECT_EQ(result.count(Complaint::kUnsoundLedger), 0U);
   EXPECT_EQ(result.count(Complaint::kAnotherDevice), 0U);
   EXPECT_EQ(result.count(Complaint::kBroken), 0U);
   EXPECT_THAT(result.texts, IsEmpty());

@@ -9,6 +9,7 @@
 namespace morvik::simulation {
 namespace {
 
+using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::Gt;
@@ -96,6 +97,14 @@ TEST_F(BrokenStore, ThatKeepsNothingLosesWhatWasSynchronizedBeforeTheKill) {
   EXPECT_GT(result.count(Complaint::kLostAtKill), 0U);
   EXPECT_GT(result.count(Complaint::kUnbalancedAccount), 0U);
   EXPECT_GT(result.count(Complaint::kForgottenWish), 0U);
+  EXPECT_GT(result.count(Complaint::kUnsoundLedger), 0U) << "with each process its counts are gone";
+}
+
+TEST_F(BrokenStore, ThatWritesTheLedgerAfterWhatItCountsUpsetsIt) {
+  const CrashPointResult result = triedWith(Sabotage::kHoldsBack, PointMode::kKill);
+  EXPECT_GT(result.count(Complaint::kUnsoundLedger), 0U);
+  EXPECT_EQ(result.count(Complaint::kLostAtKill), 0U);
+  EXPECT_THAT(result.texts, Contains(HasSubstr("no longer in the store when it was opened")));
 }
 
 TEST_F(BrokenStore, ThatForgetsWhatWasTrimmedSendsItTwice) {

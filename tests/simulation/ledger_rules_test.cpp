@@ -2,11 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <map>
 #include <memory>
 #include <string>
 
+#include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
 
 namespace morvik::simulation {
@@ -459,6 +461,127 @@ TEST_F(LedgerRules, KnowTheDemographicsThatCouldNotSayWhoseTheyAre) {
   wait(1);
   EXPECT_THAT(givenUp("demographics"),
               ElementsAre(Pair("accepted in a payload that could not say whose they are", 1U)));
+}
+
+// ------------------------------------------------------------------------------------- a store that comes to light
+// late
+
+/// A device whose disk may refuse to be read at a start.
+class LateStore : public ::testing::Test {
+ protected:
+  LateStore() { machine.transport.setDefaultAnswer(failed()); }
+  ~LateStore() override { machine.kill(std::move(phone)); }
+
+  void start() {
+    phone = machine.start(app);
+    machine.loop.runUntilIdle();
+  }
+  void restart() {
+    machine.kill(std::move(phone));
+    start();
+  }
+  /// Starts with a disk that cannot be read, until showDisk().
+  void restartInTheDark() {
+    disk.decide(
+        [](const DiskCall& call) { return call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK; });
+    restart();
+  }
+  void showDisk() { disk.decide({}); }
+  void record(const char* name) {
+    phone->addActivity("shop", name, std::nullopt);
+    machine.loop.runUntilIdle();
+  }
+  void wait(double seconds) {
+    machine.loop.runUntilIdle();
+    machine.loop.advance(seconds);
+  }
+  Ledger::Account of(const char* kind) { return phone->ledger().of(kind); }
+
+  SimulatedDisk disk;
+  HostOptions app = simulatedApp();
+  VirtualMachine machine{{.disk = &disk}};
+  std::unique_ptr<host::Host> phone;
+};
+
+TEST_F(LateStore, BringsTheCountsOfEarlierProcessesAndIsAddedTo) {
+  start();
+  phone->setStoredValue("fendoUserInfo_fendoUserNo", 1001);
+  phone->setStoredValue("fendoUserInfo_referralKey", 7);
+  machine.transport.on(kTracking).then(accepted());
+  record("delivered long ago");
+  phone->pushTracking();
+  wait(1);
+  record("stored long ago");
+  phone->passOpenURL("app://open?cid=a");
+  phone->setAge(30);
+  wait(1);
+  ASSERT_EQ(of("activities").delivered, 1U);
+
+  restartInTheDark();
+  EXPECT_EQ(of("activities").recorded, 0U) << "nothing is known yet";
+  record("in the dark");
+  phone->passOpenURL("app://open?cid=b");
+  phone->setAge(31);
+  wait(1);
+  EXPECT_TRUE(phone->ledger().isSound());
+  showDisk();
+  record("in the light");
+  for (const bool is_next_process : {false, true}) {
+    if (is_next_process)
+      restart();
+    EXPECT_TRUE(phone->ledger().isSound());
+    EXPECT_EQ(of("activities").recorded, 4U);
+    EXPECT_EQ(of("activities").delivered, 1U);
+    EXPECT_EQ(of("activities").stored, 3U);
+    EXPECT_EQ(of("commerce clicks").recorded, 2U);
+    EXPECT_EQ(of("commerce clicks").stored, 2U);
+    EXPECT_EQ(of("demographics").recorded, 2U);
+    EXPECT_EQ(of("demographics").stored, 1U);
+    ASSERT_EQ(of("demographics").given_up.size(), 1U);
+    EXPECT_EQ(of("demographics").given_up[0].reason, "replaced by a newer value before they were delivered");
+  }
+}
+
+TEST_F(LateStore, IsInTheLedgerWithTheVeryCommitThatTakesItOver) {
+  start();
+  uint64_t taken_over = 0;
+  uint64_t cuts = 0;
+  for (bool is_cut = true; is_cut; ++cuts) {
+    phone->passOpenURL("app://open?cid=a");
+    phone->setAge(30);
+    wait(1);
+    const uint64_t before = of("commerce clicks").recorded;
+    restartInTheDark();
+    phone->passOpenURL("app://open?cid=b");
+    wait(1);
+    showDisk();
+    disk.cutAt(disk.changes() + 1 + cuts);
+    record("in the light");
+    wait(1);
+    is_cut = disk.isCut();
+    restart();
+    ASSERT_TRUE(phone->ledger().isSound()) << "cut before change " << 1 + cuts;
+    ASSERT_GE(of("commerce clicks").recorded, before);
+    taken_over += of("commerce clicks").recorded - before;
+  }
+  EXPECT_GT(cuts, 5U);
+  EXPECT_GT(taken_over, 1U);
+  EXPECT_LT(taken_over, cuts) << "sometimes the cut comes first";
+}
+
+TEST_F(LateStore, OfAnOlderVersionIsTakenOverLikeOneThatWasThereFromTheBeginning) {
+  start();
+  record("one");
+  phone->setStoredValue("host.ledger", {});
+  wait(1);
+  restartInTheDark();
+  showDisk();
+  record("two");
+  EXPECT_EQ(of("activities").recorded, 2U);
+  EXPECT_TRUE(phone->ledger().isSound());
+  restart();
+  EXPECT_EQ(of("activities").recorded, 2U);
+  EXPECT_TRUE(phone->ledger().isSound());
 }
 
 }  // namespace

@@ -21,7 +21,8 @@ class StoreOnADisk : public ::testing::Test {
  protected:
   void open() {
     store_ = std::make_unique<host::SqliteStore>(
-        host::SqliteStoreOptions{.place = disk_.place(), .made_once = {"identifier"}, .make_flusher = flushesOn(loop_)},
+        host::SqliteStoreOptions{
+            .place = disk_.place(), .file_decides = {"identifier"}, .make_flusher = flushesOn(loop_)},
         log_);
   }
   void set(const char* name, kit::Value value) {
