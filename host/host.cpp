@@ -153,7 +153,7 @@ kit::Value Host::storedValue(std::string_view key) {
 }
 
 void Host::setStoredValue(std::string_view key, kit::Value value) {
-  parts_->ledger.set(key, std::move(value), LedgerBook::Writer::kHand);
+  parts_->ledger.set(key, std::move(value), LedgerWriter::kHand);
 }
 
 void Host::storeOpenedUrl(std::string_view url) {

@@ -11,25 +11,26 @@
 // and a start that comes first adds what the list grew by.
 //
 // Three sources tell the book what happens: the store (what comes and goes), the services object (what is batched, what
-// is answered) and the transport (what leaves, and when its handler runs).
+// is answered) and the transport (what leaves, and when its handler runs). Its rooms, each of which stands alone: the
+// counts (ledger_accounts.h), what is stored (ledger_stored.h), what is under way (ledger_exchanges.h,
+// ledger_orphans.h), and why a record went (ledger_judgement.h).
 #pragma once
 
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <mutex>
-#include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "host/ledger/ledger_accounts.h"
 #include "host/ledger/ledger_exchange.h"
+#include "host/ledger/ledger_exchanges.h"
+#include "host/ledger/ledger_judgement.h"
+#include "host/ledger/ledger_orphans.h"
+#include "host/ledger/ledger_stored.h"
 #include "host/ledger/list_change.h"
 #include "host/machine/machine.h"
 #include "kit/MorvikCoreServicesLib.h"
@@ -40,10 +41,6 @@
 #include "services/log.h"
 
 namespace morvik::host {
-
-/// Payloads that were sealed and whose request has not left. Each leaves at once or never; past this many the oldest is
-/// forgotten.
-inline constexpr size_t kMaxUnsentPayloads = 4;
 
 struct LedgerParts {
   MachineStore& store;  ///< outlives the book
@@ -67,10 +64,9 @@ class LedgerBook {
   Ledger read();
 
   // The store's side.
-  enum class Writer : uint8_t { kKit, kHand };
   /// Sets the value in the store, with what changes in the book in the same transaction. Kinds that are not counted go
   /// straight through.
-  void set(std::string_view key, kit::Value value, Writer writer);
+  void set(std::string_view key, kit::Value value, LedgerWriter writer);
   /// The store, which could not be read at its opening, can be now. Within the commit that takes over what it holds, so
   /// that what follows from it is committed along.
   void storeCameToLight();
@@ -96,55 +92,22 @@ class LedgerBook {
   void backgroundBlockEnded();
 
  private:
-  using Exchanges = std::map<uint64_t, LedgerExchange>;
-  /// What a stored list lost while requests were under way that carry it.
-  struct Orphans {
-    LedgerKind kind;
-    LedgerReason reason;  ///< counts if none of them is accepted
-    std::vector<uint64_t> carriers;
-    uint64_t count = 0;
-  };
-  struct Unsent {
-    std::string mark;  ///< of the sealed text
-    LedgerExchange exchange;
-  };
-  /// A change of one list, as it is worked through.
-  struct Removal {
-    LedgerKind kind;
-    Writer writer;
-    LedgerExchange* ended = nullptr;  ///< the exchange whose handler does it
-    bool is_accepted = false;
-    bool others_known = false;
-    std::vector<std::pair<uint64_t, LedgerExchange*>> others;  ///< under way to the same endpoint
-    std::vector<uint64_t> carriers;                            ///< of the record at hand
-  };
-
   // All hold the mutex.
-  void open();
-  uint64_t storedCount(LedgerKind kind) const;
-  LedgerCounts storedCounts() const;
-  void takeInWhatCameToLight();
   void takeChangesFromElsewhere();
   void takeListFromElsewhere(LedgerKind kind);
-  void setList(LedgerKind kind, const kit::Value& value, Writer writer);
-  void setDemographic(size_t slot, const kit::Value& value, Writer writer);
+  void takeInWhatCameToLight();
+  void setList(LedgerKind kind, const kit::Value& value, LedgerWriter writer);
+  void setDemographic(size_t slot, const kit::Value& value, LedgerWriter writer);
   void noteSentKeys(const kit::Value& keys);
-  Removal removal(LedgerKind kind, Writer writer);
-  void removeAll(Removal& removal, const kit::Array& before, const ListChange& change);
-  void removeOne(Removal& removal, const kit::Value& record, size_t index);
-  void findCarriers(Removal& removal, const kit::Value& record, size_t index);
-  LedgerReason whyGone(const Removal& removal, const kit::Value& record);
-  LedgerReason whyActivityGone(const Removal& removal, const kit::Value& record);
-  bool isLeftOut(const kit::Value& id) const;
-  bool isInUnsentBatch(const kit::Value& id);
-  bool wasTakenBack(LedgerKind kind, const kit::Array& before, const ListChange& change, Writer writer) const;
-  void shrinkLeading(LedgerKind kind, const ListChange& change);
-  void add(LedgerKind kind, const kit::Array& after, size_t added, Writer writer);
-  void addClick(const kit::Value& click, Writer writer);
-  LedgerReason whyClickLost(const LedgerExchange& exchange);
-  LedgerExchange takeUnsent(LedgerEndpoint endpoint, std::string_view body);
-  void settleOrphans(uint64_t ended, const LedgerExchange& exchange);
+  LedgerDeparture departure(LedgerKind kind, LedgerWriter writer);
+  bool wasTakenBack(LedgerKind kind, const kit::Array& before, const ListChange& change, LedgerWriter writer) const;
+  void remove(const LedgerDeparture& departure, const kit::Array& before, const ListChange& change);
+  void removeOne(const LedgerDeparture& departure, const kit::Value& record, size_t index, LedgerCarriers& carriers);
+  void add(LedgerKind kind, const kit::Array& after, size_t added, LedgerWriter writer);
+  void addClick(const kit::Value& click, LedgerWriter writer);
+  void giveUp(LedgerKind kind, LedgerReason reason, const std::vector<uint64_t>& carriers);
   void credit(LedgerKind kind, const LedgerExchange& exchange, uint64_t count);
+  void noteWhetherBroken(LedgerKind kind, LedgerReason reason);
   bool isInBackground() const { return background_thread_ == std::this_thread::get_id(); }
   void write(std::string_view key, kit::Value value);
   void writeBook();
@@ -156,27 +119,16 @@ class LedgerBook {
   std::atomic<uint32_t> broken_kinds_{0};  ///< bits
 
   std::mutex mutex_;  // guards what follows
-  LedgerAccounts accounts_;
+  LedgerStored stored_;
   kit::Value written_;  ///< the accounts, as the store has them
-  /// The store could not be read yet.
+  LedgerAccounts accounts_;
+  /// The store could not be read at its opening, and did not come to light since.
   bool is_dark_ = false;
-  std::array<bool, kDemographicValues> was_set_{};  ///< in this process
-  std::array<kit::Value, kLedgerKinds> known_;      ///< the lists, as they were last seen
-  std::array<uint64_t, kDemographicValues> versions_{};
-  uint64_t last_version_ = 0;
+  LedgerExchanges exchanges_;
+  LedgerOrphans orphans_;
+  LedgerTraces traces_;
   uint64_t announced_activities_ = 0;
   size_t crash_reports_just_added_ = 0;
-  kit::Value last_sent_key_;
-  size_t sent_keys_ = 0;
-  kit::Value newest_click_;
-  bool is_newest_click_let_go_ = false;
-  Exchanges exchanges_;
-  uint64_t last_exchange_ = 0;
-  std::set<uint64_t> holding_click_;
-  std::vector<Unsent> unsent_;
-  std::vector<Orphans> orphans_;
-  uint64_t running_ = 0;  ///< the exchange whose handler runs
-  std::thread::id running_thread_;
   std::thread::id background_thread_;
 };
 

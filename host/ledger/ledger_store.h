@@ -23,9 +23,7 @@ class LedgerStore final : public MachineStore {
   LedgerStore& operator=(const LedgerStore&) = delete;
 
   kit::Value get(std::string_view key) const override { return store_.get(key); }
-  void set(std::string_view key, kit::Value value) override {
-    book_.set(key, std::move(value), LedgerBook::Writer::kKit);
-  }
+  void set(std::string_view key, kit::Value value) override { book_.set(key, std::move(value), LedgerWriter::kKit); }
   void setTogether(std::span<StoreWrite> writes) override { store_.setTogether(writes); }
   bool synchronize() override;
   std::optional<kit::Value> tryGet(std::string_view key) const override { return store_.tryGet(key); }
