@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "apps/service/printable.h"
+
 namespace morvik_service {
 namespace {
 
@@ -84,7 +86,7 @@ void requireExactly(const Json& value, std::span<const MemberRule> rules, const 
     const bool known =
         std::any_of(rules.begin(), rules.end(), [&](const MemberRule& rule) { return rule.name == name; });
     if (!known)
-      throw badMember("does not belong there", place.path(name));
+      throw badMember("does not belong there", place.path(printable(name)));
   }
 }
 

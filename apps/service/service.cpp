@@ -4,6 +4,7 @@
 
 #include "apps/service/inspect.h"
 #include "apps/service/page.h"
+#include "apps/service/printable.h"
 #include "apps/service/refusal.h"
 #include "apps/service/request_rules.h"
 
@@ -55,15 +56,6 @@ bool isAcceptable(const Endpoint& endpoint, const Keys& keys, RequestRecord& rec
   }
 }
 
-// Paths come from strangers; a line of the log stays one line.
-std::string printable(const std::string& text) {
-  constexpr std::size_t kMostShown = 200;
-  std::string shown;
-  for (const char c : text.substr(0, kMostShown))
-    shown.push_back(c > ' ' && c <= '~' ? c : '?');
-  return text.size() > kMostShown ? shown + "..." : shown;
-}
-
 std::string countsText(const Counts& counts) {
   std::string text = "; " + std::to_string(counts.events_new) + " new events, " + std::to_string(counts.events_again) +
                      " seen before, " + std::to_string(counts.impressions) + " impressions";
@@ -72,15 +64,16 @@ std::string countsText(const Counts& counts) {
   return text;
 }
 
+// Method, path and the reason of a refusal may hold texts of strangers; a line of the log stays one line.
 std::string describe(const RequestRecord& record, const Counts& counts, std::int64_t id) {
   std::string line = isoTime(record.time_milliseconds) + " #" + std::to_string(id) + " " +
-                     printable(record.request.method) + " " + printable(record.request.path) + " " +
+                     printableWord(record.request.method) + " " + printableWord(record.request.path) + " " +
                      std::to_string(record.request.body_bytes) + " bytes -> ";
   line += record.reply.close_without_answer ? "connection closed" : std::to_string(record.reply.status);
   if (record.counted && record.counting == Counting::kEvents)
     line += countsText(counts);
   if (record.refusal)
-    line += "; refused: " + record.refusal->at("error").get<std::string>();
+    line += "; refused: " + printable(record.refusal->at("error").get_ref<const std::string&>());
   if (record.behaviour)
     line += "; asked to misbehave: " + record.behaviour->at("kind").get<std::string>();
   return line;

@@ -7,10 +7,14 @@
 #include "apps/service/expect/items.h"
 #include "apps/service/expect/waiter.h"
 #include "apps/service/options.h"
+#include "apps/service/printable.h"
 #include "apps/service/refusal.h"
 
 namespace morvik_service {
 namespace {
+
+// Why something misses quotes a part of the expression beside the values that were found.
+constexpr std::size_t kMaxWhyBytes = kMaxExpressionBytes + kMaxPrintedBytes;
 
 std::chrono::milliseconds steadyNow() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch());
@@ -28,20 +32,20 @@ void tellMet(const ExpectOptions& options, const Outcome& outcome, std::ostream&
   }
   output << "met: " << outcome.matched << " matched\n";
   for (const std::string& match : outcome.matches)
-    output << "  " << match << "\n";
+    output << "  " << printable(match) << "\n";
 }
 
 void tellNotMet(const ExpectOptions& options, const Outcome& outcome, std::ostream& errors) {
   if (options.none) {
-    errors << "not met: this matched, and nothing should have\n  " << outcome.matches.front() << "\n";
+    errors << "not met: this matched, and nothing should have\n  " << printable(outcome.matches.front()) << "\n";
     return;
   }
   errors << "not met within " << seconds(options.within) << ": " << outcome.matched << " of " << options.count
          << " matched, " << outcome.looked_at << " looked at\n";
   for (const NearMiss& miss : outcome.closest) {
-    errors << "  close: " << miss.item << "\n";
+    errors << "  close: " << printable(miss.item) << "\n";
     for (const std::string& why : miss.verdict.why)
-      errors << "    " << why << "\n";
+      errors << "    " << printable(why, kMaxWhyBytes) << "\n";
   }
 }
 

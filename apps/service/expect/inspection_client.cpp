@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "apps/service/inspect_query.h"
+#include "apps/service/printable.h"
 #include "apps/service/refusal.h"
 #include "apps/service/store.h"
 
@@ -63,7 +64,7 @@ Json InspectionClient::get(const std::string& path, std::chrono::milliseconds pa
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
   Json answer = Json::parse(body, nullptr, false);
   if (status != 200 || !answer.is_object())
-    throw SetupError("the service at " + url_ + " answered " + std::to_string(status) + " " + body.substr(0, 300));
+    throw SetupError("the service at " + url_ + " answered " + std::to_string(status) + " " + printable(body));
   return answer;
 }
 

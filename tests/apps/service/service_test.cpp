@@ -412,6 +412,16 @@ TEST_F(ServiceTest, ALongPathIsCutInTheLine) {
   EXPECT_LT(lines_[0].size(), 400U);
 }
 
+TEST_F(ServiceTest, WhatARefusalQuotesStaysWithinItsLine) {
+  Json report = crashReport("boom");
+  report["x\n#9 all is well \x1B[2J" + std::string(5000, 'y')] = 1;
+  EXPECT_EQ(400, handle(postJson("/v1/crash", jsonText(Json::array({report})))).status);
+  ASSERT_EQ(1U, lines_.size());
+  EXPECT_NE(std::string::npos, lines_[0].find("; refused: [0].x?#9 all is well ?[2Jyyy")) << lines_[0];
+  EXPECT_EQ(std::string::npos, lines_[0].find_first_of("\n\x1B"));
+  EXPECT_LT(lines_[0].size(), 400U);
+}
+
 TEST_F(ServiceTest, TheSecretKeysAreNeverShown) {
   handle(postTracking(trackingPayload({"a"})));
   handle(postConversion(conversionPayload(), "/v1/tracking"));

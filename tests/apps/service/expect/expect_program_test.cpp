@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <future>
 #include <sstream>
 
@@ -87,6 +88,24 @@ TEST_F(ExpectProgramTest, NothingMayMatch) {
     EXPECT_EQ("met: nothing matched within 1 ms (1 looked at)\n", output_.str());
     EXPECT_EQ(1, expect({"group == 'shop'", "--none"}));
     EXPECT_EQ("not met: this matched, and nothing should have\n  request 1, event shop/view\n", errors_.str());
+  });
+}
+
+TEST_F(ExpectProgramTest, WhatADeviceSentDoesNotSpeakToTheTerminal) {
+  serve([&] {
+    Json payload = trackingPayload({"a"});
+    payload["activity_info"][0]["param"] = "\x1B[2J\xC2\x9B\nmet: 1 matched";
+    HttpsClient client(url_, tls_ + "/ca.pem");
+    EXPECT_EQ(200, client.post("v1/tracking", postTracking(payload).body).status);
+    EXPECT_EQ(0, expect({"group == 'shop'"}));
+    EXPECT_EQ("met: 1 matched\n  request 1, event shop/view (?[2J???met: 1 matched)\n", output_.str());
+    EXPECT_EQ(1, expect({"group == 'shop'", "--none"}));
+    EXPECT_EQ(errors_.str().find('\x1B'), std::string::npos);
+    EXPECT_EQ(1, expect({"param == 'x'", "--within", "1ms"}));
+    EXPECT_EQ(errors_.str().find('\x1B'), std::string::npos);
+    EXPECT_EQ(errors_.str().find('\x9B'), std::string::npos);
+    const std::string told = errors_.str();
+    EXPECT_EQ(3, std::count(told.begin(), told.end(), '\n')) << told;
   });
 }
 
