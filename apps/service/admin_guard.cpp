@@ -44,8 +44,11 @@ void requireAdmin(const HttpRequest& request, const AdminRules& rules) {
     throw Refusal(403, "the request comes from a page of another host", "header Origin",
                   "call from the service's own page, or without an Origin header");
   }
-  // Where a browser sends no Origin it still says that another site's page asks. Links to the page itself may be
-  // anywhere.
+  requireOwnSite(request);
+}
+
+// Where a browser sends no Origin it still says that another site's page asks.
+void requireOwnSite(const HttpRequest& request) {
   const std::string* site = findHeader(request, "Sec-Fetch-Site");
   if (site != nullptr && *site != "same-origin" && *site != "none" && request.path != "/") {
     throw Refusal(403, "the request comes from a page of another site", "header Sec-Fetch-Site",

@@ -13,10 +13,12 @@ struct AdminRules {
   std::vector<std::string> remote_hosts;  ///< host names or addresses, without port
 };
 
+/// Throws Refusal 403 when a browser says that the page of another site asks. Links to "/" may stand anywhere.
+void requireOwnSite(const HttpRequest& request);
+
 /// Throws Refusal 403 when the peer is elsewhere and no remote host is allowed, when the Host header names another host
 /// (a name that was bent to this address), or when the Origin header is not that very host and port (a web page
-/// elsewhere trying its luck), or when a browser says that another site's page asks for anything but "/". Host names
-/// compare without case.
+/// elsewhere trying its luck), and what requireOwnSite throws. Host names compare without case.
 void requireAdmin(const HttpRequest& request, const AdminRules& rules);
 
 /// The headers that keep a browser from guessing types, framing, and telling other sites.

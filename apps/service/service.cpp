@@ -40,6 +40,10 @@ void refuse(RequestRecord& record, const Refusal& refusal) {
   record.reply = refusalReply(refusal);
 }
 
+bool isForBrowsers(const HttpRequest& request) {
+  return isInspection(request) || isPage(request);
+}
+
 // Checks the payload. When it is refused and the endpoint has words of its own for that, they are the answer.
 bool isAcceptable(const Endpoint& endpoint, const Keys& keys, RequestRecord& record) {
   try {
@@ -91,6 +95,15 @@ Service::Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink
       data_(std::move(data)) {}
 
 HttpReply Service::handle(const HttpRequest& request) {
+  HttpReply reply = answer(request);
+  if (isForBrowsers(request)) {
+    for (auto& header : adminHeaders())
+      reply.headers.push_back(std::move(header));
+  }
+  return reply;
+}
+
+HttpReply Service::answer(const HttpRequest& request) {
   const std::lock_guard lock(mutex_);
   try {
     return handleLocked(request);
@@ -103,8 +116,10 @@ HttpReply Service::handle(const HttpRequest& request) {
 }
 
 HttpReply Service::handleLocked(const HttpRequest& request) {
-  if (isInspection(request) || isPage(request))
+  if (isForBrowsers(request))
     return answerAdmin(request);
+  // Before anything is remembered, or a behaviour used up.
+  requireOwnSite(request);
   RequestRecord record;
   record.time_milliseconds = clock_();
   record.request = request;
@@ -121,12 +136,8 @@ HttpReply Service::handleLocked(const HttpRequest& request) {
 
 HttpReply Service::answerAdmin(const HttpRequest& request) {
   requireAdmin(request, rules_);
-  HttpReply reply = isPage(request)
-                        ? page(request)
-                        : inspect(request, {store_, behaviours_, data_.attribution, feed_, mutex_, watchers_, rules_});
-  for (auto& header : adminHeaders())
-    reply.headers.push_back(std::move(header));
-  return reply;
+  return isPage(request) ? page(request)
+                         : inspect(request, {store_, behaviours_, data_.attribution, feed_, mutex_, watchers_, rules_});
 }
 
 void Service::handleEndpoint(const Endpoint& endpoint, RequestRecord& record) {

@@ -35,6 +35,7 @@ class Service {
   HttpReply handle(const HttpRequest& request);
 
  private:
+  HttpReply answer(const HttpRequest& request);
   HttpReply answerAdmin(const HttpRequest& request);
   HttpReply handleLocked(const HttpRequest& request);
   void handleEndpoint(const Endpoint& endpoint, RequestRecord& record);

@@ -493,6 +493,28 @@ TEST_F(ServiceTest, WhatIsServedToBrowsersKeepsToItself) {
   }
 }
 
+TEST_F(ServiceTest, ARefusalKeepsToItselfToo) {
+  HttpRequest stranger = inspection("GET", "/inspect/requests");
+  stranger.headers[0].second = "evil.example";
+  for (const HttpRequest& request : {stranger, inspection("GET", "/inspect/nothing"), inspection("POST", "/")}) {
+    const HttpReply reply = handle(request);
+    EXPECT_LE(400, reply.status);
+    for (const auto& header : adminHeaders())
+      EXPECT_EQ(1, std::count(reply.headers.begin(), reply.headers.end(), header)) << request.path << header.first;
+  }
+}
+
+TEST_F(ServiceTest, APageOfAnotherSiteChangesNothingAtTheEndpointsEither) {
+  misbehave(R"({"endpoint":"crash","kind":"garbage"})");
+  for (const char* path : {"/v1/crash", "/v1/nothing"}) {
+    HttpRequest request = postJson(path, "[]");
+    request.headers.emplace_back("Sec-Fetch-Site", "cross-site");
+    EXPECT_EQ(403, handle(request).status) << path;
+  }
+  EXPECT_TRUE(inspected("requests")["requests"].empty());
+  EXPECT_EQ(1U, inspected("behaviour")["behaviours"].size());
+}
+
 TEST_F(ServiceTest, NoAnswerShowsTheHashKeyOrTheTrackingKey) {
   // Clients that got their keys wrong, in every place where a text can stand.
   for (const std::string& key : {kKeys.hash_key, kKeys.tracking_key}) {
