@@ -47,7 +47,8 @@ class EventStream : public BodyStream {
     const std::lock_guard lock(inspected_.mutex);
     std::string news;
     const std::int64_t newest = inspected_.store.newestRequest();
-    if (newest - after_ > kMaxCatchUp) {
+    // Who knows of more than there is watched another store, before this service was started anew.
+    if (after_ > newest || newest - after_ > kMaxCatchUp) {
       after_ = newest;
       news += serverSentEvent("gap", std::to_string(newest));
     }

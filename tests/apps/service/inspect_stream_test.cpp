@@ -82,6 +82,15 @@ TEST_F(InspectStreamTest, AWatcherThatIsFarBehindIsToldToReadTheListAnew) {
   EXPECT_FALSE(holds(watch(1)->next(stop_.get_token()), "event: gap"));
 }
 
+TEST_F(InspectStreamTest, AWatcherOfAnotherStoreIsToldToReadTheListAnewAndMissesNothing) {
+  arrive();
+  const auto stream = watch(500);
+  const auto piece = stream->next(stop_.get_token());
+  EXPECT_TRUE(holds(piece, "event: gap\ndata: 1\n\n")) << piece.value_or("(end)");
+  arrive();
+  EXPECT_TRUE(holds(stream->next(stop_.get_token()), "id: 2\nevent: request\n"));
+}
+
 TEST_F(InspectStreamTest, BehavioursAreToldWhenTheyChange) {
   const auto stream = watch(0);
   stream->next(stop_.get_token());
