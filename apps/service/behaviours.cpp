@@ -69,21 +69,29 @@ int readInteger(const Json& value, std::string_view name, int least, int most) {
   return found.get<int>();
 }
 
-const KindRow& readKind(const Json& value) {
-  const std::string mend = "give one of: " + joined(kKinds, [](const KindRow& row) { return row.name; });
-  const std::string name = readText(value, "kind", mend);
+std::string kindMend() {
+  return "give one of: " + joined(kKinds, [](const KindRow& row) { return row.name; });
+}
+
+const KindRow& kindNamed(const std::string& name) {
   const auto row = std::find_if(kKinds.begin(), kKinds.end(), [&](const KindRow& each) { return each.name == name; });
   if (row == kKinds.end())
-    throw badMember("kind", "is no kind that exists", mend);
+    throw badMember("kind", "is no kind that exists", kindMend());
   return *row;
 }
 
+std::string endpointMend(const std::vector<std::string>& endpoints) {
+  return "give one of: " + joined(endpoints, [](const std::string& each) { return each; });
+}
+
+void requireEndpointName(const std::string& name, const std::vector<std::string>& endpoints) {
+  if (std::find(endpoints.begin(), endpoints.end(), name) == endpoints.end())
+    throw badMember("endpoint", "is no endpoint that exists", endpointMend(endpoints));
+}
+
 std::string readEndpoint(const Json& value, const std::vector<std::string>& endpoints) {
-  const std::string mend = "give one of: " + joined(endpoints, [](const std::string& each) { return each; });
-  std::string name = readText(value, "endpoint", mend);
-  if (std::find(endpoints.begin(), endpoints.end(), name) == endpoints.end()) {
-    throw badMember("endpoint", "is no endpoint that exists", mend);
-  }
+  std::string name = readText(value, "endpoint", endpointMend(endpoints));
+  requireEndpointName(name, endpoints);
   return name;
 }
 
@@ -143,7 +151,7 @@ Behaviour parseBehaviour(const Json& value, const std::vector<std::string>& endp
   }
   Behaviour behaviour;
   behaviour.endpoint = readEndpoint(value, endpoints);
-  const KindRow& row = readKind(value);
+  const KindRow& row = kindNamed(readText(value, "kind", kindMend()));
   refuseStrangers(value, row);
   behaviour.kind = row.kind;
   behaviour.count_events = row.counts_events;
@@ -191,6 +199,14 @@ Json behaviourKinds() {
                      {"counts_events", row.counts_events}});
   }
   return kinds;
+}
+
+void requireBehaviourNames(const std::string& endpoint, const std::string& kind,
+                           const std::vector<std::string>& endpoints) {
+  if (!endpoint.empty())
+    requireEndpointName(endpoint, endpoints);
+  if (!kind.empty())
+    kindNamed(kind);
 }
 
 HttpReply misbehave(const Behaviour& behaviour, HttpReply usual) {

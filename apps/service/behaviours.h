@@ -56,6 +56,10 @@ Json describeBehaviour(const Behaviour& behaviour);
 /// that needs to know nothing more.
 Json behaviourKinds();
 
+/// Throws Refusal 400 when one of the names is neither "" nor that of an endpoint, or a kind, that exists.
+void requireBehaviourNames(const std::string& endpoint, const std::string& kind,
+                           const std::vector<std::string>& endpoints);
+
 /// What becomes of the usual answer.
 HttpReply misbehave(const Behaviour& behaviour, HttpReply usual);
 

@@ -121,10 +121,13 @@ HttpReply addBehaviour(const HttpRequest& request, const Inspected& inspected) {
 
 HttpReply clearBehaviours(const HttpRequest& request, const Inspected& inspected) {
   requireKnownParameters(request, {"endpoint", "kind"});
+  const std::string endpoint = textParameter(request, "endpoint");
+  const std::string kind = textParameter(request, "kind");
+  requireBehaviourNames(endpoint, kind, endpointNames());
   if (request.query.empty()) {
     inspected.behaviours.clear();
   } else {
-    inspected.behaviours.remove(textParameter(request, "endpoint"), textParameter(request, "kind"));
+    inspected.behaviours.remove(endpoint, kind);
   }
   inspected.feed.publish();
   return showBehaviours(request, inspected);

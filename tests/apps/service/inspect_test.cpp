@@ -104,6 +104,17 @@ TEST_F(InspectTest, OneBehaviourMayBeTakenOutOfTheQueue) {
   EXPECT_EQ("crash", left[0]["endpoint"]);
 }
 
+TEST_F(InspectTest, ANameThatDoesNotExistTakesNothingOutAndIsSaid) {
+  ask(inspection("POST", "/inspect/behaviour", R"({"endpoint":"tracking","kind":"garbage"})"));
+  HttpRequest request = inspection("DELETE", "/inspect/behaviour");
+  request.query = {{"endpoint", "trackng"}};
+  EXPECT_STREQ("\"endpoint\" is no endpoint that exists", refused(request).what());
+  EXPECT_EQ(0U, refused(request).mend().find("give one of: conversion, "));
+  request.query = {{"kind", "rubbish"}};
+  EXPECT_STREQ("\"kind\" is no kind that exists", refused(request).what());
+  EXPECT_EQ(1U, behaviours_.list().size());
+}
+
 TEST_F(InspectTest, ChangedBehavioursAreTold) {
   const std::uint64_t before = feed_.version();
   ask(inspection("POST", "/inspect/behaviour", R"({"endpoint":"tracking","kind":"garbage"})"));
