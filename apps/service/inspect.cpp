@@ -81,9 +81,9 @@ HttpReply showInstalls(const HttpRequest& request, const Inspected& inspected) {
 HttpReply showTimeline(const HttpRequest& request, const Inspected& inspected) {
   requireKnownParameters(request, {"install"});
   const std::string install = textParameter(request, "install");
-  const std::vector<Json> requests = inspected.store.requestsOfInstall(install, kMaxTimelineRequests + 1);
-  Json timeline = timelineOf(requests);
-  if (static_cast<std::int64_t>(requests.size()) > kMaxTimelineRequests)
+  const InstallRequests newest = inspected.store.requestsOfInstall(install);
+  Json timeline = timelineOf(newest.requests);
+  if (!newest.complete)
     timeline["complete"] = false;
   timeline["install"] = install;
   return {200, jsonText(timeline)};

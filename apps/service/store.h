@@ -25,6 +25,8 @@ inline constexpr std::size_t kMaxSearchedBytes = std::size_t{32} * 1024 * 1024;
 inline constexpr std::int64_t kMaxSummaries = 500;
 inline constexpr std::int64_t kMaxInstallsListed = 200;
 inline constexpr std::int64_t kMaxTimelineRequests = 500;
+/// ... whose payloads, but for the last of them, have no more bytes than this.
+inline constexpr std::size_t kMaxTimelineBytes = std::size_t{32} * 1024 * 1024;
 /// Install numbers begin after this one.
 inline constexpr std::int64_t kFirstUserNo = 100001;
 
@@ -90,6 +92,12 @@ struct SummaryQuery {
   std::int64_t most_searched = kMaxSearchedRequests;
 };
 
+/// What is known of an install.
+struct InstallRequests {
+  std::vector<Json> requests;  ///< newest first, as {"id","time_ms","endpoint","payload","counted"}
+  bool complete = true;        ///< false when older ones were not looked at
+};
+
 /// Not safe for several threads at once. One process per folder: the database is locked while the store lives.
 class Store {
  public:
@@ -119,8 +127,8 @@ class Store {
   std::int64_t newestRequest();
   /// One request whole, or null.
   Json request(std::int64_t id);
-  /// The requests of an install, newest first, as {"id","time_ms","endpoint","payload","counted"}, at most `limit`.
-  std::vector<Json> requestsOfInstall(const std::string& install, std::int64_t limit);
+  /// The requests of an install, at most kMaxTimelineRequests and kMaxTimelineBytes of them.
+  InstallRequests requestsOfInstall(const std::string& install);
   /// {"installs":[{"install","requests","newest","last_time"}],"complete":true}, the one heard of last first.
   std::string installsJson(std::int64_t limit = kMaxInstallsListed);
   /// Everything so far. Counted once and kept from then on.

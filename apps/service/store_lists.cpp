@@ -105,20 +105,27 @@ Json Store::request(std::int64_t id) {
   return row.step() ? requestRow(row) : Json(nullptr);
 }
 
-std::vector<Json> Store::requestsOfInstall(const std::string& install, std::int64_t limit) {
+InstallRequests Store::requestsOfInstall(const std::string& install) {
   Statement rows(database_,
                  "SELECT id, time_ms, endpoint, payload, counted FROM requests WHERE install = ? AND payload IS NOT "
                  "NULL ORDER BY id DESC LIMIT ?");
-  rows.bind(install).bind(limit);
-  std::vector<Json> requests;
+  rows.bind(install).bind(kMaxTimelineRequests + 1);
+  InstallRequests found;
+  std::size_t bytes_read = 0;
   while (rows.step()) {
-    requests.push_back({{"id", rows.integer(0)},
-                        {"time_ms", rows.integer(1)},
-                        {"endpoint", rows.bytes(2)},
-                        {"payload", storedJson(rows, 3)},
-                        {"counted", rows.integer(4) != 0}});
+    const auto count = static_cast<std::int64_t>(found.requests.size());
+    if (count == kMaxTimelineRequests || bytes_read > kMaxTimelineBytes) {
+      found.complete = false;
+      break;
+    }
+    bytes_read += rows.bytes(3).size();
+    found.requests.push_back({{"id", rows.integer(0)},
+                              {"time_ms", rows.integer(1)},
+                              {"endpoint", rows.bytes(2)},
+                              {"payload", storedJson(rows, 3)},
+                              {"counted", rows.integer(4) != 0}});
   }
-  return requests;
+  return found;
 }
 
 std::string Store::installsJson(std::int64_t limit) {

@@ -10,7 +10,7 @@ namespace morvik_service {
 /// More activities than this are left out, the oldest first.
 inline constexpr std::size_t kMaxTimelineActivities = 5000;
 
-/// `requests` as Store::requestsOfInstall gives them, newest first. The result:
+/// `requests` as in InstallRequests, newest first. The result:
 /// "sessions": [{"start","end"}], an end of null for one that no end was told of;
 /// "activities": [{"time","group","activity","param","event_id","request"}], each event once, without those that begin
 /// and end sessions;

@@ -125,6 +125,19 @@ TEST_F(StoreListsTest, PayloadsWithoutAnInstallAreFoundByTheirIdentifier) {
   EXPECT_EQ((Ids{5, 4}), ids({.install = "install-2"}));
 }
 
+TEST_F(StoreListsTest, OfLargePayloadsOfAnInstallTheNewestAreRead) {
+  constexpr std::size_t kPayloads = 4;
+  const std::string padding(kMaxTimelineBytes / (kPayloads - 1) + 1, 'x');
+  for (std::size_t i = 0; i < kPayloads - 1; ++i)
+    addStranger("conversion", Json{{"install_id", "i"}, {"padding", padding}});
+  EXPECT_EQ(true, store_.requestsOfInstall("i").complete);
+  addStranger("conversion", Json{{"install_id", "i"}, {"padding", padding}});
+  const InstallRequests found = store_.requestsOfInstall("i");
+  EXPECT_EQ(false, found.complete);
+  ASSERT_EQ(kPayloads - 1, found.requests.size());
+  EXPECT_EQ(kPayloads, found.requests.front()["id"]);
+}
+
 TEST_F(StoreListsTest, InstallsAreListedTheOneHeardOfLastFirst) {
   add("one", {});
   add("two", {});
