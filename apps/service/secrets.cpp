@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "apps/service/ascii.h"
+#include "apps/service/hexadecimal.h"
 
 namespace morvik_service {
 namespace {
@@ -12,22 +13,38 @@ namespace {
 constexpr std::array<std::string_view, 5> kCredentialHeaders = {"Authorization", "Proxy-Authorization", "Cookie",
                                                                 "Set-Cookie", "X-Api-Key"};
 
-bool isPlain(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
-         c == '_' || c == '~';
+// The byte that %XX at the beginning of `text` stands for, or -1.
+int percentDecoded(std::string_view text) {
+  if (text.size() < 3 || text[0] != '%')
+    return -1;
+  const int high = hexadecimalDigit(text[1]);
+  const int low = hexadecimalDigit(text[2]);
+  return high < 0 || low < 0 ? -1 : high * 16 + low;
 }
 
-std::string percentEncoded(std::string_view text, const char* digits) {
-  std::string encoded;
-  for (const char c : text) {
-    if (isPlain(c)) {
-      encoded.push_back(c);
+// Bytes at the beginning of `text` that spell `key` as a form or a URL may: a byte as it is or as %XX, a blank as "+"
+// too; 0 when they spell something else.
+std::size_t spelling(std::string_view text, std::string_view key) {
+  std::size_t at = 0;
+  for (const char c : key) {
+    if (at == text.size())
+      return 0;
+    if (percentDecoded(text.substr(at)) == static_cast<unsigned char>(c)) {
+      at += 3;
+    } else if (text[at] == c || (c == ' ' && text[at] == '+')) {
+      ++at;
     } else {
-      const auto byte = static_cast<unsigned char>(c);
-      encoded += {'%', digits[byte >> 4], digits[byte & 15]};
+      return 0;
     }
   }
-  return encoded;
+  return at;
+}
+
+std::string withEscapedSlashes(const std::string& text) {
+  std::string escaped;
+  for (const char c : text)
+    escaped += c == '/' ? std::string("\\/") : std::string(1, c);
+  return escaped;
 }
 
 bool isCredential(std::string_view name) {
@@ -41,14 +58,11 @@ Secrets::Secrets(const Keys& keys) {
   for (const std::string& key : {keys.hash_key, keys.tracking_key}) {
     if (key.size() < kLeastSecretBytes)
       continue;
-    secrets_.push_back(key);
     const std::string quoted = jsonText(key);
-    if (quoted.size() > key.size() + 2)
-      secrets_.push_back(quoted.substr(1, quoted.size() - 2));
-    for (const char* digits : {"0123456789ABCDEF", "0123456789abcdef"}) {
-      const std::string encoded = percentEncoded(key, digits);
-      if (encoded != key && encoded != secrets_.back())
-        secrets_.push_back(encoded);
+    const std::string inside = quoted.substr(1, quoted.size() - 2);
+    for (const std::string& form : {key, inside, withEscapedSlashes(inside)}) {
+      if (std::find(secrets_.begin(), secrets_.end(), form) == secrets_.end())
+        secrets_.push_back(form);
     }
   }
 }
@@ -56,9 +70,24 @@ Secrets::Secrets(const Keys& keys) {
 bool Secrets::cover(std::string& text) const {
   bool covered = false;
   for (const std::string& secret : secrets_) {
-    for (std::size_t at = text.find(secret); at != std::string::npos; at = text.find(secret, at)) {
+    for (std::size_t at = text.find(secret); at != std::string::npos; at = text.find(secret, at + secret.size())) {
       text.replace(at, secret.size(), secret.size(), '*');
       covered = true;
+    }
+  }
+  // Most bodies spell nothing in another way; they are not looked through letter by letter.
+  return text.find_first_of("%+") == std::string::npos ? covered : coverSpellings(text) || covered;
+}
+
+bool Secrets::coverSpellings(std::string& text) const {
+  bool covered = false;
+  for (const std::string& secret : secrets_) {
+    for (std::size_t at = 0; at < text.size(); ++at) {
+      const std::size_t length = spelling(std::string_view(text).substr(at), secret);
+      if (length > 0) {
+        text.replace(at, length, length, '*');
+        covered = true;
+      }
     }
   }
   return covered;

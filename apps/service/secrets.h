@@ -13,8 +13,8 @@ namespace morvik_service {
 inline constexpr std::size_t kLeastSecretBytes = 6;
 
 /// Covers secrets before a request is stored: the hash key and the tracking key, which a confused client may send in
-/// the clear, wherever they stand (path, headers, body, payload, refusal, answer), as they are or percent-encoded; and
-/// the values of headers that carry credentials.
+/// the clear, wherever they stand (path, headers, body, payload, refusal, answer), as they are, as JSON or a form
+/// writes them; and the values of headers that carry credentials.
 class Secrets {
  public:
   explicit Secrets(const Keys& keys);
@@ -24,6 +24,7 @@ class Secrets {
 
  private:
   bool cover(std::string& text) const;
+  bool coverSpellings(std::string& text) const;
   void cover(Json& value) const;
   void coverMembers(Json& object) const;
 

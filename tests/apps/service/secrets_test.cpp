@@ -40,6 +40,27 @@ TEST(Secrets, AKeyThatJsonEscapesIsCoveredInABodyToo) {
   EXPECT_EQ(R"({"k":"************"})", hidden(record, {"app", "se\"cret-key", ""}).request.body);
 }
 
+TEST(Secrets, AKeyIsCoveredHoweverAFormSpellsIt) {
+  const Keys keys{"app", "a key/50%!", ""};
+  for (const char* spelled : {"a key/50%!", "a+key/50%!", "a+key%2F50%25!", "a%20key%2f50%25%21", "%61+key/50%25%21"}) {
+    RequestRecord record;
+    record.request.body = "k=" + std::string(spelled) + "&l=1%2B1+2";
+    EXPECT_EQ("k=" + std::string(std::string(spelled).size(), '*') + "&l=1%2B1+2", hidden(record, keys).request.body);
+  }
+}
+
+TEST(Secrets, AKeyWithASlashThatJsonEscapesIsCovered) {
+  RequestRecord record;
+  record.request.body = R"({"k":"abc\/def=="})";
+  EXPECT_EQ(R"({"k":"**********"})", hidden(record, {"app", "abc/def==", ""}).request.body);
+}
+
+TEST(Secrets, AKeyOfAsterisksDoesNotKeepTheServiceBusy) {
+  RequestRecord record;
+  record.request.body = "k=*******&l=1";
+  EXPECT_EQ("k=*******&l=1", hidden(record, {"app", "******", ""}).request.body);
+}
+
 TEST(Secrets, AKeyOfAFewLettersIsNotLookedFor) {
   RequestRecord record;
   record.request.body = "a short text";
