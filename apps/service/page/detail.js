@@ -85,6 +85,7 @@ export class Detail {
     this.showInstall = showInstall;
     this.element = byId("detail");
     this.split = byId("view-requests");
+    this.asked = 0;
     this.element.addEventListener("keydown", (event) => {
       if (event.key === "Escape") this.close();
     });
@@ -92,7 +93,10 @@ export class Detail {
 
   open(id) {
     return guarded(async () => {
+      const mine = ++this.asked;
       const request = await api.request(id);
+      // Another one was chosen meanwhile.
+      if (mine !== this.asked) return;
       this.element.replaceChildren(...[head(request, () => this.close()), rules(request), facts(request, this.showInstall),
         payloadPart(request), answerPart(request), headersPart(request), bodyPart(request)].filter(Boolean));
       this.element.scrollTop = 0;

@@ -37,6 +37,7 @@ export class Devices {
   constructor(showRequest) {
     this.showRequest = showRequest;
     this.install = null;
+    this.asked = 0;
     this.isToScale = false;
     this.element = byId("device");
     this.split = byId("view-devices");
@@ -83,7 +84,11 @@ export class Devices {
   }
 
   async #load() {
-    this.timeline = await api.timeline(this.install);
+    const mine = ++this.asked;
+    const timeline = await api.timeline(this.install);
+    // Another one was chosen meanwhile.
+    if (mine !== this.asked) return;
+    this.timeline = timeline;
     this.#draw();
   }
 

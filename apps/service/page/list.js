@@ -40,6 +40,7 @@ export class RequestList {
     this.newest = 0;
     this.nextBefore = 0;
     this.asked = 0;
+    this.told = 0;
     this.element = byId("rows");
     this.box = new Listbox(this.element, (id) => open(Number(id)));
     this.reloadCalmly = calmly(() => this.reload(), kSearchCalmMilliseconds);
@@ -67,6 +68,7 @@ export class RequestList {
   reload() {
     return guarded(async () => {
       const mine = ++this.asked;
+      const told = this.told;
       const page = await api.summaries({ ...this.filter(), limit: kPage });
       // What was typed meanwhile has asked again.
       if (mine !== this.asked) return;
@@ -74,11 +76,14 @@ export class RequestList {
       this.#append(page);
       if (!this.isFiltered()) this.newest = page.requests[0]?.id ?? 0;
       else this.newest = Math.max(this.newest, page.requests[0]?.id ?? 0);
+      // The answer may be older than what the stream told while it came.
+      if (told !== this.told) this.reloadCalmly();
     });
   }
 
   // A request that the stream told of.
   arrived(summary) {
+    ++this.told;
     this.newest = Math.max(this.newest, summary.id);
     if (this.isFiltered()) {
       this.reloadCalmly();
