@@ -142,6 +142,16 @@ std::string pathOf(const Endpoint& endpoint) {
   return path;
 }
 
+// What was told is there to be looked at, with what arrived.
+void lookAtNewestLedger() {
+  const Json ledgers = inspect("/inspect/ledger").at("ledgers");
+  if (ledgers.empty())
+    return;
+  const auto install = ledgers.front().at("install").get<std::string>();
+  const Json shown = inspect("/inspect/ledger", {{"install", install}}).at("ledgers");
+  require(shown.size() == 1 && shown.front().at("accounts").front().contains("arrived"), "a ledger that is not shown");
+}
+
 // "METHOD PATH name=value name=value", a line feed, the body.
 void inspectAnything(const std::string& bytes) {
   const std::size_t end = std::min(bytes.find('\n'), bytes.size());
@@ -155,6 +165,7 @@ void inspectAnything(const std::string& bytes) {
   }
   ask(request);
   ask(makeRequest("DELETE", "/inspect/behaviour", "", kJson));
+  lookAtNewestLedger();
 }
 
 void expectAnything(const std::string& text) {

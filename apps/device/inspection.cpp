@@ -13,7 +13,7 @@
 #include "host/crash/earlier_crash.h"
 #include "host/crash/report_file.h"
 #include "host/json/simdjson_codec.h"
-#include "host/ledger/ledger_book.h"
+#include "host/ledger/ledger_accounts.h"
 #include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 #include "services/MorvikGVUserDefaults.h"
@@ -218,9 +218,23 @@ const ListForm kLedgerAccountsForm = {{{"kind", ""},
 const ListForm kLedgerReasonsForm = {
     {{"kind", "kind"}, {"count", "count"}, {"reason", "reason"}, {"by_rule", "by a rule"}}};
 
+/// The entries that were found, as the store that they were read from.
+class FoundEntries final : public kit::KeyValueStore {
+ public:
+  explicit FoundEntries(const StoredEntries& entries) : entries_(entries) {}
+  kit::Value get(std::string_view key) const override { return valueIn(entries_, key); }
+  std::optional<kit::Value> tryGet(std::string_view key) const override { return get(key); }
+  void set(std::string_view, kit::Value) override {}
+  bool synchronize() override { return false; }
+  bool trySetAndSynchronize(std::string_view, kit::Value) override { return false; }
+
+ private:
+  const StoredEntries& entries_;
+};
+
 /// In place of the stored counts, which alone say nothing of what is stored.
 void tellLedger(const StoredEntries& entries, std::vector<Section>& sections) {
-  const morvik::Ledger ledger = storedLedger([&entries](std::string_view name) { return valueIn(entries, name); });
+  const morvik::Ledger ledger = storedLedger(FoundEntries(entries));
   const bool is_empty = std::all_of(ledger.accounts.begin(), ledger.accounts.end(),
                                     [](const auto& account) { return account.recorded == 0 && account.balances(); });
   if (is_empty)

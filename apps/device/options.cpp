@@ -64,6 +64,8 @@ void describeDevice(CLI::App& app, Options& options, Written& written) {
 void describeRest(CLI::App& app, Options& options) {
   app.add_option("--store", options.host.store_folder, "folder of the store; made when missing");
   app.add_option("--script", options.script, "file with the verbs, in place of standard input");
+  app.add_flag("--report-ledger", options.report_ledger,
+               "tells the service behind --service after each verb what became of all that was recorded, for its page");
   app.add_option("--log-level", options.host.log_level, "0 off to 6 trace")
       ->check(CLI::Range(0, kMostLogLevel))
       ->capture_default_str();
@@ -86,6 +88,12 @@ Mistake needService(const Options& options) {
   if (!options.host.service_url.empty() || !options.host.endpoints.empty())
     return std::nullopt;
   return "--service is required; give the base URL of the service, or single ones with --endpoint NAME=URL";
+}
+
+Mistake needServiceToReport(const Options& options) {
+  if (!options.report_ledger || !options.host.service_url.empty())
+    return std::nullopt;
+  return "--report-ledger needs --service; give the base URL of the morvik-service that is to be told";
 }
 
 Mistake takeKey(const std::optional<std::string>& given, const std::string& name, const std::string& keys_file,
@@ -169,6 +177,8 @@ Mistake complete(Options& options, const Written& written) {
   if (auto mistake = takeEndpoints(written, options.host))
     return mistake;
   if (auto mistake = needService(options))
+    return mistake;
+  if (auto mistake = needServiceToReport(options))
     return mistake;
   if (auto mistake = needFile(written.keys_file, "--keys"))
     return mistake;

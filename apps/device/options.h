@@ -17,6 +17,7 @@ struct Options {
   morvik::HostOptions host;
   ModuleNames modules;
   std::string script;  ///< file of verbs; "": standard input
+  bool report_ledger = false;
 };
 
 /// What the command line asks for: to run, or to print something and end.

@@ -4,6 +4,7 @@
 
 #include "apps/device/option_names.h"
 #include "host/make_host.h"
+#include "host/siblings/kept_identifier.h"
 
 namespace morvik_device {
 namespace {
@@ -65,6 +66,10 @@ Phone::Phone(std::unique_ptr<host::Host> host, Output& output)
 
 StoreView Phone::storeView() {
   return StoreView(host_->properties(), [this](std::string_view key) { return host_->storedValue(key); });
+}
+
+std::string Phone::installId() {
+  return std::string(host_->storedValue(host::kInstallIdKey).string());
 }
 
 }  // namespace morvik_device

@@ -28,6 +28,8 @@ class Phone {
   /// Any thread; what it offers says more.
   morvik::host::Host& host() { return *host_; }
   StoreView storeView();
+  /// By which services know this install.
+  std::string installId();
   /// Gives the kit away, for its machine to end it. Nothing else may be asked of the phone afterwards.
   std::unique_ptr<morvik::host::Host> releaseHost() { return std::move(host_); }
 

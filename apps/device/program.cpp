@@ -8,12 +8,15 @@
 
 #include "apps/device/fleet_program.h"
 #include "apps/device/inspect_program.h"
+#include "apps/device/ledger_reporter.h"
 #include "apps/device/line_source.h"
 #include "apps/device/options.h"
 #include "apps/device/output.h"
 #include "apps/device/phone.h"
 #include "apps/device/runner.h"
 #include "apps/device/simulation/simulate.h"
+#include "host/machine/turn_gate.h"
+#include "host/net/curl_transport.h"
 
 namespace morvik_device {
 namespace {
@@ -38,6 +41,28 @@ std::variant<CommandSource, std::string> chooseSource(const Options& options, st
   return commandsOf(std::move(std::get<std::deque<Command>>(commands)));
 }
 
+std::string withSlash(std::string url) {
+  return url.ends_with('/') ? url : url + '/';
+}
+
+/// With a connection of its own, so that the kit's are as they are without it.
+class Reporting {
+ public:
+  Reporting(const Options& options, Phone& phone, std::ostream& errors)
+      : phone_(phone),
+        transport_({.ca_file = options.host.ca_file}, phone.host().mainQueue(), gate_),
+        reporter_(transport_, withSlash(options.host.service_url), phone.installId(),
+                  [&errors](const std::string& line) { errors << "morvik-device: " << line << std::endl; }) {}
+
+  void tell() { reporter_.tell(phone_.host().ledger()); }
+
+ private:
+  Phone& phone_;
+  morvik::host::TurnGate gate_;
+  morvik::host::CurlTransport transport_;
+  LedgerReporter reporter_;
+};
+
 int runDevice(const Options& options, const Surroundings& surroundings) {
   auto source = chooseSource(options, surroundings.input);
   if (const auto* mistake = std::get_if<std::string>(&source))
@@ -48,7 +73,14 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
     return refuse(*problem, surroundings);
   const auto& phone = std::get<std::unique_ptr<Phone>>(started);
   std::optional<std::string> last_verb;
-  const auto mistake = runCommands(std::get<CommandSource>(source), *phone, output, last_verb);
+  std::unique_ptr<Reporting> reporting;
+  if (options.report_ledger)
+    reporting = std::make_unique<Reporting>(options, *phone, surroundings.errors);
+  const auto mistake = runCommands(std::get<CommandSource>(source), *phone, output, last_verb, [&reporting] {
+    if (reporting)
+      reporting->tell();
+  });
+  reporting.reset();
   phone->host().stop();
   if (last_verb)
     output.verbDone(*last_verb, {});

@@ -34,15 +34,19 @@ bool run(const Command& command, Phone& phone, Output& output) {
 }  // namespace
 
 std::optional<std::string> runCommands(const CommandSource& source, Phone& phone, Output& output,
-                                       std::optional<std::string>& last_verb) {
+                                       std::optional<std::string>& last_verb, const std::function<void()>& after_each) {
   while (!output.failed()) {
     NextCommand next = source();
     if (auto* mistake = std::get_if<std::string>(&next))
       return std::move(*mistake);
     const auto* command = std::get_if<Command>(&next);
-    if (command == nullptr)
+    if (command == nullptr) {
+      after_each();
       break;
-    if (run(*command, phone, output)) {
+    }
+    const bool ends_program = run(*command, phone, output);
+    after_each();
+    if (ends_program) {
       last_verb = std::string(command->verb->name);
       break;
     }

@@ -142,13 +142,37 @@ HttpReply chooseAttribution(const HttpRequest& request, const Inspected& inspect
   return showAttribution(request, inspected);
 }
 
+// With what arrived of one device where one is asked for.
+HttpReply showLedgers(const HttpRequest& request, const Inspected& inspected) {
+  requireKnownParameters(request, {"install"});
+  const std::string* install = findParameter(request, "install");
+  if (install == nullptr)
+    return {200, jsonText({{"ledgers", inspected.ledgers.list()}})};
+  Json ledger = inspected.ledgers.of(*install);
+  if (ledger.is_null())
+    return {200, jsonText({{"ledgers", Json::array()}})};
+  const Json arrived = inspected.store.arrivedOf(*install);
+  for (Json& account : ledger.at("accounts"))
+    account["arrived"] = arrived.value(account.at("kind").get<std::string>(), Json(nullptr));
+  return {200, jsonText({{"ledgers", Json::array({std::move(ledger)})}})};
+}
+
+HttpReply takeLedger(const HttpRequest& request, const Inspected& inspected) {
+  requireKnownParameters(request, {});
+  requireKeptBody(request);
+  requireJson(request);
+  inspected.ledgers.tell(request.body);
+  inspected.feed.publish();
+  return {200, jsonText({{"told", inspected.ledgers.told()}})};
+}
+
 struct Verb {
   std::string_view method;
   std::string_view path;
   HttpReply (*act)(const HttpRequest& request, const Inspected& inspected);
 };
 
-constexpr std::array<Verb, 13> kVerbs = {{
+constexpr std::array<Verb, 15> kVerbs = {{
     {"GET", "/inspect/requests", showRequests},
     {"GET", "/inspect/summaries", showSummaries},
     {"GET", "/inspect/request", showRequest},
@@ -162,6 +186,8 @@ constexpr std::array<Verb, 13> kVerbs = {{
     {"DELETE", "/inspect/behaviour", clearBehaviours},
     {"GET", "/inspect/attribution", showAttribution},
     {"POST", "/inspect/attribution", chooseAttribution},
+    {"GET", "/inspect/ledger", showLedgers},
+    {"POST", "/inspect/ledger", takeLedger},
 }};
 
 Refusal noSuchVerb(const HttpRequest& request) {

@@ -1,4 +1,5 @@
-// The inspection interface under /inspect/: shows what arrived, orders misbehaviour, changes the attribution data.
+// The inspection interface under /inspect/: shows what arrived, orders misbehaviour, changes the attribution data,
+// takes what devices tell of their ledgers.
 #pragma once
 
 #include "apps/service/http_message.h"

@@ -22,6 +22,10 @@ Json totalsJson(const Totals& totals) {
           {"impressions", totals.impressions}};
 }
 
+Json ledgersJson(const Ledgers& ledgers) {
+  return {{"devices", ledgers.size()}, {"told", ledgers.told()}};
+}
+
 class EventStream : public BodyStream {
  public:
   EventStream(const Inspected& inspected, std::unique_ptr<Watchers::Seat> seat, std::int64_t after,
@@ -57,6 +61,7 @@ class EventStream : public BodyStream {
       news += "id: " + std::to_string(after_) + "\n" + serverSentEvent("request", jsonText(summary));
     }
     addWhenChanged(news, "behaviours", behaviours_, jsonText(inspected_.behaviours.list()));
+    addWhenChanged(news, "ledgers", ledgers_, jsonText(ledgersJson(inspected_.ledgers)));
     addWhenChanged(news, "totals", totals_, jsonText(totalsJson(inspected_.store.totals())));
     return news;
   }
@@ -73,6 +78,7 @@ class EventStream : public BodyStream {
   std::int64_t after_;
   const std::chrono::milliseconds sign_of_life_;
   std::string behaviours_;
+  std::string ledgers_;
   std::string totals_;
 };
 

@@ -41,8 +41,9 @@ class Watchers {
 };
 
 /// Server-sent events: "request" (a summary, its number as the event's id) for each request after number `after`,
-/// "behaviours" and "totals" at the start and when they changed, "gap" (the newest number) in place of more requests
-/// than kMaxCatchUp, and to who comes with a number that no request has yet.
+/// "behaviours", "ledgers" (how many devices told one, how often) and "totals" at the start and when they changed,
+/// "gap" (the newest number) in place of more requests than kMaxCatchUp, and to who comes with a number that no request
+/// has yet.
 std::shared_ptr<BodyStream> makeEventStream(const Inspected& inspected, std::unique_ptr<Watchers::Seat> seat,
                                             std::int64_t after, std::chrono::milliseconds sign_of_life = kSignOfLife);
 

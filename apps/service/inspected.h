@@ -7,6 +7,7 @@
 #include "apps/service/attribution.h"
 #include "apps/service/behaviours.h"
 #include "apps/service/feed.h"
+#include "apps/service/ledgers.h"
 #include "apps/service/store.h"
 
 namespace morvik_service {
@@ -18,6 +19,7 @@ struct Inspected {
   Store& store;
   Behaviours& behaviours;
   Attribution& attribution;
+  Ledgers& ledgers;
   Feed& feed;               ///< published when any of the above changed
   std::mutex& mutex;        ///< guards all but the feed; streams take it by themselves
   Watchers& watchers;       ///< those who wait for changes

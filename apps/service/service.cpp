@@ -92,6 +92,7 @@ Service::Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink
       rules_(std::move(rules)),
       secrets_(keys_),
       store_(store),
+      ledgers_(clock_),
       data_(std::move(data)) {}
 
 HttpReply Service::handle(const HttpRequest& request) {
@@ -136,8 +137,9 @@ HttpReply Service::handleLocked(const HttpRequest& request) {
 
 HttpReply Service::answerAdmin(const HttpRequest& request) {
   requireAdmin(request, rules_);
-  return isPage(request) ? page(request)
-                         : inspect(request, {store_, behaviours_, data_.attribution, feed_, mutex_, watchers_, rules_});
+  return isPage(request)
+             ? page(request)
+             : inspect(request, {store_, behaviours_, data_.attribution, ledgers_, feed_, mutex_, watchers_, rules_});
 }
 
 void Service::handleEndpoint(const Endpoint& endpoint, RequestRecord& record) {

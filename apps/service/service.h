@@ -13,6 +13,7 @@
 #include "apps/service/http_message.h"
 #include "apps/service/inspect_stream.h"
 #include "apps/service/keys.h"
+#include "apps/service/ledgers.h"
 #include "apps/service/secrets.h"
 #include "apps/service/store.h"
 #include "apps/service/times.h"
@@ -52,6 +53,7 @@ class Service {
   std::mutex mutex_;  ///< guards everything below
   Store& store_;
   Behaviours behaviours_;
+  Ledgers ledgers_;
   AnswerData data_;
 };
 

@@ -131,6 +131,10 @@ class Store {
   InstallRequests requestsOfInstall(const std::string& install);
   /// {"installs":[{"install","requests","newest","last_time"}],"complete":true}, the one heard of last first.
   std::string installsJson(std::int64_t limit = kMaxInstallsListed);
+  /// What arrived of an install and was counted, by the kinds of its ledger: {"activities":N,"impressions":N,
+  /// "re-engagement clicks":N,"commerce clicks":N,"crash reports":N,"demographics":N}. An event counts once; of the
+  /// others, which have no ids, every arrival does.
+  Json arrivedOf(const std::string& install);
   /// Everything so far. Counted once and kept from then on.
   const Totals& totals();
 

@@ -149,6 +149,21 @@ std::string Store::installsJson(std::int64_t limit) {
   return jsonText({{"installs", std::move(installs)}, {"complete", complete}});
 }
 
+Json Store::arrivedOf(const std::string& install) {
+  Statement sums(database_,
+                 "SELECT coalesce(sum(events_new), 0), coalesce(sum(impressions), 0),"
+                 " coalesce(sum(endpoint = 'reengagement-conversion'), 0),"
+                 " coalesce(sum(CASE endpoint WHEN 'commerce-conversion' THEN json_array_length(payload) END), 0),"
+                 " coalesce(sum(CASE endpoint WHEN 'crash' THEN json_array_length(payload) END), 0),"
+                 " coalesce(sum(CASE endpoint WHEN 'demographics' THEN json_array_length(payload, '$.user_demo_info')"
+                 " END), 0)"
+                 " FROM requests WHERE install = ? AND counted");
+  sums.bind(install).step();
+  return {{"activities", sums.integer(0)},           {"impressions", sums.integer(1)},
+          {"re-engagement clicks", sums.integer(2)}, {"commerce clicks", sums.integer(3)},
+          {"crash reports", sums.integer(4)},        {"demographics", sums.integer(5)}};
+}
+
 const Totals& Store::totals() {
   if (!totals_) {
     Statement sums(database_,

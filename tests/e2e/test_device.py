@@ -358,7 +358,7 @@ class Input(DeviceTest):
         self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is no verb; use one of: active, '
                                   "background, event, impression, open-url, store-url, facebook-url, "
                                   "third-party-conversion, age, gender, user-id, forget-me, is-forgotten, offline, online, set, "
-                                  "push, wait, clock, settle, store, crash, crash-signal, kill, quit"])
+                                  "push, wait, clock, settle, store, ledger, crash, crash-signal, kill, quit"])
         self.assertFalse(os.path.exists(self.store_folder))
 
     def test_a_bad_line_on_standard_input_touches_nothing(self):
@@ -553,6 +553,27 @@ class Options(DeviceTest):
     def test_the_orientation_is_stored(self):
         name = "fendoUserInfo_isApplicationPortrait"
         self.assertEqual(self.device("--orientation", "2").store(name), {name: "false"})
+
+    def test_on_demand_the_ledger_is_told_to_the_service(self):
+        silent = self.attributed()
+        install = self.requests("conversion")[0]["payload"]["install_id"]
+        self.do(silent, "event shop look", "push", "settle")
+        self.assertEqual(self.service.call("GET", f"/inspect/ledger?install={install}"), {"ledgers": []})
+        self.assertEqual(silent.end_input()[0], 0)
+        before = len(self.service.requests(self.known_requests))
+
+        device = self.device("--report-ledger")
+        self.do(device, "event shop buy", "ledger")  # it is told before the next verb begins
+        told, = self.service.call("GET", f"/inspect/ledger?install={install}")["ledgers"]
+        self.assertEqual((told["balances"], told["sound"]), (True, True))
+        activities = told["accounts"][0]
+        self.assertEqual((activities["recorded"], activities["delivered"], activities["stored"]), (4, 3, 1))
+        self.assertEqual(activities["arrived"], 3)
+        self.assertEqual(len(self.service.requests(self.known_requests)), before, "the kit itself sent nothing more")
+        self.do(device, "push", "settle")
+        self.assertEqual(device.end_input()[0], 0)
+        told, = self.service.call("GET", f"/inspect/ledger?install={install}")["ledgers"]
+        self.assertEqual((told["accounts"][0]["delivered"], told["accounts"][0]["arrived"]), (4, 4))
 
     def test_the_log_goes_to_standard_error_at_its_level(self):
         status, output, errors = self.run_once(self.arguments("--log-level", "6"), "active\nactive\n")

@@ -192,5 +192,14 @@ TEST(Options, HelpTellsOptionsAndVerbs) {
   EXPECT_THAT(line.text, HasSubstr("event GROUP NAME [PARAM]"));
 }
 
+TEST(Options, TheLedgerIsReportedOnDemandAndToAServiceAlone) {
+  EXPECT_FALSE(optionsOf(complete()).report_ledger);
+  EXPECT_TRUE(optionsOf(complete({"--report-ledger"})).report_ledger);
+  Arguments arguments = without("--service");
+  for (const char* more : {"--endpoint", "kFendoTrackingBaseLiveUrl=https://127.0.0.1:1/", "--report-ledger"})
+    arguments.emplace_back(more);
+  EXPECT_THAT(mistakeIn(arguments), StartsWith("morvik-device: --report-ledger needs --service; give the base URL"));
+}
+
 }  // namespace
 }  // namespace morvik_device

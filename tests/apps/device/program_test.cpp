@@ -1,6 +1,7 @@
 #include "apps/device/program.h"
 
 #include <gmock/gmock.h>
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -163,6 +164,14 @@ TEST_F(Program, ShowsItsHelp) {
   EXPECT_EQ(runPlain({"--help"}, ""), 0);
   EXPECT_THAT(output_, ::testing::Contains(HasSubstr("--system-version")));
   EXPECT_EQ(errors_, "");
+}
+
+TEST_F(Program, GoesOnWhenItsLedgerCannotBeToldAndSaysSoOnce) {
+  EXPECT_EQ(run("event shop look\nevent shop look\n", {"--report-ledger"}), 0);
+  EXPECT_EQ(output_.size(), 2u);
+  EXPECT_THAT(errors_, StartsWith("morvik-device: the ledger could not be told to "
+                                  "https://127.0.0.1:1/inspect/ledger: "));
+  EXPECT_EQ(std::count(errors_.begin(), errors_.end(), '\n'), 1);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "apps/device/ledger_rows.h"
 #include "services/json_writer.h"
 #include "simulation/test_device.h"
+#include "testing/memory_store.h"
 
 namespace morvik_device {
 namespace {
@@ -26,9 +27,7 @@ std::string jsonOf(const Ledger& ledger) {
 
 class StoredLedger : public ::testing::Test {
  protected:
-  Ledger stored() {
-    return storedLedger([this](std::string_view name) { return device.machine().store.get(name); });
-  }
+  Ledger stored() { return storedLedger(device.machine().store); }
   void expectToSayWhatTheKitSays(const char* when) {
     device.settle();
     EXPECT_EQ(jsonOf(stored()), jsonOf(device.host().ledger())) << when;
@@ -81,20 +80,18 @@ TEST_F(StoredLedger, CountsTheReportThatADyingProcessWrotePastTheBook) {
 }
 
 TEST(AStoredLedger, BeginsWithWhatIsStored) {
-  const Ledger ledger = storedLedger([](std::string_view name) {
-    return name == "fendoActivityInfos" ? kit::Value(kit::Array{1, 2}) : kit::Value();
-  });
-  EXPECT_EQ(ledger.of("activities").recorded, 2u);
-  EXPECT_TRUE(ledger.isSound());
+  morvik::testing::MemoryStore store;
+  store.set("fendoActivityInfos", kit::Array{1, 2});
+  EXPECT_EQ(storedLedger(store).of("activities").recorded, 2u);
+  EXPECT_TRUE(storedLedger(store).isSound());
 }
 
 TEST(AStoredLedger, ContradictsAStoreThatLostOrGainedRecords) {
   const auto with = [](int recorded) {
-    return storedLedger([recorded](std::string_view name) -> kit::Value {
-      if (name == "host.ledger")
-        return Dictionary{{"impressions", Dictionary{{"recorded", recorded}}}};
-      return name == "fendoImpressionInfos" ? kit::Value(kit::Array{1, 2}) : kit::Value();
-    });
+    morvik::testing::MemoryStore store;
+    store.set("host.ledger", Dictionary{{"impressions", Dictionary{{"recorded", recorded}}}});
+    store.set("fendoImpressionInfos", kit::Array{1, 2});
+    return storedLedger(store);
   };
   EXPECT_FALSE(with(1).balances());
   EXPECT_TRUE(with(2).balances());

@@ -39,11 +39,12 @@ class InspectStreamTest : public testing::Test {
   Store store_{folder_.path()};
   Behaviours behaviours_;
   Attribution attribution_;
+  Ledgers ledgers_{[] { return std::int64_t{0}; }};
   Feed feed_;
   std::mutex mutex_;
   Watchers watchers_;
   AdminRules rules_;
-  Inspected inspected_{store_, behaviours_, attribution_, feed_, mutex_, watchers_, rules_};
+  Inspected inspected_{store_, behaviours_, attribution_, ledgers_, feed_, mutex_, watchers_, rules_};
   std::stop_source stop_;
 };
 
@@ -55,6 +56,7 @@ TEST_F(InspectStreamTest, BeginsWithTheStateAndThenTellsEachRequest) {
   const auto stream = watch(0);
   EXPECT_EQ(
       "event: behaviours\ndata: []\n\n"
+      "event: ledgers\ndata: {\"devices\":0,\"told\":0}\n\n"
       "event: totals\ndata: {\"requests\":0,\"refused\":0,\"recorded\":0,\"delivered\":0,\"duplicate\":0,\"impressions\":0}\n\n",
       *stream->next(stop_.get_token()));
   auto told = std::async(std::launch::async, [&] { return stream->next(stop_.get_token()); });
@@ -97,6 +99,14 @@ TEST_F(InspectStreamTest, BehavioursAreToldWhenTheyChange) {
   behaviours_.add({.endpoint = "tracking"});
   feed_.publish();
   EXPECT_TRUE(holds(stream->next(stop_.get_token()), "event: behaviours\ndata: [{\"endpoint\":\"tracking\","));
+}
+
+TEST_F(InspectStreamTest, TellsWhenADeviceToldItsLedger) {
+  const auto stream = watch(0);
+  stream->next(stop_.get_token());
+  ledgers_.tell(test::ledger("i").dump());
+  feed_.publish();
+  EXPECT_EQ("event: ledgers\ndata: {\"devices\":1,\"told\":1}\n\n", *stream->next(stop_.get_token()));
 }
 
 TEST_F(InspectStreamTest, WithoutNewsItGivesASignOfLife) {

@@ -16,7 +16,7 @@ using test::TemporaryFolder;
 class InspectTest : public testing::Test {
  protected:
   HttpReply ask(const HttpRequest& request) {
-    return inspect(request, {store_, behaviours_, attribution_, feed_, mutex_, watchers_, rules_});
+    return inspect(request, {store_, behaviours_, attribution_, ledgers_, feed_, mutex_, watchers_, rules_});
   }
   Refusal refused(const HttpRequest& request) {
     return refusalOf([&] { ask(request); });
@@ -26,6 +26,7 @@ class InspectTest : public testing::Test {
   Store store_{folder_.path()};
   Behaviours behaviours_;
   Attribution attribution_;
+  Ledgers ledgers_{[] { return std::int64_t{0}; }};
   Feed feed_;
   std::mutex mutex_;
   Watchers watchers_;
@@ -81,6 +82,57 @@ TEST_F(InspectTest, ShowsAndChangesTheAttributionData) {
   EXPECT_EQ(R"({"attribution":{"deeplink":"x"}})",
             ask(inspection("POST", "/inspect/attribution", R"({"deeplink":"x"})")).body);
   EXPECT_EQ(400, refused(inspection("POST", "/inspect/attribution", "7")).status());
+}
+
+TEST_F(InspectTest, TakesLedgersAndShowsAllOrOneWithWhatArrived) {
+  EXPECT_EQ(R"({"ledgers":[]})", ask(inspection("GET", "/inspect/ledger")).body);
+  const std::uint64_t before = feed_.version();
+  EXPECT_EQ(R"({"told":1})", ask(inspection("POST", "/inspect/ledger", test::ledger("one").dump())).body);
+  EXPECT_EQ(R"({"told":2})", ask(inspection("POST", "/inspect/ledger", test::ledger("two").dump())).body);
+  EXPECT_EQ(before + 2, feed_.version());
+  Json shown = Json::parse(ask(inspection("GET", "/inspect/ledger")).body)["ledgers"];
+  ASSERT_EQ(2U, shown.size());
+  EXPECT_EQ("two", shown[0]["install"]);
+  EXPECT_FALSE(shown[0]["accounts"][0].contains("arrived"));
+
+  RequestRecord record;
+  record.endpoint = "tracking";
+  record.payload = test::trackingPayload({"e", "f"});
+  (*record.payload)["install_id"] = "one";
+  record.counting = Counting::kEvents;
+  record.counted = true;
+  Counts counts;
+  store_.add(record, counts);
+  HttpRequest request = inspection("GET", "/inspect/ledger");
+  request.query = {{"install", "one"}};
+  shown = Json::parse(ask(request).body)["ledgers"];
+  ASSERT_EQ(1U, shown.size());
+  EXPECT_EQ(2, shown[0]["accounts"][0]["arrived"]);
+  EXPECT_EQ("impressions", shown[0]["accounts"][1]["kind"]);
+  request.query = {{"install", "three"}};
+  EXPECT_EQ(R"({"ledgers":[]})", ask(request).body);
+}
+
+TEST_F(InspectTest, OfAKindThatTheServiceDoesNotKnowNothingArrived) {
+  Json ledger = test::ledger("i");
+  ledger["accounts"][1]["kind"] = "wishes";
+  ask(inspection("POST", "/inspect/ledger", ledger.dump()));
+  HttpRequest request = inspection("GET", "/inspect/ledger");
+  request.query = {{"install", "i"}};
+  EXPECT_TRUE(Json::parse(ask(request).body)["ledgers"][0]["accounts"][1]["arrived"].is_null());
+}
+
+TEST_F(InspectTest, ALedgerThatIsNoneIsRefusedAndNotKept) {
+  EXPECT_EQ(400, refused(inspection("POST", "/inspect/ledger", "{}")).status());
+  HttpRequest request = inspection("POST", "/inspect/ledger", test::ledger("i").dump());
+  request.query = {{"install", "i"}};
+  EXPECT_EQ(400, refused(request).status());
+  request.query = {};
+  request.headers[1].second = "text/plain";
+  EXPECT_EQ(415, refused(request).status());
+  request.body_too_large = true;
+  EXPECT_EQ(413, refused(request).status());
+  EXPECT_EQ(0U, ledgers_.size());
 }
 
 TEST_F(InspectTest, ABodyThatIsNotDeclaredAsJsonIsRefused) {
@@ -219,7 +271,8 @@ TEST_F(InspectTest, UnknownPathsAndMethodsAreToldWhatExists) {
   EXPECT_EQ(
       "use one of: GET /inspect/requests, GET /inspect/summaries, GET /inspect/request, GET /inspect/installs, "
       "GET /inspect/timeline, GET /inspect/stream, GET /inspect/forms, GET /inspect/events, GET /inspect/behaviour, POST /inspect/behaviour, "
-      "DELETE /inspect/behaviour, GET /inspect/attribution, POST /inspect/attribution",
+      "DELETE /inspect/behaviour, GET /inspect/attribution, POST /inspect/attribution, GET /inspect/ledger, "
+      "POST /inspect/ledger",
       path.mend());
   const Refusal method = refused(inspection("PUT", "/inspect/behaviour"));
   EXPECT_EQ(405, method.status());

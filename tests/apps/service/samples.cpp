@@ -115,6 +115,17 @@ Json trackingPayload(const std::vector<std::string>& event_ids) {
   return payload;
 }
 
+Json ledger(const std::string& install) {
+  const auto account = [](const char* kind, int recorded, int delivered, int others) {
+    return Json{{"kind", kind},        {"recorded", recorded}, {"delivered", delivered}, {"stored", others},
+                {"under_way", others}, {"given_up", others},   {"found_uncounted", 0}};
+  };
+  return {
+      {"install", install},
+      {"accounts", Json::array({account("activities", 6, 3, 1), account("impressions", 0, 0, 0)})},
+      {"given_up", Json::array({Json{{"kind", "activities"}, {"count", 1}, {"reason", "a rule"}, {"by_rule", true}}})}};
+}
+
 std::string envelopeBody(const Json& payload, const std::string& key_text, const std::string& app_key) {
   const std::string body = deflated(jsonText(payload));
   return "k=" + app_key + "&j=" + encodeBase64Url(seal(body, key_text, {.flags = 1}));

@@ -38,6 +38,9 @@ Json demographicsPayload();
 Json erasureRequest();
 Json trackingPayload(const std::vector<std::string>& event_ids);
 
+// What a device tells of its own account; it balances.
+Json ledger(const std::string& install);
+
 // The form body of a payload sealed with a key text.
 std::string envelopeBody(const Json& payload, const std::string& key_text, const std::string& app_key = kKeys.app_key);
 

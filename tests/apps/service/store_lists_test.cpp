@@ -58,6 +58,50 @@ TEST_F(StoreListsTest, NewestFirstPageByPage) {
   EXPECT_EQ((Ids{}), ids({.before = 1}));
 }
 
+TEST_F(StoreListsTest, WhatArrivedOfAnInstallIsCountedByKind) {
+  const auto arrive = [&](const std::string& endpoint, const Json& payload, bool counted = true) {
+    RequestRecord record;
+    record.endpoint = endpoint;
+    record.payload = payload;
+    record.counting = endpoint == "tracking" ? Counting::kEvents : Counting::kPayload;
+    record.counted = counted;
+    store_.add(record, counts_);
+  };
+  const auto withIdfa = [](Json list) {
+    for (Json& each : list)
+      each["idfa"] = "an idfa";
+    return list;
+  };
+  add("i", {"a", "b"}, "an idfa");
+  add("i", {"b", "c"}, "an idfa");
+  add("another", {"d"});
+  Json batch = trackingPayload({});
+  batch["install_id"] = "i";
+  batch["impression_info"] = Json::array({test::impression(), test::impression()});
+  arrive("tracking", batch);
+  Json click = test::reEngagementPayload(7);
+  click["install_id"] = "i";
+  arrive("reengagement-conversion", click);
+  arrive("reengagement-conversion", click, false);
+  arrive("commerce-conversion", withIdfa(test::commerceClicks({"x", "y"})));
+  arrive("crash", withIdfa(Json::array({test::crashReport("one"), test::crashReport("two")})));
+  Json told = test::demographicsPayload();
+  told["install_id"] = "i";
+  arrive("demographics", told);
+  arrive("demographics", {{"install_id", "i"}});
+  const Json arrived = store_.arrivedOf("i");
+  EXPECT_EQ(3, arrived["activities"]);
+  EXPECT_EQ(2, arrived["impressions"]);
+  EXPECT_EQ(1, arrived["re-engagement clicks"]);
+  EXPECT_EQ(2, arrived["commerce clicks"]);
+  EXPECT_EQ(2, arrived["crash reports"]);
+  EXPECT_EQ(told["user_demo_info"].size(), arrived["demographics"]);
+  EXPECT_EQ(1, store_.arrivedOf("another")["activities"]);
+  EXPECT_EQ(R"({"activities":0,"impressions":0,"re-engagement clicks":0,"commerce clicks":0,"crash reports":0,)"
+            R"("demographics":0})",
+            jsonText(store_.arrivedOf("nobody")));
+}
+
 TEST_F(StoreListsTest, ALineHoldsNeitherBodiesNorPayload) {
   add("i", {"e"});
   ids({});

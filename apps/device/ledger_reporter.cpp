@@ -1,0 +1,93 @@
+#include "apps/device/ledger_reporter.h"
+
+#include <algorithm>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "apps/device/ledger_rows.h"
+#include "services/json_writer.h"
+
+namespace morvik_device {
+namespace {
+
+namespace kit = morvik::kit;
+
+/// For the handler's turn to come, beyond the time that the answer may take.
+constexpr double kGraceSeconds = 2;
+constexpr size_t kMaxAnswerBytes = 64 * 1024;
+constexpr size_t kShownBytes = 300;
+
+std::string bodyOf(const morvik::Ledger& ledger, const std::string& install) {
+  const LedgerRows rows = rowsOf(ledger);
+  std::string text;
+  morvik::services::appendJsonDescription(
+      kit::Dictionary{{"install", install}, {"accounts", rows.accounts}, {"given_up", rows.given_up}}, text);
+  return text;
+}
+
+kit::Request requestOf(const std::string& url, const std::string& body) {
+  kit::Request request;
+  request.method = "POST";
+  request.url = url;
+  request.headers = {{"Content-Type", "application/json"}};
+  request.body = body;
+  request.timeout_seconds = kReportTimeoutSeconds;
+  request.max_answer_bytes = kMaxAnswerBytes;
+  return request;
+}
+
+std::string oneLine(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](unsigned char c) { return c < ' '; }, ' ');
+  return text;
+}
+
+/// Why the service does not have it.
+std::optional<std::string> failureOf(const kit::TransportOutcome& outcome) {
+  constexpr int kOk = 200;
+  if (outcome.error)
+    return outcome.error->message;
+  if (outcome.response->status_code == kOk)
+    return std::nullopt;
+  return "it answered " + std::to_string(outcome.response->status_code) + " " +
+         oneLine(outcome.response->body.substr(0, kShownBytes));
+}
+
+}  // namespace
+
+LedgerReporter::LedgerReporter(kit::Transport& transport, std::string service_url, std::string install,
+                               std::function<void(const std::string& line)> complain)
+    : transport_(transport),
+      url_(std::move(service_url) + "inspect/ledger"),
+      install_(std::move(install)),
+      complain_(std::move(complain)) {}
+
+void LedgerReporter::tell(const morvik::Ledger& ledger) {
+  std::string body = bodyOf(ledger, install_);
+  if (body == last_told_)
+    return;
+  const auto answer = std::make_shared<std::promise<kit::TransportOutcome>>();
+  std::future<kit::TransportOutcome> answered = answer->get_future();
+  transport_.start(requestOf(url_, body),
+                   [answer](kit::TransportOutcome outcome) { answer->set_value(std::move(outcome)); });
+  const std::chrono::duration<double> patience(kReportTimeoutSeconds + kGraceSeconds);
+  std::optional<std::string> failure = "nothing answers in time";
+  if (answered.wait_for(patience) == std::future_status::ready)
+    failure = failureOf(answered.get());
+  if (failure)
+    return complain("the ledger could not be told to " + url_ + ": " + *failure);
+  last_told_ = std::move(body);
+  last_complaint_.clear();
+}
+
+void LedgerReporter::complain(std::string line) {
+  if (line == last_complaint_)
+    return;
+  complain_(line);
+  last_complaint_ = std::move(line);
+}
+
+}  // namespace morvik_device
