@@ -53,6 +53,8 @@ struct Surroundings {
   DeviceDescription device = {};
   /// By class name.
   std::map<std::string, Module> modules = {};
+  /// Told of what is batched and answered; null: nobody keeps a book. The store and the transport tell it of the rest.
+  host::LedgerBook* ledger = nullptr;
 };
 
 inline kit::Endpoints allAt(const std::string& url) {
@@ -85,7 +87,8 @@ class AssembledKit {
                   .sealing = {cipher, compressor, random},
                   .common = common_,
                   .util = util_,
-                  .size_trigger = size_trigger_}),
+                  .size_trigger = size_trigger_,
+                  .ledger = around.ledger}),
         ad_client_(around.ad_client, json, around.main_queue),
         modules_(around.modules),
         kit{.clock = around.clock,

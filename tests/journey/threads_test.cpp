@@ -14,9 +14,13 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <thread>
 
+#include "host/ledger/ledger_book.h"
+#include "host/ledger/ledger_store.h"
+#include "host/ledger/ledger_transport.h"
 #include "host/loop/background_tasks.h"
 #include "host/loop/background_thread.h"
 #include "host/loop/main_loop.h"
@@ -44,7 +48,7 @@ constexpr std::chrono::milliseconds kDrain{500};
 constexpr double kShortGrantSeconds = 0.002;
 
 /// A network on a thread of its own: requests leave when their turn is over, and each is answered by `answer`.
-class AnsweringThread final : public kit::Transport {
+class AnsweringThread final : public host::MachineTransport {
  public:
   using AnswerTo = std::function<kit::TransportOutcome(const kit::Request&)>;
 
@@ -61,8 +65,8 @@ class AnsweringThread final : public kit::Transport {
       wake_.notify_one();
     });
   }
-  size_t unanswered() const { return delivery_.unanswered(); }
-  void shutdown() {
+  size_t inFlight() const override { return delivery_.unanswered(); }
+  void shutdown() override {
     delivery_.close(std::chrono::duration<double>(host::kGiveUp).count());
     {
       const std::scoped_lock hold(mutex_);
@@ -98,19 +102,25 @@ class AnsweringThread final : public kit::Transport {
   std::thread thread_;
 };
 
-/// The queues and the store of a real machine, framed as the host frames them.
+constexpr const char* kServiceUrl = "https://service.example/";
+
+/// The queues, the store and the ledger of a real machine, framed as the host frames them.
 struct Machine {
-  explicit Machine(const std::string& folder) : store({.place = {.folder = folder}}, log) {
+  explicit Machine(const std::string& folder, std::string url = kServiceUrl)
+      : service_url(std::move(url)), store({.place = {.folder = folder}}, log) {
     const auto committed = [this](const kit::Block& turn) {
       {
         const host::TurnGate::Turn open(gate);
         turn();
-        store.commitTurn();
+        counted_store.commitTurn();
       }
       bell.ring();
     };
     loop.setFrame(committed);
-    background.setFrame(committed);
+    background.setFrame([this, committed](const kit::Block& block) {
+      const host::LedgerBackgroundBlock in_background(ledger);
+      committed(block);
+    });
     background.setWhenIdle([this] { loop.async([] {}); });  // a turn, and so a ring, when it is no longer counted
   }
   void stopQueues() {
@@ -123,11 +133,17 @@ struct Machine {
     return background.pending() + waiting.blocks + waiting.short_timers;
   }
 
+  const std::string service_url;
   kit::LogLevels log_levels;
   testing::RecordingLog log;
   host::SystemClock clock;
   host::SystemCalendar calendar;
   host::SqliteStore store;
+  host::LedgerBook ledger{{.store = store,
+                           .endpoints = allAt(service_url),
+                           .logger = services::Logger(log_levels, log),
+                           .has_hashed_identifier = false}};
+  host::LedgerStore counted_store{store, ledger};
   host::TurnGate gate;
   host::MainLoop loop{host::LoopMode::kOwnThread, services::Logger(log_levels, log)};
   host::BackgroundThread background{services::Logger(log_levels, log)};
@@ -135,16 +151,21 @@ struct Machine {
   host::NotificationCenter notifications;
   host::TurnBell bell;
 
-  Surroundings around(kit::Transport& transport) {
+  std::optional<host::LedgerTransport> counted_network;
+
+  Surroundings around(host::MachineTransport& network) {
+    counted_network.emplace(network, ledger);
     return {.clock = clock,
             .calendar = calendar,
             .main_queue = loop,
             .background_queue = background,
             .background_tasks = tasks,
             .notifications = notifications,
-            .store = store,
-            .transport = transport,
-            .log = log};
+            .store = counted_store,
+            .transport = *counted_network,
+            .log = log,
+            .service_url = service_url,
+            .ledger = &ledger};
   }
 };
 
@@ -157,6 +178,7 @@ class CountingService {
       return json(request, R"({"Result":true,"Data":{"user_no":1001,"referralKey":7}})");
     const Value batch = testing::openEnvelope({cipher_, compressor_, random_}, request, kTrackingKey).payload;
     for (const Value& entry : batch["activity_info"].array()) {
+      events_.emplace(entry["event_id"].string());
       if (entry["activity"] == Value("look"))
         looks_.emplace(entry["event_id"].string());
     }
@@ -168,6 +190,11 @@ class CountingService {
   std::set<std::string> looks() const {
     const std::scoped_lock hold(mutex_);
     return looks_;
+  }
+  /// How many events came, each counted once.
+  size_t events() const {
+    const std::scoped_lock hold(mutex_);
+    return events_.size();
   }
   size_t batches() const {
     const std::scoped_lock hold(mutex_);
@@ -183,6 +210,7 @@ class CountingService {
   const host::OpensslCipher cipher_{};
   const host::ZlibCompressor compressor_{};
   host::SystemRandom random_;
+  std::set<std::string> events_;
   std::set<std::string> looks_;
   size_t batches_ = 0;
 };
@@ -207,7 +235,7 @@ TEST(Threads, SessionsThatStartAndEndAsFastAsTheyCanLoseNoEvent) {
   };
   // Each round hands over the next one, so that answers come in between; every tenth begins once all are there.
   std::function<void(size_t)> live = [&](size_t round) {
-    if (round % 10 == 0 && network.unanswered() != 0)
+    if (round % 10 == 0 && network.inFlight() != 0)
       return machine.loop.async([&live, round] { live(round); });
     post(kit::Notification::kApplicationDidBecomeActive);
     machine.loop.async(record);
@@ -231,7 +259,7 @@ TEST(Threads, SessionsThatStartAndEndAsFastAsTheyCanLoseNoEvent) {
     }
   });
   somebody.join();
-  EXPECT_TRUE(machine.bell.waitUntil([&] { return machine.busy() + network.unanswered() == 0; }));
+  EXPECT_TRUE(machine.bell.waitUntil([&] { return machine.busy() + network.inFlight() == 0; }));
   machine.stopQueues();
   network.shutdown();
 
@@ -243,7 +271,117 @@ TEST(Threads, SessionsThatStartAndEndAsFastAsTheyCanLoseNoEvent) {
   }
   EXPECT_EQ(accounted_for.size(), 2 * kRounds);
   EXPECT_GT(service.batches(), 3U);
+  EXPECT_TRUE(machine.ledger.read().isSound());
   EXPECT_EQ(machine.log.countContaining("Exception"), 0U);
+}
+
+/// Reads a ledger again and again, on a thread of its own.
+class LedgerReader {
+ public:
+  explicit LedgerReader(host::LedgerBook& book) : book_(book), thread_([this] { run(); }) {}
+  ~LedgerReader() { stop(); }
+  LedgerReader(const LedgerReader&) = delete;
+  LedgerReader& operator=(const LedgerReader&) = delete;
+  void stop() {
+    stopping_ = true;
+    if (thread_.joinable())
+      thread_.join();
+  }
+  // After stop().
+  size_t readings() const { return readings_; }
+  /// Readings that were not sound, or knew of less than one before.
+  size_t wrong() const { return wrong_; }
+
+ private:
+  void run() {
+    uint64_t recorded = 0;
+    uint64_t delivered = 0;
+    while (!stopping_) {
+      const Ledger ledger = book_.read();
+      const Ledger::Account activities = ledger.of("activities");
+      const bool went_back = activities.recorded < recorded || activities.delivered < delivered;
+      wrong_ += went_back || !ledger.isSound() ? 1U : 0U;
+      ++readings_;
+      recorded = activities.recorded;
+      delivered = activities.delivered;
+      std::this_thread::yield();
+    }
+  }
+
+  host::LedgerBook& book_;
+  std::atomic<bool> stopping_{false};
+  size_t readings_ = 0;
+  size_t wrong_ = 0;
+  std::thread thread_;
+};
+
+TEST(Threads, TheLedgerIsSoundAtEveryReadingAndExactAtTheEnd) {
+  constexpr size_t kRecorders = 3;
+  constexpr size_t kEventsEach = 150;
+  const test::ScratchFolder folder;
+  Machine machine(folder.path());
+  CountingService service;
+  AnsweringThread network(machine.loop, machine.gate, [&](const kit::Request& r) { return service.answer(r); });
+  AssembledKit parts(machine.around(network));
+  parts.properties.setFendoUserInfo_fendoUserNo(1001);
+  parts.properties.setFendoUserInfo_referralKey(7);
+  parts.launch();
+  ASSERT_FALSE(machine.loop.open().has_value());
+  machine.loop.async([&] { machine.notifications.post(kit::Notification::kApplicationDidBecomeActive); });
+
+  LedgerReader reader(machine.ledger);
+  std::vector<std::thread> recorders;
+  for (size_t recorder = 0; recorder < kRecorders; ++recorder) {
+    recorders.emplace_back([&] {
+      for (size_t i = 0; i < kEventsEach; ++i) {
+        EXPECT_TRUE(parts.services.addActivityOfApp("shop", "look", "", machine.clock.now()));
+        if (i % 5 == 0)
+          machine.loop.async([&] { parts.core->pushTracking(); });
+      }
+    });
+  }
+  std::thread impressions([&] {
+    for (size_t i = 0; i < kEventsEach; ++i) {
+      parts.properties.inOneStep([&] {
+        kit::MutableArray list(parts.properties.fendoImpressionInfos());
+        list.append(kit::Dictionary{{"campaignKey", 7}, {"createdAt", machine.clock.now()}});
+        parts.properties.setFendoImpressionInfos(Value(std::move(list)));
+      });
+      parts.properties.synchronize();
+    }
+  });
+  for (std::thread& recorder : recorders)
+    recorder.join();
+  impressions.join();
+  // One of two batches is accepted; what neither carried goes with the next.
+  for (int batch = 0; batch < 4; ++batch) {
+    EXPECT_TRUE(machine.bell.waitUntil([&] { return machine.busy() + network.inFlight() == 0; }));
+    machine.loop.async([&] { parts.core->pushTracking(); });
+  }
+  EXPECT_TRUE(machine.bell.waitUntil([&] { return machine.busy() + network.inFlight() == 0; }));
+  reader.stop();
+  machine.stopQueues();
+  network.shutdown();
+
+  EXPECT_GT(reader.readings(), 0U);
+  EXPECT_EQ(reader.wrong(), 0U);
+  const Ledger ledger = machine.ledger.read();
+  EXPECT_TRUE(ledger.isSound());
+  const Ledger::Account activities = ledger.of("activities");
+  EXPECT_EQ(service.looks().size(), kRecorders * kEventsEach);
+  EXPECT_EQ(activities.recorded, service.events()) << "with what the kit records of the session";
+  EXPECT_EQ(activities.delivered, activities.recorded);
+  EXPECT_THAT(activities.given_up, ::testing::IsEmpty());
+  EXPECT_EQ(ledger.of("impressions").recorded, kEventsEach);
+  EXPECT_EQ(ledger.of("impressions").under_way, 0U);
+  EXPECT_EQ(machine.log.countContaining("Exception"), 0U);
+  // The next process agrees.
+  machine.store.shutdown();
+  testing::RecordingLog log;
+  host::SqliteStore next({.place = {.folder = folder.path()}}, log);
+  host::LedgerBook book({.store = next, .endpoints = {}, .logger = services::Logger(machine.log_levels, log)});
+  EXPECT_EQ(book.read().of("activities").delivered, activities.delivered);
+  EXPECT_TRUE(book.read().isSound());
 }
 
 /// A service that loses the first two answers to each click and takes the click in with the third. Any thread.
@@ -284,9 +422,7 @@ TEST(Threads, ClicksThatAreRecordedCountedAndStruckOffTogetherAreNeverStoredTwic
   parts.properties.setFendoUserInfo_referralKey(7);
   parts.launch();
   ASSERT_FALSE(machine.loop.open().has_value());
-  const auto settle = [&] {
-    return machine.bell.waitUntil([&] { return machine.busy() + network.unanswered() == 0; });
-  };
+  const auto settle = [&] { return machine.bell.waitUntil([&] { return machine.busy() + network.inFlight() == 0; }); };
 
   // The main queue opens links and hears the answers while session ends count and resend on the background queue.
   std::function<void(int64_t)> open = [&](int64_t key) {
@@ -315,6 +451,10 @@ TEST(Threads, ClicksThatAreRecordedCountedAndStruckOffTogetherAreNeverStoredTwic
   EXPECT_EQ(parts.properties.reEngagementInfos(), Value(kit::Array{}));
   for (const auto& [key, count] : service.attempts())
     EXPECT_TRUE(stored.count(key) == 0 || count >= 3) << key;
+  const Ledger ledger = machine.ledger.read();
+  EXPECT_TRUE(ledger.isSound());
+  EXPECT_EQ(ledger.of("re-engagement clicks").under_way, 0U);
+  EXPECT_GE(ledger.of("re-engagement clicks").delivered, stored.size());
   EXPECT_EQ(machine.log.countContaining("Exception"), 0U);
 }
 
@@ -350,11 +490,9 @@ TEST(Threads, AShutdownWithARequestInFlightIsQuickRunsNoHandlerAndKeepsTheEvents
   SilentServer server;
   test::ScratchFolder folder;
   {
-    Machine machine(folder.path());
+    Machine machine(folder.path(), server.url());
     host::CurlTransport network({}, machine.loop, machine.gate);
-    Surroundings around = machine.around(network);
-    around.service_url = server.url();
-    AssembledKit parts(around);
+    AssembledKit parts(machine.around(network));
     parts.properties.setFendoUserInfo_fendoUserNo(1001);
     parts.properties.setFendoUserInfo_referralKey(7);
     parts.launch();
