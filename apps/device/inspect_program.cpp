@@ -38,14 +38,11 @@ int show(const Written& written, const Surroundings& surroundings) {
   const size_t newest = written.all ? std::numeric_limits<size_t>::max() : written.newest;
   if (const auto problem = inspect(written.folder, newest, inspection))
     return refuse(*problem, surroundings);
-  const TextStyle style{.is_coloured = surroundings.output_is_terminal, .cuts_long_text = !written.all};
+  const TextStyle style{.is_coloured = wantsColours(surroundings), .cuts_long_text = !written.all};
   const std::string text = written.json ? describeAsJson(inspection) : describe(inspection, style);
   const bool is_written = std::fwrite(text.data(), 1, text.size(), surroundings.output) == text.size() &&
                           std::fflush(surroundings.output) == 0;
-  if (is_written)
-    return 0;
-  surroundings.errors << "morvik-device: standard output cannot be written; keep its reader open" << std::endl;
-  return 1;
+  return is_written ? 0 : tellUnwritable(surroundings);
 }
 
 }  // namespace

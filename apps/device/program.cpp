@@ -21,8 +21,6 @@
 namespace morvik_device {
 namespace {
 
-constexpr int kExitOutputFailed = 1;
-
 int refuse(const std::string& line, const Surroundings& surroundings) {
   surroundings.errors << "morvik-device: " << line << std::endl;
   return kExitUsage;
@@ -86,10 +84,7 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
     output.verbDone(*last_verb, {});
   if (mistake)
     return refuse(*mistake, surroundings);
-  if (!output.failed())
-    return 0;
-  surroundings.errors << "morvik-device: standard output cannot be written; keep its reader open" << std::endl;
-  return kExitOutputFailed;
+  return output.failed() ? tellUnwritable(surroundings) : 0;
 }
 
 // What the program does beside running one device; each has a command line of its own. A name that is no option is a

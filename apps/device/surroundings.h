@@ -15,4 +15,10 @@ struct Surroundings {
   bool errors_are_terminal = false;
 };
 
+/// The exit status of a program whose output nobody took; says so first, and how to mend it.
+int tellUnwritable(const Surroundings& surroundings);
+
+/// Whether text on standard output is coloured: on a terminal, unless NO_COLOR is set and not empty.
+bool wantsColours(const Surroundings& surroundings);
+
 }  // namespace morvik_device

@@ -1,7 +1,6 @@
 #include "apps/device/simulation/simulate.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdlib>
 #include <exception>
 #include <fstream>
 #include <optional>
@@ -34,9 +33,7 @@ void describe(CLI::App& app, Written& written) {
 TimelineForm formFor(const Written& written, const Surroundings& surroundings) {
   if (written.json)
     return TimelineForm::kJson;
-  const char* no_color = std::getenv("NO_COLOR");
-  const bool wants_none = no_color != nullptr && *no_color != '\0';
-  return surroundings.output_is_terminal && !wants_none ? TimelineForm::kColoured : TimelineForm::kPlain;
+  return wantsColours(surroundings) ? TimelineForm::kColoured : TimelineForm::kPlain;
 }
 
 /// At most one byte more than a scenario may have: its reader then refuses it.
@@ -69,8 +66,7 @@ int play(const Scenario& scenario, const Written& written, const Surroundings& s
   }
   if (std::fflush(surroundings.output) == 0 && !timeline.failed())
     return met ? 0 : kExitNotMet;
-  surroundings.errors << "morvik-device: standard output cannot be written; keep its reader open" << std::endl;
-  return kExitNotMet;
+  return tellUnwritable(surroundings);
 }
 
 int playFile(const Written& written, const Surroundings& surroundings) {

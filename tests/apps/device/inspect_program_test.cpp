@@ -13,6 +13,7 @@
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
 #include "tests/support/captured_file.h"
+#include "tests/support/environment_variable.h"
 #include "tests/support/folder_state.h"
 #include "tests/support/scratch_folder.h"
 
@@ -31,11 +32,11 @@ class InspectProgram : public ::testing::Test {
   std::unique_ptr<host::SqliteStore> open() {
     return std::make_unique<host::SqliteStore>(host::SqliteStoreOptions{.place = {.folder = folder_.path()}}, log_);
   }
-  int run(const std::vector<std::string>& arguments) {
+  int run(const std::vector<std::string>& arguments, bool on_terminal = false) {
     morvik::test::CapturedFile output;
     std::istringstream no_input;
     std::ostringstream errors;
-    const int status = runProgram(arguments, {no_input, output.file(), errors});
+    const int status = runProgram(arguments, {no_input, output.file(), errors, on_terminal, false});
     output_ = output.text();
     errors_ = errors.str();
     return status;
@@ -46,6 +47,17 @@ class InspectProgram : public ::testing::Test {
   std::string output_;
   std::string errors_;
 };
+
+TEST_F(InspectProgram, IsColouredOnATerminalUnlessThatIsNotWanted) {
+  open();
+  morvik::test::EnvironmentVariable no_color("NO_COLOR");
+  no_color.unset();
+  ASSERT_EQ(run({"inspect", folder_.path()}, true), 0);
+  EXPECT_THAT(output_, HasSubstr("\x1b["));
+  no_color.set("1");
+  ASSERT_EQ(run({"inspect", folder_.path()}, true), 0);
+  EXPECT_THAT(output_, Not(HasSubstr("\x1b[")));
+}
 
 TEST_F(InspectProgram, ShowsAStoreThatAnAppHoldsAndTouchesNothing) {
   const auto owner = open();

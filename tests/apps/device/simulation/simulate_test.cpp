@@ -4,12 +4,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <sstream>
 
 #include "apps/device/options.h"
 #include "apps/device/program.h"
 #include "tests/support/captured_file.h"
+#include "tests/support/environment_variable.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik_device::simulation {
@@ -284,16 +284,11 @@ TEST_F(Simulate, IsColouredOnATerminalUnlessThatIsNotWanted) {
     EXPECT_EQ(runProgram({"--simulate", file_}, {no_input, output.file(), errors, true, false}), 0);
     return output.text();
   };
-  const char* before = std::getenv("NO_COLOR");
-  const std::string kept = before == nullptr ? "" : before;
-  ::unsetenv("NO_COLOR");
+  morvik::test::EnvironmentVariable no_color("NO_COLOR");
+  no_color.unset();
   EXPECT_THAT(on_terminal(), HasSubstr("\033["));
-  ::setenv("NO_COLOR", "1", 1);
+  no_color.set("1");
   EXPECT_THAT(on_terminal(), Not(HasSubstr("\033[")));
-  if (before == nullptr)
-    ::unsetenv("NO_COLOR");
-  else
-    ::setenv("NO_COLOR", kept.c_str(), 1);
 }
 
 TEST_F(Simulate, CutsWhatIsLongInItsTimeline) {

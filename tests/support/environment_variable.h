@@ -1,0 +1,35 @@
+// A variable of the environment that is another one for the time of a test.
+#pragma once
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace morvik::test {
+
+/// Restores what was there when it goes. Of one thread.
+class EnvironmentVariable {
+ public:
+  explicit EnvironmentVariable(std::string name) : name_(std::move(name)) {
+    if (const char* before = std::getenv(name_.c_str()))
+      before_ = before;
+  }
+  ~EnvironmentVariable() {
+    if (before_)
+      set(*before_);
+    else
+      unset();
+  }
+  EnvironmentVariable(const EnvironmentVariable&) = delete;
+  EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
+
+  void set(const std::string& value) { ::setenv(name_.c_str(), value.c_str(), 1); }
+  void unset() { ::unsetenv(name_.c_str()); }
+
+ private:
+  const std::string name_;
+  std::optional<std::string> before_;
+};
+
+}  // namespace morvik::test
