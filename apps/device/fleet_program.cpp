@@ -8,17 +8,14 @@
 #include <thread>
 #include <utility>
 
-#include "apps/device/grouped_number.h"
+#include "apps/device/fleet_text.h"
 #include "apps/device/mode_arguments.h"
 #include "apps/device/progress_bar.h"
-#include "kit/value.h"
-#include "services/json_writer.h"
 #include "simulation/fleet.h"
 
 namespace morvik_device {
 namespace {
 
-namespace kit = morvik::kit;
 namespace simulation = morvik::simulation;
 
 constexpr double kMostADay = 1000;
@@ -29,7 +26,7 @@ struct Written {
   bool json = false;
 };
 
-void describe(CLI::App& app, Written& written) {
+void describeOptions(CLI::App& app, Written& written) {
   simulation::FleetOptions& fleet = written.fleet;
   fleet.workers = std::max(1U, std::thread::hardware_concurrency());
   app.add_option("--fleet", fleet.devices, "devices")->check(CLI::Range(uint64_t{1}, simulation::kMaxFleetDevices));
@@ -50,65 +47,6 @@ void describe(CLI::App& app, Written& written) {
   app.add_flag("--json", written.json, "the result as one line of JSON");
 }
 
-std::string counted(uint64_t number, const std::string& one, const std::string& many) {
-  return grouped(number) + " " + (number == 1 ? one : many);
-}
-
-std::string describe(const simulation::FleetOptions& options, const simulation::FleetResult& result) {
-  const auto& counts = result.counts;
-  const auto& account = result.account;
-  std::string text;
-  text += "fleet      " + counted(options.devices, "device", "devices") + ", " + counted(options.days, "day", "days") +
-          " each, seed " + std::to_string(options.seed) + "\n";
-  text += "lived      " + counted(counts.days, "device-day", "device-days") + ", " +
-          counted(counts.sessions, "session", "sessions") + ", " + counted(counts.requests, "request", "requests") +
-          "\n";
-  text += "troubles   " + counted(counts.deaths, "process died", "processes died") + ", " +
-          counted(counts.offline_phases, "offline phase", "offline phases") + ", " +
-          counted(counts.faults, "spoiled answer", "spoiled answers") + "\n";
-  text += "service    " + counted(result.installs, "install", "installs") + " attributed, " +
-          counted(account.arrived_again, "event", "events") + " arrived again, each counted once\n";
-  text += "account    " + grouped(account.recorded) + " recorded = " + grouped(account.delivered) + " delivered + " +
-          grouped(account.stored) + " still stored + " + grouped(account.given_up_by_rule) + " given up by rule\n";
-  for (const std::string& each : result.losses)
-    text += "LOST       " + each + "\n";
-  text += result.balances() ? "balances\n" : "DOES NOT BALANCE: " + grouped(account.lost) + " lost\n";
-  return text;
-}
-
-kit::Value number(uint64_t value) {
-  return kit::Value(static_cast<int64_t>(value));
-}
-
-std::string describeAsJson(const simulation::FleetOptions& options, const simulation::FleetResult& result) {
-  const auto& counts = result.counts;
-  const auto& account = result.account;
-  kit::MutableArray losses;
-  for (const std::string& each : result.losses)
-    losses.append(each);
-  const kit::Value line = kit::Dictionary{{"devices", number(options.devices)},
-                                          {"days", number(options.days)},
-                                          {"seed", std::to_string(options.seed)},
-                                          {"device_days", number(counts.days)},
-                                          {"sessions", number(counts.sessions)},
-                                          {"requests", number(counts.requests)},
-                                          {"deaths", number(counts.deaths)},
-                                          {"offline_phases", number(counts.offline_phases)},
-                                          {"spoiled_answers", number(counts.faults)},
-                                          {"installs", number(result.installs)},
-                                          {"recorded", number(account.recorded)},
-                                          {"delivered", number(account.delivered)},
-                                          {"stored", number(account.stored)},
-                                          {"given_up_by_rule", number(account.given_up_by_rule)},
-                                          {"lost", number(account.lost)},
-                                          {"arrived_again", number(account.arrived_again)},
-                                          {"losses", kit::Value(std::move(losses))},
-                                          {"balances", result.balances()}};
-  std::string text;
-  morvik::services::appendJsonDescription(line, text);
-  return text + "\n";
-}
-
 int live(const Written& written, const Surroundings& surroundings) {
   const auto began = std::chrono::steady_clock::now();
   const uint64_t device_days = written.fleet.devices * written.fleet.days;
@@ -125,7 +63,9 @@ int live(const Written& written, const Surroundings& surroundings) {
   std::snprintf(speed.data(), speed.size(), "took %.1f s: %.0f device-days a second", took.count(),
                 static_cast<double>(result.counts.days) / took.count());
   surroundings.errors << speed.data() << std::endl;
-  return result.balances() && is_written ? 0 : 1;
+  if (!is_written)
+    return tellUnwritable(surroundings);
+  return result.balances() ? 0 : 1;
 }
 
 }  // namespace
@@ -134,7 +74,7 @@ int runFleet(std::vector<std::string> arguments, const Surroundings& surrounding
   Written written;
   CLI::App app("Many devices live against one service in this process, and their account is balanced.",
                "morvik-device --fleet");
-  describe(app, written);
+  describeOptions(app, written);
   if (const auto status = readModeArguments(app, std::move(arguments), "morvik-device --fleet 1 --help", surroundings))
     return *status;
   if (written.untroubled)

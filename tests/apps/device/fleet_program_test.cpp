@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <sstream>
 
 #include "apps/device/program.h"
@@ -61,6 +62,16 @@ TEST_F(FleetProgram, RefusesOptionsThatCannotBe) {
   EXPECT_THAT(errors_, HasSubstr("--days"));
   EXPECT_EQ(run({"--fleet", "2", "--store", "somewhere"}), 2);
   EXPECT_THAT(errors_, HasSubstr("--store"));
+}
+
+TEST_F(FleetProgram, SaysWhenItsOutputCannotBeWritten) {
+  std::FILE* full = std::fopen("/dev/full", "w");
+  ASSERT_NE(full, nullptr);
+  std::istringstream no_input;
+  std::ostringstream errors;
+  EXPECT_EQ(runProgram({"--fleet", "1", "--days", "1"}, {no_input, full, errors}), 1);
+  std::fclose(full);
+  EXPECT_THAT(errors.str(), HasSubstr("morvik-device: standard output cannot be written; keep its reader open\n"));
 }
 
 TEST_F(FleetProgram, TellsItsOptions) {
