@@ -1,11 +1,10 @@
 #include "apps/device/inspection_text.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <vector>
 
 #include "apps/device/grouped_number.h"
+#include "apps/device/visible.h"
 #include "morvik/morvik.h"
 #include "services/converters.h"
 #include "services/dates.h"
@@ -26,36 +25,6 @@ constexpr double kMostMilliseconds = 1e15;
 
 bool continuesACharacter(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
-}
-
-/// Bytes of the well-formed character at the beginning of `text`, if it is one that is seen; else 0.
-size_t visibleCharacter(std::string_view text) {
-  const auto first = static_cast<unsigned char>(text.front());
-  if (first < 0x80)
-    return first >= 0x20 && first != 0x7F ? 1 : 0;
-  size_t size = 1;
-  while (size < text.size() && size < 4 && continuesACharacter(text[size]))
-    ++size;
-  // The control characters of the upper half.
-  const bool is_control = first == 0xC2 && size > 1 && static_cast<unsigned char>(text[1]) < 0xA0;
-  return size > 1 && !is_control && services::isUtf8(text.substr(0, size)) ? size : 0;
-}
-
-std::string visible(std::string_view text) {
-  std::string shown;
-  while (!text.empty()) {
-    const size_t size = visibleCharacter(text);
-    if (size > 0) {
-      shown.append(text.substr(0, size));
-    } else {
-      std::array<char, 8> escaped{};
-      std::snprintf(escaped.data(), escaped.size(), "\\x%02x",
-                    static_cast<unsigned>(static_cast<unsigned char>(text.front())));
-      shown += escaped.data();
-    }
-    text.remove_prefix(std::max<size_t>(size, 1));
-  }
-  return shown;
 }
 
 size_t charactersOf(std::string_view text) {

@@ -13,6 +13,7 @@
 #include "apps/device/simulation/player.h"
 #include "apps/device/simulation/scenario_reader.h"
 #include "apps/device/simulation/yaml_tree.h"
+#include "apps/device/visible.h"
 
 namespace morvik_device::simulation {
 namespace {
@@ -50,7 +51,7 @@ std::optional<std::string> contentOf(const std::string& path) {
 }
 
 int refuse(const std::string& line, const Surroundings& surroundings) {
-  surroundings.errors << line << std::endl;
+  surroundings.errors << visible(line) << std::endl;
   return kExitUsage;
 }
 

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "apps/device/visible.h"
 #include "services/dates.h"
 #include "services/json_writer.h"
 
@@ -67,18 +68,14 @@ kit::MutableDictionary jsonLine(int64_t at_milliseconds, const char* kind) {
   return line;
 }
 
-// A log message may have several lines; the next ones stand under the first. What else would move the cursor of a
-// terminal, or speak to it, is shown as a question mark.
-std::string indented(const std::string& text, size_t column) {
-  constexpr unsigned char kFirstShown = 0x20;
+// A log message may have several lines; the next ones stand under the first.
+std::string indented(std::string_view text, size_t column) {
   std::string out;
-  for (const char c : text) {
-    if (c == '\n')
-      out.append(1, c).append(column, ' ');
-    else
-      out.push_back(static_cast<unsigned char>(c) < kFirstShown || c == '\x7f' ? '?' : c);
+  for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+    out.append(visible(text.substr(0, end))).append(1, '\n').append(column, ' ');
+    text.remove_prefix(end + 1);
   }
-  return out;
+  return out + visible(text);
 }
 
 }  // namespace
@@ -91,7 +88,7 @@ std::string Timeline::coloured(const char* colour, const std::string& text) cons
 }
 
 std::string Timeline::where(const Expectation& expectation) const {
-  return file_ + ":" + std::to_string(expectation.place.line);
+  return visible(file_) + ":" + std::to_string(expectation.place.line);
 }
 
 void Timeline::begin(const Scenario& scenario) {
@@ -101,8 +98,8 @@ void Timeline::begin(const Scenario& scenario) {
         {"kind", "story"}, {"story", scenario.story}, {"file", file_}, {"start", start}, {"seed", seed_}});
     return;
   }
-  write(coloured(kBold, scenario.story) + "\n" +
-        coloured(kDim, file_ + ", from " + start + ", seed " + std::to_string(seed_)) + "\n\n");
+  write(coloured(kBold, visible(scenario.story)) + "\n" +
+        coloured(kDim, visible(file_) + ", from " + start + ", seed " + std::to_string(seed_)) + "\n\n");
 }
 
 void Timeline::happened(const Happening& happening) {
@@ -134,8 +131,8 @@ void Timeline::judged(int64_t at_milliseconds, const Expectation& expectation, c
   }
   writeLine(at_milliseconds, kRed, "expected", "MISSED: " + verdict.expected);
   write("\n" + coloured(kRed, where(expectation) + ": this expectation is not met") + "\n  expected  " +
-        verdict.expected + "\n  got       " + verdict.got + "\n  seed      " + std::to_string(seed_) +
-        " (morvik-device --simulate " + file_ + " --seed " + std::to_string(seed_) + " plays it again)\n");
+        visible(verdict.expected) + "\n  got       " + visible(verdict.got) + "\n  seed      " + std::to_string(seed_) +
+        " (morvik-device --simulate " + visible(file_) + " --seed " + std::to_string(seed_) + " plays it again)\n");
 }
 
 void Timeline::end(size_t met, bool missed) {

@@ -141,8 +141,9 @@ class TreeBuilder : public YAML::EventHandler {
 
 YamlNode readYaml(std::string_view text) {
   if (text.size() > kMaxScenarioBytes) {
-    throw Mistake({}, "the file has " + std::to_string(text.size()) + " bytes; expected at most " +
-                          std::to_string(kMaxScenarioBytes));
+    // Its reader may have stopped there, so nobody knows how many it has.
+    throw Mistake({},
+                  "the file has more than " + std::to_string(kMaxScenarioBytes) + " bytes; expected at most so many");
   }
   if (text.find('\0') != std::string_view::npos)
     throw Mistake({}, "the file holds a zero byte; expected a text in UTF-8");

@@ -160,13 +160,18 @@ TEST_F(Simulate, PlaysNothingOfAFileWithAMistake) {
   EXPECT_THAT(errors_, StartsWith(file_ + ":4:9: \"activ\" is no verb; use one of: active, "));
 }
 
+TEST_F(Simulate, LetsNoMistakeSpeakToTheTerminal) {
+  EXPECT_EQ(play("story: s\nsteps: [{do: \"\\e[2Jactive\"}]\nexpect: {delivered: a/b}\n"), kExitUsage);
+  EXPECT_THAT(errors_, StartsWith(file_ + ":2:14: \"\\x1b[2Jactive\" is no verb; "));
+}
+
 TEST_F(Simulate, RefusesWhatItCannotRead) {
   EXPECT_EQ(run({"--simulate", folder_ / "nowhere.yaml"}), kExitUsage);
   EXPECT_EQ(errors_,
             "morvik-device: cannot read " + (folder_ / "nowhere.yaml") + "; name a scenario that can be read\n");
   EXPECT_EQ(run({"--simulate", folder_.path()}), kExitUsage);
   EXPECT_EQ(play(std::string(2'000'000, '#')), kExitUsage);
-  EXPECT_EQ(errors_, file_ + ":1:1: the file has 1048577 bytes; expected at most 1048576\n");
+  EXPECT_EQ(errors_, file_ + ":1:1: the file has more than 1048576 bytes; expected at most so many\n");
 }
 
 TEST_F(Simulate, RefusesOptionsThatAreNotItsOwn) {

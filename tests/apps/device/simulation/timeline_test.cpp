@@ -73,8 +73,21 @@ TEST(Timeline, HasColoursWhereTheyAreWanted) {
 TEST(Timeline, LetsNobodySpeakToTheTerminal) {
   morvik::test::CapturedFile output;
   Timeline timeline(output.file(), TimelineForm::kPlain, "a.yaml", 7);
-  timeline.happened(happening(0, Happening::Kind::kAnswer, "tracking  200 \033[2Ja\rb\x7f"));
-  EXPECT_EQ(output.text(), "       0:00:00.000    <-      tracking  200 ?[2Ja?b?\n");
+  timeline.happened(happening(0, Happening::Kind::kAnswer, "tracking  200 \033[2Ja\rb\x7f\xc2\x9b"));
+  EXPECT_EQ(output.text(), "       0:00:00.000    <-      tracking  200 \\x1b[2Ja\\x0db\\x7f\\xc2\\x9b\n");
+}
+
+TEST(Timeline, LetsNoTitleAndNoExpectationSpeakToTheTerminalEither) {
+  morvik::test::CapturedFile output;
+  Timeline timeline(output.file(), TimelineForm::kPlain, "a\033.yaml", 7);
+  Scenario scenario = story();
+  scenario.story = "A \033[2Jstory\nin two lines";
+  timeline.begin(scenario);
+  timeline.judged(1'000, {.place = {12, 5}}, {.met = false, .expected = "x\033[2J\r", .got = "y\033[2J\n"});
+  EXPECT_EQ(output.text().find_first_of("\033\r"), std::string::npos);
+  EXPECT_EQ(output.text().find("A \\x1b[2Jstory\\x0ain two lines\na\\x1b.yaml, from "), 0U);
+  EXPECT_NE(output.text().find("  expected  x\\x1b[2J\\x0d\n  got       y\\x1b[2J\\x0a\n"), std::string::npos)
+      << output.text();
 }
 
 TEST(Timeline, IsJsonForMachines) {

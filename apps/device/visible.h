@@ -1,0 +1,13 @@
+// Texts of others, made fit for a terminal.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace morvik_device {
+
+/// One line: control characters and bytes that are no UTF-8 are written as \xNN, so that nothing in `text` can move
+/// the reader's cursor or speak to the terminal.
+std::string visible(std::string_view text);
+
+}  // namespace morvik_device
