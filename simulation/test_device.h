@@ -2,8 +2,10 @@
 // network that the test holds in its hand. Everything has a default.
 //
 //   simulation::TestDevice device;
-//   device.open();                                        // the user opens the app: a session, the install's
-//   attribution device.kit().addActivity("shop", "purchase"); device.goOffline(); device.leave();
+//   device.open();                                        // a session begins, the install is attributed
+//   device.kit().addActivity("shop", "purchase");
+//   device.goOffline();
+//   device.leave();
 //   device.advance(std::chrono::days(3));                 // takes no time
 //   device.kill();                                        // the system ends the process
 //   device.goOnline();

@@ -77,6 +77,28 @@ test("a request opens into payload, answer, headers and body", async () => {
   await lay("request");
 });
 
+test("of two requests opened one after the other the later one stays, whichever answer comes first", async () => {
+  const ids = page.locator("#rows .row .id");
+  const [first, second] = [await ids.nth(0).textContent(), await ids.nth(1).textContent()];
+  let letGo;
+  const held = new Promise((resolve) => { letGo = resolve; });
+  const isFirst = (url) => url.pathname === "/inspect/request" && url.searchParams.get("id") === first;
+  await page.route(isFirst, async (route) => {
+    await held;
+    await route.continue();
+  });
+  const answered = page.waitForResponse((response) => isFirst(new URL(response.url())));
+  await ids.nth(0).click();
+  await ids.nth(1).click();
+  const number = page.locator("#detail .tag", { hasText: "number" });
+  await untilText(number, `number ${second}`);
+  letGo();
+  await (await answered).finished();
+  await page.evaluate(async () => (await fetch("/inspect/forms")).json());
+  assert.equal(await number.textContent(), `number ${second}`);
+  await page.unroute(isFirst);
+});
+
 test("what is garbage is shown with what is wrong, and as text", async () => {
   const markup = "<img src=x onerror=alert(1)>";
   const answer = await page.context().request.post(`${stage.url}v1/tracking`, { data: `k=${markup}`, headers: { "Content-Type": "application/x-www-form-urlencoded" }, ignoreHTTPSErrors: true });
