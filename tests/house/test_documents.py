@@ -35,6 +35,18 @@ class TheDocuments(unittest.TestCase):
                     path = os.path.normpath(os.path.join(tree.ROOT, os.path.dirname(document), target))
                     self.assertTrue(os.path.exists(path))
 
+    def test_every_test_that_the_guarantees_name_is_there(self):
+        there = set()
+        for folder, _, names in os.walk(os.path.join(tree.ROOT, "tests")):
+            for name in names:
+                if name.endswith(".cpp"):
+                    text = tree.read(folder, name)
+                    there |= {".".join(test) for test in re.findall(r"(?m)^TEST(?:_F|_P)?\((\w+),\s*(\w+)\)", text)}
+        for document in ("docs/guarantees.md", "docs/testing.md"):
+            named = set(re.findall(r"`([A-Z]\w*\.[A-Z]\w*)`", tree.read(tree.ROOT, document)))
+            self.assertGreater(len(named), 2)
+            self.assertEqual(sorted(named - there), [], document)
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -18,7 +18,7 @@
 #include "testing/sealed_payload.h"
 #include "testing/virtual_loop.h"
 #include "tests/journey/assembled_kit.h"
-#include "tests/support/paths.h"
+#include "tests/support/document_block.h"
 
 namespace morvik::journey {
 namespace {
@@ -26,9 +26,6 @@ namespace {
 using kit::Dictionary;
 using kit::Value;
 using testing::Answer;
-
-constexpr const char* kBegin = "<!-- fields: begin -->\n";
-constexpr const char* kEnd = "<!-- fields: end -->\n";
 
 /// Stands in every text that the app, its user, a link, a crash or the ad client makes up, so that it is known again
 /// wherever it leaves.
@@ -384,17 +381,7 @@ std::string wantedBlock() {
 }
 
 TEST(Privacy, TheDocumentNamesEveryFieldThatLeaves) {
-  std::ifstream file(test::sourceDir() + "/docs/privacy.md", std::ios::binary);
-  const std::string document{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  const size_t begin = document.find(kBegin);
-  const size_t end = document.find(kEnd);
-  ASSERT_NE(begin, std::string::npos);
-  ASSERT_NE(end, std::string::npos);
-  const size_t first = begin + std::string_view(kBegin).size();
-  const std::string wanted = wantedBlock();
-  EXPECT_TRUE(document.substr(first, end - first) == wanted)
-      << "What leaves is not what docs/privacy.md says. If that is meant, put this between its two markers:\n"
-      << kBegin << wanted << kEnd;
+  test::expectDocumentBlock("docs/privacy.md", "fields", wantedBlock());
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <set>
 #include <string>
 
+#include "tests/support/document_block.h"
+
 namespace morvik::host {
 namespace {
 
@@ -61,6 +63,15 @@ TEST(LedgerReasons, ThatAKindDoesNotHaveAreUnexplained) {
   const LedgerRule& rule = ledgerRules()[ledgerRuleOf(LedgerKind::kCrashReports, LedgerReason::kSixthSessionEnd)];
   EXPECT_EQ(rule.kind, LedgerKind::kCrashReports);
   EXPECT_EQ(rule.reason, LedgerReason::kUnexplained);
+}
+
+TEST(LedgerReasons, StandAllInTheDocument) {
+  std::string table = "| Records | Given up for this reason | By a rule |\n|---|---|---|\n";
+  for (const LedgerRule& rule : ledgerRules()) {
+    table += std::string("| ") + kLedgerKindNames[static_cast<size_t>(rule.kind)] + " | " + rule.words + " | " +
+             (rule.by_rule ? "yes" : "no") + " |\n";
+  }
+  test::expectDocumentBlock("docs/guarantees.md", "reasons of the ledger", table);
 }
 
 // Stores of released versions hold them.

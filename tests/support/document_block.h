@@ -1,0 +1,33 @@
+// A part of a document that a test could have written: it stands between two markers, and is what the code does.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "tests/support/paths.h"
+
+namespace morvik::test {
+
+/// `document` below the root folder; the markers are the lines "<!-- NAME: begin -->" and "<!-- NAME: end -->". Prints
+/// the block that is wanted when another stands there.
+inline void expectDocumentBlock(const std::string& document, const std::string& name, const std::string& wanted) {
+  const std::string begin_marker = "<!-- " + name + ": begin -->\n";
+  const std::string end_marker = "<!-- " + name + ": end -->\n";
+  std::ifstream file(sourceDir() + "/" + document, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  const size_t begin = text.find(begin_marker);
+  const size_t end = text.find(end_marker);
+  ASSERT_NE(begin, std::string::npos) << document << " has no " << begin_marker;
+  ASSERT_NE(end, std::string::npos) << document << " has no " << end_marker;
+  const size_t first = begin + begin_marker.size();
+  ASSERT_LE(first, end);
+  EXPECT_TRUE(text.substr(first, end - first) == wanted)
+      << "The code does something else than " << document
+      << " says. If that is meant, put this between its two markers:\n"
+      << begin_marker << wanted << end_marker;
+}
+
+}  // namespace morvik::test
