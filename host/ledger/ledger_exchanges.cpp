@@ -25,8 +25,10 @@ std::string_view sealedIn(std::string_view body) {
 }  // namespace
 
 void LedgerExchanges::wasSealed(std::string_view sealed, LedgerExchange payload) {
-  if (payload.endpoint == LedgerEndpoint::kTracking)
+  if (payload.endpoint == LedgerEndpoint::kTracking) {
     std::erase_if(unsent_, [](const Unsent& each) { return each.exchange.endpoint == LedgerEndpoint::kTracking; });
+    refused_.reset();
+  }
   if (unsent_.size() == kMaxUnsentPayloads)
     unsent_.erase(unsent_.begin());
   unsent_.push_back({markOf(sealed), std::move(payload)});
@@ -65,18 +67,25 @@ LedgerExchange* LedgerExchanges::running() {
 
 LedgerExchange LedgerExchanges::end(uint64_t id) {
   running_ = 0;
-  return std::move(exchanges_.extract(id).mapped());
+  LedgerExchange ended = std::move(exchanges_.extract(id).mapped());
+  // Its ids stay noted, and the answer to an earlier batch that is still under way may delete them.
+  if (ended.endpoint == LedgerEndpoint::kTracking && ended.answer && !ended.isAccepted())
+    refused_ = ended;
+  return ended;
 }
 
 bool LedgerExchanges::isLeftOut(const kit::Value& event_id) const {
   const auto leaves_out = [&](const LedgerExchange& exchange) {
     return !exchange.left_out_id.isAbsent() && exchange.left_out_id == event_id;
   };
-  return std::any_of(exchanges_.begin(), exchanges_.end(), [&](const auto& each) { return leaves_out(each.second); }) ||
+  return (refused_ && leaves_out(*refused_)) ||
+         std::any_of(exchanges_.begin(), exchanges_.end(), [&](const auto& each) { return leaves_out(each.second); }) ||
          std::any_of(unsent_.begin(), unsent_.end(), [&](const Unsent& each) { return leaves_out(each.exchange); });
 }
 
-bool LedgerExchanges::isInUnsentBatch(const kit::Value& event_id) {
+bool LedgerExchanges::isNotedAlone(const kit::Value& event_id) {
+  if (refused_ && refused_->activities.contains(event_id.string()))
+    return true;
   return std::any_of(unsent_.begin(), unsent_.end(),
                      [&](Unsent& each) { return each.exchange.activities.contains(event_id.string()); });
 }

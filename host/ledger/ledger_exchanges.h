@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -42,11 +43,11 @@ class LedgerExchanges {
   LedgerExchange end(uint64_t id);
 
   // What they carry.
-  /// Whether one leaves out the "end" of a kept session with this id, sealed ones included.
+  /// Whether one leaves out the "end" of a kept session with this id, those included whose ids are noted alone.
   bool isLeftOut(const kit::Value& event_id) const;
-  /// Whether a batch that was sealed and has not left carries this event: of an install without a referral record none
-  /// leaves, but its ids are noted.
-  bool isInUnsentBatch(const kit::Value& event_id);
+  /// Whether this event is in a batch that is not under way and whose ids are noted all the same: one that was sealed
+  /// and has not left (of an install without a referral record none leaves), or one that was answered and not accepted.
+  bool isNotedAlone(const kit::Value& event_id);
   /// A click that a request alone had is in the store now. False: none had it so.
   bool clickWasStored(const kit::Value& click);
   /// The numbers of those that carry this version of a demographic value, but for `except`.
@@ -63,6 +64,7 @@ class LedgerExchanges {
   std::map<uint64_t, LedgerExchange> exchanges_;
   uint64_t last_exchange_ = 0;
   std::vector<Unsent> unsent_;
+  std::optional<LedgerExchange> refused_;  ///< the latest batch that was answered and not accepted, until the next
   uint64_t running_ = 0;
   std::thread::id running_thread_;
 };

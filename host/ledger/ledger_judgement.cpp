@@ -29,7 +29,7 @@ Reason whyActivityGone(const LedgerDeparture& departure, const kit::Value& recor
     return Reason::kUnexplained;
   if (exchanges.isLeftOut(id))
     return Reason::kKeptSession;
-  return is_carried || exchanges.isInUnsentBatch(id) ? Reason::kPlaceTaken : Reason::kUnexplained;
+  return is_carried || exchanges.isNotedAlone(id) ? Reason::kPlaceTaken : Reason::kUnexplained;
 }
 
 }  // namespace

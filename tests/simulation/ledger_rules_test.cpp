@@ -176,6 +176,16 @@ TEST_F(LedgerRules, CountAsDeliveredWhatAnotherBatchsAnswerDeletedOnceItsOwnIsAc
   EXPECT_EQ(of("activities").delivered, delivered + under_way);
 }
 
+TEST_F(LedgerRules, KnowABatchThatWasRefusedAndThenDeletedByTheAnswerToAnEarlierOne) {
+  letTwoBatchesOverlap(Answer::json(Dictionary{{"Result", false}}).after(3));
+  machine.loop.advance(5);
+  EXPECT_THAT(givenUp("activities"), IsEmpty());
+  EXPECT_EQ(of("activities").delivered, 0U);
+  machine.loop.advance(6);
+  EXPECT_GT(of("activities").delivered, 0U);
+  EXPECT_GT(givenUp("activities")["deleted by the answer to another batch, and their own was not accepted"], 0U);
+}
+
 TEST_F(LedgerRules, GiveUpWhatWasUnderWayAloneWhenTheProcessEnded) {
   letTwoBatchesOverlap(accepted().after(14));
   machine.loop.advance(11);

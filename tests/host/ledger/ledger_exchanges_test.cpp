@@ -79,12 +79,27 @@ TEST(LedgerExchanges, ForgetTheOldestPayloadPastTheLimit) {
 TEST(LedgerExchanges, KeepOneBatchThatHasNotLeft) {
   LedgerExchanges exchanges;
   exchanges.wasSealed(sealed("one"), batchOf("a"));
-  EXPECT_TRUE(exchanges.isInUnsentBatch("a"));
+  EXPECT_TRUE(exchanges.isNotedAlone("a"));
   exchanges.wasSealed(sealed("click"), withClick(1));
   exchanges.wasSealed(sealed("two"), batchOf("b"));
-  EXPECT_FALSE(exchanges.isInUnsentBatch("a"));
-  EXPECT_TRUE(exchanges.isInUnsentBatch("b"));
+  EXPECT_FALSE(exchanges.isNotedAlone("a"));
+  EXPECT_TRUE(exchanges.isNotedAlone("b"));
   EXPECT_EQ(exchanges.takeSealed(LedgerEndpoint::kReEngagement, "j=" + sealed("click")).click, click(1));
+}
+
+TEST(LedgerExchanges, RememberTheBatchThatWasAnsweredAndNotAcceptedUntilTheNext) {
+  LedgerExchanges exchanges;
+  LedgerExchange batch = batchOf("a");
+  batch.left_out_id = "end";
+  const uint64_t id = exchanges.begin(std::move(batch));
+  exchanges.handlerBegins(id);
+  exchanges.running()->answer = kit::Value(kit::Dictionary{{"Result", false}});
+  exchanges.end(id);
+  EXPECT_TRUE(exchanges.isNotedAlone("a"));
+  EXPECT_TRUE(exchanges.isLeftOut("end"));
+  exchanges.wasSealed(sealed("next"), batchOf("b"));
+  EXPECT_FALSE(exchanges.isNotedAlone("a"));
+  EXPECT_FALSE(exchanges.isLeftOut("end"));
 }
 
 TEST(LedgerExchanges, RunOneHandlerOnItsThreadAlone) {
