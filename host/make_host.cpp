@@ -194,10 +194,23 @@ void watchProcess(HostParts& parts) {
     reportCrashes(parts);
 }
 
+/// The device is the one that the file knows, also in what is sent from here on.
+void takeOverIdentifiers(HostParts& parts) {
+  const DeviceDescription& device = parts.options.options.device;
+  if (device.idfa.source() == Identifier::Source::kMadeAndKept)
+    parts.util.replaceIDFA(advertisingId(parts).value_or(""));
+  if (device.puid.source() == Identifier::Source::kMadeAndKept)
+    parts.puid.replaceDeviceId(keptIdentifier(*parts.store, kDeviceIdKey, *parts.random));
+  parts.common.replace(identityOf(parts));
+}
+
 /// What is mirrored of the store is loaded again when the store could not be read at first: a user who asked to be
 /// forgotten is, from then on.
 void followTheStore(HostParts& parts) {
-  parts.store->setWhenTakenOver([&parts] { parts.main_loop->async([&parts] { parts.services.loadMirrors(); }); });
+  parts.store->setWhenTakenOver([&parts] {
+    takeOverIdentifiers(parts);
+    parts.main_loop->async([&parts] { parts.services.loadMirrors(); });
+  });
 }
 
 std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, const HostOptions& options,
@@ -235,7 +248,7 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
       facts(machine.makeFacts()),
       plain_store(machine.makeStore(options.options.store_folder, *log_sink)),
       ledger(ledgerParts(*this)),
-      store(std::make_unique<LedgerStore>(*plain_store, ledger, house_lock)),
+      store(std::make_unique<LedgerStore>(*plain_store, ledger)),
       properties(*store, house_lock),
       main_loop(machine.makeMainLoop(options.options.main_queue, logger)),
       background(machine.makeBackground(logger)),

@@ -1,5 +1,7 @@
 #include "host/siblings/MorvikADGetPUID.h"
 
+#include <utility>
+
 #include "host/crypto/hmac.h"
 
 namespace morvik::host {
@@ -9,6 +11,14 @@ std::optional<std::string> MorvikADGetPUID::getAESHashedPUID() const {
   if (!puid_ && device_id_)
     puid_ = hmacSha256Hex(app_key_, *device_id_);
   return puid_;
+}
+
+void MorvikADGetPUID::replaceDeviceId(std::string device_id) {
+  const std::scoped_lock hold(mutex_);
+  if (!device_id_ || *device_id_ == device_id)
+    return;
+  device_id_ = std::move(device_id);
+  puid_.reset();
 }
 
 }  // namespace morvik::host

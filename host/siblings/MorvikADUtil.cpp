@@ -51,6 +51,13 @@ double MorvikADUtil::timeIntervalSinceServerDate(kit::Date device_date, double b
   return base_time_seconds - device_date.secondsSince1970();
 }
 
+void MorvikADUtil::replaceIDFA(const std::string& idfa) {
+  std::call_once(idfa_replacement_, [&] {
+    later_idfa_ = idfa;
+    is_idfa_replaced_ = true;
+  });
+}
+
 std::string MorvikADUtil::getNetworkStatus() const {
   if (is_offline_)
     return kit::kNetworkUnknown;

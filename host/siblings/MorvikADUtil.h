@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -35,7 +36,10 @@ class MorvikADUtil final : public kit::MorvikADUtil {
   std::string getUTCFormateDate(kit::Date date) const override;
   std::optional<std::string> getUTCFormateDateISO(kit::Date date) const override;
   double timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const override;
-  std::optional<std::string> IDFA() const override { return facts_.idfa; }
+  /// Waits for nobody.
+  std::optional<std::string> IDFA() const override { return is_idfa_replaced_ ? later_idfa_ : facts_.idfa; }
+  /// It turned out to be another one. Once; a second call does nothing.
+  void replaceIDFA(const std::string& idfa);
   /// As it is now, or "unknown" while the device is said to be offline.
   std::string getNetworkStatus() const override;
   /// What the network status says; nothing else changes.
@@ -49,6 +53,9 @@ class MorvikADUtil final : public kit::MorvikADUtil {
   const UtilFacts facts_;
   const MachineFacts& machine_;
   std::atomic<bool> is_offline_{false};
+  std::once_flag idfa_replacement_;
+  std::optional<std::string> later_idfa_;  ///< written before the flag is, and never again
+  std::atomic<bool> is_idfa_replaced_{false};
 };
 
 }  // namespace morvik::host

@@ -11,9 +11,13 @@ constexpr size_t kChangingFields = 3;
 }  // namespace
 
 CommonParameters::CommonParameters(const Identity& identity) : util_(identity.util), puid_(identity.puid) {
+  replace(identity);
+}
+
+void CommonParameters::replace(const Identity& identity) {
   const DeviceDescription& device = identity.device;
   const bool is_portrait = device.orientation == kit::kOrientationPortrait;
-  constant_ = {
+  constant_.set({
       {kit::Value::literal("appkey"), identity.app_key},
       {kit::Value::literal("os_type"), kit::Value::literal("ios")},
       {kit::Value::literal("os_version"), device.system_version},
@@ -28,12 +32,13 @@ CommonParameters::CommonParameters(const Identity& identity) : util_(identity.ut
       {kit::Value::literal("install_id"), identity.install_id},
       {kit::Value::literal("carrier"), device.carrier},
       {kit::Value::literal("portrait"), is_portrait ? kit::Value::literal("true") : kit::Value::literal("false")},
-  };
+  });
 }
 
 kit::MutableDictionary CommonParameters::make(const std::string& sdk_version) const {
-  kit::MutableDictionary parameters(constant_.size() + kChangingFields);
-  for (const kit::Entry& entry : constant_)
+  const std::vector<kit::Entry> constant = constant_.get();
+  kit::MutableDictionary parameters(constant.size() + kChangingFields);
+  for (const kit::Entry& entry : constant)
     parameters.add(entry.key, entry.value);
   parameters.add(kit::Value::literal("sdk_version"), sdk_version);
   parameters.add(kit::Value::literal("puid"), puid_.getAESHashedPUID().value_or(""));

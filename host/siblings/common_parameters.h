@@ -8,6 +8,7 @@
 #include "host/siblings/MorvikADUtil.h"
 #include "kit/value.h"
 #include "morvik/host_options.h"
+#include "services/locked.h"
 
 namespace morvik::host {
 
@@ -21,17 +22,19 @@ struct Identity {
   const MorvikADGetPUID& puid;
 };
 
-/// All are strings, "" where unknown. What cannot change while the process runs is made once. Any thread.
+/// All are strings, "" where unknown. What does not change from one payload to the next is made once. Any thread.
 class CommonParameters {
  public:
   explicit CommonParameters(const Identity& identity);
   /// A fresh dictionary, in a fixed order.
   kit::MutableDictionary make(const std::string& sdk_version) const;
+  /// The install's identifier, or the advertising one, turned out to be another.
+  void replace(const Identity& identity);
 
  private:
   const MorvikADUtil& util_;
   const MorvikADGetPUID& puid_;
-  std::vector<kit::Entry> constant_;
+  services::Locked<std::vector<kit::Entry>> constant_;
 };
 
 }  // namespace morvik::host

@@ -17,5 +17,15 @@ TEST(MorvikADGetPUID, GivesAGivenTextAsItIsAndNothingWhenThereIsNone) {
   EXPECT_EQ(MorvikADGetPUID().getAESHashedPUID(), std::nullopt);
 }
 
+TEST(MorvikADGetPUID, HashesAnotherDeviceIdOnceItTurnsOutToBeThatOne) {
+  MorvikADGetPUID puid("made for now", "Jefe");
+  EXPECT_NE(puid.getAESHashedPUID(), "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
+  puid.replaceDeviceId("what do ya want for nothing?");
+  EXPECT_EQ(puid.getAESHashedPUID(), "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
+  MorvikADGetPUID none;
+  none.replaceDeviceId("one");
+  EXPECT_EQ(none.getAESHashedPUID(), std::nullopt);
+}
+
 }  // namespace
 }  // namespace morvik::host

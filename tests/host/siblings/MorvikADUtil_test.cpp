@@ -71,5 +71,13 @@ TEST(MorvikADUtil, ReadsTheQueryOfAUrl) {
   EXPECT_TRUE(kUtil.getURLParmaters(kit::Url("")).isAbsent());
 }
 
+TEST(MorvikADUtil, TellsAnotherAdvertisingIdentifierOnceItIsReplaced) {
+  MorvikADUtil util({.idfa = "AAAA"}, kMachine);
+  util.replaceIDFA("BBBB");
+  EXPECT_EQ(util.IDFA(), "BBBB");
+  util.replaceIDFA("CCCC");
+  EXPECT_EQ(util.IDFA(), "BBBB");
+}
+
 }  // namespace
 }  // namespace morvik::host

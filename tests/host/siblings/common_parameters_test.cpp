@@ -74,5 +74,18 @@ TEST(CommonParameters, SayNothingOfWhatIsUnknown) {
   EXPECT_EQ(made.at("portrait"), "false");
 }
 
+TEST(CommonParameters, SayWhatReplacedTheInstall) {
+  const DeviceDescription device;
+  const MorvikADUtil util({}, kMachine);
+  const MorvikADGetPUID puid;
+  Identity identity{
+      .device = device, .app_key = "key", .install_id = "made for now", .zone_name = "UTC", .util = util, .puid = puid};
+  CommonParameters common(identity);
+  EXPECT_EQ(texts(common.make("0.1.0"))["install_id"], "made for now");
+  identity.install_id = "of the file";
+  common.replace(identity);
+  EXPECT_EQ(texts(common.make("0.1.0"))["install_id"], "of the file");
+}
+
 }  // namespace
 }  // namespace morvik::host

@@ -1,0 +1,92 @@
+// A device whose store cannot be read at a start, and comes to light while the process runs.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/crypto/openssl_cipher.h"
+#include "host/crypto/zlib_compressor.h"
+#include "simulation/simulated_disk.h"
+#include "simulation/virtual_machine.h"
+#include "testing/simulated_service.h"
+
+namespace morvik::simulation {
+namespace {
+
+using ::morvik::testing::ServedRequest;
+using ::morvik::testing::ServiceEndpoint;
+using ::morvik::testing::SimulatedService;
+
+class LateDevice : public ::testing::Test {
+ protected:
+  LateDevice() { machine_.transport.on("").alwaysBy(service_.reply()); }
+  ~LateDevice() override { machine_.kill(std::move(phone_)); }
+
+  void start() {
+    phone_ = machine_.start(simulatedApp());
+    machine_.loop.runUntilIdle();
+  }
+  void restartInTheDark() {
+    machine_.kill(std::move(phone_));
+    disk_.decide(
+        [](const DiskCall& call) { return call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK; });
+    start();
+  }
+  void showDisk() { disk_.decide({}); }
+  void reportTheInstall() {
+    phone_->thirdPartyConversion();
+    machine_.loop.advance(1);
+  }
+  /// Who it says to be, in each report of its install.
+  std::vector<std::string> names(const char* field) const {
+    std::vector<std::string> names;
+    for (const ServedRequest& served : service_.requests(ServiceEndpoint::kThirdPartyConversion))
+      names.emplace_back(served.payload[field].string());
+    return names;
+  }
+
+  SimulatedDisk disk_;
+  VirtualMachine machine_{{.disk = &disk_}};
+  const host::OpensslCipher cipher_;
+  const host::ZlibCompressor compressor_;
+  ::morvik::testing::SeededRandom random_;
+  SimulatedService service_{
+      {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }};
+  std::unique_ptr<host::Host> phone_;
+};
+
+TEST_F(LateDevice, IsTheOneThatTheFileKnowsFromThenOn) {
+  start();
+  reportTheInstall();
+  restartInTheDark();
+  showDisk();
+  phone_->addActivity("shop", "look", std::nullopt);
+  machine_.loop.runUntilIdle();
+  reportTheInstall();
+  EXPECT_EQ(service_.installs(), 1U);
+  for (const char* const field : {"install_id", "idfa", "puid"}) {
+    const std::vector<std::string> told = names(field);
+    ASSERT_EQ(told.size(), 2U);
+    EXPECT_FALSE(told[0].empty());
+    EXPECT_EQ(told[0], told[1]) << field;
+  }
+}
+
+TEST_F(LateDevice, IsTheOneThatTheFileKnowsInTheVeryTurnInWhichItIsRead) {
+  start();
+  reportTheInstall();
+  restartInTheDark();
+  showDisk();
+  phone_->mainQueue().async([this] {
+    phone_->addActivity("shop", "look", std::nullopt);
+    phone_->thirdPartyConversion();
+  });
+  machine_.loop.advance(1);
+  EXPECT_EQ(service_.installs(), 1U);
+}
+
+}  // namespace
+}  // namespace morvik::simulation
