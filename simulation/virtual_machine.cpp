@@ -94,29 +94,42 @@ class VirtualStore final : public host::MachineStore {
   const std::string opening_line_;
 };
 
+/// A file beside the store: what is done to it after the disk was cut off is lost as well.
 class SharedShelf final : public kit::ReportShelf {
  public:
-  explicit SharedShelf(kit::ReportShelf& shelf) : shelf_(shelf) {}
-  std::optional<kit::Error> append(const kit::Value& report) override { return shelf_.append(report); }
+  SharedShelf(kit::ReportShelf& shelf, const SimulatedDisk* disk) : shelf_(shelf), disk_(disk) {}
+  std::optional<kit::Error> append(const kit::Value& report) override {
+    return isCut() ? std::nullopt : shelf_.append(report);
+  }
   kit::Array reports() override { return shelf_.reports(); }
-  void clear() override { shelf_.clear(); }
+  void clear() override {
+    if (!isCut())
+      shelf_.clear();
+  }
 
  private:
+  bool isCut() const { return disk_ != nullptr && disk_->isCut(); }
+
   kit::ReportShelf& shelf_;
+  const SimulatedDisk* const disk_;
 };
 
-/// The network of one process.
+/// The network of one process. A handler runs in a turn of the host's, which commits what it wrote.
 class VirtualTransport final : public host::MachineTransport {
  public:
-  explicit VirtualTransport(testing::ScriptedTransport& network) : network_(network) {}
+  VirtualTransport(testing::ScriptedTransport& network, kit::MainQueue& main_queue)
+      : network_(network), main_queue_(main_queue) {}
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
-    network_.start(std::move(request), std::move(handler));
+    network_.start(std::move(request), [this, handler = std::move(handler)](kit::TransportOutcome outcome) {
+      main_queue_.async([handler, outcome = std::move(outcome)]() mutable { handler(std::move(outcome)); });
+    });
   }
   size_t inFlight() const override { return network_.unanswered(); }
   void shutdown() override { network_.kill(); }
 
  private:
   testing::ScriptedTransport& network_;
+  kit::MainQueue& main_queue_;
 };
 
 }  // namespace
@@ -194,7 +207,7 @@ std::unique_ptr<host::MachineStore> VirtualMachine::makeStore(const std::string&
 
 std::unique_ptr<kit::ReportShelf> VirtualMachine::makeReportShelf(const std::string&, const kit::JsonCodec&,
                                                                   kit::LogSink&) {
-  return std::make_unique<SharedShelf>(report_shelf);
+  return std::make_unique<SharedShelf>(report_shelf, options_.disk);
 }
 
 std::unique_ptr<host::MachineLoop> VirtualMachine::makeMainLoop(MainQueueMode, const services::Logger& logger) {
@@ -205,9 +218,9 @@ std::unique_ptr<host::MachineBackground> VirtualMachine::makeBackground(const se
   return std::make_unique<VirtualBackground>(loop, logger);
 }
 
-std::unique_ptr<host::MachineTransport> VirtualMachine::makeTransport(const std::string&, kit::MainQueue&,
+std::unique_ptr<host::MachineTransport> VirtualMachine::makeTransport(const std::string&, kit::MainQueue& main_queue,
                                                                       host::TurnGate&) {
-  return std::make_unique<VirtualTransport>(transport);
+  return std::make_unique<VirtualTransport>(transport, main_queue);
 }
 
 }  // namespace morvik::simulation

@@ -38,7 +38,6 @@ startStream(() => list.newest, {
     devices.changed();
   },
   behaviours: (waiting) => behaviours.show(waiting),
-  ledgers: () => devices.changed(),
   totals: showTotals,
   gap: () => list.reload(),
   resumed: () => list.reload(),

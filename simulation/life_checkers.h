@@ -1,0 +1,106 @@
+// What must hold at every step of a device's life, whatever happens to it: one checker for each, by name.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kit/value.h"
+#include "morvik/ledger.h"
+#include "simulation/thing_book.h"
+#include "testing/service_endpoint.h"
+
+namespace morvik::simulation {
+
+/// A request between its start and the end of its handler.
+struct LifeExchange {
+  std::optional<testing::ServiceEndpoint> endpoint;
+  std::string url;
+  std::string body;
+  std::vector<ThingNumber> things;  ///< that it carries
+  double started_at = 0;
+  std::optional<double> left_at;
+  double timeout_seconds = 0;
+};
+
+/// What is known of a life, kept by whoever lives it.
+struct LifeFacts {
+  double now = 0;
+  ThingBook things;
+  std::map<uint64_t, LifeExchange> exchanges;  ///< of the process that runs, by name
+  uint64_t handling = 0;                       ///< the exchange whose handler runs; 0: none
+  bool is_alive = false;
+  bool is_forgotten = false;           ///< the process says so
+  bool wants_to_be_forgotten = false;  ///< the app asked for it last, and that outlived every death since
+  bool knows_its_store = true;         ///< false: the file could not be read at the start, and has not come to light
+  std::optional<Ledger> ledger;        ///< of this step
+  uint64_t installs = 0;               ///< that the service attributed
+
+  size_t underWay(testing::ServiceEndpoint endpoint) const;
+  const LifeExchange* handled() const;
+};
+
+/// Hears what happens and complains. By itself it hears nothing.
+class LifeChecker {
+ public:
+  using Complain = std::function<void(const char* checker, const std::string& text)>;
+  LifeChecker(const LifeFacts& facts, Complain complain) : facts_(facts), complain_(std::move(complain)) {}
+  virtual ~LifeChecker() = default;
+  LifeChecker(const LifeChecker&) = delete;
+  LifeChecker& operator=(const LifeChecker&) = delete;
+
+  virtual const char* name() const = 0;
+
+  virtual void processBegins() {}
+  virtual void processEnds() {}
+  virtual void sessionIsAskedToStart() {}
+  /// The loop ran dry: what was asked for is done.
+  virtual void loopIsIdle() {}
+  /// It stands in the facts already.
+  virtual void requestStarts(const LifeExchange&) {}
+  /// `answer`: what the core takes for a success; nothing: a failure. Before the handler.
+  virtual void exchangeEnds(const LifeExchange&, const std::optional<kit::Value>&) {}
+  virtual void valueIsSet(std::string_view, const kit::Value&) {}
+  virtual void blockIsPutOff(double) {}
+  virtual void lineIsLogged(std::string_view) {}
+  /// After every step; the facts are those of its end.
+  virtual void stepEnds() {}
+
+ protected:
+  const LifeFacts& facts() const { return facts_; }
+  void complain(const std::string& text) const { complain_(name(), text); }
+
+ private:
+  const LifeFacts& facts_;
+  const Complain complain_;
+};
+
+/// Names, as the figures list them and a complaint begins with.
+inline constexpr const char* kLedgerIsSound = "the ledger is sound";
+inline constexpr const char* kLedgerAgrees = "the ledger agrees with what was seen";
+inline constexpr const char* kNothingIsLost = "nothing is lost but by a rule";
+inline constexpr const char* kStoreHoldsEachOnce = "the store holds what was recorded, each once";
+inline constexpr const char* kOneBatchPerSlot = "one batch for each time the slot is freed";
+inline constexpr const char* kForgottenIsSilent = "of the forgotten only the erasure leaves";
+inline constexpr const char* kOneClickPerKey = "one click for a key";
+inline constexpr const char* kCountsInBounds = "failure counts are within their bounds";
+inline constexpr const char* kRetriesInBounds = "nine retries and one re-fetch between two successes";
+inline constexpr const char* kRequestsReturn = "every request returns";
+inline constexpr const char* kWishesAreKept = "a wish outlives the process";
+inline constexpr const char* kOneDevice = "the device stays the same one";
+
+/// Retries of a conversion that may be scheduled between two successes of one process, and re-fetches.
+inline constexpr uint64_t kMaxRetries = 9;
+inline constexpr uint64_t kMaxRefetches = 1;
+
+/// One of each. `facts` outlives them.
+std::vector<std::unique_ptr<LifeChecker>> makeLifeCheckers(const LifeFacts& facts,
+                                                           const LifeChecker::Complain& complain);
+
+}  // namespace morvik::simulation

@@ -1,0 +1,361 @@
+#include "simulation/life_witness.h"
+
+#include <algorithm>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include "MorvikCoreLib/failure_counts.h"
+#include "host/ledger/ledger_exchange.h"
+#include "services/converters.h"
+#include "services/endpoints.h"
+#include "testing/scripted_transport.h"
+
+namespace morvik::simulation {
+namespace {
+
+using host::LedgerKind;
+using host::LedgerReason;
+using testing::ServiceEndpoint;
+
+constexpr std::string_view kLists[] = {"fendoActivityInfos", "fendoImpressionInfos", "reEngagementInfos",
+                                       "commerceConversionInfos", "MorvikCoreUserInfo_Crash"};
+constexpr std::string_view kDemographics[] = {"fendoUserDemoInfo_age", "fendoUserDemoInfo_gender",
+                                              "fendoUserDemoInfo_userId"};
+constexpr std::string_view kFailureCounts = "reEngagementConversionFailedCnt";
+constexpr std::string_view kEnd = "end";
+constexpr int64_t kNonePending = -1;
+
+bool isPending(const kit::Value& demographic) {
+  return demographic.isString() || (demographic.isNumber() && demographic.integer() != kNonePending);
+}
+
+}  // namespace
+
+LifeWitness::LifeWitness(testing::SimulatedService& reader, std::function<void(std::function<void()>)> when_committed)
+    : reader_(reader), when_committed_(std::move(when_committed)) {}
+
+// ---------------------------------------------------------------------------------------------------------- recording
+
+void LifeWitness::keepWhenCommitted(ThingNumber number) {
+  when_committed_([this, number] { facts.things.isKept(number, facts.now); });
+}
+
+ThingNumber LifeWitness::isRecorded(LedgerKind kind, const std::string& name) {
+  const ThingNumber number = facts.things.record(kind, name, facts.now);
+  keepWhenCommitted(number);
+  switch (kind) {
+    case LedgerKind::kImpressions:
+      if (facts.underWay(ServiceEndpoint::kTracking) > 0)
+        facts.things.permit(number, LedgerReason::kAddedDuringUpload);
+      break;
+    case LedgerKind::kCommerceClicks:
+      if (facts.underWay(ServiceEndpoint::kCommerce) > 0)
+        facts.things.permit(number, LedgerReason::kAddedDuringUpload);
+      break;
+    case LedgerKind::kCrashReports:
+      if (facts.underWay(ServiceEndpoint::kCrash) > 0)
+        facts.things.permit(number, LedgerReason::kAddedDuringUpload);
+      break;
+    case LedgerKind::kDemographics:
+      if (facts.underWay(ServiceEndpoint::kDemographics) > 0)
+        facts.things.permit(number, LedgerReason::kAddedDuringUpload);
+      if (!has_identifier_)
+        facts.things.permit(number, LedgerReason::kNoIdentifier);
+      break;
+    default:
+      break;
+  }
+  return number;
+}
+
+void LifeWitness::isSet(const std::string& name, bool is_pending, const std::string& property) {
+  for (const Thing& thing : facts.things.all()) {
+    if (thing.kind != LedgerKind::kDemographics || !thing.name.starts_with(property + "="))
+      continue;
+    const std::optional<ThingNumber> number = facts.things.find(thing.kind, thing.name);
+    facts.things.permit(*number, is_pending ? LedgerReason::kReplaced : LedgerReason::kTakenBack);
+  }
+  if (is_pending)
+    isRecorded(LedgerKind::kDemographics, name);
+}
+
+// ----------------------------------------------------------------------------------------------------------- requests
+
+std::vector<ThingNumber> LifeWitness::namesIn(ServiceEndpoint endpoint, const kit::Value& payload) {
+  std::vector<ThingNumber> numbers;
+  for (const CarriedThing& carried : carriedBy(endpoint, payload)) {
+    std::optional<ThingNumber> number = facts.things.find(carried.kind, carried.name);
+    if (!number && carried.kind == LedgerKind::kReEngagementClicks) {
+      number = isRecorded(carried.kind, carried.name);
+      facts.things[*number].key = carried.key;
+    }
+    if (number && carried.kind == LedgerKind::kReEngagementClicks && facts.things[*number].is_undone) {
+      facts.things.recordAgain(*number, facts.now);
+      keepWhenCommitted(*number);
+    }
+    if (!number && carried.kind == LedgerKind::kCrashReports)
+      number = isRecorded(carried.kind, carried.name);
+    if (number)
+      numbers.push_back(*number);
+  }
+  return numbers;
+}
+
+void LifeWitness::permitAll(const LifeExchange& exchange, LedgerKind kind, LedgerReason reason) {
+  for (const ThingNumber number : exchange.things) {
+    if (facts.things[number].kind == kind)
+      facts.things.permit(number, reason);
+  }
+}
+
+void LifeWitness::requestStarts(uint64_t id, const kit::Request& request, bool is_in_background) {
+  LifeExchange exchange;
+  exchange.endpoint = testing::endpointOf(request.url);
+  exchange.url = request.url;
+  exchange.body = request.body;
+  exchange.started_at = facts.now;
+  exchange.timeout_seconds = request.timeout_seconds.value_or(testing::kDefaultTimeoutSeconds);
+  if (exchange.endpoint) {
+    const auto served = reader_.receive(request, testing::SimulatedService::Counting::kNo);
+    exchange.things = namesIn(*exchange.endpoint, served.payload);
+  }
+  // The answer to a batch that is still under way may take the place of this one's.
+  if (exchange.endpoint == ServiceEndpoint::kTracking && facts.underWay(ServiceEndpoint::kTracking) > 0)
+    permitAll(exchange, LedgerKind::kImpressions, LedgerReason::kPlaceTaken);
+  if (exchange.endpoint == ServiceEndpoint::kReEngagement && !is_in_background)
+    clickStarts();
+  for (const ThingNumber number : exchange.things)
+    ++facts.things[number].under_way;
+  facts.exchanges.emplace(id, std::move(exchange));
+}
+
+/// It is the newest one from now on, and kept whichever fails.
+void LifeWitness::clickStarts() {
+  for (const auto& [id, other] : facts.exchanges)
+    permitAll(other, LedgerKind::kReEngagementClicks, LedgerReason::kNewerClick);
+}
+
+std::vector<ThingNumber> LifeWitness::requestLeaves(const kit::Request& request) {
+  for (auto& [id, exchange] : facts.exchanges) {
+    if (exchange.left_at || exchange.url != request.url || exchange.body != request.body)
+      continue;
+    exchange.left_at = facts.now;
+    return exchange.things;
+  }
+  return {};
+}
+
+void LifeWitness::exchangeEnds(uint64_t id, const std::optional<kit::Value>& answer) {
+  facts.handling = id;
+  const auto found = facts.exchanges.find(id);
+  if (found == facts.exchanges.end())
+    return;
+  const LifeExchange& exchange = found->second;
+  if (exchange.endpoint == ServiceEndpoint::kCommerce && answer && (*answer)["errMsg"].isAbsent())
+    permitAll(exchange, LedgerKind::kCommerceClicks, LedgerReason::kEmptyAnswer);
+  if (exchange.endpoint == ServiceEndpoint::kCrash && answer && (*answer)["code"].isAbsent())
+    permitAll(exchange, LedgerKind::kCrashReports, LedgerReason::kEmptyAnswer);
+  if (exchange.endpoint == ServiceEndpoint::kReEngagement)
+    clickEnds(exchange, answer);
+}
+
+void LifeWitness::clickEnds(const LifeExchange& exchange, const std::optional<kit::Value>& answer) {
+  if (exchange.things.empty())
+    return;
+  const ThingNumber click = exchange.things.front();
+  if (!answer) {
+    // Whichever failed, the newest is kept, though it may have arrived.
+    facts.things.mayBeRecordedAgain(LedgerKind::kReEngagementClicks);
+    for (const ThingNumber other : facts.things.stored(LedgerKind::kReEngagementClicks)) {
+      if (other != click && facts.things[other].key == facts.things[click].key)
+        facts.things.permit(click, LedgerReason::kSameKey);
+    }
+    return;
+  }
+  if (!services::checkNilToNo((*answer)["Result"])) {
+    facts.things.permit(click, LedgerReason::kNotAccepted);
+    return;
+  }
+  const int64_t key = services::checkIntegerNilToZero((*answer)["Data"]["conversion_result"]["conversion_key"]);
+  for (const ThingNumber other : facts.things.stored(LedgerKind::kReEngagementClicks)) {
+    if (facts.things[other].key == key)
+      facts.things.permit(other, LedgerReason::kOtherKeyAccepted);
+  }
+}
+
+void LifeWitness::handlerEnded(uint64_t id) {
+  facts.handling = 0;
+  const auto found = facts.exchanges.find(id);
+  if (found == facts.exchanges.end())
+    return;
+  for (const ThingNumber number : found->second.things)
+    --facts.things[number].under_way;
+  ended_.push_back({kNever, std::move(found->second.things)});
+  facts.exchanges.erase(found);
+  when_committed_([this, number = ended_.size() - 1] { ended_[number].kept_from = facts.now; });
+}
+
+// ---------------------------------------------------------------------------------------------------------- the store
+
+void LifeWitness::valueIsSet(std::string_view key, const kit::Value& value) {
+  if (key == "fendoActivityInfos")
+    noteActivities(value);
+  else if (key == "fendoActivityInfosSentEventKeys")
+    noteSentKeys(value);
+  else if (key == kFailureCounts)
+    failure_counts_ = value;
+  else if (key == "MorvikCoreUserInfo_endSessoinDate")
+    noteSessionEnd();
+  // The rules of these look at what is stored in the same turn.
+  const std::optional<LedgerKind> kind = kindStoredUnder(key);
+  if (kind == LedgerKind::kReEngagementClicks || kind == LedgerKind::kCrashReports)
+    lookAt(*kind, key, value);
+}
+
+/// New ones stand at the end.
+void LifeWitness::noteActivities(const kit::Value& list) {
+  const kit::Array records = list.array();
+  for (size_t i = records.size(); i > 0; --i) {
+    const kit::Value& record = records[i - 1];
+    const std::string id(record["activityEventID"].string());
+    if (activity_by_id_.contains(id))
+      return;
+    const std::string name = nameOfStored(LedgerKind::kActivities, "", record);
+    std::optional<ThingNumber> number = facts.things.find(LedgerKind::kActivities, name);
+    if (!number && record["activityGroupName"].string() == services::kFendoActivityGroupSession)
+      number = isRecorded(LedgerKind::kActivities, name);
+    if (!number)
+      continue;
+    activity_by_id_.emplace(id, *number);
+    if (record["activityName"].string() == kEnd)
+      facts.things.permit(*number, LedgerReason::kKeptSession);
+  }
+}
+
+/// From now on the answer to a batch that is under way deletes these.
+void LifeWitness::noteSentKeys(const kit::Value& keys) {
+  if (facts.underWay(ServiceEndpoint::kTracking) == 0)
+    return;
+  for (const kit::Value& key : keys.array()) {
+    if (const auto found = activity_by_id_.find(std::string(key.string())); found != activity_by_id_.end())
+      facts.things.permit(found->second, LedgerReason::kPlaceTaken);
+  }
+}
+
+void LifeWitness::noteSessionEnd() {
+  for (const auto& [id, exchange] : facts.exchanges)
+    permitAll(exchange, LedgerKind::kReEngagementClicks, LedgerReason::kSessionEnded);
+  std::set<int64_t> spent;
+  for (const kit::Value& count : failure_counts_.array()) {
+    if (failuresOf(count) > kMaxFailureCountToResend)
+      spent.insert(conversionKeyOf(count));
+  }
+  for (const ThingNumber click : facts.things.stored(LedgerKind::kReEngagementClicks)) {
+    if (spent.contains(facts.things[click].key))
+      facts.things.permit(click, LedgerReason::kSixthSessionEnd);
+  }
+}
+
+// ------------------------------------------------------------------------------------------------------- the processes
+
+void LifeWitness::processBegins(const Read& read) {
+  looked_at_.clear();
+  failure_counts_ = read(kFailureCounts);
+  noteActivities(read("fendoActivityInfos"));
+}
+
+/// A report may have waited beside the store: it is recorded once it is in it.
+ThingBook::Strangers LifeWitness::lookAt(LedgerKind kind, std::string_view key, const kit::Value& list) {
+  kit::Value& before = looked_at_[std::string(key)];
+  if (before.identicalTo(list) && !list.isAbsent())
+    return {};
+  before = list;
+  std::vector<std::string> names;
+  for (const kit::Value& record : list.array()) {
+    names.push_back(nameOfStored(kind, key, record));
+    if (kind == LedgerKind::kCrashReports && !facts.things.find(kind, names.back()))
+      isRecorded(kind, names.back());
+  }
+  ThingBook::Strangers strangers = facts.things.storedAre(kind, names);
+  for (const ThingNumber number : facts.things.stored(kind)) {
+    if (!facts.things[number].waits_beside)
+      continue;
+    facts.things.isTakenIn(number);
+    keepWhenCommitted(number);
+  }
+  return strangers;
+}
+
+void LifeWitness::isWrittenLate(double since) {
+  facts.things.isWrittenLate(since, facts.now);
+  for (Ended& exchange : ended_) {
+    if (exchange.kept_from >= since && exchange.kept_from != kNever)
+      exchange.kept_from = facts.now;
+  }
+}
+
+void LifeWitness::storeCameToLight(const Read& read) {
+  failure_counts_ = read(kFailureCounts);
+  noteActivities(read("fendoActivityInfos"));
+  look(read);
+}
+
+std::vector<std::string> LifeWitness::look(const Read& read) {
+  std::vector<std::string> wrong;
+  const auto tell = [&wrong](const char* what, const std::vector<std::string>& names) {
+    for (const std::string& name : names)
+      wrong.push_back(what + name);
+  };
+  for (const std::string_view key : kLists) {
+    const ThingBook::Strangers strangers = lookAt(*kindStoredUnder(key), key, read(key));
+    tell("stored, and nobody recorded it: ", strangers.unknown);
+    tell("stored twice: ", strangers.doubled);
+  }
+  std::vector<std::string> names;
+  for (const std::string_view key : kDemographics) {
+    if (const kit::Value value = read(key); isPending(value))
+      names.push_back(nameOfStored(LedgerKind::kDemographics, key, value));
+  }
+  tell("stored, and nobody set it: ", facts.things.storedAre(LedgerKind::kDemographics, names).unknown);
+  return wrong;
+}
+
+void LifeWitness::lookAtTheShelf(const kit::Array& reports) {
+  std::vector<std::string> names;
+  for (const kit::Value& report : reports)
+    names.push_back(nameOfStored(LedgerKind::kCrashReports, "", report));
+  facts.things.waitBesideTheStore(LedgerKind::kCrashReports, names);
+}
+
+void LifeWitness::processEnds(double undone_from) {
+  for (const auto& [id, exchange] : facts.exchanges) {
+    // A handler may have been at work: what it stored of a click is not committed.
+    for (const ThingNumber number : exchange.things) {
+      const Thing& thing = facts.things[number];
+      if (!thing.is_stored || thing.kind == LedgerKind::kReEngagementClicks)
+        facts.things.permit(number, LedgerReason::kProcessEnded);
+    }
+  }
+  // What is undone may be undone to when they were under way.
+  for (const Ended& exchange : std::exchange(ended_, {})) {
+    for (const ThingNumber number : exchange.things) {
+      if (exchange.kept_from >= undone_from)
+        facts.things.permit(number, LedgerReason::kProcessEnded);
+    }
+  }
+  facts.exchanges.clear();
+  facts.handling = 0;
+  facts.things.diesWith(undone_from);
+}
+
+void LifeWitness::settle() {
+  if (!facts.ledger)
+    return;
+  std::array<uint64_t, host::kLedgerKinds> recorded{};
+  for (size_t kind = 0; kind < host::kLedgerKinds; ++kind)
+    recorded[kind] = facts.ledger->of(host::kLedgerKindNames[kind]).recorded;
+  facts.things.settle(recorded, facts.now);
+}
+
+}  // namespace morvik::simulation

@@ -1,0 +1,117 @@
+#include "simulation/soak.h"
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "simulation/transcript.h"
+
+namespace morvik::simulation {
+namespace {
+
+class Soak {
+ public:
+  Soak(const SoakOptions& options, const std::function<void(uint64_t, const SoakFailure&)>& progress)
+      : options_(options), progress_(progress), hashes_(options.lives) {}
+
+  SoakResult run() {
+    std::vector<std::thread> workers;
+    for (unsigned worker = 1; worker < options_.workers; ++worker)
+      workers.emplace_back([this] { work(); });
+    work();
+    for (std::thread& worker : workers)
+      worker.join();
+    Transcript all;
+    for (uint64_t life = 0; life < std::min<uint64_t>(next_, options_.lives); ++life)
+      all.add(hashes_[life]);
+    result_.hash = all.hash();
+    std::sort(result_.failures.begin(), result_.failures.end(),
+              [](const SoakFailure& a, const SoakFailure& b) { return a.seed < b.seed; });
+    if (result_.failures.size() > kMaxSoakFailures)
+      result_.failures.resize(kMaxSoakFailures);
+    return std::move(result_);
+  }
+
+ private:
+  void work() {
+    while (!options_.goes_on || options_.goes_on()) {
+      const uint64_t life = next_++;
+      if (life >= options_.lives)
+        return;
+      take(life, liveWildLife({.seed = options_.first_seed + life, .days = options_.days}));
+    }
+  }
+
+  void take(uint64_t life, WildLifeResult&& lived) {
+    const std::scoped_lock hold(mutex_);
+    hashes_[life] = lived.hash;
+    result_.figures += lived.figures;
+    SoakFailure failure{options_.first_seed + life, std::move(lived.complaints)};
+    const bool failed = !failure.complaints.empty();
+    if (failed)
+      ++result_.failed;
+    if (progress_)
+      progress_(result_.figures.lives, failure);
+    if (failed)
+      result_.failures.push_back(std::move(failure));
+  }
+
+  const SoakOptions options_;
+  const std::function<void(uint64_t, const SoakFailure&)>& progress_;
+  std::atomic<uint64_t> next_{0};
+  std::mutex mutex_;
+  std::vector<uint64_t> hashes_;  ///< by life
+  SoakResult result_;
+};
+
+void addLine(std::string& text, std::string_view what, uint64_t number) {
+  constexpr size_t kWidth = 44;
+  std::string line = "  " + std::string(what);
+  line.resize(std::max(line.size() + 1, kWidth), ' ');
+  text += line + std::to_string(number) + "\n";
+}
+
+}  // namespace
+
+SoakResult soak(const SoakOptions& options,
+                const std::function<void(uint64_t lived, const SoakFailure& failure)>& progress) {
+  return Soak(options, progress).run();
+}
+
+std::string figuresOf(const SoakResult& result) {
+  const WildFigures& figures = result.figures;
+  std::string text;
+  addLine(text, "lives", figures.lives);
+  addLine(text, "device-days lived", static_cast<uint64_t>(figures.days));
+  addLine(text, "steps, each checked", figures.steps);
+  addLine(text, "processes", figures.processes);
+  for (size_t death = 0; death < kWildDeaths; ++death)
+    addLine(text, nameOf(static_cast<WildDeath>(death)), figures.deaths[death]);
+  addLine(text, "of these in the middle of a disk's work", figures.deaths_at_a_change);
+  addLine(text, "requests", figures.requests);
+  for (const MisbehaviourRow& row : misbehaviours()) {
+    if (row.misbehaviour != Misbehaviour::kNone)
+      addLine(text, "answers: " + std::string(row.name), figures.misbehaviours[static_cast<size_t>(row.misbehaviour)]);
+  }
+  addLine(text, "offline phases", figures.offline_phases);
+  addLine(text, "clock jumps", figures.clock_jumps);
+  for (size_t fault = 0; fault < kWildDiskFaults; ++fault)
+    addLine(text, "disk: " + std::string(nameOf(static_cast<WildDiskFault>(fault))), figures.disk_faults[fault]);
+  addLine(text, "changes of the disk", figures.disk_changes);
+  addLine(text, "log lines", figures.log_lines);
+  addLine(text, "recorded", figures.recorded);
+  addLine(text, "delivered", figures.delivered);
+  addLine(text, "stored at the end", figures.stored);
+  addLine(text, "given up by rule", figures.given_up);
+  addLine(text, "not kept yet when a death came", figures.undone);
+  addLine(text, "lives with a complaint", result.failed);
+  for (const SoakFailure& failure : result.failures) {
+    for (const std::string& complaint : failure.complaints)
+      text += "  ! seed " + std::to_string(failure.seed) + ": " + complaint + "\n";
+  }
+  return text;
+}
+
+}  // namespace morvik::simulation

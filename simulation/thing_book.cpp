@@ -1,0 +1,255 @@
+#include "simulation/thing_book.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "services/converters.h"
+#include "services/endpoints.h"
+
+namespace morvik::simulation {
+namespace {
+
+using Kind = host::LedgerKind;
+using testing::ServiceEndpoint;
+
+struct StoredUnder {
+  std::string_view key;
+  Kind kind;
+};
+constexpr StoredUnder kStoredUnder[] = {
+    {"fendoActivityInfos", Kind::kActivities},         {"fendoImpressionInfos", Kind::kImpressions},
+    {"reEngagementInfos", Kind::kReEngagementClicks},  {"commerceConversionInfos", Kind::kCommerceClicks},
+    {"MorvikCoreUserInfo_Crash", Kind::kCrashReports}, {"fendoUserDemoInfo_age", Kind::kDemographics},
+    {"fendoUserDemoInfo_gender", Kind::kDemographics}, {"fendoUserDemoInfo_userId", Kind::kDemographics}};
+
+constexpr std::string_view kDemographicPrefix = "fendoUserDemoInfo_";
+
+std::string textOf(const kit::Value& value) {
+  return std::string(services::checkNilToBlankString(value).string());
+}
+
+/// The core's own activities are told apart by their ids, those of the app by their names; an "end" of the app by its
+/// parameter.
+std::string activityName(std::string_view group, std::string_view name, const kit::Value& param, const kit::Value& id) {
+  if (group == services::kFendoActivityGroupSession)
+    return std::string(id.string());
+  return name == "end" ? textOf(param) : std::string(name);
+}
+
+/// Of the URL of a click: what stands behind "id=".
+std::string clickName(std::string_view url) {
+  constexpr std::string_view kId = "id=";
+  const size_t at = url.find(kId);
+  if (at == std::string_view::npos)
+    return std::string(url);
+  const std::string_view rest = url.substr(at + kId.size());
+  return std::string(rest.substr(0, rest.find_first_of("&#")));
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------------- the names
+
+std::optional<Kind> kindStoredUnder(std::string_view key) {
+  for (const StoredUnder& each : kStoredUnder) {
+    if (each.key == key)
+      return each.kind;
+  }
+  return std::nullopt;
+}
+
+std::string nameOfStored(Kind kind, std::string_view key, const kit::Value& record) {
+  switch (kind) {
+    case Kind::kActivities:
+      return activityName(record["activityGroupName"].string(), record["activityName"].string(),
+                          record["activityParam"], record["activityEventID"]);
+    case Kind::kImpressions:
+      return textOf(record["spaceKey"]);
+    case Kind::kReEngagementClicks:
+      return clickName(record["deeplink_uri"].string());
+    case Kind::kCommerceClicks:
+      return textOf(record["clickId"]);
+    case Kind::kCrashReports:
+      return textOf(record["exception_reason"]);
+    case Kind::kDemographics:
+      return std::string(key.substr(kDemographicPrefix.size())) + "=" + textOf(record);
+  }
+  return "";
+}
+
+std::vector<CarriedThing> carriedBy(ServiceEndpoint endpoint, const kit::Value& payload) {
+  std::vector<CarriedThing> carried;
+  switch (endpoint) {
+    case ServiceEndpoint::kTracking:
+      for (const kit::Value& event : payload["activity_info"].array()) {
+        carried.push_back({Kind::kActivities, activityName(event["group"].string(), event["activity"].string(),
+                                                           event["param"], event["event_id"])});
+      }
+      for (const kit::Value& impression : payload["impression_info"].array())
+        carried.push_back({Kind::kImpressions, textOf(impression["space_key"])});
+      break;
+    case ServiceEndpoint::kReEngagement: {
+      const kit::Value& click = payload["deeplink_info"];
+      carried.push_back({Kind::kReEngagementClicks, clickName(click["deeplink_uri"].string()),
+                         services::checkIntegerNilToZero(click["conversion_key"])});
+      break;
+    }
+    case ServiceEndpoint::kCommerce:
+      for (const kit::Value& click : payload.array())
+        carried.push_back({Kind::kCommerceClicks, textOf(click["clickId"])});
+      break;
+    case ServiceEndpoint::kCrash:
+      for (const kit::Value& report : payload.array())
+        carried.push_back({Kind::kCrashReports, textOf(report["exception_reason"])});
+      break;
+    case ServiceEndpoint::kDemographics:
+      for (const kit::Value& demo : payload["user_demo_info"].array())
+        carried.push_back({Kind::kDemographics, textOf(demo["demo_key"]) + "=" + textOf(demo["demo_value"])});
+      break;
+    default:
+      break;
+  }
+  return carried;
+}
+
+// ----------------------------------------------------------------------------------------------------------- the book
+
+ThingNumber ThingBook::record(Kind kind, std::string name, double now, int64_t key) {
+  const ThingNumber number = things_.size();
+  by_name_[indexOf(kind)].emplace(name, number);
+  of_kind_[indexOf(kind)].push_back(number);
+  things_.push_back({.kind = kind, .name = std::move(name), .key = key, .recorded_at = now});
+  ++expected_[indexOf(kind)];
+  return number;
+}
+
+void ThingBook::recordAgain(ThingNumber number, double now) {
+  Thing& thing = things_[number];
+  thing.is_undone = false;
+  thing.recorded_at = now;
+  thing.kept_from = kNever;
+  ++expected_[indexOf(thing.kind)];
+}
+
+std::optional<ThingNumber> ThingBook::find(Kind kind, std::string_view name) const {
+  const auto& names = by_name_[indexOf(kind)];
+  const auto found = names.find(name);
+  return found == names.end() ? std::nullopt : std::optional(found->second);
+}
+
+void ThingBook::isKept(ThingNumber number, double now) {
+  Thing& thing = things_[number];
+  thing.kept_from = std::min(thing.kept_from, now);
+}
+
+void ThingBook::isWrittenLate(double since, double now) {
+  for (Thing& thing : things_) {
+    if (thing.kept_from >= since && thing.kept_from != kNever)
+      thing.kept_from = now;
+  }
+}
+
+void ThingBook::permitStored(Kind kind, host::LedgerReason reason) {
+  for (const ThingNumber number : stored_[indexOf(kind)])
+    permit(number, reason);
+}
+
+void ThingBook::arrives(ThingNumber number) {
+  things_[number].has_arrived = true;
+}
+
+ThingBook::Strangers ThingBook::storedAre(Kind kind, const std::vector<std::string>& names) {
+  std::vector<ThingNumber>& stored = stored_[indexOf(kind)];
+  for (const ThingNumber number : stored)
+    things_[number].is_stored = false;
+  stored.clear();
+  Strangers strangers;
+  for (const std::string& name : names) {
+    const std::optional<ThingNumber> number = find(kind, name);
+    if (!number) {
+      strangers.unknown.push_back(name);
+    } else if (std::exchange(things_[*number].is_stored, true)) {
+      strangers.doubled.push_back(name);
+    } else {
+      stored.push_back(*number);
+    }
+  }
+  return strangers;
+}
+
+void ThingBook::waitBesideTheStore(Kind kind, const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    const std::optional<ThingNumber> number = find(kind, name);
+    if (!number || things_[*number].is_stored || std::exchange(things_[*number].waits_beside, true))
+      continue;
+    --expected_[indexOf(kind)];
+  }
+}
+
+void ThingBook::isTakenIn(ThingNumber number) {
+  Thing& thing = things_[number];
+  if (!std::exchange(thing.waits_beside, false))
+    return;
+  thing.kept_from = kNever;
+  ++expected_[indexOf(thing.kind)];
+}
+
+void ThingBook::diesWith(double undone_from) {
+  for (Thing& thing : things_) {
+    thing.under_way = 0;
+    if (thing.is_undone || thing.is_in_doubt || thing.waits_beside || thing.kept_from < undone_from)
+      continue;
+    thing.is_in_doubt = true;
+    ++doubtful_[indexOf(thing.kind)];
+  }
+}
+
+void ThingBook::settle(const std::array<uint64_t, host::kLedgerKinds>& recorded, double now) {
+  for (Thing& thing : things_) {
+    if (!std::exchange(thing.is_in_doubt, false))
+      continue;
+    if (thing.is_stored)
+      thing.kept_from = now;
+    else
+      thing.is_undone = true;
+  }
+  expected_ = recorded;
+  doubtful_ = {};
+  again_ = {};
+}
+
+ThingCounts ThingBook::counts(Kind kind) const {
+  const size_t index = indexOf(kind);
+  ThingCounts counts{.recorded_least = expected_[index] - std::min(expected_[index], doubtful_[index]),
+                     .recorded_most = expected_[index] + again_[index],
+                     .stored = stored_[index].size()};
+  for (const ThingNumber number : of_kind_[index]) {
+    const Thing& thing = things_[number];
+    if (thing.has_arrived)
+      ++counts.arrived;
+    if (thing.has_arrived && !thing.is_undone && !thing.is_in_doubt)
+      ++counts.arrived_for_good;
+    if (thing.isGone() && !thing.is_in_doubt)
+      ++counts.gone;
+  }
+  return counts;
+}
+
+uint64_t ThingBook::permitted(Kind kind, host::LedgerReason reason) const {
+  const auto& of_kind = of_kind_[indexOf(kind)];
+  return static_cast<uint64_t>(std::count_if(of_kind.begin(), of_kind.end(), [&](ThingNumber number) {
+    return (things_[number].may_go & bitOf(reason)) != 0;
+  }));
+}
+
+std::vector<ThingNumber> ThingBook::lost() const {
+  std::vector<ThingNumber> lost;
+  for (ThingNumber number = 0; number < things_.size(); ++number) {
+    const Thing& thing = things_[number];
+    if (thing.isGone() && !thing.is_in_doubt && thing.may_go == 0)
+      lost.push_back(number);
+  }
+  return lost;
+}
+
+}  // namespace morvik::simulation

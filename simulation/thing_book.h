@@ -1,0 +1,128 @@
+// An account of what an app recorded that is kept beside the kit and knows nothing of the kit's own: each thing told
+// apart by its name, each arrival noted, and for each what the rules allow to become of it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/ledger/ledger_reasons.h"
+#include "kit/value.h"
+#include "testing/service_endpoint.h"
+
+namespace morvik::simulation {
+
+inline constexpr double kNever = std::numeric_limits<double>::infinity();
+
+/// Bits, one for each LedgerReason.
+using LedgerReasons = uint32_t;
+constexpr LedgerReasons bitOf(host::LedgerReason reason) {
+  return LedgerReasons{1} << static_cast<unsigned>(reason);
+}
+
+struct Thing {
+  host::LedgerKind kind = host::LedgerKind::kActivities;
+  std::string name;
+  int64_t key = 0;  ///< of a click
+  double recorded_at = 0;
+  double kept_from = kNever;  ///< virtual time from which on it must outlive a kill
+  LedgerReasons may_go = 0;   ///< the rules that may let it go, by what was seen
+  size_t under_way = 0;       ///< requests that carry it
+  bool is_stored = false;
+  bool has_arrived = false;   ///< the service has it
+  bool is_in_doubt = false;   ///< a death may have undone it
+  bool is_undone = false;     ///< one did
+  bool waits_beside = false;  ///< not recorded yet: a crash report that waits for the store
+
+  bool isGone() const { return !is_stored && !has_arrived && under_way == 0 && !is_undone && !waits_beside; }
+};
+
+/// Number of a thing in the book.
+using ThingNumber = size_t;
+
+/// Of one kind, what may be said of the device's own account.
+struct ThingCounts {
+  uint64_t recorded_least = 0;
+  uint64_t recorded_most = 0;
+  uint64_t stored = 0;
+  uint64_t arrived = 0;           ///< each once, also those that a death undid
+  uint64_t arrived_for_good = 0;  ///< but for those
+  uint64_t gone = 0;
+};
+
+class ThingBook {
+ public:
+  /// `key`: of a click. The name is a new one among its kind.
+  ThingNumber record(host::LedgerKind kind, std::string name, double now, int64_t key = 0);
+  /// What a death undid comes again: a URL that was kept, say.
+  void recordAgain(ThingNumber number, double now);
+  std::optional<ThingNumber> find(host::LedgerKind kind, std::string_view name) const;
+  Thing& operator[](ThingNumber number) { return things_[number]; }
+  const Thing& operator[](ThingNumber number) const { return things_[number]; }
+  const std::vector<Thing>& all() const { return things_; }
+
+  /// From now on it outlives a kill.
+  void isKept(ThingNumber number, double now);
+  /// What was held in memory since then, the disk having no room, is written only now.
+  void isWrittenLate(double since, double now);
+  void permit(ThingNumber number, host::LedgerReason reason) { things_[number].may_go |= bitOf(reason); }
+  void permitStored(host::LedgerKind kind, host::LedgerReason reason);
+  void arrives(ThingNumber number);
+  /// These, and no others, are stored of their kind. Those that are not in the book are told by `unknown`, those that
+  /// stand there twice by `doubled`.
+  struct Strangers {
+    std::vector<std::string> unknown;
+    std::vector<std::string> doubled;
+  };
+  Strangers storedAre(host::LedgerKind kind, const std::vector<std::string>& names);
+  /// Of these the ones that are not stored wait for the store elsewhere, safe from any death; of their kind no others.
+  void waitBesideTheStore(host::LedgerKind kind, const std::vector<std::string>& names);
+  /// One that waited is in the store now.
+  void isTakenIn(ThingNumber number);
+  const std::vector<ThingNumber>& stored(host::LedgerKind kind) const { return stored_[indexOf(kind)]; }
+  /// A click that was recorded may be recorded once more.
+  void mayBeRecordedAgain(host::LedgerKind kind) { ++again_[indexOf(kind)]; }
+
+  /// What was not kept before `undone_from` may be undone. Nothing is stored nor under way until the next start.
+  void diesWith(double undone_from);
+  /// The next process knows what it holds: what is in doubt and neither there nor arrived is undone. `recorded`: by
+  /// kind, what the device's account says; what it may say is told by counts() until then.
+  void settle(const std::array<uint64_t, host::kLedgerKinds>& recorded, double now);
+
+  ThingCounts counts(host::LedgerKind kind) const;
+  /// How many may go, or might have gone, for this reason.
+  uint64_t permitted(host::LedgerKind kind, host::LedgerReason reason) const;
+  /// Those that are gone, and that nothing explains.
+  std::vector<ThingNumber> lost() const;
+
+ private:
+  static constexpr size_t indexOf(host::LedgerKind kind) { return static_cast<size_t>(kind); }
+
+  std::vector<Thing> things_;
+  std::array<std::map<std::string, ThingNumber, std::less<>>, host::kLedgerKinds> by_name_;
+  std::array<std::vector<ThingNumber>, host::kLedgerKinds> of_kind_;
+  std::array<std::vector<ThingNumber>, host::kLedgerKinds> stored_;
+  std::array<uint64_t, host::kLedgerKinds> expected_{};  ///< recorded, as the device should count them
+  std::array<uint64_t, host::kLedgerKinds> doubtful_{};  ///< of these, undone by the latest deaths maybe
+  std::array<uint64_t, host::kLedgerKinds> again_{};     ///< and beside these, recorded once more maybe
+};
+
+/// A stored list or value of the ledger's kinds. Nothing for any other key.
+std::optional<host::LedgerKind> kindStoredUnder(std::string_view key);
+/// The name of a stored record; of a demographic value "age=17".
+std::string nameOfStored(host::LedgerKind kind, std::string_view key, const kit::Value& record);
+/// Names of what a payload carries, each with its kind.
+struct CarriedThing {
+  host::LedgerKind kind;
+  std::string name;
+  int64_t key = 0;
+};
+std::vector<CarriedThing> carriedBy(testing::ServiceEndpoint endpoint, const kit::Value& payload);
+
+}  // namespace morvik::simulation

@@ -1,0 +1,141 @@
+#include "simulation/watched_machine.h"
+
+#include <utility>
+#include <vector>
+
+namespace morvik::simulation {
+namespace {
+
+MachineMeddler& noMeddler() {
+  static MachineMeddler none;
+  return none;
+}
+
+class WatchedStore final : public host::MachineStore {
+ public:
+  WatchedStore(std::unique_ptr<host::MachineStore> store, MachineWatcher& watcher, MachineMeddler& meddler)
+      : store_(std::move(store)), watcher_(watcher), meddler_(meddler) {}
+
+  kit::Value get(std::string_view key) const override { return store_->get(key); }
+  void set(std::string_view key, kit::Value value) override {
+    value = meddler_.stored(key, std::move(value));
+    watcher_.valueIsSet(key, value);
+    store_->set(key, std::move(value));
+  }
+  void setTogether(std::span<host::StoreWrite> writes) override {
+    for (host::StoreWrite& write : writes) {
+      write.value = meddler_.stored(write.key, std::move(write.value));
+      watcher_.valueIsSet(write.key, write.value);
+    }
+    store_->setTogether(writes);
+  }
+  bool synchronize() override { return store_->synchronize(); }
+  std::optional<kit::Value> tryGet(std::string_view key) const override { return store_->tryGet(key); }
+  bool trySetAndSynchronize(std::string_view key, kit::Value value) override {
+    const kit::Value set = value;
+    const bool is_kept = store_->trySetAndSynchronize(key, std::move(value));
+    if (is_kept)
+      watcher_.valueIsSet(key, set);
+    return is_kept;
+  }
+  host::StoreOpening opening() const override { return store_->opening(); }
+  const std::string& openingLine() const override { return store_->openingLine(); }
+  void setWhenTakenOver(kit::Block hook) override { store_->setWhenTakenOver(std::move(hook)); }
+  void commitTurn() override { store_->commitTurn(); }
+  std::vector<std::pair<std::string, kit::Value>> all() const override { return store_->all(); }
+  void flushNow() override { store_->flushNow(); }
+  void shutdown() override { store_->shutdown(); }
+
+ private:
+  const std::unique_ptr<host::MachineStore> store_;
+  MachineWatcher& watcher_;
+  MachineMeddler& meddler_;
+};
+
+class WatchedLoop final : public host::MachineLoop {
+ public:
+  WatchedLoop(std::unique_ptr<host::MachineLoop> loop, MachineWatcher& watcher, MachineMeddler& meddler)
+      : loop_(std::move(loop)), watcher_(watcher), meddler_(meddler) {}
+
+  void setFrame(host::TurnFrame frame) override { loop_->setFrame(std::move(frame)); }
+  std::optional<kit::Error> open() override { return loop_->open(); }
+  bool stop() override { return loop_->stop(); }
+  void async(kit::Block block) override { loop_->async(std::move(block)); }
+  void after(double delay_seconds, kit::Block block) override {
+    for (size_t times = meddler_.timesPutOff(delay_seconds); times > 0; --times) {
+      watcher_.blockIsPutOff(delay_seconds);
+      loop_->after(delay_seconds, block);
+    }
+  }
+  TimerKey schedule(double delay_seconds, kit::Block block) override {
+    return loop_->schedule(delay_seconds, std::move(block));
+  }
+  void cancel(TimerKey timer) override { loop_->cancel(timer); }
+  void runOnMain(kit::Block block) override { loop_->runOnMain(std::move(block)); }
+  void afterThisTurn(kit::Block block) override { loop_->afterThisTurn(std::move(block)); }
+  bool isMainThread() const override { return loop_->isMainThread(); }
+  bool isInTurn() const override { return loop_->isInTurn(); }
+  host::MainLoopCounts counts() const override { return loop_->counts(); }
+  int pollDescriptor() const override { return loop_->pollDescriptor(); }
+  int pollTimeoutMilliseconds() const override { return loop_->pollTimeoutMilliseconds(); }
+  void dispatch() override { loop_->dispatch(); }
+
+ private:
+  const std::unique_ptr<host::MachineLoop> loop_;
+  MachineWatcher& watcher_;
+  MachineMeddler& meddler_;
+};
+
+class WatchedTransport final : public host::MachineTransport {
+ public:
+  WatchedTransport(std::unique_ptr<host::MachineTransport> transport, uint64_t& last_exchange, MachineWatcher& watcher,
+                   MachineMeddler& meddler)
+      : transport_(std::move(transport)), last_exchange_(last_exchange), watcher_(watcher), meddler_(meddler) {}
+
+  void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
+    const size_t copies = meddler_.copiesOf(request);
+    const bool is_lost = meddler_.losesHandlerOf(request);
+    for (size_t copy = 0; copy < copies; ++copy) {
+      const uint64_t exchange = ++last_exchange_;
+      watcher_.requestStarts(exchange, request);
+      transport_->start(request, [this, exchange, is_lost, copy, handler](kit::TransportOutcome outcome) {
+        if (is_lost)
+          return;
+        watcher_.handlerBegins(exchange, outcome);
+        if (copy == 0)
+          handler(std::move(outcome));
+        watcher_.handlerEnded(exchange);
+      });
+    }
+  }
+  size_t inFlight() const override { return transport_->inFlight(); }
+  void shutdown() override { transport_->shutdown(); }
+
+ private:
+  const std::unique_ptr<host::MachineTransport> transport_;
+  uint64_t& last_exchange_;
+  MachineWatcher& watcher_;
+  MachineMeddler& meddler_;
+};
+
+}  // namespace
+
+WatchedMachine::WatchedMachine(VirtualMachineOptions options, MachineWatcher& watcher, MachineMeddler* meddler)
+    : VirtualMachine(std::move(options)), watcher_(watcher), meddler_(meddler != nullptr ? *meddler : noMeddler()) {}
+
+std::unique_ptr<host::MachineStore> WatchedMachine::makeStore(const std::string& folder, kit::LogSink& log) {
+  return std::make_unique<WatchedStore>(VirtualMachine::makeStore(folder, log), watcher_, meddler_);
+}
+
+std::unique_ptr<host::MachineLoop> WatchedMachine::makeMainLoop(MainQueueMode mode, const services::Logger& logger) {
+  return std::make_unique<WatchedLoop>(VirtualMachine::makeMainLoop(mode, logger), watcher_, meddler_);
+}
+
+std::unique_ptr<host::MachineTransport> WatchedMachine::makeTransport(const std::string& ca_file,
+                                                                      kit::MainQueue& main_queue,
+                                                                      host::TurnGate& gate) {
+  return std::make_unique<WatchedTransport>(VirtualMachine::makeTransport(ca_file, main_queue, gate), last_exchange_,
+                                            watcher_, meddler_);
+}
+
+}  // namespace morvik::simulation

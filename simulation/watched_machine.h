@@ -1,0 +1,62 @@
+// A virtual machine on which everything that the host asks of its store, its network and its main queue can be
+// watched, and can be meddled with.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "kit/transport.h"
+#include "kit/value.h"
+#include "simulation/virtual_machine.h"
+
+namespace morvik::simulation {
+
+/// Is told what passes. All on the thread of the loop; none may call the host.
+class MachineWatcher {
+ public:
+  virtual ~MachineWatcher() = default;
+  /// The host hands over a request. `exchange` names it, from 1; a name is never used twice.
+  virtual void requestStarts(uint64_t exchange, const kit::Request& request) = 0;
+  /// Its answer, or what kept it away, is about to be handed to the core.
+  virtual void handlerBegins(uint64_t exchange, const kit::TransportOutcome& outcome) = 0;
+  virtual void handlerEnded(uint64_t exchange) = 0;
+  /// A value is set in the store, in memory: what the turn wrote is committed later.
+  virtual void valueIsSet(std::string_view key, const kit::Value& value) = 0;
+  /// A block is put off on the main queue, by the core.
+  virtual void blockIsPutOff(double delay_seconds) = 0;
+};
+
+/// Stands between the host and the machine and does what no machine should, to see that it is found out. By itself it
+/// does nothing.
+class MachineMeddler {
+ public:
+  virtual ~MachineMeddler() = default;
+  /// So many copies of the request start.
+  virtual size_t copiesOf(const kit::Request&) { return 1; }
+  virtual bool losesHandlerOf(const kit::Request&) { return false; }
+  /// What is stored in the place of the value.
+  virtual kit::Value stored(std::string_view, kit::Value value) { return value; }
+  /// So often the block that is put off runs.
+  virtual size_t timesPutOff(double) { return 1; }
+};
+
+/// `watcher` and `meddler` outlive it; the latter may be null.
+class WatchedMachine final : public VirtualMachine {
+ public:
+  WatchedMachine(VirtualMachineOptions options, MachineWatcher& watcher, MachineMeddler* meddler);
+
+  std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
+  std::unique_ptr<host::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
+  std::unique_ptr<host::MachineTransport> makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
+                                                        host::TurnGate& gate) override;
+
+ private:
+  MachineWatcher& watcher_;
+  MachineMeddler& meddler_;
+  uint64_t last_exchange_ = 0;
+};
+
+}  // namespace morvik::simulation

@@ -1,0 +1,59 @@
+// A simulated disk whose errors come and go, and which remembers what it was never asked to sync.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "simulation/simulated_disk.h"
+
+namespace morvik::simulation {
+
+enum class WildDiskFault : uint8_t { kFull, kSyncError, kReadErrorAtStart };
+inline constexpr size_t kWildDiskFaults = 3;
+const char* nameOf(WildDiskFault fault);
+
+class WildDisk {
+ public:
+  /// `now`: virtual time. `changed`: told of each change; empty: nobody.
+  WildDisk(std::function<double()> now, std::function<void(const DiskCall&)> changed);
+
+  SimulatedDisk disk;
+
+  /// The next calls of that kind fail: `calls` of them, and then until the time is over.
+  void fail(WildDiskFault fault, uint64_t calls, double until);
+  void isWellAgain();
+  /// Read errors come while a process starts, and only then.
+  void processStarts(bool is_starting) { is_starting_ = is_starting; }
+
+  /// A process died, and nobody is left to sync what it wrote, until the next one does.
+  void processDied() { excuse(); }
+  /// What was not synced is gone.
+  void powerWasLost() { unsynced_since_ = excused_since_ = std::nullopt; }
+  /// Since when something stands on it unsynced for a reason: a sync failed, or a process died. Nothing: there is none.
+  std::optional<double> unsyncedForAReasonSince() const { return excused_since_; }
+  const std::array<uint64_t, kWildDiskFaults>& failed() const { return failed_; }
+
+ private:
+  int decide(const DiskCall& call);
+  bool fails(WildDiskFault fault);
+  void excuse();
+
+  struct Trouble {
+    uint64_t calls = 0;
+    double until = 0;
+  };
+
+  const std::function<double()> now_;
+  const std::function<void(const DiskCall&)> changed_;
+  std::array<Trouble, kWildDiskFaults> troubles_{};
+  std::array<uint64_t, kWildDiskFaults> failed_{};
+  bool is_starting_ = false;
+  std::optional<double> unsynced_since_;  ///< the log
+  std::optional<double> excused_since_;
+};
+
+}  // namespace morvik::simulation

@@ -1,0 +1,951 @@
+#include "simulation/wild_life.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <limits>
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <variant>
+
+#include "host/crypto/openssl_cipher.h"
+#include "host/crypto/zlib_compressor.h"
+#include "host/host.h"
+#include "services/json_writer.h"
+#include "simulation/life_witness.h"
+#include "simulation/transcript.h"
+#include "simulation/watched_machine.h"
+#include "testing/json_reader.h"
+
+namespace morvik::simulation {
+namespace {
+
+using host::LedgerKind;
+using testing::Answer;
+using testing::ServiceEndpoint;
+using testing::SimulatedService;
+
+constexpr double kMinuteSeconds = 60;
+constexpr double kHourSeconds = 3'600;
+constexpr double kDaySeconds = 86'400;
+constexpr double kYearSeconds = 365.25 * kDaySeconds;
+/// As long as the system lets an app finish what it does.
+constexpr double kGrantSeconds = 35;
+/// What is documented to be lost with the power: what was recorded this shortly before.
+constexpr double kPowerCutLossSeconds = 1.0;
+/// A cut in the middle of what the disk does comes within so many of its changes.
+constexpr uint64_t kChangesToACut = 60;
+constexpr uint64_t kMostFailingCalls = 30;
+constexpr uint64_t kMostTurnsBeforeADeath = 12;
+constexpr int kMostTalkative = 6;
+constexpr size_t kLongParamBytes = 700;
+constexpr uint64_t kBurst = 25;
+constexpr uint64_t kHealthySessions = 3;
+/// A user may be found by these keys; few, so that they meet.
+constexpr int64_t kKeys[] = {0, 5001, 5002, 5003, 5004, 5005};
+
+/// How a service and its network are, for a while.
+enum class Weather : uint8_t { kFine, kRough, kStorm };
+constexpr double kMisbehavesInWeather[] = {0, 0.3, 0.92};
+
+/// A way in which time passes after something was done.
+struct Pause {
+  double weight;
+  double least_seconds;
+  double most_seconds;
+};
+constexpr Pause kPauses[] = {
+    {12, 0, 0},  // some turns, and no time
+    {20, 0, 0.6},
+    {30, 0.6, 5},
+    {18, 5, kMinuteSeconds},
+    {12, kMinuteSeconds, 20 * kMinuteSeconds},
+    {6, 20 * kMinuteSeconds, 5 * kHourSeconds},
+    {1, 5 * kHourSeconds, 1.5 * kDaySeconds},
+};
+
+template <class Row, size_t kCount>
+const Row& drawn(const Row (&rows)[kCount], Dice& dice) {
+  double sum = 0;
+  for (const Row& row : rows)
+    sum += row.weight;
+  double left = dice.between(0, sum);
+  for (const Row& row : rows) {
+    if (left < row.weight)
+      return row;
+    left -= row.weight;
+  }
+  return rows[0];
+}
+
+/// What the core takes for a success: a good status, and an object.
+std::optional<kit::Value> successIn(const kit::TransportOutcome& outcome) {
+  if (outcome.error || !outcome.response)
+    return std::nullopt;
+  const kit::Response& response = *outcome.response;
+  if (response.status_code < 200 || response.status_code > 299)
+    return std::nullopt;
+  auto read = testing::readJson(response.body);
+  auto* json = std::get_if<kit::Value>(&read);
+  return json != nullptr && json->isDictionary() ? std::optional(std::move(*json)) : std::nullopt;
+}
+
+std::string textOf(const kit::Value& value) {
+  std::string text;
+  services::appendJsonDescription(value, text);
+  return text;
+}
+
+class WildLife final : private MachineWatcher {
+ public:
+  explicit WildLife(const WildLifeOptions& options)
+      : options_(options),
+        dice_(options.seed),
+        meddler_(makeMeddler(options.sabotage)),
+        disk_([this] { return now(); }, [this](const DiskCall& call) { diskChanges(call); }),
+        machine_(machineOptions(), *this, meddler_.get()),
+        checkers_(makeLifeCheckers(witness_.facts, [this](const char* checker, const std::string& text) {
+          complain(std::string(checker) + ": " + text);
+        })) {
+    machine_.transport.setObserver([this](const kit::Request& request) { leaves(request); });
+    machine_.transport.on("").alwaysBy([this](const kit::Request& request) { return serve(request); });
+    drawTraits();
+  }
+
+  WildLifeResult live() {
+    const double began = now();
+    try {
+      while (result_.complaints.empty() && now() - began < options_.days * kDaySeconds)
+        step();
+      if (result_.complaints.empty())
+        liveAHealthyEnd();
+    } catch (const std::exception& thrown) {
+      complain(std::string("broken: ") + thrown.what());
+    }
+    result_.figures.days = (now() - began) / kDaySeconds;
+    end();
+    return std::move(result_);
+  }
+
+ private:
+  // ------------------------------------------------------------------------------------------------ the device's
+  // traits
+
+  VirtualMachineOptions machineOptions() {
+    VirtualMachineOptions options;
+    options.seed = dice_.next();
+    options.disk = &disk_.disk;
+    return options;
+  }
+
+  void drawTraits() {
+    app_ = simulatedApp();
+    app_.log_level = kMostTalkative;
+    app_.log_sink = [this](std::string_view line) { hear(line); };
+    if (dice_.happens(0.1))
+      app_.device.idfa = Identifier::none();
+    if (dice_.happens(0.1)) {
+      app_.device.puid = Identifier::none();
+      witness_.hasNoIdentifier();
+    }
+    if (dice_.happens(0.04))
+      app_.tracking_key = "";
+    if (dice_.happens(0.04))
+      app_.device.multitasking = false;
+    if (dice_.happens(0.15)) {
+      app_.ad_client.determineAppInstallationAttribution = [this](const AdClient::InstallationAttribution& answer) {
+        answer(dice_.happens(0.5));
+      };
+    }
+    service_.setPremiumPostback(dice_.happens(0.5));
+  }
+
+  // -------------------------------------------------------------------------------------------------------- the verbs
+
+  struct Verb {
+    const char* name;
+    double weight;
+    void (WildLife::*act)();
+  };
+
+  static const Verb& drawVerb(Dice& dice) {
+    static constexpr Verb kVerbs[] = {
+        {"record an event", 60, &WildLife::recordAnEvent},
+        {"record a burst of events", 3, &WildLife::recordABurst},
+        {"record an event called end", 1, &WildLife::recordAnEventCalledEnd},
+        {"record an event that is refused", 1, &WildLife::recordARefusedEvent},
+        {"add an impression", 8, &WildLife::addAnImpression},
+        {"open a re-engagement link", 10, &WildLife::openAReEngagementLink},
+        {"open a link by the advertising identifier", 2, &WildLife::openALinkByIdentifier},
+        {"open a commerce link", 8, &WildLife::openACommerceLink},
+        {"open a link of both kinds", 2, &WildLife::openALinkOfBothKinds},
+        {"open an odd URL", 3, &WildLife::openAnOddUrl},
+        {"keep a URL for the next start", 1, &WildLife::keepAUrl},
+        {"report a crash", 4, &WildLife::reportACrash},
+        {"set an age", 3, &WildLife::setAnAge},
+        {"set a gender", 3, &WildLife::setAGender},
+        {"set a user id", 3, &WildLife::setAUserId},
+        {"take an age back", 1, &WildLife::takeAnAgeBack},
+        {"take a gender back", 1, &WildLife::takeAGenderBack},
+        {"ask to be forgotten", 0.5, &WildLife::askToBeForgotten},
+        {"withdraw the wish", 2, &WildLife::withdraw},
+        {"withdraw the wish offline", 6, &WildLife::withdrawOffline},
+        {"push", 14, &WildLife::push},
+        {"come to the foreground", 22, &WildLife::comeToTheForeground},
+        {"leave the foreground", 18, &WildLife::leaveTheForeground},
+        {"leave and come back", 5, &WildLife::leaveAndComeBack},
+        {"report a third party conversion", 1, &WildLife::reportThirdParty},
+        {"report a Facebook referral", 2, &WildLife::reportFacebook},
+        {"switch the app offline or online", 2, &WildLife::switchOffline},
+        {"the network goes or comes", 4, &WildLife::changeTheNetwork},
+        {"the weather changes", 6, &WildLife::changeTheWeather},
+        {"the clock is set", 2, &WildLife::setTheClock},
+        {"the disk fails", 3, &WildLife::failTheDisk},
+        {"the disk is well again", 2, &WildLife::mendTheDisk},
+        {"the process is killed", 4, &WildLife::killTheProcess},
+        {"the power goes", 3, &WildLife::cutThePower},
+        {"a cut lies ahead", 4, &WildLife::layACut},
+        {"the process ends in order", 3, &WildLife::endInOrder},
+    };
+    return drawn(kVerbs, dice);
+  }
+
+  void step() {
+    const Verb& verb = drawVerb(dice_);
+    ++result_.figures.steps;
+    note(verb.name);
+    (this->*verb.act)();
+    pass();
+    if (std::exchange(is_dying_, false) && process_ && !isCut())
+      die(WildDeath::kCrashed);
+    dieIfCut();
+    check();
+  }
+
+  std::string nextName(const char* what) { return std::string(what) + "-" + std::to_string(++last_name_); }
+
+  /// What the app does, on the main queue.
+  void perform(std::function<void()> block) {
+    needProcess();
+    if (!process_)
+      return;
+    process_->mainQueue().async([this, block = std::move(block)] {
+      if (!isOver())
+        block();
+    });
+  }
+
+  void recordAnEvent() { recordEvent(dice_.happens(0.1) ? kLongParamBytes : 0); }
+  void recordABurst() {
+    for (uint64_t events = dice_.below(kBurst); events > 0; --events)
+      recordEvent(0);
+  }
+  void recordEvent(size_t padding) {
+    const std::string name = nextName("look");
+    const uint64_t oddness = dice_.below(12);
+    perform([this, name, padding, oddness] {
+      if (process_->isGdprForgetMe())
+        return process_->addActivity("shop", name, "refused");
+      std::optional<std::string> param = "sku" + std::string(padding, '.');
+      if (oddness == 0)
+        param.reset();
+      if (oddness == 1)
+        param = "\xc3\x28 not UTF-8 \xff";
+      if (oddness == 2)
+        param = "\"\\\n\t\x01 \xf0\x9f\x98\x80";
+      witness_.isRecorded(LedgerKind::kActivities, name);
+      process_->addActivity(oddness == 3 ? "" : "shop", name, param);
+    });
+  }
+  void recordAnEventCalledEnd() {
+    const std::string name = nextName("level");
+    perform([this, name] {
+      if (process_->isGdprForgetMe())
+        return;
+      const ThingNumber number = witness_.isRecorded(LedgerKind::kActivities, name);
+      witness_.facts.things.permit(number, host::LedgerReason::kKeptSession);
+      process_->addActivity("game", "end", name);
+    });
+  }
+  void recordARefusedEvent() {
+    perform([this] {
+      if (process_->isGdprForgetMe())
+        process_->addActivity("shop", "never", std::nullopt);
+    });
+  }
+
+  void addAnImpression() {
+    const std::string name = nextName("space");
+    perform([this, name] {
+      const kit::Value impression =
+          kit::Dictionary{{"campaignKey", 7}, {"spaceKey", name}, {"createdAt", kit::Value(machine_.loop.now())}};
+      witness_.isRecorded(LedgerKind::kImpressions, name);
+      const auto properties = process_->properties();
+      properties.inOneStep([&] {
+        kit::MutableArray impressions(properties.fendoImpressionInfos());
+        impressions.append(impression);
+        properties.setFendoImpressionInfos(kit::Value(std::move(impressions)));
+      });
+      properties.synchronize();
+    });
+  }
+
+  int64_t drawKey() { return kKeys[dice_.below(std::size(kKeys))]; }
+  std::string reEngagementUrl() {
+    return "shop://offer?id=" + nextName("click") + "&ck=" + std::to_string(drawKey()) + "&sn=9001";
+  }
+  void openUrl(const std::string& url) {
+    perform([this, url] { process_->passOpenURL(url); });
+  }
+  void openAReEngagementLink() { openUrl(reEngagementUrl() + (dice_.happens(0.5) ? "&mrvk_eng=1" : "")); }
+  void openALinkByIdentifier() { openUrl(reEngagementUrl() + "&isFacebookCpi=1&mrvk_deeplink_cvr=1"); }
+  void openACommerceLink() { openCommerceUrl("shop://offer?cid="); }
+  void openALinkOfBothKinds() { openCommerceUrl(reEngagementUrl() + "&cid="); }
+  /// Without an advertising identifier only a re-engagement link counts as one.
+  void openCommerceUrl(const std::string& beginning) {
+    const std::string name = nextName("deal");
+    const bool counts =
+        app_.device.idfa.source() != Identifier::Source::kNone || beginning.find("ck=") != std::string::npos;
+    perform([this, counts, name, url = beginning + name] {
+      if (counts)
+        witness_.isRecorded(LedgerKind::kCommerceClicks, name);
+      process_->passOpenURL(url);
+    });
+  }
+  void openAnOddUrl() {
+    static constexpr const char* kUrls[] = {"",          "?",      "shop://",     "shop://offer?",
+                                            "::%%%",     "%zz?=&", "shop://a#?b", "shop://offer?sn=1&mrvk_eng=1",
+                                            "\xff\xfe?", "a b c"};
+    openUrl(kUrls[dice_.below(std::size(kUrls))]);
+  }
+  void keepAUrl() {
+    const std::string url = reEngagementUrl();
+    perform([this, url] { process_->storeOpenedUrl(url); });
+  }
+
+  void reportACrash() {
+    const bool concerns_the_kit = dice_.happens(0.8);
+    const std::string reason = nextName(concerns_the_kit ? "fendo crash" : "somebody else's crash");
+    perform([this, reason, concerns_the_kit] {
+      process_->reportUncaughtException({.reason = reason, .call_stack_symbols = {"0 app"}, .moment = std::nullopt});
+      const auto is_among = [&reason](const kit::Array& reports) {
+        return std::any_of(reports.begin(), reports.end(), [&reason](const kit::Value& report) {
+          return report["exception_reason"].string() == reason;
+        });
+      };
+      const bool is_kept = is_among(process_->properties().MorvikCoreUserInfo_Crash().array()) ||
+                           is_among(machine_.report_shelf.reports());
+      if (is_kept != concerns_the_kit)
+        complain(std::string(kNothingIsLost) + ": " + reason + (is_kept ? " was kept" : " was not kept"));
+      is_dying_ = true;
+    });
+  }
+
+  void setAnAge() {
+    const auto age = static_cast<int32_t>(++last_name_);
+    perform([this, age] {
+      witness_.isSet("age=" + std::to_string(age), true, "age");
+      process_->setAge(age);
+    });
+  }
+  void setAGender() {
+    const auto gender = static_cast<int32_t>(++last_name_);
+    perform([this, gender] {
+      witness_.isSet("gender=" + std::to_string(gender), true, "gender");
+      process_->setGender(gender);
+    });
+  }
+  void setAUserId() {
+    const std::string name = nextName("user");
+    perform([this, name] {
+      witness_.isSet("userId=" + name, true, "userId");
+      process_->setUserId(name);
+    });
+  }
+  void takeAnAgeBack() {
+    perform([this] {
+      witness_.isSet("", false, "age");
+      process_->setAge(-1);
+    });
+  }
+  void takeAGenderBack() {
+    perform([this] {
+      witness_.isSet("", false, "gender");
+      process_->setGender(-1);
+    });
+  }
+
+  void wish(bool forget_me) {
+    perform([this, forget_me] {
+      process_->gdprForgetMe(forget_me);
+      isWished(forget_me);
+    });
+  }
+  void isWished(bool forget_me) {
+    witness_.facts.wants_to_be_forgotten = forget_me;
+    wish_kept_from_ = kNever;
+    whenCommitted([this] { wish_kept_from_ = now(); });
+  }
+  void askToBeForgotten() { wish(true); }
+  void withdraw() {
+    if (process_ && process_->isGdprForgetMe())
+      wish(false);
+  }
+  /// Where there is a network an accepted withdrawal counts as another wish to be forgotten.
+  void withdrawOffline() {
+    if (!process_ || !process_->isGdprForgetMe())
+      return;
+    perform([this] { process_->setOffline(true); });
+    wish(false);
+    perform([this] { process_->setOffline(is_app_offline_); });
+  }
+
+  void push() {
+    perform([this] { process_->pushTracking(); });
+  }
+  void comeToTheForeground() {
+    needProcess();
+    if (!process_ || (is_active_ && !dice_.happens(0.1)))
+      return;
+    perform([this] {
+      tell([](LifeChecker& checker) { checker.sessionIsAskedToStart(); });
+      process_->applicationDidBecomeActive();
+    });
+    is_active_ = true;
+  }
+  void leaveTheForeground() {
+    if (!process_ || !is_active_)
+      return;
+    perform([this] { process_->applicationDidEnterBackground(); });
+    is_active_ = false;
+    if (dice_.happens(0.5))
+      advance(kGrantSeconds);
+  }
+  /// Within the half second in which the session's end is worked on, within the minute in which it goes on, or later.
+  void leaveAndComeBack() {
+    comeToTheForeground();
+    advance(2);
+    leaveTheForeground();
+    constexpr double kLongest[] = {0.6, 58, 70};
+    advance(dice_.between(0, kLongest[dice_.below(std::size(kLongest))]));
+    comeToTheForeground();
+  }
+
+  void reportThirdParty() {
+    perform([this] { process_->thirdPartyConversion(); });
+  }
+  void reportFacebook() {
+    const std::string url = "https://facebook.example/?ck=" + std::to_string(drawKey()) + "&sub_referral=s";
+    perform([this, url] { process_->setReferralUrlForFacebook(url); });
+  }
+
+  void switchOffline() {
+    is_app_offline_ = !is_app_offline_ && dice_.happens(0.5);
+    if (process_)
+      perform([this] { process_->setOffline(is_app_offline_); });
+  }
+  void changeTheNetwork() {
+    is_offline_ = !is_offline_ && dice_.happens(0.5);
+    if (!is_offline_)
+      return machine_.transport.goOnline();
+    ++result_.figures.offline_phases;
+    machine_.transport.goOffline();
+  }
+  void changeTheWeather() { weather_ = static_cast<Weather>(dice_.below(std::size(kMisbehavesInWeather))); }
+  void setTheClock() {
+    constexpr double kFarthest[] = {kMinuteSeconds, kDaySeconds, 3 * kYearSeconds};
+    const double farthest = kFarthest[dice_.below(std::size(kFarthest))];
+    machine_.loop.moveWallClock(dice_.between(-farthest, farthest));
+    ++result_.figures.clock_jumps;
+  }
+  void failTheDisk() {
+    const auto fault = static_cast<WildDiskFault>(dice_.below(kWildDiskFaults));
+    note(nameOf(fault));
+    const bool for_a_while = dice_.happens(0.3);
+    disk_.fail(fault, dice_.happens(0.5) ? 1 : 1 + dice_.below(kMostFailingCalls),
+               for_a_while ? now() + dice_.between(0, 20 * kMinuteSeconds) : 0);
+  }
+  void mendTheDisk() { disk_.isWellAgain(); }
+
+  // ------------------------------------------------------------------------------------------------ birth and death
+
+  void needProcess() {
+    if (process_ || isCut())
+      return;
+    ++result_.figures.processes;
+    tell([](LifeChecker& checker) { checker.processBegins(); });
+    witness_.facts.now = now();
+    witness_.facts.knows_its_store = true;
+    disk_.processStarts(true);
+    is_starting_ = true;
+    process_ = machine_.start(app_);
+    machine_.loop.runUntilIdle();
+    is_starting_ = false;
+    disk_.processStarts(false);
+    is_active_ = false;
+    is_unsettled_ = true;
+    for (auto& each : std::exchange(committed_at_start_, {})) {
+      if (!isCut())
+        each();
+    }
+    if (isCut())
+      return;
+    made_device_at_ = std::min(made_device_at_, now());
+    witness_.processBegins(reader());
+    // Not the bytes on the disk: SQLite salts its log from a source that all threads share.
+    for (const auto& [name, value] : process_->allStored()) {
+      transcript_.add(name);
+      transcript_.add(textOf(value));
+    }
+    if (is_app_offline_)
+      perform([this] { process_->setOffline(true); });
+    check();
+  }
+
+  void killTheProcess() { dieAfterSomeTurns(WildDeath::kKilled); }
+  void cutThePower() { dieAfterSomeTurns(drawPowerLoss()); }
+  WildDeath drawPowerLoss() {
+    constexpr WildDeath kLosses[] = {WildDeath::kPowerLost, WildDeath::kPowerLostTorn, WildDeath::kPowerLostScattered};
+    return kLosses[dice_.below(std::size(kLosses))];
+  }
+  void dieAfterSomeTurns(WildDeath death) {
+    if (!process_)
+      return;
+    for (uint64_t turns = dice_.below(kMostTurnsBeforeADeath); turns > 0 && !isOver(); --turns)
+      machine_.loop.step();
+    if (!isOver())
+      die(death);
+  }
+  void layACut() {
+    death_ahead_ = dice_.happens(0.4) ? WildDeath::kKilled : drawPowerLoss();
+    if (!isCut())
+      disk_.disk.cutAt(disk_.disk.changes() + 1 + dice_.below(kChangesToACut));
+  }
+  void dieIfCut() {
+    if (!isCut())
+      return;
+    ++result_.figures.deaths_at_a_change;
+    die(death_ahead_);
+  }
+
+  void die(WildDeath death) {
+    disk_.disk.cutNow();
+    note(nameOf(death));
+    ++result_.figures.deaths[static_cast<size_t>(death)];
+    const bool power_lost = death != WildDeath::kKilled && death != WildDeath::kCrashed;
+    machine_.kill(std::move(process_), cutBy(death));
+    process_ = nullptr;
+    isDead(undoneFrom(power_lost));
+    if (power_lost)
+      disk_.powerWasLost();
+    disk_.processDied();
+  }
+
+  DiskCut cutBy(WildDeath death) {
+    switch (death) {
+      case WildDeath::kPowerLost:
+        return DiskCut::powerLost(PowerLoss::kNothingUnsynced, dice_.next());
+      case WildDeath::kPowerLostTorn:
+        return DiskCut::powerLost(PowerLoss::kTorn, dice_.next());
+      case WildDeath::kPowerLostScattered:
+        return DiskCut::powerLost(PowerLoss::kScattered, dice_.next());
+      default:
+        return DiskCut::killed();
+    }
+  }
+
+  double undoneFrom(bool power_lost) const {
+    double undone_from = trouble_since_.value_or(kNever);
+    if (!power_lost)
+      return undone_from;
+    return std::min({undone_from, now(), disk_.unsyncedForAReasonSince().value_or(kNever)}) - kPowerCutLossSeconds;
+  }
+
+  void isDead(double undone_from) {
+    tell([](LifeChecker& checker) { checker.processEnds(); });
+    witness_.processEnds(undone_from);
+    witness_.facts.is_alive = false;
+    witness_.facts.ledger.reset();
+    if (wish_kept_from_ >= undone_from) {
+      is_wish_in_doubt_ = true;
+      witness_.facts.wants_to_be_forgotten = false;
+    }
+    if (made_device_at_ >= undone_from) {
+      other_devices_ = service_.installs();
+      made_device_at_ = kNever;
+    }
+    is_active_ = false;
+    trouble_since_.reset();
+    committed_at_start_.clear();
+  }
+
+  void endInOrder() {
+    if (!process_ || isOver())
+      return;
+    process_->stop();
+    if (isCut())
+      return;
+    ++result_.figures.deaths[static_cast<size_t>(WildDeath::kStopped)];
+    process_.reset();
+    machine_.loop.kill();
+    isDead(trouble_since_.value_or(kNever));
+    disk_.processDied();
+  }
+
+  // --------------------------------------------------------------------------------------------------------- the time
+
+  double now() const { return machine_.loop.monotonicSeconds(); }
+  bool isCut() const { return disk_.disk.isCut(); }
+  /// Nothing more is to happen: the disk is cut off, or an exception ended the process.
+  bool isOver() const { return isCut() || is_dying_; }
+
+  void advance(double seconds) {
+    if (!isOver())
+      machine_.loop.advanceUntil([this] { return isOver(); }, seconds);
+  }
+
+  void pass() {
+    const Pause& pause = drawn(kPauses, dice_);
+    if (pause.most_seconds > 0)
+      return advance(dice_.between(pause.least_seconds, pause.most_seconds));
+    for (uint64_t turns = dice_.below(kMostTurnsBeforeADeath); turns > 0 && !isOver(); --turns)
+      machine_.loop.step();
+  }
+
+  /// Runs once what the running turn wrote is committed; at once between turns.
+  void whenCommitted(std::function<void()> block) {
+    if (is_starting_) {
+      committed_at_start_.push_back(std::move(block));
+    } else if (machine_.loop.running() == testing::VirtualLoop::Running::kNothing) {
+      block();
+    } else {
+      machine_.loop.afterCommit([this, block = std::move(block)] {
+        if (isCut())
+          return;
+        witness_.facts.now = now();
+        block();
+      });
+    }
+  }
+
+  // ------------------------------------------------------------------------------------------------------ the watcher
+
+  bool isHeard() {
+    witness_.facts.now = now();
+    witness_.facts.is_forgotten = process_ && process_->isGdprForgetMe();
+    if (!isCut() && process_ && std::exchange(has_come_to_light_, false))
+      witness_.storeCameToLight(reader());
+    return !isCut();
+  }
+
+  void requestStarts(uint64_t exchange, const kit::Request& request) override {
+    if (!isHeard())
+      return;
+    const bool is_in_background = machine_.loop.running() == testing::VirtualLoop::Running::kBackgroundBlock;
+    witness_.requestStarts(exchange, request, is_in_background);
+    tell([&](LifeChecker& checker) { checker.requestStarts(witness_.facts.exchanges.at(exchange)); });
+  }
+  void handlerBegins(uint64_t exchange, const kit::TransportOutcome& outcome) override {
+    if (!isHeard())
+      return;
+    const std::optional<kit::Value> answer = successIn(outcome);
+    witness_.exchangeEnds(exchange, answer);
+    const LifeExchange* const ended = witness_.facts.handled();
+    if (ended == nullptr)
+      return;
+    tell([&](LifeChecker& checker) { checker.exchangeEnds(*ended, answer); });
+    if (ended->endpoint == ServiceEndpoint::kErasure && answer)
+      isWished(true);
+  }
+  void handlerEnded(uint64_t exchange) override {
+    if (isHeard())
+      witness_.handlerEnded(exchange);
+  }
+  void valueIsSet(std::string_view key, const kit::Value& value) override {
+    if (!isHeard())
+      return;
+    witness_.valueIsSet(key, value);
+    tell([&](LifeChecker& checker) { checker.valueIsSet(key, value); });
+  }
+  void blockIsPutOff(double delay_seconds) override {
+    if (isHeard())
+      tell([&](LifeChecker& checker) { checker.blockIsPutOff(delay_seconds); });
+  }
+
+  void hear(std::string_view line) {
+    if (isCut())
+      return;
+    ++result_.figures.log_lines;
+    transcript_.add(line);
+    trace("  log ", line);
+    const auto says = [line](std::string_view part) { return line.find(part) != std::string_view::npos; };
+    if (says("cannot be written (") || says("cannot be opened ("))
+      trouble_since_ = trouble_since_.value_or(now());
+    if (says("cannot be opened (") && is_starting_)
+      witness_.facts.knows_its_store = false;
+    if (says("can be written again")) {
+      isWrittenLate(trouble_since_.value_or(now()));
+      trouble_since_.reset();
+      has_come_to_light_ = !witness_.facts.knows_its_store;
+    }
+    tell([&](LifeChecker& checker) { checker.lineIsLogged(line); });
+  }
+
+  void isWrittenLate(double since) {
+    witness_.facts.now = now();
+    witness_.isWrittenLate(since);
+    for (double* const kept_from : {&wish_kept_from_, &made_device_at_}) {
+      if (*kept_from >= since && *kept_from != kNever)
+        *kept_from = now();
+    }
+  }
+
+  void diskChanges(const DiskCall& call) {
+    ++result_.figures.disk_changes;
+    if (options_.trace) {
+      static constexpr const char* kKinds[] = {"reads",   "writes",  "syncs",   "truncates",
+                                               "creates", "renames", "removes", "syncs the folder of"};
+      static_assert(std::size(kKinds) == DiskCall::kKinds);
+      trace("  disk ", std::string(kKinds[static_cast<size_t>(call.kind)]) + " " + std::string(call.path) + " at " +
+                           std::to_string(call.offset) + ", " + std::to_string(call.size) + " bytes");
+    }
+    transcript_.add(static_cast<uint64_t>(call.kind));
+    transcript_.add(call.path);
+    transcript_.add(static_cast<uint64_t>(call.offset));
+    transcript_.add(static_cast<uint64_t>(call.size));
+  }
+
+  // ------------------------------------------------------------------------------------------------------- the service
+
+  void leaves(const kit::Request& request) {
+    if (!isHeard())
+      return;
+    ++result_.figures.requests;
+    transcript_.add(request.url);
+    transcript_.add(request.body);
+    trace("  request ", request.url);
+    leaving_ = witness_.requestLeaves(request);
+  }
+
+  Answer serve(const kit::Request& request) {
+    if (isCut())
+      return Answer::silence();  // it never left
+    const bool misbehaves = !is_healthy_ && dice_.happens(kMisbehavesInWeather[static_cast<size_t>(weather_)]);
+    const Misbehaviour misbehaviour = misbehaves ? drawMisbehaviour(dice_) : Misbehaviour::kNone;
+    ++result_.figures.misbehaviours[static_cast<size_t>(misbehaviour)];
+    trace("  service ", nameOf(misbehaviour));
+    TreatedRequest treated = treat(request, misbehaviour, service_, dice_, kKeys);
+    if (treated.served.refusal)
+      complain("the service understands what comes: " + request.url + ": " + *treated.served.refusal);
+    if (treated.served.counted) {
+      for (const ThingNumber number : leaving_)
+        witness_.facts.things.arrives(number);
+    }
+    witness_.facts.installs = service_.installs() - std::min<uint64_t>(other_devices_, service_.installs());
+    return treated.answer;
+  }
+
+  // ------------------------------------------------------------------------------------------------------- the checks
+
+  LifeWitness::Read reader() const {
+    return [this](std::string_view key) { return process_->storedValue(key); };
+  }
+
+  template <class Event>
+  void tell(const Event& event) {
+    for (const auto& checker : checkers_)
+      event(*checker);
+  }
+
+  void check() {
+    LifeFacts& facts = witness_.facts;
+    facts.now = now();
+    facts.is_alive = process_ != nullptr;
+    if (process_) {
+      facts.is_forgotten = process_->isGdprForgetMe();
+      facts.ledger = process_->ledger();
+      traceLedger(*facts.ledger);
+      if (!facts.knows_its_store && !trouble_since_ && machine_.loop.waitingMainBlocks() == 0)
+        facts.knows_its_store = true;
+      for (const std::string& wrong : witness_.look(reader()))
+        complain(std::string(kStoreHoldsEachOnce) + ": " + wrong);
+      witness_.lookAtTheShelf(machine_.report_shelf.reports());
+      if (facts.knows_its_store && std::exchange(is_wish_in_doubt_, false)) {
+        facts.wants_to_be_forgotten = facts.is_forgotten;
+        wish_kept_from_ = now();
+      }
+      if (machine_.loop.waitingMainBlocks() == 0)
+        tell([](LifeChecker& checker) { checker.loopIsIdle(); });
+    }
+    tell([](LifeChecker& checker) { checker.stepEnds(); });
+    if (process_ && is_unsettled_ && facts.knows_its_store) {
+      is_unsettled_ = false;
+      witness_.settle();
+    }
+    machine_.transport.clearRequests();
+  }
+
+  void complain(const std::string& text) {
+    trace("! ", text);
+    if (result_.complaints.size() < kMaxWildComplaints)
+      result_.complaints.push_back(text);
+  }
+
+  // ------------------------------------------------------------------------------------------------------- the end
+
+  void liveAHealthyEnd() {
+    note("a healthy end");
+    is_healthy_ = true;
+    disk_.isWellAgain();
+    is_offline_ = is_app_offline_ = false;
+    machine_.transport.goOnline();
+    dieIfCut();
+    needProcess();
+    advance(2 * kMinuteSeconds);
+    if (process_ && process_->isGdprForgetMe()) {
+      withdrawOffline();
+      advance(1);
+      endInOrder();
+    }
+    for (uint64_t session = 0; session < kHealthySessions && result_.complaints.empty(); ++session) {
+      advance(kHourSeconds);
+      comeToTheForeground();
+      openACommerceLink();
+      advance(kMinuteSeconds);
+      leaveTheForeground();
+      advance(kGrantSeconds);
+      dieIfCut();
+      check();
+    }
+  }
+
+  void end() {
+    WildFigures& figures = result_.figures;
+    figures.lives = 1;
+    for (size_t fault = 0; fault < kWildDiskFaults; ++fault)
+      figures.disk_faults[fault] = disk_.failed()[fault];
+    for (const Thing& thing : witness_.facts.things.all()) {
+      ++figures.recorded;
+      if (thing.has_arrived)
+        ++figures.delivered;
+      else if (thing.is_stored)
+        ++figures.stored;
+      else if (thing.is_undone || thing.is_in_doubt)
+        ++figures.undone;
+      else
+        ++figures.given_up;
+    }
+    if (process_ && !isCut())
+      process_->stop();
+    result_.hash = transcript_.hash();
+  }
+
+  void note(std::string_view what) {
+    transcript_.add(what);
+    transcript_.add(static_cast<uint64_t>(now() * 1e6));
+    trace("", what);
+  }
+
+  void traceLedger(const Ledger& ledger) {
+    for (const Ledger::Account& account : ledger.accounts) {
+      if (!options_.trace || account.recorded == 0)
+        continue;
+      std::string text = account.kind + ": " + std::to_string(account.recorded) + " recorded, " +
+                         std::to_string(account.delivered) + " delivered, " + std::to_string(account.stored) +
+                         " stored, " + std::to_string(account.under_way) + " under way";
+      for (const Ledger::GivenUp& each : account.given_up)
+        text += ", " + std::to_string(each.count) + " " + each.reason;
+      if (std::exchange(traced_accounts_[account.kind], text) != text)
+        trace("  ledger ", text);
+    }
+  }
+
+  void trace(std::string_view before, std::string_view what) {
+    if (!options_.trace)
+      return;
+    char time[32];
+    std::snprintf(time, sizeof time, "%12.3f ", now());
+    options_.trace(std::string(time) + std::string(before) + std::string(what));
+  }
+
+  const WildLifeOptions options_;
+  Dice dice_;
+  const std::unique_ptr<MachineMeddler> meddler_;
+  WildDisk disk_;
+  WatchedMachine machine_;
+  const host::OpensslCipher cipher_;
+  const host::ZlibCompressor compressor_;
+  testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
+  SimulatedService service_{
+      {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
+  SimulatedService reader_{
+      {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
+  LifeWitness witness_{reader_, [this](std::function<void()> block) { whenCommitted(std::move(block)); }};
+  const std::vector<std::unique_ptr<LifeChecker>> checkers_;
+  HostOptions app_;
+  std::unique_ptr<host::Host> process_;
+
+  Weather weather_ = Weather::kFine;
+  bool is_healthy_ = false;
+  bool is_active_ = false;
+  bool is_offline_ = false;
+  bool is_app_offline_ = false;
+  bool is_starting_ = false;
+  bool is_unsettled_ = false;
+  bool has_come_to_light_ = false;  ///< what the store holds, a moment ago
+  bool is_wish_in_doubt_ = false;
+  bool is_dying_ = false;  ///< of an exception
+  double wish_kept_from_ = 0;
+  double made_device_at_ = kNever;
+  size_t other_devices_ = 0;  ///< installs of devices that a death undid
+  WildDeath death_ahead_ = WildDeath::kKilled;
+  std::optional<double> trouble_since_;  ///< of the disk, as the store told it
+  std::vector<std::function<void()>> committed_at_start_;
+  std::vector<ThingNumber> leaving_;
+  uint64_t last_name_ = 0;
+  std::map<std::string, std::string> traced_accounts_;  ///< by kind, as they were traced last
+  Transcript transcript_;
+  WildLifeResult result_;
+};
+
+}  // namespace
+
+const char* nameOf(WildDeath death) {
+  static constexpr std::array<const char*, kWildDeaths> kNames = {
+      "killed", "power lost", "power lost, torn", "power lost, scattered", "crashed", "ended in order"};
+  return kNames[static_cast<size_t>(death)];
+}
+
+WildFigures& WildFigures::operator+=(const WildFigures& other) {
+  const auto add = [](auto& to, const auto& from) {
+    for (size_t i = 0; i < to.size(); ++i)
+      to[i] += from[i];
+  };
+  days += other.days;
+  lives += other.lives;
+  steps += other.steps;
+  processes += other.processes;
+  requests += other.requests;
+  log_lines += other.log_lines;
+  disk_changes += other.disk_changes;
+  offline_phases += other.offline_phases;
+  clock_jumps += other.clock_jumps;
+  add(deaths, other.deaths);
+  deaths_at_a_change += other.deaths_at_a_change;
+  add(misbehaviours, other.misbehaviours);
+  add(disk_faults, other.disk_faults);
+  recorded += other.recorded;
+  delivered += other.delivered;
+  stored += other.stored;
+  given_up += other.given_up;
+  undone += other.undone;
+  return *this;
+}
+
+WildLifeResult liveWildLife(const WildLifeOptions& options) {
+  return WildLife(options).live();
+}
+
+}  // namespace morvik::simulation

@@ -1,0 +1,68 @@
+// A life of one device with everything at once: whatever an app may call, deaths, clock jumps, a network that comes and
+// goes, a service in every mood, a disk that fails. Drawn from a seed, in virtual time, on the real store; after every
+// step a set of checkers looks at it. The same seed gives the same life to the byte.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulation/life_checkers.h"
+#include "simulation/service_moods.h"
+#include "simulation/wild_disk.h"
+#include "simulation/wild_meddler.h"
+
+namespace morvik::simulation {
+
+struct WildLifeOptions {
+  uint64_t seed = 1;
+  double days = 2;
+  WildSabotage sabotage = WildSabotage::kNone;
+  /// Told what happens, line by line; empty: nobody.
+  std::function<void(std::string_view line)> trace;
+};
+
+enum class WildDeath : uint8_t { kKilled, kPowerLost, kPowerLostTorn, kPowerLostScattered, kCrashed, kStopped };
+inline constexpr size_t kWildDeaths = 6;
+const char* nameOf(WildDeath death);
+
+/// What happened in a life, or in many.
+struct WildFigures {
+  double days = 0;
+  uint64_t lives = 0;
+  uint64_t steps = 0;
+  uint64_t processes = 0;
+  uint64_t requests = 0;
+  uint64_t log_lines = 0;
+  uint64_t disk_changes = 0;
+  uint64_t offline_phases = 0;
+  uint64_t clock_jumps = 0;
+  std::array<uint64_t, kWildDeaths> deaths{};
+  uint64_t deaths_at_a_change = 0;  ///< of these, in the middle of what the disk was doing
+  std::array<uint64_t, kMisbehaviours> misbehaviours{};
+  std::array<uint64_t, kWildDiskFaults> disk_faults{};  ///< calls that failed
+  uint64_t recorded = 0;
+  uint64_t delivered = 0;
+  uint64_t stored = 0;
+  uint64_t given_up = 0;
+  uint64_t undone = 0;  ///< not kept yet when a death came
+
+  WildFigures& operator+=(const WildFigures& other);
+};
+
+struct WildLifeResult {
+  WildFigures figures;
+  uint64_t hash = 0;
+  /// "checker: what", at most kMaxWildComplaints; the life ends with the step of the first.
+  std::vector<std::string> complaints;
+};
+inline constexpr size_t kMaxWildComplaints = 10;
+
+/// Lives it. Any thread; shares nothing with other lives.
+WildLifeResult liveWildLife(const WildLifeOptions& options);
+
+}  // namespace morvik::simulation

@@ -1,0 +1,99 @@
+#include "simulation/wild_meddler.h"
+
+#include <utility>
+
+#include "MorvikCoreLib/failure_counts.h"
+#include "host/ledger/ledger_book.h"
+#include "host/siblings/kept_identifier.h"
+#include "testing/service_endpoint.h"
+
+namespace morvik::simulation {
+namespace {
+
+using kit::Value;
+using testing::ServiceEndpoint;
+
+constexpr size_t kForgottenEvery = 20;
+constexpr int64_t kTooMany = 10;
+
+bool isBatch(const kit::Request& request) {
+  return testing::endpointOf(request.url) == ServiceEndpoint::kTracking;
+}
+
+class Meddler final : public MachineMeddler {
+ public:
+  explicit Meddler(WildSabotage sabotage) : sabotage_(sabotage) {}
+
+  size_t copiesOf(const kit::Request& request) override {
+    return sabotage_ == WildSabotage::kSendsBatchesTwice && isBatch(request) ? 2 : 1;
+  }
+  bool losesHandlerOf(const kit::Request& request) override {
+    return sabotage_ == WildSabotage::kLosesHandlers && isBatch(request);
+  }
+  size_t timesPutOff(double delay_seconds) override {
+    return sabotage_ == WildSabotage::kRetriesTwice && delay_seconds > 1 ? 2 : 1;
+  }
+
+  Value stored(std::string_view key, Value value) override {
+    switch (sabotage_) {
+      case WildSabotage::kForgetsAnActivity:
+        return key == "fendoActivityInfos" ? withoutLast(value) : value;
+      case WildSabotage::kStoresStrangers:
+        return key == "fendoImpressionInfos" ? withStranger(value) : value;
+      case WildSabotage::kStoresClicksTwice:
+        return key == "reEngagementInfos" ? doubled(value) : value;
+      case WildSabotage::kCountsTooFar:
+        return key == "reEngagementConversionFailedCnt" ? raised(value) : value;
+      case WildSabotage::kLosesTheWish:
+        return key == "MorvikCoreUserInfo_isGDPRForgetMe" ? Value(false) : value;
+      case WildSabotage::kIsAnotherDevice:
+        return key == host::kInstallIdKey ? Value() : value;
+      case WildSabotage::kForgetsTheAccount:
+        return key == host::kLedgerKey ? Value("no account") : value;
+      default:
+        return value;
+    }
+  }
+
+ private:
+  /// Each 20th time that it grew.
+  Value withoutLast(const Value& list) {
+    const bool grew = list.size() > std::exchange(last_size_, list.size());
+    if (!grew || ++grown_ % kForgottenEvery != 0)
+      return list;
+    kit::MutableArray shorter;
+    const kit::Array records = list.array();
+    for (size_t i = 0; i + 1 < records.size(); ++i)
+      shorter.append(records[i]);
+    return Value(std::move(shorter));
+  }
+  static Value withStranger(const Value& impressions) {
+    kit::MutableArray more(impressions);
+    more.append(kit::Dictionary{{"campaignKey", 7}, {"spaceKey", "strange"}, {"createdAt", kit::Value(kit::Date{})}});
+    return Value(std::move(more));
+  }
+  static Value doubled(const Value& list) {
+    kit::MutableArray twice(list);
+    for (const Value& each : list.array())
+      twice.append(each);
+    return Value(std::move(twice));
+  }
+  static Value raised(const Value& counts) {
+    kit::MutableArray raised;
+    for (const Value& count : counts.array())
+      raised.append(failureCount(conversionKeyOf(count), failuresOf(count) + kTooMany));
+    return Value(std::move(raised));
+  }
+
+  const WildSabotage sabotage_;
+  size_t last_size_ = 0;
+  size_t grown_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<MachineMeddler> makeMeddler(WildSabotage sabotage) {
+  return sabotage == WildSabotage::kNone ? nullptr : std::make_unique<Meddler>(sabotage);
+}
+
+}  // namespace morvik::simulation

@@ -1,0 +1,29 @@
+// What is made wrong on purpose in a wild life, to see that it is found out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "simulation/watched_machine.h"
+
+namespace morvik::simulation {
+
+enum class WildSabotage : uint8_t {
+  kNone,
+  kForgetsAnActivity,  ///< every 20th activity that is stored never reaches the store
+  kSendsBatchesTwice,  ///< each batch starts twice
+  kStoresStrangers,    ///< an impression that nobody recorded stands beside each that was
+  kStoresClicksTwice,  ///< the stored list of clicks holds each twice
+  kCountsTooFar,       ///< failure counts are ten too high
+  kRetriesTwice,       ///< each conversion that is put off is put off twice
+  kLosesHandlers,      ///< the handler of a batch never runs
+  kLosesTheWish,       ///< the wish to be forgotten is never stored
+  kIsAnotherDevice,    ///< the identifier of the install is never stored
+  kForgetsTheAccount,  ///< the stored account is no account
+};
+
+/// Null for kNone.
+std::unique_ptr<MachineMeddler> makeMeddler(WildSabotage sabotage);
+
+}  // namespace morvik::simulation

@@ -1,0 +1,154 @@
+// Lives wild lives until the time is over; tools/soak builds and runs it.
+#include "simulation/soak.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace {
+
+using namespace morvik::simulation;
+
+using Clock = std::chrono::steady_clock;
+
+constexpr double kUsualMinutes = 1;
+constexpr uint64_t kMostLives = 10'000'000;
+constexpr uint64_t kProgressEvery = 100;
+constexpr int kWrongOption = 2;
+
+constexpr const char* kUsage =
+    "Usage: tools/soak [--minutes M] [--lives N] [--days D] [--seed S [--trace]] [--workers N]\n"
+    "\n"
+    "Lives device lives with everything at once, each from a seed of its own, and checks them at every step. Prints\n"
+    "the figures; status 0: no checker complained, 1: one did, 2: an option is wrong.\n"
+    "\n"
+    "  --minutes M   begins no life after so many minutes; else 1\n"
+    "  --lives N     lives so many, whatever the time\n"
+    "  --days D      of each life, in virtual time; else 2\n"
+    "  --seed S      the life with this seed alone, or, with --lives, the first; else seeds are drawn from the time\n"
+    "  --trace       prints what happens in it\n"
+    "  --workers N   threads; else one for each core\n";
+
+struct Options {
+  double minutes = kUsualMinutes;
+  uint64_t lives = 0;  ///< 0: as the time allows
+  bool has_seed = false;
+  uint64_t seed = 0;
+  double days = 2;
+  unsigned workers = std::max(1U, std::thread::hardware_concurrency());
+  bool trace = false;
+};
+
+template <class Number>
+std::optional<Number> numberIn(std::string_view text) {
+  Number number{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size())
+    return std::nullopt;
+  return number;
+}
+
+/// An error for people; empty when the option was taken.
+std::string take(std::string_view name, const char* value, Options& options) {
+  if (value == nullptr)
+    return std::string(name) + " needs a value";
+  const auto whole = numberIn<uint64_t>(value);
+  const auto number = numberIn<double>(value);
+  const bool is_positive = number && *number > 0;
+  options.has_seed = options.has_seed || name == "--seed";
+  if (name == "--seed" && whole)
+    options.seed = *whole;
+  else if (name == "--minutes" && is_positive)
+    options.minutes = *number;
+  else if (name == "--days" && is_positive)
+    options.days = *number;
+  else if (name == "--lives" && whole && is_positive)
+    options.lives = *whole;
+  else if (name == "--workers" && whole && is_positive)
+    options.workers = static_cast<unsigned>(*whole);
+  else if (name == "--seed" || name == "--minutes" || name == "--days" || name == "--lives" || name == "--workers")
+    return std::string(name) + " needs a number" + (name == "--seed" ? "" : " above 0") + "; \"" + value + "\" is none";
+  else
+    return "there is no option " + std::string(name);
+  return "";
+}
+
+void printReplay(uint64_t seed, double days) {
+  std::printf("Replay with: tools/soak --seed %llu --days %g --trace\n", static_cast<unsigned long long>(seed), days);
+}
+
+int liveOne(const Options& options) {
+  WildLifeOptions life{.seed = options.seed, .days = options.days};
+  if (options.trace)
+    life.trace = [](std::string_view line) { std::printf("%.*s\n", static_cast<int>(line.size()), line.data()); };
+  const WildLifeResult lived = liveWildLife(life);
+  for (const std::string& complaint : lived.complaints)
+    std::printf("  ! %s\n", complaint.c_str());
+  std::printf("seed %llu: %s; hash %016llx\n", static_cast<unsigned long long>(options.seed),
+              lived.complaints.empty() ? "no complaint" : "complaints", static_cast<unsigned long long>(lived.hash));
+  if (lived.complaints.empty())
+    return 0;
+  printReplay(options.seed, options.days);
+  return 1;
+}
+
+int liveMany(const Options& options) {
+  // Far apart, so that another minute's seeds are others.
+  const auto time = static_cast<uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
+  SoakOptions many{.first_seed = options.has_seed ? options.seed : time / 1000 % 1'000'000'000'000,
+                   .lives = options.lives != 0 ? options.lives : kMostLives,
+                   .days = options.days,
+                   .workers = options.workers};
+  const auto begun = Clock::now();
+  if (options.lives == 0) {
+    const auto limit = std::chrono::duration<double, std::ratio<60>>(options.minutes);
+    many.goes_on = [begun, limit] { return Clock::now() - begun < limit; };
+  }
+  const SoakResult result = soak(many, [&](uint64_t lived, const SoakFailure& failure) {
+    for (const std::string& complaint : failure.complaints)
+      std::fprintf(stderr, "seed %llu: %s\n", static_cast<unsigned long long>(failure.seed), complaint.c_str());
+    if (lived % kProgressEvery == 0) {
+      const auto seconds = std::chrono::duration<double>(Clock::now() - begun).count();
+      std::fprintf(stderr, "%llu lives, %.0f s\n", static_cast<unsigned long long>(lived), seconds);
+    }
+  });
+  std::fputs(figuresOf(result).c_str(), stdout);
+  if (result.failed == 0)
+    return 0;
+  printReplay(result.failures.front().seed, options.days);
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view name = argv[i];
+    if (name == "-h" || name == "--help") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    }
+    if (name == "--trace") {
+      options.trace = true;
+      continue;
+    }
+    const char* const value = i + 1 < argc ? argv[++i] : nullptr;
+    if (const std::string error = take(name, value, options); !error.empty()) {
+      std::fprintf(stderr, "tools/soak: %s; --help lists what there is.\n", error.c_str());
+      return kWrongOption;
+    }
+  }
+  if (options.trace && (!options.has_seed || options.lives != 0)) {
+    std::fputs("tools/soak: --trace needs --seed, and no --lives, to say which life.\n", stderr);
+    return kWrongOption;
+  }
+  return options.has_seed && options.lives == 0 ? liveOne(options) : liveMany(options);
+}

@@ -1,0 +1,52 @@
+#include "simulation/soak.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace morvik::simulation {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+TEST(Soak, IsTheSameOnAnyNumberOfThreads) {
+  const SoakOptions alone{.first_seed = 3, .lives = 6, .days = 0.5, .workers = 1};
+  SoakOptions several = alone;
+  several.workers = 3;
+  const SoakResult one = soak(alone);
+  const SoakResult three = soak(several);
+  EXPECT_EQ(one.hash, three.hash);
+  EXPECT_EQ(figuresOf(one), figuresOf(three));
+}
+
+TEST(Soak, TellsHowManyAreLived) {
+  std::vector<uint64_t> lived;
+  soak({.first_seed = 1, .lives = 3, .days = 0.1, .workers = 1}, [&lived](uint64_t count, const SoakFailure& failure) {
+    lived.push_back(count);
+    EXPECT_THAT(failure.complaints, IsEmpty());
+  });
+  EXPECT_THAT(lived, ElementsAre(1, 2, 3));
+}
+
+TEST(Soak, BeginsNoMoreLivesThanItIsLet) {
+  int asked = 0;
+  const SoakResult result =
+      soak({.first_seed = 1, .lives = 100, .days = 0.1, .workers = 1, .goes_on = [&asked] { return ++asked <= 2; }});
+  EXPECT_EQ(result.figures.lives, 2U);
+}
+
+TEST(Soak, PrintsItsFiguresAndTheSeedsOfItsFailures) {
+  SoakResult result;
+  result.figures.lives = 12;
+  result.failed = 1;
+  result.failures = {{.seed = 77, .complaints = {"a checker: what it saw"}}};
+  const std::string text = figuresOf(result);
+  EXPECT_THAT(text, HasSubstr("  lives                                     12\n"));
+  EXPECT_THAT(text, HasSubstr("  ! seed 77: a checker: what it saw\n"));
+}
+
+}  // namespace
+}  // namespace morvik::simulation

@@ -1,0 +1,95 @@
+#include "simulation/wild_life.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace morvik::simulation {
+namespace {
+
+using ::testing::Each;
+using ::testing::Gt;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+constexpr uint64_t kSeedsToAnyOccasion = 60;
+
+TEST(WildLife, GivesNobodyReasonToComplain) {
+  WildFigures figures;
+  for (uint64_t seed = 1; seed <= 6; ++seed) {
+    const WildLifeResult lived = liveWildLife({.seed = seed, .days = 1});
+    EXPECT_THAT(lived.complaints, IsEmpty()) << "seed " << seed;
+    figures += lived.figures;
+  }
+  EXPECT_EQ(figures.lives, 6U);
+  EXPECT_GE(figures.days, 6);
+  EXPECT_GT(figures.steps, 100U);
+  EXPECT_GT(figures.processes, 20U);
+  EXPECT_THAT(figures.deaths, Each(Gt(0U)));
+  EXPECT_THAT(figures.disk_faults, Each(Gt(0U)));
+  EXPECT_GT(figures.delivered, 0U);
+  EXPECT_EQ(figures.recorded, figures.delivered + figures.stored + figures.given_up + figures.undone);
+}
+
+TEST(WildLife, IsTheSameToTheByteForTheSameSeed) {
+  const WildLifeResult first = liveWildLife({.seed = 7, .days = 1});
+  const WildLifeResult second = liveWildLife({.seed = 7, .days = 1});
+  EXPECT_EQ(first.hash, second.hash);
+  EXPECT_EQ(first.figures.log_lines, second.figures.log_lines);
+  EXPECT_EQ(first.figures.disk_changes, second.figures.disk_changes);
+  EXPECT_NE(first.hash, liveWildLife({.seed = 8, .days = 1}).hash);
+}
+
+TEST(WildLife, IsTheSameWhetherItIsTracedOrNot) {
+  std::vector<std::string> lines;
+  WildLifeOptions traced{.seed = 9, .days = 0.5};
+  traced.trace = [&lines](std::string_view line) { lines.emplace_back(line); };
+  EXPECT_EQ(liveWildLife(traced).hash, liveWildLife({.seed = 9, .days = 0.5}).hash);
+  EXPECT_THAT(lines, SizeIs(Gt(100U)));
+}
+
+// -------------------------------------------------------------------------------- what is made wrong is found out
+
+struct Found {
+  WildSabotage sabotage;
+  const char* by;
+};
+std::ostream& operator<<(std::ostream& out, const Found& found) {
+  return out << '"' << found.by << '"';
+}
+
+class BrokenLife : public ::testing::TestWithParam<Found> {};
+
+TEST_P(BrokenLife, IsFoundOut) {
+  std::vector<std::string> others;
+  for (uint64_t seed = 1; seed <= kSeedsToAnyOccasion; ++seed) {
+    const WildLifeResult lived = liveWildLife({.seed = seed, .days = 2, .sabotage = GetParam().sabotage});
+    const bool is_found = std::any_of(lived.complaints.begin(), lived.complaints.end(),
+                                      [](const std::string& each) { return each.starts_with(GetParam().by); });
+    if (is_found)
+      return;
+    others.insert(others.end(), lived.complaints.begin(), lived.complaints.end());
+  }
+  ADD_FAILURE() << "nobody noticed; complaints of others: " << ::testing::PrintToString(others);
+}
+
+INSTANTIATE_TEST_SUITE_P(ByEachChecker, BrokenLife,
+                         ::testing::Values(Found{WildSabotage::kForgetsAnActivity, kLedgerIsSound},
+                                           Found{WildSabotage::kForgetsAnActivity, kNothingIsLost},
+                                           Found{WildSabotage::kForgetsTheAccount, kLedgerAgrees},
+                                           Found{WildSabotage::kSendsBatchesTwice, kOneBatchPerSlot},
+                                           Found{WildSabotage::kStoresClicksTwice, kOneClickPerKey},
+                                           Found{WildSabotage::kStoresStrangers, kStoreHoldsEachOnce},
+                                           Found{WildSabotage::kCountsTooFar, kCountsInBounds},
+                                           Found{WildSabotage::kRetriesTwice, kRetriesInBounds},
+                                           Found{WildSabotage::kLosesHandlers, kRequestsReturn},
+                                           Found{WildSabotage::kLosesTheWish, kWishesAreKept},
+                                           Found{WildSabotage::kLosesTheWish, kForgottenIsSilent},
+                                           Found{WildSabotage::kIsAnotherDevice, kOneDevice}));
+
+}  // namespace
+}  // namespace morvik::simulation

@@ -1,0 +1,26 @@
+// A minute or two of one processor: a fixed set of seeds. New ones: tools/soak.
+#include "simulation/soak.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+namespace morvik::simulation {
+namespace {
+
+using ::testing::Each;
+using ::testing::Gt;
+
+TEST(Soak, OfAFixedSetOfSeedsGivesNobodyReasonToComplain) {
+  const SoakResult result = soak({.first_seed = 1, .lives = 300, .workers = 2});
+  std::cout << figuresOf(result);
+  EXPECT_EQ(result.failed, 0U);
+  EXPECT_EQ(result.figures.lives, 300U);
+  EXPECT_GT(result.figures.days, 600);
+  EXPECT_THAT(result.figures.deaths, Each(Gt(100U)));
+  EXPECT_THAT(result.figures.disk_faults, Each(Gt(100U)));
+}
+
+}  // namespace
+}  // namespace morvik::simulation
