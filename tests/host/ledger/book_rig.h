@@ -48,6 +48,7 @@ class BookRig {
  public:
   static constexpr const char* kActivities = "fendoActivityInfos";
   static constexpr const char* kImpressions = "fendoImpressionInfos";
+  static constexpr const char* kCommerceClicks = "commerceConversionInfos";
   static constexpr const char* kClicks = "reEngagementInfos";
   static constexpr const char* kSentKeys = "fendoActivityInfosSentEventKeys";
 

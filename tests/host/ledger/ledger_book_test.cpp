@@ -163,6 +163,45 @@ TEST_F(LedgerBookTest, TakesReportsBackThatTheStoreCouldNotKeep) {
   EXPECT_TRUE(book->read().isSound());
 }
 
+TEST_F(LedgerBookTest, TellsReportsThatWereDeliveredFromReportsTakenBack) {
+  append("MorvikCoreUserInfo_Crash", 1);
+  const uint64_t upload = sendSealed("https://crash.morvik.example/v1/crash", "x");
+  end(upload, Value(Dictionary{{"code", 0}}), [this] { set("MorvikCoreUserInfo_Crash", Array()); });
+  EXPECT_EQ(of("crash reports").recorded, 1U);
+  EXPECT_EQ(of("crash reports").delivered, 1U);
+}
+
+TEST_F(LedgerBookTest, CountsWhatARequestCarriesAlthoughTheListLostSomeOfItMeanwhile) {
+  append(kCommerceClicks, 1);
+  append(kCommerceClicks, 2);
+  const uint64_t request = sendSealed("https://commerce.morvik.example/v1/commerce-conversion", "x");
+  book->set(kCommerceClicks, Array{2}, LedgerWriter::kHand);
+  append(kCommerceClicks, 3);
+  end(request, Value(Dictionary{{"errMsg", Value::null()}}), [this] { set(kCommerceClicks, Array()); });
+  EXPECT_EQ(of("commerce clicks").delivered + of("commerce clicks").givenUp(), of("commerce clicks").recorded);
+  EXPECT_EQ(givenUp("commerce clicks")["added while a request was under way that was then accepted"], 1U);
+}
+
+TEST_F(LedgerBookTest, LetsGoOfTheNewestClickAtASessionEndAloneAndUntilANewerOneComes) {
+  set(kClicks, Array{clickOf(5)});
+  const uint64_t first = sendClick(5);
+  set("MorvikCoreUserInfo_endSessoinDate", kit::Date{7});
+  end(first, std::nullopt);
+  EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed while one with the same key was kept", 1U)));
+  inBackground([this] { set("MorvikCoreUserInfo_endSessoinDate", kit::Date{8}); });
+  end(sendClick(5), std::nullopt);
+  EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed while one with the same key was kept", 2U)));
+}
+
+TEST_F(LedgerBookTest, DeliversNoDemographicsWithARequestThatHasNoBody) {
+  set("fendoUserDemoInfo_age", 30);
+  kit::Request request;
+  request.url = "https://tracking.morvik.example/v1/demographics";
+  end(book->requestStarts(request), yes(), [this] { set("fendoUserDemoInfo_age", -1); });
+  EXPECT_THAT(givenUp("demographics"),
+              ElementsAre(Pair("accepted in a payload that could not say whose they are", 1U)));
+}
+
 TEST_F(LedgerBookTest, KnowsAReplacedValueWhoseRequestIsStillUnderWay) {
   set("fendoUserDemoInfo_age", 30);
   const uint64_t request = sendSealed("https://tracking.morvik.example/v1/demographics", "x");
