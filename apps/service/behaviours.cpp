@@ -138,6 +138,16 @@ std::size_t keptBytes(const Behaviour& behaviour) {
          (behaviour.kind == BehaviourKind::kJson ? jsonText(behaviour.json).size() : 0);
 }
 
+// All but the body that it gives, which may be large.
+Json summaryOf(const Behaviour& behaviour) {
+  Json value = {{"endpoint", behaviour.endpoint}, {"count", behaviour.count}, {"kind", rowOf(behaviour.kind).name}};
+  if (behaviour.kind == BehaviourKind::kStatus)
+    value["status"] = behaviour.status;
+  if (behaviour.kind == BehaviourKind::kDelay)
+    value["milliseconds"] = behaviour.delay.count();
+  return value;
+}
+
 std::string hugeBody() {
   return "{\"Result\":true,\"Padding\":\"" + std::string(kHugeBodyBytes, 'x') + "\"}";
 }
@@ -167,25 +177,11 @@ Behaviour parseBehaviour(const Json& value, const std::vector<std::string>& endp
 }
 
 Json describeBehaviour(const Behaviour& behaviour) {
-  const KindRow& row = rowOf(behaviour.kind);
-  Json value = {{"endpoint", behaviour.endpoint}, {"count", behaviour.count}, {"kind", row.name}};
-  switch (behaviour.kind) {
-    case BehaviourKind::kStatus:
-      value["status"] = behaviour.status;
-      break;
-    case BehaviourKind::kDelay:
-      value["milliseconds"] = behaviour.delay.count();
-      break;
-    case BehaviourKind::kGarbage:
-      if (behaviour.text)
-        value["text"] = *behaviour.text;
-      break;
-    case BehaviourKind::kJson:
-      value["json"] = behaviour.json;
-      break;
-    default:
-      break;
-  }
+  Json value = summaryOf(behaviour);
+  if (behaviour.kind == BehaviourKind::kGarbage && behaviour.text)
+    value["text"] = *behaviour.text;
+  if (behaviour.kind == BehaviourKind::kJson)
+    value["json"] = behaviour.json;
   value["count_events"] = behaviour.count_events;
   return value;
 }
@@ -275,6 +271,13 @@ void Behaviours::remove(std::string_view endpoint, std::string_view kind) {
     kept_bytes_ -= keptBytes(each);
     return true;
   });
+}
+
+Json Behaviours::summaries() const {
+  Json all = Json::array();
+  for (const Behaviour& behaviour : waiting_)
+    all.push_back(summaryOf(behaviour));
+  return all;
 }
 
 Json Behaviours::list() const {

@@ -79,6 +79,8 @@ class Behaviours {
 
   /// All that wait, as a JSON array.
   Json list() const;
+  /// The same without the bodies that they give, which may be large.
+  Json summaries() const;
 
  private:
   std::deque<Behaviour> waiting_;

@@ -60,7 +60,7 @@ class EventStream : public BodyStream {
       after_ = summary.at("id");
       news += "id: " + std::to_string(after_) + "\n" + serverSentEvent("request", jsonText(summary));
     }
-    addWhenChanged(news, "behaviours", behaviours_, jsonText(inspected_.behaviours.list()));
+    addWhenChanged(news, "behaviours", behaviours_, jsonText(inspected_.behaviours.summaries()));
     addWhenChanged(news, "ledgers", ledgers_, jsonText(ledgersJson(inspected_.ledgers)));
     addWhenChanged(news, "totals", totals_, jsonText(totalsJson(inspected_.store.totals())));
     return news;

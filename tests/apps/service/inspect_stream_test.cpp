@@ -109,6 +109,16 @@ TEST_F(InspectStreamTest, TellsWhenADeviceToldItsLedger) {
   EXPECT_EQ("event: ledgers\ndata: {\"devices\":1,\"told\":1}\n\n", *stream->next(stop_.get_token()));
 }
 
+TEST_F(InspectStreamTest, BehavioursAreToldWithoutTheirBodies) {
+  behaviours_.add(
+      {.endpoint = "crash", .kind = BehaviourKind::kJson, .json = Json{{"large", std::string(100000, 'x')}}});
+  behaviours_.add({.endpoint = "crash", .kind = BehaviourKind::kGarbage, .text = std::string(100000, 'x')});
+  behaviours_.add({.endpoint = "crash", .kind = BehaviourKind::kDelay, .delay = std::chrono::milliseconds(7)});
+  EXPECT_TRUE(holds(watch(0)->next(stop_.get_token()),
+                    R"([{"endpoint":"crash","count":1,"kind":"json"},{"endpoint":"crash","count":1,"kind":"garbage"},)"
+                    R"({"endpoint":"crash","count":1,"kind":"delay","milliseconds":7}])"));
+}
+
 TEST_F(InspectStreamTest, WithoutNewsItGivesASignOfLife) {
   const auto stream = watch(0, std::chrono::milliseconds(1));
   stream->next(stop_.get_token());
