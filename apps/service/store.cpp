@@ -125,16 +125,19 @@ std::int64_t Store::insertRequest(const RequestRecord& record) {
       .bind(record.reply.status)
       .bindBlob(std::string_view(answer).substr(0, kMaxStoredAnswerBytes))
       .bind(static_cast<std::int64_t>(answer.size()))
-      .bind(record.payload ? ownerOf(*record.payload) : "")
+      .bind(record.payload ? ownerOf(*record.payload, record.refusal.has_value()) : "")
       .bind(record.payload ? aboutPayload(record.endpoint, *record.payload) : "")
       .run();
   return database_.lastInsertedRow();
 }
 
-// Some payloads name no install but an identifier that an earlier one named beside its install.
-std::string Store::ownerOf(const Json& payload) {
+// Some payloads name no install but an identifier that an earlier one named beside its install. What was refused is no
+// such word: anybody may have sent it.
+std::string Store::ownerOf(const Json& payload, bool is_refused) {
   std::string install = installOf(payload);
   const std::vector<std::string> identities = identitiesOf(payload);
+  if (!install.empty() && is_refused)
+    return install;
   if (!install.empty()) {
     Statement note(database_,
                    "INSERT INTO identities(identity, install) VALUES(?, ?)"

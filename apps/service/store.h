@@ -139,7 +139,7 @@ class Store {
   const Totals& totals();
 
  private:
-  std::string ownerOf(const Json& payload);
+  std::string ownerOf(const Json& payload, bool is_refused);
   std::int64_t insertRequest(const RequestRecord& record);
   void countEvents(std::int64_t request_id, const Json& payload, Counts& counts);
   void addImpressions(std::int64_t request_id, const Json& payload, Counts& counts);

@@ -169,6 +169,19 @@ TEST_F(StoreListsTest, PayloadsWithoutAnInstallAreFoundByTheirIdentifier) {
   EXPECT_EQ((Ids{5, 4}), ids({.install = "install-2"}));
 }
 
+TEST_F(StoreListsTest, ARefusedRequestGivesNobodysIdentifierToAnInstall) {
+  add("install-1", {}, "ab-1");
+  RequestRecord forged;
+  forged.endpoint = "erasure";
+  forged.request = test::post("/v1/erasure", "");
+  forged.payload = Json{{"install_id", "install-2"}, {"idfa", "ab-1"}};
+  forged.refusal = Json{{"error", "it is bad"}};
+  store_.add(forged, counts_);
+  addStranger("crash", Json::array({{{"idfa", "ab-1"}}}));
+  EXPECT_EQ((Ids{3, 1}), ids({.install = "install-1"}));
+  EXPECT_EQ((Ids{2}), ids({.install = "install-2"}));
+}
+
 TEST_F(StoreListsTest, OfLargePayloadsOfAnInstallTheNewestAreRead) {
   constexpr std::size_t kPayloads = 4;
   const std::string padding(kMaxTimelineBytes / (kPayloads - 1) + 1, 'x');
