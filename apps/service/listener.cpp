@@ -94,8 +94,10 @@ Listener::~Listener() {
 }
 
 std::string Listener::url() const {
-  const bool six = address_.find(':') != std::string::npos;
-  return "https://" + (six ? "[" + address_ + "]" : address_) + ":" + std::to_string(port_) + "/";
+  // Every address of the machine is none that one could call, or that a certificate could name.
+  const std::string called = address_ == "0.0.0.0" ? "127.0.0.1" : address_ == "::" ? "::1" : address_;
+  const bool six = called.find(':') != std::string::npos;
+  return "https://" + (six ? "[" + called + "]" : called) + ":" + std::to_string(port_) + "/";
 }
 
 int Listener::release() {

@@ -17,7 +17,7 @@ class Listener {
   ~Listener();
 
   std::uint16_t port() const { return port_; }
-  /// "https://127.0.0.1:8443/".
+  /// "https://127.0.0.1:8443/": where this machine reaches it.
   std::string url() const;
 
   /// Hands the descriptor over; the caller closes it.

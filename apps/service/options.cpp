@@ -48,7 +48,20 @@ void describeRest(CLI::App& app, Options& options) {
   app.add_flag("--quiet", options.quiet, "print no request lines")->excludes(log);
 }
 
-std::string missingPart(const Options& options) {
+// One colon stands before a port; addresses have more.
+bool isHostName(const std::string& text) {
+  return !text.empty() && text.find_first_of("/[] \t") == std::string::npos &&
+         std::count(text.begin(), text.end(), ':') != 1;
+}
+
+std::string problemOf(const Options& options) {
+  for (const std::string& host : options.inspect_hosts) {
+    if (!isHostName(host)) {
+      return "--inspect-host " + host +
+             " is no name or address alone; give it without scheme, brackets and port, such as "
+             "build.example or 192.0.2.7";
+    }
+  }
   if (options.certificate_file.empty() && options.make_certificates_in.empty()) {
     return "TLS needs a certificate: give --make-cert FOLDER, or --cert FILE and --key FILE";
   }
@@ -74,9 +87,9 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
   } catch (const CLI::ParseError& error) {
     return {std::nullopt, std::string(error.what()) + "; see morvik-service --help\n", kExitUsage};
   }
-  const std::string missing = missingPart(options);
-  if (!missing.empty())
-    return {std::nullopt, missing + "; see morvik-service --help\n", kExitUsage};
+  const std::string problem = problemOf(options);
+  if (!problem.empty())
+    return {std::nullopt, problem + "; see morvik-service --help\n", kExitUsage};
   return {options, "", 0};
 }
 

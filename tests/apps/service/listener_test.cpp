@@ -18,6 +18,11 @@ TEST(Listener, LocalhostIsAName) {
   EXPECT_EQ("https://localhost:" + std::to_string(listener.port()) + "/", listener.url());
 }
 
+TEST(Listener, OfEveryAddressOfTheMachineLoopbackIsNamed) {
+  const Listener listener("0.0.0.0", 0);
+  EXPECT_EQ("https://127.0.0.1:" + std::to_string(listener.port()) + "/", listener.url());
+}
+
 TEST(Listener, APortInUseIsSaid) {
   const Listener first("127.0.0.1", 0);
   try {

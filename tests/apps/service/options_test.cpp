@@ -111,5 +111,20 @@ TEST(Options, NamesUnderWhichOthersMayInspectAreCollected) {
   EXPECT_EQ((std::vector<std::string>{"a.example", "192.0.2.7"}), line.options->inspect_hosts);
 }
 
+TEST(Options, AnInspectHostThatNoRequestCouldNameIsRefused) {
+  for (const char* host : {"a.example:8443", "https://a.example", "a.example/", "[2001:db8::1]", ""}) {
+    const CommandLine line =
+        readCommandLine({"--store", "s", "--make-cert", "t", "--inspect-host=" + std::string(host)});
+    EXPECT_FALSE(line.options) << host;
+    EXPECT_EQ(kExitUsage, line.exit_status);
+  }
+  const CommandLine line = readCommandLine({"--store", "s", "--make-cert", "t", "--inspect-host", "a.example:8443"});
+  EXPECT_EQ(
+      "--inspect-host a.example:8443 is no name or address alone; give it without scheme, brackets and port, such as "
+      "build.example or 192.0.2.7; see morvik-service --help\n",
+      line.text);
+  EXPECT_TRUE(readCommandLine({"--store", "s", "--make-cert", "t", "--inspect-host", "2001:db8::1"}).options);
+}
+
 }  // namespace
 }  // namespace morvik_service
