@@ -166,11 +166,13 @@ void MorvikCoreLib::takeInShelvedReports() {
 }
 
 /// Leaves out what the queue holds already: a start that died before it could clear the shelf put it there. A report
-/// that could not read the install's time, the store being in use, is given it. Answers whether all is kept.
+/// that could not read the install's time, the store being in use, is given it. Answers whether all is kept; if not,
+/// the reports leave the queue again. It may have grown meanwhile, by what a store that came to light held.
 bool MorvikCoreLib::queueReports(const kit::Array& reports) {
   const std::string install_datetime = store().fendoUserInfo_install_datetime().value_or("");
-  const Value before = store().inOneStep([&] {
-    Value queue = store().MorvikCoreUserInfo_Crash();
+  kit::MutableArray added;
+  const bool was_absent = store().inOneStep([&] {
+    const kit::Value queue = store().MorvikCoreUserInfo_Crash();
     const kit::Array queued = queue.array();
     kit::MutableArray next(queue);
     for (const Value& report : reports) {
@@ -178,15 +180,22 @@ bool MorvikCoreLib::queueReports(const kit::Array& reports) {
       if (report[kInstallDatetimeKey].string().empty())
         completed.set(kInstallDatetimeKey, install_datetime);
       const Value record(std::move(completed));
-      if (std::find(queued.begin(), queued.end(), record) == queued.end())
-        next.append(record);
+      if (std::find(queued.begin(), queued.end(), record) != queued.end())
+        continue;
+      next.append(record);
+      added.append(record);
     }
     store().setMorvikCoreUserInfo_Crash(Value(std::move(next)));
-    return queue;
+    return queue.isAbsent();
   });
   if (store().synchronize())
     return true;
-  store().inOneStep([&] { store().setMorvikCoreUserInfo_Crash(before); });
+  store().inOneStep([&] {
+    kit::MutableArray queue(store().MorvikCoreUserInfo_Crash());
+    for (size_t i = 0; i < added.size(); ++i)
+      queue.removeAllEqualTo(added[i]);
+    store().setMorvikCoreUserInfo_Crash(was_absent && queue.empty() ? Value() : Value(std::move(queue)));
+  });
   return false;
 }
 

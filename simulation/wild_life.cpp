@@ -666,6 +666,8 @@ class WildLife final : private MachineWatcher {
   void valueIsSet(std::string_view key, const kit::Value& value) override {
     if (!isHeard())
       return;
+    if (options_.trace && kindStoredUnder(key))
+      trace("  store ", std::string(key) + " is set, " + std::to_string(value.size()) + " records");
     witness_.valueIsSet(key, value);
     tell([&](LifeChecker& checker) { checker.valueIsSet(key, value); });
   }

@@ -19,6 +19,8 @@ namespace {
 using ::morvik::testing::ServedRequest;
 using ::morvik::testing::ServiceEndpoint;
 using ::morvik::testing::SimulatedService;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 class LateDevice : public ::testing::Test {
  protected:
@@ -30,7 +32,8 @@ class LateDevice : public ::testing::Test {
     machine_.loop.runUntilIdle();
   }
   void restartInTheDark() {
-    machine_.kill(std::move(phone_));
+    if (phone_)
+      machine_.kill(std::move(phone_));
     disk_.decide(
         [](const DiskCall& call) { return call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK; });
     start();
@@ -39,6 +42,17 @@ class LateDevice : public ::testing::Test {
   void reportTheInstall() {
     phone_->thirdPartyConversion();
     machine_.loop.advance(1);
+  }
+  void crash(const char* reason) {
+    phone_->reportUncaughtException({.reason = reason, .call_stack_symbols = {}, .moment = std::nullopt});
+    machine_.kill(std::move(phone_));
+  }
+  /// Reasons of the reports in the store.
+  std::vector<std::string> reports() const {
+    std::vector<std::string> reasons;
+    for (const kit::Value& report : phone_->properties().MorvikCoreUserInfo_Crash().array())
+      reasons.emplace_back(report["exception_reason"].string());
+    return reasons;
   }
   /// Who it says to be, in each report of its install.
   std::vector<std::string> names(const char* field) const {
@@ -86,6 +100,44 @@ TEST_F(LateDevice, IsTheOneThatTheFileKnowsInTheVeryTurnInWhichItIsRead) {
   });
   machine_.loop.advance(1);
   EXPECT_EQ(service_.installs(), 1U);
+}
+
+TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsBesideIt) {
+  start();
+  crash("fendo of the file");
+  restartInTheDark();
+  crash("fendo beside the file");
+  restartInTheDark();
+  EXPECT_THAT(reports(), IsEmpty());
+  showDisk();
+  phone_->addActivity("shop", "look", std::nullopt);
+  machine_.loop.runUntilIdle();
+  EXPECT_THAT(reports(), ElementsAre("fendo of the file"));
+  machine_.kill(std::move(phone_));
+  start();
+  EXPECT_THAT(reports(), ElementsAre("fendo of the file", "fendo beside the file"));
+}
+
+TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhereThereIsNoRoomForAnother) {
+  start();
+  crash("fendo of the file");
+  restartInTheDark();
+  crash("fendo beside the file");
+  // The file can be read at the second try, and not be written.
+  constexpr int kReadsOfTheFirstTry = 3;
+  disk_.decide([reads = 0](const DiskCall& call) mutable {
+    if (call.kind == DiskCall::Kind::kWrite)
+      return SQLITE_FULL;
+    return call.kind == DiskCall::Kind::kRead && ++reads <= kReadsOfTheFirstTry ? SQLITE_IOERR_READ : SQLITE_OK;
+  });
+  start();
+  EXPECT_THAT(reports(), ElementsAre("fendo of the file"));
+  showDisk();
+  phone_->addActivity("shop", "look", std::nullopt);
+  machine_.loop.runUntilIdle();
+  machine_.kill(std::move(phone_));
+  start();
+  EXPECT_THAT(reports(), ElementsAre("fendo of the file", "fendo beside the file"));
 }
 
 }  // namespace

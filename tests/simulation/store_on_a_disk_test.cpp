@@ -72,6 +72,23 @@ TEST_F(StoreOnADisk, OpensOnADiskThatFailsForAMoment) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(StoreOnADisk, KeepsTheListOfAFileThatComesToLightLaterAlthoughOneWasBegunAndLetGoMeanwhile) {
+  open();
+  set("list", kit::Array{1, 2});
+  set("name", "of the file");
+  store_->shutdown();
+  failReads(50);
+  open();
+  ASSERT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+  set("list", kit::Array{3});
+  set("list", {});
+  set("name", {});
+  disk_.decide({});
+  EXPECT_TRUE(store_->synchronize());
+  EXPECT_EQ(store_->get("list"), kit::Value(kit::Array{1, 2}));
+  EXPECT_TRUE(store_->get("name").isAbsent()) << "it was taken back";
+}
+
 TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileComesToLightLater) {
   open();
   set("identifier", "first");
