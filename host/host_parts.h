@@ -61,10 +61,10 @@ struct HostParts {
   const ZlibCompressor compressor;
   const SimdjsonCodec json;
 
+  kit::HouseLock house_lock;
   const std::unique_ptr<MachineStore> plain_store;
   LedgerBook ledger;
   const std::unique_ptr<MachineStore> store;  ///< the plain one, and what passes through it is counted
-  kit::HouseLock house_lock;
   const services::MorvikGVUserDefaults properties;
 
   std::atomic<size_t> posted_calls{0};  ///< calls from other threads that wait in the main loop

@@ -2,7 +2,8 @@
 
 namespace morvik::host {
 
-LedgerStore::LedgerStore(MachineStore& store, LedgerBook& book) : store_(store), book_(book) {
+LedgerStore::LedgerStore(MachineStore& store, LedgerBook& book, kit::HouseLock& house_lock)
+    : store_(store), book_(book), house_lock_(house_lock), is_dark_(store.opening() == StoreOpening::kUnavailable) {
   LedgerStore::setWhenTakenOver({});
 }
 
@@ -11,23 +12,44 @@ LedgerStore::~LedgerStore() {
 }
 
 void LedgerStore::setWhenTakenOver(kit::Block hook) {
-  store_.setWhenTakenOver([&book = book_, hook = std::move(hook)] {
-    book.storeCameToLight();
+  store_.setWhenTakenOver([this, hook = std::move(hook)] {
+    is_dark_ = false;
+    book_.storeCameToLight();
     if (hook)
       hook();
   });
 }
 
+/// What a store holds that comes to light with a commit goes before what was begun without it. Whoever has read a list
+/// by then, and writes it back afterwards, would undo that: until then no commit falls in between.
+std::unique_lock<kit::Mutex> LedgerStore::keepListsStill() {
+  if (is_dark_)
+    return std::unique_lock(house_lock_.mutex);
+  return {};
+}
+
 // Lists are set under the house lock, where nothing may be told; here no lock is held.
 bool LedgerStore::synchronize() {
-  const bool all_kept = store_.synchronize();
+  bool all_kept = false;
+  {
+    const std::unique_lock still = keepListsStill();
+    all_kept = store_.synchronize();
+  }
   book_.tellBroken();
   return all_kept;
 }
 
 void LedgerStore::commitTurn() {
-  store_.commitTurn();
+  {
+    const std::unique_lock still = keepListsStill();
+    store_.commitTurn();
+  }
   book_.tellBroken();
+}
+
+void LedgerStore::shutdown() {
+  const std::unique_lock still = keepListsStill();
+  store_.shutdown();
 }
 
 }  // namespace morvik::host

@@ -1,6 +1,8 @@
 // A machine's store that tells the ledger what passes through it.
 #pragma once
 
+#include <atomic>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -10,14 +12,15 @@
 
 #include "host/ledger/ledger_book.h"
 #include "host/machine/machine.h"
+#include "kit/house_lock.h"
 #include "kit/queues.h"
 
 namespace morvik::host {
 
 class LedgerStore final : public MachineStore {
  public:
-  /// Both outlive it; `store` is the one in which the book lies.
-  LedgerStore(MachineStore& store, LedgerBook& book);
+  /// All outlive it; `store` is the one in which the book lies, `house_lock` the one under which its lists are changed.
+  LedgerStore(MachineStore& store, LedgerBook& book, kit::HouseLock& house_lock);
   ~LedgerStore() override;
   LedgerStore(const LedgerStore&) = delete;
   LedgerStore& operator=(const LedgerStore&) = delete;
@@ -38,11 +41,16 @@ class LedgerStore final : public MachineStore {
   void commitTurn() override;
   std::vector<std::pair<std::string, kit::Value>> all() const override { return store_.all(); }
   void flushNow() override { store_.flushNow(); }
-  void shutdown() override { store_.shutdown(); }
+  void shutdown() override;
 
  private:
+  std::unique_lock<kit::Mutex> keepListsStill();
+
   MachineStore& store_;
   LedgerBook& book_;
+  kit::HouseLock& house_lock_;
+  /// The store could not be read at its opening, and did not come to light since.
+  std::atomic<bool> is_dark_;
 };
 
 }  // namespace morvik::host

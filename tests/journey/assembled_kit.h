@@ -40,6 +40,7 @@ struct Surroundings {
   kit::BackgroundTasks& background_tasks;
   kit::NotificationCenter& notifications;
   kit::KeyValueStore& store;
+  kit::HouseLock& house_lock;
   kit::Transport& transport;
   kit::LogSink& log;
   kit::LogLevel log_level = kit::lcl_vTrace;
@@ -75,7 +76,7 @@ class AssembledKit {
         description_(around.device),
         util_({.idfa = around.idfa, .has_loopback_endpoint = true, .model = around.device.model}, machine_),
         puid_(around.puid ? host::MorvikADGetPUID(*around.puid) : host::MorvikADGetPUID()),
-        properties(around.store, house_lock_),
+        properties(around.store, around.house_lock),
         logger_(shared_state.log_levels, around.log),
         size_trigger_(around.main_queue),
         services({.app_key = "journey-app",
@@ -98,7 +99,7 @@ class AssembledKit {
             .background_tasks = around.background_tasks,
             .notifications = around.notifications,
             .key_value_store = around.store,
-            .house_lock = house_lock_,
+            .house_lock = around.house_lock,
             .transport = around.transport,
             .json = json,
             .cipher = cipher,
@@ -140,7 +141,6 @@ class AssembledKit {
   testing::MemoryShelf report_shelf;
 
  private:
-  kit::HouseLock house_lock_;
   const DeviceDescription description_;
   const host::SystemFacts machine_;
   const host::MorvikADUtil util_;

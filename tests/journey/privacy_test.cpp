@@ -249,6 +249,7 @@ class Device {
             .background_tasks = loop_.backgroundTasks(),
             .notifications = loop_.notifications(),
             .store = store_,
+            .house_lock = house_lock_,
             .transport = transport_,
             .log = log_,
             .idfa = case_.has_identifier ? std::optional<std::string>("an identifier") : std::nullopt,
@@ -296,6 +297,7 @@ class Device {
   testing::VirtualLoop loop_;
   testing::ScriptedTransport transport_{loop_};
   testing::FixedOffsetCalendar calendar_;
+  kit::HouseLock house_lock_;
   std::unique_ptr<AssembledKit> parts_;
 };
 

@@ -80,6 +80,7 @@ class Road : public ::testing::Test {
   testing::VirtualLoop loop;
   testing::ScriptedTransport transport{loop};
   testing::FixedOffsetCalendar calendar;
+  kit::HouseLock house_lock;
   AssembledKit parts{{.clock = loop.clock(),
                       .calendar = calendar,
                       .main_queue = loop.mainQueue(),
@@ -87,6 +88,7 @@ class Road : public ::testing::Test {
                       .background_tasks = loop.backgroundTasks(),
                       .notifications = loop.notifications(),
                       .store = store,
+                      .house_lock = house_lock,
                       .transport = transport,
                       .log = log}};
   MorvikCoreLib& core() { return *parts.core; }

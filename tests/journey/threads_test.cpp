@@ -143,7 +143,8 @@ struct Machine {
                            .endpoints = allAt(service_url),
                            .logger = services::Logger(log_levels, log),
                            .has_hashed_identifier = false}};
-  host::LedgerStore counted_store{store, ledger};
+  kit::HouseLock house_lock;
+  host::LedgerStore counted_store{store, ledger, house_lock};
   host::TurnGate gate;
   host::MainLoop loop{host::LoopMode::kOwnThread, services::Logger(log_levels, log)};
   host::BackgroundThread background{services::Logger(log_levels, log)};
@@ -162,6 +163,7 @@ struct Machine {
             .background_tasks = tasks,
             .notifications = notifications,
             .store = counted_store,
+            .house_lock = house_lock,
             .transport = *counted_network,
             .log = log,
             .service_url = service_url,

@@ -29,7 +29,7 @@ class NoFlusher final : public StoreFlusher {
 };
 
 /// Notes which values were set together.
-class NotingStore final : public SqliteStore {
+class NotingStore : public SqliteStore {
  public:
   NotingStore(const std::string& folder, kit::LogSink& log)
       : SqliteStore(

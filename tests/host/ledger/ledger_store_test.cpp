@@ -3,6 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <mutex>
+#include <vector>
+
+#include "testing/recording_log.h"
 #include "tests/host/ledger/book_rig.h"
 
 namespace morvik::host {
@@ -15,7 +19,8 @@ using ::testing::Pair;
 
 class LedgerStoreTest : public ::testing::Test, protected BookRig {
  protected:
-  LedgerStore counted_{store, *book};
+  kit::HouseLock house_lock_;
+  LedgerStore counted_{store, *book, house_lock_};
 };
 
 TEST_F(LedgerStoreTest, CountsWhatTheKitSets) {
@@ -36,6 +41,52 @@ TEST_F(LedgerStoreTest, LetsADyingProcessWriteWithoutWaitingForTheBook) {
   EXPECT_TRUE(counted_.trySetAndSynchronize("MorvikCoreUserInfo_Crash", Array{1}));
   EXPECT_EQ(counted_.tryGet("MorvikCoreUserInfo_Crash"), Value(Array{1}));
   EXPECT_EQ(of("crash reports").recorded, 1U);
+}
+
+/// Could not be read at its opening, and notes of each commit whether lists could be changed meanwhile.
+class DarkStore final : public NotingStore {
+ public:
+  DarkStore(const std::string& folder, kit::LogSink& log, kit::HouseLock& house_lock)
+      : NotingStore(folder, log), house_lock_(house_lock) {}
+  StoreOpening opening() const override { return StoreOpening::kUnavailable; }
+  void setWhenTakenOver(kit::Block hook) override { hook_ = std::move(hook); }
+  bool synchronize() override {
+    note();
+    return true;
+  }
+  void commitTurn() override { note(); }
+  void shutdown() override { note(); }
+  void comeToLight() { hook_(); }
+  std::vector<bool> were_lists_still;
+
+ private:
+  void note() {
+    const std::unique_lock free(house_lock_.mutex, std::try_to_lock);
+    were_lists_still.push_back(!free.owns_lock());
+  }
+  kit::HouseLock& house_lock_;
+  kit::Block hook_;
+};
+
+TEST(LedgerStoreInTheDark, LetsNoListBeChangedWhileACommitMayTakeOverWhatTheFileHolds) {
+  const test::ScratchFolder folder;
+  ::morvik::testing::RecordingLog log;
+  kit::LogLevels levels;
+  kit::HouseLock house_lock;
+  DarkStore store(folder.path(), log, house_lock);
+  LedgerBook book({.store = store, .endpoints = {}, .logger = services::Logger(levels, log)});
+  LedgerStore counted(store, book, house_lock);
+  int told = 0;
+  counted.setWhenTakenOver([&told] { ++told; });
+  counted.synchronize();
+  counted.commitTurn();
+  counted.shutdown();
+  EXPECT_THAT(store.were_lists_still, ElementsAre(true, true, true));
+  store.comeToLight();
+  EXPECT_EQ(told, 1);
+  counted.synchronize();
+  counted.commitTurn();
+  EXPECT_THAT(store.were_lists_still, ElementsAre(true, true, true, false, false));
 }
 
 #ifndef NDEBUG
