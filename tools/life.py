@@ -175,6 +175,17 @@ def cause_of_repetition(request, killed):
     return None
 
 
+def show_ledger(ledger, screen):
+    """The device's own account, kind by kind."""
+    columns = ("recorded", "delivered", "stored", "under_way", "given_up")
+    screen.write()
+    screen.write("    " + f"{'the device itself says':<24}" + "".join(f"{name.replace('_', ' '):>11}" for name in columns))
+    for account in ledger["accounts"]:
+        screen.write("    " + f"{account['kind']:<24}" + "".join(f"{account[name]:>11}" for name in columns))
+    for each in ledger["given_up"]:
+        screen.note(f"given up: {each['count']} of {each['kind']}, {each['reason']}")
+
+
 class Account:
     """What was recorded, and what became of it."""
 
@@ -191,8 +202,8 @@ class Account:
         for record in records:
             self.seen[record["activityEventID"]] = record
 
-    def settle(self, requests, events, stored, screen):
-        """Prints the account; true when it balances."""
+    def settle(self, requests, events, stored, ledger, screen):
+        """Prints the account and what the device says of it (`ledger`); true when both balance and agree."""
         self.saw(stored)
         delivered = {event["event_id"]: event for event in events}
         stored_ids = {record["activityEventID"] for record in stored}
@@ -205,6 +216,8 @@ class Account:
         row = self._rows(recorded, delivered, stored_ids, left_out, screen)
         problems = self._problems(recorded, gone, left_out, row)
         problems += self._repetitions(requests, events, screen)
+        show_ledger(ledger, screen)
+        problems += self._contradictions(ledger, row)
         screen.write()
         for problem in problems:
             screen.bad(problem)
@@ -256,6 +269,22 @@ class Account:
             problems.append("the columns do not add up")
         return problems
 
+    @staticmethod
+    def _contradictions(ledger, totals):
+        """What the device's own ledger has in it that is not sound, or that is otherwise here."""
+        problems = []
+        if not ledger["balances"]:
+            problems.append("the device's ledger does not balance")
+        elif not ledger["sound"]:
+            problems.append("the device's ledger is not sound: something went against the rules")
+        activities = {account["kind"]: account for account in ledger["accounts"]}["activities"]
+        for name, member in (("recorded", "recorded"), ("delivered", "delivered"), ("stored", "stored"),
+                             ("left out", "given_up")):
+            if activities[member] != totals[name]:
+                problems.append(f"the device's ledger says that {activities[member]} activities were {name}, "
+                                f"and {totals[name]} were")
+        return problems
+
     def _repetitions(self, requests, events, screen):
         by_id = {request["id"]: request for request in requests}
         causes, problems = collections.Counter(), []
@@ -297,7 +326,7 @@ class Life:
         self._arrivals = collections.Counter()
         self.service = stage.Service(self.build_dir, folder, keys, on_line=self._service_wrote)
         self._arguments = ["--store", os.path.join(self.folder, "device"), "--service", self.service.url, "--ca",
-                           self.service.ca_file, "--keys", keys]
+                           self.service.ca_file, "--keys", keys, "--report-ledger"]
         for module in MODULES:
             self._arguments += ["--module", module]
         if self.verbose:
@@ -652,9 +681,10 @@ class Life:
         self.screen.step("The account")
         self.device = stage.Device(self.build_dir, self._arguments)
         stored = self.device.stored_events()
+        ledger = self.device.do("ledger")
         self.device.end_input()
         self.device = None
-        return self.account.settle(self.service.requests(), self.service.events(), stored, self.screen)
+        return self.account.settle(self.service.requests(), self.service.events(), stored, ledger, self.screen)
 
     # --- the end
 

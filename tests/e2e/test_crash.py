@@ -51,9 +51,14 @@ class Crash(unittest.TestCase):
         for line in ("active", "settle"):
             self.assertTrue(device.do(line)["ok"])
         self.assertEqual(device.store(QUEUE).get(QUEUE, []), [], "what arrived is not kept")
+        ledger = device.do("ledger")
         self.assertEqual(device.end_input()[0], 0)
         reports = self.reports()
         self.assertEqual(len(reports), before + len(stored), "each arrives once")
+        self.assertTrue(ledger["sound"], ledger)
+        self.assertEqual(next(each for each in ledger["accounts"] if each["kind"] == "crash reports"),
+                         {"kind": "crash reports", "recorded": len(reports), "delivered": len(reports), "stored": 0,
+                          "under_way": 0, "given_up": 0, "found_uncounted": 0})
         return reports
 
     def test_an_uncaught_exception_is_in_the_store_when_the_process_is_gone(self):

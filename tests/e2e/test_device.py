@@ -2,6 +2,7 @@
 
 import json
 import os
+import signal
 import subprocess
 import sys
 import tempfile
@@ -239,6 +240,19 @@ class Verbs(DeviceTest):
         told = device.do("ledger")
         self.assertEqual((inspected["accounts"]["newest"], inspected["given_up"]["newest"], inspected["sound"]),
                          (told["accounts"], told["given_up"], told["sound"]))
+
+    def test_a_batch_that_no_longer_balances_ends_the_process_in_every_build_for_tests(self):
+        device = self.attributed()
+        self.do(device, "event shop look")
+        self.service.behave("tracking", "delay", milliseconds=1500)
+        self.do(device, "push", "event shop buy")
+        # While the batch is under way, somebody writes that it carried what it does not.
+        later = device.stored_events()[1]["activityEventID"]
+        self.do(device, f'set fendoActivityInfosSentEventKeys ["{later}"]')
+        device.say("settle")
+        self.assertEqual(device.rest(), (-signal.SIGABRT, []))
+        line = "an invariant is broken: records went that no rule gives up (activities)"
+        self.assertTrue(any(line in each for each in device.log), device.log)
 
     def test_kill_ends_the_process_at_once(self):
         device = self.device()

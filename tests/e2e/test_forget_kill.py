@@ -112,6 +112,8 @@ class ForgetKill(unittest.TestCase):
         device = self.device(life.store, life.idfa)
         life.state = self.flags(device)
         self.assertEqual(device.do("is-forgotten")["value"], life.state[0], f"the gate follows what is stored: {life}")
+        ledger = device.do("ledger")
+        self.assertTrue(ledger["sound"], ledger)
         self.assertEqual(device.end_input(), (0, []))
         self.check(life)
 

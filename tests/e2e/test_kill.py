@@ -23,6 +23,8 @@ MOST_DELAY_SECONDS = 0.02
 SHARE_OF_SESSION_ENDS = 0.1
 SHARE_OF_NEW_SESSIONS = 0.5
 SHARE_OF_MISBEHAVIOUR = 0.3
+# The only rule by which these lives give up activities.
+KEPT_SESSION = 'the "end" of a session that went on within a minute'
 
 
 class Kill(unittest.TestCase):
@@ -125,7 +127,22 @@ class Kill(unittest.TestCase):
         there = {event["activityParam"] for event in stored.values() if event["activityGroupName"] != "session"}
         there.update(event["param"] for event in self.delivered.values() if event["group"] != "session")
         self.assertEqual(self.answered - there, set(), "these were answered and are neither stored nor delivered")
+        self.check_ledger(device.do("ledger"), stored)
         return stored
+
+    def check_ledger(self, ledger, stored):
+        """The device's own account, of a process that has not sent anything yet or has nothing under way."""
+        self.assertTrue(ledger["sound"], ledger)
+        account = next(each for each in ledger["accounts"] if each["kind"] == "activities")
+        self.assertEqual((account["stored"], account["under_way"]), (len(stored), 0), ledger)
+        reasons = {each["reason"] for each in ledger["given_up"] if each["kind"] == "activities"}
+        self.assertLessEqual(reasons, {KEPT_SESSION}, ledger)
+        # What arrived and is still stored has lost its answer: it is not delivered yet. The "end" of a kept session may
+        # have arrived so too before it was given up; else it is the only one that neither arrived nor is stored.
+        arrived = self.delivered.keys()
+        self.assertIn(len(arrived - stored.keys()) - account["delivered"], range(account["given_up"] + 1), ledger)
+        self.assertIn(account["recorded"] - len(arrived | stored.keys()), range(account["given_up"] + 1), ledger)
+        self.account = account
 
     def test_whatever_was_answered_is_stored_or_delivered_after_each_kill(self):
         for number in range(KILLS):
@@ -142,7 +159,7 @@ class Kill(unittest.TestCase):
         self.assertEqual(device.end_input(), (0, []))
         self.assertGreater(len(self.answered), KILLS, "the lives were busy")
         print(f"{KILLS} kills: {len(self.answered)} events answered, {len(self.attempted)} attempted, "
-              f"{len(self.delivered)} delivered", flush=True)
+              f"{len(self.delivered)} delivered; the ledger's last word: {self.account}", flush=True)
 
 
 if __name__ == "__main__":

@@ -42,10 +42,14 @@ class Account(unittest.TestCase):
                        event("a", "look", "1"), event("b", "buy", "2")]
         self.stored = [record("c", "look", "3")]
         self.requests = [request(1)]
+        self.activities = {"kind": "activities", "recorded": 6, "delivered": 4, "stored": 1, "under_way": 0,
+                           "given_up": 1, "found_uncounted": 0}
+        self.ledger = {"balances": True, "sound": True, "accounts": [self.activities],
+                       "given_up": [{"kind": "activities", "count": 1, "reason": "a rule", "by_rule": True}]}
 
     def settle(self):
         self.text = io.StringIO()
-        return self.account.settle(self.requests, self.events, self.stored, life.Screen(self.text))
+        return self.account.settle(self.requests, self.events, self.stored, self.ledger, life.Screen(self.text))
 
     def refuses(self, problem):
         self.assertFalse(self.settle())
@@ -56,6 +60,26 @@ class Account(unittest.TestCase):
         self.assertTrue(self.settle(), self.text.getvalue())
         self.assertIn("The account balances: 6 recorded = 4 delivered + 1 still stored + 1 left out by rule.",
                       self.text.getvalue())
+
+    def test_shows_what_the_device_says_itself(self):
+        self.assertTrue(self.settle(), self.text.getvalue())
+        self.assertRegex(self.text.getvalue(), r"\n    activities +6 +4 +1 +0 +1\n")
+        self.assertIn("given up: 1 of activities, a rule\n", self.text.getvalue())
+
+    def test_notices_a_ledger_that_is_not_sound(self):
+        self.ledger["sound"] = False
+        self.refuses("the device's ledger is not sound: something went against the rules")
+        self.ledger["balances"] = False
+        self.refuses("the device's ledger does not balance")
+
+    def test_notices_a_ledger_that_contradicts_what_is_known_here(self):
+        for member, name in (("recorded", "recorded"), ("delivered", "delivered"), ("stored", "stored"),
+                             ("given_up", "left out")):
+            with self.subTest(member=member):
+                self.activities[member] += 1
+                self.refuses(f"the device's ledger says that {self.activities[member]} activities were {name}, and ")
+                self.activities[member] -= 1
+        self.assertTrue(self.settle(), self.text.getvalue())
 
     def test_misses_an_event_that_was_recorded_and_is_nowhere(self):
         self.stored = []
@@ -77,6 +101,7 @@ class Account(unittest.TestCase):
     def test_takes_an_event_whose_recording_was_not_answered_either_way(self):
         self.account.attempted = ["4", "5"]
         self.events.append(event("d", "buy", "4"))
+        self.activities.update(recorded=7, delivered=5)
         self.assertTrue(self.settle(), self.text.getvalue())
 
     def test_misses_a_session_start(self):
