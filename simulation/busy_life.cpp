@@ -35,6 +35,7 @@ constexpr double kHourSeconds = 3'600;
 constexpr double kAnswerSeconds = 0.2;
 /// As long as the system lets an app finish what it does.
 constexpr double kGrantSeconds = 35;
+constexpr int kSessionEndsThatSendAClick = 5;
 /// So much comes with an event of the long queue that its log has to begin anew.
 constexpr size_t kLongParamBytes = 700;
 constexpr int kLongQueueEvents = 90;
@@ -63,6 +64,7 @@ struct Item {
   bool arrived = false;
   bool given_up = false;
   bool not_kept_yet = false;
+  int session_ends = 0;             ///< since it was recorded
   std::optional<Complaint> cut_by;  ///< the first cut after it was recorded
 };
 
@@ -361,9 +363,19 @@ class BusyLife {
   }
 
   void leaveSession() {
+    countSessionEnd();
     doNow([](host::Host& host) { host.applicationDidEnterBackground(); });
     is_active_ = false;
     pass(kGrantSeconds);
+  }
+
+  /// A click that failed at its first sending and at five session ends is given up at the sixth. An end that is cut off
+  /// may count or not.
+  void countSessionEnd() {
+    if (isCut())
+      return;
+    for (Item& item : items_)
+      item.given_up |= item.kind == Kind::kReEngagementClick && ++item.session_ends > kSessionEndsThatSendAClick;
   }
 
   void pushTracking() {
