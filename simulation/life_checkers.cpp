@@ -6,6 +6,7 @@
 
 #include "MorvikCoreLib/failure_counts.h"
 #include "services/json_writer.h"
+#include "simulation/known_log_texts.h"
 
 namespace morvik::simulation {
 namespace {
@@ -97,8 +98,7 @@ class LedgerAgrees final : public LifeChecker {
     needBetween(account.kind + " recorded", account.recorded, counts.recorded_least, counts.recorded_most);
     needBetween(account.kind + " stored", account.stored, counts.stored, counts.stored);
     // A click that is kept once more although it was accepted may be delivered once more.
-    const uint64_t again = counts.recorded_most - counts.recorded_least;
-    needBetween(account.kind + " delivered", account.delivered, 0, counts.arrived + again);
+    needBetween(account.kind + " delivered", account.delivered, 0, counts.arrived + counts.recorded_again);
     const uint64_t known = account.delivered + account.stored + account.under_way + account.givenUp();
     if (counts.arrived_for_good > known)
       complain(account.kind + ": " + numberText(counts.arrived_for_good) + " arrived, and the ledger knows of " +
@@ -296,6 +296,18 @@ class OneDevice final : public LifeChecker {
   uint64_t told_ = 0;
 };
 
+class LinesAreKnown final : public LifeChecker {
+ public:
+  using LifeChecker::LifeChecker;
+  const char* name() const override { return kLinesAreKnown; }
+
+  void lineIsLogged(std::string_view line) override {
+    const LogLineKind kind = kindOfLogLine(line);
+    if (kind != LogLineKind::kKnown)
+      complain((kind == LogLineKind::kAlarm ? "an alarm: " : "") + std::string(line));
+  }
+};
+
 template <class... Checkers>
 std::vector<std::unique_ptr<LifeChecker>> oneOfEach(const LifeFacts& facts, const LifeChecker::Complain& complain) {
   std::vector<std::unique_ptr<LifeChecker>> checkers;
@@ -318,7 +330,8 @@ const LifeExchange* LifeFacts::handled() const {
 std::vector<std::unique_ptr<LifeChecker>> makeLifeCheckers(const LifeFacts& facts,
                                                            const LifeChecker::Complain& complain) {
   return oneOfEach<LedgerIsSound, LedgerAgrees, NothingIsLost, OneBatchPerSlot, ForgottenIsSilent, OneClickPerKey,
-                   CountsInBounds, RetriesInBounds, RequestsReturn, WishesAreKept, OneDevice>(facts, complain);
+                   CountsInBounds, RetriesInBounds, RequestsReturn, WishesAreKept, LinesAreKnown, OneDevice>(facts,
+                                                                                                             complain);
 }
 
 }  // namespace morvik::simulation

@@ -27,6 +27,8 @@ struct LifeExchange {
   double started_at = 0;
   std::optional<double> left_at;
   double timeout_seconds = 0;
+  /// It was made by a process that did not know its store, nor who it is.
+  bool is_made_in_the_dark = false;
 };
 
 /// What is known of a life, kept by whoever lives it.
@@ -38,6 +40,7 @@ struct LifeFacts {
   bool is_alive = false;
   bool is_forgotten = false;           ///< the process says so
   bool wants_to_be_forgotten = false;  ///< the app asked for it last, and that outlived every death since
+  bool is_in_the_dark = false;         ///< the file could not be read at the start, and is still not
   bool knows_its_store = true;         ///< false: the file could not be read at the start, and has not come to light
   std::optional<Ledger> ledger;        ///< of this step
   uint64_t installs = 0;               ///< that the service attributed
@@ -93,6 +96,7 @@ inline constexpr const char* kCountsInBounds = "failure counts are within their 
 inline constexpr const char* kRetriesInBounds = "nine retries and one re-fetch between two successes";
 inline constexpr const char* kRequestsReturn = "every request returns";
 inline constexpr const char* kWishesAreKept = "a wish outlives the process";
+inline constexpr const char* kLinesAreKnown = "every line of the log is known";
 inline constexpr const char* kOneDevice = "the device stays the same one";
 
 /// Retries of a conversion that may be scheduled between two successes of one process, and re-fetches.

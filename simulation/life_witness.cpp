@@ -120,6 +120,9 @@ void LifeWitness::requestStarts(uint64_t id, const kit::Request& request, bool i
     const auto served = reader_.receive(request, testing::SimulatedService::Counting::kNo);
     exchange.things = namesIn(*exchange.endpoint, served.payload);
   }
+  if (exchange.endpoint == ServiceEndpoint::kDemographics && !has_identifier_)
+    exchange.things = facts.things.stored(LedgerKind::kDemographics);
+  exchange.is_made_in_the_dark = facts.is_in_the_dark;
   // The answer to a batch that is still under way may take the place of this one's.
   if (exchange.endpoint == ServiceEndpoint::kTracking && facts.underWay(ServiceEndpoint::kTracking) > 0)
     permitAll(exchange, LedgerKind::kImpressions, LedgerReason::kPlaceTaken);
@@ -136,14 +139,22 @@ void LifeWitness::clickStarts() {
     permitAll(other, LedgerKind::kReEngagementClicks, LedgerReason::kNewerClick);
 }
 
-std::vector<ThingNumber> LifeWitness::requestLeaves(const kit::Request& request) {
+const LifeExchange* LifeWitness::requestLeaves(const kit::Request& request) {
   for (auto& [id, exchange] : facts.exchanges) {
     if (exchange.left_at || exchange.url != request.url || exchange.body != request.body)
       continue;
     exchange.left_at = facts.now;
-    return exchange.things;
+    return &exchange;
   }
-  return {};
+  return nullptr;
+}
+
+void LifeWitness::arrives(const LifeExchange& exchange) {
+  for (const ThingNumber number : exchange.things) {
+    // A payload that cannot say whose they are says nothing.
+    if (has_identifier_ || facts.things[number].kind != LedgerKind::kDemographics)
+      facts.things.arrives(number);
+  }
 }
 
 void LifeWitness::exchangeEnds(uint64_t id, const std::optional<kit::Value>& answer) {
@@ -211,6 +222,10 @@ void LifeWitness::valueIsSet(std::string_view key, const kit::Value& value) {
   const std::optional<LedgerKind> kind = kindStoredUnder(key);
   if (kind == LedgerKind::kReEngagementClicks || kind == LedgerKind::kCrashReports)
     lookAt(*kind, key, value);
+  if (kind == LedgerKind::kDemographics) {
+    demographics_[std::string(key)] = value;
+    lookAtDemographics();
+  }
 }
 
 /// New ones stand at the end.
@@ -301,6 +316,15 @@ void LifeWitness::storeCameToLight(const Read& read) {
   look(read);
 }
 
+ThingBook::Strangers LifeWitness::lookAtDemographics() {
+  std::vector<std::string> names;
+  for (const auto& [key, value] : demographics_) {
+    if (isPending(value))
+      names.push_back(nameOfStored(LedgerKind::kDemographics, key, value));
+  }
+  return facts.things.storedAre(LedgerKind::kDemographics, names);
+}
+
 std::vector<std::string> LifeWitness::look(const Read& read) {
   std::vector<std::string> wrong;
   const auto tell = [&wrong](const char* what, const std::vector<std::string>& names) {
@@ -312,12 +336,9 @@ std::vector<std::string> LifeWitness::look(const Read& read) {
     tell("stored, and nobody recorded it: ", strangers.unknown);
     tell("stored twice: ", strangers.doubled);
   }
-  std::vector<std::string> names;
-  for (const std::string_view key : kDemographics) {
-    if (const kit::Value value = read(key); isPending(value))
-      names.push_back(nameOfStored(LedgerKind::kDemographics, key, value));
-  }
-  tell("stored, and nobody set it: ", facts.things.storedAre(LedgerKind::kDemographics, names).unknown);
+  for (const std::string_view key : kDemographics)
+    demographics_[std::string(key)] = read(key);
+  tell("stored, and nobody set it: ", lookAtDemographics().unknown);
   return wrong;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,8 +36,10 @@ class LifeWitness {
 
   // What passes; the facts' clock is right.
   void requestStarts(uint64_t exchange, const kit::Request& request, bool is_in_background);
-  /// What it carries; nothing when it was not seen to start.
-  std::vector<ThingNumber> requestLeaves(const kit::Request& request);
+  /// Null when it was not seen to start. Valid until its handler ended.
+  const LifeExchange* requestLeaves(const kit::Request& request);
+  /// The service has what it carries.
+  void arrives(const LifeExchange& exchange);
   void exchangeEnds(uint64_t exchange, const std::optional<kit::Value>& answer);
   void handlerEnded(uint64_t exchange);
   void valueIsSet(std::string_view key, const kit::Value& value);
@@ -58,6 +61,7 @@ class LifeWitness {
 
  private:
   void keepWhenCommitted(ThingNumber number);
+  ThingBook::Strangers lookAtDemographics();
   ThingBook::Strangers lookAt(host::LedgerKind kind, std::string_view key, const kit::Value& list);
   void noteActivities(const kit::Value& list);
   void noteSentKeys(const kit::Value& keys);
@@ -70,7 +74,8 @@ class LifeWitness {
   testing::SimulatedService& reader_;
   const std::function<void(std::function<void()>)> when_committed_;
   std::unordered_map<std::string, ThingNumber> activity_by_id_;
-  std::unordered_map<std::string, kit::Value> looked_at_;  ///< by key, what was stored at the latest look
+  std::unordered_map<std::string, kit::Value> looked_at_;        ///< by key, what was stored at the latest look
+  std::map<std::string, kit::Value, std::less<>> demographics_;  ///< that are stored, by key
   kit::Value failure_counts_;
   struct Ended {
     double kept_from = kNever;  ///< what its handler did

@@ -222,6 +222,7 @@ ThingCounts ThingBook::counts(Kind kind) const {
   const size_t index = indexOf(kind);
   ThingCounts counts{.recorded_least = expected_[index] - std::min(expected_[index], doubtful_[index]),
                      .recorded_most = expected_[index] + again_[index],
+                     .recorded_again = again_ever_[index],
                      .stored = stored_[index].size()};
   for (const ThingNumber number : of_kind_[index]) {
     const Thing& thing = things_[number];

@@ -50,6 +50,7 @@ using ThingNumber = size_t;
 struct ThingCounts {
   uint64_t recorded_least = 0;
   uint64_t recorded_most = 0;
+  uint64_t recorded_again = 0;  ///< maybe, ever: what arrived may have arrived once more
   uint64_t stored = 0;
   uint64_t arrived = 0;           ///< each once, also those that a death undid
   uint64_t arrived_for_good = 0;  ///< but for those
@@ -87,7 +88,10 @@ class ThingBook {
   void isTakenIn(ThingNumber number);
   const std::vector<ThingNumber>& stored(host::LedgerKind kind) const { return stored_[indexOf(kind)]; }
   /// A click that was recorded may be recorded once more.
-  void mayBeRecordedAgain(host::LedgerKind kind) { ++again_[indexOf(kind)]; }
+  void mayBeRecordedAgain(host::LedgerKind kind) {
+    ++again_[indexOf(kind)];
+    ++again_ever_[indexOf(kind)];
+  }
 
   /// What was not kept before `undone_from` may be undone. Nothing is stored nor under way until the next start.
   void diesWith(double undone_from);
@@ -111,6 +115,7 @@ class ThingBook {
   std::array<uint64_t, host::kLedgerKinds> expected_{};  ///< recorded, as the device should count them
   std::array<uint64_t, host::kLedgerKinds> doubtful_{};  ///< of these, undone by the latest deaths maybe
   std::array<uint64_t, host::kLedgerKinds> again_{};     ///< and beside these, recorded once more maybe
+  std::array<uint64_t, host::kLedgerKinds> again_ever_{};
 };
 
 /// A stored list or value of the ledger's kinds. Nothing for any other key.

@@ -39,6 +39,8 @@ class MachineMeddler {
   virtual bool losesHandlerOf(const kit::Request&) { return false; }
   /// What is stored in the place of the value.
   virtual kit::Value stored(std::string_view, kit::Value value) { return value; }
+  /// What is logged in the place of the line.
+  virtual std::string logged(std::string_view line) { return std::string(line); }
   /// So often the block that is put off runs.
   virtual size_t timesPutOff(double) { return 1; }
 };

@@ -143,7 +143,7 @@ class WildLife final : private MachineWatcher {
   void drawTraits() {
     app_ = simulatedApp();
     app_.log_level = kMostTalkative;
-    app_.log_sink = [this](std::string_view line) { hear(line); };
+    app_.log_sink = [this](std::string_view line) { meddler_ ? hear(meddler_->logged(line)) : hear(line); };
     if (dice_.happens(0.1))
       app_.device.idfa = Identifier::none();
     if (dice_.happens(0.1)) {
@@ -478,6 +478,7 @@ class WildLife final : private MachineWatcher {
     tell([](LifeChecker& checker) { checker.processBegins(); });
     witness_.facts.now = now();
     witness_.facts.knows_its_store = true;
+    witness_.facts.is_in_the_dark = false;
     disk_.processStarts(true);
     is_starting_ = true;
     process_ = machine_.start(app_);
@@ -575,6 +576,7 @@ class WildLife final : private MachineWatcher {
     if (made_device_at_ >= undone_from) {
       other_devices_ = service_.installs();
       made_device_at_ = kNever;
+      witness_.facts.installs = 0;
     }
     is_active_ = false;
     trouble_since_.reset();
@@ -685,12 +687,14 @@ class WildLife final : private MachineWatcher {
     const auto says = [line](std::string_view part) { return line.find(part) != std::string_view::npos; };
     if (says("cannot be written (") || says("cannot be opened ("))
       trouble_since_ = trouble_since_.value_or(now());
-    if (says("cannot be opened (") && is_starting_)
+    if (says("cannot be opened (") && is_starting_) {
       witness_.facts.knows_its_store = false;
+      witness_.facts.is_in_the_dark = true;
+    }
     if (says("can be written again")) {
       isWrittenLate(trouble_since_.value_or(now()));
       trouble_since_.reset();
-      has_come_to_light_ = !witness_.facts.knows_its_store;
+      has_come_to_light_ = std::exchange(witness_.facts.is_in_the_dark, false);
     }
     tell([&](LifeChecker& checker) { checker.lineIsLogged(line); });
   }
@@ -741,12 +745,18 @@ class WildLife final : private MachineWatcher {
     TreatedRequest treated = treat(request, misbehaviour, service_, dice_, kKeys);
     if (treated.served.refusal)
       complain("the service understands what comes: " + request.url + ": " + *treated.served.refusal);
-    if (treated.served.counted) {
-      for (const ThingNumber number : leaving_)
-        witness_.facts.things.arrives(number);
-    }
-    witness_.facts.installs = service_.installs() - std::min<uint64_t>(other_devices_, service_.installs());
+    if (treated.served.counted && leaving_ != nullptr)
+      witness_.arrives(*leaving_);
+    noteInstalls();
     return treated.answer;
+  }
+
+  /// Who does not know yet who it is gives itself a name for the time being.
+  void noteInstalls() {
+    const bool is_another_for_now = leaving_ != nullptr && leaving_->is_made_in_the_dark;
+    if (is_another_for_now && service_.installs() > other_devices_ + witness_.facts.installs)
+      ++other_devices_;
+    witness_.facts.installs = service_.installs() - other_devices_;
   }
 
   // ------------------------------------------------------------------------------------------------------- the checks
@@ -905,7 +915,7 @@ class WildLife final : private MachineWatcher {
   WildDeath death_ahead_ = WildDeath::kKilled;
   std::optional<double> trouble_since_;  ///< of the disk, as the store told it
   std::vector<std::function<void()>> committed_at_start_;
-  std::vector<ThingNumber> leaving_;
+  const LifeExchange* leaving_ = nullptr;
   uint64_t last_name_ = 0;
   std::map<std::string, std::string> traced_accounts_;  ///< by kind, as they were traced last
   Transcript transcript_;

@@ -54,6 +54,9 @@ class Meddler final : public MachineMeddler {
         return value;
     }
   }
+  std::string logged(std::string_view line) override {
+    return (sabotage_ == WildSabotage::kSaysStrangeThings ? "strange: " : "") + std::string(line);
+  }
 
  private:
   /// Each 20th time that it grew.

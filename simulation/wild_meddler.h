@@ -21,6 +21,7 @@ enum class WildSabotage : uint8_t {
   kLosesTheWish,       ///< the wish to be forgotten is never stored
   kIsAnotherDevice,    ///< the identifier of the install is never stored
   kForgetsTheAccount,  ///< the stored account is no account
+  kSaysStrangeThings,  ///< lines of the log are not those of the kit
 };
 
 /// Null for kNone.

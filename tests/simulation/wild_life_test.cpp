@@ -89,6 +89,7 @@ INSTANTIATE_TEST_SUITE_P(ByEachChecker, BrokenLife,
                                            Found{WildSabotage::kLosesHandlers, kRequestsReturn},
                                            Found{WildSabotage::kLosesTheWish, kWishesAreKept},
                                            Found{WildSabotage::kLosesTheWish, kForgottenIsSilent},
+                                           Found{WildSabotage::kSaysStrangeThings, kLinesAreKnown},
                                            Found{WildSabotage::kIsAnotherDevice, kOneDevice}));
 
 }  // namespace

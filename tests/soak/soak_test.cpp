@@ -13,13 +13,13 @@ using ::testing::Each;
 using ::testing::Gt;
 
 TEST(Soak, OfAFixedSetOfSeedsGivesNobodyReasonToComplain) {
-  const SoakResult result = soak({.first_seed = 1, .lives = 300, .workers = 2});
+  const SoakResult result = soak({.first_seed = 1, .lives = 4000, .workers = 2});
   std::cout << figuresOf(result);
   EXPECT_EQ(result.failed, 0U);
-  EXPECT_EQ(result.figures.lives, 300U);
-  EXPECT_GT(result.figures.days, 600);
-  EXPECT_THAT(result.figures.deaths, Each(Gt(100U)));
-  EXPECT_THAT(result.figures.disk_faults, Each(Gt(100U)));
+  EXPECT_EQ(result.figures.lives, 4000U);
+  EXPECT_GT(result.figures.days, 8000);
+  EXPECT_THAT(result.figures.deaths, Each(Gt(1000U)));
+  EXPECT_THAT(result.figures.disk_faults, Each(Gt(1000U)));
 }
 
 }  // namespace
