@@ -1,11 +1,14 @@
-// The road of one event, hop by hop, on the host's own store, cipher, compressor, codec and siblings: recorded, stored,
-// batched, sealed, posted, answered, trimmed.
+// The road of one event, hop by hop, on the host's own store, cipher, compressor, codec, siblings and ledger: recorded,
+// stored, batched, sealed, posted, answered, trimmed.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
+#include "host/ledger/ledger_book.h"
+#include "host/ledger/ledger_store.h"
+#include "host/ledger/ledger_transport.h"
 #include "host/store/sqlite_store.h"
 #include "services/MorvikADAFHTTPClient.h"
 #include "testing/fake_calendar.h"
@@ -41,16 +44,40 @@ std::vector<std::string> texts(const Value& array) {
   return texts;
 }
 
+/// A scripted network as a machine's.
+class MachineNetwork final : public host::MachineTransport {
+ public:
+  explicit MachineNetwork(testing::ScriptedTransport& network) : network_(network) {}
+  void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
+    network_.start(std::move(request), std::move(handler));
+  }
+  size_t inFlight() const override { return network_.unanswered(); }
+  void shutdown() override {}
+
+ private:
+  testing::ScriptedTransport& network_;
+};
+
 class Road : public ::testing::Test {
  protected:
   Road() {
-    loop.addCommit([this] { store.commitTurn(); });
+    loop.addCommit([this] { counted_store.commitTurn(); });
     parts.launch();
     parts.properties.setFendoUserInfo_fendoUserNo(1001);
     parts.properties.setFendoUserInfo_referralKey(7);
     parts.properties.synchronize();
   }
 
+  /// Wherever an event is on its road, it is accounted for once.
+  ~Road() override { EXPECT_TRUE(ledger.read().isSound()); }
+
+  void expectAccount(uint64_t recorded, uint64_t delivered, uint64_t stored, const char* hop) {
+    const Ledger::Account account = ledger.read().of("activities");
+    EXPECT_TRUE(account.isSound()) << hop;
+    EXPECT_EQ(account.recorded, recorded) << hop;
+    EXPECT_EQ(account.delivered, delivered) << hop;
+    EXPECT_EQ(account.stored, stored) << hop;
+  }
   void record(const char* name, const char* param) {
     loop.perform([&] { EXPECT_TRUE(parts.services.addActivityOfApp("shop", name, param, loop.now())); });
   }
@@ -81,16 +108,25 @@ class Road : public ::testing::Test {
   testing::ScriptedTransport transport{loop};
   testing::FixedOffsetCalendar calendar;
   kit::HouseLock house_lock;
+  kit::LogLevels log_levels;
+  host::LedgerBook ledger{{.store = store,
+                           .endpoints = allAt("https://service.example/"),
+                           .logger = services::Logger(log_levels, log),
+                           .has_hashed_identifier = false}};
+  host::LedgerStore counted_store{store, ledger, house_lock};
+  MachineNetwork network{transport};
+  host::LedgerTransport counted_network{network, ledger};
   AssembledKit parts{{.clock = loop.clock(),
                       .calendar = calendar,
                       .main_queue = loop.mainQueue(),
                       .background_queue = loop.backgroundQueue(),
                       .background_tasks = loop.backgroundTasks(),
                       .notifications = loop.notifications(),
-                      .store = store,
+                      .store = counted_store,
                       .house_lock = house_lock,
-                      .transport = transport,
-                      .log = log}};
+                      .transport = counted_network,
+                      .log = log,
+                      .ledger = &ledger}};
   MorvikCoreLib& core() { return *parts.core; }
 };
 
@@ -106,6 +142,8 @@ TEST_F(Road, OfAnEventThatTheServiceAccepts) {
                                           {"activityParam", "sku-42"},
                                           {"activityCreatedAt", loop.now()},
                                           {"activityEventID", id}}));
+
+  expectAccount(1, 0, 1, "recorded");
 
   // stored: the next process would find it.
   EXPECT_EQ(remains().activities, Value(recorded));
@@ -146,6 +184,7 @@ TEST_F(Road, OfAnEventThatTheServiceAccepts) {
   EXPECT_EQ(testing::headerOf(request, "Accept-Encoding"), "gzip");
   EXPECT_EQ(request.body, services::formEncoded(parameters.dictionary()));
   EXPECT_THAT(safe_when_it_left, ElementsAre("purchase", "late"));
+  expectAccount(2, 0, 2, "posted");
 
   // answered: the server's time is the offset from now on, and the slot is free.
   EXPECT_TRUE(core()._isTrackingCalled());
@@ -158,6 +197,7 @@ TEST_F(Road, OfAnEventThatTheServiceAccepts) {
   EXPECT_EQ(parts.properties.fendoActivityInfosSentEventKeys(), Value(kit::Array{}));
   EXPECT_THAT(textsUnder(remains().activities, "activityName"), ElementsAre("late"));
   EXPECT_THAT(texts(remains().sent_event_keys), IsEmpty());
+  expectAccount(2, 1, 1, "trimmed");
 }
 
 TEST_F(Road, OfAnEventWhoseAnswerIsAFailureStartsAgainWithTheSameId) {
@@ -168,6 +208,7 @@ TEST_F(Road, OfAnEventWhoseAnswerIsAFailureStartsAgainWithTheSameId) {
   EXPECT_EQ(textsUnder(remains().activities, "activityEventID"), ids);
   EXPECT_THAT(texts(remains().sent_event_keys), IsEmpty());
   EXPECT_FALSE(core()._isTrackingCalled());
+  expectAccount(1, 0, 1, "answered by a failure");
   loop.perform([&] { core().pushTracking(); });
   ASSERT_EQ(transport.requests().size(), 2U);
   for (const kit::Request& request : transport.requests()) {
@@ -175,6 +216,7 @@ TEST_F(Road, OfAnEventWhoseAnswerIsAFailureStartsAgainWithTheSameId) {
     EXPECT_EQ(textsUnder(batch["activity_info"], "event_id"), ids);
   }
   EXPECT_NE(transport.requests()[0].body, transport.requests()[1].body) << "sealed with a nonce of its own";
+  expectAccount(1, 1, 0, "answered well");
   EXPECT_THAT(textsUnder(remains().activities, "activityEventID"), IsEmpty());
 }
 
