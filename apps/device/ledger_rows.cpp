@@ -28,6 +28,14 @@ kit::Value rowOf(const std::string& kind, const morvik::Ledger::GivenUp& given_u
 
 }  // namespace
 
+kit::Value LedgerRows::of(std::string_view kind) const {
+  for (const kit::Value& account : accounts) {
+    if (account["kind"].string() == kind)
+      return account;
+  }
+  return {};
+}
+
 kit::MutableDictionary LedgerRows::asDictionary() const {
   kit::MutableDictionary all;
   all.set("balances", balances);

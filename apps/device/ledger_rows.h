@@ -1,6 +1,8 @@
 // A ledger as rows: one form for the verb, for an inspected store and for what is told to a service.
 #pragma once
 
+#include <string_view>
+
 #include "kit/value.h"
 #include "morvik/ledger.h"
 
@@ -15,6 +17,8 @@ struct LedgerRows {
   /// One for each reason that occurred: {"kind":"activities","count":1,"reason":…,"by_rule":true}.
   morvik::kit::Array given_up;
 
+  /// The account of that kind; absent when there is none.
+  morvik::kit::Value of(std::string_view kind) const;
   /// {"balances":…,"sound":…,"accounts":[…],"given_up":[…]}
   morvik::kit::MutableDictionary asDictionary() const;
 };

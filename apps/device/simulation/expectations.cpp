@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "apps/device/ledger_rows.h"
 #include "apps/device/simulation/pattern.h"
 
 namespace morvik_device::simulation {
@@ -179,6 +180,32 @@ Verdict judgeStored(const Expectation& expectation, const Account& account) {
   return tally.verdict(count, std::move(expected), "elements fit");
 }
 
+/// What is wrong with it, the first there is.
+std::string whyNotSound(const LedgerRows& rows, const morvik::Ledger& ledger) {
+  for (const morvik::Ledger::Account& account : ledger.accounts) {
+    if (!account.balances() || account.found_uncounted > 0)
+      return "it does not add up: " + shortText(rows.of(account.kind));
+  }
+  for (const kit::Value& each : rows.given_up) {
+    if (!each["by_rule"].boolean())
+      return "against the rules " + shortText(each);
+  }
+  return "";
+}
+
+Verdict judgeLedger(const Expectation& expectation, const Account& account) {
+  const morvik::Ledger ledger = account.ledger();
+  const LedgerRows rows = rowsOf(ledger);
+  if (expectation.name == kSoundLedger)
+    return {rows.is_sound, "a ledger that is sound", whyNotSound(rows, ledger)};
+  Verdict verdict{true, "the ledger of " + expectation.name + " with " + shortText(*expectation.with), ""};
+  if (const auto misfit = mismatch(*expectation.with, rows.of(expectation.name))) {
+    verdict.met = false;
+    verdict.got = "it " + *misfit;
+  }
+  return verdict;
+}
+
 }  // namespace
 
 Verdict judge(const Expectation& expectation, const Account& account) {
@@ -191,6 +218,8 @@ Verdict judge(const Expectation& expectation, const Account& account) {
       return judgeCalls(expectation, account.history);
     case Subject::kLog:
       return judgeLines(expectation, account.history);
+    case Subject::kLedger:
+      return judgeLedger(expectation, account);
     case Subject::kStore:
       break;
   }

@@ -7,6 +7,7 @@
 
 #include "apps/device/simulation/history.h"
 #include "apps/device/simulation/scenario.h"
+#include "morvik/ledger.h"
 
 namespace morvik_device::simulation {
 
@@ -18,6 +19,8 @@ struct Account {
   std::function<size_t()> event_count;
   /// A stored property by its name, as its readers see it.
   std::function<morvik::kit::Value(const std::string& property)> stored;
+  /// What the device says of itself.
+  std::function<morvik::Ledger()> ledger;
 };
 
 struct Verdict {

@@ -8,6 +8,7 @@
 
 #include "apps/device/simulation/pattern.h"
 #include "apps/device/simulation/request_text.h"
+#include "apps/device/stored_ledger.h"
 #include "services/log.h"
 
 namespace morvik_device::simulation {
@@ -87,6 +88,8 @@ bool Player::play() {
   advanceThroughPhases(scenario_.lastMillisecond());
   if (!judgeAll(scenario_.expectations))
     return false;
+  if (!ledger().isSound())  // whatever the story is about
+    throw std::runtime_error("the device's ledger is not sound; expect \"ledger: sound\" to see where, and report it");
   timeline_.end(met_, false);
   return true;
 }
@@ -205,7 +208,8 @@ bool Player::judgeAll(const std::vector<Expectation>& expectations) {
   const Account account{.history = history_,
                         .events = [this] { return service_.events(); },
                         .event_count = [this] { return service_.distinctEvents(); },
-                        .stored = [this](const std::string& property) { return stored(property); }};
+                        .stored = [this](const std::string& property) { return stored(property); },
+                        .ledger = [this] { return ledger(); }};
   for (const Expectation& expectation : expectations) {
     const Verdict verdict = judge(expectation, account);
     timeline_.judged(nowMilliseconds(), expectation, verdict);
@@ -216,6 +220,10 @@ bool Player::judgeAll(const std::vector<Expectation>& expectations) {
     ++met_;
   }
   return true;
+}
+
+morvik::Ledger Player::ledger() {
+  return phone_ ? phone_->host().ledger() : storedLedger(machine_.store);
 }
 
 kit::Value Player::stored(const std::string& property) {

@@ -49,6 +49,7 @@ class Player {
   void tookSession(SessionWatch::Event event);
   void tell(Happening::Kind kind, std::string text, morvik::kit::Dictionary fields = {}, bool is_trouble = false);
   morvik::kit::Value stored(const std::string& property);
+  morvik::Ledger ledger();
 
   const Scenario& scenario_;
   Timeline& timeline_;

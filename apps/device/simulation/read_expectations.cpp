@@ -5,6 +5,7 @@
 #include "apps/device/simulation/numbers.h"
 #include "apps/device/simulation/scenario_parts.h"
 #include "apps/device/store_view.h"
+#include "host/ledger/ledger_reasons.h"
 
 namespace morvik_device::simulation {
 namespace {
@@ -42,6 +43,7 @@ const std::vector<Form>& forms() {
       {"log", Subject::kLog, {"count", "when"}},
       {"log-exactly", Subject::kLog, {"count", "when"}},
       {"store", Subject::kStore, {"is", "count", "with"}},
+      {"ledger", Subject::kLedger, {"with"}},
   };
   return all;
 }
@@ -51,6 +53,13 @@ std::vector<std::string_view> subjectKeys() {
   for (const Form& form : forms())
     keys.push_back(form.key);
   return keys;
+}
+
+void checkKindOfLedger(const YamlNode& node, const std::string& name) {
+  std::vector<std::string_view> names = {kSoundLedger};
+  names.insert(names.end(), morvik::host::kLedgerKindNames.begin(), morvik::host::kLedgerKindNames.end());
+  if (std::find(names.begin(), names.end(), name) == names.end())
+    throw Mistake(node.place, "\"" + name + "\" is no kind of the ledger; expected " + oneOf(names));
 }
 
 void checkName(const YamlNode& node, Expectation& expectation) {
@@ -74,6 +83,15 @@ void checkName(const YamlNode& node, Expectation& expectation) {
     throw Mistake(node.place, "\"" + expectation.name +
                                   "\" is no stored property; expected one of those that the verb "
                                   "\"store\" shows");
+  if (expectation.subject == Subject::kLedger)
+    checkKindOfLedger(node, expectation.name);
+}
+
+void readLedgerForm(const Fields& fields, Place place, const Expectation& expectation) {
+  if (expectation.name == kSoundLedger)
+    fields.refuse({"with"}, "expected the name of a kind beside it; a ledger is sound or not");
+  else if (!expectation.with)
+    throw Mistake(place, "nothing is said of the kind; expected \"with\"");
 }
 
 void readStoreForm(const Fields& fields, Place place, Expectation& expectation) {
@@ -115,6 +133,8 @@ Expectation readExpectation(const YamlNode& node) {
     expectation.when = timeRangeOf(*when, "when");
   if (expectation.subject == Subject::kStore)
     readStoreForm(fields, node.place, expectation);
+  if (expectation.subject == Subject::kLedger)
+    readLedgerForm(fields, node.place, expectation);
   return expectation;
 }
 

@@ -20,6 +20,7 @@ constexpr Unplayable kUnplayable[] = {
     {"wait", "a step with a later time"},
     {"settle", "a step with a later time"},
     {"store", "\"store\" under \"expect\""},
+    {"ledger", "\"ledger\" under \"expect\""},
     {"is-forgotten", "\"store: MorvikCoreUserInfo_isGDPRForgetMe\" under \"expect\""},
     {"crash-signal", "\"crash TEXT\" or \"kill\""},
 };

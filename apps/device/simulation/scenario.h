@@ -42,17 +42,21 @@ struct StepVerb {
   Place place;
 };
 
+/// In place of a kind: that the whole ledger is sound.
+inline constexpr const char* kSoundLedger = "sound";
+
 /// What is expected, and where that stands in the file.
 struct Expectation {
-  enum class Subject { kRequest, kDelivered, kCallback, kLog, kStore };
+  enum class Subject { kRequest, kDelivered, kCallback, kLog, kStore, kLedger };
 
   Subject subject = Subject::kRequest;
   Place place;
-  /// Endpoint's name, "GROUP/NAME", the callback's selector, the log's text, the property.
+  /// Endpoint's name, "GROUP/NAME", the callback's selector, the log's text, the property, kSoundLedger or a kind of
+  /// the ledger.
   std::string name;
   morvik::testing::ServiceEndpoint endpoint = morvik::testing::ServiceEndpoint::kConversion;
   std::optional<Count> count;
-  std::optional<morvik::kit::Value> with;  ///< pattern of payload, arguments or element
+  std::optional<morvik::kit::Value> with;  ///< pattern of payload, arguments, element or account
   std::optional<morvik::kit::Value> is;    ///< pattern of a property
   std::optional<std::string> param;        ///< of a delivered event
   std::optional<std::string> module;       ///< whose callback it is

@@ -18,7 +18,8 @@ class Expectations : public ::testing::Test {
     const Account account{.history = history,
                           .events = [this] { return events; },
                           .event_count = [this] { return events.size() + events_forgotten; },
-                          .stored = [this](const std::string&) { return stored; }};
+                          .stored = [this](const std::string&) { return stored; },
+                          .ledger = [this] { return ledger; }};
     return judge(readExpectations(readYaml(yaml)).at(0), account);
   }
   /// "met", or what was expected and what was there.
@@ -37,6 +38,7 @@ class Expectations : public ::testing::Test {
   std::vector<Value> events;
   size_t events_forgotten = 0;
   Value stored;
+  morvik::Ledger ledger;
 };
 
 TEST_F(Expectations, CountRequestsThatFit) {
@@ -135,6 +137,29 @@ TEST_F(Expectations, AreNeverMetByAnAccountThatForgotSomething) {
     history.calls.add({});
   EXPECT_EQ(outcome("{callback: x, count: 0}"),
             "none calls of x | more happened than is kept: the oldest 1 are forgotten");
+}
+
+TEST_F(Expectations, LookAtTheLedgerOfAKind) {
+  ledger.accounts = {{.kind = "impressions", .recorded = 3, .delivered = 2, .stored = 1}};
+  EXPECT_EQ(outcome("{ledger: impressions, with: {recorded: 3, stored: 1}}"), "met");
+  EXPECT_EQ(outcome("{ledger: impressions, with: {delivered: 3}}"),
+            "the ledger of impressions with {\"delivered\":3} | it delivered is 2 and not 3");
+  EXPECT_FALSE(judged("{ledger: demographics, with: {recorded: 0}}").met) << "there is none";
+}
+
+TEST_F(Expectations, SayWhyALedgerIsNotSound) {
+  ledger.accounts = {{.kind = "impressions", .recorded = 1, .stored = 1}};
+  EXPECT_EQ(outcome("{ledger: sound}"), "met");
+  ledger.accounts[0].given_up = {{"a rule", 1, true}, {"unexplained", 2, false}};
+  ledger.accounts[0].recorded = 4;
+  EXPECT_EQ(outcome("{ledger: sound}"),
+            "a ledger that is sound | against the rules "
+            R"({"kind":"impressions","count":2,"reason":"unexplained","by_rule":false})");
+  ledger.accounts[0].recorded = 5;
+  EXPECT_EQ(outcome("{ledger: sound}"),
+            "a ledger that is sound | it does not add up: "
+            R"({"kind":"impressions","recorded":5,"delivered":0,"stored":1,"under_way":0,"given_up":3,)"
+            R"("found_uncounted":0})");
 }
 
 }  // namespace

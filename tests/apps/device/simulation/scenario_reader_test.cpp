@@ -198,6 +198,8 @@ TEST(ScenarioReader, RefusesBadVerbs) {
             "story.yaml:4:9: \"wait\" is no verb of a scenario; expected a step with a later time");
   EXPECT_EQ(mistakeInStep("  - do: store\n"),
             "story.yaml:4:9: \"store\" is no verb of a scenario; expected \"store\" under \"expect\"");
+  EXPECT_EQ(mistakeInStep("  - do: ledger\n"),
+            "story.yaml:4:9: \"ledger\" is no verb of a scenario; expected \"ledger\" under \"expect\"");
   EXPECT_EQ(mistakeInStep("  - do: crash-signal SIGSEGV\n"),
             "story.yaml:4:9: \"crash-signal\" is no verb of a scenario; expected \"crash TEXT\" or \"kill\"");
   EXPECT_EQ(mistakeInStep("  - do: activ\n").rfind("story.yaml:4:9: \"activ\" is no verb; use one of: active,", 0), 0u);
@@ -367,11 +369,19 @@ TEST(ScenarioReader, RefusesBadExpectations) {
             "story.yaml:4:5: nothing is said of the property; expected \"is\", \"count\" or \"with\"");
   EXPECT_EQ(mistakeInExpectation("  - {store: fendoActivityInfos, is: [], count: 0}\n"),
             "story.yaml:4:41: \"count\" has no place here; expected \"is\", or \"count\" of a list's elements");
+  EXPECT_EQ(mistakeInExpectation("  - {ledger: wishes}\n"),
+            "story.yaml:4:14: \"wishes\" is no kind of the ledger; expected one of: sound, activities, impressions, "
+            "re-engagement clicks, commerce clicks, crash reports, demographics");
+  EXPECT_EQ(mistakeInExpectation("  - {ledger: activities}\n"),
+            "story.yaml:4:5: nothing is said of the kind; expected \"with\"");
+  EXPECT_EQ(mistakeInExpectation("  - {ledger: sound, with: {recorded: 1}}\n"),
+            "story.yaml:4:21: \"with\" has no place here; expected the name of a kind beside it; a ledger is sound or "
+            "not");
   EXPECT_EQ(mistakeInExpectation("  - {log: x, with: y}\n"),
             "story.yaml:4:14: \"with\" has no place here; expected beside \"log\" only one of: count, when");
   EXPECT_EQ(mistakeInExpectation("  - {log: x, request: crash}\n"),
             "story.yaml:4:6: \"log\" cannot stand beside \"request\" in an expectation; expected only one of: request, "
-            "delivered, callback, log, log-exactly, store");
+            "delivered, callback, log, log-exactly, store, ledger");
   EXPECT_EQ(mistakeInExpectation("  - {log: \"\"}\n"), "story.yaml:4:11: the text is empty; expected what it is about");
   for (const char* count : {"many", "-1", "5..2", "..", "1..2..3", "99999999999999999999"}) {
     EXPECT_EQ(mistakeInExpectation("  - {log: x, count: " + std::string(count) + "}\n"),
