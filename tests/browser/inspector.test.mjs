@@ -24,7 +24,7 @@ async function lay(name) {
   for (const [width, viewport] of Object.entries({ desktop: kDesktop, phone: kPhone })) {
     await page.setViewportSize(viewport);
     // The picture of a timeline is drawn anew for the new width.
-    if (name === "devices") await page.waitForFunction(() => {
+    if (["devices", "ledger"].includes(name)) await page.waitForFunction(() => {
       const chart = document.querySelector(".chart");
       return Math.abs(Math.max(320, chart.clientWidth - 32) - chart.querySelector("svg").viewBox.baseVal.width) < 1;
     });
@@ -164,6 +164,49 @@ test("an install's timeline shows its sessions, activities and what else happene
   await page.locator("#device .moments button").first().click();
   await page.locator("#detail .facts").waitFor();
   assert.equal(await page.getByRole("tab", { name: "Requests" }).getAttribute("aria-selected"), "true");
+});
+
+test("a device's ledger is shown as it changes, beside what arrived", async () => {
+  const ledger = page.locator("#device .account");
+  const number = async (title) => Number(await ledger.locator("tr", { hasText: "activities" }).locator(`td[data-label="${title}"]`).textContent());
+  await page.getByRole("tab", { name: "Devices" }).click();
+  await ledger.getByText("morvik-device --report-ledger").waitFor();
+  await device.end();
+  device = stage.startDevice("device", "--report-ledger");
+  // It is told behind each verb, and the page follows without a reload.
+  assert.equal((await device.do("event shop view sku-1")).ok, true);
+  await ledger.locator(".tag.good", { hasText: "balances" }).waitFor();
+  const before = await number("Delivered");
+  assert.ok(before > 0 && (await number("Stored")) > 0);
+  assert.equal(await number("Arrived here"), before);
+  for (const verb of ["push", "settle"]) assert.equal((await device.do(verb)).ok, true, verb);
+  await page.waitForFunction((least) => Number(document.querySelector('.ledger td[data-label="Delivered"]').textContent) > least, before);
+  assert.equal(await number("Recorded"), (await number("Delivered")) + (await number("Stored")) + (await number("Under way")) + (await number("Given up")));
+  await lay("ledger");
+  await page.emulateMedia({ colorScheme: "dark" });
+  await picture("ledger-dark-desktop");
+  await page.emulateMedia({ colorScheme: "light" });
+});
+
+test("a ledger that does not balance says what is missing", async () => {
+  const account = { kind: "activities", recorded: 9, delivered: 5, stored: 1, under_way: 0, given_up: 1, found_uncounted: 0 };
+  const wrong = { install: "a device that counts wrongly", accounts: [account], given_up: [{ kind: "activities", count: 1, reason: "unexplained", by_rule: false }] };
+  const answer = await page.context().request.post(`${stage.url}inspect/ledger`, { data: wrong, ignoreHTTPSErrors: true });
+  assert.equal(answer.status(), 200);
+  const row = page.locator("#installs .row", { hasText: wrong.install });
+  await row.locator(".tag.bad").waitFor();
+  await row.click();
+  const ledger = page.locator("#device .account");
+  await ledger.locator(".tag.bad", { hasText: "does not balance" }).waitFor();
+  await ledger.getByText("Of activities, 9 were recorded and 7 are accounted for.").waitFor();
+  await ledger.getByText("Fewer activities arrived here than the device knows as delivered").waitFor();
+  await ledger.locator(".reasons li", { hasText: "activities given up: unexplained" }).locator(".tag.bad").waitFor();
+  await lay("ledger-unbalanced");
+  // The one heard of last comes first.
+  assert.match(await page.locator("#installs .row").first().textContent(), /counts wrongly/);
+  for (const verb of ["event shop view sku-2", "push", "settle"]) assert.equal((await device.do(verb)).ok, true, verb);
+  await page.locator("#installs .row").first().filter({ hasText: "requests" }).waitFor();
+  await page.getByRole("tab", { name: "Requests" }).click();
 });
 
 test("dark and light are there, as the system has them and by hand", async () => {

@@ -62,8 +62,8 @@ export class Stage {
   }
 
   // A device that does one verb after the other.
-  startDevice(name = "device") {
-    const child = this.#start("morvik-device", ["--store", this.file(name), "--keys", this.file("keys"), "--service", this.url, "--ca", this.file("tls/ca.pem")]);
+  startDevice(name = "device", ...more) {
+    const child = this.#start("morvik-device", ["--store", this.file(name), "--keys", this.file("keys"), "--service", this.url, "--ca", this.file("tls/ca.pem"), ...more]);
     const lines = new Lines(child.stdout);
     return {
       // The answer of the verb; what delegates say comes in between.

@@ -19,6 +19,8 @@ export const summaries = (query) => call("GET", "/inspect/summaries", query);
 export const request = (id) => call("GET", "/inspect/request", { id });
 export const installs = () => call("GET", "/inspect/installs");
 export const timeline = (install) => call("GET", "/inspect/timeline", { install });
+export const ledgers = () => call("GET", "/inspect/ledger");
+export const ledgerOf = (install) => call("GET", "/inspect/ledger", { install });
 export const forms = () => call("GET", "/inspect/forms");
 export const addBehaviour = (behaviour) => call("POST", "/inspect/behaviour", {}, behaviour);
 export const removeBehaviour = (endpoint, kind) => call("DELETE", "/inspect/behaviour", { endpoint, kind });

@@ -2,6 +2,7 @@
 import * as api from "./api.js";
 import { byId, calmly, el, svg } from "./dom.js";
 import { duration, moment, plural } from "./format.js";
+import { ledgerPart } from "./ledger.js";
 import { Listbox } from "./listbox.js";
 import { guarded } from "./notice.js";
 import { diamond, drawTimeline } from "./timeline.js";
@@ -13,8 +14,16 @@ const kMostMoments = 200;
 function installRow(install) {
   return el("li", { class: "row install" },
     el("span", { class: "name", title: install.install }, install.install),
-    el("span", { class: "count" }, plural(install.requests, "request")),
+    el("span", { class: "count" }, install.sound === false ? el("span", { class: "tag bad" }, "not sound") : plural(install.requests, "request")),
     el("span", { class: "time" }, moment(install.last_time)));
+}
+
+// Those that sent something, with what their ledgers say, and those of which nothing but a ledger came.
+function withLedgers(installs, ledgers) {
+  const all = new Map(installs.map((each) => [each.install, each]));
+  for (const { install, sound, time } of ledgers)
+    all.set(install, { requests: 0, last_time: time, ...all.get(install), install, sound });
+  return [...all.values()].sort((a, b) => b.last_time.localeCompare(a.last_time));
 }
 
 function moments(timeline) {
@@ -57,7 +66,8 @@ export class Devices {
 
   refresh() {
     return guarded(async () => {
-      const { installs, complete } = await api.installs();
+      const [{ installs: sending, complete }, { ledgers }] = await Promise.all([api.installs(), api.ledgers()]);
+      const installs = withLedgers(sending, ledgers);
       byId("installs").replaceChildren(...installs.map((each) => this.box.entry(each.install, installRow(each))));
       byId("installs-found").textContent = plural(installs.length, "install") + (complete ? "" : ", older ones are not shown");
       if (this.install !== null) await this.#load();
@@ -85,10 +95,11 @@ export class Devices {
 
   async #load() {
     const mine = ++this.asked;
-    const timeline = await api.timeline(this.install);
+    const [timeline, { ledgers }] = await Promise.all([api.timeline(this.install), api.ledgerOf(this.install)]);
     // Another one was chosen meanwhile.
     if (mine !== this.asked) return;
     this.timeline = timeline;
+    this.ledger = ledgers[0] ?? null;
     this.#draw();
   }
 
@@ -101,7 +112,7 @@ export class Devices {
       el("div", { class: "head" }, el("button", { type: "button", class: "action back", onclick: () => this.close() }, "Back"), el("h2", {}, this.install), all.length > 0 && scaleButton));
     if (isFirst) this.split.classList.add("open");
     if (all.length === 0) {
-      this.element.append(el("p", { class: "empty" }, "Nothing of this install can be drawn yet."));
+      this.element.append(ledgerPart(this.ledger), el("p", { class: "empty" }, "Nothing of this install can be drawn yet."));
       return;
     }
     const chart = el("div", { class: "chart" });
@@ -110,7 +121,7 @@ export class Devices {
     const left = all.length - kMostMoments;
     const notes = [!this.timeline.complete && "Older requests are not looked at.", left > 0 && `The table leaves out ${plural(left, "older moment")}.`].filter(Boolean);
     if (notes.length > 0) this.element.append(el("p", { class: "legend" }, notes.join(" ")));
-    this.element.append(this.#table(all.slice(0, kMostMoments)));
+    this.element.append(ledgerPart(this.ledger), this.#table(all.slice(0, kMostMoments)));
   }
 
   #switchScale() {

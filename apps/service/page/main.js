@@ -38,6 +38,7 @@ startStream(() => list.newest, {
     devices.changed();
   },
   behaviours: (waiting) => behaviours.show(waiting),
+  ledgers: () => devices.changed(),
   totals: showTotals,
   gap: () => list.reload(),
   resumed: () => list.reload(),

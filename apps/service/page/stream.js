@@ -8,7 +8,7 @@ function showState(state, text) {
   byId("live").textContent = text;
 }
 
-// `handlers`: request(summary), behaviours(list), totals(numbers), gap(), resumed(). `newest()` is the number after
+// `handlers`: request(summary), behaviours(list), ledgers(news), totals(numbers), gap(), resumed(). `newest()` is the number after
 // which requests are not known yet.
 export function startStream(newest, handlers) {
   let source = null;
@@ -36,7 +36,7 @@ export function startStream(newest, handlers) {
       close();
       timer = setTimeout(open, kAgainMilliseconds);
     });
-    for (const kind of ["request", "behaviours", "totals", "gap"])
+    for (const kind of ["request", "behaviours", "ledgers", "totals", "gap"])
       source.addEventListener(kind, (event) => handlers[kind](JSON.parse(event.data)));
   }
 
