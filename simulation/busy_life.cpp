@@ -374,8 +374,10 @@ class BusyLife {
   void countSessionEnd() {
     if (isCut())
       return;
-    for (Item& item : items_)
-      item.given_up |= item.kind == Kind::kReEngagementClick && ++item.session_ends > kSessionEndsThatSendAClick;
+    for (Item& item : items_) {
+      if (item.kind == Kind::kReEngagementClick && !item.not_kept_yet)
+        item.given_up |= ++item.session_ends > kSessionEndsThatSendAClick;
+    }
   }
 
   void pushTracking() {
