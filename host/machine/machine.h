@@ -131,8 +131,8 @@ class MachineStore : public kit::KeyValueStore {
   /// The line that told what went wrong at opening; empty when nothing did.
   virtual const std::string& openingLine() const = 0;
   /// `hook` runs once when the store, which could not be read at its opening, has come to light: what readers see may
-  /// have changed by more than was written. Within a commit, on any thread: it may read and set values, and must hand on
-  /// everything else. To be set right after the opening. A store that is there from the beginning never calls it.
+  /// have changed by more than was written. Within a commit, on any thread: it may read and set values, and must hand
+  /// on everything else. To be set right after the opening. A store that is there from the beginning never calls it.
   virtual void setWhenTakenOver(kit::Block hook) = 0;
   /// Commits what a turn wrote without synchronize(); as cheap as that when there is nothing. Any thread.
   virtual void commitTurn() = 0;

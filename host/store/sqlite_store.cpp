@@ -291,8 +291,8 @@ StoreOutcome SqliteStore::openAndLoad(bool read_only) {
 }
 
 // When the file could not be opened at the start, what it holds comes to light only now: a list that was begun in
-// memory, or begun and let go again, goes behind the one in the file, so that neither is lost; of other values the newer
-// one stands, but for those of which the file decides.
+// memory, or begun and let go again, goes behind the one in the file, so that neither is lost; of other values the
+// newer one stands, but for those of which the file decides.
 void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
   const std::lock_guard lock(memory_mutex_);
   for (StoredProperty& found : loaded) {
