@@ -182,6 +182,22 @@ class OneBatchPerSlot final : public LifeChecker {
   uint64_t starts_ = 0;  ///< asked for, and maybe done
 };
 
+class SentOnce final : public LifeChecker {
+ public:
+  using LifeChecker::LifeChecker;
+  const char* name() const override { return kSentOnce; }
+
+  void requestStarts(const LifeExchange& exchange) override {
+    if (exchange.endpoint != ServiceEndpoint::kTracking)
+      return;
+    for (const ThingNumber number : exchange.things) {
+      const Thing& thing = facts().things[number];
+      if (thing.kind == LedgerKind::kActivities && thing.trimmed_from != kNever)
+        complain(thing.name);
+    }
+  }
+};
+
 class ForgottenIsSilent final : public LifeChecker {
  public:
   using LifeChecker::LifeChecker;
@@ -271,6 +287,24 @@ class RequestsReturn final : public LifeChecker {
   std::set<uint64_t> told_;
 };
 
+class AllGoesOut final : public LifeChecker {
+ public:
+  using LifeChecker::LifeChecker;
+  const char* name() const override { return kAllGoesOut; }
+
+  void stepEnds() override {
+    if (!facts().is_all_well)
+      return;
+    for (size_t kind = 0; kind < host::kLedgerKinds; ++kind) {
+      // The "end" of a session waits for the next one.
+      const uint64_t may_wait = kindAt(kind) == LedgerKind::kActivities ? 1 : 0;
+      const uint64_t waiting = facts().things.stored(kindAt(kind)).size();
+      if (waiting > may_wait)
+        complain(std::string(host::kLedgerKindNames[kind]) + ": " + numberText(waiting) + " wait");
+    }
+  }
+};
+
 class WishesAreKept final : public LifeChecker {
  public:
   using LifeChecker::LifeChecker;
@@ -329,9 +363,9 @@ const LifeExchange* LifeFacts::handled() const {
 
 std::vector<std::unique_ptr<LifeChecker>> makeLifeCheckers(const LifeFacts& facts,
                                                            const LifeChecker::Complain& complain) {
-  return oneOfEach<LedgerIsSound, LedgerAgrees, NothingIsLost, OneBatchPerSlot, ForgottenIsSilent, OneClickPerKey,
-                   CountsInBounds, RetriesInBounds, RequestsReturn, WishesAreKept, LinesAreKnown, OneDevice>(facts,
-                                                                                                             complain);
+  return oneOfEach<LedgerIsSound, LedgerAgrees, NothingIsLost, OneBatchPerSlot, SentOnce, ForgottenIsSilent,
+                   OneClickPerKey, CountsInBounds, RetriesInBounds, RequestsReturn, AllGoesOut, WishesAreKept,
+                   LinesAreKnown, OneDevice>(facts, complain);
 }
 
 }  // namespace morvik::simulation

@@ -27,6 +27,9 @@ struct LifeExchange {
   double started_at = 0;
   std::optional<double> left_at;
   double timeout_seconds = 0;
+  /// Its answer deletes what it carries, and that alone: no other batch was under way, and no session started.
+  bool deletes_its_own = true;
+  bool is_accepted = false;
   /// It was made by a process that did not know its store, nor who it is.
   bool is_made_in_the_dark = false;
 };
@@ -44,6 +47,7 @@ struct LifeFacts {
   bool knows_its_store = true;         ///< false: the file could not be read at the start, and has not come to light
   std::optional<Ledger> ledger;        ///< of this step
   uint64_t installs = 0;               ///< that the service attributed
+  bool is_all_well = false;  ///< and has been for some sessions, of an install that may send all that it records
 
   size_t underWay(testing::ServiceEndpoint endpoint) const;
   const LifeExchange* handled() const;
@@ -90,11 +94,13 @@ inline constexpr const char* kLedgerAgrees = "the ledger agrees with what was se
 inline constexpr const char* kNothingIsLost = "nothing is lost but by a rule";
 inline constexpr const char* kStoreHoldsEachOnce = "the store holds what was recorded, each once";
 inline constexpr const char* kOneBatchPerSlot = "one batch for each time the slot is freed";
+inline constexpr const char* kSentOnce = "nothing is sent again that was accepted";
 inline constexpr const char* kForgottenIsSilent = "of the forgotten only the erasure leaves";
 inline constexpr const char* kOneClickPerKey = "one click for a key";
 inline constexpr const char* kCountsInBounds = "failure counts are within their bounds";
 inline constexpr const char* kRetriesInBounds = "nine retries and one re-fetch between two successes";
 inline constexpr const char* kRequestsReturn = "every request returns";
+inline constexpr const char* kAllGoesOut = "what waits goes out once all is well";
 inline constexpr const char* kWishesAreKept = "a wish outlives the process";
 inline constexpr const char* kLinesAreKnown = "every line of the log is known";
 inline constexpr const char* kOneDevice = "the device stays the same one";

@@ -75,6 +75,9 @@ void LifeWitness::isSet(const std::string& name, bool is_pending, const std::str
       continue;
     const std::optional<ThingNumber> number = facts.things.find(thing.kind, thing.name);
     facts.things.permit(*number, is_pending ? LedgerReason::kReplaced : LedgerReason::kTakenBack);
+    // The value of a file that comes to light later gives way to the newer one, whichever that is.
+    if (facts.is_in_the_dark)
+      facts.things.permit(*number, LedgerReason::kReplaced);
   }
   if (is_pending)
     isRecorded(LedgerKind::kDemographics, name);
@@ -109,6 +112,11 @@ void LifeWitness::permitAll(const LifeExchange& exchange, LedgerKind kind, Ledge
   }
 }
 
+void LifeWitness::sessionIsAskedToStart() {
+  for (auto& [id, exchange] : facts.exchanges)
+    exchange.deletes_its_own = false;
+}
+
 void LifeWitness::requestStarts(uint64_t id, const kit::Request& request, bool is_in_background) {
   LifeExchange exchange;
   exchange.endpoint = testing::endpointOf(request.url);
@@ -124,8 +132,12 @@ void LifeWitness::requestStarts(uint64_t id, const kit::Request& request, bool i
     exchange.things = facts.things.stored(LedgerKind::kDemographics);
   exchange.is_made_in_the_dark = facts.is_in_the_dark;
   // The answer to a batch that is still under way may take the place of this one's.
-  if (exchange.endpoint == ServiceEndpoint::kTracking && facts.underWay(ServiceEndpoint::kTracking) > 0)
+  if (exchange.endpoint == ServiceEndpoint::kTracking && facts.underWay(ServiceEndpoint::kTracking) > 0) {
     permitAll(exchange, LedgerKind::kImpressions, LedgerReason::kPlaceTaken);
+    for (auto& [other_id, other] : facts.exchanges)
+      other.deletes_its_own = false;
+    exchange.deletes_its_own = false;
+  }
   if (exchange.endpoint == ServiceEndpoint::kReEngagement && !is_in_background)
     clickStarts();
   for (const ThingNumber number : exchange.things)
@@ -162,7 +174,8 @@ void LifeWitness::exchangeEnds(uint64_t id, const std::optional<kit::Value>& ans
   const auto found = facts.exchanges.find(id);
   if (found == facts.exchanges.end())
     return;
-  const LifeExchange& exchange = found->second;
+  LifeExchange& exchange = found->second;
+  exchange.is_accepted = answer && services::checkNilToNo((*answer)["Result"]);
   if (exchange.endpoint == ServiceEndpoint::kCommerce && answer && (*answer)["errMsg"].isAbsent())
     permitAll(exchange, LedgerKind::kCommerceClicks, LedgerReason::kEmptyAnswer);
   if (exchange.endpoint == ServiceEndpoint::kCrash && answer && (*answer)["code"].isAbsent())
@@ -202,9 +215,18 @@ void LifeWitness::handlerEnded(uint64_t id) {
     return;
   for (const ThingNumber number : found->second.things)
     --facts.things[number].under_way;
+  const bool is_trimmed = found->second.is_accepted && found->second.deletes_its_own &&
+                          found->second.endpoint == ServiceEndpoint::kTracking;
   ended_.push_back({kNever, std::move(found->second.things)});
   facts.exchanges.erase(found);
-  when_committed_([this, number = ended_.size() - 1] { ended_[number].kept_from = facts.now; });
+  when_committed_([this, is_trimmed, number = ended_.size() - 1] {
+    Ended& exchange = ended_[number];
+    exchange.kept_from = facts.now;
+    for (const ThingNumber thing : exchange.things) {
+      if (is_trimmed)
+        facts.things.isTrimmed(thing, facts.now);
+    }
+  });
 }
 
 // ---------------------------------------------------------------------------------------------------------- the store
@@ -349,7 +371,7 @@ void LifeWitness::lookAtTheShelf(const kit::Array& reports) {
   facts.things.waitBesideTheStore(LedgerKind::kCrashReports, names);
 }
 
-void LifeWitness::processEnds(double undone_from) {
+void LifeWitness::processEnds(double undone_from, bool power_lost) {
   for (const auto& [id, exchange] : facts.exchanges) {
     // A handler may have been at work: what it stored of a click is not committed.
     for (const ThingNumber number : exchange.things) {
@@ -359,7 +381,7 @@ void LifeWitness::processEnds(double undone_from) {
     }
   }
   // What is undone may be undone to when they were under way.
-  for (const Ended& exchange : std::exchange(ended_, {})) {
+  for (const Ended& exchange : ended_) {
     for (const ThingNumber number : exchange.things) {
       if (exchange.kept_from >= undone_from)
         facts.things.permit(number, LedgerReason::kProcessEnded);
@@ -367,7 +389,7 @@ void LifeWitness::processEnds(double undone_from) {
   }
   facts.exchanges.clear();
   facts.handling = 0;
-  facts.things.diesWith(undone_from);
+  facts.things.diesWith(undone_from, power_lost);
 }
 
 void LifeWitness::settle() {

@@ -35,6 +35,8 @@ class LifeWitness {
   void hasNoIdentifier() { has_identifier_ = false; }
 
   // What passes; the facts' clock is right.
+  /// A session starts, maybe: batches that are under way delete nothing any more.
+  void sessionIsAskedToStart();
   void requestStarts(uint64_t exchange, const kit::Request& request, bool is_in_background);
   /// Null when it was not seen to start. Valid until its handler ended.
   const LifeExchange* requestLeaves(const kit::Request& request);
@@ -55,7 +57,7 @@ class LifeWitness {
   std::vector<std::string> look(const Read& read);
   /// The crash reports that wait beside the store.
   void lookAtTheShelf(const kit::Array& reports);
-  void processEnds(double undone_from);
+  void processEnds(double undone_from, bool power_lost);
   /// It is known what outlived the latest deaths: the ledger's figures stand in the facts.
   void settle();
 
@@ -81,7 +83,7 @@ class LifeWitness {
     double kept_from = kNever;  ///< what its handler did
     std::vector<ThingNumber> things;
   };
-  std::vector<Ended> ended_;  ///< exchanges of this process
+  std::vector<Ended> ended_;  ///< exchanges, of all processes
   bool has_identifier_ = true;
 };
 

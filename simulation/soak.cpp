@@ -40,6 +40,8 @@ class Soak {
       const uint64_t life = next_++;
       if (life >= options_.lives)
         return;
+      if (options_.begins)
+        options_.begins(options_.first_seed + life);
       take(life, liveWildLife({.seed = options_.first_seed + life, .days = options_.days}));
     }
   }

@@ -20,6 +20,8 @@ struct SoakOptions {
   unsigned workers = 2;
   /// Asked before each life; false: no more begin. Any thread. Empty: all are lived.
   std::function<bool()> goes_on;
+  /// Told the seed of each life before it begins, on its thread. Empty: nobody.
+  std::function<void(uint64_t seed)> begins;
 };
 
 /// A life in which something was complained of.

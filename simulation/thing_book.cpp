@@ -144,8 +144,10 @@ void ThingBook::isKept(ThingNumber number, double now) {
 
 void ThingBook::isWrittenLate(double since, double now) {
   for (Thing& thing : things_) {
-    if (thing.kept_from >= since && thing.kept_from != kNever)
-      thing.kept_from = now;
+    for (double* const from : {&thing.kept_from, &thing.trimmed_from}) {
+      if (*from >= since && *from != kNever)
+        *from = now;
+    }
   }
 }
 
@@ -194,9 +196,13 @@ void ThingBook::isTakenIn(ThingNumber number) {
   ++expected_[indexOf(thing.kind)];
 }
 
-void ThingBook::diesWith(double undone_from) {
+void ThingBook::diesWith(double undone_from, bool power_lost) {
   for (Thing& thing : things_) {
     thing.under_way = 0;
+    if (thing.trimmed_from >= undone_from)
+      thing.trimmed_from = kNever;
+    if (power_lost && thing.is_undone)
+      ++back_[indexOf(thing.kind)];
     if (thing.is_undone || thing.is_in_doubt || thing.waits_beside || thing.kept_from < undone_from)
       continue;
     thing.is_in_doubt = true;
@@ -206,6 +212,7 @@ void ThingBook::diesWith(double undone_from) {
 
 void ThingBook::settle(const std::array<uint64_t, host::kLedgerKinds>& recorded, double now) {
   for (Thing& thing : things_) {
+    thing.is_undone = thing.is_undone && !thing.is_stored;
     if (!std::exchange(thing.is_in_doubt, false))
       continue;
     if (thing.is_stored)
@@ -214,14 +221,13 @@ void ThingBook::settle(const std::array<uint64_t, host::kLedgerKinds>& recorded,
       thing.is_undone = true;
   }
   expected_ = recorded;
-  doubtful_ = {};
-  again_ = {};
+  doubtful_ = back_ = again_ = {};
 }
 
 ThingCounts ThingBook::counts(Kind kind) const {
   const size_t index = indexOf(kind);
   ThingCounts counts{.recorded_least = expected_[index] - std::min(expected_[index], doubtful_[index]),
-                     .recorded_most = expected_[index] + again_[index],
+                     .recorded_most = expected_[index] + again_[index] + back_[index],
                      .recorded_again = again_ever_[index],
                      .stored = stored_[index].size()};
   for (const ThingNumber number : of_kind_[index]) {

@@ -31,9 +31,10 @@ struct Thing {
   std::string name;
   int64_t key = 0;  ///< of a click
   double recorded_at = 0;
-  double kept_from = kNever;  ///< virtual time from which on it must outlive a kill
-  LedgerReasons may_go = 0;   ///< the rules that may let it go, by what was seen
-  size_t under_way = 0;       ///< requests that carry it
+  double kept_from = kNever;     ///< virtual time from which on it must outlive a kill
+  double trimmed_from = kNever;  ///< virtual time from which on it is known to be accepted and must not be sent again
+  LedgerReasons may_go = 0;      ///< the rules that may let it go, by what was seen
+  size_t under_way = 0;          ///< requests that carry it
   bool is_stored = false;
   bool has_arrived = false;   ///< the service has it
   bool is_in_doubt = false;   ///< a death may have undone it
@@ -70,6 +71,8 @@ class ThingBook {
 
   /// From now on it outlives a kill.
   void isKept(ThingNumber number, double now);
+  /// Its acceptance is kept from now on.
+  void isTrimmed(ThingNumber number, double now) { things_[number].trimmed_from = now; }
   /// What was held in memory since then, the disk having no room, is written only now.
   void isWrittenLate(double since, double now);
   void permit(ThingNumber number, host::LedgerReason reason) { things_[number].may_go |= bitOf(reason); }
@@ -93,8 +96,10 @@ class ThingBook {
     ++again_ever_[indexOf(kind)];
   }
 
-  /// What was not kept before `undone_from` may be undone. Nothing is stored nor under way until the next start.
-  void diesWith(double undone_from);
+  /// What was not kept before `undone_from` may be undone. Nothing is stored nor under way until the next start. When
+  /// the power was lost, what an earlier death undid may be there after all: of a write that was cut off some sectors
+  /// stood on the disk, and the others come with another write that is cut off.
+  void diesWith(double undone_from, bool power_lost);
   /// The next process knows what it holds: what is in doubt and neither there nor arrived is undone. `recorded`: by
   /// kind, what the device's account says; what it may say is told by counts() until then.
   void settle(const std::array<uint64_t, host::kLedgerKinds>& recorded, double now);
@@ -114,6 +119,7 @@ class ThingBook {
   std::array<std::vector<ThingNumber>, host::kLedgerKinds> stored_;
   std::array<uint64_t, host::kLedgerKinds> expected_{};  ///< recorded, as the device should count them
   std::array<uint64_t, host::kLedgerKinds> doubtful_{};  ///< of these, undone by the latest deaths maybe
+  std::array<uint64_t, host::kLedgerKinds> back_{};      ///< undone earlier, and there after all maybe
   std::array<uint64_t, host::kLedgerKinds> again_{};     ///< and beside these, recorded once more maybe
   std::array<uint64_t, host::kLedgerKinds> again_ever_{};
 };

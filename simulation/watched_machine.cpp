@@ -95,12 +95,15 @@ class WatchedTransport final : public host::MachineTransport {
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
     const size_t copies = meddler_.copiesOf(request);
     const bool is_lost = meddler_.losesHandlerOf(request);
+    const bool is_spoiled = meddler_.spoilsAnswerTo(request);
     for (size_t copy = 0; copy < copies; ++copy) {
       const uint64_t exchange = ++last_exchange_;
       watcher_.requestStarts(exchange, request);
-      transport_->start(request, [this, exchange, is_lost, copy, handler](kit::TransportOutcome outcome) {
+      transport_->start(request, [this, exchange, is_lost, is_spoiled, copy, handler](kit::TransportOutcome outcome) {
         if (is_lost)
           return;
+        if (is_spoiled)
+          outcome = {.response = std::nullopt, .error = kit::Error{"spoiled"}};
         watcher_.handlerBegins(exchange, outcome);
         if (copy == 0)
           handler(std::move(outcome));

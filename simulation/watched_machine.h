@@ -37,6 +37,8 @@ class MachineMeddler {
   /// So many copies of the request start.
   virtual size_t copiesOf(const kit::Request&) { return 1; }
   virtual bool losesHandlerOf(const kit::Request&) { return false; }
+  /// Whether the handler gets an error in the place of the answer.
+  virtual bool spoilsAnswerTo(const kit::Request&) { return false; }
   /// What is stored in the place of the value.
   virtual kit::Value stored(std::string_view, kit::Value value) { return value; }
   /// What is logged in the place of the line.

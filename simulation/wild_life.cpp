@@ -160,6 +160,31 @@ class WildLife final : private MachineWatcher {
       };
     }
     service_.setPremiumPostback(dice_.happens(0.5));
+    if (dice_.happens(0.5))
+      plugInModules();
+  }
+
+  /// What they are told becomes part of the transcript.
+  void plugInModules() {
+    const auto note_text = [this](const std::string& text) { transcript_.add(text); };
+    Module fendo;
+    fendo.getSDKVersion = [] { return "1.2.3"; };
+    fendo.saveCommerceEventAndSend = [note_text] { note_text("commerce events"); };
+    fendo.didGetSchedule = note_text;
+    Module fendo_lib;
+    fendo_lib.resetRetainedConversionCache = [note_text](const std::map<std::string, std::string>& query) {
+      for (const auto& [name, value] : query)
+        note_text(name + "=" + value);
+    };
+    fendo_lib.saveRetainedConversionKey = [note_text](int64_t key) { note_text("key " + std::to_string(key)); };
+    Module push;
+    push.setRemotePushEnable = [note_text](bool enable) { note_text(enable ? "push on" : "push off"); };
+    app_.modules = {{"Fendo", fendo}, {"FendoLib", fendo_lib}, {"QuintPush", push}};
+    delegate_ = std::make_shared<MorvikCoreDelegate>();
+    delegate_->didReceiveDeeplink = note_text;
+    delegate_->didSaveConversionKey = [note_text](int64_t key, const std::string& sub_key) {
+      note_text("saved " + std::to_string(key) + " " + sub_key);
+    };
   }
 
   // -------------------------------------------------------------------------------------------------------- the verbs
@@ -192,6 +217,8 @@ class WildLife final : private MachineWatcher {
         {"ask to be forgotten", 0.5, &WildLife::askToBeForgotten},
         {"withdraw the wish", 2, &WildLife::withdraw},
         {"withdraw the wish offline", 6, &WildLife::withdrawOffline},
+        {"look at what there is", 3, &WildLife::lookAround},
+        {"set the log's level", 1, &WildLife::setTheLogLevel},
         {"push", 14, &WildLife::push},
         {"come to the foreground", 22, &WildLife::comeToTheForeground},
         {"leave the foreground", 18, &WildLife::leaveTheForeground},
@@ -402,6 +429,22 @@ class WildLife final : private MachineWatcher {
     perform([this] { process_->setOffline(is_app_offline_); });
   }
 
+  /// As an app, and a program that inspects, may at any moment.
+  void lookAround() {
+    perform([this] {
+      transcript_.add(static_cast<uint64_t>(process_->isGdprForgetMe()));
+      transcript_.add(static_cast<uint64_t>(process_->properties().fendoUserInfo_referralKey()));
+      transcript_.add(textOf(process_->storedValue("fendoUserInfo_install_datetime")));
+      transcript_.add(process_->pending().requests);
+      transcript_.add(process_->allStored().size());
+    });
+  }
+  /// Of this process; the next one is as talkative as ever.
+  void setTheLogLevel() {
+    const auto level = static_cast<int>(dice_.below(kMostTalkative + 3)) - 1;
+    perform([this, level] { process_->setLogLevel(level); });
+  }
+
   void push() {
     perform([this] { process_->pushTracking(); });
   }
@@ -410,6 +453,7 @@ class WildLife final : private MachineWatcher {
     if (!process_ || (is_active_ && !dice_.happens(0.1)))
       return;
     perform([this] {
+      witness_.sessionIsAskedToStart();
       tell([](LifeChecker& checker) { checker.sessionIsAskedToStart(); });
       process_->applicationDidBecomeActive();
     });
@@ -500,6 +544,7 @@ class WildLife final : private MachineWatcher {
       transcript_.add(name);
       transcript_.add(textOf(value));
     }
+    process_->setDelegate(delegate_);
     if (is_app_offline_)
       perform([this] { process_->setOffline(true); });
     check();
@@ -538,7 +583,7 @@ class WildLife final : private MachineWatcher {
     const bool power_lost = death != WildDeath::kKilled && death != WildDeath::kCrashed;
     machine_.kill(std::move(process_), cutBy(death));
     process_ = nullptr;
-    isDead(undoneFrom(power_lost));
+    isDead(undoneFrom(power_lost), power_lost);
     if (power_lost)
       disk_.powerWasLost();
     disk_.processDied();
@@ -564,9 +609,9 @@ class WildLife final : private MachineWatcher {
     return std::min({undone_from, now(), disk_.unsyncedForAReasonSince().value_or(kNever)}) - kPowerCutLossSeconds;
   }
 
-  void isDead(double undone_from) {
+  void isDead(double undone_from, bool power_lost) {
     tell([](LifeChecker& checker) { checker.processEnds(); });
-    witness_.processEnds(undone_from);
+    witness_.processEnds(undone_from, power_lost);
     witness_.facts.is_alive = false;
     witness_.facts.ledger.reset();
     if (wish_kept_from_ >= undone_from) {
@@ -592,7 +637,7 @@ class WildLife final : private MachineWatcher {
     ++result_.figures.deaths[static_cast<size_t>(WildDeath::kStopped)];
     process_.reset();
     machine_.loop.kill();
-    isDead(trouble_since_.value_or(kNever));
+    isDead(trouble_since_.value_or(kNever), false);
     disk_.processDied();
   }
 
@@ -814,13 +859,12 @@ class WildLife final : private MachineWatcher {
     is_offline_ = is_app_offline_ = false;
     machine_.transport.goOnline();
     dieIfCut();
-    needProcess();
+    perform([this] { process_->setOffline(false); });
     advance(2 * kMinuteSeconds);
-    if (process_ && process_->isGdprForgetMe()) {
-      withdrawOffline();
-      advance(1);
-      endInOrder();
-    }
+    withdrawOffline();
+    advance(1);
+    // A process that began with a forgotten user starts no session.
+    endInOrder();
     for (uint64_t session = 0; session < kHealthySessions && result_.complaints.empty(); ++session) {
       advance(kHourSeconds);
       comeToTheForeground();
@@ -831,6 +875,21 @@ class WildLife final : private MachineWatcher {
       dieIfCut();
       check();
     }
+    advance(5 * kMinuteSeconds);
+    witness_.facts.is_all_well = mayDeliverAll();
+    check();
+    if (process_ && process_->pending().background_tasks > 0)
+      complain(std::string(kRequestsReturn) + ": a background task was never ended");
+  }
+
+  /// Not without a tracking key, without sessions that end, without the identifier without which a commerce link is
+  /// none, or with a record of its install that names no user.
+  bool mayDeliverAll() const {
+    if (!process_ || process_->isGdprForgetMe() || app_.tracking_key.text().empty() ||
+        app_.device.multitasking == false || app_.device.idfa.source() == Identifier::Source::kNone)
+      return false;
+    const auto properties = process_->properties();
+    return properties.fendoUserInfo_fendoUserNo() != -1 && properties.fendoUserInfo_referralKey() != -1;
   }
 
   void end() {
@@ -897,6 +956,7 @@ class WildLife final : private MachineWatcher {
   LifeWitness witness_{reader_, [this](std::function<void()> block) { whenCommitted(std::move(block)); }};
   const std::vector<std::unique_ptr<LifeChecker>> checkers_;
   HostOptions app_;
+  std::shared_ptr<MorvikCoreDelegate> delegate_;
   std::unique_ptr<host::Host> process_;
 
   Weather weather_ = Weather::kFine;

@@ -30,6 +30,10 @@ class Meddler final : public MachineMeddler {
   bool losesHandlerOf(const kit::Request& request) override {
     return sabotage_ == WildSabotage::kLosesHandlers && isBatch(request);
   }
+  bool spoilsAnswerTo(const kit::Request& request) override {
+    return sabotage_ == WildSabotage::kSpoilsDemographics &&
+           testing::endpointOf(request.url) == ServiceEndpoint::kDemographics;
+  }
   size_t timesPutOff(double delay_seconds) override {
     return sabotage_ == WildSabotage::kRetriesTwice && delay_seconds > 1 ? 2 : 1;
   }
@@ -38,6 +42,8 @@ class Meddler final : public MachineMeddler {
     switch (sabotage_) {
       case WildSabotage::kForgetsAnActivity:
         return key == "fendoActivityInfos" ? withoutLast(value) : value;
+      case WildSabotage::kForgetsToDelete:
+        return key == "fendoActivityInfos" ? theLonger(value) : value;
       case WildSabotage::kStoresStrangers:
         return key == "fendoImpressionInfos" ? withStranger(value) : value;
       case WildSabotage::kStoresClicksTwice:
@@ -70,6 +76,11 @@ class Meddler final : public MachineMeddler {
       shorter.append(records[i]);
     return Value(std::move(shorter));
   }
+  Value theLonger(const Value& list) {
+    if (list.size() >= longest_.size())
+      longest_ = list;
+    return longest_;
+  }
   static Value withStranger(const Value& impressions) {
     kit::MutableArray more(impressions);
     more.append(kit::Dictionary{{"campaignKey", 7}, {"spaceKey", "strange"}, {"createdAt", kit::Value(kit::Date{})}});
@@ -90,6 +101,7 @@ class Meddler final : public MachineMeddler {
 
   const WildSabotage sabotage_;
   size_t last_size_ = 0;
+  Value longest_;
   size_t grown_ = 0;
 };
 

@@ -11,17 +11,19 @@ namespace morvik::simulation {
 
 enum class WildSabotage : uint8_t {
   kNone,
-  kForgetsAnActivity,  ///< every 20th activity that is stored never reaches the store
-  kSendsBatchesTwice,  ///< each batch starts twice
-  kStoresStrangers,    ///< an impression that nobody recorded stands beside each that was
-  kStoresClicksTwice,  ///< the stored list of clicks holds each twice
-  kCountsTooFar,       ///< failure counts are ten too high
-  kRetriesTwice,       ///< each conversion that is put off is put off twice
-  kLosesHandlers,      ///< the handler of a batch never runs
-  kLosesTheWish,       ///< the wish to be forgotten is never stored
-  kIsAnotherDevice,    ///< the identifier of the install is never stored
-  kForgetsTheAccount,  ///< the stored account is no account
-  kSaysStrangeThings,  ///< lines of the log are not those of the kit
+  kForgetsAnActivity,   ///< every 20th activity that is stored never reaches the store
+  kSendsBatchesTwice,   ///< each batch starts twice
+  kStoresStrangers,     ///< an impression that nobody recorded stands beside each that was
+  kStoresClicksTwice,   ///< the stored list of clicks holds each twice
+  kCountsTooFar,        ///< failure counts are ten too high
+  kRetriesTwice,        ///< each conversion that is put off is put off twice
+  kLosesHandlers,       ///< the handler of a batch never runs
+  kLosesTheWish,        ///< the wish to be forgotten is never stored
+  kIsAnotherDevice,     ///< the identifier of the install is never stored
+  kForgetsTheAccount,   ///< the stored account is no account
+  kSpoilsDemographics,  ///< no answer to demographics ever arrives
+  kForgetsToDelete,     ///< what an accepted batch deletes of the activities stays
+  kSaysStrangeThings,   ///< lines of the log are not those of the kit
 };
 
 /// Null for kNone.

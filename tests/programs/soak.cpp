@@ -1,9 +1,12 @@
 // Lives wild lives until the time is over; tools/soak builds and runs it.
 #include "simulation/soak.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
@@ -84,7 +87,22 @@ void printReplay(uint64_t seed, double days) {
   std::printf("Replay with: tools/soak --seed %llu --days %g --trace\n", static_cast<unsigned long long>(seed), days);
 }
 
+/// A broken invariant ends the program, on the thread of the life that broke it.
+thread_local uint64_t living_seed = 0;
+
+void nameTheSeed(int signal) {
+  char digits[20];
+  const auto [end, error] = std::to_chars(digits, digits + sizeof digits, living_seed);
+  const auto say = [](const char* text, size_t size) { [[maybe_unused]] const auto written = write(2, text, size); };
+  constexpr std::string_view kBefore = "\nThe life with this seed broke an invariant: tools/soak --trace --seed ";
+  say(kBefore.data(), kBefore.size());
+  say(digits, static_cast<size_t>(end - digits));
+  say("\n", 1);
+  std::signal(signal, SIG_DFL);
+}
+
 int liveOne(const Options& options) {
+  living_seed = options.seed;
   WildLifeOptions life{.seed = options.seed, .days = options.days};
   if (options.trace)
     life.trace = [](std::string_view line) { std::printf("%.*s\n", static_cast<int>(line.size()), line.data()); };
@@ -106,6 +124,7 @@ int liveMany(const Options& options) {
                    .lives = options.lives != 0 ? options.lives : kMostLives,
                    .days = options.days,
                    .workers = options.workers};
+  many.begins = [](uint64_t seed) { living_seed = seed; };
   const auto begun = Clock::now();
   if (options.lives == 0) {
     const auto limit = std::chrono::duration<double, std::ratio<60>>(options.minutes);
@@ -150,5 +169,6 @@ int main(int argc, char** argv) {
     std::fputs("tools/soak: --trace needs --seed, and no --lives, to say which life.\n", stderr);
     return kWrongOption;
   }
+  std::signal(SIGABRT, nameTheSeed);
   return options.has_seed && options.lives == 0 ? liveOne(options) : liveMany(options);
 }

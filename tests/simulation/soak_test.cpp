@@ -38,6 +38,14 @@ TEST(Soak, BeginsNoMoreLivesThanItIsLet) {
   EXPECT_EQ(result.figures.lives, 2U);
 }
 
+TEST(Soak, NamesEachSeedBeforeItsLife) {
+  std::vector<uint64_t> seeds;
+  SoakOptions options{.first_seed = 40, .lives = 3, .days = 0.01, .workers = 1};
+  options.begins = [&seeds](uint64_t seed) { seeds.push_back(seed); };
+  soak(options);
+  EXPECT_THAT(seeds, ElementsAre(40, 41, 42));
+}
+
 TEST(Soak, PrintsItsFiguresAndTheSeedsOfItsFailures) {
   SoakResult result;
   result.figures.lives = 12;
