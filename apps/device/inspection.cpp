@@ -208,16 +208,6 @@ void tellFailures(const StoredEntries& entries, std::vector<Section>& sections) 
          });
 }
 
-const ListForm kLedgerAccountsForm = {{{"kind", ""},
-                                       {"recorded", "recorded"},
-                                       {"delivered", "delivered"},
-                                       {"stored", "stored"},
-                                       {"under_way", "under way"},
-                                       {"given_up", "given up"},
-                                       {"found_uncounted", "found uncounted"}}};
-const ListForm kLedgerReasonsForm = {
-    {{"kind", "kind"}, {"count", "count"}, {"reason", "reason"}, {"by_rule", "by a rule"}}};
-
 /// The entries that were found, as the store that they were read from.
 class FoundEntries final : public kit::KeyValueStore {
  public:
@@ -242,8 +232,16 @@ void tellLedger(const StoredEntries& entries, std::vector<Section>& sections) {
   const LedgerRows rows = rowsOf(ledger);
   Section& section = sectionNamed(sections, "ledger");
   section.values = {{"balances", "balances", rows.balances}, {"sound", "sound", rows.is_sound}};
-  section.lists.push_back({"accounts", "accounts", rows.accounts.size(), rows.accounts, kLedgerAccountsForm});
-  section.lists.push_back({"given_up", "given up, by reason", rows.given_up.size(), rows.given_up, kLedgerReasonsForm});
+  const ListForm of_accounts = {{{"kind", ""},
+                                 {"recorded", "recorded"},
+                                 {"delivered", "delivered"},
+                                 {"stored", "stored"},
+                                 {"under_way", "under way"},
+                                 {"given_up", "given up"},
+                                 {"found_uncounted", "found uncounted"}}};
+  const ListForm of_reasons = {{{"kind", "kind"}, {"count", "count"}, {"reason", "reason"}, {"by_rule", "by a rule"}}};
+  section.lists.push_back({"accounts", "accounts", rows.accounts.size(), rows.accounts, of_accounts});
+  section.lists.push_back({"given_up", "given up, by reason", rows.given_up.size(), rows.given_up, of_reasons});
 }
 
 // ------------------------------------------------------------------------------------------------------------ reading

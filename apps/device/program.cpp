@@ -39,7 +39,7 @@ std::variant<CommandSource, std::string> chooseSource(const Options& options, st
   return commandsOf(std::move(std::get<std::deque<Command>>(commands)));
 }
 
-std::string withSlash(std::string url) {
+std::string withSlash(const std::string& url) {
   return url.ends_with('/') ? url : url + '/';
 }
 
