@@ -203,6 +203,9 @@ void ThingBook::diesWith(double undone_from, bool power_lost) {
       thing.trimmed_from = kNever;
     if (power_lost && thing.is_undone)
       ++back_[indexOf(thing.kind)];
+    // The device's account may have counted it, and lose it now.
+    if (thing.is_undone && thing.settled_at >= undone_from)
+      ++doubtful_[indexOf(thing.kind)];
     if (thing.is_undone || thing.is_in_doubt || thing.waits_beside || thing.kept_from < undone_from)
       continue;
     thing.is_in_doubt = true;
@@ -215,10 +218,12 @@ void ThingBook::settle(const std::array<uint64_t, host::kLedgerKinds>& recorded,
     thing.is_undone = thing.is_undone && !thing.is_stored;
     if (!std::exchange(thing.is_in_doubt, false))
       continue;
-    if (thing.is_stored)
+    if (thing.is_stored) {
       thing.kept_from = now;
-    else
+    } else {
       thing.is_undone = true;
+      thing.settled_at = now;
+    }
   }
   expected_ = recorded;
   doubtful_ = back_ = again_ = {};

@@ -36,10 +36,11 @@ struct Thing {
   LedgerReasons may_go = 0;      ///< the rules that may let it go, by what was seen
   size_t under_way = 0;          ///< requests that carry it
   bool is_stored = false;
-  bool has_arrived = false;   ///< the service has it
-  bool is_in_doubt = false;   ///< a death may have undone it
-  bool is_undone = false;     ///< one did
-  bool waits_beside = false;  ///< not recorded yet: a crash report that waits for the store
+  bool has_arrived = false;     ///< the service has it
+  bool is_in_doubt = false;     ///< a death may have undone it
+  bool is_undone = false;       ///< one did, or it is neither there nor needed: it arrived, or a rule let it go
+  double settled_at = -kNever;  ///< when it was taken for undone
+  bool waits_beside = false;    ///< not recorded yet: a crash report that waits for the store
 
   bool isGone() const { return !is_stored && !has_arrived && under_way == 0 && !is_undone && !waits_beside; }
 };

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <limits>
 #include <utility>
 
 namespace morvik::simulation {
@@ -36,13 +37,36 @@ bool WildDisk::fails(WildDiskFault fault) {
 }
 
 void WildDisk::excuse() {
-  if (!excused_since_)
-    excused_since_ = unsynced_since_;
+  for (Unsynced& each : unsynced_)
+    each.for_a_reason = each.since.has_value();
+}
+
+void WildDisk::powerWasLost() {
+  unsynced_ = {};
+}
+
+std::optional<double> WildDisk::unsyncedForAReasonSince() const {
+  std::optional<double> earliest;
+  for (const Unsynced& each : unsynced_) {
+    if (each.for_a_reason && each.since < earliest.value_or(std::numeric_limits<double>::infinity()))
+      earliest = each.since;
+  }
+  return earliest;
+}
+
+void WildDisk::isChanged(Held held) {
+  std::optional<double>& since = unsynced_[static_cast<size_t>(held)].since;
+  since = since.value_or(now_());
+}
+
+void WildDisk::isSynced(Held held) {
+  unsynced_[static_cast<size_t>(held)] = {};
 }
 
 int WildDisk::decide(const DiskCall& call) {
   if (call.kind != DiskCall::Kind::kRead && changed_)
     changed_(call);
+  const bool is_log = call.path.ends_with("-wal");
   switch (call.kind) {
     case DiskCall::Kind::kRead:
       return is_starting_ && fails(WildDiskFault::kReadErrorAtStart) ? SQLITE_IOERR_READ : SQLITE_OK;
@@ -51,8 +75,18 @@ int WildDisk::decide(const DiskCall& call) {
     case DiskCall::Kind::kCreate:
       if (fails(WildDiskFault::kFull))
         return SQLITE_FULL;
-      if (!unsynced_since_)
-        unsynced_since_ = now_();
+      if (call.kind == DiskCall::Kind::kCreate) {
+        isChanged(Held::kNames);
+        is_file_fresh_ = is_file_fresh_ || !is_log;
+      }
+      if (is_log)
+        isChanged(Held::kLog);
+      else if (is_file_fresh_)
+        isChanged(Held::kFreshFile);
+      return SQLITE_OK;
+    case DiskCall::Kind::kRename:
+    case DiskCall::Kind::kRemove:
+      isChanged(Held::kNames);
       return SQLITE_OK;
     case DiskCall::Kind::kSync:
     case DiskCall::Kind::kSyncFolder:
@@ -60,8 +94,14 @@ int WildDisk::decide(const DiskCall& call) {
         excuse();
         return SQLITE_IOERR_FSYNC;
       }
-      if (call.path.ends_with("-wal"))
-        unsynced_since_ = excused_since_ = std::nullopt;
+      if (call.kind == DiskCall::Kind::kSyncFolder) {
+        isSynced(Held::kNames);
+      } else if (is_log) {
+        isSynced(Held::kLog);
+      } else {
+        isSynced(Held::kFreshFile);
+        is_file_fresh_ = false;
+      }
       return SQLITE_OK;
     default:
       return SQLITE_OK;

@@ -32,9 +32,9 @@ class WildDisk {
   /// A process died, and nobody is left to sync what it wrote, until the next one does.
   void processDied() { excuse(); }
   /// What was not synced is gone.
-  void powerWasLost() { unsynced_since_ = excused_since_ = std::nullopt; }
+  void powerWasLost();
   /// Since when something stands on it unsynced for a reason: a sync failed, or a process died. Nothing: there is none.
-  std::optional<double> unsyncedForAReasonSince() const { return excused_since_; }
+  std::optional<double> unsyncedForAReasonSince() const;
   const std::array<uint64_t, kWildDiskFaults>& failed() const { return failed_; }
 
  private:
@@ -52,8 +52,19 @@ class WildDisk {
   std::array<Trouble, kWildDiskFaults> troubles_{};
   std::array<uint64_t, kWildDiskFaults> failed_{};
   bool is_starting_ = false;
-  std::optional<double> unsynced_since_;  ///< the log
-  std::optional<double> excused_since_;
+  /// What a power cut would take: changes of the log, of the names, and of a file that was never synced itself. One
+  /// that was needs no sync: whatever it lacks stands in the log.
+  enum class Held : uint8_t { kLog, kNames, kFreshFile };
+  static constexpr size_t kHeld = 3;
+  struct Unsynced {
+    std::optional<double> since;
+    bool for_a_reason = false;
+  };
+  void isChanged(Held held);
+  void isSynced(Held held);
+
+  std::array<Unsynced, kHeld> unsynced_{};
+  bool is_file_fresh_ = true;
 };
 
 }  // namespace morvik::simulation

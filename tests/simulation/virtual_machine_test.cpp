@@ -188,5 +188,24 @@ TEST(VirtualMachine, SaysWhyAHostDoesNotStart) {
   EXPECT_THROW(static_cast<void>(machine.start(options)), std::runtime_error);
 }
 
+TEST(VirtualMachine, CommitsWhatAHandlerWroteInItsOwnTurn) {
+  VirtualMachine machine;
+  serviceAccepts(machine);
+  auto phone = machine.start(appOptions());
+  phone->applicationDidBecomeActive();
+  machine.loop.runUntilIdle();
+  EXPECT_EQ(machine.store.committed()["fendoUserInfo_fendoUserNo"], kit::Value(1001))
+      << "saving the record of an install is not followed by a flush";
+}
+
+TEST(VirtualMachine, LosesWhatIsDoneToTheShelfAfterItsDiskWasCutOff) {
+  SimulatedDisk disk;
+  VirtualMachine machine({.disk = &disk});
+  machine.report_shelf.append(kit::Dictionary{{"exception_reason", "fendo"}});
+  disk.cutNow();
+  machine.kill(machine.start(appOptions()));
+  EXPECT_THAT(machine.report_shelf.reports(), SizeIs(1)) << "the start took it in, and was undone";
+}
+
 }  // namespace
 }  // namespace morvik::simulation

@@ -1,0 +1,90 @@
+#include "simulation/wild_disk.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "host/store/sqlite_store.h"
+#include "simulation/virtual_flusher.h"
+#include "testing/recording_log.h"
+#include "testing/virtual_loop.h"
+
+namespace morvik::simulation {
+namespace {
+
+class WildDiskTest : public ::testing::Test {
+ protected:
+  void open() {
+    disk_.processStarts(true);
+    store_ = std::make_unique<host::SqliteStore>(
+        host::SqliteStoreOptions{.place = disk_.disk.place(), .make_flusher = flushesOn(loop_)}, log_);
+    disk_.processStarts(false);
+  }
+  bool write(int value) {
+    store_->set("value", value);
+    return store_->synchronize();
+  }
+  size_t failed(WildDiskFault fault) const { return disk_.failed()[static_cast<size_t>(fault)]; }
+
+  ::morvik::testing::VirtualLoop loop_;
+  ::morvik::testing::RecordingLog log_;
+  uint64_t changes_ = 0;
+  WildDisk disk_{[this] { return loop_.monotonicSeconds(); }, [this](const DiskCall&) { ++changes_; }};
+  std::unique_ptr<host::SqliteStore> store_;
+};
+
+TEST_F(WildDiskTest, FailsSoManyCallsAndThenUntilTheTimeIsOver) {
+  open();
+  EXPECT_TRUE(write(1));
+  disk_.fail(WildDiskFault::kFull, 1, 0);
+  EXPECT_FALSE(write(2));
+  EXPECT_TRUE(write(3));
+  EXPECT_EQ(failed(WildDiskFault::kFull), 1U);
+  disk_.fail(WildDiskFault::kFull, 0, loop_.monotonicSeconds() + 60);
+  EXPECT_FALSE(write(4));
+  loop_.advance(61);
+  EXPECT_TRUE(write(5));
+  disk_.fail(WildDiskFault::kFull, 100, 0);
+  disk_.isWellAgain();
+  EXPECT_TRUE(write(6));
+  EXPECT_GT(changes_, 0U);
+}
+
+TEST_F(WildDiskTest, FailsReadsOfAStartAlone) {
+  open();
+  write(1);
+  store_->shutdown();
+  disk_.fail(WildDiskFault::kReadErrorAtStart, 50, 0);
+  open();
+  EXPECT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+  EXPECT_TRUE(store_->get("value").isAbsent());
+  EXPECT_TRUE(store_->synchronize() || write(2)) << "the start is over";
+  EXPECT_GT(failed(WildDiskFault::kReadErrorAtStart), 0U);
+}
+
+TEST_F(WildDiskTest, ExcusesWhatIsUnsyncedAfterAFailedSyncOrADeathUntilTheNextSync) {
+  open();
+  for (const int value : {0, 1}) {  // a fresh file's first sync begins its log anew
+    write(value);
+    loop_.advance(1);
+  }
+  EXPECT_EQ(disk_.unsyncedForAReasonSince(), std::nullopt);
+  const double written_at = loop_.monotonicSeconds();
+  disk_.fail(WildDiskFault::kSyncError, 1, 0);
+  write(2);
+  EXPECT_EQ(disk_.unsyncedForAReasonSince(), std::nullopt) << "it may still be synced in time";
+  loop_.advance(1);
+  EXPECT_EQ(disk_.unsyncedForAReasonSince(), written_at);
+  write(3);
+  loop_.advance(1);
+  EXPECT_EQ(disk_.unsyncedForAReasonSince(), std::nullopt);
+  const double last_written_at = loop_.monotonicSeconds();
+  write(4);
+  disk_.processDied();
+  EXPECT_EQ(disk_.unsyncedForAReasonSince(), last_written_at);
+  disk_.powerWasLost();
+  EXPECT_EQ(disk_.unsyncedForAReasonSince(), std::nullopt);
+}
+
+}  // namespace
+}  // namespace morvik::simulation
