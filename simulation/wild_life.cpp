@@ -13,6 +13,7 @@
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
 #include "host/host.h"
+#include "host/siblings/kept_identifier.h"
 #include "services/json_writer.h"
 #include "simulation/life_witness.h"
 #include "simulation/transcript.h"
@@ -529,6 +530,7 @@ class WildLife final : private MachineWatcher {
     machine_.loop.runUntilIdle();
     is_starting_ = false;
     disk_.processStarts(false);
+    name_in_the_dark_ = process_->storedValue(host::kInstallIdKey);
     is_active_ = false;
     is_unsettled_ = true;
     for (auto& each : std::exchange(committed_at_start_, {})) {
@@ -682,9 +684,20 @@ class WildLife final : private MachineWatcher {
   bool isHeard() {
     witness_.facts.now = now();
     witness_.facts.is_forgotten = process_ && process_->isGdprForgetMe();
-    if (!isCut() && process_ && std::exchange(has_come_to_light_, false))
-      witness_.storeCameToLight(reader());
+    if (!isCut() && process_)
+      followTheLight();
     return !isCut();
+  }
+
+  /// Where the file can be read and not be written, no line tells that it has come to light; the install's name does.
+  void followTheLight() {
+    LifeFacts& facts = witness_.facts;
+    if (facts.is_in_the_dark && process_->storedValue(host::kInstallIdKey) != name_in_the_dark_) {
+      facts.is_in_the_dark = false;
+      has_come_to_light_ = true;
+    }
+    if (std::exchange(has_come_to_light_, false))
+      witness_.storeCameToLight(reader());
   }
 
   void requestStarts(uint64_t exchange, const kit::Request& request) override {
@@ -966,6 +979,7 @@ class WildLife final : private MachineWatcher {
   bool is_app_offline_ = false;
   bool is_starting_ = false;
   bool is_unsettled_ = false;
+  kit::Value name_in_the_dark_;     ///< of the install, for the time being
   bool has_come_to_light_ = false;  ///< what the store holds, a moment ago
   bool is_wish_in_doubt_ = false;
   bool is_dying_ = false;  ///< of an exception
