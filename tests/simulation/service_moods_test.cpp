@@ -20,6 +20,7 @@ using ::testing::HasSubstr;
 
 class ServiceMoods : public ::testing::Test {
  protected:
+  ServiceMoods() : dice_(1) {}
   /// What a device gets for a commerce click, at the end of all waiting.
   kit::TransportOutcome outcomeOf(Misbehaviour misbehaviour) {
     kit::Request request;
@@ -46,7 +47,7 @@ class ServiceMoods : public ::testing::Test {
   ::morvik::testing::SeededRandom random_;
   SimulatedService service_{
       {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return loop_.now(); }};
-  Dice dice_{1};
+  Dice dice_;
   bool is_counted_ = false;
 };
 
