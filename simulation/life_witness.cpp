@@ -373,10 +373,11 @@ void LifeWitness::lookAtTheShelf(const kit::Array& reports) {
 
 void LifeWitness::processEnds(double undone_from, bool power_lost) {
   for (const auto& [id, exchange] : facts.exchanges) {
-    // A handler may have been at work: what it stored of a click is not committed.
+    // A handler may have been at work: what it stored of a click is not committed, and what it took out of a list by a
+    // rule was not looked at.
     for (const ThingNumber number : exchange.things) {
       const Thing& thing = facts.things[number];
-      if (!thing.is_stored || thing.kind == LedgerKind::kReEngagementClicks)
+      if (!thing.is_stored || thing.may_go != 0 || thing.kind == LedgerKind::kReEngagementClicks)
         facts.things.permit(number, LedgerReason::kProcessEnded);
     }
   }
