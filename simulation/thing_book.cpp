@@ -197,6 +197,7 @@ void ThingBook::isTakenIn(ThingNumber number) {
 }
 
 void ThingBook::diesWith(double undone_from, bool power_lost) {
+  is_in_doubt_ = true;
   for (Thing& thing : things_) {
     thing.under_way = 0;
     if (thing.trimmed_from >= undone_from)
@@ -227,11 +228,14 @@ void ThingBook::settle(const std::array<uint64_t, host::kLedgerKinds>& recorded,
   }
   expected_ = recorded;
   doubtful_ = back_ = again_ = {};
+  is_in_doubt_ = false;
 }
 
 ThingCounts ThingBook::counts(Kind kind) const {
   const size_t index = indexOf(kind);
-  ThingCounts counts{.recorded_least = expected_[index] - std::min(expected_[index], doubtful_[index]),
+  // What was recorded once more may be undone as well, and is no thing of its own.
+  const uint64_t undone_at_most = doubtful_[index] + (is_in_doubt_ ? again_ever_[index] : 0);
+  ThingCounts counts{.recorded_least = expected_[index] - std::min(expected_[index], undone_at_most),
                      .recorded_most = expected_[index] + again_[index] + back_[index],
                      .recorded_again = again_ever_[index],
                      .stored = stored_[index].size()};

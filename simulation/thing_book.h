@@ -122,6 +122,7 @@ class ThingBook {
   std::array<uint64_t, host::kLedgerKinds> doubtful_{};  ///< of these, undone by the latest deaths maybe
   std::array<uint64_t, host::kLedgerKinds> back_{};      ///< undone earlier, and there after all maybe
   std::array<uint64_t, host::kLedgerKinds> again_{};     ///< and beside these, recorded once more maybe
+  bool is_in_doubt_ = false;                             ///< since the latest death
   std::array<uint64_t, host::kLedgerKinds> again_ever_{};
 };
 
