@@ -114,6 +114,8 @@ StoreOutcome Connection::open(const char* path, int flags, const char* vfs, Conn
       return StoreProblem{StoreProblem::Kind::kUnavailable, sqlite3_errstr(code)};
     return out.problem();
   }
+  // Asked before the file is read: a header that is damaged may forbid to write, too.
+  out.may_write_ = sqlite3_db_readonly(handle, "main") == 0;
   sqlite3_busy_timeout(handle, kBusyWaitMilliseconds);
   // Left to itself, the last connection writes the whole log back and removes it when it is closed.
   sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
@@ -151,7 +153,9 @@ StoreOutcome Connection::number(const char* sql, int64_t& out) {
 
 StoreProblem Connection::problem() const {
   const int code = sqlite3_extended_errcode(handle_.get());
-  return {meansUnreadable(code) ? StoreProblem::Kind::kUnreadable : StoreProblem::Kind::kUnavailable,
+  // Of a file that we may write: its header says that we do not know how.
+  const bool is_unwritable = code == SQLITE_READONLY && may_write_;
+  return {meansUnreadable(code) || is_unwritable ? StoreProblem::Kind::kUnreadable : StoreProblem::Kind::kUnavailable,
           sqlite3_errmsg(handle_.get())};
 }
 

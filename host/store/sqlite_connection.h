@@ -79,6 +79,7 @@ class Connection {
     void operator()(sqlite3* handle) const;
   };
   std::unique_ptr<sqlite3, Close> handle_;
+  bool may_write_ = false;  ///< as far as the system goes
 };
 
 }  // namespace morvik::host

@@ -482,7 +482,9 @@ void SqliteStore::tellDamaged() {
       "everything else is in use: nothing needs to be done.",
       {damaged, options_.place.path()});
   changes_.clear();
-  if (StoreOutcome failed = database_->apply(changes_))
+  // A file that is unreadable after all is replaced with the next commit.
+  StoreOutcome failed = database_->apply(changes_);
+  if (failed && failed->kind != StoreProblem::Kind::kUnreadable)
     tellCannotWrite(*failed);
 }
 

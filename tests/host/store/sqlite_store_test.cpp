@@ -369,6 +369,30 @@ TEST_F(SqliteStoreTest, AFileThatTurnsOutUnreadableInUseIsReplacedFromMemory) {
   EXPECT_EQ(next->get("text"), Value("kept"));
 }
 
+// A reader of SQLite's format takes a file whose header names a later way of writing, and changes nothing in it.
+TEST_F(SqliteStoreTest, AFileWhoseHeaderForbidsToWriteIsReplacedFromMemory) {
+  leaveStore(20);
+  emptyTheLog();
+  {
+    constexpr off_t kWriteVersion = 18;
+    const int file = ::open(path().c_str(), O_WRONLY);
+    ASSERT_EQ(::pwrite(file, "\xFD", 1, kWriteVersion), 1);
+    ::close(file);
+  }
+  {
+    const auto store = open();
+    EXPECT_EQ(store->get("list").size(), 20u);
+    append(*store, "list", Dictionary{{"id", 20}, {"text", "number 20"}});
+    EXPECT_TRUE(store->synchronize());
+    EXPECT_TRUE(std::filesystem::exists(path() + ".unreadable-1"));
+    EXPECT_EQ(log_.countContaining("was set aside as"), 1u);
+  }
+  const auto next = open();
+  EXPECT_EQ(next->opening(), StoreOpening::kOpened);
+  EXPECT_EQ(next->get("list"), numbers(0, 21));
+  EXPECT_EQ(next->get("text"), Value("kept"));
+}
+
 // ------------------------------------------------------------------------------------------------------- a refusing
 // disk
 
