@@ -27,6 +27,7 @@
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/sdk_config.h"
 #include "host/siblings/size_trigger.h"
+#include "host/store/commit_retry.h"
 #include "kit/kit.h"
 
 namespace morvik {
@@ -76,6 +77,7 @@ struct HostParts {
   const std::unique_ptr<MachineTransport> plain_transport;
   const std::unique_ptr<MachineTransport> transport;  ///< the same
   SettleWatch settle_watch;
+  CommitRetry commit_retry;
 
   MorvikADUtil util;
   MorvikADGetPUID puid;

@@ -129,7 +129,7 @@ void frameTurns(HostParts& parts) {
   const auto committed = [&parts](const kit::Block& turn) {
     const TurnGate::Turn open(parts.gate);
     turn();
-    parts.store->commitTurn();
+    parts.commit_retry.turnEnded(parts.store->commitTurn());
   };
   parts.main_loop->setFrame([&parts, committed](const kit::Block& turn) {
     committed(turn);
@@ -189,7 +189,7 @@ void watchProcess(HostParts& parts) {
       crashRecordPath(parts.options.options.store_folder),
       [&core = *parts.core](const kit::UncaughtException& crash) { return core.takeCrashOfEarlierProcess(crash); },
       parts.logger);
-  parts.store->commitTurn();
+  parts.commit_retry.turnEnded(parts.store->commitTurn());
   if (parts.options.options.report_crashes)
     reportCrashes(parts);
 }
@@ -228,7 +228,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   makeCore(*parts, host_of);
   if (host_of == HostOf::kProcess)
     watchProcess(*parts);
-  parts->store->commitTurn();
+  parts->commit_retry.turnEnded(parts->store->commitTurn());
   auto host = std::make_unique<Host>(std::move(parts));
   if (auto error = host->open())
     return *std::move(error);
@@ -256,6 +256,7 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
       plain_transport(machine.makeTransport(options.options.ca_file, *main_loop, gate)),
       transport(std::make_unique<LedgerTransport>(*plain_transport, ledger)),
       settle_watch(*main_loop, [this] { return pending().isSettled(); }),
+      commit_retry(*main_loop),
       util(utilFacts(*this), *facts),
       puid(puidOf(*this)),
       common(identityOf(*this)),

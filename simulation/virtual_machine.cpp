@@ -80,7 +80,10 @@ class VirtualStore final : public host::MachineStore {
   host::StoreOpening opening() const override { return host::StoreOpening::kOpened; }
   const std::string& openingLine() const override { return opening_line_; }
   void setWhenTakenOver(kit::Block) override {}
-  void commitTurn() override { store_.commitTurn(); }
+  bool commitTurn() override {
+    store_.commitTurn();
+    return true;
+  }
   std::vector<std::pair<std::string, kit::Value>> all() const override {
     const auto contents = store_.contents();
     return {contents.begin(), contents.end()};

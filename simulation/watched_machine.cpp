@@ -41,7 +41,7 @@ class WatchedStore final : public host::MachineStore {
   host::StoreOpening opening() const override { return store_->opening(); }
   const std::string& openingLine() const override { return store_->openingLine(); }
   void setWhenTakenOver(kit::Block hook) override { store_->setWhenTakenOver(std::move(hook)); }
-  void commitTurn() override { store_->commitTurn(); }
+  bool commitTurn() override { return store_->commitTurn(); }
   std::vector<std::pair<std::string, kit::Value>> all() const override { return store_->all(); }
   void flushNow() override { store_->flushNow(); }
   void shutdown() override { store_->shutdown(); }

@@ -39,12 +39,14 @@ bool LedgerStore::synchronize() {
   return all_kept;
 }
 
-void LedgerStore::commitTurn() {
+bool LedgerStore::commitTurn() {
+  bool all_kept = false;
   {
     const std::unique_lock still = keepListsStill();
-    store_.commitTurn();
+    all_kept = store_.commitTurn();
   }
   book_.tellBroken();
+  return all_kept;
 }
 
 void LedgerStore::shutdown() {

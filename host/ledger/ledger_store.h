@@ -38,7 +38,7 @@ class LedgerStore final : public MachineStore {
   StoreOpening opening() const override { return store_.opening(); }
   const std::string& openingLine() const override { return store_.openingLine(); }
   void setWhenTakenOver(kit::Block hook) override;
-  void commitTurn() override;
+  bool commitTurn() override;
   std::vector<std::pair<std::string, kit::Value>> all() const override { return store_.all(); }
   void flushNow() override { store_.flushNow(); }
   void shutdown() override;

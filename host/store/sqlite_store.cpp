@@ -102,6 +102,12 @@ bool SqliteStore::synchronize() {
   return commit();
 }
 
+bool SqliteStore::commitTurn() {
+  const std::lock_guard lock(commit_mutex_);
+  commit();
+  return !anythingDirty() || (database_ == nullptr && !may_reopen_);
+}
+
 std::optional<Value> SqliteStore::tryGet(std::string_view key) const {
   const std::unique_lock lock(memory_mutex_, std::try_to_lock);
   if (!lock.owns_lock())

@@ -82,8 +82,8 @@ class SqliteStore : public MachineStore {
   std::optional<kit::Value> tryGet(std::string_view key) const override;
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override;
   /// What a turn of the main queue wrote without synchronize(); the same as synchronize(), and as cheap when there is
-  /// nothing.
-  void commitTurn() override { synchronize(); }
+  /// nothing. A store that lives in memory for good has nothing to try again.
+  bool commitTurn() override;
 
   /// All properties that are there, in the order of their names. Any thread.
   std::vector<std::pair<std::string, kit::Value>> all() const override;

@@ -54,7 +54,10 @@ class DarkStore final : public NotingStore {
     note();
     return true;
   }
-  void commitTurn() override { note(); }
+  bool commitTurn() override {
+    note();
+    return true;
+  }
   void shutdown() override { note(); }
   void comeToLight() { hook_(); }
   std::vector<bool> were_lists_still;

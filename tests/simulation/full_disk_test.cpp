@@ -1,0 +1,98 @@
+// What becomes of what is recorded while the disk is full, a wish to be forgotten above all.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "host/store/commit_retry.h"
+#include "services/endpoints.h"
+#include "simulation/simulated_disk.h"
+#include "simulation/virtual_machine.h"
+
+namespace morvik::simulation {
+namespace {
+
+using ::testing::SizeIs;
+
+class FullDisk : public ::testing::Test {
+ protected:
+  FullDisk() : machine_({.disk = &disk_}) {
+    machine_.transport.on("").always(::morvik::testing::Answer::body(200, "{}"));
+    phone_ = machine_.start(simulatedApp());
+    machine_.loop.advance(60);
+  }
+
+  void fill() {
+    disk_.decide([](const DiskCall& call) { return call.kind == DiskCall::Kind::kWrite ? SQLITE_FULL : SQLITE_OK; });
+  }
+  void makeRoom() { disk_.decide({}); }
+  void wishToBeForgotten() {
+    phone_->gdprForgetMe(true);
+    machine_.loop.advance(1);
+  }
+  void dieAndStart() {
+    machine_.kill(std::move(phone_));
+    phone_ = machine_.start(simulatedApp());
+  }
+
+  SimulatedDisk disk_;
+  VirtualMachine machine_;
+  std::unique_ptr<host::Host> phone_;
+};
+
+// A request waits until what its turn wrote is committed, but not for a commit that cannot be made: on a full disk the
+// device would fall silent otherwise, and a wish that reaches the server alone is better than one that reaches nobody.
+TEST_F(FullDisk, DoesNotKeepAWishToBeForgottenFromTheServer) {
+  fill();
+  wishToBeForgotten();
+  EXPECT_THAT(machine_.transport.requests(services::kGdprReqUrlPath), SizeIs(1));
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+}
+
+TEST_F(FullDisk, TakesTheWishWithItsProcessWhenNoRoomIsEverFound) {
+  fill();
+  wishToBeForgotten();
+  makeRoom();
+  dieAndStart();
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+}
+
+TEST_F(FullDisk, KeepsTheWishAsSoonAsThereIsRoomAlthoughNothingElseHappens) {
+  fill();
+  wishToBeForgotten();
+  machine_.loop.advance(5 * host::kCommitRetrySeconds);
+  makeRoom();
+  machine_.loop.advance(host::kCommitRetrySeconds);
+  dieAndStart();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_TRUE(phone_->properties().MorvikCoreUserInfo_isGDPRForgetMeServerSynced());
+}
+
+TEST_F(FullDisk, IsTriedOnceInEveryTenSecondsAndNoMoreWhenAllIsKept) {
+  size_t tries = 0;
+  disk_.decide([&tries](const DiskCall& call) {
+    if (call.kind != DiskCall::Kind::kWrite)
+      return SQLITE_OK;
+    ++tries;
+    return SQLITE_FULL;
+  });
+  phone_->addActivity("shop", "purchase", std::nullopt);
+  machine_.loop.runUntilIdle();
+  phone_->addActivity("shop", "purchase", std::nullopt);
+  machine_.loop.runUntilIdle();
+  const size_t tries_of_their_turns = tries;
+  machine_.loop.advance(100 * host::kCommitRetrySeconds);
+  EXPECT_GE(tries_of_their_turns, 2U);
+  EXPECT_EQ(tries, tries_of_their_turns + 100);
+  makeRoom();
+  machine_.loop.advance(host::kCommitRetrySeconds);
+  const uint64_t changes = disk_.changes();
+  machine_.loop.advance(100 * host::kCommitRetrySeconds);
+  EXPECT_LE(disk_.changes() - changes, 1U) << "the sync that follows a commit, and nothing else";
+}
+
+}  // namespace
+}  // namespace morvik::simulation
