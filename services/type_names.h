@@ -2,14 +2,18 @@
 #pragma once
 
 #include <string>
+#include <typeinfo>
 
 namespace morvik::services {
 
 /// The plain form of a mangled name; what is none stays as it is. Any thread.
 std::string demangled(const char* name);
 
-/// The type of the object being handled; "foreign exception" for one of another language. To be called inside a handler
-/// only, of terminate or of an exception.
+/// A type's plain name; "foreign exception" for null, which is what the runtime names of an object that was thrown by
+/// another language. Any thread.
+std::string typeName(const std::type_info* type);
+
+/// typeName() of the object being handled. To be called inside a handler only, of terminate or of an exception.
 std::string caughtTypeName();
 
 }  // namespace morvik::services

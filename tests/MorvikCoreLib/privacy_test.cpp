@@ -308,6 +308,13 @@ TEST_F(ForgetMe, WhoseBodyCannotBeWrittenIsNotSentAndFails) {
                                                           "MRVK_QA-[MorvikCore GDPR] The error was: no JSON today"));
 }
 
+TEST_F(ForgetMe, WhoseRequestFailedIsToldBeforeItCountsAsUnsynced) {
+  wishAndAnswer(true, Answer::error("no network").after(5));
+  world.faulty.key_value_store.faults.throwAlways("set", Fault::number(1));
+  EXPECT_THROW(world.loop.advance(5), int);
+  EXPECT_EQ(world.log.countContaining("MRVK_QA-[MorvikCore GDPR] The error was: no network"), 1U);
+}
+
 TEST_F(ForgetMe, ReturnsWhatItHadOfTheBodyWhenBuildingFails) {
   for (const Fault& fault : {Fault::exception("Name", "Reason"), Fault::number(5)}) {
     world.faulty.random.faults.throwAt("fill", 1, fault);

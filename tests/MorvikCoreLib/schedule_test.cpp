@@ -61,6 +61,13 @@ TEST_F(Schedule, OfTheFirstSessionIsAskedForWithInitAndKept) {
   EXPECT_THAT(world.modules.calls(), ElementsAre(given(schedule("sum-1"))));
 }
 
+TEST_F(Schedule, IsLoggedBeforeAnythingIsMadeOfIt) {
+  world.becomeActive();
+  world.faulty.util.faults.throwAlways("timeIntervalSinceServerDate", testing::Fault::number(1));
+  EXPECT_THROW(answerWith(Value(Dictionary{{"BaseTime", 1000}})), int);
+  EXPECT_EQ(world.log.countContaining("MRVK_QA-getSchedule_JSON: "), 1U);
+}
+
 TEST_F(Schedule, ThatDidNotChangeIsReplayedFromMemory) {
   world.modules.add("Fendo");
   world.transport.on(kSchedulePath).then(Answer::json(schedule("sum-1"))).then(Answer::json(kUnchanged));

@@ -201,6 +201,14 @@ TEST_F(Tracking, TheAnswerIsLoggedAndTheBackgroundTimeGivenBack) {
   EXPECT_EQ(world.faulty.background_tasks.faults.calls("endBackgroundTask"), 1U);
 }
 
+TEST_F(Tracking, TheAnswerIsLoggedBeforeAnythingIsMadeOfIt) {
+  world.userDefaults().setFendoActivityInfos(activities(1));
+  world.transport.on("v1/tracking").then(Answer::json(Value(Dictionary{{"BaseTime", 1000}})));
+  world.faulty.util.faults.throwAlways("timeIntervalSinceServerDate", testing::Fault::number(1));
+  EXPECT_THROW(push(), int);
+  EXPECT_EQ(world.log.countContaining("MRVK_QA-tracking_JSON: "), 1U);
+}
+
 TEST_F(Tracking, AFailedRequestKeepsEveryActivityAndEmptiesTheSentEventKeys) {
   world.userDefaults().setFendoActivityInfos(activities(2));
   world.transport.on("v1/tracking").then(Answer::body(500, "oops"));

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <typeinfo>
 
 #include "kit/error.h"
 
@@ -33,6 +34,14 @@ TEST(CaughtTypeName, IsThatOfWhateverWasThrown) {
   EXPECT_EQ(nameOf(7), "int");
   EXPECT_EQ(nameOf(std::runtime_error("x")), "std::runtime_error");
   EXPECT_EQ(nameOf(kit::Exception{}), "morvik::kit::Exception");
+}
+
+TEST(TypeName, IsThePlainOne) {
+  EXPECT_EQ(typeName(&typeid(kit::Exception)), "morvik::kit::Exception");
+}
+
+TEST(TypeName, OfWhatHasNoTypeInCppSaysSo) {
+  EXPECT_EQ(typeName(nullptr), "foreign exception");
 }
 
 }  // namespace
