@@ -1,11 +1,14 @@
 # Every test is known to ctest under its own name and carries a label: that of its group.
 
-# morvik_test_group(NAME FOLDER folder LIBRARIES library... [LABELS label...] [TIMEOUT seconds]): all .cpp files of the
-# folder become test_NAME.
+# morvik_test_group(NAME FOLDER folder LIBRARIES library... [LABELS label...] [TIMEOUT seconds] [THREADS count]): all .cpp
+# files of the folder become test_NAME. THREADS: so many that each test keeps busy, so that nothing else is run beside.
 function(morvik_test_group name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER;TIMEOUT" "LIBRARIES;LABELS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER;TIMEOUT;THREADS" "LIBRARIES;LABELS")
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
+  endif()
+  if(NOT arg_THREADS)
+    set(arg_THREADS 1)
   endif()
   morvik_sources(sources ${arg_FOLDER})
   if(NOT sources)
@@ -24,7 +27,7 @@ function(morvik_test_group name)
     DISCOVERY_TIMEOUT 60
     # Values as names run over several lines; a number or the name that the test gives is enough.
     NO_PRETTY_VALUES
-    PROPERTIES LABELS ${name} TIMEOUT ${arg_TIMEOUT})
+    PROPERTIES LABELS ${name} TIMEOUT ${arg_TIMEOUT} PROCESSORS ${arg_THREADS})
   # The discovery passes no list on: more labels are set when the tests are known.
   if(arg_LABELS)
     set(more_labels "${CMAKE_CURRENT_BINARY_DIR}/test_${name}_labels.cmake")
