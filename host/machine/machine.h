@@ -134,8 +134,8 @@ class MachineStore : public kit::KeyValueStore {
   /// have changed by more than was written. Within a commit, on any thread: it may read and set values, and must hand
   /// on everything else. To be set right after the opening. A store that is there from the beginning never calls it.
   virtual void setWhenTakenOver(kit::Block hook) = 0;
-  /// Commits what a turn wrote without synchronize(); as cheap as that when there is nothing. False: something could not
-  /// be kept now, and a later try may keep it. Any thread.
+  /// Commits what a turn wrote without synchronize(); as cheap as that when there is nothing. False: something could
+  /// not be kept now, and a later try may keep it. Any thread.
   virtual bool commitTurn() = 0;
   /// All properties that are there, in the order of their names. Any thread.
   virtual std::vector<std::pair<std::string, kit::Value>> all() const = 0;
