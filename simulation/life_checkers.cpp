@@ -99,6 +99,8 @@ class LedgerAgrees final : public LifeChecker {
     needBetween(account.kind + " stored", account.stored, counts.stored, counts.stored);
     // A click that is kept once more although it was accepted may be delivered once more.
     needBetween(account.kind + " delivered", account.delivered, 0, counts.arrived + counts.recorded_again);
+    if (facts().exchanges.empty())
+      needBetween(account.kind + " under way, without a request", account.under_way, 0, 0);
     const uint64_t known = account.delivered + account.stored + account.under_way + account.givenUp();
     if (counts.arrived_for_good > known)
       complain(account.kind + ": " + numberText(counts.arrived_for_good) + " arrived, and the ledger knows of " +

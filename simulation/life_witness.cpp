@@ -304,24 +304,24 @@ void LifeWitness::processBegins(const Read& read) {
 
 /// A report may have waited beside the store: it is recorded once it is in it.
 ThingBook::Strangers LifeWitness::lookAt(LedgerKind kind, std::string_view key, const kit::Value& list) {
-  kit::Value& before = looked_at_[std::string(key)];
-  if (before.identicalTo(list) && !list.isAbsent())
-    return {};
-  before = list;
+  Looked& looked = looked_at_[std::string(key)];
+  if (looked.list.identicalTo(list) && !list.isAbsent())
+    return looked.strangers;  // what is wrong stays wrong, whoever looked first
+  looked.list = list;
   std::vector<std::string> names;
   for (const kit::Value& record : list.array()) {
     names.push_back(nameOfStored(kind, key, record));
     if (kind == LedgerKind::kCrashReports && !facts.things.find(kind, names.back()))
       isRecorded(kind, names.back());
   }
-  ThingBook::Strangers strangers = facts.things.storedAre(kind, names);
+  looked.strangers = facts.things.storedAre(kind, names);
   for (const ThingNumber number : facts.things.stored(kind)) {
     if (!facts.things[number].waits_beside)
       continue;
     facts.things.isTakenIn(number);
     keepWhenCommitted(number);
   }
-  return strangers;
+  return looked.strangers;
 }
 
 void LifeWitness::isWrittenLate(double since) {

@@ -76,7 +76,11 @@ class LifeWitness {
   testing::SimulatedService& reader_;
   const std::function<void(std::function<void()>)> when_committed_;
   std::unordered_map<std::string, ThingNumber> activity_by_id_;
-  std::unordered_map<std::string, kit::Value> looked_at_;        ///< by key, what was stored at the latest look
+  struct Looked {
+    kit::Value list;
+    ThingBook::Strangers strangers;
+  };
+  std::unordered_map<std::string, Looked> looked_at_;            ///< by key, what was stored at the latest look
   std::map<std::string, kit::Value, std::less<>> demographics_;  ///< that are stored, by key
   kit::Value failure_counts_;
   struct Ended {

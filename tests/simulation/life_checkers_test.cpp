@@ -153,6 +153,10 @@ TEST_F(LifeCheckers, HoldTheLedgerAgainstWhatWasSeen) {
   endStep();
   EXPECT_THAT(complaints(), IsEmpty());
   activities.delivered = 0;
+  activities.under_way = 1;
+  endStep();
+  EXPECT_THAT(complaints(), ElementsAre(kLedgerAgrees)) << "no request carries it";
+  activities.under_way = 0;
   activities.given_up = {{.reason = "the \"end\" of a session that went on within a minute", .count = 1}};
   endStep();
   EXPECT_THAT(complaints(), ElementsAre(kLedgerAgrees)) << "nothing gave occasion for that";
