@@ -192,8 +192,14 @@ bool MorvikCoreLib::queueReports(const kit::Array& reports) {
     return true;
   store().inOneStep([&] {
     kit::MutableArray queue(store().MorvikCoreUserInfo_Crash());
-    for (size_t i = 0; i < added.size(); ++i)
-      queue.removeAllEqualTo(added[i]);
+    for (size_t i = 0; i < added.size(); ++i) {
+      // The latest of those that are equal: the file may have held one, and that one stays.
+      size_t end = queue.size();
+      while (end > 0 && !(queue[end - 1] == added[i]))
+        --end;
+      if (end > 0)
+        queue.removeAt(end - 1);
+    }
     store().setMorvikCoreUserInfo_Crash(was_absent && queue.empty() ? Value() : Value(std::move(queue)));
   });
   return false;
