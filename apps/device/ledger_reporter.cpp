@@ -1,13 +1,14 @@
 #include "apps/device/ledger_reporter.h"
 
-#include <algorithm>
 #include <chrono>
 #include <future>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "apps/device/ledger_rows.h"
+#include "apps/device/visible.h"
 #include "services/json_writer.h"
 
 namespace morvik_device {
@@ -39,21 +40,15 @@ kit::Request requestOf(const std::string& url, const std::string& body) {
   return request;
 }
 
-std::string oneLine(std::string text) {
-  std::replace_if(
-      text.begin(), text.end(), [](unsigned char c) { return c < ' '; }, ' ');
-  return text;
-}
-
 /// Why the service does not have it.
 std::optional<std::string> failureOf(const kit::TransportOutcome& outcome) {
   constexpr int kOk = 200;
   if (outcome.error)
-    return outcome.error->message;
+    return visible(outcome.error->message);
   if (outcome.response->status_code == kOk)
     return std::nullopt;
   return "it answered " + std::to_string(outcome.response->status_code) + " " +
-         oneLine(outcome.response->body.substr(0, kShownBytes));
+         visible(std::string_view(outcome.response->body).substr(0, kShownBytes));
 }
 
 }  // namespace

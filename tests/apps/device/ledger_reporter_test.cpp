@@ -79,7 +79,7 @@ TEST_F(LedgerReporterTest, ShowsTheBeginningOfARefusalInOneLine) {
   transport.outcome = {kit::Response{403, "", "not\nyou" + std::string(1000, '.')}, std::nullopt};
   reporter.tell(ledger(1));
   EXPECT_THAT(complaints, ElementsAre("the ledger could not be told to https://service.example/inspect/ledger: it "
-                                      "answered 403 not you" +
+                                      "answered 403 not\\x0ayou" +
                                       std::string(293, '.')));
 }
 
