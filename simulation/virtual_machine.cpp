@@ -199,6 +199,7 @@ std::unique_ptr<host::MachineFacts> VirtualMachine::makeFacts() {
 host::SqliteStoreOptions VirtualMachine::storeOptions() {
   return {.place = options_.disk->place(),
           .file_decides = host::namesThatTheFileDecides(),
+          .process_decides = host::namesThatTheProcessDecides(),
           .make_flusher = flushesOn(loop)};
 }
 

@@ -1,4 +1,5 @@
-// Which of the host's own values in the store are what the file says, whatever else a process began with.
+// Which values in the store are what the file says, whatever else a process began with, and which are what the process
+// says.
 #pragma once
 
 #include <string>
@@ -6,6 +7,7 @@
 
 #include "host/ledger/ledger_accounts.h"
 #include "host/siblings/kept_identifier.h"
+#include "services/MorvikGVUserDefaults.h"
 
 namespace morvik::host {
 
@@ -15,6 +17,12 @@ inline std::vector<std::string> namesThatTheFileDecides() {
   std::vector<std::string> names = namesMadeOnce();
   names.emplace_back(kLedgerKey);
   return names;
+}
+
+/// The ids that a batch of an earlier process noted mean nothing to the answer that this one waits for: joined, it
+/// would delete what it never carried.
+inline std::vector<std::string> namesThatTheProcessDecides() {
+  return {services::property::fendoActivityInfosSentEventKeys};
 }
 
 }  // namespace morvik::host

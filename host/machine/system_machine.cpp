@@ -34,8 +34,10 @@ std::unique_ptr<MachineFacts> SystemMachine::makeFacts() {
 }
 
 std::unique_ptr<MachineStore> SystemMachine::makeStore(const std::string& folder, kit::LogSink& log) {
-  return std::make_unique<SqliteStore>(
-      SqliteStoreOptions{.place = {.folder = folder}, .file_decides = namesThatTheFileDecides()}, log);
+  return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder},
+                                                          .file_decides = namesThatTheFileDecides(),
+                                                          .process_decides = namesThatTheProcessDecides()},
+                                       log);
 }
 
 std::unique_ptr<kit::ReportShelf> SystemMachine::makeReportShelf(const std::string& folder, const kit::JsonCodec& json,

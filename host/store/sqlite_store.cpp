@@ -26,6 +26,10 @@ Value joined(const Value& first, const Value& second) {
   return Value(std::move(all));
 }
 
+bool isAmong(const std::vector<std::string>& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 SqliteStoreOptions withFlusher(SqliteStoreOptions options) {
   if (!options.make_flusher) {
     options.make_flusher = [](StoreFlusher::Flush flush, std::chrono::milliseconds delay) {
@@ -298,7 +302,7 @@ StoreOutcome SqliteStore::openAndLoad(bool read_only) {
 
 // When the file could not be opened at the start, what it holds comes to light only now: a list that was begun in
 // memory, or begun and let go again, goes behind the one in the file, so that neither is lost; of other values the
-// newer one stands, but for those of which the file decides.
+// newer one stands, but for those of which the file decides. Of some lists this process decides.
 void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
   const std::lock_guard lock(memory_mutex_);
   for (StoredProperty& found : loaded) {
@@ -310,16 +314,14 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
     next_id_ = std::max(next_id_, property.id + 1);
     if (!set_meanwhile)
       property.value = property.stored;
-    else if (!loaded_once_ && property.stored.isArray() && (property.value.isArray() || property.value.isAbsent()))
+    else if (loaded_once_ || isAmong(options_.process_decides, found.name))
+      continue;
+    else if (property.stored.isArray() && (property.value.isArray() || property.value.isAbsent()))
       property.value = joined(property.stored, property.value);
-    else if (!loaded_once_ && doesFileDecide(found.name))
+    else if (isAmong(options_.file_decides, found.name))
       property.value = property.stored;
   }
   loaded_once_ = true;
-}
-
-bool SqliteStore::doesFileDecide(const std::string& name) const {
-  return std::find(options_.file_decides.begin(), options_.file_decides.end(), name) != options_.file_decides.end();
 }
 
 StoreOutcome SqliteStore::setAside(const std::string& reason) {

@@ -54,6 +54,8 @@ struct SqliteStoreOptions {
   /// When the file could not be read at the opening and comes to light later, its value of these stands, although this
   /// process has set another meanwhile.
   std::vector<std::string> file_decides = {};
+  /// The other way round, of lists too: what this process has set stands alone, and is not put behind the file's.
+  std::vector<std::string> process_decides = {};
   /// Empty: flushes run on a thread of the store's own.
   MakeStoreFlusher make_flusher = {};
 };
@@ -139,7 +141,6 @@ class SqliteStore : public MachineStore {
   StoreOutcome openAndLoad(bool read_only);
   StoreOutcome setAside(const std::string& reason);
   bool reopen();
-  bool doesFileDecide(const std::string& name) const;
   void takeOver(std::vector<StoredProperty>& loaded);
   void forgetStored();
   StoreOutcome startAfresh(const std::string& reason);

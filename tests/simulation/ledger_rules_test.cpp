@@ -579,6 +579,31 @@ TEST_F(LateStore, IsInTheLedgerWithTheVeryCommitThatTakesItOver) {
   EXPECT_LT(taken_over, cuts) << "sometimes the cut comes first";
 }
 
+TEST_F(LateStore, LetsNoAnswerDeleteWhatABatchOfAnEarlierProcessCarried) {
+  const auto attribute = [this] {
+    phone->setStoredValue("fendoUserInfo_fendoUserNo", 1001);
+    phone->setStoredValue("fendoUserInfo_referralKey", 7);
+  };
+  start();
+  attribute();
+  machine.transport.on(kTracking).then(Answer::silence());
+  record("in a batch that died with its process");
+  phone->pushTracking();
+  wait(1);
+  restartInTheDark();
+  attribute();
+  machine.transport.on(kTracking).then(accepted().after(10));
+  record("in the dark");
+  phone->pushTracking();
+  wait(1);
+  showDisk();
+  record("in the light");
+  wait(20);
+  EXPECT_TRUE(phone->ledger().isSound());
+  EXPECT_EQ(of("activities").delivered, 1U);
+  EXPECT_EQ(of("activities").stored, 2U);
+}
+
 TEST_F(LateStore, OfAnOlderVersionIsTakenOverLikeOneThatWasThereFromTheBeginning) {
   start();
   record("one");

@@ -20,10 +20,11 @@ using ::testing::SizeIs;
 class StoreOnADisk : public ::testing::Test {
  protected:
   void open() {
-    store_ = std::make_unique<host::SqliteStore>(
-        host::SqliteStoreOptions{
-            .place = disk_.place(), .file_decides = {"identifier"}, .make_flusher = flushesOn(loop_)},
-        log_);
+    store_ = std::make_unique<host::SqliteStore>(host::SqliteStoreOptions{.place = disk_.place(),
+                                                                          .file_decides = {"identifier"},
+                                                                          .process_decides = {"under way"},
+                                                                          .make_flusher = flushesOn(loop_)},
+                                                 log_);
   }
   void set(const char* name, kit::Value value) {
     store_->set(name, std::move(value));
@@ -94,6 +95,7 @@ TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileComesToLightLater) {
   set("identifier", "first");
   set("age", 33);
   set("list", kit::Array{1, 2});
+  set("under way", kit::Array{1, 2});
   store_->shutdown();
   failReads(50);
   open();
@@ -103,6 +105,7 @@ TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileComesToLightLater) {
   set("identifier", "second");
   set("age", 34);
   set("list", kit::Array{3});
+  set("under way", kit::Array{3});
   disk_.decide({});
   EXPECT_EQ(taken_over, 0);
   EXPECT_TRUE(store_->synchronize());
@@ -110,6 +113,7 @@ TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileComesToLightLater) {
   EXPECT_EQ(store_->get("identifier"), kit::Value("first"));
   EXPECT_EQ(store_->get("age"), kit::Value(34));
   EXPECT_EQ(store_->get("list"), kit::Value(kit::Array{1, 2, 3}));
+  EXPECT_EQ(store_->get("under way"), kit::Value(kit::Array{3}));
   store_->shutdown();
   open();
   EXPECT_EQ(store_->get("identifier"), kit::Value("first"));
