@@ -315,6 +315,12 @@ TEST_F(ForgetMe, WhoseRequestFailedIsToldBeforeItCountsAsUnsynced) {
   EXPECT_EQ(world.log.countContaining("MRVK_QA-[MorvikCore GDPR] The error was: no network"), 1U);
 }
 
+TEST_F(ForgetMe, IsStoredBeforeItIsMirrored) {
+  world.faulty.key_value_store.faults.throwAlways("set", Fault::number(1));
+  EXPECT_THROW(wish(true), int);
+  EXPECT_FALSE(world.services().isGDPRForgetMe());
+}
+
 TEST_F(ForgetMe, ReturnsWhatItHadOfTheBodyWhenBuildingFails) {
   for (const Fault& fault : {Fault::exception("Name", "Reason"), Fault::number(5)}) {
     world.faulty.random.faults.throwAt("fill", 1, fault);

@@ -158,6 +158,8 @@ TEST(Converters, ReadLongTextsByTheirSizeNotByTheirLength) {
   EXPECT_EQ(leadingDouble("-1" + zeros), -kMaxDouble);
   EXPECT_EQ(leadingDouble("1" + zeros + "e-5"), kMaxDouble);
   EXPECT_EQ(leadingDouble("1" + zeros + "e-400"), 1);
+  EXPECT_EQ(leadingDouble("1E-400"), 0);
+  EXPECT_EQ(leadingDouble("1E-" + zeros + "400"), 0);
   EXPECT_EQ(leadingDouble("1" + zeros + "e-900"), 0);
   EXPECT_EQ(leadingDouble(zeros + "7"), 7);
   EXPECT_EQ(leadingInteger(zeros + "7"), 7);
