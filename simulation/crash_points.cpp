@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
-#include <thread>
 
 #include "simulation/dice.h"
+#include "simulation/figure_line.h"
+#include "simulation/workers.h"
 
 namespace morvik::simulation {
 namespace {
@@ -48,12 +49,7 @@ class Trial {
   CrashPointResult run() {
     choosePoints();
     texts_.resize(points_.size());
-    std::vector<std::thread> workers;
-    for (unsigned worker = 1; worker < options_.workers; ++worker)
-      workers.emplace_back([this] { work(); });
-    work();
-    for (std::thread& worker : workers)
-      worker.join();
+    runOnThreads(options_.workers, [this] { work(); });
     for (const auto& of_point : texts_)
       result_.texts.insert(result_.texts.end(), of_point.begin(), of_point.end());
     if (result_.texts.size() > kMaxComplaintTexts)
@@ -122,13 +118,6 @@ BusyLifeOptions failingAt(DiskFault::At at, uint64_t first, uint64_t calls) {
   return life;
 }
 
-void addLine(std::string& text, std::string_view what, uint64_t number) {
-  constexpr size_t kWidth = 44;
-  std::string line = "  " + std::string(what);
-  line.resize(std::max(line.size() + 1, kWidth), ' ');
-  text += line + std::to_string(number) + "\n";
-}
-
 }  // namespace
 
 const char* nameOf(PointMode mode) {
@@ -180,20 +169,21 @@ std::string figuresOf(const CrashPointResult& result) {
   for (const PointMode mode : kPointModes) {
     const size_t place = placeOf(mode);
     if (result.points[place] != 0)
-      addLine(text, "points of \"" + std::string(nameOf(mode)) + "\" tried, of " + std::to_string(result.points[place]),
-              result.tried[place]);
+      addFigureLine(text,
+                    "points of \"" + std::string(nameOf(mode)) + "\" tried, of " + std::to_string(result.points[place]),
+                    result.tried[place]);
   }
-  addLine(text, "points tried in all", result.tried_in_all);
-  addLine(text, "deaths, with those of the script", result.deaths);
-  addLine(text, "installs attributed", result.installs);
-  addLine(text, "recorded", result.account.recorded);
-  addLine(text, "delivered", result.account.delivered);
-  addLine(text, "stored at the end", result.account.stored);
-  addLine(text, "given up by rule", result.account.given_up);
-  addLine(text, "not kept yet when the cut came", result.account.not_kept_yet);
-  addLine(text, "events sent twice for a reason", result.sent_twice);
+  addFigureLine(text, "points tried in all", result.tried_in_all);
+  addFigureLine(text, "deaths, with those of the script", result.deaths);
+  addFigureLine(text, "installs attributed", result.installs);
+  addFigureLine(text, "recorded", result.account.recorded);
+  addFigureLine(text, "delivered", result.account.delivered);
+  addFigureLine(text, "stored at the end", result.account.stored);
+  addFigureLine(text, "given up by rule", result.account.given_up);
+  addFigureLine(text, "not kept yet when the cut came", result.account.not_kept_yet);
+  addFigureLine(text, "events sent twice for a reason", result.sent_twice);
   for (size_t i = 0; i < kComplaints; ++i)
-    addLine(text, nameOf(static_cast<Complaint>(i)), result.complaints[i]);
+    addFigureLine(text, nameOf(static_cast<Complaint>(i)), result.complaints[i]);
   for (const std::string& each : result.texts)
     text += "  ! " + each + "\n";
   return text;

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <exception>
 #include <mutex>
-#include <thread>
 
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
+#include "simulation/workers.h"
 #include "testing/fake_crypto.h"
 #include "testing/simulated_service.h"
 
@@ -23,15 +22,8 @@ class Fleet {
       : options_(options), progress_(progress), losses_(options.devices) {}
 
   FleetResult live() {
-    std::vector<std::thread> workers;
     const auto count = std::min<uint64_t>(std::max(options_.workers, 1U), std::max<uint64_t>(options_.devices, 1));
-    for (uint64_t worker = 1; worker < count; ++worker)
-      workers.emplace_back([this] { work(); });
-    work();
-    for (std::thread& worker : workers)
-      worker.join();
-    if (thrown_)
-      std::rethrow_exception(thrown_);
+    runOnThreads(static_cast<unsigned>(count), [this] { work(); });
     return result();
   }
 
@@ -41,11 +33,10 @@ class Fleet {
       for (uint64_t device = next_++; device < options_.devices; device = next_++)
         liveDevice(device);
     } catch (...) {
-      const std::scoped_lock hold(mutex_);
-      thrown_ = std::current_exception();
+      living = nullptr;
       next_ = options_.devices;
+      throw;
     }
-    living = nullptr;
   }
 
   void liveDevice(uint64_t device) {
@@ -101,7 +92,6 @@ class Fleet {
   uint64_t device_days_ = 0;
   FleetResult total_;
   std::vector<std::vector<std::string>> losses_;  ///< by device
-  std::exception_ptr thrown_;
 };
 
 }  // namespace

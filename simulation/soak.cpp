@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
-#include <thread>
 #include <utility>
 
+#include "simulation/figure_line.h"
 #include "simulation/transcript.h"
+#include "simulation/workers.h"
 
 namespace morvik::simulation {
 namespace {
@@ -17,12 +18,7 @@ class Soak {
       : options_(options), progress_(progress), hashes_(options.lives) {}
 
   SoakResult run() {
-    std::vector<std::thread> workers;
-    for (unsigned worker = 1; worker < options_.workers; ++worker)
-      workers.emplace_back([this] { work(); });
-    work();
-    for (std::thread& worker : workers)
-      worker.join();
+    runOnThreads(options_.workers, [this] { work(); });
     Transcript all;
     for (uint64_t life = 0; life < std::min<uint64_t>(next_, options_.lives); ++life)
       all.add(hashes_[life]);
@@ -68,13 +64,6 @@ class Soak {
   SoakResult result_;
 };
 
-void addLine(std::string& text, std::string_view what, uint64_t number) {
-  constexpr size_t kWidth = 44;
-  std::string line = "  " + std::string(what);
-  line.resize(std::max(line.size() + 1, kWidth), ' ');
-  text += line + std::to_string(number) + "\n";
-}
-
 }  // namespace
 
 SoakResult soak(const SoakOptions& options,
@@ -85,30 +74,31 @@ SoakResult soak(const SoakOptions& options,
 std::string figuresOf(const SoakResult& result) {
   const WildFigures& figures = result.figures;
   std::string text;
-  addLine(text, "lives", figures.lives);
-  addLine(text, "device-days lived", static_cast<uint64_t>(figures.days));
-  addLine(text, "steps, each checked", figures.steps);
-  addLine(text, "processes", figures.processes);
+  addFigureLine(text, "lives", figures.lives);
+  addFigureLine(text, "device-days lived", static_cast<uint64_t>(figures.days));
+  addFigureLine(text, "steps, each checked", figures.steps);
+  addFigureLine(text, "processes", figures.processes);
   for (size_t death = 0; death < kWildDeaths; ++death)
-    addLine(text, nameOf(static_cast<WildDeath>(death)), figures.deaths[death]);
-  addLine(text, "of these in the middle of a disk's work", figures.deaths_at_a_change);
-  addLine(text, "requests", figures.requests);
+    addFigureLine(text, nameOf(static_cast<WildDeath>(death)), figures.deaths[death]);
+  addFigureLine(text, "of these in the middle of a disk's work", figures.deaths_at_a_change);
+  addFigureLine(text, "requests", figures.requests);
   for (const MisbehaviourRow& row : misbehaviours()) {
     if (row.misbehaviour != Misbehaviour::kNone)
-      addLine(text, "answers: " + std::string(row.name), figures.misbehaviours[static_cast<size_t>(row.misbehaviour)]);
+      addFigureLine(text, "answers: " + std::string(row.name),
+                    figures.misbehaviours[static_cast<size_t>(row.misbehaviour)]);
   }
-  addLine(text, "offline phases", figures.offline_phases);
-  addLine(text, "clock jumps", figures.clock_jumps);
+  addFigureLine(text, "offline phases", figures.offline_phases);
+  addFigureLine(text, "clock jumps", figures.clock_jumps);
   for (size_t fault = 0; fault < kWildDiskFaults; ++fault)
-    addLine(text, "disk: " + std::string(nameOf(static_cast<WildDiskFault>(fault))), figures.disk_faults[fault]);
-  addLine(text, "changes of the disk", figures.disk_changes);
-  addLine(text, "log lines", figures.log_lines);
-  addLine(text, "recorded", figures.recorded);
-  addLine(text, "delivered", figures.delivered);
-  addLine(text, "stored at the end", figures.stored);
-  addLine(text, "given up by rule", figures.given_up);
-  addLine(text, "not kept yet when a death came", figures.undone);
-  addLine(text, "lives with a complaint", result.failed);
+    addFigureLine(text, "disk: " + std::string(nameOf(static_cast<WildDiskFault>(fault))), figures.disk_faults[fault]);
+  addFigureLine(text, "changes of the disk", figures.disk_changes);
+  addFigureLine(text, "log lines", figures.log_lines);
+  addFigureLine(text, "recorded", figures.recorded);
+  addFigureLine(text, "delivered", figures.delivered);
+  addFigureLine(text, "stored at the end", figures.stored);
+  addFigureLine(text, "given up by rule", figures.given_up);
+  addFigureLine(text, "not kept yet when a death came", figures.undone);
+  addFigureLine(text, "lives with a complaint", result.failed);
   for (const SoakFailure& failure : result.failures) {
     for (const std::string& complaint : failure.complaints)
       text += "  ! seed " + std::to_string(failure.seed) + ": " + complaint + "\n";

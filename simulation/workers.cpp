@@ -1,0 +1,32 @@
+#include "simulation/workers.h"
+
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace morvik::simulation {
+
+void runOnThreads(unsigned count, const std::function<void()>& work) {
+  std::mutex mutex;
+  std::exception_ptr thrown;
+  const auto guarded = [&] {
+    try {
+      work();
+    } catch (...) {
+      const std::scoped_lock hold(mutex);
+      if (!thrown)
+        thrown = std::current_exception();
+    }
+  };
+  std::vector<std::thread> others;
+  for (unsigned other = 1; other < count; ++other)
+    others.emplace_back(guarded);
+  guarded();
+  for (std::thread& other : others)
+    other.join();
+  if (thrown)
+    std::rethrow_exception(thrown);
+}
+
+}  // namespace morvik::simulation
