@@ -112,10 +112,20 @@ void LedgerBook::set(std::string_view key, kit::Value value, LedgerWriter writer
       noteSentKeys(value);
       break;
     case LedgerKey::Part::kSessionEnd:
-      traces_.is_newest_click_let_go |= isInBackground();
+      noteSessionEnd();
       break;
   }
   write(key, std::move(value));
+}
+
+/// What was to be done if the newest click fails is dropped somewhere between here and the end of the block: of a click
+/// that is built meanwhile, too.
+void LedgerBook::noteSessionEnd() {
+  if (!isInBackground())
+    return;
+  is_session_ending_ = true;
+  has_session_ended_since_payload_ = true;
+  traces_.is_newest_click_let_go = true;
 }
 
 void LedgerBook::noteSentKeys(const kit::Value& keys) {
@@ -222,6 +232,12 @@ void LedgerBook::activityIsBeingStored() {
   ++announced_activities_;
 }
 
+void LedgerBook::payloadIsBeingBuilt() {
+  const std::scoped_lock hold(mutex_);
+  if (!isInBackground())
+    has_session_ended_since_payload_ = is_session_ending_;
+}
+
 void LedgerBook::payloadWasSealed(const kit::Value& payload, const kit::Value& parameters) {
   const kit::Value& entries = payload["activity_info"];
   const kit::Value& click = payload["deeplink_info"];
@@ -236,7 +252,7 @@ void LedgerBook::payloadWasSealed(const kit::Value& payload, const kit::Value& p
     exchange.click = click;
     if (!isInBackground()) {
       traces_.newest_click = click;
-      traces_.is_newest_click_let_go = false;
+      traces_.is_newest_click_let_go = has_session_ended_since_payload_;
     }
   } else {
     exchange.activities = BatchIds(entries.array());
@@ -283,6 +299,7 @@ uint64_t LedgerBook::requestStarts(const kit::Request& request) {
 void LedgerBook::handlerBegins(uint64_t exchange) {
   const std::scoped_lock hold(mutex_);
   exchanges_.handlerBegins(exchange);
+  clicks_at_handler_ = stored_.list(Kind::kReEngagementClicks);
 }
 
 void LedgerBook::exchangeDidEnd(const kit::ExchangeResult& result) {
@@ -293,7 +310,9 @@ void LedgerBook::exchangeDidEnd(const kit::ExchangeResult& result) {
 }
 
 void LedgerBook::handlerEnded(uint64_t id) {
+  kit::Value clicks;  // let go of when the mutex is free, as in set()
   const std::scoped_lock hold(mutex_);
+  clicks = std::exchange(clicks_at_handler_, {});
   const LedgerExchange exchange = exchanges_.end(id);
   const bool is_accepted = exchange.isAccepted();
   if (exchange.holds_click) {
@@ -301,7 +320,7 @@ void LedgerBook::handlerEnded(uint64_t id) {
     if (is_accepted) {
       credit(Kind::kReEngagementClicks, exchange, 1);
     } else {
-      const Reason reason = whyClickLost(exchange, traces_, stored_.list(Kind::kReEngagementClicks));
+      const Reason reason = whyClickLost(exchange, traces_, clicks);
       noteWhetherBroken(Kind::kReEngagementClicks, reason);
       accounts_.giveUp(Kind::kReEngagementClicks, reason, 1);
     }
@@ -324,6 +343,7 @@ void LedgerBook::backgroundBlockBegins() {
 void LedgerBook::backgroundBlockEnded() {
   const std::scoped_lock hold(mutex_);
   background_thread_ = {};
+  is_session_ending_ = false;
 }
 
 // ------------------------------------------------------------------------------------------------ counting and

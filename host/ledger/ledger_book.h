@@ -76,6 +76,8 @@ class LedgerBook {
   // The services object's side.
   /// The list of activities is about to be set with one more; called in the same step.
   void activityIsBeingStored();
+  /// The next payload of this thread is begun; it is sealed in the same block, if at all.
+  void payloadIsBeingBuilt();
   /// `parameters`: what seals it; absent when that failed.
   void payloadWasSealed(const kit::Value& payload, const kit::Value& parameters);
   /// Of the exchange whose handler is about to run on this thread.
@@ -98,6 +100,7 @@ class LedgerBook {
   void takeInWhatCameToLight();
   void setList(LedgerKind kind, const kit::Value& value, LedgerWriter writer);
   void setDemographic(size_t slot, const kit::Value& value, LedgerWriter writer);
+  void noteSessionEnd();
   void noteSentKeys(const kit::Value& keys);
   LedgerDeparture departure(LedgerKind kind, LedgerWriter writer);
   bool wasTakenBack(LedgerKind kind, const kit::Array& before, const ListChange& change, LedgerWriter writer) const;
@@ -129,7 +132,10 @@ class LedgerBook {
   LedgerTraces traces_;
   uint64_t announced_activities_ = 0;
   size_t crash_reports_just_added_ = 0;
+  kit::Value clicks_at_handler_;  ///< those that were stored when the handler that runs began
   std::thread::id background_thread_;
+  bool is_session_ending_ = false;                ///< in the block of the background queue that runs
+  bool has_session_ended_since_payload_ = false;  ///< or ends yet: since the main queue began to build its latest one
 };
 
 /// As long as a block of the background queue runs.

@@ -18,7 +18,8 @@ struct LedgerTraces {
   kit::Value last_sent_key;  ///< of the ids of the latest batch
   size_t sent_keys = 0;
   kit::Value newest_click;
-  bool is_newest_click_let_go = false;  ///< what was to be done if it fails was dropped
+  /// What was to be done if it fails was dropped, or may have been: a session ended since its payload was begun.
+  bool is_newest_click_let_go = false;
 };
 
 /// Who takes records of a kind out of the store, and when.
@@ -39,7 +40,8 @@ LedgerReason whyGone(const LedgerDeparture& departure, const kit::Value& record,
 /// The same of a demographic value. `is_replaced`: by another one that waits.
 LedgerReason whyValueGone(const LedgerDeparture& departure, bool is_replaced);
 
-/// Why a click that nothing but `ended` had went with it, unaccepted. `kept`: the stored clicks.
+/// Why a click that nothing but `ended` had went with it, unaccepted. `kept`: the clicks that were stored when its
+/// handler began: one of them may be given up meanwhile.
 LedgerReason whyClickLost(const LedgerExchange& ended, const LedgerTraces& traces, const kit::Value& kept);
 
 }  // namespace morvik::host

@@ -96,6 +96,8 @@ void MorvikCoreServicesLib::store(const kit::Value& activity) {
 }
 
 kit::MutableDictionary MorvikCoreServicesLib::makeCommonParameter(const std::string& sdk_version) {
+  if (parts_.ledger != nullptr)
+    parts_.ledger->payloadIsBeingBuilt();
   return parts_.common.make(sdk_version);
 }
 

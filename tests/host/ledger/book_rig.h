@@ -106,6 +106,7 @@ class BookRig {
   uint64_t send(const char* url, const kit::Value& payload) { return sendSealed(url, seal(payload)); }
   /// The text that seals it.
   std::string seal(const kit::Value& payload) {
+    book->payloadIsBeingBuilt();
     const std::string sealed = std::to_string(1000 + ++sealed_) + std::string(100, 'x');
     book->payloadWasSealed(payload, kit::Dictionary{{"k", "app"}, {"j", sealed}});
     return sealed;

@@ -19,6 +19,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 using ::testing::SizeIs;
+using ::testing::UnorderedElementsAre;
 
 class LedgerBookTest : public ::testing::Test, protected BookRig {
  protected:
@@ -143,6 +144,40 @@ TEST_F(LedgerBookTest, GivesUpAClickThatASessionEndLetsGoOf) {
   inBackground([this] { set("MorvikCoreUserInfo_endSessoinDate", kit::Date{7}); });
   end(click, std::nullopt);
   EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed after the session had ended", 1U)));
+}
+
+TEST_F(LedgerBookTest, GivesUpAClickThatIsBuiltWhileASessionEnds) {
+  uint64_t click = 0;
+  inBackground([&] {
+    set("MorvikCoreUserInfo_endSessoinDate", kit::Date{7});
+    std::thread main_queue([&] { click = sendClick(5); });
+    main_queue.join();
+  });
+  end(click, std::nullopt);
+  EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed after the session had ended", 1U)));
+}
+
+TEST_F(LedgerBookTest, GivesUpAClickWhoseSessionEndsBeforeItIsSealed) {
+  book->payloadIsBeingBuilt();
+  std::thread background_queue(
+      [this] { inBackground([this] { set("MorvikCoreUserInfo_endSessoinDate", kit::Date{7}); }); });
+  background_queue.join();
+  const kit::Value payload = kit::Dictionary{{"deeplink_info", clickOf(5)}};
+  book->payloadWasSealed(payload, kit::Dictionary{{"k", "app"}, {"j", "sealed"}});
+  end(sendSealed("https://conversion.morvik.example/v1/reengagement-conversion", "sealed"), std::nullopt);
+  EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed after the session had ended", 1U)));
+}
+
+TEST_F(LedgerBookTest, KnowsThatOneWithTheSameKeyWasKeptThatIsGivenUpBeforeTheHandlerEnds) {
+  set(kClicks, Array{clickOf(5)});
+  end(sendClick(5), std::nullopt, [this] {
+    std::thread background_queue([this] { inBackground([this] { set(kClicks, Array()); }); });
+    background_queue.join();
+  });
+  EXPECT_THAT(givenUp("re-engagement clicks"),
+              UnorderedElementsAre(Pair("failed while one with the same key was kept", 1U),
+                                   Pair("not accepted until the sixth session end", 1U)));
+  EXPECT_TRUE(book->read().isSound());
 }
 
 TEST_F(LedgerBookTest, SeesWhatADyingProcessWrotePastIt) {
