@@ -302,9 +302,10 @@ StoreOutcome SqliteStore::openAndLoad(bool read_only) {
 
 // When the file could not be opened at the start, what it holds comes to light only now: a list that was begun in
 // memory, or begun and let go again, goes behind the one in the file, so that neither is lost; of other values the
-// newer one stands, but for those of which the file decides. Of some lists this process decides.
+// newer one stands, but for those of which the file decides. Of some this process decides, whether it set them or not.
 void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
   const std::lock_guard lock(memory_mutex_);
+  const bool is_late = !loaded_once_ && opening_ == StoreOpening::kUnavailable;
   for (StoredProperty& found : loaded) {
     const bool set_meanwhile = properties_.contains(found.name);
     Property& property = propertyOf(found.name);
@@ -312,9 +313,11 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
     property.rows = std::move(found.rows);
     property.stored = std::move(found.value);
     next_id_ = std::max(next_id_, property.id + 1);
-    if (!set_meanwhile)
+    if (is_late && isAmong(options_.process_decides, found.name))
+      setDirty(property);
+    else if (!set_meanwhile)
       property.value = property.stored;
-    else if (loaded_once_ || isAmong(options_.process_decides, found.name))
+    else if (loaded_once_)
       continue;
     else if (property.stored.isArray() && (property.value.isArray() || property.value.isAbsent()))
       property.value = joined(property.stored, property.value);
@@ -442,15 +445,15 @@ bool SqliteStore::planOne(Pending& pending) {
       return false;
     property.id = next_id_++;
   }
+  const Array before = arrayOrEmpty(property.stored);
   const Array after = arrayOrEmpty(value);
-  pending.change = property.rows.changeTo(arrayOrEmpty(property.stored), after);
+  pending.change = property.rows.changeTo(before, after);
   const bool stays_array = value.isArray() && property.stored.isArray();
   const bool stays_absent = value.isAbsent() && property.stored.isAbsent();
   if (!stays_array && !stays_absent &&
       !changes_.setProperty(property.id, property.name, value.isArray() ? Value(Array()) : value))
     return false;
-  for (const RowRange& range : pending.change.removed)
-    changes_.removeRows(property.id, range);
+  changes_.removeRows(property.id, pending.change.removed, before.size() - pending.change.appended_from);
   int64_t row = pending.change.first_new_row;
   Array::Iterator element = after.begin();
   for (element += pending.change.appended_from; element != after.end(); ++element, ++row) {

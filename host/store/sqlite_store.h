@@ -54,7 +54,8 @@ struct SqliteStoreOptions {
   /// When the file could not be read at the opening and comes to light later, its value of these stands, although this
   /// process has set another meanwhile.
   std::vector<std::string> file_decides = {};
-  /// The other way round, of lists too: what this process has set stands alone, and is not put behind the file's.
+  /// The other way round, of lists too: what this process has set stands alone, and is not put behind the file's. Where
+  /// it has set nothing, there is nothing.
   std::vector<std::string> process_decides = {};
   /// Empty: flushes run on a thread of the store's own.
   MakeStoreFlusher make_flusher = {};

@@ -34,6 +34,9 @@ static_assert(kStoreApplicationId == 1297241675 && kStoreVersion == 1, "the text
 constexpr int kPropertyShift = 40;
 static_assert(kMaxRowOrder == int64_t{1} << kPropertyShift);
 
+/// A damaged page may hide from a search what a walk over all rows came by.
+constexpr const char* kHidden = "it does not find again what it showed";
+
 int64_t rowId(int64_t property_id, int64_t order) {
   return (property_id << kPropertyShift) | order;
 }
@@ -53,6 +56,7 @@ StoreProblem unreadable(std::string message) {
 void StoreChanges::clear() {
   properties_.clear();
   removals_.clear();
+  removed_rows_ = 0;
   elements_.clear();
   bytes_.clear();
 }
@@ -65,9 +69,12 @@ bool StoreChanges::setProperty(int64_t id, std::string_view name, const Value& v
   return true;
 }
 
-void StoreChanges::removeRows(int64_t property_id, RowRange rows) {
-  const int64_t first = rowId(property_id, rows.first);
-  removals_.push_back({first, first + rows.count - 1});
+void StoreChanges::removeRows(int64_t property_id, std::span<const RowRange> ranges, size_t rows) {
+  for (const RowRange& range : ranges) {
+    const int64_t first = rowId(property_id, range.first);
+    removals_.push_back({first, first + range.count - 1});
+  }
+  removed_rows_ += rows;
 }
 
 bool StoreChanges::addRow(int64_t property_id, int64_t order, const Value& element) {
@@ -81,6 +88,7 @@ bool StoreChanges::addRow(int64_t property_id, int64_t order, const Value& eleme
 void StoreChanges::backTo(const Mark& mark) {
   properties_.resize(mark.properties);
   removals_.resize(mark.removals);
+  removed_rows_ = mark.removed_rows;
   elements_.resize(mark.elements);
   bytes_.resize(mark.bytes);
 }
@@ -253,6 +261,10 @@ StoreOutcome StoreDatabase::ran(int code) const {
   return connection_.problem();
 }
 
+size_t StoreDatabase::changedRows() const {
+  return static_cast<size_t>(sqlite3_changes(connection_.handle()));
+}
+
 StoreOutcome StoreDatabase::write(const StoreChanges& changes) {
   for (const StoreChanges::Property& property : changes.properties_) {
     set_property_.bind(1, property.id).bindText(2, property.name);
@@ -263,10 +275,14 @@ StoreOutcome StoreDatabase::write(const StoreChanges& changes) {
     if (StoreOutcome failed = ran(set_property_.run()))
       return failed;
   }
+  size_t removed_rows = 0;
   for (const StoreChanges::Removal& removal : changes.removals_) {
     if (StoreOutcome failed = ran(remove_rows_.bind(1, removal.first).bind(2, removal.last).run()))
       return failed;
+    removed_rows += changedRows();
   }
+  if (removed_rows != changes.removed_rows_)
+    return unreadable(kHidden);
   for (const StoreChanges::Element& element : changes.elements_) {
     add_row_.bind(1, element.row).bindBlob(2, std::string_view(changes.bytes_).substr(element.begin, element.size));
     if (StoreOutcome failed = ran(add_row_.run()))
@@ -288,6 +304,8 @@ StoreOutcome StoreDatabase::moveDamaged() {
         return failed;
       if (StoreOutcome failed = ran(remove.bind(1, id).run()))
         return failed;
+      if (changedRows() != 1)
+        return StoreOutcome(unreadable(kHidden));
     }
     return StoreOutcome();
   };

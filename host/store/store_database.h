@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,14 +39,15 @@ class StoreChanges {
   /// encodeValue); nothing is added then.
   [[nodiscard]] bool setProperty(int64_t id, std::string_view name, const kit::Value& value);
   /// Sets the rows of a property that is an array.
-  void removeRows(int64_t property_id, RowRange rows);
+  /// `rows`: that there are in these ranges, which may span rows that went before.
+  void removeRows(int64_t property_id, std::span<const RowRange> ranges, size_t rows);
   [[nodiscard]] bool addRow(int64_t property_id, int64_t order, const kit::Value& element);
 
   /// To take back what was added for a property that turns out not to be storable.
   struct Mark {
-    size_t properties, removals, elements, bytes;
+    size_t properties, removals, removed_rows, elements, bytes;
   };
-  Mark mark() const { return {properties_.size(), removals_.size(), elements_.size(), bytes_.size()}; }
+  Mark mark() const { return {properties_.size(), removals_.size(), removed_rows_, elements_.size(), bytes_.size()}; }
   void backTo(const Mark& mark);
 
  private:
@@ -64,6 +66,7 @@ class StoreChanges {
   };
   std::vector<Property> properties_;
   std::vector<Removal> removals_;
+  size_t removed_rows_ = 0;  ///< by all of these
   std::vector<Element> elements_;
   std::string bytes_;
 };
@@ -103,6 +106,7 @@ class StoreDatabase {
   StoreOutcome prepareAll();
   StoreOutcome loadElements(std::vector<StoredProperty>& properties);
   StoreOutcome write(const StoreChanges& changes);
+  size_t changedRows() const;
   StoreOutcome moveDamaged();
   StoreOutcome inTransaction(const StoreChanges& changes);
   StoreOutcome ran(int code) const;

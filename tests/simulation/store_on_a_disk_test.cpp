@@ -20,11 +20,12 @@ using ::testing::SizeIs;
 class StoreOnADisk : public ::testing::Test {
  protected:
   void open() {
-    store_ = std::make_unique<host::SqliteStore>(host::SqliteStoreOptions{.place = disk_.place(),
-                                                                          .file_decides = {"identifier"},
-                                                                          .process_decides = {"under way"},
-                                                                          .make_flusher = flushesOn(loop_)},
-                                                 log_);
+    store_ =
+        std::make_unique<host::SqliteStore>(host::SqliteStoreOptions{.place = disk_.place(),
+                                                                     .file_decides = {"identifier"},
+                                                                     .process_decides = {"under way", "left under way"},
+                                                                     .make_flusher = flushesOn(loop_)},
+                                            log_);
   }
   void set(const char* name, kit::Value value) {
     store_->set(name, std::move(value));
@@ -118,6 +119,29 @@ TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileComesToLightLater) {
   open();
   EXPECT_EQ(store_->get("identifier"), kit::Value("first"));
   EXPECT_THAT(log_.lines(), SizeIs(2)) << "that it cannot be opened, and that it can be written again";
+}
+
+TEST_F(StoreOnADisk, TakesNothingFromALateFileOfWhichTheProcessDecides) {
+  open();
+  set("left under way", kit::Array{1, 2});
+  set("under way", kit::Array{1, 2});
+  store_->shutdown();
+  open();
+  EXPECT_EQ(store_->get("left under way"), kit::Value(kit::Array{1, 2})) << "it is there from the beginning";
+  store_->shutdown();
+  failReads(50);
+  open();
+  ASSERT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+  set("under way", kit::Array{3});
+  set("under way", {});
+  disk_.decide({});
+  EXPECT_TRUE(store_->synchronize());
+  EXPECT_TRUE(store_->get("left under way").isAbsent());
+  EXPECT_TRUE(store_->get("under way").isAbsent());
+  store_->shutdown();
+  open();
+  EXPECT_TRUE(store_->get("left under way").isAbsent());
+  EXPECT_TRUE(store_->get("under way").isAbsent());
 }
 
 TEST_F(StoreOnADisk, TellsNobodyOfAStoreThatWasThereFromTheBeginning) {
