@@ -9,7 +9,8 @@
 
 namespace morvik::host {
 
-/// Plain; not safe for threads.
+/// Plain; not safe for threads. Needs no limit of its own: a group goes with the last of the requests that carry it,
+/// and while these are under way only so much leaves the lists as they carry.
 class LedgerOrphans {
  public:
   /// One record more. `reason` counts if none of `carriers`, of which there is at least one, is accepted.
