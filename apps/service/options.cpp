@@ -22,8 +22,10 @@ void describeListening(CLI::App& app, Options& options) {
       ->take_all()
       ->allow_extra_args(false);
   app.add_option("--port-file", options.port_file, "write the port into this file once the service listens");
-  CLI::Option* make = app.add_option("--make-cert", options.make_certificates_in,
-                                     "make ca.pem, cert.pem and key.pem for localhost in this folder and use them");
+  CLI::Option* make =
+      app.add_option("--make-cert", options.make_certificates_in,
+                     "make ca.pem, cert.pem and key.pem for localhost, 127.0.0.1 and ::1 in this folder and "
+                     "use them; other machines need --cert and --key with the name they call");
   CLI::Option* certificate = app.add_option("--cert", options.certificate_file, "server certificate, PEM");
   CLI::Option* key = app.add_option("--key", options.key_file, "its private key, PEM");
   certificate->needs(key)->excludes(make);

@@ -87,6 +87,10 @@ int runExpect(std::vector<std::string> arguments, std::ostream& output, std::ost
     tellWhere(command_line.options->expression, error, errors);
   } catch (const SetupError& error) {
     errors << "morvik-service expect: " << error.what() << "\n";
+  } catch (const Json::exception&) {
+    // Every member that is read of an answer is there when this program's own service gave it.
+    errors << "morvik-service expect: what answers at " << command_line.options->url
+           << " is no morvik-service of this version; name the one that is meant with --url\n";
   }
   return kExitUsage;
 }

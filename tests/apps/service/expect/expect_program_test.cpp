@@ -6,6 +6,9 @@
 #include <future>
 #include <sstream>
 
+#include "apps/service/certificate.h"
+#include "apps/service/files.h"
+#include "apps/service/http_server.h"
 #include "apps/service/program.h"
 #include "tests/apps/service/https_client.h"
 #include "tests/apps/service/samples.h"
@@ -133,6 +136,23 @@ TEST_F(ExpectProgramTest, AServiceThatIsNotThereIsSaid) {
   serve([] {});
   EXPECT_EQ(2, expect({"refused"}));
   EXPECT_EQ(0U, errors_.str().find("morvik-service expect: cannot ask the service at " + url_ + ": ")) << errors_.str();
+}
+
+TEST_F(ExpectProgramTest, AStrangerThatAnswersIsSaid) {
+  const CertificateFiles files = makeCertificates(tls_);
+  for (const char* answer : {"{}", R"({"requests":5})", R"({"requests":[7],"next_after":1})",
+                             R"({"requests":[],"next_after":"x"})", R"({"requests":[{}],"next_after":1})"}) {
+    Listener listener("127.0.0.1", 0);
+    const std::string url = "https://localhost:" + std::to_string(listener.port());
+    const HttpServer stranger(listener, {readSmallFile(files.certificate), readSmallFile(files.key)},
+                              [answer](const HttpRequest&) {
+                                return HttpReply{200, answer};
+                              });
+    EXPECT_EQ(2, expect({"refused", "--url", url})) << answer;
+    EXPECT_EQ("morvik-service expect: what answers at " + url +
+                  "/ is no morvik-service of this version; name the one that is meant with --url\n",
+              errors_.str());
+  }
 }
 
 }  // namespace
