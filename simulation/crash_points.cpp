@@ -16,6 +16,10 @@ struct Point {
   uint64_t number;
 };
 
+std::string wordsOf(const Point& point) {
+  return std::string(nameOf(point.mode)) + " " + std::to_string(point.number);
+}
+
 constexpr size_t placeOf(PointMode mode) {
   return static_cast<size_t>(mode);
 }
@@ -70,7 +74,7 @@ class Trial {
 
   void work() {
     for (size_t next = next_++; next < points_.size(); next = next_++)
-      take(next, liveAt(points_[next]));
+      callFor("the life at " + wordsOf(points_[next]), [this, next] { take(next, liveAt(points_[next])); });
   }
 
   BusyLifeResult liveAt(const Point& point) const {
@@ -91,7 +95,7 @@ class Trial {
     for (size_t i = 0; i < kComplaints; ++i)
       result_.complaints[i] += lived.complaints[i];
     for (const std::string& text : lived.texts)
-      texts_[place].push_back(std::string(nameOf(point.mode)) + " " + std::to_string(point.number) + ": " + text);
+      texts_[place].push_back(wordsOf(point) + ": " + text);
     if (progress_)
       progress_(result_.tried_in_all, points_.size());
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <string>
 
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
@@ -31,7 +32,8 @@ class Fleet {
   void work() {
     try {
       for (uint64_t device = next_++; device < options_.devices; device = next_++)
-        liveDevice(device);
+        callFor("device " + std::to_string(device) + " " + seedInBrackets(device),
+                [this, device] { liveDevice(device); });
     } catch (...) {
       living = nullptr;
       next_ = options_.devices;
@@ -58,10 +60,14 @@ class Fleet {
     take(device, life);
   }
 
+  std::string seedInBrackets(uint64_t device) const {
+    return "(seed " + std::to_string(seedOfDevice(options_.seed, device)) + ")";
+  }
+
   void take(uint64_t device, const DeviceLife& life) {
     std::vector<std::string> lost = life.lostEvents(kMaxNamedLosses);
     for (std::string& each : lost)
-      each += " (seed " + std::to_string(seedOfDevice(options_.seed, device)) + ")";
+      each += " " + seedInBrackets(device);
     const std::scoped_lock hold(mutex_);
     total_.account += life.account();
     total_.counts += life.counts();

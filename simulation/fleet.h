@@ -38,7 +38,8 @@ struct FleetResult {
 };
 
 /// Lives all devices to their end. `progress` is told, on any thread, one call at a time, how many device-days are
-/// lived. Blocks until all are done. Rethrows what a life threw.
+/// lived. Blocks until all are done. What a life throws is thrown once the others
+/// have ended, as a std::runtime_error that names the device and its seed.
 FleetResult liveFleet(const FleetOptions& options, const std::function<void(uint64_t device_days)>& progress = {});
 
 /// The seed of one device of a fleet.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "simulation/figure_line.h"
@@ -23,10 +24,6 @@ class Soak {
     for (uint64_t life = 0; life < std::min<uint64_t>(next_, options_.lives); ++life)
       all.add(hashes_[life]);
     result_.hash = all.hash();
-    std::sort(result_.failures.begin(), result_.failures.end(),
-              [](const SoakFailure& a, const SoakFailure& b) { return a.seed < b.seed; });
-    if (result_.failures.size() > kMaxSoakFailures)
-      result_.failures.resize(kMaxSoakFailures);
     return std::move(result_);
   }
 
@@ -36,9 +33,12 @@ class Soak {
       const uint64_t life = next_++;
       if (life >= options_.lives)
         return;
-      if (options_.begins)
-        options_.begins(options_.first_seed + life);
-      take(life, liveWildLife({.seed = options_.first_seed + life, .days = options_.days}));
+      const uint64_t seed = options_.first_seed + life;
+      callFor("the life with seed " + std::to_string(seed), [this, life, seed] {
+        if (options_.begins)
+          options_.begins(seed);
+        take(life, liveWildLife({.seed = seed, .days = options_.days, .sabotage = options_.sabotage}));
+      });
     }
   }
 
@@ -53,7 +53,16 @@ class Soak {
     if (progress_)
       progress_(result_.figures.lives, failure);
     if (failed)
-      result_.failures.push_back(std::move(failure));
+      keep(std::move(failure));
+  }
+
+  void keep(SoakFailure&& failure) {
+    auto& failures = result_.failures;
+    const auto place = std::upper_bound(failures.begin(), failures.end(), failure,
+                                        [](const SoakFailure& a, const SoakFailure& b) { return a.seed < b.seed; });
+    failures.insert(place, std::move(failure));
+    if (failures.size() > kMaxSoakFailures)
+      failures.pop_back();
   }
 
   const SoakOptions options_;

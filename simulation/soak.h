@@ -22,6 +22,7 @@ struct SoakOptions {
   std::function<bool()> goes_on;
   /// Told the seed of each life before it begins, on its thread. Empty: nobody.
   std::function<void(uint64_t seed)> begins;
+  WildSabotage sabotage = WildSabotage::kNone;
 };
 
 /// A life in which something was complained of.
@@ -29,7 +30,7 @@ struct SoakFailure {
   uint64_t seed = 0;
   std::vector<std::string> complaints;
 };
-/// So many are kept.
+/// So many are kept: those with the lowest seeds.
 inline constexpr size_t kMaxSoakFailures = 20;
 
 /// Of the lives that were lived; the same whatever the number of workers is.
@@ -37,10 +38,11 @@ struct SoakResult {
   WildFigures figures;
   uint64_t hash = 0;                  ///< of all lives, in the order of their seeds
   uint64_t failed = 0;                ///< lives
-  std::vector<SoakFailure> failures;  ///< the first of them, by seed
+  std::vector<SoakFailure> failures;  ///< by seed
 };
 
-/// `progress` is told, one call at a time, how many are lived, and what the latest one complained of.
+/// `progress` is told, one call at a time, how many are lived, and what the latest one complained of. A life that
+/// throws is named in the std::runtime_error that is thrown then.
 SoakResult soak(const SoakOptions& options,
                 const std::function<void(uint64_t lived, const SoakFailure& failure)>& progress = {});
 

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -27,6 +28,16 @@ void runOnThreads(unsigned count, const std::function<void()>& work) {
     other.join();
   if (thrown)
     std::rethrow_exception(thrown);
+}
+
+void callFor(const std::string& whose, const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const std::exception& exception) {
+    throw std::runtime_error(whose + " threw: " + exception.what());
+  } catch (...) {
+    throw std::runtime_error(whose + " threw something that is no std::exception");
+  }
 }
 
 }  // namespace morvik::simulation

@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <thread>
 #include <utility>
 
@@ -51,9 +52,12 @@ int live(const Written& written, const Surroundings& surroundings) {
   const auto began = std::chrono::steady_clock::now();
   const uint64_t device_days = written.fleet.devices * written.fleet.days;
   simulation::FleetResult result;
-  {
+  try {
     ProgressBar bar(surroundings.errors, surroundings.errors_are_terminal, "living");
     result = simulation::liveFleet(written.fleet, [&](uint64_t done) { bar.show(done, device_days); });
+  } catch (const std::exception& exception) {
+    surroundings.errors << "morvik-device: " << exception.what() << std::endl;
+    return 1;
   }
   const std::string text = written.json ? describeAsJson(written.fleet, result) : describe(written.fleet, result);
   const bool is_written = std::fputs(text.c_str(), surroundings.output) >= 0 && std::fflush(surroundings.output) == 0;

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <limits>
 #include <optional>
 #include <string>
@@ -89,15 +90,22 @@ void printReplay(uint64_t seed, double days) {
 
 /// A broken invariant ends the program, on the thread of the life that broke it.
 thread_local uint64_t living_seed = 0;
+double living_days = 0;
 
+// The process may be in any state: nothing is allocated here.
 void nameTheSeed(int signal) {
-  char digits[20];
-  const auto [end, error] = std::to_chars(digits, digits + sizeof digits, living_seed);
-  const auto say = [](const char* text, size_t size) { [[maybe_unused]] const auto written = write(2, text, size); };
-  constexpr std::string_view kBefore = "\nThe life with this seed broke an invariant: tools/soak --trace --seed ";
-  say(kBefore.data(), kBefore.size());
-  say(digits, static_cast<size_t>(end - digits));
-  say("\n", 1);
+  const auto say = [](std::string_view text) {
+    [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
+  };
+  const auto sayNumber = [&say](auto number) {
+    char digits[32];
+    say({digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits)});
+  };
+  say("\nThe life with this seed broke an invariant: tools/soak --trace --seed ");
+  sayNumber(living_seed);
+  say(" --days ");
+  sayNumber(living_days);
+  say("\n");
   std::signal(signal, SIG_DFL);
 }
 
@@ -169,6 +177,12 @@ int main(int argc, char** argv) {
     std::fputs("tools/soak: --trace needs --seed, and no --lives, to say which life.\n", stderr);
     return kWrongOption;
   }
+  living_days = options.days;
   std::signal(SIGABRT, nameTheSeed);
-  return options.has_seed && options.lives == 0 ? liveOne(options) : liveMany(options);
+  try {
+    return options.has_seed && options.lives == 0 ? liveOne(options) : liveMany(options);
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "tools/soak: %s\n", exception.what());
+    return 1;
+  }
 }

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace morvik::simulation {
@@ -51,6 +53,18 @@ TEST(Fleet, LivesTheSameWithTheSameSeedOnAnyNumberOfThreads) {
   alone.workers = 1;
   EXPECT_EQ(figures(liveFleet(smallFleet(3))), figures(liveFleet(alone)));
   EXPECT_NE(figures(liveFleet(smallFleet(3))), figures(liveFleet(smallFleet(4))));
+}
+
+TEST(Fleet, NamesTheDeviceWhoseLifeThrew) {
+  FleetOptions options = smallFleet(6);
+  options.workers = 1;
+  const auto throwAtTheSeventhDay = [](uint64_t days) {
+    if (days == 7)
+      throw std::runtime_error("no more days");
+  };
+  const std::string whose = "device 1 (seed " + std::to_string(seedOfDevice(6, 1)) + ")";
+  EXPECT_THAT([&] { liveFleet(options, throwAtTheSeventhDay); },
+              ::testing::ThrowsMessage<std::runtime_error>(whose + " threw: no more days"));
 }
 
 TEST(Fleet, TellsOfEachDayLived) {

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <stdexcept>
 #include <vector>
 
 namespace morvik::simulation {
@@ -44,6 +46,34 @@ TEST(Soak, NamesEachSeedBeforeItsLife) {
   options.begins = [&seeds](uint64_t seed) { seeds.push_back(seed); };
   soak(options);
   EXPECT_THAT(seeds, ElementsAre(40, 41, 42));
+}
+
+TEST(Soak, KeepsTheFirstFailuresAloneAndCountsThemAll) {
+  std::vector<uint64_t> told;
+  SoakOptions options{.first_seed = 40, .lives = kMaxSoakFailures + 4, .days = 0.01, .workers = 2};
+  options.sabotage = WildSabotage::kSaysStrangeThings;
+  const SoakResult result = soak(options, [&told](uint64_t, const SoakFailure& failure) {
+    if (!failure.complaints.empty())
+      told.push_back(failure.seed);
+  });
+  std::sort(told.begin(), told.end());
+  ASSERT_GT(told.size(), kMaxSoakFailures);
+  EXPECT_EQ(result.failed, told.size());
+  std::vector<uint64_t> kept;
+  for (const SoakFailure& failure : result.failures)
+    kept.push_back(failure.seed);
+  told.resize(kMaxSoakFailures);
+  EXPECT_EQ(kept, told);
+}
+
+TEST(Soak, NamesTheSeedOfALifeThatThrew) {
+  SoakOptions options{.first_seed = 40, .lives = 3, .days = 0.01, .workers = 1};
+  options.begins = [](uint64_t seed) {
+    if (seed == 41)
+      throw std::runtime_error("no more lives");
+  };
+  EXPECT_THAT([&] { soak(options); },
+              ::testing::ThrowsMessage<std::runtime_error>("the life with seed 41 threw: no more lives"));
 }
 
 TEST(Soak, PrintsItsFiguresAndTheSeedsOfItsFailures) {

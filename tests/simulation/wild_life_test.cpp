@@ -54,6 +54,23 @@ TEST(WildLife, IsTheSameWhetherItIsTracedOrNot) {
 
 // -------------------------------------------------------------------------------- what is made wrong is found out
 
+TEST(WildLife, KeepsNoMoreComplaintsThanAnybodyReads) {
+  size_t complained = 0;
+  WildLifeOptions options{.seed = 0, .sabotage = WildSabotage::kForgetsToDelete};
+  options.trace = [&complained](std::string_view line) {
+    if (line.find(" ! ") != std::string_view::npos)
+      ++complained;
+  };
+  WildLifeResult lived;
+  while (complained <= kMaxWildComplaints && options.seed < kSeedsToAnyOccasion) {
+    complained = 0;
+    ++options.seed;
+    lived = liveWildLife(options);
+    EXPECT_EQ(lived.complaints.size(), std::min(complained, kMaxWildComplaints));
+  }
+  EXPECT_GT(complained, kMaxWildComplaints);
+}
+
 struct Found {
   WildSabotage sabotage;
   const char* by;

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <set>
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 namespace morvik::simulation {
@@ -36,6 +38,20 @@ TEST(RunOnThreads, ThrowsWhatACallThrewOnceAllHaveReturned) {
   };
   EXPECT_THROW(runOnThreads(4, work), std::runtime_error);
   EXPECT_EQ(calls, 4);
+}
+
+TEST(CallFor, NamesWhoseCallThrewWhat) {
+  const auto words = [](const std::function<void()>& work) -> std::string {
+    try {
+      callFor("device 7 (seed 12)", work);
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+    return "nothing";
+  };
+  EXPECT_EQ(words([] { throw std::invalid_argument("no such day"); }), "device 7 (seed 12) threw: no such day");
+  EXPECT_EQ(words([] { throw 7; }), "device 7 (seed 12) threw something that is no std::exception");
+  EXPECT_EQ(words([] {}), "nothing");
 }
 
 }  // namespace
