@@ -133,6 +133,7 @@ StoreFilesKept storeOfADeviceThatDied() {
   life.pass(2);
   life.process().passOpenURL("shop://offer?cid=" + std::string(kStoredLifeCommerceClick));
   life.pass(2);
+  life.process().setUserId("replaced user");
   life.process().setUserId(kStoredLifeUser);
   life.pass(2);
   life.stop();
@@ -151,6 +152,7 @@ StoredLifeContinued continueStoredLife(const StoreFilesKept& files) {
   life.put(files);
   life.pass(86'400);
   life.start();
+  life.result.ledger_found = life.process().ledger();
   life.openSession();
   life.record("later event");
   life.process().passOpenURL("shop://offer?cid=later-commerce-click");  // takes those before it along
@@ -160,6 +162,7 @@ StoredLifeContinued continueStoredLife(const StoreFilesKept& files) {
   life.openSession();
   life.leaveSession();
   life.result.stored = life.stored();
+  life.result.ledger = life.process().ledger();
   life.stop();
   return std::move(life.result);
 }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "morvik/ledger.h"
+
 namespace morvik::simulation {
 
 /// Bytes by file name, in the store's folder.
@@ -21,6 +23,9 @@ inline constexpr const char* kStoredLifeClick = "kept-click";
 inline constexpr const char* kStoredLifeCommerceClick = "kept-commerce-click";
 inline constexpr const char* kStoredLifeCrash = "fendo kept crash";
 inline constexpr const char* kStoredLifeUser = "kept user";
+/// The service took in those of an earlier session; and one demographic value was replaced by a newer one.
+inline constexpr size_t kStoredLifeDelivered = 2;
+inline constexpr size_t kStoredLifeReplaced = 1;
 
 /// Lives it: attributed, then without a network; part of it is in the file, the rest in the log.
 StoreFilesKept storeOfADeviceThatDied();
@@ -33,6 +38,8 @@ struct StoredLifeContinued {
   std::vector<std::string> events;       ///< parameters of the app's events that arrived, in order
   size_t installs = 0;                   ///< that the service attributed anew
   std::string stored;                    ///< what is stored at the end, as text
+  Ledger ledger_found;                   ///< at the start: of what the files hold
+  Ledger ledger;                         ///< at the end
 };
 
 /// Opens them and lives two sessions with a network in good order; records one more event, "later event".
