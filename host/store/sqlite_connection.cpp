@@ -16,6 +16,8 @@ bool meansUnreadable(int code) {
     // A row where none should be, or of another type: the file contradicts what was read from it.
     case SQLITE_CONSTRAINT:
     case SQLITE_MISMATCH:
+    // The statements are ours: one that does not fit has met tables that are not.
+    case SQLITE_ERROR:
       return true;
     default:
       return false;

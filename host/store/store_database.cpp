@@ -173,7 +173,7 @@ StoreOutcome StoreDatabase::prepareAll() {
   for (const auto& [sql, statement] : all) {
     // A table that is missing shows here.
     if (StoreOutcome failed = connection_.prepare(sql, *statement))
-      return unreadable(failed->message);
+      return failed;
   }
   return std::nullopt;
 }
@@ -192,7 +192,7 @@ void StoreDatabase::watchLog() {
 StoreOutcome StoreDatabase::load(std::vector<StoredProperty>& out) {
   Statement rows;
   if (StoreOutcome failed = connection_.prepare("SELECT id,name,value FROM properties ORDER BY id", rows))
-    return unreadable(failed->message);
+    return failed;
   ValueDecoder decoder;
   int code = SQLITE_ROW;
   while ((code = rows.step()) == SQLITE_ROW) {
@@ -219,7 +219,7 @@ StoreOutcome StoreDatabase::load(std::vector<StoredProperty>& out) {
 StoreOutcome StoreDatabase::loadElements(std::vector<StoredProperty>& properties) {
   Statement rows;
   if (StoreOutcome failed = connection_.prepare("SELECT id,value FROM elements ORDER BY id", rows))
-    return unreadable(failed->message);
+    return failed;
   ValueDecoder decoder;
   kit::MutableArray elements;
   // Both come in the order of the property's number, so one walk over both is enough.

@@ -393,6 +393,38 @@ TEST_F(SqliteStoreTest, AFileThatHidesARecordFromItsRemovalIsReplacedFromMemory)
   EXPECT_EQ(next->get("text"), Value("kept"));
 }
 
+TEST_F(SqliteStoreTest, AFileThatCannotTakeItsDamagedRecordsInIsReplacedFromMemory) {
+  leaveStore(20);
+  sql("UPDATE elements SET value=x'FF00' WHERE id=(SELECT id FROM elements ORDER BY id LIMIT 1 OFFSET 2);"
+      "DROP TABLE unreadable; CREATE TABLE unreadable(property TEXT, id INTEGER)");
+  {
+    const auto store = open();
+    EXPECT_EQ(store->get("list").size(), 19u);
+    store->set("text", "newer");
+    EXPECT_TRUE(store->synchronize());
+    EXPECT_TRUE(std::filesystem::exists(path() + ".unreadable-1"));
+  }
+  const auto next = open();
+  EXPECT_EQ(next->get("list").size(), 19u);
+  EXPECT_EQ(next->get("text"), Value("newer"));
+}
+
+TEST_F(SqliteStoreTest, AFileWhoseLogCannotBeBegunAnewIsReplacedFromMemory) {
+  leaveStore(20);
+  sql("DROP TABLE log");
+  {
+    const auto store = open();
+    std::string text(static_cast<size_t>(kLogRestartBytes), 'x');
+    store->set("text", Value(text));
+    EXPECT_TRUE(store->synchronize());
+    store->flushAndWait();
+    EXPECT_TRUE(std::filesystem::exists(path() + ".unreadable-1"));
+  }
+  const auto next = open();
+  EXPECT_EQ(next->get("list").size(), 20u);
+  EXPECT_EQ(next->get("text").string().size(), static_cast<size_t>(kLogRestartBytes));
+}
+
 TEST_F(SqliteStoreTest, AFileThatHidesADamagedRecordIsReplacedFromMemory) {
   leaveStore(20);
   sql("UPDATE elements SET value=x'FF00' WHERE id=(SELECT id FROM elements ORDER BY id LIMIT 1 OFFSET 2)");
