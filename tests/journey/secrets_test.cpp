@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -52,12 +53,26 @@ class Secrets : public ::testing::Test {
     return all;
   }
 
+  /// As it goes over the wire.
   std::string sent() const {
     std::string all;
     for (const kit::Request& request : machine_.transport.requests()) {
       all += request.method + " " + request.url + "\n" + request.body + "\n";
       for (const kit::HttpHeader& header : request.headers)
         all += header.name + ": " + header.value + "\n";
+    }
+    return all;
+  }
+
+  /// What the sent bodies say once they are opened, by the endpoint's name: whatever lies in a sealed one is not found
+  /// in its text as sent.
+  std::map<std::string, std::string> opened() {
+    std::map<std::string, std::string> all;
+    for (const kit::Request& request : machine_.transport.requests()) {
+      const testing::ServedRequest served = service_.receive(request, testing::SimulatedService::Counting::kNo);
+      EXPECT_EQ(served.refusal, std::nullopt) << request.url;
+      if (!served.refusal)
+        services::appendJsonDescription(served.payload, all[std::string(nameOf(*served.endpoint))]);
     }
     return all;
   }
@@ -107,6 +122,14 @@ TEST_F(Secrets, KeysAreNeitherStoredNorSent) {
   EXPECT_THAT(stored(), Not(HasSubstr("never-shown")));
   EXPECT_THAT(sent(), HasSubstr("v1/tracking")) << "a life in which something is sent";
   EXPECT_THAT(sent(), Not(HasSubstr("never-shown")));
+  const std::map<std::string, std::string> opened = this->opened();
+  for (const char* endpoint : {"tracking", "reengagement-conversion", "commerce-conversion", "thirdparty-conversion",
+                               "crash", "demographics"}) {
+    ASSERT_EQ(opened.count(endpoint), 1U) << endpoint;
+    EXPECT_THAT(opened.at(endpoint), HasSubstr(kPlain)) << endpoint << ": a body that was really opened";
+  }
+  for (const auto& [endpoint, payloads] : opened)
+    EXPECT_THAT(payloads, Not(HasSubstr("never-shown"))) << endpoint;
 }
 
 TEST_F(Secrets, TheHashKeyStandsInTheStartUpLineOfTheDebugLevelAloneAndTheTrackingKeyInNone) {
