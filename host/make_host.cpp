@@ -278,7 +278,9 @@ HostParts::~HostParts() {
 void keepOpenedUrl(HostParts& parts, const kit::Url& url) {
   if (const auto waiting = parts.properties.URLForKey(services::kPassOpenUrlKey); waiting && *waiting != url) {
     MORVIK_LOG(parts.logger, kit::lcl_vWarning, "-[MorvikCore passOpenURL:]",
-               "Morvik host: the opened URL %@ was never handled, and gives way to %@", *waiting, url);
+               "Morvik host: an opened URL of %lu bytes was never handled, and gives way to one of %lu bytes: only one "
+               "can wait for the next session start",
+               waiting->absoluteString().size(), url.absoluteString().size());
   }
   parts.properties.setURL(url, services::kPassOpenUrlKey);
 }

@@ -352,14 +352,19 @@ void appendMendedUtf8(std::string_view text, std::string& out) {
   }
 }
 
-bool isUtf8(std::string_view text) {
-  while (!text.empty()) {
-    const size_t length = sequenceLength(text);
+size_t wellFormedBytes(std::string_view text) {
+  size_t well_formed = 0;
+  while (well_formed < text.size()) {
+    const size_t length = sequenceLength(text.substr(well_formed));
     if (length == 0)
-      return false;
-    text.remove_prefix(length);
+      break;
+    well_formed += length;
   }
-  return true;
+  return well_formed;
+}
+
+bool isUtf8(std::string_view text) {
+  return wellFormedBytes(text) == text.size();
 }
 
 }  // namespace morvik::services

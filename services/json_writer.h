@@ -29,6 +29,9 @@ void appendJsonDescription(const kit::Value& value, std::string& out);
 /// Copies `text` to `out`, with U+FFFD in place of each byte that is not part of well-formed UTF-8.
 void appendMendedUtf8(std::string_view text, std::string& out);
 
+/// How many bytes of well-formed UTF-8 `text` begins with: all of them, or else the place of the first bad byte.
+size_t wellFormedBytes(std::string_view text);
+
 /// True when `text` is well-formed UTF-8.
 bool isUtf8(std::string_view text);
 

@@ -14,6 +14,10 @@ namespace {
 constexpr const char* kAddActivity = "-[MorvikCoreServicesLib addActivityGroupName:activityName:param:createdAt:]";
 constexpr int kSessionGroup = 0;
 constexpr size_t kActivityFields = 5;
+// Fields of an activity, in lines of the log: these say where something is amiss, and never what the user did.
+constexpr const char* kGroup = "group";
+constexpr const char* kName = "name";
+constexpr const char* kParam = "param";
 
 }  // namespace
 
@@ -40,8 +44,8 @@ bool MorvikCoreServicesLib::addActivityOfApp(const kit::Value& group_name, const
                                              const kit::Value& param, kit::Date created_at) {
   if (isGDPRForgetMe()) {
     MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity,
-               "Morvik host: the activity %@ / %@ was not recorded: the user asked to be forgotten", group_name,
-               activity_name);
+               "Morvik host: an activity of the app was not recorded: the user asked to be forgotten; ask "
+               "isGdprForgetMe() before recording");
     return false;
   }
   return record(group_name, activity_name, param, created_at);
@@ -49,18 +53,18 @@ bool MorvikCoreServicesLib::addActivityOfApp(const kit::Value& group_name, const
 
 bool MorvikCoreServicesLib::record(const kit::Value& group_name, const kit::Value& activity_name,
                                    const kit::Value& param, kit::Date created_at) {
-  const kit::Value group = recordable(group_name, "group");
-  const kit::Value name = recordable(activity_name, "name");
+  const kit::Value group = recordable(group_name, kGroup);
+  const kit::Value name = recordable(activity_name, kName);
   if (group.isAbsent() || name.isAbsent()) {
     MORVIK_LOG(parts_.logger, kit::lcl_vError, kAddActivity,
-               "Morvik host: the activity %@ / %@ was not recorded: it needs a group and a name, both text", group_name,
-               activity_name);
+               "Morvik host: an activity was not recorded: its %s is no text; it needs a group and a name, both text",
+               group.isAbsent() ? kGroup : kName);
     return false;
   }
   kit::MutableDictionary activity(kActivityFields);
   activity.add(kit::Value::literal("activityGroupName"), group);
   activity.add(kit::Value::literal("activityName"), name);
-  if (kit::Value text = recordable(param, "param"); !text.isAbsent())
+  if (kit::Value text = recordable(param, kParam); !text.isAbsent())
     activity.add(kit::Value::literal("activityParam"), std::move(text));
   activity.add(kit::Value::literal("activityCreatedAt"), created_at);
   activity.add(kit::Value::literal("activityEventID"),
@@ -74,12 +78,16 @@ kit::Value MorvikCoreServicesLib::recordable(const kit::Value& value, const char
   if (value.isNil() || value.isArray() || value.isDictionary())
     return {};
   kit::Value text = services::checkNilToBlankString(value);
-  if (services::isUtf8(text.string()))
+  const std::string_view bytes = text.string();
+  const size_t well_formed = services::wellFormedBytes(bytes);
+  if (well_formed == bytes.size())
     return text;
   std::string mended;
-  services::appendMendedUtf8(text.string(), mended);
+  services::appendMendedUtf8(bytes, mended);
   MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity,
-             "Morvik host: the %s of an activity was not UTF-8 and was recorded as %@", field, mended);
+             "Morvik host: the %s of an activity is not UTF-8 at byte %lu of %lu and was recorded with U+FFFD in place "
+             "of each bad byte; give it as UTF-8",
+             field, well_formed, bytes.size());
   return mended;
 }
 

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -18,6 +20,7 @@
 namespace morvik {
 namespace {
 
+using ::testing::Contains;
 using ::testing::Each;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -30,8 +33,8 @@ constexpr double kDaySeconds = 86'400;
 
 class Secrets : public ::testing::Test {
  protected:
-  /// Sessions with events, clicks, a crash and demographics, with a service that first fails and then does not; then
-  /// the wish to be forgotten.
+  /// Sessions with events, clicks, a crash and demographics, and with what the host warns of, with a service that first
+  /// fails and then does not; then the wish to be forgotten, and an event that comes too late.
   void live(int log_level) {
     log_level_ = log_level;
     machine_.transport.on("").times(12, testing::Answer::body(500, "out of order")).alwaysBy(service_.reply());
@@ -41,6 +44,7 @@ class Secrets : public ::testing::Test {
     }
     phone_ = machine_.start(options());
     phone_->gdprForgetMe(true);
+    phone_->addActivity(kPlain, kPlain, kPlain);
     machine_.loop.advance(60);
   }
 
@@ -93,10 +97,14 @@ class Secrets : public ::testing::Test {
 
   void liveOneDay() {
     const std::string plain = kPlain;
-    phone_ = machine_.start(options());
+    HostOptions woken = options();
+    woken.opened_url = "app://open?first=" + plain;
+    phone_ = machine_.start(woken);
+    phone_->storeOpenedUrl("app://open?second=" + plain);
     phone_->applicationDidBecomeActive();
     machine_.loop.advance(5);
     phone_->addActivity(plain, plain, plain);
+    phone_->addActivity(plain, plain, plain + '\xFF');
     phone_->setUserId(plain);
     phone_->passOpenURL("app://open?ck=7&sn=8&mrvk_eng=1&cid=" + plain);
     phone_->setReferralUrlForFacebook("app://open?ck=9&sub_referral=" + plain);
@@ -151,6 +159,16 @@ TEST_F(Secrets, WhatTheUserDoesIsLoggedAtTheTwoLevelsOfDevelopersOnly) {
   EXPECT_THAT(lines_, Not(::testing::IsEmpty())) << "failures have been logged";
   EXPECT_THAT(lines_, Each(Not(HasSubstr(kPlain))));
   EXPECT_THAT(lines_, Each(Not(HasSubstr("never-shown"))));
+}
+
+TEST_F(Secrets, TheHostsOwnLinesSayAtNoLevelWhatTheUserDoes) {
+  live(kit::lcl_vTrace);
+  std::vector<std::string> of_the_host;
+  std::copy_if(lines_.begin(), lines_.end(), std::back_inserter(of_the_host),
+               [](const std::string& line) { return line.find("Morvik host: ") != std::string::npos; });
+  for (const char* warning : {"was never handled", "not UTF-8", "the user asked to be forgotten"})
+    EXPECT_THAT(of_the_host, Contains(HasSubstr(warning)));
+  EXPECT_THAT(of_the_host, Each(Not(HasSubstr(kPlain))));
 }
 
 TEST_F(Secrets, EventsAndClicksLeaveSealed) {

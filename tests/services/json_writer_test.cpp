@@ -105,6 +105,7 @@ TEST(JsonWriter, LeavesWellFormedUtf8AsItIs) {
                            "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "\xED\x95\x9C\xEA\xB5\xAD"}) {
     EXPECT_EQ(jsonOf(text), '"' + std::string(text) + '"');
     EXPECT_TRUE(isUtf8(text));
+    EXPECT_EQ(wellFormedBytes(text), std::string_view(text).size());
     std::string mended;
     appendMendedUtf8(text, mended);
     EXPECT_EQ(mended, text);
@@ -140,6 +141,8 @@ TEST(JsonWriter, PutsAReplacementInPlaceOfEachBadByte) {
     expected += row.rest;
     EXPECT_EQ(jsonOf("a" + row.bytes), "\"a" + expected + '"');
     EXPECT_FALSE(isUtf8(row.bytes));
+    EXPECT_EQ(wellFormedBytes(row.bytes), 0U);
+    EXPECT_EQ(wellFormedBytes("\xC3\xA4q" + row.bytes), 3U) << "the place of the first bad byte";
     std::string mended = "kept ";
     appendMendedUtf8(row.bytes, mended);
     EXPECT_EQ(mended, "kept " + expected);

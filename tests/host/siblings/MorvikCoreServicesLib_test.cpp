@@ -160,11 +160,12 @@ TEST_F(ServicesLib, RefusesAnActivityWithoutGroupOrName) {
   lib().addActivityGroupName("shop", kit::Value::null(), "", kit::Date{});
   lib().addActivityGroupName(kit::Array{}, "buy", "", kit::Date{});
   EXPECT_TRUE(properties_.fendoActivityInfos().isAbsent());
-  EXPECT_EQ(log_.messages(),
-            (std::vector<std::string>{
-                "Morvik host: the activity (null) / buy was not recorded: it needs a group and a name, both text",
-                "Morvik host: the activity shop / <null> was not recorded: it needs a group and a name, both text",
-                "Morvik host: the activity [] / buy was not recorded: it needs a group and a name, both text"}));
+  EXPECT_EQ(
+      log_.messages(),
+      (std::vector<std::string>{
+          "Morvik host: an activity was not recorded: its group is no text; it needs a group and a name, both text",
+          "Morvik host: an activity was not recorded: its name is no text; it needs a group and a name, both text",
+          "Morvik host: an activity was not recorded: its group is no text; it needs a group and a name, both text"}));
   EXPECT_EQ(log_.lines().front().prefix->level, "ERROR");
   EXPECT_EQ(log_.lines().front().prefix->operation,
             "-[MorvikCoreServicesLib addActivityGroupName:activityName:param:createdAt:]");
@@ -180,10 +181,13 @@ TEST_F(ServicesLib, MendsTextThatIsNotUtf8) {
   const kit::Array activities = properties_.fendoActivityInfos().array();
   EXPECT_EQ(activities[0]["activityGroupName"], kit::Value("sh\xEF\xBF\xBDop"));
   EXPECT_EQ(activities[0]["activityParam"], kit::Value("\xEF\xBF\xBD"));
-  EXPECT_EQ(log_.messages(),
-            (std::vector<std::string>{
-                "Morvik host: the group of an activity was not UTF-8 and was recorded as sh\xEF\xBF\xBDop",
-                "Morvik host: the param of an activity was not UTF-8 and was recorded as \xEF\xBF\xBD"}));
+  EXPECT_EQ(
+      log_.messages(),
+      (std::vector<std::string>{
+          "Morvik host: the group of an activity is not UTF-8 at byte 2 of 5 and was recorded with U+FFFD in place "
+          "of each bad byte; give it as UTF-8",
+          "Morvik host: the param of an activity is not UTF-8 at byte 0 of 1 and was recorded with U+FFFD in place "
+          "of each bad byte; give it as UTF-8"}));
   EXPECT_EQ(log_.lines().front().prefix->level, "WARNING");
 }
 
@@ -193,7 +197,8 @@ TEST_F(ServicesLib, RefusesTheAppsOwnActivitiesWhileTheUserIsForgottenAndRecords
   EXPECT_TRUE(properties_.fendoActivityInfos().isAbsent());
   EXPECT_EQ(log_.messages(),
             std::vector<std::string>{
-                "Morvik host: the activity shop / buy was not recorded: the user asked to be forgotten"});
+                "Morvik host: an activity of the app was not recorded: the user asked to be forgotten; ask "
+                "isGdprForgetMe() before recording"});
   EXPECT_EQ(log_.lines().front().prefix->level, "WARNING");
   lib().addActivityGroupName("session", "start", "", kit::Date{});
   EXPECT_EQ(properties_.fendoActivityInfos().size(), 1U);
