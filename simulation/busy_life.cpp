@@ -6,11 +6,12 @@
 #include <charconv>
 #include <exception>
 #include <functional>
-#include <limits>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <set>
 #include <span>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -19,18 +20,20 @@
 #include "host/host.h"
 #include "host/store/sqlite_store.h"
 #include "services/json_writer.h"
+#include "simulation/thing_book.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
 
 namespace morvik::simulation {
 namespace {
 
+using Kind = host::LedgerKind;
+using Reason = host::LedgerReason;
 using testing::Answer;
 using testing::ServedRequest;
 using testing::ServiceEndpoint;
 using testing::SimulatedService;
 
-constexpr double kNever = std::numeric_limits<double>::infinity();
 constexpr double kHourSeconds = 3'600;
 constexpr double kAnswerSeconds = 0.2;
 /// As long as the system lets an app finish what it does.
@@ -43,9 +46,6 @@ constexpr size_t kNameBytes = 16;  // of a name in a complaint
 constexpr uint64_t kWrittenBackCallsPerEvent = 5;
 constexpr uint64_t kDroppedWriteEvery = 50;
 
-/// In the order of the ledger's accounts.
-enum class Kind : uint8_t { kActivity, kImpression, kReEngagementClick, kCommerceClick, kCrashReport, kDemographic };
-
 /// How the service treats what comes.
 enum class Mood : uint8_t {
   kHealthy,
@@ -56,13 +56,19 @@ enum class Mood : uint8_t {
   kAnswersJunk,  ///< the request is taken in, and its answer is no JSON
 };
 
+/// A rule may let something go, from a moment of virtual time on.
+struct Permission {
+  Reason reason = Reason::kUnexplained;
+  double from = 0;
+};
+
 /// Something that the app recorded.
 struct Item {
-  Kind kind = Kind::kActivity;
+  Kind kind = Kind::kActivities;
   std::string name;
   double kept_from = kNever;  ///< virtual time from which on it must outlive a kill; never: not yet
   bool arrived = false;
-  bool given_up = false;
+  std::vector<Permission> permissions;
   bool not_kept_yet = false;
   int session_ends = 0;             ///< since it was recorded
   std::optional<Complaint> cut_by;  ///< the first cut after it was recorded
@@ -169,8 +175,8 @@ class BusyLife {
     openSession();
     addImpression();
     record(12);
-    openLink(Kind::kCommerceClick);
-    openLink(Kind::kReEngagementClick);
+    openLink(Kind::kCommerceClicks);
+    openLink(Kind::kReEngagementClicks);
     setUserId();
     leaveSession();
   }
@@ -180,7 +186,7 @@ class BusyLife {
     moods_[ServiceEndpoint::kTracking] = Mood::kRefuses;
     openSession();
     record(4);
-    openLink(Kind::kReEngagementClick);
+    openLink(Kind::kReEngagementClicks);
     leaveSession();
     moods_[ServiceEndpoint::kTracking] = Mood::kSaysNo;
     pass(kHourSeconds);
@@ -208,7 +214,7 @@ class BusyLife {
     moods_[ServiceEndpoint::kCommerce] = Mood::kRefuses;
     openSession();
     record(3);
-    openLink(Kind::kCommerceClick);
+    openLink(Kind::kCommerceClicks);
     reportCrash();
     die(DiskCut::killed());
     moods_[ServiceEndpoint::kCrash] = Mood::kNotReached;
@@ -217,7 +223,7 @@ class BusyLife {
     die(DiskCut::killed());
     moods_.clear();
     openSession();
-    openLink(Kind::kCommerceClick);
+    openLink(Kind::kCommerceClicks);
     leaveSession();
   }
 
@@ -286,7 +292,7 @@ class BusyLife {
       pass(kHourSeconds);
       openSession();
       record(1);
-      openLink(Kind::kCommerceClick);
+      openLink(Kind::kCommerceClicks);
       leaveSession();
     }
     pass(kHourSeconds);
@@ -375,8 +381,9 @@ class BusyLife {
     if (isCut())
       return;
     for (Item& item : items_) {
-      if (item.kind == Kind::kReEngagementClick && !item.not_kept_yet)
-        item.given_up |= ++item.session_ends > kSessionEndsThatSendAClick;
+      if (item.kind == Kind::kReEngagementClicks && !item.not_kept_yet &&
+          ++item.session_ends > kSessionEndsThatSendAClick)
+        permit(item, Reason::kSixthSessionEnd, now());
     }
   }
 
@@ -397,6 +404,7 @@ class BusyLife {
       noteDeath({.at = now(), .undone_from = *trouble_since_}, false);
     process_.reset();
     machine_.loop.kill();
+    endUploads();
     beginWithoutTrouble();
   }
 
@@ -410,10 +418,10 @@ class BusyLife {
     needProcess();
     if (isCut() || process_->isGdprForgetMe())
       return;
-    Item item{.kind = kind, .name = name};
-    // An upload that is under way ends by emptying the whole list.
-    item.given_up = kind != Kind::kActivity && kind != Kind::kReEngagementClick && machine_.transport.unanswered() > 0;
-    items_.push_back(item);
+    items_.push_back({.kind = kind, .name = name});
+    const std::optional<double> due = acceptanceDue(endpointTaking(kind));
+    if (due && mayGo(kind, Reason::kAddedDuringUpload))
+      permit(items_.back(), Reason::kAddedDuringUpload, *due);
     const size_t number = items_.size() - 1;
     doNow(action);
     if (!isCut())
@@ -425,7 +433,7 @@ class BusyLife {
   void record(int count, size_t padding = 0) {
     for (int i = 0; i < count; ++i) {
       const std::string name = nextName("event");
-      record(Kind::kActivity, name, 0,
+      record(Kind::kActivities, name, 0,
              [&](host::Host& host) { host.addActivity("shop", "purchase", name + std::string(padding, '.')); });
       pass(1.5);
     }
@@ -433,7 +441,7 @@ class BusyLife {
 
   void addImpression() {
     const std::string name = nextName("impression");
-    record(Kind::kImpression, name, 0, [this, &name](host::Host& host) {
+    record(Kind::kImpressions, name, 0, [this, &name](host::Host& host) {
       const kit::Value impression =
           kit::Dictionary{{"campaignKey", 7}, {"spaceKey", name}, {"createdAt", kit::Value(machine_.loop.now())}};
       host.perform([&host, impression] {
@@ -451,7 +459,7 @@ class BusyLife {
 
   void openLink(Kind kind) {
     const std::string name = nextName("click");
-    const bool is_commerce = kind == Kind::kCommerceClick;
+    const bool is_commerce = kind == Kind::kCommerceClicks;
     // A re-engagement click is kept once its request has failed, and not before.
     record(kind, name, is_commerce ? 0 : kAnswerSeconds, [&](host::Host& host) {
       host.passOpenURL(is_commerce ? "shop://offer?cid=" + name
@@ -463,17 +471,25 @@ class BusyLife {
 
   void setUserId() {
     const std::string name = nextName("user");
-    for (Item& item : items_) {
-      if (item.kind == Kind::kDemographic)
-        item.given_up = true;  // the newer value stands in its place
-    }
-    record(Kind::kDemographic, name, 0, [&name](host::Host& host) { host.setUserId(name); });
+    record(Kind::kDemographics, name, 0, [this, &name](host::Host& host) {
+      permitReplacement(host.properties().fendoUserDemoInfo_userId(), name);
+      host.setUserId(name);
+    });
     pass(1);
+  }
+
+  /// The newer value will stand in the place of the one that is pending; and of one that comes to light later, which
+  /// may be any.
+  void permitReplacement(const std::optional<std::string>& pending, const std::string& newer) {
+    for (Item& item : items_) {
+      if (item.kind == Kind::kDemographics && item.name != newer && (item.name == pending || trouble_since_))
+        permit(item, Reason::kReplaced, now());
+    }
   }
 
   void reportCrash() {
     const std::string name = nextName("crash");
-    record(Kind::kCrashReport, name, 0, [&name](host::Host& host) {
+    record(Kind::kCrashReports, name, 0, [&name](host::Host& host) {
       host.reportUncaughtException({.reason = "fendo " + name, .call_stack_symbols = {}, .moment = std::nullopt});
     });
   }
@@ -509,7 +525,7 @@ class BusyLife {
     machine_.kill(std::move(process_), cut);
     process_ = nullptr;
     is_active_ = false;
-    batch_under_way_until_ = 0;
+    endUploads();
     beginWithoutTrouble();
     sabotageWhatIsLeft();
   }
@@ -528,8 +544,8 @@ class BusyLife {
         item.cut_by = power_lost ? Complaint::kLostAtPowerCut : Complaint::kLostAtKill;
       if (item.kept_from >= death.undone_from || item.kept_from == kNever)
         item.not_kept_yet = true;
-      else if (item.kind == Kind::kReEngagementClick && item.kept_from >= death.at)
-        item.given_up = true;  // its request was under way
+      else if (item.kind == Kind::kReEngagementClicks && item.kept_from >= death.at)
+        permit(item, Reason::kProcessEnded, death.at);  // its request was under way
     }
   }
 
@@ -576,7 +592,7 @@ class BusyLife {
         ++written_back_calls_ % kWrittenBackCallsPerEvent != 0)
       return;
     const std::string name = nextName("event");
-    items_.push_back({.kind = Kind::kActivity, .name = name});
+    items_.push_back({.kind = Kind::kActivities, .name = name});
     const size_t number = items_.size() - 1;
     process_->addActivity("shop", "look", name);
     ++result_.recorded_meanwhile;
@@ -659,6 +675,8 @@ class BusyLife {
       complain(Complaint::kBroken, "the service refused " + request.url + ": " + *served.refusal);
     if (endpoint == ServiceEndpoint::kTracking)
       noteSent(served, mood);
+    if (endpoint && mood == Mood::kHealthy)
+      acceptances_[*endpoint].push_back(now() + kAnswerSeconds);
     if (endpoint == ServiceEndpoint::kConversion)
       installed_at_ = std::min(installed_at_, now());
     if (arrives)
@@ -698,9 +716,9 @@ class BusyLife {
       }
       sendings_[id] = {
           .left_at = now(), .answered_at = now() + kAnswerSeconds, .accepted = accepted, .overlapped = overlaps};
-      if (overlaps)
-        giveUp(event["param"].string());
     }
+    if (const std::optional<double> due = acceptanceDue(ServiceEndpoint::kTracking))
+      permitToLoseItsPlace(served, *due);
   }
 
   bool isExplained(const Sending& sending) const {
@@ -710,11 +728,12 @@ class BusyLife {
            });
   }
 
-  /// An answer that comes first trims by the ids of the latest batch.
-  void giveUp(std::string_view param) {
+  /// The answer to the batch before it, when it comes, deletes what this one carries.
+  void permitToLoseItsPlace(const ServedRequest& served, double due) {
+    const std::string text = textOf(served.payload);
     for (Item& item : items_) {
-      if (item.kind == Kind::kActivity && param.starts_with(item.name))
-        item.given_up = true;
+      if (mayGo(item.kind, Reason::kPlaceTaken) && text.find(item.name) != std::string::npos)
+        permit(item, Reason::kPlaceTaken, due);
     }
   }
 
@@ -726,6 +745,32 @@ class BusyLife {
       if (!item.arrived && text.find(item.name) != std::string::npos)
         item.arrived = true;
     }
+  }
+
+  // --------------------------------------------------------------------------------------------- what may be given up
+
+  /// What the ledger's table has no rule for is given up for no reason.
+  static void permit(Item& item, Reason reason, double from) {
+    if (!mayGo(item.kind, reason))
+      throw std::logic_error("no rule gives up " + item.name + " for that reason");
+    item.permissions.push_back({reason, from});
+  }
+
+  /// When the next answer comes that accepts an upload under way there, and empties what it was made of.
+  std::optional<double> acceptanceDue(ServiceEndpoint endpoint) const {
+    const auto found = acceptances_.find(endpoint);
+    if (found == acceptances_.end())
+      return std::nullopt;
+    const auto due = std::upper_bound(found->second.begin(), found->second.end(), now());
+    return due == found->second.end() ? std::nullopt : std::optional(*due);
+  }
+
+  /// The process ends: the answers that are due never come.
+  void endUploads() {
+    batch_under_way_until_ = 0;
+    acceptances_.clear();
+    for (Item& item : items_)
+      std::erase_if(item.permissions, [this](const Permission& each) { return each.from > now(); });
   }
 
   // ------------------------------------------------------------------------------------------------------- the account
@@ -754,16 +799,24 @@ class BusyLife {
         ++account.delivered;
       else if (stored.find(item.name) != std::string::npos)
         ++account.stored;
-      else if (item.given_up)
-        ++account.given_up;
       else if (item.not_kept_yet)
         ++account.not_kept_yet;
+      else if (!item.permissions.empty())
+        ++account.given_up[firstRuleOf(item)];
       else
         complain(item.cut_by.value_or(Complaint::kLostOtherwise), item.name);
     }
     if (!account.balances())
       complain(Complaint::kUnbalancedAccount, std::to_string(account.recorded) + " recorded");
     process_->stop();
+  }
+
+  /// The row of the table.
+  static size_t firstRuleOf(const Item& item) {
+    size_t first = host::ledgerRules().size();
+    for (const Permission& permission : item.permissions)
+      first = std::min(first, host::ledgerRuleOf(item.kind, permission.reason));
+    return first;
   }
 
   /// The ledger also counts what the kit records of itself, and what a death took with it is in neither account for
@@ -777,7 +830,7 @@ class BusyLife {
       kept[kind] += item.not_kept_yet ? 0 : 1;
       arrived[kind] += item.arrived ? 1 : 0;
     }
-    arrived[static_cast<size_t>(Kind::kActivity)] = arrived_activities_.size();
+    arrived[static_cast<size_t>(Kind::kActivities)] = arrived_activities_.size();
     for (size_t kind = 0; kind < accounts.size(); ++kind) {
       if (accounts[kind].recorded < kept[kind] || accounts[kind].delivered > arrived[kind])
         complain(Complaint::kUnsoundLedger, textOf(accounts[kind]) + "; kept " + std::to_string(kept[kind]) +
@@ -808,6 +861,8 @@ class BusyLife {
   double wish_kept_from_ = kNever;
   double installed_at_ = kNever;
   double batch_under_way_until_ = 0;
+  /// Of this process: when answers come that accept an upload, the earliest first.
+  std::map<ServiceEndpoint, std::vector<double>> acceptances_;
   std::optional<double> trouble_since_;   ///< of the disk, as the store told it
   std::optional<double> unsynced_since_;  ///< the same, until the log is synced
   const std::string store_path_ = disk_.place().path();
@@ -847,11 +902,16 @@ const char* nameOf(Complaint complaint) {
   return "";
 }
 
+uint64_t BusyAccount::givenUp() const {
+  return std::accumulate(given_up.begin(), given_up.end(), uint64_t{0});
+}
+
 BusyAccount& BusyAccount::operator+=(const BusyAccount& other) {
   recorded += other.recorded;
   delivered += other.delivered;
   stored += other.stored;
-  given_up += other.given_up;
+  for (size_t row = 0; row < given_up.size(); ++row)
+    given_up[row] += other.given_up[row];
   not_kept_yet += other.not_kept_yet;
   return *this;
 }

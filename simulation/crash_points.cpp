@@ -168,6 +168,22 @@ CrashPointResult tryCrashPoints(const CrashPointOptions& options,
   return Trial(options, progress).run();
 }
 
+namespace {
+
+/// What the rules let go, by name.
+void addGivenUp(std::string& text, const BusyAccount& account) {
+  const auto rules = host::ledgerRules();
+  for (size_t row = 0; row < rules.size(); ++row) {
+    if (account.given_up[row] != 0)
+      addFigureLine(text,
+                    std::string("of these ") + host::kLedgerKindNames[static_cast<size_t>(rules[row].kind)] + " " +
+                        rules[row].words,
+                    account.given_up[row]);
+  }
+}
+
+}  // namespace
+
 std::string figuresOf(const CrashPointResult& result) {
   std::string text;
   for (const PointMode mode : kPointModes) {
@@ -183,7 +199,8 @@ std::string figuresOf(const CrashPointResult& result) {
   addFigureLine(text, "recorded", result.account.recorded);
   addFigureLine(text, "delivered", result.account.delivered);
   addFigureLine(text, "stored at the end", result.account.stored);
-  addFigureLine(text, "given up by rule", result.account.given_up);
+  addFigureLine(text, "given up by rule", result.account.givenUp());
+  addGivenUp(text, result.account);
   addFigureLine(text, "not kept yet when the cut came", result.account.not_kept_yet);
   addFigureLine(text, "events sent twice for a reason", result.sent_twice);
   for (size_t i = 0; i < kComplaints; ++i)

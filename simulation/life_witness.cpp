@@ -44,28 +44,10 @@ void LifeWitness::keepWhenCommitted(ThingNumber number) {
 ThingNumber LifeWitness::isRecorded(LedgerKind kind, const std::string& name) {
   const ThingNumber number = facts.things.record(kind, name, facts.now);
   keepWhenCommitted(number);
-  switch (kind) {
-    case LedgerKind::kImpressions:
-      if (facts.underWay(ServiceEndpoint::kTracking) > 0)
-        facts.things.permit(number, LedgerReason::kAddedDuringUpload);
-      break;
-    case LedgerKind::kCommerceClicks:
-      if (facts.underWay(ServiceEndpoint::kCommerce) > 0)
-        facts.things.permit(number, LedgerReason::kAddedDuringUpload);
-      break;
-    case LedgerKind::kCrashReports:
-      if (facts.underWay(ServiceEndpoint::kCrash) > 0)
-        facts.things.permit(number, LedgerReason::kAddedDuringUpload);
-      break;
-    case LedgerKind::kDemographics:
-      if (facts.underWay(ServiceEndpoint::kDemographics) > 0)
-        facts.things.permit(number, LedgerReason::kAddedDuringUpload);
-      if (!has_identifier_)
-        facts.things.permit(number, LedgerReason::kNoIdentifier);
-      break;
-    default:
-      break;
-  }
+  if (mayGo(kind, LedgerReason::kAddedDuringUpload) && facts.underWay(endpointTaking(kind)) > 0)
+    facts.things.permit(number, LedgerReason::kAddedDuringUpload);
+  if (kind == LedgerKind::kDemographics && !has_identifier_)
+    facts.things.permit(number, LedgerReason::kNoIdentifier);
   return number;
 }
 

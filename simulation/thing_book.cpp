@@ -48,6 +48,30 @@ std::string clickName(std::string_view url) {
 
 }  // namespace
 
+// ---------------------------------------------------------------------------------------------------------- the rules
+
+bool mayGo(Kind kind, host::LedgerReason reason) {
+  const host::LedgerRule& rule = host::ledgerRules()[host::ledgerRuleOf(kind, reason)];
+  return rule.reason == reason && rule.by_rule;
+}
+
+ServiceEndpoint endpointTaking(Kind kind) {
+  switch (kind) {
+    case Kind::kActivities:
+    case Kind::kImpressions:
+      break;
+    case Kind::kReEngagementClicks:
+      return ServiceEndpoint::kReEngagement;
+    case Kind::kCommerceClicks:
+      return ServiceEndpoint::kCommerce;
+    case Kind::kCrashReports:
+      return ServiceEndpoint::kCrash;
+    case Kind::kDemographics:
+      return ServiceEndpoint::kDemographics;
+  }
+  return ServiceEndpoint::kTracking;
+}
+
 // ---------------------------------------------------------------------------------------------------------- the names
 
 std::optional<Kind> kindStoredUnder(std::string_view key) {

@@ -26,6 +26,11 @@ constexpr LedgerReasons bitOf(host::LedgerReason reason) {
   return LedgerReasons{1} << static_cast<unsigned>(reason);
 }
 
+/// Whether the ledger's table has a rule that gives records of this kind up for this reason.
+bool mayGo(host::LedgerKind kind, host::LedgerReason reason);
+/// Where records of this kind are sent.
+testing::ServiceEndpoint endpointTaking(host::LedgerKind kind);
+
 struct Thing {
   host::LedgerKind kind = host::LedgerKind::kActivities;
   std::string name;

@@ -132,5 +132,17 @@ TEST(CrashPointFigures, NameEachComplaintAndItsNumber) {
   EXPECT_THAT(text, HasSubstr("  ! kill 5: sent twice without a reason: x\n"));
 }
 
+TEST(CrashPointFigures, NameWhatWasGivenUpInTheWordsOfTheLedger) {
+  CrashPointResult result;
+  result.account.given_up[host::ledgerRuleOf(host::LedgerKind::kImpressions, host::LedgerReason::kPlaceTaken)] = 2;
+  result.account.given_up[host::ledgerRuleOf(host::LedgerKind::kDemographics, host::LedgerReason::kReplaced)] = 3;
+  const std::string text = figuresOf(result);
+  EXPECT_THAT(text, HasSubstr("  given up by rule                          5\n"
+                              "  of these impressions deleted by the answer to another batch, and their own was not "
+                              "accepted 2\n"
+                              "  of these demographics replaced by a newer value before they were delivered 3\n"
+                              "  not kept yet when the cut came            0\n"));
+}
+
 }  // namespace
 }  // namespace morvik::simulation

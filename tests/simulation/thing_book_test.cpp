@@ -32,6 +32,22 @@ class ThingBookTest : public ::testing::Test {
   ThingBook book_;
 };
 
+TEST(RulesOfThings, AreThoseOfTheLedgersTableThatAreRules) {
+  EXPECT_TRUE(mayGo(LedgerKind::kImpressions, LedgerReason::kAddedDuringUpload));
+  EXPECT_FALSE(mayGo(LedgerKind::kActivities, LedgerReason::kAddedDuringUpload)) << "the table has no such row";
+  EXPECT_FALSE(mayGo(LedgerKind::kActivities, LedgerReason::kMissing)) << "that is no rule";
+}
+
+TEST(ThingsAreSent, EachToTheEndpointOfItsKind) {
+  using testing::ServiceEndpoint;
+  EXPECT_EQ(endpointTaking(LedgerKind::kActivities), ServiceEndpoint::kTracking);
+  EXPECT_EQ(endpointTaking(LedgerKind::kImpressions), ServiceEndpoint::kTracking);
+  EXPECT_EQ(endpointTaking(LedgerKind::kReEngagementClicks), ServiceEndpoint::kReEngagement);
+  EXPECT_EQ(endpointTaking(LedgerKind::kCommerceClicks), ServiceEndpoint::kCommerce);
+  EXPECT_EQ(endpointTaking(LedgerKind::kCrashReports), ServiceEndpoint::kCrash);
+  EXPECT_EQ(endpointTaking(LedgerKind::kDemographics), ServiceEndpoint::kDemographics);
+}
+
 TEST_F(ThingBookTest, LosesWhatIsNeitherStoredNorUnderWayNorArrived) {
   const ThingNumber stored = recordKept("stored", 1);
   const ThingNumber under_way = recordKept("under way", 1);
