@@ -111,10 +111,10 @@ TEST(Sealed, NoMessageCarriesTheKey) {
 
 TEST(Sealed, ABitFlippedAnywhereIsNoticed) {
   const std::string sealed = seal("{\"a\":1}", "key");
-  for (std::size_t i = 0; i < sealed.size(); ++i) {
+  for (std::size_t bit = 0; bit < sealed.size() * 8; ++bit) {
     std::string changed = sealed;
-    changed[i] = static_cast<char>(changed[i] ^ 1);
-    EXPECT_NE(0, refusalOf([&] { openSealed(changed, "key"); }).status()) << i;
+    changed[bit / 8] = static_cast<char>(changed[bit / 8] ^ (1 << (bit % 8)));
+    EXPECT_NE(0, refusalOf([&] { openSealed(changed, "key"); }).status()) << "bit " << bit;
   }
 }
 
