@@ -20,6 +20,9 @@ TEST(Soak, OfAFixedSetOfSeedsGivesNobodyReasonToComplain) {
   EXPECT_GT(result.figures.days, 8000);
   EXPECT_THAT(result.figures.deaths, Each(Gt(1000U)));
   EXPECT_THAT(result.figures.disk_faults, Each(Gt(1000U)));
+  EXPECT_THAT(result.figures.misbehaviours, Each(Gt(100U)));
+  EXPECT_GT(result.figures.clock_jumps, 1000U);
+  EXPECT_GT(result.figures.offline_phases, 1000U);
 }
 
 }  // namespace
