@@ -267,6 +267,25 @@ TEST_F(CurlTransportTest, RefusesPlainHttpBeyondThisMachine) {
   }
 }
 
+TEST_F(CurlTransportTest, RefusesPlainHttpBeyondThisMachineBeforeAnyConnectionIsMade) {
+  // No address of the loopback network, and yet the system connects it to whoever listens here, as TLS shows: a plain
+  // request that was let go would arrive.
+  const Identity anywhere = authority().issue("IP:0.0.0.0");
+  const auto& over_tls = serve(answerOk, {.identity = &anywhere});
+  EXPECT_EQ(bodyOf(requestTo(over_tls.urlAt("0.0.0.0", "/"))), "ok");
+  EXPECT_EQ(over_tls.connections(), 1u);
+
+  const auto& plain = serve(answerOk, {});
+  for (const char* host : {"0.0.0.0", "0", "0x0.0", "[::ffff:127.0.0.1]"}) {
+    const std::string url = plain.urlAt(host, "/x");
+    EXPECT_EQ(errorOf(requestTo(url)),
+              "no request was sent to " + url + ": plain HTTP stays on this machine; use https");
+  }
+  // A server takes connections in the order in which they were made: this is its first.
+  EXPECT_EQ(bodyOf(request()), "ok");
+  EXPECT_EQ(plain.connections(), 1u);
+}
+
 TEST_F(CurlTransportTest, SpeaksPlainHttpOnThisMachine) {
   auto& server = serve(answerOk, {});
   for (const char* host : {"127.0.0.1", "localhost", "LOCALHOST", "127.1"})
