@@ -336,6 +336,15 @@ TEST_F(CurlTransportTest, RefusesACertificateOfAnotherName) {
   EXPECT_TRUE(server.requests().empty());
 }
 
+TEST_F(CurlTransportTest, TakesACertificateForTheNameInItAndForNoOtherOfTheSameServer) {
+  const Identity by_name = authority().issue("DNS:localhost");
+  auto& server = serve(answerOk, {.identity = &by_name});
+  EXPECT_EQ(errorOf(request()).find("could not trust the certificate of " + server.url("/") + ": "), 0u);
+  EXPECT_TRUE(server.requests().empty());
+  EXPECT_EQ(bodyOf(requestTo(server.urlAt("localhost", "/"))), "ok");
+  EXPECT_EQ(server.requests().size(), 1u);
+}
+
 TEST_F(CurlTransportTest, RefusesACertificateThatIsOver) {
   const Identity over = authority().issue(kLoopbackNames, -60);
   auto& server = serve(answerOk, {.identity = &over});
