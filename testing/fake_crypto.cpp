@@ -66,6 +66,8 @@ std::string scrambled(std::string_view key_text, std::string_view nonce, std::st
 std::optional<kit::Error> FakeCipher::encrypt(std::string_view key_text, std::string_view nonce,
                                               std::string_view header, std::string_view plaintext,
                                               std::string& out) const {
+  if (refusal_)
+    return kit::Error{*refusal_};
   if (nonce.size() != kit::kNonceBytes)
     return kit::Error{"fake cipher: a nonce has 12 bytes, not " + std::to_string(nonce.size())};
   out += scrambled(key_text, nonce, plaintext);

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "kit/crypto.h"
 
@@ -22,6 +23,12 @@ class FakeCipher : public kit::Cipher {
                                     std::string_view plaintext, std::string& out) const override;
   std::optional<kit::Error> decrypt(std::string_view key_text, std::string_view nonce, std::string_view header,
                                     std::string_view sealed, std::string& out) const override;
+
+  /// What encrypt() answers from now on; none: it encrypts. Not while another thread does.
+  void refuseToEncrypt(std::optional<std::string> error) { refusal_ = std::move(error); }
+
+ private:
+  std::optional<std::string> refusal_;
 };
 
 /// Makes repetitive text (JSON, say) shorter and everything else a little longer; refuses damaged and trailing bytes.

@@ -13,10 +13,12 @@ namespace {
 using kit::Array;
 using kit::Dictionary;
 using kit::Value;
+using ::testing::AllOf;
 using testing::Answer;
 using testing::arrayOf;
 using ::testing::ElementsAre;
 using testing::Fault;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using testing::kCommerce;
 using testing::TestWorld;
@@ -107,6 +109,17 @@ TEST_F(Commerce, ClearsClicksThatCameWhileTheAnswerWasOnItsWayToo) {
   world.userDefaults().setCommerceConversionInfos(arrayOf({commerceClick("first"), commerceClick("second")}));
   world.loop.advance(2);
   EXPECT_EQ(kept(), Value(Array{}));
+}
+
+TEST_F(Commerce, SendsClicksAgainThatAreInARequestUnderWay) {
+  keep(arrayOf({commerceClick("first")}));
+  send();
+  keep(arrayOf({commerceClick("first"), commerceClick("second")}));
+  send();
+  const auto sent = world.requests(kCommerce);
+  ASSERT_EQ(sent.size(), 2U);
+  EXPECT_THAT(sent[0].body, HasSubstr("first"));
+  EXPECT_THAT(sent[1].body, AllOf(HasSubstr("first"), HasSubstr("second")));
 }
 
 TEST_F(Commerce, TakesAnErrorMessageOfNullForNone) {

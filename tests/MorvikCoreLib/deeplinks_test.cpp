@@ -586,6 +586,15 @@ TEST_F(FailedClicks, RaiseTheirCountAndAreSentAgainFromWhatIsStored) {
   EXPECT_EQ(world.faultyServices().faults.calls("makeCommonParameter"), 1U) << "built once for all";
 }
 
+TEST_F(FailedClicks, AreSentAgainAlsoWhileTheirLastResendIsUnderWay) {
+  world.transport.on(kReEngagement).then(Answer::silence());
+  keep({clickOf(12)}, {countOf(12, 1)});
+  retry();
+  EXPECT_THAT(sentClicks(world), ElementsAre(12));
+  retry();
+  EXPECT_THAT(sentClicks(world), ElementsAre(12));
+}
+
 TEST_F(FailedClicks, AreLoggedOneByOneAsTheyAreSentAgain) {
   keep({clickOf(12), clickOf(13)}, {});
   world.log.clear();

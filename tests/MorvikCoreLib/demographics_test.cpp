@@ -166,6 +166,21 @@ TEST_F(Demographics, AreNoLongerPendingOnceTheyAreAccepted) {
   EXPECT_EQ(world.userDefaults().fendoUserDemoInfo_userId(), std::nullopt);
 }
 
+TEST_F(Demographics, WhosePayloadCannotBeMadeAreClearedOnceTheirEmptyRequestIsAccepted) {
+  const auto refuse = [this](const std::optional<std::string>& to_write, const std::optional<std::string>& to_seal) {
+    world.json.refuseToWrite(to_write);
+    world.cipher.refuseToEncrypt(to_seal);
+  };
+  for (const bool is_written : {false, true}) {
+    refuse(is_written ? std::nullopt : std::optional<std::string>("no JSON today"), "no cipher today");
+    answerWith(Dictionary{{"Result", true}});
+    EXPECT_TRUE(world.log.has(is_written ? "MRVK_QA-error : no cipher today" : "MRVK_QA-error : no JSON today"));
+    EXPECT_EQ(world.requests(kDemographics).back().body, "");
+    EXPECT_FALSE(isAnythingPending());
+  }
+  EXPECT_EQ(world.requests(kDemographics).size(), 2U);
+}
+
 TEST_F(Demographics, KeepTheCompleteCopiesWhenThePendingOnesGo) {
   setAll();
   world.store.clearJournal();

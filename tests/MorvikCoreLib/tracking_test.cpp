@@ -323,6 +323,25 @@ TEST_F(Refetch, CarriesThePayloadOfTheMomentItWasScheduled) {
 // --------------------------------------------------------------------------------------------------------------
 // trimming
 
+TEST_F(Tracking, ARecordThatNoBatchCanTakeHoldsTheOthersUpUntilItIsGone) {
+  kit::MutableDictionary nameless(activity("g", "n", at(1), "e1"));
+  nameless.remove("activityName");
+  const Value good = activity("g", "n", at(2), "e2");
+  world.userDefaults().setFendoActivityInfos(Array{Value(std::move(nameless)), good});
+  world.transport.on("v1/tracking").always(Answer::json(kAccepted));
+  push();
+  world.becomeActive();
+  world.enterBackground();
+  world.loop.advance(3600);
+  EXPECT_EQ(sentBatches(), 0U);
+  EXPECT_GT(storedIds().size(), 2U) << "nothing is lost";
+  world.userDefaults().setFendoActivityInfos(Array{good});
+  world.becomeActive();
+  world.loop.advance(1);
+  EXPECT_EQ(sentBatches(), 1U);
+  EXPECT_THAT(storedIds(), IsEmpty());
+}
+
 TEST_F(Tracking, TrimmingRemovesIdenticalRecordsTogether) {
   const Value twice = activity("g", "n", at(1), "e1");
   world.userDefaults().setFendoActivityInfos(Array{twice, activity("g", "n", at(1), "e2"), twice});

@@ -104,11 +104,12 @@ class LedgerRules : public ::testing::Test {
       reasons[each.reason] = each.count;
     return reasons;
   }
-  /// A batch is under way for 10 seconds; a second one, with one event more, left while it was.
+  /// A batch is under way for 10 seconds; a second one, with one event and one impression more, left while it was.
   void letTwoBatchesOverlap(const Answer& second) {
     at(kTracking).then(accepted().after(10)).then(second);
     open();
     record("in the second alone");
+    addImpression(1);
     leave(0.1);
     open();
   }
@@ -191,9 +192,11 @@ TEST_F(LedgerRules, GiveUpWhatWasUnderWayAloneWhenTheProcessEnded) {
   machine.loop.advance(11);
   const uint64_t under_way = of("activities").under_way;
   ASSERT_GT(under_way, 0U);
+  EXPECT_EQ(of("impressions").under_way, 1U);
   restart();
   EXPECT_EQ(of("activities").under_way, 0U);
   EXPECT_EQ(givenUp("activities")["in a request alone when the process ended"], under_way);
+  EXPECT_THAT(givenUp("impressions"), ElementsAre(Pair("in a request alone when the process ended", 1U)));
 }
 
 TEST_F(LedgerRules, OutliveAKillBetweenAnyTwoCommits) {
@@ -278,6 +281,22 @@ TEST_F(LedgerRules, KnowTheImpressionsThatCameDuringAnUpload) {
   EXPECT_EQ(of("impressions").delivered, 1U);
   EXPECT_THAT(givenUp("impressions"),
               ElementsAre(Pair("added while a batch was under way that was then accepted", 1U)));
+}
+
+TEST_F(LedgerRules, KnowTheImpressionsOfABatchThatFailedAfterTheAnswerToAnEarlierOne) {
+  letTwoBatchesOverlap(failed().after(14));
+  machine.loop.advance(11);
+  EXPECT_EQ(of("impressions").under_way, 1U);
+  machine.loop.advance(5);
+  EXPECT_THAT(givenUp("impressions"),
+              ElementsAre(Pair("deleted by the answer to another batch, and their own was not accepted", 1U)));
+}
+
+TEST_F(LedgerRules, KnowTheImpressionsOfABatchThatWasRefusedAfterTheAnswerToAnEarlierOne) {
+  letTwoBatchesOverlap(Answer::json(Dictionary{{"Result", false}}).after(14));
+  machine.loop.advance(16);
+  EXPECT_THAT(givenUp("impressions"),
+              ElementsAre(Pair("deleted by the answer to another batch, and their own was not accepted", 1U)));
 }
 
 // -------------------------------------------------------------------------------------------------- re-engagement
@@ -395,6 +414,16 @@ TEST_F(LedgerRules, KnowTheCommerceClicksThatCameDuringAnUpload) {
               ElementsAre(Pair("added while a request was under way that was then accepted", 1U)));
 }
 
+TEST_F(LedgerRules, GiveUpACommerceClickWhoseRequestAloneHadItWhenTheProcessEnded) {
+  at(kCommerce).then(Answer::json(Dictionary{{"errMsg", Value::null()}}).after(5)).then(Answer::silence());
+  follow("app://open?cid=a");
+  follow("app://open?cid=b");
+  wait(7);
+  ASSERT_EQ(of("commerce clicks").under_way, 1U);
+  restart();
+  EXPECT_THAT(givenUp("commerce clicks"), ElementsAre(Pair("in a request alone when the process ended", 1U)));
+}
+
 TEST_F(LedgerRules, KnowTheCommerceClicksThatAnAnswerAcceptsWithoutAWord) {
   at(kCommerce).then(Answer::json(Dictionary()));
   follow("app://open?cid=a");
@@ -419,6 +448,19 @@ TEST_F(LedgerRules, TakeInTheReportsOfADyingProcessAndKnowThoseThatCameDuringAnU
   EXPECT_EQ(of("crash reports").delivered, 1U);
   EXPECT_THAT(givenUp("crash reports"),
               ElementsAre(Pair("added while an upload was under way that was then accepted", 1U)));
+}
+
+TEST_F(LedgerRules, GiveUpACrashReportWhoseRequestAloneHadItWhenTheProcessEnded) {
+  crash("fendo one");
+  at(kCrash).then(Answer::json(Dictionary{{"code", 0}}).after(5)).then(Answer::silence());
+  open();
+  crash("fendo two");
+  leave();
+  open();
+  wait(5);
+  ASSERT_EQ(of("crash reports").under_way, 1U) << "deleted, and in a request of its own";
+  restart();
+  EXPECT_THAT(givenUp("crash reports"), ElementsAre(Pair("in a request alone when the process ended", 1U)));
 }
 
 TEST_F(LedgerRules, KnowTheReportsThatAnAnswerAcceptsWithoutACode) {
@@ -459,6 +501,18 @@ TEST_F(LedgerRules, KnowTheDemographicsThatCameDuringAnUpload) {
   EXPECT_EQ(of("demographics").delivered, 1U) << "the age that was replaced while it was under way";
   EXPECT_THAT(givenUp("demographics"),
               ElementsAre(Pair("set while an upload was under way that was then accepted", 2U)));
+}
+
+TEST_F(LedgerRules, GiveUpADemographicValueWhoseRequestAloneHadItWhenTheProcessEnded) {
+  at(kDemographics).then(Answer::silence());
+  phone->setAge(30);
+  open();
+  wait(1);
+  phone->setAge(31);
+  wait(1);
+  ASSERT_EQ(of("demographics").under_way, 1U);
+  restart();
+  EXPECT_THAT(givenUp("demographics"), ElementsAre(Pair("in a request alone when the process ended", 1U)));
 }
 
 TEST_F(LedgerRules, KnowTheDemographicsThatCouldNotSayWhoseTheyAre) {

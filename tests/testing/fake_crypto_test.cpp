@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <optional>
 #include <string>
 
 namespace morvik::test {
@@ -124,6 +125,18 @@ TEST(FakeCompressor, RefusesWhatIsCutChangedOrTooLong) {
   }
   EXPECT_TRUE(compressor.inflate(deflated + "x", 1000, out));
   EXPECT_EQ(out, "as it was");
+}
+
+TEST(FakeCipher, SealsNothingWhileItIsToRefuse) {
+  testing::FakeCipher cipher;
+  std::string out = "as it was";
+  cipher.refuseToEncrypt("no cipher today");
+  const auto error = cipher.encrypt("key", std::string(kit::kNonceBytes, 'n'), "header", "plain", out);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->message, "no cipher today");
+  EXPECT_EQ(out, "as it was");
+  cipher.refuseToEncrypt(std::nullopt);
+  EXPECT_FALSE(cipher.encrypt("key", std::string(kit::kNonceBytes, 'n'), "header", "plain", out));
 }
 
 TEST(SeededRandom, GivesTheSameBytesForTheSameSeedAndOthersForAnother) {
