@@ -12,7 +12,6 @@ namespace morvik::simulation {
 namespace {
 
 using host::LedgerKind;
-using host::LedgerReason;
 using testing::ServiceEndpoint;
 
 /// What a request may take beyond its time-out.

@@ -12,7 +12,6 @@ namespace {
 
 using kit::Value;
 using testing::Answer;
-using testing::ServedRequest;
 using testing::SimulatedService;
 using testing::UsualAnswer;
 

@@ -175,7 +175,7 @@ class WildLife final : private MachineWatcher {
     Module fendo_lib;
     fendo_lib.resetRetainedConversionCache = [note_text](const std::map<std::string, std::string>& query) {
       for (const auto& [name, value] : query)
-        note_text(name + "=" + value);
+        note_text(std::string(name).append("=").append(value));
     };
     fendo_lib.saveRetainedConversionKey = [note_text](int64_t key) { note_text("key " + std::to_string(key)); };
     Module push;

@@ -23,7 +23,7 @@ constexpr size_t indexOf(Kind kind) {
 
 // ---------------------------------------------------------------------------------------------------------- beginning
 
-LedgerBook::LedgerBook(LedgerParts parts)
+LedgerBook::LedgerBook(const LedgerParts& parts)
     : store_(parts.store),
       urls_{parts.endpoints.kFendoTrackingBaseLiveUrl + services::kTrackingPath,
             parts.endpoints.kFendoConversionBaseLiveUrl + services::kReEngagementConversionPath,

@@ -56,7 +56,7 @@ struct LedgerParts {
 class LedgerBook {
  public:
   /// Opens the book, or begins one over what is stored. What was under way when the last process ended is given up.
-  explicit LedgerBook(LedgerParts parts);
+  explicit LedgerBook(const LedgerParts& parts);
   LedgerBook(const LedgerBook&) = delete;
   LedgerBook& operator=(const LedgerBook&) = delete;
 

@@ -315,13 +315,11 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
     next_id_ = std::max(next_id_, property.id + 1);
     if (is_late && isAmong(options_.process_decides, found.name))
       setDirty(property);
-    else if (!set_meanwhile)
-      property.value = property.stored;
-    else if (loaded_once_)
+    else if (set_meanwhile && loaded_once_)
       continue;
-    else if (property.stored.isArray() && (property.value.isArray() || property.value.isAbsent()))
+    else if (set_meanwhile && property.stored.isArray() && (property.value.isArray() || property.value.isAbsent()))
       property.value = joined(property.stored, property.value);
-    else if (isAmong(options_.file_decides, found.name))
+    else if (!set_meanwhile || isAmong(options_.file_decides, found.name))
       property.value = property.stored;
   }
   loaded_once_ = true;
