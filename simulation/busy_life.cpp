@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
@@ -22,6 +21,7 @@
 #include "services/json_writer.h"
 #include "simulation/thing_book.h"
 #include "simulation/virtual_machine.h"
+#include "simulation/workers.h"
 #include "testing/simulated_service.h"
 
 namespace morvik::simulation {
@@ -82,6 +82,15 @@ struct Sending {
   bool overlapped = false;
 };
 
+/// Of one kind of records, what became of them as seen from outside the kit.
+struct Sides {
+  uint64_t kept = 0;      ///< recorded by the app, and no death may have undone it
+  uint64_t arrived = 0;   ///< at the service, each once
+  uint64_t stored = 0;    ///< in the store
+  uint64_t given_up = 0;  ///< neither, and a rule may have let them go
+};
+using AllSides = std::array<Sides, host::kLedgerKinds>;
+
 /// A death: when, and from when on what was done may be undone by it.
 struct Death {
   double at = 0;
@@ -92,6 +101,11 @@ std::string textOf(const kit::Value& value) {
   std::string text;
   services::appendJsonDescription(value, text);
   return text;
+}
+
+std::string textOf(const Sides& sides) {
+  return std::to_string(sides.kept) + " kept, " + std::to_string(sides.arrived) + " arrived, " +
+         std::to_string(sides.stored) + " stored, " + std::to_string(sides.given_up) + " given up";
 }
 
 std::string textOf(const Ledger::Account& account) {
@@ -145,28 +159,37 @@ class BusyLife {
 
   BusyLifeResult live() {
     try {
-      for (const auto& chapter : chapters()) {
-        chapter();
-        endCutProcess();
-      }
-      liveAHealthyEnd();
-    } catch (const std::exception& thrown) {
+      callFor("the life", [this] { liveAndSettle(); });
+    } catch (const std::runtime_error& thrown) {
       complain(Complaint::kBroken, thrown.what());
+      die(DiskCut::killed());
     }
-    settleAccount();
+    result_.changes = disk_.changes();
+    result_.installs = service_.installs();
     return std::move(result_);
   }
 
  private:
+  void liveAndSettle() {
+    for (const auto& chapter : chapters()) {
+      chapter();
+      endCutProcess();
+    }
+    liveAHealthyEnd();
+    if (isCut())  // in the end itself
+      liveAHealthyEnd();
+    settleAccount();
+  }
+
   // ------------------------------------------------------------------------------------------------------ the script
 
   std::vector<std::function<void()>> chapters() {
     return {
-        [this] { firstStart(); },         [this] { keptSession(); },
-        [this] { lostAnswers(); },        [this] { crash(); },
-        [this] { longQueue(); },          [this] { powerCut(); },
-        [this] { wishToBeForgotten(); },  [this] { withdrawal(); },
-        [this] { afterTheWithdrawal(); },
+        [this] { firstStart(); },  [this] { keptSession(); },
+        [this] { lostAnswers(); }, [this] { crash(); },
+        [this] { longQueue(); },   [this] { powerCut(); },
+        [this] { crossings(); },   [this] { wishToBeForgotten(); },
+        [this] { withdrawal(); },  [this] { afterTheWithdrawal(); },
     };
   }
 
@@ -252,11 +275,45 @@ class BusyLife {
     leaveSession();
   }
 
+  /// Uploads cross each other and what is recorded meanwhile: the rules let a part of it go.
+  void crossings() {
+    pass(kHourSeconds);
+    openSession();
+    record(1);
+    startBatch();
+    addImpression();
+    openLink(Kind::kCommerceClicks, 0);
+    moods_[ServiceEndpoint::kCommerce] = Mood::kRefuses;
+    openLink(Kind::kCommerceClicks);
+    setUserId();
+    setUserId();
+    crossBatches();
+    moods_.clear();
+    pass(5);
+    moods_[ServiceEndpoint::kReEngagement] = Mood::kNotReached;
+    openLink(Kind::kReEngagementClicks, 0);
+    die(DiskCut::killed());
+    moods_.clear();
+  }
+
+  /// A session starts again while a batch is under way: the next one leaves beside it, with the demographics.
+  void crossBatches() {
+    record(1);
+    startBatch();
+    recordEvent();
+    moods_[ServiceEndpoint::kTracking] = Mood::kSaysNo;
+    doNow([](host::Host& host) { host.applicationDidEnterBackground(); });
+    doNow([](host::Host& host) { host.applicationDidBecomeActive(); });
+    setUserId();
+  }
+
   void wishToBeForgotten() {
     openSession();
     record(2);
     pushTracking();
     wish(true);
+    if (options_.sabotage == Sabotage::kAsksForTheForgotten)
+      askForTheSchedule();
     pass(5);
     die(DiskCut::killed());
     openSession();
@@ -284,6 +341,8 @@ class BusyLife {
     moods_.clear();
     machine_.transport.goOnline();
     needProcess();
+    if (options_.sabotage == Sabotage::kThrows)
+      throw std::runtime_error("it was to end badly");
     if (process_->isGdprForgetMe()) {
       withdraw();
       stop();
@@ -387,8 +446,12 @@ class BusyLife {
     }
   }
 
-  void pushTracking() {
+  void startBatch() {
     doNow([](host::Host& host) { host.pushTracking(); });
+  }
+
+  void pushTracking() {
+    startBatch();
     pass(2);
   }
 
@@ -423,20 +486,36 @@ class BusyLife {
     if (due && mayGo(kind, Reason::kAddedDuringUpload))
       permit(items_.back(), Reason::kAddedDuringUpload, *due);
     const size_t number = items_.size() - 1;
-    doNow(action);
+    if (reachesTheKit(items_[number]))
+      doNow(action);
     if (!isCut())
       items_[number].kept_from = now() + kept_after;
+  }
+
+  bool reachesTheKit(const Item& item) const {
+    switch (options_.sabotage) {
+      case Sabotage::kForgetsAtTheEnd:
+        return !is_healthy_ || item.kind != Kind::kActivities;
+      case Sabotage::kForgetsTheExcused:
+        return item.permissions.empty();
+      default:
+        return true;
+    }
   }
 
   std::string nextName(const char* what) { return std::string(what) + "-" + std::to_string(1000 + items_.size()); }
 
   void record(int count, size_t padding = 0) {
     for (int i = 0; i < count; ++i) {
-      const std::string name = nextName("event");
-      record(Kind::kActivities, name, 0,
-             [&](host::Host& host) { host.addActivity("shop", "purchase", name + std::string(padding, '.')); });
+      recordEvent(padding);
       pass(1.5);
     }
+  }
+
+  void recordEvent(size_t padding = 0) {
+    const std::string name = nextName("event");
+    record(Kind::kActivities, name, 0,
+           [&](host::Host& host) { host.addActivity("shop", "purchase", name + std::string(padding, '.')); });
   }
 
   void addImpression() {
@@ -457,7 +536,7 @@ class BusyLife {
     pass(1);
   }
 
-  void openLink(Kind kind) {
+  void openLink(Kind kind, double then_pass_seconds = 5) {
     const std::string name = nextName("click");
     const bool is_commerce = kind == Kind::kCommerceClicks;
     // A re-engagement click is kept once its request has failed, and not before.
@@ -466,7 +545,7 @@ class BusyLife {
                                    : "shop://offer?ck=" + std::to_string(5000 + items_.size()) +
                                          "&sn=9001&mrvk_eng=1&sub_referral=" + name);
     });
-    pass(5);
+    pass(then_pass_seconds);
   }
 
   void setUserId() {
@@ -505,6 +584,15 @@ class BusyLife {
     doNow([forget_me](host::Host& host) { host.gdprForgetMe(forget_me); });
     if (!isCut())
       setWish(forget_me);
+  }
+
+  /// As the process did before, and must not now.
+  void askForTheSchedule() {
+    const auto asked = machine_.transport.requests(testing::nameOf(ServiceEndpoint::kSchedule));
+    if (asked.empty())
+      throw std::logic_error("no schedule was ever asked for");
+    machine_.transport.start(asked.back(), [](const kit::TransportOutcome&) {});
+    machine_.loop.runUntilIdle();
   }
 
   /// Where there is a network an accepted withdrawal would count as another wish to be forgotten.
@@ -742,7 +830,7 @@ class BusyLife {
       arrived_activities_.emplace(event["event_id"].string());
     const std::string text = textOf(served.payload);
     for (Item& item : items_) {
-      if (!item.arrived && text.find(item.name) != std::string::npos)
+      if (!item.arrived && endpointTaking(item.kind) == served.endpoint && text.find(item.name) != std::string::npos)
         item.arrived = true;
     }
   }
@@ -781,34 +869,52 @@ class BusyLife {
   }
 
   void settleAccount() {
-    result_.changes = disk_.changes();
-    result_.installs = service_.installs();
-    if (result_.installs > 1 && kept(installed_at_))
-      complain(Complaint::kAnotherDevice, std::to_string(result_.installs) + " installs");
-    if (!process_)
-      return;
+    if (service_.installs() > 1 && kept(installed_at_))
+      complain(Complaint::kAnotherDevice, std::to_string(service_.installs()) + " installs");
     checkLedger();
-    compareWithLedger();
-    std::string stored;
-    for (const auto& [name, value] : process_->allStored())
-      stored += textOf(value);
-    BusyAccount& account = result_.account;
+    AllSides sides;
+    const std::array<std::string, host::kLedgerKinds> stored = readStore(sides);
     for (const Item& item : items_) {
-      ++account.recorded;
-      if (item.arrived)
-        ++account.delivered;
-      else if (stored.find(item.name) != std::string::npos)
-        ++account.stored;
-      else if (item.not_kept_yet)
-        ++account.not_kept_yet;
-      else if (!item.permissions.empty())
-        ++account.given_up[firstRuleOf(item)];
-      else
-        complain(item.cut_by.value_or(Complaint::kLostOtherwise), item.name);
+      const auto kind = static_cast<size_t>(item.kind);
+      settle(item, stored[kind].find(item.name) != std::string::npos, sides[kind]);
     }
-    if (!account.balances())
-      complain(Complaint::kUnbalancedAccount, std::to_string(account.recorded) + " recorded");
+    // Those of the kit's own making are not among the items.
+    sides[static_cast<size_t>(Kind::kActivities)].arrived = arrived_activities_.size();
+    compareWithLedger(sides);
     process_->stop();
+    process_.reset();
+  }
+
+  /// What is stored of each kind, as text; and how much it is.
+  std::array<std::string, host::kLedgerKinds> readStore(AllSides& sides) const {
+    std::array<std::string, host::kLedgerKinds> texts;
+    for (const auto& [key, value] : process_->allStored()) {
+      const std::optional<Kind> kind = kindStoredUnder(key);
+      if (!kind)
+        continue;
+      texts[static_cast<size_t>(*kind)] += textOf(value);
+      sides[static_cast<size_t>(*kind)].stored += recordsIn(*kind, value);
+    }
+    return texts;
+  }
+
+  void settle(const Item& item, bool is_stored, Sides& sides) {
+    BusyAccount& account = result_.account;
+    ++account.recorded;
+    sides.kept += item.not_kept_yet ? 0 : 1;
+    if (item.arrived) {
+      ++account.delivered;
+      ++sides.arrived;
+    } else if (is_stored) {
+      ++account.stored;
+    } else if (item.not_kept_yet) {
+      ++account.not_kept_yet;
+    } else if (!item.permissions.empty()) {
+      ++account.given_up[firstRuleOf(item)];
+      ++sides.given_up;
+    } else {
+      complain(item.cut_by.value_or(Complaint::kLostOtherwise), item.name);
+    }
   }
 
   /// The row of the table.
@@ -820,21 +926,16 @@ class BusyLife {
   }
 
   /// The ledger also counts what the kit records of itself, and what a death took with it is in neither account for
-  /// certain. So it knows of at least what was kept, and of no more deliveries than there were arrivals.
-  void compareWithLedger() {
+  /// certain. So it knows of at least what was kept, of no more deliveries than there were arrivals, of just what is
+  /// stored, and of at least what a rule let go.
+  void compareWithLedger(const AllSides& all) {
     const std::vector<Ledger::Account> accounts = process_->ledger().accounts;
-    std::vector<uint64_t> kept(accounts.size());
-    std::vector<uint64_t> arrived(accounts.size());
-    for (const Item& item : items_) {
-      const auto kind = static_cast<size_t>(item.kind);
-      kept[kind] += item.not_kept_yet ? 0 : 1;
-      arrived[kind] += item.arrived ? 1 : 0;
-    }
-    arrived[static_cast<size_t>(Kind::kActivities)] = arrived_activities_.size();
     for (size_t kind = 0; kind < accounts.size(); ++kind) {
-      if (accounts[kind].recorded < kept[kind] || accounts[kind].delivered > arrived[kind])
-        complain(Complaint::kUnsoundLedger, textOf(accounts[kind]) + "; kept " + std::to_string(kept[kind]) +
-                                                ", arrived " + std::to_string(arrived[kind]));
+      const Ledger::Account& account = accounts[kind];
+      const Sides& seen = all[kind];
+      if (account.recorded < seen.kept || account.delivered > seen.arrived || account.stored != seen.stored ||
+          account.givenUp() < seen.given_up)
+        complain(Complaint::kUnbalancedAccount, textOf(account) + "; seen: " + textOf(seen));
     }
   }
 

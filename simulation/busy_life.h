@@ -31,7 +31,7 @@ struct DiskFault {
   uint64_t calls = 1;  ///< so many in a row
 };
 
-/// A store that does less than it says, to see that it is found out.
+/// A store that does less than it says, or a device that goes wrong otherwise, to see that it is found out.
 enum class Sabotage : uint8_t {
   kNone,
   kSyncsNothing,           ///< no sync reaches the disk
@@ -40,6 +40,10 @@ enum class Sabotage : uint8_t {
   kForgetsTheLastSession,  ///< what was written since the latest session began is gone with its process
   kHoldsBack,              ///< of what is to survive together the last is written with the next such
   kGarblesTheFile,         ///< what is left of the store's file after a death is no store
+  kForgetsAtTheEnd,        ///< the app's events after the last death never reach the kit
+  kForgetsTheExcused,      ///< what is recorded while a rule may let it go never reaches the kit
+  kAsksForTheForgotten,    ///< after the wish to be forgotten a schedule is asked for
+  kThrows,                 ///< something is thrown in the middle of the life
 };
 
 struct BusyLifeOptions {
@@ -57,12 +61,12 @@ enum class Complaint : uint8_t {
   kLostAtPowerCut,      ///< what was recorded before the last second, and is gone with the power
   kLostOtherwise,       ///< gone, and nothing was cut
   kSentTwice,           ///< an event on the wire again, and nothing explains it
-  kUnbalancedAccount,   ///< recorded is not delivered + stored + given up + not yet kept when the cut came
+  kUnbalancedAccount,   ///< what the app recorded, the service has and the store holds, and the kit's account of it
   kForgottenWish,       ///< a wish to be forgotten, or its withdrawal, that did not outlive the process
   kRequestOfForgotten,  ///< a request but the erasure of a user who asked to be forgotten
-  kUnsoundLedger,       ///< the kit's own account misses something, counts it twice, or gives it up by no rule
+  kUnsoundLedger,       ///< the kit's account in itself misses something, counts it twice, or gives it up by no rule
   kAnotherDevice,       ///< what makes the device this one was lost: it was installed again
-  kBroken               ///< something was thrown, or a host did not start
+  kBroken               ///< something was thrown, or a host did not start: the life ended there, without an account
 };
 inline constexpr size_t kComplaints = 11;
 const char* nameOf(Complaint complaint);
@@ -95,7 +99,7 @@ struct BusyLifeResult {
   bool isFine() const { return texts.empty(); }
 };
 
-/// Lives it to its healthy end. Any thread; shares nothing with other lives.
+/// Lives it to its healthy end. What is thrown in it is complained of. Any thread; shares nothing with other lives.
 BusyLifeResult liveBusyLife(const BusyLifeOptions& options);
 
 }  // namespace morvik::simulation

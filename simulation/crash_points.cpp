@@ -51,7 +51,7 @@ class Trial {
       : options_(options), progress_(progress) {}
 
   CrashPointResult run() {
-    choosePoints();
+    choosePoints(liveUncut());
     texts_.resize(points_.size());
     runOnThreads(options_.workers, [this] { work(); });
     for (const auto& of_point : texts_)
@@ -62,8 +62,15 @@ class Trial {
   }
 
  private:
-  void choosePoints() {
-    const BusyLifeResult whole = liveBusyLife({});
+  BusyLifeResult liveUncut() {
+    BusyLifeResult whole = liveBusyLife({});
+    addComplaints(whole);
+    for (const std::string& text : whole.texts)
+      result_.texts.push_back("without a cut: " + text);
+    return whole;
+  }
+
+  void choosePoints(const BusyLifeResult& whole) {
     const uint64_t stride = std::max<uint64_t>(options_.stride, 1);
     for (const PointMode mode : options_.modes) {
       const uint64_t count = result_.points[placeOf(mode)] = pointsOf(mode, whole);
@@ -74,7 +81,7 @@ class Trial {
 
   void work() {
     for (size_t next = next_++; next < points_.size(); next = next_++)
-      callFor("the life at " + wordsOf(points_[next]), [this, next] { take(next, liveAt(points_[next])); });
+      take(next, liveAt(points_[next]));
   }
 
   BusyLifeResult liveAt(const Point& point) const {
@@ -92,12 +99,16 @@ class Trial {
     result_.installs += lived.installs;
     result_.sent_twice += lived.sent_twice;
     result_.account += lived.account;
-    for (size_t i = 0; i < kComplaints; ++i)
-      result_.complaints[i] += lived.complaints[i];
+    addComplaints(lived);
     for (const std::string& text : lived.texts)
       texts_[place].push_back(wordsOf(point) + ": " + text);
     if (progress_)
       progress_(result_.tried_in_all, points_.size());
+  }
+
+  void addComplaints(const BusyLifeResult& lived) {
+    for (size_t i = 0; i < kComplaints; ++i)
+      result_.complaints[i] += lived.complaints[i];
   }
 
   const CrashPointOptions options_;

@@ -75,8 +75,8 @@ struct CrashPointResult {
   uint64_t count(Complaint complaint) const { return complaints[static_cast<size_t>(complaint)]; }
 };
 
-/// Lives one life per point. `progress` is told, on any thread, one call at a time, how many are lived, of how many. A
-/// life that throws is named in the std::runtime_error that is thrown then.
+/// Lives one life per point, and one that nothing cuts off, to count the points. `progress` is told, on any thread, one
+/// call at a time, how many of the former are lived, of how many.
 CrashPointResult tryCrashPoints(const CrashPointOptions& options,
                                 const std::function<void(uint64_t lived, uint64_t of)>& progress = {});
 

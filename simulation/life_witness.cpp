@@ -24,11 +24,6 @@ constexpr std::string_view kDemographics[] = {"fendoUserDemoInfo_age", "fendoUse
                                               "fendoUserDemoInfo_userId"};
 constexpr std::string_view kFailureCounts = "reEngagementConversionFailedCnt";
 constexpr std::string_view kEnd = "end";
-constexpr int64_t kNonePending = -1;
-
-bool isPending(const kit::Value& demographic) {
-  return demographic.isString() || (demographic.isNumber() && demographic.integer() != kNonePending);
-}
 
 }  // namespace
 
@@ -323,7 +318,7 @@ void LifeWitness::storeCameToLight(const Read& read) {
 ThingBook::Strangers LifeWitness::lookAtDemographics() {
   std::vector<std::string> names;
   for (const auto& [key, value] : demographics_) {
-    if (isPending(value))
+    if (recordsIn(LedgerKind::kDemographics, value) != 0)
       names.push_back(nameOfStored(LedgerKind::kDemographics, key, value));
   }
   return facts.things.storedAre(LedgerKind::kDemographics, names);

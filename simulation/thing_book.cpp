@@ -22,6 +22,9 @@ constexpr StoredUnder kStoredUnder[] = {
     {"MorvikCoreUserInfo_Crash", Kind::kCrashReports}, {"fendoUserDemoInfo_age", Kind::kDemographics},
     {"fendoUserDemoInfo_gender", Kind::kDemographics}, {"fendoUserDemoInfo_userId", Kind::kDemographics}};
 
+/// What an age or gender reads as when none is pending.
+constexpr int64_t kNonePending = -1;
+
 constexpr std::string_view kDemographicPrefix = "fendoUserDemoInfo_";
 
 std::string textOf(const kit::Value& value) {
@@ -80,6 +83,12 @@ std::optional<Kind> kindStoredUnder(std::string_view key) {
       return each.kind;
   }
   return std::nullopt;
+}
+
+size_t recordsIn(Kind kind, const kit::Value& stored) {
+  if (kind != Kind::kDemographics)
+    return stored.array().size();
+  return stored.isString() || (stored.isNumber() && stored.integer() != kNonePending) ? 1 : 0;
 }
 
 std::string nameOfStored(Kind kind, std::string_view key, const kit::Value& record) {

@@ -133,6 +133,8 @@ class ThingBook {
 
 /// A stored list or value of the ledger's kinds. Nothing for any other key.
 std::optional<host::LedgerKind> kindStoredUnder(std::string_view key);
+/// So many records a value holds that is stored under the key of that kind.
+size_t recordsIn(host::LedgerKind kind, const kit::Value& stored);
 /// The name of a stored record; of a demographic value "age=17".
 std::string nameOfStored(host::LedgerKind kind, std::string_view key, const kit::Value& record);
 /// Names of what a payload carries, each with its kind.

@@ -30,6 +30,9 @@ TEST(CrashPoints, NothingIsLostAtAnyOfThem) {
   EXPECT_EQ(result.count(Complaint::kAnotherDevice), 0U);
   EXPECT_EQ(result.count(Complaint::kBroken), 0U);
   EXPECT_THAT(result.texts, IsEmpty());
+  EXPECT_EQ(result.account.stored, 0U);
+  EXPECT_TRUE(result.account.balances());
+  EXPECT_GE(result.account.givenUp(), result.tried_in_all) << "the rules are at work in every life";
 }
 
 }  // namespace

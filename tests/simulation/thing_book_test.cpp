@@ -48,6 +48,15 @@ TEST(ThingsAreSent, EachToTheEndpointOfItsKind) {
   EXPECT_EQ(endpointTaking(LedgerKind::kDemographics), ServiceEndpoint::kDemographics);
 }
 
+TEST(RecordsIn, AreTheElementsOfAListOrADemographicValueThatIsPending) {
+  EXPECT_EQ(recordsIn(LedgerKind::kImpressions, kit::Array{1, 2}), 2U);
+  EXPECT_EQ(recordsIn(LedgerKind::kImpressions, kit::Value()), 0U);
+  EXPECT_EQ(recordsIn(LedgerKind::kDemographics, kit::Value("a user")), 1U);
+  EXPECT_EQ(recordsIn(LedgerKind::kDemographics, kit::Value(0)), 1U);
+  EXPECT_EQ(recordsIn(LedgerKind::kDemographics, kit::Value(-1)), 0U) << "no age is pending";
+  EXPECT_EQ(recordsIn(LedgerKind::kDemographics, kit::Value()), 0U);
+}
+
 TEST_F(ThingBookTest, LosesWhatIsNeitherStoredNorUnderWayNorArrived) {
   const ThingNumber stored = recordKept("stored", 1);
   const ThingNumber under_way = recordKept("under way", 1);
