@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <stdexcept>
 #include <vector>
 
 #include "host/crash/crash_record.h"
@@ -39,9 +40,10 @@ class Earlier : public ::testing::Test {
           told.push_back(crash.reason.value_or("(none)"));
           return can_keep;
         },
-        services::Logger(levels_, log));
+        logger());
     return told;
   }
+  services::Logger logger() { return services::Logger(levels_, log); }
   std::string path() const { return scratch_.path() + "/record"; }
   std::string waiting() const { return waitingRecordPath(path()); }
   std::string unreadable() const { return unreadableRecordPath(path()); }
@@ -84,6 +86,14 @@ TEST_F(Earlier, CrashThatCannotBeKeptWaitsForAStartThatCan) {
   leave(SIGFPE);
   EXPECT_THAT(start(), ElementsAre("SIGSEGV", "SIGFPE"));
   EXPECT_FALSE(isThere(waiting()));
+  EXPECT_THAT(start(), IsEmpty());
+}
+
+TEST_F(Earlier, CrashIsToldAgainWhereAStartEndsBeforeItsRecordIsGone) {
+  leave(SIGSEGV);
+  const auto end_here = [](const kit::UncaughtException&) -> bool { throw std::runtime_error("ended"); };
+  EXPECT_THROW(reportEarlierCrashes(path(), end_here, logger()), std::runtime_error);
+  EXPECT_THAT(start(), ElementsAre("SIGSEGV"));
   EXPECT_THAT(start(), IsEmpty());
 }
 
