@@ -1,4 +1,4 @@
-// A busy life of one device on a disk that can fail: everything that is recorded in eight hours, with batches refused
+// A busy life of one device on a disk that can fail: everything that is recorded in some hours, with batches refused
 // and lost, deaths and a wish to be forgotten, in virtual time; and the account of it. The same to the byte each time,
 // up to the change of the disk at which a life is cut off.
 #pragma once
