@@ -127,8 +127,9 @@ class Store {
   std::int64_t newestRequest();
   /// One request whole, or null.
   Json request(std::int64_t id);
-  /// The requests of an install, at most kMaxTimelineRequests and kMaxTimelineBytes of them.
-  InstallRequests requestsOfInstall(const std::string& install);
+  /// The requests of an install, at most kMaxTimelineRequests of them, and no more once their payloads are longer than
+  /// `limit_bytes`.
+  InstallRequests requestsOfInstall(const std::string& install, std::size_t limit_bytes = kMaxTimelineBytes);
   /// {"installs":[{"install","requests","newest","last_time"}],"complete":true}, the one heard of last first.
   std::string installsJson(std::int64_t limit = kMaxInstallsListed);
   /// What arrived of an install and was counted, by the kinds of its ledger: {"activities":N,"impressions":N,

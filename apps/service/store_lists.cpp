@@ -105,7 +105,7 @@ Json Store::request(std::int64_t id) {
   return row.step() ? requestRow(row) : Json(nullptr);
 }
 
-InstallRequests Store::requestsOfInstall(const std::string& install) {
+InstallRequests Store::requestsOfInstall(const std::string& install, std::size_t limit_bytes) {
   Statement rows(database_,
                  "SELECT id, time_ms, endpoint, payload, counted FROM requests WHERE install = ? AND payload IS NOT "
                  "NULL ORDER BY id DESC LIMIT ?");
@@ -114,7 +114,7 @@ InstallRequests Store::requestsOfInstall(const std::string& install) {
   std::size_t bytes_read = 0;
   while (rows.step()) {
     const auto count = static_cast<std::int64_t>(found.requests.size());
-    if (count == kMaxTimelineRequests || bytes_read > kMaxTimelineBytes) {
+    if (count == kMaxTimelineRequests || bytes_read > limit_bytes) {
       found.complete = false;
       break;
     }

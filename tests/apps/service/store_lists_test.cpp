@@ -184,12 +184,13 @@ TEST_F(StoreListsTest, ARefusedRequestGivesNobodysIdentifierToAnInstall) {
 
 TEST_F(StoreListsTest, OfLargePayloadsOfAnInstallTheNewestAreRead) {
   constexpr std::size_t kPayloads = 4;
-  const std::string padding(kMaxTimelineBytes / (kPayloads - 1) + 1, 'x');
+  constexpr std::size_t kLimitBytes = 3000;
+  const std::string padding(kLimitBytes / (kPayloads - 1) + 1, 'x');
   for (std::size_t i = 0; i < kPayloads - 1; ++i)
     addStranger("conversion", Json{{"install_id", "i"}, {"padding", padding}});
-  EXPECT_EQ(true, store_.requestsOfInstall("i").complete);
+  EXPECT_EQ(true, store_.requestsOfInstall("i", kLimitBytes).complete);
   addStranger("conversion", Json{{"install_id", "i"}, {"padding", padding}});
-  const InstallRequests found = store_.requestsOfInstall("i");
+  const InstallRequests found = store_.requestsOfInstall("i", kLimitBytes);
   EXPECT_EQ(false, found.complete);
   ASSERT_EQ(kPayloads - 1, found.requests.size());
   EXPECT_EQ(kPayloads, found.requests.front()["id"]);

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -69,10 +70,14 @@ std::string logOfOneCommit(uint32_t page, uint32_t pages_after_commit) {
   return log + content;
 }
 
+/// A flush of the owner's would touch its files, too.
+constexpr std::chrono::hours kNeverByItself{24};
+
 class StoreSnapshot : public ::testing::Test {
  protected:
   std::unique_ptr<SqliteStore> open() {
-    return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder_.path()}}, log_);
+    return std::make_unique<SqliteStore>(
+        SqliteStoreOptions{.place = {.folder = folder_.path()}, .flush_delay = kNeverByItself}, log_);
   }
   std::unique_ptr<SqliteStore> inspect() {
     return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder_.path()}, .read_only = true},
