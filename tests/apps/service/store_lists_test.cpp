@@ -196,6 +196,15 @@ TEST_F(StoreListsTest, OfLargePayloadsOfAnInstallTheNewestAreRead) {
   EXPECT_EQ(kPayloads, found.requests.front()["id"]);
 }
 
+TEST_F(StoreListsTest, BehindAPayloadLongerThanTheLimitNothingOlderIsRead) {
+  addStranger("conversion", Json{{"install_id", "i"}});
+  addStranger("conversion", Json{{"install_id", "i"}, {"padding", std::string(kMaxTimelineBytes, 'x')}});
+  const InstallRequests found = store_.requestsOfInstall("i");
+  EXPECT_EQ(false, found.complete);
+  ASSERT_EQ(1U, found.requests.size());
+  EXPECT_EQ(2, found.requests.front()["id"]);
+}
+
 TEST_F(StoreListsTest, InstallsAreListedTheOneHeardOfLastFirst) {
   add("one", {});
   add("two", {});
