@@ -48,41 +48,49 @@ void Host::applicationDidEnterBackground() {
   callOnMain([parts = parts_.get()] { parts->notifications.post(kit::Notification::kApplicationDidEnterBackground); });
 }
 
-void Host::addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) {
+Recorded Host::addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) {
   callOnMain([parts = parts_.get(), group = kit::Value(group), name = kit::Value(name), param = valueOf(param),
               now = parts_->clock->now()] { parts->services.addActivityOfApp(group, name, param, now); });
+  return Recorded::kKept;
 }
 
 void Host::pushTracking() {
   callOnMain([parts = parts_.get()] { parts->core->pushTracking(); });
 }
 
-void Host::passOpenURL(std::string_view url) {
+Recorded Host::passOpenURL(std::string_view url) {
   callOnMain([parts = parts_.get(), url = kit::Url(std::string(url))] { parts->core->passOpenURL(url); });
+  return Recorded::kKept;
 }
 
-void Host::setReferralUrlForFacebook(std::string_view url) {
+Recorded Host::setReferralUrlForFacebook(std::string_view url) {
   callOnMain([parts = parts_.get(), url = kit::Url(std::string(url))] { parts->core->setReferralUrlForFacebook(url); });
+  return Recorded::kKept;
 }
 
-void Host::thirdPartyConversion() {
+Recorded Host::thirdPartyConversion() {
   callOnMain([parts = parts_.get()] { parts->core->thirdPartyConversion(parts->core->makeConversionParameter()); });
+  return Recorded::kKept;
 }
 
-void Host::setAge(int32_t age) {
+Recorded Host::setAge(int32_t age) {
   callOnMain([parts = parts_.get(), age] { parts->core->setAge(age); });
+  return Recorded::kKept;
 }
 
-void Host::setGender(int32_t gender) {
+Recorded Host::setGender(int32_t gender) {
   callOnMain([parts = parts_.get(), gender] { parts->core->setGender(gender); });
+  return Recorded::kKept;
 }
 
-void Host::setUserId(std::string_view user_id) {
+Recorded Host::setUserId(std::string_view user_id) {
   callOnMain([parts = parts_.get(), user_id = std::string(user_id)] { parts->core->setUserId(user_id); });
+  return Recorded::kKept;
 }
 
-void Host::gdprForgetMe(bool forget_me) {
+Recorded Host::gdprForgetMe(bool forget_me) {
   callOnMain([parts = parts_.get(), forget_me] { parts->core->gdprForgetMe(forget_me); });
+  return Recorded::kKept;
 }
 
 bool Host::isGdprForgetMe() const {
@@ -130,6 +138,28 @@ void Host::stop() {
   parts_->store->shutdown();
   MorvikCoreLib::withdrawSharedKit(parts_->kit);
   stopped_ = true;
+}
+
+// PLACEHOLDERS: to be replaced, each with its whole behaviour.
+Recorded Host::addImpression(const Impression&) {
+  return Recorded::kKept;
+}
+void Host::flush(std::function<void(const FlushResult&)>, std::chrono::milliseconds) {}
+FlushResult Host::waitUntilDelivered(std::chrono::milliseconds) {
+  return {};
+}
+void Host::setSendingEnabled(bool) {}
+Recorded Host::clearUserId() {
+  return Recorded::kKept;
+}
+Status Host::status() {
+  return {};
+}
+bool Host::eraseLocalData() {
+  return false;
+}
+void Host::stop(std::chrono::milliseconds) {
+  stop();
 }
 
 kit::MainQueue& Host::mainQueue() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -56,24 +57,32 @@ class Host final : public morvik::MorvikCore {
 
   void applicationDidBecomeActive() override;
   void applicationDidEnterBackground() override;
-  void addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) override;
+  Recorded addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) override;
+  Recorded addImpression(const Impression& impression) override;
   void pushTracking() override;
-  void passOpenURL(std::string_view url) override;
-  void setReferralUrlForFacebook(std::string_view url) override;
-  void thirdPartyConversion() override;
-  void setAge(int32_t age) override;
-  void setGender(int32_t gender) override;
-  void setUserId(std::string_view user_id) override;
-  void gdprForgetMe(bool forget_me) override;
+  void flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) override;
+  FlushResult waitUntilDelivered(std::chrono::milliseconds timeout) override;
+  void setSendingEnabled(bool enabled) override;
+  Recorded passOpenURL(std::string_view url) override;
+  Recorded setReferralUrlForFacebook(std::string_view url) override;
+  Recorded thirdPartyConversion() override;
+  Recorded setAge(int32_t age) override;
+  Recorded setGender(int32_t gender) override;
+  Recorded setUserId(std::string_view user_id) override;
+  Recorded clearUserId() override;
+  Recorded gdprForgetMe(bool forget_me) override;
   bool isGdprForgetMe() const override;
   void setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) override;
   void setLogLevel(int level) override;
   Ledger ledger() override;
+  Status status() override;
+  bool eraseLocalData() override;
   void perform(std::function<void()> block) override;
   int pollDescriptor() const override;
   int pollTimeoutMilliseconds() const override;
   void dispatch() override;
   void stop() override;
+  void stop(std::chrono::milliseconds drain) override;
 
   // What the programs of this tree need beside.
 

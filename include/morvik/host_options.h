@@ -175,6 +175,13 @@ struct HostOptions {
   /// next session start. URLs that come later go to MorvikCore::passOpenURL().
   std::string opened_url;
   MainQueueMode main_queue = MainQueueMode::kOwnThread;
+  /// Whether anything may be sent from the start on; false, say, until the user has consented. Everything is recorded
+  /// all the same. See MorvikCore::setSendingEnabled().
+  bool sending = true;
+  /// Whether the environment may change log level, log file and service, for debugging: MORVIK_LOG_LEVEL,
+  /// MORVIK_LOG_FILE, MORVIK_SERVICE_URL, read once, at the start. Not for what you ship: whoever can set a variable of
+  /// the process could send its events elsewhere.
+  bool allow_environment = false;
 };
 
 }  // namespace morvik

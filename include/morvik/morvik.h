@@ -13,13 +13,17 @@
 //
 // From then on sessions and events are kept on the device and delivered.
 //
-// Threads. All work takes place on one serial main queue: on a thread of the kit's own, or pumped from the app's loop
-// (HostOptions::main_queue). Every operation below may be called from any thread, unless it says otherwise. Called on
-// the main queue (from a callback, from perform(), or, pumped, on the thread that pumps), it is done, and what it
-// stored outlives the process, when it returns. Called from any other thread it is posted to the main queue, in order,
-// and returns before it is done. Nothing here waits for the network or for the disk; nothing throws.
+// Threads. Every operation may be called from any thread, unless it says otherwise. What records something (activities,
+// impressions, demographics, opened URLs, the wish to be forgotten) does so on the calling thread: when the call
+// returns, the record outlives the process, in both modes of the main queue. Everything else takes place on one serial
+// main queue, on a thread of the kit's own or pumped from the app's loop (HostOptions::main_queue): called on the main
+// queue (from a callback, from perform(), or, pumped, on the thread that pumps) it is done when it returns; called from
+// any other thread it is posted, in order, and returns before it is done. Nothing here waits for the network or for a
+// disk sync; nothing throws. In a forked child of the process every operation does nothing.
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -29,6 +33,9 @@
 
 #include "morvik/host_options.h"
 #include "morvik/ledger.h"
+#include "morvik/params.h"
+#include "morvik/recorded.h"
+#include "morvik/status.h"
 #include "morvik/version.h"
 
 namespace morvik {
@@ -40,11 +47,35 @@ struct MorvikCoreDelegate {
   std::function<void(const std::string& deeplink)> didReceiveDeeplink;
   /// The install's attribution was stored: the keys of the campaign that brought it (0: none did).
   std::function<void(int64_t conversion_key, const std::string& sub_referral_key)> didSaveConversionKey;
+  /// The service accepted a batch of so many activities.
+  std::function<void(size_t activities)> didDeliver;
+  /// A request failed, or was refused.
+  std::function<void(const DeliveryFailure& failure)> didFailToDeliver;
+  /// An event of the app was refused, for this reason.
+  std::function<void(Recorded reason)> didRefuseEvent;
+  /// The erasure service answered the user's wish, or there was no answer (false).
+  std::function<void(bool accepted)> didAnswerErasure;
+};
+
+/// An advertisement that was shown.
+struct Impression {
+  int64_t campaign_key = 0;
+  std::string space_key;  ///< where it was shown
+  int64_t resource_key = 0;
+  int64_t conversion_key = 0;
+  bool is_first_time = false;
 };
 
 // What MorvikCore::setGender() knows by name.
 inline constexpr int32_t kGenderFemale = 1;
 inline constexpr int32_t kGenderMale = 2;
+
+/// Group, name and parameter of an activity, in bytes together.
+inline constexpr size_t kMaxEventBytes = size_t{1} << 20;
+inline constexpr size_t kMaxUserIdBytes = size_t{64} << 10;
+/// A URL that is handed over, and how many may wait to be handled.
+inline constexpr size_t kMaxHandedOverBytes = size_t{64} << 10;
+inline constexpr size_t kMaxHandedOver = 1000;
 
 class MorvikCore;
 
@@ -74,45 +105,69 @@ class MorvikCore {
   /// should go on running that long.
   virtual void applicationDidEnterBackground() = 0;
 
-  /// Records an event of the app: a group, a name within it, and a parameter if there is one. Texts are UTF-8; bytes
-  /// that are not are replaced (U+FFFD), with a line in the log. The time is that of the call. Refused, with a line in
-  /// the log at level 3, once the user asked to be forgotten. A few microseconds, however many are stored.
-  virtual void addActivity(std::string_view group, std::string_view name,
-                           std::optional<std::string_view> param = std::nullopt) = 0;
+  /// Records an event of the app: a group, a name within it, and a parameter if there is one (morvik::Params makes a
+  /// structured one). Texts are UTF-8; bytes that are not are replaced (U+FFFD), with a line in the log. The time is
+  /// that of the call. On the calling thread; waits for no disk sync and for one commit of another thread at most, some
+  /// microseconds, however many are stored. Refused, with a line in the log at level 3: once the user asked to be
+  /// forgotten, without group or name, over kMaxEventBytes together, and when the kit is not running.
+  virtual Recorded addActivity(std::string_view group, std::string_view name,
+                               std::optional<std::string_view> param = std::nullopt) = 0;
+
+  /// Records that an advertisement was shown; sent with the next batch of activities. As addActivity() otherwise.
+  virtual Recorded addImpression(const Impression& impression) = 0;
 
   /// Sends what is stored now, instead of with the next session start or end or at ten stored events. Without effect
   /// until the install is attributed, or while a batch is on its way.
   virtual void pushTracking() = 0;
 
+  /// As pushTracking(), for the activities and impressions recorded so far, and tells how it ended: `done` is called
+  /// once, on the main queue, when all of them are delivered, when it is clear that they will not be by now, or when
+  /// the time is up; before stop() returns at the latest. An empty `done` is allowed.
+  virtual void flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) = 0;
+  /// flush(), waited for: for tools and tests, not for an app's user interface. On the thread that pumps it pumps.
+  /// Inside a callback it returns at once, with a line in the log.
+  virtual FlushResult waitUntilDelivered(std::chrono::milliseconds timeout) = 0;
+
+  /// Whether the kit may send. Off: nothing leaves but an erasure; everything is recorded; opened URLs wait; requests
+  /// under way run to their end, and those that wait for a connection wait on. On again, with a session open, what a
+  /// session start asks for and sends is asked for and sent. Not stored: HostOptions::sending says how a start begins.
+  /// At once, on any thread; what follows is posted.
+  virtual void setSendingEnabled(bool enabled) = 0;
+
   /// A URL opened the app: to be told of each, whatever is in it. By its query it is a campaign's re-engagement click,
-  /// a commerce click, both, or none of the kit's business. Any bytes will do. A URL that comes before the kit is
-  /// started goes into HostOptions::opened_url.
-  virtual void passOpenURL(std::string_view url) = 0;
+  /// a commerce click, both, or none of the kit's business. Any bytes will do, up to kMaxHandedOverBytes; at most
+  /// kMaxHandedOver wait. Kept on the calling thread and handled on the main queue, in order; what a process could not
+  /// handle before its end, the next start does. A URL that comes before the kit is started goes into
+  /// HostOptions::opened_url.
+  virtual Recorded passOpenURL(std::string_view url) = 0;
 
   /// A referral URL that the app obtained from Facebook: reported as a third party conversion, once for each conversion
-  /// key ("ck" in its query). Without effect once the user asked to be forgotten.
-  virtual void setReferralUrlForFacebook(std::string_view url) = 0;
+  /// key ("ck" in its query). Kept and handled as an opened URL is. Without effect once the user asked to be forgotten.
+  virtual Recorded setReferralUrlForFacebook(std::string_view url) = 0;
 
-  /// Reports the install to the conversion service as a third party conversion, now. Never retried.
-  virtual void thirdPartyConversion() = 0;
+  /// Reports the install to the conversion service as a third party conversion. Kept and handled as an opened URL is;
+  /// its request is never retried.
+  virtual Recorded thirdPartyConversion() = 0;
 
   // What the app knows of its user. Sent, sealed with the tracking key, at the next session start or end, until the
-  // service has it; the latest value counts. Kept also while the user is marked as forgotten, and not sent then.
+  // service has it; the latest value counts. Kept also while the user is marked as forgotten, and not sent then. On the
+  // calling thread, as addActivity().
   /// In years. Any number is taken, but for -1, which takes an age back that was not sent yet.
-  virtual void setAge(int32_t age) = 0;
+  virtual Recorded setAge(int32_t age) = 0;
   /// kGenderFemale or kGenderMale; any other number is sent as it is, but for -1, as above.
-  virtual void setGender(int32_t gender) = 0;
-  /// The app's own name for its user, UTF-8.
-  virtual void setUserId(std::string_view user_id) = 0;
+  virtual Recorded setGender(int32_t gender) = 0;
+  /// The app's own name for its user, UTF-8, at most kMaxUserIdBytes.
+  virtual Recorded setUserId(std::string_view user_id) = 0;
+  /// Takes the user id back: what was not sent yet, and the copy that is kept. Nothing is sent.
+  virtual Recorded clearUserId() = 0;
 
-  /// The user asks to be forgotten (true) or takes that back (false). The wish is stored at once: from then on, and
-  /// after every restart, the kit sends nothing but this wish, and events of the app are refused. It goes to the
-  /// erasure service if there is a network; without one, or when the service does not accept it, the app calls again
-  /// later (the kit does not). A call that repeats what the service has accepted does nothing. An accepted wish marks
-  /// the user as forgotten, also one that takes an accepted erasure back.
-  virtual void gdprForgetMe(bool forget_me) = 0;
-  /// Whether the user is marked as forgotten, as of now: a call of gdprForgetMe() that was posted from another thread
-  /// shows once it has run. At once, on any thread.
+  /// The user asks to be forgotten (true) or takes that back (false). The wish is stored when the call returns: from
+  /// then on, and after every restart, the kit sends nothing but this wish, and events of the app are refused. What
+  /// follows is posted: it goes to the erasure service if there is a network; without one, or when the service does not
+  /// accept it, the app calls again later (the kit does not). A call that repeats what the service has accepted does
+  /// nothing. An accepted wish marks the user as forgotten, also one that takes an accepted erasure back.
+  virtual Recorded gdprForgetMe(bool forget_me) = 0;
+  /// Whether the user is marked as forgotten, as of now. At once, on any thread.
   virtual bool isGdprForgetMe() const = 0;
 
   /// Sets who is told. Held weakly: keep the delegate alive as long as it wants to hear; an empty pointer unsets. At
@@ -126,6 +181,16 @@ class MorvikCore {
   /// same transactions as what it counts, so it outlives restarts and kills, and always balances. At once, on any
   /// thread; some microseconds, however much is stored.
   virtual Ledger ledger() = 0;
+
+  /// How things stand. At once, on any thread; some microseconds. After stop() as it stood then.
+  virtual Status status() = 0;
+
+  /// Removes what the kit keeps on this device: cancels what is under way, stops the kit, and deletes the store, what
+  /// lies beside it and what was set aside. The wish to be forgotten, and whether the service knows of it, stay. A
+  /// death in between is made up for by the next start on the folder; every next start is a new install. Blocks as
+  /// stop() does; not from within a callback, where it writes a line and does nothing (false). False also when
+  /// something could not be deleted yet; the log says what, and the next start goes on.
+  virtual bool eraseLocalData() = 0;
 
   /// Runs `block` on the main queue, in a later turn, also when called there. What it throws is caught and logged.
   virtual void perform(std::function<void()> block) = 0;
@@ -141,12 +206,16 @@ class MorvikCore {
   /// Runs what is due, and returns. Does not wait. Not to be called from within a callback (it does nothing there).
   virtual void dispatch() = 0;
 
-  /// Ends the work: what is in flight is cancelled, threads are joined, nothing runs afterwards, and no callback comes.
-  /// What was stored is kept and goes out next time. Blocks for some milliseconds as a rule and for two seconds at
-  /// most, not counting a callback of the app's that is running and does not return. Calls that come later do nothing.
-  /// On any thread; pumped: on the pumping thread. Not from within a callback or a performed block: there it does
-  /// nothing but write a line in the log.
+  /// Ends the work. What was posted before runs; then what is in flight is cancelled, threads are joined, nothing runs
+  /// afterwards and no callback comes. What was recorded is kept and goes out next time. Takes two seconds at most:
+  /// what could not run in that time is counted in a line of the log, and a thread that is still in a system call or in
+  /// a callback of the app's then ends by itself and keeps the store folder in use until it does. Calls that come later
+  /// do nothing. On any thread; several may: one stops, the others return when it is stopped. Pumped: on the pumping
+  /// thread. Not from within a callback or a performed block, on whatever queue: there it writes a line in the log and
+  /// does nothing.
   virtual void stop() = 0;
+  /// The same, and before it flush(), waited for at most so long. Returns after that and two seconds at most.
+  virtual void stop(std::chrono::milliseconds drain) = 0;
 };
 
 }  // namespace morvik

@@ -1,0 +1,79 @@
+// How the kit stands: plain values that MorvikCore::status(), flush() and the delegate hand out.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace morvik {
+
+/// A request that did not deliver what it carried.
+struct DeliveryFailure {
+  int http_status = 0;  ///< 0: there was no answer
+  std::string reason;   ///< for people
+  /// The kit sends it again by itself: with a later session, batch or retry.
+  bool is_tried_again = true;
+};
+
+/// The stored referral record: who brought this install.
+struct Referral {
+  int64_t conversion_key = 0;  ///< 0: no campaign did
+  int64_t sub_conversion_key = 0;
+  std::string campaign_data;     ///< what the campaign attached; "" for nothing
+  std::string install_datetime;  ///< as the service wrote it: "yyyyMMddHHmmss"
+};
+
+/// What MorvikCore::status() tells.
+struct Status {
+  using Time = std::chrono::system_clock::time_point;
+  struct Waiting {
+    std::string kind;  ///< as in the ledger
+    uint64_t count = 0;
+  };
+  struct Failure {
+    Time when{};
+    DeliveryFailure failure;
+  };
+
+  bool is_running = false;  ///< not stopped, and not in a forked child
+  bool is_session_open = false;
+  bool is_attributed = false;        ///< there is a referral record
+  std::optional<Referral> referral;  ///< nothing before the install is attributed
+  std::vector<Waiting> waiting;      ///< in the store, for each kind of the ledger and in its order
+  std::optional<Time> last_success;  ///< of this process: the latest answer that accepted something
+  std::optional<Failure> last_failure;
+  bool is_sending_enabled = true;
+  bool is_forgotten = false;
+};
+
+/// Why something still waits when flush() ends.
+enum class FlushReason : uint8_t {
+  kDelivered,      ///< nothing waits
+  kNotAttributed,  ///< the install has no referral record, or the service gave it no user number
+  kNoNetwork,
+  kRefused,          ///< the service answered, and did not accept
+  kNoAnswer,         ///< no connection, no certificate, or no answer in time
+  kSendingOff,       ///< see MorvikCore::setSendingEnabled()
+  kForgotten,        ///< the user asked to be forgotten
+  kNoTrackingKey,    ///< an empty one: none is ever sent
+  kSlotHeld,         ///< an earlier attempt holds the place of the one batch until the next session starts
+  kTimeout,          ///< the time was up first
+  kStopped,          ///< the kit was stopped meanwhile
+  kInsideACallback,  ///< waitUntilDelivered() alone: it cannot wait where the kit's own work would have to go on
+};
+
+/// What flush() tells.
+struct FlushResult {
+  bool is_delivered = false;
+  uint64_t waiting = 0;  ///< of the activities and impressions that were recorded before the call
+  FlushReason reason = FlushReason::kDelivered;
+};
+
+/// For people and logs.
+std::string_view toText(FlushReason reason);
+
+}  // namespace morvik
