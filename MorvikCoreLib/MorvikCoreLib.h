@@ -129,8 +129,15 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   // ---- Deep links (deeplinks.cpp)
 
+  /// When a URL was handed over, and whether that was on a launch that began without a referral record.
+  struct OpeningMoment {
+    std::optional<kit::Date> time;  ///< nothing: now
+    bool is_first_launch = false;
+  };
   /// A URL opened the app: by its query it is a commerce click, a re-engagement, both, or of no matter here. Any text.
   void passOpenURL(const kit::Url& url);
+  /// The same for one that was handed over earlier.
+  void passOpenURL(const kit::Url& url, const OpeningMoment& moment);
   /// A referral URL that the app obtained from Facebook: reported as a third party conversion, once for each conversion
   /// key.
   void setReferralUrlForFacebook(const kit::Url& url);
@@ -182,7 +189,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   /// The user asks to be forgotten (true) or takes that back (false). Stored at once, and from then on the gate of all
   /// other requests follows it; told to the erasure service when there is a network, unless it knows already. Never
-  /// retried by itself.
+  /// retried by itself. Any thread: the wish is compared, stored and mirrored as one step before this returns, not
+  /// flushed; what follows is posted to the main queue in the order of the wishes.
   void gdprForgetMe(bool forget_me);
   /// Whether the user is marked as forgotten. Any thread.
   bool isGdprForgetMe() const;
@@ -196,7 +204,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   // ---- Demographics (demographics.cpp)
 
   // Each is stored twice: as pending until the service has it, and for good. Any value; not flushed, but committed with
-  // the turn.
+  // the turn. Any thread.
   void setAge(int32_t age);
   void setGender(int32_t gender);
   /// Without a text nothing is pending any more.
@@ -299,9 +307,10 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   kit::Value sealedWithHashKey(const kit::Value& payload);
 
   // Deep links.
-  void openReEngagementClick(const kit::Url& url, const kit::Value& query);
-  void openAdvertisingIdClick(const kit::Url& url, const kit::Value& query);
-  void sendReEngagement(const kit::Url& url, const kit::Value& query);
+  void openReEngagementClick(const kit::Url& url, const kit::Value& query, const OpeningMoment& moment);
+  void openAdvertisingIdClick(const kit::Url& url, const kit::Value& query, const OpeningMoment& moment);
+  void sendReEngagement(const kit::Url& url, const kit::Value& query, const OpeningMoment& moment);
+  kit::Value reEngagementParameter(const kit::Url& url, bool is_first_launch);
   void resetRetainedConversionCache(const kit::Value& query);
   kit::Value clickRecord(const kit::Url& url, bool is_first_launch) const;
   void recordFailedReEngagement(const kit::Url& url, bool is_first_launch);
@@ -314,7 +323,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   bool isConversionReported(int64_t conversion_key) const;
 
   // Commerce.
-  void reportCommerceClick(const kit::Value& query);
+  void reportCommerceClick(const kit::Value& query, std::optional<kit::Date> opened_at);
   void commerceDidSucceed(const kit::Value& json);
   void premiumPostbackDidSucceed(const kit::Value& json);
   void saveCommerceEvents();
@@ -331,6 +340,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   kit::Value blank(const std::optional<std::string>& text) const;
 
   // Privacy.
+  bool recordForgetMe(bool forget_me);
+  void tellForgetMe(bool forget_me);
   void sendErasureRequest();
   void erasureDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
   void setForgetMe(bool forget_me);

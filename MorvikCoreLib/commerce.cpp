@@ -31,11 +31,11 @@ double millisecondsSince1970(kit::Date date) {
 // ---------------------------------------------------------------------------------------------------- commerce clicks
 
 /// Stores the click before it is sent.
-void MorvikCoreLib::reportCommerceClick(const Value& query) {
+void MorvikCoreLib::reportCommerceClick(const Value& query, std::optional<kit::Date> opened_at) {
   const Value click = kit::Dictionary{
       {"clickId", query["cid"]},
       {"idfa", util().IDFA().value_or("")},
-      {"mtime", millisecondsSince1970(kit_.clock.now())},
+      {"mtime", millisecondsSince1970(opened_at ? *opened_at : kit_.clock.now())},
   };
   store().inOneStep([this, &click] {
     kit::MutableArray clicks(store().commerceConversionInfos());

@@ -86,42 +86,46 @@ bool changed(const Value& list, Value next, Change store) {
 // --------------------------------------------------------------------------------------------------------- opened URLs
 
 void MorvikCoreLib::passOpenURL(const kit::Url& url) {
+  passOpenURL(url, {.time = std::nullopt, .is_first_launch = isFirstLaunchOk_});
+}
+
+void MorvikCoreLib::passOpenURL(const kit::Url& url, const OpeningMoment& moment) {
   static constexpr const char* kOperation = "-[MorvikCoreLib passOpenURL:]";
-  services::guarded(log(), kPassOpenURLGuard, MORVIK_HERE(kOperation), [this, &url] {
+  services::guarded(log(), kPassOpenURLGuard, MORVIK_HERE(kOperation), [this, &url, &moment] {
     const Value query = util().getURLParmaters(url);
     MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-P.O. URL : %@, getURLParamaters : %@", url, query);
     const bool is_re_engagement = isPresent(query, "ck") && (util().checkNilToNo(query["mrvk_eng"]) ||
                                                              !util().checkNilToNo(query["isFacebookCpi"]));
     if (is_re_engagement)
-      openReEngagementClick(url, query);
+      openReEngagementClick(url, query, moment);
     else
-      openAdvertisingIdClick(url, query);
+      openAdvertisingIdClick(url, query, moment);
   });
 }
 
-void MorvikCoreLib::openReEngagementClick(const kit::Url& url, const Value& query) {
+void MorvikCoreLib::openReEngagementClick(const kit::Url& url, const Value& query, const OpeningMoment& moment) {
   if (isPresent(query, "cid"))
-    reportCommerceClick(query);
-  sendReEngagement(url, query);
+    reportCommerceClick(query, moment.time);
+  sendReEngagement(url, query, moment);
 }
 
 /// A click that can be told from an install's only by the advertising identifier: it is a re-engagement only once the
 /// install has its own attribution, and not on the launch that had to wait for it.
-void MorvikCoreLib::openAdvertisingIdClick(const kit::Url& url, const Value& query) {
+void MorvikCoreLib::openAdvertisingIdClick(const kit::Url& url, const Value& query, const OpeningMoment& moment) {
   if (!services().appleAdvertisingIdentifier() || query.isAbsent())
     return;
   if (isPresent(query, "cid"))
-    reportCommerceClick(query);
+    reportCommerceClick(query, moment.time);
   if (!util().checkNilToNo(query["mrvk_deeplink_cvr"]) || !isPresent(query, "ck") || !isPresent(query, "sn"))
     return;
-  if (store().fendoUserInfo_referralKey() == -1 || isFirstLaunchOk_)
+  if (store().fendoUserInfo_referralKey() == -1 || moment.is_first_launch)
     return;
-  sendReEngagement(url, query);
+  sendReEngagement(url, query, moment);
 }
 
-void MorvikCoreLib::sendReEngagement(const kit::Url& url, const Value& query) {
+void MorvikCoreLib::sendReEngagement(const kit::Url& url, const Value& query, const OpeningMoment& moment) {
   MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib passOpenURL:]", "MRVK_QA-ReEngagement_URL : %@", url);
-  reEngagementConversion(makeReEngagementConversionParameter(url));
+  reEngagementConversion(reEngagementParameter(url, moment.is_first_launch));
   resetRetainedConversionCache(query);
 }
 
@@ -136,12 +140,15 @@ void MorvikCoreLib::resetRetainedConversionCache(const Value& query) {
 // ------------------------------------------------------------------------------------------------ a click's parameters
 
 Value MorvikCoreLib::makeReEngagementConversionParameter(const kit::Url& url) {
+  return reEngagementParameter(url, isFirstLaunchOk_);
+}
+
+Value MorvikCoreLib::reEngagementParameter(const kit::Url& url, bool is_first_launch) {
   static constexpr const char* kOperation = "-[MorvikCoreLib makeReEngagementConversionParameter:]";
   const auto parameters = services::guarded(log(), kMakeParameterGuard, MORVIK_HERE(kOperation), [&] {
     if (services().isGDPRForgetMe())
       return Value();
     kit::MutableDictionary fields = services().makeCommonParameter(kit_.update_log.getSDKVersion());
-    const bool is_first_launch = isFirstLaunchOk_;
     fields.set("deeplink_info", clickRecord(url, is_first_launch));
     // Weak, since the object itself holds it.
     setReEngagement_task([self = weak_from_this(), url, is_first_launch] {

@@ -104,8 +104,9 @@ void MorvikCoreLib::deleteDemos() {
 
 void MorvikCoreLib::deleteImpressionInfo() {
   store().inOneStep([this] {
-    if (!store().fendoImpressionInfos().isAbsent())
-      store().setFendoImpressionInfos(kit::Array());
+    const Value stored = store().fendoImpressionInfos();
+    if (!stored.isAbsent())
+      store().replace(services::property::fendoImpressionInfos, stored, kit::Array());
   });
   store().synchronize();
 }

@@ -48,12 +48,24 @@ bool MorvikCoreLib::isGdprForgetMe() const {
 }
 
 void MorvikCoreLib::gdprForgetMe(bool forget_me) {
-  if (store().MorvikCoreUserInfo_isGDPRForgetMe() == forget_me &&
-      store().MorvikCoreUserInfo_isGDPRForgetMeServerSynced()) {
+  if (!recordForgetMe(forget_me))
     MORVIK_LOG(log(), lcl_vWarning, kOperation, "MRVK_QA-[MorvikCore GDPR] already Synced And Set. Return..");
-    return;
-  }
-  setForgetMe(forget_me);
+}
+
+/// One step for wishes of several threads: the last one that is stored is the last one that is told. False: the service
+/// has accepted this one.
+bool MorvikCoreLib::recordForgetMe(bool forget_me) {
+  return store().inOneStep([this, forget_me] {
+    if (store().MorvikCoreUserInfo_isGDPRForgetMe() == forget_me &&
+        store().MorvikCoreUserInfo_isGDPRForgetMeServerSynced())
+      return false;
+    setForgetMe(forget_me);
+    kit_.main_queue.async([self = shared_from_this(), forget_me] { self->tellForgetMe(forget_me); });
+    return true;
+  });
+}
+
+void MorvikCoreLib::tellForgetMe(bool forget_me) {
   if (util().getNetworkStatus() == kit::kNetworkUnknown)
     return;
   const kit::Module* push = kit_.modules.find(kPushModule);
@@ -129,8 +141,10 @@ void MorvikCoreLib::erasureDidAnswer(const std::optional<kit::Response>& respons
   }
   MORVIK_LOG(log(), lcl_vTrace, kHandlerOperation, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP %ld",
              services::statusCode(response));
-  setForgetMe(true);
-  setForgetMeSynced(true);
+  store().inOneStep([this] {
+    setForgetMe(true);
+    setForgetMeSynced(true);
+  });
 }
 
 void MorvikCoreLib::erasureDidFail(const std::optional<kit::Response>& response, const kit::Error& error) {

@@ -365,7 +365,7 @@ void MorvikCoreLib::deleteActivitysForTracking() {
         const Value& id = record["activityEventID"];
         return !id.isString() || covered.count(id.string()) == 0;
       });
-      store().setFendoActivityInfos(Value(std::move(survivors)));
+      store().replace(services::property::fendoActivityInfos, stored, Value(std::move(survivors)));
     });
     store().synchronize();
   });

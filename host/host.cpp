@@ -1,12 +1,14 @@
 #include "host/host.h"
 
 #include <chrono>
+#include <mutex>
 #include <utility>
 #include <variant>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/host_parts.h"
 #include "host/make_host.h"
+#include "services/guard.h"
 
 namespace morvik {
 
@@ -22,9 +24,9 @@ StartResult MorvikCore::start(const HostOptions& options) {
 namespace morvik::host {
 namespace {
 
-kit::Value valueOf(std::optional<std::string_view> text) {
-  return text ? kit::Value(*text) : kit::Value();
-}
+constexpr services::GuardClause kRecordThrew =
+    services::oneLine(kit::lcl_vError, "Morvik host: something could not be recorded: %@");
+constexpr services::Guard kRecordGuard{kRecordThrew, kRecordThrew};
 
 }  // namespace
 
@@ -45,52 +47,92 @@ void Host::applicationDidBecomeActive() {
 }
 
 void Host::applicationDidEnterBackground() {
+  parts_->has_entered_background = true;
   callOnMain([parts = parts_.get()] { parts->notifications.post(kit::Notification::kApplicationDidEnterBackground); });
 }
 
+/// What records runs on the calling thread, unless the kit has stopped. What it throws (no memory, say) ends here.
+template <class Record>
+Recorded Host::recordNow(Record record) {
+  const CallGate::Call call(parts_->calls);
+  if (!call.isIn())
+    return Recorded::kRefusedNotRunning;
+  const Recorded recorded =
+      services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record)
+          .value_or(Recorded::kRefusedNotRunning);
+  // No turn need follow that would see to it.
+  if (recorded == Recorded::kKeptInMemory)
+    parts_->commit_retry.turnEnded(parts_->store->commitTurn());
+  return recorded;
+}
+
 Recorded Host::addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) {
-  callOnMain([parts = parts_.get(), group = kit::Value(group), name = kit::Value(name), param = valueOf(param),
-              now = parts_->clock->now()] { parts->services.addActivityOfApp(group, name, param, now); });
-  return Recorded::kKept;
+  return recordNow([&] { return parts_->services.addActivityOfApp(group, name, param, parts_->clock->now()); });
+}
+
+Recorded Host::addImpression(const Impression& impression) {
+  return recordNow([&] { return parts_->services.addImpressionOfApp(impression, parts_->clock->now()); });
 }
 
 void Host::pushTracking() {
   callOnMain([parts = parts_.get()] { parts->core->pushTracking(); });
 }
 
+Recorded Host::handOver(HandedOver::Kind kind, std::string_view text, const char* operation) {
+  return recordNow([&] {
+    const Recorded taken = parts_->handed_over.take(
+        {.kind = kind,
+         .text = text,
+         .time = parts_->clock->now(),
+         .is_first_launch = parts_->core->isFirstLaunchOk() && !parts_->has_entered_background});
+    return isKept(taken) ? taken : parts_->services.refuse(taken, operation, "what was handed over");
+  });
+}
+
 Recorded Host::passOpenURL(std::string_view url) {
-  callOnMain([parts = parts_.get(), url = kit::Url(std::string(url))] { parts->core->passOpenURL(url); });
-  return Recorded::kKept;
+  return handOver(HandedOver::Kind::kOpenedUrl, url, "-[MorvikCore passOpenURL:]");
 }
 
 Recorded Host::setReferralUrlForFacebook(std::string_view url) {
-  callOnMain([parts = parts_.get(), url = kit::Url(std::string(url))] { parts->core->setReferralUrlForFacebook(url); });
-  return Recorded::kKept;
+  return handOver(HandedOver::Kind::kFacebookUrl, url, "-[MorvikCore setReferralUrlForFacebook:]");
 }
 
 Recorded Host::thirdPartyConversion() {
-  callOnMain([parts = parts_.get()] { parts->core->thirdPartyConversion(parts->core->makeConversionParameter()); });
-  return Recorded::kKept;
+  return handOver(HandedOver::Kind::kThirdPartyConversion, "", "-[MorvikCore thirdPartyConversion]");
+}
+
+/// A setter's rule: its values are committed, without synchronize().
+template <class Set>
+Recorded Host::setNow(Set set) {
+  return recordNow([&] {
+    set(*parts_->core);
+    parts_->store->commitTurn();
+    return parts_->store->isKept() ? Recorded::kKept : Recorded::kKeptInMemory;
+  });
 }
 
 Recorded Host::setAge(int32_t age) {
-  callOnMain([parts = parts_.get(), age] { parts->core->setAge(age); });
-  return Recorded::kKept;
+  return setNow([age](MorvikCoreLib& core) { core.setAge(age); });
 }
 
 Recorded Host::setGender(int32_t gender) {
-  callOnMain([parts = parts_.get(), gender] { parts->core->setGender(gender); });
-  return Recorded::kKept;
+  return setNow([gender](MorvikCoreLib& core) { core.setGender(gender); });
 }
 
 Recorded Host::setUserId(std::string_view user_id) {
-  callOnMain([parts = parts_.get(), user_id = std::string(user_id)] { parts->core->setUserId(user_id); });
-  return Recorded::kKept;
+  if (user_id.size() > kMaxUserIdBytes) {
+    return recordNow(
+        [&] { return parts_->services.refuse(Recorded::kRefusedTooLarge, "-[MorvikCore setUserId:]", "a user id"); });
+  }
+  return setNow([user_id](MorvikCoreLib& core) { core.setUserId(std::string(user_id)); });
+}
+
+Recorded Host::clearUserId() {
+  return setNow([](MorvikCoreLib& core) { core.setUserId(std::nullopt); });
 }
 
 Recorded Host::gdprForgetMe(bool forget_me) {
-  callOnMain([parts = parts_.get(), forget_me] { parts->core->gdprForgetMe(forget_me); });
-  return Recorded::kKept;
+  return setNow([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
 }
 
 bool Host::isGdprForgetMe() const {
@@ -129,6 +171,7 @@ void Host::stop() {
                "Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside");
     return;
   }
+  parts_->calls.close();
   using std::chrono::steady_clock;
   const auto time = std::chrono::duration<double>(kDrainSeconds);
   parts_->background->stop(steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(time));
@@ -141,17 +184,11 @@ void Host::stop() {
 }
 
 // PLACEHOLDERS: to be replaced, each with its whole behaviour.
-Recorded Host::addImpression(const Impression&) {
-  return Recorded::kKept;
-}
 void Host::flush(std::function<void(const FlushResult&)>, std::chrono::milliseconds) {}
 FlushResult Host::waitUntilDelivered(std::chrono::milliseconds) {
   return {};
 }
 void Host::setSendingEnabled(bool) {}
-Recorded Host::clearUserId() {
-  return Recorded::kKept;
-}
 Status Host::status() {
   return {};
 }
@@ -179,7 +216,7 @@ services::MorvikGVUserDefaults Host::properties() {
 }
 
 kit::Value Host::storedValue(std::string_view key) {
-  return parts_->store->get(key);
+  return parts_->plain_store->get(key);
 }
 
 void Host::setStoredValue(std::string_view key, kit::Value value) {
@@ -208,6 +245,11 @@ void Host::setOffline(bool offline) {
 
 void Host::reportUncaughtException(const kit::UncaughtException& exception) {
   parts_->core->makeCrashParameter(exception);
+}
+
+bool Host::mayRecordHere() {
+  const std::unique_lock hold(parts_->house_lock.door, std::try_to_lock);
+  return hold.owns_lock();
 }
 
 Ledger Host::ledger() {

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/handed_over.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/crash.h"
 #include "kit/error.h"
@@ -108,6 +109,9 @@ class Host final : public morvik::MorvikCore {
   /// An exception that nobody caught becomes a crash report, if it concerns the kit. The crash hook does this itself;
   /// for machines on which nothing really crashes. Any thread; waits for no lock.
   void reportUncaughtException(const kit::UncaughtException& exception);
+  /// Whether this thread could record at this moment without waiting for itself: not while it lets something in. For
+  /// machines on which one thread stands for several.
+  bool mayRecordHere();
   /// Any thread; what it counts may change while it counts, unless it is called within a turn.
   Pending pending() const;
   /// Calls `done` once, at the end of the first turn after which nothing is pending, or when the limit is up: then with
@@ -116,6 +120,11 @@ class Host final : public morvik::MorvikCore {
   void settle(double limit_seconds, std::function<void(bool settled)> done);
 
  private:
+  template <class Record>
+  Recorded recordNow(Record record);
+  template <class Set>
+  Recorded setNow(Set set);
+  Recorded handOver(HandedOver::Kind kind, std::string_view text, const char* operation);
   /// Runs it at once on the main thread, posts it from another.
   void callOnMain(kit::Block block);
   void post(kit::Block block);

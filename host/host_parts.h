@@ -5,13 +5,16 @@
 #include <memory>
 #include <optional>
 
+#include "host/call_gate.h"
 #include "host/checked_options.h"
 #include "host/crash/crash_hook.h"
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
+#include "host/handed_over.h"
 #include "host/host.h"
 #include "host/json/simdjson_codec.h"
 #include "host/ledger/ledger_book.h"
+#include "host/log/posted_lines.h"
 #include "host/loop/background_tasks.h"
 #include "host/loop/notification_center.h"
 #include "host/loop/settle_watch.h"
@@ -83,6 +86,7 @@ struct HostParts {
   MorvikADGetPUID puid;
   CommonParameters common;
   SizeTrigger size_trigger;
+  PostedLines lines;
   MorvikCoreServicesLib services;
   MorvikCore facade;
   const MorvikCoreUpdateLog update_log;
@@ -91,6 +95,10 @@ struct HostParts {
   const std::unique_ptr<kit::ReportShelf> report_shelf;
   AppAdClient ad_client;
   const AppModules modules;
+  HandedOver handed_over;
+  CallGate calls;  ///< those that record
+  /// The app said so; the main queue may not have heard of it yet.
+  std::atomic<bool> has_entered_background{false};
 
   const kit::Kit kit;
   std::shared_ptr<MorvikCoreLib> core;

@@ -15,6 +15,7 @@
 #include "host/machine/system_machine.h"
 #include "host/siblings/kept_identifier.h"
 #include "services/endpoints.h"
+#include "services/guard.h"
 #include "services/text_codes.h"
 
 namespace morvik::host {
@@ -72,6 +73,7 @@ Identity identityOf(HostParts& parts) {
 
 LedgerParts ledgerParts(HostParts& parts) {
   return {.store = *parts.plain_store,
+          .house_lock = parts.house_lock,
           .endpoints = parts.options.endpoints,
           .logger = parts.logger,
           .has_hashed_identifier = parts.options.options.device.puid.source() != Identifier::Source::kNone};
@@ -88,6 +90,7 @@ ServicesParts servicesParts(HostParts& parts) {
           .common = parts.common,
           .util = parts.util,
           .size_trigger = parts.size_trigger,
+          .lines = parts.lines,
           .ledger = &parts.ledger};
 }
 
@@ -158,6 +161,24 @@ void observeAfterTheCore(HostParts& parts) {
                                   [&parts] { parts.background->async([&parts] { parts.store->flushNow(); }); });
 }
 
+constexpr services::GuardClause kHandedOverThrew =
+    services::oneLine(kit::lcl_vError, "Morvik host: what the app handed over could not be handled: %@");
+constexpr services::Guard kHandedOverGuard{kHandedOverThrew, kHandedOverThrew};
+
+void handle(HostParts& parts, const HandedOver::Entry& entry) {
+  services::guarded(parts.logger, kHandedOverGuard, MORVIK_HERE("-[MorvikCore handle]"), [&] {
+    const kit::Url url{std::string(entry.text)};
+    switch (entry.kind) {
+      case HandedOver::Kind::kOpenedUrl:
+        return parts.core->passOpenURL(url, {.time = entry.time, .is_first_launch = entry.is_first_launch});
+      case HandedOver::Kind::kFacebookUrl:
+        return parts.core->setReferralUrlForFacebook(url);
+      case HandedOver::Kind::kThirdPartyConversion:
+        return parts.core->thirdPartyConversion(parts.core->makeConversionParameter());
+    }
+  });
+}
+
 /// Whose the host is: the process's own watches it and may stand behind its shared core.
 enum class HostOf { kProcess, kOtherMachine };
 
@@ -166,6 +187,8 @@ void makeCore(HostParts& parts, HostOf host_of) {
   const bool is_shared = host_of == HostOf::kProcess && MorvikCoreLib::provideSharedKit(parts.kit);
   parts.core = is_shared ? MorvikCoreLib::shared() : MorvikCoreLib::make(parts.kit);
   observeAfterTheCore(parts);
+  parts.handed_over.setHandler([&parts](const HandedOver::Entry& entry) { handle(parts, entry); });
+  parts.handed_over.begin();
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
 }
 
@@ -261,12 +284,14 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
       puid(puidOf(*this)),
       common(identityOf(*this)),
       size_trigger(*main_loop),
+      lines(logger, *main_loop),
       services(servicesParts(*this)),
       device(options.options.device),
       bundle(options.options.device),
       report_shelf(machine.makeReportShelf(options.options.store_folder, json, *log_sink)),
       ad_client(options.options.ad_client, json, *main_loop),
       modules(options.options.modules),
+      handed_over(properties, *store, *main_loop),
       kit(kitOf(*this)) {
   setLogLevel(options.options.log_level);
 }

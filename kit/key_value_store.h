@@ -18,6 +18,12 @@ class KeyValueStore {
   /// Replaces the value whole; an absent value removes the key. Does not block on the disk. Arrays are kept by element:
   /// a list that came of the stored one by appending or removing costs what was changed.
   virtual void set(std::string_view key, Value value) = 0;
+  /// Puts one more element behind the list under `key`; begins a list where there is none. Constant time. Does not
+  /// block on the disk, nor on what another thread does with the list.
+  virtual void append(std::string_view key, Value element) = 0;
+  /// Puts `after` in the place of `before`, a list that get() gave: what was appended meanwhile stays, behind `after`.
+  /// Of a list that is no continuation of `before` any more nothing stays. Does not block on the disk.
+  virtual void replace(std::string_view key, const Value& before, Value after) = 0;
   /// Completes the persistence of all writes made so far: when it returns they survive the death of the process. It
   /// does not wait for the disk. Errors (disk full, …) are reported by the store itself, in the log; the values stay in
   /// memory and are tried again with the next writes. False when one of

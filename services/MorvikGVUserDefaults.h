@@ -68,6 +68,23 @@ class MorvikGVUserDefaults {
     return step();
   }
 
+  /// Runs `step` under the door: for letting one record in, with the gate asked in the same step. Short, and as
+  /// inOneStep() otherwise; never to hold a pass over a list.
+  template <class Step>
+  auto atTheDoor(Step&& step) const {
+    const std::scoped_lock hold(lock_->door);
+    return step();
+  }
+  /// Puts `record` behind the list stored under the property's name, in constant time, whatever others do with it.
+  void append(const char* property_name, const kit::Value& record) const {
+    store_->append(property_name, record);
+  }
+  /// Within inOneStep(): puts `after`, made of the stored list `before`, in its place. What was appended meanwhile
+  /// stays behind it.
+  void replace(const char* property_name, const kit::Value& before, const kit::Value& after) const {
+    store_->replace(property_name, before, after);
+  }
+
   // For a thread on which the process is about to die, and which may hold any lock: neither waits for one.
   /// The text stored under the property's name; nothing when there is none, or when the store is in use at this moment.
   std::optional<std::string> tryGetString(const char* property_name) const;

@@ -67,6 +67,10 @@ class VirtualStore final : public host::MachineStore {
   explicit VirtualStore(testing::MemoryStore& store) : store_(store) {}
   kit::Value get(std::string_view key) const override { return store_.get(key); }
   void set(std::string_view key, kit::Value value) override { store_.set(key, std::move(value)); }
+  void append(std::string_view key, kit::Value element) override { store_.append(key, std::move(element)); }
+  void replace(std::string_view key, const kit::Value& before, kit::Value after) override {
+    store_.replace(key, before, std::move(after));
+  }
   // One thread: nothing comes in between.
   void setTogether(std::span<host::StoreWrite> writes) override {
     for (host::StoreWrite& write : writes)
@@ -84,6 +88,9 @@ class VirtualStore final : public host::MachineStore {
     store_.commitTurn();
     return true;
   }
+  bool synchronizeUntold() override { return store_.synchronize(); }
+  void tellWaiting() override {}
+  bool isKept() const override { return store_.uncommittedWrites() == 0; }
   std::vector<std::pair<std::string, kit::Value>> all() const override {
     const auto contents = store_.contents();
     return {contents.begin(), contents.end()};

@@ -3,6 +3,8 @@
 #include <utility>
 #include <vector>
 
+#include "kit/continued_list.h"
+
 namespace morvik::simulation {
 namespace {
 
@@ -16,20 +18,40 @@ class WatchedStore final : public host::MachineStore {
   WatchedStore(std::unique_ptr<host::MachineStore> store, MachineWatcher& watcher, MachineMeddler& meddler)
       : store_(std::move(store)), watcher_(watcher), meddler_(meddler) {}
 
-  kit::Value get(std::string_view key) const override { return store_->get(key); }
+  kit::Value get(std::string_view key) const override {
+    meddler_.storeIsCalled();
+    return store_->get(key);
+  }
   void set(std::string_view key, kit::Value value) override {
+    meddler_.storeIsCalled();
     value = meddler_.stored(key, std::move(value));
     watcher_.valueIsSet(key, value);
     store_->set(key, std::move(value));
   }
+  void append(std::string_view key, kit::Value element) override {
+    meddler_.storeIsCalled();
+    kit::MutableArray list(store_->get(key));
+    list.append(element);
+    kit::Value whole = meddler_.stored(key, kit::Value(std::move(list)));
+    watcher_.valueIsSet(key, whole);
+    store_->set(key, std::move(whole));
+  }
+  void replace(std::string_view key, const kit::Value& before, kit::Value after) override {
+    meddler_.storeIsCalled();
+    set(key, kit::continuedList(before, store_->get(key), std::move(after)));
+  }
   void setTogether(std::span<host::StoreWrite> writes) override {
+    meddler_.storeIsCalled();
     for (host::StoreWrite& write : writes) {
       write.value = meddler_.stored(write.key, std::move(write.value));
       watcher_.valueIsSet(write.key, write.value);
     }
     store_->setTogether(writes);
   }
-  bool synchronize() override { return store_->synchronize(); }
+  bool synchronize() override {
+    meddler_.storeIsCalled();
+    return store_->synchronize();
+  }
   std::optional<kit::Value> tryGet(std::string_view key) const override { return store_->tryGet(key); }
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override {
     const kit::Value set = value;
@@ -41,7 +63,16 @@ class WatchedStore final : public host::MachineStore {
   host::StoreOpening opening() const override { return store_->opening(); }
   const std::string& openingLine() const override { return store_->openingLine(); }
   void setWhenTakenOver(kit::Block hook) override { store_->setWhenTakenOver(std::move(hook)); }
-  bool commitTurn() override { return store_->commitTurn(); }
+  bool commitTurn() override {
+    meddler_.storeIsCalled();
+    return store_->commitTurn();
+  }
+  bool synchronizeUntold() override {
+    meddler_.storeIsCalled();
+    return store_->synchronizeUntold();
+  }
+  void tellWaiting() override { store_->tellWaiting(); }
+  bool isKept() const override { return store_->isKept(); }
   std::vector<std::pair<std::string, kit::Value>> all() const override { return store_->all(); }
   void flushNow() override { store_->flushNow(); }
   void shutdown() override { store_->shutdown(); }

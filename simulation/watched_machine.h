@@ -39,6 +39,9 @@ class MachineMeddler {
   virtual bool losesHandlerOf(const kit::Request&) { return false; }
   /// Whether the handler gets an error in the place of the answer.
   virtual bool spoilsAnswerTo(const kit::Request&) { return false; }
+  /// The host is about to call its store. Unlike the others this may call the host, as a thread of the app's could at
+  /// that moment: what records, if Host::mayRecordHere() says so.
+  virtual void storeIsCalled() {}
   /// What is stored in the place of the value.
   virtual kit::Value stored(std::string_view, kit::Value value) { return value; }
   /// What is logged in the place of the line.

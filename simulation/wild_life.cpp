@@ -274,8 +274,14 @@ class WildLife final : private MachineWatcher {
     const std::string name = nextName("look");
     const uint64_t oddness = dice_.below(12);
     perform([this, name, padding, oddness] {
-      if (process_->isGdprForgetMe())
-        return process_->addActivity("shop", name, "refused");
+      if (process_->isGdprForgetMe()) {
+        process_->addActivity("shop", name, "refused");
+        return;
+      }
+      if (oddness == 3) {
+        process_->addActivity("", name, "refused");
+        return;
+      }
       std::optional<std::string> param = "sku" + std::string(padding, '.');
       if (oddness == 0)
         param.reset();
@@ -284,7 +290,7 @@ class WildLife final : private MachineWatcher {
       if (oddness == 2)
         param = "\"\\\n\t\x01 \xf0\x9f\x98\x80";
       witness_.isRecorded(LedgerKind::kActivities, name);
-      process_->addActivity(oddness == 3 ? "" : "shop", name, param);
+      process_->addActivity("shop", name, param);
     });
   }
   void recordAnEventCalledEnd() {

@@ -64,11 +64,7 @@ void FakeServices::addActivityGroupName(const kit::Value& group_name, const kit:
     const std::lock_guard lock(mutex_);
     record.set("activityEventID", "event-" + std::to_string(next_event_number_++));
   }
-  store_.inOneStep([&] {
-    kit::MutableArray activities(store_.fendoActivityInfos());
-    activities.append(std::move(record));
-    store_.setFendoActivityInfos(std::move(activities));
-  });
+  store_.append(services::property::fendoActivityInfos, kit::Value(std::move(record)));
   store_.synchronize();
 }
 

@@ -220,6 +220,14 @@ class Faulty<kit::KeyValueStore> final : public kit::KeyValueStore {
     faults.pass("set");
     port_.set(key, std::move(value));
   }
+  void append(std::string_view key, kit::Value element) override {
+    faults.pass("append");
+    port_.append(key, std::move(element));
+  }
+  void replace(std::string_view key, const kit::Value& before, kit::Value after) override {
+    faults.pass("replace");
+    port_.replace(key, before, std::move(after));
+  }
   bool synchronize() override {
     faults.pass("synchronize");
     return port_.synchronize();
@@ -232,7 +240,8 @@ class Faulty<kit::KeyValueStore> final : public kit::KeyValueStore {
     faults.pass("trySetAndSynchronize");
     return port_.trySetAndSynchronize(key, std::move(value));
   }
-  mutable Faults faults{"KeyValueStore", {"get", "set", "synchronize", "tryGet", "trySetAndSynchronize"}};
+  mutable Faults faults{"KeyValueStore",
+                        {"get", "set", "append", "replace", "synchronize", "tryGet", "trySetAndSynchronize"}};
 
  private:
   kit::KeyValueStore& port_;

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "kit/continued_list.h"
+
 namespace morvik::testing {
 
 kit::Value MemoryStore::get(std::string_view key) const {
@@ -13,6 +15,21 @@ kit::Value MemoryStore::get(std::string_view key) const {
 void MemoryStore::set(std::string_view key, kit::Value value) {
   const std::lock_guard lock(mutex_);
   setLocked(key, std::move(value));
+}
+
+void MemoryStore::append(std::string_view key, kit::Value element) {
+  const std::lock_guard lock(mutex_);
+  const auto found = current_.find(key);
+  kit::MutableArray list(found == current_.end() ? kit::Value() : found->second);
+  list.append(std::move(element));
+  setLocked(key, kit::Value(std::move(list)));
+}
+
+void MemoryStore::replace(std::string_view key, const kit::Value& before, kit::Value after) {
+  const std::lock_guard lock(mutex_);
+  const auto found = current_.find(key);
+  const kit::Value now = found == current_.end() ? kit::Value() : found->second;
+  setLocked(key, kit::continuedList(before, now, std::move(after)));
 }
 
 void MemoryStore::setLocked(std::string_view key, kit::Value value) {

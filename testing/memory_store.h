@@ -34,6 +34,8 @@ class MemoryStore : public kit::KeyValueStore {
 
   kit::Value get(std::string_view key) const override;
   void set(std::string_view key, kit::Value value) override;
+  void append(std::string_view key, kit::Value element) override;
+  void replace(std::string_view key, const kit::Value& before, kit::Value after) override;
   bool synchronize() override;
   std::optional<kit::Value> tryGet(std::string_view key) const override;
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override;

@@ -215,6 +215,8 @@ class FoundEntries final : public kit::KeyValueStore {
   kit::Value get(std::string_view key) const override { return valueIn(entries_, key); }
   std::optional<kit::Value> tryGet(std::string_view key) const override { return get(key); }
   void set(std::string_view, kit::Value) override {}
+  void append(std::string_view, kit::Value) override {}
+  void replace(std::string_view, const kit::Value&, kit::Value) override {}
   bool synchronize() override { return false; }
   bool trySetAndSynchronize(std::string_view, kit::Value) override { return false; }
 

@@ -26,7 +26,7 @@ void countWhatIsInGoodOrder(bool has_book, morvik::Ledger& ledger) {
 morvik::Ledger storedLedger(const kit::KeyValueStore& store) {
   const kit::Value written = store.get(host::kLedgerKey);
   const host::LedgerStored stored(store);
-  const host::LedgerAccounts accounts(written, stored.count(LedgerKind::kActivities));
+  const host::LedgerAccounts accounts(written, stored.recordedUnwritten());
   morvik::Ledger ledger = accounts.toLedger(stored.counts());
   countWhatIsInGoodOrder(!written.isAbsent(), ledger);
   return ledger;

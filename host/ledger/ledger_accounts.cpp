@@ -12,6 +12,11 @@ constexpr const char* kDelivered = "delivered";
 constexpr const char* kUnderWay = "under_way";
 constexpr const char* kFoundUncounted = "found_uncounted";
 constexpr const char* kGivenUp = "given_up";
+constexpr const char* kSets = "sets";
+constexpr const char* kRefused = "refused";
+/// Of kLedgerRefusals, as they are stored.
+constexpr std::array kRefusalKeys = {"forgotten", "empty", "too_large", "too_many"};
+static_assert(kRefusalKeys.size() == kLedgerRefusals.size());
 
 constexpr size_t indexOf(LedgerKind kind) {
   return static_cast<size_t>(kind);
@@ -26,13 +31,25 @@ void setUnlessZero(kit::MutableDictionary& dictionary, const char* key, uint64_t
     dictionary.set(key, static_cast<int64_t>(count));
 }
 
+uint64_t grownBy(uint64_t then, uint64_t now) {
+  return now > then ? now - then : 0;
+}
+
 uint64_t countIn(const kit::Value& value) {
   return value.integer() > 0 ? std::min(static_cast<uint64_t>(value.integer()), kMaxLedgerCount) : 0;
 }
 
 }  // namespace
 
-LedgerAccounts::LedgerAccounts(const kit::Value& written, uint64_t stored_activities) {
+DemographicSets DemographicSets::from(const kit::Value& stored) {
+  return {.pending = countIn(stored["pending"]), .all = countIn(stored["all"])};
+}
+
+kit::Value DemographicSets::toValue() const {
+  return kit::Dictionary{{"pending", static_cast<int64_t>(pending)}, {"all", static_cast<int64_t>(all)}};
+}
+
+LedgerAccounts::LedgerAccounts(const kit::Value& written, const Stored& stored) {
   for (size_t kind = 0; kind < kLedgerKinds; ++kind) {
     const kit::Value& account = written[kLedgerKindNames[kind]];
     recorded_[kind] = countIn(account[kRecorded]);
@@ -44,9 +61,29 @@ LedgerAccounts::LedgerAccounts(const kit::Value& written, uint64_t stored_activi
     const LedgerRule& rule = ledgerRules()[row];
     given_up_[row] = countIn(written[nameOf(rule.kind)][kGivenUp][rule.key]);
   }
-  const uint64_t stored_then = countIn(written[nameOf(LedgerKind::kActivities)][kStored]);
-  if (written.isDictionary() && stored_activities > stored_then)
-    recordUnwritten(LedgerKind::kActivities, stored_activities - stored_then);
+  for (size_t row = 0; row < refused_.size(); ++row)
+    refused_[row] = countIn(written[kRefused][kRefusalKeys[row]]);
+  if (!written.isDictionary())
+    return;
+  recordUnwritten(LedgerKind::kActivities,
+                  grownBy(countIn(written[nameOf(LedgerKind::kActivities)][kStored]), stored.activities));
+  // Counts of an older version say nothing of these.
+  const kit::Value& impressions_then = written[nameOf(LedgerKind::kImpressions)][kStored];
+  if (!impressions_then.isAbsent())
+    recordUnwritten(LedgerKind::kImpressions, grownBy(countIn(impressions_then), stored.impressions));
+  takeDemographicsSetSince(DemographicSets::from(written[nameOf(LedgerKind::kDemographics)][kSets]), stored);
+}
+
+/// What was set and waits no more was replaced, or taken back: the service's answer would have written the counts.
+void LedgerAccounts::takeDemographicsSetSince(const DemographicSets& then, const Stored& stored) {
+  constexpr LedgerKind kKind = LedgerKind::kDemographics;
+  const uint64_t set_since = grownBy(then.all, stored.demographics.all);
+  if (set_since == 0)
+    return;
+  recordUnwritten(kKind, grownBy(then.pending, stored.demographics.pending));
+  const uint64_t known = delivered_[indexOf(kKind)] + givenUp(kKind) + under_way_[indexOf(kKind)];
+  const uint64_t missing = grownBy(known + stored.demographics_waiting, recorded_[indexOf(kKind)]);
+  giveUp(kKind, LedgerReason::kReplaced, std::min(missing, set_since));
 }
 
 void LedgerAccounts::record(LedgerKind kind, uint64_t count) {
@@ -81,6 +118,11 @@ void LedgerAccounts::beginUnderWay(LedgerKind kind, uint64_t count) {
 void LedgerAccounts::endUnderWay(LedgerKind kind, uint64_t count) {
   under_way_[indexOf(kind)] -= count;
   is_changed_ |= count > 0;
+}
+
+void LedgerAccounts::refuse(const LedgerRefusals& counts) {
+  for (size_t row = 0; row < counts.size(); ++row)
+    refused_[row] += counts[row];
 }
 
 uint64_t LedgerAccounts::givenUp(LedgerKind kind) const {
@@ -122,17 +164,22 @@ void LedgerAccounts::add(const LedgerAccounts& other) {
     under_way_[kind] += other.under_way_[kind];
     found_uncounted_[kind] += other.found_uncounted_[kind];
   }
+  refuse(other.refused_);
   for (size_t row = 0; row < given_up_.size(); ++row)
     given_up_[row] += other.given_up_[row];
   is_changed_ = true;
 }
 
-kit::Value LedgerAccounts::accountOf(LedgerKind kind, uint64_t stored_activities) const {
+kit::Value LedgerAccounts::accountOf(LedgerKind kind, const Stored& stored) const {
   const size_t i = indexOf(kind);
   kit::MutableDictionary account;
   setUnlessZero(account, kRecorded, recorded_[i]);
   if (kind == LedgerKind::kActivities)
-    setUnlessZero(account, kStored, stored_activities);
+    setUnlessZero(account, kStored, stored.activities);
+  if (kind == LedgerKind::kImpressions)
+    account.set(kStored, static_cast<int64_t>(stored.impressions));
+  if (kind == LedgerKind::kDemographics && stored.demographics.all > 0)
+    account.set(kSets, stored.demographics.toValue());
   setUnlessZero(account, kDelivered, delivered_[i]);
   setUnlessZero(account, kUnderWay, under_way_[i]);
   setUnlessZero(account, kFoundUncounted, found_uncounted_[i]);
@@ -147,11 +194,16 @@ kit::Value LedgerAccounts::accountOf(LedgerKind kind, uint64_t stored_activities
   return kit::Value(std::move(account));
 }
 
-kit::Value LedgerAccounts::write(uint64_t stored_activities) {
+kit::Value LedgerAccounts::write(const Stored& stored) {
   is_changed_ = false;
   kit::MutableDictionary all;
   for (size_t kind = 0; kind < kLedgerKinds; ++kind)
-    all.set(kLedgerKindNames[kind], accountOf(static_cast<LedgerKind>(kind), stored_activities));
+    all.set(kLedgerKindNames[kind], accountOf(static_cast<LedgerKind>(kind), stored));
+  kit::MutableDictionary refused;
+  for (size_t row = 0; row < refused_.size(); ++row)
+    setUnlessZero(refused, kRefusalKeys[row], refused_[row]);
+  if (refused.size() > 0)
+    all.set(kRefused, kit::Value(std::move(refused)));
   return kit::Value(std::move(all));
 }
 
@@ -171,6 +223,10 @@ Ledger LedgerAccounts::toLedger(const LedgerCounts& stored) const {
         account.given_up.push_back({rule.words, given_up_[row], rule.by_rule});
     }
     ledger.accounts.push_back(std::move(account));
+  }
+  for (size_t row = 0; row < refused_.size(); ++row) {
+    if (refused_[row] > 0)
+      ledger.refused.push_back({std::string(toText(kLedgerRefusals[row])), refused_[row]});
   }
   return ledger;
 }

@@ -1,10 +1,12 @@
 #include "host/ledger/ledger_book.h"
 
 #include <algorithm>
+#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "host/invariant.h"
+#include "kit/continued_list.h"
 #include "services/endpoints.h"
 
 namespace morvik::host {
@@ -21,6 +23,15 @@ constexpr size_t indexOf(Kind kind) {
 
 }  // namespace
 
+/// Holds the book, up to date with what setters left.
+class LedgerBook::Hold {
+ public:
+  explicit Hold(LedgerBook& book) : lock_(book.mutex_) { book.takeNotes(); }
+
+ private:
+  const std::scoped_lock<kit::Mutex> lock_;
+};
+
 // ---------------------------------------------------------------------------------------------------------- beginning
 
 LedgerBook::LedgerBook(const LedgerParts& parts)
@@ -32,18 +43,22 @@ LedgerBook::LedgerBook(const LedgerParts& parts)
             parts.endpoints.kFendoTrackingBaseLiveUrl + services::kSetDemographicPath},
       logger_(parts.logger),
       has_hashed_identifier_(parts.has_hashed_identifier),
+      door_(parts.house_lock.door),
       stored_(parts.store),
       written_(parts.store.get(kLedgerKey)),
-      accounts_(written_, stored_.count(Kind::kActivities)),
+      accounts_(written_, stored_.recordedUnwritten()),
       is_dark_(parts.store.opening() == StoreOpening::kUnavailable) {
-  const std::scoped_lock hold(mutex_);
+  const Hold hold(*this);
   accounts_.bringInLineWith({.stored = stored_.counts(), .is_first = written_.isAbsent()});
   writeBook();
 }
 
 Ledger LedgerBook::read() {
-  const std::scoped_lock hold(mutex_);
+  const Hold hold(*this);
   takeChangesFromElsewhere();
+  takeRefusals();
+  const std::scoped_lock door(door_);
+  takeNotesAtTheDoor();
   return accounts_.toLedger(stored_.counts());
 }
 
@@ -57,12 +72,27 @@ void LedgerBook::takeChangesFromElsewhere() {
     if (static_cast<Kind>(kind) != Kind::kDemographics)
       takeListFromElsewhere(static_cast<Kind>(kind));
   }
+  const std::scoped_lock door(door_);
+  takeNotesAtTheDoor();
   accounts_.record(Kind::kDemographics, stored_.lookAgainAtDemographics().more);
 }
 
+/// A recorded activity is counted where it was recorded, and looked for in the list. Activities and impressions are
+/// recorded without a word in the store's book.
 void LedgerBook::takeListFromElsewhere(Kind kind) {
-  const LedgerStored::Growth growth = stored_.lookAgainAtList(kind);
-  accounts_.record(kind, growth.more);
+  LedgerStored::Growth growth;
+  uint64_t announced = 0;
+  {
+    const std::scoped_lock door(door_);
+    if (kind == Kind::kActivities)
+      announced = std::exchange(announced_activities_, 0);
+    growth = stored_.lookAgainAtList(kind);
+  }
+  accounts_.recordUnwritten(kind, announced);
+  if (kind == Kind::kImpressions)
+    accounts_.recordUnwritten(kind, growth.more);
+  else
+    accounts_.record(kind, growth.more - std::min(growth.more, announced));
   accounts_.giveUp(kind, Reason::kMissing, growth.fewer);
 }
 
@@ -75,14 +105,24 @@ void LedgerBook::takeInWhatCameToLight() {
   if (earlier.identicalTo(written_))
     return;
   is_dark_ = false;
-  const LedgerAccounts::Found found = stored_.lookAgainInTheLight();
-  LedgerAccounts accounts(earlier, found.stored[indexOf(Kind::kActivities)]);
+  const std::scoped_lock door(door_);
+  takeNotesAtTheDoor();
+  const uint64_t announced = std::exchange(announced_activities_, 0);
+  accounts_.recordUnwritten(Kind::kActivities, announced);
+  const DemographicSets sets = DemographicSets::from(store_.get(kDemographicSetsKey));
+  LedgerAccounts::Found found = stored_.lookAgainInTheLight();
+  uint64_t& activities = found.stored[indexOf(Kind::kActivities)];
+  activities -= std::min(activities, announced);
+  LedgerAccounts accounts(earlier, {.activities = activities,
+                                    .impressions = found.stored[indexOf(Kind::kImpressions)],
+                                    .demographics = sets,
+                                    .demographics_waiting = found.stored[indexOf(Kind::kDemographics)]});
   accounts.bringInLineWith(found);
   accounts_.add(accounts);
 }
 
 void LedgerBook::storeCameToLight() {
-  const std::scoped_lock hold(mutex_);
+  const Hold hold(*this);
   takeChangesFromElsewhere();
   is_dark_ = false;
   writeBook();
@@ -93,29 +133,55 @@ void LedgerBook::storeCameToLight() {
 
 void LedgerBook::set(std::string_view key, kit::Value value, LedgerWriter writer) {
   const LedgerKey of = ledgerKeyOf(key);
-  if (of.part == LedgerKey::Part::kNone)
-    return store_.set(key, std::move(value));
-  kit::Value before;  // let go of when the mutex is free: it may be the last handle of a long list
-  const std::scoped_lock hold(mutex_);
-  takeInWhatCameToLight();
   switch (of.part) {
     case LedgerKey::Part::kNone:
-      break;
+      return store_.set(key, std::move(value));
     case LedgerKey::Part::kList:
-      before = stored_.list(of.kind);
-      setList(of.kind, value, writer);
-      break;
+      return setListKey(of, key, nullptr, std::move(value), writer);
     case LedgerKey::Part::kDemographic:
-      setDemographic(of.slot, value, writer);
-      break;
+      return setDemographic(key, of.slot, value, writer);
     case LedgerKey::Part::kSentKeys:
-      noteSentKeys(value);
-      break;
     case LedgerKey::Part::kSessionEnd:
-      noteSessionEnd();
       break;
   }
+  const Hold hold(*this);
+  takeInWhatCameToLight();
+  if (of.part == LedgerKey::Part::kSentKeys)
+    noteSentKeys(value);
+  else
+    noteSessionEnd();
   write(key, std::move(value));
+}
+
+void LedgerBook::replace(std::string_view key, const kit::Value& before, kit::Value after, LedgerWriter writer) {
+  const LedgerKey of = ledgerKeyOf(key);
+  if (of.part == LedgerKey::Part::kList)
+    return setListKey(of, key, &before, std::move(after), writer);
+  store_.replace(key, before, std::move(after));
+}
+
+kit::Value LedgerBook::get(std::string_view key) {
+  const LedgerKey of = ledgerKeyOf(key);
+  if (of.part != LedgerKey::Part::kDemographic)
+    return store_.get(key);
+  const std::scoped_lock door(door_);
+  noteSeen(of.slot);
+  return store_.get(key);
+}
+
+/// The list grows at its end while this is worked out: what came since the look stays behind.
+void LedgerBook::setListKey(const LedgerKey& of, std::string_view key, const kit::Value* before, kit::Value value,
+                            LedgerWriter writer) {
+  kit::Value known;  // let go of when the mutex is free: it may be the last handle of a long list
+  const Hold hold(*this);
+  takeInWhatCameToLight();
+  takeListFromElsewhere(of.kind);
+  known = stored_.list(of.kind);
+  if (before != nullptr)
+    value = kit::continuedList(*before, known, std::move(value));
+  setList(of.kind, value, writer);
+  const std::scoped_lock door(door_);
+  writeAtTheDoor(key, kit::continuedList(known, store_.get(key), std::move(value)));
 }
 
 /// What was to be done if the newest click fails is dropped somewhere between here and the end of the block: of a click
@@ -135,7 +201,6 @@ void LedgerBook::noteSentKeys(const kit::Value& keys) {
 }
 
 void LedgerBook::setList(Kind kind, const kit::Value& value, LedgerWriter writer) {
-  takeListFromElsewhere(kind);
   const kit::Array before = stored_.list(kind).array();
   const kit::Array after = value.array();
   const ListChange change = changeBetween(before, after);
@@ -195,9 +260,7 @@ void LedgerBook::add(Kind kind, const kit::Array& after, size_t added, LedgerWri
   if (kind == Kind::kReEngagementClicks) {
     for (size_t index = after.size() - added; index < after.size(); ++index)
       addClick(after[index], writer);
-  } else if (kind == Kind::kActivities && writer == LedgerWriter::kKit) {
-    accounts_.recordUnwritten(kind, std::exchange(announced_activities_, 0));
-  } else {
+  } else if (kind != Kind::kActivities || writer != LedgerWriter::kKit) {
     accounts_.record(kind, added);
   }
 }
@@ -211,29 +274,115 @@ void LedgerBook::addClick(const kit::Value& click, LedgerWriter writer) {
     accounts_.record(Kind::kReEngagementClicks, 1);
 }
 
-void LedgerBook::setDemographic(size_t slot, const kit::Value& value, LedgerWriter writer) {
-  const LedgerStored::Replaced replaced = stored_.setDemographic(slot, value);
-  if (replaced.is_pending)
-    accounts_.record(Kind::kDemographics, 1);
-  if (replaced.version == 0)
+/// A handler's change has to be known for what it is, and so waits for the book. A setter of the app's does not: when
+/// the book is in use it leaves a note, and beside the value how many were set, so that a death costs the count
+/// nothing.
+void LedgerBook::setDemographic(std::string_view key, size_t slot, const kit::Value& value, LedgerWriter writer) {
+  const bool must_wait = writer == LedgerWriter::kHand || handler_thread_ == std::this_thread::get_id();
+  std::unique_lock hold(mutex_, std::defer_lock);
+  if (must_wait)
+    hold.lock();
+  else if (!hold.try_lock() && leaveNote(key, slot, value))
     return;
-  const LedgerDeparture gone = departure(Kind::kDemographics, writer);
-  if (gone.is_accepted && !replaced.is_pending && gone.ended->values[slot] == replaced.version)
+  if (!hold.owns_lock())
+    hold.lock();
+  takeInWhatCameToLight();
+  const std::scoped_lock door(door_);
+  takeNotesAtTheDoor();
+  const Note note{slot, stored_.setDemographic(slot, value)};
+  takeNote(note, departure(Kind::kDemographics, writer));
+  writeAtTheDoor(key, value);
+}
+
+/// False when there is no room for one more.
+bool LedgerBook::leaveNote(std::string_view key, size_t slot, const kit::Value& value) {
+  const std::scoped_lock door(door_);
+  if (notes_.size() >= kMaxLedgerNotes)
+    return false;
+  notes_.push_back({slot, stored_.setDemographic(slot, value)});
+  has_notes_ = true;
+  std::array<StoreWrite, 2> writes{
+      {{key, value}, {kDemographicSetsKey, stored_.recordedUnwritten().demographics.toValue()}}};
+  store_.setTogether(writes);
+  return true;
+}
+
+void LedgerBook::takeNotes() {
+  if (!has_notes_)
+    return;
+  const std::scoped_lock door(door_);
+  takeNotesAtTheDoor();
+}
+
+void LedgerBook::takeNotesAtTheDoor() {
+  for (const Note& note : notes_)
+    takeNote(note, {.kind = Kind::kDemographics, .writer = LedgerWriter::kKit});
+  notes_.clear();
+  has_notes_ = false;
+}
+
+void LedgerBook::takeNote(const Note& note, const LedgerDeparture& gone) {
+  if (note.replaced.is_pending)
+    accounts_.record(Kind::kDemographics, 1);
+  if (note.replaced.version == 0)
+    return;
+  if (gone.is_accepted && !note.replaced.is_pending && gone.ended->values[note.slot] == note.replaced.version)
     return credit(Kind::kDemographics, *gone.ended, 1);
-  giveUp(Kind::kDemographics, whyValueGone(gone, replaced.is_pending),
-         exchanges_.carriersOfValue(slot, replaced.version, gone.ended));
+  giveUp(Kind::kDemographics, whyValueGone(gone, note.replaced.is_pending),
+         exchanges_.carriersOfValue(note.slot, note.replaced.version, gone.ended));
+}
+
+void LedgerBook::noteSeen(size_t slot) {
+  const std::thread::id thread = std::this_thread::get_id();
+  auto seen = std::find_if(seen_.begin(), seen_.end(), [thread](const SeenValues& s) { return s.thread == thread; });
+  SeenValues values = seen == seen_.end() ? SeenValues{thread, stored_.versions()} : *seen;
+  if (seen != seen_.end())
+    seen_.erase(seen);
+  else if (seen_.size() == kMaxReadersSeen)
+    seen_.erase(seen_.begin());
+  values.versions[slot] = stored_.versions()[slot];
+  seen_.push_back(values);
+}
+
+std::array<uint64_t, kDemographicValues> LedgerBook::versionsSeen() {
+  const std::scoped_lock door(door_);
+  takeNotesAtTheDoor();
+  const std::thread::id thread = std::this_thread::get_id();
+  const auto seen =
+      std::find_if(seen_.begin(), seen_.end(), [thread](const SeenValues& s) { return s.thread == thread; });
+  return seen == seen_.end() ? stored_.versions() : seen->versions;
 }
 
 // -------------------------------------------------------------------------------------------------- batches and
 // requests
 
 void LedgerBook::activityIsBeingStored() {
-  const std::scoped_lock hold(mutex_);
   ++announced_activities_;
 }
 
+void LedgerBook::wasRefused(Recorded reason) {
+  const auto* row = std::find(kLedgerRefusals.begin(), kLedgerRefusals.end(), reason);
+  if (row != kLedgerRefusals.end())
+    ++refusals_[static_cast<size_t>(row - kLedgerRefusals.begin())];
+}
+
+void LedgerBook::takeRefusals() {
+  LedgerRefusals counts{};
+  for (size_t row = 0; row < counts.size(); ++row)
+    counts[row] = refusals_[row].exchange(0);
+  accounts_.refuse(counts);
+}
+
+void LedgerBook::writeAtTheEnd() {
+  const Hold hold(*this);
+  takeChangesFromElsewhere();
+  if (std::any_of(refusals_.begin(), refusals_.end(), [](const auto& count) { return count != 0; }))
+    accounts_.touch();
+  writeBook();
+}
+
 void LedgerBook::payloadIsBeingBuilt() {
-  const std::scoped_lock hold(mutex_);
+  const Hold hold(*this);
   if (!isInBackground())
     has_session_ended_since_payload_ = is_session_ending_;
 }
@@ -245,7 +394,7 @@ void LedgerBook::payloadWasSealed(const kit::Value& payload, const kit::Value& p
   const bool is_click = !click["session_no"].isAbsent();
   if (!entries.isArray() && !is_click)
     return;
-  const std::scoped_lock hold(mutex_);
+  const Hold hold(*this);
   LedgerExchange exchange;
   if (is_click) {
     exchange.endpoint = LedgerEndpoint::kReEngagement;
@@ -267,7 +416,7 @@ uint64_t LedgerBook::requestStarts(const kit::Request& request) {
   const auto* url = std::find(urls_.begin(), urls_.end(), request.url);
   if (url == urls_.end())
     return 0;
-  const std::scoped_lock hold(mutex_);
+  const Hold hold(*this);
   LedgerExchange exchange = exchanges_.takeSealed(static_cast<LedgerEndpoint>(url - urls_.begin()), request.body);
   switch (exchange.endpoint) {
     case LedgerEndpoint::kTracking:
@@ -283,7 +432,7 @@ uint64_t LedgerBook::requestStarts(const kit::Request& request) {
       exchange.leading[indexOf(Kind::kCrashReports)] = stored_.count(Kind::kCrashReports);
       break;
     case LedgerEndpoint::kDemographics:
-      exchange.values = stored_.versions();
+      exchange.values = versionsSeen();
       exchange.says_nothing = !has_hashed_identifier_ || request.body.empty();
       break;
   }
@@ -297,21 +446,23 @@ uint64_t LedgerBook::requestStarts(const kit::Request& request) {
 }
 
 void LedgerBook::handlerBegins(uint64_t exchange) {
-  const std::scoped_lock hold(mutex_);
+  handler_thread_ = std::this_thread::get_id();
+  const Hold hold(*this);
   exchanges_.handlerBegins(exchange);
   clicks_at_handler_ = stored_.list(Kind::kReEngagementClicks);
 }
 
 void LedgerBook::exchangeDidEnd(const kit::ExchangeResult& result) {
-  const std::scoped_lock hold(mutex_);
+  const Hold hold(*this);
   LedgerExchange* running = exchanges_.running();
   if (running != nullptr && result.succeeded)
     running->answer = result.json;
 }
 
 void LedgerBook::handlerEnded(uint64_t id) {
+  handler_thread_ = std::thread::id();
   kit::Value clicks;  // let go of when the mutex is free, as in set()
-  const std::scoped_lock hold(mutex_);
+  const Hold hold(*this);
   clicks = std::exchange(clicks_at_handler_, {});
   const LedgerExchange exchange = exchanges_.end(id);
   const bool is_accepted = exchange.isAccepted();
@@ -336,12 +487,12 @@ void LedgerBook::handlerEnded(uint64_t id) {
 }
 
 void LedgerBook::backgroundBlockBegins() {
-  const std::scoped_lock hold(mutex_);
+  const Hold hold(*this);
   background_thread_ = std::this_thread::get_id();
 }
 
 void LedgerBook::backgroundBlockEnded() {
-  const std::scoped_lock hold(mutex_);
+  const Hold hold(*this);
   background_thread_ = {};
   is_session_ending_ = false;
 }
@@ -370,18 +521,28 @@ void LedgerBook::noteWhetherBroken(Kind kind, Reason reason) {
 }
 
 void LedgerBook::writeBook() {
-  if (accounts_.isChanged())
-    write({}, {});
+  if (!accounts_.isChanged())
+    return;
+  const std::scoped_lock door(door_);
+  takeNotesAtTheDoor();
+  writeAtTheDoor({}, {});
+}
+
+void LedgerBook::write(std::string_view key, kit::Value value) {
+  const std::scoped_lock door(door_);
+  takeNotesAtTheDoor();
+  writeAtTheDoor(key, std::move(value));
 }
 
 /// In one transaction: the value, unless there is none, and what changed in the book.
-void LedgerBook::write(std::string_view key, kit::Value value) {
+void LedgerBook::writeAtTheDoor(std::string_view key, kit::Value value) {
   std::array<StoreWrite, 2> writes;
   size_t count = 0;
   if (!key.empty())
     writes[count++] = {key, std::move(value)};
   if (accounts_.isChanged()) {
-    written_ = accounts_.write(stored_.count(Kind::kActivities));
+    takeRefusals();
+    written_ = accounts_.write(stored_.recordedUnwritten());
     writes[count++] = {kLedgerKey, written_};
   }
   store_.setTogether({writes.data(), count});

@@ -20,10 +20,10 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include "host/ledger/ledger_accounts.h"
 #include "host/ledger/ledger_exchange.h"
@@ -35,6 +35,7 @@
 #include "host/machine/machine.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/endpoints.h"
+#include "kit/house_lock.h"
 #include "kit/transport.h"
 #include "kit/value.h"
 #include "morvik/ledger.h"
@@ -42,17 +43,26 @@
 
 namespace morvik::host {
 
+/// A setter's notes that wait for the book; past this many it waits for it.
+inline constexpr size_t kMaxLedgerNotes = 1024;
+/// Threads that read demographics and are told apart; the one that has read longest ago is forgotten first.
+inline constexpr size_t kMaxReadersSeen = 8;
+
 struct LedgerParts {
-  MachineStore& store;  ///< outlives the book
+  MachineStore& store;         ///< outlives the book
+  kit::HouseLock& house_lock;  ///< the same
   kit::Endpoints endpoints;
   services::Logger logger;
   /// Whether demographics can say whose they are.
   bool has_hashed_identifier = true;
 };
 
-/// Any thread, each call by itself. A mutex of its own, taken after the house lock and before the store's; nothing is
+/// Any thread, each call by itself. A mutex of its own, taken after the house lock and before the door; nothing is
 /// called out under it but the store. A call costs what the change does that it is told of: for one that was appended a
 /// comparison of handles, for a list that was trimmed one walk over it.
+///
+/// A thread of the app's that records waits for no such walk: an activity or an impression is appended past the book,
+/// which takes it in with its next look, and a demographic value that finds the book in use leaves a note.
 class LedgerBook {
  public:
   /// Opens the book, or begins one over what is stored. What was under way when the last process ended is given up.
@@ -65,17 +75,25 @@ class LedgerBook {
 
   // The store's side.
   /// Sets the value in the store, with what changes in the book in the same transaction. Kinds that are not counted go
-  /// straight through.
+  /// straight through. What is appended to a list meanwhile stays behind the value.
   void set(std::string_view key, kit::Value value, LedgerWriter writer);
+  /// The same for a list that was made of `before`: what was appended since stays behind it.
+  void replace(std::string_view key, const kit::Value& before, kit::Value after, LedgerWriter writer);
+  /// What get() of the store answers; of a demographic value it is noted which one this thread has seen.
+  kit::Value get(std::string_view key);
   /// The store, which could not be read at its opening, can be now. Within the commit that takes over what it holds, so
   /// that what follows from it is committed along.
   void storeCameToLight();
+  /// The kit stops: what has not been worth writing by itself is written.
+  void writeAtTheEnd();
   /// Says so when something was unexplained since the last call: see invariantBroken(). Not under a lock.
   void tellBroken();
 
   // The services object's side.
-  /// The list of activities is about to be set with one more; called in the same step.
+  /// The list of activities is about to have one more. At the door, in the same step.
   void activityIsBeingStored();
+  /// Something that the app handed over was refused. Waits for nothing.
+  void wasRefused(Recorded reason);
   /// The next payload of this thread is begun; it is sealed in the same block, if at all.
   void payloadIsBeingBuilt();
   /// `parameters`: what seals it; absent when that failed.
@@ -94,12 +112,30 @@ class LedgerBook {
   void backgroundBlockEnded();
 
  private:
+  /// A setter found the book in use.
+  struct Note {
+    size_t slot = 0;
+    LedgerStored::Replaced replaced;
+  };
+  /// Which demographic values a thread has read last: those are in the payload that it builds.
+  struct SeenValues {
+    std::thread::id thread;
+    std::array<uint64_t, kDemographicValues> versions{};
+  };
+  class Hold;
+
   // All hold the mutex.
+  void takeNotes();
+  void takeNotesAtTheDoor();
+  void takeRefusals();
+  void takeNote(const Note& note, const LedgerDeparture& gone);
+  void setListKey(const LedgerKey& of, std::string_view key, const kit::Value* before, kit::Value value,
+                  LedgerWriter writer);
+  std::array<uint64_t, kDemographicValues> versionsSeen();
   void takeChangesFromElsewhere();
   void takeListFromElsewhere(LedgerKind kind);
   void takeInWhatCameToLight();
   void setList(LedgerKind kind, const kit::Value& value, LedgerWriter writer);
-  void setDemographic(size_t slot, const kit::Value& value, LedgerWriter writer);
   void noteSessionEnd();
   void noteSentKeys(const kit::Value& keys);
   LedgerDeparture departure(LedgerKind kind, LedgerWriter writer);
@@ -113,15 +149,29 @@ class LedgerBook {
   void noteWhetherBroken(LedgerKind kind, LedgerReason reason);
   bool isInBackground() const { return background_thread_ == std::this_thread::get_id(); }
   void write(std::string_view key, kit::Value value);
+  void writeAtTheDoor(std::string_view key, kit::Value value);
   void writeBook();
+
+  // These take it, or do without.
+  bool leaveNote(std::string_view key, size_t slot, const kit::Value& value);
+  void noteSeen(size_t slot);
+  void setDemographic(std::string_view key, size_t slot, const kit::Value& value, LedgerWriter writer);
 
   MachineStore& store_;
   const std::array<std::string, kLedgerEndpoints> urls_;
   const services::Logger logger_;
   const bool has_hashed_identifier_;
-  std::atomic<uint32_t> broken_kinds_{0};  ///< bits
+  std::atomic<uint32_t> broken_kinds_{0};                                 ///< bits
+  std::array<std::atomic<uint64_t>, kLedgerRefusals.size()> refusals_{};  ///< not in the accounts yet
+  std::atomic<std::thread::id> handler_thread_{};  ///< on which a handler runs; none else than it waits for the book
+  std::atomic<bool> has_notes_{false};
 
-  std::mutex mutex_;  // guards what follows
+  kit::Mutex& door_;  // guards these three, and of stored_ the demographics
+  uint64_t announced_activities_ = 0;
+  std::vector<Note> notes_;
+  std::vector<SeenValues> seen_;
+
+  kit::Mutex mutex_;  // guards what follows
   LedgerStored stored_;
   kit::Value written_;  ///< the accounts, as the store has them
   LedgerAccounts accounts_;
@@ -130,7 +180,6 @@ class LedgerBook {
   LedgerExchanges exchanges_;
   LedgerOrphans orphans_;
   LedgerTraces traces_;
-  uint64_t announced_activities_ = 0;
   size_t crash_reports_just_added_ = 0;
   kit::Value clicks_at_handler_;  ///< those that were stored when the handler that runs began
   std::thread::id background_thread_;

@@ -30,26 +30,34 @@ std::unique_lock<kit::Mutex> LedgerStore::keepListsStill() {
 
 // Lists are set under the house lock, where nothing may be told; here no lock is held.
 bool LedgerStore::synchronize() {
-  bool all_kept = false;
-  {
-    const std::unique_lock still = keepListsStill();
-    all_kept = store_.synchronize();
-  }
-  book_.tellBroken();
+  const bool all_kept = synchronizeUntold();
+  tellWaiting();
   return all_kept;
 }
 
-bool LedgerStore::commitTurn() {
-  bool all_kept = false;
-  {
-    const std::unique_lock still = keepListsStill();
-    all_kept = store_.commitTurn();
-  }
+bool LedgerStore::synchronizeUntold() {
+  const std::unique_lock still = keepListsStill();
+  return store_.synchronizeUntold();
+}
+
+void LedgerStore::tellWaiting() {
+  store_.tellWaiting();
   book_.tellBroken();
-  return all_kept;
+}
+
+/// While the store is dark, nothing of it is told under the house lock either.
+bool LedgerStore::commitTurn() {
+  if (!is_dark_) {
+    const bool all_kept = store_.commitTurn();
+    book_.tellBroken();
+    return all_kept;
+  }
+  synchronize();
+  return is_dark_ ? store_.isKept() : store_.commitTurn();
 }
 
 void LedgerStore::shutdown() {
+  book_.writeAtTheEnd();
   const std::unique_lock still = keepListsStill();
   store_.shutdown();
 }

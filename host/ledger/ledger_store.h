@@ -25,8 +25,13 @@ class LedgerStore final : public MachineStore {
   LedgerStore(const LedgerStore&) = delete;
   LedgerStore& operator=(const LedgerStore&) = delete;
 
-  kit::Value get(std::string_view key) const override { return store_.get(key); }
+  kit::Value get(std::string_view key) const override { return book_.get(key); }
   void set(std::string_view key, kit::Value value) override { book_.set(key, std::move(value), LedgerWriter::kKit); }
+  /// Past the book, which takes it in with its next look: whoever records waits for no walk over a list.
+  void append(std::string_view key, kit::Value element) override { store_.append(key, std::move(element)); }
+  void replace(std::string_view key, const kit::Value& before, kit::Value after) override {
+    book_.replace(key, before, std::move(after), LedgerWriter::kKit);
+  }
   void setTogether(std::span<StoreWrite> writes) override { store_.setTogether(writes); }
   bool synchronize() override;
   std::optional<kit::Value> tryGet(std::string_view key) const override { return store_.tryGet(key); }
@@ -39,6 +44,9 @@ class LedgerStore final : public MachineStore {
   const std::string& openingLine() const override { return store_.openingLine(); }
   void setWhenTakenOver(kit::Block hook) override;
   bool commitTurn() override;
+  bool synchronizeUntold() override;
+  void tellWaiting() override;
+  bool isKept() const override { return store_.isKept(); }
   std::vector<std::pair<std::string, kit::Value>> all() const override { return store_.all(); }
   void flushNow() override { store_.flushNow(); }
   void shutdown() override;

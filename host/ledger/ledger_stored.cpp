@@ -65,6 +65,14 @@ LedgerStored::LedgerStored(const kit::KeyValueStore& store) : store_(store) {
     lists_[indexOf(list.kind)] = store_.get(list.key);
   for (size_t slot = 0; slot < kDemographicValues; ++slot)
     takeDemographic(slot);
+  sets_ = DemographicSets::from(store_.get(kDemographicSetsKey));
+}
+
+LedgerAccounts::Stored LedgerStored::recordedUnwritten() const {
+  return {.activities = count(Kind::kActivities),
+          .impressions = count(Kind::kImpressions),
+          .demographics = sets_,
+          .demographics_waiting = count(Kind::kDemographics)};
 }
 
 uint64_t LedgerStored::count(Kind kind) const {
@@ -88,6 +96,8 @@ LedgerStored::Replaced LedgerStored::setDemographic(size_t slot, const kit::Valu
   was_set_[slot] = true;
   const bool is_pending = isPending(slot, value);
   const uint64_t version = std::exchange(versions_[slot], is_pending ? ++last_version_ : 0);
+  sets_.pending += is_pending ? 1 : 0;
+  sets_.all += is_pending || version != 0 ? 1 : 0;
   return {.version = version, .is_pending = is_pending};
 }
 
@@ -98,7 +108,8 @@ LedgerStored::Growth LedgerStored::lookAgainAtList(Kind kind) {
     return {};
   known.swap(found);
   const size_t before = found.size();
-  return {.more = known.size() - std::min(known.size(), before), .fewer = before - std::min(known.size(), before)};
+  const size_t kept = std::min(known.size(), before);
+  return {.more = known.size() - kept, .fewer = before - kept, .before = std::move(found)};
 }
 
 /// Answers whether a value waits in the store that was not known of.
@@ -123,6 +134,9 @@ LedgerAccounts::Found LedgerStored::lookAgainInTheLight() {
   for (const CountedList& list : kLists)
     found.stored[indexOf(list.kind)] = lookAgainAtList(list.kind).more;
   found.stored[indexOf(Kind::kDemographics)] = lookAgainAtDemographics().more;
+  const DemographicSets of_file = DemographicSets::from(store_.get(kDemographicSetsKey));
+  sets_.pending += of_file.pending;
+  sets_.all += of_file.all;
   found.demographics_set_since = static_cast<uint64_t>(std::count(was_set_.begin(), was_set_.end(), true));
   return found;
 }

@@ -29,13 +29,15 @@ struct LedgerKey {
 };
 LedgerKey ledgerKeyOf(std::string_view key);
 
-/// Plain; not safe for threads.
+/// Plain; not safe for threads. What concerns demographics is touched at the door alone: setters come from any thread.
 class LedgerStored {
  public:
   /// Looks at the store, which outlives it.
   explicit LedgerStored(const kit::KeyValueStore& store);
 
   uint64_t count(LedgerKind kind) const;
+  /// What is recorded without writing the counts.
+  LedgerAccounts::Stored recordedUnwritten() const;
   LedgerCounts counts() const;
   /// Absent for demographics.
   const kit::Value& list(LedgerKind kind) const { return lists_[static_cast<size_t>(kind)]; }
@@ -54,6 +56,7 @@ class LedgerStored {
   struct Growth {
     uint64_t more = 0;
     uint64_t fewer = 0;
+    kit::Value before{};  ///< the list that was known, to be let go of under no lock
   };
   /// Looks at the store again: what changed there by no call of the two above.
   Growth lookAgainAtList(LedgerKind kind);
@@ -68,6 +71,7 @@ class LedgerStored {
   std::array<kit::Value, kLedgerKinds> lists_;
   std::array<uint64_t, kDemographicValues> versions_{};
   uint64_t last_version_ = 0;
+  DemographicSets sets_;
   std::array<bool, kDemographicValues> was_set_{};  ///< by setDemographic()
 };
 

@@ -137,10 +137,16 @@ class MachineStore : public kit::KeyValueStore {
   /// Commits what a turn wrote without synchronize(); as cheap as that when there is nothing. False: something could
   /// not be kept now, and a later try may keep it. Any thread.
   virtual bool commitTurn() = 0;
+  /// As synchronize(), for a caller that holds a lock: what is to be said of it waits for tellWaiting(). Any thread.
+  virtual bool synchronizeUntold() = 0;
+  /// Writes the lines that wait to the log. Under no lock. Any thread.
+  virtual void tellWaiting() = 0;
   /// All properties that are there, in the order of their names. Any thread.
   virtual std::vector<std::pair<std::string, kit::Value>> all() const = 0;
   /// The session has ended: what is committed goes to the disk as soon as can be. Any thread; does not block.
   virtual void flushNow() = 0;
+  /// True when what was written up to now outlives the process, and when nothing was. Any thread; does not block.
+  virtual bool isKept() const = 0;
   /// Commits, syncs, closes. Later writes stay in memory. May be called again, but not by two threads at a time.
   virtual void shutdown() = 0;
 };

@@ -16,6 +16,7 @@ namespace morvik::host {
 inline std::vector<std::string> namesThatTheFileDecides() {
   std::vector<std::string> names = namesMadeOnce();
   names.emplace_back(kLedgerKey);
+  names.emplace_back(kDemographicSetsKey);
   return names;
 }
 

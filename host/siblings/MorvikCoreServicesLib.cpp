@@ -1,5 +1,6 @@
 #include "host/siblings/MorvikCoreServicesLib.h"
 
+#include <string>
 #include <utility>
 #include <variant>
 
@@ -18,6 +19,41 @@ constexpr size_t kActivityFields = 5;
 constexpr const char* kGroup = "group";
 constexpr const char* kName = "name";
 constexpr const char* kParam = "param";
+constexpr const char* kSpaceKey = "space key";
+
+constexpr const char* kAddImpression = "-[MorvikCore addImpression:]";
+constexpr const char* kMendedLine =
+    "Morvik host: the %s of an activity is not UTF-8 at byte %lu of %lu and was recorded with U+FFFD in place of each "
+    "bad byte; give it as UTF-8";
+
+/// Text as it is recorded.
+struct Mended {
+  explicit Mended(std::string_view given) : first_bad_byte(services::wellFormedBytes(given)), bytes(given.size()) {
+    if (!isGood())
+      services::appendMendedUtf8(given, text);
+  }
+  bool isGood() const { return first_bad_byte == bytes; }
+
+  size_t first_bad_byte;
+  size_t bytes;
+  std::string text;  ///< of one that is not good
+};
+
+/// What is wrong, and how to mend it.
+const char* adviceOn(Recorded reason) {
+  switch (reason) {
+    case Recorded::kRefusedForgotten:
+      return "the user asked to be forgotten; ask isGdprForgetMe() before recording";
+    case Recorded::kRefusedEmpty:
+      return "it needs a group and a name, and one of them is empty; give both";
+    case Recorded::kRefusedTooLarge:
+      return "it is larger than the kit takes; shorten its texts";
+    case Recorded::kRefusedTooMany:
+      return "too many wait to be handled already; let the main queue run";
+    default:
+      return "the kit is not running; start it first";
+  }
+}
 
 }  // namespace
 
@@ -35,42 +71,87 @@ std::string MorvikCoreServicesLib::activityGroupName(int group) const {
   return group == kSessionGroup ? services::kFendoActivityGroupSession : "";
 }
 
+void MorvikCoreServicesLib::setIsGDPRForgetMe(bool forget_me) {
+  parts_.store.atTheDoor([this, forget_me] { is_forget_me_ = forget_me; });
+}
+
 void MorvikCoreServicesLib::addActivityGroupName(const kit::Value& group_name, const kit::Value& activity_name,
                                                  const kit::Value& param, kit::Date created_at) {
-  record(group_name, activity_name, param, created_at);
-}
-
-bool MorvikCoreServicesLib::addActivityOfApp(const kit::Value& group_name, const kit::Value& activity_name,
-                                             const kit::Value& param, kit::Date created_at) {
-  if (isGDPRForgetMe()) {
-    MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity,
-               "Morvik host: an activity of the app was not recorded: the user asked to be forgotten; ask "
-               "isGdprForgetMe() before recording");
-    return false;
-  }
-  return record(group_name, activity_name, param, created_at);
-}
-
-bool MorvikCoreServicesLib::record(const kit::Value& group_name, const kit::Value& activity_name,
-                                   const kit::Value& param, kit::Date created_at) {
-  const kit::Value group = recordable(group_name, kGroup);
-  const kit::Value name = recordable(activity_name, kName);
+  kit::Value group = recordable(group_name, kGroup);
+  kit::Value name = recordable(activity_name, kName);
   if (group.isAbsent() || name.isAbsent()) {
     MORVIK_LOG(parts_.logger, kit::lcl_vError, kAddActivity,
                "Morvik host: an activity was not recorded: its %s is no text; it needs a group and a name, both text",
                group.isAbsent() ? kGroup : kName);
-    return false;
+    return;
   }
+  const kit::Value activity = activityOf(std::move(group), std::move(name), recordable(param, kParam), created_at);
+  parts_.store.atTheDoor([this, &activity] { letIn(activity); });
+  parts_.store.synchronize();
+  parts_.size_trigger.activityWasStored();
+}
+
+Recorded MorvikCoreServicesLib::addActivityOfApp(std::string_view group, std::string_view name,
+                                                 std::optional<std::string_view> param, kit::Date created_at) {
+  // Asked before anything is made, so that the texts of a forgotten user are not even copied.
+  if (isGDPRForgetMe())
+    return refuse(Recorded::kRefusedForgotten, kAddActivity, "an activity");
+  if (group.empty() || name.empty())
+    return refuse(Recorded::kRefusedEmpty, kAddActivity, "an activity");
+  const size_t param_bytes = param ? param->size() : 0;
+  if (group.size() > kMaxEventBytes || name.size() > kMaxEventBytes || param_bytes > kMaxEventBytes ||
+      group.size() + name.size() + param_bytes > kMaxEventBytes)
+    return refuse(Recorded::kRefusedTooLarge, kAddActivity, "an activity");
+  const kit::Value activity = activityOf(recordableOfApp(group, kGroup), recordableOfApp(name, kName),
+                                         param ? recordableOfApp(*param, kParam) : kit::Value(), created_at);
+  if (!letInUnlessForgotten(activity))
+    return refuse(Recorded::kRefusedForgotten, kAddActivity, "an activity");
+  const bool is_kept = parts_.store.synchronize();
+  parts_.size_trigger.activityWasStored();
+  return is_kept ? Recorded::kKept : Recorded::kKeptInMemory;
+}
+
+Recorded MorvikCoreServicesLib::addImpressionOfApp(const Impression& impression, kit::Date created_at) {
+  if (isGDPRForgetMe())
+    return refuse(Recorded::kRefusedForgotten, kAddImpression, "an impression");
+  if (impression.space_key.size() > kMaxEventBytes)
+    return refuse(Recorded::kRefusedTooLarge, kAddImpression, "an impression");
+  const kit::Value record = kit::Dictionary{
+      {"campaignKey", impression.campaign_key},  {"spaceKey", recordableOfApp(impression.space_key, kSpaceKey)},
+      {"resourceKey", impression.resource_key},  {"conversionKey", impression.conversion_key},
+      {"isFirstTime", impression.is_first_time}, {"createdAt", created_at}};
+  const bool is_in = parts_.store.atTheDoor([this, &record] {
+    if (is_forget_me_)
+      return false;
+    parts_.store.append(services::property::fendoImpressionInfos, record);
+    return true;
+  });
+  if (!is_in)
+    return refuse(Recorded::kRefusedForgotten, kAddImpression, "an impression");
+  return parts_.store.synchronize() ? Recorded::kKept : Recorded::kKeptInMemory;
+}
+
+Recorded MorvikCoreServicesLib::refuse(Recorded reason, const char* operation, const char* what) {
+  if (parts_.ledger != nullptr)
+    parts_.ledger->wasRefused(reason);
+  parts_.lines.post(kit::lcl_vWarning, [this, reason, operation, what] {
+    MORVIK_LOG(parts_.logger, kit::lcl_vWarning, operation, "Morvik host: %s of the app was not recorded: %s", what,
+               adviceOn(reason));
+  });
+  return reason;
+}
+
+kit::Value MorvikCoreServicesLib::activityOf(kit::Value group, kit::Value name, kit::Value param,
+                                             kit::Date created_at) const {
   kit::MutableDictionary activity(kActivityFields);
-  activity.add(kit::Value::literal("activityGroupName"), group);
-  activity.add(kit::Value::literal("activityName"), name);
-  if (kit::Value text = recordable(param, kParam); !text.isAbsent())
-    activity.add(kit::Value::literal("activityParam"), std::move(text));
+  activity.add(kit::Value::literal("activityGroupName"), std::move(group));
+  activity.add(kit::Value::literal("activityName"), std::move(name));
+  if (!param.isAbsent())
+    activity.add(kit::Value::literal("activityParam"), std::move(param));
   activity.add(kit::Value::literal("activityCreatedAt"), created_at);
   activity.add(kit::Value::literal("activityEventID"),
                services::makeTimeOrderedUuid(parts_.clock.now(), parts_.sealing.random));
-  store(kit::Value(std::move(activity)));
-  return true;
+  return kit::Value(std::move(activity));
 }
 
 // Text that no batch can stumble over; absent when there is none in the value.
@@ -78,29 +159,38 @@ kit::Value MorvikCoreServicesLib::recordable(const kit::Value& value, const char
   if (value.isNil() || value.isArray() || value.isDictionary())
     return {};
   kit::Value text = services::checkNilToBlankString(value);
-  const std::string_view bytes = text.string();
-  const size_t well_formed = services::wellFormedBytes(bytes);
-  if (well_formed == bytes.size())
+  const Mended mended(text.string());
+  if (mended.isGood())
     return text;
-  std::string mended;
-  services::appendMendedUtf8(bytes, mended);
-  MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity,
-             "Morvik host: the %s of an activity is not UTF-8 at byte %lu of %lu and was recorded with U+FFFD in place "
-             "of each bad byte; give it as UTF-8",
-             field, well_formed, bytes.size());
-  return mended;
+  MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity, kMendedLine, field, mended.first_bad_byte, mended.bytes);
+  return mended.text;
 }
 
-void MorvikCoreServicesLib::store(const kit::Value& activity) {
-  parts_.store.inOneStep([this, &activity] {
-    kit::MutableArray activities(parts_.store.fendoActivityInfos());
-    activities.append(activity);
-    if (parts_.ledger != nullptr)
-      parts_.ledger->activityIsBeingStored();
-    parts_.store.setFendoActivityInfos(kit::Value(std::move(activities)));
+kit::Value MorvikCoreServicesLib::recordableOfApp(std::string_view text, const char* field) {
+  Mended mended(text);
+  if (mended.isGood())
+    return text;
+  parts_.lines.post(kit::lcl_vWarning, [this, field, at = mended.first_bad_byte, of = mended.bytes] {
+    MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity, kMendedLine, field, at, of);
   });
-  parts_.store.synchronize();
-  parts_.size_trigger.activityWasStored();
+  return std::move(mended.text);
+}
+
+/// At the door.
+void MorvikCoreServicesLib::letIn(const kit::Value& activity) {
+  if (parts_.ledger != nullptr)
+    parts_.ledger->activityIsBeingStored();
+  parts_.store.append(services::property::fendoActivityInfos, activity);
+}
+
+/// The wish is set at the door too: after it nothing comes in.
+bool MorvikCoreServicesLib::letInUnlessForgotten(const kit::Value& activity) {
+  return parts_.store.atTheDoor([this, &activity] {
+    if (is_forget_me_)
+      return false;
+    letIn(activity);
+    return true;
+  });
 }
 
 kit::MutableDictionary MorvikCoreServicesLib::makeCommonParameter(const std::string& sdk_version) {

@@ -8,10 +8,12 @@
 #include <string_view>
 
 #include "host/ledger/ledger_book.h"
+#include "host/log/posted_lines.h"
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/size_trigger.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/clock.h"
+#include "morvik/morvik.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "services/conversion_cache.h"
 #include "services/envelope.h"
@@ -32,6 +34,7 @@ struct ServicesParts {
   const CommonParameters& common;
   const MorvikADUtil& util;
   SizeTrigger& size_trigger;
+  PostedLines& lines;
   LedgerBook* ledger = nullptr;  ///< null: nobody counts
 };
 
@@ -45,7 +48,8 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   std::string appKey() const override { return parts_.app_key; }
   std::string hashKey() const override { return parts_.hash_key; }
   bool isGDPRForgetMe() const override { return is_forget_me_; }
-  void setIsGDPRForgetMe(bool forget_me) override { is_forget_me_ = forget_me; }
+  /// When it returns, no record of the app's is on its way in that was not let in before.
+  void setIsGDPRForgetMe(bool forget_me) override;
   void setIsGDPRForgetMeServerSynced(bool synced) override { is_forget_me_synced_ = synced; }
   /// True once the erasure service has accepted the user's wish.
   bool isGDPRForgetMeServerSynced() const { return is_forget_me_synced_; }
@@ -57,10 +61,13 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   /// number is refused, with a line; text that is not UTF-8 is mended, with a line.
   void addActivityGroupName(const kit::Value& group_name, const kit::Value& activity_name, const kit::Value& param,
                             kit::Date created_at) override;
-  /// The app's entrance: the same, but refused, with a line, while the forget-me flag is set. Answers whether the
-  /// activity is stored. Any thread.
-  bool addActivityOfApp(const kit::Value& group_name, const kit::Value& activity_name, const kit::Value& param,
-                        kit::Date created_at);
+  /// The app's entrance, for any thread: the gate is asked and the record let in as one step, and the record is in the
+  /// kernel's hands when this returns. What there is to say of it is posted.
+  Recorded addActivityOfApp(std::string_view group, std::string_view name, std::optional<std::string_view> param,
+                            kit::Date created_at);
+  Recorded addImpressionOfApp(const Impression& impression, kit::Date created_at);
+  /// Counts something of the app's that was refused, and says why, as posted.
+  Recorded refuse(Recorded reason, const char* operation, const char* what);
 
   kit::MutableDictionary makeCommonParameter(const std::string& sdk_version) override;
   kit::Value makeJsonParameter(const kit::Value& payload, const std::string& encryption_key) override;
@@ -95,10 +102,11 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) override;
 
  private:
-  bool record(const kit::Value& group_name, const kit::Value& activity_name, const kit::Value& param,
-              kit::Date created_at);
   kit::Value recordable(const kit::Value& value, const char* field) const;
-  void store(const kit::Value& activity);
+  kit::Value recordableOfApp(std::string_view text, const char* field);
+  kit::Value activityOf(kit::Value group, kit::Value name, kit::Value param, kit::Date created_at) const;
+  void letIn(const kit::Value& activity);
+  bool letInUnlessForgotten(const kit::Value& activity);
 
   const ServicesParts parts_;
   std::atomic<bool> is_forget_me_{false};

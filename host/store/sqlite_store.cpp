@@ -5,6 +5,7 @@
 
 #include "host/store/background_flusher.h"
 #include "host/store/value_codec.h"
+#include "kit/continued_list.h"
 
 namespace morvik::host {
 namespace {
@@ -41,9 +42,26 @@ SqliteStoreOptions withFlusher(SqliteStoreOptions options) {
 
 }  // namespace
 
+/// The log may be the app's own, and the app may hold a lock of its own while it calls the kit: so nothing is told
+/// under a lock of ours.
+class SqliteStore::Committing {
+ public:
+  explicit Committing(SqliteStore& store) : store_(store), lock_(store.commit_mutex_) {}
+  ~Committing() {
+    lock_.unlock();
+    store_.tellWaiting();
+  }
+  Committing(const Committing&) = delete;
+  Committing& operator=(const Committing&) = delete;
+
+ private:
+  SqliteStore& store_;
+  std::unique_lock<kit::Mutex> lock_;
+};
+
 SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log)
     : options_(withFlusher(std::move(options))), log_(log) {
-  const std::lock_guard lock(commit_mutex_);
+  const Committing committing(*this);
   if (options_.read_only) {
     openReadOnly();
     return;
@@ -87,6 +105,23 @@ void SqliteStore::setTogether(std::span<StoreWrite> writes) {
     exchange(write.key, write.value);
 }
 
+void SqliteStore::append(std::string_view key, Value element) {
+  const std::lock_guard lock(memory_mutex_);
+  Property& property = propertyOf(key);
+  kit::MutableArray list(property.value);
+  list.append(std::move(element));
+  property.value = Value(std::move(list));
+  setDirty(property);
+}
+
+void SqliteStore::replace(std::string_view key, const Value& before, Value after) {
+  Value gone;  // let go of after the lock, as in set()
+  const std::lock_guard lock(memory_mutex_);
+  gone = propertyOf(key).value;
+  after = kit::continuedList(before, gone, std::move(after));
+  exchange(key, after);
+}
+
 void SqliteStore::exchange(std::string_view key, Value& value) {
   Property& property = propertyOf(key);
   if (property.value.identicalTo(value))
@@ -96,20 +131,62 @@ void SqliteStore::exchange(std::string_view key, Value& value) {
 }
 
 void SqliteStore::setDirty(Property& property) {
+  ++writes_;
   if (std::exchange(property.dirty, true))
     return;
   dirty_.push_back(&property);
 }
 
 bool SqliteStore::synchronize() {
+  const bool all_kept = synchronizeUntold();
+  tellWaiting();
+  return all_kept;
+}
+
+bool SqliteStore::synchronizeUntold() {
+  uint64_t up_to = 0;
+  {
+    const std::lock_guard lock(memory_mutex_);
+    up_to = writes_;
+  }
+  return commitWrites(up_to);
+}
+
+/// A round takes along all that was written when it gathers. So whoever comes during a round waits for its end, and for
+/// the next one at most.
+bool SqliteStore::commitWrites(uint64_t up_to) {
+  std::unique_lock lock(round_mutex_);
+  while (is_round_running_) {
+    const uint64_t round = round_;
+    round_ended_.wait(lock, [this, round] { return round_ != round; });
+    if (kept_writes_ >= up_to)
+      return true;
+  }
+  is_round_running_ = true;
+  lock.unlock();
+  const bool all_kept = commitAsRound();
+  lock.lock();
+  is_round_running_ = false;
+  ++round_;
+  round_ended_.notify_all();
+  return all_kept;
+}
+
+bool SqliteStore::commitAsRound() {
   const std::lock_guard lock(commit_mutex_);
   return commit();
 }
 
 bool SqliteStore::commitTurn() {
+  synchronizeUntold();
+  tellWaiting();
   const std::lock_guard lock(commit_mutex_);
-  commit();
   return !anythingDirty() || (database_ == nullptr && !may_reopen_);
+}
+
+bool SqliteStore::isKept() const {
+  const std::lock_guard lock(memory_mutex_);
+  return kept_writes_ >= writes_;
 }
 
 std::optional<Value> SqliteStore::tryGet(std::string_view key) const {
@@ -178,7 +255,7 @@ void SqliteStore::shutdown() {
   flushAndWait();
   if (flusher_ != nullptr)
     flusher_->stop();
-  const std::lock_guard lock(commit_mutex_);
+  const Committing committing(*this);
   may_reopen_ = false;
   keeper_.reset();
   database_.reset();
@@ -359,6 +436,8 @@ StoreOutcome SqliteStore::startAfresh(const std::string& reason) {
 
 void SqliteStore::forgetStored() {
   const std::lock_guard lock(memory_mutex_);
+  kept_writes_ = 0;
+  ++writes_;
   next_id_ = 1;
   dirty_.clear();
   for (const auto& [name, property] : properties_) {
@@ -415,6 +494,7 @@ StoreOutcome SqliteStore::applyPending() {
 }
 
 void SqliteStore::gatherDirty() {
+  pending_writes_ = writes_;
   for (Property* property : dirty_) {
     property->dirty = false;
     pending_.push_back({property, property->value, {}});
@@ -467,6 +547,7 @@ void SqliteStore::keepPending() {
 }
 
 void SqliteStore::setStored() {
+  kept_writes_ = pending_writes_;
   for (Pending& pending : pending_) {
     pending.property->rows.apply(pending.change, arrayOrEmpty(pending.value).size());
     pending.property->stored = std::move(pending.value);
@@ -537,7 +618,18 @@ void SqliteStore::tell(std::string_view text, std::initializer_list<services::Fo
   const std::string line = services::format(text, arguments);
   if (flusher_ == nullptr && opening_line_.empty())
     opening_line_ = line;
-  log_.line(line);
+  const std::lock_guard lock(telling_mutex_);
+  waiting_lines_.push_back(line);
+}
+
+void SqliteStore::tellWaiting() {
+  std::vector<std::string> lines;
+  {
+    const std::lock_guard lock(telling_mutex_);
+    lines.swap(waiting_lines_);
+  }
+  for (const std::string& line : lines)
+    log_.line(line);
 }
 
 // --------------------------------------------------------------------------------------------------------------
@@ -546,7 +638,7 @@ void SqliteStore::tell(std::string_view text, std::initializer_list<services::Fo
 void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   uint64_t generation = 0;
   StoreOutcome failed = flushLog(urgency, generation);
-  const std::lock_guard lock(commit_mutex_);
+  const Committing committing(*this);
   if (failed && failed->kind == StoreProblem::Kind::kUnreadable) {
     // A commit may have found it out first, and begun another file.
     if (generation != generation_ || database_ == nullptr)

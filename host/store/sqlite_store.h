@@ -6,12 +6,15 @@
 // caller ever waits for the disk, with two exceptions that are stated at kLogHardBytes.
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -80,13 +83,21 @@ class SqliteStore : public MachineStore {
 
   kit::Value get(std::string_view key) const override;
   void set(std::string_view key, kit::Value value) override;
+  void append(std::string_view key, kit::Value element) override;
+  void replace(std::string_view key, const kit::Value& before, kit::Value after) override;
   void setTogether(std::span<StoreWrite> writes) override;
+  /// Commits of several threads go together: a thread that finds another one committing waits for that commit and
+  /// then, unless the other has taken its writes along, commits all that was written by then. So it waits for one
+  /// commit besides its own at most.
   bool synchronize() override;
   std::optional<kit::Value> tryGet(std::string_view key) const override;
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override;
   /// What a turn of the main queue wrote without synchronize(); the same as synchronize(), and as cheap when there is
   /// nothing. A store that lives in memory for good has nothing to try again.
   bool commitTurn() override;
+  bool synchronizeUntold() override;
+  void tellWaiting() override;
+  bool isKept() const override;
 
   /// All properties that are there, in the order of their names. Any thread.
   std::vector<std::pair<std::string, kit::Value>> all() const override;
@@ -125,7 +136,12 @@ class SqliteStore : public MachineStore {
     StoreProblem problem;
   };
 
+  /// Holds commit_mutex_; once it is let go, tells what there was to tell.
+  class Committing;
+
   bool anythingDirty() const;
+  bool commitWrites(uint64_t up_to);
+  bool commitAsRound();
 
   // These hold memory_mutex_.
   Property& propertyOf(std::string_view key);
@@ -172,6 +188,15 @@ class SqliteStore : public MachineStore {
   mutable kit::Mutex memory_mutex_;
   std::unordered_map<std::string, std::unique_ptr<Property>, TextHash, std::equal_to<>> properties_;
   std::vector<Property*> dirty_;
+  uint64_t writes_ = 0;  ///< counts them
+
+  std::atomic<uint64_t> kept_writes_{0};  ///< so many of writes_ are in the file
+  std::mutex round_mutex_;
+  std::condition_variable round_ended_;
+  bool is_round_running_ = false;
+  uint64_t round_ = 0;
+  std::mutex telling_mutex_;
+  std::vector<std::string> waiting_lines_;
 
   kit::Mutex commit_mutex_;
   StoreLock lock_;
@@ -182,6 +207,7 @@ class SqliteStore : public MachineStore {
   uint64_t generation_ = 0;  ///< counts the files opened
   int64_t next_id_ = 1;
   std::vector<Pending> pending_;
+  uint64_t pending_writes_ = 0;     ///< writes_, when pending_ was gathered
   std::vector<Property*> refused_;  ///< of the latest plan: what no store can keep
   StoreChanges changes_;
   bool write_trouble_told_ = false;

@@ -53,8 +53,17 @@ struct Ledger {
     }
   };
 
+  /// So often something that the app handed over was refused, for this reason: it was never recorded, and is in no
+  /// account. Written with the next change of an account, or when the kit stops.
+  struct Refused {
+    std::string reason;  ///< as morvik::toText() says it
+    uint64_t count = 0;
+  };
+
   /// One for each kind, always in the order that `kind` tells.
   std::vector<Account> accounts;
+  /// Those reasons alone that occurred.
+  std::vector<Refused> refused;
 
   /// All accounts do.
   bool balances() const {

@@ -177,10 +177,33 @@ INSTANTIATE_TEST_SUITE_P(Table, ForgetMeStates,
 TEST_F(ForgetMe, IsWrittenWithoutAFlush) {
   world.store.clearJournal();
   wishAndAnswer(true, kAccepted);
-  EXPECT_THAT(
-      world.store.journalTexts(),
-      ElementsAre("MorvikCoreUserInfo_isGDPRForgetMe", "MorvikCoreUserInfo_isGDPRForgetMeServerSynced", "end of turn",
-                  "MorvikCoreUserInfo_isGDPRForgetMe", "MorvikCoreUserInfo_isGDPRForgetMeServerSynced", "end of turn"));
+  EXPECT_THAT(world.store.journalTexts(), ElementsAre("MorvikCoreUserInfo_isGDPRForgetMe", "end of turn",
+                                                      "MorvikCoreUserInfo_isGDPRForgetMeServerSynced", "end of turn",
+                                                      "MorvikCoreUserInfo_isGDPRForgetMe",
+                                                      "MorvikCoreUserInfo_isGDPRForgetMeServerSynced", "end of turn"));
+}
+
+TEST_F(ForgetMe, IsRecordedWhenTheCallReturnsAndToldInALaterTurn) {
+  world.loop.perform([this] {
+    world.core().gdprForgetMe(true);
+    EXPECT_TRUE(world.core().isGdprForgetMe());
+    EXPECT_TRUE(world.userDefaults().MorvikCoreUserInfo_isGDPRForgetMe());
+  });
+  world.loop.runUntilIdle();
+  EXPECT_EQ(world.transport.requests().size(), 1U);
+}
+
+TEST_F(ForgetMe, OfOneThatWasRecordedBeforeTheAnswerToAnotherIsToldAllTheSame) {
+  wishAndAnswer(true, kAccepted);
+  world.transport.clearRequests();
+  // Recorded as by another thread, in the middle of a turn: what stands is the opposite, and accepted.
+  world.loop.perform([this] {
+    world.core().gdprForgetMe(false);
+    world.core().gdprForgetMe(true);
+    world.core().gdprForgetMe(false);
+  });
+  world.loop.runUntilIdle();
+  EXPECT_EQ(world.transport.requests().size(), 3U) << "each wish that was recorded is told, and none compares again";
 }
 
 TEST_F(ForgetMe, IsCommittedBeforeItsRequestLeaves) {

@@ -197,7 +197,7 @@ class Device {
                                                                {"createdAt", loop_.now()}}});
       for (const char* name : {"look (free)", "buy (free)"})
         parts_->services.addActivityOfApp("shop (free)", name, "sku (free)", loop_.now());
-      parts_->services.addActivityOfApp("shop (free)", "leave (free)", Value(), loop_.now());
+      parts_->services.addActivityOfApp("shop (free)", "leave (free)", std::nullopt, loop_.now());
       core().setAge(30);
       core().setGender(MorvikCoreGenderFemale);
       core().setUserId("user (free)");

@@ -79,7 +79,7 @@ class Road : public ::testing::Test {
     EXPECT_EQ(account.stored, stored) << hop;
   }
   void record(const char* name, const char* param) {
-    loop.perform([&] { EXPECT_TRUE(parts.services.addActivityOfApp("shop", name, param, loop.now())); });
+    loop.perform([&] { EXPECT_EQ(parts.services.addActivityOfApp("shop", name, param, loop.now()), Recorded::kKept); });
   }
   /// What the next process would find if this one died now.
   struct Remains {
@@ -110,6 +110,7 @@ class Road : public ::testing::Test {
   kit::HouseLock house_lock;
   kit::LogLevels log_levels;
   host::LedgerBook ledger{{.store = store,
+                           .house_lock = house_lock,
                            .endpoints = allAt("https://service.example/"),
                            .logger = services::Logger(log_levels, log),
                            .has_hashed_identifier = false}};

@@ -153,11 +153,12 @@ struct Machine {
   host::SystemClock clock;
   host::SystemCalendar calendar;
   host::SqliteStore store;
+  kit::HouseLock house_lock;
   host::LedgerBook ledger{{.store = store,
+                           .house_lock = house_lock,
                            .endpoints = allAt(service_url),
                            .logger = services::Logger(log_levels, log),
                            .has_hashed_identifier = false}};
-  kit::HouseLock house_lock;
   host::LedgerStore counted_store{store, ledger, house_lock};
   host::TurnGate gate;
   host::MainLoop loop{host::LoopMode::kOwnThread, services::Logger(log_levels, log)};
@@ -247,7 +248,7 @@ TEST(Threads, SessionsThatStartAndEndAsFastAsTheyCanLoseNoEvent) {
   };
   std::atomic<size_t> recorded{0};
   const auto record = [&] {
-    if (parts.services.addActivityOfApp("shop", "look", "", machine.clock.now()))
+    if (isKept(parts.services.addActivityOfApp("shop", "look", "", machine.clock.now())))
       ++recorded;
   };
   // Each round hands over the next one, so that answers come in between; every tenth begins once all are there.
@@ -351,7 +352,7 @@ TEST(Threads, TheLedgerIsSoundAtEveryReadingAndExactAtTheEnd) {
   for (size_t recorder = 0; recorder < kRecorders; ++recorder) {
     recorders.emplace_back([&] {
       for (size_t i = 0; i < kEventsEach; ++i) {
-        EXPECT_TRUE(parts.services.addActivityOfApp("shop", "look", "", machine.clock.now()));
+        EXPECT_EQ(parts.services.addActivityOfApp("shop", "look", "", machine.clock.now()), Recorded::kKept);
         if (i % 5 == 0)
           machine.loop.async([&] { parts.core->pushTracking(); });
       }
@@ -396,7 +397,9 @@ TEST(Threads, TheLedgerIsSoundAtEveryReadingAndExactAtTheEnd) {
   machine.store.shutdown();
   testing::RecordingLog log;
   host::SqliteStore next({.place = {.folder = folder.path()}}, log);
-  host::LedgerBook book({.store = next, .endpoints = {}, .logger = services::Logger(machine.log_levels, log)});
+  kit::HouseLock house_lock;
+  host::LedgerBook book(
+      {.store = next, .house_lock = house_lock, .endpoints = {}, .logger = services::Logger(machine.log_levels, log)});
   EXPECT_EQ(book.read().of("activities").delivered, activities.delivered);
   EXPECT_TRUE(book.read().isSound());
 }

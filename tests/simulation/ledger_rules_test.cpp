@@ -243,15 +243,45 @@ TEST_F(LedgerRules, SayAtAStartWhatTheStoreLacksAndWhatItHasTooMuch) {
   ASSERT_EQ(of("commerce clicks").stored, 1U);
   machine.kill(std::move(phone));
   machine.store.set("commerceConversionInfos", Array());
-  machine.store.set("fendoImpressionInfos", Array{1, 2, 3});
+  machine.store.set("reEngagementInfos", Array{1, 2, 3});
   machine.store.synchronize();
   start();
   const Ledger ledger = phone->ledger();
   EXPECT_TRUE(ledger.balances());
   EXPECT_FALSE(ledger.isSound());
-  EXPECT_EQ(ledger.of("impressions").found_uncounted, 3U);
+  EXPECT_EQ(ledger.of("re-engagement clicks").found_uncounted, 3U);
   EXPECT_THAT(givenUp("commerce clicks"), ElementsAre(Pair("no longer in the store when it was opened", 1U)));
   machine.kill(std::move(phone));
+}
+
+TEST_F(LedgerRules, CountTheImpressionsThatAKillLeftBehindTheBook) {
+  addImpression(1);
+  machine.kill(std::move(phone));
+  start();
+  phone->addImpression({.campaign_key = 2});
+  phone->addImpression({.campaign_key = 3});
+  restart();
+  EXPECT_EQ(of("impressions").recorded, 3U);
+  EXPECT_EQ(of("impressions").stored, 3U);
+  EXPECT_EQ(of("impressions").found_uncounted, 0U);
+}
+
+TEST_F(LedgerRules, CountWhatWasRefusedByItsReasonOutsideOfTheAccounts) {
+  phone->addActivity("", "no group", std::nullopt);
+  phone->setUserId(std::string(kMaxUserIdBytes + 1, 'x'));
+  phone->gdprForgetMe(true);
+  phone->addActivity("shop", "forgotten", std::nullopt);
+  phone->addImpression({});
+  phone->stop();
+  start();
+  const Ledger ledger = phone->ledger();
+  std::map<std::string, uint64_t> refused;
+  for (const Ledger::Refused& each : ledger.refused)
+    refused[each.reason] = each.count;
+  EXPECT_THAT(refused,
+              ::testing::UnorderedElementsAre(Pair("refused: no group or no name", 1U), Pair("refused: too large", 1U),
+                                              Pair("refused: the user asked to be forgotten", 2U)));
+  EXPECT_EQ(ledger.of("activities").recorded, 0U);
 }
 
 #ifndef NDEBUG

@@ -60,9 +60,9 @@ TEST(TestDevice, FindsInTheNextProcessWhatTheLastOneRecorded) {
   device.goOffline();
   device.open();
   device.perform([&device] { device.kit().addActivity("shop", "purchase"); });
-  device.kit().addActivity("shop", "posted and not done yet");
+  device.kit().addActivity("shop", "recorded between two turns");
   device.kill();
-  EXPECT_EQ(device.waiting("shop", "posted and not done yet"), 0u);
+  EXPECT_EQ(device.waiting("shop", "recorded between two turns"), 1u);
   EXPECT_FALSE(device.isAlive());
   EXPECT_EQ(device.waiting("shop", "purchase"), 1u);
   device.advance(hours(5));

@@ -105,6 +105,41 @@ TYPED_TEST_P(KeyValueStoreContract, AnEmptyListIsNotAnAbsentOne) {
   EXPECT_TRUE(this->store().get("begun").isArray());
 }
 
+TYPED_TEST_P(KeyValueStoreContract, AppendBeginsAListAndContinuesOne) {
+  this->store().append("new", 1);
+  this->store().set("old", kit::Array{1});
+  this->store().append("old", 2);
+  this->store().set("text", "is no list");
+  this->store().append("text", 3);
+  this->store().synchronize();
+  this->harness_.killAndRestart();
+  EXPECT_EQ(this->store().get("new"), kit::Value(kit::Array{1}));
+  EXPECT_EQ(this->store().get("old"), kit::Value(kit::Array{1, 2}));
+  EXPECT_EQ(this->store().get("text"), kit::Value(kit::Array{3}));
+}
+
+TYPED_TEST_P(KeyValueStoreContract, WhatIsAppendedWhileAListIsRewrittenStaysBehindIt) {
+  this->store().set("list", kit::Array{1, 2, 3});
+  const kit::Value before = this->store().get("list");
+  this->store().append("list", 4);
+  this->store().replace("list", before, kit::Array{2});
+  EXPECT_EQ(this->store().get("list"), kit::Value(kit::Array{2, 4}));
+  this->store().synchronize();
+  this->harness_.killAndRestart();
+  EXPECT_EQ(this->store().get("list"), kit::Value(kit::Array{2, 4}));
+  this->store().append("begun", 1);
+  this->store().replace("begun", kit::Value(), kit::Array{});
+  EXPECT_EQ(this->store().get("begun"), kit::Value(kit::Array{1})) << "of a list that was not there all is new";
+}
+
+TYPED_TEST_P(KeyValueStoreContract, OfAListThatIsNoContinuationNothingStaysBehindTheOneThatReplacesIt) {
+  this->store().set("list", kit::Array{1, 2});
+  const kit::Value before = this->store().get("list");
+  this->store().set("list", kit::Array{7, 8, 9});
+  this->store().replace("list", before, kit::Array{2});
+  EXPECT_EQ(this->store().get("list"), kit::Value(kit::Array{2}));
+}
+
 TYPED_TEST_P(KeyValueStoreContract, AListGrowsAndShrinksAcrossRestarts) {
   for (int i = 0; i < 10; ++i)
     this->append("queue", recordOf("id", i));
@@ -236,6 +271,8 @@ TYPED_TEST_P(KeyValueStoreContract, IsSafePerCallFromManyThreads) {
 REGISTER_TYPED_TEST_SUITE_P(KeyValueStoreContract, WhatWasNeverSetIsAbsent, AWriteIsSeenAtOnceWithoutSynchronize,
                             AWriteReplacesTheValueWhole, SettingTheAbsentValueRemovesTheKey,
                             WhatWasSynchronizedSurvivesTheDeathOfTheProcess, AnEmptyListIsNotAnAbsentOne,
+                            AppendBeginsAListAndContinuesOne, WhatIsAppendedWhileAListIsRewrittenStaysBehindIt,
+                            OfAListThatIsNoContinuationNothingStaysBehindTheOneThatReplacesIt,
                             AListGrowsAndShrinksAcrossRestarts, AListThatLosesItsRecordsOneByOneKeepsTheOthers,
                             AValueTakenEarlierDoesNotChange, AValueMayChangeItsKind, SaysThatWhatItSynchronizedIsKept,
                             ServesADyingThreadAtOnceWhenNobodyElseIsThere,

@@ -83,8 +83,8 @@ TEST_F(FaultyStore, RefusesAnUnknownOperationAndSaysWhichThereAre) {
     FAIL() << "it took an unknown operation";
   } catch (const std::invalid_argument& error) {
     EXPECT_STREQ(error.what(),
-                 "KeyValueStore has no operation \"write\"; it has: get, set, synchronize, tryGet, "
-                 "trySetAndSynchronize");
+                 "KeyValueStore has no operation \"write\"; it has: get, set, append, replace, synchronize, "
+                 "tryGet, trySetAndSynchronize");
   }
 }
 
@@ -195,6 +195,8 @@ TEST(Faulty, FailsInEveryOperationOfStoreAndNetwork) {
   EveryOperation(store.faults)
       .fails("get", [&] { store.get("a"); })
       .fails("set", [&] { store.set("a", 1); })
+      .fails("append", [&] { store.append("key", 1); })
+      .fails("replace", [&] { store.replace("key", kit::Value(), kit::Array()); })
       .fails("synchronize", [&] { store.synchronize(); })
       .fails("tryGet", [&] { (void)store.tryGet("a"); })
       .fails("trySetAndSynchronize", [&] { store.trySetAndSynchronize("a", 1); });

@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -15,6 +16,7 @@
 #include "host/ledger/ledger_book.h"
 #include "host/log/log_sinks.h"
 #include "host/store/sqlite_store.h"
+#include "kit/house_lock.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik::host {
@@ -60,6 +62,7 @@ class BookRig {
   /// Another process over the same store.
   void startAgain() {
     book.emplace(LedgerParts{.store = store,
+                             .house_lock = house_lock,
                              .endpoints = {},
                              .logger = services::Logger(levels_, log_),
                              .has_hashed_identifier = has_hashed_identifier_});
@@ -82,8 +85,9 @@ class BookRig {
   }
 
   void record(const char* id, const char* name = "look") {
+    const std::scoped_lock door(house_lock.door);
     book->activityIsBeingStored();
-    append(kActivities, kit::Dictionary{{"activityEventID", id}, {"activityName", name}});
+    store.append(kActivities, kit::Dictionary{{"activityEventID", id}, {"activityName", name}});
   }
   /// Seals and sends a batch of these events and of all impressions that are stored.
   uint64_t sendBatch(std::initializer_list<const char*> ids) {
@@ -155,6 +159,7 @@ class BookRig {
   int sealed_ = 0;
 
  public:
+  kit::HouseLock house_lock;
   NotingStore store{folder_.path(), log_};
   std::optional<LedgerBook> book;
 };

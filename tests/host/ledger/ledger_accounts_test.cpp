@@ -51,9 +51,9 @@ LedgerAccounts various() {
 
 TEST(LedgerAccounts, AreReadAsTheyWereWritten) {
   LedgerAccounts accounts = various();
-  const Value written = accounts.write(30);
-  LedgerAccounts read(written, 30);
-  EXPECT_EQ(read.write(30), written);
+  const Value written = accounts.write({.activities = 30});
+  LedgerAccounts read(written, {.activities = 30});
+  EXPECT_EQ(read.write({.activities = 30}), written);
   const Ledger::Account activities = accountOf(read, Kind::kActivities, 30);
   EXPECT_EQ(activities.recorded, 100U);
   EXPECT_EQ(activities.delivered, 60U);
@@ -66,14 +66,14 @@ TEST(LedgerAccounts, AreReadAsTheyWereWritten) {
 // Stores of released versions hold it.
 TEST(LedgerAccounts, AreWrittenInAFormThatNeverChanges) {
   LedgerAccounts accounts = various();
-  EXPECT_EQ(accounts.write(30),
+  EXPECT_EQ(accounts.write({.activities = 30}),
             Value(Dictionary{
                 {"activities", Dictionary{{"recorded", 100},
                                           {"stored", 30},
                                           {"delivered", 60},
                                           {"under_way", 5},
                                           {"given_up", Dictionary{{"keptSession", 3}, {"placeTaken", 2}}}}},
-                {"impressions", Dictionary()},
+                {"impressions", Dictionary{{"stored", 0}}},
                 {"re-engagement clicks", Dictionary{{"recorded", 4}, {"given_up", Dictionary{{"sameKey", 4}}}}},
                 {"commerce clicks", Dictionary()},
                 {"crash reports", Dictionary()},
@@ -83,7 +83,7 @@ TEST(LedgerAccounts, AreWrittenInAFormThatNeverChanges) {
 
 TEST(LedgerAccounts, AddTheActivitiesThatTheListGrewByAfterTheyWereWritten) {
   LedgerAccounts accounts = various();
-  const LedgerAccounts read(accounts.write(30), 37);
+  const LedgerAccounts read(accounts.write({.activities = 30}), {.activities = 37});
   EXPECT_EQ(accountOf(read, Kind::kActivities, 37).recorded, 107U);
   EXPECT_TRUE(accountOf(read, Kind::kActivities, 37).balances());
   EXPECT_FALSE(read.isChanged()) << "the next start would find it again";
@@ -98,7 +98,7 @@ TEST(LedgerAccounts, AreChangedByAllButWhatTheNextStartFindsByItself) {
   EXPECT_FALSE(accounts.isChanged());
   accounts.deliver(Kind::kActivities, 1);
   EXPECT_TRUE(accounts.isChanged());
-  accounts.write(0);
+  accounts.write({.activities = 0});
   EXPECT_FALSE(accounts.isChanged());
   accounts.giveUp(Kind::kActivities, Reason::kByHand, 1);
   EXPECT_TRUE(accounts.isChanged());
@@ -108,7 +108,7 @@ TEST(LedgerAccounts, ReadAsNoneFromAnythingElse) {
   for (const Value& garbage : {Value(), Value::null(), Value(7), Value("accounts"), Value(Array{1, 2}),
                                Value(Dictionary{{"activities", "many"}}), Value(Dictionary{{"activities", Array{1}}}),
                                Value(Dictionary{{"activities", Dictionary{{"recorded", "ten"}, {"given_up", 4}}}})}) {
-    const LedgerAccounts read(garbage, 0);
+    const LedgerAccounts read(garbage, {});
     for (const Ledger::Account& account : read.toLedger({}).accounts) {
       EXPECT_EQ(account.recorded, 0U);
       EXPECT_THAT(account.given_up, IsEmpty());
@@ -123,7 +123,7 @@ TEST(LedgerAccounts, TakeNoCountThatIsNone) {
                                             {"delivered", 2.5},
                                             {"under_way", INT64_MAX},
                                             {"given_up", Dictionary{{"byHand", INT64_MAX}, {"no such reason", 9}}}}}};
-  const Ledger::Account read = accountOf(LedgerAccounts(garbage, 0), Kind::kImpressions);
+  const Ledger::Account read = accountOf(LedgerAccounts(garbage, {}), Kind::kImpressions);
   EXPECT_EQ(read.recorded, 0U);
   EXPECT_EQ(read.delivered, 0U);
   EXPECT_EQ(read.under_way, kMaxLedgerCount);
@@ -200,7 +200,7 @@ TEST(LedgerAccountsInLine, BalanceEvenWhenMoreWentThanWasEverRecorded) {
   const Value garbage = Dictionary{
       {"activities", Dictionary{{"recorded", 3}, {"delivered", 10}, {"under_way", 2}}},
       {"impressions", Dictionary{{"delivered", INT64_MAX}, {"given_up", Dictionary{{"byHand", INT64_MAX}}}}}};
-  const LedgerAccounts accounts = inLine(LedgerAccounts(garbage, 0), {});
+  const LedgerAccounts accounts = inLine(LedgerAccounts(garbage, {}), {});
   const Ledger::Account activities = accountOf(accounts, Kind::kActivities);
   EXPECT_TRUE(activities.balances());
   EXPECT_EQ(activities.found_uncounted, 9U);
@@ -210,7 +210,7 @@ TEST(LedgerAccountsInLine, BalanceEvenWhenMoreWentThanWasEverRecorded) {
 
 TEST(LedgerAccountsInLine, AddTheCountsOfAnotherPart) {
   LedgerAccounts accounts = various();
-  accounts.write(30);
+  accounts.write({.activities = 30});
   accounts.add(various());
   const Ledger::Account activities = accountOf(accounts, Kind::kActivities, 60);
   EXPECT_EQ(activities.recorded, 200U);

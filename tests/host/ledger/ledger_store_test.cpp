@@ -19,8 +19,7 @@ using ::testing::Pair;
 
 class LedgerStoreTest : public ::testing::Test, protected BookRig {
  protected:
-  kit::HouseLock house_lock_;
-  LedgerStore counted_{store, *book, house_lock_};
+  LedgerStore counted_{store, *book, house_lock};
 };
 
 TEST_F(LedgerStoreTest, CountsWhatTheKitSets) {
@@ -50,7 +49,7 @@ class DarkStore final : public NotingStore {
       : NotingStore(folder, log), house_lock_(house_lock) {}
   StoreOpening opening() const override { return StoreOpening::kUnavailable; }
   void setWhenTakenOver(kit::Block hook) override { hook_ = std::move(hook); }
-  bool synchronize() override {
+  bool synchronizeUntold() override {
     note();
     return true;
   }
@@ -77,7 +76,7 @@ TEST(LedgerStoreInTheDark, LetsNoListBeChangedWhileACommitMayTakeOverWhatTheFile
   kit::LogLevels levels;
   kit::HouseLock house_lock;
   DarkStore store(folder.path(), log, house_lock);
-  LedgerBook book({.store = store, .endpoints = {}, .logger = services::Logger(levels, log)});
+  LedgerBook book({.store = store, .house_lock = house_lock, .endpoints = {}, .logger = services::Logger(levels, log)});
   LedgerStore counted(store, book, house_lock);
   int told = 0;
   counted.setWhenTakenOver([&told] { ++told; });

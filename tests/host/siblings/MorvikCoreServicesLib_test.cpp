@@ -37,7 +37,8 @@ class ServicesLib : public ::testing::Test {
                                  .sealing = {cipher_, compressor_, random_},
                                  .common = common_,
                                  .util = util_,
-                                 .size_trigger = trigger_});
+                                 .size_trigger = trigger_,
+                                 .lines = lines_});
     return *lib_;
   }
   void record(int count) {
@@ -75,6 +76,7 @@ class ServicesLib : public ::testing::Test {
                             .util = util_,
                             .puid = puid_}};
   SizeTrigger trigger_{loop_.mainQueue()};
+  PostedLines lines_{services::Logger(levels_, log_), loop_.mainQueue()};
   int calls_ = 0;
   std::optional<MorvikCoreServicesLib> lib_;
 };
@@ -193,20 +195,57 @@ TEST_F(ServicesLib, MendsTextThatIsNotUtf8) {
 
 TEST_F(ServicesLib, RefusesTheAppsOwnActivitiesWhileTheUserIsForgottenAndRecordsTheCores) {
   properties_.setMorvikCoreUserInfo_isGDPRForgetMe(true);
-  EXPECT_FALSE(lib().addActivityOfApp("shop", "buy", "", kit::Date{}));
+  EXPECT_EQ(lib().addActivityOfApp("shop", "buy", "", kit::Date{}), Recorded::kRefusedForgotten);
+  EXPECT_EQ(lib().addImpressionOfApp({}, kit::Date{}), Recorded::kRefusedForgotten);
+  EXPECT_TRUE(log_.messages().empty()) << "whoever takes the lines keeps no thread of the app's waiting";
+  loop_.runUntilIdle();
+  EXPECT_TRUE(properties_.fendoImpressionInfos().isAbsent());
   EXPECT_TRUE(properties_.fendoActivityInfos().isAbsent());
-  EXPECT_EQ(log_.messages(),
-            std::vector<std::string>{
-                "Morvik host: an activity of the app was not recorded: the user asked to be forgotten; ask "
-                "isGdprForgetMe() before recording"});
+  EXPECT_EQ(
+      log_.messages(),
+      (std::vector<std::string>{"Morvik host: an activity of the app was not recorded: the user asked to be forgotten; "
+                                "ask isGdprForgetMe() before recording",
+                                "Morvik host: an impression of the app was not recorded: the user asked to be "
+                                "forgotten; ask isGdprForgetMe() before recording"}));
   EXPECT_EQ(log_.lines().front().prefix->level, "WARNING");
   lib().addActivityGroupName("session", "start", "", kit::Date{});
   EXPECT_EQ(properties_.fendoActivityInfos().size(), 1U);
 }
 
 TEST_F(ServicesLib, SaysWhetherTheAppsActivityIsStored) {
-  EXPECT_TRUE(lib().addActivityOfApp("shop", "buy", "", kit::Date{}));
-  EXPECT_FALSE(lib().addActivityOfApp("shop", {}, "", kit::Date{}));
+  EXPECT_EQ(lib().addActivityOfApp("shop", "buy", "", kit::Date{}), Recorded::kKept);
+  store_.setKeepsNothing(true);
+  EXPECT_EQ(lib().addActivityOfApp("shop", "buy", "", kit::Date{}), Recorded::kKeptInMemory);
+  EXPECT_EQ(lib().addImpressionOfApp({}, kit::Date{}), Recorded::kKeptInMemory);
+  EXPECT_EQ(properties_.fendoActivityInfos().size(), 2U);
+  EXPECT_EQ(properties_.fendoImpressionInfos().size(), 1U);
+}
+
+TEST_F(ServicesLib, RefusesTheAppsActivityWithoutGroupOrName) {
+  EXPECT_EQ(lib().addActivityOfApp("", "buy", "", kit::Date{}), Recorded::kRefusedEmpty);
+  EXPECT_EQ(lib().addActivityOfApp("shop", "", "", kit::Date{}), Recorded::kRefusedEmpty);
+  EXPECT_TRUE(properties_.fendoActivityInfos().isAbsent());
+}
+
+TEST_F(ServicesLib, TakesTextsOfTheAppsUpToTheLimitTogetherAndNotAByteMore) {
+  const std::string param(kMaxEventBytes - 7, 'x');
+  EXPECT_EQ(lib().addActivityOfApp("shop", "buy", param, kit::Date{}), Recorded::kKept);
+  EXPECT_EQ(lib().addActivityOfApp("shop", "buy!", param, kit::Date{}), Recorded::kRefusedTooLarge);
+  const Impression too_large{.space_key = std::string(kMaxEventBytes + 1, 'x')};
+  EXPECT_EQ(lib().addImpressionOfApp(too_large, kit::Date{}), Recorded::kRefusedTooLarge);
+  EXPECT_EQ(properties_.fendoActivityInfos().size(), 1U);
+}
+
+TEST_F(ServicesLib, RecordsAnImpressionWithAllItsFields) {
+  const Impression impression{
+      .campaign_key = 1, .space_key = "top", .resource_key = 2, .conversion_key = 3, .is_first_time = true};
+  EXPECT_EQ(lib().addImpressionOfApp(impression, kit::Date{4}), Recorded::kKept);
+  EXPECT_EQ(properties_.fendoImpressionInfos(), kit::Value(kit::Array{kit::Dictionary{{"campaignKey", 1},
+                                                                                      {"spaceKey", "top"},
+                                                                                      {"resourceKey", 2},
+                                                                                      {"conversionKey", 3},
+                                                                                      {"isFirstTime", true},
+                                                                                      {"createdAt", kit::Date{4}}}}));
 }
 
 TEST_F(ServicesLib, LosesNothingThatManyThreadsRecord) {

@@ -1,0 +1,98 @@
+#include "host/handed_over.h"
+
+#include <array>
+#include <utility>
+
+#include "services/converters.h"
+
+namespace morvik::host {
+namespace {
+
+// Fields of an entry.
+constexpr const char* kKind = "kind";
+constexpr const char* kText = "text";
+constexpr const char* kTime = "time";
+constexpr const char* kIsFirstLaunch = "first_launch";
+
+/// By HandedOver::Kind.
+constexpr std::array kKindNames = {"url", "facebook", "third_party"};
+
+kit::Value recordOf(const HandedOver::Entry& entry) {
+  return kit::Dictionary{{kKind, kKindNames[static_cast<size_t>(entry.kind)]},
+                         {kText, entry.text},
+                         {kTime, entry.time},
+                         {kIsFirstLaunch, entry.is_first_launch}};
+}
+
+/// Of a kind that this version does not know nothing is handled.
+std::optional<HandedOver::Entry> entryOf(const kit::Value& record) {
+  for (size_t kind = 0; kind < kKindNames.size(); ++kind) {
+    if (record[kKind].string() == kKindNames[kind])
+      return HandedOver::Entry{.kind = static_cast<HandedOver::Kind>(kind),
+                               .text = record[kText].string(),
+                               .time = record[kTime].date(),
+                               .is_first_launch = record[kIsFirstLaunch].boolean()};
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+void HandedOver::begin() {
+  if (store_.arrayForKey(kHandedOverKey).size() > 0)
+    main_loop_.async([this] { handleAll(); });
+}
+
+Recorded HandedOver::take(const Entry& entry) {
+  if (entry.text.size() > kMaxHandedOverBytes)
+    return Recorded::kRefusedTooLarge;
+  const kit::Value record = recordOf(entry);
+  const bool has_room = store_.atTheDoor([this, &record] {
+    if (store_.arrayForKey(kHandedOverKey).size() >= kMaxHandedOver)
+      return false;
+    store_.append(kHandedOverKey, record);
+    return true;
+  });
+  if (!has_room)
+    return Recorded::kRefusedTooMany;
+  const bool is_kept = store_.synchronize();
+  if (main_loop_.isMainThread())
+    main_loop_.runOnMain([this] { handleAll(); });
+  else
+    main_loop_.async([this] { handleAll(); });
+  return is_kept ? Recorded::kKept : Recorded::kKeptInMemory;
+}
+
+void HandedOver::setHeld(bool held) {
+  is_held_ = held;
+  if (!held)
+    main_loop_.async([this] { handleAll(); });
+}
+
+/// What handling one hands over itself is handled behind it.
+void HandedOver::handleAll() {
+  if (std::exchange(is_handling_, true))
+    return;
+  while (!is_held_ && handleFirst()) {
+  }
+  is_handling_ = false;
+}
+
+/// An entry goes when it was handled, and in the commit of that: a death in between has it handled twice, never not at
+/// all.
+bool HandedOver::handleFirst() {
+  const kit::Array entries = store_.arrayForKey(kHandedOverKey).array();
+  if (entries.empty())
+    return false;
+  if (const auto entry = entryOf(entries[0]))
+    handler_(*entry);
+  store_.inOneStep([this] {
+    const kit::Value stored = store_.arrayForKey(kHandedOverKey);
+    kit::MutableArray rest(stored);
+    rest.removeAt(0);
+    store_.replace(kHandedOverKey, stored, kit::Value(std::move(rest)));
+  });
+  return true;
+}
+
+}  // namespace morvik::host

@@ -1,0 +1,58 @@
+// What the app hands over to be handled: opened URLs, referral URLs, third party conversions. Kept in a list of the
+// host's own until it is handled.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string_view>
+
+#include "host/machine/machine.h"
+#include "kit/value.h"
+#include "morvik/morvik.h"
+#include "services/MorvikGVUserDefaults.h"
+
+namespace morvik::host {
+
+/// Where the list lies in the store.
+inline constexpr const char* kHandedOverKey = "host.handedOver";
+
+class HandedOver {
+ public:
+  enum class Kind : uint8_t { kOpenedUrl, kFacebookUrl, kThirdPartyConversion };
+  struct Entry {
+    Kind kind = Kind::kOpenedUrl;
+    std::string_view text;  ///< valid during the call that handles it
+    kit::Date time;
+    bool is_first_launch = false;  ///< as it was when it was handed over
+  };
+  /// Called on the main queue, within a turn.
+  using Handler = std::function<void(const Entry& entry)>;
+
+  /// All outlive it.
+  HandedOver(services::MorvikGVUserDefaults store, MachineStore& commits, MachineLoop& main_loop)
+      : store_(store), commits_(commits), main_loop_(main_loop) {}
+
+  /// To be set before the main queue runs.
+  void setHandler(Handler handler) { handler_ = std::move(handler); }
+  /// What an earlier process left is handled first. Before anything else is posted.
+  void begin();
+  /// Keeps one more, in the kernel's hands when this returns, and has it handled: before this returns when called on
+  /// the main queue, else in a later turn of it. Refused where too many wait, or the text is too long. Any thread.
+  Recorded take(const Entry& entry);
+  /// While held, entries wait. What waited is handled in a later turn once it is let go. Any thread.
+  void setHeld(bool held);
+
+ private:
+  void handleAll();
+  bool handleFirst();
+
+  services::MorvikGVUserDefaults store_;
+  MachineStore& commits_;
+  MachineLoop& main_loop_;
+  Handler handler_;
+  std::atomic<bool> is_held_{false};
+  bool is_handling_ = false;  ///< on the main queue
+};
+
+}  // namespace morvik::host
