@@ -179,6 +179,7 @@ void VirtualMachine::kill(std::unique_ptr<host::Host> process, const DiskCut& cu
   transport.kill();
   loop.kill();
   process.reset();
+  store.kill();  // nor what its end would have written
   if (options_.disk != nullptr)
     options_.disk->restart(cut);
 }
