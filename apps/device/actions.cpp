@@ -40,6 +40,24 @@ std::string whatIsBusy(const morvik::host::Pending& pending) {
   return text;
 }
 
+/// What became of something that was handed over.
+Outcome told(morvik::Recorded recorded) {
+  if (!isKept(recorded))
+    return refused(std::string(toText(recorded)));
+  Outcome outcome;
+  if (recorded == morvik::Recorded::kKeptInMemory)
+    outcome.fields.set("kept", toText(recorded));
+  return outcome;
+}
+
+morvik::Impression impressionOf(const kit::Value& record) {
+  return {.campaign_key = record["campaignKey"].integer(),
+          .space_key = std::string(record["spaceKey"].string()),
+          .resource_key = record["resourceKey"].integer(),
+          .conversion_key = record["conversionKey"].integer(),
+          .is_first_time = record["isFirstTime"].boolean()};
+}
+
 }  // namespace
 
 std::optional<int> fatalSignal(const std::string& name) {
@@ -64,31 +82,27 @@ void recordEvent(Phone& phone, const Arguments& arguments, const Reply& reply) {
   if (phone.host().isGdprForgetMe())
     return reply(refused("the user asked to be forgotten, so no events of the app are recorded"));
   const auto& words = arguments.words;
-  phone.host().addActivity(words[0], words[1],
-                           words.size() > 2 ? std::optional<std::string_view>(words[2]) : std::nullopt);
-  reply({});
+  reply(told(phone.host().addActivity(words[0], words[1],
+                                      words.size() > 2 ? std::optional<std::string_view>(words[2]) : std::nullopt)));
 }
 
 void recordImpression(Phone& phone, const Arguments& arguments, const Reply& reply) {
   if (!arguments.json.isDictionary())
     return reply(refused("an impression record is a JSON object, such as {\"campaignKey\":7,\"spaceKey\":\"top\"}"));
   const kit::Value impression = withDates(arguments.json);
+  if (impression["createdAt"].isAbsent())
+    return reply(told(phone.host().addImpression(impressionOf(impression))));
   // No batch can be built with such a record, and it would hold back all events until it is gone.
   if (!impression["createdAt"].isDate())
-    return reply(refused("an impression record needs a date, such as \"createdAt\":\"2024-05-01T12:00:00Z\""));
+    return reply(refused("an impression's time is a date, such as \"createdAt\":\"2024-05-01T12:00:00Z\""));
   const auto properties = phone.host().properties();
-  properties.inOneStep([&] {
-    kit::MutableArray impressions(properties.fendoImpressionInfos());
-    impressions.append(impression);
-    properties.setFendoImpressionInfos(std::move(impressions));
-  });
+  properties.append(morvik::services::property::fendoImpressionInfos, impression);
   properties.synchronize();
   reply({});
 }
 
 void openUrl(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().passOpenURL(arguments.words[0]);
-  reply({});
+  reply(told(phone.host().passOpenURL(arguments.words[0])));
 }
 
 void storeUrl(Phone& phone, const Arguments& arguments, const Reply& reply) {
@@ -97,13 +111,11 @@ void storeUrl(Phone& phone, const Arguments& arguments, const Reply& reply) {
 }
 
 void passFacebookUrl(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().setReferralUrlForFacebook(arguments.words[0]);
-  reply({});
+  reply(told(phone.host().setReferralUrlForFacebook(arguments.words[0])));
 }
 
 void reportThirdPartyConversion(Phone& phone, const Arguments&, const Reply& reply) {
-  phone.host().thirdPartyConversion();
-  reply({});
+  reply(told(phone.host().thirdPartyConversion()));
 }
 
 void setStored(Phone& phone, const Arguments& arguments, const Reply& reply) {
@@ -117,23 +129,23 @@ void setStored(Phone& phone, const Arguments& arguments, const Reply& reply) {
 }
 
 void setAge(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().setAge(*arguments.number);
-  reply({});
+  reply(told(phone.host().setAge(*arguments.number)));
 }
 
 void setGender(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().setGender(*arguments.number);
-  reply({});
+  reply(told(phone.host().setGender(*arguments.number)));
 }
 
 void setUserId(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().setUserId(arguments.words[0]);
-  reply({});
+  reply(told(phone.host().setUserId(arguments.words[0])));
+}
+
+void clearUserId(Phone& phone, const Arguments&, const Reply& reply) {
+  reply(told(phone.host().clearUserId()));
 }
 
 void forgetMe(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().gdprForgetMe(*arguments.flag);
-  reply({});
+  reply(told(phone.host().gdprForgetMe(*arguments.flag)));
 }
 
 void tellWhetherForgotten(Phone& phone, const Arguments&, const Reply& reply) {

@@ -53,6 +53,7 @@ void setStored(Phone& phone, const Arguments& arguments, const Reply& reply);
 void setAge(Phone& phone, const Arguments& arguments, const Reply& reply);
 void setGender(Phone& phone, const Arguments& arguments, const Reply& reply);
 void setUserId(Phone& phone, const Arguments& arguments, const Reply& reply);
+void clearUserId(Phone& phone, const Arguments& arguments, const Reply& reply);
 void forgetMe(Phone& phone, const Arguments& arguments, const Reply& reply);
 void tellWhetherForgotten(Phone& phone, const Arguments& arguments, const Reply& reply);
 void goOffline(Phone& phone, const Arguments& arguments, const Reply& reply);

@@ -126,13 +126,31 @@ class Verbs(DeviceTest):
         self.assertEqual([(i["campaign_key"], i["isFirstTime"]) for i in sent], [(6, True), (7, True)])
         self.assertRegex(sent[0]["created_at"], r"^20240501(1959|2000)\d\d$")
 
-    def test_an_impression_without_a_date_is_refused_and_the_program_goes_on(self):
+    def test_an_impression_of_no_date_is_refused_and_the_program_goes_on(self):
         device = self.device()
-        for record in ('{"campaignKey":7}', '{"campaignKey":7,"createdAt":"yesterday"}'):
-            answer = device.do("impression " + record)
-            self.assertFalse(answer["ok"])
-            self.assertIn("needs a date", answer["error"])
+        answer = device.do('impression {"campaignKey":7,"createdAt":"yesterday"}')
+        self.assertFalse(answer["ok"])
+        self.assertIn("an impression's time is a date", answer["error"])
         self.assertEqual(device.store("fendoImpressionInfos"), {})
+
+    def test_an_impression_without_a_time_is_recorded_as_of_now(self):
+        device = self.device()
+        self.do(device, 'impression {"campaignKey":7,"spaceKey":"top"}')
+        stored = device.store("fendoImpressionInfos")["fendoImpressionInfos"]
+        self.assertEqual([(each["campaignKey"], each["spaceKey"]) for each in stored], [(7, "top")])
+        self.assertRegex(stored[0]["createdAt"], r"^20\d\d-")
+
+    def test_a_user_id_is_taken_back_also_before_it_was_sent(self):
+        device = self.device()
+        self.do(device, "user-id anna", "clear-user-id")
+        stored = device.store("fendoUserDemoInfo_userId", "fendoUserDemoInfoForComplete_userId")
+        self.assertEqual(stored, {})
+
+    def test_an_event_without_a_group_is_refused_and_says_why(self):
+        device = self.device()
+        answer = device.do('event "" look')
+        self.assertEqual((answer["ok"], answer["error"]), (False, "refused: no group or no name"))
+        self.assertEqual(device.stored_events(), [])
 
     def test_an_impression_that_is_no_object_is_refused_and_the_program_goes_on(self):
         device = self.device()
