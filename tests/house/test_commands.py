@@ -170,11 +170,22 @@ class Commands(unittest.TestCase):
         self.assertIn("still missing after the installation: cmake\n", done.stderr)
 
     def test_help_needs_nothing_installed(self):
-        for command in ("run", "test", "tools/setup"):
+        for command, name in (("run", "./run"), ("test", "./test"), ("tools/setup",) * 2, ("tools/fuzz",) * 2):
             with self.subTest(command=command):
                 done = self.call(command, "--help")
                 self.assertEqual((done.returncode, done.stderr), (0, ""))
-                self.assertTrue(done.stdout.startswith(("Usage: ./run", "Usage: ./test", "Usage: tools/setup")))
+                self.assertTrue(done.stdout.startswith(f"Usage: {name} "))
+
+    def test_help_of_what_takes_long_to_build_builds_nothing(self):
+        for tool in ("cmake", "ninja", "ccache", "c++"):
+            self.install(tool, '#!/bin/bash\necho "$0 $*" >> "$FAKE/calls"\nexit 1\n')
+        for command in ("tools/soak", "tools/crashpoints"):
+            for arguments in (["--help"], ["-h"], ["--seed", "7", "--help"]):
+                with self.subTest(command=command, arguments=arguments):
+                    done = self.call(command, *arguments)
+                    self.assertEqual((done.returncode, done.stderr), (0, ""))
+                    self.assertTrue(done.stdout.startswith(f"Usage: {command} "))
+                    self.assertEqual(self.calls(), [])
 
     def test_a_bad_option_is_refused_before_anything_is_installed(self):
         self.install("id", ROOT)

@@ -1,4 +1,4 @@
-// Tries the crash points of a busy life; tools/crashpoints builds and runs it.
+// Tries the crash points of a busy life; tools/crashpoints builds and runs it, and has the help.
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -17,19 +17,6 @@ using namespace morvik::simulation;
 constexpr uint64_t kUsualStride = 10;
 constexpr uint64_t kProgressEvery = 500;
 constexpr int kWrongOption = 2;
-
-constexpr const char* kUsage =
-    "Usage: tools/crashpoints [--all | --stride N | --point N] [--mode MODE] [--seed S] [--workers N]\n"
-    "\n"
-    "Plays a busy life once for each change that it makes on its disk, cut off there, and once for each call that the\n"
-    "disk can fail. Prints the figures; status 0: nothing was lost, 1: something was, 2: an option is wrong.\n"
-    "\n"
-    "  --all         every point; else every 10th\n"
-    "  --stride N    every Nth\n"
-    "  --point N     this one alone; needs --mode\n"
-    "  --mode MODE   kill, power, torn, scattered, full, full-longer, sync, sync-longer, read or read-longer\n"
-    "  --seed S      draws what a power cut leaves of unsynced writes, and where a stride begins; else 1\n"
-    "  --workers N   threads; else one for each core\n";
 
 struct Options {
   CrashPointOptions points;
@@ -101,10 +88,6 @@ int main(int argc, char** argv) {
   options.points.workers = std::max(1U, std::thread::hardware_concurrency());
   for (int i = 1; i < argc; ++i) {
     const std::string_view name = argv[i];
-    if (name == "-h" || name == "--help") {
-      std::fputs(kUsage, stdout);
-      return 0;
-    }
     if (name == "--all") {
       options.points.stride = 1;
       continue;

@@ -1,4 +1,4 @@
-// Lives wild lives until the time is over; tools/soak builds and runs it.
+// Lives wild lives until the time is over; tools/soak builds and runs it, and has the help.
 #include "simulation/soak.h"
 
 #include <unistd.h>
@@ -26,19 +26,6 @@ constexpr double kUsualMinutes = 1;
 constexpr uint64_t kMostLives = 10'000'000;
 constexpr uint64_t kProgressEvery = 100;
 constexpr int kWrongOption = 2;
-
-constexpr const char* kUsage =
-    "Usage: tools/soak [--minutes M] [--lives N] [--days D] [--seed S [--trace]] [--workers N]\n"
-    "\n"
-    "Lives device lives with everything at once, each from a seed of its own, and checks them at every step. Prints\n"
-    "the figures; status 0: no checker complained, 1: one did, 2: an option is wrong.\n"
-    "\n"
-    "  --minutes M   begins no life after so many minutes; else 1\n"
-    "  --lives N     lives so many, whatever the time\n"
-    "  --days D      of each life, in virtual time; else 2\n"
-    "  --seed S      the life with this seed alone, or, with --lives, the first; else seeds are drawn from the time\n"
-    "  --trace       prints what happens in it\n"
-    "  --workers N   threads; else one for each core\n";
 
 struct Options {
   double minutes = kUsualMinutes;
@@ -159,10 +146,6 @@ int main(int argc, char** argv) {
   Options options;
   for (int i = 1; i < argc; ++i) {
     const std::string_view name = argv[i];
-    if (name == "-h" || name == "--help") {
-      std::fputs(kUsage, stdout);
-      return 0;
-    }
     if (name == "--trace") {
       options.trace = true;
       continue;
