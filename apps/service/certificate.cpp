@@ -7,11 +7,16 @@
 #include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
+#include <filesystem>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "apps/service/files.h"
 #include "apps/service/refusal.h"
@@ -30,6 +35,10 @@ using Certificate = std::unique_ptr<X509, FreeOpenSsl>;
 
 constexpr long kSecondsPerDay = 86400;
 constexpr long kX509Version3 = 2;
+constexpr const char* kNamesOfTheServer = "DNS:localhost,IP:127.0.0.1,IP:::1";
+constexpr const char* kNamesOfThisMachineAlone =
+    "critical,permitted;DNS:localhost,permitted;IP:127.0.0.0/255.0.0.0,"
+    "permitted;IP:::1/FFFF:FFFF:FFFF:FFFF:FFFF:FFFF:FFFF:FFFF";
 
 void mustSucceed(bool succeeded) {
   if (!succeeded)
@@ -65,12 +74,12 @@ void addExtension(X509* certificate, X509* issuer, int identifier, const char* v
 }
 
 // What authority and server certificate have in common. It holds from yesterday on: clocks differ.
-Certificate makeUnsigned(const std::string& name, EVP_PKEY* key) {
+Certificate makeUnsigned(const std::string& name, EVP_PKEY* key, int days) {
   Certificate certificate(X509_new());
   mustSucceed(certificate != nullptr && X509_set_version(certificate.get(), kX509Version3) == 1);
   setRandomSerial(certificate.get());
   mustSucceed(X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -kSecondsPerDay) != nullptr);
-  mustSucceed(X509_gmtime_adj(X509_getm_notAfter(certificate.get()), kCertificateDays * kSecondsPerDay) != nullptr);
+  mustSucceed(X509_gmtime_adj(X509_getm_notAfter(certificate.get()), days * kSecondsPerDay) != nullptr);
   mustSucceed(X509_set_pubkey(certificate.get(), key) == 1);
   setSubject(certificate.get(), name);
   return certificate;
@@ -84,19 +93,20 @@ void sign(X509* certificate, X509* issuer, EVP_PKEY* issuer_key) {
 }
 
 Certificate makeAuthority(EVP_PKEY* key) {
-  Certificate certificate = makeUnsigned("Local tracking service authority", key);
+  Certificate certificate = makeUnsigned("Local tracking service authority", key, kAuthorityDays);
   addExtension(certificate.get(), certificate.get(), NID_basic_constraints, "critical,CA:TRUE,pathlen:0");
   addExtension(certificate.get(), certificate.get(), NID_key_usage, "critical,keyCertSign");
+  addExtension(certificate.get(), certificate.get(), NID_name_constraints, kNamesOfThisMachineAlone);
   sign(certificate.get(), certificate.get(), key);
   return certificate;
 }
 
 Certificate makeServer(EVP_PKEY* key, X509* authority, EVP_PKEY* authority_key) {
-  Certificate certificate = makeUnsigned("localhost", key);
+  Certificate certificate = makeUnsigned("localhost", key, kCertificateDays);
   addExtension(certificate.get(), authority, NID_basic_constraints, "critical,CA:FALSE");
   addExtension(certificate.get(), authority, NID_key_usage, "critical,digitalSignature");
   addExtension(certificate.get(), authority, NID_ext_key_usage, "serverAuth");
-  addExtension(certificate.get(), authority, NID_subject_alt_name, "DNS:localhost,IP:127.0.0.1,IP:::1");
+  addExtension(certificate.get(), authority, NID_subject_alt_name, kNamesOfTheServer);
   sign(certificate.get(), authority, authority_key);
   return certificate;
 }
@@ -118,18 +128,129 @@ std::string keyPem(EVP_PKEY* key) {
   return pemText([&](BIO* bio) { return PEM_write_bio_PrivateKey(bio, key, nullptr, nullptr, 0, nullptr, nullptr); });
 }
 
+struct FreeVerification {
+  void operator()(X509_STORE* store) const { X509_STORE_free(store); }
+  void operator()(X509_STORE_CTX* context) const { X509_STORE_CTX_free(context); }
+};
+
+// A certificate and its private key.
+struct Identity {
+  Key key;
+  Certificate certificate;
+};
+
+bool isThere(const std::string& path) {
+  std::error_code ignored;
+  return std::filesystem::exists(path, ignored);
+}
+
+std::unique_ptr<BIO, FreeOpenSsl> memoryOf(const std::string& pem) {
+  std::unique_ptr<BIO, FreeOpenSsl> memory(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  mustSucceed(memory != nullptr);
+  return memory;
+}
+
+// The first certificate of the file; nothing when there is no such file or no certificate in it.
+Certificate readCertificate(const std::string& path) {
+  if (!isThere(path))
+    return nullptr;
+  const std::string pem = readSmallFile(path);
+  return Certificate(PEM_read_bio_X509(memoryOf(pem).get(), nullptr, nullptr, nullptr));
+}
+
+Key readKey(const std::string& path) {
+  if (!isThere(path))
+    return nullptr;
+  // A copied folder may have lost its modes. A file system that knows none is no reason to refuse.
+  static_cast<void>(::chmod(path.c_str(), kPrivateMode));
+  const std::string pem = readSmallFile(path);
+  // Never asks for a password.
+  const auto no_password = [](char*, int, int, void*) { return -1; };
+  return Key(PEM_read_bio_PrivateKey(memoryOf(pem).get(), nullptr, no_password, nullptr));
+}
+
+Identity readIdentity(const std::string& certificate_path, const std::string& key_path) {
+  return {readKey(key_path), readCertificate(certificate_path)};
+}
+
+bool fits(const Identity& identity) {
+  return identity.certificate != nullptr && identity.key != nullptr &&
+         X509_check_private_key(identity.certificate.get(), identity.key.get()) == 1;
+}
+
+bool isGoodForLonger(X509* certificate) {
+  std::time_t later = std::time(nullptr) + kRemainingDays * kSecondsPerDay;
+  return X509_cmp_current_time(X509_get0_notBefore(certificate)) < 0 &&
+         X509_cmp_time(X509_get0_notAfter(certificate), &later) > 0;
+}
+
+// As a client would see it.
+bool vouchesFor(X509* authority, X509* server) {
+  const std::unique_ptr<X509_STORE, FreeVerification> trusted(X509_STORE_new());
+  const std::unique_ptr<X509_STORE_CTX, FreeVerification> context(X509_STORE_CTX_new());
+  mustSucceed(trusted != nullptr && context != nullptr && X509_STORE_add_cert(trusted.get(), authority) == 1 &&
+              X509_STORE_CTX_init(context.get(), trusted.get(), server, nullptr) == 1);
+  X509_STORE_CTX_set_purpose(context.get(), X509_PURPOSE_SSL_SERVER);
+  return X509_verify_cert(context.get()) == 1;
+}
+
+bool hasTheNames(X509* server) {
+  return X509_check_host(server, "localhost", 0, 0, nullptr) == 1 && X509_check_ip_asc(server, "127.0.0.1", 0) == 1 &&
+         X509_check_ip_asc(server, "::1", 0) == 1;
+}
+
+// What is wrong with an authority that is there; "" for nothing.
+std::string problemOf(X509* authority) {
+  if (X509_check_ca(authority) != 1)
+    return "is no certificate of an authority";
+  return isGoodForLonger(authority) ? "" : "is not valid, or not for another day";
+}
+
+bool serves(const Identity& server, X509* authority) {
+  return fits(server) && isGoodForLonger(server.certificate.get()) && hasTheNames(server.certificate.get()) &&
+         vouchesFor(authority, server.certificate.get());
+}
+
+Identity makeServerIdentity(const Identity& authority) {
+  Key key = makeKey();
+  Certificate certificate = makeServer(key.get(), authority.certificate.get(), authority.key.get());
+  return {std::move(key), std::move(certificate)};
+}
+
+Identity makeAuthorityIdentity() {
+  Key key = makeKey();
+  Certificate certificate = makeAuthority(key.get());
+  return {std::move(key), std::move(certificate)};
+}
+
+// The key first: a certificate without its key would be taken for one that lost it.
+void write(const Identity& identity, const std::string& certificate_path, const std::string& key_path) {
+  replaceFile(key_path, keyPem(identity.key.get()), kPrivateMode);
+  replaceFile(certificate_path, certificatePem(identity.certificate.get()), kPublicMode);
+}
+
 }  // namespace
 
 CertificateFiles makeCertificates(const std::string& folder) {
   makeFolder(folder);
-  const Key authority_key = makeKey();
-  const Certificate authority = makeAuthority(authority_key.get());
-  const Key server_key = makeKey();
-  const Certificate server = makeServer(server_key.get(), authority.get(), authority_key.get());
-  CertificateFiles files{folder + "/ca.pem", folder + "/cert.pem", folder + "/key.pem"};
-  replaceFile(files.key, keyPem(server_key.get()), kPrivateMode);
-  replaceFile(files.certificate, certificatePem(server.get()), kPublicMode);
-  replaceFile(files.authority, certificatePem(authority.get()), kPublicMode);
+  CertificateFiles files{folder + "/ca.pem", folder + "/cert.pem", folder + "/key.pem", ""};
+  const std::string authority_key = folder + "/ca-key.pem";
+  Identity authority = readIdentity(files.authority, authority_key);
+  Identity server = readIdentity(files.certificate, files.key);
+  if (authority.certificate != nullptr)
+    files.why_replaced = problemOf(authority.certificate.get());
+  else if (isThere(files.authority))
+    files.why_replaced = "holds no certificate";
+  const bool is_kept = authority.certificate != nullptr && files.why_replaced.empty();
+  if (is_kept && serves(server, authority.certificate.get()))
+    return files;
+  if (is_kept && !fits(authority))
+    files.why_replaced = "has no key beside it that fits, " + authority_key + ", to sign a new server certificate";
+  if (!is_kept || !fits(authority)) {
+    authority = makeAuthorityIdentity();
+    write(authority, files.authority, authority_key);
+  }
+  write(makeServerIdentity(authority), files.certificate, files.key);
   return files;
 }
 

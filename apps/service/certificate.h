@@ -5,8 +5,11 @@
 
 namespace morvik_service {
 
-/// How long made certificates are good.
+/// How long a server certificate is good that is made here, and its authority.
 inline constexpr int kCertificateDays = 30;
+inline constexpr int kAuthorityDays = 365;
+/// What is not good for so long any more is made anew.
+inline constexpr int kRemainingDays = 1;
 
 /// In the folder of the certificates, the service says here where it listens.
 inline constexpr const char* kUrlFileName = "url";
@@ -15,11 +18,15 @@ struct CertificateFiles {
   std::string authority;    ///< give this to clients
   std::string certificate;  ///< for localhost, 127.0.0.1 and ::1
   std::string key;          ///< readable by its owner alone
+  /// Why there is another authority than before, for people; "" when the one that was there is kept, or none was.
+  std::string why_replaced;
 };
 
-/// Makes a certificate authority and, signed by it, a server certificate, and writes ca.pem, cert.pem and key.pem into
-/// `folder` (made when missing; files of these names are replaced). The authority's own key is never written, so nobody
-/// can sign anything else with it. Throws SetupError when a file cannot be written.
+/// Sees that `folder` (made when missing) holds an authority, ca.pem and ca-key.pem, and a server certificate that it
+/// signed, cert.pem and key.pem. What is there and still good is kept, so that clients go on trusting: the authority as
+/// long as it is valid, the server certificate too. An authority can sign for this machine's own names alone, so that
+/// its key is of no use elsewhere; both keys are made readable by their owner alone. Throws SetupError when a file
+/// cannot be read or written.
 CertificateFiles makeCertificates(const std::string& folder);
 
 }  // namespace morvik_service

@@ -55,11 +55,15 @@ void requireAllowedAddress(const Options& options) {
   }
 }
 
-TlsIdentity readIdentity(const Options& options) {
+TlsIdentity readIdentity(const Options& options, std::ostream& errors) {
   if (options.make_certificates_in.empty()) {
     return {readSmallFile(options.certificate_file), readSmallFile(options.key_file)};
   }
   const CertificateFiles files = makeCertificates(options.make_certificates_in);
+  if (!files.why_replaced.empty()) {
+    errors << "morvik-service: " << files.authority << " " << files.why_replaced
+           << ", so there is a new authority; give this file to the clients again" << std::endl;
+  }
   return {readSmallFile(files.certificate), readSmallFile(files.key)};
 }
 
@@ -94,7 +98,7 @@ void serve(const Options& options, const Surroundings& surroundings) {
   Listener listener(options.bind_address, options.port);
   const std::string url = listener.url();
   const std::uint16_t port = listener.port();
-  const HttpServer server(listener, readIdentity(options),
+  const HttpServer server(listener, readIdentity(options, surroundings.errors),
                           [&service](const HttpRequest& request) { return service.handle(request); });
   announce(options, url, port, surroundings.output);
   surroundings.wait_for_stop();

@@ -221,6 +221,21 @@ TEST_F(ProgramTest, KeysAreNeeded) {
             complaint({"--store", folder_.path("store"), "--make-cert", folder_.path("tls"), "--app-key", "a"}));
 }
 
+TEST_F(ProgramTest, ASecondStartKeepsTheAuthorityThatClientsTrust) {
+  run({"--quiet"}, [](const std::string&) {});
+  const std::string authority_text = readSmallFile(authority());
+  output_.str("");
+  run({"--quiet"}, [](const std::string&) {});
+  EXPECT_EQ(authority_text, readSmallFile(authority()));
+  EXPECT_EQ("", errors_.str());
+  replaceFile(authority(), "garbage", kPublicMode);
+  output_.str("");
+  run({"--quiet"}, [](const std::string&) {});
+  EXPECT_EQ("morvik-service: " + authority() +
+                " holds no certificate, so there is a new authority; give this file to the clients again\n",
+            errors_.str());
+}
+
 TEST_F(ProgramTest, CertificatesMayBeGiven) {
   run({"--quiet"}, [](const std::string&) {});
   output_.str("");
