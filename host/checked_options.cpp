@@ -1,11 +1,17 @@
 #include "host/checked_options.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
 #include <string_view>
+#include <system_error>
 
 #include "host/net/request_target.h"
 #include "services/text_codes.h"
@@ -32,6 +38,8 @@ constexpr std::array<EndpointName, 7> kEndpoints = {{
 
 constexpr int kLowestLogLevel = 0;
 constexpr int kHighestLogLevel = 6;
+constexpr int kUnknownOrientation = 0;
+constexpr int kHighestOrientation = 4;
 
 std::string_view trimmed(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r";
@@ -113,7 +121,7 @@ Failure readBaseUrl(const std::string& text, const std::string& option, std::str
     out += '/';
   const auto target = RequestTarget::parse(out);
   if (const auto* error = std::get_if<kit::Error>(&target))
-    return kit::Error{option + ": " + error->message};
+    return kit::Error{option + ": " + text.c_str() + " cannot be used: " + error->message + "."};
   if (withoutQuery(out) != out)
     return kit::Error{option + ": " + text + " has a query or a fragment; paths are added to it, so leave those out."};
   is_loopback = is_loopback || std::get<RequestTarget>(target).isLoopback();
@@ -157,6 +165,48 @@ bool mayStandInAPath(const std::string& app_key) {
   return encoded == app_key;
 }
 
+bool isUuid(std::string_view text) {
+  constexpr std::string_view kForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
+  return std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), [](char c, char form) {
+    return form == 'x' ? std::string_view("0123456789abcdefABCDEF").find(c) != std::string_view::npos : c == form;
+  });
+}
+
+/// Without a word for the one of zeros alone: a system gives it when the user limits tracking.
+void checkAdvertisingIdentifier(CheckedOptions& out) {
+  Identifier& idfa = out.options.device.idfa;
+  if (idfa.source() != Identifier::Source::kGiven)
+    return;
+  const bool is_uuid = isUuid(idfa.text());
+  if (!is_uuid) {
+    out.warnings.push_back("DeviceDescription::idfa is no UUID (" + std::to_string(idfa.text().size()) +
+                           " bytes) and counts as none; give it as 8-4-4-4-12 hexadecimal digits, or say "
+                           "Identifier::none()");
+  }
+  if (!is_uuid || idfa.text().find_first_not_of("0-") == std::string::npos)
+    idfa = Identifier::none();
+}
+
+void checkOrientation(CheckedOptions& out) {
+  const int orientation = out.options.device.orientation;
+  if (orientation >= kUnknownOrientation && orientation <= kHighestOrientation)
+    return;
+  out.warnings.push_back("DeviceDescription::orientation is " + std::to_string(orientation) +
+                         " and counts as unknown; give 1 to 4, or 0 when it is not known");
+}
+
+void checkThatSomethingCanArrive(CheckedOptions& out) {
+  const kit::Endpoints defaults;
+  const bool is_any_set = std::any_of(kEndpoints.begin(), kEndpoints.end(), [&](const EndpointName& endpoint) {
+    return out.endpoints.*endpoint.member != defaults.*endpoint.member;
+  });
+  if (!is_any_set) {
+    out.warnings.emplace_back(
+        "nothing will arrive: all endpoints are the defaults under morvik.example, which are reserved and reach "
+        "nobody; set HostOptions::service_url to the base URL of your service");
+  }
+}
+
 Failure check(const HostOptions& options, CheckedOptions& out) {
   if (options.store_folder.empty())
     return kit::Error{"HostOptions::store_folder is not set; name a folder that the app may write to."};
@@ -187,7 +237,30 @@ std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options
   checked.options = options;
   if (Failure failure = check(options, checked))
     return *std::move(failure);
+  checkThatSomethingCanArrive(checked);
+  checkOrientation(checked);
+  checkAdvertisingIdentifier(checked);
   return checked;
+}
+
+std::optional<kit::Error> checkPlaces(const HostOptions& options) {
+  std::error_code ignored;
+  const std::filesystem::path folder(options.store_folder);
+  if (std::filesystem::exists(folder, ignored) && !std::filesystem::is_directory(folder, ignored)) {
+    return kit::Error{"HostOptions::store_folder: " + options.store_folder +
+                      " is a file; name a folder, it is made when missing."};
+  }
+  if (options.ca_file.empty())
+    return std::nullopt;
+  const std::string what = "HostOptions::ca_file: the file " + options.ca_file;
+  // Not opened: a pipe would be used up before the first upload reads it.
+  if (access(options.ca_file.c_str(), R_OK) != 0) {
+    return kit::Error{what + " cannot be read (" + std::system_category().message(errno) +
+                      "); mend its path or its permissions."};
+  }
+  if (std::filesystem::is_directory(options.ca_file, ignored))
+    return kit::Error{what + " is a folder; name the file of certificates (PEM) in it."};
+  return std::nullopt;
 }
 
 }  // namespace morvik::host

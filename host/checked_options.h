@@ -1,8 +1,10 @@
 // The app's options, read and found fit.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "kit/endpoints.h"
 #include "kit/error.h"
@@ -14,16 +16,22 @@ namespace morvik::host {
 inline constexpr size_t kMaxKeyFileBytes = 65'536;
 
 struct CheckedOptions {
-  HostOptions options;  ///< as given
+  HostOptions options;  ///< as given, but for an advertising identifier that counts as none
   std::string app_key;
   std::string hash_key;
   std::string tracking_key;  ///< may be empty
   kit::Endpoints endpoints;
   bool has_loopback_endpoint = false;
+  /// What is no error and hardly meant: one line each, which names the option, what it counts as and how to mend it.
+  std::vector<std::string> warnings;
 };
 
 /// Reads the keys, from file or environment where they say so, and completes the URLs. Reads small files; otherwise
 /// does not block. The error names the option, what is wrong with it, and how to mend it; no key stands in it.
 std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options);
+
+/// What is wrong with the places that the options name, on this machine: a store folder that is no folder, a file of
+/// certificates that is not there. Looks at both, and reads neither.
+std::optional<kit::Error> checkPlaces(const HostOptions& options);
 
 }  // namespace morvik::host

@@ -236,14 +236,27 @@ void followTheStore(HostParts& parts) {
   });
 }
 
+/// Whatever the level, as long as there is a log: they are about the one who wrote the options.
+void tellWarnings(const HostParts& parts) {
+  if (!parts.logger.enabled(kit::lcl_vCritical))
+    return;
+  for (const std::string& warning : parts.options.warnings)
+    parts.logger.write(kit::lcl_vWarning, MORVIK_HERE("+[MorvikCore start]"), "Morvik host: %@", {warning});
+}
+
 std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, const HostOptions& options,
                                                            HostOf host_of) {
   auto checked = checkOptions(options);
   if (auto* error = std::get_if<kit::Error>(&checked))
     return std::move(*error);
+  if (host_of == HostOf::kProcess) {
+    if (auto error = checkPlaces(options))
+      return *std::move(error);
+  }
   auto parts = std::make_unique<HostParts>(std::get<CheckedOptions>(std::move(checked)), logSink(options), machine);
   if (parts->store->opening() == StoreOpening::kLocked)
     return kit::Error{parts->store->openingLine()};
+  tellWarnings(*parts);
   followTheStore(*parts);
   frameTurns(*parts);
   if (!options.opened_url.empty())

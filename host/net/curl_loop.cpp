@@ -124,8 +124,10 @@ void CurlLoop::enqueue(Arrival arrival) {
   if (auto error = unfitHead(arrival.request))
     return fail(std::move(arrival.handler), std::move(*error));
   auto target = RequestTarget::parse(arrival.request.url);
-  if (auto* error = std::get_if<Error>(&target))
-    return fail(std::move(arrival.handler), std::move(*error));
+  if (const auto* error = std::get_if<Error>(&target)) {
+    const std::string url(withoutQuery(arrival.request.url.c_str()));  // up to a zero byte, if it holds one
+    return fail(std::move(arrival.handler), Error{"no request was sent to " + url + ": " + error->message});
+  }
   auto exchange = std::make_unique<CurlExchange>(std::move(arrival.request), std::get<RequestTarget>(std::move(target)),
                                                  std::move(arrival.handler));
   const std::string host = exchange->host();

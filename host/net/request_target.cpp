@@ -26,10 +26,6 @@ bool isLoopbackName(const std::string& host) {
   return curl_strequal(host.c_str(), "localhost") != 0;
 }
 
-Error refused(std::string_view url, const std::string& why) {
-  return Error{"no request was sent to " + std::string(withoutQuery(url)) + ": " + why};
-}
-
 }  // namespace
 
 std::string_view withoutQuery(std::string_view url) {
@@ -41,16 +37,18 @@ std::variant<RequestTarget, Error> RequestTarget::parse(const std::string& url) 
   if (!target.url_)
     throw std::bad_alloc();
   if (url.find('\0') != std::string::npos)
-    return refused(url.substr(0, url.find('\0')), "its URL holds a zero byte");
-  if (const CURLUcode code = curl_url_set(target.handle(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME))
-    return refused(url, std::string("its URL cannot be read: ") + curl_url_strerror(code));
+    return Error{"it holds a zero byte; leave that out"};
+  if (const CURLUcode code = curl_url_set(target.handle(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME)) {
+    return Error{std::string("it cannot be read as a URL (") + curl_url_strerror(code) +
+                 "); write a whole one, such as https://service.example/"};
+  }
   const std::string scheme = target.part(CURLUPART_SCHEME);
   const std::string host = target.part(CURLUPART_HOST);
   if (scheme != "https" && scheme != "http")
-    return refused(url, "its scheme is \"" + scheme + "\"; it must be https");
+    return Error{"its scheme is \"" + scheme + "\"; begin it with https://"};
   target.is_loopback_ = isLoopbackName(host);
   if (scheme == "http" && !target.is_loopback_)
-    return refused(url, "plain HTTP stays on this machine; use https");
+    return Error{"plain HTTP stays on this machine; use https"};
   target.host_ = scheme + "://" + host + ":" + target.part(CURLUPART_PORT);
   target.shown_ = target.host_ + target.part(CURLUPART_PATH);
   return target;

@@ -16,7 +16,8 @@ namespace morvik::host {
 /// is given; nobody reads the text a second time.
 class RequestTarget {
  public:
-  /// Errors: no URL, another scheme, HTTP beyond loopback.
+  /// Errors: no URL, another scheme, HTTP beyond loopback. The text says why and how to mend it, and leaves it to the
+  /// caller to name the URL.
   static std::variant<RequestTarget, kit::Error> parse(const std::string& url);
 
   /// Scheme, host and port: requests with the same one share connections.

@@ -69,11 +69,15 @@ class Identifier {
 struct DeviceDescription {
   std::string system_version =
       "15.0";  ///< below 10.0 nothing asks for Search Ads details, and no install is attributed
-  Identifier idfa = Identifier::madeAndKept();  ///< advertising identifier
+  /// Advertising identifier. A given one is a UUID, 8-4-4-4-12 hexadecimal digits; any other text counts as none, with
+  /// a warning, and so does the one of zeros alone, which a system gives when the user limits tracking.
+  Identifier idfa = Identifier::madeAndKept();
   /// Identifier of the install that survives nothing but the store: keyed hash (HMAC-SHA-256 with the app key) of an id
   /// made once and kept; a given text goes out as it is.
   Identifier puid = Identifier::madeAndKept();
-  int orientation = 1;  ///< of the screen at start: 1 portrait, 2 upside down, 3 and 4 landscape
+  /// Of the screen at start: 1 portrait, 2 upside down, 3 and 4 landscape, 0 unknown. Any other number counts as
+  /// unknown, with a warning.
+  int orientation = 1;
   /// Whether the system lets the app run in the background; nothing: it does not say. Without it no session ever ends
   /// and no batch leaves at its end.
   std::optional<bool> multitasking = true;
@@ -140,7 +144,8 @@ enum class MainQueueMode {
 };
 
 struct HostOptions {
-  /// Folder of the store; made (for this user alone) when it is missing. Required. One process at a time.
+  /// Folder of the store; made (for this user alone) when it is missing. Required. One process at a time. A path at
+  /// which there is a file is an error.
   std::string store_folder;
 
   /// Names the app to the services. Required, not empty; letters, digits, hyphens, full stops, underscores and tildes.
@@ -149,14 +154,15 @@ struct HostOptions {
   /// Seals sessions and events. Required; an empty one is allowed and means that none of these is ever sent.
   Key tracking_key;
 
-  /// Base URL of all endpoints; "": each has its default. A missing slash at the end is added. https, or http to this
-  /// machine itself.
+  /// Base URL of all endpoints; "": each has its default, which is reserved and reaches nobody (with a warning when
+  /// all do). A missing slash at the end is added. https, or http to this machine itself.
   std::string service_url;
   /// Base URL of single endpoints, by the name of their constant; wins over `service_url`: kFendoTrackingBaseLiveUrl,
   /// kFendoConversionBaseLiveUrl, kFendoCampaignBaseLiveUrl, kCommerceBaseLiveUrl, kCrashReportBaseLiveUrl,
   /// kGdprReqUrl, KAppConfigBaseLiveUrl.
   std::map<std::string, std::string> endpoints;
-  /// File of certificates (PEM) to trust in place of the system's; "": the system's. Read at the first upload.
+  /// File of certificates (PEM) to trust in place of the system's; "": the system's. It has to be there at the start,
+  /// and is read at the first upload.
   std::string ca_file;
 
   /// 0 off, 1 critical, 2 error, 3 warning, 4 info, 5 debug, 6 trace.

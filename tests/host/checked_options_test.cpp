@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "tests/support/scratch_folder.h"
 
@@ -29,6 +30,23 @@ std::string errorOf(const HostOptions& options) {
 CheckedOptions checkedOf(const HostOptions& options) {
   EXPECT_EQ(errorOf(options), "");
   return std::get<CheckedOptions>(checkOptions(options));
+}
+
+/// Complete, and something could arrive: there is nothing to warn of.
+HostOptions sent() {
+  HostOptions options = complete();
+  options.service_url = "https://own.example/";
+  return options;
+}
+
+std::vector<std::string> warningsOf(HostOptions options, const DeviceDescription& device) {
+  options.device = device;
+  return checkedOf(options).warnings;
+}
+
+std::string placesErrorOf(const HostOptions& options) {
+  const auto error = checkPlaces(options);
+  return error ? error->message : "";
 }
 
 TEST(CheckedOptions, TakeTheKeysAndTheDefaultEndpoints) {
@@ -155,6 +173,113 @@ TEST(CheckedOptions, ReadAKeyFromTheEnvironment) {
   setenv("MORVIK_TEST_APP_KEY", "from-outside", 1);
   EXPECT_EQ(checkedOf(options).app_key, "from-outside");
   unsetenv("MORVIK_TEST_APP_KEY");
+}
+
+TEST(CheckedOptions, SayHowABadUrlIsMended) {
+  const std::string option = "HostOptions::service_url: ";
+  const auto errorOfUrl = [](const std::string& url) {
+    HostOptions options = complete();
+    options.service_url = url;
+    return errorOf(options);
+  };
+  EXPECT_EQ(errorOfUrl("http://own.example"),
+            option + "http://own.example cannot be used: plain HTTP stays on this machine; use https.");
+  EXPECT_EQ(errorOfUrl("ftp://own.example/"),
+            option + "ftp://own.example/ cannot be used: its scheme is \"ftp\"; begin it with https://.");
+  for (const char* url : {"no url at all", "own.example", "localhost:8443", "https://", "https://own.example:port/"}) {
+    const std::string error = errorOfUrl(url);
+    EXPECT_EQ(error.find(option + url + " cannot be used: it cannot be read as a URL ("), 0u) << error;
+    EXPECT_TRUE(error.ends_with("); write a whole one, such as https://service.example/.")) << error;
+  }
+  EXPECT_EQ(errorOfUrl(std::string("https://own.example\0/", 21)),
+            option + "https://own.example cannot be used: it holds a zero byte; leave that out.");
+}
+
+TEST(CheckedOptions, WarnWhenNothingCanArriveAnywhere) {
+  EXPECT_EQ(
+      warningsOf(complete(), {}),
+      std::vector<std::string>{
+          "nothing will arrive: all endpoints are the defaults under morvik.example, which are reserved and reach "
+          "nobody; set HostOptions::service_url to the base URL of your service"});
+  HostOptions options = complete();
+  options.endpoints["kGdprReqUrl"] = "https://own.example/";
+  EXPECT_TRUE(warningsOf(options, {}).empty());
+}
+
+TEST(CheckedOptions, WarnOfAnOrientationThatIsNone) {
+  for (const int orientation : {-1, 5, 90}) {
+    DeviceDescription device;
+    device.orientation = orientation;
+    EXPECT_EQ(warningsOf(sent(), device),
+              std::vector<std::string>{"DeviceDescription::orientation is " + std::to_string(orientation) +
+                                       " and counts as unknown; give 1 to 4, or 0 when it is not known"});
+  }
+  for (const int orientation : {0, 1, 2, 3, 4}) {
+    DeviceDescription device;
+    device.orientation = orientation;
+    EXPECT_TRUE(warningsOf(sent(), device).empty()) << orientation;
+  }
+}
+
+TEST(CheckedOptions, CountAMalformedAdvertisingIdentifierAsNoneAndWarnWithoutShowingIt) {
+  for (const char* text :
+       {"", "none", "6d92078a", "6d92078a82464ba4ae5b76104861e7dc", "6d92078a-8246-4ba4-ae5b-76104861e7d",
+        "6d92078a-8246-4ba4-ae5b-76104861e7dcc", "6d92078g-8246-4ba4-ae5b-76104861e7dc",
+        "6d92078a 8246-4ba4-ae5b-76104861e7dc", "{6d92078a-8246-4ba4-ae5b-76104861e7dc}"}) {
+    HostOptions options = sent();
+    options.device.idfa = Identifier::given(text);
+    const CheckedOptions checked = checkedOf(options);
+    EXPECT_EQ(checked.options.device.idfa.source(), Identifier::Source::kNone) << text;
+    EXPECT_EQ(checked.warnings, std::vector<std::string>{
+                                    "DeviceDescription::idfa is no UUID (" + std::to_string(std::string(text).size()) +
+                                    " bytes) and counts as none; give it as 8-4-4-4-12 hexadecimal digits, or say "
+                                    "Identifier::none()"});
+  }
+}
+
+TEST(CheckedOptions, TakeAWellFormedAdvertisingIdentifierAsItIs) {
+  for (const char* text : {"6D92078A-8246-4BA4-AE5B-76104861E7DC", "6d92078a-8246-4ba4-ae5b-76104861e7dc"}) {
+    HostOptions options = sent();
+    options.device.idfa = Identifier::given(text);
+    const CheckedOptions checked = checkedOf(options);
+    EXPECT_EQ(checked.options.device.idfa.text(), text);
+    EXPECT_TRUE(checked.warnings.empty());
+  }
+}
+
+TEST(CheckedOptions, TakeAnAdvertisingIdentifierOfZerosForNone) {
+  HostOptions options = sent();
+  options.device.idfa = Identifier::given("00000000-0000-0000-0000-000000000000");
+  const CheckedOptions checked = checkedOf(options);
+  EXPECT_EQ(checked.options.device.idfa.source(), Identifier::Source::kNone);
+  EXPECT_TRUE(checked.warnings.empty());
+}
+
+TEST(CheckedPlaces, RefuseAStoreFolderThatIsAFile) {
+  const test::ScratchFolder folder;
+  HostOptions options = complete();
+  options.store_folder = folder / "store";
+  EXPECT_FALSE(checkPlaces(options));
+  std::ofstream(options.store_folder) << "a file";
+  EXPECT_EQ(placesErrorOf(options), "HostOptions::store_folder: " + options.store_folder +
+                                        " is a file; name a folder, it is made when missing.");
+  options.store_folder = folder / "";
+  EXPECT_FALSE(checkPlaces(options));
+}
+
+TEST(CheckedPlaces, RefuseAFileOfCertificatesThatIsNotThere) {
+  const test::ScratchFolder folder;
+  HostOptions options = complete();
+  options.store_folder = folder / "store";
+  options.ca_file = folder / "ca.pem";
+  const std::string file = "HostOptions::ca_file: the file " + options.ca_file;
+  EXPECT_EQ(placesErrorOf(options),
+            file + " cannot be read (No such file or directory); mend its path or its permissions.");
+  std::ofstream(options.ca_file) << "certificates";
+  EXPECT_FALSE(checkPlaces(options));
+  options.ca_file = folder / "";
+  EXPECT_EQ(placesErrorOf(options), "HostOptions::ca_file: the file " + options.ca_file +
+                                        " is a folder; name the file of certificates (PEM) in it.");
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <map>
@@ -137,6 +138,62 @@ TEST_F(MakeHost, RefusesAFolderThatIsInUse) {
   EXPECT_TRUE(MorvikCore::start(options));
 }
 
+TEST_F(MakeHost, RefusesAStoreFolderThatIsAFile) {
+  std::ofstream(options.store_folder) << "a file";
+  const StartResult started = MorvikCore::start(options);
+  EXPECT_EQ(started.error, "HostOptions::store_folder: " + options.store_folder +
+                               " is a file; name a folder, it is made when missing.");
+  EXPECT_FALSE(started);
+}
+
+TEST_F(MakeHost, RefusesAFileOfCertificatesThatIsNotThere) {
+  options.ca_file = folder / "ca.pem";
+  const StartResult started = MorvikCore::start(options);
+  EXPECT_EQ(started.error, "HostOptions::ca_file: the file " + options.ca_file +
+                               " cannot be read (No such file or directory); mend its path or its permissions.");
+  EXPECT_FALSE(started);
+  EXPECT_FALSE(std::filesystem::exists(options.store_folder));
+}
+
+/// The beginnings of its warnings.
+std::vector<std::string> warningsIn(const testing::RecordingLog& log) {
+  constexpr size_t kBeginning = 40;
+  std::vector<std::string> warnings;
+  for (const testing::LogLine& line : log.lines()) {
+    if (line.prefix && line.prefix->level == "WARNING")
+      warnings.push_back(line.message.substr(0, kBeginning));
+  }
+  return warnings;
+}
+
+TEST_F(MakeHost, WarnsOfOptionsThatAreHardlyMeantAtTheUsualLevelToo) {
+  options.service_url = "";
+  options.device.orientation = 7;
+  options.device.idfa = Identifier::given("my phone");
+  options.log_level = HostOptions().log_level;
+  make();
+  EXPECT_EQ(warningsIn(log), (std::vector<std::string>{"Morvik host: nothing will arrive: all en",
+                                                       "Morvik host: DeviceDescription::orientat",
+                                                       "Morvik host: DeviceDescription::idfa is "}));
+}
+
+TEST_F(MakeHost, WarnsOfNothingWhenTheLogIsOffOrTheOptionsAreFine) {
+  make();
+  options.service_url = "";
+  options.log_level = 0;
+  make();
+  EXPECT_TRUE(warningsIn(log).empty());
+}
+
+TEST_F(MakeHost, KeepsNoMalformedAdvertisingIdentifierAndNoUnknownOrientationForPortrait) {
+  options.device.idfa = Identifier::given("my phone");
+  options.device.orientation = 7;
+  const auto host = makePumped();
+  host->applicationDidBecomeActive();
+  EXPECT_EQ(host->storedValue("MorvikCoreUserInfo_IDFA"), kit::Value());
+  EXPECT_EQ(host->storedValue("fendoUserInfo_isApplicationPortrait"), kit::Value("false"));
+}
+
 TEST_F(MakeHost, RunsTwoHostsOnTwoFolders) {
   const auto first = make();
   options.store_folder = folder / "other";
@@ -249,11 +306,11 @@ TEST_F(MakeHost, MakesAndKeepsTheAdvertisingIdentifierAndTheOthers) {
 }
 
 TEST_F(MakeHost, TakesTheIdentifiersThatAreGivenAndMakesNone) {
-  options.device.idfa = Identifier::given("GIVEN");
+  options.device.idfa = Identifier::given("6D92078A-8246-4BA4-AE5B-76104861E7DC");
   options.device.puid = Identifier::none();
   const auto host = makePumped();
   host->applicationDidBecomeActive();
-  EXPECT_EQ(host->properties().MorvikCoreUserInfo_IDFA(), "GIVEN");
+  EXPECT_EQ(host->properties().MorvikCoreUserInfo_IDFA(), "6D92078A-8246-4BA4-AE5B-76104861E7DC");
   EXPECT_TRUE(host->storedValue(kAdvertisingIdKey).isAbsent());
   EXPECT_TRUE(host->storedValue(kDeviceIdKey).isAbsent());
 }

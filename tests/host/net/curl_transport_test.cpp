@@ -247,15 +247,15 @@ TEST_F(CurlTransportTest, RefusesAHeadThatWouldSayMoreThanItself) {
 }
 
 TEST_F(CurlTransportTest, RefusesUrlsThatLeadNowhere) {
-  EXPECT_EQ(errorOf(requestTo("")).find("no request was sent to : its URL cannot be read: "), 0u);
-  EXPECT_EQ(errorOf(requestTo("no url?key=1")).find("no request was sent to no url: its URL cannot be read: "), 0u);
+  EXPECT_EQ(errorOf(requestTo("")).find("no request was sent to : it cannot be read as a URL ("), 0u);
+  EXPECT_EQ(errorOf(requestTo("no url?key=1")).find("no request was sent to no url: it cannot be read as a URL ("), 0u);
   EXPECT_EQ(errorOf(requestTo("https://a.example/\r\nX: y")).find("no request was sent to "), 0u);
   EXPECT_EQ(errorOf(requestTo(std::string("https://a.example/\0b", 20))),
-            "no request was sent to https://a.example/: its URL holds a zero byte");
+            "no request was sent to https://a.example/: it holds a zero byte; leave that out");
   EXPECT_EQ(errorOf(requestTo("ftp://a.example/x")),
-            "no request was sent to ftp://a.example/x: its scheme is \"ftp\"; it must be https");
+            "no request was sent to ftp://a.example/x: its scheme is \"ftp\"; begin it with https://");
   EXPECT_EQ(errorOf(requestTo("file:///etc/hostname")),
-            "no request was sent to file:///etc/hostname: its scheme is \"file\"; it must be https");
+            "no request was sent to file:///etc/hostname: its scheme is \"file\"; begin it with https://");
 }
 
 TEST_F(CurlTransportTest, RefusesPlainHttpBeyondThisMachine) {
