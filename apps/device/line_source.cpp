@@ -3,44 +3,26 @@
 #include <memory>
 #include <utility>
 
+#include "apps/device/input_line.h"
+
 namespace morvik_device {
 namespace {
-
-enum class Line { kRead, kTooLong, kEnd };
-
-// One line without its line feed, and without a carriage return before it. Of a line that is too long the rest stays
-// unread: nothing after it is run anyway.
-Line readLine(std::istream& stream, std::string& line) {
-  line.clear();
-  std::streambuf& buffer = *stream.rdbuf();
-  constexpr auto kEndOfFile = std::istream::traits_type::eof();
-  auto next = buffer.sbumpc();
-  if (next == kEndOfFile)
-    return Line::kEnd;
-  for (; next != kEndOfFile && next != '\n'; next = buffer.sbumpc()) {
-    if (line.size() == kMaxLineBytes)
-      return Line::kTooLong;
-    line.push_back(std::istream::traits_type::to_char_type(next));
-  }
-  if (!line.empty() && line.back() == '\r')
-    line.pop_back();
-  return Line::kRead;
-}
 
 class Reader {
  public:
   Reader(std::istream& stream, std::string name) : stream_(stream), name_(std::move(name)) {}
 
   NextCommand next() {
-    Line found = Line::kRead;
+    // Of a line that is too long the rest stays unread: nothing after it is run anyway.
+    InputLine found = InputLine::kRead;
     do {
       ++number_;
-      found = readLine(stream_, line_);
-    } while (found == Line::kRead && saysNothing(line_));
-    if (found == Line::kEnd)
+      found = readInputLine(stream_, line_);
+    } while (found == InputLine::kRead && saysNothing(line_));
+    if (found == InputLine::kEnd)
       return std::monostate();
-    if (found == Line::kTooLong)
-      return mistake("the line is longer than " + std::to_string(kMaxLineBytes) + " bytes; give less at once");
+    if (found == InputLine::kTooLong)
+      return mistake(lineTooLong());
     auto command = readCommand(line_);
     if (const auto* problem = std::get_if<std::string>(&command))
       return mistake(*problem);

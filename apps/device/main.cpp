@@ -8,6 +8,6 @@
 int main(int argc, char** argv) {
   // A peer or a reader of our output that went away is an error of one write, not the end of the program.
   std::signal(SIGPIPE, SIG_IGN);
-  return morvik_device::runProgram(
-      {argv + 1, argv + argc}, {std::cin, stdout, std::cerr, isatty(STDOUT_FILENO) == 1, isatty(STDERR_FILENO) == 1});
+  return morvik_device::runProgram({argv + 1, argv + argc}, {std::cin, stdout, std::cerr, isatty(STDOUT_FILENO) == 1,
+                                                             isatty(STDERR_FILENO) == 1, isatty(STDIN_FILENO) == 1});
 }

@@ -7,6 +7,7 @@
 
 #include "apps/device/ad_answers.h"
 #include "apps/device/verbs.h"
+#include "morvik/version.h"
 
 namespace morvik_device {
 namespace {
@@ -231,6 +232,7 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
   Written written;
   CLI::App app("A device with an app on it that does what it is told, verb by verb.", "morvik-device");
   app.footer(footer());
+  app.set_version_flag("--version", "morvik-device " + std::string(morvik::kVersion));
   describeRest(app, options);
   describeServices(app, options, written);
   describeDevice(app, options, written);
@@ -240,6 +242,8 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
     app.parse(arguments);
   } catch (const CLI::CallForHelp&) {
     return {std::nullopt, app.help(), 0};
+  } catch (const CLI::CallForVersion& version) {
+    return {std::nullopt, std::string(version.what()) + "\n", 0};
   } catch (const CLI::ParseError& error) {
     return refused(error.what());
   }

@@ -15,6 +15,7 @@
 #include "apps/device/phone.h"
 #include "apps/device/runner.h"
 #include "apps/device/simulation/simulate.h"
+#include "apps/device/terminal_source.h"
 #include "host/machine/turn_gate.h"
 #include "host/net/curl_transport.h"
 
@@ -27,9 +28,11 @@ int refuse(const std::string& line, const Surroundings& surroundings) {
 }
 
 // A script is read and checked whole before anything happens, so that half of it never runs.
-std::variant<CommandSource, std::string> chooseSource(const Options& options, std::istream& input) {
+std::variant<CommandSource, std::string> chooseSource(const Options& options, const Surroundings& surroundings) {
+  if (options.script.empty() && surroundings.input_is_terminal)
+    return commandsTyped(surroundings.input, surroundings.errors, surroundings.errors_are_terminal);
   if (options.script.empty())
-    return commandsOf(input, "standard input");
+    return commandsOf(surroundings.input, "standard input");
   std::ifstream file(options.script, std::ios::binary);
   if (!file)
     return "cannot read " + options.script + "; mend its permissions or name another file with --script";
@@ -62,7 +65,7 @@ class Reporting {
 };
 
 int runDevice(const Options& options, const Surroundings& surroundings) {
-  auto source = chooseSource(options, surroundings.input);
+  auto source = chooseSource(options, surroundings);
   if (const auto* mistake = std::get_if<std::string>(&source))
     return refuse(*mistake, surroundings);
   Output output(surroundings.output);

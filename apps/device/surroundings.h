@@ -13,6 +13,7 @@ struct Surroundings {
   std::ostream& errors;  ///< one line about what is wrong, and progress where somebody watches
   bool output_is_terminal = false;
   bool errors_are_terminal = false;
+  bool input_is_terminal = false;
 };
 
 /// The exit status of a program whose output nobody took; says so first, and how to mend it.

@@ -134,6 +134,18 @@ std::string form(const Verb& verb) {
   return std::string(verb.name) + (verb.arguments.empty() ? "" : " ") + std::string(verb.arguments);
 }
 
+std::string helpLine(const Verb& verb) {
+  constexpr size_t kColumn = 28;
+  std::string written = "  " + form(verb);
+  written.resize(std::max(written.size() + 1, kColumn), ' ');
+  return written + std::string(verb.help) + "\n";
+}
+
+const Verb* verbNamed(std::string_view name) {
+  const auto* verb = std::find_if(std::begin(kVerbs), std::end(kVerbs), [&](const Verb& v) { return v.name == name; });
+  return verb == std::end(kVerbs) ? nullptr : verb;
+}
+
 std::string unknownVerb(std::string_view name) {
   std::string all;
   for (const Verb& verb : kVerbs)
@@ -148,14 +160,19 @@ std::span<const Verb> verbs() {
 }
 
 std::string verbsHelp() {
-  constexpr size_t kColumn = 28;
   std::string text;
-  for (const Verb& verb : kVerbs) {
-    std::string written = "  " + form(verb);
-    written.resize(std::max(written.size() + 1, kColumn), ' ');
-    text += written + std::string(verb.help) + "\n";
-  }
+  for (const Verb& verb : kVerbs)
+    text += helpLine(verb);
   return text;
+}
+
+std::string helpOf(std::string_view name) {
+  const Verb* const verb = verbNamed(name);
+  return verb != nullptr ? helpLine(*verb) : unknownVerb(name) + "\n";
+}
+
+std::string lineTooLong() {
+  return "the line is longer than " + std::to_string(kMaxLineBytes) + " bytes; give less at once";
 }
 
 bool saysNothing(std::string_view line) {
@@ -166,8 +183,8 @@ bool saysNothing(std::string_view line) {
 std::variant<Command, std::string> readCommand(std::string_view line) {
   std::string_view rest = line;
   const std::string_view name = takeBareWord(rest);
-  const auto* verb = std::find_if(std::begin(kVerbs), std::end(kVerbs), [&](const Verb& v) { return v.name == name; });
-  if (verb == std::end(kVerbs))
+  const Verb* const verb = verbNamed(name);
+  if (verb == nullptr)
     return unknownVerb(name);
   Command command{verb, {}};
   if (const Mistake mistake = verb->read(rest, command.arguments))

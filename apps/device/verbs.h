@@ -31,6 +31,10 @@ std::span<const Verb> verbs();
 
 /// One line for each verb.
 std::string verbsHelp();
+/// The line of the verb, or one line for people: there is none of that name.
+std::string helpOf(std::string_view name);
+/// What a line longer than kMaxLineBytes is told.
+std::string lineTooLong();
 
 /// A verb with its arguments, ready to run.
 struct Command {

@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
+#include "morvik/version.h"
+
 namespace morvik_service {
 namespace {
 
@@ -24,8 +26,9 @@ void describeListening(CLI::App& app, Options& options) {
   app.add_option("--port-file", options.port_file, "write the port into this file once the service listens");
   CLI::Option* make =
       app.add_option("--make-cert", options.make_certificates_in,
-                     "make ca.pem, cert.pem and key.pem for localhost, 127.0.0.1 and ::1 in this folder and "
-                     "use them; other machines need --cert and --key with the name they call");
+                     "use the authority ca.pem and the certificate cert.pem in this folder, for localhost, 127.0.0.1 "
+                     "and ::1, and make what is missing or no longer valid; other machines need --cert and --key with "
+                     "the name they call");
   CLI::Option* certificate = app.add_option("--cert", options.certificate_file, "server certificate, PEM");
   CLI::Option* key = app.add_option("--key", options.key_file, "its private key, PEM");
   certificate->needs(key)->excludes(make);
@@ -79,6 +82,7 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
       "request.",
       "morvik-service");
   app.footer(kFooter);
+  app.set_version_flag("--version", "morvik-service " + std::string(morvik::kVersion));
   describeListening(app, options);
   describeRest(app, options);
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
@@ -86,6 +90,8 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
     app.parse(arguments);
   } catch (const CLI::CallForHelp&) {
     return {std::nullopt, app.help(), 0};
+  } catch (const CLI::CallForVersion& version) {
+    return {std::nullopt, std::string(version.what()) + "\n", 0};
   } catch (const CLI::ParseError& error) {
     return {std::nullopt, std::string(error.what()) + "; see morvik-service --help\n", kExitUsage};
   }

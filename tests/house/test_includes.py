@@ -22,7 +22,7 @@ OUTWARD = set(
 # Comes with the compiler's own C++ runtime and is the only way to the type's name of an unknown thrown object.
 RUNTIME = {"services/type_names.cpp": {"cxxabi.h"}}
 
-# From the folder on the left, "" includes may lead to the folders on the right only.
+# From the folder on the left, "" includes may lead to the folders and files on the right only.
 ARROWS = {
     "kit": {"kit"},
     "services": {"kit", "services"},
@@ -34,7 +34,7 @@ ARROWS = {
     "apps/device": {
         "kit", "services", "MorvikCoreLib", "host", "testing", "simulation", "morvik", "apps/device",
     },
-    "apps/service": {"apps/service"},
+    "apps/service": {"apps/service", "morvik/version.h"},
 }
 
 # The headers that apps include as "morvik/…" lie here.
@@ -64,7 +64,7 @@ def bad_includes(root, folder):
             where = f"{path}:{line}: includes {target}"
             if kind == '"':
                 allowed = ARROWS[folder]
-                if not any(target.startswith(name + "/") for name in allowed):
+                if not any(target == name or target.startswith(name + "/") for name in allowed):
                     wrong.append(f"{where}, but {folder} may include {', '.join(sorted(allowed))} only")
                 elif not os.path.isfile(os.path.join(root, APP_HEADERS if target.startswith("morvik/") else "", target)):
                     wrong.append(f"{where}, which is not in the tree")
@@ -130,6 +130,16 @@ class TheChecks(unittest.TestCase):
         self.write("kit/b.h", '\n#include "services/a.h"\n')
         self.assertEqual(
             bad_includes(self.root, "kit"), ["kit/b.h:2: includes services/a.h, but kit may include kit only"]
+        )
+
+    def test_of_the_headers_for_apps_the_service_may_include_the_version_alone(self):
+        self.write("include/morvik/version.h", "")
+        self.write("include/morvik/morvik.h", "")
+        self.write("apps/service/a.cpp", '#include "morvik/version.h"\n#include "morvik/morvik.h"\n')
+        self.assertEqual(
+            bad_includes(self.root, "apps/service"),
+            ["apps/service/a.cpp:2: includes morvik/morvik.h, "
+             "but apps/service may include apps/service, morvik/version.h only"],
         )
 
     def test_a_third_party_header_in_the_core_is_found(self):

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "morvik/version.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik_device {
@@ -182,6 +183,13 @@ TEST(Options, AdvertisingAnswersAreReadHere) {
 TEST(Options, AnOptionThatDoesNotExistOrLacksItsValueIsAMistake) {
   EXPECT_THAT(mistakeIn(complete({"--colour", "red"})), HasSubstr("--colour"));
   EXPECT_THAT(mistakeIn(complete({"--script"})), HasSubstr("--script"));
+}
+
+TEST(Options, TheVersionIsAllThatIsPrinted) {
+  const CommandLine line = readCommandLine({"--version"});
+  EXPECT_FALSE(line.options);
+  EXPECT_EQ(line.text, "morvik-device " + std::string(morvik::kVersion) + "\n");
+  EXPECT_EQ(line.exit_status, 0);
 }
 
 TEST(Options, HelpTellsOptionsAndVerbs) {

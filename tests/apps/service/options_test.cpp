@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "morvik/version.h"
+
 namespace morvik_service {
 namespace {
 
@@ -81,6 +83,13 @@ TEST(Options, HelpNamesEveryOption) {
                              "--attribution", "--premium-postback", "--schedule"}) {
     EXPECT_NE(std::string::npos, line.text.find(option)) << option;
   }
+}
+
+TEST(Options, TheVersionIsAllThatIsPrinted) {
+  const CommandLine line = readCommandLine({"--version"});
+  EXPECT_FALSE(line.options);
+  EXPECT_EQ("morvik-service " + std::string(morvik::kVersion) + "\n", line.text);
+  EXPECT_EQ(0, line.exit_status);
 }
 
 TEST(Options, ABadCommandLineIsAnsweredInOneLine) {
