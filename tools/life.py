@@ -303,7 +303,7 @@ class Account:
 class Life:
     """The device, the service and the reader between them."""
 
-    def __init__(self, build_dir, folder, seed, verbose, screen):
+    def __init__(self, build_dir, folder, seed, verbose, screen, started):
         self.build_dir = build_dir
         self.folder = folder
         self.verbose = verbose
@@ -312,6 +312,8 @@ class Life:
         self.account = Account()
         self.device = None
         self.service = None
+        self._started = started  # in seconds since 1970
+        self._first_event_told = False
         self._recorded = 0
         self._shown = 0
         self._showing = threading.Lock()
@@ -343,12 +345,19 @@ class Life:
             for request in requests:
                 self._shown = request["id"]
                 self.screen.service(received(request), *answered(request))
+                self.tell_first_event(request)
                 if self.verbose:
                     self.screen.detail("received", json.dumps(request["payload"], indent=2))
                     self.screen.detail("answered", request["answer"]["body"])
         with self._arrived:
             self._arrivals.update(request["endpoint"] for request in requests)
             self._arrived.notify_all()
+
+    def tell_first_event(self, request):
+        if self._first_event_told or not request["events_new"]:
+            return
+        self._first_event_told = True
+        self.screen.note(f"the first event is seen, {time.time() - self._started:.1f} s after the start")
 
     def wait_for_arrivals(self, endpoint, count):
         with self._arrived:
@@ -713,6 +722,8 @@ def arguments_of(words):
     parser.add_argument("--folder", help="folder for store, certificates and logs; kept (else one that is removed)")
     parser.add_argument("--keep", action="store_true", help="leave the service running at the end")
     parser.add_argument("--seed", type=int, help="play the same life again")
+    parser.add_argument("--started", type=float, default=time.time(),
+                        help="when the command began that plays it, in seconds since 1970 (else now)")
     parser.add_argument("-v", "--verbose", action="store_true", help="show the device's log and every request whole")
     return parser.parse_args(words)
 
@@ -738,7 +749,7 @@ def main():
     except (stage.StageError, OSError) as error:
         print(f"life.py: {error}", file=sys.stderr)
         return 2
-    life = Life(options.build_dir, folder, seed, options.verbose, screen)
+    life = Life(options.build_dir, folder, seed, options.verbose, screen, options.started)
     status = 1
     try:
         life.start_service()

@@ -2,10 +2,12 @@
 
 import io
 import os
+import re
 import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 TOOLS = os.path.join(os.environ["MORVIK_SOURCE_DIR"], "tools")
@@ -135,12 +137,18 @@ class Program(unittest.TestCase):
     def test_the_life_is_played_to_a_balanced_account_and_leaves_its_files_where_asked(self):
         folder = tempfile.mkdtemp()
         self.addCleanup(shutil.rmtree, folder)
-        done = self.run_life("--build-dir", BUILD, "--folder", folder, "--seed", "7")
+        begun = time.time()
+        done = self.run_life("--build-dir", BUILD, "--folder", folder, "--seed", "7", "--started", str(begun - 60))
         self.assertEqual((done.returncode, done.stderr), (0, ""), done.stdout)
         self.assertIn("seed 7", done.stdout.splitlines()[0])
         self.assertRegex(done.stdout.splitlines()[-1],
                          r"^The account balances: \d+ recorded = \d+ delivered \+ 2 still stored \+ 2 left out by rule\.$")
         self.assertNotIn("\x1b", done.stdout)
+        told = re.findall(r"the first event is seen, (\d+\.\d) s after the start", done.stdout)
+        self.assertEqual(len(told), 1)
+        # It leaves with the second question for the attribution; the command began a minute before this program.
+        self.assertGreater(float(told[0]), 60 + life.CONVERSION_RETRY_SECONDS)
+        self.assertLess(float(told[0]), 60 + time.time() - begun)
         self.assertIn("device", os.listdir(folder))
         again = self.run_life("--build-dir", BUILD, "--folder", folder)
         self.assertEqual(again.returncode, 2)
