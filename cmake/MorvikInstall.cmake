@@ -55,6 +55,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/MorvikConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/MorvikConfig.cmake ${PROJECT_BINARY_DIR}/MorvikConfigVersion.cmake
         DESTINATION ${morvik_cmake})
 
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
 foreach(program IN ITEMS morvik-device morvik-service)
   if(TARGET ${program})
     install(TARGETS ${program})
