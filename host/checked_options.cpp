@@ -15,6 +15,7 @@
 
 #include "host/net/request_target.h"
 #include "services/text_codes.h"
+#include "services/uuid.h"
 
 namespace morvik::host {
 namespace {
@@ -165,19 +166,12 @@ bool mayStandInAPath(const std::string& app_key) {
   return encoded == app_key;
 }
 
-bool isUuid(std::string_view text) {
-  constexpr std::string_view kForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
-  return std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), [](char c, char form) {
-    return form == 'x' ? std::string_view("0123456789abcdefABCDEF").find(c) != std::string_view::npos : c == form;
-  });
-}
-
 /// Without a word for the one of zeros alone: a system gives it when the user limits tracking.
 void checkAdvertisingIdentifier(CheckedOptions& out) {
   Identifier& idfa = out.options.device.idfa;
   if (idfa.source() != Identifier::Source::kGiven)
     return;
-  const bool is_uuid = isUuid(idfa.text());
+  const bool is_uuid = services::isUuid(idfa.text());
   if (!is_uuid) {
     out.warnings.push_back("DeviceDescription::idfa is no UUID (" + std::to_string(idfa.text().size()) +
                            " bytes) and counts as none; give it as 8-4-4-4-12 hexadecimal digits, or say "

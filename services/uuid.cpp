@@ -1,5 +1,6 @@
 #include "services/uuid.h"
 
+#include <algorithm>
 #include <array>
 
 #include "services/text_codes.h"
@@ -38,6 +39,13 @@ std::string makeRandomUuid(kit::Random& random) {
   UuidBytes bytes{};
   random.fill(bytes);
   return uuidText(bytes, 4);
+}
+
+bool isUuid(std::string_view text) {
+  constexpr std::string_view kForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
+  return std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), [](char c, char form) {
+    return form == 'x' ? std::string_view("0123456789abcdefABCDEF").find(c) != std::string_view::npos : c == form;
+  });
 }
 
 }  // namespace morvik::services

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "kit/crypto.h"
 #include "kit/date.h"
@@ -14,5 +15,8 @@ std::string makeTimeOrderedUuid(kit::Date now, kit::Random& random);
 
 /// UUID version 4, lower case, 36 characters: all of it random.
 std::string makeRandomUuid(kit::Random& random);
+
+/// Whether the text has the form of one: 8-4-4-4-12 hexadecimal digits, of either case.
+bool isUuid(std::string_view text);
 
 }  // namespace morvik::services

@@ -8,6 +8,7 @@
 #include "apps/device/ad_answers.h"
 #include "apps/device/verbs.h"
 #include "morvik/version.h"
+#include "services/uuid.h"
 
 namespace morvik_device {
 namespace {
@@ -139,19 +140,13 @@ Mistake takeModules(const Written& written, ModuleNames& modules) {
   return std::nullopt;
 }
 
-bool isUuid(const std::string& text) {
-  constexpr std::string_view kForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
-  return std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(),
-                    [](unsigned char c, char form) { return form == 'x' ? std::isxdigit(c) != 0 : c == '-'; });
-}
-
 morvik::Identifier identifier(const std::string& text) {
   return text == "none" ? morvik::Identifier::none() : morvik::Identifier::given(text);
 }
 
 Mistake takeIdentifiers(const Written& written, morvik::DeviceDescription& device) {
   if (written.idfa) {
-    if (*written.idfa != "none" && !isUuid(*written.idfa)) {
+    if (*written.idfa != "none" && !morvik::services::isUuid(*written.idfa)) {
       return "--idfa: \"" + *written.idfa +
              "\" is no UUID; write one like 6d92078a-8246-4ba4-ae5b-76104861e7dc, or none";
     }

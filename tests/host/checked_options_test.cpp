@@ -222,10 +222,7 @@ TEST(CheckedOptions, WarnOfAnOrientationThatIsNone) {
 }
 
 TEST(CheckedOptions, CountAMalformedAdvertisingIdentifierAsNoneAndWarnWithoutShowingIt) {
-  for (const char* text :
-       {"", "none", "6d92078a", "6d92078a82464ba4ae5b76104861e7dc", "6d92078a-8246-4ba4-ae5b-76104861e7d",
-        "6d92078a-8246-4ba4-ae5b-76104861e7dcc", "6d92078g-8246-4ba4-ae5b-76104861e7dc",
-        "6d92078a 8246-4ba4-ae5b-76104861e7dc", "{6d92078a-8246-4ba4-ae5b-76104861e7dc}"}) {
+  for (const char* text : {"", "my phone", "6d92078a82464ba4ae5b76104861e7dc"}) {
     HostOptions options = sent();
     options.device.idfa = Identifier::given(text);
     const CheckedOptions checked = checkedOf(options);

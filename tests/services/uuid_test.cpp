@@ -71,5 +71,19 @@ TEST(RandomUuid, TakesAllButVersionAndVariantFromChance) {
   EXPECT_EQ(makeRandomUuid(ones), "ffffffff-ffff-4fff-bfff-ffffffffffff");
 }
 
+TEST(IsUuid, TakesTheFormInEitherCase) {
+  for (const char* text : {"6d92078a-8246-4ba4-ae5b-76104861e7dc", "6D92078A-8246-4BA4-AE5B-76104861E7DC",
+                           "00000000-0000-0000-0000-000000000000"})
+    EXPECT_TRUE(isUuid(text)) << text;
+}
+
+TEST(IsUuid, TakesNothingElse) {
+  for (const char* text : {"", "6d92078a", "6d92078a82464ba4ae5b76104861e7dc", "6d92078a-8246-4ba4-ae5b-76104861e7d",
+                           "6d92078a-8246-4ba4-ae5b-76104861e7dcc", "6d92078g-8246-4ba4-ae5b-76104861e7dc",
+                           "6d92078a 8246-4ba4-ae5b-76104861e7dc", "6d92078a-8246-4ba4-ae5b076104861e7dc",
+                           "{6d92078a-8246-4ba4-ae5b-76104861e7dc}", "6d92078a-8246-4ba4-ae5b-76104861e7d\xB2"})
+    EXPECT_FALSE(isUuid(text)) << text;
+}
+
 }  // namespace
 }  // namespace morvik::services
