@@ -213,6 +213,8 @@ std::string footer() {
          "hash-key=... and tracking-key=....\n"
          "Verbs, one a line; words with blanks stand in double quotes, JSON is the rest of the line:\n" +
          verbsHelp() +
+         "On a terminal there is a prompt, help [VERB] tells this again, and a mistake is told and forgiven; in a file or "
+         "a pipe it ends the program.\n"
          "Other modes: --fleet N lives N devices in virtual time and balances their account (see --fleet 1 --help);\n"
          "--simulate FILE plays a scenario in virtual time (see --simulate FILE --help);\n"
          "inspect STORE_DIR prints what waits in a store, also beside an app that holds it (see inspect --help).\n"
