@@ -23,7 +23,7 @@ constexpr const char* kPushModule = "QuintPush";
 constexpr const char* kErasureDomainName = "erasure.morvik.example";
 
 constexpr const char* kOperation = "-[MorvikCoreLib gdprForgetMe:]";
-constexpr const char* kHandlerOperation = "-[MorvikCoreLib gdprForgetMe:]_block_invoke";
+constexpr const char* kErasureHandler = "-[MorvikCoreLib gdprForgetMe:]_block_invoke";
 
 constexpr services::Guard kMakeGdprParameterGuard{
     services::block("MRVK_QA-[MorvikCoreLib error] Exception from makeConversionParameter!"
@@ -134,12 +134,12 @@ Value MorvikCoreLib::makeGdprParameter(ErasureForm form) {
 /// An accepted request marks the user as forgotten, whichever wish it carried: an accepted withdrawal does so too.
 void MorvikCoreLib::erasureDidAnswer(const std::optional<kit::Response>& response, const Value& json) {
   failedGDPRCnt_ = 0;
-  MORVIK_LOG(log(), lcl_vDebug, kHandlerOperation, "MRVK_QA-[MorvikCore GDPR] %@", json);
+  MORVIK_LOG(log(), lcl_vDebug, kErasureHandler, "MRVK_QA-[MorvikCore GDPR] %@", json);
   if (!isSuccess(response)) {
     setForgetMeSynced(false);
     return;
   }
-  MORVIK_LOG(log(), lcl_vTrace, kHandlerOperation, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP %ld",
+  MORVIK_LOG(log(), lcl_vTrace, kErasureHandler, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP %ld",
              services::statusCode(response));
   store().inOneStep([this] {
     setForgetMe(true);
@@ -148,9 +148,9 @@ void MorvikCoreLib::erasureDidAnswer(const std::optional<kit::Response>& respons
 }
 
 void MorvikCoreLib::erasureDidFail(const std::optional<kit::Response>& response, const kit::Error& error) {
-  MORVIK_LOG(log(), lcl_vError, kHandlerOperation, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP %ld",
+  MORVIK_LOG(log(), lcl_vError, kErasureHandler, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP %ld",
              services::statusCode(response));
-  MORVIK_LOG(log(), lcl_vError, kHandlerOperation, "MRVK_QA-[MorvikCore GDPR] The error was: %@", error);
+  MORVIK_LOG(log(), lcl_vError, kErasureHandler, "MRVK_QA-[MorvikCore GDPR] The error was: %@", error);
   setForgetMeSynced(false);
 }
 

@@ -20,7 +20,7 @@ constexpr const char* kScheduleLanguage = "ko";
 /// The answer to a checksum that still stands.
 constexpr int64_t kScheduleUnchanged = 1001;
 
-constexpr const char* kHandlerOperation = "-[MorvikCoreLib getSchedule:]_block_invoke";
+constexpr const char* kScheduleHandler = "-[MorvikCoreLib getSchedule:]_block_invoke";
 
 }  // namespace
 
@@ -38,15 +38,15 @@ void MorvikCoreLib::getSchedule(const Value& parameters) {
       requestTools(), std::move(request),
       [self = shared_from_this()](const Value& json) { self->scheduleDidArrive(json); },
       [logger = log()](const std::optional<kit::Response>& response, const kit::Error& error) {
-        MORVIK_LOG(logger, lcl_vError, kHandlerOperation, "MRVK_QA-getSchedule_Recieved an HTTP %ld",
+        MORVIK_LOG(logger, lcl_vError, kScheduleHandler, "MRVK_QA-getSchedule_Recieved an HTTP %ld",
                    services::statusCode(response));
-        MORVIK_LOG(logger, lcl_vError, kHandlerOperation, "MRVK_QA-getSchedule_The error was: %@", error);
+        MORVIK_LOG(logger, lcl_vError, kScheduleHandler, "MRVK_QA-getSchedule_The error was: %@", error);
       });
 }
 
 /// An answer that is no success is kept and handed on like any other.
 void MorvikCoreLib::scheduleDidArrive(const Value& json) {
-  MORVIK_LOG(log(), lcl_vTrace, kHandlerOperation, "MRVK_QA-getSchedule_JSON: %@", json);
+  MORVIK_LOG(log(), lcl_vTrace, kScheduleHandler, "MRVK_QA-getSchedule_JSON: %@", json);
   takeServerTime(json);
   if (util().checkNilToNo(json["Result"]) && util().checkIntegerNilToZero(json["ResultCode"]) == kScheduleUnchanged) {
     replaySchedule();
@@ -61,7 +61,7 @@ void MorvikCoreLib::scheduleDidArrive(const Value& json) {
 
 /// Without a schedule in memory the checksum is forgotten, so that the next answer brings the whole.
 void MorvikCoreLib::replaySchedule() {
-  MORVIK_LOG(log(), lcl_vTrace, kHandlerOperation, "MRVK_QA-getSchedule_offline JSON: %@", lastJSON_);
+  MORVIK_LOG(log(), lcl_vTrace, kScheduleHandler, "MRVK_QA-getSchedule_offline JSON: %@", lastJSON_);
   if (!lastJSON_.isAbsent()) {
     passSchedule();
     return;

@@ -339,6 +339,12 @@ void appendJsonDescription(const kit::Value& value, std::string& out) {
   Writer(out, Strictness::kForPeople).write(value, 0);
 }
 
+std::string jsonDescription(const kit::Value& value) {
+  std::string text;
+  appendJsonDescription(value, text);
+  return text;
+}
+
 void appendMendedUtf8(std::string_view text, std::string& out) {
   while (!text.empty()) {
     const size_t length = sequenceLength(text);

@@ -25,6 +25,8 @@ std::optional<kit::Error> appendJson(const kit::Value& value, std::string& out);
 /// JSON text for people: total, never fails. Dates in ISO 8601, an absent value as null, numbers that are not finite as
 /// their name in quotes, nesting beyond kit::kMaxJsonDepth as "…".
 void appendJsonDescription(const kit::Value& value, std::string& out);
+/// The same as a text of its own.
+std::string jsonDescription(const kit::Value& value);
 
 /// Copies `text` to `out`, with U+FFFD in place of each byte that is not part of well-formed UTF-8.
 void appendMendedUtf8(std::string_view text, std::string& out);

@@ -19,6 +19,7 @@
 #include "host/host.h"
 #include "host/store/sqlite_store.h"
 #include "services/json_writer.h"
+#include "simulation/durations.h"
 #include "simulation/thing_book.h"
 #include "simulation/virtual_machine.h"
 #include "simulation/workers.h"
@@ -34,10 +35,7 @@ using testing::ServedRequest;
 using testing::ServiceEndpoint;
 using testing::SimulatedService;
 
-constexpr double kHourSeconds = 3'600;
 constexpr double kAnswerSeconds = 0.2;
-/// As long as the system lets an app finish what it does.
-constexpr double kGrantSeconds = 35;
 constexpr int kSessionEndsThatSendAClick = 5;
 /// So much comes with an event of the long queue that its log has to begin anew.
 constexpr size_t kLongParamBytes = 700;
@@ -96,12 +94,6 @@ struct Death {
   double at = 0;
   double undone_from = kNever;
 };
-
-std::string textOf(const kit::Value& value) {
-  std::string text;
-  services::appendJsonDescription(value, text);
-  return text;
-}
 
 std::string textOf(const Sides& sides) {
   return std::to_string(sides.kept) + " kept, " + std::to_string(sides.arrived) + " arrived, " +
@@ -818,7 +810,7 @@ class BusyLife {
 
   /// The answer to the batch before it, when it comes, deletes what this one carries.
   void permitToLoseItsPlace(const ServedRequest& served, double due) {
-    const std::string text = textOf(served.payload);
+    const std::string text = services::jsonDescription(served.payload);
     for (Item& item : items_) {
       if (mayGo(item.kind, Reason::kPlaceTaken) && text.find(item.name) != std::string::npos)
         permit(item, Reason::kPlaceTaken, due);
@@ -828,7 +820,7 @@ class BusyLife {
   void noteArrived(const ServedRequest& served) {
     for (const kit::Value& event : served.payload["activity_info"].array())
       arrived_activities_.emplace(event["event_id"].string());
-    const std::string text = textOf(served.payload);
+    const std::string text = services::jsonDescription(served.payload);
     for (Item& item : items_) {
       if (!item.arrived && endpointTaking(item.kind) == served.endpoint && text.find(item.name) != std::string::npos)
         item.arrived = true;
@@ -892,7 +884,7 @@ class BusyLife {
       const std::optional<Kind> kind = kindStoredUnder(key);
       if (!kind)
         continue;
-      texts[static_cast<size_t>(*kind)] += textOf(value);
+      texts[static_cast<size_t>(*kind)] += services::jsonDescription(value);
       sides[static_cast<size_t>(*kind)].stored += recordsIn(*kind, value);
     }
     return texts;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "kit/notifications.h"
+#include "simulation/durations.h"
 
 namespace morvik::simulation {
 namespace {
@@ -15,8 +16,6 @@ using testing::Answer;
 using testing::ServedRequest;
 using testing::SimulatedService;
 
-constexpr double kDaySeconds = 86'400;
-constexpr double kHourSeconds = 3'600;
 /// A user is awake for so long, and nothing begins so close to the end of a day that it would reach into the next.
 constexpr double kWakingSeconds = 16 * kHourSeconds;
 constexpr double kLongestSessionSeconds = 20 * 60;

@@ -24,12 +24,6 @@ std::string numberText(uint64_t number) {
   return std::to_string(number);
 }
 
-std::string textOf(const kit::Value& value) {
-  std::string text;
-  services::appendJsonDescription(value, text);
-  return text;
-}
-
 constexpr LedgerKind kindAt(size_t index) {
   return static_cast<LedgerKind>(index);
 }
@@ -222,7 +216,7 @@ class OneClickPerKey final : public LifeChecker {
     std::set<int64_t> keys;
     for (const kit::Value& click : value.array()) {
       if (!keys.insert(conversionKeyOf(click)).second)
-        complain(textOf(value));
+        complain(services::jsonDescription(value));
     }
   }
 };
@@ -238,7 +232,7 @@ class CountsInBounds final : public LifeChecker {
     for (const kit::Value& count : value.array()) {
       const int64_t failures = failuresOf(count);
       if (failures < kFirstFailureCount || failures > kMaxFailureCountToResend + 1)
-        complain(textOf(value));
+        complain(services::jsonDescription(value));
     }
   }
 };

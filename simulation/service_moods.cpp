@@ -103,7 +103,7 @@ Value oddNumber(Dice& dice) {
   }
 }
 
-std::string textOf(const Value& json) {
+std::string written(const Value& json) {
   return std::get<std::string>(services::writeJson(json));
 }
 
@@ -165,7 +165,7 @@ Answer answerOf(const UsualAnswer& usual, Misbehaviour misbehaviour, Dice& dice,
     case Misbehaviour::kGarbage:
       return Answer::body(200, "<html>sign in</html>\n\x01\xff\xfe{\"Result\":");
     case Misbehaviour::kTruncated: {
-      const std::string text = textOf(usual.json);
+      const std::string text = written(usual.json);
       return Answer::body(200, text.substr(0, text.size() / 2));
     }
     case Misbehaviour::kNoObject: {

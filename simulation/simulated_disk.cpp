@@ -9,13 +9,8 @@
 #include <utility>
 
 namespace morvik::simulation {
-namespace {
-
-constexpr const char* kFolder = "/disk";
-constexpr int kLongestPath = 512;
-constexpr int kPageSizedSector = 4096;  // what SQLite takes for a disk's unit of writing; as on a system's files
-/// Some moment, in milliseconds of the Julian calendar: the store asks no file system for the time.
-constexpr sqlite3_int64 kSomeTime = 212'575'924'800'000;
+/// What SimulatedDisk::Parts is made of; it has a name to others, and so have these.
+namespace simulated_disk {
 
 struct OpenFile;
 
@@ -42,6 +37,18 @@ struct Handle {
   sqlite3_file base;
   OpenFile* open;
 };
+
+}  // namespace simulated_disk
+
+namespace {
+
+using namespace simulated_disk;
+
+constexpr const char* kFolder = "/disk";
+constexpr int kLongestPath = 512;
+constexpr int kPageSizedSector = 4096;  // what SQLite takes for a disk's unit of writing; as on a system's files
+/// Some moment, in milliseconds of the Julian calendar: the store asks no file system for the time.
+constexpr sqlite3_int64 kSomeTime = 212'575'924'800'000;
 
 OpenFile& openOf(sqlite3_file* file) {
   return *reinterpret_cast<Handle*>(file)->open;

@@ -17,12 +17,6 @@ using testing::Answer;
 using testing::ServedRequest;
 using testing::ServiceEndpoint;
 
-std::string textOf(const kit::Value& value) {
-  std::string text;
-  services::appendJsonDescription(value, text);
-  return text;
-}
-
 /// A device on a disk, and the service behind its network.
 class StoredLife {
  public:
@@ -81,7 +75,7 @@ class StoredLife {
   std::string stored() const {
     std::string all;
     for (const auto& [name, value] : process_->allStored())
-      all += name + " " + textOf(value) + "\n";
+      all += name + " " + services::jsonDescription(value) + "\n";
     return all;
   }
 
@@ -90,7 +84,7 @@ class StoredLife {
  private:
   Answer serve(const kit::Request& request) {
     const ServedRequest served = service_.receive(request);
-    result.arrived += textOf(served.payload) + "\n";
+    result.arrived += services::jsonDescription(served.payload) + "\n";
     if (served.endpoint == ServiceEndpoint::kTracking) {
       result.install_id = served.payload["install_id"].string();
       for (const kit::Value& event : served.payload["activity_info"].array()) {

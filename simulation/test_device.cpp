@@ -9,7 +9,7 @@
 namespace morvik::simulation {
 namespace {
 
-constexpr int kMostTalkative = 6;
+constexpr int kTraceLevel = 6;
 
 double secondsOf(std::chrono::duration<double> time) {
   return time.count();
@@ -19,7 +19,7 @@ double secondsOf(std::chrono::duration<double> time) {
 
 HostOptions TestDeviceOptions::defaultApp() {
   HostOptions app = simulatedApp();
-  app.log_level = kMostTalkative;
+  app.log_level = kTraceLevel;
   return app;
 }
 

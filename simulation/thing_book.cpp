@@ -27,7 +27,7 @@ constexpr int64_t kNonePending = -1;
 
 constexpr std::string_view kDemographicPrefix = "fendoUserDemoInfo_";
 
-std::string textOf(const kit::Value& value) {
+std::string nameIn(const kit::Value& value) {
   return std::string(services::checkNilToBlankString(value).string());
 }
 
@@ -36,7 +36,7 @@ std::string textOf(const kit::Value& value) {
 std::string activityName(std::string_view group, std::string_view name, const kit::Value& param, const kit::Value& id) {
   if (group == services::kFendoActivityGroupSession)
     return std::string(id.string());
-  return name == "end" ? textOf(param) : std::string(name);
+  return name == "end" ? nameIn(param) : std::string(name);
 }
 
 /// Of the URL of a click: what stands behind "id=".
@@ -97,15 +97,15 @@ std::string nameOfStored(Kind kind, std::string_view key, const kit::Value& reco
       return activityName(record["activityGroupName"].string(), record["activityName"].string(),
                           record["activityParam"], record["activityEventID"]);
     case Kind::kImpressions:
-      return textOf(record["spaceKey"]);
+      return nameIn(record["spaceKey"]);
     case Kind::kReEngagementClicks:
       return clickName(record["deeplink_uri"].string());
     case Kind::kCommerceClicks:
-      return textOf(record["clickId"]);
+      return nameIn(record["clickId"]);
     case Kind::kCrashReports:
-      return textOf(record["exception_reason"]);
+      return nameIn(record["exception_reason"]);
     case Kind::kDemographics:
-      return std::string(key.substr(kDemographicPrefix.size())) + "=" + textOf(record);
+      return std::string(key.substr(kDemographicPrefix.size())) + "=" + nameIn(record);
   }
   return "";
 }
@@ -119,7 +119,7 @@ std::vector<CarriedThing> carriedBy(ServiceEndpoint endpoint, const kit::Value& 
                                                            event["param"], event["event_id"])});
       }
       for (const kit::Value& impression : payload["impression_info"].array())
-        carried.push_back({Kind::kImpressions, textOf(impression["space_key"])});
+        carried.push_back({Kind::kImpressions, nameIn(impression["space_key"])});
       break;
     case ServiceEndpoint::kReEngagement: {
       const kit::Value& click = payload["deeplink_info"];
@@ -129,15 +129,15 @@ std::vector<CarriedThing> carriedBy(ServiceEndpoint endpoint, const kit::Value& 
     }
     case ServiceEndpoint::kCommerce:
       for (const kit::Value& click : payload.array())
-        carried.push_back({Kind::kCommerceClicks, textOf(click["clickId"])});
+        carried.push_back({Kind::kCommerceClicks, nameIn(click["clickId"])});
       break;
     case ServiceEndpoint::kCrash:
       for (const kit::Value& report : payload.array())
-        carried.push_back({Kind::kCrashReports, textOf(report["exception_reason"])});
+        carried.push_back({Kind::kCrashReports, nameIn(report["exception_reason"])});
       break;
     case ServiceEndpoint::kDemographics:
       for (const kit::Value& demo : payload["user_demo_info"].array())
-        carried.push_back({Kind::kDemographics, textOf(demo["demo_key"]) + "=" + textOf(demo["demo_value"])});
+        carried.push_back({Kind::kDemographics, nameIn(demo["demo_key"]) + "=" + nameIn(demo["demo_value"])});
       break;
     default:
       break;

@@ -15,6 +15,7 @@
 #include "host/host.h"
 #include "host/siblings/kept_identifier.h"
 #include "services/json_writer.h"
+#include "simulation/durations.h"
 #include "simulation/life_witness.h"
 #include "simulation/transcript.h"
 #include "simulation/watched_machine.h"
@@ -28,12 +29,7 @@ using testing::Answer;
 using testing::ServiceEndpoint;
 using testing::SimulatedService;
 
-constexpr double kMinuteSeconds = 60;
-constexpr double kHourSeconds = 3'600;
-constexpr double kDaySeconds = 86'400;
 constexpr double kYearSeconds = 365.25 * kDaySeconds;
-/// As long as the system lets an app finish what it does.
-constexpr double kGrantSeconds = 35;
 /// What is documented to be lost with the power: what was recorded this shortly before.
 constexpr double kPowerCutLossSeconds = 1.0;
 /// A cut in the middle of what the disk does comes within so many of its changes.
@@ -41,7 +37,7 @@ constexpr uint64_t kChangesToACut = 60;
 constexpr uint64_t kMostFailingCalls = 30;
 constexpr uint64_t kMostTurnsBeforeADeath = 12;
 constexpr int kMostTalkative = 6;
-constexpr size_t kLongParamBytes = 700;
+constexpr size_t kPaddedParamBytes = 700;
 constexpr uint64_t kBurst = 25;
 constexpr uint64_t kHealthySessions = 3;
 /// A user may be found by these keys; few, so that they meet.
@@ -91,12 +87,6 @@ std::optional<kit::Value> successIn(const kit::TransportOutcome& outcome) {
   auto read = testing::readJson(response.body);
   auto* json = std::get_if<kit::Value>(&read);
   return json != nullptr && json->isDictionary() ? std::optional(std::move(*json)) : std::nullopt;
-}
-
-std::string textOf(const kit::Value& value) {
-  std::string text;
-  services::appendJsonDescription(value, text);
-  return text;
 }
 
 class WildLife final : private MachineWatcher {
@@ -265,7 +255,7 @@ class WildLife final : private MachineWatcher {
     });
   }
 
-  void recordAnEvent() { recordEvent(dice_.happens(0.1) ? kLongParamBytes : 0); }
+  void recordAnEvent() { recordEvent(dice_.happens(0.1) ? kPaddedParamBytes : 0); }
   void recordABurst() {
     for (uint64_t events = dice_.below(kBurst); events > 0; --events)
       recordEvent(0);
@@ -441,7 +431,7 @@ class WildLife final : private MachineWatcher {
     perform([this] {
       transcript_.add(static_cast<uint64_t>(process_->isGdprForgetMe()));
       transcript_.add(static_cast<uint64_t>(process_->properties().fendoUserInfo_referralKey()));
-      transcript_.add(textOf(process_->storedValue("fendoUserInfo_install_datetime")));
+      transcript_.add(services::jsonDescription(process_->storedValue("fendoUserInfo_install_datetime")));
       transcript_.add(process_->pending().requests);
       transcript_.add(process_->allStored().size());
     });
@@ -550,7 +540,7 @@ class WildLife final : private MachineWatcher {
     // Not the bytes on the disk: SQLite salts its log from a source that all threads share.
     for (const auto& [name, value] : process_->allStored()) {
       transcript_.add(name);
-      transcript_.add(textOf(value));
+      transcript_.add(services::jsonDescription(value));
     }
     process_->setDelegate(delegate_);
     if (is_app_offline_)

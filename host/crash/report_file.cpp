@@ -11,16 +11,13 @@
 #include <utility>
 #include <variant>
 
+#include "host/files/system_message.h"
 #include "host/files/write_all.h"
 
 namespace morvik::host {
 namespace {
 
 constexpr mode_t kOwnerOnly = 0600;
-
-std::string systemMessage() {
-  return std::generic_category().message(errno);
-}
 
 /// An open file; closed with the object.
 class Descriptor {

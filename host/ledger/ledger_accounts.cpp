@@ -18,10 +18,6 @@ constexpr const char* kRefused = "refused";
 constexpr std::array kRefusalKeys = {"forgotten", "empty", "too_large", "too_many"};
 static_assert(kRefusalKeys.size() == kLedgerRefusals.size());
 
-constexpr size_t indexOf(LedgerKind kind) {
-  return static_cast<size_t>(kind);
-}
-
 const char* nameOf(LedgerKind kind) {
   return kLedgerKindNames[indexOf(kind)];
 }

@@ -15,11 +15,7 @@ namespace {
 using Kind = LedgerKind;
 using Reason = LedgerReason;
 
-constexpr const char* kOperation = "-[MorvikCoreLedger]";
-
-constexpr size_t indexOf(Kind kind) {
-  return static_cast<size_t>(kind);
-}
+constexpr const char* kLedgerOperation = "-[MorvikCoreLedger]";
 
 }  // namespace
 
@@ -554,7 +550,7 @@ void LedgerBook::tellBroken() {
   const uint32_t kinds = broken_kinds_.exchange(0);
   for (size_t kind = 0; kind < kLedgerKinds; ++kind) {
     if ((kinds & uint32_t{1} << kind) != 0)
-      invariantBroken(logger_, kOperation,
+      invariantBroken(logger_, kLedgerOperation,
                       std::string("records went that no rule gives up (") + kLedgerKindNames[kind] + ")");
   }
 }

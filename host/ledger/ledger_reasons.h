@@ -21,6 +21,11 @@ inline constexpr size_t kLedgerKinds = 6;
 inline constexpr std::array<const char*, kLedgerKinds> kLedgerKindNames = {
     "activities", "impressions", "re-engagement clicks", "commerce clicks", "crash reports", "demographics"};
 
+/// Its place in arrays by kind.
+constexpr size_t indexOf(LedgerKind kind) {
+  return static_cast<size_t>(kind);
+}
+
 enum class LedgerReason : uint8_t {
   kKeptSession,
   kPlaceTaken,

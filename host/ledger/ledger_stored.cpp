@@ -30,10 +30,6 @@ constexpr std::string_view kSessionEndKey = "MorvikCoreUserInfo_endSessoinDate";
 /// What an age or gender reads as when none is pending.
 constexpr int64_t kNonePending = -1;
 
-constexpr size_t indexOf(Kind kind) {
-  return static_cast<size_t>(kind);
-}
-
 std::string_view listKey(Kind kind) {
   return std::find_if(kLists.begin(), kLists.end(), [kind](const CountedList& each) { return each.kind == kind; })->key;
 }

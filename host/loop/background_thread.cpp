@@ -9,10 +9,10 @@
 namespace morvik::host {
 namespace {
 
-constexpr const char* kOperation = "-[BackgroundThread run]";
+constexpr const char* kBackgroundOperation = "-[BackgroundThread run]";
 constexpr services::GuardClause kThrewOnBackgroundQueue =
     services::oneLine(kit::lcl_vError, "Morvik host: a block on the background queue threw and ended there: %@");
-constexpr services::Guard kLastGuard{kThrewOnBackgroundQueue, kThrewOnBackgroundQueue};
+constexpr services::Guard kBackgroundQueueGuard{kThrewOnBackgroundQueue, kThrewOnBackgroundQueue};
 
 }  // namespace
 
@@ -39,7 +39,7 @@ void BackgroundThread::startLocked() {
     thread_ = std::move(*started);
   } else {
     // The block stays; the next one tries again.
-    MORVIK_LOG(logger_, kit::lcl_vError, kOperation, "Morvik host: %@", std::get<kit::Error>(thread));
+    MORVIK_LOG(logger_, kit::lcl_vError, kBackgroundOperation, "Morvik host: %@", std::get<kit::Error>(thread));
   }
 }
 
@@ -96,7 +96,7 @@ bool BackgroundThread::takeNext(kit::Block& block) {
 }
 
 void BackgroundThread::runGuarded(const kit::Block& block) {
-  services::guarded(logger_, kLastGuard, MORVIK_HERE(kOperation), block);
+  services::guarded(logger_, kBackgroundQueueGuard, MORVIK_HERE(kBackgroundOperation), block);
 }
 
 }  // namespace morvik::host

@@ -17,7 +17,7 @@ constexpr uint64_t kNanosecondsPerMillisecond = 1'000'000;
 
 constexpr services::GuardClause kThrewOnMainQueue =
     services::oneLine(kit::lcl_vError, "Morvik host: a block on the main queue threw and ended there: %@");
-constexpr services::Guard kLastGuard{kThrewOnMainQueue, kThrewOnMainQueue};
+constexpr services::Guard kMainQueueGuard{kThrewOnMainQueue, kThrewOnMainQueue};
 
 uint64_t nanosecondsFromNow(double delay_seconds) {
   const double delay = std::isnan(delay_seconds) ? 0.0 : std::clamp(delay_seconds, 0.0, kMaxDelaySeconds);
@@ -298,7 +298,7 @@ void MainLoop::runTurn(kit::Block block) {
 }
 
 void MainLoop::runGuarded(const kit::Block& block) {
-  services::guarded(logger_, kLastGuard, MORVIK_HERE("-[MainLoop runTurn]"), block);
+  services::guarded(logger_, kMainQueueGuard, MORVIK_HERE("-[MainLoop runTurn]"), block);
 }
 
 }  // namespace morvik::host

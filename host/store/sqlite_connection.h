@@ -21,6 +21,8 @@ struct StoreProblem {
   };
   Kind kind = Kind::kUnavailable;
   std::string message;
+
+  static StoreProblem unavailable(std::string message) { return {Kind::kUnavailable, std::move(message)}; }
 };
 
 using StoreOutcome = std::optional<StoreProblem>;  ///< nothing: it worked

@@ -16,6 +16,8 @@
 #include <system_error>
 #include <utility>
 
+#include "host/files/system_message.h"
+
 namespace morvik::host {
 namespace {
 
@@ -23,14 +25,6 @@ constexpr mode_t kOwnerOnlyFolder = 0700;
 constexpr mode_t kOwnerOnlyFile = 0600;
 /// Names tried for a file that is set aside.
 constexpr int kMaxSetAside = 10000;
-
-std::string textOf(int error) {
-  return std::system_category().message(error);
-}
-
-StoreProblem unavailable(std::string message) {
-  return {StoreProblem::Kind::kUnavailable, std::move(message)};
-}
 
 /// A file opened through SQLite's file system, so that what stands in for it in tests sees these writes too.
 class VfsFile {
@@ -139,24 +133,24 @@ class SystemFiles final : public StoreFiles {
       const int error = errno;
       std::error_code ignored;
       if (!std::filesystem::is_directory(made, ignored))
-        return unavailable(textOf(error));
+        return StoreProblem::unavailable(systemMessage(error));
     }
     std::error_code error;
     if (!std::filesystem::is_directory(folder, error))
-      return unavailable(textOf(error ? error.value() : ENOTDIR));
+      return StoreProblem::unavailable(systemMessage(error ? error.value() : ENOTDIR));
     return std::nullopt;
   }
 
   StoreOutcome makeFile(const std::string& path) override {
     const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
     if (descriptor < 0)
-      return unavailable(textOf(errno));
+      return StoreProblem::unavailable(systemMessage(errno));
     // A file that came from elsewhere (a backup, say) may have been readable by all; its log takes the mode from it.
     const bool closed_to_others = ::fchmod(descriptor, kOwnerOnlyFile) == 0;
     const int error = errno;
     ::close(descriptor);
     if (!closed_to_others)
-      return unavailable(textOf(error));
+      return StoreProblem::unavailable(systemMessage(error));
     return std::nullopt;
   }
 
@@ -169,27 +163,27 @@ class SystemFiles final : public StoreFiles {
     std::error_code error;
     std::filesystem::rename(from, to, error);
     if (error)
-      return unavailable(error.message());
+      return StoreProblem::unavailable(error.message());
     return std::nullopt;
   }
 
   StoreOutcome syncFolder(const std::string& folder) override {
     const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0)
-      return unavailable(textOf(errno));
+      return StoreProblem::unavailable(systemMessage(errno));
     // A file system that cannot sync a folder says EINVAL; its names are then as lasting as it makes them.
     const bool is_done = ::fsync(descriptor) == 0 || errno == EINVAL;
     const int error = errno;
     ::close(descriptor);
     if (!is_done)
-      return unavailable(textOf(error));
+      return StoreProblem::unavailable(systemMessage(error));
     return std::nullopt;
   }
 
   LockResult lock(const std::string& path, std::unique_ptr<FileLock>& out, StoreProblem& problem) override {
     const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
     if (descriptor < 0) {
-      problem = unavailable(textOf(errno));
+      problem = StoreProblem::unavailable(systemMessage(errno));
       return LockResult::kFailed;
     }
     if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
@@ -200,7 +194,7 @@ class SystemFiles final : public StoreFiles {
     ::close(descriptor);
     if (error == EWOULDBLOCK)
       return LockResult::kHeldByAnother;
-    problem = unavailable(textOf(error));
+    problem = StoreProblem::unavailable(systemMessage(error));
     return LockResult::kFailed;
   }
 };
@@ -221,7 +215,7 @@ StoreOutcome makeStoreFile(const StorePlace& place) {
     return failed;
   VfsFile file(place);
   if (const int code = fillIfEmpty(file); code != SQLITE_OK)
-    return unavailable(sqlite3_errstr(code));
+    return StoreProblem::unavailable(sqlite3_errstr(code));
   return std::nullopt;
 }
 
@@ -242,7 +236,7 @@ StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path) {
     }
     return std::nullopt;
   }
-  return unavailable("every name for a file that is set aside is taken");
+  return StoreProblem::unavailable("every name for a file that is set aside is taken");
 }
 
 LockResult StoreLock::take(const StorePlace& place, StoreProblem& problem) {

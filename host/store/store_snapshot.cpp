@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/files/system_message.h"
+
 namespace morvik::host {
 namespace {
 
@@ -114,14 +116,6 @@ void putPages(const std::vector<Frame>& frames, size_t page_bytes, std::string& 
   }
 }
 
-StoreProblem unavailable(std::string message) {
-  return {StoreProblem::Kind::kUnavailable, std::move(message)};
-}
-
-std::string systemMessage() {
-  return std::system_category().message(errno);
-}
-
 /// One of the store's files, open for reading.
 class StoreFile {
  public:
@@ -145,12 +139,12 @@ class StoreFile {
       return failed;
     struct stat facts {};
     if (::fstat(descriptor_, &facts) != 0)
-      return unavailable(systemMessage());
+      return StoreProblem::unavailable(systemMessage());
     if (!S_ISREG(facts.st_mode))
-      return unavailable("it is no file");
+      return StoreProblem::unavailable("it is no file");
     if (static_cast<uint64_t>(facts.st_size) > kMaxSnapshotBytes)
-      return unavailable("it has " + std::to_string(facts.st_size) + " bytes, more than " +
-                         std::to_string(kMaxSnapshotBytes) + " are not read");
+      return StoreProblem::unavailable("it has " + std::to_string(facts.st_size) + " bytes, more than " +
+                                       std::to_string(kMaxSnapshotBytes) + " are not read");
     out.resize(static_cast<size_t>(facts.st_size));
     return readUpTo(out);
   }
@@ -178,7 +172,7 @@ class StoreFile {
   StoreOutcome opened() const {
     if (descriptor_ >= 0)
       return std::nullopt;
-    return unavailable(std::system_category().message(error_));
+    return StoreProblem::unavailable(std::system_category().message(error_));
   }
   /// `out` becomes shorter where the file ends.
   StoreOutcome readUpTo(std::string& out) const {
@@ -188,7 +182,7 @@ class StoreFile {
       if (count < 0 && errno == EINTR)
         continue;
       if (count < 0)
-        return unavailable(systemMessage());
+        return StoreProblem::unavailable(systemMessage());
       if (count == 0)
         break;
       place += static_cast<size_t>(count);
@@ -223,7 +217,7 @@ StoreOutcome readOnce(const StorePlace& place, std::string& out, bool& is_whole)
     return failed;
   is_whole = header_before == header_after && file.isStillThere() && log.isStillThere();
   if (is_whole && !playLog(log_bytes, out))
-    return unavailable("its log names more pages than are read");
+    return StoreProblem::unavailable("its log names more pages than are read");
   return std::nullopt;
 }
 
@@ -255,7 +249,7 @@ StoreOutcome readStoreSnapshot(const StorePlace& place, std::string& out) {
       return failed;
   }
   if (!is_whole)
-    return unavailable("its owner changes it faster than it can be read; try again");
+    return StoreProblem::unavailable("its owner changes it faster than it can be read; try again");
   if (out.size() >= kFileHeaderBytes)
     out[kWriteVersion] = out[kReadVersion] = kWithoutLog;
   return std::nullopt;

@@ -1,0 +1,15 @@
+// What the system says of an error.
+#pragma once
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+namespace morvik::host {
+
+/// The text for an error number; the last one if none is given. Any thread.
+inline std::string systemMessage(int error = errno) {
+  return std::system_category().message(error);
+}
+
+}  // namespace morvik::host
