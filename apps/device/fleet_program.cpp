@@ -17,22 +17,22 @@
 namespace morvik_device {
 namespace {
 
-namespace simulation = morvik::simulation;
+namespace lives = morvik::simulation;
 
 constexpr double kMostADay = 1000;
 
-struct Written {
-  simulation::FleetOptions fleet;
+struct FleetWords {
+  lives::FleetOptions fleet;
   bool untroubled = false;
   bool json = false;
 };
 
-void describeOptions(CLI::App& app, Written& written) {
-  simulation::FleetOptions& fleet = written.fleet;
+void describeOptions(CLI::App& app, FleetWords& written) {
+  lives::FleetOptions& fleet = written.fleet;
   fleet.workers = std::max(1U, std::thread::hardware_concurrency());
-  app.add_option("--fleet", fleet.devices, "devices")->check(CLI::Range(uint64_t{1}, simulation::kMaxFleetDevices));
+  app.add_option("--fleet", fleet.devices, "devices")->check(CLI::Range(uint64_t{1}, lives::kMaxFleetDevices));
   app.add_option("--days", fleet.days, "that each of them lives")
-      ->check(CLI::Range(uint64_t{1}, simulation::kMaxFleetDays))
+      ->check(CLI::Range(uint64_t{1}, lives::kMaxFleetDays))
       ->capture_default_str();
   app.add_option("--seed", fleet.seed, "the same seed lives the same lives")->capture_default_str();
   app.add_option("--sessions", fleet.sessions_a_day, "a day, on average")
@@ -48,13 +48,13 @@ void describeOptions(CLI::App& app, Written& written) {
   app.add_flag("--json", written.json, "the result as one line of JSON");
 }
 
-int live(const Written& written, const Surroundings& surroundings) {
+int live(const FleetWords& written, const Surroundings& surroundings) {
   const auto began = std::chrono::steady_clock::now();
   const uint64_t device_days = written.fleet.devices * written.fleet.days;
-  simulation::FleetResult result;
+  lives::FleetResult result;
   try {
     ProgressBar bar(surroundings.errors, surroundings.errors_are_terminal, "living");
-    result = simulation::liveFleet(written.fleet, [&](uint64_t done) { bar.show(done, device_days); });
+    result = lives::liveFleet(written.fleet, [&](uint64_t done) { bar.show(done, device_days); });
   } catch (const std::exception& exception) {
     surroundings.errors << "morvik-device: " << exception.what() << std::endl;
     return 1;
@@ -75,14 +75,14 @@ int live(const Written& written, const Surroundings& surroundings) {
 }  // namespace
 
 int runFleet(std::vector<std::string> arguments, const Surroundings& surroundings) {
-  Written written;
+  FleetWords written;
   CLI::App app("Many devices live against one service in this process, and their account is balanced.",
                "morvik-device --fleet");
   describeOptions(app, written);
   if (const auto status = readModeArguments(app, std::move(arguments), "morvik-device --fleet 1 --help", surroundings))
     return *status;
   if (written.untroubled)
-    written.fleet.troubles = simulation::LifeTroubles::none();
+    written.fleet.troubles = lives::LifeTroubles::none();
   return live(written, surroundings);
 }
 

@@ -8,7 +8,7 @@ namespace morvik_device {
 namespace {
 
 namespace kit = morvik::kit;
-namespace simulation = morvik::simulation;
+namespace lives = morvik::simulation;
 
 std::string counted(uint64_t number, const std::string& one, const std::string& many) {
   return grouped(number) + " " + (number == 1 ? one : many);
@@ -20,7 +20,7 @@ kit::Value number(uint64_t value) {
 
 }  // namespace
 
-std::string describe(const simulation::FleetOptions& options, const simulation::FleetResult& result) {
+std::string describe(const lives::FleetOptions& options, const lives::FleetResult& result) {
   const auto& counts = result.counts;
   const auto& account = result.account;
   std::string text;
@@ -44,7 +44,7 @@ std::string describe(const simulation::FleetOptions& options, const simulation::
   return text;
 }
 
-std::string describeAsJson(const simulation::FleetOptions& options, const simulation::FleetResult& result) {
+std::string describeAsJson(const lives::FleetOptions& options, const lives::FleetResult& result) {
   const auto& counts = result.counts;
   const auto& account = result.account;
   kit::MutableArray losses;

@@ -7,23 +7,25 @@ namespace {
 
 namespace kit = morvik::kit;
 
-kit::Value number(uint64_t count) {
+kit::Value countValue(uint64_t count) {
   return kit::Value(static_cast<int64_t>(count));
 }
 
 kit::Value rowOf(const morvik::Ledger::Account& account) {
   return kit::Dictionary{{"kind", account.kind},
-                         {"recorded", number(account.recorded)},
-                         {"delivered", number(account.delivered)},
-                         {"stored", number(account.stored)},
-                         {"under_way", number(account.under_way)},
-                         {"given_up", number(account.givenUp())},
-                         {"found_uncounted", number(account.found_uncounted)}};
+                         {"recorded", countValue(account.recorded)},
+                         {"delivered", countValue(account.delivered)},
+                         {"stored", countValue(account.stored)},
+                         {"under_way", countValue(account.under_way)},
+                         {"given_up", countValue(account.givenUp())},
+                         {"found_uncounted", countValue(account.found_uncounted)}};
 }
 
 kit::Value rowOf(const std::string& kind, const morvik::Ledger::GivenUp& given_up) {
-  return kit::Dictionary{
-      {"kind", kind}, {"count", number(given_up.count)}, {"reason", given_up.reason}, {"by_rule", given_up.by_rule}};
+  return kit::Dictionary{{"kind", kind},
+                         {"count", countValue(given_up.count)},
+                         {"reason", given_up.reason},
+                         {"by_rule", given_up.by_rule}};
 }
 
 }  // namespace

@@ -191,7 +191,7 @@ Mistake complete(Options& options, const Written& written) {
   return takeAdClient(written, options.host.ad_client);
 }
 
-CommandLine refused(std::string problem) {
+CommandLine unusable(std::string problem) {
   std::replace(problem.begin(), problem.end(), '\n', ' ');
   return {std::nullopt, "morvik-device: " + problem + "; see morvik-device --help\n", kExitUsage};
 }
@@ -242,10 +242,10 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
   } catch (const CLI::CallForVersion& version) {
     return {std::nullopt, std::string(version.what()) + "\n", 0};
   } catch (const CLI::ParseError& error) {
-    return refused(error.what());
+    return unusable(error.what());
   }
   if (const Mistake mistake = complete(options, written))
-    return refused(*mistake);
+    return unusable(*mistake);
   return {std::move(options), "", 0};
 }
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 constexpr std::uint8_t kNoDigit = 0xff;
-constexpr unsigned kDigitBits = 6;
+constexpr unsigned kBase64DigitBits = 6;
 constexpr unsigned kByteBits = 8;
 
 std::array<std::uint8_t, 256> makeDigits() {
@@ -39,15 +39,15 @@ std::string decodeBase64Url(std::string_view text) {
     const std::uint8_t digit = digits[static_cast<unsigned char>(text[i])];
     if (digit == kNoDigit)
       throw badBase64("character " + std::to_string(i) + " is not of the alphabet");
-    pending = (pending << kDigitBits) | digit;
-    pending_bits += kDigitBits;
+    pending = (pending << kBase64DigitBits) | digit;
+    pending_bits += kBase64DigitBits;
     if (pending_bits >= kByteBits) {
       pending_bits -= kByteBits;
       bytes.push_back(static_cast<char>((pending >> pending_bits) & 0xffU));
       pending &= (1U << pending_bits) - 1U;
     }
   }
-  if (pending_bits == kDigitBits)
+  if (pending_bits == kBase64DigitBits)
     throw badBase64("the text ends in the middle of a byte");
   if (pending != 0)
     throw badBase64("the last character carries bits that belong to no byte");
@@ -62,14 +62,14 @@ std::string encodeBase64Url(std::string_view bytes) {
   for (const char c : bytes) {
     pending = (pending << kByteBits) | static_cast<unsigned char>(c);
     pending_bits += kByteBits;
-    while (pending_bits >= kDigitBits) {
-      pending_bits -= kDigitBits;
+    while (pending_bits >= kBase64DigitBits) {
+      pending_bits -= kBase64DigitBits;
       text.push_back(kAlphabet[(pending >> pending_bits) & 0x3fU]);
     }
     pending &= (1U << pending_bits) - 1U;
   }
   if (pending_bits > 0)
-    text.push_back(kAlphabet[(pending << (kDigitBits - pending_bits)) & 0x3fU]);
+    text.push_back(kAlphabet[(pending << (kBase64DigitBits - pending_bits)) & 0x3fU]);
   return text;
 }
 

@@ -8,7 +8,7 @@
 namespace morvik_service {
 namespace {
 
-constexpr const char* kWhere = "the behaviour";
+constexpr const char* kWhereBehaviour = "the behaviour";
 constexpr int kLeastStatus = 200;
 constexpr int kLastStatus = 599;
 // A web server's error page in place of an answer, and bytes that are not even text.
@@ -23,7 +23,7 @@ struct KindRow {
   bool counts_events;  // unless "count_events" says otherwise
 };
 
-constexpr std::array<KindRow, 9> kKinds = {{
+constexpr std::array<KindRow, 9> kBehaviourKinds = {{
     {"status", BehaviourKind::kStatus, "status", true, false},
     {"delay", BehaviourKind::kDelay, "milliseconds", true, true},
     {"close_before", BehaviourKind::kCloseBefore, "", false, false},
@@ -36,7 +36,8 @@ constexpr std::array<KindRow, 9> kKinds = {{
 }};
 
 const KindRow& rowOf(BehaviourKind kind) {
-  return *std::find_if(kKinds.begin(), kKinds.end(), [&](const KindRow& row) { return row.kind == kind; });
+  return *std::find_if(kBehaviourKinds.begin(), kBehaviourKinds.end(),
+                       [&](const KindRow& row) { return row.kind == kind; });
 }
 
 template <typename Names, typename NameOf>
@@ -47,14 +48,14 @@ std::string joined(const Names& names, NameOf name_of) {
   return text;
 }
 
-Refusal badMember(std::string_view name, const std::string& problem, const std::string& mend) {
-  return Refusal(400, "\"" + std::string(name) + "\" " + problem, kWhere, mend);
+Refusal badBehaviour(std::string_view name, const std::string& problem, const std::string& mend) {
+  return Refusal(400, "\"" + std::string(name) + "\" " + problem, kWhereBehaviour, mend);
 }
 
 std::string readText(const Json& value, std::string_view name, const std::string& mend) {
   const auto found = value.find(name);
   if (found == value.end() || !found->is_string()) {
-    throw badMember(name, found == value.end() ? "is missing" : "is no text", mend);
+    throw badBehaviour(name, found == value.end() ? "is missing" : "is no text", mend);
   }
   return found->get<std::string>();
 }
@@ -63,20 +64,21 @@ int readInteger(const Json& value, std::string_view name, int least, int most) {
   const Json& found = value.at(std::string(name));
   const bool fits = found.is_number_integer() && found >= least && found <= most;
   if (!fits) {
-    throw badMember(name, "is no whole number from " + std::to_string(least) + " to " + std::to_string(most),
-                    "give a number in that range");
+    throw badBehaviour(name, "is no whole number from " + std::to_string(least) + " to " + std::to_string(most),
+                       "give a number in that range");
   }
   return found.get<int>();
 }
 
 std::string kindMend() {
-  return "give one of: " + joined(kKinds, [](const KindRow& row) { return row.name; });
+  return "give one of: " + joined(kBehaviourKinds, [](const KindRow& row) { return row.name; });
 }
 
 const KindRow& kindNamed(const std::string& name) {
-  const auto row = std::find_if(kKinds.begin(), kKinds.end(), [&](const KindRow& each) { return each.name == name; });
-  if (row == kKinds.end())
-    throw badMember("kind", "is no kind that exists", kindMend());
+  const auto row = std::find_if(kBehaviourKinds.begin(), kBehaviourKinds.end(),
+                                [&](const KindRow& each) { return each.name == name; });
+  if (row == kBehaviourKinds.end())
+    throw badBehaviour("kind", "is no kind that exists", kindMend());
   return *row;
 }
 
@@ -86,7 +88,7 @@ std::string endpointMend(const std::vector<std::string>& endpoints) {
 
 void requireEndpointName(const std::string& name, const std::vector<std::string>& endpoints) {
   if (std::find(endpoints.begin(), endpoints.end(), name) == endpoints.end())
-    throw badMember("endpoint", "is no endpoint that exists", endpointMend(endpoints));
+    throw badBehaviour("endpoint", "is no endpoint that exists", endpointMend(endpoints));
 }
 
 std::string readEndpoint(const Json& value, const std::vector<std::string>& endpoints) {
@@ -100,9 +102,9 @@ void refuseStrangers(const Json& value, const KindRow& row) {
     const bool known = name == "endpoint" || name == "kind" || name == "count" || name == "count_events" ||
                        (!row.own_member.empty() && name == row.own_member);
     if (!known) {
-      throw badMember(name, "does not belong to a behaviour of kind " + std::string(row.name),
-                      "leave it out; known are endpoint, kind, count, count_events" +
-                          (row.own_member.empty() ? std::string() : " and " + std::string(row.own_member)));
+      throw badBehaviour(name, "does not belong to a behaviour of kind " + std::string(row.name),
+                         "leave it out; known are endpoint, kind, count, count_events" +
+                             (row.own_member.empty() ? std::string() : " and " + std::string(row.own_member)));
     }
   }
 }
@@ -114,7 +116,7 @@ void readOwnMember(Behaviour& behaviour, const Json& value, const KindRow& row) 
   if (found == value.end()) {
     if (!row.own_member_required)
       return;
-    throw badMember(row.own_member, "is missing", "a behaviour of kind " + std::string(row.name) + " needs it");
+    throw badBehaviour(row.own_member, "is missing", "a behaviour of kind " + std::string(row.name) + " needs it");
   }
   switch (behaviour.kind) {
     case BehaviourKind::kStatus:
@@ -156,7 +158,7 @@ std::string hugeBody() {
 
 Behaviour parseBehaviour(const Json& value, const std::vector<std::string>& endpoints) {
   if (!value.is_object()) {
-    throw Refusal(400, "the JSON is no object", kWhere,
+    throw Refusal(400, "the JSON is no object", kWhereBehaviour,
                   "send an object such as {\"endpoint\":\"tracking\",\"count\":3,\"kind\":\"status\",\"status\":500}");
   }
   Behaviour behaviour;
@@ -169,7 +171,7 @@ Behaviour parseBehaviour(const Json& value, const std::vector<std::string>& endp
     behaviour.count = readInteger(value, "count", 1, kMaxBehaviourCount);
   if (const auto counts = value.find("count_events"); counts != value.end()) {
     if (!counts->is_boolean())
-      throw badMember("count_events", "is neither true nor false", "give true or false");
+      throw badBehaviour("count_events", "is neither true nor false", "give true or false");
     behaviour.count_events = counts->get<bool>();
   }
   readOwnMember(behaviour, value, row);
@@ -188,7 +190,7 @@ Json describeBehaviour(const Behaviour& behaviour) {
 
 Json behaviourKinds() {
   Json kinds = Json::array();
-  for (const KindRow& row : kKinds) {
+  for (const KindRow& row : kBehaviourKinds) {
     kinds.push_back({{"kind", row.name},
                      {"own_member", row.own_member},
                      {"required", row.own_member_required},

@@ -8,15 +8,15 @@
 namespace morvik_service {
 namespace {
 
-constexpr std::array<MemberRule, 2> kMembers = {{{"puid"}, {"user_demo_info", MemberType::kArray}}};
+constexpr std::array<MemberRule, 2> kDemographicsMembers = {{{"puid"}, {"user_demo_info", MemberType::kArray}}};
 // What is known of a user, in the order in which it is sent.
-constexpr std::array<MemberRule, 3> kKinds = {
+constexpr std::array<MemberRule, 3> kDemographicKinds = {
     {{"age", MemberType::kInteger}, {"gender", MemberType::kInteger}, {"userId"}}};
 
 const MemberRule* findKind(std::string_view name) {
-  const auto* const found =
-      std::find_if(kKinds.begin(), kKinds.end(), [&](const MemberRule& kind) { return kind.name == name; });
-  return found == kKinds.end() ? nullptr : found;
+  const auto* const found = std::find_if(kDemographicKinds.begin(), kDemographicKinds.end(),
+                                         [&](const MemberRule& kind) { return kind.name == name; });
+  return found == kDemographicKinds.end() ? nullptr : found;
 }
 
 const MemberRule* checkEntry(const Json& entry, const Place& place) {
@@ -34,7 +34,7 @@ const MemberRule* checkEntry(const Json& entry, const Place& place) {
 void checkDemographicsPayload(const Json& payload) {
   if (payload.empty())
     return;
-  requireExactly(payload, kMembers, {});
+  requireExactly(payload, kDemographicsMembers, {});
   const MemberRule* last = nullptr;
   requireEntries(payload.at("user_demo_info"), Place("user_demo_info"), [&](const Json& entry, const Place& place) {
     const MemberRule* kind = checkEntry(entry, place);

@@ -10,13 +10,13 @@ namespace morvik_service {
 namespace {
 
 constexpr std::string_view kDomain = "erasure.morvik.example";
-constexpr std::array<MemberRule, 7> kMembers = {{{"subject_request_id"},
-                                                 {"subject_request_type"},
-                                                 {"subject_identities", MemberType::kArray},
-                                                 {"extensions", MemberType::kObject},
-                                                 {"submitted_time"},
-                                                 {"api_version"},
-                                                 {"status_callback_urls"}}};
+constexpr std::array<MemberRule, 7> kErasureMembers = {{{"subject_request_id"},
+                                                        {"subject_request_type"},
+                                                        {"subject_identities", MemberType::kArray},
+                                                        {"extensions", MemberType::kObject},
+                                                        {"submitted_time"},
+                                                        {"api_version"},
+                                                        {"status_callback_urls"}}};
 constexpr std::size_t kMembersWithoutTime = 4;
 constexpr std::array<MemberRule, 3> kIdentityMembers = {{{"identity_type"}, {"identity_value"}, {"identity_format"}}};
 constexpr std::size_t kIdentityMembersWithoutValue = 1;
@@ -77,7 +77,7 @@ void checkExtensions(const Json& extensions) {
 }  // namespace
 
 void checkErasureRequest(const Json& payload) {
-  const bool has_time = requireAllOrLeast(payload, kMembers, kMembersWithoutTime, "submitted_time", {});
+  const bool has_time = requireAllOrLeast(payload, kErasureMembers, kMembersWithoutTime, "submitted_time", {});
   requirePattern(payload, "subject_request_id", "XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX", {});
   requireText(payload, "subject_request_type", "erasure", {});
   if (has_time) {

@@ -8,7 +8,7 @@
 namespace morvik_service {
 namespace {
 
-constexpr const char* kWhere = "the request body";
+constexpr const char* kWhereForm = "the request body";
 
 std::string unescape(std::string_view text) {
   std::string plain;
@@ -22,7 +22,7 @@ std::string unescape(std::string_view text) {
       const int high = i + 1 < text.size() ? hexadecimalDigit(text[i + 1]) : -1;
       const int low = i + 2 < text.size() ? hexadecimalDigit(text[i + 2]) : -1;
       if (high < 0 || low < 0) {
-        throw Refusal(400, "bad form encoding: a percent sign without two hexadecimal digits", kWhere,
+        throw Refusal(400, "bad form encoding: a percent sign without two hexadecimal digits", kWhereForm,
                       "write a percent sign itself as %25");
       }
       plain.push_back(static_cast<char>(high * 16 + low));
@@ -35,7 +35,7 @@ std::string unescape(std::string_view text) {
 std::pair<std::string, std::string> parseField(std::string_view field) {
   const std::size_t equals = field.find('=');
   if (equals == std::string_view::npos) {
-    throw Refusal(400, "bad form encoding: a field without \"=\"", kWhere, "send name=value pairs joined with &");
+    throw Refusal(400, "bad form encoding: a field without \"=\"", kWhereForm, "send name=value pairs joined with &");
   }
   return {unescape(field.substr(0, equals)), unescape(field.substr(equals + 1))};
 }
@@ -47,12 +47,12 @@ FormFields parseForm(std::string_view body) {
   while (!body.empty()) {
     const std::size_t end = std::min(body.find('&'), body.size());
     if (fields.size() == kMaxFormFields) {
-      throw Refusal(400, "more than " + std::to_string(kMaxFormFields) + " form fields", kWhere,
+      throw Refusal(400, "more than " + std::to_string(kMaxFormFields) + " form fields", kWhereForm,
                     "send the fields that the protocol lists");
     }
     auto field = parseField(body.substr(0, end));
     if (findField(fields, field.first) != nullptr) {
-      throw Refusal(400, "a form field is given twice", kWhere, "send each field once");
+      throw Refusal(400, "a form field is given twice", kWhereForm, "send each field once");
     }
     fields.push_back(std::move(field));
     body.remove_prefix(std::min(end + 1, body.size()));

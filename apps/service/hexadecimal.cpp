@@ -6,7 +6,7 @@ namespace morvik_service {
 namespace {
 
 constexpr std::string_view kDigits = "0123456789abcdef";
-constexpr unsigned kDigitBits = 4;
+constexpr unsigned kHexDigitBits = 4;
 constexpr unsigned kDigitMask = 0x0f;
 
 Refusal badHexadecimal(const std::string& problem) {
@@ -32,7 +32,7 @@ std::string decodeHexadecimal(std::string_view text) {
     if (high < 0) {
       high = digit;
     } else {
-      bytes.push_back(static_cast<char>((high << kDigitBits) | digit));
+      bytes.push_back(static_cast<char>((high << kHexDigitBits) | digit));
       high = -1;
     }
   }
@@ -45,7 +45,7 @@ std::string encodeHexadecimal(std::string_view bytes) {
   std::string text;
   text.reserve(2 * bytes.size());
   for (const char c : bytes) {
-    text.push_back(kDigits[static_cast<unsigned char>(c) >> kDigitBits]);
+    text.push_back(kDigits[static_cast<unsigned char>(c) >> kHexDigitBits]);
     text.push_back(kDigits[static_cast<unsigned char>(c) & kDigitMask]);
   }
   return text;

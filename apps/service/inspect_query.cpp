@@ -8,14 +8,14 @@
 namespace morvik_service {
 namespace {
 
-constexpr const char* kWhere = "the query";
+constexpr const char* kWhereQuery = "the query";
 
 std::int64_t readNumber(const std::string& text, std::string_view name) {
   std::int64_t number = 0;
   const char* end = text.data() + text.size();
   const auto [stopped, error] = std::from_chars(text.data(), end, number);
   if (error != std::errc() || stopped != end || number < 0) {
-    throw Refusal(400, "\"" + std::string(name) + "\" is no whole number from 0 on", kWhere,
+    throw Refusal(400, "\"" + std::string(name) + "\" is no whole number from 0 on", kWhereQuery,
                   "write " + std::string(name) + "=10");
   }
   return number;
@@ -36,12 +36,12 @@ std::string listed(std::initializer_list<std::string_view> names) {
 void requireKnownParameters(const HttpRequest& request, std::initializer_list<std::string_view> known) {
   for (const auto& [name, value] : request.query) {
     if (std::find(known.begin(), known.end(), name) == known.end()) {
-      throw Refusal(400, "the query parameter \"" + name + "\" is not known", kWhere,
+      throw Refusal(400, "the query parameter \"" + name + "\" is not known", kWhereQuery,
                     known.size() == 0 ? "use none here" : "use " + listed(known));
     }
     const auto same = [&name = name](const auto& each) { return each.first == name; };
     if (std::count_if(request.query.begin(), request.query.end(), same) > 1)
-      throw Refusal(400, "the query parameter \"" + name + "\" stands twice", kWhere, "give it once");
+      throw Refusal(400, "the query parameter \"" + name + "\" stands twice", kWhereQuery, "give it once");
   }
 }
 
@@ -75,7 +75,7 @@ SummaryQuery readSummaryQuery(const HttpRequest& request) {
   query.limit = std::min(numberParameter(request, "limit", query.limit), kMaxSummaries);
   query.search = textParameter(request, "search");
   if (query.search.size() > kMaxSearchBytes) {
-    throw Refusal(400, "the search text is longer than " + std::to_string(kMaxSearchBytes) + " bytes", kWhere,
+    throw Refusal(400, "the search text is longer than " + std::to_string(kMaxSearchBytes) + " bytes", kWhereQuery,
                   "search for less");
   }
   query.install = textParameter(request, "install");

@@ -56,4 +56,11 @@ std::string jsonText(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+std::string memberText(const Json& object, std::string_view name) {
+  if (!object.is_object())
+    return "";
+  const auto found = object.find(name);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
 }  // namespace morvik_service

@@ -11,7 +11,7 @@
 namespace morvik_service {
 namespace {
 
-constexpr const char* kWhere = "the ledger";
+constexpr const char* kWhereLedger = "the ledger";
 constexpr std::array<MemberRule, 3> kLedger = {
     {{"install"}, {"accounts", MemberType::kArray}, {"given_up", MemberType::kArray}}};
 constexpr std::array<MemberRule, 7> kAccount = {{{"kind"},
@@ -47,7 +47,7 @@ std::int64_t givenUpOf(const Json& ledger, const Json& kind) {
 
 void requireLedger(const Json& ledger) {
   if (!ledger.is_object())
-    throw Refusal(400, "the JSON is no object", kWhere, "send the ledger of one device");
+    throw Refusal(400, "the JSON is no object", kWhereLedger, "send the ledger of one device");
   const Place top;
   requireExactly(ledger, kLedger, top);
   requireWordsAndCounts(ledger, top);
@@ -97,10 +97,10 @@ Json judged(Json ledger) {
 
 void Ledgers::tell(const std::string& text) {
   if (text.size() > kMaxLedgerBytes) {
-    throw Refusal(413, "more than " + std::to_string(kMaxLedgerBytes) + " bytes of JSON", kWhere,
+    throw Refusal(413, "more than " + std::to_string(kMaxLedgerBytes) + " bytes of JSON", kWhereLedger,
                   "send the numbers of one device");
   }
-  Json ledger = parseJson(text, kWhere);
+  Json ledger = parseJson(text, kWhereLedger);
   requireLedger(ledger);
   const auto same = [&](const Json& each) { return each.at("install") == ledger.at("install"); };
   latest_.erase(std::remove_if(latest_.begin(), latest_.end(), same), latest_.end());

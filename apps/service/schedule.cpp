@@ -13,7 +13,7 @@
 namespace morvik_service {
 namespace {
 
-constexpr const char* kWhere = "the schedule";
+constexpr const char* kWhereSchedule = "the schedule";
 constexpr std::string_view kOwn =
     R"({"campaigns":[{"campaign_key":7,"space_key":"banner","resource_key":8,"conversion_key":9}]})";
 
@@ -26,9 +26,9 @@ std::string sha256(std::string_view bytes) {
 }
 
 Json parseSchedule(std::string_view text) {
-  Json members = parseJson(text, kWhere);
+  Json members = parseJson(text, kWhereSchedule);
   if (!members.is_object())
-    throw Refusal(400, "the JSON is no object", kWhere, "write one JSON object into the file");
+    throw Refusal(400, "the JSON is no object", kWhereSchedule, "write one JSON object into the file");
   return members;
 }
 

@@ -15,9 +15,9 @@
 namespace morvik_service {
 namespace {
 
-constexpr const char* kWhere = "the sealed payload";
+constexpr const char* kWhereSealed = "the sealed payload";
 
-struct FreeOpenSsl {
+struct FreeOpener {
   void operator()(EVP_KDF* kdf) const { EVP_KDF_free(kdf); }
   void operator()(EVP_KDF_CTX* context) const { EVP_KDF_CTX_free(context); }
   void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
@@ -53,15 +53,15 @@ SealedParts split(std::string_view sealed, std::uint8_t known_flags) {
   if (sealed.size() < kLeast) {
     throw Refusal(
         400, "sealed bytes are truncated: " + std::to_string(sealed.size()) + " of at least " + std::to_string(kLeast),
-        kWhere, "send version, flags, 12 bytes of nonce, ciphertext and 16 bytes of tag");
+        kWhereSealed, "send version, flags, 12 bytes of nonce, ciphertext and 16 bytes of tag");
   }
   const auto version = static_cast<std::uint8_t>(sealed[0]);
   const auto flags = static_cast<std::uint8_t>(sealed[1]);
   if (version != kSealedVersion) {
-    throw Refusal(400, "unknown sealing version " + std::to_string(version), kWhere, "seal with version 1");
+    throw Refusal(400, "unknown sealing version " + std::to_string(version), kWhereSealed, "seal with version 1");
   }
   if ((flags & ~known_flags) != 0) {
-    throw Refusal(400, "unknown sealing flags " + std::to_string(flags), kWhere,
+    throw Refusal(400, "unknown sealing flags " + std::to_string(flags), kWhereSealed,
                   known_flags == 0 ? "use no flag here: do not deflate" : "use no flag but bit 0 (deflated)");
   }
   const std::size_t text_begin = kSealedHeaderBytes + kSealedNonceBytes;
@@ -71,7 +71,7 @@ SealedParts split(std::string_view sealed, std::uint8_t known_flags) {
 }
 
 std::string decrypt(const SealedParts& parts, std::string_view key) {
-  const std::unique_ptr<EVP_CIPHER_CTX, FreeOpenSsl> context(EVP_CIPHER_CTX_new());
+  const std::unique_ptr<EVP_CIPHER_CTX, FreeOpener> context(EVP_CIPHER_CTX_new());
   mustSucceed(context != nullptr, "make a cipher context");
   // The default nonce length of GCM is the format's: 12 bytes.
   mustSucceed(EVP_DecryptInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, bytesOf(key), bytesOf(parts.nonce)) == 1,
@@ -89,7 +89,7 @@ std::string decrypt(const SealedParts& parts, std::string_view key) {
               "take the tag");
   std::array<unsigned char, kSealedTagBytes> rest;  // GCM leaves nothing for the final call
   if (EVP_DecryptFinal_ex(context.get(), rest.data(), &written) != 1) {
-    throw Refusal(403, "the key does not open the payload (wrong key, or bytes were changed)", kWhere,
+    throw Refusal(403, "the key does not open the payload (wrong key, or bytes were changed)", kWhereSealed,
                   "seal with this endpoint's key: the tracking key, or the hash key twice");
   }
   return plain;
@@ -98,8 +98,8 @@ std::string decrypt(const SealedParts& parts, std::string_view key) {
 }  // namespace
 
 std::string deriveSealingKey(std::string_view key_text) {
-  const std::unique_ptr<EVP_KDF, FreeOpenSsl> kdf(EVP_KDF_fetch(nullptr, "HKDF", nullptr));
-  const std::unique_ptr<EVP_KDF_CTX, FreeOpenSsl> context(EVP_KDF_CTX_new(kdf.get()));
+  const std::unique_ptr<EVP_KDF, FreeOpener> kdf(EVP_KDF_fetch(nullptr, "HKDF", nullptr));
+  const std::unique_ptr<EVP_KDF_CTX, FreeOpener> context(EVP_KDF_CTX_new(kdf.get()));
   mustSucceed(context != nullptr, "make a key derivation");
   std::string digest = "SHA256";
   const std::array<OSSL_PARAM, 4> parameters = {

@@ -16,13 +16,6 @@ namespace {
 constexpr std::string_view kSessionGroup = "session";
 constexpr std::int64_t kKoreaOffsetMilliseconds = std::int64_t{9} * 3600 * 1000;
 
-std::string textOf(const Json& object, std::string_view name) {
-  if (!object.is_object())
-    return "";
-  const auto found = object.find(name);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
-}
-
 // The times of activities and crashes are told at UTC+9, with or without punctuation.
 std::optional<std::int64_t> koreaTime(const std::string& text) {
   std::string digits;
@@ -85,8 +78,8 @@ class Teller {
   }
 
   void takeActivity(const Json& entry, const Json& request_id) {
-    const std::optional<std::int64_t> time = koreaTime(textOf(entry, "created_at"));
-    const std::string id = textOf(entry, "event_id");
+    const std::optional<std::int64_t> time = koreaTime(memberText(entry, "created_at"));
+    const std::string id = memberText(entry, "event_id");
     if (!time || (!id.empty() && seen_.count(id) > 0))
       return;
     if (borders_.size() + activities_.size() >= kMaxTimelineActivities) {
@@ -94,14 +87,14 @@ class Teller {
       return;
     }
     seen_.insert(id);
-    const std::string group = textOf(entry, "group");
-    const std::string activity = textOf(entry, "activity");
+    const std::string group = memberText(entry, "group");
+    const std::string activity = memberText(entry, "activity");
     const bool is_border = group == kSessionGroup && (activity == "start" || activity == "end");
     (is_border ? borders_ : activities_)
         .push_back({{"time", *time},
                     {"group", group},
                     {"activity", activity},
-                    {"param", textOf(entry, "param")},
+                    {"param", memberText(entry, "param")},
                     {"event_id", id},
                     {"request", request_id}});
   }
@@ -111,24 +104,24 @@ class Teller {
   }
 
   void takeMarks(const std::string& endpoint, const Json& request) {
-    struct Kind {
+    struct MarkKind {
       std::string_view endpoint;
       const char* name;
     };
-    static constexpr std::array<Kind, 7> kKinds = {{{"conversion", "attribution"},
-                                                    {"thirdparty-conversion", "attribution"},
-                                                    {"iad-attribution", "attribution"},
-                                                    {"reengagement-conversion", "deep link"},
-                                                    {"commerce-conversion", "commerce click"},
-                                                    {"demographics", "demographics"},
-                                                    {"erasure", "erasure"}}};
+    static constexpr std::array<MarkKind, 7> kMarkKinds = {{{"conversion", "attribution"},
+                                                            {"thirdparty-conversion", "attribution"},
+                                                            {"iad-attribution", "attribution"},
+                                                            {"reengagement-conversion", "deep link"},
+                                                            {"commerce-conversion", "commerce click"},
+                                                            {"demographics", "demographics"},
+                                                            {"erasure", "erasure"}}};
     if (endpoint == "crash") {
       takeCrashes(request);
       return;
     }
-    const auto kind =
-        std::find_if(kKinds.begin(), kKinds.end(), [&](const Kind& each) { return each.endpoint == endpoint; });
-    if (kind != kKinds.end())
+    const auto kind = std::find_if(kMarkKinds.begin(), kMarkKinds.end(),
+                                   [&](const MarkKind& each) { return each.endpoint == endpoint; });
+    if (kind != kMarkKinds.end())
       mark(request, kind->name, aboutPayload(endpoint, request.at("payload")), request.at("time_ms"));
   }
 
@@ -137,11 +130,11 @@ class Teller {
     if (!request.at("payload").is_array())
       return;
     for (const Json& report : request.at("payload")) {
-      const std::string told = textOf(report, "local_kst_time");
-      if (!seen_.insert("crash " + told + textOf(report, "exception_reason")).second)
+      const std::string told = memberText(report, "local_kst_time");
+      if (!seen_.insert("crash " + told + memberText(report, "exception_reason")).second)
         continue;
       const std::optional<std::int64_t> time = koreaTime(told);
-      mark(request, "crash", textOf(report, "exception_reason"), time ? Json(*time) : request.at("time_ms"));
+      mark(request, "crash", memberText(report, "exception_reason"), time ? Json(*time) : request.at("time_ms"));
     }
   }
 

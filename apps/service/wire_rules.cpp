@@ -26,11 +26,6 @@ class Rules {
   Json list_ = Json::array();
 };
 
-std::string textOf(const Json& object, std::string_view name) {
-  const auto found = object.is_object() ? object.find(name) : object.end();
-  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
-
 // "xxxxxxxx-xxxx-7xxx-[89ab]xxx-xxxxxxxxxxxx" in lower case.
 bool isTimeOrderedUuid(std::string_view text) {
   constexpr std::string_view kPattern = "xxxxxxxx-xxxx-7xxx-vxxx-xxxxxxxxxxxx";
@@ -45,7 +40,7 @@ bool isTimeOrderedUuid(std::string_view text) {
 }
 
 void checkCreationTime(const Json& entry, const Place& place, std::string& previous, Rules& rules) {
-  const std::string time = textOf(entry, "created_at");
+  const std::string time = memberText(entry, "created_at");
   if (!parseCompactTime(time)) {
     rules.add("the time \"" + time.substr(0, 40) + "\" is no yyyyMMddHHmmss", place.path("created_at"),
               "write 14 digits, at UTC+9");
@@ -57,7 +52,7 @@ void checkCreationTime(const Json& entry, const Place& place, std::string& previ
 }
 
 void checkEventId(const Json& entry, const Place& place, std::unordered_set<std::string>& ids, Rules& rules) {
-  const std::string id = textOf(entry, "event_id");
+  const std::string id = memberText(entry, "event_id");
   if (id.empty()) {
     rules.add("the event has no id, so nobody can count it once", place.path("event_id"), "send a UUID of version 7");
     return;
@@ -76,8 +71,8 @@ void checkStrangers(const Json& entry, std::size_t members, const Place& place, 
 }
 
 void checkBatch(const Json& payload, Rules& rules) {
-  constexpr std::size_t kActivityMembers = 7;
-  constexpr std::size_t kImpressionMembers = 6;
+  constexpr std::size_t kMembersOfAnActivity = 7;
+  constexpr std::size_t kMembersOfAnImpression = 6;
   std::unordered_set<std::string> ids;
   for (const char* name : {"activity_info", "impression_info"}) {
     const auto list = payload.find(name);
@@ -91,7 +86,7 @@ void checkBatch(const Json& payload, Rules& rules) {
       if (rules.full())
         return;
       checkCreationTime(entry, place, previous, rules);
-      checkStrangers(entry, are_activities ? kActivityMembers : kImpressionMembers, place, rules);
+      checkStrangers(entry, are_activities ? kMembersOfAnActivity : kMembersOfAnImpression, place, rules);
       if (are_activities)
         checkEventId(entry, place, ids, rules);
     }
@@ -132,7 +127,7 @@ Json brokenRules(const Json& request) {
   Rules rules;
   const Json& refusal = request.at("refusal");
   if (!refusal.is_null())
-    rules.add(textOf(refusal, "error"), textOf(refusal, "where"), textOf(refusal, "mend"));
+    rules.add(memberText(refusal, "error"), memberText(refusal, "where"), memberText(refusal, "mend"));
   const Endpoint* endpoint = findEndpoint(request.at("path").get_ref<const std::string&>());
   if (endpoint != nullptr && refusal.is_null())
     checkAccepted(request, *endpoint, rules);

@@ -13,14 +13,15 @@ namespace {
 namespace kit = morvik::kit;
 
 /// Of a scalar that is shown in a message.
-constexpr size_t kShownBytes = 60;
+constexpr size_t kShownTextBytes = 60;
 
 std::string kindName(const YamlNode& node) {
   switch (node.kind) {
     case YamlNode::Kind::kNull:
       return "nothing";
     case YamlNode::Kind::kScalar:
-      return "\"" + (node.text.size() > kShownBytes ? node.text.substr(0, kShownBytes) + "…" : node.text) + "\"";
+      return "\"" + (node.text.size() > kShownTextBytes ? node.text.substr(0, kShownTextBytes) + "…" : node.text) +
+             "\"";
     case YamlNode::Kind::kList:
       return "a list";
     case YamlNode::Kind::kMap:

@@ -17,12 +17,11 @@ namespace {
 namespace kit = morvik::kit;
 using Kind = Happening::Kind;
 
-constexpr double kMillisecondsPerSecond = 1000.0;
 /// Time passes in pieces of at most an hour, so that the bar moves.
 constexpr int64_t kPieceMilliseconds = 3'600'000;
 /// Lines that are written past the levels are shown as if they had this one.
 constexpr int kLevelOfPlainLines = 3;
-constexpr size_t kShownBytes = 200;
+constexpr size_t kShownLineBytes = 200;
 
 morvik::simulation::VirtualMachineOptions machineOptions(const Scenario& scenario, uint64_t seed) {
   morvik::simulation::VirtualMachineOptions options;
@@ -145,7 +144,7 @@ void Player::perform(const StepVerb& verb) {
   const std::string_view name = verb.command.verb->name;
   if (!phone_)
     startProcess();
-  tell(Kind::kApp, shortened(verb.text, kShownBytes), {{"verb", verb.text}});
+  tell(Kind::kApp, shortened(verb.text, kShownLineBytes), {{"verb", verb.text}});
   if (name == "kill")
     killProcess("killed");
   else if (name == "crash")
@@ -189,7 +188,7 @@ void Player::startProcess() {
 }
 
 void Player::killProcess(const std::string& text) {
-  tell(Kind::kProcess, shortened(text, kShownBytes), {{"event", text}}, true);
+  tell(Kind::kProcess, shortened(text, kShownLineBytes), {{"event", text}}, true);
   machine_.kill(phone_->releaseHost());
   phone_.reset();
   service_.processEnded();
@@ -263,7 +262,7 @@ void Player::tookLine(std::string_view text) {
   const morvik::testing::LogLine line = morvik::testing::splitLogLine(text);
   const int level = levelOf(line);
   if (level <= scenario_.shown_log_level) {
-    tell(Kind::kLog, shortened(line.message, kShownBytes), {{"level", level}, {"line", line.text}},
+    tell(Kind::kLog, shortened(line.message, kShownLineBytes), {{"level", level}, {"line", line.text}},
          level <= kit::lcl_vError);
   }
   history_.lines.add({nowMilliseconds(), level, line});

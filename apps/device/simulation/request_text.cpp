@@ -13,7 +13,7 @@ using morvik::kit::Value;
 using morvik::testing::ServiceEndpoint;
 
 constexpr size_t kShownEvents = 5;
-constexpr size_t kShownBytes = 140;
+constexpr size_t kShownPayloadBytes = 140;
 
 // Members of every sealed payload.
 constexpr std::array<std::string_view, 17> kCommonParameters = {
@@ -63,8 +63,8 @@ std::string requestText(const morvik::testing::ServedRequest& served) {
   if (served.endpoint == ServiceEndpoint::kTracking)
     return batchText(served.payload);
   if (served.payload.isArray())
-    return std::to_string(served.payload.size()) + " in the list " + shortText(served.payload, kShownBytes);
-  return shortText(withoutCommonParameters(served.payload), kShownBytes);
+    return std::to_string(served.payload.size()) + " in the list " + shortText(served.payload, kShownPayloadBytes);
+  return shortText(withoutCommonParameters(served.payload), kShownPayloadBytes);
 }
 
 }  // namespace morvik_device::simulation

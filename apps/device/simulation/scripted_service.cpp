@@ -15,10 +15,9 @@ using morvik::testing::Answer;
 using morvik::testing::ServiceEndpoint;
 using morvik::testing::SimulatedService;
 
-constexpr size_t kShownBytes = 140;
+constexpr size_t kShownAnswerBytes = 140;
 constexpr int kOk = 200;
 constexpr int kFirstBadStatus = 300;
-constexpr double kMillisecondsPerSecond = 1000.0;
 constexpr const char* kUnreachable = "the network is unreachable";
 constexpr const char* kBroken = "the connection was closed";
 
@@ -178,7 +177,7 @@ ScriptedService::Outcome ScriptedService::failure(const std::string& error) {
 ScriptedService::Outcome ScriptedService::bodyOutcome(int status, const std::string& body) {
   Outcome outcome;
   outcome.answer = Answer::body(status, body);
-  outcome.text = shortened(std::to_string(status) + " " + body, kShownBytes);
+  outcome.text = shortened(std::to_string(status) + " " + body, kShownAnswerBytes);
   std::replace(outcome.text.begin(), outcome.text.end(), '\n', ' ');
   outcome.fields.set("status", status);
   outcome.fields.set("body", body);

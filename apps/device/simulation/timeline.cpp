@@ -26,7 +26,6 @@ constexpr const char* kCyan = "\033[36m";
 
 constexpr size_t kTimeColumn = 18;
 constexpr size_t kWhoColumn = 10;
-constexpr double kMillisecondsPerSecond = 1000.0;
 
 struct KindForm {
   Kind kind;

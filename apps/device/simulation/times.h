@@ -8,6 +8,7 @@
 
 namespace morvik_device::simulation {
 
+inline constexpr double kMillisecondsPerSecond = 1000.0;
 /// Ten years of 365 days: longer lives are refused.
 inline constexpr int64_t kMaxMilliseconds = int64_t{10} * 365 * 24 * 3600 * 1000;
 

@@ -13,7 +13,7 @@
 namespace morvik_service {
 namespace {
 
-constexpr const char* kFooter =
+constexpr const char* kExpectFooter =
     "The expression compares fields with values: activity == \"purchase\" and group == \"shop\". Comparisons are ==, "
     "!=, <, <=, >, >= and contains, joined by and, or, not and parentheses.\n"
     "When it names a field of events (group, activity, param, prev_group, prev_activity, created_at, event_id), events "
@@ -28,12 +28,12 @@ std::string trimmed(const std::string& text) {
   return end == std::string::npos ? "" : text.substr(0, end + 1);
 }
 
-struct Place {
+struct ServicePlace {
   std::string port_file;
   std::string certificate_folder;
 };
 
-void describe(CLI::App& app, ExpectOptions& options, std::string& within, Place& place) {
+void describe(CLI::App& app, ExpectOptions& options, std::string& within, ServicePlace& place) {
   app.add_option("expression", options.expression, "what is expected")->required();
   app.add_option("--within", within, "how long to wait: 250ms, 5s, 2m")->capture_default_str();
   CLI::Option* count = app.add_option("--count", options.count, "so many must match, at least")
@@ -52,7 +52,7 @@ void describe(CLI::App& app, ExpectOptions& options, std::string& within, Place&
 }
 
 // The folder tells both; what is given by itself wins.
-std::string findService(ExpectOptions& options, const Place& place) {
+std::string findService(ExpectOptions& options, const ServicePlace& place) {
   const std::string& folder = place.certificate_folder;
   if (options.url.empty() && !place.port_file.empty())
     options.url = "https://127.0.0.1:" + trimmed(readSmallFile(place.port_file)) + "/";
@@ -97,9 +97,9 @@ std::optional<std::chrono::milliseconds> parseDuration(const std::string& text) 
 ExpectCommandLine readExpectCommandLine(std::vector<std::string> arguments) {
   ExpectOptions options;
   std::string within = "5s";
-  Place place;
+  ServicePlace place;
   CLI::App app("Waits until what arrived at a running service is as expected.", "morvik-service expect");
-  app.footer(kFooter);
+  app.footer(kExpectFooter);
   describe(app, options, within, place);
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
   try {

@@ -20,14 +20,15 @@ std::chrono::milliseconds steadyNow() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch());
 }
 
-std::string seconds(std::chrono::milliseconds time) {
+std::string spanText(std::chrono::milliseconds time) {
   const std::int64_t count = time.count();
   return count % 1000 == 0 ? std::to_string(count / 1000) + " s" : std::to_string(count) + " ms";
 }
 
 void tellMet(const ExpectOptions& options, const Outcome& outcome, std::ostream& output) {
   if (options.none) {
-    output << "met: nothing matched within " << seconds(options.within) << " (" << outcome.looked_at << " looked at)\n";
+    output << "met: nothing matched within " << spanText(options.within) << " (" << outcome.looked_at
+           << " looked at)\n";
     return;
   }
   output << "met: " << outcome.matched << " matched\n";
@@ -40,7 +41,7 @@ void tellNotMet(const ExpectOptions& options, const Outcome& outcome, std::ostre
     errors << "not met: this matched, and nothing should have\n  " << printable(outcome.matches.front()) << "\n";
     return;
   }
-  errors << "not met within " << seconds(options.within) << ": " << outcome.matched << " of " << options.count
+  errors << "not met within " << spanText(options.within) << ": " << outcome.matched << " of " << options.count
          << " matched, " << outcome.looked_at << " looked at\n";
   for (const NearMiss& miss : outcome.closest) {
     errors << "  close: " << printable(miss.item) << "\n";

@@ -7,7 +7,7 @@
 namespace morvik_service {
 namespace {
 
-Json memberOf(const Json& value, const std::string& name) {
+Json partOf(const Json& value, const std::string& name) {
   if (value.is_object()) {
     const auto found = value.find(name);
     return found == value.end() ? Json(nullptr) : *found;
@@ -20,7 +20,7 @@ Json memberOf(const Json& value, const std::string& name) {
 
 Json follow(Json value, const FieldPath& path, std::size_t begin) {
   for (std::size_t i = begin; i < path.size() && !value.is_null(); ++i)
-    value = memberOf(value, path[i]);
+    value = partOf(value, path[i]);
   return value;
 }
 
@@ -43,19 +43,14 @@ Json requestField(const Json& request, const FieldPath& path) {
   if (name == "refused")
     return !request.at("refusal").is_null();
   if (name == "refusal")
-    return memberOf(request.at("refusal"), "error");
+    return partOf(request.at("refusal"), "error");
   if (name == "behaviour")
-    return memberOf(request.at("behaviour"), "kind");
+    return partOf(request.at("behaviour"), "kind");
   if (name == "install")
-    return memberOf(request.at("payload"), "install_id");
+    return partOf(request.at("payload"), "install_id");
   if (name == "answer")
     return follow(Json::parse(request.at("answer").at("body").get<std::string>(), nullptr, false), path, 1);
-  return follow(memberOf(request, name), path, 1);
-}
-
-std::string textOf(const Json& object, const char* name) {
-  const Json value = memberOf(object, name);
-  return value.is_string() ? value.get<std::string>() : "";
+  return follow(partOf(request, name), path, 1);
 }
 
 }  // namespace
@@ -102,13 +97,13 @@ std::string describeItem(const Item& item) {
   if (item.event == nullptr)
     return text + ", " + item.request.at("method").get<std::string>() + " " +
            item.request.at("path").get<std::string>();
-  const std::string param = textOf(*item.event, "param");
-  return text + ", event " + textOf(*item.event, "group") + "/" + textOf(*item.event, "activity") +
+  const std::string param = memberText(*item.event, "param");
+  return text + ", event " + memberText(*item.event, "group") + "/" + memberText(*item.event, "activity") +
          (param.empty() ? "" : " (" + param + ")");
 }
 
 std::string identityOf(const Item& item) {
-  return item.event == nullptr ? "" : textOf(*item.event, "event_id");
+  return item.event == nullptr ? "" : memberText(*item.event, "event_id");
 }
 
 }  // namespace morvik_service
