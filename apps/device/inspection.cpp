@@ -115,7 +115,7 @@ ListForm formOf(std::string_view name) {
     return {{{"activityCreatedAt", "recorded"},
              {"activityGroupName", "group"},
              {"activityName", "name"},
-             {"activityParam", "param"},
+             {"activityParam", "param", Meaning::kParameter},
              {"activityEventID", "id"}}};
   if (name == property::fendoImpressionInfos)
     return {{{"createdAt", "seen"}, {"campaignKey", "campaign"}, {"spaceKey", "space"}}};

@@ -15,12 +15,15 @@ namespace morvik_device {
 
 /// Of each list so many entries are shown unless it is said otherwise.
 inline constexpr size_t kShownOfAList = 10;
+/// And of a structured parameter so many members, unless all is asked for.
+inline constexpr size_t kShownOfAParameter = 20;
 
 /// How to write a value that does not speak for itself.
 enum class Meaning : uint8_t {
   kPlain,
   kMilliseconds,  ///< a point in time, in milliseconds since 1970
   kGender,        ///< by number
+  kParameter,     ///< text; of a JSON object, its members are shown below
   kNoneIfMinusOne
 };
 

@@ -1,10 +1,13 @@
 #include "apps/device/inspection_text.h"
 
 #include <algorithm>
+#include <map>
+#include <variant>
 #include <vector>
 
 #include "apps/device/grouped_number.h"
 #include "apps/device/visible.h"
+#include "host/json/simdjson_codec.h"
 #include "morvik/morvik.h"
 #include "services/converters.h"
 #include "services/dates.h"
@@ -84,6 +87,7 @@ std::string shown(const kit::Value& value, Meaning meaning, const TextStyle& sty
     case Meaning::kNoneIfMinusOne:
       return value == kit::Value(-1) ? "none" : plain(value);
     case Meaning::kPlain:
+    case Meaning::kParameter:
       break;
   }
   return cut(plain(value), style);
@@ -93,6 +97,8 @@ std::string shown(const kit::Value& value, Meaning meaning, const TextStyle& sty
 class Table {
  public:
   void add(std::vector<std::string> cells) { lines_.push_back(std::move(cells)); }
+  /// What stands below the latest line: whole lines, of whatever width.
+  void addBelow(const std::string& lines) { below_[lines_.size() - 1] += lines; }
 
   void append(std::string_view indent, const TextStyle& style, bool first_is_title, std::string& out) const {
     std::vector<size_t> widths;
@@ -110,12 +116,42 @@ class Table {
       out.append(indent);
       out += is_dim ? kDim + line + kNormal : line;
       out += '\n';
+      const auto below = below_.find(static_cast<size_t>(&cells - lines_.data()));
+      if (below != below_.end())
+        out += below->second;
     }
   }
 
  private:
   std::vector<std::vector<std::string>> lines_;
+  std::map<size_t, std::string> below_;  ///< by the line's index
 };
+
+/// The object whose JSON text a structured parameter is; an empty one for any other.
+kit::Dictionary objectIn(const kit::Value& param) {
+  if (!param.isString() || param.string().substr(0, 1) != "{")
+    return {};
+  auto read = morvik::host::SimdjsonCodec().read(param.string());
+  const auto* value = std::get_if<kit::Value>(&read);
+  return value != nullptr ? value->dictionary() : kit::Dictionary();
+}
+
+/// The members of a structured parameter, a line for each.
+std::string openedParameter(const kit::Dictionary& object, const TextStyle& style) {
+  Table members;
+  const size_t shown_members =
+      style.cuts_long_text ? std::min(object.size(), kShownOfAParameter) : static_cast<size_t>(object.size());
+  for (const kit::Entry* entry = object.begin(); entry != object.begin() + shown_members; ++entry) {
+    std::string value;
+    services::appendJsonDescription(entry->value, value);
+    members.add({cut(visible(entry->key.string()), style), cut(visible(value), style)});
+  }
+  if (shown_members < object.size())
+    members.add({"… and " + grouped(object.size() - shown_members) + " more"});
+  std::string text;
+  members.append("      ", style, false, text);
+  return text;
+}
 
 bool isColumn(const ListForm& form, std::string_view name) {
   return std::any_of(form.columns.begin(), form.columns.end(),
@@ -151,16 +187,21 @@ void appendRecords(const ShownList& list, const TextStyle& style, std::string& o
   }
   for (const kit::Value& record : list.newest) {
     std::vector<std::string> cells;
+    std::string below;
     if (columns.empty() || !record.isDictionary()) {
       cells.push_back(cut(plain(record), style));
     } else {
       for (const ShownField& column : columns) {
         const kit::Value& value = record[column.name];
-        cells.push_back(value.isAbsent() ? "-" : shown(value, column.meaning, style));
+        const kit::Dictionary object = column.meaning == Meaning::kParameter ? objectIn(value) : kit::Dictionary();
+        below += object.empty() ? "" : openedParameter(object, style);
+        cells.push_back(value.isAbsent() ? "-" : object.empty() ? shown(value, column.meaning, style) : "{…}");
       }
       cells.push_back(rest(record.dictionary(), list.form, style));
     }
     table.add(std::move(cells));
+    if (!below.empty())
+      table.addBelow(below);
   }
   table.append("    ", style, !columns.empty(), out);
 }

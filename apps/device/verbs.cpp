@@ -28,6 +28,21 @@ Mistake words(std::string_view rest, Arguments& arguments) {
   return std::nullopt;
 }
 
+// A group, a name and perhaps a parameter; one that begins with a brace is JSON and takes the rest of the line as it
+// is.
+Mistake eventWords(std::string_view rest, Arguments& arguments) {
+  constexpr size_t kGroupAndName = 2;
+  for (rest = trimmed(rest); arguments.words.size() < kGroupAndName && !rest.empty();) {
+    if (auto mistake = takeWord(rest, arguments.words.emplace_back()))
+      return mistake;
+  }
+  if (arguments.words.size() == kGroupAndName && !rest.empty() && rest.front() == '{') {
+    arguments.words.emplace_back(rest);
+    return std::nullopt;
+  }
+  return words<kGroupAndName, kGroupAndName + 1>(rest, arguments);
+}
+
 // A number of seconds, which may have a fraction, from `least` to `most`.
 Mistake number(std::string_view rest, double least, double most, double& seconds) {
   const char* end = rest.data() + rest.size();
@@ -101,7 +116,8 @@ Mistake signal(std::string_view rest, Arguments& arguments) {
 constexpr Verb kVerbs[] = {
     {"active", "", "the app becomes active", words<0, 0>, becomeActive},
     {"background", "", "the app enters the background", words<0, 0>, enterBackground},
-    {"event", "GROUP NAME [PARAM]", "records an activity", words<2, 3>, recordEvent},
+    {"event", "GROUP NAME [PARAM]", "records an activity; a PARAM from '{' on is the rest of the line", eventWords,
+     recordEvent},
     {"impression", "JSON", "records an impression: campaignKey, spaceKey, resourceKey, conversionKey, isFirstTime",
      json, recordImpression},
     {"open-url", "URL", "a URL opens the app", words<1, 1>, openUrl},

@@ -24,21 +24,6 @@ std::optional<std::string> takeQuoted(std::string_view& text, std::string& word)
   return "a double quote is opened and not closed; close it, or write \\\" inside quotes for a quote itself";
 }
 
-std::optional<std::string> takeWord(std::string_view& text, std::string& word) {
-  if (text.front() != '"') {
-    word = std::string(takeBareWord(text));
-    if (word.find('"') == std::string::npos)
-      return std::nullopt;
-    return "a double quote stands inside a word; put the whole word in double quotes, with \\\" for a quote itself";
-  }
-  text.remove_prefix(1);
-  if (auto mistake = takeQuoted(text, word))
-    return mistake;
-  if (text.empty() || isBlank(text.front()))
-    return std::nullopt;
-  return "a closing double quote is followed by more of the word; put a blank behind it";
-}
-
 }  // namespace
 
 std::string_view trimmed(std::string_view text) {
@@ -53,6 +38,23 @@ std::string_view takeBareWord(std::string_view& text) {
   const std::string_view word = text.substr(0, text.find_first_of(kBlanks));
   text = trimmed(text.substr(word.size()));
   return word;
+}
+
+std::optional<std::string> takeWord(std::string_view& text, std::string& word) {
+  text = trimmed(text);
+  if (text.front() != '"') {
+    word = std::string(takeBareWord(text));
+    if (word.find('"') == std::string::npos)
+      return std::nullopt;
+    return "a double quote stands inside a word; put the whole word in double quotes, with \\\" for a quote itself";
+  }
+  text.remove_prefix(1);
+  if (auto mistake = takeQuoted(text, word))
+    return mistake;
+  if (!text.empty() && !isBlank(text.front()))
+    return "a closing double quote is followed by more of the word; put a blank behind it";
+  text = trimmed(text);
+  return std::nullopt;
 }
 
 std::optional<std::string> splitWords(std::string_view text, std::vector<std::string>& words) {

@@ -14,6 +14,10 @@ std::string_view trimmed(std::string_view text);
 /// Cuts the first unquoted word off the front of `text`, and the blanks around it; "" when there is none.
 std::string_view takeBareWord(std::string_view& text);
 
+/// Cuts the first word off the front of `text`, which holds one, and the blanks around it. Returns what is wrong and
+/// how to mend it, or nothing.
+std::optional<std::string> takeWord(std::string_view& text, std::string& word);
+
 /// Appends the words of `text` to `words`. A word with blanks stands in double quotes, inside which \" is a quote and
 /// \\ a backslash; "" is an empty word. Returns what is wrong and how to mend it, or nothing; `words` then holds what
 /// was read before the mistake.

@@ -209,6 +209,18 @@ test("a ledger that does not balance says what is missing", async () => {
   await page.getByRole("tab", { name: "Requests" }).click();
 });
 
+test("a structured parameter is opened, and a text stays a text", async () => {
+  for (const verb of ['event shop order {"price":9.99,"serial":12345678901234567890,"item":{"sku":"42"},"tags":["new"]}', "event shop broken {price", "push", "settle"])
+    assert.equal((await device.do(verb)).ok, true, verb);
+  await rowsOf("shop/order").first().click();
+  const payload = page.locator("#detail pre[aria-label='Decoded payload']", { hasText: "order" });
+  await payload.locator(".j-note", { hasText: "text of" }).waitFor();
+  const shown = await payload.textContent();
+  assert.match(shown, /"param": text of \{\n +"price": 9\.99,\n +"serial": 12345678901234567890,\n +"item": \{\n +"sku": "42"\n/);
+  assert.match(shown, /"param": "\{price"/);
+  await lay("parameter");
+});
+
 test("dark and light are there, as the system has them and by hand", async () => {
   const ground = () => page.evaluate(() => getComputedStyle(document.body).backgroundColor);
   const light = await ground();

@@ -108,17 +108,20 @@ class ThePackage(unittest.TestCase):
             with self.subTest(program=number):
                 run(os.path.join(folder, f"program{number}"))
 
-    def test_the_program_on_deep_links_compiles_and_links(self):
-        found = PROGRAM.findall(tree.read(tree.ROOT, "docs/deep-links.md"))
-        self.assertEqual(len(found), 1, "one ```cpp block behind a comment <!-- program ... -->")
-        source = os.path.join(self.work, "deep_links_source")
-        os.mkdir(source)
-        with open(os.path.join(source, "main.cpp"), "w", encoding="utf-8") as file:
-            file.write(found[0])
-        with open(os.path.join(source, "CMakeLists.txt"), "w", encoding="utf-8") as file:
-            file.write(tree.read(CONSUMERS, "host/CMakeLists.txt"))
-        folder = self.build("deep_links", source)
-        self.assertTrue(os.access(os.path.join(folder, "consumer"), os.X_OK))
+    def test_the_programs_in_the_documents_compile_and_link(self):
+        for document in ("docs/deep-links.md", "docs/integration.md"):
+            with self.subTest(document=document):
+                found = PROGRAM.findall(tree.read(tree.ROOT, document))
+                self.assertEqual(len(found), 1, "one ```cpp block behind a comment <!-- program ... -->")
+                name = document.replace("/", "_")
+                source = os.path.join(self.work, name + "_source")
+                os.mkdir(source)
+                with open(os.path.join(source, "main.cpp"), "w", encoding="utf-8") as file:
+                    file.write(found[0])
+                with open(os.path.join(source, "CMakeLists.txt"), "w", encoding="utf-8") as file:
+                    file.write(tree.read(CONSUMERS, "host/CMakeLists.txt"))
+                folder = self.build(name, source)
+                self.assertTrue(os.access(os.path.join(folder, "consumer"), os.X_OK))
 
     def test_the_licence_is_installed(self):
         self.assertEqual(tree.read(self.prefix, "share/doc/Morvik/LICENSE"), tree.read(tree.ROOT, "LICENSE"))

@@ -3,9 +3,12 @@
 #include <charconv>
 
 #include "apps/service/ascii.h"
+#include "apps/service/refusal.h"
 
 namespace morvik_service {
 namespace {
+
+constexpr const char* kParam = "param";
 
 Json partOf(const Json& value, const std::string& name) {
   if (value.is_object()) {
@@ -18,9 +21,22 @@ Json partOf(const Json& value, const std::string& name) {
   return value.is_array() && is_index && index < value.size() ? value[index] : Json(nullptr);
 }
 
+/// A structured parameter is the JSON text of an object; null for any other.
+Json opened(const Json& param) {
+  try {
+    Json object = parseJson(param.get_ref<const std::string&>(), kParam);
+    return object.is_object() ? object : Json(nullptr);
+  } catch (const Refusal&) {
+    return nullptr;
+  }
+}
+
 Json follow(Json value, const FieldPath& path, std::size_t begin) {
-  for (std::size_t i = begin; i < path.size() && !value.is_null(); ++i)
+  for (std::size_t i = begin; i < path.size() && !value.is_null(); ++i) {
+    if (value.is_string() && i > 0 && path[i - 1] == kParam)
+      value = opened(value);
     value = partOf(value, path[i]);
+  }
   return value;
 }
 

@@ -2,14 +2,33 @@
 import { el } from "./dom.js";
 
 const kIndent = "  ";
+const kParameter = "param";
+
+// A number as it is written: a double would round long ones.
+class WrittenNumber {
+  constructor(text) {
+    this.text = text;
+  }
+}
+
+// The object whose JSON text a structured parameter is; undefined for any other.
+function openedParameter(name, text) {
+  if (name !== kParameter || typeof text !== "string" || !text.startsWith("{")) return undefined;
+  try {
+    return JSON.parse(text, (_, value, context) => typeof value === "number" && context?.source ? new WrittenNumber(context.source) : value);
+  } catch {
+    return undefined;
+  }
+}
 
 function scalar(value) {
+  if (value instanceof WrittenNumber) return el("span", { class: "j-number" }, value.text);
   if (typeof value === "string") return el("span", { class: "j-text" }, JSON.stringify(value));
   return el("span", { class: typeof value === "number" ? "j-number" : "j-word" }, String(value));
 }
 
 function write(value, indent, out) {
-  if (value === null || typeof value !== "object") {
+  if (value === null || typeof value !== "object" || value instanceof WrittenNumber) {
     out.push(scalar(value));
     return;
   }
@@ -25,7 +44,9 @@ function write(value, indent, out) {
   entries.forEach(([name, member], index) => {
     out.push(deeper);
     if (!isList) out.push(el("span", { class: "j-key" }, JSON.stringify(name)), ": ");
-    write(member, deeper, out);
+    const parameter = isList ? undefined : openedParameter(name, member);
+    if (parameter !== undefined) out.push(el("span", { class: "j-note", title: "Sent as text; opened here" }, "text of "));
+    write(parameter ?? member, deeper, out);
     out.push(index + 1 < entries.length ? ",\n" : "\n");
   });
   out.push(indent + close);

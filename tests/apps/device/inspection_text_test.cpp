@@ -101,6 +101,46 @@ Unknown to this program
 )");
 }
 
+std::string activityWith(const std::string& param, const TextStyle& style = {}) {
+  const StoredEntries entries = {
+      {property::fendoActivityInfos, kit::Array{kit::Dictionary{{"activityGroupName", "shop"},
+                                                                {"activityName", "purchase"},
+                                                                {"activityParam", param},
+                                                                {"activityCreatedAt", kDate},
+                                                                {"activityEventID", "id-1"}}}}};
+  const std::string text = describe({"/data/morvik.store", sorted(entries, {}, 10), {}}, style);
+  const size_t begin = text.find("  waiting");
+  return text.substr(begin, text.find("\nImpressions") - begin);
+}
+
+TEST(InspectionText, OpensAStructuredParameter) {
+  EXPECT_EQ(activityWith(R"({"price":9.99,"currency":"EUR","item":{"sku":"42"},"tags":["new",null]})"),
+            R"(  waiting  1
+    recorded              group  name      param  id
+    2024-03-01T00:00:00Z  shop   purchase  {…}    id-1
+      price     9.99
+      currency  "EUR"
+      item      {"sku":"42"}
+      tags      ["new",null]
+)");
+}
+
+TEST(InspectionText, LeavesAParameterThatIsNoObjectAsItIs) {
+  for (const char* param : {"{", "{}", "[1]", "{\"a\":1} x", "42"})
+    EXPECT_NE(activityWith(param).find(std::string("purchase  ") + param + " "), std::string::npos) << param;
+}
+
+TEST(InspectionText, ShowsSoManyMembersOfAParameterUnlessAllIsAskedFor) {
+  std::string param = "{\"m0\":0";
+  for (size_t member = 1; member < kShownOfAParameter; ++member)
+    param += ",\"m" + std::to_string(member) + "\":0";
+  EXPECT_EQ(activityWith(param + "}").find("more"), std::string::npos);
+  param += ",\"last\":\"\\u001b[2J\"}";
+  EXPECT_NE(activityWith(param).find("      … and 1 more\n"), std::string::npos);
+  EXPECT_EQ(activityWith(param).find("last"), std::string::npos);
+  EXPECT_NE(activityWith(param, {false, false}).find("      last  \"\\u001b[2J\"\n"), std::string::npos);
+}
+
 TEST(InspectionText, SaysHowManyAreNotShown) {
   EXPECT_NE(describe(someInspection(1), {}).find("  waiting  2, the newest 1:\n"), std::string::npos);
 }

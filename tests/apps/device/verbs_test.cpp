@@ -69,6 +69,18 @@ TEST(Verbs, AnEventHasAGroupANameAndPerhapsAParameter) {
             "event: there are more arguments than it takes; write: event GROUP NAME [PARAM]");
 }
 
+TEST(Verbs, AnEventsParameterThatBeginsWithABraceIsTheRestOfTheLine) {
+  EXPECT_THAT(commandIn(R"(event shop purchase {"price": 9.99, "name": "a \"b\""} )").arguments.words,
+              ElementsAre("shop", "purchase", R"({"price": 9.99, "name": "a \"b\""})"));
+  EXPECT_THAT(commandIn(R"(event "my shop" purchase {"price":9.99})").arguments.words,
+              ElementsAre("my shop", "purchase", R"({"price":9.99})"));
+  EXPECT_THAT(commandIn(R"(event shop purchase "{\"price\":9.99}")").arguments.words,
+              ElementsAre("shop", "purchase", R"({"price":9.99})"));
+  EXPECT_THAT(commandIn("event shop {purchase").arguments.words, ElementsAre("shop", "{purchase"));
+  EXPECT_THAT(mistakeIn(R"(event shop pur"chase {"price":9.99})"), HasSubstr("a double quote stands inside a word"));
+  EXPECT_THAT(mistakeIn(R"(event shop purchase [1] 2)"), HasSubstr("more arguments than it takes"));
+}
+
 TEST(Verbs, AnImpressionTakesTheRestOfTheLineAsJson) {
   EXPECT_EQ(commandIn(R"(impression {"spaceKey": "a b", "campaignKey": 7} )").arguments.json,
             kit::Value(kit::Dictionary{{"spaceKey", "a b"}, {"campaignKey", 7}}));

@@ -55,6 +55,52 @@ TEST(ExpectItems, EveryFieldIsRead) {
   EXPECT_EQ(3, readField(whole, {"body_bytes"}));
 }
 
+Json withParam(const std::string& param) {
+  Json request = sample();
+  request["payload"]["activity_info"][0]["param"] = param;
+  return request;
+}
+
+TEST(ExpectItems, AStructuredParameterIsReachedInto) {
+  const Json request = withParam(R"({"price":9.99,"item":{"sku":"42"},"tags":["new",7],"price-net":null,"price":10})");
+  const Item event = itemsOf(request, true)[0];
+  EXPECT_EQ(10, readField(event, {"param", "price"}));
+  EXPECT_EQ("42", readField(event, {"param", "item", "sku"}));
+  EXPECT_EQ(7, readField(event, {"param", "tags", "1"}));
+  EXPECT_TRUE(readField(event, {"param", "tags", "2"}).is_null());
+  EXPECT_TRUE(readField(event, {"param", "price-net"}).is_null());
+  EXPECT_TRUE(readField(event, {"param", "price", "net"}).is_null());
+  EXPECT_TRUE(readField(event, {"param", "name"}).is_null());
+  EXPECT_EQ(request["payload"]["activity_info"][0]["param"], readField(event, {"param"}));
+  EXPECT_EQ("42", readField(itemsOf(request, false)[0], {"payload", "activity_info", "0", "param", "item", "sku"}));
+}
+
+TEST(ExpectItems, AParameterThatIsNoObjectStaysText) {
+  for (const std::string param : {"sku-42", "", "42", "[1]", "null", R"("{}")", R"({"price":)",
+                                  R"({"price":1} )"
+                                  "x",
+                                  "{\"price\":\"\xff\"}"}) {
+    const Json request = withParam(param);
+    const Item event = itemsOf(request, true)[0];
+    EXPECT_EQ(param, readField(event, {"param"}));
+    EXPECT_TRUE(readField(event, {"param", "price"}).is_null()) << param;
+    EXPECT_TRUE(readField(event, {"param", "0"}).is_null()) << param;
+  }
+}
+
+TEST(ExpectItems, AParameterPastTheLimitsOfTheServicesJsonStaysText) {
+  std::string param = "{\"price\":1,\"deep\":";
+  for (std::size_t depth = 0; depth < kMaxJsonDepth; ++depth)
+    param += "[";
+  param += std::string(kMaxJsonDepth, ']') + "}";
+  const Json too_deep = withParam(param);
+  EXPECT_TRUE(readField(itemsOf(too_deep, true)[0], {"param", "price"}).is_null());
+  param.erase(param.find('['), 1);
+  param.erase(param.rfind(']'), 1);
+  const Json deep = withParam(param);
+  EXPECT_EQ(1, readField(itemsOf(deep, true)[0], {"param", "price"}));
+}
+
 TEST(ExpectItems, ARefusedRequestSaysWhy) {
   Json request = sample();
   request["refusal"] = {{"error", "it is bad"}};
