@@ -33,6 +33,19 @@ TEST(TestDevice, DeliversAnEventWithNothingSaidAboutAnything) {
   EXPECT_EQ(device.service().refusedCount(), 0u);
 }
 
+TEST(TestDevice, DeliversAStructuredParameterAsItsJson) {
+  TestDevice device;
+  device.open();
+  device.kit().addActivity("shop", "purchase", Params().set("price", 9.99).set("item", Params().set("sku", "4\xFF")));
+  device.leave();
+  std::string param;
+  for (const kit::Value& event : device.service().events()) {
+    if (event["group"].string() == "shop")
+      param = event["param"].string();
+  }
+  EXPECT_EQ(param, "{\"price\":9.99,\"item\":{\"sku\":\"4\xEF\xBF\xBD\"}}");
+}
+
 TEST(TestDevice, KeepsThreeDaysOfEventsWithoutANetworkAndDeliversEachOnce) {
   TestDevice device;
   device.open();
