@@ -214,7 +214,7 @@ test("a structured parameter is opened, and a text stays a text", async () => {
     assert.equal((await device.do(verb)).ok, true, verb);
   await rowsOf("shop/order").first().click();
   const payload = page.locator("#detail pre[aria-label='Decoded payload']", { hasText: "order" });
-  await payload.locator(".j-note", { hasText: "text of" }).waitFor();
+  await payload.locator(".j-note", { hasText: "text of" }).scrollIntoViewIfNeeded();
   const shown = await payload.textContent();
   assert.match(shown, /"param": text of \{\n +"price": 9\.99,\n +"serial": 12345678901234567890,\n +"item": \{\n +"sku": "42"\n/);
   assert.match(shown, /"param": "\{price"/);
