@@ -53,8 +53,8 @@ std::string compactTime(std::int64_t time_milliseconds) {
 }
 
 std::optional<std::int64_t> parseCompactTime(std::string_view text) {
-  constexpr std::size_t kDigits = 14;
-  if (text.size() != kDigits || !std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }))
+  constexpr std::size_t kTimeDigits = 14;
+  if (text.size() != kTimeDigits || !std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }))
     return std::nullopt;
   const auto number = [&](std::size_t begin, std::size_t digits) {
     int value = 0;

@@ -9,7 +9,6 @@ namespace morvik::host {
 namespace {
 
 using kit::Entry;
-using kit::Kind;
 using kit::Value;
 
 enum Tag : uint8_t {
@@ -47,37 +46,37 @@ class Encoder {
 
   bool item(const Value& value, size_t depth) {
     switch (value.kind()) {
-      case Kind::kAbsent:
+      case kit::Kind::kAbsent:
         tag(kTagAbsent);
         break;
-      case Kind::kNull:
+      case kit::Kind::kNull:
         tag(kTagNull);
         break;
-      case Kind::kBoolean:
+      case kit::Kind::kBoolean:
         tag(value.boolean() ? kTagTrue : kTagFalse);
         break;
-      case Kind::kInteger:
+      case kit::Kind::kInteger:
         tag(kTagInteger);
         varint(zigzag(value.integer()));
         break;
-      case Kind::kUnsigned:
+      case kit::Kind::kUnsigned:
         tag(kTagUnsigned);
         varint(value.unsignedInteger());
         break;
-      case Kind::kDouble:
+      case kit::Kind::kDouble:
         tag(kTagDouble);
         fixed64(std::bit_cast<uint64_t>(value.number()));
         break;
-      case Kind::kString:
+      case kit::Kind::kString:
         tag(kTagString);
         return text(value.string());
-      case Kind::kDate:
+      case kit::Kind::kDate:
         tag(kTagDate);
         varint(zigzag(value.date().microseconds));
         break;
-      case Kind::kArray:
+      case kit::Kind::kArray:
         return array(value.array(), depth);
-      case Kind::kDictionary:
+      case kit::Kind::kDictionary:
         return dictionary(value.dictionary(), depth);
     }
     return fits();
