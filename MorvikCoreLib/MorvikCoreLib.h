@@ -301,6 +301,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void passDeferredDeepLink(const kit::Value& json, const ConversionTexts& texts);
   void saveConversionKeys(const kit::Value& json);
   ReferralRecord referralRecord(const kit::Value& json, int64_t install_date_if_unparsable) const;
+  void storeReferral(const ReferralRecord& record);
   void notifyReferralSaved(const ReferralRecord& record);
   void searchAdsDidAnswer(const kit::Value& details, const std::optional<kit::Error>& error);
   void iAdAttributionDidSucceed(const kit::Value& json);

@@ -271,6 +271,15 @@ void MorvikCoreLib::saveFendoUserInfo(const ReferralRecord& record) {
                "shardNo : %ld, referralData : %@ reengagementDateTime : %ld",
                record.fendoUserNo, record.referralKey, record.subReferralKey, record.refUSN, record.channelType,
                record.shardNo, record.referralData, record.reengagementDateTime);
+    storeReferral(record);
+    notifyReferralSaved(record);
+  });
+}
+
+/// In one step: who reads the record on another thread gets the whole of it.
+void MorvikCoreLib::storeReferral(const ReferralRecord& record) {
+  const kit::Date now = kit_.clock.now();
+  store().inOneStep([&] {
     store().setFendoUserInfo_fendoUserNo(record.fendoUserNo);
     store().setFendoUserInfo_shardNum(record.shardNum);
     store().setFendoUserInfo_referralKey(record.referralKey);
@@ -278,7 +287,7 @@ void MorvikCoreLib::saveFendoUserInfo(const ReferralRecord& record) {
     store().setFendoUserInfo_refUSN(record.refUSN);
     store().setFendoUserInfo_channelType(record.channelType);
     store().setFendoUserInfo_shardNo(record.shardNo);
-    store().setFendoUserInfo_updated_at(kit_.clock.now());
+    store().setFendoUserInfo_updated_at(now);
     store().setFendoUserInfo_referral_data(record.referralData);
     store().setFendoUserInfo_reengagement_conversion_key(record.reengagementConversionKey);
     store().setFendoUserInfo_reengagement_data(record.reengagementData);
@@ -288,7 +297,6 @@ void MorvikCoreLib::saveFendoUserInfo(const ReferralRecord& record) {
     store().setFendoUserInfo_last_referral_datetime(record.lastReferralDatetime);
     store().setFendoUserInfo_install_datetime(record.installDatetime);
     store().setFendoUserInfo_install_mdatetime(record.installmDatetime);
-    notifyReferralSaved(record);
   });
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -129,8 +130,15 @@ Failure readBaseUrl(const std::string& text, const std::string& option, std::str
   return std::nullopt;
 }
 
+/// The environment's service takes the place of all that the app names: nothing goes elsewhere while one debugs.
 Failure readAllUrls(const HostOptions& options, CheckedOptions& out) {
   for (const EndpointName& endpoint : kEndpoints) {
+    if (const std::string& debugged = out.environment.service_url; !debugged.empty()) {
+      if (Failure failure =
+              readBaseUrl(debugged, kServiceUrlVariable, out.endpoints.*endpoint.member, out.has_loopback_endpoint))
+        return failure;
+      continue;
+    }
     const auto own = options.endpoints.find(endpoint.name);
     const bool has_own = own != options.endpoints.end();
     if (!has_own && options.service_url.empty())
@@ -156,6 +164,18 @@ Failure checkEndpointNames(const HostOptions& options) {
     if (!is_known)
       return kit::Error{"HostOptions::endpoints: there is no endpoint " + name + "; there are " + known + "."};
   }
+  return std::nullopt;
+}
+
+Failure readLogLevel(const std::string& text, int& out) {
+  if (text.empty())
+    return std::nullopt;
+  int level = 0;
+  const char* end = text.data() + text.size();
+  const auto [stopped, error] = std::from_chars(text.data(), end, level);
+  if (error != std::errc() || stopped != end || level < kLowestLogLevel || level > kHighestLogLevel)
+    return kit::Error{std::string(kLogLevelVariable) + " is \"" + text + "\"; choose 0 (off) to 6 (trace)."};
+  out = level;
   return std::nullopt;
 }
 
@@ -208,6 +228,8 @@ Failure check(const HostOptions& options, CheckedOptions& out) {
     return kit::Error{"HostOptions::log_level is " + std::to_string(options.log_level) +
                       "; choose 0 (off) to 6 (trace)."};
   }
+  if (Failure failure = readLogLevel(out.environment.log_level, out.options.log_level))
+    return failure;
   if (Failure failure = readNonEmptyKey(options.app_key, "HostOptions::app_key", out.app_key))
     return failure;
   if (!mayStandInAPath(out.app_key)) {
@@ -229,6 +251,8 @@ Failure check(const HostOptions& options, CheckedOptions& out) {
 std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options) {
   CheckedOptions checked;
   checked.options = options;
+  if (options.allow_environment)
+    checked.environment = readDebugEnvironment();
   if (Failure failure = check(options, checked))
     return *std::move(failure);
   checkThatSomethingCanArrive(checked);

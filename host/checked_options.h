@@ -6,6 +6,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/debug_environment.h"
 #include "kit/endpoints.h"
 #include "kit/error.h"
 #include "morvik/host_options.h"
@@ -16,7 +17,10 @@ namespace morvik::host {
 inline constexpr size_t kMaxKeyFileBytes = 65'536;
 
 struct CheckedOptions {
-  HostOptions options;  ///< as given, but for an advertising identifier that counts as none
+  /// As given, but for an advertising identifier that counts as none, and the log level where the environment has
+  /// another.
+  HostOptions options;
+  DebugEnvironment environment;  ///< changes nothing unless the app allows it
   std::string app_key;
   std::string hash_key;
   std::string tracking_key;  ///< may be empty
@@ -26,8 +30,9 @@ struct CheckedOptions {
   std::vector<std::string> warnings;
 };
 
-/// Reads the keys, from file or environment where they say so, and completes the URLs. Reads small files; otherwise
-/// does not block. The error names the option, what is wrong with it, and how to mend it; no key stands in it.
+/// Reads the keys, from file or environment where they say so, and completes the URLs; takes in what the environment
+/// changes where the app allows it. Reads small files; otherwise does not block. The error names the option or the
+/// variable, what is wrong with it, and how to mend it; no key stands in it.
 std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options);
 
 /// What is wrong with the places that the options name, on this machine: a store folder that is no folder, a file of

@@ -8,6 +8,7 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/host_parts.h"
 #include "host/make_host.h"
+#include "host/observe/status_of.h"
 #include "services/guard.h"
 
 namespace morvik {
@@ -57,9 +58,8 @@ Recorded Host::recordNow(Record record) {
   const CallGate::Call call(parts_->calls);
   if (!call.isIn())
     return Recorded::kRefusedNotRunning;
-  const Recorded recorded =
-      services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record)
-          .value_or(Recorded::kRefusedNotRunning);
+  const Recorded recorded = services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record)
+                                .value_or(Recorded::kRefusedNotRunning);
   // No turn need follow that would see to it.
   if (recorded == Recorded::kKeptInMemory)
     parts_->commit_retry.turnEnded(parts_->store->commitTurn());
@@ -180,7 +180,18 @@ void Host::stop() {
   parts_->crash_hook.reset();
   parts_->store->shutdown();
   MorvikCoreLib::withdrawSharedKit(parts_->kit);
+  parts_->observations.hostDidStop(statusOf(*parts_));
   stopped_ = true;
+}
+
+void Host::tellThatItStarted() {
+  parts_->observations.hostDidStart(parts_->options.options.store_folder);
+}
+
+Status Host::status() {
+  if (auto at_stop = parts_->observations.statusAtStop())
+    return *std::move(at_stop);
+  return statusOf(*parts_);
 }
 
 // PLACEHOLDERS: to be replaced, each with its whole behaviour.
@@ -189,9 +200,6 @@ FlushResult Host::waitUntilDelivered(std::chrono::milliseconds) {
   return {};
 }
 void Host::setSendingEnabled(bool) {}
-Status Host::status() {
-  return {};
-}
 bool Host::eraseLocalData() {
   return false;
 }

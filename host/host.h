@@ -55,6 +55,8 @@ class Host final : public morvik::MorvikCore {
 
   /// Lets the main queue run. Once, by makeHost().
   std::optional<kit::Error> open();
+  /// In a line of the log. Once, by makeHost().
+  void tellThatItStarted();
 
   void applicationDidBecomeActive() override;
   void applicationDidEnterBackground() override;

@@ -20,6 +20,7 @@
 #include "host/loop/settle_watch.h"
 #include "host/machine/machine.h"
 #include "host/machine/turn_gate.h"
+#include "host/observe/observations.h"
 #include "host/siblings/MorvikADGetPUID.h"
 #include "host/siblings/MorvikADUtil.h"
 #include "host/siblings/MorvikCore.h"
@@ -78,7 +79,7 @@ struct HostParts {
   BackgroundTasks background_tasks;
   NotificationCenter notifications;
   const std::unique_ptr<MachineTransport> plain_transport;
-  const std::unique_ptr<MachineTransport> transport;  ///< the same
+  const std::unique_ptr<MachineTransport> transport;  ///< the same, and what leaves is counted
   SettleWatch settle_watch;
   CommitRetry commit_retry;
 
@@ -86,9 +87,10 @@ struct HostParts {
   MorvikADGetPUID puid;
   CommonParameters common;
   SizeTrigger size_trigger;
+  MorvikCore facade;
+  Observations observations;
   PostedLines lines;
   MorvikCoreServicesLib services;
-  MorvikCore facade;
   const MorvikCoreUpdateLog update_log;
   const Device device;
   const AppBundle bundle;

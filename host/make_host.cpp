@@ -21,10 +21,24 @@
 namespace morvik::host {
 namespace {
 
-std::unique_ptr<kit::LogSink> logSink(const HostOptions& options) {
-  if (options.log_sink)
-    return std::make_unique<AppLogSink>(options.log_sink);
-  return std::make_unique<StderrLogSink>();
+/// The environment's file takes the place of the app's sink.
+std::variant<std::unique_ptr<kit::LogSink>, kit::Error> makeLogSink(const CheckedOptions& checked) {
+  using Made = std::variant<std::unique_ptr<kit::LogSink>, kit::Error>;
+  if (const std::string& path = checked.environment.log_file; !path.empty()) {
+    auto opened = FileLogSink::open(path);
+    if (const auto* error = std::get_if<kit::Error>(&opened))
+      return kit::Error{std::string(kLogFileVariable) + ": " + error->message};
+    return Made(std::move(std::get<std::unique_ptr<FileLogSink>>(opened)));
+  }
+  if (checked.options.log_sink)
+    return Made(std::make_unique<AppLogSink>(checked.options.log_sink));
+  return Made(std::make_unique<StderrLogSink>());
+}
+
+/// Whatever the level: who reads it must know that events go elsewhere.
+void tellWhatTheEnvironmentChanged(const HostParts& parts) {
+  if (const std::string changes = parts.options.environment.changes(); !changes.empty())
+    parts.logger.writePlain("Morvik host: the environment changed what the app had set: %@", {changes});
 }
 
 std::optional<std::string> advertisingId(HostParts& parts) {
@@ -79,6 +93,16 @@ LedgerParts ledgerParts(HostParts& parts) {
           .has_hashed_identifier = parts.options.options.device.puid.source() != Identifier::Source::kNone};
 }
 
+ObservationsParts observationsParts(HostParts& parts) {
+  return {.main_loop = *parts.main_loop,
+          .facade = parts.facade,
+          .clock = *parts.clock,
+          .store = parts.properties,
+          .logger = parts.logger,
+          .endpoints = parts.options.endpoints,
+          .is_session_open = [&parts] { return parts.core->isStartSessionCalled(); }};
+}
+
 ServicesParts servicesParts(HostParts& parts) {
   return {.app_key = parts.options.app_key,
           .hash_key = parts.options.hash_key,
@@ -91,7 +115,8 @@ ServicesParts servicesParts(HostParts& parts) {
           .util = parts.util,
           .size_trigger = parts.size_trigger,
           .lines = parts.lines,
-          .ledger = &parts.ledger};
+          .ledger = &parts.ledger,
+          .observations = &parts.observations};
 }
 
 kit::Kit kitOf(HostParts& parts) {
@@ -152,13 +177,22 @@ void frameTurns(HostParts& parts) {
 void observeBeforeTheCore(HostParts& parts) {
   for (const auto notification :
        {kit::Notification::kApplicationDidBecomeActive, kit::Notification::kApplicationDidEnterBackground})
-    parts.notifications.addObserver(notification, [&parts] { parts.size_trigger.sessionDidStartOrEnd(); });
+    parts.notifications.addObserver(notification, [&parts] {
+      parts.observations.sessionMayHaveChanged();
+      parts.size_trigger.sessionDidStartOrEnd();
+    });
 }
 
 void observeAfterTheCore(HostParts& parts) {
+  parts.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive,
+                                  [&parts] { parts.observations.sessionMayHaveChanged(); });
   // The core has the session ended on the background queue; this comes behind it there.
-  parts.notifications.addObserver(kit::Notification::kApplicationDidEnterBackground,
-                                  [&parts] { parts.background->async([&parts] { parts.store->flushNow(); }); });
+  parts.notifications.addObserver(kit::Notification::kApplicationDidEnterBackground, [&parts] {
+    parts.background->async([&parts] {
+      parts.observations.sessionMayHaveChanged();
+      parts.store->flushNow();
+    });
+  });
 }
 
 constexpr services::GuardClause kHandedOverThrew =
@@ -253,9 +287,14 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
     if (auto error = checkPlaces(options))
       return *std::move(error);
   }
-  auto parts = std::make_unique<HostParts>(std::get<CheckedOptions>(std::move(checked)), logSink(options), machine);
+  auto sink = makeLogSink(std::get<CheckedOptions>(checked));
+  if (auto* error = std::get_if<kit::Error>(&sink))
+    return std::move(*error);
+  auto parts = std::make_unique<HostParts>(std::get<CheckedOptions>(std::move(checked)),
+                                           std::move(std::get<std::unique_ptr<kit::LogSink>>(sink)), machine);
   if (parts->store->opening() == StoreOpening::kLocked)
     return kit::Error{parts->store->openingLine()};
+  tellWhatTheEnvironmentChanged(*parts);
   tellWarnings(*parts);
   followTheStore(*parts);
   frameTurns(*parts);
@@ -268,6 +307,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   auto host = std::make_unique<Host>(std::move(parts));
   if (auto error = host->open())
     return *std::move(error);
+  host->tellThatItStarted();
   return host;
 }
 
@@ -290,13 +330,15 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
       background(machine.makeBackground(logger)),
       background_tasks(*main_loop),
       plain_transport(machine.makeTransport(options.options.ca_file, *main_loop, gate)),
-      transport(std::make_unique<LedgerTransport>(*plain_transport, ledger)),
+      transport(std::make_unique<LedgerTransport>(*plain_transport, ledger,
+                                                  [this](size_t activities) { observations.batchLeaves(activities); })),
       settle_watch(*main_loop, [this] { return pending().isSettled(); }),
       commit_retry(*main_loop),
       util(utilFacts(*this), *facts),
       puid(puidOf(*this)),
       common(identityOf(*this)),
       size_trigger(*main_loop),
+      observations(observationsParts(*this)),
       lines(logger, *main_loop),
       services(servicesParts(*this)),
       device(options.options.device),

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "kit/error.h"
 #include "kit/modules.h"
 #include "kit/transport.h"
 #include "kit/value.h"
@@ -25,6 +26,8 @@ struct SaveFendoUserInfoDelegate {
 struct ExchangeResult {
   bool succeeded = false;  ///< the success handler is due
   Value json;              ///< the answer's JSON, if any
+  int status_code = 0;     ///< of the answer; 0: there was none
+  Error error;             ///< why it did not succeed
 };
 
 /// Any thread unless said otherwise; nothing waits for the disk or the network.

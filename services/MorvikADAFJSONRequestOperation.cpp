@@ -46,14 +46,17 @@ void MorvikADAFJSONRequestOperation::Exchange::finish(const kit::TransportOutcom
 }
 
 void MorvikADAFJSONRequestOperation::Exchange::succeed(const kit::Response& response, const kit::Value& json) {
-  tools.services.exchangeDidEnd(request, {true, json});
+  tools.services.exchangeDidEnd(request,
+                                {.succeeded = true, .json = json, .status_code = response.status_code, .error = {}});
   if (success)
     success(request, response, json);
 }
 
 void MorvikADAFJSONRequestOperation::Exchange::fail(const std::optional<kit::Response>& response,
                                                     const kit::Error& error, const kit::Value& json) {
-  tools.services.exchangeDidEnd(request, {false, json});
+  const int status_code = response ? response->status_code : 0;
+  tools.services.exchangeDidEnd(request,
+                                {.succeeded = false, .json = json, .status_code = status_code, .error = error});
   if (failure)
     failure(request, response, error, json);
 }

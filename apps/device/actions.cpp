@@ -9,6 +9,7 @@
 #include "apps/device/ledger_rows.h"
 #include "apps/device/phone.h"
 #include "apps/device/property_values.h"
+#include "apps/device/status_fields.h"
 #include "host/crash/crash_record.h"
 #include "host/crash/fatal_signals.h"
 
@@ -204,6 +205,12 @@ void showStore(Phone& phone, const Arguments& arguments, const Reply& reply) {
     return reply(refused("\"" + *unknown + "\" is no stored property; \"store\" alone shows them all"));
   Outcome outcome;
   outcome.fields.set("values", values);
+  reply(outcome);
+}
+
+void showStatus(Phone& phone, const Arguments&, const Reply& reply) {
+  Outcome outcome;
+  outcome.fields = fieldsOf(phone.host().status());
   reply(outcome);
 }
 

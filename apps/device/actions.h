@@ -65,6 +65,7 @@ void wait(Phone& phone, const Arguments& arguments, const Reply& reply);
 void moveClock(Phone& phone, const Arguments& arguments, const Reply& reply);
 void settle(Phone& phone, const Arguments& arguments, const Reply& reply);
 void showStore(Phone& phone, const Arguments& arguments, const Reply& reply);
+void showStatus(Phone& phone, const Arguments& arguments, const Reply& reply);
 void showLedger(Phone& phone, const Arguments& arguments, const Reply& reply);
 void killProcess(Phone& phone, const Arguments& arguments, const Reply& reply);
 void quit(Phone& phone, const Arguments& arguments, const Reply& reply);

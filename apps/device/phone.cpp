@@ -20,6 +20,17 @@ std::shared_ptr<const morvik::MorvikCoreDelegate> makeDelegateOfApp(Output& outp
   delegate->didSaveConversionKey = [&output](int64_t conversion_key, const std::string& sub_referral_key) {
     output.callback("didSaveConversionKey:subReferralKey:", {conversion_key, sub_referral_key});
   };
+  delegate->didDeliver = [&output](size_t activities) {
+    output.callback("didDeliver:", {static_cast<int64_t>(activities)});
+  };
+  delegate->didFailToDeliver = [&output](const morvik::DeliveryFailure& failure) {
+    output.callback("didFailToDeliver:reason:triedAgain:",
+                    {failure.http_status, failure.reason, failure.is_tried_again});
+  };
+  delegate->didRefuseEvent = [&output](morvik::Recorded reason) {
+    output.callback("didRefuseEvent:", {kit::Value(morvik::toText(reason))});
+  };
+  delegate->didAnswerErasure = [&output](bool accepted) { output.callback("didAnswerErasure:", {accepted}); };
   return delegate;
 }
 

@@ -139,6 +139,8 @@ constexpr Verb kVerbs[] = {
     {"clock", "SECONDS", "moves the device's wall clock forward or back; timers are not touched", clockStep, moveClock},
     {"settle", "[SECONDS]", "runs until nothing is in flight, at most that long (30 s)", durationOrNothing, settle},
     {"store", "[PROPERTY ...]", "prints these stored properties, or all", words<0, kAnyNumber>, showStore},
+    {"status", "", "prints how the kit stands: session, attribution, what waits, the latest answers", words<0, 0>,
+     showStatus},
     {"ledger", "", "prints what became of all that was recorded", words<0, 0>, showLedger},
     {"crash", "TEXT", "throws it, uncaught, on a thread of the app's", words<1, 1>, crash},
     {"crash-signal", "NAME", "ends the process by that signal, SIGSEGV say, on the main queue", signal, crashBySignal},

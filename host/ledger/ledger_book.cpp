@@ -441,6 +441,14 @@ uint64_t LedgerBook::requestStarts(const kit::Request& request) {
   return id;
 }
 
+std::optional<size_t> LedgerBook::activitiesOfBatch(uint64_t exchange) {
+  const std::scoped_lock hold(mutex_);
+  const LedgerExchange* found = exchanges_.find(exchange);
+  if (found == nullptr || found->endpoint != LedgerEndpoint::kTracking)
+    return std::nullopt;
+  return found->activities.size();
+}
+
 void LedgerBook::handlerBegins(uint64_t exchange) {
   handler_thread_ = std::this_thread::get_id();
   const Hold hold(*this);
@@ -448,11 +456,14 @@ void LedgerBook::handlerBegins(uint64_t exchange) {
   clicks_at_handler_ = stored_.list(Kind::kReEngagementClicks);
 }
 
-void LedgerBook::exchangeDidEnd(const kit::ExchangeResult& result) {
+LedgerLoad LedgerBook::exchangeDidEnd(const kit::ExchangeResult& result) {
   const Hold hold(*this);
   LedgerExchange* running = exchanges_.running();
-  if (running != nullptr && result.succeeded)
+  if (running == nullptr)
+    return {};
+  if (result.succeeded)
     running->answer = result.json;
+  return {running->activities.size(), running->click};
 }
 
 void LedgerBook::handlerEnded(uint64_t id) {

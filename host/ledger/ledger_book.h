@@ -20,6 +20,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -55,6 +56,12 @@ struct LedgerParts {
   services::Logger logger;
   /// Whether demographics can say whose they are.
   bool has_hashed_identifier = true;
+};
+
+/// What an exchange carries, as far as others ask for it.
+struct LedgerLoad {
+  size_t activities = 0;
+  kit::Value click;  ///< absent: none
 };
 
 /// Any thread, each call by itself. A mutex of its own, taken after the house lock and before the door; nothing is
@@ -98,12 +105,14 @@ class LedgerBook {
   void payloadIsBeingBuilt();
   /// `parameters`: what seals it; absent when that failed.
   void payloadWasSealed(const kit::Value& payload, const kit::Value& parameters);
-  /// Of the exchange whose handler is about to run on this thread.
-  void exchangeDidEnd(const kit::ExchangeResult& result);
+  /// Of the exchange whose handler is about to run on this thread. What it carries.
+  LedgerLoad exchangeDidEnd(const kit::ExchangeResult& result);
 
   // The transport's side.
   /// A name for the exchange; 0 when it is none of the book's business.
   uint64_t requestStarts(const kit::Request& request);
+  /// How many activities the exchange carries, which has not ended; nothing when it is no batch.
+  std::optional<size_t> activitiesOfBatch(uint64_t exchange);
   void handlerBegins(uint64_t exchange);
   void handlerEnded(uint64_t exchange);
 

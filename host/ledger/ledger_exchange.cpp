@@ -51,17 +51,19 @@ bool LedgerExchange::carries(LedgerKind kind, const kit::Value& record, size_t i
   }
 }
 
-bool LedgerExchange::isAccepted() const {
-  if (!answer)
-    return false;
+bool isAcceptance(LedgerEndpoint endpoint, const kit::Value& answer) {
   switch (endpoint) {
     case LedgerEndpoint::kCommerce:
-      return (*answer)["errMsg"].isNil();
+      return answer["errMsg"].isNil();
     case LedgerEndpoint::kCrash:
-      return services::checkIntegerNilToZero((*answer)["code"]) == 0;
+      return services::checkIntegerNilToZero(answer["code"]) == 0;
     default:
-      return services::checkNilToNo((*answer)["Result"]);
+      return services::checkNilToNo(answer["Result"]);
   }
+}
+
+bool LedgerExchange::isAccepted() const {
+  return answer && isAcceptance(endpoint, *answer);
 }
 
 std::optional<LedgerReason> LedgerExchange::emptyAcceptance() const {

@@ -41,6 +41,9 @@ class BatchIds {
   std::unordered_set<std::string_view> index_;  ///< empty until it is needed
 };
 
+/// Whether this answer, a JSON object that came with a status from 200 to 299, accepts what was sent there.
+bool isAcceptance(LedgerEndpoint endpoint, const kit::Value& answer);
+
 struct LedgerExchange {
   LedgerEndpoint endpoint = LedgerEndpoint::kTracking;
 

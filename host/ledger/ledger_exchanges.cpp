@@ -59,6 +59,11 @@ void LedgerExchanges::handlerBegins(uint64_t id) {
   running_thread_ = std::this_thread::get_id();
 }
 
+const LedgerExchange* LedgerExchanges::find(uint64_t id) const {
+  const auto found = exchanges_.find(id);
+  return found == exchanges_.end() ? nullptr : &found->second;
+}
+
 LedgerExchange* LedgerExchanges::running() {
   if (running_ == 0 || running_thread_ != std::this_thread::get_id())
     return nullptr;

@@ -33,6 +33,8 @@ class LedgerExchanges {
 
   // Under way, each with a number of its own.
   uint64_t begin(LedgerExchange exchange);
+  /// Null when it is not under way. Valid until it ends.
+  const LedgerExchange* find(uint64_t id) const;
   /// The handler begins, on this thread, one at a time.
   void handlerBegins(uint64_t id);
   /// Whose handler runs on this thread; null: none's.

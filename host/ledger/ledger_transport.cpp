@@ -1,6 +1,7 @@
 #include "host/ledger/ledger_transport.h"
 
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 namespace morvik::host {
@@ -27,6 +28,8 @@ void LedgerTransport::start(kit::Request request, std::function<void(kit::Transp
   const uint64_t exchange = book_.requestStarts(request);
   if (exchange == 0)
     return transport_.start(std::move(request), std::move(handler));
+  if (const auto activities = batch_leaves_ ? book_.activitiesOfBatch(exchange) : std::nullopt)
+    batch_leaves_(*activities);
   transport_.start(std::move(request),
                    [&book = book_, exchange, handler = std::move(handler)](kit::TransportOutcome outcome) {
                      const RunningHandler running(book, exchange);

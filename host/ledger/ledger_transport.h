@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <utility>
 
 #include "host/ledger/ledger_book.h"
 #include "host/machine/machine.h"
@@ -11,8 +12,11 @@ namespace morvik::host {
 
 class LedgerTransport final : public MachineTransport {
  public:
-  /// Both outlive it.
-  LedgerTransport(MachineTransport& transport, LedgerBook& book) : transport_(transport), book_(book) {}
+  /// Both outlive it. `batch_leaves` is told, on the thread of start(), how many activities each batch carries; may be
+  /// empty.
+  LedgerTransport(MachineTransport& transport, LedgerBook& book,
+                  std::function<void(size_t activities)> batch_leaves = {})
+      : transport_(transport), book_(book), batch_leaves_(std::move(batch_leaves)) {}
 
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override;
   size_t inFlight() const override { return transport_.inFlight(); }
@@ -21,6 +25,7 @@ class LedgerTransport final : public MachineTransport {
  private:
   MachineTransport& transport_;
   LedgerBook& book_;
+  const std::function<void(size_t activities)> batch_leaves_;
 };
 
 }  // namespace morvik::host

@@ -3,7 +3,7 @@
 namespace morvik::host {
 
 std::shared_ptr<const kit::MorvikCoreDelegate> MorvikCore::delegate() const {
-  const std::shared_ptr<const MorvikCoreDelegate> of_app = delegate_.get().lock();
+  const std::shared_ptr<const MorvikCoreDelegate> of_app = delegateOfApp();
   if (of_app == nullptr)
     return nullptr;
   auto delegate = std::make_shared<kit::MorvikCoreDelegate>();

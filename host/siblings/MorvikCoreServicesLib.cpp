@@ -134,6 +134,8 @@ Recorded MorvikCoreServicesLib::addImpressionOfApp(const Impression& impression,
 Recorded MorvikCoreServicesLib::refuse(Recorded reason, const char* operation, const char* what) {
   if (parts_.ledger != nullptr)
     parts_.ledger->wasRefused(reason);
+  if (parts_.observations != nullptr)
+    parts_.observations->refused(reason);
   parts_.lines.post(kit::lcl_vWarning, [this, reason, operation, what] {
     MORVIK_LOG(parts_.logger, kit::lcl_vWarning, operation, "Morvik host: %s of the app was not recorded: %s", what,
                adviceOn(reason));
@@ -252,8 +254,9 @@ void MorvikCoreServicesLib::setGetScheduleDelegate(std::weak_ptr<const kit::GetS
 }
 
 void MorvikCoreServicesLib::exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) {
-  if (parts_.ledger != nullptr)
-    parts_.ledger->exchangeDidEnd(result);
+  const LedgerLoad load = parts_.ledger != nullptr ? parts_.ledger->exchangeDidEnd(result) : LedgerLoad();
+  if (parts_.observations != nullptr)
+    parts_.observations->exchangeDidEnd(request, result, load);
   if (request.url != parts_.tracking_url)
     return;
   if (result.succeeded && services::checkNilToNo(result.json["Result"])) {

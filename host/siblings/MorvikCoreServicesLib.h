@@ -9,6 +9,7 @@
 
 #include "host/ledger/ledger_book.h"
 #include "host/log/posted_lines.h"
+#include "host/observe/observations.h"
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/size_trigger.h"
 #include "kit/MorvikCoreServicesLib.h"
@@ -35,7 +36,8 @@ struct ServicesParts {
   const MorvikADUtil& util;
   SizeTrigger& size_trigger;
   PostedLines& lines;
-  LedgerBook* ledger = nullptr;  ///< null: nobody counts
+  LedgerBook* ledger = nullptr;          ///< null: nobody counts
+  Observations* observations = nullptr;  ///< null: nobody is told
 };
 
 class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {

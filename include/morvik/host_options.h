@@ -184,9 +184,10 @@ struct HostOptions {
   /// Whether anything may be sent from the start on; false, say, until the user has consented. Everything is recorded
   /// all the same. See MorvikCore::setSendingEnabled().
   bool sending = true;
-  /// Whether the environment may change log level, log file and service, for debugging: MORVIK_LOG_LEVEL,
-  /// MORVIK_LOG_FILE, MORVIK_SERVICE_URL, read once, at the start. Not for what you ship: whoever can set a variable of
-  /// the process could send its events elsewhere.
+  /// Whether the environment may change log level, log file and service, for debugging, read once, at the start:
+  /// MORVIK_LOG_LEVEL; MORVIK_LOG_FILE, to which lines are appended in place of `log_sink`; MORVIK_SERVICE_URL, in
+  /// place of `service_url` and `endpoints`. A line says what it changed; empty ones change nothing, and wrong ones
+  /// make the start fail. Not for what you ship: whoever can set a variable could send the app's events elsewhere.
   bool allow_environment = false;
 };
 

@@ -40,20 +40,23 @@
 
 namespace morvik {
 
-/// What the kit tells the app. Every slot is optional; all are called on the main queue. What a slot throws is caught
-/// and logged.
+/// What the kit tells the app. Every slot is optional; all are called on the main queue, the last four each in a turn
+/// of its own, behind the one that it tells of. What a slot throws is caught and logged.
 struct MorvikCoreDelegate {
   /// The link that a new user followed before the app was installed.
   std::function<void(const std::string& deeplink)> didReceiveDeeplink;
   /// The install's attribution was stored: the keys of the campaign that brought it (0: none did).
   std::function<void(int64_t conversion_key, const std::string& sub_referral_key)> didSaveConversionKey;
-  /// The service accepted a batch of so many activities.
+  /// The service accepted a batch of so many activities. What else it accepts, the ledger counts.
   std::function<void(size_t activities)> didDeliver;
-  /// A request failed, or was refused.
+  /// A request failed, or was refused: a conversion, a batch, clicks, crash reports or demographics. Not those that
+  /// deliver nothing (app configuration, campaign schedule), and not an erasure.
   std::function<void(const DeliveryFailure& failure)> didFailToDeliver;
-  /// An event of the app was refused, for this reason.
+  /// An event of the app was refused, for this reason. Of each reason 16 refusals wait to be told at most; past that an
+  /// event is refused without a call. Not called by a kit that does not run.
   std::function<void(Recorded reason)> didRefuseEvent;
-  /// The erasure service answered the user's wish, or there was no answer (false).
+  /// The erasure service answered the user's wish, or there was no answer (false). Not called where nothing was sent:
+  /// without a network, or when the service knows already.
   std::function<void(bool accepted)> didAnswerErasure;
 };
 

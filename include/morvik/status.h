@@ -14,8 +14,9 @@ namespace morvik {
 /// A request that did not deliver what it carried.
 struct DeliveryFailure {
   int http_status = 0;  ///< 0: there was no answer
-  std::string reason;   ///< for people
-  /// The kit sends it again by itself: with a later session, batch or retry.
+  std::string reason;   ///< for people: what it was, and why
+  /// The kit sends it again by itself: with a later session, batch, click or retry. By the rules, as things stand when
+  /// it is told.
   bool is_tried_again = true;
 };
 
@@ -45,6 +46,7 @@ struct Status {
   std::optional<Referral> referral;  ///< nothing before the install is attributed
   std::vector<Waiting> waiting;      ///< in the store, for each kind of the ledger and in its order
   std::optional<Time> last_success;  ///< of this process: the latest answer that accepted something
+  /// Of this process: the latest request that delivered nothing of what it carried; an erasure is one of them.
   std::optional<Failure> last_failure;
   bool is_sending_enabled = true;
   bool is_forgotten = false;

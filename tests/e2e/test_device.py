@@ -96,7 +96,8 @@ class Verbs(DeviceTest):
             {"callback": "didSaveFendoUserInfo:andReferralKey:andSubReferralKey:andRefUSN:andChannelType:",
              "args": [77, 12, 34, "r", 5]},
             {"callback": "didSaveConversionKey:subReferralKey:", "args": [12, "34"]},
-            {"callback": "didReceiveDeeplink:", "args": ["shop://a"]}])
+            {"callback": "didReceiveDeeplink:", "args": ["shop://a"]},
+            {"callback": "didDeliver:", "args": [2]}])
         sent = self.requests("tracking")[0]["payload"]["activity_info"]
         self.assertEqual([event["activity"] for event in sent], ["start", "retention"])
 
@@ -239,6 +240,25 @@ class Verbs(DeviceTest):
                          {"verb": "store", "ok": False,
                           "error": '"fendoUserInfo_referalKey" is no stored property; "store" alone shows them all'})
         self.do(device, "store fendoUserInfo_referralKey")
+
+    def test_status_tells_how_the_kit_stands_and_the_delegate_what_failed(self):
+        device = self.attributed()
+        self.service.behave("tracking", "status", status=503)
+        self.do(device, "event shop look", "push", "settle", "age 30")
+        self.assertEqual(device.callbacks[-1], {
+            "callback": "didFailToDeliver:reason:triedAgain:",
+            "args": [503, "batch of activities: The server answered with status 503.", True]})
+        status = device.do("status")
+        self.assertEqual((status["ok"], status["running"], status["session_open"], status["attributed"]),
+                         (True, True, True, True))
+        self.assertEqual(status["waiting"], {"activities": 1, "impressions": 0, "re-engagement clicks": 0,
+                                             "commerce clicks": 0, "crash reports": 0, "demographics": 1})
+        self.assertRegex(status["last_success"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d(\.\d+)?Z$")
+        self.assertEqual((status["last_failure"]["http_status"], status["last_failure"]["tried_again"]), (503, True))
+        self.assertEqual((status["sending"], status["forgotten"]), (True, False))
+        self.service.behave("erasure", "status", status=500)
+        self.do(device, "forget-me true", "settle")
+        self.assertEqual(device.callbacks[-1], {"callback": "didAnswerErasure:", "args": [False]})
 
     def test_ledger_tells_what_became_of_all_that_was_recorded_and_inspect_says_the_same(self):
         device = self.attributed()
@@ -390,7 +410,7 @@ class Input(DeviceTest):
         self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is no verb; use one of: active, '
                                   "background, event, impression, open-url, store-url, facebook-url, "
                                   "third-party-conversion, age, gender, user-id, forget-me, is-forgotten, offline, online, set, "
-                                  "push, wait, clock, settle, store, ledger, crash, crash-signal, kill, quit"])
+                                  "push, wait, clock, settle, store, status, ledger, crash, crash-signal, kill, quit"])
         self.assertFalse(os.path.exists(self.store_folder))
 
     def test_a_bad_line_on_standard_input_touches_nothing(self):

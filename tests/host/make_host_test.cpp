@@ -17,6 +17,7 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -29,6 +30,7 @@
 #include "services/dates.h"
 #include "services/endpoints.h"
 #include "testing/recording_log.h"
+#include "tests/support/environment_variable.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik::host {
@@ -434,7 +436,193 @@ TEST_F(MakeHost, WritesTheStartUpLineAtTheLevelOfTheOptions) {
   log.clear();
   options.log_level = 4;
   make();
+  EXPECT_EQ(log.messages(),
+            (std::vector<std::string>{"Morvik host: version 0.1.0 started on the store folder " + options.store_folder,
+                                      "Morvik host: stopped"}));
+  log.clear();
+  options.log_level = 3;
+  make();
   EXPECT_TRUE(log.lines().empty());
+}
+
+class MakeHostInAnEnvironment : public MakeHost {
+ protected:
+  MakeHostInAnEnvironment() { options.allow_environment = true; }
+  std::string errorOfStart() {
+    const StartResult started = MorvikCore::start(options);
+    EXPECT_FALSE(started);
+    return started.error;
+  }
+
+  test::EnvironmentVariable log_level{"MORVIK_LOG_LEVEL"};
+  test::EnvironmentVariable log_file{"MORVIK_LOG_FILE"};
+  test::EnvironmentVariable service_url{"MORVIK_SERVICE_URL"};
+};
+
+TEST_F(MakeHostInAnEnvironment, TakesLogLevelLogFileAndServiceFromItAndSaysSo) {
+  SilentServer server;
+  options.log_level = 0;
+  options.service_url = "https://nowhere.example/";
+  options.endpoints = {{"kFendoCampaignBaseLiveUrl", "https://elsewhere.example/"}};
+  log_level.set("6");
+  log_file.set(folder / "kit.log");
+  service_url.set(server.url());
+  {
+    const auto host = makePumped();
+    host->applicationDidBecomeActive();
+    host->dispatch();
+    EXPECT_TRUE(server.waitForConnection());
+  }
+  EXPECT_TRUE(log.lines().empty()) << "the file takes the place of the app's sink";
+  const std::string lines = test::bytesOf(folder / "kit.log");
+  EXPECT_EQ(lines.find("Morvik host: the environment changed what the app had set: log level (MORVIK_LOG_LEVEL), log "
+                       "file (MORVIK_LOG_FILE), service (MORVIK_SERVICE_URL)\n"),
+            0U);
+  EXPECT_NE(lines.find("Morvik host: a session started\n"), std::string::npos);
+  EXPECT_NE(lines.find(server.url() + "v1/conversion"), std::string::npos);
+  EXPECT_EQ(lines.find("nowhere.example"), std::string::npos);
+  EXPECT_EQ(lines.find("elsewhere.example"), std::string::npos);
+  makePumped();
+  EXPECT_EQ(test::bytesOf(folder / "kit.log").find(lines), 0U) << "lines are appended";
+}
+
+TEST_F(MakeHostInAnEnvironment, LeavesItAloneUnlessTheAppAllowsIt) {
+  options.allow_environment = false;
+  options.log_level = 4;
+  log_level.set("none");
+  log_file.set(folder / "no/such/file");
+  service_url.set("nonsense");
+  make();
+  EXPECT_EQ(log.lines().size(), 2U) << "started and stopped";
+}
+
+TEST_F(MakeHostInAnEnvironment, SaysNothingWhereNothingIsSet) {
+  options.log_level = 4;
+  log_level.unset();
+  log_file.set("");
+  service_url.unset();
+  make();
+  EXPECT_EQ(log.lines().size(), 2U);
+  EXPECT_EQ(log.countContaining("environment"), 0U);
+}
+
+TEST_F(MakeHostInAnEnvironment, LetsTheAppChangeTheLogLevelAfterwards) {
+  options.log_level = 0;
+  log_level.set("4");
+  const auto host = makePumped();
+  EXPECT_EQ(log.countContaining("started on the store folder"), 1U);
+  host->setLogLevel(0);
+  host->stop();
+  EXPECT_EQ(log.countContaining("stopped"), 0U);
+}
+
+TEST_F(MakeHostInAnEnvironment, NamesTheVariableThatIsWrong) {
+  log_file.set(folder / "no/such/file");
+  EXPECT_EQ(errorOfStart(), "MORVIK_LOG_FILE: the file " + (folder / "no/such/file") +
+                                " cannot be opened (No such file or directory); mend its path or its permissions.");
+  log_file.set(folder.path());
+  EXPECT_EQ(errorOfStart(), "MORVIK_LOG_FILE: the file " + folder.path() +
+                                " cannot be opened (Is a directory); mend its path or its permissions.");
+  log_file.unset();
+  service_url.set("http://elsewhere.example/");
+  EXPECT_EQ(errorOfStart().find("MORVIK_SERVICE_URL: "), 0U);
+  service_url.unset();
+  for (const char* wrong : {"loud", "7", "-1", "4 ", "4.0"}) {
+    log_level.set(wrong);
+    EXPECT_EQ(errorOfStart(), "MORVIK_LOG_LEVEL is \"" + std::string(wrong) + "\"; choose 0 (off) to 6 (trace).");
+  }
+}
+
+TEST_F(MakeHost, TellsTheAppsDelegateOnTheMainQueueWhatAnotherThreadSetOff) {
+  const auto host = make();
+  auto delegate = std::make_shared<MorvikCoreDelegate>();
+  std::promise<std::pair<Recorded, std::thread::id>> refused;
+  delegate->didRefuseEvent = [&refused](Recorded reason) { refused.set_value({reason, std::this_thread::get_id()}); };
+  host->setDelegate(delegate);
+  host->gdprForgetMe(true);
+  std::thread::id main_thread;
+  onMain(*host, [&main_thread] { main_thread = std::this_thread::get_id(); });
+  host->addActivity("shop", "look", std::nullopt);
+  auto told = refused.get_future();
+  ASSERT_EQ(told.wait_for(kGiveUp), std::future_status::ready);
+  EXPECT_EQ(told.get(), std::pair(Recorded::kRefusedForgotten, main_thread));
+}
+
+TEST_F(MakeHost, TellsTheAppOfAServiceThatIsNotThereAndBearsWhatItThrows) {
+  const auto host = make();
+  auto delegate = std::make_shared<MorvikCoreDelegate>();
+  std::promise<DeliveryFailure> failed;
+  std::once_flag once;
+  delegate->didFailToDeliver = [&](const DeliveryFailure& failure) {
+    std::call_once(once, [&] { failed.set_value(failure); });
+    throw std::runtime_error("no room on the screen");
+  };
+  host->setDelegate(delegate);
+  host->applicationDidBecomeActive();
+  auto told = failed.get_future();
+  ASSERT_EQ(told.wait_for(kGiveUp), std::future_status::ready);
+  const DeliveryFailure failure = told.get();
+  EXPECT_EQ(failure.http_status, 0);
+  EXPECT_EQ(failure.reason.find("conversion: "), 0U) << failure.reason;
+  EXPECT_TRUE(failure.is_tried_again);
+  onMain(*host, [] {});
+  EXPECT_GE(log.count("Morvik host: a block on the main queue threw and ended there: no room on the screen"), 1U);
+  const Status status = host->status();
+  ASSERT_TRUE(status.last_failure.has_value());
+  EXPECT_EQ(status.last_failure->failure.reason, failure.reason);
+  EXPECT_FALSE(status.last_success.has_value());
+}
+
+TEST_F(MakeHost, TellsOnAnyThreadAndAfterAStopHowItStands) {
+  const auto host = make();
+  onMain(*host, [&host] {
+    host->applicationDidBecomeActive();
+    host->addActivity("shop", "look", std::nullopt);
+  });
+  const Status running = host->status();
+  EXPECT_TRUE(running.is_running);
+  EXPECT_TRUE(running.is_session_open);
+  ASSERT_EQ(running.waiting.size(), 6U);
+  EXPECT_EQ(running.waiting[0].kind, "activities");
+  EXPECT_EQ(running.waiting[0].count, 3U);
+  host->stop();
+  const Status stopped = host->status();
+  EXPECT_FALSE(stopped.is_running);
+  EXPECT_TRUE(stopped.is_session_open);
+  ASSERT_EQ(stopped.waiting.size(), 6U);
+  EXPECT_EQ(stopped.waiting[0].count, 3U);
+}
+
+TEST_F(MakeHost, NeverTellsHalfAReferralRecordAndHalfOfTheNext) {
+  const auto host = make();
+  std::atomic<bool> is_over{false};
+  std::atomic<int> torn{0};
+  std::atomic<int> read{0};
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 3; ++i) {
+    readers.emplace_back([&] {
+      while (!is_over) {
+        const auto referral = host->status().referral;
+        ++read;
+        if (referral && (referral->sub_conversion_key != referral->conversion_key ||
+                         referral->campaign_data != std::to_string(referral->conversion_key)))
+          ++torn;
+      }
+    });
+  }
+  onMain(*host, [&read] {
+    for (int64_t key = 1; key <= 500 || read < 500; ++key) {
+      ReferralRecord record;
+      record.referralKey = record.subReferralKey = key;
+      record.referralData = std::to_string(key);
+      MorvikCoreLib::shared()->saveFendoUserInfo(record);
+    }
+  });
+  is_over = true;
+  for (std::thread& reader : readers)
+    reader.join();
+  EXPECT_EQ(torn, 0);
+  EXPECT_GE(host->status().referral->conversion_key, 500);
 }
 
 TEST_F(MakeHost, ChangesTheLogLevelWhileItRuns) {

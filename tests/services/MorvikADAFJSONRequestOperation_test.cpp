@@ -276,6 +276,8 @@ TEST_F(RequestOperation, TellsTheServicesObjectOfASuccessBeforeItsHandler) {
   EXPECT_EQ(services.endedExchanges()[0].url, "https://a.example/v1/x");
   EXPECT_TRUE(services.endedExchanges()[0].result.succeeded);
   EXPECT_EQ(services.endedExchanges()[0].result.json, Value(Dictionary{{"Result", true}}));
+  EXPECT_EQ(services.endedExchanges()[0].result.status_code, 200);
+  EXPECT_EQ(services.endedExchanges()[0].result.error.message, "");
 }
 
 TEST_F(RequestOperation, TellsTheServicesObjectOfEveryFailureBeforeItsHandler) {
@@ -289,6 +291,8 @@ TEST_F(RequestOperation, TellsTheServicesObjectOfEveryFailureBeforeItsHandler) {
     ASSERT_EQ(services.endedExchanges().size(), count);
     EXPECT_FALSE(services.endedExchanges().back().result.succeeded);
     EXPECT_EQ(services.endedExchanges().back().result.json, failures.back().json);
+    EXPECT_EQ(services.endedExchanges().back().result.status_code, statusCode(failures.back().response));
+    EXPECT_EQ(services.endedExchanges().back().result.error.message, failures.back().error.message);
   }
 }
 

@@ -21,6 +21,7 @@ constexpr Unplayable kUnplayable[] = {
     {"settle", "a step with a later time"},
     {"store", "\"store\" under \"expect\""},
     {"ledger", "\"ledger\" under \"expect\""},
+    {"status", "an expectation, \"store\" or \"ledger\" under \"expect\""},
     {"is-forgotten", "\"store: MorvikCoreUserInfo_isGDPRForgetMe\" under \"expect\""},
     {"crash-signal", "\"crash TEXT\" or \"kill\""},
 };

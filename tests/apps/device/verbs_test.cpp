@@ -38,8 +38,8 @@ TEST(Verbs, EachNameStandsOnceInTheTableAndInTheHelp) {
 }
 
 TEST(Verbs, AVerbAloneNeedsNoArguments) {
-  for (const std::string_view name : {"active", "background", "push", "kill", "quit", "store", "ledger", "settle",
-                                      "is-forgotten", "offline", "online"})
+  for (const std::string_view name : {"active", "background", "push", "kill", "quit", "store", "status", "ledger",
+                                      "settle", "is-forgotten", "offline", "online"})
     EXPECT_EQ(commandIn(name).verb->name, name);
 }
 
@@ -52,7 +52,7 @@ TEST(Verbs, AnUnknownVerbNamesThoseThatExist) {
       mistakeIn("evnt a b"),
       "\"evnt\" is no verb; use one of: active, background, event, impression, open-url, store-url, facebook-url, "
       "third-party-conversion, age, gender, user-id, forget-me, is-forgotten, offline, online, set, push, wait, clock, "
-      "settle, store, ledger, crash, crash-signal, kill, quit");
+      "settle, store, status, ledger, crash, crash-signal, kill, quit");
 }
 
 TEST(Verbs, AVerbThatTakesNoArgumentsRefusesThem) {

@@ -37,6 +37,22 @@ TEST_F(LedgerBookTest, WritesNothingButTheListForAnActivity) {
   EXPECT_TRUE(book->read().isSound());
 }
 
+TEST_F(LedgerBookTest, SaysWhatTheExchangeCarriesWhoseHandlerRuns) {
+  EXPECT_EQ(book->exchangeDidEnd({}).activities, 0U) << "none runs";
+  const uint64_t batch = send("https://tracking.morvik.example/v1/tracking",
+                              Dictionary{{"activity_info", Array{Dictionary{{"event_id", "a"}}}}});
+  const uint64_t click = sendClick(5);
+  EXPECT_EQ(book->activitiesOfBatch(batch), 1U);
+  EXPECT_EQ(book->activitiesOfBatch(click), std::nullopt);
+  book->handlerBegins(batch);
+  EXPECT_EQ(book->exchangeDidEnd({}).activities, 1U);
+  book->handlerEnded(batch);
+  EXPECT_EQ(book->activitiesOfBatch(batch), std::nullopt) << "it has ended";
+  book->handlerBegins(click);
+  EXPECT_EQ(book->exchangeDidEnd({.succeeded = true, .json = yes()}).click, clickOf(5));
+  book->handlerEnded(click);
+}
+
 TEST_F(LedgerBookTest, SetsWhatItCountsTogetherWithTheCount) {
   record("a");
   record("b");

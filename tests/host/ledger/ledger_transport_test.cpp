@@ -50,6 +50,23 @@ TEST_F(LedgerTransportTest, TellsTheBookWhatLeavesAndWhenItsHandlerRuns) {
   EXPECT_EQ(of("re-engagement clicks").delivered, 1U);
 }
 
+TEST_F(LedgerTransportTest, TellsHowManyActivitiesABatchCarriesAndNothingOfOtherRequests) {
+  std::vector<size_t> left;
+  LedgerTransport telling(plain_, *book, [&left](size_t activities) { left.push_back(activities); });
+  const std::string sealed = seal(kit::Dictionary{
+      {"activity_info", kit::Array{kit::Dictionary{{"event_id", "a"}}, kit::Dictionary{{"event_id", "b"}}}}});
+  const auto send = [&telling](const char* url, const std::string& body) {
+    kit::Request request;
+    request.url = url;
+    request.body = body;
+    telling.start(std::move(request), [](const kit::TransportOutcome&) {});
+  };
+  send("https://tracking.morvik.example/v1/tracking", "j=" + sealed);
+  send("https://crash.morvik.example/v1/crash", "");
+  send("https://erasure.morvik.example/v1/erasure", "");
+  EXPECT_EQ(left, std::vector<size_t>{2});
+}
+
 TEST_F(LedgerTransportTest, LetsOtherRequestsThroughAsTheyAre) {
   start("https://erasure.morvik.example/v1/erasure", "x");
   plain_.handlers[0]({});

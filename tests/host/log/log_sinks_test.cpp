@@ -1,11 +1,17 @@
 #include "host/log/log_sinks.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <variant>
 #include <vector>
+
+#include "tests/support/scratch_folder.h"
 
 namespace morvik::host {
 namespace {
@@ -31,6 +37,74 @@ TEST(AppLogSink, GivesTheAppEachLineOneCallAtATime) {
   for (std::thread& thread : threads)
     thread.join();
   EXPECT_EQ(taken, std::vector<std::string>(400, "line"));
+}
+
+std::unique_ptr<FileLogSink> opened(const std::string& path) {
+  auto made = FileLogSink::open(path);
+  if (const auto* error = std::get_if<kit::Error>(&made)) {
+    ADD_FAILURE() << error->message;
+    return nullptr;
+  }
+  return std::move(std::get<std::unique_ptr<FileLogSink>>(made));
+}
+
+std::string errorOfOpening(const std::string& path) {
+  const auto made = FileLogSink::open(path);
+  const auto* error = std::get_if<kit::Error>(&made);
+  return error != nullptr ? error->message : "";
+}
+
+TEST(FileLogSink, AppendsEachLineAtOnceToAFileForThisUserAlone) {
+  const test::ScratchFolder folder;
+  const mode_t mask_before = ::umask(0);
+  const auto sink = opened(folder / "kit.log");
+  ::umask(mask_before);
+  sink->line("one");
+  EXPECT_EQ(test::bytesOf(folder / "kit.log"), "one\n") << "while it is open";
+  EXPECT_EQ(std::filesystem::status(folder / "kit.log").permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+  const auto another = opened(folder / "kit.log");
+  another->line("two");
+  sink->line("three");
+  EXPECT_TRUE(sink->tryLine("last words"));
+  EXPECT_EQ(test::bytesOf(folder / "kit.log"), "one\ntwo\nthree\nlast words\n");
+}
+
+TEST(FileLogSink, LeavesAFileThatIsThereWithItsPermissions) {
+  const test::ScratchFolder folder;
+  test::writeBytes(folder / "kit.log", "before\n");
+  std::filesystem::permissions(folder / "kit.log", std::filesystem::perms{0640});
+  opened(folder / "kit.log")->line("one");
+  EXPECT_EQ(test::bytesOf(folder / "kit.log"), "before\none\n");
+  EXPECT_EQ(std::filesystem::status(folder / "kit.log").permissions(), std::filesystem::perms{0640});
+}
+
+TEST(FileLogSink, SaysWhyAFileCannotBeUsed) {
+  const test::ScratchFolder folder;
+  EXPECT_EQ(errorOfOpening(folder / "no/kit.log"),
+            "the file " + (folder / "no/kit.log") +
+                " cannot be opened (No such file or directory); mend its path or its permissions.");
+  EXPECT_EQ(errorOfOpening("/dev/null"), "/dev/null is no regular file; name one.");
+  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+  EXPECT_NE(errorOfOpening(folder / "pipe"), "") << "and it does not wait for a reader";
+}
+
+TEST(FileLogSink, DoesNotMixTheLinesOfSeveralThreads) {
+  const test::ScratchFolder folder;
+  const auto sink = opened(folder / "kit.log");
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&sink] {
+      for (int j = 0; j < 100; ++j)
+        sink->line("line");
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  std::string expected;
+  for (int i = 0; i < 400; ++i)
+    expected += "line\n";
+  EXPECT_EQ(test::bytesOf(folder / "kit.log"), expected);
 }
 
 TEST(StderrLogSink, WritesTheLineOfADyingThreadToo) {

@@ -1,0 +1,25 @@
+// What the environment changes for debugging, where the app allows it (HostOptions::allow_environment).
+#pragma once
+
+#include <string>
+
+namespace morvik::host {
+
+inline constexpr const char* kLogLevelVariable = "MORVIK_LOG_LEVEL";
+inline constexpr const char* kLogFileVariable = "MORVIK_LOG_FILE";
+inline constexpr const char* kServiceUrlVariable = "MORVIK_SERVICE_URL";
+
+/// As the variables have it, not checked yet. "": not set, or set to nothing, which changes nothing.
+struct DebugEnvironment {
+  std::string log_level;
+  std::string log_file;
+  std::string service_url;
+
+  /// "log level (MORVIK_LOG_LEVEL), service (MORVIK_SERVICE_URL)"; "" when it changes nothing.
+  std::string changes() const;
+};
+
+/// Asks the process's environment. No other thread may change it meanwhile.
+DebugEnvironment readDebugEnvironment();
+
+}  // namespace morvik::host
