@@ -29,6 +29,9 @@ namespace morvik {
 /// What a batch does with "end" activities: a kept session leaves the previous session's out.
 enum class EndActivities { kSend, kFilter };
 
+/// How the request of a batch ended.
+enum class BatchEnd { kAccepted, kRefused, kNoAnswer };
+
 /// Whether an erasure request's body is made sealed or plain.
 enum class ErasureForm { kPlain, kSealed };
 
@@ -109,6 +112,25 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// Removes the activities that the sent-event keys name from the store, and empties the keys.
   void deleteActivitysForTracking();
 
+  /// True while a batch waits for its answer.
+  bool isBatchUnderWay() const { return batches_under_way_ > 0; }
+  /// True while the ad client or the conversion service is being asked who brought the install.
+  bool isAttributionUnderWay() const { return attributions_under_way_ > 0; }
+  /// Who is told, on the main queue, when that is over. Every slot is optional.
+  struct DeliveryObserver {
+    std::function<void(BatchEnd)> batchDidEnd;  ///< the slot is free
+    std::function<void()> attributionDidEnd;    ///< it may have failed
+  };
+  /// Set before the first session.
+  void setDeliveryObserver(DeliveryObserver observer) { delivery_observer_ = std::move(observer); }
+
+  // ---- Sending switched off and on (sending.cpp)
+
+  /// Sending is on again. With a session open, what its start asks for and sends is asked for and sent now: the
+  /// tracking slot is released, then configuration, iAd, schedule, demographics, attribution, crash reports, the stored
+  /// activities, and a URL that waits. No activity, no launch and no date is noted.
+  void sendingDidResume();
+
   // ---- Attribution (attribution.cpp)
 
   /// The sealed parameters of a conversion request, of this moment; absent when building failed.
@@ -135,6 +157,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
     bool is_first_launch = false;
   };
   /// A URL opened the app: by its query it is a commerce click, a re-engagement, both, or of no matter here. Any text.
+  /// While sending is off it waits; there is room for one, and the last one counts.
   void passOpenURL(const kit::Url& url);
   /// The same for one that was handed over earlier.
   void passOpenURL(const kit::Url& url, const OpeningMoment& moment);
@@ -293,6 +316,11 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// The server's time in an answer, a number of milliseconds since 1970; absent when it tells none.
   static kit::Value baseTimeOf(const kit::Value& json);
 
+  void batchDidEnd(BatchEnd end);
+
+  // Sending.
+  void pushAsAtSessionStart();
+
   // Attribution.
   void requestConversion(const kit::Value& parameters, const ConversionTexts& texts, services::ErrorHandler failure);
   void conversionDidSucceed(const kit::Value& json, const ConversionTexts& texts);
@@ -303,11 +331,13 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   ReferralRecord referralRecord(const kit::Value& json, int64_t install_date_if_unparsable) const;
   void storeReferral(const ReferralRecord& record);
   void notifyReferralSaved(const ReferralRecord& record);
+  void attributionDidEnd();
   void searchAdsDidAnswer(const kit::Value& details, const std::optional<kit::Error>& error);
   void iAdAttributionDidSucceed(const kit::Value& json);
   kit::Value sealedWithHashKey(const kit::Value& payload);
 
   // Deep links.
+  void keepURL(const kit::Url& url);
   void openReEngagementClick(const kit::Url& url, const kit::Value& query, const OpeningMoment& moment);
   void openAdvertisingIdClick(const kit::Url& url, const kit::Value& query, const OpeningMoment& moment);
   void sendReEngagement(const kit::Url& url, const kit::Value& query, const OpeningMoment& moment);
@@ -368,6 +398,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   std::shared_ptr<const kit::ModuleObject> sharedObjectOf(const kit::Module* module) const {
     return module != nullptr && module->shared ? module->shared() : nullptr;
   }
+  /// No request but the erasure may be made: the user asked to be forgotten, or the app has switched sending off.
+  bool isGateClosed() const { return services().isGDPRForgetMe() || services().isSendingOff(); }
   const std::string& trackingKey() const { return kit_.shared_state.kAESSuperKeyForTracking; }
 
   const kit::Kit& kit_;
@@ -394,6 +426,13 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   kit::Value makeTrackingParameter_;
   kit::Value makeGdprParameter_;
   services::Locked<kit::Block> ReEngagement_task_;
+
+  int batches_under_way_ = 0;
+  int attributions_under_way_ = 0;
+  DeliveryObserver delivery_observer_;
+  /// What the session's first batch was to do, had sending not been off.
+  EndActivities withheld_end_activities_ = EndActivities::kSend;
+  bool pushes_after_batch_ = false;
 
   // Under the house lock, as the lists are.
   services::ListIndex failed_clicks_;

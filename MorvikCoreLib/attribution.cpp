@@ -167,16 +167,32 @@ void MorvikCoreLib::thirdPartyConversion(const Value& parameters) {
 
 void MorvikCoreLib::requestConversion(const Value& parameters, const ConversionTexts& texts,
                                       services::ErrorHandler failure) {
-  if (services().isGDPRForgetMe())
+  if (isGateClosed())
     return;
   MORVIK_LOG(log(), lcl_vDebug, texts.operation, texts.parameter_text, parameters);
   auto request = services::postRequest(kit_.endpoints.kFendoConversionBaseLiveUrl, texts.path, parameters,
                                        services::AcceptEncoding::kGzip);
   MORVIK_LOG(log(), lcl_vTrace, texts.operation, texts.url_text, request.absoluteString());
-  services::run(
+  const auto self = shared_from_this();
+  const bool has_begun = services::run(
       requestTools(), std::move(request),
-      [self = shared_from_this(), &texts](const Value& json) { self->conversionDidSucceed(json, texts); },
-      std::move(failure));
+      [self, &texts](const Value& json) {
+        --self->attributions_under_way_;
+        self->conversionDidSucceed(json, texts);
+        self->attributionDidEnd();
+      },
+      [self, failure = std::move(failure)](const std::optional<kit::Response>& response, const kit::Error& error) {
+        --self->attributions_under_way_;
+        failure(response, error);
+        self->attributionDidEnd();
+      });
+  if (has_begun)
+    ++attributions_under_way_;
+}
+
+void MorvikCoreLib::attributionDidEnd() {
+  if (!isAttributionUnderWay() && delivery_observer_.attributionDidEnd)
+    delivery_observer_.attributionDidEnd();
 }
 
 void MorvikCoreLib::conversionDidSucceed(const Value& json, const ConversionTexts& texts) {
@@ -227,6 +243,9 @@ void MorvikCoreLib::conversionDidFail(const std::optional<kit::Response>& respon
   MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-The error was: %@", error);
   ++failedGetReferralCnt_;
   if (failedGetReferralCnt_ >= kConversionFailuresToStop || failedGetReferralCnt_ == 0)
+    return;
+  // Once sending is on again the conversion is asked for anew.
+  if (services().isSendingOff())
     return;
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-MorvikCore reTry reGetReferral");
   services::guarded(log(), kConversionRetryGuard, MORVIK_HERE(kOperation), [this] {
@@ -316,7 +335,7 @@ void MorvikCoreLib::notifyReferralSaved(const ReferralRecord& record) {
 // Ads
 
 void MorvikCoreLib::searchAds() {
-  if (services().isGDPRForgetMe())
+  if (isGateClosed())
     return;
   if (services::leadingDouble(kit_.device.systemVersion()) < kSearchAdsMinSystemVersion)
     return;
@@ -324,8 +343,11 @@ void MorvikCoreLib::searchAds() {
     return;
   kit_.ad_client->requestAttributionDetailsWithBlock(
       [self = shared_from_this()](const Value& details, const std::optional<kit::Error>& error) {
+        --self->attributions_under_way_;
         self->searchAdsDidAnswer(details, error);
+        self->attributionDidEnd();
       });
+  ++attributions_under_way_;
 }
 
 /// The lines of this answer go straight to the platform log, whatever the level.
@@ -339,6 +361,8 @@ void MorvikCoreLib::searchAdsDidAnswer(const Value& details, const std::optional
     }
   }
   log().writePlain("SearchAds Attribution searchAdsAttributionDetails: %@", {searchAdsAttributionDetails_});
+  if (services().isSendingOff())
+    return;
   if (store().fendoUserInfo_referralKey() == -1)
     conversion(makeConversionParameter());
 }
@@ -348,7 +372,7 @@ void MorvikCoreLib::searchAdsDidAnswer(const Value& details, const std::optional
 
 void MorvikCoreLib::iAdConversion() {
   static constexpr const char* kOperation = "-[MorvikCoreLib iAdConversion]";
-  if (kit_.ad_client == nullptr)
+  if (services().isSendingOff() || kit_.ad_client == nullptr)
     return;
   const auto self = shared_from_this();
   if (kit_.ad_client->offersConversionDetails()) {
@@ -357,7 +381,7 @@ void MorvikCoreLib::iAdConversion() {
         [self](std::optional<kit::Date> app_purchase_date, std::optional<kit::Date> iad_impression_date) {
           MORVIK_LOG(self->log(), lcl_vDebug, "-[MorvikCoreLib iAdConversion]_block_invoke",
                      "MRVK_QA-iAdOriginatedInstallation : %d", iad_impression_date.has_value());
-          if (!iad_impression_date)
+          if (!iad_impression_date || self->services().isSendingOff())
             return;
           self->iAdAppAttributionTracking(
               self->makeIAdAppAttributionTrackingParameter(app_purchase_date, iad_impression_date));
@@ -365,7 +389,7 @@ void MorvikCoreLib::iAdConversion() {
   } else if (kit_.ad_client->offersInstallationAttribution()) {
     MORVIK_LOG(log(), lcl_vDebug, kOperation, "MRVK_QA-iOS 7.1 call exists");
     kit_.ad_client->determineAppInstallationAttributionWithCompletionHandler([self](bool attributed) {
-      if (!attributed)
+      if (!attributed || self->services().isSendingOff())
         return;
       self->iAdAppAttributionTracking(self->makeIAdAppAttributionTrackingParameter(std::nullopt, std::nullopt));
     });
@@ -389,7 +413,7 @@ Value MorvikCoreLib::makeIAdAppAttributionTrackingParameter(std::optional<kit::D
 }
 
 void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters) {
-  if (services().isGDPRForgetMe())
+  if (isGateClosed())
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib iAdAppAttributionTracking:]",
              "MRVK_QA-iAdAppAttributionTracking_parameterInfo : %@", parameters);

@@ -51,7 +51,7 @@ void MorvikCoreLib::reportCommerceClick(const Value& query, std::optional<kit::D
 void MorvikCoreLib::commerceConversion() {
   static constexpr const char* kOperation = "-[MorvikCoreLib commerceConversion]";
   static constexpr const char* kHandlerOperation = "-[MorvikCoreLib commerceConversion]_block_invoke";
-  if (services().isGDPRForgetMe())
+  if (isGateClosed())
     return;
   services::MutableURLRequest request(
       services::format("%@%@", {kit_.endpoints.kCommerceBaseLiveUrl, services::kCommerceConversionPath}));
@@ -96,8 +96,9 @@ void MorvikCoreLib::commerceDidSucceed(const Value& json) {
 
 // ---------------------------------------------------------------------------------------------------- commerce events
 
+/// The module sends on its own account, so it is not asked to while sending is off.
 void MorvikCoreLib::saveCommerceEvents() {
-  if (store().commerceExpansionInfos().size() == 0)
+  if (services().isSendingOff() || store().commerceExpansionInfos().size() == 0)
     return;
   const kit::Module* module = kit_.modules.find(kCommerceModule);
   if (module != nullptr && module->saveCommerceEventAndSend)
@@ -108,7 +109,7 @@ void MorvikCoreLib::saveCommerceEvents() {
 
 void MorvikCoreLib::getPremiumPostbackInfoss() {
   services::guarded(log(), kPremiumPostbackGuard, MORVIK_HERE("-[MorvikCoreLib getPremiumPostbackInfoss]"), [this] {
-    if (services().isGDPRForgetMe())
+    if (isGateClosed())
       return;
     if (store().commercePremiumPostBack() == kGranted) {
       services().setIsPremiumPostback(true);

@@ -209,7 +209,7 @@ bool MorvikCoreLib::queueReports(const kit::Array& reports) {
 
 /// The budget decides what is dropped once the service has it; what is sent is always the whole queue.
 void MorvikCoreLib::sendCrashInfos() {
-  if (services().isGDPRForgetMe() || util().getNetworkStatus() == kit::kNetworkUnknown)
+  if (isGateClosed() || util().getNetworkStatus() == kit::kNetworkUnknown)
     return;
   MORVIK_LOG(log(), lcl_vDebug, kSendOperation, "MRVK_QA-sendCrashInfos parameterInfo : %@",
              store().MorvikCoreUserInfo_Crash());

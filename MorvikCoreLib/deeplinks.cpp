@@ -92,6 +92,8 @@ void MorvikCoreLib::passOpenURL(const kit::Url& url) {
 void MorvikCoreLib::passOpenURL(const kit::Url& url, const OpeningMoment& moment) {
   static constexpr const char* kOperation = "-[MorvikCoreLib passOpenURL:]";
   services::guarded(log(), kPassOpenURLGuard, MORVIK_HERE(kOperation), [this, &url, &moment] {
+    if (services().isSendingOff())
+      return keepURL(url);
     const Value query = util().getURLParmaters(url);
     MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-P.O. URL : %@, getURLParamaters : %@", url, query);
     const bool is_re_engagement = isPresent(query, "ck") && (util().checkNilToNo(query["mrvk_eng"]) ||
@@ -101,6 +103,12 @@ void MorvikCoreLib::passOpenURL(const kit::Url& url, const OpeningMoment& moment
     else
       openAdvertisingIdClick(url, query, moment);
   });
+}
+
+/// Until the next session start, or until sending is on again.
+void MorvikCoreLib::keepURL(const kit::Url& url) {
+  store().setURL(url, services::kPassOpenUrlKey);
+  store().synchronize();
 }
 
 void MorvikCoreLib::openReEngagementClick(const kit::Url& url, const Value& query, const OpeningMoment& moment) {
@@ -146,7 +154,7 @@ Value MorvikCoreLib::makeReEngagementConversionParameter(const kit::Url& url) {
 Value MorvikCoreLib::reEngagementParameter(const kit::Url& url, bool is_first_launch) {
   static constexpr const char* kOperation = "-[MorvikCoreLib makeReEngagementConversionParameter:]";
   const auto parameters = services::guarded(log(), kMakeParameterGuard, MORVIK_HERE(kOperation), [&] {
-    if (services().isGDPRForgetMe())
+    if (isGateClosed())
       return Value();
     kit::MutableDictionary fields = services().makeCommonParameter(kit_.update_log.getSDKVersion());
     fields.set("deeplink_info", clickRecord(url, is_first_launch));
@@ -179,7 +187,7 @@ Value MorvikCoreLib::clickRecord(const kit::Url& url, bool is_first_launch) cons
 void MorvikCoreLib::reEngagementConversion(const Value& parameters) {
   static constexpr const char* kOperation = "-[MorvikCoreLib reEngagementConversion:]";
   services::guarded(log(), kReEngagementConversionGuard, MORVIK_HERE(kOperation), [&] {
-    if (services().isGDPRForgetMe())
+    if (isGateClosed())
       return;
     MORVIK_LOG(log(), lcl_vDebug, kOperation, "MRVK_QA-reEngagementConversion_parameterInfo : %@", parameters);
     auto request =
@@ -276,7 +284,7 @@ void MorvikCoreLib::strikeOffFailedReEngagement(int64_t conversion_key) {
 void MorvikCoreLib::makeFailureReEngagementConversionParameter() {
   services::guarded(log(), kRetryGuard, MORVIK_HERE("-[MorvikCoreLib makeFailureReEngagementConversionParameter]"),
                     [this] {
-                      if (services().isGDPRForgetMe())
+                      if (isGateClosed())
                         return;
                       kit::MutableDictionary payload = services().makeCommonParameter(kit_.update_log.getSDKVersion());
                       countSessionEndOfFailedReEngagements();
@@ -326,7 +334,7 @@ void MorvikCoreLib::resendFailedReEngagements(kit::MutableDictionary payload) {
 
 void MorvikCoreLib::setReferralUrlForFacebook(const kit::Url& url) {
   services::guarded(log(), kFacebookGuard, MORVIK_HERE("-[MorvikCoreLib setReferralUrlForFacebook:]"), [this, &url] {
-    if (services().isGDPRForgetMe())
+    if (isGateClosed())
       return;
     if (fB_DeepLinkData_.isAbsent())
       fB_DeepLinkData_ = kit::Dictionary();

@@ -70,12 +70,12 @@ Value MorvikCoreLib::makeDemoInfoParameter() const {
 }
 
 void MorvikCoreLib::sendPendingDemos() {
-  if (fetchDemos().size() > 0 && !trackingKey().empty())
+  if (!services().isSendingOff() && fetchDemos().size() > 0 && !trackingKey().empty())
     sendUserDemoInfos(makeDemoInfoParameter());
 }
 
 void MorvikCoreLib::sendUserDemoInfos(const Value& parameters) {
-  if (services().isGDPRForgetMe())
+  if (isGateClosed())
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib sendUserDemoInfos:]", "MRVK_QA-sendUserDemoInfos parameterInfo : %@",
              parameters);

@@ -226,12 +226,15 @@ bool MorvikCoreLib::endedWithinTheMinute() const {
 }
 
 void MorvikCoreLib::uploadPendingActivities(EndActivities end_activities) {
+  withheld_end_activities_ = services().isSendingOff() ? end_activities : EndActivities::kSend;
   if (store().fendoActivityInfos().size() == 0 || !isTrackingPossible())
     return;
   tracking(makeTrackingParameter(end_activities));
 }
 
 void MorvikCoreLib::askForAttribution() {
+  if (services().isSendingOff())
+    return;
   if (searchAdsAttributionDetails_.isAbsent()) {
     searchAds();
   } else if (store().fendoUserInfo_referralKey() == -1) {
@@ -246,8 +249,10 @@ void MorvikCoreLib::storeAdvertisingIdentifier() {
   store().synchronize();
 }
 
-/// Handles a URL that came before the kit was ready, once: it goes before it is opened.
+/// Handles a URL that came before the kit was ready, once: it goes before it is opened. While sending is off it waits.
 void MorvikCoreLib::replayStoredURL() {
+  if (services().isSendingOff())
+    return;
   const std::optional<kit::Url> url = store().URLForKey(services::kPassOpenUrlKey);
   if (!url)
     return;

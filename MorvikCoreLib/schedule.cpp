@@ -29,7 +29,7 @@ Value MorvikCoreLib::scheduleParameters() const {
 }
 
 void MorvikCoreLib::getSchedule(const Value& parameters) {
-  if (services().isGDPRForgetMe())
+  if (isGateClosed())
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib getSchedule:]", "MRVK_QA-getSchedule_parameterInfo : %@", parameters);
   auto request = services::postRequest(kit_.endpoints.kFendoCampaignBaseLiveUrl, services::kGetScheduleVer2Path,

@@ -171,7 +171,7 @@ std::unordered_set<std::string_view> idSet(const kit::Array& ids) {
 Value MorvikCoreLib::makeTrackingParameter(EndActivities end_activities) {
   static constexpr const char* kOperation = "-[MorvikCoreLib makeTrackingParameter:]";
   const auto parameters = services::guarded(log(), kMakeTrackingParameterGuard, MORVIK_HERE(kOperation), [&] {
-    if (services().isGDPRForgetMe())
+    if (isGateClosed())
       return Value();
     if (_isTrackingCalled()) {
       MORVIK_LOG(
@@ -263,7 +263,7 @@ void MorvikCoreLib::pushTracking() {
 // sending
 
 void MorvikCoreLib::tracking(const Value& parameters) {
-  if (parameters.isNil() || services().isGDPRForgetMe())
+  if (parameters.isNil() || isGateClosed())
     return;
   if (util().checkNilToBlankString(parameters["result"]).string() == "failure") {
     deleteActivitysForTracking();
@@ -278,11 +278,20 @@ void MorvikCoreLib::tracking(const Value& parameters) {
   auto request = services::postRequest(kit_.endpoints.kFendoTrackingBaseLiveUrl, services::kTrackingPath, parameters,
                                        services::AcceptEncoding::kGzip);
   const auto self = shared_from_this();
-  services::run(
+  const bool has_begun = services::run(
       requestTools(), std::move(request), [self](const Value& json) { self->trackingDidSucceed(json); },
       [self](const std::optional<kit::Response>& response, const kit::Error& error) {
         self->trackingDidFail(response, error);
       });
+  if (has_begun)
+    ++batches_under_way_;
+}
+
+void MorvikCoreLib::batchDidEnd(BatchEnd end) {
+  if (pushes_after_batch_ && !isBatchUnderWay())
+    pushAsAtSessionStart();
+  if (delivery_observer_.batchDidEnd)
+    delivery_observer_.batchDidEnd(end);
 }
 
 /// Fires once, at the tenth failure that was counted: the counter moves on.
@@ -298,23 +307,28 @@ void MorvikCoreLib::refetchReferral() {
 }
 
 void MorvikCoreLib::trackingDidSucceed(const Value& json) {
+  --batches_under_way_;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib tracking:]_block_invoke", "MRVK_QA-tracking_JSON: %@", json);
   takeServerTime(json);
-  if (util().checkNilToNo(json["Result"])) {
+  const bool is_accepted = util().checkNilToNo(json["Result"]);
+  if (is_accepted) {
     deleteActivitysForTracking();
     deleteImpressionInfo();
   }
   set_isTrackingCalled(false);
   applicationEndBackgroundTask();
+  batchDidEnd(is_accepted ? BatchEnd::kAccepted : BatchEnd::kRefused);
 }
 
 void MorvikCoreLib::trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error) {
   static constexpr const char* kOperation = "-[MorvikCoreLib tracking:]_block_invoke";
+  --batches_under_way_;
   MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-Recieved an HTTP %ld", services::statusCode(response));
   MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-The error was: %@", error);
   clearSentEventKeysAfterFailure();
   set_isTrackingCalled(false);
   applicationEndBackgroundTask();
+  batchDidEnd(response ? BatchEnd::kRefused : BatchEnd::kNoAnswer);
 }
 
 void MorvikCoreLib::clearSentEventKeysAfterFailure() {

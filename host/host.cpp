@@ -135,6 +135,21 @@ Recorded Host::gdprForgetMe(bool forget_me) {
   return setNow([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
 }
 
+void Host::flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) {
+  if (stopped_ || parts_->flushes.begin(done, timeout) != Flushes::Begun::kTooMany || !done)
+    return;
+  post([done = std::move(done), parts = parts_.get()] { done(parts->flushes.resultNow(FlushReason::kTooMany)); });
+}
+
+FlushResult Host::waitUntilDelivered(std::chrono::milliseconds timeout) {
+  return parts_->flushes.wait(timeout);
+}
+
+void Host::setSendingEnabled(bool enabled) {
+  if (!stopped_)
+    parts_->sending.set(enabled);
+}
+
 bool Host::isGdprForgetMe() const {
   return parts_->core->isGdprForgetMe();
 }
@@ -171,6 +186,7 @@ void Host::stop() {
                "Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside");
     return;
   }
+  parts_->flushes.endAll();
   parts_->calls.close();
   using std::chrono::steady_clock;
   const auto time = std::chrono::duration<double>(kDrainSeconds);
@@ -194,17 +210,33 @@ Status Host::status() {
   return statusOf(*parts_);
 }
 
-// PLACEHOLDERS: to be replaced, each with its whole behaviour.
-void Host::flush(std::function<void(const FlushResult&)>, std::chrono::milliseconds) {}
-FlushResult Host::waitUntilDelivered(std::chrono::milliseconds) {
-  return {};
-}
-void Host::setSendingEnabled(bool) {}
-bool Host::eraseLocalData() {
-  return false;
-}
-void Host::stop(std::chrono::milliseconds) {
+void Host::stop(std::chrono::milliseconds drain) {
+  if (!stopped_ && !parts_->flushes.isInsideACallback())
+    parts_->flushes.wait(drain);
   stop();
+}
+
+bool Host::eraseLocalData() {
+  static constexpr const char* kOperation = "-[MorvikCore eraseLocalData]";
+  if (stopped_)
+    return false;
+  if (parts_->flushes.isInsideACallback()) {
+    MORVIK_LOG(parts_->logger, kit::lcl_vError, kOperation,
+               "Morvik host: nothing was erased: a callback runs, and the kit stops first; erase from outside");
+    return false;
+  }
+  const auto wish = [this] {
+    return KeptWish{parts_->services.isGDPRForgetMe(), parts_->services.isGDPRForgetMeServerSynced()};
+  };
+  auto error = parts_->eraser->begin(wish());
+  if (!error) {
+    parts_->transport->shutdown();
+    stop();
+    error = parts_->eraser->finish(wish());
+  }
+  if (error)
+    MORVIK_LOG(parts_->logger, kit::lcl_vError, kOperation, "Morvik host: not all was erased: %@", *error);
+  return !error;
 }
 
 kit::MainQueue& Host::mainQueue() {

@@ -21,6 +21,8 @@
 #include "host/machine/machine.h"
 #include "host/machine/turn_gate.h"
 #include "host/observe/observations.h"
+#include "host/sending/flushes.h"
+#include "host/sending/sending_switch.h"
 #include "host/siblings/MorvikADGetPUID.h"
 #include "host/siblings/MorvikADUtil.h"
 #include "host/siblings/MorvikCore.h"
@@ -57,6 +59,8 @@ struct HostParts {
   kit::SharedState shared_state;
   const services::Logger logger;
 
+  std::unique_ptr<MachineEraser> eraser;
+
   const std::unique_ptr<MachineClock> clock;
   const std::unique_ptr<MachineCalendar> calendar;
   const std::unique_ptr<kit::Random> random;
@@ -91,6 +95,8 @@ struct HostParts {
   Observations observations;
   PostedLines lines;
   MorvikCoreServicesLib services;
+  SendingSwitch sending;
+  Flushes flushes;
   const MorvikCoreUpdateLog update_log;
   const Device device;
   const AppBundle bundle;

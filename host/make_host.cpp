@@ -221,6 +221,9 @@ void makeCore(HostParts& parts, HostOf host_of) {
   const bool is_shared = host_of == HostOf::kProcess && MorvikCoreLib::provideSharedKit(parts.kit);
   parts.core = is_shared ? MorvikCoreLib::shared() : MorvikCoreLib::make(parts.kit);
   observeAfterTheCore(parts);
+  parts.flushes.follow(*parts.core);
+  parts.sending.setWhenResumed([&parts] { parts.core->sendingDidResume(); });
+  parts.sending.setAlsoHeld([&parts](bool held) { parts.handed_over.setHeld(held); });
   parts.handed_over.setHandler([&parts](const HandedOver::Entry& entry) { handle(parts, entry); });
   parts.handed_over.begin();
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
@@ -287,11 +290,15 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
     if (auto error = checkPlaces(options))
       return *std::move(error);
   }
-  auto sink = makeLogSink(std::get<CheckedOptions>(checked));
-  if (auto* error = std::get_if<kit::Error>(&sink))
+  auto made_sink = makeLogSink(std::get<CheckedOptions>(checked));
+  if (auto* error = std::get_if<kit::Error>(&made_sink))
     return std::move(*error);
-  auto parts = std::make_unique<HostParts>(std::get<CheckedOptions>(std::move(checked)),
-                                           std::move(std::get<std::unique_ptr<kit::LogSink>>(sink)), machine);
+  auto sink = std::move(std::get<std::unique_ptr<kit::LogSink>>(made_sink));
+  auto eraser = machine.makeEraser(options.store_folder, *sink);
+  if (auto error = eraser->resume())
+    return *std::move(error);
+  auto parts = std::make_unique<HostParts>(std::get<CheckedOptions>(std::move(checked)), std::move(sink), machine);
+  parts->eraser = std::move(eraser);
   if (parts->store->opening() == StoreOpening::kLocked)
     return kit::Error{parts->store->openingLine()};
   tellWhatTheEnvironmentChanged(*parts);
@@ -341,6 +348,8 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
       observations(observationsParts(*this)),
       lines(logger, *main_loop),
       services(servicesParts(*this)),
+      sending({*main_loop, *transport, services}, options.options.sending),
+      flushes({*main_loop, gate, properties, services, util, shared_state, logger}),
       device(options.options.device),
       bundle(options.options.device),
       report_shelf(machine.makeReportShelf(options.options.store_folder, json, *log_sink)),

@@ -41,6 +41,9 @@ class MorvikCoreServicesLib {
   /// The forget-me mirror: while true, no request but the erasure starts.
   virtual bool isGDPRForgetMe() const = 0;
   virtual void setIsGDPRForgetMe(bool forget_me) = 0;
+  /// The app's switch: while true, no request but the erasure starts, and the ad client is asked nothing. It changes
+  /// between two turns of the main queue, or in one by the app's own call. Waits for no lock.
+  virtual bool isSendingOff() const = 0;
   /// The mirror of whether the erasure service has accepted the user's wish.
   virtual void setIsGDPRForgetMeServerSynced(bool synced) = 0;
 

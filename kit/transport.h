@@ -28,6 +28,8 @@ struct Request {
   std::optional<double> timeout_seconds;
   /// An answer with a larger body (after decoding) is a failure.
   size_t max_answer_bytes = 0;
+  /// It leaves also while the app has switched sending off, when others wait. The erasure alone.
+  bool passes_hold = false;
 };
 
 struct Response {

@@ -70,7 +70,7 @@ MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::make(const Reques
 
 MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequest(
     const RequestTools& tools, MutableURLRequest request, SuccessHandler success, FailureHandler failure) {
-  return make(tools, std::move(request), std::move(success), std::move(failure), Gate::kClosedByForgetMe);
+  return make(tools, std::move(request), std::move(success), std::move(failure), Gate::kOrdinary);
 }
 
 MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequestIgnoreGDPR(
@@ -78,17 +78,21 @@ MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperat
   return make(tools, std::move(request), std::move(success), std::move(failure), Gate::kAlwaysOpen);
 }
 
-void MorvikADAFJSONRequestOperation::start() {
-  if (exchange_->gate == Gate::kClosedByForgetMe && exchange_->tools.services.isGDPRForgetMe())
-    return;
+bool MorvikADAFJSONRequestOperation::start() {
+  const kit::MorvikCoreServicesLib& services = exchange_->tools.services;
+  const bool always_leaves = exchange_->gate == Gate::kAlwaysOpen;
+  if (!always_leaves && (services.isGDPRForgetMe() || services.isSendingOff()))
+    return false;
   // The body may be large and leaves for good; what stays for the handlers is the rest of the request.
   std::string body = std::move(exchange_->request.body);
   exchange_->request.body.clear();
   kit::Request leaving = exchange_->request;
   leaving.body = std::move(body);
   leaving.max_answer_bytes = kMaxAnswerBytes;
+  leaving.passes_hold = always_leaves;
   exchange_->tools.transport.start(
       std::move(leaving), [exchange = exchange_](const kit::TransportOutcome& outcome) { exchange->finish(outcome); });
+  return true;
 }
 
 }  // namespace morvik::services

@@ -36,19 +36,19 @@ class MorvikADAFJSONRequestOperation {
   static MorvikADAFJSONRequestOperation JSONRequestOperationWithRequest(const RequestTools& tools,
                                                                         MutableURLRequest request,
                                                                         SuccessHandler success, FailureHandler failure);
-  /// The same, but it runs even while the forget-me flag is set. For the erasure request alone.
+  /// The same, but it runs even while the forget-me flag is set or sending is off. For the erasure request alone.
   static MorvikADAFJSONRequestOperation JSONRequestOperationWithRequestIgnoreGDPR(const RequestTools& tools,
                                                                                   MutableURLRequest request,
                                                                                   SuccessHandler success,
                                                                                   FailureHandler failure);
 
   /// Begins the exchange and returns at once; the operation need not be kept. Exactly one of the two handlers runs,
-  /// once, on the main queue, in a later turn. While the forget-me flag is set nothing happens at all: no request, no
-  /// handler. To be called once.
-  void start();
+  /// once, on the main queue, in a later turn. While the forget-me flag is set or sending is off nothing happens at
+  /// all: no request, no handler, and the answer is false. To be called once.
+  bool start();
 
  private:
-  enum class Gate { kClosedByForgetMe, kAlwaysOpen };
+  enum class Gate { kOrdinary, kAlwaysOpen };
   struct Exchange;
   explicit MorvikADAFJSONRequestOperation(std::shared_ptr<Exchange> exchange) : exchange_(std::move(exchange)) {}
   static MorvikADAFJSONRequestOperation make(const RequestTools& tools, MutableURLRequest request,

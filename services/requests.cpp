@@ -28,21 +28,21 @@ MutableURLRequest jsonPostRequest(const std::string& base_url, std::string_view 
   return posted(client, path, parameters);
 }
 
-void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure) {
-  MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequest(
-      tools, std::move(request),
-      [success = std::move(success)](const kit::Request&, const kit::Response&, const kit::Value& json) {
-        success(json);
-      },
-      std::move(failure))
+bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure) {
+  return MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequest(
+             tools, std::move(request),
+             [success = std::move(success)](const kit::Request&, const kit::Response&, const kit::Value& json) {
+               success(json);
+             },
+             std::move(failure))
       .start();
 }
 
-void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure) {
-  run(tools, std::move(request), std::move(success),
-      FailureHandler([failure = std::move(failure)](const kit::Request&, const std::optional<kit::Response>& response,
-                                                    const kit::Error& error,
-                                                    const kit::Value&) { failure(response, error); }));
+bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure) {
+  return run(tools, std::move(request), std::move(success),
+             FailureHandler([failure = std::move(failure)](
+                                const kit::Request&, const std::optional<kit::Response>& response,
+                                const kit::Error& error, const kit::Value&) { failure(response, error); }));
 }
 
 }  // namespace morvik::services

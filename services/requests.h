@@ -26,9 +26,10 @@ using JsonHandler = std::function<void(const kit::Value& json)>;
 /// What most handlers need of a failure.
 using ErrorHandler = std::function<void(const std::optional<kit::Response>& response, const kit::Error& error)>;
 
-/// Makes the standard operation of `request` and starts it. Exactly one handler runs, once, later, on the main queue.
-void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure);
+/// Makes the standard operation of `request` and starts it. True: exactly one handler runs, once, later, on the main
+/// queue. False: the gate is closed, and nothing happens.
+bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure);
 /// The same for a failure of which response and error are enough.
-void run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure);
+bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure);
 
 }  // namespace morvik::services

@@ -186,6 +186,40 @@ struct SimulatedDisk::Parts final : public host::StoreFiles {
       return problemOf(code);
     return std::nullopt;
   }
+  std::vector<std::string> names(const std::string& folder) override {
+    std::vector<std::string> found;
+    for (const auto& [path, file] : contents_.names()) {
+      if (path.starts_with(folder + "/"))
+        found.push_back(path.substr(folder.size() + 1));
+    }
+    return found;
+  }
+  host::StoreOutcome remove(const std::string& path) override {
+    const int code = removeFile(&vfs_, path.c_str(), 0);
+    if (code != SQLITE_OK && code != SQLITE_IOERR_DELETE_NOENT)
+      return problemOf(code);
+    return std::nullopt;
+  }
+  host::StoreOutcome write(const std::string& path, const std::string& bytes) override {
+    OpenFile open;
+    open.path = path;
+    int code = create(path, open.file);
+    if (code == SQLITE_OK)
+      code = change(open, {.offset = 0, .bytes = bytes});
+    if (code == SQLITE_OK)
+      code = syncFile(open);
+    if (code != SQLITE_OK)
+      return problemOf(code);
+    return std::nullopt;
+  }
+  host::StoreOutcome read(const std::string& path, std::string& out) override {
+    const std::shared_ptr<DiskFile> file = contents_.find(path);
+    const int code = file ? ask(DiskCall::Kind::kRead, path) : SQLITE_CANTOPEN;
+    if (code != SQLITE_OK)
+      return problemOf(code);
+    out = file->now();
+    return std::nullopt;
+  }
   host::StoreOutcome syncFolder(const std::string& folder) override {
     if (const int code = syncNames(folder); code != SQLITE_OK)
       return problemOf(code);
@@ -207,6 +241,7 @@ struct SimulatedDisk::Parts final : public host::StoreFiles {
   int open(const char* name, FileHandle& handle, int flags);
   int syncNames(const std::string& path);
   int change(OpenFile& open, DiskChange change);
+  int syncFile(OpenFile& open);
 
   static Parts& self(sqlite3_vfs* vfs) { return *static_cast<Parts*>(vfs->pAppData); }
   static Parts& self(sqlite3_file* file) { return *reinterpret_cast<FileHandle*>(file)->disk; }
@@ -433,13 +468,16 @@ int SimulatedDisk::Parts::sync(sqlite3_file* file, int) {
   OpenFile& open = openOf(file);
   if (open.is_temporary)
     return SQLITE_OK;
-  Parts& disk = self(file);
-  const int code = disk.ask(DiskCall::Kind::kSync, open.path);
+  return self(file).syncFile(open);
+}
+
+int SimulatedDisk::Parts::syncFile(OpenFile& open) {
+  const int code = ask(DiskCall::Kind::kSync, open.path);
   if (code == SQLITE_OK)
     open.file->sync();
   if (code != SQLITE_OK && code != kDropped)
     return code;
-  return std::exchange(open.syncs_folder, false) ? disk.syncNames(open.path) : SQLITE_OK;
+  return std::exchange(open.syncs_folder, false) ? syncNames(open.path) : SQLITE_OK;
 }
 
 // ------------------------------------------------------------------------------------------------------- SimulatedDisk

@@ -1,5 +1,6 @@
 #include "simulation/virtual_loop_host.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -32,7 +33,7 @@ struct VirtualMainLoop::State {
 };
 
 VirtualMainLoop::VirtualMainLoop(testing::VirtualLoop& loop, const services::Logger& logger)
-    : loop_(loop), state_(std::make_shared<State>(logger)) {}
+    : loop_(loop), process_(loop.kills()), state_(std::make_shared<State>(logger)) {}
 
 VirtualMainLoop::~VirtualMainLoop() {
   stop();
@@ -120,6 +121,29 @@ bool VirtualMainLoop::isMainThread() const {
 
 bool VirtualMainLoop::isInTurn() const {
   return loop_.running() == testing::VirtualLoop::Running::kMainBlock;
+}
+
+bool VirtualMainLoop::canPump() const {
+  return !state_->is_stopped && loop_.kills() == process_ && loop_.running() == testing::VirtualLoop::Running::kNothing;
+}
+
+void VirtualMainLoop::pumpOnce(double max_seconds) {
+  if (!canPump() || loop_.step())
+    return;
+  loop_.advance(std::min(max_seconds, loop_.secondsToNextTimer().value_or(max_seconds)));
+}
+
+bool VirtualMainLoop::runWithin(double, kit::Block block) {
+  if (!canPump())
+    return false;
+  const auto is_done = std::make_shared<bool>(false);
+  async([state = state_, is_done, block = std::move(block)] {
+    state->guarded(block);
+    *is_done = true;
+  });
+  while (!*is_done && loop_.step()) {
+  }
+  return *is_done;
 }
 
 host::MainLoopCounts VirtualMainLoop::counts() const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 #include "host/machine/machine.h"
@@ -31,12 +32,18 @@ class VirtualMainLoop final : public host::MachineLoop {
   int pollDescriptor() const override { return -1; }
   int pollTimeoutMilliseconds() const override { return -1; }
   void dispatch() override {}
+  bool canPump() const override;
+  /// Time passes up to the next timer when nothing waits.
+  void pumpOnce(double max_seconds) override;
+  /// No time passes.
+  bool runWithin(double max_seconds, kit::Block block) override;
 
  private:
   struct State;
   kit::Block asTurn(kit::Block block) const;
 
   testing::VirtualLoop& loop_;
+  const uint64_t process_;  ///< by what died before it
   const std::shared_ptr<State> state_;
 };
 

@@ -5,9 +5,12 @@
 #include <utility>
 #include <variant>
 
+#include "host/erasing/file_eraser.h"
 #include "host/machine/names_in_the_store.h"
 #include "host/make_host.h"
 #include "host/store/sqlite_store.h"
+#include "kit/house_lock.h"
+#include "services/MorvikGVUserDefaults.h"
 #include "simulation/virtual_flusher.h"
 #include "simulation/virtual_loop_host.h"
 #include "testing/fake_calendar.h"
@@ -135,11 +138,38 @@ class VirtualTransport final : public host::MachineTransport {
     });
   }
   size_t inFlight() const override { return network_.unanswered(); }
+  void setHeld(bool held) override { network_.setHeld(held); }
+  void refuseWaiting(const kit::Error& error) override { network_.refuseWaiting(error.message); }
   void shutdown() override { network_.kill(); }
 
  private:
   testing::ScriptedTransport& network_;
   kit::MainQueue& main_queue_;
+};
+
+/// Of a store in memory, where nothing comes in between.
+class MemoryEraser final : public host::MachineEraser {
+ public:
+  MemoryEraser(testing::MemoryStore& store, kit::ReportShelf& shelf) : store_(store), shelf_(shelf) {}
+  std::optional<kit::Error> resume() override { return std::nullopt; }
+  std::optional<kit::Error> begin(host::KeptWish) override { return std::nullopt; }
+  std::optional<kit::Error> finish(host::KeptWish wish) override {
+    for (const auto& [key, value] : store_.contents())
+      store_.set(key, {});
+    kit::HouseLock lock;
+    const services::MorvikGVUserDefaults fresh(store_, lock);
+    if (wish.is_forgotten)
+      fresh.setMorvikCoreUserInfo_isGDPRForgetMe(true);
+    if (wish.is_synced)
+      fresh.setMorvikCoreUserInfo_isGDPRForgetMeServerSynced(true);
+    store_.synchronize();
+    shelf_.clear();
+    return std::nullopt;
+  }
+
+ private:
+  testing::MemoryStore& store_;
+  kit::ReportShelf& shelf_;
 };
 
 }  // namespace
@@ -209,6 +239,19 @@ host::SqliteStoreOptions VirtualMachine::storeOptions() {
           .file_decides = host::namesThatTheFileDecides(),
           .process_decides = host::namesThatTheProcessDecides(),
           .make_flusher = flushesOn(loop)};
+}
+
+std::unique_ptr<host::MachineEraser> VirtualMachine::makeEraser(const std::string& folder, kit::LogSink& log) {
+  if (options_.disk == nullptr)
+    return std::make_unique<MemoryEraser>(store, report_shelf);
+  return std::make_unique<host::FileEraser>(
+      host::FileEraserParts{.place = options_.disk->place(),
+                            .open_store = [this, folder, &log] { return VirtualMachine::makeStore(folder, log); },
+                            .remove_more =
+                                [this] {
+                                  if (!options_.disk->isCut())
+                                    report_shelf.clear();
+                                }});
 }
 
 std::unique_ptr<host::MachineStore> VirtualMachine::makeStore(const std::string&, kit::LogSink& log) {

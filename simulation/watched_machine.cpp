@@ -110,6 +110,11 @@ class WatchedLoop final : public host::MachineLoop {
   int pollDescriptor() const override { return loop_->pollDescriptor(); }
   int pollTimeoutMilliseconds() const override { return loop_->pollTimeoutMilliseconds(); }
   void dispatch() override { loop_->dispatch(); }
+  bool canPump() const override { return loop_->canPump(); }
+  void pumpOnce(double max_seconds) override { loop_->pumpOnce(max_seconds); }
+  bool runWithin(double max_seconds, kit::Block block) override {
+    return loop_->runWithin(max_seconds, std::move(block));
+  }
 
  private:
   const std::unique_ptr<host::MachineLoop> loop_;
@@ -143,6 +148,8 @@ class WatchedTransport final : public host::MachineTransport {
     }
   }
   size_t inFlight() const override { return transport_->inFlight(); }
+  void setHeld(bool held) override { transport_->setHeld(held); }
+  void refuseWaiting(const kit::Error& error) override { transport_->refuseWaiting(error); }
   void shutdown() override { transport_->shutdown(); }
 
  private:

@@ -1,6 +1,7 @@
 // The kit's services object for tests: real envelope, real records, and it remembers what it was told.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -42,6 +43,7 @@ class FakeServices : public kit::MorvikCoreServicesLib {
   bool isGDPRForgetMe() const override;
   void setIsGDPRForgetMe(bool forget_me) override;
   void setIsGDPRForgetMeServerSynced(bool synced) override;
+  bool isSendingOff() const override { return is_sending_off_; }
   double intervalSinceServerDate() const override;
   void setIntervalSinceServerDate(double interval_seconds) override;
   /// "session" for 0, "group 1", "group 2", … for others.
@@ -73,6 +75,7 @@ class FakeServices : public kit::MorvikCoreServicesLib {
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) override;
 
   // What the test says.
+  void setIsSendingOff(bool is_off) { is_sending_off_ = is_off; }
   void setAppleAdvertisingIdentifier(std::optional<std::string> identifier);
   void setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate);
   /// Sets a common parameter to another value; an absent one leaves it out.
@@ -99,6 +102,7 @@ class FakeServices : public kit::MorvikCoreServicesLib {
   Recording<std::string> envelope_errors_;
   Recording<EndedExchange> ended_exchanges_;
   services::ConversionCache conversions_;
+  std::atomic<bool> is_sending_off_{false};
 
   mutable std::mutex mutex_;  // guards what follows
   bool is_gdpr_forget_me_;

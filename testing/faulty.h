@@ -646,6 +646,10 @@ class Faulty<kit::MorvikCoreServicesLib> final : public kit::MorvikCoreServicesL
     faults.pass("setIsGDPRForgetMeServerSynced");
     port_.setIsGDPRForgetMeServerSynced(synced);
   }
+  bool isSendingOff() const override {
+    faults.pass("isSendingOff");
+    return port_.isSendingOff();
+  }
   double intervalSinceServerDate() const override {
     faults.pass("intervalSinceServerDate");
     return port_.intervalSinceServerDate();
@@ -744,6 +748,7 @@ class Faulty<kit::MorvikCoreServicesLib> final : public kit::MorvikCoreServicesL
                          "isGDPRForgetMe",
                          "setIsGDPRForgetMe",
                          "setIsGDPRForgetMeServerSynced",
+                         "isSendingOff",
                          "intervalSinceServerDate",
                          "setIntervalSinceServerDate",
                          "activityGroupName",

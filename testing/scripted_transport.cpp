@@ -129,14 +129,24 @@ void ScriptedTransport::beginWaiting(const std::string& host) {
   {
     const std::lock_guard lock(mutex_);
     Host& at_host = hosts_[host];
-    while (at_host.busy < kMaxConnectionsPerHost && !at_host.waiting.empty()) {
-      beginning.push_back(std::move(at_host.waiting.front()));
-      at_host.waiting.pop_front();
+    while (auto exchange = takeFirst(at_host)) {
+      beginning.push_back(std::move(exchange));
       ++at_host.busy;
     }
   }
   for (const auto& exchange : beginning)
     begin(exchange);
+}
+
+/// The first that may leave; null when there is none.
+std::shared_ptr<ScriptedTransport::Exchange> ScriptedTransport::takeFirst(Host& host) const {
+  const auto may_leave = [this](const auto& exchange) { return !held_ || exchange->request.passes_hold; };
+  const auto first = std::find_if(host.waiting.begin(), host.waiting.end(), may_leave);
+  if (host.busy >= kMaxConnectionsPerHost || first == host.waiting.end())
+    return nullptr;
+  auto taken = *first;
+  host.waiting.erase(first);
+  return taken;
 }
 
 void ScriptedTransport::begin(const std::shared_ptr<Exchange>& exchange) {
@@ -199,6 +209,36 @@ kit::TransportOutcome ScriptedTransport::outcomeOf(const Answer& answer, const k
   return outcome;
 }
 
+void ScriptedTransport::setHeld(bool held) {
+  std::vector<std::string> hosts;
+  {
+    const std::lock_guard lock(mutex_);
+    held_ = held;
+    for (const auto& [name, host] : hosts_)
+      hosts.push_back(name);
+  }
+  if (held)
+    return;
+  for (const std::string& host : hosts)
+    loop_.mainQueue().async([this, host] { beginWaiting(host); });
+}
+
+void ScriptedTransport::refuseWaiting(const std::string& error) {
+  std::vector<std::shared_ptr<Exchange>> refused;
+  {
+    const std::lock_guard lock(mutex_);
+    for (auto& [name, host] : hosts_) {
+      const auto first = std::stable_partition(host.waiting.begin(), host.waiting.end(),
+                                               [](const auto& exchange) { return exchange->request.passes_hold; });
+      host.busy += static_cast<size_t>(host.waiting.end() - first);
+      refused.insert(refused.end(), first, host.waiting.end());
+      host.waiting.erase(first, host.waiting.end());
+    }
+  }
+  for (const auto& exchange : refused)
+    loop_.mainQueue().async([this, exchange, error] { finish(exchange, failure(error)); });
+}
+
 // ------------------------------------------------------------------------------------------------------------ looking
 
 std::vector<kit::Request> ScriptedTransport::requests(std::string_view url_part) const {
@@ -226,6 +266,7 @@ size_t ScriptedTransport::waitingForConnection() const {
 void ScriptedTransport::kill() {
   const std::lock_guard lock(mutex_);
   ++process_;
+  held_ = false;
   hosts_.clear();
   unanswered_ = 0;
 }

@@ -115,6 +115,11 @@ class ScriptedTransport : public kit::Transport {
   /// Called for each request as it leaves, before its answer is chosen.
   void setObserver(std::function<void(const kit::Request&)> observer) { observer_ = std::move(observer); }
 
+  /// While held, what has not left waits, but for what passes a hold.
+  void setHeld(bool held);
+  /// Fails what waits, but for what passes a hold, with this error.
+  void refuseWaiting(const std::string& error);
+
   /// Requests that were started and whose handler has not run.
   size_t unanswered() const;
   /// Requests that wait for a connection to their host.
@@ -137,6 +142,7 @@ class ScriptedTransport : public kit::Transport {
   void leave(std::shared_ptr<Exchange> exchange);
   void beginWaiting(const std::string& host);
   void begin(const std::shared_ptr<Exchange>& exchange);
+  std::shared_ptr<Exchange> takeFirst(Host& host) const;
   void finish(const std::shared_ptr<Exchange>& exchange, const kit::TransportOutcome& outcome);
   Answer chooseAnswer(const kit::Request& request);
   static kit::TransportOutcome outcomeOf(const Answer& answer, const kit::Request& request);
@@ -151,6 +157,7 @@ class ScriptedTransport : public kit::Transport {
   mutable std::mutex mutex_;  // guards what follows
   std::map<std::string, Host> hosts_;
   size_t unanswered_ = 0;
+  bool held_ = false;
   uint64_t process_ = 0;  // counts the processes that died
 };
 

@@ -384,6 +384,12 @@ void VirtualLoop::kill() {
   tasks.swap(tasks_);
   observers.swap(observers_);
   after_commit.swap(after_commit_);
+  ++kills_;
+}
+
+uint64_t VirtualLoop::kills() const {
+  const std::lock_guard lock(mutex_);
+  return kills_;
 }
 
 }  // namespace morvik::testing

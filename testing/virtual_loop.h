@@ -126,6 +126,8 @@ class VirtualLoop {
   /// The process dies: blocks, timers, tasks, observers and what waited for a commit are gone; nothing is committed.
   /// Time, commits and sink stay, for the next process.
   void kill();
+  /// How often that was.
+  uint64_t kills() const;
 
  private:
   class ClockPort final : public kit::Clock {
@@ -212,6 +214,7 @@ class VirtualLoop {
   Running running_ = Running::kNothing;
   bool turn_is_open_ = false;
   uint64_t turns_ = 0;
+  uint64_t kills_ = 0;
 };
 
 }  // namespace morvik::testing

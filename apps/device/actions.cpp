@@ -1,5 +1,6 @@
 #include "apps/device/actions.h"
 
+#include <chrono>
 #include <csignal>
 #include <stdexcept>
 #include <thread>
@@ -179,6 +180,24 @@ void push(Phone& phone, const Arguments&, const Reply& reply) {
   reply({});
 }
 
+void flush(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  const std::chrono::duration<double> time(arguments.seconds.value_or(kFlushSeconds));
+  phone.host().flush(
+      [reply](const morvik::FlushResult& result) {
+        Outcome outcome;
+        if (!result.is_delivered)
+          outcome.refusal = std::string(toText(result.reason));
+        outcome.fields.set("waiting", count(result.waiting));
+        reply(outcome);
+      },
+      std::chrono::ceil<std::chrono::milliseconds>(time));
+}
+
+void switchSending(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  phone.host().setSendingEnabled(*arguments.flag);
+  reply({});
+}
+
 void wait(Phone& phone, const Arguments& arguments, const Reply& reply) {
   phone.host().afterUncounted(*arguments.seconds, [reply] { reply({}); });
 }
@@ -222,6 +241,10 @@ void showLedger(Phone& phone, const Arguments&, const Reply& reply) {
 
 void killProcess(Phone&, const Arguments&, const Reply&) {
   std::raise(SIGKILL);
+}
+
+void erase(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  quit(phone, arguments, reply);
 }
 
 void quit(Phone&, const Arguments&, const Reply& reply) {

@@ -20,6 +20,8 @@ std::optional<int> fatalSignal(const std::string& name);
 inline constexpr double kMaxClockStepSeconds = 3.2e9;
 /// How long "settle" waits when it is not said.
 inline constexpr double kSettleSeconds = 30.0;
+/// How long "flush" waits when it is not said.
+inline constexpr double kFlushSeconds = 30.0;
 
 /// What stood behind a verb.
 struct Arguments {
@@ -61,6 +63,8 @@ void goOnline(Phone& phone, const Arguments& arguments, const Reply& reply);
 void crash(Phone& phone, const Arguments& arguments, const Reply& reply);
 void crashBySignal(Phone& phone, const Arguments& arguments, const Reply& reply);
 void push(Phone& phone, const Arguments& arguments, const Reply& reply);
+void flush(Phone& phone, const Arguments& arguments, const Reply& reply);
+void switchSending(Phone& phone, const Arguments& arguments, const Reply& reply);
 void wait(Phone& phone, const Arguments& arguments, const Reply& reply);
 void moveClock(Phone& phone, const Arguments& arguments, const Reply& reply);
 void settle(Phone& phone, const Arguments& arguments, const Reply& reply);
@@ -69,5 +73,7 @@ void showStatus(Phone& phone, const Arguments& arguments, const Reply& reply);
 void showLedger(Phone& phone, const Arguments& arguments, const Reply& reply);
 void killProcess(Phone& phone, const Arguments& arguments, const Reply& reply);
 void quit(Phone& phone, const Arguments& arguments, const Reply& reply);
+/// Ends the program; whoever runs it then erases, outside of the main queue.
+void erase(Phone& phone, const Arguments& arguments, const Reply& reply);
 
 }  // namespace morvik_device

@@ -82,9 +82,13 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
       reporting->tell();
   });
   reporting.reset();
-  phone->host().stop();
+  Outcome last;
+  if (last_verb != "erase")
+    phone->host().stop();
+  else if (!phone->host().eraseLocalData())
+    last.refusal = "not all was erased; the log says why, and the next start goes on";
   if (last_verb)
-    output.verbDone(*last_verb, {});
+    output.verbDone(*last_verb, last);
   if (mistake)
     return refuse(*mistake, surroundings);
   return output.failed() ? tellUnwritable(surroundings) : 0;

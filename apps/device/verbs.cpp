@@ -106,6 +106,13 @@ Mistake trueOrFalse(std::string_view rest, Arguments& arguments) {
   return std::nullopt;
 }
 
+Mistake onOrOff(std::string_view rest, Arguments& arguments) {
+  if (rest != "on" && rest != "off")
+    return "say on or off";
+  arguments.flag = rest == "on";
+  return std::nullopt;
+}
+
 Mistake signal(std::string_view rest, Arguments& arguments) {
   if (!fatalSignal(std::string(rest)))
     return "say SIGSEGV, SIGABRT, SIGBUS, SIGFPE or SIGILL";
@@ -135,6 +142,9 @@ constexpr Verb kVerbs[] = {
     {"online", "", "the network status says what is there again", words<0, 0>, goOnline},
     {"set", "PROPERTY JSON", "writes a stored property; null makes it absent", propertyAndJson, setStored},
     {"push", "", "sends what is stored", words<0, 0>, push},
+    {"flush", "[SECONDS]", "has what is recorded delivered, and waits for it, at most that long (30 s)",
+     durationOrNothing, flush},
+    {"sending", "on|off", "lets the kit send, or holds it back but for an erasure", onOrOff, switchSending},
     {"wait", "SECONDS", "lets time pass", duration, wait},
     {"clock", "SECONDS", "moves the device's wall clock forward or back; timers are not touched", clockStep, moveClock},
     {"settle", "[SECONDS]", "runs until nothing is in flight, at most that long (30 s)", durationOrNothing, settle},
@@ -145,6 +155,8 @@ constexpr Verb kVerbs[] = {
     {"crash", "TEXT", "throws it, uncaught, on a thread of the app's", words<1, 1>, crash},
     {"crash-signal", "NAME", "ends the process by that signal, SIGSEGV say, on the main queue", signal, crashBySignal},
     {"kill", "", "ends the process by SIGKILL, at once", words<0, 0>, killProcess},
+    {"erase", "", "removes what the kit keeps, but for the wish to be forgotten, and ends the program", words<0, 0>,
+     erase},
     {"quit", "", "orderly shutdown; so does the end of input", words<0, 0>, quit},
 };
 

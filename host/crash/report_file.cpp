@@ -55,8 +55,16 @@ class Descriptor {
 
 }  // namespace
 
+std::string reportFilePath(const std::string& store_folder) {
+  return store_folder + "/crash-reports";
+}
+
+std::string unreadableReportFilePath(const std::string& store_folder) {
+  return reportFilePath(store_folder) + ".unreadable";
+}
+
 ReportFile::ReportFile(const std::string& folder, const kit::JsonCodec& json, kit::LogSink& log)
-    : path_(folder + "/crash-reports"), unreadable_path_(path_ + ".unreadable"), json_(json), log_(log) {}
+    : path_(reportFilePath(folder)), unreadable_path_(unreadableReportFilePath(folder)), json_(json), log_(log) {}
 
 std::optional<kit::Error> ReportFile::append(const kit::Value& report) {
   const auto text = json_.write(report);

@@ -14,6 +14,10 @@ namespace morvik::host {
 /// A file that holds so much takes no further report: a thousand large ones.
 inline constexpr size_t kMaxReportFileBytes = size_t{16} << 20;
 
+/// Where the file lies beside the store in that folder, and where it goes when something in it cannot be read.
+std::string reportFilePath(const std::string& store_folder);
+std::string unreadableReportFilePath(const std::string& store_folder);
+
 /// One report a line, as JSON. append() opens the file, writes the line with one write, and closes it: there is nothing
 /// that a dying thread could hold.
 class ReportFile final : public kit::ReportShelf {

@@ -1,9 +1,12 @@
 #include "host/loop/main_loop.h"
 
+#include <poll.h>
 #include <uv.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <string>
 #include <variant>
 
@@ -14,6 +17,8 @@ namespace morvik::host {
 namespace {
 
 constexpr uint64_t kNanosecondsPerMillisecond = 1'000'000;
+/// The longest wait of one call; the caller asks again.
+constexpr int kMaxPollMilliseconds = 60'000;
 
 constexpr services::GuardClause kThrewOnMainQueue =
     services::oneLine(kit::lcl_vError, "Morvik host: a block on the main queue threw and ended there: %@");
@@ -235,6 +240,57 @@ void MainLoop::dispatch() {
   if (mode_ != LoopMode::kPumped || !engine_->is_open || !isMainThread() || in_turn_)
     return;
   uv_run(&engine_->loop, UV_RUN_NOWAIT);
+}
+
+bool MainLoop::canPump() const {
+  return mode_ == LoopMode::kPumped && isMainThread() && !in_turn_;
+}
+
+void MainLoop::pumpOnce(double max_seconds) {
+  if (!canPump() || !engine_->is_open)
+    return;
+  const int loop_milliseconds = pollTimeoutMilliseconds();
+  const double longest = std::min(std::max(0.0, max_seconds) * 1e3, static_cast<double>(kMaxPollMilliseconds));
+  const int own_milliseconds = static_cast<int>(std::ceil(longest));
+  pollfd polled{.fd = pollDescriptor(), .events = POLLIN, .revents = 0};
+  // Interrupted by a signal, it has nothing to dispatch, and the caller asks again.
+  static_cast<void>(
+      poll(&polled, 1, loop_milliseconds < 0 ? own_milliseconds : std::min(loop_milliseconds, own_milliseconds)));
+  dispatch();
+}
+
+bool MainLoop::runWithin(double max_seconds, kit::Block block) {
+  enum class Step { kWaits, kRuns, kDone, kGivenUp };
+  struct Shared {
+    std::mutex mutex;
+    std::condition_variable changed;
+    Step step = Step::kWaits;
+    /// False when it has gone another way already.
+    bool go(Step from, Step to) {
+      const std::scoped_lock hold(mutex);
+      if (step != from)
+        return false;
+      step = to;
+      changed.notify_all();
+      return true;
+    }
+  };
+  const auto shared = std::make_shared<Shared>();
+  runOnMain([this, shared, block = std::move(block)] {
+    if (!shared->go(Step::kWaits, Step::kRuns))
+      return;
+    runGuarded(block);
+    shared->go(Step::kRuns, Step::kDone);
+  });
+  std::unique_lock lock(shared->mutex);
+  const auto time = std::chrono::duration<double>(std::clamp(max_seconds, 0.0, kMaxDelaySeconds));
+  if (!shared->changed.wait_for(lock, time, [&] { return shared->step != Step::kWaits; })) {
+    shared->step = Step::kGivenUp;
+    return false;
+  }
+  // It has begun, and is waited for.
+  shared->changed.wait(lock, [&] { return shared->step == Step::kDone; });
+  return true;
 }
 
 void MainLoop::wakeLocked() {

@@ -54,6 +54,9 @@ class MainLoop final : public MachineLoop {
   int pollDescriptor() const override;
   int pollTimeoutMilliseconds() const override;
   void dispatch() override;
+  bool canPump() const override;
+  void pumpOnce(double max_seconds) override;
+  bool runWithin(double max_seconds, kit::Block block) override;
 
  private:
   struct Engine;

@@ -79,6 +79,13 @@ class MachineLoop : public kit::MainQueue {
   virtual int pollDescriptor() const = 0;
   virtual int pollTimeoutMilliseconds() const = 0;
   virtual void dispatch() = 0;
+  /// True where pumpOnce() works: on the main thread of a pumped loop, outside of a turn. Any thread.
+  virtual bool canPump() const = 0;
+  /// Waits until there is something to dispatch, at most so long, and dispatches it.
+  virtual void pumpOnce(double max_seconds) = 0;
+  /// Runs `block` as a turn, behind what waits, and returns when it is done. False: it did not begin in that time, or
+  /// the loop runs no turns any more, and it never will. Any thread, outside of a turn.
+  virtual bool runWithin(double max_seconds, kit::Block block) = 0;
 };
 
 /// The background queue. Blocks run one after the other, in order, each inside the frame that was set. What a block
@@ -101,6 +108,11 @@ class MachineTransport : public kit::Transport {
  public:
   /// Requests that were started and whose handler has not begun. Any thread.
   virtual size_t inFlight() const = 0;
+  /// While held, what has not begun waits, in order and however long; its time-out counts from when it begins. What
+  /// passes a hold (kit::Request) does not wait for the others. What runs goes on. Any thread; does not block.
+  virtual void setHeld(bool held) = 0;
+  /// Fails what waits, but for what passes a hold, with this error. Any thread; does not block.
+  virtual void refuseWaiting(const kit::Error& error) = 0;
   /// Cancels what is in flight, within two seconds. No handler begins from here on. May be called again.
   virtual void shutdown() = 0;
 };
@@ -176,6 +188,26 @@ class MachineFacts {
   virtual uint32_t freeMemoryKibibytes() const = 0;
 };
 
+/// The wish to be forgotten, and whether the erasure service has accepted it: what outlives an erasing.
+struct KeptWish {
+  bool is_forgotten = false;
+  bool is_synced = false;
+};
+
+/// Removes what the kit keeps for one store folder: the store, what lies beside it, and what was set aside. What is not
+/// the kit's stays. One thread at a time.
+class MachineEraser {
+ public:
+  virtual ~MachineEraser() = default;
+  /// Finishes what an earlier process began; does nothing when none did, or while another process holds the store.
+  /// Before the store is opened. An error says what cannot be removed: the store must not be opened then.
+  virtual std::optional<kit::Error> resume() = 0;
+  /// From here on a process that dies leaves the rest to resume(). Waits for the disk.
+  virtual std::optional<kit::Error> begin(KeptWish wish) = 0;
+  /// Removes everything but the wish. The store is shut down. Waits for the disk. With an error, resume() goes on.
+  virtual std::optional<kit::Error> finish(KeptWish wish) = 0;
+};
+
 /// Makes the parts. Each function is called once for a host; what it is handed by reference outlives what it returns.
 /// The main thread.
 class Machine {
@@ -187,6 +219,7 @@ class Machine {
   virtual std::unique_ptr<kit::Random> makeRandom() = 0;
   virtual std::unique_ptr<kit::Threads> makeThreads() = 0;
   virtual std::unique_ptr<MachineFacts> makeFacts() = 0;
+  virtual std::unique_ptr<MachineEraser> makeEraser(const std::string& folder, kit::LogSink& log) = 0;
   virtual std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) = 0;
   virtual std::unique_ptr<kit::ReportShelf> makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
                                                             kit::LogSink& log) = 0;

@@ -2,6 +2,7 @@
 
 #include "host/crash/report_file.h"
 #include "host/crypto/system_random.h"
+#include "host/erasing/file_eraser.h"
 #include "host/loop/background_thread.h"
 #include "host/loop/main_loop.h"
 #include "host/loop/system_clock.h"
@@ -31,6 +32,11 @@ std::unique_ptr<kit::Threads> SystemMachine::makeThreads() {
 
 std::unique_ptr<MachineFacts> SystemMachine::makeFacts() {
   return std::make_unique<SystemFacts>();
+}
+
+std::unique_ptr<MachineEraser> SystemMachine::makeEraser(const std::string& folder, kit::LogSink& log) {
+  return std::make_unique<FileEraser>(FileEraserParts{
+      .place = {.folder = folder}, .open_store = [folder, &log] { return SystemMachine().makeStore(folder, log); }});
 }
 
 std::unique_ptr<MachineStore> SystemMachine::makeStore(const std::string& folder, kit::LogSink& log) {

@@ -16,6 +16,11 @@ void TurnGate::leave(kit::Block action) {
   action();
 }
 
+bool TurnGate::isInTurn() const {
+  const std::lock_guard lock(mutex_);
+  return open_turns_.count(std::this_thread::get_id()) != 0;
+}
+
 void TurnGate::begin() {
   const std::lock_guard lock(mutex_);
   ++open_turns_[std::this_thread::get_id()].depth;

@@ -36,6 +36,8 @@ class TurnGate {
   /// Runs `action` when this thread's turn has ended, and at once on a thread that is in none. `action` must be short
   /// and must not throw. Any thread; does not block otherwise.
   void leave(kit::Block action);
+  /// Whether the calling thread is in a turn.
+  bool isInTurn() const;
 
  private:
   struct OpenTurn {
@@ -46,7 +48,7 @@ class TurnGate {
   void begin();
   void end();
 
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::unordered_map<std::thread::id, OpenTurn> open_turns_;
 };
 

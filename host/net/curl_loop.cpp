@@ -47,6 +47,22 @@ void CurlLoop::add(kit::Request request, TransportHandler handler) {
     curl_multi_wakeup(awake_);
 }
 
+void CurlLoop::setHeld(bool held) {
+  const std::lock_guard lock(mutex_);
+  held_ = held;
+  if (awake_ != nullptr)
+    curl_multi_wakeup(awake_);
+}
+
+void CurlLoop::refuseWaiting(const Error& error) {
+  const std::lock_guard lock(mutex_);
+  if (!thread_.joinable())
+    return;
+  refusal_ = error;
+  if (awake_ != nullptr)
+    curl_multi_wakeup(awake_);
+}
+
 void CurlLoop::stop() {
   std::thread ended;
   {
@@ -88,6 +104,7 @@ void CurlLoop::run() {
   while (takeArrivals(arrivals)) {
     for (Arrival& arrival : arrivals)
       enqueue(std::move(arrival));
+    failRefused();
     int still_running = 0;
     curl_multi_perform(multi_.get(), &still_running);
     finishDone();
@@ -128,15 +145,34 @@ void CurlLoop::enqueue(Arrival arrival) {
     const std::string url(withoutQuery(arrival.request.url.c_str()));  // up to a zero byte, if it holds one
     return fail(std::move(arrival.handler), Error{"no request was sent to " + url + ": " + error->message});
   }
+  const bool passes_hold = arrival.request.passes_hold;
   auto exchange = std::make_unique<CurlExchange>(std::move(arrival.request), std::get<RequestTarget>(std::move(target)),
                                                  std::move(arrival.handler));
   const std::string host = exchange->host();
-  queues_.add(host, std::move(exchange));
+  queues_.add(host, std::move(exchange), passes_hold);
 }
 
 void CurlLoop::beginReady() {
-  while (std::optional<Exchange> exchange = queues_.takeReady())
+  while (std::optional<Exchange> exchange = takeReady())
     begin(std::move(*exchange));
+}
+
+/// What is taken before a hold counts as begun.
+std::optional<CurlLoop::Exchange> CurlLoop::takeReady() {
+  const std::lock_guard lock(mutex_);
+  return queues_.takeReady(held_);
+}
+
+void CurlLoop::failRefused() {
+  std::optional<Error> refusal;
+  {
+    const std::lock_guard lock(mutex_);
+    refusal.swap(refusal_);
+  }
+  if (!refusal)
+    return;
+  for (const Exchange& exchange : queues_.takeWaiting())
+    fail(exchange->takeHandler(), *refusal);
 }
 
 void CurlLoop::begin(Exchange exchange) {

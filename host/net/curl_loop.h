@@ -28,6 +28,10 @@ class CurlLoop {
 
   /// Hands over a request; the first one starts the thread. After stop() it is dropped.
   void add(kit::Request request, TransportHandler handler);
+  /// While held, only what passes a hold begins.
+  void setHeld(bool held);
+  /// Fails, soon, what has come in and not begun, but for what passes a hold.
+  void refuseWaiting(const kit::Error& error);
   /// Ends the thread and drops every request. No step of the thread waits for the network, so this takes no longer than
   /// the longest of them: reading the authorities' certificates, some ten milliseconds.
   void stop();
@@ -51,6 +55,8 @@ class CurlLoop {
   bool takeArrivals(std::vector<Arrival>& arrivals);
   void enqueue(Arrival arrival);
   void beginReady();
+  std::optional<Exchange> takeReady();
+  void failRefused();
   void begin(Exchange exchange);
   void finishDone();
   void fail(TransportHandler handler, kit::Error error);
@@ -63,6 +69,8 @@ class CurlLoop {
   std::mutex mutex_;  // guards what follows
   std::vector<Arrival> arrivals_;
   bool stopping_ = false;
+  bool held_ = false;
+  std::optional<kit::Error> refusal_;      ///< for what waits now
   std::optional<kit::Error> unavailable_;  ///< why no request can ever be sent
   CURLM* awake_ = nullptr;                 ///< whom to wake for an arrival; null before the thread waits for one
   std::thread thread_;

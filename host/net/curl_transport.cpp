@@ -23,6 +23,14 @@ void CurlTransport::start(kit::Request request, std::function<void(kit::Transpor
   });
 }
 
+void CurlTransport::setHeld(bool held) {
+  loop_->setHeld(held);
+}
+
+void CurlTransport::refuseWaiting(const kit::Error& error) {
+  loop_->refuseWaiting(error);
+}
+
 void CurlTransport::shutdown() {
   const std::lock_guard lock(shutdown_mutex_);
   delivery_->close(kShutdownSeconds);

@@ -56,6 +56,9 @@ class CurlTransport final : public MachineTransport {
   /// under way, or answered with the handler still in the main queue. Any thread.
   size_t inFlight() const override { return delivery_->unanswered(); }
 
+  void setHeld(bool held) override;
+  void refuseWaiting(const kit::Error& error) override;
+
   /// Cancels what is in flight and ends the thread, within kShutdownSeconds. No handler begins from here on; one that
   /// runs on another thread is waited for. May be called again, and from inside a handler. The destructor calls it.
   void shutdown() override;

@@ -53,6 +53,8 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   /// When it returns, no record of the app's is on its way in that was not let in before.
   void setIsGDPRForgetMe(bool forget_me) override;
   void setIsGDPRForgetMeServerSynced(bool synced) override { is_forget_me_synced_ = synced; }
+  bool isSendingOff() const override { return is_sending_off_; }
+  void setIsSendingOff(bool is_off) { is_sending_off_ = is_off; }
   /// True once the erasure service has accepted the user's wish.
   bool isGDPRForgetMeServerSynced() const { return is_forget_me_synced_; }
   double intervalSinceServerDate() const override { return interval_seconds_; }
@@ -113,6 +115,7 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   const ServicesParts parts_;
   std::atomic<bool> is_forget_me_{false};
   std::atomic<bool> is_forget_me_synced_{false};
+  std::atomic<bool> is_sending_off_{false};
   std::atomic<double> interval_seconds_{0.0};
   std::atomic<bool> conversion_result_{false};
   std::atomic<int64_t> conversion_result_code_{0};

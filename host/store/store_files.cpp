@@ -11,12 +11,15 @@
 #include <cerrno>
 #include <cstddef>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <system_error>
 #include <utility>
 
 #include "host/files/system_message.h"
+#include "host/files/write_all.h"
 
 namespace morvik::host {
 namespace {
@@ -164,6 +167,41 @@ class SystemFiles final : public StoreFiles {
     std::filesystem::rename(from, to, error);
     if (error)
       return StoreProblem::unavailable(error.message());
+    return std::nullopt;
+  }
+
+  std::vector<std::string> names(const std::string& folder) override {
+    std::vector<std::string> found;
+    std::error_code error;
+    const std::filesystem::directory_iterator end;
+    for (std::filesystem::directory_iterator entry(folder, error); !error && entry != end; entry.increment(error))
+      found.push_back(entry->path().filename().string());
+    return found;
+  }
+
+  StoreOutcome remove(const std::string& path) override {
+    if (::unlink(path.c_str()) == 0 || errno == ENOENT)
+      return std::nullopt;
+    return unavailable(systemMessage(errno));
+  }
+
+  StoreOutcome write(const std::string& path, const std::string& bytes) override {
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
+    if (descriptor < 0)
+      return unavailable(systemMessage(errno));
+    const bool is_done = writeAll(descriptor, bytes) && ::fsync(descriptor) == 0;
+    const int error = errno;
+    ::close(descriptor);
+    if (!is_done)
+      return unavailable(systemMessage(error));
+    return std::nullopt;
+  }
+
+  StoreOutcome read(const std::string& path, std::string& out) override {
+    std::ifstream file(path, std::ios::binary);
+    out.assign(std::istreambuf_iterator<char>(file), {});
+    if (!file)
+      return unavailable("it cannot be read");
     return std::nullopt;
   }
 

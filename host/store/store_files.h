@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/store/sqlite_connection.h"
 
@@ -23,7 +24,7 @@ class FileLock {
 enum class LockResult : unsigned char { kTaken, kHeldByAnother, kFailed };
 
 /// What the store asks of the file system beside what SQLite asks of it. Any thread; nothing waits for the disk but
-/// syncFolder().
+/// syncFolder() and write().
 class StoreFiles {
  public:
   virtual ~StoreFiles() = default;
@@ -35,6 +36,14 @@ class StoreFiles {
   virtual bool exists(const std::string& path) = 0;
   /// `to` is free.
   virtual StoreOutcome rename(const std::string& from, const std::string& to) = 0;
+  /// The names in the folder, in no order; none when it cannot be read.
+  virtual std::vector<std::string> names(const std::string& folder) = 0;
+  /// Removes the file; one that is not there is no problem.
+  virtual StoreOutcome remove(const std::string& path) = 0;
+  /// Writes these few bytes at the beginning of the file, which is made when it is missing, and waits for the disk.
+  virtual StoreOutcome write(const std::string& path, const std::string& bytes) = 0;
+  /// All of a small file.
+  virtual StoreOutcome read(const std::string& path, std::string& out) = 0;
   /// Makes the names of the folder's files last; waits for the disk.
   virtual StoreOutcome syncFolder(const std::string& folder) = 0;
   /// Does not wait. kTaken: `out` holds the lock. kFailed: `problem` says why the lock file cannot be used.

@@ -62,11 +62,16 @@ enum class FlushReason : uint8_t {
   kSendingOff,       ///< see MorvikCore::setSendingEnabled()
   kForgotten,        ///< the user asked to be forgotten
   kNoTrackingKey,    ///< an empty one: none is ever sent
+  kNoActivity,       ///< impressions alone wait: they leave with the next activity
   kSlotHeld,         ///< an earlier attempt holds the place of the one batch until the next session starts
   kTimeout,          ///< the time was up first
+  kTooMany,          ///< kMaxFlushes wait for their end already
   kStopped,          ///< the kit was stopped meanwhile
   kInsideACallback,  ///< waitUntilDelivered() alone: it cannot wait where the kit's own work would have to go on
 };
+
+/// Calls of flush() and waitUntilDelivered() that may wait for their end at a time.
+inline constexpr size_t kMaxFlushes = 1000;
 
 /// What flush() tells.
 struct FlushResult {

@@ -52,6 +52,8 @@ class MachineNetwork final : public host::MachineTransport {
     network_.start(std::move(request), std::move(handler));
   }
   size_t inFlight() const override { return network_.unanswered(); }
+  void setHeld(bool) override {}
+  void refuseWaiting(const kit::Error&) override {}
   void shutdown() override {}
 
  private:

@@ -69,6 +69,8 @@ class AnsweringThread final : public host::MachineTransport {
     });
   }
   size_t inFlight() const override { return delivery_.unanswered(); }
+  void setHeld(bool) override {}
+  void refuseWaiting(const kit::Error&) override {}
   void shutdown() override {
     delivery_.close(std::chrono::duration<double>(host::kGiveUp).count());
     {

@@ -151,6 +151,8 @@ void Player::perform(const StepVerb& verb) {
     crash(verb.command.arguments.words[0]);
   else if (name == "quit")
     stopProcess();
+  else if (name == "erase")
+    eraseProcess();
   else
     act(verb);
 }
@@ -199,6 +201,14 @@ void Player::stopProcess() {
   phone_.reset();
   service_.processEnded();
   tell(Kind::kProcess, "stopped", {{"event", "stopped"}});
+}
+
+void Player::eraseProcess() {
+  if (!phone_->host().eraseLocalData())
+    throw std::runtime_error("not all was erased");
+  phone_.reset();
+  service_.processEnded();
+  tell(Kind::kProcess, "erased", {{"event", "erased"}});
 }
 
 // -------------------------------------------------------------------------------------------------------- expectations

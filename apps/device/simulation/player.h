@@ -42,6 +42,7 @@ class Player {
   void startProcess();
   void killProcess(const std::string& text);
   void stopProcess();
+  void eraseProcess();
   bool judgeAll(const std::vector<Expectation>& expectations);
 
   void took(const morvik::kit::Value& line);

@@ -19,6 +19,7 @@ struct Unplayable {
 constexpr Unplayable kUnplayable[] = {
     {"wait", "a step with a later time"},
     {"settle", "a step with a later time"},
+    {"flush", "\"push\""},
     {"store", "\"store\" under \"expect\""},
     {"ledger", "\"ledger\" under \"expect\""},
     {"status", "an expectation, \"store\" or \"ledger\" under \"expect\""},

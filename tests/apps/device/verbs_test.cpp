@@ -51,8 +51,20 @@ TEST(Verbs, AnUnknownVerbNamesThoseThatExist) {
   EXPECT_EQ(
       mistakeIn("evnt a b"),
       "\"evnt\" is no verb; use one of: active, background, event, impression, open-url, store-url, facebook-url, "
-      "third-party-conversion, age, gender, user-id, forget-me, is-forgotten, offline, online, set, push, wait, clock, "
-      "settle, store, status, ledger, crash, crash-signal, kill, quit");
+      "third-party-conversion, age, gender, user-id, forget-me, is-forgotten, offline, online, set, push, flush, "
+      "sending, wait, clock, settle, store, status, ledger, crash, crash-signal, kill, erase, quit");
+}
+
+TEST(Verbs, SendingIsSwitchedOnOrOff) {
+  EXPECT_EQ(commandIn("sending on").arguments.flag, true);
+  EXPECT_EQ(commandIn("sending off").arguments.flag, false);
+  EXPECT_EQ(mistakeIn("sending"), "sending: say on or off; write: sending on|off");
+}
+
+TEST(Verbs, AFlushTakesATimeOrTheUsualOne) {
+  EXPECT_EQ(commandIn("flush").arguments.seconds, std::nullopt);
+  EXPECT_EQ(commandIn("flush 2.5").arguments.seconds, 2.5);
+  EXPECT_EQ(mistakeIn("flush soon"), "flush: \"soon\" is no number of seconds; write: flush [SECONDS]");
 }
 
 TEST(Verbs, AVerbThatTakesNoArgumentsRefusesThem) {

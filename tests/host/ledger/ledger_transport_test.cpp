@@ -16,6 +16,8 @@ class HoldingTransport final : public MachineTransport {
     handlers.push_back(std::move(handler));
   }
   size_t inFlight() const override { return handlers.size(); }
+  void setHeld(bool) override {}
+  void refuseWaiting(const kit::Error&) override {}
   void shutdown() override { is_shut_down = true; }
   std::vector<kit::Request> started;
   std::vector<std::function<void(kit::TransportOutcome)>> handlers;

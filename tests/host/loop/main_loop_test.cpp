@@ -274,5 +274,40 @@ TEST(PumpedLoop, DoesNothingWhenDispatchedFromWithinATurnOrFromAnotherThread) {
   EXPECT_EQ(order, (std::vector<std::string>{"first", "second"}));
 }
 
+TEST(PumpedLoop, PumpsWhatComesFromAnotherThreadAndNoLongerThanItMay) {
+  PumpedRig rig;
+  rig.pump();
+  ASSERT_TRUE(rig.loop.canPump());
+  bool ran = false;
+  std::thread([&rig, &ran] { rig.loop.async([&ran] { ran = true; }); }).join();
+  while (!ran)
+    rig.loop.pumpOnce(60);
+  rig.loop.pumpOnce(0.001);
+  std::thread([&rig] { EXPECT_FALSE(rig.loop.canPump()); }).join();
+  bool pumps_in_a_turn = true;
+  rig.loop.runOnMain([&] { pumps_in_a_turn = rig.loop.canPump(); });
+  EXPECT_FALSE(pumps_in_a_turn);
+}
+
+TEST(OwnThreadLoop, RunsABlockWithinItsTimeAndReturnsWhenItIsDone) {
+  OwnThreadRig rig;
+  EXPECT_FALSE(rig.loop.canPump());
+  bool on_main = false;
+  EXPECT_TRUE(rig.loop.runWithin(60, [&] { on_main = rig.loop.isInTurn(); }));
+  EXPECT_TRUE(on_main);
+  EXPECT_TRUE(rig.loop.runWithin(60, [] { throw 3; }));
+}
+
+TEST(OwnThreadLoop, NeverRunsABlockThatItHadToGiveUp) {
+  OwnThreadRig rig;
+  std::promise<void> go_on;
+  rig.loop.async([&go_on] { go_on.get_future().wait(); });
+  std::atomic<bool> ran = false;
+  EXPECT_FALSE(rig.loop.runWithin(0.01, [&ran] { ran = true; }));
+  go_on.set_value();
+  EXPECT_TRUE(rig.loop.runWithin(60, [] {}));
+  EXPECT_FALSE(ran);
+}
+
 }  // namespace
 }  // namespace morvik::host

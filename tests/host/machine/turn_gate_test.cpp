@@ -84,5 +84,16 @@ TEST(TurnGate, KeepsTheTurnsOfManyThreadsApart) {
     thread.join();
 }
 
+TEST(TurnGate, KnowsTheThreadThatIsInATurn) {
+  TurnGate gate;
+  EXPECT_FALSE(gate.isInTurn());
+  {
+    const TurnGate::Turn turn(gate);
+    EXPECT_TRUE(gate.isInTurn());
+    std::thread([&gate] { EXPECT_FALSE(gate.isInTurn()); }).join();
+  }
+  EXPECT_FALSE(gate.isInTurn());
+}
+
 }  // namespace
 }  // namespace morvik::host

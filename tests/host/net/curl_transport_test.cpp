@@ -477,6 +477,57 @@ TEST_F(CurlTransportTest, AFullHostHoldsNoOtherUp) {
   runUntilOutcomes(8);
 }
 
+TEST_F(CurlTransportTest, HeldLetsRequestsWaitWithTheirWholeTimeAndTheErasureGo) {
+  auto& server = serve(answerOk);
+  transport().setHeld(true);
+  for (int i = 0; i < 8; ++i) {
+    auto waiting = request("/" + std::to_string(i));
+    waiting.timeout_seconds = 5;
+    start(waiting);
+  }
+  auto erasure = request("/erasure");
+  erasure.passes_hold = true;
+  start(erasure);
+  runUntilOutcomes(1);
+  ASSERT_EQ(server.requests().size(), 1u);
+  EXPECT_EQ(server.requests()[0].target, "/erasure");
+  EXPECT_EQ(transport().inFlight(), 8u);
+  transport().setHeld(false);
+  runUntilOutcomes(9);
+  EXPECT_EQ(server.requests().size(), 9u);
+  for (const auto& outcome : outcomes_)
+    EXPECT_TRUE(outcome.response) << outcome.error->message;
+}
+
+TEST_F(CurlTransportTest, HeldLetsWhatRunsGoOnAndWhatIsQueuedBehindItWait) {
+  HeldServer held;
+  auto& server = serve(held.responder());
+  auto reached = held.whenHeld(host::kMaxConnectionsPerHost);
+  for (int i = 0; i < 10; ++i)
+    start(request("/" + std::to_string(i)));
+  reached.wait();
+  transport().setHeld(true);
+  held.release();
+  runUntilOutcomes(6);
+  EXPECT_EQ(transport().inFlight(), 4u);
+  EXPECT_EQ(server.requests().size(), 6u);
+  transport().setHeld(false);
+  runUntilOutcomes(10);
+}
+
+TEST_F(CurlTransportTest, RefusesWhatWaitsHeldAndNotTheErasure) {
+  auto& server = serve(answerOk);
+  transport().setHeld(true);
+  start(request("/batch"));
+  transport().refuseWaiting({"the user asked to be forgotten"});
+  runUntilOutcomes(1);
+  ASSERT_TRUE(outcomes_[0].error);
+  EXPECT_EQ(outcomes_[0].error->message, "the user asked to be forgotten");
+  transport().setHeld(false);
+  EXPECT_EQ(bodyOf(request("/next")), "ok");
+  EXPECT_EQ(server.requests().size(), 1u);
+}
+
 // Nobody is answered. The seventh request leaves when one of the six before it gives up, and has its whole time from
 // then on; counted from its start, it would be over together with them.
 TEST_F(CurlTransportTest, CountsATimeOutFromWhenTheRequestLeavesTheQueue) {

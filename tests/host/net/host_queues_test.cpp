@@ -58,6 +58,36 @@ TEST(HostQueues, AHostThatWasForgottenStartsAfresh) {
   }
 }
 
+TEST(HostQueues, HeldLetWaitAllButThoseThatPassAHold) {
+  HostQueues<int> queues;
+  for (int item = 1; item <= 8; ++item)
+    queues.add("a", item, item == 7);
+  EXPECT_EQ(queues.takeReady(true), 7);
+  EXPECT_EQ(queues.takeReady(true), std::nullopt);
+  EXPECT_EQ(takeAll(queues), (std::vector<int>{1, 2, 3, 4, 5})) << "seven holds a place";
+  queues.ended("a");
+  EXPECT_EQ(queues.takeReady(true), std::nullopt);
+  EXPECT_EQ(takeAll(queues), (std::vector<int>{6}));
+}
+
+TEST(HostQueues, NotHeldKeepTheOrderOfComingWhateverPassesAHold) {
+  HostQueues<int> queues;
+  queues.add("a", 1);
+  queues.add("b", 2, true);
+  queues.add("a", 3, true);
+  queues.add("b", 4);
+  EXPECT_EQ(takeAll(queues), (std::vector<int>{1, 2, 3, 4}));
+}
+
+TEST(HostQueues, GiveBackWhatWaitsButWhatPassesAHold) {
+  HostQueues<int> queues;
+  queues.add("a", 1);
+  queues.add("b", 2, true);
+  queues.add("c", 3);
+  EXPECT_EQ(queues.takeWaiting(), (std::vector<int>{1, 3}));
+  EXPECT_EQ(takeAll(queues), (std::vector<int>{2}));
+}
+
 TEST(HostQueues, ClearingLetsGoOfEverything) {
   HostQueues<std::shared_ptr<int>> queues;
   const auto item = std::make_shared<int>(1);

@@ -1,0 +1,44 @@
+// Sending switched off by the app, and on again.
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "services/guard.h"
+
+namespace morvik {
+namespace {
+
+constexpr services::Guard kResumeGuard{services::block("MRVK_QA-[MorvikCoreLib error] Exception from sendingDidResume!"
+                                                       "\n                          exceptionName: %@"
+                                                       "\n                          reason: %@"
+                                                       "\n                          exceptionInfo: %@"),
+                                       services::block("MRVK_QA-[MorvikCoreLib error] Exception from sendingDidResume!"
+                                                       "\n                          exception print: %@")};
+
+}  // namespace
+
+void MorvikCoreLib::sendingDidResume() {
+  services::guarded(log(), kResumeGuard, MORVIK_HERE("-[MorvikCoreLib sendingDidResume]"), [this] {
+    if (!isStartSessionCalled_ || isGateClosed())
+      return;
+    // The ids noted for a batch under way stay its own: were a second one built now, its answer would trim both.
+    if (!isBatchUnderWay())
+      set_isTrackingCalled(false);
+    getPremiumPostbackInfoss();
+    iAdConversion();
+    getSchedule(scheduleParameters());
+    sendPendingDemos();
+    askForAttribution();
+    if (store().MorvikCoreUserInfo_Crash().size() > 0)
+      sendCrashInfos();
+    pushAsAtSessionStart();
+    replayStoredURL();
+  });
+}
+
+/// Behind a batch under way, whose answer frees the slot.
+void MorvikCoreLib::pushAsAtSessionStart() {
+  pushes_after_batch_ = isBatchUnderWay();
+  if (!pushes_after_batch_)
+    uploadPendingActivities(withheld_end_activities_);
+}
+
+}  // namespace morvik

@@ -1,0 +1,97 @@
+// Who waits for the delivery of what was recorded so far.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/machine/machine.h"
+#include "host/machine/turn_gate.h"
+#include "host/sending/recorded_so_far.h"
+#include "kit/MorvikADUtil.h"
+#include "kit/MorvikCoreServicesLib.h"
+#include "kit/kit.h"
+#include "morvik/status.h"
+#include "services/MorvikGVUserDefaults.h"
+#include "services/log.h"
+
+namespace morvik::host {
+
+/// A stop lets the main queue have so long to call those that wait.
+inline constexpr double kEndFlushesSeconds = 2;
+
+/// One batch at a time is under way, whoever asked for it. A flush that finds one waits for its answer, and then has
+/// the rest pushed; so the sent-event keys of a batch are never touched. It ends early when it is clear that nothing
+/// more will come of it now.
+class Flushes {
+ public:
+  using Done = std::function<void(const FlushResult&)>;
+
+  /// All of them outlive it.
+  struct Parts {
+    MachineLoop& main_loop;
+    const TurnGate& gate;
+    services::MorvikGVUserDefaults store;
+    const kit::MorvikCoreServicesLib& services;
+    const kit::MorvikADUtil& util;
+    const kit::SharedState& shared_state;
+    const services::Logger& logger;
+  };
+
+  explicit Flushes(Parts parts);
+  ~Flushes();
+  Flushes(const Flushes&) = delete;
+  Flushes& operator=(const Flushes&) = delete;
+
+  /// Whose batches they are. Before the first turn.
+  void follow(MorvikCoreLib& core);
+
+  enum class Begun {
+    kYes,      ///< `done` will be called
+    kTooMany,  ///< kMaxFlushes wait already; told in the log
+    kEnded,    ///< by endAll()
+  };
+  /// As MorvikCore::flush(). Any thread; does not block.
+  Begun begin(Done done, std::chrono::milliseconds timeout);
+  /// Of what is stored now.
+  FlushResult resultNow(FlushReason reason) const;
+  /// As MorvikCore::waitUntilDelivered(). Any thread.
+  FlushResult wait(std::chrono::milliseconds timeout);
+  /// True within a turn of the main queue or a block of the background queue, asked on its thread.
+  bool isInsideACallback() const;
+  /// Tells all that wait that the kit is stopped, on the main queue while that still runs turns, and takes no more. Any
+  /// thread, outside of a turn; waits kEndFlushesSeconds at most. May be called again.
+  void endAll();
+
+ private:
+  struct Flush;
+  struct Waiter;
+  using FlushPointer = std::shared_ptr<Flush>;
+
+  Begun add(const FlushPointer& flush, std::chrono::milliseconds timeout);
+  bool remove(const FlushPointer& flush);
+  std::list<FlushPointer> begun() const;
+  void advance();
+  void push();
+  void batchDidEnd(BatchEnd end);
+  /// Why nothing can be delivered as things stand. Any thread.
+  std::optional<FlushReason> obstacle() const;
+  void finishDelivered();
+  void finishAll(FlushReason reason);
+  void finish(const FlushPointer& flush, FlushReason reason);
+  void tell(const Flush& flush, const FlushResult& result) const;
+
+  const Parts parts_;
+  MorvikCoreLib* core_ = nullptr;
+  mutable std::mutex mutex_;  // guards what follows
+  std::list<FlushPointer> flushes_;
+  bool has_ended_ = false;
+};
+
+}  // namespace morvik::host

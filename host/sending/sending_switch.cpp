@@ -1,0 +1,64 @@
+#include "host/sending/sending_switch.h"
+
+#include <utility>
+
+#include "host/siblings/MorvikCoreServicesLib.h"
+
+namespace morvik::host {
+
+SendingSwitch::SendingSwitch(Parts parts, bool is_on) : parts_(parts), is_on_(is_on) {
+  parts_.services.setIsSendingOff(!is_on);
+  parts_.transport.setHeld(!is_on);
+}
+
+bool SendingSwitch::isOn() const {
+  const std::scoped_lock hold(mutex_);
+  return is_on_;
+}
+
+void SendingSwitch::set(bool is_on) {
+  {
+    const std::scoped_lock hold(mutex_);
+    if (is_on_ == is_on)
+      return;
+    is_on_ = is_on;
+    if (!is_on) {
+      was_switched_off_ = true;
+      parts_.transport.setHeld(true);
+    }
+    // One is enough, however often an app switches before it runs.
+    if (!parts_.main_loop.isMainThread() && std::exchange(is_posted_, true))
+      return;
+  }
+  parts_.main_loop.runOnMain([this] { apply(); });
+}
+
+void SendingSwitch::apply() {
+  bool is_on = false;
+  {
+    const std::scoped_lock hold(mutex_);
+    is_posted_ = false;
+    is_on = is_on_;
+    if (std::exchange(was_switched_off_, false))
+      parts_.services.setIsSendingOff(true);
+  }
+  if (is_on && parts_.services.isSendingOff())
+    resume();
+}
+
+void SendingSwitch::resume() {
+  if (parts_.services.isGDPRForgetMe())
+    parts_.transport.refuseWaiting({"not sent: the user asked to be forgotten while it waited for sending to be on"});
+  parts_.services.setIsSendingOff(false);
+  {
+    const std::scoped_lock hold(mutex_);
+    if (is_on_)
+      parts_.transport.setHeld(false);
+  }
+  parts_.main_loop.async([this] {
+    if (resumed_ && !parts_.services.isSendingOff())
+      resumed_();
+  });
+}
+
+}  // namespace morvik::host

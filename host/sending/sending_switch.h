@@ -1,0 +1,50 @@
+// The app's switch: whether the kit may send.
+#pragma once
+
+#include <mutex>
+#include <utility>
+
+#include "host/machine/machine.h"
+#include "kit/queues.h"
+
+namespace morvik::host {
+
+class MorvikCoreServicesLib;
+
+/// Two gates stand one behind the other. The transport's closes at once, whoever switches off: what has not begun waits
+/// there. The services object's, which the core's operations ask, closes and opens between two turns of the main queue,
+/// or in the turn that switches: so a turn that has asked goes on as it began, and what it starts waits at the
+/// transport's. Any thread.
+class SendingSwitch {
+ public:
+  /// All of them outlive it.
+  struct Parts {
+    MachineLoop& main_loop;
+    MachineTransport& transport;
+    MorvikCoreServicesLib& services;
+  };
+
+  SendingSwitch(Parts parts, bool is_on);
+  SendingSwitch(const SendingSwitch&) = delete;
+  SendingSwitch& operator=(const SendingSwitch&) = delete;
+
+  /// What runs on the main queue, in a turn of its own, each time sending is on again. To be set before the first turn.
+  void setWhenResumed(kit::Block resumed) { resumed_ = std::move(resumed); }
+  /// As it was switched last.
+  bool isOn() const;
+  /// Does not block.
+  void set(bool is_on);
+
+ private:
+  void apply();
+  void resume();
+
+  const Parts parts_;
+  kit::Block resumed_;
+  mutable std::mutex mutex_;  // guards what follows
+  bool is_on_;
+  bool was_switched_off_ = false;  ///< since the last apply()
+  bool is_posted_ = false;
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,333 @@
+// Sending switched off and on, flushes and erasing on the real machine, from the app's own threads.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <variant>
+#include <vector>
+
+#include "host/make_host.h"
+#include "host/siblings/kept_identifier.h"
+#include "services/endpoints.h"
+#include "testing/recording_log.h"
+#include "tests/host/net/loopback_server.h"
+#include "tests/support/scratch_folder.h"
+
+namespace morvik::host {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+constexpr seconds kGiveUp{20};
+
+class SendingOnHost : public ::testing::Test {
+ protected:
+  SendingOnHost()
+      : server_({}, [this](const test::ServedRequest& request, test::Peer& peer) { serve(request, peer); }) {
+    options.store_folder = folder / "store";
+    options.app_key = "app";
+    options.hash_key = "hash";
+    options.tracking_key = "track";
+    options.log_level = 3;
+    options.log_sink = [this](std::string_view line) { log.line(line); };
+    options.service_url = server_.url("/");
+  }
+
+  std::unique_ptr<Host> make(MainQueueMode mode = MainQueueMode::kOwnThread) {
+    options.main_queue = mode;
+    auto made = makeHost(options);
+    if (const auto* error = std::get_if<kit::Error>(&made)) {
+      ADD_FAILURE() << error->message;
+      return nullptr;
+    }
+    return std::get<std::unique_ptr<Host>>(std::move(made));
+  }
+  /// With its first session open and its install attributed.
+  std::unique_ptr<Host> makeAttributed(MainQueueMode mode = MainQueueMode::kOwnThread) {
+    auto host = make(mode);
+    host->applicationDidBecomeActive();
+    host->addActivity("shop", "first", std::nullopt);
+    EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered);
+    return host;
+  }
+  size_t arrived(std::string_view path) {
+    size_t count = 0;
+    for (const test::ServedRequest& request : server_.requests())
+      count += request.target.find(path) != std::string::npos ? 1u : 0u;
+    return count;
+  }
+  static void turn(Host& host) {
+    std::promise<void> over;
+    host.perform([&over] { over.set_value(); });
+    ASSERT_EQ(over.get_future().wait_for(kGiveUp), std::future_status::ready);
+  }
+  static size_t stored(Host& host) { return host.properties().fendoActivityInfos().size(); }
+  std::set<std::string> names() const {
+    std::set<std::string> found;
+    for (const auto& entry : std::filesystem::directory_iterator(options.store_folder))
+      found.insert(entry.path().filename());
+    return found;
+  }
+
+  test::ScratchFolder folder;
+  testing::RecordingLog log;
+  HostOptions options;
+  std::atomic<bool> answers_batches{true};
+
+ private:
+  void serve(const test::ServedRequest& request, test::Peer& peer) {
+    const auto asks = [&request](const char* path) { return request.target.find(path) != std::string::npos; };
+    if (asks(services::kTrackingPath)) {
+      if (answers_batches)
+        peer.answer(200, R"({"Result":true})");
+      return;
+    }
+    if (asks(services::kConversionPath))
+      return peer.answer(200, R"({"Result":true,"Data":{"user_no":1001,"referralKey":7}})");
+    peer.answer(200, R"({"Result":true})");
+  }
+  test::LoopbackServer server_;
+};
+
+TEST_F(SendingOnHost, AFreshInstallIsAttributedAndDeliversWhatTheAppWaitsFor) {
+  const auto host = make();
+  host->applicationDidBecomeActive();
+  host->addActivity("shop", "purchase", "sku-42");
+  const FlushResult result = host->waitUntilDelivered(kGiveUp);
+  EXPECT_TRUE(result.is_delivered) << toText(result.reason);
+  EXPECT_EQ(stored(*host), 0u);
+}
+
+TEST_F(SendingOnHost, PumpedTheWaitPumps) {
+  const auto host = makeAttributed(MainQueueMode::kPumped);
+  host->addActivity("shop", "purchase", std::nullopt);
+  EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered);
+  answers_batches = false;
+  host->addActivity("shop", "purchase", std::nullopt);
+  const auto begun = steady_clock::now();
+  EXPECT_EQ(host->waitUntilDelivered(milliseconds(50)).reason, FlushReason::kTimeout);
+  EXPECT_GE(steady_clock::now() - begun, milliseconds(50));
+}
+
+TEST_F(SendingOnHost, PumpedAnotherThreadWaitsForTheOneThatPumps) {
+  const auto host = makeAttributed(MainQueueMode::kPumped);
+  host->addActivity("shop", "purchase", std::nullopt);
+  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(kGiveUp); });
+  while (waiting.wait_for(milliseconds(1)) != std::future_status::ready)
+    host->dispatch();
+  EXPECT_TRUE(waiting.get().is_delivered);
+}
+
+TEST_F(SendingOnHost, PumpedByNobodyTheWaitEndsInTime) {
+  const auto host = makeAttributed(MainQueueMode::kPumped);
+  host->addActivity("shop", "purchase", std::nullopt);
+  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(milliseconds(50)); });
+  ASSERT_EQ(waiting.wait_for(kGiveUp), std::future_status::ready);
+  const FlushResult result = waiting.get();
+  EXPECT_EQ(result.reason, FlushReason::kTimeout);
+  EXPECT_EQ(result.waiting, 1u);
+}
+
+TEST_F(SendingOnHost, InsideACallbackOfEitherQueueTheWaitReturnsAtOnce) {
+  std::promise<FlushResult> in_background;
+  MorvikCore* kit = nullptr;
+  options.modules["Fendo"].saveCommerceEventAndSend = [&] {
+    in_background.set_value(kit->waitUntilDelivered(kGiveUp));
+  };
+  const auto host = makeAttributed();
+  kit = host.get();
+  std::promise<FlushResult> on_main;
+  host->perform([&] { on_main.set_value(kit->waitUntilDelivered(kGiveUp)); });
+  EXPECT_EQ(on_main.get_future().get().reason, FlushReason::kInsideACallback);
+  host->perform([&host] { host->properties().setCommerceExpansionInfos(kit::Array{1}); });
+  host->applicationDidEnterBackground();
+  EXPECT_EQ(in_background.get_future().get().reason, FlushReason::kInsideACallback);
+}
+
+TEST_F(SendingOnHost, AFlushIsToldOfAStopOnTheMainQueueBeforeItReturns) {
+  const auto host = makeAttributed();
+  answers_batches = false;
+  host->addActivity("shop", "purchase", std::nullopt);
+  std::thread::id main_queue;
+  host->perform([&main_queue] { main_queue = std::this_thread::get_id(); });
+  turn(*host);
+  std::thread::id told_on;
+  FlushResult told;
+  host->flush(
+      [&](const FlushResult& result) {
+        told_on = std::this_thread::get_id();
+        told = result;
+      },
+      seconds(60));
+  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(seconds(60)); });
+  while (waiting.wait_for(milliseconds(0)) == std::future_status::timeout && arrived(services::kTrackingPath) < 2)
+    turn(*host);
+  host->stop();
+  EXPECT_EQ(told.reason, FlushReason::kStopped);
+  EXPECT_EQ(told.waiting, 1u);
+  EXPECT_EQ(told_on, main_queue);
+  EXPECT_EQ(waiting.get().reason, FlushReason::kStopped);
+}
+
+TEST_F(SendingOnHost, AStopThatMayDrainDeliversFirst) {
+  const auto host = makeAttributed();
+  host->addActivity("shop", "purchase", std::nullopt);
+  host->stop(kGiveUp);
+  EXPECT_EQ(stored(*host), 0u);
+}
+
+TEST_F(SendingOnHost, AStopThatMayDrainTakesNoLongerThanThatAndTwoSeconds) {
+  const auto host = makeAttributed();
+  answers_batches = false;
+  host->addActivity("shop", "purchase", std::nullopt);
+  const auto begun = steady_clock::now();
+  host->stop(milliseconds(100));
+  EXPECT_LT(steady_clock::now() - begun, milliseconds(2100));
+  EXPECT_EQ(stored(*host), 1u);
+}
+
+TEST_F(SendingOnHost, OffFromTheStartNothingArrivesUntilItIsOn) {
+  options.sending = false;
+  const auto host = make();
+  host->applicationDidBecomeActive();
+  host->addActivity("shop", "purchase", std::nullopt);
+  EXPECT_EQ(host->waitUntilDelivered(kGiveUp).reason, FlushReason::kSendingOff);
+  EXPECT_EQ(arrived(""), 0u);
+  host->setSendingEnabled(true);
+  turn(*host);
+  EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered);
+}
+
+TEST_F(SendingOnHost, OffIsAtOnceWhateverTheMainQueueIsAt) {
+  const auto host = makeAttributed();
+  const size_t before = arrived("");
+  std::promise<void> in_turn;
+  std::promise<void> go_on;
+  host->perform([&] {
+    host->addActivity("shop", "purchase", std::nullopt);
+    host->pushTracking();
+    in_turn.set_value();
+    go_on.get_future().wait();
+  });
+  in_turn.get_future().wait();
+  host->setSendingEnabled(false);
+  go_on.set_value();
+  turn(*host);
+  EXPECT_EQ(host->pending().requests, 1u) << "the turn had begun it; it waits";
+  EXPECT_EQ(arrived(""), before);
+  host->setSendingEnabled(true);
+  EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered);
+}
+
+TEST_F(SendingOnHost, SwitchedByManyThreadsItEndsAsItWasSwitchedLast) {
+  const auto host = makeAttributed();
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&host, thread] {
+      for (int round = 0; round < 200; ++round)
+        host->setSendingEnabled((round + thread) % 2 == 0);
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  host->setSendingEnabled(false);
+  host->setSendingEnabled(true);
+  host->addActivity("shop", "purchase", std::nullopt);
+  turn(*host);
+  EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered);
+}
+
+// ------------------------------------------------------------------------------------------------------------- erasing
+
+TEST_F(SendingOnHost, ErasedNothingOfTheKitIsLeftAndWhatIsNotItsOwnStays) {
+  {
+    const auto first = make();
+    std::filesystem::create_directories(folder / "store/photos");
+    for (const char* name : {"morvik.store.unreadable-1", "morvik.store.unreadable-1-wal", "crash-signal",
+                             "crash-reports", "crash-reports.unreadable", "morvik.store.backup", "notes.txt",
+                             "morvik.store.unreadable-x", "photos/crash-signal"})
+      std::ofstream(folder / (std::string("store/") + name)) << "x";
+    first->addActivity("shop", "purchase", std::nullopt);
+    turn(*first);
+    EXPECT_TRUE(first->eraseLocalData());
+    EXPECT_FALSE(first->eraseLocalData()) << "it is stopped";
+  }
+  EXPECT_THAT(names(), ElementsAre("morvik.store.backup", "morvik.store.lock", "morvik.store.unreadable-x", "notes.txt",
+                                   "photos"));
+  EXPECT_TRUE(std::filesystem::exists(folder / "store/photos/crash-signal"));
+}
+
+TEST_F(SendingOnHost, ErasedTheNextStartIsANewInstall) {
+  std::string id;
+  {
+    const auto first = makeAttributed();
+    id = std::string(first->storedValue(kInstallIdKey).string());
+    EXPECT_TRUE(first->eraseLocalData());
+  }
+  const auto next = make();
+  EXPECT_NE(next->storedValue(kInstallIdKey).string(), id);
+  EXPECT_EQ(next->properties().fendoUserInfo_referralKey(), -1);
+  EXPECT_EQ(stored(*next), 0u);
+  EXPECT_FALSE(next->isGdprForgetMe());
+  EXPECT_TRUE(next->ledger().isSound());
+}
+
+TEST_F(SendingOnHost, ErasedTheWishToBeForgottenRemainsAndWhetherTheServiceKnows) {
+  {
+    const auto first = makeAttributed();
+    first->gdprForgetMe(true);
+    const auto is_synced = [&first] { return first->properties().MorvikCoreUserInfo_isGDPRForgetMeServerSynced(); };
+    const auto deadline = steady_clock::now() + kGiveUp;
+    while (!is_synced() && steady_clock::now() < deadline)
+      turn(*first);
+    ASSERT_TRUE(is_synced());
+    EXPECT_TRUE(first->eraseLocalData());
+  }
+  const auto next = make();
+  EXPECT_TRUE(next->isGdprForgetMe());
+  EXPECT_TRUE(next->properties().MorvikCoreUserInfo_isGDPRForgetMeServerSynced());
+  EXPECT_EQ(stored(*next), 0u);
+  EXPECT_EQ(names().count("morvik.store.erasing"), 0u);
+}
+
+TEST_F(SendingOnHost, ErasingEndsExchangesWithoutTheirHandlers) {
+  const auto host = makeAttributed();
+  answers_batches = false;
+  host->addActivity("shop", "purchase", std::nullopt);
+  host->pushTracking();
+  std::atomic<int> told{0};
+  host->flush([&told](const FlushResult&) { ++told; }, seconds(60));
+  turn(*host);
+  EXPECT_TRUE(host->eraseLocalData());
+  EXPECT_EQ(told, 1) << "the flush, and of a stop";
+  host->addActivity("shop", "never", std::nullopt);
+  EXPECT_THAT(names(), ElementsAre("morvik.store.lock"));
+}
+
+TEST_F(SendingOnHost, InsideACallbackNothingIsErased) {
+  const auto host = makeAttributed();
+  std::promise<bool> erased;
+  host->perform([&] { erased.set_value(host->eraseLocalData()); });
+  EXPECT_FALSE(erased.get_future().get());
+  EXPECT_EQ(names().count("morvik.store"), 1u);
+  EXPECT_THAT(log.messages(), Contains(HasSubstr("nothing was erased")));
+  EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered) << "it runs on";
+}
+
+}  // namespace
+}  // namespace morvik::host
