@@ -11,6 +11,11 @@ SendingSwitch::SendingSwitch(Parts parts, bool is_on) : parts_(parts), is_on_(is
   parts_.transport.setHeld(!is_on);
 }
 
+void SendingSwitch::setAlsoHeld(std::function<void(bool held)> hold) {
+  hold_ = std::move(hold);
+  hold_(!isOn());
+}
+
 bool SendingSwitch::isOn() const {
   const std::scoped_lock hold(mutex_);
   return is_on_;
@@ -25,6 +30,7 @@ void SendingSwitch::set(bool is_on) {
     if (!is_on) {
       was_switched_off_ = true;
       parts_.transport.setHeld(true);
+      hold_(true);
     }
     // One is enough, however often an app switches before it runs.
     if (!parts_.main_loop.isMainThread() && std::exchange(is_posted_, true))
@@ -56,8 +62,13 @@ void SendingSwitch::resume() {
       parts_.transport.setHeld(false);
   }
   parts_.main_loop.async([this] {
-    if (resumed_ && !parts_.services.isSendingOff())
+    if (parts_.services.isSendingOff())
+      return;
+    if (resumed_)
       resumed_();
+    const std::scoped_lock hold(mutex_);
+    if (is_on_)
+      hold_(false);
   });
 }
 

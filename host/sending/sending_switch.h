@@ -1,6 +1,7 @@
 // The app's switch: whether the kit may send.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <utility>
 
@@ -30,6 +31,10 @@ class SendingSwitch {
 
   /// What runs on the main queue, in a turn of its own, each time sending is on again. To be set before the first turn.
   void setWhenResumed(kit::Block resumed) { resumed_ = std::move(resumed); }
+  /// What is held beside the transport while sending is off, from now on: told at once when it is switched off, and
+  /// behind `resumed` when it is on again. Called on any thread, and must neither wait nor call back. To be set before
+  /// the first turn.
+  void setAlsoHeld(std::function<void(bool held)> hold);
   /// As it was switched last.
   bool isOn() const;
   /// Does not block.
@@ -41,6 +46,7 @@ class SendingSwitch {
 
   const Parts parts_;
   kit::Block resumed_;
+  std::function<void(bool held)> hold_ = [](bool) {};
   mutable std::mutex mutex_;  // guards what follows
   bool is_on_;
   bool was_switched_off_ = false;  ///< since the last apply()

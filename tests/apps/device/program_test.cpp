@@ -77,6 +77,21 @@ TEST_F(Program, KeepsWhatItRecordedForTheNextRun) {
   EXPECT_THAT(output_[1], HasSubstr(R"("activityParam":"one")"));
 }
 
+TEST_F(Program, TellsHowAFlushEndedAndSwitchesSending) {
+  EXPECT_EQ(run("event shop look\nflush 1\nsending off\nflush\nsending on\n"), 0);
+  ASSERT_EQ(output_.size(), 5u);
+  EXPECT_EQ(output_[1], R"({"verb":"flush","ok":false,"error":"the install is not attributed","waiting":1})");
+  EXPECT_EQ(output_[2], R"({"verb":"sending","ok":true})");
+  EXPECT_EQ(output_[3], R"({"verb":"flush","ok":false,"error":"sending is off","waiting":1})");
+}
+
+TEST_F(Program, ErasesWhatItRecordedAndEnds) {
+  EXPECT_EQ(run("event shop look\nerase\nevent shop never\n"), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"event","ok":true})", R"({"verb":"erase","ok":true})"));
+  EXPECT_EQ(run("store fendoActivityInfos\n"), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"store","ok":true,"values":{"fendoActivityInfos":null}})"));
+}
+
 TEST_F(Program, RefusesAVerbAndGoesOn) {
   EXPECT_EQ(run("impression 7\nstore nothing\npush\n"), 0);
   ASSERT_EQ(output_.size(), 3u);
