@@ -128,9 +128,9 @@ TEST_P(Erasing, CutOffAnywhereIsFinishedByTheNextStartAndKeepsTheWish) {
 TEST_P(Erasing, CutOffAgainWhileItIsFinishedIsFinishedByTheStartAfterThat) {
   uint64_t points = 0;
   for (size_t mode = 0; mode < cuts(1).size(); ++mode) {
-    for (uint64_t change = 1;; change += 2) {
+    for (uint64_t change = 1;; change += 3) {
       bool was_cut = false;
-      for (uint64_t later = 1;; later += 3) {
+      for (uint64_t later = 1;; later += 5) {
         Device device(GetParam());
         was_cut = device.eraseUntil(change, cuts(change)[mode]);
         const bool was_cut_again = device.startUntil(later, cuts(later)[mode]);
@@ -144,7 +144,7 @@ TEST_P(Erasing, CutOffAgainWhileItIsFinishedIsFinishedByTheStartAfterThat) {
         break;
     }
   }
-  EXPECT_GT(points, 100u);
+  EXPECT_GT(points, 40u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Wishes, Erasing,
