@@ -83,8 +83,8 @@ class MachineLoop : public kit::MainQueue {
   virtual bool canPump() const = 0;
   /// Waits until there is something to dispatch, at most so long, and dispatches it.
   virtual void pumpOnce(double max_seconds) = 0;
-  /// Runs `block` as a turn, behind what waits, and returns when it is done. False: it did not begin in that time, or
-  /// the loop runs no turns any more, and it never will. Any thread, outside of a turn.
+  /// Runs `block` as a turn, on the main thread at once, and returns when it is done. False: it did not begin in that
+  /// time, or the loop runs no turns any more, and it never will. Any thread, outside of a turn.
   virtual bool runWithin(double max_seconds, kit::Block block) = 0;
 };
 

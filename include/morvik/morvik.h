@@ -95,7 +95,8 @@ class MorvikCore {
  public:
   /// Checks the options, opens the store and makes the kit ready. Reads the store (some milliseconds for ten thousand
   /// stored events) and nothing else: no network, no certificates. Errors: an option that is missing or wrong, a key
-  /// that cannot be read, a store folder used by another process. A store that cannot be read or written is no error:
+  /// that cannot be read, a store folder used by another process, an erasing that an earlier process began and that
+  /// cannot be finished (eraseLocalData()). A store that cannot be read or written is no error:
   /// the kit logs it and goes on, keeping what can be kept.
   static StartResult start(const HostOptions& options);
 
@@ -125,7 +126,8 @@ class MorvikCore {
 
   /// As pushTracking(), for the activities and impressions recorded so far, and tells how it ended: `done` is called
   /// once, on the main queue, when all of them are delivered, when it is clear that they will not be by now, or when
-  /// the time is up; before stop() returns at the latest. An empty `done` is allowed.
+  /// the time is up; before stop() returns at the latest. An empty `done` is allowed. At most kMaxFlushes wait at a
+  /// time; a further one is told kTooMany.
   virtual void flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) = 0;
   /// flush(), waited for: for tools and tests, not for an app's user interface. On the thread that pumps it pumps.
   /// Inside a callback it returns at once, with a line in the log.

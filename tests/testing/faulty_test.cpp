@@ -317,6 +317,7 @@ TEST(Faulty, FailsInEveryOperationOfTheServicesObject) {
       .fails("isGDPRForgetMe", [&] { services.isGDPRForgetMe(); })
       .fails("setIsGDPRForgetMe", [&] { services.setIsGDPRForgetMe(true); })
       .fails("setIsGDPRForgetMeServerSynced", [&] { services.setIsGDPRForgetMeServerSynced(true); })
+      .fails("isSendingOff", [&] { services.isSendingOff(); })
       .fails("intervalSinceServerDate", [&] { services.intervalSinceServerDate(); })
       .fails("setIntervalSinceServerDate", [&] { services.setIntervalSinceServerDate(1); })
       .fails("activityGroupName", [&] { services.activityGroupName(0); })
