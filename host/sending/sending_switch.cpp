@@ -13,7 +13,8 @@ SendingSwitch::SendingSwitch(Parts parts, bool is_on) : parts_(parts), is_on_(is
 
 void SendingSwitch::setAlsoHeld(std::function<void(bool held)> hold) {
   hold_ = std::move(hold);
-  hold_(!isOn());
+  if (!isOn())
+    hold_(true);
 }
 
 bool SendingSwitch::isOn() const {
