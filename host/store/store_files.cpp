@@ -182,18 +182,18 @@ class SystemFiles final : public StoreFiles {
   StoreOutcome remove(const std::string& path) override {
     if (::unlink(path.c_str()) == 0 || errno == ENOENT)
       return std::nullopt;
-    return unavailable(systemMessage(errno));
+    return StoreProblem::unavailable(systemMessage(errno));
   }
 
   StoreOutcome write(const std::string& path, const std::string& bytes) override {
     const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
     if (descriptor < 0)
-      return unavailable(systemMessage(errno));
+      return StoreProblem::unavailable(systemMessage(errno));
     const bool is_done = writeAll(descriptor, bytes) && ::fsync(descriptor) == 0;
     const int error = errno;
     ::close(descriptor);
     if (!is_done)
-      return unavailable(systemMessage(error));
+      return StoreProblem::unavailable(systemMessage(error));
     return std::nullopt;
   }
 
@@ -201,7 +201,7 @@ class SystemFiles final : public StoreFiles {
     std::ifstream file(path, std::ios::binary);
     out.assign(std::istreambuf_iterator<char>(file), {});
     if (!file)
-      return unavailable("it cannot be read");
+      return StoreProblem::unavailable("it cannot be read");
     return std::nullopt;
   }
 
