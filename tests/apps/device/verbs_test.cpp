@@ -51,8 +51,8 @@ TEST(Verbs, AnUnknownVerbNamesThoseThatExist) {
   EXPECT_EQ(
       mistakeIn("evnt a b"),
       "\"evnt\" is no verb; use one of: active, background, event, impression, open-url, store-url, facebook-url, "
-      "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, is-forgotten, offline, online, set, push, "
-      "flush, sending, wait, clock, settle, store, status, ledger, crash, crash-signal, kill, erase, quit");
+      "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, is-forgotten, offline, online, set, "
+      "push, flush, sending, wait, clock, settle, store, status, ledger, crash, crash-signal, kill, erase, quit");
 }
 
 TEST(Verbs, SendingIsSwitchedOnOrOff) {
