@@ -52,7 +52,7 @@ struct SharedInstance {
 };
 
 SharedInstance& sharedInstance() {
-  static SharedInstance instance;
+  static auto& instance = *new SharedInstance;  // a kit may outlive everything that is destroyed at the end
   return instance;
 }
 

@@ -87,6 +87,14 @@ const Value& required(const Value& value, const char* key) {
   return value;
 }
 
+/// Thrown out of the building of a batch when the kit is being stopped: it could not be sent any more.
+struct BatchAbandoned {};
+
+void goOnUnlessStopping(kit::StopCheck& stop) {
+  if (stop.isStopping())
+    throw BatchAbandoned{};
+}
+
 /// A stored record with the date it is sorted by.
 struct DatedRecord {
   kit::Date date;
@@ -94,12 +102,17 @@ struct DatedRecord {
 };
 
 /// The records in ascending order of the date under `date_key`; records of the same date keep their order.
-std::vector<DatedRecord> sortedByDate(const kit::Array& records, std::string_view date_key) {
+std::vector<DatedRecord> sortedByDate(const kit::Array& records, std::string_view date_key, kit::StopCheck& stop) {
   std::vector<DatedRecord> sorted;
   sorted.reserve(records.size());
-  for (const Value& record : records)
+  for (const Value& record : records) {
+    goOnUnlessStopping(stop);
     sorted.push_back({record[date_key].date(), &record});
-  const auto earlier = [](const DatedRecord& a, const DatedRecord& b) { return a.date < b.date; };
+  }
+  const auto earlier = [&stop](const DatedRecord& a, const DatedRecord& b) {
+    goOnUnlessStopping(stop);
+    return a.date < b.date;
+  };
   if (!std::is_sorted(sorted.begin(), sorted.end(), earlier))
     std::stable_sort(sorted.begin(), sorted.end(), earlier);
   return sorted;
@@ -181,7 +194,12 @@ Value MorvikCoreLib::makeTrackingParameter(EndActivities end_activities) {
       return Value();
     }
     set_isTrackingCalled(true);
-    return buildBatch(end_activities);
+    try {
+      return buildBatch(end_activities);
+    } catch (const BatchAbandoned&) {
+      set_isTrackingCalled(false);
+      return Value();
+    }
   });
   return parameters.value_or(Value());
 }
@@ -193,9 +211,11 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   kit::MutableArray entries;
   kit::MutableArray sent_event_keys;
   Value filtered_event_id = kBlank;
+  kit::StopCheck stop(&kit_.shared_state.stop_request);
   const kit::Array activities = store().fendoActivityInfos().array();
   Previous previous;
-  for (const auto& [date, record] : sortedByDate(activities, "activityCreatedAt")) {
+  for (const auto& [date, record] : sortedByDate(activities, "activityCreatedAt", stop)) {
+    goOnUnlessStopping(stop);
     const Value& name = (*record)["activityName"];
     const Value event_id = util().checkNilToBlankString((*record)["activityEventID"]);
     if (end_activities == EndActivities::kFilter && name.string() == "end") {
@@ -216,7 +236,8 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   batch.set(kActivityInfoKey, Value(std::move(entries)));
   kit::MutableArray impressions;
   const kit::Array stored_impressions = store().fendoImpressionInfos().array();
-  for (const auto& [date, record] : sortedByDate(stored_impressions, "createdAt")) {
+  for (const auto& [date, record] : sortedByDate(stored_impressions, "createdAt", stop)) {
+    goOnUnlessStopping(stop);
     impressions.append(builder.impression(*record));
   }
   batch.set(kImpressionInfoKey, Value(std::move(impressions)));

@@ -7,6 +7,8 @@
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/host_parts.h"
+#include "host/life/host_ending.h"
+#include "host/life/process_bound_core.h"
 #include "host/make_host.h"
 #include "host/observe/status_of.h"
 #include "services/guard.h"
@@ -16,7 +18,7 @@ namespace morvik {
 StartResult MorvikCore::start(const HostOptions& options) {
   auto made = host::makeHost(options);
   if (auto* host = std::get_if<std::unique_ptr<host::Host>>(&made))
-    return {std::move(*host), ""};
+    return {std::make_unique<host::ProcessBoundCore>(std::move(*host)), ""};
   return {nullptr, std::get<kit::Error>(made).message};
 }
 
@@ -31,12 +33,11 @@ constexpr services::Guard kRecordGuard{kRecordThrew, kRecordThrew};
 
 }  // namespace
 
-Host::Host(std::unique_ptr<HostParts> parts) : parts_(std::move(parts)) {}
+Host::Host(std::shared_ptr<HostParts> parts)
+    : parts_(std::move(parts)), ending_(std::make_shared<HostEnding>(parts_)) {}
 
 Host::~Host() {
-  stop();
-  if (!stopped_)
-    static_cast<void>(parts_.release());
+  ending_->stopOrLeave();
 }
 
 std::optional<kit::Error> Host::open() {
@@ -52,11 +53,11 @@ void Host::applicationDidEnterBackground() {
   callOnMain([parts = parts_.get()] { parts->notifications.post(kit::Notification::kApplicationDidEnterBackground); });
 }
 
-/// What records runs on the calling thread, unless the kit has stopped. What it throws (no memory, say) ends here.
+/// What records runs on the calling thread, unless the kit is being stopped. What it throws (no memory, say) ends here.
 template <class Record>
 Recorded Host::recordNow(Record record) {
   const CallGate::Call call(parts_->calls);
-  if (!call.isIn())
+  if (!call.isIn() || !takesPlace())
     return Recorded::kRefusedNotRunning;
   const Recorded recorded = services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record)
                                 .value_or(Recorded::kRefusedNotRunning);
@@ -136,7 +137,7 @@ Recorded Host::gdprForgetMe(bool forget_me) {
 }
 
 void Host::flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) {
-  if (stopped_ || parts_->flushes.begin(done, timeout) != Flushes::Begun::kTooMany || !done)
+  if (!takesPlace() || parts_->flushes.begin(done, timeout) != Flushes::Begun::kTooMany || !done)
     return;
   post([done = std::move(done), parts = parts_.get()] { done(parts->flushes.resultNow(FlushReason::kTooMany)); });
 }
@@ -146,7 +147,7 @@ FlushResult Host::waitUntilDelivered(std::chrono::milliseconds timeout) {
 }
 
 void Host::setSendingEnabled(bool enabled) {
-  if (!stopped_)
+  if (takesPlace())
     parts_->sending.set(enabled);
 }
 
@@ -179,25 +180,15 @@ void Host::dispatch() {
 }
 
 void Host::stop() {
-  if (stopped_)
-    return;
-  if (parts_->main_loop->isInTurn()) {
-    MORVIK_LOG(parts_->logger, kit::lcl_vError, "-[MorvikCore stop]",
-               "Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside");
-    return;
-  }
-  parts_->flushes.endAll();
-  parts_->calls.close();
-  using std::chrono::steady_clock;
-  const auto time = std::chrono::duration<double>(kDrainSeconds);
-  parts_->background->stop(steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(time));
-  parts_->main_loop->stop();
-  parts_->transport->shutdown();
-  parts_->crash_hook.reset();
-  parts_->store->shutdown();
-  MorvikCoreLib::withdrawSharedKit(parts_->kit);
-  parts_->observations.hostDidStop(statusOf(*parts_));
-  stopped_ = true;
+  ending_->stop();
+}
+
+void Host::tellThatItIsForked() const {
+  const services::Logger logger = parts_->logger.withoutWaiting();
+  MORVIK_LOG(
+      logger, kit::lcl_vError, "-[MorvikCore]",
+      "Morvik host: this process is a fork of the one that started the kit; here the kit does nothing: use it in "
+      "the parent, or start one in a program of its own (fork and exec)");
 }
 
 void Host::tellThatItStarted() {
@@ -211,14 +202,14 @@ Status Host::status() {
 }
 
 void Host::stop(std::chrono::milliseconds drain) {
-  if (!stopped_ && !parts_->flushes.isInsideACallback())
+  if (!parts_->flushes.isInsideACallback())
     parts_->flushes.wait(drain);
   stop();
 }
 
 bool Host::eraseLocalData() {
   static constexpr const char* kOperation = "-[MorvikCore eraseLocalData]";
-  if (stopped_)
+  if (!parts_->life->isRunning())
     return false;
   if (parts_->flushes.isInsideACallback()) {
     MORVIK_LOG(parts_->logger, kit::lcl_vError, kOperation,
@@ -304,29 +295,34 @@ void Host::settle(double limit_seconds, std::function<void(bool settled)> done) 
   parts_->settle_watch.begin(limit_seconds, std::move(done));
 }
 
+bool Host::takesPlace() const {
+  return parts_->life->admits(parts_->main_loop->isInTurn() || parts_->background->isInBlock());
+}
+
 void Host::callOnMain(kit::Block block) {
-  if (parts_->main_loop->isMainThread()) {
-    parts_->main_loop->runOnMain(std::move(block));
-  } else {
+  if (!parts_->main_loop->isMainThread())
     post(std::move(block));
-  }
+  else if (takesPlace())
+    parts_->main_loop->runOnMain(std::move(block));
 }
 
 void Host::post(kit::Block block) {
-  if (stopped_)
-    return;
   HostParts& parts = *parts_;
-  if (parts.posted_calls.fetch_add(1) >= kMaxPostedCalls) {
-    --parts.posted_calls;
-    MORVIK_LOG(parts.logger, kit::lcl_vError, "-[MorvikCore perform]",
-               "Morvik host: a call was refused: %lu calls wait for the main queue already; call less often, or let "
-               "the main queue run",
-               kMaxPostedCalls);
-    return;
+  switch (parts.life->post(kMaxPostedCalls)) {
+    case HostLife::Admission::kNotRunning:
+      return;
+    case HostLife::Admission::kTooMany:
+      MORVIK_LOG(parts.logger, kit::lcl_vError, "-[MorvikCore perform]",
+                 "Morvik host: a call was refused: %lu calls wait for the main queue already; call less often, or let "
+                 "the main queue run",
+                 kMaxPostedCalls);
+      return;
+    case HostLife::Admission::kAdmitted:
+      break;
   }
-  parts.main_loop->async([&parts, block = std::move(block)] {
-    --parts.posted_calls;
-    block();
+  parts.main_loop->async([&life = *parts.life, block = std::move(block)] {
+    if (life.beginPosted())
+      block();
   });
 }
 

@@ -1,7 +1,6 @@
 // The host: the kit on a real machine, as an app sees it (morvik::MorvikCore) and as the programs of this tree do.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -25,9 +24,6 @@ namespace morvik::host {
 /// Calls from other threads that wait for the main queue. Past this many a call is refused, with a line in the log: an
 /// app that calls faster than the main queue runs would otherwise use up its memory.
 inline constexpr size_t kMaxPostedCalls = 65'536;
-/// So long a stop lets the background queue end what waits there; what is left is dropped.
-inline constexpr double kDrainSeconds = 0.5;
-
 /// What is still under way.
 struct Pending {
   size_t requests = 0;            ///< started, and their handler has not begun
@@ -42,13 +38,13 @@ struct Pending {
 };
 
 struct HostParts;
+class HostEnding;
 
-/// Made by makeHost(). Threads as morvik::MorvikCore says. A stop lets what waits on the background queue run, ends the
-/// main queue, cancels the requests, and writes the store to the disk.
+/// Made by makeHost(). Threads as morvik::MorvikCore says. Not for a forked child: see ProcessBoundCore.
 class Host final : public morvik::MorvikCore {
  public:
-  explicit Host(std::unique_ptr<HostParts> parts);
-  /// Stops. From within a callback, where it cannot, it writes a line and leaves the kit running and its memory in use.
+  explicit Host(std::shared_ptr<HostParts> parts);
+  /// Stops, as morvik::MorvikCore says; within a callback it leaves: see HostEnding::stopOrLeave().
   ~Host() override;
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
@@ -86,6 +82,11 @@ class Host final : public morvik::MorvikCore {
   void dispatch() override;
   void stop() override;
   void stop(std::chrono::milliseconds drain) override;
+
+  /// How it ends, for the end of the process.
+  const std::shared_ptr<HostEnding>& ending() const { return ending_; }
+  /// A line that says why nothing happens in a forked child. Waits for no lock.
+  void tellThatItIsForked() const;
 
   // What the programs of this tree need beside.
 
@@ -127,12 +128,15 @@ class Host final : public morvik::MorvikCore {
   template <class Set>
   Recorded setNow(Set set);
   Recorded handOver(HandedOver::Kind kind, std::string_view text, const char* operation);
+  /// Whether what is called now, on this thread, takes place: once the end has begun, within the kit's own blocks
+  /// alone.
+  bool takesPlace() const;
   /// Runs it at once on the main thread, posts it from another.
   void callOnMain(kit::Block block);
   void post(kit::Block block);
 
-  std::unique_ptr<HostParts> parts_;
-  std::atomic<bool> stopped_{false};
+  const std::shared_ptr<HostParts> parts_;
+  const std::shared_ptr<HostEnding> ending_;
 };
 
 }  // namespace morvik::host

@@ -14,6 +14,7 @@
 #include "host/host.h"
 #include "host/json/simdjson_codec.h"
 #include "host/ledger/ledger_book.h"
+#include "host/life/host_life.h"
 #include "host/log/posted_lines.h"
 #include "host/loop/background_tasks.h"
 #include "host/loop/notification_center.h"
@@ -45,7 +46,8 @@ namespace morvik::host {
 /// Filled by makeHost() only; everything is there once it has returned a host.
 struct HostParts {
   /// `machine` makes the parts that stand on it, and is not needed afterwards.
-  HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink, Machine& machine);
+  HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
+            Machine& machine);
   ~HostParts();
   HostParts(const HostParts&) = delete;
   HostParts& operator=(const HostParts&) = delete;
@@ -54,6 +56,8 @@ struct HostParts {
   /// Of the component under which the kit logs; the nearest level that there is. Any thread.
   void setLogLevel(int level);
 
+  const std::shared_ptr<HostLife> life;  ///< shared with what is the app's: see HostLife::guard()
+  const bool has_threads;
   const CheckedOptions options;
   const std::unique_ptr<kit::LogSink> log_sink;
   kit::SharedState shared_state;
@@ -76,7 +80,6 @@ struct HostParts {
   const std::unique_ptr<MachineStore> store;  ///< the plain one, and what passes through it is counted
   const services::MorvikGVUserDefaults properties;
 
-  std::atomic<size_t> posted_calls{0};  ///< calls from other threads that wait in the main loop
   TurnGate gate;
   const std::unique_ptr<MachineLoop> main_loop;
   const std::unique_ptr<MachineBackground> background;

@@ -11,6 +11,7 @@
 #include "host/host_parts.h"
 #include "host/ledger/ledger_store.h"
 #include "host/ledger/ledger_transport.h"
+#include "host/life/host_ending.h"
 #include "host/log/log_sinks.h"
 #include "host/machine/system_machine.h"
 #include "host/siblings/kept_identifier.h"
@@ -110,7 +111,7 @@ ServicesParts servicesParts(HostParts& parts) {
           .store = parts.properties,
           .logger = parts.logger,
           .clock = *parts.clock,
-          .sealing = {parts.cipher, parts.compressor, *parts.random},
+          .sealing = {parts.cipher, parts.compressor, *parts.random, &parts.shared_state.stop_request},
           .common = parts.common,
           .util = parts.util,
           .size_trigger = parts.size_trigger,
@@ -157,7 +158,9 @@ void frameTurns(HostParts& parts) {
   const auto committed = [&parts](const kit::Block& turn) {
     const TurnGate::Turn open(parts.gate);
     turn();
-    parts.commit_retry.turnEnded(parts.store->commitTurn());
+    // A turn that forked comes back twice; what it wrote is the parent's affair.
+    if (parts.life->isOwnProcess())
+      parts.commit_retry.turnEnded(parts.store->commitTurn());
   };
   parts.main_loop->setFrame([&parts, committed](const kit::Block& turn) {
     committed(turn);
@@ -283,7 +286,10 @@ void tellWarnings(const HostParts& parts) {
 
 std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, const HostOptions& options,
                                                            HostOf host_of) {
-  auto checked = checkOptions(options);
+  const auto life = std::make_shared<HostLife>();
+  HostOptions guarded = options;
+  HostLife::guard(life, guarded);
+  auto checked = checkOptions(guarded);
   if (auto* error = std::get_if<kit::Error>(&checked))
     return std::move(*error);
   if (host_of == HostOf::kProcess) {
@@ -297,7 +303,8 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   auto eraser = machine.makeEraser(options.store_folder, *sink);
   if (auto error = eraser->resume())
     return *std::move(error);
-  auto parts = std::make_unique<HostParts>(std::get<CheckedOptions>(std::move(checked)), std::move(sink), machine);
+  const auto parts =
+      std::make_shared<HostParts>(life, std::get<CheckedOptions>(std::move(checked)), std::move(sink), machine);
   parts->eraser = std::move(eraser);
   if (parts->store->opening() == StoreOpening::kLocked)
     return kit::Error{parts->store->openingLine()};
@@ -311,17 +318,22 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   if (host_of == HostOf::kProcess)
     watchProcess(*parts);
   parts->commit_retry.turnEnded(parts->store->commitTurn());
-  auto host = std::make_unique<Host>(std::move(parts));
+  auto host = std::make_unique<Host>(parts);
   if (auto error = host->open())
     return *std::move(error);
   host->tellThatItStarted();
+  if (host_of == HostOf::kProcess)
+    stopAtExit(host->ending());
   return host;
 }
 
 }  // namespace
 
-HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink, Machine& machine)
-    : options(std::move(checked)),
+HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
+                     Machine& machine)
+    : life(std::move(of_host)),
+      has_threads(machine.hasThreads()),
+      options(std::move(checked)),
       log_sink(std::move(sink)),
       logger(shared_state.log_levels, *log_sink),
       clock(machine.makeClock()),
@@ -329,6 +341,7 @@ HostParts::HostParts(CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
       random(machine.makeRandom()),
       threads(machine.makeThreads()),
       facts(machine.makeFacts()),
+      compressor(&shared_state.stop_request),
       plain_store(machine.makeStore(options.options.store_folder, *log_sink)),
       ledger(ledgerParts(*this)),
       store(std::make_unique<LedgerStore>(*plain_store, ledger, house_lock)),
@@ -393,6 +406,7 @@ Pending HostParts::pending() const {
 }
 
 std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options) {
+  prepareForExit();
   SystemMachine machine;
   return makeHostOn(machine, options, HostOf::kProcess);
 }

@@ -25,6 +25,7 @@
 #include "kit/modules.h"
 #include "kit/notifications.h"
 #include "kit/queues.h"
+#include "kit/stop_request.h"
 #include "kit/threads.h"
 #include "kit/transport.h"
 
@@ -36,6 +37,7 @@ struct SharedState {
   /// Key of tracking and demographic payloads; assigned by the core object when it is made.
   std::string kAESSuperKeyForTracking;
   LogLevels log_levels;
+  StopRequest stop_request;
 };
 
 /// References to ports and siblings. Whoever fills it owns them and keeps them alive, and at their addresses, as long

@@ -14,6 +14,13 @@ std::string freshNonce(kit::Random& random) {
   return nonce;
 }
 
+/// Sealed also while the kit is being stopped: it takes no time that counts.
+constexpr size_t kShortBytes = size_t{1} << 20;
+
+bool isStopping(const SealingTools& tools) {
+  return tools.stop != nullptr && tools.stop->isMade();
+}
+
 /// The deflated text where that is asked for, works and is shorter; else nothing.
 std::optional<std::string> deflatedIfShorter(const kit::Compressor& compressor, std::string_view plaintext,
                                              Compression compression) {
@@ -30,6 +37,8 @@ std::optional<std::string> deflatedIfShorter(const kit::Compressor& compressor, 
 std::variant<std::string, kit::Error> seal(const SealingTools& tools, std::string_view key_text,
                                            std::string_view plaintext, Compression compression) {
   const auto deflated = deflatedIfShorter(tools.compressor, plaintext, compression);
+  if (!deflated && compression == Compression::kWhenShorter && isStopping(tools) && plaintext.size() > kShortBytes)
+    return kit::Error{"The kit is being stopped."};
   const std::string_view body = deflated ? std::string_view(*deflated) : plaintext;
   const std::string nonce = freshNonce(tools.random);
   std::string sealed;
@@ -73,7 +82,7 @@ std::variant<std::string, kit::Error> openSealed(const SealingTools& tools, std:
 std::variant<kit::Value, kit::Error> makeEnvelope(const SealingTools& tools, std::string_view app_key,
                                                   const kit::Value& payload, std::string_view key_text) {
   std::string json;
-  if (auto error = appendJson(payload, json))
+  if (auto error = appendJson(payload, json, tools.stop))
     return *std::move(error);
   auto sealed = seal(tools, key_text, json, Compression::kWhenShorter);
   if (auto* error = std::get_if<kit::Error>(&sealed))

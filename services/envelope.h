@@ -7,6 +7,7 @@
 
 #include "kit/crypto.h"
 #include "kit/error.h"
+#include "kit/stop_request.h"
 #include "kit/value.h"
 
 namespace morvik::services {
@@ -22,6 +23,7 @@ struct SealingTools {
   const kit::Cipher& cipher;
   const kit::Compressor& compressor;
   kit::Random& random;
+  const kit::StopRequest* stop = nullptr;  ///< ends the writing of a long payload, with an error; null: nothing does
 };
 
 enum class Compression { kWhenShorter, kNever };

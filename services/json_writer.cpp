@@ -186,10 +186,15 @@ enum class Layout { kCompact, kPretty };
 
 class Writer {
  public:
-  Writer(std::string& out, Strictness strictness, Layout layout = Layout::kCompact)
-      : out_(out), strictness_(strictness), layout_(layout) {}
+  Writer(std::string& out, Strictness strictness, Layout layout = Layout::kCompact,
+         const kit::StopRequest* stop = nullptr)
+      : out_(out), strictness_(strictness), layout_(layout), stop_(stop) {}
 
   bool write(const kit::Value& value, size_t depth) {
+    if (stop_.isStopping()) {
+      error_ = "the kit is being stopped";
+      return false;
+    }
     switch (value.kind()) {
       case kit::Kind::kAbsent:
         return orForPeople("an absent value has no JSON form: leave the entry out, or use null", "null");
@@ -300,6 +305,7 @@ class Writer {
   TextBlock out_;
   Strictness strictness_;
   Layout layout_;
+  kit::StopCheck stop_;
   std::string error_;
 };
 
@@ -307,8 +313,9 @@ class Writer {
 
 namespace {
 
-std::optional<kit::Error> appendStrictly(const kit::Value& value, Layout layout, std::string& out) {
-  Writer writer(out, Strictness::kStrict, layout);
+std::optional<kit::Error> appendStrictly(const kit::Value& value, Layout layout, std::string& out,
+                                         const kit::StopRequest* stop = nullptr) {
+  Writer writer(out, Strictness::kStrict, layout, stop);
   if (writer.write(value, 0))
     return std::nullopt;
   return kit::Error{"The value cannot be written as JSON: " + writer.error() + "."};
@@ -323,8 +330,8 @@ std::variant<std::string, kit::Error> writeStrictly(const kit::Value& value, Lay
 
 }  // namespace
 
-std::optional<kit::Error> appendJson(const kit::Value& value, std::string& out) {
-  return appendStrictly(value, Layout::kCompact, out);
+std::optional<kit::Error> appendJson(const kit::Value& value, std::string& out, const kit::StopRequest* stop) {
+  return appendStrictly(value, Layout::kCompact, out, stop);
 }
 
 std::variant<std::string, kit::Error> writeJson(const kit::Value& value) {

@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "kit/error.h"
+#include "kit/stop_request.h"
 #include "kit/value.h"
 
 namespace morvik::services {
@@ -19,8 +20,9 @@ std::variant<std::string, kit::Error> writeJson(const kit::Value& value);
 /// both sides of the colon; an empty container stays in one piece. No line feed at the end.
 std::variant<std::string, kit::Error> writePrettyJson(const kit::Value& value);
 
-/// As writeJson, appended to `out`. An error leaves in `out` what was written so far.
-std::optional<kit::Error> appendJson(const kit::Value& value, std::string& out);
+/// As writeJson, appended to `out`. An error leaves in `out` what was written so far. A stop that is requested
+/// meanwhile is one more error; `stop` may be null.
+std::optional<kit::Error> appendJson(const kit::Value& value, std::string& out, const kit::StopRequest* stop = nullptr);
 
 /// JSON text for people: total, never fails. Dates in ISO 8601, an absent value as null, numbers that are not finite as
 /// their name in quotes, nesting beyond kit::kMaxJsonDepth as "…".

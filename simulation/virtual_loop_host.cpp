@@ -1,6 +1,7 @@
 #include "simulation/virtual_loop_host.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -23,6 +24,7 @@ struct VirtualMainLoop::State {
   bool is_open = false;
   bool is_stopped = false;
   size_t blocks = 0;
+  uint64_t begun = 0;  ///< blocks, since the beginning
   size_t short_timers = 0;
   size_t longer_timers = 0;
   std::vector<kit::Block> before_opening;
@@ -52,6 +54,20 @@ std::optional<kit::Error> VirtualMainLoop::open() {
   return std::nullopt;
 }
 
+// No time passes here, so what waits has all the time it needs.
+bool VirtualMainLoop::drain(std::chrono::steady_clock::time_point) {
+  if (loop_.running() != testing::VirtualLoop::Running::kNothing || !state_->is_open)
+    return false;
+  const uint64_t last = state_->begun + state_->blocks;
+  while (state_->begun < last && loop_.step()) {
+  }
+  return state_->begun >= last;
+}
+
+void VirtualMainLoop::cease() {
+  state_->is_stopped = true;
+}
+
 bool VirtualMainLoop::stop() {
   if (isInTurn())
     return false;
@@ -73,6 +89,7 @@ void VirtualMainLoop::async(kit::Block block) {
   ++state_->blocks;
   kit::Block turn = asTurn([state = state_, block = std::move(block)] {
     --state->blocks;
+    ++state->begun;
     block();
   });
   if (state_->is_open) {
@@ -196,12 +213,24 @@ size_t VirtualBackground::pending() const {
   return state_->pending;
 }
 
-// No time passes here, so what waits has all the time it needs.
-void VirtualBackground::stop(std::chrono::steady_clock::time_point) {
-  const bool may_run = loop_.running() == testing::VirtualLoop::Running::kNothing;
+bool VirtualBackground::isInBlock() const {
+  return loop_.running() == testing::VirtualLoop::Running::kBackgroundBlock;
+}
+
+bool VirtualBackground::drain(std::chrono::steady_clock::time_point) {
+  const bool may_run = loop_.running() == testing::VirtualLoop::Running::kNothing && !state_->is_stopped;
   while (may_run && state_->pending > 0 && loop_.step()) {
   }
+  return may_run;
+}
+
+void VirtualBackground::cease() {
   state_->is_stopped = true;
+}
+
+void VirtualBackground::stop(std::chrono::steady_clock::time_point deadline) {
+  drain(deadline);
+  cease();
 }
 
 }  // namespace morvik::simulation

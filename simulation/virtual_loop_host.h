@@ -1,6 +1,7 @@
 // The host's two queues on a virtual loop.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -19,6 +20,10 @@ class VirtualMainLoop final : public host::MachineLoop {
 
   void setFrame(host::TurnFrame frame) override;
   std::optional<kit::Error> open() override;
+  /// Lets the virtual loop run what waits here, without time passing.
+  bool drain(std::chrono::steady_clock::time_point deadline) override;
+  void cease() override;
+  bool waitUntilIdle(std::chrono::steady_clock::time_point) override { return !isInTurn(); }
   bool stop() override;
   void async(kit::Block block) override;
   void after(double delay_seconds, kit::Block block) override;
@@ -57,6 +62,9 @@ class VirtualBackground final : public host::MachineBackground {
   void setWhenIdle(kit::Block hook) override;
   void async(kit::Block block) override;
   size_t pending() const override;
+  bool isInBlock() const override;
+  bool drain(std::chrono::steady_clock::time_point deadline) override;
+  void cease() override;
   void stop(std::chrono::steady_clock::time_point deadline) override;
 
  private:

@@ -78,6 +78,7 @@ class VirtualMachine : public host::Machine {
                                                     kit::LogSink& log) override;
   std::unique_ptr<host::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
   std::unique_ptr<host::MachineBackground> makeBackground(const services::Logger& logger) override;
+  bool hasThreads() const override { return false; }
   std::unique_ptr<host::MachineTransport> makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
                                                         host::TurnGate& gate) override;
 

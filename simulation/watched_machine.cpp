@@ -90,6 +90,9 @@ class WatchedLoop final : public host::MachineLoop {
 
   void setFrame(host::TurnFrame frame) override { loop_->setFrame(std::move(frame)); }
   std::optional<kit::Error> open() override { return loop_->open(); }
+  bool drain(std::chrono::steady_clock::time_point deadline) override { return loop_->drain(deadline); }
+  void cease() override { loop_->cease(); }
+  bool waitUntilIdle(std::chrono::steady_clock::time_point deadline) override { return loop_->waitUntilIdle(deadline); }
   bool stop() override { return loop_->stop(); }
   void async(kit::Block block) override { loop_->async(std::move(block)); }
   void after(double delay_seconds, kit::Block block) override {

@@ -15,6 +15,7 @@
 #include "host/crash/crash_record.h"
 #include "host/crash/fatal_signals.h"
 #include "host/crash/frame_names.h"
+#include "host/life/own_process.h"
 #include "services/guard.h"
 #include "services/type_names.h"
 
@@ -64,6 +65,7 @@ std::string reasonOfCurrentException() {
 
 struct CrashHook::State {
   CrashHookParts parts;
+  const OwnProcess process;
   int record_file = -1;
   std::unique_ptr<FatalSignals> signals;
   std::terminate_handler left_behind = nullptr;  ///< what `before` was
@@ -127,7 +129,8 @@ CrashHook::~CrashHook() {
 
 void CrashHook::onTerminate() {
   State* const state = State::current.load();
-  if (state != nullptr) {
+  // In a forked child the store is the parent's, and so is the crash.
+  if (state != nullptr && state->process.isHere()) {
     if (!state->is_reporting.exchange(true)) {
       state->reporter = std::this_thread::get_id();
       // A fault that keeps the report from coming about is recorded in its place.

@@ -22,7 +22,8 @@ struct CrashHookParts {
 };
 
 /// While it lives, std::terminate and the fatal signals are reported. Whoever was there before comes afterwards and
-/// gets its place back when this goes. An uncaught exception is one report: the abort that follows is none.
+/// gets its place back when this goes. An uncaught exception is one report: the abort that follows is none. In a forked
+/// child nothing is reported, and whoever was there before is asked as ever.
 class CrashHook {
  public:
   /// One in a process at a time. The hook, or why there is none.

@@ -7,14 +7,21 @@
 #include <string_view>
 
 #include "kit/crypto.h"
+#include "kit/stop_request.h"
 
 namespace morvik::host {
 
-/// Holds nothing; one object serves every thread.
+/// One object serves every thread.
 class ZlibCompressor final : public kit::Compressor {
  public:
+  /// `stop`: ends a deflation that runs, with an error; null: nothing does. Outlives the compressor.
+  explicit ZlibCompressor(const kit::StopRequest* stop = nullptr) : stop_(stop) {}
+
   std::optional<kit::Error> deflate(std::string_view plain, std::string& out) const override;
   std::optional<kit::Error> inflate(std::string_view deflated, size_t max_bytes, std::string& out) const override;
+
+ private:
+  const kit::StopRequest* const stop_;
 };
 
 }  // namespace morvik::host

@@ -48,13 +48,25 @@ size_t BackgroundThread::pending() const {
   return waiting_.size() + (running_ ? 1 : 0);
 }
 
+bool BackgroundThread::drain(std::chrono::steady_clock::time_point deadline) {
+  std::unique_lock hold(mutex_);
+  return idle_.wait_until(hold, deadline, [this] { return !running_ && (stopping_ || waiting_.empty()); });
+}
+
+void BackgroundThread::cease() {
+  const std::scoped_lock hold(mutex_);
+  stopping_ = true;
+  deadline_ = std::chrono::steady_clock::now();
+  wake_.notify_one();
+}
+
 void BackgroundThread::stop(std::chrono::steady_clock::time_point deadline) {
   std::deque<kit::Block> dropped;
   std::thread thread;
   {
     const std::scoped_lock hold(mutex_);
-    stopping_ = true;
-    deadline_ = deadline;
+    if (!std::exchange(stopping_, true))
+      deadline_ = deadline;
     thread.swap(thread_);
   }
   wake_.notify_one();
@@ -71,6 +83,9 @@ void BackgroundThread::run() {
   kit::Block block;
   while (takeNext(block)) {
     runGuarded([this, &block] { frame_([this, &block] { runGuarded(block); }); });
+    // A block that forked comes back twice; in the child this thread has nothing more to do.
+    if (!process_.isHere())
+      return;
     block = nullptr;
     if (finishOne() && when_idle_)
       when_idle_();
@@ -81,6 +96,7 @@ void BackgroundThread::run() {
 bool BackgroundThread::finishOne() {
   const std::scoped_lock hold(mutex_);
   running_ = false;
+  idle_.notify_all();
   return waiting_.empty();
 }
 

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <thread>
 
+#include "host/life/own_process.h"
 #include "host/machine/machine.h"
 #include "kit/queues.h"
 #include "services/log.h"
@@ -29,8 +30,9 @@ class BackgroundThread final : public MachineBackground {
 
   void async(kit::Block block) override;
   size_t pending() const override;
-  /// True on the thread that runs the blocks. Any thread.
-  bool isCurrentThread() const { return id_.load() == std::this_thread::get_id(); }
+  bool isInBlock() const override { return id_.load() == std::this_thread::get_id(); }
+  bool drain(std::chrono::steady_clock::time_point deadline) override;
+  void cease() override;
   void stop(std::chrono::steady_clock::time_point deadline) override;
 
  private:
@@ -46,12 +48,14 @@ class BackgroundThread final : public MachineBackground {
   kit::Block when_idle_;
   mutable std::mutex mutex_;
   std::condition_variable wake_;
+  std::condition_variable idle_;
   std::deque<kit::Block> waiting_;
   bool running_ = false;
   bool stopping_ = false;
   std::chrono::steady_clock::time_point deadline_{};
   std::thread thread_;
   std::atomic<std::thread::id> id_{};
+  const OwnProcess process_;
 };
 
 }  // namespace morvik::host

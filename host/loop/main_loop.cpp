@@ -124,24 +124,72 @@ std::optional<kit::Error> MainLoop::startOwnThread() {
   return std::nullopt;
 }
 
+bool MainLoop::drain(std::chrono::steady_clock::time_point deadline) {
+  if (isMainThread())
+    return !in_turn_ && drainHere(deadline);
+  if (mode_ == LoopMode::kPumped)
+    return false;
+  // A block that comes behind all that wait tells when they have run.
+  struct Mark {
+    std::mutex mutex;
+    std::condition_variable reached;
+    bool is_reached = false;
+  };
+  const auto mark = std::make_shared<Mark>();
+  async([mark] {
+    const std::scoped_lock hold(mark->mutex);
+    mark->is_reached = true;
+    mark->reached.notify_all();
+  });
+  std::unique_lock hold(mark->mutex);
+  return mark->reached.wait_until(hold, deadline, [&mark] { return mark->is_reached; });
+}
+
+bool MainLoop::drainHere(std::chrono::steady_clock::time_point deadline) {
+  if (!isOpen())
+    return false;
+  kit::Block block;
+  size_t left = collectDue();
+  while (left > 0 && std::chrono::steady_clock::now() < deadline && takeNext(block)) {
+    runTurn(std::move(block));
+    --left;
+  }
+  goToRest();
+  return left == 0;
+}
+
+void MainLoop::cease() {
+  const std::scoped_lock hold(mutex_);
+  stopping_ = true;
+  if (engine_->is_open)
+    uv_async_send(&engine_->wake_up);
+}
+
+bool MainLoop::waitUntilIdle(std::chrono::steady_clock::time_point deadline) {
+  std::unique_lock hold(mutex_);
+  return rest_.wait_until(hold, deadline, [this] { return !running_; });
+}
+
 bool MainLoop::stop() {
   if (isInTurn())
     return false;
-  {
-    const std::scoped_lock hold(mutex_);
-    if (stopping_)
-      return true;
-    stopping_ = true;
-    if (engine_->is_open)
-      uv_async_send(&engine_->wake_up);
-  }
+  cease();
   if (thread_.joinable())
     thread_.join();
+  {
+    std::unique_lock hold(mutex_);
+    rest_.wait(hold, [this] { return !dispatching_; });
+  }
   endHere();
   // The system may give the thread's id to another one.
   main_thread_ = std::thread::id();
   dropAll();
   return true;
+}
+
+bool MainLoop::isOpen() const {
+  const std::scoped_lock hold(mutex_);
+  return engine_->is_open;
 }
 
 void MainLoop::endHere() {
@@ -206,6 +254,7 @@ void MainLoop::runOnMain(kit::Block block) {
     const std::scoped_lock hold(mutex_);
     if (stopping_)
       return;
+    running_ = true;
   }
   runTurn(std::move(block));
 }
@@ -226,10 +275,12 @@ MainLoopCounts MainLoop::counts() const {
 }
 
 int MainLoop::pollDescriptor() const {
+  const std::scoped_lock hold(mutex_);
   return mode_ == LoopMode::kPumped && engine_->is_open ? uv_backend_fd(&engine_->loop) : -1;
 }
 
 int MainLoop::pollTimeoutMilliseconds() const {
+  const std::scoped_lock hold(mutex_);
   if (mode_ != LoopMode::kPumped || !engine_->is_open)
     return -1;
   uv_update_time(&engine_->loop);
@@ -237,9 +288,18 @@ int MainLoop::pollTimeoutMilliseconds() const {
 }
 
 void MainLoop::dispatch() {
-  if (mode_ != LoopMode::kPumped || !engine_->is_open || !isMainThread() || in_turn_)
+  if (mode_ != LoopMode::kPumped || !isMainThread() || in_turn_)
     return;
+  {
+    const std::scoped_lock hold(mutex_);
+    if (!engine_->is_open || stopping_)
+      return;
+    dispatching_ = true;
+  }
   uv_run(&engine_->loop, UV_RUN_NOWAIT);
+  const std::scoped_lock hold(mutex_);
+  dispatching_ = false;
+  rest_.notify_all();
 }
 
 bool MainLoop::canPump() const {
@@ -322,14 +382,18 @@ size_t MainLoop::collectDue() {
 
 bool MainLoop::takeNext(kit::Block& block) {
   const std::scoped_lock hold(mutex_);
-  if (stopping_ || ready_.empty())
+  if (stopping_ || ready_.empty() || !process_.isHere())
     return false;
   block = std::move(ready_.front());
   ready_.pop_front();
+  running_ = true;
   return true;
 }
 
 void MainLoop::goToRest() {
+  // A block that forked comes back twice; in the child this loop, which is the parent's, ends here.
+  if (!process_.isHere())
+    return uv_stop(&engine_->loop);
   const std::scoped_lock hold(mutex_);
   awake_ = false;
   if (stopping_) {
@@ -351,6 +415,9 @@ void MainLoop::runTurn(kit::Block block) {
   for (const kit::Block& each : after)
     runGuarded(each);
   in_turn_ = false;
+  const std::scoped_lock hold(mutex_);
+  running_ = false;
+  rest_.notify_all();
 }
 
 void MainLoop::runGuarded(const kit::Block& block) {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -13,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/life/own_process.h"
 #include "host/machine/machine.h"
 #include "kit/error.h"
 #include "kit/queues.h"
@@ -40,6 +43,9 @@ class MainLoop final : public MachineLoop {
   void setFrame(TurnFrame frame) override { frame_ = std::move(frame); }
   /// An error says that the system gave no event loop or no thread.
   std::optional<kit::Error> open() override;
+  bool drain(std::chrono::steady_clock::time_point deadline) override;
+  void cease() override;
+  bool waitUntilIdle(std::chrono::steady_clock::time_point deadline) override;
   bool stop() override;
 
   void async(kit::Block block) override;
@@ -72,6 +78,8 @@ class MainLoop final : public MachineLoop {
   size_t collectDue();
   bool takeNext(kit::Block& block);
   void goToRest();
+  bool drainHere(std::chrono::steady_clock::time_point deadline);
+  bool isOpen() const;
   void runTurn(kit::Block block);
   void runGuarded(const kit::Block& block);
   void endHere();
@@ -91,9 +99,13 @@ class MainLoop final : public MachineLoop {
   uint64_t next_timer_ = 1;
   bool awake_ = false;  ///< the loop will look at the queue without being woken
   bool stopping_ = false;
+  bool running_ = false;          ///< a turn runs
+  bool dispatching_ = false;      ///< pumped: the engine is in use on its thread
+  std::condition_variable rest_;  ///< something of the above has ended
 
   std::unique_ptr<Engine> engine_;
   std::thread thread_;
+  const OwnProcess process_;
 };
 
 }  // namespace morvik::host

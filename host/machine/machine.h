@@ -54,9 +54,16 @@ class MachineLoop : public kit::MainQueue {
   /// Begins to run turns. Blocks that were handed over before wait until now. Once. An error says what the system
   /// refused.
   virtual std::optional<kit::Error> open() = 0;
-  /// Ends: the turn that runs is the last one, what waits is dropped; blocks handed over later are dropped. Waits for
-  /// the running turn alone. Answers false, and does nothing, when called from within a turn; a pumped loop is stopped
-  /// on its own thread.
+  /// Lets the blocks that are due now run, each a turn, and returns when they have, or at `deadline`: then with false.
+  /// A pumped loop runs them here, on its thread; on any other thread it answers false at once. Not from within a turn.
+  virtual bool drain(std::chrono::steady_clock::time_point deadline) = 0;
+  /// No further turn begins; what waits never runs, and blocks handed over later are dropped. Any thread, also within a
+  /// turn; waits for nothing.
+  virtual void cease() = 0;
+  /// Waits, without a block of its own, until no turn runs, or until `deadline`: then with false. Not within a turn.
+  virtual bool waitUntilIdle(std::chrono::steady_clock::time_point deadline) = 0;
+  /// Ends, as cease(), and waits for the running turn; what waits is let go of. Any thread. Answers false, and does
+  /// nothing, when called from within a turn.
   virtual bool stop() = 0;
 
   /// As after(), for the host's own affairs: can be cancelled and is not counted. Any thread.
@@ -99,6 +106,13 @@ class MachineBackground : public kit::BackgroundQueue {
   virtual void setWhenIdle(kit::Block hook) = 0;
   /// Blocks that wait or run, their frame included. Any thread.
   virtual size_t pending() const = 0;
+  /// True within a block, asked on its thread.
+  virtual bool isInBlock() const = 0;
+  /// Waits until no block waits or runs (after cease(): until none runs), or until `deadline`: then with false. Not
+  /// from within a block.
+  virtual bool drain(std::chrono::steady_clock::time_point deadline) = 0;
+  /// No further block begins; blocks that come later are dropped. Any thread, also within a block; waits for nothing.
+  virtual void cease() = 0;
   /// Runs what waits until `deadline` and drops the rest; blocks that come later are dropped. Waits for the running
   /// block in any case. Not from within a block.
   virtual void stop(std::chrono::steady_clock::time_point deadline) = 0;
@@ -225,6 +239,8 @@ class Machine {
                                                             kit::LogSink& log) = 0;
   virtual std::unique_ptr<MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) = 0;
   virtual std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) = 0;
+  /// Whether time and threads are real, so that an end may have to be waited for and left to itself.
+  virtual bool hasThreads() const { return true; }
   /// What a turn of `gate` starts leaves when the turn is over.
   virtual std::unique_ptr<MachineTransport> makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
                                                           TurnGate& gate) = 0;

@@ -2,8 +2,10 @@
 
 #include <csignal>
 #include <string>
-#include <system_error>
 #include <utility>
+#include <variant>
+
+#include "host/loop/thread.h"
 
 namespace morvik::host {
 
@@ -35,6 +37,8 @@ CurlLoop::CurlLoop(CurlTransportOptions options, std::shared_ptr<HandlerDelivery
     : options_(std::move(options)), delivery_(std::move(delivery)) {}
 
 void CurlLoop::add(kit::Request request, TransportHandler handler) {
+  if (!process_.isHere())
+    return;
   const std::lock_guard lock(mutex_);
   if (stopping_)
     return;
@@ -84,12 +88,13 @@ void CurlLoop::stop() {
 }
 
 void CurlLoop::startThread() {
-  try {
-    thread_ = std::thread([this] { run(); });
-  } catch (const std::system_error& error) {
-    unavailable_ = Error{std::string("no request can be sent: no thread could be started: ") + error.what()};
-    failArrivals();
+  auto thread = host::startThread("morvik-net", [this] { run(); });
+  if (auto* started = std::get_if<std::thread>(&thread)) {
+    thread_ = std::move(*started);
+    return;
   }
+  unavailable_ = Error{"no request can be sent: " + std::get<Error>(thread).message};
+  failArrivals();
 }
 
 void CurlLoop::run() {

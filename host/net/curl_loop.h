@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "host/life/own_process.h"
 #include "host/net/curl_exchange.h"
 #include "host/net/curl_transport.h"
 #include "host/net/handler_delivery.h"
@@ -26,7 +27,7 @@ class CurlLoop {
   CurlLoop& operator=(const CurlLoop&) = delete;
   ~CurlLoop() { stop(); }
 
-  /// Hands over a request; the first one starts the thread. After stop() it is dropped.
+  /// Hands over a request; the first one starts the thread. After stop(), and in a forked child, it is dropped.
   void add(kit::Request request, TransportHandler handler);
   /// While held, only what passes a hold begins.
   void setHeld(bool held);
@@ -65,6 +66,7 @@ class CurlLoop {
 
   const CurlTransportOptions options_;
   const std::shared_ptr<HandlerDelivery> delivery_;
+  const OwnProcess process_;
 
   std::mutex mutex_;  // guards what follows
   std::vector<Arrival> arrivals_;

@@ -33,8 +33,10 @@ void CurlTransport::refuseWaiting(const kit::Error& error) {
 
 void CurlTransport::shutdown() {
   const std::lock_guard lock(shutdown_mutex_);
-  delivery_->close(kShutdownSeconds);
+  // The network first, then the wait: a handler that does not come back keeps nothing going.
+  delivery_->close(0);
   loop_->stop();
+  delivery_->close(kShutdownSeconds);
 }
 
 }  // namespace morvik::host

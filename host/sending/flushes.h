@@ -24,7 +24,7 @@
 namespace morvik::host {
 
 /// A stop lets the main queue have so long to call those that wait.
-inline constexpr double kEndFlushesSeconds = 2;
+inline constexpr double kEndFlushesSeconds = 1;
 
 /// One batch at a time is under way, whoever asked for it. A flush that finds one waits for its answer, and then has
 /// the rest pushed; so the sent-event keys of a batch are never touched. It ends early when it is clear that nothing

@@ -203,6 +203,8 @@ kit::MutableDictionary MorvikCoreServicesLib::makeCommonParameter(const std::str
 
 kit::Value MorvikCoreServicesLib::makeJsonParameter(const kit::Value& payload, const std::string& encryption_key) {
   auto envelope = services::makeEnvelope(parts_.sealing, parts_.app_key, payload, encryption_key);
+  if (parts_.sealing.stop != nullptr && parts_.sealing.stop->isMade() && std::holds_alternative<kit::Error>(envelope))
+    return {};  // it was abandoned, and would never be sent
   auto* parameters = std::get_if<kit::Value>(&envelope);
   if (parts_.ledger != nullptr)
     parts_.ledger->payloadWasSealed(payload, parameters != nullptr ? *parameters : kit::Value());

@@ -314,9 +314,8 @@ StoreOpening SqliteStore::openWritable() {
       break;
     case StoreOpening::kLocked:
       // Whoever opens it decides what that means: for a host it is a start that failed, told where it was asked for.
-      opening_line_ = services::format(
-          "the store in \"%@\" is in use by another process: end that one or give this one a folder of its own",
-          {options_.place.folder});
+      opening_line_ =
+          services::format("the store in \"%@\" is in use by %@", {options_.place.folder, opened.problem.message});
       break;
     default:
       tellDamaged();
@@ -325,12 +324,23 @@ StoreOpening SqliteStore::openWritable() {
 }
 
 SqliteStore::Opened SqliteStore::lockAndOpen() {
+  const auto locked = [](const char* by_whom) {
+    return Opened{StoreOpening::kLocked, {StoreProblem::Kind::kUnavailable, by_whom}};
+  };
   if (StoreOutcome failed = options_.place.files->makeFolder(options_.place.folder))
     return {StoreOpening::kUnavailable, *failed};
   StoreProblem problem;
   switch (lock_.take(options_.place, problem)) {
     case LockResult::kHeldByAnother:
-      return {StoreOpening::kLocked, {}};
+      return locked("another process: end that one or give this one a folder of its own");
+    case LockResult::kHeldHere:
+      return locked(
+          "another kit of this process: stop that one first (one that was stopped while a callback or the disk kept it "
+          "busy has the store until that is over), or give this one a folder of its own");
+    case LockResult::kHeldBeforeTheFork:
+      return locked(
+          "the process that this one was forked from: start the kit in a fresh process (fork and exec), or give this "
+          "one a folder of its own");
     case LockResult::kFailed:
       return {StoreOpening::kUnavailable, problem};
     case LockResult::kTaken:

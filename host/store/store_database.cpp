@@ -334,6 +334,8 @@ StoreOutcome StoreDatabase::inTransaction(const StoreChanges& changes) {
 }
 
 StoreOutcome StoreDatabase::apply(const StoreChanges& changes) {
+  if (!process_.isHere())
+    return StoreProblem{StoreProblem::Kind::kUnavailable, "this process is a fork of the one that opened it"};
   const size_t commands = changes.properties_.size() + changes.removals_.size() + changes.elements_.size();
   // A single command is a transaction of its own, which spares two: an appended record is the case that counts.
   StoreOutcome failed = commands == 1 && !hasDamagedToMove() ? write(changes) : inTransaction(changes);

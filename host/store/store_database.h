@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/life/own_process.h"
 #include "host/store/array_rows.h"
 #include "host/store/sqlite_connection.h"
 #include "host/store/store_files.h"
@@ -86,7 +87,7 @@ class StoreDatabase {
   size_t damaged() const { return damaged_properties_.size() + damaged_elements_.size(); }
   /// True when there are damaged records that still have to be moved.
   bool hasDamagedToMove() const { return damaged() != 0; }
-  /// All of it or nothing.
+  /// All of it or nothing; in a forked child nothing, with an error.
   StoreOutcome apply(const StoreChanges& changes);
 
   /// The tables were made by this object: the file itself has not been synced yet.
@@ -118,6 +119,7 @@ class StoreDatabase {
   std::vector<int64_t> damaged_properties_;
   std::vector<int64_t> damaged_elements_;
   int frames_in_log_ = 0;
+  const OwnProcess process_;
   bool fresh_ = false;
 };
 

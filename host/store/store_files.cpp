@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,8 +14,12 @@
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <system_error>
 #include <utility>
+#include <vector>
+
+#include "host/life/own_process.h"
 
 #include "host/files/system_message.h"
 #include "host/files/write_all.h"
@@ -114,16 +117,60 @@ int fillIfEmpty(VfsFile& file) {
   return emptyStorePage(page) ? file.write(page.data(), page.size()) : SQLITE_NOMEM;
 }
 
+/// The files that this process has locked. A record lock is the process's: it keeps no second store of the same process
+/// away, and goes when any descriptor of the file is closed. So nobody even opens a file that stands here.
+class LockedFiles {
+ public:
+  struct File {
+    dev_t device;
+    ino_t number;
+    OwnProcess process;  ///< that took the lock
+  };
+
+  static LockedFiles& list() {
+    static auto& list = *new LockedFiles;  // stores may outlive everything that is destroyed at the end
+    return list;
+  }
+
+  std::mutex mutex;
+  std::vector<File> files;
+
+  const File* find(const struct stat& file) const {
+    const auto found = std::find_if(files.begin(), files.end(), [&file](const File& locked) {
+      return locked.device == file.st_dev && locked.number == file.st_ino;
+    });
+    return found == files.end() ? nullptr : &*found;
+  }
+  void remove(const struct stat& file) {
+    std::erase_if(files,
+                  [&file](const File& locked) { return locked.device == file.st_dev && locked.number == file.st_ino; });
+  }
+};
+
 class SystemFileLock final : public FileLock {
  public:
-  explicit SystemFileLock(int descriptor) : descriptor_(descriptor) {}
+  SystemFileLock(int descriptor, const struct stat& file) : descriptor_(descriptor), file_(file) {}
   SystemFileLock(const SystemFileLock&) = delete;
   SystemFileLock& operator=(const SystemFileLock&) = delete;
-  ~SystemFileLock() override { ::close(descriptor_); }
+  ~SystemFileLock() override {
+    LockedFiles& locked = LockedFiles::list();
+    const std::scoped_lock hold(locked.mutex);
+    locked.remove(file_);
+    ::close(descriptor_);
+  }
 
  private:
   const int descriptor_;
+  const struct stat file_;
 };
+
+/// For the whole file.
+bool lockWhole(int descriptor) {
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  return ::fcntl(descriptor, F_SETLK, &whole) == 0;
+}
 
 class SystemFiles final : public StoreFiles {
  public:
@@ -219,18 +266,28 @@ class SystemFiles final : public StoreFiles {
   }
 
   LockResult lock(const std::string& path, std::unique_ptr<FileLock>& out, StoreProblem& problem) override {
+    LockedFiles& locked = LockedFiles::list();
+    const std::scoped_lock hold(locked.mutex);
+    struct stat file {};
+    if (::stat(path.c_str(), &file) == 0) {
+      if (const LockedFiles::File* const held = locked.find(file); held != nullptr)
+        return held->process.isHere() ? LockResult::kHeldHere : LockResult::kHeldBeforeTheFork;
+    }
     const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
     if (descriptor < 0) {
       problem = StoreProblem::unavailable(systemMessage(errno));
       return LockResult::kFailed;
     }
-    if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
-      out = std::make_unique<SystemFileLock>(descriptor);
+    // A record lock, since a forked child does not have it: with any other one, a living child would keep its parent
+    // from starting again.
+    if (::fstat(descriptor, &file) == 0 && lockWhole(descriptor)) {
+      locked.files.push_back({file.st_dev, file.st_ino, OwnProcess()});
+      out = std::make_unique<SystemFileLock>(descriptor, file);
       return LockResult::kTaken;
     }
     const int error = errno;
     ::close(descriptor);
-    if (error == EWOULDBLOCK)
+    if (error == EACCES || error == EAGAIN)
       return LockResult::kHeldByAnother;
     problem = StoreProblem::unavailable(systemMessage(error));
     return LockResult::kFailed;
@@ -240,7 +297,7 @@ class SystemFiles final : public StoreFiles {
 }  // namespace
 
 StoreFiles& systemFiles() {
-  static SystemFiles files;
+  static auto& files = *new SystemFiles;  // stores may outlive everything that is destroyed at the end
   return files;
 }
 

@@ -21,7 +21,14 @@ class FileLock {
   virtual ~FileLock() = default;
 };
 
-enum class LockResult : unsigned char { kTaken, kHeldByAnother, kFailed };
+enum class LockResult : unsigned char {
+  kTaken,
+  kHeldByAnother,      ///< by another process
+  kHeldHere,           ///< by this process, which has another store on it
+  kHeldBeforeTheFork,  ///< this process is a fork of the one that held it, and has that one's state of the file in
+                       ///< memory
+  kFailed
+};
 
 /// What the store asks of the file system beside what SQLite asks of it. Any thread; nothing waits for the disk but
 /// syncFolder() and write().
@@ -47,6 +54,7 @@ class StoreFiles {
   /// Makes the names of the folder's files last; waits for the disk.
   virtual StoreOutcome syncFolder(const std::string& folder) = 0;
   /// Does not wait. kTaken: `out` holds the lock. kFailed: `problem` says why the lock file cannot be used.
+  /// No other code of this process may open the file: closing it there would let the lock go.
   virtual LockResult lock(const std::string& path, std::unique_ptr<FileLock>& out, StoreProblem& problem) = 0;
 };
 
@@ -75,7 +83,8 @@ StoreOutcome makeStoreFile(const StorePlace& place);
 /// `new_path` is the file's new path. Nothing is deleted, nothing is overwritten.
 StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path);
 
-/// Held by the one process that uses a store. Let go when this object, or the process, goes.
+/// Held by the one store object that uses a store. Let go when this object, or the process that took it, goes: a child
+/// that was forked meanwhile does not have it.
 class StoreLock {
  public:
   StoreLock() = default;

@@ -100,7 +100,7 @@ class MorvikCore {
   /// the kit logs it and goes on, keeping what can be kept.
   static StartResult start(const HostOptions& options);
 
-  /// Stops, as stop() does; where stop() cannot, the kit goes on running and is never freed.
+  /// Stops, as stop() does; within a callback it commits, sends and calls nothing more, and keeps its memory.
   virtual ~MorvikCore() = default;
 
   /// The app came to the foreground: a session starts. To be told each time, the first time included.
@@ -172,7 +172,7 @@ class MorvikCore {
   /// accept it, the app calls again later (the kit does not). A call that repeats what the service has accepted does
   /// nothing. An accepted wish marks the user as forgotten, also one that takes an accepted erasure back.
   virtual Recorded gdprForgetMe(bool forget_me) = 0;
-  /// Whether the user is marked as forgotten, as of now. At once, on any thread.
+  /// Whether the user is marked as forgotten, as of now; in a forked child true. At once, on any thread.
   virtual bool isGdprForgetMe() const = 0;
 
   /// Sets who is told. Held weakly: keep the delegate alive as long as it wants to hear; an empty pointer unsets. At

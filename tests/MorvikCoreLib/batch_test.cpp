@@ -48,6 +48,33 @@ TEST_F(Batch, WithoutActivitiesIsTheNoDataAnswerAndKeepsTheSlot) {
   EXPECT_TRUE(world.core()._isTrackingCalled());
 }
 
+/// Records in descending order of their dates, so that they have to be sorted.
+Value manyActivities() {
+  kit::MutableArray records;
+  for (size_t i = 2 * kit::StopCheck::kSteps; i > 0; --i)
+    records.append(activity("shop", "buy", at(static_cast<double>(i)), "e" + std::to_string(i)));
+  return Value(std::move(records));
+}
+
+TEST_F(Batch, OfManyActivitiesIsAbandonedWithoutALineWhenTheKitIsBeingStopped) {
+  const Value records = manyActivities();
+  world.userDefaults().setFendoActivityInfos(records);
+  world.userDefaults().setFendoActivityInfosSentEventKeys(Array{"old"});
+  const size_t lines = world.log.lines().size();
+  world.sharedState().stop_request.make();
+  EXPECT_TRUE(build().isAbsent());
+  EXPECT_FALSE(world.core()._isTrackingCalled());
+  EXPECT_TRUE(world.userDefaults().fendoActivityInfos().identicalTo(records));
+  EXPECT_THAT(texts(sentKeys()), ElementsAre("old"));
+  EXPECT_EQ(world.log.lines().size(), lines);
+}
+
+TEST_F(Batch, OfAFewActivitiesIsBuiltWhileTheKitIsBeingStopped) {
+  store({activity("shop", "buy", at(1), "e1")});
+  world.sharedState().stop_request.make();
+  EXPECT_FALSE(build().isAbsent());
+}
+
 TEST_F(Batch, WithoutActivitiesLeavesTheStoredSentEventKeysAsTheyWere) {
   world.userDefaults().setFendoActivityInfosSentEventKeys(Array{"old"});
   build();

@@ -298,5 +298,24 @@ TEST(JsonWriter, WritesAnyBytesAsWellFormedTextOfPrintableAsciiAndUtf8) {
   }
 }
 
+TEST(JsonWriter, EndsInTheMiddleOfALongValueWhenTheKitIsBeingStopped) {
+  kit::StopRequest stop;
+  kit::MutableArray elements;
+  for (size_t i = 0; i < 10 * kit::StopCheck::kSteps; ++i)
+    elements.append("element");
+  const Value list(std::move(elements));
+  std::string whole;
+  EXPECT_FALSE(appendJson(list, whole, &stop));
+  stop.make();
+  std::string begun;
+  const auto error = appendJson(list, begun, &stop);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->message, "The value cannot be written as JSON: the kit is being stopped.");
+  EXPECT_LT(begun.size(), whole.size() / 5);
+  std::string short_one;
+  EXPECT_FALSE(appendJson(Value(Array{1, 2, 3}), short_one, &stop)) << "a short value is written all the same";
+  EXPECT_EQ(short_one, "[1,2,3]");
+}
+
 }  // namespace
 }  // namespace morvik::services

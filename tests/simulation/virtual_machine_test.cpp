@@ -114,6 +114,30 @@ TEST(VirtualMachine, RunsNothingOfAProcessThatWasKilled) {
   EXPECT_EQ(runs, 0);
 }
 
+TEST(VirtualMachine, LetsAStoppedProcessRunWhatWaitsOnItsMainQueueAndNothingElse) {
+  VirtualMachine machine;
+  const auto phone = machine.start(appOptions());
+  std::vector<std::string> ran;
+  phone->perform([&] {
+    ran.emplace_back("waited");
+    phone->perform([&ran] { ran.emplace_back("came later"); });
+  });
+  phone->mainQueue().after(1, [&ran] { ran.emplace_back("was put off"); });
+  phone->stop();
+  machine.loop.advance(10);
+  EXPECT_EQ(ran, std::vector<std::string>{"waited"});
+}
+
+TEST(VirtualMachine, StopsNoProcessFromWithinItsTurns) {
+  VirtualMachine machine;
+  const auto phone = machine.start(appOptions());
+  bool goes_on = false;
+  phone->perform([&] { phone->stop(); });
+  phone->perform([&goes_on] { goes_on = true; });
+  machine.loop.runUntilIdle();
+  EXPECT_TRUE(goes_on);
+}
+
 TEST(VirtualMachine, LetsAStoppedProcessEndWhatWaitsOnItsBackgroundQueue) {
   VirtualMachine machine;
   const auto phone = machine.start(appOptions());

@@ -36,6 +36,19 @@ TEST(ZlibCompressor, GivesBackWhatItDeflated) {
   }
 }
 
+TEST(ZlibCompressor, EndsInTheMiddleOfALongTextWhenTheKitIsBeingStopped) {
+  kit::StopRequest stop;
+  stop.make();
+  const ZlibCompressor compressor(&stop);
+  std::string out = "before";
+  const auto error = compressor.deflate(std::string(4 << 20, 'a'), out);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->message, "could not deflate: the kit is being stopped");
+  EXPECT_EQ(out, "before");
+  EXPECT_FALSE(compressor.deflate("a short text", out));
+  EXPECT_EQ(out, "before" + deflated("a short text"));
+}
+
 TEST(ZlibCompressor, WritesTheZlibForm) {
   const std::string bytes = deflated(std::string(1000, 'a'));
   EXPECT_EQ(bytes.substr(0, 1), "\x78");

@@ -31,8 +31,8 @@ TEST_F(BackgroundThreadTest, RunsEachBlockInItsFrameAndOffTheCallersThread) {
     turn();
     order.push_back("after");
   });
-  queue_.async([&] { order.push_back(queue_.isCurrentThread() ? "there" : "elsewhere"); });
-  EXPECT_FALSE(queue_.isCurrentThread());
+  queue_.async([&] { order.push_back(queue_.isInBlock() ? "there" : "elsewhere"); });
+  EXPECT_FALSE(queue_.isInBlock());
   queue_.stop(steady_clock::now() + kLong);
   EXPECT_EQ(order, (std::vector<std::string>{"before", "there", "after"}));
 }
@@ -66,6 +66,35 @@ TEST_F(BackgroundThreadTest, RunsWhatWaitsWhenItIsStoppedInTime) {
     queue_.async([&ran] { ++ran; });
   queue_.stop(steady_clock::now() + kLong);
   EXPECT_EQ(ran, 100);
+}
+
+TEST_F(BackgroundThreadTest, RunsWhatWaitsWhenItIsDrainedAndGoesOnAfterwards) {
+  int ran = 0;
+  for (int i = 0; i < 100; ++i)
+    queue_.async([&ran] { ++ran; });
+  EXPECT_TRUE(queue_.drain(steady_clock::now() + kLong));
+  EXPECT_EQ(ran, 100);
+  queue_.async([&ran] { ++ran; });
+  EXPECT_TRUE(queue_.drain(steady_clock::now() + kLong));
+  EXPECT_EQ(ran, 101);
+}
+
+TEST_F(BackgroundThreadTest, BeginsNothingOnceItWasToldToCease) {
+  std::promise<void> started;
+  std::promise<void> go;
+  bool ran = false;
+  queue_.async([&] {
+    started.set_value();
+    go.get_future().wait();
+  });
+  queue_.async([&ran] { ran = true; });
+  started.get_future().wait();
+  queue_.cease();
+  EXPECT_FALSE(queue_.drain(steady_clock::now())) << "one runs";
+  go.set_value();
+  EXPECT_TRUE(queue_.drain(steady_clock::now() + kLong));
+  queue_.stop(steady_clock::now() + kLong);
+  EXPECT_FALSE(ran);
 }
 
 TEST_F(BackgroundThreadTest, DropsWhatWaitsPastTheDeadlineAndWhatComesLater) {

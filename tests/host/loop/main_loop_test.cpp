@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <limits>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -139,6 +141,42 @@ TYPED_TEST(BothLoops, DropWhatWaitsWhenTheyStopAndWhatComesLater) {
   EXPECT_EQ(this->rig.loop.pollDescriptor(), -1);
 }
 
+TYPED_TEST(BothLoops, BeginNoTurnOnceTheyWereToldToCease) {
+  std::atomic<bool> done = false;
+  bool ran = false;
+  this->rig.loop.async([&] {
+    this->rig.loop.cease();
+    this->rig.loop.async([&ran] { ran = true; });
+    done = true;
+  });
+  this->rig.loop.async([&ran] { ran = true; });
+  ASSERT_TRUE(this->rig.runUntil([&done] { return done.load(); }));
+  EXPECT_TRUE(this->rig.loop.waitUntilIdle(std::chrono::steady_clock::now() + kGiveUp));
+  EXPECT_TRUE(this->rig.loop.stop());
+  EXPECT_FALSE(ran);
+}
+
+TYPED_TEST(BothLoops, RunWhatWaitsWhenTheyAreDrained) {
+  int ran = 0;
+  std::thread([&] {
+    for (int i = 0; i < 3; ++i)
+      this->rig.loop.async([&ran] { ++ran; });
+  }).join();
+  EXPECT_TRUE(this->rig.loop.drain(std::chrono::steady_clock::now() + kGiveUp));
+  EXPECT_EQ(ran, 3);
+}
+
+TYPED_TEST(BothLoops, DrainNoFurtherThanTheDeadline) {
+  const auto now = std::chrono::steady_clock::now();
+  std::promise<void> go;
+  this->rig.loop.async([future = std::make_shared<std::future<void>>(go.get_future())] {
+    static_cast<void>(future->wait_for(std::chrono::milliseconds(50)));
+  });
+  this->rig.loop.async([] {});
+  EXPECT_FALSE(this->rig.loop.drain(now));
+  go.set_value();
+}
+
 TYPED_TEST(BothLoops, LetWhatADroppedBlockHoldsCallBackIntoTheQueue) {
   struct CallsBack {
     explicit CallsBack(MainLoop& called) : loop(called) {}
@@ -205,6 +243,20 @@ TEST(OwnThreadLoop, StopsWhileOtherThreadsHandItBlocks) {
   for (std::thread& thread : threads)
     thread.join();
   EXPECT_EQ(rig.loop.counts().blocks, 0U);
+}
+
+TEST(PumpedLoop, CannotBeDrainedFromAnotherThreadButStopped) {
+  PumpedRig rig;
+  bool ran = false;
+  rig.loop.async([&ran] { ran = true; });
+  std::thread([&rig] {
+    EXPECT_FALSE(rig.loop.drain(std::chrono::steady_clock::now() + kGiveUp));
+    EXPECT_TRUE(rig.loop.stop());
+  }).join();
+  rig.loop.dispatch();
+  EXPECT_FALSE(ran);
+  EXPECT_EQ(rig.loop.pollDescriptor(), -1);
+  EXPECT_EQ(rig.loop.pollTimeoutMilliseconds(), -1);
 }
 
 TEST(PumpedLoop, MakesItsDescriptorReadableForABlockOfAnotherThread) {

@@ -189,16 +189,18 @@ TEST_F(SqliteStoreTest, AllShowsWhatIsThereInTheOrderOfItsNames) {
   EXPECT_EQ(store->all(), (std::vector<std::pair<std::string, Value>>{{"a", 1}, {"b", 2}}));
 }
 
-TEST_F(SqliteStoreTest, ASecondProcessIsToldWithoutALogLineAndLivesInMemory) {
+TEST_F(SqliteStoreTest, ASecondStoreIsToldWithoutALogLineAndLivesInMemory) {
   leaveStore(3);
   const auto first = open();
   {
     testing::RecordingLog log;
     SqliteStore second(optionsFor(folder_.path()), log);
     EXPECT_EQ(second.opening(), StoreOpening::kLocked);
-    EXPECT_EQ(second.openingLine(), "the store in \"" + folder_.path() +
-                                        "\" is in use by another process: end that one or give this one a folder of "
-                                        "its own");
+    EXPECT_EQ(second.openingLine(),
+              "the store in \"" + folder_.path() +
+                  "\" is in use by another kit of this process: stop that one first (one that was "
+                  "stopped while a callback or the disk kept it busy has the store until that is "
+                  "over), or give this one a folder of its own");
     EXPECT_TRUE(log.messages().empty());
     EXPECT_TRUE(second.get("list").isAbsent());
     second.set("list", Array{1});

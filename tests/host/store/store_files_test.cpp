@@ -94,7 +94,7 @@ TEST(StoreFiles, TheLockIsHeldByOneAndFreeAfterwards) {
     StoreLock first;
     EXPECT_EQ(first.take(place, problem), LockResult::kTaken);
     EXPECT_EQ(first.take(place, problem), LockResult::kTaken);
-    EXPECT_EQ(second.take(place, problem), LockResult::kHeldByAnother);
+    EXPECT_EQ(second.take(place, problem), LockResult::kHeldHere);
     EXPECT_EQ(modeOf(place.path() + ".lock"), 0600u);
   }
   EXPECT_EQ(second.take(place, problem), LockResult::kTaken);

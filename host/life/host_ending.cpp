@@ -1,0 +1,268 @@
+#include "host/life/host_ending.h"
+
+#include <openssl/crypto.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/host_parts.h"
+#include "host/loop/thread.h"
+#include "host/observe/status_of.h"
+
+namespace morvik::host {
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr const char* kStopOperation = "-[MorvikCore stop]";
+
+std::atomic<bool> is_process_ending{false};
+
+/// What can never be freed. Reachable, so that nobody takes it for a leak, and never destroyed.
+template <class Kept>
+void keepForGood(std::shared_ptr<Kept> kept) {
+  static auto& mutex = *new std::mutex;
+  static auto& all = *new std::vector<std::shared_ptr<Kept>>;
+  const std::scoped_lock hold(mutex);
+  all.push_back(std::move(kept));
+}
+
+}  // namespace
+
+/// The part of the end that may take any time. Shares the parts, so that it may outlast whoever began it.
+class HostEnding::Closing {
+ public:
+  Closing(std::shared_ptr<HostParts> parts, steady_clock::time_point drain_until)
+      : parts_(std::move(parts)), drain_until_(drain_until) {}
+
+  /// Ends all queues and the network.
+  void closeQueues() {
+    HostParts& parts = *parts_;
+    parts.main_loop->drain(drain_until_);
+    parts.background->drain(std::min(drain_until_, steady_clock::now() + kBackgroundDrainTime));
+    parts.main_loop->cease();
+    parts.background->cease();
+    parts.transport->shutdown();
+    parts.background->stop(steady_clock::now());
+    parts.main_loop->stop();
+  }
+  void closeStore() {
+    parts_->calls.close();
+    parts_->store->shutdown();
+  }
+
+  /// Both, on a thread of its own; in between it waits for the crash hook to go.
+  void run() {
+    closeQueues();
+    {
+      std::unique_lock hold(mutex_);
+      queues_are_closed_ = true;
+      changed_.notify_all();
+      changed_.wait(hold, [this] { return may_close_store_; });
+    }
+    closeStore();
+    // At the end of the process nothing may be taken down any more that a library has cleaned up already.
+    if (is_process_ending)
+      keepForGood(parts_);
+    parts_.reset();
+    const std::scoped_lock hold(mutex_);
+    is_done_ = true;
+    changed_.notify_all();
+  }
+  void waitUntilQueuesAreClosed(steady_clock::time_point deadline) {
+    std::unique_lock hold(mutex_);
+    changed_.wait_until(hold, deadline, [this] { return queues_are_closed_; });
+  }
+  void letStoreClose() {
+    const std::scoped_lock hold(mutex_);
+    may_close_store_ = true;
+    changed_.notify_all();
+  }
+  bool waitUntilDone(steady_clock::time_point deadline) {
+    std::unique_lock hold(mutex_);
+    return changed_.wait_until(hold, deadline, [this] { return is_done_; });
+  }
+
+ private:
+  std::shared_ptr<HostParts> parts_;
+  const steady_clock::time_point drain_until_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool queues_are_closed_ = false;
+  bool may_close_store_ = false;
+  bool is_done_ = false;
+};
+
+HostEnding::HostEnding(std::shared_ptr<HostParts> parts) : parts_(std::move(parts)) {}
+
+bool HostEnding::isWithinCallback() const {
+  return parts_->main_loop->isInTurn() || parts_->background->isInBlock() || parts_->life->isInLogSink();
+}
+
+bool HostEnding::stop() {
+  const auto begun = steady_clock::now();
+  if (isWithinCallback()) {
+    // Within the sink no second line can be written.
+    const services::Logger logger = parts_->life->isInLogSink() ? parts_->logger.withoutWaiting() : parts_->logger;
+    MORVIK_LOG(logger, kit::lcl_vError, kStopOperation,
+               "Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside");
+    return false;
+  }
+  if (begin())
+    close(begun);
+  return true;
+}
+
+bool HostEnding::begin() {
+  std::unique_lock hold(mutex_);
+  if (stage_ == Stage::kRunning) {
+    stage_ = Stage::kStopping;
+    return true;
+  }
+  stopped_.wait(hold, [this] { return stage_ == Stage::kStopped; });
+  return false;
+}
+
+void HostEnding::close(steady_clock::time_point begun) {
+  parts_->flushes.endAll();
+  parts_->life->beginToEnd();
+  parts_->shared_state.stop_request.make();
+  const auto closing = std::make_shared<Closing>(parts_, begun + kDrainTime);
+  if (parts_->main_loop->isMainThread())
+    parts_->main_loop->drain(begun + kDrainTime);
+  std::variant<std::thread, kit::Error> thread;
+  if (parts_->has_threads)
+    thread = startThread("morvik-end", [closing] { closing->run(); });
+  auto* const closer = std::get_if<std::thread>(&thread);
+  if (closer == nullptr || !closer->joinable()) {
+    closing->closeQueues();
+    parts_->crash_hook.reset();
+    closing->closeStore();
+    return finish(true);
+  }
+  closing->waitUntilQueuesAreClosed(begun + kStopTime);
+  // Its signal stack belongs to this thread, its file to whoever has the store.
+  parts_->crash_hook.reset();
+  closing->letStoreClose();
+  const bool is_closed = closing->waitUntilDone(begun + kStopTime);
+  if (is_closed)
+    closer->join();
+  else
+    closer->detach();
+  finish(is_closed);
+}
+
+void HostEnding::finish(bool is_closed) {
+  const auto left = static_cast<unsigned long>(parts_->life->closePosted());
+  // A sink that does not come back must not keep this thread as well.
+  const services::Logger logger = is_closed ? parts_->logger : parts_->logger.withoutWaiting();
+  if (left > 0) {
+    MORVIK_LOG(logger, kit::lcl_vError, kStopOperation,
+               "Morvik host: %lu calls that waited for the main queue could not run any more; stop the kit while that "
+               "queue runs, and let no callback take long",
+               left);
+  }
+  MorvikCoreLib::withdrawSharedKit(parts_->kit);
+  parts_->observations.hostDidStop(statusOf(*parts_), logger);
+  parts_->facade.setDelegate({});
+  parts_->life->end();
+  setStopped();
+}
+
+void HostEnding::setStopped() {
+  const std::scoped_lock hold(mutex_);
+  stage_ = Stage::kStopped;
+  stopped_.notify_all();
+}
+
+void HostEnding::stopOrLeave() {
+  if (!parts_->life->isOwnProcess())
+    keepForGood(shared_from_this());
+  else if (!isWithinCallback())
+    stop();
+  else
+    leave();
+}
+
+void HostEnding::leave() {
+  bool is_first = false;
+  {
+    const std::scoped_lock hold(mutex_);
+    is_first = stage_ == Stage::kRunning;
+    if (is_first)
+      stage_ = Stage::kStopping;
+  }
+  const auto deadline = steady_clock::now() + kStopTime;
+  keepForGood(parts_);
+  parts_->life->beginToEnd();
+  parts_->shared_state.stop_request.make();
+  parts_->main_loop->cease();
+  parts_->background->cease();
+  parts_->transport->shutdown();
+  // The queue whose block this is not.
+  if (parts_->main_loop->isInTurn())
+    parts_->background->drain(deadline);
+  else
+    parts_->main_loop->waitUntilIdle(deadline);
+  if (!parts_->life->isInLogSink())
+    parts_->store->commitTurn();
+  // Otherwise somebody who stops the host waits for this very callback, and finishes it.
+  if (is_first)
+    finish(false);
+}
+
+namespace {
+
+/// Those that run. Never destroyed: hosts may end after everything else.
+struct AtExit {
+  const OwnProcess process;
+  std::mutex mutex;
+  std::vector<std::weak_ptr<HostEnding>> endings;
+
+  static AtExit& list() {
+    static auto& list = *new AtExit;
+    return list;
+  }
+  static void stopAll() {
+    is_process_ending = true;
+    std::vector<std::weak_ptr<HostEnding>> endings;
+    {
+      std::unique_lock hold(list().mutex, std::defer_lock);
+      if (list().process.isHere())
+        hold.lock();
+      else if (!hold.try_lock())
+        return;  // forked in the middle of a start: nobody will let the lock go
+      endings = list().endings;
+    }
+    for (const auto& each : endings) {
+      if (const auto ending = each.lock())
+        ending->stopOrLeave();
+    }
+  }
+};
+
+}  // namespace
+
+void prepareForExit() {
+  static const bool is_prepared = [] {
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    // After the line above, and so called before what an app's own use of the library may have registered.
+    return std::atexit(&AtExit::stopAll) == 0;
+  }();
+  static_cast<void>(is_prepared);
+}
+
+void stopAtExit(const std::shared_ptr<HostEnding>& ending) {
+  AtExit& list = AtExit::list();
+  const std::scoped_lock hold(list.mutex);
+  std::erase_if(list.endings, [](const auto& each) { return each.expired(); });
+  list.endings.push_back(ending);
+}
+
+}  // namespace morvik::host

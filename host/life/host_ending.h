@@ -1,0 +1,58 @@
+// How a host ends: in two seconds, on whatever thread, however long the disk or the app takes.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+namespace morvik::host {
+
+struct HostParts;
+
+/// stop() takes at most this long, but for a function of the app's that runs on the stopping thread itself.
+inline constexpr std::chrono::milliseconds kStopTime{2000};
+/// Of that, what was posted before has so long to run; the rest is for closing.
+inline constexpr std::chrono::milliseconds kDrainTime{1500};
+/// And of that, so long what waits on the background queue.
+inline constexpr std::chrono::milliseconds kBackgroundDrainTime{500};
+
+/// Ends one host, once. Any thread.
+class HostEnding : public std::enable_shared_from_this<HostEnding> {
+ public:
+  explicit HostEnding(std::shared_ptr<HostParts> parts);
+  HostEnding(const HostEnding&) = delete;
+  HostEnding& operator=(const HostEnding&) = delete;
+
+  /// As morvik::MorvikCore::stop(). False: nothing was done, since this thread is within a callback of the host.
+  bool stop();
+  /// stop(). Where that is not possible, within a callback: commits, lets nothing more leave, calls nothing of the
+  /// app's any more, and keeps the parts for good, since the callback goes back into them. In a forked child it keeps
+  /// them for good and touches nothing: they are the parent's.
+  void stopOrLeave();
+
+ private:
+  class Closing;
+  enum class Stage { kRunning, kStopping, kStopped };
+
+  bool isWithinCallback() const;
+  /// False when another call does or did it; then waits until that one is done.
+  bool begin();
+  void close(std::chrono::steady_clock::time_point begun);
+  void finish(bool is_closed);
+  void leave();
+  void setStopped();
+
+  const std::shared_ptr<HostParts> parts_;
+  std::mutex mutex_;
+  std::condition_variable stopped_;
+  Stage stage_ = Stage::kRunning;
+};
+
+/// To be called before a host of this process makes anything: no library cleans up at the end of the process what the
+/// kit's threads may still use, and hosts that run then are stopped before anybody's exit handler of earlier date.
+void prepareForExit();
+/// `ending` is stopped at the end of the process, if it is still there.
+void stopAtExit(const std::shared_ptr<HostEnding>& ending);
+
+}  // namespace morvik::host

@@ -1,0 +1,90 @@
+"""However a process ends, what a call had answered for is there, and nothing crashes or hangs.
+
+MORVIK_EXIT_RUNS sets how many processes end; MORVIK_SEED plays the same ones again.
+"""
+# Timeout: 600
+
+import json
+import os
+import random
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, os.path.join(os.environ["MORVIK_SOURCE_DIR"], "tools"))
+
+import stage  # noqa: E402
+
+BUILD = os.environ["MORVIK_BUILD_DIR"]
+RUNS = int(os.environ.get("MORVIK_EXIT_RUNS", 102))
+LIVES_OF_AN_INSTALL = 5
+STATUS = 7
+# Longer takes only what hangs, with a sanitizer on a busy machine.
+PATIENCE_SECONDS = 60
+# Most processes end while TLS is being agreed upon or a request is under way.
+MOST_DELAY_MICROSECONDS = 25_000
+
+HOLDERS = ("local", "global", "static")
+PLACES = ("main", "thread", "callback", "background")
+WAYS = [("return", "main")] + [(way, place) for way in ("exit", "quick_exit", "abort", "_exit") for place in PLACES]
+STATUS_OF = {"abort": -6}
+
+
+class Exit(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        seed = int(os.environ.get("MORVIK_SEED", random.SystemRandom().randrange(1_000_000)))
+        print(f"MORVIK_SEED={seed} plays these processes again", flush=True)
+        self.random = random.Random(seed)
+        self.keys = stage.write_keys(folder.name)
+        self.service = stage.Service(BUILD, folder.name, self.keys)
+        self.addCleanup(self.service.stop)
+        self.seen_events = 0
+        self.delivered = set()
+
+    def live_and_end(self, holder, way, place, number):
+        delay = self.random.randrange(MOST_DELAY_MICROSECONDS)
+        arguments = [stage.program(BUILD, "exit_paths"), self.store, self.keys, self.service.url, self.service.ca_file,
+                     holder, way, place, str(delay), f"run{number}"]
+        if self.random.random() < 0.5:
+            arguments.append("openssl-first")
+        begin = time.monotonic()
+        ended = subprocess.run(arguments, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                               timeout=PATIENCE_SECONDS, check=False)
+        self.longest = max(self.longest, time.monotonic() - begin)
+        told = f"{' '.join(arguments[5:])}: {ended.stderr.decode()}"
+        self.assertEqual(ended.returncode, STATUS_OF.get(way, STATUS), told)
+        answered = set(ended.stdout.decode().split())
+        self.assertGreater(len(answered), 0, told)
+        self.answered += len(answered)
+        self.assertEqual(answered - self.stored() - self.arrived(), set(), told)
+
+    def stored(self):
+        shown = subprocess.run([stage.program(BUILD, "morvik-device"), "inspect", self.store, "--json", "--all"],
+                               stdout=subprocess.PIPE, timeout=PATIENCE_SECONDS, check=True)
+        activities = json.loads(shown.stdout)["activities"].get("fendoActivityInfos", {"newest": []})
+        return {activity["activityName"] for activity in activities["newest"]}
+
+    def arrived(self):
+        for event in self.service.events(self.seen_events):
+            self.seen_events = event["number"]
+            self.delivered.add(event["activity"])
+        return self.delivered
+
+    def test_what_a_call_answered_for_is_there_after_every_end(self):
+        self.answered, self.longest = 0, 0.0
+        kinds = [(holder, way, place) for holder in HOLDERS for way, place in WAYS]
+        for number in range(RUNS):
+            # New installs now and then; the others have something to send.
+            self.store = os.path.join(self.folder, f"app-{number // LIVES_OF_AN_INSTALL}")
+            self.live_and_end(*kinds[number % len(kinds)], number)
+        print(f"{RUNS} processes ended in {min(RUNS, len(kinds))} ways: {self.answered} events answered for, all there; "
+              f"the longest life took {self.longest:.2f} s", flush=True)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,247 @@
+// What a forked child can do to the kit of its parent: nothing.
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "host/life/own_process.h"
+#include "host/make_host.h"
+#include "host/store/sqlite_store.h"
+#include "testing/recording_log.h"
+#include "tests/support/scratch_folder.h"
+
+namespace morvik::host {
+namespace {
+
+using ::testing::HasSubstr;
+constexpr std::chrono::seconds kGiveUp{20};
+constexpr int kFine = 3;
+
+/// A child of this process that does `act` and ends with what that answers. Ends it when it hangs.
+class Child {
+ public:
+  explicit Child(const std::function<int()>& act) : id_(::fork()) {
+    if (id_ == 0)
+      ::_exit(act());
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+  ~Child() {
+    if (!is_over_)
+      end();
+  }
+  /// Its status; -1 when it hangs or died otherwise.
+  int status() {
+    auto waiting = std::async(std::launch::async, [this] {
+      int status = 0;
+      return ::waitpid(id_, &status, 0) == id_ && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    });
+    if (waiting.wait_for(kGiveUp) != std::future_status::ready)
+      ::kill(id_, SIGKILL);
+    is_over_ = true;
+    return waiting.get();
+  }
+  void end() {
+    ::kill(id_, SIGKILL);
+    status();
+  }
+
+ private:
+  const pid_t id_;
+  bool is_over_ = false;
+};
+
+class Fork : public ::testing::Test {
+ protected:
+  Fork() {
+    options.store_folder = folder / "store";
+    options.app_key = "app";
+    options.hash_key = "hash";
+    options.tracking_key = "track";
+    options.log_sink = [this](std::string_view line) { log.line(line); };
+    options.service_url = "http://127.0.0.1:1/";
+  }
+  std::unique_ptr<MorvikCore> start() {
+    StartResult started = MorvikCore::start(options);
+    EXPECT_TRUE(started) << started.error;
+    return std::move(started.core);
+  }
+  /// Records so many, on the main queue, and waits until they are committed.
+  static void record(MorvikCore& core, int count) {
+    for (int i = 0; i < count; ++i)
+      core.perform([&core] { core.addActivity("fork", "event"); });
+    std::promise<void> done;
+    core.perform([&done] { done.set_value(); });
+    ASSERT_EQ(done.get_future().wait_for(kGiveUp), std::future_status::ready);
+  }
+  size_t stored() const {
+    testing::RecordingLog unused;
+    return SqliteStore({.place = {.folder = options.store_folder}, .read_only = true}, unused)
+        .get("fendoActivityInfos")
+        .size();
+  }
+
+  test::ScratchFolder folder;
+  testing::RecordingLog log;
+  HostOptions options;
+};
+
+TEST_F(Fork, IsNotTheProcessThatItsObjectsWereMadeIn) {
+  const OwnProcess here;
+  EXPECT_TRUE(here.isHere());
+  EXPECT_EQ(Child([&here] {
+              const OwnProcess there;
+              return !here.isHere() && there.isHere() ? kFine : 1;
+            }).status(),
+            kFine);
+  EXPECT_TRUE(here.isHere());
+  EXPECT_TRUE(OwnProcess().isHere());
+}
+
+TEST_F(Fork, DoesNothingWithEveryOperationAndSaysSoOnce) {
+  const auto core = start();
+  record(*core, 5);
+  Child child([&] {
+    const size_t lines = log.lines().size();
+    core->applicationDidBecomeActive();
+    const bool is_refused = core->addActivity("fork", "child") == Recorded::kRefusedNotRunning &&
+                            core->setAge(7) == Recorded::kRefusedNotRunning &&
+                            core->passOpenURL("x://y") == Recorded::kRefusedNotRunning &&
+                            core->gdprForgetMe(true) == Recorded::kRefusedNotRunning;
+    core->pushTracking();
+    core->perform([] { ::_exit(9); });
+    core->dispatch();
+    static_cast<void>(core->isGdprForgetMe());
+    static_cast<void>(core->ledger());
+    core->setDelegate({});
+    core->applicationDidEnterBackground();
+    core->stop();
+    const bool is_told_once = log.lines().size() == lines + 1;
+    return is_refused && is_told_once && core->pollDescriptor() == -1 ? kFine : 1;
+  });
+  EXPECT_EQ(child.status(), kFine);
+  record(*core, 5);
+  EXPECT_EQ(stored(), 10U);
+}
+
+TEST_F(Fork, DestroysItsCopyWithoutWaiting) {
+  auto core = start();
+  record(*core, 5);
+  EXPECT_EQ(Child([&] {
+              core.reset();
+              return kFine;
+            }).status(),
+            kFine);
+  record(*core, 1);
+  core->stop();
+  EXPECT_EQ(stored(), 6U);
+}
+
+TEST_F(Fork, ExitsWithoutWaiting) {
+  const auto core = start();
+  record(*core, 5);
+  EXPECT_EQ(Child([] {
+              std::exit(kFine);
+              return 1;
+            }).status(),
+            kFine);
+  record(*core, 1);
+  EXPECT_EQ(stored(), 6U);
+}
+
+TEST_F(Fork, LivesOnWhileItsParentEndsAndStartsAgain) {
+  auto core = start();
+  record(*core, 5);
+  Child child([] {
+    ::pause();
+    return 1;
+  });
+  core->stop();
+  core = start();
+  record(*core, 1);
+  EXPECT_EQ(stored(), 6U);
+  child.end();
+}
+
+TEST_F(Fork, LeavesItsUncaughtExceptionToWhoeverWasThereBeforeTheKit) {
+  options.report_crashes = true;
+  const auto core = start();
+  record(*core, 1);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const std::function<void()> fail = [] { throw std::runtime_error("fendo broke"); };
+    [&fail]() noexcept { fail(); }();
+    ::_exit(1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
+  testing::RecordingLog unused;
+  const SqliteStore inspector({.place = {.folder = options.store_folder}, .read_only = true}, unused);
+  EXPECT_TRUE(inspector.get("MorvikCoreUserInfo_Crash").isAbsent());
+  EXPECT_FALSE(std::filesystem::exists(options.store_folder + "/crash-reports"));
+}
+
+TEST_F(Fork, CannotStartOnTheFolderOfItsParent) {
+  const auto core = start();
+  Child child([this] {
+    const StartResult started = MorvikCore::start(options);
+    return !started && started.error.find("the process that this one was forked from") != std::string::npos ? kFine : 1;
+  });
+  EXPECT_EQ(child.status(), kFine);
+}
+
+TEST_F(Fork, WithinACallbackReturnsToNothing) {
+  const auto core = start();
+  record(*core, 5);
+  std::promise<pid_t> forked;
+  core->perform([&] {
+    core->addActivity("fork", "before");
+    const pid_t child = ::fork();
+    if (child != 0)
+      forked.set_value(child);
+    else
+      core->addActivity("fork", "in the child");
+  });
+  const pid_t child = forked.get_future().get();
+  int status = 0;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status)) << status;
+  record(*core, 1);
+  core->stop();
+  EXPECT_EQ(stored(), 7U);
+}
+
+TEST_F(Fork, IsToldByAnotherProcessThatTheFolderIsInUse) {
+  // A process of its own line has the store: this one was forked before it took the lock.
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  Child child([&] {
+    const StartResult started = MorvikCore::start(options);
+    const char byte = started ? 'y' : 'n';
+    if (::write(ready[1], &byte, 1) == 1)
+      ::pause();
+    return 1;
+  });
+  char byte = 0;
+  ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+  EXPECT_EQ(byte, 'y');
+  EXPECT_THAT(MorvikCore::start(options).error, HasSubstr("is in use by another process"));
+  child.end();
+  EXPECT_TRUE(MorvikCore::start(options));
+  ::close(ready[0]);
+  ::close(ready[1]);
+}
+
+}  // namespace
+}  // namespace morvik::host

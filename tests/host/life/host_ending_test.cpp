@@ -1,0 +1,322 @@
+// How a host ends: with several callers, from within its callbacks, with a disk or an app that does not come back.
+#include "host/life/host_ending.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "host/machine/names_in_the_store.h"
+#include "host/machine/system_machine.h"
+#include "host/make_host.h"
+#include "host/store/sqlite_store.h"
+#include "testing/recording_log.h"
+#include "tests/support/faulty_vfs.h"
+#include "tests/support/scratch_folder.h"
+
+namespace morvik::host {
+namespace {
+
+using std::chrono::steady_clock;
+constexpr std::chrono::seconds kGiveUp{20};
+/// Beyond the two seconds, on a busy machine.
+constexpr std::chrono::milliseconds kBusy{900};
+constexpr const char* kNotFromWithin =
+    "Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside";
+
+/// The system's machine, but its store lies on this file system.
+class MachineWithDisk final : public SystemMachine {
+ public:
+  explicit MachineWithDisk(std::string vfs) : vfs_(std::move(vfs)) {}
+  std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+    return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder, .vfs = vfs_},
+                                                            .file_decides = namesThatTheFileDecides(),
+                                                            .process_decides = namesThatTheProcessDecides()},
+                                         log);
+  }
+
+ private:
+  const std::string vfs_;
+};
+
+class HostEndingTest : public ::testing::Test {
+ protected:
+  HostEndingTest() {
+    options.store_folder = folder / "store";
+    options.app_key = "app";
+    options.hash_key = "hash";
+    options.tracking_key = "track";
+    options.log_sink = [this](std::string_view line) { log.line(line); };
+    // Nothing listens there, and nothing leaves this machine.
+    options.service_url = "http://127.0.0.1:1/";
+  }
+
+  std::unique_ptr<Host> make() { return taken(makeHost(options)); }
+  std::unique_ptr<Host> makeOn(Machine& machine) { return taken(makeHost(options, machine)); }
+  std::unique_ptr<Host> makePumped() {
+    options.main_queue = MainQueueMode::kPumped;
+    return make();
+  }
+  /// Waits until whoever holds the store has let it go.
+  bool canStartInTheEnd() {
+    const auto give_up = steady_clock::now() + kGiveUp;
+    while (steady_clock::now() < give_up) {
+      if (MorvikCore::start(options))
+        return true;
+    }
+    return false;
+  }
+  static steady_clock::duration timeOf(const std::function<void()>& act) {
+    const auto begin = steady_clock::now();
+    act();
+    return steady_clock::now() - begin;
+  }
+  static void expectReady(std::future<void> future) { EXPECT_EQ(future.wait_for(kGiveUp), std::future_status::ready); }
+
+  test::ScratchFolder folder;
+  testing::RecordingLog log;
+  HostOptions options;
+
+ private:
+  static std::unique_ptr<Host> taken(std::variant<std::unique_ptr<Host>, kit::Error> made) {
+    if (const auto* error = std::get_if<kit::Error>(&made)) {
+      ADD_FAILURE() << error->message;
+      return nullptr;
+    }
+    return std::get<std::unique_ptr<Host>>(std::move(made));
+  }
+};
+
+TEST_F(HostEndingTest, RunsWhatWasPostedBeforeInOrder) {
+  const auto host = make();
+  std::vector<int> ran;
+  for (int i = 0; i < 100; ++i)
+    host->perform([&ran, i] { ran.push_back(i); });
+  host->stop();
+  ASSERT_EQ(ran.size(), 100U);
+  EXPECT_TRUE(std::is_sorted(ran.begin(), ran.end()));
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(HostEndingTest, RunsWhatWasPostedBeforeOnThePumpingThread) {
+  const auto host = makePumped();
+  int ran = 0;
+  std::thread([&] {
+    host->perform([&ran] { ++ran; });
+    host->perform([&ran] { ++ran; });
+  }).join();
+  host->stop();
+  EXPECT_EQ(ran, 2);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(HostEndingTest, LetsAPostedBlockRecordWhileItEndsAndRefusesWhatComesFromOutside) {
+  const auto host = make();
+  std::promise<void> is_ending;
+  std::promise<void> go;
+  host->perform([&] {
+    is_ending.set_value();
+    go.get_future().wait();
+    host->applicationDidBecomeActive();
+  });
+  is_ending.get_future().wait();
+  std::thread stopper([&host] { host->stop(); });
+  bool ran = false;
+  // Until the end has begun, a call still waits behind the block.
+  while (host->pending().main_blocks < 1)
+    std::this_thread::yield();
+  host->perform([&ran] { ran = true; });
+  go.set_value();
+  stopper.join();
+  EXPECT_EQ(host->properties().integerForKey("com.morvik.core.appLaunchCount"), 1);
+  EXPECT_FALSE(ran);
+}
+
+TEST_F(HostEndingTest, CountsWhatCannotRunWhenAPumpedKitIsStoppedFromElsewhere) {
+  const auto host = makePumped();
+  bool ran = false;
+  std::thread([&] {
+    for (int i = 0; i < 3; ++i)
+      host->perform([&ran] { ran = true; });
+    host->stop();
+  }).join();
+  host->dispatch();
+  EXPECT_FALSE(ran);
+  EXPECT_EQ(host->pollDescriptor(), -1);
+  EXPECT_EQ(log.countContaining("Morvik host: 3 calls that waited for the main queue could not run any more"), 1U);
+  EXPECT_EQ(log.lines().size(), 1U);
+}
+
+TEST_F(HostEndingTest, IsStoppedFromElsewhereWhileItsThreadPumps) {
+  const auto host = makePumped();
+  std::atomic<bool> is_stopped = false;
+  std::thread stopper([&] {
+    host->stop();
+    is_stopped = true;
+  });
+  while (!is_stopped) {
+    host->perform([] {});
+    static_cast<void>(host->pollTimeoutMilliseconds());
+    host->dispatch();
+  }
+  stopper.join();
+  EXPECT_TRUE(canStartInTheEnd());
+}
+
+TEST_F(HostEndingTest, IsEndedByOneOfSeveralThreadsAndTheOthersReturnWhenItIs) {
+  const auto host = make();
+  std::promise<void> started;
+  std::promise<void> go;
+  host->perform([&] {
+    started.set_value();
+    go.get_future().wait();
+  });
+  started.get_future().wait();
+  std::atomic<bool> callback_ended = false;
+  host->perform([&callback_ended] { callback_ended = true; });
+  std::vector<std::future<bool>> stopped;
+  for (int i = 0; i < 4; ++i) {
+    stopped.push_back(std::async(std::launch::async, [&] {
+      host->stop();
+      return callback_ended.load();
+    }));
+  }
+  go.set_value();
+  for (auto& each : stopped) {
+    ASSERT_EQ(each.wait_for(kGiveUp), std::future_status::ready);
+    EXPECT_TRUE(each.get());
+  }
+  EXPECT_TRUE(canStartInTheEnd());
+}
+
+TEST_F(HostEndingTest, WritesALineAndDoesNothingOnTheBackgroundQueue) {
+  std::unique_ptr<Host> host;
+  std::promise<void> called;
+  options.modules["Fendo"].saveCommerceEventAndSend = [&] {
+    host->stop();
+    called.set_value();
+  };
+  host = make();
+  host->perform([&host] {
+    host->properties().setCommerceExpansionInfos(kit::Array{kit::Dictionary{{"cid", "7"}}});
+    host->applicationDidBecomeActive();
+    host->applicationDidEnterBackground();
+  });
+  expectReady(called.get_future());
+  std::promise<void> goes_on;
+  host->perform([&goes_on] { goes_on.set_value(); });
+  expectReady(goes_on.get_future());
+  EXPECT_TRUE(log.has(kNotFromWithin));
+}
+
+TEST_F(HostEndingTest, DoesNothingWithinTheLogSink) {
+  Host* stopped = nullptr;
+  size_t lines = 0;
+  options.log_sink = [&](std::string_view) {
+    ++lines;
+    if (stopped != nullptr)
+      stopped->stop();
+  };
+  const auto host = makePumped();
+  stopped = host.get();
+  host->perform([] { throw 1; });
+  host->dispatch();
+  EXPECT_EQ(lines, 1U);
+  bool goes_on = false;
+  host->perform([&goes_on] { goes_on = true; });
+  host->dispatch();
+  EXPECT_TRUE(goes_on);
+  stopped = nullptr;
+}
+
+TEST_F(HostEndingTest, IsLeftToItselfWhenACallbackDoesNotComeBack) {
+  auto host = make();
+  std::promise<void> started;
+  std::promise<void> go;
+  std::promise<void> came_back;
+  std::atomic<int> ran_afterwards = 0;
+  host->perform([&] {
+    started.set_value();
+    go.get_future().wait();
+    came_back.set_value();
+  });
+  for (int i = 0; i < 5; ++i)
+    host->perform([&ran_afterwards] { ++ran_afterwards; });
+  started.get_future().wait();
+  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  EXPECT_EQ(log.countContaining("Morvik host: 5 calls that waited for the main queue could not run any more"), 1U);
+  host.reset();
+  const StartResult meanwhile = MorvikCore::start(options);
+  EXPECT_FALSE(meanwhile);
+  EXPECT_NE(meanwhile.error.find("is in use by another kit of this process"), std::string::npos) << meanwhile.error;
+  const size_t lines = log.lines().size();
+  go.set_value();
+  expectReady(came_back.get_future());
+  EXPECT_TRUE(canStartInTheEnd());
+  EXPECT_EQ(ran_afterwards, 0);
+  EXPECT_EQ(log.lines().size(), lines);
+}
+
+TEST_F(HostEndingTest, IsLeftToItselfWhenTheDiskDoesNotComeBack) {
+  test::FaultyVfs disk;
+  std::promise<void> go;
+  const std::shared_future<void> may_go_on = go.get_future().share();
+  MachineWithDisk machine(disk.name());
+  auto host = makeOn(machine);
+  disk.decide([may_go_on](const test::VfsCall& call) {
+    if (call.kind == test::VfsCall::Kind::kSync)
+      may_go_on.wait();
+    return SQLITE_OK;
+  });
+  host->applicationDidBecomeActive();
+  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  host.reset();
+  EXPECT_FALSE(MorvikCore::start(options));
+  go.set_value();
+  EXPECT_TRUE(canStartInTheEnd());
+  const auto next = make();
+  EXPECT_EQ(next->properties().integerForKey("com.morvik.core.appLaunchCount"), 1);
+}
+
+TEST_F(HostEndingTest, CommitsAndLeavesWhenItIsDestroyedWithinACallback) {
+  auto host = make();
+  std::promise<void> left;
+  bool ran = false;
+  host->perform([&] {
+    host->applicationDidBecomeActive();
+    host->perform([&ran] { ran = true; });
+    host.reset();
+    left.set_value();
+  });
+  expectReady(left.get_future());
+  testing::RecordingLog unused;
+  const SqliteStore inspector({.place = {.folder = options.store_folder}, .read_only = true}, unused);
+  EXPECT_EQ(inspector.get("fendoActivityInfos").size(), 2U) << "a start and a retention";
+  EXPECT_FALSE(MorvikCore::start(options)) << "what is left keeps its store";
+  EXPECT_FALSE(ran);
+}
+
+TEST_F(HostEndingTest, StopsInTheMiddleOfALongQueueOfBlocks) {
+  const auto host = make();
+  std::atomic<size_t> ran = 0;
+  // Each hands over the next one, for ever.
+  std::function<void()> next = [&] {
+    ++ran;
+    host->mainQueue().async(next);
+  };
+  host->perform(next);
+  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  const size_t at_the_end = ran;
+  EXPECT_EQ(ran, at_the_end);
+}
+
+}  // namespace
+}  // namespace morvik::host

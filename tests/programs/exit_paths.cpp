@@ -1,0 +1,150 @@
+// An app that ends in the way it is told, in the middle of its life; tests/e2e/test_exit.py looks at what it left.
+//
+//   exit_paths STORE KEYS_FILE SERVICE_URL CA_FILE HOLDER WAY PLACE DELAY_MICROSECONDS NAME [openssl-first]
+//
+// HOLDER: where the kit stands: local, global, static (in a function).
+// WAY: return (from main), exit, quick_exit, abort, _exit. PLACE: where it is called: main, thread (of the app's),
+// callback (main queue), background (background queue).
+//
+// Each event of which a call has answered that it is kept is a line on standard output. The status is 7 where the way
+// takes one.
+#include <morvik/morvik.h>
+#include <openssl/crypto.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <variant>
+
+#include "host/make_host.h"
+
+namespace {
+
+constexpr int kStatus = 7;
+/// Recorded before the end begins, and by each thread that goes on recording.
+constexpr int kEvents = 5;
+constexpr int kMaxEventsOfThread = 100;
+
+std::unique_ptr<morvik::MorvikCore> global_core;
+
+struct Plan {
+  std::string holder;
+  std::string way;
+  std::string place;
+  std::chrono::microseconds delay{0};
+  std::string name;
+
+  /// Threads of the app's may use the kit until the process is gone: nothing destroys it meanwhile.
+  bool isNeverDestroyed() const {
+    return way == "quick_exit" || way == "abort" || way == "_exit" || (holder == "local" && way == "exit");
+  }
+};
+
+[[noreturn]] void end(const std::string& way) {
+  if (way == "quick_exit")
+    std::quick_exit(kStatus);
+  if (way == "abort")
+    std::abort();
+  if (way == "_exit")
+    ::_exit(kStatus);
+  std::exit(kStatus);
+}
+
+/// False once it is refused.
+bool record(morvik::MorvikCore& core, const std::string& name) {
+  if (!isKept(core.addActivity("exit", name)))
+    return false;
+  const std::string line = name + "\n";
+  return ::write(STDOUT_FILENO, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+}
+
+morvik::HostOptions optionsOf(char** arguments, const Plan& plan) {
+  morvik::HostOptions options;
+  options.store_folder = arguments[1];
+  options.app_key = morvik::Key::inFile(arguments[2], "app-key");
+  options.hash_key = morvik::Key::inFile(arguments[2], "hash-key");
+  options.tracking_key = morvik::Key::inFile(arguments[2], "tracking-key");
+  options.service_url = arguments[3];
+  options.ca_file = arguments[4];
+  if (plan.place == "background")
+    options.modules["Fendo"].saveCommerceEventAndSend = [plan] { end(plan.way); };
+  return options;
+}
+
+std::unique_ptr<morvik::MorvikCore> start(const morvik::HostOptions& options) {
+  morvik::StartResult started = morvik::MorvikCore::start(options);
+  if (started)
+    return std::move(started.core);
+  std::cerr << started.error << std::endl;
+  ::_exit(1);
+}
+
+/// A commerce event waits in the store, so that the end of a session asks the module on the background queue.
+void leaveCommerceEvent(const morvik::HostOptions& options) {
+  auto made = morvik::host::makeHost(options);
+  if (auto* host = std::get_if<std::unique_ptr<morvik::host::Host>>(&made))
+    (*host)->setStoredValue("commerceExpansionInfos", morvik::kit::Array{"event"});
+}
+
+void goOnRecording(morvik::MorvikCore& core, const std::string& name) {
+  for (int i = 0; i < kMaxEventsOfThread; ++i) {
+    if (!record(core, name + "-" + std::to_string(i)))
+      return;
+  }
+}
+
+/// Comes back where the way is to return from main.
+void live(morvik::MorvikCore& core, const Plan& plan) {
+  core.applicationDidBecomeActive();
+  for (int i = 0; i < kEvents; ++i)
+    record(core, plan.name + "-" + std::to_string(i));
+  if (plan.isNeverDestroyed()) {
+    for (const char* thread : {"a", "b"})
+      std::thread([&core, name = plan.name + thread] { goOnRecording(core, name); }).detach();
+  }
+  std::this_thread::sleep_for(plan.delay);
+  if (plan.way == "return")
+    return;
+  if (plan.place == "main")
+    end(plan.way);
+  if (plan.place == "thread")
+    std::thread([way = plan.way] { end(way); }).detach();
+  else if (plan.place == "callback")
+    core.perform([way = plan.way] { end(way); });
+  else
+    core.applicationDidEnterBackground();
+  for (;;)
+    ::pause();
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count < 10) {
+    std::cerr << "exit_paths: too few arguments; see the head of its source\n";
+    return 2;
+  }
+  const Plan plan{arguments[5], arguments[6], arguments[7], std::chrono::microseconds(std::stoll(arguments[8])),
+                  arguments[9]};
+  if (count > 10)
+    OPENSSL_init_crypto(0, nullptr);  // as an app does that uses the library itself
+  const morvik::HostOptions options = optionsOf(arguments, plan);
+  if (plan.place == "background")
+    leaveCommerceEvent(options);
+  if (plan.holder == "global") {
+    global_core = start(options);
+    live(*global_core, plan);
+  } else if (plan.holder == "static") {
+    static const std::unique_ptr<morvik::MorvikCore> core = start(options);
+    live(*core, plan);
+  } else {
+    const std::unique_ptr<morvik::MorvikCore> core = start(options);
+    live(*core, plan);
+  }
+  return kStatus;
+}
