@@ -130,14 +130,44 @@ TEST_F(HostEndingTest, LetsAPostedBlockRecordWhileItEndsAndRefusesWhatComesFromO
   is_ending.get_future().wait();
   std::thread stopper([&host] { host->stop(); });
   bool ran = false;
-  // Until the end has begun, a call still waits behind the block.
-  while (host->pending().main_blocks < 1)
+  while (host->setAge(7) == Recorded::kKept)
     std::this_thread::yield();
   host->perform([&ran] { ran = true; });
   go.set_value();
   stopper.join();
   EXPECT_EQ(host->properties().integerForKey("com.morvik.core.appLaunchCount"), 1);
   EXPECT_FALSE(ran);
+}
+
+TEST_F(HostEndingTest, RefusesWhatIsRecordedOnceItHasStopped) {
+  const auto host = make();
+  EXPECT_EQ(host->addActivity("g", "before", std::nullopt), Recorded::kKept);
+  host->stop();
+  EXPECT_EQ(host->addActivity("g", "after", std::nullopt), Recorded::kRefusedNotRunning);
+  EXPECT_EQ(host->setAge(7), Recorded::kRefusedNotRunning);
+  EXPECT_EQ(host->passOpenURL("x://y"), Recorded::kRefusedNotRunning);
+  EXPECT_EQ(host->gdprForgetMe(true), Recorded::kRefusedNotRunning);
+  EXPECT_FALSE(host->isGdprForgetMe());
+}
+
+TEST_F(HostEndingTest, KeepsWhatABlockRecordsWhileTheEndWaitsForIt) {
+  const auto host = make();
+  std::promise<void> started;
+  std::promise<void> go;
+  Recorded within = Recorded::kRefusedNotRunning;
+  host->perform([&] {
+    started.set_value();
+    go.get_future().wait();
+    within = host->addActivity("g", "within", std::nullopt);
+  });
+  started.get_future().wait();
+  std::thread stopper([&host] { host->stop(); });
+  // From outside nothing is taken once the end has begun.
+  while (host->addActivity("g", "outside", std::nullopt) == Recorded::kKept)
+    std::this_thread::yield();
+  go.set_value();
+  stopper.join();
+  EXPECT_EQ(within, Recorded::kKept);
 }
 
 TEST_F(HostEndingTest, CountsWhatCannotRunWhenAPumpedKitIsStoppedFromElsewhere) {
