@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -87,34 +89,52 @@ const Value& required(const Value& value, const char* key) {
   return value;
 }
 
-/// Thrown out of the building of a batch when the kit is being stopped: it could not be sent any more.
-struct BatchAbandoned {};
-
-void goOnUnlessStopping(kit::StopCheck& stop) {
-  if (stop.isStopping())
-    throw BatchAbandoned{};
-}
-
 /// A stored record with the date it is sorted by.
 struct DatedRecord {
   kit::Date date;
   const Value* record;
 };
 
-/// The records in ascending order of the date under `date_key`; records of the same date keep their order.
-std::vector<DatedRecord> sortedByDate(const kit::Array& records, std::string_view date_key, kit::StopCheck& stop) {
-  std::vector<DatedRecord> sorted;
+/// So many records are sorted, or looked through, between two looks at the stop request.
+constexpr ptrdiff_t kSortedAtOnce = 16'384;
+
+using DatedRecords = std::vector<DatedRecord>;
+
+/// False when the kit is being stopped: then they are in any order. Records of the same date keep theirs.
+bool sortByDate(DatedRecords& records, const kit::StopRequest& stop) {
+  const auto earlier = [](const DatedRecord& a, const DatedRecord& b) { return a.date < b.date; };
+  if (std::is_sorted(records.begin(), records.end(), earlier))
+    return true;
+  const auto count = static_cast<ptrdiff_t>(records.size());
+  const auto at = [&records, count](ptrdiff_t place) { return records.begin() + std::min(place, count); };
+  for (ptrdiff_t from = 0; from < count; from += kSortedAtOnce) {
+    std::stable_sort(at(from), at(from + kSortedAtOnce), earlier);
+    if (count > kSortedAtOnce && stop.isMade())
+      return false;
+  }
+  for (ptrdiff_t size = kSortedAtOnce; size < count; size *= 2) {
+    for (ptrdiff_t from = 0; from + size < count; from += 2 * size) {
+      std::inplace_merge(at(from), at(from + size), at(from + 2 * size), earlier);
+      if (stop.isMade())
+        return false;
+    }
+  }
+  return true;
+}
+
+/// The records in ascending order of the date under `date_key`; nothing when the kit is being stopped meanwhile.
+std::optional<DatedRecords> sortedByDate(const kit::Array& records, std::string_view date_key,
+                                         const kit::StopRequest& stop) {
+  kit::StopCheck check(&stop);
+  DatedRecords sorted;
   sorted.reserve(records.size());
   for (const Value& record : records) {
-    goOnUnlessStopping(stop);
+    if (check.isStopping())
+      return std::nullopt;
     sorted.push_back({record[date_key].date(), &record});
   }
-  const auto earlier = [&stop](const DatedRecord& a, const DatedRecord& b) {
-    goOnUnlessStopping(stop);
-    return a.date < b.date;
-  };
-  if (!std::is_sorted(sorted.begin(), sorted.end(), earlier))
-    std::stable_sort(sorted.begin(), sorted.end(), earlier);
+  if (!sortByDate(sorted, stop))
+    return std::nullopt;
   return sorted;
 }
 
@@ -194,12 +214,11 @@ Value MorvikCoreLib::makeTrackingParameter(EndActivities end_activities) {
       return Value();
     }
     set_isTrackingCalled(true);
-    try {
-      return buildBatch(end_activities);
-    } catch (const BatchAbandoned&) {
+    Value batch = buildBatch(end_activities);
+    // One that was abandoned leaves no trace.
+    if (batch.isAbsent() && kit_.shared_state.stop_request.isMade())
       set_isTrackingCalled(false);
-      return Value();
-    }
+    return batch;
   });
   return parameters.value_or(Value());
 }
@@ -211,11 +230,16 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   kit::MutableArray entries;
   kit::MutableArray sent_event_keys;
   Value filtered_event_id = kBlank;
-  kit::StopCheck stop(&kit_.shared_state.stop_request);
+  const kit::StopRequest& stop = kit_.shared_state.stop_request;
+  kit::StopCheck check(&stop);
   const kit::Array activities = store().fendoActivityInfos().array();
   Previous previous;
-  for (const auto& [date, record] : sortedByDate(activities, "activityCreatedAt", stop)) {
-    goOnUnlessStopping(stop);
+  const auto sorted_activities = sortedByDate(activities, "activityCreatedAt", stop);
+  if (!sorted_activities)
+    return Value();
+  for (const auto& [date, record] : *sorted_activities) {
+    if (check.isStopping())
+      return Value();
     const Value& name = (*record)["activityName"];
     const Value event_id = util().checkNilToBlankString((*record)["activityEventID"]);
     if (end_activities == EndActivities::kFilter && name.string() == "end") {
@@ -236,8 +260,12 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   batch.set(kActivityInfoKey, Value(std::move(entries)));
   kit::MutableArray impressions;
   const kit::Array stored_impressions = store().fendoImpressionInfos().array();
-  for (const auto& [date, record] : sortedByDate(stored_impressions, "createdAt", stop)) {
-    goOnUnlessStopping(stop);
+  const auto sorted_impressions = sortedByDate(stored_impressions, "createdAt", stop);
+  if (!sorted_impressions)
+    return Value();
+  for (const auto& [date, record] : *sorted_impressions) {
+    if (check.isStopping())
+      return Value();
     impressions.append(builder.impression(*record));
   }
   batch.set(kImpressionInfoKey, Value(std::move(impressions)));

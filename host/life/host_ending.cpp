@@ -252,7 +252,9 @@ struct AtExit {
 void prepareForExit() {
   static const bool is_prepared = [] {
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-    // After the line above, and so called before what an app's own use of the library may have registered.
+    // The JSON library makes its static objects when it is first used; what is made later than the kit goes before it.
+    static_cast<void>(SimdjsonCodec().read(R"({"a":[1,1.5,"b",null]})"));
+    // After the lines above, and so called before what these, or an app's own use of OpenSSL, have registered.
     return std::atexit(&AtExit::stopAll) == 0;
   }();
   static_cast<void>(is_prepared);
