@@ -84,6 +84,8 @@ std::optional<kit::Error> FileEraser::finish(KeptWish wish) {
     case LockResult::kTaken:
       return finishLocked(wish, lock);
     case LockResult::kHeldByAnother:
+    case LockResult::kHeldHere:
+    case LockResult::kHeldBeforeTheFork:
       return error({StoreProblem::Kind::kUnavailable, "it is still in use"});
     case LockResult::kFailed:
       break;
@@ -100,7 +102,7 @@ std::optional<kit::Error> FileEraser::resume() {
   if (taken == LockResult::kFailed)
     return error(problem);
   // Whoever holds it is at it, or keeps this start from opening the store.
-  if (taken == LockResult::kHeldByAnother || !files_.exists(marker_path_))
+  if (taken != LockResult::kTaken || !files_.exists(marker_path_))
     return std::nullopt;
   const Marker marker = read();
   lock.release();
