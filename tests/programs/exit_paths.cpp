@@ -107,7 +107,9 @@ void live(morvik::MorvikCore& core, const Plan& plan) {
     for (const char* thread : {"a", "b"})
       std::thread([&core, name = plan.name + thread] { goOnRecording(core, name); }).detach();
   }
-  std::this_thread::sleep_for(plan.delay);
+  const auto moment = std::chrono::steady_clock::now() + plan.delay;
+  while (std::chrono::steady_clock::now() < moment)
+    std::this_thread::yield();
   if (plan.way == "return")
     return;
   if (plan.place == "main")
