@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
@@ -14,6 +13,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "host/files/system_message.h"
 #include "host/net/request_target.h"
 #include "services/text_codes.h"
 #include "services/uuid.h"
@@ -273,8 +273,7 @@ std::optional<kit::Error> checkPlaces(const HostOptions& options) {
   const std::string what = "HostOptions::ca_file: the file " + options.ca_file;
   // Not opened: a pipe would be used up before the first upload reads it.
   if (access(options.ca_file.c_str(), R_OK) != 0) {
-    return kit::Error{what + " cannot be read (" + std::system_category().message(errno) +
-                      "); mend its path or its permissions."};
+    return kit::Error{what + " cannot be read (" + systemMessage() + "); mend its path or its permissions."};
   }
   if (std::filesystem::is_directory(options.ca_file, ignored))
     return kit::Error{what + " is a folder; name the file of certificates (PEM) in it."};
