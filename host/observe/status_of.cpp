@@ -33,7 +33,7 @@ Status statusOf(HostParts& parts) {
     status.waiting.push_back({account.kind, account.stored});
   status.last_success = parts.observations.lastSuccess();
   status.last_failure = parts.observations.lastFailure();
-  status.is_sending_enabled = parts.options.options.sending;
+  status.is_sending_enabled = parts.sending.isOn();
   status.is_forgotten = parts.core->isGdprForgetMe();
   return status;
 }

@@ -369,6 +369,14 @@ TEST_F(ToldApp, KnowsThatTheUserIsForgotten) {
   EXPECT_TRUE(device().kit().status().is_forgotten);
 }
 
+TEST_F(ToldApp, KnowsWhetherSendingIsOn) {
+  options_.app.sending = false;
+  EXPECT_FALSE(device().kit().status().is_sending_enabled);
+  device().kit().setSendingEnabled(true);
+  device().settle();
+  EXPECT_TRUE(device().kit().status().is_sending_enabled);
+}
+
 TEST_F(ToldApp, KnowsAfterAStopHowTheKitStoodThen) {
   device().open();
   device().goOffline();
