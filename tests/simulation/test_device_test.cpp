@@ -46,6 +46,14 @@ TEST(TestDevice, DeliversAStructuredParameterAsItsJson) {
   EXPECT_EQ(param, "{\"price\":9.99,\"item\":{\"sku\":\"4\xEF\xBF\xBD\"}}");
 }
 
+TEST(TestDevice, RefusesAnEventWhoseStructuredParameterIsTooLarge) {
+  TestDevice device;
+  device.open();
+  const Params large = Params().set("text", std::string(kMaxParamsBytes, 'x'));
+  EXPECT_EQ(device.kit().addActivity("shop", "purchase", large), Recorded::kRefusedTooLarge);
+  EXPECT_EQ(device.waiting("shop", "purchase"), 0u);
+}
+
 TEST(TestDevice, KeepsThreeDaysOfEventsWithoutANetworkAndDeliversEachOnce) {
   TestDevice device;
   device.open();
