@@ -372,7 +372,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   // Privacy.
   bool recordForgetMe(bool forget_me);
+  bool wasForgetMeSynced() const;
   void tellForgetMe(bool forget_me);
+  void leaveForgetMeUntold();
   void sendErasureRequest();
   void erasureDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
   void setForgetMe(bool forget_me);
@@ -422,6 +424,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   std::string checkSum_;
   kit::Value lastJSON_;
   int32_t failedGDPRCnt_ = 0;
+  /// While a wish waits to be told: whether the service had accepted one before, as the stored flag said. Under the
+  /// house lock.
+  std::optional<bool> synced_before_wish_;
   std::atomic<bool> isTrackingCalled_{false};
   kit::Value makeTrackingParameter_;
   kit::Value makeGdprParameter_;

@@ -1,5 +1,7 @@
 // The user's wish to be forgotten, and its withdrawal.
 
+#include <utility>
+
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "services/endpoints.h"
 #include "services/guard.h"
@@ -56,22 +58,39 @@ void MorvikCoreLib::gdprForgetMe(bool forget_me) {
 /// has accepted this one.
 bool MorvikCoreLib::recordForgetMe(bool forget_me) {
   return store().inOneStep([this, forget_me] {
-    if (store().MorvikCoreUserInfo_isGDPRForgetMe() == forget_me &&
-        store().MorvikCoreUserInfo_isGDPRForgetMeServerSynced())
+    if (store().MorvikCoreUserInfo_isGDPRForgetMe() == forget_me && wasForgetMeSynced())
       return false;
+    // A process that dies before the wish is told must not leave it behind as an accepted one.
+    synced_before_wish_ = wasForgetMeSynced();
+    if (store().MorvikCoreUserInfo_isGDPRForgetMeServerSynced())
+      setForgetMeSynced(false);
     setForgetMe(forget_me);
     kit_.main_queue.async([self = shared_from_this(), forget_me] { self->tellForgetMe(forget_me); });
     return true;
   });
 }
 
+/// What the stored flag says, but for a wish that waits to be told.
+bool MorvikCoreLib::wasForgetMeSynced() const {
+  return synced_before_wish_.value_or(store().MorvikCoreUserInfo_isGDPRForgetMeServerSynced());
+}
+
 void MorvikCoreLib::tellForgetMe(bool forget_me) {
   if (util().getNetworkStatus() == kit::kNetworkUnknown)
-    return;
+    return leaveForgetMeUntold();
+  store().inOneStep([this] { synced_before_wish_.reset(); });
   const kit::Module* push = kit_.modules.find(kPushModule);
   if (push != nullptr && push->setRemotePushEnable)
     push->setRemotePushEnable(!forget_me);
   sendErasureRequest();
+}
+
+/// Without a network the flag stays as it was.
+void MorvikCoreLib::leaveForgetMeUntold() {
+  store().inOneStep([this] {
+    if (std::exchange(synced_before_wish_, std::nullopt).value_or(false))
+      setForgetMeSynced(true);
+  });
 }
 
 /// The one request that passes the gate of the user's wish.
@@ -142,6 +161,7 @@ void MorvikCoreLib::erasureDidAnswer(const std::optional<kit::Response>& respons
   MORVIK_LOG(log(), lcl_vTrace, kErasureHandler, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP %ld",
              services::statusCode(response));
   store().inOneStep([this] {
+    synced_before_wish_.reset();
     setForgetMe(true);
     setForgetMeSynced(true);
   });

@@ -36,6 +36,12 @@ std::optional<HandedOver::Entry> entryOf(const kit::Value& record) {
   return std::nullopt;
 }
 
+/// Ends what handleAll() began, also when the store throws.
+struct Handling {
+  bool& is_handling;
+  ~Handling() { is_handling = false; }
+};
+
 }  // namespace
 
 void HandedOver::begin() {
@@ -73,9 +79,9 @@ void HandedOver::setHeld(bool held) {
 void HandedOver::handleAll() {
   if (std::exchange(is_handling_, true))
     return;
+  const Handling handling{is_handling_};
   while (!is_held_ && handleFirst()) {
   }
-  is_handling_ = false;
 }
 
 /// An entry goes when it was handled, and in the commit of that: a death in between has it handled twice, never not at

@@ -30,8 +30,7 @@ class HandedOver {
   using Handler = std::function<void(const Entry& entry)>;
 
   /// All outlive it.
-  HandedOver(services::MorvikGVUserDefaults store, MachineStore& commits, MachineLoop& main_loop)
-      : store_(store), commits_(commits), main_loop_(main_loop) {}
+  HandedOver(services::MorvikGVUserDefaults store, MachineLoop& main_loop) : store_(store), main_loop_(main_loop) {}
 
   /// To be set before the main queue runs.
   void setHandler(Handler handler) { handler_ = std::move(handler); }
@@ -48,7 +47,6 @@ class HandedOver {
   bool handleFirst();
 
   services::MorvikGVUserDefaults store_;
-  MachineStore& commits_;
   MachineLoop& main_loop_;
   Handler handler_;
   std::atomic<bool> is_held_{false};

@@ -281,7 +281,8 @@ void tellWarnings(const HostParts& parts) {
   if (!parts.logger.enabled(kit::lcl_vCritical))
     return;
   for (const std::string& warning : parts.options.warnings)
-    parts.logger.write(kit::lcl_vWarning, MORVIK_HERE("+[MorvikCore start]"), "Morvik host: %@", {warning});
+    parts.logger.write(kit::lcl_vWarning, MORVIK_HERE("+[MorvikCore start]"), "Morvik host: check the options: %@",
+                       {warning});
 }
 
 std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, const HostOptions& options,
@@ -368,7 +369,7 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       report_shelf(machine.makeReportShelf(options.options.store_folder, json, *log_sink)),
       ad_client(options.options.ad_client, json, *main_loop),
       modules(options.options.modules),
-      handed_over(properties, *store, *main_loop),
+      handed_over(properties, *main_loop),
       kit(kitOf(*this)) {
   setLogLevel(options.options.log_level);
 }

@@ -380,7 +380,7 @@ class OpenedUrls(DeviceTest):
     def test_a_url_of_any_bytes_is_kept_and_sent(self):
         script = os.path.join(self.folder, "any-bytes")
         self.assertEqual(self.attributed().end_input()[0], 0)
-        url = b'shop://\xff?ck=12&sub_referral=%ff&a=\xc3&' + b"k=%&" * 250_000
+        url = b'shop://\xff?ck=12&sub_referral=%ff&a=\xc3&' + b"k=%&" * 16_000
         with open(script, "wb") as file:
             file.write(b'open-url "' + url + b'"\nfacebook-url "' + url + b'"\nstore-url "' + url + b'"\nsettle\n')
         status, output, _ = self.run_once(self.arguments("--script", script))
@@ -409,8 +409,9 @@ class Input(DeviceTest):
         self.assertEqual((status, output), (2, []))
         self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is no verb; use one of: active, '
                                   "background, event, impression, open-url, store-url, facebook-url, "
-                                  "third-party-conversion, age, gender, user-id, forget-me, is-forgotten, offline, online, set, "
-                                  "push, wait, clock, settle, store, status, ledger, crash, crash-signal, kill, quit"])
+                                  "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, is-forgotten, offline, "
+                                  "online, set, push, flush, sending, wait, clock, settle, store, status, ledger, crash, "
+                                  "crash-signal, kill, erase, quit"])
         self.assertFalse(os.path.exists(self.store_folder))
 
     def test_a_bad_line_on_standard_input_touches_nothing(self):

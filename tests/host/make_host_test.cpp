@@ -652,6 +652,7 @@ TEST_F(MakeHost, RefusesTheAppsActivitiesOnceTheUserAskedToBeForgotten) {
   host->addActivity("g", "n", std::nullopt);
   host->applicationDidBecomeActive();
   EXPECT_TRUE(host->storedValue("fendoActivityInfos").isAbsent());
+  host->dispatch();
   EXPECT_TRUE(
       log.has("Morvik host: an activity of the app was not recorded: the user asked to be forgotten; ask "
               "isGdprForgetMe() before recording"));
@@ -670,18 +671,28 @@ TEST_F(MakeHost, KeepsWhatTheAppSaysOfItsUser) {
   EXPECT_EQ(host->properties().fendoUserDemoInfo_userId(), "user-7");
 }
 
-TEST_F(MakeHost, PostsWhatTheAppSaysOfItsUserFromAnotherThread) {
+TEST_F(MakeHost, KeepsWhatAnotherThreadRecordsBeforeItsCallReturnsWhileTheMainQueueIsBusy) {
   const auto host = make();
   std::promise<void> go;
   host->perform([&go] { go.get_future().wait(); });
-  host->setAge(27);
-  host->gdprForgetMe(true);
-  EXPECT_FALSE(host->isGdprForgetMe());
-  EXPECT_EQ(host->properties().fendoUserDemoInfo_age(), -1);
+  const auto inTheFile = [this](const char* key) {
+    testing::RecordingLog unused;
+    return SqliteStore({.place = {.folder = options.store_folder}, .read_only = true}, unused).get(key);
+  };
+  EXPECT_EQ(host->addActivity("shop", "purchase", std::nullopt), Recorded::kKept);
+  EXPECT_EQ(inTheFile("fendoActivityInfos").size(), 1U);
+  EXPECT_EQ(host->addImpression({.campaign_key = 7}), Recorded::kKept);
+  EXPECT_EQ(inTheFile("fendoImpressionInfos").size(), 1U);
+  EXPECT_EQ(host->setAge(27), Recorded::kKept);
+  EXPECT_EQ(inTheFile("fendoUserDemoInfo_age"), kit::Value(27));
+  EXPECT_EQ(host->passOpenURL("app://x?ck=1"), Recorded::kKept);
+  EXPECT_EQ(inTheFile("host.handedOver").size(), 1U);
+  EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
+  EXPECT_TRUE(host->isGdprForgetMe());
+  EXPECT_EQ(inTheFile("MorvikCoreUserInfo_isGDPRForgetMe"), kit::Value(true));
+  EXPECT_EQ(host->addActivity("shop", "late", std::nullopt), Recorded::kRefusedForgotten);
   go.set_value();
   onMain(*host, [] {});
-  EXPECT_TRUE(host->isGdprForgetMe());
-  EXPECT_EQ(host->properties().fendoUserDemoInfo_age(), 27);
 }
 
 TEST_F(MakeHost, HasCommittedAForgetMeWishBeforeItsRequestLeaves) {
@@ -694,15 +705,14 @@ TEST_F(MakeHost, HasCommittedAForgetMeWishBeforeItsRequestLeaves) {
   };
   host->perform([&] {
     host->gdprForgetMe(true);
-    // The turn goes on: the request is held back, and nothing is promised yet.
-    EXPECT_EQ(host->pending().requests, 1U);
-    EXPECT_TRUE(inTheFile("MorvikCoreUserInfo_isGDPRForgetMe").isAbsent());
-    host->afterThisTurn([&] {
-      EXPECT_EQ(inTheFile("MorvikCoreUserInfo_isGDPRForgetMe"), kit::Value(true));
-      EXPECT_EQ(inTheFile("MorvikCoreUserInfo_isGDPRForgetMeServerSynced"), kit::Value(false));
-    });
+    // It is told in a later turn.
+    EXPECT_EQ(host->pending().requests, 0U);
+    EXPECT_EQ(inTheFile("MorvikCoreUserInfo_isGDPRForgetMe"), kit::Value(true));
   });
   host->dispatch();
+  host->dispatch();
+  EXPECT_EQ(host->pending().requests, 1U);
+  EXPECT_EQ(inTheFile("MorvikCoreUserInfo_isGDPRForgetMeServerSynced"), kit::Value(false));
   EXPECT_TRUE(server.waitForConnection());
   EXPECT_EQ(inTheFile("MorvikCoreUserInfo_isGDPRForgetMe"), kit::Value(true));
 }
@@ -734,6 +744,7 @@ TEST_F(MakeHost, ReportsACrashOfAThreadThatHoldsTheLogsLock) {
   ASSERT_NE(core, nullptr);
   host->gdprForgetMe(true);
   host->addActivity("g", "n", std::nullopt);
+  host->dispatch();
   core.reset();
   testing::RecordingLog unused;
   const SqliteStore inspector({.place = {.folder = options.store_folder}, .read_only = true}, unused);
