@@ -155,6 +155,10 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   struct OpeningMoment {
     std::optional<kit::Date> time;  ///< nothing: now
     bool is_first_launch = false;
+    /// Its commerce click was recorded when it was opened before.
+    bool is_commerce_recorded = false;
+    /// Called in the step that records the commerce click; may be empty. Sets values of the store, and nothing else.
+    kit::Block when_commerce_recorded{};
   };
   /// A URL opened the app: by its query it is a commerce click, a re-engagement, both, or of no matter here. Any text.
   /// While sending is off it waits; there is room for one, and the last one counts.
@@ -354,7 +358,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   bool isConversionReported(int64_t conversion_key) const;
 
   // Commerce.
-  void reportCommerceClick(const kit::Value& query, std::optional<kit::Date> opened_at);
+  void reportCommerceClick(const kit::Value& query, const OpeningMoment& moment);
+  void recordCommerceClick(const kit::Value& query, const OpeningMoment& moment);
   void commerceDidSucceed(const kit::Value& json);
   void premiumPostbackDidSucceed(const kit::Value& json);
   void saveCommerceEvents();

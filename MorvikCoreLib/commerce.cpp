@@ -31,21 +31,28 @@ double millisecondsSince1970(kit::Date date) {
 // ---------------------------------------------------------------------------------------------------- commerce clicks
 
 /// Stores the click before it is sent.
-void MorvikCoreLib::reportCommerceClick(const Value& query, std::optional<kit::Date> opened_at) {
+void MorvikCoreLib::reportCommerceClick(const Value& query, const OpeningMoment& moment) {
+  if (!moment.is_commerce_recorded)
+    recordCommerceClick(query, moment);
+  commerceConversion();
+}
+
+void MorvikCoreLib::recordCommerceClick(const Value& query, const OpeningMoment& moment) {
   const Value click = kit::Dictionary{
       {"clickId", query["cid"]},
       {"idfa", util().IDFA().value_or("")},
-      {"mtime", millisecondsSince1970(opened_at ? *opened_at : kit_.clock.now())},
+      {"mtime", millisecondsSince1970(moment.time ? *moment.time : kit_.clock.now())},
   };
-  store().inOneStep([this, &click] {
+  store().inOneStep([this, &click, &moment] {
     kit::MutableArray clicks(store().commerceConversionInfos());
     clicks.append(click);
     store().setCommerceConversionInfos(Value(std::move(clicks)));
+    if (moment.when_commerce_recorded)
+      moment.when_commerce_recorded();
   });
   MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib passOpenURL:]", "MRVK_QA-commerceConversionInfos : %@",
              store().commerceConversionInfos());
   store().synchronize();
-  commerceConversion();
 }
 
 void MorvikCoreLib::commerceConversion() {

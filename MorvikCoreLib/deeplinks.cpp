@@ -86,7 +86,7 @@ bool changed(const Value& list, Value next, Change store) {
 // --------------------------------------------------------------------------------------------------------- opened URLs
 
 void MorvikCoreLib::passOpenURL(const kit::Url& url) {
-  passOpenURL(url, {.time = std::nullopt, .is_first_launch = isFirstLaunchOk_});
+  passOpenURL(url, OpeningMoment{.time = std::nullopt, .is_first_launch = isFirstLaunchOk_});
 }
 
 void MorvikCoreLib::passOpenURL(const kit::Url& url, const OpeningMoment& moment) {
@@ -113,7 +113,7 @@ void MorvikCoreLib::keepURL(const kit::Url& url) {
 
 void MorvikCoreLib::openReEngagementClick(const kit::Url& url, const Value& query, const OpeningMoment& moment) {
   if (isPresent(query, "cid"))
-    reportCommerceClick(query, moment.time);
+    reportCommerceClick(query, moment);
   sendReEngagement(url, query, moment);
 }
 
@@ -123,7 +123,7 @@ void MorvikCoreLib::openAdvertisingIdClick(const kit::Url& url, const Value& que
   if (!services().appleAdvertisingIdentifier() || query.isAbsent())
     return;
   if (isPresent(query, "cid"))
-    reportCommerceClick(query, moment.time);
+    reportCommerceClick(query, moment);
   if (!util().checkNilToNo(query["mrvk_deeplink_cvr"]) || !isPresent(query, "ck") || !isPresent(query, "sn"))
     return;
   if (store().fendoUserInfo_referralKey() == -1 || moment.is_first_launch)

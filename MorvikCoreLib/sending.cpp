@@ -19,9 +19,9 @@ void MorvikCoreLib::sendingDidResume() {
   services::guarded(log(), kResumeGuard, MORVIK_HERE("-[MorvikCoreLib sendingDidResume]"), [this] {
     if (!isStartSessionCalled_ || isGateClosed())
       return;
-    // The ids noted for a batch under way stay its own: were a second one built now, its answer would trim both.
-    if (!isBatchUnderWay())
-      set_isTrackingCalled(false);
+    // The ids noted for a batch under way stay its own: were a second one built now, its answer would trim both. A
+    // session start meanwhile may have freed the slot.
+    set_isTrackingCalled(isBatchUnderWay());
     getPremiumPostbackInfoss();
     iAdConversion();
     getSchedule(scheduleParameters());

@@ -13,6 +13,7 @@ constexpr const char* kKind = "kind";
 constexpr const char* kText = "text";
 constexpr const char* kTime = "time";
 constexpr const char* kIsFirstLaunch = "first_launch";
+constexpr const char* kIsCommerceRecorded = "commerce_recorded";
 
 /// By HandedOver::Kind.
 constexpr std::array kKindNames = {"url", "facebook", "third_party"};
@@ -31,7 +32,8 @@ std::optional<HandedOver::Entry> entryOf(const kit::Value& record) {
       return HandedOver::Entry{.kind = static_cast<HandedOver::Kind>(kind),
                                .text = record[kText].string(),
                                .time = record[kTime].date(),
-                               .is_first_launch = record[kIsFirstLaunch].boolean()};
+                               .is_first_launch = record[kIsFirstLaunch].boolean(),
+                               .is_commerce_recorded = record[kIsCommerceRecorded].boolean()};
   }
   return std::nullopt;
 }
@@ -72,7 +74,11 @@ Recorded HandedOver::take(const Entry& entry) {
 void HandedOver::setHeld(bool held) {
   is_held_ = held;
   if (!held)
-    main_loop_.async([this] { handleAll(); });
+    handleLater();
+}
+
+void HandedOver::handleLater() {
+  main_loop_.async([this] { handleAll(); });
 }
 
 /// What handling one hands over itself is handled behind it.
@@ -90,15 +96,38 @@ bool HandedOver::handleFirst() {
   const kit::Array entries = store_.arrayForKey(kHandedOverKey).array();
   if (entries.empty())
     return false;
+  handled_ = entries[0];
   if (const auto entry = entryOf(entries[0]))
     handler_(*entry);
   store_.inOneStep([this] {
     const kit::Value stored = store_.arrayForKey(kHandedOverKey);
     kit::MutableArray rest(stored);
-    rest.removeAt(0);
+    rest.removeAt(placeOfHandled(stored.array()));
     store_.replace(kHandedOverKey, stored, kit::Value(std::move(rest)));
   });
+  handled_ = {};
   return true;
+}
+
+void HandedOver::commerceWasRecorded() {
+  const kit::Value stored = store_.arrayForKey(kHandedOverKey);
+  const size_t place = placeOfHandled(stored.array());
+  if (place == stored.size())
+    return;
+  kit::MutableDictionary marked(handled_);
+  marked.set(kIsCommerceRecorded, true);
+  handled_ = kit::Value(std::move(marked));
+  kit::MutableArray entries(stored);
+  entries.replaceAt(place, handled_);
+  store_.replace(kHandedOverKey, stored, kit::Value(std::move(entries)));
+}
+
+/// A store that comes to light meanwhile puts what its file holds before it. The size when it is not there any more.
+size_t HandedOver::placeOfHandled(const kit::Array& entries) const {
+  size_t place = 0;
+  while (place < entries.size() && !entries[place].identicalTo(handled_))
+    ++place;
+  return place;
 }
 
 }  // namespace morvik::host

@@ -25,6 +25,8 @@ class HandedOver {
     std::string_view text;  ///< valid during the call that handles it
     kit::Date time;
     bool is_first_launch = false;  ///< as it was when it was handed over
+    /// An earlier process, which did not end handling it, has recorded its commerce click.
+    bool is_commerce_recorded = false;
   };
   /// Called on the main queue, within a turn.
   using Handler = std::function<void(const Entry& entry)>;
@@ -39,18 +41,27 @@ class HandedOver {
   /// Keeps one more, in the kernel's hands when this returns, and has it handled: before this returns when called on
   /// the main queue, else in a later turn of it. Refused where too many wait, or the text is too long. Any thread.
   Recorded take(const Entry& entry);
+  /// What waits, now: before a session starts. Main queue, within a turn.
+  void handleAll();
+  /// In a later turn: the store has come to light, and with it what an earlier process left. Any thread.
+  void handleLater();
+  /// The commerce click of the entry that is being handled was recorded: another process that handles it again does not
+  /// record it twice. In the step that records it, within the handler.
+  void commerceWasRecorded();
   /// While held, entries wait. What waited is handled in a later turn once it is let go. Any thread.
   void setHeld(bool held);
 
  private:
-  void handleAll();
   bool handleFirst();
+  size_t placeOfHandled(const kit::Array& entries) const;
 
   services::MorvikGVUserDefaults store_;
   MachineLoop& main_loop_;
   Handler handler_;
   std::atomic<bool> is_held_{false};
-  bool is_handling_ = false;  ///< on the main queue
+  // On the main queue.
+  bool is_handling_ = false;
+  kit::Value handled_;  ///< the entry, as it stands in the list
 };
 
 }  // namespace morvik::host

@@ -107,8 +107,9 @@ template <class Set>
 Recorded Host::setNow(Set set) {
   return recordNow([&] {
     set(*parts_->core);
-    parts_->store->commitTurn();
-    return parts_->store->isKept() ? Recorded::kKept : Recorded::kKeptInMemory;
+    const bool is_kept = parts_->store->synchronizeUntold();
+    parts_->store->tellWaiting();
+    return is_kept ? Recorded::kKept : Recorded::kKeptInMemory;
   });
 }
 
@@ -133,7 +134,10 @@ Recorded Host::clearUserId() {
 }
 
 Recorded Host::gdprForgetMe(bool forget_me) {
-  return setNow([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
+  const Recorded recorded = setNow([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
+  if (forget_me && isKept(recorded))
+    parts_->transport->refuseWaiting({"not sent: the user asked to be forgotten while it waited"});
+  return recorded;
 }
 
 void Host::flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) {
@@ -202,7 +206,7 @@ Status Host::status() {
 }
 
 void Host::stop(std::chrono::milliseconds drain) {
-  if (!parts_->flushes.isInsideACallback())
+  if (!ending_->isWithinCallback())
     parts_->flushes.wait(drain);
   stop();
 }
@@ -211,8 +215,9 @@ bool Host::eraseLocalData() {
   static constexpr const char* kOperation = "-[MorvikCore eraseLocalData]";
   if (!parts_->life->isRunning())
     return false;
-  if (parts_->flushes.isInsideACallback()) {
-    MORVIK_LOG(parts_->logger, kit::lcl_vError, kOperation,
+  if (ending_->isWithinCallback()) {
+    const services::Logger logger = parts_->logger.withoutWaiting();  // it may be within the log's sink
+    MORVIK_LOG(logger, kit::lcl_vError, kOperation,
                "Morvik host: nothing was erased: a callback runs, and the kit stops first; erase from outside");
     return false;
   }

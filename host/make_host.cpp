@@ -178,6 +178,9 @@ void frameTurns(HostParts& parts) {
 }
 
 void observeBeforeTheCore(HostParts& parts) {
+  // What an earlier process left comes before the first session, although a pumped kit may start that at once.
+  parts.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive,
+                                  [&parts] { parts.handed_over.handleAll(); });
   for (const auto notification :
        {kit::Notification::kApplicationDidBecomeActive, kit::Notification::kApplicationDidEnterBackground})
     parts.notifications.addObserver(notification, [&parts] {
@@ -207,7 +210,11 @@ void handle(HostParts& parts, const HandedOver::Entry& entry) {
     const kit::Url url{std::string(entry.text)};
     switch (entry.kind) {
       case HandedOver::Kind::kOpenedUrl:
-        return parts.core->passOpenURL(url, {.time = entry.time, .is_first_launch = entry.is_first_launch});
+        return parts.core->passOpenURL(
+            url, {.time = entry.time,
+                  .is_first_launch = entry.is_first_launch,
+                  .is_commerce_recorded = entry.is_commerce_recorded,
+                  .when_commerce_recorded = [&parts] { parts.handed_over.commerceWasRecorded(); }});
       case HandedOver::Kind::kFacebookUrl:
         return parts.core->setReferralUrlForFacebook(url);
       case HandedOver::Kind::kThirdPartyConversion:
@@ -272,7 +279,9 @@ void takeOverIdentifiers(HostParts& parts) {
 void followTheStore(HostParts& parts) {
   parts.store->setWhenTakenOver([&parts] {
     takeOverIdentifiers(parts);
-    parts.main_loop->async([&parts] { parts.services.loadMirrors(); });
+    // One step, so that a wish of another thread cannot be undone by what was read before it.
+    parts.main_loop->async([&parts] { parts.properties.inOneStep([&parts] { parts.services.loadMirrors(); }); });
+    parts.handed_over.handleLater();
   });
 }
 
@@ -309,6 +318,9 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   parts->eraser = std::move(eraser);
   if (parts->store->opening() == StoreOpening::kLocked)
     return kit::Error{parts->store->openingLine()};
+  // Its last owner may have let go of it only now, in the middle of an erasing.
+  if (parts->eraser->isDue())
+    return kit::Error{"the data in \"" + options.store_folder + "\" is being erased; start again"};
   tellWhatTheEnvironmentChanged(*parts);
   tellWarnings(*parts);
   followTheStore(*parts);
@@ -363,7 +375,7 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       lines(logger, *main_loop),
       services(servicesParts(*this)),
       sending({*main_loop, *transport, services}, options.options.sending),
-      flushes({*main_loop, gate, properties, services, util, shared_state, logger}),
+      flushes({*main_loop, gate, properties, services, util, shared_state, logger, *life}),
       device(options.options.device),
       bundle(options.options.device),
       report_shelf(machine.makeReportShelf(options.options.store_folder, json, *log_sink)),

@@ -70,7 +70,7 @@ std::vector<ThingNumber> LifeWitness::namesIn(ServiceEndpoint endpoint, const ki
       number = isRecorded(carried.kind, carried.name);
       facts.things[*number].key = carried.key;
     }
-    if (number && carried.kind == LedgerKind::kReEngagementClicks && facts.things[*number].is_undone) {
+    if (number && carried.kind == LedgerKind::kReEngagementClicks && facts.things.mayBeUndone(*number)) {
       facts.things.recordAgain(*number, facts.now);
       keepWhenCommitted(*number);
     }

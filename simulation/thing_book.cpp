@@ -158,10 +158,12 @@ ThingNumber ThingBook::record(Kind kind, std::string name, double now, int64_t k
 
 void ThingBook::recordAgain(ThingNumber number, double now) {
   Thing& thing = things_[number];
-  thing.is_undone = false;
   thing.recorded_at = now;
   thing.kept_from = kNever;
-  ++expected_[indexOf(thing.kind)];
+  // What a death left in doubt is counted by the ledger that settles it.
+  if (!std::exchange(thing.is_in_doubt, false))
+    ++expected_[indexOf(thing.kind)];
+  thing.is_undone = false;
 }
 
 std::optional<ThingNumber> ThingBook::find(Kind kind, std::string_view name) const {

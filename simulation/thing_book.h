@@ -70,6 +70,8 @@ class ThingBook {
   ThingNumber record(host::LedgerKind kind, std::string name, double now, int64_t key = 0);
   /// What a death undid comes again: a URL that was kept, say.
   void recordAgain(ThingNumber number, double now);
+  /// A death undid it, or may have.
+  bool mayBeUndone(ThingNumber number) const { return things_[number].is_undone || things_[number].is_in_doubt; }
   std::optional<ThingNumber> find(host::LedgerKind kind, std::string_view name) const;
   Thing& operator[](ThingNumber number) { return things_[number]; }
   const Thing& operator[](ThingNumber number) const { return things_[number]; }

@@ -152,6 +152,7 @@ class MemoryEraser final : public host::MachineEraser {
  public:
   MemoryEraser(testing::MemoryStore& store, kit::ReportShelf& shelf) : store_(store), shelf_(shelf) {}
   std::optional<kit::Error> resume() override { return std::nullopt; }
+  bool isDue() const override { return false; }
   std::optional<kit::Error> begin(host::KeptWish) override { return std::nullopt; }
   std::optional<kit::Error> finish(host::KeptWish wish) override {
     for (const auto& [key, value] : store_.contents())

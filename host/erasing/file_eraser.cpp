@@ -109,6 +109,10 @@ std::optional<kit::Error> FileEraser::resume() {
   return finish(marker.is_decided ? marker.wish : storedWish().value_or(marker.wish));
 }
 
+bool FileEraser::isDue() const {
+  return files_.exists(marker_path_);
+}
+
 std::optional<kit::Error> FileEraser::finishLocked(KeptWish wish, StoreLock& lock) {
   StoreOutcome failed = write({true, wish});
   if (!failed)

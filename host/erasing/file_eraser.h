@@ -28,6 +28,7 @@ class FileEraser final : public MachineEraser {
   explicit FileEraser(FileEraserParts parts);
 
   std::optional<kit::Error> resume() override;
+  bool isDue() const override;
   std::optional<kit::Error> begin(KeptWish wish) override;
   std::optional<kit::Error> finish(KeptWish wish) override;
 

@@ -119,6 +119,7 @@ void LedgerAccounts::endUnderWay(LedgerKind kind, uint64_t count) {
 void LedgerAccounts::refuse(const LedgerRefusals& counts) {
   for (size_t row = 0; row < counts.size(); ++row)
     refused_[row] += counts[row];
+  has_unwritten_refusals_ |= std::any_of(counts.begin(), counts.end(), [](uint64_t count) { return count > 0; });
 }
 
 uint64_t LedgerAccounts::givenUp(LedgerKind kind) const {
@@ -192,6 +193,7 @@ kit::Value LedgerAccounts::accountOf(LedgerKind kind, const Stored& stored) cons
 
 kit::Value LedgerAccounts::write(const Stored& stored) {
   is_changed_ = false;
+  has_unwritten_refusals_ = false;
   kit::MutableDictionary all;
   for (size_t kind = 0; kind < kLedgerKinds; ++kind)
     all.set(kLedgerKindNames[kind], accountOf(static_cast<LedgerKind>(kind), stored));

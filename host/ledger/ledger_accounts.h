@@ -68,6 +68,7 @@ class LedgerAccounts {
   void touch() { is_changed_ = true; }
   /// Outside of the equation, and not worth writing by itself.
   void refuse(const LedgerRefusals& counts);
+  bool hasUnwrittenRefusals() const { return has_unwritten_refusals_; }
 
   /// What was found in the store, as these counts were, after the process that wrote them.
   struct Found {
@@ -102,6 +103,7 @@ class LedgerAccounts {
   /// By row of ledgerRules().
   std::vector<uint64_t> given_up_ = std::vector<uint64_t>(ledgerRules().size());
   LedgerRefusals refused_{};
+  bool has_unwritten_refusals_ = false;
   bool is_changed_ = false;
 };
 

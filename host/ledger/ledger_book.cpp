@@ -177,6 +177,7 @@ void LedgerBook::setListKey(const LedgerKey& of, std::string_view key, const kit
     value = kit::continuedList(*before, known, std::move(value));
   setList(of.kind, value, writer);
   const std::scoped_lock door(door_);
+  takeNotesAtTheDoor();
   writeAtTheDoor(key, kit::continuedList(known, store_.get(key), std::move(value)));
 }
 
@@ -286,7 +287,9 @@ void LedgerBook::setDemographic(std::string_view key, size_t slot, const kit::Va
   const std::scoped_lock door(door_);
   takeNotesAtTheDoor();
   const Note note{slot, stored_.setDemographic(slot, value)};
-  takeNote(note, departure(Kind::kDemographics, writer));
+  // A thread of the app's has no part in the handler that may run on another.
+  const LedgerDeparture of_app{.kind = Kind::kDemographics, .writer = writer};
+  takeNote(note, must_wait ? departure(Kind::kDemographics, writer) : of_app);
   writeAtTheDoor(key, value);
 }
 
@@ -372,7 +375,8 @@ void LedgerBook::takeRefusals() {
 void LedgerBook::writeAtTheEnd() {
   const Hold hold(*this);
   takeChangesFromElsewhere();
-  if (std::any_of(refusals_.begin(), refusals_.end(), [](const auto& count) { return count != 0; }))
+  takeRefusals();
+  if (accounts_.hasUnwrittenRefusals())
     accounts_.touch();
   writeBook();
 }

@@ -26,6 +26,8 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
 
   /// As morvik::MorvikCore::stop(). False: nothing was done, since this thread is within a callback of the host.
   bool stop();
+  /// This thread is within a function of the app's that the host has called, or within a block of its queues.
+  bool isWithinCallback() const;
   /// stop(). Where that is not possible, within a callback: commits, lets nothing more leave, calls nothing of the
   /// app's any more, and keeps the parts for good, since the callback goes back into them. In a forked child it keeps
   /// them for good and touches nothing: they are the parent's.
@@ -35,7 +37,6 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
   class Closing;
   enum class Stage { kRunning, kStopping, kStopped };
 
-  bool isWithinCallback() const;
   /// False when another call does or did it; then waits until that one is done.
   bool begin();
   void close(std::chrono::steady_clock::time_point begun);

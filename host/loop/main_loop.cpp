@@ -307,7 +307,7 @@ bool MainLoop::canPump() const {
 }
 
 void MainLoop::pumpOnce(double max_seconds) {
-  if (!canPump() || !engine_->is_open)
+  if (!canPump() || !isOpen())
     return;
   const int loop_milliseconds = pollTimeoutMilliseconds();
   const double longest = std::min(std::max(0.0, max_seconds) * 1e3, static_cast<double>(kMaxPollMilliseconds));
@@ -343,14 +343,15 @@ bool MainLoop::runWithin(double max_seconds, kit::Block block) {
     shared->go(Step::kRuns, Step::kDone);
   });
   std::unique_lock lock(shared->mutex);
+  using std::chrono::steady_clock;
   const auto time = std::chrono::duration<double>(std::clamp(max_seconds, 0.0, kMaxDelaySeconds));
-  if (!shared->changed.wait_for(lock, time, [&] { return shared->step != Step::kWaits; })) {
+  const auto deadline = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(time);
+  if (!shared->changed.wait_until(lock, deadline, [&] { return shared->step != Step::kWaits; })) {
     shared->step = Step::kGivenUp;
     return false;
   }
-  // It has begun, and is waited for.
-  shared->changed.wait(lock, [&] { return shared->step == Step::kDone; });
-  return true;
+  // It has begun, and is waited for as long as there is time left.
+  return shared->changed.wait_until(lock, deadline, [&] { return shared->step == Step::kDone; });
 }
 
 void MainLoop::wakeLocked() {

@@ -216,6 +216,8 @@ class MachineEraser {
   /// Finishes what an earlier process began; does nothing when none did, or while another process holds the store.
   /// Before the store is opened. An error says what cannot be removed: the store must not be opened then.
   virtual std::optional<kit::Error> resume() = 0;
+  /// An erasing was begun and not ended.
+  virtual bool isDue() const = 0;
   /// From here on a process that dies leaves the rest to resume(). Waits for the disk.
   virtual std::optional<kit::Error> begin(KeptWish wish) = 0;
   /// Removes everything but the wish. The store is shut down. Waits for the disk. With an error, resume() goes on.

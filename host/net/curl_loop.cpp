@@ -165,7 +165,8 @@ void CurlLoop::beginReady() {
 /// What is taken before a hold counts as begun.
 std::optional<CurlLoop::Exchange> CurlLoop::takeReady() {
   const std::lock_guard lock(mutex_);
-  return queues_.takeReady(held_);
+  // What is to be refused is not begun meanwhile.
+  return queues_.takeReady(held_ || refusal_.has_value());
 }
 
 void CurlLoop::failRefused() {

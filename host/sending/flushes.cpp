@@ -243,7 +243,7 @@ void Flushes::finish(const FlushPointer& flush, FlushReason reason) {
 void Flushes::tell(const Flush& flush, const FlushResult& result) const {
   if (flush.waiter)
     flush.waiter->tell(result);
-  if (flush.done)
+  if (flush.done && parts_.life.mayCallApp())
     services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { flush.done(result); });
 }
 

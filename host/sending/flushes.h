@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/life/host_life.h"
 #include "host/machine/machine.h"
 #include "host/machine/turn_gate.h"
 #include "host/sending/recorded_so_far.h"
@@ -42,6 +43,7 @@ class Flushes {
     const kit::MorvikADUtil& util;
     const kit::SharedState& shared_state;
     const services::Logger& logger;
+    const HostLife& life;
   };
 
   explicit Flushes(Parts parts);

@@ -63,7 +63,7 @@ MorvikCoreServicesLib::MorvikCoreServicesLib(ServicesParts parts)
 }
 
 void MorvikCoreServicesLib::loadMirrors() {
-  is_forget_me_ = parts_.store.MorvikCoreUserInfo_isGDPRForgetMe();
+  setIsGDPRForgetMe(parts_.store.MorvikCoreUserInfo_isGDPRForgetMe());
   is_forget_me_synced_ = parts_.store.MorvikCoreUserInfo_isGDPRForgetMeServerSynced();
 }
 

@@ -42,6 +42,27 @@ SqliteStoreOptions withFlusher(SqliteStoreOptions options) {
 
 }  // namespace
 
+/// Runs while round_mutex_ is free, and ends whatever happens in it: others wait for its end.
+class SqliteStore::Round {
+ public:
+  Round(SqliteStore& store, std::unique_lock<std::mutex>& lock) : store_(store), lock_(lock) {
+    store_.is_round_running_ = true;
+    lock_.unlock();
+  }
+  ~Round() {
+    lock_.lock();
+    store_.is_round_running_ = false;
+    ++store_.round_;
+    store_.round_ended_.notify_all();
+  }
+  Round(const Round&) = delete;
+  Round& operator=(const Round&) = delete;
+
+ private:
+  SqliteStore& store_;
+  std::unique_lock<std::mutex>& lock_;
+};
+
 /// The log may be the app's own, and the app may hold a lock of its own while it calls the kit: so nothing is told
 /// under a lock of ours.
 class SqliteStore::Committing {
@@ -153,23 +174,18 @@ bool SqliteStore::synchronizeUntold() {
 }
 
 /// A round takes along all that was written when it gathers. So whoever comes during a round waits for its end, and for
-/// the next one at most.
+/// the next one at most, kept or not.
 bool SqliteStore::commitWrites(uint64_t up_to) {
   std::unique_lock lock(round_mutex_);
+  const uint64_t first_whole_round = round_ + 2;
   while (is_round_running_) {
     const uint64_t round = round_;
     round_ended_.wait(lock, [this, round] { return round_ != round; });
-    if (kept_writes_ >= up_to)
-      return true;
+    if (kept_writes_ >= up_to || round_ >= first_whole_round)
+      return kept_writes_ >= up_to;
   }
-  is_round_running_ = true;
-  lock.unlock();
-  const bool all_kept = commitAsRound();
-  lock.lock();
-  is_round_running_ = false;
-  ++round_;
-  round_ended_.notify_all();
-  return all_kept;
+  const Round running(*this, lock);
+  return commitAsRound();
 }
 
 bool SqliteStore::commitAsRound() {
@@ -486,6 +502,12 @@ bool SqliteStore::commit() {
 }
 
 StoreOutcome SqliteStore::applyPending() {
+  // What an exception left of an earlier round is still dirty, or is so again.
+  for (const Pending& left : pending_) {
+    const std::lock_guard lock(memory_mutex_);
+    setDirty(*left.property);
+  }
+  pending_.clear();
   {
     const std::lock_guard lock(memory_mutex_);
     gatherDirty();

@@ -138,6 +138,7 @@ class SqliteStore : public MachineStore {
 
   /// Holds commit_mutex_; once it is let go, tells what there was to tell.
   class Committing;
+  class Round;
 
   bool anythingDirty() const;
   bool commitWrites(uint64_t up_to);

@@ -159,7 +159,7 @@ TEST_F(MakeHost, RefusesAFileOfCertificatesThatIsNotThere) {
 
 /// The beginnings of its warnings.
 std::vector<std::string> warningsIn(const testing::RecordingLog& log) {
-  constexpr size_t kBeginning = 40;
+  constexpr size_t kBeginning = 59;
   std::vector<std::string> warnings;
   for (const testing::LogLine& line : log.lines()) {
     if (line.prefix && line.prefix->level == "WARNING")
@@ -174,9 +174,9 @@ TEST_F(MakeHost, WarnsOfOptionsThatAreHardlyMeantAtTheUsualLevelToo) {
   options.device.idfa = Identifier::given("my phone");
   options.log_level = HostOptions().log_level;
   make();
-  EXPECT_EQ(warningsIn(log), (std::vector<std::string>{"Morvik host: nothing will arrive: all en",
-                                                       "Morvik host: DeviceDescription::orientat",
-                                                       "Morvik host: DeviceDescription::idfa is "}));
+  EXPECT_EQ(warningsIn(log), (std::vector<std::string>{"Morvik host: check the options: nothing will arrive: all en",
+                                                       "Morvik host: check the options: DeviceDescription::orientat",
+                                                       "Morvik host: check the options: DeviceDescription::idfa is "}));
 }
 
 TEST_F(MakeHost, WarnsOfNothingWhenTheLogIsOffOrTheOptionsAreFine) {

@@ -63,7 +63,10 @@ TEST(TerminalSource, HelpsWithAllVerbsOrOne) {
   EXPECT_THAT(all.people.str(), HasSubstr("\n  help [VERB] "));
   Typed one(" help  event \nhelp evnt\npush\n", false);
   EXPECT_EQ(one.next(), "push");
-  EXPECT_THAT(one.people.str(), StartsWith("  event GROUP NAME [PARAM]  records an activity; a PARAM from '{' on is the rest of the line\n\"evnt\" is no verb; "));
+  EXPECT_THAT(
+      one.people.str(),
+      StartsWith(
+          "  event GROUP NAME [PARAM]  records an activity; a PARAM from '{' on is the rest of the line\n\"evnt\" is no verb; "));
 }
 
 }  // namespace
