@@ -197,27 +197,6 @@ TEST_F(Fork, CannotStartOnTheFolderOfItsParent) {
   EXPECT_EQ(child.status(), kFine);
 }
 
-TEST_F(Fork, WithinACallbackReturnsToNothing) {
-  const auto core = start();
-  record(*core, 5);
-  std::promise<pid_t> forked;
-  core->perform([&] {
-    core->addActivity("fork", "before");
-    const pid_t child = ::fork();
-    if (child != 0)
-      forked.set_value(child);
-    else
-      core->addActivity("fork", "in the child");
-  });
-  const pid_t child = forked.get_future().get();
-  int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status)) << status;
-  record(*core, 1);
-  core->stop();
-  EXPECT_EQ(stored(), 7U);
-}
-
 TEST_F(Fork, IsToldByAnotherProcessThatTheFolderIsInUse) {
   // A process of its own line has the store: this one was forked before it took the lock.
   int ready[2];
