@@ -205,11 +205,13 @@ void HostEnding::leave() {
   parts_->main_loop->cease();
   parts_->background->cease();
   parts_->transport->shutdown();
-  // The queue whose block this is not.
-  if (parts_->main_loop->isInTurn())
-    parts_->background->drain(deadline);
-  else
-    parts_->main_loop->waitUntilIdle(deadline);
+  // The queue whose block this is not; whoever stops the host already joins its thread.
+  if (parts_->main_loop->isInTurn()) {
+    if (parts_->background->drain(deadline) && is_first)
+      parts_->background->stop(steady_clock::now());
+  } else if (parts_->main_loop->waitUntilIdle(deadline) && is_first) {
+    parts_->main_loop->stop();
+  }
   if (!parts_->life->isInLogSink())
     parts_->store->commitTurn();
   // Otherwise somebody who stops the host waits for this very callback, and finishes it.

@@ -12,6 +12,7 @@
 #include <openssl/crypto.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
@@ -55,6 +56,8 @@ struct Plan {
   std::exit(kStatus);
 }
 
+std::atomic<bool> ends_in_background{false};
+
 /// False once it is refused.
 bool record(morvik::MorvikCore& core, const std::string& name) {
   if (!isKept(core.addActivity("exit", name)))
@@ -72,7 +75,10 @@ morvik::HostOptions optionsOf(char** arguments, const Plan& plan) {
   options.service_url = arguments[3];
   options.ca_file = arguments[4];
   if (plan.place == "background")
-    options.modules["Fendo"].saveCommerceEventAndSend = [plan] { end(plan.way); };
+    options.modules["Fendo"].saveCommerceEventAndSend = [plan] {
+      if (ends_in_background)
+        end(plan.way);
+    };
   return options;
 }
 
@@ -98,6 +104,12 @@ void goOnRecording(morvik::MorvikCore& core, const std::string& name) {
   }
 }
 
+/// The module is asked at a session's start too, on the main queue; there the kit would go while this thread uses it.
+void enterBackgroundToEnd(morvik::MorvikCore& core) {
+  ends_in_background = true;
+  core.applicationDidEnterBackground();
+}
+
 /// Comes back where the way is to return from main.
 void live(morvik::MorvikCore& core, const Plan& plan) {
   core.applicationDidBecomeActive();
@@ -119,7 +131,7 @@ void live(morvik::MorvikCore& core, const Plan& plan) {
   else if (plan.place == "callback")
     core.perform([way = plan.way] { end(way); });
   else
-    core.applicationDidEnterBackground();
+    enterBackgroundToEnd(core);
   for (;;)
     ::pause();
 }
