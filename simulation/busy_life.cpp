@@ -16,7 +16,6 @@
 
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
-#include "host/handed_over.h"
 #include "host/host.h"
 #include "host/store/sqlite_store.h"
 #include "services/json_writer.h"
@@ -370,7 +369,6 @@ class BusyLife {
       rememberTheDisk();
     is_starting_ = true;
     process_ = machine_.start(hostOptions(*this));
-    handled_again_ += process_->storedValue(host::kHandedOverKey).size();
     machine_.loop.runUntilIdle();
     is_starting_ = false;
     is_active_ = false;
@@ -921,17 +919,13 @@ class BusyLife {
 
   /// The ledger also counts what the kit records of itself, and what a death took with it is in neither account for
   /// certain. So it knows of at least what was kept, of no more deliveries than there were arrivals, of just what is
-  /// stored, and of at least what a rule let go. A click whose handling a death cut off is handled again by the next
-  /// process, and may have been recorded twice.
+  /// stored, and of at least what a rule let go.
   void compareWithLedger(const AllSides& all) {
     const std::vector<Ledger::Account> accounts = process_->ledger().accounts;
     for (size_t kind = 0; kind < accounts.size(); ++kind) {
       const Ledger::Account& account = accounts[kind];
       const Sides& seen = all[kind];
-      const bool is_handed_over =
-          kind == static_cast<size_t>(Kind::kCommerceClicks) || kind == static_cast<size_t>(Kind::kReEngagementClicks);
-      const uint64_t arrived = seen.arrived + (is_handed_over ? handled_again_ : 0);
-      if (account.recorded < seen.kept || account.delivered > arrived || account.stored != seen.stored ||
+      if (account.recorded < seen.kept || account.delivered > seen.arrived || account.stored != seen.stored ||
           account.givenUp() < seen.given_up)
         complain(Complaint::kUnbalancedAccount, textOf(account) + "; seen: " + textOf(seen));
     }
@@ -960,7 +954,6 @@ class BusyLife {
   double wish_kept_from_ = kNever;
   double installed_at_ = kNever;
   double batch_under_way_until_ = 0;
-  uint64_t handled_again_ = 0;  ///< entries that a dead process left, handled or not
   /// Of this process: when answers come that accept an upload, the earliest first.
   std::map<ServiceEndpoint, std::vector<double>> acceptances_;
   std::optional<double> trouble_since_;   ///< of the disk, as the store told it
