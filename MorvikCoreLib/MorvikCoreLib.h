@@ -30,7 +30,7 @@ namespace morvik {
 enum class EndActivities { kSend, kFilter };
 
 /// How the request of a batch ended.
-enum class BatchEnd { kAccepted, kRefused, kNoAnswer };
+enum class BatchEnd { kAccepted, kRefused, kNoAnswer, kNotSent };
 
 /// Whether an erasure request's body is made sealed or plain.
 enum class ErasureForm { kPlain, kSealed };
@@ -118,7 +118,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   bool isAttributionUnderWay() const { return attributions_under_way_ > 0; }
   /// Who is told, on the main queue, when that is over. Every slot is optional.
   struct DeliveryObserver {
-    std::function<void(BatchEnd)> batchDidEnd;  ///< the slot is free
+    std::function<void(BatchEnd)> batchDidEnd;  ///< the slot is free, but for one that the wish stopped
     std::function<void()> attributionDidEnd;    ///< it may have failed
   };
   /// Set before the first session.
@@ -314,6 +314,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void buildAndSend();
   void refetchReferral();
   void trackingDidSucceed(const kit::Value& json);
+  void trackingWasNotSent();
   void trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
   void clearSentEventKeysAfterFailure();
   void takeServerTime(const kit::Value& json);

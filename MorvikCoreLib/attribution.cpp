@@ -81,6 +81,7 @@ struct MorvikCoreLib::ConversionTexts {
   const char* no_identifier_text;
   bool resets_failures;
   bool pushes_tracking;
+  kit::WhenHeld when_held;
 
   static const ConversionTexts& own();
   static const ConversionTexts& thirdParty();
@@ -97,6 +98,7 @@ const MorvikCoreLib::ConversionTexts& MorvikCoreLib::ConversionTexts::own() {
       "IDFA not passed!",
       true,
       true,
+      kit::WhenHeld::kEnds,
   };
   return texts;
 }
@@ -112,6 +114,7 @@ const MorvikCoreLib::ConversionTexts& MorvikCoreLib::ConversionTexts::thirdParty
       "MRVK_QA-thirdPartyConversion_IDFA not passed!",
       false,
       false,
+      kit::WhenHeld::kWaits,
   };
   return texts;
 }
@@ -185,7 +188,11 @@ void MorvikCoreLib::requestConversion(const Value& parameters, const ConversionT
         --self->attributions_under_way_;
         failure(response, error);
         self->attributionDidEnd();
-      });
+      },
+      {.when_held = texts.when_held, .not_sent = [self] {
+         --self->attributions_under_way_;
+         self->attributionDidEnd();
+       }});
   if (has_begun)
     ++attributions_under_way_;
 }
@@ -427,7 +434,8 @@ void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters) {
         MORVIK_LOG(logger, lcl_vError, kOperation, "MRVK_QA-iAdAppAttributionTracking_Recieved an HTTP %ld",
                    services::statusCode(response));
         MORVIK_LOG(logger, lcl_vError, kOperation, "MRVK_QA-iAdAppAttributionTracking_The error was: %@", error);
-      });
+      },
+      {.when_held = kit::WhenHeld::kEnds, .not_sent = {}});
 }
 
 /// Saves without asking what is stored: an iAd answer always overwrites the record. An install date that cannot be read

@@ -223,7 +223,8 @@ void MorvikCoreLib::sendCrashInfos() {
         MORVIK_LOG(logger, lcl_vError, kSendHandlerOperation, "MRVK_QA-Recieved an HTTP %ld",
                    services::statusCode(response));
         MORVIK_LOG(logger, lcl_vError, kSendHandlerOperation, "MRVK_QA-The error was: %@", error);
-      });
+      },
+      {.when_held = kit::WhenHeld::kEnds, .not_sent = {}});
 }
 
 /// The queue without the reports that the budget counts; equal reports go together. Absent where it is absent.

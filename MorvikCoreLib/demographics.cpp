@@ -93,7 +93,8 @@ void MorvikCoreLib::sendUserDemoInfos(const Value& parameters) {
         MORVIK_LOG(logger, lcl_vError, kHandlerOperation, "MRVK_QA-Recieved an HTTP %ld",
                    services::statusCode(response));
         MORVIK_LOG(logger, lcl_vError, kHandlerOperation, "MRVK_QA-The error was: %@", error);
-      });
+      },
+      {.when_held = kit::WhenHeld::kEnds, .not_sent = {}});
 }
 
 void MorvikCoreLib::deleteDemos() {

@@ -41,7 +41,8 @@ void MorvikCoreLib::getSchedule(const Value& parameters) {
         MORVIK_LOG(logger, lcl_vError, kScheduleHandler, "MRVK_QA-getSchedule_Recieved an HTTP %ld",
                    services::statusCode(response));
         MORVIK_LOG(logger, lcl_vError, kScheduleHandler, "MRVK_QA-getSchedule_The error was: %@", error);
-      });
+      },
+      {.when_held = kit::WhenHeld::kEnds, .not_sent = {}});
 }
 
 /// An answer that is no success is kept and handed on like any other.

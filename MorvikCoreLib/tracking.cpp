@@ -331,12 +331,16 @@ void MorvikCoreLib::tracking(const Value& parameters) {
       requestTools(), std::move(request), [self](const Value& json) { self->trackingDidSucceed(json); },
       [self](const std::optional<kit::Response>& response, const kit::Error& error) {
         self->trackingDidFail(response, error);
-      });
+      },
+      {.when_held = kit::WhenHeld::kEnds, .not_sent = [self] { self->trackingWasNotSent(); }});
   if (has_begun)
     ++batches_under_way_;
 }
 
 void MorvikCoreLib::batchDidEnd(BatchEnd end) {
+  // What ends a batch as not sent lets no other leave either.
+  if (end == BatchEnd::kNotSent)
+    pushes_after_batch_ = false;
   if (pushes_after_batch_ && !isBatchUnderWay())
     pushAsAtSessionStart();
   if (delivery_observer_.batchDidEnd)
@@ -378,6 +382,15 @@ void MorvikCoreLib::trackingDidFail(const std::optional<kit::Response>& response
   set_isTrackingCalled(false);
   applicationEndBackgroundTask();
   batchDidEnd(response ? BatchEnd::kRefused : BatchEnd::kNoAnswer);
+}
+
+/// Under the user's wish the slot stays taken, as where the gate refuses a batch at once. What was held is made anew.
+void MorvikCoreLib::trackingWasNotSent() {
+  --batches_under_way_;
+  if (!services().isGDPRForgetMe())
+    set_isTrackingCalled(false);
+  applicationEndBackgroundTask();
+  batchDidEnd(BatchEnd::kNotSent);
 }
 
 void MorvikCoreLib::clearSentEventKeysAfterFailure() {

@@ -135,8 +135,7 @@ Recorded Host::clearUserId() {
 
 Recorded Host::gdprForgetMe(bool forget_me) {
   const Recorded recorded = setNow([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
-  if (forget_me && isKept(recorded))
-    parts_->transport->refuseWaiting({"not sent: the user asked to be forgotten while it waited"});
+  parts_->transport->wishDidChange();
   return recorded;
 }
 

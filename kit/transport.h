@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -17,6 +18,13 @@ struct HttpHeader {
   friend bool operator==(const HttpHeader&, const HttpHeader&) = default;
 };
 
+/// What becomes of a request that was started and has not left when the app switches sending off.
+enum class WhenHeld : uint8_t {
+  kWaits,   ///< in its place, until sending is on again
+  kEnds,    ///< at once, as not sent: it is made anew when sending is on again
+  kPasses,  ///< it leaves all the same, ahead of the others, and also under the user's wish: the erasure alone
+};
+
 /// A request as it leaves: what the platform's mutable URL request becomes once it is complete.
 struct Request {
   std::string method;
@@ -28,8 +36,7 @@ struct Request {
   std::optional<double> timeout_seconds;
   /// An answer with a larger body (after decoding) is a failure.
   size_t max_answer_bytes = 0;
-  /// It leaves also while the app has switched sending off, when others wait. The erasure alone.
-  bool passes_hold = false;
+  WhenHeld when_held = WhenHeld::kWaits;
 };
 
 struct Response {
@@ -39,16 +46,20 @@ struct Response {
 };
 
 /// An answer came (whatever its status), or an error says why none did. Exactly one of the two is set, but for an
-/// answer whose body had to be refused (too large, undecodable): then both are, the body empty.
+/// answer whose body had to be refused (too large, undecodable): then both are, the body empty; and but for a request
+/// that never left since it may not any more: then neither is.
 struct TransportOutcome {
   std::optional<Response> response;
   std::optional<Error> error;
+
+  bool isNotSent() const { return !response && !error; }
 };
 
 class Transport {
  public:
   virtual ~Transport() = default;
-  /// Begins the exchange and returns at once. The request leaves after the current turn's writes are committed.
+  /// Begins the exchange and returns at once. The request leaves after the current turn's writes are committed, unless
+  /// the user has asked to be forgotten by then: it ends as not sent.
   /// `handler` runs exactly once, on the main queue, in a later turn; never after the host was shut down. Any thread.
   /// Not bounded in number; at most 6 connections a host, the rest wait in order.
   virtual void start(Request request, std::function<void(TransportOutcome)> handler) = 0;

@@ -9,7 +9,7 @@ struct MorvikADAFJSONRequestOperation::Exchange {
   kit::Request request;
   SuccessHandler success;
   FailureHandler failure;
-  Gate gate;
+  Waiting waiting;
 
   void finish(const kit::TransportOutcome& outcome);
 
@@ -27,10 +27,13 @@ bool isSuccessStatus(int status_code) {
 }  // namespace
 
 void MorvikADAFJSONRequestOperation::Exchange::finish(const kit::TransportOutcome& outcome) {
-  if (!outcome.response || outcome.error) {
-    const kit::Error unknown{"The exchange ended without an answer and without a reason."};
-    return fail(outcome.response, outcome.error.value_or(unknown), {});
+  if (outcome.isNotSent()) {
+    if (waiting.not_sent)
+      waiting.not_sent();
+    return;
   }
+  if (outcome.error)
+    return fail(outcome.response, *outcome.error, {});
   const kit::Response& response = *outcome.response;
   const auto read = tools.json.read(response.body);
   const auto* json = std::get_if<kit::Value>(&read);
@@ -63,25 +66,27 @@ void MorvikADAFJSONRequestOperation::Exchange::fail(const std::optional<kit::Res
 
 MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::make(const RequestTools& tools,
                                                                     MutableURLRequest request, SuccessHandler success,
-                                                                    FailureHandler failure, Gate gate) {
+                                                                    FailureHandler failure, Waiting waiting) {
   return MorvikADAFJSONRequestOperation(std::make_shared<Exchange>(
-      Exchange{tools, std::move(request).request(), std::move(success), std::move(failure), gate}));
+      Exchange{tools, std::move(request).request(), std::move(success), std::move(failure), std::move(waiting)}));
 }
 
 MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequest(
-    const RequestTools& tools, MutableURLRequest request, SuccessHandler success, FailureHandler failure) {
-  return make(tools, std::move(request), std::move(success), std::move(failure), Gate::kOrdinary);
+    const RequestTools& tools, MutableURLRequest request, SuccessHandler success, FailureHandler failure,
+    Waiting waiting) {
+  return make(tools, std::move(request), std::move(success), std::move(failure), std::move(waiting));
 }
 
 MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequestIgnoreGDPR(
     const RequestTools& tools, MutableURLRequest request, SuccessHandler success, FailureHandler failure) {
-  return make(tools, std::move(request), std::move(success), std::move(failure), Gate::kAlwaysOpen);
+  return make(tools, std::move(request), std::move(success), std::move(failure),
+              {.when_held = kit::WhenHeld::kPasses, .not_sent = {}});
 }
 
 bool MorvikADAFJSONRequestOperation::start() {
   const kit::MorvikCoreServicesLib& services = exchange_->tools.services;
-  const bool always_leaves = exchange_->gate == Gate::kAlwaysOpen;
-  if (!always_leaves && (services.isGDPRForgetMe() || services.isSendingOff()))
+  const kit::WhenHeld when_held = exchange_->waiting.when_held;
+  if (when_held != kit::WhenHeld::kPasses && (services.isGDPRForgetMe() || services.isSendingOff()))
     return false;
   // The body may be large and leaves for good; what stays for the handlers is the rest of the request.
   std::string body = std::move(exchange_->request.body);
@@ -89,7 +94,7 @@ bool MorvikADAFJSONRequestOperation::start() {
   kit::Request leaving = exchange_->request;
   leaving.body = std::move(body);
   leaving.max_answer_bytes = kMaxAnswerBytes;
-  leaving.passes_hold = always_leaves;
+  leaving.when_held = when_held;
   exchange_->tools.transport.start(
       std::move(leaving), [exchange = exchange_](const kit::TransportOutcome& outcome) { exchange->finish(outcome); });
   return true;

@@ -23,6 +23,13 @@ using SuccessHandler =
 using FailureHandler = std::function<void(const kit::Request& request, const std::optional<kit::Response>& response,
                                           const kit::Error& error, const kit::Value& json)>;
 
+/// What becomes of a request that the gate lets begin and that does not leave at once.
+struct Waiting {
+  kit::WhenHeld when_held = kit::WhenHeld::kWaits;
+  /// Runs, in the place of both handlers, where it never left: the gate had closed for it meanwhile. May be empty.
+  std::function<void()> not_sent;
+};
+
 /// What an operation needs from outside. References only.
 struct RequestTools {
   kit::Transport& transport;
@@ -35,7 +42,8 @@ class MorvikADAFJSONRequestOperation {
   /// An operation that is not running yet.
   static MorvikADAFJSONRequestOperation JSONRequestOperationWithRequest(const RequestTools& tools,
                                                                         MutableURLRequest request,
-                                                                        SuccessHandler success, FailureHandler failure);
+                                                                        SuccessHandler success, FailureHandler failure,
+                                                                        Waiting waiting = {});
   /// The same, but it runs even while the forget-me flag is set or sending is off. For the erasure request alone.
   static MorvikADAFJSONRequestOperation JSONRequestOperationWithRequestIgnoreGDPR(const RequestTools& tools,
                                                                                   MutableURLRequest request,
@@ -44,15 +52,15 @@ class MorvikADAFJSONRequestOperation {
 
   /// Begins the exchange and returns at once; the operation need not be kept. Exactly one of the two handlers runs,
   /// once, on the main queue, in a later turn. While the forget-me flag is set or sending is off nothing happens at
-  /// all: no request, no handler, and the answer is false. To be called once.
+  /// all: no request, no handler, and the answer is false. The same, after true, where the gate closes before the
+  /// request leaves, but for Waiting::not_sent. To be called once.
   bool start();
 
  private:
-  enum class Gate { kOrdinary, kAlwaysOpen };
   struct Exchange;
   explicit MorvikADAFJSONRequestOperation(std::shared_ptr<Exchange> exchange) : exchange_(std::move(exchange)) {}
   static MorvikADAFJSONRequestOperation make(const RequestTools& tools, MutableURLRequest request,
-                                             SuccessHandler success, FailureHandler failure, Gate gate);
+                                             SuccessHandler success, FailureHandler failure, Waiting waiting);
 
   std::shared_ptr<Exchange> exchange_;
 };

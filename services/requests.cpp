@@ -28,21 +28,24 @@ MutableURLRequest jsonPostRequest(const std::string& base_url, std::string_view 
   return posted(client, path, parameters);
 }
 
-bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure) {
+bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure,
+         Waiting waiting) {
   return MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequest(
              tools, std::move(request),
              [success = std::move(success)](const kit::Request&, const kit::Response&, const kit::Value& json) {
                success(json);
              },
-             std::move(failure))
+             std::move(failure), std::move(waiting))
       .start();
 }
 
-bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure) {
+bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure,
+         Waiting waiting) {
   return run(tools, std::move(request), std::move(success),
              FailureHandler([failure = std::move(failure)](
                                 const kit::Request&, const std::optional<kit::Response>& response,
-                                const kit::Error& error, const kit::Value&) { failure(response, error); }));
+                                const kit::Error& error, const kit::Value&) { failure(response, error); }),
+             std::move(waiting));
 }
 
 }  // namespace morvik::services

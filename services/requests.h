@@ -27,9 +27,12 @@ using JsonHandler = std::function<void(const kit::Value& json)>;
 using ErrorHandler = std::function<void(const std::optional<kit::Response>& response, const kit::Error& error)>;
 
 /// Makes the standard operation of `request` and starts it. True: exactly one handler runs, once, later, on the main
-/// queue. False: the gate is closed, and nothing happens.
-bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure);
+/// queue (that of `waiting`, where the gate closes before the request leaves). False: the gate is closed, and nothing
+/// happens.
+bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure,
+         Waiting waiting = {});
 /// The same for a failure of which response and error are enough.
-bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure);
+bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, ErrorHandler failure,
+         Waiting waiting = {});
 
 }  // namespace morvik::services

@@ -198,7 +198,11 @@ class ForgottenIsSilent final : public LifeChecker {
   using LifeChecker::LifeChecker;
   const char* name() const override { return kForgottenIsSilent; }
 
-  void requestStarts(const LifeExchange& exchange) override {
+  void requestStarts(const LifeExchange& exchange) override { check(exchange); }
+  void requestLeaves(const LifeExchange& exchange) override { check(exchange); }
+
+ private:
+  void check(const LifeExchange& exchange) {
     const bool is_forgotten = facts().is_forgotten || (facts().wants_to_be_forgotten && facts().knows_its_store);
     if (is_forgotten && exchange.endpoint != ServiceEndpoint::kErasure)
       complain(exchange.url);

@@ -71,6 +71,8 @@ class LifeChecker {
   virtual void loopIsIdle() {}
   /// It stands in the facts already.
   virtual void requestStarts(const LifeExchange&) {}
+  /// It reaches the network now; it may have waited since it started.
+  virtual void requestLeaves(const LifeExchange&) {}
   /// `answer`: what the core takes for a success; nothing: a failure. Before the handler.
   virtual void exchangeEnds(const LifeExchange&, const std::optional<kit::Value>&) {}
   virtual void valueIsSet(std::string_view, const kit::Value&) {}

@@ -146,7 +146,7 @@ void LifeWitness::arrives(const LifeExchange& exchange) {
   }
 }
 
-void LifeWitness::exchangeEnds(uint64_t id, const std::optional<kit::Value>& answer) {
+void LifeWitness::exchangeEnds(uint64_t id, bool is_not_sent, const std::optional<kit::Value>& answer) {
   facts.handling = id;
   const auto found = facts.exchanges.find(id);
   if (found == facts.exchanges.end())
@@ -157,7 +157,9 @@ void LifeWitness::exchangeEnds(uint64_t id, const std::optional<kit::Value>& ans
     permitAll(exchange, LedgerKind::kCommerceClicks, LedgerReason::kEmptyAnswer);
   if (exchange.endpoint == ServiceEndpoint::kCrash && answer && (*answer)["code"].isAbsent())
     permitAll(exchange, LedgerKind::kCrashReports, LedgerReason::kEmptyAnswer);
-  if (exchange.endpoint == ServiceEndpoint::kReEngagement)
+  if (is_not_sent)
+    permitAll(exchange, LedgerKind::kReEngagementClicks, LedgerReason::kForgotten);
+  else if (exchange.endpoint == ServiceEndpoint::kReEngagement)
     clickEnds(exchange, answer);
 }
 

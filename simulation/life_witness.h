@@ -42,7 +42,8 @@ class LifeWitness {
   const LifeExchange* requestLeaves(const kit::Request& request);
   /// The service has what it carries.
   void arrives(const LifeExchange& exchange);
-  void exchangeEnds(uint64_t exchange, const std::optional<kit::Value>& answer);
+  /// `is_not_sent`: it never left, and has no answer.
+  void exchangeEnds(uint64_t exchange, bool is_not_sent, const std::optional<kit::Value>& answer);
   void handlerEnded(uint64_t exchange);
   void valueIsSet(std::string_view key, const kit::Value& value);
 

@@ -8,6 +8,7 @@
 #include "host/erasing/file_eraser.h"
 #include "host/machine/names_in_the_store.h"
 #include "host/make_host.h"
+#include "host/sending/exchange_queue.h"
 #include "host/store/sqlite_store.h"
 #include "kit/house_lock.h"
 #include "services/MorvikGVUserDefaults.h"
@@ -127,24 +128,17 @@ class SharedShelf final : public kit::ReportShelf {
   const SimulatedDisk* const disk_;
 };
 
-/// The network of one process. A handler runs in a turn of the host's, which commits what it wrote.
-class VirtualTransport final : public host::MachineTransport {
+/// The network of one process.
+class VirtualNetwork final : public host::MachineNetwork {
  public:
-  VirtualTransport(testing::ScriptedTransport& network, kit::MainQueue& main_queue)
-      : network_(network), main_queue_(main_queue) {}
-  void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
-    network_.start(std::move(request), [this, handler = std::move(handler)](kit::TransportOutcome outcome) {
-      main_queue_.async([handler, outcome = std::move(outcome)]() mutable { handler(std::move(outcome)); });
-    });
+  explicit VirtualNetwork(testing::ScriptedTransport& network) : network_(network) {}
+  void begin(kit::Request request, host::TransportHandler done) override {
+    network_.start(std::move(request), std::move(done));
   }
-  size_t inFlight() const override { return network_.unanswered(); }
-  void setHeld(bool held) override { network_.setHeld(held); }
-  void refuseWaiting(const kit::Error& error) override { network_.refuseWaiting(error.message); }
   void shutdown() override { network_.kill(); }
 
  private:
   testing::ScriptedTransport& network_;
-  kit::MainQueue& main_queue_;
 };
 
 /// Of a store in memory, where nothing comes in between.
@@ -274,9 +268,8 @@ std::unique_ptr<host::MachineBackground> VirtualMachine::makeBackground(const se
   return std::make_unique<VirtualBackground>(loop, logger);
 }
 
-std::unique_ptr<host::MachineTransport> VirtualMachine::makeTransport(const std::string&, kit::MainQueue& main_queue,
-                                                                      host::TurnGate&) {
-  return std::make_unique<VirtualTransport>(transport, main_queue);
+std::unique_ptr<host::MachineTransport> VirtualMachine::makeTransport(host::TransportParts parts) {
+  return std::make_unique<host::ExchangeQueue>(std::make_unique<VirtualNetwork>(transport), std::move(parts));
 }
 
 }  // namespace morvik::simulation

@@ -152,7 +152,7 @@ class WatchedTransport final : public host::MachineTransport {
   }
   size_t inFlight() const override { return transport_->inFlight(); }
   void setHeld(bool held) override { transport_->setHeld(held); }
-  void refuseWaiting(const kit::Error& error) override { transport_->refuseWaiting(error); }
+  void wishDidChange() override { transport_->wishDidChange(); }
   void shutdown() override { transport_->shutdown(); }
 
  private:
@@ -175,11 +175,11 @@ std::unique_ptr<host::MachineLoop> WatchedMachine::makeMainLoop(MainQueueMode mo
   return std::make_unique<WatchedLoop>(VirtualMachine::makeMainLoop(mode, logger), watcher_, meddler_);
 }
 
-std::unique_ptr<host::MachineTransport> WatchedMachine::makeTransport(const std::string& ca_file,
-                                                                      kit::MainQueue& main_queue,
-                                                                      host::TurnGate& gate) {
-  return std::make_unique<WatchedTransport>(VirtualMachine::makeTransport(ca_file, main_queue, gate), last_exchange_,
-                                            watcher_, meddler_);
+std::unique_ptr<host::MachineTransport> WatchedMachine::makeTransport(host::TransportParts parts) {
+  if (meddler_.losesTheWishWhileRequestsWait())
+    parts.is_forgotten = [] { return false; };
+  return std::make_unique<WatchedTransport>(VirtualMachine::makeTransport(std::move(parts)), last_exchange_, watcher_,
+                                            meddler_);
 }
 
 }  // namespace morvik::simulation

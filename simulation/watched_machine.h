@@ -37,6 +37,8 @@ class MachineMeddler {
   /// So many copies of the request start.
   virtual size_t copiesOf(const kit::Request&) { return 1; }
   virtual bool losesHandlerOf(const kit::Request&) { return false; }
+  /// Whether what waits leaves although the user has asked to be forgotten meanwhile.
+  virtual bool losesTheWishWhileRequestsWait() { return false; }
   /// Whether the handler gets an error in the place of the answer.
   virtual bool spoilsAnswerTo(const kit::Request&) { return false; }
   /// The host is about to call its store. Unlike the others this may call the host, as a thread of the app's could at
@@ -57,8 +59,7 @@ class WatchedMachine final : public VirtualMachine {
 
   std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
   std::unique_ptr<host::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
-  std::unique_ptr<host::MachineTransport> makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
-                                                        host::TurnGate& gate) override;
+  std::unique_ptr<host::MachineTransport> makeTransport(host::TransportParts parts) override;
 
  private:
   MachineWatcher& watcher_;

@@ -205,7 +205,8 @@ class WildLife final : private MachineWatcher {
         {"set a user id", 3, &WildLife::setAUserId},
         {"take an age back", 1, &WildLife::takeAnAgeBack},
         {"take a gender back", 1, &WildLife::takeAGenderBack},
-        {"ask to be forgotten", 0.5, &WildLife::askToBeForgotten},
+        {"ask to be forgotten", 0.4, &WildLife::askToBeForgotten},
+        {"ask to be forgotten while many requests wait", 0.2, &WildLife::askToBeForgottenBehindManyLinks},
         {"withdraw the wish", 2, &WildLife::withdraw},
         {"withdraw the wish offline", 6, &WildLife::withdrawOffline},
         {"look at what there is", 3, &WildLife::lookAround},
@@ -413,6 +414,13 @@ class WildLife final : private MachineWatcher {
     whenCommitted([this] { wish_kept_from_ = now(); });
   }
   void askToBeForgotten() { wish(true); }
+  /// More than the host has places for.
+  void askToBeForgottenBehindManyLinks() {
+    const uint64_t links = host::kMaxConnectionsPerHost + 1 + dice_.below(host::kMaxConnectionsPerHost);
+    for (uint64_t link = 0; link < links; ++link)
+      openUrl(reEngagementUrl() + "&mrvk_eng=1");
+    wish(true);
+  }
   void withdraw() {
     if (process_ && process_->isGdprForgetMe())
       wish(false);
@@ -707,7 +715,7 @@ class WildLife final : private MachineWatcher {
     if (!isHeard())
       return;
     const std::optional<kit::Value> answer = successIn(outcome);
-    witness_.exchangeEnds(exchange, answer);
+    witness_.exchangeEnds(exchange, outcome.isNotSent(), answer);
     const LifeExchange* const ended = witness_.facts.handled();
     if (ended == nullptr)
       return;
@@ -787,6 +795,8 @@ class WildLife final : private MachineWatcher {
     transcript_.add(request.body);
     trace("  request ", request.url);
     leaving_ = witness_.requestLeaves(request);
+    if (leaving_ != nullptr)
+      tell([&](LifeChecker& checker) { checker.requestLeaves(*leaving_); });
   }
 
   Answer serve(const kit::Request& request) {

@@ -30,6 +30,7 @@ class Meddler final : public MachineMeddler {
   bool losesHandlerOf(const kit::Request& request) override {
     return sabotage_ == WildSabotage::kLosesHandlers && isBatch(request);
   }
+  bool losesTheWishWhileRequestsWait() override { return sabotage_ == WildSabotage::kLetsOutWhatWaits; }
   bool spoilsAnswerTo(const kit::Request& request) override {
     return sabotage_ == WildSabotage::kSpoilsDemographics &&
            testing::endpointOf(request.url) == ServiceEndpoint::kDemographics;

@@ -19,6 +19,7 @@ enum class WildSabotage : uint8_t {
   kRetriesTwice,        ///< each conversion that is put off is put off twice
   kLosesHandlers,       ///< the handler of a batch never runs
   kLosesTheWish,        ///< the wish to be forgotten is never stored
+  kLetsOutWhatWaits,    ///< what waits leaves although the user has asked to be forgotten meanwhile
   kIsAnotherDevice,     ///< the identifier of the install is never stored
   kForgetsTheAccount,   ///< the stored account is no account
   kSpoilsDemographics,  ///< no answer to demographics ever arrives

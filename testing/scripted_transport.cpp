@@ -140,12 +140,10 @@ void ScriptedTransport::beginWaiting(const std::string& host) {
 
 /// The first that may leave; null when there is none.
 std::shared_ptr<ScriptedTransport::Exchange> ScriptedTransport::takeFirst(Host& host) const {
-  const auto may_leave = [this](const auto& exchange) { return !held_ || exchange->request.passes_hold; };
-  const auto first = std::find_if(host.waiting.begin(), host.waiting.end(), may_leave);
-  if (host.busy >= kMaxConnectionsPerHost || first == host.waiting.end())
+  if (host.busy >= kMaxConnectionsPerHost || host.waiting.empty())
     return nullptr;
-  auto taken = *first;
-  host.waiting.erase(first);
+  auto taken = std::move(host.waiting.front());
+  host.waiting.pop_front();
   return taken;
 }
 
@@ -207,36 +205,6 @@ kit::TransportOutcome ScriptedTransport::outcomeOf(const Answer& answer, const k
     outcome.error = kit::Error{request.url + ": the answer is larger than " + std::to_string(limit) + " bytes"};
   }
   return outcome;
-}
-
-void ScriptedTransport::setHeld(bool held) {
-  std::vector<std::string> hosts;
-  {
-    const std::lock_guard lock(mutex_);
-    held_ = held;
-    for (const auto& [name, host] : hosts_)
-      hosts.push_back(name);
-  }
-  if (held)
-    return;
-  for (const std::string& host : hosts)
-    loop_.mainQueue().async([this, host] { beginWaiting(host); });
-}
-
-void ScriptedTransport::refuseWaiting(const std::string& error) {
-  std::vector<std::shared_ptr<Exchange>> refused;
-  {
-    const std::lock_guard lock(mutex_);
-    for (auto& [name, host] : hosts_) {
-      const auto first = std::stable_partition(host.waiting.begin(), host.waiting.end(),
-                                               [](const auto& exchange) { return exchange->request.passes_hold; });
-      host.busy += static_cast<size_t>(host.waiting.end() - first);
-      refused.insert(refused.end(), first, host.waiting.end());
-      host.waiting.erase(first, host.waiting.end());
-    }
-  }
-  for (const auto& exchange : refused)
-    loop_.mainQueue().async([this, exchange, error] { finish(exchange, failure(error)); });
 }
 
 // ------------------------------------------------------------------------------------------------------------ looking

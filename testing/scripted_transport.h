@@ -115,11 +115,6 @@ class ScriptedTransport : public kit::Transport {
   /// Called for each request as it leaves, before its answer is chosen.
   void setObserver(std::function<void(const kit::Request&)> observer) { observer_ = std::move(observer); }
 
-  /// While held, what has not left waits, but for what passes a hold.
-  void setHeld(bool held);
-  /// Fails what waits, but for what passes a hold, with this error.
-  void refuseWaiting(const std::string& error);
-
   /// Requests that were started and whose handler has not run.
   size_t unanswered() const;
   /// Requests that wait for a connection to their host.

@@ -43,6 +43,8 @@ kit::Request requestOf(const std::string& url, const std::string& body) {
 /// Why the service does not have it.
 std::optional<std::string> failureOf(const kit::TransportOutcome& outcome) {
   constexpr int kOk = 200;
+  if (outcome.isNotSent())
+    return "not sent: the user has asked to be forgotten";
   if (outcome.error)
     return visible(outcome.error->message);
   if (outcome.response->status_code == kOk)

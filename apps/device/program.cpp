@@ -18,6 +18,7 @@
 #include "apps/device/terminal_source.h"
 #include "host/machine/turn_gate.h"
 #include "host/net/curl_transport.h"
+#include "host/sending/exchange_queue.h"
 
 namespace morvik_device {
 namespace {
@@ -51,7 +52,12 @@ class Reporting {
  public:
   Reporting(const Options& options, Phone& phone, std::ostream& errors)
       : phone_(phone),
-        transport_({.ca_file = options.host.ca_file}, phone.host().mainQueue(), gate_),
+        transport_(std::make_unique<morvik::host::CurlTransport>(
+                       morvik::host::CurlTransportOptions{.ca_file = options.host.ca_file}),
+                   {.ca_file = "",
+                    .main_queue = phone.host().mainQueue(),
+                    .gate = gate_,
+                    .is_forgotten = [&phone] { return phone.host().isGdprForgetMe(); }}),
         reporter_(transport_, withSlash(options.host.service_url), phone.installId(),
                   [&errors](const std::string& line) { errors << "morvik-device: " << line << std::endl; }) {}
 
@@ -60,7 +66,7 @@ class Reporting {
  private:
   Phone& phone_;
   morvik::host::TurnGate gate_;
-  morvik::host::CurlTransport transport_;
+  morvik::host::ExchangeQueue transport_;
   LedgerReporter reporter_;
 };
 

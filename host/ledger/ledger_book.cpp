@@ -470,7 +470,7 @@ LedgerLoad LedgerBook::exchangeDidEnd(const kit::ExchangeResult& result) {
   return {running->activities.size(), running->click};
 }
 
-void LedgerBook::handlerEnded(uint64_t id) {
+void LedgerBook::handlerEnded(uint64_t id, LedgerDeparted departed) {
   handler_thread_ = std::thread::id();
   kit::Value clicks;  // let go of when the mutex is free, as in set()
   const Hold hold(*this);
@@ -482,7 +482,8 @@ void LedgerBook::handlerEnded(uint64_t id) {
     if (is_accepted) {
       credit(Kind::kReEngagementClicks, exchange, 1);
     } else {
-      const Reason reason = whyClickLost(exchange, traces_, clicks);
+      const Reason reason =
+          departed == LedgerDeparted::kNo ? Reason::kForgotten : whyClickLost(exchange, traces_, clicks);
       noteWhetherBroken(Kind::kReEngagementClicks, reason);
       accounts_.giveUp(Kind::kReEngagementClicks, reason, 1);
     }

@@ -64,6 +64,9 @@ struct LedgerLoad {
   kit::Value click;  ///< absent: none
 };
 
+/// Whether a request whose handler runs has left the device.
+enum class LedgerDeparted : bool { kNo, kYes };
+
 /// Any thread, each call by itself. A mutex of its own, taken after the house lock and before the door; nothing is
 /// called out under it but the store. A call costs what the change does that it is told of: for one that was appended a
 /// comparison of handles, for a list that was trimmed one walk over it.
@@ -114,7 +117,8 @@ class LedgerBook {
   /// How many activities the exchange carries, which has not ended; nothing when it is no batch.
   std::optional<size_t> activitiesOfBatch(uint64_t exchange);
   void handlerBegins(uint64_t exchange);
-  void handlerEnded(uint64_t exchange);
+  /// `departed`: whether the request left at all.
+  void handlerEnded(uint64_t exchange, LedgerDeparted departed = LedgerDeparted::kYes);
 
   // The background queue's: a click that is sent from there was sent before.
   void backgroundBlockBegins();

@@ -40,6 +40,8 @@ constexpr LedgerRule kRules[] = {
     missing(Kind::kImpressions),
     unexplained(Kind::kImpressions),
     {Kind::kReEngagementClicks, Reason::kNotAccepted, "notAccepted", "answered, but neither accepted nor failed", true},
+    {Kind::kReEngagementClicks, Reason::kForgotten, "forgotten", "not sent yet when the user asked to be forgotten",
+     true},
     {Kind::kReEngagementClicks, Reason::kNewerClick, "newerClick", "failed after a newer click had come", true},
     {Kind::kReEngagementClicks, Reason::kSameKey, "sameKey", "failed while one with the same key was kept", true},
     {Kind::kReEngagementClicks, Reason::kSessionEnded, "sessionEnded", "failed after the session had ended", true},

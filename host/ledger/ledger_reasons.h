@@ -31,6 +31,7 @@ enum class LedgerReason : uint8_t {
   kPlaceTaken,
   kAddedDuringUpload,
   kNotAccepted,
+  kForgotten,
   kNewerClick,
   kSameKey,
   kSessionEnded,

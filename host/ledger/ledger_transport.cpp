@@ -10,16 +10,18 @@ namespace {
 /// As long as a handler runs.
 class RunningHandler {
  public:
-  RunningHandler(LedgerBook& book, uint64_t exchange) : book_(book), exchange_(exchange) {
+  RunningHandler(LedgerBook& book, uint64_t exchange, LedgerDeparted departed)
+      : book_(book), exchange_(exchange), departed_(departed) {
     book_.handlerBegins(exchange_);
   }
-  ~RunningHandler() { book_.handlerEnded(exchange_); }
+  ~RunningHandler() { book_.handlerEnded(exchange_, departed_); }
   RunningHandler(const RunningHandler&) = delete;
   RunningHandler& operator=(const RunningHandler&) = delete;
 
  private:
   LedgerBook& book_;
   const uint64_t exchange_;
+  const LedgerDeparted departed_;
 };
 
 }  // namespace
@@ -30,11 +32,11 @@ void LedgerTransport::start(kit::Request request, std::function<void(kit::Transp
     return transport_.start(std::move(request), std::move(handler));
   if (const auto activities = batch_leaves_ ? book_.activitiesOfBatch(exchange) : std::nullopt)
     batch_leaves_(*activities);
-  transport_.start(std::move(request),
-                   [&book = book_, exchange, handler = std::move(handler)](kit::TransportOutcome outcome) {
-                     const RunningHandler running(book, exchange);
-                     handler(std::move(outcome));
-                   });
+  transport_.start(
+      std::move(request), [&book = book_, exchange, handler = std::move(handler)](kit::TransportOutcome outcome) {
+        const RunningHandler running(book, exchange, outcome.isNotSent() ? LedgerDeparted::kNo : LedgerDeparted::kYes);
+        handler(std::move(outcome));
+      });
 }
 
 }  // namespace morvik::host

@@ -21,7 +21,7 @@ class LedgerTransport final : public MachineTransport {
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override;
   size_t inFlight() const override { return transport_.inFlight(); }
   void setHeld(bool held) override { transport_.setHeld(held); }
-  void refuseWaiting(const kit::Error& error) override { transport_.refuseWaiting(error); }
+  void wishDidChange() override { transport_.wishDidChange(); }
   void shutdown() override { transport_.shutdown(); }
 
  private:

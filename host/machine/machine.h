@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -118,17 +119,44 @@ class MachineBackground : public kit::BackgroundQueue {
   virtual void stop(std::chrono::steady_clock::time_point deadline) = 0;
 };
 
+/// Exchanges with one host that are under way at the same time, and so connections to it.
+inline constexpr size_t kMaxConnectionsPerHost = 6;
+
+using TransportHandler = std::function<void(kit::TransportOutcome)>;
+
+/// What carries requests. Who may leave, when and how many at a time is decided before (ExchangeQueue).
+class MachineNetwork {
+ public:
+  virtual ~MachineNetwork() = default;
+  /// Begins the exchange now; its time-out counts from here. `done` is called once, with an answer or an error, on any
+  /// thread, possibly this one; not after shutdown(). Any thread; does not wait for the network.
+  virtual void begin(kit::Request request, TransportHandler done) = 0;
+  /// Cancels what is under way and lets go of what it was handed. When it has returned, no `done` is called any more.
+  /// May be called again. Takes a few ten milliseconds at most.
+  virtual void shutdown() = 0;
+};
+
+/// The transport of the host, with what the host asks of it beyond the port.
 class MachineTransport : public kit::Transport {
  public:
   /// Requests that were started and whose handler has not begun. Any thread.
   virtual size_t inFlight() const = 0;
-  /// While held, what has not begun waits, in order and however long; its time-out counts from when it begins. What
-  /// passes a hold (kit::Request) does not wait for the others. What runs goes on. Any thread; does not block.
+  /// While held, what has not left is dealt with as it says itself (kit::WhenHeld); the time-out of what waits counts
+  /// from when it leaves. What is under way goes on. Any thread; does not block.
   virtual void setHeld(bool held) = 0;
-  /// Fails what waits, but for what passes a hold, with this error. Any thread; does not block.
-  virtual void refuseWaiting(const kit::Error& error) = 0;
+  /// The user's wish has changed: what waits and may not leave any more ends as not sent. Any thread; does not block.
+  virtual void wishDidChange() = 0;
   /// Cancels what is in flight, within two seconds. No handler begins from here on. May be called again.
   virtual void shutdown() = 0;
+};
+
+/// What decides whether a request leaves. All of it outlives the transport.
+struct TransportParts {
+  std::string ca_file;
+  kit::MainQueue& main_queue;
+  TurnGate& gate;  ///< what a turn starts leaves when the turn is over
+  /// The user has asked to be forgotten. Called on any thread, under a lock: it must not wait or call back.
+  std::function<bool()> is_forgotten;
 };
 
 /// How opening a store went. In every case the store can be used; in the last four it lives in memory.
@@ -243,9 +271,7 @@ class Machine {
   virtual std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) = 0;
   /// Whether time and threads are real, so that an end may have to be waited for and left to itself.
   virtual bool hasThreads() const { return true; }
-  /// What a turn of `gate` starts leaves when the turn is over.
-  virtual std::unique_ptr<MachineTransport> makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
-                                                          TurnGate& gate) = 0;
+  virtual std::unique_ptr<MachineTransport> makeTransport(TransportParts parts) = 0;
 };
 
 }  // namespace morvik::host

@@ -10,6 +10,7 @@
 #include "host/machine/system_facts.h"
 #include "host/machine/system_threads.h"
 #include "host/net/curl_transport.h"
+#include "host/sending/exchange_queue.h"
 #include "host/store/sqlite_store.h"
 
 namespace morvik::host {
@@ -59,9 +60,9 @@ std::unique_ptr<MachineBackground> SystemMachine::makeBackground(const services:
   return std::make_unique<BackgroundThread>(logger);
 }
 
-std::unique_ptr<MachineTransport> SystemMachine::makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
-                                                               TurnGate& gate) {
-  return std::make_unique<CurlTransport>(CurlTransportOptions{.ca_file = ca_file}, main_queue, gate);
+std::unique_ptr<MachineTransport> SystemMachine::makeTransport(TransportParts parts) {
+  auto network = std::make_unique<CurlTransport>(CurlTransportOptions{.ca_file = parts.ca_file});
+  return std::make_unique<ExchangeQueue>(std::move(network), std::move(parts));
 }
 
 }  // namespace morvik::host

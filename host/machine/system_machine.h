@@ -19,8 +19,7 @@ class SystemMachine : public Machine {
                                                     kit::LogSink& log) override;
   std::unique_ptr<MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
   std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) override;
-  std::unique_ptr<MachineTransport> makeTransport(const std::string& ca_file, kit::MainQueue& main_queue,
-                                                  TurnGate& gate) override;
+  std::unique_ptr<MachineTransport> makeTransport(TransportParts parts) override;
 };
 
 }  // namespace morvik::host

@@ -13,9 +13,9 @@
 
 #include "host/net/answer_body.h"
 #include "host/net/curl_transport.h"
-#include "host/net/handler_delivery.h"
 #include "host/net/header_list.h"
 #include "host/net/request_target.h"
+#include "host/sending/handler_delivery.h"
 #include "kit/transport.h"
 
 namespace morvik::host {

@@ -13,8 +13,6 @@
 #include "host/life/own_process.h"
 #include "host/net/curl_exchange.h"
 #include "host/net/curl_transport.h"
-#include "host/net/handler_delivery.h"
-#include "host/net/host_queues.h"
 #include "kit/transport.h"
 
 namespace morvik::host {
@@ -22,17 +20,13 @@ namespace morvik::host {
 /// One curl multi handle on one thread. add() and stop() come from any thread; everything else happens on its own.
 class CurlLoop {
  public:
-  CurlLoop(CurlTransportOptions options, std::shared_ptr<HandlerDelivery> delivery);
+  explicit CurlLoop(CurlTransportOptions options);
   CurlLoop(const CurlLoop&) = delete;
   CurlLoop& operator=(const CurlLoop&) = delete;
   ~CurlLoop() { stop(); }
 
   /// Hands over a request; the first one starts the thread. After stop(), and in a forked child, it is dropped.
   void add(kit::Request request, TransportHandler handler);
-  /// While held, only what passes a hold begins.
-  void setHeld(bool held);
-  /// Fails, soon, what has come in and not begun, but for what passes a hold.
-  void refuseWaiting(const kit::Error& error);
   /// Ends the thread and drops every request. No step of the thread waits for the network, so this takes no longer than
   /// the longest of them: reading the authorities' certificates, some ten milliseconds.
   void stop();
@@ -54,25 +48,17 @@ class CurlLoop {
   void run();
   bool openCurl();
   bool takeArrivals(std::vector<Arrival>& arrivals);
-  void enqueue(Arrival arrival);
-  void beginReady();
-  std::optional<Exchange> takeReady();
-  void failRefused();
-  void begin(Exchange exchange);
+  void begin(Arrival arrival);
   void finishDone();
-  void fail(TransportHandler handler, kit::Error error);
-  /// Answers all that wait with why nothing can be sent; the lock is held.
+  /// Answers all that have come in with why nothing can be sent, outside the lock.
   void failArrivals();
 
   const CurlTransportOptions options_;
-  const std::shared_ptr<HandlerDelivery> delivery_;
   const OwnProcess process_;
 
   std::mutex mutex_;  // guards what follows
   std::vector<Arrival> arrivals_;
   bool stopping_ = false;
-  bool held_ = false;
-  std::optional<kit::Error> refusal_;      ///< for what waits now
   std::optional<kit::Error> unavailable_;  ///< why no request can ever be sent
   CURLM* awake_ = nullptr;                 ///< whom to wake for an arrival; null before the thread waits for one
   std::thread thread_;
@@ -80,7 +66,6 @@ class CurlLoop {
   // The thread's own. In this order: exchanges go before the handle they are part of, that before the sessions.
   std::unique_ptr<CURLSH, ShareRelease> sessions_;
   std::unique_ptr<CURLM, MultiRelease> multi_;
-  HostQueues<Exchange> queues_;
   std::unordered_map<CURL*, Exchange> running_;
 };
 

@@ -212,6 +212,9 @@ void Flushes::batchDidEnd(BatchEnd end) {
     return;
   const bool has_network = parts_.util.getNetworkStatus() != kit::kNetworkUnknown;
   const FlushReason without_answer = has_network ? FlushReason::kNoAnswer : FlushReason::kNoNetwork;
+  // Who is not forgotten was held.
+  if (end == BatchEnd::kNotSent)
+    return finishAll(obstacle().value_or(FlushReason::kSendingOff));
   for (const FlushPointer& flush : begun()) {
     // Accepted, and not all gone: there are records that no answer removes.
     if (flush->was_pushed)

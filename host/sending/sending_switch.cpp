@@ -54,8 +54,6 @@ void SendingSwitch::apply() {
 }
 
 void SendingSwitch::resume() {
-  if (parts_.services.isGDPRForgetMe())
-    parts_.transport.refuseWaiting({"not sent: the user asked to be forgotten while it waited for sending to be on"});
   parts_.services.setIsSendingOff(false);
   {
     const std::scoped_lock hold(mutex_);

@@ -103,14 +103,14 @@ TEST_F(Sending, OffLetsTheErasureThrough) {
   switchOff();
   world.loop.perform([this] { world.core().gdprForgetMe(true); });
   EXPECT_THAT(asked(world), ElementsAre(services::kGdprReqUrlPath));
-  EXPECT_TRUE(world.requests()[0].passes_hold);
+  EXPECT_EQ(world.requests()[0].when_held, kit::WhenHeld::kPasses);
 }
 
 TEST_F(Sending, OrdinaryRequestsDoNotPassAHold) {
   world.becomeActive();
   ASSERT_THAT(world.requests(), Not(IsEmpty()));
   for (const kit::Request& request : world.requests())
-    EXPECT_FALSE(request.passes_hold) << request.url;
+    EXPECT_NE(request.when_held, kit::WhenHeld::kPasses) << request.url;
 }
 
 TEST_F(Sending, OffTheRequestOperationIsTheLastGate) {

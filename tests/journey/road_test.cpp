@@ -53,7 +53,7 @@ class MachineNetwork final : public host::MachineTransport {
   }
   size_t inFlight() const override { return network_.unanswered(); }
   void setHeld(bool) override {}
-  void refuseWaiting(const kit::Error&) override {}
+  void wishDidChange() override {}
   void shutdown() override {}
 
  private:

@@ -31,7 +31,8 @@
 #include "host/loop/system_clock.h"
 #include "host/machine/turn_gate.h"
 #include "host/net/curl_transport.h"
-#include "host/net/handler_delivery.h"
+#include "host/sending/exchange_queue.h"
+#include "host/sending/handler_delivery.h"
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
 #include "testing/sealed_payload.h"
@@ -70,7 +71,7 @@ class AnsweringThread final : public host::MachineTransport {
   }
   size_t inFlight() const override { return delivery_.unanswered(); }
   void setHeld(bool) override {}
-  void refuseWaiting(const kit::Error&) override {}
+  void wishDidChange() override {}
   void shutdown() override {
     delivery_.close(std::chrono::duration<double>(host::kGiveUp).count());
     {
@@ -513,7 +514,9 @@ TEST(Threads, AShutdownWithARequestInFlightIsQuickRunsNoHandlerAndKeepsTheEvents
   test::ScratchFolder folder;
   {
     Machine machine(folder.path(), server.url());
-    host::CurlTransport network({}, machine.loop, machine.gate);
+    host::ExchangeQueue network(
+        std::make_unique<host::CurlTransport>(host::CurlTransportOptions{}),
+        {.ca_file = "", .main_queue = machine.loop, .gate = machine.gate, .is_forgotten = [] { return false; }});
     AssembledKit parts(machine.around(network));
     parts.properties.setFendoUserInfo_fendoUserNo(1001);
     parts.properties.setFendoUserInfo_referralKey(7);

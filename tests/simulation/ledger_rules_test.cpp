@@ -377,6 +377,23 @@ TEST_F(LedgerRules, KnowAClickThatFailedAfterANewerOneCame) {
   EXPECT_EQ(of("re-engagement clicks").delivered, 1U);
 }
 
+TEST_F(LedgerRules, KnowTheClicksThatHadNotLeftWhenTheUserAskedToBeForgotten) {
+  at(kReEngagement).always(clickAccepted(0).after(5));
+  open();
+  wait(1);
+  for (int64_t key = 1; key <= 10; ++key)
+    follow(click(key));
+  wait(1);
+  EXPECT_EQ(of("re-engagement clicks").under_way, 10U);
+  phone->gdprForgetMe(true);
+  wait(10);
+  EXPECT_EQ(machine.transport.requests(kReEngagement).size(), 6U);
+  EXPECT_EQ(of("re-engagement clicks").under_way, 0U);
+  EXPECT_EQ(of("re-engagement clicks").delivered, 6U);
+  EXPECT_THAT(givenUp("re-engagement clicks"),
+              ElementsAre(Pair("not sent yet when the user asked to be forgotten", 4U)));
+}
+
 TEST_F(LedgerRules, RecordOnceMoreAClickThatALateFailureKeptAlthoughItWasAccepted) {
   at(kReEngagement).then(failed().after(5)).then(clickAccepted(6));
   open();

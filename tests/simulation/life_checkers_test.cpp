@@ -32,6 +32,12 @@ class LifeCheckers : public ::testing::Test {
     exchange.url = "https://service.example/";
     tell([&](LifeChecker& checker) { checker.requestStarts(exchange); });
   }
+  void leave(ServiceEndpoint endpoint) {
+    LifeExchange exchange;
+    exchange.endpoint = endpoint;
+    exchange.url = "https://service.example/";
+    tell([&](LifeChecker& checker) { checker.requestLeaves(exchange); });
+  }
   void end(ServiceEndpoint endpoint, const std::optional<kit::Value>& answer) {
     LifeExchange exchange;
     exchange.endpoint = endpoint;
@@ -91,6 +97,16 @@ TEST_F(LifeCheckers, LetNothingButTheErasureOfTheForgottenLeave) {
   facts_.knows_its_store = false;
   start(ServiceEndpoint::kSchedule);
   EXPECT_THAT(complaints(), IsEmpty()) << "it cannot know";
+}
+
+TEST_F(LifeCheckers, LetNothingLeaveThatStartedBeforeTheUserAskedToBeForgotten) {
+  start(ServiceEndpoint::kReEngagement);
+  facts_.wants_to_be_forgotten = true;
+  EXPECT_THAT(complaints(), IsEmpty());
+  leave(ServiceEndpoint::kErasure);
+  EXPECT_THAT(complaints(), IsEmpty());
+  leave(ServiceEndpoint::kReEngagement);
+  EXPECT_THAT(complaints(), ElementsAre(kForgottenIsSilent));
 }
 
 TEST_F(LifeCheckers, AllowNineRetriesAndOneRefetchBetweenTwoSuccesses) {

@@ -88,7 +88,7 @@ TEST(Sending, OffIsAtOnceForCallsThatFollow) {
   EXPECT_THAT(device.network().requests(), SizeIs(before));
 }
 
-TEST(Sending, OffLetsWhatTheSameTurnHasBegunWait) {
+TEST(Sending, OffEndsABatchThatTheSameTurnHasBegunAndOnMakesItAnew) {
   AttributedDevice device;
   device.advance(minutes(2));
   const size_t before = batches(device);
@@ -99,7 +99,50 @@ TEST(Sending, OffLetsWhatTheSameTurnHasBegunWait) {
   });
   device.advance(hours(5));
   EXPECT_EQ(batches(device), before);
-  EXPECT_EQ(device.host().pending().requests, 1u) << "it waits, however long";
+  EXPECT_EQ(device.host().pending().requests, 0u);
+  EXPECT_EQ(device.waiting("shop", "purchase"), 1u);
+  device.kit().addActivity("shop", "later");
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_EQ(batches(device), before + 1);
+  EXPECT_EQ(device.delivered("shop", "purchase"), 1u);
+  EXPECT_EQ(device.delivered("shop", "later"), 1u) << "in the same batch";
+}
+
+TEST(Sending, OnAgainDeliversWhatWasAddedToABatchThatHadNotLeft) {
+  AttributedDevice device;
+  device.perform([&device] {
+    device.kit().addActivity("shop", "purchase");
+    device.kit().setAge(33);
+    device.kit().pushTracking();
+    device.kit().setSendingEnabled(false);
+  });
+  Impression impression;
+  impression.space_key = "banner";
+  device.kit().addImpression(impression);
+  device.kit().setAge(34);
+  device.settle();
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  const Ledger ledger = device.kit().ledger();
+  EXPECT_EQ(ledger.of("impressions").delivered, 1u);
+  EXPECT_EQ(ledger.of("demographics").stored, 0u);
+  EXPECT_EQ(ledger.of("impressions").givenUp(), 0u);
+  EXPECT_TRUE(ledger.isSound());
+}
+
+TEST(Sending, ASessionThatStartsWhileItIsOffFreesNoSecondBatch) {
+  AttributedDevice device;
+  const size_t before = batches(device);
+  device.perform([&device] {
+    device.kit().addActivity("shop", "purchase");
+    device.kit().pushTracking();
+    device.kit().setSendingEnabled(false);
+  });
+  device.leave();
+  device.advance(hours(1));
+  device.open();
+  EXPECT_EQ(batches(device), before);
   device.kit().setSendingEnabled(true);
   device.settle();
   EXPECT_EQ(batches(device), before + 1);
@@ -281,6 +324,18 @@ TEST_F(Flushing, TriesItselfWhenTheBatchBeforeItFailed) {
   EXPECT_EQ(reason(), FlushReason::kDelivered);
   EXPECT_EQ(device.delivered("shop", "first"), 1u);
   EXPECT_EQ(device.delivered("shop", "second"), 1u);
+}
+
+TEST_F(Flushing, BehindABatchThatIsHeldTellsThatSendingIsOff) {
+  AttributedDevice device;
+  device.perform([this, &device] {
+    device.kit().addActivity("shop", "purchase");
+    device.kit().pushTracking();
+    device.kit().flush([this](const FlushResult& result) { results.push_back(result); }, seconds(30));
+    device.kit().setSendingEnabled(false);
+  });
+  device.advance(seconds(1));
+  EXPECT_EQ(reason(), FlushReason::kSendingOff);
 }
 
 TEST_F(Flushing, SeveralAtOnceShareABatchAndAreToldOnceEach) {

@@ -88,8 +88,8 @@ TEST(LedgerReasons, AreStoredUnderKeysThatNeverChange) {
   EXPECT_EQ(all,
             "activities: keptSession placeTaken processEnded byHand missing unexplained\n"
             "impressions: addedDuringUpload placeTaken processEnded byHand missing unexplained\n"
-            "re-engagement clicks: notAccepted newerClick sameKey sessionEnded sixthSessionEnd otherKeyAccepted "
-            "processEnded byHand missing unexplained\n"
+            "re-engagement clicks: notAccepted forgotten newerClick sameKey sessionEnded sixthSessionEnd "
+            "otherKeyAccepted processEnded byHand missing unexplained\n"
             "commerce clicks: addedDuringUpload emptyAnswer processEnded byHand missing unexplained\n"
             "crash reports: addedDuringUpload emptyAnswer processEnded byHand missing unexplained\n"
             "demographics: replaced takenBack addedDuringUpload noIdentifier processEnded byHand missing unexplained");

@@ -17,7 +17,7 @@ class HoldingTransport final : public MachineTransport {
   }
   size_t inFlight() const override { return handlers.size(); }
   void setHeld(bool) override {}
-  void refuseWaiting(const kit::Error&) override {}
+  void wishDidChange() override {}
   void shutdown() override { is_shut_down = true; }
   std::vector<kit::Request> started;
   std::vector<std::function<void(kit::TransportOutcome)>> handlers;

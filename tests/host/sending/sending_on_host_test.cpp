@@ -88,6 +88,7 @@ class SendingOnHost : public ::testing::Test {
   testing::RecordingLog log;
   HostOptions options;
   std::atomic<bool> answers_batches{true};
+  std::atomic<bool> answers_clicks{true};
 
  private:
   void serve(const test::ServedRequest& request, test::Peer& peer) {
@@ -97,6 +98,8 @@ class SendingOnHost : public ::testing::Test {
         peer.answer(200, R"({"Result":true})");
       return;
     }
+    if (asks(services::kReEngagementConversionPath) && !answers_clicks)
+      return;
     if (asks(services::kConversionPath))
       return peer.answer(200, R"({"Result":true,"Data":{"user_no":1001,"referralKey":7}})");
     peer.answer(200, R"({"Result":true})");
@@ -228,10 +231,49 @@ TEST_F(SendingOnHost, OffIsAtOnceWhateverTheMainQueueIsAt) {
   host->setSendingEnabled(false);
   go_on.set_value();
   turn(*host);
-  EXPECT_EQ(host->pending().requests, 1u) << "the turn had begun it; it waits";
+  turn(*host);
+  EXPECT_EQ(host->pending().requests, 0u) << "the turn had begun it; it is made anew";
   EXPECT_EQ(arrived(""), before);
   host->setSendingEnabled(true);
   EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered);
+}
+
+TEST_F(SendingOnHost, AWishStopsWhatWaitsForAConnection) {
+  const auto host = makeAttributed();
+  answers_clicks = false;
+  for (int key = 1; key <= 20; ++key)
+    host->passOpenURL("shop://offer?mrvk_eng=1&sn=3&ck=" + std::to_string(key));
+  while (arrived(services::kReEngagementConversionPath) < kMaxConnectionsPerHost)
+    turn(*host);
+  EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
+  turn(*host);
+  turn(*host);
+  EXPECT_EQ(host->pending().requests, kMaxConnectionsPerHost + 1) << "those that have left, and the erasure";
+  EXPECT_EQ(arrived(services::kReEngagementConversionPath), kMaxConnectionsPerHost);
+  host->stop();
+  EXPECT_EQ(arrived(services::kReEngagementConversionPath), kMaxConnectionsPerHost);
+}
+
+TEST_F(SendingOnHost, AWishStopsWhatTheTurnOfAnotherThreadHasStarted) {
+  const auto host = makeAttributed();
+  const size_t before = arrived("");
+  std::promise<void> in_turn;
+  std::promise<void> go_on;
+  host->perform([&] {
+    host->addActivity("shop", "purchase", std::nullopt);
+    host->pushTracking();
+    in_turn.set_value();
+    go_on.get_future().wait();
+  });
+  in_turn.get_future().wait();
+  host->setOffline(true);
+  EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
+  go_on.set_value();
+  turn(*host);
+  turn(*host);
+  EXPECT_EQ(host->pending().requests, 0u);
+  EXPECT_EQ(arrived(""), before);
+  EXPECT_EQ(host->ledger().of("activities").stored, 1u);
 }
 
 TEST_F(SendingOnHost, SwitchedByManyThreadsItEndsAsItWasSwitchedLast) {

@@ -1,4 +1,4 @@
-#include "host/net/handler_delivery.h"
+#include "host/sending/handler_delivery.h"
 
 #include <gtest/gtest.h>
 

@@ -2,15 +2,13 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <memory>
 
+#include "host/machine/machine.h"
 #include "kit/queues.h"
 #include "kit/transport.h"
 
 namespace morvik::host {
-
-using TransportHandler = std::function<void(kit::TransportOutcome)>;
 
 /// Any thread. The main queue must live until close() has returned; blocks that it still holds then do nothing.
 class HandlerDelivery {

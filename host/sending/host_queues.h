@@ -12,18 +12,17 @@
 #include <utility>
 #include <vector>
 
-namespace morvik::host {
+#include "host/machine/machine.h"
 
-/// Exchanges with one host at the same time, and so connections to it.
-inline constexpr size_t kMaxConnectionsPerHost = 6;
+namespace morvik::host {
 
 /// For each host, the exchanges that run are counted and the others wait in order. The wait is not bounded in number;
 /// it costs the waiting request nothing of its time-out. One thread.
 template <class Item>
 class HostQueues {
  public:
-  /// Takes in a new one; it comes out of takeReady() when its host has a place for it. `passes_hold`: also while others
-  /// are held.
+  /// Takes in a new one; it comes out of takeReady() when its host has a place for it. `passes_hold`: ahead of all that
+  /// do not, and also while those are held.
   void add(const std::string& host, Item item, bool passes_hold = false) {
     Host& entry = hosts_[host];
     (passes_hold ? entry.passing : entry.ordinary).push_back({next_++, std::move(item)});
@@ -38,40 +37,27 @@ class HostQueues {
   /// The next one that may begin, the one that has waited longest first; nothing when there is none. While held, none
   /// may but those that pass a hold.
   std::optional<Item> takeReady(bool held = false) {
-    Host* host = nullptr;
-    Line* longest = nullptr;
-    for (auto& [name, entry] : hosts_) {
-      if (entry.running >= kMaxConnectionsPerHost)
-        continue;
-      for (Line* line : {&entry.passing, held ? nullptr : &entry.ordinary}) {
-        if (line == nullptr || line->empty() || (longest != nullptr && longest->front().number < line->front().number))
-          continue;
-        host = &entry;
-        longest = line;
-      }
-    }
-    if (longest == nullptr)
-      return std::nullopt;
-    ++host->running;
-    std::optional<Item> item(std::move(longest->front().item));
-    longest->pop_front();
-    return item;
+    std::optional<Item> passing = takeLongest(&Host::passing);
+    return passing || held ? std::move(passing) : takeLongest(&Host::ordinary);
   }
-  /// All that wait, in order, but for those that pass a hold.
-  std::vector<Item> takeWaiting() {
-    Line all;
+  /// All that wait and of which this is true, in order, but for those that pass a hold.
+  template <class Predicate>
+  std::vector<Item> takeWaitingIf(Predicate predicate) {
+    Line taken;
     for (auto& [name, entry] : hosts_) {
-      std::move(entry.ordinary.begin(), entry.ordinary.end(), std::back_inserter(all));
-      entry.ordinary.clear();
+      Line& line = entry.ordinary;
+      const auto first = std::stable_partition(line.begin(), line.end(),
+                                               [&](const Waiting& waiting) { return !predicate(waiting.item); });
+      std::move(first, line.end(), std::back_inserter(taken));
+      line.erase(first, line.end());
     }
     std::erase_if(hosts_, [](const auto& host) { return host.second.isIdle(); });
-    std::sort(all.begin(), all.end(), [](const Waiting& a, const Waiting& b) { return a.number < b.number; });
+    std::sort(taken.begin(), taken.end(), [](const Waiting& a, const Waiting& b) { return a.number < b.number; });
     std::vector<Item> items;
-    for (Waiting& each : all)
+    for (Waiting& each : taken)
       items.push_back(std::move(each.item));
     return items;
   }
-  void clear() { hosts_.clear(); }
 
  private:
   struct Waiting {
@@ -85,6 +71,25 @@ class HostQueues {
     Line ordinary;
     bool isIdle() const { return running == 0 && passing.empty() && ordinary.empty(); }
   };
+
+  std::optional<Item> takeLongest(Line Host::*of_host) {
+    Host* host = nullptr;
+    for (auto& [name, entry] : hosts_) {
+      const Line& line = entry.*of_host;
+      if (entry.running >= kMaxConnectionsPerHost || line.empty())
+        continue;
+      if (host == nullptr || line.front().number < (host->*of_host).front().number)
+        host = &entry;
+    }
+    if (host == nullptr)
+      return std::nullopt;
+    ++host->running;
+    Line& line = host->*of_host;
+    std::optional<Item> item(std::move(line.front().item));
+    line.pop_front();
+    return item;
+  }
+
   std::unordered_map<std::string, Host> hosts_;
   uint64_t next_ = 0;
 };
