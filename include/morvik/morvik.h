@@ -135,8 +135,8 @@ class MorvikCore {
 
   /// Whether the kit may send. Off: nothing leaves but an erasure; everything is recorded; opened URLs wait; requests
   /// that have left run to their end, and those that have not wait, or are made anew. On again, with a session open,
-  /// what a session start asks for and sends is asked for and sent. Not stored: HostOptions::sending says how a start begins.
-  /// At once, on any thread; what follows is posted.
+  /// what a session start asks for and sends is asked for and sent. Not stored: HostOptions::sending says how a start
+  /// begins. At once, on any thread; what follows is posted.
   virtual void setSendingEnabled(bool enabled) = 0;
 
   /// A URL opened the app: to be told of each, whatever is in it. By its query it is a campaign's re-engagement click,
@@ -170,7 +170,8 @@ class MorvikCore {
   /// then on, and after every restart, nothing of the kit leaves but this wish, and events of the app are refused. What
   /// waited to leave is not sent; an exchange that the network had begun runs to its end. What follows is posted: the
   /// wish goes to the erasure service if there is a network; without one, or when the service does not accept it, the
-  /// app calls again later (the kit does not). A call that repeats what the service has accepted does nothing. An accepted wish marks the user as forgotten, also one that takes an accepted erasure back.
+  /// app calls again later (the kit does not). A call that repeats what the service has accepted does nothing. An
+  /// accepted wish marks the user as forgotten, also one that takes an accepted erasure back.
   virtual Recorded gdprForgetMe(bool forget_me) = 0;
   /// Whether the user is marked as forgotten, as of now; in a forked child true. At once, on any thread.
   virtual bool isGdprForgetMe() const = 0;
