@@ -197,9 +197,11 @@ void ThingBook::arrives(ThingNumber number) {
 
 ThingBook::Strangers ThingBook::storedAre(Kind kind, const std::vector<std::string>& names) {
   std::vector<ThingNumber>& stored = stored_[indexOf(kind)];
-  for (const ThingNumber number : stored)
+  const std::vector<ThingNumber> before = std::exchange(stored, {});
+  for (const ThingNumber number : before) {
     things_[number].is_stored = false;
-  stored.clear();
+    things_[number].was_stored = true;
+  }
   Strangers strangers;
   for (const std::string& name : names) {
     const std::optional<ThingNumber> number = find(kind, name);
@@ -209,8 +211,12 @@ ThingBook::Strangers ThingBook::storedAre(Kind kind, const std::vector<std::stri
       strangers.doubled.push_back(name);
     } else {
       stored.push_back(*number);
+      if (!things_[*number].was_stored)
+        ++things_[*number].times_stored;
     }
   }
+  for (const ThingNumber number : before)
+    things_[number].was_stored = false;
   return strangers;
 }
 
@@ -287,10 +293,13 @@ ThingCounts ThingBook::counts(Kind kind) const {
 }
 
 uint64_t ThingBook::permitted(Kind kind, host::LedgerReason reason) const {
-  const auto& of_kind = of_kind_[indexOf(kind)];
-  return static_cast<uint64_t>(std::count_if(of_kind.begin(), of_kind.end(), [&](ThingNumber number) {
-    return (things_[number].may_go & bitOf(reason)) != 0;
-  }));
+  uint64_t times = 0;
+  for (const ThingNumber number : of_kind_[indexOf(kind)]) {
+    const Thing& thing = things_[number];
+    if ((thing.may_go & bitOf(reason)) != 0)
+      times += std::max<uint64_t>(1, thing.times_stored);
+  }
+  return times;
 }
 
 std::vector<ThingNumber> ThingBook::lost() const {

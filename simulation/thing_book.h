@@ -41,6 +41,8 @@ struct Thing {
   LedgerReasons may_go = 0;      ///< the rules that may let it go, by what was seen
   size_t under_way = 0;          ///< requests that carry it
   bool is_stored = false;
+  bool was_stored = false;      ///< while a list is compared with the one before
+  uint64_t times_stored = 0;    ///< so often it came into its list: a click may be struck off and kept again
   bool has_arrived = false;     ///< the service has it
   bool is_in_doubt = false;     ///< a death may have undone it
   bool is_undone = false;       ///< one did, or it is neither there nor needed: it arrived, or a rule let it go
@@ -113,7 +115,7 @@ class ThingBook {
   void settle(const std::array<uint64_t, host::kLedgerKinds>& recorded, double now);
 
   ThingCounts counts(host::LedgerKind kind) const;
-  /// How many may go, or might have gone, for this reason.
+  /// How many may go, or might have gone, for this reason; what came back counts as often as it was stored.
   uint64_t permitted(host::LedgerKind kind, host::LedgerReason reason) const;
   /// Those that are gone, and that nothing explains.
   std::vector<ThingNumber> lost() const;

@@ -75,6 +75,17 @@ TEST_F(ThingBookTest, LosesWhatIsNeitherStoredNorUnderWayNorArrived) {
   EXPECT_EQ(book_.permitted(kKind, LedgerReason::kPlaceTaken), 0U);
 }
 
+TEST_F(ThingBookTest, LetsWhatCameBackGoAsOftenAsItWasThere) {
+  const ThingNumber number = recordKept("one", 1);
+  book_.permit(number, LedgerReason::kKeptSession);
+  book_.storedAre(kKind, {"one"});
+  book_.storedAre(kKind, {"one"});
+  EXPECT_EQ(book_.permitted(kKind, LedgerReason::kKeptSession), 1U);
+  book_.storedAre(kKind, {});
+  book_.storedAre(kKind, {"one"});
+  EXPECT_EQ(book_.permitted(kKind, LedgerReason::kKeptSession), 2U);
+}
+
 TEST_F(ThingBookTest, TellsWhatNobodyRecordedAndWhatStandsThereTwice) {
   recordKept("one", 1);
   const ThingBook::Strangers strangers = book_.storedAre(kKind, {"one", "strange", "one"});
