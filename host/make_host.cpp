@@ -168,6 +168,7 @@ void frameTurns(HostParts& parts) {
   });
   parts.background->setFrame([&parts, committed](const kit::Block& block) {
     const LedgerBackgroundBlock background(parts.ledger);
+    const MorvikCoreServicesLib::BackgroundBlock one_answer(parts.services);
     committed(block);
   });
   parts.background->setWhenIdle([&parts] {

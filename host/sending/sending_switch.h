@@ -12,10 +12,10 @@ namespace morvik::host {
 
 class MorvikCoreServicesLib;
 
-/// Two gates stand one behind the other. The transport's closes at once, whoever switches off: what has not begun waits
-/// there. The services object's, which the core's operations ask, closes and opens between two turns of the main queue,
-/// or in the turn that switches: so a turn that has asked goes on as it began, and what it starts waits at the
-/// transport's. Any thread.
+/// Two gates stand one behind the other. The transport's closes at once, whoever switches off: what has not left waits
+/// there, or ends to be made anew. The services object's, which the core's operations ask, closes and opens between two
+/// turns of the main queue, or in the turn that switches, and for a block of the background queue before it begins: so
+/// what has asked goes on as it began, and what it starts meets the transport's. Any thread.
 class SendingSwitch {
  public:
   /// All of them outlive it.

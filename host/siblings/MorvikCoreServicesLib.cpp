@@ -71,6 +71,10 @@ std::string MorvikCoreServicesLib::activityGroupName(int group) const {
   return group == kSessionGroup ? services::kFendoActivityGroupSession : "";
 }
 
+bool MorvikCoreServicesLib::isSendingOff() const {
+  return background_thread_.load() == std::this_thread::get_id() ? was_sending_off_ : is_sending_off_.load();
+}
+
 void MorvikCoreServicesLib::setIsGDPRForgetMe(bool forget_me) {
   parts_.store.atTheDoor([this, forget_me] { is_forget_me_ = forget_me; });
 }

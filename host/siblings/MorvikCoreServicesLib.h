@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "host/ledger/ledger_book.h"
 #include "host/log/posted_lines.h"
@@ -53,8 +54,23 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   /// When it returns, no record of the app's is on its way in that was not let in before.
   void setIsGDPRForgetMe(bool forget_me) override;
   void setIsGDPRForgetMeServerSynced(bool synced) override { is_forget_me_synced_ = synced; }
-  bool isSendingOff() const override { return is_sending_off_; }
+  bool isSendingOff() const override;
   void setIsSendingOff(bool is_off) { is_sending_off_ = is_off; }
+  /// As long as it lives, isSendingOff() has one answer on the thread that made it: so nothing is counted as sent that
+  /// is then refused. What is started meanwhile waits where requests leave. One at a time.
+  class BackgroundBlock {
+   public:
+    explicit BackgroundBlock(MorvikCoreServicesLib& services) : services_(services) {
+      services_.was_sending_off_ = services_.is_sending_off_;
+      services_.background_thread_ = std::this_thread::get_id();
+    }
+    ~BackgroundBlock() { services_.background_thread_ = std::thread::id(); }
+    BackgroundBlock(const BackgroundBlock&) = delete;
+    BackgroundBlock& operator=(const BackgroundBlock&) = delete;
+
+   private:
+    MorvikCoreServicesLib& services_;
+  };
   /// True once the erasure service has accepted the user's wish.
   bool isGDPRForgetMeServerSynced() const { return is_forget_me_synced_; }
   double intervalSinceServerDate() const override { return interval_seconds_; }
@@ -116,6 +132,8 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   std::atomic<bool> is_forget_me_{false};
   std::atomic<bool> is_forget_me_synced_{false};
   std::atomic<bool> is_sending_off_{false};
+  std::atomic<std::thread::id> background_thread_{};  ///< whose block runs
+  bool was_sending_off_ = false;                      ///< when it began; that thread's alone
   std::atomic<double> interval_seconds_{0.0};
   std::atomic<bool> conversion_result_{false};
   std::atomic<int64_t> conversion_result_code_{0};

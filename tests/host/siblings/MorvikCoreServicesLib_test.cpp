@@ -81,6 +81,21 @@ class ServicesLib : public ::testing::Test {
   std::optional<MorvikCoreServicesLib> lib_;
 };
 
+TEST_F(ServicesLib, GivesABackgroundBlockOneAnswerAboutSendingAndOtherThreadsTheNewestOne) {
+  {
+    const MorvikCoreServicesLib::BackgroundBlock block(lib());
+    lib().setIsSendingOff(true);
+    EXPECT_FALSE(lib().isSendingOff());
+    bool elsewhere = false;
+    std::thread([&] { elsewhere = lib().isSendingOff(); }).join();
+    EXPECT_TRUE(elsewhere);
+  }
+  EXPECT_TRUE(lib().isSendingOff());
+  const MorvikCoreServicesLib::BackgroundBlock block(lib());
+  lib().setIsSendingOff(false);
+  EXPECT_TRUE(lib().isSendingOff());
+}
+
 TEST_F(ServicesLib, KnowsItsKeysAndTheSessionGroup) {
   EXPECT_EQ(lib().appKey(), "the app");
   EXPECT_EQ(lib().hashKey(), "the hash key");
