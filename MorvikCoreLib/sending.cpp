@@ -26,7 +26,9 @@ void MorvikCoreLib::sendingDidResume() {
     iAdConversion();
     getSchedule(scheduleParameters());
     sendPendingDemos();
-    askForAttribution();
+    // One that is under way brings its answer, or its retry.
+    if (!isAttributionUnderWay())
+      askForAttribution();
     if (store().MorvikCoreUserInfo_Crash().size() > 0)
       sendCrashInfos();
     pushAsAtSessionStart();
