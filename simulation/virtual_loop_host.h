@@ -25,6 +25,7 @@ class VirtualMainLoop final : public host::MachineLoop {
   void cease() override;
   bool waitUntilIdle(std::chrono::steady_clock::time_point) override { return !isInTurn(); }
   bool stop() override;
+  void letGo() override {}
   void async(kit::Block block) override;
   void after(double delay_seconds, kit::Block block) override;
   TimerKey schedule(double delay_seconds, kit::Block block) override;
@@ -66,6 +67,7 @@ class VirtualBackground final : public host::MachineBackground {
   bool drain(std::chrono::steady_clock::time_point deadline) override;
   void cease() override;
   void stop(std::chrono::steady_clock::time_point deadline) override;
+  void letGo() override {}
 
  private:
   struct State;

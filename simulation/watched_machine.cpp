@@ -94,6 +94,7 @@ class WatchedLoop final : public host::MachineLoop {
   void cease() override { loop_->cease(); }
   bool waitUntilIdle(std::chrono::steady_clock::time_point deadline) override { return loop_->waitUntilIdle(deadline); }
   bool stop() override { return loop_->stop(); }
+  void letGo() override { loop_->letGo(); }
   void async(kit::Block block) override { loop_->async(std::move(block)); }
   void after(double delay_seconds, kit::Block block) override {
     for (size_t times = meddler_.timesPutOff(delay_seconds); times > 0; --times) {

@@ -205,18 +205,31 @@ void HostEnding::leave() {
   parts_->main_loop->cease();
   parts_->background->cease();
   parts_->transport->shutdown();
-  // The queue whose block this is not; whoever stops the host already joins its thread.
-  if (parts_->main_loop->isInTurn()) {
-    if (parts_->background->drain(deadline) && is_first)
-      parts_->background->stop(steady_clock::now());
-  } else if (parts_->main_loop->waitUntilIdle(deadline) && is_first) {
-    parts_->main_loop->stop();
-  }
+  leaveQueues(deadline, is_first);
   if (!parts_->life->isInLogSink())
     parts_->store->commitTurn();
   // Otherwise somebody who stops the host waits for this very callback, and finishes it.
   if (is_first)
     finish(false);
+}
+
+/// Waits for the queues, but for the one whose block this is. Whoever stops the host already joins their threads; where
+/// nobody does, a thread that cannot be joined here ends by itself.
+void HostEnding::leaveQueues(steady_clock::time_point deadline, bool is_first) {
+  MachineLoop& main_loop = *parts_->main_loop;
+  MachineBackground& background = *parts_->background;
+  const bool is_main_idle = !main_loop.isInTurn() && main_loop.waitUntilIdle(deadline);
+  const bool is_background_idle = !background.isInBlock() && background.drain(deadline);
+  if (!is_first)
+    return;
+  if (is_main_idle)
+    main_loop.stop();
+  else
+    main_loop.letGo();
+  if (is_background_idle)
+    background.stop(steady_clock::now());
+  else
+    background.letGo();
 }
 
 namespace {

@@ -42,6 +42,7 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
   void close(std::chrono::steady_clock::time_point begun);
   void finish(bool is_closed);
   void leave();
+  void leaveQueues(std::chrono::steady_clock::time_point deadline, bool is_first);
   void setStopped();
 
   const std::shared_ptr<HostParts> parts_;

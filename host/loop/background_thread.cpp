@@ -78,6 +78,12 @@ void BackgroundThread::stop(std::chrono::steady_clock::time_point deadline) {
   dropped.swap(waiting_);
 }
 
+void BackgroundThread::letGo() {
+  const std::scoped_lock hold(mutex_);
+  if (thread_.joinable())
+    thread_.detach();
+}
+
 void BackgroundThread::run() {
   id_ = std::this_thread::get_id();
   kit::Block block;

@@ -34,6 +34,7 @@ class BackgroundThread final : public MachineBackground {
   bool drain(std::chrono::steady_clock::time_point deadline) override;
   void cease() override;
   void stop(std::chrono::steady_clock::time_point deadline) override;
+  void letGo() override;
 
  private:
   void run();

@@ -120,6 +120,7 @@ std::optional<kit::Error> MainLoop::startOwnThread() {
     endHere();
     return std::move(*error);
   }
+  const std::scoped_lock hold(mutex_);
   thread_ = std::get<std::thread>(std::move(thread));
   return std::nullopt;
 }
@@ -185,6 +186,12 @@ bool MainLoop::stop() {
   main_thread_ = std::thread::id();
   dropAll();
   return true;
+}
+
+void MainLoop::letGo() {
+  const std::scoped_lock hold(mutex_);
+  if (thread_.joinable())
+    thread_.detach();
 }
 
 bool MainLoop::isOpen() const {

@@ -47,6 +47,7 @@ class MainLoop final : public MachineLoop {
   void cease() override;
   bool waitUntilIdle(std::chrono::steady_clock::time_point deadline) override;
   bool stop() override;
+  void letGo() override;
 
   void async(kit::Block block) override;
   void after(double delay_seconds, kit::Block block) override;

@@ -66,6 +66,9 @@ class MachineLoop : public kit::MainQueue {
   /// Ends, as cease(), and waits for the running turn; what waits is let go of. Any thread. Answers false, and does
   /// nothing, when called from within a turn.
   virtual bool stop() = 0;
+  /// For a loop that will never be destroyed, after cease(): its thread ends by itself, and nobody waits for it. Any
+  /// thread, also within a turn; does not block. Not beside stop().
+  virtual void letGo() = 0;
 
   /// As after(), for the host's own affairs: can be cancelled and is not counted. Any thread.
   virtual TimerKey schedule(double delay_seconds, kit::Block block) = 0;
@@ -117,6 +120,8 @@ class MachineBackground : public kit::BackgroundQueue {
   /// Runs what waits until `deadline` and drops the rest; blocks that come later are dropped. Waits for the running
   /// block in any case. Not from within a block.
   virtual void stop(std::chrono::steady_clock::time_point deadline) = 0;
+  /// As MachineLoop::letGo().
+  virtual void letGo() = 0;
 };
 
 /// Exchanges with one host that are under way at the same time, and so connections to it.

@@ -236,8 +236,9 @@ TEST_F(HostEndingTest, WritesALineAndDoesNothingOnTheBackgroundQueue) {
   };
   host = make();
   host->perform([&host] {
-    host->properties().setCommerceExpansionInfos(kit::Array{kit::Dictionary{{"cid", "7"}}});
     host->applicationDidBecomeActive();
+    // Only now, so that it is the session's end, on the background queue, that hands them to the module.
+    host->properties().setCommerceExpansionInfos(kit::Array{kit::Dictionary{{"cid", "7"}}});
     host->applicationDidEnterBackground();
   });
   expectReady(called.get_future());
@@ -332,6 +333,33 @@ TEST_F(HostEndingTest, CommitsAndLeavesWhenItIsDestroyedWithinACallback) {
   EXPECT_EQ(inspector.get("fendoActivityInfos").size(), 2U) << "a start and a retention";
   EXPECT_FALSE(MorvikCore::start(options)) << "what is left keeps its store";
   EXPECT_FALSE(ran);
+}
+
+TEST_F(HostEndingTest, LeavesTheOtherQueueToEndByItselfWhenThatDoesNotComeBack) {
+  std::promise<void> started;
+  std::promise<void> go;
+  std::promise<void> came_back;
+  options.modules["Fendo"].saveCommerceEventAndSend = [&] {
+    started.set_value();
+    go.get_future().wait();
+    came_back.set_value();
+  };
+  auto host = make();
+  host->perform([&host] {
+    host->applicationDidBecomeActive();
+    // Only now, so that it is the session's end, on the background queue, that hands them to the module.
+    host->properties().setCommerceExpansionInfos(kit::Array{kit::Dictionary{{"cid", "7"}}});
+    host->applicationDidEnterBackground();
+  });
+  started.get_future().wait();
+  std::promise<steady_clock::duration> left;
+  host->perform([&] { left.set_value(timeOf([&host] { host.reset(); })); });
+  auto time = left.get_future();
+  ASSERT_EQ(time.wait_for(kGiveUp), std::future_status::ready);
+  EXPECT_LT(time.get(), kStopTime + kBusy);
+  go.set_value();
+  expectReady(came_back.get_future());
+  EXPECT_FALSE(MorvikCore::start(options)) << "what is left keeps its store";
 }
 
 TEST_F(HostEndingTest, StopsInTheMiddleOfALongQueueOfBlocks) {
