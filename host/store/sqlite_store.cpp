@@ -87,7 +87,7 @@ SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log)
     openReadOnly();
     return;
   }
-  opening_ = openWritable();
+  opening_ = openWritable(Attempt::kFirst);
   if (database_ == nullptr && !may_reopen_)
     return;
   flusher_ = options_.make_flusher([this](StoreFlusher::Urgency urgency) { flush(urgency); }, options_.flush_delay);
@@ -313,11 +313,12 @@ void SqliteStore::openReadOnly() {
   database_.reset();
 }
 
-StoreOpening SqliteStore::openWritable() {
+StoreOpening SqliteStore::openWritable(Attempt attempt) {
   const Opened opened = lockAndOpen();
   if (database_ == nullptr)
     lock_.release();
-  may_reopen_ = opened.state == StoreOpening::kUnavailable;
+  const bool is_locked_out = opened.state == StoreOpening::kLocked && attempt == Attempt::kLater;
+  may_reopen_ = opened.state == StoreOpening::kUnavailable || is_locked_out;
   switch (opened.state) {
     case StoreOpening::kUnavailable:
       tellCannotOpen(opened.problem);
@@ -329,6 +330,11 @@ StoreOpening SqliteStore::openWritable() {
           {options_.place.path(), opened.problem.message, kStoreVersion});
       break;
     case StoreOpening::kLocked:
+      if (is_locked_out) {
+        was_locked_out_ = true;
+        tellLockedOut(opened.problem);
+        break;
+      }
       // Whoever opens it decides what that means: for a host it is a start that failed, told where it was asked for.
       opening_line_ =
           services::format("the store in \"%@\" is in use by %@", {options_.place.folder, opened.problem.message});
@@ -408,7 +414,7 @@ StoreOutcome SqliteStore::openAndLoad(bool read_only) {
 // newer one stands, but for those of which the file decides. Of some this process decides, whether it set them or not.
 void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
   const std::lock_guard lock(memory_mutex_);
-  const bool is_late = !loaded_once_ && opening_ == StoreOpening::kUnavailable;
+  const bool is_late = (!loaded_once_ && opening_ == StoreOpening::kUnavailable) || was_locked_out_;
   for (StoredProperty& found : loaded) {
     const bool set_meanwhile = properties_.contains(found.name);
     Property& property = propertyOf(found.name);
@@ -418,7 +424,7 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
     next_id_ = std::max(next_id_, property.id + 1);
     if (is_late && isAmong(options_.process_decides, found.name))
       setDirty(property);
-    else if (set_meanwhile && loaded_once_)
+    else if (set_meanwhile && loaded_once_ && !was_locked_out_)
       continue;
     else if (set_meanwhile && property.stored.isArray() && (property.value.isArray() || property.value.isAbsent()))
       property.value = joined(property.stored, property.value);
@@ -426,6 +432,7 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
       property.value = property.stored;
   }
   loaded_once_ = true;
+  was_locked_out_ = false;
 }
 
 StoreOutcome SqliteStore::setAside(const std::string& reason) {
@@ -440,10 +447,11 @@ StoreOutcome SqliteStore::setAside(const std::string& reason) {
 }
 
 bool SqliteStore::reopen() {
-  const bool knew_all = loaded_once_;
-  if (may_reopen_)
-    openWritable();
-  if (!knew_all && loaded_once_ && when_taken_over_)
+  if (!may_reopen_)
+    return false;
+  const bool knew_all = loaded_once_ && !was_locked_out_;
+  openWritable(Attempt::kLater);
+  if (!knew_all && database_ != nullptr && when_taken_over_)
     std::exchange(when_taken_over_, nullptr)();
   return database_ != nullptr;
 }
@@ -630,6 +638,16 @@ void SqliteStore::tellCannotOpen(const StoreProblem& problem) {
       {options_.place.path(), problem.message});
 }
 
+void SqliteStore::tellLockedOut(const StoreProblem& problem) {
+  if (std::exchange(lock_trouble_told_, true))
+    return;
+  write_trouble_told_ = true;
+  tell(
+      "Morvik host: the store in \"%@\" was taken while it could not be opened here: it is in use by %@. Everything is "
+      "kept in memory and tried again with the next writes.",
+      {options_.place.folder, problem.message});
+}
+
 void SqliteStore::tellCannotWrite(const StoreProblem& problem) {
   if (std::exchange(write_trouble_told_, true))
     return;
@@ -640,6 +658,7 @@ void SqliteStore::tellCannotWrite(const StoreProblem& problem) {
 }
 
 void SqliteStore::tellWritable() {
+  lock_trouble_told_ = false;
   if (!std::exchange(write_trouble_told_, false))
     return;
   tell("Morvik host: the store \"%@\" can be written again: everything that was pending is stored.",

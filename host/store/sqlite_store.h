@@ -131,6 +131,7 @@ class SqliteStore : public MachineStore {
     using is_transparent = void;
     size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
   };
+  enum class Attempt : uint8_t { kFirst, kLater };
   struct Opened {
     StoreOpening state = StoreOpening::kOpened;
     StoreProblem problem;
@@ -153,7 +154,7 @@ class SqliteStore : public MachineStore {
 
   // These hold commit_mutex_, which is taken before memory_mutex_.
   void openReadOnly();
-  StoreOpening openWritable();
+  StoreOpening openWritable(Attempt attempt);
   Opened lockAndOpen();
   Opened openFile();
   StoreOutcome openAndLoad(bool read_only);
@@ -170,6 +171,7 @@ class SqliteStore : public MachineStore {
   void tellRefused();
   void tellDamaged();
   void tellCannotOpen(const StoreProblem& problem);
+  void tellLockedOut(const StoreProblem& problem);
   void tellCannotWrite(const StoreProblem& problem);
   void tellWritable();
   void tell(std::string_view text, std::initializer_list<services::FormatArgument> arguments);
@@ -204,6 +206,7 @@ class SqliteStore : public MachineStore {
   std::unique_ptr<StoreDatabase> database_;  ///< null: in memory
   bool may_reopen_ = false;                  ///< in memory for now, not for good
   bool loaded_once_ = false;                 ///< memory holds all that the file held
+  bool was_locked_out_ = false;              ///< another process had it meanwhile; its lists are kept, too
   kit::Block when_taken_over_;
   uint64_t generation_ = 0;  ///< counts the files opened
   int64_t next_id_ = 1;
@@ -212,6 +215,7 @@ class SqliteStore : public MachineStore {
   std::vector<Property*> refused_;  ///< of the latest plan: what no store can keep
   StoreChanges changes_;
   bool write_trouble_told_ = false;
+  bool lock_trouble_told_ = false;
   bool sync_trouble_told_ = false;
 
   std::unique_ptr<StoreLogKeeper> keeper_;  ///< the flusher's alone

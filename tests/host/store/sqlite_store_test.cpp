@@ -575,6 +575,30 @@ TEST_F(SqliteStoreTest, WhatWasStoredBeforeComesBackWhenTheFileCanBeOpenedAgain)
   EXPECT_FALSE(std::filesystem::exists(path() + ".unreadable-1"));
 }
 
+TEST_F(SqliteStoreTest, WhatAnotherOneTookMeanwhileIsTriedAgainAndItsRecordsAreKept) {
+  leaveStore(5);
+  FaultyVfs vfs;
+  vfs.failAll(VfsCall::Kind::kRead, SQLITE_IOERR_READ);
+  const auto store = openOn(vfs);
+  ASSERT_EQ(store->opening(), StoreOpening::kUnavailable);
+  vfs.heal();
+  auto other = open();
+  ASSERT_EQ(other->opening(), StoreOpening::kOpened);
+  append(*other, "list", numbers(5, 6).array()[0]);
+  for (const kit::Value& number : numbers(6, 8).array()) {
+    append(*store, "list", number);
+    EXPECT_FALSE(store->synchronize());
+    EXPECT_FALSE(store->commitTurn()) << "a later try may keep it";
+  }
+  EXPECT_EQ(log_.countContaining("was taken while it could not be opened here: it is in use by another kit"), 1u);
+  other->shutdown();
+  EXPECT_TRUE(store->commitTurn());
+  EXPECT_EQ(log_.countContaining("can be written again"), 1u);
+  EXPECT_EQ(store->get("list"), numbers(0, 8));
+  store->shutdown();
+  EXPECT_EQ(open()->get("list"), numbers(0, 8));
+}
+
 TEST_F(SqliteStoreTest, AFolderThatCannotBeMadeIsToldAndTheAppLivesOn) {
   writeBytes(folder_ / "file", "in the way");
   SqliteStore store(optionsFor(folder_ / "file/store"), log_);
