@@ -9,7 +9,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -31,6 +33,10 @@ enum class EndActivities { kSend, kFilter };
 
 /// How the request of a batch ended.
 enum class BatchEnd { kAccepted, kRefused, kNoAnswer, kNotSent };
+
+/// Wishes to be forgotten, or not, that are stored and wait for the main queue to tell them to the service. The last of
+/// so many gives way to a further one, so that the latest wish is the last that is told.
+inline constexpr size_t kMaxUntoldWishes = 16;
 
 /// Whether an erasure request's body is made sealed or plain.
 enum class ErasureForm { kPlain, kSealed };
@@ -379,6 +385,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   // Privacy.
   bool recordForgetMe(bool forget_me);
   bool wasForgetMeSynced() const;
+  void tellNextWish();
   void tellForgetMe(bool forget_me);
   void leaveForgetMeUntold();
   void sendErasureRequest();
@@ -433,6 +440,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// While a wish waits to be told: whether the service had accepted one before, as the stored flag said. Under the
   /// house lock.
   std::optional<bool> synced_before_wish_;
+  std::deque<bool> untold_wishes_;  ///< for each a block is posted; under the house lock
   std::atomic<bool> isTrackingCalled_{false};
   kit::Value makeTrackingParameter_;
   kit::Value makeGdprParameter_;

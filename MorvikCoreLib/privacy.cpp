@@ -65,9 +65,26 @@ bool MorvikCoreLib::recordForgetMe(bool forget_me) {
     if (store().MorvikCoreUserInfo_isGDPRForgetMeServerSynced())
       setForgetMeSynced(false);
     setForgetMe(forget_me);
-    kit_.main_queue.async([self = shared_from_this(), forget_me] { self->tellForgetMe(forget_me); });
+    if (untold_wishes_.size() >= kMaxUntoldWishes) {
+      untold_wishes_.back() = forget_me;
+      return true;
+    }
+    kit_.main_queue.async([self = shared_from_this()] { self->tellNextWish(); });
+    untold_wishes_.push_back(forget_me);
     return true;
   });
+}
+
+void MorvikCoreLib::tellNextWish() {
+  const auto wish = store().inOneStep([this]() -> std::optional<bool> {
+    if (untold_wishes_.empty())
+      return std::nullopt;
+    const bool first = untold_wishes_.front();
+    untold_wishes_.pop_front();
+    return first;
+  });
+  if (wish)
+    tellForgetMe(*wish);
 }
 
 /// What the stored flag says, but for a wish that waits to be told.

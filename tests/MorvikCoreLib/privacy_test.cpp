@@ -206,6 +206,19 @@ TEST_F(ForgetMe, OfOneThatWasRecordedBeforeTheAnswerToAnotherIsToldAllTheSame) {
   EXPECT_EQ(world.transport.requests().size(), 3U) << "each wish that was recorded is told, and none compares again";
 }
 
+TEST_F(ForgetMe, RecordedFasterThanItCanBeToldIsToldSoOftenAndAsItWasLast) {
+  world.modules.add("QuintPush");
+  for (size_t call = 0; call < 10 * kMaxUntoldWishes; ++call)
+    world.core().gdprForgetMe(call % 2 == 0);
+  world.core().gdprForgetMe(true);
+  world.loop.runUntilIdle();
+  EXPECT_EQ(world.modules.calls().size(), kMaxUntoldWishes);
+  EXPECT_EQ(world.modules.calls().back(), "QuintPush setRemotePushEnable: 0");
+  world.core().gdprForgetMe(false);
+  world.loop.runUntilIdle();
+  EXPECT_EQ(world.modules.calls().back(), "QuintPush setRemotePushEnable: 1");
+}
+
 TEST_F(ForgetMe, IsCommittedBeforeItsRequestLeaves) {
   Value committed;
   world.transport.setObserver([&](const kit::Request&) {
