@@ -1,15 +1,18 @@
-// Lets calls of the app in until the kit stops, and tells when the last of them has left.
+// Lets calls in until the kit stops, and tells when the last of them has left.
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 
 namespace morvik::host {
 
-/// A record that is let in is written into an open store, or refused: nothing falls between a check and the end.
+/// What is let in finds everything open until it leaves, or is refused: nothing falls between a check and the end.
 class CallGate {
  public:
-  /// As long as it lives, the store is open, if isIn() says so.
+  /// As long as it lives, the gate's owner is there for it, if isIn() says so.
   class Call {
    public:
     explicit Call(CallGate& gate) : gate_(gate), is_in_(gate.enter()) {}
@@ -26,13 +29,17 @@ class CallGate {
     const bool is_in_;
   };
 
-  /// From here on nobody gets in; waits for those that are in. They wait for nothing but a commit.
+  /// From here on nobody gets in; waits for those that are in.
   void close() {
-    uint32_t state = state_.fetch_or(kClosed) | kClosed;
-    while (state != kClosed) {
-      state_.wait(state);
-      state = state_.load();
-    }
+    state_.fetch_or(kClosed);
+    std::unique_lock hold(mutex_);
+    left_.wait(hold, [this] { return state_ == kClosed; });
+  }
+  /// The same, but waits no longer than that: then with false.
+  bool close(std::chrono::steady_clock::time_point deadline) {
+    state_.fetch_or(kClosed);
+    std::unique_lock hold(mutex_);
+    return left_.wait_until(hold, deadline, [this] { return state_ == kClosed; });
   }
 
  private:
@@ -47,11 +54,15 @@ class CallGate {
   }
   void leave() {
     const uint32_t left = state_.fetch_sub(kCall) - kCall;
-    if ((left & kClosed) != 0)
-      state_.notify_all();
+    if ((left & kClosed) == 0)
+      return;
+    const std::scoped_lock hold(mutex_);
+    left_.notify_all();
   }
 
   std::atomic<uint32_t> state_{0};
+  std::mutex mutex_;  // with it whoever closes waits
+  std::condition_variable left_;
 };
 
 }  // namespace morvik::host

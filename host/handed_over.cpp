@@ -48,7 +48,7 @@ struct Handling {
 
 void HandedOver::begin() {
   if (store_.arrayForKey(kHandedOverKey).size() > 0)
-    main_loop_.async([this] { handleAll(); });
+    handleLater();
 }
 
 Recorded HandedOver::take(const Entry& entry) {
@@ -67,7 +67,7 @@ Recorded HandedOver::take(const Entry& entry) {
   if (main_loop_.isMainThread())
     main_loop_.runOnMain([this] { handleAll(); });
   else
-    main_loop_.async([this] { handleAll(); });
+    handleLater();
   return is_kept ? Recorded::kKept : Recorded::kKeptInMemory;
 }
 
@@ -78,16 +78,29 @@ void HandedOver::setHeld(bool held) {
 }
 
 void HandedOver::handleLater() {
-  main_loop_.async([this] { handleAll(); });
+  main_loop_.async([this] { handleSome(); });
 }
 
-/// What handling one hands over itself is handled behind it.
+void HandedOver::handleSome() {
+  if (handleUpTo(kMaxHandledAtOnce))
+    handleLater();
+}
+
 void HandedOver::handleAll() {
-  if (std::exchange(is_handling_, true))
-    return;
-  const Handling handling{is_handling_};
-  while (!is_held_ && handleFirst()) {
+  while (handleUpTo(kMaxHandledAtOnce) && !stop_.isMade()) {
   }
+}
+
+/// False: none is left to be handled now. What handling one hands over itself is handled behind it.
+bool HandedOver::handleUpTo(size_t count) {
+  if (std::exchange(is_handling_, true))
+    return false;
+  const Handling handling{is_handling_};
+  for (size_t handled = 0; handled < count; ++handled) {
+    if (is_held_ || !handleFirst())
+      return false;
+  }
+  return true;
 }
 
 /// An entry goes when it was handled, and in the commit of that: a death in between has it handled twice, never not at

@@ -3,11 +3,13 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string_view>
 
 #include "host/machine/machine.h"
+#include "kit/stop_request.h"
 #include "kit/value.h"
 #include "morvik/morvik.h"
 #include "services/MorvikGVUserDefaults.h"
@@ -16,6 +18,9 @@ namespace morvik::host {
 
 /// Where the list lies in the store.
 inline constexpr const char* kHandedOverKey = "host.handedOver";
+/// One turn handles so many, and a later one goes on, so that a long list holds nobody up. Before a session starts all
+/// are handled; then so many are between two looks at whether the kit is being stopped.
+inline constexpr size_t kMaxHandledAtOnce = 32;
 
 class HandedOver {
  public:
@@ -32,7 +37,8 @@ class HandedOver {
   using Handler = std::function<void(const Entry& entry)>;
 
   /// All outlive it.
-  HandedOver(services::MorvikGVUserDefaults store, MachineLoop& main_loop) : store_(store), main_loop_(main_loop) {}
+  HandedOver(services::MorvikGVUserDefaults store, MachineLoop& main_loop, const kit::StopRequest& stop)
+      : store_(store), main_loop_(main_loop), stop_(stop) {}
 
   /// To be set before the main queue runs.
   void setHandler(Handler handler) { handler_ = std::move(handler); }
@@ -41,9 +47,10 @@ class HandedOver {
   /// Keeps one more, in the kernel's hands when this returns, and has it handled: before this returns when called on
   /// the main queue, else in a later turn of it. Refused where too many wait, or the text is too long. Any thread.
   Recorded take(const Entry& entry);
-  /// What waits, now: before a session starts. Main queue, within a turn.
+  /// What waits, now: before a session starts. What a stop leaves of it, the next start handles. Main queue, within a
+  /// turn.
   void handleAll();
-  /// In a later turn: the store has come to light, and with it what an earlier process left. Any thread.
+  /// In later turns: the store has come to light, and with it what an earlier process left. Any thread.
   void handleLater();
   /// The commerce click of the entry that is being handled was recorded: another process that handles it again does not
   /// record it twice. In the step that records it, within the handler.
@@ -52,11 +59,14 @@ class HandedOver {
   void setHeld(bool held);
 
  private:
+  void handleSome();
+  bool handleUpTo(size_t count);
   bool handleFirst();
   size_t placeOfHandled(const kit::Array& entries) const;
 
   services::MorvikGVUserDefaults store_;
   MachineLoop& main_loop_;
+  const kit::StopRequest& stop_;
   Handler handler_;
   std::atomic<bool> is_held_{false};
   // On the main queue.

@@ -27,6 +27,7 @@ StartResult MorvikCore::start(const HostOptions& options) {
 namespace morvik::host {
 namespace {
 
+constexpr const char* kEraseOperation = "-[MorvikCore eraseLocalData]";
 constexpr services::GuardClause kRecordThrew =
     services::oneLine(kit::lcl_vError, "Morvik host: something could not be recorded: %@");
 constexpr services::Guard kRecordGuard{kRecordThrew, kRecordThrew};
@@ -140,9 +141,10 @@ Recorded Host::gdprForgetMe(bool forget_me) {
 }
 
 void Host::flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) {
-  if (!takesPlace() || parts_->flushes.begin(done, timeout) != Flushes::Begun::kTooMany || !done)
-    return;
-  post([done = std::move(done), parts = parts_.get()] { done(parts->flushes.resultNow(FlushReason::kTooMany)); });
+  if (takesPlace())
+    parts_->flushes.begin(std::move(done), timeout);
+  else
+    parts_->flushes.refuse(done);
 }
 
 FlushResult Host::waitUntilDelivered(std::chrono::milliseconds timeout) {
@@ -211,27 +213,45 @@ void Host::stop(std::chrono::milliseconds drain) {
 }
 
 bool Host::eraseLocalData() {
-  static constexpr const char* kOperation = "-[MorvikCore eraseLocalData]";
-  if (!parts_->life->isRunning())
-    return false;
   if (ending_->isWithinCallback()) {
     const services::Logger logger = parts_->logger.withoutWaiting();  // it may be within the log's sink
-    MORVIK_LOG(logger, kit::lcl_vError, kOperation,
+    MORVIK_LOG(logger, kit::lcl_vError, kEraseOperation,
                "Morvik host: nothing was erased: a callback runs, and the kit stops first; erase from outside");
     return false;
   }
+  std::unique_lock hold(erasing_mutex_);
+  if (is_erasing_) {
+    erased_.wait(hold, [this] { return !is_erasing_; });
+    return was_erased_;
+  }
+  if (!parts_->life->isRunning())
+    return false;
+  is_erasing_ = true;
+  hold.unlock();
+  const bool is_erased = erase();
+  hold.lock();
+  is_erasing_ = false;
+  was_erased_ = is_erased;
+  erased_.notify_all();
+  return is_erased;
+}
+
+bool Host::erase() {
   const auto wish = [this] {
     return KeptWish{parts_->services.isGDPRForgetMe(), parts_->services.isGDPRForgetMeServerSynced()};
   };
-  auto error = parts_->eraser->begin(wish());
-  if (!error) {
-    parts_->transport->shutdown();
-    stop();
-    error = parts_->eraser->finish(wish());
-  }
-  if (error)
-    MORVIK_LOG(parts_->logger, kit::lcl_vError, kOperation, "Morvik host: not all was erased: %@", *error);
-  return !error;
+  const auto tell = [](const services::Logger& logger, const std::optional<kit::Error>& error) {
+    if (error)
+      MORVIK_LOG(logger, kit::lcl_vError, kEraseOperation, "Morvik host: not all was erased: %@", *error);
+    return !error;
+  };
+  if (const auto error = parts_->eraser->begin(wish()))
+    return tell(parts_->logger, error);
+  bool is_erased = false;
+  // By then a callback that did not come back may keep the log to itself.
+  ending_->stopAndThen(
+      [&] { is_erased = tell(parts_->logger.withoutWaiting(), parts_->eraser->finish(wish())); });
+  return is_erased;
 }
 
 kit::MainQueue& Host::mainQueue() {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -135,8 +137,14 @@ class Host final : public morvik::MorvikCore {
   void callOnMain(kit::Block block);
   void post(kit::Block block);
 
+  bool erase();
+
   const std::shared_ptr<HostParts> parts_;
   const std::shared_ptr<HostEnding> ending_;
+  std::mutex erasing_mutex_;  // guards what follows
+  std::condition_variable erased_;
+  bool is_erasing_ = false;
+  bool was_erased_ = false;
 };
 
 }  // namespace morvik::host

@@ -15,6 +15,7 @@
 #include "host/json/simdjson_codec.h"
 #include "host/ledger/ledger_book.h"
 #include "host/life/host_life.h"
+#include "host/log/log_sinks.h"
 #include "host/log/posted_lines.h"
 #include "host/loop/background_tasks.h"
 #include "host/loop/notification_center.h"
@@ -46,7 +47,7 @@ namespace morvik::host {
 /// Filled by makeHost() only; everything is there once it has returned a host.
 struct HostParts {
   /// `machine` makes the parts that stand on it, and is not needed afterwards.
-  HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
+  HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, std::unique_ptr<ClosableLogSink> sink,
             Machine& machine);
   ~HostParts();
   HostParts(const HostParts&) = delete;
@@ -59,7 +60,7 @@ struct HostParts {
   const std::shared_ptr<HostLife> life;  ///< shared with what is the app's: see HostLife::guard()
   const bool has_threads;
   const CheckedOptions options;
-  const std::unique_ptr<kit::LogSink> log_sink;
+  const std::unique_ptr<ClosableLogSink> log_sink;
   kit::SharedState shared_state;
   const services::Logger logger;
 

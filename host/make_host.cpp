@@ -23,8 +23,8 @@ namespace morvik::host {
 namespace {
 
 /// The environment's file takes the place of the app's sink.
-std::variant<std::unique_ptr<kit::LogSink>, kit::Error> makeLogSink(const CheckedOptions& checked) {
-  using Made = std::variant<std::unique_ptr<kit::LogSink>, kit::Error>;
+std::variant<std::unique_ptr<HostLogSink>, kit::Error> makeLogSink(const CheckedOptions& checked) {
+  using Made = std::variant<std::unique_ptr<HostLogSink>, kit::Error>;
   if (const std::string& path = checked.environment.log_file; !path.empty()) {
     auto opened = FileLogSink::open(path);
     if (const auto* error = std::get_if<kit::Error>(&opened))
@@ -310,7 +310,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   auto made_sink = makeLogSink(std::get<CheckedOptions>(checked));
   if (auto* error = std::get_if<kit::Error>(&made_sink))
     return std::move(*error);
-  auto sink = std::move(std::get<std::unique_ptr<kit::LogSink>>(made_sink));
+  auto sink = std::make_unique<ClosableLogSink>(std::move(std::get<std::unique_ptr<HostLogSink>>(made_sink)));
   auto eraser = machine.makeEraser(options.store_folder, *sink);
   if (auto error = eraser->resume())
     return *std::move(error);
@@ -343,7 +343,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
 
 }  // namespace
 
-HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, std::unique_ptr<kit::LogSink> sink,
+HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, std::unique_ptr<ClosableLogSink> sink,
                      Machine& machine)
     : life(std::move(of_host)),
       has_threads(machine.hasThreads()),
@@ -379,13 +379,13 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       lines(logger, *main_loop),
       services(servicesParts(*this)),
       sending({*main_loop, *transport, services}, options.options.sending),
-      flushes({*main_loop, gate, properties, services, util, shared_state, logger, *life}),
+      flushes({*main_loop, gate, properties, ledger, services, util, shared_state, logger, *life}),
       device(options.options.device),
       bundle(options.options.device),
       report_shelf(machine.makeReportShelf(options.options.store_folder, json, *log_sink)),
       ad_client(options.options.ad_client, json, *main_loop),
       modules(options.options.modules),
-      handed_over(properties, *main_loop),
+      handed_over(properties, *main_loop, shared_state.stop_request),
       kit(kitOf(*this)) {
   setLogLevel(options.options.log_level);
 }

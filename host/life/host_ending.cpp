@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <variant>
@@ -24,6 +25,13 @@ constexpr const char* kStopOperation = "-[MorvikCore stop]";
 
 std::atomic<bool> is_process_ending{false};
 
+/// Held while the parts of a host go on a thread that nobody waits for: the process then ends behind that, or before.
+/// Recursive, for what goes with them may end the process.
+std::recursive_timed_mutex& goingMutex() {
+  static auto& mutex = *new std::recursive_timed_mutex;
+  return mutex;
+}
+
 /// What can never be freed. Reachable, so that nobody takes it for a leak, and never destroyed.
 template <class Kept>
 void keepForGood(std::shared_ptr<Kept> kept) {
@@ -38,12 +46,15 @@ void keepForGood(std::shared_ptr<Kept> kept) {
 /// The part of the end that may take any time. Shares the parts, so that it may outlast whoever began it.
 class HostEnding::Closing {
  public:
-  Closing(std::shared_ptr<HostParts> parts, steady_clock::time_point drain_until)
-      : parts_(std::move(parts)), drain_until_(drain_until) {}
+  enum class Handlers { kRun, kDropped };
+  Closing(std::shared_ptr<HostParts> parts, steady_clock::time_point drain_until, Handlers handlers)
+      : parts_(std::move(parts)), drain_until_(drain_until), handlers_(handlers) {}
 
   /// Ends all queues and the network.
   void closeQueues() {
     HostParts& parts = *parts_;
+    if (handlers_ == Handlers::kDropped)
+      parts.transport->shutdown();
     parts.main_loop->drain(drain_until_);
     parts.background->drain(std::min(drain_until_, steady_clock::now() + kBackgroundDrainTime));
     parts.main_loop->cease();
@@ -67,10 +78,12 @@ class HostEnding::Closing {
       changed_.wait(hold, [this] { return may_close_store_; });
     }
     closeStore();
-    // At the end of the process nothing may be taken down any more that a library has cleaned up already.
-    if (is_process_ending)
-      keepForGood(parts_);
-    parts_.reset();
+    {
+      Status status = statusOf(*parts_);
+      const std::scoped_lock hold(mutex_);
+      status_ = std::move(status);
+    }
+    letPartsGo();
     const std::scoped_lock hold(mutex_);
     is_done_ = true;
     changed_.notify_all();
@@ -88,15 +101,30 @@ class HostEnding::Closing {
     std::unique_lock hold(mutex_);
     return changed_.wait_until(hold, deadline, [this] { return is_done_; });
   }
+  /// As the host stood when all was closed; nothing before that.
+  std::optional<Status> status() {
+    const std::scoped_lock hold(mutex_);
+    return status_;
+  }
 
  private:
+  /// At the end of the process nothing may be taken down any more that a library has cleaned up already.
+  void letPartsGo() {
+    const std::scoped_lock going(goingMutex());
+    if (is_process_ending)
+      keepForGood(parts_);
+    parts_.reset();
+  }
+
   std::shared_ptr<HostParts> parts_;
   const steady_clock::time_point drain_until_;
+  const Handlers handlers_;
   std::mutex mutex_;
   std::condition_variable changed_;
   bool queues_are_closed_ = false;
   bool may_close_store_ = false;
   bool is_done_ = false;
+  std::optional<Status> status_;
 };
 
 HostEnding::HostEnding(std::shared_ptr<HostParts> parts) : parts_(std::move(parts)) {}
@@ -115,8 +143,16 @@ bool HostEnding::stop() {
     return false;
   }
   if (begin())
-    close(begun);
+    close(begun, {});
   return true;
+}
+
+void HostEnding::stopAndThen(const std::function<void()>& last) {
+  const auto begun = steady_clock::now();
+  if (begin())
+    close(begun, last);
+  else
+    last();
 }
 
 bool HostEnding::begin() {
@@ -129,13 +165,19 @@ bool HostEnding::begin() {
   return false;
 }
 
-void HostEnding::close(steady_clock::time_point begun) {
+void HostEnding::close(steady_clock::time_point begun, const std::function<void()>& last) {
+  parts_->log_sink->waitUntil(begun + kDrainTime);
   parts_->flushes.endAll();
   parts_->life->beginToEnd();
   parts_->shared_state.stop_request.make();
-  const auto closing = std::make_shared<Closing>(parts_, begun + kDrainTime);
-  if (parts_->main_loop->isMainThread())
+  const auto deadline = begun + kStopTime;
+  const auto handlers = last ? Closing::Handlers::kDropped : Closing::Handlers::kRun;
+  const auto closing = std::make_shared<Closing>(parts_, begun + kDrainTime, handlers);
+  if (parts_->main_loop->isMainThread()) {
+    if (handlers == Closing::Handlers::kDropped)
+      parts_->transport->shutdown();
     parts_->main_loop->drain(begun + kDrainTime);
+  }
   std::variant<std::thread, kit::Error> thread;
   if (parts_->has_threads)
     thread = startThread("morvik-end", [closing] { closing->run(); });
@@ -144,21 +186,23 @@ void HostEnding::close(steady_clock::time_point begun) {
     closing->closeQueues();
     parts_->crash_hook.reset();
     closing->closeStore();
-    return finish(true);
+    return finish(true, deadline, statusOf(*parts_), last);
   }
-  closing->waitUntilQueuesAreClosed(begun + kStopTime);
+  closing->waitUntilQueuesAreClosed(deadline);
   // Its signal stack belongs to this thread, its file to whoever has the store.
   parts_->crash_hook.reset();
   closing->letStoreClose();
-  const bool is_closed = closing->waitUntilDone(begun + kStopTime);
+  const bool is_closed = closing->waitUntilDone(deadline);
   if (is_closed)
     closer->join();
   else
     closer->detach();
-  finish(is_closed);
+  parts_->flushes.endRest();
+  finish(is_closed, deadline, closing->status().value_or(statusPastTheStore(*parts_)), last);
 }
 
-void HostEnding::finish(bool is_closed) {
+void HostEnding::finish(bool is_closed, steady_clock::time_point deadline, Status status,
+                        const std::function<void()>& last) {
   const auto left = static_cast<unsigned long>(parts_->life->closePosted());
   // A sink that does not come back must not keep this thread as well.
   const services::Logger logger = is_closed ? parts_->logger : parts_->logger.withoutWaiting();
@@ -169,8 +213,11 @@ void HostEnding::finish(bool is_closed) {
                left);
   }
   MorvikCoreLib::withdrawSharedKit(parts_->kit);
-  parts_->observations.hostDidStop(statusOf(*parts_), logger);
+  parts_->observations.hostDidStop(std::move(status), logger);
   parts_->facade.setDelegate({});
+  if (last)
+    last();
+  parts_->log_sink->close(deadline);
   parts_->life->end();
   setStopped();
 }
@@ -200,6 +247,7 @@ void HostEnding::leave() {
   }
   const auto deadline = steady_clock::now() + kStopTime;
   keepForGood(parts_);
+  parts_->log_sink->waitUntil(steady_clock::now());
   parts_->life->beginToEnd();
   parts_->shared_state.stop_request.make();
   parts_->main_loop->cease();
@@ -210,7 +258,7 @@ void HostEnding::leave() {
     parts_->store->commitTurn();
   // Otherwise somebody who stops the host waits for this very callback, and finishes it.
   if (is_first)
-    finish(false);
+    finish(false, parts_->life->isInLogSink() ? steady_clock::now() : deadline, statusPastTheStore(*parts_));
 }
 
 /// Waits for the queues, but for the one whose block this is. Whoever stops the host already joins their threads; where
@@ -259,6 +307,9 @@ struct AtExit {
       if (const auto ending = each.lock())
         ending->stopOrLeave();
     }
+    // What goes now, on whatever thread, is gone before a library cleans up; what comes later stays.
+    std::unique_lock going(goingMutex(), std::defer_lock);
+    static_cast<void>(going.try_lock_for(kStopTime));
   }
 };
 

@@ -3,8 +3,11 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
+
+#include "morvik/status.h"
 
 namespace morvik::host {
 
@@ -26,6 +29,10 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
 
   /// As morvik::MorvikCore::stop(). False: nothing was done, since this thread is within a callback of the host.
   bool stop();
+  /// stop() without the handlers of what is in flight; then, before any stop() returns, it calls `last`, whose lines
+  /// are the last ones of the log. When another thread stops the host or did, `last` is called after that, and the log
+  /// is closed. Not from within a callback.
+  void stopAndThen(const std::function<void()>& last);
   /// This thread is within a function of the app's that the host has called, or within a block of its queues.
   bool isWithinCallback() const;
   /// stop(). Where that is not possible, within a callback: commits, lets nothing more leave, calls nothing of the
@@ -39,8 +46,9 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
 
   /// False when another call does or did it; then waits until that one is done.
   bool begin();
-  void close(std::chrono::steady_clock::time_point begun);
-  void finish(bool is_closed);
+  void close(std::chrono::steady_clock::time_point begun, const std::function<void()>& last);
+  void finish(bool is_closed, std::chrono::steady_clock::time_point deadline, Status status,
+              const std::function<void()>& last = {});
   void leave();
   void leaveQueues(std::chrono::steady_clock::time_point deadline, bool is_first);
   void setStopped();

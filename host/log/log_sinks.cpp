@@ -1,10 +1,12 @@
 #include "host/log/log_sinks.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <mutex>
 #include <string>
 #include <system_error>
@@ -21,19 +23,44 @@ std::string withLineFeed(std::string_view text) {
 }
 
 constexpr mode_t kForThisUserAlone = 0600;
+/// Between two looks at whether the host ends.
+constexpr int kSliceMilliseconds = 50;
 
 }  // namespace
 
 void StderrLogSink::line(std::string_view text) {
   const std::string whole = withLineFeed(text);
   const std::scoped_lock hold(mutex_);
-  static_cast<void>(writeAll(STDERR_FILENO, whole));
+  static_cast<void>(write(whole, Wait::kUntilDeadline));
 }
 
 bool StderrLogSink::tryLine(std::string_view text) {
   const std::string whole = withLineFeed(text);
   const std::unique_lock hold(mutex_, std::try_to_lock);
-  return writeAll(STDERR_FILENO, whole);
+  return write(whole, Wait::kNot);
+}
+
+/// A pipe that is ready takes so many bytes without waiting.
+bool StderrLogSink::write(std::string_view line, Wait wait) const {
+  while (!line.empty()) {
+    const std::string_view part = line.substr(0, PIPE_BUF);
+    if (!isReady(wait) || !writeAll(STDERR_FILENO, part))
+      return false;
+    line.remove_prefix(part.size());
+  }
+  return true;
+}
+
+/// Also when it is broken or closed: then writing says so.
+bool StderrLogSink::isReady(Wait wait) const {
+  pollfd polled{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+  for (;;) {
+    const bool may_wait = wait == Wait::kUntilDeadline && std::chrono::steady_clock::now() < deadline_.load();
+    if (::poll(&polled, 1, may_wait ? kSliceMilliseconds : 0) > 0)
+      return true;
+    if (!may_wait)
+      return false;
+  }
 }
 
 std::variant<std::unique_ptr<FileLogSink>, kit::Error> FileLogSink::open(const std::string& path) {
@@ -86,6 +113,17 @@ void AppLogSink::take(std::string_view text) const {
   } catch (...) {
     return;
   }
+}
+
+void ClosableLogSink::line(std::string_view text) {
+  const CallGate::Call call(gate_);
+  if (call.isIn())
+    sink_->line(text);
+}
+
+bool ClosableLogSink::tryLine(std::string_view text) {
+  const CallGate::Call call(gate_);
+  return call.isIn() && sink_->tryLine(text);
 }
 
 }  // namespace morvik::host

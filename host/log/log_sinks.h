@@ -1,32 +1,50 @@
 // Where the host's log lines go.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 
+#include "host/call_gate.h"
 #include "kit/error.h"
 #include "kit/log.h"
 #include "kit/mutex.h"
 
 namespace morvik::host {
 
-/// Standard error, one line feed after each line; lines of several threads do not mix.
-class StderrLogSink final : public kit::LogSink {
+/// One of those below.
+class HostLogSink : public kit::LogSink {
+ public:
+  /// The host ends: line() waits for the system until then at most, and drops what it does not take. Any thread.
+  virtual void waitUntil(std::chrono::steady_clock::time_point /*deadline*/) {}
+};
+
+/// Standard error, one line feed after each line; lines of several threads do not mix. A pipe that nobody reads holds
+/// line() up until it is read, or the host ends.
+class StderrLogSink final : public HostLogSink {
  public:
   void line(std::string_view text) override;
-  /// Written in any case; it may then stand in the middle of another line.
+  /// It may stand in the middle of another line; dropped when standard error takes nothing now.
   bool tryLine(std::string_view text) override;
+  void waitUntil(std::chrono::steady_clock::time_point deadline) override { deadline_ = deadline; }
 
  private:
+  enum class Wait { kUntilDeadline, kNot };
+  bool write(std::string_view line, Wait wait) const;
+  bool isReady(Wait wait) const;
+
   kit::Mutex mutex_;
+  std::atomic<std::chrono::steady_clock::time_point> deadline_{std::chrono::steady_clock::time_point::max()};
 };
 
 /// A file, to which lines are appended; each is in the kernel's hands when line() returns. One that cannot be written
 /// is dropped.
-class FileLogSink final : public kit::LogSink {
+class FileLogSink final : public HostLogSink {
  public:
   /// Opens the file, or makes one that this user alone may read and write; one that is there keeps its permissions. The
   /// error says why it cannot be used: it must be a regular file.
@@ -46,7 +64,7 @@ class FileLogSink final : public kit::LogSink {
 };
 
 /// The app. One call at a time; what it throws is dropped, for there is no log to write it to.
-class AppLogSink final : public kit::LogSink {
+class AppLogSink final : public HostLogSink {
  public:
   using Take = std::function<void(std::string_view line)>;
   explicit AppLogSink(Take take) : take_(std::move(take)) {}
@@ -58,6 +76,23 @@ class AppLogSink final : public kit::LogSink {
   void take(std::string_view text) const;
   kit::Mutex mutex_;
   const Take take_;
+};
+
+/// The log of a host, which ends with it: once closed it passes nothing on, whoever writes.
+class ClosableLogSink final : public kit::LogSink {
+ public:
+  explicit ClosableLogSink(std::unique_ptr<HostLogSink> sink) : sink_(std::move(sink)) {}
+  void line(std::string_view text) override;
+  bool tryLine(std::string_view text) override;
+  /// As HostLogSink says.
+  void waitUntil(std::chrono::steady_clock::time_point deadline) { sink_->waitUntil(deadline); }
+  /// No further line. Waits until `deadline` at most for those that are being written; false: one is still. Not from
+  /// within the sink, but with a deadline that has passed.
+  bool close(std::chrono::steady_clock::time_point deadline) { return gate_.close(deadline); }
+
+ private:
+  const std::unique_ptr<HostLogSink> sink_;
+  CallGate gate_;
 };
 
 }  // namespace morvik::host

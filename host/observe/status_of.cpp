@@ -24,13 +24,18 @@ std::optional<Referral> referralIn(const services::MorvikGVUserDefaults& store) 
 }  // namespace
 
 Status statusOf(HostParts& parts) {
-  Status status;
-  status.is_running = true;
-  status.is_session_open = parts.core->isStartSessionCalled();
+  Status status = statusPastTheStore(parts);
   status.referral = referralIn(parts.properties);
   status.is_attributed = status.referral.has_value();
   for (const Ledger::Account& account : parts.ledger.read().accounts)
     status.waiting.push_back({account.kind, account.stored});
+  return status;
+}
+
+Status statusPastTheStore(HostParts& parts) {
+  Status status;
+  status.is_running = true;
+  status.is_session_open = parts.core->isStartSessionCalled();
   status.last_success = parts.observations.lastSuccess();
   status.last_failure = parts.observations.lastFailure();
   status.is_sending_enabled = parts.sending.isOn();

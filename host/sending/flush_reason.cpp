@@ -32,6 +32,10 @@ std::string_view toText(FlushReason reason) {
       return "the kit was stopped";
     case FlushReason::kInsideACallback:
       return "a callback cannot wait";
+    case FlushReason::kGivenUp:
+      return "impressions that were recorded while a batch was on its way went unsent with its answer";
+    case FlushReason::kStaysStored:
+      return "the service accepted the batches, and these were in none of them";
   }
   return "unknown";
 }

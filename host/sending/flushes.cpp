@@ -1,11 +1,10 @@
 #include "host/sending/flushes.h"
 
 #include <algorithm>
-#include <iterator>
+#include <atomic>
 #include <utility>
 
 #include "services/guard.h"
-#include "services/locked.h"
 
 namespace morvik::host {
 namespace {
@@ -24,29 +23,36 @@ std::chrono::milliseconds within(std::chrono::milliseconds timeout) {
 }
 
 /// `reason`: why something waits, if it does.
-FlushResult resultOf(const RecordedSoFar& recorded, FlushReason reason) {
-  const uint64_t waiting = recorded.waiting();
-  if (waiting == 0)
+FlushResult resultOf(const RecordedSoFar::Left& left, FlushReason reason) {
+  if (left.waiting == 0 && left.given_up == 0)
     return {.is_delivered = true};
-  return {.waiting = waiting, .reason = reason};
+  return {
+      .waiting = left.waiting, .given_up = left.given_up, .reason = left.waiting > 0 ? reason : FlushReason::kGivenUp};
 }
 
 }  // namespace
 
-/// Of one flush. What changes does so on the main queue; what was recorded is looked at by whoever waits, too.
+/// Of one flush. What changes does so on the main queue.
 struct Flushes::Flush {
-  explicit Flush(const services::MorvikGVUserDefaults& store) { take(store); }
-  void take(const services::MorvikGVUserDefaults& store) { recorded_.set(RecordedSoFar(store)); }
-  RecordedSoFar recorded() const { return *recorded_.get(); }
+  explicit Flush(std::shared_ptr<RecordedSoFar> recorded) : recorded_(std::move(recorded)), moment_(recorded_->now()) {}
+  Flush(const Flush&) = delete;
+  Flush& operator=(const Flush&) = delete;
+  ~Flush() { recorded_->forget(moment_); }
+  /// What was recorded by now belongs to it.
+  void takeNow() { recorded_->forget(moment_.exchange(recorded_->now())); }
+  RecordedSoFar::Left left() const { return recorded_->left(moment_); }
+  RecordedSoFar::Left lastKnownLeft() const { return recorded_->lastKnownLeft(moment_); }
 
   Done done;
   std::shared_ptr<Waiter> waiter;  ///< null: nobody waits on a thread
   std::optional<MachineLoop::TimerKey> limit;
   bool has_begun = false;   ///< on the main queue; before that it waits for what was posted earlier
-  bool was_pushed = false;  ///< a batch with all of it was asked for
+  bool was_pushed = false;  ///< a batch with all of it was asked for, and has not ended
+  size_t pushes = 0;
 
  private:
-  services::Locked<std::optional<RecordedSoFar>> recorded_;
+  const std::shared_ptr<RecordedSoFar> recorded_;  ///< a block that is never run may outlive the flushes
+  std::atomic<RecordedSoFar::Moment> moment_;
 };
 
 struct Flushes::Waiter {
@@ -61,7 +67,9 @@ struct Flushes::Waiter {
   }
 };
 
-Flushes::Flushes(Parts parts) : parts_(std::move(parts)) {}
+Flushes::Flushes(Parts parts)
+    : parts_(std::move(parts)),
+      recorded_(std::make_shared<RecordedSoFar>(parts_.store, parts_.ledger, parts_.shared_state.stop_request)) {}
 Flushes::~Flushes() = default;
 
 void Flushes::follow(MorvikCoreLib& core) {
@@ -73,37 +81,38 @@ void Flushes::follow(MorvikCoreLib& core) {
 // --------------------------------------------------------------------------------------------------------- from the
 // app
 
-Flushes::Begun Flushes::begin(Done done, std::chrono::milliseconds timeout) {
-  auto flush = std::make_shared<Flush>(parts_.store);
+void Flushes::begin(Done done, std::chrono::milliseconds timeout) {
+  auto flush = std::make_shared<Flush>(recorded_);
   flush->done = std::move(done);
-  return add(flush, timeout);
+  if (const auto refusal = add(flush, timeout))
+    tellNow(flush->done, *refusal);
 }
 
 FlushResult Flushes::resultNow(FlushReason reason) const {
-  return resultOf(RecordedSoFar(parts_.store), reason);
+  return resultOf(RecordedSoFar::Left{.waiting = recorded_->stored()}, reason);
 }
 
-Flushes::Begun Flushes::add(const FlushPointer& flush, std::chrono::milliseconds timeout) {
-  const Begun begun = [&] {
+std::optional<FlushReason> Flushes::add(const FlushPointer& flush, std::chrono::milliseconds timeout) {
+  const auto refusal = [&]() -> std::optional<FlushReason> {
     const std::scoped_lock hold(mutex_);
     if (has_ended_)
-      return Begun::kEnded;
+      return FlushReason::kStopped;
     if (flushes_.size() >= kMaxFlushes)
-      return Begun::kTooMany;
+      return FlushReason::kTooMany;
     flushes_.push_back(flush);
-    return Begun::kYes;
+    return std::nullopt;
   }();
-  if (begun == Begun::kTooMany) {
+  if (refusal == FlushReason::kTooMany) {
     MORVIK_LOG(parts_.logger, kit::lcl_vError, kFlush,
                "Morvik host: a flush was refused: %lu wait for their end already; wait for one before asking again",
                kMaxFlushes);
   }
-  if (begun != Begun::kYes)
-    return begun;
+  if (refusal)
+    return refusal;
   const double seconds = std::chrono::duration<double>(within(timeout)).count();
   parts_.main_loop.async([this, flush, seconds] {
     // What was posted before has recorded what it had to by now.
-    flush->take(parts_.store);
+    flush->takeNow();
     flush->has_begun = true;
     flush->limit = parts_.main_loop.schedule(seconds, [this, flush] {
       flush->limit.reset();
@@ -111,7 +120,7 @@ Flushes::Begun Flushes::add(const FlushPointer& flush, std::chrono::milliseconds
     });
     advance();
   });
-  return begun;
+  return std::nullopt;
 }
 
 bool Flushes::isInsideACallback() const {
@@ -123,15 +132,14 @@ FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
     MORVIK_LOG(parts_.logger, kit::lcl_vError, kWait,
                "Morvik host: a callback cannot wait for a delivery, which would have to go on behind it; call flush() "
                "there");
-    return {.waiting = RecordedSoFar(parts_.store).waiting(), .reason = FlushReason::kInsideACallback};
+    return {.waiting = recorded_->stored(), .reason = FlushReason::kInsideACallback};
   }
-  const auto flush = std::make_shared<Flush>(parts_.store);
+  const auto flush = std::make_shared<Flush>(recorded_);
   flush->waiter = std::make_shared<Waiter>();
   Waiter& waiter = *flush->waiter;
   const auto deadline = std::chrono::steady_clock::now() + within(timeout);
-  const Begun begun = add(flush, timeout);
-  if (begun != Begun::kYes)
-    return resultOf(flush->recorded(), begun == Begun::kEnded ? FlushReason::kStopped : FlushReason::kTooMany);
+  if (const auto refusal = add(flush, timeout))
+    return resultOf(flush->left(), *refusal);
   std::unique_lock lock(waiter.mutex);
   while (!waiter.result && parts_.main_loop.canPump()) {
     lock.unlock();
@@ -143,7 +151,7 @@ FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
   lock.unlock();
   // The main queue is busy, or nobody pumps it.
   remove(flush);
-  return resultOf(flush->recorded(), obstacle().value_or(FlushReason::kTimeout));
+  return resultOf(flush->left(), obstacle().value_or(FlushReason::kTimeout));
 }
 
 void Flushes::endAll() {
@@ -155,7 +163,7 @@ void Flushes::endAll() {
   }
   for (const FlushPointer& flush : waiting) {
     if (flush->waiter && remove(flush))
-      flush->waiter->tell(resultOf(flush->recorded(), FlushReason::kStopped));
+      flush->waiter->tell(resultOf(flush->lastKnownLeft(), FlushReason::kStopped));
   }
   waiting.remove_if([](const FlushPointer& flush) { return flush->waiter != nullptr; });
   if (waiting.empty())
@@ -164,6 +172,13 @@ void Flushes::endAll() {
     for (const FlushPointer& flush : waiting)
       finish(flush, FlushReason::kStopped);
   });
+}
+
+void Flushes::endRest() {
+  for (const FlushPointer& flush : all()) {
+    if (remove(flush))
+      tell(*flush, resultOf(flush->lastKnownLeft(), FlushReason::kStopped));
+  }
 }
 
 // --------------------------------------------------------------------------------------------------- on the main queue
@@ -195,8 +210,10 @@ void Flushes::advance() {
 void Flushes::push() {
   if (core_->_isTrackingCalled())
     return finishAll(FlushReason::kSlotHeld);
-  for (const FlushPointer& flush : begun())
+  for (const FlushPointer& flush : begun()) {
     flush->was_pushed = true;
+    ++flush->pushes;
+  }
   core_->pushTracking();
   if (core_->isBatchUnderWay())
     return;
@@ -216,16 +233,19 @@ void Flushes::batchDidEnd(BatchEnd end) {
   if (end == BatchEnd::kNotSent)
     return finishAll(obstacle().value_or(FlushReason::kSendingOff));
   for (const FlushPointer& flush : begun()) {
-    // Accepted, and not all gone: there are records that no answer removes.
-    if (flush->was_pushed)
+    if (!std::exchange(flush->was_pushed, false))
+      continue;
+    if (end != BatchEnd::kAccepted)
       finish(flush, end == BatchEnd::kNoAnswer ? without_answer : FlushReason::kRefused);
+    else if (flush->pushes >= kMaxPushesOfAFlush)
+      finish(flush, FlushReason::kStaysStored);
   }
   advance();
 }
 
 void Flushes::finishDelivered() {
   for (const FlushPointer& flush : begun()) {
-    if (flush->recorded().waiting() == 0)
+    if (flush->left().waiting == 0)
       finish(flush, FlushReason::kDelivered);
   }
 }
@@ -240,7 +260,7 @@ void Flushes::finish(const FlushPointer& flush, FlushReason reason) {
     return;
   if (flush->limit)
     parts_.main_loop.cancel(*flush->limit);
-  tell(*flush, resultOf(flush->recorded(), reason));
+  tell(*flush, resultOf(flush->left(), reason));
 }
 
 void Flushes::tell(const Flush& flush, const FlushResult& result) const {
@@ -250,6 +270,12 @@ void Flushes::tell(const Flush& flush, const FlushResult& result) const {
     services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { flush.done(result); });
 }
 
+/// On this thread, whatever may still be called: it is an answer to this very call.
+void Flushes::tellNow(const Done& done, FlushReason reason) const {
+  if (done)
+    services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { done(resultNow(reason)); });
+}
+
 bool Flushes::remove(const FlushPointer& flush) {
   const std::scoped_lock hold(mutex_);
   return flushes_.remove(flush) > 0;
@@ -257,11 +283,14 @@ bool Flushes::remove(const FlushPointer& flush) {
 
 /// Those that have begun.
 std::list<Flushes::FlushPointer> Flushes::begun() const {
-  const std::scoped_lock hold(mutex_);
-  std::list<FlushPointer> found;
-  std::copy_if(flushes_.begin(), flushes_.end(), std::back_inserter(found),
-               [](const FlushPointer& flush) { return flush->has_begun; });
+  std::list<FlushPointer> found = all();
+  found.remove_if([](const FlushPointer& flush) { return !flush->has_begun; });
   return found;
+}
+
+std::list<Flushes::FlushPointer> Flushes::all() const {
+  const std::scoped_lock hold(mutex_);
+  return flushes_;
 }
 
 }  // namespace morvik::host

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/ledger/ledger_book.h"
 #include "host/life/host_life.h"
 #include "host/machine/machine.h"
 #include "host/machine/turn_gate.h"
@@ -26,6 +27,9 @@ namespace morvik::host {
 
 /// A stop lets the main queue have so long to call those that wait.
 inline constexpr double kEndFlushesSeconds = 1;
+/// A flush that an accepted batch did not carry whole (a session started meanwhile, and the ids that the batch had
+/// noted went) pushes again, so many times in all.
+inline constexpr size_t kMaxPushesOfAFlush = 3;
 
 /// One batch at a time is under way, whoever asked for it. A flush that finds one waits for its answer, and then has
 /// the rest pushed; so the sent-event keys of a batch are never touched. It ends early when it is clear that nothing
@@ -39,6 +43,7 @@ class Flushes {
     MachineLoop& main_loop;
     const TurnGate& gate;
     services::MorvikGVUserDefaults store;
+    LedgerBook& ledger;
     const kit::MorvikCoreServicesLib& services;
     const kit::MorvikADUtil& util;
     const kit::SharedState& shared_state;
@@ -54,15 +59,11 @@ class Flushes {
   /// Whose batches they are. Before the first turn.
   void follow(MorvikCoreLib& core);
 
-  enum class Begun {
-    kYes,      ///< `done` will be called
-    kTooMany,  ///< kMaxFlushes wait already; told in the log
-    kEnded,    ///< by endAll()
-  };
-  /// As MorvikCore::flush(). Any thread; does not block.
-  Begun begin(Done done, std::chrono::milliseconds timeout);
-  /// Of what is stored now.
-  FlushResult resultNow(FlushReason reason) const;
+  /// As MorvikCore::flush(). Any thread; does not block. What is refused, past kMaxFlushes or after endAll(), is told
+  /// at once.
+  void begin(Done done, std::chrono::milliseconds timeout);
+  /// Tells `done` at once that the kit is stopped.
+  void refuse(const Done& done) const { tellNow(done, FlushReason::kStopped); }
   /// As MorvikCore::waitUntilDelivered(). Any thread.
   FlushResult wait(std::chrono::milliseconds timeout);
   /// True within a turn of the main queue or a block of the background queue, asked on its thread.
@@ -70,15 +71,19 @@ class Flushes {
   /// Tells all that wait that the kit is stopped, on the main queue while that still runs turns, and takes no more. Any
   /// thread, outside of a turn; waits kEndFlushesSeconds at most. May be called again.
   void endAll();
+  /// Tells, on this thread, those that the main queue did not get to. After endAll().
+  void endRest();
 
  private:
   struct Flush;
   struct Waiter;
   using FlushPointer = std::shared_ptr<Flush>;
 
-  Begun add(const FlushPointer& flush, std::chrono::milliseconds timeout);
+  /// Nothing when it waits now; else why not.
+  std::optional<FlushReason> add(const FlushPointer& flush, std::chrono::milliseconds timeout);
   bool remove(const FlushPointer& flush);
   std::list<FlushPointer> begun() const;
+  std::list<FlushPointer> all() const;
   void advance();
   void push();
   void batchDidEnd(BatchEnd end);
@@ -88,8 +93,11 @@ class Flushes {
   void finishAll(FlushReason reason);
   void finish(const FlushPointer& flush, FlushReason reason);
   void tell(const Flush& flush, const FlushResult& result) const;
+  void tellNow(const Done& done, FlushReason reason) const;
+  FlushResult resultNow(FlushReason reason) const;
 
   const Parts parts_;
+  const std::shared_ptr<RecordedSoFar> recorded_;
   MorvikCoreLib* core_ = nullptr;
   mutable std::mutex mutex_;  // guards what follows
   std::list<FlushPointer> flushes_;

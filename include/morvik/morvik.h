@@ -113,7 +113,8 @@ class MorvikCore {
   /// structured one). Texts are UTF-8; bytes that are not are replaced (U+FFFD), with a line in the log. The time is
   /// that of the call. On the calling thread; waits for no disk sync and for one commit of another thread at most, some
   /// microseconds, however many are stored. Refused, with a line in the log at level 3: once the user asked to be
-  /// forgotten, without group or name, over kMaxEventBytes together, and when the kit is not running.
+  /// forgotten, without group or name, over kMaxEventBytes together. Refused without a line, and uncounted, by a kit
+  /// that does not run: once its end has begun, and in a forked child.
   virtual Recorded addActivity(std::string_view group, std::string_view name,
                                std::optional<std::string_view> param = std::nullopt) = 0;
 
@@ -126,8 +127,11 @@ class MorvikCore {
 
   /// As pushTracking(), for the activities and impressions recorded so far, and tells how it ended: `done` is called
   /// once, on the main queue, when all of them are delivered, when it is clear that they will not be by now, or when
-  /// the time is up; before stop() returns at the latest. An empty `done` is allowed. At most kMaxFlushes wait at a
-  /// time; a further one is told kTooMany.
+  /// the time is up; before stop() returns at the latest. An empty `done` is allowed. Where there is nothing to wait
+  /// for it is called on the calling thread, before flush() returns: kTooMany when kMaxFlushes wait already, kStopped
+  /// once the end of the kit has begun. A stop that the main queue does not answer within two seconds calls it, with
+  /// kStopped, on the stopping thread. It is not called in a forked child, nor when the kit is destroyed within a
+  /// callback.
   virtual void flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) = 0;
   /// flush(), waited for: for tools and tests, not for an app's user interface. On the thread that pumps it pumps.
   /// Inside a callback it returns at once, with a line in the log.
@@ -193,9 +197,11 @@ class MorvikCore {
 
   /// Removes what the kit keeps on this device: cancels what is under way, stops the kit, and deletes the store, what
   /// lies beside it and what was set aside. The wish to be forgotten, and whether the service knows of it, stay. A
-  /// death in between is made up for by the next start on the folder; every next start is a new install. Blocks as
-  /// stop() does; not from within a callback, where it writes a line and does nothing (false). False also when
-  /// something could not be deleted yet; the log says what, and the next start goes on.
+  /// death in between is made up for by the next start on the folder; every next start is a new install. Takes as long
+  /// as stop() does, and what the disk needs to delete the files. On any thread; several may: one erases, the others
+  /// wait and answer the same. Not from within a callback, where it writes a line and does nothing (false). False also
+  /// when something could not be deleted yet; the log says what, and the next start goes on. After stop() it does
+  /// nothing (false, and no line, since the log is closed).
   virtual bool eraseLocalData() = 0;
 
   /// Runs `block` on the main queue, in a later turn, also when called there. What it throws is caught and logged.
@@ -213,12 +219,12 @@ class MorvikCore {
   virtual void dispatch() = 0;
 
   /// Ends the work. What was posted before runs; then what is in flight is cancelled, threads are joined, nothing runs
-  /// afterwards and no callback comes. What was recorded is kept and goes out next time. Takes two seconds at most:
-  /// what could not run in that time is counted in a line of the log, and a thread that is still in a system call or in
-  /// a callback of the app's then ends by itself and keeps the store folder in use until it does. Calls that come later
-  /// do nothing. On any thread; several may: one stops, the others return when it is stopped. Pumped: on the pumping
-  /// thread. Not from within a callback or a performed block, on whatever queue: there it writes a line in the log and
-  /// does nothing.
+  /// afterwards, no callback comes and the log gets no further line, wherever it goes. What was recorded is kept and
+  /// goes out next time. Takes two seconds at most: what could not run in that time is counted in a line of the log,
+  /// and a thread that is still in a system call or in a callback of the app's then ends by itself and keeps the store
+  /// folder in use until it does. Calls that come later do nothing. On any thread; several may: one stops, the others
+  /// return when it is stopped. Pumped: on the pumping thread. Not from within a callback or a performed block, on
+  /// whatever queue: there it writes a line in the log and does nothing.
   virtual void stop() = 0;
   /// The same, and before it flush(), waited for at most so long. Returns after that and two seconds at most.
   virtual void stop(std::chrono::milliseconds drain) = 0;

@@ -52,7 +52,7 @@ struct Status {
   bool is_forgotten = false;
 };
 
-/// Why something still waits when flush() ends.
+/// Why not all is delivered when flush() ends.
 enum class FlushReason : uint8_t {
   kDelivered,      ///< nothing waits
   kNotAttributed,  ///< the install has no referral record, or the service gave it no user number
@@ -68,6 +68,8 @@ enum class FlushReason : uint8_t {
   kTooMany,          ///< kMaxFlushes wait for their end already
   kStopped,          ///< the kit was stopped meanwhile
   kInsideACallback,  ///< waitUntilDelivered() alone: it cannot wait where the kit's own work would have to go on
+  kGivenUp,          ///< nothing waits, but not all was sent: see FlushResult::given_up
+  kStaysStored,      ///< the service accepted several batches, and what waits stood in none of them
 };
 
 /// Calls of flush() and waitUntilDelivered() that may wait for their end at a time.
@@ -77,6 +79,9 @@ inline constexpr size_t kMaxFlushes = 1000;
 struct FlushResult {
   bool is_delivered = false;
   uint64_t waiting = 0;  ///< of the activities and impressions that were recorded before the call
+  /// Impressions that were recorded before the call, while a batch was on its way, and went with its acceptance
+  /// without having been in it. They are not sent any more; the ledger counts them as given up.
+  uint64_t given_up = 0;
   FlushReason reason = FlushReason::kDelivered;
 };
 

@@ -6,8 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "kit/stop_request.h"
 #include "services/endpoints.h"
+#include "simulation/virtual_loop_host.h"
 #include "simulation/virtual_machine.h"
+#include "testing/recording_log.h"
 
 namespace morvik::host {
 namespace {
@@ -29,6 +32,18 @@ class HandedOverTest : public ::testing::Test {
   }
   void start() { phone_ = machine_.start(simulation::simulatedApp()); }
   void kill() { machine_.kill(std::move(phone_)); }
+  /// As a process that died left them; their ids.
+  std::vector<std::string> leave(size_t count) {
+    kit::MutableArray left;
+    std::vector<std::string> ids;
+    for (size_t id = 0; id < count; ++id) {
+      ids.push_back(std::to_string(id));
+      left.append(kit::Dictionary{{"kind", "url"}, {"text", "app://x?cid=" + ids.back()}});
+    }
+    machine_.store.set(kHandedOverKey, kit::Value(std::move(left)));
+    machine_.store.synchronize();
+    return ids;
+  }
   kit::Array waiting() { return phone_->storedValue(kHandedOverKey).array(); }
   std::vector<std::string> clicks() {
     std::vector<std::string> ids;
@@ -67,6 +82,46 @@ TEST_F(HandedOverTest, OfADeadProcessIsHandledBeforeTheFirstSession) {
   EXPECT_THAT(clicks(), ElementsAre("late"));
   EXPECT_EQ(phone_->properties().commerceConversionInfos().array()[0]["mtime"], kit::Value(1000.0))
       << "the time at which it was handed over";
+}
+
+TEST_F(HandedOverTest, OfALongListIsHandledInSeveralTurnsInOrder) {
+  constexpr size_t kLeft = 2 * kMaxHandledAtOnce + 1;
+  std::vector<std::string> expected = leave(kLeft);
+  kill();
+  start();
+  phone_->mainQueue().async([this] { EXPECT_EQ(waiting().size(), kLeft - kMaxHandledAtOnce) << "after one turn"; });
+  machine_.loop.runUntilIdle();
+  EXPECT_EQ(clicks(), expected);
+  EXPECT_THAT(waiting(), IsEmpty());
+}
+
+TEST_F(HandedOverTest, OfALongListAllIsHandledBeforeASessionStarts) {
+  leave(kMaxHandedOver);
+  kill();
+  start();
+  phone_->applicationDidBecomeActive();
+  phone_->mainQueue().async([this] { EXPECT_THAT(waiting(), IsEmpty()); });
+  machine_.loop.runUntilIdle();
+  EXPECT_EQ(clicks().size(), kMaxHandedOver);
+}
+
+TEST_F(HandedOverTest, OfALongListIsLeftToTheNextStartWhenTheKitIsStopped) {
+  leave(2 * kMaxHandledAtOnce);
+  kit::HouseLock house_lock;
+  const services::MorvikGVUserDefaults store(machine_.store, house_lock);
+  const kit::LogLevels levels;
+  ::morvik::testing::RecordingLog log;
+  simulation::VirtualMainLoop main_loop(machine_.loop, services::Logger(levels, log));
+  kit::StopRequest stop;
+  HandedOver list(store, main_loop, stop);
+  size_t handled = 0;
+  list.setHandler([&](const HandedOver::Entry&) {
+    ++handled;
+    stop.make();
+  });
+  list.handleAll();
+  EXPECT_EQ(handled, kMaxHandledAtOnce);
+  EXPECT_EQ(store.arrayForKey(kHandedOverKey).size(), kMaxHandledAtOnce);
 }
 
 TEST_F(HandedOverTest, OfAKindThatIsNotKnownIsDiscarded) {

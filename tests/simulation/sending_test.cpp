@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/sending/flushes.h"
 #include "services/endpoints.h"
 #include "simulation/test_device.h"
 
@@ -493,6 +494,101 @@ TEST_F(Flushing, TellsThatImpressionsAloneWaitForTheNextActivity) {
   EXPECT_EQ(reason(), FlushReason::kDelivered);
 }
 
+TEST_F(Flushing, TellsOfImpressionsThatWentWithABatchWhichDidNotCarryThem) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  device.network().on(services::kTrackingPath).then(fakes::Answer::json(kit::Dictionary{{"Result", true}}).after(4));
+  device.perform([&device] {
+    device.kit().addActivity("shop", "purchase");
+    device.kit().addImpression({.campaign_key = 1});
+  });
+  flush(device);
+  device.perform([&device] { device.kit().addImpression({.campaign_key = 2}); });
+  flush(device);
+  device.advance(seconds(5));
+  ASSERT_THAT(results, SizeIs(2));
+  EXPECT_TRUE(results[0].is_delivered) << "the batch carried all of it";
+  EXPECT_FALSE(results[1].is_delivered);
+  EXPECT_EQ(results[1].reason, FlushReason::kGivenUp);
+  EXPECT_EQ(results[1].given_up, 1u);
+  EXPECT_EQ(results[1].waiting, 0u);
+  EXPECT_EQ(device.kit().ledger().accounts[1].givenUp(), 1u);
+}
+
+TEST_F(Flushing, PushesAgainWhatAnAcceptedBatchCouldNotTrim) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  device.network().on(services::kTrackingPath).then(fakes::Answer::json(kit::Dictionary{{"Result", true}}).after(4));
+  device.kit().addActivity("shop", "purchase");
+  const size_t before = batches(device);
+  flush(device);
+  // As a session start does while a batch is under way.
+  device.perform([&device] { device.host().properties().setFendoActivityInfosSentEventKeys(kit::Array()); });
+  device.advance(seconds(5));
+  EXPECT_EQ(reason(), FlushReason::kDelivered);
+  EXPECT_EQ(batches(device), before + 2);
+}
+
+TEST_F(Flushing, GivesUpPushingWhatNoAnswerRemoves) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  device.perform([&device] {
+    const auto properties = device.host().properties();
+    const kit::Value without_id = kit::Dictionary{
+        {"activityGroupName", "shop"}, {"activityName", "x"}, {"activityCreatedAt", device.machine().loop.now()}};
+    properties.inOneStep([&] { properties.append(services::property::fendoActivityInfos, without_id); });
+  });
+  const size_t before = batches(device);
+  flush(device);
+  EXPECT_EQ(reason(), FlushReason::kStaysStored);
+  EXPECT_EQ(results[0].waiting, 1u);
+  EXPECT_EQ(batches(device), before + host::kMaxPushesOfAFlush);
+}
+
+TEST_F(Flushing, AreRefusedAtOnceHoweverManyCallsWait) {
+  AttributedDevice device;
+  device.kit().addActivity("shop", "purchase");
+  for (size_t call = 0; call < kMaxFlushes; ++call)
+    device.kit().flush({}, seconds(5));
+  for (size_t call = 0; call < host::kMaxPostedCalls; ++call)
+    device.kit().perform([] {});
+  device.kit().flush([this](const FlushResult& result) { results.push_back(result); }, seconds(5));
+  EXPECT_EQ(reason(), FlushReason::kTooMany);
+  EXPECT_EQ(results[0].waiting, 1u);
+}
+
+TEST_F(Flushing, AreToldAtOnceOfAStopThatWasBefore) {
+  AttributedDevice device;
+  device.goOffline();
+  device.kit().addActivity("shop", "purchase");
+  device.kit().stop();
+  device.kit().flush([this](const FlushResult& result) { results.push_back(result); }, seconds(5));
+  EXPECT_EQ(reason(), FlushReason::kStopped);
+  EXPECT_EQ(results[0].waiting, 1u);
+}
+
+/// One walk over the list serves them all; a walk for each would take hours.
+TEST_F(Flushing, AsManyAsMayWaitShareTheWorkOfALongList) {
+  constexpr size_t kEvents = 5000;
+  AttributedDevice device;
+  device.advance(minutes(2));
+  device.goOffline();
+  device.perform([&device] {
+    for (size_t event = 0; event < kEvents; ++event)
+      device.kit().addActivity("shop", "look");
+  });
+  device.goOnline();
+  for (size_t call = 0; call < kMaxFlushes; ++call) {
+    device.kit().flush([this](const FlushResult& result) { results.push_back(result); }, minutes(30));
+    device.kit().addActivity("shop", "between");
+  }
+  device.advance(minutes(5));
+  ASSERT_THAT(results, SizeIs(kMaxFlushes));
+  for (const FlushResult& result : results)
+    EXPECT_TRUE(result.is_delivered) << toText(result.reason);
+  EXPECT_EQ(device.delivered("shop", "look"), kEvents);
+}
+
 TEST_F(Flushing, UsesUpNoSessionEndOfAFailedClick) {
   AttributedDevice device;
   device.network().on(services::kReEngagementConversionPath).always(fakes::Answer::body(503, ""));
@@ -612,7 +708,7 @@ TEST(Stopping, WaitsNoLongerThanItMay) {
 
 TEST(FlushReasons, EachHasItsText) {
   std::vector<std::string_view> texts;
-  for (int reason = 0; reason <= static_cast<int>(FlushReason::kInsideACallback); ++reason) {
+  for (int reason = 0; reason <= static_cast<int>(FlushReason::kStaysStored); ++reason) {
     EXPECT_THAT(texts, Not(::testing::Contains(toText(static_cast<FlushReason>(reason)))));
     texts.push_back(toText(static_cast<FlushReason>(reason)));
   }

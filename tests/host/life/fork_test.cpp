@@ -18,13 +18,13 @@
 #include "host/make_host.h"
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
-#include "tests/support/scratch_folder.h"
+#include "tests/support/on_scratch_folder.h"
 
 namespace morvik::host {
 namespace {
 
+using test::kGiveUp;
 using ::testing::HasSubstr;
-constexpr std::chrono::seconds kGiveUp{20};
 constexpr int kFine = 3;
 
 /// A child of this process that does `act` and ends with what that answers. Ends it when it hangs.
@@ -61,21 +61,8 @@ class Child {
   bool is_over_ = false;
 };
 
-class Fork : public ::testing::Test {
+class Fork : public test::OnScratchFolder {
  protected:
-  Fork() {
-    options.store_folder = folder / "store";
-    options.app_key = "app";
-    options.hash_key = "hash";
-    options.tracking_key = "track";
-    options.log_sink = [this](std::string_view line) { log.line(line); };
-    options.service_url = "http://127.0.0.1:1/";
-  }
-  std::unique_ptr<MorvikCore> start() {
-    StartResult started = MorvikCore::start(options);
-    EXPECT_TRUE(started) << started.error;
-    return std::move(started.core);
-  }
   static void record(MorvikCore& core, int count) {
     for (int i = 0; i < count; ++i)
       EXPECT_EQ(core.addActivity("fork", "event"), Recorded::kKept);
@@ -86,10 +73,6 @@ class Fork : public ::testing::Test {
         .get("fendoActivityInfos")
         .size();
   }
-
-  test::ScratchFolder folder;
-  testing::RecordingLog log;
-  HostOptions options;
 };
 
 TEST_F(Fork, IsNotTheProcessThatItsObjectsWereMadeIn) {

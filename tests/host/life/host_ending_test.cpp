@@ -20,13 +20,14 @@
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
 #include "tests/support/faulty_vfs.h"
-#include "tests/support/scratch_folder.h"
+#include "tests/support/full_stderr.h"
+#include "tests/support/on_scratch_folder.h"
 
 namespace morvik::host {
 namespace {
 
 using std::chrono::steady_clock;
-constexpr std::chrono::seconds kGiveUp{20};
+using test::kGiveUp;
 /// Beyond the two seconds, on a busy machine.
 constexpr std::chrono::milliseconds kBusy{900};
 constexpr const char* kNotFromWithin =
@@ -47,52 +48,9 @@ class MachineWithDisk final : public SystemMachine {
   const std::string vfs_;
 };
 
-class HostEndingTest : public ::testing::Test {
+class HostEndingTest : public test::OnScratchFolder {
  protected:
-  HostEndingTest() {
-    options.store_folder = folder / "store";
-    options.app_key = "app";
-    options.hash_key = "hash";
-    options.tracking_key = "track";
-    options.log_sink = [this](std::string_view line) { log.line(line); };
-    // Nothing listens there, and nothing leaves this machine.
-    options.service_url = "http://127.0.0.1:1/";
-  }
-
-  std::unique_ptr<Host> make() { return taken(makeHost(options)); }
-  std::unique_ptr<Host> makeOn(Machine& machine) { return taken(makeHost(options, machine)); }
-  std::unique_ptr<Host> makePumped() {
-    options.main_queue = MainQueueMode::kPumped;
-    return make();
-  }
-  /// Waits until whoever holds the store has let it go.
-  bool canStartInTheEnd() {
-    const auto give_up = steady_clock::now() + kGiveUp;
-    while (steady_clock::now() < give_up) {
-      if (MorvikCore::start(options))
-        return true;
-    }
-    return false;
-  }
-  static steady_clock::duration timeOf(const std::function<void()>& act) {
-    const auto begin = steady_clock::now();
-    act();
-    return steady_clock::now() - begin;
-  }
   static void expectReady(std::future<void> future) { EXPECT_EQ(future.wait_for(kGiveUp), std::future_status::ready); }
-
-  test::ScratchFolder folder;
-  testing::RecordingLog log;
-  HostOptions options;
-
- private:
-  static std::unique_ptr<Host> taken(std::variant<std::unique_ptr<Host>, kit::Error> made) {
-    if (const auto* error = std::get_if<kit::Error>(&made)) {
-      ADD_FAILURE() << error->message;
-      return nullptr;
-    }
-    return std::get<std::unique_ptr<Host>>(std::move(made));
-  }
 };
 
 TEST_F(HostEndingTest, RunsWhatWasPostedBeforeInOrder) {
@@ -374,6 +332,234 @@ TEST_F(HostEndingTest, StopsInTheMiddleOfALongQueueOfBlocks) {
   EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
   const size_t at_the_end = ran;
   EXPECT_EQ(ran, at_the_end);
+}
+
+// ------------------------------------------------------------------------------------------------------------ the log
+
+/// Ends a host whose callback throws when it comes back, after stop() has returned.
+void endWithACallbackThatThrowsLate(Host& host) {
+  std::promise<void> started;
+  const auto may_go_on = std::make_shared<std::promise<void>>();
+  host.perform([&started, future = may_go_on->get_future().share()] {
+    started.set_value();
+    future.wait();
+    throw 1;
+  });
+  started.get_future().wait();
+  host.stop();
+  may_go_on->set_value();
+}
+
+TEST_F(HostEndingTest, WritesNothingToStandardErrorOnceItHasStopped) {
+  options.log_sink = nullptr;
+  ::testing::internal::CaptureStderr();
+  const auto host = make();
+  endWithACallbackThatThrowsLate(*host);
+  EXPECT_TRUE(canStartInTheEnd());
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(HostEndingTest, DoesNotWaitForWhoeverShouldReadStandardError) {
+  options.log_sink = nullptr;
+  const auto host = make();
+  const test::FullStderr full;
+  host->perform([] { throw 1; });
+  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  full.restore();
+  EXPECT_TRUE(canStartInTheEnd());
+}
+
+TEST_F(HostEndingTest, PumpedDoesNotWaitForWhoeverShouldReadStandardErrorEither) {
+  options.log_sink = nullptr;
+  const auto host = makePumped();
+  const test::FullStderr full;
+  std::thread([&host] {
+    for (int i = 0; i < 3; ++i)
+      host->perform([] { throw 1; });
+  }).join();
+  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+}
+
+// ---------------------------------------------------------------------------------------------------------- the store
+
+TEST_F(HostEndingTest, DoesNotWaitForWhoeverHasTheStoreLocked) {
+  const auto host = make();
+  std::promise<void> locked;
+  std::promise<void> go;
+  std::thread holder([&] {
+    host->properties().inOneStep([&] {
+      locked.set_value();
+      go.get_future().wait();
+    });
+  });
+  locked.get_future().wait();
+  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  const Status status = host->status();
+  EXPECT_FALSE(status.is_running);
+  EXPECT_TRUE(status.waiting.empty());
+  go.set_value();
+  holder.join();
+  EXPECT_TRUE(canStartInTheEnd());
+}
+
+// ----------------------------------------------------------------------------------------------- others, at that time
+
+TEST_F(HostEndingTest, EndsAWaitThatAnotherThreadIsIn) {
+  const auto host = make();
+  std::promise<void> started;
+  std::promise<void> go;
+  // Keeps the waits from being told before they are stopped.
+  host->perform([&] {
+    started.set_value();
+    go.get_future().wait();
+  });
+  started.get_future().wait();
+  host->addActivity("g", "n", std::nullopt);
+  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(kGiveUp); });
+  auto draining = std::async(std::launch::async, [&host] { host->stop(kGiveUp); });
+  auto stopping = std::async(std::launch::async, [&host] { host->stop(); });
+  while (host->setAge(7) == Recorded::kKept)
+    std::this_thread::yield();
+  go.set_value();
+  EXPECT_EQ(got(std::move(waiting)).reason, FlushReason::kStopped);
+  got(std::move(draining));
+  got(std::move(stopping));
+  EXPECT_TRUE(canStartInTheEnd());
+}
+
+TEST_F(HostEndingTest, TellsAFlushThatTheMainQueueDoesNotGetToOnTheStoppingThread) {
+  const auto host = make();
+  std::promise<void> started;
+  std::promise<void> go;
+  host->perform([&] {
+    started.set_value();
+    go.get_future().wait();
+  });
+  started.get_future().wait();
+  std::vector<FlushReason> told;
+  std::thread::id told_on;
+  host->addActivity("g", "n", std::nullopt);
+  host->flush(
+      [&](const FlushResult& result) {
+        told.push_back(result.reason);
+        told_on = std::this_thread::get_id();
+      },
+      kGiveUp);
+  host->stop();
+  EXPECT_EQ(told, std::vector<FlushReason>{FlushReason::kStopped});
+  EXPECT_EQ(told_on, std::this_thread::get_id());
+  go.set_value();
+  EXPECT_TRUE(canStartInTheEnd());
+  EXPECT_EQ(told.size(), 1U);
+}
+
+TEST_F(HostEndingTest, TellsAFlushAtOnceThatComesWhileItEnds) {
+  const auto host = make();
+  std::promise<void> started;
+  std::promise<void> go;
+  host->perform([&] {
+    started.set_value();
+    go.get_future().wait();
+  });
+  started.get_future().wait();
+  host->addActivity("g", "n", std::nullopt);
+  std::thread stopper([&host] { host->stop(); });
+  while (host->setAge(7) == Recorded::kKept)
+    std::this_thread::yield();
+  std::vector<FlushReason> told;
+  host->flush([&told](const FlushResult& result) { told.push_back(result.reason); }, kGiveUp);
+  EXPECT_EQ(told, std::vector<FlushReason>{FlushReason::kStopped});
+  go.set_value();
+  stopper.join();
+  EXPECT_EQ(told.size(), 1U);
+}
+
+TEST_F(HostEndingTest, WritesALineAndDoesNothingWithinTheAppsAdClient) {
+  Host* kit = nullptr;
+  std::promise<void> asked;
+  options.ad_client.requestAttributionDetails = [&](auto&&...) {
+    kit->stop();
+    asked.set_value();
+  };
+  const auto host = make();
+  kit = host.get();
+  host->applicationDidBecomeActive();
+  expectReady(asked.get_future());
+  std::promise<void> goes_on;
+  host->perform([&goes_on] { goes_on.set_value(); });
+  expectReady(goes_on.get_future());
+  EXPECT_TRUE(log.has(kNotFromWithin));
+  host->stop();
+}
+
+// ------------------------------------------------------------------------------------------------------------ erasing
+
+TEST_F(HostEndingTest, ErasesInTheSameTimeAndTheNextStartFinishesWhatACallbackHeldUp) {
+  const auto host = make();
+  host->addActivity("g", "n", std::nullopt);
+  std::promise<void> started;
+  std::promise<void> go;
+  host->perform([&] {
+    started.set_value();
+    go.get_future().wait();
+  });
+  started.get_future().wait();
+  bool was_erased = true;
+  EXPECT_LT(timeOf([&] { was_erased = host->eraseLocalData(); }), kStopTime + kBusy);
+  EXPECT_FALSE(was_erased) << "the callback keeps the store";
+  EXPECT_EQ(log.countContaining("Morvik host: not all was erased"), 1U);
+  EXPECT_FALSE(MorvikCore::start(options));
+  go.set_value();
+  EXPECT_TRUE(canStartInTheEnd());
+  EXPECT_EQ(make()->properties().fendoActivityInfos().size(), 0U);
+}
+
+TEST_F(HostEndingTest, IsErasedByOneOfSeveralThreadsAndTheOthersAnswerTheSame) {
+  const auto host = make();
+  host->addActivity("g", "n", std::nullopt);
+  std::promise<void> started;
+  std::promise<void> go;
+  host->perform([&] {
+    started.set_value();
+    go.get_future().wait();
+  });
+  started.get_future().wait();
+  std::vector<std::future<bool>> erased;
+  std::atomic<int> callers = 0;
+  const auto erase = [&] {
+    ++callers;
+    return host->eraseLocalData();
+  };
+  for (int i = 0; i < 4; ++i)
+    erased.push_back(std::async(std::launch::async, erase));
+  while (host->setAge(7) == Recorded::kKept || callers < 4)
+    std::this_thread::yield();
+  erased.push_back(std::async(std::launch::async, erase));
+  EXPECT_EQ(erased.back().wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+  go.set_value();
+  for (auto& each : erased)
+    EXPECT_TRUE(got(std::move(each)));
+  const size_t lines = log.lines().size();
+  EXPECT_FALSE(host->eraseLocalData()) << "it is stopped";
+  EXPECT_EQ(log.lines().size(), lines) << "and its log closed";
+}
+
+TEST_F(HostEndingTest, IsNotErasedFromWithinTheLogSink) {
+  Host* kit = nullptr;
+  std::vector<bool> erased;
+  options.log_sink = [&](std::string_view) {
+    if (kit != nullptr)
+      erased.push_back(kit->eraseLocalData());
+  };
+  const auto host = makePumped();
+  host->addActivity("g", "n", std::nullopt);
+  kit = host.get();
+  host->perform([] { throw 1; });
+  host->dispatch();
+  kit = nullptr;
+  EXPECT_EQ(erased, std::vector<bool>{false});
+  EXPECT_EQ(host->addActivity("g", "n", std::nullopt), Recorded::kKept);
+  EXPECT_EQ(host->properties().fendoActivityInfos().size(), 2U);
 }
 
 }  // namespace

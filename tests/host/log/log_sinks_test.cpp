@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -11,6 +13,7 @@
 #include <variant>
 #include <vector>
 
+#include "tests/support/full_stderr.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik::host {
@@ -22,6 +25,58 @@ TEST(StderrLogSink, EndsEachLineWithALineFeed) {
   sink.line("one");
   sink.line("two\nwith a break");
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "one\ntwo\nwith a break\n");
+}
+
+TEST(StderrLogSink, WaitsForARoomUntilTheHostEnds) {
+  const test::FullStderr full;
+  StderrLogSink sink;
+  auto patient = std::async(std::launch::async, [&sink] { sink.line("patient"); });
+  EXPECT_EQ(patient.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+  std::string read = full.read();
+  patient.get();
+  read += full.read();
+  EXPECT_TRUE(read.ends_with("patient\n"));
+  full.fill();
+  auto ended = std::async(std::launch::async, [&sink] { sink.line("dropped"); });
+  EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+  sink.waitUntil(std::chrono::steady_clock::now());
+  ended.get();
+  EXPECT_EQ(full.read().find("dropped"), std::string::npos);
+}
+
+TEST(StderrLogSink, DropsTheLineOfADyingThreadThatAFullPipeDoesNotTake) {
+  const test::FullStderr full;
+  StderrLogSink sink;
+  EXPECT_FALSE(sink.tryLine("last words"));
+}
+
+TEST(ClosableLogSink, PassesNothingOnOnceItIsClosed) {
+  std::vector<std::string> taken;
+  ClosableLogSink sink(std::make_unique<AppLogSink>([&taken](std::string_view line) { taken.emplace_back(line); }));
+  sink.line("one");
+  EXPECT_TRUE(sink.tryLine("two"));
+  EXPECT_TRUE(sink.close(std::chrono::steady_clock::now()));
+  sink.line("three");
+  EXPECT_FALSE(sink.tryLine("four"));
+  EXPECT_EQ(taken, (std::vector<std::string>{"one", "two"}));
+}
+
+TEST(ClosableLogSink, WaitsInTimeForTheLineThatIsBeingTaken) {
+  std::promise<void> taking;
+  std::promise<void> go;
+  bool is_taken = false;
+  ClosableLogSink sink(std::make_unique<AppLogSink>([&](std::string_view) {
+    taking.set_value();
+    go.get_future().wait();
+    is_taken = true;
+  }));
+  std::thread writer([&sink] { sink.line("one"); });
+  taking.get_future().wait();
+  EXPECT_FALSE(sink.close(std::chrono::steady_clock::now()));
+  go.set_value();
+  EXPECT_TRUE(sink.close(std::chrono::steady_clock::now() + std::chrono::seconds(20)));
+  EXPECT_TRUE(is_taken);
+  writer.join();
 }
 
 TEST(AppLogSink, GivesTheAppEachLineOneCallAtATime) {

@@ -1,0 +1,83 @@
+// What a test of a whole host on the real machine begins with.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "host/machine/machine.h"
+#include "host/make_host.h"
+#include "testing/recording_log.h"
+#include "tests/support/scratch_folder.h"
+
+namespace morvik::test {
+
+/// A wait for something that does not come ends after this time, and the test fails.
+inline constexpr std::chrono::seconds kGiveUp{20};
+
+/// Hosts on a folder of their own, whose lines are kept and whose service nobody answers for.
+class OnScratchFolder : public ::testing::Test {
+ protected:
+  OnScratchFolder() {
+    options.store_folder = folder / "store";
+    options.app_key = "app";
+    options.hash_key = "hash";
+    options.tracking_key = "track";
+    options.log_sink = [this](std::string_view line) { log.line(line); };
+    // Nothing listens there, and nothing leaves this machine.
+    options.service_url = "http://127.0.0.1:1/";
+  }
+
+  std::unique_ptr<host::Host> make() { return taken(host::makeHost(options)); }
+  std::unique_ptr<host::Host> makeOn(host::Machine& machine) { return taken(host::makeHost(options, machine)); }
+  std::unique_ptr<host::Host> makePumped() {
+    options.main_queue = MainQueueMode::kPumped;
+    return make();
+  }
+  /// As an app starts it.
+  std::unique_ptr<MorvikCore> start() {
+    StartResult started = MorvikCore::start(options);
+    EXPECT_TRUE(started) << started.error;
+    return std::move(started.core);
+  }
+  /// Waits until whoever holds the store has let it go.
+  bool canStartInTheEnd() {
+    const auto give_up = std::chrono::steady_clock::now() + kGiveUp;
+    while (std::chrono::steady_clock::now() < give_up) {
+      if (MorvikCore::start(options))
+        return true;
+    }
+    return false;
+  }
+  static std::chrono::steady_clock::duration timeOf(const std::function<void()>& act) {
+    const auto begin = std::chrono::steady_clock::now();
+    act();
+    return std::chrono::steady_clock::now() - begin;
+  }
+  template <class Result>
+  static Result got(std::future<Result> future) {
+    EXPECT_EQ(future.wait_for(kGiveUp), std::future_status::ready);
+    return future.get();
+  }
+
+  ScratchFolder folder;
+  testing::RecordingLog log;
+  HostOptions options;
+
+ private:
+  static std::unique_ptr<host::Host> taken(std::variant<std::unique_ptr<host::Host>, kit::Error> made) {
+    if (const auto* error = std::get_if<kit::Error>(&made)) {
+      ADD_FAILURE() << error->message;
+      return nullptr;
+    }
+    return std::get<std::unique_ptr<host::Host>>(std::move(made));
+  }
+};
+
+}  // namespace morvik::test
