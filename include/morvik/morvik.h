@@ -192,7 +192,8 @@ class MorvikCore {
   /// thread; some microseconds, however much is stored.
   virtual Ledger ledger() = 0;
 
-  /// How things stand. At once, on any thread; some microseconds. After stop() as it stood then.
+  /// How things stand. At once, on any thread; some microseconds. After stop() as it stood then, but
+  /// without what lies in the store when that was still busy after two seconds.
   virtual Status status() = 0;
 
   /// Removes what the kit keeps on this device: cancels what is under way, stops the kit, and deletes the store, what
