@@ -100,6 +100,10 @@ std::int64_t Database::lastInsertedRow() const {
   return sqlite3_last_insert_rowid(handle());
 }
 
+std::int64_t Database::changedRows() const {
+  return sqlite3_changes64(handle());
+}
+
 Transaction::Transaction(Database& database) : database_(database) {
   database_.execute("BEGIN");
 }

@@ -63,11 +63,16 @@ class Database {
  public:
   /// Opens or makes the file. Throws DatabaseError.
   explicit Database(const std::string& path);
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+  Database(Database&&) = default;
 
   /// Runs statements that give no rows.
   void execute(const std::string& sql);
 
   std::int64_t lastInsertedRow() const;
+  /// Rows that the last statement changed.
+  std::int64_t changedRows() const;
   sqlite3* handle() const { return handle_.get(); }
 
  private:

@@ -90,4 +90,14 @@ void makeFolder(const std::string& path) {
     throw SetupError("cannot make the folder " + path + ": " + error.message());
 }
 
+void makePrivateFolder(const std::string& path) {
+  std::filesystem::path folder(path);
+  if (!folder.has_filename())
+    folder = folder.parent_path();  // of a name that ends with a slash
+  if (folder.has_parent_path())
+    makeFolder(folder.parent_path());
+  if (::mkdir(folder.c_str(), kPrivateFolderMode) != 0)
+    makeFolder(path);  // it is there, or cannot be
+}
+
 }  // namespace morvik_service

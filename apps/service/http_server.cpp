@@ -80,52 +80,89 @@ struct DestroyResponse {
 
 using Response = std::unique_ptr<MHD_Response, DestroyResponse>;
 
-// A stream on its way out, and the rest of the piece that did not fit into the library's buffer.
-struct Outflow {
-  std::shared_ptr<BodyStream> stream;
-  std::stop_token stop;
-  std::string piece;
-  std::size_t sent = 0;
+// While it lives, a wait of ours is not the client's idleness, which counts anew afterwards.
+class OwnWait {
+ public:
+  OwnWait(MHD_Connection* connection, const HttpServer& server) : connection_(connection), server_(server) {
+    MHD_set_connection_option(connection_, MHD_CONNECTION_OPTION_TIMEOUT, 0U);
+  }
+  OwnWait(const OwnWait&) = delete;
+  OwnWait& operator=(const OwnWait&) = delete;
+  ~OwnWait() { MHD_set_connection_option(connection_, MHD_CONNECTION_OPTION_TIMEOUT, server_.idleSeconds()); }
+
+ private:
+  MHD_Connection* connection_;
+  const HttpServer& server_;
 };
 
-// No exception may pass through the C library.
-bool refill(Outflow& outflow) {
-  if (outflow.sent < outflow.piece.size())
-    return true;
-  try {
-    std::optional<std::string> next = outflow.stream->next(outflow.stop);
-    if (!next || next->empty())
-      return false;
-    outflow.piece = std::move(*next);
-    outflow.sent = 0;
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
+int socketOf(MHD_Connection* connection) {
+  const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+  return info == nullptr ? -1 : info->connect_fd;
 }
 
+// A stream on its way out, and the rest of the piece that did not fit into the library's buffer. It ends with the
+// server or its reader.
+class Outflow {
+ public:
+  Outflow(std::shared_ptr<BodyStream> stream, MHD_Connection* connection, HttpServer& server)
+      : stream_(std::move(stream)),
+        connection_(connection),
+        server_(server),
+        watched_(server.hangUps(), socketOf(connection), end_),
+        on_server_stop_(server.stopping(), [this] { end_.request_stop(); }) {}
+
+  // The next bytes; 0 at the end. No exception may pass through the C library.
+  std::size_t read(char* buffer, std::size_t room) {
+    if (!refill())
+      return 0;
+    const std::size_t bytes = std::min(room, piece_.size() - sent_);
+    std::memcpy(buffer, piece_.data() + sent_, bytes);
+    sent_ += bytes;
+    return bytes;
+  }
+
+ private:
+  bool refill() {
+    if (sent_ < piece_.size())
+      return true;
+    try {
+      const OwnWait wait(connection_, server_);
+      std::optional<std::string> next = stream_->next(end_.get_token());
+      if (!next || next->empty())
+        return false;
+      piece_ = std::move(*next);
+      sent_ = 0;
+      return true;
+    } catch (const std::exception&) {
+      return false;
+    }
+  }
+
+  const std::shared_ptr<BodyStream> stream_;
+  MHD_Connection* const connection_;
+  HttpServer& server_;
+  std::string piece_;
+  std::size_t sent_ = 0;
+  std::stop_source end_;
+  const HangUpWatch::Watched watched_;
+  const std::stop_callback<std::function<void()>> on_server_stop_;
+};
+
 ssize_t readOutflow(void* context, std::uint64_t, char* buffer, std::size_t room) {
-  Outflow& outflow = *static_cast<Outflow*>(context);
-  if (!refill(outflow))
-    return MHD_CONTENT_READER_END_OF_STREAM;
-  const std::size_t bytes = std::min(room, outflow.piece.size() - outflow.sent);
-  std::memcpy(buffer, outflow.piece.data() + outflow.sent, bytes);
-  outflow.sent += bytes;
-  return static_cast<ssize_t>(bytes);
+  const std::size_t bytes = static_cast<Outflow*>(context)->read(buffer, room);
+  return bytes == 0 ? MHD_CONTENT_READER_END_OF_STREAM : static_cast<ssize_t>(bytes);
 }
 
 void freeOutflow(void* context) {
   delete static_cast<Outflow*>(context);
 }
 
-Response makeResponse(HttpReply& reply, const HttpServer& server) {
+Response makeResponse(HttpReply& reply, MHD_Connection* connection, HttpServer& server) {
   if (reply.stream == nullptr) {
     // The library copies the body; its signature predates const.
     return Response(MHD_create_response_from_buffer(reply.body.size(), reply.body.data(), MHD_RESPMEM_MUST_COPY));
   }
-  auto outflow = std::make_unique<Outflow>();
-  outflow->stream = std::move(reply.stream);
-  outflow->stop = server.stopping();
+  auto outflow = std::make_unique<Outflow>(std::move(reply.stream), connection, server);
   Response response(
       MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kStreamBlockBytes, readOutflow, outflow.get(), freeOutflow));
   if (response != nullptr)
@@ -133,8 +170,8 @@ Response makeResponse(HttpReply& reply, const HttpServer& server) {
   return response;
 }
 
-MHD_Result send(MHD_Connection* connection, const HttpServer& server, HttpReply reply) {
-  const Response response = makeResponse(reply, server);
+MHD_Result send(MHD_Connection* connection, HttpServer& server, HttpReply reply) {
+  const Response response = makeResponse(reply, connection, server);
   if (response == nullptr)
     return MHD_NO;
   MHD_add_response_header(response.get(), MHD_HTTP_HEADER_CONTENT_TYPE, reply.content_type.c_str());
@@ -152,6 +189,7 @@ HttpReply overloadedReply() {
 
 // Ending a request with MHD_NO closes its connection without an answer.
 MHD_Result finishRequest(HttpServer& server, MHD_Connection* connection, Exchange& exchange) {
+  const OwnWait wait(connection, server);
   HttpReply reply = exchange.overloaded() ? overloadedReply() : server.answer(exchange.request());
   if (reply.close_without_answer)
     return MHD_NO;
@@ -192,20 +230,21 @@ void HttpServer::Stop::operator()(MHD_Daemon* daemon) const {
   MHD_stop_daemon(daemon);
 }
 
-HttpServer::HttpServer(Listener& listener, const TlsIdentity& identity, Handler handler)
-    : handler_(std::move(handler)) {
+HttpServer::HttpServer(Listener& listener, const TlsIdentity& identity, Handler handler, unsigned idle_seconds)
+    : handler_(std::move(handler)), idle_seconds_(idle_seconds) {
   const int socket = listener.release();
   daemon_.reset(MHD_start_daemon(
       MHD_USE_TLS | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL | MHD_USE_ITC, 0,
-      nullptr, nullptr, onRequest, this,                            //
-      MHD_OPTION_LISTEN_SOCKET, socket,                             //
-      MHD_OPTION_HTTPS_MEM_CERT, identity.certificate_pem.c_str(),  //
-      MHD_OPTION_HTTPS_MEM_KEY, identity.key_pem.c_str(),           //
-      MHD_OPTION_HTTPS_PRIORITIES, kTlsVersions,                    //
-      MHD_OPTION_NOTIFY_COMPLETED, onCompleted, nullptr,            //
-      MHD_OPTION_CONNECTION_LIMIT, kMaxConnections,                 //
-      MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMaxHeaderBytes,          //
-      MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,                  //
+      nullptr, nullptr, onRequest, this,                               //
+      MHD_OPTION_LISTEN_SOCKET, socket,                                //
+      MHD_OPTION_HTTPS_MEM_CERT, identity.certificate_pem.c_str(),     //
+      MHD_OPTION_HTTPS_MEM_KEY, identity.key_pem.c_str(),              //
+      MHD_OPTION_HTTPS_PRIORITIES, kTlsVersions,                       //
+      MHD_OPTION_NOTIFY_COMPLETED, onCompleted, nullptr,               //
+      MHD_OPTION_CONNECTION_LIMIT, kMaxConnections,                    //
+      MHD_OPTION_PER_IP_CONNECTION_LIMIT, kMaxConnectionsOfAnAddress,  //
+      MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMaxHeaderBytes,             //
+      MHD_OPTION_CONNECTION_TIMEOUT, idle_seconds_,                    //
       MHD_OPTION_END));
   if (daemon_ == nullptr) {
     ::close(socket);

@@ -110,11 +110,16 @@ HttpReply showEvents(const HttpRequest& request, const Inspected& inspected) {
 }
 
 HttpReply showBehaviours(const HttpRequest&, const Inspected& inspected) {
+  const std::lock_guard lock(inspected.mutex);
   return {200, jsonText({{"behaviours", inspected.behaviours.list()}})};
 }
 
 HttpReply addBehaviour(const HttpRequest& request, const Inspected& inspected) {
-  inspected.behaviours.add(parseBehaviour(readBody(request), endpointNames()));
+  Behaviour behaviour = parseBehaviour(readBody(request), endpointNames());
+  {
+    const std::lock_guard lock(inspected.mutex);
+    inspected.behaviours.add(std::move(behaviour));
+  }
   inspected.feed.publish();
   return showBehaviours(request, inspected);
 }
@@ -124,22 +129,40 @@ HttpReply clearBehaviours(const HttpRequest& request, const Inspected& inspected
   const std::string endpoint = textParameter(request, "endpoint");
   const std::string kind = textParameter(request, "kind");
   requireBehaviourNames(endpoint, kind, endpointNames());
-  if (request.query.empty()) {
-    inspected.behaviours.clear();
-  } else {
-    inspected.behaviours.remove(endpoint, kind);
+  {
+    const std::lock_guard lock(inspected.mutex);
+    if (request.query.empty()) {
+      inspected.behaviours.clear();
+    } else {
+      inspected.behaviours.remove(endpoint, kind);
+    }
   }
   inspected.feed.publish();
   return showBehaviours(request, inspected);
 }
 
 HttpReply showAttribution(const HttpRequest&, const Inspected& inspected) {
+  const std::lock_guard lock(inspected.mutex);
   return {200, jsonText({{"attribution", inspected.attribution.chosen()}})};
 }
 
 HttpReply chooseAttribution(const HttpRequest& request, const Inspected& inspected) {
-  inspected.attribution.choose(jsonText(readBody(request)));
+  const std::string members = jsonText(readBody(request));
+  {
+    const std::lock_guard lock(inspected.mutex);
+    inspected.attribution.choose(members);
+  }
   return showAttribution(request, inspected);
+}
+
+Json toldLedgers(const Inspected& inspected) {
+  const std::lock_guard lock(inspected.mutex);
+  return inspected.ledgers.list();
+}
+
+Json toldLedger(const Inspected& inspected, const std::string& install) {
+  const std::lock_guard lock(inspected.mutex);
+  return inspected.ledgers.of(install);
 }
 
 // With what arrived of one device where one is asked for.
@@ -147,8 +170,8 @@ HttpReply showLedgers(const HttpRequest& request, const Inspected& inspected) {
   requireKnownParameters(request, {"install"});
   const std::string* install = findParameter(request, "install");
   if (install == nullptr)
-    return {200, jsonText({{"ledgers", inspected.ledgers.list()}})};
-  Json ledger = inspected.ledgers.of(*install);
+    return {200, jsonText({{"ledgers", toldLedgers(inspected)}})};
+  Json ledger = toldLedger(inspected, *install);
   if (ledger.is_null())
     return {200, jsonText({{"ledgers", Json::array()}})};
   const Json arrived = inspected.store.arrivedOf(*install);
@@ -161,9 +184,14 @@ HttpReply takeLedger(const HttpRequest& request, const Inspected& inspected) {
   requireKnownParameters(request, {});
   requireKeptBody(request);
   requireJson(request);
-  inspected.ledgers.tell(request.body);
+  std::uint64_t told = 0;
+  {
+    const std::lock_guard lock(inspected.mutex);
+    inspected.ledgers.tell(request.body);
+    told = inspected.ledgers.told();
+  }
   inspected.feed.publish();
-  return {200, jsonText({{"told", inspected.ledgers.told()}})};
+  return {200, jsonText({{"told", told}})};
 }
 
 struct Verb {

@@ -10,9 +10,9 @@ namespace morvik_service {
 /// True for paths that `inspect` answers.
 bool isInspection(const HttpRequest& request);
 
-/// Answers one inspection request of someone who may ask (requireAdmin). The caller holds `inspected.mutex`; a stream
-/// in the reply takes it by itself, later. Never shows the secret keys: they are not in the store. Throws Refusal for
-/// everything it cannot do, DatabaseError when the store fails.
+/// Answers one inspection request of someone who may ask (requireAdmin). Any thread; takes `inspected.mutex` by itself,
+/// as does a stream in the reply. Never shows the secret keys: they are not in the store. Throws Refusal for everything
+/// it cannot do, DatabaseError when the store fails.
 HttpReply inspect(const HttpRequest& request, const Inspected& inspected);
 
 }  // namespace morvik_service

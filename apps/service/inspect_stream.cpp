@@ -48,7 +48,6 @@ class EventStream : public BodyStream {
 
  private:
   std::string readNews() {
-    const std::lock_guard lock(inspected_.mutex);
     std::string news;
     const std::int64_t newest = inspected_.store.newestRequest();
     // Who knows of more than there is watched another store, before this service was started anew.
@@ -60,10 +59,15 @@ class EventStream : public BodyStream {
       after_ = summary.at("id");
       news += "id: " + std::to_string(after_) + "\n" + serverSentEvent("request", jsonText(summary));
     }
-    addWhenChanged(news, "behaviours", behaviours_, jsonText(inspected_.behaviours.summaries()));
-    addWhenChanged(news, "ledgers", ledgers_, jsonText(ledgersJson(inspected_.ledgers)));
+    addChoices(news);
     addWhenChanged(news, "totals", totals_, jsonText(totalsJson(inspected_.store.totals())));
     return news;
+  }
+
+  void addChoices(std::string& news) {
+    const std::lock_guard lock(inspected_.mutex);
+    addWhenChanged(news, "behaviours", behaviours_, jsonText(inspected_.behaviours.summaries()));
+    addWhenChanged(news, "ledgers", ledgers_, jsonText(ledgersJson(inspected_.ledgers)));
   }
 
   static void addWhenChanged(std::string& news, const char* name, std::string& last, std::string now) {
@@ -101,15 +105,11 @@ class WaitingListing : public BodyStream {
       if (isDue() || left.count() <= 0 || !inspected_.feed.waitBeyond(seen, left, stop))
         break;
     }
-    const std::lock_guard lock(inspected_.mutex);
     return inspected_.store.requestsJson(page_);
   }
 
  private:
-  bool isDue() const {
-    const std::lock_guard lock(inspected_.mutex);
-    return inspected_.store.newestRequest() > page_.after;
-  }
+  bool isDue() const { return inspected_.store.newestRequest() > page_.after; }
 
   const Inspected inspected_;
   const std::unique_ptr<Watchers::Seat> seat_;

@@ -21,7 +21,7 @@ struct Inspected {
   Attribution& attribution;
   Ledgers& ledgers;
   Feed& feed;               ///< published when any of the above changed
-  std::mutex& mutex;        ///< guards all but the feed; streams take it by themselves
+  std::mutex& mutex;        ///< guards behaviours, attribution and ledgers; taken for an instant, never for the disk
   Watchers& watchers;       ///< those who wait for changes
   const AdminRules& rules;  ///< who may ask
 };

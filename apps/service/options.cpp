@@ -36,7 +36,12 @@ void describeListening(CLI::App& app, Options& options) {
 }
 
 void describeRest(CLI::App& app, Options& options) {
-  app.add_option("--store", options.store_folder, "folder of the database; made when missing")->required();
+  app.add_option("--store", options.store_folder, "folder of the database; made when missing, for its owner alone")
+      ->required();
+  app.add_option("--keep-mib", options.keep_mib,
+                 "MiB that the store keeps; past that the oldest requests go, what was counted stays counted")
+      ->check(CLI::Range(std::int64_t{1}, kMaxKeepMib))
+      ->capture_default_str();
   app.add_option("--keys", options.keys_file, "file with the keys");
   app.add_option("--app-key", options.app_key, "the app's key");
   app.add_option("--hash-key", options.hash_key, "the app's hash key");

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "apps/service/store.h"
+
 namespace morvik_service {
 
 struct Options {
@@ -17,6 +19,7 @@ struct Options {
   std::string key_file;
   std::string make_certificates_in;  ///< a folder; the two files above are empty then
   std::string store_folder;
+  std::int64_t keep_mib = kDefaultKeepMib;
   std::string keys_file;
   std::string app_key;
   std::string hash_key;

@@ -92,7 +92,7 @@ void serve(const Options& options, const Surroundings& surroundings) {
   const Keys keys = collectKeys(options);
   AnswerData data = chooseAnswerData(options);
   Service::LineSink write_line = makeLineSink(options, surroundings.errors);
-  Store store(options.store_folder);
+  Store store(options.store_folder, options.keep_mib * kBytesOfMib);
   Service service(keys, std::move(data), store, systemTimeMilliseconds, std::move(write_line),
                   AdminRules{options.inspect_hosts});
   Listener listener(options.bind_address, options.port);

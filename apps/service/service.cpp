@@ -44,6 +44,15 @@ bool isForBrowsers(const HttpRequest& request) {
   return isInspection(request) || isPage(request);
 }
 
+// Nobody reads what was sent to nowhere; its length is known.
+HttpRequest withoutBody(const HttpRequest& request) {
+  HttpRequest head{.method = request.method, .path = request.path, .query = request.query, .headers = request.headers};
+  head.body_bytes = request.body_bytes;
+  head.body_too_large = request.body_too_large;
+  head.from_loopback = request.from_loopback;
+  return head;
+}
+
 // Checks the payload. When it is refused and the endpoint has words of its own for that, they are the answer.
 bool isAcceptable(const Endpoint& endpoint, const Keys& keys, RequestRecord& record) {
   try {
@@ -92,8 +101,9 @@ Service::Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink
       rules_(std::move(rules)),
       secrets_(keys_),
       store_(store),
-      ledgers_(clock_),
-      data_(std::move(data)) {}
+      data_(std::move(data)),
+      attribution_(data_.attribution),
+      ledgers_(clock_) {}
 
 HttpReply Service::handle(const HttpRequest& request) {
   HttpReply reply = answer(request);
@@ -105,26 +115,24 @@ HttpReply Service::handle(const HttpRequest& request) {
 }
 
 HttpReply Service::answer(const HttpRequest& request) {
-  const std::lock_guard lock(mutex_);
   try {
-    return handleLocked(request);
+    return isForBrowsers(request) ? answerAdmin(request) : takeIn(request);
   } catch (const Refusal& refusal) {
     return refusalReply(refusal);
   } catch (const DatabaseError& error) {
-    write_line_(isoTime(clock_()) + " the store failed: " + error.what());
+    writeLine(isoTime(clock_()) + " the store failed: " + error.what());
     return refusalReply(storeFailed(error));
   }
 }
 
-HttpReply Service::handleLocked(const HttpRequest& request) {
-  if (isForBrowsers(request))
-    return answerAdmin(request);
+HttpReply Service::takeIn(const HttpRequest& request) {
+  const std::lock_guard lock(taking_in_);
   // Before anything is remembered, or a behaviour used up.
   requireOwnSite(request);
   RequestRecord record;
   record.time_milliseconds = clock_();
-  record.request = request;
   const Endpoint* endpoint = findEndpoint(request.path);
+  record.request = endpoint == nullptr ? withoutBody(request) : request;
   if (endpoint != nullptr && request.method == endpoint->method) {
     handleEndpoint(*endpoint, record);
   } else {
@@ -139,12 +147,12 @@ HttpReply Service::answerAdmin(const HttpRequest& request) {
   requireAdmin(request, rules_);
   return isPage(request)
              ? page(request)
-             : inspect(request, {store_, behaviours_, data_.attribution, ledgers_, feed_, mutex_, watchers_, rules_});
+             : inspect(request, {store_, behaviours_, attribution_, ledgers_, feed_, choice_mutex_, watchers_, rules_});
 }
 
 void Service::handleEndpoint(const Endpoint& endpoint, RequestRecord& record) {
   record.endpoint = endpoint.name;
-  const std::optional<Behaviour> behaviour = behaviours_.take(endpoint.name);
+  const std::optional<Behaviour> behaviour = takeBehaviour(endpoint);
   if (behaviour)
     record.behaviour = describeBehaviour(*behaviour);
   const bool may_count = !behaviour || behaviour->count_events;
@@ -164,6 +172,7 @@ void Service::answerUsually(const Endpoint& endpoint, bool may_count, RequestRec
     throw Refusal(400, "the body is empty", kWhereBody, howToSend(endpoint.form));
   if (record.payload && !isAcceptable(endpoint, keys_, record))
     return;
+  takeAttribution();
   record.counting = endpoint.counting;
   record.counted = endpoint.counting != Counting::kNothing && may_count;
   record.reply = {200,
@@ -175,7 +184,22 @@ void Service::remember(RequestRecord& record) {
   Counts counts;
   const std::int64_t id = store_.add(record, counts);
   feed_.publish();
-  write_line_(describe(record, counts, id));
+  writeLine(describe(record, counts, id));
+}
+
+std::optional<Behaviour> Service::takeBehaviour(const Endpoint& endpoint) {
+  const std::lock_guard lock(choice_mutex_);
+  return behaviours_.take(endpoint.name);
+}
+
+void Service::takeAttribution() {
+  const std::lock_guard lock(choice_mutex_);
+  data_.attribution = attribution_;
+}
+
+void Service::writeLine(const std::string& line) {
+  const std::lock_guard lock(line_mutex_);
+  write_line_(line);
 }
 
 }  // namespace morvik_service

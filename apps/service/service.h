@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "apps/service/admin_guard.h"
@@ -26,11 +27,11 @@ class Service {
   using LineSink = std::function<void(const std::string& line)>;
 
   /// `store` outlives the service and is used by nobody else. `clock` and `write_line` are called by whichever thread
-  /// calls `handle`, one at a time.
+  /// calls `handle`, `write_line` by one at a time, `clock` by several.
   Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink write_line, AdminRules rules = {});
 
   /// Answers a request: an endpoint's, an inspection, the page, or a refusal in JSON. A stream in the reply must not
-  /// outlive the service. Any thread; requests wait for each other.
+  /// outlive the service. Any thread; requests of devices wait for each other, inspections wait for none of them.
   /// Blocks for decoding and the disk, never for a behaviour's delay (that is in the reply). Does not throw for
   /// anything a request can contain.
   HttpReply handle(const HttpRequest& request);
@@ -38,10 +39,13 @@ class Service {
  private:
   HttpReply answer(const HttpRequest& request);
   HttpReply answerAdmin(const HttpRequest& request);
-  HttpReply handleLocked(const HttpRequest& request);
+  HttpReply takeIn(const HttpRequest& request);
   void handleEndpoint(const Endpoint& endpoint, RequestRecord& record);
   void answerUsually(const Endpoint& endpoint, bool may_count, RequestRecord& record);
   void remember(RequestRecord& record);
+  std::optional<Behaviour> takeBehaviour(const Endpoint& endpoint);
+  void takeAttribution();
+  void writeLine(const std::string& line);
 
   const Keys keys_;
   const Clock clock_;
@@ -50,11 +54,14 @@ class Service {
   const Secrets secrets_;
   Watchers watchers_;
   Feed feed_;
-  std::mutex mutex_;  ///< guards everything below
   Store& store_;
+  std::mutex line_mutex_;    ///< guards write_line_
+  std::mutex taking_in_;     ///< one request of a device at a time; guards data_
+  AnswerData data_;          ///< its attribution is a copy of attribution_
+  std::mutex choice_mutex_;  ///< guards everything below
   Behaviours behaviours_;
+  Attribution attribution_;
   Ledgers ledgers_;
-  AnswerData data_;
 };
 
 }  // namespace morvik_service

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "apps/service/files.h"
 #include "apps/service/refusal.h"
+#include "apps/service/store_counts.h"
 #include "apps/service/store_rows.h"
 #include "apps/service/store_schema.h"
 #include "apps/service/summary.h"
@@ -11,13 +11,11 @@
 namespace morvik_service {
 namespace {
 
-constexpr const char* kFileName = "service.sqlite3";
-Database openDatabase(const std::string& folder) {
-  makeFolder(folder);
+Database openDatabase(const StoreFolder& folder) {
   try {
-    return Database(folder + "/" + kFileName);
+    return Database(folder.databaseFile());
   } catch (const DatabaseError& error) {
-    throw SetupError("cannot open the store in " + folder + ": " + error.what());
+    throw SetupError("cannot open the store in " + folder.path() + ": " + error.what());
   }
 }
 
@@ -73,22 +71,34 @@ std::int64_t rowsToRead(const Page& page) {
   return page.limit == INT64_MAX ? page.limit : page.limit + 1;
 }
 
+std::vector<std::int64_t> requestsOfEvent(Statement& arrivals, std::int64_t event_number) {
+  std::vector<std::int64_t> requests;
+  arrivals.bind(event_number);
+  while (arrivals.step())
+    requests.insert(requests.end(), static_cast<std::size_t>(arrivals.integer(1)), arrivals.integer(0));
+  arrivals.reset();
+  return requests;
+}
+
 }  // namespace
 
-Store::Store(const std::string& folder) : database_(openDatabase(folder)) {
+Store::Store(const std::string& folder, std::int64_t keep_bytes)
+    : folder_(folder), keep_bytes_(keep_bytes), database_(openDatabase(folder_)), readers_(folder_.databaseFile()) {
   try {
     openSchema(database_);
+    Transaction transaction(database_);
+    dropUntilItFits();
+    transaction.commit();
+    giveRoomBack();
   } catch (const DatabaseError& error) {
-    if (error.resultCode() == SQLITE_BUSY) {
-      throw SetupError("the store in " + folder +
-                       " is in use by another service; stop that one or choose another "
-                       "folder with --store");
-    }
+    if (error.resultCode() == SQLITE_BUSY)
+      throw SetupError(folder_.inUseText());
     throw SetupError("cannot use the store in " + folder + ": " + error.what());
   }
 }
 
 std::int64_t Store::add(const RequestRecord& record, Counts& counts) {
+  const std::lock_guard lock(writing_);
   counts = {};
   Transaction transaction(database_);
   const std::int64_t id = insertRequest(record);
@@ -97,9 +107,9 @@ std::int64_t Store::add(const RequestRecord& record, Counts& counts) {
     addImpressions(id, *record.payload, counts);
     noteCounts(id, counts);
   }
+  addToTotals(record, counts);
+  dropUntilItFits();
   transaction.commit();
-  if (totals_)
-    totals_->add(record, counts);
   return id;
 }
 
@@ -158,7 +168,8 @@ std::string Store::ownerOf(const Json& payload, bool is_refused) {
 void Store::countEvents(std::int64_t request_id, const Json& payload, Counts& counts) {
   Statement event(database_,
                   "INSERT INTO events(event_id, event, arrivals) VALUES(?, ?, 1)"
-                  " ON CONFLICT(event_id) DO UPDATE SET arrivals = arrivals + 1 RETURNING number, arrivals");
+                  " ON CONFLICT(event_id) DO UPDATE SET arrivals = arrivals + 1,"
+                  " event = CASE event WHEN '' THEN excluded.event ELSE event END RETURNING number, arrivals");
   Statement arrival(database_,
                     "INSERT INTO arrivals(event, request, times) VALUES(?, ?, 1)"
                     " ON CONFLICT(event, request) DO UPDATE SET times = times + 1");
@@ -195,7 +206,19 @@ void Store::noteCounts(std::int64_t request_id, const Counts& counts) {
       .run();
 }
 
+void Store::addToTotals(const RequestRecord& record, const Counts& counts) {
+  Statement(database_,
+            "UPDATE totals SET requests = requests + 1, refused = refused + ?, delivered = delivered + ?,"
+            " duplicate = duplicate + ?, impressions = impressions + ?")
+      .bind(record.refusal ? 1 : 0)
+      .bind(counts.events_new)
+      .bind(counts.events_again)
+      .bind(counts.impressions)
+      .run();
+}
+
 Install Store::install(const std::string& install_id, std::int64_t now_milliseconds) {
+  const std::lock_guard lock(writing_);
   Statement(database_, "INSERT INTO installs(install_id, first_seen_ms) VALUES(?, ?) ON CONFLICT DO NOTHING")
       .bind(install_id)
       .bind(now_milliseconds)
@@ -206,8 +229,9 @@ Install Store::install(const std::string& install_id, std::int64_t now_milliseco
 }
 
 std::string Store::requestsJson(const Page& page) {
+  Readers::Lease reader = readers_.take();
   Listing listing(page);
-  Statement rows(database_, std::string(kSelectRequest) + " WHERE id > ? ORDER BY id LIMIT ?");
+  Statement rows(reader.database(), std::string(kSelectRequest) + " WHERE id > ? ORDER BY id LIMIT ?");
   rows.bind(page.after).bind(rowsToRead(page));
   while (rows.step()) {
     if (!listing.add(rows.integer(0), requestRow(rows)))
@@ -216,19 +240,12 @@ std::string Store::requestsJson(const Page& page) {
   return listing.finish("requests", Json::object());
 }
 
-std::vector<std::int64_t> Store::requestsOfEvent(Statement& arrivals, std::int64_t event_number) {
-  std::vector<std::int64_t> requests;
-  arrivals.bind(event_number);
-  while (arrivals.step())
-    requests.insert(requests.end(), static_cast<std::size_t>(arrivals.integer(1)), arrivals.integer(0));
-  arrivals.reset();
-  return requests;
-}
-
 std::string Store::eventsJson(const Page& page) {
+  Readers::Lease reader = readers_.take();
   Listing listing(page);
-  Statement rows(database_, "SELECT number, event, arrivals FROM events WHERE number > ? ORDER BY number LIMIT ?");
-  Statement arrivals(database_, "SELECT request, times FROM arrivals WHERE event = ? ORDER BY request");
+  Statement rows(reader.database(),
+                 "SELECT number, event, arrivals FROM events WHERE number > ? AND event != '' ORDER BY number LIMIT ?");
+  Statement arrivals(reader.database(), "SELECT request, times FROM arrivals WHERE event = ? ORDER BY request");
   rows.bind(page.after).bind(rowsToRead(page));
   while (rows.step()) {
     Json event = Json::parse(rows.bytes(1));
@@ -238,9 +255,8 @@ std::string Store::eventsJson(const Page& page) {
     if (!listing.add(rows.integer(0), event))
       break;
   }
-  Statement totals(database_, "SELECT count(*), coalesce(sum(arrivals), 0) FROM events");
-  totals.step();
-  return listing.finish("events", {{"distinct", totals.integer(0)}, {"arrivals", totals.integer(1)}});
+  const Totals totals = readTotals(reader.database());
+  return listing.finish("events", {{"distinct", totals.delivered}, {"arrivals", totals.delivered + totals.duplicate}});
 }
 
 }  // namespace morvik_service

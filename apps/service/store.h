@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,8 @@
 #include "apps/service/database.h"
 #include "apps/service/http_message.h"
 #include "apps/service/json.h"
+#include "apps/service/readers.h"
+#include "apps/service/store_folder.h"
 
 namespace morvik_service {
 
@@ -27,6 +30,12 @@ inline constexpr std::int64_t kMaxInstallsListed = 200;
 inline constexpr std::int64_t kMaxTimelineRequests = 500;
 /// ... whose payloads, but for the last of them, have no more bytes than this.
 inline constexpr std::size_t kMaxTimelineBytes = std::size_t{32} * 1024 * 1024;
+/// The store keeps this much unless it is told otherwise; the oldest requests go. The newest always stays.
+inline constexpr std::int64_t kDefaultKeepMib = 1024;
+inline constexpr std::int64_t kMaxKeepMib = std::int64_t{1024} * 1024;
+inline constexpr std::int64_t kBytesOfMib = std::int64_t{1024} * 1024;
+/// Once no request is left to go, so many ids of events go at a time.
+inline constexpr std::int64_t kForgottenIdsAtOnce = 10000;
 /// Install numbers begin after this one.
 inline constexpr std::int64_t kFirstUserNo = 100001;
 
@@ -70,8 +79,6 @@ struct Totals {
   std::int64_t delivered = 0;  ///< events, each counted once
   std::int64_t duplicate = 0;  ///< arrivals of events that had arrived before
   std::int64_t impressions = 0;
-
-  void add(const RequestRecord& record, const Counts& counts);
 };
 
 /// Which part of a list to show, oldest first.
@@ -98,15 +105,18 @@ struct InstallRequests {
   bool complete = true;        ///< false when older ones were not looked at
 };
 
-/// Not safe for several threads at once. One process per folder: the database is locked while the store lives.
+/// Any thread: writers wait for each other; readers see what was committed when they began and wait for no writer, nor
+/// any writer for them. One process per folder, which is locked while the store lives. Folder and files are their
+/// owner's alone.
 class Store {
  public:
-  /// Opens or makes the database in `folder`. Throws SetupError when the folder cannot be used, is in use by another
-  /// service, or was written by a newer version.
-  explicit Store(const std::string& folder);
+  /// Opens or makes the database in `folder`, and brings it down to `keep_bytes`. Throws SetupError when the folder
+  /// cannot be used, is in use by another service, or was written by a newer version.
+  explicit Store(const std::string& folder, std::int64_t keep_bytes = kDefaultKeepMib * kBytesOfMib);
 
   /// Writes the request and, when they are `counted`, its payload's events and impressions, all or nothing. Returns the
-  /// request's number. Throws DatabaseError when the disk refuses.
+  /// request's number. When the store is then larger than it may be, the oldest requests go, with their events and
+  /// impressions; what was counted stays counted. Throws DatabaseError when the disk refuses.
   std::int64_t add(const RequestRecord& record, Counts& counts);
 
   /// The install that sends `install_id`; a new one gets the next number. Throws DatabaseError.
@@ -115,7 +125,8 @@ class Store {
   /// JSON texts: {"requests":[...],"complete":true,"next_after":N}. "complete" is false when more are stored than the
   /// page shows; ask again with after=next_after.
   std::string requestsJson(const Page& page);
-  /// {"events":[...],"distinct":N,"arrivals":M,...}; "distinct" and "arrivals" are of all events, not of the page.
+  /// {"events":[...],"distinct":N,"arrivals":M,...}; "distinct" and "arrivals" are of all events, not of the page, and
+  /// of those too whose requests are gone.
   std::string eventsJson(const Page& page);
 
   /// {"requests":[...],"next_before":N,"complete":true}, newest first; "complete" is false when older ones were not
@@ -130,14 +141,15 @@ class Store {
   /// The requests of an install, at most kMaxTimelineRequests of them, and no more once their payloads are longer than
   /// `limit_bytes`.
   InstallRequests requestsOfInstall(const std::string& install, std::size_t limit_bytes = kMaxTimelineBytes);
-  /// {"installs":[{"install","requests","newest","last_time"}],"complete":true}, the one heard of last first.
+  /// {"installs":[{"install","requests","newest","last_time"}],"complete":true}, the one heard of last first; requests
+  /// that are gone count.
   std::string installsJson(std::int64_t limit = kMaxInstallsListed);
   /// What arrived of an install and was counted, by the kinds of its ledger: {"activities":N,"impressions":N,
   /// "re-engagement clicks":N,"commerce clicks":N,"crash reports":N,"demographics":N}. An event counts once; of the
   /// others, which have no ids, every arrival does.
   Json arrivedOf(const std::string& install);
-  /// Everything so far. Counted once and kept from then on.
-  const Totals& totals();
+  /// Everything so far.
+  Totals totals();
 
  private:
   std::string ownerOf(const Json& payload, bool is_refused);
@@ -145,10 +157,15 @@ class Store {
   void countEvents(std::int64_t request_id, const Json& payload, Counts& counts);
   void addImpressions(std::int64_t request_id, const Json& payload, Counts& counts);
   void noteCounts(std::int64_t request_id, const Counts& counts);
-  std::vector<std::int64_t> requestsOfEvent(Statement& arrivals, std::int64_t event_number);
+  void addToTotals(const RequestRecord& record, const Counts& counts);
+  void dropUntilItFits();
+  void giveRoomBack();
 
+  const StoreFolder folder_;
+  const std::int64_t keep_bytes_;
+  std::mutex writing_;  ///< guards database_
   Database database_;
-  std::optional<Totals> totals_;
+  Readers readers_;
 };
 
 }  // namespace morvik_service

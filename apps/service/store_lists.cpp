@@ -3,6 +3,7 @@
 
 #include "apps/service/ascii.h"
 #include "apps/service/store.h"
+#include "apps/service/store_counts.h"
 #include "apps/service/store_rows.h"
 #include "apps/service/times.h"
 
@@ -56,7 +57,8 @@ std::string summarySql(const SummaryQuery& query) {
 }  // namespace
 
 std::string Store::summariesJson(const SummaryQuery& query) {
-  Statement rows(database_, summarySql(query));
+  Readers::Lease reader = readers_.take();
+  Statement rows(reader.database(), summarySql(query));
   rows.bind(query.before);
   if (!query.install.empty())
     rows.bind(query.install);
@@ -85,7 +87,8 @@ std::string Store::summariesJson(const SummaryQuery& query) {
 }
 
 std::vector<Json> Store::summariesAfter(std::int64_t after, std::int64_t limit) {
-  Statement rows(database_, std::string(kSelectSummary) + " WHERE id > ? ORDER BY id LIMIT ?");
+  Readers::Lease reader = readers_.take();
+  Statement rows(reader.database(), std::string(kSelectSummary) + " WHERE id > ? ORDER BY id LIMIT ?");
   rows.bind(after).bind(limit);
   std::vector<Json> summaries;
   while (rows.step())
@@ -94,19 +97,22 @@ std::vector<Json> Store::summariesAfter(std::int64_t after, std::int64_t limit) 
 }
 
 std::int64_t Store::newestRequest() {
-  Statement query(database_, "SELECT coalesce(max(id), 0) FROM requests");
+  Readers::Lease reader = readers_.take();
+  Statement query(reader.database(), "SELECT coalesce(max(id), 0) FROM requests");
   query.step();
   return query.integer(0);
 }
 
 Json Store::request(std::int64_t id) {
-  Statement row(database_, std::string(kSelectRequest) + " WHERE id = ?");
+  Readers::Lease reader = readers_.take();
+  Statement row(reader.database(), std::string(kSelectRequest) + " WHERE id = ?");
   row.bind(id);
   return row.step() ? requestRow(row) : Json(nullptr);
 }
 
 InstallRequests Store::requestsOfInstall(const std::string& install, std::size_t limit_bytes) {
-  Statement rows(database_,
+  Readers::Lease reader = readers_.take();
+  Statement rows(reader.database(),
                  "SELECT id, time_ms, endpoint, payload, counted FROM requests WHERE install = ? AND payload IS NOT "
                  "NULL ORDER BY id DESC LIMIT ?");
   rows.bind(install).bind(kMaxTimelineRequests + 1);
@@ -129,10 +135,15 @@ InstallRequests Store::requestsOfInstall(const std::string& install, std::size_t
 }
 
 std::string Store::installsJson(std::int64_t limit) {
-  Statement rows(database_,
-                 "SELECT install, requests, newest, (SELECT time_ms FROM requests WHERE id = newest) FROM"
-                 " (SELECT install, count(*) AS requests, max(id) AS newest FROM requests WHERE install > ''"
-                 " GROUP BY install) ORDER BY newest DESC LIMIT ?");
+  Readers::Lease reader = readers_.take();
+  Statement rows(
+      reader.database(),
+      "SELECT install, requests, last, coalesce((SELECT time_ms FROM requests WHERE id = last), dropped_ms) FROM"
+      " (SELECT install, sum(requests) AS requests, max(newest) AS last, max(newest_ms) AS dropped_ms FROM"
+      " (SELECT install, count(*) AS requests, max(id) AS newest, 0 AS newest_ms FROM requests"
+      " WHERE install > '' GROUP BY install"
+      " UNION ALL SELECT install, requests, newest, newest_ms FROM dropped WHERE install > '')"
+      " GROUP BY install) ORDER BY last DESC LIMIT ?");
   rows.bind(limit + 1);
   Json installs = Json::array();
   bool complete = true;
@@ -150,37 +161,20 @@ std::string Store::installsJson(std::int64_t limit) {
 }
 
 Json Store::arrivedOf(const std::string& install) {
-  Statement sums(database_,
-                 "SELECT coalesce(sum(events_new), 0), coalesce(sum(impressions), 0),"
-                 " coalesce(sum(endpoint = 'reengagement-conversion'), 0),"
-                 " coalesce(sum(CASE endpoint WHEN 'commerce-conversion' THEN json_array_length(payload) END), 0),"
-                 " coalesce(sum(CASE endpoint WHEN 'crash' THEN json_array_length(payload) END), 0),"
-                 " coalesce(sum(CASE endpoint WHEN 'demographics' THEN json_array_length(payload, '$.user_demo_info')"
-                 " END), 0)"
-                 " FROM requests WHERE install = ? AND counted");
+  Readers::Lease reader = readers_.take();
+  Statement sums(reader.database(), "SELECT " + sumsOfArrived() + " FROM (SELECT " + arrivedColumns() +
+                                        " FROM requests WHERE install = ?1 UNION ALL SELECT " + droppedColumns() +
+                                        " FROM dropped WHERE install = ?1)");
   sums.bind(install).step();
-  return {{"activities", sums.integer(0)},           {"impressions", sums.integer(1)},
-          {"re-engagement clicks", sums.integer(2)}, {"commerce clicks", sums.integer(3)},
-          {"crash reports", sums.integer(4)},        {"demographics", sums.integer(5)}};
+  Json arrived = Json::object();
+  for (std::size_t i = 0; i < kArrived.size(); ++i)
+    arrived[std::string(kArrived[i].kind)] = sums.integer(static_cast<int>(i));
+  return arrived;
 }
 
-const Totals& Store::totals() {
-  if (!totals_) {
-    Statement sums(database_,
-                   "SELECT count(*), coalesce(sum(refusal IS NOT NULL), 0), coalesce(sum(events_new), 0),"
-                   " coalesce(sum(events_again), 0), coalesce(sum(impressions), 0) FROM requests");
-    sums.step();
-    totals_ = Totals{sums.integer(0), sums.integer(1), sums.integer(2), sums.integer(3), sums.integer(4)};
-  }
-  return *totals_;
-}
-
-void Totals::add(const RequestRecord& record, const Counts& counts) {
-  ++requests;
-  refused += record.refusal ? 1 : 0;
-  delivered += counts.events_new;
-  duplicate += counts.events_again;
-  impressions += counts.impressions;
+Totals Store::totals() {
+  Readers::Lease reader = readers_.take();
+  return readTotals(reader.database());
 }
 
 }  // namespace morvik_service

@@ -8,7 +8,9 @@
 namespace morvik_service {
 namespace {
 
-constexpr std::int64_t kSchemaVersion = 2;
+constexpr std::int64_t kSchemaVersion = 3;
+// What a burst left of the write-ahead log is given back.
+constexpr int kMaxIdleLogBytes = 4 * 1024 * 1024;
 
 constexpr const char* kFirstTables = R"sql(
 CREATE TABLE requests(
@@ -40,6 +42,21 @@ CREATE INDEX requests_of_install ON requests(install, id);
 CREATE TABLE identities(identity TEXT PRIMARY KEY, install TEXT NOT NULL) WITHOUT ROWID;
 )sql";
 
+// What stays known when the oldest requests go.
+constexpr const char* kThirdTables = R"sql(
+CREATE TABLE totals(
+  requests INTEGER NOT NULL, refused INTEGER NOT NULL, delivered INTEGER NOT NULL, duplicate INTEGER NOT NULL,
+  impressions INTEGER NOT NULL);
+INSERT INTO totals SELECT count(*), coalesce(sum(refusal IS NOT NULL), 0), coalesce(sum(events_new), 0),
+  coalesce(sum(events_again), 0), coalesce(sum(impressions), 0) FROM requests;
+CREATE TABLE dropped(
+  install TEXT PRIMARY KEY, requests INTEGER NOT NULL, newest INTEGER NOT NULL, newest_ms INTEGER NOT NULL,
+  activities INTEGER NOT NULL, impressions INTEGER NOT NULL, re_engagement_clicks INTEGER NOT NULL,
+  commerce_clicks INTEGER NOT NULL, crash_reports INTEGER NOT NULL, demographics INTEGER NOT NULL) WITHOUT ROWID;
+CREATE INDEX arrivals_of_request ON arrivals(request);
+CREATE INDEX impressions_of_request ON impressions(request);
+)sql";
+
 std::int64_t versionOf(Database& database) {
   Statement query(database, "PRAGMA user_version");
   return query.step() ? query.integer(0) : 0;
@@ -48,9 +65,8 @@ std::int64_t versionOf(Database& database) {
 }  // namespace
 
 void openSchema(Database& database) {
-  // The lock is taken with the first write below and kept until the store closes.
-  database.execute("PRAGMA locking_mode=EXCLUSIVE");
   database.execute("PRAGMA journal_mode=WAL");
+  database.execute("PRAGMA journal_size_limit=" + std::to_string(kMaxIdleLogBytes));
   database.execute("PRAGMA synchronous=NORMAL");
   Transaction transaction(database);
   const std::int64_t version = versionOf(database);
@@ -65,6 +81,8 @@ void openSchema(Database& database) {
   }
   if (version < 2)
     database.execute(kSecondTables);
+  if (version < 3)
+    database.execute(kThirdTables);
   database.execute("PRAGMA user_version=" + std::to_string(kSchemaVersion));
   transaction.commit();
 }

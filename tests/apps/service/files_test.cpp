@@ -63,5 +63,15 @@ TEST(Files, AFolderThatCannotBeIsNamed) {
   EXPECT_TRUE(std::filesystem::is_directory(folder.path("a/b")));
 }
 
+TEST(Files, APrivateFolderIsItsOwnersAloneAndOneThatIsThereKeepsItsMode) {
+  const TemporaryFolder folder;
+  makePrivateFolder(folder.path("deep/private/"));
+  EXPECT_EQ(kPrivateFolderMode, modeOf(folder.path("deep/private")));
+  makeFolder(folder.path("open"));
+  const mode_t before = modeOf(folder.path("open"));
+  makePrivateFolder(folder.path("open"));
+  EXPECT_EQ(before, modeOf(folder.path("open")));
+}
+
 }  // namespace
 }  // namespace morvik_service

@@ -21,12 +21,21 @@ using test::TemporaryFolder;
 class HttpServerTest : public testing::Test {
  protected:
   // Serves until the end of the test, or until `server_` is reset.
-  void serve(HttpServer::Handler handler) {
+  void serve(HttpServer::Handler handler, unsigned idle_seconds = kIdleSeconds) {
     Listener listener("127.0.0.1", 0);
-    url_ = "https://localhost:" + std::to_string(listener.port());
-    server_ = std::make_unique<HttpServer>(listener, identity_, std::move(handler));
+    url_ = "https://127.0.0.1:" + std::to_string(listener.port());
+    server_ = std::make_unique<HttpServer>(listener, identity_, std::move(handler), idle_seconds);
   }
   HttpsClient client() const { return {url_, files_.authority}; }
+  // So many kept connections from one address of this machine.
+  std::vector<std::unique_ptr<HttpsClient>> connectionsFrom(const std::string& address, unsigned count) const {
+    std::vector<std::unique_ptr<HttpsClient>> kept;
+    for (unsigned i = 0; i < count; ++i) {
+      kept.push_back(std::make_unique<HttpsClient>(url_, files_.authority, address));
+      EXPECT_EQ(200, kept.back()->get("/").status) << address << " " << i;
+    }
+    return kept;
+  }
 
   TemporaryFolder folder_;
   CertificateFiles files_ = makeCertificates(folder_.path());
@@ -143,6 +152,22 @@ HttpReply streaming(std::shared_ptr<BodyStream> stream) {
   return reply;
 }
 
+// One piece, after so long.
+class LateNews : public BodyStream {
+ public:
+  LateNews(HttpServer& server, std::chrono::milliseconds after) : server_(server), after_(after) {}
+  std::optional<std::string> next(const std::stop_token&) override {
+    if (std::exchange(is_told_, true) || !server_.waitUnlessStopping(after_))
+      return std::nullopt;
+    return "news";
+  }
+
+ private:
+  HttpServer& server_;
+  const std::chrono::milliseconds after_;
+  bool is_told_ = false;
+};
+
 TEST_F(HttpServerTest, AStreamArrivesWhole) {
   const std::string large(100000, 'x');
   serve([&](const HttpRequest&) {
@@ -240,16 +265,76 @@ TEST_F(HttpServerTest, ServesSeveralConnectionsAtOnce) {
     thread.join();
 }
 
-TEST_F(HttpServerTest, AConnectionBeyondTheLimitIsClosedAndTheOthersGoOn) {
+TEST_F(HttpServerTest, NoAddressHoldsMoreThanHalfOfTheConnections) {
   serve([](const HttpRequest&) { return HttpReply{200, "{}"}; });
-  std::vector<std::unique_ptr<HttpsClient>> kept;
-  for (unsigned i = 0; i < kMaxConnections; ++i) {
-    kept.push_back(std::make_unique<HttpsClient>(url_, files_.authority));
-    ASSERT_EQ(200, kept.back()->get("/").status) << i;
-  }
-  EXPECT_NE(CURLE_OK, client().get("/").result);
+  const auto kept = connectionsFrom("127.0.0.1", kMaxConnectionsOfAnAddress);
+  EXPECT_NE(CURLE_OK, HttpsClient(url_, files_.authority, "127.0.0.1").get("/").result);
+  EXPECT_EQ(200, HttpsClient(url_, files_.authority, "127.0.0.2").get("/").status);
   for (const auto& one : kept)
     EXPECT_EQ(200, one->get("/").status);
+}
+
+TEST_F(HttpServerTest, AConnectionBeyondTheLimitIsClosedAndTheOthersGoOn) {
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; });
+  const auto one_half = connectionsFrom("127.0.0.1", kMaxConnections / 2);
+  const auto other_half = connectionsFrom("127.0.0.2", kMaxConnections / 2);
+  EXPECT_NE(CURLE_OK, HttpsClient(url_, files_.authority, "127.0.0.3").get("/").result);
+  EXPECT_EQ(200, one_half.back()->get("/").status);
+  EXPECT_EQ(200, other_half.front()->get("/").status);
+}
+
+TEST_F(HttpServerTest, AnIdleConnectionIsClosed) {
+  EXPECT_EQ(30U, kIdleSeconds);
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, 1);
+  HttpsClient one = client();
+  ASSERT_EQ(200, one.get("/").status);
+  EXPECT_TRUE(one.waitUntilClosed());
+  EXPECT_EQ(200, one.get("/").status);
+}
+
+TEST_F(HttpServerTest, AConnectionThatNeverAsksIsClosed) {
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, 1);
+  HttpsClient silent = client();
+  ASSERT_EQ(CURLE_OK, silent.connect());
+  EXPECT_TRUE(silent.waitUntilClosed());
+}
+
+TEST_F(HttpServerTest, AWaitOfTheServersOwnIsNotTheClientsIdleness) {
+  constexpr std::chrono::milliseconds kLongerThanIdle{1500};
+  serve(
+      [&](const HttpRequest& request) {
+        if (request.path == "/stream")
+          return streaming(std::make_shared<LateNews>(*server_, kLongerThanIdle));
+        return HttpReply{.body = "{}", .delay = kLongerThanIdle};
+      },
+      1);
+  EXPECT_EQ(200, client().get("/").status);
+  EXPECT_EQ("news", client().get("/stream").body);
+}
+
+TEST_F(HttpServerTest, AStreamEndsAsSoonAsItsReaderIsGone) {
+  class Endless : public BodyStream {
+   public:
+    explicit Endless(std::promise<void>& gone) : gone_(gone) {}
+    ~Endless() override { gone_.set_value(); }
+    std::optional<std::string> next(const std::stop_token& stop) override {
+      if (!std::exchange(has_begun_, true))
+        return "one";
+      std::promise<void> stopped;
+      const std::stop_callback on_stop(stop, [&] { stopped.set_value(); });
+      stopped.get_future().wait();
+      return std::nullopt;
+    }
+
+   private:
+    std::promise<void>& gone_;
+    bool has_begun_ = false;
+  };
+  std::promise<void> gone;
+  serve([&](const HttpRequest&) { return streaming(std::make_shared<Endless>(gone)); });
+  EXPECT_EQ(CURLE_WRITE_ERROR, client().getAndLeave("/").result);
+  EXPECT_EQ(std::future_status::ready, gone.get_future().wait_for(std::chrono::seconds(60)));
+  server_.reset();  // before the promise
 }
 
 TEST_F(HttpServerTest, HeadersBeyondTheLimitAreRefused) {

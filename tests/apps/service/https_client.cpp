@@ -1,5 +1,7 @@
 #include "tests/apps/service/https_client.h"
 
+#include <poll.h>
+
 #include <memory>
 #include <utility>
 
@@ -9,6 +11,10 @@ namespace {
 // No answer of a healthy service takes as long; a broken one fails the test instead of hanging it.
 constexpr long kPatienceSeconds = 60;
 
+std::size_t leave(char*, std::size_t, std::size_t, void*) {
+  return 0;
+}
+
 std::size_t collect(char* data, std::size_t size, std::size_t count, void* target) {
   static_cast<std::string*>(target)->append(data, size * count);
   return size * count;
@@ -16,8 +22,11 @@ std::size_t collect(char* data, std::size_t size, std::size_t count, void* targe
 
 }  // namespace
 
-HttpsClient::HttpsClient(std::string base_url, std::string authority_file)
-    : base_url_(std::move(base_url)), authority_file_(std::move(authority_file)), handle_(curl_easy_init()) {}
+HttpsClient::HttpsClient(std::string base_url, std::string authority_file, std::string own_address)
+    : base_url_(std::move(base_url)),
+      authority_file_(std::move(authority_file)),
+      own_address_(std::move(own_address)),
+      handle_(curl_easy_init()) {}
 
 HttpsClient::~HttpsClient() {
   curl_easy_cleanup(handle_);
@@ -29,11 +38,35 @@ void HttpsClient::prepare() {
   curl_easy_setopt(handle_, CURLOPT_TIMEOUT, kPatienceSeconds);
   curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(handle_, CURLOPT_NOPROXY, "*");
+  curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, collect);
+  if (!own_address_.empty())
+    curl_easy_setopt(handle_, CURLOPT_INTERFACE, ("host!" + own_address_).c_str());
 }
 
 Answer HttpsClient::get(const std::string& path) {
   prepare();
   return perform(path, {});
+}
+
+CURLcode HttpsClient::connect() {
+  prepare();
+  curl_easy_setopt(handle_, CURLOPT_URL, base_url_.c_str());
+  curl_easy_setopt(handle_, CURLOPT_CONNECT_ONLY, 1L);
+  return curl_easy_perform(handle_);
+}
+
+Answer HttpsClient::getAndLeave(const std::string& path) {
+  prepare();
+  curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, leave);
+  return perform(path, {});
+}
+
+bool HttpsClient::waitUntilClosed() {
+  curl_socket_t socket = CURL_SOCKET_BAD;
+  curl_easy_getinfo(handle_, CURLINFO_ACTIVESOCKET, &socket);
+  pollfd watched{socket, POLLRDHUP, 0};
+  constexpr int kPatienceMilliseconds = kPatienceSeconds * 1000;
+  return ::poll(&watched, 1, kPatienceMilliseconds) == 1 && (watched.revents & POLLRDHUP) != 0;
 }
 
 Answer HttpsClient::post(const std::string& path, const std::string& body, const std::vector<std::string>& headers) {
@@ -59,7 +92,6 @@ Answer HttpsClient::perform(const std::string& path, const std::vector<std::stri
   const std::string url = base_url_ + path;
   curl_easy_setopt(handle_, CURLOPT_URL, url.c_str());
   curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, list.get());
-  curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, collect);
   curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &answer.body);
   answer.result = curl_easy_perform(handle_);
   curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &answer.status);

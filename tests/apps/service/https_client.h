@@ -20,15 +20,22 @@ struct Answer {
 // threads at once.
 class HttpsClient {
  public:
-  HttpsClient(std::string base_url, std::string authority_file);
+  // Calls from `own_address`, where one is given.
+  HttpsClient(std::string base_url, std::string authority_file, std::string own_address = "");
   HttpsClient(const HttpsClient&) = delete;
   HttpsClient& operator=(const HttpsClient&) = delete;
   ~HttpsClient();
 
   Answer get(const std::string& path);
+  // Closes the connection when the first byte of the answer is there.
+  Answer getAndLeave(const std::string& path);
   // Form-encoded unless a header says otherwise.
   Answer post(const std::string& path, const std::string& body, const std::vector<std::string>& headers = {});
   Answer remove(const std::string& path);
+  // Connects, and says nothing.
+  CURLcode connect();
+  // Waits for the server to close the kept connection; false when it does not.
+  bool waitUntilClosed();
 
  private:
   Answer perform(const std::string& path, const std::vector<std::string>& headers);
@@ -36,6 +43,7 @@ class HttpsClient {
 
   const std::string base_url_;
   const std::string authority_file_;
+  const std::string own_address_;
   CURL* handle_;
 };
 

@@ -18,14 +18,11 @@ constexpr std::chrono::hours kForever{1};
 class InspectStreamTest : public testing::Test {
  protected:
   void arrive() {
-    {
-      const std::lock_guard lock(mutex_);
-      RequestRecord record;
-      record.endpoint = "tracking";
-      record.request = test::post("/v1/tracking", "k=a");
-      Counts counts;
-      store_.add(record, counts);
-    }
+    RequestRecord record;
+    record.endpoint = "tracking";
+    record.request = test::post("/v1/tracking", "k=a");
+    Counts counts;
+    store_.add(record, counts);
     feed_.publish();
   }
   std::shared_ptr<BodyStream> watch(std::int64_t after, std::chrono::milliseconds sign_of_life = kForever) {

@@ -26,6 +26,20 @@ TEST(Options, LeastThatIsNeeded) {
   EXPECT_FALSE(line.options->allow_remote);
   EXPECT_FALSE(line.options->quiet);
   EXPECT_EQ("no", line.options->premium_postback);
+  EXPECT_EQ(1024, line.options->keep_mib);
+}
+
+TEST(Options, WhatTheStoreKeepsIsAtLeastOneMib) {
+  const std::vector<std::string> rest = {"--store", "s", "--make-cert", "tls"};
+  const auto with = [&](const std::string& value) {
+    std::vector<std::string> arguments = rest;
+    arguments.insert(arguments.end(), {"--keep-mib", value});
+    return arguments;
+  };
+  EXPECT_EQ(1, readCommandLine(with("1")).options->keep_mib);
+  EXPECT_EQ(kMaxKeepMib, readCommandLine(with(std::to_string(kMaxKeepMib))).options->keep_mib);
+  for (const std::string wrong : {"0", "-1", "1048577", "much", ""})
+    EXPECT_NE(std::string::npos, complaintAbout(with(wrong)).find("--keep-mib")) << wrong;
 }
 
 TEST(Options, EverythingIsRead) {

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <future>
 #include <thread>
 
 #include "apps/service/files.h"
@@ -132,6 +134,15 @@ TEST_F(ServiceTest, AnUnknownPathIsToldWhatExists) {
             R"(POST /v1/crash, POST /v1/demographics, POST /v2/schedule, POST /v1/erasure, GET /inspect/requests"})",
             reply.body);
   EXPECT_EQ("", lastRequest()["endpoint"]);
+}
+
+TEST_F(ServiceTest, OfWhatWasSentToAnUnknownPathTheLengthIsKeptAndNotTheBody) {
+  handle(post("/v1/trackin", std::string(100000, 'x')));
+  EXPECT_EQ("", lastRequest()["body"]);
+  EXPECT_EQ(100000, lastRequest()["body_bytes"]);
+  EXPECT_EQ("/v1/trackin", lastRequest()["path"]);
+  handle(post("/v1/tracking", "nonsense"));
+  EXPECT_EQ("nonsense", lastRequest()["body"]);
 }
 
 TEST_F(ServiceTest, AnEndpointIsPostedTo) {
@@ -448,6 +459,34 @@ TEST_F(ServiceTest, RequestsFromSeveralThreadsAreAllCounted) {
     thread.join();
   EXPECT_EQ(41, inspected("events")["distinct"]);
   EXPECT_EQ(80, inspected("events")["arrivals"]);
+}
+
+TEST(Service, WhoLooksDoesNotWaitForTheRequestOfADevice) {
+  const TemporaryFolder folder;
+  Store store(folder.path());
+  std::promise<void> reached;
+  std::promise<void> go_on;
+  const std::shared_future<void> may_go_on = go_on.get_future().share();
+  std::atomic<bool> is_held{false};
+  const Clock clock = [&] {
+    if (is_held.exchange(false)) {
+      reached.set_value();
+      may_go_on.wait();
+    }
+    return kNow;
+  };
+  Service service(kKeys, AnswerData(), store, clock, [](const std::string&) {});
+  service.handle(postConversion(conversionPayload()));
+  is_held = true;
+  std::thread device([&] { service.handle(postTracking(trackingPayload({"a"}))); });
+  reached.get_future().wait();
+  for (const char* path : {"requests", "summaries", "events", "installs", "behaviour", "attribution", "ledger"})
+    EXPECT_EQ(200, service.handle(inspection("GET", "/inspect/" + std::string(path))).status) << path;
+  EXPECT_EQ(200, service.handle(inspection("POST", "/inspect/attribution", "{}")).status);
+  EXPECT_EQ(1, store.newestRequest());
+  go_on.set_value();
+  device.join();
+  EXPECT_EQ(2, store.newestRequest());
 }
 
 TEST(Service, ADiskThatRefusesIsSaidAndNothingIsAccepted) {

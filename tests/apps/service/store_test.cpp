@@ -1,6 +1,9 @@
 #include "apps/service/store.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
 
 #include "apps/service/files.h"
 #include "tests/apps/service/samples.h"
@@ -188,6 +191,67 @@ TEST(Store, EverythingIsThereAfterARestart) {
   EXPECT_EQ(2, store.add(batch({"one"}), counts));
   EXPECT_EQ(1, counts.events_again);
   EXPECT_EQ(kFirstUserNo, store.install("device", 2).user_no);
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(0, ::stat(path.c_str(), &status)) << path;
+  return status.st_mode & 0777U;
+}
+
+void expectPrivate(const std::string& folder) {
+  EXPECT_EQ(kPrivateFolderMode, modeOf(folder));
+  for (const auto& entry : std::filesystem::directory_iterator(folder))
+    EXPECT_EQ(kPrivateMode, modeOf(entry.path())) << entry.path();
+}
+
+TEST(Store, FolderAndFilesAreTheirOwnersAlone) {
+  const TemporaryFolder folder;
+  Counts counts;
+  Store store(folder.path("store"));
+  store.add(batch({"one"}), counts);
+  expectPrivate(folder.path("store"));
+  EXPECT_EQ(4, std::distance(std::filesystem::directory_iterator(folder.path("store")), {}));
+}
+
+TEST(Store, WhatAnEarlierVersionLeftOpenIsClosedToOthers) {
+  const TemporaryFolder folder;
+  { const Store store(folder.path("store")); }
+  ::chmod(folder.path("store").c_str(), 0755);
+  ::chmod(folder.path("store/service.sqlite3").c_str(), 0644);
+  const Store store(folder.path("store"));
+  expectPrivate(folder.path("store"));
+}
+
+TEST(Store, AFolderThatHoldsOtherFilesKeepsItsModeAndTheStoresFilesArePrivate) {
+  const TemporaryFolder folder;
+  makeFolder(folder.path("home"));
+  ::chmod(folder.path("home").c_str(), 0755);
+  replaceFile(folder.path("home/other"), "", kPublicMode);
+  const Store store(folder.path("home"));
+  EXPECT_EQ(0755U, modeOf(folder.path("home")));
+  EXPECT_EQ(kPrivateMode, modeOf(folder.path("home/service.sqlite3")));
+  EXPECT_EQ(kPublicMode, modeOf(folder.path("home/other")));
+}
+
+TEST_F(StoreTest, WhoReadsWaitsForNoWriterAndSeesWhatWasCommitted) {
+  add(batch({"one"}));
+  Database writer(folder_.path("deep/store/service.sqlite3"));
+  writer.execute("BEGIN IMMEDIATE; UPDATE requests SET path = '/changed'");
+  EXPECT_EQ("/v1/tracking", requests()["requests"][0]["path"]);
+  EXPECT_EQ(1, events()["distinct"]);
+  EXPECT_EQ(1, store_.totals().requests);
+  writer.execute("ROLLBACK");
+}
+
+TEST_F(StoreTest, WhoWritesWaitsForNoReader) {
+  add(batch({"one"}));
+  Database reader(folder_.path("deep/store/service.sqlite3"));
+  reader.execute("BEGIN");
+  Statement rows(reader, "SELECT id FROM requests");
+  ASSERT_TRUE(rows.step());
+  EXPECT_EQ(2, add(batch({"two"})));
+  EXPECT_EQ(2, store_.newestRequest());
 }
 
 TEST(Store, ANewerVersionIsLeftAsItIs) {
