@@ -155,6 +155,8 @@ class Reading {
     for (auto element : elements) {
       if (const auto error = element.error())
         return fail(error);
+      if (++items_ > kMaxJsonItems)
+        return tooMany();
       ondemand::value child = element.value_unsafe();
       Value value;
       if (!any(child, depth, value))
@@ -171,6 +173,8 @@ class Reading {
       return fail(error);
     EntryList entries;
     for (auto entry : fields) {
+      if (++items_ > kMaxJsonItems)
+        return tooMany();
       ondemand::field field;
       if (const auto error = std::move(entry).get(field))
         return fail(error);
@@ -237,6 +241,7 @@ class Reading {
     return true;
   }
 
+  bool tooMany() { return fail("there are more than " + std::to_string(kMaxJsonItems) + " members and elements"); }
   bool tooDeep() { return fail("containers are nested deeper than " + std::to_string(kit::kMaxJsonDepth)); }
   /// The bracket that should end our own array ended one of the document's, or something stands before it.
   bool failAfterDocument() {
@@ -262,6 +267,7 @@ class Reading {
   simdjson::padded_string wrapped_;
   ondemand::parser parser_;
   ondemand::document document_;
+  size_t items_ = 0;
   Error failure_;
 };
 
