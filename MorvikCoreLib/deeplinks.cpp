@@ -4,7 +4,6 @@
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "MorvikCoreLib/failure_counts.h"
-#include "services/converters.h"
 #include "services/endpoints.h"
 #include "services/guard.h"
 
@@ -243,6 +242,9 @@ void MorvikCoreLib::reEngagementDidFail(const std::optional<kit::Response>& resp
 
 // ------------------------------------------------------------------------------------------------------- failed clicks
 
+/// Two writes are two: another thread may commit between them, and the process end there. A count without its click
+/// ends by itself at some session end; a click without its count would be sent again for ever. So the count comes first
+/// and goes last, here and below.
 void MorvikCoreLib::recordFailedReEngagement(const kit::Url& url, bool is_first_launch) {
   static constexpr const char* kOperation = "-[MorvikCoreLib makeReEngagementConversionParameter:]_block_invoke";
   services::guarded(log(), kRecorderGuard, MORVIK_HERE(kOperation), [&] {
@@ -252,10 +254,12 @@ void MorvikCoreLib::recordFailedReEngagement(const kit::Url& url, bool is_first_
       const Value clicks = store().reEngagementInfos();
       if (failed_clicks_.contains(clicks, key))
         return false;
-      const Value counts = store().reEngagementConversionFailedCnt();
-      store().setReEngagementInfos(failed_clicks_.appended(clicks, click));
+      Value counts = store().reEngagementConversionFailedCnt();
+      if (failed_click_counts_.contains(counts, key))
+        counts = withoutCountsOfGivenUp(counts, key);
       store().setReEngagementConversionFailedCnt(
           failed_click_counts_.appended(counts, failureCount(key, kFirstFailureCount)));
+      store().setReEngagementInfos(failed_clicks_.appended(clicks, click));
       return true;
     });
     if (is_new)
@@ -292,21 +296,18 @@ void MorvikCoreLib::makeFailureReEngagementConversionParameter() {
                     });
 }
 
-/// One step and one flush for all of them: a click that is given up goes with its count, whenever the process dies.
+/// One step and one flush for all of them. The clicks that are given up go before their counts: killed in between, the
+/// device gives them up once more.
 void MorvikCoreLib::countSessionEndOfFailedReEngagements() {
   const bool has_counts = store().inOneStep([this] {
     const Value counts = store().reEngagementConversionFailedCnt();
     if (counts.array().empty())
       return false;
     const CountedSessionEnd counted = countSessionEnd(counts.array());
-    store().setReEngagementConversionFailedCnt(counted.counts);
-    if (counted.given_up.empty())
-      return true;
     const Value clicks = store().reEngagementInfos();
-    kit::MutableArray kept(clicks);
-    kept.retainIf([&counted](const Value& click) { return counted.given_up.count(conversionKeyOf(click)) == 0; });
-    if (kept.size() < clicks.size())
-      store().setReEngagementInfos(Value(std::move(kept)));
+    changed(clicks, withoutGivenUp(clicks, counted.given_up),
+            [this](const Value& next) { store().setReEngagementInfos(next); });
+    store().setReEngagementConversionFailedCnt(counted.counts);
     return true;
   });
   if (has_counts)

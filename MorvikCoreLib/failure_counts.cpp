@@ -64,6 +64,14 @@ class WorkingList {
   std::unordered_map<Place, std::vector<size_t>, Hash> places_;
 };
 
+/// `list` itself when all of it stays.
+template <class Stays>
+Value retained(const Value& list, const Stays& stays) {
+  kit::MutableArray left(list);
+  left.retainIf(stays);
+  return left.size() == list.size() ? list : Value(std::move(left));
+}
+
 }  // namespace
 
 int64_t conversionKeyOf(const Value& record) {
@@ -76,6 +84,18 @@ int64_t failuresOf(const Value& record) {
 
 Value failureCount(int64_t conversion_key, int64_t failure_count) {
   return kit::Dictionary{{kConversionKey, conversion_key}, {kFailureCount, failure_count}};
+}
+
+Value withoutCountsOfGivenUp(const Value& counts, int64_t conversion_key) {
+  return retained(counts, [conversion_key](const Value& record) {
+    return conversionKeyOf(record) != conversion_key || failuresOf(record) <= kMaxFailureCountToResend;
+  });
+}
+
+Value withoutGivenUp(const Value& clicks, const std::unordered_set<int64_t>& given_up) {
+  if (given_up.empty())
+    return clicks;
+  return retained(clicks, [&given_up](const Value& click) { return given_up.count(conversionKeyOf(click)) == 0; });
 }
 
 CountedSessionEnd countSessionEnd(const kit::Array& counts) {

@@ -470,7 +470,7 @@ TEST_F(FailedClicks, AreRecordedInBothListsWithTheirFields) {
   EXPECT_EQ(counts(), arrayOf({countOf(12, 1)}));
   EXPECT_THAT(keys(counts().array()[0]), ElementsAre("conversion_key", "failure_cnt"));
   EXPECT_THAT(world.store.journalTexts(),
-              ElementsAre("reEngagementInfos", "reEngagementConversionFailedCnt", "synchronize"));
+              ElementsAre("reEngagementConversionFailedCnt", "reEngagementInfos", "synchronize"));
 }
 
 TEST_F(FailedClicks, AreRecordedOncePerKey) {
@@ -512,6 +512,20 @@ TEST_F(FailedClicks, WhoseCountIsLeftOverAreRecordedWithACountBesideIt) {
   open(linkOf(12));
   EXPECT_EQ(clicks(), arrayOf({clickOf(12)}));
   EXPECT_EQ(counts(), arrayOf({countOf(12, 3), countOf(12, 1)}));
+}
+
+TEST_F(FailedClicks, DoNotInheritTheCountOfAClickThatWasGivenUp) {
+  keep({clickOf(13)}, {countOf(12, 6), countOf(13, 6), countOf(12, 2), countOf(12, 99)});
+  open(linkOf(12));
+  EXPECT_EQ(counts(), arrayOf({countOf(13, 6), countOf(12, 2), countOf(12, 1)}));
+}
+
+TEST_F(FailedClicks, ThatAreGivenUpGoBeforeTheirCounts) {
+  keep({clickOf(12)}, {countOf(12, 6)});
+  world.store.clearJournal();
+  retry();
+  EXPECT_THAT(world.store.journalTexts(),
+              ElementsAre("reEngagementInfos", "reEngagementConversionFailedCnt", "synchronize"));
 }
 
 TEST_F(FailedClicks, AreThoseOfTheLatestClickWhicheverRequestFailed) {
