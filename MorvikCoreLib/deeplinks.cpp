@@ -4,6 +4,7 @@
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "MorvikCoreLib/failure_counts.h"
+#include "services/converters.h"
 #include "services/endpoints.h"
 #include "services/guard.h"
 
@@ -357,7 +358,7 @@ void MorvikCoreLib::setReferralUrlForFacebook(const kit::Url& url) {
 bool MorvikCoreLib::isConversionReported(int64_t conversion_key) const {
   const kit::Array reported = store().fendoConversionInfoForCaches().array();
   return std::any_of(reported.begin(), reported.end(), [this, conversion_key](const Value& key) {
-    return util().checkIntegerNilToZero(key) == conversion_key;
+    return services::isConversionKey(key) && util().checkIntegerNilToZero(key) == conversion_key;
   });
 }
 

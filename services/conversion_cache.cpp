@@ -17,7 +17,10 @@ ConversionCache::ConversionCache(MorvikGVUserDefaults store)
     : store_(store), keys_(checkIntegerNilToZero), times_(keyOfTime) {}
 
 void ConversionCache::replace(const kit::Value& conversion_keys) {
-  store_.setFendoConversionInfoForCaches(conversion_keys);
+  kit::MutableArray keys(conversion_keys);
+  keys.retainIf(isConversionKey);
+  store_.setFendoConversionInfoForCaches(keys.size() == conversion_keys.size() ? conversion_keys
+                                                                               : kit::Value(std::move(keys)));
 }
 
 void ConversionCache::add(int64_t conversion_key) {

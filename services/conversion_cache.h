@@ -20,7 +20,7 @@ class ConversionCache {
  public:
   explicit ConversionCache(MorvikGVUserDefaults store);
 
-  /// Replaces the cached keys by these (plain numbers).
+  /// Replaces the cached keys by these (plain numbers). What is no key stays away: null, containers.
   void replace(const kit::Value& conversion_keys);
   /// Adds the key, unless it is among them.
   void add(int64_t conversion_key);

@@ -110,6 +110,10 @@ double leadingDouble(std::string_view text) {
   return result.ec == std::errc::result_out_of_range ? outOfRange(text) : number;
 }
 
+bool isConversionKey(const kit::Value& element) {
+  return !element.isNil() && !element.isArray() && !element.isDictionary();
+}
+
 kit::Value checkNilToBlankString(const kit::Value& value) {
   switch (value.kind()) {
     case kit::Kind::kString:

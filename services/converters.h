@@ -23,6 +23,9 @@ double checkDoubleNilToZero(const kit::Value& value);
 /// The low 32 bits of checkIntegerNilToZero (two's complement).
 int32_t checkNilToZero(const kit::Value& value);
 
+/// Whether an element of a list of conversion keys is one: null and containers are none, and do not count as key 0.
+bool isConversionKey(const kit::Value& element);
+
 /// A double truncated toward zero to 64 bits; out of range saturates, not-a-number is 0.
 int64_t saturatedInteger(double number);
 

@@ -16,6 +16,19 @@ Json resultAnswer(const AnswerContext& context, bool result) {
   return {{"BaseTime", context.now_milliseconds}, {"Result", result}};
 }
 
+// A device takes a key as reported for as long as the list names it. A list that was chosen is given as it is.
+void listReportedKey(const AnswerContext& context, Json& record) {
+  if (context.data.attribution.chosen().contains("conversion_key_list"))
+    return;
+  const auto click = context.payload->find("deeplink_info");
+  if (click == context.payload->end() || !click->is_object() || !click->contains("conversion_key"))
+    return;
+  Json& keys = record.at("conversion_key_list");
+  const Json& key = click->at("conversion_key");
+  if (key.is_number_integer() && std::find(keys.begin(), keys.end(), key) == keys.end())
+    keys.push_back(key);
+}
+
 // Conversion, third party conversion and iAd attribution tell the install who referred it.
 Json attributionAnswer(const AnswerContext& context) {
   const bool has_parameters = context.payload.has_value();
@@ -28,6 +41,7 @@ Json attributionAnswer(const AnswerContext& context) {
   const std::string install_id = id != context.payload->end() && id->is_string() ? id->get<std::string>() : "";
   const Install install = context.store.install(install_id, context.now_milliseconds);
   answer["Data"] = context.data.attribution.record(install.user_no, install.first_seen_milliseconds);
+  listReportedKey(context, answer["Data"]);
   return answer;
 }
 

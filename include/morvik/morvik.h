@@ -150,8 +150,8 @@ class MorvikCore {
   /// HostOptions::opened_url.
   virtual Recorded passOpenURL(std::string_view url) = 0;
 
-  /// A referral URL that the app obtained from Facebook: reported as a third party conversion, once for each conversion
-  /// key ("ck" in its query). Kept and handled as an opened URL is. Without effect once the user asked to be forgotten.
+  /// A referral URL that the app obtained from Facebook: reported as a third party conversion, unless the list that the
+  /// server sent last names its key ("ck"). Kept and handled as an opened URL is. Without effect under forget-me.
   virtual Recorded setReferralUrlForFacebook(std::string_view url) = 0;
 
   /// Reports the install to the conversion service as a third party conversion. Kept and handled as an opened URL is;

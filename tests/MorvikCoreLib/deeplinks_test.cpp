@@ -929,6 +929,24 @@ TEST_F(Facebook, AUrlWithoutAKeyUsesTheKeyZero) {
   EXPECT_EQ(world.requests(kThirdParty).size(), 1U);
 }
 
+TEST_F(Facebook, ListedElementsThatAreNoKeysDoNotCountAsTheKeyZero) {
+  world.userDefaults().setFendoConversionInfoForCaches(Array{Value::null(), Array{}, Dictionary{}, Array{0}});
+  refer("https://f.example/?ck=0");
+  EXPECT_EQ(world.requests(kThirdParty).size(), 1U);
+  world.userDefaults().setFendoConversionInfoForCaches(Array{Value::null(), "0"});
+  refer("https://f.example/?ck=0");
+  EXPECT_EQ(world.requests(kThirdParty).size(), 1U);
+}
+
+TEST_F(Facebook, AKeyThatTheServerNoLongerListsIsReportedAgain) {
+  world.userDefaults().setFendoConversionInfoForCaches(Array{12});
+  refer("https://f.example/?ck=12");
+  EXPECT_THAT(world.requests(kThirdParty), IsEmpty());
+  world.userDefaults().setFendoConversionInfoForCaches(Array{13});
+  refer("https://f.example/?ck=12");
+  EXPECT_EQ(world.requests(kThirdParty).size(), 1U);
+}
+
 TEST_F(Facebook, TwoKeysSendTwoConversionsAndTheSecondReplacesTheFirst) {
   refer("https://f.example/?ck=12&sub_referral=one");
   refer("https://f.example/?ck=13");

@@ -34,6 +34,13 @@ TEST_F(ConversionCacheTest, ReplacesTheKeysWhole) {
   EXPECT_EQ(keys(), Value(Array{}));
 }
 
+TEST_F(ConversionCacheTest, TakesNullAndContainersForNoKeys) {
+  cache.replace(Array{Value::null(), 1, Array{2}, Dictionary{{"conversion_key", 3}}, "4"});
+  EXPECT_EQ(keys(), Value(Array{1, "4"}));
+  cache.add(0);
+  EXPECT_EQ(keys(), Value(Array{1, "4", 0}));
+}
+
 TEST_F(ConversionCacheTest, AddsAKeyOnce) {
   cache.add(5);
   cache.add(6);

@@ -215,5 +215,13 @@ TEST(Converters, AreTotalOverRandomTexts) {
   }
 }
 
+TEST(Converters, TellAConversionKeyFromWhatIsNone) {
+  for (const kit::Value& key : {kit::Value(0), kit::Value("7"), kit::Value("x"), kit::Value(1.5), kit::Value(true)})
+    EXPECT_TRUE(isConversionKey(key));
+  for (const kit::Value& none :
+       {kit::Value(), kit::Value::null(), kit::Value(kit::Array{1}), kit::Value(kit::Dictionary{})})
+    EXPECT_FALSE(isConversionKey(none));
+}
+
 }  // namespace
 }  // namespace morvik::services

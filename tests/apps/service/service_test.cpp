@@ -86,6 +86,20 @@ TEST_F(ServiceTest, AConversionShowsTheClickThatItCarries) {
             answer(postConversion(payload, "/v1/thirdparty-conversion"))["error"]);
 }
 
+TEST_F(ServiceTest, AReportedConversionKeyIsListedUnlessTheListWasChosen) {
+  Json payload = conversionPayload();
+  payload["deeplink_info"] = facebookClick();
+  payload["deeplink_info"]["conversion_key"] = 77;
+  const auto listed = [&] {
+    return answer(postConversion(payload, "/v1/thirdparty-conversion"))["Data"]["conversion_key_list"];
+  };
+  EXPECT_EQ(Json({2001, 2002, 77}), listed());
+  payload["deeplink_info"]["conversion_key"] = 2002;
+  EXPECT_EQ(Json({2001, 2002}), listed());
+  handle(inspection("POST", "/inspect/attribution", R"({"conversion_key_list":[1,null]})"));
+  EXPECT_EQ(Json::parse("[1,null]"), listed());
+}
+
 TEST_F(ServiceTest, AConversionWithoutParametersGetsNoRecord) {
   EXPECT_EQ(R"({"BaseTime":1709251199999,"Result":false,"ResultCode":1})", handle(post("/v1/conversion", "")).body);
 }
