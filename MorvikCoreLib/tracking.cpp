@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "services/converters.h"
 #include "services/endpoints.h"
 #include "services/guard.h"
 
@@ -406,7 +407,8 @@ void MorvikCoreLib::clearSentEventKeysAfterFailure() {
 }
 
 Value MorvikCoreLib::baseTimeOf(const Value& json) {
-  return json["BaseTime"].isNumber() ? json["BaseTime"] : Value();
+  const Value& time = json["BaseTime"];
+  return time.isNumber() || (time.isString() && services::beginsWithNumber(time.string())) ? time : Value();
 }
 
 /// Takes the server's time, in milliseconds, from an answer that has it; else the offset stays as it was.

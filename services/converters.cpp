@@ -110,6 +110,10 @@ double leadingDouble(std::string_view text) {
   return result.ec == std::errc::result_out_of_range ? outOfRange(text) : number;
 }
 
+bool beginsWithNumber(std::string_view text) {
+  return numberLength(withoutPlus(withoutLeadingBlanks(text))) > 0;
+}
+
 bool isConversionKey(const kit::Value& element) {
   return !element.isNil() && !element.isArray() && !element.isDictionary();
 }

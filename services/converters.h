@@ -26,6 +26,9 @@ int32_t checkNilToZero(const kit::Value& value);
 /// Whether an element of a list of conversion keys is one: null and containers are none, and do not count as key 0.
 bool isConversionKey(const kit::Value& element);
 
+/// Whether the text begins, after white space, with what leadingDouble reads.
+bool beginsWithNumber(std::string_view text);
+
 /// A double truncated toward zero to 64 bits; out of range saturates, not-a-number is 0.
 int64_t saturatedInteger(double number);
 

@@ -194,6 +194,14 @@ TEST_F(Attribution, WithoutBaseTimeTheClockOffsetStays) {
   EXPECT_EQ(world.services().conversionResultCode(), 0);
 }
 
+TEST_F(Attribution, ABaseTimeThatIsTextIsTheNumberItBeginsWith) {
+  answerWith(Dictionary{{"Result", false}, {"BaseTime", int64_t{1'700'000'000'000}}});
+  const double offset = world.services().intervalSinceServerDate();
+  world.services().setIntervalSinceServerDate(5);
+  answerWith(Dictionary{{"Result", false}, {"BaseTime", "1700000000000ms"}});
+  EXPECT_NEAR(world.services().intervalSinceServerDate(), offset, 5);
+}
+
 TEST_F(Attribution, AnAnswerWithoutDataSavesZerosAndBlanksAndPushes) {
   world.userDefaults().setFendoActivityInfos(activities(1));
   answerWith(Dictionary{{"Result", true}});

@@ -775,7 +775,7 @@ TEST_F(Answers, WithoutAKeyStoreMinusOneTellTheDelegateZeroAndStrikeOffTheKeyZer
 
 TEST_F(Answers, WithoutBaseTimeLeaveTheClockAloneAndCacheTheTimeZero) {
   world.services().setIntervalSinceServerDate(5);
-  for (const Value& base_time : {Value(), Value::null(), Value("1700000000000"), Value(true), Value(Array{1})}) {
+  for (const Value& base_time : {Value(), Value::null(), Value("soon"), Value(""), Value(true), Value(Array{1})}) {
     kit::MutableDictionary answer(acceptanceOf(12));
     answer.set("BaseTime", base_time);
     answerWith(Value(std::move(answer)));
@@ -783,6 +783,16 @@ TEST_F(Answers, WithoutBaseTimeLeaveTheClockAloneAndCacheTheTimeZero) {
     EXPECT_EQ(world.services().calls().at(world.services().calls().size() - 2), "saveConversionTimeInfoForCache 12 0")
         << services::describe(base_time);
   }
+}
+
+TEST_F(Answers, ReadABaseTimeThatIsTextAsTheNumberItBeginsWith) {
+  kit::MutableDictionary answer(acceptanceOf(12));
+  answer.set("BaseTime", "1700000000500 ms");
+  world.services().setIntervalSinceServerDate(5);
+  answerWith(Value(std::move(answer)));
+  EXPECT_NE(world.services().intervalSinceServerDate(), 5);
+  EXPECT_EQ(world.services().calls().at(world.services().calls().size() - 2),
+            "saveConversionTimeInfoForCache 12 1700000000500");
 }
 
 TEST_F(Answers, CacheTheTimeUnderTheKeysLower32Bits) {

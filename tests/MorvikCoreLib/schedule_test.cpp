@@ -116,12 +116,14 @@ TEST_F(Schedule, SetsTheServersTimeOnlyWithABaseTime) {
   answerWith(schedule("sum-1"));
   EXPECT_EQ(world.services().intervalSinceServerDate(), 0.0);
   world.services().setIntervalSinceServerDate(5);
-  for (const Value& no_time : {Value::null(), Value("1709251212500"), Value(true), Value(Array{1})}) {
+  for (const Value& no_time : {Value::null(), Value("soon"), Value(true), Value(Array{1})}) {
     answerWith(Dictionary{{"Result", true}, {"BaseTime", no_time}});
     EXPECT_EQ(world.services().intervalSinceServerDate(), 5.0) << services::describe(no_time);
   }
   answerWith(Dictionary{{"Result", true}, {"ResultCode", 1001}, {"BaseTime", int64_t{1'709'251'212'500}}});
   EXPECT_EQ(world.services().intervalSinceServerDate(), 12.5);
+  answerWith(Dictionary{{"Result", true}, {"BaseTime", "1709251213500 and more"}});
+  EXPECT_EQ(world.services().intervalSinceServerDate(), 13.5);
 }
 
 TEST_F(Schedule, IsHandedToNobodyWithoutModuleAndDelegate) {

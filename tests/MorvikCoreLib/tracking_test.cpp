@@ -180,14 +180,26 @@ TEST_F(Tracking, ARefusedBatchDeletesNothingTakesTheTimeAndFreesTheSlot) {
 TEST_F(Tracking, AnAnswerWithoutBaseTimeLeavesTheOffset) {
   world.userDefaults().setFendoActivityInfos(activities(1));
   world.services().setIntervalSinceServerDate(12);
-  for (const Value& base_time : {Value(), Value::null(), Value("1700000000000"), Value(true), Value(Array{})}) {
+  for (const Value& base_time : {Value(), Value::null(), Value("soon"), Value(""), Value(true), Value(Array{})}) {
     kit::MutableDictionary json(Value(Dictionary{{"Result", false}}));
     json.set("BaseTime", base_time);
     world.transport.on("v1/tracking").then(Answer::json(Value(std::move(json))));
     push();
     EXPECT_DOUBLE_EQ(world.services().intervalSinceServerDate(), 12) << services::describe(base_time);
   }
-  EXPECT_EQ(sentBatches(), 5U);
+  EXPECT_EQ(sentBatches(), 6U);
+}
+
+TEST_F(Tracking, ABaseTimeThatIsTextIsTheNumberItBeginsWith) {
+  world.userDefaults().setFendoActivityInfos(activities(1));
+  const double server_seconds = world.loop.now().secondsSince1970() + 30;
+  const std::string text = std::to_string(static_cast<int64_t>(server_seconds * 1000));
+  for (const std::string& base_time : {text, " " + text, "+" + text + " ms", text + ".5e0"}) {
+    world.services().setIntervalSinceServerDate(12);
+    world.transport.on("v1/tracking").then(Answer::json(Dictionary{{"Result", false}, {"BaseTime", base_time}}));
+    push();
+    EXPECT_NEAR(world.services().intervalSinceServerDate(), 30, 5) << base_time;
+  }
 }
 
 TEST_F(Tracking, TheAnswerIsLoggedAndTheBackgroundTimeGivenBack) {

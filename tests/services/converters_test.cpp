@@ -215,6 +215,13 @@ TEST(Converters, AreTotalOverRandomTexts) {
   }
 }
 
+TEST(Converters, TellWhetherATextBeginsWithANumber) {
+  for (const char* text : {"0", "-1", "+1", " \t7 and more", ".5", "1e5", "12abc"})
+    EXPECT_TRUE(beginsWithNumber(text)) << text;
+  for (const char* text : {"", " ", "abc", "-", "+", ".", "e5", "a1", "nan", "inf"})
+    EXPECT_FALSE(beginsWithNumber(text)) << text;
+}
+
 TEST(Converters, TellAConversionKeyFromWhatIsNone) {
   for (const kit::Value& key : {kit::Value(0), kit::Value("7"), kit::Value("x"), kit::Value(1.5), kit::Value(true)})
     EXPECT_TRUE(isConversionKey(key));
