@@ -81,14 +81,15 @@ class Lines:
 class Service:
     """A morvik-service on a free loopback port, with a certificate of its own and its store in `folder`."""
 
-    def __init__(self, build_dir, folder, keys_file, on_line=None):
+    def __init__(self, build_dir, folder, keys_file, on_line=None, environment=None):
         self.folder = folder
         tls = os.path.join(folder, "tls")
         self.ca_file = os.path.join(tls, "ca.pem")
         self.child = subprocess.Popen(
             [program(build_dir, "morvik-service"), "--port", "0", "--make-cert", tls, "--store",
              os.path.join(folder, "store"), "--keys", keys_file],
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True,
+            env=None if environment is None else {**os.environ, **environment})
         self._errors = Lines(self.child.stderr, on_line or (lambda line: None))
         self._output = Lines(self.child.stdout)
         line = self._output.next(PATIENCE_SECONDS)

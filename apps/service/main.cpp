@@ -1,4 +1,5 @@
 #include <csignal>
+#include <cstdlib>
 #include <iostream>
 
 #include "apps/service/program.h"
@@ -16,6 +17,8 @@ sigset_t stopSignals() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The TLS libraries would write the keys of every connection into the file that it names.
+  ::unsetenv("SSLKEYLOGFILE");
   // Blocked before the first thread exists, so that every thread inherits it and only the wait below receives them.
   const sigset_t signals = stopSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);

@@ -1,5 +1,7 @@
 #include "host/net/curl_exchange.h"
 
+#include <openssl/ssl.h>
+
 #include <cmath>
 
 namespace morvik::host {
@@ -42,6 +44,12 @@ long milliseconds(double seconds) {
 /// Asking twice changes nothing on a server.
 bool isSafe(const std::string& method) {
   return method == "GET" || method == "HEAD";
+}
+
+/// What curl hands to onTlsContext() is another thing in a curl on another library.
+bool isOpenSsl() {
+  const char* library = curl_version_info(CURLVERSION_NOW)->ssl_version;
+  return library != nullptr && std::string_view(library).starts_with("OpenSSL/");
 }
 
 }  // namespace
@@ -99,6 +107,8 @@ void CurlExchange::setTrust(const CurlTransportOptions& options, CURLSH* shared_
   curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
   curl_easy_setopt(easy, CURLOPT_CA_CACHE_TIMEOUT, kCaCacheSeconds);
   curl_easy_setopt(easy, CURLOPT_SHARE, shared_sessions);
+  if (isOpenSsl())
+    curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &CurlExchange::onTlsContext);
 }
 
 void CurlExchange::setBounds() {
@@ -133,6 +143,13 @@ size_t CurlExchange::onBody(char* data, size_t size, size_t count, void* self) {
   auto* exchange = static_cast<CurlExchange*>(self);
   const std::string_view piece(data, size * count);
   return exchange->body_.take(exchange->contentEncoding(), piece) ? piece.size() : 0;
+}
+
+/// With SSLKEYLOGFILE in the environment curl has set a function that writes the secrets of each connection into that
+/// file. The environment is the app's; what the kit sends stays sealed.
+CURLcode CurlExchange::onTlsContext(CURL*, void* context, void*) {
+  SSL_CTX_set_keylog_callback(static_cast<SSL_CTX*>(context), nullptr);
+  return CURLE_OK;
 }
 
 int CurlExchange::onReadyToSend(void* self, char*, char*, int, int) {

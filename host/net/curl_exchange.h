@@ -57,6 +57,7 @@ class CurlExchange {
   static size_t onHead(char* data, size_t size, size_t count, void* self);
   static size_t onBody(char* data, size_t size, size_t count, void* self);
   static int onReadyToSend(void* self, char*, char*, int, int);
+  static CURLcode onTlsContext(CURL*, void* context, void*);
 
   kit::Request request_;
   RequestTarget target_;

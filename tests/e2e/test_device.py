@@ -57,6 +57,23 @@ class DeviceTest(unittest.TestCase):
             self.assertTrue(answer["ok"], answer)
         return answer
 
+    def test_no_program_writes_the_secrets_of_its_connections(self):
+        def named(who):
+            return {"SSLKEYLOGFILE": os.path.join(self.folder, who + "-secrets")}
+
+        keys = stage.write_keys(self.folder)
+        service = stage.Service(BUILD, self.folder, keys, environment=named("service"))
+        self.addCleanup(service.stop)
+        options = ["--store", self.store_folder, "--service", service.url, "--ca", service.ca_file, "--keys", keys]
+        device = stage.Device(BUILD, options, environment=named("device"))
+        self.addCleanup(lambda: device.child.poll() is None and device.kill())
+        self.do(device, "active", "settle", "quit")
+        self.assertTrue(service.requests(), "something went over TLS")
+        expect = [stage.program(BUILD, "morvik-service"), "expect", "id > 0", "--within", "60s"]
+        subprocess.run(expect + ["--url", service.url, "--ca", service.ca_file], check=True,
+                       env={**os.environ, **named("expect")}, stdout=subprocess.DEVNULL)
+        self.assertEqual([], [name for name in os.listdir(self.folder) if name.endswith("secrets")])
+
     def attributed(self, *more):
         """A device whose install is attributed, with nothing stored."""
         device = self.device(*more)

@@ -183,6 +183,34 @@ class CurlTransportTest : public ::testing::Test {
   std::unique_ptr<ExchangeQueue> transport_;
 };
 
+// What stays.
+
+constexpr int kNoAnswer = 1;
+constexpr int kSecretsWereWritten = 2;
+
+class CurlTransportSecrets : public CurlTransportTest {
+ protected:
+  /// One exchange over TLS while the environment names a file for its secrets. The status tells what came of it.
+  [[noreturn]] void exchangeWithSecretsNamed() {
+    const ScratchFolder folder;
+    ::setenv("SSLKEYLOGFILE", (folder / "secrets").c_str(), 1);
+    serve(answerOk);
+    const bool was_answered = bodyOf(request()) == "ok";
+    transport_.reset();
+    const bool is_environment_left = std::getenv("SSLKEYLOGFILE") == folder / "secrets";
+    std::fflush(nullptr);
+    const bool is_kept = bytesOf(folder / "secrets").empty();
+    std::filesystem::remove_all(folder.path());
+    std::_Exit(!was_answered || !is_environment_left ? kNoAnswer : is_kept ? 0 : kSecretsWereWritten);
+  }
+};
+
+TEST_F(CurlTransportSecrets, WritesItsSecretsToNoFileThatTheEnvironmentNames) {
+  // The network library looks at the environment once in a process: this takes a fresh one.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(exchangeWithSecretsNamed(), ::testing::ExitedWithCode(0), "");
+}
+
 // What leaves.
 
 TEST_F(CurlTransportTest, SendsTheHeadersAsTheyAreGivenAndNoOthers) {
