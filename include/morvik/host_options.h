@@ -167,8 +167,8 @@ struct HostOptions {
 
   /// 0 off, 1 critical, 2 error, 3 warning, 4 info, 5 debug, 6 trace.
   int log_level = 2;
-  /// Takes the log, line by line, without line feeds; empty: standard error. Called on any thread, one call at a time;
-  /// must not call the kit and must not throw. The text is valid during the call.
+  /// Takes the log, a message a call, without a line feed at its end; a message may hold line breaks. Empty: standard
+  /// error. On any thread, one call at a time; must not call the kit nor throw. The text is valid during the call.
   std::function<void(std::string_view line)> log_sink;
 
   DeviceDescription device;
