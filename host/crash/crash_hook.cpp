@@ -23,7 +23,7 @@ namespace morvik::host {
 namespace {
 
 constexpr auto kReportPoll = std::chrono::milliseconds(1);
-constexpr auto kMaxReportTime = std::chrono::milliseconds(2000);
+constexpr auto kMaxReportTime = std::chrono::milliseconds(kMaxRecordWaitMilliseconds);
 
 /// Beyond so many, two terminate handlers pass one exception to each other.
 constexpr int kMaxPasses = 16;
@@ -133,6 +133,7 @@ void CrashHook::onTerminate() {
   if (state != nullptr && state->process.isHere()) {
     if (!state->is_reporting.exchange(true)) {
       state->reporter = std::this_thread::get_id();
+      state->signals->beginReport();
       // A fault that keeps the report from coming about is recorded in its place.
       state->report();
       state->signals->leaveAlone();

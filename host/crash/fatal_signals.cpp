@@ -1,5 +1,6 @@
 #include "host/crash/fatal_signals.h"
 
+#include <poll.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
 #include <ucontext.h>
@@ -21,8 +22,12 @@ constexpr std::array<int, 5> kSignals = {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGIL
 /// How often one signal may come, each time deeper on the stack. Beyond it two handlers pass it to each other.
 constexpr int kMaxRounds = 16;
 
+constexpr int kWaitPollMilliseconds = 1;
+
 /// Enough for the handler and for a handler of the app's behind it.
 constexpr size_t kSignalStackBytes = size_t{64} * 1024;
+
+enum class Phase { kNoRecord, kWriting, kWritten };
 
 StackTop stackTop(const void* context) {
   const mcontext_t& machine = static_cast<const ucontext_t*>(context)->uc_mcontext;
@@ -102,8 +107,10 @@ struct FatalSignals::State {
   std::array<std::atomic<bool>, kSignals.size()> is_used_up{};  ///< earlier handlers that wanted one signal only
   std::unique_ptr<char[]> stack;
 
-  std::atomic<bool> recorded{false};
-  // Of the handler that recorded; no thread when the crash was reported otherwise.
+  std::atomic<Phase> phase{Phase::kNoRecord};
+  std::atomic<bool> is_left_alone{false};
+  std::atomic<pid_t> reporter_thread{0};  ///< that makes a report of its own; 0: none
+  // Of the handler that recorded.
   std::atomic<pid_t> recorder_thread{0};
   std::atomic<uintptr_t> recorder_frame{0};
   // Of the latest signal.
@@ -118,6 +125,7 @@ struct FatalSignals::State {
   static void handle(int signal, siginfo_t* info, void* context);
   bool goesInCircles(const void* context, const HandlerPlace& place);
   bool takesRecord(const HandlerPlace& place);
+  void waitForOthers(const HandlerPlace& place) const;
   void record(int signal, const void* context) const;
   bool passOn(int signal, siginfo_t* info, void* context);
   void takeBack();
@@ -127,7 +135,8 @@ struct FatalSignals::State {
 
 std::atomic<FatalSignals::State*> FatalSignals::State::current{nullptr};
 static_assert(std::atomic<void*>::is_always_lock_free && std::atomic<bool>::is_always_lock_free &&
-              std::atomic<pid_t>::is_always_lock_free && std::atomic<uintptr_t>::is_always_lock_free);
+              std::atomic<pid_t>::is_always_lock_free && std::atomic<uintptr_t>::is_always_lock_free &&
+              std::atomic<Phase>::is_always_lock_free);
 
 // From here to takeBack() nothing may be called that is not async-signal-safe.
 
@@ -142,9 +151,15 @@ void FatalSignals::State::handle(int signal, siginfo_t* info, void* context) {
     toDefault(signal, info);
     return;
   }
-  const bool records = ::getpid() == state->process && state->takesRecord(place);
-  if (records)
+  const bool is_own_process = ::getpid() == state->process;
+  const bool records = is_own_process && state->takesRecord(place);
+  if (records) {
     state->record(signal, context);
+    state->phase = Phase::kWritten;
+  }
+  // What follows may end the process.
+  if (is_own_process)
+    state->waitForOthers(place);
   errno = error;
   if (state->passOn(signal, info, context) && records)
     state->takeBack();
@@ -166,14 +181,29 @@ bool FatalSignals::State::goesInCircles(const void* context, const HandlerPlace&
 /// The first signal is recorded. When a later one of the same thread does not come from within the handling of that
 /// one, an earlier handler left by a jump: that was no crash, and its record gives way.
 bool FatalSignals::State::takesRecord(const HandlerPlace& place) {
-  if (recorded.exchange(true)) {
+  if (is_left_alone)
+    return false;
+  Phase found = Phase::kNoRecord;
+  if (!phase.compare_exchange_strong(found, Phase::kWriting)) {
     if (recorder_thread != place.thread || place.frame < recorder_frame ||
         ::ftruncate(parts.record_file, prepared_bytes) != 0)
       return false;
+    phase = Phase::kWriting;
   }
   recorder_frame = place.frame;
   recorder_thread = place.thread;
   return true;
+}
+
+/// Until no other thread writes a record or makes a report, or the time for that is up.
+void FatalSignals::State::waitForOthers(const HandlerPlace& place) const {
+  for (int waited = 0; waited < kMaxRecordWaitMilliseconds; waited += kWaitPollMilliseconds) {
+    const bool is_writing = phase == Phase::kWriting && recorder_thread != place.thread;
+    const pid_t reporter = reporter_thread;
+    if (!is_writing && (reporter == 0 || reporter == place.thread))
+      return;
+    ::poll(nullptr, 0, kWaitPollMilliseconds);
+  }
 }
 
 void FatalSignals::State::record(int signal, const void* context) const {
@@ -212,7 +242,7 @@ void FatalSignals::State::takeBack() {
   if (::ftruncate(parts.record_file, prepared_bytes) != 0)
     return;
   recorder_thread = 0;
-  recorded = false;
+  phase = Phase::kNoRecord;
 }
 
 void FatalSignals::State::giveStack() {
@@ -283,9 +313,13 @@ FatalSignals::~FatalSignals() {
   state_->reader.close();
 }
 
+void FatalSignals::beginReport() {
+  state_->reporter_thread = static_cast<pid_t>(::syscall(SYS_gettid));
+}
+
 void FatalSignals::leaveAlone() {
-  state_->recorder_thread = 0;
-  state_->recorded = true;
+  state_->is_left_alone = true;
+  state_->reporter_thread = 0;
 }
 
 }  // namespace morvik::host

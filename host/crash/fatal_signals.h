@@ -12,6 +12,10 @@ namespace morvik::host {
 /// The signals that are caught.
 const std::array<int, 5>& fatalSignals();
 
+/// A thread that crashes waits so long for another one's record or report before it goes on, to what may end the
+/// process.
+inline constexpr int kMaxRecordWaitMilliseconds = 2000;
+
 /// What the handler asks and where it writes. All of it outlives the handler.
 struct FatalSignalParts {
   int record_file = -1;  ///< of prepareCrashRecord(); one record is written behind what is there
@@ -32,8 +36,10 @@ class FatalSignals {
   FatalSignals(const FatalSignals&) = delete;
   FatalSignals& operator=(const FatalSignals&) = delete;
 
-  /// From here on no signal is recorded: this crash was reported otherwise, and the signal that ends the process is
-  /// part of it.
+  /// The calling thread makes a report of its own crash: signals of other threads are recorded, and then wait for it.
+  void beginReport();
+  /// The report is made. From here on no signal is recorded: this crash was reported otherwise, and the signal that
+  /// ends the process is part of it.
   void leaveAlone();
 
  private:

@@ -5,10 +5,12 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csetjmp>
 #include <csignal>
@@ -460,6 +462,81 @@ TEST_F(CrashDeathTest, AFaultThatKeepsTheReportFromComingAboutIsRecorded) {
   EXPECT_EQ(report(), "");
   ASSERT_TRUE(crash());
   EXPECT_THAT(crash()->reason.value_or(""), HasSubstr("SIGSEGV"));
+}
+
+// -------------------------------------------------------------------------------------------- two threads at once
+
+std::atomic<bool> is_first_at_work;
+
+/// The time in which a second crash would end the process, if it did not wait.
+void workForAWhile() {
+  constexpr int kMilliseconds = 200;
+  is_first_at_work = true;
+  for (int i = 0; i < kMilliseconds; ++i)
+    ::poll(nullptr, 0, 1);
+}
+
+void crashOnceAnotherThreadIsAtWork(void (*act)()) {
+  while (!is_first_at_work)
+    std::this_thread::yield();
+  perform(act);
+}
+
+bool wasKilled(int status) {
+  return WIFSIGNALED(status);
+}
+
+TEST_F(CrashDeathTest, OfTwoThreadsThatCrashAtOnceTheSecondWaitsForTheFirstOnesRecord) {
+  EXPECT_EXIT(
+      {
+        host::CrashHookParts slow = parts();
+        slow.is_app_in_focus = [](const void*) {
+          workForAWhile();
+          return true;
+        };
+        const auto hook = host::CrashHook::install(std::move(slow));
+        std::thread first([] { perform(readNothing); });
+        crashOnceAnotherThreadIsAtWork(divideByZero);
+      },
+      wasKilled, "");
+  const auto found = crash();
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->reason, "SIGSEGV");
+  ASSERT_TRUE(found->moment);
+  EXPECT_TRUE(found->moment->app_in_focus) << "the record is whole";
+}
+
+TEST_F(CrashDeathTest, AThreadThatCrashesWaitsForAnExceptionsReportOfAnotherThread) {
+  EXPECT_EXIT(
+      {
+        host::CrashHookParts slow = parts();
+        slow.report = [report = slow.report](const kit::UncaughtException& exception) {
+          workForAWhile();
+          report(exception);
+        };
+        const auto hook = host::CrashHook::install(std::move(slow));
+        std::thread first([] { throw 7; });
+        crashOnceAnotherThreadIsAtWork(readNothing);
+      },
+      wasKilled, "");
+  EXPECT_EQ(report().substr(0, 12), "report: int\n");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGSEGV") << "and its own record is there too";
+}
+
+TEST_F(CrashDeathTest, AThreadThatCrashesDoesNotWaitForEver) {
+  EXPECT_EXIT(
+      {
+        host::CrashHookParts stuck = parts();
+        stuck.is_app_in_focus = [](const void*) -> bool {
+          is_first_at_work = true;
+          for (;;)
+            ::pause();
+        };
+        const auto hook = host::CrashHook::install(std::move(stuck));
+        std::thread first([] { perform(readNothing); });
+        crashOnceAnotherThreadIsAtWork(divideByZero);
+      },
+      KilledBySignal(SIGFPE), "");
 }
 
 TEST_F(CrashDeathTest, AForkedChildLeavesNoRecord) {
