@@ -15,6 +15,7 @@
 #include "host/crash/crash_record.h"
 #include "host/crash/fatal_signals.h"
 #include "host/crash/frame_names.h"
+#include "host/crash/frame_unwind.h"
 #include "host/life/own_process.h"
 #include "services/guard.h"
 #include "services/type_names.h"
@@ -158,11 +159,11 @@ std::variant<std::optional<kit::UncaughtException>, kit::Error> crashOfEarlierPr
   if (!file || !file->record)
     return std::optional<kit::UncaughtException>();
   const SignalRecord& record = *file->record;
-  const auto frames = namedFrames(file->modules, {record.frames, record.frames + record.frame_count});
+  const auto frames = namedFrames(file->modules, unwoundFrames(file->modules, record));
   kit::UncaughtException crash;
-  crash.reason = (holdsFrameOfOurs(frames) ? kOurCrash : "") + signalName(record.signal);
+  crash.reason = (isCrashOfTheKit(frames, record.is_jump_to_nowhere) ? kOurCrash : "") + signalName(record.signal);
   crash.call_stack_symbols = textsOf(frames);
-  crash.moment = kit::CrashMoment{kit::Date{record.time_microseconds}, record.app_in_focus != 0};
+  crash.moment = kit::CrashMoment{kit::Date{record.time_microseconds}, record.app_in_focus.value_or(false)};
   return std::optional<kit::UncaughtException>(std::move(crash));
 }
 

@@ -41,8 +41,8 @@ class CrashHook {
 };
 
 /// What the record of an earlier process tells of its crash, if one is there. Its reason is the signal's name, after
-/// "mrvk " when a function of the kit is on the stack, so that only those are kept that concern it. The file stays; it
-/// is to be removed once the report is stored. Blocks for reading files.
+/// "mrvk " when the crash is the kit's own (isCrashOfTheKit()), so that only those are kept that concern it. The file
+/// stays; it is to be removed once the report is stored. Blocks for reading files.
 std::variant<std::optional<kit::UncaughtException>, kit::Error> crashOfEarlierProcess(const std::string& record_path);
 
 }  // namespace morvik::host

@@ -36,6 +36,10 @@ std::string unreadableRecordPath(const std::string& record_path) {
   return record_path + ".unreadable";
 }
 
+std::vector<std::string> crashRecordPaths(const std::string& record_path) {
+  return {record_path, waitingRecordPath(record_path), unreadableRecordPath(record_path)};
+}
+
 void reportEarlierCrashes(const std::string& record_path, const TakeCrash& take, const services::Logger& logger) {
   const std::string waiting = waitingRecordPath(record_path);
   for (const std::string& path : {waiting, record_path}) {

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "kit/crash.h"
 #include "services/log.h"
@@ -16,6 +17,9 @@ using TakeCrash = std::function<bool(const kit::UncaughtException&)>;
 std::string waitingRecordPath(const std::string& record_path);
 /// Where a file goes that cannot be read as a record. The latest.
 std::string unreadableRecordPath(const std::string& record_path);
+
+/// Every place where a record may lie, the first included.
+std::vector<std::string> crashRecordPaths(const std::string& record_path);
 
 /// Hands the crash of the waiting record, and that of the record at `record_path`, to `take`. A record goes once its
 /// crash is taken; what cannot be taken or read has another name afterwards, with a line at warning level, so that the

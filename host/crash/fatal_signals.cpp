@@ -41,6 +41,22 @@ StackTop stackTop(const void* context) {
 #endif
 }
 
+/// Of the interrupted code, by the numbers of its debug information; how many.
+uint32_t copyRegisters(const void* context, uint64_t* registers) {
+  const mcontext_t& machine = static_cast<const ucontext_t*>(context)->uc_mcontext;
+  uint32_t count = 0;
+#if defined(__x86_64__)
+  for (const int number : {REG_RAX, REG_RDX, REG_RCX, REG_RBX, REG_RSI, REG_RDI, REG_RBP, REG_RSP, REG_R8, REG_R9,
+                           REG_R10, REG_R11, REG_R12, REG_R13, REG_R14, REG_R15, REG_RIP})
+    registers[count++] = static_cast<uint64_t>(machine.gregs[number]);
+#elif defined(__aarch64__)
+  for (const auto value : machine.regs)
+    registers[count++] = value;
+  registers[count++] = machine.sp;
+#endif
+  return count;
+}
+
 bool wasSent(const siginfo_t& info) {
   return info.si_code <= 0;
 }
@@ -126,7 +142,7 @@ struct FatalSignals::State {
   bool goesInCircles(const void* context, const HandlerPlace& place);
   bool takesRecord(const HandlerPlace& place);
   void waitForOthers(const HandlerPlace& place) const;
-  void record(int signal, const void* context) const;
+  void record(int signal, const siginfo_t& info, const void* context) const;
   bool passOn(int signal, siginfo_t* info, void* context);
   void takeBack();
   void giveStack();
@@ -154,7 +170,7 @@ void FatalSignals::State::handle(int signal, siginfo_t* info, void* context) {
   const bool is_own_process = ::getpid() == state->process;
   const bool records = is_own_process && state->takesRecord(place);
   if (records) {
-    state->record(signal, context);
+    state->record(signal, *info, context);
     state->phase = Phase::kWritten;
   }
   // What follows may end the process.
@@ -206,15 +222,21 @@ void FatalSignals::State::waitForOthers(const HandlerPlace& place) const {
   }
 }
 
-void FatalSignals::State::record(int signal, const void* context) const {
-  SignalRecord record;
-  record.time_microseconds = nowMicroseconds();
-  record.signal = signal;
-  record.app_in_focus = parts.is_app_in_focus != nullptr && parts.is_app_in_focus(parts.context) ? 1 : 0;
-  record.frame_count =
-      static_cast<uint32_t>(walkFrames(stackTop(context), code, reader, record.frames, kMaxCrashFrames));
-  // Nobody is left to be told when it fails.
-  [[maybe_unused]] const ssize_t written = ::write(parts.record_file, &record, sizeof record);
+void FatalSignals::State::record(int signal, const siginfo_t& info, const void* context) const {
+  const StackTop top = stackTop(context);
+  SignalPart first;
+  first.time_microseconds = nowMicroseconds();
+  first.instruction = top.instruction;
+  first.fault_address = wasSent(info) ? 0 : reinterpret_cast<uint64_t>(info.si_addr);
+  first.signal = signal;
+  writeSignalPart(parts.record_file, first);
+  FramesPart more;
+  more.app_in_focus = parts.is_app_in_focus != nullptr && parts.is_app_in_focus(parts.context) ? 1 : 0;
+  more.frame_count = static_cast<uint32_t>(walkFrames(top, code, reader, more.frames, kMaxCrashFrames));
+  more.register_count = copyRegisters(context, more.registers);
+  more.stack_pointer = top.stack_pointer;
+  writeFramesPart(parts.record_file, more);
+  writeStackPart(parts.record_file, top.stack_pointer);
 }
 
 /// Does what would happen without us; answers whether the process lives on.

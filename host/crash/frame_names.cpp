@@ -1,16 +1,12 @@
 #include "host/crash/frame_names.h"
 
-#include <elfutils/libdwfl.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <filesystem>
-#include <map>
-#include <memory>
 #include <string_view>
 
-#include "services/text_codes.h"
+#include "host/crash/module_files.h"
 #include "services/type_names.h"
 
 namespace morvik::host {
@@ -25,15 +21,53 @@ std::string plainName(const std::string& name) {
   return name.substr(0, kMangled.size()) == kMangled ? services::demangled(name.c_str()) : name;
 }
 
+bool startsWith(std::string_view text, std::string_view beginning) {
+  return text.substr(0, beginning.size()) == beginning;
+}
+
 /// By the mangled name, in which what a function is a member of stands first: a function of the app's that only takes
 /// an argument of the kit's is the app's. A lambda, and what else is local to a function, is that function's.
-bool isOurs(std::string_view mangled) {
+FrameOwner ownerByName(std::string_view name) {
   constexpr std::string_view kNestings = "ZNKVrL";
   constexpr std::string_view kOurNamespace = "6morvik";
-  if (mangled.substr(0, kMangled.size()) != kMangled)
-    return false;
-  const size_t first = mangled.find_first_not_of(kNestings, 1);
-  return first != std::string_view::npos && mangled.substr(first, kOurNamespace.size()) == kOurNamespace;
+  // "S" and a letter: std, and what has a short name in it.
+  constexpr std::array<std::string_view, 3> kOfTheRuntime = {"S", "9__gnu_cxx", "10__cxxabiv1"};
+  if (!startsWith(name, kMangled))  // names of C that begin so are reserved to the implementation
+    return startsWith(name, "__") ? FrameOwner::kSystem : FrameOwner::kApp;
+  const std::string_view scope = name.substr(std::min(name.find_first_not_of(kNestings, 1), name.size()));
+  if (startsWith(scope, kOurNamespace))
+    return FrameOwner::kKit;
+  const bool is_of_the_runtime = std::any_of(kOfTheRuntime.begin(), kOfTheRuntime.end(),
+                                             [&](std::string_view each) { return startsWith(scope, each); });
+  return is_of_the_runtime ? FrameOwner::kSystem : FrameOwner::kApp;
+}
+
+/// A file right in one of the folders where a system has its libraries, or in that of its architecture ("/usr/lib",
+/// "/usr/lib/x86_64-linux-gnu"); and the runtime library, wherever an app keeps its own, and what the kernel maps.
+bool isOfTheSystem(const LoadedModule& module) {
+  constexpr std::array<std::string_view, 8> kFolders = {"/lib",     "/lib32",     "/lib64",     "/libx32",
+                                                        "/usr/lib", "/usr/lib32", "/usr/lib64", "/usr/libx32"};
+  constexpr std::array<std::string_view, 10> kRuntime = {"libc.so",    "libm.so",      "libstdc++.so", "libgcc_s.so",
+                                                         "libc++.so",  "libc++abi.so", "libunwind.so", "libasan.so",
+                                                         "libtsan.so", "libubsan.so"};
+  const std::filesystem::path path(module.path);
+  const std::string name = path.filename();
+  if (!path.is_absolute() ||
+      std::any_of(kRuntime.begin(), kRuntime.end(), [&](std::string_view each) { return startsWith(name, each); }))
+    return true;
+  std::filesystem::path folder = path.parent_path();
+  if (folder.filename().string().find("-linux-") != std::string::npos)
+    folder = folder.parent_path();
+  return std::find(kFolders.begin(), kFolders.end(), folder.string()) != kFolders.end();
+}
+
+bool isProgram(const LoadedModule& module, const std::vector<LoadedModule>& modules) {
+  return &module == &modules.front();
+}
+
+FrameOwner ownerOf(const LoadedModule& module, bool is_program, std::string_view name) {
+  const FrameOwner by_name = ownerByName(name);
+  return by_name == FrameOwner::kApp && !is_program && isOfTheSystem(module) ? FrameOwner::kSystem : by_name;
 }
 
 struct Name {
@@ -41,62 +75,13 @@ struct Name {
   uint64_t offset = 0;
 };
 
-/// The symbol tables of the modules' files, each opened when it is first asked.
-class Symbols {
- public:
-  Symbols() : session_(dwfl_begin(&kCallbacks), dwfl_end) {}
-
-  Name find(const LoadedModule& module, uint64_t address) {
-    Dwfl_Module* const table = tableOf(module);
-    GElf_Off offset = 0;
-    GElf_Sym symbol{};
-    const char* const name =
-        table == nullptr ? nullptr : dwfl_module_addrinfo(table, address, &offset, &symbol, nullptr, nullptr, nullptr);
-    if (name == nullptr)
-      return {};
-    return {name, offset};
-  }
-
- private:
-  Dwfl_Module* tableOf(const LoadedModule& module) {
-    const auto known = tables_.find(module.bias);
-    if (known != tables_.end())
-      return known->second;
-    return tables_[module.bias] = report(module);
-  }
-
-  Dwfl_Module* report(const LoadedModule& module) {
-    if (session_ == nullptr)
-      return nullptr;
-    dwfl_report_begin_add(session_.get());
-    Dwfl_Module* const table =
-        dwfl_report_elf(session_.get(), module.path.c_str(), module.path.c_str(), -1, module.bias, true);
-    dwfl_report_end(session_.get(), nullptr, nullptr);
-    return table != nullptr && isTheSame(table, module) ? table : nullptr;
-  }
-
-  static bool isTheSame(Dwfl_Module* table, const LoadedModule& module) {
-    GElf_Addr bias = 0;
-    if (dwfl_module_getelf(table, &bias) == nullptr)
-      return false;
-    const unsigned char* bits = nullptr;
-    GElf_Addr address = 0;
-    const int size = dwfl_module_build_id(table, &bits, &address);
-    const std::string build_id =
-        size > 0 ? services::hexText({reinterpret_cast<const char*>(bits), static_cast<size_t>(size)}) : "";
-    return build_id == module.build_id;
-  }
-
-  // Symbols come from the files themselves; nothing is looked for elsewhere, least of all on the network.
-  static int noDebugInformation(Dwfl_Module*, void**, const char*, Dwarf_Addr, const char*, const char*, GElf_Word,
-                                char**) {
-    return -1;
-  }
-  static constexpr Dwfl_Callbacks kCallbacks = {nullptr, noDebugInformation, nullptr, nullptr};
-
-  std::unique_ptr<Dwfl, void (*)(Dwfl*)> session_;
-  std::map<uint64_t, Dwfl_Module*> tables_;
-};
+Name nameAt(Dwfl_Module* file, uint64_t address) {
+  GElf_Off offset = 0;
+  GElf_Sym symbol{};
+  const char* const name =
+      file == nullptr ? nullptr : dwfl_module_addrinfo(file, address, &offset, &symbol, nullptr, nullptr, nullptr);
+  return name == nullptr ? Name{} : Name{name, offset};
+}
 
 std::string hexNumber(uint64_t number, size_t least_digits) {
   std::array<char, 16> digits{};
@@ -105,42 +90,43 @@ std::string hexNumber(uint64_t number, size_t least_digits) {
   return "0x" + std::string(text.size() < least_digits ? least_digits - text.size() : 0, '0') + text;
 }
 
-NamedFrame named(size_t index, uint64_t address, const LoadedModule* module, Symbols& symbols) {
-  NamedFrame frame;
-  frame.text = std::to_string(index) + "  ";
-  if (module == nullptr) {
-    frame.text += "?  " + hexNumber(address, kAddressDigits);
-    return frame;
-  }
-  // A return address stands behind its call, which may be the last instruction of its function.
-  const uint64_t inside = index == 0 ? address : address - 1;
-  const Name name = symbols.find(*module, inside);
-  frame.is_ours = isOurs(name.mangled);
-  frame.text +=
-      std::filesystem::path(module->path).filename().string() + "  " + hexNumber(address, kAddressDigits) + "  ";
-  if (name.mangled.empty())
-    frame.text += "+ " + hexNumber(address - module->bias, 1);
-  else
-    frame.text += plainName(name.mangled) + " + " + std::to_string(name.offset + (address - inside));
-  return frame;
+/// A return address stands behind its call, which may be the last instruction of its function.
+uint64_t insideOf(size_t index, uint64_t address) {
+  return index == 0 ? address : address - 1;
 }
 
 }  // namespace
 
 std::vector<NamedFrame> namedFrames(const std::vector<LoadedModule>& modules, const std::vector<uint64_t>& frames) {
-  Symbols symbols;
+  ModuleFiles files;
   std::vector<NamedFrame> all;
   all.reserve(frames.size());
   for (const uint64_t address : frames) {
+    const size_t index = all.size();
+    NamedFrame& frame = all.emplace_back();
+    frame.text = std::to_string(index) + "  ";
     const auto module = std::find_if(modules.begin(), modules.end(),
                                      [address](const LoadedModule& candidate) { return candidate.holds(address); });
-    all.push_back(named(all.size(), address, module == modules.end() ? nullptr : &*module, symbols));
+    if (module == modules.end()) {
+      frame.text += "?  " + hexNumber(address, kAddressDigits);
+      continue;
+    }
+    const uint64_t inside = insideOf(index, address);
+    const Name name = nameAt(files.of(*module), inside);
+    frame.owner = ownerOf(*module, isProgram(*module, modules), name.mangled);
+    frame.text +=
+        std::filesystem::path(module->path).filename().string() + "  " + hexNumber(address, kAddressDigits) + "  ";
+    frame.text += name.mangled.empty()
+                      ? "+ " + hexNumber(address - module->bias, 1)
+                      : plainName(name.mangled) + " + " + std::to_string(name.offset + (address - inside));
   }
   return all;
 }
 
-bool holdsFrameOfOurs(const std::vector<NamedFrame>& frames) {
-  return std::any_of(frames.begin(), frames.end(), [](const NamedFrame& frame) { return frame.is_ours; });
+bool isCrashOfTheKit(const std::vector<NamedFrame>& frames, bool is_jump_to_nowhere) {
+  const auto decides = std::find_if(frames.begin() + (is_jump_to_nowhere && !frames.empty() ? 1 : 0), frames.end(),
+                                    [](const NamedFrame& frame) { return frame.owner != FrameOwner::kSystem; });
+  return decides != frames.end() && decides->owner == FrameOwner::kKit;
 }
 
 }  // namespace morvik::host

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/crash/crash_record.h"
+#include "host/crash/earlier_crash.h"
 #include "host/crash/report_file.h"
 #include "kit/house_lock.h"
 #include "services/MorvikGVUserDefaults.h"
@@ -54,9 +55,10 @@ FileEraser::FileEraser(FileEraserParts parts)
     : parts_(std::move(parts)), files_(*parts_.place.files), marker_path_(markerPath(parts_.place)) {}
 
 std::vector<std::string> FileEraser::namesOfTheKit(const StorePlace& place, const std::vector<std::string>& names) {
-  const std::array<std::string, 3> beside{lastPart(crashRecordPath(place.folder)),
-                                          lastPart(reportFilePath(place.folder)),
-                                          lastPart(unreadableReportFilePath(place.folder))};
+  std::vector<std::string> beside{lastPart(reportFilePath(place.folder)),
+                                  lastPart(unreadableReportFilePath(place.folder))};
+  for (const std::string& path : crashRecordPaths(crashRecordPath(place.folder)))
+    beside.push_back(lastPart(path));
   std::vector<std::string> found;
   std::copy_if(names.begin(), names.end(), std::back_inserter(found), [&](const std::string& name) {
     return isOfTheStore(name, place.name) || std::find(beside.begin(), beside.end(), name) != beside.end();

@@ -24,13 +24,37 @@
 #include "host/crash/fatal_signals.h"
 #include "tests/support/scratch_folder.h"
 
+// The same acts, as functions of the kit and as functions of a stranger.
+// NOLINTBEGIN(cppcoreguidelines-macro-usage)
+#define FUNCTIONS_THAT_CRASH                                                                 \
+  [[gnu::noinline]] void perform(void (*act)()) {                                            \
+    act();                                                                                   \
+    asm volatile(""); /* so that the call is no jump */                                      \
+  }                                                                                          \
+  void readNothing() {                                                                       \
+    static int* volatile nothing = nullptr;                                                  \
+    *nothing = 1;                                                                            \
+  }                                                                                          \
+  void divideByZero() {                                                                      \
+    static volatile int number = 100;                                                        \
+    static volatile int zero = 0;                                                            \
+    number = number / zero;                                                                  \
+  }                                                                                          \
+  void runNoInstruction() {                                                                  \
+    __builtin_trap();                                                                        \
+  }                                                                                          \
+  void readBeyondTheFile() {                                                                 \
+    const int file = ::memfd_create("nothing in it", MFD_CLOEXEC);                           \
+    void* const mapped = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0); \
+    *static_cast<volatile char*>(mapped) = 1;                                                \
+  }                                                                                          \
+  void giveUp() {                                                                            \
+    std::abort();                                                                            \
+  }
+// NOLINTEND(cppcoreguidelines-macro-usage)
+
 namespace morvik::crashing {
-
-[[gnu::noinline]] void perform(void (*act)()) {
-  act();
-  asm volatile("");  // so that the call is no jump
-}
-
+FUNCTIONS_THAT_CRASH
 }  // namespace morvik::crashing
 
 namespace stranger {
@@ -42,42 +66,20 @@ using ::testing::KilledBySignal;
 using ::testing::Not;
 namespace host = morvik::host;
 namespace kit = morvik::kit;
+namespace crashing = morvik::crashing;
 
-[[gnu::noinline]] void perform(void (*act)()) {
-  act();
-  asm volatile("");
-}
-
-void readNothing() {
-  static int* volatile nothing = nullptr;
-  *nothing = 1;
-}
-void divideByZero() {
-  static volatile int number = 100;
-  static volatile int zero = 0;
-  number = number / zero;
-}
-void runNoInstruction() {
-  __builtin_trap();
-}
-void readBeyondTheFile() {
-  const int file = ::memfd_create("nothing in it", MFD_CLOEXEC);
-  void* const mapped = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-  *static_cast<volatile char*>(mapped) = 1;
-}
-void giveUp() {
-  std::abort();
-}
+FUNCTIONS_THAT_CRASH
 
 struct Fatal {
   int signal;
   void (*act)();
+  void (*act_of_the_kit)();
 };
-constexpr Fatal kFatal[] = {{SIGSEGV, readNothing},
-                            {SIGABRT, giveUp},
-                            {SIGBUS, readBeyondTheFile},
-                            {SIGFPE, divideByZero},
-                            {SIGILL, runNoInstruction}};
+constexpr Fatal kFatal[] = {{SIGSEGV, readNothing, crashing::readNothing},
+                            {SIGABRT, giveUp, crashing::giveUp},
+                            {SIGBUS, readBeyondTheFile, crashing::readBeyondTheFile},
+                            {SIGFPE, divideByZero, crashing::divideByZero},
+                            {SIGILL, runNoInstruction, crashing::runNoInstruction}};
 
 class Crash : public ::testing::Test {
  protected:
@@ -133,13 +135,29 @@ TEST_F(CrashDeathTest, EachSignalInTheKitsCodeLeavesARecordThatConcernsIt) {
     EXPECT_EXIT(
         {
           const auto hook = install();
-          morvik::crashing::perform(fatal.act);
+          perform(fatal.act_of_the_kit);
         },
         KilledBySignal(fatal.signal), "");
     const auto found = crash();
     ASSERT_TRUE(found) << host::signalName(fatal.signal);
     EXPECT_EQ(found->reason, "mrvk " + host::signalName(fatal.signal));
-    EXPECT_THAT(found->call_stack_symbols, Contains(HasSubstr("morvik::crashing::perform(void (*)()) + ")));
+    EXPECT_THAT(found->call_stack_symbols, Contains(HasSubstr("morvik::crashing::")));
+  }
+}
+
+TEST_F(CrashDeathTest, EachSignalInCodeThatTheKitCalledIsTheAppsAffair) {
+  for (const Fatal& fatal : kFatal) {
+    EXPECT_EXIT(
+        {
+          const auto hook = install();
+          crashing::perform(fatal.act);
+        },
+        KilledBySignal(fatal.signal), "");
+    const auto found = crash();
+    ASSERT_TRUE(found) << host::signalName(fatal.signal);
+    EXPECT_EQ(found->reason, host::signalName(fatal.signal));
+    EXPECT_THAT(found->call_stack_symbols, Contains(HasSubstr("stranger::")));
+    EXPECT_THAT(found->call_stack_symbols, Contains(HasSubstr("crashing::perform(void (*)()) + ")));
   }
 }
 
@@ -274,7 +292,7 @@ TEST_F(CrashDeathTest, AHandlerMayLeaveByAJumpAsOftenAsItLikes) {
         static int times;
         for (times = 0; times < 1000; ++times) {
           if (::sigsetjmp(way_out, 1) == 0)
-            morvik::crashing::perform(readNothing);
+            perform(crashing::readNothing);
         }
         perform(divideByZero);
       },
@@ -316,7 +334,7 @@ TEST_F(CrashDeathTest, ACallToWhereNoCodeIsNamesItsCaller) {
   EXPECT_EXIT(
       {
         const auto hook = install();
-        morvik::crashing::perform(nullptr);
+        crashing::perform(nullptr);
       },
       KilledBySignal(SIGSEGV), "");
   EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "mrvk SIGSEGV");

@@ -776,11 +776,10 @@ TEST_F(MakeHost, TakesInAtTheNextStartACrashThatFoundTheStoreInUse) {
 void leaveCrashRecord(const std::string& folder) {
   std::filesystem::create_directories(folder);
   const int file = std::get<int>(prepareCrashRecord(folder + "/crash-signal", loadedModules()));
-  SignalRecord record;
-  record.signal = SIGSEGV;
-  record.frames[0] = reinterpret_cast<uint64_t>(&signalName);
-  record.frame_count = 1;
-  ASSERT_EQ(write(file, &record, sizeof record), static_cast<ssize_t>(sizeof record));
+  SignalPart signal;
+  signal.signal = SIGSEGV;
+  signal.instruction = reinterpret_cast<uint64_t>(&signalName);
+  writeSignalPart(file, signal);
   close(file);
 }
 

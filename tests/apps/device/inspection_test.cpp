@@ -143,8 +143,10 @@ TEST_F(InspectionOfAFolder, ReadsTheStoreAndWhatLiesBesideIt) {
   writeBytes(folder_ / "crash-reports", "\n{\"exception_reason\":\"fendo broke\"}\n\nno report\n");
   auto record_file = host::prepareCrashRecord(host::crashRecordPath(folder_.path()), {});
   ASSERT_TRUE(std::holds_alternative<int>(record_file));
-  const host::SignalRecord record{.time_microseconds = 1'709'251'200'000'000, .signal = 11};
-  ASSERT_EQ(::write(std::get<int>(record_file), &record, sizeof record), static_cast<ssize_t>(sizeof record));
+  host::SignalPart signal;
+  signal.time_microseconds = 1'709'251'200'000'000;
+  signal.signal = 11;
+  host::writeSignalPart(std::get<int>(record_file), signal);
   ::close(std::get<int>(record_file));
   writeBytes(folder_ / "morvik.store.unreadable-1", "?");
   const auto before = stateOf(folder_.path());

@@ -1,6 +1,7 @@
 #include "host/crash/crash_record.h"
 
 #include <gmock/gmock.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 namespace morvik::host {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 class Record : public ::testing::Test {
@@ -57,37 +59,134 @@ TEST_F(Record, IsForThisUserAlone) {
   EXPECT_EQ(about.st_mode & 0777, 0600U);
 }
 
+SignalPart signalPart() {
+  SignalPart signal;
+  signal.time_microseconds = 1'700'000'000'123'456;
+  signal.signal = SIGSEGV;
+  signal.instruction = 0x55d0c0a81234;
+  signal.fault_address = 0x10;
+  return signal;
+}
+
+FramesPart framesPart() {
+  FramesPart frames;
+  frames.app_in_focus = 1;
+  frames.frame_count = 2;
+  frames.frames[0] = 0x55d0c0a81234;
+  frames.frames[1] = 0x401010;
+  frames.register_count = 1;
+  frames.registers[0] = 7;
+  return frames;
+}
+
 TEST_F(Record, WhatIsWrittenBehindTheModulesIsRead) {
+  const std::string stack(2 * kMaxStackBytes, 's');
   const int file = prepare();
-  SignalRecord record;
-  record.time_microseconds = 1'700'000'000'123'456;
-  record.signal = SIGSEGV;
-  record.app_in_focus = 1;
-  record.frame_count = 2;
-  record.frames[0] = 0x55d0c0a81234;
-  record.frames[1] = 0x401010;
-  ASSERT_EQ(::write(file, &record, sizeof record), static_cast<ssize_t>(sizeof record));
+  writeSignalPart(file, signalPart());
+  FramesPart frames = framesPart();
+  frames.stack_pointer = reinterpret_cast<uint64_t>(stack.data());
+  writeFramesPart(file, frames);
+  writeStackPart(file, frames.stack_pointer);
   ::close(file);
   const auto found = read().record;
   ASSERT_TRUE(found);
-  EXPECT_EQ(found->time_microseconds, record.time_microseconds);
+  EXPECT_EQ(found->time_microseconds, 1'700'000'000'123'456);
   EXPECT_EQ(found->signal, SIGSEGV);
-  EXPECT_EQ(found->app_in_focus, 1U);
-  EXPECT_EQ(found->frame_count, 2U);
-  EXPECT_EQ(found->frames[1], 0x401010U);
+  EXPECT_FALSE(found->is_jump_to_nowhere);
+  EXPECT_EQ(found->app_in_focus, true);
+  EXPECT_THAT(found->frames, ElementsAre(0x55d0c0a81234, 0x401010));
+  EXPECT_THAT(found->registers, ElementsAre(7));
+  EXPECT_EQ(found->stack_pointer, frames.stack_pointer);
+  EXPECT_EQ(found->stack, stack.substr(0, kMaxStackBytes));
 }
 
-TEST_F(Record, OfWhichOnlyAPartWasWrittenIsNone) {
+TEST_F(Record, OfTheSignalAloneTellsWhatWasInterrupted) {
   const int file = prepare();
-  const SignalRecord record;
-  ASSERT_EQ(::write(file, &record, 20), 20);
+  writeSignalPart(file, signalPart());
   ::close(file);
+  const auto found = read().record;
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->signal, SIGSEGV);
+  EXPECT_THAT(found->frames, ElementsAre(0x55d0c0a81234));
+  EXPECT_EQ(found->app_in_focus, std::nullopt);
+}
+
+TEST_F(Record, TellsAJumpToWhereNoCodeIs) {
+  const int file = prepare();
+  SignalPart signal = signalPart();
+  signal.instruction = signal.fault_address = 0;
+  writeSignalPart(file, signal);
+  ::close(file);
+  EXPECT_TRUE(read().record.value_or(SignalRecord()).is_jump_to_nowhere);
+}
+
+TEST_F(Record, OfWhichOnlyAPartWasWrittenHoldsThePartsBeforeIt) {
+  ::close(prepare());
+  const auto prepared = std::filesystem::file_size(path_);
+  const int file = prepare();
+  writeSignalPart(file, signalPart());
+  const auto with_signal = std::filesystem::file_size(path_);
+  writeFramesPart(file, framesPart());
+  const auto with_frames = std::filesystem::file_size(path_);
+  writeStackPart(file, reinterpret_cast<uint64_t>(&file));
+  ::close(file);
+  std::filesystem::resize_file(path_, with_frames + 20);
+  EXPECT_EQ(read().record.value_or(SignalRecord()).app_in_focus, true);
+  std::filesystem::resize_file(path_, with_frames - 1);
+  EXPECT_EQ(read().record.value_or(SignalRecord()).signal, SIGSEGV);
+  EXPECT_EQ(read().record.value_or(SignalRecord()).app_in_focus, std::nullopt);
+  std::filesystem::resize_file(path_, with_signal - 1);
   EXPECT_FALSE(read().record);
+  std::filesystem::resize_file(path_, prepared + 1);
+  EXPECT_FALSE(read().record);
+}
+
+TEST_F(Record, KeepsAsMuchOfTheStackAsThereIs) {
+  constexpr size_t kPage = 4096;
+  void* const pages = ::mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(pages, MAP_FAILED);
+  ASSERT_EQ(::munmap(static_cast<char*>(pages) + kPage, kPage), 0);
+  const int file = prepare();
+  writeSignalPart(file, signalPart());
+  writeStackPart(file, reinterpret_cast<uint64_t>(pages) + kPage - 100);
+  ::close(file);
+  EXPECT_EQ(read().record.value_or(SignalRecord()).stack.size(), 100U);
+  ::munmap(pages, kPage);
+}
+
+/// As it lies in a file of version 1.
+struct RecordOfVersion1 {
+  uint64_t magic = 0x6d72766b5f736967;
+  int64_t time_microseconds = 1'600'000'000'000'000;
+  uint64_t frames[64] = {0x401010, 0x401020};
+  int32_t signal = SIGFPE;
+  uint32_t frame_count = 2;
+  uint32_t app_in_focus = 1;
+  uint32_t reserved = 0;
+};
+
+TEST_F(Record, OfTheVersionBeforeIsRead) {
+  const RecordOfVersion1 record;
+  const std::string head = "morvik crash record 1\n0 401000 402000 - /lib/old.so\n--\n";
+  const std::string bytes(reinterpret_cast<const char*>(&record), sizeof record);
+  test::writeBytes(path_, head + bytes);
+  const auto found = read().record;
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->time_microseconds, record.time_microseconds);
+  EXPECT_EQ(found->signal, SIGFPE);
+  EXPECT_THAT(found->frames, ElementsAre(0x401010, 0x401020));
+  EXPECT_EQ(found->app_in_focus, true);
+  EXPECT_EQ(read().modules, std::vector<LoadedModule>{modules_[1]});
+  test::writeBytes(path_, head + bytes.substr(0, 20));
+  EXPECT_FALSE(read().record) << "half written";
+  test::writeBytes(path_, head + std::string(sizeof record, 'x'));
+  EXPECT_THAT(refusal(), HasSubstr("is no crash record"));
 }
 
 TEST_F(Record, AFileOfSomethingElseIsRefused) {
   for (const char* bytes :
-       {"", "something else", "morvik crash record 1\n", "morvik crash record 1\nno module\n--\n"}) {
+       {"", "something else", "morvik crash record 1\n", "morvik crash record 2\n",
+        "morvik crash record 2\nno module\n--\n", "morvik crash record 2\n--\nsixteen bytes that are no part"}) {
     test::writeBytes(path_, bytes);
     EXPECT_EQ(refusal(), path_ + " is no crash record") << bytes;
   }
@@ -95,9 +194,9 @@ TEST_F(Record, AFileOfSomethingElseIsRefused) {
 
 TEST_F(Record, ARecordWithImpossibleContentIsRefused) {
   const int file = prepare();
-  SignalRecord record;
-  record.frame_count = kMaxCrashFrames + 1;
-  ASSERT_EQ(::write(file, &record, sizeof record), static_cast<ssize_t>(sizeof record));
+  FramesPart frames;
+  frames.frame_count = kMaxCrashFrames + 1;
+  writeFramesPart(file, frames);
   ::close(file);
   EXPECT_THAT(refusal(), HasSubstr("is no crash record"));
 }

@@ -25,10 +25,10 @@ class Earlier : public ::testing::Test {
   /// A process prepared its record, and perhaps a signal ended it.
   void leave(std::optional<int> signal) const {
     const int file = std::get<int>(prepareCrashRecord(path(), {}));
-    SignalRecord record;
-    record.signal = signal.value_or(0);
-    const size_t bytes = signal ? sizeof record : 0;
-    ASSERT_EQ(::write(file, &record, bytes), static_cast<ssize_t>(bytes));
+    SignalPart part;
+    part.signal = signal.value_or(0);
+    if (signal)
+      writeSignalPart(file, part);
     ::close(file);
   }
   /// A start, at which a report can be kept or not; what it is told.
