@@ -205,6 +205,12 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// class, device, bundle, clock, versions of the modules) waits for no lock either: their headers promise it. Do not
   /// come to it by shared(), which has a lock: hold the object.
   void makeCrashParameter(const kit::UncaughtException& exception);
+  /// Whether a crash with that reason is one that makeCrashParameter() keeps. Any thread.
+  static bool concernsTheKit(const std::optional<std::string>& reason);
+  /// What a report tells of the device, the app and the kit as they are now: a dictionary with the fields of a report,
+  /// those of the crash itself blank. For a process to note before it crashes. As makeCrashParameter(), but that it
+  /// lets exceptions of the modules and siblings pass.
+  kit::Value crashFacts() const;
   /// The same for a crash of an earlier process, of which this one has learned only now. Nobody is dying: it waits for
   /// the store, and answers whether the crash is done with (kept in the store or on the shelf, none of the kit's
   /// business, or beyond reporting, which the log then says). False: neither took it, and it is to be told again at

@@ -32,6 +32,11 @@ constexpr const char* kSendOperation = "-[MorvikCoreLib sendCrashInfos]";
 constexpr const char* kSendHandlerOperation = "-[MorvikCoreLib sendCrashInfos]_block_invoke";
 
 constexpr const char* kInstallDatetimeKey = "install_datetime";
+constexpr const char* kTimeKey = "local_kst_time";
+constexpr const char* kReasonKey = "exception_reason";
+constexpr const char* kTraceKey = "exception_log_trace";
+constexpr const char* kDeviceInformationKey = "device_information";
+constexpr const char* kAppInFocusKey = "app_in_focus";
 
 struct VersionedModule {
   const char* key;
@@ -57,15 +62,6 @@ constexpr services::Guard kKeepReportGuard{
     services::oneLine(
         lcl_vTrace, "MRVK_QA-[MorvikCoreLib error] Exception from startSessinAfter fail to save initial idfa  : %@]")};
 
-/// The search of an absent text reports its very beginning, so a crash without a reason concerns the kit.
-bool concernsTheKit(const std::optional<std::string>& reason) {
-  if (!reason)
-    return true;
-  const std::string lower = services::inLowerCase(*reason);
-  return std::any_of(kWordsOfTheKit.begin(), kWordsOfTheKit.end(),
-                     [&lower](std::string_view word) { return lower.find(word) != std::string::npos; });
-}
-
 std::string traceOf(const std::vector<std::string>& call_stack_symbols) {
   std::string trace;
   for (const std::string& symbol : call_stack_symbols)
@@ -76,6 +72,15 @@ std::string traceOf(const std::vector<std::string>& call_stack_symbols) {
 }  // namespace
 
 // ------------------------------------------------------------------------------------------------------- the report
+
+/// The search of an absent text reports its very beginning, so a crash without a reason concerns the kit.
+bool MorvikCoreLib::concernsTheKit(const std::optional<std::string>& reason) {
+  if (!reason)
+    return true;
+  const std::string lower = services::inLowerCase(*reason);
+  return std::any_of(kWordsOfTheKit.begin(), kWordsOfTheKit.end(),
+                     [&lower](std::string_view word) { return lower.find(word) != std::string::npos; });
+}
 
 /// The queue is read where it is written, in one step: see keepReport().
 void MorvikCoreLib::makeCrashParameter(const kit::UncaughtException& exception) {
@@ -111,35 +116,46 @@ Value MorvikCoreLib::moduleVersion(const char* class_name) const {
 
 Value MorvikCoreLib::crashReport(const kit::UncaughtException& exception) const {
   const std::string trace = traceOf(exception.call_stack_symbols);
+  const bool is_known = exception.moment && exception.moment->facts.isDictionary();
+  const Value facts = is_known ? exception.moment->facts : crashFacts();
+  const kit::CrashMoment moment =
+      exception.moment ? *exception.moment : kit::CrashMoment{kit_.clock.now(), isAppinFocus_};
+  kit::MutableDictionary device(facts[kDeviceInformationKey]);
+  device.set(kAppInFocusKey, moment.app_in_focus);
+  kit::MutableDictionary report(facts);
+  report.set(kTimeKey, blank(services::koreaDateTimeText(moment.date)));
+  report.set(kReasonKey, blank(exception.reason));
+  report.set(kTraceKey, blank(trace));
+  report.set(kDeviceInformationKey, Value(std::move(device)));
+  return Value(std::move(report));
+}
+
+Value MorvikCoreLib::crashFacts() const {
   std::array<Value, kVersionedModules.size()> versions;
   for (size_t i = 0; i < versions.size(); ++i)
     versions[i] = moduleVersion(kVersionedModules[i].class_name);
-  const kit::CrashMoment moment =
-      exception.moment ? *exception.moment : kit::CrashMoment{kit_.clock.now(), isAppinFocus_};
-  const std::string kst_time = services::koreaDateTimeText(moment.date);
-  kit::MutableDictionary report;
-  report.set("idfa", blank(util().IDFA()));
-  report.set("os_type", blank("ios"));
-  report.set("os_version", blank(services::format("i_%@", {kit_.device.systemVersion()})));
-  report.set("appkey", blank(services().appKey()));
-  report.set("app_version_name", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleShortVersionStringKey)));
-  report.set("app_version_code", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleVersionKey)));
-  report.set(kInstallDatetimeKey, blank(store().tryGetString(services::property::fendoUserInfo_install_datetime)));
-  report.set("package_name", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleIdentifierKey)));
-  report.set("common_sdk_version", blank(kit_.update_log.getSDKVersion()));
+  kit::MutableDictionary facts;
+  facts.set("idfa", blank(util().IDFA()));
+  facts.set("os_type", blank("ios"));
+  facts.set("os_version", blank(services::format("i_%@", {kit_.device.systemVersion()})));
+  facts.set("appkey", blank(services().appKey()));
+  facts.set("app_version_name", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleShortVersionStringKey)));
+  facts.set("app_version_code", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleVersionKey)));
+  facts.set(kInstallDatetimeKey, blank(store().tryGetString(services::property::fendoUserInfo_install_datetime)));
+  facts.set("package_name", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleIdentifierKey)));
+  facts.set("common_sdk_version", blank(kit_.update_log.getSDKVersion()));
   for (size_t i = 0; i < versions.size(); ++i)
-    report.set(kVersionedModules[i].key, versions[i]);
-  report.set("local_kst_time", blank(kst_time));
-  report.set("exception_reason", blank(exception.reason));
-  report.set("exception_log_trace", blank(trace));
-  report.set("device_information", deviceInformation(moment.app_in_focus));
-  return Value(std::move(report));
+    facts.set(kVersionedModules[i].key, versions[i]);
+  for (const char* of_the_crash : {kTimeKey, kReasonKey, kTraceKey})
+    facts.set(of_the_crash, "");
+  facts.set(kDeviceInformationKey, deviceInformation(isAppinFocus_));
+  return Value(std::move(facts));
 }
 
 Value MorvikCoreLib::deviceInformation(bool app_in_focus) const {
   const Value free_disk = util().freeDiskSpace();
   return kit::Dictionary{
-      {"app_in_focus", app_in_focus},
+      {kAppInFocusKey, app_in_focus},
       {"root_device", kit_.device.canOpenURL(kit::Url(kPackageManagerUrl))},
       {"device_model", blank(util().platformString())},
       {"free_device_storage", free_disk.isAbsent() ? Value("") : free_disk},

@@ -115,6 +115,7 @@ struct HostParts {
   const kit::Kit kit;
   std::shared_ptr<MorvikCoreLib> core;
   std::unique_ptr<CrashHook> crash_hook;  ///< null: crashes are not reported
+  std::shared_ptr<CrashNote> crash_note;  ///< null as well
 };
 
 /// Keeps a URL that opened the app before the kit was ready; the next session start handles it. The last one counts: a

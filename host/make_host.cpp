@@ -190,7 +190,25 @@ void observeBeforeTheCore(HostParts& parts) {
     });
 }
 
+constexpr services::GuardClause kCrashNoteThrew = services::oneLine(
+    kit::lcl_vError, "Morvik host: what a crash would tell of the device and the app cannot be noted: %@");
+constexpr services::Guard kCrashNoteGuard{kCrashNoteThrew, kCrashNoteThrew};
+
+/// On the main queue, or before it runs. An app's modules are asked for their versions.
+void noteForACrash(HostParts& parts) {
+  if (parts.crash_note == nullptr)
+    return;
+  services::guarded(parts.logger, kCrashNoteGuard, MORVIK_HERE("-[MorvikCore noteForACrash]"), [&parts] {
+    auto text = parts.json.write(parts.core->crashFacts());
+    if (auto* written = std::get_if<std::string>(&text))
+      parts.crash_note->set(std::move(*written));
+  });
+}
+
 void observeAfterTheCore(HostParts& parts) {
+  for (const auto notification :
+       {kit::Notification::kApplicationDidBecomeActive, kit::Notification::kApplicationDidEnterBackground})
+    parts.notifications.addObserver(notification, [&parts] { noteForACrash(parts); });
   parts.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive,
                                   [&parts] { parts.observations.sessionMayHaveChanged(); });
   // The core has the session ended on the background queue; this comes behind it there.
@@ -246,6 +264,8 @@ void reportCrashes(HostParts& parts) {
   hook.report = [core = parts.core](const kit::UncaughtException& exception) { core->makeCrashParameter(exception); };
   hook.is_app_in_focus = [](const void* core) { return static_cast<const MorvikCoreLib*>(core)->isAppinFocus(); };
   hook.context = parts.core.get();
+  hook.note = parts.crash_note = std::make_shared<CrashNote>();
+  noteForACrash(parts);
   auto installed = CrashHook::install(std::move(hook));
   if (const auto* error = std::get_if<kit::Error>(&installed)) {
     MORVIK_LOG(parts.logger, kit::lcl_vWarning, "+[MorvikCore start]", "Morvik host: crashes are not reported: %@",
@@ -257,7 +277,7 @@ void reportCrashes(HostParts& parts) {
 
 void watchProcess(HostParts& parts) {
   reportEarlierCrashes(
-      crashRecordPath(parts.options.options.store_folder),
+      crashRecordPath(parts.options.options.store_folder), parts.json,
       [&core = *parts.core](const kit::UncaughtException& crash) { return core.takeCrashOfEarlierProcess(crash); },
       parts.logger);
   parts.commit_retry.turnEnded(parts.store->commitTurn());
@@ -281,7 +301,10 @@ void followTheStore(HostParts& parts) {
   parts.store->setWhenTakenOver([&parts] {
     takeOverIdentifiers(parts);
     // One step, so that a wish of another thread cannot be undone by what was read before it.
-    parts.main_loop->async([&parts] { parts.properties.inOneStep([&parts] { parts.services.loadMirrors(); }); });
+    parts.main_loop->async([&parts] {
+      parts.properties.inOneStep([&parts] { parts.services.loadMirrors(); });
+      noteForACrash(parts);
+    });
     parts.handed_over.handleLater();
   });
 }

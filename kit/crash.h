@@ -11,10 +11,13 @@
 
 namespace morvik::kit {
 
-/// When a crash happened, and whether the app was in front of its user then.
+/// When a crash happened, and how things stood then.
 struct CrashMoment {
   Date date;
   bool app_in_focus = false;
+  /// A dictionary of crashFacts(), as the process that crashed had last noted them. Absent: it left none, and the
+  /// report tells how things stand when it is made.
+  Value facts = {};
 };
 
 /// An exception that nobody caught.

@@ -40,6 +40,13 @@ std::vector<std::string> textsOf(const std::vector<NamedFrame>& frames) {
   return texts;
 }
 
+/// Absent when it holds none.
+kit::Value factsIn(const std::string& note, const kit::JsonCodec& json) {
+  const auto read = json.read(note);
+  const auto* facts = std::get_if<kit::Value>(&read);
+  return facts != nullptr && facts->isDictionary() ? *facts : kit::Value();
+}
+
 std::vector<std::string> callStackSymbols() {
   std::array<void*, kMaxCrashFrames> addresses{};
   const int count = ::backtrace(addresses.data(), static_cast<int>(addresses.size()));
@@ -106,7 +113,8 @@ std::variant<std::unique_ptr<CrashHook>, kit::Error> CrashHook::install(CrashHoo
   }
   state->record_file = std::get<int>(prepared);
   state->signals = std::make_unique<FatalSignals>(
-      FatalSignalParts{state->record_file, state->parts.is_app_in_focus, state->parts.context}, modules);
+      FatalSignalParts{state->record_file, state->parts.is_app_in_focus, state->parts.context, state->parts.note.get()},
+      modules);
   // The unwinder is loaded at its first use; a crash is no time for that.
   std::array<void*, 1> first{};
   static_cast<void>(::backtrace(first.data(), 1));
@@ -151,7 +159,8 @@ void CrashHook::onTerminate() {
   std::abort();
 }
 
-std::variant<std::optional<kit::UncaughtException>, kit::Error> crashOfEarlierProcess(const std::string& record_path) {
+std::variant<std::optional<kit::UncaughtException>, kit::Error> crashOfEarlierProcess(const std::string& record_path,
+                                                                                      const kit::JsonCodec& json) {
   auto read = readCrashRecord(record_path);
   if (auto* error = std::get_if<kit::Error>(&read))
     return std::move(*error);
@@ -163,7 +172,10 @@ std::variant<std::optional<kit::UncaughtException>, kit::Error> crashOfEarlierPr
   kit::UncaughtException crash;
   crash.reason = (isCrashOfTheKit(frames, record.is_jump_to_nowhere) ? kOurCrash : "") + signalName(record.signal);
   crash.call_stack_symbols = textsOf(frames);
-  crash.moment = kit::CrashMoment{kit::Date{record.time_microseconds}, record.app_in_focus.value_or(false)};
+  const kit::Value facts = factsIn(record.note, json);
+  const bool was_in_focus = facts["device_information"]["app_in_focus"].boolean();
+  crash.moment =
+      kit::CrashMoment{kit::Date{record.time_microseconds}, record.app_in_focus.value_or(was_in_focus), facts};
   return std::optional<kit::UncaughtException>(std::move(crash));
 }
 

@@ -7,8 +7,10 @@
 #include <string>
 #include <variant>
 
+#include "host/crash/crash_note.h"
 #include "kit/crash.h"
 #include "kit/error.h"
+#include "kit/json_codec.h"
 
 namespace morvik::host {
 
@@ -19,6 +21,8 @@ struct CrashHookParts {
   /// Whether the app is in front of its user; async-signal-safe, as FatalSignalParts wants it.
   bool (*is_app_in_focus)(const void* context) = nullptr;
   const void* context = nullptr;
+  /// What the record of a fatal signal tells of the process, as JSON; null: nothing.
+  std::shared_ptr<CrashNote> note;
 };
 
 /// While it lives, std::terminate and the fatal signals are reported. Whoever was there before comes afterwards and
@@ -43,6 +47,7 @@ class CrashHook {
 /// What the record of an earlier process tells of its crash, if one is there. Its reason is the signal's name, after
 /// "mrvk " when the crash is the kit's own (isCrashOfTheKit()), so that only those are kept that concern it. The file
 /// stays; it is to be removed once the report is stored. Blocks for reading files.
-std::variant<std::optional<kit::UncaughtException>, kit::Error> crashOfEarlierProcess(const std::string& record_path);
+std::variant<std::optional<kit::UncaughtException>, kit::Error> crashOfEarlierProcess(const std::string& record_path,
+                                                                                      const kit::JsonCodec& json);
 
 }  // namespace morvik::host

@@ -123,6 +123,7 @@ bool takeSignal(std::string_view part, SignalRecord& record) {
   record.is_jump_to_nowhere =
       (found.signal == SIGSEGV || found.signal == SIGBUS) && found.fault_address == found.instruction;
   record.frames = {found.instruction};
+  record.note = part;
   return true;
 }
 
@@ -212,8 +213,8 @@ std::variant<int, kit::Error> prepareCrashRecord(const std::string& path, const 
   return file;
 }
 
-void writeSignalPart(int file, const SignalPart& signal) {
-  writePart(file, kSignalPart, std::array{iovec{}, piece(&signal, sizeof signal)});
+void writeSignalPart(int file, const SignalPart& signal, std::string_view note) {
+  writePart(file, kSignalPart, std::array{iovec{}, piece(&signal, sizeof signal), piece(note.data(), note.size())});
 }
 
 void writeFramesPart(int file, const FramesPart& frames) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -45,6 +46,7 @@ struct SignalRecord {
   int32_t signal = 0;
   bool is_jump_to_nowhere = false;   ///< the interrupted instruction is where no code is
   std::vector<uint64_t> frames;      ///< at least the interrupted instruction; at most kMaxCrashFrames
+  std::string note;                  ///< what the process had noted; "" when it had none
   std::optional<bool> app_in_focus;  ///< nothing: the process came not so far
   std::vector<uint64_t> registers;
   uint64_t stack_pointer = 0;
@@ -65,7 +67,7 @@ std::string crashRecordPath(const std::string& store_folder);
 std::variant<int, kit::Error> prepareCrashRecord(const std::string& path, const std::vector<LoadedModule>& modules);
 
 // The parts of a record, in this order, each by one write. Async-signal-safe; nobody is left to be told of a failure.
-void writeSignalPart(int file, const SignalPart& signal);
+void writeSignalPart(int file, const SignalPart& signal, std::string_view note = {});
 void writeFramesPart(int file, const FramesPart& frames);
 /// As much of it as there is.
 void writeStackPart(int file, uint64_t stack_pointer);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kit/crash.h"
+#include "kit/json_codec.h"
 #include "services/log.h"
 
 namespace morvik::host {
@@ -24,6 +25,7 @@ std::vector<std::string> crashRecordPaths(const std::string& record_path);
 /// Hands the crash of the waiting record, and that of the record at `record_path`, to `take`. A record goes once its
 /// crash is taken; what cannot be taken or read has another name afterwards, with a line at warning level, so that the
 /// place is free for this process's own. Blocks for reading files.
-void reportEarlierCrashes(const std::string& record_path, const TakeCrash& take, const services::Logger& logger);
+void reportEarlierCrashes(const std::string& record_path, const kit::JsonCodec& json, const TakeCrash& take,
+                          const services::Logger& logger);
 
 }  // namespace morvik::host

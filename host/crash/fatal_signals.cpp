@@ -229,7 +229,12 @@ void FatalSignals::State::record(int signal, const siginfo_t& info, const void* 
   first.instruction = top.instruction;
   first.fault_address = wasSent(info) ? 0 : reinterpret_cast<uint64_t>(info.si_addr);
   first.signal = signal;
-  writeSignalPart(parts.record_file, first);
+  if (parts.note != nullptr) {
+    writeSignalPart(parts.record_file, first, parts.note->beginReading());
+    parts.note->endReading();
+  } else {
+    writeSignalPart(parts.record_file, first);
+  }
   FramesPart more;
   more.app_in_focus = parts.is_app_in_focus != nullptr && parts.is_app_in_focus(parts.context) ? 1 : 0;
   more.frame_count = static_cast<uint32_t>(walkFrames(top, code, reader, more.frames, kMaxCrashFrames));

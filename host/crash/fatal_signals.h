@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "host/crash/crash_note.h"
 #include "host/crash/loaded_modules.h"
 
 namespace morvik::host {
@@ -22,6 +23,8 @@ struct FatalSignalParts {
   /// Whether the app is in front of its user. Called by the handler: must do nothing that is not async-signal-safe.
   bool (*is_app_in_focus)(const void* context) = nullptr;
   const void* context = nullptr;
+  /// What the record tells besides; null: nothing.
+  CrashNote* note = nullptr;
 };
 
 /// While it lives the signals are caught. One in a process at a time. A caught signal goes on to the handler that was

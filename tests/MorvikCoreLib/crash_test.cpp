@@ -142,6 +142,33 @@ TEST_F(Crash, ReportOfAnEarlierProcessTellsOfItsOwnMoment) {
   EXPECT_EQ(report()["device_information"]["app_in_focus"], Value(false));
 }
 
+TEST_F(Crash, ReportOfAnEarlierProcessTellsOfTheDeviceAndTheAppAsItKnewThem) {
+  world.modules.add("FendoUpdateLog", "3.2");
+  kit::UncaughtException exception = exceptionOf("mrvk died");
+  exception.moment =
+      kit::CrashMoment{.date = testing::at(-86'400), .app_in_focus = true, .facts = world.core().crashFacts()};
+  world.core().makeCrashParameter(exception);
+  const Value expected = report();
+  EXPECT_EQ(expected["fendo_sdk_version"], Value("3.2"));
+  EXPECT_EQ(expected["local_kst_time"], Value("2024-02-29 09:00:00"));
+  EXPECT_EQ(expected["exception_reason"], Value("mrvk died"));
+  EXPECT_EQ(expected["device_information"]["app_in_focus"], Value(true));
+
+  // An update, a new system, a device in another state: nothing of it concerns the crash.
+  world.userDefaults().setMorvikCoreUserInfo_Crash({});
+  world.modules.add("FendoUpdateLog", "4.0");
+  world.modules.add("QuintUpdateLog", "1.0");
+  world.device.set({.system_version = "99", .openable_urls = {"cydia://package/"}});
+  for (const char* key : {"CFBundleShortVersionString", "CFBundleVersion", "CFBundleIdentifier"})
+    world.bundle.set(key, "other");
+  world.util.setIDFA("other");
+  world.util.setPlatformString("other");
+  world.util.setFreeDiskSpace(1);
+  EXPECT_TRUE(world.core().takeCrashOfEarlierProcess(exception));
+  EXPECT_EQ(report(), expected);
+  EXPECT_EQ(testing::keys(report()), testing::keys(expected));
+}
+
 TEST_F(Crash, ReportOfAnEmptyCallStackHasABlankTrace) {
   world.core().makeCrashParameter({.reason = "kesmo", .call_stack_symbols = {}, .moment = {}});
   EXPECT_EQ(report()["exception_log_trace"], Value(""));

@@ -22,6 +22,7 @@
 
 #include "host/crash/crash_record.h"
 #include "host/crash/fatal_signals.h"
+#include "host/json/simdjson_codec.h"
 #include "tests/support/scratch_folder.h"
 
 // The same acts, as functions of the kit and as functions of a stranger.
@@ -110,7 +111,7 @@ class Crash : public ::testing::Test {
   }
 
   std::optional<kit::UncaughtException> crash() const {
-    auto found = host::crashOfEarlierProcess(recordPath());
+    auto found = host::crashOfEarlierProcess(recordPath(), host::SimdjsonCodec());
     if (const auto* error = std::get_if<kit::Error>(&found)) {
       ADD_FAILURE() << error->message;
       return std::nullopt;
@@ -192,6 +193,39 @@ TEST_F(CrashDeathTest, TheRecordTellsWhenAndWhetherTheAppWasInFront) {
     EXPECT_GE(found->moment->date.microseconds, std::chrono::duration_cast<std::chrono::microseconds>(before).count());
     EXPECT_LE(found->moment->date.microseconds, std::chrono::duration_cast<std::chrono::microseconds>(after).count());
   }
+}
+
+TEST_F(CrashDeathTest, TheRecordTellsWhatWasLastNoted) {
+  EXPECT_EXIT(
+      {
+        host::CrashHookParts noting = parts();
+        const auto note = noting.note = std::make_shared<host::CrashNote>();
+        note->set(R"({"os_version":"i_1"})");
+        const auto hook = host::CrashHook::install(std::move(noting));
+        note->set(R"({"os_version":"i_2","device_information":{"app_in_focus":true}})");
+        perform(readNothing);
+      },
+      KilledBySignal(SIGSEGV), "");
+  const auto found = crash();
+  ASSERT_TRUE(found && found->moment);
+  EXPECT_EQ(found->moment->facts["os_version"], kit::Value("i_2"));
+  EXPECT_FALSE(found->moment->app_in_focus) << "what the signal found goes before what was noted";
+}
+
+TEST_F(CrashDeathTest, ANoteThatCannotBeReadIsNone) {
+  EXPECT_EXIT(
+      {
+        host::CrashHookParts noting = parts();
+        noting.note = std::make_shared<host::CrashNote>();
+        noting.note->set("{");
+        const auto hook = host::CrashHook::install(std::move(noting));
+        perform(readNothing);
+      },
+      KilledBySignal(SIGSEGV), "");
+  const auto found = crash();
+  ASSERT_TRUE(found && found->moment);
+  EXPECT_EQ(found->reason, "SIGSEGV");
+  EXPECT_TRUE(found->moment->facts.isAbsent());
 }
 
 TEST_F(CrashDeathTest, AStackThatOverflowsIsRecorded) {

@@ -12,6 +12,7 @@
 
 #include "host/crash/crash_hook.h"
 #include "host/crash/crash_record.h"
+#include "host/json/simdjson_codec.h"
 #include "morvik/morvik.h"
 
 #include "tests/crash/without_frame_pointers.h"
@@ -36,8 +37,7 @@ void giveUp() {
 class OwnThreadDeathTest : public ::testing::Test {
  protected:
   /// Ends with the process, or after a while.
-  void crashInACallback(std::function<void()> callback) const {
-    morvik::HostOptions options;
+  void crashInACallback(std::function<void()> callback, morvik::HostOptions options = {}) const {
     options.store_folder = folder();
     options.app_key = "app";
     options.hash_key = "hash";
@@ -48,15 +48,17 @@ class OwnThreadDeathTest : public ::testing::Test {
     const auto started = morvik::MorvikCore::start(options);
     if (!started)
       std::_Exit(1);
+    started.core->applicationDidBecomeActive();
     started.core->perform(std::move(callback));
     std::this_thread::sleep_for(kGiveUp);
   }
 
-  std::string reason() const {
-    const auto found = host::crashOfEarlierProcess(host::crashRecordPath(folder()));
+  kit::UncaughtException crash() const {
+    const auto found = host::crashOfEarlierProcess(host::crashRecordPath(folder()), host::SimdjsonCodec());
     const auto* crash = std::get_if<std::optional<kit::UncaughtException>>(&found);
-    return crash != nullptr && *crash ? (*crash)->reason.value_or("(none)") : "(no record)";
+    return crash != nullptr && *crash ? **crash : kit::UncaughtException();
   }
+  std::string reason() const { return crash().reason.value_or("(no record)"); }
 
  private:
   std::string folder() const { return scratch_.path() + "/store"; }
@@ -77,6 +79,22 @@ TEST_F(OwnThreadDeathTest, AnAbortInACallbackIsTheAppsAffair) {
 TEST_F(OwnThreadDeathTest, AFaultInTheLibraryThatACallbackCalledIsTheAppsAffairAlsoWithoutFramePointers) {
   EXPECT_EXIT(crashInACallback(readNothingInTheLibrary), KilledBySignal(SIGSEGV), "");
   EXPECT_EQ(reason(), "SIGSEGV");
+}
+
+TEST_F(OwnThreadDeathTest, TheRecordTellsOfTheProcessAsItLastWas) {
+  static int asked = 0;
+  morvik::HostOptions options;
+  options.device.system_version = "12.1";
+  morvik::Module module;
+  module.getSDKVersion = [] { return std::to_string(++asked); };
+  options.modules = {{"FendoUpdateLog", std::move(module)}};
+  EXPECT_EXIT(crashInACallback(readNothing, std::move(options)), KilledBySignal(SIGSEGV), "");
+  ASSERT_TRUE(crash().moment);
+  const kit::Value facts = crash().moment->facts;
+  EXPECT_EQ(facts["os_version"], kit::Value("i_12.1"));
+  EXPECT_EQ(facts["appkey"], kit::Value("app"));
+  EXPECT_EQ(facts["fendo_sdk_version"], kit::Value("2")) << "asked at the start, and when the app came to the front";
+  EXPECT_EQ(facts["device_information"]["app_in_focus"], kit::Value(true));
 }
 
 TEST_F(OwnThreadDeathTest, ACallbackThatIsNowhereIsTheKitsCrash) {

@@ -91,6 +91,13 @@ class Crash(unittest.TestCase):
                 self.assertIn("morvik::host::", reports[-1]["exception_log_trace"])
                 self.assertEqual(reports[-1]["device_information"]["app_in_focus"], number % 2 == 0)
 
+    def test_a_signals_report_describes_the_process_that_crashed(self):
+        device = self.start("--module", "FendoUpdateLog=3.2")
+        device.do("active")
+        self.die(device, "crash-signal SIGSEGV")
+        [report] = self.reported()  # by a process without the module
+        self.assertEqual(report["fendo_sdk_version"], "3.2")
+
     def test_nothing_is_reported_after_an_orderly_end_or_a_kill(self):
         self.assertEqual(self.start().end_input()[0], 0)
         self.start().kill()

@@ -170,7 +170,7 @@ TEST(ErasingNames, AreTheKitsOwn) {
           place, {"morvik.store", "morvik.store-wal", "morvik.store-shm", "morvik.store-journal",
                   "morvik.store.unreadable-12", "morvik.store.unreadable-12-wal", "crash-signal",
                   "crash-signal.waiting", "crash-signal.unreadable", "crash-reports", "crash-reports.unreadable"}),
-      ::testing::SizeIs(9));
+      ::testing::SizeIs(11));
   EXPECT_THAT(host::FileEraser::namesOfTheKit(
                   place, {"morvik.store.lock", "morvik.store.erasing", "morvik.store.unreadable-", "morvik.storeroom",
                           "morvik.store.unreadable-1x", "morvik.store.unreadable-wal", "amorvik.store", "notes.txt",

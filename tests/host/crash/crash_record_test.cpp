@@ -82,7 +82,7 @@ FramesPart framesPart() {
 TEST_F(Record, WhatIsWrittenBehindTheModulesIsRead) {
   const std::string stack(2 * kMaxStackBytes, 's');
   const int file = prepare();
-  writeSignalPart(file, signalPart());
+  writeSignalPart(file, signalPart(), "what was known");
   FramesPart frames = framesPart();
   frames.stack_pointer = reinterpret_cast<uint64_t>(stack.data());
   writeFramesPart(file, frames);
@@ -93,6 +93,7 @@ TEST_F(Record, WhatIsWrittenBehindTheModulesIsRead) {
   EXPECT_EQ(found->time_microseconds, 1'700'000'000'123'456);
   EXPECT_EQ(found->signal, SIGSEGV);
   EXPECT_FALSE(found->is_jump_to_nowhere);
+  EXPECT_EQ(found->note, "what was known");
   EXPECT_EQ(found->app_in_focus, true);
   EXPECT_THAT(found->frames, ElementsAre(0x55d0c0a81234, 0x401010));
   EXPECT_THAT(found->registers, ElementsAre(7));

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/crash/crash_record.h"
+#include "host/json/simdjson_codec.h"
 #include "testing/recording_log.h"
 #include "tests/support/scratch_folder.h"
 
@@ -23,19 +24,19 @@ class Earlier : public ::testing::Test {
   Earlier() { levels_._lcl_component_level[kit::lcl_cKesmo] = kit::lcl_vWarning; }
 
   /// A process prepared its record, and perhaps a signal ended it.
-  void leave(std::optional<int> signal) const {
+  void leave(std::optional<int> signal, const std::string& note = "{}") const {
     const int file = std::get<int>(prepareCrashRecord(path(), {}));
     SignalPart part;
     part.signal = signal.value_or(0);
     if (signal)
-      writeSignalPart(file, part);
+      writeSignalPart(file, part, note);
     ::close(file);
   }
   /// A start, at which a report can be kept or not; what it is told.
   std::vector<std::string> start(bool can_keep = true) {
     std::vector<std::string> told;
     reportEarlierCrashes(
-        path(),
+        path(), json_,
         [&](const kit::UncaughtException& crash) {
           told.push_back(crash.reason.value_or("(none)"));
           return can_keep;
@@ -54,6 +55,7 @@ class Earlier : public ::testing::Test {
  private:
   const test::ScratchFolder scratch_;
   kit::LogLevels levels_;
+  const SimdjsonCodec json_;
 };
 
 TEST_F(Earlier, CrashIsToldOnceAndItsRecordGoes) {
@@ -62,6 +64,18 @@ TEST_F(Earlier, CrashIsToldOnceAndItsRecordGoes) {
   EXPECT_FALSE(isThere(path()));
   EXPECT_THAT(start(), IsEmpty());
   EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(Earlier, CrashWhoseRecordTellsNothingOfTheDeviceIsToldWithALine) {
+  for (const char* note : {"", "{", "[]"}) {
+    log.clear();
+    leave(SIGSEGV, note);
+    EXPECT_THAT(start(), ElementsAre("SIGSEGV"));
+    EXPECT_THAT(
+        log.messages(),
+        ElementsAre("Morvik host: the record of an earlier process's crash (SIGSEGV) does not tell how the device "
+                    "was, as those of earlier versions do not: its report describes the device of now."));
+  }
 }
 
 TEST_F(Earlier, ProcessWithoutACrashLeavesNothingToTell) {
@@ -92,7 +106,7 @@ TEST_F(Earlier, CrashThatCannotBeKeptWaitsForAStartThatCan) {
 TEST_F(Earlier, CrashIsToldAgainWhereAStartEndsBeforeItsRecordIsGone) {
   leave(SIGSEGV);
   const auto end_here = [](const kit::UncaughtException&) -> bool { throw std::runtime_error("ended"); };
-  EXPECT_THROW(reportEarlierCrashes(path(), end_here, logger()), std::runtime_error);
+  EXPECT_THROW(reportEarlierCrashes(path(), SimdjsonCodec(), end_here, logger()), std::runtime_error);
   EXPECT_THAT(start(), ElementsAre("SIGSEGV"));
   EXPECT_THAT(start(), IsEmpty());
 }
