@@ -6,8 +6,11 @@
 #include <utility>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/crash/bare_frames.h"
 #include "host/crash/crash_record.h"
 #include "host/crash/earlier_crash.h"
+#include "host/crash/loaded_modules.h"
+#include "host/crash/stored_traces.h"
 #include "host/host_parts.h"
 #include "host/ledger/ledger_store.h"
 #include "host/ledger/ledger_transport.h"
@@ -261,6 +264,7 @@ void makeCore(HostParts& parts, HostOf host_of) {
 void reportCrashes(HostParts& parts) {
   CrashHookParts hook;
   hook.record_path = crashRecordPath(parts.options.options.store_folder);
+  hook.concerns_us = MorvikCoreLib::concernsTheKit;
   hook.report = [core = parts.core](const kit::UncaughtException& exception) { core->makeCrashParameter(exception); };
   hook.is_app_in_focus = [](const void* core) { return static_cast<const MorvikCoreLib*>(core)->isAppinFocus(); };
   hook.context = parts.core.get();
@@ -276,6 +280,9 @@ void reportCrashes(HostParts& parts) {
 }
 
 void watchProcess(HostParts& parts) {
+  nameStoredTraces(
+      parts.properties, namingMarkerPath(parts.options.options.store_folder),
+      [](const std::string& trace) { return namedTrace(trace, loadedModules()); }, parts.logger);
   reportEarlierCrashes(
       crashRecordPath(parts.options.options.store_folder), parts.json,
       [&core = *parts.core](const kit::UncaughtException& crash) { return core.takeCrashOfEarlierProcess(crash); },

@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include "host/crash/bare_frames.h"
 #include "host/crash/crash_record.h"
 #include "host/crash/fatal_signals.h"
 #include "host/crash/frame_names.h"
@@ -47,13 +48,14 @@ kit::Value factsIn(const std::string& note, const kit::JsonCodec& json) {
   return facts != nullptr && facts->isDictionary() ? *facts : kit::Value();
 }
 
+/// Without names: to read files takes time and memory, and whoever crashes may be short of both.
 std::vector<std::string> callStackSymbols() {
   std::array<void*, kMaxCrashFrames> addresses{};
   const int count = ::backtrace(addresses.data(), static_cast<int>(addresses.size()));
   std::vector<uint64_t> frames;
   for (int i = 0; i < count; ++i)
     frames.push_back(reinterpret_cast<uint64_t>(addresses[static_cast<size_t>(i)]));
-  return textsOf(namedFrames(loadedModules(), frames));
+  return bareFrames(loadedModules(), frames);
 }
 
 /// "std::runtime_error: the text", or the type alone where there is no text.
@@ -88,7 +90,9 @@ struct CrashHook::State {
 
   void report() noexcept {
     try {
-      parts.report({reasonOfCurrentException(), callStackSymbols(), std::nullopt});
+      const std::optional<std::string> reason = reasonOfCurrentException();
+      if (parts.concerns_us == nullptr || parts.concerns_us(reason))
+        parts.report({reason, callStackSymbols(), std::nullopt});
     } catch (...) {
       // The process is going; there is nobody to tell.
     }

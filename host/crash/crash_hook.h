@@ -16,7 +16,10 @@ namespace morvik::host {
 
 struct CrashHookParts {
   std::string record_path;  ///< the file for a fatal signal's record
-  /// Takes an exception that nobody caught, on the thread on which it happened; waits for no lock.
+  /// Whether an exception with this reason is to be reported, asked before anything is done for it; null: each is.
+  bool (*concerns_us)(const std::optional<std::string>& reason) = nullptr;
+  /// Takes an exception that nobody caught, with a stack of bare frames (bareFrames()), on the thread on which it
+  /// happened; waits for no lock.
   std::function<void(const kit::UncaughtException&)> report;
   /// Whether the app is in front of its user; async-signal-safe, as FatalSignalParts wants it.
   bool (*is_app_in_focus)(const void* context) = nullptr;

@@ -5,6 +5,8 @@
 #include <variant>
 
 #include "host/crash/crash_hook.h"
+#include "host/crash/crash_record.h"
+#include "host/files/system_message.h"
 
 namespace morvik::host {
 namespace {
@@ -13,9 +15,27 @@ constexpr const char* kOperation = "+[MorvikCore start]";
 
 enum class RecordState { kDone, kToWait, kUnreadable };
 
+/// A record has a name of its own meanwhile: a start that finds that name knows that the start before died of the
+/// record.
+std::variant<std::optional<kit::UncaughtException>, kit::Error> readApart(const std::string& path,
+                                                                          const kit::JsonCodec& json) {
+  auto read = readCrashRecord(path);
+  if (auto* error = std::get_if<kit::Error>(&read))
+    return std::move(*error);
+  const auto& file = std::get<std::optional<CrashRecordFile>>(read);
+  if (!file || !file->record)
+    return std::optional<kit::UncaughtException>();
+  const std::string apart = triedRecordPath(path);
+  if (std::rename(path.c_str(), apart.c_str()) != 0)
+    return kit::Error{"cannot rename " + path + ": " + systemMessage()};
+  auto found = crashOfEarlierProcess(apart, json);
+  std::rename(apart.c_str(), path.c_str());
+  return found;
+}
+
 RecordState stateAfter(const std::string& path, const kit::JsonCodec& json, const TakeCrash& take,
                        const services::Logger& logger) {
-  const auto found = crashOfEarlierProcess(path, json);
+  const auto found = readApart(path, json);
   if (const auto* error = std::get_if<kit::Error>(&found)) {
     MORVIK_LOG(logger, kit::lcl_vWarning, kOperation,
                "Morvik host: a crash of an earlier process is not reported: %@. The file goes on as \"%@\": delete it "
@@ -34,6 +54,17 @@ RecordState stateAfter(const std::string& path, const kit::JsonCodec& json, cons
   return !crash || take(*crash) ? RecordState::kDone : RecordState::kToWait;
 }
 
+/// A second try would end this start as well.
+void setAsideWhatEndedAStart(const std::string& path, const services::Logger& logger) {
+  if (std::rename(triedRecordPath(path).c_str(), unreadableRecordPath(path).c_str()) != 0)
+    return;
+  MORVIK_LOG(
+      logger, kit::lcl_vWarning, kOperation,
+      "Morvik host: an earlier start ended while it named the stack of a crash. It is not tried again: the record "
+      "goes on as \"%@\"; delete it if it does not matter.",
+      unreadableRecordPath(path));
+}
+
 }  // namespace
 
 std::string waitingRecordPath(const std::string& record_path) {
@@ -44,14 +75,25 @@ std::string unreadableRecordPath(const std::string& record_path) {
   return record_path + ".unreadable";
 }
 
+std::string triedRecordPath(const std::string& record_path) {
+  return record_path + ".tried";
+}
+
 std::vector<std::string> crashRecordPaths(const std::string& record_path) {
-  return {record_path, waitingRecordPath(record_path), unreadableRecordPath(record_path)};
+  const std::string waiting = waitingRecordPath(record_path);
+  std::vector<std::string> paths;
+  for (const std::string& path : {record_path, waiting}) {
+    for (const std::string& each : {path, triedRecordPath(path), unreadableRecordPath(path)})
+      paths.push_back(each);
+  }
+  return paths;
 }
 
 void reportEarlierCrashes(const std::string& record_path, const kit::JsonCodec& json, const TakeCrash& take,
                           const services::Logger& logger) {
   const std::string waiting = waitingRecordPath(record_path);
   for (const std::string& path : {waiting, record_path}) {
+    setAsideWhatEndedAStart(path, logger);
     switch (stateAfter(path, json, take, logger)) {
       case RecordState::kDone:
         std::remove(path.c_str());

@@ -13,6 +13,7 @@
 
 #include "host/crash/crash_record.h"
 #include "host/crash/frame_walk.h"
+#include "host/loop/signal_stack.h"
 
 namespace morvik::host {
 namespace {
@@ -23,9 +24,6 @@ constexpr std::array<int, 5> kSignals = {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGIL
 constexpr int kMaxRounds = 16;
 
 constexpr int kWaitPollMilliseconds = 1;
-
-/// Enough for the handler and for a handler of the app's behind it.
-constexpr size_t kSignalStackBytes = size_t{64} * 1024;
 
 enum class Phase { kNoRecord, kWriting, kWritten };
 
@@ -121,12 +119,13 @@ struct FatalSignals::State {
   off_t prepared_bytes = 0;
   std::array<struct sigaction, kSignals.size()> previous{};
   std::array<std::atomic<bool>, kSignals.size()> is_used_up{};  ///< earlier handlers that wanted one signal only
-  std::unique_ptr<char[]> stack;
+  const SignalStack stack;
 
   std::atomic<Phase> phase{Phase::kNoRecord};
   std::atomic<bool> is_left_alone{false};
   std::atomic<pid_t> reporter_thread{0};  ///< that makes a report of its own; 0: none
   // Of the handler that recorded.
+  std::atomic<int> recorded_signal{0};
   std::atomic<pid_t> recorder_thread{0};
   std::atomic<uintptr_t> recorder_frame{0};
   // Of the latest signal.
@@ -140,13 +139,12 @@ struct FatalSignals::State {
 
   static void handle(int signal, siginfo_t* info, void* context);
   bool goesInCircles(const void* context, const HandlerPlace& place);
-  bool takesRecord(const HandlerPlace& place);
+  bool takesRecord(int signal, const HandlerPlace& place, const void* context);
+  bool isWithinRecorded(const HandlerPlace& place, const void* context) const;
   void waitForOthers(const HandlerPlace& place) const;
   void record(int signal, const siginfo_t& info, const void* context) const;
   bool passOn(int signal, siginfo_t* info, void* context);
   void takeBack();
-  void giveStack();
-  void takeStack();
 };
 
 std::atomic<FatalSignals::State*> FatalSignals::State::current{nullptr};
@@ -168,7 +166,7 @@ void FatalSignals::State::handle(int signal, siginfo_t* info, void* context) {
     return;
   }
   const bool is_own_process = ::getpid() == state->process;
-  const bool records = is_own_process && state->takesRecord(place);
+  const bool records = is_own_process && state->takesRecord(signal, place, context);
   if (records) {
     state->record(signal, *info, context);
     state->phase = Phase::kWritten;
@@ -194,18 +192,30 @@ bool FatalSignals::State::goesInCircles(const void* context, const HandlerPlace&
   return ++rounds > kMaxRounds;
 }
 
+/// Whether the interrupted code is within the handling of the recorded signal: that is blocked there. Where an earlier
+/// handler did not want it blocked, code deeper on the stack is taken for that.
+bool FatalSignals::State::isWithinRecorded(const HandlerPlace& place, const void* context) const {
+  const size_t index = indexOf(recorded_signal);
+  if (index == kSignals.size())
+    return false;
+  if ((previous[index].sa_flags & SA_NODEFER) != 0)
+    return place.frame < recorder_frame;
+  return ::sigismember(&static_cast<const ucontext_t*>(context)->uc_sigmask, recorded_signal) == 1;
+}
+
 /// The first signal is recorded. When a later one of the same thread does not come from within the handling of that
 /// one, an earlier handler left by a jump: that was no crash, and its record gives way.
-bool FatalSignals::State::takesRecord(const HandlerPlace& place) {
+bool FatalSignals::State::takesRecord(int signal, const HandlerPlace& place, const void* context) {
   if (is_left_alone)
     return false;
   Phase found = Phase::kNoRecord;
   if (!phase.compare_exchange_strong(found, Phase::kWriting)) {
-    if (recorder_thread != place.thread || place.frame < recorder_frame ||
+    if (recorder_thread != place.thread || isWithinRecorded(place, context) ||
         ::ftruncate(parts.record_file, prepared_bytes) != 0)
       return false;
     phase = Phase::kWriting;
   }
+  recorded_signal = signal;
   recorder_frame = place.frame;
   recorder_thread = place.thread;
   return true;
@@ -272,32 +282,6 @@ void FatalSignals::State::takeBack() {
   phase = Phase::kNoRecord;
 }
 
-void FatalSignals::State::giveStack() {
-  stack_t has{};
-  if (::sigaltstack(nullptr, &has) != 0 || (has.ss_flags & SS_DISABLE) == 0)
-    return;
-  stack = std::make_unique<char[]>(kSignalStackBytes);
-  stack_t own{};
-  own.ss_sp = stack.get();
-  own.ss_size = kSignalStackBytes;
-  if (::sigaltstack(&own, nullptr) != 0)
-    stack.reset();
-}
-
-/// Only on the thread that has it; elsewhere the memory has to stay.
-void FatalSignals::State::takeStack() {
-  if (stack == nullptr)
-    return;
-  stack_t has{};
-  if (::sigaltstack(nullptr, &has) == 0 && has.ss_sp == stack.get()) {
-    stack_t none{};
-    none.ss_flags = SS_DISABLE;
-    ::sigaltstack(&none, nullptr);
-  } else {
-    static_cast<void>(stack.release());
-  }
-}
-
 FatalSignals::FatalSignals(const FatalSignalParts& parts, const std::vector<LoadedModule>& modules)
     : state_(std::make_unique<State>()) {
   state_->parts = parts;
@@ -305,7 +289,6 @@ FatalSignals::FatalSignals(const FatalSignalParts& parts, const std::vector<Load
   state_->prepared_bytes = ::lseek(parts.record_file, 0, SEEK_END);
   // Without a pipe the record has no more than the interrupted instruction.
   static_cast<void>(state_->reader.open());
-  state_->giveStack();
   state_->left_behind = State::current.exchange(state_.get());
   for (size_t i = 0; i < kSignals.size(); ++i) {
     struct sigaction& before = state_->previous[i];
@@ -330,7 +313,6 @@ FatalSignals::~FatalSignals() {
       all_back = false;
   }
   leaveAlone();
-  state_->takeStack();
   if (!all_back) {
     // Somebody who came later still passes signals on to us, and we on to whoever was there before.
     static_cast<void>(state_.release());

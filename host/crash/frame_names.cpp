@@ -90,12 +90,32 @@ std::string hexNumber(uint64_t number, size_t least_digits) {
   return "0x" + std::string(text.size() < least_digits ? least_digits - text.size() : 0, '0') + text;
 }
 
-/// A return address stands behind its call, which may be the last instruction of its function.
-uint64_t insideOf(size_t index, uint64_t address) {
-  return index == 0 ? address : address - 1;
+}  // namespace
+
+const LoadedModule* moduleAt(const std::vector<LoadedModule>& modules, uint64_t address) {
+  const auto module = std::find_if(modules.begin(), modules.end(),
+                                   [address](const LoadedModule& candidate) { return candidate.holds(address); });
+  return module == modules.end() ? nullptr : &*module;
 }
 
-}  // namespace
+std::string frameBeginning(size_t index, const LoadedModule* module, uint64_t address) {
+  const std::string name = module == nullptr ? "?" : std::filesystem::path(module->path).filename().string();
+  return std::to_string(index) + "  " + name + "  " + hexNumber(address, kAddressDigits) +
+         (module == nullptr ? "" : "  ");
+}
+
+std::string offsetText(const LoadedModule& module, uint64_t address) {
+  return "+ " + hexNumber(address - module.bias, 1);
+}
+
+NamedFunction functionAt(ModuleFiles& files, const LoadedModule& module, size_t index, uint64_t address) {
+  // A return address stands behind its call, which may be the last instruction of its function.
+  const uint64_t inside = index == 0 ? address : address - 1;
+  const Name name = nameAt(files.of(module), inside);
+  if (name.mangled.empty())
+    return {};
+  return {name.mangled, plainName(name.mangled) + " + " + std::to_string(name.offset + (address - inside))};
+}
 
 std::vector<NamedFrame> namedFrames(const std::vector<LoadedModule>& modules, const std::vector<uint64_t>& frames) {
   ModuleFiles files;
@@ -103,22 +123,14 @@ std::vector<NamedFrame> namedFrames(const std::vector<LoadedModule>& modules, co
   all.reserve(frames.size());
   for (const uint64_t address : frames) {
     const size_t index = all.size();
+    const LoadedModule* const module = moduleAt(modules, address);
     NamedFrame& frame = all.emplace_back();
-    frame.text = std::to_string(index) + "  ";
-    const auto module = std::find_if(modules.begin(), modules.end(),
-                                     [address](const LoadedModule& candidate) { return candidate.holds(address); });
-    if (module == modules.end()) {
-      frame.text += "?  " + hexNumber(address, kAddressDigits);
+    frame.text = frameBeginning(index, module, address);
+    if (module == nullptr)
       continue;
-    }
-    const uint64_t inside = insideOf(index, address);
-    const Name name = nameAt(files.of(*module), inside);
-    frame.owner = ownerOf(*module, isProgram(*module, modules), name.mangled);
-    frame.text +=
-        std::filesystem::path(module->path).filename().string() + "  " + hexNumber(address, kAddressDigits) + "  ";
-    frame.text += name.mangled.empty()
-                      ? "+ " + hexNumber(address - module->bias, 1)
-                      : plainName(name.mangled) + " + " + std::to_string(name.offset + (address - inside));
+    const NamedFunction function = functionAt(files, *module, index, address);
+    frame.owner = ownerOf(*module, isProgram(*module, modules), function.mangled);
+    frame.text += function.text.empty() ? offsetText(*module, address) : function.text;
   }
   return all;
 }

@@ -9,6 +9,8 @@
 
 namespace morvik::host {
 
+class ModuleFiles;
+
 /// Whose function a frame is in. What no module holds, or has no name in one that is not the system's, is the app's.
 enum class FrameOwner {
   kApp,
@@ -21,6 +23,22 @@ struct NamedFrame {
   std::string text;  ///< "2  my-app  0x000055d0c0a81234  shop::buy() + 12"
   FrameOwner owner = FrameOwner::kApp;
 };
+
+/// A function, and how far into it an address is.
+struct NamedFunction {
+  std::string mangled;  ///< "" where the file has no name for it
+  std::string text;     ///< "shop::buy() + 12", or "" as well
+};
+
+// Of which the texts of frames are made.
+/// Null where none holds the address.
+const LoadedModule* moduleAt(const std::vector<LoadedModule>& modules, uint64_t address);
+/// "2  my-app  0x000055d0c0a81234  ", or "2  ?  0x000055d0c0a81234" without a module.
+std::string frameBeginning(size_t index, const LoadedModule* module, uint64_t address);
+/// "+ 0x1234"
+std::string offsetText(const LoadedModule& module, uint64_t address);
+/// The frame `index` of a stack is at `address`. Blocks for reading files.
+NamedFunction functionAt(ModuleFiles& files, const LoadedModule& module, size_t index, uint64_t address);
 
 /// Names the frames, innermost first, from the symbol tables of the modules that were loaded when the stack was
 /// taken, the program first: in this process or in an earlier one. A module's file that is gone, or has another build

@@ -8,6 +8,7 @@
 #include "host/crash/crash_record.h"
 #include "host/crash/earlier_crash.h"
 #include "host/crash/report_file.h"
+#include "host/crash/stored_traces.h"
 #include "kit/house_lock.h"
 #include "services/MorvikGVUserDefaults.h"
 
@@ -56,7 +57,8 @@ FileEraser::FileEraser(FileEraserParts parts)
 
 std::vector<std::string> FileEraser::namesOfTheKit(const StorePlace& place, const std::vector<std::string>& names) {
   std::vector<std::string> beside{lastPart(reportFilePath(place.folder)),
-                                  lastPart(unreadableReportFilePath(place.folder))};
+                                  lastPart(unreadableReportFilePath(place.folder)),
+                                  lastPart(namingMarkerPath(place.folder))};
   for (const std::string& path : crashRecordPaths(crashRecordPath(place.folder)))
     beside.push_back(lastPart(path));
   std::vector<std::string> found;

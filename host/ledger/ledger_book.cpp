@@ -201,6 +201,10 @@ void LedgerBook::setList(Kind kind, const kit::Value& value, LedgerWriter writer
   const kit::Array before = stored_.list(kind).array();
   const kit::Array after = value.array();
   const ListChange change = changeBetween(before, after);
+  if (wasWrittenAnew(kind, before, after, writer)) {
+    stored_.setList(kind, value);
+    return;
+  }
   if (wasTakenBack(kind, before, change, writer)) {
     accounts_.unrecord(kind, change.removedCount());
   } else if (!change.removed.empty()) {
@@ -209,6 +213,22 @@ void LedgerBook::setList(Kind kind, const kit::Value& value, LedgerWriter writer
   }
   add(kind, after, change.added, writer);
   stored_.setList(kind, value);
+}
+
+/// Stored reports that get the names in their stacks are what they were, in their order.
+bool LedgerBook::wasWrittenAnew(Kind kind, const kit::Array& before, const kit::Array& after,
+                                LedgerWriter writer) const {
+  if (kind != Kind::kCrashReports || writer != LedgerWriter::kKit || exchanges_.isAnyRunning() || before.empty() ||
+      before.size() != after.size())
+    return false;
+  const auto without_trace = [](const kit::Value& report) {
+    kit::MutableDictionary rest(report);
+    rest.set("exception_log_trace", "");
+    return kit::Value(std::move(rest));
+  };
+  return std::equal(before.begin(), before.end(), after.begin(), [&](const kit::Value& one, const kit::Value& other) {
+    return one.isDictionary() && other.isDictionary() && without_trace(one) == without_trace(other);
+  });
 }
 
 /// Reports that the store took and could not keep go back to where they came from, and come again.

@@ -6,6 +6,8 @@
 #include <string>
 #include <system_error>
 
+#include "host/loop/signal_stack.h"
+
 namespace morvik::host {
 
 std::variant<std::thread, kit::Error> startThread(const char* name, std::function<void()> body) {
@@ -22,6 +24,7 @@ std::variant<std::thread, kit::Error> startThread(const char* name, std::functio
     // Named by itself, so that it has its name from its first line on.
     result = std::thread([name = std::string(name), body = std::move(body)] {
       pthread_setname_np(pthread_self(), name.c_str());
+      const SignalStack signal_stack;
       body();
     });
   } catch (const std::system_error& error) {

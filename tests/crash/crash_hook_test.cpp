@@ -17,12 +17,15 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
+#include "host/crash/bare_frames.h"
 #include "host/crash/crash_record.h"
 #include "host/crash/fatal_signals.h"
 #include "host/json/simdjson_codec.h"
+#include "host/loop/thread.h"
 #include "tests/support/scratch_folder.h"
 
 // The same acts, as functions of the kit and as functions of a stranger.
@@ -61,6 +64,7 @@ FUNCTIONS_THAT_CRASH
 namespace stranger {
 
 using ::testing::Contains;
+using ::testing::ElementsAre;
 using ::testing::ExitedWithCode;
 using ::testing::HasSubstr;
 using ::testing::KilledBySignal;
@@ -70,6 +74,10 @@ namespace kit = morvik::kit;
 namespace crashing = morvik::crashing;
 
 FUNCTIONS_THAT_CRASH
+
+bool wasKilled(int status) {
+  return WIFSIGNALED(status);
+}
 
 struct Fatal {
   int signal;
@@ -119,6 +127,14 @@ class Crash : public ::testing::Test {
     return std::get<std::optional<kit::UncaughtException>>(found);
   }
 
+  /// The stack of the report, as it is stored.
+  std::string trace() const {
+    std::string all;
+    std::istringstream lines(report());
+    for (std::string line; std::getline(lines, line);)
+      all.append(line).append(host::kFrameEnd);
+    return all;
+  }
   std::string report() const {
     std::ifstream file(reportPath());
     return {(std::istreambuf_iterator<char>(file)), {}};
@@ -248,6 +264,44 @@ TEST_F(CrashDeathTest, AStackThatOverflowsIsRecorded) {
   EXPECT_EQ(found->call_stack_symbols.size(), host::kMaxCrashFrames);
 }
 
+int useUpTheStack(int depth) {
+  volatile char room[4096] = {};
+  room[0] = static_cast<char>(depth);
+  return depth < 0 ? 0 : useUpTheStack(depth + 1) + room[0];
+}
+
+TEST_F(CrashDeathTest, AStackThatOverflowsOnAThreadOfTheKitsIsRecorded) {
+  EXPECT_EXIT(
+      {
+        const auto hook = install();
+        auto thread = host::startThread("morvik-test", [] { std::_Exit(useUpTheStack(0)); });
+        std::get<std::thread>(thread).join();
+      },
+      KilledBySignal(SIGSEGV), "");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGSEGV");
+}
+
+TEST_F(CrashDeathTest, AFaultOfWhatTheHandlerAsksLeavesTheRecordOfTheCrash) {
+  EXPECT_EXIT(
+      {
+        host::CrashHookParts faulty = parts();
+        faulty.is_app_in_focus = [](const void*) {
+          readNothing();
+          return true;
+        };
+        faulty.note = std::make_shared<host::CrashNote>();
+        faulty.note->set(R"({"device_information":{"app_in_focus":true}})");
+        const auto hook = host::CrashHook::install(std::move(faulty));
+        perform(divideByZero);
+      },
+      wasKilled, "");
+  const auto found = crash();
+  ASSERT_TRUE(found && found->moment);
+  EXPECT_EQ(found->reason, "SIGFPE");
+  EXPECT_THAT(found->call_stack_symbols, ElementsAre(HasSubstr("stranger::divideByZero() + ")));
+  EXPECT_TRUE(found->moment->app_in_focus) << "as last noted";
+}
+
 TEST_F(CrashDeathTest, ASignalThatWasSentKillsAfterItsRecord) {
   EXPECT_EXIT(
       {
@@ -332,6 +386,39 @@ TEST_F(CrashDeathTest, AHandlerMayLeaveByAJumpAsOftenAsItLikes) {
       },
       KilledBySignal(SIGFPE), "");
   EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGFPE") << "the last one, which was none of the kit's";
+}
+
+[[gnu::noinline]] void performDeepOnTheStack(void (*act)()) {
+  volatile char room[64 * 1024] = {};
+  perform(act);
+  room[0] = room[1];
+}
+
+TEST_F(CrashDeathTest, AfterAJumpTheNextSignalIsRecordedAlsoWhereItComesFromDeeperOnTheSameStack) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGSEGV, [](int) { ::siglongjmp(way_out, 1); });
+        const auto hook = install();
+        // Without a stack for signals.
+        std::thread([] {
+          if (::sigsetjmp(way_out, 1) == 0)
+            perform(readNothing);
+          performDeepOnTheStack(divideByZero);
+        }).join();
+      },
+      KilledBySignal(SIGFPE), "");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGFPE");
+}
+
+TEST_F(CrashDeathTest, ASignalWithinTheHandlingOfAnotherDoesNotTakeItsPlace) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGSEGV, [](int) { divideByZero(); });
+        const auto hook = install();
+        std::thread([] { perform(readNothing); }).join();
+      },
+      KilledBySignal(SIGFPE), "");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGSEGV");
 }
 
 TEST_F(CrashDeathTest, AHandlerFindsTheSignalsBlockedThatItAskedFor) {
@@ -420,8 +507,24 @@ TEST_F(CrashDeathTest, AnUncaughtExceptionIsOneReportWithTypeTextAndStack) {
       },
       KilledBySignal(SIGABRT), "");
   EXPECT_THAT(report(), HasSubstr("report: std::runtime_error: fendo broke\n"));
-  EXPECT_THAT(report(), HasSubstr("stranger::perform(void (*)()) + "));
+  EXPECT_THAT(report(), Not(HasSubstr("stranger::"))) << "a dying process reads no files";
+  EXPECT_THAT(host::namedTrace(trace(), host::loadedModules()), HasSubstr("stranger::perform(void (*)()) + "));
   EXPECT_FALSE(crash()) << "the abort that follows is no second crash";
+}
+
+TEST_F(CrashDeathTest, AnExceptionThatIsOfNoConcernIsNotReported) {
+  EXPECT_EXIT(
+      {
+        host::CrashHookParts choosy = parts();
+        choosy.concerns_us = [](const std::optional<std::string>& reason) {
+          return reason == "std::runtime_error: fendo broke";
+        };
+        const auto hook = host::CrashHook::install(std::move(choosy));
+        std::thread([] { throw std::runtime_error("the shop broke"); }).join();
+      },
+      KilledBySignal(SIGABRT), "");
+  EXPECT_EQ(report(), "");
+  EXPECT_FALSE(crash()) << "nor is the abort that follows";
 }
 
 TEST_F(CrashDeathTest, WhateverIsThrownHasAReason) {
@@ -532,10 +635,6 @@ void crashOnceAnotherThreadIsAtWork(void (*act)()) {
   while (!is_first_at_work)
     std::this_thread::yield();
   perform(act);
-}
-
-bool wasKilled(int status) {
-  return WIFSIGNALED(status);
 }
 
 TEST_F(CrashDeathTest, OfTwoThreadsThatCrashAtOnceTheSecondWaitsForTheFirstOnesRecord) {

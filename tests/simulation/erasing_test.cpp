@@ -165,12 +165,12 @@ INSTANTIATE_TEST_SUITE_P(Wishes, Erasing,
 
 TEST(ErasingNames, AreTheKitsOwn) {
   const host::StorePlace place{.folder = "/data"};
-  EXPECT_THAT(
-      host::FileEraser::namesOfTheKit(
-          place, {"morvik.store", "morvik.store-wal", "morvik.store-shm", "morvik.store-journal",
-                  "morvik.store.unreadable-12", "morvik.store.unreadable-12-wal", "crash-signal",
-                  "crash-signal.waiting", "crash-signal.unreadable", "crash-reports", "crash-reports.unreadable"}),
-      ::testing::SizeIs(11));
+  EXPECT_THAT(host::FileEraser::namesOfTheKit(
+                  place, {"morvik.store", "morvik.store-wal", "morvik.store-shm", "morvik.store-journal",
+                          "morvik.store.unreadable-12", "morvik.store.unreadable-12-wal", "crash-signal",
+                          "crash-signal.waiting", "crash-signal.unreadable", "crash-signal.tried", "crash-naming",
+                          "crash-reports", "crash-reports.unreadable"}),
+              ::testing::SizeIs(13));
   EXPECT_THAT(host::FileEraser::namesOfTheKit(
                   place, {"morvik.store.lock", "morvik.store.erasing", "morvik.store.unreadable-", "morvik.storeroom",
                           "morvik.store.unreadable-1x", "morvik.store.unreadable-wal", "amorvik.store", "notes.txt",

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <vector>
@@ -117,6 +118,45 @@ TEST_F(Earlier, CrashesThatCannotBeKeptLeaveTheLatestWaiting) {
   leave(SIGFPE);
   EXPECT_THAT(start(false), ElementsAre("SIGSEGV", "SIGFPE"));
   EXPECT_THAT(start(), ElementsAre("SIGFPE"));
+}
+
+/// Ends the process while a record is read, as a file that its stack is named from could.
+class DeadlyCodec final : public kit::JsonCodec {
+ public:
+  std::variant<kit::Value, kit::Error> read(std::string_view) const override { std::_Exit(3); }
+  std::variant<std::string, kit::Error> write(const kit::Value&) const override { return kit::Error{"none"}; }
+  std::variant<std::string, kit::Error> writePretty(const kit::Value&) const override { return kit::Error{"none"}; }
+};
+
+using EarlierDeathTest = Earlier;
+
+TEST_F(EarlierDeathTest, RecordThatEndsAStartIsTriedOnceAndThenSetAside) {
+  for (const bool is_waiting : {false, true}) {
+    log.clear();
+    leave(SIGSEGV);
+    if (is_waiting)
+      start(false);
+    const std::string place = is_waiting ? waiting() : path();
+    const std::string bytes = test::bytesOf(place);
+    log.clear();
+    EXPECT_EXIT(reportEarlierCrashes(
+                    path(), DeadlyCodec(), [](const kit::UncaughtException&) { return true; }, logger()),
+                ::testing::ExitedWithCode(3), "");
+    EXPECT_THAT(start(), IsEmpty());
+    EXPECT_FALSE(isThere(place));
+    EXPECT_EQ(test::bytesOf(unreadableRecordPath(place)), bytes) << "nothing is deleted";
+    EXPECT_THAT(log.messages(), ElementsAre("Morvik host: an earlier start ended while it named the stack of a crash. "
+                                            "It is not tried again: the record goes on as \"" +
+                                            unreadableRecordPath(place) + "\"; delete it if it does not matter."));
+    leave(SIGFPE);
+    EXPECT_THAT(start(), ElementsAre("SIGFPE")) << "the next crash is told";
+  }
+}
+
+TEST_F(Earlier, EveryPlaceOfARecordIsKnown) {
+  EXPECT_THAT(crashRecordPaths("/d/r"),
+              ::testing::UnorderedElementsAre("/d/r", "/d/r.tried", "/d/r.unreadable", "/d/r.waiting",
+                                              "/d/r.waiting.tried", "/d/r.waiting.unreadable"));
 }
 
 TEST_F(Earlier, FileThatIsNoRecordIsSetAside) {

@@ -214,6 +214,20 @@ TEST_F(LedgerBookTest, TakesReportsBackThatTheStoreCouldNotKeep) {
   EXPECT_TRUE(book->read().isSound());
 }
 
+TEST_F(LedgerBookTest, TakesReportsWhoseStacksGotNamesForTheSame) {
+  const auto report = [](const char* reason, const char* trace) {
+    return Dictionary{{"exception_reason", reason}, {"exception_log_trace", trace}};
+  };
+  append("MorvikCoreUserInfo_Crash", report("fendo one", "0  app  + 0x1 [aa]"));
+  append("MorvikCoreUserInfo_Crash", report("fendo two", "0  app  + 0x2 [aa]"));
+  set("MorvikCoreUserInfo_Crash", Array{report("fendo one", "0  app  one()"), report("fendo two", "0  app  two()")});
+  EXPECT_EQ(of("crash reports").recorded, 2U);
+  EXPECT_THAT(givenUp("crash reports"), ElementsAre());
+  EXPECT_TRUE(book->read().isSound());
+  set("MorvikCoreUserInfo_Crash", Array{report("fendo one", "0  app  one()"), report("fendo three", "")});
+  EXPECT_FALSE(givenUp("crash reports").empty()) << "another report is another one";
+}
+
 TEST_F(LedgerBookTest, TellsReportsThatWereDeliveredFromReportsTakenBack) {
   append("MorvikCoreUserInfo_Crash", 1);
   const uint64_t upload = sendSealed("https://crash.morvik.example/v1/crash", "x");
