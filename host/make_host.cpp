@@ -274,6 +274,7 @@ void reportCrashes(HostParts& parts) {
   if (const auto* error = std::get_if<kit::Error>(&installed)) {
     MORVIK_LOG(parts.logger, kit::lcl_vWarning, "+[MorvikCore start]", "Morvik host: crashes are not reported: %@",
                *error);
+    parts.crash_note = nullptr;
     return;
   }
   parts.crash_hook = std::move(std::get<std::unique_ptr<CrashHook>>(installed));
