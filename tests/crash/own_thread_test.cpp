@@ -7,7 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <functional>
-#include <thread>
+#include <future>
 #include <variant>
 
 #include "host/crash/crash_hook.h"
@@ -50,7 +50,8 @@ class OwnThreadDeathTest : public ::testing::Test {
       std::_Exit(1);
     started.core->applicationDidBecomeActive();
     started.core->perform(std::move(callback));
-    std::this_thread::sleep_for(kGiveUp);
+    std::promise<void> end;  // which comes with the process
+    end.get_future().wait_for(kGiveUp);
   }
 
   kit::UncaughtException crash() const {
