@@ -249,8 +249,7 @@ bool Host::erase() {
     return tell(parts_->logger, error);
   bool is_erased = false;
   // By then a callback that did not come back may keep the log to itself.
-  ending_->stopAndThen(
-      [&] { is_erased = tell(parts_->logger.withoutWaiting(), parts_->eraser->finish(wish())); });
+  ending_->stopAndThen([&] { is_erased = tell(parts_->logger.withoutWaiting(), parts_->eraser->finish(wish())); });
   return is_erased;
 }
 
