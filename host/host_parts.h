@@ -23,6 +23,7 @@
 #include "host/machine/machine.h"
 #include "host/machine/turn_gate.h"
 #include "host/observe/observations.h"
+#include "host/privacy/wish_store.h"
 #include "host/sending/flushes.h"
 #include "host/sending/sending_switch.h"
 #include "host/siblings/MorvikADGetPUID.h"
@@ -76,7 +77,10 @@ struct HostParts {
   const SimdjsonCodec json;
 
   kit::HouseLock house_lock;
-  const std::unique_ptr<MachineStore> plain_store;
+  const std::unique_ptr<MachineWishFile> wish_file;  ///< may be null
+  const MachineWishFile::Reading wish_read;          ///< before the store was opened
+  const std::unique_ptr<MachineStore> bare_store;
+  const std::unique_ptr<WishStore> plain_store;  ///< the same, and the wish to be forgotten is kept twice
   LedgerBook ledger;
   const std::unique_ptr<MachineStore> store;  ///< the plain one, and what passes through it is counted
   const services::MorvikGVUserDefaults properties;
@@ -87,7 +91,7 @@ struct HostParts {
   BackgroundTasks background_tasks;
   NotificationCenter notifications;
   const std::unique_ptr<MachineTransport> plain_transport;
-  const std::unique_ptr<MachineTransport> transport;  ///< the same, and what leaves is counted
+  const std::unique_ptr<MachineTransport> transport;        ///< the same, and what leaves is counted
   SettleWatch settle_watch;
   CommitRetry commit_retry;
 

@@ -355,6 +355,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
     return kit::Error{"the data in \"" + options.store_folder + "\" is being erased; start again"};
   tellWhatTheEnvironmentChanged(*parts);
   tellWarnings(*parts);
+  parts->plain_store->tellWaiting();
   followTheStore(*parts);
   frameTurns(*parts);
   if (!options.opened_url.empty())
@@ -387,7 +388,10 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       threads(machine.makeThreads()),
       facts(machine.makeFacts()),
       compressor(&shared_state.stop_request),
-      plain_store(machine.makeStore(options.options.store_folder, *log_sink)),
+      wish_file(machine.makeWishFile(options.options.store_folder)),
+      wish_read(wish_file ? wish_file->read() : MachineWishFile::Reading()),
+      bare_store(machine.makeStore(options.options.store_folder, *log_sink)),
+      plain_store(std::make_unique<WishStore>(*bare_store, wish_file.get(), wish_read, logger)),
       ledger(ledgerParts(*this)),
       store(std::make_unique<LedgerStore>(*plain_store, ledger, house_lock)),
       properties(*store, house_lock),

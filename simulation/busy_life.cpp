@@ -17,6 +17,7 @@
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
 #include "host/host.h"
+#include "host/privacy/wish_file.h"
 #include "host/store/sqlite_store.h"
 #include "services/json_writer.h"
 #include "simulation/durations.h"
@@ -690,7 +691,9 @@ class BusyLife {
       case DiskCall::Kind::kSyncFolder:
         return faultAt(DiskFault::At::kSync, SQLITE_IOERR_FSYNC);
       case DiskCall::Kind::kRead:
-        return is_starting_ ? faultAt(DiskFault::At::kReadAtStart, SQLITE_IOERR_READ) : SQLITE_OK;
+        // A wish that cannot be read counts as made, which would silence the whole life.
+        return is_starting_ && !call.path.ends_with(".wish") ? faultAt(DiskFault::At::kReadAtStart, SQLITE_IOERR_READ)
+                                                             : SQLITE_OK;
       default:
         return SQLITE_OK;
     }
@@ -710,6 +713,8 @@ class BusyLife {
         disk_.put(path, std::string(2048, 'x'));
         break;
       case Sabotage::kKeepsNothing:
+        static_cast<void>(disk_.place().files->remove(host::WishFile::pathBeside(disk_.place())));
+        [[fallthrough]];
       case Sabotage::kForgetsTheLastSession:
         for (const std::string& each : {path, path + "-wal"})
           disk_.put(each, earlier_[each]);

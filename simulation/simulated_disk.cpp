@@ -220,6 +220,35 @@ struct SimulatedDisk::Parts final : public host::StoreFiles {
     out = file->now();
     return std::nullopt;
   }
+  host::StoreOutcome readIfThere(const std::string& path, size_t limit, std::optional<std::string>& out) override {
+    out.reset();
+    const std::shared_ptr<DiskFile> file = contents_.find(path);
+    if (!file)
+      return std::nullopt;
+    if (const int code = ask(DiskCall::Kind::kRead, path, 0, static_cast<int64_t>(limit)); code != SQLITE_OK)
+      return problemOf(code);
+    out = file->now().substr(0, limit);
+    return std::nullopt;
+  }
+  host::StoreOutcome put(const std::string& path, size_t offset, const std::string& bytes) override {
+    OpenFile open;
+    open.path = path;
+    int code = create(path, open.file);
+    if (code == SQLITE_OK)
+      code = change(open, {.offset = static_cast<int64_t>(offset), .bytes = bytes});
+    if (code != SQLITE_OK)
+      return problemOf(code);
+    return std::nullopt;
+  }
+  host::StoreOutcome syncFile(const std::string& path) override {
+    OpenFile open;
+    open.path = path;
+    open.file = contents_.find(path);
+    const int code = open.file ? syncFile(open) : SQLITE_CANTOPEN;
+    if (code != SQLITE_OK)
+      return problemOf(code);
+    return std::nullopt;
+  }
   host::StoreOutcome syncFolder(const std::string& folder) override {
     if (const int code = syncNames(folder); code != SQLITE_OK)
       return problemOf(code);

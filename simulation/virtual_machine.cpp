@@ -8,6 +8,7 @@
 #include "host/erasing/file_eraser.h"
 #include "host/machine/names_in_the_store.h"
 #include "host/make_host.h"
+#include "host/privacy/wish_file.h"
 #include "host/sending/exchange_queue.h"
 #include "host/store/sqlite_store.h"
 #include "kit/house_lock.h"
@@ -100,6 +101,7 @@ class VirtualStore final : public host::MachineStore {
     return {contents.begin(), contents.end()};
   }
   void flushNow() override {}
+  void setWhenFlushed(kit::Block) override {}
   // Every turn is committed; there is no disk to wait for.
   void shutdown() override {}
 
@@ -247,6 +249,11 @@ std::unique_ptr<host::MachineEraser> VirtualMachine::makeEraser(const std::strin
                                   if (!options_.disk->isCut())
                                     report_shelf.clear();
                                 }});
+}
+
+/// A store in memory can always be read.
+std::unique_ptr<host::MachineWishFile> VirtualMachine::makeWishFile(const std::string&) {
+  return options_.disk == nullptr ? nullptr : std::make_unique<host::WishFile>(options_.disk->place());
 }
 
 std::unique_ptr<host::MachineStore> VirtualMachine::makeStore(const std::string&, kit::LogSink& log) {

@@ -73,6 +73,7 @@ class VirtualMachine : public host::Machine {
   std::unique_ptr<kit::Threads> makeThreads() override;
   std::unique_ptr<host::MachineFacts> makeFacts() override;
   std::unique_ptr<host::MachineEraser> makeEraser(const std::string& folder, kit::LogSink& log) override;
+  std::unique_ptr<host::MachineWishFile> makeWishFile(const std::string& folder) override;
   std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
   std::unique_ptr<kit::ReportShelf> makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
                                                     kit::LogSink& log) override;

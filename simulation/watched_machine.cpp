@@ -62,6 +62,7 @@ class WatchedStore final : public host::MachineStore {
   }
   host::StoreOpening opening() const override { return store_->opening(); }
   const std::string& openingLine() const override { return store_->openingLine(); }
+  void setWhenFlushed(kit::Block hook) override { store_->setWhenFlushed(std::move(hook)); }
   void setWhenTakenOver(kit::Block hook) override { store_->setWhenTakenOver(std::move(hook)); }
   bool commitTurn() override {
     meddler_.storeIsCalled();

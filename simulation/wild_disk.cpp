@@ -67,21 +67,27 @@ int WildDisk::decide(const DiskCall& call) {
   if (call.kind != DiskCall::Kind::kRead && changed_)
     changed_(call);
   const bool is_log = call.path.ends_with("-wal");
+  const bool is_wish = call.path.ends_with(".wish");
+  const bool is_wish_made = call.path.ends_with(".wish.new");  // which nothing needs until it has its name
   switch (call.kind) {
     case DiskCall::Kind::kRead:
-      return is_starting_ && fails(WildDiskFault::kReadErrorAtStart) ? SQLITE_IOERR_READ : SQLITE_OK;
+      // A wish that cannot be read counts as made, which would silence the whole life.
+      return is_starting_ && !is_wish && fails(WildDiskFault::kReadErrorAtStart) ? SQLITE_IOERR_READ : SQLITE_OK;
     case DiskCall::Kind::kWrite:
     case DiskCall::Kind::kTruncate:
     case DiskCall::Kind::kCreate:
-      if (fails(WildDiskFault::kFull))
+      // What is written over has its room already.
+      if (!(is_wish && call.kind == DiskCall::Kind::kWrite) && fails(WildDiskFault::kFull))
         return SQLITE_FULL;
       if (call.kind == DiskCall::Kind::kCreate) {
         isChanged(Held::kNames);
-        is_file_fresh_ = is_file_fresh_ || !is_log;
+        is_file_fresh_ = is_file_fresh_ || !(is_log || is_wish || is_wish_made);
       }
-      if (is_log)
+      if (is_wish)
+        isChanged(Held::kWish);
+      else if (is_log)
         isChanged(Held::kLog);
-      else if (is_file_fresh_)
+      else if (is_file_fresh_ && !is_wish_made)
         isChanged(Held::kFreshFile);
       return SQLITE_OK;
     case DiskCall::Kind::kRename:
@@ -96,9 +102,11 @@ int WildDisk::decide(const DiskCall& call) {
       }
       if (call.kind == DiskCall::Kind::kSyncFolder) {
         isSynced(Held::kNames);
+      } else if (is_wish) {
+        isSynced(Held::kWish);
       } else if (is_log) {
         isSynced(Held::kLog);
-      } else {
+      } else if (!is_wish_made) {
         isSynced(Held::kFreshFile);
         is_file_fresh_ = false;
       }

@@ -54,8 +54,8 @@ class WildDisk {
   bool is_starting_ = false;
   /// What a power cut would take: changes of the log, of the names, and of a file that was never synced itself. One
   /// that was needs no sync: whatever it lacks stands in the log.
-  enum class Held : uint8_t { kLog, kNames, kFreshFile };
-  static constexpr size_t kHeld = 3;
+  enum class Held : uint8_t { kLog, kNames, kFreshFile, kWish };
+  static constexpr size_t kHeld = 4;
   struct Unsynced {
     std::optional<double> since;
     bool for_a_reason = false;

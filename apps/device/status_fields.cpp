@@ -49,6 +49,7 @@ kit::MutableDictionary fieldsOf(const morvik::Status& status) {
   fields.set("last_failure", status.last_failure ? valueOf(*status.last_failure) : kit::Value::null());
   fields.set("sending", status.is_sending_enabled);
   fields.set("forgotten", status.is_forgotten);
+  fields.set("wish_file", toText(status.wish_file));
   return fields;
 }
 

@@ -32,7 +32,8 @@ class FileEraser final : public MachineEraser {
   std::optional<kit::Error> begin(KeptWish wish) override;
   std::optional<kit::Error> finish(KeptWish wish) override;
 
-  /// Names in a store folder that are the kit's and go; the lock's, which holds nothing, stays. Of those in `names`.
+  /// Names in a store folder that are the kit's and go; the lock's, which holds nothing, stays, and so does the file
+  /// that keeps the wish. Of those in `names`.
   static std::vector<std::string> namesOfTheKit(const StorePlace& place, const std::vector<std::string>& names);
   static std::string markerPath(const StorePlace& place) { return place.path() + ".erasing"; }
 

@@ -49,6 +49,7 @@ class LedgerStore final : public MachineStore {
   bool isKept() const override { return store_.isKept(); }
   std::vector<std::pair<std::string, kit::Value>> all() const override { return store_.all(); }
   void flushNow() override { store_.flushNow(); }
+  void setWhenFlushed(kit::Block hook) override { store_.setWhenFlushed(std::move(hook)); }
   void shutdown() override;
 
  private:

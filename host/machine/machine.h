@@ -206,6 +206,9 @@ class MachineStore : public kit::KeyValueStore {
   virtual void flushNow() = 0;
   /// True when what was written up to now outlives the process, and when nothing was. Any thread; does not block.
   virtual bool isKept() const = 0;
+  /// `hook` runs on the store's own thread with each flush (one follows soon, whatever state the store is in), before
+  /// the store itself is synced and under no lock: it may wait for the disk. To be set right after the opening.
+  virtual void setWhenFlushed(kit::Block hook) = 0;
   /// Commits, syncs, closes. Later writes stay in memory. May be called again, but not by two threads at a time.
   virtual void shutdown() = 0;
 };
@@ -241,6 +244,34 @@ struct KeptWish {
   bool is_synced = false;
 };
 
+/// The second home of the wish to be forgotten: a small file beside the store, which no state of the store touches.
+/// One thread at a time, but for sync() and prepare(), which are the store's thread's and run beside the others.
+class MachineWishFile {
+ public:
+  enum class State : uint8_t { kMissing, kRead, kUnreadable };
+  struct Reading {
+    State state = State::kMissing;
+    bool is_forgotten = false;
+    std::string problem;  ///< of one that cannot be read
+  };
+
+  virtual ~MachineWishFile() = default;
+  /// For lines of the log.
+  virtual std::string path() const = 0;
+  /// Once, before everything else.
+  virtual Reading read() = 0;
+  /// In the kernel's hands when it returns; waits for no disk. Makes a file that is missing, or was unreadable.
+  virtual std::optional<kit::Error> write(bool is_forgotten) = 0;
+  /// Makes what was written last, and the file's name. Waits for the disk.
+  virtual std::optional<kit::Error> sync() = 0;
+  /// Writes a whole file under another name. Waits for the disk.
+  virtual std::optional<kit::Error> prepare(bool is_forgotten) = 0;
+  /// Makes the file that was prepared the one, of which there is none yet; sync() makes that last.
+  virtual std::optional<kit::Error> adopt() = 0;
+  /// Removes what was prepared.
+  virtual void discard() = 0;
+};
+
 /// Removes what the kit keeps for one store folder: the store, what lies beside it, and what was set aside. What is not
 /// the kit's stays. One thread at a time.
 class MachineEraser {
@@ -269,6 +300,8 @@ class Machine {
   virtual std::unique_ptr<kit::Threads> makeThreads() = 0;
   virtual std::unique_ptr<MachineFacts> makeFacts() = 0;
   virtual std::unique_ptr<MachineEraser> makeEraser(const std::string& folder, kit::LogSink& log) = 0;
+  /// Null: no state of this machine's store could hide a wish.
+  virtual std::unique_ptr<MachineWishFile> makeWishFile(const std::string& folder) = 0;
   virtual std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) = 0;
   virtual std::unique_ptr<kit::ReportShelf> makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
                                                             kit::LogSink& log) = 0;

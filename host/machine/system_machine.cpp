@@ -10,6 +10,7 @@
 #include "host/machine/system_facts.h"
 #include "host/machine/system_threads.h"
 #include "host/net/curl_transport.h"
+#include "host/privacy/wish_file.h"
 #include "host/sending/exchange_queue.h"
 #include "host/store/sqlite_store.h"
 
@@ -38,6 +39,10 @@ std::unique_ptr<MachineFacts> SystemMachine::makeFacts() {
 std::unique_ptr<MachineEraser> SystemMachine::makeEraser(const std::string& folder, kit::LogSink& log) {
   return std::make_unique<FileEraser>(FileEraserParts{
       .place = {.folder = folder}, .open_store = [folder, &log] { return SystemMachine().makeStore(folder, log); }});
+}
+
+std::unique_ptr<MachineWishFile> SystemMachine::makeWishFile(const std::string& folder) {
+  return std::make_unique<WishFile>(StorePlace{.folder = folder});
 }
 
 std::unique_ptr<MachineStore> SystemMachine::makeStore(const std::string& folder, kit::LogSink& log) {

@@ -14,6 +14,7 @@ class SystemMachine : public Machine {
   std::unique_ptr<kit::Threads> makeThreads() override;
   std::unique_ptr<MachineFacts> makeFacts() override;
   std::unique_ptr<MachineEraser> makeEraser(const std::string& folder, kit::LogSink& log) override;
+  std::unique_ptr<MachineWishFile> makeWishFile(const std::string& folder) override;
   std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
   std::unique_ptr<kit::ReportShelf> makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
                                                     kit::LogSink& log) override;

@@ -40,6 +40,7 @@ Status statusPastTheStore(HostParts& parts) {
   status.last_failure = parts.observations.lastFailure();
   status.is_sending_enabled = parts.sending.isOn();
   status.is_forgotten = parts.core->isGdprForgetMe();
+  status.wish_file = parts.plain_store->fileState();
   return status;
 }
 

@@ -88,7 +88,7 @@ SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log)
     return;
   }
   opening_ = openWritable(Attempt::kFirst);
-  if (database_ == nullptr && !may_reopen_)
+  if (opening_ == StoreOpening::kLocked)
     return;
   flusher_ = options_.make_flusher([this](StoreFlusher::Urgency urgency) { flush(urgency); }, options_.flush_delay);
   // Makes last what the process before this one may have left unsynced, when it was killed, and a fresh file itself.
@@ -259,6 +259,15 @@ std::vector<std::pair<std::string, Value>> SqliteStore::all() const {
 void SqliteStore::flushNow() {
   if (flusher_ != nullptr)
     flusher_->flushNow(StoreFlusher::Urgency::kSessionEnd);
+}
+
+void SqliteStore::setWhenFlushed(kit::Block hook) {
+  {
+    const std::lock_guard lock(commit_mutex_);
+    when_flushed_ = std::move(hook);
+  }
+  if (flusher_ != nullptr)
+    flusher_->flushSoon();
 }
 
 void SqliteStore::flushAndWait() {
@@ -687,6 +696,13 @@ void SqliteStore::tellWaiting() {
 // flushing
 
 void SqliteStore::flush(StoreFlusher::Urgency urgency) {
+  kit::Block when_flushed;
+  {
+    const std::lock_guard lock(commit_mutex_);
+    when_flushed = when_flushed_;
+  }
+  if (when_flushed)
+    when_flushed();
   uint64_t generation = 0;
   StoreOutcome failed = flushLog(urgency, generation);
   const Committing committing(*this);

@@ -104,6 +104,7 @@ class SqliteStore : public MachineStore {
 
   /// The session has ended: syncs to the disk at once, on the store's own thread. Any thread; does not block.
   void flushNow() override;
+  void setWhenFlushed(kit::Block hook) override;
   /// Commits, syncs, and blocks until that is done. For tools and the end of a process, never for the main thread.
   void flushAndWait();
   /// flushAndWait(), then closes the file and lets the lock go. Later writes stay in memory. May be called again, but
@@ -208,6 +209,7 @@ class SqliteStore : public MachineStore {
   bool loaded_once_ = false;                 ///< memory holds all that the file held
   bool was_locked_out_ = false;              ///< another process had it meanwhile; its lists are kept, too
   kit::Block when_taken_over_;
+  kit::Block when_flushed_;
   uint64_t generation_ = 0;  ///< counts the files opened
   int64_t next_id_ = 1;
   std::vector<Pending> pending_;
@@ -221,7 +223,7 @@ class SqliteStore : public MachineStore {
   std::unique_ptr<StoreLogKeeper> keeper_;  ///< the flusher's alone
   uint64_t keeper_generation_ = 0;
 
-  std::unique_ptr<StoreFlusher> flusher_;  ///< null: nothing can ever be written
+  std::unique_ptr<StoreFlusher> flusher_;  ///< null: read only, or in use by another
 };
 
 }  // namespace morvik::host

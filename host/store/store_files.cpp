@@ -172,6 +172,36 @@ bool lockWhole(int descriptor) {
   return ::fcntl(descriptor, F_SETLK, &whole) == 0;
 }
 
+/// Syncs and closes it; a negative one says that it could not be opened.
+StoreOutcome syncAndClose(int descriptor) {
+  if (descriptor < 0)
+    return StoreProblem::unavailable(systemMessage(errno));
+  // A file system that cannot sync a folder says EINVAL; its names are then as lasting as it makes them.
+  const bool is_done = ::fsync(descriptor) == 0 || errno == EINVAL;
+  const int error = errno;
+  ::close(descriptor);
+  if (!is_done)
+    return StoreProblem::unavailable(systemMessage(error));
+  return std::nullopt;
+}
+
+/// `out` becomes shorter where the file ends. False: errno says why.
+bool readUpTo(int descriptor, std::string& out) {
+  size_t place = 0;
+  while (place < out.size()) {
+    const ssize_t count = ::read(descriptor, out.data() + place, out.size() - place);
+    if (count < 0 && errno == EINTR)
+      continue;
+    if (count < 0)
+      return false;
+    if (count == 0)
+      break;
+    place += static_cast<size_t>(count);
+  }
+  out.resize(place);
+  return true;
+}
+
 class SystemFiles final : public StoreFiles {
  public:
   StoreOutcome makeFolder(const std::string& folder) override {
@@ -252,17 +282,42 @@ class SystemFiles final : public StoreFiles {
     return std::nullopt;
   }
 
-  StoreOutcome syncFolder(const std::string& folder) override {
-    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  StoreOutcome readIfThere(const std::string& path, size_t limit, std::optional<std::string>& out) override {
+    out.reset();
+    // A pipe of that name must not make us wait for its writer.
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0 && errno == ENOENT)
+      return std::nullopt;
     if (descriptor < 0)
       return StoreProblem::unavailable(systemMessage(errno));
-    // A file system that cannot sync a folder says EINVAL; its names are then as lasting as it makes them.
-    const bool is_done = ::fsync(descriptor) == 0 || errno == EINVAL;
+    std::string bytes(limit, '\0');
+    const bool is_done = readUpTo(descriptor, bytes);
+    const int error = errno;
+    ::close(descriptor);
+    if (!is_done)
+      return StoreProblem::unavailable(systemMessage(error));
+    out = std::move(bytes);
+    return std::nullopt;
+  }
+
+  StoreOutcome put(const std::string& path, size_t offset, const std::string& bytes) override {
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, kOwnerOnlyFile);
+    if (descriptor < 0)
+      return StoreProblem::unavailable(systemMessage(errno));
+    const bool is_done = ::lseek(descriptor, static_cast<off_t>(offset), SEEK_SET) >= 0 && writeAll(descriptor, bytes);
     const int error = errno;
     ::close(descriptor);
     if (!is_done)
       return StoreProblem::unavailable(systemMessage(error));
     return std::nullopt;
+  }
+
+  StoreOutcome syncFile(const std::string& path) override {
+    return syncAndClose(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK));
+  }
+
+  StoreOutcome syncFolder(const std::string& folder) override {
+    return syncAndClose(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   }
 
   LockResult lock(const std::string& path, std::unique_ptr<FileLock>& out, StoreProblem& problem) override {

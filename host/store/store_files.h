@@ -31,7 +31,7 @@ enum class LockResult : unsigned char {
 };
 
 /// What the store asks of the file system beside what SQLite asks of it. Any thread; nothing waits for the disk but
-/// syncFolder() and write().
+/// syncFolder(), syncFile() and write().
 class StoreFiles {
  public:
   virtual ~StoreFiles() = default;
@@ -51,6 +51,13 @@ class StoreFiles {
   virtual StoreOutcome write(const std::string& path, const std::string& bytes) = 0;
   /// All of a small file.
   virtual StoreOutcome read(const std::string& path, std::string& out) = 0;
+  /// The first bytes of the file, at most `limit` of them; none when there is no such file. A problem: it cannot be
+  /// told whether there is one, or what is in it.
+  virtual StoreOutcome readIfThere(const std::string& path, size_t limit, std::optional<std::string>& out) = 0;
+  /// Hands these few bytes to the kernel, for that place of the file, which is made when it is missing.
+  virtual StoreOutcome put(const std::string& path, size_t offset, const std::string& bytes) = 0;
+  /// Makes what the file holds last; waits for the disk.
+  virtual StoreOutcome syncFile(const std::string& path) = 0;
   /// Makes the names of the folder's files last; waits for the disk.
   virtual StoreOutcome syncFolder(const std::string& folder) = 0;
   /// Does not wait. kTaken: `out` holds the lock. kFailed: `problem` says why the lock file cannot be used.

@@ -28,6 +28,13 @@ struct Referral {
   std::string install_datetime;  ///< as the service wrote it: "yyyyMMddHHmmss"
 };
 
+/// How the file stands that keeps the wish to be forgotten beside the store.
+enum class WishFileState : uint8_t {
+  kGood,
+  kNotWritten,  ///< it cannot be written or synced at present; tried again
+  kUnreadable,  ///< it could not be read at the start: the user counts as forgotten until gdprForgetMe() is called
+};
+
 /// What MorvikCore::status() tells.
 struct Status {
   using Time = std::chrono::system_clock::time_point;
@@ -50,6 +57,7 @@ struct Status {
   std::optional<Failure> last_failure;
   bool is_sending_enabled = true;
   bool is_forgotten = false;
+  WishFileState wish_file = WishFileState::kGood;
 };
 
 /// Why not all is delivered when flush() ends.
@@ -87,5 +95,6 @@ struct FlushResult {
 
 /// For people and logs.
 std::string_view toText(FlushReason reason);
+std::string_view toText(WishFileState state);
 
 }  // namespace morvik

@@ -593,8 +593,10 @@ class LateStore : public ::testing::Test {
   }
   /// Starts with a disk that cannot be read, until showDisk().
   void restartInTheDark() {
-    disk.decide(
-        [](const DiskCall& call) { return call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK; });
+    disk.decide([](const DiskCall& call) {
+      const bool is_of_the_store = !call.path.ends_with(".wish");
+      return is_of_the_store && call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK;
+    });
     restart();
   }
   void showDisk() { disk.decide({}); }

@@ -128,7 +128,7 @@ void expectGoneOnWith(const Ledger& found, const Ledger& end) {
 
 TEST(StoredLife, OfToday) {
   const StoreFilesKept files = storeOfADeviceThatDied();
-  EXPECT_THAT(files, SizeIs(2)) << "the file and its log";
+  EXPECT_THAT(files, SizeIs(3)) << "the file, its log, and the file of the wish to be forgotten";
   const StoredLifeContinued life = continueStoredLife(files);
   expectAllArrived(life);
   expectCountedFromTheBeginning(life.ledger_found);

@@ -27,17 +27,19 @@ TEST(StatusFields, TellAllThatThereIs) {
                          {.http_status = 503, .reason = "out of order", .is_tried_again = false}};
   status.is_sending_enabled = false;
   status.is_forgotten = true;
+  status.wish_file = morvik::WishFileState::kUnreadable;
   EXPECT_EQ(jsonOf(status),
             R"({"running":true,"session_open":true,"attributed":true,"referral":{"conversion_key":7,)"
             R"("sub_conversion_key":12,"campaign_data":"spring","install_datetime":"20240501120000"},)"
             R"("waiting":{"activities":2,"crash reports":1},"last_success":"2024-05-01T12:00:00Z",)"
             R"("last_failure":{"when":"2024-05-01T12:00:01.500000Z","http_status":503,"reason":"out of order",)"
-            R"("tried_again":false},"sending":false,"forgotten":true})");
+            R"("tried_again":false},"sending":false,"forgotten":true,"wish_file":"unreadable"})");
 }
 
 TEST(StatusFields, TellNullForWhatThereIsNot) {
   EXPECT_EQ(jsonOf({}), R"({"running":false,"session_open":false,"attributed":false,"referral":null,"waiting":{},)"
-                        R"("last_success":null,"last_failure":null,"sending":true,"forgotten":false})");
+                        R"("last_success":null,"last_failure":null,"sending":true,"forgotten":false,)"
+                        R"("wish_file":"good"})");
 }
 
 }  // namespace

@@ -313,8 +313,8 @@ TEST_F(SendingOnHost, ErasedNothingOfTheKitIsLeftAndWhatIsNotItsOwnStays) {
     EXPECT_TRUE(first->eraseLocalData());
     EXPECT_FALSE(first->eraseLocalData()) << "it is stopped";
   }
-  EXPECT_THAT(names(), ElementsAre("morvik.store.backup", "morvik.store.lock", "morvik.store.unreadable-x", "notes.txt",
-                                   "photos"));
+  EXPECT_THAT(names(), ElementsAre("morvik.store.backup", "morvik.store.lock", "morvik.store.unreadable-x",
+                                   "morvik.store.wish", "notes.txt", "photos"));
   EXPECT_TRUE(std::filesystem::exists(folder / "store/photos/crash-signal"));
 }
 
@@ -362,7 +362,7 @@ TEST_F(SendingOnHost, ErasingEndsExchangesWithoutTheirHandlers) {
   EXPECT_TRUE(host->eraseLocalData());
   EXPECT_EQ(told, 1) << "the flush, and of a stop";
   host->addActivity("shop", "never", std::nullopt);
-  EXPECT_THAT(names(), ElementsAre("morvik.store.lock"));
+  EXPECT_THAT(names(), ElementsAre("morvik.store.lock", "morvik.store.wish"));
 }
 
 TEST_F(SendingOnHost, InsideACallbackNothingIsErased) {

@@ -1,0 +1,363 @@
+#include "host/privacy/wish_store.h"
+
+#include <algorithm>
+
+#include "services/MorvikGVUserDefaults.h"
+
+namespace morvik::host {
+namespace {
+
+constexpr std::string_view kWishKey = services::property::MorvikCoreUserInfo_isGDPRForgetMe;
+constexpr std::string_view kWishSyncedKey = services::property::MorvikCoreUserInfo_isGDPRForgetMeServerSynced;
+constexpr const char* kWishOperation = "-[MorvikCore gdprForgetMe:]";
+
+bool saysForgotten(const kit::Value& value) {
+  return value.isBoolean() && value.boolean();
+}
+
+/// What the store's own file says is known; in the other cases the store holds what this process was told.
+bool isRead(StoreOpening opening) {
+  return opening == StoreOpening::kOpened || opening == StoreOpening::kCreated || opening == StoreOpening::kSetAside;
+}
+
+bool isOurs(StoreOpening opening) {
+  return opening != StoreOpening::kLocked && opening != StoreOpening::kNothingToRead;
+}
+
+}  // namespace
+
+WishStore::WishStore(MachineStore& store, MachineWishFile* file, Reading reading, const services::Logger& logger)
+    : store_(store), file_(isOurs(store.opening()) ? file : nullptr), logger_(logger) {
+  if (file_ == nullptr)
+    return;
+  takeReading(reading);
+  WishStore::setWhenTakenOver({});
+  WishStore::setWhenFlushed({});
+}
+
+WishStore::~WishStore() {
+  if (file_ == nullptr)
+    return;
+  store_.shutdown();  // from here on the store's thread calls nothing of this
+  store_.setWhenTakenOver({});
+  store_.setWhenFlushed({});
+}
+
+// ---------------------------------------------------------------------------------------------------------- the start
+
+void WishStore::takeReading(const Reading& reading) {
+  switch (reading.state) {
+    case MachineWishFile::State::kRead:
+      want(reading.is_forgotten);
+      written_ = generation_;
+      // It could not be written when the store was.
+      if (!reading.is_forgotten && saysForgotten(store_.get(kWishKey)))
+        want(true);
+      break;
+    case MachineWishFile::State::kMissing:
+      is_missing_ = true;
+      if (isRead(opening()))
+        want(saysForgotten(store_.get(kWishKey)));
+      break;
+    case MachineWishFile::State::kUnreadable:
+      counts_as_forgotten_ = true;
+      problem_ = reading.problem;
+      waiting_lines_.push_back(Line::kUnreadable);
+      return;
+  }
+  committed_ = generation_;
+  is_behind_ = written_ != generation_;
+  if (wanted_ == true)
+    setForgotten();
+}
+
+/// The store follows the file. Where it said something else, nobody can tell whether the service knows of the wish.
+void WishStore::setForgotten() {
+  if (saysForgotten(store_.get(kWishKey)))
+    return;
+  store_.set(kWishKey, true);
+  if (isRead(opening()))
+    store_.set(kWishSyncedKey, false);
+}
+
+/// In a commit. What this process was told, and the file's wish, stand; else the stored flag has come to light.
+void WishStore::storeCameToLight() {
+  if (counts_as_forgotten_)
+    return;
+  const bool stored = saysForgotten(store_.get(kWishKey));
+  const std::scoped_lock hold(mutex_);
+  if (wanted_ == stored)
+    return;
+  want(stored);
+  committed_ = generation_;
+}
+
+// ---------------------------------------------------------------------------------------------- what passes through it
+
+kit::Value WishStore::get(std::string_view key) const {
+  if (counts_as_forgotten_ && key == kWishKey)
+    return true;
+  return store_.get(key);
+}
+
+std::optional<kit::Value> WishStore::tryGet(std::string_view key) const {
+  if (counts_as_forgotten_ && key == kWishKey)
+    return kit::Value(true);
+  return store_.tryGet(key);
+}
+
+void WishStore::set(std::string_view key, kit::Value value) {
+  if (key != kWishKey || file_ == nullptr)
+    return store_.set(key, std::move(value));
+  const bool is_forgotten = saysForgotten(value);
+  beforeSet(is_forgotten);
+  store_.set(key, std::move(value));
+  afterSet(is_forgotten);
+}
+
+void WishStore::replace(std::string_view key, const kit::Value& before, kit::Value after) {
+  if (key == kWishKey)
+    return set(key, std::move(after));
+  store_.replace(key, before, std::move(after));
+}
+
+void WishStore::setTogether(std::span<StoreWrite> writes) {
+  std::optional<bool> wish;
+  for (const StoreWrite& write : writes) {
+    if (write.key == kWishKey && file_ != nullptr)
+      wish = saysForgotten(write.value);
+  }
+  if (wish)
+    beforeSet(*wish);
+  store_.setTogether(writes);
+  if (wish)
+    afterSet(*wish);
+}
+
+bool WishStore::trySetAndSynchronize(std::string_view key, kit::Value value) {
+  return key != kWishKey && store_.trySetAndSynchronize(key, std::move(value));
+}
+
+void WishStore::beforeSet(bool is_forgotten) {
+  if (!is_forgotten)
+    return;
+  bool is_written = false;
+  {
+    const std::scoped_lock hold(mutex_);
+    if (wanted_ != true)
+      want(true);
+    is_written = writeIfDue();
+  }
+  if (is_written)
+    store_.flushNow();
+}
+
+void WishStore::afterSet(bool is_forgotten) {
+  counts_as_forgotten_ = false;
+  if (is_forgotten)
+    return;
+  const std::scoped_lock hold(mutex_);
+  if (wanted_ != false)
+    want(false);
+}
+
+template <class Commit>
+bool WishStore::committing(Commit commit) {
+  if (!is_behind_)
+    return commit();
+  uint64_t asked = 0;
+  {
+    const std::scoped_lock hold(mutex_);
+    asked = generation_;
+  }
+  const bool all_kept = commit();
+  bool is_written = false;
+  {
+    const std::scoped_lock hold(mutex_);
+    committed_ = std::max(committed_, asked);
+    is_written = writeIfDue();
+  }
+  if (is_written)
+    store_.flushNow();
+  return all_kept;
+}
+
+bool WishStore::synchronize() {
+  const bool all_kept = synchronizeUntold();
+  tellWaiting();
+  return all_kept;
+}
+
+bool WishStore::synchronizeUntold() {
+  return committing([this] { return store_.synchronizeUntold(); });
+}
+
+bool WishStore::commitTurn() {
+  const bool all_kept = committing([this] { return store_.commitTurn(); });
+  tellWaiting();
+  return all_kept;
+}
+
+void WishStore::setWhenTakenOver(kit::Block hook) {
+  if (file_ == nullptr)
+    return store_.setWhenTakenOver(std::move(hook));
+  store_.setWhenTakenOver([this, hook = std::move(hook)] {
+    storeCameToLight();
+    if (hook)
+      hook();
+  });
+}
+
+void WishStore::setWhenFlushed(kit::Block hook) {
+  if (file_ == nullptr)
+    return store_.setWhenFlushed(std::move(hook));
+  store_.setWhenFlushed([this, hook = std::move(hook)] {
+    flushed();
+    if (hook)
+      hook();
+  });
+}
+
+// ------------------------------------------------------------------------------------------------------------ the file
+
+void WishStore::want(bool is_forgotten) {
+  wanted_ = is_forgotten;
+  ++generation_;
+  is_behind_ = true;
+}
+
+/// True goes ahead of the store, false behind it.
+bool WishStore::mayBeWritten() const {
+  return wanted_ && written_ != generation_ && (*wanted_ || committed_ == generation_);
+}
+
+/// True: something was written that wants to be synced. A missing file that is to say "not forgotten" is made by the
+/// store's thread, under another name: half of it would say the opposite.
+bool WishStore::writeIfDue() {
+  if (!mayBeWritten() || (is_missing_ && !*wanted_))
+    return false;
+  const auto error = file_->write(*wanted_);
+  noteProblem(error);
+  if (error)
+    return false;
+  is_missing_ = false;
+  written_ = generation_;
+  is_behind_ = false;
+  return true;
+}
+
+/// The store's thread.
+void WishStore::flushed() {
+  uint64_t generation = 0;
+  std::optional<bool> to_make;
+  {
+    const std::scoped_lock hold(mutex_);
+    writeIfDue();
+    if (is_missing_ && mayBeWritten())
+      to_make = wanted_;
+    generation = to_make ? generation_ : written_;
+    if (generation == synced_)
+      return;
+  }
+  auto error = to_make ? make(*to_make, generation) : std::nullopt;
+  if (!error)
+    error = file_->sync();
+  bool is_on_disk = false;
+  {
+    const std::scoped_lock hold(mutex_);
+    noteProblem(error);
+    if (!error)
+      synced_ = std::max(synced_, std::min(generation, written_));
+    is_on_disk = synced_ == generation_;
+  }
+  tellWaiting();
+  const std::scoped_lock hold(hook_mutex_);
+  if (is_on_disk && when_on_disk_)
+    when_on_disk_();
+}
+
+/// Whole under another name first, so that a power cut cannot leave half a file. Who sets the wish meanwhile makes the
+/// file itself.
+std::optional<kit::Error> WishStore::make(bool is_forgotten, uint64_t generation) {
+  if (auto error = file_->prepare(is_forgotten))
+    return error;
+  const std::scoped_lock hold(mutex_);
+  if (!is_missing_ || generation != generation_) {
+    file_->discard();
+    return std::nullopt;
+  }
+  if (auto error = file_->adopt())
+    return error;
+  is_missing_ = false;
+  written_ = generation;
+  is_behind_ = false;
+  return std::nullopt;
+}
+
+bool WishStore::isOnDisk() const {
+  const std::scoped_lock hold(mutex_);
+  return synced_ == generation_;
+}
+
+void WishStore::setWhenOnDisk(kit::Block hook) {
+  const std::scoped_lock hold(hook_mutex_);
+  when_on_disk_ = std::move(hook);
+}
+
+// ------------------------------------------------------------------------------------------------------------- telling
+
+void WishStore::noteProblem(const std::optional<kit::Error>& error) {
+  problem_ = error ? error->message : "";
+  if (error.has_value() == is_trouble_told_)
+    return;
+  is_trouble_told_ = error.has_value();
+  waiting_lines_.push_back(error ? Line::kNotWritten : Line::kWritten);
+}
+
+WishFileState WishStore::fileState() const {
+  if (counts_as_forgotten_)
+    return WishFileState::kUnreadable;
+  const std::scoped_lock hold(mutex_);
+  return problem_.empty() ? WishFileState::kGood : WishFileState::kNotWritten;
+}
+
+std::string WishStore::problem() const {
+  const std::scoped_lock hold(mutex_);
+  return problem_;
+}
+
+void WishStore::tellWaiting() {
+  store_.tellWaiting();
+  std::vector<Line> lines;
+  std::string problem;
+  {
+    const std::scoped_lock hold(mutex_);
+    if (waiting_lines_.empty())
+      return;
+    lines.swap(waiting_lines_);
+    problem = problem_;
+  }
+  for (const Line line : lines) {
+    switch (line) {
+      case Line::kUnreadable:
+        MORVIK_LOG(logger_, kit::lcl_vError, kWishOperation,
+                   "Morvik host: the file \"%@\", which keeps the wish to be forgotten, cannot be read (%@): the user "
+                   "counts as forgotten; ask the user again, and call gdprForgetMe() with the answer",
+                   file_->path(), problem);
+        break;
+      case Line::kNotWritten:
+        MORVIK_LOG(logger_, kit::lcl_vError, kWishOperation,
+                   "Morvik host: the file \"%@\", which keeps the wish to be forgotten, cannot be written (%@): it is "
+                   "tried again; make the folder writable, or free some space",
+                   file_->path(), problem);
+        break;
+      case Line::kWritten:
+        MORVIK_LOG(logger_, kit::lcl_vWarning, kWishOperation,
+                   "Morvik host: the file \"%@\", which keeps the wish to be forgotten, can be written again",
+                   file_->path());
+        break;
+    }
+  }
+}
+
+}  // namespace morvik::host

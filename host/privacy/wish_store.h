@@ -1,0 +1,110 @@
+// A machine's store that keeps the wish to be forgotten in a second home as well, so that no state of the store can
+// hide or undo it.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/machine/machine.h"
+#include "morvik/status.h"
+#include "services/log.h"
+
+namespace morvik::host {
+
+/// Mirrors the stored flag that the gate follows, whoever sets it: true is in the file before it is in the store, false
+/// after the store was asked to commit it. So whatever lies between two of these steps says forgotten: at a start the
+/// user is forgotten where either of the two says so. The flag is set by one thread at a time (under the house lock);
+/// everything else is for any thread.
+class WishStore final : public MachineStore {
+ public:
+  using Reading = MachineWishFile::Reading;
+
+  /// `reading` is what the file said before the store was opened; `file` null: there is none. All outlive it.
+  WishStore(MachineStore& store, MachineWishFile* file, Reading reading, const services::Logger& logger);
+  ~WishStore() override;
+  WishStore(const WishStore&) = delete;
+  WishStore& operator=(const WishStore&) = delete;
+
+  WishFileState fileState() const;
+  /// What kept the file from being read, written or synced last; empty when nothing did.
+  std::string problem() const;
+  /// The latest wish would outlive a power cut.
+  bool isOnDisk() const;
+  /// `hook` runs each time the latest wish has reached the disk, on the store's thread; it must be short and must not
+  /// call back. Null: none any more, and none runs when this returns. Not from within the hook.
+  void setWhenOnDisk(kit::Block hook);
+
+  kit::Value get(std::string_view key) const override;
+  void set(std::string_view key, kit::Value value) override;
+  void append(std::string_view key, kit::Value element) override { store_.append(key, std::move(element)); }
+  void replace(std::string_view key, const kit::Value& before, kit::Value after) override;
+  void setTogether(std::span<StoreWrite> writes) override;
+  bool synchronize() override;
+  std::optional<kit::Value> tryGet(std::string_view key) const override;
+  /// Never the flag: a dying thread waits for no file.
+  bool trySetAndSynchronize(std::string_view key, kit::Value value) override;
+
+  StoreOpening opening() const override { return store_.opening(); }
+  const std::string& openingLine() const override { return store_.openingLine(); }
+  void setWhenTakenOver(kit::Block hook) override;
+  bool commitTurn() override;
+  bool synchronizeUntold() override;
+  void tellWaiting() override;
+  bool isKept() const override { return store_.isKept(); }
+  std::vector<std::pair<std::string, kit::Value>> all() const override { return store_.all(); }
+  void flushNow() override { store_.flushNow(); }
+  void setWhenFlushed(kit::Block hook) override;
+  void shutdown() override { store_.shutdown(); }
+
+ private:
+  /// What there is to say, in the order in which it came about.
+  enum class Line : uint8_t { kUnreadable, kNotWritten, kWritten };
+
+  void takeReading(const Reading& reading);
+  void setForgotten();
+  void beforeSet(bool is_forgotten);
+  void afterSet(bool is_forgotten);
+  template <class Commit>
+  bool committing(Commit commit);
+  void storeCameToLight();
+  void flushed();
+  std::optional<kit::Error> make(bool is_forgotten, uint64_t generation);
+
+  // These hold mutex_.
+  void want(bool is_forgotten);
+  bool mayBeWritten() const;
+  bool writeIfDue();
+  void noteProblem(const std::optional<kit::Error>& error);
+
+  MachineStore& store_;
+  MachineWishFile* const file_;
+  const services::Logger logger_;
+  /// The file could not be read, and nobody has said since what the user wants.
+  std::atomic<bool> counts_as_forgotten_{false};
+  /// The file lacks the latest wish.
+  std::atomic<bool> is_behind_{false};
+
+  mutable std::mutex mutex_;  // guards what follows
+  std::optional<bool> wanted_;
+  bool is_missing_ = false;
+  uint64_t generation_ = 0;  ///< counts what was wanted
+  uint64_t committed_ = 0;   ///< the store was asked to commit what was wanted up to here
+  uint64_t written_ = 0;     ///< so far in the file
+  uint64_t synced_ = 0;      ///< so far on the disk
+  std::string problem_;
+  bool is_trouble_told_ = false;
+  std::vector<Line> waiting_lines_;
+
+  std::mutex hook_mutex_;  ///< held while the hook runs
+  kit::Block when_on_disk_;
+  kit::Block also_flushed_;
+};
+
+}  // namespace morvik::host
