@@ -23,6 +23,7 @@
 #include "host/machine/machine.h"
 #include "host/machine/turn_gate.h"
 #include "host/observe/observations.h"
+#include "host/privacy/erasure_hold.h"
 #include "host/privacy/wish_store.h"
 #include "host/sending/flushes.h"
 #include "host/sending/sending_switch.h"
@@ -90,7 +91,9 @@ struct HostParts {
   const std::unique_ptr<MachineBackground> background;
   BackgroundTasks background_tasks;
   NotificationCenter notifications;
-  const std::unique_ptr<MachineTransport> plain_transport;
+  ErasureHold erasure_hold;
+  const std::unique_ptr<MachineTransport> bare_transport;
+  const std::unique_ptr<MachineTransport> plain_transport;  ///< the same, and erasures wait for the disk
   const std::unique_ptr<MachineTransport> transport;        ///< the same, and what leaves is counted
   SettleWatch settle_watch;
   CommitRetry commit_retry;

@@ -1,0 +1,75 @@
+// Keeps an erasure from leaving before the wish that it tells would outlive a power cut.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "host/machine/machine.h"
+#include "host/privacy/wish_store.h"
+#include "services/log.h"
+
+namespace morvik::host {
+
+/// How long an erasure waits at most: the wish of a device whose disk takes nothing must reach the service all the
+/// same.
+inline constexpr double kErasureHoldSeconds = 2;
+
+/// Any thread.
+class ErasureHold {
+ public:
+  /// All outlive it.
+  ErasureHold(WishStore& wish, MachineLoop& main_loop, const services::Logger& logger);
+  ~ErasureHold();
+  ErasureHold(const ErasureHold&) = delete;
+  ErasureHold& operator=(const ErasureHold&) = delete;
+
+  /// An erasure may leave at this moment.
+  bool isOpen() const { return wish_.isOnDisk(); }
+  /// Runs `leave` once: here and now when it is open, else in a later turn of the main queue, in the order of the
+  /// calls, when it has opened or kErasureHoldSeconds are up. As many wait as there are calls.
+  void whenOpen(kit::Block leave);
+  /// So many wait.
+  size_t waiting() const;
+  /// What waits never runs.
+  void drop();
+
+ private:
+  struct Waiting {
+    kit::Block leave;
+    MachineLoop::TimerKey timer{};
+  };
+
+  void open();
+  void timeIsUp(uint64_t number);
+
+  WishStore& wish_;
+  MachineLoop& main_loop_;
+  const services::Logger logger_;
+  const std::shared_ptr<int> alive_ = std::make_shared<int>();  ///< gone: a turn that still waits does nothing
+  mutable std::mutex mutex_;                                    // guards what follows
+  uint64_t last_number_ = 0;
+  std::map<uint64_t, Waiting> waiting_;
+};
+
+/// A transport whose erasures wait for that; everything else passes.
+class ErasureHoldTransport final : public MachineTransport {
+ public:
+  /// Both outlive it.
+  ErasureHoldTransport(MachineTransport& transport, ErasureHold& hold) : transport_(transport), hold_(hold) {}
+
+  void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override;
+  size_t inFlight() const override { return hold_.waiting() + transport_.inFlight(); }
+  void setHeld(bool held) override { transport_.setHeld(held); }
+  void wishDidChange() override { transport_.wishDidChange(); }
+  void shutdown() override;
+
+ private:
+  MachineTransport& transport_;
+  ErasureHold& hold_;
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,502 @@
+// A device whose user asked to be forgotten, and whose store is in whatever state.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/privacy/erasure_hold.h"
+#include "host/privacy/wish_file.h"
+#include "host/privacy/wish_sectors.h"
+#include "services/endpoints.h"
+#include "simulation/simulated_disk.h"
+#include "simulation/virtual_machine.h"
+#include "testing/recording_log.h"
+
+namespace morvik::simulation {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// Long enough for the disk to have what was recorded.
+constexpr double kSyncedSeconds = 5;
+constexpr const char* kUnreadable = "which keeps the wish to be forgotten, cannot be read";
+
+class ForgottenDevice : public ::testing::Test {
+ protected:
+  ~ForgottenDevice() override { machine_.kill(std::move(phone_)); }
+
+  void start() {
+    HostOptions app = simulatedApp();
+    app.log_level = kit::lcl_vError;
+    app.log_sink = [this](std::string_view line) { log_.line(line); };
+    phone_ = machine_.start(app);
+  }
+  void die(const DiskCut& cut = DiskCut::killed()) { machine_.kill(std::move(phone_), cut); }
+  /// The life of a process whose app does what apps do.
+  void live() {
+    phone_->applicationDidBecomeActive();
+    machine_.loop.advance(kSyncedSeconds);
+    phone_->addActivity("shop", "look", std::nullopt);
+    phone_->applicationDidEnterBackground();
+    machine_.loop.advance(60);
+  }
+  void wish(bool is_forgotten) {
+    phone_->gdprForgetMe(is_forgotten);
+    machine_.loop.advance(kSyncedSeconds);
+  }
+  void liveWithAWish() {
+    start();
+    live();
+    wish(true);
+    die();
+  }
+  /// Sent since the last call, but for erasures.
+  size_t leaks() {
+    const size_t all = machine_.transport.requests().size() - erasures();
+    return all - std::exchange(leaked_before_, all);
+  }
+  size_t erasures() const { return machine_.transport.requests(services::kGdprReqUrlPath).size(); }
+  std::string storePath() { return disk_.place().path(); }
+  std::string wishPath() { return host::WishFile::pathBeside(disk_.place()); }
+  bool isOfTheStore(std::string_view path) { return path == storePath() || path == storePath() + "-wal"; }
+  std::optional<host::WishSector> inTheFile() { return host::newestWishSector(disk_.bytesOf(wishPath())); }
+  /// Between processes; the log has been written back.
+  void changeStore(const std::function<void(std::string& bytes)>& change) {
+    std::string bytes = disk_.bytesOf(storePath());
+    change(bytes);
+    disk_.put(storePath(), bytes);
+    disk_.put(storePath() + "-wal", "");
+  }
+  void removeWishFile() {
+    disk_.cutNow();
+    disk_.restart(DiskCut::killed());
+    ASSERT_FALSE(disk_.place().files->remove(wishPath()));
+  }
+
+  // What can become of a store, seen by the next process.
+  void makeNewer() {
+    changeStore([](std::string& bytes) { bytes[63] = 2; });  // the version that SQLite keeps for its user
+  }
+  void spoil() {
+    changeStore([](std::string& bytes) { bytes.assign(bytes.size(), 'x'); });
+  }
+  void forbidToWrite() {
+    disk_.decide([this](const DiskCall& call) {
+      return isOfTheStore(call.path) && call.kind == DiskCall::Kind::kWrite ? SQLITE_READONLY : SQLITE_OK;
+    });
+  }
+  void holdByAnother() {
+    disk_.decide([this](const DiskCall& call) { return isOfTheStore(call.path) ? SQLITE_BUSY : SQLITE_OK; });
+  }
+
+  SimulatedDisk disk_;
+  VirtualMachine machine_{{.disk = &disk_}};
+  testing::RecordingLog log_;
+  std::unique_ptr<host::Host> phone_;
+
+ private:
+  size_t leaked_before_ = 0;
+};
+
+// --------------------------------------------------------------------------------------------- states of the store
+
+class ForgottenDeviceIn : public ForgottenDevice, public ::testing::WithParamInterface<const char*> {
+ protected:
+  void bringAbout() {
+    const std::string_view state = GetParam();
+    if (state == "NewerVersion")
+      makeNewer();
+    else if (state == "SetAside")
+      spoil();
+    else if (state == "NotWritable")
+      forbidToWrite();
+    else if (state == "HeldByAnother")
+      holdByAnother();
+  }
+  /// What the log says of such a store.
+  static const char* line() {
+    const std::string_view state = GetParam();
+    if (state == "Good")
+      return "";
+    if (state == "NewerVersion")
+      return "has version 2, this program knows versions up to 1";
+    if (state == "SetAside")
+      return "was set aside";
+    return state == "NotWritable" ? "cannot be written" : "cannot be opened";
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(AnyState, ForgottenDeviceIn,
+                         ::testing::Values("Good", "NewerVersion", "SetAside", "NotWritable", "HeldByAnother"),
+                         [](const auto& named) { return std::string(named.param); });
+
+TEST_P(ForgottenDeviceIn, OfItsStoreStaysForgotten) {
+  liveWithAWish();
+  EXPECT_GT(leaks(), 0U);
+  bringAbout();
+  for (int process = 0; process < 2; ++process) {
+    start();
+    EXPECT_TRUE(phone_->isGdprForgetMe());
+    live();
+    EXPECT_EQ(leaks(), 0U);
+    EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kRefusedForgotten);
+    die();
+  }
+  EXPECT_TRUE(*line() == '\0' || log_.countContaining(line()) > 0);
+}
+
+TEST_P(ForgottenDeviceIn, OfItsStoreKeepsANewWishAndItsWithdrawal) {
+  start();
+  live();
+  die();
+  bringAbout();
+  start();
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+  wish(true);
+  EXPECT_EQ(erasures(), 1U);
+  die();
+  start();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  phone_->gdprForgetMe(false);
+  die();
+  start();
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kGood);
+}
+
+TEST_F(ForgottenDevice, ChangesTheFileBesideANewerStoreAndNotTheStore) {
+  start();
+  live();
+  die();
+  makeNewer();
+  const std::string before = disk_.bytesOf(storePath());
+  start();
+  wish(true);
+  die();
+  EXPECT_EQ(inTheFile()->is_forgotten, true);
+  EXPECT_EQ(disk_.bytesOf(storePath()), before);
+  EXPECT_EQ(disk_.bytesOf(storePath() + "-wal"), "");
+}
+
+// -------------------------------------------------------------------------------------------------- states of the file
+
+TEST_F(ForgottenDevice, CountsAsForgottenWhereTheFileSaysNothingUntilTheAppAsksTheUser) {
+  start();
+  live();
+  die();
+  leaks();
+  const std::string damaged(host::kWishFileBytes, 'x');
+  disk_.put(wishPath(), damaged);
+  for (int process = 0; process < 2; ++process) {
+    start();
+    EXPECT_TRUE(phone_->isGdprForgetMe());
+    EXPECT_EQ(phone_->status().wish_file, WishFileState::kUnreadable);
+    live();
+    EXPECT_EQ(leaks(), 0U);
+    EXPECT_EQ(log_.countContaining(kUnreadable), 1U);
+    EXPECT_EQ(disk_.bytesOf(wishPath()), damaged);
+    log_.clear();
+    die();
+  }
+  start();
+  phone_->gdprForgetMe(false);
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kGood);
+  die();
+  log_.clear();
+  start();
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+  EXPECT_EQ(log_.countContaining(kUnreadable), 0U);
+  live();
+  EXPECT_GT(leaks(), 0U);
+}
+
+TEST_F(ForgottenDevice, CountsAsForgottenWhereTheFileCannotBeReadAtAll) {
+  start();
+  live();
+  die();
+  disk_.decide([this](const DiskCall& call) {
+    return call.path == wishPath() && call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK;
+  });
+  start();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  die();
+  disk_.decide({});
+  start();
+  EXPECT_FALSE(phone_->isGdprForgetMe()) << "nobody has asked for it, and the file says so";
+}
+
+TEST_F(ForgottenDevice, TakesAFileOfOneGoodSectorAtItsWord) {
+  liveWithAWish();
+  std::string bytes = disk_.bytesOf(wishPath());
+  const size_t older = inTheFile()->offset() == 0 ? host::kWishSectorBytes : 0;
+  bytes.replace(older, host::kWishSectorBytes, host::kWishSectorBytes, 'x');
+  disk_.put(wishPath(), bytes);
+  start();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kGood);
+}
+
+TEST_F(ForgottenDevice, HasItsFileMadeFromTheStoredFlagWhereThereIsNone) {
+  for (const bool is_forgotten : {true, false}) {
+    start();
+    wish(is_forgotten);
+    die();
+    removeWishFile();
+    start();
+    EXPECT_EQ(phone_->isGdprForgetMe(), is_forgotten);
+    machine_.loop.advance(1);
+    die();
+    ASSERT_TRUE(inTheFile().has_value());
+    EXPECT_EQ(inTheFile()->is_forgotten, is_forgotten);
+  }
+}
+
+TEST_F(ForgottenDevice, HasItsFileMadeFromAStoreThatComesToLightLate) {
+  liveWithAWish();
+  removeWishFile();
+  holdByAnother();
+  start();
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+  machine_.loop.advance(1);
+  EXPECT_FALSE(inTheFile().has_value()) << "nobody knows yet what to write";
+  disk_.decide({});
+  phone_->setAge(30);
+  machine_.loop.advance(1);
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  die();
+  ASSERT_TRUE(inTheFile().has_value());
+  EXPECT_TRUE(inTheFile()->is_forgotten);
+}
+
+TEST_F(ForgottenDevice, IsNoneWithoutAFileAndWithoutAReadableStore) {
+  start();
+  live();
+  die();
+  removeWishFile();
+  spoil();
+  start();
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+}
+
+// ------------------------------------------------------------------------------------------------------------- orders
+
+TEST_F(ForgottenDevice, HasTrueInTheFileBeforeTheStoreAndFalseAfterIt) {
+  start();
+  live();
+  std::vector<std::string> order;
+  disk_.decide([&](const DiskCall& call) {
+    if (call.kind == DiskCall::Kind::kWrite && (order.empty() || order.back() != call.path))
+      order.emplace_back(call.path);
+    return SQLITE_OK;
+  });
+  phone_->gdprForgetMe(true);
+  EXPECT_THAT(order, ElementsAre(wishPath(), storePath() + "-wal"));
+  order.clear();
+  phone_->gdprForgetMe(false);
+  EXPECT_THAT(order, ElementsAre(storePath() + "-wal", wishPath()));
+}
+
+TEST_F(ForgottenDevice, IsInTheFileWhoeverSetsTheFlag) {
+  start();
+  machine_.loop.advance(1);
+  phone_->properties().setMorvikCoreUserInfo_isGDPRForgetMe(true);
+  EXPECT_TRUE(inTheFile()->is_forgotten);
+  phone_->properties().setMorvikCoreUserInfo_isGDPRForgetMe(false);
+  phone_->properties().synchronize();
+  EXPECT_FALSE(inTheFile()->is_forgotten);
+  phone_->setStoredValue("MorvikCoreUserInfo_isGDPRForgetMe", true);
+  EXPECT_TRUE(inTheFile()->is_forgotten);
+}
+
+TEST_F(ForgottenDevice, TellsTheServiceAgainWhereTheFileAloneKnewOfTheWish) {
+  machine_.transport.on(services::kGdprReqUrlPath).always(testing::Answer::json(kit::Dictionary{{"ok", true}}));
+  liveWithAWish();
+  EXPECT_EQ(erasures(), 1U);
+  spoil();
+  start();
+  wish(true);
+  EXPECT_EQ(erasures(), 2U) << "the store knew that it was accepted, and is gone";
+}
+
+// --------------------------------------------------------------------------------------------------------- the erasure
+
+TEST_F(ForgottenDevice, SendsNoErasureBeforeTheWishIsOnTheDisk) {
+  start();
+  live();
+  std::vector<size_t> erasures_at_sync;
+  disk_.decide([&](const DiskCall& call) {
+    if (call.kind == DiskCall::Kind::kSync && call.path == wishPath())
+      erasures_at_sync.push_back(erasures());
+    return SQLITE_OK;
+  });
+  phone_->gdprForgetMe(true);
+  machine_.loop.advance(0.01);
+  EXPECT_THAT(erasures_at_sync, ElementsAre(0U));
+  EXPECT_EQ(erasures(), 1U) << "it waits for nothing else";
+}
+
+TEST_F(ForgottenDevice, SendsItsErasureAfterTwoSecondsWhereTheFileCannotBeSynced) {
+  start();
+  live();
+  disk_.decide([&](const DiskCall& call) {
+    return call.kind == DiskCall::Kind::kSync && call.path == wishPath() ? SQLITE_IOERR_FSYNC : SQLITE_OK;
+  });
+  phone_->gdprForgetMe(true);
+  machine_.loop.advance(host::kErasureHoldSeconds - 0.1);
+  EXPECT_EQ(erasures(), 0U);
+  EXPECT_EQ(phone_->pending().requests, 1U);
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kNotWritten);
+  machine_.loop.advance(0.2);
+  EXPECT_EQ(erasures(), 1U);
+  EXPECT_EQ(log_.countContaining("did not reach the disk within 2 s (disk I/O error)"), 1U);
+  EXPECT_EQ(log_.countContaining("cannot be written (disk I/O error)"), 1U);
+}
+
+TEST_F(ForgottenDevice, SendsItsErasureAfterTwoSecondsWhereThereIsNoRoomForTheFile) {
+  disk_.decide([&](const DiskCall& call) {
+    return call.kind == DiskCall::Kind::kCreate && call.path.starts_with(wishPath()) ? SQLITE_FULL : SQLITE_OK;
+  });
+  start();
+  phone_->gdprForgetMe(true);
+  machine_.loop.advance(host::kErasureHoldSeconds - 0.1);
+  EXPECT_EQ(erasures(), 0U);
+  machine_.loop.advance(0.2);
+  EXPECT_EQ(erasures(), 1U);
+  disk_.decide({});
+  phone_->setAge(30);
+  machine_.loop.advance(1);
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kGood);
+  EXPECT_TRUE(inTheFile()->is_forgotten);
+}
+
+TEST_F(ForgottenDevice, StaysForgottenWhereTheFileCouldNotTakeTheWishAndTheStoreCould) {
+  start();
+  live();
+  disk_.decide([&](const DiskCall& call) {
+    return call.kind == DiskCall::Kind::kWrite && call.path == wishPath() ? SQLITE_IOERR_WRITE : SQLITE_OK;
+  });
+  wish(true);
+  die();
+  EXPECT_FALSE(inTheFile()->is_forgotten);
+  disk_.decide({});
+  start();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  machine_.loop.advance(1);
+  EXPECT_TRUE(inTheFile()->is_forgotten) << "it follows";
+}
+
+TEST_F(ForgottenDevice, KeepsItsWishOnAFullDisk) {
+  start();
+  live();
+  disk_.decide([&](const DiskCall& call) {
+    const bool grows = call.kind == DiskCall::Kind::kCreate || call.kind == DiskCall::Kind::kWrite;
+    return grows && call.path != wishPath() ? SQLITE_FULL : SQLITE_OK;  // its own sectors are there already
+  });
+  wish(true);
+  EXPECT_EQ(erasures(), 1U);
+  die();
+  start();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+}
+
+TEST_F(ForgottenDevice, SendsNoErasureAnyMoreOnceTheKitIsStopped) {
+  start();
+  live();
+  disk_.decide([&](const DiskCall& call) {
+    return call.kind == DiskCall::Kind::kSync && call.path == wishPath() ? SQLITE_IOERR_FSYNC : SQLITE_OK;
+  });
+  phone_->gdprForgetMe(true);
+  machine_.loop.advance(1);
+  phone_->stop();
+  machine_.loop.advance(10);
+  EXPECT_EQ(erasures(), 0U);
+}
+
+// ------------------------------------------------------------------------------------------------------- at any moment
+
+struct Death {
+  const char* name;
+  DiskCut cut;
+};
+
+std::vector<Death> deaths() {
+  return {{"killed", DiskCut::killed()},
+          {"power lost", DiskCut::powerLost(PowerLoss::kNothingUnsynced, 1)},
+          {"power lost, torn", DiskCut::powerLost(PowerLoss::kTorn, 2)},
+          {"power lost, scattered", DiskCut::powerLost(PowerLoss::kScattered, 3)}};
+}
+
+/// A device that is cut off at the change with this number, if it lives to see it.
+class CutOff {
+ public:
+  explicit CutOff(uint64_t at) { disk_.cutAt(at); }
+  ~CutOff() { machine_.kill(std::move(phone_)); }
+
+  void start() { phone_ = machine_.start(simulatedApp()); }
+  void restart(const DiskCut& cut) {
+    machine_.kill(std::move(phone_), cut);
+    start();
+  }
+  bool isCut() const { return disk_.isCut(); }
+  host::Host& phone() { return *phone_; }
+  void advance(double seconds) { machine_.loop.advance(seconds); }
+
+ private:
+  SimulatedDisk disk_;
+  VirtualMachine machine_{{.disk = &disk_}};
+  std::unique_ptr<host::Host> phone_;
+};
+
+TEST(CutOffAnywhere, ANewUserIsNeverForgotten) {
+  for (const Death& death : deaths()) {
+    bool is_cut = true;
+    for (uint64_t at = 1; is_cut; ++at) {
+      CutOff device(at);
+      device.start();
+      device.phone().addActivity("shop", "look", std::nullopt);
+      device.advance(kSyncedSeconds);
+      is_cut = device.isCut();
+      device.restart(death.cut);
+      EXPECT_FALSE(device.phone().isGdprForgetMe()) << death.name << " at change " << at;
+      EXPECT_EQ(device.phone().status().wish_file, WishFileState::kGood) << death.name << " at change " << at;
+    }
+  }
+}
+
+TEST(CutOffAnywhere, AWishThatWasOnceOnTheDiskHoldsUntilItIsWithdrawn) {
+  for (const Death& death : deaths()) {
+    bool is_cut = true;
+    for (uint64_t at = 1; is_cut; ++at) {
+      CutOff device(at);
+      device.start();
+      device.phone().gdprForgetMe(true);
+      const bool had_returned = !device.isCut();
+      device.advance(kSyncedSeconds);
+      const bool was_synced = !device.isCut();
+      device.phone().gdprForgetMe(false);
+      is_cut = device.isCut();
+      device.restart(death.cut);
+      const bool is_forgotten = device.phone().isGdprForgetMe();
+      const bool is_killed = !death.cut.power_lost;
+      if (is_killed && !is_cut) {
+        EXPECT_FALSE(is_forgotten) << "withdrawn";
+      }
+      // With some of what was not synced on the disk, the withdrawal may have come through.
+      if (is_cut && (is_killed ? had_returned : was_synced && death.cut.loss == PowerLoss::kNothingUnsynced)) {
+        EXPECT_TRUE(is_forgotten) << death.name << " at change " << at;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace morvik::simulation
