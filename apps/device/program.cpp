@@ -61,7 +61,12 @@ class Reporting {
         reporter_(transport_, withSlash(options.host.service_url), phone.installId(),
                   [&errors](const std::string& line) { errors << "morvik-device: " << line << std::endl; }) {}
 
-  void tell() { reporter_.tell(phone_.host().ledger()); }
+  /// The gates of the kit's requests hold for this one too.
+  void tell() {
+    const morvik::Status status = phone_.host().status();
+    if (!status.is_forgotten && status.is_sending_enabled)
+      reporter_.tell(phone_.host().ledger());
+  }
 
  private:
   Phone& phone_;

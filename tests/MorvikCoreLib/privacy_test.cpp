@@ -68,6 +68,20 @@ const Answer kAccepted = Answer::json(Dictionary{{"status", "ok"}});
 
 // ---------------------------------------------------------------------------------------------------------- the state
 
+TEST_F(ForgetMe, IsNotAcceptedAnyMoreWhenItsRequestIsStarted) {
+  std::vector<Flags> at_start;
+  world.transport.setObserver([&](const kit::Request&) { at_start.push_back(flags()); });
+  for (const bool forget_me : {true, false}) {
+    world.loop.perform([&] {
+      world.core().gdprForgetMe(forget_me);
+      // The answer to an earlier one comes before this one is told.
+      world.userDefaults().setMorvikCoreUserInfo_isGDPRForgetMeServerSynced(true);
+      world.services().setIsGDPRForgetMeServerSynced(true);
+    });
+  }
+  EXPECT_THAT(at_start, ElementsAre(both(true, false), both(false, false)));
+}
+
 TEST_F(ForgetMe, AskedForTwiceIsSentOnceWhenItWasAccepted) {
   wishAndAnswer(true, kAccepted);
   EXPECT_EQ(sent(), 1U);

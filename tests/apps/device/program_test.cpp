@@ -178,7 +178,7 @@ TEST_F(Program, TellsHowTheKitStands) {
             R"({"verb":"status","ok":true,"running":true,"session_open":false,"attributed":false,"referral":null,)"
             R"("waiting":{"activities":1,"impressions":0,"re-engagement clicks":0,"commerce clicks":0,)"
             R"("crash reports":0,"demographics":1},"last_success":null,"last_failure":null,"sending":true,)"
-            R"("forgotten":false})");
+            R"("forgotten":false,"wish_file":"good"})");
 }
 
 TEST_F(Program, StoresWhatItIsToldOfTheUser) {
@@ -191,6 +191,18 @@ TEST_F(Program, StoresWhatItIsToldOfTheUser) {
 TEST_F(Program, ShowsItsHelp) {
   EXPECT_EQ(runPlain({"--help"}, ""), 0);
   EXPECT_THAT(output_, ::testing::Contains(HasSubstr("--system-version")));
+  EXPECT_EQ(errors_, "");
+}
+
+TEST_F(Program, TellsNoLedgerOfAUserWhoAskedToBeForgotten) {
+  EXPECT_EQ(run("forget-me true\nage 27\n", {"--report-ledger"}), 0);
+  EXPECT_EQ(errors_, "") << "it did not even try: nothing listens there";
+  EXPECT_EQ(run("age 28\n", {"--report-ledger"}), 0);
+  EXPECT_EQ(errors_, "");
+}
+
+TEST_F(Program, TellsNoLedgerWhileSendingIsOff) {
+  EXPECT_EQ(run("sending off\nevent shop look\n", {"--report-ledger"}), 0);
   EXPECT_EQ(errors_, "");
 }
 
