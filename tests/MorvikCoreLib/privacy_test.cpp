@@ -5,6 +5,7 @@
 
 #include "services/describe.h"
 #include "testing/json_reader.h"
+#include "testing/kit_with.h"
 #include "testing/sealed_payload.h"
 #include "tests/MorvikCoreLib/odd_values.h"
 #include "tests/MorvikCoreLib/records.h"
@@ -68,12 +69,28 @@ const Answer kAccepted = Answer::json(Dictionary{{"status", "ok"}});
 
 // ---------------------------------------------------------------------------------------------------------- the state
 
+/// Looks around when a request is started, not when it leaves.
+class WatchedStart final : public kit::Transport {
+ public:
+  WatchedStart(kit::Transport& transport, kit::Block look) : transport_(transport), look_(std::move(look)) {}
+  void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
+    look_();
+    transport_.start(std::move(request), std::move(handler));
+  }
+
+ private:
+  kit::Transport& transport_;
+  const kit::Block look_;
+};
+
 TEST_F(ForgetMe, IsNotAcceptedAnyMoreWhenItsRequestIsStarted) {
   std::vector<Flags> at_start;
-  world.transport.setObserver([&](const kit::Request&) { at_start.push_back(flags()); });
+  WatchedStart transport(world.transport, [&] { at_start.push_back(flags()); });
+  const kit::Kit kit = testing::kitWith(world.kit(), {.transport = &transport});
+  const auto core = MorvikCoreLib::make(kit);
   for (const bool forget_me : {true, false}) {
     world.loop.perform([&] {
-      world.core().gdprForgetMe(forget_me);
+      core->gdprForgetMe(forget_me);
       // The answer to an earlier one comes before this one is told.
       world.userDefaults().setMorvikCoreUserInfo_isGDPRForgetMeServerSynced(true);
       world.services().setIsGDPRForgetMeServerSynced(true);

@@ -311,6 +311,8 @@ TEST_F(ForgottenDevice, IsInTheFileWhoeverSetsTheFlag) {
   phone_->properties().setMorvikCoreUserInfo_isGDPRForgetMe(true);
   EXPECT_TRUE(inTheFile()->is_forgotten);
   phone_->properties().setMorvikCoreUserInfo_isGDPRForgetMe(false);
+  machine_.loop.runUntilIdle();  // the disk is synced, and nobody has had the store commit that
+  EXPECT_TRUE(inTheFile()->is_forgotten);
   phone_->properties().synchronize();
   EXPECT_FALSE(inTheFile()->is_forgotten);
   phone_->setStoredValue("MorvikCoreUserInfo_isGDPRForgetMe", true);
