@@ -6,7 +6,7 @@
 #include <variant>
 
 #include "host/erasing/file_eraser.h"
-#include "host/machine/names_in_the_store.h"
+#include "host/machine/take_over_table.h"
 #include "host/make_host.h"
 #include "host/privacy/wish_file.h"
 #include "host/sending/exchange_queue.h"
@@ -232,10 +232,7 @@ std::unique_ptr<host::MachineFacts> VirtualMachine::makeFacts() {
 }
 
 host::SqliteStoreOptions VirtualMachine::storeOptions() {
-  return {.place = options_.disk->place(),
-          .file_decides = host::namesThatTheFileDecides(),
-          .process_decides = host::namesThatTheProcessDecides(),
-          .make_flusher = flushesOn(loop)};
+  return {.place = options_.disk->place(), .take_over = host::takeOverTable(), .make_flusher = flushesOn(loop)};
 }
 
 std::unique_ptr<host::MachineEraser> VirtualMachine::makeEraser(const std::string& folder, kit::LogSink& log) {

@@ -6,9 +6,9 @@
 #include "host/loop/background_thread.h"
 #include "host/loop/main_loop.h"
 #include "host/loop/system_clock.h"
-#include "host/machine/names_in_the_store.h"
 #include "host/machine/system_facts.h"
 #include "host/machine/system_threads.h"
+#include "host/machine/take_over_table.h"
 #include "host/net/curl_transport.h"
 #include "host/privacy/wish_file.h"
 #include "host/sending/exchange_queue.h"
@@ -46,9 +46,7 @@ std::unique_ptr<MachineWishFile> SystemMachine::makeWishFile(const std::string& 
 }
 
 std::unique_ptr<MachineStore> SystemMachine::makeStore(const std::string& folder, kit::LogSink& log) {
-  return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder},
-                                                          .file_decides = namesThatTheFileDecides(),
-                                                          .process_decides = namesThatTheProcessDecides()},
+  return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder}, .take_over = takeOverTable()},
                                        log);
 }
 

@@ -3,7 +3,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "kit/crypto.h"
 #include "kit/key_value_store.h"
@@ -14,11 +13,6 @@ namespace morvik::host {
 inline constexpr std::string_view kDeviceIdKey = "host.deviceId";
 inline constexpr std::string_view kInstallIdKey = "host.installId";
 inline constexpr std::string_view kAdvertisingIdKey = "host.advertisingId";
-
-/// All of them.
-inline std::vector<std::string> namesMadeOnce() {
-  return {std::string(kDeviceIdKey), std::string(kInstallIdKey), std::string(kAdvertisingIdKey)};
-}
 
 /// The identifier stored under `key`; made (UUID version 4, lower case) and stored when there is none. Main queue, or
 /// before it runs.

@@ -6,6 +6,7 @@
 #include "host/store/background_flusher.h"
 #include "host/store/value_codec.h"
 #include "kit/continued_list.h"
+#include "services/converters.h"
 
 namespace morvik::host {
 namespace {
@@ -18,17 +19,6 @@ constexpr int kOpenAttempts = 3;
 
 Array arrayOrEmpty(const Value& value) {
   return value.array();
-}
-
-Value joined(const Value& first, const Value& second) {
-  kit::MutableArray all(first);
-  for (const Value& element : second.array())
-    all.append(element);
-  return Value(std::move(all));
-}
-
-bool isAmong(const std::vector<std::string>& names, const std::string& name) {
-  return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 SqliteStoreOptions withFlusher(SqliteStoreOptions options) {
@@ -418,9 +408,8 @@ StoreOutcome SqliteStore::openAndLoad(bool read_only) {
   return std::nullopt;
 }
 
-// When the file could not be opened at the start, what it holds comes to light only now: a list that was begun in
-// memory, or begun and let go again, goes behind the one in the file, so that neither is lost; of other values the
-// newer one stands, but for those of which the file decides. Of some this process decides, whether it set them or not.
+// When the file could not be opened at the start, what it holds comes to light only now, and the table says what
+// becomes of each property.
 void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
   const std::lock_guard lock(memory_mutex_);
   const bool is_late = (!loaded_once_ && opening_ == StoreOpening::kUnavailable) || was_locked_out_;
@@ -431,17 +420,31 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
     property.rows = std::move(found.rows);
     property.stored = std::move(found.value);
     next_id_ = std::max(next_id_, property.id + 1);
-    if (is_late && isAmong(options_.process_decides, found.name))
+    const TakeOver rule = is_late ? options_.take_over.ruleOf(found.name, property.stored) : TakeOver::kProcess;
+    if (rule == TakeOver::kProcessAlone)
       setDirty(property);
-    else if (set_meanwhile && loaded_once_ && !was_locked_out_)
-      continue;
-    else if (set_meanwhile && property.stored.isArray() && (property.value.isArray() || property.value.isAbsent()))
-      property.value = joined(property.stored, property.value);
-    else if (!set_meanwhile || isAmong(options_.file_decides, found.name))
+    else if (!set_meanwhile)
       property.value = property.stored;
+    else
+      property.value = takenOver(rule, property.stored, property.value);
   }
+  if (is_late)
+    takeOverRecord();
   loaded_once_ = true;
   was_locked_out_ = false;
+}
+
+/// Whole: of the record that this process has set meanwhile nothing stays where the file has one. Holds memory_mutex_.
+void SqliteStore::takeOverRecord() {
+  const auto key = properties_.find(options_.take_over.record_key);
+  if (key == properties_.end() || !key->second->stored.isNumber() ||
+      services::checkIntegerNilToZero(key->second->stored) == -1)
+    return;
+  for (const TakeOverRow& row : options_.take_over.rows) {
+    const auto found = properties_.find(row.name);
+    if (row.rule == TakeOver::kRecord && found != properties_.end())
+      found->second->value = found->second->stored;
+  }
 }
 
 StoreOutcome SqliteStore::setAside(const std::string& reason) {

@@ -28,6 +28,7 @@
 #include "host/store/store_database.h"
 #include "host/store/store_files.h"
 #include "host/store/store_flusher.h"
+#include "host/store/take_over.h"
 #include "kit/log.h"
 #include "kit/mutex.h"
 #include "services/format.h"
@@ -54,12 +55,8 @@ struct SqliteStoreOptions {
   /// taken, no file is made or changed, and writes stay in memory.
   bool read_only = false;
   std::chrono::milliseconds flush_delay = kFlushDelay;
-  /// When the file could not be read at the opening and comes to light later, its value of these stands, although this
-  /// process has set another meanwhile.
-  std::vector<std::string> file_decides = {};
-  /// The other way round, of lists too: what this process has set stands alone, and is not put behind the file's. Where
-  /// it has set nothing, there is nothing.
-  std::vector<std::string> process_decides = {};
+  /// For a file that could not be read at the opening and comes to light later.
+  TakeOverTable take_over = {};
   /// Empty: flushes run on a thread of the store's own.
   MakeStoreFlusher make_flusher = {};
 };
@@ -162,6 +159,7 @@ class SqliteStore : public MachineStore {
   StoreOutcome setAside(const std::string& reason);
   bool reopen();
   void takeOver(std::vector<StoredProperty>& loaded);
+  void takeOverRecord();
   void forgetStored();
   StoreOutcome startAfresh(const std::string& reason);
   bool commit();

@@ -105,6 +105,30 @@ TEST_F(LateDevice, IsTheOneThatTheFileKnowsInTheVeryTurnInWhichItIsRead) {
   EXPECT_EQ(service_.installs(), 1U);
 }
 
+TEST_F(LateDevice, KeepsItsUserNumberAndCountsItsLaunchesOn) {
+  start();
+  for (int session = 0; session < 2; ++session) {
+    phone_->applicationDidBecomeActive();
+    machine_.loop.advance(70);
+    phone_->applicationDidEnterBackground();
+    machine_.loop.advance(70);
+  }
+  const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
+  ASSERT_NE(user, -1);
+  const int64_t launches = phone_->properties().integerForKey("com.morvik.core.appLaunchCount");
+  ASSERT_EQ(launches, 2);
+  restartInTheDark();
+  phone_->applicationDidBecomeActive();
+  machine_.loop.advance(1);
+  EXPECT_NE(phone_->properties().fendoUserInfo_fendoUserNo(), user) << "the service takes it for another install";
+  ASSERT_NE(phone_->properties().fendoUserInfo_fendoUserNo(), -1);
+  showDisk();
+  phone_->addActivity("shop", "look", std::nullopt);
+  machine_.loop.advance(1);
+  EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
+  EXPECT_EQ(phone_->properties().integerForKey("com.morvik.core.appLaunchCount"), launches + 1);
+}
+
 TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsBesideIt) {
   start();
   crash("fendo of the file");

@@ -20,12 +20,13 @@ using ::testing::SizeIs;
 class StoreOnADisk : public ::testing::Test {
  protected:
   void open() {
-    store_ =
-        std::make_unique<host::SqliteStore>(host::SqliteStoreOptions{.place = disk_.place(),
-                                                                     .file_decides = {"identifier"},
-                                                                     .process_decides = {"under way", "left under way"},
-                                                                     .make_flusher = flushesOn(loop_)},
-                                            log_);
+    store_ = std::make_unique<host::SqliteStore>(
+        host::SqliteStoreOptions{.place = disk_.place(),
+                                 .take_over = {.rows = {{"identifier", host::TakeOver::kFile},
+                                                        {"under way", host::TakeOver::kProcessAlone},
+                                                        {"left under way", host::TakeOver::kProcessAlone}}},
+                                 .make_flusher = flushesOn(loop_)},
+        log_);
   }
   void set(const char* name, kit::Value value) {
     store_->set(name, std::move(value));

@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/machine/names_in_the_store.h"
 #include "host/machine/system_machine.h"
+#include "host/machine/take_over_table.h"
 #include "host/make_host.h"
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
@@ -38,10 +38,8 @@ class MachineWithDisk final : public SystemMachine {
  public:
   explicit MachineWithDisk(std::string vfs) : vfs_(std::move(vfs)) {}
   std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
-    return std::make_unique<SqliteStore>(SqliteStoreOptions{.place = {.folder = folder, .vfs = vfs_},
-                                                            .file_decides = namesThatTheFileDecides(),
-                                                            .process_decides = namesThatTheProcessDecides()},
-                                         log);
+    return std::make_unique<SqliteStore>(
+        SqliteStoreOptions{.place = {.folder = folder, .vfs = vfs_}, .take_over = takeOverTable()}, log);
   }
 
  private:
