@@ -1,6 +1,5 @@
 #include "apps/device/actions.h"
 
-#include <chrono>
 #include <csignal>
 #include <functional>
 #include <stdexcept>
@@ -53,6 +52,14 @@ Outcome told(morvik::Recorded recorded) {
   return outcome;
 }
 
+Outcome told(const morvik::FlushResult& result) {
+  Outcome outcome;
+  if (!result.is_delivered)
+    outcome.refusal = std::string(toText(result.reason));
+  outcome.fields.set("waiting", count(result.waiting));
+  return outcome;
+}
+
 morvik::Impression impressionOf(const kit::Value& record) {
   return {.campaign_key = record["campaignKey"].integer(),
           .space_key = std::string(record["spaceKey"].string()),
@@ -71,6 +78,10 @@ std::optional<int> fatalSignal(const std::string& name) {
   return std::nullopt;
 }
 
+std::chrono::milliseconds millisecondsOf(double seconds) {
+  return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+}
+
 void becomeActive(Phone& phone, const Arguments&, const Reply& reply) {
   phone.host().applicationDidBecomeActive();
   reply({});
@@ -82,8 +93,6 @@ void enterBackground(Phone& phone, const Arguments&, const Reply& reply) {
 }
 
 void recordEvent(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  if (phone.host().isGdprForgetMe())
-    return reply(refused("the user asked to be forgotten, so no events of the app are recorded"));
   const auto& words = arguments.words;
   reply(told(phone.host().addActivity(words[0], words[1],
                                       words.size() > 2 ? std::optional<std::string_view>(words[2]) : std::nullopt)));
@@ -183,16 +192,12 @@ void push(Phone& phone, const Arguments&, const Reply& reply) {
 }
 
 void flush(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  const std::chrono::duration<double> time(arguments.seconds.value_or(kFlushSeconds));
-  phone.host().flush(
-      [reply](const morvik::FlushResult& result) {
-        Outcome outcome;
-        if (!result.is_delivered)
-          outcome.refusal = std::string(toText(result.reason));
-        outcome.fields.set("waiting", count(result.waiting));
-        reply(outcome);
-      },
-      std::chrono::ceil<std::chrono::milliseconds>(time));
+  phone.host().flush([reply](const morvik::FlushResult& result) { reply(told(result)); },
+                     millisecondsOf(arguments.seconds.value_or(kFlushSeconds)));
+}
+
+void waitDelivered(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  reply(told(phone.host().waitUntilDelivered(millisecondsOf(arguments.seconds.value_or(kFlushSeconds)))));
 }
 
 void switchSending(Phone& phone, const Arguments& arguments, const Reply& reply) {

@@ -1,6 +1,8 @@
-// What each verb does. Every action runs as one block on the device's main queue.
+// What each verb does. Every action runs as one block on the device's main queue, but for those that block their
+// thread.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -20,7 +22,7 @@ std::optional<int> fatalSignal(const std::string& name);
 inline constexpr double kMaxClockStepSeconds = 3.2e9;
 /// How long "settle" waits when it is not said.
 inline constexpr double kSettleSeconds = 30.0;
-/// How long "flush" waits when it is not said.
+/// How long "flush" and "wait-delivered" wait when it is not said.
 inline constexpr double kFlushSeconds = 30.0;
 
 /// What stood behind a verb.
@@ -31,6 +33,9 @@ struct Arguments {
   std::optional<bool> flag;
   morvik::kit::Value json;
 };
+
+/// The seconds behind a verb, in whole milliseconds: those that were not reached count in full.
+std::chrono::milliseconds millisecondsOf(double seconds);
 
 /// How a verb ended.
 struct Outcome {
@@ -72,8 +77,10 @@ void showStore(Phone& phone, const Arguments& arguments, const Reply& reply);
 void showStatus(Phone& phone, const Arguments& arguments, const Reply& reply);
 void showLedger(Phone& phone, const Arguments& arguments, const Reply& reply);
 void killProcess(Phone& phone, const Arguments& arguments, const Reply& reply);
+/// Blocks the thread that runs it; see Verb::blocks_its_thread.
+void waitDelivered(Phone& phone, const Arguments& arguments, const Reply& reply);
+/// These end the program; whoever runs it then stops or erases, outside of the main queue.
 void quit(Phone& phone, const Arguments& arguments, const Reply& reply);
-/// Ends the program; whoever runs it then erases, outside of the main queue.
 void erase(Phone& phone, const Arguments& arguments, const Reply& reply);
 
 }  // namespace morvik_device

@@ -26,6 +26,7 @@ struct Written {
   std::optional<std::string> idfa;
   std::optional<std::string> puid;
   bool no_multitasking = false;
+  bool no_sending = false;
 };
 
 using Mistake = std::optional<std::string>;
@@ -63,11 +64,15 @@ void describeDevice(CLI::App& app, Options& options, Written& written) {
       ->capture_default_str();
 }
 
-void describeRest(CLI::App& app, Options& options) {
+void describeRest(CLI::App& app, Options& options, Written& written) {
   app.add_option("--store", options.host.store_folder, "folder of the store; made when missing");
   app.add_option("--script", options.script, "file with the verbs, in place of standard input");
   app.add_flag("--report-ledger", options.report_ledger,
                "tells the service behind --service after each verb what became of all that was recorded, for its page");
+  app.add_flag("--no-sending", written.no_sending,
+               "starts with sending off, as an app does until its user has consented: see the verb sending");
+  app.add_flag("--allow-environment", options.host.allow_environment,
+               "lets MORVIK_LOG_LEVEL, MORVIK_LOG_FILE and MORVIK_SERVICE_URL win over what is said here");
   app.add_option("--log-level", options.host.log_level, "0 off to 6 trace")
       ->check(CLI::Range(0, kMostLogLevel))
       ->capture_default_str();
@@ -168,6 +173,7 @@ Mistake takeAdClient(const Written& written, morvik::AdClient& client) {
 Mistake complete(Options& options, const Written& written) {
   if (written.no_multitasking)
     options.host.device.multitasking = false;
+  options.host.sending = !written.no_sending;
   if (auto mistake = needStore(options))
     return mistake;
   if (auto mistake = takeEndpoints(written, options.host))
@@ -230,7 +236,7 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
   CLI::App app("A device with an app on it that does what it is told, verb by verb.", "morvik-device");
   app.footer(footer());
   app.set_version_flag("--version", "morvik-device " + std::string(morvik::kVersion));
-  describeRest(app, options);
+  describeRest(app, options, written);
   describeServices(app, options, written);
   describeDevice(app, options, written);
   arguments = withEmptyValues(arguments);

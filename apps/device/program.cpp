@@ -75,6 +75,20 @@ class Reporting {
   LedgerReporter reporter_;
 };
 
+// As the verb says that ended the program; without one, the input has.
+Outcome endHost(morvik::host::Host& host, const std::optional<Command>& last) {
+  Outcome outcome;
+  if (last && last->verb->name == "erase") {
+    if (!host.eraseLocalData())
+      outcome.refusal = "not all was erased; the log says why, and the next start goes on";
+  } else if (last && last->arguments.seconds) {
+    host.stop(millisecondsOf(*last->arguments.seconds));
+  } else {
+    host.stop();
+  }
+  return outcome;
+}
+
 int runDevice(const Options& options, const Surroundings& surroundings) {
   auto source = chooseSource(options, surroundings);
   if (const auto* mistake = std::get_if<std::string>(&source))
@@ -84,22 +98,18 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
   if (const auto* problem = std::get_if<std::string>(&started))
     return refuse(*problem, surroundings);
   const auto& phone = std::get<std::unique_ptr<Phone>>(started);
-  std::optional<std::string> last_verb;
+  std::optional<Command> last_command;
   std::unique_ptr<Reporting> reporting;
   if (options.report_ledger)
     reporting = std::make_unique<Reporting>(options, *phone, surroundings.errors);
-  const auto mistake = runCommands(std::get<CommandSource>(source), *phone, output, last_verb, [&reporting] {
+  const auto mistake = runCommands(std::get<CommandSource>(source), *phone, output, last_command, [&reporting] {
     if (reporting)
       reporting->tell();
   });
   reporting.reset();
-  Outcome last;
-  if (last_verb != "erase")
-    phone->host().stop();
-  else if (!phone->host().eraseLocalData())
-    last.refusal = "not all was erased; the log says why, and the next start goes on";
-  if (last_verb)
-    output.verbDone(*last_verb, last);
+  const Outcome last = endHost(phone->host(), last_command);
+  if (last_command)
+    output.verbDone(last_command->verb->name, last);
   if (mistake)
     return refuse(*mistake, surroundings);
   return output.failed() ? tellUnwritable(surroundings) : 0;

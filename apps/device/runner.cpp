@@ -19,8 +19,14 @@ bool run(const Command& command, Phone& phone, Output& output) {
       ends_program->set_value(outcome.ends_program);
     });
   };
-  phone.host().mainQueue().async(
-      [&phone, &command, reply = std::move(reply)] { command.verb->act(phone, command.arguments, reply); });
+  if (command.verb->blocks_its_thread) {
+    command.verb->act(phone, command.arguments, [&phone, reply = std::exchange(reply, {})](const Outcome& outcome) {
+      phone.host().mainQueue().async([reply, outcome] { reply(outcome); });
+    });
+  } else {
+    phone.host().mainQueue().async(
+        [&phone, &command, reply = std::move(reply)] { command.verb->act(phone, command.arguments, reply); });
+  }
   try {
     return done.get();
   } catch (const std::future_error&) {  // the reply was dropped
@@ -34,7 +40,7 @@ bool run(const Command& command, Phone& phone, Output& output) {
 }  // namespace
 
 std::optional<std::string> runCommands(const CommandSource& source, Phone& phone, Output& output,
-                                       std::optional<std::string>& last_verb, const std::function<void()>& after_each) {
+                                       std::optional<Command>& last, const std::function<void()>& after_each) {
   while (!output.failed()) {
     NextCommand next = source();
     if (auto* mistake = std::get_if<std::string>(&next))
@@ -47,7 +53,7 @@ std::optional<std::string> runCommands(const CommandSource& source, Phone& phone
     const bool ends_program = run(*command, phone, output);
     after_each();
     if (ends_program) {
-      last_verb = std::string(command->verb->name);
+      last = *command;
       break;
     }
   }

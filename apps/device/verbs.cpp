@@ -144,6 +144,8 @@ constexpr Verb kVerbs[] = {
     {"push", "", "sends what is stored", words<0, 0>, push},
     {"flush", "[SECONDS]", "has what is recorded delivered, and waits for it, at most that long (30 s)",
      durationOrNothing, flush},
+    {"wait-delivered", "[SECONDS]", "the same from a thread of the app's own, which is blocked meanwhile",
+     durationOrNothing, waitDelivered, true},
     {"sending", "on|off", "lets the kit send, or holds it back but for an erasure", onOrOff, switchSending},
     {"wait", "SECONDS", "lets time pass", duration, wait},
     {"clock", "SECONDS", "moves the device's wall clock forward or back; timers are not touched", clockStep, moveClock},
@@ -158,7 +160,8 @@ constexpr Verb kVerbs[] = {
     {"kill", "", "ends the process by SIGKILL, at once", words<0, 0>, killProcess},
     {"erase", "", "removes what the kit keeps, but for the wish to be forgotten, and ends the program", words<0, 0>,
      erase},
-    {"quit", "", "orderly shutdown; so does the end of input", words<0, 0>, quit},
+    {"quit", "[SECONDS]", "orderly shutdown, after a flush that may take so long (none); so does the end of input",
+     durationOrNothing, quit},
 };
 
 std::string form(const Verb& verb) {

@@ -14,7 +14,7 @@ namespace morvik_device {
 
 /// A longer line is refused. Longer than any URL or record worth giving.
 inline constexpr size_t kMaxLineBytes = size_t{4} * 1024 * 1024;
-/// "wait" and "settle" take no more than a day.
+/// What takes seconds takes no more than a day.
 inline constexpr double kMaxSeconds = 86400.0;
 
 struct Verb {
@@ -24,6 +24,8 @@ struct Verb {
   /// Reads what follows the verb. Returns what is wrong, or nothing.
   std::optional<std::string> (*read)(std::string_view rest, Arguments& arguments);
   Action act;
+  /// Runs on the thread of the program, as on one of an app's own: the main queue goes on meanwhile.
+  bool blocks_its_thread = false;
 };
 
 /// All verbs, in the order of the help.

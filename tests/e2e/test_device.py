@@ -330,6 +330,38 @@ class Verbs(DeviceTest):
         self.assertLess(time.monotonic() - started, 10)
         self.assertEqual([e["activityName"] for e in self.device().stored_events()], ["look"])
 
+    def test_quit_with_seconds_delivers_first(self):
+        device = self.attributed()
+        self.do(device, "event shop look", "quit 30")
+        self.assertEqual(device.rest()[0], 0)
+        self.assertEqual(self.device().stored_events(), [])
+        self.assertIn("look", [e["activity"] for r in self.requests("tracking") for e in r["payload"]["activity_info"]])
+
+    def test_quit_with_seconds_waits_no_longer_for_a_server_that_does_not_answer(self):
+        device = self.attributed()
+        self.service.behave("tracking", "delay", milliseconds=60000)
+        started = time.monotonic()
+        self.do(device, "event shop look", "quit 0.5")
+        self.assertEqual(device.rest()[0], 0)
+        self.assertLess(time.monotonic() - started, 10)
+        self.assertEqual([e["activityName"] for e in self.device().stored_events()], ["look"])
+
+    def test_wait_delivered_returns_when_all_is_delivered(self):
+        device = self.attributed()
+        self.assertEqual(self.do(device, "event shop look", "wait-delivered"),
+                         {"verb": "wait-delivered", "ok": True, "waiting": 0})
+        self.assertEqual(device.stored_events(), [])
+
+    def test_with_sending_off_from_the_start_nothing_leaves_until_it_is_on(self):
+        device = self.device("--no-sending")
+        self.do(device, "active", "event shop look", "open-url app://open?ck=42", "settle")
+        for endpoint in ("conversion", "reengagement-conversion", "tracking", "configuration"):
+            self.assertEqual(self.requests(endpoint), [], endpoint)
+        self.do(device, "sending on", "settle", "wait-delivered")
+        self.assertEqual(len(self.requests("conversion")), 1)
+        self.assertEqual(len(self.requests("reengagement-conversion")), 1)
+        self.assertEqual(device.stored_events(), [])
+
     def test_the_end_of_the_input_is_an_orderly_end(self):
         device = self.device()
         self.do(device, "event shop look")
@@ -427,7 +459,7 @@ class Input(DeviceTest):
         self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is no verb; use one of: active, '
                                   "background, event, impression, open-url, store-url, facebook-url, "
                                   "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, is-forgotten, offline, "
-                                  "online, set, push, flush, sending, wait, clock, settle, store, status, ledger, crash, "
+                                  "online, set, push, flush, wait-delivered, sending, wait, clock, settle, store, status, ledger, crash, "
                                   "crash-signal, kill, erase, quit"])
         self.assertFalse(os.path.exists(self.store_folder))
 

@@ -702,6 +702,29 @@ TEST_F(MakeHost, KeepsWhatTheAppSaysOfItsUser) {
   EXPECT_EQ(host->properties().fendoUserDemoInfo_userId(), "user-7");
 }
 
+TEST_F(MakeHost, LetsTheUserIdGoThatAnEarlierProcessKeptAndTheOneThatWaits) {
+  {
+    const auto host = make();
+    EXPECT_EQ(host->setAge(27), Recorded::kKept);
+    EXPECT_EQ(host->setUserId("user-7"), Recorded::kKept);
+  }
+  {
+    const auto host = make();
+    EXPECT_EQ(host->clearUserId(), Recorded::kKept);
+  }
+  const auto host = make();
+  EXPECT_EQ(host->properties().fendoUserDemoInfo_userId(), std::nullopt);
+  EXPECT_EQ(host->properties().fendoUserDemoInfoForComplete_userId(), std::nullopt);
+  EXPECT_EQ(host->properties().fendoUserDemoInfo_age(), 27);
+}
+
+TEST_F(MakeHost, KeepsAStructuredParameterAsItsJson) {
+  const auto host = make();
+  EXPECT_EQ(host->addActivity("shop", "purchase", Params().set("price", 9.99).set("currency", "EUR")), Recorded::kKept);
+  EXPECT_EQ(host->properties().fendoActivityInfos().array()[0]["activityParam"],
+            kit::Value(R"({"price":9.99,"currency":"EUR"})"));
+}
+
 TEST_F(MakeHost, KeepsWhatAnotherThreadRecordsBeforeItsCallReturnsWhileTheMainQueueIsBusy) {
   const auto host = make();
   std::promise<void> go;

@@ -46,6 +46,24 @@ TEST(TestDevice, DeliversAStructuredParameterAsItsJson) {
   EXPECT_EQ(param, "{\"price\":9.99,\"item\":{\"sku\":\"4\xEF\xBF\xBD\"}}");
 }
 
+TEST(TestDevice, SendsNothingOfAUserIdThatWasTakenBackAndKeepsNoCopyOfOneThatWasSent) {
+  TestDevice device;
+  const auto sent = [&device] { return device.network().requests(services::kSetDemographicPath).size(); };
+  EXPECT_EQ(device.kit().setUserId("user-7"), Recorded::kKept);
+  EXPECT_EQ(device.kit().clearUserId(), Recorded::kKept);
+  device.open();
+  EXPECT_EQ(sent(), 0u);
+  device.kit().setUserId("user-8");
+  device.leave();
+  EXPECT_EQ(sent(), 1u);
+  EXPECT_EQ(device.host().properties().fendoUserDemoInfoForComplete_userId(), "user-8");
+  device.kit().clearUserId();
+  device.restart();
+  device.open();
+  EXPECT_EQ(sent(), 1u);
+  EXPECT_EQ(device.host().properties().fendoUserDemoInfoForComplete_userId(), std::nullopt);
+}
+
 TEST(TestDevice, RefusesAnEventWhoseStructuredParameterIsTooLarge) {
   TestDevice device;
   device.open();

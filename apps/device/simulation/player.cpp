@@ -38,6 +38,12 @@ int levelOf(const morvik::testing::LogLine& line) {
   return found == std::end(headers) ? kLevelOfPlainLines : static_cast<int>(found - std::begin(headers));
 }
 
+// What the kit refuses says so itself.
+std::string refusalText(const std::string& refusal) {
+  constexpr std::string_view kRefused = "refused: ";
+  return refusal.starts_with(kRefused) ? refusal : std::string(kRefused) + refusal;
+}
+
 const char* phaseText(const NetworkPhase* phase) {
   if (phase == nullptr)
     return "in good order";
@@ -150,7 +156,7 @@ void Player::perform(const StepVerb& verb) {
   else if (name == "crash")
     crash(verb.command.arguments.words[0]);
   else if (name == "quit")
-    stopProcess();
+    stopProcess(verb.command.arguments.seconds);
   else if (name == "erase")
     eraseProcess();
   else
@@ -162,7 +168,7 @@ void Player::act(const StepVerb& verb) {
   const auto reply = [this, &replied](const Outcome& outcome) {
     replied = true;
     if (outcome.refusal)
-      tell(Kind::kRefused, "refused: " + *outcome.refusal, {{"error", *outcome.refusal}}, true);
+      tell(Kind::kRefused, refusalText(*outcome.refusal), {{"error", *outcome.refusal}}, true);
   };
   phone_->host().mainQueue().async(
       [this, &verb, reply] { verb.command.verb->act(*phone_, verb.command.arguments, reply); });
@@ -196,8 +202,12 @@ void Player::killProcess(const std::string& text) {
   service_.processEnded();
 }
 
-void Player::stopProcess() {
-  phone_->host().stop();
+// With seconds to drain, time passes here; what the network is meanwhile is what it was.
+void Player::stopProcess(std::optional<double> drain_seconds) {
+  if (drain_seconds)
+    phone_->host().stop(millisecondsOf(*drain_seconds));
+  else
+    phone_->host().stop();
   phone_.reset();
   service_.processEnded();
   tell(Kind::kProcess, "stopped", {{"event", "stopped"}});

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "apps/device/output.h"
@@ -41,7 +42,7 @@ class Player {
   void crash(const std::string& reason);
   void startProcess();
   void killProcess(const std::string& text);
-  void stopProcess();
+  void stopProcess(std::optional<double> drain_seconds);
   void eraseProcess();
   bool judgeAll(const std::vector<Expectation>& expectations);
 

@@ -28,8 +28,9 @@ constexpr std::array kDefaults = {
 };
 
 std::vector<std::string_view> deviceKeys() {
-  return {"app-key",    "hash-key",        "tracking-key", "system-version", "idfa",     "puid", "orientation",
-          "search-ads", "no-multitasking", "iad",          "module",         "log-level"};
+  return {"app-key", "hash-key",    "tracking-key", "system-version",  "idfa",
+          "puid",    "orientation", "search-ads",   "no-multitasking", "no-sending",
+          "iad",     "module",      "log-level"};
 }
 
 std::string argument(std::string_view option, const std::string& value) {
@@ -37,7 +38,7 @@ std::string argument(std::string_view option, const std::string& value) {
 }
 
 void appendArguments(const YamlMember& member, std::vector<std::string>& arguments) {
-  if (member.key == "no-multitasking") {
+  if (member.key == "no-multitasking" || member.key == "no-sending") {
     if (booleanOf(member.value, member.key))
       arguments.push_back("--" + member.key);
     return;

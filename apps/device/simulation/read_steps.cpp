@@ -20,6 +20,7 @@ constexpr Unplayable kUnplayable[] = {
     {"wait", "a step with a later time"},
     {"settle", "a step with a later time"},
     {"flush", "\"push\""},
+    {"wait-delivered", "\"push\""},
     {"store", "\"store\" under \"expect\""},
     {"ledger", "\"ledger\" under \"expect\""},
     {"status", "an expectation, \"store\" or \"ledger\" under \"expect\""},

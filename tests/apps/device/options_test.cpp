@@ -156,6 +156,13 @@ TEST(Options, TheDeviceIsDescribed) {
   EXPECT_EQ(device.multitasking, false);
 }
 
+TEST(Options, SendingIsOnAndTheEnvironmentLeftAloneUnlessSaid) {
+  EXPECT_TRUE(optionsOf(complete()).host.sending);
+  EXPECT_FALSE(optionsOf(complete()).host.allow_environment);
+  EXPECT_FALSE(optionsOf(complete({"--no-sending"})).host.sending);
+  EXPECT_TRUE(optionsOf(complete({"--allow-environment"})).host.allow_environment);
+}
+
 TEST(Options, NumbersOutOfTheirRangeAreMistakes) {
   EXPECT_THAT(mistakeIn(complete({"--log-level", "7"})), HasSubstr("--log-level"));
   EXPECT_THAT(mistakeIn(complete({"--log-level", "much"})), HasSubstr("--log-level"));

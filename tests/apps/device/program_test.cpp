@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "tests/support/captured_file.h"
+#include "tests/support/environment_variable.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik_device {
@@ -83,6 +84,39 @@ TEST_F(Program, TellsHowAFlushEndedAndSwitchesSending) {
   EXPECT_EQ(output_[1], R"({"verb":"flush","ok":false,"error":"the install is not attributed","waiting":1})");
   EXPECT_EQ(output_[2], R"({"verb":"sending","ok":true})");
   EXPECT_EQ(output_[3], R"({"verb":"flush","ok":false,"error":"sending is off","waiting":1})");
+}
+
+TEST_F(Program, WaitsForADeliveryOutsideOfTheMainQueue) {
+  EXPECT_EQ(run("event shop look\nwait-delivered 1\nsending off\nwait-delivered\n"), 0);
+  ASSERT_EQ(output_.size(), 4u);
+  EXPECT_EQ(output_[1], R"({"verb":"wait-delivered","ok":false,"error":"the install is not attributed","waiting":1})");
+  EXPECT_EQ(output_[3], R"({"verb":"wait-delivered","ok":false,"error":"sending is off","waiting":1})");
+}
+
+TEST_F(Program, StartsWithSendingOffWhenToldSo) {
+  EXPECT_EQ(run("event shop look\nflush\nsending on\nflush 1\n", {"--no-sending"}), 0);
+  ASSERT_EQ(output_.size(), 4u);
+  EXPECT_EQ(output_[1], R"({"verb":"flush","ok":false,"error":"sending is off","waiting":1})");
+  EXPECT_EQ(output_[3], R"({"verb":"flush","ok":false,"error":"the install is not attributed","waiting":1})");
+}
+
+TEST_F(Program, KeepsWhatItCouldNotDeliverBeforeItsEnd) {
+  EXPECT_EQ(run("event shop look\nquit 0.1\nevent shop never\n"), 0);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"event","ok":true})", R"({"verb":"quit","ok":true})"));
+  EXPECT_EQ(run("ledger\n"), 0);
+  EXPECT_THAT(output_, ElementsAre(HasSubstr(R"({"kind":"activities","recorded":1,"delivered":0,"stored":1,)")));
+}
+
+TEST_F(Program, TakesFromTheEnvironmentWhatItIsAllowedTo) {
+  const std::filesystem::path log = folder_ / "log";
+  morvik::test::EnvironmentVariable file("MORVIK_LOG_FILE");
+  morvik::test::EnvironmentVariable level("MORVIK_LOG_LEVEL");
+  file.set(log.string());
+  level.set("4");
+  EXPECT_EQ(run("push\n"), 0);
+  EXPECT_FALSE(std::filesystem::exists(log));
+  EXPECT_EQ(run("push\n", {"--allow-environment"}), 0);
+  EXPECT_TRUE(std::filesystem::exists(log));
 }
 
 TEST_F(Program, ErasesWhatItRecordedAndEnds) {
@@ -162,8 +196,8 @@ TEST_F(Program, KeepsTheWishToBeForgottenAlsoWithoutANetwork) {
   EXPECT_THAT(output_,
               ElementsAre(R"({"verb":"is-forgotten","ok":true,"value":false})", R"({"verb":"offline","ok":true})",
                           R"({"verb":"forget-me","ok":true})", R"({"verb":"is-forgotten","ok":true,"value":true})",
-                          R"({"verb":"event","ok":false,"error":"the user asked to be forgotten, so no events )"
-                          R"(of the app are recorded"})",
+                          R"({"verb":"event","ok":false,"error":"refused: the user asked to be forgotten"})",
+                          R"({"callback":"didRefuseEvent:","args":["refused: the user asked to be forgotten"]})",
                           R"({"verb":"online","ok":true})"));
   EXPECT_EQ(run("is-forgotten\nstore MorvikCoreUserInfo_isGDPRForgetMeServerSynced\n"), 0);
   EXPECT_THAT(output_, ElementsAre(R"({"verb":"is-forgotten","ok":true,"value":true})",

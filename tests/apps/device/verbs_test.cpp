@@ -52,7 +52,7 @@ TEST(Verbs, AnUnknownVerbNamesThoseThatExist) {
       mistakeIn("evnt a b"),
       "\"evnt\" is no verb; use one of: active, background, event, impression, open-url, store-url, facebook-url, "
       "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, is-forgotten, offline, online, set, "
-      "push, flush, sending, wait, clock, settle, store, status, ledger, crash, crash-signal, kill, erase, quit");
+      "push, flush, wait-delivered, sending, wait, clock, settle, store, status, ledger, crash, crash-signal, kill, erase, quit");
 }
 
 TEST(Verbs, SendingIsSwitchedOnOrOff) {
@@ -64,6 +64,8 @@ TEST(Verbs, SendingIsSwitchedOnOrOff) {
 TEST(Verbs, AFlushTakesATimeOrTheUsualOne) {
   EXPECT_EQ(commandIn("flush").arguments.seconds, std::nullopt);
   EXPECT_EQ(commandIn("flush 2.5").arguments.seconds, 2.5);
+  EXPECT_EQ(commandIn("wait-delivered 2.5").arguments.seconds, 2.5);
+  EXPECT_EQ(commandIn("wait-delivered").arguments.seconds, std::nullopt);
   EXPECT_EQ(mistakeIn("flush soon"), "flush: \"soon\" is no number of seconds; write: flush [SECONDS]");
 }
 
@@ -126,6 +128,12 @@ TEST(Verbs, SettleMayBeGivenALimit) {
   EXPECT_EQ(commandIn("settle").arguments.seconds, std::nullopt);
   EXPECT_EQ(commandIn("settle 2.5").arguments.seconds, 2.5);
   EXPECT_EQ(mistakeIn("settle 1h"), "settle: \"1h\" is no number of seconds; write: settle [SECONDS]");
+}
+
+TEST(Verbs, AnOrderlyEndMayBeGivenTimeToDeliver) {
+  EXPECT_EQ(commandIn("quit").arguments.seconds, std::nullopt);
+  EXPECT_EQ(commandIn("quit 2.5").arguments.seconds, 2.5);
+  EXPECT_EQ(mistakeIn("quit soon"), "quit: \"soon\" is no number of seconds; write: quit [SECONDS]");
 }
 
 TEST(Verbs, StoreTakesAnyNumberOfNames) {

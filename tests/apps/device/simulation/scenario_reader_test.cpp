@@ -48,7 +48,7 @@ TEST(ScenarioReader, ReadsAStory) {
 start: 2024-05-01T12:00:00Z
 end: 2d
 show-log: 4
-device: {idfa: none, module: [FendoLib=1.0, Fendo], no-multitasking: true}
+device: {idfa: none, module: [FendoLib=1.0, Fendo], no-multitasking: true, no-sending: true}
 steps:
   - do: active
   - at: 10s
@@ -71,6 +71,7 @@ expect:
   EXPECT_EQ(scenario.shown_log_level, 4);
   EXPECT_EQ(scenario.device.modules.size(), 2u);
   EXPECT_EQ(scenario.device.host.device.multitasking, false);
+  EXPECT_FALSE(scenario.device.host.sending);
   EXPECT_EQ(scenario.device.host.log_level, 6);
   ASSERT_EQ(scenario.steps.size(), 4u);
   EXPECT_EQ(scenario.steps[0].at_milliseconds, 0);
@@ -136,7 +137,7 @@ TEST(ScenarioReader, JudgesTheDeviceAsTheProgramDoes) {
             "service gave this app, made of letters, digits, '-', '.', '_' and '~'.");
   EXPECT_EQ(mistakeBeside("device:\n  store: there\n"),
             "story.yaml:5:3: \"store\" is no key of \"device\"; expected one of: app-key, hash-key, tracking-key, "
-            "system-version, idfa, puid, orientation, search-ads, no-multitasking, iad, module, log-level");
+            "system-version, idfa, puid, orientation, search-ads, no-multitasking, no-sending, iad, module, log-level");
   EXPECT_EQ(mistakeBeside("device:\n  no-multitasking: 1\n"),
             "story.yaml:5:20: no-multitasking is \"1\"; expected true or false");
 }
