@@ -237,6 +237,30 @@ TEST_F(Attribution, EveryFieldOfTheRecordReachesItsProperty) {
   EXPECT_EQ(stored.fendoUserInfo_install_mdatetime(), 1'709'210'096);
 }
 
+TEST_F(Attribution, EveryFieldOfTheRecordIsOverwrittenAlsoByZeroAndBlank) {
+  answerWith(Dictionary{{"Result", true}, {"Data.shard_no", 77}, {"Data", fullData()}});
+  world.loop.advance(1);
+  world.core().saveFendoUserInfo({});
+  const auto stored = world.userDefaults();
+  EXPECT_EQ(stored.fendoUserInfo_fendoUserNo(), 0);
+  EXPECT_EQ(stored.fendoUserInfo_shardNum(), 0);
+  EXPECT_EQ(stored.fendoUserInfo_referralKey(), 0);
+  EXPECT_EQ(stored.fendoUserInfo_subReferralKey(), 0);
+  EXPECT_EQ(stored.fendoUserInfo_refUSN(), "");
+  EXPECT_EQ(stored.fendoUserInfo_channelType(), 0);
+  EXPECT_EQ(stored.fendoUserInfo_shardNo(), 0);
+  EXPECT_EQ(stored.fendoUserInfo_updated_at(), at(1));
+  EXPECT_EQ(stored.fendoUserInfo_referral_data(), "");
+  EXPECT_EQ(stored.fendoUserInfo_reengagement_conversion_key(), 0);
+  EXPECT_EQ(stored.fendoUserInfo_reengagement_data(), "");
+  EXPECT_EQ(stored.fendoUserInfo_reengagement_datetime(), 0);
+  EXPECT_EQ(stored.fendoUserInfo_last_referral_key(), 0);
+  EXPECT_EQ(stored.fendoUserInfo_last_referral_data(), "");
+  EXPECT_EQ(stored.fendoUserInfo_last_referral_datetime(), "");
+  EXPECT_EQ(stored.fendoUserInfo_install_datetime(), "");
+  EXPECT_EQ(stored.fendoUserInfo_install_mdatetime(), 0);
+}
+
 TEST_F(Attribution, TheTwoShardNumbersAreReadFromTwoPlaces) {
   answerWith(Dictionary{{"Result", true}, {"Data.shard_no", 77}, {"Data", fullData()}});
   EXPECT_EQ(world.userDefaults().fendoUserInfo_shardNum(), 77);
@@ -300,6 +324,16 @@ TEST_F(Attribution, TheRecordIsSavedThenPushedThenKeysAndAtLastTheLink) {
   EXPECT_LT(place("fendoActivityInfosSentEventKeys"), place("fendoConversionInfoForCaches"));
   EXPECT_THAT(world.app.calls(), ElementsAre("didSaveFendoUserInfo: 11, 13, 14, ref-usn, 15",
                                              "didSaveConversionKey: 13, 14", "didReceiveDeeplink: app://welcome"));
+}
+
+TEST_F(Attribution, TheLinkIsPassedWhenTheKeysAreSaved) {
+  world.userDefaults().setFendoConversionInfoForCaches(Array{9});
+  Value keys_at_the_link;
+  world.app.of_facade->didReceiveDeeplink = [&](const std::string&) {
+    keys_at_the_link = world.userDefaults().fendoConversionInfoForCaches();
+  };
+  answerWithData(fullData());
+  EXPECT_EQ(keys_at_the_link, Value(Array{101, 102}));
 }
 
 TEST_F(Attribution, ADeepLinkWithoutAdvertisingIdentifierIsDroppedWithALine) {
@@ -518,6 +552,36 @@ TEST_F(SearchAds, AreAskedForFromSystemVersionTenOn) {
     world.core().searchAds();
     EXPECT_EQ(world.ad_client.attribution_details.calls(), calls) << version;
   }
+}
+
+TEST_F(SearchAds, AreNotAskedForUnderForgetMeWhereTheyAreOffered) {
+  world.ad_client.attribution_details.letCallsWait();
+  world.services().setIsGDPRForgetMe(true);
+  world.core().searchAds();
+  EXPECT_EQ(world.ad_client.attribution_details.calls(), 0U);
+  world.services().setIsGDPRForgetMe(false);
+  world.core().searchAds();
+  EXPECT_EQ(world.ad_client.attribution_details.calls(), 1U);
+}
+
+TEST_F(SearchAds, HeldDetailsSendAConversionAtASessionStartOnlyWithoutAStoredReferralKey) {
+  ask(Dictionary{{"a", Dictionary{{"x", 1}}}});
+  world.ad_client.attribution_details.letCallsWait();
+  const size_t calls = world.ad_client.attribution_details.calls();
+  world.transport.clearRequests();
+  const auto conversionsOfASession = [this](int64_t stored_key) {
+    world.userDefaults().setFendoUserInfo_referralKey(stored_key);
+    world.becomeActive();
+    const size_t sent = world.requests("v1/conversion").size();
+    world.enterBackground();
+    world.loop.advance(100);
+    world.transport.clearRequests();
+    return sent;
+  };
+  EXPECT_EQ(conversionsOfASession(-1), 1U);
+  for (const int64_t key : {int64_t{0}, int64_t{13}})
+    EXPECT_EQ(conversionsOfASession(key), 0U) << key;
+  EXPECT_EQ(world.ad_client.attribution_details.calls(), calls) << "held details are not asked for again";
 }
 
 TEST_F(SearchAds, AreNotAskedForWhereNotOffered) {

@@ -309,21 +309,25 @@ TEST(GuardedStart, KeepsWhatWasDoneAndWaitsForTheNextSession) {
                             "exception print: int"));
 }
 
-TEST(GuardedRefetch, GoesOnAfterTheException) {
-  // A stored key of 3 would end the re-fetch; with -1 the request is held back, as ever.
-  TestWorld world;
-  failTenConversions(world);
-  world.faulty.main_queue.faults.throwAlways("after", Fault::number(5));
-  world.loop.perform([&] { world.core().tracking(Dictionary{{"j", "x"}}); });
-  EXPECT_EQ(world.core().failedGetReferralCnt(), 11);
-  EXPECT_THAT(world.requests("v1/tracking"), ::testing::IsEmpty());
-}
-
 // -------------------------------------------------------------------------------------------- every call that throws
 
 /// One call that throws, and the guard that it ends in.
 struct ThrowingCall {
-  enum class Guard { kOpen, kParameters, kRequest, kRecorder, kRetry, kFacebook, kPremium, kCrash, kKeep, kErasure };
+  enum class Guard {
+    kOpen,
+    kParameters,
+    kRequest,
+    kRecorder,
+    kRetry,
+    kFacebook,
+    kPremium,
+    kCrash,
+    kKeep,
+    kErasure,
+    kConversion,
+    kReferral,
+    kIad
+  };
   const char* what;
   void (*run)(TestWorld& world);
   testing::Faults& (*faults)(TestWorld& world);
@@ -368,6 +372,9 @@ testing::Faults& ofBundle(TestWorld& world) {
 testing::Faults& ofShelf(TestWorld& world) {
   return world.faulty.report_shelf.faults;
 }
+testing::Faults& ofFacade(TestWorld& world) {
+  return world.faulty.facade.faults;
+}
 testing::Faults& ofRandom(TestWorld& world) {
   return world.faulty.random.faults;
 }
@@ -403,6 +410,16 @@ void makeErasureBody(TestWorld& world) {
 }
 void sealErasureBody(TestWorld& world) {
   EXPECT_FALSE(world.core().makeGdprParameter(ErasureForm::kSealed).isNull());
+}
+
+void makeConversionBody(TestWorld& world) {
+  EXPECT_TRUE(world.core().makeConversionParameter().isAbsent());
+}
+void saveReferral(TestWorld& world) {
+  world.core().saveFendoUserInfo({});
+}
+void makeIadBody(TestWorld& world) {
+  EXPECT_TRUE(world.core().makeIAdAppAttributionTrackingParameter(testing::at(0), testing::at(1)).isAbsent());
 }
 
 using enum ThrowingCall::Guard;
@@ -512,6 +529,27 @@ const std::vector<ThrowingCall> kThrowingCalls = {
     {"erasureWritesALine", makeErasureBody, ofLog, "line", 1, kErasure},
     {"erasureAsksForTheHashKey", sealErasureBody, ofServices, "hashKey", 1, kErasure},
     {"erasureIsSealed", sealErasureBody, ofServices, "makeJsonParameter", 1, kErasure},
+    {"conversionAsksForTheVersion", makeConversionBody, ofVersion, "getSDKVersion", 1, kConversion},
+    {"conversionMakesTheCommonParameters", makeConversionBody, ofServices, "makeCommonParameter", 1, kConversion},
+    {"conversionReadsTheClock", makeConversionBody, ofClock, "now", 1, kConversion},
+    {"conversionAsksForTheServersTime", makeConversionBody, ofServices, "intervalSinceServerDate", 1, kConversion},
+    {"conversionFormatsTheTime", makeConversionBody, ofUtil, "getUTCFormateDate", 1, kConversion},
+    {"conversionWritesALine", makeConversionBody, ofLog, "line", 1, kConversion},
+    {"conversionAsksForTheHashKey", makeConversionBody, ofServices, "hashKey", 1, kConversion},
+    {"conversionIsSealed", makeConversionBody, ofServices, "makeJsonParameter", 1, kConversion},
+    {"referralWritesALine", saveReferral, ofLog, "line", 1, kReferral},
+    {"referralReadsTheClock", saveReferral, ofClock, "now", 1, kReferral},
+    {"referralStoresItsFirstField", saveReferral, ofStore, "set", 1, kReferral},
+    {"referralStoresItsTime", saveReferral, ofStore, "set", 8, kReferral},
+    {"referralStoresItsLastField", saveReferral, ofStore, "set", 17, kReferral},
+    {"referralReadsTheDelegateOfTheServices", saveReferral, ofServices, "saveFendoUserInfoDelegate", 1, kReferral},
+    {"referralReadsTheDelegateOfTheApp", saveReferral, ofFacade, "delegate", 1, kReferral},
+    {"iadAsksForTheVersion", makeIadBody, ofVersion, "getSDKVersion", 1, kIad},
+    {"iadMakesTheCommonParameters", makeIadBody, ofServices, "makeCommonParameter", 1, kIad},
+    {"iadFormatsTheTimeOfThePurchase", makeIadBody, ofUtil, "getKoreaDateFormateDate", 1, kIad},
+    {"iadFormatsTheTimeOfTheImpression", makeIadBody, ofUtil, "getKoreaDateFormateDate", 2, kIad},
+    {"iadAsksForTheHashKey", makeIadBody, ofServices, "hashKey", 1, kIad},
+    {"iadIsSealed", makeIadBody, ofServices, "makeJsonParameter", 1, kIad},
 };
 
 class EverythingCalled : public ::testing::TestWithParam<ThrowingCall> {
@@ -554,6 +592,11 @@ class EverythingCalled : public ::testing::TestWithParam<ThrowingCall> {
       case kKeep:
         return "MRVK_QA-[MorvikCoreLib error] Exception from startSessinAfter fail to save initial idfa  : " + text +
                "]";
+      case kReferral:
+        return block("MRVK_QA-[MorvikCoreLib error] Exception from saveFendoUserInfo!", kBlanks26);
+      case kIad:
+        return block("MRVK_QA-[MorvikCoreService error] Exception from MorvikCoreService!", kBlanks26);
+      case kConversion:
       case kErasure:
         return block("MRVK_QA-[MorvikCoreLib error] Exception from makeConversionParameter!", kBlanks26);
     }
@@ -581,6 +624,36 @@ TEST_P(EverythingCalled, MayThrowAnyOtherObjectAndEndsInItsGuard) {
 
 INSTANTIATE_TEST_SUITE_P(Core, EverythingCalled, ::testing::ValuesIn(kThrowingCalls),
                          [](const auto& row) { return row.param.what; });
+
+TEST(GuardedRefetch, GoesOnAfterTheException) {
+  // A stored key of 3 would end the re-fetch; with -1 the request is held back, as ever: for that the key is read
+  // again.
+  TestWorld world;
+  failTenConversions(world);
+  world.faulty.main_queue.faults.throwAlways("after", Fault::number(5));
+  const size_t reads = ofStore(world).calls("get");
+  world.loop.perform([&] { world.core().tracking(Dictionary{{"j", "x"}}); });
+  EXPECT_EQ(world.core().failedGetReferralCnt(), 11);
+  EXPECT_EQ(ofStore(world).calls("get") - reads, 2U) << "before the re-fetch, and behind its exception";
+  EXPECT_THAT(world.requests("v1/tracking"), ::testing::IsEmpty());
+}
+
+TEST(GuardedDelegates, ThatThrowEndInTheGuardOfTheReferral) {
+  for (const Fault& fault : {Fault::exception("Name", "Reason"), Fault::runtimeError("boom")}) {
+    TestWorld world;
+    world.app.of_services->didSaveFendoUserInfo = [&](int64_t, int64_t, int64_t, const std::string&, int32_t) {
+      fault.raise();
+    };
+    world.core().saveFendoUserInfo({});
+    EXPECT_EQ(world.log.countContaining("Exception from saveFendoUserInfo!"), 1U);
+    EXPECT_THAT(world.app.calls(), ::testing::IsEmpty()) << "what comes after is not done";
+    world.app.of_services->didSaveFendoUserInfo = nullptr;
+    world.app.of_facade->didSaveConversionKey = [&](int64_t, const std::string&) { fault.raise(); };
+    world.core().saveFendoUserInfo({});
+    EXPECT_EQ(world.log.countContaining("Exception from saveFendoUserInfo!"), 2U);
+    EXPECT_EQ(world.userDefaults().fendoUserInfo_referralKey(), 0) << "the record stays stored";
+  }
+}
 
 TEST(GuardedModules, ThatThrowEndInTheGuardOfTheUrl) {
   for (const Fault& fault : {Fault::exception("Name", "Reason"), Fault::runtimeError("boom")}) {
