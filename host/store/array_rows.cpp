@@ -139,6 +139,10 @@ RowChange ArrayRows::changeTo(const Array& before, const Array& after) const {
   return change;
 }
 
+bool ArrayRows::appliesInPlace(const RowChange& change) const {
+  return change.removed.empty() && !blocks_.empty() && endOf(blocks_.back().ranges.back()) == change.first_new_row;
+}
+
 void ArrayRows::apply(const RowChange& change, size_t size) {
   remove(change.removed);
   const auto appended = static_cast<int64_t>(size - change.appended_from);

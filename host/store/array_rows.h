@@ -44,6 +44,8 @@ class ArrayRows {
   /// elements that both share as a whole: what came of the stored array by appending costs what was appended; by
   /// removing, the chunks that lost an element and a step for each of the others. Changes nothing here.
   RowChange changeTo(const kit::Array& before, const kit::Array& after) const;
+  /// Whether apply() of the change needs no memory, and so cannot fail.
+  bool appliesInPlace(const RowChange& change) const;
   /// Takes the change over, once it is written. `size` is that of the new version.
   void apply(const RowChange& change, size_t size);
 

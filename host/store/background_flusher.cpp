@@ -1,19 +1,29 @@
 #include "host/store/background_flusher.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace morvik::host {
 
-BackgroundFlusher::BackgroundFlusher(Flush flush, std::chrono::milliseconds delay)
-    : flush_(std::move(flush)), delay_(delay), thread_([this] { run(); }) {}
+BackgroundFlusher::BackgroundFlusher(Flush flush, std::chrono::milliseconds delay, StartThread start_thread)
+    : flush_(std::move(flush)), delay_(delay), start_thread_(std::move(start_thread)) {
+  const std::lock_guard lock(mutex_);
+  needThread();
+}
 
 BackgroundFlusher::~BackgroundFlusher() {
   stop();
 }
 
+std::optional<kit::Error> BackgroundFlusher::problem() const {
+  const std::lock_guard lock(mutex_);
+  return problem_;
+}
+
 void BackgroundFlusher::flushSoon() {
   const std::lock_guard lock(mutex_);
+  needThread();
   if (soon_)
     return;
   soon_ = true;
@@ -23,6 +33,7 @@ void BackgroundFlusher::flushSoon() {
 
 void BackgroundFlusher::flushNow(Urgency urgency) {
   const std::lock_guard lock(mutex_);
+  needThread();
   urgency_ = std::max(urgency_, urgency);
   if (now_)
     return;
@@ -32,10 +43,16 @@ void BackgroundFlusher::flushNow(Urgency urgency) {
 
 void BackgroundFlusher::flushAndWait(Urgency urgency) {
   std::unique_lock lock(mutex_);
+  needThread();
   // A flush that runs already may have begun before the caller's commit: it is the next one that counts.
   const uint64_t wanted = started_count_ + 1;
   urgency_ = std::max(urgency_, urgency);
   now_ = true;
+  if (!hasThread()) {
+    if (!stopped_)
+      flushOnce(lock);
+    return;
+  }
   wake_.notify_one();
   ended_.wait(lock, [this, wanted] { return stopped_ || ended_count_ >= wanted; });
 }
@@ -51,6 +68,19 @@ void BackgroundFlusher::stop() {
     thread_.join();
 }
 
+/// Holds mutex_, as the new thread does before anything else.
+void BackgroundFlusher::needThread() {
+  if (hasThread() || stopped_)
+    return;
+  auto started = start_thread_("morvik-store", [this] { run(); });
+  if (auto* thread = std::get_if<std::thread>(&started)) {
+    thread_ = std::move(*thread);
+    problem_.reset();
+  } else {
+    problem_ = std::get<kit::Error>(std::move(started));
+  }
+}
+
 void BackgroundFlusher::run() {
   std::unique_lock lock(mutex_);
   while (!stopped_) {
@@ -62,16 +92,29 @@ void BackgroundFlusher::run() {
       wake_.wait_until(lock, due_);
       continue;
     }
-    const Urgency urgency = std::exchange(urgency_, Urgency::kRoutine);
-    soon_ = false;
-    now_ = false;
-    ++started_count_;
-    lock.unlock();
-    flush_(urgency);
-    lock.lock();
-    ++ended_count_;
-    ended_.notify_all();
+    flushOnce(lock);
   }
+}
+
+void BackgroundFlusher::flushOnce(std::unique_lock<std::mutex>& lock) {
+  const Urgency urgency = std::exchange(urgency_, Urgency::kRoutine);
+  soon_ = false;
+  now_ = false;
+  ++started_count_;
+  lock.unlock();
+  bool has_thrown = false;
+  try {
+    flush_(urgency);
+  } catch (...) {  // no memory, say; nobody stands above this thread to hear of it
+    has_thrown = true;
+  }
+  lock.lock();
+  if (has_thrown && !soon_) {
+    soon_ = true;
+    due_ = std::chrono::steady_clock::now() + delay_;
+  }
+  ++ended_count_;
+  ended_.notify_all();
 }
 
 }  // namespace morvik::host

@@ -4,22 +4,31 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
+#include <optional>
 #include <thread>
+#include <variant>
 
+#include "host/loop/thread.h"
 #include "host/store/store_flusher.h"
 
 namespace morvik::host {
 
-/// Flushes on a thread of its own.
+/// Flushes on a thread of its own. Where the system gives none, each request asks for one again.
 class BackgroundFlusher final : public StoreFlusher {
  public:
-  /// `flush` runs on the flusher's thread.
-  BackgroundFlusher(Flush flush, std::chrono::milliseconds delay);
+  using Started = std::variant<std::thread, kit::Error>;
+  using StartThread = std::function<Started(const char* name, std::function<void()> body)>;
+
+  /// `flush` runs on the flusher's thread, or in flushAndWait() where there is none. What it throws (no memory, say) is
+  /// a flush that did not happen, and is followed by another one.
+  BackgroundFlusher(Flush flush, std::chrono::milliseconds delay, StartThread start_thread = startThread);
   BackgroundFlusher(const BackgroundFlusher&) = delete;
   BackgroundFlusher& operator=(const BackgroundFlusher&) = delete;
   ~BackgroundFlusher() override;
 
+  std::optional<kit::Error> problem() const override;
   void flushSoon() override;
   void flushNow(Urgency urgency) override;
   /// Any thread but the flusher's own.
@@ -28,10 +37,14 @@ class BackgroundFlusher final : public StoreFlusher {
 
  private:
   void run();
+  void flushOnce(std::unique_lock<std::mutex>& lock);
+  void needThread();
+  bool hasThread() const { return thread_.joinable(); }
 
   const Flush flush_;
   const std::chrono::milliseconds delay_;
-  std::mutex mutex_;
+  const StartThread start_thread_;
+  mutable std::mutex mutex_;
   std::condition_variable wake_;
   std::condition_variable ended_;
   bool soon_ = false;
@@ -41,6 +54,7 @@ class BackgroundFlusher final : public StoreFlusher {
   std::chrono::steady_clock::time_point due_;
   uint64_t started_count_ = 0;
   uint64_t ended_count_ = 0;
+  std::optional<kit::Error> problem_;
   std::thread thread_;
 };
 

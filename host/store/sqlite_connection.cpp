@@ -9,8 +9,13 @@ namespace {
 
 constexpr int kExtendedCodeMask = 0xFF;
 
-bool meansUnreadable(int code) {
+}  // namespace
+
+StoreProblem::Kind problemKindOf(int code) {
   switch (code & kExtendedCodeMask) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return StoreProblem::Kind::kBusy;
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
     // A row where none should be, or of another type: the file contradicts what was read from it.
@@ -18,13 +23,11 @@ bool meansUnreadable(int code) {
     case SQLITE_MISMATCH:
     // The statements are ours: one that does not fit has met tables that are not.
     case SQLITE_ERROR:
-      return true;
+      return StoreProblem::Kind::kUnreadable;
     default:
-      return false;
+      return StoreProblem::Kind::kUnavailable;
   }
 }
-
-}  // namespace
 
 void Statement::Close::operator()(sqlite3_stmt* handle) const {
   sqlite3_finalize(handle);
@@ -157,8 +160,7 @@ StoreProblem Connection::problem() const {
   const int code = sqlite3_extended_errcode(handle_.get());
   // Of a file that we may write: its header says that we do not know how.
   const bool is_unwritable = code == SQLITE_READONLY && may_write_;
-  return {meansUnreadable(code) || is_unwritable ? StoreProblem::Kind::kUnreadable : StoreProblem::Kind::kUnavailable,
-          sqlite3_errmsg(handle_.get())};
+  return {is_unwritable ? StoreProblem::Kind::kUnreadable : problemKindOf(code), sqlite3_errmsg(handle_.get())};
 }
 
 }  // namespace morvik::host

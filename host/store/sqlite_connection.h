@@ -15,7 +15,8 @@ namespace morvik::host {
 /// Why a store could not be opened, read or written.
 struct StoreProblem {
   enum class Kind : uint8_t {
-    kUnavailable,  ///< the file may be good: no room, no permission, an input or output error, busy
+    kUnavailable,  ///< the file may be good: no room, no permission, an input or output error
+    kBusy,         ///< the same, and others use it at this moment
     kUnreadable,   ///< the file is not, or no longer, a store
     kNewer,        ///< a later version of this program wrote it
   };
@@ -23,12 +24,17 @@ struct StoreProblem {
   std::string message;
 
   static StoreProblem unavailable(std::string message) { return {Kind::kUnavailable, std::move(message)}; }
+  /// Nothing is said against the file: the same may work later.
+  bool leavesTheFileGood() const { return kind == Kind::kUnavailable || kind == Kind::kBusy; }
 };
 
 using StoreOutcome = std::optional<StoreProblem>;  ///< nothing: it worked
 
 /// How long a statement waits for another program that holds the file (an inspector, a backup).
 inline constexpr int kBusyWaitMilliseconds = 100;
+
+/// What a result code of SQLite's means for the file.
+StoreProblem::Kind problemKindOf(int code);
 
 /// A prepared statement. Bound texts and blobs are not copied: they live until the statement has run.
 class Statement {

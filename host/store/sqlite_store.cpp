@@ -81,6 +81,8 @@ SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log)
   if (opening_ == StoreOpening::kLocked)
     return;
   flusher_ = options_.make_flusher([this](StoreFlusher::Urgency urgency) { flush(urgency); }, options_.flush_delay);
+  if (const auto problem = flusher_->problem())
+    tellFlushed(StoreProblem::unavailable(problem->message));
   // Makes last what the process before this one may have left unsynced, when it was killed, and a fresh file itself.
   if (database_ != nullptr)
     flusher_->flushSoon();
@@ -112,6 +114,10 @@ void SqliteStore::set(std::string_view key, Value value) {
 
 void SqliteStore::setTogether(std::span<StoreWrite> writes) {
   const std::lock_guard lock(memory_mutex_);
+  // All memory first, so that it is all of them or none.
+  for (const StoreWrite& write : writes)
+    propertyOf(write.key);
+  dirty_.reserve(dirty_.size() + writes.size());
   for (StoreWrite& write : writes)
     exchange(write.key, write.value);
 }
@@ -121,8 +127,9 @@ void SqliteStore::append(std::string_view key, Value element) {
   Property& property = propertyOf(key);
   kit::MutableArray list(property.value);
   list.append(std::move(element));
-  property.value = Value(std::move(list));
+  Value after(std::move(list));
   setDirty(property);
+  property.value.swap(after);
 }
 
 void SqliteStore::replace(std::string_view key, const Value& before, Value after) {
@@ -137,15 +144,16 @@ void SqliteStore::exchange(std::string_view key, Value& value) {
   Property& property = propertyOf(key);
   if (property.value.identicalTo(value))
     return;
-  property.value.swap(value);
   setDirty(property);
+  property.value.swap(value);
 }
 
+/// Before the value changes: without memory it throws, and then nothing was written.
 void SqliteStore::setDirty(Property& property) {
+  if (!property.dirty)
+    dirty_.push_back(&property);
+  property.dirty = true;
   ++writes_;
-  if (std::exchange(property.dirty, true))
-    return;
-  dirty_.push_back(&property);
 }
 
 bool SqliteStore::synchronize() {
@@ -376,14 +384,14 @@ SqliteStore::Opened SqliteStore::openFile() {
     failed = makeStoreFile(options_.place);
     if (!failed)
       failed = openAndLoad(false);
-    if (!failed || failed->kind != StoreProblem::Kind::kUnavailable)
+    if (!failed || !failed->leavesTheFileGood())
       break;
   }
   if (!failed)
     return {database_->fresh() ? StoreOpening::kCreated : StoreOpening::kOpened, {}};
   if (failed->kind == StoreProblem::Kind::kNewer)
     return {StoreOpening::kNewerVersion, *failed};
-  if (failed->kind == StoreProblem::Kind::kUnavailable)
+  if (failed->leavesTheFileGood())
     return {StoreOpening::kUnavailable, *failed};
   failed = setAside(failed->message);
   if (!failed)
@@ -546,10 +554,11 @@ StoreOutcome SqliteStore::applyPending() {
 }
 
 void SqliteStore::gatherDirty() {
+  pending_.reserve(pending_.size() + dirty_.size());
   pending_writes_ = writes_;
   for (Property* property : dirty_) {
     property->dirty = false;
-    pending_.push_back({property, property->value, {}});
+    pending_.push_back({property, property->value, {}, std::nullopt});
   }
   dirty_.clear();
 }
@@ -590,6 +599,9 @@ bool SqliteStore::planOne(Pending& pending) {
     if (!changes_.addRow(property.id, row, *element))
       return false;
   }
+  // Once the file has the change, nothing that follows may fail.
+  if (!property.rows.appliesInPlace(pending.change))
+    pending.rows.emplace(property.rows).apply(pending.change, after.size());
   return true;
 }
 
@@ -601,7 +613,10 @@ void SqliteStore::keepPending() {
 void SqliteStore::setStored() {
   kept_writes_ = pending_writes_;
   for (Pending& pending : pending_) {
-    pending.property->rows.apply(pending.change, arrayOrEmpty(pending.value).size());
+    if (pending.rows)
+      pending.property->rows = *std::move(pending.rows);
+    else
+      pending.property->rows.apply(pending.change, arrayOrEmpty(pending.value).size());
     pending.property->stored = std::move(pending.value);
     pending.property->refusal_told = false;
   }
@@ -708,6 +723,10 @@ void SqliteStore::flush(StoreFlusher::Urgency urgency) {
     when_flushed();
   uint64_t generation = 0;
   StoreOutcome failed = flushLog(urgency, generation);
+  if (isToBeTriedAgainUntold(failed)) {
+    flusher_->flushSoon();
+    return;
+  }
   const Committing committing(*this);
   if (failed && failed->kind == StoreProblem::Kind::kUnreadable) {
     // A commit may have found it out first, and begun another file.
@@ -723,6 +742,13 @@ void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   tellFlushed(failed);
 }
 
+/// A file that others are busy with is free again soon: no failure, unless it stays like that.
+bool SqliteStore::isToBeTriedAgainUntold(const StoreOutcome& failed) {
+  const bool is_busy = failed && failed->kind == StoreProblem::Kind::kBusy;
+  busy_flushes_ = is_busy ? busy_flushes_ + 1 : 0;
+  return is_busy && busy_flushes_ < kMaxBusyFlushes;
+}
+
 StoreOutcome SqliteStore::flushLog(StoreFlusher::Urgency urgency, uint64_t& generation) {
   bool fresh = false;
   int64_t log_bytes = 0;
@@ -736,10 +762,19 @@ StoreOutcome SqliteStore::flushLog(StoreFlusher::Urgency urgency, uint64_t& gene
   }
   if (StoreOutcome failed = renewKeeper(generation))
     return failed;
+  const bool is_first = !is_checked_;
+  if (is_first) {
+    // The sync first: the check walks all of the file, which may take seconds.
+    if (StoreOutcome failed = keeper_->syncLog())
+      return failed;
+    if (StoreOutcome failed = keeper_->check())
+      return failed;
+    is_checked_ = true;
+  }
   const int64_t limit = urgency == StoreFlusher::Urgency::kSessionEnd ? kLogSessionEndBytes : kLogRestartBytes;
   // The file of a fresh store has never been synced itself; writing the log back does that.
   if (!fresh && log_bytes < limit)
-    return keeper_->syncLog();
+    return is_first ? std::nullopt : keeper_->syncLog();
   return restartLog(generation);
 }
 
@@ -750,14 +785,13 @@ StoreOutcome SqliteStore::renewKeeper(uint64_t generation) {
   std::unique_ptr<StoreLogKeeper> keeper;
   if (StoreOutcome failed = StoreLogKeeper::open(options_.place, keeper))
     return failed;
-  if (StoreOutcome failed = keeper->check())
-    return failed;
   // SQLite does this for a log that it makes itself. One that an earlier process made and never synced, and the file
   // beside it, may still have no name on the disk.
   if (StoreOutcome failed = options_.place.files->syncFolder(options_.place.folder))
     return failed;
   keeper_ = std::move(keeper);
   keeper_generation_ = generation;
+  is_checked_ = false;
   return std::nullopt;
 }
 

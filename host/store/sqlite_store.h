@@ -46,6 +46,8 @@ inline constexpr int64_t kLogSessionEndBytes = int64_t{256} << 10;
 /// length the next commit waits, once, until it is. It takes about 16,000 commits within one write-back to get there.
 /// (The other exception: beginning the log anew takes one disk sync, and a commit that falls into it waits for it.)
 inline constexpr int64_t kLogHardBytes = int64_t{64} << 20;
+/// Flushes in a row that find the file busy, before that is told as any other failure: about ten seconds.
+inline constexpr int kMaxBusyFlushes = 20;
 /// Write-backs in a row to catch up with a writer, before the rest is left to the next flush.
 inline constexpr int kCatchUpRounds = 4;
 
@@ -124,6 +126,7 @@ class SqliteStore : public MachineStore {
     Property* property;
     kit::Value value;
     RowChange change;
+    std::optional<ArrayRows> rows;  ///< as they are afterwards, where to make them takes memory
   };
   struct TextHash {
     using is_transparent = void;
@@ -180,6 +183,7 @@ class SqliteStore : public MachineStore {
   StoreOutcome flushLog(StoreFlusher::Urgency urgency, uint64_t& generation);
   StoreOutcome renewKeeper(uint64_t generation);
   StoreOutcome restartLog(uint64_t generation);
+  bool isToBeTriedAgainUntold(const StoreOutcome& failed);
   void tellFlushed(const StoreOutcome& failed);
 
   const SqliteStoreOptions options_;
@@ -220,6 +224,8 @@ class SqliteStore : public MachineStore {
 
   std::unique_ptr<StoreLogKeeper> keeper_;  ///< the flusher's alone
   uint64_t keeper_generation_ = 0;
+  bool is_checked_ = false;  ///< the file that it keeps
+  int busy_flushes_ = 0;     ///< in a row; the flusher's alone
 
   std::unique_ptr<StoreFlusher> flusher_;  ///< null: read only, or in use by another
 };

@@ -159,7 +159,8 @@ StoreOutcome StoreDatabase::makeTables() {
 // committing connection stays at NORMAL, and the background thread sees to it that it never is the one to begin the
 // log anew.
 StoreOutcome StoreDatabase::prepareAll() {
-  if (StoreOutcome failed = connection_.execute("PRAGMA synchronous=NORMAL"))
+  static_assert(kLogKeptBytes == 4194304, "the text names it");
+  if (StoreOutcome failed = connection_.execute("PRAGMA synchronous=NORMAL;PRAGMA journal_size_limit=4194304"))
     return failed;
   const std::pair<const char*, Statement*> all[] = {
       {"BEGIN IMMEDIATE", &begin_},
@@ -392,7 +393,7 @@ StoreOutcome StoreLogKeeper::syncLog() {
     return StoreProblem{StoreProblem::Kind::kUnavailable, "its log is not open"};
   const int code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL);
   if (code != SQLITE_OK)
-    return StoreProblem{StoreProblem::Kind::kUnavailable, sqlite3_errstr(code)};
+    return StoreProblem{problemKindOf(code), sqlite3_errstr(code)};
   return std::nullopt;
 }
 

@@ -23,6 +23,9 @@ inline constexpr int64_t kStoreApplicationId = 0x4D52564B;
 /// Properties have numbers from 1 to here, in one store over its whole life.
 inline constexpr int64_t kMaxPropertyId = (int64_t{1} << 22) - 1;
 
+/// The log's file is cut to this length when a log that was longer is begun anew.
+inline constexpr int64_t kLogKeptBytes = int64_t{4} << 20;
+
 /// A property as it was found in the file.
 struct StoredProperty {
   int64_t id = 0;

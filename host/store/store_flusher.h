@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+
+#include "kit/error.h"
 
 namespace morvik::host {
 
@@ -18,6 +21,8 @@ class StoreFlusher {
   using Flush = std::function<void(Urgency)>;
 
   virtual ~StoreFlusher() = default;
+  /// Why nothing can be flushed but by flushAndWait() for now; nothing where all is well. Each request tries anew.
+  virtual std::optional<kit::Error> problem() const { return std::nullopt; }
   /// A flush within the delay. Requests until it starts are one. Any thread; does not block.
   virtual void flushSoon() = 0;
   /// A flush as soon as can be. Any thread; does not block, and does not run the flush itself.

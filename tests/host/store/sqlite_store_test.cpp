@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/store/background_flusher.h"
 #include "host/store/value_codec.h"
 #include "testing/recording_log.h"
 #include "tests/support/faulty_vfs.h"
@@ -632,6 +633,82 @@ TEST_F(SqliteStoreTest, AFailingSyncIsToldOnceAndSoIsItsEnd) {
 // ------------------------------------------------------------------------------------------------------ disk and
 // threads
 
+TEST_F(SqliteStoreTest, AFileThatIsBusyForAMomentIsSyncedAgainSoonAndNobodyIsTold) {
+  FaultyVfs vfs;
+  SqliteStoreOptions options = optionsFor(folder_.path(), vfs);
+  options.flush_delay = std::chrono::milliseconds(1);
+  SqliteStore store(options, log_);
+  store.set("text", "one");
+  store.flushAndWait();
+  const uint64_t syncs = vfs.count(VfsCall::Kind::kSync);
+  vfs.decide([left = std::make_shared<std::atomic<int>>(kMaxBusyFlushes - 1)](const VfsCall& call) {
+    return call.kind == VfsCall::Kind::kSync && (*left)-- > 0 ? SQLITE_BUSY : SQLITE_OK;
+  });
+  store.set("text", "two");
+  store.synchronize();
+  vfs.waitForCount(VfsCall::Kind::kSync, syncs + kMaxBusyFlushes);  // by itself
+  store.flushAndWait();
+  EXPECT_TRUE(log_.lines().empty()) << log_.lines().front().text;
+}
+
+TEST_F(SqliteStoreTest, AFileThatStaysBusyIsToldLikeOneThatCannotBeSynced) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->set("text", "one");
+  store->flushAndWait();
+  vfs.failAll(VfsCall::Kind::kSync, SQLITE_BUSY);
+  store->set("text", "two");
+  for (int flush = 1; flush < kMaxBusyFlushes; ++flush)
+    store->flushAndWait();
+  EXPECT_TRUE(log_.lines().empty());
+  store->flushAndWait();
+  EXPECT_EQ(log_.countContaining("cannot be synced to the disk (database is locked)"), 1U);
+  vfs.heal();
+  store->flushAndWait();
+  EXPECT_EQ(log_.countContaining("can be synced to the disk again"), 1U);
+}
+
+TEST_F(SqliteStoreTest, TheCheckOfAnEarlierProcessesFileKeepsTheFirstSyncWaitingForNothing) {
+  constexpr int kRecords = 20'000;
+  leaveStore(kRecords);
+  emptyTheLog();
+  const auto pages = static_cast<uint64_t>(std::filesystem::file_size(path()) / kStorePageBytes);
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->set("text", "new");
+  store->synchronize();
+  auto reads = std::make_shared<std::atomic<uint64_t>>(0);
+  auto reads_before_the_sync = std::make_shared<std::atomic<uint64_t>>(0);
+  vfs.decide([reads, reads_before_the_sync](const VfsCall& call) {
+    if (call.kind == VfsCall::Kind::kRead && !call.isOfLog())
+      ++*reads;
+    if (call.kind == VfsCall::Kind::kSync && call.isOfLog() && *reads_before_the_sync == 0)
+      *reads_before_the_sync = reads->load();
+    return SQLITE_OK;
+  });
+  store->flushAndWait();
+  EXPECT_GE(reads->load(), pages) << "the file was checked, all of it";
+  EXPECT_GE(reads_before_the_sync->load(), 1U);
+  EXPECT_LE(reads_before_the_sync->load(), pages / 10);
+}
+
+TEST_F(SqliteStoreTest, AStoreWhoseThreadTheSystemRefusesOpensAndSaysThatNothingIsSynced) {
+  SqliteStoreOptions options = optionsFor(folder_.path());
+  options.make_flusher = [](StoreFlusher::Flush flush, std::chrono::milliseconds delay) {
+    return std::make_unique<BackgroundFlusher>(
+        std::move(flush), delay, [](const char*, const std::function<void()>&) -> BackgroundFlusher::Started {
+          return kit::Error{"the system gave no thread"};
+        });
+  };
+  SqliteStore store(options, log_);
+  EXPECT_EQ(store.opening(), StoreOpening::kCreated);
+  store.set("text", "kept");
+  EXPECT_TRUE(store.synchronize());
+  EXPECT_EQ(log_.countContaining("cannot be synced to the disk (the system gave no thread)"), 1U);
+  store.flushAndWait();
+  EXPECT_EQ(log_.countContaining("can be synced to the disk again"), 1U);
+}
+
 TEST_F(SqliteStoreTest, CommitsGoOnWhileTheDiskIsSyncing) {
   FaultyVfs vfs;
   const auto store = openOn(vfs);
@@ -780,6 +857,21 @@ TEST_F(SqliteStoreUnderARestlessWriter, ALogPastTheHardLimitIsBegunAnewAllTheSam
   EXPECT_EQ(open()->get("text").string().back(), static_cast<char>('a' + (kLogHardBytes >> 22)));
 }
 
+TEST_F(SqliteStoreTest, TheFileOfTheLogIsShortAgainAfterABurst) {
+  const auto store = open();
+  store->flushAndWait();
+  const std::string log = path() + "-wal";
+  for (int i = 0; i < 12; ++i) {
+    store->set("long " + std::to_string(i), std::string(size_t{1} << 20, 'x'));
+    store->synchronize();
+  }
+  store->flushAndWait();
+  store->set("text", "after");
+  store->flushAndWait();
+  EXPECT_LE(static_cast<int64_t>(std::filesystem::file_size(log)), kLogKeptBytes + (int64_t{1} << 16));
+  EXPECT_EQ(inTheFile("long 11"), Value(std::string(size_t{1} << 20, 'x')));
+}
+
 TEST_F(SqliteStoreTest, AnySequenceOfChangesIsFoundAgain) {
   std::mt19937 random(11);
   int next = 0;
@@ -862,6 +954,67 @@ TEST_F(SqliteStoreTest, ThreadsReadWriteCommitAndFlushAtOnce) {
 
 // -------------------------------------------------------------------------------------------------------- a dying
 // thread
+
+/// Threads that record until they are let go of.
+class Recorders {
+ public:
+  explicit Recorders(SqliteStore& store) {
+    for (int i = 0; i < kThreads; ++i) {
+      threads_.emplace_back([this, &store, i] {
+        const std::string name = "recorder-" + std::to_string(i);
+        for (int number = 0; !over_; ++number) {
+          store.set(name, number);
+          store.synchronizeUntold();
+        }
+      });
+    }
+  }
+  ~Recorders() {
+    over_ = true;
+    for (std::thread& thread : threads_)
+      thread.join();
+  }
+  Recorders(const Recorders&) = delete;
+  Recorders& operator=(const Recorders&) = delete;
+
+ private:
+  static constexpr int kThreads = 4;
+  std::atomic<bool> over_{false};
+  std::vector<std::thread> threads_;
+};
+
+TEST_F(SqliteStoreTest, TellsTruthfullyWhatIsKeptBesideThreadsThatRecord) {
+  constexpr int kCalls = 60;
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  const Recorders recorders(*store);
+  int number = 0;
+  const auto set = [&] {
+    store->set("number", ++number);
+    return store->synchronizeUntold();
+  };
+  // An inspector that the writers have overtaken finds nothing.
+  const auto found = [this] {
+    Value value;
+    for (int look = 0; look < 1'000 && value.isAbsent(); ++look)
+      value = inTheFile("number");
+    return value;
+  };
+  for (int call = 0; call < kCalls; ++call) {
+    ASSERT_TRUE(set()) << "whatever others have written meanwhile, and not committed yet";
+    ASSERT_EQ(found(), Value(number));
+  }
+  vfs.failAll(VfsCall::Kind::kWrite, SQLITE_FULL);
+  store->synchronizeUntold();  // one that had begun before
+  for (int call = 0; call < kCalls; ++call)
+    ASSERT_FALSE(set());
+  EXPECT_EQ(found(), Value(kCalls));
+  vfs.heal();
+  store->synchronizeUntold();
+  for (int call = 0; call < kCalls; ++call)
+    ASSERT_TRUE(set());
+  EXPECT_EQ(found(), Value(number));
+}
 
 TEST_F(SqliteStoreTest, TurnsAwayADyingThreadThatIsInTheMiddleOfACommitItself) {
   FaultyVfs vfs;

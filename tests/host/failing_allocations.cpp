@@ -1,0 +1,45 @@
+#include "tests/host/failing_allocations.h"
+
+#include <cstdlib>
+#include <limits>
+#include <new>
+
+namespace {
+
+constexpr uint64_t kAll = std::numeric_limits<uint64_t>::max();
+thread_local uint64_t succeeding_allocations = kAll;
+
+}  // namespace
+
+namespace morvik::test {
+
+FailingAllocations::FailingAllocations(uint64_t succeeding) {
+  succeeding_allocations = succeeding;
+}
+
+void FailingAllocations::over() {
+  succeeding_allocations = kAll;
+}
+
+}  // namespace morvik::test
+
+// The allocation functions of this program: those of the library, less what a test takes away.
+
+void* operator new(size_t size) {
+  if (succeeding_allocations != kAll && succeeding_allocations-- == 0) {
+    succeeding_allocations = 0;
+    throw std::bad_alloc();
+  }
+  void* block = std::malloc(size == 0 ? 1 : size);
+  if (block == nullptr)
+    throw std::bad_alloc();
+  return block;
+}
+
+void operator delete(void* block) noexcept {
+  std::free(block);
+}
+
+void operator delete(void* block, size_t) noexcept {
+  std::free(block);
+}

@@ -1,0 +1,20 @@
+// Memory that runs out where a test says so.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+namespace morvik::test {
+
+/// While it lives, so many allocations of this thread succeed and each later one throws std::bad_alloc, until over().
+class FailingAllocations {
+ public:
+  explicit FailingAllocations(uint64_t succeeding);
+  ~FailingAllocations() { over(); }
+  FailingAllocations(const FailingAllocations&) = delete;
+  FailingAllocations& operator=(const FailingAllocations&) = delete;
+
+  void over();
+};
+
+}  // namespace morvik::test
