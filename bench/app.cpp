@@ -1,4 +1,5 @@
-// What the kit costs the app: one recorded event at several depths of the queue, the start, shared() and startSession.
+// What the kit costs the app: one recorded event at several depths of the queue, and beside a thread that commits
+// without a pause; the start, shared() and startSession.
 //
 // No benchmark loop here: the figures of interest are medians and the 99.9th percentile of single calls.
 
@@ -8,12 +9,15 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
+#include <thread>
+#include <variant>
 #include <vector>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
@@ -32,14 +36,19 @@ constexpr int kStartsMeasured = 15;
 constexpr int kSessionsMeasured = 300;
 constexpr double kMaxMedianMicroseconds = 10;
 constexpr double kMaxDepthRatio = 1.5;
+/// A call waits for the rest of the commit that runs, and then for the one that takes its own record along.
+constexpr double kMaxWaitInCommits = 2;
+/// Of one commit in front of which a foreign thread comes: a record, a busy turn, a large one.
+constexpr std::array kRowsOfACommit = {1, 100, 5'000};
+constexpr int kWaitsMeasured = 5'000;
 
 int64_t nowNanoseconds() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
       .count();
 }
 
-/// A kit on the calling thread that reaches no service and, without a user number, builds no batch.
-std::unique_ptr<MorvikCore> started(const std::string& folder) {
+/// Reaches no service and, without a user number, builds no batch. Pumped by the calling thread.
+HostOptions optionsOn(const std::string& folder) {
   HostOptions options;
   options.store_folder = folder;
   options.app_key = "app";
@@ -50,7 +59,11 @@ std::unique_ptr<MorvikCore> started(const std::string& folder) {
   options.log_sink = [](std::string_view) {};
   options.ad_client = AdClient{};
   options.main_queue = MainQueueMode::kPumped;
-  StartResult result = MorvikCore::start(options);
+  return options;
+}
+
+std::unique_ptr<MorvikCore> started(const std::string& folder) {
+  StartResult result = MorvikCore::start(optionsOn(folder));
   if (!result) {
     std::fprintf(stderr, "%s\n", result.error.c_str());
     std::exit(2);
@@ -96,6 +109,98 @@ double recordingAtDepth(int depth) {
   const Times times = measured(kEventsMeasured, [&](int i) { record(*core, i); });
   print(("record one event, " + std::to_string(depth) + " stored before").c_str(), times);
   return times.median();
+}
+
+std::string rowsText(int rows) {
+  return std::to_string(rows) + (rows == 1 ? " row" : " rows");
+}
+
+/// How long this thread has been ready to run and had no processor: the machine's load, and no wait of the kit's.
+class RunDelay {
+ public:
+  RunDelay() : file_(std::fopen("/proc/thread-self/schedstat", "r")) {
+    if (file_ != nullptr)
+      std::setvbuf(file_, nullptr, _IONBF, 0);
+  }
+  ~RunDelay() {
+    if (file_ != nullptr)
+      std::fclose(file_);
+  }
+  RunDelay(const RunDelay&) = delete;
+  RunDelay& operator=(const RunDelay&) = delete;
+  /// Since the thread began; 0 where the system does not tell.
+  int64_t nanoseconds() {
+    std::array<char, 128> line{};
+    if (file_ == nullptr || std::fseek(file_, 0, SEEK_SET) != 0 ||
+        std::fgets(line.data(), line.size(), file_) == nullptr)
+      return 0;
+    char* behind_the_first = nullptr;
+    std::strtoll(line.data(), &behind_the_first, 10);
+    return std::strtoll(behind_the_first, nullptr, 10);
+  }
+
+ private:
+  std::FILE* const file_;
+};
+
+/// As measured(), less the time in which the calling thread had no processor.
+Times measuredRunning(int count, const std::function<void(int)>& call) {
+  RunDelay delay;
+  std::vector<double> microseconds;
+  microseconds.reserve(static_cast<size_t>(count));
+  for (int i = 0; i < count; ++i) {
+    const int64_t delay_before = delay.nanoseconds();
+    const int64_t begin = nowNanoseconds();
+    call(i);
+    const int64_t took = nowNanoseconds() - begin;
+    microseconds.push_back(static_cast<double>(std::max<int64_t>(0, took - (delay.nanoseconds() - delay_before))) /
+                           1e3);
+  }
+  return Times(std::move(microseconds));
+}
+
+/// So many rows, none of which the store has.
+kit::Value newRows(int rows, int number) {
+  kit::MutableArray list;
+  for (int row = 0; row < rows; ++row)
+    list.append(kit::Dictionary{{"number", number}, {"text", "item-" + std::to_string(row)}});
+  return kit::Value(std::move(list));
+}
+
+void printCommits(const std::string& what, const Times& times) {
+  std::printf("%-58s median %10.2f us   99.9%% %10.2f us   longest %10.2f us\n", what.c_str(), times.median(),
+              times.at(0.999), times.at(1));
+}
+
+/// A foreign thread's longest wait and its 99.9th percentile, in commits of the thread that commits without a pause.
+/// Commits are measured whole, since a committer that has no processor holds others up.
+double recordingBesideCommits(int rows) {
+  const Folder folder;
+  auto made = host::makeHost(optionsOn(folder.path()));
+  auto* const host = std::get_if<std::unique_ptr<host::Host>>(&made);
+  if (host == nullptr)
+    std::exit(2);
+  std::atomic<bool> over{false};
+  std::vector<double> commit_microseconds;
+  std::thread committer([&] {
+    for (int i = 0; !over; ++i) {
+      (*host)->setStoredValue("bench", newRows(rows, i));
+      const int64_t begin = nowNanoseconds();
+      (*host)->properties().synchronize();
+      commit_microseconds.push_back(static_cast<double>(nowNanoseconds() - begin) / 1e3);
+    }
+  });
+  const Times waits = measuredRunning(
+      kWaitsMeasured, [&](int i) { (*host)->addActivity("shop", "purchase", "item-" + std::to_string(i)); });
+  over = true;
+  committer.join();
+  const Times commits(std::move(commit_microseconds));
+  printCommits("commits of " + rowsText(rows) + " without a pause", commits);
+  printCommits("record one event beside them", waits);
+  std::printf("%-58s median %10.2f      99.9%% %10.2f      longest %10.2f\n", "  wait / one commit",
+              waits.median() / commits.median(), waits.at(0.999) / commits.at(0.999), waits.at(1) / commits.at(1));
+  std::fflush(stdout);
+  return std::max(waits.at(0.999) / commits.at(0.999), waits.at(1) / commits.at(1));
 }
 
 /// Milliseconds from before the process is made until its first event is recorded.
@@ -183,12 +288,16 @@ int run(const char* program) {
   recordingAtDepth(1'000);
   recordingAtDepth(10'000);
   const double deep = recordingAtDepth(100'000);
+  double longest_wait = 0;
+  for (const int rows : kRowsOfACommit)
+    longest_wait = std::max(longest_wait, recordingBesideCommits(rows));
   startWith(program, 0);
   startWith(program, 10'000);
   sharedAndSessions();
   std::printf("\n");
   return verdict("median of one recorded event, in microseconds", std::max(shallow, deep), kMaxMedianMicroseconds) |
-         verdict("one event at a depth of 100,000 / at a depth of 10", deep / shallow, kMaxDepthRatio);
+         verdict("one event at a depth of 100,000 / at a depth of 10", deep / shallow, kMaxDepthRatio) |
+         verdict("wait beside commits / one commit (99.9% and longest)", longest_wait, kMaxWaitInCommits);
 }
 
 }  // namespace
