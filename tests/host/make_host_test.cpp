@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -25,6 +26,7 @@
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/crash/crash_record.h"
+#include "host/handed_over.h"
 #include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 #include "services/dates.h"
@@ -1068,6 +1070,36 @@ TEST_F(OpenedUrls, OfFacebookAreReportedThroughTheFacade) {
   EXPECT_EQ(host->pending().requests, 1U);
   std::thread([&host] { host->setReferralUrlForFacebook("https://f.example/?ck=13"); }).join();
   host->dispatch();
+  EXPECT_EQ(facebookData()["deeplink_info"]["conversion_key"], kit::Value(13));
+}
+
+TEST_F(OpenedUrls, OfADeadProcessAreHandledBeforeTheFirstSessionOfOneThatIsPumped) {
+  {
+    options.sending = false;  // so that they wait
+    const auto host = make();
+    EXPECT_EQ(host->passOpenURL("app://x?ck=12&cid=shoe"), Recorded::kKept);
+    EXPECT_EQ(host->setReferralUrlForFacebook("https://f.example/?ck=13"), Recorded::kKept);
+    EXPECT_EQ(host->thirdPartyConversion(), Recorded::kKept);
+    host->stop();
+  }
+  EXPECT_TRUE(opened.empty());
+  options.sending = true;
+  options.log_level = 6;
+  const auto host = makePumped();
+  EXPECT_EQ(host->storedValue(kHandedOverKey).size(), 3U);
+  host->applicationDidBecomeActive();  // inline: nothing was dispatched yet
+  EXPECT_EQ(opened, std::vector<std::string>{"12"});
+  EXPECT_EQ(host->storedValue(kHandedOverKey).size(), 0U);
+  const auto position = [this](const char* part) {
+    const auto messages = log.messages();
+    const auto found = std::find_if(messages.begin(), messages.end(), [part](const std::string& message) {
+      return message.find(part) != std::string::npos;
+    });
+    EXPECT_NE(found, messages.end()) << part;
+    return found - messages.begin();
+  };
+  const auto third_party = position("MRVK_QA-thirdPartyConversion_request.URL.absoluteString");
+  EXPECT_LT(third_party, position("Morvik host: a session started"));
   EXPECT_EQ(facebookData()["deeplink_info"]["conversion_key"], kit::Value(13));
 }
 

@@ -75,6 +75,23 @@ TEST_F(FullDisk, KeepsTheWishAsSoonAsThereIsRoomAlthoughNothingElseHappens) {
   EXPECT_TRUE(phone_->properties().MorvikCoreUserInfo_isGDPRForgetMeServerSynced());
 }
 
+TEST_F(FullDisk, IsToldToWhoeverRecordsOrSetsMeanwhileAndNotAfterwards) {
+  EXPECT_EQ(phone_->setAge(27), Recorded::kKept);
+  const size_t stored = phone_->properties().fendoActivityInfos().size();
+  fill();
+  EXPECT_EQ(phone_->setAge(28), Recorded::kKeptInMemory);
+  EXPECT_EQ(phone_->setUserId("user-7"), Recorded::kKeptInMemory);
+  EXPECT_EQ(phone_->clearUserId(), Recorded::kKeptInMemory);
+  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kKeptInMemory);
+  EXPECT_EQ(phone_->passOpenURL("app://x?cid=shoe"), Recorded::kKeptInMemory);
+  makeRoom();
+  EXPECT_EQ(phone_->setAge(29), Recorded::kKept);
+  dieAndStart();
+  EXPECT_EQ(phone_->properties().fendoUserDemoInfo_age(), 29);
+  EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), stored + 1);
+  EXPECT_EQ(phone_->storedValue("host.handedOver").size(), 1U);
+}
+
 TEST_F(FullDisk, IsTriedOnceInEveryTenSecondsAndNoMoreWhenAllIsKept) {
   size_t tries = 0;
   disk_.decide([&tries](const DiskCall& call) {

@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
+#include "host/handed_over.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
@@ -28,7 +31,7 @@ class LateDevice : public ::testing::Test {
   ~LateDevice() override { machine_.kill(std::move(phone_)); }
 
   void start() {
-    phone_ = machine_.start(simulatedApp());
+    phone_ = machine_.start(app_);
     machine_.loop.runUntilIdle();
   }
   void restartInTheDark() {
@@ -45,6 +48,13 @@ class LateDevice : public ::testing::Test {
   void reportTheInstall() {
     phone_->thirdPartyConversion();
     machine_.loop.advance(1);
+  }
+  /// Keys of the referral URLs that were handled, in the order of their requests.
+  std::vector<int64_t> handledUrls() const {
+    std::vector<int64_t> keys;
+    for (const ServedRequest& served : service_.requests(ServiceEndpoint::kThirdPartyConversion))
+      keys.push_back(served.payload["deeplink_info"]["conversion_key"].integer());
+    return keys;
   }
   void crash(const char* reason) {
     phone_->reportUncaughtException({.reason = reason, .call_stack_symbols = {}, .moment = std::nullopt});
@@ -65,6 +75,7 @@ class LateDevice : public ::testing::Test {
     return names;
   }
 
+  HostOptions app_ = simulatedApp();
   SimulatedDisk disk_;
   VirtualMachine machine_{{.disk = &disk_}};
   const host::OpensslCipher cipher_;
@@ -127,6 +138,76 @@ TEST_F(LateDevice, KeepsItsUserNumberAndCountsItsLaunchesOn) {
   machine_.loop.advance(1);
   EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
   EXPECT_EQ(phone_->properties().integerForKey("com.morvik.core.appLaunchCount"), launches + 1);
+}
+
+TEST_F(LateDevice, HandlesOnceWhatItsFileAndItsOwnProcessWereHandedOver) {
+  start();
+  phone_->setSendingEnabled(false);
+  phone_->setReferralUrlForFacebook("https://f.example/?ck=12");
+  machine_.loop.runUntilIdle();
+  restartInTheDark();
+  EXPECT_EQ(phone_->setReferralUrlForFacebook("https://f.example/?ck=13"), Recorded::kKeptInMemory);
+  machine_.loop.advance(1);
+  EXPECT_THAT(handledUrls(), ElementsAre(13));
+  showDisk();
+  phone_->addActivity("shop", "look", std::nullopt);
+  machine_.loop.advance(1);
+  EXPECT_THAT(handledUrls(), ElementsAre(13, 12));
+  EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 0U);
+  machine_.kill(std::move(phone_));
+  start();
+  machine_.loop.advance(1);
+  EXPECT_THAT(handledUrls(), ElementsAre(13, 12));
+}
+
+TEST_F(LateDevice, HandlesEachUrlOnceWhenItsFileComesToLightWhileOneIsHandled) {
+  std::vector<std::string> opened;
+  app_.modules["FendoLib"].resetRetainedConversionCache = [&](const std::map<std::string, std::string>& query) {
+    opened.push_back(query.at("ck"));
+    showDisk();
+    phone_->properties().synchronize();
+  };
+  start();
+  phone_->setSendingEnabled(false);
+  phone_->passOpenURL("app://x?ck=12");
+  machine_.loop.runUntilIdle();
+  restartInTheDark();
+  EXPECT_EQ(phone_->passOpenURL("app://x?ck=13"), Recorded::kKeptInMemory);
+  machine_.loop.advance(1);
+  EXPECT_THAT(opened, ElementsAre("13", "12"));
+  EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 0U);
+  machine_.kill(std::move(phone_));
+  start();
+  machine_.loop.advance(1);
+  EXPECT_THAT(opened, ElementsAre("13", "12"));
+}
+
+TEST_F(LateDevice, RecordsAndSendsNothingMoreOnceItsFileSaysThatTheUserIsForgotten) {
+  start();
+  phone_->gdprForgetMe(true);
+  machine_.loop.runUntilIdle();
+  restartInTheDark();
+  showDisk();
+  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kKept) << "nobody could know";
+  machine_.loop.runUntilIdle();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kRefusedForgotten);
+  machine_.transport.clearRequests();
+  phone_->applicationDidBecomeActive();
+  machine_.loop.advance(60);
+  EXPECT_THAT(machine_.transport.requests(), IsEmpty());
+}
+
+TEST_F(LateDevice, KeepsAWishOfItsOwnThatIsMadeWhileItsFileComesToLight) {
+  start();
+  restartInTheDark();
+  showDisk();
+  phone_->addActivity("shop", "look", std::nullopt);
+  phone_->setOffline(true);  // no answer of the service says it once more
+  EXPECT_EQ(phone_->gdprForgetMe(true), Recorded::kKept) << "before the main queue has looked at the file";
+  machine_.loop.runUntilIdle();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kRefusedForgotten);
 }
 
 TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsBesideIt) {

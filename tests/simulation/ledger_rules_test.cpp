@@ -284,6 +284,16 @@ TEST_F(LedgerRules, CountWhatWasRefusedByItsReasonOutsideOfTheAccounts) {
   EXPECT_EQ(ledger.of("activities").recorded, 0U);
 }
 
+TEST_F(LedgerRules, KeepARefusalOverAStopAlthoughTheLedgerWasReadInBetween) {
+  phone->addActivity("", "no group", std::nullopt);
+  ASSERT_EQ(phone->ledger().refused.size(), 1U);
+  phone->stop();
+  start();
+  const Ledger ledger = phone->ledger();
+  ASSERT_EQ(ledger.refused.size(), 1U);
+  EXPECT_EQ(ledger.refused[0].count, 1U);
+}
+
 #ifndef NDEBUG
 TEST_F(LedgerRules, StopADevelopersBuildWhereAnActivityGoesThatNoRuleGivesUp) {
   record("one");

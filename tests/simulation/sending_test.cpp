@@ -227,6 +227,44 @@ TEST(Sending, OnByDefaultAndUnchangedNothingIsDoneTwice) {
   EXPECT_THAT(device.network().requests(), SizeIs(before));
 }
 
+TEST(Sending, OffLetsAWishAndItsWithdrawalThroughInTheirOrder) {
+  AttributedDevice device;
+  device.kit().addActivity("shop", "look");
+  device.network().clearRequests();
+  device.kit().setSendingEnabled(false);
+  EXPECT_EQ(device.kit().gdprForgetMe(true), Recorded::kKept);
+  EXPECT_EQ(device.kit().gdprForgetMe(false), Recorded::kKept);
+  device.settle();
+  const auto sent = device.network().requests();
+  ASSERT_THAT(sent, SizeIs(2));
+  for (const kit::Request& request : sent)
+    EXPECT_THAT(request.url, HasSubstr(services::kGdprReqUrlPath));
+  EXPECT_TRUE(device.kit().isGdprForgetMe()) << "an accepted wish marks the user as forgotten, also this one";
+  device.kit().setSendingEnabled(true);
+  device.leave();
+  device.restart();
+  device.open();
+  EXPECT_THAT(device.network().requests(), SizeIs(2));
+}
+
+TEST(Sending, OffAWishThatWasWithdrawnBeforeTheServiceKnewLeavesNothingForgotten) {
+  AttributedDevice device;
+  device.kit().setSendingEnabled(false);
+  device.goOffline();
+  EXPECT_EQ(device.kit().gdprForgetMe(true), Recorded::kKept);
+  device.settle();
+  EXPECT_EQ(device.kit().addActivity("shop", "look"), Recorded::kRefusedForgotten);
+  EXPECT_EQ(device.kit().gdprForgetMe(false), Recorded::kKept);
+  device.settle();
+  EXPECT_FALSE(device.kit().isGdprForgetMe());
+  EXPECT_EQ(device.kit().addActivity("shop", "purchase"), Recorded::kKept);
+  device.goOnline();
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_EQ(device.delivered("shop", "purchase"), 1u);
+  EXPECT_EQ(device.delivered("shop", "look"), 0u);
+}
+
 TEST(Sending, OffLetsWhatIsHandedOverWaitAndKeepsItForTheNextProcess) {
   AttributedDevice device;
   const auto arrived = [&device](const char* path) { return device.network().requests(path).size(); };

@@ -3,8 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <functional>
+#include <optional>
+#include <string>
 #include <thread>
+#include <utility>
 
+#include "services/endpoints.h"
+#include "testing/recording_log.h"
 #include "tests/host/ledger/book_rig.h"
 
 namespace morvik::host {
@@ -265,6 +272,85 @@ TEST_F(LedgerBookTest, DeliversNoDemographicsWithARequestThatHasNoBody) {
   end(book->requestStarts(request), yes(), [this] { set("fendoUserDemoInfo_age", -1); });
   EXPECT_THAT(givenUp("demographics"),
               ElementsAre(Pair("accepted in a payload that could not say whose they are", 1U)));
+}
+
+/// In each book that is written the values that were ever set are as many as those that are counted.
+class CheckingStore final : public NotingStore {
+ public:
+  using NotingStore::NotingStore;
+  StoreOpening opening() const override { return is_dark ? StoreOpening::kUnavailable : NotingStore::opening(); }
+  kit::Value get(std::string_view key) const override {
+    if (key == kLedgerKey && while_the_book_is_held)
+      std::exchange(while_the_book_is_held, {})();
+    return NotingStore::get(key);
+  }
+  void setTogether(std::span<StoreWrite> writes) override {
+    for (const StoreWrite& write : writes) {
+      const kit::Value& account = write.value["demographics"];
+      if (write.key == kLedgerKey && account["recorded"].integer() != account["sets"]["pending"].integer())
+        ++books_without_their_notes;
+      books += write.key == kLedgerKey ? 1 : 0;
+    }
+    NotingStore::setTogether(writes);
+    together.clear();
+  }
+  bool is_dark = false;
+  mutable std::function<void()> while_the_book_is_held;
+  int books = 0;
+  int books_without_their_notes = 0;
+};
+
+class NotesOfSetters : public ::testing::Test {
+ protected:
+  void start(bool is_dark) {
+    store_.is_dark = is_dark;
+    book_.emplace(LedgerParts{
+        .store = store_, .house_lock = house_lock_, .endpoints = {}, .logger = services::Logger(levels_, log_)});
+  }
+  void setAge(int age) { book_->set("fendoUserDemoInfo_age", age, LedgerWriter::kKit); }
+
+  const test::ScratchFolder folder_;
+  ::morvik::testing::RecordingLog log_;
+  kit::LogLevels levels_;
+  kit::HouseLock house_lock_;
+  CheckingStore store_{folder_.path(), log_};
+  std::optional<LedgerBook> book_;
+};
+
+TEST_F(NotesOfSetters, AreCountedInTheBookThatIsWrittenWithAList) {
+  start(true);
+  store_.while_the_book_is_held = [this] { std::thread([this] { setAge(27); }).join(); };
+  book_->set("commerceConversionInfos", kit::Array{1}, LedgerWriter::kKit);
+  EXPECT_GE(store_.books, 1);
+  EXPECT_EQ(store_.books_without_their_notes, 0);
+  EXPECT_EQ(book_->read().of("demographics").recorded, 1U);
+}
+
+TEST_F(NotesOfSetters, AreCountedInEachBookThatIsWrittenBesideThem) {
+  constexpr int kRequests = 4'000;
+  start(false);
+  std::atomic<bool> over{false};
+  std::thread setter([this, &over] {
+    for (int age = 1; !over; ++age)
+      setAge(age);
+  });
+  kit::Request request;
+  request.url = std::string("https://conversion.morvik.example/") + services::kReEngagementConversionPath;
+  for (int i = 0; i < kRequests; ++i) {
+    book_->payloadIsBeingBuilt();
+    const std::string sealed = std::to_string(100'000 + i) + std::string(100, 'x');
+    book_->payloadWasSealed(
+        kit::Dictionary{{"deeplink_info", kit::Dictionary{{"conversion_key", i}, {"session_no", "1"}}}},
+        kit::Dictionary{{"k", "app"}, {"j", sealed}});
+    request.body = "k=app&j=" + sealed;
+    const uint64_t exchange = book_->requestStarts(request);
+    book_->handlerBegins(exchange);
+    book_->handlerEnded(exchange);
+  }
+  over = true;
+  setter.join();
+  EXPECT_GE(store_.books, kRequests);
+  EXPECT_EQ(store_.books_without_their_notes, 0);
 }
 
 TEST_F(LedgerBookTest, KnowsAReplacedValueWhoseRequestIsStillUnderWay) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <limits>
 #include <optional>
 #include <string>
@@ -261,6 +262,33 @@ TEST_F(ServicesLib, RecordsAnImpressionWithAllItsFields) {
                                                                                       {"conversionKey", 3},
                                                                                       {"isFirstTime", true},
                                                                                       {"createdAt", kit::Date{4}}}}));
+}
+
+TEST_F(ServicesLib, LetsNothingInOnceTheMirrorOfAWishIsLoadedBesideThreadsThatRecord) {
+  constexpr int kRounds = 300;
+  constexpr int kThreads = 3;
+  lib();
+  for (int round = 0; round < kRounds; ++round) {
+    properties_.setMorvikCoreUserInfo_isGDPRForgetMe(false);
+    lib_->loadMirrors();
+    std::atomic<int> recorded{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+      threads.emplace_back([this, &recorded] {
+        while (isKept(lib_->addActivityOfApp("g", "n", "", kit::Date{})))
+          ++recorded;
+      });
+    }
+    while (recorded < 1) {
+    }
+    properties_.setMorvikCoreUserInfo_isGDPRForgetMe(true);
+    lib_->loadMirrors();
+    const size_t stored = properties_.fendoActivityInfos().size();
+    for (std::thread& thread : threads)
+      thread.join();
+    ASSERT_EQ(properties_.fendoActivityInfos().size(), stored);
+    properties_.setFendoActivityInfos(kit::Value(kit::Array()));
+  }
 }
 
 TEST_F(ServicesLib, LosesNothingThatManyThreadsRecord) {
