@@ -49,6 +49,7 @@ void BackgroundFlusher::flushAndWait(Urgency urgency) {
   urgency_ = std::max(urgency_, urgency);
   now_ = true;
   if (!hasThread()) {
+    ended_.wait(lock, [this] { return !is_flushing_; });  // another thread's, which waits likewise
     if (!stopped_)
       flushOnce(lock);
     return;
@@ -84,7 +85,7 @@ void BackgroundFlusher::needThread() {
 void BackgroundFlusher::run() {
   std::unique_lock lock(mutex_);
   while (!stopped_) {
-    if (!now_ && !soon_) {
+    if (is_flushing_ || (!now_ && !soon_)) {
       wake_.wait(lock);
       continue;
     }
@@ -101,6 +102,7 @@ void BackgroundFlusher::flushOnce(std::unique_lock<std::mutex>& lock) {
   soon_ = false;
   now_ = false;
   ++started_count_;
+  is_flushing_ = true;
   lock.unlock();
   bool has_thrown = false;
   try {
@@ -114,7 +116,9 @@ void BackgroundFlusher::flushOnce(std::unique_lock<std::mutex>& lock) {
     due_ = std::chrono::steady_clock::now() + delay_;
   }
   ++ended_count_;
+  is_flushing_ = false;
   ended_.notify_all();
+  wake_.notify_all();
 }
 
 }  // namespace morvik::host

@@ -50,6 +50,7 @@ class BackgroundFlusher final : public StoreFlusher {
   bool soon_ = false;
   bool now_ = false;
   bool stopped_ = false;
+  bool is_flushing_ = false;
   Urgency urgency_ = Urgency::kRoutine;
   std::chrono::steady_clock::time_point due_;
   uint64_t started_count_ = 0;
