@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "services/endpoints.h"
+#include "tests/support/environment_variable.h"
 
 namespace morvik::simulation {
 namespace {
@@ -163,6 +164,32 @@ TEST(TestDevice, SetsTheClockWithoutTimePassing) {
   device.kit().addActivity("shop", "purchase");
   device.leave();
   EXPECT_EQ(device.delivered("shop", "purchase"), 1u);
+}
+
+TEST(TestDevice, SendsAWithdrawalAfterAWishThatWasAccepted) {
+  TestDevice device;
+  device.open();
+  device.kit().gdprForgetMe(true);
+  device.settle();
+  EXPECT_THAT(device.network().requests(services::kGdprReqUrlPath), SizeIs(1));
+  device.kit().gdprForgetMe(true);
+  device.settle();
+  EXPECT_THAT(device.network().requests(services::kGdprReqUrlPath), SizeIs(1)) << "the service knows";
+  EXPECT_EQ(device.kit().gdprForgetMe(false), Recorded::kKept);
+  device.settle();
+  EXPECT_THAT(device.network().requests(services::kGdprReqUrlPath), SizeIs(2));
+}
+
+TEST(TestDevice, TakesTheEnvironmentOnlyWhereTheAppAllowsIt) {
+  test::EnvironmentVariable level("MORVIK_LOG_LEVEL");
+  level.set("0");
+  for (const bool is_allowed : {false, true}) {
+    TestDeviceOptions options;
+    options.app.allow_environment = is_allowed;
+    TestDevice device(options);
+    device.open();
+    EXPECT_EQ(device.log().countContaining("Morvik host: a session started"), is_allowed ? 0u : 1u);
+  }
 }
 
 TEST(TestDevice, SendsTheReportOfACrashWithTheNextStart) {

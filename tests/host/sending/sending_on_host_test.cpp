@@ -5,11 +5,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <thread>
@@ -299,6 +301,31 @@ TEST_F(SendingOnHost, SwitchedByManyThreadsItEndsAsItWasSwitchedLast) {
 }
 
 // ------------------------------------------------------------------------------------------------------------- erasing
+
+TEST_F(SendingOnHost, AWithdrawalOnAnotherThreadIsSentAfterAnAcceptedWishOnOne) {
+  const auto host = makeAttributed();
+  std::mutex mutex;
+  std::condition_variable told;
+  std::vector<bool> answers;
+  const auto delegate = std::make_shared<MorvikCoreDelegate>();
+  delegate->didAnswerErasure = [&](bool accepted) {
+    const std::lock_guard lock(mutex);
+    answers.push_back(accepted);
+    told.notify_all();
+  };
+  host->setDelegate(delegate);
+  const auto wishAndWait = [&](bool forget_me, size_t answers_then) {
+    std::thread([&] { EXPECT_EQ(host->gdprForgetMe(forget_me), Recorded::kKept); }).join();
+    std::unique_lock lock(mutex);
+    EXPECT_TRUE(told.wait_for(lock, kGiveUp, [&] { return answers.size() == answers_then; }));
+  };
+  wishAndWait(true, 1);
+  wishAndWait(false, 2);
+  EXPECT_THAT(answers, ElementsAre(true, true));
+  EXPECT_EQ(arrived(services::kGdprReqUrlPath), 2u);
+  EXPECT_TRUE(host->isGdprForgetMe()) << "an accepted wish marks the user as forgotten, whatever it asked for";
+  host->stop();
+}
 
 TEST_F(SendingOnHost, ErasedNothingOfTheKitIsLeftAndWhatIsNotItsOwnStays) {
   {
