@@ -326,7 +326,10 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void buildAndSend();
   void refetchReferral();
   void trackingDidSucceed(const kit::Value& json);
-  void trackingWasNotSent();
+  /// tracking() of a batch that was made so.
+  void sendBatch(const kit::Value& parameters, EndActivities end_activities);
+  void trackingWasNotSent(EndActivities end_activities);
+  kit::Value emptySentEventKeys();
   void trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
   void clearSentEventKeysAfterFailure();
   void takeServerTime(const kit::Value& json);
@@ -393,6 +396,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   bool wasForgetMeSynced() const;
   void tellNextWish();
   void tellForgetMe(bool forget_me);
+  void noteForgetMeNotAccepted();
   void leaveForgetMeUntold();
   void sendErasureRequest();
   void erasureDidFail(const std::optional<kit::Response>& response, const kit::Error& error);

@@ -116,13 +116,13 @@ void MorvikCoreLib::saveCommerceEvents() {
 
 void MorvikCoreLib::getPremiumPostbackInfoss() {
   services::guarded(log(), kPremiumPostbackGuard, MORVIK_HERE("-[MorvikCoreLib getPremiumPostbackInfoss]"), [this] {
-    if (isGateClosed())
+    if (services().isGDPRForgetMe())
       return;
     if (store().commercePremiumPostBack() == kGranted) {
       services().setIsPremiumPostback(true);
       return;
     }
-    if (endedWithinTheMinute())
+    if (services().isSendingOff() || endedWithinTheMinute())
       return;
     const std::string path = services::format("%@/%@", {services().appKey(), services::kAppConfigFileName});
     auto request =

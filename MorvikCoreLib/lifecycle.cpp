@@ -227,9 +227,10 @@ bool MorvikCoreLib::endedWithinTheMinute() const {
 
 void MorvikCoreLib::uploadPendingActivities(EndActivities end_activities) {
   withheld_end_activities_ = services().isSendingOff() ? end_activities : EndActivities::kSend;
+  pushes_after_batch_ = false;
   if (store().fendoActivityInfos().size() == 0 || !isTrackingPossible())
     return;
-  tracking(makeTrackingParameter(end_activities));
+  sendBatch(makeTrackingParameter(end_activities), end_activities);
 }
 
 void MorvikCoreLib::askForAttribution() {

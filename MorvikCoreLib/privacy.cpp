@@ -171,10 +171,8 @@ Value MorvikCoreLib::makeGdprParameter(ErasureForm form) {
 void MorvikCoreLib::erasureDidAnswer(const std::optional<kit::Response>& response, const Value& json) {
   failedGDPRCnt_ = 0;
   MORVIK_LOG(log(), lcl_vDebug, kErasureHandler, "MRVK_QA-[MorvikCore GDPR] %@", json);
-  if (!isSuccess(response)) {
-    setForgetMeSynced(false);
-    return;
-  }
+  if (!isSuccess(response))
+    return noteForgetMeNotAccepted();
   MORVIK_LOG(log(), lcl_vTrace, kErasureHandler, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP %ld",
              services::statusCode(response));
   store().inOneStep([this] {
@@ -188,7 +186,16 @@ void MorvikCoreLib::erasureDidFail(const std::optional<kit::Response>& response,
   MORVIK_LOG(log(), lcl_vError, kErasureHandler, "MRVK_QA-[MorvikCore GDPR] Recieved an HTTP %ld",
              services::statusCode(response));
   MORVIK_LOG(log(), lcl_vError, kErasureHandler, "MRVK_QA-[MorvikCore GDPR] The error was: %@", error);
-  setForgetMeSynced(false);
+  noteForgetMeNotAccepted();
+}
+
+/// Also where a later wish waits to be told: what it puts back without a network is no acceptance.
+void MorvikCoreLib::noteForgetMeNotAccepted() {
+  store().inOneStep([this] {
+    if (synced_before_wish_)
+      synced_before_wish_ = false;
+    setForgetMeSynced(false);
+  });
 }
 
 void MorvikCoreLib::setForgetMe(bool forget_me) {

@@ -26,9 +26,7 @@ void MorvikCoreLib::sendingDidResume() {
     iAdConversion();
     getSchedule(scheduleParameters());
     sendPendingDemos();
-    // One that is under way brings its answer, or its retry.
-    if (!isAttributionUnderWay())
-      askForAttribution();
+    askForAttribution();
     if (store().MorvikCoreUserInfo_Crash().size() > 0)
       sendCrashInfos();
     pushAsAtSessionStart();

@@ -313,6 +313,10 @@ void MorvikCoreLib::pushTracking() {
 // sending
 
 void MorvikCoreLib::tracking(const Value& parameters) {
+  sendBatch(parameters, EndActivities::kSend);
+}
+
+void MorvikCoreLib::sendBatch(const Value& parameters, EndActivities end_activities) {
   if (parameters.isNil() || isGateClosed())
     return;
   if (util().checkNilToBlankString(parameters["result"]).string() == "failure") {
@@ -333,14 +337,15 @@ void MorvikCoreLib::tracking(const Value& parameters) {
       [self](const std::optional<kit::Response>& response, const kit::Error& error) {
         self->trackingDidFail(response, error);
       },
-      {.when_held = kit::WhenHeld::kEnds, .not_sent = [self] { self->trackingWasNotSent(); }});
+      {.when_held = kit::WhenHeld::kEnds,
+       .not_sent = [self, end_activities] { self->trackingWasNotSent(end_activities); }});
   if (has_begun)
     ++batches_under_way_;
 }
 
 void MorvikCoreLib::batchDidEnd(BatchEnd end) {
-  // What ends a batch as not sent lets no other leave either.
-  if (end == BatchEnd::kNotSent)
+  // What ends a batch as not sent lets no other leave either; and what a session has not sent is the next one's affair.
+  if (end == BatchEnd::kNotSent || !isStartSessionCalled_)
     pushes_after_batch_ = false;
   if (pushes_after_batch_ && !isBatchUnderWay())
     pushAsAtSessionStart();
@@ -385,23 +390,34 @@ void MorvikCoreLib::trackingDidFail(const std::optional<kit::Response>& response
   batchDidEnd(response ? BatchEnd::kRefused : BatchEnd::kNoAnswer);
 }
 
-/// Under the user's wish the slot stays taken, as where the gate refuses a batch at once. What was held is made anew.
-void MorvikCoreLib::trackingWasNotSent() {
+/// Under the user's wish the slot stays taken, as where the gate refuses a batch at once. What was held is made anew,
+/// and leaves the "end" out that it left out.
+void MorvikCoreLib::trackingWasNotSent(EndActivities end_activities) {
   --batches_under_way_;
+  // A batch before it may still be accepted, and must not trim what never left.
+  emptySentEventKeys();
+  if (end_activities == EndActivities::kFilter)
+    withheld_end_activities_ = end_activities;
   if (!services().isGDPRForgetMe())
     set_isTrackingCalled(false);
   applicationEndBackgroundTask();
   batchDidEnd(BatchEnd::kNotSent);
 }
 
-void MorvikCoreLib::clearSentEventKeysAfterFailure() {
-  const Value cleared = store().inOneStep([this] {
+/// What they are then: an absent list stays absent.
+Value MorvikCoreLib::emptySentEventKeys() {
+  Value emptied = store().inOneStep([this] {
     const Value keys = store().fendoActivityInfosSentEventKeys();
     Value empty = keys.isAbsent() ? Value() : Value(kit::Array());
     store().setFendoActivityInfosSentEventKeys(empty);
     return empty;
   });
   store().synchronize();
+  return emptied;
+}
+
+void MorvikCoreLib::clearSentEventKeysAfterFailure() {
+  const Value cleared = emptySentEventKeys();
   MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib tracking:]_block_invoke",
              "MRVK_QA-clear fendoActivityInfosSentEventKeys on request failure: %@", cleared);
 }

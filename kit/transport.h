@@ -37,6 +37,8 @@ struct Request {
   /// An answer with a larger body (after decoding) is a failure.
   size_t max_answer_bytes = 0;
   WhenHeld when_held = WhenHeld::kWaits;
+  /// Called once, when it leaves, on any thread; must be short and must not throw. May be empty.
+  std::function<void()> when_it_leaves;
 };
 
 struct Response {

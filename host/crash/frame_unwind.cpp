@@ -9,7 +9,7 @@ namespace morvik::host {
 namespace {
 
 // The stack is that of the only thread of a process that is gone. Any number does.
-constexpr pid_t kProcess = 1;
+constexpr pid_t kRecordedProcess = 1;
 
 /// What is asked for by libdw.
 struct Stopped {
@@ -53,7 +53,7 @@ pid_t nextThread(Dwfl*, void* stopped, void** thread) {
   if (*thread != nullptr)
     return 0;
   *thread = stopped;
-  return kProcess;
+  return kRecordedProcess;
 }
 
 bool getThread(Dwfl*, pid_t, void* stopped, void** thread) {
@@ -101,9 +101,10 @@ std::vector<uint64_t> unwoundFrames(const std::vector<LoadedModule>& modules, co
   ModuleFiles files;
   for (const LoadedModule& module : modules)
     static_cast<void>(files.of(module));
-  if (files.session() == nullptr || !dwfl_attach_state(files.session(), nullptr, kProcess, &kCallbacks, &stopped))
+  if (files.session() == nullptr ||
+      !dwfl_attach_state(files.session(), nullptr, kRecordedProcess, &kCallbacks, &stopped))
     return record.frames;
-  static_cast<void>(dwfl_getthread_frames(files.session(), kProcess, takeFrame, &frames));
+  static_cast<void>(dwfl_getthread_frames(files.session(), kRecordedProcess, takeFrame, &frames));
   if (frames.size() <= 1)
     return record.frames;
   // The kept part of the stack may end early.

@@ -13,7 +13,7 @@
 namespace morvik::host {
 namespace {
 
-constexpr const char* kOperation = "+[MorvikCore start]";
+constexpr const char* kTracesOperation = "+[MorvikCore start]";
 constexpr const char* kTraceKey = "exception_log_trace";
 
 using Traces = std::map<std::string, std::string, std::less<>>;  // with names, by what they were without
@@ -66,7 +66,7 @@ void nameStoredTraces(const services::MorvikGVUserDefaults& store, const std::st
   Traces traces = bareTraces(store.MorvikCoreUserInfo_Crash().array());
   const bool was_tried = isThere(marker_path);
   if (was_tried) {
-    MORVIK_LOG(logger, kit::lcl_vWarning, kOperation,
+    MORVIK_LOG(logger, kit::lcl_vWarning, kTracesOperation,
                "Morvik host: an earlier start ended while it named the stacks of stored crash reports (%@). It is not "
                "tried again: they keep modules and offsets.",
                marker_path);

@@ -12,7 +12,7 @@ namespace morvik::host {
 
 class LedgerTransport final : public MachineTransport {
  public:
-  /// Both outlive it. `batch_leaves` is told, on the thread of start(), how many activities each batch carries; may be
+  /// Both outlive it. `batch_leaves` is told, on any thread, how many activities each batch that leaves carries; may be
   /// empty.
   LedgerTransport(MachineTransport& transport, LedgerBook& book,
                   std::function<void(size_t activities)> batch_leaves = {})

@@ -88,18 +88,17 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
 
   /// False: nothing is left to do now, and whoever comes next goes on.
   bool takeStep() {
-    std::vector<Waiting> ended;
     std::optional<Waiting> leaving;
     {
       const std::scoped_lock hold(mutex_);
       const bool is_forgotten = is_forgotten_();
-      ended = takeThoseThatMayNotLeave(is_forgotten);
+      // Within the lock, so that whoever lifts a hold comes behind them in the main queue.
+      for (Waiting& waiting : takeThoseThatMayNotLeave(is_forgotten))
+        delivery_->deliver(std::move(waiting.handler), {});
       if (!is_closed_)
         leaving = queues_.takeReady(is_held_ || is_forgotten);
       is_going_on_ = leaving.has_value();
     }
-    for (Waiting& waiting : ended)
-      delivery_->deliver(std::move(waiting.handler), {});
     if (!leaving)
       return false;
     begin(*std::move(leaving));
@@ -116,6 +115,8 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
     const auto under_way = std::make_shared<UnderWay>();
     under_way->host = std::move(waiting.host);
     under_way->handler = std::move(waiting.handler);
+    if (const auto leaves = std::exchange(waiting.request.when_it_leaves, nullptr))
+      leaves();
     network_->begin(std::move(waiting.request), [line = shared_from_this(), under_way](kit::TransportOutcome outcome) {
       line->ended(*under_way, std::move(outcome));
     });

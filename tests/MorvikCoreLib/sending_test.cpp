@@ -281,20 +281,6 @@ TEST_F(SendingOfAFreshInstall, AConversionThatFailsWhileItIsOffPutsNoRetryOff) {
   EXPECT_THAT(world.requests(services::kConversionPath), SizeIs(1));
 }
 
-TEST_F(SendingOfAFreshInstall, OnAgainAsksForNoSecondConversionWhileOneIsUnderWay) {
-  world.transport.on(services::kConversionPath).clear();
-  world.transport.on(services::kConversionPath)
-      .always(TestWorld::conversionAnswer(Dictionary{{"user_no", 1001}, {"referralKey", 7}}).after(5));
-  world.becomeActive();
-  switchOff();
-  world.loop.advance(1);
-  switchOn();
-  EXPECT_THAT(world.requests(services::kConversionPath), SizeIs(1));
-  world.loop.advance(5);
-  EXPECT_THAT(world.requests(services::kConversionPath), SizeIs(1));
-  EXPECT_EQ(world.userDefaults().fendoUserInfo_referralKey(), 7);
-}
-
 TEST_F(SendingOfAFreshInstall, AttributionIsUnderWayUntilItIsAnswered) {
   world.transport.on(services::kConversionPath).clear();
   world.transport.on(services::kConversionPath).always(Answer::body(503, "").after(5));

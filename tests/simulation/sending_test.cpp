@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -148,6 +150,118 @@ TEST(Sending, ASessionThatStartsWhileItIsOffFreesNoSecondBatch) {
   device.settle();
   EXPECT_EQ(batches(device), before + 1);
   EXPECT_EQ(device.delivered("shop", "purchase"), 1u);
+}
+
+/// The batch under way is answered after these seconds.
+void pushSlowly(TestDevice& device, double answer_seconds) {
+  device.network()
+      .on(services::kTrackingPath)
+      .then(fakes::Answer::json(kit::Dictionary{{"Result", true}}).after(answer_seconds));
+  device.perform([&device] {
+    device.kit().addActivity("shop", "first");
+    device.kit().pushTracking();
+  });
+}
+
+TEST(Sending, OffLeavesWhatABatchThatNeverLeftCarriedBehindOneThatIsAccepted) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  pushSlowly(device, 4);
+  device.perform([&device] {
+    device.kit().addActivity("shop", "second");
+    device.kit().applicationDidBecomeActive();  // which frees the slot
+    device.kit().pushTracking();
+    device.kit().setSendingEnabled(false);
+  });
+  device.advance(seconds(30));
+  EXPECT_EQ(device.waiting("shop", "second"), 1u);
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_EQ(device.delivered("shop", "second"), 1u);
+  EXPECT_TRUE(device.kit().ledger().isSound());
+}
+
+TEST(Sending, AWishLeavesWhatABatchThatNeverLeftCarriedBehindOneThatIsAccepted) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  pushSlowly(device, 4);
+  device.perform([&device] {
+    device.kit().addActivity("shop", "second");
+    device.kit().applicationDidBecomeActive();
+    device.kit().pushTracking();
+    device.kit().gdprForgetMe(true);
+  });
+  device.advance(seconds(30));
+  EXPECT_EQ(device.waiting("shop", "second"), 1u);
+  EXPECT_TRUE(device.kit().ledger().isSound());
+}
+
+TEST(Sending, OnAgainLeavesTheEndOfAKeptSessionOutThatABatchWhichNeverLeftLeftOut) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  device.leave();
+  const uint64_t ends = device.delivered(services::kFendoActivityGroupSession, "end");
+  ASSERT_EQ(device.waiting(services::kFendoActivityGroupSession, "end"), 1u);
+  device.kit().addActivity("shop", "purchase");
+  device.perform([&device] {
+    device.kit().applicationDidBecomeActive();
+    device.kit().setSendingEnabled(false);
+  });
+  device.settle();
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_EQ(device.delivered("shop", "purchase"), 1u);
+  EXPECT_EQ(device.delivered(services::kFendoActivityGroupSession, "end"), ends);
+}
+
+TEST(Sending, OnAgainPushesNothingBehindABatchWhoseSessionHasEnded) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  pushSlowly(device, 4);
+  device.kit().setSendingEnabled(false);
+  device.settle();
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  const size_t before = batches(device);
+  device.leave();
+  device.advance(seconds(30));
+  EXPECT_EQ(batches(device), before);
+}
+
+TEST(Sending, OnAgainAttributesAnInstallWhileAThirdPartyConversionWaits) {
+  TestDevice device;
+  device.network().on(services::kThirdPartyConversionPath).always(fakes::Answer::body(503, "").after(4));
+  device.kit().applicationDidBecomeActive();
+  device.perform([&device] {
+    device.kit().thirdPartyConversion();
+    device.kit().setSendingEnabled(false);
+  });
+  device.settle();
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_EQ(device.service().installs(), 1u);
+}
+
+TEST(Sending, TellsOfABatchThatLeavesAndNotOfOneThatNeverDid) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  device.kit().setLogLevel(4);
+  const auto sent = [&device] {
+    const auto lines = device.log().messages();
+    return std::count_if(lines.begin(), lines.end(),
+                         [](const std::string& line) { return line.find("activities was sent") != std::string::npos; });
+  };
+  const auto before = sent();
+  device.perform([&device] {
+    device.kit().addActivity("shop", "purchase");
+    device.kit().pushTracking();
+    device.kit().setSendingEnabled(false);
+  });
+  device.settle();
+  EXPECT_EQ(sent(), before);
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_EQ(sent(), before + 1);
 }
 
 TEST(Sending, OffLetsARequestUnderWayComeToItsEnd) {
