@@ -25,8 +25,6 @@ constexpr int kMaxRounds = 16;
 
 constexpr int kWaitPollMilliseconds = 1;
 
-enum class Phase { kNoRecord, kWriting, kWritten };
-
 StackTop stackTop(const void* context) {
   const mcontext_t& machine = static_cast<const ucontext_t*>(context)->uc_mcontext;
 #if defined(__x86_64__)
@@ -111,6 +109,8 @@ struct HandlerPlace {
   uintptr_t frame = 0;
 };
 
+enum class RecordPhase { kNoRecord, kWriting, kWritten };
+
 struct FatalSignals::State {
   FatalSignalParts parts;
   CodeRanges code;
@@ -121,7 +121,7 @@ struct FatalSignals::State {
   std::array<std::atomic<bool>, kSignals.size()> is_used_up{};  ///< earlier handlers that wanted one signal only
   const SignalStack stack;
 
-  std::atomic<Phase> phase{Phase::kNoRecord};
+  std::atomic<RecordPhase> phase{RecordPhase::kNoRecord};
   std::atomic<bool> is_left_alone{false};
   std::atomic<pid_t> reporter_thread{0};  ///< that makes a report of its own; 0: none
   // Of the handler that recorded.
@@ -150,7 +150,7 @@ struct FatalSignals::State {
 std::atomic<FatalSignals::State*> FatalSignals::State::current{nullptr};
 static_assert(std::atomic<void*>::is_always_lock_free && std::atomic<bool>::is_always_lock_free &&
               std::atomic<pid_t>::is_always_lock_free && std::atomic<uintptr_t>::is_always_lock_free &&
-              std::atomic<Phase>::is_always_lock_free);
+              std::atomic<RecordPhase>::is_always_lock_free);
 
 // From here to takeBack() nothing may be called that is not async-signal-safe.
 
@@ -169,7 +169,7 @@ void FatalSignals::State::handle(int signal, siginfo_t* info, void* context) {
   const bool records = is_own_process && state->takesRecord(signal, place, context);
   if (records) {
     state->record(signal, *info, context);
-    state->phase = Phase::kWritten;
+    state->phase = RecordPhase::kWritten;
   }
   // What follows may end the process.
   if (is_own_process)
@@ -208,12 +208,12 @@ bool FatalSignals::State::isWithinRecorded(const HandlerPlace& place, const void
 bool FatalSignals::State::takesRecord(int signal, const HandlerPlace& place, const void* context) {
   if (is_left_alone)
     return false;
-  Phase found = Phase::kNoRecord;
-  if (!phase.compare_exchange_strong(found, Phase::kWriting)) {
+  RecordPhase found = RecordPhase::kNoRecord;
+  if (!phase.compare_exchange_strong(found, RecordPhase::kWriting)) {
     if (recorder_thread != place.thread || isWithinRecorded(place, context) ||
         ::ftruncate(parts.record_file, prepared_bytes) != 0)
       return false;
-    phase = Phase::kWriting;
+    phase = RecordPhase::kWriting;
   }
   recorded_signal = signal;
   recorder_frame = place.frame;
@@ -224,7 +224,7 @@ bool FatalSignals::State::takesRecord(int signal, const HandlerPlace& place, con
 /// Until no other thread writes a record or makes a report, or the time for that is up.
 void FatalSignals::State::waitForOthers(const HandlerPlace& place) const {
   for (int waited = 0; waited < kMaxRecordWaitMilliseconds; waited += kWaitPollMilliseconds) {
-    const bool is_writing = phase == Phase::kWriting && recorder_thread != place.thread;
+    const bool is_writing = phase == RecordPhase::kWriting && recorder_thread != place.thread;
     const pid_t reporter = reporter_thread;
     if (!is_writing && (reporter == 0 || reporter == place.thread))
       return;
@@ -279,7 +279,7 @@ void FatalSignals::State::takeBack() {
   if (::ftruncate(parts.record_file, prepared_bytes) != 0)
     return;
   recorder_thread = 0;
-  phase = Phase::kNoRecord;
+  phase = RecordPhase::kNoRecord;
 }
 
 FatalSignals::FatalSignals(const FatalSignalParts& parts, const std::vector<LoadedModule>& modules)

@@ -75,7 +75,7 @@ bool setRegisters(Dwfl_Thread* thread, void* of) {
   return dwfl_thread_state_registers(thread, 0, static_cast<unsigned>(registers.size()), registers.data());
 }
 
-constexpr Dwfl_Thread_Callbacks kCallbacks = {nextThread, getThread, readMemory, setRegisters, nullptr, nullptr};
+constexpr Dwfl_Thread_Callbacks kThreadCallbacks = {nextThread, getThread, readMemory, setRegisters, nullptr, nullptr};
 
 int takeFrame(Dwfl_Frame* frame, void* found) {
   auto& frames = *static_cast<std::vector<uint64_t>*>(found);
@@ -102,7 +102,7 @@ std::vector<uint64_t> unwoundFrames(const std::vector<LoadedModule>& modules, co
   for (const LoadedModule& module : modules)
     static_cast<void>(files.of(module));
   if (files.session() == nullptr ||
-      !dwfl_attach_state(files.session(), nullptr, kRecordedProcess, &kCallbacks, &stopped))
+      !dwfl_attach_state(files.session(), nullptr, kRecordedProcess, &kThreadCallbacks, &stopped))
     return record.frames;
   static_cast<void>(dwfl_getthread_frames(files.session(), kRecordedProcess, takeFrame, &frames));
   if (frames.size() <= 1)
