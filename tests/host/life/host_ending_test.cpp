@@ -19,6 +19,7 @@
 #include "host/make_host.h"
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
+#include "tests/support/busy_turn.h"
 #include "tests/support/faulty_vfs.h"
 #include "tests/support/full_stderr.h"
 #include "tests/support/on_scratch_folder.h"
@@ -159,13 +160,7 @@ TEST_F(HostEndingTest, IsStoppedFromElsewhereWhileItsThreadPumps) {
 
 TEST_F(HostEndingTest, IsEndedByOneOfSeveralThreadsAndTheOthersReturnWhenItIs) {
   const auto host = make();
-  std::promise<void> started;
-  std::promise<void> go;
-  host->perform([&] {
-    started.set_value();
-    go.get_future().wait();
-  });
-  started.get_future().wait();
+  test::BusyTurn busy(*host);
   std::atomic<bool> callback_ended = false;
   host->perform([&callback_ended] { callback_ended = true; });
   std::vector<std::future<bool>> stopped;
@@ -175,7 +170,7 @@ TEST_F(HostEndingTest, IsEndedByOneOfSeveralThreadsAndTheOthersReturnWhenItIs) {
       return callback_ended.load();
     }));
   }
-  go.set_value();
+  busy.end();
   for (auto& each : stopped) {
     ASSERT_EQ(each.wait_for(kGiveUp), std::future_status::ready);
     EXPECT_TRUE(each.get());
@@ -404,21 +399,15 @@ TEST_F(HostEndingTest, DoesNotWaitForWhoeverHasTheStoreLocked) {
 
 TEST_F(HostEndingTest, EndsAWaitThatAnotherThreadIsIn) {
   const auto host = make();
-  std::promise<void> started;
-  std::promise<void> go;
   // Keeps the waits from being told before they are stopped.
-  host->perform([&] {
-    started.set_value();
-    go.get_future().wait();
-  });
-  started.get_future().wait();
+  test::BusyTurn busy(*host);
   host->addActivity("g", "n", std::nullopt);
   auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(kGiveUp); });
   auto draining = std::async(std::launch::async, [&host] { host->stop(kGiveUp); });
   auto stopping = std::async(std::launch::async, [&host] { host->stop(); });
   while (host->setAge(7) == Recorded::kKept)
     std::this_thread::yield();
-  go.set_value();
+  busy.end();
   EXPECT_EQ(got(std::move(waiting)).reason, FlushReason::kStopped);
   got(std::move(draining));
   got(std::move(stopping));
@@ -427,13 +416,7 @@ TEST_F(HostEndingTest, EndsAWaitThatAnotherThreadIsIn) {
 
 TEST_F(HostEndingTest, TellsAFlushThatTheMainQueueDoesNotGetToOnTheStoppingThread) {
   const auto host = make();
-  std::promise<void> started;
-  std::promise<void> go;
-  host->perform([&] {
-    started.set_value();
-    go.get_future().wait();
-  });
-  started.get_future().wait();
+  test::BusyTurn busy(*host);
   std::vector<FlushReason> told;
   std::thread::id told_on;
   host->addActivity("g", "n", std::nullopt);
@@ -446,20 +429,14 @@ TEST_F(HostEndingTest, TellsAFlushThatTheMainQueueDoesNotGetToOnTheStoppingThrea
   host->stop();
   EXPECT_EQ(told, std::vector<FlushReason>{FlushReason::kStopped});
   EXPECT_EQ(told_on, std::this_thread::get_id());
-  go.set_value();
+  busy.end();
   EXPECT_TRUE(canStartInTheEnd());
   EXPECT_EQ(told.size(), 1U);
 }
 
 TEST_F(HostEndingTest, TellsAFlushAtOnceThatComesWhileItEnds) {
   const auto host = make();
-  std::promise<void> started;
-  std::promise<void> go;
-  host->perform([&] {
-    started.set_value();
-    go.get_future().wait();
-  });
-  started.get_future().wait();
+  test::BusyTurn busy(*host);
   host->addActivity("g", "n", std::nullopt);
   std::thread stopper([&host] { host->stop(); });
   while (host->setAge(7) == Recorded::kKept)
@@ -467,7 +444,7 @@ TEST_F(HostEndingTest, TellsAFlushAtOnceThatComesWhileItEnds) {
   std::vector<FlushReason> told;
   host->flush([&told](const FlushResult& result) { told.push_back(result.reason); }, kGiveUp);
   EXPECT_EQ(told, std::vector<FlushReason>{FlushReason::kStopped});
-  go.set_value();
+  busy.end();
   stopper.join();
   EXPECT_EQ(told.size(), 1U);
 }
@@ -495,19 +472,13 @@ TEST_F(HostEndingTest, WritesALineAndDoesNothingWithinTheAppsAdClient) {
 TEST_F(HostEndingTest, ErasesInTheSameTimeAndTheNextStartFinishesWhatACallbackHeldUp) {
   const auto host = make();
   host->addActivity("g", "n", std::nullopt);
-  std::promise<void> started;
-  std::promise<void> go;
-  host->perform([&] {
-    started.set_value();
-    go.get_future().wait();
-  });
-  started.get_future().wait();
+  test::BusyTurn busy(*host);
   bool was_erased = true;
   EXPECT_LT(timeOf([&] { was_erased = host->eraseLocalData(); }), kStopTime + kBusy);
   EXPECT_FALSE(was_erased) << "the callback keeps the store";
   EXPECT_EQ(log.countContaining("Morvik host: not all was erased"), 1U);
   EXPECT_FALSE(MorvikCore::start(options));
-  go.set_value();
+  busy.end();
   EXPECT_TRUE(canStartInTheEnd());
   EXPECT_EQ(make()->properties().fendoActivityInfos().size(), 0U);
 }
@@ -515,13 +486,7 @@ TEST_F(HostEndingTest, ErasesInTheSameTimeAndTheNextStartFinishesWhatACallbackHe
 TEST_F(HostEndingTest, IsErasedByOneOfSeveralThreadsAndTheOthersAnswerTheSame) {
   const auto host = make();
   host->addActivity("g", "n", std::nullopt);
-  std::promise<void> started;
-  std::promise<void> go;
-  host->perform([&] {
-    started.set_value();
-    go.get_future().wait();
-  });
-  started.get_future().wait();
+  test::BusyTurn busy(*host);
   std::vector<std::future<bool>> erased;
   std::atomic<int> callers = 0;
   const auto erase = [&] {
@@ -534,7 +499,7 @@ TEST_F(HostEndingTest, IsErasedByOneOfSeveralThreadsAndTheOthersAnswerTheSame) {
     std::this_thread::yield();
   erased.push_back(std::async(std::launch::async, erase));
   EXPECT_EQ(erased.back().wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
-  go.set_value();
+  busy.end();
   for (auto& each : erased)
     EXPECT_TRUE(got(std::move(each)));
   const size_t lines = log.lines().size();

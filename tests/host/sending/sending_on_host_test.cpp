@@ -23,6 +23,7 @@
 #include "services/endpoints.h"
 #include "testing/recording_log.h"
 #include "tests/host/net/loopback_server.h"
+#include "tests/support/busy_turn.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik::host {
@@ -77,6 +78,13 @@ class SendingOnHost : public ::testing::Test {
     std::promise<void> over;
     host.perform([&over] { over.set_value(); });
     ASSERT_EQ(over.get_future().wait_for(kGiveUp), std::future_status::ready);
+  }
+  /// What the session's start asked for may still be under way.
+  static void rest(Host& host) {
+    const auto give_up = steady_clock::now() + kGiveUp;
+    while (host.pending().requests > 0 && steady_clock::now() < give_up)
+      turn(host);
+    ASSERT_EQ(host.pending().requests, 0u);
   }
   static size_t stored(Host& host) { return host.properties().fendoActivityInfos().size(); }
   std::set<std::string> names() const {
@@ -220,22 +228,14 @@ TEST_F(SendingOnHost, OffFromTheStartNothingArrivesUntilItIsOn) {
 
 TEST_F(SendingOnHost, OffIsAtOnceWhateverTheMainQueueIsAt) {
   const auto host = makeAttributed();
-  // What the session's start asked for may still be under way.
-  const auto give_up = steady_clock::now() + kGiveUp;
-  while (host->pending().requests > 0 && steady_clock::now() < give_up)
-    turn(*host);
+  rest(*host);
   const size_t before = arrived("");
-  std::promise<void> in_turn;
-  std::promise<void> go_on;
-  host->perform([&] {
+  test::BusyTurn busy(*host, [&] {
     host->addActivity("shop", "purchase", std::nullopt);
     host->pushTracking();
-    in_turn.set_value();
-    go_on.get_future().wait();
   });
-  in_turn.get_future().wait();
   host->setSendingEnabled(false);
-  go_on.set_value();
+  busy.end();
   turn(*host);
   turn(*host);
   EXPECT_EQ(host->pending().requests, 0u) << "the turn had begun it; it is made anew";
@@ -262,19 +262,15 @@ TEST_F(SendingOnHost, AWishStopsWhatWaitsForAConnection) {
 
 TEST_F(SendingOnHost, AWishStopsWhatTheTurnOfAnotherThreadHasStarted) {
   const auto host = makeAttributed();
+  rest(*host);
   const size_t before = arrived("");
-  std::promise<void> in_turn;
-  std::promise<void> go_on;
-  host->perform([&] {
+  test::BusyTurn busy(*host, [&] {
     host->addActivity("shop", "purchase", std::nullopt);
     host->pushTracking();
-    in_turn.set_value();
-    go_on.get_future().wait();
   });
-  in_turn.get_future().wait();
   host->setOffline(true);
   EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
-  go_on.set_value();
+  busy.end();
   turn(*host);
   turn(*host);
   EXPECT_EQ(host->pending().requests, 0u);

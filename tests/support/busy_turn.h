@@ -1,0 +1,41 @@
+// A turn of the main queue that goes on until the test lets it end.
+#pragma once
+
+#include <functional>
+#include <future>
+#include <memory>
+#include <utility>
+
+#include "host/host.h"
+
+namespace morvik::test {
+
+/// From its making on the turn runs; it has done `first`, and waits.
+class BusyTurn {
+ public:
+  explicit BusyTurn(
+      host::Host& host, std::function<void()> first = [] {}) {
+    const auto started = std::make_shared<std::promise<void>>();
+    host.perform([started, first = std::move(first), go_on = go_on_.get_future().share()] {
+      first();
+      started->set_value();
+      go_on.wait();
+    });
+    started->get_future().wait();
+  }
+  ~BusyTurn() { end(); }
+  BusyTurn(const BusyTurn&) = delete;
+  BusyTurn& operator=(const BusyTurn&) = delete;
+
+  /// May be called again.
+  void end() {
+    if (!std::exchange(has_ended_, true))
+      go_on_.set_value();
+  }
+
+ private:
+  std::promise<void> go_on_;
+  bool has_ended_ = false;
+};
+
+}  // namespace morvik::test
