@@ -117,9 +117,22 @@ void LifeWitness::requestStarts(uint64_t id, const kit::Request& request, bool i
   }
   if (exchange.endpoint == ServiceEndpoint::kReEngagement && !is_in_background)
     clickStarts();
+  if (exchange.endpoint == ServiceEndpoint::kCommerce)
+    permitThoseThatWaitToBeHandled(exchange);
   for (const ThingNumber number : exchange.things)
     ++facts.things[number].under_way;
   facts.exchanges.emplace(id, std::move(exchange));
+}
+
+/// What the list holds goes with the request. A click whose URL was handed over and comes into the list only later is
+/// cleared with it all the same.
+void LifeWitness::permitThoseThatWaitToBeHandled(const LifeExchange& exchange) {
+  const std::set<ThingNumber> carried(exchange.things.begin(), exchange.things.end());
+  for (ThingNumber number = 0; number < facts.things.all().size(); ++number) {
+    const Thing& thing = facts.things[number];
+    if (thing.kind == LedgerKind::kCommerceClicks && !thing.has_arrived && !carried.contains(number))
+      facts.things.permit(number, LedgerReason::kAddedDuringUpload);
+  }
 }
 
 /// It is the newest one from now on, and kept whichever fails.

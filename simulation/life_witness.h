@@ -70,6 +70,7 @@ class LifeWitness {
   void noteSentKeys(const kit::Value& keys);
   void noteSessionEnd();
   void clickStarts();
+  void permitThoseThatWaitToBeHandled(const LifeExchange& exchange);
   void clickEnds(const LifeExchange& exchange, const std::optional<kit::Value>& answer);
   std::vector<ThingNumber> namesIn(testing::ServiceEndpoint endpoint, const kit::Value& payload);
   void permitAll(const LifeExchange& exchange, host::LedgerKind kind, host::LedgerReason reason);

@@ -24,7 +24,7 @@ std::variant<std::optional<kit::UncaughtException>, kit::Error> readApart(const 
     return std::move(*error);
   const auto& file = std::get<std::optional<CrashRecordFile>>(read);
   if (!file || !file->record)
-    return std::optional<kit::UncaughtException>();
+    return {};
   const std::string apart = triedRecordPath(path);
   if (std::rename(path.c_str(), apart.c_str()) != 0)
     return kit::Error{"cannot rename " + path + ": " + systemMessage()};
