@@ -325,7 +325,11 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   bool isTrackingPossible() const;
   void buildAndSend();
   void refetchReferral();
-  void trackingDidSucceed(const kit::Value& json);
+  /// A batch whose request has begun.
+  struct Batch {
+    std::atomic<bool> has_left{false};
+  };
+  void trackingDidSucceed(const kit::Value& json, const Batch& batch);
   /// tracking() of a batch that was made so.
   void sendBatch(const kit::Value& parameters, EndActivities end_activities);
   void trackingWasNotSent(EndActivities end_activities);
@@ -461,6 +465,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   DeliveryObserver delivery_observer_;
   /// What the session's first batch was to do, had sending not been off.
   EndActivities withheld_end_activities_ = EndActivities::kSend;
+  std::shared_ptr<const Batch> newest_batch_;
   bool pushes_after_batch_ = false;
 
   // Under the house lock, as the lists are.

@@ -332,15 +332,19 @@ void MorvikCoreLib::sendBatch(const Value& parameters, EndActivities end_activit
   auto request = services::postRequest(kit_.endpoints.kFendoTrackingBaseLiveUrl, services::kTrackingPath, parameters,
                                        services::AcceptEncoding::kGzip);
   const auto self = shared_from_this();
+  const auto batch = std::make_shared<Batch>();
   const bool has_begun = services::run(
-      requestTools(), std::move(request), [self](const Value& json) { self->trackingDidSucceed(json); },
+      requestTools(), std::move(request), [self, batch](const Value& json) { self->trackingDidSucceed(json, *batch); },
       [self](const std::optional<kit::Response>& response, const kit::Error& error) {
         self->trackingDidFail(response, error);
       },
       {.when_held = kit::WhenHeld::kEnds,
-       .not_sent = [self, end_activities] { self->trackingWasNotSent(end_activities); }});
-  if (has_begun)
-    ++batches_under_way_;
+       .not_sent = [self, end_activities] { self->trackingWasNotSent(end_activities); },
+       .leaves = [batch] { batch->has_left = true; }});
+  if (!has_begun)
+    return;
+  ++batches_under_way_;
+  newest_batch_ = batch;
 }
 
 void MorvikCoreLib::batchDidEnd(BatchEnd end) {
@@ -365,13 +369,16 @@ void MorvikCoreLib::refetchReferral() {
   });
 }
 
-void MorvikCoreLib::trackingDidSucceed(const Value& json) {
+void MorvikCoreLib::trackingDidSucceed(const Value& json, const Batch& batch) {
   --batches_under_way_;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib tracking:]_block_invoke", "MRVK_QA-tracking_JSON: %@", json);
   takeServerTime(json);
   const bool is_accepted = util().checkNilToNo(json["Result"]);
   if (is_accepted) {
-    deleteActivitysForTracking();
+    // The noted ids are those of the newest batch. While that has not left, an earlier one's acceptance is none of it:
+    // what the earlier one carried goes once more.
+    if (newest_batch_.get() == &batch || newest_batch_->has_left)
+      deleteActivitysForTracking();
     deleteImpressionInfo();
   }
   set_isTrackingCalled(false);

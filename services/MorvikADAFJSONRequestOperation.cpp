@@ -80,7 +80,7 @@ MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperat
 MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequestIgnoreGDPR(
     const RequestTools& tools, MutableURLRequest request, SuccessHandler success, FailureHandler failure) {
   return make(tools, std::move(request), std::move(success), std::move(failure),
-              {.when_held = kit::WhenHeld::kPasses, .not_sent = {}});
+              {.when_held = kit::WhenHeld::kPasses, .not_sent = {}, .leaves = {}});
 }
 
 bool MorvikADAFJSONRequestOperation::start() {
@@ -95,6 +95,7 @@ bool MorvikADAFJSONRequestOperation::start() {
   leaving.body = std::move(body);
   leaving.max_answer_bytes = kMaxAnswerBytes;
   leaving.when_held = when_held;
+  leaving.when_it_leaves = exchange_->waiting.leaves;
   exchange_->tools.transport.start(
       std::move(leaving), [exchange = exchange_](const kit::TransportOutcome& outcome) { exchange->finish(outcome); });
   return true;

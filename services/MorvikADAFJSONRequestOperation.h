@@ -28,6 +28,8 @@ struct Waiting {
   kit::WhenHeld when_held = kit::WhenHeld::kWaits;
   /// Runs, in the place of both handlers, where it never left: the gate had closed for it meanwhile. May be empty.
   std::function<void()> not_sent;
+  /// Called when it leaves, on any thread; must be short and must not throw. May be empty.
+  std::function<void()> leaves;
 };
 
 /// What an operation needs from outside. References only.

@@ -149,6 +149,8 @@ std::shared_ptr<ScriptedTransport::Exchange> ScriptedTransport::takeFirst(Host& 
 
 void ScriptedTransport::begin(const std::shared_ptr<Exchange>& exchange) {
   const kit::Request& request = exchange->request;
+  if (request.when_it_leaves)
+    request.when_it_leaves();
   sent_.add({request, loop_.now(), loop_.monotonicSeconds()});
   if (observer_)
     observer_(request);

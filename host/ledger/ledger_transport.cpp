@@ -31,7 +31,12 @@ void LedgerTransport::start(kit::Request request, std::function<void(kit::Transp
   if (exchange == 0)
     return transport_.start(std::move(request), std::move(handler));
   if (const auto activities = batch_leaves_ ? book_.activitiesOfBatch(exchange) : std::nullopt)
-    request.when_it_leaves = [batch_leaves = batch_leaves_, count = *activities] { batch_leaves(count); };
+    request.when_it_leaves = [leaves = std::move(request.when_it_leaves), batch_leaves = batch_leaves_,
+                              count = *activities] {
+      if (leaves)
+        leaves();
+      batch_leaves(count);
+    };
   transport_.start(
       std::move(request), [&book = book_, exchange, handler = std::move(handler)](kit::TransportOutcome outcome) {
         const RunningHandler running(book, exchange, outcome.isNotSent() ? LedgerDeparted::kNo : LedgerDeparted::kYes);

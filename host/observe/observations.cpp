@@ -52,9 +52,11 @@ void Observations::refused(Recorded reason) {
 // ----------------------------------------------------------------------------------------------------------- exchanges
 
 void Observations::batchLeaves(size_t activities) {
-  sessionMayHaveChanged();  // the batch of a session's start leaves while that is under way
-  MORVIK_LOG(parts_.logger, kit::lcl_vInfo, "-[MorvikCore pushTracking]",
-             "Morvik host: a batch of %lu activities was sent", activities);
+  parts_.main_loop.async([this, activities] {
+    sessionMayHaveChanged();  // the batch of a session's start leaves while that is under way
+    MORVIK_LOG(parts_.logger, kit::lcl_vInfo, "-[MorvikCore pushTracking]",
+               "Morvik host: a batch of %lu activities was sent", activities);
+  });
 }
 
 /// What its handler leaves in the store says whether it is tried again, so this waits for the next turn.

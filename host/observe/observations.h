@@ -54,7 +54,7 @@ class Observations {
 
   /// An exchange has ended, and its handler comes next. Main queue.
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result, const LedgerLoad& load);
-  /// A batch is on its way. Any thread.
+  /// A batch is on its way: told in a turn of its own, since whoever lets it leave must not wait. Any thread.
   void batchLeaves(size_t activities);
   /// To be called where a session may have started or ended. Any thread.
   void sessionMayHaveChanged();

@@ -94,16 +94,23 @@ void WishStore::storeCameToLight() {
 
 // ---------------------------------------------------------------------------------------------- what passes through it
 
-kit::Value WishStore::get(std::string_view key) const {
+/// Forgotten, and nobody knows that the service has accepted it: so a call that says it anew is none that repeats it.
+std::optional<kit::Value> WishStore::inDoubt(std::string_view key) const {
   if (counts_as_forgotten_ && key == kWishKey)
-    return true;
-  return store_.get(key);
+    return kit::Value(true);
+  if (counts_as_forgotten_ && key == kWishSyncedKey)
+    return kit::Value(false);
+  return std::nullopt;
+}
+
+kit::Value WishStore::get(std::string_view key) const {
+  auto in_doubt = inDoubt(key);
+  return in_doubt ? *std::move(in_doubt) : store_.get(key);
 }
 
 std::optional<kit::Value> WishStore::tryGet(std::string_view key) const {
-  if (counts_as_forgotten_ && key == kWishKey)
-    return kit::Value(true);
-  return store_.tryGet(key);
+  auto in_doubt = inDoubt(key);
+  return in_doubt ? in_doubt : store_.tryGet(key);
 }
 
 void WishStore::set(std::string_view key, kit::Value value) {

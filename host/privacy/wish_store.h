@@ -67,6 +67,7 @@ class WishStore final : public MachineStore {
   /// What there is to say, in the order in which it came about.
   enum class Line : uint8_t { kUnreadable, kNotWritten, kWritten };
 
+  std::optional<kit::Value> inDoubt(std::string_view key) const;
   void takeReading(const Reading& reading);
   void setForgotten();
   void beforeSet(bool is_forgotten);
@@ -104,7 +105,6 @@ class WishStore final : public MachineStore {
 
   std::mutex hook_mutex_;  ///< held while the hook runs
   kit::Block when_on_disk_;
-  kit::Block also_flushed_;
 };
 
 }  // namespace morvik::host

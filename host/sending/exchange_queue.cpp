@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -49,7 +50,7 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
       const std::scoped_lock hold(mutex_);
       is_held_ = held;
     }
-    goOn();
+    goOnWithout();
   }
   /// Lets leave what may, and ends what may not any more.
   void goOn() {
@@ -60,8 +61,19 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
         return;
       is_going_on_ = true;
     }
-    while (takeStep()) {
+    try {
+      while (takeStep()) {
+      }
+    } catch (const std::exception&) {
+      // No memory, say. What waits goes with the next occasion; callers have nobody to tell.
+      const std::scoped_lock hold(mutex_);
+      is_going_on_ = false;
     }
+  }
+  /// goOn(), and when it returns nothing is on its way out that was let out by what was so before.
+  void goOnWithout() {
+    goOn();
+    const std::scoped_lock hold(leaving_mutex_);
   }
   void close() {
     {
@@ -88,6 +100,7 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
 
   /// False: nothing is left to do now, and whoever comes next goes on.
   bool takeStep() {
+    const std::scoped_lock leaves(leaving_mutex_);
     std::optional<Waiting> leaving;
     {
       const std::scoped_lock hold(mutex_);
@@ -117,9 +130,15 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
     under_way->handler = std::move(waiting.handler);
     if (const auto leaves = std::exchange(waiting.request.when_it_leaves, nullptr))
       leaves();
-    network_->begin(std::move(waiting.request), [line = shared_from_this(), under_way](kit::TransportOutcome outcome) {
-      line->ended(*under_way, std::move(outcome));
-    });
+    try {
+      network_->begin(std::move(waiting.request),
+                      [line = shared_from_this(), under_way](kit::TransportOutcome outcome) {
+                        line->ended(*under_way, std::move(outcome));
+                      });
+    } catch (const std::exception& exception) {
+      ended(*under_way, {.response = std::nullopt,
+                         .error = kit::Error{std::string("no request can be sent: ") + exception.what()}});
+    }
   }
   void ended(UnderWay& exchange, kit::TransportOutcome outcome) {
     if (exchange.is_over.exchange(true))
@@ -137,6 +156,8 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
   const std::unique_ptr<MachineNetwork> network_;
   const std::shared_ptr<HandlerDelivery> delivery_;
   const std::function<bool()> is_forgotten_;
+  /// Held from the question whether one may leave until it has; before mutex_. A network may call back meanwhile.
+  std::recursive_mutex leaving_mutex_;
   std::mutex mutex_;  // guards what follows
   HostQueues<Waiting> queues_;
   bool is_held_ = false;
@@ -166,7 +187,7 @@ void ExchangeQueue::setHeld(bool held) {
 }
 
 void ExchangeQueue::wishDidChange() {
-  line_->goOn();
+  line_->goOnWithout();
 }
 
 void ExchangeQueue::shutdown() {

@@ -64,6 +64,8 @@ class AnsweringThread final : public host::MachineTransport {
     if (!delivery_.admit())
       return;
     gate_.leave([this, request = std::move(request), handler = std::move(handler)] {
+      if (request.when_it_leaves)
+        request.when_it_leaves();
       const std::scoped_lock hold(mutex_);
       waiting_.emplace_back(request, handler);
       wake_.notify_one();

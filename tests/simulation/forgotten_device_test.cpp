@@ -219,6 +219,21 @@ TEST_F(ForgottenDevice, CountsAsForgottenWhereTheFileSaysNothingUntilTheAppAsksT
   EXPECT_GT(leaks(), 0U);
 }
 
+TEST_F(ForgottenDevice, TakesAWishThatTheServiceHadAcceptedAnewWhereTheFileSaysNothing) {
+  start();
+  live();
+  phone_->gdprForgetMe(true);
+  live();
+  ASSERT_TRUE(phone_->properties().MorvikCoreUserInfo_isGDPRForgetMeServerSynced());
+  die();
+  disk_.put(wishPath(), std::string(host::kWishFileBytes, 'x'));
+  start();
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kUnreadable);
+  phone_->gdprForgetMe(true);
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kGood);
+  EXPECT_EQ(inTheFile()->is_forgotten, true);
+}
+
 TEST_F(ForgottenDevice, CountsAsForgottenWhereTheFileCannotBeReadAtAll) {
   start();
   live();

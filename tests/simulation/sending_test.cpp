@@ -196,6 +196,25 @@ TEST(Sending, AWishLeavesWhatABatchThatNeverLeftCarriedBehindOneThatIsAccepted) 
   EXPECT_TRUE(device.kit().ledger().isSound());
 }
 
+TEST(Sending, OffLeavesWhatABatchThatNeverLeftCarriedWhereTheAnswerToAnEarlierOneComesFirst) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  pushSlowly(device, 4);
+  // The answer stands in the main queue before it is known that the second batch never leaves.
+  device.host().mainQueue().after(4, [&device] {
+    device.kit().addActivity("shop", "second");
+    device.kit().applicationDidBecomeActive();
+    device.kit().pushTracking();
+    device.kit().setSendingEnabled(false);
+  });
+  device.advance(seconds(30));
+  EXPECT_EQ(device.waiting("shop", "second"), 1u);
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_EQ(device.delivered("shop", "second"), 1u);
+  EXPECT_TRUE(device.kit().ledger().isSound());
+}
+
 TEST(Sending, OnAgainLeavesTheEndOfAKeptSessionOutThatABatchWhichNeverLeftLeftOut) {
   AttributedDevice device;
   device.advance(minutes(2));

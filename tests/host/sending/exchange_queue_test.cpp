@@ -5,7 +5,9 @@
 
 #include <atomic>
 #include <functional>
+#include <future>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <utility>
@@ -25,6 +27,10 @@ using ::testing::IsEmpty;
 class NetworkInHand final : public MachineNetwork {
  public:
   void begin(kit::Request request, TransportHandler done) override {
+    if (std::exchange(throws_once, false))
+      throw std::bad_alloc();
+    if (when_begun)
+      when_begun();
     left.push_back(request.url);
     answers.push_back(std::move(done));
     if (answers_at_once)
@@ -38,6 +44,8 @@ class NetworkInHand final : public MachineNetwork {
   }
 
   bool answers_at_once = false;
+  bool throws_once = false;
+  std::function<void()> when_begun;
   std::vector<std::string> left;
   std::vector<TransportHandler> answers;
 };
@@ -67,11 +75,11 @@ class ExchangeQueueTest : public ::testing::Test {
 
   test::PumpedQueue main_queue;
   TurnGate gate;
-  bool is_forgotten = false;
+  std::atomic<bool> is_forgotten{false};
   std::unique_ptr<NetworkInHand> made = std::make_unique<NetworkInHand>();
   NetworkInHand& network = *made;
   ExchangeQueue queue{std::move(made), {.ca_file = "", .main_queue = main_queue, .gate = gate, .is_forgotten = [this] {
-                                          return is_forgotten;
+                                          return is_forgotten.load();
                                         }}};
   std::vector<std::string> answered;
   std::vector<std::string> not_sent;
@@ -206,6 +214,35 @@ TEST_F(ExchangeQueueTest, TakesTheFirstAnswerOfANetworkThatAnswersTwice) {
   main_queue.runAll();
   EXPECT_THAT(answered, ElementsAre("/busy1"));
   EXPECT_THAT(network.left, ElementsAre("https://one.example/waits1")) << "one place was freed";
+}
+
+TEST_F(ExchangeQueueTest, TellsOfANetworkThatThrowsAndGoesOn) {
+  network.throws_once = true;
+  start("/first");
+  start("/second");
+  main_queue.runAll();
+  EXPECT_THAT(answered, ElementsAre("/first")) << "with an error";
+  EXPECT_THAT(network.left, ElementsAre("https://one.example/second"));
+}
+
+TEST_F(ExchangeQueueTest, ReturnsFromAWishOnlyWhenNothingThatWasLetOutBeforeIsStillOnItsWayOut) {
+  std::promise<void> leaving;
+  std::promise<void> go_on;
+  std::atomic<bool> has_left{false};
+  network.when_begun = [&] {
+    leaving.set_value();
+    go_on.get_future().wait();
+    has_left = true;
+  };
+  std::thread sender([this] { start("/click"); });
+  leaving.get_future().wait();
+  auto wish = std::async(std::launch::async, [&] {
+    setForgotten(true);
+    return has_left.load();
+  });
+  go_on.set_value();
+  EXPECT_TRUE(wish.get());
+  sender.join();
 }
 
 // ------------------------------------------------------------------------------------------------------------- the end
