@@ -25,12 +25,37 @@ constexpr const char* kStopOperation = "-[MorvikCore stop]";
 
 std::atomic<bool> is_process_ending{false};
 
-/// Held while the parts of a host go on a thread that nobody waits for: the process then ends behind that, or before.
-/// Recursive, for what goes with them may end the process.
-std::recursive_timed_mutex& goingMutex() {
-  static auto& mutex = *new std::recursive_timed_mutex;
-  return mutex;
-}
+/// Threads that nobody waits for and on which the parts of a host go just now: the process ends behind that, or before.
+class GoingParts {
+ public:
+  static GoingParts& all() {
+    static auto& all = *new GoingParts;
+    return all;
+  }
+  void begin() {
+    const std::scoped_lock hold(mutex_);
+    ++count_;
+    is_here_ = true;
+  }
+  void end() {
+    const std::scoped_lock hold(mutex_);
+    --count_;
+    is_here_ = false;
+    ended_.notify_all();
+  }
+  /// What goes with them on this thread may end the process: it does not wait for itself.
+  void waitForOthers(steady_clock::time_point deadline) {
+    std::unique_lock hold(mutex_);
+    ended_.wait_until(hold, deadline, [this] { return count_ == (is_here_ ? 1U : 0U); });
+  }
+
+ private:
+  static thread_local bool is_here_;
+  std::mutex mutex_;
+  std::condition_variable ended_;
+  size_t count_ = 0;
+};
+thread_local bool GoingParts::is_here_ = false;
 
 /// What can never be freed. Reachable, so that nobody takes it for a leak, and never destroyed.
 template <class Kept>
@@ -110,10 +135,11 @@ class HostEnding::Closing {
  private:
   /// At the end of the process nothing may be taken down any more that a library has cleaned up already.
   void letPartsGo() {
-    const std::scoped_lock going(goingMutex());
+    GoingParts::all().begin();
     if (is_process_ending)
       keepForGood(parts_);
     parts_.reset();
+    GoingParts::all().end();
   }
 
   std::shared_ptr<HostParts> parts_;
@@ -308,8 +334,7 @@ struct AtExit {
         ending->stopOrLeave();
     }
     // What goes now, on whatever thread, is gone before a library cleans up; what comes later stays.
-    std::unique_lock going(goingMutex(), std::defer_lock);
-    static_cast<void>(going.try_lock_for(kStopTime));
+    GoingParts::all().waitForOthers(steady_clock::now() + kStopTime);
   }
 };
 
