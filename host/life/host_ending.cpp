@@ -334,7 +334,9 @@ struct AtExit {
         ending->stopOrLeave();
     }
     // What goes now, on whatever thread, is gone before a library cleans up; what comes later stays.
-    GoingParts::all().waitForOthers(steady_clock::now() + kStopTime);
+    // In a fork there are no such threads, and their lock may never be let go.
+    if (list().process.isHere())
+      GoingParts::all().waitForOthers(steady_clock::now() + kStopTime);
   }
 };
 
