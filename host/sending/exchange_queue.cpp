@@ -130,11 +130,12 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
     under_way->handler = std::move(waiting.handler);
     if (const auto leaves = std::exchange(waiting.request.when_it_leaves, nullptr))
       leaves();
+    // A network that never lets go of what it was handed keeps nothing of this.
     try {
-      network_->begin(std::move(waiting.request),
-                      [line = shared_from_this(), under_way](kit::TransportOutcome outcome) {
-                        line->ended(*under_way, std::move(outcome));
-                      });
+      network_->begin(std::move(waiting.request), [self = weak_from_this(), under_way](kit::TransportOutcome outcome) {
+        if (const auto line = self.lock())
+          line->ended(*under_way, std::move(outcome));
+      });
     } catch (const std::exception& exception) {
       ended(*under_way, {.response = std::nullopt,
                          .error = kit::Error{std::string("no request can be sent: ") + exception.what()}});

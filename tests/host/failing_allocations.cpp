@@ -36,10 +36,22 @@ void* operator new(size_t size) {
   return block;
 }
 
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 void operator delete(void* block) noexcept {
   std::free(block);
 }
 
 void operator delete(void* block, size_t) noexcept {
+  std::free(block);
+}
+
+void operator delete(void* block, const std::nothrow_t&) noexcept {
   std::free(block);
 }
