@@ -100,6 +100,15 @@ bool isHeldOnce(const std::atomic<uint32_t>& references) {
   return references.load(std::memory_order_acquire) == 1;
 }
 
+struct Release {
+  template <class Counted>
+  void operator()(Counted* counted) const {
+    counted->release();
+  }
+};
+template <class Counted>
+using Owned = std::unique_ptr<Counted, Release>;
+
 void place(Chunk* chunk, uint32_t slot, Value&& element) {
   new (chunk->items() + slot) Value(std::move(element));
 }
@@ -126,13 +135,16 @@ ArrayRep* ArrayRep::becoming(ArrayRep* before, Spine* row_of_chunks, uint32_t se
 
 ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
   if (before == nullptr) {
-    Spine* spine = Spine::make(kFirstSpineCapacity);
-    Chunk* chunk = Chunk::make(kFirstChunkCapacity);
-    place(chunk, 0, std::move(element));
+    // Memory may run out at each of the three.
+    Owned<Spine> spine(Spine::make(kFirstSpineCapacity));
+    Owned<Chunk> chunk(Chunk::make(kFirstChunkCapacity));
+    place(chunk.get(), 0, std::move(element));
     chunk->used.store(1, std::memory_order_relaxed);
-    place(spine, 0, {chunk, 0});
+    place(spine.get(), 0, {chunk.release(), 0});
     spine->used.store(1, std::memory_order_relaxed);
-    return make(spine, 1, 1);
+    ArrayRep* const first = make(spine.get(), 1, 1);
+    static_cast<void>(spine.release());
+    return first;
   }
   const size_t size = before->size;
   const uint32_t count = before->segment_count;
