@@ -189,13 +189,10 @@ void MorvikCoreLib::requestConversion(const Value& parameters, const ConversionT
         failure(response, error);
         self->attributionDidEnd();
       },
-      {.when_held = texts.when_held,
-       .not_sent =
-           [self] {
-             --self->attributions_under_way_;
-             self->attributionDidEnd();
-           },
-       .leaves = {}});
+      {.when_held = texts.when_held, .not_sent = [self] {
+         --self->attributions_under_way_;
+         self->attributionDidEnd();
+       }});
   if (has_begun)
     ++attributions_under_way_;
 }
@@ -438,7 +435,7 @@ void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters) {
                    services::statusCode(response));
         MORVIK_LOG(logger, lcl_vError, kOperation, "MRVK_QA-iAdAppAttributionTracking_The error was: %@", error);
       },
-      {.when_held = kit::WhenHeld::kEnds, .not_sent = {}, .leaves = {}});
+      {.when_held = kit::WhenHeld::kEnds});
 }
 
 /// Saves without asking what is stored: an iAd answer always overwrites the record. An install date that cannot be read

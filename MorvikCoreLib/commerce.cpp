@@ -132,8 +132,7 @@ void MorvikCoreLib::getPremiumPostbackInfoss() {
     services::run(
         requestTools(), std::move(request),
         [self = shared_from_this()](const Value& json) { self->premiumPostbackDidSucceed(json); },
-        [](const std::optional<kit::Response>&, const kit::Error&) {},
-        {.when_held = kit::WhenHeld::kEnds, .not_sent = {}, .leaves = {}});
+        [](const std::optional<kit::Response>&, const kit::Error&) {}, {.when_held = kit::WhenHeld::kEnds});
   });
 }
 

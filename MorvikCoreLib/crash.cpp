@@ -240,7 +240,7 @@ void MorvikCoreLib::sendCrashInfos() {
                    services::statusCode(response));
         MORVIK_LOG(logger, lcl_vError, kSendHandlerOperation, "MRVK_QA-The error was: %@", error);
       },
-      {.when_held = kit::WhenHeld::kEnds, .not_sent = {}, .leaves = {}});
+      {.when_held = kit::WhenHeld::kEnds});
 }
 
 /// The queue without the reports that the budget counts; equal reports go together. Absent where it is absent.

@@ -94,7 +94,7 @@ void MorvikCoreLib::sendUserDemoInfos(const Value& parameters) {
                    services::statusCode(response));
         MORVIK_LOG(logger, lcl_vError, kHandlerOperation, "MRVK_QA-The error was: %@", error);
       },
-      {.when_held = kit::WhenHeld::kEnds, .not_sent = {}, .leaves = {}});
+      {.when_held = kit::WhenHeld::kEnds});
 }
 
 void MorvikCoreLib::deleteDemos() {

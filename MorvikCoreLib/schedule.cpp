@@ -42,7 +42,7 @@ void MorvikCoreLib::getSchedule(const Value& parameters) {
                    services::statusCode(response));
         MORVIK_LOG(logger, lcl_vError, kScheduleHandler, "MRVK_QA-getSchedule_The error was: %@", error);
       },
-      {.when_held = kit::WhenHeld::kEnds, .not_sent = {}, .leaves = {}});
+      {.when_held = kit::WhenHeld::kEnds});
 }
 
 /// An answer that is no success is kept and handed on like any other.

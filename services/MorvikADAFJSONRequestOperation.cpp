@@ -79,8 +79,7 @@ MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperat
 
 MorvikADAFJSONRequestOperation MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequestIgnoreGDPR(
     const RequestTools& tools, MutableURLRequest request, SuccessHandler success, FailureHandler failure) {
-  return make(tools, std::move(request), std::move(success), std::move(failure),
-              {.when_held = kit::WhenHeld::kPasses, .not_sent = {}, .leaves = {}});
+  return make(tools, std::move(request), std::move(success), std::move(failure), {.when_held = kit::WhenHeld::kPasses});
 }
 
 bool MorvikADAFJSONRequestOperation::start() {

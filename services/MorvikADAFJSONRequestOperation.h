@@ -27,9 +27,9 @@ using FailureHandler = std::function<void(const kit::Request& request, const std
 struct Waiting {
   kit::WhenHeld when_held = kit::WhenHeld::kWaits;
   /// Runs, in the place of both handlers, where it never left: the gate had closed for it meanwhile. May be empty.
-  std::function<void()> not_sent;
+  std::function<void()> not_sent{};
   /// Called when it leaves, on any thread; must be short and must not throw. May be empty.
-  std::function<void()> leaves;
+  std::function<void()> leaves{};
 };
 
 /// What an operation needs from outside. References only.

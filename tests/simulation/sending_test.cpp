@@ -152,67 +152,76 @@ TEST(Sending, ASessionThatStartsWhileItIsOffFreesNoSecondBatch) {
   EXPECT_EQ(device.delivered("shop", "purchase"), 1u);
 }
 
-/// The batch under way is answered after these seconds.
-void pushSlowly(TestDevice& device, double answer_seconds) {
-  device.network()
-      .on(services::kTrackingPath)
-      .then(fakes::Answer::json(kit::Dictionary{{"Result", true}}).after(answer_seconds));
-  device.perform([&device] {
-    device.kit().addActivity("shop", "first");
-    device.kit().pushTracking();
-  });
-}
+/// A device with a batch under way, which is answered in four seconds.
+class BehindABatch : public ::testing::Test {
+ protected:
+  BehindABatch() {
+    device.advance(minutes(2));
+    device.network().on(services::kTrackingPath).then(fakes::Answer::json(kit::Dictionary{{"Result", true}}).after(4));
+    device.perform([this] {
+      device.kit().addActivity("shop", "first");
+      device.kit().pushTracking();
+    });
+  }
 
-TEST(Sending, OffLeavesWhatABatchThatNeverLeftCarriedBehindOneThatIsAccepted) {
-  AttributedDevice device;
-  device.advance(minutes(2));
-  pushSlowly(device, 4);
-  device.perform([&device] {
+  /// To run in a turn: has a batch of one more event built.
+  void buildAnother() {
     device.kit().addActivity("shop", "second");
     device.kit().applicationDidBecomeActive();  // which frees the slot
     device.kit().pushTracking();
+  }
+  /// The answer to the first batch has come, and has not touched what the second one carried.
+  void expectItWaits() {
+    device.advance(seconds(30));
+    EXPECT_EQ(device.waiting("shop", "second"), 1u);
+    EXPECT_TRUE(device.kit().ledger().isSound());
+  }
+  void expectOnAgainDeliversIt() {
+    device.kit().setSendingEnabled(true);
+    device.settle();
+    EXPECT_EQ(device.delivered("shop", "second"), 1u);
+    EXPECT_TRUE(device.kit().ledger().isSound());
+  }
+
+  AttributedDevice device;
+};
+
+TEST_F(BehindABatch, OffLeavesWhatAnotherThatNeverLeftCarried) {
+  device.perform([this] {
+    buildAnother();
     device.kit().setSendingEnabled(false);
   });
-  device.advance(seconds(30));
-  EXPECT_EQ(device.waiting("shop", "second"), 1u);
-  device.kit().setSendingEnabled(true);
-  device.settle();
-  EXPECT_EQ(device.delivered("shop", "second"), 1u);
-  EXPECT_TRUE(device.kit().ledger().isSound());
+  expectItWaits();
+  expectOnAgainDeliversIt();
 }
 
-TEST(Sending, AWishLeavesWhatABatchThatNeverLeftCarriedBehindOneThatIsAccepted) {
-  AttributedDevice device;
-  device.advance(minutes(2));
-  pushSlowly(device, 4);
-  device.perform([&device] {
-    device.kit().addActivity("shop", "second");
-    device.kit().applicationDidBecomeActive();
-    device.kit().pushTracking();
+TEST_F(BehindABatch, AWishLeavesWhatAnotherThatNeverLeftCarried) {
+  device.perform([this] {
+    buildAnother();
     device.kit().gdprForgetMe(true);
   });
-  device.advance(seconds(30));
-  EXPECT_EQ(device.waiting("shop", "second"), 1u);
-  EXPECT_TRUE(device.kit().ledger().isSound());
+  expectItWaits();
 }
 
-TEST(Sending, OffLeavesWhatABatchThatNeverLeftCarriedWhereTheAnswerToAnEarlierOneComesFirst) {
-  AttributedDevice device;
-  device.advance(minutes(2));
-  pushSlowly(device, 4);
-  // The answer stands in the main queue before it is known that the second batch never leaves.
-  device.host().mainQueue().after(4, [&device] {
-    device.kit().addActivity("shop", "second");
-    device.kit().applicationDidBecomeActive();
-    device.kit().pushTracking();
+TEST_F(BehindABatch, OffLeavesWhatAnotherThatNeverLeftCarriedWhereTheAnswerComesFirst) {
+  // It stands in the main queue before it is known that the second batch never leaves.
+  device.host().mainQueue().after(4, [this] {
+    buildAnother();
     device.kit().setSendingEnabled(false);
   });
-  device.advance(seconds(30));
-  EXPECT_EQ(device.waiting("shop", "second"), 1u);
+  expectItWaits();
+  expectOnAgainDeliversIt();
+}
+
+TEST_F(BehindABatch, OnAgainPushesNothingOnceTheSessionHasEnded) {
+  device.kit().setSendingEnabled(false);
+  device.settle();
   device.kit().setSendingEnabled(true);
   device.settle();
-  EXPECT_EQ(device.delivered("shop", "second"), 1u);
-  EXPECT_TRUE(device.kit().ledger().isSound());
+  const size_t before = batches(device);
+  device.leave();
+  device.advance(seconds(30));
+  EXPECT_EQ(batches(device), before);
 }
 
 TEST(Sending, OnAgainLeavesTheEndOfAKeptSessionOutThatABatchWhichNeverLeftLeftOut) {
@@ -231,20 +240,6 @@ TEST(Sending, OnAgainLeavesTheEndOfAKeptSessionOutThatABatchWhichNeverLeftLeftOu
   device.settle();
   EXPECT_EQ(device.delivered("shop", "purchase"), 1u);
   EXPECT_EQ(device.delivered(services::kFendoActivityGroupSession, "end"), ends);
-}
-
-TEST(Sending, OnAgainPushesNothingBehindABatchWhoseSessionHasEnded) {
-  AttributedDevice device;
-  device.advance(minutes(2));
-  pushSlowly(device, 4);
-  device.kit().setSendingEnabled(false);
-  device.settle();
-  device.kit().setSendingEnabled(true);
-  device.settle();
-  const size_t before = batches(device);
-  device.leave();
-  device.advance(seconds(30));
-  EXPECT_EQ(batches(device), before);
 }
 
 TEST(Sending, OnAgainAttributesAnInstallWhileAThirdPartyConversionWaits) {
