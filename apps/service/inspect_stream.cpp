@@ -49,18 +49,22 @@ class EventStream : public BodyStream {
  private:
   std::string readNews() {
     std::string news;
+    // Read first, told last: no total counts a request that a watcher was not told.
+    const std::string totals = jsonText(totalsJson(inspected_.store.totals()));
     const std::int64_t newest = inspected_.store.newestRequest();
     // Who knows of more than there is watched another store, before this service was started anew.
     if (after_ > newest || newest - after_ > kMaxCatchUp) {
       after_ = newest;
       news += serverSentEvent("gap", std::to_string(newest));
     }
-    for (const Json& summary : inspected_.store.summariesAfter(after_, kSummariesAtOnce)) {
+    const std::vector<Json> summaries = inspected_.store.summariesAfter(after_, kSummariesAtOnce);
+    for (const Json& summary : summaries) {
       after_ = summary.at("id");
       news += "id: " + std::to_string(after_) + "\n" + serverSentEvent("request", jsonText(summary));
     }
     addChoices(news);
-    addWhenChanged(news, "totals", totals_, jsonText(totalsJson(inspected_.store.totals())));
+    if (std::ssize(summaries) < kSummariesAtOnce)
+      addWhenChanged(news, "totals", totals_, totals);
     return news;
   }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <thread>
 
 #include "apps/service/inspect.h"
 #include "apps/service/refusal.h"
@@ -49,6 +50,13 @@ bool holds(const std::optional<std::string>& piece, const std::string& text) {
   return piece && piece->find(text) != std::string::npos;
 }
 
+std::size_t occurrences(const std::string& piece, const std::string& text) {
+  std::size_t found = 0;
+  for (auto at = piece.find(text); at != std::string::npos; at = piece.find(text, at + text.size()))
+    ++found;
+  return found;
+}
+
 TEST_F(InspectStreamTest, BeginsWithTheStateAndThenTellsEachRequest) {
   const auto stream = watch(0);
   EXPECT_EQ(
@@ -56,12 +64,33 @@ TEST_F(InspectStreamTest, BeginsWithTheStateAndThenTellsEachRequest) {
       "event: ledgers\ndata: {\"devices\":0,\"told\":0}\n\n"
       "event: totals\ndata: {\"requests\":0,\"refused\":0,\"recorded\":0,\"delivered\":0,\"duplicate\":0,\"impressions\":0}\n\n",
       *stream->next(stop_.get_token()));
-  auto told = std::async(std::launch::async, [&] { return stream->next(stop_.get_token()); });
   arrive();
-  const auto piece = told.get();
+  const auto piece = stream->next(stop_.get_token());
   EXPECT_TRUE(holds(piece, "id: 1\nevent: request\ndata: {\"id\":1,")) << piece.value_or("(end)");
   EXPECT_TRUE(holds(piece, "event: totals\n"));
   EXPECT_FALSE(holds(piece, "event: behaviours\n"));
+}
+
+// Requests arrive while a piece is read. Whatever the moment, no total counts a request that was not told.
+TEST_F(InspectStreamTest, NoTotalIsToldBeforeItsRequests) {
+  constexpr int kRequests = 300;
+  const auto stream = watch(0);
+  stream->next(stop_.get_token());
+  const std::jthread arriving([&] {
+    for (int i = 0; i < kRequests; ++i)
+      arrive();
+  });
+  int told = 0;
+  int total = 0;
+  while (total < kRequests) {
+    const std::string piece = *stream->next(stop_.get_token());
+    told += static_cast<int>(occurrences(piece, "event: request\n"));
+    const std::string before_number = "event: totals\ndata: {\"requests\":";
+    if (const auto at = piece.find(before_number); at != std::string::npos)
+      total = std::stoi(piece.substr(at + before_number.size()));
+    ASSERT_LE(total, told) << piece;
+  }
+  EXPECT_EQ(kRequests, told);
 }
 
 TEST_F(InspectStreamTest, TakesUpWhereTheWatcherWas) {
