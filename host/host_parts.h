@@ -16,6 +16,7 @@
 #include "host/ledger/ledger_book.h"
 #include "host/life/host_life.h"
 #include "host/log/log_sinks.h"
+#include "host/log/logged_lines.h"
 #include "host/log/posted_lines.h"
 #include "host/loop/background_tasks.h"
 #include "host/loop/notification_center.h"
@@ -65,7 +66,10 @@ struct HostParts {
   const std::unique_ptr<ClosableLogSink> log_sink;
   kit::SharedState shared_state;
   const services::Logger logger;
+  LoggedLines store_lines;
+  LoggedLines report_lines;
 
+  std::unique_ptr<StartLog> eraser_log;
   std::unique_ptr<MachineEraser> eraser;
 
   const std::unique_ptr<MachineClock> clock;

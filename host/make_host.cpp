@@ -39,6 +39,12 @@ std::variant<std::unique_ptr<HostLogSink>, kit::Error> makeLogSink(const Checked
   return Made(std::make_unique<StderrLogSink>());
 }
 
+/// Set before the first part that may log is made.
+const kit::LogLevels& levelsAt(int level, kit::SharedState& state) {
+  setKitLevel(state.log_levels, level);
+  return state.log_levels;
+}
+
 /// Whatever the level: who reads it must know that events go elsewhere.
 void tellWhatTheEnvironmentChanged(const HostParts& parts) {
   if (const std::string changes = parts.options.environment.changes(); !changes.empty())
@@ -342,11 +348,14 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   if (auto* error = std::get_if<kit::Error>(&made_sink))
     return std::move(*error);
   auto sink = std::make_unique<ClosableLogSink>(std::move(std::get<std::unique_ptr<HostLogSink>>(made_sink)));
-  auto eraser = machine.makeEraser(options.store_folder, *sink);
+  auto eraser_log =
+      std::make_unique<StartLog>(std::get<CheckedOptions>(checked).options.log_level, *sink, "+[MorvikCore start]");
+  auto eraser = machine.makeEraser(options.store_folder, eraser_log->lines());
   if (auto error = eraser->resume())
     return *std::move(error);
   const auto parts =
       std::make_shared<HostParts>(life, std::get<CheckedOptions>(std::move(checked)), std::move(sink), machine);
+  parts->eraser_log = std::move(eraser_log);
   parts->eraser = std::move(eraser);
   if (parts->store->opening() == StoreOpening::kLocked)
     return kit::Error{parts->store->openingLine()};
@@ -381,7 +390,9 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       has_threads(machine.hasThreads()),
       options(std::move(checked)),
       log_sink(std::move(sink)),
-      logger(shared_state.log_levels, *log_sink),
+      logger(levelsAt(options.options.log_level, shared_state), *log_sink),
+      store_lines(logger, "-[MorvikCore store]"),
+      report_lines(logger, "-[MorvikCore crashReports]"),
       clock(machine.makeClock()),
       calendar(machine.makeCalendar()),
       random(machine.makeRandom()),
@@ -390,7 +401,7 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       compressor(&shared_state.stop_request),
       wish_file(machine.makeWishFile(options.options.store_folder)),
       wish_read(wish_file ? wish_file->read() : MachineWishFile::Reading()),
-      bare_store(machine.makeStore(options.options.store_folder, *log_sink)),
+      bare_store(machine.makeStore(options.options.store_folder, store_lines)),
       plain_store(std::make_unique<WishStore>(*bare_store, wish_file.get(), wish_read, logger)),
       ledger(ledgerParts(*this)),
       store(std::make_unique<LedgerStore>(*plain_store, ledger, house_lock)),
@@ -419,13 +430,11 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       flushes({*main_loop, gate, properties, ledger, services, util, shared_state, logger, *life}),
       device(options.options.device),
       bundle(options.options.device),
-      report_shelf(machine.makeReportShelf(options.options.store_folder, json, *log_sink)),
+      report_shelf(machine.makeReportShelf(options.options.store_folder, json, report_lines)),
       ad_client(options.options.ad_client, json, *main_loop),
       modules(options.options.modules),
       handed_over(properties, *main_loop, shared_state.stop_request),
-      kit(kitOf(*this)) {
-  setLogLevel(options.options.log_level);
-}
+      kit(kitOf(*this)) {}
 
 HostParts::~HostParts() {
   store->setWhenTakenOver(nullptr);  // what it calls goes before the store
@@ -442,8 +451,7 @@ void keepOpenedUrl(HostParts& parts, const kit::Url& url) {
 }
 
 void HostParts::setLogLevel(int level) {
-  const int known = std::clamp(level, int{kit::lcl_vOff}, int{kit::lcl_vTrace});
-  shared_state.log_levels._lcl_component_level[kit::lcl_cKesmo] = static_cast<uint8_t>(known);
+  setKitLevel(shared_state.log_levels, level);
 }
 
 // Read in the order in which work goes from one to the next, so that none slips through.

@@ -845,6 +845,23 @@ void leaveCrashRecord(const std::string& folder) {
   close(file);
 }
 
+TEST_F(MakeHost, LogsOfADamagedStoreAndReportFileThroughTheLoggerAndNothingAtLevelZero) {
+  const auto spoil = [this] {
+    std::filesystem::create_directories(options.store_folder);
+    std::ofstream(options.store_folder + "/morvik.store") << std::string(5000, 'x');
+    std::ofstream(options.store_folder + "/crash-reports") << "no report\n";
+  };
+  spoil();
+  options.log_level = 0;
+  make();
+  EXPECT_EQ(log.messages(), std::vector<std::string>());
+  spoil();
+  options.log_level = 2;
+  make();
+  EXPECT_EQ(log.messagesOf("-[MorvikCore store]").size(), 1U);
+  EXPECT_EQ(log.messagesOf("-[MorvikCore crashReports]").size(), 1U);
+}
+
 TEST_F(MakeHost, ReportsTheSignalThatEndedAnEarlierProcessOnceThereIsRoomForTheReport) {
   leaveCrashRecord(options.store_folder);
   const std::filesystem::path store_file = options.store_folder + "/morvik.store";

@@ -1,0 +1,43 @@
+#include "host/log/logged_lines.h"
+
+#include <gtest/gtest.h>
+
+#include "testing/recording_log.h"
+
+namespace morvik::host {
+namespace {
+
+constexpr const char* kOperation = "-[MorvikCore store]";
+
+TEST(LoggedLines, AreLinesOfTheLoggerAtLevelError) {
+  testing::RecordingLog log;
+  kit::LogLevels levels;
+  LoggedLines lines(services::Logger(levels, log), kOperation);
+  setKitLevel(levels, 1);
+  lines.line("left out");
+  EXPECT_TRUE(lines.tryLine("left out"));
+  setKitLevel(levels, 2);
+  lines.line("100 % of \"a\" %@");
+  EXPECT_TRUE(lines.tryLine("of a dying thread"));
+  EXPECT_EQ(log.messagesOf(kOperation), (std::vector<std::string>{"100 % of \"a\" %@", "of a dying thread"}));
+}
+
+TEST(StartLog, HasTheLevelThatItWasMadeWith) {
+  testing::RecordingLog log;
+  StartLog quiet(0, log, kOperation);
+  quiet.lines().line("left out");
+  StartLog loud(2, log, kOperation);
+  loud.lines().line("told");
+  EXPECT_EQ(log.messages(), std::vector<std::string>{"told"});
+}
+
+TEST(SetKitLevel, TakesTheNearestLevelThatThereIs) {
+  kit::LogLevels levels;
+  setKitLevel(levels, 100);
+  EXPECT_EQ(levels._lcl_component_level[kit::lcl_cKesmo], kit::lcl_vTrace);
+  setKitLevel(levels, -100);
+  EXPECT_EQ(levels._lcl_component_level[kit::lcl_cKesmo], kit::lcl_vOff);
+}
+
+}  // namespace
+}  // namespace morvik::host
