@@ -61,12 +61,12 @@ Value MorvikCoreLib::makeDemoInfoParameter() const {
     return {};
   }
   const auto sealed =
-      services::seal(sealingTools(), trackingKey(), std::get<std::string>(json), services::Compression::kNever);
+      services::morvikAD_AES256EncryptionWithKey(sealingTools(), std::get<std::string>(json), trackingKey());
   if (const auto* error = std::get_if<kit::Error>(&sealed)) {
     MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-error : %@", *error);
     return {};
   }
-  return kit::Dictionary{{"j", services::hexText(std::get<std::string>(sealed))}};
+  return kit::Dictionary{{"j", services::morvikAD_tracerByteToHex(std::get<std::string>(sealed))}};
 }
 
 void MorvikCoreLib::sendPendingDemos() {

@@ -41,8 +41,8 @@ class MorvikADUtil {
   virtual std::string getUTCFormateDate(Date date) const = 0;
   /// "yyyy-MM-dd'T'HH:mm:ss'Z'" in UTC; nothing where the platform cannot say it.
   virtual std::optional<std::string> getUTCFormateDateISO(Date date) const = 0;
-  /// Server time minus device time, in seconds; `base_time_seconds` is the server's time in seconds since 1970.
-  virtual double timeIntervalSinceServerDate(Date device_date, double base_time_seconds) const = 0;
+  /// Server time minus device time, in seconds; `sinceBaseTime` is the server's time in seconds since 1970.
+  virtual double timeIntervalSinceServerDate(Date device_date, double sinceBaseTime) const = 0;
 
   /// The device's advertising identifier; nothing when the user limits tracking.
   virtual std::optional<std::string> IDFA() const = 0;

@@ -5,6 +5,7 @@
 #include "services/converters.h"
 #include "services/describe.h"
 #include "services/json_writer.h"
+#include "services/property_list.h"
 #include "services/text_codes.h"
 
 namespace morvik::services {
@@ -12,6 +13,7 @@ namespace {
 
 constexpr const char* kFormContentType = "application/x-www-form-urlencoded; charset=utf-8";
 constexpr const char* kJsonContentType = "application/json; charset=utf-8";
+constexpr const char* kPropertyListContentType = "application/x-plist; charset=utf-8";
 
 bool sameName(std::string_view a, std::string_view b) {
   return inLowerCase(a) == inLowerCase(b);
@@ -26,6 +28,34 @@ void appendParameter(const kit::Value& value, std::string& out) {
   } else {
     appendPercentEncoded(checkNilToBlankString(value).string(), out);
   }
+}
+
+bool areParameters(const kit::Value& value, AFHTTPClientParameterEncoding encoding) {
+  if (encoding == AFFormURLParameterEncoding)
+    return value.isDictionary() && value.size() > 0;
+  return value.isArray() || value.isDictionary();
+}
+
+const char* contentTypeOf(AFHTTPClientParameterEncoding encoding) {
+  switch (encoding) {
+    case AFFormURLParameterEncoding:
+      break;
+    case AFJSONParameterEncoding:
+      return kJsonContentType;
+    case AFPropertyListParameterEncoding:
+      return kPropertyListContentType;
+  }
+  return kFormContentType;
+}
+
+/// Empty where the parameters have no form in this encoding.
+std::string bodyOf(const kit::Value& parameters, AFHTTPClientParameterEncoding encoding) {
+  if (encoding == AFFormURLParameterEncoding)
+    return formEncoded(parameters.dictionary());
+  std::string body;
+  const auto error = encoding == AFJSONParameterEncoding ? appendJson(parameters, body)  //
+                                                         : appendPropertyList(parameters, body);
+  return error ? std::string() : body;
 }
 
 }  // namespace
@@ -74,23 +104,15 @@ MutableURLRequest MorvikADAFHTTPClient::requestWithMethod(std::string method, st
   std::string url = base_url_;
   url += path;
   const bool in_query = method == "GET";
-  const bool as_json = encoding_ == AFJSONParameterEncoding && !in_query;
-  const bool has_parameters =
-      as_json ? parameters.isArray() || parameters.isDictionary() : parameters.isDictionary() && parameters.size() > 0;
+  const bool has_parameters = areParameters(parameters, in_query ? AFFormURLParameterEncoding : encoding_);
   if (has_parameters && in_query)
     url += '?' + formEncoded(parameters.dictionary());
   MutableURLRequest request(std::move(url));
   request.setHTTPMethod(std::move(method));
   if (in_query || !has_parameters)
     return request;
-  request.setValue(as_json ? kJsonContentType : kFormContentType, "Content-Type");
-  if (!as_json) {
-    request.setHTTPBody(formEncoded(parameters.dictionary()));
-    return request;
-  }
-  std::string json;
-  if (!appendJson(parameters, json))
-    request.setHTTPBody(std::move(json));
+  request.setValue(contentTypeOf(encoding_), "Content-Type");
+  request.setHTTPBody(bodyOf(parameters, encoding_));
   return request;
 }
 

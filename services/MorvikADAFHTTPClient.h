@@ -12,6 +12,7 @@ namespace morvik::services {
 enum AFHTTPClientParameterEncoding {
   AFFormURLParameterEncoding = 0,
   AFJSONParameterEncoding = 1,
+  AFPropertyListParameterEncoding = 2,
 };
 
 /// The platform's mutable URL request. Header names are compared without case; their text is kept as given.
@@ -45,11 +46,10 @@ class MorvikADAFHTTPClient {
   /// How parameters become a body; form-encoded unless set.
   void setParameterEncoding(AFHTTPClientParameterEncoding encoding) { encoding_ = encoding; }
 
-  /// A request for base URL and path. `parameters` is a dictionary (or, with JSON encoding, an array); anything else,
-  /// and an empty dictionary with form encoding, counts as no parameters: an empty body without content type. "GET"
-  /// carries them in the query
-  /// string, form-encoded whatever the encoding, every other method in the body, with the content type of the encoding.
-  /// Values that have no JSON form make the body empty.
+  /// A request for base URL and path. `parameters` is a dictionary (or, where it is not form-encoded, an array);
+  /// anything else, and an empty dictionary with form encoding, counts as no parameters: an empty body without content
+  /// type. "GET" carries them in the query string, form-encoded whatever the encoding, every other method in the body,
+  /// with the content type of the encoding. Values that have no JSON or property list form make the body empty.
   MutableURLRequest requestWithMethod(std::string method, std::string_view path, const kit::Value& parameters) const;
 
  private:

@@ -52,6 +52,12 @@ std::variant<std::string, kit::Error> seal(const SealingTools& tools, std::strin
   return sealed;
 }
 
+std::variant<std::string, kit::Error> morvikAD_AES256EncryptionWithKey(const SealingTools& tools,
+                                                                       std::string_view bytes,
+                                                                       std::string_view key_text) {
+  return seal(tools, key_text, bytes, Compression::kNever);
+}
+
 std::variant<std::string, kit::Error> openSealed(const SealingTools& tools, std::string_view key_text,
                                                  std::string_view sealed, size_t max_bytes) {
   if (sealed.size() < kSealedHeaderBytes + kit::kNonceBytes + kit::kTagBytes) {

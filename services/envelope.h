@@ -32,6 +32,11 @@ enum class Compression { kWhenShorter, kNever };
 std::variant<std::string, kit::Error> seal(const SealingTools& tools, std::string_view key_text,
                                            std::string_view plaintext, Compression compression);
 
+/// seal() without compression, as a byte buffer's own operation.
+std::variant<std::string, kit::Error> morvikAD_AES256EncryptionWithKey(const SealingTools& tools,
+                                                                       std::string_view bytes,
+                                                                       std::string_view key_text);
+
 /// Opens what seal() made. Errors: too short, unknown version or flags, wrong key, any changed bit, more than
 /// `max_bytes` after inflating.
 std::variant<std::string, kit::Error> openSealed(const SealingTools& tools, std::string_view key_text,

@@ -1,6 +1,7 @@
 // The component logger of the core object.
 #pragma once
 
+#include <array>
 #include <initializer_list>
 #include <string_view>
 
@@ -12,8 +13,11 @@ namespace morvik::services {
 /// Entry L is the header of level L.
 inline constexpr const char* _kesmo_lcl_level_header_1[] = {"OFF",  "CRITICAL", "ERROR", "WARNING",
                                                             "INFO", "DEBUG",    "TRACE"};
-/// Entry C is the header of component C; the core object is the first.
-inline constexpr const char* _kesmo_lcl_component_header[] = {"Kesmo"};
+/// Entry C is the header of component C. The first is the core object's; the others belong to other kits.
+inline constexpr std::array<const char*, kit::kLogComponents> _kesmo_lcl_component_header = {
+    "Kesmo",        "Component 1",  "Component 2",  "Component 3",  "Component 4",  "Component 5",
+    "Component 6",  "Component 7",  "Component 8",  "Component 9",  "Component 10", "Component 11",
+    "Component 12", "Component 13", "Component 14", "Component 15", "Component 16", "Component 17"};
 
 /// Where a log statement stands: its file name (without folders), its line, and the operation as it reads on the
 /// platform.

@@ -110,6 +110,10 @@ std::string hexText(std::string_view bytes) {
   return text;
 }
 
+std::string morvikAD_tracerByteToHex(std::string_view bytes) {
+  return hexText(bytes);
+}
+
 void appendPercentEncoded(std::string_view text, std::string& out) {
   while (!text.empty()) {
     size_t run = 0;

@@ -14,6 +14,8 @@ std::optional<std::string> fromBase64Url(std::string_view text);
 
 /// Lower-case hexadecimal.
 std::string hexText(std::string_view bytes);
+/// The same, as a byte buffer's own operation.
+std::string morvikAD_tracerByteToHex(std::string_view bytes);
 
 /// The letters A to Z as a to z; every other byte as it is.
 std::string inLowerCase(std::string_view text);

@@ -34,8 +34,8 @@ std::string FakeUtil::getKoreaDateFormateDate(kit::Date date) const {
 std::string FakeUtil::getUTCFormateDate(kit::Date date) const {
   return services::utcDateText(date);
 }
-double FakeUtil::timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const {
-  return base_time_seconds - device_date.secondsSince1970();
+double FakeUtil::timeIntervalSinceServerDate(kit::Date device_date, double sinceBaseTime) const {
+  return sinceBaseTime - device_date.secondsSince1970();
 }
 std::optional<std::string> FakeUtil::getUTCFormateDateISO(kit::Date date) const {
   const std::lock_guard lock(mutex_);

@@ -56,7 +56,7 @@ class FakeUtil : public kit::MorvikADUtil {
   std::string getKoreaDateFormateDate(kit::Date date) const override;
   std::string getUTCFormateDate(kit::Date date) const override;
   std::optional<std::string> getUTCFormateDateISO(kit::Date date) const override;
-  double timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const override;
+  double timeIntervalSinceServerDate(kit::Date device_date, double sinceBaseTime) const override;
   std::optional<std::string> IDFA() const override;
   std::string getNetworkStatus() const override;
   std::optional<std::string> platformString() const override;

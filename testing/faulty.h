@@ -510,9 +510,9 @@ class Faulty<kit::MorvikADUtil> final : public kit::MorvikADUtil {
     faults.pass("getUTCFormateDateISO");
     return port_.getUTCFormateDateISO(date);
   }
-  double timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const override {
+  double timeIntervalSinceServerDate(kit::Date device_date, double sinceBaseTime) const override {
     faults.pass("timeIntervalSinceServerDate");
-    return port_.timeIntervalSinceServerDate(device_date, base_time_seconds);
+    return port_.timeIntervalSinceServerDate(device_date, sinceBaseTime);
   }
   std::optional<std::string> IDFA() const override {
     faults.pass("IDFA");

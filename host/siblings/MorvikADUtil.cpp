@@ -47,8 +47,8 @@ std::optional<std::string> MorvikADUtil::getUTCFormateDateISO(kit::Date date) co
   return services::utcIsoDateText(date);
 }
 
-double MorvikADUtil::timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const {
-  return base_time_seconds - device_date.secondsSince1970();
+double MorvikADUtil::timeIntervalSinceServerDate(kit::Date device_date, double sinceBaseTime) const {
+  return sinceBaseTime - device_date.secondsSince1970();
 }
 
 void MorvikADUtil::replaceIDFA(const std::string& idfa) {

@@ -35,7 +35,7 @@ class MorvikADUtil final : public kit::MorvikADUtil {
   std::string getKoreaDateFormateDate(kit::Date date) const override;
   std::string getUTCFormateDate(kit::Date date) const override;
   std::optional<std::string> getUTCFormateDateISO(kit::Date date) const override;
-  double timeIntervalSinceServerDate(kit::Date device_date, double base_time_seconds) const override;
+  double timeIntervalSinceServerDate(kit::Date device_date, double sinceBaseTime) const override;
   /// Waits for nobody.
   std::optional<std::string> IDFA() const override { return is_idfa_replaced_ ? later_idfa_ : facts_.idfa; }
   /// It turned out to be another one. Once; a second call does nothing.

@@ -80,6 +80,19 @@ TEST(HttpClient, WritesJsonWhereThatIsSet) {
   EXPECT_EQ(list.headers, kJsonHeaders);
 }
 
+TEST(HttpClient, WritesAPropertyListWhereThatIsSet) {
+  MorvikADAFHTTPClient client(kBase);
+  client.setParameterEncoding(AFPropertyListParameterEncoding);
+  EXPECT_EQ(AFPropertyListParameterEncoding, 2);
+  const Request request = client.requestWithMethod("POST", "", Dictionary{{"a", 1}}).request();
+  EXPECT_EQ(request.body,
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+            "<plist version=\"1.0\"><dict><key>a</key><integer>1</integer></dict></plist>\n");
+  EXPECT_EQ(request.headers, (std::vector<kit::HttpHeader>{{"Content-Type", "application/x-plist; charset=utf-8"}}));
+  EXPECT_EQ(client.requestWithMethod("POST", "", Dictionary{{"a", Value::null()}}).request().body, "");
+  EXPECT_EQ(client.requestWithMethod("GET", "", Dictionary{{"a", 1}}).request().url, std::string(kBase) + "?a=1");
+}
+
 TEST(HttpClient, CanBeSetBackToForms) {
   MorvikADAFHTTPClient client(kBase);
   client.setParameterEncoding(AFJSONParameterEncoding);

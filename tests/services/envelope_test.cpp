@@ -129,6 +129,13 @@ TEST_F(Envelope, IsNotDeflatedWhereThatIsNotWanted) {
   EXPECT_TRUE(opensAs(bytes, kRepetitive));
 }
 
+TEST_F(Envelope, OfAByteBufferIsNeverDeflated) {
+  const auto result = morvikAD_AES256EncryptionWithKey(tools, kRepetitive, "key");
+  const auto& bytes = std::get<std::string>(result);
+  EXPECT_EQ(bytes.size(), 2 + 12 + kRepetitive.size() + 16);
+  EXPECT_TRUE(opensAs(bytes, kRepetitive));
+}
+
 TEST_F(Envelope, IsSealedUndeflatedWhenTheCompressorFails) {
   const RefusingCompressor refusing;
   const auto result = seal({cipher, refusing, random}, "key", kRepetitive, Compression::kWhenShorter);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,16 @@ TEST_F(Log, KnowsTheHeaderOfEveryLevel) {
     EXPECT_STREQ(_kesmo_lcl_level_header_1[level], headers[level]);
   }
   EXPECT_STREQ(_kesmo_lcl_component_header[kit::lcl_cKesmo], "Kesmo");
+}
+
+TEST_F(Log, HasAHeaderForEveryComponent) {
+  std::set<std::string> different;
+  for (const char* header : _kesmo_lcl_component_header) {
+    ASSERT_NE(header, nullptr);
+    different.insert(header);
+  }
+  EXPECT_EQ(different.size(), kit::kLogComponents);
+  EXPECT_EQ(different.count(""), 0U);
 }
 
 TEST_F(Log, LetsALineThroughWhenTheLevelIsAtLeastItsOwn) {

@@ -83,6 +83,7 @@ TEST(Base64Url, ReadsRandomTextOnlyAsWhatWouldBeWrittenSo) {
 TEST(Hex, IsInLowerCase) {
   EXPECT_EQ(hexText(""), "");
   EXPECT_EQ(hexText(std::string_view("\x00\x0f\xf0\xff\xab", 5)), "000ff0ffab");
+  EXPECT_EQ(morvikAD_tracerByteToHex("\x1f"), "1f");
 }
 
 TEST(LetterCase, IsThatOfAsciiAlone) {
