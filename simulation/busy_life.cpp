@@ -731,7 +731,7 @@ class BusyLife {
   }
 
   void hear(std::string_view line) {
-    if (isCut())
+    if (isCut() || line.find("the store \"") == std::string_view::npos)
       return;
     const auto says = [line](std::string_view part) { return line.find(part) != std::string_view::npos; };
     if (says("cannot be read (") || says("are damaged"))

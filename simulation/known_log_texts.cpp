@@ -66,9 +66,12 @@ const std::vector<Pattern>& patterns() {
   return all;
 }
 
+/// Passes on what parts of the machine say, with its own name in the prefix.
+constexpr std::string_view kPassesOn = "logged_lines.cpp";
+
 /// "LEVEL Component:file.cpp:17:-[Class operation:] " before a message.
 struct Line {
-  std::string_view file;  ///< empty: it has no prefix
+  std::string_view file;  ///< empty: it has no prefix, or one that does not tell
   std::string_view message;
 };
 
@@ -86,7 +89,8 @@ Line read(std::string_view line) {
   const size_t message = operation == std::string_view::npos ? operation : line.find(' ', operation);
   if (message == std::string_view::npos)
     return plain;
-  return {line.substr(component + 1, file - component - 1), line.substr(message + 1)};
+  const std::string_view name = line.substr(component + 1, file - component - 1);
+  return {name == kPassesOn ? "" : name, line.substr(message + 1)};
 }
 
 }  // namespace

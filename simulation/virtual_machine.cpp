@@ -178,7 +178,7 @@ HostOptions simulatedApp() {
   app.hash_key = "hash";
   app.tracking_key = "tracking";
   app.service_url = "https://service.example/";
-  app.log_level = 0;
+  app.log_level = 2;  // what the store says is to be heard
   app.log_sink = [](std::string_view) {};
   return app;
 }

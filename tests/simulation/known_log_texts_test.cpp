@@ -108,9 +108,12 @@ TEST(KnownLogTexts, KnowALineByItsFileAndItsText) {
   EXPECT_EQ(kindOfLogLine("TRACE Kesmo:"), LogLineKind::kUnknown);
 }
 
-TEST(KnownLogTexts, KnowALineWithoutAPrefixAndOneThatEndsInWords) {
+TEST(KnownLogTexts, KnowALineWithoutAPrefixOneThatIsPassedOnAndOneThatEndsInWords) {
   EXPECT_EQ(kindOfLogLine("Morvik host: the store \"/a\" can be synced to the disk again."), LogLineKind::kKnown);
   EXPECT_NE(kindOfLogLine("Morvik host: the store \"/a\" can be synced to the disk again"), LogLineKind::kKnown);
+  EXPECT_EQ(kindOfLogLine("ERROR Kesmo:logged_lines.cpp:17:-[MorvikCore store] Morvik host: the store \"/a\" can be "
+                          "synced to the disk again."),
+            LogLineKind::kKnown);
   EXPECT_EQ(kindOfLogLine("SearchAds Attribution Dictionary: {\"a\":1}"), LogLineKind::kKnown);
 }
 
