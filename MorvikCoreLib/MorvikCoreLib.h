@@ -17,6 +17,8 @@
 #include <optional>
 #include <string>
 
+#include "MorvikCoreLib/batch_size.h"
+#include "MorvikCoreLib/oldest_first.h"
 #include "kit/kit.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "services/dates.h"
@@ -31,8 +33,13 @@ namespace morvik {
 /// What a batch does with "end" activities: a kept session leaves the previous session's out.
 enum class EndActivities { kSend, kFilter };
 
-/// How the request of a batch ended.
-enum class BatchEnd { kAccepted, kRefused, kNoAnswer, kNotSent };
+/// How the request of a batch ended. kGoesOn: it was accepted and the limit had left some out, or it was too large and
+/// a smaller one, or the rest, can be delivered yet.
+enum class BatchEnd { kAccepted, kRefused, kNoAnswer, kNotSent, kGoesOn };
+
+/// The whole of an activity's entry must be longer than this, in bytes, for the activity to be given up when the
+/// service finds it too large on its own.
+inline constexpr size_t kMaxKeptEntryBytes = size_t{1} << 20;
 
 /// Wishes to be forgotten, or not, that are stored and wait for the main queue to tell them to the service. The last of
 /// so many gives way to a further one, so that the latest wish is the last that is told.
@@ -103,9 +110,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   // ---- Tracking (tracking.cpp)
 
-  /// Builds the batch of all stored activities and impressions, takes the tracking slot and notes the covered event
-  /// ids. The sealed parameters; {"result": "failure"} when there is no activity to send; absent when tracking is
-  /// refused or building failed.
+  /// Builds the batch of all stored activities and impressions, or of the oldest as far as the kit's limit goes, takes
+  /// the tracking slot and notes the covered event ids. The sealed parameters; {"result": "failure"} when there is no
+  /// activity to send; absent when tracking is refused or building failed.
   [[nodiscard]] kit::Value makeTrackingParameter(EndActivities end_activities);
   /// The property of that name: its backing field.
   [[nodiscard]] kit::Value makeTrackingParameter() const { return makeTrackingParameter_; }
@@ -120,12 +127,16 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   /// True while a batch waits for its answer.
   bool isBatchUnderWay() const { return batches_under_way_ > 0; }
+  /// True while the following batch of a backlog waits for its turn. When that comes, and nothing is sent, the
+  /// observer's nextBatchWasDropped is called.
+  bool isNextBatchDue() const { return is_next_batch_due_; }
   /// True while the ad client or the conversion service is being asked who brought the install.
   bool isAttributionUnderWay() const { return attributions_under_way_ > 0; }
   /// Who is told, on the main queue, when that is over. Every slot is optional.
   struct DeliveryObserver {
     std::function<void(BatchEnd)> batchDidEnd;  ///< the slot is free, but for one that the wish stopped
     std::function<void()> attributionDidEnd;    ///< it may have failed
+    std::function<void()> nextBatchWasDropped;  ///< that was due
   };
   /// Set before the first session.
   void setDeliveryObserver(DeliveryObserver observer) { delivery_observer_ = std::move(observer); }
@@ -320,27 +331,38 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void recordSessionActivity(const char* name, const std::string& param, kit::Date created_at);
 
   // Tracking.
+  struct SentBatch;
   kit::Value buildBatch(EndActivities end_activities);
   void noteSentEventKeys(kit::MutableArray keys);
   bool isTrackingPossible() const;
   void buildAndSend();
   void refetchReferral();
-  /// A batch whose request has begun.
-  struct Batch {
-    std::atomic<bool> has_left{false};
-  };
-  void trackingDidSucceed(const kit::Value& json, const Batch& batch);
+  void trackingDidSucceed(const kit::Value& json, const std::shared_ptr<const SentBatch>& batch);
   /// tracking() of a batch that was made so.
   void sendBatch(const kit::Value& parameters, EndActivities end_activities);
   void trackingWasNotSent(EndActivities end_activities);
   kit::Value emptySentEventKeys();
-  void trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
+  void trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error,
+                       const std::shared_ptr<const SentBatch>& batch);
+  bool trimActivities();
   void clearSentEventKeysAfterFailure();
   void takeServerTime(const kit::Value& json);
   /// The server's time in an answer, a number of milliseconds since 1970; absent when it tells none.
   static kit::Value baseTimeOf(const kit::Value& json);
 
   void batchDidEnd(BatchEnd end);
+
+  // A backlog (backlog.cpp).
+  void trimImpressions(const kit::Array& sent);
+  bool followAccepted(const std::shared_ptr<const SentBatch>& batch, bool has_trimmed);
+  bool followTooLarge(const std::shared_ptr<const SentBatch>& batch, const std::optional<kit::Response>& response,
+                      const kit::Error& error);
+  bool isFullBatchWaiting(const SentBatch& batch) const;
+  void giveUpActivity(const SentBatch& batch);
+  void planNextBatch(const std::shared_ptr<const SentBatch>& batch, bool needs_session);
+  void sendNextBatch(const SentBatch& batch, bool needs_session);
+  EndActivities endActivitiesNow(const SentBatch& batch) const;
+  EndActivities endActivitiesOfRest() const;
 
   // Sending.
   void pushAsAtSessionStart();
@@ -465,8 +487,16 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   DeliveryObserver delivery_observer_;
   /// What the session's first batch was to do, had sending not been off.
   EndActivities withheld_end_activities_ = EndActivities::kSend;
-  std::shared_ptr<const Batch> newest_batch_;
   bool pushes_after_batch_ = false;
+
+  BatchSize batch_size_;
+  KnownOrder activity_order_;
+  KnownOrder impression_order_;
+  std::shared_ptr<SentBatch> built_batch_;         ///< until it is sent
+  std::shared_ptr<const SentBatch> last_batch_;    ///< the latest that was built
+  std::shared_ptr<const SentBatch> newest_batch_;  ///< whose request has begun
+  bool is_next_batch_due_ = false;
+  uint64_t sessions_ = 0;  ///< counts their beginnings and their ends
 
   // Under the house lock, as the lists are.
   services::ListIndex failed_clicks_;

@@ -117,6 +117,9 @@ MorvikCoreLib::MorvikCoreLib(const kit::Kit& kit)
       log_(kit.shared_state.log_levels, kit.log_sink),
       store_(kit.key_value_store, kit.house_lock),
       _df(kit.calendar),
+      batch_size_(kit.batch_limit),
+      activity_order_("activityCreatedAt"),
+      impression_order_("createdAt"),
       failed_clicks_(conversionKeyOf),
       failed_click_counts_(conversionKeyOf) {}
 
@@ -167,6 +170,7 @@ void MorvikCoreLib::startSession() {
       return;
     }
     isStartSessionCalled_ = true;
+    ++sessions_;
     clearSentEventKeysAtStart();
     getPremiumPostbackInfoss();
     iAdConversion();
@@ -308,7 +312,8 @@ void MorvikCoreLib::endSession() {
 
 /// Sends first and records the "end" afterwards, which therefore travels in the next batch.
 void MorvikCoreLib::sendAtSessionEnd(uint64_t session_length_milliseconds) {
-  tracking(makeTrackingParameter(EndActivities::kSend));
+  tracking(makeTrackingParameter(endActivitiesOfRest()));
+  ++sessions_;
   recordSessionActivity("end", std::to_string(session_length_milliseconds), kit_.clock.now());
 }
 

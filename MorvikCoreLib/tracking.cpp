@@ -1,13 +1,15 @@
 // The activity batch: built, sent, answered, trimmed.
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <unordered_set>
-#include <vector>
+#include <utility>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "MorvikCoreLib/sent_batch.h"
 #include "services/converters.h"
 #include "services/endpoints.h"
 #include "services/guard.h"
@@ -90,55 +92,6 @@ const Value& required(const Value& value, const char* key) {
   return value;
 }
 
-/// A stored record with the date it is sorted by.
-struct DatedRecord {
-  kit::Date date;
-  const Value* record;
-};
-
-/// So many records are sorted, or looked through, between two looks at the stop request.
-constexpr ptrdiff_t kSortedAtOnce = 16'384;
-
-using DatedRecords = std::vector<DatedRecord>;
-
-/// False when the kit is being stopped: then they are in any order. Records of the same date keep theirs.
-bool sortByDate(DatedRecords& records, const kit::StopRequest& stop) {
-  const auto earlier = [](const DatedRecord& a, const DatedRecord& b) { return a.date < b.date; };
-  if (std::is_sorted(records.begin(), records.end(), earlier))
-    return true;
-  const auto count = static_cast<ptrdiff_t>(records.size());
-  const auto at = [&records, count](ptrdiff_t place) { return records.begin() + std::min(place, count); };
-  for (ptrdiff_t from = 0; from < count; from += kSortedAtOnce) {
-    std::stable_sort(at(from), at(from + kSortedAtOnce), earlier);
-    if (count > kSortedAtOnce && stop.isMade())
-      return false;
-  }
-  for (ptrdiff_t size = kSortedAtOnce; size < count; size *= 2) {
-    for (ptrdiff_t from = 0; from + size < count; from += 2 * size) {
-      std::inplace_merge(at(from), at(from + size), at(from + 2 * size), earlier);
-      if (stop.isMade())
-        return false;
-    }
-  }
-  return true;
-}
-
-/// The records in ascending order of the date under `date_key`; nothing when the kit is being stopped meanwhile.
-std::optional<DatedRecords> sortedByDate(const kit::Array& records, std::string_view date_key,
-                                         const kit::StopRequest& stop) {
-  kit::StopCheck check(&stop);
-  DatedRecords sorted;
-  sorted.reserve(records.size());
-  for (const Value& record : records) {
-    if (check.isStopping())
-      return std::nullopt;
-    sorted.push_back({record[date_key].date(), &record});
-  }
-  if (!sortByDate(sorted, stop))
-    return std::nullopt;
-  return sorted;
-}
-
 /// What an entry says of the record before it: group and name, or nothing before the first.
 struct Previous {
   const Value* group = &kBlank;
@@ -215,6 +168,7 @@ Value MorvikCoreLib::makeTrackingParameter(EndActivities end_activities) {
       return Value();
     }
     set_isTrackingCalled(true);
+    built_batch_.reset();
     Value batch = buildBatch(end_activities);
     // One that was abandoned leaves no trace.
     if (batch.isAbsent() && kit_.shared_state.stop_request.isMade())
@@ -232,15 +186,17 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   kit::MutableArray sent_event_keys;
   Value filtered_event_id = kBlank;
   const kit::StopRequest& stop = kit_.shared_state.stop_request;
-  kit::StopCheck check(&stop);
+  const auto facts = std::make_shared<SentBatch>();
+  facts->end_activities = end_activities;
+  facts->session = sessions_;
   const kit::Array activities = store().fendoActivityInfos().array();
   Previous previous;
-  const auto sorted_activities = sortedByDate(activities, "activityCreatedAt", stop);
-  if (!sorted_activities)
-    return Value();
-  for (const auto& [date, record] : *sorted_activities) {
-    if (check.isStopping())
-      return Value();
+  BatchRoom room(batch_size_.activities());
+  OldestFirst oldest_activities(activities, activity_order_, batch_size_.activities().records, stop);
+  while (!room.isFull()) {
+    const Value* record = oldest_activities.next();
+    if (record == nullptr)
+      break;
     const Value& name = (*record)["activityName"];
     const Value event_id = util().checkNilToBlankString((*record)["activityEventID"]);
     if (end_activities == EndActivities::kFilter && name.string() == "end") {
@@ -248,31 +204,54 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
       MORVIK_LOG(log(), lcl_vTrace, kOperation, "RVK_QA-MorvikCoreLib tracking filter activity eventId - %@",
                  filtered_event_id);
     } else {
-      entries.append(builder.activity(*record, event_id, previous));
+      const Value entry = builder.activity(*record, event_id, previous);
+      facts->leaves_activities = !room.take(entry);
+      if (facts->leaves_activities)
+        break;
+      entries.append(entry);
       sent_event_keys.append(event_id);
+      facts->last_activity = *record;
     }
     previous = {&(*record)["activityGroupName"], &name};
   }
+  if (oldest_activities.isStopping())
+    return Value();
   if (!filtered_event_id.string().empty())
     sent_event_keys.append(filtered_event_id);
   noteSentEventKeys(std::move(sent_event_keys));
   if (entries.empty())
     return noDataAnswer();
+  facts->leaves_activities = facts->leaves_activities || !oldest_activities.isAtEnd();
+  facts->activities = entries.size();
+  facts->plain_bytes = room.plainBytes();
   batch.set(kActivityInfoKey, Value(std::move(entries)));
   kit::MutableArray impressions;
+  kit::MutableArray sent_impressions;
   const kit::Array stored_impressions = store().fendoImpressionInfos().array();
-  const auto sorted_impressions = sortedByDate(stored_impressions, "createdAt", stop);
-  if (!sorted_impressions)
-    return Value();
-  for (const auto& [date, record] : *sorted_impressions) {
-    if (check.isStopping())
-      return Value();
-    impressions.append(builder.impression(*record));
+  BatchRoom impression_room(batch_size_.impressions());
+  OldestFirst oldest_impressions(stored_impressions, impression_order_, batch_size_.impressions().records, stop);
+  while (!impression_room.isFull()) {
+    const Value* record = oldest_impressions.next();
+    if (record == nullptr)
+      break;
+    const Value entry = builder.impression(*record);
+    if (!impression_room.take(entry))
+      break;
+    impressions.append(entry);
+    sent_impressions.append(*record);
   }
+  if (oldest_impressions.isStopping())
+    return Value();
+  facts->impressions = impressions.size();
+  if (facts->impressions < stored_impressions.size())
+    facts->part_of_impressions = Value(std::move(sent_impressions)).array();
   batch.set(kImpressionInfoKey, Value(std::move(impressions)));
   const Value payload(std::move(batch));
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-trackingParams_jsonDict : %@", payload);
-  return services().makeJsonParameter(payload, trackingKey());
+  Value parameters = services().makeJsonParameter(payload, trackingKey());
+  last_batch_ = facts;
+  built_batch_ = facts;
+  return parameters;
 }
 
 /// Stores the ids that this batch accounts for, so that exactly these are deleted once the service has accepted it. A
@@ -292,8 +271,10 @@ bool MorvikCoreLib::isTrackingPossible() const {
 }
 
 void MorvikCoreLib::buildAndSend() {
-  if (isTrackingPossible())
-    tracking(makeTrackingParameter(EndActivities::kSend));
+  if (!isTrackingPossible())
+    return;
+  const EndActivities end_activities = endActivitiesOfRest();
+  sendBatch(makeTrackingParameter(end_activities), end_activities);
 }
 
 void MorvikCoreLib::chkAndSendDataWhenActivityCntMoreThenTen() {
@@ -317,6 +298,9 @@ void MorvikCoreLib::tracking(const Value& parameters) {
 }
 
 void MorvikCoreLib::sendBatch(const Value& parameters, EndActivities end_activities) {
+  std::shared_ptr<SentBatch> batch = std::exchange(built_batch_, nullptr);
+  if (batch == nullptr)  // not built here
+    batch = std::make_shared<SentBatch>();
   if (parameters.isNil() || isGateClosed())
     return;
   if (util().checkNilToBlankString(parameters["result"]).string() == "failure") {
@@ -332,11 +316,10 @@ void MorvikCoreLib::sendBatch(const Value& parameters, EndActivities end_activit
   auto request = services::postRequest(kit_.endpoints.kFendoTrackingBaseLiveUrl, services::kTrackingPath, parameters,
                                        services::AcceptEncoding::kGzip);
   const auto self = shared_from_this();
-  const auto batch = std::make_shared<Batch>();
   const bool has_begun = services::run(
-      requestTools(), std::move(request), [self, batch](const Value& json) { self->trackingDidSucceed(json, *batch); },
-      [self](const std::optional<kit::Response>& response, const kit::Error& error) {
-        self->trackingDidFail(response, error);
+      requestTools(), std::move(request), [self, batch](const Value& json) { self->trackingDidSucceed(json, batch); },
+      [self, batch](const std::optional<kit::Response>& response, const kit::Error& error) {
+        self->trackingDidFail(response, error, batch);
       },
       {.when_held = kit::WhenHeld::kEnds,
        .not_sent = [self, end_activities] { self->trackingWasNotSent(end_activities); },
@@ -369,24 +352,29 @@ void MorvikCoreLib::refetchReferral() {
   });
 }
 
-void MorvikCoreLib::trackingDidSucceed(const Value& json, const Batch& batch) {
+void MorvikCoreLib::trackingDidSucceed(const Value& json, const std::shared_ptr<const SentBatch>& batch) {
   --batches_under_way_;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib tracking:]_block_invoke", "MRVK_QA-tracking_JSON: %@", json);
   takeServerTime(json);
   const bool is_accepted = util().checkNilToNo(json["Result"]);
+  bool has_trimmed = false;
   if (is_accepted) {
     // The noted ids are those of the newest batch. While that has not left, an earlier one's acceptance is none of it:
     // what the earlier one carried goes once more.
-    if (newest_batch_.get() == &batch || newest_batch_->has_left)
-      deleteActivitysForTracking();
-    deleteImpressionInfo();
+    has_trimmed = (newest_batch_ == batch || newest_batch_->has_left) && trimActivities();
+    if (batch->part_of_impressions)
+      trimImpressions(*batch->part_of_impressions);
+    else
+      deleteImpressionInfo();
   }
   set_isTrackingCalled(false);
   applicationEndBackgroundTask();
-  batchDidEnd(is_accepted ? BatchEnd::kAccepted : BatchEnd::kRefused);
+  const bool goes_on = is_accepted && followAccepted(batch, has_trimmed);
+  batchDidEnd(goes_on ? BatchEnd::kGoesOn : is_accepted ? BatchEnd::kAccepted : BatchEnd::kRefused);
 }
 
-void MorvikCoreLib::trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error) {
+void MorvikCoreLib::trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error,
+                                    const std::shared_ptr<const SentBatch>& batch) {
   static constexpr const char* kOperation = "-[MorvikCoreLib tracking:]_block_invoke";
   --batches_under_way_;
   MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-Recieved an HTTP %ld", services::statusCode(response));
@@ -394,7 +382,8 @@ void MorvikCoreLib::trackingDidFail(const std::optional<kit::Response>& response
   clearSentEventKeysAfterFailure();
   set_isTrackingCalled(false);
   applicationEndBackgroundTask();
-  batchDidEnd(response ? BatchEnd::kRefused : BatchEnd::kNoAnswer);
+  const bool goes_on = followTooLarge(batch, response, error);
+  batchDidEnd(goes_on ? BatchEnd::kGoesOn : response ? BatchEnd::kRefused : BatchEnd::kNoAnswer);
 }
 
 /// Under the user's wish the slot stays taken, as where the gate refuses a batch at once. What was held is made anew,
@@ -447,29 +436,46 @@ void MorvikCoreLib::takeServerTime(const Value& json) {
 // trimming
 
 void MorvikCoreLib::deleteActivitysForTracking() {
-  services::guarded(log(), kDeleteActivitysGuard, MORVIK_HERE("-[MorvikCoreLib deleteActivitysForTracking]"), [this] {
-    // The ids go first and for good: killed in between, the device sends the activities again rather than losing one.
-    const kit::Array sent = store().inOneStep([this] {
-      const Value keys = store().fendoActivityInfosSentEventKeys();
-      if (!keys.isAbsent())
-        store().setFendoActivityInfosSentEventKeys(kit::Array());
-      return keys.array();
-    });
-    store().synchronize();
-    const auto covered = idSet(sent);
-    store().inOneStep([this, &covered] {
-      const Value stored = store().fendoActivityInfos();
-      if (stored.isAbsent())
-        return;
-      kit::MutableArray survivors(stored);
-      survivors.retainIf([&covered](const Value& record) {
-        const Value& id = record["activityEventID"];
-        return !id.isString() || covered.count(id.string()) == 0;
+  trimActivities();
+}
+
+/// Whether anything was removed.
+bool MorvikCoreLib::trimActivities() {
+  const auto has_trimmed = services::guarded(
+      log(), kDeleteActivitysGuard, MORVIK_HERE("-[MorvikCoreLib deleteActivitysForTracking]"), [this] {
+        // The ids go first and for good: killed in between, the device sends the activities again rather than losing
+        // one.
+        const kit::Array sent = store().inOneStep([this] {
+          const Value keys = store().fendoActivityInfosSentEventKeys();
+          if (!keys.isAbsent())
+            store().setFendoActivityInfosSentEventKeys(kit::Array());
+          return keys.array();
+        });
+        store().synchronize();
+        const auto covered = idSet(sent);
+        // Under a limit a long list is not looked through once all have been found.
+        size_t left = batch_size_.isLimited() ? sent.size() : SIZE_MAX;
+        const bool is_any_removed = store().inOneStep([this, &covered, &left] {
+          const Value stored = store().fendoActivityInfos();
+          if (stored.isAbsent())
+            return false;
+          kit::MutableArray survivors(stored);
+          survivors.retainIf([&covered, &left](const Value& record) {
+            if (left == 0)
+              return true;
+            const Value& id = record["activityEventID"];
+            const bool is_covered = id.isString() && covered.count(id.string()) > 0;
+            left -= is_covered ? 1 : 0;
+            return !is_covered;
+          });
+          const bool removes = survivors.size() < stored.size();
+          store().replace(services::property::fendoActivityInfos, stored, Value(std::move(survivors)));
+          return removes;
+        });
+        store().synchronize();
+        return is_any_removed;
       });
-      store().replace(services::property::fendoActivityInfos, stored, Value(std::move(survivors)));
-    });
-    store().synchronize();
-  });
+  return has_trimmed.value_or(false);
 }
 
 }  // namespace morvik

@@ -17,6 +17,7 @@
 #include "host/life/host_ending.h"
 #include "host/log/log_sinks.h"
 #include "host/machine/system_machine.h"
+#include "host/sending/batch_limit.h"
 #include "host/siblings/kept_identifier.h"
 #include "services/endpoints.h"
 #include "services/guard.h"
@@ -159,7 +160,8 @@ kit::Kit kitOf(HostParts& parts) {
           .update_log = parts.update_log,
           .make_config = [key = parts.options.tracking_key]() -> std::unique_ptr<kit::MorvkSDKConfig> {
             return std::make_unique<MorvkSDKConfig>(key);
-          }};
+          },
+          .batch_limit = kBatchLimit};
 }
 
 // What a turn wrote is committed before what it sent leaves.

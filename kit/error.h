@@ -11,6 +11,7 @@ namespace morvik::kit {
 /// What went wrong outside, for people: says what, where, and if possible how to mend it. Shown as its message.
 struct Error {
   std::string message;
+  bool is_timeout = false;  ///< the time that was given for it had run out
 };
 
 /// The platform exception object: raised where the behaviour says that building something fails (a dictionary entry

@@ -11,6 +11,7 @@
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/ad_client.h"
 #include "kit/background_tasks.h"
+#include "kit/batch_limit.h"
 #include "kit/bundle.h"
 #include "kit/clock.h"
 #include "kit/config.h"
@@ -73,6 +74,7 @@ struct Kit {
   const MorvikCoreUpdateLog& update_log;
   /// A fresh configuration object for each call, as the platform's own code does.
   std::function<std::unique_ptr<MorvkSDKConfig>()> make_config;
+  BatchLimit batch_limit = {};
 };
 
 }  // namespace morvik::kit

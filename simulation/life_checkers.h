@@ -30,6 +30,7 @@ struct LifeExchange {
   /// Its answer deletes what it carries, and that alone: no other batch was under way, and no session started.
   bool deletes_its_own = true;
   bool is_accepted = false;
+  bool is_one_large = false;  ///< a batch of one activity that may be given up as too large
   /// It was made by a process that did not know its store, nor who it is.
   bool is_made_in_the_dark = false;
 };

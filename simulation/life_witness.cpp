@@ -5,10 +5,12 @@
 #include <set>
 #include <utility>
 
+#include "MorvikCoreLib/MorvikCoreLib.h"
 #include "MorvikCoreLib/failure_counts.h"
 #include "host/ledger/ledger_exchange.h"
 #include "services/converters.h"
 #include "services/endpoints.h"
+#include "services/json_writer.h"
 #include "testing/scripted_transport.h"
 
 namespace morvik::simulation {
@@ -24,6 +26,12 @@ constexpr std::string_view kDemographics[] = {"fendoUserDemoInfo_age", "fendoUse
                                               "fendoUserDemoInfo_userId"};
 constexpr std::string_view kFailureCounts = "reEngagementConversionFailedCnt";
 constexpr std::string_view kEnd = "end";
+
+/// A batch of one activity that a service which finds it too large makes the kit give up.
+bool isOneLarge(const kit::Value& batch) {
+  const kit::Array entries = batch["activity_info"].array();
+  return entries.size() == 1 && services::jsonDescription(entries[0]).size() > kMaxKeptEntryBytes;
+}
 
 }  // namespace
 
@@ -104,6 +112,7 @@ void LifeWitness::requestStarts(uint64_t id, const kit::Request& request, bool i
   if (exchange.endpoint) {
     const auto served = reader_.receive(request, testing::SimulatedService::Counting::kNo);
     exchange.things = namesIn(*exchange.endpoint, served.payload);
+    exchange.is_one_large = *exchange.endpoint == ServiceEndpoint::kTracking && isOneLarge(served.payload);
   }
   if (exchange.endpoint == ServiceEndpoint::kDemographics && !has_identifier_)
     exchange.things = facts.things.stored(LedgerKind::kDemographics);
@@ -170,6 +179,8 @@ void LifeWitness::exchangeEnds(uint64_t id, bool is_not_sent, const std::optiona
     permitAll(exchange, LedgerKind::kCommerceClicks, LedgerReason::kEmptyAnswer);
   if (exchange.endpoint == ServiceEndpoint::kCrash && answer && (*answer)["code"].isAbsent())
     permitAll(exchange, LedgerKind::kCrashReports, LedgerReason::kEmptyAnswer);
+  if (exchange.is_one_large && !answer)
+    permitAll(exchange, LedgerKind::kActivities, LedgerReason::kTooLarge);
   if (is_not_sent)
     permitAll(exchange, LedgerKind::kReEngagementClicks, LedgerReason::kForgotten);
   else if (exchange.endpoint == ServiceEndpoint::kReEngagement)

@@ -38,7 +38,8 @@ kit::Kit kitWith(const kit::Kit& kit, const OwnParts& own) {
           .puid = kit.puid,
           .facade = kit.facade,
           .update_log = kit.update_log,
-          .make_config = kit.make_config};
+          .make_config = kit.make_config,
+          .batch_limit = own.batch_limit.value_or(kit.batch_limit)};
 }
 
 }  // namespace morvik::testing

@@ -1,6 +1,8 @@
 // A kit with parts of one's own in it.
 #pragma once
 
+#include <optional>
+
 #include "kit/kit.h"
 
 namespace morvik::testing {
@@ -12,6 +14,7 @@ struct OwnParts {
   kit::HouseLock* house_lock = nullptr;
   kit::Transport* transport = nullptr;
   kit::MorvikCoreServicesLib* services = nullptr;
+  std::optional<kit::BatchLimit> batch_limit;
 };
 
 /// A copy of `kit` with these parts. A kit holds references, which cannot be changed once it is made.

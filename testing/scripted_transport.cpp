@@ -27,8 +27,8 @@ std::string asText(double seconds) {
   return {text, std::to_chars(text, text + sizeof text, seconds).ptr};
 }
 
-kit::TransportOutcome failure(std::string message) {
-  return {.response = std::nullopt, .error = kit::Error{std::move(message)}};
+kit::TransportOutcome failure(kit::Error error) {
+  return {.response = std::nullopt, .error = std::move(error)};
 }
 
 }  // namespace
@@ -159,7 +159,8 @@ void ScriptedTransport::begin(const std::shared_ptr<Exchange>& exchange) {
   const bool too_late = answer.silent_ || answer.delay_seconds_ > timeout_seconds;
   const double delay_seconds = too_late ? timeout_seconds : answer.delay_seconds_;
   const kit::TransportOutcome outcome =
-      too_late ? failure(request.url + ": no answer within " + asText(timeout_seconds) + " s")
+      too_late ? failure({.message = request.url + ": no answer within " + asText(timeout_seconds) + " s",
+                          .is_timeout = true})
                : outcomeOf(answer, request);
   loop_.mainQueue().after(delay_seconds, [this, exchange, outcome] { finish(exchange, outcome); });
 }
@@ -198,7 +199,7 @@ Answer ScriptedTransport::chooseAnswer(const kit::Request& request) {
 
 kit::TransportOutcome ScriptedTransport::outcomeOf(const Answer& answer, const kit::Request& request) {
   if (answer.error_)
-    return failure(*answer.error_);
+    return failure({*answer.error_});
   const size_t limit = request.max_answer_bytes == 0 ? kDefaultMaxAnswerBytes : request.max_answer_bytes;
   kit::TransportOutcome outcome;
   outcome.response = kit::Response{.status_code = answer.status_, .url = request.url, .body = answer.body_};

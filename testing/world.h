@@ -51,6 +51,7 @@ struct WorldOptions {
   std::string tracking_key = "test-tracking";
   kit::Endpoints endpoints;
   kit::LogLevel log_level = kit::lcl_vTrace;
+  kit::BatchLimit batch_limit;
   uint64_t random_seed = 1;
   /// What an earlier process left in the store.
   MemoryStore::Contents store;

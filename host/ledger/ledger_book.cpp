@@ -249,8 +249,9 @@ LedgerDeparture LedgerBook::departure(Kind kind, LedgerWriter writer) {
   return departure;
 }
 
-void LedgerBook::remove(const LedgerDeparture& departure, const kit::Array& before, const ListChange& change) {
+void LedgerBook::remove(LedgerDeparture departure, const kit::Array& before, const ListChange& change) {
   LedgerCarriers carriers(exchanges_, departure.kind, departure.ended);
+  departure.leaves_some = change.removedCount() < before.size();
   kit::Array::Iterator record = before.begin();
   for (const ElementRange& range : change.removed) {
     record += range.first - record.index();
@@ -261,7 +262,7 @@ void LedgerBook::remove(const LedgerDeparture& departure, const kit::Array& befo
 
 void LedgerBook::removeOne(const LedgerDeparture& departure, const kit::Value& record, size_t index,
                            LedgerCarriers& carriers) {
-  if (departure.is_accepted && departure.ended->carries(departure.kind, record, index))
+  if (departure.isDelivered(record, index))
     return credit(departure.kind, *departure.ended, 1);
   const std::vector<uint64_t>& carried_by = carriers.of(record, index);
   const Reason reason = whyGone(departure, record, !carried_by.empty(), traces_, exchanges_);
@@ -485,6 +486,7 @@ LedgerLoad LedgerBook::exchangeDidEnd(const kit::ExchangeResult& result) {
   LedgerExchange* running = exchanges_.running();
   if (running == nullptr)
     return {};
+  running->status_code = result.status_code;
   if (result.succeeded)
     running->answer = result.json;
   return {running->activities.size(), running->click};

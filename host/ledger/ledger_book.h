@@ -154,7 +154,7 @@ class LedgerBook {
   LedgerDeparture departure(LedgerKind kind, LedgerWriter writer);
   bool wasWrittenAnew(LedgerKind kind, const kit::Array& before, const kit::Array& after, LedgerWriter writer) const;
   bool wasTakenBack(LedgerKind kind, const kit::Array& before, const ListChange& change, LedgerWriter writer) const;
-  void remove(const LedgerDeparture& departure, const kit::Array& before, const ListChange& change);
+  void remove(LedgerDeparture departure, const kit::Array& before, const ListChange& change);
   void removeOne(const LedgerDeparture& departure, const kit::Value& record, size_t index, LedgerCarriers& carriers);
   void add(LedgerKind kind, const kit::Array& after, size_t added, LedgerWriter writer);
   void addClick(const kit::Value& click, LedgerWriter writer);

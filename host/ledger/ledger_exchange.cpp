@@ -3,6 +3,11 @@
 #include "services/converters.h"
 
 namespace morvik::host {
+namespace {
+
+constexpr int kPayloadTooLarge = 413;
+
+}  // namespace
 
 LedgerEndpoint ledgerEndpointOf(LedgerKind kind) {
   switch (kind) {
@@ -64,6 +69,10 @@ bool isAcceptance(LedgerEndpoint endpoint, const kit::Value& answer) {
 
 bool LedgerExchange::isAccepted() const {
   return answer && isAcceptance(endpoint, *answer);
+}
+
+bool LedgerExchange::isOneTooLarge() const {
+  return endpoint == LedgerEndpoint::kTracking && status_code == kPayloadTooLarge && activities.size() == 1;
 }
 
 std::optional<LedgerReason> LedgerExchange::emptyAcceptance() const {

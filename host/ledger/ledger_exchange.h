@@ -65,10 +65,13 @@ struct LedgerExchange {
   // How it ended.
   /// Of an exchange that succeeded; nothing until then and after a failure.
   std::optional<kit::Value> answer;
+  int status_code = 0;  ///< 0: there was no answer, or none yet
 
   bool carries(LedgerKind kind, const kit::Value& record, size_t index);
   /// By the rules of its endpoint, the service has what it carries, or said so.
   bool isAccepted() const;
+  /// The service has said that the one activity in it is too much.
+  bool isOneTooLarge() const;
   /// Why what it carries counts as given up although it was accepted; nothing when it counts as delivered.
   std::optional<LedgerReason> emptyAcceptance() const;
 };

@@ -25,6 +25,9 @@ Reason whyActivityGone(const LedgerDeparture& departure, const kit::Value& recor
   // A batch of nothing but a kept session's "end" is not sent, and trimmed as if it had been.
   if (departure.ended == nullptr && record["activityName"].string() == "end" && id == traces.last_sent_key)
     return Reason::kKeptSession;
+  if (departure.ended != nullptr && departure.ended->isOneTooLarge() &&
+      departure.ended->carries(Kind::kActivities, record, 0))
+    return Reason::kTooLarge;
   if (!departure.is_accepted)
     return Reason::kUnexplained;
   if (exchanges.isLeftOut(id))
@@ -33,6 +36,12 @@ Reason whyActivityGone(const LedgerDeparture& departure, const kit::Value& recor
 }
 
 }  // namespace
+
+/// An accepted batch takes all impressions along, those that came since too; or, when there were more than it could
+/// carry, just those that it carried.
+bool LedgerDeparture::isDelivered(const kit::Value& record, size_t index) const {
+  return is_accepted && ((kind == Kind::kImpressions && leaves_some) || ended->carries(kind, record, index));
+}
 
 Reason whyGone(const LedgerDeparture& departure, const kit::Value& record, bool is_carried, const LedgerTraces& traces,
                LedgerExchanges& exchanges) {

@@ -30,6 +30,10 @@ struct LedgerDeparture {
   LedgerExchange* ended = nullptr;
   bool is_accepted = false;  ///< it was
   bool is_in_background = false;
+  bool leaves_some = false;  ///< of what was stored
+
+  /// The exchange delivered the record at `index` of the list.
+  bool isDelivered(const kit::Value& record, size_t index) const;
 };
 
 /// Why a record went that the exchange did not deliver. `is_carried`: by another request that is under way. A rule's

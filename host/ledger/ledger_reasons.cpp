@@ -27,6 +27,8 @@ constexpr LedgerRule kRules[] = {
      true},
     {Kind::kActivities, Reason::kPlaceTaken, "placeTaken",
      "deleted by the answer to another batch, and their own was not accepted", true},
+    {Kind::kActivities, Reason::kTooLarge, "tooLarge", "over 1 MiB, and too large for the service when sent alone",
+     true},
     processEnded(Kind::kActivities),
     byHand(Kind::kActivities),
     missing(Kind::kActivities),

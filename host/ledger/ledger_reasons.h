@@ -29,6 +29,7 @@ constexpr size_t indexOf(LedgerKind kind) {
 enum class LedgerReason : uint8_t {
   kKeptSession,
   kPlaceTaken,
+  kTooLarge,
   kAddedDuringUpload,
   kNotAccepted,
   kForgotten,

@@ -194,7 +194,7 @@ Error CurlExchange::failure(CURLcode code) const {
       beginning = stage.beginning;
   }
   const char* reason = error_text_.front() == '\0' ? curl_easy_strerror(code) : error_text_.data();
-  return Error{beginning + target_.shown() + ": " + reason};
+  return Error{.message = beginning + target_.shown() + ": " + reason, .is_timeout = code == CURLE_OPERATION_TIMEDOUT};
 }
 
 }  // namespace morvik::host

@@ -74,8 +74,9 @@ Flushes::~Flushes() = default;
 
 void Flushes::follow(MorvikCoreLib& core) {
   core_ = &core;
-  core.setDeliveryObserver(
-      {.batchDidEnd = [this](BatchEnd end) { batchDidEnd(end); }, .attributionDidEnd = [this] { advance(); }});
+  core.setDeliveryObserver({.batchDidEnd = [this](BatchEnd end) { batchDidEnd(end); },
+                            .attributionDidEnd = [this] { advance(); },
+                            .nextBatchWasDropped = [this] { advance(); }});
 }
 
 // --------------------------------------------------------------------------------------------------------- from the
@@ -197,7 +198,7 @@ std::optional<FlushReason> Flushes::obstacle() const {
 
 void Flushes::advance() {
   finishDelivered();
-  if (begun().empty() || core_->isBatchUnderWay())
+  if (begun().empty() || core_->isBatchUnderWay() || core_->isNextBatchDue())
     return;
   const auto found = obstacle();
   if (!found)
@@ -227,6 +228,14 @@ void Flushes::batchDidEnd(BatchEnd end) {
   finishDelivered();
   if (core_->isBatchUnderWay())
     return;
+  // One batch after the other until the last; each in a turn of its own.
+  if (end == BatchEnd::kGoesOn) {
+    for (const FlushPointer& flush : begun()) {
+      flush->was_pushed = false;
+      flush->pushes = 0;
+    }
+    return parts_.main_loop.async([this] { advance(); });
+  }
   const bool has_network = parts_.util.getNetworkStatus() != kit::kNetworkUnknown;
   const FlushReason without_answer = has_network ? FlushReason::kNoAnswer : FlushReason::kNoNetwork;
   // Who is not forgotten was held.

@@ -5,6 +5,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "host/ledger/list_change.h"
+
 namespace morvik::host {
 namespace {
 
@@ -17,6 +19,29 @@ bool isContinued(const kit::Array& before, const kit::Array& now) {
   return now.size() >= before.size() && now[0].identicalTo(before[0]) &&
          now[before.size() - 1].identicalTo(before[before.size() - 1]);
 }
+
+/// Where places in `before` lie in `now`, which came of it by removing and appending. False: it came of it otherwise.
+/// What both share is not looked at: a flush of a long backlog asks after every batch.
+class MovedPlaces {
+ public:
+  MovedPlaces(const kit::Array& before, const kit::Array& now) : change_(changeBetween(before, now)) {
+    is_known_ = change_.added == 0 || change_.removedCount() < before.size();
+  }
+  bool areKnown() const { return is_known_; }
+  size_t operator()(size_t place) const {
+    size_t gone = 0;
+    for (const ElementRange& range : change_.removed) {
+      if (range.first >= place)
+        break;
+      gone += std::min(range.count, place - range.first);
+    }
+    return place - gone;
+  }
+
+ private:
+  const ListChange change_;
+  bool is_known_ = false;
+};
 
 /// Where records lie in a list: activities by their ids, those without one by their order.
 class PlacesOfActivities {
@@ -120,6 +145,11 @@ void RecordedSoFar::followActivities(const kit::Array& now) {
   const kit::Array before = activities_.array();
   if (moments_.empty() || isContinued(before, now))
     return;
+  if (const MovedPlaces moved(before, now); moved.areKnown()) {
+    for (auto& [moment, at] : moments_)
+      at.activities = moved(at.activities);
+    return;
+  }
   kit::StopCheck check(&stop_);
   PlacesOfActivities places;
   if (!places.take(now, check))
@@ -141,11 +171,21 @@ void RecordedSoFar::followActivities(const kit::Array& now) {
     at.activities = *place++;
 }
 
-/// They have no ids, and go all at once.
+/// They have no ids. They go all at once, but for those that a batch carried in part.
 void RecordedSoFar::followImpressions(const kit::Array& now) {
   const kit::Array before = impressions_.array();
   if (moments_.empty() || isContinued(before, now))
     return;
+  std::optional<uint64_t> delivered;
+  if (const MovedPlaces moved(before, now); moved.areKnown()) {
+    for (auto& [moment, at] : moments_) {
+      const bool had_some = at.impressions > 0;
+      at.impressions = moved(at.impressions);
+      if (had_some && at.impressions == 0)
+        noteWhatWasGivenUp(at, delivered);
+    }
+    return;
+  }
   kit::StopCheck check(&stop_);
   const kit::Value& last = before[before.size() - 1];
   size_t behind = 0;  // the last of them, where it is now
@@ -155,7 +195,6 @@ void RecordedSoFar::followImpressions(const kit::Array& now) {
     if (now[place].identicalTo(last) || now[place] == last)
       behind = place + 1;
   }
-  std::optional<uint64_t> delivered;
   for (auto& [moment, at] : moments_) {
     const size_t from_the_last = before.size() - at.impressions;
     const bool had_some = at.impressions > 0;

@@ -187,6 +187,31 @@ TEST_F(LedgerRules, KnowABatchThatWasRefusedAndThenDeletedByTheAnswerToAnEarlier
   EXPECT_GT(givenUp("activities")["deleted by the answer to another batch, and their own was not accepted"], 0U);
 }
 
+TEST_F(LedgerRules, KnowAnActivityThatIsTooLargeForTheService) {
+  at(kTracking).then(Answer::body(413, "")).then(Answer::body(413, "")).always(accepted());
+  phone->addActivity("shop", "large", std::string(kMaxEventBytes - 100, 'x'));
+  record("small");
+  wait(1);
+  phone->pushTracking();
+  wait(1);
+  EXPECT_THAT(givenUp("activities"), ElementsAre(Pair("over 1 MiB, and too large for the service when sent alone", 1)));
+  EXPECT_EQ(of("activities").delivered, 1U);
+  EXPECT_EQ(of("activities").stored, 0U);
+}
+
+TEST_F(LedgerRules, CountTheImpressionsThatABatchCarriedInPart) {
+  at(kTracking).then(Answer::body(413, "")).then(accepted()).always(failed());
+  record("one");
+  record("two");
+  for (int key = 4; key > 0; --key)
+    addImpression(key);
+  phone->pushTracking();
+  wait(1);
+  EXPECT_EQ(of("impressions").delivered, 2U);
+  EXPECT_EQ(of("impressions").stored, 2U);
+  EXPECT_THAT(givenUp("impressions"), IsEmpty());
+}
+
 TEST_F(LedgerRules, GiveUpWhatWasUnderWayAloneWhenTheProcessEnded) {
   letTwoBatchesOverlap(accepted().after(14));
   machine.loop.advance(11);

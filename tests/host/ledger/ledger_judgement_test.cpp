@@ -81,6 +81,26 @@ TEST_F(LedgerJudgement, KnowsAnActivityWhoseBatchLostItsPlace) {
   EXPECT_EQ(of(accepted, activity("neither")), Reason::kUnexplained);
 }
 
+TEST_F(LedgerJudgement, KnowsAnActivityThatIsTooLargeForTheService) {
+  const LedgerDeparture refused = by(Kind::kActivities, false);
+  exchanges.running()->activities = BatchIds(Array{Dictionary{{"event_id", "large"}}});
+  EXPECT_EQ(of(refused, activity("large")), Reason::kUnexplained);
+  exchanges.running()->status_code = 413;
+  EXPECT_EQ(of(refused, activity("large")), Reason::kTooLarge);
+  EXPECT_EQ(of(refused, activity("another")), Reason::kUnexplained);
+  exchanges.running()->activities = BatchIds(Array{Dictionary{{"event_id", "large"}}, Dictionary{{"event_id", "b"}}});
+  EXPECT_EQ(of(refused, activity("large")), Reason::kUnexplained);
+}
+
+TEST_F(LedgerJudgement, TakesImpressionsOfAPartForDeliveredWhereverTheyStood) {
+  LedgerDeparture accepted = by(Kind::kImpressions, true);
+  exchanges.running()->leading[indexOf(Kind::kImpressions)] = 1;
+  EXPECT_TRUE(accepted.isDelivered({}, 0));
+  EXPECT_FALSE(accepted.isDelivered({}, 7));
+  accepted.leaves_some = true;
+  EXPECT_TRUE(accepted.isDelivered({}, 7));
+}
+
 TEST_F(LedgerJudgement, TellsImpressionsOfAnotherBatchFromThoseOfNone) {
   EXPECT_EQ(of(by(Kind::kImpressions, true), {}, true), Reason::kPlaceTaken);
   EXPECT_EQ(of(by(Kind::kImpressions, true), {}, false), Reason::kAddedDuringUpload);

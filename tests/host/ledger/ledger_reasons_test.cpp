@@ -86,7 +86,7 @@ TEST(LedgerReasons, AreStoredUnderKeysThatNeverChange) {
     all += std::string(" ") + rule.key;
   }
   EXPECT_EQ(all,
-            "activities: keptSession placeTaken processEnded byHand missing unexplained\n"
+            "activities: keptSession placeTaken tooLarge processEnded byHand missing unexplained\n"
             "impressions: addedDuringUpload placeTaken processEnded byHand missing unexplained\n"
             "re-engagement clicks: notAccepted forgotten newerClick sameKey sessionEnded sixthSessionEnd "
             "otherKeyAccepted processEnded byHand missing unexplained\n"

@@ -1,0 +1,140 @@
+// More than one batch may carry: what follows an accepted batch, and what follows one that was too large.
+
+#include <memory>
+#include <unordered_set>
+#include <utility>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "MorvikCoreLib/sent_batch.h"
+#include "services/guard.h"
+
+namespace morvik {
+namespace {
+
+using kit::lcl_vError;
+using kit::Value;
+
+constexpr int kPayloadTooLarge = 413;
+
+constexpr services::Guard kNextBatchGuard{
+    services::oneLine(kit::lcl_vTrace, "MRVK_QA-[MorvikCoreLib error] Exception : %@]"),
+    services::oneLine(kit::lcl_vTrace, "MRVK_QA-[MorvikCoreLib error] Exception : %@]")};
+
+/// Tells records that are the very same, as long as they are held.
+std::unordered_set<const kit::Entry*> identities(const kit::Array& records) {
+  std::unordered_set<const kit::Entry*> found;
+  found.reserve(records.size());
+  for (const Value& record : records) {
+    if (record.size() > 0)
+      found.insert(record.dictionary().begin());
+  }
+  return found;
+}
+
+}  // namespace
+
+// --------------------------------------------------------------------------------------------------- after an answer
+
+/// What was left out stays, and so does what was added meanwhile.
+void MorvikCoreLib::trimImpressions(const kit::Array& sent) {
+  if (sent.empty())
+    return;
+  const auto covered = identities(sent);
+  store().inOneStep([this, &covered] {
+    const Value stored = store().fendoImpressionInfos();
+    if (stored.isAbsent())
+      return;
+    kit::MutableArray survivors(stored);
+    size_t left = covered.size();
+    survivors.retainIf([&covered, &left](const Value& record) {
+      const bool is_covered = left > 0 && record.size() > 0 && covered.contains(record.dictionary().begin());
+      left -= is_covered ? 1 : 0;
+      return !is_covered;
+    });
+    store().replace(services::property::fendoImpressionInfos, stored, Value(std::move(survivors)));
+  });
+  store().synchronize();
+}
+
+/// Answers whether the limit has left activities that can be delivered yet; of a full batch of them it takes care.
+bool MorvikCoreLib::followAccepted(const std::shared_ptr<const SentBatch>& batch, bool has_trimmed) {
+  batch_size_.grow();
+  if (!has_trimmed || !batch->leaves_activities)
+    return false;
+  if (isStartSessionCalled_ && isFullBatchWaiting(*batch))
+    planNextBatch(batch, true);
+  return true;
+}
+
+/// Answers whether something smaller is sent now.
+bool MorvikCoreLib::followTooLarge(const std::shared_ptr<const SentBatch>& batch,
+                                   const std::optional<kit::Response>& response, const kit::Error& error) {
+  const bool is_refused = services::statusCode(response) == kPayloadTooLarge;
+  if (!batch_size_.isLimited() || (!is_refused && !error.is_timeout))
+    return false;
+  if (batch->activities > 1 || batch->impressions > 0) {
+    batch_size_.halve(batch->activities, batch->impressions);
+    if (is_refused)
+      planNextBatch(batch, false);
+    return is_refused;
+  }
+  if (!is_refused || batch->plain_bytes <= kMaxKeptEntryBytes)
+    return false;
+  giveUpActivity(*batch);
+  planNextBatch(batch, false);
+  return true;
+}
+
+/// Bytes are not counted before entries are made of what waits: they are taken to be as many as those just sent.
+bool MorvikCoreLib::isFullBatchWaiting(const SentBatch& batch) const {
+  const size_t waiting = store().fendoActivityInfos().size();
+  const kit::BatchLimit limit = batch_size_.activities();
+  return waiting >= limit.records || waiting >= limit.plain_bytes / (batch.plain_bytes / batch.activities + 1);
+}
+
+/// The service takes it neither with others nor alone: it would keep all later ones from being delivered.
+void MorvikCoreLib::giveUpActivity(const SentBatch& batch) {
+  MORVIK_LOG(log(), lcl_vError, "-[MorvikCoreLib tracking:]_block_invoke",
+             "MRVK_QA-an activity is given up, the service does not take its %lu bytes : %@", batch.plain_bytes,
+             batch.last_activity["activityEventID"]);
+  store().inOneStep([this, &batch] {
+    const Value stored = store().fendoActivityInfos();
+    kit::MutableArray survivors(stored);
+    survivors.retainIf([&batch](const Value& record) { return !record.identicalTo(batch.last_activity); });
+    store().replace(services::property::fendoActivityInfos, stored, Value(std::move(survivors)));
+  });
+  store().synchronize();
+}
+
+// --------------------------------------------------------------------------------------------------- the next batch
+
+void MorvikCoreLib::planNextBatch(const std::shared_ptr<const SentBatch>& batch, bool needs_session) {
+  if (std::exchange(is_next_batch_due_, true))
+    return;
+  kit_.main_queue.async(
+      [self = shared_from_this(), batch, needs_session] { self->sendNextBatch(*batch, needs_session); });
+}
+
+void MorvikCoreLib::sendNextBatch(const SentBatch& batch, bool needs_session) {
+  is_next_batch_due_ = false;
+  services::guarded(log(), kNextBatchGuard, MORVIK_HERE("-[MorvikCoreLib pushTracking]"), [&] {
+    const bool may_send = isStartSessionCalled_ || !needs_session;
+    if (may_send && !isBatchUnderWay() && !_isTrackingCalled() && isTrackingPossible())
+      tracking(makeTrackingParameter(endActivitiesNow(batch)));
+  });
+  if (!isBatchUnderWay() && delivery_observer_.nextBatchWasDropped)
+    delivery_observer_.nextBatchWasDropped();
+}
+
+/// What a kept session leaves out stays left out as long as that session lasts.
+EndActivities MorvikCoreLib::endActivitiesNow(const SentBatch& batch) const {
+  return batch.session == sessions_ ? batch.end_activities : EndActivities::kSend;
+}
+
+/// Also when a trigger sends what a limit left out.
+EndActivities MorvikCoreLib::endActivitiesOfRest() const {
+  return last_batch_ != nullptr && last_batch_->leaves_activities ? endActivitiesNow(*last_batch_)
+                                                                  : EndActivities::kSend;
+}
+
+}  // namespace morvik

@@ -1,0 +1,26 @@
+// What the core object remembers of a batch until its answer comes.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+
+namespace morvik {
+
+struct MorvikCoreLib::SentBatch {
+  EndActivities end_activities = EndActivities::kSend;
+  uint64_t session = 0;  ///< sessions_ when it was built
+  std::atomic<bool> has_left{false};
+  size_t activities = 0;
+  size_t plain_bytes = 0;  ///< of the activities' entries
+  size_t impressions = 0;
+  bool leaves_activities = false;  ///< the limit left some out
+  kit::Value last_activity;        ///< as it is stored
+  /// The stored ones that it carries, when it does not carry all.
+  std::optional<kit::Array> part_of_impressions;
+};
+
+}  // namespace morvik

@@ -1,0 +1,18 @@
+// How much one batch may carry.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace morvik::kit {
+
+/// Activities and impressions are counted apart, each against both members. A batch carries one activity at least.
+struct BatchLimit {
+  size_t records = SIZE_MAX;
+  /// Of the entries' JSON text, before it is sealed.
+  size_t plain_bytes = SIZE_MAX;
+
+  bool isUnlimited() const { return records == SIZE_MAX && plain_bytes == SIZE_MAX; }
+};
+
+}  // namespace morvik::kit
