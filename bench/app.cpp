@@ -22,6 +22,7 @@
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "bench/support/folder.h"
+#include "bench/support/run_delay.h"
 #include "host/make_host.h"
 #include "morvik/morvik.h"
 
@@ -114,34 +115,6 @@ double recordingAtDepth(int depth) {
 std::string rowsText(int rows) {
   return std::to_string(rows) + (rows == 1 ? " row" : " rows");
 }
-
-/// How long this thread has been ready to run and had no processor: the machine's load, and no wait of the kit's.
-class RunDelay {
- public:
-  RunDelay() : file_(std::fopen("/proc/thread-self/schedstat", "r")) {
-    if (file_ != nullptr)
-      std::setvbuf(file_, nullptr, _IONBF, 0);
-  }
-  ~RunDelay() {
-    if (file_ != nullptr)
-      std::fclose(file_);
-  }
-  RunDelay(const RunDelay&) = delete;
-  RunDelay& operator=(const RunDelay&) = delete;
-  /// Since the thread began; 0 where the system does not tell.
-  int64_t nanoseconds() {
-    std::array<char, 128> line{};
-    if (file_ == nullptr || std::fseek(file_, 0, SEEK_SET) != 0 ||
-        std::fgets(line.data(), line.size(), file_) == nullptr)
-      return 0;
-    char* behind_the_first = nullptr;
-    std::strtoll(line.data(), &behind_the_first, 10);
-    return std::strtoll(behind_the_first, nullptr, 10);
-  }
-
- private:
-  std::FILE* const file_;
-};
 
 /// As measured(), less the time in which the calling thread had no processor.
 Times measuredRunning(int count, const std::function<void(int)>& call) {

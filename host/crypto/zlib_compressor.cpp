@@ -16,6 +16,9 @@ namespace {
 /// So much is deflated between two looks at the stop request: some ten milliseconds.
 constexpr size_t kStepBytes = size_t{256} << 10;
 
+/// A longer text is deflated for speed: the main queue waits for it, and what hardly compresses takes longest.
+constexpr size_t kThoroughBytes = size_t{1} << 20;
+
 /// Deflates one text, step by step, into room that is large enough for all of it.
 class Deflation {
  public:
@@ -25,7 +28,7 @@ class Deflation {
   Deflation& operator=(const Deflation&) = delete;
   ~Deflation() { deflateEnd(&stream_); }
 
-  int begin() { return deflateInit(&stream_, Z_DEFAULT_COMPRESSION); }
+  int begin() { return deflateInit(&stream_, left_.size() > kThoroughBytes ? Z_BEST_SPEED : Z_DEFAULT_COMPRESSION); }
   /// Z_STREAM_END when it was the last one.
   int step() {
     const std::string_view piece = left_.substr(0, kStepBytes);
