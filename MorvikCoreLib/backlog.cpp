@@ -119,8 +119,10 @@ void MorvikCoreLib::sendNextBatch(const SentBatch& batch, bool needs_session) {
   is_next_batch_due_ = false;
   services::guarded(log(), kNextBatchGuard, MORVIK_HERE("-[MorvikCoreLib pushTracking]"), [&] {
     const bool may_send = isStartSessionCalled_ || !needs_session;
-    if (may_send && !isBatchUnderWay() && !_isTrackingCalled() && isTrackingPossible())
-      tracking(makeTrackingParameter(endActivitiesNow(batch)));
+    if (!may_send || isBatchUnderWay() || _isTrackingCalled() || !isTrackingPossible())
+      return;
+    const EndActivities end_activities = endActivitiesNow(batch);
+    sendBatch(makeTrackingParameter(end_activities), end_activities);
   });
   if (!isBatchUnderWay() && delivery_observer_.nextBatchWasDropped)
     delivery_observer_.nextBatchWasDropped();
