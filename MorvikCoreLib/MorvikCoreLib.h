@@ -134,9 +134,10 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   bool isAttributionUnderWay() const { return attributions_under_way_ > 0; }
   /// Who is told, on the main queue, when that is over. Every slot is optional.
   struct DeliveryObserver {
-    std::function<void(BatchEnd)> batchDidEnd;  ///< the slot is free, but for one that the wish stopped
-    std::function<void()> attributionDidEnd;    ///< it may have failed
-    std::function<void()> nextBatchWasDropped;  ///< that was due
+    std::function<void(BatchEnd)> batchDidEnd{};  ///< the slot is free, but for one that the wish stopped
+    std::function<void()> attributionDidEnd{};    ///< it may have failed
+    std::function<void()> nextBatchWasDropped{};  ///< that was due
+    std::function<void(const kit::Value& record)> activityIsGivenUp{};  ///< and is still stored
   };
   /// Set before the first session.
   void setDeliveryObserver(DeliveryObserver observer) { delivery_observer_ = std::move(observer); }

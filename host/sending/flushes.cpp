@@ -76,7 +76,8 @@ void Flushes::follow(MorvikCoreLib& core) {
   core_ = &core;
   core.setDeliveryObserver({.batchDidEnd = [this](BatchEnd end) { batchDidEnd(end); },
                             .attributionDidEnd = [this] { advance(); },
-                            .nextBatchWasDropped = [this] { advance(); }});
+                            .nextBatchWasDropped = [this] { advance(); },
+                            .activityIsGivenUp = [this](const kit::Value& record) { recorded_->giveUp(record); }});
 }
 
 // --------------------------------------------------------------------------------------------------------- from the

@@ -110,8 +110,7 @@ RecordedSoFar::Left RecordedSoFar::left(Moment moment) {
   if (found == moments_.end())
     return {};
   follow();
-  const Places& places = found->second;
-  return {.waiting = places.activities + places.impressions, .given_up = places.given_up};
+  return found->second.left();
 }
 
 RecordedSoFar::Left RecordedSoFar::lastKnownLeft(Moment moment) const {
@@ -121,7 +120,22 @@ RecordedSoFar::Left RecordedSoFar::lastKnownLeft(Moment moment) const {
   const auto found = moments_.find(moment);
   if (found == moments_.end())
     return {};
-  return {.waiting = found->second.activities + found->second.impressions, .given_up = found->second.given_up};
+  return found->second.left();
+}
+
+void RecordedSoFar::giveUp(const kit::Value& activity) {
+  const std::scoped_lock hold(mutex_);
+  if (moments_.empty())
+    return;
+  follow();
+  size_t place = 0;
+  for (const kit::Value& record : activities_.array()) {
+    if (record.identicalTo(activity))
+      break;
+    ++place;
+  }
+  for (auto& [moment, at] : moments_)
+    at.activities_given_up += place < at.activities ? 1 : 0;
 }
 
 uint64_t RecordedSoFar::stored() const {
@@ -209,7 +223,7 @@ void RecordedSoFar::noteWhatWasGivenUp(Places& places, std::optional<uint64_t>& 
   if (!delivered)
     delivered = deliveredImpressions();
   const uint64_t carried = *delivered - std::min(*delivered, places.delivered_then);
-  places.given_up = places.impressions_then - std::min(places.impressions_then, carried);
+  places.impressions_given_up = places.impressions_then - std::min(places.impressions_then, carried);
 }
 
 uint64_t RecordedSoFar::deliveredImpressions() const {

@@ -25,7 +25,7 @@ class RecordedSoFar {
   /// Of what was recorded before a moment.
   struct Left {
     uint64_t waiting = 0;
-    /// Impressions that went with the acceptance of a batch that did not carry them.
+    /// Impressions that went with the acceptance of a batch that did not carry them, and activities that were given up.
     uint64_t given_up = 0;
   };
 
@@ -42,6 +42,8 @@ class RecordedSoFar {
   Left left(Moment moment);
   /// As it was looked at last; waits for nobody.
   Left lastKnownLeft(Moment moment) const;
+  /// An activity that is stored is given up, and will be removed.
+  void giveUp(const kit::Value& activity);
   /// Of what is stored now.
   uint64_t stored() const;
 
@@ -51,7 +53,12 @@ class RecordedSoFar {
     size_t impressions = 0;  ///< likewise
     uint64_t impressions_then = 0;
     uint64_t delivered_then = 0;  ///< impressions, ever
-    uint64_t given_up = 0;
+    uint64_t impressions_given_up = 0;
+    uint64_t activities_given_up = 0;
+
+    Left left() const {
+      return {.waiting = activities + impressions, .given_up = impressions_given_up + activities_given_up};
+    }
   };
 
   // These hold mutex_.

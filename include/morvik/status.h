@@ -87,8 +87,9 @@ inline constexpr size_t kMaxFlushes = 1000;
 struct FlushResult {
   bool is_delivered = false;
   uint64_t waiting = 0;  ///< of the activities and impressions that were recorded before the call
-  /// Impressions that were recorded before the call, while a batch was on its way, and went with its acceptance
-  /// without having been in it. They are not sent any more; the ledger counts them as given up.
+  /// Of those, the ones that are not sent any more and that the ledger counts as given up: impressions that were
+  /// recorded while a batch was on its way and went with its acceptance without having been in it, and activities of
+  /// more than 1 MiB that the service found too large.
   uint64_t given_up = 0;
   FlushReason reason = FlushReason::kDelivered;
 };
