@@ -34,11 +34,14 @@ void MorvikCoreLib::sendingDidResume() {
   });
 }
 
-/// Behind a batch under way, whose answer frees the slot.
+/// Behind a batch under way, whose answer frees the slot. What a kept session leaves out stays out: of a batch that
+/// never left, and of what a limit has left.
 void MorvikCoreLib::pushAsAtSessionStart() {
   pushes_after_batch_ = isBatchUnderWay();
-  if (!pushes_after_batch_)
-    uploadPendingActivities(withheld_end_activities_);
+  if (pushes_after_batch_)
+    return;
+  const bool filters = withheld_end_activities_ == EndActivities::kFilter;
+  uploadPendingActivities(filters ? EndActivities::kFilter : endActivitiesOfRest());
 }
 
 }  // namespace morvik

@@ -334,7 +334,7 @@ void MorvikCoreLib::batchDidEnd(BatchEnd end) {
   // What ends a batch as not sent lets no other leave either; and what a session has not sent is the next one's affair.
   if (end == BatchEnd::kNotSent || !isStartSessionCalled_)
     pushes_after_batch_ = false;
-  if (pushes_after_batch_ && !isBatchUnderWay())
+  if (pushes_after_batch_ && !isBatchUnderWay() && !is_next_batch_due_)
     pushAsAtSessionStart();
   if (delivery_observer_.batchDidEnd)
     delivery_observer_.batchDidEnd(end);

@@ -186,11 +186,9 @@ TEST_F(Backlog, TheNextBatchIsDueWhenTheAnswersTurnEnds) {
   openSession();
   answer(Answer::json(kAccepted));
   std::vector<bool> due;
-  world.core().setDeliveryObserver(
-      {.batchDidEnd =
-           [&](BatchEnd) { due.push_back(world.core().isNextBatchDue() && !world.core().isBatchUnderWay()); },
-       .attributionDidEnd = {},
-       .nextBatchWasDropped = {}});
+  world.core().setDeliveryObserver({.batchDidEnd = [&](BatchEnd) {
+    due.push_back(world.core().isNextBatchDue() && !world.core().isBatchUnderWay());
+  }});
   push();
   ASSERT_FALSE(due.empty());
   EXPECT_TRUE(due.front());
@@ -248,6 +246,24 @@ TEST_F(Backlog, TheFollowingBatchesOfAKeptSessionLeaveItsEndOut) {
   EXPECT_THAT(storedIds(), IsEmpty());
 }
 
+TEST_F(Backlog, TheHalfOfABatchThatWasTooLargeLeavesTheEndOfAKeptSessionOutToo) {
+  alwaysAnswer(Answer::json(kAccepted));
+  world.becomeActive();
+  store(Array());
+  world.enterBackground();
+  world.loop.advance(1);
+  store(
+      Array{activity("session", "end", at(1), "end"), activity("g", "n", at(2), "a"), activity("g", "n", at(3), "b")});
+  world.transport.on("v1/tracking").clear();
+  answer(Answer::body(413, ""));
+  alwaysAnswer(Answer::json(kAccepted));
+  world.transport.clearRequests();
+  world.becomeActive();
+  world.loop.runUntilIdle();
+  EXPECT_THAT(sentIds(), ElementsAre(ElementsAre("a", "b"), ElementsAre("a")));
+  EXPECT_THAT(storedIds(), ElementsAre("b"));
+}
+
 TEST_F(Backlog, OnceTheSessionHasEndedForGoodItsEndIsSent) {
   alwaysAnswer(Answer::json(kAccepted));
   world.becomeActive();
@@ -290,6 +306,19 @@ TEST_F(Backlog, AServiceThatFindsEverythingTooLargeLosesNothingAndIsNotAskedForE
   EXPECT_FALSE(world.core()._isTrackingCalled());
 }
 
+TEST_F(Backlog, TheHalfOfABatchThatIsTooLargeFollowsInALaterTurn) {
+  store(activities(3));
+  answer(Answer::body(413, ""));
+  std::vector<bool> due;
+  world.core().setDeliveryObserver({.batchDidEnd = [&](BatchEnd) {
+    due.push_back(world.core().isNextBatchDue() && !world.core().isBatchUnderWay());
+  }});
+  push();
+  ASSERT_FALSE(due.empty());
+  EXPECT_TRUE(due.front());
+  EXPECT_FALSE(world.core().isNextBatchDue());
+}
+
 TEST_F(Backlog, ImpressionsAreHalvedTooAndLeftOutAtLast) {
   store(activities(1));
   world.userDefaults().setFendoImpressionInfos(Array{impression(1, 1), impression(2, 2)});
@@ -324,9 +353,12 @@ TEST_F(Backlog, AnyOtherFailureLeavesTheLimit) {
   }
   answer(Answer::error("down"));
   push();
+  answer(Answer::error("the connection was lost").after(14.999));
+  push();
+  world.loop.advance(60);
   alwaysAnswer(Answer::silence());
   push();
-  EXPECT_THAT(sizes(), ElementsAre(3, 3, 3, 3, 3));
+  EXPECT_THAT(sizes(), ElementsAre(3, 3, 3, 3, 3, 3));
 }
 
 TEST_F(Backlog, AnActivityOfMoreThanAMebibyteThatIsTooLargeAloneIsGivenUpAndTheOthersAreDelivered) {

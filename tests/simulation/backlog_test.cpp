@@ -4,25 +4,45 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/sending/batch_limit.h"
+#include "morvik/morvik.h"
 #include "services/endpoints.h"
 #include "simulation/test_device.h"
 
 namespace morvik::simulation {
 namespace {
 
+using std::chrono::minutes;
 using std::chrono::seconds;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 namespace fakes = ::morvik::testing;
 
+constexpr double kAnswerSeconds = 4;
+
+fakes::Answer slowAcceptance() {
+  return fakes::Answer::json(kit::Dictionary{{"Result", true}}).after(kAnswerSeconds);
+}
+
+/// Whose conversions and batches share the connections to one host.
+TestDeviceOptions withOneHost() {
+  TestDeviceOptions options;
+  options.app.endpoints = {{"kFendoTrackingBaseLiveUrl", "https://one.morvik.example/"},
+                           {"kFendoConversionBaseLiveUrl", "https://one.morvik.example/"}};
+  return options;
+}
+
 class BacklogOfADevice : public ::testing::Test {
  protected:
-  BacklogOfADevice() { device.open(); }
+  explicit BacklogOfADevice(const TestDeviceOptions& options = {}) : device(options) { device.open(); }
   /// In one turn, so that no trigger comes in between.
   void record(size_t count) {
     device.perform([&] {
@@ -47,9 +67,38 @@ class BacklogOfADevice : public ::testing::Test {
     return sizes;
   }
   fakes::ScriptedTransport::Script& tracking() { return device.network().on(services::kTrackingPath); }
+  size_t batches() { return device.network().requests(services::kTrackingPath).size(); }
+  /// Two are too large. Of the third, with ten events, the acceptance is on its way; twenty may follow it.
+  void beginSeriesOfForty() {
+    tracking().then(fakes::Answer::body(413, "")).then(fakes::Answer::body(413, "")).then(slowAcceptance());
+    record(40);
+    device.settle();
+    device.network().clearRequests();
+  }
+  /// To run when the answer has been handled; what it sets off comes later.
+  void whenTheAnswerHasCome(std::function<void()> block) {
+    device.host().mainQueue().after(kAnswerSeconds, std::move(block));
+  }
+  /// A session that goes on. What was recorded before its "end" waits, and nothing else.
+  void keepSessionWith(size_t count) {
+    device.advance(minutes(2));
+    device.goOffline();
+    record(count);
+    device.leave();
+    device.goOnline();
+    ends = device.delivered(services::kFendoActivityGroupSession, "end");
+    device.network().clearRequests();
+  }
+  /// The session's last "end" has neither been sent nor lost.
+  void expectTheEndIsLeftOut() {
+    EXPECT_EQ(device.delivered(services::kFendoActivityGroupSession, "end"), ends);
+    EXPECT_TRUE(device.kit().ledger().isSound());
+  }
+  void note(const FlushResult& result) { results.push_back(result); }
 
   TestDevice device;
   std::vector<FlushResult> results;
+  size_t ends = 0;
 };
 
 TEST_F(BacklogOfADevice, GoesInBatchesOfTheHostsLimit) {
@@ -91,6 +140,215 @@ TEST_F(BacklogOfADevice, WaitsWithoutLossForAServiceThatFindsEverythingTooLarge)
   EXPECT_EQ(results[0].reason, FlushReason::kRefused);
   EXPECT_EQ(device.waiting("shop", "look"), 9u);
   EXPECT_TRUE(device.kit().ledger().isSound());
+}
+
+TEST_F(BacklogOfADevice, IsWholeAgainForTheNextProcessOfADeviceWhoseBatchesHadBecomeSmall) {
+  record(9);
+  tracking().always(fakes::Answer::body(413, ""));
+  flush();
+  tracking().clear();
+  device.restart();
+  device.open();
+  EXPECT_THAT(sizes(), ElementsAre(9));
+}
+
+// -------------------------------------------------------------------------------------------------------- its flushes
+
+TEST_F(BacklogOfADevice, IsFlushedWhenTheLastOfItsBatchesIsAccepted) {
+  record(9);
+  tracking().then(fakes::Answer::body(413, "")).then(slowAcceptance()).then(slowAcceptance());
+  device.network().clearRequests();
+  flush();
+  EXPECT_EQ(batches(), 2u);
+  device.advance(seconds(5));
+  EXPECT_EQ(batches(), 3u);
+  EXPECT_THAT(results, IsEmpty()) << "four are delivered";
+  device.advance(seconds(5));
+  ASSERT_THAT(results, SizeIs(1));
+  EXPECT_TRUE(results[0].is_delivered);
+  EXPECT_EQ(batches(), 3u);
+}
+
+TEST_F(BacklogOfADevice, IsNotFlushedWhereOneOfItsBatchesFails) {
+  record(9);
+  tracking().then(fakes::Answer::body(413, "")).then(slowAcceptance()).always(fakes::Answer::body(503, ""));
+  flush();
+  device.advance(seconds(5));
+  ASSERT_THAT(results, SizeIs(1));
+  EXPECT_EQ(results[0].reason, FlushReason::kRefused);
+  EXPECT_EQ(results[0].waiting, 5u);
+}
+
+TEST_F(BacklogOfADevice, TellsAFlushOfAnActivityThatIsGivenUp) {
+  device.perform([this] {
+    device.kit().addActivity("shop", "large", std::string(kMaxEventBytes - 100, 'x'));
+    device.kit().addActivity("shop", "look");
+  });
+  tracking().then(fakes::Answer::body(413, "")).then(fakes::Answer::body(413, ""));
+  flush();
+  ASSERT_THAT(results, SizeIs(1));
+  EXPECT_FALSE(results[0].is_delivered);
+  EXPECT_EQ(results[0].reason, FlushReason::kGivenUp);
+  EXPECT_EQ(results[0].given_up, 1u);
+  EXPECT_EQ(results[0].waiting, 0u);
+  EXPECT_EQ(device.delivered("shop", "look"), 1u);
+}
+
+TEST_F(BacklogOfADevice, TellsAFlushNothingOfAnActivityThatWasRecordedAfterIt) {
+  device.setClockBy(minutes(5));
+  tracking().then(fakes::Answer::body(503, "").after(kAnswerSeconds)).then(fakes::Answer::body(413, ""));
+  tracking().then(fakes::Answer::body(413, ""));
+  record(1);
+  device.kit().pushTracking();
+  flush();
+  device.setClockBy(-minutes(5));
+  device.perform([this] { device.kit().addActivity("shop", "large", std::string(kMaxEventBytes - 100, 'x')); });
+  device.advance(seconds(5));
+  EXPECT_EQ(device.waiting("shop", "large"), 0u);
+  EXPECT_EQ(device.delivered("shop", "large"), 0u);
+  ASSERT_THAT(results, SizeIs(1));
+  EXPECT_TRUE(results[0].is_delivered);
+  EXPECT_EQ(results[0].given_up, 0u);
+}
+
+// ----------------------------------------------------------------------------- sending off, wishes, stops in between
+
+TEST_F(BacklogOfADevice, GoesOnByItselfWhileASessionIsOpen) {
+  beginSeriesOfForty();
+  device.advance(seconds(5));
+  EXPECT_THAT(sizes(), ElementsAre(20));
+  EXPECT_EQ(device.waiting("shop", "look"), 10u);
+}
+
+TEST_F(BacklogOfADevice, WaitsWhileSendingIsOffAndGoesOnWithOnAgain) {
+  beginSeriesOfForty();
+  device.kit().flush([this](const FlushResult& result) { note(result); }, seconds(30));
+  whenTheAnswerHasCome([this] { device.kit().setSendingEnabled(false); });
+  device.advance(seconds(5));
+  EXPECT_EQ(batches(), 0u);
+  EXPECT_EQ(device.waiting("shop", "look"), 30u);
+  ASSERT_THAT(results, SizeIs(1));
+  EXPECT_EQ(results[0].reason, FlushReason::kSendingOff);
+  EXPECT_EQ(results[0].waiting, 30u);
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_THAT(sizes(), ElementsAre(20));
+  flush();
+  EXPECT_EQ(device.delivered("shop", "look"), 30u) << "ten were accepted in front of the service";
+  EXPECT_TRUE(device.kit().ledger().isSound());
+}
+
+TEST_F(BacklogOfADevice, OffAndOnWhileABatchOfItIsUnderWayDisturbsNoSeries) {
+  beginSeriesOfForty();
+  device.kit().setSendingEnabled(false);
+  device.settle();
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_EQ(batches(), 0u) << "one at a time";
+  device.advance(seconds(5));
+  EXPECT_THAT(sizes(), ElementsAre(20, 10)) << "and the rest is pushed as at a session start";
+  EXPECT_EQ(device.waiting("shop", "look"), 0u);
+}
+
+TEST_F(BacklogOfADevice, OnAgainLeavesTheEndOfAKeptSessionInTheRestOut) {
+  keepSessionWith(9);
+  tracking().then(fakes::Answer::body(413, "")).then(slowAcceptance());
+  device.kit().applicationDidBecomeActive();
+  device.settle();
+  device.kit().setSendingEnabled(false);
+  device.settle();
+  device.kit().setSendingEnabled(true);
+  device.advance(seconds(5));
+  EXPECT_EQ(device.waiting("shop", "look"), 0u);
+  EXPECT_EQ(device.waiting(services::kFendoActivityGroupSession, "end"), 0u);
+  expectTheEndIsLeftOut();
+}
+
+class BacklogBehindFullConnections : public BacklogOfADevice {
+ protected:
+  BacklogBehindFullConnections() : BacklogOfADevice(withOneHost()) {}
+  /// All connections but the one of the batch under way are taken, and one more request waits for that.
+  void fillConnections() {
+    device.network()
+        .on(services::kReEngagementConversionPath)
+        .always(fakes::Answer::json(kit::Dictionary{}).after(2 * kAnswerSeconds));
+    for (size_t click = 0; click < fakes::kMaxConnectionsPerHost; ++click)
+      device.kit().passOpenURL("https://shop.example/?mrvk_eng=1&sn=3&ck=" + std::to_string(click + 12));
+    device.settle();
+  }
+};
+
+TEST_F(BacklogBehindFullConnections, ABatchOfTheSeriesThatIsHeldIsMadeAnewWithoutTheEndOfAKeptSession) {
+  // Two of the five leave three and the "end", as many as may follow: the batch that is held leaves nothing behind.
+  keepSessionWith(5);
+  tracking().then(fakes::Answer::body(413, "")).then(slowAcceptance());
+  device.kit().applicationDidBecomeActive();
+  device.settle();
+  fillConnections();
+  device.network().clearRequests();
+  device.advance(seconds(5));
+  EXPECT_EQ(batches(), 0u);
+  EXPECT_GT(device.host().pending().requests, 0u);
+  device.kit().setSendingEnabled(false);
+  device.settle();
+  device.advance(minutes(1));
+  EXPECT_EQ(batches(), 0u);
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  flush();
+  EXPECT_EQ(device.waiting("shop", "look"), 0u);
+  EXPECT_EQ(device.waiting(services::kFendoActivityGroupSession, "end"), 0u);
+  expectTheEndIsLeftOut();
+}
+
+TEST_F(BacklogOfADevice, LeavesWhatABatchThatNeverLeftCarriedBehindOneThatIsAccepted) {
+  beginSeriesOfForty();
+  device.perform([this] {
+    device.kit().applicationDidBecomeActive();  // which frees the slot
+    device.kit().pushTracking();
+    device.kit().setSendingEnabled(false);
+  });
+  device.advance(seconds(5));
+  EXPECT_EQ(device.waiting("shop", "look"), 40u) << "those that were accepted go once more";
+  device.kit().setSendingEnabled(true);
+  flush();
+  EXPECT_EQ(device.delivered("shop", "look"), 40u);
+  EXPECT_TRUE(device.kit().ledger().isSound());
+}
+
+TEST_F(BacklogOfADevice, IsNotSentAnyMoreOnceTheUserAsksToBeForgotten) {
+  beginSeriesOfForty();
+  device.kit().flush([this](const FlushResult& result) { note(result); }, seconds(30));
+  whenTheAnswerHasCome([this] { device.kit().gdprForgetMe(true); });
+  device.advance(minutes(1));
+  EXPECT_EQ(batches(), 0u);
+  EXPECT_EQ(device.waiting("shop", "look"), 30u);
+  ASSERT_THAT(results, SizeIs(1));
+  EXPECT_EQ(results[0].reason, FlushReason::kForgotten);
+  EXPECT_TRUE(device.kit().ledger().isSound());
+}
+
+TEST_F(BacklogOfADevice, WaitsForTheNextProcessWhereTheKitIsStoppedInBetween) {
+  beginSeriesOfForty();
+  device.kit().flush([this](const FlushResult& result) { note(result); }, seconds(30));
+  device.advance(seconds(1));
+  device.kit().stop();
+  ASSERT_THAT(results, SizeIs(1));
+  EXPECT_EQ(results[0].reason, FlushReason::kStopped);
+  EXPECT_EQ(results[0].waiting, 40u);
+  device.advance(seconds(30));
+  EXPECT_EQ(batches(), 0u);
+  device.restart();
+  device.open();
+  flush();
+  EXPECT_EQ(device.delivered("shop", "look"), 40u);
+}
+
+TEST_F(BacklogOfADevice, IsDeliveredWholeByAStopThatMayTakeItsTime) {
+  record(9);
+  tracking().then(fakes::Answer::body(413, "")).then(slowAcceptance()).then(slowAcceptance());
+  device.kit().stop(seconds(20));
+  EXPECT_EQ(device.waiting("shop", "look"), 0u);
 }
 
 }  // namespace

@@ -567,6 +567,7 @@ TEST_F(CurlTransportTest, CountsATimeOutFromWhenTheRequestLeavesTheQueue) {
   EXPECT_GE(secondsSince(begun), 0.4);
   EXPECT_EQ(outcomes_.back().error.value().message.find("no complete answer in time from " + server.url("/6") + ": "),
             0u);
+  EXPECT_TRUE(outcomes_.back().error->is_timeout);
 }
 
 TEST_F(CurlTransportTest, BoundsTheWholeExchangeByTheTimeOut) {
