@@ -237,8 +237,10 @@ bool Host::eraseLocalData() {
 }
 
 bool Host::erase() {
-  const auto wish = [this] {
-    return KeptWish{parts_->services.isGDPRForgetMe(), parts_->services.isGDPRForgetMeServerSynced()};
+  // Past the file of the wish: one that cannot be read is a doubt, and stays where it is.
+  const services::MorvikGVUserDefaults stored(*parts_->bare_store, parts_->house_lock);
+  const auto wish = [&stored] {
+    return KeptWish{stored.MorvikCoreUserInfo_isGDPRForgetMe(), stored.MorvikCoreUserInfo_isGDPRForgetMeServerSynced()};
   };
   const auto tell = [](const services::Logger& logger, const std::optional<kit::Error>& error) {
     if (error)

@@ -25,6 +25,7 @@
 #include "host/machine/turn_gate.h"
 #include "host/observe/observations.h"
 #include "host/privacy/erasure_hold.h"
+#include "host/privacy/wish_rereading.h"
 #include "host/privacy/wish_store.h"
 #include "host/sending/flushes.h"
 #include "host/sending/sending_switch.h"
@@ -96,6 +97,7 @@ struct HostParts {
   BackgroundTasks background_tasks;
   NotificationCenter notifications;
   ErasureHold erasure_hold;
+  WishRereading wish_rereading;
   const std::unique_ptr<MachineTransport> bare_transport;
   const std::unique_ptr<MachineTransport> plain_transport;  ///< the same, and erasures wait for the disk
   const std::unique_ptr<MachineTransport> transport;        ///< the same, and what leaves is counted

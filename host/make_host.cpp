@@ -253,6 +253,47 @@ void handle(HostParts& parts, const HandedOver::Entry& entry) {
   });
 }
 
+/// The app's life, for a core that was made while the user counted as forgotten and so does not observe it.
+struct LifeInDoubt {
+  bool is_doubt_over = false;
+  bool is_active = false;
+};
+
+std::shared_ptr<LifeInDoubt> observeInDoubt(HostParts& parts) {
+  const auto life = std::make_shared<LifeInDoubt>();
+  if (parts.plain_store->fileState() != WishFileState::kNotRead)
+    return life;
+  parts.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive, [&parts, life] {
+    life->is_active = true;
+    if (life->is_doubt_over)
+      parts.core->startSession();
+  });
+  parts.notifications.addObserver(kit::Notification::kApplicationDidEnterBackground, [&parts, life] {
+    life->is_active = false;
+    if (life->is_doubt_over)
+      parts.core->enterBackground();
+  });
+  return life;
+}
+
+/// What the file of the wish says holds as soon as it can be read, for property, mirror and gate in one step. The
+/// session of an app that is active then begins.
+void followTheWishFile(HostParts& parts) {
+  parts.wish_rereading.begin([&parts, life = observeInDoubt(parts)] {
+    const bool was_forgotten = parts.services.isGDPRForgetMe();
+    parts.properties.inOneStep([&parts] {
+      parts.plain_store->takeReadAgain();
+      parts.services.loadMirrors();
+    });
+    parts.transport->wishDidChange();
+    if (!was_forgotten || parts.services.isGDPRForgetMe())
+      return;
+    life->is_doubt_over = true;
+    if (life->is_active)
+      parts.core->startSession();
+  });
+}
+
 /// Whose the host is: the process's own watches it and may stand behind its shared core.
 enum class HostOf { kProcess, kOtherMachine };
 
@@ -260,6 +301,7 @@ void makeCore(HostParts& parts, HostOf host_of) {
   observeBeforeTheCore(parts);
   const bool is_shared = host_of == HostOf::kProcess && MorvikCoreLib::provideSharedKit(parts.kit);
   parts.core = is_shared ? MorvikCoreLib::shared() : MorvikCoreLib::make(parts.kit);
+  followTheWishFile(parts);
   observeAfterTheCore(parts);
   parts.flushes.follow(*parts.core);
   parts.sending.setWhenResumed([&parts] { parts.core->sendingDidResume(); });
@@ -412,6 +454,7 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       background(machine.makeBackground(logger)),
       background_tasks(*main_loop),
       erasure_hold(*plain_store, *main_loop, logger),
+      wish_rereading(*plain_store, *main_loop),
       bare_transport(machine.makeTransport({.ca_file = options.options.ca_file,
                                             .main_queue = *main_loop,
                                             .gate = gate,

@@ -245,21 +245,30 @@ struct KeptWish {
 };
 
 /// The second home of the wish to be forgotten: a small file beside the store, which no state of the store touches.
-/// One thread at a time, but for sync() and prepare(), which are the store's thread's and run beside the others.
+/// One thread at a time, but for read(), sync() and prepare(), which run beside the others; the latter two are the
+/// store's thread's.
 class MachineWishFile {
  public:
-  enum class State : uint8_t { kMissing, kRead, kUnreadable };
+  enum class State : uint8_t {
+    kMissing,
+    kRead,
+    kNotRead,     ///< an input or output error: whether there is one, and what it says, may be known later
+    kUnreadable,  ///< it says nothing that is valid, and will not later
+  };
   struct Reading {
     State state = State::kMissing;
     bool is_forgotten = false;
-    std::string problem;  ///< of one that cannot be read
+    std::string problem;    ///< of one that cannot be read
+    uint64_t sequence = 0;  ///< of what counts in it; 0: what is written next is written whole
   };
 
   virtual ~MachineWishFile() = default;
   /// For lines of the log.
   virtual std::string path() const = 0;
-  /// Once, before everything else.
+  /// Changes nothing; may wait for the disk.
   virtual Reading read() = 0;
+  /// What is written from here on comes after what was read.
+  virtual void goOnFrom(const Reading& reading) = 0;
   /// In the kernel's hands when it returns; waits for no disk. Makes a file that is missing, or was unreadable.
   virtual std::optional<kit::Error> write(bool is_forgotten) = 0;
   /// Makes what was written last, and the file's name. Waits for the disk.

@@ -26,20 +26,19 @@ MachineWishFile::Reading WishFile::read() {
       break;
   }
   if (failed)
-    return {State::kUnreadable, true, failed->message};
+    return {State::kNotRead, true, failed->message};
   if (!bytes)
     return {State::kMissing, false, ""};
   const auto sector = newestWishSector(*bytes);
   if (!sector)
     return {State::kUnreadable, true, "neither of its two records is valid"};
-  is_whole_ = bytes->size() == kWishFileBytes;
-  sequence_ = sector->sequence;
-  return {State::kRead, sector->is_forgotten, ""};
+  const bool is_whole = bytes->size() == kWishFileBytes;
+  return {State::kRead, sector->is_forgotten, "", is_whole ? sector->sequence : 0};
 }
 
 // A write that fails may have left half a sector: the next one goes to the same place, and the other sector stays good.
 std::optional<kit::Error> WishFile::write(bool is_forgotten) {
-  if (is_whole_) {
+  if (sequence_ != 0) {
     const WishSector sector{sequence_ + 1, is_forgotten};
     if (StoreOutcome failed = files_.put(path_, sector.offset(), wishSectorBytes(sector)))
       return asError(failed);
@@ -49,7 +48,6 @@ std::optional<kit::Error> WishFile::write(bool is_forgotten) {
   is_name_synced_ = false;
   if (StoreOutcome failed = files_.put(path_, 0, wishFileBytes(is_forgotten)))
     return asError(failed);
-  is_whole_ = true;
   sequence_ = kFirstWishSequence;
   return std::nullopt;
 }
@@ -72,7 +70,6 @@ std::optional<kit::Error> WishFile::prepare(bool is_forgotten) {
 std::optional<kit::Error> WishFile::adopt() {
   if (StoreOutcome failed = files_.rename(new_path_, path_))
     return asError(failed);
-  is_whole_ = true;
   sequence_ = kFirstWishSequence;
   is_name_synced_ = false;
   return std::nullopt;

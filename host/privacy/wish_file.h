@@ -10,7 +10,7 @@
 
 namespace morvik::host {
 
-/// Reads of the file before it counts as one that cannot be read.
+/// Reads of the file, one after the other, before it counts as one that cannot be read at present.
 inline constexpr int kWishReadAttempts = 3;
 
 class WishFile final : public MachineWishFile {
@@ -20,6 +20,7 @@ class WishFile final : public MachineWishFile {
 
   std::string path() const override { return path_; }
   Reading read() override;
+  void goOnFrom(const Reading& reading) override { sequence_ = reading.sequence; }
   std::optional<kit::Error> write(bool is_forgotten) override;
   std::optional<kit::Error> sync() override;
   std::optional<kit::Error> prepare(bool is_forgotten) override;
@@ -35,8 +36,7 @@ class WishFile final : public MachineWishFile {
   const std::string folder_;
   const std::string path_;
   const std::string new_path_;
-  bool is_whole_ = false;
-  uint64_t sequence_ = 0;  ///< of the sector that counts
+  uint64_t sequence_ = 0;  ///< of the sector that counts; 0: there is no whole file that could be gone on with
   std::atomic<bool> is_name_synced_{false};
 };
 

@@ -10,6 +10,8 @@ std::string_view toText(WishFileState state) {
       return "not written";
     case WishFileState::kUnreadable:
       return "unreadable";
+    case WishFileState::kNotRead:
+      return "not read";
   }
   return "";
 }

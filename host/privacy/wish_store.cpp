@@ -26,7 +26,7 @@ bool isOurs(StoreOpening opening) {
 
 }  // namespace
 
-WishStore::WishStore(MachineStore& store, MachineWishFile* file, Reading reading, const services::Logger& logger)
+WishStore::WishStore(MachineStore& store, MachineWishFile* file, const Reading& reading, const services::Logger& logger)
     : store_(store), file_(isOurs(store.opening()) ? file : nullptr), logger_(logger) {
   if (file_ == nullptr)
     return;
@@ -45,30 +45,52 @@ WishStore::~WishStore() {
 
 // ---------------------------------------------------------------------------------------------------------- the start
 
+/// Its flag is the one that the file on the disk holds, but for what this process was told.
+bool WishStore::knowsTheStore() const {
+  return isRead(opening()) || has_come_to_light_;
+}
+
 void WishStore::takeReading(const Reading& reading) {
+  const bool is_stored = saysForgotten(store_.get(kWishKey));
+  Doubt doubt = Doubt::kNone;
+  bool is_forgotten = false;
+  {
+    const std::scoped_lock hold(mutex_);
+    doubt = startFrom(reading, is_stored);
+    is_forgotten = wanted_ == true;
+  }
+  if (is_forgotten)
+    setForgotten();
+  doubt_ = doubt;  // last: a reader sees the flag under it, or the doubt
+}
+
+WishStore::Doubt WishStore::startFrom(const Reading& reading, bool is_stored) {
+  problem_ = reading.problem;
   switch (reading.state) {
     case MachineWishFile::State::kRead:
+      file_->goOnFrom(reading);
       want(reading.is_forgotten);
       written_ = generation_;
       // It could not be written when the store was.
-      if (!reading.is_forgotten && saysForgotten(store_.get(kWishKey)))
+      if (!reading.is_forgotten && is_stored)
         want(true);
       break;
     case MachineWishFile::State::kMissing:
       is_missing_ = true;
-      if (isRead(opening()))
-        want(saysForgotten(store_.get(kWishKey)));
+      if (knowsTheStore())
+        want(is_stored);
       break;
+    case MachineWishFile::State::kNotRead:
+      ++readings_due_;
+      waiting_lines_.push_back(Line::kNotRead);
+      return Doubt::kUntilRead;
     case MachineWishFile::State::kUnreadable:
-      counts_as_forgotten_ = true;
-      problem_ = reading.problem;
       waiting_lines_.push_back(Line::kUnreadable);
-      return;
+      return Doubt::kUntilTold;
   }
   committed_ = generation_;
   is_behind_ = written_ != generation_;
-  if (wanted_ == true)
-    setForgotten();
+  return Doubt::kNone;
 }
 
 /// The store follows the file. Where it said something else, nobody can tell whether the service knows of the wish.
@@ -76,31 +98,84 @@ void WishStore::setForgotten() {
   if (saysForgotten(store_.get(kWishKey)))
     return;
   store_.set(kWishKey, true);
-  if (isRead(opening()))
+  if (knowsTheStore())
     store_.set(kWishSyncedKey, false);
 }
 
 /// In a commit. What this process was told, and the file's wish, stand; else the stored flag has come to light.
 void WishStore::storeCameToLight() {
-  if (counts_as_forgotten_)
-    return;
+  has_come_to_light_ = true;
   const bool stored = saysForgotten(store_.get(kWishKey));
   const std::scoped_lock hold(mutex_);
-  if (wanted_ == stored)
+  if (!is_told_)
+    ++readings_due_;  // until now another process had the lock, or may have had it
+  if (doubt_ != Doubt::kNone || wanted_ == stored)
     return;
   want(stored);
   committed_ = generation_;
+}
+
+// ------------------------------------------------------------------------------------------------- the file, once more
+
+/// The store's thread. What is read is taken where the flag is set, so that no wish is undone by it.
+void WishStore::readAgain() {
+  uint64_t due = 0;
+  {
+    const std::scoped_lock hold(mutex_);
+    due = readings_due_;
+    if (due == readings_done_)
+      return;
+  }
+  Reading reading = file_->read();
+  if (reading.state == MachineWishFile::State::kNotRead)
+    return;
+  {
+    const std::scoped_lock hold(mutex_);
+    readings_done_ = due;
+    read_again_ = std::move(reading);
+  }
+  const std::scoped_lock hold(hook_mutex_);
+  if (when_read_again_)
+    when_read_again_();
+}
+
+bool WishStore::isToBeReadAgain() const {
+  const std::scoped_lock hold(mutex_);
+  return readings_due_ != readings_done_;
+}
+
+void WishStore::setWhenReadAgain(kit::Block hook) {
+  const std::scoped_lock hold(hook_mutex_);
+  when_read_again_ = std::move(hook);
+}
+
+void WishStore::takeReadAgain() {
+  std::optional<Reading> reading;
+  {
+    const std::scoped_lock hold(mutex_);
+    reading = std::exchange(read_again_, std::nullopt);
+    if (!reading || is_told_)
+      return;
+    // Without a doubt it is another process's wish that counts, made while that one had the store.
+    const bool is_news = reading->state == MachineWishFile::State::kRead && reading->is_forgotten && wanted_ != true;
+    if (doubt_ == Doubt::kNone && !is_news)
+      return;
+    if (doubt_ == Doubt::kUntilRead && reading->state != MachineWishFile::State::kUnreadable)
+      waiting_lines_.push_back(Line::kReadAgain);
+  }
+  takeReading(*reading);
+  store_.flushNow();  // a file that is missing is made, and what it lacks is written
 }
 
 // ---------------------------------------------------------------------------------------------- what passes through it
 
 /// Forgotten, and nobody knows that the service has accepted it: so a call that says it anew is none that repeats it.
 std::optional<kit::Value> WishStore::inDoubt(std::string_view key) const {
-  if (counts_as_forgotten_ && key == kWishKey)
+  if (doubt_ == Doubt::kNone)
+    return std::nullopt;
+  if (key == kWishKey)
     return kit::Value(true);
-  if (counts_as_forgotten_ && key == kWishSyncedKey)
-    return kit::Value(false);
-  return std::nullopt;
+  return key == kWishSyncedKey ? std::optional(kit::Value(false)) : std::nullopt;
 }
 
 kit::Value WishStore::get(std::string_view key) const {
@@ -160,11 +235,11 @@ void WishStore::beforeSet(bool is_forgotten) {
 }
 
 void WishStore::afterSet(bool is_forgotten) {
-  counts_as_forgotten_ = false;
-  if (is_forgotten)
-    return;
+  doubt_ = Doubt::kNone;
   const std::scoped_lock hold(mutex_);
-  if (wanted_ != false)
+  is_told_ = true;
+  readings_done_ = readings_due_;
+  if (!is_forgotten && wanted_ != false)
     want(false);
 }
 
@@ -255,6 +330,7 @@ bool WishStore::writeIfDue() {
 
 /// The store's thread.
 void WishStore::flushed() {
+  readAgain();
   uint64_t generation = 0;
   std::optional<bool> to_make;
   {
@@ -322,8 +398,14 @@ void WishStore::noteProblem(const std::optional<kit::Error>& error) {
 }
 
 WishFileState WishStore::fileState() const {
-  if (counts_as_forgotten_)
-    return WishFileState::kUnreadable;
+  switch (doubt_.load()) {
+    case Doubt::kUntilRead:
+      return WishFileState::kNotRead;
+    case Doubt::kUntilTold:
+      return WishFileState::kUnreadable;
+    case Doubt::kNone:
+      break;
+  }
   const std::scoped_lock hold(mutex_);
   return problem_.empty() ? WishFileState::kGood : WishFileState::kNotWritten;
 }
@@ -351,6 +433,20 @@ void WishStore::tellWaiting() {
                    "Morvik host: the file \"%@\", which keeps the wish to be forgotten, cannot be read (%@): the user "
                    "counts as forgotten; ask the user again, and call gdprForgetMe() with the answer",
                    file_->path(), problem);
+        break;
+      case Line::kNotRead:
+        MORVIK_LOG(
+            logger_, kit::lcl_vError, kWishOperation,
+            "Morvik host: the file \"%@\", which keeps the wish to be forgotten, cannot be read at present (%@): "
+            "the user counts as forgotten until it can be, and it is tried again; make it readable, or check the "
+            "disk",
+            file_->path(), problem);
+        break;
+      case Line::kReadAgain:
+        MORVIK_LOG(logger_, kit::lcl_vWarning, kWishOperation,
+                   "Morvik host: the file \"%@\", which keeps the wish to be forgotten, can be read again, and what it "
+                   "says holds",
+                   file_->path());
         break;
       case Line::kNotWritten:
         MORVIK_LOG(logger_, kit::lcl_vError, kWishOperation,

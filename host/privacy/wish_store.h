@@ -20,14 +20,15 @@ namespace morvik::host {
 
 /// Mirrors the stored flag that the gate follows, whoever sets it: true is in the file before it is in the store, false
 /// after the store was asked to commit it. So whatever lies between two of these steps says forgotten: at a start the
-/// user is forgotten where either of the two says so. The flag is set by one thread at a time (under the house lock);
-/// everything else is for any thread.
+/// user is forgotten where either of the two says so. A file that cannot be read at present counts as one that says
+/// forgotten, and is read again with each flush, on the store's thread, until it can be read or the flag is set. The
+/// flag is set by one thread at a time (under the house lock); everything else is for any thread.
 class WishStore final : public MachineStore {
  public:
   using Reading = MachineWishFile::Reading;
 
-  /// `reading` is what the file said before the store was opened; `file` null: there is none. All outlive it.
-  WishStore(MachineStore& store, MachineWishFile* file, Reading reading, const services::Logger& logger);
+  /// `reading` is what the file said at the start; `file` null: there is none. All outlive it.
+  WishStore(MachineStore& store, MachineWishFile* file, const Reading& reading, const services::Logger& logger);
   ~WishStore() override;
   WishStore(const WishStore&) = delete;
   WishStore& operator=(const WishStore&) = delete;
@@ -40,6 +41,12 @@ class WishStore final : public MachineStore {
   /// `hook` runs each time the latest wish has reached the disk, on the store's thread; it must be short and must not
   /// call back. Null: none any more, and none runs when this returns. Not from within the hook.
   void setWhenOnDisk(kit::Block hook);
+  /// The file could not be read, and was not since.
+  bool isToBeReadAgain() const;
+  /// As setWhenOnDisk(), for when the file was read again: takeReadAgain() is due.
+  void setWhenReadAgain(kit::Block hook);
+  /// What was read again holds from here on, unless the flag was set meanwhile. Under the house lock.
+  void takeReadAgain();
 
   kit::Value get(std::string_view key) const override;
   void set(std::string_view key, kit::Value value) override;
@@ -65,10 +72,18 @@ class WishStore final : public MachineStore {
 
  private:
   /// What there is to say, in the order in which it came about.
-  enum class Line : uint8_t { kUnreadable, kNotWritten, kWritten };
+  enum class Line : uint8_t { kUnreadable, kNotRead, kReadAgain, kNotWritten, kWritten };
+  /// While there is one the user counts as forgotten.
+  enum class Doubt : uint8_t {
+    kNone,
+    kUntilRead,  ///< the file cannot be read at present
+    kUntilTold,  ///< it says nothing valid, and nobody has said since what the user wants
+  };
 
   std::optional<kit::Value> inDoubt(std::string_view key) const;
+  bool knowsTheStore() const;
   void takeReading(const Reading& reading);
+  void readAgain();
   void setForgotten();
   void beforeSet(bool is_forgotten);
   void afterSet(bool is_forgotten);
@@ -79,6 +94,7 @@ class WishStore final : public MachineStore {
   std::optional<kit::Error> make(bool is_forgotten, uint64_t generation);
 
   // These hold mutex_.
+  Doubt startFrom(const Reading& reading, bool is_stored);
   void want(bool is_forgotten);
   bool mayBeWritten() const;
   bool writeIfDue();
@@ -87,24 +103,29 @@ class WishStore final : public MachineStore {
   MachineStore& store_;
   MachineWishFile* const file_;
   const services::Logger logger_;
-  /// The file could not be read, and nobody has said since what the user wants.
-  std::atomic<bool> counts_as_forgotten_{false};
+  std::atomic<Doubt> doubt_{Doubt::kNone};
+  std::atomic<bool> has_come_to_light_{false};
   /// The file lacks the latest wish.
   std::atomic<bool> is_behind_{false};
 
   mutable std::mutex mutex_;  // guards what follows
   std::optional<bool> wanted_;
+  bool is_told_ = false;  ///< the flag was set by this process
   bool is_missing_ = false;
   uint64_t generation_ = 0;  ///< counts what was wanted
   uint64_t committed_ = 0;   ///< the store was asked to commit what was wanted up to here
   uint64_t written_ = 0;     ///< so far in the file
   uint64_t synced_ = 0;      ///< so far on the disk
+  uint64_t readings_due_ = 0;
+  uint64_t readings_done_ = 0;
+  std::optional<Reading> read_again_;  ///< to be taken
   std::string problem_;
   bool is_trouble_told_ = false;
   std::vector<Line> waiting_lines_;
 
-  std::mutex hook_mutex_;  ///< held while the hook runs
+  std::mutex hook_mutex_;  ///< held while a hook runs
   kit::Block when_on_disk_;
+  kit::Block when_read_again_;
 };
 
 }  // namespace morvik::host

@@ -32,7 +32,9 @@ struct Referral {
 enum class WishFileState : uint8_t {
   kGood,
   kNotWritten,  ///< it cannot be written or synced at present; tried again
-  kUnreadable,  ///< it could not be read at the start: the user counts as forgotten until gdprForgetMe() is called
+  kUnreadable,  ///< it says nothing that is valid: the user counts as forgotten until gdprForgetMe() is called
+  kNotRead,     ///< it cannot be read at present: the user counts as forgotten until it can be, or until gdprForgetMe()
+                ///< is called; tried again
 };
 
 /// What MorvikCore::status() tells.

@@ -14,6 +14,7 @@
 
 #include "host/privacy/erasure_hold.h"
 #include "host/privacy/wish_file.h"
+#include "host/privacy/wish_rereading.h"
 #include "host/privacy/wish_sectors.h"
 #include "services/endpoints.h"
 #include "simulation/simulated_disk.h"
@@ -28,7 +29,8 @@ using ::testing::IsEmpty;
 
 /// Long enough for the disk to have what was recorded.
 constexpr double kSyncedSeconds = 5;
-constexpr const char* kUnreadable = "which keeps the wish to be forgotten, cannot be read";
+constexpr const char* kUnreadable = "which keeps the wish to be forgotten, cannot be read (";
+constexpr const char* kNotRead = "which keeps the wish to be forgotten, cannot be read at present (disk I/O error)";
 
 class ForgottenDevice : public ::testing::Test {
  protected:
@@ -80,6 +82,18 @@ class ForgottenDevice : public ::testing::Test {
     disk_.cutNow();
     disk_.restart(DiskCut::killed());
     ASSERT_FALSE(disk_.place().files->remove(wishPath()));
+  }
+
+  /// Until everything works again.
+  void failToReadTheWish() {
+    disk_.decide([this](const DiskCall& call) {
+      return call.path == wishPath() && call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK;
+    });
+  }
+  /// The file can be read from here on, and the device rests until that is found out.
+  void letTheWishBeRead() {
+    disk_.decide({});
+    machine_.loop.advance(host::kWishRereadSeconds + 1);
   }
 
   // What can become of a store, seen by the next process.
@@ -234,15 +248,146 @@ TEST_F(ForgottenDevice, TakesAWishThatTheServiceHadAcceptedAnewWhereTheFileSaysN
   EXPECT_EQ(inTheFile()->is_forgotten, true);
 }
 
-TEST_F(ForgottenDevice, CountsAsForgottenWhereTheFileCannotBeReadAtAll) {
+// ------------------------------------------------------------------------------- a file that cannot be read at present
+
+TEST_F(ForgottenDevice, IsForgottenOnlyAsLongAsTheFileCannotBeRead) {
   start();
   live();
   die();
-  disk_.decide([this](const DiskCall& call) {
-    return call.path == wishPath() && call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK;
-  });
+  leaks();
+  failToReadTheWish();
   start();
   EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kNotRead);
+  EXPECT_EQ(toText(phone_->status().wish_file), "not read");
+  phone_->applicationDidBecomeActive();
+  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kRefusedForgotten);
+  machine_.loop.advance(60);
+  EXPECT_EQ(leaks(), 0U);
+  EXPECT_EQ(log_.countContaining(kNotRead), 1U);
+
+  letTheWishBeRead();
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+  EXPECT_FALSE(phone_->properties().MorvikCoreUserInfo_isGDPRForgetMe());
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kGood);
+  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kKept);
+  EXPECT_TRUE(phone_->status().is_session_open) << "the app is active";
+  EXPECT_GT(leaks(), 0U);
+  phone_->applicationDidEnterBackground();
+  machine_.loop.advance(60);
+  EXPECT_FALSE(phone_->status().is_session_open);
+  EXPECT_EQ(log_.countContaining(kUnreadable), 0U);
+}
+
+TEST_F(ForgottenDevice, ReadsTheFileAgainWithTheNextSyncOfTheStore) {
+  start();
+  live();
+  die();
+  failToReadTheWish();
+  start();
+  disk_.decide({});
+  machine_.loop.advance(1);
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+  leaks();
+  live();
+  EXPECT_GT(leaks(), 0U) << "the next session is one as any other";
+}
+
+TEST_F(ForgottenDevice, GoesOnWhereAFileThatCanBeReadAgainSaysForgotten) {
+  liveWithAWish();
+  spoil();
+  leaks();
+  failToReadTheWish();
+  start();
+  phone_->applicationDidBecomeActive();
+  letTheWishBeRead();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kGood);
+  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kRefusedForgotten);
+  EXPECT_EQ(leaks(), 0U);
+  die();
+  ASSERT_FALSE(disk_.place().files->remove(wishPath()));
+  start();
+  EXPECT_TRUE(phone_->isGdprForgetMe()) << "the store has it as well";
+}
+
+TEST_F(ForgottenDevice, StaysForgottenWhereAFileThatCanBeReadAgainSaysNothing) {
+  start();
+  live();
+  die();
+  disk_.put(wishPath(), std::string(host::kWishFileBytes, 'x'));
+  failToReadTheWish();
+  start();
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kNotRead);
+  letTheWishBeRead();
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kUnreadable);
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_EQ(log_.countContaining(kUnreadable), 1U);
+}
+
+TEST_F(ForgottenDevice, HasItsFileMadeWhereItTurnsOutThatThereIsNone) {
+  for (const bool is_forgotten : {true, false}) {
+    start();
+    wish(is_forgotten);
+    die();
+    failToReadTheWish();
+    start();
+    ASSERT_FALSE(disk_.place().files->remove(wishPath()));
+    letTheWishBeRead();
+    EXPECT_EQ(phone_->isGdprForgetMe(), is_forgotten);
+    die();
+    ASSERT_TRUE(inTheFile().has_value());
+    EXPECT_EQ(inTheFile()->is_forgotten, is_forgotten);
+  }
+}
+
+TEST_F(ForgottenDevice, KeepsWhatItWasToldWhileTheFileCouldNotBeRead) {
+  for (const bool is_forgotten : {true, false}) {
+    start();
+    wish(!is_forgotten);
+    die();
+    failToReadTheWish();
+    start();
+    phone_->gdprForgetMe(is_forgotten);
+    EXPECT_EQ(phone_->isGdprForgetMe(), is_forgotten);
+    letTheWishBeRead();
+    EXPECT_EQ(phone_->isGdprForgetMe(), is_forgotten);
+    die();
+    EXPECT_EQ(inTheFile()->is_forgotten, is_forgotten);
+  }
+}
+
+TEST_F(ForgottenDevice, KeepsWhatItIsToldWhileTheFileIsRead) {
+  for (const bool is_forgotten : {true, false}) {
+    start();
+    wish(!is_forgotten);
+    die();
+    failToReadTheWish();
+    start();
+    disk_.decide([this, is_forgotten, is_told = false](const DiskCall& call) mutable {
+      if (call.path == wishPath() && call.kind == DiskCall::Kind::kRead && !std::exchange(is_told, true))
+        phone_->gdprForgetMe(is_forgotten);
+      return SQLITE_OK;
+    });
+    machine_.loop.advance(kSyncedSeconds);
+    EXPECT_EQ(phone_->isGdprForgetMe(), is_forgotten);
+    die();
+    EXPECT_EQ(inTheFile()->is_forgotten, is_forgotten);
+    disk_.decide({});
+    start();
+    EXPECT_EQ(phone_->isGdprForgetMe(), is_forgotten);
+    die();
+  }
+}
+
+TEST_F(ForgottenDevice, IsNoneAfterAnErasingWhileTheFileCouldNotBeRead) {
+  start();
+  live();
+  die();
+  failToReadTheWish();
+  start();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_TRUE(phone_->eraseLocalData());
   die();
   disk_.decide({});
   start();

@@ -44,7 +44,6 @@ TEST_F(WishFileTest, IsMadeWholeUnderAnotherNameAndForItsOwnerAlone) {
 }
 
 TEST_F(WishFileTest, TakesEachWishIntoTheSectorOfTheOlderOne) {
-  static_cast<void>(file_.read());
   for (int round = 0; round < 5; ++round) {
     const bool is_forgotten = round % 2 == 0;
     const std::string before = test::bytesOf(path());
@@ -63,27 +62,32 @@ TEST_F(WishFileTest, TakesEachWishIntoTheSectorOfTheOlderOne) {
 TEST_F(WishFileTest, OfAnEarlierProcessIsGoneOnWith) {
   ASSERT_EQ(file_.write(true), std::nullopt);
   WishFile next(place());
-  EXPECT_TRUE(next.read().is_forgotten);
+  const auto reading = next.read();
+  EXPECT_TRUE(reading.is_forgotten);
+  next.goOnFrom(reading);
   EXPECT_EQ(next.write(false), std::nullopt);
   EXPECT_EQ(newestWishSector(test::bytesOf(path())), (WishSector{3, false}));
 }
 
-TEST_F(WishFileTest, WithNoValidSectorOrThatIsNoFileCannotBeRead) {
+TEST_F(WishFileTest, WithNoValidSectorSaysNothing) {
   test::writeBytes(path(), "");
   EXPECT_EQ(reread().state, State::kUnreadable);
   test::writeBytes(path(), std::string(kWishFileBytes, 'x'));
   EXPECT_EQ(reread().state, State::kUnreadable);
   EXPECT_TRUE(reread().is_forgotten);
-  std::filesystem::remove(path());
+}
+
+TEST_F(WishFileTest, ThatFailsToBeReadMayBeReadLater) {
   std::filesystem::create_directory(path());
   const auto reading = file_.read();
-  EXPECT_EQ(reading.state, State::kUnreadable);
+  EXPECT_EQ(reading.state, State::kNotRead);
+  EXPECT_TRUE(reading.is_forgotten);
   EXPECT_EQ(reading.problem, "Is a directory");
   ASSERT_NE(file_.write(true), std::nullopt);
   EXPECT_EQ(file_.write(true)->message, "Is a directory");
 }
 
-TEST_F(WishFileTest, ThatCannotBeReadIsMadeWholeByTheNextWish) {
+TEST_F(WishFileTest, ThatSaysNothingIsMadeWholeByTheNextWish) {
   test::writeBytes(path(), "half");
   EXPECT_EQ(file_.read().state, State::kUnreadable);
   EXPECT_EQ(file_.write(false), std::nullopt);
