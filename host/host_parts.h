@@ -84,7 +84,6 @@ struct HostParts {
 
   kit::HouseLock house_lock;
   const std::unique_ptr<MachineWishFile> wish_file;  ///< may be null
-  const MachineWishFile::Reading wish_read;          ///< before the store was opened
   const std::unique_ptr<MachineStore> bare_store;
   const std::unique_ptr<WishStore> plain_store;  ///< the same, and the wish to be forgotten is kept twice
   LedgerBook ledger;

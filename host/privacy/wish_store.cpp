@@ -26,11 +26,11 @@ bool isOurs(StoreOpening opening) {
 
 }  // namespace
 
-WishStore::WishStore(MachineStore& store, MachineWishFile* file, const Reading& reading, const services::Logger& logger)
+WishStore::WishStore(MachineStore& store, MachineWishFile* file, const services::Logger& logger)
     : store_(store), file_(isOurs(store.opening()) ? file : nullptr), logger_(logger) {
   if (file_ == nullptr)
     return;
-  takeReading(reading);
+  takeReading(file_->read());
   WishStore::setWhenTakenOver({});
   WishStore::setWhenFlushed({});
 }

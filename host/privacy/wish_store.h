@@ -27,8 +27,9 @@ class WishStore final : public MachineStore {
  public:
   using Reading = MachineWishFile::Reading;
 
-  /// `reading` is what the file said at the start; `file` null: there is none. All outlive it.
-  WishStore(MachineStore& store, MachineWishFile* file, const Reading& reading, const services::Logger& logger);
+  /// `store` was opened, and has its lock: what the file says is read only now, so that it is the last word of whoever
+  /// had the lock before. `file` null: there is none. All outlive it.
+  WishStore(MachineStore& store, MachineWishFile* file, const services::Logger& logger);
   ~WishStore() override;
   WishStore(const WishStore&) = delete;
   WishStore& operator=(const WishStore&) = delete;

@@ -447,6 +447,73 @@ TEST_F(ForgottenDevice, IsNoneWithoutAFileAndWithoutAReadableStore) {
   EXPECT_FALSE(phone_->isGdprForgetMe());
 }
 
+// ------------------------------------------------------------------------------------- another process had the store
+
+/// A machine on which another process has the store until this one opens it, and writes its last wish by then.
+class MachineOfTwo final : public VirtualMachine {
+ public:
+  explicit MachineOfTwo(SimulatedDisk& disk) : VirtualMachine({.disk = &disk}), disk_(disk) {}
+  std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+    if (last_wish)
+      writeByAnother(disk_, *last_wish);
+    return VirtualMachine::makeStore(folder, log);
+  }
+  static void writeByAnother(SimulatedDisk& disk, bool is_forgotten) {
+    host::WishFile file(disk.place());
+    file.goOnFrom(file.read());
+    EXPECT_EQ(file.write(is_forgotten), std::nullopt);
+  }
+  std::optional<bool> last_wish;
+
+ private:
+  SimulatedDisk& disk_;
+};
+
+TEST(WishOfAnotherProcess, CountsUpToTheMomentThatItLetsGoOfTheStore) {
+  SimulatedDisk disk;
+  MachineOfTwo machine(disk);
+  auto first = machine.start(simulatedApp());
+  machine.loop.advance(kSyncedSeconds);
+  machine.kill(std::move(first));
+  for (const bool is_forgotten : {false, true}) {
+    MachineOfTwo::writeByAnother(disk, !is_forgotten);
+    machine.last_wish = is_forgotten;
+    auto phone = machine.start(simulatedApp());
+    EXPECT_EQ(phone->isGdprForgetMe(), is_forgotten);
+    machine.kill(std::move(phone));
+  }
+}
+
+TEST_F(ForgottenDevice, HearsOfTheWishOfAProcessThatHadTheStoreMeanwhile) {
+  start();
+  live();
+  die();
+  holdByAnother();
+  start();
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+  MachineOfTwo::writeByAnother(disk_, true);
+  disk_.decide({});
+  phone_->setAge(30);
+  machine_.loop.advance(1);
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_TRUE(phone_->properties().MorvikCoreUserInfo_isGDPRForgetMe());
+  leaks();
+  live();
+  EXPECT_EQ(leaks(), 0U);
+}
+
+TEST_F(ForgottenDevice, KeepsWhatItWasToldWhileAnotherProcessHadTheStore) {
+  liveWithAWish();
+  holdByAnother();
+  start();
+  phone_->gdprForgetMe(false);
+  MachineOfTwo::writeByAnother(disk_, true);
+  disk_.decide({});
+  phone_->setAge(30);
+  machine_.loop.advance(1);
+  EXPECT_FALSE(phone_->isGdprForgetMe()) << "what the user said here stands";
+}
+
 // ------------------------------------------------------------------------------------------------------------- orders
 
 TEST_F(ForgottenDevice, HasTrueInTheFileBeforeTheStoreAndFalseAfterIt) {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "host/store/sqlite_store.h"
 #include "services/MorvikGVUserDefaults.h"
@@ -18,11 +19,13 @@ namespace {
 
 constexpr std::string_view kWishKey = services::property::MorvikCoreUserInfo_isGDPRForgetMe;
 
-/// Whoever reads it waits until it is let go.
+/// Cannot be read at first. Whoever reads it again waits until it is let go.
 class SlowFile final : public MachineWishFile {
  public:
   std::string path() const override { return "slow"; }
   Reading read() override {
+    if (!std::exchange(was_read_, true))
+      return {State::kNotRead, true, "an I/O error"};
     begun_.set_value();
     let_go_.get_future().wait();
     return {State::kRead, true, "", 1};
@@ -42,6 +45,7 @@ class SlowFile final : public MachineWishFile {
   std::optional<bool> written;
 
  private:
+  bool was_read_ = false;
   std::promise<void> begun_;
   std::promise<void> let_go_;
 };
@@ -53,7 +57,7 @@ TEST(WishStore, KeepsNobodyWaitingForTheFileToBeReadAgain) {
   const services::Logger logger(levels, log);
   SlowFile file;
   SqliteStore bare({.place = {.folder = folder.path()}}, log);
-  WishStore store(bare, &file, {MachineWishFile::State::kNotRead, true, "an I/O error"}, logger);
+  WishStore store(bare, &file, logger);
   EXPECT_EQ(store.get(kWishKey), kit::Value(true));
   store.flushNow();
   file.waitUntilItIsRead();
