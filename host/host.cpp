@@ -137,6 +137,9 @@ Recorded Host::clearUserId() {
 Recorded Host::gdprForgetMe(bool forget_me) {
   const Recorded recorded = setNow([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
   parts_->transport->wishDidChange();
+  // It has a home of its own beside the store.
+  if (recorded == Recorded::kKeptInMemory && parts_->plain_store->isWishKept())
+    return Recorded::kKept;
   return recorded;
 }
 

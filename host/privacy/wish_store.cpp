@@ -377,6 +377,14 @@ std::optional<kit::Error> WishStore::make(bool is_forgotten, uint64_t generation
   return std::nullopt;
 }
 
+/// Where file and store differ the user is forgotten: so the file is enough for a wish, and not for its withdrawal. A
+/// store of a newer version says nothing to this one.
+bool WishStore::isWishKept() const {
+  const bool says_store_the_same = store_.isKept() || opening() == StoreOpening::kNewerVersion;
+  const std::scoped_lock hold(mutex_);
+  return wanted_ && written_ == generation_ && (*wanted_ || says_store_the_same);
+}
+
 bool WishStore::isOnDisk() const {
   const std::scoped_lock hold(mutex_);
   return synced_ == generation_;

@@ -37,6 +37,9 @@ class WishStore final : public MachineStore {
   WishFileState fileState() const;
   /// What kept the file from being read, written or synced last; empty when nothing did.
   std::string problem() const;
+  /// The death of the process would not lose the latest wish. Nothing of a wish is kept where there is no file: then it
+  /// is as the store says.
+  bool isWishKept() const;
   /// The latest wish would outlive a power cut.
   bool isOnDisk() const;
   /// `hook` runs each time the latest wish has reached the disk, on the store's thread; it must be short and must not

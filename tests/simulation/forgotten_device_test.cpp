@@ -136,6 +136,11 @@ class ForgottenDeviceIn : public ForgottenDevice, public ::testing::WithParamInt
     else if (state == "HeldByAnother")
       holdByAnother();
   }
+  /// Of a store that this version may read again the flag counts as well, and it may say otherwise.
+  static Recorded answerToAWithdrawal() {
+    const std::string_view state = GetParam();
+    return state == "NotWritable" || state == "HeldByAnother" ? Recorded::kKeptInMemory : Recorded::kKept;
+  }
   /// What the log says of such a store.
   static const char* line() {
     const std::string_view state = GetParam();
@@ -175,16 +180,26 @@ TEST_P(ForgottenDeviceIn, OfItsStoreKeepsANewWishAndItsWithdrawal) {
   bringAbout();
   start();
   EXPECT_FALSE(phone_->isGdprForgetMe());
-  wish(true);
+  EXPECT_EQ(phone_->gdprForgetMe(true), Recorded::kKept);
+  machine_.loop.advance(kSyncedSeconds);
   EXPECT_EQ(erasures(), 1U);
   die();
   start();
   EXPECT_TRUE(phone_->isGdprForgetMe());
-  phone_->gdprForgetMe(false);
+  EXPECT_EQ(phone_->gdprForgetMe(false), answerToAWithdrawal());
   die();
   start();
   EXPECT_FALSE(phone_->isGdprForgetMe());
   EXPECT_EQ(phone_->status().wish_file, WishFileState::kGood);
+}
+
+TEST_F(ForgottenDevice, IsKeptInMemoryAloneWhereNeitherFileNorStoreTakesTheWish) {
+  start();
+  live();
+  disk_.decide([](const DiskCall& call) { return call.kind == DiskCall::Kind::kRead ? SQLITE_OK : SQLITE_FULL; });
+  EXPECT_EQ(phone_->gdprForgetMe(true), Recorded::kKeptInMemory);
+  disk_.decide({});
+  EXPECT_EQ(phone_->gdprForgetMe(true), Recorded::kKept);
 }
 
 TEST_F(ForgottenDevice, ChangesTheFileBesideANewerStoreAndNotTheStore) {
