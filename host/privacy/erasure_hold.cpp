@@ -79,8 +79,8 @@ void ErasureHold::timeIsUp(uint64_t number) {
     return;
   MORVIK_LOG(
       logger_, kit::lcl_vError, "-[MorvikCore gdprForgetMe:]",
-      "Morvik host: the wish to be forgotten did not reach the disk within %ld s (%@): its erasure leaves all the "
-      "same; make the store folder writable, or check the disk",
+      "Morvik host: what the user said about being forgotten did not reach the disk within %ld s (%@): the service is "
+      "told all the same; make the store folder writable, or check the disk",
       static_cast<int64_t>(kErasureHoldSeconds), wish_.problem().empty() ? "the disk is slow" : wish_.problem());
   for (auto& [held, waiting] : due)
     waiting.leave();
