@@ -3,6 +3,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/machine/passing_store.h"
+#include "host/machine/passing_transport.h"
 #include "kit/continued_list.h"
 
 namespace morvik::simulation {
@@ -13,32 +15,32 @@ MachineMeddler& noMeddler() {
   return none;
 }
 
-class WatchedStore final : public host::MachineStore {
+class WatchedStore final : public host::PassingStore {
  public:
   WatchedStore(std::unique_ptr<host::MachineStore> store, MachineWatcher& watcher, MachineMeddler& meddler)
-      : store_(std::move(store)), watcher_(watcher), meddler_(meddler) {}
+      : PassingStore(*store), owned_(std::move(store)), watcher_(watcher), meddler_(meddler) {}
 
   kit::Value get(std::string_view key) const override {
     meddler_.storeIsCalled();
-    return store_->get(key);
+    return store_.get(key);
   }
   void set(std::string_view key, kit::Value value) override {
     meddler_.storeIsCalled();
     value = meddler_.stored(key, std::move(value));
     watcher_.valueIsSet(key, value);
-    store_->set(key, std::move(value));
+    store_.set(key, std::move(value));
   }
   void append(std::string_view key, kit::Value element) override {
     meddler_.storeIsCalled();
-    kit::MutableArray list(store_->get(key));
+    kit::MutableArray list(store_.get(key));
     list.append(element);
     kit::Value whole = meddler_.stored(key, kit::Value(std::move(list)));
     watcher_.valueIsSet(key, whole);
-    store_->set(key, std::move(whole));
+    store_.set(key, std::move(whole));
   }
   void replace(std::string_view key, const kit::Value& before, kit::Value after) override {
     meddler_.storeIsCalled();
-    set(key, kit::continuedList(before, store_->get(key), std::move(after)));
+    set(key, kit::continuedList(before, store_.get(key), std::move(after)));
   }
   void setTogether(std::span<host::StoreWrite> writes) override {
     meddler_.storeIsCalled();
@@ -46,40 +48,30 @@ class WatchedStore final : public host::MachineStore {
       write.value = meddler_.stored(write.key, std::move(write.value));
       watcher_.valueIsSet(write.key, write.value);
     }
-    store_->setTogether(writes);
+    store_.setTogether(writes);
   }
   bool synchronize() override {
     meddler_.storeIsCalled();
-    return store_->synchronize();
+    return store_.synchronize();
   }
-  std::optional<kit::Value> tryGet(std::string_view key) const override { return store_->tryGet(key); }
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override {
     const kit::Value set = value;
-    const bool is_kept = store_->trySetAndSynchronize(key, std::move(value));
+    const bool is_kept = store_.trySetAndSynchronize(key, std::move(value));
     if (is_kept)
       watcher_.valueIsSet(key, set);
     return is_kept;
   }
-  host::StoreOpening opening() const override { return store_->opening(); }
-  const std::string& openingLine() const override { return store_->openingLine(); }
-  void setWhenFlushed(kit::Block hook) override { store_->setWhenFlushed(std::move(hook)); }
-  void setWhenTakenOver(kit::Block hook) override { store_->setWhenTakenOver(std::move(hook)); }
   bool commitTurn() override {
     meddler_.storeIsCalled();
-    return store_->commitTurn();
+    return store_.commitTurn();
   }
   bool synchronizeUntold() override {
     meddler_.storeIsCalled();
-    return store_->synchronizeUntold();
+    return store_.synchronizeUntold();
   }
-  void tellWaiting() override { store_->tellWaiting(); }
-  bool isKept() const override { return store_->isKept(); }
-  std::vector<std::pair<std::string, kit::Value>> all() const override { return store_->all(); }
-  void flushNow() override { store_->flushNow(); }
-  void shutdown() override { store_->shutdown(); }
 
  private:
-  const std::unique_ptr<host::MachineStore> store_;
+  const std::unique_ptr<host::MachineStore> owned_;
   MachineWatcher& watcher_;
   MachineMeddler& meddler_;
 };
@@ -127,11 +119,15 @@ class WatchedLoop final : public host::MachineLoop {
   MachineMeddler& meddler_;
 };
 
-class WatchedTransport final : public host::MachineTransport {
+class WatchedTransport final : public host::PassingTransport {
  public:
   WatchedTransport(std::unique_ptr<host::MachineTransport> transport, uint64_t& last_exchange, MachineWatcher& watcher,
                    MachineMeddler& meddler)
-      : transport_(std::move(transport)), last_exchange_(last_exchange), watcher_(watcher), meddler_(meddler) {}
+      : PassingTransport(*transport),
+        owned_(std::move(transport)),
+        last_exchange_(last_exchange),
+        watcher_(watcher),
+        meddler_(meddler) {}
 
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
     const size_t copies = meddler_.copiesOf(request);
@@ -140,7 +136,7 @@ class WatchedTransport final : public host::MachineTransport {
     for (size_t copy = 0; copy < copies; ++copy) {
       const uint64_t exchange = ++last_exchange_;
       watcher_.requestStarts(exchange, request);
-      transport_->start(request, [this, exchange, is_lost, is_spoiled, copy, handler](kit::TransportOutcome outcome) {
+      transport_.start(request, [this, exchange, is_lost, is_spoiled, copy, handler](kit::TransportOutcome outcome) {
         if (is_lost)
           return;
         if (is_spoiled)
@@ -152,13 +148,9 @@ class WatchedTransport final : public host::MachineTransport {
       });
     }
   }
-  size_t inFlight() const override { return transport_->inFlight(); }
-  void setHeld(bool held) override { transport_->setHeld(held); }
-  void wishDidChange() override { transport_->wishDidChange(); }
-  void shutdown() override { transport_->shutdown(); }
 
  private:
-  const std::unique_ptr<host::MachineTransport> transport_;
+  const std::unique_ptr<host::MachineTransport> owned_;
   uint64_t& last_exchange_;
   MachineWatcher& watcher_;
   MachineMeddler& meddler_;

@@ -3,7 +3,10 @@
 namespace morvik::host {
 
 LedgerStore::LedgerStore(MachineStore& store, LedgerBook& book, kit::HouseLock& house_lock)
-    : store_(store), book_(book), house_lock_(house_lock), is_dark_(store.opening() == StoreOpening::kUnavailable) {
+    : PassingStore(store),
+      book_(book),
+      house_lock_(house_lock),
+      is_dark_(store.opening() == StoreOpening::kUnavailable) {
   LedgerStore::setWhenTakenOver({});
 }
 

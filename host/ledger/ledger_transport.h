@@ -7,25 +7,21 @@
 
 #include "host/ledger/ledger_book.h"
 #include "host/machine/machine.h"
+#include "host/machine/passing_transport.h"
 
 namespace morvik::host {
 
-class LedgerTransport final : public MachineTransport {
+class LedgerTransport final : public PassingTransport {
  public:
   /// Both outlive it. `batch_leaves` is told, on any thread, how many activities each batch that leaves carries; may be
   /// empty.
   LedgerTransport(MachineTransport& transport, LedgerBook& book,
                   std::function<void(size_t activities)> batch_leaves = {})
-      : transport_(transport), book_(book), batch_leaves_(std::move(batch_leaves)) {}
+      : PassingTransport(transport), book_(book), batch_leaves_(std::move(batch_leaves)) {}
 
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override;
-  size_t inFlight() const override { return transport_.inFlight(); }
-  void setHeld(bool held) override { transport_.setHeld(held); }
-  void wishDidChange() override { transport_.wishDidChange(); }
-  void shutdown() override { transport_.shutdown(); }
 
  private:
-  MachineTransport& transport_;
   LedgerBook& book_;
   const std::function<void(size_t activities)> batch_leaves_;
 };

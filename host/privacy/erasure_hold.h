@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/machine/machine.h"
+#include "host/machine/passing_transport.h"
 #include "host/privacy/wish_store.h"
 #include "services/log.h"
 
@@ -56,19 +57,16 @@ class ErasureHold {
 };
 
 /// A transport whose erasures wait for that; everything else passes.
-class ErasureHoldTransport final : public MachineTransport {
+class ErasureHoldTransport final : public PassingTransport {
  public:
   /// Both outlive it.
-  ErasureHoldTransport(MachineTransport& transport, ErasureHold& hold) : transport_(transport), hold_(hold) {}
+  ErasureHoldTransport(MachineTransport& transport, ErasureHold& hold) : PassingTransport(transport), hold_(hold) {}
 
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override;
   size_t inFlight() const override { return hold_.waiting() + transport_.inFlight(); }
-  void setHeld(bool held) override { transport_.setHeld(held); }
-  void wishDidChange() override { transport_.wishDidChange(); }
   void shutdown() override;
 
  private:
-  MachineTransport& transport_;
   ErasureHold& hold_;
 };
 

@@ -27,7 +27,7 @@ bool isOurs(StoreOpening opening) {
 }  // namespace
 
 WishStore::WishStore(MachineStore& store, MachineWishFile* file, const services::Logger& logger)
-    : store_(store), file_(isOurs(store.opening()) ? file : nullptr), logger_(logger) {
+    : PassingStore(store), file_(isOurs(store.opening()) ? file : nullptr), logger_(logger) {
   if (file_ == nullptr)
     return;
   takeReading(file_->read());

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/machine/machine.h"
+#include "host/machine/passing_store.h"
 #include "morvik/status.h"
 #include "services/log.h"
 
@@ -23,7 +24,7 @@ namespace morvik::host {
 /// user is forgotten where either of the two says so. A file that cannot be read at present counts as one that says
 /// forgotten, and is read again with each flush, on the store's thread, until it can be read or the flag is set. The
 /// flag is set by one thread at a time (under the house lock); everything else is for any thread.
-class WishStore final : public MachineStore {
+class WishStore final : public PassingStore {
  public:
   using Reading = MachineWishFile::Reading;
 
@@ -54,7 +55,6 @@ class WishStore final : public MachineStore {
 
   kit::Value get(std::string_view key) const override;
   void set(std::string_view key, kit::Value value) override;
-  void append(std::string_view key, kit::Value element) override { store_.append(key, std::move(element)); }
   void replace(std::string_view key, const kit::Value& before, kit::Value after) override;
   void setTogether(std::span<StoreWrite> writes) override;
   bool synchronize() override;
@@ -62,17 +62,11 @@ class WishStore final : public MachineStore {
   /// Never the flag: a dying thread waits for no file.
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override;
 
-  StoreOpening opening() const override { return store_.opening(); }
-  const std::string& openingLine() const override { return store_.openingLine(); }
   void setWhenTakenOver(kit::Block hook) override;
   bool commitTurn() override;
   bool synchronizeUntold() override;
   void tellWaiting() override;
-  bool isKept() const override { return store_.isKept(); }
-  std::vector<std::pair<std::string, kit::Value>> all() const override { return store_.all(); }
-  void flushNow() override { store_.flushNow(); }
   void setWhenFlushed(kit::Block hook) override;
-  void shutdown() override { store_.shutdown(); }
 
  private:
   /// What there is to say, in the order in which it came about.
@@ -104,7 +98,6 @@ class WishStore final : public MachineStore {
   bool writeIfDue();
   void noteProblem(const std::optional<kit::Error>& error);
 
-  MachineStore& store_;
   MachineWishFile* const file_;
   const services::Logger logger_;
   std::atomic<Doubt> doubt_{Doubt::kNone};
