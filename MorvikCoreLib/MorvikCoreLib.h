@@ -137,7 +137,6 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
     std::function<void(BatchEnd)> batchDidEnd{};  ///< the slot is free, but for one that the wish stopped
     std::function<void()> attributionDidEnd{};    ///< it may have failed
     std::function<void()> nextBatchWasDropped{};  ///< that was due
-    std::function<void(const kit::Value& record)> activityIsGivenUp{};  ///< and is still stored
   };
   /// Set before the first session.
   void setDeliveryObserver(DeliveryObserver observer) { delivery_observer_ = std::move(observer); }

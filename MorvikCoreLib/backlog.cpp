@@ -97,8 +97,6 @@ void MorvikCoreLib::giveUpActivity(const SentBatch& batch) {
   MORVIK_LOG(log(), lcl_vError, "-[MorvikCoreLib tracking:]_block_invoke",
              "MRVK_QA-an activity is given up, the service does not take its %lu bytes : %@", batch.plain_bytes,
              batch.last_activity["activityEventID"]);
-  if (delivery_observer_.activityIsGivenUp)
-    delivery_observer_.activityIsGivenUp(batch.last_activity);
   store().inOneStep([this, &batch] {
     const Value stored = store().fendoActivityInfos();
     kit::MutableArray survivors(stored);

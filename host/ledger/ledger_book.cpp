@@ -58,6 +58,31 @@ Ledger LedgerBook::read() {
   return accounts_.toLedger(stored_.counts());
 }
 
+LedgerMoments::Moment LedgerBook::momentNow() {
+  const Hold hold(*this);
+  takeChangesFromElsewhere();
+  return moments_->begin(stored_.count(Kind::kActivities), stored_.count(Kind::kImpressions));
+}
+
+/// Within its handler an exchange has ended, and the book does not have it so yet.
+LedgerMoments::Left LedgerBook::left(LedgerMoments::Moment moment) {
+  const Hold hold(*this);
+  takeChangesFromElsewhere();
+  LedgerMoments::Left left = moments_->left(moment);
+  const LedgerExchange* running = exchanges_.running();
+  if (running == nullptr)
+    return left;
+  const bool is_accepted = running->isAccepted();
+  for (const LedgerOrphans::Settled& settled : orphans_.settledBy(exchanges_.runningId(), is_accepted)) {
+    if (!LedgerMoments::follows(settled.kind) || settled.first_after > moment)
+      continue;
+    left.waiting -= settled.count;
+    if (!is_accepted && LedgerMoments::isLoss(settled.reason))
+      left.given_up += settled.count;
+  }
+  return left;
+}
+
 // ------------------------------------------------------------------------------------------- what others did to the
 // store
 
@@ -90,6 +115,10 @@ void LedgerBook::takeListFromElsewhere(Kind kind) {
   else
     accounts_.record(kind, growth.more - std::min(growth.more, announced));
   accounts_.giveUp(kind, Reason::kMissing, growth.fewer);
+  if (growth.fewer > 0)
+    moments_->listWasCut(kind, stored_.count(kind));
+  else if (growth.before.size() > 0 && !stored_.list(kind).array()[0].identicalTo(growth.before.array()[0]))
+    moments_->listCameToLight(kind, growth.more);
 }
 
 /// Of the book the one in the file stands: another part of the same account, that of earlier processes. A file without
@@ -107,6 +136,8 @@ void LedgerBook::takeInWhatCameToLight() {
   accounts_.recordUnwritten(Kind::kActivities, announced);
   const DemographicSets sets = DemographicSets::from(store_.get(kDemographicSetsKey));
   LedgerAccounts::Found found = stored_.lookAgainInTheLight();
+  for (size_t kind = 0; kind < kLedgerKinds; ++kind)
+    moments_->listCameToLight(static_cast<Kind>(kind), found.stored[kind]);
   uint64_t& activities = found.stored[indexOf(Kind::kActivities)];
   activities -= std::min(activities, announced);
   LedgerAccounts accounts(earlier, {.activities = activities,
@@ -210,6 +241,7 @@ void LedgerBook::setList(Kind kind, const kit::Value& value, LedgerWriter writer
   } else if (!change.removed.empty()) {
     remove(departure(kind, writer), before, change);
     exchanges_.listShrank(kind, change);
+    moments_->listShrank(kind, change);
   }
   add(kind, after, change.added, writer);
   stored_.setList(kind, value);
@@ -267,7 +299,7 @@ void LedgerBook::removeOne(const LedgerDeparture& departure, const kit::Value& r
   const std::vector<uint64_t>& carried_by = carriers.of(record, index);
   const Reason reason = whyGone(departure, record, !carried_by.empty(), traces_, exchanges_);
   noteWhetherBroken(departure.kind, reason);
-  giveUp(departure.kind, reason, carried_by);
+  giveUp(departure.kind, reason, moments_->firstAfter(departure.kind, index), carried_by);
 }
 
 void LedgerBook::add(Kind kind, const kit::Array& after, size_t added, LedgerWriter writer) {
@@ -348,7 +380,7 @@ void LedgerBook::takeNote(const Note& note, const LedgerDeparture& gone) {
     return;
   if (gone.is_accepted && !note.replaced.is_pending && gone.ended->values[note.slot] == note.replaced.version)
     return credit(Kind::kDemographics, *gone.ended, 1);
-  giveUp(Kind::kDemographics, whyValueGone(gone, note.replaced.is_pending),
+  giveUp(Kind::kDemographics, whyValueGone(gone, note.replaced.is_pending), 0,
          exchanges_.carriersOfValue(note.slot, note.replaced.version, gone.ended));
 }
 
@@ -512,6 +544,8 @@ void LedgerBook::handlerEnded(uint64_t id, LedgerDeparted departed) {
   }
   for (const LedgerOrphans::Settled& settled : orphans_.settle(id, is_accepted)) {
     accounts_.endUnderWay(settled.kind, settled.count);
+    moments_->wasSettled(settled.kind, settled.first_after, settled.count,
+                         !is_accepted && LedgerMoments::isLoss(settled.reason));
     if (is_accepted)
       credit(settled.kind, exchange, settled.count);
     else
@@ -535,11 +569,16 @@ void LedgerBook::backgroundBlockEnded() {
 // writing
 
 /// It is, unless a request that carries it is accepted yet.
-void LedgerBook::giveUp(Kind kind, Reason reason, const std::vector<uint64_t>& carriers) {
-  if (carriers.empty())
+void LedgerBook::giveUp(Kind kind, Reason reason, LedgerMoments::Moment first_after,
+                        const std::vector<uint64_t>& carriers) {
+  if (carriers.empty()) {
+    if (LedgerMoments::isLoss(reason))
+      moments_->wasLost(kind, first_after, 1);
     return accounts_.giveUp(kind, reason, 1);
+  }
   accounts_.beginUnderWay(kind, 1);
-  orphans_.add(kind, reason, carriers);
+  moments_->wentUnderWay(kind, first_after, 1);
+  orphans_.add(kind, reason, first_after, carriers);
 }
 
 void LedgerBook::credit(Kind kind, const LedgerExchange& exchange, uint64_t by) {

@@ -13,13 +13,15 @@
 // Three sources tell the book what happens: the store (what comes and goes), the services object (what is batched, what
 // is answered) and the transport (what leaves, and when its handler runs). Its rooms, each of which stands alone: the
 // counts (ledger_accounts.h), what is stored (ledger_stored.h), what is under way (ledger_exchanges.h,
-// ledger_orphans.h), and why a record went (ledger_judgement.h).
+// ledger_orphans.h), why a record went (ledger_judgement.h), and what is left of what somebody waits for
+// (ledger_moments.h).
 #pragma once
 
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,6 +32,7 @@
 #include "host/ledger/ledger_exchange.h"
 #include "host/ledger/ledger_exchanges.h"
 #include "host/ledger/ledger_judgement.h"
+#include "host/ledger/ledger_moments.h"
 #include "host/ledger/ledger_orphans.h"
 #include "host/ledger/ledger_stored.h"
 #include "host/ledger/list_change.h"
@@ -82,6 +85,14 @@ class LedgerBook {
 
   /// The account as of now. Any thread; some microseconds, whatever is stored.
   Ledger read();
+
+  // Those who wait for the delivery of what was recorded so far.
+  /// This moment. To be forgotten some time, in moments().
+  LedgerMoments::Moment momentNow();
+  /// What is left of what was recorded before it. Within the handler of an exchange, as that has ended.
+  LedgerMoments::Left left(LedgerMoments::Moment moment);
+  /// They may outlive the book.
+  const std::shared_ptr<LedgerMoments>& moments() const { return moments_; }
 
   // The store's side.
   /// Sets the value in the store, with what changes in the book in the same transaction. Kinds that are not counted go
@@ -158,7 +169,8 @@ class LedgerBook {
   void removeOne(const LedgerDeparture& departure, const kit::Value& record, size_t index, LedgerCarriers& carriers);
   void add(LedgerKind kind, const kit::Array& after, size_t added, LedgerWriter writer);
   void addClick(const kit::Value& click, LedgerWriter writer);
-  void giveUp(LedgerKind kind, LedgerReason reason, const std::vector<uint64_t>& carriers);
+  void giveUp(LedgerKind kind, LedgerReason reason, LedgerMoments::Moment first_after,
+              const std::vector<uint64_t>& carriers);
   void credit(LedgerKind kind, const LedgerExchange& exchange, uint64_t count);
   void noteWhetherBroken(LedgerKind kind, LedgerReason reason);
   bool isInBackground() const { return background_thread_ == std::this_thread::get_id(); }
@@ -175,6 +187,7 @@ class LedgerBook {
   const std::array<std::string, kLedgerEndpoints> urls_;
   const services::Logger logger_;
   const bool has_hashed_identifier_;
+  const std::shared_ptr<LedgerMoments> moments_ = std::make_shared<LedgerMoments>();
   std::atomic<uint32_t> broken_kinds_{0};                                 ///< bits
   std::array<std::atomic<uint64_t>, kLedgerRefusals.size()> refusals_{};  ///< not in the accounts yet
   std::atomic<std::thread::id> handler_thread_{};  ///< on which a handler runs; none else than it waits for the book

@@ -39,6 +39,8 @@ class LedgerExchanges {
   void handlerBegins(uint64_t id);
   /// Whose handler runs on this thread; null: none's.
   LedgerExchange* running();
+  /// Its number, or that of one that runs elsewhere; 0: none runs.
+  uint64_t runningId() const { return running_; }
   /// Whether any handler runs, on any thread.
   bool isAnyRunning() const { return running_ != 0; }
   /// The handler is done.

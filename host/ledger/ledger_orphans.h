@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "host/ledger/ledger_moments.h"
 #include "host/ledger/ledger_reasons.h"
 
 namespace morvik::host {
@@ -13,22 +14,28 @@ namespace morvik::host {
 /// and while these are under way only so much leaves the lists as they carry.
 class LedgerOrphans {
  public:
-  /// One record more. `reason` counts if none of `carriers`, of which there is at least one, is accepted.
-  void add(LedgerKind kind, LedgerReason reason, const std::vector<uint64_t>& carriers);
+  /// One record more, with the first moment after it. `reason` counts if none of `carriers`, of which there is at least
+  /// one, is accepted.
+  void add(LedgerKind kind, LedgerReason reason, LedgerMoments::Moment first_after,
+           const std::vector<uint64_t>& carriers);
 
   struct Settled {
     LedgerKind kind;
     LedgerReason reason;
+    LedgerMoments::Moment first_after = 0;
     uint64_t count = 0;
   };
   /// A request has ended. Accepted, what it carries is settled; else what no other request carries. In the order in
   /// which they came.
   std::vector<Settled> settle(uint64_t ended, bool is_accepted);
+  /// What settle() would answer.
+  std::vector<Settled> settledBy(uint64_t ended, bool is_accepted) const;
 
  private:
   struct Group {
     Settled records;
     std::vector<uint64_t> carriers;
+    bool isSettledBy(uint64_t ended, bool is_accepted) const;
   };
   std::vector<Group> groups_;
 };

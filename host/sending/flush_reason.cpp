@@ -33,7 +33,7 @@ std::string_view toText(FlushReason reason) {
     case FlushReason::kInsideACallback:
       return "a callback cannot wait";
     case FlushReason::kGivenUp:
-      return "impressions that were recorded while a batch was on its way went unsent with its answer";
+      return "nothing waits, but a rule let some go that the service has not accepted";
     case FlushReason::kStaysStored:
       return "the service accepted the batches, and these were in none of them";
   }

@@ -23,7 +23,7 @@ std::chrono::milliseconds within(std::chrono::milliseconds timeout) {
 }
 
 /// `reason`: why something waits, if it does.
-FlushResult resultOf(const RecordedSoFar::Left& left, FlushReason reason) {
+FlushResult resultOf(const LedgerMoments::Left& left, FlushReason reason) {
   if (left.waiting == 0 && left.given_up == 0)
     return {.is_delivered = true};
   return {
@@ -34,14 +34,20 @@ FlushResult resultOf(const RecordedSoFar::Left& left, FlushReason reason) {
 
 /// Of one flush. What changes does so on the main queue.
 struct Flushes::Flush {
-  explicit Flush(std::shared_ptr<RecordedSoFar> recorded) : recorded_(std::move(recorded)), moment_(recorded_->now()) {}
+  explicit Flush(LedgerBook& ledger)
+      : ledger_(ledger), moments_(ledger.moments()), begun_(ledger.momentNow()), moment_(begun_) {}
   Flush(const Flush&) = delete;
   Flush& operator=(const Flush&) = delete;
-  ~Flush() { recorded_->forget(moment_); }
-  /// What was recorded by now belongs to it.
-  void takeNow() { recorded_->forget(moment_.exchange(recorded_->now())); }
-  RecordedSoFar::Left left() const { return recorded_->left(moment_); }
-  RecordedSoFar::Left lastKnownLeft() const { return recorded_->lastKnownLeft(moment_); }
+  /// A block that is never run may outlive the book.
+  ~Flush() {
+    moments_->forget(begun_);
+    moments_->forget(moment_);
+  }
+  /// What was recorded by now belongs to it. Once.
+  void takeNow() { moment_ = ledger_.momentNow(); }
+  LedgerMoments::Left left() const { return ledger_.left(moment_); }
+  /// As the book knew it last; waits for nobody.
+  LedgerMoments::Left lastKnownLeft() const { return moments_->left(moment_); }
 
   Done done;
   std::shared_ptr<Waiter> waiter;  ///< null: nobody waits on a thread
@@ -51,8 +57,10 @@ struct Flushes::Flush {
   size_t pushes = 0;
 
  private:
-  const std::shared_ptr<RecordedSoFar> recorded_;  ///< a block that is never run may outlive the flushes
-  std::atomic<RecordedSoFar::Moment> moment_;
+  LedgerBook& ledger_;
+  const std::shared_ptr<LedgerMoments> moments_;
+  const LedgerMoments::Moment begun_;
+  std::atomic<LedgerMoments::Moment> moment_;
 };
 
 struct Flushes::Waiter {
@@ -67,31 +75,33 @@ struct Flushes::Waiter {
   }
 };
 
-Flushes::Flushes(Parts parts)
-    : parts_(std::move(parts)),
-      recorded_(std::make_shared<RecordedSoFar>(parts_.store, parts_.ledger, parts_.shared_state.stop_request)) {}
+Flushes::Flushes(Parts parts) : parts_(std::move(parts)) {}
 Flushes::~Flushes() = default;
 
 void Flushes::follow(MorvikCoreLib& core) {
   core_ = &core;
   core.setDeliveryObserver({.batchDidEnd = [this](BatchEnd end) { batchDidEnd(end); },
                             .attributionDidEnd = [this] { advance(); },
-                            .nextBatchWasDropped = [this] { advance(); },
-                            .activityIsGivenUp = [this](const kit::Value& record) { recorded_->giveUp(record); }});
+                            .nextBatchWasDropped = [this] { advance(); }});
 }
 
 // --------------------------------------------------------------------------------------------------------- from the
 // app
 
 void Flushes::begin(Done done, std::chrono::milliseconds timeout) {
-  auto flush = std::make_shared<Flush>(recorded_);
+  auto flush = std::make_shared<Flush>(parts_.ledger);
   flush->done = std::move(done);
   if (const auto refusal = add(flush, timeout))
     tellNow(flush->done, *refusal);
 }
 
 FlushResult Flushes::resultNow(FlushReason reason) const {
-  return resultOf(RecordedSoFar::Left{.waiting = recorded_->stored()}, reason);
+  return resultOf({.waiting = waitingNow(), .given_up = 0}, reason);
+}
+
+uint64_t Flushes::waitingNow() const {
+  return parts_.store.fendoActivityInfos().size() + parts_.store.fendoImpressionInfos().size() +
+         parts_.ledger.moments()->underWay();
 }
 
 std::optional<FlushReason> Flushes::add(const FlushPointer& flush, std::chrono::milliseconds timeout) {
@@ -134,9 +144,9 @@ FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
     MORVIK_LOG(parts_.logger, kit::lcl_vError, kWait,
                "Morvik host: a callback cannot wait for a delivery, which would have to go on behind it; call flush() "
                "there");
-    return {.waiting = recorded_->stored(), .reason = FlushReason::kInsideACallback};
+    return {.waiting = waitingNow(), .reason = FlushReason::kInsideACallback};
   }
-  const auto flush = std::make_shared<Flush>(recorded_);
+  const auto flush = std::make_shared<Flush>(parts_.ledger);
   flush->waiter = std::make_shared<Waiter>();
   Waiter& waiter = *flush->waiter;
   const auto deadline = std::chrono::steady_clock::now() + within(timeout);

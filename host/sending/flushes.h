@@ -15,7 +15,6 @@
 #include "host/life/host_life.h"
 #include "host/machine/machine.h"
 #include "host/machine/turn_gate.h"
-#include "host/sending/recorded_so_far.h"
 #include "kit/MorvikADUtil.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/kit.h"
@@ -95,9 +94,10 @@ class Flushes {
   void tell(const Flush& flush, const FlushResult& result) const;
   void tellNow(const Done& done, FlushReason reason) const;
   FlushResult resultNow(FlushReason reason) const;
+  /// Of all that was ever recorded.
+  uint64_t waitingNow() const;
 
   const Parts parts_;
-  const std::shared_ptr<RecordedSoFar> recorded_;
   MorvikCoreLib* core_ = nullptr;
   mutable std::mutex mutex_;  // guards what follows
   std::list<FlushPointer> flushes_;

@@ -78,20 +78,26 @@ enum class FlushReason : uint8_t {
   kTooMany,          ///< kMaxFlushes wait for their end already
   kStopped,          ///< the kit was stopped meanwhile
   kInsideACallback,  ///< waitUntilDelivered() alone: it cannot wait where the kit's own work would have to go on
-  kGivenUp,          ///< nothing waits, but not all was sent: see FlushResult::given_up
+  kGivenUp,          ///< nothing waits, but not all was accepted: see FlushResult::given_up
   kStaysStored,      ///< the service accepted several batches, and what waits stood in none of them
 };
 
 /// Calls of flush() and waitUntilDelivered() that may wait for their end at a time.
 inline constexpr size_t kMaxFlushes = 1000;
 
-/// What flush() tells.
+/// What flush() tells of the activities and impressions that were recorded before the call and had not been accepted
+/// by then.
 struct FlushResult {
+  /// Nothing waits, and nothing was given up: the service has accepted each of them. Only the "end" of a session that
+  /// went on within a minute need not have been: such an end is taken back, not sent.
   bool is_delivered = false;
-  uint64_t waiting = 0;  ///< of the activities and impressions that were recorded before the call
-  /// Of those, the ones that are not sent any more and that the ledger counts as given up: impressions that were
-  /// recorded while a batch was on its way and went with its acceptance without having been in it, and activities of
-  /// more than 1 MiB that the service found too large.
+  /// In the store, or in a batch alone whose answer has not come.
+  uint64_t waiting = 0;
+  /// Removed since the call by one of these rules, without having been accepted; not sent any more, and given up in the
+  /// ledger: an impression that an accepted batch did not carry; an activity or an impression that the answer to
+  /// another batch took out of the store, and whose own batch was not accepted; an activity of more than 1 MiB that the
+  /// service found too large; one that was written over by hand. And what was no longer in the store, should that ever
+  /// be.
   uint64_t given_up = 0;
   FlushReason reason = FlushReason::kDelivered;
 };

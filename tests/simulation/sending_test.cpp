@@ -681,6 +681,77 @@ TEST_F(Flushing, TellsOfImpressionsThatWentWithABatchWhichDidNotCarryThem) {
   EXPECT_EQ(device.kit().ledger().accounts[1].givenUp(), 1u);
 }
 
+/// A device whose first batch is answered after four seconds, and whose second one, which took its place, after eight.
+class FlushingBehindABatch : public Flushing {
+ protected:
+  void buildBoth(fakes::Answer second) {
+    device.advance(minutes(2));
+    device.network().on(services::kTrackingPath).then(fakes::Answer::json(kit::Dictionary{{"Result", true}}).after(4));
+    device.perform([this] {
+      device.kit().addActivity("shop", "first");
+      device.kit().pushTracking();
+    });
+    device.network().on(services::kTrackingPath).then(std::move(second).after(8));
+    device.perform([this] {
+      device.kit().addActivity("shop", "second");
+      device.kit().addImpression({.campaign_key = 1});
+      device.kit().applicationDidBecomeActive();  // which frees the slot
+      device.kit().pushTracking();
+    });
+    flush(device);
+  }
+
+  AttributedDevice device;
+};
+
+TEST_F(FlushingBehindABatch, WaitsForTheAnswerToItsOwnWhereTheOneBeforeTookItOutOfTheStore) {
+  buildBoth(fakes::Answer::json(kit::Dictionary{{"Result", true}}));
+  device.advance(seconds(5));
+  ASSERT_EQ(device.waiting("shop", "second"), 0u) << "the first answer has taken it";
+  EXPECT_THAT(results, IsEmpty()) << "it is on its way";
+  device.advance(seconds(5));
+  EXPECT_EQ(reason(), FlushReason::kDelivered);
+  EXPECT_TRUE(results[0].is_delivered);
+  EXPECT_EQ(device.kit().ledger().of("activities").under_way, 0u);
+}
+
+TEST_F(FlushingBehindABatch, TellsOfWhatTheAnswerBeforeTookOutOfTheStoreAndTheServiceDidNotAcceptThen) {
+  buildBoth(fakes::Answer::json(kit::Dictionary{{"Result", false}}));
+  device.advance(seconds(10));
+  ASSERT_EQ(device.delivered("shop", "second"), 0u);
+  EXPECT_EQ(reason(), FlushReason::kGivenUp);
+  EXPECT_FALSE(results[0].is_delivered);
+  const Ledger ledger = device.kit().ledger();
+  EXPECT_EQ(results[0].given_up, ledger.of("activities").givenUp() + ledger.of("impressions").givenUp());
+  EXPECT_GE(results[0].given_up, 2u);
+  EXPECT_TRUE(ledger.isSound());
+}
+
+TEST_F(FlushingBehindABatch, CountsWhatIsInABatchAloneAmongWhatWaits) {
+  buildBoth(fakes::Answer::json(kit::Dictionary{{"Result", true}}));
+  device.advance(seconds(5));
+  FlushResult late;
+  device.kit().flush([&late](const FlushResult& result) { late = result; }, seconds(1));
+  device.advance(seconds(2));
+  EXPECT_EQ(late.reason, FlushReason::kTimeout);
+  const Ledger ledger = device.kit().ledger();
+  ASSERT_GE(ledger.of("activities").under_way, 1u);
+  EXPECT_EQ(late.waiting,
+            ledger.of("activities").stored + ledger.of("activities").under_way + ledger.of("impressions").under_way);
+}
+
+TEST_F(Flushing, CallsTheEndOfASessionThatWentOnDelivered) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  device.leave();
+  ASSERT_EQ(device.waiting(services::kFendoActivityGroupSession, "end"), 1u);
+  device.kit().addActivity("shop", "purchase");
+  device.kit().applicationDidBecomeActive();
+  flush(device);
+  EXPECT_EQ(reason(), FlushReason::kDelivered);
+  EXPECT_EQ(device.kit().ledger().of("activities").givenUp(), 1u);
+}
+
 TEST_F(Flushing, PushesAgainWhatAnAcceptedBatchCouldNotTrim) {
   AttributedDevice device;
   device.advance(minutes(2));

@@ -17,14 +17,14 @@ MATCHER_P3(Is, kind, reason, count, "") {
 
 TEST(LedgerOrphans, AreSettledByTheFirstAnswerThatAcceptsThem) {
   LedgerOrphans orphans;
-  orphans.add(Kind::kActivities, Reason::kPlaceTaken, {1, 2});
+  orphans.add(Kind::kActivities, Reason::kPlaceTaken, 0, {1, 2});
   EXPECT_THAT(orphans.settle(2, true), ElementsAre(Is(Kind::kActivities, Reason::kPlaceTaken, 1)));
   EXPECT_THAT(orphans.settle(1, true), IsEmpty());
 }
 
 TEST(LedgerOrphans, AreSettledByTheLastThatFails) {
   LedgerOrphans orphans;
-  orphans.add(Kind::kActivities, Reason::kPlaceTaken, {1, 2});
+  orphans.add(Kind::kActivities, Reason::kPlaceTaken, 0, {1, 2});
   EXPECT_THAT(orphans.settle(3, true), IsEmpty()) << "it carried none of them";
   EXPECT_THAT(orphans.settle(1, false), IsEmpty());
   EXPECT_THAT(orphans.settle(2, false), ElementsAre(Is(Kind::kActivities, Reason::kPlaceTaken, 1)));
@@ -32,11 +32,11 @@ TEST(LedgerOrphans, AreSettledByTheLastThatFails) {
 
 TEST(LedgerOrphans, ComeTogetherOnlyWhenTheyAreAlike) {
   LedgerOrphans orphans;
-  orphans.add(Kind::kActivities, Reason::kPlaceTaken, {1});
-  orphans.add(Kind::kActivities, Reason::kPlaceTaken, {1});
-  orphans.add(Kind::kActivities, Reason::kByHand, {1});
-  orphans.add(Kind::kImpressions, Reason::kByHand, {1});
-  orphans.add(Kind::kImpressions, Reason::kByHand, {1, 2});
+  orphans.add(Kind::kActivities, Reason::kPlaceTaken, 0, {1});
+  orphans.add(Kind::kActivities, Reason::kPlaceTaken, 0, {1});
+  orphans.add(Kind::kActivities, Reason::kByHand, 0, {1});
+  orphans.add(Kind::kImpressions, Reason::kByHand, 0, {1});
+  orphans.add(Kind::kImpressions, Reason::kByHand, 0, {1, 2});
   EXPECT_THAT(orphans.settle(1, false),
               ElementsAre(Is(Kind::kActivities, Reason::kPlaceTaken, 2), Is(Kind::kActivities, Reason::kByHand, 1),
                           Is(Kind::kImpressions, Reason::kByHand, 1)));
