@@ -198,7 +198,8 @@ void Flushes::endRest() {
 std::optional<FlushReason> Flushes::obstacle() const {
   if (parts_.services.isGDPRForgetMe())
     return FlushReason::kForgotten;
-  if (parts_.services.isSendingOff())
+  // The switch is at once; the kit's own flag follows in a turn.
+  if (!parts_.sending.isOn() || parts_.services.isSendingOff())
     return FlushReason::kSendingOff;
   if (parts_.shared_state.kAESSuperKeyForTracking.empty())
     return FlushReason::kNoTrackingKey;
@@ -249,9 +250,9 @@ void Flushes::batchDidEnd(BatchEnd end) {
   }
   const bool has_network = parts_.util.getNetworkStatus() != kit::kNetworkUnknown;
   const FlushReason without_answer = has_network ? FlushReason::kNoAnswer : FlushReason::kNoNetwork;
-  // Who is not forgotten was held.
+  // A wish or the switch stopped it. Either may have been taken back since; only another one stops the next try.
   if (end == BatchEnd::kNotSent)
-    return finishAll(obstacle().value_or(FlushReason::kSendingOff));
+    return advance();
   for (const FlushPointer& flush : begun()) {
     if (!std::exchange(flush->was_pushed, false))
       continue;

@@ -15,6 +15,7 @@
 #include "host/life/host_life.h"
 #include "host/machine/machine.h"
 #include "host/machine/turn_gate.h"
+#include "host/sending/sending_switch.h"
 #include "kit/MorvikADUtil.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/kit.h"
@@ -44,6 +45,7 @@ class Flushes {
     services::MorvikGVUserDefaults store;
     LedgerBook& ledger;
     const kit::MorvikCoreServicesLib& services;
+    const SendingSwitch& sending;
     const kit::MorvikADUtil& util;
     const kit::SharedState& shared_state;
     const services::Logger& logger;

@@ -752,6 +752,23 @@ TEST_F(Flushing, CallsTheEndOfASessionThatWentOnDelivered) {
   EXPECT_EQ(device.kit().ledger().of("activities").givenUp(), 1u);
 }
 
+TEST_F(Flushing, GoesOnWhereAWishThatStoppedItsBatchWasTakenBack) {
+  AttributedDevice device;
+  device.advance(minutes(2));
+  device.network().on(services::kGdprReqUrlPath).always(fakes::Answer::body(503, ""));
+  const size_t before = batches(device);
+  device.perform([this, &device] {
+    device.kit().addActivity("shop", "purchase");
+    device.kit().pushTracking();
+    device.kit().gdprForgetMe(true);
+    device.kit().perform([&device] { device.kit().gdprForgetMe(false); });
+    device.kit().flush([this](const FlushResult& result) { results.push_back(result); }, seconds(30));
+  });
+  device.settle();
+  EXPECT_EQ(reason(), FlushReason::kDelivered);
+  EXPECT_EQ(batches(device), before + 1) << "of those that left";
+}
+
 TEST_F(Flushing, PushesAgainWhatAnAcceptedBatchCouldNotTrim) {
   AttributedDevice device;
   device.advance(minutes(2));
