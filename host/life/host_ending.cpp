@@ -212,6 +212,9 @@ void HostEnding::close(steady_clock::time_point begun, const std::function<void(
     closing->closeQueues();
     parts_->crash_hook.reset();
     closing->closeStore();
+    // Where there are none at all, the main queue has got to each of them, or its process is gone.
+    if (parts_->has_threads)
+      parts_->flushes.endRest();
     return finish(true, deadline, statusOf(*parts_), last);
   }
   closing->waitUntilQueuesAreClosed(deadline);
