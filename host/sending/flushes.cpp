@@ -123,6 +123,9 @@ std::optional<FlushReason> Flushes::add(const FlushPointer& flush, std::chrono::
     return refusal;
   const double seconds = std::chrono::duration<double>(within(timeout)).count();
   parts_.main_loop.async([this, flush, seconds] {
+    // Whoever waited for it may have gone meanwhile.
+    if (!isWaiting(flush))
+      return;
     // What was posted before has recorded what it had to by now.
     flush->takeNow();
     flush->has_begun = true;
@@ -295,6 +298,11 @@ void Flushes::tell(const Flush& flush, const FlushResult& result) const {
 void Flushes::tellNow(const Done& done, FlushReason reason) const {
   if (done)
     services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { done(resultNow(reason)); });
+}
+
+bool Flushes::isWaiting(const FlushPointer& flush) const {
+  const std::scoped_lock hold(mutex_);
+  return std::find(flushes_.begin(), flushes_.end(), flush) != flushes_.end();
 }
 
 bool Flushes::remove(const FlushPointer& flush) {

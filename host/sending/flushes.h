@@ -82,6 +82,7 @@ class Flushes {
 
   /// Nothing when it waits now; else why not.
   std::optional<FlushReason> add(const FlushPointer& flush, std::chrono::milliseconds timeout);
+  bool isWaiting(const FlushPointer& flush) const;
   bool remove(const FlushPointer& flush);
   std::list<FlushPointer> begun() const;
   std::list<FlushPointer> all() const;

@@ -156,6 +156,16 @@ TEST_F(SendingOnHost, PumpedByNobodyTheWaitEndsInTime) {
   EXPECT_EQ(result.waiting, 1u);
 }
 
+TEST_F(SendingOnHost, PumpedByNobodyTheWaitLeavesNoTimerBehind) {
+  const auto host = make(MainQueueMode::kPumped);
+  host->dispatch();
+  ASSERT_EQ(host->pollTimeoutMilliseconds(), -1);
+  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(milliseconds(500)); });
+  ASSERT_EQ(waiting.wait_for(kGiveUp), std::future_status::ready);
+  host->dispatch();
+  EXPECT_EQ(host->pollTimeoutMilliseconds(), -1) << "nobody waits any more";
+}
+
 TEST_F(SendingOnHost, InsideACallbackOfEitherQueueTheWaitReturnsAtOnce) {
   std::promise<FlushResult> in_background;
   MorvikCore* kit = nullptr;
