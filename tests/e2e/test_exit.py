@@ -19,6 +19,7 @@ import stage  # noqa: E402
 
 BUILD = os.environ["MORVIK_BUILD_DIR"]
 RUNS = int(os.environ.get("MORVIK_EXIT_RUNS", 102))
+RUNS_BESIDE = RUNS // 3
 LIVES_OF_AN_INSTALL = 5
 STATUS = 7
 # Longer takes only what hangs, with a sanitizer on a busy machine.
@@ -30,6 +31,9 @@ HOLDERS = ("local", "global", "static")
 PLACES = ("main", "thread", "callback", "background")
 WAYS = [("return", "main")] + [(way, place) for way in ("exit", "quick_exit", "abort", "_exit") for place in PLACES]
 STATUS_OF = {"abort": -6}
+# Of kits that nothing destroys: a thread that is within a call then has only the end itself against it.
+WAYS_BESIDE = [(way, place) for way in ("exit", "quick_exit") for place in ("main", "thread", "callback")]
+BESIDE = (["wait-beside"], ["stop-beside"], ["wait-beside", "stop-beside"])
 
 
 class Exit(unittest.TestCase):
@@ -45,11 +49,12 @@ class Exit(unittest.TestCase):
         self.addCleanup(self.service.stop)
         self.seen_events = 0
         self.delivered = set()
+        self.answered, self.longest = 0, 0.0
 
-    def live_and_end(self, holder, way, place, number):
+    def live_and_end(self, holder, way, place, number, beside=()):
         delay = self.random.randrange(MOST_DELAY_MICROSECONDS)
         arguments = [stage.program(BUILD, "exit_paths"), self.store, self.keys, self.service.url, self.service.ca_file,
-                     holder, way, place, str(delay), f"run{number}"]
+                     holder, way, place, str(delay), f"run{number}", *beside]
         if self.random.random() < 0.5:
             arguments.append("openssl-first")
         begin = time.monotonic()
@@ -76,7 +81,6 @@ class Exit(unittest.TestCase):
         return self.delivered
 
     def test_what_a_call_answered_for_is_there_after_every_end(self):
-        self.answered, self.longest = 0, 0.0
         kinds = [(holder, way, place) for holder in HOLDERS for way, place in WAYS]
         for number in range(RUNS):
             # New installs now and then; the others have something to send.
@@ -84,6 +88,15 @@ class Exit(unittest.TestCase):
             self.live_and_end(*kinds[number % len(kinds)], number)
         print(f"{RUNS} processes ended in {min(RUNS, len(kinds))} ways: {self.answered} events answered for, all there; "
               f"the longest life took {self.longest:.2f} s", flush=True)
+
+    def test_a_thread_that_waits_or_stops_beside_the_end_neither_hangs_nor_crashes(self):
+        kinds = [(way, place, beside) for beside in BESIDE for way, place in WAYS_BESIDE]
+        for number in range(RUNS_BESIDE):
+            self.store = os.path.join(self.folder, f"app-{number // LIVES_OF_AN_INSTALL}")
+            way, place, beside = kinds[number % len(kinds)]
+            self.live_and_end("local", way, place, number, beside)
+        print(f"{RUNS_BESIDE} processes ended beside threads that wait or stop: {self.answered} events answered for, all "
+              f"there; the longest life took {self.longest:.2f} s", flush=True)
 
 
 if __name__ == "__main__":

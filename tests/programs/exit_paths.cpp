@@ -1,10 +1,13 @@
 // An app that ends in the way it is told, in the middle of its life; tests/e2e/test_exit.py looks at what it left.
 //
-//   exit_paths STORE KEYS_FILE SERVICE_URL CA_FILE HOLDER WAY PLACE DELAY_MICROSECONDS NAME [openssl-first]
+//   exit_paths STORE KEYS_FILE SERVICE_URL CA_FILE HOLDER WAY PLACE DELAY_MICROSECONDS NAME [WORD...]
 //
 // HOLDER: where the kit stands: local, global, static (in a function).
 // WAY: return (from main), exit, quick_exit, abort, _exit. PLACE: where it is called: main, thread (of the app's),
 // callback (main queue), background (background queue).
+//
+// WORD: openssl-first, the app uses that library itself; wait-beside, stop-beside: beside the end another thread waits
+// for deliveries, or stops the kit. For a kit that nothing destroys.
 //
 // Each event of which a call has answered that it is kept is a line on standard output. The status is 7 where the way
 // takes one.
@@ -17,6 +20,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -39,6 +43,7 @@ struct Plan {
   std::string place;
   std::chrono::microseconds delay{0};
   std::string name;
+  std::set<std::string> words;  ///< the optional ones
 
   /// Threads of the app's may use the kit until the process is gone: nothing destroys it meanwhile.
   bool isNeverDestroyed() const {
@@ -97,6 +102,11 @@ void leaveCommerceEvent(const morvik::HostOptions& options) {
     (*host)->setStoredValue("commerceExpansionInfos", morvik::kit::Array{"event"});
 }
 
+void waitForDeliveries(morvik::MorvikCore& core) {
+  while (core.waitUntilDelivered(std::chrono::hours(1)).reason != morvik::FlushReason::kStopped) {
+  }
+}
+
 void goOnRecording(morvik::MorvikCore& core, const std::string& name) {
   for (int i = 0; i < kMaxEventsOfThread; ++i) {
     if (!record(core, name + "-" + std::to_string(i)))
@@ -119,19 +129,28 @@ void live(morvik::MorvikCore& core, const Plan& plan) {
     for (const char* thread : {"a", "b"})
       std::thread([&core, name = plan.name + thread] { goOnRecording(core, name); }).detach();
   }
+  if (plan.words.contains("wait-beside"))
+    std::thread([&core] { waitForDeliveries(core); }).detach();
   const auto moment = std::chrono::steady_clock::now() + plan.delay;
   while (std::chrono::steady_clock::now() < moment)
     std::this_thread::yield();
   if (plan.way == "return")
     return;
+  const auto end_now = [&core, way = plan.way, stops = plan.words.contains("stop-beside")] {
+    if (stops)
+      std::thread([&core] { core.stop(std::chrono::milliseconds(5)); }).detach();
+    end(way);
+  };
   if (plan.place == "main")
-    end(plan.way);
+    end_now();
   if (plan.place == "thread")
-    std::thread([way = plan.way] { end(way); }).detach();
+    std::thread(end_now).detach();
   else if (plan.place == "callback")
-    core.perform([way = plan.way] { end(way); });
+    core.perform(end_now);
   else
     enterBackgroundToEnd(core);
+  if (plan.words.contains("wait-beside"))
+    waitForDeliveries(core);
   for (;;)
     ::pause();
 }
@@ -143,10 +162,11 @@ int main(int count, char** arguments) {
     std::cerr << "exit_paths: too few arguments; see the head of its source\n";
     return 2;
   }
-  const Plan plan{arguments[5], arguments[6], arguments[7], std::chrono::microseconds(std::stoll(arguments[8])),
-                  arguments[9]};
-  if (count > 10)
-    OPENSSL_init_crypto(0, nullptr);  // as an app does that uses the library itself
+  const Plan plan{arguments[5], arguments[6],
+                  arguments[7], std::chrono::microseconds(std::stoll(arguments[8])),
+                  arguments[9], std::set<std::string>(arguments + 10, arguments + count)};
+  if (plan.words.contains("openssl-first"))
+    OPENSSL_init_crypto(0, nullptr);
   const morvik::HostOptions options = optionsOf(arguments, plan);
   if (plan.place == "background")
     leaveCommerceEvent(options);
