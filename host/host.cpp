@@ -54,12 +54,24 @@ void Host::applicationDidEnterBackground() {
   callOnMain([parts = parts_.get()] { parts->notifications.post(kit::Notification::kApplicationDidEnterBackground); });
 }
 
+/// Nothing here waits: the log may be the app's, and the store may be closed.
+Recorded Host::refuseNotRunning() {
+  parts_->ledger.wasRefused(Recorded::kRefusedNotRunning);
+  if (!is_not_running_told_.exchange(true)) {
+    const services::Logger logger = parts_->logger.withoutWaiting();
+    MORVIK_LOG(logger, kit::lcl_vWarning, "-[MorvikCore record]",
+               "Morvik host: something was handed over after the end of the kit had begun, and is refused, as all that "
+               "follows: stop the kit once nothing records any more; the ledger counts the refusals");
+  }
+  return Recorded::kRefusedNotRunning;
+}
+
 /// What records runs on the calling thread, unless the kit is being stopped. What it throws (no memory, say) ends here.
 template <class Record>
 Recorded Host::recordNow(Record record) {
   const CallGate::Call call(parts_->calls);
   if (!call.isIn() || !takesPlace())
-    return Recorded::kRefusedNotRunning;
+    return refuseNotRunning();
   const Recorded recorded = services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record)
                                 .value_or(Recorded::kRefusedNotRunning);
   // No turn need follow that would see to it.

@@ -1,6 +1,7 @@
 // The host: the kit on a real machine, as an app sees it (morvik::MorvikCore) and as the programs of this tree do.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -125,6 +126,8 @@ class Host final : public morvik::MorvikCore {
   void settle(double limit_seconds, std::function<void(bool settled)> done);
 
  private:
+  /// Counts it, and says so the first time.
+  Recorded refuseNotRunning();
   template <class Record>
   Recorded recordNow(Record record);
   template <class Set>
@@ -141,6 +144,7 @@ class Host final : public morvik::MorvikCore {
 
   const std::shared_ptr<HostParts> parts_;
   const std::shared_ptr<HostEnding> ending_;
+  std::atomic<bool> is_not_running_told_{false};
   std::mutex erasing_mutex_;  // guards what follows
   std::condition_variable erased_;
   bool is_erasing_ = false;

@@ -113,8 +113,10 @@ class MorvikCore {
   /// structured one). Texts are UTF-8; bytes that are not are replaced (U+FFFD), with a line in the log. The time is
   /// that of the call. On the calling thread; waits for no disk sync and for one commit of another thread at most, some
   /// microseconds, however many are stored. Refused, with a line in the log at level 3: once the user asked to be
-  /// forgotten, without group or name, over kMaxEventBytes together. Refused without a line, and uncounted, by a kit
-  /// that does not run: once its end has begun, and in a forked child.
+  /// forgotten, without group or name, over kMaxEventBytes together. Refused by a kit that does not run, too: once its
+  /// end has begun, with one line for all of them if the log is still open, and in a forked child. The ledger counts
+  /// what is refused, but for a forked child, which has none; what comes after stop() has returned is counted in memory
+  /// alone, and the next start does not know of it.
   virtual Recorded addActivity(std::string_view group, std::string_view name,
                                std::optional<std::string_view> param = std::nullopt) = 0;
 

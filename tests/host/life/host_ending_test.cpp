@@ -128,6 +128,34 @@ TEST_F(HostEndingTest, RefusesWhatIsRecordedOnceItHasStopped) {
   EXPECT_FALSE(host->isGdprForgetMe());
 }
 
+TEST_F(HostEndingTest, CountsWhatIsRefusedFromItsBeginningOnAndSaysSoOnce) {
+  constexpr uint64_t kWhileItEnds = 100;
+  options.log_level = 3;
+  auto host = make();
+  test::BusyTurn busy(*host);
+  std::thread stopper([&host] { host->stop(); });
+  while (host->setAge(7) == Recorded::kKept)
+    std::this_thread::yield();
+  for (uint64_t event = 1; event < kWhileItEnds; ++event)
+    host->addActivity("g", "while it ends", std::nullopt);
+  busy.end();
+  stopper.join();
+  EXPECT_EQ(log.countContaining("something was handed over after the end of the kit had begun"), 1U);
+  const size_t lines = log.lines().size();
+  host->passOpenURL("x://y");
+  EXPECT_EQ(log.lines().size(), lines) << "the log is closed";
+  const auto refused = [](Host& of) {
+    const Ledger ledger = of.ledger();
+    EXPECT_TRUE(ledger.isSound()) << "they are in no account";
+    return ledger.refused.size() == 1 && ledger.refused[0].reason == toText(Recorded::kRefusedNotRunning)
+               ? ledger.refused[0].count
+               : 0;
+  };
+  EXPECT_EQ(refused(*host), kWhileItEnds + 1);
+  host.reset();
+  EXPECT_EQ(refused(*make()), kWhileItEnds) << "what came after the end is not written";
+}
+
 TEST_F(HostEndingTest, KeepsWhatABlockRecordsWhileTheEndWaitsForIt) {
   const auto host = make();
   std::promise<void> started;
