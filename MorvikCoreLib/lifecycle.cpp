@@ -301,7 +301,9 @@ void MorvikCoreLib::endSession() {
     if (!store().reEngagementInfos().isAbsent())
       makeFailureReEngagementConversionParameter();
     saveCommerceEvents();
-    setReEngagement_task(nullptr);
+    // A click that is held leaves later; should it fail then, it is to be kept as others are.
+    if (!services().isSendingOff())
+      setReEngagement_task(nullptr);
     if (!isTrackingPossible())
       return;
     kit_.main_queue.after(kSessionEndDelaySeconds, [object = shared_from_this(), session_length_milliseconds] {

@@ -242,6 +242,28 @@ TEST(Sending, OnAgainLeavesTheEndOfAKeptSessionOutThatABatchWhichNeverLeftLeftOu
   EXPECT_EQ(device.delivered(services::kFendoActivityGroupSession, "end"), ends);
 }
 
+TEST(Sending, KeepsAHeldClickThatFailsAfterItsSessionHasEnded) {
+  AttributedDevice device;
+  device.network().on(services::kReEngagementConversionPath).then(fakes::Answer::body(503, ""));
+  device.perform([&device] {
+    device.kit().passOpenURL("https://shop.example/?ck=12&mrvk_eng=1&sn=3");
+    device.kit().setSendingEnabled(false);
+  });
+  device.leave();
+  device.advance(hours(1));
+  EXPECT_THAT(device.network().requests(services::kReEngagementConversionPath), IsEmpty());
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_THAT(device.network().requests(services::kReEngagementConversionPath), SizeIs(1));
+  EXPECT_EQ(device.kit().ledger().of("re-engagement clicks").stored, 1u);
+  device.open();
+  device.leave();
+  device.settle();
+  const Ledger ledger = device.kit().ledger();
+  EXPECT_EQ(ledger.of("re-engagement clicks").delivered, 1u);
+  EXPECT_TRUE(ledger.isSound());
+}
+
 TEST(Sending, OnAgainAttributesAnInstallWhileAThirdPartyConversionWaits) {
   TestDevice device;
   device.network().on(services::kThirdPartyConversionPath).always(fakes::Answer::body(503, "").after(4));
