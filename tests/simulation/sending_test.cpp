@@ -264,6 +264,20 @@ TEST(Sending, KeepsAHeldClickThatFailsAfterItsSessionHasEnded) {
   EXPECT_TRUE(ledger.isSound());
 }
 
+TEST(Sending, AsksACommerceModuleNotWhenItIsOnAgainButWithTheEndOfTheSession) {
+  TestDeviceOptions options = withoutSending();
+  int asked = 0;
+  options.app.modules["Fendo"].saveCommerceEventAndSend = [&asked] { ++asked; };
+  AttributedDevice device(options);
+  device.perform([&device] { device.host().properties().setCommerceExpansionInfos(kit::Array{1}); });
+  device.kit().setSendingEnabled(true);
+  device.settle();
+  EXPECT_EQ(asked, 0);
+  device.leave();
+  device.settle();
+  EXPECT_EQ(asked, 1);
+}
+
 TEST(Sending, OnAgainAttributesAnInstallWhileAThirdPartyConversionWaits) {
   TestDevice device;
   device.network().on(services::kThirdPartyConversionPath).always(fakes::Answer::body(503, "").after(4));
