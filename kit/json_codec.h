@@ -17,8 +17,8 @@ class JsonCodec {
  public:
   virtual ~JsonCodec() = default;
   /// Any document; null is Value::null(), integers beyond 64 bits become doubles, of a key that is repeated the last
-  /// value counts. Strict otherwise: trailing text, comments, bad UTF-8 are errors that say where. Any thread; blocking
-  /// by the size of the text alone.
+  /// value counts. Strict otherwise: trailing text, comments, bad UTF-8, and more members and elements than the reader
+  /// takes (the host's: kMaxJsonItems) are errors that say where. Any thread; blocks by the size of the text alone.
   virtual std::variant<Value, Error> read(std::string_view text) const = 0;
   /// Compact text without options. Errors: dates, absent values, numbers that are not finite, depth.
   virtual std::variant<std::string, Error> write(const Value& value) const = 0;
