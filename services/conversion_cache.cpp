@@ -1,5 +1,6 @@
 #include "services/conversion_cache.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "services/converters.h"
@@ -9,6 +10,13 @@ namespace {
 
 int64_t keyOfTime(const kit::Value& record) {
   return checkIntegerNilToZero(record["conversion_key"]);
+}
+
+/// Lists of earlier versions hold what is no key, which the index takes for the key 0.
+bool holdsKeyZero(const kit::Array& keys) {
+  return std::any_of(keys.begin(), keys.end(), [](const kit::Value& element) {
+    return isConversionKey(element) && checkIntegerNilToZero(element) == 0;
+  });
 }
 
 }  // namespace
@@ -26,7 +34,8 @@ void ConversionCache::replace(const kit::Value& conversion_keys) {
 void ConversionCache::add(int64_t conversion_key) {
   store_.inOneStep([&] {
     const kit::Value keys = store_.fendoConversionInfoForCaches();
-    if (!keys_.contains(keys, conversion_key))
+    const bool is_there = keys_.contains(keys, conversion_key) && (conversion_key != 0 || holdsKeyZero(keys.array()));
+    if (!is_there)
       store_.setFendoConversionInfoForCaches(keys_.appended(keys, conversion_key));
   });
 }

@@ -41,6 +41,15 @@ TEST_F(ConversionCacheTest, TakesNullAndContainersForNoKeys) {
   EXPECT_EQ(keys(), Value(Array{1, "4", 0}));
 }
 
+TEST_F(ConversionCacheTest, AddsTheKeyZeroOnceToAListOfAnEarlierVersionThatHoldsNoKeys) {
+  const Array earlier{Value::null(), 1, Array{2}};
+  defaults.setFendoConversionInfoForCaches(earlier);
+  cache.add(0);
+  cache.add(0);
+  cache.add(1);
+  EXPECT_EQ(keys(), Value(Array{Value::null(), 1, Array{2}, 0}));
+}
+
 TEST_F(ConversionCacheTest, AddsAKeyOnce) {
   cache.add(5);
   cache.add(6);
