@@ -16,7 +16,7 @@ namespace morvik::host {
 /// Both lists lose records anywhere and are appended to at their end, so what was recorded before a moment is what lies
 /// before a place in the list, and what has left it while a request carries it. The book says what leaves and what
 /// becomes of it; what is appended changes nothing here. Any thread; a lock of its own, the last one, under which
-/// nothing is called.
+/// nothing is called. Needs no limit of its own: a flush has two moments, and kMaxFlushes bounds those.
 class LedgerMoments {
  public:
   /// Names a moment; later ones are greater.
