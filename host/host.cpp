@@ -74,10 +74,12 @@ Recorded Host::recordNow(Record record) {
     return refuseNotRunning();
   const Recorded recorded = services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record)
                                 .value_or(Recorded::kRefusedNotRunning);
-  // No turn need follow that would see to it.
-  if (recorded == Recorded::kKeptInMemory)
-    parts_->commit_retry.turnEnded(parts_->store->commitTurn());
-  return recorded;
+  if (recorded != Recorded::kKeptInMemory)
+    return recorded;
+  // No turn need follow that would try again. What is taken now was kept when the call returned.
+  const bool was_kept = parts_->store->isKept();
+  parts_->commit_retry.turnEnded(parts_->store->commitTurn());
+  return !was_kept && parts_->store->isKept() ? Recorded::kKept : recorded;
 }
 
 Recorded Host::addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) {

@@ -92,6 +92,18 @@ TEST_F(FullDisk, IsToldToWhoeverRecordsOrSetsMeanwhileAndNotAfterwards) {
   EXPECT_EQ(phone_->storedValue("host.handedOver").size(), 1U);
 }
 
+TEST_F(FullDisk, IsNotToldOfWhereTheSecondTryOfACallFindsRoom) {
+  const size_t stored = phone_->properties().fendoActivityInfos().size();
+  int failures = 1;
+  disk_.decide([&failures](const DiskCall& call) {
+    return call.kind == DiskCall::Kind::kWrite && failures-- > 0 ? SQLITE_FULL : SQLITE_OK;
+  });
+  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kKept);
+  EXPECT_LE(failures, 0);
+  dieAndStart();
+  EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), stored + 1);
+}
+
 TEST_F(FullDisk, IsTriedOnceInEveryTenSecondsAndNoMoreWhenAllIsKept) {
   size_t tries = 0;
   disk_.decide([&tries](const DiskCall& call) {
