@@ -17,10 +17,15 @@
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
 #include "host/host.h"
+#include "host/machine/machine.h"
 #include "host/privacy/wish_file.h"
+#include "host/store/commit_retry.h"
 #include "host/store/sqlite_store.h"
 #include "services/json_writer.h"
+#include "simulation/dice.h"
 #include "simulation/durations.h"
+#include "simulation/newer_program.h"
+#include "simulation/power_cut_loss.h"
 #include "simulation/thing_book.h"
 #include "simulation/virtual_machine.h"
 #include "simulation/workers.h"
@@ -44,6 +49,8 @@ constexpr int kLongQueueEvents = 90;
 constexpr size_t kNameBytes = 16;  // of a name in a complaint
 constexpr uint64_t kWrittenBackCallsPerEvent = 5;
 constexpr uint64_t kDroppedWriteEvery = 50;
+/// After it a commit that could not be made was tried again, and what it was made of can be synced.
+constexpr double kStoreRetriedSeconds = host::kCommitRetrySeconds + 2;
 
 /// How the service treats what comes.
 enum class Mood : uint8_t {
@@ -69,6 +76,7 @@ struct Item {
   bool arrived = false;
   std::vector<Permission> permissions;
   bool not_kept_yet = false;
+  std::optional<Recorded> told;     ///< to the app, of what is in the store or nowhere once that is answered
   int session_ends = 0;             ///< since it was recorded
   std::optional<Complaint> cut_by;  ///< the first cut after it was recorded
 };
@@ -94,6 +102,9 @@ using AllSides = std::array<Sides, host::kLedgerKinds>;
 struct Death {
   double at = 0;
   double undone_from = kNever;
+  double undone_from_of_kept = kNever;        ///< of what the app was told is kept
+  double undone_from_of_wish = kNever;        ///< a wish is lost only where both of its homes were in trouble
+  double undone_from_of_withdrawal = kNever;  ///< and a withdrawal where one was
 };
 
 std::string textOf(const Sides& sides) {
@@ -131,14 +142,35 @@ class HoldingStore final : public host::SqliteStore {
 class BusyMachine final : public VirtualMachine {
  public:
   BusyMachine(SimulatedDisk& disk, Sabotage sabotage) : VirtualMachine({.disk = &disk}), sabotage_(sabotage) {}
-  std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+  /// What a flush of the store does first is its first sync, with no commit held off.
+  bool isBeforeFirstSync() const { return is_before_first_sync_; }
+  void syncBegins() { is_before_first_sync_ = false; }
+
+  std::unique_ptr<host::MachineStore> makeStore(const std::string&, kit::LogSink& log) override {
+    host::SqliteStoreOptions options = storeOptions();
+    options.make_flusher = [this, make = options.make_flusher](host::StoreFlusher::Flush flush,
+                                                               std::chrono::milliseconds delay) {
+      return make(
+          [this, flush = std::move(flush)](host::StoreFlusher::Urgency urgency) {
+            is_before_first_sync_ = true;
+            flush(urgency);
+            is_before_first_sync_ = false;
+          },
+          delay);
+    };
     if (sabotage_ == Sabotage::kHoldsBack)
-      return std::make_unique<HoldingStore>(storeOptions(), log);
-    return VirtualMachine::makeStore(folder, log);
+      return std::make_unique<HoldingStore>(std::move(options), log);
+    return std::make_unique<host::SqliteStore>(std::move(options), log);
+  }
+  std::unique_ptr<host::MachineTransport> makeTransport(host::TransportParts parts) override {
+    if (sabotage_ == Sabotage::kLetsOutWhatWaits)
+      parts.is_forgotten = [] { return false; };
+    return VirtualMachine::makeTransport(std::move(parts));
   }
 
  private:
   const Sabotage sabotage_;
+  bool is_before_first_sync_ = false;
 };
 
 class BusyLife {
@@ -158,7 +190,7 @@ class BusyLife {
       die(DiskCut::killed());
     }
     result_.changes = disk_.changes();
-    result_.installs = service_.installs();
+    result_.installs = service_.installs() - other_installs_;
     return std::move(result_);
   }
 
@@ -167,6 +199,7 @@ class BusyLife {
     for (const auto& chapter : chapters()) {
       chapter();
       endCutProcess();
+      takeTheStoreBack();
     }
     liveAHealthyEnd();
     if (isCut())  // in the end itself
@@ -178,11 +211,24 @@ class BusyLife {
 
   std::vector<std::function<void()>> chapters() {
     return {
-        [this] { firstStart(); },  [this] { keptSession(); },
-        [this] { lostAnswers(); }, [this] { crash(); },
-        [this] { longQueue(); },   [this] { powerCut(); },
-        [this] { crossings(); },   [this] { wishToBeForgotten(); },
-        [this] { withdrawal(); },  [this] { afterTheWithdrawal(); },
+        [this] { firstStart(); },
+        [this] { keptSession(); },
+        [this] { lostAnswers(); },
+        [this] { crash(); },
+        [this] { longQueue(); },
+        [this] { powerCut(); },
+        [this] { crossings(); },
+        [this] { wishToBeForgotten(); },
+        [this] { withdrawal(); },
+        [this] { afterTheWithdrawal(); },
+        [this] { tooLarge(); },
+        [this] { slowSyncs(); },
+        [this] { unwritable(); },
+        [this] { wishBehindAFullQueue(); },
+        [this] { forgottenBesideANewerStore(); },
+        [this] { withdrawal(); },
+        [this] { wishBesideANewerStore(); },
+        [this] { withdrawal(); },
     };
   }
 
@@ -328,6 +374,123 @@ class BusyLife {
     leaveSession();
   }
 
+  /// Each is refused and told so, and costs its neighbours nothing.
+  void tooLarge() {
+    openSession();
+    record(1);
+    offerTooMuch();
+    is_beside_the_refused_ = true;
+    recordEvent();
+    setUserId();
+    is_beside_the_refused_ = false;
+    die(DiskCut::killed());
+    openSession();
+    leaveSession();
+    stop();
+  }
+
+  /// The disk takes its time, while the app goes on as ever; then the power goes.
+  void slowSyncs() {
+    sync_seconds_ = dice_.between(kPowerCutLossSeconds / 4, kSlowestSyncSeconds);
+    machine_.sync_seconds = options_.sabotage == Sabotage::kSyncsTooLate ? kTooSlowSyncSeconds : sync_seconds_;
+    openSession();
+    record(8);
+    addImpression();
+    setUserId();
+    leaveSession();
+    openSession();
+    record(3);
+    die(DiskCut::powerLost(PowerLoss::kNothingUnsynced, 1));
+    sync_seconds_ = machine_.sync_seconds = 0;
+    openSession();
+    leaveSession();
+    stop();
+  }
+
+  /// The store can be read, and not written: what is recorded lives as long as the process, unless it is stored later.
+  void unwritable() {
+    pass(kHourSeconds);
+    is_writable_ = false;
+    openSession();
+    record(3);
+    setUserId();
+    pushTracking();
+    record(2);
+    die(DiskCut::killed());
+    openSession();
+    record(2);
+    is_writable_ = true;
+    pass(kStoreRetriedSeconds);
+    die(DiskCut::killed());
+    openSession();
+    leaveSession();
+  }
+
+  /// More requests than the host has connections for, and then the wish: those that wait never leave.
+  void wishBehindAFullQueue() {
+    pass(kHourSeconds);
+    openSession();
+    const size_t first = items_.size();
+    for (uint64_t links = host::kMaxConnectionsPerHost + 1 + dice_.below(host::kMaxConnectionsPerHost); links > 0;
+         --links)
+      openLink(Kind::kReEngagementClicks, 0);
+    wish(true);
+    if (!isCut())
+      permitThoseThatNeverLeft(first);
+    pass(5);
+    die(DiskCut::killed());
+  }
+  void permitThoseThatNeverLeft(size_t first) {
+    for (size_t number = first; number < items_.size(); ++number) {
+      if (items_[number].arrived)
+        continue;
+      permit(items_[number], Reason::kForgotten, now());
+      met(Occasion::kFullConnection);
+    }
+  }
+
+  /// A newer program has used the store. This one finds it so, and the wish beside it.
+  void forgottenBesideANewerStore() {
+    leaveTheStoreToANewerProgram();
+    openSession();
+    offerToTheForgotten();
+    leaveSession();
+    die(DiskCut::killed());
+    takeTheStoreBack();
+    openSession();
+    leaveSession();
+  }
+  void offerToTheForgotten() {
+    if (!wish_)
+      return;
+    doNow(
+        [this](host::Host& host) { expectAnswer(host.addActivity("shop", "never", {}), Recorded::kRefusedForgotten); });
+  }
+
+  /// Nothing is stored; the wish is, and outlives the newer program's coming back.
+  void wishBesideANewerStore() {
+    leaveTheStoreToANewerProgram();
+    openSession();
+    record(3);
+    addImpression();
+    openLink(Kind::kCommerceClicks);
+    setUserId();
+    pushTracking();
+    record(1);
+    dice_.happens(0.5) ? stop() : die(DiskCut::killed());
+    openSession();
+    record(2);
+    wish(true);
+    pass(5);
+    die(DiskCut::killed());
+    openSession();
+    leaveSession();
+    stop();
+    takeTheStoreBack();
+    openSession();
+    leaveSession();
+  }
+
   void liveAHealthyEnd() {
     endCutProcess();
     is_healthy_ = true;
@@ -359,6 +522,7 @@ class BusyLife {
 
   static HostOptions hostOptions(BusyLife& life) {
     HostOptions options = simulatedApp();
+    options.log_level = kit::lcl_vError;
     options.log_sink = [&life](std::string_view line) { life.hear(line); };
     return options;
   }
@@ -374,6 +538,8 @@ class BusyLife {
     is_starting_ = false;
     is_active_ = false;
     is_wish_unchecked_ = true;
+    if (is_beside_newer_)
+      met(Occasion::kNewerStore);
     checkWish();
     checkLedger();
   }
@@ -389,9 +555,10 @@ class BusyLife {
 
   /// Once for each process; a store that could not be read at first says later what it holds.
   void checkWish() {
-    if (isCut() || !process_ || trouble_since_ || !std::exchange(is_wish_unchecked_, false))
+    const bool may_be_unknown = trouble_since_ && !wish_;
+    if (isCut() || !process_ || may_be_unknown || !std::exchange(is_wish_unchecked_, false))
       return;
-    if (process_->isGdprForgetMe() != wish_ && kept(wish_kept_from_))
+    if (process_->isGdprForgetMe() != wish_ && isWishKept())
       complain(Complaint::kForgottenWish, wish_ ? "the wish to be forgotten" : "the withdrawal");
     setWish(process_->isGdprForgetMe());
   }
@@ -433,7 +600,7 @@ class BusyLife {
     if (isCut())
       return;
     for (Item& item : items_) {
-      if (item.kind == Kind::kReEngagementClicks && !item.not_kept_yet &&
+      if (item.kind == Kind::kReEngagementClicks && !item.not_kept_yet && item.permissions.empty() &&
           ++item.session_ends > kSessionEndsThatSendAClick)
         permit(item, Reason::kSixthSessionEnd, now());
     }
@@ -456,12 +623,13 @@ class BusyLife {
     if (isCut())
       return;
     // What a failing disk did not take goes with the process, however orderly.
-    if (trouble_since_)
-      noteDeath({.at = now(), .undone_from = *trouble_since_}, false);
+    if (trouble_since_ || is_beside_newer_)
+      noteDeath(deathBy(DiskCut::killed()), false);
     process_.reset();
     machine_.loop.kill();
     endUploads();
     beginWithoutTrouble();
+    checkNewerStore();
   }
 
   void endCutProcess() {
@@ -469,8 +637,10 @@ class BusyLife {
       die(options_.cut);
   }
 
-  /// Records what `action` does under a name of its own.
-  void record(Kind kind, const std::string& name, double kept_after, const std::function<void(host::Host&)>& action) {
+  /// Records what `action` does under a name of its own. Where it tells what the app is told, that is held against what
+  /// the store said.
+  using Action = std::function<std::optional<Recorded>(host::Host&)>;
+  void record(Kind kind, const std::string& name, double kept_after, const Action& action) {
     needProcess();
     if (isCut() || process_->isGdprForgetMe())
       return;
@@ -479,11 +649,36 @@ class BusyLife {
     if (due && mayGo(kind, Reason::kAddedDuringUpload))
       permit(items_.back(), Reason::kAddedDuringUpload, *due);
     const size_t number = items_.size() - 1;
+    if (options_.sabotage == Sabotage::kKeepsNoMemory && !is_writable_)
+      items_[number].told = Recorded::kKeptInMemory;
     if (reachesTheKit(items_[number]))
-      doNow(action);
-    if (!isCut())
+      doNow([&](host::Host& host) { items_[number].told = heldAgainstTheStore(action(host)); });
+    if (!isCut() && !isInMemory(items_[number]))
       items_[number].kept_from = now() + kept_after;
   }
+
+  /// Neither the store nor what waits beside it has it.
+  bool isInMemory(const Item& item) const {
+    return is_beside_newer_ ? item.kind != Kind::kCrashReports : item.told == Recorded::kKeptInMemory;
+  }
+
+  std::optional<Recorded> heldAgainstTheStore(std::optional<Recorded> answer) {
+    if (!answer || isCut())
+      return std::nullopt;
+    const bool is_taken = !trouble_since_ && !is_beside_newer_;
+    if (!is_taken && options_.sabotage == Sabotage::kSaysItIsKept)
+      answer = Recorded::kKept;
+    expectAnswer(*answer, is_taken ? Recorded::kKept : Recorded::kKeptInMemory);
+    if (!is_writable_ && answer == Recorded::kKeptInMemory)
+      met(Occasion::kUnwritable);
+    return answer;
+  }
+  void expectAnswer(Recorded answer, Recorded expected) {
+    if (!isCut() && answer != expected)
+      complain(Complaint::kWrongAnswer,
+               std::string(toText(answer)) + " in the place of: " + std::string(toText(expected)));
+  }
+  void met(Occasion occasion) { ++result_.occasions[static_cast<size_t>(occasion)]; }
 
   bool reachesTheKit(const Item& item) const {
     switch (options_.sabotage) {
@@ -491,6 +686,10 @@ class BusyLife {
         return !is_healthy_ || item.kind != Kind::kActivities;
       case Sabotage::kForgetsTheExcused:
         return item.permissions.empty();
+      case Sabotage::kLosesTheNeighbours:
+        return !is_beside_the_refused_;
+      case Sabotage::kKeepsNoMemory:
+        return is_writable_;
       default:
         return true;
     }
@@ -508,7 +707,28 @@ class BusyLife {
   void recordEvent(size_t padding = 0) {
     const std::string name = nextName("event");
     record(Kind::kActivities, name, 0,
-           [&](host::Host& host) { host.addActivity("shop", "purchase", name + std::string(padding, '.')); });
+           [&](host::Host& host) { return host.addActivity("shop", "purchase", name + std::string(padding, '.')); });
+  }
+
+  /// One more than each operation takes.
+  void offerTooMuch() {
+    const std::string event(kMaxEventBytes + 1, 'x');
+    const std::string user(kMaxUserIdBytes + 1, 'x');
+    const std::string url = "shop://offer?cid=" + std::string(kMaxHandedOverBytes, 'x');
+    offer([&](host::Host& host) { return host.addActivity("shop", "purchase", event); });
+    offer([&](host::Host& host) { return host.addImpression({.campaign_key = 7, .space_key = event}); });
+    offer([&](host::Host& host) { return host.setUserId(user); });
+    offer([&](host::Host& host) { return host.passOpenURL(url); });
+  }
+  void offer(const std::function<Recorded(host::Host&)>& too_much) {
+    doNow([&](host::Host& host) {
+      if (host.isGdprForgetMe())  // a withdrawal that did not outlive its process
+        return;
+      const bool is_taken = options_.sabotage == Sabotage::kTakesWhatIsTooLarge;
+      expectAnswer(is_taken ? Recorded::kKept : too_much(host), Recorded::kRefusedTooLarge);
+      if (!isCut())
+        met(Occasion::kTooLarge);
+    });
   }
 
   void addImpression() {
@@ -525,6 +745,7 @@ class BusyLife {
         });
         properties.synchronize();
       });
+      return std::nullopt;
     });
     pass(1);
   }
@@ -537,6 +758,7 @@ class BusyLife {
       host.passOpenURL(is_commerce ? "shop://offer?cid=" + name
                                    : "shop://offer?ck=" + std::to_string(5000 + items_.size()) +
                                          "&sn=9001&mrvk_eng=1&sub_referral=" + name);
+      return std::nullopt;  // what is told is told of the URL
     });
     pass(then_pass_seconds);
   }
@@ -545,7 +767,7 @@ class BusyLife {
     const std::string name = nextName("user");
     record(Kind::kDemographics, name, 0, [this, &name](host::Host& host) {
       permitReplacement(host.properties().fendoUserDemoInfo_userId(), name);
-      host.setUserId(name);
+      return host.setUserId(name);
     });
     pass(1);
   }
@@ -554,7 +776,7 @@ class BusyLife {
   /// may be any.
   void permitReplacement(const std::optional<std::string>& pending, const std::string& newer) {
     for (Item& item : items_) {
-      if (item.kind == Kind::kDemographics && item.name != newer && (item.name == pending || trouble_since_))
+      if (item.kind == Kind::kDemographics && item.name != newer && (item.name == pending || is_in_the_dark_))
         permit(item, Reason::kReplaced, now());
     }
   }
@@ -563,6 +785,7 @@ class BusyLife {
     const std::string name = nextName("crash");
     record(Kind::kCrashReports, name, 0, [&name](host::Host& host) {
       host.reportUncaughtException({.reason = "fendo " + name, .call_stack_symbols = {}, .moment = std::nullopt});
+      return std::nullopt;
     });
   }
 
@@ -595,26 +818,71 @@ class BusyLife {
     doNow([](host::Host& host) { host.setOffline(false); });
   }
 
+  // ------------------------------------------------------------------------------------------------- the newer program
+
+  void leaveTheStoreToANewerProgram() {
+    stop();
+    if (isCut())
+      return;
+    if (options_.sabotage != Sabotage::kIgnoresTheVersion && !useWithNewerProgram(disk_, kNewerStoreVersion))
+      throw std::logic_error("a life that came this far has a store");
+    if (options_.sabotage == Sabotage::kLosesTheWishFile)
+      removeTheWishFile();
+    is_beside_newer_ = true;
+    beside_since_ = now();
+    newer_store_ = storeFilesOn(disk_);
+  }
+  void takeTheStoreBack() {
+    if (!is_beside_newer_ || isCut())
+      return;
+    checkNewerStore();
+    is_beside_newer_ = false;
+    static_cast<void>(useWithNewerProgram(disk_, host::kStoreVersion));
+  }
+  /// Between processes.
+  void checkNewerStore() {
+    if (is_beside_newer_ && storeFilesOn(disk_) != newer_store_)
+      complain(Complaint::kTouchedNewerStore, disk_.place().path());
+  }
+  void removeTheWishFile() {
+    disk_.cutNow();
+    disk_.restart(DiskCut::killed());
+    static_cast<void>(disk_.place().files->remove(host::WishFile::pathBeside(disk_.place())));
+  }
+
   // ------------------------------------------------------------------------------------------------------------ dying
 
-  void die(const DiskCut& cut) {
+  /// What was cut off already died of that, whatever the script has in store for it.
+  void die(const DiskCut& scripted) {
     if (!process_)
       return;
+    const DiskCut cut = isCut() ? options_.cut : scripted;
     disk_.cutNow();
     noteDeath(deathBy(cut), cut.power_lost);
     ++result_.cuts;
+    result_.power_cuts += cut.power_lost ? 1 : 0;
     machine_.kill(std::move(process_), cut);
     process_ = nullptr;
     is_active_ = false;
     endUploads();
     beginWithoutTrouble();
     sabotageWhatIsLeft();
+    checkNewerStore();
   }
 
   Death deathBy(const DiskCut& cut) const {
-    Death death{.at = now(), .undone_from = trouble_since_.value_or(kNever)};
-    if (cut.power_lost)
-      death.undone_from = std::min({death.undone_from, now(), unsynced_since_.value_or(kNever)}) - kPowerCutLossSeconds;
+    const double store = is_beside_newer_ ? beside_since_ : trouble_since_.value_or(kNever);
+    const double file = wish_trouble_since_.value_or(kNever);
+    Death death{.at = now(),
+                .undone_from = store,
+                .undone_from_of_wish = std::max(store, file),
+                .undone_from_of_withdrawal = std::min(store, file)};
+    if (!cut.power_lost)
+      return death;
+    for (double* const undone_from :
+         {&death.undone_from, &death.undone_from_of_kept, &death.undone_from_of_wish, &death.undone_from_of_withdrawal})
+      *undone_from =
+          std::min({*undone_from, now(), unsynced_since_.value_or(kNever)}) - powerCutLossSeconds(sync_seconds_);
     return death;
   }
 
@@ -623,7 +891,7 @@ class BusyLife {
     for (Item& item : items_) {
       if (!item.cut_by)
         item.cut_by = power_lost ? Complaint::kLostAtPowerCut : Complaint::kLostAtKill;
-      if (item.kept_from >= death.undone_from || item.kept_from == kNever)
+      if (item.kept_from >= (item.told ? death.undone_from_of_kept : death.undone_from))
         item.not_kept_yet = true;
       else if (item.kind == Kind::kReEngagementClicks && item.kept_from >= death.at)
         permit(item, Reason::kProcessEnded, death.at);  // its request was under way
@@ -631,18 +899,27 @@ class BusyLife {
   }
 
   /// What an earlier process could not sync stays unsynced.
-  void beginWithoutTrouble() { trouble_since_.reset(); }
+  void beginWithoutTrouble() {
+    trouble_since_.reset();
+    is_in_the_dark_ = false;
+    wish_trouble_since_.reset();
+  }
 
   /// Whether what was done then outlived every death since.
-  bool kept(double when) const {
+  bool kept(double when, double Death::*undone_from) const {
     return when != kNever && std::none_of(deaths_.begin(), deaths_.end(), [&](const Death& death) {
-             return when <= death.at && when >= death.undone_from;
+             return when <= death.at && when >= death.*undone_from;
            });
+  }
+  bool isWishKept() const {
+    return kept(wish_kept_from_, wish_ ? &Death::undone_from_of_wish : &Death::undone_from_of_withdrawal);
   }
 
   // ---------------------------------------------------------------------------------------------------------- the disk
 
   int decide(const DiskCall& call) {
+    if (!is_writable_ && isOfTheStore(call.path) && changesFiles(call))
+      return SQLITE_READONLY;
     if (!is_healthy_) {
       if (const int code = faultOf(call); code != SQLITE_OK)
         return code;
@@ -662,14 +939,17 @@ class BusyLife {
     }
   }
 
-  /// On a machine the log is written back while the app goes on: now and then something is recorded between two calls
-  /// of it. Those are what goes to the file itself in a turn of the loop, but for its first page, which is also written
-  /// when a fresh file is made, with commits held off.
+  bool isOfTheStore(std::string_view path) const { return path == store_path_ || path == log_path_; }
+  static bool changesFiles(const DiskCall& call) {
+    return call.kind != DiskCall::Kind::kRead && call.kind != DiskCall::Kind::kSync &&
+           call.kind != DiskCall::Kind::kSyncFolder;
+  }
+
+  /// On a machine the log is synced and written back while the app goes on: now and then something is recorded between
+  /// two calls of it.
   void recordMeanwhile(const DiskCall& call) {
-    const bool is_written_back =
-        (call.kind == DiskCall::Kind::kSync || (call.kind == DiskCall::Kind::kWrite && call.offset > 0)) &&
-        call.path == store_path_ && machine_.loop.running() == testing::VirtualLoop::Running::kMainBlock;
-    if (!is_written_back || is_healthy_ || !process_ || process_->isGdprForgetMe() ||
+    const bool goes_on = isFirstSyncOfASlowDisk(call) || isWrittenBack(call);
+    if (!goes_on || is_healthy_ || !process_ || process_->isGdprForgetMe() ||
         ++written_back_calls_ % kWrittenBackCallsPerEvent != 0)
       return;
     const std::string name = nextName("event");
@@ -679,6 +959,21 @@ class BusyLife {
     ++result_.recorded_meanwhile;
     if (!isCut())
       items_[number].kept_from = now();
+  }
+  /// What goes to the file itself in a turn of the loop, but for its first page, which is also written when a fresh
+  /// file is made, with commits held off.
+  bool isWrittenBack(const DiskCall& call) const {
+    return (call.kind == DiskCall::Kind::kSync || (call.kind == DiskCall::Kind::kWrite && call.offset > 0)) &&
+           call.path == store_path_ && machine_.loop.running() == testing::VirtualLoop::Running::kMainBlock;
+  }
+  bool isFirstSyncOfASlowDisk(const DiskCall& call) {
+    if (call.kind != DiskCall::Kind::kSync || call.path != log_path_ || !machine_.isBeforeFirstSync())
+      return false;
+    machine_.syncBegins();
+    if (sync_seconds_ == 0)
+      return false;
+    met(Occasion::kSlowSync);
+    return true;
   }
 
   int faultOf(const DiskCall& call) {
@@ -734,14 +1029,43 @@ class BusyLife {
     if (isCut() || line.find("the store \"") == std::string_view::npos)
       return;
     const auto says = [line](std::string_view part) { return line.find(part) != std::string_view::npos; };
+    if (says("keeps the wish to be forgotten"))
+      return hearOfTheWish(line);
     if (says("cannot be read (") || says("are damaged"))
       complain(Complaint::kUnreadableStore, std::string(line));
     if (says("cannot be written (") || says("cannot be opened ("))
       trouble_since_ = trouble_since_.value_or(now());
-    if (says("can be written again"))
+    is_in_the_dark_ = is_in_the_dark_ || says("cannot be opened (");
+    if (says("can be written again")) {
+      isWrittenLate(trouble_since_.value_or(now()));
       trouble_since_.reset();
+      is_in_the_dark_ = false;
+    }
     if (says("cannot be synced to the disk ("))
       unsynced_since_ = unsynced_since_.value_or(now());
+  }
+  void hearOfTheWish(std::string_view line) {
+    if (line.find("cannot be written (") != std::string_view::npos)
+      wish_trouble_since_ = wish_trouble_since_.value_or(now());
+    else if (line.find("can be written again") != std::string_view::npos)
+      wish_trouble_since_.reset();
+  }
+  /// What was held in memory since then is in the store from now on, and not before.
+  void isWrittenLate(double since) {
+    const auto is_late = [since](double when) { return when >= since && when != kNever; };
+    for (Item& item : items_) {
+      const bool was_in_memory = item.told == Recorded::kKeptInMemory && item.kept_from == kNever && !item.not_kept_yet;
+      if (was_in_memory || is_late(item.kept_from))
+        item.kept_from = now();
+    }
+    for (auto& [id, sending] : sendings_) {
+      if (is_late(sending.answered_at))
+        sending.answered_at = std::max(sending.answered_at, now());
+    }
+    for (double* const when : {&wish_kept_from_, &installed_at_}) {
+      if (is_late(*when))
+        *when = now();
+    }
   }
 
   // ------------------------------------------------------------------------------------------------------- the service
@@ -766,7 +1090,13 @@ class BusyLife {
       installed_at_ = std::min(installed_at_, now());
     if (arrives)
       noteArrived(served);
-    return answerOf(served, mood).after(kAnswerSeconds);
+    const Answer answer = answerOf(served, mood).after(kAnswerSeconds);
+    // Who may not read its store does not know who it is.
+    if (is_beside_newer_)
+      other_installs_ = std::max(other_installs_, service_.installs() - own_installs_);
+    else
+      own_installs_ = service_.installs() - other_installs_;
+    return answer;
   }
 
   Answer answerOf(const ServedRequest& served, Mood mood) {
@@ -866,8 +1196,8 @@ class BusyLife {
   }
 
   void settleAccount() {
-    if (service_.installs() > 1 && kept(installed_at_))
-      complain(Complaint::kAnotherDevice, std::to_string(service_.installs()) + " installs");
+    if (own_installs_ > 1 && kept(installed_at_, &Death::undone_from))
+      complain(Complaint::kAnotherDevice, std::to_string(own_installs_) + " installs");
     checkLedger();
     AllSides sides;
     const std::array<std::string, host::kLedgerKinds> stored = readStore(sides);
@@ -904,6 +1234,8 @@ class BusyLife {
       ++sides.arrived;
     } else if (is_stored) {
       ++account.stored;
+    } else if (item.not_kept_yet && item.told == Recorded::kKeptInMemory) {
+      ++account.kept_in_memory;
     } else if (item.not_kept_yet) {
       ++account.not_kept_yet;
     } else if (!item.permissions.empty()) {
@@ -937,6 +1269,7 @@ class BusyLife {
   }
 
   const BusyLifeOptions options_;
+  Dice dice_{options_.seed};
   SimulatedDisk disk_;
   BusyMachine machine_{disk_, options_.sabotage};
   const host::OpensslCipher cipher_;
@@ -949,6 +1282,12 @@ class BusyLife {
   bool is_active_ = false;
   bool is_starting_ = false;
   bool is_healthy_ = false;
+  bool is_writable_ = true;  ///< the store's files are
+  bool is_beside_newer_ = false;
+  double beside_since_ = 0;
+  std::map<std::string, std::string> newer_store_;  ///< its files as they were found
+  double sync_seconds_ = 0;                         ///< that the disk takes, as the life counts with it
+  bool is_beside_the_refused_ = false;
 
   std::vector<Item> items_;
   std::map<std::string, Sending> sendings_;   ///< by event id
@@ -958,12 +1297,17 @@ class BusyLife {
   bool is_wish_unchecked_ = false;
   double wish_kept_from_ = kNever;
   double installed_at_ = kNever;
+  size_t own_installs_ = 0;
+  size_t other_installs_ = 0;  ///< beside a newer store
   double batch_under_way_until_ = 0;
   /// Of this process: when answers come that accept an upload, the earliest first.
   std::map<ServiceEndpoint, std::vector<double>> acceptances_;
-  std::optional<double> trouble_since_;   ///< of the disk, as the store told it
-  std::optional<double> unsynced_since_;  ///< the same, until the log is synced
+  std::optional<double> trouble_since_;       ///< of the disk, as the store told it
+  bool is_in_the_dark_ = false;               ///< the file could not be opened, and has not come to light
+  std::optional<double> wish_trouble_since_;  ///< the same of the file that keeps the wish
+  std::optional<double> unsynced_since_;      ///< the same, until the log is synced
   const std::string store_path_ = disk_.place().path();
+  const std::string log_path_ = store_path_ + "-wal";
   uint64_t written_back_calls_ = 0;
   uint64_t log_writes_ = 0;
   std::map<std::string, std::string> earlier_;  ///< bytes by path
@@ -994,10 +1338,21 @@ const char* nameOf(Complaint complaint) {
       return "unsound ledger";
     case Complaint::kAnotherDevice:
       return "installed again";
+    case Complaint::kTouchedNewerStore:
+      return "changed a newer store";
+    case Complaint::kWrongAnswer:
+      return "told the app what is not so";
     case Complaint::kBroken:
       return "broken";
   }
   return "";
+}
+
+const char* nameOf(Occasion occasion) {
+  static constexpr std::array<const char*, kOccasions> kNames = {
+      "processes beside a newer store", "answers of a store that takes nothing", "slow syncs", "values over a limit",
+      "requests that waited at the wish"};
+  return kNames[static_cast<size_t>(occasion)];
 }
 
 uint64_t BusyAccount::givenUp() const {
@@ -1011,6 +1366,7 @@ BusyAccount& BusyAccount::operator+=(const BusyAccount& other) {
   for (size_t row = 0; row < given_up.size(); ++row)
     given_up[row] += other.given_up[row];
   not_kept_yet += other.not_kept_yet;
+  kept_in_memory += other.kept_in_memory;
   return *this;
 }
 

@@ -15,9 +15,6 @@
 
 namespace morvik::simulation {
 
-/// What is documented to be lost with the power: what was recorded this shortly before.
-inline constexpr double kPowerCutLossSeconds = 1.0;
-
 /// An error that the disk answers with, to one call or to some in a row; then it is well again.
 struct DiskFault {
   enum class At : uint8_t {
@@ -43,6 +40,14 @@ enum class Sabotage : uint8_t {
   kForgetsAtTheEnd,        ///< the app's events after the last death never reach the kit
   kForgetsTheExcused,      ///< what is recorded while a rule may let it go never reaches the kit
   kAsksForTheForgotten,    ///< after the wish to be forgotten a schedule is asked for
+  kLetsOutWhatWaits,       ///< what waits leaves although the user has asked to be forgotten meanwhile
+  kIgnoresTheVersion,      ///< a store of a newer version is used as any other
+  kLosesTheWishFile,       ///< beside a store of a newer version nothing knows of the wish
+  kSaysItIsKept,           ///< the app is told that a store took what it cannot take
+  kKeepsNoMemory,          ///< what a store cannot take is forgotten at once, and not stored later either
+  kSyncsTooLate,           ///< the disk takes a minute to sync, and counts as much faster
+  kTakesWhatIsTooLarge,    ///< the app is told that a value over the limit was recorded
+  kLosesTheNeighbours,     ///< what is recorded next to a value over the limit never reaches the kit
   kThrows,                 ///< something is thrown in the middle of the life
 };
 
@@ -51,6 +56,8 @@ struct BusyLifeOptions {
   uint64_t cut_before_change = 0;
   DiskCut cut;
   std::optional<DiskFault> fault;
+  /// Draws what the script leaves open.
+  uint64_t seed = 1;
   Sabotage sabotage = Sabotage::kNone;
 };
 
@@ -66,9 +73,11 @@ enum class Complaint : uint8_t {
   kRequestOfForgotten,  ///< a request but the erasure of a user who asked to be forgotten
   kUnsoundLedger,       ///< the kit's account in itself misses something, counts it twice, or gives it up by no rule
   kAnotherDevice,       ///< what makes the device this one was lost: it was installed again
+  kTouchedNewerStore,   ///< a store of a newer version that was changed
+  kWrongAnswer,         ///< the app was told something else than became of what it recorded
   kBroken               ///< something was thrown, or a host did not start: the life ended there, without an account
 };
-inline constexpr size_t kComplaints = 11;
+inline constexpr size_t kComplaints = 13;
 const char* nameOf(Complaint complaint);
 
 /// One account over all that was recorded: activities, impressions, clicks, crash reports and demographics.
@@ -79,19 +88,34 @@ struct BusyAccount {
   /// By row of host::ledgerRules(). What several rules may have let go stands under the first of them.
   std::vector<uint64_t> given_up = std::vector<uint64_t>(host::ledgerRules().size());
   uint64_t not_kept_yet = 0;  ///< when the cut came: in the turn that it met, in the last second, or on a failing disk
+  /// The app was told so, and the process ended before the store could take it.
+  uint64_t kept_in_memory = 0;
   uint64_t givenUp() const;
-  bool balances() const { return recorded == delivered + stored + givenUp() + not_kept_yet; }
+  bool balances() const { return recorded == delivered + stored + givenUp() + not_kept_yet + kept_in_memory; }
   BusyAccount& operator+=(const BusyAccount& other);
 };
+
+/// What a life is to meet, to see that it does.
+enum class Occasion : uint8_t {
+  kNewerStore,      ///< processes beside a store of a newer version
+  kUnwritable,      ///< answers "kept in memory only" of a store that can be read and not written
+  kSlowSync,        ///< flushes of a slow disk
+  kTooLarge,        ///< values over a limit that were refused
+  kFullConnection,  ///< requests that waited for a connection at the wish to be forgotten
+};
+inline constexpr size_t kOccasions = 5;
+const char* nameOf(Occasion occasion);
 
 struct BusyLifeResult {
   BusyAccount account;
   uint64_t changes = 0;                                     ///< of the disk
   std::array<uint64_t, DiskFault::kPlaces> fault_points{};  ///< calls that a fault can meet
   uint64_t cuts = 0;
+  uint64_t power_cuts = 0;          ///< of these
   uint64_t recorded_meanwhile = 0;  ///< while the log was being written back
-  uint64_t installs = 0;            ///< that the service attributed
+  uint64_t installs = 0;            ///< that the service attributed, but for those beside a newer store
   uint64_t sent_twice = 0;          ///< events that went out again for a reason
+  std::array<uint64_t, kOccasions> occasions{};
   std::array<uint64_t, kComplaints> complaints{};
   std::vector<std::string> texts;  ///< what was complained of
 

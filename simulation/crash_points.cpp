@@ -63,7 +63,7 @@ class Trial {
 
  private:
   BusyLifeResult liveUncut() {
-    BusyLifeResult whole = liveBusyLife({});
+    BusyLifeResult whole = liveBusyLife({.seed = options_.seed});
     addComplaints(whole);
     for (const std::string& text : whole.texts)
       result_.texts.push_back("without a cut: " + text);
@@ -99,6 +99,8 @@ class Trial {
     result_.installs += lived.installs;
     result_.sent_twice += lived.sent_twice;
     result_.account += lived.account;
+    for (size_t i = 0; i < kOccasions; ++i)
+      result_.occasions[i] += lived.occasions[i];
     addComplaints(lived);
     for (const std::string& text : lived.texts)
       texts_[place].push_back(wordsOf(point) + ": " + text);
@@ -147,7 +149,9 @@ std::optional<PointMode> pointModeNamed(std::string_view name) {
   return found == kPointModes.end() ? std::nullopt : std::optional(*found);
 }
 
-BusyLifeOptions lifeAtPoint(PointMode mode, uint64_t number, uint64_t seed) {
+namespace {
+
+BusyLifeOptions deathAtPoint(PointMode mode, uint64_t number, uint64_t seed) {
   const uint64_t drawn = Dice(seed ^ (number * 0x9e3779b97f4a7c15U)).next();
   switch (mode) {
     case PointMode::kKill:
@@ -172,6 +176,14 @@ BusyLifeOptions lifeAtPoint(PointMode mode, uint64_t number, uint64_t seed) {
       return failingAt(DiskFault::At::kReadAtStart, number, kLongerFaultCalls);
   }
   return {};
+}
+
+}  // namespace
+
+BusyLifeOptions lifeAtPoint(PointMode mode, uint64_t number, uint64_t seed) {
+  BusyLifeOptions life = deathAtPoint(mode, number, seed);
+  life.seed = seed;
+  return life;
 }
 
 CrashPointResult tryCrashPoints(const CrashPointOptions& options,
@@ -213,7 +225,10 @@ std::string figuresOf(const CrashPointResult& result) {
   addFigureLine(text, "given up by rule", result.account.givenUp());
   addGivenUp(text, result.account);
   addFigureLine(text, "not kept yet when the cut came", result.account.not_kept_yet);
+  addFigureLine(text, "kept in memory only, and gone with it", result.account.kept_in_memory);
   addFigureLine(text, "events sent twice for a reason", result.sent_twice);
+  for (size_t i = 0; i < kOccasions; ++i)
+    addFigureLine(text, nameOf(static_cast<Occasion>(i)), result.occasions[i]);
   for (size_t i = 0; i < kComplaints; ++i)
     addFigureLine(text, nameOf(static_cast<Complaint>(i)), result.complaints[i]);
   for (const std::string& each : result.texts)

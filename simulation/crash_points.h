@@ -68,6 +68,7 @@ struct CrashPointResult {
   uint64_t deaths = 0;
   uint64_t installs = 0;
   uint64_t sent_twice = 0;  ///< for a reason
+  std::array<uint64_t, kOccasions> occasions{};
   BusyAccount account;
   std::array<uint64_t, kComplaints> complaints{};
   std::vector<std::string> texts;  ///< the first complaints, in the order of the points

@@ -60,10 +60,11 @@ void DiskFile::change(DiskChange change) {
   unsynced_.push_back(std::move(change));
 }
 
-void DiskFile::sync() {
-  for (const DiskChange& change : unsynced_)
-    makeIn(synced_, change);
-  unsynced_.clear();
+void DiskFile::sync(size_t changes) {
+  const auto end = unsynced_.begin() + static_cast<std::ptrdiff_t>(changes);
+  for (auto change = unsynced_.begin(); change != end; ++change)
+    makeIn(synced_, *change);
+  unsynced_.erase(unsynced_.begin(), end);
 }
 
 DiskFile DiskFile::afterPowerLoss(PowerLoss loss, const DiskChange* torn, Dice& dice) const {

@@ -40,7 +40,10 @@ class DiskFile {
 
   const std::string& now() const { return now_; }
   void change(DiskChange change);
-  void sync();
+  /// Changes since the latest sync.
+  size_t unsynced() const { return unsynced_.size(); }
+  /// The oldest of them, so many.
+  void sync(size_t changes);
   /// The file after a power cut. `torn` is the write that was cut; null: it was another file's, or none.
   DiskFile afterPowerLoss(PowerLoss loss, const DiskChange* torn, Dice& dice) const;
 

@@ -501,9 +501,11 @@ int SimulatedDisk::Parts::sync(sqlite3_file* file, int) {
 }
 
 int SimulatedDisk::Parts::syncFile(OpenFile& open) {
+  // What is written while it lasts is not synced with it.
+  const size_t changes = open.file->unsynced();
   const int code = ask(DiskCall::Kind::kSync, open.path);
   if (code == SQLITE_OK)
-    open.file->sync();
+    open.file->sync(changes);
   if (code != SQLITE_OK && code != kDropped)
     return code;
   return std::exchange(open.syncs_folder, false) ? syncNames(open.path) : SQLITE_OK;

@@ -6,8 +6,9 @@
 
 namespace morvik::simulation {
 
-VirtualFlusher::VirtualFlusher(testing::VirtualLoop& loop, Flush flush, std::chrono::milliseconds delay)
-    : loop_(loop), flush_(std::move(flush)), delay_(delay) {}
+VirtualFlusher::VirtualFlusher(testing::VirtualLoop& loop, Flush flush, std::chrono::milliseconds delay,
+                               SyncSeconds sync_seconds)
+    : loop_(loop), flush_(std::move(flush)), delay_(delay), sync_seconds_(std::move(sync_seconds)) {}
 
 VirtualFlusher::~VirtualFlusher() {
   stop();
@@ -40,19 +41,50 @@ void VirtualFlusher::schedule(double delay_seconds) {
   is_wanted_ = true;
   loop_.schedule(delay_seconds, [this, alive = std::weak_ptr(alive_), number = flushes_] {
     if (alive.lock() && number == flushes_)
-      run();
+      begin();
   });
 }
 
-void VirtualFlusher::run() {
+void VirtualFlusher::begin() {
+  const double seconds = sync_seconds_ ? sync_seconds_() : 0;
+  if (is_under_way_) {
+    is_due_ = true;
+  } else if (seconds <= 0) {
+    run();
+  } else {
+    is_under_way_ = true;
+    startAnew();
+    const Urgency urgency = std::exchange(urgency_, Urgency::kRoutine);
+    loop_.schedule(seconds, [this, alive = std::weak_ptr(alive_), urgency] {
+      if (alive.lock() && is_under_way_)
+        end(urgency);
+    });
+  }
+}
+
+void VirtualFlusher::end(Urgency urgency) {
+  is_under_way_ = false;
+  flush_(urgency);
+  if (std::exchange(is_due_, false))
+    begin();
+}
+
+/// Whoever wants a flush from here on wants another one.
+void VirtualFlusher::startAnew() {
   ++flushes_;
   is_wanted_ = is_wanted_now_ = false;
+}
+
+void VirtualFlusher::run() {
+  is_under_way_ = is_due_ = false;
+  startAnew();
   flush_(std::exchange(urgency_, Urgency::kRoutine));
 }
 
-host::MakeStoreFlusher flushesOn(testing::VirtualLoop& loop) {
-  return [&loop](host::StoreFlusher::Flush flush, std::chrono::milliseconds delay) {
-    return std::make_unique<VirtualFlusher>(loop, std::move(flush), delay);
+host::MakeStoreFlusher flushesOn(testing::VirtualLoop& loop, SyncSeconds sync_seconds) {
+  return [&loop, sync_seconds = std::move(sync_seconds)](host::StoreFlusher::Flush flush,
+                                                         std::chrono::milliseconds delay) {
+    return std::make_unique<VirtualFlusher>(loop, std::move(flush), delay, sync_seconds);
   };
 }
 

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "host/store/store_flusher.h"
@@ -10,10 +11,15 @@
 
 namespace morvik::simulation {
 
-/// A flush is a turn of the loop, so nothing is committed while it runs. Of the loop's thread. `loop` outlives it.
+/// So long what the disk is asked for takes, of a flush that begins now. Empty: no time.
+using SyncSeconds = std::function<double()>;
+
+/// A flush is a turn of the loop, so nothing is committed while it runs. On a slow disk it is the turn at its end: what
+/// becomes due meanwhile waits for that. Of the loop's thread. `loop` outlives it.
 class VirtualFlusher final : public host::StoreFlusher {
  public:
-  VirtualFlusher(testing::VirtualLoop& loop, Flush flush, std::chrono::milliseconds delay);
+  VirtualFlusher(testing::VirtualLoop& loop, Flush flush, std::chrono::milliseconds delay,
+                 SyncSeconds sync_seconds = {});
   VirtualFlusher(const VirtualFlusher&) = delete;
   VirtualFlusher& operator=(const VirtualFlusher&) = delete;
   ~VirtualFlusher() override;
@@ -27,20 +33,26 @@ class VirtualFlusher final : public host::StoreFlusher {
 
  private:
   void schedule(double delay_seconds);
+  void begin();
+  void end(Urgency urgency);
+  void startAnew();
   void run();
 
   testing::VirtualLoop& loop_;
   const Flush flush_;
   const std::chrono::milliseconds delay_;
+  const SyncSeconds sync_seconds_;
   std::shared_ptr<int> alive_ = std::make_shared<int>();  ///< gone: a timer that still waits does nothing
   uint64_t flushes_ = 0;                                  ///< that began
   bool is_wanted_ = false;
   bool is_wanted_now_ = false;
+  bool is_under_way_ = false;  ///< on a slow disk
+  bool is_due_ = false;        ///< another one, meanwhile
   Urgency urgency_ = Urgency::kRoutine;
   bool stopped_ = false;
 };
 
 /// For SqliteStoreOptions::make_flusher.
-host::MakeStoreFlusher flushesOn(testing::VirtualLoop& loop);
+host::MakeStoreFlusher flushesOn(testing::VirtualLoop& loop, SyncSeconds sync_seconds = {});
 
 }  // namespace morvik::simulation

@@ -232,7 +232,9 @@ std::unique_ptr<host::MachineFacts> VirtualMachine::makeFacts() {
 }
 
 host::SqliteStoreOptions VirtualMachine::storeOptions() {
-  return {.place = options_.disk->place(), .take_over = host::takeOverTable(), .make_flusher = flushesOn(loop)};
+  return {.place = options_.disk->place(), .take_over = host::takeOverTable(), .make_flusher = flushesOn(loop, [this] {
+                                                                                 return sync_seconds;
+                                                                               })};
 }
 
 std::unique_ptr<host::MachineEraser> VirtualMachine::makeEraser(const std::string& folder, kit::LogSink& log) {

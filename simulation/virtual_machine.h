@@ -60,6 +60,8 @@ class VirtualMachine : public host::Machine {
   testing::ScriptedTransport transport{loop};
   testing::SeededRandom random;
   testing::MemoryShelf report_shelf;
+  /// So long a flush of the real store takes: what was written before it ends lies on the disk only then.
+  double sync_seconds = 0;
 
   /// A process: the host on this machine. One at a time. std::runtime_error when the options are refused.
   std::unique_ptr<host::Host> start(const HostOptions& options);

@@ -28,8 +28,11 @@ TEST(CrashPoints, NothingIsLostAtAnyOfThem) {
   EXPECT_EQ(result.count(Complaint::kRequestOfForgotten), 0U);
   EXPECT_EQ(result.count(Complaint::kUnsoundLedger), 0U);
   EXPECT_EQ(result.count(Complaint::kAnotherDevice), 0U);
+  EXPECT_EQ(result.count(Complaint::kTouchedNewerStore), 0U);
+  EXPECT_EQ(result.count(Complaint::kWrongAnswer), 0U);
   EXPECT_EQ(result.count(Complaint::kBroken), 0U);
   EXPECT_THAT(result.texts, IsEmpty());
+  EXPECT_THAT(result.occasions, Each(Gt(result.tried_in_all))) << "newer stores, full queues and all the others";
   EXPECT_EQ(result.account.stored, 0U);
   EXPECT_TRUE(result.account.balances());
   EXPECT_GE(result.account.givenUp(), result.tried_in_all) << "the rules are at work in every life";

@@ -38,10 +38,11 @@ TEST(BusyLife, DeliversEverythingButWhatTheRulesLetGoWhenNothingCutsIt) {
   const BusyLifeResult lived = liveBusyLife({});
   EXPECT_THAT(lived.texts, IsEmpty());
   EXPECT_TRUE(lived.account.balances());
-  EXPECT_EQ(lived.account.delivered + lived.account.givenUp(), lived.account.recorded);
+  EXPECT_EQ(lived.account.delivered + lived.account.givenUp() + lived.account.kept_in_memory, lived.account.recorded);
   EXPECT_THAT(givenUp(lived.account),
               UnorderedElementsAre(Pair(Pair(LedgerKind::kActivities, LedgerReason::kPlaceTaken), 1),
                                    Pair(Pair(LedgerKind::kImpressions, LedgerReason::kAddedDuringUpload), 1),
+                                   Pair(Pair(LedgerKind::kReEngagementClicks, LedgerReason::kForgotten), Gt(0U)),
                                    Pair(Pair(LedgerKind::kReEngagementClicks, LedgerReason::kProcessEnded), 1),
                                    Pair(Pair(LedgerKind::kCommerceClicks, LedgerReason::kAddedDuringUpload), 1),
                                    Pair(Pair(LedgerKind::kDemographics, LedgerReason::kReplaced), 1),
@@ -51,6 +52,8 @@ TEST(BusyLife, DeliversEverythingButWhatTheRulesLetGoWhenNothingCutsIt) {
   EXPECT_GT(lived.sent_twice, 0U) << "answers are lost on the way";
   EXPECT_GT(lived.recorded_meanwhile, 5U) << "the log is written back while the app goes on";
   EXPECT_EQ(lived.installs, 1U);
+  EXPECT_THAT(lived.occasions, Each(Gt(0U))) << "newer stores, full queues and all the others";
+  EXPECT_GT(lived.account.kept_in_memory, 0U) << "beside a newer store, and in one that takes nothing";
   EXPECT_THAT(lived.fault_points, Each(Gt(100U)));
 }
 
@@ -62,6 +65,23 @@ TEST(BusyLife, IsTheSameEveryTime) {
   EXPECT_EQ(first.fault_points, second.fault_points);
   EXPECT_EQ(first.account.delivered, second.account.delivered);
   EXPECT_EQ(first.account.not_kept_yet, second.account.not_kept_yet);
+}
+
+TEST(BusyLife, ThatIsCutOffDiesOfThatAndNotOfTheNextDeathInItsScript) {
+  const BusyLifeResult whole = liveBusyLife({});
+  uint64_t in_the_place_of_a_kill = 0;
+  for (uint64_t number = 50; number < whole.changes; number += whole.changes / 20) {
+    const BusyLifeResult lived = liveBusyLife(lifeAtPoint(PointMode::kPowerCut, number, 1));
+    in_the_place_of_a_kill += lived.cuts == whole.cuts && lived.power_cuts == whole.power_cuts + 1 ? 1 : 0;
+  }
+  EXPECT_GT(in_the_place_of_a_kill, 0U);
+}
+
+TEST(BusyLife, LeavesToTheSeedWhatItsScriptLeavesOpen) {
+  const BusyLifeResult one = liveBusyLife({.seed = 1});
+  const BusyLifeResult other = liveBusyLife({.seed = 2});
+  EXPECT_NE(one.occasions, other.occasions);
+  EXPECT_THAT(other.texts, IsEmpty());
 }
 
 TEST(BusyLife, ThatIsCutOffInItsHealthyEndBeginsThatAgain) {
@@ -175,6 +195,48 @@ TEST(BrokenDevice, ThatForgetsWhatARuleMayLetGoIsInNoAgreementWithItsLedger) {
 TEST(BrokenDevice, ThatAsksForTheScheduleOfAForgottenUserIsSeen) {
   const CrashPointResult result = triedWith(Sabotage::kAsksForTheForgotten, PointMode::kSyncError);
   EXPECT_THAT(complaintsOf(result), ElementsAre(Pair("request of a forgotten user", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatLetsOutWhatWaitsBehindAFullQueueIsSeen) {
+  const CrashPointResult result = triedWith(Sabotage::kLetsOutWhatWaits, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("request of a forgotten user", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatUsesAStoreOfANewerVersionHasChangedIt) {
+  const CrashPointResult result = triedWith(Sabotage::kIgnoresTheVersion, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("changed a newer store", Gt(0U))));
+  EXPECT_THAT(result.texts, Contains(HasSubstr("kept in the place of: kept in memory only")));
+}
+
+TEST(BrokenDevice, ThatKnowsOfNoWishBesideANewerStoreHasForgottenIt) {
+  const CrashPointResult result = triedWith(Sabotage::kLosesTheWishFile, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("forgotten wish", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatCallsKeptWhatAStoreCannotTakeTellsTheAppWhatIsNotSo) {
+  const CrashPointResult result = triedWith(Sabotage::kSaysItIsKept, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("told the app what is not so", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatForgetsWhatAStoreCannotTakeYetHasLostItOnceItCould) {
+  const CrashPointResult result = triedWith(Sabotage::kKeepsNoMemory, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("lost at a kill", Gt(0U))));
+}
+
+TEST(BrokenDevice, WhoseDiskIsSlowerThanItSaysLosesWhatWasRecordedLongBeforeThePowerCut) {
+  const CrashPointResult result = triedWith(Sabotage::kSyncsTooLate, PointMode::kKill);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("lost at a power cut", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatCallsKeptWhatIsOverALimitTellsTheAppWhatIsNotSo) {
+  const CrashPointResult result = triedWith(Sabotage::kTakesWhatIsTooLarge, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("told the app what is not so", Gt(0U))));
+  EXPECT_THAT(result.texts, Contains(HasSubstr("kept in the place of: refused: too large")));
+}
+
+TEST(BrokenDevice, ThatLosesTheNeighboursOfWhatIsOverALimitHasLostThem) {
+  const CrashPointResult result = triedWith(Sabotage::kLosesTheNeighbours, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("lost at a kill", Gt(0U))));
 }
 
 TEST(BrokenDevice, ThatThrowsIsBrokenAndTheOtherLivesAreStillTried) {

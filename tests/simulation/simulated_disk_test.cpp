@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/store/sqlite_store.h"
@@ -50,6 +51,30 @@ TEST_F(SimulatedDiskTest, HoldsAStoreThatTheNextProcessFinds) {
   EXPECT_EQ(store->opening(), host::StoreOpening::kOpened);
   EXPECT_EQ(store->get("age"), kit::Value(33));
   EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(SimulatedDiskTest, SyncsWhatWasWrittenBeforeASyncAndNotWhatIsWrittenWhileItLasts) {
+  auto store = open();
+  for (const int value : {0, 1}) {  // a fresh file's first sync begins its log anew
+    store->set("age", value);
+    store->synchronize();
+    loop_.advance(1);
+  }
+  store->set("age", 2);
+  store->synchronize();
+  bool is_first = true;
+  disk_.decide([&](const DiskCall& call) {
+    if (call.kind == DiskCall::Kind::kSync && std::exchange(is_first, false)) {
+      store->set("age", 3);
+      store->synchronize();
+    }
+    return SQLITE_OK;
+  });
+  loop_.advance(0.7);
+  EXPECT_FALSE(is_first);
+  disk_.decide({});
+  store = reopenAfter(std::move(store), DiskCut::powerLost(PowerLoss::kNothingUnsynced, 1));
+  EXPECT_EQ(store->get("age"), kit::Value(2));
 }
 
 TEST_F(SimulatedDiskTest, LetsOneProcessAtATimeHaveTheStore) {

@@ -52,6 +52,26 @@ TEST_F(VirtualFlusherTest, WaitingIsFlushingAtOnce) {
   EXPECT_EQ(flushes_.size(), 1U);
 }
 
+TEST_F(VirtualFlusherTest, OnASlowDiskFlushesAtTheEndOfItsTimeAndLetsOthersWaitForThat) {
+  double sync_seconds = 2;
+  flusher_ = flushesOn(loop_, [&] { return sync_seconds; })(
+      [this](Urgency urgency) { flushes_.emplace_back(seconds(), urgency); }, std::chrono::milliseconds(500));
+  flusher_->flushSoon();
+  loop_.advance(1);
+  flusher_->flushNow(Urgency::kSessionEnd);
+  loop_.advance(1);
+  EXPECT_THAT(flushes_, IsEmpty());
+  loop_.advance(10);
+  EXPECT_THAT(flushes_, ElementsAre(std::pair(2.5, Urgency::kRoutine), std::pair(4.5, Urgency::kSessionEnd)));
+  flushes_.clear();
+  flusher_->flushNow(Urgency::kRoutine);
+  loop_.advance(1);
+  flusher_->flushAndWait(Urgency::kSessionEnd);
+  EXPECT_THAT(flushes_, ElementsAre(std::pair(13.0, Urgency::kSessionEnd)));
+  loop_.advance(10);
+  EXPECT_EQ(flushes_.size(), 1U) << "it took along what was under way";
+}
+
 TEST_F(VirtualFlusherTest, NothingRunsAfterStopNorAfterItsEnd) {
   flusher_->flushSoon();
   flusher_->stop();
