@@ -203,7 +203,8 @@ class ForgottenIsSilent final : public LifeChecker {
 
  private:
   void check(const LifeExchange& exchange) {
-    const bool is_forgotten = facts().is_forgotten || (facts().wants_to_be_forgotten && facts().knows_its_store);
+    const bool knows = facts().knows_its_store || facts().wish_is_in_its_file;
+    const bool is_forgotten = facts().is_forgotten || (facts().wants_to_be_forgotten && knows);
     if (is_forgotten && exchange.endpoint != ServiceEndpoint::kErasure)
       complain(exchange.url);
   }
@@ -310,7 +311,8 @@ class WishesAreKept final : public LifeChecker {
   const char* name() const override { return kWishesAreKept; }
 
   void stepEnds() override {
-    if (facts().is_alive && facts().knows_its_store && facts().wants_to_be_forgotten && !facts().is_forgotten)
+    const bool knows = facts().knows_its_store || facts().wish_is_in_its_file;
+    if (facts().is_alive && knows && facts().wants_to_be_forgotten && !facts().is_forgotten)
       complain("the user asked to be forgotten, and the process does not know");
   }
 };
@@ -341,6 +343,28 @@ class LinesAreKnown final : public LifeChecker {
   }
 };
 
+class AnswersAreTrue final : public LifeChecker {
+ public:
+  using LifeChecker::LifeChecker;
+  const char* name() const override { return kAnswersAreTrue; }
+
+  void isAnswered(Recorded told, Recorded rightly) override {
+    if (told != rightly)
+      complain(std::string(toText(told)) + " in the place of: " + std::string(toText(rightly)));
+  }
+};
+
+class NewerStoreStays final : public LifeChecker {
+ public:
+  using LifeChecker::LifeChecker;
+  const char* name() const override { return kNewerStoreStays; }
+
+  void storeFileChanges(std::string_view path) override {
+    if (facts().is_beside_newer)
+      complain(std::string(path));
+  }
+};
+
 template <class... Checkers>
 std::vector<std::unique_ptr<LifeChecker>> oneOfEach(const LifeFacts& facts, const LifeChecker::Complain& complain) {
   std::vector<std::unique_ptr<LifeChecker>> checkers;
@@ -364,7 +388,7 @@ std::vector<std::unique_ptr<LifeChecker>> makeLifeCheckers(const LifeFacts& fact
                                                            const LifeChecker::Complain& complain) {
   return oneOfEach<LedgerIsSound, LedgerAgrees, NothingIsLost, OneBatchPerSlot, SentOnce, ForgottenIsSilent,
                    OneClickPerKey, CountsInBounds, RetriesInBounds, RequestsReturn, AllGoesOut, WishesAreKept,
-                   LinesAreKnown, OneDevice>(facts, complain);
+                   LinesAreKnown, AnswersAreTrue, NewerStoreStays, OneDevice>(facts, complain);
 }
 
 }  // namespace morvik::simulation

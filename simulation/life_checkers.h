@@ -13,6 +13,7 @@
 
 #include "kit/value.h"
 #include "morvik/ledger.h"
+#include "morvik/recorded.h"
 #include "simulation/thing_book.h"
 #include "testing/service_endpoint.h"
 
@@ -45,6 +46,8 @@ struct LifeFacts {
   bool is_forgotten = false;           ///< the process says so
   bool wants_to_be_forgotten = false;  ///< the app asked for it last, and that outlived every death since
   bool is_in_the_dark = false;         ///< the file could not be read at the start, and is still not
+  bool wish_is_in_its_file = false;    ///< and that outlived every death since
+  bool is_beside_newer = false;        ///< a newer program has used the store, which is to stay as it is
   bool knows_its_store = true;         ///< false: the file could not be read at the start, and has not come to light
   std::optional<Ledger> ledger;        ///< of this step
   uint64_t installs = 0;               ///< that the service attributed
@@ -79,6 +82,9 @@ class LifeChecker {
   virtual void valueIsSet(std::string_view, const kit::Value&) {}
   virtual void blockIsPutOff(double) {}
   virtual void lineIsLogged(std::string_view) {}
+  /// What the app was told of what it recorded, and what is so.
+  virtual void isAnswered(Recorded /*told*/, Recorded /*rightly*/) {}
+  virtual void storeFileChanges(std::string_view /*path*/) {}
   /// After every step; the facts are those of its end.
   virtual void stepEnds() {}
 
@@ -106,6 +112,8 @@ inline constexpr const char* kRequestsReturn = "every request returns";
 inline constexpr const char* kAllGoesOut = "what waits goes out once all is well";
 inline constexpr const char* kWishesAreKept = "a wish outlives the process";
 inline constexpr const char* kLinesAreKnown = "every line of the log is known";
+inline constexpr const char* kAnswersAreTrue = "the app is told what becomes of it";
+inline constexpr const char* kNewerStoreStays = "a store of a newer version stays as it is";
 inline constexpr const char* kOneDevice = "the device stays the same one";
 
 /// Retries of a conversion that may be scheduled between two successes of one process, and re-fetches.

@@ -98,6 +98,11 @@ std::string figuresOf(const SoakResult& result) {
   }
   addFigureLine(text, "offline phases", figures.offline_phases);
   addFigureLine(text, "clock jumps", figures.clock_jumps);
+  addFigureLine(text, "processes beside a newer store", figures.newer_stores);
+  addFigureLine(text, "processes on a slow disk", figures.slow_disks);
+  addFigureLine(text, "values over a limit, refused", figures.too_large);
+  addFigureLine(text, "answers \"kept in memory only\"", figures.kept_in_memory);
+  addFigureLine(text, "wishes while requests waited", figures.full_queues);
   for (size_t fault = 0; fault < kWildDiskFaults; ++fault)
     addFigureLine(text, "disk: " + std::string(nameOf(static_cast<WildDiskFault>(fault))), figures.disk_faults[fault]);
   addFigureLine(text, "changes of the disk", figures.disk_changes);

@@ -8,7 +8,8 @@
 namespace morvik::simulation {
 
 const char* nameOf(WildDiskFault fault) {
-  static constexpr std::array<const char*, kWildDiskFaults> kNames = {"disk full", "sync error", "read error at start"};
+  static constexpr std::array<const char*, kWildDiskFaults> kNames = {"disk full", "sync error", "read error at start",
+                                                                      "store not writable"};
   return kNames[static_cast<size_t>(fault)];
 }
 
@@ -45,6 +46,12 @@ void WildDisk::powerWasLost() {
   unsynced_ = {};
 }
 
+void WildDisk::storeWasSynced() {
+  for (const Held held : {Held::kLog, Held::kNames, Held::kFreshFile})
+    isSynced(held);
+  is_file_fresh_ = false;
+}
+
 std::optional<double> WildDisk::unsyncedForAReasonSince() const {
   std::optional<double> earliest;
   for (const Unsynced& each : unsynced_) {
@@ -63,7 +70,18 @@ void WildDisk::isSynced(Held held) {
   unsynced_[static_cast<size_t>(held)] = {};
 }
 
+bool WildDisk::changesTheStore(const DiskCall& call) {
+  const std::string path = disk.place().path();
+  const bool is_change = call.kind != DiskCall::Kind::kRead && call.kind != DiskCall::Kind::kSync &&
+                         call.kind != DiskCall::Kind::kSyncFolder;
+  return is_change && (call.path == path || call.path == path + "-wal");
+}
+
 int WildDisk::decide(const DiskCall& call) {
+  if (changesTheStore(call) && fails(WildDiskFault::kUnwritable)) {
+    excuse();  // a store that is given up for now is not synced either
+    return SQLITE_READONLY;
+  }
   if (call.kind != DiskCall::Kind::kRead && changed_)
     changed_(call);
   const bool is_log = call.path.ends_with("-wal");

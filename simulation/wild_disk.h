@@ -12,8 +12,13 @@
 
 namespace morvik::simulation {
 
-enum class WildDiskFault : uint8_t { kFull, kSyncError, kReadErrorAtStart };
-inline constexpr size_t kWildDiskFaults = 3;
+enum class WildDiskFault : uint8_t {
+  kFull,
+  kSyncError,
+  kReadErrorAtStart,
+  kUnwritable,  ///< the store's own files can be read and not changed
+};
+inline constexpr size_t kWildDiskFaults = 4;
 const char* nameOf(WildDiskFault fault);
 
 class WildDisk {
@@ -33,9 +38,14 @@ class WildDisk {
   void processDied() { excuse(); }
   /// What was not synced is gone.
   void powerWasLost();
-  /// Since when something stands on it unsynced for a reason: a sync failed, or a process died. Nothing: there is none.
+  /// Another program has synced the store's own files and their names.
+  void storeWasSynced();
+  /// Since when something stands on it unsynced for a reason: a sync failed, a process died, or the store could not be
+  /// written. Nothing: there is none.
   std::optional<double> unsyncedForAReasonSince() const;
   const std::array<uint64_t, kWildDiskFaults>& failed() const { return failed_; }
+  /// Changes one of the store's own files, or its name.
+  bool changesTheStore(const DiskCall& call);
 
  private:
   int decide(const DiskCall& call);

@@ -13,10 +13,15 @@
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
 #include "host/host.h"
+#include "host/privacy/wish_file.h"
+#include "host/privacy/wish_sectors.h"
 #include "host/siblings/kept_identifier.h"
+#include "host/store/store_database.h"
 #include "services/json_writer.h"
 #include "simulation/durations.h"
 #include "simulation/life_witness.h"
+#include "simulation/newer_program.h"
+#include "simulation/power_cut_loss.h"
 #include "simulation/transcript.h"
 #include "simulation/watched_machine.h"
 #include "testing/json_reader.h"
@@ -30,8 +35,6 @@ using testing::ServiceEndpoint;
 using testing::SimulatedService;
 
 constexpr double kYearSeconds = 365.25 * kDaySeconds;
-/// What is documented to be lost with the power: what was recorded this shortly before.
-constexpr double kPowerCutLossSeconds = 1.0;
 /// A cut in the middle of what the disk does comes within so many of its changes.
 constexpr uint64_t kChangesToACut = 60;
 constexpr uint64_t kMostFailingCalls = 30;
@@ -40,6 +43,8 @@ constexpr int kMostTalkative = 6;
 constexpr size_t kPaddedParamBytes = 700;
 constexpr uint64_t kBurst = 25;
 constexpr uint64_t kHealthySessions = 3;
+/// Of a hundred processes, those on a slow disk.
+constexpr double kOnASlowDisk = 0.1;
 /// A user may be found by these keys; few, so that they meet.
 constexpr int64_t kKeys[] = {0, 5001, 5002, 5003, 5004, 5005};
 
@@ -192,6 +197,7 @@ class WildLife final : private MachineWatcher {
         {"record a burst of events", 3, &WildLife::recordABurst},
         {"record an event called end", 1, &WildLife::recordAnEventCalledEnd},
         {"record an event that is refused", 1, &WildLife::recordARefusedEvent},
+        {"record something over a limit", 1, &WildLife::recordSomethingTooLarge},
         {"add an impression", 8, &WildLife::addAnImpression},
         {"open a re-engagement link", 10, &WildLife::openAReEngagementLink},
         {"open a link by the advertising identifier", 2, &WildLife::openALinkByIdentifier},
@@ -223,6 +229,8 @@ class WildLife final : private MachineWatcher {
         {"the clock is set", 2, &WildLife::setTheClock},
         {"the disk fails", 3, &WildLife::failTheDisk},
         {"the disk is well again", 2, &WildLife::mendTheDisk},
+        {"a newer program uses the store", 1.5, &WildLife::letANewerProgramUseTheStore},
+        {"the newer program comes back", 5, &WildLife::takeTheStoreBack},
         {"the process is killed", 4, &WildLife::killTheProcess},
         {"the power goes", 3, &WildLife::cutThePower},
         {"a cut lies ahead", 4, &WildLife::layACut},
@@ -265,14 +273,10 @@ class WildLife final : private MachineWatcher {
     const std::string name = nextName("look");
     const uint64_t oddness = dice_.below(12);
     perform([this, name, padding, oddness] {
-      if (process_->isGdprForgetMe()) {
-        process_->addActivity("shop", name, "refused");
-        return;
-      }
-      if (oddness == 3) {
-        process_->addActivity("", name, "refused");
-        return;
-      }
+      if (process_->isGdprForgetMe())
+        return isAnswered(process_->addActivity("shop", name, "refused"), Recorded::kRefusedForgotten);
+      if (oddness == 3)
+        return isAnswered(process_->addActivity("", name, "refused"), Recorded::kRefusedEmpty);
       std::optional<std::string> param = "sku" + std::string(padding, '.');
       if (oddness == 0)
         param.reset();
@@ -281,7 +285,36 @@ class WildLife final : private MachineWatcher {
       if (oddness == 2)
         param = "\"\\\n\t\x01 \xf0\x9f\x98\x80";
       witness_.isRecorded(LedgerKind::kActivities, name);
-      process_->addActivity("shop", name, param);
+      isAnsweredByTheStore(process_->addActivity("shop", name, param));
+    });
+  }
+  void isAnsweredByTheStore(Recorded answer) {
+    if (options_.sabotage == WildSabotage::kSaysItIsKept)
+      answer = Recorded::kKept;
+    if (answer == Recorded::kKeptInMemory)
+      ++result_.figures.kept_in_memory;
+    // What a stop still lets run may come behind the store's end.
+    if (!is_stopping_)
+      isAnswered(answer, trouble_since_ ? Recorded::kKeptInMemory : Recorded::kKept);
+  }
+  void isAnswered(Recorded told, Recorded rightly) {
+    if (!isCut())
+      tell([&](LifeChecker& checker) { checker.isAnswered(told, rightly); });
+  }
+  /// Its neighbours are those of the other verbs.
+  void recordSomethingTooLarge() {
+    const uint64_t what = dice_.below(4);
+    perform([this, what] {
+      const std::string text(kMaxEventBytes + 1, 'x');
+      const Recorded rightly =
+          process_->isGdprForgetMe() && what < 2 ? Recorded::kRefusedForgotten : Recorded::kRefusedTooLarge;
+      if (what == 0)
+        isAnswered(process_->addActivity("shop", "look", text), rightly);
+      else if (what == 1)
+        isAnswered(process_->addImpression({.campaign_key = 7, .space_key = text}), rightly);
+      else
+        isAnswered(what == 2 ? process_->setUserId(text) : process_->passOpenURL("shop://offer?cid=" + text), rightly);
+      ++result_.figures.too_large;
     });
   }
   void recordAnEventCalledEnd() {
@@ -410,8 +443,21 @@ class WildLife final : private MachineWatcher {
   }
   void isWished(bool forget_me) {
     witness_.facts.wants_to_be_forgotten = forget_me;
-    wish_kept_from_ = kNever;
-    whenCommitted([this] { wish_kept_from_ = now(); });
+    wish_kept_from_ = wish_in_file_from_ = kNever;
+    witness_.facts.wish_is_in_its_file = false;
+    whenCommitted([this] {
+      wish_kept_from_ = now();
+      lookAtTheWishFile();
+    });
+  }
+  /// A wish is safe in either of its homes.
+  void lookAtTheWishFile() {
+    LifeFacts& facts = witness_.facts;
+    if (!facts.wants_to_be_forgotten || !process_ || !process_->isGdprForgetMe() || wish_in_file_from_ != kNever ||
+        process_->status().wish_file != WishFileState::kGood)
+      return;
+    wish_in_file_from_ = now();
+    facts.wish_is_in_its_file = true;
   }
   void askToBeForgotten() { wish(true); }
   /// More than the host has places for.
@@ -419,6 +465,10 @@ class WildLife final : private MachineWatcher {
     const uint64_t links = host::kMaxConnectionsPerHost + 1 + dice_.below(host::kMaxConnectionsPerHost);
     for (uint64_t link = 0; link < links; ++link)
       openUrl(reEngagementUrl() + "&mrvk_eng=1");
+    perform([this] {
+      if (process_->pending().requests > host::kMaxConnectionsPerHost)
+        ++result_.figures.full_queues;
+    });
     wish(true);
   }
   void withdraw() {
@@ -512,11 +562,40 @@ class WildLife final : private MachineWatcher {
   void failTheDisk() {
     const auto fault = static_cast<WildDiskFault>(dice_.below(kWildDiskFaults));
     note(nameOf(fault));
+    if (fault == WildDiskFault::kUnwritable)
+      return disk_.fail(fault, 0, now() + dice_.between(0, 20 * kMinuteSeconds));
     const bool for_a_while = dice_.happens(0.3);
     disk_.fail(fault, dice_.happens(0.5) ? 1 : 1 + dice_.below(kMostFailingCalls),
                for_a_while ? now() + dice_.between(0, 20 * kMinuteSeconds) : 0);
   }
   void mendTheDisk() { disk_.isWellAgain(); }
+
+  void letANewerProgramUseTheStore() {
+    if (witness_.facts.is_beside_newer)
+      return;
+    endInOrder();
+    if (process_ || isCut())
+      return;
+    const bool is_used = options_.sabotage == WildSabotage::kIgnoresTheVersion
+                             ? !disk_.disk.bytesOf(disk_.disk.place().path()).empty()
+                             : useWithNewerProgram(disk_.disk, kNewerStoreVersion);
+    if (!is_used)
+      return;
+    if (options_.sabotage == WildSabotage::kLosesTheWishFile)
+      disk_.disk.put(host::WishFile::pathBeside(disk_.disk.place()), host::wishFileBytes(false));
+    disk_.storeWasSynced();
+    witness_.facts.is_beside_newer = true;
+  }
+  void takeTheStoreBack() {
+    if (!witness_.facts.is_beside_newer)
+      return;
+    endInOrder();
+    if (process_ || isCut())
+      return;
+    witness_.facts.is_beside_newer = false;
+    static_cast<void>(useWithNewerProgram(disk_.disk, host::kStoreVersion));
+    disk_.storeWasSynced();
+  }
 
   // ------------------------------------------------------------------------------------------------ birth and death
 
@@ -526,8 +605,14 @@ class WildLife final : private MachineWatcher {
     ++result_.figures.processes;
     tell([](LifeChecker& checker) { checker.processBegins(); });
     witness_.facts.now = now();
-    witness_.facts.knows_its_store = true;
-    witness_.facts.is_in_the_dark = false;
+    const bool is_beside_newer = witness_.facts.is_beside_newer;
+    witness_.facts.knows_its_store = !is_beside_newer;
+    witness_.facts.is_in_the_dark = is_beside_newer;
+    if (is_beside_newer) {
+      ++result_.figures.newer_stores;
+      trouble_since_ = now();
+    }
+    drawTheDisksSpeed();
     disk_.processStarts(true);
     is_starting_ = true;
     process_ = machine_.start(app_);
@@ -554,6 +639,14 @@ class WildLife final : private MachineWatcher {
     if (is_app_offline_)
       perform([this] { process_->setOffline(true); });
     check();
+  }
+
+  void drawTheDisksSpeed() {
+    sync_seconds_ = dice_.happens(kOnASlowDisk) ? dice_.between(0, kSlowestSyncSeconds) : 0;
+    const bool is_too_slow = options_.sabotage == WildSabotage::kSyncsTooLate && sync_seconds_ > 0;
+    machine_.sync_seconds = is_too_slow ? kTooSlowSyncSeconds : sync_seconds_;
+    if (sync_seconds_ > 0)
+      ++result_.figures.slow_disks;
   }
 
   void killTheProcess() { dieAfterSomeTurns(WildDeath::kKilled); }
@@ -610,17 +703,22 @@ class WildLife final : private MachineWatcher {
 
   double undoneFrom(bool power_lost) const {
     double undone_from = trouble_since_.value_or(kNever);
-    if (!power_lost)
-      return undone_from;
-    return std::min({undone_from, now(), disk_.unsyncedForAReasonSince().value_or(kNever)}) - kPowerCutLossSeconds;
+    return power_lost ? std::min(undone_from, unsyncedFrom()) : undone_from;
+  }
+  double unsyncedFrom() const {
+    return std::min(now(), disk_.unsyncedForAReasonSince().value_or(kNever)) - powerCutLossSeconds(sync_seconds_);
   }
 
   void isDead(double undone_from, bool power_lost) {
+    if (wish_in_file_from_ >= (power_lost ? unsyncedFrom() : kNever)) {
+      wish_in_file_from_ = kNever;
+      witness_.facts.wish_is_in_its_file = false;
+    }
     tell([](LifeChecker& checker) { checker.processEnds(); });
     witness_.processEnds(undone_from, power_lost);
     witness_.facts.is_alive = false;
     witness_.facts.ledger.reset();
-    if (wish_kept_from_ >= undone_from) {
+    if (wish_kept_from_ >= undone_from && !witness_.facts.wish_is_in_its_file) {
       is_wish_in_doubt_ = true;
       witness_.facts.wants_to_be_forgotten = false;
     }
@@ -637,7 +735,9 @@ class WildLife final : private MachineWatcher {
   void endInOrder() {
     if (!process_ || isOver())
       return;
+    is_stopping_ = true;
     process_->stop();
+    is_stopping_ = false;
     if (isCut())
       return;
     ++result_.figures.deaths[static_cast<size_t>(WildDeath::kStopped)];
@@ -696,6 +796,8 @@ class WildLife final : private MachineWatcher {
   /// Where the file can be read and not be written, no line tells that it has come to light; the install's name does.
   void followTheLight() {
     LifeFacts& facts = witness_.facts;
+    if (facts.is_beside_newer)
+      return;
     if (facts.is_in_the_dark && process_->storedValue(host::kInstallIdKey) != name_in_the_dark_) {
       facts.is_in_the_dark = false;
       has_come_to_light_ = true;
@@ -783,6 +885,8 @@ class WildLife final : private MachineWatcher {
       trace("  disk ", std::string(kKinds[static_cast<size_t>(call.kind)]) + " " + std::string(call.path) + " at " +
                            std::to_string(call.offset) + ", " + std::to_string(call.size) + " bytes");
     }
+    if (process_ && disk_.changesTheStore(call))
+      tell([&](LifeChecker& checker) { checker.storeFileChanges(call.path); });
     transcript_.add(static_cast<uint64_t>(call.kind));
     transcript_.add(call.path);
     transcript_.add(static_cast<uint64_t>(call.offset));
@@ -856,6 +960,7 @@ class WildLife final : private MachineWatcher {
         facts.wants_to_be_forgotten = facts.is_forgotten;
         wish_kept_from_ = now();
       }
+      lookAtTheWishFile();
       if (machine_.loop.waitingMainBlocks() == 0)
         tell([](LifeChecker& checker) { checker.loopIsIdle(); });
     }
@@ -882,6 +987,7 @@ class WildLife final : private MachineWatcher {
     is_offline_ = is_app_offline_ = false;
     machine_.transport.goOnline();
     dieIfCut();
+    takeTheStoreBack();
     perform([this] { process_->setOffline(false); });
     advance(2 * kMinuteSeconds);
     withdrawOffline();
@@ -992,6 +1098,9 @@ class WildLife final : private MachineWatcher {
   kit::Value name_in_the_dark_;     ///< of the install, for the time being
   bool has_come_to_light_ = false;  ///< what the store holds, a moment ago
   bool is_wish_in_doubt_ = false;
+  double wish_in_file_from_ = kNever;
+  double sync_seconds_ = 0;  ///< that the disk takes, as the life counts with it
+  bool is_stopping_ = false;
   bool is_dying_ = false;  ///< of an exception
   double wish_kept_from_ = 0;
   double made_device_at_ = kNever;
@@ -1028,6 +1137,11 @@ WildFigures& WildFigures::operator+=(const WildFigures& other) {
   disk_changes += other.disk_changes;
   offline_phases += other.offline_phases;
   clock_jumps += other.clock_jumps;
+  newer_stores += other.newer_stores;
+  slow_disks += other.slow_disks;
+  too_large += other.too_large;
+  kept_in_memory += other.kept_in_memory;
+  full_queues += other.full_queues;
   add(deaths, other.deaths);
   deaths_at_a_change += other.deaths_at_a_change;
   add(misbehaviours, other.misbehaviours);

@@ -41,6 +41,11 @@ struct WildFigures {
   uint64_t disk_changes = 0;
   uint64_t offline_phases = 0;
   uint64_t clock_jumps = 0;
+  uint64_t newer_stores = 0;    ///< processes beside one
+  uint64_t slow_disks = 0;      ///< processes on one
+  uint64_t too_large = 0;       ///< values over a limit that were refused
+  uint64_t kept_in_memory = 0;  ///< answers that said so
+  uint64_t full_queues = 0;     ///< wishes while requests waited for a connection
   std::array<uint64_t, kWildDeaths> deaths{};
   uint64_t deaths_at_a_change = 0;  ///< of these, in the middle of what the disk was doing
   std::array<uint64_t, kMisbehaviours> misbehaviours{};

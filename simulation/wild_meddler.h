@@ -25,6 +25,10 @@ enum class WildSabotage : uint8_t {
   kSpoilsDemographics,  ///< no answer to demographics ever arrives
   kForgetsToDelete,     ///< what an accepted batch deletes of the activities stays
   kSaysStrangeThings,   ///< lines of the log are not those of the kit
+  kIgnoresTheVersion,   ///< a store of a newer version is used as any other
+  kLosesTheWishFile,    ///< beside a store of a newer version nothing knows of the wish
+  kSaysItIsKept,        ///< the app is told that what it recorded is kept, whatever became of it
+  kSyncsTooLate,        ///< a slow disk takes a minute to sync, and counts as much faster
 };
 
 /// Null for kNone.

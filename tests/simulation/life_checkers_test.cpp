@@ -202,6 +202,29 @@ TEST_F(LifeCheckers, MissWhatIsGoneAndWhatStaysBehind) {
   EXPECT_THAT(complaints(), ElementsAre(kSentOnce));
 }
 
+TEST_F(LifeCheckers, KnowAWishFromItsFileWhereTheStoreCannotBeRead) {
+  facts_.is_alive = true;
+  facts_.wants_to_be_forgotten = true;
+  facts_.knows_its_store = false;
+  endStep();
+  EXPECT_THAT(complaints(), IsEmpty());
+  facts_.wish_is_in_its_file = true;
+  endStep();
+  start(ServiceEndpoint::kTracking);
+  EXPECT_THAT(complaints(), ElementsAre(kWishesAreKept, kForgottenIsSilent));
+}
+
+TEST_F(LifeCheckers, KnowWhatTheAppMustBeToldAndWhatMustStay) {
+  tell([](LifeChecker& checker) { checker.isAnswered(Recorded::kRefusedTooLarge, Recorded::kRefusedTooLarge); });
+  tell([](LifeChecker& checker) { checker.storeFileChanges("/disk/morvik.store"); });
+  EXPECT_THAT(complaints(), IsEmpty());
+  tell([](LifeChecker& checker) { checker.isAnswered(Recorded::kKept, Recorded::kKeptInMemory); });
+  EXPECT_THAT(complaints(), ElementsAre(kAnswersAreTrue));
+  facts_.is_beside_newer = true;
+  tell([](LifeChecker& checker) { checker.storeFileChanges("/disk/morvik.store"); });
+  EXPECT_THAT(complaints(), ElementsAre(kNewerStoreStays));
+}
+
 TEST_F(LifeCheckers, KnowTheWishTheDeviceAndTheLog) {
   facts_.is_alive = true;
   facts_.wants_to_be_forgotten = true;

@@ -50,6 +50,19 @@ TEST_F(WildDiskTest, FailsSoManyCallsAndThenUntilTheTimeIsOver) {
   EXPECT_GT(changes_, 0U);
 }
 
+TEST_F(WildDiskTest, ForbidsToChangeTheStoresOwnFilesAlone) {
+  open();
+  EXPECT_TRUE(write(1));
+  disk_.fail(WildDiskFault::kUnwritable, 0, loop_.monotonicSeconds() + 60);
+  EXPECT_FALSE(write(2));
+  EXPECT_GT(failed(WildDiskFault::kUnwritable), 0U);
+  EXPECT_NE(disk_.unsyncedForAReasonSince(), std::nullopt);
+  EXPECT_FALSE(disk_.disk.place().files->write("/disk/another", "its bytes"));
+  EXPECT_TRUE(disk_.disk.place().files->rename(disk_.disk.place().path(), "/disk/elsewhere"));
+  loop_.advance(61);
+  EXPECT_TRUE(write(3));
+}
+
 TEST_F(WildDiskTest, FailsReadsOfAStartAlone) {
   open();
   write(1);
@@ -83,6 +96,11 @@ TEST_F(WildDiskTest, ExcusesWhatIsUnsyncedAfterAFailedSyncOrADeathUntilTheNextSy
   disk_.processDied();
   EXPECT_EQ(disk_.unsyncedForAReasonSince(), last_written_at);
   disk_.powerWasLost();
+  EXPECT_EQ(disk_.unsyncedForAReasonSince(), std::nullopt);
+  write(5);
+  disk_.processDied();
+  EXPECT_NE(disk_.unsyncedForAReasonSince(), std::nullopt);
+  disk_.storeWasSynced();
   EXPECT_EQ(disk_.unsyncedForAReasonSince(), std::nullopt);
 }
 

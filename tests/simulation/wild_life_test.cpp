@@ -104,9 +104,11 @@ INSTANTIATE_TEST_SUITE_P(
         Found{WildSabotage::kStoresStrangers, kStoreHoldsEachOnce}, Found{WildSabotage::kCountsTooFar, kCountsInBounds},
         Found{WildSabotage::kRetriesTwice, kRetriesInBounds}, Found{WildSabotage::kLosesHandlers, kRequestsReturn},
         Found{WildSabotage::kLosesTheWish, kWishesAreKept}, Found{WildSabotage::kLosesTheWish, kForgottenIsSilent},
-        Found{WildSabotage::kLetsOutWhatWaits, kForgottenIsSilent}, Found{WildSabotage::kForgetsToDelete, kSentOnce},
-        Found{WildSabotage::kSpoilsDemographics, kAllGoesOut}, Found{WildSabotage::kSaysStrangeThings, kLinesAreKnown},
-        Found{WildSabotage::kIsAnotherDevice, kOneDevice}));
+        Found{WildSabotage::kLosesTheWishFile, kWishesAreKept},
+        Found{WildSabotage::kIgnoresTheVersion, kNewerStoreStays}, Found{WildSabotage::kSaysItIsKept, kAnswersAreTrue},
+        Found{WildSabotage::kSyncsTooLate, kNothingIsLost}, Found{WildSabotage::kLetsOutWhatWaits, kForgottenIsSilent},
+        Found{WildSabotage::kForgetsToDelete, kSentOnce}, Found{WildSabotage::kSpoilsDemographics, kAllGoesOut},
+        Found{WildSabotage::kSaysStrangeThings, kLinesAreKnown}, Found{WildSabotage::kIsAnotherDevice, kOneDevice}));
 
 }  // namespace
 }  // namespace morvik::simulation

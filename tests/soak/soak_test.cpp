@@ -23,6 +23,11 @@ TEST(Soak, OfAFixedSetOfSeedsGivesNobodyReasonToComplain) {
   EXPECT_THAT(result.figures.misbehaviours, Each(Gt(100U)));
   EXPECT_GT(result.figures.clock_jumps, 1000U);
   EXPECT_GT(result.figures.offline_phases, 1000U);
+  EXPECT_GT(result.figures.newer_stores, 1000U);
+  EXPECT_GT(result.figures.slow_disks, 1000U);
+  EXPECT_GT(result.figures.too_large, 1000U);
+  EXPECT_GT(result.figures.kept_in_memory, 1000U);
+  EXPECT_GT(result.figures.full_queues, 100U);
 }
 
 }  // namespace
