@@ -521,7 +521,9 @@ LedgerLoad LedgerBook::exchangeDidEnd(const kit::ExchangeResult& result) {
   running->status_code = result.status_code;
   if (result.succeeded)
     running->answer = result.json;
-  return {running->activities.size(), running->click};
+  return {.activities = running->activities.size(),
+          .click = running->click,
+          .too_large_id = running->isOneTooLarge() ? running->activities.first() : kit::Value()};
 }
 
 void LedgerBook::handlerEnded(uint64_t id, LedgerDeparted departed) {

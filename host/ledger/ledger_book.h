@@ -64,7 +64,8 @@ struct LedgerParts {
 /// What an exchange carries, as far as others ask for it.
 struct LedgerLoad {
   size_t activities = 0;
-  kit::Value click;  ///< absent: none
+  kit::Value click;              ///< absent: none
+  kit::Value too_large_id = {};  ///< of an activity that the service finds too large on its own; absent: none
 };
 
 /// Whether a request whose handler runs has left the device.

@@ -32,6 +32,8 @@ class BatchIds {
   /// Those of the entries of a payload.
   explicit BatchIds(const kit::Array& entries);
   size_t size() const { return ids_.size(); }
+  /// Absent where there is none.
+  kit::Value first() const { return ids_.empty() ? kit::Value() : ids_.front(); }
   /// Asked in the order of the batch each costs one comparison; out of that order, a look-up.
   bool contains(std::string_view id);
 

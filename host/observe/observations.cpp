@@ -133,9 +133,17 @@ bool Observations::isTriedAgain(const Ended& ended) const {
       return parts_.store.fendoUserInfo_referralKey() == -1;
     case RequestKind::kReEngagementClick:
       return isClickKept(ended.load.click);
+    case RequestKind::kBatch:
+      return ended.load.too_large_id.isAbsent() || isActivityKept(ended.load.too_large_id);
     default:
       return true;  // what it carried is still stored, or is asked for anew at each session start
   }
+}
+
+bool Observations::isActivityKept(const kit::Value& id) const {
+  const kit::Array activities = parts_.store.fendoActivityInfos().array();
+  return std::any_of(activities.begin(), activities.end(),
+                     [&id](const kit::Value& record) { return record["activityEventID"] == id; });
 }
 
 /// In the store, and not to be given up at the next session end.

@@ -79,6 +79,7 @@ class Observations {
   void note(Ended ended);
   void tell(const Ended& ended) const;
   bool isTriedAgain(const Ended& ended) const;
+  bool isActivityKept(const kit::Value& id) const;
   bool isClickKept(const kit::Value& click) const;
   void logBatch(const Ended& ended);
 

@@ -204,6 +204,20 @@ TEST_F(ToldApp, HearsOfDemographicsCommerceClicksAndCrashReportsThatWereNotAccep
   EXPECT_THAT(told(), Contains("failed 200 crash reports: The service answered, and did not accept. again"));
 }
 
+TEST_F(ToldApp, HearsThatAnActivityWhichIsGivenUpAsTooLargeIsNotTriedAgain) {
+  device().open();
+  told();
+  device().network().on(kTracking).then(Answer::body(413, "")).then(Answer::body(413, ""));
+  device().kit().addActivity("shop", "large", std::string(kMaxEventBytes - 100, 'x'));
+  device().kit().pushTracking();
+  device().settle();
+  EXPECT_THAT(told(), ElementsAre("failed 413 batch of activities: The server answered with status 413. never"));
+  device().kit().addActivity("shop", "small");
+  device().kit().pushTracking();
+  device().settle();
+  EXPECT_THAT(told(), ElementsAre("failed 413 batch of activities: The server answered with status 413. again"));
+}
+
 TEST_F(ToldApp, HearsWhetherAnErasureWasAccepted) {
   device().open();
   told();
