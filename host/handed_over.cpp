@@ -97,7 +97,7 @@ bool HandedOver::handleUpTo(size_t count) {
     return false;
   const Handling handling{is_handling_};
   for (size_t handled = 0; handled < count; ++handled) {
-    if (is_held_ || !handleFirst())
+    if (is_held_ || in_doubt_() || !handleFirst())
       return false;
   }
   return true;

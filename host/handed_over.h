@@ -50,13 +50,17 @@ class HandedOver {
   /// What waits, now: before a session starts. What a stop leaves of it, the next start handles. Main queue, within a
   /// turn.
   void handleAll();
-  /// In later turns: the store has come to light, and with it what an earlier process left. Any thread.
+  /// In later turns: the store has come to light, and with it what an earlier process left; or there is no doubt any
+  /// more. Any thread.
   void handleLater();
   /// The commerce click of the entry that is being handled was recorded: another process that handles it again does not
   /// record it twice. In the step that records it, within the handler.
   void commerceWasRecorded();
   /// While held, entries wait. What waited is handled in a later turn once it is let go. Any thread.
   void setHeld(bool held);
+  /// Entries wait also as long as this says so, which is asked on the main queue; handleLater() is called when it does
+  /// no longer. To be set before the main queue runs.
+  void setInDoubt(std::function<bool()> in_doubt) { in_doubt_ = std::move(in_doubt); }
 
  private:
   void handleSome();
@@ -68,6 +72,7 @@ class HandedOver {
   MachineLoop& main_loop_;
   const kit::StopRequest& stop_;
   Handler handler_;
+  std::function<bool()> in_doubt_ = [] { return false; };
   std::atomic<bool> is_held_{false};
   // On the main queue.
   bool is_handling_ = false;

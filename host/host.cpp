@@ -149,8 +149,11 @@ Recorded Host::clearUserId() {
 }
 
 Recorded Host::gdprForgetMe(bool forget_me) {
+  const bool was_in_doubt = parts_->plain_store->fileState() == WishFileState::kNotRead;
   const Recorded recorded = setNow([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
   parts_->transport->wishDidChange();
+  if (was_in_doubt)
+    parts_->handed_over.handleLater();
   // It has a home of its own beside the store.
   if (recorded == Recorded::kKeptInMemory && parts_->plain_store->isWishKept())
     return Recorded::kKept;

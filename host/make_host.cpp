@@ -286,11 +286,13 @@ void followTheWishFile(HostParts& parts) {
       parts.services.loadMirrors();
     });
     parts.transport->wishDidChange();
-    if (!was_forgotten || parts.services.isGDPRForgetMe())
-      return;
-    life->is_doubt_over = true;
-    if (life->is_active)
-      parts.core->startSession();
+    const bool is_doubt_over = was_forgotten && !parts.services.isGDPRForgetMe();
+    if (is_doubt_over)
+      life->is_doubt_over = true;
+    if (!is_doubt_over || !life->is_active)
+      return parts.handed_over.handleLater();
+    parts.handed_over.handleAll();  // as at any session's start
+    parts.core->startSession();
   });
 }
 
@@ -307,6 +309,7 @@ void makeCore(HostParts& parts, HostOf host_of) {
   parts.sending.setWhenResumed([&parts] { parts.core->sendingDidResume(); });
   parts.sending.setAlsoHeld([&parts](bool held) { parts.handed_over.setHeld(held); });
   parts.handed_over.setHandler([&parts](const HandedOver::Entry& entry) { handle(parts, entry); });
+  parts.handed_over.setInDoubt([&parts] { return parts.plain_store->fileState() == WishFileState::kNotRead; });
   parts.handed_over.begin();
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
 }

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/handed_over.h"
 #include "host/privacy/erasure_hold.h"
 #include "host/privacy/wish_file.h"
 #include "host/privacy/wish_rereading.h"
@@ -29,6 +30,7 @@ using ::testing::IsEmpty;
 
 /// Long enough for the disk to have what was recorded.
 constexpr double kSyncedSeconds = 5;
+constexpr const char* kClick = "https://shop.example/?ck=12&mrvk_eng=1&sn=3";
 constexpr const char* kUnreadable = "which keeps the wish to be forgotten, cannot be read (";
 /// Of a wish and of its withdrawal: the log does not tell which.
 constexpr const char* kNotOnTheDisk =
@@ -88,11 +90,27 @@ class ForgottenDevice : public ::testing::Test {
     ASSERT_FALSE(disk_.place().files->remove(wishPath()));
   }
 
+  /// A process in which the install was attributed.
+  void attribute() {
+    start();
+    phone_->setStoredValue("fendoUserInfo_fendoUserNo", 1001);
+    phone_->setStoredValue("fendoUserInfo_referralKey", 7);
+    machine_.loop.advance(kSyncedSeconds);
+  }
+  size_t clicks() const { return machine_.transport.requests(services::kReEngagementConversionPath).size(); }
   /// Until everything works again.
   void failToReadTheWish() {
     disk_.decide([this](const DiskCall& call) {
       return call.path == wishPath() && call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK;
     });
+  }
+  /// It says what it was told by an earlier process.
+  void startWithAFileThatCannotBeRead(bool says_forgotten) {
+    start();
+    wish(says_forgotten);
+    die();
+    failToReadTheWish();
+    start();
   }
   /// The file can be read from here on, and the device rests until that is found out.
   void letTheWishBeRead() {
@@ -330,6 +348,62 @@ TEST_F(ForgottenDevice, GoesOnWhereAFileThatCanBeReadAgainSaysForgotten) {
   EXPECT_TRUE(phone_->isGdprForgetMe()) << "the store has it as well";
 }
 
+TEST_F(ForgottenDevice, LivesOnWhereTheFileCanBeReadBeforeTheStore) {
+  start();
+  live();
+  die();
+  disk_.decide([this](const DiskCall& call) {
+    return isOfTheStore(call.path) || call.path == wishPath() ? SQLITE_BUSY : SQLITE_OK;
+  });
+  start();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  holdByAnother();
+  machine_.loop.advance(host::kWishRereadSeconds + 1);
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+  disk_.decide({});
+  machine_.loop.advance(host::kWishRereadSeconds + 1);
+  phone_->setAge(30);
+  machine_.loop.advance(kSyncedSeconds);
+  leaks();
+  live();
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+  EXPECT_GT(leaks(), 0U);
+}
+
+TEST_F(ForgottenDevice, HandlesWhatItWasHandedOnceTheFileCanBeRead) {
+  attribute();
+  die();
+  failToReadTheWish();
+  start();
+  phone_->applicationDidBecomeActive();
+  EXPECT_EQ(phone_->passOpenURL(kClick), Recorded::kKept);
+  machine_.loop.advance(60);
+  EXPECT_EQ(clicks(), 0U);
+  die();
+  start();
+  letTheWishBeRead();
+  EXPECT_EQ(clicks(), 1U);
+}
+
+TEST_F(ForgottenDevice, HandlesWhatItWasHandedOnceItIsToldWhileTheFileCannotBeRead) {
+  for (const bool is_forgotten : {false, true}) {
+    attribute();
+    die();
+    failToReadTheWish();
+    start();
+    const size_t before = clicks();
+    phone_->passOpenURL(kClick);
+    machine_.loop.runUntilIdle();
+    EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 1U);
+    phone_->gdprForgetMe(is_forgotten);
+    machine_.loop.advance(1);
+    EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 0U);
+    EXPECT_EQ(clicks() - before, is_forgotten ? 0U : 1U);
+    die();
+    disk_.decide({});
+  }
+}
+
 TEST_F(ForgottenDevice, StaysForgottenWhereAFileThatCanBeReadAgainSaysNothing) {
   start();
   live();
@@ -346,11 +420,7 @@ TEST_F(ForgottenDevice, StaysForgottenWhereAFileThatCanBeReadAgainSaysNothing) {
 
 TEST_F(ForgottenDevice, HasItsFileMadeWhereItTurnsOutThatThereIsNone) {
   for (const bool is_forgotten : {true, false}) {
-    start();
-    wish(is_forgotten);
-    die();
-    failToReadTheWish();
-    start();
+    startWithAFileThatCannotBeRead(is_forgotten);
     ASSERT_FALSE(disk_.place().files->remove(wishPath()));
     letTheWishBeRead();
     EXPECT_EQ(phone_->isGdprForgetMe(), is_forgotten);
@@ -362,11 +432,7 @@ TEST_F(ForgottenDevice, HasItsFileMadeWhereItTurnsOutThatThereIsNone) {
 
 TEST_F(ForgottenDevice, KeepsWhatItWasToldWhileTheFileCouldNotBeRead) {
   for (const bool is_forgotten : {true, false}) {
-    start();
-    wish(!is_forgotten);
-    die();
-    failToReadTheWish();
-    start();
+    startWithAFileThatCannotBeRead(!is_forgotten);
     phone_->gdprForgetMe(is_forgotten);
     EXPECT_EQ(phone_->isGdprForgetMe(), is_forgotten);
     letTheWishBeRead();
@@ -378,11 +444,7 @@ TEST_F(ForgottenDevice, KeepsWhatItWasToldWhileTheFileCouldNotBeRead) {
 
 TEST_F(ForgottenDevice, KeepsWhatItIsToldWhileTheFileIsRead) {
   for (const bool is_forgotten : {true, false}) {
-    start();
-    wish(!is_forgotten);
-    die();
-    failToReadTheWish();
-    start();
+    startWithAFileThatCannotBeRead(!is_forgotten);
     disk_.decide([this, is_forgotten, is_told = false](const DiskCall& call) mutable {
       if (call.path == wishPath() && call.kind == DiskCall::Kind::kRead && !std::exchange(is_told, true))
         phone_->gdprForgetMe(is_forgotten);
