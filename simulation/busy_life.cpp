@@ -1026,11 +1026,13 @@ class BusyLife {
   }
 
   void hear(std::string_view line) {
-    if (isCut() || line.find("the store \"") == std::string_view::npos)
-      return;
     const auto says = [line](std::string_view part) { return line.find(part) != std::string_view::npos; };
+    if (isCut())
+      return;
     if (says("keeps the wish to be forgotten"))
       return hearOfTheWish(line);
+    if (!says("the store \""))
+      return;
     if (says("cannot be read (") || says("are damaged"))
       complain(Complaint::kUnreadableStore, std::string(line));
     if (says("cannot be written (") || says("cannot be opened ("))

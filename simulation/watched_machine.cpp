@@ -15,10 +15,26 @@ MachineMeddler& noMeddler() {
   return none;
 }
 
+class WatchedLog final : public kit::LogSink {
+ public:
+  WatchedLog(kit::LogSink& log, MachineWatcher& watcher) : log_(log), watcher_(watcher) {}
+  void line(std::string_view text) override {
+    watcher_.storeSays(text);
+    log_.line(text);
+  }
+  bool tryLine(std::string_view text) override { return log_.tryLine(text); }
+
+ private:
+  kit::LogSink& log_;
+  MachineWatcher& watcher_;
+};
+
 class WatchedStore final : public host::PassingStore {
  public:
-  WatchedStore(std::unique_ptr<host::MachineStore> store, MachineWatcher& watcher, MachineMeddler& meddler)
-      : PassingStore(*store), owned_(std::move(store)), watcher_(watcher), meddler_(meddler) {}
+  /// `log`: what the store says goes there.
+  WatchedStore(std::unique_ptr<kit::LogSink> log, std::unique_ptr<host::MachineStore> store, MachineWatcher& watcher,
+               MachineMeddler& meddler)
+      : PassingStore(*store), log_(std::move(log)), owned_(std::move(store)), watcher_(watcher), meddler_(meddler) {}
 
   kit::Value get(std::string_view key) const override {
     meddler_.storeIsCalled();
@@ -71,6 +87,7 @@ class WatchedStore final : public host::PassingStore {
   }
 
  private:
+  const std::unique_ptr<kit::LogSink> log_;
   const std::unique_ptr<host::MachineStore> owned_;
   MachineWatcher& watcher_;
   MachineMeddler& meddler_;
@@ -162,7 +179,9 @@ WatchedMachine::WatchedMachine(VirtualMachineOptions options, MachineWatcher& wa
     : VirtualMachine(std::move(options)), watcher_(watcher), meddler_(meddler != nullptr ? *meddler : noMeddler()) {}
 
 std::unique_ptr<host::MachineStore> WatchedMachine::makeStore(const std::string& folder, kit::LogSink& log) {
-  return std::make_unique<WatchedStore>(VirtualMachine::makeStore(folder, log), watcher_, meddler_);
+  auto watched = std::make_unique<WatchedLog>(log, watcher_);
+  auto made = VirtualMachine::makeStore(folder, *watched);
+  return std::make_unique<WatchedStore>(std::move(watched), std::move(made), watcher_, meddler_);
 }
 
 std::unique_ptr<host::MachineLoop> WatchedMachine::makeMainLoop(MainQueueMode mode, const services::Logger& logger) {

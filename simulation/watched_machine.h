@@ -25,6 +25,8 @@ class MachineWatcher {
   virtual void handlerEnded(uint64_t exchange) = 0;
   /// A value is set in the store, in memory: what the turn wrote is committed later.
   virtual void valueIsSet(std::string_view key, const kit::Value& value) = 0;
+  /// The store says something of itself, to be logged or not.
+  virtual void storeSays(std::string_view /*line*/) {}
   /// A block is put off on the main queue, by the core.
   virtual void blockIsPutOff(double delay_seconds) = 0;
 };

@@ -848,11 +848,11 @@ class WildLife final : private MachineWatcher {
     ++result_.figures.log_lines;
     transcript_.add(line);
     trace("  log ", line);
-    if (line.find("the store \"") != std::string_view::npos)
-      hearOfTheStore(line);
     tell([&](LifeChecker& checker) { checker.lineIsLogged(line); });
   }
-  void hearOfTheStore(std::string_view line) {
+  void storeSays(std::string_view line) override {
+    if (isCut())
+      return;
     const auto says = [line](std::string_view part) { return line.find(part) != std::string_view::npos; };
     if (says("cannot be written (") || says("cannot be opened ("))
       trouble_since_ = trouble_since_.value_or(now());
