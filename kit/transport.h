@@ -39,6 +39,9 @@ struct Request {
   WhenHeld when_held = WhenHeld::kWaits;
   /// Called once, when it leaves, on any thread; must be short and must not throw. May be empty.
   std::function<void()> when_it_leaves;
+  /// Asked once more before its first byte is handed to a connection, which may have taken long to come about; false:
+  /// it ends as not sent. On any thread; must be short and must not throw. May be empty.
+  std::function<bool()> may_leave;
 };
 
 struct Response {

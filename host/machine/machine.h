@@ -133,8 +133,9 @@ using TransportHandler = std::function<void(kit::TransportOutcome)>;
 class MachineNetwork {
  public:
   virtual ~MachineNetwork() = default;
-  /// Begins the exchange now; its time-out counts from here. `done` is called once, with an answer or an error, on any
-  /// thread, possibly this one; not after shutdown(). Any thread; does not wait for the network.
+  /// Begins the exchange now; its time-out counts from here. Request::may_leave is asked before anything of it is sent.
+  /// `done` is called once, with an answer, an error, or, where it may not leave, neither, on any thread, possibly this
+  /// one; not after shutdown(). Any thread; does not wait for the network.
   virtual void begin(kit::Request request, TransportHandler done) = 0;
   /// Cancels what is under way and lets go of what it was handed. When it has returned, no `done` is called any more.
   /// May be called again. Takes a few ten milliseconds at most.

@@ -154,9 +154,14 @@ CURLcode CurlExchange::onTlsContext(CURL*, void* context, void*) {
 
 int CurlExchange::onReadyToSend(void* self, char*, char*, int, int) {
   auto* exchange = static_cast<CurlExchange*>(self);
-  exchange->was_held_back_ = exchange->was_sent_ && !isSafe(exchange->request_.method);
+  const auto& request = exchange->request_;
+  const bool may_leave = !request.may_leave || request.may_leave();
+  exchange->was_held_back_ = exchange->was_sent_ && (!may_leave || !isSafe(request.method));
+  exchange->was_stopped_ = !exchange->was_sent_ && !may_leave;
+  if (exchange->was_held_back_ || exchange->was_stopped_)
+    return CURL_PREREQFUNC_ABORT;
   exchange->was_sent_ = true;
-  return exchange->was_held_back_ ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+  return CURL_PREREQFUNC_OK;
 }
 
 std::string CurlExchange::contentEncoding() const {
@@ -167,6 +172,8 @@ std::string CurlExchange::contentEncoding() const {
 }
 
 kit::TransportOutcome CurlExchange::outcome(CURLcode code) {
+  if (was_stopped_)
+    return {};
   if (code == CURLE_OK)
     body_.finish();
   if (body_.error())

@@ -68,6 +68,7 @@ class CurlExchange {
   size_t head_bytes_ = 0;
   bool was_sent_ = false;
   bool was_held_back_ = false;  ///< from being sent a second time
+  bool was_stopped_ = false;    ///< before anything of it was sent
   std::array<char, CURL_ERROR_SIZE> error_text_{};
   std::unique_ptr<CURL, Release> easy_;
 };

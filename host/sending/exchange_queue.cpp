@@ -130,6 +130,8 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
     under_way->handler = std::move(waiting.handler);
     if (const auto leaves = std::exchange(waiting.request.when_it_leaves, nullptr))
       leaves();
+    if (waiting.request.when_held != WhenHeld::kPasses)
+      waiting.request.may_leave = [is_forgotten = is_forgotten_] { return !is_forgotten(); };
     // A network that never lets go of what it was handed keeps nothing of this.
     try {
       network_->begin(std::move(waiting.request), [self = weak_from_this(), under_way](kit::TransportOutcome outcome) {

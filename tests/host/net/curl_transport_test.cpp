@@ -730,6 +730,53 @@ TEST_F(CurlTransportTest, AsksASecondTimeWhereAskingChangesNothing) {
   EXPECT_EQ(server.requests().size(), 3u);
 }
 
+/// Says yes so many times, and no from then on.
+std::function<bool()> leavesTimes(int times) {
+  return [left = std::make_shared<std::atomic<int>>(times)] { return (*left)-- > 0; };
+}
+
+class BareCurlTransportTest : public CurlTransportTest {
+ protected:
+  kit::TransportOutcome exchangeWith(kit::Request request) {
+    std::promise<kit::TransportOutcome> ended;
+    network_->begin(std::move(request),
+                    [&ended](kit::TransportOutcome outcome) { ended.set_value(std::move(outcome)); });
+    return ended.get_future().get();
+  }
+  std::unique_ptr<CurlTransport> network_ = std::make_unique<CurlTransport>(CurlTransportOptions{.ca_file = ca_file_});
+};
+
+TEST_F(BareCurlTransportTest, SendsNothingOfARequestThatMayNotLeaveAnyMoreWhenItsConnectionHasComeAbout) {
+  auto& server = serve(answerOk);
+  auto stopped = request();
+  stopped.may_leave = leavesTimes(0);
+  EXPECT_TRUE(exchangeWith(stopped).isNotSent());
+  auto leaving = request("/leaves");
+  leaving.may_leave = leavesTimes(1);
+  EXPECT_EQ(exchangeWith(leaving).response->body, "ok");
+  ASSERT_EQ(server.requests().size(), 1u);
+  EXPECT_EQ(server.requests()[0].target, "/leaves");
+}
+
+TEST_F(BareCurlTransportTest, AsksNotASecondTimeWhatMayNotLeaveAnyMore) {
+  auto& server = serve([](const ServedRequest& request, Peer& peer) {
+    if (request.target == "/dies")
+      peer.shut();
+    else
+      peer.answer(200, "ok");
+  });
+  EXPECT_EQ(exchangeWith(request("/")).response->body, "ok");
+  auto get = request("/dies");
+  get.method = "GET";
+  get.body.clear();
+  get.may_leave = leavesTimes(1);
+  const auto outcome = exchangeWith(get);
+  ASSERT_TRUE(outcome.error);
+  EXPECT_EQ(outcome.error->message, "no complete answer from " + server.url("/dies") +
+                                        ": the connection was lost after the request had been sent");
+  EXPECT_EQ(server.requests().size(), 2u);
+}
+
 TEST_F(CurlTransportTest, OutlivesConnectionsThatAreResetWhileItSends) {
   auto& server = serve([](const ServedRequest&, Peer&) { FAIL() << "the body never arrives whole"; });
   // The server goes in the middle of a body; writing on must not end the process with a signal.

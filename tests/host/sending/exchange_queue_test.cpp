@@ -32,6 +32,7 @@ class NetworkInHand final : public MachineNetwork {
     if (when_begun)
       when_begun();
     left.push_back(request.url);
+    may_leave.push_back(std::move(request.may_leave));
     answers.push_back(std::move(done));
     if (answers_at_once)
       answer(answers.size() - 1);
@@ -47,6 +48,7 @@ class NetworkInHand final : public MachineNetwork {
   bool throws_once = false;
   std::function<void()> when_begun;
   std::vector<std::string> left;
+  std::vector<std::function<bool()>> may_leave;
   std::vector<TransportHandler> answers;
 };
 
@@ -122,6 +124,19 @@ TEST_F(ExchangeQueueTest, EndsWhatWaitsForAPlaceWhenTheUserAsksToBeForgottenAndN
   main_queue.runAll();
   EXPECT_THAT(answered, ElementsAre("/busy1")) << "its bytes were on their way";
   EXPECT_THAT(network.left, IsEmpty());
+}
+
+TEST_F(ExchangeQueueTest, HasTheNetworkAskForTheWishOnceMoreWhenAConnectionHasComeAbout) {
+  start("/conversion");
+  start("/erasure", WhenHeld::kPasses);
+  ASSERT_EQ(network.may_leave.size(), 2U);
+  EXPECT_TRUE(network.may_leave[0]());
+  setForgotten(true);
+  EXPECT_FALSE(network.may_leave[0]());
+  EXPECT_FALSE(network.may_leave[1]) << "the erasure leaves under the wish";
+  network.answers[0]({});
+  main_queue.runAll();
+  EXPECT_THAT(not_sent, ElementsAre("/conversion"));
 }
 
 TEST_F(ExchangeQueueTest, AsksForTheWishAgainWhenAPlaceGetsFreeAlsoIfNobodyToldOfIt) {
