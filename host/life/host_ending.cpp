@@ -156,7 +156,8 @@ class HostEnding::Closing {
 HostEnding::HostEnding(std::shared_ptr<HostParts> parts) : parts_(std::move(parts)) {}
 
 bool HostEnding::isWithinCallback() const {
-  return parts_->main_loop->isInTurn() || parts_->background->isInBlock() || parts_->life->isInLogSink();
+  return parts_->main_loop->isInTurn() || parts_->background->isInBlock() || parts_->life->isInLogSink() ||
+         parts_->life->isInDone();
 }
 
 bool HostEnding::stop() {

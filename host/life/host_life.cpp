@@ -35,6 +35,7 @@ void guardModule(const Life& life, Module& module) {
 }  // namespace
 
 thread_local const HostLife* HostLife::log_sink_of_thread_ = nullptr;
+thread_local const HostLife* HostLife::done_of_thread_ = nullptr;
 
 /// Marks this thread while it is in the sink; the sink of another host may be called from there.
 class HostLife::InLogSink {

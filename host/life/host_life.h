@@ -53,6 +53,20 @@ class HostLife {
   /// This thread is within the app's log sink.
   bool isInLogSink() const { return log_sink_of_thread_ == this; }
 
+  /// Marks this thread, as long as it lives, as being within a function that was handed to flush(), which may run on
+  /// any thread. One of another host may be called from there.
+  class InDone {
+   public:
+    explicit InDone(const HostLife& life) : before_(std::exchange(done_of_thread_, &life)) {}
+    InDone(const InDone&) = delete;
+    InDone& operator=(const InDone&) = delete;
+    ~InDone() { done_of_thread_ = before_; }
+
+   private:
+    const HostLife* const before_;
+  };
+  bool isInDone() const { return done_of_thread_ == this; }
+
   /// Makes every function in `options` that the app wants called obey mayCallApp(). Empty ones stay empty.
   static void guard(const std::shared_ptr<const HostLife>& life, HostOptions& options);
 
@@ -61,6 +75,7 @@ class HostLife {
   class InLogSink;
 
   static thread_local const HostLife* log_sink_of_thread_;
+  static thread_local const HostLife* done_of_thread_;
 
   const OwnProcess process_;
   std::atomic<Stage> stage_{Stage::kRunning};

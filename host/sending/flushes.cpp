@@ -92,7 +92,15 @@ void Flushes::begin(Done done, std::chrono::milliseconds timeout) {
   auto flush = std::make_shared<Flush>(parts_.ledger);
   flush->done = std::move(done);
   if (const auto refusal = add(flush, timeout))
-    tellNow(flush->done, *refusal);
+    refuse(flush->done, *refusal);
+}
+
+/// One that asks again from within its answer would be answered without end: in a later turn, if there is one.
+void Flushes::refuse(const Done& done, FlushReason reason) {
+  if (!parts_.life.isInDone())
+    tellNow(done, reason);
+  else if (reason != FlushReason::kStopped)
+    parts_.main_loop.async([this, done, reason] { tellNow(done, reason); });
 }
 
 FlushResult Flushes::resultNow(FlushReason reason) const {
@@ -290,14 +298,18 @@ void Flushes::finish(const FlushPointer& flush, FlushReason reason) {
 void Flushes::tell(const Flush& flush, const FlushResult& result) const {
   if (flush.waiter)
     flush.waiter->tell(result);
-  if (flush.done && parts_.life.mayCallApp())
-    services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { flush.done(result); });
+  if (!flush.done || !parts_.life.mayCallApp())
+    return;
+  const HostLife::InDone within(parts_.life);
+  services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { flush.done(result); });
 }
 
 /// On this thread, whatever may still be called: it is an answer to this very call.
 void Flushes::tellNow(const Done& done, FlushReason reason) const {
-  if (done)
-    services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { done(resultNow(reason)); });
+  if (!done)
+    return;
+  const HostLife::InDone within(parts_.life);
+  services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { done(resultNow(reason)); });
 }
 
 bool Flushes::isWaiting(const FlushPointer& flush) const {

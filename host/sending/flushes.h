@@ -64,7 +64,7 @@ class Flushes {
   /// at once.
   void begin(Done done, std::chrono::milliseconds timeout);
   /// Tells `done` at once that the kit is stopped.
-  void refuse(const Done& done) const { tellNow(done, FlushReason::kStopped); }
+  void refuse(const Done& done) { refuse(done, FlushReason::kStopped); }
   /// As MorvikCore::waitUntilDelivered(). Any thread.
   FlushResult wait(std::chrono::milliseconds timeout);
   /// True within a turn of the main queue or a block of the background queue, asked on its thread.
@@ -95,6 +95,7 @@ class Flushes {
   void finishAll(FlushReason reason);
   void finish(const FlushPointer& flush, FlushReason reason);
   void tell(const Flush& flush, const FlushResult& result) const;
+  void refuse(const Done& done, FlushReason reason);
   void tellNow(const Done& done, FlushReason reason) const;
   FlushResult resultNow(FlushReason reason) const;
   /// Of all that was ever recorded.

@@ -133,8 +133,9 @@ class MorvikCore {
   /// the answer to another batch took out of the store waits for the answer to its own (FlushResult). An empty `done`
   /// is allowed. Where there is nothing to wait for it is called on the calling thread, before flush() returns:
   /// kTooMany when kMaxFlushes wait already, kStopped once the end of the kit has begun. A stop that the main queue
-  /// does not answer within two seconds calls it, with kStopped, on the stopping thread. It is not called in a forked
-  /// child, nor when the kit is destroyed within a callback.
+  /// does not answer within two seconds calls it, with kStopped, on the stopping thread. From within a `done`, on
+  /// whatever thread, stop() does nothing, and a further flush is answered in a later turn, or, once the end of the kit
+  /// has begun, not at all. It is not called in a forked child, nor when the kit is destroyed within a callback.
   virtual void flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) = 0;
   /// flush(), waited for: for tools and tests, not for an app's user interface. On the thread that pumps it pumps.
   /// Inside a callback it returns at once, with a line in the log.
@@ -175,7 +176,7 @@ class MorvikCore {
 
   /// The user asks to be forgotten (true) or takes that back (false). The wish is stored when the call returns: from
   /// then on, and after every restart, nothing of the kit leaves but this wish, and events of the app are refused. What
-  /// waited to leave is not sent; an exchange that the network had begun runs to its end. What follows is posted: the
+  /// waited to leave is not sent, nor one that was still connecting; an exchange that was being sent runs to its end. What follows is posted: the
   /// wish goes to the erasure service if there is a network; without one, or when the service does not accept it, the
   /// app calls again later (the kit does not). A call that repeats what the service has accepted does nothing. An
   /// accepted wish marks the user as forgotten, also one that takes an accepted erasure back.

@@ -911,6 +911,39 @@ TEST_F(Flushing, PastTheirNumberAreRefusedWithALine) {
   EXPECT_EQ(reason(), FlushReason::kDelivered);
 }
 
+TEST_F(Flushing, PastTheirNumberThatAskAgainFromWithinTheAnswerAreAnsweredInALaterTurn) {
+  AttributedDevice device;
+  device.network().on(services::kTrackingPath).always(fakes::Answer::silence());
+  device.kit().addActivity("shop", "purchase");
+  for (size_t call = 0; call < kMaxFlushes; ++call)
+    device.kit().flush([](const FlushResult&) {}, seconds(5));
+  int told = 0;
+  const std::function<void(const FlushResult&)> again = [&](const FlushResult& result) {
+    EXPECT_EQ(result.reason, FlushReason::kTooMany);
+    if (++told < 3)
+      device.kit().flush(again, seconds(5));
+  };
+  device.kit().flush(again, seconds(5));
+  EXPECT_EQ(told, 1);
+  device.settle();
+  EXPECT_EQ(told, 3);
+}
+
+TEST_F(Flushing, ThatAskAgainFromWithinTheAnswerOfAStopAreNotAnswered) {
+  AttributedDevice device;
+  device.network().on(services::kTrackingPath).always(fakes::Answer::silence());
+  device.kit().addActivity("shop", "purchase");
+  int told = 0;
+  const std::function<void(const FlushResult&)> again = [&](const FlushResult& result) {
+    EXPECT_EQ(result.reason, FlushReason::kStopped);
+    ++told;
+    device.kit().flush(again, seconds(30));
+  };
+  device.kit().flush(again, seconds(30));
+  device.kit().stop();
+  EXPECT_EQ(told, 1);
+}
+
 TEST_F(Flushing, AreToldThatTheKitIsStoppedBeforeStopReturns) {
   AttributedDevice device;
   device.network().on(services::kTrackingPath).always(fakes::Answer::silence());

@@ -483,6 +483,27 @@ TEST_F(HostEndingTest, TellsAFlushThatTheMainQueueDoesNotGetToOnTheStoppingThrea
   EXPECT_EQ(told.size(), 1U);
 }
 
+TEST_F(HostEndingTest, IsNotBegunAgainFromWithinTheAnswerToAFlushOnTheStoppingThread) {
+  const auto host = make();
+  test::BusyTurn busy(*host);
+  host->addActivity("g", "n", std::nullopt);
+  int told = 0;
+  bool erased = true;
+  const std::function<void(const FlushResult&)> done = [&](const FlushResult&) {
+    ++told;
+    host->stop();
+    erased = host->eraseLocalData();
+    host->flush(done, kGiveUp);
+  };
+  host->flush(done, kGiveUp);
+  host->stop();
+  EXPECT_EQ(told, 1);
+  EXPECT_FALSE(erased);
+  EXPECT_EQ(log.countContaining("cannot be stopped from within one of its callbacks"), 1U);
+  busy.end();
+  EXPECT_TRUE(canStartInTheEnd());
+}
+
 TEST_F(HostEndingTest, TellsAFlushAlsoWhereNoThreadCanBeHadToCloseOn) {
   const auto host = makePumped();
   host->addActivity("g", "n", std::nullopt);
