@@ -17,6 +17,8 @@ struct MorvikCoreLib::SentBatch {
   size_t activities = 0;
   size_t plain_bytes = 0;  ///< of the activities' entries
   size_t impressions = 0;
+  /// Of one that filters: the id of the "end" that the kept session leaves out. Blank: there is none.
+  std::optional<kit::Value> kept_end;
   bool leaves_activities = false;  ///< the limit left some out
   kit::Value last_activity;        ///< as it is stored
   /// The stored ones that it carries, when it does not carry all.

@@ -77,6 +77,8 @@ constinit const Value kConversionKeyKey = Value::literal("conversion_key");
 constinit const Value kIsFirstTimeKey = Value::literal("isFirstTime");
 constinit const Value kBlank = Value::literal("");
 
+constexpr std::string_view kEnd = "end";
+
 /// The answer that stands for "no activity to send".
 Value noDataAnswer() {
   return kit::Dictionary{{"result", "failure"}};
@@ -139,6 +141,56 @@ class EntryBuilder {
   double offset_seconds_;
 };
 
+/// The id of the last "end" in the order of the dates, blank where there is none; nothing when the kit is being
+/// stopped.
+std::optional<Value> lastEndIn(const kit::Array& activities, const kit::StopRequest& stop) {
+  kit::StopCheck check(&stop);
+  const Value* last = nullptr;
+  for (const Value& record : activities) {
+    if (check.isStopping())
+      return std::nullopt;
+    if (record["activityName"].string() != kEnd)
+      continue;
+    if (last == nullptr || !(record["activityCreatedAt"].date() < (*last)["activityCreatedAt"].date()))
+      last = &record;
+  }
+  return last == nullptr ? kBlank : services::checkNilToBlankString((*last)["activityEventID"]);
+}
+
+/// The "end"s that a batch leaves out. One of them is deleted with it: the last of all that were stored when the kept
+/// session's first batch was built. All others stay.
+class LeftOutEnds {
+ public:
+  /// `kept_end`: from the session's first such batch, for one that follows it. It is then the only one left out: the
+  /// others go with this batch.
+  LeftOutEnds(EndActivities end_activities, const std::optional<Value>& kept_end)
+      : filters_(end_activities == EndActivities::kFilter), kept_end_(kept_end) {}
+
+  /// To be asked in the order of the dates.
+  bool leavesOut(const Value& name, const Value& event_id) {
+    if (!filters_ || name.string() != kEnd)
+      return false;
+    if (kept_end_ && (kept_end_->string().empty() || !(event_id == *kept_end_)))
+      return false;
+    last_ = event_id;
+    return true;
+  }
+  /// Once the batch is full or the list at its end. False when the kit is being stopped meanwhile.
+  bool findKeptEnd(const kit::Array& activities, bool are_all_known, const kit::StopRequest& stop) {
+    if (filters_ && !kept_end_)
+      kept_end_ = are_all_known ? last_ : lastEndIn(activities, stop);
+    return !filters_ || kept_end_.has_value();
+  }
+  const std::optional<Value>& keptEnd() const { return kept_end_; }
+  /// The id to delete with the batch; blank: none.
+  Value deleted() const { return kept_end_ && last_ == *kept_end_ ? last_ : kBlank; }
+
+ private:
+  const bool filters_;
+  std::optional<Value> kept_end_;
+  Value last_ = kBlank;
+};
+
 /// The ids in a list of event ids, for quick look-ups. Views into `ids`, which must outlive the set.
 std::unordered_set<std::string_view> idSet(const kit::Array& ids) {
   std::unordered_set<std::string_view> set;
@@ -184,11 +236,12 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   const EntryBuilder builder(util(), services().intervalSinceServerDate());
   kit::MutableArray entries;
   kit::MutableArray sent_event_keys;
-  Value filtered_event_id = kBlank;
   const kit::StopRequest& stop = kit_.shared_state.stop_request;
   const auto facts = std::make_shared<SentBatch>();
   facts->end_activities = end_activities;
   facts->session = sessions_;
+  const bool is_follower = batch_size_.isLimited() && last_batch_ != nullptr && last_batch_->session == sessions_;
+  LeftOutEnds left_out(end_activities, is_follower ? last_batch_->kept_end : std::nullopt);
   const kit::Array activities = store().fendoActivityInfos().array();
   Previous previous;
   BatchRoom room(batch_size_.activities());
@@ -199,10 +252,8 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
       break;
     const Value& name = (*record)["activityName"];
     const Value event_id = util().checkNilToBlankString((*record)["activityEventID"]);
-    if (end_activities == EndActivities::kFilter && name.string() == "end") {
-      filtered_event_id = event_id;
-      MORVIK_LOG(log(), lcl_vTrace, kOperation, "RVK_QA-MorvikCoreLib tracking filter activity eventId - %@",
-                 filtered_event_id);
+    if (left_out.leavesOut(name, event_id)) {
+      MORVIK_LOG(log(), lcl_vTrace, kOperation, "RVK_QA-MorvikCoreLib tracking filter activity eventId - %@", event_id);
     } else {
       const Value entry = builder.activity(*record, event_id, previous);
       facts->leaves_activities = !room.take(entry);
@@ -214,14 +265,15 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
     }
     previous = {&(*record)["activityGroupName"], &name};
   }
-  if (oldest_activities.isStopping())
+  facts->leaves_activities = facts->leaves_activities || !oldest_activities.isAtEnd();
+  if (oldest_activities.isStopping() || !left_out.findKeptEnd(activities, !facts->leaves_activities, stop))
     return Value();
-  if (!filtered_event_id.string().empty())
-    sent_event_keys.append(filtered_event_id);
+  facts->kept_end = left_out.keptEnd();
+  if (!left_out.deleted().string().empty())
+    sent_event_keys.append(left_out.deleted());
   noteSentEventKeys(std::move(sent_event_keys));
   if (entries.empty())
     return noDataAnswer();
-  facts->leaves_activities = facts->leaves_activities || !oldest_activities.isAtEnd();
   facts->activities = entries.size();
   facts->plain_bytes = room.plainBytes();
   batch.set(kActivityInfoKey, Value(std::move(entries)));

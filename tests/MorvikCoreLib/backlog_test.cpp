@@ -53,6 +53,21 @@ class Backlog : public ::testing::Test {
   }
   void answer(const Answer& answer) { world.transport.on("v1/tracking").then(answer); }
   void alwaysAnswer(const Answer& answer) { world.transport.on("v1/tracking").always(answer); }
+  /// A session that goes on within a minute, with this in its list. All its batches but the first are accepted.
+  void keepSessionWith(const Value& list, const Answer& first = Answer::json(kAccepted)) {
+    alwaysAnswer(Answer::json(kAccepted));
+    world.becomeActive();
+    store(Array());
+    world.enterBackground();
+    world.loop.advance(1);
+    store(list);
+    world.transport.clearRequests();
+    world.transport.on("v1/tracking").clear();
+    answer(first);
+    alwaysAnswer(Answer::json(kAccepted));
+    world.becomeActive();
+    world.loop.runUntilIdle();
+  }
   /// A session without a "start" and without a batch of its own.
   void openSession() {
     const Value kept = world.userDefaults().fendoActivityInfos();
@@ -231,14 +246,7 @@ Value sevenAndAnEnd() {
 }
 
 TEST_F(Backlog, TheFollowingBatchesOfAKeptSessionLeaveItsEndOut) {
-  alwaysAnswer(Answer::json(kAccepted));
-  world.becomeActive();
-  store(Array());
-  world.enterBackground();
-  world.loop.advance(1);
-  store(sevenAndAnEnd());
-  world.becomeActive();
-  world.loop.runUntilIdle();
+  keepSessionWith(sevenAndAnEnd());
   EXPECT_THAT(storedIds(), ElementsAre("end", "after"));
   // A trigger sends what is left; the session goes on, and its end stays out.
   push();
@@ -246,20 +254,67 @@ TEST_F(Backlog, TheFollowingBatchesOfAKeptSessionLeaveItsEndOut) {
   EXPECT_THAT(storedIds(), IsEmpty());
 }
 
+Value end(double seconds, const std::string& id) {
+  return activity("session", "end", at(seconds), id);
+}
+
+Value other(double seconds, const std::string& id) {
+  return activity("g", "n", at(seconds), id);
+}
+
+TEST_F(Backlog, TheBatchesOfAKeptSessionSendTheEndOfAnEarlierOne) {
+  keepSessionWith(Array{other(1, "a"), end(2, "old"), other(3, "start-b"), other(4, "b1"), other(5, "b2"),
+                        other(6, "b3"), end(7, "kept"), other(8, "after")});
+  EXPECT_THAT(storedIds(), ElementsAre("kept", "after"));
+  push();
+  EXPECT_THAT(sentIds(),
+              ElementsAre(ElementsAre("a", "start-b", "b1"), ElementsAre("old", "b2", "b3"), ElementsAre("after")));
+  EXPECT_THAT(storedIds(), IsEmpty());
+}
+
+TEST_F(Backlog, MoreEndsOfEarlierSessionsThanABatchMayCarryHoldNothingUpAndAreSent) {
+  keepSessionWith(Array{end(1, "e1"), end(2, "e2"), end(3, "e3"), end(4, "e4"), other(5, "a"), other(6, "b"),
+                        other(7, "c"), other(8, "d"), end(9, "kept"), other(10, "after")});
+  EXPECT_THAT(sentIds(),
+              ElementsAre(ElementsAre("a", "b", "c"), ElementsAre("e1", "e2", "e3"), ElementsAre("e4", "d", "after")));
+  EXPECT_THAT(storedIds(), IsEmpty());
+}
+
+TEST_F(Backlog, NoEndButTheKeptOneIsDeletedWhereNothingElseWaits) {
+  keepSessionWith(Array{end(1, "old"), other(2, "a"), other(3, "b"), other(4, "c"), end(5, "second"), end(6, "kept")});
+  push();
+  push();
+  EXPECT_THAT(sentIds(), ElementsAre(ElementsAre("a", "b", "c"), ElementsAre("old", "second")));
+  EXPECT_THAT(storedIds(), IsEmpty());
+}
+
+TEST_F(Backlog, TheKeptEndIsTheLastByItsDateWhereverItIsStored) {
+  keepSessionWith(Array{end(100, "kept"), other(1, "a"), other(2, "b"), other(3, "c"), other(4, "d"), end(5, "old")});
+  push();
+  push();
+  EXPECT_THAT(sentIds(), ElementsAre(ElementsAre("a", "b", "c"), ElementsAre("d", "old")));
+  EXPECT_THAT(storedIds(), IsEmpty());
+}
+
+TEST_F(Backlog, AnEndThatIsRecordedBetweenTheBatchesOfAKeptSessionIsSent) {
+  keepSessionWith(Array{other(1, "a"), other(2, "b"), other(3, "c"), end(4, "kept"), other(5, "d")});
+  kit::MutableArray longer(world.userDefaults().fendoActivityInfos());
+  longer.append(end(6, "of the app"));
+  world.userDefaults().setFendoActivityInfos(Value(std::move(longer)));
+  push();
+  EXPECT_THAT(sentIds(), ElementsAre(ElementsAre("a", "b", "c"), ElementsAre("d", "of the app")));
+  EXPECT_THAT(storedIds(), IsEmpty());
+}
+
+TEST_F(Backlog, TheHalvesOfABatchThatWasTooLargeSendTheEndOfAnEarlierSession) {
+  keepSessionWith(Array{end(1, "old"), other(2, "a"), other(3, "b"), end(4, "kept")}, Answer::body(413, ""));
+  push();
+  EXPECT_THAT(sentIds(), ElementsAre(ElementsAre("a", "b"), ElementsAre("old"), ElementsAre("a", "b")));
+  EXPECT_THAT(storedIds(), IsEmpty());
+}
+
 TEST_F(Backlog, TheHalfOfABatchThatWasTooLargeLeavesTheEndOfAKeptSessionOutToo) {
-  alwaysAnswer(Answer::json(kAccepted));
-  world.becomeActive();
-  store(Array());
-  world.enterBackground();
-  world.loop.advance(1);
-  store(
-      Array{activity("session", "end", at(1), "end"), activity("g", "n", at(2), "a"), activity("g", "n", at(3), "b")});
-  world.transport.on("v1/tracking").clear();
-  answer(Answer::body(413, ""));
-  alwaysAnswer(Answer::json(kAccepted));
-  world.transport.clearRequests();
-  world.becomeActive();
-  world.loop.runUntilIdle();
+  keepSessionWith(Array{end(1, "end"), other(2, "a"), other(3, "b")}, Answer::body(413, ""));
   EXPECT_THAT(sentIds(), ElementsAre(ElementsAre("a", "b"), ElementsAre("a")));
   EXPECT_THAT(storedIds(), ElementsAre("b"));
 }

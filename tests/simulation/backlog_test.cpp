@@ -250,6 +250,37 @@ TEST_F(BacklogOfADevice, OffAndOnWhileABatchOfItIsUnderWayDisturbsNoSeries) {
   EXPECT_EQ(device.waiting("shop", "look"), 0u);
 }
 
+TEST_F(BacklogOfADevice, OfAKeptSessionDeliversTheEndsOfEarlierOnes) {
+  device.advance(minutes(2));
+  device.goOffline();
+  for (int session = 0; session < 3; ++session) {
+    device.open();
+    record(3);
+    device.leave();
+    device.advance(minutes(2));
+  }
+  device.open();
+  record(9);
+  device.leave();
+  device.goOnline();
+  const size_t waiting = device.waiting(services::kFendoActivityGroupSession, "end");
+  const size_t ended = device.delivered(services::kFendoActivityGroupSession, "end");
+  EXPECT_GE(waiting, 4U);
+  tracking().then(fakes::Answer::body(413, "")).then(fakes::Answer::body(413, ""));
+  device.kit().applicationDidBecomeActive();
+  device.settle();
+  flush();
+  ASSERT_THAT(results, SizeIs(1));
+  EXPECT_TRUE(results[0].is_delivered);
+  EXPECT_EQ(device.delivered(services::kFendoActivityGroupSession, "end"), ended + waiting - 1);
+  EXPECT_EQ(device.delivered("shop", "look"), 18U);
+  const Ledger::Account activities = device.kit().ledger().of("activities");
+  ASSERT_THAT(activities.given_up, SizeIs(1));
+  EXPECT_EQ(activities.given_up[0].reason, "the \"end\" of a session that went on within a minute");
+  EXPECT_EQ(activities.given_up[0].count, 1U);
+  EXPECT_TRUE(device.kit().ledger().isSound());
+}
+
 TEST_F(BacklogOfADevice, OnAgainLeavesTheEndOfAKeptSessionInTheRestOut) {
   keepSessionWith(9);
   tracking().then(fakes::Answer::body(413, "")).then(slowAcceptance());
