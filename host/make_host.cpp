@@ -357,13 +357,16 @@ void takeOverIdentifiers(HostParts& parts) {
 }
 
 /// What is mirrored of the store is loaded again when the store could not be read at first: a user who asked to be
-/// forgotten is, from then on.
+/// forgotten is, from the commit on in which that came to light, so that nothing of its turn leaves.
 void followTheStore(HostParts& parts) {
   parts.store->setWhenTakenOver([&parts] {
+    parts.services.closeIfStoredForgotten();
     takeOverIdentifiers(parts);
-    // One step, so that a wish of another thread cannot be undone by what was read before it.
+    // One step, so that a wish of another thread cannot be undone by what was read before it. A turn of its own, since
+    // a commit calls nobody: what waits to leave is asked again.
     parts.main_loop->async([&parts] {
       parts.properties.inOneStep([&parts] { parts.services.loadMirrors(); });
+      parts.transport->wishDidChange();
       noteForACrash(parts);
     });
     parts.handed_over.handleLater();

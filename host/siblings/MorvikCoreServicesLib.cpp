@@ -67,6 +67,11 @@ void MorvikCoreServicesLib::loadMirrors() {
   is_forget_me_synced_ = parts_.store.MorvikCoreUserInfo_isGDPRForgetMeServerSynced();
 }
 
+void MorvikCoreServicesLib::closeIfStoredForgotten() {
+  if (parts_.store.MorvikCoreUserInfo_isGDPRForgetMe())
+    setIsGDPRForgetMe(true);
+}
+
 std::string MorvikCoreServicesLib::activityGroupName(int group) const {
   return group == kSessionGroup ? services::kFendoActivityGroupSession : "";
 }

@@ -45,8 +45,11 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
  public:
   /// Loads its mirrors from the store.
   explicit MorvikCoreServicesLib(ServicesParts parts);
-  /// Again, when the store has come to light after the start. Main queue.
+  /// Again, when the store has come to light after the start. Under the house lock.
   void loadMirrors();
+  /// Within the commit in which the store comes to light, on any thread: the user is forgotten at once where the store
+  /// says so. Anything else it says waits for loadMirrors(), which is to follow.
+  void closeIfStoredForgotten();
 
   std::string appKey() const override { return parts_.app_key; }
   std::string hashKey() const override { return parts_.hash_key; }

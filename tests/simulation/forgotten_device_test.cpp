@@ -133,6 +133,14 @@ class ForgottenDevice : public ::testing::Test {
   void holdByAnother() {
     disk_.decide([this](const DiskCall& call) { return isOfTheStore(call.path) ? SQLITE_BUSY : SQLITE_OK; });
   }
+  /// Forgotten, which its store alone knows, and that one cannot be read until everything works again.
+  void startInTheDark() {
+    liveWithAWish();
+    removeWishFile();
+    holdByAnother();
+    start();
+    machine_.loop.advance(1);
+  }
 
   SimulatedDisk disk_;
   VirtualMachine machine_{{.disk = &disk_}};
@@ -516,6 +524,66 @@ TEST_F(ForgottenDevice, HasItsFileMadeFromAStoreThatComesToLightLate) {
   die();
   ASSERT_TRUE(inTheFile().has_value());
   EXPECT_TRUE(inTheFile()->is_forgotten);
+}
+
+TEST_F(ForgottenDevice, SendsNothingInTheTurnInWhichItsStoreComesToLight) {
+  for (const bool is_asked_for_before : {false, true}) {
+    startInTheDark();
+    disk_.decide({});
+    phone_->mainQueue().async([&] {
+      if (is_asked_for_before)
+        static_cast<void>(phone_->setAge(29));  // a store may be opened again only after a commit that lacked it
+      phone_->mainQueue().async([&] {
+        phone_->applicationDidBecomeActive();
+        static_cast<void>(phone_->setAge(30));
+      });
+    });
+    size_t left_although_it_knew = 0;
+    machine_.transport.setObserver([&](const kit::Request&) {
+      if (phone_->properties().MorvikCoreUserInfo_isGDPRForgetMe())
+        ++left_although_it_knew;
+    });
+    machine_.loop.advance(60);
+    machine_.transport.setObserver({});
+    EXPECT_TRUE(phone_->isGdprForgetMe());
+    EXPECT_EQ(left_although_it_knew, 0U);
+    EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kRefusedForgotten);
+    die();
+  }
+}
+
+TEST_F(ForgottenDevice, IsOneInTheCommitInWhichItsStoreComesToLight) {
+  startInTheDark();
+  disk_.decide({});
+  bool is_known = false;
+  for (int turn = 0; turn < 2 && !is_known; ++turn) {
+    phone_->mainQueue().async([&] {
+      static_cast<void>(phone_->setAge(30));
+      is_known = phone_->properties().MorvikCoreUserInfo_isGDPRForgetMe();
+      EXPECT_EQ(phone_->isGdprForgetMe(), is_known);
+    });
+    machine_.loop.advance(0.01);
+  }
+  EXPECT_TRUE(is_known);
+}
+
+TEST_F(ForgottenDevice, EndsWhatWaitsForAConnectionOnceItsStoreHasComeToLight) {
+  startInTheDark();
+  machine_.transport.setDefaultAnswer(testing::Answer::silence());
+  for (int click = 1; click <= 20; ++click)
+    phone_->passOpenURL("https://shop.example/?mrvk_eng=1&sn=3&ck=" + std::to_string(click));
+  phone_->applicationDidBecomeActive();
+  machine_.loop.advance(0.5);
+  leaks();
+  ASSERT_GT(phone_->pending().requests, host::kMaxConnectionsPerHost);
+  failToReadTheWish();  // it has the file read once more, which is another occasion
+  static_cast<void>(phone_->setAge(30));
+  machine_.loop.advance(0.5);
+  static_cast<void>(phone_->setAge(31));
+  machine_.loop.advance(0.5);
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_EQ(phone_->pending().requests, host::kMaxConnectionsPerHost) << "those that have left";
+  EXPECT_EQ(leaks(), 0U);
 }
 
 TEST_F(ForgottenDevice, IsNoneWithoutAFileAndWithoutAReadableStore) {
