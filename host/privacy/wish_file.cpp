@@ -38,18 +38,22 @@ MachineWishFile::Reading WishFile::read() {
 
 // A write that fails may have left half a sector: the next one goes to the same place, and the other sector stays good.
 std::optional<kit::Error> WishFile::write(bool is_forgotten) {
-  if (sequence_ != 0) {
+  if (mayBeGoneOnWith()) {
     const WishSector sector{sequence_ + 1, is_forgotten};
     if (StoreOutcome failed = files_.put(path_, sector.offset(), wishSectorBytes(sector)))
       return asError(failed);
     sequence_ = sector.sequence;
     return std::nullopt;
   }
-  is_name_synced_ = false;
-  if (StoreOutcome failed = files_.put(path_, 0, wishFileBytes(is_forgotten)))
-    return asError(failed);
-  sequence_ = kFirstWishSequence;
-  return std::nullopt;
+  const StoreOutcome failed = files_.put(path_, 0, wishFileBytes(is_forgotten));
+  is_name_synced_ = false;  // only now: a sync beside this may have missed the name
+  sequence_ = failed ? 0 : kFirstWishSequence;
+  return asError(failed);
+}
+
+/// Not with one that was removed since, whose new name must reach the disk as well, nor past the last number.
+bool WishFile::mayBeGoneOnWith() const {
+  return sequence_ != 0 && sequence_ != kLastWishSequence && files_.exists(path_);
 }
 
 std::optional<kit::Error> WishFile::sync() {

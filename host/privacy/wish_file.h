@@ -32,6 +32,8 @@ class WishFile final : public MachineWishFile {
   static std::string newPathBeside(const StorePlace& place) { return pathBeside(place) + ".new"; }
 
  private:
+  bool mayBeGoneOnWith() const;
+
   StoreFiles& files_;
   const std::string folder_;
   const std::string path_;

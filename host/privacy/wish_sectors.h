@@ -38,6 +38,8 @@ std::string wishSectorBytes(const WishSector& sector);
 /// A whole file, both sectors of which say the same. The next sequence number is kFirstWishSequence + 1.
 std::string wishFileBytes(bool is_forgotten);
 inline constexpr uint64_t kFirstWishSequence = 2;
+/// No number comes after it: the next wish is a whole file again.
+inline constexpr uint64_t kLastWishSequence = UINT64_MAX;
 
 /// The sector that counts in the file with these bytes; nothing when none is valid.
 std::optional<WishSector> newestWishSector(std::string_view file);

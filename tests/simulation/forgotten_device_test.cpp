@@ -681,6 +681,33 @@ TEST_F(ForgottenDevice, HasTrueInTheFileBeforeTheStoreAndFalseAfterIt) {
   EXPECT_THAT(order, ElementsAre(storePath() + "-wal", wishPath()));
 }
 
+TEST_F(ForgottenDevice, HasItsWishInAFileThatWasRemovedMeanwhileAlsoAfterAPowerCut) {
+  start();
+  live();
+  ASSERT_FALSE(disk_.place().files->remove(wishPath()));
+  wish(true);
+  die(DiskCut::powerLost(PowerLoss::kNothingUnsynced, 1));
+  EXPECT_EQ(disk_.bytesOf(wishPath()), host::wishFileBytes(true));
+}
+
+TEST_F(ForgottenDevice, GoesOnBehindTheLastNumberThatAFileCanHave) {
+  start();
+  live();
+  die();
+  const host::WishSector last{host::kLastWishSequence, false};
+  disk_.put(wishPath(), host::wishSectorBytes({host::kLastWishSequence - 1, true}) + host::wishSectorBytes(last));
+  start();
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+  wish(true);
+  die();
+  EXPECT_EQ(disk_.bytesOf(wishPath()), host::wishFileBytes(true));
+  start();
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  wish(false);
+  die();
+  EXPECT_EQ(inTheFile(), (host::WishSector{host::kFirstWishSequence + 1, false}));
+}
+
 TEST_F(ForgottenDevice, IsInTheFileWhoeverSetsTheFlag) {
   start();
   machine_.loop.advance(1);

@@ -69,6 +69,29 @@ TEST_F(WishFileTest, OfAnEarlierProcessIsGoneOnWith) {
   EXPECT_EQ(newestWishSector(test::bytesOf(path())), (WishSector{3, false}));
 }
 
+TEST_F(WishFileTest, BehindTheLastNumberIsWrittenWholeAgain) {
+  for (const bool is_forgotten : {true, false}) {
+    test::writeBytes(path(), wishSectorBytes({kLastWishSequence - 1, is_forgotten}) +
+                                 wishSectorBytes({kLastWishSequence, !is_forgotten}));
+    WishFile next(place());
+    const auto reading = next.read();
+    EXPECT_EQ(reading.is_forgotten, !is_forgotten);
+    next.goOnFrom(reading);
+    EXPECT_EQ(next.write(is_forgotten), std::nullopt);
+    EXPECT_EQ(test::bytesOf(path()), wishFileBytes(is_forgotten));
+  }
+}
+
+TEST_F(WishFileTest, ThatWasRemovedMeanwhileIsWrittenWholeAgain) {
+  ASSERT_EQ(file_.write(false), std::nullopt);
+  ASSERT_EQ(file_.sync(), std::nullopt);
+  ASSERT_TRUE(std::filesystem::remove(path()));
+  EXPECT_EQ(file_.write(true), std::nullopt);
+  EXPECT_EQ(test::bytesOf(path()), wishFileBytes(true));
+  EXPECT_EQ(file_.write(false), std::nullopt);
+  EXPECT_EQ(newestWishSector(test::bytesOf(path())), (WishSector{kFirstWishSequence + 1, false}));
+}
+
 TEST_F(WishFileTest, WithNoValidSectorSaysNothing) {
   test::writeBytes(path(), "");
   EXPECT_EQ(reread().state, State::kUnreadable);
