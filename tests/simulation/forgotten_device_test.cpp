@@ -780,6 +780,20 @@ TEST_F(ForgottenDevice, SendsItsWithdrawalAfterTwoSecondsWhereTheFileCannotBeSyn
   EXPECT_EQ(log_.countContaining(kNotOnTheDisk), 1U);
 }
 
+TEST_F(ForgottenDevice, SendsItsErasureAfterTwoSecondsWhereTheDiskIsSlow) {
+  start();
+  live();
+  machine_.sync_seconds = host::kErasureHoldSeconds + 1;
+  phone_->gdprForgetMe(true);
+  machine_.loop.advance(host::kErasureHoldSeconds - 0.1);
+  EXPECT_EQ(erasures(), 0U);
+  machine_.loop.advance(0.2);
+  EXPECT_EQ(erasures(), 1U) << "ahead of the sync that is under way";
+  EXPECT_EQ(log_.countContaining("did not reach the disk within 2 s (the disk is slow)"), 1U);
+  machine_.loop.advance(kSyncedSeconds);
+  EXPECT_EQ(phone_->status().wish_file, WishFileState::kGood);
+}
+
 TEST_F(ForgottenDevice, SendsItsErasureAfterTwoSecondsWhereThereIsNoRoomForTheFile) {
   disk_.decide([&](const DiskCall& call) {
     return call.kind == DiskCall::Kind::kCreate && call.path.starts_with(wishPath()) ? SQLITE_FULL : SQLITE_OK;
