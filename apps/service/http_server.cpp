@@ -1,6 +1,7 @@
 #include "apps/service/http_server.h"
 
 #include <microhttpd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,9 +62,33 @@ MHD_Result appendValue(void* target, MHD_ValueKind, const char* name, const char
   return MHD_YES;
 }
 
-bool comesFromLoopback(MHD_Connection* connection) {
+int socketOf(MHD_Connection* connection) {
+  const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+  return info == nullptr ? -1 : info->connect_fd;
+}
+
+const sockaddr* peerOf(MHD_Connection* connection) {
   const MHD_ConnectionInfo* peer = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-  return peer != nullptr && isLoopbackPeer(peer->client_addr);
+  return peer == nullptr ? nullptr : peer->client_addr;
+}
+
+bool comesFromLoopback(MHD_Connection* connection) {
+  const sockaddr* peer = peerOf(connection);
+  return peer != nullptr && isLoopbackPeer(peer);
+}
+
+// What an open connection holds.
+struct Guest {
+  Guest(HttpServer& server, MHD_Connection* connection)
+      : place(server.places(), clientAt(peerOf(connection))), head(server.heads(), socketOf(connection)) {}
+
+  const ClientPlaces::Place place;
+  HeadWatch::Watched head;
+};
+
+Guest& guestOf(MHD_Connection* connection) {
+  const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+  return *static_cast<Guest*>(info->socket_context);
 }
 
 void readHead(MHD_Connection* connection, const char* path, const char* method, HttpRequest& request) {
@@ -94,11 +119,6 @@ class OwnWait {
   MHD_Connection* connection_;
   const HttpServer& server_;
 };
-
-int socketOf(MHD_Connection* connection) {
-  const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
-  return info == nullptr ? -1 : info->connect_fd;
-}
 
 // A stream on its way out, and the rest of the piece that did not fit into the library's buffer. It ends with the
 // server or its reader.
@@ -207,6 +227,7 @@ MHD_Result onRequest(void* context, MHD_Connection* connection, const char* path
       auto exchange = std::make_unique<Exchange>(server);
       readHead(connection, path, method, exchange->request());
       *slot = exchange.release();
+      guestOf(connection).head.arrived();
       return MHD_YES;
     }
     Exchange& exchange = *static_cast<Exchange*>(*slot);
@@ -220,8 +241,32 @@ MHD_Result onRequest(void* context, MHD_Connection* connection, const char* path
   }
 }
 
-void onCompleted(void*, MHD_Connection*, void** slot, MHD_RequestTerminationCode) {
+void onCompleted(void*, MHD_Connection* connection, void** slot, MHD_RequestTerminationCode) {
   delete static_cast<Exchange*>(std::exchange(*slot, nullptr));
+  guestOf(connection).head.awaitNext();
+}
+
+MHD_Result onAccept(void* context, const sockaddr* address, socklen_t) {
+  try {
+    return static_cast<HttpServer*>(context)->places().hasRoomFor(clientAt(address)) ? MHD_YES : MHD_NO;
+  } catch (const std::exception&) {
+    return MHD_NO;
+  }
+}
+
+// The end comes before the socket is closed. The library accepts and reports both on one thread: what onAccept let in
+// is counted before it is asked again.
+void onConnection(void* context, MHD_Connection* connection, void** slot, MHD_ConnectionNotificationCode code) {
+  if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+    delete static_cast<Guest*>(std::exchange(*slot, nullptr));
+    return;
+  }
+  try {
+    *slot = std::make_unique<Guest>(*static_cast<HttpServer*>(context), connection).release();
+  } catch (const std::exception&) {
+    // Out of memory; nobody serves what is not counted.
+    ::shutdown(socketOf(connection), SHUT_RDWR);
+  }
 }
 
 }  // namespace
@@ -230,21 +275,24 @@ void HttpServer::Stop::operator()(MHD_Daemon* daemon) const {
   MHD_stop_daemon(daemon);
 }
 
-HttpServer::HttpServer(Listener& listener, const TlsIdentity& identity, Handler handler, unsigned idle_seconds)
-    : handler_(std::move(handler)), idle_seconds_(idle_seconds) {
+HttpServer::HttpServer(Listener& listener, const TlsIdentity& identity, Handler handler, const ServerLimits& limits)
+    : handler_(std::move(handler)),
+      limits_(limits),
+      heads_(std::chrono::seconds(limits.head_seconds)),
+      places_(limits.connections_of_a_client) {
   const int socket = listener.release();
   daemon_.reset(MHD_start_daemon(
       MHD_USE_TLS | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL | MHD_USE_ITC, 0,
-      nullptr, nullptr, onRequest, this,                               //
-      MHD_OPTION_LISTEN_SOCKET, socket,                                //
-      MHD_OPTION_HTTPS_MEM_CERT, identity.certificate_pem.c_str(),     //
-      MHD_OPTION_HTTPS_MEM_KEY, identity.key_pem.c_str(),              //
-      MHD_OPTION_HTTPS_PRIORITIES, kTlsVersions,                       //
-      MHD_OPTION_NOTIFY_COMPLETED, onCompleted, nullptr,               //
-      MHD_OPTION_CONNECTION_LIMIT, kMaxConnections,                    //
-      MHD_OPTION_PER_IP_CONNECTION_LIMIT, kMaxConnectionsOfAnAddress,  //
-      MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMaxHeaderBytes,             //
-      MHD_OPTION_CONNECTION_TIMEOUT, idle_seconds_,                    //
+      onAccept, this, onRequest, this,                              //
+      MHD_OPTION_LISTEN_SOCKET, socket,                             //
+      MHD_OPTION_HTTPS_MEM_CERT, identity.certificate_pem.c_str(),  //
+      MHD_OPTION_HTTPS_MEM_KEY, identity.key_pem.c_str(),           //
+      MHD_OPTION_HTTPS_PRIORITIES, kTlsVersions,                    //
+      MHD_OPTION_NOTIFY_CONNECTION, onConnection, this,             //
+      MHD_OPTION_NOTIFY_COMPLETED, onCompleted, nullptr,            //
+      MHD_OPTION_CONNECTION_LIMIT, limits_.connections,             //
+      MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMaxHeaderBytes,          //
+      MHD_OPTION_CONNECTION_TIMEOUT, limits_.idle_seconds,          //
       MHD_OPTION_END));
   if (daemon_ == nullptr) {
     ::close(socket);

@@ -21,10 +21,10 @@ using test::TemporaryFolder;
 class HttpServerTest : public testing::Test {
  protected:
   // Serves until the end of the test, or until `server_` is reset.
-  void serve(HttpServer::Handler handler, unsigned idle_seconds = kIdleSeconds) {
+  void serve(HttpServer::Handler handler, const ServerLimits& limits = {}) {
     Listener listener("127.0.0.1", 0);
     url_ = "https://127.0.0.1:" + std::to_string(listener.port());
-    server_ = std::make_unique<HttpServer>(listener, identity_, std::move(handler), idle_seconds);
+    server_ = std::make_unique<HttpServer>(listener, identity_, std::move(handler), limits);
   }
   HttpsClient client() const { return {url_, files_.authority}; }
   // So many kept connections from one address of this machine.
@@ -265,27 +265,44 @@ TEST_F(HttpServerTest, ServesSeveralConnectionsAtOnce) {
     thread.join();
 }
 
-TEST_F(HttpServerTest, NoAddressHoldsMoreThanHalfOfTheConnections) {
+TEST_F(HttpServerTest, NoClientHoldsMoreThanHalfOfTheConnections) {
+  EXPECT_EQ(128U, kMaxConnections);
+  EXPECT_EQ(64U, kMaxConnectionsOfAClient);
   serve([](const HttpRequest&) { return HttpReply{200, "{}"}; });
-  const auto kept = connectionsFrom("127.0.0.1", kMaxConnectionsOfAnAddress);
+  const auto kept = connectionsFrom("127.0.0.1", kMaxConnectionsOfAClient);
   EXPECT_NE(CURLE_OK, HttpsClient(url_, files_.authority, "127.0.0.1").get("/").result);
-  EXPECT_EQ(200, HttpsClient(url_, files_.authority, "127.0.0.2").get("/").status);
   for (const auto& one : kept)
     EXPECT_EQ(200, one->get("/").status);
 }
 
-TEST_F(HttpServerTest, AConnectionBeyondTheLimitIsClosedAndTheOthersGoOn) {
-  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; });
-  const auto one_half = connectionsFrom("127.0.0.1", kMaxConnections / 2);
-  const auto other_half = connectionsFrom("127.0.0.2", kMaxConnections / 2);
+TEST_F(HttpServerTest, AnotherAddressOfThisMachineIsNoOtherClient) {
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, {.connections_of_a_client = 4});
+  const auto kept = connectionsFrom("127.0.0.1", 2);
+  const auto further = connectionsFrom("127.0.0.2", 2);
   EXPECT_NE(CURLE_OK, HttpsClient(url_, files_.authority, "127.0.0.3").get("/").result);
-  EXPECT_EQ(200, one_half.back()->get("/").status);
-  EXPECT_EQ(200, other_half.front()->get("/").status);
+}
+
+TEST_F(HttpServerTest, AConnectionBeyondTheLimitIsClosedAndTheOthersGoOn) {
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, {.connections = 4, .connections_of_a_client = 5});
+  const auto kept = connectionsFrom("127.0.0.1", 4);
+  EXPECT_NE(CURLE_OK, client().get("/").result);
+  EXPECT_EQ(200, kept.front()->get("/").status);
+  EXPECT_EQ(200, kept.back()->get("/").status);
+}
+
+TEST_F(HttpServerTest, APlaceThatAClientLeftIsTakenAgain) {
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, {.connections_of_a_client = 1});
+  std::make_unique<HttpsClient>(url_, files_.authority)->get("/");
+  const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  CURLcode result = CURLE_COULDNT_CONNECT;
+  while (result != CURLE_OK && std::chrono::steady_clock::now() < patience)
+    result = client().get("/").result;
+  EXPECT_EQ(CURLE_OK, result);
 }
 
 TEST_F(HttpServerTest, AnIdleConnectionIsClosed) {
   EXPECT_EQ(30U, kIdleSeconds);
-  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, 1);
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, {.idle_seconds = 1});
   HttpsClient one = client();
   ASSERT_EQ(200, one.get("/").status);
   EXPECT_TRUE(one.waitUntilClosed());
@@ -293,10 +310,49 @@ TEST_F(HttpServerTest, AnIdleConnectionIsClosed) {
 }
 
 TEST_F(HttpServerTest, AConnectionThatNeverAsksIsClosed) {
-  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, 1);
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, {.idle_seconds = 1});
   HttpsClient silent = client();
   ASSERT_EQ(CURLE_OK, silent.connect());
   EXPECT_TRUE(silent.waitUntilClosed());
+}
+
+// Nobody is idle for too long here: what closes a connection is the bound of the head.
+constexpr ServerLimits kShortHead{.idle_seconds = 3600, .head_seconds = 1};
+
+TEST_F(HttpServerTest, AHeadThatDoesNotBecomeWholeIsClosed) {
+  EXPECT_EQ(60U, kHeadSeconds);
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, kShortHead);
+  HttpsClient silent = client();
+  HttpsClient slow = client();
+  ASSERT_EQ(CURLE_OK, silent.connect());
+  ASSERT_EQ(CURLE_OK, slow.connect());
+  ASSERT_EQ(CURLE_OK, slow.send("GET / HTTP/1.1\r\nHost: localhost\r\n"));
+  EXPECT_TRUE(slow.waitUntilClosed());
+  EXPECT_TRUE(silent.waitUntilClosed());
+}
+
+TEST_F(HttpServerTest, AHeadAfterAnAnswerHasTheSameBound) {
+  serve([](const HttpRequest&) { return HttpReply{200, "{}"}; }, kShortHead);
+  HttpsClient slow = client();
+  ASSERT_EQ(CURLE_OK, slow.connect());
+  ASSERT_EQ(CURLE_OK, slow.send("GET / HTTP/1.1\r\nHost: localhost\r\n\r\nGET / HTTP/1.1\r\n"));
+  EXPECT_TRUE(slow.receive().starts_with("HTTP/1.1 200"));
+  EXPECT_TRUE(slow.waitUntilClosed());
+}
+
+TEST_F(HttpServerTest, ABodyAndAnAnswerMayTakeLongerThanAHead) {
+  constexpr std::chrono::milliseconds kLongerThanAHead{1500};
+  serve(
+      [&](const HttpRequest& request) {
+        return HttpReply{.body = request.body, .delay = kLongerThanAHead * (request.path == "/late" ? 1 : 0)};
+      },
+      kShortHead);
+  HttpsClient pausing = client();
+  ASSERT_EQ(CURLE_OK, pausing.connect());
+  ASSERT_EQ(CURLE_OK, pausing.send("POST / HTTP/1.1\r\nHost: localhost\r\nContent-Length: 2\r\n\r\na"));
+  EXPECT_EQ(200, client().get("/late").status);
+  ASSERT_EQ(CURLE_OK, pausing.send("b"));
+  EXPECT_TRUE(pausing.receive().starts_with("HTTP/1.1 200"));
 }
 
 TEST_F(HttpServerTest, AWaitOfTheServersOwnIsNotTheClientsIdleness) {
@@ -307,7 +363,7 @@ TEST_F(HttpServerTest, AWaitOfTheServersOwnIsNotTheClientsIdleness) {
           return streaming(std::make_shared<LateNews>(*server_, kLongerThanIdle));
         return HttpReply{.body = "{}", .delay = kLongerThanIdle};
       },
-      1);
+      {.idle_seconds = 1});
   EXPECT_EQ(200, client().get("/").status);
   EXPECT_EQ("news", client().get("/stream").body);
 }

@@ -10,6 +10,7 @@ namespace {
 
 // No answer of a healthy service takes as long; a broken one fails the test instead of hanging it.
 constexpr long kPatienceSeconds = 60;
+constexpr std::size_t kReceivedBytes = 4096;
 
 std::size_t leave(char*, std::size_t, std::size_t, void*) {
   return 0;
@@ -61,12 +62,32 @@ Answer HttpsClient::getAndLeave(const std::string& path) {
   return perform(path, {});
 }
 
+CURLcode HttpsClient::send(std::string_view bytes) {
+  std::size_t sent = 0;
+  const CURLcode result = curl_easy_send(handle_, bytes.data(), bytes.size(), &sent);
+  return result == CURLE_OK && sent < bytes.size() ? CURLE_AGAIN : result;
+}
+
+std::string HttpsClient::receive() {
+  std::string bytes(kReceivedBytes, '\0');
+  std::size_t received = 0;
+  // What arrives first may be the TLS layer's own.
+  while (curl_easy_recv(handle_, bytes.data(), bytes.size(), &received) == CURLE_AGAIN && waitFor(POLLIN)) {
+  }
+  bytes.resize(received);
+  return bytes;
+}
+
 bool HttpsClient::waitUntilClosed() {
+  return waitFor(POLLRDHUP);
+}
+
+bool HttpsClient::waitFor(short events) {
   curl_socket_t socket = CURL_SOCKET_BAD;
   curl_easy_getinfo(handle_, CURLINFO_ACTIVESOCKET, &socket);
-  pollfd watched{socket, POLLRDHUP, 0};
+  pollfd watched{socket, events, 0};
   constexpr int kPatienceMilliseconds = kPatienceSeconds * 1000;
-  return ::poll(&watched, 1, kPatienceMilliseconds) == 1 && (watched.revents & POLLRDHUP) != 0;
+  return ::poll(&watched, 1, kPatienceMilliseconds) == 1 && (watched.revents & events) != 0;
 }
 
 Answer HttpsClient::post(const std::string& path, const std::string& body, const std::vector<std::string>& headers) {

@@ -4,6 +4,7 @@
 #include <curl/curl.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace morvik_service::test {
@@ -34,12 +35,17 @@ class HttpsClient {
   Answer remove(const std::string& path);
   // Connects, and says nothing.
   CURLcode connect();
+  // Sends these bytes over what `connect` made, as they are.
+  CURLcode send(std::string_view bytes);
+  // What comes next over what `connect` made; "" when nothing does.
+  std::string receive();
   // Waits for the server to close the kept connection; false when it does not.
   bool waitUntilClosed();
 
  private:
   Answer perform(const std::string& path, const std::vector<std::string>& headers);
   void prepare();
+  bool waitFor(short events);
 
   const std::string base_url_;
   const std::string authority_file_;
