@@ -89,7 +89,7 @@ Store::Store(const std::string& folder, std::int64_t keep_bytes)
     Transaction transaction(database_);
     dropUntilItFits();
     transaction.commit();
-    giveRoomBack();
+    makeFileAnew();
   } catch (const DatabaseError& error) {
     if (error.resultCode() == SQLITE_BUSY)
       throw SetupError(folder_.inUseText());
@@ -99,6 +99,12 @@ Store::Store(const std::string& folder, std::int64_t keep_bytes)
 
 std::int64_t Store::add(const RequestRecord& record, Counts& counts) {
   const std::lock_guard lock(writing_);
+  const std::int64_t id = write(record, counts);
+  giveRoomBack();
+  return id;
+}
+
+std::int64_t Store::write(const RequestRecord& record, Counts& counts) {
   counts = {};
   Transaction transaction(database_);
   const std::int64_t id = insertRequest(record);

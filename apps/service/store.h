@@ -34,6 +34,10 @@ inline constexpr std::size_t kMaxTimelineBytes = std::size_t{32} * 1024 * 1024;
 inline constexpr std::int64_t kDefaultKeepMib = 1024;
 inline constexpr std::int64_t kMaxKeepMib = std::int64_t{1024} * 1024;
 inline constexpr std::int64_t kBytesOfMib = std::int64_t{1024} * 1024;
+/// So much more than it keeps the file may have free for what comes next.
+inline constexpr std::int64_t kSpareBytes = kBytesOfMib;
+/// Past that, so much of the file is given back with one request, which is more than one brings.
+inline constexpr std::int64_t kGivenBackAtOnce = 64 * kBytesOfMib;
 /// Once no request is left to go, so many ids of events go at a time.
 inline constexpr std::int64_t kForgottenIdsAtOnce = 10000;
 /// Install numbers begin after this one.
@@ -116,7 +120,8 @@ class Store {
 
   /// Writes the request and, when they are `counted`, its payload's events and impressions, all or nothing. Returns the
   /// request's number. When the store is then larger than it may be, the oldest requests go, with their events and
-  /// impressions; what was counted stays counted. Throws DatabaseError when the disk refuses.
+  /// impressions; what was counted stays counted, and what a large one leaves free is given back to the disk. Throws
+  /// DatabaseError when the disk refuses.
   std::int64_t add(const RequestRecord& record, Counts& counts);
 
   /// The install that sends `install_id`; a new one gets the next number. Throws DatabaseError.
@@ -153,12 +158,14 @@ class Store {
 
  private:
   std::string ownerOf(const Json& payload, bool is_refused);
+  std::int64_t write(const RequestRecord& record, Counts& counts);
   std::int64_t insertRequest(const RequestRecord& record);
   void countEvents(std::int64_t request_id, const Json& payload, Counts& counts);
   void addImpressions(std::int64_t request_id, const Json& payload, Counts& counts);
   void noteCounts(std::int64_t request_id, const Counts& counts);
   void addToTotals(const RequestRecord& record, const Counts& counts);
   void dropUntilItFits();
+  void makeFileAnew();
   void giveRoomBack();
 
   const StoreFolder folder_;

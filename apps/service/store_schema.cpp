@@ -65,6 +65,8 @@ std::int64_t versionOf(Database& database) {
 }  // namespace
 
 void openSchema(Database& database) {
+  // Only a file that holds nothing takes it; one that an earlier version wrote takes it when it is made anew.
+  database.execute("PRAGMA auto_vacuum=INCREMENTAL");
   database.execute("PRAGMA journal_mode=WAL");
   database.execute("PRAGMA journal_size_limit=" + std::to_string(kMaxIdleLogBytes));
   database.execute("PRAGMA synchronous=NORMAL");

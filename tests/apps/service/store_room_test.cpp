@@ -15,6 +15,7 @@ using test::trackingPayload;
 
 constexpr std::int64_t kKeepBytes = std::int64_t{1024} * 1024;
 constexpr std::size_t kBodyBytes = std::size_t{64} * 1024;
+constexpr std::size_t kLargeBytes = std::size_t{8} * 1024 * 1024;
 
 RequestRecord batch(const std::string& install, const std::vector<std::string>& event_ids) {
   RequestRecord record;
@@ -47,7 +48,13 @@ class StoreRoomTest : public testing::Test {
   }
   Json requests() { return Json::parse(store_->requestsJson({})); }
   Json events() { return Json::parse(store_->eventsJson({})); }
+  void addLarge(std::size_t body_bytes) {
+    RequestRecord large = batch("device", {});
+    large.request.body = std::string(body_bytes, 'x');
+    add(large);
+  }
   std::uintmax_t fileBytes() { return std::filesystem::file_size(folder_.path("service.sqlite3")); }
+  std::uintmax_t logBytes() { return std::filesystem::file_size(folder_.path("service.sqlite3-wal")); }
 
   TemporaryFolder folder_;
   Counts counts_;
@@ -141,6 +148,55 @@ TEST_F(StoreRoomTest, ARequestLargerThanTheStoreStaysUntilTheNextOne) {
   add(batch("device", {"small"}));
   EXPECT_EQ(1U, requests()["requests"].size());
   EXPECT_EQ(2, requests()["requests"][0]["id"]);
+}
+
+TEST_F(StoreRoomTest, WhatALargeRequestHeldIsGivenBackWhenItGoes) {
+  for (int i = 0; i < 4; ++i)
+    addLarge(kLargeBytes);
+  EXPECT_GE(static_cast<std::uintmax_t>(kKeepBytes + kSpareBytes) + kLargeBytes, fileBytes()) << "the newest stays";
+  fill("device", 5);
+  EXPECT_GE(static_cast<std::uintmax_t>(kKeepBytes + kSpareBytes), fileBytes());
+  EXPECT_GT(kLargeBytes, logBytes());
+  EXPECT_EQ(5U, requests()["requests"].size());
+  EXPECT_EQ(9, store_->totals().requests);
+}
+
+TEST_F(StoreRoomTest, NoMoreThanTheBoundIsGivenBackWithOneRequest) {
+  addLarge(static_cast<std::size_t>(kGivenBackAtOnce) + 2 * kLargeBytes);
+  fill("device", 1);
+  EXPECT_LT(kLargeBytes, fileBytes());
+  fill("device", 1);
+  EXPECT_GE(static_cast<std::uintmax_t>(kKeepBytes + kSpareBytes), fileBytes());
+}
+
+TEST_F(StoreRoomTest, AReaderKeepsItsViewWhileRoomIsGivenBack) {
+  addLarge(kLargeBytes);
+  {
+    Readers readers(folder_.path("service.sqlite3"));
+    Readers::Lease reader = readers.take();
+    Statement length(reader.database(), "SELECT length(body) FROM requests WHERE id = 1");
+    ASSERT_TRUE(length.step());
+    fill("device", 2);
+    length.reset();
+    ASSERT_TRUE(length.step());
+    EXPECT_EQ(static_cast<std::int64_t>(kLargeBytes), length.integer(0));
+  }
+  addLarge(kLargeBytes);
+  fill("device", 1);
+  EXPECT_GE(static_cast<std::uintmax_t>(kKeepBytes + kSpareBytes), fileBytes()) << "once the reader is gone";
+}
+
+TEST_F(StoreRoomTest, AStoreOfAnEarlierVersionLearnsToGiveRoomBack) {
+  store_.reset();
+  {
+    Database earlier(folder_.path("service.sqlite3"));
+    earlier.execute("PRAGMA auto_vacuum=NONE");
+    earlier.execute("VACUUM");
+  }
+  store_ = std::make_unique<Store>(folder_.path(), kKeepBytes);
+  addLarge(kLargeBytes);
+  fill("device", 1);
+  EXPECT_GE(static_cast<std::uintmax_t>(kKeepBytes + kSpareBytes), fileBytes());
 }
 
 TEST_F(StoreRoomTest, WhenOnlyIdsAreLeftTheOldestOfThemGo) {
