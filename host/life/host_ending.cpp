@@ -161,6 +161,8 @@ bool HostEnding::isWithinCallback() const {
 }
 
 bool HostEnding::stop() {
+  if (!parts_->life->isOwnProcess())
+    return true;
   const auto begun = steady_clock::now();
   if (isWithinCallback()) {
     // Within the sink no second line can be written.
@@ -195,6 +197,8 @@ bool HostEnding::begin() {
 void HostEnding::close(steady_clock::time_point begun, const std::function<void()>& last) {
   parts_->log_sink->waitUntil(begun + kDrainTime);
   parts_->flushes.endAll();
+  if (!parts_->life->isOwnProcess())
+    return;  // a child that was forked by what ran here: all that is to be closed is its parent's
   parts_->life->beginToEnd();
   parts_->shared_state.stop_request.make();
   const auto deadline = begun + kStopTime;
@@ -205,6 +209,8 @@ void HostEnding::close(steady_clock::time_point begun, const std::function<void(
       parts_->transport->shutdown();
     parts_->main_loop->drain(begun + kDrainTime);
   }
+  if (!parts_->life->isOwnProcess())
+    return;
   std::variant<std::thread, kit::Error> thread;
   if (parts_->has_threads)
     thread = startThread("morvik-end", [closing] { closing->run(); });
@@ -233,6 +239,9 @@ void HostEnding::close(steady_clock::time_point begun, const std::function<void(
 
 void HostEnding::finish(bool is_closed, steady_clock::time_point deadline, Status status,
                         const std::function<void()>& last) {
+  // As in close(): the end of a flush may have been told on this thread.
+  if (!parts_->life->isOwnProcess())
+    return;
   const auto left = static_cast<unsigned long>(parts_->life->closePosted());
   // A sink that does not come back must not keep this thread as well.
   const services::Logger logger = is_closed ? parts_->logger : parts_->logger.withoutWaiting();

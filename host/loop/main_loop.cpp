@@ -310,7 +310,7 @@ void MainLoop::dispatch() {
 }
 
 bool MainLoop::canPump() const {
-  return mode_ == LoopMode::kPumped && isMainThread() && !in_turn_;
+  return mode_ == LoopMode::kPumped && isMainThread() && !in_turn_ && process_.isHere();
 }
 
 void MainLoop::pumpOnce(double max_seconds) {

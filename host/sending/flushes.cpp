@@ -169,6 +169,9 @@ FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
     parts_.main_loop.pumpOnce(std::chrono::duration<double>(within(timeout)).count());
     lock.lock();
   }
+  // A child that was forked within a callback comes back as well, and nobody is left there to tell it.
+  if (!parts_.life.isOwnProcess())
+    return {.reason = FlushReason::kStopped};
   if (waiter.told.wait_until(lock, deadline, [&waiter] { return waiter.result.has_value(); }))
     return *waiter.result;
   lock.unlock();

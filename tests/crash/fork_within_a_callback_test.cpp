@@ -1,64 +1,158 @@
-// A child that is forked within a callback, and goes back into the kit's own thread of which nothing else is left.
+// A child that is forked within a callback, and goes back into the kit, of which nothing but that thread is left.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
+#include <cstddef>
+#include <filesystem>
 #include <future>
-#include <string>
+#include <iterator>
+#include <memory>
+#include <string_view>
+#include <utility>
 
 #include "host/log/log_sinks.h"
 #include "host/store/sqlite_store.h"
 #include "morvik/morvik.h"
 
+#include "tests/support/child.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik::host {
 namespace {
 
-constexpr std::chrono::seconds kGiveUp{20};
+using test::endOf;
+/// Whoever waits as long as it may hangs.
+constexpr std::chrono::minutes kPatience{10};
+constexpr int kFine = 3;
+/// The one thread of a child.
+constexpr std::ptrdiff_t kAlone = 1;
 
-/// Whether the child ended by itself, by no signal. Ends it when it hangs.
-bool endsByItself(pid_t child) {
-  auto waiting = std::async(std::launch::async, [child] {
-    int status = 0;
-    return ::waitpid(child, &status, 0) == child && WIFEXITED(status);
-  });
-  if (waiting.wait_for(kGiveUp) != std::future_status::ready)
-    ::kill(child, SIGKILL);
-  return waiting.get();
+std::ptrdiff_t threadsOfThisProcess() {
+  const std::filesystem::directory_iterator threads("/proc/self/task");
+  return std::distance(begin(threads), end(threads));
 }
 
-TEST(ForkWithinACallback, ReturnsToNothing) {
+class ForkWithinACallback : public ::testing::Test {
+ protected:
+  ForkWithinACallback() {
+    options.store_folder = folder / "store";
+    options.app_key = "app";
+    options.hash_key = "hash";
+    options.tracking_key = "track";
+    options.log_sink = [](std::string_view) {};
+    options.service_url = "http://127.0.0.1:1/";
+  }
+  void start() {
+    StartResult started = MorvikCore::start(options);
+    ASSERT_TRUE(started) << started.error;
+    core = std::move(started.core);
+  }
+  void startPumped() {
+    options.main_queue = MainQueueMode::kPumped;
+    start();
+  }
+  size_t stored() const {
+    StderrLogSink unused;
+    return SqliteStore({.place = {.folder = options.store_folder}, .read_only = true}, unused)
+        .get("fendoActivityInfos")
+        .size();
+  }
+  void performAFork() {
+    core->perform([this] { child = ::fork(); });
+  }
+  /// Behind the block: the child ends here, with kFine if that is so and it has no other thread.
+  void endInTheChild(bool is_fine) const {
+    if (child == 0)
+      ::_exit(is_fine && threadsOfThisProcess() == kAlone ? kFine : 1);
+  }
+
   const test::ScratchFolder folder;
   HostOptions options;
-  options.store_folder = folder / "store";
-  options.app_key = "app";
-  options.hash_key = "hash";
-  options.tracking_key = "track";
-  options.log_sink = [](std::string_view) {};
-  options.service_url = "http://127.0.0.1:1/";
-  const StartResult started = MorvikCore::start(options);
-  ASSERT_TRUE(started) << started.error;
-  MorvikCore& core = *started.core;
-  std::promise<pid_t> forked;
-  core.perform([&] {
-    core.addActivity("fork", "before");
-    const pid_t child = ::fork();
+  std::unique_ptr<MorvikCore> core;
+  pid_t child = -1;
+};
+
+TEST_F(ForkWithinACallback, ReturnsToNothing) {
+  start();
+  std::promise<void> forked;
+  core->perform([&] {
+    core->addActivity("fork", "before");
+    child = ::fork();
     if (child != 0)
-      forked.set_value(child);
+      forked.set_value();
     else
-      core.addActivity("fork", "in the child");
+      core->addActivity("fork", "in the child");
   });
-  EXPECT_TRUE(endsByItself(forked.get_future().get()));
-  EXPECT_EQ(core.addActivity("fork", "afterwards"), Recorded::kKept);
-  core.stop();
-  StderrLogSink unused;
-  EXPECT_EQ(SqliteStore({.place = {.folder = options.store_folder}, .read_only = true}, unused)
-                .get("fendoActivityInfos")
-                .size(),
-            2U);
+  forked.get_future().wait();
+  EXPECT_NE(endOf(child), -1);
+  EXPECT_EQ(core->addActivity("fork", "afterwards"), Recorded::kKept);
+  core->stop();
+  EXPECT_EQ(stored(), 2U);
+}
+
+TEST_F(ForkWithinACallback, ReturnsToAWaitThatEndsAtOnce) {
+  startPumped();
+  core->addActivity("fork", "before");
+  performAFork();
+  const FlushResult result = core->waitUntilDelivered(kPatience);
+  endInTheChild(result.reason == FlushReason::kStopped && !result.is_delivered);
+  EXPECT_EQ(endOf(child), kFine);
+  EXPECT_EQ(result.reason, FlushReason::kNotAttributed);
+  core->stop();
+  EXPECT_EQ(stored(), 1U);
+}
+
+TEST_F(ForkWithinACallback, ReturnsToAStopThatDoesNothing) {
+  startPumped();
+  core->addActivity("fork", "before");
+  performAFork();
+  core->stop();
+  endInTheChild(true);
+  EXPECT_EQ(endOf(child), kFine);
+  EXPECT_EQ(stored(), 1U);
+}
+
+TEST_F(ForkWithinACallback, ReturnsToAStopThatDeliversNothing) {
+  startPumped();
+  core->addActivity("fork", "before");
+  performAFork();
+  core->stop(kPatience);
+  endInTheChild(true);
+  EXPECT_EQ(endOf(child), kFine);
+  EXPECT_EQ(stored(), 1U);
+}
+
+TEST_F(ForkWithinACallback, ReturnsToAStopFromWhatAFlushCallsAtTheEnd) {
+  startPumped();
+  core->addActivity("fork", "before");
+  core->flush([this](const FlushResult&) { child = ::fork(); }, kPatience);
+  core->stop();
+  endInTheChild(true);
+  EXPECT_EQ(endOf(child), kFine);
+  EXPECT_EQ(stored(), 1U);
+}
+
+TEST_F(ForkWithinACallback, ReturnsToAnErasureThatErasesNothing) {
+  startPumped();
+  core->addActivity("fork", "before");
+  performAFork();
+  const bool is_erased = core->eraseLocalData();
+  endInTheChild(!is_erased);
+  EXPECT_EQ(endOf(child), kFine);
+  EXPECT_TRUE(is_erased);
+}
+
+TEST_F(ForkWithinACallback, ReturnsToAnErasureFromWhatAFlushCallsAtTheEnd) {
+  startPumped();
+  core->addActivity("fork", "before");
+  core->thirdPartyConversion();
+  core->dispatch();
+  core->flush([this](const FlushResult&) { child = ::fork(); }, kPatience);
+  const bool is_erased = core->eraseLocalData();
+  endInTheChild(!is_erased);
+  EXPECT_EQ(endOf(child), kFine);
+  EXPECT_TRUE(is_erased);
 }
 
 }  // namespace

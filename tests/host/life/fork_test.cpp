@@ -3,63 +3,26 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 #include "host/life/own_process.h"
 #include "host/make_host.h"
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
+#include "tests/support/child.h"
 #include "tests/support/on_scratch_folder.h"
 
 namespace morvik::host {
 namespace {
 
-using test::kGiveUp;
+using test::Child;
 using ::testing::HasSubstr;
 constexpr int kFine = 3;
-
-/// A child of this process that does `act` and ends with what that answers. Ends it when it hangs.
-class Child {
- public:
-  explicit Child(const std::function<int()>& act) : id_(::fork()) {
-    if (id_ == 0)
-      ::_exit(act());
-  }
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-  ~Child() {
-    if (!is_over_)
-      end();
-  }
-  /// Its status; -1 when it hangs or died otherwise.
-  int status() {
-    auto waiting = std::async(std::launch::async, [this] {
-      int status = 0;
-      return ::waitpid(id_, &status, 0) == id_ && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    });
-    if (waiting.wait_for(kGiveUp) != std::future_status::ready)
-      ::kill(id_, SIGKILL);
-    is_over_ = true;
-    return waiting.get();
-  }
-  void end() {
-    ::kill(id_, SIGKILL);
-    status();
-  }
-
- private:
-  const pid_t id_;
-  bool is_over_ = false;
-};
 
 class Fork : public test::OnScratchFolder {
  protected:
