@@ -1,9 +1,11 @@
 #include "host/loop/main_loop.h"
 
 #include <poll.h>
+#include <unistd.h>
 #include <uv.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
@@ -19,6 +21,8 @@ namespace {
 constexpr uint64_t kNanosecondsPerMillisecond = 1'000'000;
 /// The longest wait of one call; the caller asks again.
 constexpr int kMaxPollMilliseconds = 60'000;
+/// Of two descriptors each. A loop takes two, and the first one a pipe besides.
+constexpr size_t kPipesBeforeALoop = 3;
 
 constexpr services::GuardClause kThrewOnMainQueue =
     services::oneLine(kit::lcl_vError, "Morvik host: a block on the main queue threw and ended there: %@");
@@ -34,6 +38,26 @@ kit::Error engineError(const char* what, int code) {
           "); free some of the process's file descriptors or memory and start again."};
 }
 
+/// libuv ends the process where the first of all its loops finds no descriptors: its own, and a pipe for all loops.
+/// 0 if there are these and some to spare.
+int findDescriptors() {
+  constexpr int kMissing = -1;
+  std::array<std::array<uv_file, 2>, kPipesBeforeALoop> pipes;
+  int code = 0;
+  for (auto& pipe : pipes) {
+    pipe.fill(kMissing);
+    if (code == 0)
+      code = uv_pipe(pipe.data(), 0, 0);
+  }
+  for (const auto& pipe : pipes) {
+    for (const uv_file end : pipe) {
+      if (end != kMissing)
+        ::close(end);
+    }
+  }
+  return code;
+}
+
 }  // namespace
 
 // The event loop behind the queue: a wake-up that any thread may ring, and one alarm for the earliest timer.
@@ -44,6 +68,8 @@ struct MainLoop::Engine {
   bool is_open = false;
 
   std::optional<kit::Error> open(MainLoop* owner) {
+    if (const int code = findDescriptors(); code != 0)
+      return engineError("event loop", code);
     if (const int code = uv_loop_init(&loop); code != 0)
       return engineError("event loop", code);
     if (const int code = uv_async_init(&loop, &wake_up, [](uv_async_t* handle) { serve(handle->data); }); code != 0) {
@@ -128,7 +154,8 @@ std::optional<kit::Error> MainLoop::startOwnThread() {
 bool MainLoop::drain(std::chrono::steady_clock::time_point deadline) {
   if (isMainThread())
     return !in_turn_ && drainHere(deadline);
-  if (mode_ == LoopMode::kPumped)
+  // Where it could not be opened nobody runs anything.
+  if (mode_ == LoopMode::kPumped || !isOpen())
     return false;
   // A block that comes behind all that wait tells when they have run.
   struct Mark {

@@ -38,20 +38,18 @@ CurlLoop::CurlLoop(CurlTransportOptions options) : options_(std::move(options)) 
 void CurlLoop::add(kit::Request request, TransportHandler handler) {
   if (!process_.isHere())
     return;
+  std::optional<Error> no_thread;
   {
     const std::lock_guard lock(mutex_);
     if (stopping_)
       return;
     arrivals_.push_back({std::move(request), std::move(handler)});
-    if (!unavailable_ && !thread_.joinable())
-      startThread();
-    if (!unavailable_) {
-      if (awake_ != nullptr)
-        curl_multi_wakeup(awake_);
-      return;
-    }
+    if (!thread_.joinable())
+      no_thread = startThread();
+    wakeLocked();
   }
-  failArrivals();
+  if (no_thread)
+    failArrivals("no request can be sent: " + no_thread->message);
 }
 
 void CurlLoop::stop() {
@@ -59,8 +57,8 @@ void CurlLoop::stop() {
   {
     const std::lock_guard lock(mutex_);
     stopping_ = true;
-    if (awake_ != nullptr)
-      curl_multi_wakeup(std::exchange(awake_, nullptr));
+    wakeLocked();
+    awake_ = nullptr;
     ended.swap(thread_);
   }
   if (ended.joinable())
@@ -73,23 +71,28 @@ void CurlLoop::stop() {
   sessions_.reset();
 }
 
-void CurlLoop::startThread() {
+std::optional<Error> CurlLoop::startThread() {
   auto thread = host::startThread("morvik-net", [this] { run(); });
-  if (auto* started = std::get_if<std::thread>(&thread)) {
-    thread_ = std::move(*started);
-    return;
-  }
-  unavailable_ = Error{"no request can be sent: " + std::get<Error>(thread).message};
+  if (auto* error = std::get_if<Error>(&thread))
+    return std::move(*error);
+  thread_ = std::get<std::thread>(std::move(thread));
+  return std::nullopt;
+}
+
+void CurlLoop::wakeLocked() {
+  if (awake_ != nullptr)
+    curl_multi_wakeup(awake_);
+  else
+    changed_.notify_all();
 }
 
 void CurlLoop::run() {
   blockBrokenPipeSignal();
-  if (!openCurl()) {
-    {
-      const std::lock_guard lock(mutex_);
-      unavailable_ = Error{"no request can be sent: curl could not be started"};
-    }
-    return failArrivals();
+  while (!openCurl()) {
+    failArrivals(
+        "no request can be sent: curl could not be started; free some of the process's file descriptors or memory");
+    if (!waitForArrivals())
+      return;
   }
   std::vector<Arrival> arrivals;
   while (takeArrivals(arrivals)) {
@@ -107,7 +110,8 @@ bool CurlLoop::openCurl() {
     return false;
   sessions_.reset(curl_share_init());
   multi_.reset(curl_multi_init());
-  if (!sessions_ || !multi_)
+  // Without descriptors it is made all the same, but nothing could ever end its wait.
+  if (!sessions_ || !multi_ || curl_multi_wakeup(multi_.get()) != CURLM_OK)
     return false;
   // One thread alone uses the shared sessions, so they need no locks.
   curl_share_setopt(sessions_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
@@ -117,6 +121,12 @@ bool CurlLoop::openCurl() {
   if (!stopping_)
     awake_ = multi_.get();
   return true;
+}
+
+bool CurlLoop::waitForArrivals() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return stopping_ || !arrivals_.empty(); });
+  return !stopping_;
 }
 
 bool CurlLoop::takeArrivals(std::vector<Arrival>& arrivals) {
@@ -158,16 +168,14 @@ void CurlLoop::finishDone() {
   }
 }
 
-void CurlLoop::failArrivals() {
+void CurlLoop::failArrivals(const std::string& reason) {
   std::vector<Arrival> failed;
-  std::optional<Error> error;
   {
     const std::lock_guard lock(mutex_);
     failed.swap(arrivals_);
-    error = unavailable_;
   }
   for (Arrival& arrival : failed)
-    arrival.handler({.response = std::nullopt, .error = error});
+    arrival.handler({.response = std::nullopt, .error = Error{reason}});
 }
 
 }  // namespace morvik::host

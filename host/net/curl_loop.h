@@ -3,9 +3,11 @@
 
 #include <curl/curl.h>
 
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -25,7 +27,8 @@ class CurlLoop {
   CurlLoop& operator=(const CurlLoop&) = delete;
   ~CurlLoop() { stop(); }
 
-  /// Hands over a request; the first one starts the thread. After stop(), and in a forked child, it is dropped.
+  /// Hands over a request; the first one starts the thread. After stop(), and in a forked child, it is dropped. Where
+  /// the system gives no thread, no descriptors or no memory for it the request fails; the next one tries again.
   void add(kit::Request request, TransportHandler handler);
   /// Ends the thread and drops every request. No step of the thread waits for the network, so this takes no longer than
   /// the longest of them: reading the authorities' certificates, some ten milliseconds.
@@ -44,14 +47,17 @@ class CurlLoop {
   };
   using Exchange = std::unique_ptr<CurlExchange>;
 
-  void startThread();
+  std::optional<kit::Error> startThread();
+  void wakeLocked();
   void run();
   bool openCurl();
+  /// Before curl is open. False when it is to stop.
+  bool waitForArrivals();
   bool takeArrivals(std::vector<Arrival>& arrivals);
   void begin(Arrival arrival);
   void finishDone();
   /// Answers all that have come in with why nothing can be sent, outside the lock.
-  void failArrivals();
+  void failArrivals(const std::string& reason);
 
   const CurlTransportOptions options_;
   const OwnProcess process_;
@@ -59,8 +65,8 @@ class CurlLoop {
   std::mutex mutex_;  // guards what follows
   std::vector<Arrival> arrivals_;
   bool stopping_ = false;
-  std::optional<kit::Error> unavailable_;  ///< why no request can ever be sent
-  CURLM* awake_ = nullptr;                 ///< whom to wake for an arrival; null before the thread waits for one
+  CURLM* awake_ = nullptr;           ///< whom to wake for an arrival; null before curl is open
+  std::condition_variable changed_;  ///< wakes the thread while curl is not open
   std::thread thread_;
 
   // The thread's own. In this order: exchanges go before the handle they are part of, that before the sessions.
