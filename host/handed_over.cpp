@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "host/after_recording.h"
 #include "services/converters.h"
 
 namespace morvik::host {
@@ -63,12 +64,14 @@ Recorded HandedOver::take(const Entry& entry) {
   });
   if (!has_room)
     return Recorded::kRefusedTooMany;
-  const bool is_kept = store_.synchronize();
-  if (main_loop_.isMainThread())
-    main_loop_.runOnMain([this] { handleAll(); });
-  else
-    handleLater();
-  return is_kept ? Recorded::kKept : Recorded::kKeptInMemory;
+  const Recorded recorded = keptBy(logger_, [this] { return store_.synchronize(); });
+  afterRecording(logger_, [this] {
+    if (main_loop_.isMainThread())
+      main_loop_.runOnMain([this] { handleAll(); });
+    else
+      handleLater();
+  });
+  return recorded;
 }
 
 void HandedOver::setHeld(bool held) {

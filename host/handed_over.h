@@ -13,6 +13,7 @@
 #include "kit/value.h"
 #include "morvik/morvik.h"
 #include "services/MorvikGVUserDefaults.h"
+#include "services/log.h"
 
 namespace morvik::host {
 
@@ -37,8 +38,9 @@ class HandedOver {
   using Handler = std::function<void(const Entry& entry)>;
 
   /// All outlive it.
-  HandedOver(services::MorvikGVUserDefaults store, MachineLoop& main_loop, const kit::StopRequest& stop)
-      : store_(store), main_loop_(main_loop), stop_(stop) {}
+  HandedOver(services::MorvikGVUserDefaults store, MachineLoop& main_loop, const kit::StopRequest& stop,
+             const services::Logger& logger)
+      : store_(store), main_loop_(main_loop), stop_(stop), logger_(logger) {}
 
   /// To be set before the main queue runs.
   void setHandler(Handler handler) { handler_ = std::move(handler); }
@@ -71,6 +73,7 @@ class HandedOver {
   services::MorvikGVUserDefaults store_;
   MachineLoop& main_loop_;
   const kit::StopRequest& stop_;
+  const services::Logger& logger_;
   Handler handler_;
   std::function<bool()> in_doubt_ = [] { return false; };
   std::atomic<bool> is_held_{false};

@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/after_recording.h"
 #include "host/host_parts.h"
 #include "host/life/host_ending.h"
 #include "host/life/process_bound_core.h"
@@ -31,6 +32,15 @@ constexpr const char* kEraseOperation = "-[MorvikCore eraseLocalData]";
 constexpr services::GuardClause kRecordThrew =
     services::oneLine(kit::lcl_vError, "Morvik host: something could not be recorded: %@");
 constexpr services::Guard kRecordGuard{kRecordThrew, kRecordThrew};
+
+/// No turn need follow that would try again what a call could not commit. What is taken now was kept when the call
+/// returned.
+Recorded tryToKeepNow(HostParts& parts) {
+  const bool was_kept = parts.store->isKept();
+  const bool all_kept = afterRecording(parts.logger, [&parts] { return parts.store->commitTurn(); }).value_or(false);
+  afterRecording(parts.logger, [&parts, all_kept] { parts.commit_retry.turnEnded(all_kept); });
+  return !was_kept && parts.store->isKept() ? Recorded::kKept : Recorded::kKeptInMemory;
+}
 
 }  // namespace
 
@@ -74,12 +84,7 @@ Recorded Host::recordNow(Record record) {
     return refuseNotRunning();
   const Recorded recorded = services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record)
                                 .value_or(Recorded::kRefusedNotRunning);
-  if (recorded != Recorded::kKeptInMemory)
-    return recorded;
-  // No turn need follow that would try again. What is taken now was kept when the call returned.
-  const bool was_kept = parts_->store->isKept();
-  parts_->commit_retry.turnEnded(parts_->store->commitTurn());
-  return !was_kept && parts_->store->isKept() ? Recorded::kKept : recorded;
+  return recorded == Recorded::kKeptInMemory ? tryToKeepNow(*parts_) : recorded;
 }
 
 Recorded Host::addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) {
@@ -122,9 +127,9 @@ template <class Set>
 Recorded Host::setNow(Set set) {
   return recordNow([&] {
     set(*parts_->core);
-    const bool is_kept = parts_->store->synchronizeUntold();
-    parts_->store->tellWaiting();
-    return is_kept ? Recorded::kKept : Recorded::kKeptInMemory;
+    const Recorded recorded = keptBy(parts_->logger, [this] { return parts_->store->synchronizeUntold(); });
+    afterRecording(parts_->logger, [this] { parts_->store->tellWaiting(); });
+    return recorded;
   });
 }
 
@@ -151,9 +156,11 @@ Recorded Host::clearUserId() {
 Recorded Host::gdprForgetMe(bool forget_me) {
   const bool was_in_doubt = parts_->plain_store->fileState() == WishFileState::kNotRead;
   const Recorded recorded = setNow([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
-  parts_->transport->wishDidChange();
-  if (was_in_doubt)
-    parts_->handed_over.handleLater();
+  afterRecording(parts_->logger, [this, was_in_doubt] {
+    parts_->transport->wishDidChange();
+    if (was_in_doubt)
+      parts_->handed_over.handleLater();
+  });
   // It has a home of its own beside the store.
   if (recorded == Recorded::kKeptInMemory && parts_->plain_store->isWishKept())
     return Recorded::kKept;

@@ -483,7 +483,7 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       report_shelf(machine.makeReportShelf(options.options.store_folder, json, report_lines)),
       ad_client(options.options.ad_client, json, *main_loop),
       modules(options.options.modules),
-      handed_over(properties, *main_loop, shared_state.stop_request),
+      handed_over(properties, *main_loop, shared_state.stop_request, logger),
       kit(kitOf(*this)) {}
 
 HostParts::~HostParts() {

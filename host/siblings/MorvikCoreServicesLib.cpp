@@ -4,6 +4,7 @@
 #include <utility>
 #include <variant>
 
+#include "host/after_recording.h"
 #include "services/converters.h"
 #include "services/endpoints.h"
 #include "services/json_writer.h"
@@ -115,9 +116,9 @@ Recorded MorvikCoreServicesLib::addActivityOfApp(std::string_view group, std::st
                                          param ? recordableOfApp(*param, kParam) : kit::Value(), created_at);
   if (!letInUnlessForgotten(activity))
     return refuse(Recorded::kRefusedForgotten, kAddActivity, "an activity");
-  const bool is_kept = parts_.store.synchronize();
-  parts_.size_trigger.activityWasStored();
-  return is_kept ? Recorded::kKept : Recorded::kKeptInMemory;
+  const Recorded recorded = keptBy(parts_.logger, [this] { return parts_.store.synchronize(); });
+  afterRecording(parts_.logger, [this] { parts_.size_trigger.activityWasStored(); });
+  return recorded;
 }
 
 Recorded MorvikCoreServicesLib::addImpressionOfApp(const Impression& impression, kit::Date created_at) {
@@ -137,7 +138,7 @@ Recorded MorvikCoreServicesLib::addImpressionOfApp(const Impression& impression,
   });
   if (!is_in)
     return refuse(Recorded::kRefusedForgotten, kAddImpression, "an impression");
-  return parts_.store.synchronize() ? Recorded::kKept : Recorded::kKeptInMemory;
+  return keptBy(parts_.logger, [this] { return parts_.store.synchronize(); });
 }
 
 Recorded MorvikCoreServicesLib::refuse(Recorded reason, const char* operation, const char* what) {

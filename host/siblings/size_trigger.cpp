@@ -13,7 +13,14 @@ void SizeTrigger::activityWasStored() {
       return;
     is_posted_ = true;
   }
-  main_queue_.async([this] { callNow(); });
+  try {
+    main_queue_.async([this] { callNow(); });
+  } catch (...) {
+    // Nothing waits there; the next activity posts it.
+    const std::scoped_lock hold(mutex_);
+    is_posted_ = false;
+    throw;
+  }
 }
 
 void SizeTrigger::callNow() {

@@ -23,7 +23,12 @@ class CommitRetry {
     if (all_kept || waits_.exchange(true))
       return;
     // The turn itself has nothing to do: what it commits at its end is what counts.
-    loop_.schedule(kCommitRetrySeconds, [this] { waits_ = false; });
+    try {
+      loop_.schedule(kCommitRetrySeconds, [this] { waits_ = false; });
+    } catch (...) {
+      waits_ = false;  // nothing waits there; the next turn schedules it
+      throw;
+    }
   }
 
  private:

@@ -294,9 +294,10 @@ SqliteStore::Property& SqliteStore::propertyOf(std::string_view key) {
   return *properties_.emplace(std::string(key), std::move(property)).first->second;
 }
 
+/// What an exception left of an earlier round counts too.
 bool SqliteStore::anythingDirty() const {
   const std::lock_guard lock(memory_mutex_);
-  return !dirty_.empty();
+  return !dirty_.empty() || !pending_.empty();
 }
 
 // ---------------------------------------------------------------------------------------------------------------

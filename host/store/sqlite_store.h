@@ -142,7 +142,6 @@ class SqliteStore : public MachineStore {
   class Committing;
   class Round;
 
-  bool anythingDirty() const;
   bool commitWrites(uint64_t up_to);
   bool commitAsRound();
 
@@ -165,6 +164,7 @@ class SqliteStore : public MachineStore {
   void takeOverRecord();
   void forgetStored();
   StoreOutcome startAfresh(const std::string& reason);
+  bool anythingDirty() const;
   bool commit();
   StoreOutcome applyPending();
   void plan();

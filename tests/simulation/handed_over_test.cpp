@@ -111,9 +111,10 @@ TEST_F(HandedOverTest, OfALongListIsLeftToTheNextStartWhenTheKitIsStopped) {
   const services::MorvikGVUserDefaults store(machine_.store, house_lock);
   const kit::LogLevels levels;
   ::morvik::testing::RecordingLog log;
-  simulation::VirtualMainLoop main_loop(machine_.loop, services::Logger(levels, log));
+  const services::Logger logger(levels, log);
+  simulation::VirtualMainLoop main_loop(machine_.loop, logger);
   kit::StopRequest stop;
-  HandedOver list(store, main_loop, stop);
+  HandedOver list(store, main_loop, stop, logger);
   size_t handled = 0;
   list.setHandler([&](const HandedOver::Entry&) {
     ++handled;
