@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "host/siblings/kept_identifier.h"
 #include "host/store/commit_retry.h"
 #include "services/endpoints.h"
 #include "simulation/simulated_disk.h"
@@ -102,6 +103,21 @@ TEST_F(FullDisk, IsNotToldOfWhereTheSecondTryOfACallFindsRoom) {
   EXPECT_LE(failures, 0);
   dieAndStart();
   EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), stored + 1);
+}
+
+TEST_F(FullDisk, DoesNotUndoThatAllIsToBeErasedAndTheNextStartWithRoomGoesOn) {
+  phone_->addActivity("shop", "look", std::nullopt);
+  phone_->gdprForgetMe(true);
+  machine_.loop.advance(60);
+  const kit::Value before = phone_->storedValue(host::kInstallIdKey);
+  fill();
+  EXPECT_FALSE(phone_->eraseLocalData());
+  EXPECT_FALSE(phone_->status().is_running);
+  makeRoom();
+  dieAndStart();
+  EXPECT_NE(phone_->storedValue(host::kInstallIdKey), before);
+  EXPECT_THAT(phone_->properties().fendoActivityInfos(), SizeIs(0));
+  EXPECT_TRUE(phone_->isGdprForgetMe());
 }
 
 TEST_F(FullDisk, IsTriedOnceInEveryTenSecondsAndNoMoreWhenAllIsKept) {
