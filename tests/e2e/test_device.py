@@ -2,6 +2,7 @@
 
 import json
 import os
+import shutil
 import signal
 import subprocess
 import sys
@@ -361,6 +362,36 @@ class Verbs(DeviceTest):
         self.assertEqual(len(self.requests("conversion")), 1)
         self.assertEqual(len(self.requests("reengagement-conversion")), 1)
         self.assertEqual(device.stored_events(), [])
+
+    def test_erase_leaves_nothing_of_what_was_recorded_and_runs_nothing_that_follows(self):
+        device = self.device()
+        self.do(device, "event shop look", "age 30")
+        device.say("erase", "event shop buy")
+        self.assertEqual(device.rest(), (0, [{"verb": "erase", "ok": True}]))
+        device = self.device()
+        self.assertEqual(device.stored_events(), [])
+        self.assertEqual(device.store("fendoUserDemoInfo_age"), {"fendoUserDemoInfo_age": -1})
+
+    def test_erase_keeps_the_wish_to_be_forgotten(self):
+        device = self.device()
+        self.do(device, "forget-me true", "erase")
+        self.assertEqual(device.rest()[0], 0)
+        self.assertTrue(self.do(self.device(), "is-forgotten")["value"])
+
+    def test_erase_says_when_something_is_in_the_way_and_so_does_the_next_start(self):
+        device = self.device()
+        self.do(device, "event shop look")
+        in_the_way = os.path.join(self.store_folder, "crash-reports")
+        os.makedirs(os.path.join(in_the_way, "something"))
+        answer = device.do("erase")
+        self.assertEqual((answer["ok"], answer["error"]),
+                         (False, "not all was erased; the log says why, and the next start goes on"))
+        device.rest()
+        status, output, errors = self.run_once(self.arguments())
+        self.assertEqual((status, output), (2, []))
+        self.assertIn("cannot be erased (crash-reports: ", errors[0])
+        shutil.rmtree(in_the_way)
+        self.assertEqual(self.device().stored_events(), [])
 
     def test_the_end_of_the_input_is_an_orderly_end(self):
         device = self.device()

@@ -202,6 +202,23 @@ TEST_F(Simulate, StartsTheNextProcessAfterAKillACrashAndAQuit) {
                  "process   started", "process   stopped", "process   started"});
 }
 
+TEST_F(Simulate, StartsANewInstallAfterAnErase) {
+  ASSERT_EQ(play("story: s\n"
+                 "network: [{is: offline, from: 10s, to: 1m}]\n"
+                 "steps:\n"
+                 "  - do: active\n"
+                 "  - at: 20s\n"
+                 "    do: [event a gone, erase]\n"
+                 "  - at: 2m\n"
+                 "    do: [active, event a next, push]\n"
+                 "expect:\n"
+                 "  - delivered: a/next\n"
+                 "  - delivered: a/gone\n"
+                 "    count: 0\n"),
+            0);
+  expectInOrder({"process   started", "process   erased", "process   started"});
+}
+
 TEST_F(Simulate, NeverShowsAProcessThatIsGoneItsAnswer) {
   ASSERT_EQ(play("story: s\nservice: {delay: 5s}\n"
                  "steps: [{do: active}, {at: 1s, do: quit}, {at: 1m, expect: {request: conversion, count: 1}}]\n"),
