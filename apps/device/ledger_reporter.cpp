@@ -4,6 +4,7 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <string_view>
 #include <utility>
 
@@ -53,6 +54,12 @@ std::optional<std::string> failureOf(const kit::TransportOutcome& outcome) {
          visible(std::string_view(outcome.response->body).substr(0, kShownBytes));
 }
 
+/// "after 3 ms" is left out.
+std::string withoutDurations(const std::string& line) {
+  static const std::regex kDuration(" after [0-9]+ ms");
+  return std::regex_replace(line, kDuration, "");
+}
+
 }  // namespace
 
 LedgerReporter::LedgerReporter(kit::Transport& transport, std::string service_url, std::string install,
@@ -80,11 +87,13 @@ void LedgerReporter::tell(const morvik::Ledger& ledger) {
   last_complaint_.clear();
 }
 
-void LedgerReporter::complain(std::string line) {
-  if (line == last_complaint_)
+/// A reason that tells how long it took is the same one each time.
+void LedgerReporter::complain(const std::string& line) {
+  std::string kind = withoutDurations(line);
+  if (kind == last_complaint_)
     return;
   complain_(line);
-  last_complaint_ = std::move(line);
+  last_complaint_ = std::move(kind);
 }
 
 }  // namespace morvik_device

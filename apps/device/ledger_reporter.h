@@ -26,14 +26,14 @@ class LedgerReporter {
   void tell(const morvik::Ledger& ledger);
 
  private:
-  void complain(std::string line);
+  void complain(const std::string& line);
 
   morvik::kit::Transport& transport_;
   const std::string url_;
   const std::string install_;
   const std::function<void(const std::string& line)> complain_;
   std::string last_told_;
-  std::string last_complaint_;
+  std::string last_complaint_;  ///< without durations
 };
 
 }  // namespace morvik_device

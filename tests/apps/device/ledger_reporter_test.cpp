@@ -75,6 +75,17 @@ TEST_F(LedgerReporterTest, TriesAgainWhatCouldNotBeToldAndComplainsOnce) {
   EXPECT_EQ(complaints.size(), 2u) << "it had worked in between";
 }
 
+TEST_F(LedgerReporterTest, TakesAComplaintThatTellsAnotherDurationForTheSame) {
+  for (const char* reason : {"nobody listens after 0 ms: refused", "nobody listens after 12 ms: refused"}) {
+    transport.outcome = {std::nullopt, kit::Error{reason}};
+    reporter.tell(ledger(1));
+  }
+  EXPECT_EQ(complaints.size(), 1u);
+  transport.outcome = {std::nullopt, kit::Error{"nobody listens after 12 ms: another reason"}};
+  reporter.tell(ledger(1));
+  EXPECT_EQ(complaints.size(), 2u);
+}
+
 TEST_F(LedgerReporterTest, ShowsTheBeginningOfARefusalInOneLine) {
   transport.outcome = {kit::Response{403, "", "not\nyou" + std::string(1000, '.')}, std::nullopt};
   reporter.tell(ledger(1));

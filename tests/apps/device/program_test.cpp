@@ -245,7 +245,7 @@ TEST_F(Program, GoesOnWhenItsLedgerCannotBeToldAndSaysSoOnce) {
   EXPECT_EQ(output_.size(), 2u);
   EXPECT_THAT(errors_, StartsWith("morvik-device: the ledger could not be told to "
                                   "https://127.0.0.1:1/inspect/ledger: "));
-  EXPECT_EQ(std::count(errors_.begin(), errors_.end(), '\n'), 1);
+  EXPECT_EQ(std::count(errors_.begin(), errors_.end(), '\n'), 1) << errors_;
 }
 
 }  // namespace
