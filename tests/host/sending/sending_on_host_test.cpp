@@ -160,7 +160,7 @@ TEST_F(SendingOnHost, PumpedByNobodyTheWaitLeavesNoTimerBehind) {
   const auto host = make(MainQueueMode::kPumped);
   host->dispatch();
   ASSERT_EQ(host->pollTimeoutMilliseconds(), -1);
-  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(milliseconds(500)); });
+  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(milliseconds(20)); });
   ASSERT_EQ(waiting.wait_for(kGiveUp), std::future_status::ready);
   host->dispatch();
   EXPECT_EQ(host->pollTimeoutMilliseconds(), -1) << "nobody waits any more";
