@@ -37,7 +37,7 @@ struct Request {
   /// An answer with a larger body (after decoding) is a failure.
   size_t max_answer_bytes = 0;
   WhenHeld when_held = WhenHeld::kWaits;
-  /// Called once, when it leaves, on any thread; must be short and must not throw. May be empty.
+  /// Called once, when it goes to the network, on any thread; must be short and must not throw. May be empty.
   std::function<void()> when_it_leaves;
   /// Asked once more before its first byte is handed to a connection, which may have taken long to come about; false:
   /// it ends as not sent. On any thread; must be short and must not throw. May be empty.

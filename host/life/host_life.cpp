@@ -37,18 +37,6 @@ void guardModule(const Life& life, Module& module) {
 thread_local const HostLife* HostLife::log_sink_of_thread_ = nullptr;
 thread_local const HostLife* HostLife::done_of_thread_ = nullptr;
 
-/// Marks this thread while it is in the sink; the sink of another host may be called from there.
-class HostLife::InLogSink {
- public:
-  explicit InLogSink(const HostLife& life) : before_(std::exchange(log_sink_of_thread_, &life)) {}
-  InLogSink(const InLogSink&) = delete;
-  InLogSink& operator=(const InLogSink&) = delete;
-  ~InLogSink() { log_sink_of_thread_ = before_; }
-
- private:
-  const HostLife* const before_;
-};
-
 void HostLife::beginToEnd() {
   Stage running = Stage::kRunning;
   stage_.compare_exchange_strong(running, Stage::kEnding);
@@ -85,7 +73,7 @@ void HostLife::guard(const Life& life, HostOptions& options) {
     options.log_sink = [life, sink = std::move(options.log_sink)](std::string_view line) {
       if (!life->mayCallApp())
         return;
-      const InLogSink within(*life);
+      const Within within(log_sink_of_thread_, *life);
       sink(line);
     };
   }

@@ -53,18 +53,21 @@ class HostLife {
   /// This thread is within the app's log sink.
   bool isInLogSink() const { return log_sink_of_thread_ == this; }
 
-  /// Marks this thread, as long as it lives, as being within a function that was handed to flush(), which may run on
-  /// any thread. One of another host may be called from there.
-  class InDone {
+  /// As long as it lives, this thread is within a function of the app's. One of another host may be called from there.
+  class Within {
    public:
-    explicit InDone(const HostLife& life) : before_(std::exchange(done_of_thread_, &life)) {}
-    InDone(const InDone&) = delete;
-    InDone& operator=(const InDone&) = delete;
-    ~InDone() { done_of_thread_ = before_; }
+    Within(const HostLife*& of_thread, const HostLife& life)
+        : of_thread_(of_thread), before_(std::exchange(of_thread, &life)) {}
+    Within(const Within&) = delete;
+    Within& operator=(const Within&) = delete;
+    ~Within() { of_thread_ = before_; }
 
    private:
+    const HostLife*& of_thread_;
     const HostLife* const before_;
   };
+  /// Of a function that was handed to flush(), which may run on any thread.
+  [[nodiscard]] Within goIntoDone() const { return {done_of_thread_, *this}; }
   bool isInDone() const { return done_of_thread_ == this; }
 
   /// Makes every function in `options` that the app wants called obey mayCallApp(). Empty ones stay empty.
@@ -72,7 +75,6 @@ class HostLife {
 
  private:
   enum class Stage : uint8_t { kRunning, kEnding, kOver };
-  class InLogSink;
 
   static thread_local const HostLife* log_sink_of_thread_;
   static thread_local const HostLife* done_of_thread_;

@@ -303,7 +303,7 @@ void Flushes::tell(const Flush& flush, const FlushResult& result) const {
     flush.waiter->tell(result);
   if (!flush.done || !parts_.life.mayCallApp())
     return;
-  const HostLife::InDone within(parts_.life);
+  const HostLife::Within within = parts_.life.goIntoDone();
   services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { flush.done(result); });
 }
 
@@ -311,7 +311,7 @@ void Flushes::tell(const Flush& flush, const FlushResult& result) const {
 void Flushes::tellNow(const Done& done, FlushReason reason) const {
   if (!done)
     return;
-  const HostLife::InDone within(parts_.life);
+  const HostLife::Within within = parts_.life.goIntoDone();
   services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { done(resultNow(reason)); });
 }
 
