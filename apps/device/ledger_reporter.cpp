@@ -4,7 +4,6 @@
 #include <future>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <string_view>
 #include <utility>
 
@@ -54,10 +53,17 @@ std::optional<std::string> failureOf(const kit::TransportOutcome& outcome) {
          visible(std::string_view(outcome.response->body).substr(0, kShownBytes));
 }
 
-/// "after 3 ms" is left out.
-std::string withoutDurations(const std::string& line) {
-  static const std::regex kDuration(" after [0-9]+ ms");
-  return std::regex_replace(line, kDuration, "");
+/// The first " after ", if a time like "3 ms" follows it, is left out with it.
+std::string withoutDuration(const std::string& line) {
+  constexpr std::string_view kBefore = " after ";
+  constexpr std::string_view kUnit = " ms";
+  const size_t start = line.find(kBefore);
+  if (start == std::string::npos)
+    return line;
+  const size_t end = line.find_first_not_of("0123456789", start + kBefore.size());
+  if (end == std::string::npos || line.compare(end, kUnit.size(), kUnit) != 0)
+    return line;
+  return line.substr(0, start) + line.substr(end + kUnit.size());
 }
 
 }  // namespace
@@ -89,7 +95,7 @@ void LedgerReporter::tell(const morvik::Ledger& ledger) {
 
 /// A reason that tells how long it took is the same one each time.
 void LedgerReporter::complain(const std::string& line) {
-  std::string kind = withoutDurations(line);
+  std::string kind = withoutDuration(line);
   if (kind == last_complaint_)
     return;
   complain_(line);

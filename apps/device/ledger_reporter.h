@@ -33,7 +33,7 @@ class LedgerReporter {
   const std::string install_;
   const std::function<void(const std::string& line)> complain_;
   std::string last_told_;
-  std::string last_complaint_;  ///< without durations
+  std::string last_complaint_;  ///< without its duration
 };
 
 }  // namespace morvik_device
