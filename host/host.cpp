@@ -79,6 +79,7 @@ Recorded Host::refuseNotRunning() {
 /// What records runs on the calling thread, unless the kit is being stopped. What it throws (no memory, say) ends here.
 template <class Record>
 Recorded Host::recordNow(Record record) {
+  const auto marked = parts_->lines.postFromHere();
   const CallGate::Call call(parts_->calls);
   if (!call.isIn() || !takesPlace())
     return refuseNotRunning();
@@ -154,6 +155,7 @@ Recorded Host::clearUserId() {
 }
 
 Recorded Host::gdprForgetMe(bool forget_me) {
+  const auto marked = parts_->lines.postFromHere();
   const bool was_in_doubt = parts_->plain_store->fileState() == WishFileState::kNotRead;
   const Recorded recorded = setNow([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
   afterRecording(parts_->logger, [this, was_in_doubt] {
@@ -363,12 +365,14 @@ void Host::post(kit::Block block) {
   switch (parts.life->post(kMaxPostedCalls)) {
     case HostLife::Admission::kNotRunning:
       return;
-    case HostLife::Admission::kTooMany:
+    case HostLife::Admission::kTooMany: {
+      const auto marked = parts.lines.postFromHere();
       MORVIK_LOG(parts.logger, kit::lcl_vError, "-[MorvikCore perform]",
                  "Morvik host: a call was refused: %lu calls wait for the main queue already; call less often, or let "
                  "the main queue run",
                  kMaxPostedCalls);
       return;
+    }
     case HostLife::Admission::kAdmitted:
       break;
   }

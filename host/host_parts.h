@@ -66,6 +66,7 @@ struct HostParts {
   const CheckedOptions options;
   const std::unique_ptr<ClosableLogSink> log_sink;
   kit::SharedState shared_state;
+  PostedLines lines;
   const services::Logger logger;
   LoggedLines store_lines;
   LoggedLines report_lines;
@@ -109,7 +110,6 @@ struct HostParts {
   SizeTrigger size_trigger;
   MorvikCore facade;
   Observations observations;
-  PostedLines lines;
   MorvikCoreServicesLib services;
   SendingSwitch sending;
   Flushes flushes;

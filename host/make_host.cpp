@@ -125,7 +125,6 @@ ServicesParts servicesParts(HostParts& parts) {
           .common = parts.common,
           .util = parts.util,
           .size_trigger = parts.size_trigger,
-          .lines = parts.lines,
           .ledger = &parts.ledger,
           .observations = &parts.observations};
 }
@@ -440,7 +439,8 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       has_threads(machine.hasThreads()),
       options(std::move(checked)),
       log_sink(std::move(sink)),
-      logger(levelsAt(options.options.log_level, shared_state), *log_sink),
+      lines(levelsAt(options.options.log_level, shared_state), *log_sink),
+      logger(shared_state.log_levels, lines),
       store_lines(logger, "-[MorvikCore store]"),
       report_lines(logger, "-[MorvikCore crashReports]"),
       clock(machine.makeClock()),
@@ -474,17 +474,18 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       common(identityOf(*this)),
       size_trigger(*main_loop),
       observations(observationsParts(*this)),
-      lines(logger, *main_loop),
       services(servicesParts(*this)),
       sending({*main_loop, *transport, services}, options.options.sending),
-      flushes({*main_loop, gate, properties, ledger, services, sending, util, shared_state, logger, *life}),
+      flushes({*main_loop, gate, properties, ledger, services, sending, util, shared_state, lines, logger, *life}),
       device(options.options.device),
       bundle(options.options.device),
       report_shelf(machine.makeReportShelf(options.options.store_folder, json, report_lines)),
       ad_client(options.options.ad_client, json, *main_loop),
       modules(options.options.modules),
       handed_over(properties, *main_loop, shared_state.stop_request, logger),
-      kit(kitOf(*this)) {}
+      kit(kitOf(*this)) {
+  lines.setMainQueue(*main_loop);
+}
 
 HostParts::~HostParts() {
   store->setWhenTakenOver(nullptr);  // what it calls goes before the store

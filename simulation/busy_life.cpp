@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <set>
 #include <span>
 #include <stdexcept>
@@ -24,6 +25,7 @@
 #include "services/json_writer.h"
 #include "simulation/dice.h"
 #include "simulation/durations.h"
+#include "simulation/heard_lines.h"
 #include "simulation/newer_program.h"
 #include "simulation/power_cut_loss.h"
 #include "simulation/thing_book.h"
@@ -141,7 +143,9 @@ class HoldingStore final : public host::SqliteStore {
 
 class BusyMachine final : public VirtualMachine {
  public:
-  BusyMachine(SimulatedDisk& disk, Sabotage sabotage) : VirtualMachine({.disk = &disk}), sabotage_(sabotage) {}
+  /// `store_says`: gets each line of the store when it is said, which may be before the log has it.
+  BusyMachine(SimulatedDisk& disk, Sabotage sabotage, HeardLines::Listener store_says)
+      : VirtualMachine({.disk = &disk}), sabotage_(sabotage), store_says_(std::move(store_says)) {}
   /// What a flush of the store does first is its first sync, with no commit held off.
   bool isBeforeFirstSync() const { return is_before_first_sync_; }
   void syncBegins() { is_before_first_sync_ = false; }
@@ -158,9 +162,10 @@ class BusyMachine final : public VirtualMachine {
           },
           delay);
     };
+    HeardLines& heard = log_of_store_.emplace(log, store_says_);
     if (sabotage_ == Sabotage::kHoldsBack)
-      return std::make_unique<HoldingStore>(std::move(options), log);
-    return std::make_unique<host::SqliteStore>(std::move(options), log);
+      return std::make_unique<HoldingStore>(std::move(options), heard);
+    return std::make_unique<host::SqliteStore>(std::move(options), heard);
   }
   std::unique_ptr<host::MachineTransport> makeTransport(host::TransportParts parts) override {
     if (sabotage_ == Sabotage::kLetsOutWhatWaits)
@@ -170,6 +175,8 @@ class BusyMachine final : public VirtualMachine {
 
  private:
   const Sabotage sabotage_;
+  const HeardLines::Listener store_says_;
+  std::optional<HeardLines> log_of_store_;  ///< of the latest process
   bool is_before_first_sync_ = false;
 };
 
@@ -1025,13 +1032,9 @@ class BusyLife {
       earlier_[each] = disk_.bytesOf(each);
   }
 
-  void hear(std::string_view line) {
+  void hearTheStore(std::string_view line) {
     const auto says = [line](std::string_view part) { return line.find(part) != std::string_view::npos; };
     if (isCut())
-      return;
-    if (says("keeps the wish to be forgotten"))
-      return hearOfTheWish(line);
-    if (!says("the store \""))
       return;
     if (says("cannot be read (") || says("are damaged"))
       complain(Complaint::kUnreadableStore, std::string(line));
@@ -1046,7 +1049,9 @@ class BusyLife {
     if (says("cannot be synced to the disk ("))
       unsynced_since_ = unsynced_since_.value_or(now());
   }
-  void hearOfTheWish(std::string_view line) {
+  void hear(std::string_view line) {
+    if (isCut() || line.find("keeps the wish to be forgotten") == std::string_view::npos)
+      return;
     if (line.find("cannot be written (") != std::string_view::npos)
       wish_trouble_since_ = wish_trouble_since_.value_or(now());
     else if (line.find("can be written again") != std::string_view::npos)
@@ -1273,7 +1278,7 @@ class BusyLife {
   const BusyLifeOptions options_;
   Dice dice_{options_.seed};
   SimulatedDisk disk_;
-  BusyMachine machine_{disk_, options_.sabotage};
+  BusyMachine machine_{disk_, options_.sabotage, [this](std::string_view line) { hearTheStore(line); }};
   const host::OpensslCipher cipher_;
   const host::ZlibCompressor compressor_;
   testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source

@@ -6,6 +6,7 @@
 #include "host/machine/passing_store.h"
 #include "host/machine/passing_transport.h"
 #include "kit/continued_list.h"
+#include "simulation/heard_lines.h"
 
 namespace morvik::simulation {
 namespace {
@@ -14,20 +15,6 @@ MachineMeddler& noMeddler() {
   static MachineMeddler none;
   return none;
 }
-
-class WatchedLog final : public kit::LogSink {
- public:
-  WatchedLog(kit::LogSink& log, MachineWatcher& watcher) : log_(log), watcher_(watcher) {}
-  void line(std::string_view text) override {
-    watcher_.storeSays(text);
-    log_.line(text);
-  }
-  bool tryLine(std::string_view text) override { return log_.tryLine(text); }
-
- private:
-  kit::LogSink& log_;
-  MachineWatcher& watcher_;
-};
 
 class WatchedStore final : public host::PassingStore {
  public:
@@ -179,7 +166,8 @@ WatchedMachine::WatchedMachine(VirtualMachineOptions options, MachineWatcher& wa
     : VirtualMachine(std::move(options)), watcher_(watcher), meddler_(meddler != nullptr ? *meddler : noMeddler()) {}
 
 std::unique_ptr<host::MachineStore> WatchedMachine::makeStore(const std::string& folder, kit::LogSink& log) {
-  auto watched = std::make_unique<WatchedLog>(log, watcher_);
+  auto watched =
+      std::make_unique<HeardLines>(log, [&watcher = watcher_](std::string_view text) { watcher.storeSays(text); });
   auto made = VirtualMachine::makeStore(folder, *watched);
   return std::make_unique<WatchedStore>(std::move(watched), std::move(made), watcher_, meddler_);
 }

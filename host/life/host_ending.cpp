@@ -251,6 +251,10 @@ void HostEnding::finish(bool is_closed, steady_clock::time_point deadline, Statu
                "queue runs, and let no callback take long",
                left);
   }
+  if (is_closed)
+    parts_->lines.writeAll();
+  else
+    parts_->lines.tryWriteAll();
   MorvikCoreLib::withdrawSharedKit(parts_->kit);
   parts_->observations.hostDidStop(std::move(status), logger);
   parts_->facade.setDelegate({});

@@ -8,9 +8,9 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <utility>
 
 #include "host/life/own_process.h"
+#include "host/life/thread_mark.h"
 #include "kit/queues.h"
 
 namespace morvik {
@@ -54,18 +54,7 @@ class HostLife {
   bool isInLogSink() const { return log_sink_of_thread_ == this; }
 
   /// As long as it lives, this thread is within a function of the app's. One of another host may be called from there.
-  class Within {
-   public:
-    Within(const HostLife*& of_thread, const HostLife& life)
-        : of_thread_(of_thread), before_(std::exchange(of_thread, &life)) {}
-    Within(const Within&) = delete;
-    Within& operator=(const Within&) = delete;
-    ~Within() { of_thread_ = before_; }
-
-   private:
-    const HostLife*& of_thread_;
-    const HostLife* const before_;
-  };
+  using Within = ThreadMark<HostLife>;
   /// Of a function that was handed to flush(), which may run on any thread.
   [[nodiscard]] Within goIntoDone() const { return {done_of_thread_, *this}; }
   bool isInDone() const { return done_of_thread_ == this; }

@@ -1,29 +1,82 @@
 #include "host/log/posted_lines.h"
 
+#include <mutex>
+#include <new>
 #include <utility>
 
 namespace morvik::host {
 
-void PostedLines::post(kit::LogLevel level, kit::Block write) {
-  if (!logger_.enabled(level))
-    return;
-  if (waiting_.fetch_add(1) >= kMaxPostedLines) {
-    --waiting_;
-    ++left_out_;
-    return;
-  }
-  main_queue_.async([this, write = std::move(write)] {
-    --waiting_;
-    write();
-    tellLeftOut();
-  });
+thread_local const PostedLines* PostedLines::posting_of_thread_ = nullptr;
+
+void PostedLines::line(std::string_view text) {
+  if (posting_of_thread_ == this && main_queue_ != nullptr)
+    return keep(text);
+  writeAll();
+  sink_.line(text);
 }
 
-void PostedLines::tellLeftOut() {
+void PostedLines::writeAll() {
+  while (const auto text = takeOne())
+    sink_.line(*text);
+  tellLeftOut(logger_);
+}
+
+void PostedLines::tryWriteAll() {
+  while (const auto text = takeOne())
+    sink_.tryLine(*text);
+  tellLeftOut(logger_.withoutWaiting());
+}
+
+/// Whoever calls has something to do that must not fail for a line.
+void PostedLines::keep(std::string_view text) {
+  try {
+    if (!tryToAppend(text))
+      ++left_out_;
+    post();
+  } catch (const std::bad_alloc&) {
+    // The next line of any thread tells.
+    ++left_out_;
+  }
+}
+
+bool PostedLines::tryToAppend(std::string_view text) {
+  const std::scoped_lock hold(mutex_);
+  if (lines_.size() >= kMaxPostedLines || text.size() > kMaxPostedLineBytes - bytes_)
+    return false;
+  lines_.emplace_back(text);
+  bytes_ += text.size();
+  return true;
+}
+
+void PostedLines::post() {
+  if (is_posted_.exchange(true))
+    return;
+  try {
+    main_queue_->async([this] {
+      is_posted_ = false;
+      writeAll();
+    });
+  } catch (...) {
+    is_posted_ = false;
+    throw;
+  }
+}
+
+std::optional<std::string> PostedLines::takeOne() {
+  const std::scoped_lock hold(mutex_);
+  if (lines_.empty())
+    return std::nullopt;
+  std::string text = std::move(lines_.front());
+  lines_.pop_front();
+  bytes_ -= text.size();
+  return text;
+}
+
+void PostedLines::tellLeftOut(const services::Logger& logger) {
   const size_t count = left_out_.exchange(0);
   if (count == 0)
     return;
-  MORVIK_LOG(logger_, kit::lcl_vWarning, "-[MorvikCore log]",
+  MORVIK_LOG(logger, kit::lcl_vWarning, "-[MorvikCore log]",
              "Morvik host: %lu lines like those before were left out: they came faster than they could be written",
              count);
 }

@@ -123,6 +123,7 @@ std::optional<FlushReason> Flushes::add(const FlushPointer& flush, std::chrono::
     return std::nullopt;
   }();
   if (refusal == FlushReason::kTooMany) {
+    const auto marked = parts_.lines.postFromHere();
     MORVIK_LOG(parts_.logger, kit::lcl_vError, kFlush,
                "Morvik host: a flush was refused: %lu wait for their end already; wait for one before asking again",
                kMaxFlushes);
@@ -152,6 +153,7 @@ bool Flushes::isInsideACallback() const {
 
 FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
   if (isInsideACallback()) {
+    const auto marked = parts_.lines.postFromHere();
     MORVIK_LOG(parts_.logger, kit::lcl_vError, kWait,
                "Morvik host: a callback cannot wait for a delivery, which would have to go on behind it; call flush() "
                "there");

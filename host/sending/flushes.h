@@ -13,6 +13,7 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/ledger/ledger_book.h"
 #include "host/life/host_life.h"
+#include "host/log/posted_lines.h"
 #include "host/machine/machine.h"
 #include "host/machine/turn_gate.h"
 #include "host/sending/sending_switch.h"
@@ -48,6 +49,7 @@ class Flushes {
     const SendingSwitch& sending;
     const kit::MorvikADUtil& util;
     const kit::SharedState& shared_state;
+    PostedLines& lines;
     const services::Logger& logger;
     const HostLife& life;
   };

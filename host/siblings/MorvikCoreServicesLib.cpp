@@ -146,10 +146,8 @@ Recorded MorvikCoreServicesLib::refuse(Recorded reason, const char* operation, c
     parts_.ledger->wasRefused(reason);
   if (parts_.observations != nullptr)
     parts_.observations->refused(reason);
-  parts_.lines.post(kit::lcl_vWarning, [this, reason, operation, what] {
-    MORVIK_LOG(parts_.logger, kit::lcl_vWarning, operation, "Morvik host: %s of the app was not recorded: %s", what,
-               adviceOn(reason));
-  });
+  MORVIK_LOG(parts_.logger, kit::lcl_vWarning, operation, "Morvik host: %s of the app was not recorded: %s", what,
+             adviceOn(reason));
   return reason;
 }
 
@@ -178,13 +176,11 @@ kit::Value MorvikCoreServicesLib::recordable(const kit::Value& value, const char
   return mended.text;
 }
 
-kit::Value MorvikCoreServicesLib::recordableOfApp(std::string_view text, const char* field) {
+kit::Value MorvikCoreServicesLib::recordableOfApp(std::string_view text, const char* field) const {
   Mended mended(text);
   if (mended.isGood())
     return text;
-  parts_.lines.post(kit::lcl_vWarning, [this, field, at = mended.first_bad_byte, of = mended.bytes] {
-    MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity, kMendedLine, field, at, of);
-  });
+  MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity, kMendedLine, field, mended.first_bad_byte, mended.bytes);
   return std::move(mended.text);
 }
 

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "host/ledger/ledger_book.h"
-#include "host/log/posted_lines.h"
 #include "host/observe/observations.h"
 #include "host/siblings/common_parameters.h"
 #include "host/siblings/size_trigger.h"
@@ -36,7 +35,6 @@ struct ServicesParts {
   const CommonParameters& common;
   const MorvikADUtil& util;
   SizeTrigger& size_trigger;
-  PostedLines& lines;
   LedgerBook* ledger = nullptr;          ///< null: nobody counts
   Observations* observations = nullptr;  ///< null: nobody is told
 };
@@ -126,7 +124,7 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
 
  private:
   kit::Value recordable(const kit::Value& value, const char* field) const;
-  kit::Value recordableOfApp(std::string_view text, const char* field);
+  kit::Value recordableOfApp(std::string_view text, const char* field) const;
   kit::Value activityOf(kit::Value group, kit::Value name, kit::Value param, kit::Date created_at) const;
   void letIn(const kit::Value& activity);
   bool letInUnlessForgotten(const kit::Value& activity);

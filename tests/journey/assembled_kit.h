@@ -79,7 +79,6 @@ class AssembledKit {
         properties(around.store, around.house_lock),
         logger_(shared_state.log_levels, around.log),
         size_trigger_(around.main_queue),
-        lines_(logger_, around.main_queue),
         services({.app_key = "journey-app",
                   .hash_key = kHashKey,
                   .tracking_url = around.service_url + services::kTrackingPath,
@@ -90,7 +89,6 @@ class AssembledKit {
                   .common = common_,
                   .util = util_,
                   .size_trigger = size_trigger_,
-                  .lines = lines_,
                   .ledger = around.ledger}),
         ad_client_(around.ad_client, json, around.main_queue),
         modules_(around.modules),
@@ -160,7 +158,6 @@ class AssembledKit {
  private:
   const services::Logger logger_;
   host::SizeTrigger size_trigger_;
-  host::PostedLines lines_;
 
  public:
   host::MorvikCoreServicesLib services;

@@ -1,0 +1,230 @@
+#include "host/log/posted_lines.h"
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <csignal>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/host.h"
+#include "host/log/logged_lines.h"
+#include "testing/recording_log.h"
+#include "testing/virtual_loop.h"
+#include "tests/host/failing_allocations.h"
+#include "tests/support/child.h"
+#include "tests/support/on_scratch_folder.h"
+
+namespace morvik::host {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class PostedLinesTest : public ::testing::Test {
+ protected:
+  PostedLinesTest() {
+    setKitLevel(levels_, kit::lcl_vWarning);
+    lines_.setMainQueue(loop_.mainQueue());
+  }
+  void post(std::string_view text) {
+    const auto marked = lines_.postFromHere();
+    lines_.line(text);
+  }
+  std::vector<std::string> written() const { return log_.messages(); }
+
+  testing::VirtualLoop loop_;
+  testing::RecordingLog log_;
+  kit::LogLevels levels_;
+  PostedLines lines_{levels_, log_};
+};
+
+TEST_F(PostedLinesTest, WaitForTheMainQueueOnAThreadThatIsMarked) {
+  post("first");
+  post("second");
+  EXPECT_THAT(written(), IsEmpty());
+  loop_.runUntilIdle();
+  EXPECT_THAT(written(), ElementsAre("first", "second"));
+  post("third");
+  loop_.runUntilIdle();
+  EXPECT_THAT(written(), ElementsAre("first", "second", "third"));
+}
+
+TEST_F(PostedLinesTest, AreWrittenAtOnceOnAnyOtherThreadAfterThoseThatWait) {
+  post("waits");
+  lines_.line("at once");
+  EXPECT_THAT(written(), ElementsAre("waits", "at once"));
+  loop_.runUntilIdle();
+  EXPECT_THAT(written(), SizeIs(2));
+}
+
+TEST_F(PostedLinesTest, OfADyingThreadPassThoseThatWait) {
+  post("waits");
+  const auto marked = lines_.postFromHere();
+  EXPECT_TRUE(lines_.tryLine("last words"));
+  EXPECT_THAT(written(), ElementsAre("last words"));
+}
+
+TEST_F(PostedLinesTest, OfAnotherKitAreWrittenAtOnce) {
+  testing::RecordingLog log;
+  PostedLines other(levels_, log);
+  other.setMainQueue(loop_.mainQueue());
+  const auto marked = lines_.postFromHere();
+  {
+    const auto inner = other.postFromHere();
+    lines_.line("of this one");
+  }
+  lines_.line("waits again");
+  EXPECT_THAT(written(), ElementsAre("of this one"));
+}
+
+TEST_F(PostedLinesTest, AreWrittenAtOnceBeforeThereIsAMainQueue) {
+  testing::RecordingLog log;
+  PostedLines early(levels_, log);
+  const auto marked = early.postFromHere();
+  early.line("at once");
+  EXPECT_THAT(log.messages(), ElementsAre("at once"));
+}
+
+TEST_F(PostedLinesTest, AreWrittenWhenTheKitEndsBeforeTheMainQueueComesToThem) {
+  post("first");
+  lines_.writeAll();
+  EXPECT_THAT(written(), ElementsAre("first"));
+  post("second");
+  lines_.tryWriteAll();
+  EXPECT_THAT(written(), ElementsAre("first", "second"));
+}
+
+TEST_F(PostedLinesTest, PastTheirNumberAreLeftOutAndCounted) {
+  for (size_t line = 0; line < kMaxPostedLines + 3; ++line)
+    post("a line");
+  loop_.runUntilIdle();
+  ASSERT_THAT(written(), SizeIs(kMaxPostedLines + 1));
+  EXPECT_THAT(written().back(), HasSubstr("3 lines like those before were left out"));
+  post("later");
+  loop_.runUntilIdle();
+  EXPECT_EQ(written().back(), "later");
+}
+
+TEST_F(PostedLinesTest, PastTheirBytesAreLeftOutAndCounted) {
+  post(std::string(kMaxPostedLineBytes, 'x'));
+  post("y");
+  loop_.runUntilIdle();
+  ASSERT_THAT(written(), SizeIs(2));
+  EXPECT_THAT(written().back(), HasSubstr("1 lines like those before were left out"));
+  post("later");
+  loop_.runUntilIdle();
+  EXPECT_EQ(written().back(), "later");
+}
+
+TEST_F(PostedLinesTest, ThatAreAllTooLongAreCountedAsWell) {
+  post(std::string(kMaxPostedLineBytes + 1, 'x'));
+  loop_.runUntilIdle();
+  ASSERT_THAT(written(), SizeIs(1));
+  EXPECT_THAT(written().back(), HasSubstr("1 lines like those before were left out"));
+}
+
+TEST_F(PostedLinesTest, ThatFindNoMemoryAreCounted) {
+  const std::string text(1000, 'x');
+  for (uint64_t succeeding = 0; succeeding < 3; ++succeeding) {
+    test::FailingAllocations memory(succeeding);
+    EXPECT_NO_THROW(post(text));
+  }
+  lines_.line("next");
+  loop_.runUntilIdle();
+  ASSERT_THAT(written(), Not(IsEmpty()));
+  EXPECT_EQ(written().back(), "next");
+  EXPECT_THAT(written(), Contains(HasSubstr("lines like those before were left out")));
+}
+
+/// An app that holds a lock while it calls the kit, and whose log sink takes the same one.
+class LockOfTheApp : public test::OnScratchFolder {
+ protected:
+  LockOfTheApp() {
+    options.main_queue = MainQueueMode::kPumped;
+    options.log_level = kit::lcl_vWarning;
+    options.log_sink = [this](std::string_view line) {
+      // Here the app would wait for itself for ever.
+      EXPECT_FALSE(is_locked_) << line;
+      log.line(line);
+    };
+    core_ = start();
+  }
+  template <class Call>
+  auto locked(Call call) {
+    is_locked_ = true;
+    struct Unlock {
+      ~Unlock() { is_locked = false; }
+      bool& is_locked;
+    } unlock{is_locked_};
+    return call();
+  }
+  /// Lines come from the main queue, which the app runs when it holds no lock.
+  void pump() const {
+    do
+      core_->dispatch();
+    while (core_->pollTimeoutMilliseconds() == 0);
+  }
+
+  std::unique_ptr<MorvikCore> core_;
+
+ private:
+  bool is_locked_ = false;
+};
+
+TEST_F(LockOfTheApp, IsNotWantedByACallThatIsRefused) {
+  EXPECT_EQ(locked([this] { return core_->addActivity("", "look"); }), Recorded::kRefusedEmpty);
+  EXPECT_EQ(locked([this] { return core_->setUserId(std::string(100'000, 'x')); }), Recorded::kRefusedTooLarge);
+  EXPECT_EQ(locked([this] { return core_->passOpenURL(std::string(100'000, 'x')); }), Recorded::kRefusedTooLarge);
+  EXPECT_EQ(log.countContaining("was not recorded"), 0U);
+  pump();
+  EXPECT_EQ(log.countContaining("was not recorded"), 3U);
+}
+
+TEST_F(LockOfTheApp, IsNotWantedByACallThatFindsTooManyOthersWaiting) {
+  locked([this] {
+    for (size_t call = 0; call < kMaxPostedCalls + 2; ++call)
+      core_->perform([] {});
+  });
+  pump();
+  EXPECT_GT(log.countContaining("a call was refused: 65536 calls wait for the main queue already"), 0U);
+}
+
+TEST_F(LockOfTheApp, IsNotWantedByAFlushTooMany) {
+  core_->addActivity("shop", "look");
+  locked([this] {
+    for (size_t flush = 0; flush < kMaxFlushes + 2; ++flush)
+      core_->flush([](const FlushResult&) {}, std::chrono::seconds(1));
+  });
+  pump();
+  EXPECT_GT(log.countContaining("a flush was refused"), 0U);
+}
+
+TEST_F(LockOfTheApp, IsNotWantedWhileTheDiskIsFull) {
+  core_->stop();
+  constexpr int kFine = 3;
+  test::Child child([this] {
+    // The limit is the process's: so it is a process of its own.
+    std::signal(SIGXFSZ, SIG_IGN);
+    core_ = start();
+    const rlimit no_room{0, RLIM_INFINITY};
+    if (::setrlimit(RLIMIT_FSIZE, &no_room) != 0)
+      return 1;
+    const bool is_kept_in_memory =
+        locked([this] { return core_->addActivity("shop", "look"); }) == Recorded::kKeptInMemory &&
+        locked([this] { return core_->setAge(7); }) == Recorded::kKeptInMemory &&
+        locked([this] { return core_->gdprForgetMe(true); }) == Recorded::kKeptInMemory;
+    pump();
+    const bool is_told = log.countContaining("cannot be written") > 0;
+    return is_kept_in_memory && is_told && !HasFailure() ? kFine : 1;
+  });
+  EXPECT_EQ(child.status(), kFine);
+}
+
+}  // namespace
+}  // namespace morvik::host
