@@ -4,9 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
-#include <filesystem>
 #include <future>
-#include <iterator>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -17,6 +15,7 @@
 
 #include "tests/support/child.h"
 #include "tests/support/scratch_folder.h"
+#include "tests/support/threads_of_process.h"
 
 namespace morvik::host {
 namespace {
@@ -26,12 +25,7 @@ using test::endOf;
 constexpr std::chrono::minutes kPatience{10};
 constexpr int kFine = 3;
 /// The one thread of a child.
-constexpr std::ptrdiff_t kAlone = 1;
-
-std::ptrdiff_t threadsOfThisProcess() {
-  const std::filesystem::directory_iterator threads("/proc/self/task");
-  return std::distance(begin(threads), end(threads));
-}
+constexpr size_t kAlone = 1;
 
 class ForkWithinACallback : public ::testing::Test {
  protected:
@@ -59,12 +53,12 @@ class ForkWithinACallback : public ::testing::Test {
         .size();
   }
   void performAFork() {
-    core->perform([this] { child = ::fork(); });
+    core->perform([this] { child = test::forked(); });
   }
   /// Behind the block: the child ends here, with kFine if that is so and it has no other thread.
   void endInTheChild(bool is_fine) const {
     if (child == 0)
-      ::_exit(is_fine && threadsOfThisProcess() == kAlone ? kFine : 1);
+      ::_exit(is_fine && test::threadsOfThisProcess() == kAlone ? kFine : 1);
   }
 
   const test::ScratchFolder folder;
@@ -78,7 +72,7 @@ TEST_F(ForkWithinACallback, ReturnsToNothing) {
   std::promise<void> forked;
   core->perform([&] {
     core->addActivity("fork", "before");
-    child = ::fork();
+    child = test::forked();
     if (child != 0)
       forked.set_value();
     else
@@ -126,7 +120,7 @@ TEST_F(ForkWithinACallback, ReturnsToAStopThatDeliversNothing) {
 TEST_F(ForkWithinACallback, ReturnsToAStopFromWhatAFlushCallsAtTheEnd) {
   startPumped();
   core->addActivity("fork", "before");
-  core->flush([this](const FlushResult&) { child = ::fork(); }, kPatience);
+  core->flush([this](const FlushResult&) { child = test::forked(); }, kPatience);
   core->stop();
   endInTheChild(true);
   EXPECT_EQ(endOf(child), kFine);
@@ -148,7 +142,7 @@ TEST_F(ForkWithinACallback, ReturnsToAnErasureFromWhatAFlushCallsAtTheEnd) {
   core->addActivity("fork", "before");
   core->thirdPartyConversion();
   core->dispatch();
-  core->flush([this](const FlushResult&) { child = ::fork(); }, kPatience);
+  core->flush([this](const FlushResult&) { child = test::forked(); }, kPatience);
   const bool is_erased = core->eraseLocalData();
   endInTheChild(!is_erased);
   EXPECT_EQ(endOf(child), kFine);

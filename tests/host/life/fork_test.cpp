@@ -129,14 +129,13 @@ TEST_F(Fork, LeavesItsUncaughtExceptionToWhoeverWasThereBeforeTheKit) {
   options.report_crashes = true;
   const auto core = start();
   record(*core, 1);
-  const pid_t child = ::fork();
+  const pid_t child = test::forked();
   if (child == 0) {
     const std::function<void()> fail = [] { throw std::runtime_error("fendo broke"); };
     [&fail]() noexcept { fail(); }();
     ::_exit(1);
   }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  const int status = test::rawEndOf(child);
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
   testing::RecordingLog unused;
   const SqliteStore inspector({.place = {.folder = options.store_folder}, .read_only = true}, unused);

@@ -25,6 +25,7 @@
 #include "tests/host/net/pumped_queue.h"
 #include "tests/host/net/test_authority.h"
 #include "tests/support/scratch_folder.h"
+#include "tests/support/threads_of_process.h"
 #include "tests/support/transport_contract.h"
 
 namespace morvik::test {
@@ -795,22 +796,17 @@ TEST_F(CurlTransportTest, OutlivesConnectionsThatAreResetWhileItSends) {
 
 // Beginning and end.
 
-size_t threadsOfThisProcess() {
-  const std::filesystem::directory_iterator threads("/proc/self/task");
-  return static_cast<size_t>(std::distance(begin(threads), end(threads)));
-}
-
 TEST_F(CurlTransportTest, StartsItsThreadWithTheFirstRequest) {
   serve(answerOk);
-  const size_t before = threadsOfThisProcess();
+  const size_t before = test::threadsOfThisProcess();
   transport();
-  EXPECT_EQ(threadsOfThisProcess(), before);
+  EXPECT_EQ(test::threadsOfThisProcess(), before);
   {
     const TurnGate::Turn turn(gate_);
     start(request());
-    EXPECT_EQ(threadsOfThisProcess(), before);
+    EXPECT_EQ(test::threadsOfThisProcess(), before);
   }
-  EXPECT_GT(threadsOfThisProcess(), before);
+  EXPECT_GT(test::threadsOfThisProcess(), before);
   runUntilOutcomes(1);
 }
 
