@@ -1,5 +1,6 @@
 // The user's wish to be forgotten, and its withdrawal.
 
+#include <deque>
 #include <utility>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
@@ -35,6 +36,30 @@ constexpr services::Guard kMakeGdprParameterGuard{
     services::block("MRVK_QA-[MorvikCoreLib error] Exception from makeConversionParameter!"
                     "\n                          exception print: %@")};
 
+/// The place of a wish among those that were not told yet. It goes with what throws before the wish stands.
+class UntoldWish {
+ public:
+  UntoldWish(std::deque<bool>& wishes, bool takes_place_of_last) : wishes_(wishes), is_added_(!takes_place_of_last) {
+    if (is_added_)
+      wishes_.push_back(false);
+  }
+  UntoldWish(const UntoldWish&) = delete;
+  UntoldWish& operator=(const UntoldWish&) = delete;
+  ~UntoldWish() {
+    if (is_added_ && !stands_)
+      wishes_.pop_back();
+  }
+  void stands(bool wish) {
+    wishes_.back() = wish;
+    stands_ = true;
+  }
+
+ private:
+  std::deque<bool>& wishes_;
+  const bool is_added_;
+  bool stands_ = false;
+};
+
 Value orAbsent(const std::optional<std::string>& text) {
   return text ? Value(*text) : Value();
 }
@@ -60,17 +85,17 @@ bool MorvikCoreLib::recordForgetMe(bool forget_me) {
   return store().inOneStep([this, forget_me] {
     if (store().MorvikCoreUserInfo_isGDPRForgetMe() == forget_me && wasForgetMeSynced())
       return false;
+    // What takes memory comes first: no wish stands that nobody would tell.
+    const bool takes_place_of_last = untold_wishes_.size() >= kMaxUntoldWishes;
+    if (!takes_place_of_last)
+      kit_.main_queue.async([self = shared_from_this()] { self->tellNextWish(); });
+    UntoldWish untold(untold_wishes_, takes_place_of_last);
     // A process that dies before the wish is told must not leave it behind as an accepted one.
     synced_before_wish_ = wasForgetMeSynced();
     if (store().MorvikCoreUserInfo_isGDPRForgetMeServerSynced())
       setForgetMeSynced(false);
     setForgetMe(forget_me);
-    if (untold_wishes_.size() >= kMaxUntoldWishes) {
-      untold_wishes_.back() = forget_me;
-      return true;
-    }
-    kit_.main_queue.async([self = shared_from_this()] { self->tellNextWish(); });
-    untold_wishes_.push_back(forget_me);
+    untold.stands(forget_me);
     return true;
   });
 }

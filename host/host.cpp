@@ -33,6 +33,10 @@ constexpr services::GuardClause kRecordThrew =
     services::oneLine(kit::lcl_vError, "Morvik host: something could not be recorded: %@");
 constexpr services::Guard kRecordGuard{kRecordThrew, kRecordThrew};
 
+constexpr services::GuardClause kCallThrew = services::oneLine(
+    kit::lcl_vError, "Morvik host: a call could not be carried out: %@; see to it that the process has memory");
+constexpr services::Guard kCallGuard{kCallThrew, kCallThrew};
+
 /// No turn need follow that would try again what a call could not commit. What is taken now was kept when the call
 /// returned.
 Recorded tryToKeepNow(HostParts& parts) {
@@ -51,41 +55,57 @@ Host::~Host() {
   ending_->stopOrLeave();
 }
 
+template <class Call>
+auto Host::guardedCall(const char* operation, Call call) const {
+  return services::guarded(parts_->logger, kCallGuard, MORVIK_HERE(operation), call);
+}
+
 std::optional<kit::Error> Host::open() {
   return parts_->main_loop->open();
 }
 
 void Host::applicationDidBecomeActive() {
-  callOnMain([parts = parts_.get()] { parts->notifications.post(kit::Notification::kApplicationDidBecomeActive); });
+  callOnMain("-[MorvikCore applicationDidBecomeActive]",
+             [parts = parts_.get()] { parts->notifications.post(kit::Notification::kApplicationDidBecomeActive); });
 }
 
 void Host::applicationDidEnterBackground() {
   parts_->has_entered_background = true;
-  callOnMain([parts = parts_.get()] { parts->notifications.post(kit::Notification::kApplicationDidEnterBackground); });
+  callOnMain("-[MorvikCore applicationDidEnterBackground]",
+             [parts = parts_.get()] { parts->notifications.post(kit::Notification::kApplicationDidEnterBackground); });
 }
 
 /// Nothing here waits: the log may be the app's, and the store may be closed.
 Recorded Host::refuseNotRunning() {
   parts_->ledger.wasRefused(Recorded::kRefusedNotRunning);
   if (!is_not_running_told_.exchange(true)) {
-    const services::Logger logger = parts_->logger.withoutWaiting();
-    MORVIK_LOG(logger, kit::lcl_vWarning, "-[MorvikCore record]",
-               "Morvik host: something was handed over after the end of the kit had begun, and is refused, as all that "
-               "follows: stop the kit once nothing records any more; the ledger counts the refusals");
+    guardedCall("-[MorvikCore record]", [this] {
+      MORVIK_LOG(
+          parts_->logger, kit::lcl_vWarning, "-[MorvikCore record]",
+          "Morvik host: something was handed over after the end of the kit had begun, and is refused, as all that "
+          "follows: stop the kit once nothing records any more; the ledger counts the refusals");
+    });
   }
   return Recorded::kRefusedNotRunning;
 }
 
-/// What records runs on the calling thread, unless the kit is being stopped. What it throws (no memory, say) ends here.
+Recorded Host::refuseNoMemory() {
+  parts_->ledger.wasRefused(Recorded::kRefusedNoMemory);
+  return Recorded::kRefusedNoMemory;
+}
+
+/// What records runs on the calling thread, unless the kit is being stopped. What it throws, for want of memory, ends
+/// here; it has recorded nothing then.
 template <class Record>
 Recorded Host::recordNow(Record record) {
   const auto marked = parts_->lines.postFromHere();
   const CallGate::Call call(parts_->calls);
   if (!call.isIn() || !takesPlace())
     return refuseNotRunning();
-  const Recorded recorded = services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record)
-                                .value_or(Recorded::kRefusedNotRunning);
-  return recorded == Recorded::kKeptInMemory ? tryToKeepNow(*parts_) : recorded;
+  const auto recorded = services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record);
+  if (!recorded)
+    return refuseNoMemory();
+  return *recorded == Recorded::kKeptInMemory ? tryToKeepNow(*parts_) : *recorded;
 }
 
 Recorded Host::addActivity(std::string_view group, std::string_view name, std::optional<std::string_view> param) {
@@ -97,7 +117,7 @@ Recorded Host::addImpression(const Impression& impression) {
 }
 
 void Host::pushTracking() {
-  callOnMain([parts = parts_.get()] { parts->core->pushTracking(); });
+  callOnMain("-[MorvikCore pushTracking]", [parts = parts_.get()] { parts->core->pushTracking(); });
 }
 
 Recorded Host::handOver(HandedOver::Kind kind, std::string_view text, const char* operation) {
@@ -134,12 +154,31 @@ Recorded Host::setNow(Set set) {
   });
 }
 
+/// Both of the value's places or neither, also where the process runs out of memory between the two.
+Recorded Host::setTwice(const char* pending, const char* complete, const kit::Value& wanted,
+                        const std::function<void(MorvikCoreLib&)>& set) {
+  return setNow([&](MorvikCoreLib& core) {
+    MachineStore& store = *parts_->plain_store;
+    store.set(complete, store.get(complete));  // the place is there from here on, and filling it takes no memory
+    try {
+      set(core);
+    } catch (...) {
+      const kit::Value stored = store.get(pending);
+      if (stored != wanted)
+        throw;
+      store.set(complete, stored);
+    }
+  });
+}
+
 Recorded Host::setAge(int32_t age) {
-  return setNow([age](MorvikCoreLib& core) { core.setAge(age); });
+  return setTwice(services::property::fendoUserDemoInfo_age, services::property::fendoUserDemoInfoForComplete_age,
+                  kit::Value(age), [age](MorvikCoreLib& core) { core.setAge(age); });
 }
 
 Recorded Host::setGender(int32_t gender) {
-  return setNow([gender](MorvikCoreLib& core) { core.setGender(gender); });
+  return setTwice(services::property::fendoUserDemoInfo_gender, services::property::fendoUserDemoInfoForComplete_gender,
+                  kit::Value(gender), [gender](MorvikCoreLib& core) { core.setGender(gender); });
 }
 
 Recorded Host::setUserId(std::string_view user_id) {
@@ -147,11 +186,19 @@ Recorded Host::setUserId(std::string_view user_id) {
     return recordNow(
         [&] { return parts_->services.refuse(Recorded::kRefusedTooLarge, "-[MorvikCore setUserId:]", "a user id"); });
   }
-  return setNow([user_id](MorvikCoreLib& core) { core.setUserId(std::string(user_id)); });
+  const auto marked = parts_->lines.postFromHere();
+  const auto recorded = guardedCall("-[MorvikCore setUserId:]", [&] { return setUserIdTo(std::string(user_id)); });
+  return recorded ? *recorded : refuseNoMemory();
 }
 
 Recorded Host::clearUserId() {
-  return setNow([](MorvikCoreLib& core) { core.setUserId(std::nullopt); });
+  return setUserIdTo(std::nullopt);
+}
+
+Recorded Host::setUserIdTo(const std::optional<std::string>& user_id) {
+  return setTwice(services::property::fendoUserDemoInfo_userId, services::property::fendoUserDemoInfoForComplete_userId,
+                  user_id ? kit::Value(*user_id) : kit::Value(),
+                  [&user_id](MorvikCoreLib& core) { core.setUserId(user_id); });
 }
 
 Recorded Host::gdprForgetMe(bool forget_me) {
@@ -170,19 +217,26 @@ Recorded Host::gdprForgetMe(bool forget_me) {
 }
 
 void Host::flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) {
-  if (takesPlace())
-    parts_->flushes.begin(std::move(done), timeout);
-  else
-    parts_->flushes.refuse(done);
+  const auto marked = parts_->lines.postFromHere();
+  guardedCall("-[MorvikCore flush:timeout:]", [&] {
+    if (takesPlace())
+      parts_->flushes.begin(std::move(done), timeout);
+    else
+      parts_->flushes.refuse(done);
+  });
 }
 
 FlushResult Host::waitUntilDelivered(std::chrono::milliseconds timeout) {
-  return parts_->flushes.wait(timeout);
+  return guardedCall("-[MorvikCore waitUntilDelivered:]", [&] { return parts_->flushes.wait(timeout); })
+      .value_or(FlushResult{.reason = FlushReason::kOutOfMemory});
 }
 
 void Host::setSendingEnabled(bool enabled) {
-  if (takesPlace())
-    parts_->sending.set(enabled);
+  const auto marked = parts_->lines.postFromHere();
+  guardedCall("-[MorvikCore setSendingEnabled:]", [&] {
+    if (takesPlace())
+      parts_->sending.set(enabled);
+  });
 }
 
 bool Host::isGdprForgetMe() const {
@@ -198,7 +252,7 @@ void Host::setLogLevel(int level) {
 }
 
 void Host::perform(std::function<void()> block) {
-  post(std::move(block));
+  post("-[MorvikCore perform]", std::move(block));
 }
 
 int Host::pollDescriptor() const {
@@ -210,7 +264,7 @@ int Host::pollTimeoutMilliseconds() const {
 }
 
 void Host::dispatch() {
-  parts_->main_loop->dispatch();
+  guardedCall("-[MorvikCore dispatch]", [this] { parts_->main_loop->dispatch(); });
 }
 
 void Host::stop() {
@@ -230,22 +284,27 @@ void Host::tellThatItStarted() {
 }
 
 Status Host::status() {
-  if (auto at_stop = parts_->observations.statusAtStop())
-    return *std::move(at_stop);
-  return statusOf(*parts_);
+  const auto status = [this] {
+    auto at_stop = parts_->observations.statusAtStop();
+    return at_stop ? *std::move(at_stop) : statusOf(*parts_);
+  };
+  const auto marked = parts_->lines.postFromHere();
+  return guardedCall("-[MorvikCore status]", status).value_or(Status());
 }
 
 void Host::stop(std::chrono::milliseconds drain) {
   if (!ending_->isWithinCallback())
-    parts_->flushes.wait(drain);
+    waitUntilDelivered(drain);
   stop();
 }
 
 bool Host::eraseLocalData() {
   if (ending_->isWithinCallback()) {
-    const services::Logger logger = parts_->logger.withoutWaiting();  // it may be within the log's sink
-    MORVIK_LOG(logger, kit::lcl_vError, kEraseOperation,
-               "Morvik host: nothing was erased: a callback runs, and the kit stops first; erase from outside");
+    const auto marked = parts_->lines.postFromHere();  // it may be within the log's sink
+    guardedCall(kEraseOperation, [this] {
+      MORVIK_LOG(parts_->logger, kit::lcl_vError, kEraseOperation,
+                 "Morvik host: nothing was erased: a callback runs, and the kit stops first; erase from outside");
+    });
     return false;
   }
   std::unique_lock hold(erasing_mutex_);
@@ -257,7 +316,7 @@ bool Host::eraseLocalData() {
     return false;
   is_erasing_ = true;
   hold.unlock();
-  const bool is_erased = erase();
+  const bool is_erased = guardedCall(kEraseOperation, [this] { return erase(); }).value_or(false);
   hold.lock();
   is_erasing_ = false;
   was_erased_ = is_erased;
@@ -276,8 +335,10 @@ bool Host::erase() {
       MORVIK_LOG(logger, kit::lcl_vError, kEraseOperation, "Morvik host: not all was erased: %@", *error);
     return !error;
   };
-  if (const auto error = parts_->eraser->begin(wish()))
-    return tell(parts_->logger, error);
+  if (const auto error = parts_->eraser->begin(wish())) {
+    MORVIK_LOG(parts_->logger, kit::lcl_vError, kEraseOperation, "Morvik host: nothing was erased: %@", *error);
+    return false;
+  }
   bool is_erased = false;
   // By then a callback that did not come back may keep the log to itself.
   ending_->stopAndThen([&] { is_erased = tell(parts_->logger.withoutWaiting(), parts_->eraser->finish(wish())); });
@@ -338,7 +399,8 @@ bool Host::mayRecordHere() {
 }
 
 Ledger Host::ledger() {
-  return parts_->ledger.read();
+  const auto marked = parts_->lines.postFromHere();
+  return guardedCall("-[MorvikCore ledger]", [this] { return parts_->ledger.read(); }).value_or(Ledger());
 }
 
 Pending Host::pending() const {
@@ -353,33 +415,39 @@ bool Host::takesPlace() const {
   return parts_->life->admits(parts_->main_loop->isInTurn() || parts_->background->isInBlock());
 }
 
-void Host::callOnMain(kit::Block block) {
+void Host::callOnMain(const char* operation, kit::Block block) {
   if (!parts_->main_loop->isMainThread())
-    post(std::move(block));
+    post(operation, std::move(block));
   else if (takesPlace())
-    parts_->main_loop->runOnMain(std::move(block));
+    guardedCall(operation, [&] { parts_->main_loop->runOnMain(std::move(block)); });
 }
 
-void Host::post(kit::Block block) {
+void Host::post(const char* operation, kit::Block block) {
   HostParts& parts = *parts_;
+  const auto marked = parts.lines.postFromHere();
   switch (parts.life->post(kMaxPostedCalls)) {
     case HostLife::Admission::kNotRunning:
       return;
-    case HostLife::Admission::kTooMany: {
-      const auto marked = parts.lines.postFromHere();
-      MORVIK_LOG(parts.logger, kit::lcl_vError, "-[MorvikCore perform]",
-                 "Morvik host: a call was refused: %lu calls wait for the main queue already; call less often, or let "
-                 "the main queue run",
-                 kMaxPostedCalls);
+    case HostLife::Admission::kTooMany:
+      guardedCall(operation, [&parts] {
+        MORVIK_LOG(
+            parts.logger, kit::lcl_vError, "-[MorvikCore perform]",
+            "Morvik host: a call was refused: %lu calls wait for the main queue already; call less often, or let "
+            "the main queue run",
+            kMaxPostedCalls);
+      });
       return;
-    }
     case HostLife::Admission::kAdmitted:
       break;
   }
-  parts.main_loop->async([&life = *parts.life, block = std::move(block)] {
-    if (life.beginPosted())
-      block();
+  const bool is_posted = guardedCall(operation, [&] {
+    parts.main_loop->async([&life = *parts.life, block = std::move(block)] {
+      if (life.beginPosted())
+        block();
+    });
   });
+  if (!is_posted)
+    static_cast<void>(parts.life->beginPosted());  // it waits no more
 }
 
 }  // namespace morvik::host

@@ -22,6 +22,10 @@
 #include "morvik/morvik.h"
 #include "services/MorvikGVUserDefaults.h"
 
+namespace morvik {
+class MorvikCoreLib;
+}
+
 namespace morvik::host {
 
 /// Calls from other threads that wait for the main queue. Past this many a call is refused, with a line in the log: an
@@ -132,13 +136,20 @@ class Host final : public morvik::MorvikCore {
   Recorded recordNow(Record record);
   template <class Set>
   Recorded setNow(Set set);
+  Recorded setTwice(const char* pending, const char* complete, const kit::Value& wanted,
+                    const std::function<void(MorvikCoreLib&)>& set);
+  Recorded setUserIdTo(const std::optional<std::string>& user_id);
+  /// As services::guarded(): nothing that an operation throws, for want of memory, reaches the app.
+  template <class Call>
+  auto guardedCall(const char* operation, Call call) const;
+  Recorded refuseNoMemory();
   Recorded handOver(HandedOver::Kind kind, std::string_view text, const char* operation);
   /// Whether what is called now, on this thread, takes place: once the end has begun, within the kit's own blocks
   /// alone.
   bool takesPlace() const;
   /// Runs it at once on the main thread, posts it from another.
-  void callOnMain(kit::Block block);
-  void post(kit::Block block);
+  void callOnMain(const char* operation, kit::Block block);
+  void post(const char* operation, kit::Block block);
 
   bool erase();
 

@@ -18,6 +18,8 @@ std::string_view toText(Recorded recorded) {
       return "refused: too many wait already";
     case Recorded::kRefusedNotRunning:
       return "refused: the kit is not running";
+    case Recorded::kRefusedNoMemory:
+      return "refused: out of memory";
   }
   return "";
 }

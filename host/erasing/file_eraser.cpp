@@ -81,7 +81,9 @@ std::optional<kit::Error> FileEraser::begin(KeptWish wish) {
   if (failed) {
     // Nothing was erased yet, and nothing will be.
     static_cast<void>(files_.remove(marker_path_));
-    return error(*failed);
+    return kit::Error{"no note of it can be made in \"" + parts_.place.folder + "\" (" + failed->message +
+                      "), and without one a death would leave half of it: the kit goes on; see to it that this user "
+                      "may make files there and that the disk takes them, and erase again"};
   }
   return std::nullopt;
 }

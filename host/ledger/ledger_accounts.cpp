@@ -15,7 +15,7 @@ constexpr const char* kGivenUp = "given_up";
 constexpr const char* kSets = "sets";
 constexpr const char* kRefused = "refused";
 /// Of kLedgerRefusals, as they are stored.
-constexpr std::array kRefusalKeys = {"forgotten", "empty", "too_large", "too_many", "not_running"};
+constexpr std::array kRefusalKeys = {"forgotten", "empty", "too_large", "too_many", "not_running", "no_memory"};
 static_assert(kRefusalKeys.size() == kLedgerRefusals.size());
 
 const char* nameOf(LedgerKind kind) {

@@ -36,9 +36,9 @@ struct DemographicSets {
 };
 
 /// Why something that the app handed over was refused, as rows of the ledger.
-inline constexpr std::array kLedgerRefusals = {Recorded::kRefusedForgotten, Recorded::kRefusedEmpty,
-                                               Recorded::kRefusedTooLarge, Recorded::kRefusedTooMany,
-                                               Recorded::kRefusedNotRunning};
+inline constexpr std::array kLedgerRefusals = {Recorded::kRefusedForgotten,  Recorded::kRefusedEmpty,
+                                               Recorded::kRefusedTooLarge,   Recorded::kRefusedTooMany,
+                                               Recorded::kRefusedNotRunning, Recorded::kRefusedNoMemory};
 using LedgerRefusals = std::array<uint64_t, kLedgerRefusals.size()>;
 
 /// Plain values; not safe for threads.

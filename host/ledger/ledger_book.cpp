@@ -339,11 +339,23 @@ void LedgerBook::setDemographic(std::string_view key, size_t slot, const kit::Va
   takeInWhatCameToLight();
   const std::scoped_lock door(door_);
   takeNotesAtTheDoor();
-  const Note note{slot, stored_.setDemographic(slot, value)};
   // A thread of the app's has no part in the handler that may run on another.
   const LedgerDeparture of_app{.kind = Kind::kDemographics, .writer = writer};
-  takeNote(note, must_wait ? departure(Kind::kDemographics, writer) : of_app);
-  writeAtTheDoor(key, value);
+  const LedgerDeparture departure_of = must_wait ? departure(Kind::kDemographics, writer) : of_app;
+  const LedgerStored::Demographics before = stored_.demographics();
+  const LedgerAccounts accounts_before = accounts_;
+  const uint64_t orphans_before = orphans_.count();
+  try {
+    takeNote({slot, stored_.setDemographic(slot, value)}, departure_of);
+    writeAtTheDoor(key, value);
+  } catch (...) {
+    // Without memory the store has the value before. One that a request carries is counted for that already.
+    if (orphans_.count() == orphans_before) {
+      stored_.takeBack(before);
+      accounts_ = accounts_before;
+    }
+    throw;
+  }
 }
 
 /// False when there is no room for one more.
@@ -351,11 +363,19 @@ bool LedgerBook::leaveNote(std::string_view key, size_t slot, const kit::Value& 
   const std::scoped_lock door(door_);
   if (notes_.size() >= kMaxLedgerNotes)
     return false;
-  notes_.push_back({slot, stored_.setDemographic(slot, value)});
+  const LedgerStored::Demographics before = stored_.demographics();
+  const size_t notes_before = notes_.size();
+  try {
+    notes_.push_back({slot, stored_.setDemographic(slot, value)});
+    std::array<StoreWrite, 2> writes{
+        {{key, value}, {kDemographicSetsKey, stored_.recordedUnwritten().demographics.toValue()}}};
+    store_.setTogether(writes);
+  } catch (...) {
+    notes_.resize(notes_before);
+    stored_.takeBack(before);
+    throw;
+  }
   has_notes_ = true;
-  std::array<StoreWrite, 2> writes{
-      {{key, value}, {kDemographicSetsKey, stored_.recordedUnwritten().demographics.toValue()}}};
-  store_.setTogether(writes);
   return true;
 }
 
@@ -408,7 +428,7 @@ std::array<uint64_t, kDemographicValues> LedgerBook::versionsSeen() {
 // -------------------------------------------------------------------------------------------------- batches and
 // requests
 
-void LedgerBook::activityIsBeingStored() {
+void LedgerBook::activityWasStored() {
   ++announced_activities_;
 }
 
@@ -615,12 +635,14 @@ void LedgerBook::writeAtTheDoor(std::string_view key, kit::Value value) {
   size_t count = 0;
   if (!key.empty())
     writes[count++] = {key, std::move(value)};
+  kit::Value written = written_;
   if (accounts_.isChanged()) {
     takeRefusals();
-    written_ = accounts_.write(stored_.recordedUnwritten());
-    writes[count++] = {kLedgerKey, written_};
+    written = accounts_.write(stored_.recordedUnwritten());
+    writes[count++] = {kLedgerKey, written};
   }
   store_.setTogether({writes.data(), count});
+  written_ = std::move(written);
 }
 
 void LedgerBook::tellBroken() {

@@ -112,8 +112,8 @@ class LedgerBook {
   void tellBroken();
 
   // The services object's side.
-  /// The list of activities is about to have one more. At the door, in the same step.
-  void activityIsBeingStored();
+  /// The list of activities has one more. At the door, in the same step.
+  void activityWasStored();
   /// Something that the app handed over was refused. Waits for nothing.
   void wasRefused(Recorded reason);
   /// The next payload of this thread is begun; it is sealed in the same block, if at all.

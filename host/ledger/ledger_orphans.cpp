@@ -39,4 +39,11 @@ std::vector<LedgerOrphans::Settled> LedgerOrphans::settledBy(uint64_t ended, boo
   return settled;
 }
 
+uint64_t LedgerOrphans::count() const {
+  uint64_t sum = 0;
+  for (const Group& group : groups_)
+    sum += group.records.count;
+  return sum;
+}
+
 }  // namespace morvik::host

@@ -30,6 +30,8 @@ class LedgerOrphans {
   std::vector<Settled> settle(uint64_t ended, bool is_accepted);
   /// What settle() would answer.
   std::vector<Settled> settledBy(uint64_t ended, bool is_accepted) const;
+  /// All that wait for that.
+  uint64_t count() const;
 
  private:
   struct Group {

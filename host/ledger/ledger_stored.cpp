@@ -97,6 +97,12 @@ LedgerStored::Replaced LedgerStored::setDemographic(size_t slot, const kit::Valu
   return {.version = version, .is_pending = is_pending};
 }
 
+void LedgerStored::takeBack(const Demographics& before) {
+  versions_ = before.versions;
+  sets_ = before.sets;
+  was_set_ = before.was_set;
+}
+
 LedgerStored::Growth LedgerStored::lookAgainAtList(Kind kind) {
   kit::Value& known = lists_[indexOf(kind)];
   kit::Value found = store_.get(listKey(kind));

@@ -52,6 +52,14 @@ class LedgerStored {
   };
   /// The store is about to hold this demographic value.
   Replaced setDemographic(size_t slot, const kit::Value& value);
+  /// What setDemographic() changes, for taking it back when the store could not be written after all.
+  struct Demographics {
+    std::array<uint64_t, kDemographicValues> versions{};
+    DemographicSets sets;
+    std::array<bool, kDemographicValues> was_set{};
+  };
+  Demographics demographics() const { return {versions_, sets_, was_set_}; }
+  void takeBack(const Demographics& before);
 
   struct Growth {
     uint64_t more = 0;

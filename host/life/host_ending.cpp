@@ -15,6 +15,7 @@
 #include "host/host_parts.h"
 #include "host/loop/thread.h"
 #include "host/observe/status_of.h"
+#include "services/guard.h"
 
 namespace morvik::host {
 namespace {
@@ -22,6 +23,10 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr const char* kStopOperation = "-[MorvikCore stop]";
+
+constexpr services::GuardClause kStopThrew = services::oneLine(
+    kit::lcl_vError, "Morvik host: the kit could not be stopped whole: %@; see to it that the process has memory");
+constexpr services::Guard kStopGuard{kStopThrew, kStopThrew};
 
 std::atomic<bool> is_process_ending{false};
 
@@ -56,6 +61,9 @@ class GoingParts {
   size_t count_ = 0;
 };
 thread_local bool GoingParts::is_here_ = false;
+
+/// Those that keep themselves, the latest.
+std::atomic<HostEnding*> kept_last{nullptr};
 
 /// What can never be freed. Reachable, so that nobody takes it for a leak, and never destroyed.
 template <class Kept>
@@ -93,21 +101,23 @@ class HostEnding::Closing {
     parts_->store->shutdown();
   }
 
-  /// Both, on a thread of its own; in between it waits for the crash hook to go.
+  /// Both, on a thread of its own; in between it waits for the crash hook to go. What throws there, for want of memory,
+  /// does not keep the rest from being closed.
   void run() {
-    closeQueues();
+    const services::Logger logger = parts_->logger.withoutWaiting();
+    services::guarded(logger, kStopGuard, MORVIK_HERE(kStopOperation), [this] { closeQueues(); });
     {
       std::unique_lock hold(mutex_);
       queues_are_closed_ = true;
       changed_.notify_all();
       changed_.wait(hold, [this] { return may_close_store_; });
     }
-    closeStore();
-    {
+    services::guarded(logger, kStopGuard, MORVIK_HERE(kStopOperation), [this] {
+      closeStore();
       Status status = statusOf(*parts_);
       const std::scoped_lock hold(mutex_);
       status_ = std::move(status);
-    }
+    });
     letPartsGo();
     const std::scoped_lock hold(mutex_);
     is_done_ = true;
@@ -166,22 +176,31 @@ bool HostEnding::stop() {
   const auto begun = steady_clock::now();
   if (isWithinCallback()) {
     // Within the sink no second line can be written.
-    const services::Logger logger = parts_->life->isInLogSink() ? parts_->logger.withoutWaiting() : parts_->logger;
-    MORVIK_LOG(logger, kit::lcl_vError, kStopOperation,
-               "Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside");
+    const auto marked = parts_->lines.postFromHere();
+    services::guarded(parts_->logger, kStopGuard, MORVIK_HERE(kStopOperation), [this] {
+      MORVIK_LOG(parts_->logger, kit::lcl_vError, kStopOperation,
+                 "Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside");
+    });
     return false;
   }
-  if (begin())
-    close(begun, {});
-  return true;
+  return !begin() || closeGuarded(begun, {});
 }
 
 void HostEnding::stopAndThen(const std::function<void()>& last) {
   const auto begun = steady_clock::now();
   if (begin())
-    close(begun, last);
+    closeGuarded(begun, last);
   else
     last();
+}
+
+/// What did not come to its end is tried again by the next stop.
+bool HostEnding::closeGuarded(steady_clock::time_point begun, const std::function<void()>& last) {
+  if (services::guarded(parts_->logger.withoutWaiting(), kStopGuard, MORVIK_HERE(kStopOperation),
+                        [&] { close(begun, last); }))
+    return true;
+  setStage(Stage::kRunning);
+  return false;
 }
 
 bool HostEnding::begin() {
@@ -190,7 +209,7 @@ bool HostEnding::begin() {
     stage_ = Stage::kStopping;
     return true;
   }
-  stopped_.wait(hold, [this] { return stage_ == Stage::kStopped; });
+  stopped_.wait(hold, [this] { return stage_ != Stage::kStopping; });
   return false;
 }
 
@@ -251,33 +270,57 @@ void HostEnding::finish(bool is_closed, steady_clock::time_point deadline, Statu
                "queue runs, and let no callback take long",
                left);
   }
-  if (is_closed)
-    parts_->lines.writeAll();
-  else
-    parts_->lines.tryWriteAll();
   MorvikCoreLib::withdrawSharedKit(parts_->kit);
   parts_->observations.hostDidStop(std::move(status), logger);
   parts_->facade.setDelegate({});
   if (last)
     last();
+  if (is_closed)
+    parts_->lines.writeAll();
+  else
+    parts_->lines.tryWriteAll();
   parts_->log_sink->close(deadline);
   parts_->life->end();
-  setStopped();
+  setStage(Stage::kStopped);
 }
 
-void HostEnding::setStopped() {
+void HostEnding::setStage(Stage stage) {
   const std::scoped_lock hold(mutex_);
-  stage_ = Stage::kStopped;
+  stage_ = stage;
   stopped_.notify_all();
 }
 
 void HostEnding::stopOrLeave() {
   if (!parts_->life->isOwnProcess())
-    keepForGood(shared_from_this());
-  else if (!isWithinCallback())
-    stop();
-  else
-    leave();
+    return keepItself();
+  if (!isWithinCallback()) {
+    // What the first try has closed may have left memory for the second.
+    if (!stop() && !stop())
+      leaveWithoutMemory();
+    return;
+  }
+  if (!services::guarded(parts_->logger.withoutWaiting(), kStopGuard, MORVIK_HERE(kStopOperation), [this] { leave(); }))
+    leaveWithoutMemory();
+}
+
+void HostEnding::keepItself() {
+  if (itself_ != nullptr)
+    return;
+  itself_ = shared_from_this();
+  kept_before_ = kept_last;
+  while (!kept_last.compare_exchange_weak(kept_before_, this)) {
+  }
+}
+
+/// Takes no memory. For good, since threads that nobody can end go on with the parts.
+void HostEnding::leaveWithoutMemory() {
+  keepItself();
+  parts_->life->beginToEnd();
+  parts_->shared_state.stop_request.make();
+  parts_->main_loop->cease();
+  parts_->background->cease();
+  parts_->life->end();
+  setStage(Stage::kStopped);
 }
 
 void HostEnding::leave() {

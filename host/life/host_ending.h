@@ -27,7 +27,8 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
   HostEnding(const HostEnding&) = delete;
   HostEnding& operator=(const HostEnding&) = delete;
 
-  /// As morvik::MorvikCore::stop(). False: nothing was done, since this thread is within a callback of the host.
+  /// As morvik::MorvikCore::stop(). False: this thread is within a callback of the host, and nothing was done; or the
+  /// memory ran out, and a further call goes on.
   bool stop();
   /// stop() without the handlers of what is in flight; then, before any stop() returns, it calls `last`, whose lines
   /// are the last ones of the log. When another thread stops the host or did, `last` is called after that, and the log
@@ -46,14 +47,20 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
 
   /// False when another call does or did it; then waits until that one is done.
   bool begin();
+  bool closeGuarded(std::chrono::steady_clock::time_point begun, const std::function<void()>& last);
   void close(std::chrono::steady_clock::time_point begun, const std::function<void()>& last);
   void finish(bool is_closed, std::chrono::steady_clock::time_point deadline, Status status,
               const std::function<void()>& last = {});
   void leave();
+  void leaveWithoutMemory();
+  /// And the parts with it, for good; takes neither memory nor locks.
+  void keepItself();
   void leaveQueues(std::chrono::steady_clock::time_point deadline, bool is_first);
-  void setStopped();
+  void setStage(Stage stage);
 
   const std::shared_ptr<HostParts> parts_;
+  std::shared_ptr<HostEnding> itself_;  ///< of one that is kept for good
+  HostEnding* kept_before_ = nullptr;   ///< the same, as a list, so that nobody takes it for a leak
   std::mutex mutex_;
   std::condition_variable stopped_;
   Stage stage_ = Stage::kRunning;

@@ -33,7 +33,7 @@ Observations::Observations(ObservationsParts parts) : parts_(std::move(parts)), 
 // ------------------------------------------------------------------------------------------------------------ refusals
 
 void Observations::refused(Recorded reason) {
-  if (isKept(reason) || reason == Recorded::kRefusedNotRunning)
+  if (isKept(reason) || reason >= Recorded::kRefusedNotRunning)
     return;
   const auto listening = parts_.facade.delegateOfApp();
   if (listening == nullptr || !listening->didRefuseEvent)
@@ -41,12 +41,17 @@ void Observations::refused(Recorded reason) {
   std::atomic<size_t>& pending = pending_refusals_[static_cast<size_t>(reason)];
   if (!raisedBelow(pending, kMaxPendingRefusals))
     return;
-  parts_.main_loop.async([this, &pending, reason] {
-    --pending;
-    const auto delegate = parts_.facade.delegateOfApp();
-    if (delegate != nullptr && delegate->didRefuseEvent)
-      delegate->didRefuseEvent(reason);
-  });
+  try {
+    parts_.main_loop.async([this, &pending, reason] {
+      --pending;
+      const auto delegate = parts_.facade.delegateOfApp();
+      if (delegate != nullptr && delegate->didRefuseEvent)
+        delegate->didRefuseEvent(reason);
+    });
+  } catch (...) {
+    --pending;  // nothing waits there
+    throw;
+  }
 }
 
 // ----------------------------------------------------------------------------------------------------------- exchanges

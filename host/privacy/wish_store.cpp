@@ -192,9 +192,7 @@ void WishStore::set(std::string_view key, kit::Value value) {
   if (key != kWishKey || file_ == nullptr)
     return store_.set(key, std::move(value));
   const bool is_forgotten = saysForgotten(value);
-  beforeSet(is_forgotten);
-  store_.set(key, std::move(value));
-  afterSet(is_forgotten);
+  setting(is_forgotten, [&] { store_.set(key, std::move(value)); });
 }
 
 void WishStore::replace(std::string_view key, const kit::Value& before, kit::Value after) {
@@ -209,11 +207,32 @@ void WishStore::setTogether(std::span<StoreWrite> writes) {
     if (write.key == kWishKey && file_ != nullptr)
       wish = saysForgotten(write.value);
   }
-  if (wish)
-    beforeSet(*wish);
-  store_.setTogether(writes);
-  if (wish)
-    afterSet(*wish);
+  if (!wish)
+    return store_.setTogether(writes);
+  setting(*wish, [&] { store_.setTogether(writes); });
+}
+
+/// A wish that the store cannot take, for want of memory, is none: the file is to say again what it said.
+template <class Set>
+void WishStore::setting(bool is_forgotten, Set set) {
+  const std::optional<bool> before = wanted();
+  try {
+    beforeSet(is_forgotten);
+    set();
+  } catch (...) {
+    const std::scoped_lock hold(mutex_);
+    if (before && wanted_ != before) {
+      want(*before);
+      committed_ = generation_;
+    }
+    throw;
+  }
+  afterSet(is_forgotten);
+}
+
+std::optional<bool> WishStore::wanted() const {
+  const std::scoped_lock hold(mutex_);
+  return wanted_;
 }
 
 bool WishStore::trySetAndSynchronize(std::string_view key, kit::Value value) {

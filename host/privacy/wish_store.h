@@ -83,6 +83,9 @@ class WishStore final : public PassingStore {
   void takeReading(const Reading& reading);
   void readAgain();
   void setForgotten();
+  template <class Set>
+  void setting(bool is_forgotten, Set set);
+  std::optional<bool> wanted() const;
   void beforeSet(bool is_forgotten);
   void afterSet(bool is_forgotten);
   template <class Commit>

@@ -36,6 +36,8 @@ std::string_view toText(FlushReason reason) {
       return "nothing waits, but a rule let some go that the service has not accepted";
     case FlushReason::kStaysStored:
       return "the service accepted the batches, and these were in none of them";
+    case FlushReason::kOutOfMemory:
+      return "the process is out of memory";
   }
   return "unknown";
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 #include <utility>
 
 #include "services/guard.h"
@@ -17,6 +18,10 @@ constexpr std::chrono::hours kMaxTimeout{87'600};
 constexpr services::GuardClause kThrew =
     services::oneLine(kit::lcl_vError, "Morvik host: what a flush was to call threw and ended there: %@");
 constexpr services::Guard kDoneGuard{kThrew, kThrew};
+
+constexpr services::GuardClause kFlushThrew =
+    services::oneLine(kit::lcl_vError, "Morvik host: a flush could not be asked for: %@");
+constexpr services::Guard kFlushGuard{kFlushThrew, kFlushThrew};
 
 std::chrono::milliseconds within(std::chrono::milliseconds timeout) {
   return std::clamp<std::chrono::milliseconds>(timeout, std::chrono::milliseconds(0), kMaxTimeout);
@@ -50,8 +55,11 @@ struct Flushes::Flush {
   LedgerMoments::Left lastKnownLeft() const { return moments_->left(moment_); }
 
   Done done;
+  double seconds = 0;              ///< from its begin to its end at the latest
   std::shared_ptr<Waiter> waiter;  ///< null: nobody waits on a thread
   std::optional<MachineLoop::TimerKey> limit;
+  bool is_next = false;     ///< the block that waits begins it: what was posted before it has run by then
+  bool begins = false;      ///< by the block that runs
   bool has_begun = false;   ///< on the main queue; before that it waits for what was posted earlier
   bool was_pushed = false;  ///< a batch with all of it was asked for, and has not ended
   size_t pushes = 0;
@@ -75,6 +83,19 @@ struct Flushes::Waiter {
   }
 };
 
+/// Whoever waited for it goes, told or not.
+class Flushes::Withdrawal {
+ public:
+  Withdrawal(Flushes& flushes, FlushPointer flush) : flushes_(flushes), flush_(std::move(flush)) {}
+  Withdrawal(const Withdrawal&) = delete;
+  Withdrawal& operator=(const Withdrawal&) = delete;
+  ~Withdrawal() { flushes_.remove(flush_); }
+
+ private:
+  Flushes& flushes_;
+  const FlushPointer flush_;
+};
+
 Flushes::Flushes(Parts parts) : parts_(std::move(parts)) {}
 Flushes::~Flushes() = default;
 
@@ -89,10 +110,17 @@ void Flushes::follow(MorvikCoreLib& core) {
 // app
 
 void Flushes::begin(Done done, std::chrono::milliseconds timeout) {
-  auto flush = std::make_shared<Flush>(parts_.ledger);
-  flush->done = std::move(done);
-  if (const auto refusal = add(flush, timeout))
-    refuse(flush->done, *refusal);
+  FlushPointer flush;
+  const auto refusal = services::guarded(parts_.logger, kFlushGuard, MORVIK_HERE(kFlush), [&] {
+    flush = std::make_shared<Flush>(parts_.ledger);
+    flush->done = std::move(done);
+    return add(flush, timeout);
+  });
+  const Done& told = flush != nullptr ? flush->done : done;
+  if (!refusal)
+    refuse(told, FlushReason::kOutOfMemory);
+  else if (*refusal)
+    refuse(told, **refusal);
 }
 
 /// One that asks again from within its answer would be answered without end: in a later turn, if there is one.
@@ -119,6 +147,9 @@ std::optional<FlushReason> Flushes::add(const FlushPointer& flush, std::chrono::
       return FlushReason::kStopped;
     if (flushes_.size() >= kMaxFlushes)
       return FlushReason::kTooMany;
+    flush->seconds = std::chrono::duration<double>(within(timeout)).count();
+    flush->is_next = !is_block_posted_;
+    postBlock();
     flushes_.push_back(flush);
     return std::nullopt;
   }();
@@ -128,23 +159,66 @@ std::optional<FlushReason> Flushes::add(const FlushPointer& flush, std::chrono::
                "Morvik host: a flush was refused: %lu wait for their end already; wait for one before asking again",
                kMaxFlushes);
   }
-  if (refusal)
-    return refusal;
-  const double seconds = std::chrono::duration<double>(within(timeout)).count();
-  parts_.main_loop.async([this, flush, seconds] {
-    // Whoever waited for it may have gone meanwhile.
-    if (!isWaiting(flush))
-      return;
-    // What was posted before has recorded what it had to by now.
-    flush->takeNow();
-    flush->has_begun = true;
-    flush->limit = parts_.main_loop.schedule(seconds, [this, flush] {
-      flush->limit.reset();
-      finish(flush, obstacle().value_or(FlushReason::kTimeout));
-    });
+  return refusal;
+}
+
+/// Holds mutex_.
+void Flushes::postBlock() {
+  if (is_block_posted_)
+    return;
+  parts_.main_loop.async([this] { beginThoseThatWait(); });
+  is_block_posted_ = true;
+}
+
+/// Without memory for another block those that are left begin with the one that runs. Holds mutex_.
+bool Flushes::canPostBlock() {
+  try {
+    postBlock();
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
+}
+
+/// On the main queue. One that came while the block waited begins with the next block: by then what was posted before
+/// it has recorded what it had to.
+void Flushes::beginThoseThatWait() {
+  {
+    const std::scoped_lock hold(mutex_);
+    is_block_posted_ = false;
+    for (const FlushPointer& flush : flushes_) {
+      flush->begins = !flush->has_begun && (flush->is_next || !canPostBlock());
+      flush->is_next = true;
+    }
+  }
+  bool has_any = false;
+  while (const FlushPointer flush = nextToBegin()) {
+    has_any = true;
+    if (!services::guarded(parts_.logger, kFlushGuard, MORVIK_HERE(kFlush), [&] { beginNow(flush); }))
+      finish(flush, FlushReason::kOutOfMemory);
+  }
+  if (has_any)
     advance();
+}
+
+/// Null: none is left. Whoever waited for one may have gone meanwhile, and it with them.
+Flushes::FlushPointer Flushes::nextToBegin() const {
+  const std::scoped_lock hold(mutex_);
+  const auto found =
+      std::find_if(flushes_.begin(), flushes_.end(), [](const FlushPointer& flush) { return flush->begins; });
+  if (found == flushes_.end())
+    return nullptr;
+  (*found)->begins = false;
+  return *found;
+}
+
+void Flushes::beginNow(const FlushPointer& flush) {
+  flush->takeNow();
+  flush->limit = parts_.main_loop.schedule(flush->seconds, [this, flush] {
+    flush->limit.reset();
+    finish(flush, obstacle().value_or(FlushReason::kTimeout));
   });
-  return std::nullopt;
+  flush->has_begun = true;
 }
 
 bool Flushes::isInsideACallback() const {
@@ -165,11 +239,15 @@ FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
   const auto deadline = std::chrono::steady_clock::now() + within(timeout);
   if (const auto refusal = add(flush, timeout))
     return resultOf(flush->left(), *refusal);
+  const Withdrawal withdrawal(*this, flush);
   std::unique_lock lock(waiter.mutex);
-  while (!waiter.result && parts_.main_loop.canPump()) {
+  bool has_end = true;
+  while (!waiter.result && has_end && parts_.main_loop.canPump()) {
     lock.unlock();
     parts_.main_loop.pumpOnce(std::chrono::duration<double>(within(timeout)).count());
     lock.lock();
+    // One that could not begin, for want of memory, has no timer that ends it.
+    has_end = flush->has_begun || std::chrono::steady_clock::now() < deadline;
   }
   // A child that was forked within a callback comes back as well, and nobody is left there to tell it.
   if (!parts_.life.isOwnProcess())
@@ -297,7 +375,9 @@ void Flushes::finish(const FlushPointer& flush, FlushReason reason) {
     return;
   if (flush->limit)
     parts_.main_loop.cancel(*flush->limit);
-  tell(*flush, resultOf(flush->left(), reason));
+  const auto left =
+      services::guarded(parts_.logger, kFlushGuard, MORVIK_HERE(kFlush), [&flush] { return flush->left(); });
+  tell(*flush, left ? resultOf(*left, reason) : FlushResult{.reason = FlushReason::kOutOfMemory});
 }
 
 void Flushes::tell(const Flush& flush, const FlushResult& result) const {
@@ -314,12 +394,10 @@ void Flushes::tellNow(const Done& done, FlushReason reason) const {
   if (!done)
     return;
   const HostLife::Within within = parts_.life.goIntoDone();
-  services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { done(resultNow(reason)); });
-}
-
-bool Flushes::isWaiting(const FlushPointer& flush) const {
-  const std::scoped_lock hold(mutex_);
-  return std::find(flushes_.begin(), flushes_.end(), flush) != flushes_.end();
+  const auto result =
+      services::guarded(parts_.logger, kFlushGuard, MORVIK_HERE(kFlush), [&] { return resultNow(reason); });
+  services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush),
+                    [&] { done(result.value_or(FlushResult{.reason = reason})); });
 }
 
 bool Flushes::remove(const FlushPointer& flush) {

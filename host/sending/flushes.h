@@ -62,8 +62,8 @@ class Flushes {
   /// Whose batches they are. Before the first turn.
   void follow(MorvikCoreLib& core);
 
-  /// As MorvikCore::flush(). Any thread; does not block. What is refused, past kMaxFlushes or after endAll(), is told
-  /// at once.
+  /// As MorvikCore::flush(). Any thread; does not block. What is refused, past kMaxFlushes, after endAll() or without
+  /// memory, is told at once.
   void begin(Done done, std::chrono::milliseconds timeout);
   /// Tells `done` at once that the kit is stopped.
   void refuse(const Done& done) { refuse(done, FlushReason::kStopped); }
@@ -80,11 +80,16 @@ class Flushes {
  private:
   struct Flush;
   struct Waiter;
+  class Withdrawal;
   using FlushPointer = std::shared_ptr<Flush>;
 
-  /// Nothing when it waits now; else why not.
+  /// Nothing when it waits now; else why not. What throws leaves nothing behind.
   std::optional<FlushReason> add(const FlushPointer& flush, std::chrono::milliseconds timeout);
-  bool isWaiting(const FlushPointer& flush) const;
+  void postBlock();
+  bool canPostBlock();
+  void beginThoseThatWait();
+  FlushPointer nextToBegin() const;
+  void beginNow(const FlushPointer& flush);
   bool remove(const FlushPointer& flush);
   std::list<FlushPointer> begun() const;
   std::list<FlushPointer> all() const;
@@ -107,6 +112,9 @@ class Flushes {
   MorvikCoreLib* core_ = nullptr;
   mutable std::mutex mutex_;  // guards what follows
   std::list<FlushPointer> flushes_;
+  /// One block waits on the main queue for all flushes that have not begun: those who wait on a blocked queue, give up
+  /// and come again leave nothing there.
+  bool is_block_posted_ = false;
   bool has_ended_ = false;
 };
 

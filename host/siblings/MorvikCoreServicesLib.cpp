@@ -7,6 +7,7 @@
 #include "host/after_recording.h"
 #include "services/converters.h"
 #include "services/endpoints.h"
+#include "services/guard.h"
 #include "services/json_writer.h"
 #include "services/uuid.h"
 
@@ -26,6 +27,10 @@ constexpr const char* kAddImpression = "-[MorvikCore addImpression:]";
 constexpr const char* kMendedLine =
     "Morvik host: the %s of an activity is not UTF-8 at byte %lu of %lu and was recorded with U+FFFD in place of each "
     "bad byte; give it as UTF-8";
+
+constexpr services::GuardClause kTellingThrew =
+    services::oneLine(kit::lcl_vError, "Morvik host: something was refused, and nobody could be told of it: %@");
+constexpr services::Guard kTellingGuard{kTellingThrew, kTellingThrew};
 
 /// Text as it is recorded.
 struct Mended {
@@ -144,10 +149,15 @@ Recorded MorvikCoreServicesLib::addImpressionOfApp(const Impression& impression,
 Recorded MorvikCoreServicesLib::refuse(Recorded reason, const char* operation, const char* what) {
   if (parts_.ledger != nullptr)
     parts_.ledger->wasRefused(reason);
-  if (parts_.observations != nullptr)
-    parts_.observations->refused(reason);
-  MORVIK_LOG(parts_.logger, kit::lcl_vWarning, operation, "Morvik host: %s of the app was not recorded: %s", what,
-             adviceOn(reason));
+  // Counted it is; whether somebody could be told does not change the answer.
+  services::guarded(parts_.logger, kTellingGuard, MORVIK_HERE(operation), [this, reason] {
+    if (parts_.observations != nullptr)
+      parts_.observations->refused(reason);
+  });
+  services::guarded(parts_.logger, kTellingGuard, MORVIK_HERE(operation), [&] {
+    MORVIK_LOG(parts_.logger, kit::lcl_vWarning, operation, "Morvik host: %s of the app was not recorded: %s", what,
+               adviceOn(reason));
+  });
   return reason;
 }
 
@@ -186,9 +196,9 @@ kit::Value MorvikCoreServicesLib::recordableOfApp(std::string_view text, const c
 
 /// At the door.
 void MorvikCoreServicesLib::letIn(const kit::Value& activity) {
-  if (parts_.ledger != nullptr)
-    parts_.ledger->activityIsBeingStored();
   parts_.store.append(services::property::fendoActivityInfos, activity);
+  if (parts_.ledger != nullptr)
+    parts_.ledger->activityWasStored();
 }
 
 /// The wish is set at the door too: after it nothing comes in.

@@ -117,7 +117,6 @@ void SqliteStore::setTogether(std::span<StoreWrite> writes) {
   // All memory first, so that it is all of them or none.
   for (const StoreWrite& write : writes)
     propertyOf(write.key);
-  dirty_.reserve(dirty_.size() + writes.size());
   for (StoreWrite& write : writes)
     exchange(write.key, write.value);
 }
@@ -148,7 +147,7 @@ void SqliteStore::exchange(std::string_view key, Value& value) {
   property.value.swap(value);
 }
 
-/// Before the value changes: without memory it throws, and then nothing was written.
+/// Takes no memory: there is room for each property once.
 void SqliteStore::setDirty(Property& property) {
   if (!property.dirty)
     dirty_.push_back(&property);
@@ -291,6 +290,8 @@ SqliteStore::Property& SqliteStore::propertyOf(std::string_view key) {
     return *found->second;
   auto property = std::make_unique<Property>();
   property->name = key;
+  if (dirty_.capacity() <= properties_.size())
+    dirty_.reserve(2 * properties_.size() + 1);
   return *properties_.emplace(std::string(key), std::move(property)).first->second;
 }
 

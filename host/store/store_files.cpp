@@ -1,5 +1,6 @@
 #include "host/store/store_files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -15,6 +16,7 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -149,19 +151,26 @@ class LockedFiles {
 
 class SystemFileLock final : public FileLock {
  public:
-  SystemFileLock(int descriptor, const struct stat& file) : descriptor_(descriptor), file_(file) {}
+  SystemFileLock() = default;
   SystemFileLock(const SystemFileLock&) = delete;
   SystemFileLock& operator=(const SystemFileLock&) = delete;
   ~SystemFileLock() override {
+    if (descriptor_ < 0)
+      return;
     LockedFiles& locked = LockedFiles::list();
     const std::scoped_lock hold(locked.mutex);
     locked.remove(file_);
     ::close(descriptor_);
   }
 
+  void take(int descriptor, const struct stat& file) {
+    descriptor_ = descriptor;
+    file_ = file;
+  }
+
  private:
-  const int descriptor_;
-  const struct stat file_;
+  int descriptor_ = -1;
+  struct stat file_ {};
 };
 
 /// For the whole file.
@@ -249,10 +258,13 @@ class SystemFiles final : public StoreFiles {
 
   std::vector<std::string> names(const std::string& folder) override {
     std::vector<std::string> found;
-    std::error_code error;
-    const std::filesystem::directory_iterator end;
-    for (std::filesystem::directory_iterator entry(folder, error); !error && entry != end; entry.increment(error))
-      found.push_back(entry->path().filename().string());
+    // Not by std::filesystem, whose iterator ends the process where it finds no memory.
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.c_str()), ::closedir);
+    while (const dirent* entry = entries != nullptr ? ::readdir(entries.get()) : nullptr) {
+      const std::string_view name = entry->d_name;
+      if (name != "." && name != "..")
+        found.emplace_back(name);
+    }
     return found;
   }
 
@@ -328,6 +340,9 @@ class SystemFiles final : public StoreFiles {
       if (const LockedFiles::File* const held = locked.find(file); held != nullptr)
         return held->process.isHere() ? LockResult::kHeldHere : LockResult::kHeldBeforeTheFork;
     }
+    // All memory first: a lock that nobody holds would stay for good.
+    auto made = std::make_unique<SystemFileLock>();
+    locked.files.reserve(locked.files.size() + 1);
     const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
     if (descriptor < 0) {
       problem = StoreProblem::unavailable(systemMessage(errno));
@@ -337,7 +352,8 @@ class SystemFiles final : public StoreFiles {
     // from starting again.
     if (::fstat(descriptor, &file) == 0 && lockWhole(descriptor)) {
       locked.files.push_back({file.st_dev, file.st_ino, OwnProcess()});
-      out = std::make_unique<SystemFileLock>(descriptor, file);
+      made->take(descriptor, file);
+      out = std::move(made);
       return LockResult::kTaken;
     }
     const int error = errno;

@@ -19,7 +19,9 @@
 // main queue, on a thread of the kit's own or pumped from the app's loop (HostOptions::main_queue): called on the main
 // queue (from a callback, from perform(), or, pumped, on the thread that pumps) it is done when it returns; called from
 // any other thread it is posted, in order, and returns before it is done. Nothing here waits for the network or for a
-// disk sync; nothing throws. In a forked child of the process every operation does nothing.
+// disk sync; nothing throws. Where the process has no memory left an operation does nothing and says so in the log; one
+// that answers says it too (Recorded::kRefusedNoMemory, FlushReason::kOutOfMemory, an empty Ledger or Status). In a
+// forked child of the process every operation does nothing.
 #pragma once
 
 #include <chrono>
@@ -132,7 +134,8 @@ class MorvikCore {
   /// the time is up; before stop() returns at the latest. Delivered are those that the service has accepted; one that
   /// the answer to another batch took out of the store waits for the answer to its own (FlushResult). An empty `done`
   /// is allowed. Where there is nothing to wait for it is called on the calling thread, before flush() returns:
-  /// kTooMany when kMaxFlushes wait already, kStopped once the end of the kit has begun. A stop that the main queue
+  /// kTooMany when kMaxFlushes wait already, kStopped once the end of the kit has begun, kOutOfMemory without memory. A
+  /// stop that the main queue
   /// does not answer within two seconds calls it, with kStopped, on the stopping thread. From within a `done`, on
   /// whatever thread, stop() does nothing, and a further flush is answered in a later turn, or, once the end of the kit
   /// has begun, not at all. It is not called in a forked child, nor when the kit is destroyed within a callback.
@@ -204,9 +207,11 @@ class MorvikCore {
   /// lies beside it and what was set aside. The wish to be forgotten, and whether the service knows of it, stay. A
   /// death in between is made up for by the next start on the folder; every next start is a new install. Takes as long
   /// as stop() does, and what the disk needs to delete the files. On any thread; several may: one erases, the others
-  /// wait and answer the same. Not from within a callback, where it writes a line and does nothing (false). False also
-  /// when something could not be deleted yet; the log says what, and the next start goes on. After stop() it does
-  /// nothing (false, and no line, since the log is closed).
+  /// wait and answer the same. Not from within a callback, where it writes a line and does nothing (false). Where not
+  /// even an empty file can be made that notes what is to go (no permission to write in the folder, no inode left),
+  /// nothing is erased and the kit runs on: false, and a line says so; call again once that is mended. False also when
+  /// something could not be deleted yet; the log says what, and the next start goes on. status().is_running tells the
+  /// two apart. After stop() it does nothing (false, and no line, since the log is closed).
   virtual bool eraseLocalData() = 0;
 
   /// Runs `block` on the main queue, in a later turn, also when called there. What it throws is caught and logged.
@@ -227,9 +232,10 @@ class MorvikCore {
   /// afterwards, no callback comes and the log gets no further line, wherever it goes. What was recorded is kept and
   /// goes out next time. Takes two seconds at most: what could not run in that time is counted in a line of the log,
   /// and a thread that is still in a system call or in a callback of the app's then ends by itself and keeps the store
-  /// folder in use until it does. Calls that come later do nothing. On any thread; several may: one stops, the others
-  /// return when it is stopped. Pumped: on the pumping thread. Not from within a callback or a performed block, on
-  /// whatever queue: there it writes a line in the log and does nothing.
+  /// folder in use until it does. A stop that runs out of memory says so, and a further one goes on; the destructor
+  /// tries twice, and then keeps the kit's memory and folder. Calls that come later do nothing. On any thread; several
+  /// may: one stops, the others return when it is stopped. Pumped: on the pumping thread. Not from within a callback or
+  /// a performed block, on whatever queue: there it writes a line in the log and does nothing.
   virtual void stop() = 0;
   /// The same, and before it flush(), waited for at most so long. Returns after that and two seconds at most.
   virtual void stop(std::chrono::milliseconds drain) = 0;

@@ -15,6 +15,7 @@ enum class Recorded : uint8_t {
   kRefusedTooLarge,    ///< longer than the operation takes
   kRefusedTooMany,     ///< too many wait to be handled already
   kRefusedNotRunning,  ///< the kit was stopped, or this process is a fork of the one that started it
+  kRefusedNoMemory,    ///< the process has no memory left for it
 };
 
 /// Not refused.

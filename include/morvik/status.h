@@ -80,6 +80,7 @@ enum class FlushReason : uint8_t {
   kInsideACallback,  ///< waitUntilDelivered() alone: it cannot wait where the kit's own work would have to go on
   kGivenUp,          ///< nothing waits, but not all was accepted: see FlushResult::given_up
   kStaysStored,      ///< the service accepted several batches, and what waits stood in none of them
+  kOutOfMemory,      ///< the process has no memory left for a flush: nothing was asked for, and the counts may be 0
 };
 
 /// Calls of flush() and waitUntilDelivered() that may wait for their end at a time.

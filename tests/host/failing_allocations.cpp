@@ -8,6 +8,7 @@ namespace {
 
 constexpr uint64_t kAll = std::numeric_limits<uint64_t>::max();
 thread_local uint64_t succeeding_allocations = kAll;
+thread_local bool has_failed = false;
 
 }  // namespace
 
@@ -15,6 +16,11 @@ namespace morvik::test {
 
 FailingAllocations::FailingAllocations(uint64_t succeeding) {
   succeeding_allocations = succeeding;
+  has_failed = false;
+}
+
+bool FailingAllocations::hasFailed() const {
+  return has_failed;
 }
 
 void FailingAllocations::over() {
@@ -28,6 +34,7 @@ void FailingAllocations::over() {
 void* operator new(size_t size) {
   if (succeeding_allocations != kAll && succeeding_allocations-- == 0) {
     succeeding_allocations = 0;
+    has_failed = true;
     throw std::bad_alloc();
   }
   void* block = std::malloc(size == 0 ? 1 : size);

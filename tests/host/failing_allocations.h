@@ -15,6 +15,8 @@ class FailingAllocations {
   FailingAllocations& operator=(const FailingAllocations&) = delete;
 
   void over();
+  /// One of them has.
+  bool hasFailed() const;
 };
 
 }  // namespace morvik::test

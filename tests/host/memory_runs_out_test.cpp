@@ -1,15 +1,20 @@
 // What the app is told when its process has no memory left in the middle of a call that records.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <variant>
+#include <vector>
 
+#include "host/erasing/file_eraser.h"
 #include "host/make_host.h"
+#include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
 #include "tests/host/failing_allocations.h"
@@ -21,9 +26,9 @@ namespace {
 class MemoryRunsOutInACall : public ::testing::Test {
  protected:
   MemoryRunsOutInACall() { start(); }
-  void start() {
+  HostOptions optionsHere() const {
     HostOptions options;
-    options.store_folder = folder_ / "store";
+    options.store_folder = folder_ / store_;
     options.app_key = "app";
     options.hash_key = "hash";
     options.tracking_key = "track";
@@ -31,13 +36,18 @@ class MemoryRunsOutInACall : public ::testing::Test {
     options.log_sink = [](std::string_view) {};
     options.service_url = "http://127.0.0.1:1/";  // nothing listens there
     options.main_queue = MainQueueMode::kPumped;
-    auto made = makeHost(options);
+    return options;
+  }
+  void start() {
+    host_.reset();
+    auto made = makeHost(optionsHere());
+    ASSERT_TRUE(std::holds_alternative<std::unique_ptr<Host>>(made)) << std::get<kit::Error>(made).message;
     host_ = std::get<std::unique_ptr<Host>>(std::move(made));
   }
   /// What another process would find if this one died now.
   size_t storedIn(std::string_view key) const {
     testing::RecordingLog unused;
-    return SqliteStore({.place = {.folder = folder_ / "store"}, .read_only = true}, unused).get(key).size();
+    return SqliteStore({.place = {.folder = folder_ / store_}, .read_only = true}, unused).get(key).size();
   }
 
   /// Has each allocation of `record` fail, and all that follow it. What it answers is compared with the list of `key`.
@@ -53,11 +63,13 @@ class MemoryRunsOutInACall : public ::testing::Test {
       memory.over();
       recorded += isKept(answer) ? 1U : 0U;
       ASSERT_EQ(host_->storedValue(key).size(), recorded) << toText(answer) << " after " << succeeding;
+      ASSERT_TRUE(host_->ledger().isSound()) << toText(answer) << " after " << succeeding;
       if (answer == Recorded::kKept) {
         ASSERT_EQ(storedIn(key), recorded) << "after " << succeeding << " allocations";
         ++kept;
       } else {
         ASSERT_LT(succeeding, 10000U);
+        ASSERT_TRUE(isKept(answer) || answer == Recorded::kRefusedNoMemory) << toText(answer);
         ++(answer == Recorded::kKeptInMemory ? kept_in_memory : refused);
       }
     }
@@ -66,7 +78,53 @@ class MemoryRunsOutInACall : public ::testing::Test {
     EXPECT_EQ(storedIn(key), recorded) << "a later commit takes along what an earlier one left";
   }
 
+  /// Calls `call` with each of its allocations failing, and all that follow it, until none fails any more.
+  void atEachAllocation(const std::function<void()>& call, const std::function<void(const std::string& when)>& then) {
+    for (uint64_t succeeding = 0;; ++succeeding) {
+      test::FailingAllocations memory(succeeding);
+      EXPECT_NO_THROW(call()) << "after " << succeeding << " allocations";
+      memory.over();
+      then("after " + std::to_string(succeeding) + " allocations");
+      if (!memory.hasFailed() || ::testing::Test::HasFailure())
+        return;
+    }
+  }
+  void runWhatWaits() {
+    bool has_run = false;
+    host_->perform([&has_run] { has_run = true; });
+    while (!has_run)
+      host_->dispatch();
+  }
+
+  /// What `set` sets stands in both places of the value or in neither, as it answers.
+  void expectBothOrNeither(const char* pending, const char* complete, const kit::Value& one, const kit::Value& other,
+                           const std::function<Recorded(const kit::Value&)>& set) {
+    kit::Value stands = other;
+    ASSERT_EQ(set(other), Recorded::kKept);
+    kit::Value wanted = one;
+    Recorded answer = Recorded::kRefusedEmpty;
+    int refused = 0;
+    atEachAllocation([&] { answer = set(wanted); },
+                     [&](const std::string& when) {
+                       if (isKept(answer))
+                         stands = wanted;
+                       else
+                         EXPECT_EQ(answer, Recorded::kRefusedNoMemory) << when;
+                       refused += isKept(answer) ? 0 : 1;
+                       EXPECT_EQ(host_->storedValue(pending), stands) << toText(answer) << ' ' << when;
+                       EXPECT_EQ(host_->storedValue(complete), stands) << toText(answer) << ' ' << when;
+                       EXPECT_TRUE(host_->ledger().isSound()) << when;
+                       wanted = stands == one ? other : one;
+                     });
+    EXPECT_GT(refused, 0);
+    start();
+    EXPECT_EQ(host_->storedValue(pending), stands);
+    EXPECT_EQ(host_->storedValue(complete), stands);
+    EXPECT_TRUE(host_->ledger().isSound());
+  }
+
   const test::ScratchFolder folder_;
+  std::string store_ = "store";
   std::unique_ptr<Host> host_;
 };
 
@@ -81,7 +139,7 @@ TEST_F(MemoryRunsOutInACall, AnImpressionIsKeptOrRefusedAsTheCallSays) {
 
 TEST_F(MemoryRunsOutInACall, WhatAStoreThatCannotBeWrittenLeavesInMemoryIsThereAndNothingIsThrown) {
   host_.reset();
-  std::filesystem::remove_all(folder_ / "store");
+  std::filesystem::remove_all(folder_ / store_);
   std::filesystem::create_directories(folder_ / "store/morvik.store/in-the-way");
   start();
   size_t recorded = 0;
@@ -112,6 +170,194 @@ TEST_F(MemoryRunsOutInACall, WhatItLeftUncommittedIsCommittedAlthoughNothingElse
   while (!has_run)
     host_->dispatch();
   EXPECT_EQ(storedIn("fendoActivityInfos"), recorded);
+}
+
+TEST_F(MemoryRunsOutInACall, AnAgeStandsInBothItsPlacesOrInNeitherAsTheCallSays) {
+  expectBothOrNeither("fendoUserDemoInfo_age", "fendoUserDemoInfoForComplete_age", kit::Value(27), kit::Value(28),
+                      [this](const kit::Value& age) { return host_->setAge(static_cast<int32_t>(age.integer())); });
+}
+
+TEST_F(MemoryRunsOutInACall, AGenderStandsInBothItsPlacesOrInNeitherAsTheCallSays) {
+  expectBothOrNeither(
+      "fendoUserDemoInfo_gender", "fendoUserDemoInfoForComplete_gender", kit::Value(1), kit::Value(-1),
+      [this](const kit::Value& value) { return host_->setGender(static_cast<int32_t>(value.integer())); });
+}
+
+TEST_F(MemoryRunsOutInACall, AUserIdStandsInBothItsPlacesOrInNeitherAsTheCallSays) {
+  expectBothOrNeither(
+      "fendoUserDemoInfo_userId", "fendoUserDemoInfoForComplete_userId",
+      kit::Value("a user id that is longer than what a short text may be"), kit::Value(),
+      [this](const kit::Value& id) { return id.isString() ? host_->setUserId(id.string()) : host_->clearUserId(); });
+}
+
+TEST_F(MemoryRunsOutInACall, AWishToBeForgottenStandsAndIsToldOrDoesNotStandAsTheCallSays) {
+  bool stands = false;
+  bool wanted = true;
+  Recorded answer = Recorded::kRefusedEmpty;
+  runWhatWaits();
+  atEachAllocation([&] { answer = host_->gdprForgetMe(wanted); },
+                   [&](const std::string& when) {
+                     if (isKept(answer)) {
+                       stands = wanted;
+                       EXPECT_GT(host_->pending().main_blocks, 0U) << "nobody tells it " << when;
+                     }
+                     EXPECT_EQ(host_->isGdprForgetMe(), stands) << toText(answer) << ' ' << when;
+                     EXPECT_EQ(host_->properties().MorvikCoreUserInfo_isGDPRForgetMe(), stands) << when;
+                     wanted = !stands;
+                     runWhatWaits();
+                   });
+  start();
+  EXPECT_EQ(host_->isGdprForgetMe(), stands);
+}
+
+TEST_F(MemoryRunsOutInACall, WhatIsRefusedIsRefusedForItsReasonAndCounted) {
+  uint64_t refusals = 0;
+  const std::string too_long(kMaxEventBytes + 1, 'x');
+  const auto refuse = [&](const std::function<Recorded()>& call, Recorded reason) {
+    Recorded answer = Recorded::kKept;
+    uint64_t so_often = 0;
+    atEachAllocation([&] { answer = call(); },
+                     [&](const std::string& when) {
+                       EXPECT_EQ(answer, reason) << when;
+                       ++so_often;
+                     });
+    refusals += so_often;
+    for (const Ledger::Refused& refused : host_->ledger().refused) {
+      if (refused.reason == toText(reason))
+        so_often -= refused.count;
+    }
+    EXPECT_EQ(so_often, 0U) << toText(reason);
+  };
+  host_->setLogLevel(3);  // so that there are lines to post
+  refuse([&] { return host_->addActivity("", "look", std::nullopt); }, Recorded::kRefusedEmpty);
+  refuse([&] { return host_->addActivity("shop", too_long, std::nullopt); }, Recorded::kRefusedTooLarge);
+  host_->gdprForgetMe(true);
+  refuse([&] { return host_->addActivity("shop", "look", std::nullopt); }, Recorded::kRefusedForgotten);
+  runWhatWaits();
+  host_->stop();
+  refuse([&] { return host_->addActivity("shop", "look", std::nullopt); }, Recorded::kRefusedNotRunning);
+  EXPECT_GT(refusals, 8U);
+}
+
+TEST_F(MemoryRunsOutInACall, AFlushIsAnsweredOnce) {
+  host_->addActivity("shop", "look", std::nullopt);
+  int answers = 0;
+  std::optional<FlushReason> reason;
+  int without_memory = 0;
+  std::function<void(const FlushResult&)> done;
+  atEachAllocation(
+      [&] {
+        answers = 0;
+        done = [&](const FlushResult& result) {
+          ++answers;
+          reason = result.reason;
+        };
+        host_->flush(std::move(done), std::chrono::seconds(5));
+      },
+      [&](const std::string& when) {
+        runWhatWaits();
+        EXPECT_EQ(answers, 1) << when;
+        EXPECT_TRUE(reason == FlushReason::kOutOfMemory || reason == FlushReason::kNotAttributed) << when;
+        without_memory += reason == FlushReason::kOutOfMemory ? 1 : 0;
+      });
+  EXPECT_GT(without_memory, 0);
+}
+
+TEST_F(MemoryRunsOutInACall, APerformedBlockThatCouldNotBePostedIsNotWaitedFor) {
+  size_t runs = 0;
+  int calls = 0;
+  atEachAllocation(
+      [&] {
+        ++calls;
+        host_->perform([&runs] { ++runs; });
+      },
+      [](const std::string&) {});
+  EXPECT_GT(calls, 1);
+  runWhatWaits();
+  EXPECT_GE(runs, 1);
+  // Only what waits counts for the limit.
+  runs = 0;
+  for (size_t waiting = 0; waiting < kMaxPostedCalls; ++waiting)
+    host_->perform([&runs] { ++runs; });
+  while (host_->pending().main_blocks > 0)
+    host_->dispatch();
+  EXPECT_EQ(runs, kMaxPostedCalls);
+}
+
+TEST_F(MemoryRunsOutInACall, NoOtherOperationThrowsAndTheKitGoesOn) {
+  const auto delegate = std::make_shared<const MorvikCoreDelegate>();
+  const std::vector<std::function<void()>> operations = {
+      [&] { host_->applicationDidBecomeActive(); },
+      [&] { host_->applicationDidEnterBackground(); },
+      [&] { host_->pushTracking(); },
+      [&] { static_cast<void>(host_->waitUntilDelivered(std::chrono::milliseconds(0))); },
+      [&] { host_->setSendingEnabled(false); },
+      [&] { host_->setSendingEnabled(true); },
+      [&] { host_->passOpenURL("app://x?cid=shoe"); },
+      [&] { host_->thirdPartyConversion(); },
+      [&] { host_->setDelegate(delegate); },
+      [&] { host_->setLogLevel(0); },
+      [&] { static_cast<void>(host_->ledger()); },
+      [&] { static_cast<void>(host_->status()); },
+      [&] { host_->dispatch(); },
+  };
+  for (size_t number = 0; number < operations.size(); ++number) {
+    SCOPED_TRACE(number);
+    // Sessions alternate, so one of two of the first operations has nothing to do.
+    atEachAllocation(operations[number], [](const std::string&) {});
+    runWhatWaits();
+    EXPECT_EQ(host_->addActivity("shop", "look", std::nullopt), Recorded::kKept);
+    EXPECT_TRUE(host_->ledger().isSound());
+  }
+  EXPECT_TRUE(host_->status().is_running);
+}
+
+TEST_F(MemoryRunsOutInACall, AStopGoesOnWithTheNextOneAndTheFolderIsFreeThen) {
+  bool has_failed = true;
+  for (uint64_t succeeding = 0; has_failed; ++succeeding) {
+    test::FailingAllocations memory(succeeding);
+    EXPECT_NO_THROW(host_->stop()) << "after " << succeeding << " allocations";
+    memory.over();
+    has_failed = memory.hasFailed();
+    host_->stop();
+    EXPECT_FALSE(host_->status().is_running) << "after " << succeeding << " allocations";
+    start();
+    ASSERT_NE(host_, nullptr) << "after " << succeeding << " allocations";
+  }
+}
+
+TEST_F(MemoryRunsOutInACall, AnErasingThatWasBegunIsFinishedByTheNextStart) {
+  int not_begun = 0;
+  int left = 0;
+  bool has_failed = true;
+  for (uint64_t succeeding = 0; has_failed; ++succeeding) {
+    SCOPED_TRACE("after " + std::to_string(succeeding) + " allocations");
+    const kit::Value id = host_->storedValue(kInstallIdKey);
+    bool is_erased = false;
+    test::FailingAllocations memory(succeeding);
+    EXPECT_NO_THROW(is_erased = host_->eraseLocalData());
+    memory.over();
+    has_failed = memory.hasFailed();
+    const bool is_begun = is_erased || std::filesystem::exists(FileEraser::markerPath({.folder = folder_ / store_}));
+    not_begun += is_begun ? 0 : 1;
+    left += is_begun && !is_erased ? 1 : 0;
+    start();
+    ASSERT_NE(host_, nullptr);
+    EXPECT_EQ(host_->storedValue(kInstallIdKey) != id, is_begun);
+  }
+  EXPECT_GT(not_begun, 0);
+  EXPECT_GT(left, 0);
+}
+
+TEST_F(MemoryRunsOutInACall, TheDestructorLeavesWhatItCannotEnd) {
+  test::FailingAllocations memory(0);
+  host_.reset();
+  memory.over();
+  HostOptions options = optionsHere();
+  const auto made = makeHost(options);
+  ASSERT_TRUE(std::holds_alternative<kit::Error>(made)) << "its threads may still be at work";
+  EXPECT_NE(std::get<kit::Error>(made).message.find("in use by another kit of this process"), std::string::npos)
+      << std::get<kit::Error>(made).message;
 }
 
 }  // namespace

@@ -1031,7 +1031,7 @@ TEST(Stopping, WaitsNoLongerThanItMay) {
 
 TEST(FlushReasons, EachHasItsText) {
   std::vector<std::string_view> texts;
-  for (int reason = 0; reason <= static_cast<int>(FlushReason::kStaysStored); ++reason) {
+  for (int reason = 0; reason <= static_cast<int>(FlushReason::kOutOfMemory); ++reason) {
     EXPECT_THAT(texts, Not(::testing::Contains(toText(static_cast<FlushReason>(reason)))));
     texts.push_back(toText(static_cast<FlushReason>(reason)));
   }

@@ -13,6 +13,7 @@
 #include <string>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "host/make_host.h"
 #include "host/siblings/kept_identifier.h"
@@ -24,6 +25,8 @@ namespace {
 
 using std::chrono::microseconds;
 using std::chrono::steady_clock;
+using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::HasSubstr;
 
 class Erased : public ::testing::Test {
@@ -116,6 +119,27 @@ TEST_F(Erased, ThatCannotBeFinishedRefusesTheStartAndSaysWhy) {
   const auto next = start(options);
   ASSERT_NE(next, nullptr);
   EXPECT_EQ(next->properties().fendoActivityInfos().size(), 0u);
+}
+
+TEST_F(Erased, NothingIsWhereNotEvenANoteOfItCanBeMadeAndTheKitRunsOnAndSaysSo) {
+  HostOptions options = optionsFor(folder / "store");
+  std::vector<std::string> lines;
+  options.log_level = 2;
+  options.log_sink = [&lines](std::string_view line) { lines.emplace_back(line); };
+  const auto host = start(options);
+  ASSERT_NE(host, nullptr);
+  host->addActivity("shop", "purchase", std::nullopt);
+  // No file can be made in a folder that is not there, whoever runs this.
+  std::filesystem::rename(folder / "store", folder / "elsewhere");
+  EXPECT_FALSE(host->eraseLocalData());
+  std::filesystem::rename(folder / "elsewhere", folder / "store");
+  EXPECT_THAT(lines, Contains(AllOf(HasSubstr("Morvik host: nothing was erased: no note of it can be made in"),
+                                    HasSubstr("the kit goes on"), HasSubstr("and erase again"))));
+  EXPECT_TRUE(host->status().is_running);
+  EXPECT_FALSE(std::filesystem::exists(FileEraser::markerPath({.folder = options.store_folder})));
+  EXPECT_EQ(host->addActivity("shop", "purchase", std::nullopt), Recorded::kKept);
+  EXPECT_EQ(host->properties().fendoActivityInfos().size(), 2u);
+  EXPECT_TRUE(host->eraseLocalData());
 }
 
 TEST_F(Erased, MarkedWithoutAWordKeepsTheWishOfTheStore) {

@@ -86,7 +86,7 @@ class BookRig {
 
   void record(const char* id, const char* name = "look") {
     const std::scoped_lock door(house_lock.door);
-    book->activityIsBeingStored();
+    book->activityWasStored();
     store.append(kActivities, kit::Dictionary{{"activityEventID", id}, {"activityName", name}});
   }
   /// Seals and sends a batch of these events and of all impressions that are stored.

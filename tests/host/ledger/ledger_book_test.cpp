@@ -379,7 +379,7 @@ TEST(LedgerBookWithoutIdentifier, DeliversNoDemographics) {
 TEST(BrokenBook, OfAnActivityThatNeverReachesTheListDoesNotBalance) {
   BookRig rig;
   rig.record("a");
-  rig.book->activityIsBeingStored();
+  rig.book->activityWasStored();
   EXPECT_FALSE(rig.book->read().balances()) << "it is announced and appended in one step";
   rig.record("c");
   EXPECT_EQ(rig.of("activities").recorded, 3U);

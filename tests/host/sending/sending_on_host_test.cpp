@@ -166,6 +166,53 @@ TEST_F(SendingOnHost, PumpedByNobodyTheWaitLeavesNoTimerBehind) {
   EXPECT_EQ(host->pollTimeoutMilliseconds(), -1) << "nobody waits any more";
 }
 
+/// The main queue, held up until it goes.
+class BlockedMainQueue {
+ public:
+  explicit BlockedMainQueue(Host& host) {
+    std::promise<void> begun;
+    host.perform([&begun, go = go_.get_future().share()] {
+      begun.set_value();
+      go.wait();
+    });
+    begun.get_future().wait();
+  }
+  BlockedMainQueue(const BlockedMainQueue&) = delete;
+  BlockedMainQueue& operator=(const BlockedMainQueue&) = delete;
+  ~BlockedMainQueue() { go_.set_value(); }
+
+ private:
+  std::promise<void> go_;
+};
+
+TEST_F(SendingOnHost, ThoseWhoGiveUpOnABlockedMainQueueLeaveOneBlockThereAtMost) {
+  const auto host = make();
+  {
+    const BlockedMainQueue blocked(*host);
+    host->addActivity("shop", "look", std::nullopt);
+    const size_t before = host->pending().main_blocks;
+    for (int wait = 0; wait < 100; ++wait)
+      EXPECT_FALSE(host->waitUntilDelivered(milliseconds(wait % 2)).is_delivered);
+    EXPECT_LE(host->pending().main_blocks, before + 1);
+  }
+  EXPECT_EQ(host->waitUntilDelivered(kGiveUp).reason, FlushReason::kNotAttributed) << "whoever comes later is told";
+}
+
+TEST_F(SendingOnHost, AFlushBehindOneThatWaitsTellsOfWhatWasPostedBetweenTheTwo) {
+  const auto host = make();
+  std::promise<FlushResult> first;
+  std::promise<FlushResult> second;
+  {
+    const BlockedMainQueue blocked(*host);
+    host->addActivity("shop", "before", std::nullopt);
+    host->flush([&](const FlushResult& result) { first.set_value(result); }, kGiveUp);
+    host->perform([&] { host->addActivity("shop", "between", std::nullopt); });
+    host->flush([&](const FlushResult& result) { second.set_value(result); }, kGiveUp);
+  }
+  EXPECT_EQ(first.get_future().get().waiting, 1u);
+  EXPECT_EQ(second.get_future().get().waiting, 2u);
+}
+
 TEST_F(SendingOnHost, InsideACallbackOfEitherQueueTheWaitReturnsAtOnce) {
   std::promise<FlushResult> in_background;
   MorvikCore* kit = nullptr;
