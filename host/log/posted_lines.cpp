@@ -7,24 +7,39 @@
 namespace morvik::host {
 
 thread_local const PostedLines* PostedLines::posting_of_thread_ = nullptr;
+thread_local const PostedLines* PostedLines::writing_of_thread_ = nullptr;
 
+/// A sink that calls the kit would be called with what that says, and so on without end: there it is dropped.
 void PostedLines::line(std::string_view text) {
-  if (posting_of_thread_ == this && main_queue_ != nullptr)
-    return keep(text);
+  if (writing_of_thread_ == this)
+    static_cast<void>(sink_.tryLine(text));
+  else if (posting_of_thread_ == this && main_queue_ != nullptr)
+    keep(text);
+  else
+    write(text);
+}
+
+void PostedLines::write(std::string_view text) {
   writeAll();
+  const ThreadMark marked(writing_of_thread_, *this);
   sink_.line(text);
 }
 
 void PostedLines::writeAll() {
-  while (const auto text = takeOne())
-    sink_.line(*text);
-  tellLeftOut(logger_);
+  {
+    const ThreadMark marked(writing_of_thread_, *this);
+    while (const auto text = takeOne())
+      sink_.line(*text);
+  }
+  if (const size_t count = left_out_.exchange(0); count > 0)
+    tellLeftOut(logger_, count);
 }
 
 void PostedLines::tryWriteAll() {
   while (const auto text = takeOne())
     sink_.tryLine(*text);
-  tellLeftOut(logger_.withoutWaiting());
+  if (const size_t count = left_out_.exchange(0); count > 0)
+    tellLeftOut(logger_.withoutWaiting(), count);
 }
 
 /// Whoever calls has something to do that must not fail for a line.
@@ -72,10 +87,7 @@ std::optional<std::string> PostedLines::takeOne() {
   return text;
 }
 
-void PostedLines::tellLeftOut(const services::Logger& logger) {
-  const size_t count = left_out_.exchange(0);
-  if (count == 0)
-    return;
+void PostedLines::tellLeftOut(const services::Logger& logger, size_t count) {
   MORVIK_LOG(logger, kit::lcl_vWarning, "-[MorvikCore log]",
              "Morvik host: %lu lines like those before were left out: they came faster than they could be written",
              count);

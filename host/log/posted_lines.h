@@ -48,9 +48,11 @@ class PostedLines final : public kit::LogSink {
   bool tryToAppend(std::string_view text);
   void post();
   std::optional<std::string> takeOne();
-  void tellLeftOut(const services::Logger& logger);
+  void write(std::string_view text);
+  static void tellLeftOut(const services::Logger& logger, size_t count);
 
   static thread_local const PostedLines* posting_of_thread_;
+  static thread_local const PostedLines* writing_of_thread_;
 
   const services::Logger logger_;
   kit::LogSink& sink_;

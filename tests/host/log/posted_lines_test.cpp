@@ -63,6 +63,41 @@ TEST_F(PostedLinesTest, AreWrittenAtOnceOnAnyOtherThreadAfterThoseThatWait) {
   EXPECT_THAT(written(), SizeIs(2));
 }
 
+/// As an app's sink, which takes one line at a time; each line makes it call the kit.
+class SinkThatCallsTheKit final : public kit::LogSink {
+ public:
+  void line(std::string_view text) override {
+    EXPECT_FALSE(is_within_);
+    is_within_ = true;
+    lines_.emplace_back(text);
+    const auto marked = kit_->postFromHere();
+    kit_->line("the call was refused");
+    is_within_ = false;
+  }
+  bool tryLine(std::string_view) override { return !is_within_; }
+  void callsAs(PostedLines& kit) { kit_ = &kit; }
+  const std::vector<std::string>& lines() const { return lines_; }
+
+ private:
+  PostedLines* kit_ = nullptr;
+  bool is_within_ = false;
+  std::vector<std::string> lines_;
+};
+
+TEST_F(PostedLinesTest, FromWithinTheSinkAreDroppedAndNotToldToItWithoutEnd) {
+  SinkThatCallsTheKit sink;
+  PostedLines lines(levels_, sink);
+  lines.setMainQueue(loop_.mainQueue());
+  sink.callsAs(lines);
+  lines.line("at once");
+  {
+    const auto marked = lines.postFromHere();
+    lines.line("waits");
+  }
+  loop_.runUntilIdle();
+  EXPECT_THAT(sink.lines(), ElementsAre("at once", "waits"));
+}
+
 TEST_F(PostedLinesTest, OfADyingThreadPassThoseThatWait) {
   post("waits");
   const auto marked = lines_.postFromHere();
