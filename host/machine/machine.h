@@ -270,8 +270,15 @@ class MachineWishFile {
   virtual Reading read() = 0;
   /// What is written from here on comes after what was read.
   virtual void goOnFrom(const Reading& reading) = 0;
-  /// In the kernel's hands when it returns; waits for no disk. Makes a file that is missing, or was unreadable.
-  virtual std::optional<kit::Error> write(bool is_forgotten) = 0;
+  /// What is to be written was said just now, or is tried once more.
+  enum class Word : uint8_t { kNew, kAgain };
+  /// In the kernel's hands when it returns; waits for no disk, and shortly for another process that writes the same
+  /// file. Makes a file that is missing, or was unreadable. It comes behind all that the file says by now, but for "not
+  /// forgotten" that is written again where another process has said "forgotten" meanwhile: then the file stays as it
+  /// is, and that is no error.
+  virtual std::optional<kit::Error> write(bool is_forgotten, Word word) = 0;
+  /// Any thread.
+  virtual bool isThere() const = 0;
   /// Makes what was written last, and the file's name. Waits for the disk.
   virtual std::optional<kit::Error> sync() = 0;
   /// Writes a whole file under another name. Waits for the disk.

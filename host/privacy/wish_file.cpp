@@ -1,5 +1,6 @@
 #include "host/privacy/wish_file.h"
 
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -36,10 +37,26 @@ MachineWishFile::Reading WishFile::read() {
   return {State::kRead, sector->is_forgotten, "", is_whole ? sector->sequence : 0};
 }
 
+// Another process may write beside this one: a kit beside a store of a newer version has no lock of the store's. So
+// what the file says is read once more where this one has its turn.
+//
 // A write that fails may have left half a sector: the next one goes to the same place, and the other sector stays good.
-std::optional<kit::Error> WishFile::write(bool is_forgotten) {
-  if (mayBeGoneOnWith()) {
-    const WishSector sector{sequence_ + 1, is_forgotten};
+std::optional<kit::Error> WishFile::write(bool is_forgotten, Word word) {
+  std::unique_ptr<FileLock> turn;
+  const StoreOutcome held_up = files_.takeTurn(path_, kMaxWishTurn, turn);
+  if (held_up && !is_forgotten)
+    return asError(held_up);
+  if (held_up || turn != nullptr) {
+    const Reading now = read();
+    const bool is_overtaken = now.state == State::kRead && now.sequence > sequence_ && now.is_forgotten;
+    sequence_ = now.sequence;
+    if (is_overtaken && !is_forgotten && word == Word::kAgain)
+      return std::nullopt;
+  }
+  // Whoever is held up has the next number, and may write it yet.
+  const uint64_t steps = held_up ? 2 : 1;
+  if (mayBeGoneOnWith(steps)) {
+    const WishSector sector{sequence_ + steps, is_forgotten};
     if (StoreOutcome failed = files_.put(path_, sector.offset(), wishSectorBytes(sector)))
       return asError(failed);
     sequence_ = sector.sequence;
@@ -52,8 +69,8 @@ std::optional<kit::Error> WishFile::write(bool is_forgotten) {
 }
 
 /// Not with one that was removed since, whose new name must reach the disk as well, nor past the last number.
-bool WishFile::mayBeGoneOnWith() const {
-  return sequence_ != 0 && sequence_ != kLastWishSequence && files_.exists(path_);
+bool WishFile::mayBeGoneOnWith(uint64_t steps) const {
+  return sequence_ != 0 && sequence_ <= kLastWishSequence - steps && files_.exists(path_);
 }
 
 std::optional<kit::Error> WishFile::sync() {

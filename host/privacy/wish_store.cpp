@@ -246,7 +246,7 @@ void WishStore::beforeSet(bool is_forgotten) {
   {
     const std::scoped_lock hold(mutex_);
     if (wanted_ != true)
-      want(true);
+      wantAnew(true);
     is_written = writeIfDue();
   }
   if (is_written)
@@ -259,7 +259,7 @@ void WishStore::afterSet(bool is_forgotten) {
   is_told_ = true;
   readings_done_ = readings_due_;
   if (!is_forgotten && wanted_ != false)
-    want(false);
+    wantAnew(false);
 }
 
 template <class Commit>
@@ -325,6 +325,13 @@ void WishStore::want(bool is_forgotten) {
   wanted_ = is_forgotten;
   ++generation_;
   is_behind_ = true;
+  is_new_ = false;
+}
+
+/// By the app, at this moment: it comes behind whatever another process has said.
+void WishStore::wantAnew(bool is_forgotten) {
+  want(is_forgotten);
+  is_new_ = true;
 }
 
 /// True goes ahead of the store, false behind it.
@@ -337,7 +344,8 @@ bool WishStore::mayBeWritten() const {
 bool WishStore::writeIfDue() {
   if (!mayBeWritten() || (is_missing_ && !*wanted_))
     return false;
-  const auto error = file_->write(*wanted_);
+  using Word = MachineWishFile::Word;
+  const auto error = file_->write(*wanted_, std::exchange(is_new_, false) ? Word::kNew : Word::kAgain);
   noteProblem(error);
   if (error)
     return false;
@@ -350,6 +358,12 @@ bool WishStore::writeIfDue() {
 /// The store's thread.
 void WishStore::flushed() {
   readAgain();
+  if (!sync())
+    sync();
+}
+
+/// False: the file was removed since it was written, and is to be written anew.
+bool WishStore::sync() {
   uint64_t generation = 0;
   std::optional<bool> to_make;
   {
@@ -359,23 +373,31 @@ void WishStore::flushed() {
       to_make = wanted_;
     generation = to_make ? generation_ : written_;
     if (generation == synced_)
-      return;
+      return true;
   }
   auto error = to_make ? make(*to_make, generation) : std::nullopt;
-  if (!error)
+  const bool is_there = !error;
+  if (is_there)
     error = file_->sync();
   bool is_on_disk = false;
+  bool is_gone = false;
   {
     const std::scoped_lock hold(mutex_);
     noteProblem(error);
     if (!error)
       synced_ = std::max(synced_, std::min(generation, written_));
     is_on_disk = synced_ == generation_;
+    is_gone = error && is_there && !is_missing_ && !file_->isThere();
+    if (is_gone) {
+      is_missing_ = true;
+      written_ = 0;
+    }
   }
   tellWaiting();
   const std::scoped_lock hold(hook_mutex_);
   if (is_on_disk && when_on_disk_)
     when_on_disk_();
+  return !is_gone;
 }
 
 /// Whole under another name first, so that a power cut cannot leave half a file. Who sets the wish meanwhile makes the
@@ -388,8 +410,15 @@ std::optional<kit::Error> WishStore::make(bool is_forgotten, uint64_t generation
     file_->discard();
     return std::nullopt;
   }
-  if (auto error = file_->adopt())
-    return error;
+  if (auto error = file_->adopt()) {
+    if (!file_->isThere())
+      return error;
+    // Another process has made one meanwhile: the wish goes into that, with the next flush.
+    file_->discard();
+    is_missing_ = false;
+    store_.flushNow();
+    return std::nullopt;
+  }
   is_missing_ = false;
   written_ = generation;
   is_behind_ = false;

@@ -92,11 +92,13 @@ class WishStore final : public PassingStore {
   bool committing(Commit commit);
   void storeCameToLight();
   void flushed();
+  bool sync();
   std::optional<kit::Error> make(bool is_forgotten, uint64_t generation);
 
   // These hold mutex_.
   Doubt startFrom(const Reading& reading, bool is_stored);
   void want(bool is_forgotten);
+  void wantAnew(bool is_forgotten);
   bool mayBeWritten() const;
   bool writeIfDue();
   void noteProblem(const std::optional<kit::Error>& error);
@@ -110,6 +112,7 @@ class WishStore final : public PassingStore {
 
   mutable std::mutex mutex_;  // guards what follows
   std::optional<bool> wanted_;
+  bool is_new_ = false;   ///< said just now, and its writing was not tried yet
   bool is_told_ = false;  ///< the flag was set by this process
   bool is_missing_ = false;
   uint64_t generation_ = 0;  ///< counts what was wanted

@@ -3,13 +3,16 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,6 +21,7 @@
 #include <mutex>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -31,6 +35,8 @@ namespace {
 
 constexpr mode_t kOwnerOnlyFolder = 0700;
 constexpr mode_t kOwnerOnlyFile = 0600;
+/// Between two looks at whether another process has had its turn, which takes microseconds.
+constexpr std::chrono::milliseconds kTurnSlice{1};
 /// Names tried for a file that is set aside.
 constexpr int kMaxSetAside = 10000;
 
@@ -181,6 +187,53 @@ bool lockWhole(int descriptor) {
   return ::fcntl(descriptor, F_SETLK, &whole) == 0;
 }
 
+/// Of a descriptor, not of the process: a record lock of the same file would go with any descriptor that is closed.
+class SystemFileTurn final : public FileLock {
+ public:
+  SystemFileTurn() = default;
+  SystemFileTurn(const SystemFileTurn&) = delete;
+  SystemFileTurn& operator=(const SystemFileTurn&) = delete;
+  /// Said plainly, since a child that was forked meanwhile has the descriptor too.
+  ~SystemFileTurn() override {
+    if (descriptor_ < 0)
+      return;
+    if (is_taken_)
+      ::flock(descriptor_, LOCK_UN);
+    ::close(descriptor_);
+  }
+
+  /// False: errno says why.
+  bool open(const std::string& path) {
+    descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    return descriptor_ >= 0;
+  }
+  bool tryTake() {
+    is_taken_ = ::flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
+    return is_taken_;
+  }
+  /// Not one that was removed or replaced since.
+  bool isStillThe(const std::string& path) const {
+    struct stat mine {};
+    struct stat named {};
+    return ::fstat(descriptor_, &mine) == 0 && ::stat(path.c_str(), &named) == 0 && mine.st_dev == named.st_dev &&
+           mine.st_ino == named.st_ino;
+  }
+
+ private:
+  int descriptor_ = -1;
+  bool is_taken_ = false;
+};
+
+/// False where the system or the file system does not know it, or `to` is not free.
+bool renameToFree(const std::string& from, const std::string& to) {
+#ifdef RENAME_NOREPLACE
+  return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+#else
+  errno = ENOSYS;
+  return false;
+#endif
+}
+
 /// Syncs and closes it; a negative one says that it could not be opened.
 StoreOutcome syncAndClose(int descriptor) {
   if (descriptor < 0)
@@ -249,10 +302,12 @@ class SystemFiles final : public StoreFiles {
   }
 
   StoreOutcome rename(const std::string& from, const std::string& to) override {
-    std::error_code error;
-    std::filesystem::rename(from, to, error);
-    if (error)
-      return StoreProblem::unavailable(error.message());
+    if (renameToFree(from, to))
+      return std::nullopt;
+    if (errno != ENOSYS && errno != EINVAL)
+      return StoreProblem::unavailable(systemMessage(errno));
+    if (::rename(from.c_str(), to.c_str()) != 0)
+      return StoreProblem::unavailable(systemMessage(errno));
     return std::nullopt;
   }
 
@@ -322,6 +377,28 @@ class SystemFiles final : public StoreFiles {
     if (!is_done)
       return StoreProblem::unavailable(systemMessage(error));
     return std::nullopt;
+  }
+
+  StoreOutcome takeTurn(const std::string& path, std::chrono::milliseconds longest,
+                        std::unique_ptr<FileLock>& out) override {
+    out.reset();
+    const auto deadline = std::chrono::steady_clock::now() + longest;
+    for (;;) {
+      auto turn = std::make_unique<SystemFileTurn>();
+      if (!turn->open(path))
+        return std::nullopt;  // whoever writes it is told why
+      if (turn->tryTake()) {
+        if (!turn->isStillThe(path))
+          continue;
+        out = std::move(turn);
+        return std::nullopt;
+      }
+      if (errno != EWOULDBLOCK && errno != EINTR)
+        return std::nullopt;  // a file system that knows no such locks
+      if (std::chrono::steady_clock::now() >= deadline)
+        return StoreProblem{StoreProblem::Kind::kBusy, "another process is writing it"};
+      std::this_thread::sleep_for(kTurnSlice);
+    }
   }
 
   StoreOutcome syncFile(const std::string& path) override {

@@ -1,6 +1,7 @@
 // The store's folder and files: making them, holding the lock, setting aside what cannot be read.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -56,6 +57,14 @@ class StoreFiles {
   virtual StoreOutcome readIfThere(const std::string& path, size_t limit, std::optional<std::string>& out) = 0;
   /// Hands these few bytes to the kernel, for that place of the file, which is made when it is missing.
   virtual StoreOutcome put(const std::string& path, size_t offset, const std::string& bytes) = 0;
+  /// Waits, at most so long, until no other process has its turn with the file, and takes it: `out` is the turn, which
+  /// goes with this object or with the process. None where there is no file, or no other process that could come
+  /// between. A problem: another one has it still.
+  virtual StoreOutcome takeTurn(const std::string& /*path*/, std::chrono::milliseconds /*longest*/,
+                                std::unique_ptr<FileLock>& out) {
+    out.reset();
+    return std::nullopt;
+  }
   /// Makes what the file holds last; waits for the disk.
   virtual StoreOutcome syncFile(const std::string& path) = 0;
   /// Makes the names of the folder's files last; waits for the disk.

@@ -610,7 +610,7 @@ class MachineOfTwo final : public VirtualMachine {
   static void writeByAnother(SimulatedDisk& disk, bool is_forgotten) {
     host::WishFile file(disk.place());
     file.goOnFrom(file.read());
-    EXPECT_EQ(file.write(is_forgotten), std::nullopt);
+    EXPECT_EQ(file.write(is_forgotten, host::MachineWishFile::Word::kNew), std::nullopt);
   }
   std::optional<bool> last_wish;
 
