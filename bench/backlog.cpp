@@ -112,6 +112,7 @@ int run(int events, std::string_view kind) {
       [&](const kit::Request& request) { batches += request.url.ends_with(services::kTrackingPath) ? 1U : 0U; });
 
   Turn longest;
+  Turn longest_without_batch;
   RunDelay delay;
   double building = 0;
   const double begun = milliseconds();
@@ -126,7 +127,9 @@ int run(int events, std::string_view kind) {
     const double took = milliseconds() - wall;
     const Turn turn{took, took - static_cast<double>(delay.nanoseconds() - delayed) / 1e6};
     longest = longer(longest, turn);
-    if (batches > batches_before)
+    if (batches == batches_before)
+      longest_without_batch = longer(longest_without_batch, turn);
+    else
       building = std::max(building, memory("VmHWM:") - resident);
     if (std::getenv("MORVIK_BENCH_TURNS") != nullptr && turn.own > 20)
       std::printf("turn %7.1f ms (%7.1f ms its own), batches %zu\n", turn.wall, turn.own, batches);
@@ -147,6 +150,10 @@ int run(int events, std::string_view kind) {
               batches, session / 1e3, left);
   std::printf("longest turn of the main queue: %.1f ms, %.1f ms without the waits for a processor\n", longest.wall,
               longest.own);
+  std::printf(
+      "longest turn that built none, and so asked nobody for a stop: %.1f ms, %.1f ms without the waits for a "
+      "processor\n",
+      longest_without_batch.wall, longest_without_batch.own);
   std::printf("memory of building a batch: %.1f MB at most\n", building);
   const size_t batches_of_the_session = batches;
   phone->pushTracking();

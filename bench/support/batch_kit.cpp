@@ -4,6 +4,7 @@
 #include "host/crypto/system_random.h"
 #include "host/crypto/zlib_compressor.h"
 #include "host/json/simdjson_codec.h"
+#include "host/sending/batch_limit.h"
 #include "services/converters.h"
 #include "services/dates.h"
 #include "services/envelope.h"
@@ -45,14 +46,15 @@ class CountingRandom : public kit::Random {
   uint64_t state_ = 42;
 };
 
-kit::Value storedEvents(const PlainBatch& batch) {
+/// Every other date lies so many events ahead.
+kit::Value storedEvents(const PlainBatch& batch, size_t ahead) {
   kit::MutableArray records;
   for (size_t i = 0; i < batch.events.size(); ++i) {
     const PlainEvent& event = batch.events[i];
     records.append(kit::Dictionary{{"activityGroupName", event.group},
                                    {"activityName", event.name},
                                    {"activityParam", event.param},
-                                   {"activityCreatedAt", dateOf(i)},
+                                   {"activityCreatedAt", dateOf(i % 2 == 0 ? i + ahead : i)},
                                    {"activityEventID", event.id}});
   }
   return kit::Value(std::move(records));
@@ -108,12 +110,14 @@ void PlainBatch::appendJson(std::string& out) const {
 }
 
 struct Sealer::Parts {
+  explicit Parts(const kit::StopRequest* of_kit) : compressor(of_kit), stop(of_kit) {}
   host::OpensslCipher cipher;
   host::ZlibCompressor compressor;
   host::SystemRandom random;
+  const kit::StopRequest* const stop;
 };
 
-Sealer::Sealer() : parts_(std::make_unique<Parts>()) {}
+Sealer::Sealer(const kit::StopRequest* stop) : parts_(std::make_unique<Parts>(stop)) {}
 Sealer::~Sealer() = default;
 
 std::string Sealer::sealByHand(const std::string& text) const {
@@ -130,8 +134,10 @@ std::string Sealer::sealByHand(const std::string& text) const {
 }
 
 kit::Value Sealer::envelope(const kit::Value& payload, const std::string& key) const {
-  auto made = services::makeEnvelope({parts_->cipher, parts_->compressor, parts_->random}, "app", payload, key);
-  return std::move(std::get<kit::Value>(made));
+  auto made =
+      services::makeEnvelope({parts_->cipher, parts_->compressor, parts_->random, parts_->stop}, "app", payload, key);
+  auto* envelope = std::get_if<kit::Value>(&made);
+  return envelope != nullptr ? std::move(*envelope) : kit::Value();
 }
 
 namespace {
@@ -140,7 +146,7 @@ class Services : public testing::FakeServices {
  public:
   Services(BatchKit::Step step, const PlainBatch& batch, services::MorvikGVUserDefaults store,
            services::SealingTools sealing)
-      : FakeServices(store, sealing), step_(step), common_(batch.common) {}
+      : FakeServices(store, sealing), step_(step), common_(batch.common), sealer_(sealing.stop) {}
 
   kit::MutableDictionary makeCommonParameter(const std::string&) override {
     kit::MutableDictionary common;
@@ -169,10 +175,12 @@ class Services : public testing::FakeServices {
 }  // namespace
 
 struct BatchKit::Parts {
-  Parts(size_t count, Step step)
+  Parts(size_t count, Step step, std::optional<Order> order)
       : plain(count),
-        services(step, plain, services::MorvikGVUserDefaults(store, house_lock), {cipher, compressor, random}) {
-    store.set("fendoActivityInfos", storedEvents(plain));
+        services(step, plain, services::MorvikGVUserDefaults(store, house_lock),
+                 {cipher, compressor, random, &shared_state.stop_request}) {
+    kit.batch_limit = order ? host::kBatchLimit : kit::BatchLimit();
+    store.set("fendoActivityInfos", storedEvents(plain, order == Order::kShuffled ? 1000 : 0));
     store.set("fendoUserInfo_fendoUserNo", int64_t{7});
     store.set("fendoUserInfo_referralKey", int64_t{8});
   }
@@ -231,7 +239,8 @@ struct BatchKit::Parts {
                .make_config = [this] { return testing::freshConfig(config); }};
 };
 
-BatchKit::BatchKit(size_t count, Step step) : parts_(std::make_unique<Parts>(count, step)) {}
+BatchKit::BatchKit(size_t count, Step step) : parts_(std::make_unique<Parts>(count, step, std::nullopt)) {}
+BatchKit::BatchKit(size_t count, Step step, Order order) : parts_(std::make_unique<Parts>(count, step, order)) {}
 BatchKit::~BatchKit() = default;
 const kit::Kit& BatchKit::kit() const {
   return parts_->kit;

@@ -32,7 +32,7 @@ struct PlainBatch {
 /// Real cipher, compressor and random numbers.
 class Sealer {
  public:
-  Sealer();
+  explicit Sealer(const kit::StopRequest* stop = nullptr);
   ~Sealer();
   /// Deflate, encryption and base64url with the calls that the core uses, and nothing else.
   std::string sealByHand(const std::string& text) const;
@@ -44,11 +44,14 @@ class Sealer {
   std::unique_ptr<Parts> parts_;
 };
 
-/// A kit on a memory store that holds `count` events, with a services object that goes as far as `step`.
+/// A kit on a memory store that holds `count` events, with a services object that goes as far as `step`. With an order
+/// its batches are as large as the host's; without one they carry everything.
 class BatchKit {
  public:
   enum class Step { kJsonText, kEnvelope };
+  enum class Order { kByTime, kShuffled };
   BatchKit(size_t count, Step step);
+  BatchKit(size_t count, Step step, Order order);
   ~BatchKit();
   const kit::Kit& kit() const;
   /// Size of what the last batch became.

@@ -1,0 +1,104 @@
+// How soon the building of a batch notices that the kit is being stopped, with a million events waiting: the stop is
+// requested at many moments of the building, from its begin to its end, and from each of them the time is taken until
+// the building has ended. So the longest of them is at least the longest time between two looks at the request. Times
+// are those of the building thread's processor clock, so that the load of the machine does not count.
+//
+// bench_stop [EVENTS]
+
+#include <pthread.h>
+#include <time.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <thread>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "bench/support/batch_kit.h"
+
+namespace morvik::bench {
+namespace {
+
+constexpr size_t kEvents = 1'000'000;
+constexpr int kMoments = 100;
+constexpr double kMaxMilliseconds = 50;
+
+double milliseconds(clockid_t clock) {
+  timespec now{};
+  ::clock_gettime(clock, &now);
+  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
+}
+
+/// Of the thread that builds.
+class Building {
+ public:
+  explicit Building(const kit::Kit& kit) : kit_(kit) { ::pthread_getcpuclockid(::pthread_self(), &clock_); }
+
+  /// As a session's start does it: nothing is known of the list. Answers how long it took.
+  double run() {
+    const auto core = MorvikCoreLib::make(kit_);
+    begun_ = milliseconds(clock_);
+    has_begun_ = true;
+    static_cast<void>(core->makeTrackingParameter(EndActivities::kSend));
+    const double ended = milliseconds(clock_);
+    has_begun_ = false;
+    return ended - begun_;
+  }
+
+  /// The same, stopped when the thread has worked so long. Answers how long it still worked.
+  double runAndStopAfter(double after) {
+    std::atomic<bool> is_over = false;
+    double requested = 0;
+    std::thread stopper([&] {
+      while (!is_over && (!has_begun_ || milliseconds(clock_) < begun_ + after))
+        std::this_thread::yield();
+      requested = milliseconds(clock_);
+      kit_.shared_state.stop_request.make();
+    });
+    const double took = run();
+    is_over = true;
+    stopper.join();
+    const double worked_on = begun_ + took - requested;
+    // One request is made once; the next building has one of its own.
+    kit::StopRequest& request = kit_.shared_state.stop_request;
+    std::destroy_at(&request);
+    new (&request) kit::StopRequest;
+    return worked_on;
+  }
+
+ private:
+  const kit::Kit& kit_;
+  clockid_t clock_{};
+  std::atomic<double> begun_ = 0;
+  std::atomic<bool> has_begun_ = false;
+};
+
+double longestOf(const char* what, size_t events, BatchKit::Order order) {
+  BatchKit kit(events, BatchKit::Step::kEnvelope, order);
+  Building building(kit.kit());
+  const double whole = std::max(building.run(), building.run());
+  double longest = 0;
+  for (int moment = 0; moment < kMoments; ++moment)
+    longest = std::max(longest, building.runAndStopAfter(whole * moment / kMoments));
+  std::printf("%s: a batch takes %.1f ms; stopped at %d moments it ended within %.1f ms\n", what, whole, kMoments,
+              longest);
+  return longest;
+}
+
+}  // namespace
+}  // namespace morvik::bench
+
+int main(int argc, char** argv) {
+  using morvik::bench::BatchKit;
+  const size_t events = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : morvik::bench::kEvents;
+  const double longest = std::max(morvik::bench::longestOf("in order", events, BatchKit::Order::kByTime),
+                                  morvik::bench::longestOf("shuffled", events, BatchKit::Order::kShuffled));
+  const bool holds = longest <= morvik::bench::kMaxMilliseconds;
+  std::printf("%s: %.0f ms between two looks at a stop, with %zu events waiting\n", holds ? "holds" : "DOES NOT HOLD",
+              morvik::bench::kMaxMilliseconds, events);
+  return holds ? 0 : 1;
+}
