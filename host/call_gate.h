@@ -29,6 +29,8 @@ class CallGate {
     const bool is_in_;
   };
 
+  /// Waits for nothing, also where a thread that is not there holds what the others wait for.
+  bool isClosed() const { return (state_ & kClosed) != 0; }
   /// From here on nobody gets in; waits for those that are in.
   void close() {
     state_.fetch_or(kClosed);

@@ -95,6 +95,9 @@ class Host final : public morvik::MorvikCore {
   /// A line that says why nothing happens in a forked child. Waits for no lock.
   void tellThatItIsForked() const;
 
+  /// Of KeptForGood.
+  Host* kept_before = nullptr;
+
   // What the programs of this tree need beside.
 
   kit::MainQueue& mainQueue();

@@ -13,6 +13,7 @@
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/host_parts.h"
+#include "host/life/kept_for_good.h"
 #include "host/loop/thread.h"
 #include "host/observe/status_of.h"
 #include "services/guard.h"
@@ -61,9 +62,6 @@ class GoingParts {
   size_t count_ = 0;
 };
 thread_local bool GoingParts::is_here_ = false;
-
-/// Those that keep themselves, the latest.
-std::atomic<HostEnding*> kept_last{nullptr};
 
 /// What can never be freed. Reachable, so that nobody takes it for a leak, and never destroyed.
 template <class Kept>
@@ -307,9 +305,7 @@ void HostEnding::keepItself() {
   if (itself_ != nullptr)
     return;
   itself_ = shared_from_this();
-  kept_before_ = kept_last;
-  while (!kept_last.compare_exchange_weak(kept_before_, this)) {
-  }
+  KeptForGood<HostEnding>::add(*this);
 }
 
 /// Takes no memory. For good, since threads that nobody can end go on with the parts.

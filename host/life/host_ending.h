@@ -36,6 +36,9 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
   void stopAndThen(const std::function<void()>& last);
   /// This thread is within a function of the app's that the host has called, or within a block of its queues.
   bool isWithinCallback() const;
+  /// Of KeptForGood.
+  HostEnding* kept_before = nullptr;
+
   /// stop(). Where that is not possible, within a callback: commits, lets nothing more leave, calls nothing of the
   /// app's any more, and keeps the parts for good, since the callback goes back into them. In a forked child it keeps
   /// them for good and touches nothing: they are the parent's.
@@ -60,7 +63,6 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
 
   const std::shared_ptr<HostParts> parts_;
   std::shared_ptr<HostEnding> itself_;  ///< of one that is kept for good
-  HostEnding* kept_before_ = nullptr;   ///< the same, as a list, so that nobody takes it for a leak
   std::mutex mutex_;
   std::condition_variable stopped_;
   Stage stage_ = Stage::kRunning;

@@ -2,11 +2,18 @@
 
 #include <utility>
 
+#include "host/life/kept_for_good.h"
+
 namespace morvik::host {
 
 ProcessBoundCore::ProcessBoundCore(std::unique_ptr<Host> host) : host_(std::move(host)) {}
 
-ProcessBoundCore::~ProcessBoundCore() = default;
+/// The host's memory stays as it is in a fork: a condition variable, say, waits when it goes until each thread that
+/// waits for it has woken, and these are not there.
+ProcessBoundCore::~ProcessBoundCore() {
+  if (!process_.isHere())
+    KeptForGood<Host>::add(*host_.release());
+}
 
 bool ProcessBoundCore::isHere() const {
   if (process_.isHere())

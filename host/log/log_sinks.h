@@ -11,6 +11,7 @@
 #include <variant>
 
 #include "host/call_gate.h"
+#include "host/life/own_process.h"
 #include "kit/error.h"
 #include "kit/log.h"
 #include "kit/mutex.h"
@@ -92,6 +93,7 @@ class ClosableLogSink final : public kit::LogSink {
 
  private:
   const std::unique_ptr<HostLogSink> sink_;
+  const OwnProcess process_;
   CallGate gate_;
 };
 
