@@ -15,6 +15,7 @@
 #include "host/json/simdjson_codec.h"
 #include "host/ledger/ledger_book.h"
 #include "host/life/host_life.h"
+#include "host/life/start_hold.h"
 #include "host/log/log_sinks.h"
 #include "host/log/logged_lines.h"
 #include "host/log/posted_lines.h"
@@ -98,6 +99,7 @@ struct HostParts {
   NotificationCenter notifications;
   ErasureHold erasure_hold;
   WishRereading wish_rereading;
+  StartHold start_hold;
   const std::unique_ptr<MachineTransport> bare_transport;
   const std::unique_ptr<MachineTransport> plain_transport;  ///< the same, and erasures wait for the disk
   const std::unique_ptr<MachineTransport> transport;        ///< the same, and what leaves is counted

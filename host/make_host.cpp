@@ -308,7 +308,9 @@ void makeCore(HostParts& parts, HostOf host_of) {
   parts.sending.setWhenResumed([&parts] { parts.core->sendingDidResume(); });
   parts.sending.setAlsoHeld([&parts](bool held) { parts.handed_over.setHeld(held); });
   parts.handed_over.setHandler([&parts](const HandedOver::Entry& entry) { handle(parts, entry); });
-  parts.handed_over.setInDoubt([&parts] { return parts.plain_store->fileState() == WishFileState::kNotRead; });
+  parts.handed_over.setInDoubt(
+      [&parts] { return parts.start_hold.isHolding() || parts.plain_store->fileState() == WishFileState::kNotRead; });
+  parts.start_hold.begin([&parts] { parts.handed_over.handleLater(); });
   parts.handed_over.begin();
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
 }
@@ -367,6 +369,7 @@ void followTheStore(HostParts& parts) {
       parts.properties.inOneStep([&parts] { parts.services.loadMirrors(); });
       parts.transport->wishDidChange();
       noteForACrash(parts);
+      parts.start_hold.end();
     });
     parts.handed_over.handleLater();
   });
@@ -460,6 +463,7 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       background_tasks(*main_loop),
       erasure_hold(*plain_store, *main_loop, logger),
       wish_rereading(*plain_store, *main_loop),
+      start_hold(*store, *main_loop),
       bare_transport(machine.makeTransport({.ca_file = options.options.ca_file,
                                             .main_queue = *main_loop,
                                             .gate = gate,

@@ -52,6 +52,12 @@ std::vector<RowRange> without(std::span<const RowRange> ranges, std::span<const 
 
 }  // namespace
 
+bool RowChange::removes(int64_t row) const {
+  const auto range = std::partition_point(removed.begin(), removed.end(),
+                                          [row](const RowRange& candidate) { return endOf(candidate) <= row; });
+  return range != removed.end() && range->first <= row;
+}
+
 ArrayRows::Block::Block(std::span<const RowRange> some) : ranges(some.begin(), some.end()), rows(countOf(some)) {}
 
 void ArrayRows::Block::remove(std::span<const RowRange> removed) {

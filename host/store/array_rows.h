@@ -27,6 +27,7 @@ struct RowChange {
   size_t appended_from = 0;       ///< index, in the new version, of the first element that needs a new row
   int64_t first_new_row = 0;      ///< order of that row; the others follow
 
+  bool removes(int64_t row) const;
   friend bool operator==(const RowChange&, const RowChange&) = default;
 };
 

@@ -77,7 +77,7 @@ SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log)
     openReadOnly();
     return;
   }
-  opening_ = openWritable(Attempt::kFirst);
+  opening_ = openFirst();
   if (opening_ == StoreOpening::kLocked)
     return;
   flusher_ = options_.make_flusher([this](StoreFlusher::Urgency urgency) { flush(urgency); }, options_.flush_delay);
@@ -174,12 +174,14 @@ bool SqliteStore::synchronizeUntold() {
 /// the next one at most, kept or not.
 bool SqliteStore::commitWrites(uint64_t up_to) {
   std::unique_lock lock(round_mutex_);
-  const uint64_t first_whole_round = round_ + 2;
+  const uint64_t with_next = round_ + 2;  // rounds that have ended when the one after this has, too
   while (is_round_running_) {
     const uint64_t round = round_;
+    if (options_.when_waiting)
+      options_.when_waiting();
     round_ended_.wait(lock, [this, round] { return round_ != round; });
-    if (kept_writes_ >= up_to || round_ >= first_whole_round)
-      return kept_writes_ >= up_to;
+    if (kept_writes_ >= up_to || round_ >= with_next)
+      return kept_writes_ >= up_to && refused_up_to_ < up_to;
   }
   const Round running(*this, lock);
   return commitAsRound();
@@ -224,7 +226,10 @@ bool SqliteStore::trySetAndSynchronize(std::string_view key, Value value) {
   setDirty(property);
   gatherDirty();
   plan();
-  const bool is_refused = std::find(refused_.begin(), refused_.end(), &property) != refused_.end();
+  const bool is_refused = std::find(refused_.begin(), refused_.end(), &property) != refused_.end() ||
+                          std::any_of(pending_.begin(), pending_.end(), [&property](const Pending& pending) {
+                            return pending.property == &property && pending.leaves_out_more;
+                          });
   const bool is_applied = !database_->apply(changes_);
   if (is_applied)
     setStored();
@@ -269,8 +274,19 @@ void SqliteStore::setWhenFlushed(kit::Block hook) {
 
 void SqliteStore::flushAndWait() {
   synchronize();
-  if (flusher_ != nullptr)
+  if (flusher_ == nullptr)
+    return;
+  flusher_->flushAndWait(StoreFlusher::Urgency::kSessionEnd);
+  // A file that has come to light with that flush takes what was recorded without it.
+  if (isReopened()) {
+    synchronize();
     flusher_->flushAndWait(StoreFlusher::Urgency::kSessionEnd);
+  }
+}
+
+bool SqliteStore::isReopened() {
+  const std::lock_guard lock(commit_mutex_);
+  return reopened_.has_value();
 }
 
 void SqliteStore::shutdown() {
@@ -280,6 +296,7 @@ void SqliteStore::shutdown() {
   const Committing committing(*this);
   may_reopen_ = false;
   keeper_.reset();
+  reopened_.reset();
   database_.reset();
   lock_.release();
 }
@@ -305,9 +322,10 @@ bool SqliteStore::anythingDirty() const {
 // opening
 
 void SqliteStore::openReadOnly() {
-  const StoreOutcome failed = openAndLoad(true);
+  Opened opened;
+  const StoreOutcome failed = openAndLoad(true, opened);
   if (!failed) {
-    tellDamaged();
+    adopt(opened);
   } else if (failed->kind == StoreProblem::Kind::kNewer) {
     opening_ = StoreOpening::kNewerVersion;
     tell(
@@ -322,39 +340,83 @@ void SqliteStore::openReadOnly() {
   database_.reset();
 }
 
-StoreOpening SqliteStore::openWritable(Attempt attempt) {
-  const Opened opened = lockAndOpen();
-  if (database_ == nullptr)
-    lock_.release();
+StoreOpening SqliteStore::openFirst() {
+  Opened first = lockAndOpen(std::nullopt);
+  opened(first, Attempt::kFirst);
+  return first.state;
+}
+
+/// On the store's own thread: another program that holds the file keeps whoever opens it waiting.
+void SqliteStore::openAgain() {
+  std::optional<StoreProblem> unreadable;
+  {
+    const std::lock_guard lock(commit_mutex_);
+    if (database_ != nullptr || reopened_ || !may_reopen_)
+      return;
+    unreadable = std::exchange(given_up_, std::nullopt);
+  }
+  Opened again = lockAndOpen(std::move(unreadable));
+  const Committing committing(*this);
+  opened(again, Attempt::kLater);
+}
+
+void SqliteStore::opened(Opened& opened, Attempt attempt) {
   const bool is_locked_out = opened.state == StoreOpening::kLocked && attempt == Attempt::kLater;
-  may_reopen_ = opened.state == StoreOpening::kUnavailable || is_locked_out;
+  const bool is_late = attempt == Attempt::kLater && opened.database != nullptr && !knewAll();
+  may_reopen_ = opened.state == StoreOpening::kUnavailable || is_locked_out || is_late;
+  if (opened.database == nullptr)
+    lock_.release();
   switch (opened.state) {
     case StoreOpening::kUnavailable:
-      tellCannotOpen(opened.problem);
-      break;
+      if (loaded_once_)
+        tellCannotWrite(opened.problem);
+      else
+        tellCannotOpen(opened.problem);
+      return;
     case StoreOpening::kNewerVersion:
       tell(
           "Morvik host: the store \"%@\" has version %@, this program knows versions up to %ld. It stays untouched and "
           "nothing is kept beyond this process: update the program or give it another folder.",
           {options_.place.path(), opened.problem.message, kStoreVersion});
-      break;
+      return;
     case StoreOpening::kLocked:
       if (is_locked_out) {
         was_locked_out_ = true;
         tellLockedOut(opened.problem);
-        break;
+        return;
       }
       // Whoever opens it decides what that means: for a host it is a start that failed, told where it was asked for.
       opening_line_ =
           services::format("the store in \"%@\" is in use by %@", {options_.place.folder, opened.problem.message});
-      break;
+      return;
     default:
-      tellDamaged();
+      break;
   }
-  return opened.state;
+  // What comes to light changes lists, which whoever commits keeps still, and only then.
+  if (is_late) {
+    reopened_ = std::move(opened);
+    return;
+  }
+  adopt(opened);
+  if (attempt == Attempt::kLater)
+    commit();
 }
 
-SqliteStore::Opened SqliteStore::lockAndOpen() {
+void SqliteStore::adopt(Opened& opened) {
+  takeOver(opened.loaded);
+  database_ = std::move(opened.database);
+  ++generation_;
+  tellDamaged();
+}
+
+void SqliteStore::adoptReopened() {
+  Opened opened = *std::exchange(reopened_, std::nullopt);
+  adopt(opened);
+  if (when_taken_over_)
+    std::exchange(when_taken_over_, nullptr)();
+}
+
+SqliteStore::Opened SqliteStore::lockAndOpen(std::optional<StoreProblem> unreadable) {
   const auto locked = [](const char* by_whom) {
     return Opened{StoreOpening::kLocked, {StoreProblem::Kind::kUnavailable, by_whom}};
   };
@@ -375,22 +437,26 @@ SqliteStore::Opened SqliteStore::lockAndOpen() {
     case LockResult::kFailed:
       return {StoreOpening::kUnavailable, problem};
     case LockResult::kTaken:
-      return openFile();
+      return openFile(std::move(unreadable));
   }
   return {};
 }
 
-SqliteStore::Opened SqliteStore::openFile() {
-  StoreOutcome failed;
+/// `unreadable`: what is wrong with a file that turned out so while it was in use.
+SqliteStore::Opened SqliteStore::openFile(std::optional<StoreProblem> unreadable) {
+  Opened opened;
+  StoreOutcome failed = std::move(unreadable);
   for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
+    if (failed && !failed->leavesTheFileGood())
+      break;
     failed = makeStoreFile(options_.place);
     if (!failed)
-      failed = openAndLoad(false);
-    if (!failed || !failed->leavesTheFileGood())
-      break;
+      failed = openAndLoad(false, opened);
+    if (!failed) {
+      opened.state = opened.database->fresh() ? StoreOpening::kCreated : StoreOpening::kOpened;
+      return opened;
+    }
   }
-  if (!failed)
-    return {database_->fresh() ? StoreOpening::kCreated : StoreOpening::kOpened, {}};
   if (failed->kind == StoreProblem::Kind::kNewer)
     return {StoreOpening::kNewerVersion, *failed};
   if (failed->leavesTheFileGood())
@@ -399,22 +465,21 @@ SqliteStore::Opened SqliteStore::openFile() {
   if (!failed)
     failed = makeStoreFile(options_.place);
   if (!failed)
-    failed = openAndLoad(false);
+    failed = openAndLoad(false, opened);
   if (failed)
     return {StoreOpening::kUnavailable, *failed};
-  return {StoreOpening::kSetAside, {}};
+  opened.state = StoreOpening::kSetAside;
+  return opened;
 }
 
-StoreOutcome SqliteStore::openAndLoad(bool read_only) {
+StoreOutcome SqliteStore::openAndLoad(bool read_only, Opened& opened) {
+  opened = Opened();
   std::unique_ptr<StoreDatabase> database;
   if (StoreOutcome failed = StoreDatabase::open(options_.place, read_only, database))
     return failed;
-  std::vector<StoredProperty> loaded;
-  if (StoreOutcome failed = database->load(loaded))
+  if (StoreOutcome failed = database->load(opened.loaded))
     return failed;
-  takeOver(loaded);
-  database_ = std::move(database);
-  ++generation_;
+  opened.database = std::move(database);
   return std::nullopt;
 }
 
@@ -436,10 +501,12 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
     else if (!set_meanwhile)
       property.value = property.stored;
     else
-      property.value = takenOver(rule, property.stored, property.value);
+      property.value = takenOver(rule, property.stored, property.value, property.lost);
   }
   if (is_late)
     takeOverRecord();
+  for (const auto& [name, property] : properties_)
+    property->lost = Value();
   loaded_once_ = true;
   was_locked_out_ = false;
 }
@@ -468,26 +535,12 @@ StoreOutcome SqliteStore::setAside(const std::string& reason) {
   return std::nullopt;
 }
 
-bool SqliteStore::reopen() {
-  if (!may_reopen_)
-    return false;
-  const bool knew_all = loaded_once_ && !was_locked_out_;
-  openWritable(Attempt::kLater);
-  if (!knew_all && database_ != nullptr && when_taken_over_)
-    std::exchange(when_taken_over_, nullptr)();
-  return database_ != nullptr;
-}
-
 // The file turned out unreadable while in use. Memory holds all of it, so a fresh file takes that over whole.
-StoreOutcome SqliteStore::startAfresh(const std::string& reason) {
+void SqliteStore::giveUpFile(StoreProblem problem) {
   database_.reset();
   may_reopen_ = true;
+  given_up_ = std::move(problem);
   forgetStored();
-  if (StoreOutcome failed = setAside(reason))
-    return failed;
-  if (StoreOutcome failed = makeStoreFile(options_.place))
-    return failed;
-  return openAndLoad(false);
 }
 
 void SqliteStore::forgetStored() {
@@ -498,8 +551,10 @@ void SqliteStore::forgetStored() {
   dirty_.clear();
   for (const auto& [name, property] : properties_) {
     property->id = 0;
+    property->lost = std::move(property->stored);
     property->stored = Value();
     property->rows = ArrayRows();
+    property->left_out.clear();
     property->dirty = true;
     dirty_.push_back(property.get());
   }
@@ -509,26 +564,33 @@ void SqliteStore::forgetStored() {
 // committing
 
 bool SqliteStore::commit() {
+  if (reopened_)
+    adoptReopened();
   if (!anythingDirty())
     return database_ != nullptr;
-  if (database_ == nullptr && !reopen())
+  if (database_ == nullptr) {
+    if (may_reopen_)
+      flusher_->flushSoon();
     return false;
-  StoreOutcome failed = applyPending();
+  }
+  const StoreOutcome failed = applyPending();
   if (failed && failed->kind == StoreProblem::Kind::kUnreadable) {
-    failed = startAfresh(failed->message);
-    if (!failed)
-      failed = applyPending();
+    tellCannotWrite(*failed);
+    giveUpFile(*failed);
+    flusher_->flushNow(StoreFlusher::Urgency::kRoutine);
+    return false;
   }
   if (failed) {
     tellCannotWrite(*failed);
     return false;
   }
+  tellLeftOut();
   tellWritable();
   if (database_->logBytes() > kLogRestartBytes)
     flusher_->flushNow(StoreFlusher::Urgency::kRoutine);
   else
     flusher_->flushSoon();
-  return refused_.empty();
+  return refused_up_to_ != pending_writes_;
 }
 
 StoreOutcome SqliteStore::applyPending() {
@@ -560,7 +622,7 @@ void SqliteStore::gatherDirty() {
   pending_writes_ = writes_;
   for (Property* property : dirty_) {
     property->dirty = false;
-    pending_.push_back({property, property->value, {}, std::nullopt});
+    pending_.push_back({.property = property, .value = property->value});
   }
   dirty_.clear();
 }
@@ -586,25 +648,38 @@ bool SqliteStore::planOne(Pending& pending) {
       return false;
     property.id = next_id_++;
   }
-  const Array before = arrayOrEmpty(property.stored);
-  const Array after = arrayOrEmpty(value);
-  pending.change = property.rows.changeTo(before, after);
   const bool stays_array = value.isArray() && property.stored.isArray();
   const bool stays_absent = value.isAbsent() && property.stored.isAbsent();
   if (!stays_array && !stays_absent &&
       !changes_.setProperty(property.id, property.name, value.isArray() ? Value(Array()) : value))
     return false;
-  changes_.removeRows(property.id, pending.change.removed, before.size() - pending.change.appended_from);
-  int64_t row = pending.change.first_new_row;
-  Array::Iterator element = after.begin();
-  for (element += pending.change.appended_from; element != after.end(); ++element, ++row) {
-    if (!changes_.addRow(property.id, row, *element))
-      return false;
-  }
+  planRows(pending);
   // Once the file has the change, nothing that follows may fail.
   if (!property.rows.appliesInPlace(pending.change))
-    pending.rows.emplace(property.rows).apply(pending.change, after.size());
+    pending.rows.emplace(property.rows).apply(pending.change, arrayOrEmpty(value).size());
   return true;
+}
+
+/// An element that no store can keep has its place among the rows and no row: it keeps its neighbours from nothing.
+void SqliteStore::planRows(Pending& pending) {
+  const Property& property = *pending.property;
+  const Array before = arrayOrEmpty(property.stored);
+  const Array after = arrayOrEmpty(pending.value);
+  const RowChange& change = pending.change = property.rows.changeTo(before, after);
+  for (const int64_t row : property.left_out) {
+    if (!change.removes(row))
+      pending.left_out.push_back(row);
+  }
+  const size_t without_row = property.left_out.size() - pending.left_out.size();
+  changes_.removeRows(property.id, change.removed, before.size() - change.appended_from - without_row);
+  int64_t row = change.first_new_row;
+  Array::Iterator element = after.begin();
+  for (element += change.appended_from; element != after.end(); ++element, ++row) {
+    if (changes_.addRow(property.id, row, *element))
+      continue;
+    pending.left_out.push_back(row);
+    pending.leaves_out_more = true;
+  }
 }
 
 void SqliteStore::keepPending() {
@@ -614,7 +689,12 @@ void SqliteStore::keepPending() {
 
 void SqliteStore::setStored() {
   kept_writes_ = pending_writes_;
+  bool leaves_out = !refused_.empty();
   for (Pending& pending : pending_) {
+    leaves_out = leaves_out || pending.leaves_out_more;
+    if (pending.leaves_out_more)
+      pending.property->left_out_untold = left_out_untold_ = true;
+    pending.property->left_out = std::move(pending.left_out);
     if (pending.rows)
       pending.property->rows = *std::move(pending.rows);
     else
@@ -622,6 +702,8 @@ void SqliteStore::setStored() {
     pending.property->stored = std::move(pending.value);
     pending.property->refusal_told = false;
   }
+  if (leaves_out)
+    refused_up_to_ = pending_writes_;
 }
 
 // ---------------------------------------------------------------------------------------------------------------
@@ -655,6 +737,19 @@ void SqliteStore::tellRefused() {
         "Morvik host: the value of \"%@\" cannot be kept beyond this process, since it is nested deeper than %ld or "
         "longer than %ld bytes: the store \"%@\" keeps the one before it.",
         {property->name, kMaxStoredDepth, kMaxStoredBytes, options_.place.path()});
+  }
+}
+
+void SqliteStore::tellLeftOut() {
+  if (!std::exchange(left_out_untold_, false))
+    return;
+  const std::lock_guard lock(memory_mutex_);
+  for (const auto& [name, property] : properties_) {
+    if (std::exchange(property->left_out_untold, false))
+      tell(
+          "Morvik host: an element of the list \"%@\" cannot be kept beyond this process, since it is nested deeper than "
+          "%ld or longer than %ld bytes: the store \"%@\" keeps everything else of the list.",
+          {name, kMaxStoredDepth, kMaxStoredBytes, options_.place.path()});
   }
 }
 
@@ -723,24 +818,24 @@ void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   }
   if (when_flushed)
     when_flushed();
+  openAgain();
   uint64_t generation = 0;
-  StoreOutcome failed = flushLog(urgency, generation);
+  const StoreOutcome failed = flushLog(urgency, generation);
   if (isToBeTriedAgainUntold(failed)) {
     flusher_->flushSoon();
     return;
   }
-  const Committing committing(*this);
   if (failed && failed->kind == StoreProblem::Kind::kUnreadable) {
-    // A commit may have found it out first, and begun another file.
-    if (generation != generation_ || database_ == nullptr)
-      return;
-    failed = startAfresh(failed->message);
-    if (failed)
-      tellCannotWrite(*failed);
-    else
-      commit();
+    {
+      const std::lock_guard lock(commit_mutex_);
+      // A commit may have found it out first.
+      if (generation == generation_ && database_ != nullptr)
+        giveUpFile(*failed);
+    }
+    openAgain();
     return;
   }
+  const Committing committing(*this);
   tellFlushed(failed);
 }
 
@@ -777,7 +872,7 @@ StoreOutcome SqliteStore::flushLog(StoreFlusher::Urgency urgency, uint64_t& gene
   // The file of a fresh store has never been synced itself; writing the log back does that.
   if (!fresh && log_bytes < limit)
     return is_first ? std::nullopt : keeper_->syncLog();
-  return restartLog(generation);
+  return restartLog(urgency, generation);
 }
 
 StoreOutcome SqliteStore::renewKeeper(uint64_t generation) {
@@ -793,27 +888,84 @@ StoreOutcome SqliteStore::renewKeeper(uint64_t generation) {
     return failed;
   keeper_ = std::move(keeper);
   keeper_generation_ = generation;
+  written_back_ = 0;
   is_checked_ = false;
   return std::nullopt;
 }
 
 // Writing back goes on beside the commits. Only when no commit came in between, which is so unless they come without a
 // pause, is the log begun anew, with commits held off: that is one disk sync at most.
-StoreOutcome SqliteStore::restartLog(uint64_t generation) {
-  for (int round = 0; round < kCatchUpRounds; ++round) {
-    int frames = 0;
-    if (StoreOutcome failed = keeper_->writeBack(frames))
+StoreOutcome SqliteStore::restartLog(StoreFlusher::Urgency urgency, uint64_t generation) {
+  bool is_over = false;
+  for (int round = 0; round < kCatchUpRounds && !is_over; ++round) {
+    {
+      const std::lock_guard lock(commit_mutex_);
+      if (generation != generation_ || database_ == nullptr)
+        return std::nullopt;
+      if (StoreOutcome failed = holdLog())
+        return failed;
+    }
+    if (StoreOutcome failed = writeBack())
       return failed;
     const std::lock_guard lock(commit_mutex_);
     if (generation != generation_ || database_ == nullptr)
       return std::nullopt;
     database_->setSynced();
-    if (frames != database_->framesInLog() && database_->logBytes() > kLogHardBytes) {
-      if (StoreOutcome failed = keeper_->writeBack(frames))
-        return failed;
-    }
-    if (frames == database_->framesInLog())
-      return database_->restartLog();
+    if (StoreOutcome failed = restartWhileHeld(urgency, is_over))
+      return failed;
+  }
+  return shortenLog(generation);
+}
+
+/// Holds commit_mutex_. A log that is written back whole is held already.
+StoreOutcome SqliteStore::holdLog() {
+  return written_back_ == database_->framesInLog() ? std::nullopt : keeper_->hold();
+}
+
+StoreOutcome SqliteStore::writeBack() {
+  const auto begin = flusher_->now();
+  int frames = 0;
+  if (StoreOutcome failed = keeper_->writeBack(frames))
+    return failed;
+  // One that finds nothing to write tells nothing of the disk.
+  if (std::exchange(written_back_, frames) != frames)
+    is_disk_quick_ = flusher_->now() - begin <= kMaxHeldTime;
+  return std::nullopt;
+}
+
+/// Holds commit_mutex_.
+StoreOutcome SqliteStore::restartWhileHeld(StoreFlusher::Urgency urgency, bool& is_over) {
+  const int64_t log_bytes = database_->logBytes();
+  const bool is_past_most = log_bytes > options_.log_most_bytes;
+  const auto is_whole = [this] { return written_back_ == database_->framesInLog(); };
+  is_over = is_whole();
+  if (is_over && !is_disk_quick_ && urgency != StoreFlusher::Urgency::kSessionEnd && !is_past_most)
+    return std::nullopt;
+  if (!is_over) {
+    if (!is_past_most && (!is_disk_quick_ || log_bytes <= options_.log_hard_bytes))
+      return std::nullopt;
+    is_over = true;
+    if (StoreOutcome failed = keeper_->hold())
+      return failed;
+    if (StoreOutcome failed = writeBack())
+      return failed;
+    if (!is_whole())
+      return std::nullopt;
+  }
+  keeper_->letGo();
+  written_back_ = 0;
+  return database_->restartLog();
+}
+
+/// What is left of a log that was begun anew while it was longer is cut off in pieces: a commit waits for one of them.
+StoreOutcome SqliteStore::shortenLog(uint64_t generation) {
+  for (bool is_short = false; !is_short;) {
+    const std::lock_guard lock(commit_mutex_);
+    // An earlier process's log has a length that nobody knows before the first commit.
+    if (generation != generation_ || database_ == nullptr || database_->framesInLog() == 0)
+      return std::nullopt;
+    if (StoreOutcome failed = keeper_->cutLog(database_->logBytes(), is_short))
+      return failed;
   }
   return std::nullopt;
 }

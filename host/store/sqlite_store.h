@@ -2,8 +2,9 @@
 //
 // set() changes memory. synchronize() and commitTurn() write what changed in one transaction into SQLite's log, by a
 // plain write: when they return it is in the kernel's hands, and the death of the process loses nothing. A thread of
-// the store's own syncs the log to the disk within a second and writes it back into the file from time to time, so no
-// caller ever waits for the disk, with two exceptions that are stated at kLogHardBytes.
+// the store's own syncs the log to the disk within a second, writes it back into the file from time to time, and opens
+// a file again that could not be opened or read. So no caller waits for the disk, but for what stands at
+// kMaxHeldTime.
 #pragma once
 
 #include <atomic>
@@ -42,13 +43,19 @@ inline constexpr std::chrono::milliseconds kFlushDelay{500};
 inline constexpr int64_t kLogRestartBytes = int64_t{4} << 20;
 /// The same at the end of a session, when the app has come to rest and nobody is waiting.
 inline constexpr int64_t kLogSessionEndBytes = int64_t{256} << 10;
-/// While commits keep coming without a pause the log cannot be begun anew between two of them, and grows. Past this
-/// length the next commit waits, once, until it is. It takes about 16,000 commits within one write-back to get there.
-/// (The other exception: beginning the log anew takes one disk sync, and a commit that falls into it waits for it.)
-inline constexpr int64_t kLogHardBytes = int64_t{64} << 20;
+/// To begin the log anew takes a disk sync, during which commits are held off, and wait. So it is done at the end of a
+/// session, when nobody is likely to wait, and while one is open only on a disk that is quick: where the write-back
+/// just before took no longer than this. On any other the log grows on.
+inline constexpr std::chrono::milliseconds kMaxHeldTime{5};
+/// While commits keep coming without a pause, there is always something left to write back. Past this length the last
+/// of it is written back with commits held off, on a quick disk.
+inline constexpr int64_t kLogHardBytes = int64_t{256} << 20;
+/// Past this length on any disk: the next commit waits for the write-back, and for its syncs. It takes a session with
+/// some 700,000 commits on a slow disk to get there.
+inline constexpr int64_t kLogMostBytes = int64_t{1000} << 20;
 /// Flushes in a row that find the file busy, before that is told as any other failure: about ten seconds.
 inline constexpr int kMaxBusyFlushes = 20;
-/// Write-backs in a row to catch up with a writer, before the rest is left to the next flush.
+/// Write-backs in a row to catch up with a writer; before the rest is left to the next flush.
 inline constexpr int kCatchUpRounds = 4;
 
 struct SqliteStoreOptions {
@@ -61,11 +68,17 @@ struct SqliteStoreOptions {
   TakeOverTable take_over = {};
   /// Empty: flushes run on a thread of the store's own.
   MakeStoreFlusher make_flusher = {};
+  int64_t log_hard_bytes = kLogHardBytes;
+  int64_t log_most_bytes = kLogMostBytes;
+  /// For a test: on a thread that is going to wait for another one's commit, under a lock of the store's.
+  std::function<void()> when_waiting = {};
 };
 
 class SqliteStore : public MachineStore {
  public:
-  /// Opens the store and loads all of it; blocks for reading the file, not for a disk sync. What went wrong is told in
+  /// Opens the store and loads all of it; blocks for reading the file, not for a disk sync. A file that cannot be
+  /// opened now is opened again on the store's own thread, soon after each commit that needs it; until then everything
+  /// is kept in memory, and what the file holds joins it with the first commit after that. What went wrong is told in
   /// one line, in `log` and by openingLine(); by the latter alone when another process holds the store. `log` must
   /// outlive the store; it is called on any thread.
   SqliteStore(SqliteStoreOptions options, kit::LogSink& log);
@@ -120,13 +133,18 @@ class SqliteStore : public MachineStore {
     int64_t id = 0;  ///< 0: none yet
     kit::Value stored;
     ArrayRows rows;
+    std::vector<int64_t> left_out;  ///< of these rows, in order: elements that no store can keep, so they have none
+    kit::Value lost;                ///< what lay in a file that was given up, until another one is there
     bool refusal_told = false;
+    bool left_out_untold = false;
   };
   struct Pending {
-    Property* property;
-    kit::Value value;
-    RowChange change;
-    std::optional<ArrayRows> rows;  ///< as they are afterwards, where to make them takes memory
+    Property* property = nullptr;
+    kit::Value value = {};
+    RowChange change = {};
+    std::optional<ArrayRows> rows = {};  ///< as they are afterwards, where to make them takes memory
+    std::vector<int64_t> left_out = {};  ///< as they are afterwards
+    bool leaves_out_more = false;
   };
   struct TextHash {
     using is_transparent = void;
@@ -135,13 +153,16 @@ class SqliteStore : public MachineStore {
   enum class Attempt : uint8_t { kFirst, kLater };
   struct Opened {
     StoreOpening state = StoreOpening::kOpened;
-    StoreProblem problem;
+    StoreProblem problem = {};
+    std::unique_ptr<StoreDatabase> database = nullptr;  ///< null: it could not be opened
+    std::vector<StoredProperty> loaded = {};
   };
 
   /// Holds commit_mutex_; once it is let go, tells what there was to tell.
   class Committing;
   class Round;
 
+  bool isReopened();
   bool commitWrites(uint64_t up_to);
   bool commitAsRound();
 
@@ -152,25 +173,33 @@ class SqliteStore : public MachineStore {
   void gatherDirty();
   void keepPending();
 
+  // These open the file: the constructor's, and then the flusher's, one at a time.
+  Opened lockAndOpen(std::optional<StoreProblem> unreadable);
+  Opened openFile(std::optional<StoreProblem> unreadable);
+  StoreOutcome openAndLoad(bool read_only, Opened& opened);
+  StoreOutcome setAside(const std::string& reason);
+  void openAgain();
+
   // These hold commit_mutex_, which is taken before memory_mutex_.
   void openReadOnly();
-  StoreOpening openWritable(Attempt attempt);
-  Opened lockAndOpen();
-  Opened openFile();
-  StoreOutcome openAndLoad(bool read_only);
-  StoreOutcome setAside(const std::string& reason);
-  bool reopen();
+  StoreOpening openFirst();
+  void opened(Opened& opened, Attempt attempt);
+  void adopt(Opened& opened);
+  void adoptReopened();
+  bool knewAll() const { return loaded_once_ && !was_locked_out_; }
   void takeOver(std::vector<StoredProperty>& loaded);
   void takeOverRecord();
+  void giveUpFile(StoreProblem problem);
   void forgetStored();
-  StoreOutcome startAfresh(const std::string& reason);
   bool anythingDirty() const;
   bool commit();
   StoreOutcome applyPending();
   void plan();
   bool planOne(Pending& pending);
+  void planRows(Pending& pending);
   void setStored();
   void tellRefused();
+  void tellLeftOut();
   void tellDamaged();
   void tellCannotOpen(const StoreProblem& problem);
   void tellLockedOut(const StoreProblem& problem);
@@ -182,7 +211,11 @@ class SqliteStore : public MachineStore {
   void flush(StoreFlusher::Urgency urgency);
   StoreOutcome flushLog(StoreFlusher::Urgency urgency, uint64_t& generation);
   StoreOutcome renewKeeper(uint64_t generation);
-  StoreOutcome restartLog(uint64_t generation);
+  StoreOutcome restartLog(StoreFlusher::Urgency urgency, uint64_t generation);
+  StoreOutcome writeBack();
+  StoreOutcome restartWhileHeld(StoreFlusher::Urgency urgency, bool& is_over);
+  StoreOutcome holdLog();
+  StoreOutcome shortenLog(uint64_t generation);
   bool isToBeTriedAgainUntold(const StoreOutcome& failed);
   void tellFlushed(const StoreOutcome& failed);
 
@@ -196,7 +229,8 @@ class SqliteStore : public MachineStore {
   std::vector<Property*> dirty_;
   uint64_t writes_ = 0;  ///< counts them
 
-  std::atomic<uint64_t> kept_writes_{0};  ///< so many of writes_ are in the file
+  std::atomic<uint64_t> kept_writes_{0};    ///< so many of writes_ are in the file
+  std::atomic<uint64_t> refused_up_to_{0};  ///< among these was the latest that no store can keep
   std::mutex round_mutex_;
   std::condition_variable round_ended_;
   bool is_round_running_ = false;
@@ -205,8 +239,10 @@ class SqliteStore : public MachineStore {
   std::vector<std::string> waiting_lines_;
 
   kit::Mutex commit_mutex_;
-  StoreLock lock_;
+  StoreLock lock_;                           ///< belongs to what opens the file
   std::unique_ptr<StoreDatabase> database_;  ///< null: in memory
+  std::optional<Opened> reopened_;           ///< waits for the next commit, where readers see what it brings to light
+  std::optional<StoreProblem> given_up_;     ///< why the file that was in use is to be set aside
   bool may_reopen_ = false;                  ///< in memory for now, not for good
   bool loaded_once_ = false;                 ///< memory holds all that the file held
   bool was_locked_out_ = false;              ///< another process had it meanwhile; its lists are kept, too
@@ -218,14 +254,17 @@ class SqliteStore : public MachineStore {
   uint64_t pending_writes_ = 0;     ///< writes_, when pending_ was gathered
   std::vector<Property*> refused_;  ///< of the latest plan: what no store can keep
   StoreChanges changes_;
+  bool left_out_untold_ = false;
   bool write_trouble_told_ = false;
   bool lock_trouble_told_ = false;
   bool sync_trouble_told_ = false;
 
   std::unique_ptr<StoreLogKeeper> keeper_;  ///< the flusher's alone
   uint64_t keeper_generation_ = 0;
-  bool is_checked_ = false;  ///< the file that it keeps
-  int busy_flushes_ = 0;     ///< in a row; the flusher's alone
+  bool is_checked_ = false;    ///< the file that it keeps
+  int busy_flushes_ = 0;       ///< in a row; the flusher's alone
+  int written_back_ = 0;       ///< frames of the log; the flusher's alone
+  bool is_disk_quick_ = true;  ///< by the latest write-back that had something to write; the flusher's alone
 
   std::unique_ptr<StoreFlusher> flusher_;  ///< null: read only, or in use by another
 };

@@ -159,8 +159,7 @@ StoreOutcome StoreDatabase::makeTables() {
 // committing connection stays at NORMAL, and the background thread sees to it that it never is the one to begin the
 // log anew.
 StoreOutcome StoreDatabase::prepareAll() {
-  static_assert(kLogKeptBytes == 4194304, "the text names it");
-  if (StoreOutcome failed = connection_.execute("PRAGMA synchronous=NORMAL;PRAGMA journal_size_limit=4194304"))
+  if (StoreOutcome failed = connection_.execute("PRAGMA synchronous=NORMAL"))
     return failed;
   const std::pair<const char*, Statement*> all[] = {
       {"BEGIN IMMEDIATE", &begin_},
@@ -371,6 +370,8 @@ StoreOutcome StoreLogKeeper::open(const StorePlace& place, std::unique_ptr<Store
   int64_t tables = 0;
   if (StoreOutcome failed = keeper->connection_.number("SELECT count(*) FROM sqlite_schema", tables))
     return failed;
+  if (StoreOutcome failed = Connection::open(place.path(), place.vfs, keeper->reader_))
+    return failed;
   out = std::move(keeper);
   return std::nullopt;
 }
@@ -386,15 +387,48 @@ StoreOutcome StoreLogKeeper::check() {
   return std::nullopt;
 }
 
-StoreOutcome StoreLogKeeper::syncLog() {
+sqlite3_file* StoreLogKeeper::log() const {
   sqlite3_file* log = nullptr;
   sqlite3_file_control(connection_.handle(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
-  if (log == nullptr || log->pMethods == nullptr)
-    return StoreProblem{StoreProblem::Kind::kUnavailable, "its log is not open"};
-  const int code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL);
+  return log == nullptr || log->pMethods == nullptr ? nullptr : log;
+}
+
+StoreOutcome StoreLogKeeper::cutLog(int64_t used, bool& is_short) {
+  is_short = true;
+  sqlite3_file* const file = log();
+  sqlite3_int64 bytes = 0;
+  if (file == nullptr || file->pMethods->xFileSize(file, &bytes) != SQLITE_OK)
+    return std::nullopt;
+  // The log's header stands before its frames.
+  const int64_t needed = std::max(kLogKeptBytes, used + kFrameBytes);
+  if (bytes <= needed)
+    return std::nullopt;
+  const int64_t left = std::max(needed, int64_t{bytes} - kLogCutBytes);
+  is_short = left == needed;
+  const int code = file->pMethods->xTruncate(file, left);
   if (code != SQLITE_OK)
     return StoreProblem{problemKindOf(code), sqlite3_errstr(code)};
   return std::nullopt;
+}
+
+StoreOutcome StoreLogKeeper::syncLog() {
+  sqlite3_file* const file = log();
+  if (file == nullptr)
+    return StoreProblem{StoreProblem::Kind::kUnavailable, "its log is not open"};
+  const int code = file->pMethods->xSync(file, SQLITE_SYNC_NORMAL);
+  if (code != SQLITE_OK)
+    return StoreProblem{problemKindOf(code), sqlite3_errstr(code)};
+  return std::nullopt;
+}
+
+StoreOutcome StoreLogKeeper::hold() {
+  letGo();
+  return reader_.execute("BEGIN;SELECT count(*) FROM sqlite_schema");
+}
+
+void StoreLogKeeper::letGo() {
+  if (sqlite3_get_autocommit(reader_.handle()) == 0)
+    reader_.execute("COMMIT");
 }
 
 StoreOutcome StoreLogKeeper::writeBack(int& frames) {

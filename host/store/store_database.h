@@ -1,4 +1,4 @@
-// The store's file: its tables, its versions, and the two connections to it, one that commits and one that syncs.
+// The store's file: its tables, its versions, and the connections to it, one that commits and those that sync.
 #pragma once
 
 #include <cstdint>
@@ -14,6 +14,8 @@
 #include "host/store/store_files.h"
 #include "kit/value.h"
 
+struct sqlite3_file;
+
 namespace morvik::host {
 
 /// Of the file's layout. A file of a later version is never touched.
@@ -25,6 +27,8 @@ inline constexpr int64_t kMaxPropertyId = (int64_t{1} << 22) - 1;
 
 /// The log's file is cut to this length when a log that was longer is begun anew.
 inline constexpr int64_t kLogKeptBytes = int64_t{4} << 20;
+/// So much at a time: it takes some milliseconds.
+inline constexpr int64_t kLogCutBytes = int64_t{16} << 20;
 
 /// A property as it was found in the file.
 struct StoredProperty {
@@ -126,7 +130,7 @@ class StoreDatabase {
   bool fresh_ = false;
 };
 
-/// The connection that syncs and writes the log back into the file, on the background thread, while the other one goes
+/// The connections that sync and write the log back into the file, on the background thread, while the other one goes
 /// on committing.
 class StoreLogKeeper {
  public:
@@ -136,12 +140,22 @@ class StoreLogKeeper {
   StoreOutcome check();
   /// Waits until all commits made before the call are on the disk.
   StoreOutcome syncLog();
-  /// Syncs the log, writes it back as far as it is now, syncs the file. `frames` is how far, counted from the log's
-  /// begin.
+  /// From here on until letGo() nobody can begin the log anew: a commit that finds all of it written back would do so
+  /// by itself, and wait for a sync. What is committed by now can be written back; what comes later, after the next
+  /// hold(). Beside no commit, and only while something is left to write back.
+  StoreOutcome hold();
+  void letGo();
+  /// Cuts some of the log's file off that lies behind its first `used` bytes, if it is longer than it needs to be.
+  /// Beside no commit. `is_short`: nothing is left to cut.
+  StoreOutcome cutLog(int64_t used, bool& is_short);
+  /// Syncs the log, writes it back as far as it may, syncs the file. `frames` is how far, counted from the log's begin.
   StoreOutcome writeBack(int& frames);
 
  private:
+  sqlite3_file* log() const;
+
   Connection connection_;
+  Connection reader_;  ///< in a transaction while it holds
 };
 
 }  // namespace morvik::host

@@ -29,6 +29,8 @@ class StoreFlusher {
   virtual void flushNow(Urgency urgency) = 0;
   /// Blocks until a flush that started after the call has ended. Not from within a flush.
   virtual void flushAndWait(Urgency urgency) = 0;
+  /// By which a flush measures how long the disk takes.
+  virtual std::chrono::steady_clock::time_point now() const { return std::chrono::steady_clock::now(); }
   /// Lets a flush that runs end; requests that wait are dropped, later ones do nothing.
   virtual void stop() = 0;
 };

@@ -36,7 +36,9 @@ struct TakeOverTable {
   TakeOver ruleOf(const std::string& name, const kit::Value& in_file) const;
 };
 
-/// What a property becomes that both the file has and this process has set. Not for kRecord.
-kit::Value takenOver(TakeOver rule, const kit::Value& in_file, const kit::Value& in_process);
+/// What a property becomes that both the file has and this process has set. Not for kRecord. `lost` is what this
+/// process knows to have lain in the file once, absent for nothing: what both sides have of that counts once, an
+/// element that the file has still as well as the count that both went on from.
+kit::Value takenOver(TakeOver rule, const kit::Value& in_file, const kit::Value& in_process, const kit::Value& lost);
 
 }  // namespace morvik::host

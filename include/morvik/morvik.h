@@ -18,10 +18,10 @@
 // returns, the record outlives the process, in both modes of the main queue. Everything else takes place on one serial
 // main queue, on a thread of the kit's own or pumped from the app's loop (HostOptions::main_queue): called on the main
 // queue (from a callback, from perform(), or, pumped, on the thread that pumps) it is done when it returns; called from
-// any other thread it is posted, in order, and returns before it is done. Nothing here waits for the network or for a
-// disk sync; nothing throws. Where the process has no memory left an operation does nothing and says so in the log; one
-// that answers says it too (Recorded::kRefusedNoMemory, FlushReason::kOutOfMemory, an empty Ledger or Status). In a
-// forked child of the process every operation does nothing.
+// any other thread it is posted, in order, and returns before it is done. Nothing here waits for the network, nor for
+// the disk but as addActivity() says; nothing throws. Where the process has no memory left an operation does nothing
+// and says so in the log; one that answers says it too (Recorded::kRefusedNoMemory, FlushReason::kOutOfMemory, an empty
+// Ledger or Status). In a forked child of the process every operation does nothing.
 #pragma once
 
 #include <chrono>
@@ -105,7 +105,8 @@ class MorvikCore {
   /// Stops, as stop() does; within a callback it commits, sends and calls nothing more, and keeps its memory.
   virtual ~MorvikCore() = default;
 
-  /// The app came to the foreground: a session starts. To be told each time, the first time included.
+  /// The app came to the foreground: a session starts. To be told each time, the first time included. Where the store
+  /// could not be opened at the start, the first session starts up to two seconds after the start, on its own.
   virtual void applicationDidBecomeActive() = 0;
   /// The app left the foreground: the session ends, and what is pending is sent within the next seconds; the main queue
   /// should go on running that long.
@@ -113,12 +114,12 @@ class MorvikCore {
 
   /// Records an event of the app: a group, a name within it, and a parameter if there is one (morvik::Params makes a
   /// structured one). Texts are UTF-8; bytes that are not are replaced (U+FFFD), with a line in the log. The time is
-  /// that of the call. On the calling thread; waits for no disk sync and for one commit of another thread at most, some
-  /// microseconds, however many are stored. Refused, with a line in the log at level 3: once the user asked to be
-  /// forgotten, without group or name, over kMaxEventBytes together. Refused by a kit that does not run, too: once its
-  /// end has begun, with one line for all of them if the log is still open, and in a forked child. The ledger counts
-  /// what is refused, but for a forked child, which has none; what comes after stop() has returned is counted in memory
-  /// alone, and the next start does not know of it.
+  /// that of the call. On the calling thread, in microseconds, however many are stored. Waits for what others commit,
+  /// and for the disk at a session's end or where it syncs within some ms (docs/performance.md). Refused, with a line
+  /// at level 3: once the user asked to be forgotten, without group or name, over kMaxEventBytes together.
+  /// Refused by a kit that does not run, too: once its end has begun, with one line for all of them if the log is still
+  /// open, and in a forked child. The ledger counts what is refused, but for a forked child, which has none; what comes
+  /// after stop() has returned is counted in memory alone, and the next start does not know of it.
   virtual Recorded addActivity(std::string_view group, std::string_view name,
                                std::optional<std::string_view> param = std::nullopt) = 0;
 

@@ -12,6 +12,8 @@
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
 #include "host/handed_over.h"
+#include "host/life/start_hold.h"
+#include "host/store/commit_retry.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
@@ -44,7 +46,25 @@ class LateDevice : public ::testing::Test {
   static bool isReadOfStore(const DiskCall& call) {
     return call.kind == DiskCall::Kind::kRead && !call.path.ends_with(".wish");
   }
-  void showDisk() { disk_.decide({}); }
+  /// The store's own thread opens the file; what it holds is seen with the next commit.
+  void showDisk() {
+    disk_.decide({});
+    phone_->properties().synchronize();
+    machine_.loop.advance(1);
+  }
+  void liveASession() {
+    phone_->applicationDidBecomeActive();
+    machine_.loop.advance(70);
+    phone_->applicationDidEnterBackground();
+    machine_.loop.advance(70);
+  }
+  /// That wait in the store.
+  size_t sessionStarts() const {
+    size_t starts = 0;
+    for (const kit::Value& activity : phone_->properties().fendoActivityInfos().array())
+      starts += activity["activityName"].string() == "start" ? 1U : 0U;
+    return starts;
+  }
   void reportTheInstall() {
     phone_->thirdPartyConversion();
     machine_.loop.advance(1);
@@ -118,17 +138,14 @@ TEST_F(LateDevice, IsTheOneThatTheFileKnowsInTheVeryTurnInWhichItIsRead) {
 
 TEST_F(LateDevice, KeepsItsUserNumberAndCountsItsLaunchesOn) {
   start();
-  for (int session = 0; session < 2; ++session) {
-    phone_->applicationDidBecomeActive();
-    machine_.loop.advance(70);
-    phone_->applicationDidEnterBackground();
-    machine_.loop.advance(70);
-  }
+  for (int session = 0; session < 2; ++session)
+    liveASession();
   const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
   ASSERT_NE(user, -1);
   const int64_t launches = phone_->properties().integerForKey("com.morvik.core.appLaunchCount");
   ASSERT_EQ(launches, 2);
   restartInTheDark();
+  machine_.loop.advance(host::kStartHoldSeconds);
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(1);
   EXPECT_NE(phone_->properties().fendoUserInfo_fendoUserNo(), user) << "the service takes it for another install";
@@ -140,6 +157,53 @@ TEST_F(LateDevice, KeepsItsUserNumberAndCountsItsLaunchesOn) {
   EXPECT_EQ(phone_->properties().integerForKey("com.morvik.core.appLaunchCount"), launches + 1);
 }
 
+TEST_F(LateDevice, StartsNoSessionAsAnotherOneWhileItsFileMayComeToLight) {
+  start();
+  liveASession();
+  const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
+  ASSERT_NE(user, -1);
+  restartInTheDark();
+  const size_t requests = service_.requests().size();
+  phone_->applicationDidBecomeActive();
+  EXPECT_EQ(phone_->thirdPartyConversion(), Recorded::kKeptInMemory);
+  machine_.loop.advance(host::kStartHoldSeconds / 2);
+  EXPECT_EQ(service_.requests().size(), requests);
+  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kKeptInMemory) << "that waits for nothing";
+  disk_.decide({});
+  machine_.loop.advance(2 * host::kStartHoldTrySeconds + 1);
+  EXPECT_GT(service_.requests().size(), requests);
+  EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
+  EXPECT_EQ(service_.installs(), 1U);
+}
+
+TEST_F(LateDevice, StartsItsSessionAsAnotherOneWhenItsFileStaysInTheDark) {
+  start();
+  liveASession();
+  restartInTheDark();
+  phone_->applicationDidBecomeActive();
+  phone_->applicationDidBecomeActive();
+  EXPECT_EQ(phone_->thirdPartyConversion(), Recorded::kKeptInMemory);
+  machine_.loop.advance(host::kStartHoldSeconds - host::kStartHoldTrySeconds);
+  EXPECT_EQ(sessionStarts(), 0U);
+  machine_.loop.advance(host::kStartHoldTrySeconds + 1);
+  EXPECT_EQ(service_.installs(), 2U);
+  EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 0U);
+}
+
+TEST_F(LateDevice, StartsTheSessionThatWaitsForItsFileBeforeItEndsIt) {
+  start();
+  liveASession();
+  restartInTheDark();
+  phone_->setSendingEnabled(false);
+  phone_->applicationDidBecomeActive();
+  machine_.loop.advance(host::kStartHoldSeconds / 2);
+  EXPECT_EQ(sessionStarts(), 0U);
+  phone_->applicationDidEnterBackground();
+  machine_.loop.advance(host::kStartHoldSeconds);
+  EXPECT_EQ(sessionStarts(), 1U);
+  EXPECT_FALSE(phone_->status().is_session_open);
+}
+
 TEST_F(LateDevice, HandlesOnceWhatItsFileAndItsOwnProcessWereHandedOver) {
   start();
   phone_->setSendingEnabled(false);
@@ -147,7 +211,7 @@ TEST_F(LateDevice, HandlesOnceWhatItsFileAndItsOwnProcessWereHandedOver) {
   machine_.loop.runUntilIdle();
   restartInTheDark();
   EXPECT_EQ(phone_->setReferralUrlForFacebook("https://f.example/?ck=13"), Recorded::kKeptInMemory);
-  machine_.loop.advance(1);
+  machine_.loop.advance(host::kStartHoldSeconds + 1);
   EXPECT_THAT(handledUrls(), ElementsAre(13));
   showDisk();
   phone_->addActivity("shop", "look", std::nullopt);
@@ -164,7 +228,7 @@ TEST_F(LateDevice, HandlesEachUrlOnceWhenItsFileComesToLightWhileOneIsHandled) {
   std::vector<std::string> opened;
   app_.modules["FendoLib"].resetRetainedConversionCache = [&](const std::map<std::string, std::string>& query) {
     opened.push_back(query.at("ck"));
-    showDisk();
+    disk_.decide({});
     phone_->properties().synchronize();
   };
   start();
@@ -173,7 +237,7 @@ TEST_F(LateDevice, HandlesEachUrlOnceWhenItsFileComesToLightWhileOneIsHandled) {
   machine_.loop.runUntilIdle();
   restartInTheDark();
   EXPECT_EQ(phone_->passOpenURL("app://x?ck=13"), Recorded::kKeptInMemory);
-  machine_.loop.advance(1);
+  machine_.loop.advance(1 + host::kCommitRetrySeconds);
   EXPECT_THAT(opened, ElementsAre("13", "12"));
   EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 0U);
   machine_.kill(std::move(phone_));
@@ -239,6 +303,7 @@ TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhereThereIsNoRoomForAnother) {
     return isReadOfStore(call) && ++reads <= kReadsOfTheFirstTry ? SQLITE_IOERR_READ : SQLITE_OK;
   });
   start();
+  machine_.loop.advance(1 + host::kCommitRetrySeconds);
   EXPECT_THAT(reports(), ElementsAre("fendo of the file"));
   showDisk();
   phone_->addActivity("shop", "look", std::nullopt);

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "host/life/start_hold.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
 
@@ -634,7 +635,12 @@ class LateStore : public ::testing::Test {
     });
     restart();
   }
-  void showDisk() { disk.decide({}); }
+  /// The store's own thread opens the file; what it holds is seen with the next commit.
+  void showDisk() {
+    disk.decide({});
+    phone->properties().synchronize();
+    wait(1);
+  }
   void record(const char* name) {
     phone->addActivity("shop", name, std::nullopt);
     machine.loop.runUntilIdle();
@@ -700,6 +706,7 @@ TEST_F(LateStore, IsInTheLedgerWithTheVeryCommitThatTakesItOver) {
     wait(1);
     const uint64_t before = of("commerce clicks").recorded;
     restartInTheDark();
+    wait(host::kStartHoldSeconds);
     phone->passOpenURL("app://open?cid=b");
     wait(1);
     showDisk();

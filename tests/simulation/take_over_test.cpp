@@ -98,7 +98,8 @@ class TakeOverTableTest : public ::testing::Test {
   void comeToLight() {
     disk_.decide({});
     store_->set("anything", true);
-    ASSERT_TRUE(store_->synchronize());
+    store_->flushAndWait();
+    ASSERT_TRUE(store_->isKept());
   }
   void reopen() {
     store_->shutdown();

@@ -10,7 +10,9 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <future>
+#include <latch>
 #include <random>
 #include <set>
 #include <string>
@@ -66,6 +68,35 @@ Value numbers(int from, int to) {
   return Value(std::move(all));
 }
 
+/// Nested one deeper than a store takes.
+Value tooDeep() {
+  Value deep = 1;
+  for (size_t i = 0; i <= kMaxStoredDepth; ++i)
+    deep = Array{deep};
+  return deep;
+}
+
+/// Flushes when a test says so, on its thread, and measures by a clock of the test's.
+class FlusherOnDemand final : public StoreFlusher {
+ public:
+  using Moment = std::chrono::steady_clock::time_point;
+  explicit FlusherOnDemand(Flush run, const Moment* now = nullptr) : run_(std::move(run)), now_(now) {}
+  void flush(Urgency urgency) { run_(urgency); }
+  void flushSoon() override {}
+  void flushNow(Urgency) override {}
+  void flushAndWait(Urgency urgency) override {
+    if (!stopped_)
+      run_(urgency);
+  }
+  Moment now() const override { return now_ == nullptr ? Moment() : *now_; }
+  void stop() override { stopped_ = true; }
+
+ private:
+  const Flush run_;
+  const Moment* const now_;
+  bool stopped_ = false;
+};
+
 /// A store in a folder of its own, and ways to look at and harm its file.
 class SqliteStoreTest : public ::testing::Test {
  protected:
@@ -102,6 +133,12 @@ class SqliteStoreTest : public ::testing::Test {
     store->set("list", numbers(0, count));
     store->set("text", "kept");
     store->flushAndWait();
+  }
+  /// What turns out unreadable in a commit is given up by it, and replaced on the store's own thread.
+  static void commitIntoAFreshFile(SqliteStore& store) {
+    EXPECT_FALSE(store.synchronize());
+    store.flushAndWait();
+    EXPECT_TRUE(store.isKept());
   }
   /// What another process would find if this one died now.
   Value inTheFile(const char* key) {
@@ -387,7 +424,7 @@ TEST_F(SqliteStoreTest, AFileThatHidesARecordFromItsRemovalIsReplacedFromMemory)
     // As a damaged page does that leads a search past a row which a walk over all rows comes by.
     sql("DELETE FROM elements WHERE id=(SELECT id FROM elements ORDER BY id LIMIT 1 OFFSET 7)");
     store->set("list", numbers(10, 12));
-    EXPECT_TRUE(store->synchronize());
+    commitIntoAFreshFile(*store);
     EXPECT_TRUE(std::filesystem::exists(path() + ".unreadable-1"));
     EXPECT_EQ(log_.countContaining("cannot be read (it does not find again what it showed)"), 1u);
   }
@@ -404,7 +441,7 @@ TEST_F(SqliteStoreTest, AFileThatCannotTakeItsDamagedRecordsInIsReplacedFromMemo
     const auto store = open();
     EXPECT_EQ(store->get("list").size(), 19u);
     store->set("text", "newer");
-    EXPECT_TRUE(store->synchronize());
+    commitIntoAFreshFile(*store);
     EXPECT_TRUE(std::filesystem::exists(path() + ".unreadable-1"));
   }
   const auto next = open();
@@ -439,7 +476,7 @@ TEST_F(SqliteStoreTest, AFileThatHidesADamagedRecordIsReplacedFromMemory) {
     vfs.heal();
     sql("DELETE FROM elements WHERE value=x'FF00'");
     store->set("text", "newer");
-    EXPECT_TRUE(store->synchronize());
+    commitIntoAFreshFile(*store);
     EXPECT_TRUE(std::filesystem::exists(path() + ".unreadable-1"));
   }
   EXPECT_EQ(open()->get("list").size(), 19u);
@@ -458,7 +495,7 @@ TEST_F(SqliteStoreTest, AFileWhoseHeaderForbidsToWriteIsReplacedFromMemory) {
     const auto store = open();
     EXPECT_EQ(store->get("list").size(), 20u);
     append(*store, "list", Dictionary{{"id", 20}, {"text", "number 20"}});
-    EXPECT_TRUE(store->synchronize());
+    commitIntoAFreshFile(*store);
     EXPECT_TRUE(std::filesystem::exists(path() + ".unreadable-1"));
     EXPECT_EQ(log_.countContaining("was set aside as"), 1u);
   }
@@ -548,7 +585,7 @@ TEST_F(SqliteStoreTest, AStoreThatCannotBeOpenedLivesInMemoryAndIsStoredLater) {
     EXPECT_EQ(log_.lines().size(), 1u);
     vfs.heal();
     store->set("text", "later");
-    store->synchronize();
+    store->flushAndWait();
     EXPECT_EQ(log_.countContaining("can be written again"), 1u);
   }
   const auto next = open();
@@ -568,7 +605,7 @@ TEST_F(SqliteStoreTest, WhatWasStoredBeforeComesBackWhenTheFileCanBeOpenedAgain)
     EXPECT_EQ(store->get("list").size(), 1u);
     vfs.heal();
     store->set("count", 1);
-    store->synchronize();
+    store->flushAndWait();
     EXPECT_EQ(store->get("list"), numbers(0, 6));
     EXPECT_EQ(store->get("text"), Value("kept"));
   }
@@ -588,16 +625,97 @@ TEST_F(SqliteStoreTest, WhatAnotherOneTookMeanwhileIsTriedAgainAndItsRecordsAreK
   append(*other, "list", numbers(5, 6).array()[0]);
   for (const kit::Value& number : numbers(6, 8).array()) {
     append(*store, "list", number);
-    EXPECT_FALSE(store->synchronize());
+    store->flushAndWait();
     EXPECT_FALSE(store->commitTurn()) << "a later try may keep it";
   }
   EXPECT_EQ(log_.countContaining("was taken while it could not be opened here: it is in use by another kit"), 1u);
   other->shutdown();
+  store->flushAndWait();
   EXPECT_TRUE(store->commitTurn());
   EXPECT_EQ(log_.countContaining("can be written again"), 1u);
   EXPECT_EQ(store->get("list"), numbers(0, 8));
   store->shutdown();
   EXPECT_EQ(open()->get("list"), numbers(0, 8));
+}
+
+/// A store that lost its file in use, and with it the lock, and whose file comes back.
+class SqliteStoreWithALostFile : public SqliteStoreTest {
+ protected:
+  SqliteStoreWithALostFile() {
+    leaveStore(5);
+    open()->set("launches", 3);
+    SqliteStoreOptions options = optionsFor(folder_.path(), vfs_);
+    options.take_over.rows = {{"launches", TakeOver::kAdd}};
+    store_ = std::make_unique<SqliteStore>(options, log_);
+    store_->flushAndWait();
+    vfs_.decide([](const VfsCall& call) {
+      if (call.kind == VfsCall::Kind::kOpen)
+        return SQLITE_CANTOPEN;
+      return call.kind == VfsCall::Kind::kWrite ? SQLITE_CORRUPT : SQLITE_OK;
+    });
+    append(*store_, "list", numbers(5, 6).array()[0]);
+    store_->set("launches", 4);
+    EXPECT_FALSE(store_->synchronize());
+    store_->flushAndWait();
+  }
+  void putTheFileBack() {
+    for (const char* end : {"", "-wal"})
+      std::filesystem::rename(path() + ".unreadable-1" + end, path() + end);
+  }
+  void comeToLight() {
+    vfs_.heal();
+    store_->flushAndWait();
+    EXPECT_TRUE(store_->isKept());
+  }
+
+  FaultyVfs vfs_;
+  std::unique_ptr<SqliteStore> store_;
+};
+
+TEST_F(SqliteStoreWithALostFile, HasOnceWhatBothKnewOfItAndWhatEachAdded) {
+  putTheFileBack();
+  {
+    const auto other = open();
+    ASSERT_EQ(other->get("list"), numbers(0, 5));
+    append(*other, "list", numbers(6, 7).array()[0]);
+    other->set("launches", 5);
+    other->flushAndWait();
+    store_->flushAndWait();
+    EXPECT_EQ(log_.countContaining("it is in use by another kit"), 1U);
+  }
+  comeToLight();
+  MutableArray all(numbers(0, 5));
+  all.append(numbers(6, 7).array()[0]);
+  all.append(numbers(5, 6).array()[0]);
+  EXPECT_EQ(store_->get("list"), Value(std::move(all)));
+  EXPECT_EQ(store_->get("launches"), Value(6));
+  EXPECT_EQ(inTheFile("list"), store_->get("list"));
+}
+
+TEST_F(SqliteStoreWithALostFile, TakesEqualRecordsThatItAddedItselfForRecordsOfTheirOwn) {
+  putTheFileBack();
+  {
+    const auto other = open();
+    store_->flushAndWait();
+  }
+  append(*store_, "list", numbers(0, 1).array()[0]);
+  append(*store_, "list", numbers(0, 1).array()[0]);
+  comeToLight();
+  EXPECT_EQ(store_->get("list").size(), 8U) << "five, one, and two that are like the first";
+  EXPECT_EQ(store_->get("launches"), Value(4));
+}
+
+TEST_F(SqliteStoreWithALostFile, AddsUpWithOneThatBeganAnew) {
+  {
+    const auto other = open();
+    ASSERT_TRUE(other->get("list").isAbsent());
+    append(*other, "list", numbers(6, 7).array()[0]);
+    other->set("launches", 1);
+    store_->flushAndWait();
+  }
+  comeToLight();
+  EXPECT_EQ(store_->get("list").size(), 7U);
+  EXPECT_EQ(store_->get("launches"), Value(5));
 }
 
 TEST_F(SqliteStoreTest, AFolderThatCannotBeMadeIsToldAndTheAppLivesOn) {
@@ -761,6 +879,169 @@ TEST_F(SqliteStoreTest, NoCallerEverSyncs) {
   EXPECT_GT(all.load(), 3);
 }
 
+TEST_F(SqliteStoreTest, NoCallerOpensAFileAgain) {
+  leaveStore(5);
+  FaultyVfs vfs;
+  vfs.failAll(VfsCall::Kind::kRead, SQLITE_BUSY);
+  const auto store = openOn(vfs);
+  ASSERT_EQ(store->opening(), StoreOpening::kUnavailable);
+  std::atomic<bool> is_busy{true};
+  std::atomic<int> mine{0};
+  std::atomic<int> others{0};
+  const std::thread::id me = std::this_thread::get_id();
+  vfs.decide([&](const VfsCall& call) {
+    if (call.kind != VfsCall::Kind::kOpen && call.kind != VfsCall::Kind::kRead)
+      return SQLITE_OK;
+    ++(std::this_thread::get_id() == me ? mine : others);
+    return is_busy && call.kind == VfsCall::Kind::kRead ? SQLITE_BUSY : SQLITE_OK;
+  });
+  for (int number = 5; number < 8; ++number) {
+    append(*store, "list", numbers(number, number + 1).array()[0]);
+    EXPECT_FALSE(store->synchronize());
+    EXPECT_FALSE(store->commitTurn());
+  }
+  store->flushAndWait();
+  EXPECT_GT(others.load(), 0);
+  EXPECT_EQ(mine.load(), 0);
+  is_busy = false;
+  store->flushAndWait();
+  EXPECT_EQ(store->get("list"), numbers(0, 8));
+  EXPECT_EQ(inTheFile("list"), numbers(0, 8));
+}
+
+TEST_F(SqliteStoreTest, CallsGoOnWhileTheFileIsBeingOpenedAgain) {
+  leaveStore(5);
+  FaultyVfs vfs;
+  vfs.failAll(VfsCall::Kind::kRead, SQLITE_IOERR_READ);
+  const auto store = openOn(vfs);
+  ASSERT_EQ(store->opening(), StoreOpening::kUnavailable);
+  std::promise<void> release;
+  const std::shared_future<void> released = release.get_future().share();
+  std::atomic<int> mine{0};
+  const std::thread::id me = std::this_thread::get_id();
+  vfs.decide([&, released](const VfsCall& call) {
+    if (std::this_thread::get_id() == me)
+      ++mine;
+    else if (call.kind == VfsCall::Kind::kRead)
+      released.wait();
+    return SQLITE_OK;
+  });
+  const uint64_t before = vfs.count(VfsCall::Kind::kRead);
+  store->flushNow();
+  vfs.waitForCount(VfsCall::Kind::kRead, before + 1);
+  // The background thread hangs in the opening now; were a call to wait for it, this test would not end.
+  for (int number = 5; number < 8; ++number) {
+    append(*store, "list", numbers(number, number + 1).array()[0]);
+    EXPECT_FALSE(store->synchronize());
+    EXPECT_FALSE(store->isKept());
+  }
+  EXPECT_EQ(mine.load(), 0);
+  release.set_value();
+  store->shutdown();
+  EXPECT_EQ(open()->get("list"), numbers(0, 8));
+}
+
+TEST_F(SqliteStoreTest, WhatIsWrittenAfterAFileWasOpenedAgainJoinsItWithTheNextCommit) {
+  leaveStore(5);
+  FaultyVfs vfs;
+  vfs.failAll(VfsCall::Kind::kRead, SQLITE_IOERR_READ);
+  std::function<void()> flush;
+  SqliteStoreOptions options = optionsFor(folder_.path(), vfs);
+  options.make_flusher = [&flush](StoreFlusher::Flush run, std::chrono::milliseconds) {
+    auto made = std::make_unique<FlusherOnDemand>(std::move(run));
+    flush = [flusher = made.get()] { flusher->flush(StoreFlusher::Urgency::kRoutine); };
+    return made;
+  };
+  SqliteStore store(options, log_);
+  int taken_over = 0;
+  store.setWhenTakenOver([&taken_over] { ++taken_over; });
+  append(store, "list", numbers(5, 6).array()[0]);
+  EXPECT_FALSE(store.synchronize());
+  vfs.heal();
+  flush();
+  EXPECT_EQ(taken_over, 0) << "whoever commits keeps the lists still for it";
+  EXPECT_EQ(store.get("list"), numbers(5, 6));
+  append(store, "list", numbers(6, 7).array()[0]);
+  EXPECT_TRUE(store.commitTurn());
+  EXPECT_EQ(taken_over, 1);
+  EXPECT_EQ(store.get("list"), numbers(0, 7));
+  EXPECT_EQ(inTheFile("list"), numbers(0, 7));
+}
+
+TEST_F(SqliteStoreTest, WhoComesDuringACommitWaitsForItAndForOneMoreAtMost) {
+  constexpr int kWaiting = 3;
+  FaultyVfs vfs;
+  std::latch all_wait(kWaiting);
+  std::atomic<int> waits{0};
+  SqliteStoreOptions options = optionsFor(folder_.path(), vfs);
+  options.when_waiting = [&all_wait, &waits] {
+    if (++waits <= kWaiting)
+      all_wait.count_down();
+  };
+  SqliteStore store(options, log_);
+  store.flushAndWait();
+  std::atomic<int> commits{0};
+  std::promise<void> first_began;
+  vfs.decide([&](const VfsCall& call) {
+    if (call.kind != VfsCall::Kind::kWrite)
+      return SQLITE_OK;
+    if (++commits == 1) {
+      first_began.set_value();
+      all_wait.wait();
+    }
+    return SQLITE_FULL;  // the first write of each commit is its last
+  });
+  const auto record = [&store](const char* key) {
+    store.set(key, 1);
+    EXPECT_FALSE(store.synchronizeUntold());
+  };
+  std::thread first([&record] { record("first"); });
+  first_began.get_future().wait();
+  std::vector<std::thread> waiting;
+  for (const char* key : {"one", "two", "three"})
+    waiting.emplace_back([&record, key] { record(key); });
+  first.join();
+  for (std::thread& thread : waiting)
+    thread.join();
+  EXPECT_EQ(commits.load(), 2) << "the one that was under way, and one that had the writes of all who waited";
+  vfs.heal();
+}
+
+TEST_F(SqliteStoreTest, WhoWaitsForAnothersCommitHearsOfAnElementThatItCouldNotKeep) {
+  FaultyVfs vfs;
+  std::latch both_wait(2);
+  SqliteStoreOptions options = optionsFor(folder_.path(), vfs);
+  options.when_waiting = [&both_wait, waits = std::make_shared<std::atomic<int>>(0)] {
+    if (++*waits <= 2)
+      both_wait.count_down();
+  };
+  SqliteStore store(options, log_);
+  store.flushAndWait();
+  std::promise<void> first_began;
+  vfs.decide([&, has_begun = std::make_shared<std::atomic<bool>>(false)](const VfsCall& call) {
+    if (call.kind == VfsCall::Kind::kWrite && !has_begun->exchange(true)) {
+      first_began.set_value();
+      both_wait.wait();
+    }
+    return SQLITE_OK;
+  });
+  std::thread first([&store] {
+    store.set("first", 1);
+    EXPECT_TRUE(store.synchronizeUntold());
+  });
+  first_began.get_future().wait();
+  std::vector<std::thread> waiting;
+  for (int i = 0; i < 2; ++i) {
+    waiting.emplace_back([&store, i] {
+      store.set("list " + std::to_string(i), Array{tooDeep()});
+      EXPECT_FALSE(store.synchronizeUntold());
+    });
+  }
+  first.join();
+  for (std::thread& thread : waiting)
+    thread.join();
+}
+
 TEST_F(SqliteStoreTest, ACommitIsFlushedByItself) {
   FaultyVfs vfs;
   SqliteStoreOptions options = optionsFor(folder_.path(), vfs);
@@ -840,21 +1121,135 @@ TEST_F(SqliteStoreUnderARestlessWriter, ALogBelowTheHardLimitIsLeftToTheNextFlus
   EXPECT_EQ(open()->get("text").string().size(), 1u << 20);
 }
 
+constexpr int64_t kHardBytes = int64_t{8} << 20;
+
 TEST_F(SqliteStoreUnderARestlessWriter, ALogPastTheHardLimitIsBegunAnewAllTheSame) {
   FaultyVfs vfs;
-  const auto store = openOn(vfs);
+  SqliteStoreOptions options = optionsFor(folder_.path(), vfs);
+  options.log_hard_bytes = kHardBytes;
+  options.make_flusher = [](StoreFlusher::Flush run, std::chrono::milliseconds) {
+    return std::make_unique<FlusherOnDemand>(std::move(run));
+  };
+  const auto store = std::make_unique<SqliteStore>(options, log_);
   store->flushAndWait();
   vfs.failAll(VfsCall::Kind::kSync, SQLITE_IOERR_FSYNC);  // the log cannot be written back while it grows
-  for (int i = 0; i <= kLogHardBytes >> 22; ++i) {
+  for (int i = 0; i <= kHardBytes >> 22; ++i) {
     store->set("text", std::string(4 << 20, static_cast<char>('a' + i)));
     store->synchronize();
   }
   store->flushAndWait();
-  ASSERT_GT(logFileBytes(), static_cast<uint64_t>(kLogHardBytes));
+  ASSERT_GT(logFileBytes(), static_cast<uint64_t>(kHardBytes));
   flushWithWriter(*store, vfs, 1);
   EXPECT_FALSE(nextCommitMakesTheLogLonger(*store));
   store->shutdown();
-  EXPECT_EQ(open()->get("text").string().back(), static_cast<char>('a' + (kLogHardBytes >> 22)));
+  EXPECT_EQ(open()->get("text").string().back(), static_cast<char>('a' + (kHardBytes >> 22)));
+}
+
+/// On a disk of which each sync takes as long as a test says.
+class SqliteStoreOnASlowDisk : public SqliteStoreTest {
+ protected:
+  void openIt(int64_t log_most_bytes = kLogMostBytes) {
+    SqliteStoreOptions options = optionsFor(folder_.path(), vfs_);
+    options.log_hard_bytes = kHardBytes;
+    options.log_most_bytes = log_most_bytes;
+    options.make_flusher = [this](StoreFlusher::Flush run, std::chrono::milliseconds) {
+      auto made = std::make_unique<FlusherOnDemand>(std::move(run), &now_);
+      flusher_ = made.get();
+      return made;
+    };
+    store_ = std::make_unique<SqliteStore>(options, log_);
+    vfs_.decide([this](const VfsCall& call) {
+      if (call.kind != VfsCall::Kind::kSync)
+        return SQLITE_OK;
+      now_ += sync_time_;
+      if (!call.isOfLog() && commits_in_between_-- > 0)
+        commit(1);
+      return SQLITE_OK;
+    });
+    flusher_->flushAndWait(StoreFlusher::Urgency::kSessionEnd);
+  }
+  void commit(size_t bytes) {
+    store_->set("text", std::string(bytes, static_cast<char>('a' + ++commits_ % 26)));
+    EXPECT_TRUE(store_->synchronizeUntold());
+  }
+  /// A log that is begun anew has a header of its own.
+  bool isBegunAnewBy(StoreFlusher::Urgency urgency) {
+    constexpr size_t kHeaderBytes = 32;
+    const std::string before = bytesOf(path() + "-wal").substr(0, kHeaderBytes);
+    flusher_->flush(urgency);
+    return bytesOf(path() + "-wal").substr(0, kHeaderBytes) != before;
+  }
+
+  FaultyVfs vfs_;
+  std::chrono::steady_clock::time_point now_;
+  std::chrono::milliseconds sync_time_{0};
+  std::atomic<int> commits_in_between_{0};
+  int commits_ = 0;
+  FlusherOnDemand* flusher_ = nullptr;
+  std::unique_ptr<SqliteStore> store_;
+};
+
+constexpr auto kLongLog = static_cast<size_t>(kLogRestartBytes) + 100'000;
+
+TEST_F(SqliteStoreOnASlowDisk, HoldsNoCommitOffForASyncWhileASessionIsOpen) {
+  openIt();
+  sync_time_ = kMaxHeldTime;
+  for (int flush = 0; flush < 3; ++flush) {
+    commit(kLongLog);
+    EXPECT_FALSE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine)) << "flush " << flush;
+  }
+  EXPECT_TRUE(isBegunAnewBy(StoreFlusher::Urgency::kSessionEnd));
+}
+
+TEST_F(SqliteStoreOnASlowDisk, LeavesNoLogForACommitToBeginAnewByItself) {
+  openIt();
+  sync_time_ = kMaxHeldTime;
+  commit(kLongLog);
+  flusher_->flush(StoreFlusher::Urgency::kRoutine);
+  const uint64_t syncs = vfs_.count(VfsCall::Kind::kSync);
+  commit(1);
+  EXPECT_EQ(vfs_.count(VfsCall::Kind::kSync), syncs) << "it would be synced, by the caller";
+}
+
+TEST_F(SqliteStoreOnASlowDisk, TakesAFlushThatHasNothingToWriteBackForNoSignOfAQuickOne) {
+  openIt();
+  sync_time_ = kMaxHeldTime;
+  commit(kLongLog);
+  flusher_->flush(StoreFlusher::Urgency::kRoutine);
+  EXPECT_FALSE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+}
+
+TEST_F(SqliteStoreOnASlowDisk, BeginsTheLogAnewOnceTheDiskIsQuickAgain) {
+  openIt();
+  sync_time_ = kMaxHeldTime;
+  commit(kLongLog);
+  EXPECT_FALSE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+  sync_time_ = kMaxHeldTime / 2;
+  commit(1);
+  EXPECT_TRUE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+}
+
+TEST_F(SqliteStoreOnASlowDisk, BeginsALogPastItsGreatestLengthAnewAllTheSame) {
+  openIt(static_cast<int64_t>(2 * kLongLog));
+  sync_time_ = kMaxHeldTime;
+  commit(kLongLog);
+  EXPECT_FALSE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+  commit(kLongLog);
+  EXPECT_TRUE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+  store_->shutdown();
+  EXPECT_EQ(open()->get("text"), store_->get("text"));
+}
+
+TEST_F(SqliteStoreOnASlowDisk, HoldsNoCommitOffForAWriteBackAlthoughCommitsKeepComing) {
+  openIt();
+  sync_time_ = kMaxHeldTime;
+  for (int i = 0; i <= kHardBytes >> 22; ++i)
+    commit(size_t{4} << 20);
+  commits_in_between_ = kCatchUpRounds;
+  EXPECT_FALSE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+  sync_time_ = std::chrono::milliseconds(0);
+  commits_in_between_ = 1;
+  EXPECT_TRUE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine)) << "quick, they may wait";
 }
 
 TEST_F(SqliteStoreTest, TheFileOfTheLogIsShortAgainAfterABurst) {
@@ -1106,34 +1501,110 @@ TEST_F(SqliteStoreTest, AfterShutdownWritesStayInMemoryAndTheStoreIsFree) {
 }
 
 TEST_F(SqliteStoreTest, AValueThatCannotBeStoredIsToldOnceAndHoldsNothingElseUp) {
-  Value deep = 1;
-  for (size_t i = 0; i <= kMaxStoredDepth; ++i)
-    deep = Array{deep};
   {
     const auto store = open();
     store->set("scalar", "before");
-    store->set("list", Array{1});
     store->synchronize();
-    store->set("scalar", Dictionary{{"deep", deep}});
-    append(*store, "list", deep);
+    store->set("scalar", Dictionary{{"deep", tooDeep()}});
     store->set("other", 5);
-    store->synchronize();
-    append(*store, "list", 2);
-    store->synchronize();
-    const std::string rest =
-        "\" cannot be kept beyond this process, since it is nested deeper than 512 or longer than 67108864 bytes: the "
-        "store \"" +
-        path() + "\" keeps the one before it.";
-    EXPECT_EQ(log_.messages(), (std::vector<std::string>{"Morvik host: the value of \"scalar" + rest,
-                                                         "Morvik host: the value of \"list" + rest}));
-    EXPECT_EQ(store->get("list").size(), 3u);
-    store->set("list", Array{3});
-    store->synchronize();
+    EXPECT_FALSE(store->synchronize());
+    store->set("other", 6);
+    EXPECT_TRUE(store->synchronize());
+    EXPECT_EQ(
+        log_.messages(),
+        std::vector<std::string>{"Morvik host: the value of \"scalar\" cannot be kept beyond this process, since it is "
+                                 "nested deeper than 512 or longer than 67108864 bytes: the store \"" +
+                                 path() + "\" keeps the one before it."});
   }
   const auto next = open();
   EXPECT_EQ(next->get("scalar"), Value("before"));
-  EXPECT_EQ(next->get("other"), Value(5));
-  EXPECT_EQ(next->get("list"), Value(Array{3}));
+  EXPECT_EQ(next->get("other"), Value(6));
+}
+
+TEST_F(SqliteStoreTest, AnElementThatCannotBeStoredKeepsNoNeighbourFromTheDisk) {
+  const Value too_long = std::string(kMaxStoredBytes + 1, 'x');
+  {
+    const auto store = open();
+    store->set("list", Array{1, tooDeep(), 2, too_long, 3});
+    EXPECT_FALSE(store->synchronize()) << "not all of it is kept";
+    EXPECT_EQ(inTheFile("list"), Value(Array{1, 2, 3}));
+    EXPECT_EQ(store->get("list").size(), 5U) << "in memory it is there";
+    const std::string line =
+        "Morvik host: an element of the list \"list\" cannot be kept beyond this process, since it is nested deeper than "
+        "512 or longer than 67108864 bytes: the store \"" +
+        path() + "\" keeps everything else of the list.";
+    EXPECT_EQ(log_.messages(), std::vector<std::string>{line});
+    store->append("list", 4);
+    EXPECT_TRUE(store->synchronize());
+    append(*store, "list", 5);
+    EXPECT_TRUE(store->synchronize());
+    EXPECT_EQ(inTheFile("list"), Value(Array{1, 2, 3, 4, 5}));
+    EXPECT_EQ(log_.lines().size(), 1U) << "it is told once";
+    store->append("list", too_long);
+    store->append("list", 6);
+    EXPECT_FALSE(store->synchronize());
+    EXPECT_EQ(inTheFile("list"), Value(Array{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(log_.messages(), (std::vector<std::string>{line, line}));
+  }
+  EXPECT_EQ(open()->get("list"), Value(Array{1, 2, 3, 4, 5, 6}));
+}
+
+TEST_F(SqliteStoreTest, AListGoesOnWhenAnElementThatCannotBeStoredLeavesIt) {
+  {
+    const auto store = open();
+    store->set("list", Array{1, tooDeep(), 2, tooDeep(), 3});
+    store->synchronize();
+    const auto removeAt = [&store](size_t place) {
+      MutableArray list(store->get("list"));
+      list.removeAt(place);
+      store->set("list", Value(std::move(list)));
+      EXPECT_TRUE(store->synchronize());
+    };
+    removeAt(1);
+    EXPECT_EQ(inTheFile("list"), Value(Array{1, 2, 3}));
+    removeAt(1);
+    EXPECT_EQ(inTheFile("list"), Value(Array{1, 3}));
+    removeAt(0);
+    EXPECT_EQ(inTheFile("list"), Value(Array{3}));
+    store->set("list", Array{7, 8});
+    EXPECT_TRUE(store->synchronize());
+    store->set("list", Value());
+    EXPECT_TRUE(store->synchronize());
+    store->set("list", Array{tooDeep(), 9});
+    EXPECT_FALSE(store->synchronize());
+    EXPECT_EQ(inTheFile("list"), Value(Array{9}));
+    EXPECT_FALSE(std::filesystem::exists(path() + ".unreadable-1"));
+  }
+  EXPECT_EQ(open()->get("list"), Value(Array{9}));
+}
+
+TEST_F(SqliteStoreTest, ADyingThreadIsRefusedAnElementThatCannotBeStoredAndItsNeighboursStay) {
+  const auto store = open();
+  EXPECT_TRUE(store->trySetAndSynchronize("reports", Array{"one"}));
+  EXPECT_FALSE(store->trySetAndSynchronize("reports", Array{"one", tooDeep()}));
+  EXPECT_EQ(store->get("reports"), Value(Array{"one"}));
+  EXPECT_TRUE(log_.lines().empty());
+  EXPECT_TRUE(store->trySetAndSynchronize("reports", Array{"one", "two"}));
+  EXPECT_EQ(inTheFile("reports"), Value(Array{"one", "two"}));
+}
+
+TEST_F(SqliteStoreTest, AFullDiskMovesNothingInAListWithAnElementThatCannotBeStored) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->set("list", Array{1, tooDeep(), 2});
+  store->synchronize();
+  vfs.failAll(VfsCall::Kind::kWrite, SQLITE_FULL);
+  MutableArray list(store->get("list"));
+  list.removeAt(0);
+  list.append(tooDeep());
+  list.append(3);
+  store->set("list", Value(std::move(list)));
+  EXPECT_FALSE(store->synchronize());
+  EXPECT_FALSE(store->synchronize());
+  EXPECT_EQ(inTheFile("list"), Value(Array{1, 2}));
+  vfs.heal();
+  EXPECT_FALSE(store->synchronize()) << "one element is kept in memory alone";
+  EXPECT_EQ(inTheFile("list"), Value(Array{2, 3}));
 }
 
 TEST_F(SqliteStoreTest, WhenTheNumbersOfPropertiesAreUsedUpANewOneIsRefused) {

@@ -1,0 +1,43 @@
+#include "host/life/start_hold.h"
+
+#include <utility>
+
+namespace morvik::host {
+
+void StartHold::begin(kit::Block when_over) {
+  if (store_.opening() != StoreOpening::kUnavailable)
+    return;
+  when_over_ = std::move(when_over);
+  is_holding_ = true;
+  tryAgain(kStartHoldSeconds);
+}
+
+void StartHold::whenOver(kit::Block block) {
+  if (is_holding_)
+    waiting_ = std::move(block);
+  else
+    block();
+}
+
+void StartHold::end() {
+  if (!is_holding_.exchange(false))
+    return;
+  when_over_();
+  if (const kit::Block block = std::exchange(waiting_, nullptr))
+    block();
+}
+
+/// The commit of each turn takes over what the try before it has opened.
+void StartHold::tryAgain(double seconds_left) {
+  store_.flushNow();
+  main_loop_.schedule(kStartHoldTrySeconds, [this, seconds_left] {
+    if (!is_holding_)
+      return;
+    if (seconds_left <= kStartHoldTrySeconds)
+      end();
+    else
+      tryAgain(seconds_left - kStartHoldTrySeconds);
+  });
+}
+
+}  // namespace morvik::host
