@@ -960,6 +960,7 @@ StoreOutcome SqliteStore::restartWhileHeld(StoreFlusher::Urgency urgency, bool& 
 /// What is left of a log that was begun anew while it was longer is cut off in pieces: a commit waits for one of them.
 StoreOutcome SqliteStore::shortenLog(uint64_t generation) {
   for (bool is_short = false; !is_short;) {
+    letCommitGoFirst();
     const std::lock_guard lock(commit_mutex_);
     // An earlier process's log has a length that nobody knows before the first commit.
     if (generation != generation_ || database_ == nullptr || database_->framesInLog() == 0)
@@ -968,6 +969,13 @@ StoreOutcome SqliteStore::shortenLog(uint64_t generation) {
       return failed;
   }
   return std::nullopt;
+}
+
+/// The mutex alone may be had by this thread again and again, while a commit waits for it all the time.
+void SqliteStore::letCommitGoFirst() {
+  std::unique_lock lock(round_mutex_);
+  const uint64_t round = round_;
+  round_ended_.wait(lock, [this, round] { return !is_round_running_ || round_ != round; });
 }
 
 void SqliteStore::tellFlushed(const StoreOutcome& failed) {

@@ -216,6 +216,7 @@ class SqliteStore : public MachineStore {
   StoreOutcome restartWhileHeld(StoreFlusher::Urgency urgency, bool& is_over);
   StoreOutcome holdLog();
   StoreOutcome shortenLog(uint64_t generation);
+  void letCommitGoFirst();
   bool isToBeTriedAgainUntold(const StoreOutcome& failed);
   void tellFlushed(const StoreOutcome& failed);
 

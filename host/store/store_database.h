@@ -27,8 +27,8 @@ inline constexpr int64_t kMaxPropertyId = (int64_t{1} << 22) - 1;
 
 /// The log's file is cut to this length when a log that was longer is begun anew.
 inline constexpr int64_t kLogKeptBytes = int64_t{4} << 20;
-/// So much at a time: it takes some milliseconds.
-inline constexpr int64_t kLogCutBytes = int64_t{16} << 20;
+/// So much at a time: it takes a few milliseconds.
+inline constexpr int64_t kLogCutBytes = int64_t{4} << 20;
 
 /// A property as it was found in the file.
 struct StoredProperty {

@@ -1267,6 +1267,46 @@ TEST_F(SqliteStoreTest, TheFileOfTheLogIsShortAgainAfterABurst) {
   EXPECT_EQ(inTheFile("long 11"), Value(std::string(size_t{1} << 20, 'x')));
 }
 
+/// Many, for as many chances that the thread which cuts has the lock again before the commit that waits for it.
+class SqliteStoreWithALongLog : public SqliteStoreTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(SqliteStoreWithALongLog, LetsACommitGoBetweenTwoPiecesThatAreCutOff) {
+  FaultyVfs vfs;
+  std::latch one_commits_and_one_waits(1);
+  SqliteStoreOptions options = optionsFor(folder_.path(), vfs);
+  options.when_waiting = [&one_commits_and_one_waits] { one_commits_and_one_waits.count_down(); };
+  SqliteStore store(options, log_);
+  store.flushAndWait();
+  for (int64_t bytes = 0; bytes <= kLogKeptBytes + 2 * kLogCutBytes; bytes += int64_t{1} << 20) {
+    store.set("long " + std::to_string(bytes), std::string(size_t{1} << 20, 'x'));
+    store.synchronizeUntold();
+  }
+  std::vector<std::thread> threads;
+  std::vector<uint64_t> writes_before_cut;
+  vfs.decide([&](const VfsCall& call) {
+    if (call.kind != VfsCall::Kind::kTruncate || !call.isOfLog())
+      return SQLITE_OK;
+    writes_before_cut.push_back(vfs.count(VfsCall::Kind::kWrite));
+    if (writes_before_cut.size() > 1)
+      return SQLITE_OK;
+    for (const char* key : {"one", "other"}) {
+      threads.emplace_back([&store, key] {
+        store.set(key, 1);
+        EXPECT_TRUE(store.synchronizeUntold());
+      });
+    }
+    one_commits_and_one_waits.wait();
+    return SQLITE_OK;
+  });
+  store.flushAndWait();
+  for (std::thread& thread : threads)
+    thread.join();
+  vfs.heal();
+  ASSERT_GE(writes_before_cut.size(), 2U);
+  EXPECT_GT(writes_before_cut[1], writes_before_cut[0]);
+}
+INSTANTIATE_TEST_SUITE_P(Again, SqliteStoreWithALongLog, ::testing::Range(0, 8));
+
 TEST_F(SqliteStoreTest, AnySequenceOfChangesIsFoundAgain) {
   std::mt19937 random(11);
   int next = 0;
