@@ -158,8 +158,9 @@ StoreOutcome Connection::number(const char* sql, int64_t& out) {
 
 StoreProblem Connection::problem() const {
   const int code = sqlite3_extended_errcode(handle_.get());
-  // Of a file that we may write: its header says that we do not know how.
-  const bool is_unwritable = code == SQLITE_READONLY && may_write_;
+  // Of a file that we may write: its header says that we do not know how. Where that says nothing, it is the system
+  // that does not let us write any more.
+  const bool is_unwritable = code == SQLITE_READONLY && may_write_ && sqlite3_db_readonly(handle_.get(), "main") == 1;
   return {is_unwritable ? StoreProblem::Kind::kUnreadable : problemKindOf(code), sqlite3_errmsg(handle_.get())};
 }
 

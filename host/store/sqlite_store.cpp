@@ -364,7 +364,9 @@ void SqliteStore::opened(Opened& opened, Attempt attempt) {
   const bool is_locked_out = opened.state == StoreOpening::kLocked && attempt == Attempt::kLater;
   const bool is_late = attempt == Attempt::kLater && opened.database != nullptr && !knewAll();
   may_reopen_ = opened.state == StoreOpening::kUnavailable || is_locked_out || is_late;
-  if (opened.database == nullptr)
+  if (opened.unreadable && knewAll())
+    given_up_ = std::move(opened.unreadable);  // memory is ahead of the file: nobody reads it again, here or elsewhere
+  else if (opened.database == nullptr)
     lock_.release();
   switch (opened.state) {
     case StoreOpening::kUnavailable:
@@ -461,13 +463,26 @@ SqliteStore::Opened SqliteStore::openFile(std::optional<StoreProblem> unreadable
     return {StoreOpening::kNewerVersion, *failed};
   if (failed->leavesTheFileGood())
     return {StoreOpening::kUnavailable, *failed};
-  failed = setAside(failed->message);
-  if (!failed)
-    failed = makeStoreFile(options_.place);
+  return openInPlaceOf(*std::move(failed));
+}
+
+/// Where no fresh store can be made, the file that cannot be read is still the best that outlives the process.
+SqliteStore::Opened SqliteStore::openInPlaceOf(StoreProblem unreadable) {
+  std::string new_path;
+  if (StoreOutcome failed = setStoreAside(options_.place, new_path))
+    return {StoreOpening::kUnavailable, *failed, nullptr, {}, std::move(unreadable)};
+  Opened opened;
+  StoreOutcome failed = makeStoreFile(options_.place);
   if (!failed)
     failed = openAndLoad(false, opened);
-  if (failed)
-    return {StoreOpening::kUnavailable, *failed};
+  if (failed) {
+    putStoreBack(options_.place, new_path);
+    return {StoreOpening::kUnavailable, *failed, nullptr, {}, std::move(unreadable)};
+  }
+  tell(
+      "Morvik host: the store \"%@\" cannot be read (%@). It was set aside as \"%@\" and a fresh one begins: keep that "
+      "file if its contents matter, delete it if not.",
+      {options_.place.path(), unreadable.message, new_path});
   opened.state = StoreOpening::kSetAside;
   return opened;
 }
@@ -522,17 +537,6 @@ void SqliteStore::takeOverRecord() {
     if (row.rule == TakeOver::kRecord && found != properties_.end())
       found->second->value = found->second->stored;
   }
-}
-
-StoreOutcome SqliteStore::setAside(const std::string& reason) {
-  std::string new_path;
-  if (StoreOutcome failed = setStoreAside(options_.place, new_path))
-    return failed;
-  tell(
-      "Morvik host: the store \"%@\" cannot be read (%@). It was set aside as \"%@\" and a fresh one begins: keep that "
-      "file if its contents matter, delete it if not.",
-      {options_.place.path(), reason, new_path});
-  return std::nullopt;
 }
 
 // The file turned out unreadable while in use. Memory holds all of it, so a fresh file takes that over whole.

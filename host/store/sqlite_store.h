@@ -156,6 +156,7 @@ class SqliteStore : public MachineStore {
     StoreProblem problem = {};
     std::unique_ptr<StoreDatabase> database = nullptr;  ///< null: it could not be opened
     std::vector<StoredProperty> loaded = {};
+    StoreOutcome unreadable = {};  ///< what is wrong with a file that could not be replaced
   };
 
   /// Holds commit_mutex_; once it is let go, tells what there was to tell.
@@ -177,7 +178,7 @@ class SqliteStore : public MachineStore {
   Opened lockAndOpen(std::optional<StoreProblem> unreadable);
   Opened openFile(std::optional<StoreProblem> unreadable);
   StoreOutcome openAndLoad(bool read_only, Opened& opened);
-  StoreOutcome setAside(const std::string& reason);
+  Opened openInPlaceOf(StoreProblem unreadable);
   void openAgain();
 
   // These hold commit_mutex_, which is taken before memory_mutex_.

@@ -462,24 +462,48 @@ StoreOutcome makeStoreFile(const StorePlace& place) {
   return std::nullopt;
 }
 
+namespace {
+
+/// Of a store's files, the one that makes it a store first.
+constexpr std::array<const char*, 4> kStoreEndings{"", "-wal", "-shm", "-journal"};
+
+/// Those that are there; the store's own file last. Stops at the first that fails.
+StoreOutcome moveAll(const StorePlace& place, const std::string& from, const std::string& to) {
+  for (auto ending = kStoreEndings.rbegin(); ending != kStoreEndings.rend(); ++ending) {
+    if (!place.files->exists(from + *ending))
+      continue;
+    if (StoreOutcome failed = place.files->rename(from + *ending, to + *ending))
+      return failed;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
 StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path) {
-  constexpr std::array<const char*, 4> kEndings{"", "-wal", "-shm", "-journal"};
   const std::string path = place.path();
   const auto taken = [&place](const std::string& name) { return place.files->exists(name); };
   for (int number = 1; number <= kMaxSetAside; ++number) {
     new_path = path + ".unreadable-" + std::to_string(number);
-    if (std::any_of(kEndings.begin(), kEndings.end(), [&](const char* ending) { return taken(new_path + ending); }))
+    if (std::any_of(kStoreEndings.begin(), kStoreEndings.end(),
+                    [&](const char* ending) { return taken(new_path + ending); }))
       continue;
     // The file goes last: as long as it has its name, the next start finds it unreadable and finishes this.
-    for (auto ending = kEndings.rbegin(); ending != kEndings.rend(); ++ending) {
-      if (!taken(path + *ending))
-        continue;
-      if (StoreOutcome failed = place.files->rename(path + *ending, new_path + *ending))
-        return failed;
-    }
-    return std::nullopt;
+    StoreOutcome failed = moveAll(place, path, new_path);
+    if (failed)
+      moveAll(place, new_path, path);  // the file without its log would be an older one
+    return failed;
   }
   return StoreProblem::unavailable("every name for a file that is set aside is taken");
+}
+
+// What was made of a fresh store goes first: a log that is not its own would harm the file that comes back.
+StoreOutcome putStoreBack(const StorePlace& place, const std::string& new_path) {
+  for (const char* const ending : kStoreEndings) {
+    if (StoreOutcome failed = place.files->remove(place.path() + ending))
+      return failed;
+  }
+  return moveAll(place, new_path, place.path());
 }
 
 LockResult StoreLock::take(const StorePlace& place, StoreProblem& problem) {

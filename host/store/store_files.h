@@ -96,8 +96,11 @@ struct StorePlace {
 StoreOutcome makeStoreFile(const StorePlace& place);
 
 /// Gives the store's file, its log and its index another name that is still free, so that a fresh store can begin.
-/// `new_path` is the file's new path. Nothing is deleted, nothing is overwritten.
+/// `new_path` is the file's new path. Nothing is deleted, nothing is overwritten. All of them or, where that fails and
+/// can be undone, none.
 StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path);
+/// Undoes that, with the path that it gave, where no fresh store could be made: what there is of one is deleted.
+StoreOutcome putStoreBack(const StorePlace& place, const std::string& new_path);
 
 /// Held by the one store object that uses a store. Let go when this object, or the process that took it, goes: a child
 /// that was forked meanwhile does not have it.

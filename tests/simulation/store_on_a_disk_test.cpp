@@ -82,6 +82,27 @@ TEST_F(StoreOnADisk, OpensOnADiskThatFailsForAMoment) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(StoreOnADisk, KeepsFileAndLogTogetherWhenOneOfThemCannotBeSetAside) {
+  open();
+  set("age", 33);
+  die(DiskCut::killed());
+  const std::string file = disk_.place().path();
+  const std::string log = disk_.bytesOf(file + "-wal");
+  disk_.decide([&file](const DiskCall& call) {
+    if (call.kind == DiskCall::Kind::kRead && call.path == file)
+      return SQLITE_CORRUPT;
+    return call.kind == DiskCall::Kind::kRename && call.path == file ? SQLITE_IOERR : SQLITE_OK;
+  });
+  open();
+  EXPECT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+  EXPECT_EQ(disk_.bytesOf(file + "-wal"), log);
+  die(DiskCut::killed());
+  disk_.decide({});
+  open();
+  EXPECT_EQ(store_->opening(), host::StoreOpening::kOpened);
+  EXPECT_EQ(store_->get("age"), kit::Value(33));
+}
+
 TEST_F(StoreOnADisk, KeepsTheListOfAFileThatComesToLightLaterAlthoughOneWasBegunAndLetGoMeanwhile) {
   open();
   set("list", kit::Array{1, 2});

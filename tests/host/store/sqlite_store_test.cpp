@@ -147,6 +147,12 @@ class SqliteStoreTest : public ::testing::Test {
     testing::RecordingLog unused;
     return SqliteStore(options, unused).get(key);
   }
+  void forbidToWriteByTheHeader() {
+    constexpr off_t kWriteVersion = 18;
+    const int file = ::open(path().c_str(), O_WRONLY);
+    ASSERT_EQ(::pwrite(file, "\xFD", 1, kWriteVersion), 1);
+    ::close(file);
+  }
   /// Brings everything into the file itself, so that a test can harm it there.
   void emptyTheLog() { sql("PRAGMA wal_checkpoint(TRUNCATE)"); }
 
@@ -485,12 +491,7 @@ TEST_F(SqliteStoreTest, AFileThatHidesADamagedRecordIsReplacedFromMemory) {
 TEST_F(SqliteStoreTest, AFileWhoseHeaderForbidsToWriteIsReplacedFromMemory) {
   leaveStore(20);
   emptyTheLog();
-  {
-    constexpr off_t kWriteVersion = 18;
-    const int file = ::open(path().c_str(), O_WRONLY);
-    ASSERT_EQ(::pwrite(file, "\xFD", 1, kWriteVersion), 1);
-    ::close(file);
-  }
+  forbidToWriteByTheHeader();
   {
     const auto store = open();
     EXPECT_EQ(store->get("list").size(), 20u);
@@ -503,6 +504,51 @@ TEST_F(SqliteStoreTest, AFileWhoseHeaderForbidsToWriteIsReplacedFromMemory) {
   EXPECT_EQ(next->opening(), StoreOpening::kOpened);
   EXPECT_EQ(next->get("list"), numbers(0, 21));
   EXPECT_EQ(next->get("text"), Value("kept"));
+}
+
+TEST_F(SqliteStoreTest, AFileThatCannotBeReplacedInUseStaysUntilItCanBe) {
+  leaveStore(20);
+  emptyTheLog();
+  forbidToWriteByTheHeader();
+  const std::string before = bytesOf(path());
+  FaultyVfs vfs;
+  auto store = openOn(vfs);
+  append(*store, "list", Dictionary{{"id", 20}, {"text", "number 20"}});
+  vfs.failAll(VfsCall::Kind::kWrite, SQLITE_FULL);
+  for (int flush = 0; flush < 2; ++flush) {
+    store->flushAndWait();
+    EXPECT_EQ(bytesOf(path()), before);
+    EXPECT_EQ(inTheFile("list"), numbers(0, 20));
+    EXPECT_FALSE(std::filesystem::exists(path() + ".unreadable-1"));
+  }
+  EXPECT_EQ(log_.countContaining("cannot be written (attempt to write a readonly database)"), 1U);
+  EXPECT_EQ(log_.countContaining("was set aside as"), 0U);
+  vfs.heal();
+  store->flushAndWait();
+  EXPECT_EQ(bytesOf(path() + ".unreadable-1"), before);
+  EXPECT_EQ(inTheFile("list"), numbers(0, 21));
+  EXPECT_EQ(log_.countContaining("was set aside as"), 1U);
+}
+
+TEST_F(SqliteStoreTest, AFileThatCannotBeReplacedAtAStartStaysUntilItCanBe) {
+  const std::string garbage(3000, 'x');
+  writeBytes(path(), garbage);
+  writeBytes(path() + "-wal", "its log");
+  FaultyVfs vfs;
+  vfs.failAll(VfsCall::Kind::kWrite, SQLITE_FULL);
+  auto store = openOn(vfs);
+  EXPECT_EQ(store->opening(), StoreOpening::kUnavailable);
+  EXPECT_EQ(bytesOf(path()), garbage);
+  EXPECT_EQ(bytesOf(path() + "-wal"), "its log");
+  EXPECT_FALSE(std::filesystem::exists(path() + ".unreadable-1"));
+  store->set("text", "new");
+  EXPECT_FALSE(store->synchronize());
+  vfs.heal();
+  store->flushAndWait();
+  EXPECT_TRUE(store->synchronize());
+  EXPECT_EQ(bytesOf(path() + ".unreadable-1"), garbage);
+  EXPECT_EQ(bytesOf(path() + ".unreadable-1-wal"), "its log");
+  EXPECT_EQ(inTheFile("text"), Value("new"));
 }
 
 // ------------------------------------------------------------------------------------------------------- a refusing
@@ -539,6 +585,27 @@ TEST_F(SqliteStoreTest, AFullDiskIsToldOnceAndEverythingIsStoredWhenThereIsRoomA
   const auto next = open();
   EXPECT_EQ(next->get("list"), numbers(0, 20));
   EXPECT_EQ(next->get("text"), Value("pending"));
+}
+
+TEST_F(SqliteStoreTest, AFileThatMayNotBeWrittenAnyMoreStaysAndTakesEverythingOnceItMayBe) {
+  FaultyVfs vfs;
+  auto store = openOn(vfs);
+  store->set("text", "before");
+  EXPECT_TRUE(store->synchronize());
+  vfs.failAll(VfsCall::Kind::kWrite, SQLITE_READONLY);
+  store->set("text", "meanwhile");
+  EXPECT_FALSE(store->synchronize());
+  store->flushAndWait();
+  EXPECT_EQ(inTheFile("text"), Value("before"));
+  vfs.heal();
+  EXPECT_TRUE(store->synchronize());
+  EXPECT_EQ(inTheFile("text"), Value("meanwhile"));
+  EXPECT_FALSE(std::filesystem::exists(path() + ".unreadable-1"));
+  store->flushAndWait();
+  EXPECT_EQ(log_.countContaining("cannot be written (attempt to write a readonly database)"), 1U);
+  EXPECT_EQ(log_.countContaining("can be written again"), 1U);
+  EXPECT_EQ(log_.countContaining("can be synced to the disk again"), 1U);
+  EXPECT_EQ(log_.countContaining("cannot be read"), 0U);
 }
 
 TEST_F(SqliteStoreTest, AWriteThatFailsAtAnyPointLosesNothingAndLeavesTheFileWhole) {
@@ -648,19 +715,17 @@ class SqliteStoreWithALostFile : public SqliteStoreTest {
     options.take_over.rows = {{"launches", TakeOver::kAdd}};
     store_ = std::make_unique<SqliteStore>(options, log_);
     store_->flushAndWait();
-    vfs_.decide([](const VfsCall& call) {
-      if (call.kind == VfsCall::Kind::kOpen)
-        return SQLITE_CANTOPEN;
-      return call.kind == VfsCall::Kind::kWrite ? SQLITE_CORRUPT : SQLITE_OK;
-    });
+    vfs_.failAll(VfsCall::Kind::kWrite, SQLITE_CORRUPT);
+    std::filesystem::rename(folder_.path(), folder_.path() + ".away");
+    writeBytes(folder_.path(), "no folder");
     append(*store_, "list", numbers(5, 6).array()[0]);
     store_->set("launches", 4);
     EXPECT_FALSE(store_->synchronize());
     store_->flushAndWait();
   }
-  void putTheFileBack() {
-    for (const char* end : {"", "-wal"})
-      std::filesystem::rename(path() + ".unreadable-1" + end, path() + end);
+  void putTheFolderBack() {
+    std::filesystem::remove(folder_.path());
+    std::filesystem::rename(folder_.path() + ".away", folder_.path());
   }
   void comeToLight() {
     vfs_.heal();
@@ -673,7 +738,7 @@ class SqliteStoreWithALostFile : public SqliteStoreTest {
 };
 
 TEST_F(SqliteStoreWithALostFile, HasOnceWhatBothKnewOfItAndWhatEachAdded) {
-  putTheFileBack();
+  putTheFolderBack();
   {
     const auto other = open();
     ASSERT_EQ(other->get("list"), numbers(0, 5));
@@ -693,7 +758,7 @@ TEST_F(SqliteStoreWithALostFile, HasOnceWhatBothKnewOfItAndWhatEachAdded) {
 }
 
 TEST_F(SqliteStoreWithALostFile, TakesEqualRecordsThatItAddedItselfForRecordsOfTheirOwn) {
-  putTheFileBack();
+  putTheFolderBack();
   {
     const auto other = open();
     store_->flushAndWait();
@@ -706,6 +771,9 @@ TEST_F(SqliteStoreWithALostFile, TakesEqualRecordsThatItAddedItselfForRecordsOfT
 }
 
 TEST_F(SqliteStoreWithALostFile, AddsUpWithOneThatBeganAnew) {
+  putTheFolderBack();
+  for (const char* end : {"", "-wal"})
+    std::filesystem::remove(path() + end);
   {
     const auto other = open();
     ASSERT_TRUE(other->get("list").isAbsent());
