@@ -328,14 +328,15 @@ bool Host::eraseLocalData() {
 }
 
 bool Host::erase() {
+  const auto marked = parts_->lines.postFromHere();
   // Past the file of the wish: one that cannot be read is a doubt, and stays where it is.
   const services::MorvikGVUserDefaults stored(*parts_->bare_store, parts_->house_lock);
   const auto wish = [&stored] {
     return KeptWish{stored.MorvikCoreUserInfo_isGDPRForgetMe(), stored.MorvikCoreUserInfo_isGDPRForgetMeServerSynced()};
   };
-  const auto tell = [](const services::Logger& logger, const std::optional<kit::Error>& error) {
+  const auto tell = [this](const std::optional<kit::Error>& error) {
     if (error)
-      MORVIK_LOG(logger, kit::lcl_vError, kEraseOperation, "Morvik host: not all was erased: %@", *error);
+      MORVIK_LOG(parts_->logger, kit::lcl_vError, kEraseOperation, "Morvik host: not all was erased: %@", *error);
     return !error;
   };
   if (const auto error = parts_->eraser->begin(wish())) {
@@ -343,8 +344,7 @@ bool Host::erase() {
     return false;
   }
   bool is_erased = false;
-  // By then a callback that did not come back may keep the log to itself.
-  ending_->stopAndThen([&] { is_erased = tell(parts_->logger.withoutWaiting(), parts_->eraser->finish(wish())); });
+  ending_->stopAndThen([&] { is_erased = tell(parts_->eraser->finish(wish())); });
   return is_erased;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <future>
 #include <optional>
 #include <thread>
 #include <utility>
@@ -260,26 +261,52 @@ void HostEnding::finish(bool is_closed, steady_clock::time_point deadline, Statu
   if (!parts_->life->isOwnProcess())
     return;
   const auto left = static_cast<unsigned long>(parts_->life->closePosted());
-  // A sink that does not come back must not keep this thread as well.
-  const services::Logger logger = is_closed ? parts_->logger : parts_->logger.withoutWaiting();
+  const auto marked = parts_->lines.postFromHere();
   if (left > 0) {
-    MORVIK_LOG(logger, kit::lcl_vError, kStopOperation,
+    MORVIK_LOG(parts_->logger, kit::lcl_vError, kStopOperation,
                "Morvik host: %lu calls that waited for the main queue could not run any more; stop the kit while that "
                "queue runs, and let no callback take long",
                left);
   }
   MorvikCoreLib::withdrawSharedKit(parts_->kit);
-  parts_->observations.hostDidStop(std::move(status), logger);
+  parts_->observations.hostDidStop(std::move(status));
   parts_->facade.setDelegate({});
   if (last)
     last();
-  if (is_closed)
-    parts_->lines.writeAll();
-  else
-    parts_->lines.tryWriteAll();
+  writeLastLines(is_closed, deadline);
   parts_->log_sink->close(deadline);
   parts_->life->end();
   setStage(Stage::kStopped);
+}
+
+/// The app's thread may hold a lock that the sink takes: so another thread writes, and this one waits for it, but not
+/// for a sink that does not come back.
+void HostEnding::writeLastLines(bool is_closed, steady_clock::time_point deadline) {
+  if (!parts_->lines.areWaiting())
+    return;
+  const auto write = [is_closed](HostParts& parts) {
+    if (is_closed)
+      parts.lines.writeAll();
+    else
+      parts.lines.tryWriteAll();
+  };
+  if (!parts_->has_threads)
+    return write(*parts_);
+  const auto written = std::make_shared<std::promise<void>>();
+  auto thread = startThread("morvik-log", [write, parts = parts_.get(), written] {
+    write(*parts);
+    written->set_value();
+  });
+  auto* const writer = std::get_if<std::thread>(&thread);
+  if (writer == nullptr)
+    return parts_->lines.tryWriteAll();
+  const auto give_up = std::max(deadline, steady_clock::now() + kLastLinesTime);
+  if (written->get_future().wait_until(give_up) == std::future_status::ready) {
+    writer->join();
+  } else {
+    keepForGood(parts_);
+    writer->detach();
+  }
 }
 
 void HostEnding::setStage(Stage stage) {

@@ -17,7 +17,9 @@ struct HostParts;
 inline constexpr std::chrono::milliseconds kStopTime{2000};
 /// Of that, what was posted before has so long to run; the rest is for closing.
 inline constexpr std::chrono::milliseconds kDrainTime{1500};
-/// And of that, so long what waits on the background queue.
+/// So long the last lines of the log have at least, beyond kStopTime if that is over.
+inline constexpr std::chrono::milliseconds kLastLinesTime{100};
+/// Of kDrainTime, so long what waits on the background queue.
 inline constexpr std::chrono::milliseconds kBackgroundDrainTime{500};
 
 /// Ends one host, once. Any thread.
@@ -54,6 +56,7 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
   void close(std::chrono::steady_clock::time_point begun, const std::function<void()>& last);
   void finish(bool is_closed, std::chrono::steady_clock::time_point deadline, Status status,
               const std::function<void()>& last = {});
+  void writeLastLines(bool is_closed, std::chrono::steady_clock::time_point deadline);
   void leave();
   void leaveWithoutMemory();
   /// And the parts with it, for good; takes neither memory nor locks.

@@ -99,7 +99,10 @@ void AppLogSink::line(std::string_view text) {
   take(text);
 }
 
+/// In a forked child the app's function may want a lock that some thread held which is not there.
 bool AppLogSink::tryLine(std::string_view text) {
+  if (!process_.isHere())
+    return StderrLogSink().tryLine(text);
   const std::unique_lock hold(mutex_, std::try_to_lock);
   if (!hold.owns_lock())
     return false;

@@ -64,7 +64,8 @@ class FileLogSink final : public HostLogSink {
   kit::Mutex mutex_;
 };
 
-/// The app. One call at a time; what it throws is dropped, for there is no log to write it to.
+/// The app. One call at a time; what it throws is dropped, for there is no log to write it to. Not called in a forked
+/// child: what is to be told there is written to standard error.
 class AppLogSink final : public HostLogSink {
  public:
   using Take = std::function<void(std::string_view line)>;
@@ -75,6 +76,7 @@ class AppLogSink final : public HostLogSink {
 
  private:
   void take(std::string_view text) const;
+  const OwnProcess process_;
   kit::Mutex mutex_;
   const Take take_;
 };

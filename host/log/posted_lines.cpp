@@ -77,6 +77,11 @@ void PostedLines::post() {
   }
 }
 
+bool PostedLines::areWaiting() {
+  const std::scoped_lock hold(mutex_);
+  return !lines_.empty() || left_out_ > 0;
+}
+
 std::optional<std::string> PostedLines::takeOne() {
   const std::scoped_lock hold(mutex_);
   if (lines_.empty())

@@ -38,6 +38,7 @@ class PostedLines final : public kit::LogSink {
   /// At once, and past those that wait.
   bool tryLine(std::string_view text) override { return sink_.tryLine(text); }
 
+  bool areWaiting();
   /// Writes those that wait.
   void writeAll();
   /// The same, but a line that would have to wait for a lock is dropped.

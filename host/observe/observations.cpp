@@ -188,13 +188,13 @@ void Observations::hostDidStart(const std::string& store_folder) {
              "Morvik host: version %@ started on the store folder %@", kVersion, store_folder);
 }
 
-void Observations::hostDidStop(Status status, const services::Logger& logger) {
+void Observations::hostDidStop(Status status) {
   status.is_running = false;
   {
     const std::scoped_lock hold(mutex_);
     at_stop_ = std::move(status);
   }
-  MORVIK_LOG(logger, kit::lcl_vInfo, "-[MorvikCore stop]", "Morvik host: stopped");
+  MORVIK_LOG(parts_.logger, kit::lcl_vInfo, "-[MorvikCore stop]", "Morvik host: stopped");
 }
 
 // ---------------------------------------------------------------------------------------------------- how it stands

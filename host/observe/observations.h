@@ -60,7 +60,7 @@ class Observations {
   void sessionMayHaveChanged();
   void hostDidStart(const std::string& store_folder);
   /// `status`: as it stands then. Once. The line goes to `logger`, which need not wait for the log.
-  void hostDidStop(Status status, const services::Logger& logger);
+  void hostDidStop(Status status);
 
   /// Any thread.
   std::optional<Status::Time> lastSuccess() const;

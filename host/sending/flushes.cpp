@@ -393,6 +393,7 @@ void Flushes::tell(const Flush& flush, const FlushResult& result) const {
 void Flushes::tellNow(const Done& done, FlushReason reason) const {
   if (!done)
     return;
+  const auto marked = parts_.lines.postFromHere();
   const HostLife::Within within = parts_.life.goIntoDone();
   const auto result =
       services::guarded(parts_.logger, kFlushGuard, MORVIK_HERE(kFlush), [&] { return resultNow(reason); });

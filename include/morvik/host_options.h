@@ -170,6 +170,7 @@ struct HostOptions {
   /// Takes the log, a message a call, without a line feed at its end; a message may hold line breaks. Empty: standard
   /// error. On any thread, one call at a time; must not call the kit nor throw. The text is valid during the call.
   /// Lines about what the app records, hands over or posts come from the main queue, after the call that caused them.
+  /// Not called in a forked child, whose one line goes to standard error.
   std::function<void(std::string_view line)> log_sink;
 
   DeviceDescription device;

@@ -1,12 +1,16 @@
 #include "host/log/posted_lines.h"
 
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/resource.h>
 
 #include <chrono>
 #include <csignal>
 #include <memory>
+#include <mutex>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -201,9 +205,10 @@ class LockOfTheApp : public test::OnScratchFolder {
   }
   /// Lines come from the main queue, which the app runs when it holds no lock.
   void pump() const {
+    pollfd ready{.fd = core_->pollDescriptor(), .events = POLLIN, .revents = 0};
     do
       core_->dispatch();
-    while (core_->pollTimeoutMilliseconds() == 0);
+    while (core_->pollTimeoutMilliseconds() == 0 || ::poll(&ready, 1, 0) > 0);
   }
 
   std::unique_ptr<MorvikCore> core_;
@@ -238,6 +243,54 @@ TEST_F(LockOfTheApp, IsNotWantedByAFlushTooMany) {
   });
   pump();
   EXPECT_GT(log.countContaining("a flush was refused"), 0U);
+}
+
+TEST_F(LockOfTheApp, IsNotWantedByWhatIsRefusedWhileTheKitEnds) {
+  core_->perform([this] {
+    std::thread late([this] {
+      EXPECT_EQ(locked([this] { return core_->addActivity("shop", "look"); }), Recorded::kRefusedNotRunning);
+    });
+    late.join();
+  });
+  core_->stop();
+  EXPECT_EQ(log.countContaining("was handed over after the end of the kit had begun"), 1U);
+}
+
+TEST_F(LockOfTheApp, IsNotWantedByAnEndThatACallbackAsksFor) {
+  core_->perform([this] {
+    locked([this] {
+      core_->stop();
+      core_->stop(std::chrono::seconds(1));
+      EXPECT_FALSE(core_->eraseLocalData());
+    });
+  });
+  pump();
+  EXPECT_EQ(log.countContaining("the kit cannot be stopped from within one of its callbacks"), 2U);
+  EXPECT_EQ(log.countContaining("nothing was erased: a callback runs"), 1U);
+}
+
+TEST_F(LockOfTheApp, IsNotWantedByTheThrowingAnswerToAFlush) {
+  core_->addActivity("shop", "look");
+  locked([this] {
+    for (size_t flush = 0; flush < kMaxFlushes + 2; ++flush)
+      core_->flush([](const FlushResult&) { throw std::runtime_error("no room on the screen"); }, test::kGiveUp);
+  });
+  pump();
+  EXPECT_GT(log.countContaining("no room on the screen"), 0U);
+}
+
+TEST_F(LockOfTheApp, KeepsNoStopFromItsEndWhereTheSinkWaitsForIt) {
+  core_->stop();
+  const auto lock = std::make_shared<std::mutex>();
+  options.main_queue = MainQueueMode::kOwnThread;
+  options.log_level = kit::lcl_vInfo;
+  options.log_sink = [lock](std::string_view) { const std::scoped_lock hold(*lock); };
+  for (const bool is_erased : {false, true}) {
+    core_ = start();
+    const std::scoped_lock hold(*lock);
+    const auto took = timeOf([&] { is_erased ? static_cast<void>(core_->eraseLocalData()) : core_->stop(); });
+    EXPECT_LT(took, test::kGiveUp);
+  }
 }
 
 TEST_F(LockOfTheApp, IsNotWantedWhileTheDiskIsFull) {
