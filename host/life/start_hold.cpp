@@ -3,13 +3,18 @@
 #include <utility>
 
 namespace morvik::host {
+namespace {
+
+constexpr int kTries = static_cast<int>(kStartHoldSeconds / kStartHoldTrySeconds);
+
+}  // namespace
 
 void StartHold::begin(kit::Block when_over) {
   if (store_.opening() != StoreOpening::kUnavailable)
     return;
   when_over_ = std::move(when_over);
   is_holding_ = true;
-  tryAgain(kStartHoldSeconds);
+  tryAgain(kTries);
 }
 
 void StartHold::whenOver(kit::Block block) {
@@ -28,16 +33,21 @@ void StartHold::end() {
 }
 
 /// The commit of each turn takes over what the try before it has opened.
-void StartHold::tryAgain(double seconds_left) {
-  store_.flushNow();
-  main_loop_.schedule(kStartHoldTrySeconds, [this, seconds_left] {
-    if (!is_holding_)
-      return;
-    if (seconds_left <= kStartHoldTrySeconds)
-      end();
-    else
-      tryAgain(seconds_left - kStartHoldTrySeconds);
-  });
+void StartHold::tryAgain(int tries_left) {
+  try {
+    store_.flushNow();
+    main_loop_.schedule(kStartHoldTrySeconds, [this, tries_left] {
+      if (!is_holding_)
+        return;
+      if (tries_left == 1)
+        end();
+      else
+        tryAgain(tries_left - 1);
+    });
+  } catch (...) {
+    end();  // no timer would
+    throw;
+  }
 }
 
 }  // namespace morvik::host

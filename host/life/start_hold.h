@@ -35,7 +35,7 @@ class StartHold {
   void end();
 
  private:
-  void tryAgain(double seconds_left);
+  void tryAgain(int tries_left);
 
   MachineStore& store_;
   MachineLoop& main_loop_;
