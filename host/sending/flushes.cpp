@@ -104,6 +104,7 @@ void Flushes::follow(MorvikCoreLib& core) {
   core.setDeliveryObserver({.batchDidEnd = [this](BatchEnd end) { batchDidEnd(end); },
                             .attributionDidEnd = [this] { advance(); },
                             .nextBatchWasDropped = [this] { advance(); }});
+  parts_.sending.setWhenNotResuming([this] { advance(); });
 }
 
 // --------------------------------------------------------------------------------------------------------- from the
@@ -305,6 +306,9 @@ std::optional<FlushReason> Flushes::obstacle() const {
 void Flushes::advance() {
   finishDelivered();
   if (begun().empty() || core_->isBatchUnderWay() || core_->isNextBatchDue())
+    return;
+  // What is asked for when sending is on again, the attribution first of all, is asked for in a turn of its own.
+  if (parts_.sending.isResuming())
     return;
   const auto found = obstacle();
   if (!found)

@@ -46,7 +46,7 @@ class Flushes {
     services::MorvikGVUserDefaults store;
     LedgerBook& ledger;
     const kit::MorvikCoreServicesLib& services;
-    const SendingSwitch& sending;
+    SendingSwitch& sending;
     const kit::MorvikADUtil& util;
     const kit::SharedState& shared_state;
     PostedLines& lines;

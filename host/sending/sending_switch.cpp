@@ -6,6 +6,18 @@
 
 namespace morvik::host {
 
+/// One of the turns that resume, to its end.
+class SendingSwitch::Resuming {
+ public:
+  explicit Resuming(SendingSwitch& of) : of_(of) {}
+  Resuming(const Resuming&) = delete;
+  Resuming& operator=(const Resuming&) = delete;
+  ~Resuming() { --of_.resumes_; }
+
+ private:
+  SendingSwitch& of_;
+};
+
 SendingSwitch::SendingSwitch(Parts parts, bool is_on) : parts_(parts), is_on_(is_on) {
   parts_.services.setIsSendingOff(!is_on);
   parts_.transport.setHeld(!is_on);
@@ -61,14 +73,24 @@ void SendingSwitch::resume() {
       parts_.transport.setHeld(false);
   }
   parts_.main_loop.async([this] {
-    if (parts_.services.isSendingOff())
-      return;
-    if (resumed_)
-      resumed_();
-    const std::scoped_lock hold(mutex_);
-    if (is_on_)
-      hold_(false);
+    {
+      const Resuming resuming(*this);
+      resumeNow();
+    }
+    if (!isResuming() && not_resuming_)
+      not_resuming_();
   });
+  ++resumes_;
+}
+
+void SendingSwitch::resumeNow() {
+  if (parts_.services.isSendingOff())
+    return;
+  if (resumed_)
+    resumed_();
+  const std::scoped_lock hold(mutex_);
+  if (is_on_)
+    hold_(false);
 }
 
 }  // namespace morvik::host

@@ -1,6 +1,7 @@
 // The app's switch: whether the kit may send.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <mutex>
 #include <utility>
@@ -35,17 +36,27 @@ class SendingSwitch {
   /// behind `resumed` when it is on again. Called on any thread, and must neither wait nor call back. To be set before
   /// the first turn.
   void setAlsoHeld(std::function<void(bool held)> hold);
+  /// What runs on the main queue each time isResuming() has become false. To be set before the first turn.
+  void setWhenNotResuming(kit::Block not_resuming) { not_resuming_ = std::move(not_resuming); }
   /// As it was switched last.
   bool isOn() const;
+  /// Sending is on again, and `resumed` has not run to its end: what is asked for then is not under way yet. On the
+  /// main queue.
+  bool isResuming() const { return resumes_ > 0; }
   /// Does not block.
   void set(bool is_on);
 
  private:
+  class Resuming;
+
   void apply();
   void resume();
+  void resumeNow();
 
   const Parts parts_;
   kit::Block resumed_;
+  kit::Block not_resuming_;
+  size_t resumes_ = 0;  ///< turns that wait, and the one that runs; on the main queue
   std::function<void(bool held)> hold_ = [](bool) {};
   mutable std::mutex mutex_;  // guards what follows
   bool is_on_;
