@@ -49,7 +49,7 @@ Recorded tryToKeepNow(HostParts& parts) {
 }  // namespace
 
 Host::Host(std::shared_ptr<HostParts> parts)
-    : parts_(std::move(parts)), ending_(std::make_shared<HostEnding>(parts_)) {}
+    : parts_(std::move(parts)), ending_(std::make_shared<HostEnding>(parts_)), erasing_(std::make_shared<Erasing>()) {}
 
 Host::~Host() {
   ending_->stopOrLeave();
@@ -230,7 +230,8 @@ void Host::flush(std::function<void(const FlushResult&)> done, std::chrono::mill
 }
 
 FlushResult Host::waitUntilDelivered(std::chrono::milliseconds timeout) {
-  return guardedCall("-[MorvikCore waitUntilDelivered:]", [&] { return parts_->flushes.wait(timeout); })
+  const auto parts = parts_;
+  return guardedCall("-[MorvikCore waitUntilDelivered:]", [&] { return parts->flushes.wait(timeout); })
       .value_or(FlushResult{.reason = FlushReason::kOutOfMemory});
 }
 
@@ -267,7 +268,7 @@ int Host::pollTimeoutMilliseconds() const {
 }
 
 void Host::dispatch() {
-  guardedCall("-[MorvikCore dispatch]", [this] { parts_->main_loop->dispatch(); });
+  guardedCall("-[MorvikCore dispatch]", [parts = parts_] { parts->main_loop->dispatch(); });
 }
 
 void Host::stop() {
@@ -296,9 +297,10 @@ Status Host::status() {
 }
 
 void Host::stop(std::chrono::milliseconds drain) {
-  if (!ending_->isWithinCallback())
+  const auto ending = ending_;
+  if (!ending->isWithinCallback())
     waitUntilDelivered(drain);
-  stop();
+  ending->stop();
 }
 
 bool Host::eraseLocalData() {
@@ -310,41 +312,44 @@ bool Host::eraseLocalData() {
     });
     return false;
   }
-  std::unique_lock hold(erasing_mutex_);
-  if (is_erasing_) {
-    erased_.wait(hold, [this] { return !is_erasing_; });
-    return was_erased_;
+  const auto parts = parts_;
+  const auto ending = ending_;
+  const auto erasing = erasing_;
+  std::unique_lock hold(erasing->mutex);
+  if (erasing->is_under_way) {
+    erasing->ended.wait(hold, [&erasing] { return !erasing->is_under_way; });
+    return erasing->was_erased;
   }
-  if (!parts_->life->isRunning())
+  if (!parts->life->isRunning())
     return false;
-  is_erasing_ = true;
+  erasing->is_under_way = true;
   hold.unlock();
-  const bool is_erased = guardedCall(kEraseOperation, [this] { return erase(); }).value_or(false);
+  const bool is_erased = guardedCall(kEraseOperation, [&] { return erase(*parts, *ending); }).value_or(false);
   hold.lock();
-  is_erasing_ = false;
-  was_erased_ = is_erased;
-  erased_.notify_all();
+  erasing->is_under_way = false;
+  erasing->was_erased = is_erased;
+  erasing->ended.notify_all();
   return is_erased;
 }
 
-bool Host::erase() {
-  const auto marked = parts_->lines.postFromHere();
+bool Host::erase(HostParts& parts, HostEnding& ending) {
+  const auto marked = parts.lines.postFromHere();
   // Past the file of the wish: one that cannot be read is a doubt, and stays where it is.
-  const services::MorvikGVUserDefaults stored(*parts_->bare_store, parts_->house_lock);
+  const services::MorvikGVUserDefaults stored(*parts.bare_store, parts.house_lock);
   const auto wish = [&stored] {
     return KeptWish{stored.MorvikCoreUserInfo_isGDPRForgetMe(), stored.MorvikCoreUserInfo_isGDPRForgetMeServerSynced()};
   };
-  const auto tell = [this](const std::optional<kit::Error>& error) {
+  const auto tell = [&parts](const std::optional<kit::Error>& error) {
     if (error)
-      MORVIK_LOG(parts_->logger, kit::lcl_vError, kEraseOperation, "Morvik host: not all was erased: %@", *error);
+      MORVIK_LOG(parts.logger, kit::lcl_vError, kEraseOperation, "Morvik host: not all was erased: %@", *error);
     return !error;
   };
-  if (const auto error = parts_->eraser->begin(wish())) {
-    MORVIK_LOG(parts_->logger, kit::lcl_vError, kEraseOperation, "Morvik host: nothing was erased: %@", *error);
+  if (const auto error = parts.eraser->begin(wish())) {
+    MORVIK_LOG(parts.logger, kit::lcl_vError, kEraseOperation, "Morvik host: nothing was erased: %@", *error);
     return false;
   }
   bool is_erased = false;
-  ending_->stopAndThen([&] { is_erased = tell(parts_->eraser->finish(wish())); });
+  ending.stopAndThen([&] { is_erased = tell(parts.eraser->finish(wish())); });
   return is_erased;
 }
 

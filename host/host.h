@@ -154,15 +154,20 @@ class Host final : public morvik::MorvikCore {
   void callOnMain(const char* operation, kit::Block block);
   void post(const char* operation, kit::Block block);
 
-  bool erase();
+  /// Of eraseLocalData().
+  struct Erasing {
+    std::mutex mutex;  // guards what follows
+    std::condition_variable ended;
+    bool is_under_way = false;
+    bool was_erased = false;
+  };
+  static bool erase(HostParts& parts, HostEnding& ending);
 
+  // An operation that lets callbacks run on its thread shares these: one of them may destroy the host.
   const std::shared_ptr<HostParts> parts_;
   const std::shared_ptr<HostEnding> ending_;
+  const std::shared_ptr<Erasing> erasing_;
   std::atomic<bool> is_not_running_told_{false};
-  std::mutex erasing_mutex_;  // guards what follows
-  std::condition_variable erased_;
-  bool is_erasing_ = false;
-  bool was_erased_ = false;
 };
 
 }  // namespace morvik::host

@@ -172,6 +172,7 @@ bool HostEnding::isWithinCallback() const {
 bool HostEnding::stop() {
   if (!parts_->life->isOwnProcess())
     return true;
+  const auto itself = shared_from_this();  // what runs here may destroy the host
   const auto begun = steady_clock::now();
   if (isWithinCallback()) {
     // Within the sink no second line can be written.
@@ -186,6 +187,7 @@ bool HostEnding::stop() {
 }
 
 void HostEnding::stopAndThen(const std::function<void()>& last) {
+  const auto itself = shared_from_this();
   const auto begun = steady_clock::now();
   if (begin())
     closeGuarded(begun, last);
@@ -339,6 +341,7 @@ void HostEnding::keepItself() {
 void HostEnding::leaveWithoutMemory() {
   keepItself();
   parts_->life->beginToEnd();
+  parts_->flushes.endWaits();
   parts_->shared_state.stop_request.make();
   parts_->main_loop->cease();
   parts_->background->cease();
@@ -358,6 +361,7 @@ void HostEnding::leave() {
   keepForGood(parts_);
   parts_->log_sink->waitUntil(steady_clock::now());
   parts_->life->beginToEnd();
+  parts_->flushes.endWaits();
   parts_->shared_state.stop_request.make();
   parts_->main_loop->cease();
   parts_->background->cease();

@@ -261,18 +261,20 @@ FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
   return resultOf(flush->left(), obstacle().value_or(FlushReason::kTimeout));
 }
 
+void Flushes::endWaits() {
+  const std::scoped_lock hold(mutex_);
+  has_ended_ = true;
+  flushes_.remove_if([](const FlushPointer& flush) {
+    if (!flush->waiter)
+      return false;
+    flush->waiter->tell(resultOf(flush->lastKnownLeft(), FlushReason::kStopped));
+    return true;
+  });
+}
+
 void Flushes::endAll() {
-  std::list<FlushPointer> waiting;
-  {
-    const std::scoped_lock hold(mutex_);
-    has_ended_ = true;
-    waiting = flushes_;
-  }
-  for (const FlushPointer& flush : waiting) {
-    if (flush->waiter && remove(flush))
-      flush->waiter->tell(resultOf(flush->lastKnownLeft(), FlushReason::kStopped));
-  }
-  waiting.remove_if([](const FlushPointer& flush) { return flush->waiter != nullptr; });
+  endWaits();
+  const std::list<FlushPointer> waiting = all();
   if (waiting.empty())
     return;
   parts_.main_loop.runWithin(kEndFlushesSeconds, [this, waiting] {

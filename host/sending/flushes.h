@@ -71,7 +71,9 @@ class Flushes {
   FlushResult wait(std::chrono::milliseconds timeout);
   /// True within a turn of the main queue or a block of the background queue, asked on its thread.
   bool isInsideACallback() const;
-  /// Tells all that wait that the kit is stopped, on the main queue while that still runs turns, and takes no more. Any
+  /// Tells those that wait on a thread that the kit is stopped, and takes no more. Any thread; takes no memory.
+  void endWaits();
+  /// endWaits(), and tells the others so as well, on the main queue while that still runs turns. Any
   /// thread, outside of a turn; waits kEndFlushesSeconds at most. May be called again.
   void endAll();
   /// Tells, on this thread, those that the main queue did not get to. After endAll().
