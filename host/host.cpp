@@ -324,7 +324,8 @@ bool Host::eraseLocalData() {
     return false;
   erasing->is_under_way = true;
   hold.unlock();
-  const bool is_erased = guardedCall(kEraseOperation, [&] { return erase(*parts, *ending); }).value_or(false);
+  bool is_erased = guardedCall(kEraseOperation, [&] { return erase(*parts, *ending); }).value_or(false);
+  is_erased &= parts->life->isOwnProcess();  // in a child that was forked meanwhile it was the parent that erased
   hold.lock();
   erasing->is_under_way = false;
   erasing->was_erased = is_erased;

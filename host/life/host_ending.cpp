@@ -88,6 +88,8 @@ class HostEnding::Closing {
     if (handlers_ == Handlers::kDropped)
       parts.transport->shutdown();
     parts.main_loop->drain(drain_until_);
+    if (!parts.life->isOwnProcess())
+      return;  // on the pumping thread, what ran there forked
     parts.background->drain(std::min(drain_until_, steady_clock::now() + kBackgroundDrainTime));
     parts.main_loop->cease();
     parts.background->cease();
@@ -237,6 +239,8 @@ void HostEnding::close(steady_clock::time_point begun, const std::function<void(
   auto* const closer = std::get_if<std::thread>(&thread);
   if (closer == nullptr || !closer->joinable()) {
     closing->closeQueues();
+    if (!parts_->life->isOwnProcess())
+      return;
     parts_->crash_hook.reset();
     closing->closeStore();
     // Where there are none at all, the main queue has got to each of them, or its process is gone.
@@ -276,6 +280,9 @@ void HostEnding::finish(bool is_closed, steady_clock::time_point deadline, Statu
   if (last)
     last();
   writeLastLines(is_closed, deadline);
+  // Without another thread the app's sink took them on this one, and may have forked.
+  if (!parts_->life->isOwnProcess())
+    return;
   parts_->log_sink->close(deadline);
   parts_->life->end();
   setStage(Stage::kStopped);

@@ -10,12 +10,14 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "host/life/own_process.h"
 #include "host/make_host.h"
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
 #include "tests/support/child.h"
+#include "tests/support/no_threads.h"
 #include "tests/support/on_scratch_folder.h"
 
 namespace {
@@ -128,6 +130,49 @@ TEST_F(Fork, LivesOnWhileItsParentEndsAndStartsAgain) {
   record(*core, 1);
   EXPECT_EQ(stored(), 6U);
   child.end();
+}
+
+/// Where the system gives no thread, what ends the kit runs on the calling one, and the log's last lines too.
+class ForkAtTheEnd : public Fork {
+ protected:
+  ForkAtTheEnd() {
+    options.log_level = 4;
+    options.main_queue = MainQueueMode::kPumped;
+  }
+  /// Erases while the system gives no thread, and answers what the child ends with that was forked meanwhile.
+  int endOfTheChildOfAnErasing(MorvikCore& core) {
+    bool is_erased = false;
+    {
+      const test::NoThreads none;
+      is_erased = core.eraseLocalData();
+    }
+    if (child == 0)
+      ::_exit(is_erased ? 1 : kFine);
+    EXPECT_TRUE(is_erased);
+    EXPECT_NE(child, -1) << "nothing forked";
+    return test::endOf(child);
+  }
+  pid_t child = -1;
+};
+
+TEST_F(ForkAtTheEnd, InTheLastLineTheChildHasErasedNothing) {
+  options.log_sink = [this](std::string_view line) {
+    if (child == -1 && line.find("Morvik host: stopped") != line.npos)
+      child = test::forked();
+  };
+  const auto core = start();
+  record(*core, 1);
+  EXPECT_EQ(endOfTheChildOfAnErasing(*core), kFine);
+}
+
+TEST_F(ForkAtTheEnd, InWhatTheKitCallsMeanwhileTheChildComesBackAtOnce) {
+  const auto delegate = std::make_shared<MorvikCoreDelegate>();
+  delegate->didRefuseEvent = [this](Recorded) { child = test::forked(); };
+  const auto core = start();
+  core->setDelegate(delegate);
+  core->applicationDidBecomeActive();  // the network's thread runs
+  core->perform([&core] { core->addActivity("", "no group"); });
+  EXPECT_EQ(endOfTheChildOfAnErasing(*core), kFine);
 }
 
 TEST_F(Fork, LeavesItsUncaughtExceptionToWhoeverWasThereBeforeTheKit) {

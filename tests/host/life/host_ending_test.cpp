@@ -2,7 +2,6 @@
 #include "host/life/host_ending.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,7 +15,6 @@
 #include <variant>
 #include <vector>
 
-#include "host/loop/thread.h"
 #include "host/machine/system_machine.h"
 #include "host/machine/take_over_table.h"
 #include "host/make_host.h"
@@ -25,6 +23,7 @@
 #include "tests/support/busy_turn.h"
 #include "tests/support/faulty_vfs.h"
 #include "tests/support/full_stderr.h"
+#include "tests/support/no_threads.h"
 #include "tests/support/on_scratch_folder.h"
 
 namespace morvik::host {
@@ -48,24 +47,6 @@ class MachineWithDisk final : public SystemMachine {
 
  private:
   const std::string vfs_;
-};
-
-/// As long as it lives, the system gives no thread: no stack is as large as it is to be.
-class NoThreads {
- public:
-  NoThreads() {
-    pthread_getattr_default_np(&before_);
-    pthread_attr_t none = before_;
-    EXPECT_EQ(pthread_attr_setstacksize(&none, size_t{1} << 48), 0);
-    EXPECT_EQ(pthread_setattr_default_np(&none), 0);
-    EXPECT_TRUE(std::holds_alternative<kit::Error>(startThread("morvik-test", [] {})));
-  }
-  ~NoThreads() { pthread_setattr_default_np(&before_); }
-  NoThreads(const NoThreads&) = delete;
-  NoThreads& operator=(const NoThreads&) = delete;
-
- private:
-  pthread_attr_t before_{};
 };
 
 class HostEndingTest : public test::OnScratchFolder {
@@ -511,7 +492,7 @@ TEST_F(HostEndingTest, TellsAFlushAlsoWhereNoThreadCanBeHadToCloseOn) {
   host->flush([&told](const FlushResult& result) { told.push_back(result.reason); }, kGiveUp);
   // Not on the thread that pumps, so that the main queue does not get to it.
   std::thread([&host] {
-    const NoThreads none;
+    const test::NoThreads none;
     host->stop();
   }).join();
   EXPECT_EQ(told, std::vector<FlushReason>{FlushReason::kStopped});
