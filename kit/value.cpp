@@ -127,7 +127,9 @@ ArrayRep* ArrayRep::becoming(ArrayRep* before, Spine* row_of_chunks, uint32_t se
     before->size = size;
     return before;
   }
-  ArrayRep* after = make(row_of_chunks, segment_count, size);
+  Owned<Spine> row(row_of_chunks);  // memory may run out
+  ArrayRep* const after = make(row.get(), segment_count, size);
+  static_cast<void>(row.release());
   if (before->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
     delete before;
   return after;
@@ -164,25 +166,25 @@ ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
     // Someone else took the slot or might be in the element, or the first small chunk is full: this handle gets a chunk
     // and a row of its own.
     const uint32_t wanted = slot < last.chunk->capacity ? last.chunk->capacity : last.chunk->capacity * 2;
-    Chunk* chunk = Chunk::copyOf(last.chunk, slot, wanted < kChunkCapacity ? wanted : kChunkCapacity);
-    place(chunk, slot, std::move(element));
+    Owned<Chunk> chunk(Chunk::copyOf(last.chunk, slot, wanted < kChunkCapacity ? wanted : kChunkCapacity));
+    place(chunk.get(), slot, std::move(element));
     chunk->used.store(slot + 1, std::memory_order_relaxed);
     Spine* own = spineWithRoom(spine, count - 1);
-    place(own, count - 1, {chunk, last.start});
+    place(own, count - 1, {chunk.release(), last.start});
     own->used.store(count, std::memory_order_relaxed);
     return becoming(before, own, count, size + 1);
   }
   const bool may_take_it = held_once || !mayReachAnArray(element);
-  Chunk* chunk = Chunk::make(kChunkCapacity);
-  place(chunk, 0, std::move(element));
+  Owned<Chunk> chunk(Chunk::make(kChunkCapacity));
+  place(chunk.get(), 0, std::move(element));
   chunk->used.store(1, std::memory_order_relaxed);
   if (count < spine->capacity && may_take_it && claim(spine->used, count)) {
-    place(spine, count, {chunk, size});
+    place(spine, count, {chunk.release(), size});
     spine->retain();
     return becoming(before, spine, count + 1, size + 1);
   }
   Spine* own = spineWithRoom(spine, count);
-  place(own, count, {chunk, size});
+  place(own, count, {chunk.release(), size});
   own->used.store(count + 1, std::memory_order_relaxed);
   return becoming(before, own, count + 1, size + 1);
 }
@@ -243,7 +245,11 @@ class SpineBuilder {
   /// The view of it all; null when there is nothing.
   ArrayRep* take() {
     const uint32_t count = segmentCount();
-    return count == 0 ? nullptr : ArrayRep::make(std::exchange(spine_, nullptr), count, size_);
+    if (count == 0)
+      return nullptr;
+    ArrayRep* const view = ArrayRep::make(spine_, count, size_);
+    spine_ = nullptr;
+    return view;
   }
 
  private:
@@ -293,13 +299,15 @@ ArrayRep* ArrayRep::without(const ArrayRep& before, std::span<const size_t> indi
 
 ArrayRep* ArrayRep::replaced(const ArrayRep& before, size_t index, Value&& element) {
   const uint32_t at = before.segmentOf(index);
-  Spine* spine = Spine::copyOf(before.spine, before.segment_count, before.spine->capacity);
+  Owned<Spine> spine(Spine::copyOf(before.spine, before.segment_count, before.spine->capacity));
   Segment& segment = spine->segments()[at];
   Chunk* own = Chunk::copyOf(segment.chunk, before.countOf(at), segment.chunk->capacity);
   own->items()[index - segment.start] = std::move(element);
   segment.chunk->release();
   segment.chunk = own;
-  return make(spine, before.segment_count, before.size);
+  ArrayRep* const after = make(spine.get(), before.segment_count, before.size);
+  static_cast<void>(spine.release());
+  return after;
 }
 
 DictionaryRep* DictionaryRep::make(std::span<Entry> source) {

@@ -212,6 +212,35 @@ TEST(Value, HoldsALiteralWithoutAllocating) {
 
 // --------------------------------------------------------------------------------------------------- copying, sharing
 
+/// Lists of each shape that a change meets: with and without room, held once, shared, and grown behind a copy.
+void changeListsOfEachShape() {
+  for (const int size : {0, 1, 3, 4, 8, 63, 64, 65, 255, 256, 257}) {
+    MutableArray list;
+    for (int i = 0; i < size; ++i)
+      list.append(i);
+    const Value earlier{MutableArray(list)};
+    MutableArray other(earlier);
+    list.append(std::string("an element of more than sixteen bytes"));
+    other.append(1);
+    MutableArray third(earlier);
+    third.append(2);
+    third.removeAt(0);
+    if (third.size() > 0)
+      third.replaceAt(0, std::string("another of more than sixteen bytes"));
+  }
+}
+
+TEST(Value, LeavesNothingBehindWhereMemoryRunsOut) {
+  const size_t before = liveAllocations();
+  size_t allocations = 0;
+  while (runsOutOfMemory(allocations, changeListsOfEachShape)) {
+    ASSERT_EQ(liveAllocations(), before) << "after " << allocations << " allocations";
+    ++allocations;
+  }
+  EXPECT_GT(allocations, 100U);
+  EXPECT_EQ(liveAllocations(), before);
+}
+
 TEST(Value, SharesWhatItCopies) {
   const Value original(std::string("a text of some length"));
   const size_t before = liveAllocations();
