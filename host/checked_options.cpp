@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +16,7 @@
 
 #include "host/files/system_message.h"
 #include "host/net/request_target.h"
+#include "host/store/store_files.h"
 #include "services/text_codes.h"
 #include "services/uuid.h"
 
@@ -224,6 +226,11 @@ void checkThatSomethingCanArrive(CheckedOptions& out) {
 Failure check(const HostOptions& options, CheckedOptions& out) {
   if (options.store_folder.empty())
     return kit::Error{"HostOptions::store_folder is not set; name a folder that the app may write to."};
+  if (options.store_folder.find('\0') != options.store_folder.npos) {
+    return kit::Error{"HostOptions::store_folder holds a zero byte, behind \"" +
+                      options.store_folder.substr(0, options.store_folder.find('\0')) +
+                      "\", where the system ends a path; name a folder without one."};
+  }
   if (options.log_level < kLowestLogLevel || options.log_level > kHighestLogLevel) {
     return kit::Error{"HostOptions::log_level is " + std::to_string(options.log_level) +
                       "; choose 0 (off) to 6 (trace)."};
@@ -246,6 +253,43 @@ Failure check(const HostOptions& options, CheckedOptions& out) {
   return readAllUrls(options, out);
 }
 
+/// What is there and no folder: the folder itself, or one that it lies below.
+std::optional<std::filesystem::path> fileOnTheWayTo(const std::filesystem::path& folder) {
+  std::filesystem::path way;
+  std::error_code ignored;
+  for (const std::filesystem::path& part : folder) {
+    way /= part;
+    if (std::filesystem::exists(way, ignored) && !std::filesystem::is_directory(way, ignored))
+      return way;
+  }
+  return std::nullopt;
+}
+
+/// As the system names it, and as the store's own file system, which is content with less.
+bool isTooLong(const std::filesystem::path& folder) {
+  std::error_code unknown;
+  if (std::filesystem::absolute(folder, unknown).lexically_normal().native().size() > maxFolderBytes({}))
+    return true;
+  return std::any_of(folder.begin(), folder.end(), [](const auto& part) { return part.native().size() > NAME_MAX; });
+}
+
+Failure checkStoreFolder(const std::string& store_folder) {
+  const std::string option = "HostOptions::store_folder: ";
+  const std::filesystem::path folder(store_folder);
+  if (isTooLong(folder)) {
+    return kit::Error{option + "its path is too long, with " + std::to_string(store_folder.size()) +
+                      " bytes; name a folder whose absolute path has at most " + std::to_string(maxFolderBytes({})) +
+                      ", and " + std::to_string(NAME_MAX) + " in each of its parts."};
+  }
+  const auto file = fileOnTheWayTo(folder);
+  if (!file)
+    return std::nullopt;
+  if (*file == folder)
+    return kit::Error{option + store_folder + " is a file; name a folder, it is made when missing."};
+  return kit::Error{option + store_folder + " lies below " + file->native() +
+                    ", which is a file; name a folder, it is made when missing."};
+}
+
 }  // namespace
 
 std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options) {
@@ -262,12 +306,8 @@ std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options
 }
 
 std::optional<kit::Error> checkPlaces(const HostOptions& options) {
-  std::error_code ignored;
-  const std::filesystem::path folder(options.store_folder);
-  if (std::filesystem::exists(folder, ignored) && !std::filesystem::is_directory(folder, ignored)) {
-    return kit::Error{"HostOptions::store_folder: " + options.store_folder +
-                      " is a file; name a folder, it is made when missing."};
-  }
+  if (Failure failure = checkStoreFolder(options.store_folder))
+    return failure;
   if (options.ca_file.empty())
     return std::nullopt;
   const std::string what = "HostOptions::ca_file: the file " + options.ca_file;
@@ -275,6 +315,7 @@ std::optional<kit::Error> checkPlaces(const HostOptions& options) {
   if (access(options.ca_file.c_str(), R_OK) != 0) {
     return kit::Error{what + " cannot be read (" + systemMessage() + "); mend its path or its permissions."};
   }
+  std::error_code ignored;
   if (std::filesystem::is_directory(options.ca_file, ignored))
     return kit::Error{what + " is a folder; name the file of certificates (PEM) in it."};
   return std::nullopt;

@@ -449,6 +449,15 @@ StoreFiles& systemFiles() {
   return files;
 }
 
+size_t maxFolderBytes(const StorePlace& place) {
+  // SQLite makes the names of the journal and the log from it.
+  constexpr size_t kLongestEnding = std::string_view("-journal").size();
+  const sqlite3_vfs* const vfs = sqlite3_vfs_find(place.vfs.c_str());
+  const size_t longest_path = vfs != nullptr ? static_cast<size_t>(vfs->mxPathname) : 0;
+  const size_t below_folder = place.name.size() + 1 + kLongestEnding;
+  return longest_path > below_folder ? longest_path - below_folder : 0;
+}
+
 // A fresh store is made without waiting for the disk, since it is made on the app's main thread at its first start.
 // That is safe because the page written here is the only thing outside the log until the first checkpoint, which syncs
 // the log, then the file. Should power go before that, the page is there, or reads as nothing and is written again

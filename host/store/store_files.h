@@ -91,6 +91,10 @@ struct StorePlace {
   std::string path() const { return folder + "/" + name; }
 };
 
+/// The longest absolute path that the folder of such a store may have, in bytes: its file system takes no longer one of
+/// a file.
+size_t maxFolderBytes(const StorePlace& place);
+
 /// Makes the file when it is missing, readable by its owner alone, and gives a missing or empty one the first page of
 /// an empty store. Nothing is synced: see the .cpp file for why that is safe.
 StoreOutcome makeStoreFile(const StorePlace& place);

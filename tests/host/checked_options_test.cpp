@@ -252,6 +252,14 @@ TEST(CheckedOptions, TakeAnAdvertisingIdentifierOfZerosForNone) {
   EXPECT_TRUE(checked.warnings.empty());
 }
 
+TEST(CheckedOptions, RefuseAStoreFolderWithAZeroByte) {
+  HostOptions options = complete();
+  options.store_folder = std::string("/tmp/store\0hidden", 17);
+  EXPECT_EQ(errorOf(options),
+            "HostOptions::store_folder holds a zero byte, behind \"/tmp/store\", where the system ends a path; name a "
+            "folder without one.");
+}
+
 TEST(CheckedPlaces, RefuseAStoreFolderThatIsAFile) {
   const test::ScratchFolder folder;
   HostOptions options = complete();
@@ -261,6 +269,34 @@ TEST(CheckedPlaces, RefuseAStoreFolderThatIsAFile) {
   EXPECT_EQ(placesErrorOf(options), "HostOptions::store_folder: " + options.store_folder +
                                         " is a file; name a folder, it is made when missing.");
   options.store_folder = folder / "";
+  EXPECT_FALSE(checkPlaces(options));
+}
+
+TEST(CheckedPlaces, RefuseAStoreFolderBelowAFile) {
+  const test::ScratchFolder folder;
+  HostOptions options = complete();
+  const std::string file = folder / "file";
+  std::ofstream(file) << "a file";
+  for (const char* below : {"/store", "/kits/store", "/"}) {
+    options.store_folder = file + below;
+    EXPECT_EQ(placesErrorOf(options), "HostOptions::store_folder: " + options.store_folder + " lies below " + file +
+                                          ", which is a file; name a folder, it is made when missing.");
+  }
+}
+
+TEST(CheckedPlaces, RefuseAStoreFolderWhosePathIsTooLong) {
+  const test::ScratchFolder folder;
+  HostOptions options = complete();
+  const std::string end = " bytes; name a folder whose absolute path has at most 491, and 255 in each of its parts.";
+  const auto isRefused = [&](const std::string& store_folder) {
+    options.store_folder = store_folder;
+    return placesErrorOf(options) ==
+           "HostOptions::store_folder: its path is too long, with " + std::to_string(store_folder.size()) + end;
+  };
+  EXPECT_TRUE(isRefused(folder / ("missing/" + std::string(256, 'x'))));
+  EXPECT_TRUE(isRefused("/" + std::string(240, 'x') + "/" + std::string(250, 'x')));
+  EXPECT_TRUE(isRefused(folder / std::string(5000, 'x')));
+  options.store_folder = folder / ("missing/" + std::string(255, 'x'));
   EXPECT_FALSE(checkPlaces(options));
 }
 

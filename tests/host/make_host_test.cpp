@@ -160,6 +160,23 @@ TEST_F(MakeHost, RefusesAStoreFolderThatIsAFile) {
   EXPECT_FALSE(started);
 }
 
+TEST_F(MakeHost, RefusesAStoreFolderBelowAFile) {
+  std::ofstream(options.store_folder) << "a file";
+  options.store_folder += "/store";
+  EXPECT_NE(MorvikCore::start(options).error.find("which is a file"), std::string::npos);
+}
+
+TEST_F(MakeHost, KeepsWhatIsRecordedInTheFolderOfTheLongestPathAndRefusesALongerOne) {
+  constexpr size_t kLongest = 491;
+  options.store_folder = folder / std::string(240, 'x') + "/";
+  options.store_folder += std::string(kLongest - options.store_folder.size(), 'y');
+  const auto host = make();
+  ASSERT_NE(host, nullptr);
+  EXPECT_EQ(host->addActivity("shop", "purchase", std::nullopt), Recorded::kKept);
+  options.store_folder += 'y';
+  EXPECT_NE(MorvikCore::start(options).error.find("its path is too long"), std::string::npos);
+}
+
 TEST_F(MakeHost, RefusesAFileOfCertificatesThatIsNotThere) {
   options.ca_file = folder / "ca.pem";
   const StartResult started = MorvikCore::start(options);
