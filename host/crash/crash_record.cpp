@@ -15,6 +15,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "host/files/open_file.h"
 #include "host/files/write_all.h"
 
 namespace morvik::host {
@@ -201,7 +202,7 @@ std::string crashRecordPath(const std::string& store_folder) {
 }
 
 std::variant<int, kit::Error> prepareCrashRecord(const std::string& path, const std::vector<LoadedModule>& modules) {
-  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0600);
+  const int file = openFile(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_NOFOLLOW, 0600);
   if (file < 0)
     return errorAt(path, "cannot make");
   if (!writeAll(file, kFirstLine) || !writeAll(file, moduleLines(modules)) || !writeAll(file, kEndOfModules)) {

@@ -11,6 +11,7 @@
 #include <utility>
 #include <variant>
 
+#include "host/files/open_file.h"
 #include "host/files/system_message.h"
 #include "host/files/write_all.h"
 
@@ -22,7 +23,7 @@ constexpr mode_t kOwnerOnly = 0600;
 /// An open file; closed with the object.
 class Descriptor {
  public:
-  Descriptor(const std::string& path, int flags) : descriptor_(open(path.c_str(), flags | O_CLOEXEC, kOwnerOnly)) {}
+  Descriptor(const std::string& path, int flags) : descriptor_(openFile(path.c_str(), flags, kOwnerOnly)) {}
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
   ~Descriptor() {

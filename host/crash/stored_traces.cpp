@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/crash/bare_frames.h"
+#include "host/files/open_file.h"
 
 namespace morvik::host {
 namespace {
@@ -51,7 +52,7 @@ bool isThere(const std::string& path) {
 }
 
 bool make(const std::string& path) {
-  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  const int file = openFile(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW, 0600);
   return file >= 0 && ::close(file) == 0;
 }
 

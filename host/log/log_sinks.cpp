@@ -11,6 +11,7 @@
 #include <string>
 #include <system_error>
 
+#include "host/files/open_file.h"
 #include "host/files/write_all.h"
 
 namespace morvik::host {
@@ -66,7 +67,7 @@ bool StderrLogSink::isReady(Wait wait) const {
 std::variant<std::unique_ptr<FileLogSink>, kit::Error> FileLogSink::open(const std::string& path) {
   // Not blocking: a pipe without a reader would hold the start up.
   const int descriptor =
-      ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, kForThisUserAlone);
+      openFile(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_NONBLOCK, kForThisUserAlone);
   if (descriptor < 0)
     return kit::Error{"the file " + path + " cannot be opened (" + std::generic_category().message(errno) +
                       "); mend its path or its permissions."};

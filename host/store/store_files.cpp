@@ -27,6 +27,7 @@
 
 #include "host/life/own_process.h"
 
+#include "host/files/open_file.h"
 #include "host/files/system_message.h"
 #include "host/files/write_all.h"
 
@@ -204,7 +205,7 @@ class SystemFileTurn final : public FileLock {
 
   /// False: errno says why.
   bool open(const std::string& path) {
-    descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    descriptor_ = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);
     return descriptor_ >= 0;
   }
   bool tryTake() {
@@ -284,7 +285,7 @@ class SystemFiles final : public StoreFiles {
   }
 
   StoreOutcome makeFile(const std::string& path) override {
-    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
+    const int descriptor = openFile(path.c_str(), O_RDWR | O_CREAT, kOwnerOnlyFile);
     if (descriptor < 0)
       return StoreProblem::unavailable(systemMessage(errno));
     // A file that came from elsewhere (a backup, say) may have been readable by all; its log takes the mode from it.
@@ -330,7 +331,7 @@ class SystemFiles final : public StoreFiles {
   }
 
   StoreOutcome write(const std::string& path, const std::string& bytes) override {
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
+    const int descriptor = openFile(path.c_str(), O_WRONLY | O_CREAT, kOwnerOnlyFile);
     if (descriptor < 0)
       return StoreProblem::unavailable(systemMessage(errno));
     const bool is_done = writeAll(descriptor, bytes) && ::fsync(descriptor) == 0;
@@ -352,7 +353,7 @@ class SystemFiles final : public StoreFiles {
   StoreOutcome readIfThere(const std::string& path, size_t limit, std::optional<std::string>& out) override {
     out.reset();
     // A pipe of that name must not make us wait for its writer.
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int descriptor = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);
     if (descriptor < 0 && errno == ENOENT)
       return std::nullopt;
     if (descriptor < 0)
@@ -368,7 +369,7 @@ class SystemFiles final : public StoreFiles {
   }
 
   StoreOutcome put(const std::string& path, size_t offset, const std::string& bytes) override {
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, kOwnerOnlyFile);
+    const int descriptor = openFile(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK, kOwnerOnlyFile);
     if (descriptor < 0)
       return StoreProblem::unavailable(systemMessage(errno));
     const bool is_done = ::lseek(descriptor, static_cast<off_t>(offset), SEEK_SET) >= 0 && writeAll(descriptor, bytes);
@@ -402,11 +403,11 @@ class SystemFiles final : public StoreFiles {
   }
 
   StoreOutcome syncFile(const std::string& path) override {
-    return syncAndClose(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK));
+    return syncAndClose(openFile(path.c_str(), O_WRONLY | O_NONBLOCK));
   }
 
   StoreOutcome syncFolder(const std::string& folder) override {
-    return syncAndClose(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return syncAndClose(openFile(folder.c_str(), O_RDONLY | O_DIRECTORY));
   }
 
   LockResult lock(const std::string& path, std::unique_ptr<FileLock>& out, StoreProblem& problem) override {
@@ -420,7 +421,7 @@ class SystemFiles final : public StoreFiles {
     // All memory first: a lock that nobody holds would stay for good.
     auto made = std::make_unique<SystemFileLock>();
     locked.files.reserve(locked.files.size() + 1);
-    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnlyFile);
+    const int descriptor = openFile(path.c_str(), O_RDWR | O_CREAT, kOwnerOnlyFile);
     if (descriptor < 0) {
       problem = StoreProblem::unavailable(systemMessage(errno));
       return LockResult::kFailed;

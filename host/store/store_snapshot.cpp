@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/files/open_file.h"
 #include "host/files/system_message.h"
 
 namespace morvik::host {
@@ -121,7 +122,7 @@ class StoreFile {
  public:
   // A pipe of that name must not make us wait for its writer.
   explicit StoreFile(std::string path)
-      : path_(std::move(path)), descriptor_(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+      : path_(std::move(path)), descriptor_(openFile(path_.c_str(), O_RDONLY | O_NONBLOCK)) {
     if (descriptor_ < 0)
       error_ = errno;
   }
