@@ -21,26 +21,28 @@ BackgroundThread::~BackgroundThread() {
 }
 
 void BackgroundThread::async(kit::Block block) {
+  std::optional<kit::Error> failed;
   {
     const std::scoped_lock hold(mutex_);
     if (stopping_)
       return;
     waiting_.push_back(std::move(block));
-    startLocked();
+    failed = startLocked();
   }
   wake_.notify_one();
+  // The block stays; the next one tries again. Without the lock, since the log may be the app's.
+  if (failed)
+    MORVIK_LOG(logger_, kit::lcl_vError, kBackgroundOperation, "Morvik host: %@", *failed);
 }
 
-void BackgroundThread::startLocked() {
+std::optional<kit::Error> BackgroundThread::startLocked() {
   if (thread_.joinable())
-    return;
+    return std::nullopt;
   auto thread = startThread("morvik-back", [this] { run(); });
-  if (auto* started = std::get_if<std::thread>(&thread)) {
-    thread_ = std::move(*started);
-  } else {
-    // The block stays; the next one tries again.
-    MORVIK_LOG(logger_, kit::lcl_vError, kBackgroundOperation, "Morvik host: %@", std::get<kit::Error>(thread));
-  }
+  if (auto* error = std::get_if<kit::Error>(&thread))
+    return std::move(*error);
+  thread_ = std::get<std::thread>(std::move(thread));
+  return std::nullopt;
 }
 
 size_t BackgroundThread::pending() const {

@@ -7,10 +7,12 @@
 #include <cstddef>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "host/life/own_process.h"
 #include "host/machine/machine.h"
+#include "kit/error.h"
 #include "kit/queues.h"
 #include "services/log.h"
 
@@ -41,7 +43,7 @@ class BackgroundThread final : public MachineBackground {
   bool takeNext(kit::Block& block);
   bool finishOne();
   void runGuarded(const kit::Block& block);
-  void startLocked();
+  std::optional<kit::Error> startLocked();
   bool isPastDeadlineLocked() const { return stopping_ && std::chrono::steady_clock::now() >= deadline_; }
 
   const services::Logger logger_;

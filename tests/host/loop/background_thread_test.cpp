@@ -5,9 +5,13 @@
 #include <future>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "testing/recording_log.h"
+#include "tests/support/no_threads.h"
 
 namespace morvik::host {
 namespace {
@@ -35,6 +39,42 @@ TEST_F(BackgroundThreadTest, RunsEachBlockInItsFrameAndOffTheCallersThread) {
   EXPECT_FALSE(queue_.isInBlock());
   queue_.stop(steady_clock::now() + kLong);
   EXPECT_EQ(order, (std::vector<std::string>{"before", "there", "after"}));
+}
+
+/// Asks the queue, on another thread, while it writes a line.
+class AskingLog final : public kit::LogSink {
+ public:
+  void line(std::string_view) override {
+    asks_.set_value();
+    was_answered = answer_.wait_for(kLong) == std::future_status::ready;
+  }
+  bool tryLine(std::string_view) override { return false; }
+  std::thread asker(const BackgroundThread& queue, std::promise<void> answer) {
+    answer_ = answer.get_future();
+    return std::thread([&queue, asks = asks_.get_future().share(), answer = std::move(answer)]() mutable {
+      asks.wait();
+      static_cast<void>(queue.pending());
+      answer.set_value();
+    });
+  }
+  bool was_answered = false;
+
+ private:
+  std::promise<void> asks_;
+  std::future<void> answer_;
+};
+
+TEST_F(BackgroundThreadTest, HoldsNoLockWhileItWritesThatThereIsNoThread) {
+  AskingLog log;
+  BackgroundThread queue{services::Logger(levels_, log)};
+  std::thread asker = log.asker(queue, {});
+  {
+    const test::NoThreads none;
+    queue.async([] {});
+  }
+  asker.join();
+  EXPECT_TRUE(log.was_answered);
+  EXPECT_EQ(queue.pending(), 1U) << "it waits for the next one";
 }
 
 TEST_F(BackgroundThreadTest, WritesALineForWhatABlockThrows) {
