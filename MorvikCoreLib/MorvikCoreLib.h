@@ -354,6 +354,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   // A backlog (backlog.cpp).
   void trimImpressions(const kit::Array& sent);
+  bool wasOfAnotherInstall(const SentBatch& batch) const;
   bool followAccepted(const std::shared_ptr<const SentBatch>& batch, bool has_trimmed);
   bool followTooLarge(const std::shared_ptr<const SentBatch>& batch, const std::optional<kit::Response>& response,
                       const kit::Error& error);

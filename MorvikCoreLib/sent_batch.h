@@ -19,10 +19,11 @@ struct MorvikCoreLib::SentBatch {
   size_t impressions = 0;
   /// Of one that filters: the id of the "end" that the kept session leaves out. Blank: there is none.
   std::optional<kit::Value> kept_end;
-  bool leaves_activities = false;  ///< the limit left some out
-  kit::Value last_activity;        ///< as it is stored
-  /// The stored ones that it carries, when it does not carry all.
-  std::optional<kit::Array> part_of_impressions;
+  bool leaves_activities = false;   ///< the limit left some out
+  kit::Value last_activity;         ///< as it is stored
+  bool leaves_impressions = false;  ///< the limit left some out
+  kit::Array carried_impressions;   ///< as they are stored
+  kit::Value install_id;            ///< as whose it was sent
 };
 
 }  // namespace morvik
