@@ -65,17 +65,14 @@ std::optional<kit::Error> Host::open() {
 }
 
 void Host::applicationDidBecomeActive() {
-  callOnMain("-[MorvikCore applicationDidBecomeActive]", [parts = parts_.get()] {
-    parts->start_hold.whenOver([parts] { parts->notifications.post(kit::Notification::kApplicationDidBecomeActive); });
-  });
+  callOnMain("-[MorvikCore applicationDidBecomeActive]",
+             [parts = parts_.get()] { parts->start_hold.pass(kit::Notification::kApplicationDidBecomeActive); });
 }
 
 void Host::applicationDidEnterBackground() {
   parts_->has_entered_background = true;
-  callOnMain("-[MorvikCore applicationDidEnterBackground]", [parts = parts_.get()] {
-    parts->start_hold.end();  // a session that waits begins before it ends
-    parts->notifications.post(kit::Notification::kApplicationDidEnterBackground);
-  });
+  callOnMain("-[MorvikCore applicationDidEnterBackground]",
+             [parts = parts_.get()] { parts->start_hold.pass(kit::Notification::kApplicationDidEnterBackground); });
 }
 
 /// Nothing here waits: the log may be the app's, and the store may be closed.

@@ -310,7 +310,9 @@ void makeCore(HostParts& parts, HostOf host_of) {
   parts.handed_over.setHandler([&parts](const HandedOver::Entry& entry) { handle(parts, entry); });
   parts.handed_over.setInDoubt(
       [&parts] { return parts.start_hold.isHolding() || parts.plain_store->fileState() == WishFileState::kNotRead; });
-  parts.start_hold.begin([&parts] { parts.handed_over.handleLater(); });
+  parts.start_hold.begin(
+      {.when_over = [&parts] { parts.handed_over.handleLater(); },
+       .deliver = [&parts](kit::Notification notification) { parts.notifications.post(notification); }});
   parts.handed_over.begin();
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
 }
@@ -369,7 +371,7 @@ void followTheStore(HostParts& parts) {
       parts.properties.inOneStep([&parts] { parts.services.loadMirrors(); });
       parts.transport->wishDidChange();
       noteForACrash(parts);
-      parts.start_hold.end();
+      parts.start_hold.storeCameToLight();
     });
     parts.handed_over.handleLater();
   });

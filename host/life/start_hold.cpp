@@ -9,27 +9,52 @@ constexpr int kTries = static_cast<int>(kStartHoldSeconds / kStartHoldTrySeconds
 
 }  // namespace
 
-void StartHold::begin(kit::Block when_over) {
+void StartHold::begin(Hooks hooks) {
+  hooks_ = std::move(hooks);
   if (store_.opening() != StoreOpening::kUnavailable)
     return;
-  when_over_ = std::move(when_over);
+  waiting_.reserve(kMaxHeldNotifications);
+  is_dark_ = true;
   is_holding_ = true;
   tryAgain(kTries);
 }
 
-void StartHold::whenOver(kit::Block block) {
-  if (is_holding_)
-    waiting_ = std::move(block);
+void StartHold::pass(kit::Notification notification) {
+  if (!is_holding_ && waiting_.empty())
+    return hooks_.deliver(notification);
+  if (!waiting_.empty() && waiting_.back() == notification)
+    return;
+  // What waits alternates: without the last one the one before it is of this kind.
+  if (waiting_.size() == kMaxHeldNotifications)
+    waiting_.pop_back();
   else
-    block();
+    waiting_.push_back(notification);
+}
+
+void StartHold::storeCameToLight() {
+  is_dark_ = false;
+  end();
 }
 
 void StartHold::end() {
   if (!is_holding_.exchange(false))
     return;
-  when_over_();
-  if (const kit::Block block = std::exchange(waiting_, nullptr))
-    block();
+  hooks_.when_over();
+  if (is_dark_)
+    tryLater();
+  deliverWaiting();
+}
+
+/// What comes meanwhile, out of a callback, comes behind what waits.
+void StartHold::deliverWaiting() {
+  try {
+    for (size_t delivered = 0; delivered < waiting_.size(); ++delivered)
+      hooks_.deliver(waiting_[delivered]);
+  } catch (...) {
+    waiting_.clear();
+    throw;
+  }
+  waiting_.clear();
 }
 
 /// The commit of each turn takes over what the try before it has opened.
@@ -48,6 +73,18 @@ void StartHold::tryAgain(int tries_left) {
     end();  // no timer would
     throw;
   }
+}
+
+/// Where there is no memory to go on with, CommitRetry is left.
+void StartHold::tryLater() {
+  main_loop_.schedule(kStoreReopenSeconds, [this] {
+    if (!is_dark_)
+      return;
+    store_.flushNow();
+    // Not for its own sake: its commit takes over what was opened.
+    main_loop_.schedule(kStartHoldTrySeconds, [] {});
+    tryLater();
+  });
 }
 
 }  // namespace morvik::host

@@ -2,8 +2,12 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
+#include <functional>
+#include <vector>
 
 #include "host/machine/machine.h"
+#include "kit/notifications.h"
 #include "kit/queues.h"
 
 namespace morvik::host {
@@ -13,36 +17,52 @@ inline constexpr double kStartHoldSeconds = 2;
 /// Between two tries to open the store meanwhile: soon, since what holds a file for a moment is the most likely
 /// trouble.
 inline constexpr double kStartHoldTrySeconds = 0.05;
+/// Between two tries from then on, for as long as the store is in the dark.
+inline constexpr double kStoreReopenSeconds = 0.5;
+/// Comings and goings of the app that wait. Past these the latest ones leave out a going and the coming after it.
+inline constexpr size_t kMaxHeldNotifications = 16;
 
 /// A store knows which device this is: whoever asks for attribution without it registers the device as a new install,
 /// for ever. To open it again takes as long as the disk or another program wants, so that is done on the store's own
 /// thread, and a timer bounds the wait for it. What records waits for nothing.
 class StartHold {
  public:
+  struct Hooks {
+    kit::Block when_over;                            ///< runs once, before what waits
+    std::function<void(kit::Notification)> deliver;  ///< what pass() was handed
+  };
+
   /// Both outlive it; the loop runs none of its turns any more when it goes.
   StartHold(MachineStore& store, MachineLoop& main_loop) : store_(store), main_loop_(main_loop) {}
   StartHold(const StartHold&) = delete;
   StartHold& operator=(const StartHold&) = delete;
 
-  /// Once, before the first turn. It holds where the store could not be opened; elsewhere this does nothing.
-  /// `when_over` runs on the main queue before what waits.
-  void begin(kit::Block when_over);
+  /// Once, before the first turn. It holds where the store could not be opened; elsewhere nothing waits, and
+  /// `when_over` does not run. The hooks run on the main queue.
+  void begin(Hooks hooks);
   /// Any thread.
   bool isHolding() const { return is_holding_; }
-  /// Runs `block` at once, or where it holds when that is over; then the latest one. Main queue.
-  void whenOver(kit::Block block);
-  /// The store has come to light, or the session that waits is ending. Main queue.
-  void end();
+  /// Nobody knows what the store's file has: it could not be opened at the start, and was not since. Any thread.
+  bool isDark() const { return is_dark_; }
+  /// Delivers it, or where it holds does so once that is over, in the order of the calls; two of a kind in a row are
+  /// one. Main queue.
+  void pass(kit::Notification notification);
+  /// What the file has is known now. Main queue.
+  void storeCameToLight();
 
  private:
   void tryAgain(int tries_left);
+  void tryLater();
+  void end();
+  void deliverWaiting();
 
   MachineStore& store_;
   MachineLoop& main_loop_;
   std::atomic<bool> is_holding_{false};
+  std::atomic<bool> is_dark_{false};
   // On the main queue.
-  kit::Block when_over_;
-  kit::Block waiting_;
+  Hooks hooks_;
+  std::vector<kit::Notification> waiting_;
 };
 
 }  // namespace morvik::host

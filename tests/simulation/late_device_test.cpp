@@ -197,11 +197,44 @@ TEST_F(LateDevice, StartsTheSessionThatWaitsForItsFileBeforeItEndsIt) {
   phone_->setSendingEnabled(false);
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(host::kStartHoldSeconds / 2);
-  EXPECT_EQ(sessionStarts(), 0U);
   phone_->applicationDidEnterBackground();
+  machine_.loop.advance(host::kStartHoldSeconds / 4);
+  EXPECT_EQ(sessionStarts(), 0U);
   machine_.loop.advance(host::kStartHoldSeconds);
   EXPECT_EQ(sessionStarts(), 1U);
   EXPECT_FALSE(phone_->status().is_session_open);
+}
+
+TEST_F(LateDevice, IsNoNewInstallWhenItsAppIsLeftBeforeItsFileComesToLight) {
+  start();
+  liveASession();
+  const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
+  restartInTheDark();
+  const size_t requests = service_.requests().size();
+  phone_->applicationDidBecomeActive();
+  machine_.loop.advance(host::kStartHoldSeconds / 4);
+  phone_->applicationDidEnterBackground();
+  machine_.loop.advance(host::kStartHoldSeconds / 4);
+  EXPECT_EQ(service_.requests().size(), requests);
+  disk_.decide({});
+  machine_.loop.advance(70);
+  EXPECT_GT(service_.requests().size(), requests);
+  EXPECT_EQ(service_.installs(), 1U);
+  EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
+  EXPECT_FALSE(phone_->status().is_session_open);
+}
+
+TEST_F(LateDevice, HasItsFileAgainSoonAfterTheHoldAlthoughNothingHappensOnIt) {
+  start();
+  liveASession();
+  const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
+  ASSERT_NE(user, -1);
+  restartInTheDark();
+  machine_.loop.advance(host::kStartHoldSeconds + 7.3);
+  EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), -1);
+  disk_.decide({});
+  machine_.loop.advance(host::kStoreReopenSeconds + host::kStartHoldTrySeconds);
+  EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
 }
 
 TEST_F(LateDevice, HandlesOnceWhatItsFileAndItsOwnProcessWereHandedOver) {

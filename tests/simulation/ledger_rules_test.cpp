@@ -709,10 +709,10 @@ TEST_F(LateStore, IsInTheLedgerWithTheVeryCommitThatTakesItOver) {
     wait(host::kStartHoldSeconds);
     phone->passOpenURL("app://open?cid=b");
     wait(1);
-    showDisk();
+    disk.decide({});
     disk.cutAt(disk.changes() + 1 + cuts);
     record("in the light");
-    wait(1);
+    wait(2);
     is_cut = disk.isCut();
     restart();
     ASSERT_TRUE(phone->ledger().isSound()) << "cut before change " << 1 + cuts;

@@ -1,10 +1,12 @@
 #include "host/life/start_hold.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <new>
 #include <optional>
+#include <vector>
 
 #include "host/machine/passing_store.h"
 #include "host/store/sqlite_store.h"
@@ -17,6 +19,8 @@ namespace morvik::simulation {
 namespace {
 
 using host::StoreOpening;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 /// Says how it was opened, and counts how often it is tried again.
 class StoreThatSays final : public host::PassingStore {
@@ -43,7 +47,13 @@ class StartHoldTest : public ::testing::Test {
     store_.emplace(kept_, opening);
     store_->failAt(fails_at);
     hold_.emplace(*store_, main_loop_);
-    hold_->begin([this] { ++over_; });
+    hold_->begin({.when_over = [this] { ++over_; },
+                  .deliver = [this](kit::Notification notification) { deliver(notification); }});
+  }
+  void deliver(kit::Notification notification) {
+    delivered_.push_back(notification);
+    if (fails_to_deliver_)
+      throw std::bad_alloc();
   }
 
   ::morvik::testing::VirtualLoop loop_;
@@ -55,53 +65,95 @@ class StartHoldTest : public ::testing::Test {
   std::optional<StoreThatSays> store_;
   std::optional<host::StartHold> hold_;
   int over_ = 0;
+  bool fails_to_deliver_ = false;
+  std::vector<kit::Notification> delivered_;
 };
+
+constexpr auto kCame = kit::Notification::kApplicationDidBecomeActive;
+constexpr auto kWent = kit::Notification::kApplicationDidEnterBackground;
 
 TEST_F(StartHoldTest, HoldsNothingWhereTheStoreIsThereOrStaysAway) {
   for (const StoreOpening opening : {StoreOpening::kOpened, StoreOpening::kCreated, StoreOpening::kSetAside,
                                      StoreOpening::kNewerVersion, StoreOpening::kLocked}) {
     hold_.reset();
+    delivered_.clear();
     begin(opening);
-    bool ran = false;
-    hold_->whenOver([&ran] { ran = true; });
-    EXPECT_TRUE(ran);
+    hold_->pass(kCame);
+    EXPECT_THAT(delivered_, ElementsAre(kCame));
     EXPECT_FALSE(hold_->isHolding());
+    EXPECT_FALSE(hold_->isDark());
+    loop_.advance(host::kStartHoldSeconds);
     EXPECT_EQ(store_->tries(), 0);
   }
 }
 
-TEST_F(StartHoldTest, TriesAgainUntilItsTimeIsUpAndThenRunsTheLatestOfWhatWaits) {
+TEST_F(StartHoldTest, TriesAgainUntilItsTimeIsUpAndThenDeliversWhatWaitsInItsOrder) {
   begin(StoreOpening::kUnavailable);
-  int ran = 0;
-  hold_->whenOver([&ran] { ran = 1; });
-  hold_->whenOver([&ran] { ran = 2; });
+  for (const kit::Notification notification : {kCame, kCame, kWent, kCame})
+    hold_->pass(notification);
   loop_.advance(host::kStartHoldSeconds - host::kStartHoldTrySeconds);
   EXPECT_TRUE(hold_->isHolding());
-  EXPECT_EQ(ran, 0);
+  EXPECT_THAT(delivered_, IsEmpty());
   EXPECT_EQ(over_, 0);
   loop_.advance(host::kStartHoldTrySeconds);
   EXPECT_FALSE(hold_->isHolding());
-  EXPECT_EQ(ran, 2);
+  EXPECT_THAT(delivered_, ElementsAre(kCame, kWent, kCame));
   EXPECT_EQ(over_, 1);
   EXPECT_EQ(store_->tries(), static_cast<int>(host::kStartHoldSeconds / host::kStartHoldTrySeconds));
+  hold_->pass(kWent);
+  EXPECT_THAT(delivered_, ElementsAre(kCame, kWent, kCame, kWent)) << "nothing waits any more";
 }
 
-TEST_F(StartHoldTest, EndsOnceAndTriesNoMore) {
+TEST_F(StartHoldTest, KeepsSoManyNotificationsAndTheLatestState) {
   begin(StoreOpening::kUnavailable);
-  hold_->end();
-  hold_->end();
+  for (size_t i = 0; i < host::kMaxHeldNotifications; ++i)
+    hold_->pass(i % 2 == 0 ? kCame : kWent);
+  hold_->pass(kCame);
   loop_.advance(host::kStartHoldSeconds);
+  EXPECT_EQ(delivered_.size(), host::kMaxHeldNotifications - 1);
+  EXPECT_EQ(delivered_.back(), kCame);
+}
+
+TEST_F(StartHoldTest, GoesOnAskingUntilTheStoreHasComeToLight) {
+  begin(StoreOpening::kUnavailable);
+  loop_.advance(host::kStartHoldSeconds);
+  const int in_the_hold = store_->tries();
+  loop_.advance(10 * host::kStoreReopenSeconds);
+  EXPECT_EQ(store_->tries(), in_the_hold + 10);
+  EXPECT_TRUE(hold_->isDark());
+  hold_->storeCameToLight();
+  loop_.advance(10 * host::kStoreReopenSeconds);
+  EXPECT_EQ(store_->tries(), in_the_hold + 10);
+  EXPECT_FALSE(hold_->isDark());
+}
+
+TEST_F(StartHoldTest, EndsOnceAndTriesNoMoreWhenTheStoreComesToLight) {
+  begin(StoreOpening::kUnavailable);
+  hold_->storeCameToLight();
+  hold_->storeCameToLight();
+  loop_.advance(2 * host::kStartHoldSeconds);
   EXPECT_EQ(over_, 1);
   EXPECT_EQ(store_->tries(), 1);
 }
 
 TEST_F(StartHoldTest, EndsWhereThereIsNoMemoryToGoOnWith) {
   begin(StoreOpening::kUnavailable, 3);
-  bool ran = false;
-  hold_->whenOver([&ran] { ran = true; });
+  hold_->pass(kCame);
   loop_.advance(3 * host::kStartHoldTrySeconds);
   EXPECT_FALSE(hold_->isHolding());
-  EXPECT_TRUE(ran);
+  EXPECT_THAT(delivered_, ElementsAre(kCame));
+}
+
+TEST_F(StartHoldTest, HoldsNothingMoreWhereADeliveryThrew) {
+  begin(StoreOpening::kUnavailable);
+  fails_to_deliver_ = true;
+  hold_->pass(kCame);
+  hold_->pass(kWent);
+  loop_.advance(host::kStartHoldSeconds);
+  EXPECT_THAT(delivered_, ElementsAre(kCame));
+  fails_to_deliver_ = false;
+  hold_->pass(kCame);
+  EXPECT_THAT(delivered_, ElementsAre(kCame, kCame));
 }
 
 }  // namespace
