@@ -242,6 +242,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// retried by itself. Any thread: the wish is compared, stored and mirrored as one step before this returns, not
   /// flushed; what follows is posted to the main queue in the order of the wishes.
   void gdprForgetMe(bool forget_me);
+  /// While held, wishes are stored and mirrored as ever, and wait to be told; then they are told in their order. For a
+  /// host that does not know yet which device an erasure would have to name. Main queue, or before it runs.
+  void setWishesHeld(bool held);
   /// Whether the user is marked as forgotten. Any thread.
   bool isGdprForgetMe() const;
   /// The body of an erasure request, of this moment: plain, or sealed with the hash key twice. What could be built of
@@ -421,7 +424,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   // Privacy.
   bool recordForgetMe(bool forget_me);
   bool wasForgetMeSynced() const;
-  void tellNextWish();
+  bool tellNextWish();
   void tellForgetMe(bool forget_me);
   void noteForgetMeNotAccepted();
   void leaveForgetMeUntold();
@@ -477,7 +480,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// While a wish waits to be told: whether the service had accepted one before, as the stored flag said. Under the
   /// house lock.
   std::optional<bool> synced_before_wish_;
-  std::deque<bool> untold_wishes_;  ///< for each a block is posted; under the house lock
+  std::deque<bool> untold_wishes_;  ///< for each a block is posted, or they are held; under the house lock
+  bool are_wishes_held_ = false;
   std::atomic<bool> isTrackingCalled_{false};
   kit::Value makeTrackingParameter_;
   kit::Value makeGdprParameter_;

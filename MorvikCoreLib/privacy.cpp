@@ -100,7 +100,16 @@ bool MorvikCoreLib::recordForgetMe(bool forget_me) {
   });
 }
 
-void MorvikCoreLib::tellNextWish() {
+void MorvikCoreLib::setWishesHeld(bool held) {
+  are_wishes_held_ = held;
+  while (!held && tellNextWish()) {
+  }
+}
+
+/// False: there was none, or they are held.
+bool MorvikCoreLib::tellNextWish() {
+  if (are_wishes_held_)
+    return false;
   const auto wish = store().inOneStep([this]() -> std::optional<bool> {
     if (untold_wishes_.empty())
       return std::nullopt;
@@ -110,6 +119,7 @@ void MorvikCoreLib::tellNextWish() {
   });
   if (wish)
     tellForgetMe(*wish);
+  return wish.has_value();
 }
 
 /// What the stored flag says, but for a wish that waits to be told.
@@ -153,8 +163,11 @@ void MorvikCoreLib::sendErasureRequest() {
   const auto self = shared_from_this();
   auto operation = services::MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequestIgnoreGDPR(
       requestTools(), std::move(request),
-      [self](const kit::Request&, const kit::Response& response, const Value& json) {
+      [self, identity = util().IDFA()](const kit::Request&, const kit::Response& response, const Value& json) {
         self->erasureDidAnswer(response, json);
+        // The device has turned out to be another one than the request named: of this one nothing is erased.
+        if (self->util().IDFA() != identity)
+          self->noteForgetMeNotAccepted();
       },
       [self](const kit::Request&, const std::optional<kit::Response>& response, const kit::Error& error, const Value&) {
         self->erasureDidFail(response, error);

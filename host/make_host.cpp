@@ -310,8 +310,14 @@ void makeCore(HostParts& parts, HostOf host_of) {
   parts.handed_over.setHandler([&parts](const HandedOver::Entry& entry) { handle(parts, entry); });
   parts.handed_over.setInDoubt(
       [&parts] { return parts.start_hold.isHolding() || parts.plain_store->fileState() == WishFileState::kNotRead; });
+  // An erasure names the device.
+  parts.core->setWishesHeld(parts.store->opening() == StoreOpening::kUnavailable);
   parts.start_hold.begin(
-      {.when_over = [&parts] { parts.handed_over.handleLater(); },
+      {.when_over =
+           [&parts] {
+             parts.handed_over.handleLater();
+             parts.core->setWishesHeld(false);
+           },
        .deliver = [&parts](kit::Notification notification) { parts.notifications.post(notification); }});
   parts.handed_over.begin();
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });

@@ -57,7 +57,9 @@ TakeOverTable takeOverTable() {
               {property::MorvikCoreUserInfo_IDFA, TakeOver::kFile},
               // What the user wants: this process was told last, or the file beside the store said so.
               {property::MorvikCoreUserInfo_isGDPRForgetMe, TakeOver::kProcess},
-              {property::MorvikCoreUserInfo_isGDPRForgetMeServerSynced, TakeOver::kProcess},
+              // What the service accepted of this process named another device, so the wish is yet to be told.
+              {property::MorvikCoreUserInfo_isGDPRForgetMeServerSynced, TakeOver::kConfirmed,
+               property::MorvikCoreUserInfo_isGDPRForgetMe},
               {property::fendoUserDemoInfo_age, TakeOver::kProcess},
               {property::fendoUserDemoInfo_gender, TakeOver::kProcess},
               {property::fendoUserDemoInfo_userId, TakeOver::kProcess},

@@ -518,8 +518,10 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
     else
       property.value = takenOver(rule, property.stored, property.value, property.lost);
   }
-  if (is_late)
+  if (is_late) {
     takeOverRecord();
+    takeOverConfirmed();
+  }
   for (const auto& [name, property] : properties_)
     property->lost = Value();
   loaded_once_ = true;
@@ -536,6 +538,23 @@ void SqliteStore::takeOverRecord() {
     const auto found = properties_.find(row.name);
     if (row.rule == TakeOver::kRecord && found != properties_.end())
       found->second->value = found->second->stored;
+  }
+}
+
+/// Where this process has taken such a flag back, that stands. Holds memory_mutex_.
+void SqliteStore::takeOverConfirmed() {
+  const auto says = [this](const std::string& name) {
+    const auto found = properties_.find(name);
+    return found != properties_.end() && found->second->stored.isBoolean() && found->second->stored.boolean();
+  };
+  for (const TakeOverRow& row : options_.take_over.rows) {
+    if (row.rule != TakeOver::kConfirmed)
+      continue;
+    const auto found = properties_.find(row.name);
+    if (found == properties_.end() || found->second->value.isAbsent() || (says(row.name) && says(row.confirms)))
+      continue;
+    found->second->value = Value(false);
+    setDirty(*found->second);
   }
 }
 

@@ -190,6 +190,7 @@ class SqliteStore : public MachineStore {
   bool knewAll() const { return loaded_once_ && !was_locked_out_; }
   void takeOver(std::vector<StoredProperty>& loaded);
   void takeOverRecord();
+  void takeOverConfirmed();
   void giveUpFile(StoreProblem problem);
   void forgetStored();
   bool anythingDirty() const;

@@ -124,6 +124,7 @@ kit::Value takenOver(TakeOver rule, const kit::Value& in_file, const kit::Value&
     case TakeOver::kProcess:
     case TakeOver::kProcessAlone:
     case TakeOver::kRecord:
+    case TakeOver::kConfirmed:
       break;
   }
   return in_process;

@@ -19,11 +19,13 @@ enum class TakeOver : uint8_t {
   kUnite,         ///< a list of whole numbers: the file's, then those of this process that are not among them
   kAdd,           ///< a count: the sum
   kLater,         ///< a date: the later one
+  kConfirmed,     ///< a flag, true only where the file says so of it and of the flag that it confirms, else false
 };
 
 struct TakeOverRow {
   std::string name;
   TakeOver rule = TakeOver::kProcess;
+  std::string confirms = {};  ///< of kConfirmed: the other flag
 };
 
 struct TakeOverTable {

@@ -12,8 +12,10 @@
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/zlib_compressor.h"
 #include "host/handed_over.h"
+#include "host/json/simdjson_codec.h"
 #include "host/life/start_hold.h"
 #include "host/store/commit_retry.h"
+#include "services/endpoints.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
@@ -29,7 +31,11 @@ using ::testing::IsEmpty;
 
 class LateDevice : public ::testing::Test {
  protected:
-  LateDevice() { machine_.transport.on("").alwaysBy(service_.reply()); }
+  LateDevice() {
+    machine_.transport.on("").alwaysBy([this, reply = service_.reply()](const kit::Request& request) {
+      return reply(request).after(answer_seconds_);
+    });
+  }
   ~LateDevice() override { machine_.kill(std::move(phone_)); }
 
   void start() {
@@ -76,6 +82,17 @@ class LateDevice : public ::testing::Test {
       keys.push_back(served.payload["deeplink_info"]["conversion_key"].integer());
     return keys;
   }
+  /// Advertising ids, in the order of the erasures.
+  std::vector<std::string> erased() const {
+    std::vector<std::string> ids;
+    const host::SimdjsonCodec json;
+    for (const kit::Request& request : machine_.transport.requests(services::kGdprReqUrlPath)) {
+      const auto body = json.read(request.body);
+      ids.emplace_back(std::get<kit::Value>(body)["subject_identities"].array()[0]["identity_value"].string());
+    }
+    return ids;
+  }
+  bool isWishAccepted() const { return phone_->properties().MorvikCoreUserInfo_isGDPRForgetMeServerSynced(); }
   void crash(const char* reason) {
     phone_->reportUncaughtException({.reason = reason, .call_stack_symbols = {}, .moment = std::nullopt});
     machine_.kill(std::move(phone_));
@@ -103,6 +120,7 @@ class LateDevice : public ::testing::Test {
   ::morvik::testing::SeededRandom random_;
   SimulatedService service_{
       {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }};
+  double answer_seconds_ = 0;
   std::unique_ptr<host::Host> phone_;
 };
 
@@ -305,6 +323,68 @@ TEST_F(LateDevice, KeepsAWishOfItsOwnThatIsMadeWhileItsFileComesToLight) {
   machine_.loop.runUntilIdle();
   EXPECT_TRUE(phone_->isGdprForgetMe());
   EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kRefusedForgotten);
+}
+
+TEST_F(LateDevice, HasTheDeviceOfItsFileErasedWhenTheWishIsMadeInTheDark) {
+  start();
+  reportTheInstall();
+  restartInTheDark();
+  EXPECT_EQ(phone_->gdprForgetMe(true), Recorded::kKept);
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  machine_.loop.advance(host::kStartHoldSeconds / 2);
+  EXPECT_THAT(erased(), IsEmpty());
+  disk_.decide({});
+  machine_.loop.advance(2 * host::kStartHoldTrySeconds + 1);
+  EXPECT_THAT(erased(), ElementsAre(names("idfa").at(0)));
+  EXPECT_TRUE(isWishAccepted());
+}
+
+TEST_F(LateDevice, TellsTheWishInTheDarkWhenItsFileStaysThereAndOnceMoreWhenItsAppSaysSo) {
+  start();
+  reportTheInstall();
+  restartInTheDark();
+  phone_->gdprForgetMe(true);
+  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  ASSERT_EQ(erased().size(), 1U);
+  EXPECT_NE(erased()[0], names("idfa").at(0)) << "nobody knows it yet";
+  EXPECT_TRUE(isWishAccepted());
+  disk_.decide({});
+  machine_.loop.advance(host::kStoreReopenSeconds + 1);
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_FALSE(isWishAccepted());
+  EXPECT_EQ(erased().size(), 1U) << "never by itself";
+  phone_->gdprForgetMe(true);
+  machine_.loop.advance(1);
+  ASSERT_EQ(erased().size(), 2U);
+  EXPECT_EQ(erased()[1], names("idfa").at(0));
+  EXPECT_TRUE(isWishAccepted());
+}
+
+TEST_F(LateDevice, TakesNoAnswerToAnErasureOfAnotherDeviceForItsOwn) {
+  start();
+  reportTheInstall();
+  restartInTheDark();
+  answer_seconds_ = 5;
+  phone_->gdprForgetMe(true);
+  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  disk_.decide({});
+  machine_.loop.advance(10);
+  EXPECT_EQ(erased().size(), 1U);
+  EXPECT_TRUE(phone_->isGdprForgetMe());
+  EXPECT_FALSE(isWishAccepted());
+}
+
+TEST_F(LateDevice, TellsAWishAndItsWithdrawalInTheirOrderOnceItsFileHasComeToLight) {
+  start();
+  reportTheInstall();
+  restartInTheDark();
+  phone_->gdprForgetMe(true);
+  phone_->gdprForgetMe(false);
+  machine_.loop.advance(host::kStartHoldSeconds / 2);
+  EXPECT_THAT(erased(), IsEmpty());
+  disk_.decide({});
+  machine_.loop.advance(2 * host::kStartHoldTrySeconds + 1);
+  EXPECT_EQ(erased().size(), 2U);
 }
 
 TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsBesideIt) {

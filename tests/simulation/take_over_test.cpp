@@ -45,6 +45,8 @@ Sides sidesOf(const host::TakeOverRow& row) {
       return {Array{1, 2}, Array{2, 3}};
     case TakeOver::kLater:
       return {kit::Date{2000}, kit::Date{1000}};
+    case TakeOver::kConfirmed:
+      return {false, true};
     case TakeOver::kAdd:
     case TakeOver::kRecord:
     case TakeOver::kFile:
@@ -72,6 +74,8 @@ Value expected(const host::TakeOverRow& row) {
       return 30;
     case TakeOver::kLater:
       return kit::Date{2000};
+    case TakeOver::kConfirmed:
+      return false;
   }
   return {};
 }
@@ -192,8 +196,33 @@ TEST_F(TakeOverTableTest, TakesWhatTheProcessAloneHas) {
     leave(row.name, sidesOf(row).process);
   comeToLight();
   reopen();
-  for (const host::TakeOverRow& row : host::takeOverTable().rows)
-    EXPECT_EQ(store_->get(row.name), sidesOf(row).process) << row.name;
+  for (const host::TakeOverRow& row : host::takeOverTable().rows) {
+    const Value kept = row.rule == TakeOver::kConfirmed ? Value(false) : sidesOf(row).process;
+    EXPECT_EQ(store_->get(row.name), kept) << row.name;
+  }
+}
+
+TEST_F(TakeOverTableTest, LeavesAWishAcceptedOnlyWhereTheFileSaysSoToo) {
+  constexpr const char* kWish = services::property::MorvikCoreUserInfo_isGDPRForgetMe;
+  constexpr const char* kSynced = services::property::MorvikCoreUserInfo_isGDPRForgetMeServerSynced;
+  open();
+  for (const bool was_wished : {false, true}) {
+    for (const bool was_synced : {false, true}) {
+      for (const Value& meanwhile : {Value(), Value(false), Value(true)}) {
+        leave(kWish, was_wished);
+        leave(kSynced, was_synced);
+        openInTheDark();
+        leave(kWish, true);
+        if (!meanwhile.isAbsent())
+          leave(kSynced, meanwhile);
+        comeToLight();
+        reopen();
+        EXPECT_EQ(store_->get(kWish), Value(true));
+        EXPECT_EQ(store_->get(kSynced), Value(was_wished && was_synced && meanwhile != Value(false)))
+            << was_wished << was_synced;
+      }
+    }
+  }
 }
 
 TEST_F(TakeOverTableTest, LeavesTheProcessItsReferralRecordWhereTheFileHasNone) {
