@@ -317,6 +317,8 @@ void makeCore(HostParts& parts, HostOf host_of) {
            [&parts] {
              parts.handed_over.handleLater();
              parts.core->setWishesHeld(false);
+             // Behind the session that waits, which may ask for the attribution.
+             parts.main_loop->async([&parts] { parts.flushes.storeMayBeKnown(); });
            },
        .deliver = [&parts](kit::Notification notification) { parts.notifications.post(notification); }});
   parts.handed_over.begin();
@@ -378,6 +380,7 @@ void followTheStore(HostParts& parts) {
       parts.transport->wishDidChange();
       noteForACrash(parts);
       parts.start_hold.storeCameToLight();
+      parts.main_loop->async([&parts] { parts.flushes.storeMayBeKnown(); });
     });
     parts.handed_over.handleLater();
   });
@@ -488,7 +491,8 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       observations(observationsParts(*this)),
       services(servicesParts(*this)),
       sending({*main_loop, *transport, services}, options.options.sending),
-      flushes({*main_loop, gate, properties, ledger, services, sending, util, shared_state, lines, logger, *life}),
+      flushes({*main_loop, gate, properties, ledger, services, sending, util, shared_state, lines, logger, *life,
+               start_hold}),
       device(options.options.device),
       bundle(options.options.device),
       report_shelf(machine.makeReportShelf(options.options.store_folder, json, report_lines)),

@@ -27,14 +27,6 @@ std::chrono::milliseconds within(std::chrono::milliseconds timeout) {
   return std::clamp<std::chrono::milliseconds>(timeout, std::chrono::milliseconds(0), kMaxTimeout);
 }
 
-/// `reason`: why something waits, if it does.
-FlushResult resultOf(const LedgerMoments::Left& left, FlushReason reason) {
-  if (left.waiting == 0 && left.given_up == 0)
-    return {.is_delivered = true};
-  return {
-      .waiting = left.waiting, .given_up = left.given_up, .reason = left.waiting > 0 ? reason : FlushReason::kGivenUp};
-}
-
 }  // namespace
 
 /// Of one flush. What changes does so on the main queue.
@@ -130,6 +122,16 @@ void Flushes::refuse(const Done& done, FlushReason reason) {
     tellNow(done, reason);
   else if (reason != FlushReason::kStopped)
     parts_.main_loop.async([this, done, reason] { tellNow(done, reason); });
+}
+
+/// `reason`: why something waits, if it does. What a file has that nobody could read yet waits as well.
+FlushResult Flushes::resultOf(const LedgerMoments::Left& left, FlushReason reason) const {
+  if (parts_.start_hold.isDark())
+    return {.waiting = left.waiting, .given_up = left.given_up, .reason = reason};
+  if (left.waiting == 0 && left.given_up == 0)
+    return {.is_delivered = true};
+  return {
+      .waiting = left.waiting, .given_up = left.given_up, .reason = left.waiting > 0 ? reason : FlushReason::kGivenUp};
 }
 
 FlushResult Flushes::resultNow(FlushReason reason) const {
@@ -264,7 +266,7 @@ FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
 void Flushes::endWaits() {
   const std::scoped_lock hold(mutex_);
   has_ended_ = true;
-  flushes_.remove_if([](const FlushPointer& flush) {
+  flushes_.remove_if([this](const FlushPointer& flush) {
     if (!flush->waiter)
       return false;
     flush->waiter->tell(resultOf(flush->lastKnownLeft(), FlushReason::kStopped));
@@ -300,13 +302,17 @@ std::optional<FlushReason> Flushes::obstacle() const {
     return FlushReason::kSendingOff;
   if (parts_.shared_state.kAESSuperKeyForTracking.empty())
     return FlushReason::kNoTrackingKey;
-  if (parts_.store.fendoUserInfo_fendoUserNo() == -1 || parts_.store.fendoUserInfo_referralKey() == -1)
+  const bool has_record =
+      parts_.store.fendoUserInfo_fendoUserNo() != -1 && parts_.store.fendoUserInfo_referralKey() != -1;
+  if (!has_record && !parts_.start_hold.isHolding())
     return FlushReason::kNotAttributed;
   return std::nullopt;
 }
 
 void Flushes::advance() {
   finishDelivered();
+  if (parts_.start_hold.isHolding() || isAllButTheFileDelivered())
+    return;
   if (begun().empty() || core_->isBatchUnderWay() || core_->isNextBatchDue())
     return;
   // What is asked for when sending is on again, the attribution first of all, is asked for in a turn of its own.
@@ -364,7 +370,17 @@ void Flushes::batchDidEnd(BatchEnd end) {
   advance();
 }
 
+/// What is left to wait for is a file that may come to light.
+bool Flushes::isAllButTheFileDelivered() const {
+  const std::list<FlushPointer> waiting = begun();
+  return parts_.start_hold.isDark() && std::all_of(waiting.begin(), waiting.end(), [](const FlushPointer& flush) {
+           return flush->left().waiting == 0;
+         });
+}
+
 void Flushes::finishDelivered() {
+  if (parts_.start_hold.isDark())
+    return;
   for (const FlushPointer& flush : begun()) {
     if (flush->left().waiting == 0)
       finish(flush, FlushReason::kDelivered);

@@ -13,6 +13,7 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/ledger/ledger_book.h"
 #include "host/life/host_life.h"
+#include "host/life/start_hold.h"
 #include "host/log/posted_lines.h"
 #include "host/machine/machine.h"
 #include "host/machine/turn_gate.h"
@@ -52,6 +53,7 @@ class Flushes {
     PostedLines& lines;
     const services::Logger& logger;
     const HostLife& life;
+    const StartHold& start_hold;
   };
 
   explicit Flushes(Parts parts);
@@ -61,6 +63,10 @@ class Flushes {
 
   /// Whose batches they are. Before the first turn.
   void follow(MorvikCoreLib& core);
+
+  /// The wait for the store is over, or its file, whose records a flush is about as well, has come to light. Main
+  /// queue.
+  void storeMayBeKnown() { advance(); }
 
   /// As MorvikCore::flush(). Any thread; does not block. What is refused, past kMaxFlushes, after endAll() or without
   /// memory, is told at once.
@@ -100,12 +106,14 @@ class Flushes {
   void batchDidEnd(BatchEnd end);
   /// Why nothing can be delivered as things stand. Any thread.
   std::optional<FlushReason> obstacle() const;
+  bool isAllButTheFileDelivered() const;
   void finishDelivered();
   void finishAll(FlushReason reason);
   void finish(const FlushPointer& flush, FlushReason reason);
   void tell(const Flush& flush, const FlushResult& result) const;
   void refuse(const Done& done, FlushReason reason);
   void tellNow(const Done& done, FlushReason reason) const;
+  FlushResult resultOf(const LedgerMoments::Left& left, FlushReason reason) const;
   FlushResult resultNow(FlushReason reason) const;
   /// Of all that was ever recorded.
   uint64_t waitingNow() const;

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <chrono>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -93,6 +95,9 @@ class LateDevice : public ::testing::Test {
     return ids;
   }
   bool isWishAccepted() const { return phone_->properties().MorvikCoreUserInfo_isGDPRForgetMeServerSynced(); }
+  void flush(std::chrono::milliseconds timeout) {
+    phone_->flush([this](const FlushResult& result) { flushed_ = result; }, timeout);
+  }
   void crash(const char* reason) {
     phone_->reportUncaughtException({.reason = reason, .call_stack_symbols = {}, .moment = std::nullopt});
     machine_.kill(std::move(phone_));
@@ -122,6 +127,7 @@ class LateDevice : public ::testing::Test {
       {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }};
   double answer_seconds_ = 0;
   std::unique_ptr<host::Host> phone_;
+  std::optional<FlushResult> flushed_;
 };
 
 TEST_F(LateDevice, IsTheOneThatTheFileKnowsFromThenOn) {
@@ -385,6 +391,57 @@ TEST_F(LateDevice, TellsAWishAndItsWithdrawalInTheirOrderOnceItsFileHasComeToLig
   disk_.decide({});
   machine_.loop.advance(2 * host::kStartHoldTrySeconds + 1);
   EXPECT_EQ(erased().size(), 2U);
+}
+
+TEST_F(LateDevice, IsFlushedOfWhatItsFileHasOnceThatHasComeToLight) {
+  start();
+  liveASession();
+  phone_->setSendingEnabled(false);
+  for (int event = 0; event < 5; ++event)
+    phone_->addActivity("shop", "look", std::nullopt);
+  restartInTheDark();
+  flush(std::chrono::seconds(10));
+  machine_.loop.advance(host::kStartHoldSeconds / 2);
+  EXPECT_FALSE(flushed_);
+  disk_.decide({});
+  machine_.loop.advance(1);
+  ASSERT_TRUE(flushed_);
+  EXPECT_TRUE(flushed_->is_delivered) << toText(flushed_->reason);
+  EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), 0U);
+}
+
+TEST_F(LateDevice, IsNeverFlushedWhileItsFileIsInTheDark) {
+  start();
+  liveASession();
+  restartInTheDark();
+  phone_->applicationDidBecomeActive();
+  phone_->addActivity("shop", "look", std::nullopt);
+  flush(std::chrono::seconds(10));
+  machine_.loop.advance(host::kStartHoldSeconds + 5);
+  EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), 0U) << "all that this process knows of is delivered";
+  EXPECT_FALSE(flushed_);
+  machine_.loop.advance(5);
+  ASSERT_TRUE(flushed_);
+  EXPECT_FALSE(flushed_->is_delivered);
+  EXPECT_EQ(flushed_->waiting, 0U);
+  EXPECT_EQ(flushed_->reason, FlushReason::kTimeout);
+}
+
+TEST_F(LateDevice, SaysWhyItIsNotFlushedInTheDark) {
+  restartInTheDark();
+  flush(std::chrono::seconds(1));
+  machine_.loop.advance(1);
+  ASSERT_TRUE(flushed_);
+  EXPECT_EQ(flushed_->reason, FlushReason::kTimeout) << "it waits for the file";
+  flushed_.reset();
+  flush(std::chrono::seconds(10));
+  machine_.loop.advance(host::kStartHoldSeconds);
+  phone_->addActivity("shop", "look", std::nullopt);
+  flush(std::chrono::seconds(10));
+  machine_.loop.advance(1);
+  ASSERT_TRUE(flushed_);
+  EXPECT_FALSE(flushed_->is_delivered);
+  EXPECT_EQ(flushed_->reason, FlushReason::kNotAttributed);
 }
 
 TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsBesideIt) {
