@@ -158,6 +158,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void thirdPartyConversion(const kit::Value& parameters);
   /// Writes the referral record into the store, field by field, and tells the two delegates.
   void saveFendoUserInfo(const ReferralRecord& record);
+  /// The store could not be read before, and has come to light. Where it brought a referral record, that stands:
+  /// answers to what was asked before are not stored. Any thread, under the house lock.
+  void storeCameToLight();
   /// Asks the ad client for the Search Ads attribution details.
   void searchAds();
   /// Asks the ad client whether the install came from an iAd, and reports it.
@@ -373,17 +376,19 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   // Attribution.
   void requestConversion(const kit::Value& parameters, const ConversionTexts& texts, services::ErrorHandler failure);
-  void conversionDidSucceed(const kit::Value& json, const ConversionTexts& texts);
+  void conversionDidSucceed(const kit::Value& json, const ConversionTexts& texts, uint64_t records_known);
   void conversionDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
-  void saveReferralIfDue(const kit::Value& json, const ConversionTexts& texts);
+  void saveReferralIfDue(const kit::Value& json, const ConversionTexts& texts, uint64_t records_known);
+  void saveReferral(const ReferralRecord& record, uint64_t records_known);
+  bool isOutdated(uint64_t records_known) const { return records_brought_ != records_known; }
   void passDeferredDeepLink(const kit::Value& json, const ConversionTexts& texts);
   void saveConversionKeys(const kit::Value& json);
   ReferralRecord referralRecord(const kit::Value& json, int64_t install_date_if_unparsable) const;
-  void storeReferral(const ReferralRecord& record);
+  bool storeReferral(const ReferralRecord& record, uint64_t records_known);
   void notifyReferralSaved(const ReferralRecord& record);
   void attributionDidEnd();
   void searchAdsDidAnswer(const kit::Value& details, const std::optional<kit::Error>& error);
-  void iAdAttributionDidSucceed(const kit::Value& json);
+  void iAdAttributionDidSucceed(const kit::Value& json, uint64_t records_known);
   kit::Value sealedWithHashKey(const kit::Value& payload);
 
   // Deep links.
@@ -489,6 +494,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   int batches_under_way_ = 0;
   int attributions_under_way_ = 0;
+  /// Counts the stores that came to light with a referral record. What was asked before says nothing of that install.
+  std::atomic<uint64_t> records_brought_{0};
   DeliveryObserver delivery_observer_;
   /// What the session's first batch was to do, had sending not been off.
   EndActivities withheld_end_activities_ = EndActivities::kSend;

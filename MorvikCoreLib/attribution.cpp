@@ -179,9 +179,9 @@ void MorvikCoreLib::requestConversion(const Value& parameters, const ConversionT
   const auto self = shared_from_this();
   const bool has_begun = services::run(
       requestTools(), std::move(request),
-      [self, &texts](const Value& json) {
+      [self, &texts, records_known = records_brought_.load()](const Value& json) {
         --self->attributions_under_way_;
-        self->conversionDidSucceed(json, texts);
+        self->conversionDidSucceed(json, texts, records_known);
         self->attributionDidEnd();
       },
       [self, failure = std::move(failure)](const std::optional<kit::Response>& response, const kit::Error& error) {
@@ -202,7 +202,12 @@ void MorvikCoreLib::attributionDidEnd() {
     delivery_observer_.attributionDidEnd();
 }
 
-void MorvikCoreLib::conversionDidSucceed(const Value& json, const ConversionTexts& texts) {
+void MorvikCoreLib::storeCameToLight() {
+  if (store().fendoUserInfo_referralKey() != -1)
+    ++records_brought_;
+}
+
+void MorvikCoreLib::conversionDidSucceed(const Value& json, const ConversionTexts& texts, uint64_t records_known) {
   if (texts.resets_failures)
     failedGetReferralCnt_ = 0;
   MORVIK_LOG(log(), lcl_vDebug, texts.handler_operation, texts.json_text, json);
@@ -210,19 +215,19 @@ void MorvikCoreLib::conversionDidSucceed(const Value& json, const ConversionText
   services().setConversionResult(result);
   services().setConversionResultCode(util().checkIntegerNilToZero(json["ResultCode"]));
   takeServerTime(json);
-  if (!result)
+  if (!result || isOutdated(records_known))
     return;
-  saveReferralIfDue(json, texts);
+  saveReferralIfDue(json, texts, records_known);
   saveConversionKeys(json);
   passDeferredDeepLink(json, texts);
 }
 
 /// An install that is attributed already is overwritten only by an answer that carries a positive referral key.
-void MorvikCoreLib::saveReferralIfDue(const Value& json, const ConversionTexts& texts) {
+void MorvikCoreLib::saveReferralIfDue(const Value& json, const ConversionTexts& texts, uint64_t records_known) {
   const bool attributed = store().fendoUserInfo_referralKey() > 0;
   if (attributed && util().checkIntegerNilToZero(json["Data"]["referralKey"]) <= 0)
     return;
-  saveFendoUserInfo(referralRecord(json, 0));
+  saveReferral(referralRecord(json, 0), records_known);
   if (texts.pushes_tracking)
     pushTracking();
 }
@@ -258,7 +263,9 @@ void MorvikCoreLib::conversionDidFail(const std::optional<kit::Response>& respon
   services::guarded(log(), kConversionRetryGuard, MORVIK_HERE(kOperation), [this] {
     kit_.main_queue.after(
         kConversionRetryDelaySeconds,
-        [self = shared_from_this(), parameters = makeConversionParameter()] { self->conversion(parameters); });
+        [self = shared_from_this(), parameters = makeConversionParameter(), records_known = records_brought_.load()] {
+          self->conversion(self->isOutdated(records_known) ? self->makeConversionParameter() : parameters);
+        });
   });
 }
 
@@ -291,21 +298,28 @@ ReferralRecord MorvikCoreLib::referralRecord(const Value& json, int64_t install_
 }
 
 void MorvikCoreLib::saveFendoUserInfo(const ReferralRecord& record) {
+  saveReferral(record, records_brought_);
+}
+
+void MorvikCoreLib::saveReferral(const ReferralRecord& record, uint64_t records_known) {
   services::guarded(log(), kSaveFendoUserInfoGuard, MORVIK_HERE(kSaveFendoUserInfoOperation), [&] {
     MORVIK_LOG(log(), lcl_vTrace, kSaveFendoUserInfoOperation,
                "MRVK_QA-fendoUserNo : %lld, referralKey : %ld, subReferralKey : %ld, refUSN : %@, channelType : %ld, "
                "shardNo : %ld, referralData : %@ reengagementDateTime : %ld",
                record.fendoUserNo, record.referralKey, record.subReferralKey, record.refUSN, record.channelType,
                record.shardNo, record.referralData, record.reengagementDateTime);
-    storeReferral(record);
-    notifyReferralSaved(record);
+    if (storeReferral(record, records_known))
+      notifyReferralSaved(record);
   });
 }
 
-/// In one step: who reads the record on another thread gets the whole of it.
-void MorvikCoreLib::storeReferral(const ReferralRecord& record) {
+/// In one step: who reads the record on another thread gets the whole of it, and a store that comes to light meanwhile
+/// comes before it or after it.
+bool MorvikCoreLib::storeReferral(const ReferralRecord& record, uint64_t records_known) {
   const kit::Date now = kit_.clock.now();
-  store().inOneStep([&] {
+  return store().inOneStep([&] {
+    if (isOutdated(records_known))
+      return false;
     store().setFendoUserInfo_fendoUserNo(record.fendoUserNo);
     store().setFendoUserInfo_shardNum(record.shardNum);
     store().setFendoUserInfo_referralKey(record.referralKey);
@@ -323,6 +337,7 @@ void MorvikCoreLib::storeReferral(const ReferralRecord& record) {
     store().setFendoUserInfo_last_referral_datetime(record.lastReferralDatetime);
     store().setFendoUserInfo_install_datetime(record.installDatetime);
     store().setFendoUserInfo_install_mdatetime(record.installmDatetime);
+    return true;
   });
 }
 
@@ -428,7 +443,9 @@ void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters) {
                                        parameters, services::AcceptEncoding::kGzip);
   services::run(
       requestTools(), std::move(request),
-      [self = shared_from_this()](const Value& json) { self->iAdAttributionDidSucceed(json); },
+      [self = shared_from_this(), records_known = records_brought_.load()](const Value& json) {
+        self->iAdAttributionDidSucceed(json, records_known);
+      },
       [logger = log()](const std::optional<kit::Response>& response, const kit::Error& error) {
         static constexpr const char* kOperation = "-[MorvikCoreLib iAdAppAttributionTracking:]_block_invoke";
         MORVIK_LOG(logger, lcl_vError, kOperation, "MRVK_QA-iAdAppAttributionTracking_Recieved an HTTP %ld",
@@ -440,12 +457,12 @@ void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters) {
 
 /// Saves without asking what is stored: an iAd answer always overwrites the record. An install date that cannot be read
 /// is -1 here, and 0 in the conversion's answer.
-void MorvikCoreLib::iAdAttributionDidSucceed(const Value& json) {
+void MorvikCoreLib::iAdAttributionDidSucceed(const Value& json, uint64_t records_known) {
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib iAdAppAttributionTracking:]_block_invoke",
              "MRVK_QA-iAdAppAttributionTracking_JSON: %@", json);
-  if (!util().checkNilToNo(json["Result"]))
+  if (!util().checkNilToNo(json["Result"]) || isOutdated(records_known))
     return;
-  saveFendoUserInfo(referralRecord(json, -1));
+  saveReferral(referralRecord(json, -1), records_known);
   saveConversionKeys(json);
 }
 

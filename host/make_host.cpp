@@ -373,6 +373,8 @@ void followTheStore(HostParts& parts) {
   parts.store->setWhenTakenOver([&parts] {
     parts.services.closeIfStoredForgotten();
     takeOverIdentifiers(parts);
+    if (parts.core != nullptr)
+      parts.core->storeCameToLight();
     // One step, so that a wish of another thread cannot be undone by what was read before it. A turn of its own, since
     // a commit calls nobody: what waits to leave is asked again.
     parts.main_loop->async([&parts] {

@@ -214,6 +214,21 @@ TEST_F(LateDevice, StartsItsSessionAsAnotherOneWhenItsFileStaysInTheDark) {
   EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 0U);
 }
 
+TEST_F(LateDevice, KeepsTheRecordOfItsFileWhenAConversionOfTheDarkIsAnsweredLater) {
+  start();
+  liveASession();
+  const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
+  ASSERT_NE(user, -1);
+  restartInTheDark();
+  answer_seconds_ = 5;
+  phone_->applicationDidBecomeActive();
+  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  ASSERT_EQ(service_.installs(), 2U) << "its answer is under way";
+  disk_.decide({});
+  machine_.loop.advance(70);
+  EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
+}
+
 TEST_F(LateDevice, StartsTheSessionThatWaitsForItsFileBeforeItEndsIt) {
   start();
   liveASession();
