@@ -449,7 +449,8 @@ SqliteStore::Opened SqliteStore::openFile(std::optional<StoreProblem> unreadable
   Opened opened;
   StoreOutcome failed = std::move(unreadable);
   for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
-    if (failed && !failed->leavesTheFileGood())
+    // Another program that holds the file has kept this one waiting already.
+    if (failed && (!failed->leavesTheFileGood() || failed->kind == StoreProblem::Kind::kBusy))
       break;
     failed = makeStoreFile(options_.place);
     if (!failed)

@@ -977,6 +977,24 @@ TEST_F(SqliteStoreTest, NoCallerOpensAFileAgain) {
   EXPECT_EQ(inTheFile("list"), numbers(0, 8));
 }
 
+TEST_F(SqliteStoreTest, AFileThatAnotherProgramHoldsIsTriedOnceAtTheOpening) {
+  leaveStore(5);
+  const auto opens = [this](int error) {
+    FaultyVfs vfs;
+    std::atomic<int> count{0};
+    vfs.decide([&count, error](const VfsCall& call) {
+      count += call.kind == VfsCall::Kind::kOpen ? 1 : 0;
+      return call.kind == VfsCall::Kind::kRead ? error : SQLITE_OK;
+    });
+    const auto store = openOn(vfs);
+    EXPECT_EQ(store->opening(), StoreOpening::kUnavailable);
+    return count.load();
+  };
+  const int busy = opens(SQLITE_BUSY);
+  EXPECT_GT(busy, 0);
+  EXPECT_EQ(3 * busy, opens(SQLITE_IOERR_READ)) << "a disk that fails for a moment is tried again";
+}
+
 TEST_F(SqliteStoreTest, CallsGoOnWhileTheFileIsBeingOpenedAgain) {
   leaveStore(5);
   FaultyVfs vfs;
