@@ -146,12 +146,15 @@ Recorded Host::thirdPartyConversion() {
 /// A setter's rule: its values are committed, without synchronize().
 template <class Set>
 Recorded Host::setNow(Set set) {
-  return recordNow([&] {
-    set(*parts_->core);
-    const Recorded recorded = keptBy(parts_->logger, [this] { return parts_->store->synchronizeUntold(); });
-    afterRecording(parts_->logger, [this] { parts_->store->tellWaiting(); });
-    return recorded;
-  });
+  return recordNow([&] { return setAndCommit(set); });
+}
+
+template <class Set>
+Recorded Host::setAndCommit(Set set) {
+  set(*parts_->core);
+  const Recorded recorded = keptBy(parts_->logger, [this] { return parts_->store->synchronizeUntold(); });
+  afterRecording(parts_->logger, [this] { parts_->store->tellWaiting(); });
+  return recorded;
 }
 
 /// Both of the value's places or neither, also where the process runs out of memory between the two.
@@ -204,16 +207,20 @@ Recorded Host::setUserIdTo(const std::optional<std::string>& user_id) {
 Recorded Host::gdprForgetMe(bool forget_me) {
   const auto marked = parts_->lines.postFromHere();
   const bool was_in_doubt = parts_->plain_store->fileState() == WishFileState::kNotRead;
-  const Recorded recorded = setNow([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
+  const Recorded recorded = recordNow([this, forget_me] {
+    const Recorded in_store = setAndCommit([forget_me](MorvikCoreLib& core) { core.gdprForgetMe(forget_me); });
+    afterRecording(parts_->logger, [this] { parts_->plain_store->writeOnceMore(); });
+    return in_store;
+  });
   afterRecording(parts_->logger, [this, was_in_doubt] {
     parts_->transport->wishDidChange();
     if (was_in_doubt)
       parts_->handed_over.handleLater();
   });
+  if (!isKept(recorded))
+    return recorded;
   // It has a home of its own beside the store.
-  if (recorded == Recorded::kKeptInMemory && parts_->plain_store->isWishKept())
-    return Recorded::kKept;
-  return recorded;
+  return parts_->plain_store->isWishKept(recorded == Recorded::kKept) ? Recorded::kKept : Recorded::kKeptInMemory;
 }
 
 void Host::flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) {

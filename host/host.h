@@ -139,6 +139,8 @@ class Host final : public morvik::MorvikCore {
   Recorded recordNow(Record record);
   template <class Set>
   Recorded setNow(Set set);
+  template <class Set>
+  Recorded setAndCommit(Set set);
   Recorded setTwice(const char* pending, const char* complete, const kit::Value& wanted,
                     const std::function<void(MorvikCoreLib&)>& set);
   Recorded setUserIdTo(const std::optional<std::string>& user_id);

@@ -101,6 +101,7 @@ class VirtualStore final : public host::MachineStore {
     return {contents.begin(), contents.end()};
   }
   void flushNow() override {}
+  void flushSoon() override {}
   void setWhenFlushed(kit::Block) override {}
   // Every turn is committed; there is no disk to wait for.
   void shutdown() override {}

@@ -205,6 +205,8 @@ class MachineStore : public kit::KeyValueStore {
   virtual std::vector<std::pair<std::string, kit::Value>> all() const = 0;
   /// The session has ended: what is committed goes to the disk as soon as can be. Any thread; does not block.
   virtual void flushNow() = 0;
+  /// A flush within a second, as after each commit. Requests until it starts are one. Any thread; does not block.
+  virtual void flushSoon() = 0;
   /// True when what was written up to now outlives the process, and when nothing was. Any thread; does not block.
   virtual bool isKept() const = 0;
   /// `hook` runs on the store's own thread with each flush (one follows soon, whatever state the store is in), before
@@ -246,8 +248,8 @@ struct KeptWish {
 };
 
 /// The second home of the wish to be forgotten: a small file beside the store, which no state of the store touches.
-/// One thread at a time, but for read(), sync() and prepare(), which run beside the others; the latter two are the
-/// store's thread's.
+/// One thread at a time, but for read(), takeTurn(), sync() and prepare(), which run beside the others; the latter two
+/// are the store's thread's.
 class MachineWishFile {
  public:
   enum class State : uint8_t {
@@ -272,11 +274,18 @@ class MachineWishFile {
   virtual void goOnFrom(const Reading& reading) = 0;
   /// What is to be written was said just now, or is tried once more.
   enum class Word : uint8_t { kNew, kAgain };
-  /// In the kernel's hands when it returns; waits for no disk, and shortly for another process that writes the same
-  /// file. Makes a file that is missing, or was unreadable. It comes behind all that the file says by now, but for "not
-  /// forgotten" that is written again where another process has said "forgotten" meanwhile: then the file stays as it
-  /// is, and that is no error.
-  virtual std::optional<kit::Error> write(bool is_forgotten, Word word) = 0;
+  /// Lets the processes that write the file do so one after the other.
+  struct Turn {
+    std::shared_ptr<const void> taken;  ///< given back with it; null: another process has it, or there is none to take
+    std::optional<kit::Error> held_up;  ///< another process has it
+  };
+  /// Waits for another process's turn for `longest` at most; 0: not at all. Any thread.
+  virtual Turn takeTurn(std::chrono::milliseconds longest) = 0;
+  /// In the kernel's hands when it returns; waits for no disk. Makes a file that is missing, or was unreadable. It
+  /// comes behind all that the file says by now, but for "not forgotten" that is written again where another process
+  /// has said "forgotten" meanwhile: then the file stays as it is, and that is no error. Without the turn "forgotten"
+  /// is written with a number that the other process's does not reach, and "not forgotten" is not written: an error.
+  virtual std::optional<kit::Error> write(bool is_forgotten, Word word, const Turn& turn) = 0;
   /// Any thread.
   virtual bool isThere() const = 0;
   /// Makes what was written last, and the file's name. Waits for the disk.

@@ -37,6 +37,7 @@ class PassingStore : public MachineStore {
   bool isKept() const override { return store_.isKept(); }
   std::vector<std::pair<std::string, kit::Value>> all() const override { return store_.all(); }
   void flushNow() override { store_.flushNow(); }
+  void flushSoon() override { store_.flushSoon(); }
   void setWhenFlushed(kit::Block hook) override { store_.setWhenFlushed(std::move(hook)); }
   void shutdown() override { store_.shutdown(); }
 

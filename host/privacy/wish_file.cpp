@@ -37,16 +37,26 @@ MachineWishFile::Reading WishFile::read() {
   return {State::kRead, sector->is_forgotten, "", is_whole ? sector->sequence : 0};
 }
 
+MachineWishFile::Turn WishFile::takeTurn(std::chrono::milliseconds longest) {
+  std::unique_ptr<FileLock> taken;
+  const StoreOutcome held_up = files_.takeTurn(path_, longest, taken);
+  return {.taken = std::move(taken), .held_up = asError(held_up)};
+}
+
 // Another process may write beside this one: a kit beside a store of a newer version has no lock of the store's. So
 // what the file says is read once more where this one has its turn.
 //
 // A write that fails may have left half a sector: the next one goes to the same place, and the other sector stays good.
-std::optional<kit::Error> WishFile::write(bool is_forgotten, Word word) {
-  std::unique_ptr<FileLock> turn;
-  const StoreOutcome held_up = files_.takeTurn(path_, kMaxWishTurn, turn);
-  if (held_up && !is_forgotten)
-    return asError(held_up);
-  if (held_up || turn != nullptr) {
+std::optional<kit::Error> WishFile::write(bool is_forgotten, Word word, const Turn& turn) {
+  const bool held_up = turn.held_up.has_value();
+  if (held_up && !is_forgotten) {
+    // What the file says by now was said before this, and is to give way when this is tried again.
+    const Reading now = word == Word::kNew ? read() : Reading();
+    if (now.state == State::kRead)
+      sequence_ = now.sequence;
+    return turn.held_up;
+  }
+  if (held_up || turn.taken != nullptr) {
     const Reading now = read();
     const bool is_overtaken = now.state == State::kRead && now.sequence > sequence_ && now.is_forgotten;
     sequence_ = now.sequence;

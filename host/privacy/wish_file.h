@@ -14,11 +14,6 @@ namespace morvik::host {
 /// Reads of the file, one after the other, before it counts as one that cannot be read at present.
 inline constexpr int kWishReadAttempts = 3;
 
-/// So long a wish waits while another process writes one, which takes microseconds unless that process is held up in
-/// the middle of it. Past that "forgotten" is written all the same, with a number that the other one's does not reach;
-/// "not forgotten" is tried again.
-inline constexpr std::chrono::milliseconds kMaxWishTurn{40};
-
 class WishFile final : public MachineWishFile {
  public:
   /// Beside the store at that place.
@@ -27,7 +22,8 @@ class WishFile final : public MachineWishFile {
   std::string path() const override { return path_; }
   Reading read() override;
   void goOnFrom(const Reading& reading) override { sequence_ = reading.sequence; }
-  std::optional<kit::Error> write(bool is_forgotten, Word word) override;
+  Turn takeTurn(std::chrono::milliseconds longest) override;
+  std::optional<kit::Error> write(bool is_forgotten, Word word, const Turn& turn) override;
   bool isThere() const override { return files_.exists(path_); }
   std::optional<kit::Error> sync() override;
   std::optional<kit::Error> prepare(bool is_forgotten) override;

@@ -242,14 +242,12 @@ bool WishStore::trySetAndSynchronize(std::string_view key, kit::Value value) {
 void WishStore::beforeSet(bool is_forgotten) {
   if (!is_forgotten)
     return;
-  bool is_written = false;
   {
     const std::scoped_lock hold(mutex_);
     if (wanted_ != true)
       wantAnew(true);
-    is_written = writeIfDue();
   }
-  if (is_written)
+  if (writeIfDue(kMaxWishTurn))
     store_.flushNow();
 }
 
@@ -262,6 +260,7 @@ void WishStore::afterSet(bool is_forgotten) {
     wantAnew(false);
 }
 
+/// A withdrawal that is new is tried here, once and without waiting; everything else is the store's thread's to try.
 template <class Commit>
 bool WishStore::committing(Commit commit) {
   if (!is_behind_)
@@ -272,14 +271,16 @@ bool WishStore::committing(Commit commit) {
     asked = generation_;
   }
   const bool all_kept = commit();
-  bool is_written = false;
+  bool is_new = false;
   {
     const std::scoped_lock hold(mutex_);
     committed_ = std::max(committed_, asked);
-    is_written = writeIfDue();
+    is_new = is_new_ && wanted_ == false;
   }
-  if (is_written)
+  if (is_new && writeIfDue(std::chrono::milliseconds(0)))
     store_.flushNow();
+  else if (is_behind_)
+    store_.flushSoon();
   return all_kept;
 }
 
@@ -296,7 +297,7 @@ bool WishStore::synchronizeUntold() {
 bool WishStore::commitTurn() {
   const bool all_kept = committing([this] { return store_.commitTurn(); });
   tellWaiting();
-  return all_kept;
+  return all_kept && !isToBeTriedAgain();
 }
 
 void WishStore::setWhenTakenOver(kit::Block hook) {
@@ -339,13 +340,27 @@ bool WishStore::mayBeWritten() const {
   return wanted_ && written_ != generation_ && (*wanted_ || committed_ == generation_);
 }
 
-/// True: something was written that wants to be synced. A missing file that is to say "not forgotten" is made by the
-/// store's thread, under another name: half of it would say the opposite.
-bool WishStore::writeIfDue() {
-  if (!mayBeWritten() || (is_missing_ && !*wanted_))
+/// A missing file that is to say "not forgotten" is made by the store's thread, under another name: half of it would
+/// say the opposite.
+bool WishStore::isToBeWritten() const {
+  return mayBeWritten() && (!is_missing_ || *wanted_);
+}
+
+/// True: the store's thread is to go on, with a sync, or with a try that waits. The turn comes before the mutex.
+bool WishStore::writeIfDue(std::chrono::milliseconds longest_wait) {
+  {
+    const std::scoped_lock hold(mutex_);
+    if (!isToBeWritten())
+      return false;
+  }
+  const MachineWishFile::Turn turn = file_->takeTurn(longest_wait);
+  const std::scoped_lock hold(mutex_);
+  if (!isToBeWritten())
     return false;
   using Word = MachineWishFile::Word;
-  const auto error = file_->write(*wanted_, std::exchange(is_new_, false) ? Word::kNew : Word::kAgain);
+  const auto error = file_->write(*wanted_, std::exchange(is_new_, false) ? Word::kNew : Word::kAgain, turn);
+  if (error && turn.held_up && longest_wait == std::chrono::milliseconds(0))
+    return true;  // no trouble yet
   noteProblem(error);
   if (error)
     return false;
@@ -353,6 +368,19 @@ bool WishStore::writeIfDue() {
   written_ = generation_;
   is_behind_ = false;
   return true;
+}
+
+void WishStore::writeOnceMore() {
+  if (is_behind_ && writeIfDue(kMaxWishTurn))
+    store_.flushNow();
+}
+
+/// Although nothing else may happen on the device. A missing file is made soon, unless there is trouble.
+bool WishStore::isToBeTriedAgain() const {
+  if (!is_behind_)
+    return false;
+  const std::scoped_lock hold(mutex_);
+  return mayBeWritten() && (is_trouble_told_ || !is_missing_);
 }
 
 /// The store's thread.
@@ -366,9 +394,10 @@ void WishStore::flushed() {
 bool WishStore::sync() {
   uint64_t generation = 0;
   std::optional<bool> to_make;
+  writeIfDue(kMaxWishTurn);
+  tellWaiting();
   {
     const std::scoped_lock hold(mutex_);
-    writeIfDue();
     if (is_missing_ && mayBeWritten())
       to_make = wanted_;
     generation = to_make ? generation_ : written_;
@@ -383,7 +412,8 @@ bool WishStore::sync() {
   bool is_gone = false;
   {
     const std::scoped_lock hold(mutex_);
-    noteProblem(error);
+    if (error || written_ == generation_)
+      noteProblem(error);
     if (!error)
       synced_ = std::max(synced_, std::min(generation, written_));
     is_on_disk = synced_ == generation_;
@@ -425,12 +455,17 @@ std::optional<kit::Error> WishStore::make(bool is_forgotten, uint64_t generation
   return std::nullopt;
 }
 
-/// Where file and store differ the user is forgotten: so the file is enough for a wish, and not for its withdrawal. A
-/// store of a newer version says nothing to this one.
-bool WishStore::isWishKept() const {
-  const bool says_store_the_same = store_.isKept() || opening() == StoreOpening::kNewerVersion;
+/// Where file and store differ the user is forgotten: so either is enough for a wish, and neither for its withdrawal. A
+/// file that is missing, and a store of a newer version, say nothing.
+bool WishStore::isWishKept(bool is_stored) const {
+  if (file_ == nullptr)
+    return is_stored;
+  const bool is_in_store = is_stored || store_.isKept();
   const std::scoped_lock hold(mutex_);
-  return wanted_ && written_ == generation_ && (*wanted_ || says_store_the_same);
+  const bool is_in_file = wanted_ && written_ == generation_;
+  if (wanted_ != false)
+    return is_in_file || is_in_store;
+  return (is_in_file || is_missing_) && (is_in_store || opening() == StoreOpening::kNewerVersion);
 }
 
 bool WishStore::isOnDisk() const {

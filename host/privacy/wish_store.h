@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -19,11 +20,17 @@
 
 namespace morvik::host {
 
+/// So long a call that says a wish, and the store's thread, wait while another process writes one. That takes
+/// microseconds unless that process is held up in the middle of it. Past that "forgotten" is written all the same;
+/// "not forgotten" is tried again on the store's thread. Whoever merely commits does not wait at all.
+inline constexpr std::chrono::milliseconds kMaxWishTurn{40};
+
 /// Mirrors the stored flag that the gate follows, whoever sets it: true is in the file before it is in the store, false
-/// after the store was asked to commit it. So whatever lies between two of these steps says forgotten: at a start the
-/// user is forgotten where either of the two says so. A file that cannot be read at present counts as one that says
-/// forgotten, and is read again with each flush, on the store's thread, until it can be read or the flag is set. The
-/// flag is set by one thread at a time (under the house lock); everything else is for any thread.
+/// after the store was asked to commit it, whether or not it could. So whatever lies between two of these steps says
+/// forgotten, in the file or in the store: at a start the user is forgotten where either of the two says so. A file
+/// that cannot be read at present counts as one that says forgotten, and is read again with each flush, on the store's
+/// thread, until it can be read or the flag is set. The flag is set by one thread at a time (under the house lock);
+/// everything else is for any thread.
 class WishStore final : public PassingStore {
  public:
   using Reading = MachineWishFile::Reading;
@@ -38,9 +45,11 @@ class WishStore final : public PassingStore {
   WishFileState fileState() const;
   /// What kept the file from being read, written or synced last; empty when nothing did.
   std::string problem() const;
-  /// The death of the process would not lose the latest wish. Nothing of a wish is kept where there is no file: then it
-  /// is as the store says.
-  bool isWishKept() const;
+  /// The death of the process would not lose the latest wish. `is_stored`: the store has it, as a commit said.
+  bool isWishKept(bool is_stored) const;
+  /// For the call that said it, once it is committed: tries again to write a wish that another process has kept out of
+  /// the file, and waits kMaxWishTurn for that process at most. Under no lock.
+  void writeOnceMore();
   /// The latest wish would outlive a power cut.
   bool isOnDisk() const;
   /// `hook` runs each time the latest wish has reached the disk, on the store's thread; it must be short and must not
@@ -90,6 +99,8 @@ class WishStore final : public PassingStore {
   void afterSet(bool is_forgotten);
   template <class Commit>
   bool committing(Commit commit);
+  bool writeIfDue(std::chrono::milliseconds longest_wait);
+  bool isToBeTriedAgain() const;
   void storeCameToLight();
   void flushed();
   bool sync();
@@ -100,7 +111,7 @@ class WishStore final : public PassingStore {
   void want(bool is_forgotten);
   void wantAnew(bool is_forgotten);
   bool mayBeWritten() const;
-  bool writeIfDue();
+  bool isToBeWritten() const;
   void noteProblem(const std::optional<kit::Error>& error);
 
   MachineWishFile* const file_;
@@ -110,7 +121,7 @@ class WishStore final : public PassingStore {
   /// The file lacks the latest wish.
   std::atomic<bool> is_behind_{false};
 
-  mutable std::mutex mutex_;  // guards what follows
+  mutable std::mutex mutex_;  // guards what follows; callers take it, so nobody waits for a disk or a process under it
   std::optional<bool> wanted_;
   bool is_new_ = false;   ///< said just now, and its writing was not tried yet
   bool is_told_ = false;  ///< the flag was set by this process

@@ -263,13 +263,17 @@ void SqliteStore::flushNow() {
     flusher_->flushNow(StoreFlusher::Urgency::kSessionEnd);
 }
 
+void SqliteStore::flushSoon() {
+  if (flusher_ != nullptr)
+    flusher_->flushSoon();
+}
+
 void SqliteStore::setWhenFlushed(kit::Block hook) {
   {
     const std::lock_guard lock(commit_mutex_);
     when_flushed_ = std::move(hook);
   }
-  if (flusher_ != nullptr)
-    flusher_->flushSoon();
+  flushSoon();
 }
 
 void SqliteStore::flushAndWait() {

@@ -116,6 +116,7 @@ class SqliteStore : public MachineStore {
 
   /// The session has ended: syncs to the disk at once, on the store's own thread. Any thread; does not block.
   void flushNow() override;
+  void flushSoon() override;
   void setWhenFlushed(kit::Block hook) override;
   /// Commits, syncs, and blocks until that is done. For tools and the end of a process, never for the main thread.
   void flushAndWait();

@@ -178,12 +178,12 @@ class MorvikCore {
   /// Takes the user id back: what was not sent yet, and the copy that is kept. Nothing is sent.
   virtual Recorded clearUserId() = 0;
 
-  /// The user asks to be forgotten (true) or takes that back (false). The wish is stored when the call returns: from
-  /// then on, and after every restart, nothing of the kit leaves but this wish, and events of the app are refused. What
-  /// waited to leave is not sent, nor one that was still connecting; an exchange that was being sent runs to its end.
-  /// What follows is posted: the wish goes to the erasure service if there is a network; without one, or when the
-  /// service does not accept it, the app calls again later (the kit does not). A call that repeats what the service has
-  /// accepted does nothing. An accepted wish marks the user as forgotten, also one that takes an accepted erasure back.
+  /// The user asks to be forgotten (true) or takes that back (false). The wish is stored when the call returns, which
+  /// waits 0.1 s at most for another process: from then on, also after a restart, nothing leaves but this wish,
+  /// and events are refused. What waits to leave, or connects, is not sent; what is being sent runs to its end. In a
+  /// later turn the wish goes to the erasure service if there is a network; without one, or if it is not accepted, the
+  /// app calls again later (the kit does not). A repeated call does nothing once accepted. An accepted wish marks the
+  /// user as forgotten, so does a withdrawal. One that is kept in memory only is tried again; a restart may forget it.
   virtual Recorded gdprForgetMe(bool forget_me) = 0;
   /// Whether the user is marked as forgotten, as of now; in a forked child true. At once, on any thread.
   virtual bool isGdprForgetMe() const = 0;

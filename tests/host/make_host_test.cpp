@@ -27,11 +27,13 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/crash/crash_record.h"
 #include "host/handed_over.h"
+#include "host/privacy/wish_file.h"
 #include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
 #include "services/dates.h"
 #include "services/endpoints.h"
 #include "testing/recording_log.h"
+#include "tests/host/privacy/held_file.h"
 #include "tests/support/environment_variable.h"
 #include "tests/support/scratch_folder.h"
 
@@ -766,6 +768,17 @@ TEST_F(MakeHost, KeepsWhatAnotherThreadRecordsBeforeItsCallReturnsWhileTheMainQu
   EXPECT_EQ(host->addActivity("shop", "late", std::nullopt), Recorded::kRefusedForgotten);
   go.set_value();
   onMain(*host, [] {});
+}
+
+TEST_F(MakeHost, CallsAWithdrawalKeptInMemoryWhileAnotherProcessKeepsItOutOfTheFileOfTheWish) {
+  const auto host = make();
+  EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
+  const test::Held held(WishFile::pathBeside({.folder = options.store_folder}));
+  EXPECT_EQ(host->gdprForgetMe(false), Recorded::kKeptInMemory) << "a restart would find the user forgotten";
+  EXPECT_EQ(host->addActivity("shop", "look", std::nullopt), Recorded::kKept);
+  EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
+  held.letGo();
+  EXPECT_EQ(host->gdprForgetMe(false), Recorded::kKept);
 }
 
 TEST_F(MakeHost, HasCommittedAForgetMeWishBeforeItsRequestLeaves) {

@@ -18,6 +18,7 @@
 #include "host/privacy/wish_file.h"
 #include "host/privacy/wish_rereading.h"
 #include "host/privacy/wish_sectors.h"
+#include "host/privacy/wish_store.h"
 #include "host/store/commit_retry.h"
 #include "services/endpoints.h"
 #include "simulation/simulated_disk.h"
@@ -610,7 +611,8 @@ class MachineOfTwo final : public VirtualMachine {
   static void writeByAnother(SimulatedDisk& disk, bool is_forgotten) {
     host::WishFile file(disk.place());
     file.goOnFrom(file.read());
-    EXPECT_EQ(file.write(is_forgotten, host::MachineWishFile::Word::kNew), std::nullopt);
+    EXPECT_EQ(file.write(is_forgotten, host::MachineWishFile::Word::kNew, file.takeTurn(host::kMaxWishTurn)),
+              std::nullopt);
   }
   std::optional<bool> last_wish;
 

@@ -38,6 +38,7 @@ class MockStore : public MachineStore {
   MOCK_METHOD(bool, isKept, (), (const, override));
   MOCK_METHOD((std::vector<std::pair<std::string, Value>>), all, (), (const, override));
   MOCK_METHOD(void, flushNow, (), (override));
+  MOCK_METHOD(void, flushSoon, (), (override));
   MOCK_METHOD(void, setWhenFlushed, (kit::Block), (override));
   MOCK_METHOD(void, shutdown, (), (override));
 };
@@ -95,6 +96,7 @@ TEST_F(PassingStoreTest, PassesOnCommitsFlushesAndHooks) {
   EXPECT_CALL(store_, synchronizeUntold()).WillOnce(Return(true));
   EXPECT_CALL(store_, tellWaiting());
   EXPECT_CALL(store_, flushNow());
+  EXPECT_CALL(store_, flushSoon());
   EXPECT_CALL(store_, setWhenTakenOver(_)).WillOnce([](const kit::Block& hook) { hook(); });
   EXPECT_CALL(store_, setWhenFlushed(_)).WillOnce([](const kit::Block& hook) { hook(); });
   EXPECT_CALL(store_, shutdown());
@@ -103,6 +105,7 @@ TEST_F(PassingStoreTest, PassesOnCommitsFlushesAndHooks) {
   EXPECT_TRUE(passing_.synchronizeUntold());
   passing_.tellWaiting();
   passing_.flushNow();
+  passing_.flushSoon();
   passing_.setWhenTakenOver([&] { ++taken_over; });
   passing_.setWhenFlushed([&] { ++flushed; });
   passing_.shutdown();

@@ -4,12 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <filesystem>
 #include <future>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "host/privacy/wish_file.h"
 #include "host/privacy/wish_sectors.h"
@@ -36,7 +41,8 @@ class SlowFile final : public MachineWishFile {
     return {State::kRead, true, "", 1};
   }
   void goOnFrom(const Reading&) override {}
-  std::optional<kit::Error> write(bool is_forgotten, Word) override {
+  Turn takeTurn(std::chrono::milliseconds) override { return {}; }
+  std::optional<kit::Error> write(bool is_forgotten, Word, const Turn&) override {
     written = is_forgotten;
     return std::nullopt;
   }
@@ -85,7 +91,10 @@ class VanishingFile final : public MachineWishFile {
   std::string path() const override { return file_.path(); }
   Reading read() override { return file_.read(); }
   void goOnFrom(const Reading& reading) override { file_.goOnFrom(reading); }
-  std::optional<kit::Error> write(bool is_forgotten, Word word) override { return file_.write(is_forgotten, word); }
+  Turn takeTurn(std::chrono::milliseconds longest) override { return file_.takeTurn(longest); }
+  std::optional<kit::Error> write(bool is_forgotten, Word word, const Turn& turn) override {
+    return file_.write(is_forgotten, word, turn);
+  }
   bool isThere() const override { return file_.isThere(); }
   std::optional<kit::Error> sync() override {
     if (vanishes.exchange(false))
@@ -152,6 +161,135 @@ TEST_F(WishStoreWithFile, DoesNotUndoAnotherProcesssWishByTryingAnEarlierOneAgai
   held.letGo();
   EXPECT_TRUE(isOnDiskSoon());
   EXPECT_EQ(newestWishSector(test::bytesOf(path())), (WishSector{10, true}));
+}
+
+/// Says "forgotten" at first; then another process has its turn until it lets go.
+class BusyFile final : public MachineWishFile {
+ public:
+  std::string path() const override { return "busy"; }
+  Reading read() override { return {State::kRead, true, "", 1}; }
+  void goOnFrom(const Reading&) override {}
+  /// Who would wait for the other process waits until waiters may give up, or it lets go.
+  Turn takeTurn(std::chrono::milliseconds longest) override {
+    std::unique_lock lock(mutex_);
+    ++turns_[longest > std::chrono::milliseconds(0) ? kWaiting : kAtOnce];
+    changed_.notify_all();
+    if (longest > std::chrono::milliseconds(0))
+      changed_.wait(lock, [this] { return give_up_ || !is_busy_; });
+    return is_busy_ ? Turn{.held_up = kit::Error{"another process is writing it"}} : Turn{};
+  }
+  std::optional<kit::Error> write(bool is_forgotten, Word, const Turn& turn) override {
+    const std::scoped_lock lock(mutex_);
+    if (turn.held_up && !is_forgotten)
+      return turn.held_up;
+    written_ = is_forgotten;
+    return std::nullopt;
+  }
+  bool isThere() const override { return true; }
+  std::optional<kit::Error> sync() override { return std::nullopt; }
+  std::optional<kit::Error> prepare(bool) override { return std::nullopt; }
+  std::optional<kit::Error> adopt() override { return std::nullopt; }
+  void discard() override {}
+
+  enum Patience : size_t { kAtOnce, kWaiting };
+  int turns(Patience patience) {
+    const std::scoped_lock lock(mutex_);
+    return turns_[patience];
+  }
+  void waitUntilSomebodyWaits() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return turns_[kWaiting] > 0; });
+  }
+  void letWaitersGiveUp() {
+    const std::scoped_lock lock(mutex_);
+    give_up_ = true;
+    changed_.notify_all();
+  }
+  void letGo() {
+    const std::scoped_lock lock(mutex_);
+    is_busy_ = false;
+    changed_.notify_all();
+  }
+  std::optional<bool> written() {
+    const std::scoped_lock lock(mutex_);
+    return written_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool is_busy_ = true;
+  bool give_up_ = false;
+  int turns_[2] = {0, 0};
+  std::optional<bool> written_;
+};
+
+class WishStoreWithBusyFile : public ::testing::Test {
+ protected:
+  WishStoreWithBusyFile() { levels_._lcl_component_level[kit::lcl_cKesmo] = kit::lcl_vTrace; }
+  ~WishStoreWithBusyFile() override { file_.letGo(); }
+  bool say(bool is_forgotten) {
+    store_.set(kWishKey, is_forgotten);
+    return store_.synchronize();
+  }
+  bool record(int number) {
+    store_.append("events", kit::Value(number));
+    return store_.synchronize();
+  }
+
+  test::ScratchFolder folder_;
+  testing::RecordingLog log_;
+  kit::LogLevels levels_;
+  const services::Logger logger_{levels_, log_};
+  BusyFile file_;
+  SqliteStore bare_{{.place = {.folder = folder_.path()}, .flush_delay = std::chrono::hours(1)}, log_};
+  WishStore store_{bare_, &file_, logger_};
+};
+
+TEST_F(WishStoreWithBusyFile, TriesAWithdrawalOnceAtItsCommitAndThenOnTheStoresThreadAlone) {
+  EXPECT_TRUE(say(false));
+  EXPECT_EQ(file_.turns(BusyFile::kAtOnce), 1);
+  file_.waitUntilSomebodyWaits();  // the store's thread
+  for (int event = 0; event < 20; ++event)
+    EXPECT_TRUE(record(event));
+  EXPECT_EQ(file_.turns(BusyFile::kAtOnce), 1);
+  EXPECT_EQ(file_.turns(BusyFile::kWaiting), 1) << "nobody who records waits for another process";
+  EXPECT_EQ(store_.fileState(), WishFileState::kGood) << "nor does who asks";
+  EXPECT_FALSE(store_.isOnDisk());
+  file_.letGo();
+  bare_.flushAndWait();
+  EXPECT_EQ(file_.written(), false);
+  EXPECT_TRUE(store_.isOnDisk());
+}
+
+TEST_F(WishStoreWithBusyFile, CallsAWithdrawalKeptOnceTheFileSaysItToo) {
+  file_.letWaitersGiveUp();
+  EXPECT_TRUE(say(false));
+  EXPECT_FALSE(store_.isWishKept(true)) << "the store has it, but the next start would follow the file";
+  store_.writeOnceMore();
+  EXPECT_FALSE(store_.isWishKept(true));
+  file_.letGo();
+  store_.writeOnceMore();
+  EXPECT_TRUE(store_.isWishKept(true));
+  EXPECT_TRUE(say(true));
+  EXPECT_TRUE(store_.isWishKept(true));
+}
+
+TEST_F(WishStoreWithBusyFile, SaysThatItIsNotWrittenUntilItIs) {
+  file_.letWaitersGiveUp();
+  EXPECT_TRUE(say(false));
+  for (int flush = 0; flush < 3; ++flush) {
+    bare_.flushAndWait();
+    EXPECT_EQ(store_.fileState(), WishFileState::kNotWritten) << "what lay in it before can be synced all the same";
+  }
+  EXPECT_EQ(log_.countContaining("cannot be written (another process is writing it)"), 1U);
+  EXPECT_EQ(log_.countContaining("can be written again"), 0U);
+  EXPECT_FALSE(store_.commitTurn()) << "it is to be tried again";
+  file_.letGo();
+  bare_.flushAndWait();
+  EXPECT_EQ(store_.fileState(), WishFileState::kGood);
+  EXPECT_EQ(log_.countContaining("can be written again"), 1U);
+  EXPECT_TRUE(store_.commitTurn());
 }
 
 }  // namespace
