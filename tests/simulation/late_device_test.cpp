@@ -25,6 +25,7 @@
 namespace morvik::simulation {
 namespace {
 
+using ::morvik::testing::Answer;
 using ::morvik::testing::ServedRequest;
 using ::morvik::testing::ServiceEndpoint;
 using ::morvik::testing::SimulatedService;
@@ -145,6 +146,24 @@ TEST_F(LateDevice, IsTheOneThatTheFileKnowsFromThenOn) {
     EXPECT_FALSE(told[0].empty());
     EXPECT_EQ(told[0], told[1]) << field;
   }
+}
+
+TEST_F(LateDevice, KeepsTheImpressionsOfItsFileThatABatchOfTheDarkDidNotCarry) {
+  start();
+  EXPECT_EQ(phone_->addImpression({.campaign_key = 7, .space_key = "of the file"}), Recorded::kKept);
+  restartInTheDark();
+  EXPECT_EQ(phone_->addImpression({.campaign_key = 7, .space_key = "of the dark"}), Recorded::kKeptInMemory);
+  const Answer accepted = Answer::json(kit::Dictionary{{"Result", true}});
+  machine_.transport.on(services::kTrackingPath).then(Answer(accepted).after(5));
+  phone_->applicationDidBecomeActive();
+  const auto has_sent = [this] { return !machine_.transport.requests(services::kTrackingPath).empty(); };
+  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, host::kStartHoldSeconds + 1));
+  showDisk();
+  const auto stored = [this] { return phone_->properties().fendoImpressionInfos().array(); };
+  ASSERT_EQ(stored().size(), 2U);
+  machine_.loop.advance(5);
+  ASSERT_EQ(stored().size(), 1U);
+  EXPECT_EQ(stored()[0]["spaceKey"], kit::Value("of the file"));
 }
 
 TEST_F(LateDevice, IsTheOneThatTheFileKnowsInTheVeryTurnInWhichItIsRead) {
