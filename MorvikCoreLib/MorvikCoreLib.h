@@ -245,8 +245,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// retried by itself. Any thread: the wish is compared, stored and mirrored as one step before this returns, not
   /// flushed; what follows is posted to the main queue in the order of the wishes.
   void gdprForgetMe(bool forget_me);
-  /// While held, wishes are stored and mirrored as ever, and wait to be told; then they are told in their order. For a
-  /// host that does not know yet which device an erasure would have to name. Main queue, or before it runs.
+  /// While held, wishes are stored and mirrored at once, and wait to be told, unless there is no network. For a host
+  /// that does not know yet which device an erasure names. Main queue, or before it runs; tells what waits in order.
   void setWishesHeld(bool held);
   /// Whether the user is marked as forgotten. Any thread.
   bool isGdprForgetMe() const;

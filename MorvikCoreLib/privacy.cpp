@@ -106,9 +106,9 @@ void MorvikCoreLib::setWishesHeld(bool held) {
   }
 }
 
-/// False: there was none, or they are held.
+/// False: there was none, or they are held. Without a network none is: what is untold then stays so, as ever.
 bool MorvikCoreLib::tellNextWish() {
-  if (are_wishes_held_)
+  if (are_wishes_held_ && util().getNetworkStatus() != kit::kNetworkUnknown)
     return false;
   const auto wish = store().inOneStep([this]() -> std::optional<bool> {
     if (untold_wishes_.empty())
@@ -117,9 +117,12 @@ bool MorvikCoreLib::tellNextWish() {
     untold_wishes_.pop_front();
     return first;
   });
-  if (wish)
-    tellForgetMe(*wish);
-  return wish.has_value();
+  if (!wish)
+    return false;
+  tellForgetMe(*wish);
+  if (are_wishes_held_)
+    tellNextWish();
+  return true;
 }
 
 /// What the stored flag says, but for a wish that waits to be told.

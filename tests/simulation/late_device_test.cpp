@@ -414,6 +414,20 @@ TEST_F(LateDevice, TakesNoAnswerToAnErasureOfAnotherDeviceForItsOwn) {
   EXPECT_FALSE(isWishAccepted());
 }
 
+TEST_F(LateDevice, LeavesAWishUntoldThatIsMadeInTheDarkWithoutANetwork) {
+  start();
+  restartInTheDark();
+  phone_->gdprForgetMe(true);
+  machine_.loop.runUntilIdle();
+  phone_->setOffline(true);
+  phone_->gdprForgetMe(false);
+  machine_.loop.runUntilIdle();
+  phone_->setOffline(false);
+  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  EXPECT_THAT(erased(), IsEmpty());
+  EXPECT_FALSE(phone_->isGdprForgetMe());
+}
+
 TEST_F(LateDevice, TellsAWishAndItsWithdrawalInTheirOrderOnceItsFileHasComeToLight) {
   start();
   reportTheInstall();
