@@ -25,7 +25,6 @@
 namespace morvik::simulation {
 namespace {
 
-using ::morvik::testing::Answer;
 using ::morvik::testing::ServedRequest;
 using ::morvik::testing::ServiceEndpoint;
 using ::morvik::testing::SimulatedService;
@@ -153,11 +152,10 @@ TEST_F(LateDevice, KeepsTheImpressionsOfItsFileThatABatchOfTheDarkDidNotCarry) {
   EXPECT_EQ(phone_->addImpression({.campaign_key = 7, .space_key = "of the file"}), Recorded::kKept);
   restartInTheDark();
   EXPECT_EQ(phone_->addImpression({.campaign_key = 7, .space_key = "of the dark"}), Recorded::kKeptInMemory);
-  const Answer accepted = Answer::json(kit::Dictionary{{"Result", true}});
-  machine_.transport.on(services::kTrackingPath).then(Answer(accepted).after(5));
+  answer_seconds_ = 5;
   phone_->applicationDidBecomeActive();
   const auto has_sent = [this] { return !machine_.transport.requests(services::kTrackingPath).empty(); };
-  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, host::kStartHoldSeconds + 1));
+  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, host::kStartHoldSeconds + 10));
   showDisk();
   const auto stored = [this] { return phone_->properties().fendoImpressionInfos().array(); };
   ASSERT_EQ(stored().size(), 2U);
