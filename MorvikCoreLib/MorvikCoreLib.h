@@ -159,7 +159,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// Writes the referral record into the store, field by field, and tells the two delegates.
   void saveFendoUserInfo(const ReferralRecord& record);
   /// The store could not be read before, and has come to light. Where it brought a referral record, that stands:
-  /// answers to what was asked before are not stored. Any thread, under the house lock.
+  /// answers to what was asked before are not stored. Of the impressions a batch that was built before takes out only
+  /// what it carried. Any thread, under the house lock.
   void storeCameToLight();
   /// Asks the ad client for the Search Ads attribution details.
   void searchAds();
@@ -360,7 +361,6 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   // A backlog (backlog.cpp).
   void trimImpressions(const kit::Array& sent);
-  bool wasOfAnotherInstall(const SentBatch& batch) const;
   bool followAccepted(const std::shared_ptr<const SentBatch>& batch, bool has_trimmed);
   bool followTooLarge(const std::shared_ptr<const SentBatch>& batch, const std::optional<kit::Response>& response,
                       const kit::Error& error);
@@ -494,7 +494,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   int batches_under_way_ = 0;
   int attributions_under_way_ = 0;
-  /// Counts the stores that came to light with a referral record. What was asked before says nothing of that install.
+  /// Counts the stores that came to light: what was built before knows nothing of what they hold.
+  std::atomic<uint64_t> stores_brought_{0};
+  /// Counts those with a referral record. What was asked before says nothing of that install.
   std::atomic<uint64_t> records_brought_{0};
   DeliveryObserver delivery_observer_;
   /// What the session's first batch was to do, had sending not been off.

@@ -203,6 +203,7 @@ void MorvikCoreLib::attributionDidEnd() {
 }
 
 void MorvikCoreLib::storeCameToLight() {
+  ++stores_brought_;
   if (store().fendoUserInfo_referralKey() != -1)
     ++records_brought_;
 }

@@ -23,7 +23,7 @@ struct MorvikCoreLib::SentBatch {
   kit::Value last_activity;         ///< as it is stored
   bool leaves_impressions = false;  ///< the limit left some out
   kit::Array carried_impressions;   ///< as they are stored
-  kit::Value install_id;            ///< as whose it was sent
+  uint64_t stores_known = 0;        ///< stores_brought_ when it was built
 };
 
 }  // namespace morvik

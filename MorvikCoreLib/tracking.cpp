@@ -63,7 +63,6 @@ constexpr services::Guard kDeleteActivitysGuard{
 // Keys of stored records and of the batch. Literals, so that a batch of 100,000 entries counts no references for them.
 constinit const Value kActivityInfoKey = Value::literal("activity_info");
 constinit const Value kImpressionInfoKey = Value::literal("impression_info");
-constinit const Value kInstallIdKey = Value::literal("install_id");
 constinit const Value kGroupKey = Value::literal("group");
 constinit const Value kActivityKey = Value::literal("activity");
 constinit const Value kParamKey = Value::literal("param");
@@ -241,7 +240,7 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   const auto facts = std::make_shared<SentBatch>();
   facts->end_activities = end_activities;
   facts->session = sessions_;
-  facts->install_id = batch[kInstallIdKey.string()];
+  facts->stores_known = stores_brought_;
   const bool is_follower = batch_size_.isLimited() && last_batch_ != nullptr && last_batch_->session == sessions_;
   LeftOutEnds left_out(end_activities, is_follower ? last_batch_->kept_end : std::nullopt);
   const kit::Array activities = store().fendoActivityInfos().array();
@@ -406,12 +405,6 @@ void MorvikCoreLib::refetchReferral() {
   });
 }
 
-/// The store of this install came to light only after the batch had been built: it knew nothing of what that holds.
-bool MorvikCoreLib::wasOfAnotherInstall(const SentBatch& batch) const {
-  const Value common(services().makeCommonParameter(kit_.update_log.getSDKVersion()));
-  return batch.install_id != common[kInstallIdKey.string()];
-}
-
 void MorvikCoreLib::trackingDidSucceed(const Value& json, const std::shared_ptr<const SentBatch>& batch) {
   --batches_under_way_;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib tracking:]_block_invoke", "MRVK_QA-tracking_JSON: %@", json);
@@ -422,7 +415,8 @@ void MorvikCoreLib::trackingDidSucceed(const Value& json, const std::shared_ptr<
     // The noted ids are those of the newest batch. While that has not left, an earlier one's acceptance is none of it:
     // what the earlier one carried goes once more.
     has_trimmed = (newest_batch_ == batch || newest_batch_->has_left) && trimActivities();
-    if (batch->leaves_impressions || wasOfAnotherInstall(*batch))
+    // Those of a store that came to light since are not among what it carried.
+    if (batch->leaves_impressions || batch->stores_known != stores_brought_)
       trimImpressions(batch->carried_impressions);
     else
       deleteImpressionInfo();

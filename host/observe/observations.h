@@ -59,7 +59,7 @@ class Observations {
   /// To be called where a session may have started or ended. Any thread.
   void sessionMayHaveChanged();
   void hostDidStart(const std::string& store_folder);
-  /// `status`: as it stands then. Once. The line goes to `logger`, which need not wait for the log.
+  /// `status`: as it stands then. Once.
   void hostDidStop(Status status);
 
   /// Any thread.

@@ -79,8 +79,8 @@ class Flushes {
   bool isInsideACallback() const;
   /// Tells those that wait on a thread that the kit is stopped, and takes no more. Any thread; takes no memory.
   void endWaits();
-  /// endWaits(), and tells the others so as well, on the main queue while that still runs turns. Any
-  /// thread, outside of a turn; waits kEndFlushesSeconds at most. May be called again.
+  /// endWaits(), and tells the others so as well, on the main queue while that still runs turns. Any thread, outside of
+  /// a turn; waits kEndFlushesSeconds at most. May be called again.
   void endAll();
   /// Tells, on this thread, those that the main queue did not get to. After endAll().
   void endRest();
