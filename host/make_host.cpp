@@ -421,6 +421,8 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   const auto parts =
       std::make_shared<HostParts>(life, std::get<CheckedOptions>(std::move(checked)), std::move(sink), machine);
   parts->eraser_log = std::move(eraser_log);
+  // It erases on a thread of the app's, which waits for the threads of the store that it opens.
+  parts->eraser_log->passOnTo(parts->lines.later());
   parts->eraser = std::move(eraser);
   if (parts->store->opening() == StoreOpening::kLocked)
     return kit::Error{parts->store->openingLine()};

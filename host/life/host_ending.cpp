@@ -297,7 +297,7 @@ void HostEnding::writeLastLines(bool is_closed, steady_clock::time_point deadlin
     if (is_closed)
       parts.lines.writeAll();
     else
-      parts.lines.tryWriteAll();
+      parts.lines.tryWriteAll(steady_clock::now() + kLastLinesTime / 2);
   };
   if (!parts_->has_threads)
     return write(*parts_);
@@ -308,7 +308,7 @@ void HostEnding::writeLastLines(bool is_closed, steady_clock::time_point deadlin
   });
   auto* const writer = std::get_if<std::thread>(&thread);
   if (writer == nullptr)
-    return parts_->lines.tryWriteAll();
+    return parts_->lines.tryWriteAll(steady_clock::now());
   const auto give_up = std::max(deadline, steady_clock::now() + kLastLinesTime);
   if (written->get_future().wait_until(give_up) == std::future_status::ready) {
     writer->join();

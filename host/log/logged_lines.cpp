@@ -19,7 +19,7 @@ void LoggedLines::write(const services::Logger& logger, std::string_view text) c
 }
 
 StartLog::StartLog(int level, kit::LogSink& sink, const char* operation)
-    : lines_(services::Logger(levels_, sink), operation) {
+    : sink_(sink), lines_(services::Logger(levels_, sink_), operation) {
   setKitLevel(levels_, level);
 }
 

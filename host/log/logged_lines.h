@@ -32,9 +32,19 @@ class StartLog {
   StartLog(const StartLog&) = delete;
   StartLog& operator=(const StartLog&) = delete;
   kit::LogSink& lines() { return lines_; }
+  /// From here on its lines go there. `sink` outlives it. Before other threads come.
+  void passOnTo(kit::LogSink& sink) { sink_.to = &sink; }
 
  private:
+  struct Sink final : kit::LogSink {
+    explicit Sink(kit::LogSink& first) : to(&first) {}
+    void line(std::string_view text) override { to->line(text); }
+    bool tryLine(std::string_view text) override { return to->tryLine(text); }
+    kit::LogSink* to;
+  };
+
   kit::LogLevels levels_;
+  Sink sink_;
   LoggedLines lines_;
 };
 

@@ -31,6 +31,18 @@ TEST(StartLog, HasTheLevelThatItWasMadeWith) {
   EXPECT_EQ(log.messages(), std::vector<std::string>{"told"});
 }
 
+TEST(StartLog, GoesOnInTheLogOfTheHost) {
+  testing::RecordingLog first;
+  testing::RecordingLog of_host;
+  StartLog log(2, first, kOperation);
+  log.lines().line("before");
+  log.passOnTo(of_host);
+  log.lines().line("after");
+  EXPECT_TRUE(log.lines().tryLine("of a dying thread"));
+  EXPECT_EQ(first.messages(), std::vector<std::string>{"before"});
+  EXPECT_EQ(of_host.messagesOf(kOperation), (std::vector<std::string>{"after", "of a dying thread"}));
+}
+
 TEST(SetKitLevel, TakesTheNearestLevelThatThereIs) {
   kit::LogLevels levels;
   setKitLevel(levels, 100);

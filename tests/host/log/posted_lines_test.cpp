@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -21,10 +22,12 @@
 #include "tests/host/failing_allocations.h"
 #include "tests/support/child.h"
 #include "tests/support/on_scratch_folder.h"
+#include "tests/support/threads_of_process.h"
 
 namespace morvik::host {
 namespace {
 
+using ::testing::_;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -122,6 +125,15 @@ TEST_F(PostedLinesTest, OfAnotherKitAreWrittenAtOnce) {
   EXPECT_THAT(written(), ElementsAre("of this one"));
 }
 
+TEST_F(PostedLinesTest, OfWhatAnAppsThreadWaitsForWaitAsWell) {
+  post("first");
+  lines_.later().line("second");
+  EXPECT_TRUE(lines_.later().tryLine("last words"));
+  EXPECT_THAT(written(), ElementsAre("last words"));
+  loop_.runUntilIdle();
+  EXPECT_THAT(written(), ElementsAre("last words", "first", "second"));
+}
+
 TEST_F(PostedLinesTest, AreWrittenAtOnceBeforeThereIsAMainQueue) {
   testing::RecordingLog log;
   PostedLines early(levels_, log);
@@ -135,8 +147,173 @@ TEST_F(PostedLinesTest, AreWrittenWhenTheKitEndsBeforeTheMainQueueComesToThem) {
   lines_.writeAll();
   EXPECT_THAT(written(), ElementsAre("first"));
   post("second");
-  lines_.tryWriteAll();
+  lines_.tryWriteAll(std::chrono::steady_clock::now());
   EXPECT_THAT(written(), ElementsAre("first", "second"));
+}
+
+/// As an app's sink that takes its time over a line.
+class SlowSink final : public kit::LogSink {
+ public:
+  void line(std::string_view text) override {
+    if (const auto pause = std::exchange(pause_, nullptr))
+      pause();
+    log_.line(text);
+  }
+  bool tryLine(std::string_view text) override { return log_.tryLine(text); }
+  /// What happens meanwhile, with the next line.
+  void pausesFor(std::function<void()> pause) { pause_ = std::move(pause); }
+  std::vector<std::string> lines() const { return log_.messages(); }
+
+ private:
+  std::function<void()> pause_;
+  testing::RecordingLog log_;
+};
+
+class PostedLinesOfThreads : public PostedLinesTest {
+ protected:
+  PostedLinesOfThreads() { slow_lines_.setMainQueue(loop_.mainQueue()); }
+  void postSlow(std::string_view text) {
+    const auto marked = slow_lines_.postFromHere();
+    slow_lines_.line(text);
+  }
+
+  SlowSink sink_;
+  PostedLines slow_lines_{levels_, sink_};
+};
+
+TEST_F(PostedLinesOfThreads, AreWrittenInTheOrderInWhichTheyCame) {
+  std::thread second;
+  sink_.pausesFor([&] {
+    second = std::thread([&] { slow_lines_.line("second"); });
+    // It waits; or it is done, and too early.
+    test::waitUntilOtherThreadsSleep();
+    std::thread([&] { postSlow("third"); }).join();
+  });
+  slow_lines_.line("first");
+  second.join();
+  loop_.runUntilIdle();
+  EXPECT_THAT(sink_.lines(), ElementsAre("first", "second", "third"));
+}
+
+TEST_F(PostedLinesOfThreads, ThatWaitedAreNotPassedWhileTheyAreWritten) {
+  postSlow("first");
+  postSlow("second");
+  std::thread third;
+  sink_.pausesFor([&] {
+    third = std::thread([&] { slow_lines_.line("third"); });
+    test::waitUntilOtherThreadsSleep();
+  });
+  loop_.runUntilIdle();
+  third.join();
+  EXPECT_THAT(sink_.lines(), ElementsAre("first", "second", "third"));
+}
+
+TEST_F(PostedLinesOfThreads, WaitOnWhereTheTimeIsUpBeforeAnotherThreadHasWritten) {
+  sink_.pausesFor([&] {
+    std::thread([&] {
+      postSlow("second");
+      slow_lines_.tryWriteAll(std::chrono::steady_clock::now());
+      EXPECT_TRUE(slow_lines_.areWaiting());
+    }).join();
+  });
+  slow_lines_.line("first");
+  EXPECT_THAT(sink_.lines(), ElementsAre("first"));
+  slow_lines_.tryWriteAll(std::chrono::steady_clock::now());
+  EXPECT_THAT(sink_.lines(), ElementsAre("first", "second"));
+}
+
+TEST_F(PostedLinesOfThreads, AreWrittenOnceAnotherThreadIsDoneWithinTheTime) {
+  std::thread second;
+  sink_.pausesFor([&] {
+    second = std::thread([&] {
+      postSlow("second");
+      slow_lines_.tryWriteAll(std::chrono::steady_clock::now() + test::kGiveUp);
+    });
+    test::waitUntilOtherThreadsSleep();
+  });
+  slow_lines_.line("first");
+  second.join();
+  EXPECT_THAT(sink_.lines(), ElementsAre("first", "second"));
+}
+
+TEST_F(PostedLinesOfThreads, HangInNoForkOfTheProcessWhileOneIsWritten) {
+  constexpr int kFine = 3;
+  sink_.pausesFor([&] {
+    std::thread([&] {
+      test::Child child([&] {
+        slow_lines_.line("of the child");
+        postSlow("of the child");
+        slow_lines_.writeAll();
+        slow_lines_.tryWriteAll(std::chrono::steady_clock::now() + test::kGiveUp);
+        return kFine;
+      });
+      EXPECT_EQ(child.status(), kFine);
+    }).join();
+  });
+  slow_lines_.line("of the parent");
+  EXPECT_THAT(sink_.lines(), ElementsAre("of the parent"));
+}
+
+TEST_F(PostedLinesOfThreads, ThatComeBackThroughAnotherKitAreDropped) {
+  SlowSink other_sink;
+  PostedLines other(levels_, other_sink);
+  sink_.pausesFor([&] { other.line("of another kit"); });
+  other_sink.pausesFor([&] { slow_lines_.line("back"); });
+  slow_lines_.line("first");
+  EXPECT_THAT(sink_.lines(), ElementsAre("back", "first"));
+  EXPECT_THAT(other_sink.lines(), ElementsAre("of another kit"));
+}
+
+/// A sink that is busy when a line comes that cannot wait.
+class BusySink final : public kit::LogSink {
+ public:
+  void line(std::string_view text) override { log_.line(text); }
+  bool tryLine(std::string_view text) override {
+    if (busy_for_ == 0)
+      return log_.tryLine(text);
+    --busy_for_;
+    return false;
+  }
+  void isBusyFor(size_t lines) { busy_for_ = lines; }
+  std::vector<std::string> lines() const { return log_.messages(); }
+
+ private:
+  size_t busy_for_ = 0;
+  testing::RecordingLog log_;
+};
+
+TEST_F(PostedLinesTest, ThatTheSinkDoesNotTakeAtTheEndAreCountedWhereTheyAreMissing) {
+  BusySink sink;
+  PostedLines lines(levels_, sink);
+  lines.setMainQueue(loop_.mainQueue());
+  const auto postThree = [&lines] {
+    const auto marked = lines.postFromHere();
+    for (const char* const text : {"first", "second", "third"})
+      lines.line(text);
+  };
+  postThree();
+  sink.isBusyFor(1);
+  lines.tryWriteAll(std::chrono::steady_clock::now());
+  EXPECT_THAT(sink.lines(), ElementsAre(HasSubstr("1 lines like those before were left out"), "second", "third"));
+  EXPECT_FALSE(lines.areWaiting());
+
+  postThree();
+  sink.isBusyFor(100);
+  lines.tryWriteAll(std::chrono::steady_clock::now());
+  EXPECT_THAT(sink.lines(), SizeIs(3));
+  EXPECT_TRUE(lines.areWaiting());
+  lines.line("later");
+  EXPECT_THAT(sink.lines(), ElementsAre(_, _, _, HasSubstr("3 lines like those before were left out"), "later"));
+  EXPECT_FALSE(lines.areWaiting());
+}
+
+TEST_F(PostedLinesTest, PastTheirNumberAreCountedWhereTheyAreMissing) {
+  for (size_t line = 0; line < kMaxPostedLines + 3; ++line)
+    post("a line");
+  lines_.line("next");
+  ASSERT_THAT(written(), SizeIs(kMaxPostedLines + 2));
+  EXPECT_THAT(written()[kMaxPostedLines], HasSubstr("3 lines like those before were left out"));
+  EXPECT_EQ(written().back(), "next");
 }
 
 TEST_F(PostedLinesTest, PastTheirNumberAreLeftOutAndCounted) {
@@ -291,6 +468,34 @@ TEST_F(LockOfTheApp, KeepsNoStopFromItsEndWhereTheSinkWaitsForIt) {
     const auto took = timeOf([&] { is_erased ? static_cast<void>(core_->eraseLocalData()) : core_->stop(); });
     EXPECT_LT(took, test::kGiveUp);
   }
+}
+
+/// What is kept across an erasing goes into a fresh store, which has a thread and lines of its own.
+TEST_F(LockOfTheApp, KeepsNoErasingFromItsEndWhereTheFreshStoreHasSomethingToSay) {
+  core_->gdprForgetMe(true);
+  core_->stop();
+  constexpr int kFine = 3;
+  test::Child child([this] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::mutex lock;
+    options.main_queue = MainQueueMode::kOwnThread;
+    options.log_sink = [this, &lock](std::string_view line) {
+      const std::scoped_lock hold(lock);
+      log.line(line);
+    };
+    core_ = start();
+    // The note of what is to go has room, a store has not.
+    const rlimit little_room{1000, RLIM_INFINITY};
+    if (::setrlimit(RLIMIT_FSIZE, &little_room) != 0)
+      return 1;
+    {
+      const std::scoped_lock hold(lock);
+      if (core_->eraseLocalData())
+        return 2;
+    }
+    return kFine;
+  });
+  EXPECT_EQ(child.status(), kFine);
 }
 
 TEST_F(LockOfTheApp, IsNotWantedWhileTheDiskIsFull) {
