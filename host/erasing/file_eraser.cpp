@@ -74,7 +74,10 @@ std::vector<std::string> FileEraser::namesOfTheKit(const StorePlace& place, cons
 // steps
 
 std::optional<kit::Error> FileEraser::begin(KeptWish wish) {
-  StoreOutcome failed = write({false, wish});
+  // Somebody may have removed it.
+  StoreOutcome failed = files_.makeFolder(parts_.place.folder);
+  if (!failed)
+    failed = write({false, wish});
   // On a full disk its name is there and its text is not: that is enough, as long as the store is whole.
   if (failed && files_.exists(marker_path_))
     failed = files_.syncFolder(parts_.place.folder);

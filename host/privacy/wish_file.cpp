@@ -83,6 +83,12 @@ bool WishFile::mayBeGoneOnWith(uint64_t steps) const {
   return sequence_ != 0 && sequence_ <= kLastWishSequence - steps && files_.exists(path_);
 }
 
+/// Where that cannot be told it is.
+bool WishFile::isThere() const {
+  std::optional<FileIdentity> found;
+  return files_.identify(path_, found).has_value() || found.has_value();
+}
+
 std::optional<kit::Error> WishFile::sync() {
   if (StoreOutcome failed = files_.syncFile(path_))
     return asError(failed);

@@ -24,7 +24,7 @@ class WishFile final : public MachineWishFile {
   void goOnFrom(const Reading& reading) override { sequence_ = reading.sequence; }
   Turn takeTurn(std::chrono::milliseconds longest) override;
   std::optional<kit::Error> write(bool is_forgotten, Word word, const Turn& turn) override;
-  bool isThere() const override { return files_.exists(path_); }
+  bool isThere() const override;
   std::optional<kit::Error> sync() override;
   std::optional<kit::Error> prepare(bool is_forgotten) override;
   std::optional<kit::Error> adopt() override;

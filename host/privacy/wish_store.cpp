@@ -335,6 +335,13 @@ void WishStore::wantAnew(bool is_forgotten) {
   is_new_ = true;
 }
 
+void WishStore::noteRemoval() {
+  is_missing_ = true;
+  is_behind_ = true;
+  written_ = 0;
+  synced_ = 0;
+}
+
 /// True goes ahead of the store, false behind it.
 bool WishStore::mayBeWritten() const {
   return wanted_ && written_ != generation_ && (*wanted_ || committed_ == generation_);
@@ -386,8 +393,25 @@ bool WishStore::isToBeTriedAgain() const {
 /// The store's thread.
 void WishStore::flushed() {
   readAgain();
+  noticeRemoval();
   if (!sync())
     sync();
+}
+
+/// One that was written and synced, and is there no more, is to be made anew: the store alone is one home too few.
+void WishStore::noticeRemoval() {
+  uint64_t generation = 0;
+  {
+    const std::scoped_lock hold(mutex_);
+    generation = generation_;
+    if (is_missing_ || !wanted_ || written_ != generation)
+      return;
+  }
+  if (file_->isThere())
+    return;
+  const std::scoped_lock hold(mutex_);
+  if (!is_missing_ && generation == generation_)
+    noteRemoval();
 }
 
 /// False: the file was removed since it was written, and is to be written anew.
@@ -418,10 +442,8 @@ bool WishStore::sync() {
       synced_ = std::max(synced_, std::min(generation, written_));
     is_on_disk = synced_ == generation_;
     is_gone = error && is_there && !is_missing_ && !file_->isThere();
-    if (is_gone) {
-      is_missing_ = true;
-      written_ = 0;
-    }
+    if (is_gone)
+      noteRemoval();
   }
   tellWaiting();
   const std::scoped_lock hold(hook_mutex_);

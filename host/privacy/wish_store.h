@@ -103,11 +103,13 @@ class WishStore final : public PassingStore {
   bool isToBeTriedAgain() const;
   void storeCameToLight();
   void flushed();
+  void noticeRemoval();
   bool sync();
   std::optional<kit::Error> make(bool is_forgotten, uint64_t generation);
 
   // These hold mutex_.
   Doubt startFrom(const Reading& reading, bool is_stored);
+  void noteRemoval();
   void want(bool is_forgotten);
   void wantAnew(bool is_forgotten);
   bool mayBeWritten() const;

@@ -411,6 +411,7 @@ void SqliteStore::opened(Opened& opened, Attempt attempt) {
 void SqliteStore::adopt(Opened& opened) {
   takeOver(opened.loaded);
   database_ = std::move(opened.database);
+  files_ = opened.files;
   ++generation_;
   tellDamaged();
 }
@@ -500,6 +501,7 @@ StoreOutcome SqliteStore::openAndLoad(bool read_only, Opened& opened) {
   if (StoreOutcome failed = database->load(opened.loaded))
     return failed;
   opened.database = std::move(database);
+  opened.files = identifyStoreFiles(options_.place);
   return std::nullopt;
 }
 
@@ -563,11 +565,12 @@ void SqliteStore::takeOverConfirmed() {
   }
 }
 
-// The file turned out unreadable while in use. Memory holds all of it, so a fresh file takes that over whole.
-void SqliteStore::giveUpFile(StoreProblem problem) {
+// The file turned out unreadable while in use, or is there no more. Memory holds all of it, so a fresh file takes that
+// over whole.
+void SqliteStore::giveUpFile(std::optional<StoreProblem> unreadable) {
   database_.reset();
   may_reopen_ = true;
-  given_up_ = std::move(problem);
+  given_up_ = std::move(unreadable);
   forgetStored();
 }
 
@@ -817,6 +820,13 @@ void SqliteStore::tellWritable() {
        {options_.place.path()});
 }
 
+void SqliteStore::tellRemoved() {
+  tell(
+      "Morvik host: files of the store \"%@\" were removed or replaced while it was in use. Everything is in memory "
+      "still and is written anew; to delete what the kit keeps, call eraseLocalData(), or stop the kit first.",
+      {options_.place.path()});
+}
+
 void SqliteStore::tell(std::string_view text, std::initializer_list<services::FormatArgument> arguments) {
   const std::string line = services::format(text, arguments);
   if (flusher_ == nullptr && opening_line_.empty())
@@ -839,6 +849,8 @@ void SqliteStore::tellWaiting() {
 // flushing
 
 void SqliteStore::flush(StoreFlusher::Urgency urgency) {
+  // First, so that whoever is told of the flush finds a folder for files of its own.
+  replaceRemoved();
   kit::Block when_flushed;
   {
     const std::lock_guard lock(commit_mutex_);
@@ -865,6 +877,36 @@ void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   }
   const Committing committing(*this);
   tellFlushed(failed);
+}
+
+/// What is committed into a file without a name is lost with the process.
+void SqliteStore::replaceRemoved() {
+  uint64_t generation = 0;
+  StoreFileIdentities in_use;
+  {
+    const std::lock_guard lock(commit_mutex_);
+    generation = generation_;
+    in_use = files_;
+  }
+  const StoreLoss loss = lossOfStoreFiles(options_.place, in_use);
+  if (loss == StoreLoss::kNone)
+    return;
+  {
+    const Committing committing(*this);
+    if (database_ == nullptr || generation != generation_)
+      return;
+    // What has the file open goes before it is opened again: it would share what SQLite knows of the log.
+    keeper_.reset();
+    if (loss == StoreLoss::kMixed) {
+      giveUpFile(StoreProblem{StoreProblem::Kind::kUnreadable, "a part of it was removed or replaced while in use"});
+    } else {
+      tellRemoved();
+      giveUpFile(std::nullopt);
+    }
+    was_locked_out_ = loss == StoreLoss::kTaken;
+    lock_.release();
+  }
+  openAgain();
 }
 
 /// A file that others are busy with is free again soon: no failure, unless it stays like that.

@@ -3,8 +3,8 @@
 // set() changes memory. synchronize() and commitTurn() write what changed in one transaction into SQLite's log, by a
 // plain write: when they return it is in the kernel's hands, and the death of the process loses nothing. A thread of
 // the store's own syncs the log to the disk within a second, writes it back into the file from time to time, and opens
-// a file again that could not be opened or read. So no caller waits for the disk, but for what stands at
-// kMaxHeldTime.
+// a file again that could not be opened or read, or that somebody has removed while it was in use. So no caller waits
+// for the disk, but for what stands at kMaxHeldTime.
 #pragma once
 
 #include <atomic>
@@ -158,6 +158,7 @@ class SqliteStore : public MachineStore {
     std::unique_ptr<StoreDatabase> database = nullptr;  ///< null: it could not be opened
     std::vector<StoredProperty> loaded = {};
     StoreOutcome unreadable = {};  ///< what is wrong with a file that could not be replaced
+    StoreFileIdentities files = {};
   };
 
   /// Holds commit_mutex_; once it is let go, tells what there was to tell.
@@ -192,7 +193,7 @@ class SqliteStore : public MachineStore {
   void takeOver(std::vector<StoredProperty>& loaded);
   void takeOverRecord();
   void takeOverConfirmed();
-  void giveUpFile(StoreProblem problem);
+  void giveUpFile(std::optional<StoreProblem> unreadable);
   void forgetStored();
   bool anythingDirty() const;
   bool commit();
@@ -208,10 +209,12 @@ class SqliteStore : public MachineStore {
   void tellLockedOut(const StoreProblem& problem);
   void tellCannotWrite(const StoreProblem& problem);
   void tellWritable();
+  void tellRemoved();
   void tell(std::string_view text, std::initializer_list<services::FormatArgument> arguments);
 
   // These run where the flusher runs them, one at a time, and hold nothing when they are called.
   void flush(StoreFlusher::Urgency urgency);
+  void replaceRemoved();
   StoreOutcome flushLog(StoreFlusher::Urgency urgency, uint64_t& generation);
   StoreOutcome renewKeeper(uint64_t generation);
   StoreOutcome restartLog(StoreFlusher::Urgency urgency, uint64_t generation);
@@ -245,6 +248,7 @@ class SqliteStore : public MachineStore {
   kit::Mutex commit_mutex_;
   StoreLock lock_;                           ///< belongs to what opens the file
   std::unique_ptr<StoreDatabase> database_;  ///< null: in memory
+  StoreFileIdentities files_;                ///< those that it has open
   std::optional<Opened> reopened_;           ///< waits for the next commit, where readers see what it brings to light
   std::optional<StoreProblem> given_up_;     ///< why the file that was in use is to be set aside
   bool may_reopen_ = false;                  ///< in memory for now, not for good

@@ -302,6 +302,16 @@ class SystemFiles final : public StoreFiles {
     return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
   }
 
+  StoreOutcome identify(const std::string& path, std::optional<FileIdentity>& out) override {
+    out.reset();
+    struct stat file {};
+    if (::stat(path.c_str(), &file) == 0)
+      out = {file.st_dev, file.st_ino};
+    else if (errno != ENOENT && errno != ENOTDIR)
+      return StoreProblem::unavailable(systemMessage(errno));
+    return std::nullopt;
+  }
+
   StoreOutcome rename(const std::string& from, const std::string& to) override {
     if (renameToFree(from, to))
       return std::nullopt;
@@ -516,10 +526,56 @@ StoreOutcome putStoreBack(const StorePlace& place, const std::string& new_path) 
   return moveAll(place, new_path, place.path());
 }
 
+namespace {
+
+std::string logPath(const StorePlace& place) {
+  return place.path() + "-wal";
+}
+
+std::string lockPath(const StorePlace& place) {
+  return place.path() + ".lock";
+}
+
+enum class NameState : unsigned char { kSame, kGone, kOther };
+
+NameState stateOf(const StorePlace& place, const std::string& path, const std::optional<FileIdentity>& in_use) {
+  std::optional<FileIdentity> now;
+  if (!in_use || place.files->identify(path, now))
+    return NameState::kSame;
+  if (!now)
+    return NameState::kGone;
+  return *now == *in_use ? NameState::kSame : NameState::kOther;
+}
+
+}  // namespace
+
+StoreFileIdentities identifyStoreFiles(const StorePlace& place) {
+  const auto identify = [&place](const std::string& path) {
+    std::optional<FileIdentity> found;
+    static_cast<void>(place.files->identify(path, found));
+    return found;
+  };
+  return {identify(place.path()), identify(logPath(place)), identify(lockPath(place))};
+}
+
+// A file beside a log that is not its own would be read as one with it, and be harmed. Without its log it is what it
+// was when that was last written back, which is a whole store.
+StoreLoss lossOfStoreFiles(const StorePlace& place, const StoreFileIdentities& in_use) {
+  const NameState store = stateOf(place, place.path(), in_use.store);
+  const NameState log = stateOf(place, logPath(place), in_use.log);
+  const NameState lock = stateOf(place, lockPath(place), in_use.lock);
+  if (store == NameState::kOther && log != NameState::kSame && lock == NameState::kOther)
+    return StoreLoss::kTaken;
+  if (store == NameState::kOther || log == NameState::kOther || (store == NameState::kGone && log == NameState::kSame))
+    return StoreLoss::kMixed;
+  const bool is_whole = store == NameState::kSame && log == NameState::kSame && lock == NameState::kSame;
+  return is_whole ? StoreLoss::kNone : StoreLoss::kRemoved;
+}
+
 LockResult StoreLock::take(const StorePlace& place, StoreProblem& problem) {
   if (held())
     return LockResult::kTaken;
-  return place.files->lock(place.path() + ".lock", lock_, problem);
+  return place.files->lock(lockPath(place), lock_, problem);
 }
 
 }  // namespace morvik::host

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,6 +32,14 @@ enum class LockResult : unsigned char {
   kFailed
 };
 
+/// Tells a file from every other one, as long as somebody has it open.
+struct FileIdentity {
+  uint64_t device = 0;
+  uint64_t number = 0;
+
+  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
+
 /// What the store asks of the file system beside what SQLite asks of it. Any thread; nothing waits for the disk but
 /// syncFolder(), syncFile() and write().
 class StoreFiles {
@@ -42,6 +51,8 @@ class StoreFiles {
   virtual StoreOutcome makeFile(const std::string& path) = 0;
   /// Whether anything has this name.
   virtual bool exists(const std::string& path) = 0;
+  /// `out`: of the file that has this name; none when there is none. A problem: it cannot be told.
+  virtual StoreOutcome identify(const std::string& path, std::optional<FileIdentity>& out) = 0;
   /// `to` is free.
   virtual StoreOutcome rename(const std::string& from, const std::string& to) = 0;
   /// The names in the folder, in no order; none when it cannot be read.
@@ -105,6 +116,23 @@ StoreOutcome makeStoreFile(const StorePlace& place);
 StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path);
 /// Undoes that, with the path that it gave, where no fresh store could be made: what there is of one is deleted.
 StoreOutcome putStoreBack(const StorePlace& place, const std::string& new_path);
+
+/// The files that a store has open. None: it could not be told.
+struct StoreFileIdentities {
+  std::optional<FileIdentity> store, log, lock;
+};
+
+/// Of those that have the store's names now.
+StoreFileIdentities identifyStoreFiles(const StorePlace& place);
+
+/// What became of the names of files that are in use.
+enum class StoreLoss : unsigned char {
+  kNone,     ///< or it cannot be told
+  kRemoved,  ///< the file, its log or the lock has its name no more: what is left under these names is good
+  kMixed,    ///< what is left does not belong together: nobody may read it as one store
+  kTaken,    ///< another process has begun a store of its own there
+};
+StoreLoss lossOfStoreFiles(const StorePlace& place, const StoreFileIdentities& in_use);
 
 /// Held by the one store object that uses a store. Let go when this object, or the process that took it, goes: a child
 /// that was forked meanwhile does not have it.

@@ -150,6 +150,28 @@ TEST_F(WishStoreWithFile, WritesAnewWhatWasRemovedBeforeItWasSynced) {
   }
 }
 
+TEST_F(WishStoreWithFile, WritesAnewWhatWasRemovedAfterItWasSynced) {
+  for (const bool is_forgotten : {true, false}) {
+    say(is_forgotten);
+    ASSERT_TRUE(isOnDiskSoon());
+    std::filesystem::remove(path());
+    bare_.flushAndWait();
+    auto found = newestWishSector(test::bytesOf(path()));
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->is_forgotten, is_forgotten);
+    EXPECT_TRUE(store_.isOnDisk());
+
+    std::filesystem::remove_all(folder_.path());
+    bare_.flushAndWait();
+    found = newestWishSector(test::bytesOf(path()));
+    ASSERT_TRUE(found) << "with the whole folder";
+    EXPECT_EQ(found->is_forgotten, is_forgotten);
+    EXPECT_TRUE(store_.isOnDisk());
+    EXPECT_EQ(store_.fileState(), WishFileState::kGood);
+  }
+  EXPECT_EQ(log_.countContaining("cannot be written"), 0U);
+}
+
 TEST_F(WishStoreWithFile, DoesNotUndoAnotherProcesssWishByTryingAnEarlierOneAgain) {
   ASSERT_TRUE(isOnDiskSoon());
   say(true);

@@ -416,6 +416,16 @@ TEST_F(SendingOnHost, ErasedNothingOfTheKitIsLeftAndWhatIsNotItsOwnStays) {
   EXPECT_TRUE(std::filesystem::exists(folder / "store/photos/crash-signal"));
 }
 
+TEST_F(SendingOnHost, ErasedNothingIsLeftAlsoWhereSomebodyHasRemovedTheFolderBefore) {
+  const auto first = make();
+  first->addActivity("shop", "purchase", std::nullopt);
+  turn(*first);
+  std::filesystem::remove_all(folder / "store");
+  first->addActivity("shop", "purchase", std::nullopt);
+  EXPECT_TRUE(first->eraseLocalData());
+  EXPECT_THAT(names(), ElementsAre("morvik.store.lock", "morvik.store.wish"));
+}
+
 TEST_F(SendingOnHost, ErasedTheNextStartIsANewInstall) {
   std::string id;
   {

@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <initializer_list>
+#include <iterator>
 #include <latch>
 #include <random>
 #include <set>
@@ -784,6 +786,184 @@ TEST_F(SqliteStoreWithALostFile, AddsUpWithOneThatBeganAnew) {
   comeToLight();
   EXPECT_EQ(store_->get("list").size(), 7U);
   EXPECT_EQ(store_->get("launches"), Value(5));
+}
+
+// -------------------------------------------------------------------------------------------------------------
+// removed in use
+
+size_t openDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+/// What somebody does to the files of a store in this folder while it is in use, and how that is told.
+struct Removal {
+  const char* name;
+  void (*happens)(const std::string& folder);
+  const char* line;
+};
+
+constexpr const char* kRemovedLine = "were removed or replaced while it was in use";
+constexpr const char* kSetAsideLine = "a part of it was removed or replaced while in use";
+
+void removeFiles(const std::string& folder, std::initializer_list<const char*> endings) {
+  for (const char* ending : endings)
+    std::filesystem::remove(folder + "/morvik.store" + ending);
+}
+
+void replaceFile(const std::string& folder, const char* ending, const std::string& bytes) {
+  writeBytes(folder + "/other", bytes);
+  std::filesystem::rename(folder + "/other", folder + "/morvik.store" + ending);
+}
+
+std::string bytesOfAnotherStore() {
+  const ScratchFolder folder;
+  testing::RecordingLog unused;
+  SqliteStore other(optionsFor(folder.path()), unused);
+  other.set("list", numbers(90, 95));
+  other.set("of another", 1);
+  other.shutdown();
+  return bytesOf(folder / "morvik.store");
+}
+
+const Removal kRemovals[] = {
+    {"Folder", [](const std::string& folder) { std::filesystem::remove_all(folder); }, kRemovedLine},
+    {"FolderThatIsMadeAgain",
+     [](const std::string& folder) {
+       std::filesystem::remove_all(folder);
+       std::filesystem::create_directory(folder);
+     },
+     kRemovedLine},
+    {"FolderThatGetsAnotherName", [](const std::string& folder) { std::filesystem::rename(folder, folder + ".away"); },
+     kRemovedLine},
+    {"FileAndLog",
+     [](const std::string& folder) {
+       removeFiles(folder, {"", "-wal"});
+     },
+     kRemovedLine},
+    {"File", [](const std::string& folder) { removeFiles(folder, {""}); }, kSetAsideLine},
+    {"Log", [](const std::string& folder) { removeFiles(folder, {"-wal"}); }, kRemovedLine},
+    {"Lock", [](const std::string& folder) { removeFiles(folder, {".lock"}); }, kRemovedLine},
+    {"FileByGarbage", [](const std::string& folder) { replaceFile(folder, "", "garbage"); }, kSetAsideLine},
+    {"FileByAnotherStore", [](const std::string& folder) { replaceFile(folder, "", bytesOfAnotherStore()); },
+     kSetAsideLine},
+    {"LogByAnother", [](const std::string& folder) { replaceFile(folder, "-wal", "garbage"); }, kSetAsideLine},
+};
+
+class SqliteStoreWithoutIts : public SqliteStoreTest, public ::testing::WithParamInterface<Removal> {
+ protected:
+  ~SqliteStoreWithoutIts() override { std::filesystem::remove_all(folder_.path() + ".away"); }
+};
+
+TEST_P(SqliteStoreWithoutIts, NameOnTheDiskIsWrittenAnewWithTheNextFlush) {
+  {
+    const auto store = open();
+    store->set("list", numbers(0, 1000));
+    store->set("text", "kept");
+    store->set("gone", 1);
+    store->flushAndWait();
+    append(*store, "list", numbers(1000, 1001).array()[0]);
+    store->set("gone", Value());
+    EXPECT_TRUE(store->synchronize());
+    const size_t descriptors = openDescriptors();
+
+    for (int time = 1; time <= 3; ++time) {
+      GetParam().happens(folder_.path());
+      append(*store, "list", numbers(1000 + time, 1001 + time).array()[0]);
+      EXPECT_TRUE(store->synchronize()) << "nobody has looked yet";
+      store->flushAndWait();
+      EXPECT_TRUE(store->isKept());
+      EXPECT_EQ(inTheFile("list"), numbers(0, 1001 + time)) << "what the next process finds if this one dies now";
+      EXPECT_EQ(inTheFile("text"), Value("kept"));
+      EXPECT_TRUE(inTheFile("gone").isAbsent());
+      EXPECT_TRUE(inTheFile("of another").isAbsent());
+      EXPECT_LE(openDescriptors(), descriptors);
+      EXPECT_EQ(log_.messages().size(), static_cast<size_t>(time)) << "one line each time";
+      EXPECT_EQ(log_.countContaining(GetParam().line), static_cast<size_t>(time));
+      EXPECT_EQ(open()->opening(), StoreOpening::kLocked);
+      std::filesystem::remove_all(folder_.path() + ".away");
+    }
+    append(*store, "list", numbers(1004, 1005).array()[0]);
+    EXPECT_TRUE(store->synchronize());
+    store->flushAndWait();
+    EXPECT_EQ(log_.messages().size(), 3U);
+  }
+  EXPECT_EQ(open()->get("list"), numbers(0, 1005));
+}
+
+INSTANTIATE_TEST_SUITE_P(Any, SqliteStoreWithoutIts, ::testing::ValuesIn(kRemovals),
+                         [](const auto& removal) { return removal.param.name; });
+
+TEST_F(SqliteStoreTest, WithoutItsFolderIsInMemoryUntilThereCanBeOne) {
+  const auto store = open();
+  store->set("list", numbers(0, 5));
+  store->flushAndWait();
+  std::filesystem::remove_all(folder_.path());
+  writeBytes(folder_.path(), "no folder");
+  append(*store, "list", numbers(5, 6).array()[0]);
+  store->flushAndWait();
+  EXPECT_FALSE(store->isKept());
+  EXPECT_FALSE(store->synchronize());
+  EXPECT_FALSE(store->commitTurn()) << "a later try may keep it";
+  store->flushAndWait();
+  EXPECT_EQ(log_.countContaining(kRemovedLine), 1U);
+  EXPECT_EQ(log_.countContaining("cannot be written"), 1U);
+
+  std::filesystem::remove(folder_.path());
+  store->flushAndWait();
+  EXPECT_TRUE(store->isKept());
+  EXPECT_EQ(log_.countContaining("can be written again: everything that was pending is stored"), 1U);
+  EXPECT_EQ(inTheFile("list"), numbers(0, 6));
+}
+
+TEST_F(SqliteStoreTest, JoinsTheStoreThatAnotherOneBeganInThePlaceOfItsRemovedFolder) {
+  const auto store = open();
+  store->set("list", numbers(0, 5));
+  store->flushAndWait();
+  std::filesystem::remove_all(folder_.path());
+  {
+    const auto other = open();
+    ASSERT_EQ(other->opening(), StoreOpening::kCreated);
+    other->set("list", numbers(5, 6));
+    store->flushAndWait();
+    EXPECT_EQ(log_.countContaining("it is in use by another kit"), 1U);
+    EXPECT_FALSE(store->isKept());
+  }
+  append(*store, "list", numbers(6, 7).array()[0]);
+  store->flushAndWait();
+  EXPECT_EQ(store->get("list").size(), 7U);
+  EXPECT_EQ(inTheFile("list"), store->get("list"));
+
+  std::filesystem::remove_all(folder_.path());
+  open()->set("list", numbers(7, 8));  // begins, records and ends before anybody looks
+  append(*store, "list", numbers(8, 9).array()[0]);
+  store->flushAndWait();
+  EXPECT_EQ(store->get("list").size(), 9U);
+  EXPECT_EQ(inTheFile("list"), store->get("list"));
+}
+
+TEST_F(SqliteStoreTest, IsReadByInspectorsWhileItIsRemovedAndWrittenAnew) {
+  const auto store = open();
+  store->set("list", numbers(0, 100));
+  store->flushAndWait();
+  std::atomic<bool> is_over{false};
+  std::atomic<int> read{0};
+  std::thread inspector([&] {
+    do {
+      const Value list = inTheFile("list");
+      EXPECT_TRUE(list.isAbsent() || list == numbers(0, 100));
+      ++read;
+    } while (!is_over);
+  });
+  for (int time = 0; time < 20 || read < 20; ++time) {
+    std::filesystem::remove_all(folder_.path());
+    store->set("time", time);
+    store->flushAndWait();
+    EXPECT_TRUE(store->isKept());
+  }
+  is_over = true;
+  inspector.join();
+  EXPECT_EQ(inTheFile("list"), numbers(0, 100));
 }
 
 TEST_F(SqliteStoreTest, AFolderThatCannotBeMadeIsToldAndTheAppLivesOn) {
