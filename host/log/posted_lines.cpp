@@ -95,8 +95,7 @@ bool PostedLines::mustNotWait() const {
   return !process_.isHere() || writer_ == std::this_thread::get_id();
 }
 
-// ------------------------------------------------------------------------------------------------------ lines that
-// wait
+// ------------------------------------------------------------------------------------------------------------- waiting
 
 /// Whoever calls has something to do that must not fail for a line.
 void PostedLines::keep(std::string_view text) {
