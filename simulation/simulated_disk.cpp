@@ -178,6 +178,11 @@ struct SimulatedDisk::Parts final : public host::StoreFiles {
     return std::nullopt;
   }
   bool exists(const std::string& path) override { return contents_.find(path) != nullptr; }
+  host::StoreOutcome identify(const std::string& path, std::optional<host::FileIdentity>& out) override {
+    const std::shared_ptr<DiskFile> file = contents_.find(path);
+    out = file ? std::optional(host::FileIdentity{.number = reinterpret_cast<uintptr_t>(file.get())}) : std::nullopt;
+    return std::nullopt;
+  }
   host::StoreOutcome rename(const std::string& from, const std::string& to) override {
     const int code = ask(DiskCall::Kind::kRename, from);
     if (code == SQLITE_OK)
