@@ -14,6 +14,9 @@ constexpr services::GuardClause kThrew =
     services::oneLine(kit::lcl_vError, "Morvik host: something was thrown on a virtual queue: %@");
 constexpr services::Guard kLastGuard{kThrew, kThrew};
 
+/// That a virtual loop can let pass.
+constexpr double kShortestSeconds = 1e-6;
+
 }  // namespace
 
 // A block may outlive the queue it was handed to, when the process dies first: it asks this.
@@ -144,10 +147,16 @@ bool VirtualMainLoop::canPump() const {
   return !state_->is_stopped && loop_.kills() == process_ && loop_.running() == testing::VirtualLoop::Running::kNothing;
 }
 
-void VirtualMainLoop::pumpOnce(double max_seconds) {
-  if (!canPump() || loop_.step())
-    return;
-  loop_.advance(std::min(max_seconds, loop_.secondsToNextTimer().value_or(max_seconds)));
+void VirtualMainLoop::pumpFor(double max_seconds, const std::function<bool()>& is_done) {
+  const double until = loop_.monotonicSeconds() + max_seconds;
+  while (canPump() && !is_done()) {
+    if (loop_.step())
+      continue;
+    const double left = until - loop_.monotonicSeconds();
+    if (left < kShortestSeconds)
+      return;
+    loop_.advance(std::min(left, loop_.secondsToNextTimer().value_or(left)));
+  }
 }
 
 bool VirtualMainLoop::runWithin(double, kit::Block block) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "host/machine/machine.h"
@@ -40,7 +41,7 @@ class VirtualMainLoop final : public host::MachineLoop {
   void dispatch() override {}
   bool canPump() const override;
   /// Time passes up to the next timer when nothing waits.
-  void pumpOnce(double max_seconds) override;
+  void pumpFor(double max_seconds, const std::function<bool()>& is_done) override;
   /// No time passes.
   bool runWithin(double max_seconds, kit::Block block) override;
 

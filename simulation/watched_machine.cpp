@@ -112,7 +112,9 @@ class WatchedLoop final : public host::MachineLoop {
   int pollTimeoutMilliseconds() const override { return loop_->pollTimeoutMilliseconds(); }
   void dispatch() override { loop_->dispatch(); }
   bool canPump() const override { return loop_->canPump(); }
-  void pumpOnce(double max_seconds) override { loop_->pumpOnce(max_seconds); }
+  void pumpFor(double max_seconds, const std::function<bool()>& is_done) override {
+    loop_->pumpFor(max_seconds, is_done);
+  }
   bool runWithin(double max_seconds, kit::Block block) override {
     return loop_->runWithin(max_seconds, std::move(block));
   }

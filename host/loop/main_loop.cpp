@@ -340,11 +340,24 @@ bool MainLoop::canPump() const {
   return mode_ == LoopMode::kPumped && isMainThread() && !in_turn_ && process_.isHere();
 }
 
+void MainLoop::pumpFor(double max_seconds, const std::function<bool()>& is_done) {
+  using std::chrono::steady_clock;
+  using Seconds = std::chrono::duration<double>;
+  const auto time = Seconds(std::clamp(max_seconds, 0.0, kMaxDelaySeconds));
+  const auto until = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(time);
+  while (canPump() && isOpen() && !is_done()) {
+    const Seconds left = until - steady_clock::now();
+    if (left.count() <= 0)
+      return;
+    pumps_until_ = until;
+    pumpOnce(left.count());
+    pumps_until_.reset();
+  }
+}
+
 void MainLoop::pumpOnce(double max_seconds) {
-  if (!canPump() || !isOpen())
-    return;
   const int loop_milliseconds = pollTimeoutMilliseconds();
-  const double longest = std::min(std::max(0.0, max_seconds) * 1e3, static_cast<double>(kMaxPollMilliseconds));
+  const double longest = std::min(max_seconds * 1e3, static_cast<double>(kMaxPollMilliseconds));
   const int own_milliseconds = static_cast<int>(std::ceil(longest));
   pollfd polled{.fd = pollDescriptor(), .events = POLLIN, .revents = 0};
   // Interrupted by a signal, it has nothing to dispatch, and the caller asks again.
@@ -399,9 +412,13 @@ void MainLoop::wakeLocked() {
 // that feeds itself cannot keep the app's own loop waiting.
 void MainLoop::serve() {
   kit::Block block;
-  for (size_t left = collectDue(); left > 0 && takeNext(block); --left)
+  for (size_t left = collectDue(); left > 0 && mayBeginATurn() && takeNext(block); --left)
     runTurn(std::move(block));
   goToRest();
+}
+
+bool MainLoop::mayBeginATurn() const {
+  return !pumps_until_ || std::chrono::steady_clock::now() < *pumps_until_;
 }
 
 size_t MainLoop::collectDue() {

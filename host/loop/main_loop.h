@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -62,7 +63,7 @@ class MainLoop final : public MachineLoop {
   int pollTimeoutMilliseconds() const override;
   void dispatch() override;
   bool canPump() const override;
-  void pumpOnce(double max_seconds) override;
+  void pumpFor(double max_seconds, const std::function<bool()>& is_done) override;
   bool runWithin(double max_seconds, kit::Block block) override;
 
  private:
@@ -75,6 +76,8 @@ class MainLoop final : public MachineLoop {
   TimerKey addTimer(double delay_seconds, kit::Block block, Timer::Kind kind);
   std::optional<kit::Error> startOwnThread();
   void wakeLocked();
+  void pumpOnce(double max_seconds);
+  bool mayBeginATurn() const;
   void serve();
   size_t collectDue();
   bool takeNext(kit::Block& block);
@@ -92,6 +95,7 @@ class MainLoop final : public MachineLoop {
   std::atomic<std::thread::id> main_thread_{};
   // Touched on the main thread alone.
   bool in_turn_ = false;
+  std::optional<std::chrono::steady_clock::time_point> pumps_until_;
   std::vector<kit::Block> after_turn_;
 
   mutable std::mutex mutex_;

@@ -90,10 +90,11 @@ class MachineLoop : public kit::MainQueue {
   virtual int pollDescriptor() const = 0;
   virtual int pollTimeoutMilliseconds() const = 0;
   virtual void dispatch() = 0;
-  /// True where pumpOnce() works: on the main thread of a pumped loop, outside of a turn. Any thread.
+  /// True where pumpFor() works: on the main thread of a pumped loop, outside of a turn. Any thread.
   virtual bool canPump() const = 0;
-  /// Waits until there is something to dispatch, at most so long, and dispatches it.
-  virtual void pumpOnce(double max_seconds) = 0;
+  /// Waits for what is to be dispatched, and dispatches it, until `is_done`, which is asked between the turns, or so
+  /// long; no turn begins after that.
+  virtual void pumpFor(double max_seconds, const std::function<bool()>& is_done) = 0;
   /// Runs `block` as a turn, on the main thread at once, and returns when it is done. False: it did not begin in that
   /// time, or the loop runs no turns any more, and it never will. Any thread, outside of a turn.
   virtual bool runWithin(double max_seconds, kit::Block block) = 0;

@@ -27,6 +27,10 @@ std::chrono::milliseconds within(std::chrono::milliseconds timeout) {
   return std::clamp<std::chrono::milliseconds>(timeout, std::chrono::milliseconds(0), kMaxTimeout);
 }
 
+double seconds(std::chrono::milliseconds timeout) {
+  return std::chrono::duration<double>(within(timeout)).count();
+}
+
 }  // namespace
 
 /// Of one flush. What changes does so on the main queue.
@@ -47,13 +51,12 @@ struct Flushes::Flush {
   LedgerMoments::Left lastKnownLeft() const { return moments_->left(moment_); }
 
   Done done;
-  double seconds = 0;              ///< from its begin to its end at the latest
   std::shared_ptr<Waiter> waiter;  ///< null: nobody waits on a thread
-  std::optional<MachineLoop::TimerKey> limit;
-  bool is_next = false;     ///< the block that waits begins it: what was posted before it has run by then
-  bool begins = false;      ///< by the block that runs
-  bool has_begun = false;   ///< on the main queue; before that it waits for what was posted earlier
-  bool was_pushed = false;  ///< a batch with all of it was asked for, and has not ended
+  MachineLoop::TimerKey limit{};   ///< ends it; set once, before it can be found
+  bool is_next = false;            ///< the block that waits begins it: what was posted before it has run by then
+  bool begins = false;             ///< by the block that runs
+  bool has_begun = false;          ///< on the main queue; before that it waits for what was posted earlier
+  bool was_pushed = false;         ///< a batch with all of it was asked for, and has not ended
   size_t pushes = 0;
 
  private:
@@ -72,6 +75,10 @@ struct Flushes::Waiter {
     const std::scoped_lock hold(mutex);
     result = told_result;
     told.notify_all();
+  }
+  bool isTold() {
+    const std::scoped_lock hold(mutex);
+    return result.has_value();
   }
 };
 
@@ -150,10 +157,15 @@ std::optional<FlushReason> Flushes::add(const FlushPointer& flush, std::chrono::
       return FlushReason::kStopped;
     if (flushes_.size() >= kMaxFlushes)
       return FlushReason::kTooMany;
-    flush->seconds = std::chrono::duration<double>(within(timeout)).count();
     flush->is_next = !is_block_posted_;
     postBlock();
     flushes_.push_back(flush);
+    try {
+      flush->limit = parts_.main_loop.schedule(seconds(timeout), [this, flush] { timeIsUp(flush); });
+    } catch (const std::bad_alloc&) {
+      flushes_.pop_back();
+      throw;
+    }
     return std::nullopt;
   }();
   if (refusal == FlushReason::kTooMany) {
@@ -217,11 +229,18 @@ Flushes::FlushPointer Flushes::nextToBegin() const {
 
 void Flushes::beginNow(const FlushPointer& flush) {
   flush->takeNow();
-  flush->limit = parts_.main_loop.schedule(flush->seconds, [this, flush] {
-    flush->limit.reset();
-    finish(flush, obstacle().value_or(FlushReason::kTimeout));
-  });
   flush->has_begun = true;
+}
+
+/// Counted from the call, whatever the main queue had to do first. One that had no turn yet has asked for nothing.
+void Flushes::timeIsUp(const FlushPointer& flush) {
+  if (!flush->has_begun) {
+    services::guarded(parts_.logger, kFlushGuard, MORVIK_HERE(kFlush), [&] {
+      beginNow(flush);
+      advance();
+    });
+  }
+  finish(flush, obstacle().value_or(FlushReason::kTimeout));
 }
 
 bool Flushes::isInsideACallback() const {
@@ -243,18 +262,11 @@ FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
   if (const auto refusal = add(flush, timeout))
     return resultOf(flush->left(), *refusal);
   const Withdrawal withdrawal(*this, flush);
-  std::unique_lock lock(waiter.mutex);
-  bool has_end = true;
-  while (!waiter.result && has_end && parts_.main_loop.canPump()) {
-    lock.unlock();
-    parts_.main_loop.pumpOnce(std::chrono::duration<double>(within(timeout)).count());
-    lock.lock();
-    // One that could not begin, for want of memory, has no timer that ends it.
-    has_end = flush->has_begun || std::chrono::steady_clock::now() < deadline;
-  }
+  parts_.main_loop.pumpFor(seconds(timeout), [&waiter] { return waiter.isTold(); });
   // A child that was forked within a callback comes back as well, and nobody is left there to tell it.
   if (!parts_.life.isOwnProcess())
     return {.reason = FlushReason::kStopped};
+  std::unique_lock lock(waiter.mutex);
   if (waiter.told.wait_until(lock, deadline, [&waiter] { return waiter.result.has_value(); }))
     return *waiter.result;
   lock.unlock();
@@ -395,8 +407,6 @@ void Flushes::finishAll(FlushReason reason) {
 void Flushes::finish(const FlushPointer& flush, FlushReason reason) {
   if (!remove(flush))
     return;
-  if (flush->limit)
-    parts_.main_loop.cancel(*flush->limit);
   const auto left =
       services::guarded(parts_.logger, kFlushGuard, MORVIK_HERE(kFlush), [&flush] { return flush->left(); });
   tell(*flush, left ? resultOf(*left, reason) : FlushResult{.reason = FlushReason::kOutOfMemory});
@@ -424,8 +434,13 @@ void Flushes::tellNow(const Done& done, FlushReason reason) const {
 }
 
 bool Flushes::remove(const FlushPointer& flush) {
-  const std::scoped_lock hold(mutex_);
-  return flushes_.remove(flush) > 0;
+  {
+    const std::scoped_lock hold(mutex_);
+    if (flushes_.remove(flush) == 0)
+      return false;
+  }
+  parts_.main_loop.cancel(flush->limit);
+  return true;
 }
 
 /// Those that have begun.

@@ -98,6 +98,7 @@ class Flushes {
   void beginThoseThatWait();
   FlushPointer nextToBegin() const;
   void beginNow(const FlushPointer& flush);
+  void timeIsUp(const FlushPointer& flush);
   bool remove(const FlushPointer& flush);
   std::list<FlushPointer> begun() const;
   std::list<FlushPointer> all() const;

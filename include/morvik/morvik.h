@@ -132,17 +132,18 @@ class MorvikCore {
 
   /// As pushTracking(), for the activities and impressions recorded so far, and tells how it ended: `done` is called
   /// once, on the main queue, when all of them are delivered, when it is clear that they will not be by now, or when
-  /// the time is up; before stop() returns at the latest. Delivered are those that the service has accepted; one that
-  /// the answer to another batch took out of the store waits for the answer to its own (FlushResult). None is as long
-  /// as the store could not be opened. An empty `done` is allowed. Where there is nothing to wait for it is called on
-  /// the calling thread, before flush() returns: kTooMany when kMaxFlushes wait already, kStopped once the end of the
-  /// kit has begun, kOutOfMemory without memory. A stop that the main queue does not answer within two seconds calls
-  /// it, with kStopped, on the stopping thread. From within a `done`, on whatever thread, stop() does nothing, and a
-  /// further flush is answered in a later turn, or, once the end of the kit has begun, not at all. It is not called in
-  /// a forked child, nor when the kit is destroyed within a callback.
+  /// the time is up, counted from the call; before stop() returns at the latest. Delivered are those that the service
+  /// has accepted; one that the answer to another batch took out of the store waits for the answer to its own
+  /// (FlushResult). None is as long as the store could not be opened. An empty `done` is allowed. Where there is
+  /// nothing to wait for it is called on the calling thread, before flush() returns: kTooMany when kMaxFlushes wait
+  /// already, kStopped once the end of the kit has begun, kOutOfMemory without memory. A stop that the main queue does
+  /// not answer within two seconds calls it, with kStopped, on the stopping thread. From within a `done`, on whatever
+  /// thread, stop() does nothing, and a further flush is answered in a later turn, or, once the end of the kit has
+  /// begun, not at all. It is not called in a forked child, nor when the kit is destroyed within a callback.
   virtual void flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) = 0;
   /// flush(), waited for: for tools and tests, not for an app's user interface. On the thread that pumps it pumps.
-  /// Inside a callback it returns at once, with a line in the log.
+  /// Returns within the time; only a turn that runs there then, a callback of the app's say, is waited for. Inside a
+  /// callback it returns at once, with a line in the log.
   virtual FlushResult waitUntilDelivered(std::chrono::milliseconds timeout) = 0;
 
   /// Whether the kit may send. Off: nothing leaves but an erasure; everything is recorded; opened URLs wait; requests

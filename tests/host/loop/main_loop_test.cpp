@@ -332,13 +332,29 @@ TEST(PumpedLoop, PumpsWhatComesFromAnotherThreadAndNoLongerThanItMay) {
   ASSERT_TRUE(rig.loop.canPump());
   bool ran = false;
   std::thread([&rig, &ran] { rig.loop.async([&ran] { ran = true; }); }).join();
-  while (!ran)
-    rig.loop.pumpOnce(60);
-  rig.loop.pumpOnce(0.001);
+  rig.loop.pumpFor(60, [&ran] { return ran; });
+  EXPECT_TRUE(ran);
+  rig.loop.pumpFor(0.001, [] { return false; });
   std::thread([&rig] { EXPECT_FALSE(rig.loop.canPump()); }).join();
   bool pumps_in_a_turn = true;
   rig.loop.runOnMain([&] { pumps_in_a_turn = rig.loop.canPump(); });
   EXPECT_FALSE(pumps_in_a_turn);
+}
+
+TEST(PumpedLoop, PumpsNoTurnThatIsDueOnceTheTimeIsUp) {
+  PumpedRig rig;
+  int turns = 0;
+  for (int turn = 0; turn < 3; ++turn) {
+    rig.loop.async([&turns] {
+      const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(2);
+      while (std::chrono::steady_clock::now() < until) {
+      }
+      ++turns;
+    });
+  }
+  rig.loop.pumpFor(0.001, [] { return false; });
+  EXPECT_LE(turns, 1);
+  EXPECT_TRUE(rig.runUntil([&turns] { return turns == 3; })) << "the others run later";
 }
 
 TEST(OwnThreadLoop, RunsABlockWithinItsTimeAndReturnsWhenItIsDone) {

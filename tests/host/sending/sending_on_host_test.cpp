@@ -198,6 +198,75 @@ TEST_F(SendingOnHost, ThoseWhoGiveUpOnABlockedMainQueueLeaveOneBlockThereAtMost)
   EXPECT_EQ(host->waitUntilDelivered(kGiveUp).reason, FlushReason::kNotAttributed) << "whoever comes later is told";
 }
 
+TEST_F(SendingOnHost, TheTimeOfAFlushCountsFromTheCallAlsoBehindABlockedMainQueue) {
+  const auto host = makeAttributed();
+  answers_batches = false;
+  host->addActivity("shop", "purchase", std::nullopt);
+  std::promise<bool> was_told_first;
+  std::optional<FlushResult> told;
+  {
+    const BlockedMainQueue blocked(*host);
+    host->flush([&told](const FlushResult& result) { told = result; }, milliseconds(20));
+    host->afterUncounted(0.1, [&] { was_told_first.set_value(told.has_value()); });
+    // Longer than both timers.
+    EXPECT_EQ(host->waitUntilDelivered(milliseconds(200)).reason, FlushReason::kTimeout);
+  }
+  EXPECT_TRUE(was_told_first.get_future().get());
+  ASSERT_TRUE(told);
+  EXPECT_EQ(told->reason, FlushReason::kTimeout);
+  EXPECT_EQ(told->waiting, 1u);
+}
+
+TEST_F(SendingOnHost, AFlushWhoseTimeIsUpBeforeItsTurnAsksForTheDeliveryAllTheSame) {
+  const auto host = makeAttributed();
+  host->addActivity("shop", "purchase", std::nullopt);
+  std::promise<FlushResult> told;
+  {
+    const BlockedMainQueue blocked(*host);
+    // Its turn waits there, and the flush is for the next one.
+    host->waitUntilDelivered(milliseconds(1));
+    host->flush([&told](const FlushResult& result) { told.set_value(result); }, milliseconds(0));
+  }
+  EXPECT_EQ(told.get_future().get().reason, FlushReason::kTimeout);
+  const auto give_up = steady_clock::now() + kGiveUp;
+  while (stored(*host) > 0 && steady_clock::now() < give_up)
+    std::this_thread::yield();
+  EXPECT_EQ(stored(*host), 0u);
+}
+
+/// A turn of an app that takes its time.
+void spinFor(milliseconds time) {
+  const auto until = steady_clock::now() + time;
+  while (steady_clock::now() < until) {
+  }
+}
+
+TEST_F(SendingOnHost, PumpedTheWaitBeginsNoTurnOnceItsTimeIsUp) {
+  const auto host = makeAttributed(MainQueueMode::kPumped);
+  answers_batches = false;
+  host->addActivity("shop", "purchase", std::nullopt);
+  int turns = 0;
+  for (int turn = 0; turn < 20; ++turn) {
+    host->perform([&turns] {
+      ++turns;
+      spinFor(milliseconds(20));
+    });
+  }
+  EXPECT_EQ(host->waitUntilDelivered(milliseconds(50)).reason, FlushReason::kTimeout);
+  EXPECT_LE(turns, 3);
+}
+
+TEST_F(SendingOnHost, PumpedTheTimeOfTheWaitCountsFromTheCallAlsoBehindOtherTurns) {
+  const auto host = makeAttributed(MainQueueMode::kPumped);
+  answers_batches = false;
+  host->addActivity("shop", "purchase", std::nullopt);
+  host->perform([] { spinFor(milliseconds(40)); });
+  bool is_later = false;
+  host->afterUncounted(0.07, [&is_later] { is_later = true; });
+  EXPECT_EQ(host->waitUntilDelivered(milliseconds(60)).reason, FlushReason::kTimeout);
+  EXPECT_FALSE(is_later);
+}
+
 TEST_F(SendingOnHost, AFlushBehindOneThatWaitsTellsOfWhatWasPostedBetweenTheTwo) {
   const auto host = make();
   std::promise<FlushResult> first;
