@@ -4,6 +4,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "host/files/standard_streams.h"
+
 namespace morvik::host {
 namespace {
 
@@ -52,6 +54,7 @@ bool CodeRanges::hold(uint64_t address) const {
 }
 
 bool SafeReader::open() {
+  const StandardStreamsTaken taken;
   int ends[2] = {-1, -1};
   if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
     return false;

@@ -12,6 +12,7 @@
 #include <string>
 #include <variant>
 
+#include "host/files/standard_streams.h"
 #include "host/loop/thread.h"
 #include "services/guard.h"
 
@@ -67,7 +68,9 @@ struct MainLoop::Engine {
   uv_timer_t alarm;
   bool is_open = false;
 
+  /// libuv ends the process when it is to close a descriptor of its own in the place of a standard stream.
   std::optional<kit::Error> open(MainLoop* owner) {
+    const StandardStreamsTaken taken;
     if (const int code = findDescriptors(); code != 0)
       return engineError("event loop", code);
     if (const int code = uv_loop_init(&loop); code != 0)

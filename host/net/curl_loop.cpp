@@ -5,6 +5,7 @@
 #include <utility>
 #include <variant>
 
+#include "host/files/standard_streams.h"
 #include "host/loop/thread.h"
 
 namespace morvik::host {
@@ -98,14 +99,21 @@ void CurlLoop::run() {
   while (takeArrivals(arrivals)) {
     for (Arrival& arrival : arrivals)
       begin(std::move(arrival));
-    int still_running = 0;
-    curl_multi_perform(multi_.get(), &still_running);
+    perform();
     finishDone();
     curl_multi_poll(multi_.get(), nullptr, 0, kWaitMilliseconds, nullptr);
   }
 }
 
+/// Connections and look-ups are begun here.
+void CurlLoop::perform() {
+  const StandardStreamsTaken taken;
+  int still_running = 0;
+  curl_multi_perform(multi_.get(), &still_running);
+}
+
 bool CurlLoop::openCurl() {
+  const StandardStreamsTaken taken;
   if (!initializeCurl())
     return false;
   sessions_.reset(curl_share_init());

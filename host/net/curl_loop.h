@@ -51,6 +51,7 @@ class CurlLoop {
   void wakeLocked();
   void run();
   bool openCurl();
+  void perform();
   /// Before curl is open. False when it is to stop.
   bool waitForArrivals();
   bool takeArrivals(std::vector<Arrival>& arrivals);
