@@ -159,8 +159,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// Writes the referral record into the store, field by field, and tells the two delegates.
   void saveFendoUserInfo(const ReferralRecord& record);
   /// The store could not be read before, and has come to light. Where it brought a referral record, that stands:
-  /// answers to what was asked before are not stored. Of the impressions a batch that was built before takes out only
-  /// what it carried. Any thread, under the house lock.
+  /// answers to what was asked before are not stored. Of impressions, commerce clicks, crash reports and demographics
+  /// an upload that was begun before takes out only what it carried. Any thread, under the house lock.
   void storeCameToLight();
   /// Asks the ad client for the Search Ads attribution details.
   void searchAds();
@@ -360,7 +360,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void batchDidEnd(BatchEnd end);
 
   // A backlog (backlog.cpp).
-  void trimImpressions(const kit::Array& sent);
+  bool empty(const char* property_name, uint64_t stores_known);
+  void removeSent(const char* property_name, const kit::Array& sent);
   bool followAccepted(const std::shared_ptr<const SentBatch>& batch, bool has_trimmed);
   bool followTooLarge(const std::shared_ptr<const SentBatch>& batch, const std::optional<kit::Response>& response,
                       const kit::Error& error);
@@ -408,10 +409,19 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void resendFailedReEngagements(kit::MutableDictionary payload);
   bool isConversionReported(int64_t conversion_key) const;
 
+  // Demographics.
+  struct SentDemos {
+    uint64_t stores_known = 0;  ///< stores_brought_ before they were read
+    kit::Value demos;
+  };
+  SentDemos demosOfThisMoment() const;
+  void sendDemos(const kit::Value& parameters, const SentDemos& sent);
+  void demosWereAccepted(const SentDemos& sent);
+
   // Commerce.
   void reportCommerceClick(const kit::Value& query, const OpeningMoment& moment);
   void recordCommerceClick(const kit::Value& query, const OpeningMoment& moment);
-  void commerceDidSucceed(const kit::Value& json);
+  void commerceDidSucceed(const kit::Value& json, uint64_t stores_known, const kit::Value& sent);
   void premiumPostbackDidSucceed(const kit::Value& json);
   void saveCommerceEvents();
 
@@ -422,8 +432,10 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   kit::Value deviceInformation(bool app_in_focus) const;
   kit::Value moduleVersion(const char* class_name) const;
   void keepReport(const services::Logger& logger, const kit::Value& report);
-  kit::Value remainingCrashInfos() const;
-  void crashUploadDidSucceed(const kit::Value& json, const kit::Value& remaining);
+  struct SentCrashes;
+  kit::Value remainingCrashInfos(const kit::Value& queue) const;
+  void crashUploadDidSucceed(const kit::Value& json, const SentCrashes& sent);
+  void removeDelivered(const SentCrashes& sent);
   kit::Value blank(const std::optional<std::string>& text) const;
 
   // Privacy.

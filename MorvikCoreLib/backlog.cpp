@@ -35,13 +35,29 @@ std::unordered_set<const kit::Entry*> identities(const kit::Array& records) {
 
 // --------------------------------------------------------------------------------------------------- after an answer
 
-/// What was left out stays, and so does what was added meanwhile.
-void MorvikCoreLib::trimImpressions(const kit::Array& sent) {
+/// A stored list of records, with what was added meanwhile. False, and nothing is done, where a store came to light
+/// since that count was taken: what that held is to stay.
+bool MorvikCoreLib::empty(const char* property_name, uint64_t stores_known) {
+  const bool is_done = store().inOneStep([this, property_name, stores_known] {
+    if (stores_known != stores_brought_)
+      return false;
+    const Value stored = store().arrayForKey(property_name);
+    if (!stored.isAbsent())
+      store().replace(property_name, stored, kit::Array());
+    return true;
+  });
+  if (is_done)
+    store().synchronize();
+  return is_done;
+}
+
+/// Of a stored list of records. What was left out stays, and so does what was added meanwhile.
+void MorvikCoreLib::removeSent(const char* property_name, const kit::Array& sent) {
   if (sent.empty())
     return;
   const auto covered = identities(sent);
-  store().inOneStep([this, &covered] {
-    const Value stored = store().fendoImpressionInfos();
+  store().inOneStep([this, property_name, &covered] {
+    const Value stored = store().arrayForKey(property_name);
     if (stored.isAbsent())
       return;
     kit::MutableArray survivors(stored);
@@ -51,7 +67,7 @@ void MorvikCoreLib::trimImpressions(const kit::Array& sent) {
       left -= is_covered ? 1 : 0;
       return !is_covered;
     });
-    store().replace(services::property::fendoImpressionInfos, stored, Value(std::move(survivors)));
+    store().replace(property_name, stored, Value(std::move(survivors)));
   });
   store().synchronize();
 }

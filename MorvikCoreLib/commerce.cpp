@@ -65,7 +65,9 @@ void MorvikCoreLib::commerceConversion() {
   request.setValue("gzip", "Accept-Encoding");
   request.addValue("application/json", "Content-Type");
   request.setHTTPMethod("POST");
-  auto body = kit_.json.write(store().commerceConversionInfos());
+  const uint64_t stores_known = stores_brought_;
+  const Value clicks = store().commerceConversionInfos();
+  auto body = kit_.json.write(clicks);
   if (const auto* error = std::get_if<kit::Error>(&body)) {
     MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-commerceConversion_error : %@", *error);
     return;
@@ -76,7 +78,9 @@ void MorvikCoreLib::commerceConversion() {
              request.absoluteString());
   services::run(
       requestTools(), std::move(request),
-      [self = shared_from_this()](const Value& json) { self->commerceDidSucceed(json); },
+      [self = shared_from_this(), stores_known, clicks](const Value& json) {
+        self->commerceDidSucceed(json, stores_known, clicks);
+      },
       [logger = log()](const kit::Request& sent, const std::optional<kit::Response>& response, const kit::Error& error,
                        const Value&) {
         MORVIK_LOG(logger, lcl_vError, kHandlerOperation, "MRVK_QA-commerceConversion_request : %@, response : %@",
@@ -87,18 +91,16 @@ void MorvikCoreLib::commerceConversion() {
       });
 }
 
-/// Clears the whole list, clicks that came meanwhile included; an answer with a message keeps it whole.
-void MorvikCoreLib::commerceDidSucceed(const Value& json) {
+/// Clears the whole list, clicks that came meanwhile included, but for those of a store that came to light meanwhile;
+/// an answer with a message keeps it whole.
+void MorvikCoreLib::commerceDidSucceed(const Value& json, uint64_t stores_known, const Value& sent) {
   static constexpr const char* kOperation = "-[MorvikCoreLib commerceConversion]_block_invoke";
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-commerceConversion_JSON: %@", json);
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-commerceConversion_errMsg : %@", json["errMsg"]);
   if (!json["errMsg"].isNil())
     return;
-  store().inOneStep([this] {
-    if (!store().commerceConversionInfos().isAbsent())
-      store().setCommerceConversionInfos(kit::Array());
-  });
-  store().synchronize();
+  if (!empty(services::property::commerceConversionInfos, stores_known))
+    removeSent(services::property::commerceConversionInfos, sent.array());
 }
 
 // ---------------------------------------------------------------------------------------------------- commerce events

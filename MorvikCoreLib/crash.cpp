@@ -223,18 +223,24 @@ bool MorvikCoreLib::queueReports(const kit::Array& reports) {
 
 // -------------------------------------------------------------------------------------------------------- the upload
 
+struct MorvikCoreLib::SentCrashes {
+  uint64_t stores_known = 0;  ///< stores_brought_ before they were read
+  Value queue;
+  Value remaining;  ///< of these, once the service has them
+};
+
 /// The budget decides what is dropped once the service has it; what is sent is always the whole queue.
 void MorvikCoreLib::sendCrashInfos() {
   if (isGateClosed() || util().getNetworkStatus() == kit::kNetworkUnknown)
     return;
-  MORVIK_LOG(log(), lcl_vDebug, kSendOperation, "MRVK_QA-sendCrashInfos parameterInfo : %@",
-             store().MorvikCoreUserInfo_Crash());
-  const Value remaining = remainingCrashInfos();
-  auto request = services::jsonPostRequest(kit_.endpoints.kCrashReportBaseLiveUrl, services::kCrashReportPath,
-                                           store().MorvikCoreUserInfo_Crash());
+  SentCrashes sent{.stores_known = stores_brought_, .queue = store().MorvikCoreUserInfo_Crash(), .remaining = {}};
+  MORVIK_LOG(log(), lcl_vDebug, kSendOperation, "MRVK_QA-sendCrashInfos parameterInfo : %@", sent.queue);
+  sent.remaining = remainingCrashInfos(sent.queue);
+  auto request =
+      services::jsonPostRequest(kit_.endpoints.kCrashReportBaseLiveUrl, services::kCrashReportPath, sent.queue);
   services::run(
       requestTools(), std::move(request),
-      [self = shared_from_this(), remaining](const Value& json) { self->crashUploadDidSucceed(json, remaining); },
+      [self = shared_from_this(), sent](const Value& json) { self->crashUploadDidSucceed(json, sent); },
       [logger = log()](const std::optional<kit::Response>& response, const kit::Error& error) {
         MORVIK_LOG(logger, lcl_vError, kSendHandlerOperation, "MRVK_QA-Recieved an HTTP %ld",
                    services::statusCode(response));
@@ -244,8 +250,7 @@ void MorvikCoreLib::sendCrashInfos() {
 }
 
 /// The queue without the reports that the budget counts; equal reports go together. Absent where it is absent.
-Value MorvikCoreLib::remainingCrashInfos() const {
-  Value queue = store().MorvikCoreUserInfo_Crash();
+Value MorvikCoreLib::remainingCrashInfos(const Value& queue) const {
   if (queue.isAbsent())
     return queue;
   kit::MutableArray remaining(queue);
@@ -264,14 +269,34 @@ Value MorvikCoreLib::remainingCrashInfos() const {
   return Value(std::move(remaining));
 }
 
-void MorvikCoreLib::crashUploadDidSucceed(const Value& json, const Value& remaining) {
+void MorvikCoreLib::crashUploadDidSucceed(const Value& json, const SentCrashes& sent) {
   MORVIK_LOG(log(), lcl_vTrace, kSendHandlerOperation, "MRVK_QA-[MorvikCoreLib] sendCrashInfos result  : %@]", json);
   if (util().checkIntegerNilToZero(json["code"]) != 0)
     return;
-  store().inOneStep([&] { store().setMorvikCoreUserInfo_Crash(remaining); });
-  store().synchronize();
-  if (remaining.size() > 0)
+  Value left = sent.remaining;
+  const bool is_set = store().inOneStep([&] {
+    if (sent.stores_known != stores_brought_)
+      return false;
+    store().setMorvikCoreUserInfo_Crash(left);
+    return true;
+  });
+  if (is_set) {
+    store().synchronize();
+  } else {
+    removeDelivered(sent);
+    left = store().MorvikCoreUserInfo_Crash();
+  }
+  if (left.size() > 0)
     sendCrashInfos();
+}
+
+/// The reports of a store that came to light meanwhile stay.
+void MorvikCoreLib::removeDelivered(const SentCrashes& sent) {
+  kit::MutableArray delivered(sent.queue);
+  const kit::Array remaining = sent.remaining.array();
+  for (const Value& report : remaining)
+    delivered.removeAllEqualTo(report);
+  removeSent(services::property::MorvikCoreUserInfo_Crash, Value(std::move(delivered)).array());
 }
 
 // ------------------------------------------------------------------------------------------------------------ threads

@@ -1,5 +1,7 @@
 // Age, gender and user id of the app's user, and the clearing of the impressions.
 
+#include <algorithm>
+
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "services/endpoints.h"
 #include "services/text_codes.h"
@@ -15,6 +17,10 @@ using kit::Value;
 
 /// What an age or gender reads as when none is pending.
 constexpr int32_t kNonePending = -1;
+
+constexpr const char* kAge = "age";
+constexpr const char* kGender = "gender";
+constexpr const char* kUserId = "userId";
 
 Value demo(const char* key, const Value& value) {
   return kit::Dictionary{{"demo_key", key}, {"demo_value", value}};
@@ -40,11 +46,11 @@ void MorvikCoreLib::setUserId(const std::optional<std::string>& user_id) {
 Value MorvikCoreLib::fetchDemos() const {
   kit::MutableArray demos;
   if (const int32_t age = store().fendoUserDemoInfo_age(); age != kNonePending)
-    demos.append(demo("age", age));
+    demos.append(demo(kAge, age));
   if (const int32_t gender = store().fendoUserDemoInfo_gender(); gender != kNonePending)
-    demos.append(demo("gender", gender));
+    demos.append(demo(kGender, gender));
   if (const auto user_id = store().fendoUserDemoInfo_userId())
-    demos.append(demo("userId", *user_id));
+    demos.append(demo(kUserId, *user_id));
   return Value(std::move(demos));
 }
 
@@ -69,12 +75,25 @@ Value MorvikCoreLib::makeDemoInfoParameter() const {
   return kit::Dictionary{{"j", services::morvikAD_tracerByteToHex(std::get<std::string>(sealed))}};
 }
 
+/// To be asked before the parameters are made: what comes to light in between is then not taken for sent.
+MorvikCoreLib::SentDemos MorvikCoreLib::demosOfThisMoment() const {
+  const uint64_t stores_known = stores_brought_;
+  return {stores_known, fetchDemos()};
+}
+
 void MorvikCoreLib::sendPendingDemos() {
-  if (!services().isSendingOff() && fetchDemos().size() > 0 && !trackingKey().empty())
-    sendUserDemoInfos(makeDemoInfoParameter());
+  if (services().isSendingOff() || trackingKey().empty())
+    return;
+  const SentDemos sent = demosOfThisMoment();
+  if (sent.demos.size() > 0)
+    sendDemos(makeDemoInfoParameter(), sent);
 }
 
 void MorvikCoreLib::sendUserDemoInfos(const Value& parameters) {
+  sendDemos(parameters, demosOfThisMoment());
+}
+
+void MorvikCoreLib::sendDemos(const Value& parameters, const SentDemos& sent) {
   if (isGateClosed())
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib sendUserDemoInfos:]", "MRVK_QA-sendUserDemoInfos parameterInfo : %@",
@@ -84,10 +103,10 @@ void MorvikCoreLib::sendUserDemoInfos(const Value& parameters) {
   static constexpr const char* kHandlerOperation = "-[MorvikCoreLib sendUserDemoInfos:]_block_invoke";
   services::run(
       requestTools(), std::move(request),
-      [self = shared_from_this()](const Value& json) {
+      [self = shared_from_this(), sent](const Value& json) {
         MORVIK_LOG(self->log(), lcl_vDebug, kHandlerOperation, "MRVK_QA-JSON: %@", json);
         if (self->util().checkNilToNo(json["Result"]))
-          self->deleteDemos();
+          self->demosWereAccepted(sent);
       },
       [logger = log()](const std::optional<kit::Response>& response, const kit::Error& error) {
         MORVIK_LOG(logger, lcl_vError, kHandlerOperation, "MRVK_QA-Recieved an HTTP %ld",
@@ -97,6 +116,22 @@ void MorvikCoreLib::sendUserDemoInfos(const Value& parameters) {
       {.when_held = kit::WhenHeld::kEnds});
 }
 
+/// Of a store that came to light meanwhile what was not sent stays pending.
+void MorvikCoreLib::demosWereAccepted(const SentDemos& sent) {
+  if (sent.stores_known == stores_brought_)
+    return deleteDemos();
+  const kit::Array demos = sent.demos.array();
+  const auto is_sent = [&demos](const char* key, const Value& value) {
+    return std::find(demos.begin(), demos.end(), demo(key, value)) != demos.end();
+  };
+  if (is_sent(kAge, store().fendoUserDemoInfo_age()))
+    store().setFendoUserDemoInfo_age(kNonePending);
+  if (is_sent(kGender, store().fendoUserDemoInfo_gender()))
+    store().setFendoUserDemoInfo_gender(kNonePending);
+  if (const auto user_id = store().fendoUserDemoInfo_userId(); user_id && is_sent(kUserId, *user_id))
+    store().setFendoUserDemoInfo_userId(std::nullopt);
+}
+
 void MorvikCoreLib::deleteDemos() {
   store().setFendoUserDemoInfo_age(kNonePending);
   store().setFendoUserDemoInfo_gender(kNonePending);
@@ -104,12 +139,7 @@ void MorvikCoreLib::deleteDemos() {
 }
 
 void MorvikCoreLib::deleteImpressionInfo() {
-  store().inOneStep([this] {
-    const Value stored = store().fendoImpressionInfos();
-    if (!stored.isAbsent())
-      store().replace(services::property::fendoImpressionInfos, stored, kit::Array());
-  });
-  store().synchronize();
+  empty(services::property::fendoImpressionInfos, stores_brought_);
 }
 
 }  // namespace morvik

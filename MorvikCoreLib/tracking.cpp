@@ -416,10 +416,8 @@ void MorvikCoreLib::trackingDidSucceed(const Value& json, const std::shared_ptr<
     // what the earlier one carried goes once more.
     has_trimmed = (newest_batch_ == batch || newest_batch_->has_left) && trimActivities();
     // Those of a store that came to light since are not among what it carried.
-    if (batch->leaves_impressions || batch->stores_known != stores_brought_)
-      trimImpressions(batch->carried_impressions);
-    else
-      deleteImpressionInfo();
+    if (batch->leaves_impressions || !empty(services::property::fendoImpressionInfos, batch->stores_known))
+      removeSent(services::property::fendoImpressionInfos, batch->carried_impressions);
   }
   set_isTrackingCalled(false);
   applicationEndBackgroundTask();

@@ -620,6 +620,20 @@ TEST_F(CrashUpload, OverwritesACrashThatCameWhileItWasInFlight) {
   EXPECT_EQ(world.userDefaults().MorvikCoreUserInfo_Crash(), Value(Array{}));
 }
 
+TEST_F(CrashUpload, LeavesTheReportsOfAStoreThatCameToLightWhileItWasInFlightAndSendsThemNext) {
+  const Value large = reportOfBytes(150'000, "delivered");
+  const Value beyond = reportOfBytes(50, "beyond the budget");
+  keep(Array{large, beyond});
+  world.transport.on(kCrash).then(Answer::json(kAccepted).after(1)).then(Answer::silence());
+  send();
+  keep(Array{reportOfBytes(50, "of the file"), large, beyond});
+  world.core().storeCameToLight();
+  world.loop.advance(2);
+  EXPECT_THAT(keptNames(), ElementsAre("of the file", "beyond the budget"));
+  ASSERT_EQ(world.requests(kCrash).size(), 2U);
+  EXPECT_THAT(sentNames(1), ElementsAre("of the file", "beyond the budget"));
+}
+
 TEST_F(CrashUpload, SendsAndLogsNothingWithoutANetworkOrUnderForgetMe) {
   keep(Array{reportOfBytes(50, "a")});
   world.log.clear();

@@ -192,6 +192,22 @@ TEST_F(Demographics, KeepTheCompleteCopiesWhenThePendingOnesGo) {
   EXPECT_EQ(world.userDefaults().fendoUserDemoInfoForComplete_userId(), "user-7");
 }
 
+TEST_F(Demographics, OfAStoreThatCameToLightWhileTheAnswerWasOnItsWayStayPendingWhereTheyWereNotSent) {
+  world.loop.perform([&] {
+    world.core().setAge(27);
+    world.core().setUserId("user-7");
+  });
+  world.transport.on(kDemographics).then(Answer::json(Dictionary{{"Result", true}}).after(1));
+  send();
+  world.loop.perform([&] {
+    world.core().setGender(MorvikCoreGenderMale);
+    world.core().setUserId("user-8");
+    world.core().storeCameToLight();
+  });
+  world.loop.advance(2);
+  EXPECT_EQ(world.core().fetchDemos(), Value(Array{demo("gender", 2), demo("userId", "user-8")}));
+}
+
 TEST_F(Demographics, StayPendingAfterAnAnswerWhoseResultIsMissingOrFalse) {
   for (const Value& answer :
        {Value(Dictionary{}), Value(Dictionary{{"Result", false}}), Value(Dictionary{{"Result", Value::null()}}),

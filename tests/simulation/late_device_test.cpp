@@ -164,6 +164,46 @@ TEST_F(LateDevice, KeepsTheImpressionsOfItsFileThatABatchOfTheDarkDidNotCarry) {
   EXPECT_EQ(stored()[0]["spaceKey"], kit::Value("of the file"));
 }
 
+TEST_F(LateDevice, KeepsTheCommerceClicksOfItsFileThatAnUploadOfTheDarkDidNotCarry) {
+  start();
+  kit::MutableArray of_the_file;
+  of_the_file.append(kit::Dictionary{{"clickId", "file"}});
+  phone_->properties().setCommerceConversionInfos(kit::Value(std::move(of_the_file)));
+  phone_->properties().synchronize();
+  const auto stored = [this] { return phone_->properties().commerceConversionInfos().array(); };
+  ASSERT_EQ(stored().size(), 1U);
+  restartInTheDark();
+  answer_seconds_ = 5;
+  phone_->passOpenURL("app://x?cid=dark");
+  const auto has_sent = [this] { return !machine_.transport.requests(services::kCommerceConversionPath).empty(); };
+  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, host::kStartHoldSeconds + 10));
+  showDisk();
+  ASSERT_EQ(stored().size(), 2U);
+  machine_.loop.advance(5);
+  ASSERT_EQ(stored().size(), 1U);
+  EXPECT_EQ(stored()[0]["clickId"], kit::Value("file"));
+  EXPECT_TRUE(phone_->ledger().isSound());
+}
+
+TEST_F(LateDevice, KeepsTheDemographicsOfItsFileThatAnUploadOfTheDarkDidNotCarry) {
+  start();
+  phone_->setSendingEnabled(false);
+  phone_->setAge(27);
+  machine_.loop.runUntilIdle();
+  restartInTheDark();
+  answer_seconds_ = 5;
+  phone_->setUserId("of the dark");
+  phone_->applicationDidBecomeActive();
+  const auto has_sent = [this] { return !machine_.transport.requests(services::kSetDemographicPath).empty(); };
+  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, host::kStartHoldSeconds + 20));
+  showDisk();
+  EXPECT_EQ(phone_->properties().fendoUserDemoInfo_age(), 27);
+  machine_.loop.advance(5);
+  EXPECT_EQ(phone_->properties().fendoUserDemoInfo_age(), 27);
+  EXPECT_FALSE(phone_->properties().fendoUserDemoInfo_userId()) << "the service has that";
+  EXPECT_TRUE(phone_->ledger().isSound());
+}
+
 TEST_F(LateDevice, IsTheOneThatTheFileKnowsInTheVeryTurnInWhichItIsRead) {
   start();
   reportTheInstall();
