@@ -376,7 +376,18 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void pushAsAtSessionStart();
 
   // Attribution.
-  void requestConversion(const kit::Value& parameters, const ConversionTexts& texts, services::ErrorHandler failure);
+  /// The parameters of a conversion, and the stores that were known before they were made.
+  struct MadeConversion {
+    uint64_t stores_known = 0;
+    uint64_t records_known = 0;
+    kit::Value parameters;
+  };
+  MadeConversion makeConversion();
+  MadeConversion madeElsewhere(const kit::Value& parameters) const;
+  void conversion(MadeConversion made);
+  void thirdPartyConversion(MadeConversion made);
+  void requestConversion(MadeConversion made, const ConversionTexts& texts, services::ErrorHandler failure);
+  void iAdAppAttributionTracking(const kit::Value& parameters, uint64_t records_known);
   void conversionDidSucceed(const kit::Value& json, const ConversionTexts& texts, uint64_t records_known);
   void conversionDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
   void saveReferralIfDue(const kit::Value& json, const ConversionTexts& texts, uint64_t records_known);

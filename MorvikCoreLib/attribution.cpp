@@ -150,15 +150,34 @@ Value MorvikCoreLib::sealedWithHashKey(const Value& payload) {
 // -------------------------------------------------------------------------------------------------- conversion
 // requests
 
+/// The stores first: what comes to light while the parameters are made is then not taken for known.
+MorvikCoreLib::MadeConversion MorvikCoreLib::makeConversion() {
+  MadeConversion made = madeElsewhere(Value());
+  made.parameters = makeConversionParameter();
+  return made;
+}
+
+MorvikCoreLib::MadeConversion MorvikCoreLib::madeElsewhere(const Value& parameters) const {
+  return {.stores_known = stores_brought_, .records_known = records_brought_, .parameters = parameters};
+}
+
 void MorvikCoreLib::conversion(const Value& parameters) {
-  requestConversion(parameters, ConversionTexts::own(),
+  conversion(madeElsewhere(parameters));
+}
+
+void MorvikCoreLib::conversion(MadeConversion made) {
+  requestConversion(std::move(made), ConversionTexts::own(),
                     [self = shared_from_this()](const std::optional<kit::Response>& response, const kit::Error& error) {
                       self->conversionDidFail(response, error);
                     });
 }
 
 void MorvikCoreLib::thirdPartyConversion(const Value& parameters) {
-  requestConversion(parameters, ConversionTexts::thirdParty(),
+  thirdPartyConversion(madeElsewhere(parameters));
+}
+
+void MorvikCoreLib::thirdPartyConversion(MadeConversion made) {
+  requestConversion(std::move(made), ConversionTexts::thirdParty(),
                     [logger = log()](const std::optional<kit::Response>& response, const kit::Error& error) {
                       static constexpr const char* kOperation = "-[MorvikCoreLib thirdPartyConversion:]_block_invoke";
                       MORVIK_LOG(logger, lcl_vError, kOperation, "MRVK_QA-thirdPartyConversion_Recieved an HTTP %ld",
@@ -168,18 +187,21 @@ void MorvikCoreLib::thirdPartyConversion(const Value& parameters) {
                     });
 }
 
-void MorvikCoreLib::requestConversion(const Value& parameters, const ConversionTexts& texts,
+/// Parameters of before a store came to light name another install: they would register this device as a new one.
+void MorvikCoreLib::requestConversion(MadeConversion made, const ConversionTexts& texts,
                                       services::ErrorHandler failure) {
   if (isGateClosed())
     return;
-  MORVIK_LOG(log(), lcl_vDebug, texts.operation, texts.parameter_text, parameters);
-  auto request = services::postRequest(kit_.endpoints.kFendoConversionBaseLiveUrl, texts.path, parameters,
+  if (made.stores_known != stores_brought_)
+    made = makeConversion();
+  MORVIK_LOG(log(), lcl_vDebug, texts.operation, texts.parameter_text, made.parameters);
+  auto request = services::postRequest(kit_.endpoints.kFendoConversionBaseLiveUrl, texts.path, made.parameters,
                                        services::AcceptEncoding::kGzip);
   MORVIK_LOG(log(), lcl_vTrace, texts.operation, texts.url_text, request.absoluteString());
   const auto self = shared_from_this();
   const bool has_begun = services::run(
       requestTools(), std::move(request),
-      [self, &texts, records_known = records_brought_.load()](const Value& json) {
+      [self, &texts, records_known = made.records_known](const Value& json) {
         --self->attributions_under_way_;
         self->conversionDidSucceed(json, texts, records_known);
         self->attributionDidEnd();
@@ -262,11 +284,8 @@ void MorvikCoreLib::conversionDidFail(const std::optional<kit::Response>& respon
     return;
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-MorvikCore reTry reGetReferral");
   services::guarded(log(), kConversionRetryGuard, MORVIK_HERE(kOperation), [this] {
-    kit_.main_queue.after(
-        kConversionRetryDelaySeconds,
-        [self = shared_from_this(), parameters = makeConversionParameter(), records_known = records_brought_.load()] {
-          self->conversion(self->isOutdated(records_known) ? self->makeConversionParameter() : parameters);
-        });
+    kit_.main_queue.after(kConversionRetryDelaySeconds,
+                          [self = shared_from_this(), made = makeConversion()] { self->conversion(made); });
   });
 }
 
@@ -387,7 +406,7 @@ void MorvikCoreLib::searchAdsDidAnswer(const Value& details, const std::optional
   if (services().isSendingOff())
     return;
   if (store().fendoUserInfo_referralKey() == -1)
-    conversion(makeConversionParameter());
+    conversion(makeConversion());
 }
 
 // ------------------------------------------------------------------------------------------------------------------
@@ -406,15 +425,18 @@ void MorvikCoreLib::iAdConversion() {
                      "MRVK_QA-iAdOriginatedInstallation : %d", iad_impression_date.has_value());
           if (!iad_impression_date || self->services().isSendingOff())
             return;
+          const uint64_t records_known = self->records_brought_;
           self->iAdAppAttributionTracking(
-              self->makeIAdAppAttributionTrackingParameter(app_purchase_date, iad_impression_date));
+              self->makeIAdAppAttributionTrackingParameter(app_purchase_date, iad_impression_date), records_known);
         });
   } else if (kit_.ad_client->offersInstallationAttribution()) {
     MORVIK_LOG(log(), lcl_vDebug, kOperation, "MRVK_QA-iOS 7.1 call exists");
     kit_.ad_client->determineAppInstallationAttributionWithCompletionHandler([self](bool attributed) {
       if (!attributed || self->services().isSendingOff())
         return;
-      self->iAdAppAttributionTracking(self->makeIAdAppAttributionTrackingParameter(std::nullopt, std::nullopt));
+      const uint64_t records_known = self->records_brought_;
+      self->iAdAppAttributionTracking(self->makeIAdAppAttributionTrackingParameter(std::nullopt, std::nullopt),
+                                      records_known);
     });
   }
 }
@@ -436,6 +458,10 @@ Value MorvikCoreLib::makeIAdAppAttributionTrackingParameter(std::optional<kit::D
 }
 
 void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters) {
+  iAdAppAttributionTracking(parameters, records_brought_);
+}
+
+void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters, uint64_t records_known) {
   if (isGateClosed())
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib iAdAppAttributionTracking:]",
@@ -444,7 +470,7 @@ void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters) {
                                        parameters, services::AcceptEncoding::kGzip);
   services::run(
       requestTools(), std::move(request),
-      [self = shared_from_this(), records_known = records_brought_.load()](const Value& json) {
+      [self = shared_from_this(), records_known](const Value& json) {
         self->iAdAttributionDidSucceed(json, records_known);
       },
       [logger = log()](const std::optional<kit::Response>& response, const kit::Error& error) {

@@ -351,7 +351,7 @@ void MorvikCoreLib::setReferralUrlForFacebook(const kit::Url& url) {
                                   {"sub_conversion_key", util().checkNilToBlankString(query["sub_referral"])},
                               });
     fB_DeepLinkData_ = Value(std::move(data));
-    thirdPartyConversion(makeConversionParameter());
+    thirdPartyConversion(makeConversion());
   });
 }
 

@@ -243,7 +243,7 @@ void MorvikCoreLib::askForAttribution() {
   if (searchAdsAttributionDetails_.isAbsent()) {
     searchAds();
   } else if (store().fendoUserInfo_referralKey() == -1) {
-    conversion(makeConversionParameter());
+    conversion(makeConversion());
   }
 }
 
@@ -339,8 +339,11 @@ void MorvikCoreLib::recordSessionActivity(const char* name, const std::string& p
 
 void MorvikCoreLib::updateAppLaunchCount() {
   const std::string key = launchCounterKey();
-  const auto launches = static_cast<uint64_t>(store().integerForKey(key));
-  store().setInteger(static_cast<int64_t>(launches + 1), key);
+  // A store that comes to light in between would have its count written over.
+  store().inOneStep([this, &key] {
+    const auto launches = static_cast<uint64_t>(store().integerForKey(key));
+    store().setInteger(static_cast<int64_t>(launches + 1), key);
+  });
   store().synchronize();
 }
 

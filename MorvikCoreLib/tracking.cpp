@@ -399,9 +399,8 @@ void MorvikCoreLib::refetchReferral() {
     return;
   services::guarded(log(), kRefetchGuard, MORVIK_HERE("-[MorvikCoreLib tracking:]"), [this] {
     ++failedGetReferralCnt_;
-    kit_.main_queue.after(
-        kReferralRefetchDelaySeconds,
-        [self = shared_from_this(), parameters = makeConversionParameter()] { self->conversion(parameters); });
+    kit_.main_queue.after(kReferralRefetchDelaySeconds,
+                          [self = shared_from_this(), made = makeConversion()] { self->conversion(made); });
   });
 }
 
