@@ -247,7 +247,8 @@ void WishStore::beforeSet(bool is_forgotten) {
     if (wanted_ != true)
       wantAnew(true);
   }
-  if (writeIfDue(kMaxWishTurn))
+  // Under the house lock, so not even for another process.
+  if (writeIfDue(std::chrono::milliseconds(0)))
     store_.flushNow();
 }
 
@@ -368,7 +369,7 @@ bool WishStore::writeIfDue(std::chrono::milliseconds longest_wait) {
   const auto error = file_->write(*wanted_, std::exchange(is_new_, false) ? Word::kNew : Word::kAgain, turn);
   if (error && turn.held_up && longest_wait == std::chrono::milliseconds(0))
     return true;  // no trouble yet
-  noteProblem(error);
+  noteProblem(error, turn.held_up && !*wanted_ ? Line::kHeldUp : Line::kNotWritten);
   if (error)
     return false;
   is_missing_ = false;
@@ -502,12 +503,12 @@ void WishStore::setWhenOnDisk(kit::Block hook) {
 
 // ------------------------------------------------------------------------------------------------------------- telling
 
-void WishStore::noteProblem(const std::optional<kit::Error>& error) {
+void WishStore::noteProblem(const std::optional<kit::Error>& error, Line line) {
   problem_ = error ? error->message : "";
   if (error.has_value() == is_trouble_told_)
     return;
   is_trouble_told_ = error.has_value();
-  waiting_lines_.push_back(error ? Line::kNotWritten : Line::kWritten);
+  waiting_lines_.push_back(error ? line : Line::kWritten);
 }
 
 WishFileState WishStore::fileState() const {
@@ -565,6 +566,12 @@ void WishStore::tellWaiting() {
         MORVIK_LOG(logger_, kit::lcl_vError, kWishOperation,
                    "Morvik host: the file \"%@\", which keeps the wish to be forgotten, cannot be written (%@): it is "
                    "tried again; make the folder writable, or free some space",
+                   file_->path(), problem);
+        break;
+      case Line::kHeldUp:
+        MORVIK_LOG(logger_, kit::lcl_vError, kWishOperation,
+                   "Morvik host: the file \"%@\", which keeps the wish to be forgotten, cannot be written (%@): it is "
+                   "tried again; end the other program that keeps the file locked, or wait until it lets go",
                    file_->path(), problem);
         break;
       case Line::kWritten:

@@ -20,9 +20,10 @@
 
 namespace morvik::host {
 
-/// So long a call that says a wish, and the store's thread, wait while another process writes one. That takes
-/// microseconds unless that process is held up in the middle of it. Past that "forgotten" is written all the same;
-/// "not forgotten" is tried again on the store's thread. Whoever merely commits does not wait at all.
+/// So long a call that withdraws a wish waits while another process writes one, under no lock, and so long the store's
+/// thread does. That takes microseconds unless that process is held up in the middle of it. Past that "not forgotten"
+/// is tried again on the store's thread. "Forgotten" waits for nobody, with a number that the other one's does not
+/// reach; nor does whoever merely commits.
 inline constexpr std::chrono::milliseconds kMaxWishTurn{40};
 
 /// Mirrors the stored flag that the gate follows, whoever sets it: true is in the file before it is in the store, false
@@ -79,7 +80,7 @@ class WishStore final : public PassingStore {
 
  private:
   /// What there is to say, in the order in which it came about.
-  enum class Line : uint8_t { kUnreadable, kNotRead, kReadAgain, kNotWritten, kWritten };
+  enum class Line : uint8_t { kUnreadable, kNotRead, kReadAgain, kNotWritten, kHeldUp, kWritten };
   /// While there is one the user counts as forgotten.
   enum class Doubt : uint8_t {
     kNone,
@@ -114,7 +115,7 @@ class WishStore final : public PassingStore {
   void wantAnew(bool is_forgotten);
   bool mayBeWritten() const;
   bool isToBeWritten() const;
-  void noteProblem(const std::optional<kit::Error>& error);
+  void noteProblem(const std::optional<kit::Error>& error, Line line = Line::kNotWritten);
 
   MachineWishFile* const file_;
   const services::Logger logger_;

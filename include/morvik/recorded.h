@@ -9,7 +9,8 @@ namespace morvik {
 /// The answer of an operation that records something: known when the call returns.
 enum class Recorded : uint8_t {
   kKept,               ///< in the kernel's hands: the death of the process does not lose it
-  kKeptInMemory,       ///< the store cannot be written now: kept while the process lives, and stored once it can be
+  kKeptInMemory,       ///< the store, or the file of the wish to be forgotten, cannot be written now: kept while the
+                       ///< process lives, and stored once it can be
   kRefusedForgotten,   ///< the user asked to be forgotten
   kRefusedEmpty,       ///< it needs a group and a name, and one of them is empty
   kRefusedTooLarge,    ///< longer than the operation takes

@@ -284,6 +284,15 @@ TEST_F(WishStoreWithBusyFile, TriesAWithdrawalOnceAtItsCommitAndThenOnTheStoresT
   EXPECT_TRUE(store_.isOnDisk());
 }
 
+TEST_F(WishStoreWithBusyFile, WritesForgottenAtOnceAlthoughAnotherProcessHasItsTurn) {
+  EXPECT_TRUE(say(false));
+  file_.waitUntilSomebodyWaits();  // the store's thread
+  auto set = std::async(std::launch::async, [this] { store_.set(kWishKey, true); });
+  EXPECT_EQ(set.wait_for(std::chrono::seconds(10)), std::future_status::ready) << "it holds a lock of the core's";
+  EXPECT_EQ(file_.written(), true);
+  file_.letGo();
+}
+
 TEST_F(WishStoreWithBusyFile, CallsAWithdrawalKeptOnceTheFileSaysItToo) {
   file_.letWaitersGiveUp();
   EXPECT_TRUE(say(false));
@@ -304,7 +313,10 @@ TEST_F(WishStoreWithBusyFile, SaysThatItIsNotWrittenUntilItIs) {
     bare_.flushAndWait();
     EXPECT_EQ(store_.fileState(), WishFileState::kNotWritten) << "what lay in it before can be synced all the same";
   }
-  EXPECT_EQ(log_.countContaining("cannot be written (another process is writing it)"), 1U);
+  EXPECT_EQ(log_.countContaining("cannot be written (another process is writing it): it is tried again; end the other "
+                                 "program that keeps the file locked"),
+            1U);
+  EXPECT_EQ(log_.countContaining("free some space"), 0U);
   EXPECT_EQ(log_.countContaining("can be written again"), 0U);
   EXPECT_FALSE(store_.commitTurn()) << "it is to be tried again";
   file_.letGo();
