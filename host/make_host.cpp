@@ -104,6 +104,18 @@ LedgerParts ledgerParts(HostParts& parts) {
           .has_hashed_identifier = parts.options.options.device.puid.source() != Identifier::Source::kNone};
 }
 
+/// In the dark an identifier that the kit has made is one for the time being.
+bool namesThisDevice(const HostParts& parts, const std::string& erasure) {
+  const bool is_made = parts.options.options.device.idfa.source() == Identifier::Source::kMadeAndKept;
+  const auto body = parts.json.read(erasure);
+  const auto* const read = std::get_if<kit::Value>(&body);
+  if (read == nullptr || (is_made && parts.start_hold.isDark()))
+    return false;
+  const kit::Array identities = (*read)["subject_identities"].array();
+  const auto idfa = parts.util.IDFA();
+  return identities.size() == 1 && identities[0]["identity_value"] == (idfa ? kit::Value(*idfa) : kit::Value());
+}
+
 ObservationsParts observationsParts(HostParts& parts) {
   return {.main_loop = *parts.main_loop,
           .facade = parts.facade,
@@ -111,7 +123,8 @@ ObservationsParts observationsParts(HostParts& parts) {
           .store = parts.properties,
           .logger = parts.logger,
           .endpoints = parts.options.endpoints,
-          .is_session_open = [&parts] { return parts.core->isStartSessionCalled(); }};
+          .is_session_open = [&parts] { return parts.core->isStartSessionCalled(); },
+          .names_this_device = [&parts](const std::string& body) { return namesThisDevice(parts, body); }};
 }
 
 ServicesParts servicesParts(HostParts& parts) {
@@ -320,6 +333,7 @@ void makeCore(HostParts& parts, HostOf host_of) {
              // Behind the session that waits, which may ask for the attribution.
              parts.main_loop->async([&parts] { parts.flushes.storeMayBeKnown(); });
            },
+       .when_settled = [&parts] { parts.main_loop->async([&parts] { parts.flushes.storeMayBeKnown(); }); },
        .deliver = [&parts](kit::Notification notification) { parts.notifications.post(notification); }});
   parts.handed_over.begin();
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
@@ -483,7 +497,8 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
                                             .main_queue = *main_loop,
                                             .gate = gate,
                                             .is_forgotten = [this] { return services.isGDPRForgetMe(); }})),
-      plain_transport(std::make_unique<ErasureHoldTransport>(*bare_transport, erasure_hold)),
+      plain_transport(std::make_unique<ErasureHoldTransport>(
+          *bare_transport, erasure_hold, [this](const std::string& body) { observations.erasureDidEnd(body); })),
       transport(std::make_unique<LedgerTransport>(*plain_transport, ledger,
                                                   [this](size_t activities) { observations.batchLeaves(activities); })),
       settle_watch(*main_loop, [this] { return pending().isSettled(); }),

@@ -26,7 +26,7 @@ void LedgerStore::setWhenTakenOver(kit::Block hook) {
 /// What a store holds that comes to light with a commit goes before what was begun without it. Whoever has read a list
 /// by then, and writes it back afterwards, would undo that: until then no commit falls in between.
 std::unique_lock<kit::Mutex> LedgerStore::keepListsStill() {
-  if (is_dark_)
+  if (isDark())
     return std::unique_lock(house_lock_.mutex);
   return {};
 }
@@ -50,13 +50,13 @@ void LedgerStore::tellWaiting() {
 
 /// While the store is dark, nothing of it is told under the house lock either.
 bool LedgerStore::commitTurn() {
-  if (!is_dark_) {
+  if (!isDark()) {
     const bool all_kept = store_.commitTurn();
     book_.tellBroken();
     return all_kept;
   }
   synchronize();
-  return is_dark_ ? store_.isKept() : store_.commitTurn();
+  return isDark() ? store_.isKept() : store_.commitTurn();
 }
 
 void LedgerStore::shutdown() {

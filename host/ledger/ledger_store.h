@@ -38,6 +38,8 @@ class LedgerStore final : public PassingStore {
 
  private:
   std::unique_lock<kit::Mutex> keepListsStill();
+  /// A file of a newer version never comes to light.
+  bool isDark() const { return is_dark_ && store_.opening() == StoreOpening::kUnavailable; }
 
   LedgerBook& book_;
   kit::HouseLock& house_lock_;

@@ -36,6 +36,16 @@ void StartHold::storeCameToLight() {
   end();
 }
 
+/// A file that has turned out to be of a newer version is not asked again.
+bool StartHold::isSettled() {
+  if (!is_dark_ || store_.opening() == StoreOpening::kUnavailable)
+    return !is_dark_;
+  is_dark_ = false;
+  end();
+  hooks_.when_settled();
+  return true;
+}
+
 void StartHold::end() {
   if (!is_holding_.exchange(false))
     return;
@@ -62,7 +72,7 @@ void StartHold::tryAgain(int tries_left) {
   try {
     store_.flushNow();
     main_loop_.schedule(kStartHoldTrySeconds, [this, tries_left] {
-      if (!is_holding_)
+      if (!is_holding_ || isSettled())
         return;
       if (tries_left == 1)
         end();
@@ -78,7 +88,7 @@ void StartHold::tryAgain(int tries_left) {
 /// Where there is no memory to go on with, CommitRetry is left.
 void StartHold::tryLater() {
   main_loop_.schedule(kStoreReopenSeconds, [this] {
-    if (!is_dark_)
+    if (isSettled())
       return;
     store_.flushNow();
     // Not for its own sake: its commit takes over what was opened.

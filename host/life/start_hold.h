@@ -29,6 +29,7 @@ class StartHold {
  public:
   struct Hooks {
     kit::Block when_over;                            ///< runs once, before what waits
+    kit::Block when_settled;                         ///< runs once: the file will never come to light here
     std::function<void(kit::Notification)> deliver;  ///< what pass() was handed
   };
 
@@ -42,7 +43,8 @@ class StartHold {
   void begin(Hooks hooks);
   /// Any thread.
   bool isHolding() const { return is_holding_; }
-  /// Nobody knows what the store's file has: it could not be opened at the start, and was not since. Any thread.
+  /// Nobody knows what the store's file has: it could not be opened at the start, and was not since. One that turns out
+  /// to be of a newer version is none of this process's, as it is at a start. Any thread.
   bool isDark() const { return is_dark_; }
   /// Delivers it, or where it holds does so once that is over, in the order of the calls; two of a kind in a row are
   /// one. Main queue.
@@ -51,6 +53,7 @@ class StartHold {
   void storeCameToLight();
 
  private:
+  bool isSettled();
   void tryAgain(int tries_left);
   void tryLater();
   void end();

@@ -188,6 +188,7 @@ class MachineStore : public kit::KeyValueStore {
   /// As set() for each of them in turn, and no commit comes in between: they survive together or not at all. The values
   /// are moved from. Any thread.
   virtual void setTogether(std::span<StoreWrite> writes) = 0;
+  /// kUnavailable becomes kNewerVersion where the file turns out to be one when it can be read at last. Any thread.
   virtual StoreOpening opening() const = 0;
   /// The line that told what went wrong at opening; empty when nothing did.
   virtual const std::string& openingLine() const = 0;

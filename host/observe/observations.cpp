@@ -70,8 +70,12 @@ void Observations::exchangeDidEnd(const kit::Request& request, const kit::Exchan
   const RequestKind kind = kinds_.of(request.url);
   if (kind == RequestKind::kQuestion)
     return;
-  Ended ended{
-      .kind = kind, .is_accepted = isAccepted(kind, result), .when = parts_.clock.now(), .failure = {}, .load = load};
+  Ended ended{.kind = kind,
+              .is_accepted = isAccepted(kind, result),
+              .when = parts_.clock.now(),
+              .failure = {},
+              .load = load,
+              .erasure = kind == RequestKind::kErasure ? ended_erasure_ : std::string()};
   if (!ended.is_accepted) {
     ended.failure.http_status = result.status_code;
     ended.failure.reason =
@@ -116,13 +120,17 @@ void Observations::tell(const Ended& ended) const {
     return;
   if (ended.kind == RequestKind::kErasure) {
     if (delegate->didAnswerErasure)
-      delegate->didAnswerErasure(ended.is_accepted);
+      delegate->didAnswerErasure(isErased(ended));
   } else if (!ended.is_accepted) {
     if (delegate->didFailToDeliver)
       delegate->didFailToDeliver(ended.failure);
   } else if (ended.kind == RequestKind::kBatch && delegate->didDeliver) {
     delegate->didDeliver(ended.load.activities);
   }
+}
+
+bool Observations::isErased(const Ended& ended) const {
+  return ended.is_accepted && parts_.names_this_device(ended.erasure);
 }
 
 /// By the rules of each endpoint.

@@ -40,6 +40,8 @@ struct ObservationsParts {
   services::Logger logger;
   kit::Endpoints endpoints;
   std::function<bool()> is_session_open;  ///< any thread
+  /// An erasure with this body erases what the service has of this device. Main queue.
+  std::function<bool(const std::string& body)> names_this_device;
 };
 
 /// The app's slots are called on the main queue, each in a turn of its own behind what it tells of; what they throw
@@ -54,6 +56,8 @@ class Observations {
 
   /// An exchange has ended, and its handler comes next. Main queue.
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result, const LedgerLoad& load);
+  /// The next exchange to end is an erasure that had this body. Main queue.
+  void erasureDidEnd(std::string body) { ended_erasure_ = std::move(body); }
   /// A batch is on its way: told in a turn of its own, since whoever lets it leave must not wait. Any thread.
   void batchLeaves(size_t activities);
   /// To be called where a session may have started or ended. Any thread.
@@ -75,9 +79,11 @@ class Observations {
     kit::Date when;
     DeliveryFailure failure;  ///< as far as it is known before the handler has run
     LedgerLoad load;
+    std::string erasure;  ///< the body of one
   };
   void note(Ended ended);
   void tell(const Ended& ended) const;
+  bool isErased(const Ended& ended) const;
   bool isTriedAgain(const Ended& ended) const;
   bool isActivityKept(const kit::Value& id) const;
   bool isClickKept(const kit::Value& click) const;
@@ -85,6 +91,7 @@ class Observations {
 
   const ObservationsParts parts_;
   const RequestKinds kinds_;
+  std::string ended_erasure_;
   std::array<std::atomic<size_t>, static_cast<size_t>(Recorded::kRefusedNotRunning)> pending_refusals_{};
 
   mutable std::mutex mutex_;  // guards what follows

@@ -91,8 +91,12 @@ void ErasureHold::timeIsUp(uint64_t number) {
 void ErasureHoldTransport::start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) {
   if (request.when_held != kit::WhenHeld::kPasses)
     return transport_.start(std::move(request), std::move(handler));
-  hold_.whenOpen([this, request = std::move(request), handler = std::move(handler)]() mutable {
-    transport_.start(std::move(request), std::move(handler));
+  auto ended = [this, body = request.body, handler = std::move(handler)](kit::TransportOutcome outcome) {
+    when_ended_(body);
+    handler(std::move(outcome));
+  };
+  hold_.whenOpen([this, request = std::move(request), ended = std::move(ended)]() mutable {
+    transport_.start(std::move(request), std::move(ended));
   });
 }
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "host/machine/machine.h"
@@ -56,11 +57,14 @@ class ErasureHold {
   std::map<uint64_t, Waiting> waiting_;
 };
 
-/// A transport whose erasures wait for that; everything else passes.
+/// A transport whose erasures wait for that; everything else passes. `when_ended` runs before the handler of each, with
+/// what it said.
 class ErasureHoldTransport final : public PassingTransport {
  public:
+  using WhenEnded = std::function<void(const std::string& body)>;
   /// Both outlive it.
-  ErasureHoldTransport(MachineTransport& transport, ErasureHold& hold) : PassingTransport(transport), hold_(hold) {}
+  ErasureHoldTransport(MachineTransport& transport, ErasureHold& hold, WhenEnded when_ended)
+      : PassingTransport(transport), hold_(hold), when_ended_(std::move(when_ended)) {}
 
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override;
   size_t inFlight() const override { return hold_.waiting() + transport_.inFlight(); }
@@ -68,6 +72,7 @@ class ErasureHoldTransport final : public PassingTransport {
 
  private:
   ErasureHold& hold_;
+  const WhenEnded when_ended_;
 };
 
 }  // namespace morvik::host

@@ -380,6 +380,8 @@ void SqliteStore::opened(Opened& opened, Attempt attempt) {
         tellCannotOpen(opened.problem);
       return;
     case StoreOpening::kNewerVersion:
+      if (!loaded_once_)
+        opening_ = StoreOpening::kNewerVersion;  // for good, also where it could not be opened before
       tell(
           "Morvik host: the store \"%@\" has version %@, this program knows versions up to %ld. It stays untouched and "
           "nothing is kept beyond this process: update the program or give it another folder.",

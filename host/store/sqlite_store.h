@@ -228,7 +228,7 @@ class SqliteStore : public MachineStore {
 
   const SqliteStoreOptions options_;
   kit::LogSink& log_;
-  StoreOpening opening_ = StoreOpening::kOpened;
+  std::atomic<StoreOpening> opening_{StoreOpening::kOpened};
   std::string opening_line_;
 
   mutable kit::Mutex memory_mutex_;

@@ -57,8 +57,10 @@ struct MorvikCoreDelegate {
   /// An event of the app was refused, for this reason. Of each reason 16 refusals wait to be told at most; past that an
   /// event is refused without a call. Not called by a kit that does not run.
   std::function<void(Recorded reason)> didRefuseEvent;
-  /// The erasure service answered the user's wish, or there was no answer (false). Not called where nothing was sent:
-  /// without a network, or when the service knows already.
+  /// The erasure service answered the user's wish, or there was no answer (false). False also where the request named
+  /// another device than this has turned out to be, or may turn out to be, since its store could not be read: nothing
+  /// of this one was erased, and gdprForgetMe(true) tells the wish once more when the store can be read. Not called
+  /// where nothing was sent: without a network, or when the service knows already.
   std::function<void(bool accepted)> didAnswerErasure;
 };
 

@@ -18,6 +18,7 @@
 #include "host/life/start_hold.h"
 #include "host/store/commit_retry.h"
 #include "services/endpoints.h"
+#include "simulation/newer_program.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
@@ -94,6 +95,11 @@ class LateDevice : public ::testing::Test {
     }
     return ids;
   }
+  /// What its app is told of the answers to its erasures goes here.
+  void listenTo(std::vector<bool>& answers) {
+    delegate_->didAnswerErasure = [&answers](bool accepted) { answers.push_back(accepted); };
+    phone_->setDelegate(delegate_);
+  }
   bool isWishAccepted() const { return phone_->properties().MorvikCoreUserInfo_isGDPRForgetMeServerSynced(); }
   void flush(std::chrono::milliseconds timeout) {
     phone_->flush([this](const FlushResult& result) { flushed_ = result; }, timeout);
@@ -128,6 +134,7 @@ class LateDevice : public ::testing::Test {
   double answer_seconds_ = 0;
   std::unique_ptr<host::Host> phone_;
   std::optional<FlushResult> flushed_;
+  const std::shared_ptr<MorvikCoreDelegate> delegate_ = std::make_shared<MorvikCoreDelegate>();
 };
 
 TEST_F(LateDevice, IsTheOneThatTheFileKnowsFromThenOn) {
@@ -421,10 +428,13 @@ TEST_F(LateDevice, TellsTheWishInTheDarkWhenItsFileStaysThereAndOnceMoreWhenItsA
   start();
   reportTheInstall();
   restartInTheDark();
+  std::vector<bool> answers;
+  listenTo(answers);
   phone_->gdprForgetMe(true);
   machine_.loop.advance(host::kStartHoldSeconds + 1);
   ASSERT_EQ(erased().size(), 1U);
   EXPECT_NE(erased()[0], names("idfa").at(0)) << "nobody knows it yet";
+  EXPECT_THAT(answers, ElementsAre(false));
   EXPECT_TRUE(isWishAccepted());
   disk_.decide({});
   machine_.loop.advance(host::kStoreReopenSeconds + 1);
@@ -436,6 +446,7 @@ TEST_F(LateDevice, TellsTheWishInTheDarkWhenItsFileStaysThereAndOnceMoreWhenItsA
   ASSERT_EQ(erased().size(), 2U);
   EXPECT_EQ(erased()[1], names("idfa").at(0));
   EXPECT_TRUE(isWishAccepted());
+  EXPECT_THAT(answers, ElementsAre(false, true));
 }
 
 TEST_F(LateDevice, TakesNoAnswerToAnErasureOfAnotherDeviceForItsOwn) {
@@ -443,11 +454,14 @@ TEST_F(LateDevice, TakesNoAnswerToAnErasureOfAnotherDeviceForItsOwn) {
   reportTheInstall();
   restartInTheDark();
   answer_seconds_ = 5;
+  std::vector<bool> answers;
+  listenTo(answers);
   phone_->gdprForgetMe(true);
   machine_.loop.advance(host::kStartHoldSeconds + 1);
   disk_.decide({});
   machine_.loop.advance(10);
   EXPECT_EQ(erased().size(), 1U);
+  EXPECT_THAT(answers, ElementsAre(false));
   EXPECT_TRUE(phone_->isGdprForgetMe());
   EXPECT_FALSE(isWishAccepted());
 }
@@ -511,6 +525,43 @@ TEST_F(LateDevice, IsNeverFlushedWhileItsFileIsInTheDark) {
   EXPECT_FALSE(flushed_->is_delivered);
   EXPECT_EQ(flushed_->waiting, 0U);
   EXPECT_EQ(flushed_->reason, FlushReason::kTimeout);
+}
+
+TEST_F(LateDevice, LeavesAFileAloneThatTurnsOutToBeOfANewerVersion) {
+  start();
+  liveASession();
+  machine_.kill(std::move(phone_));
+  ASSERT_TRUE(useWithNewerProgram(disk_, kNewerStoreVersion));
+  const auto left = storeFilesOn(disk_);
+  restartInTheDark();
+  phone_->applicationDidBecomeActive();
+  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  disk_.decide({});
+  machine_.loop.advance(2 * host::kStoreReopenSeconds);
+  const uint64_t reads = disk_.count(DiskCall::Kind::kRead);
+  phone_->addActivity("shop", "look", std::nullopt);
+  flush(std::chrono::seconds(10));
+  machine_.loop.advance(20);
+  EXPECT_EQ(disk_.count(DiskCall::Kind::kRead), reads) << "it is asked once";
+  ASSERT_TRUE(flushed_);
+  EXPECT_TRUE(flushed_->is_delivered) << toText(flushed_->reason);
+  EXPECT_EQ(storeFilesOn(disk_), left);
+}
+
+TEST_F(LateDevice, IsFlushedOnceItsFileTurnsOutToBeOfANewerVersion) {
+  start();
+  machine_.kill(std::move(phone_));
+  ASSERT_TRUE(useWithNewerProgram(disk_, kNewerStoreVersion));
+  restartInTheDark();
+  phone_->applicationDidBecomeActive();
+  phone_->addActivity("shop", "look", std::nullopt);
+  flush(std::chrono::seconds(10));
+  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  EXPECT_FALSE(flushed_);
+  disk_.decide({});
+  machine_.loop.advance(2 * host::kStoreReopenSeconds);
+  ASSERT_TRUE(flushed_);
+  EXPECT_TRUE(flushed_->is_delivered) << toText(flushed_->reason);
 }
 
 TEST_F(LateDevice, SaysWhyItIsNotFlushedInTheDark) {

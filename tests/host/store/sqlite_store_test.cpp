@@ -682,6 +682,24 @@ TEST_F(SqliteStoreTest, WhatWasStoredBeforeComesBackWhenTheFileCanBeOpenedAgain)
   EXPECT_FALSE(std::filesystem::exists(path() + ".unreadable-1"));
 }
 
+TEST_F(SqliteStoreTest, AFileThatTurnsOutToBeOfANewerVersionWhenItCanBeReadIsLeftAloneFromThenOn) {
+  leaveStore(5);
+  sql("PRAGMA user_version=2");
+  FaultyVfs vfs;
+  vfs.failAll(VfsCall::Kind::kRead, SQLITE_IOERR_READ);
+  const auto store = openOn(vfs);
+  ASSERT_EQ(store->opening(), StoreOpening::kUnavailable);
+  vfs.heal();
+  for (int event = 0; event < 3; ++event) {
+    store->set("count", event);
+    store->flushAndWait();
+    EXPECT_TRUE(store->commitTurn()) << "no later try may keep it";
+  }
+  EXPECT_EQ(store->opening(), StoreOpening::kNewerVersion);
+  EXPECT_FALSE(store->isKept());
+  EXPECT_EQ(log_.countContaining("this program knows versions up to"), 1U);
+}
+
 TEST_F(SqliteStoreTest, WhatAnotherOneTookMeanwhileIsTriedAgainAndItsRecordsAreKept) {
   leaveStore(5);
   FaultyVfs vfs;
