@@ -255,9 +255,8 @@ void MorvikCoreLib::recordFailedReEngagement(const kit::Url& url, bool is_first_
       const Value clicks = store().reEngagementInfos();
       if (failed_clicks_.contains(clicks, key))
         return false;
-      Value counts = store().reEngagementConversionFailedCnt();
-      if (failed_click_counts_.contains(counts, key))
-        counts = withoutCountsOfGivenUp(counts, key);
+      // A count without its click is left over from one whose end a death of the process cut short.
+      const Value counts = failed_click_counts_.without(store().reEngagementConversionFailedCnt(), key);
       store().setReEngagementConversionFailedCnt(
           failed_click_counts_.appended(counts, failureCount(key, kFirstFailureCount)));
       store().setReEngagementInfos(failed_clicks_.appended(clicks, click));

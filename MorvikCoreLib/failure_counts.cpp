@@ -86,12 +86,6 @@ Value failureCount(int64_t conversion_key, int64_t failure_count) {
   return kit::Dictionary{{kConversionKey, conversion_key}, {kFailureCount, failure_count}};
 }
 
-Value withoutCountsOfGivenUp(const Value& counts, int64_t conversion_key) {
-  return retained(counts, [conversion_key](const Value& record) {
-    return conversionKeyOf(record) != conversion_key || failuresOf(record) <= kMaxFailureCountToResend;
-  });
-}
-
 Value withoutGivenUp(const Value& clicks, const std::unordered_set<int64_t>& given_up) {
   if (given_up.empty())
     return clicks;

@@ -21,10 +21,6 @@ int64_t failuresOf(const kit::Value& record);
 /// The count record of a click.
 kit::Value failureCount(int64_t conversion_key, int64_t failure_count);
 
-/// `counts` without those of this key that are above the highest: their click was given up, and the process ended
-/// before they went too. `counts` itself when there is none.
-kit::Value withoutCountsOfGivenUp(const kit::Value& counts, int64_t conversion_key);
-
 /// `clicks` without those of these keys; `clicks` itself when there is none.
 kit::Value withoutGivenUp(const kit::Value& clicks, const std::unordered_set<int64_t>& given_up);
 

@@ -507,17 +507,11 @@ TEST_F(FailedClicks, WithoutAKeyShareTheKeyZero) {
   EXPECT_EQ(counts(), arrayOf({countOf(0, 1)}));
 }
 
-TEST_F(FailedClicks, WhoseCountIsLeftOverAreRecordedWithACountBesideIt) {
-  keep({}, {countOf(12, 3)});
-  open(linkOf(12));
-  EXPECT_EQ(clicks(), arrayOf({clickOf(12)}));
-  EXPECT_EQ(counts(), arrayOf({countOf(12, 3), countOf(12, 1)}));
-}
-
-TEST_F(FailedClicks, DoNotInheritTheCountOfAClickThatWasGivenUp) {
+TEST_F(FailedClicks, DoNotInheritACountThatAnEarlierClickLeftOver) {
   keep({clickOf(13)}, {countOf(12, 6), countOf(13, 6), countOf(12, 2), countOf(12, 99)});
   open(linkOf(12));
-  EXPECT_EQ(counts(), arrayOf({countOf(13, 6), countOf(12, 2), countOf(12, 1)}));
+  EXPECT_EQ(clicks(), arrayOf({clickOf(13), clickOf(12)}));
+  EXPECT_EQ(counts(), arrayOf({countOf(13, 6), countOf(12, 1)}));
 }
 
 TEST_F(FailedClicks, ThatAreGivenUpGoBeforeTheirCounts) {
