@@ -297,7 +297,7 @@ void HostEnding::writeLastLines(bool is_closed, steady_clock::time_point deadlin
     if (is_closed)
       parts.lines.writeAll();
     else
-      parts.lines.tryWriteAll(steady_clock::now() + kLastLinesTime / 2);
+      parts.lines.tryWriteAll(steady_clock::now() + kLastLinesTime / 2);  // before whoever waits for it gives up
   };
   if (!parts_->has_threads)
     return write(*parts_);
