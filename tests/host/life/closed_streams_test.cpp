@@ -25,12 +25,13 @@ void closeThem() {
     ::close(stream);
 }
 
-/// A socket, a pipe, or a descriptor of the kernel's own. A store that is opened leaves "/dev/null" in their place.
+/// A socket, a pipe, or a descriptor of the kernel's own. A store that is opened leaves "/dev/null" in their place, and
+/// a thread of the kit's that has a library open something names "/" there for that time: nobody can write into that.
 bool isAnyInUse() {
   for (const int stream : kStandardStreams) {
     std::error_code ignored;
     const std::string file = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(stream), ignored);
-    if (!file.empty() && file != "/dev/null")
+    if (!file.empty() && file != "/dev/null" && file != "/")
       return true;
   }
   return false;
@@ -113,7 +114,9 @@ TEST_P(ClosedStreams, AfterTheStartHaveNoConnectionInTheirPlace) {
   test::Child child([this] {
     const auto core = start();
     closeThem();
-    return isDelivered(*core) && !isAnyInUse() ? kFine : 1;
+    if (!isDelivered(*core))
+      return 1;
+    return isAnyInUse() ? 2 : kFine;
   });
   EXPECT_EQ(child.status(), kFine);
 }
