@@ -8,11 +8,8 @@
 #include "host/call_gate.h"
 #include "host/checked_options.h"
 #include "host/crash/crash_hook.h"
-#include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "host/handed_over.h"
 #include "host/host.h"
-#include "host/json/simdjson_codec.h"
 #include "host/ledger/ledger_book.h"
 #include "host/life/host_life.h"
 #include "host/life/start_hold.h"
@@ -80,9 +77,10 @@ struct HostParts {
   const std::unique_ptr<kit::Random> random;
   const std::unique_ptr<kit::Threads> threads;
   const std::unique_ptr<MachineFacts> facts;
-  const OpensslCipher cipher;
-  const ZlibCompressor compressor;
-  const SimdjsonCodec json;
+  const std::unique_ptr<const kit::Cipher> cipher;
+  const std::unique_ptr<const kit::Compressor> compressor;
+  const std::unique_ptr<const kit::KeyedHash> keyed_hash;
+  const std::unique_ptr<const kit::JsonCodec> json;
 
   kit::HouseLock house_lock;
   const std::unique_ptr<MachineWishFile> wish_file;  ///< may be null

@@ -70,7 +70,8 @@ MorvikADGetPUID puidOf(HostParts& parts) {
   const Identifier& puid = parts.options.options.device.puid;
   switch (puid.source()) {
     case Identifier::Source::kMadeAndKept:
-      return MorvikADGetPUID(keptIdentifier(*parts.store, kDeviceIdKey, *parts.random), parts.options.app_key);
+      return MorvikADGetPUID(keptIdentifier(*parts.store, kDeviceIdKey, *parts.random), parts.options.app_key,
+                             *parts.keyed_hash);
     case Identifier::Source::kGiven:
       return MorvikADGetPUID(puid.text());
     case Identifier::Source::kNone:
@@ -107,7 +108,7 @@ LedgerParts ledgerParts(HostParts& parts) {
 /// In the dark an identifier that the kit has made is one for the time being.
 bool namesThisDevice(const HostParts& parts, const std::string& erasure) {
   const bool is_made = parts.options.options.device.idfa.source() == Identifier::Source::kMadeAndKept;
-  const auto body = parts.json.read(erasure);
+  const auto body = parts.json->read(erasure);
   const auto* const read = std::get_if<kit::Value>(&body);
   if (read == nullptr || (is_made && parts.start_hold.isDark()))
     return false;
@@ -134,7 +135,7 @@ ServicesParts servicesParts(HostParts& parts) {
           .store = parts.properties,
           .logger = parts.logger,
           .clock = *parts.clock,
-          .sealing = {parts.cipher, parts.compressor, *parts.random, &parts.shared_state.stop_request},
+          .sealing = {*parts.cipher, *parts.compressor, *parts.random, &parts.shared_state.stop_request},
           .common = parts.common,
           .util = parts.util,
           .size_trigger = parts.size_trigger,
@@ -152,9 +153,9 @@ kit::Kit kitOf(HostParts& parts) {
           .key_value_store = *parts.store,
           .house_lock = parts.house_lock,
           .transport = *parts.transport,
-          .json = parts.json,
-          .cipher = parts.cipher,
-          .compressor = parts.compressor,
+          .json = *parts.json,
+          .cipher = *parts.cipher,
+          .compressor = *parts.compressor,
           .random = *parts.random,
           .device = parts.device,
           .bundle = parts.bundle,
@@ -222,7 +223,7 @@ void noteForACrash(HostParts& parts) {
   if (parts.crash_note == nullptr)
     return;
   services::guarded(parts.logger, kCrashNoteGuard, MORVIK_HERE("-[MorvikCore noteForACrash]"), [&parts] {
-    auto text = parts.json.write(parts.core->crashFacts());
+    auto text = parts.json->write(parts.core->crashFacts());
     if (auto* written = std::get_if<std::string>(&text))
       parts.crash_note->set(std::move(*written));
   });
@@ -363,7 +364,7 @@ void watchProcess(HostParts& parts) {
       parts.properties, namingMarkerPath(parts.options.options.store_folder),
       [](const std::string& trace) { return namedTrace(trace, loadedModules()); }, parts.logger);
   reportEarlierCrashes(
-      crashRecordPath(parts.options.options.store_folder), parts.json,
+      crashRecordPath(parts.options.options.store_folder), *parts.json,
       [&core = *parts.core](const kit::UncaughtException& crash) { return core.takeCrashOfEarlierProcess(crash); },
       parts.logger);
   parts.commit_retry.turnEnded(parts.store->commitTurn());
@@ -480,7 +481,10 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       random(machine.makeRandom()),
       threads(machine.makeThreads()),
       facts(machine.makeFacts()),
-      compressor(&shared_state.stop_request),
+      cipher(machine.makeCipher()),
+      compressor(machine.makeCompressor(shared_state.stop_request)),
+      keyed_hash(machine.makeKeyedHash()),
+      json(machine.makeJsonCodec()),
       wish_file(machine.makeWishFile(options.options.store_folder)),
       bare_store(machine.makeStore(options.options.store_folder, store_lines)),
       plain_store(std::make_unique<WishStore>(*bare_store, wish_file.get(), logger)),
@@ -514,8 +518,8 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
                start_hold}),
       device(options.options.device),
       bundle(options.options.device),
-      report_shelf(machine.makeReportShelf(options.options.store_folder, json, report_lines)),
-      ad_client(options.options.ad_client, json, *main_loop),
+      report_shelf(machine.makeReportShelf(options.options.store_folder, *json, report_lines)),
+      ad_client(options.options.ad_client, *json, *main_loop),
       modules(options.options.modules),
       handed_over(properties, *main_loop, shared_state.stop_request, logger),
       kit(kitOf(*this)) {

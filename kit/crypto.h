@@ -1,4 +1,4 @@
-// Cipher, compressor and random numbers.
+// Cipher, compressor, keyed hash and random numbers.
 #pragma once
 
 #include <cstddef>
@@ -37,6 +37,14 @@ class Compressor {
   virtual std::optional<Error> deflate(std::string_view plain, std::string& out) const = 0;
   /// Appends the inflated bytes; more than `max_bytes` of them is an error, as are damaged or trailing bytes.
   virtual std::optional<Error> inflate(std::string_view deflated, size_t max_bytes, std::string& out) const = 0;
+};
+
+/// HMAC-SHA-256. Any thread; blocks for the computation alone.
+class KeyedHash {
+ public:
+  virtual ~KeyedHash() = default;
+  /// The lower-case hexadecimal text (64 characters) of the hash over `message`. The key may be empty.
+  virtual std::string hmacSha256Hex(std::string_view key, std::string_view message) const = 0;
 };
 
 /// Unpredictable bytes. Any thread.

@@ -5,7 +5,11 @@
 #include <utility>
 #include <variant>
 
+#include "host/crypto/hmac.h"
+#include "host/crypto/openssl_cipher.h"
+#include "host/crypto/zlib_compressor.h"
 #include "host/erasing/file_eraser.h"
+#include "host/json/simdjson_codec.h"
 #include "host/machine/take_over_table.h"
 #include "host/make_host.h"
 #include "host/privacy/wish_file.h"
@@ -233,6 +237,22 @@ std::unique_ptr<kit::Threads> VirtualMachine::makeThreads() {
 
 std::unique_ptr<host::MachineFacts> VirtualMachine::makeFacts() {
   return std::make_unique<VirtualFacts>(options_);
+}
+
+std::unique_ptr<const kit::Cipher> VirtualMachine::makeCipher() {
+  return std::make_unique<host::OpensslCipher>();
+}
+
+std::unique_ptr<const kit::Compressor> VirtualMachine::makeCompressor(const kit::StopRequest& stop) {
+  return std::make_unique<host::ZlibCompressor>(&stop);
+}
+
+std::unique_ptr<const kit::KeyedHash> VirtualMachine::makeKeyedHash() {
+  return std::make_unique<host::OpensslKeyedHash>();
+}
+
+std::unique_ptr<const kit::JsonCodec> VirtualMachine::makeJsonCodec() {
+  return std::make_unique<host::SimdjsonCodec>();
 }
 
 host::SqliteStoreOptions VirtualMachine::storeOptions() {

@@ -74,6 +74,10 @@ class VirtualMachine : public host::Machine {
   std::unique_ptr<kit::Random> makeRandom() override;
   std::unique_ptr<kit::Threads> makeThreads() override;
   std::unique_ptr<host::MachineFacts> makeFacts() override;
+  std::unique_ptr<const kit::Cipher> makeCipher() override;
+  std::unique_ptr<const kit::Compressor> makeCompressor(const kit::StopRequest& stop) override;
+  std::unique_ptr<const kit::KeyedHash> makeKeyedHash() override;
+  std::unique_ptr<const kit::JsonCodec> makeJsonCodec() override;
   std::unique_ptr<host::MachineEraser> makeEraser(const std::string& folder, kit::LogSink& log) override;
   std::unique_ptr<host::MachineWishFile> makeWishFile(const std::string& folder) override;
   std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;

@@ -14,6 +14,7 @@
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/host_parts.h"
+#include "host/json/simdjson_codec.h"
 #include "host/life/kept_for_good.h"
 #include "host/loop/thread.h"
 #include "host/observe/status_of.h"

@@ -24,6 +24,7 @@
 #include "kit/key_value_store.h"
 #include "kit/log.h"
 #include "kit/queues.h"
+#include "kit/stop_request.h"
 #include "kit/threads.h"
 #include "kit/transport.h"
 #include "kit/value.h"
@@ -327,6 +328,11 @@ class Machine {
   virtual std::unique_ptr<kit::Random> makeRandom() = 0;
   virtual std::unique_ptr<kit::Threads> makeThreads() = 0;
   virtual std::unique_ptr<MachineFacts> makeFacts() = 0;
+  virtual std::unique_ptr<const kit::Cipher> makeCipher() = 0;
+  /// `stop` ends a deflation that runs, with an error.
+  virtual std::unique_ptr<const kit::Compressor> makeCompressor(const kit::StopRequest& stop) = 0;
+  virtual std::unique_ptr<const kit::KeyedHash> makeKeyedHash() = 0;
+  virtual std::unique_ptr<const kit::JsonCodec> makeJsonCodec() = 0;
   virtual std::unique_ptr<MachineEraser> makeEraser(const std::string& folder, kit::LogSink& log) = 0;
   /// Null: no state of this machine's store could hide a wish.
   virtual std::unique_ptr<MachineWishFile> makeWishFile(const std::string& folder) = 0;

@@ -1,8 +1,12 @@
 #include "host/machine/system_machine.h"
 
 #include "host/crash/report_file.h"
+#include "host/crypto/hmac.h"
+#include "host/crypto/openssl_cipher.h"
 #include "host/crypto/system_random.h"
+#include "host/crypto/zlib_compressor.h"
 #include "host/erasing/file_eraser.h"
+#include "host/json/simdjson_codec.h"
 #include "host/loop/background_thread.h"
 #include "host/loop/main_loop.h"
 #include "host/loop/system_clock.h"
@@ -34,6 +38,22 @@ std::unique_ptr<kit::Threads> SystemMachine::makeThreads() {
 
 std::unique_ptr<MachineFacts> SystemMachine::makeFacts() {
   return std::make_unique<SystemFacts>();
+}
+
+std::unique_ptr<const kit::Cipher> SystemMachine::makeCipher() {
+  return std::make_unique<OpensslCipher>();
+}
+
+std::unique_ptr<const kit::Compressor> SystemMachine::makeCompressor(const kit::StopRequest& stop) {
+  return std::make_unique<ZlibCompressor>(&stop);
+}
+
+std::unique_ptr<const kit::KeyedHash> SystemMachine::makeKeyedHash() {
+  return std::make_unique<OpensslKeyedHash>();
+}
+
+std::unique_ptr<const kit::JsonCodec> SystemMachine::makeJsonCodec() {
+  return std::make_unique<SimdjsonCodec>();
 }
 
 std::unique_ptr<MachineEraser> SystemMachine::makeEraser(const std::string& folder, kit::LogSink& log) {

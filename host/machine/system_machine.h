@@ -13,6 +13,10 @@ class SystemMachine : public Machine {
   std::unique_ptr<kit::Random> makeRandom() override;
   std::unique_ptr<kit::Threads> makeThreads() override;
   std::unique_ptr<MachineFacts> makeFacts() override;
+  std::unique_ptr<const kit::Cipher> makeCipher() override;
+  std::unique_ptr<const kit::Compressor> makeCompressor(const kit::StopRequest& stop) override;
+  std::unique_ptr<const kit::KeyedHash> makeKeyedHash() override;
+  std::unique_ptr<const kit::JsonCodec> makeJsonCodec() override;
   std::unique_ptr<MachineEraser> makeEraser(const std::string& folder, kit::LogSink& log) override;
   std::unique_ptr<MachineWishFile> makeWishFile(const std::string& folder) override;
   std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;

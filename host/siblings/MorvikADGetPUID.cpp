@@ -2,14 +2,12 @@
 
 #include <utility>
 
-#include "host/crypto/hmac.h"
-
 namespace morvik::host {
 
 std::optional<std::string> MorvikADGetPUID::getAESHashedPUID() const {
   const std::scoped_lock hold(mutex_);
   if (!puid_ && device_id_)
-    puid_ = hmacSha256Hex(app_key_, *device_id_);
+    puid_ = hash_->hmacSha256Hex(app_key_, *device_id_);
   return puid_;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "kit/MorvikADGetPUID.h"
+#include "kit/crypto.h"
 
 namespace morvik::host {
 
@@ -15,9 +16,9 @@ class MorvikADGetPUID final : public kit::MorvikADGetPUID {
   MorvikADGetPUID() = default;
   /// This text.
   explicit MorvikADGetPUID(std::string puid) : puid_(std::move(puid)) {}
-  /// Lower-case hexadecimal of HMAC-SHA-256 over the device id, with the app key.
-  MorvikADGetPUID(std::string device_id, std::string app_key)
-      : app_key_(std::move(app_key)), device_id_(std::move(device_id)) {}
+  /// The hash over the device id, with the app key. `hash` outlives it.
+  MorvikADGetPUID(std::string device_id, std::string app_key, const kit::KeyedHash& hash)
+      : app_key_(std::move(app_key)), hash_(&hash), device_id_(std::move(device_id)) {}
 
   /// Nothing when there is none. The hash is made at the first call, so that a start need not load what makes it. Any
   /// thread.
@@ -27,7 +28,8 @@ class MorvikADGetPUID final : public kit::MorvikADGetPUID {
 
  private:
   const std::string app_key_;
-  mutable std::mutex mutex_;  // guards what follows
+  const kit::KeyedHash* const hash_ = nullptr;  ///< there where a device id is
+  mutable std::mutex mutex_;                    // guards what follows
   std::optional<std::string> device_id_;
   mutable std::optional<std::string> puid_;
 };

@@ -2,12 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include "host/crypto/hmac.h"
+
 namespace morvik::host {
 namespace {
 
 TEST(MorvikADGetPUID, HashesTheDeviceIdWithTheAppKey) {
   // HMAC-SHA-256 of RFC 4231, test case 2.
-  const MorvikADGetPUID puid("what do ya want for nothing?", "Jefe");
+  const OpensslKeyedHash hash;
+  const MorvikADGetPUID puid("what do ya want for nothing?", "Jefe", hash);
   EXPECT_EQ(puid.getAESHashedPUID(), "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
   EXPECT_EQ(puid.getAESHashedPUID(), puid.getAESHashedPUID());
 }
@@ -18,7 +21,8 @@ TEST(MorvikADGetPUID, GivesAGivenTextAsItIsAndNothingWhenThereIsNone) {
 }
 
 TEST(MorvikADGetPUID, HashesAnotherDeviceIdOnceItTurnsOutToBeThatOne) {
-  MorvikADGetPUID puid("made for now", "Jefe");
+  const OpensslKeyedHash hash;
+  MorvikADGetPUID puid("made for now", "Jefe", hash);
   EXPECT_NE(puid.getAESHashedPUID(), "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
   puid.replaceDeviceId("what do ya want for nothing?");
   EXPECT_EQ(puid.getAESHashedPUID(), "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
