@@ -75,7 +75,7 @@ struct HostParts {
   const std::unique_ptr<MachineClock> clock;
   const std::unique_ptr<MachineCalendar> calendar;
   const std::unique_ptr<kit::Random> random;
-  const std::unique_ptr<kit::Threads> threads;
+  const std::unique_ptr<MachineThreads> threads;
   const std::unique_ptr<MachineFacts> facts;
   const std::unique_ptr<const kit::Cipher> cipher;
   const std::unique_ptr<const kit::Compressor> compressor;

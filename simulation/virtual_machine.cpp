@@ -1,5 +1,6 @@
 #include "simulation/virtual_machine.h"
 
+#include <chrono>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -28,6 +29,8 @@ class VirtualClock final : public host::MachineClock {
  public:
   explicit VirtualClock(testing::VirtualLoop& loop) : loop_(loop) {}
   kit::Date now() const override { return loop_.now(); }
+  // Nobody waits here by the clock of the machine below, but who asks is to see time pass.
+  std::chrono::steady_clock::time_point steadyNow() const override { return std::chrono::steady_clock::now(); }
   void moveBySeconds(double seconds) override { loop_.moveWallClock(seconds); }
 
  private:
@@ -47,6 +50,15 @@ class VirtualCalendar final : public host::MachineCalendar {
  private:
   const std::shared_ptr<const kit::Calendar> calendar_;
   const std::string zone_name_;
+};
+
+/// One thread stands for all.
+class VirtualThreads final : public host::MachineThreads {
+ public:
+  std::string currentThreadDescription() const override { return testing::FakeThreads().currentThreadDescription(); }
+  std::variant<std::unique_ptr<host::MachineThread>, kit::Error> start(const char*, std::function<void()>) override {
+    return kit::Error{"a virtual machine has no threads"};
+  }
 };
 
 /// The machine's own source, which goes on from process to process.
@@ -231,8 +243,8 @@ std::unique_ptr<kit::Random> VirtualMachine::makeRandom() {
   return std::make_unique<SharedRandom>(random);
 }
 
-std::unique_ptr<kit::Threads> VirtualMachine::makeThreads() {
-  return std::make_unique<testing::FakeThreads>();
+std::unique_ptr<host::MachineThreads> VirtualMachine::makeThreads() {
+  return std::make_unique<VirtualThreads>();
 }
 
 std::unique_ptr<host::MachineFacts> VirtualMachine::makeFacts() {

@@ -72,7 +72,7 @@ class VirtualMachine : public host::Machine {
   std::unique_ptr<host::MachineClock> makeClock() override;
   std::unique_ptr<host::MachineCalendar> makeCalendar() override;
   std::unique_ptr<kit::Random> makeRandom() override;
-  std::unique_ptr<kit::Threads> makeThreads() override;
+  std::unique_ptr<host::MachineThreads> makeThreads() override;
   std::unique_ptr<host::MachineFacts> makeFacts() override;
   std::unique_ptr<const kit::Cipher> makeCipher() override;
   std::unique_ptr<const kit::Compressor> makeCompressor(const kit::StopRequest& stop) override;

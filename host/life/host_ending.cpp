@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <future>
 #include <optional>
-#include <thread>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -16,7 +15,6 @@
 #include "host/host_parts.h"
 #include "host/json/simdjson_codec.h"
 #include "host/life/kept_for_good.h"
-#include "host/loop/thread.h"
 #include "host/observe/status_of.h"
 #include "services/guard.h"
 
@@ -52,9 +50,9 @@ class GoingParts {
     ended_.notify_all();
   }
   /// What goes with them on this thread may end the process: it does not wait for itself.
-  void waitForOthers(steady_clock::time_point deadline) {
+  void waitForOthers(std::chrono::milliseconds longest) {
     std::unique_lock hold(mutex_);
-    ended_.wait_until(hold, deadline, [this] { return count_ == (is_here_ ? 1U : 0U); });
+    ended_.wait_for(hold, longest, [this] { return count_ == (is_here_ ? 1U : 0U); });
   }
 
  private:
@@ -91,11 +89,11 @@ class HostEnding::Closing {
     parts.main_loop->drain(drain_until_);
     if (!parts.life->isOwnProcess())
       return;  // on the pumping thread, what ran there forked
-    parts.background->drain(std::min(drain_until_, steady_clock::now() + kBackgroundDrainTime));
+    parts.background->drain(std::min(drain_until_, parts.clock->steadyNow() + kBackgroundDrainTime));
     parts.main_loop->cease();
     parts.background->cease();
     parts.transport->shutdown();
-    parts.background->stop(steady_clock::now());
+    parts.background->stop(parts.clock->steadyNow());
     parts.main_loop->stop();
   }
   void closeStore() {
@@ -176,7 +174,7 @@ bool HostEnding::stop() {
   if (!parts_->life->isOwnProcess())
     return true;
   const auto itself = shared_from_this();  // what runs here may destroy the host
-  const auto begun = steady_clock::now();
+  const auto begun = parts_->clock->steadyNow();
   if (isWithinCallback()) {
     // Within the sink no second line can be written.
     const auto marked = parts_->lines.postFromHere();
@@ -191,7 +189,7 @@ bool HostEnding::stop() {
 
 void HostEnding::stopAndThen(const std::function<void()>& last) {
   const auto itself = shared_from_this();
-  const auto begun = steady_clock::now();
+  const auto begun = parts_->clock->steadyNow();
   if (begin())
     closeGuarded(begun, last);
   else
@@ -234,11 +232,10 @@ void HostEnding::close(steady_clock::time_point begun, const std::function<void(
   }
   if (!parts_->life->isOwnProcess())
     return;
-  std::variant<std::thread, kit::Error> thread;
+  std::unique_ptr<MachineThread> closer;
   if (parts_->has_threads)
-    thread = startThread("morvik-end", [closing] { closing->run(); });
-  auto* const closer = std::get_if<std::thread>(&thread);
-  if (closer == nullptr || !closer->joinable()) {
+    closer = startThread("morvik-end", [closing] { closing->run(); });
+  if (closer == nullptr) {
     closing->closeQueues();
     if (!parts_->life->isOwnProcess())
       return;
@@ -298,25 +295,31 @@ void HostEnding::writeLastLines(bool is_closed, steady_clock::time_point deadlin
     if (is_closed)
       parts.lines.writeAll();
     else
-      parts.lines.tryWriteAll(steady_clock::now() + kLastLinesTime / 2);  // before whoever waits for it gives up
+      parts.lines.tryWriteAll(parts.clock->steadyNow() + kLastLinesTime / 2);  // before whoever waits for it gives up
   };
   if (!parts_->has_threads)
     return write(*parts_);
   const auto written = std::make_shared<std::promise<void>>();
-  auto thread = startThread("morvik-log", [write, parts = parts_.get(), written] {
+  const auto writer = startThread("morvik-log", [write, parts = parts_.get(), written] {
     write(*parts);
     written->set_value();
   });
-  auto* const writer = std::get_if<std::thread>(&thread);
   if (writer == nullptr)
-    return parts_->lines.tryWriteAll(steady_clock::now());
-  const auto give_up = std::max(deadline, steady_clock::now() + kLastLinesTime);
+    return parts_->lines.tryWriteAll(parts_->clock->steadyNow());
+  const auto give_up = std::max(deadline, parts_->clock->steadyNow() + kLastLinesTime);
   if (written->get_future().wait_until(give_up) == std::future_status::ready) {
     writer->join();
   } else {
     keepForGood(parts_);
     writer->detach();
   }
+}
+
+/// Null: the system gave none.
+std::unique_ptr<MachineThread> HostEnding::startThread(const char* name, std::function<void()> body) {
+  auto started = parts_->threads->start(name, std::move(body));
+  auto* const thread = std::get_if<std::unique_ptr<MachineThread>>(&started);
+  return thread != nullptr ? std::move(*thread) : nullptr;
 }
 
 void HostEnding::setStage(Stage stage) {
@@ -365,9 +368,9 @@ void HostEnding::leave() {
     if (is_first)
       stage_ = Stage::kStopping;
   }
-  const auto deadline = steady_clock::now() + kStopTime;
+  const auto deadline = parts_->clock->steadyNow() + kStopTime;
   keepForGood(parts_);
-  parts_->log_sink->waitUntil(steady_clock::now());
+  parts_->log_sink->waitUntil(parts_->clock->steadyNow());
   parts_->life->beginToEnd();
   parts_->flushes.endWaits();
   parts_->shared_state.stop_request.make();
@@ -379,7 +382,7 @@ void HostEnding::leave() {
     parts_->store->commitTurn();
   // Otherwise somebody who stops the host waits for this very callback, and finishes it.
   if (is_first)
-    finish(false, parts_->life->isInLogSink() ? steady_clock::now() : deadline, statusPastTheStore(*parts_));
+    finish(false, parts_->life->isInLogSink() ? parts_->clock->steadyNow() : deadline, statusPastTheStore(*parts_));
 }
 
 /// Waits for the queues, but for the one whose block this is. Whoever stops the host already joins their threads; where
@@ -396,7 +399,7 @@ void HostEnding::leaveQueues(steady_clock::time_point deadline, bool is_first) {
   else
     main_loop.letGo();
   if (is_background_idle)
-    background.stop(steady_clock::now());
+    background.stop(parts_->clock->steadyNow());
   else
     background.letGo();
 }
@@ -431,7 +434,7 @@ struct AtExit {
     // What goes now, on whatever thread, is gone before a library cleans up; what comes later stays.
     // In a fork there are no such threads, and their lock may never be let go.
     if (list().process.isHere())
-      GoingParts::all().waitForOthers(steady_clock::now() + kStopTime);
+      GoingParts::all().waitForOthers(kStopTime);
   }
 };
 

@@ -12,6 +12,7 @@
 namespace morvik::host {
 
 struct HostParts;
+class MachineThread;
 
 /// stop() takes at most this long, but for a function of the app's that runs on the stopping thread itself.
 inline constexpr std::chrono::milliseconds kStopTime{2000};
@@ -62,6 +63,7 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
   /// And the parts with it, for good; takes neither memory nor locks.
   void keepItself();
   void leaveQueues(std::chrono::steady_clock::time_point deadline, bool is_first);
+  std::unique_ptr<MachineThread> startThread(const char* name, std::function<void()> body);
   void setStage(Stage stage);
 
   const std::shared_ptr<HostParts> parts_;

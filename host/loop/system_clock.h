@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -13,6 +14,7 @@ namespace morvik::host {
 class SystemClock final : public MachineClock {
  public:
   kit::Date now() const override;
+  std::chrono::steady_clock::time_point steadyNow() const override { return std::chrono::steady_clock::now(); }
   /// The system's own clock is not touched.
   void moveBySeconds(double seconds) override;
 

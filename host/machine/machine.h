@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "host/machine/turn_frame.h"
@@ -221,6 +222,8 @@ class MachineStore : public kit::KeyValueStore {
 
 class MachineClock : public kit::Clock {
  public:
+  /// What a wait is measured by: nobody sets it, and it goes on where now() stands. Any thread; waits for no lock.
+  virtual std::chrono::steady_clock::time_point steadyNow() const = 0;
   /// Moves what now() answers by so many seconds, forward or back, on top of earlier moves; timers are not touched.
   /// Past the ends of what a date can hold it stays there. Any thread.
   virtual void moveBySeconds(double seconds) = 0;
@@ -230,6 +233,22 @@ class MachineCalendar : public kit::Calendar {
  public:
   /// Name of the zone, "Asia/Seoul" say. Any thread; may read a link of the file system.
   virtual std::string zoneName() const = 0;
+};
+
+/// A thread that was started. Joined or detached before it goes.
+class MachineThread {
+ public:
+  virtual ~MachineThread() = default;
+  virtual void join() = 0;
+  virtual void detach() = 0;
+};
+
+class MachineThreads : public kit::Threads {
+ public:
+  /// A thread that runs `body`, under a name (at most 15 characters) that debuggers show. The app's handlers of signals
+  /// do not run on it. An error says that the system gave none. Only where Machine::hasThreads(). Any thread.
+  virtual std::variant<std::unique_ptr<MachineThread>, kit::Error> start(const char* name,
+                                                                         std::function<void()> body) = 0;
 };
 
 /// What a machine tells of itself. Any thread; asks the kernel, at most.
@@ -326,7 +345,7 @@ class Machine {
   virtual std::unique_ptr<MachineClock> makeClock() = 0;
   virtual std::unique_ptr<MachineCalendar> makeCalendar() = 0;
   virtual std::unique_ptr<kit::Random> makeRandom() = 0;
-  virtual std::unique_ptr<kit::Threads> makeThreads() = 0;
+  virtual std::unique_ptr<MachineThreads> makeThreads() = 0;
   virtual std::unique_ptr<MachineFacts> makeFacts() = 0;
   virtual std::unique_ptr<const kit::Cipher> makeCipher() = 0;
   /// `stop` ends a deflation that runs, with an error.

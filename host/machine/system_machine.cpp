@@ -32,7 +32,7 @@ std::unique_ptr<kit::Random> SystemMachine::makeRandom() {
   return std::make_unique<SystemRandom>();
 }
 
-std::unique_ptr<kit::Threads> SystemMachine::makeThreads() {
+std::unique_ptr<MachineThreads> SystemMachine::makeThreads() {
   return std::make_unique<SystemThreads>();
 }
 

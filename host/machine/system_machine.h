@@ -11,7 +11,7 @@ class SystemMachine : public Machine {
   std::unique_ptr<MachineClock> makeClock() override;
   std::unique_ptr<MachineCalendar> makeCalendar() override;
   std::unique_ptr<kit::Random> makeRandom() override;
-  std::unique_ptr<kit::Threads> makeThreads() override;
+  std::unique_ptr<MachineThreads> makeThreads() override;
   std::unique_ptr<MachineFacts> makeFacts() override;
   std::unique_ptr<const kit::Cipher> makeCipher() override;
   std::unique_ptr<const kit::Compressor> makeCompressor(const kit::StopRequest& stop) override;

@@ -6,8 +6,22 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <thread>
+#include <utility>
+
+#include "host/loop/thread.h"
 
 namespace morvik::host {
+namespace {
+
+class SystemThread final : public MachineThread {
+ public:
+  void join() override { thread.join(); }
+  void detach() override { thread.detach(); }
+  std::thread thread;
+};
+
+}  // namespace
 
 std::string SystemThreads::currentThreadDescription() const {
   constexpr size_t kNameBytes = 16;  // the system's own limit
@@ -18,6 +32,16 @@ std::string SystemThreads::currentThreadDescription() const {
   std::snprintf(text.data(), text.size(), "<Thread: 0x%jx>{number = %jd, name = %s}", static_cast<uintmax_t>(self),
                 static_cast<intmax_t>(gettid()), name.data());
   return text.data();
+}
+
+std::variant<std::unique_ptr<MachineThread>, kit::Error> SystemThreads::start(const char* name,
+                                                                              std::function<void()> body) {
+  auto handle = std::make_unique<SystemThread>();  // first: without memory for it no thread may run
+  auto started = startThread(name, std::move(body));
+  if (auto* error = std::get_if<kit::Error>(&started))
+    return std::move(*error);
+  handle->thread = std::get<std::thread>(std::move(started));
+  return handle;
 }
 
 }  // namespace morvik::host

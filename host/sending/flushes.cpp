@@ -258,7 +258,7 @@ FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
   const auto flush = std::make_shared<Flush>(parts_.ledger);
   flush->waiter = std::make_shared<Waiter>();
   Waiter& waiter = *flush->waiter;
-  const auto deadline = std::chrono::steady_clock::now() + within(timeout);
+  const auto deadline = parts_.clock.steadyNow() + within(timeout);
   if (const auto refusal = add(flush, timeout))
     return resultOf(flush->left(), *refusal);
   const Withdrawal withdrawal(*this, flush);

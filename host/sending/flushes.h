@@ -43,6 +43,7 @@ class Flushes {
   /// All of them outlive it.
   struct Parts {
     MachineLoop& main_loop;
+    const MachineClock& clock;
     const TurnGate& gate;
     services::MorvikGVUserDefaults store;
     LedgerBook& ledger;

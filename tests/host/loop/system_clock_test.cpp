@@ -33,6 +33,15 @@ TEST(SystemClock, AddsUpWhatItIsMovedBy) {
   EXPECT_NEAR(static_cast<double>(ahead), 3539.5e6, 10e6);
 }
 
+TEST(SystemClock, LeavesItsSteadyTimeWhereItIsWhenItIsMoved) {
+  SystemClock clock;
+  const auto before = std::chrono::steady_clock::now();
+  clock.moveBySeconds(3600);
+  const auto now = clock.steadyNow();
+  EXPECT_LE(before, now);
+  EXPECT_LE(now, std::chrono::steady_clock::now());
+}
+
 TEST(SystemClock, StaysAtTheEndsOfWhatADateCanHold) {
   SystemClock clock;
   clock.moveBySeconds(1e300);

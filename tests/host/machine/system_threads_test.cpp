@@ -2,12 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <regex>
 #include <string>
 #include <variant>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/loop/thread.h"
+#include "tests/support/no_threads.h"
 
 namespace morvik::host {
 namespace {
@@ -31,6 +33,21 @@ TEST(SystemThreads, TellTwoThreadsApart) {
   auto thread = startThread("morvik", [&other] { other = SystemThreads().currentThreadDescription(); });
   std::get<std::thread>(thread).join();
   EXPECT_NE(other, SystemThreads().currentThreadDescription());
+}
+
+TEST(SystemThreads, StartAThreadUnderItsName) {
+  std::string description;
+  auto started = SystemThreads().start("started", [&] { description = SystemThreads().currentThreadDescription(); });
+  ASSERT_TRUE(std::holds_alternative<std::unique_ptr<MachineThread>>(started));
+  std::get<std::unique_ptr<MachineThread>>(started)->join();
+  EXPECT_TRUE(description.ends_with("name = started}")) << description;
+}
+
+TEST(SystemThreads, SayThatTheSystemGivesNone) {
+  const test::NoThreads none;
+  const auto started = SystemThreads().start("morvik-test", [] {});
+  ASSERT_TRUE(std::holds_alternative<kit::Error>(started));
+  EXPECT_NE(std::get<kit::Error>(started).message.find("gave no thread 'morvik-test'"), std::string::npos);
 }
 
 }  // namespace
