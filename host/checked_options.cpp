@@ -1,23 +1,15 @@
 #include "host/checked_options.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <climits>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <optional>
 #include <string_view>
 #include <system_error>
 
-#include "host/files/system_message.h"
-#include "host/net/request_target.h"
-#include "host/store/store_files.h"
 #include "services/text_codes.h"
+#include "services/url_query.h"
 #include "services/uuid.h"
 
 namespace morvik::host {
@@ -53,16 +45,6 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-std::optional<std::string> wholeFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string text(kMaxKeyFileBytes + 1, '\0');
-  file.read(text.data(), static_cast<std::streamsize>(text.size()));
-  if (!file.eof() || file.gcount() < 0)
-    return std::nullopt;
-  text.resize(static_cast<size_t>(file.gcount()));
-  return text;
-}
-
 std::optional<std::string> lineOf(std::string_view text, std::string_view name) {
   std::optional<std::string> found;
   while (!text.empty()) {
@@ -75,8 +57,8 @@ std::optional<std::string> lineOf(std::string_view text, std::string_view name) 
   return found;
 }
 
-Failure readKeyInFile(const Key& key, const std::string& option, std::string& out) {
-  const std::optional<std::string> text = wholeFile(key.path());
+Failure readKeyInFile(const Key& key, const MachineInputs& inputs, const std::string& option, std::string& out) {
+  const std::optional<std::string> text = inputs.readFile(key.path(), kMaxKeyFileBytes);
   if (!text) {
     return kit::Error{option + ": the file " + key.path() + " cannot be read, or is larger than " +
                       std::to_string(kMaxKeyFileBytes) + " bytes; mend its path or its permissions."};
@@ -88,20 +70,20 @@ Failure readKeyInFile(const Key& key, const std::string& option, std::string& ou
   return std::nullopt;
 }
 
-Failure readKeyInEnvironment(const Key& key, const std::string& option, std::string& out) {
-  const char* value = std::getenv(key.text().c_str());
-  if (value == nullptr)
+Failure readKeyInEnvironment(const Key& key, const MachineInputs& inputs, const std::string& option, std::string& out) {
+  const std::optional<std::string> value = inputs.variable(key.text());
+  if (!value)
     return kit::Error{option + ": the environment has no variable " + key.text() + "; set it."};
-  out = value;
+  out = *value;
   return std::nullopt;
 }
 
-Failure readKey(const Key& key, const std::string& option, std::string& out) {
+Failure readKey(const Key& key, const MachineInputs& inputs, const std::string& option, std::string& out) {
   switch (key.source()) {
     case Key::Source::kFile:
-      return readKeyInFile(key, option, out);
+      return readKeyInFile(key, inputs, option, out);
     case Key::Source::kEnvironment:
-      return readKeyInEnvironment(key, option, out);
+      return readKeyInEnvironment(key, inputs, option, out);
     case Key::Source::kText:
       out = key.text();
       return std::nullopt;
@@ -111,33 +93,34 @@ Failure readKey(const Key& key, const std::string& option, std::string& out) {
   return kit::Error{option + " is not set; set it to the key that the service gave this app."};
 }
 
-Failure readNonEmptyKey(const Key& key, const std::string& option, std::string& out) {
-  if (Failure failure = readKey(key, option, out))
+Failure readNonEmptyKey(const Key& key, const MachineInputs& inputs, const std::string& option, std::string& out) {
+  if (Failure failure = readKey(key, inputs, option, out))
     return failure;
   if (out.empty())
     return kit::Error{option + " is empty; set it to the key that the service gave this app."};
   return std::nullopt;
 }
 
-Failure readBaseUrl(const std::string& text, const std::string& option, std::string& out, bool& is_loopback) {
+Failure readBaseUrl(const std::string& text, const MachineInputs& inputs, const std::string& option, std::string& out,
+                    bool& is_loopback) {
   out = text;
   if (!out.ends_with('/'))
     out += '/';
-  const auto target = RequestTarget::parse(out);
-  if (const auto* error = std::get_if<kit::Error>(&target))
+  const auto facts = inputs.checkUrl(out);
+  if (const auto* error = std::get_if<kit::Error>(&facts))
     return kit::Error{option + ": " + text.c_str() + " cannot be used: " + error->message + "."};
-  if (withoutQuery(out) != out)
+  if (services::withoutQuery(out) != out)
     return kit::Error{option + ": " + text + " has a query or a fragment; paths are added to it, so leave those out."};
-  is_loopback = is_loopback || std::get<RequestTarget>(target).isLoopback();
+  is_loopback = is_loopback || std::get<UrlFacts>(facts).is_loopback;
   return std::nullopt;
 }
 
 /// The environment's service takes the place of all that the app names: nothing goes elsewhere while one debugs.
-Failure readAllUrls(const HostOptions& options, CheckedOptions& out) {
+Failure readAllUrls(const HostOptions& options, const MachineInputs& inputs, CheckedOptions& out) {
   for (const EndpointName& endpoint : kEndpoints) {
     if (const std::string& debugged = out.environment.service_url; !debugged.empty()) {
-      if (Failure failure =
-              readBaseUrl(debugged, kServiceUrlVariable, out.endpoints.*endpoint.member, out.has_loopback_endpoint))
+      if (Failure failure = readBaseUrl(debugged, inputs, kServiceUrlVariable, out.endpoints.*endpoint.member,
+                                        out.has_loopback_endpoint))
         return failure;
       continue;
     }
@@ -147,7 +130,7 @@ Failure readAllUrls(const HostOptions& options, CheckedOptions& out) {
       continue;
     const std::string option =
         has_own ? std::string("HostOptions::endpoints ") + endpoint.name : "HostOptions::service_url";
-    if (Failure failure = readBaseUrl(has_own ? own->second : options.service_url, option,
+    if (Failure failure = readBaseUrl(has_own ? own->second : options.service_url, inputs, option,
                                       out.endpoints.*endpoint.member, out.has_loopback_endpoint))
       return failure;
   }
@@ -223,7 +206,7 @@ void checkThatSomethingCanArrive(CheckedOptions& out) {
   }
 }
 
-Failure check(const HostOptions& options, CheckedOptions& out) {
+Failure check(const HostOptions& options, const MachineInputs& inputs, CheckedOptions& out) {
   if (options.store_folder.empty())
     return kit::Error{"HostOptions::store_folder is not set; name a folder that the app may write to."};
   if (options.store_folder.find('\0') != options.store_folder.npos) {
@@ -237,88 +220,35 @@ Failure check(const HostOptions& options, CheckedOptions& out) {
   }
   if (Failure failure = readLogLevel(out.environment.log_level, out.options.log_level))
     return failure;
-  if (Failure failure = readNonEmptyKey(options.app_key, "HostOptions::app_key", out.app_key))
+  if (Failure failure = readNonEmptyKey(options.app_key, inputs, "HostOptions::app_key", out.app_key))
     return failure;
   if (!mayStandInAPath(out.app_key)) {
     return kit::Error{
         "HostOptions::app_key holds a character that cannot stand in a URL; set it to the key that the "
         "service gave this app, made of letters, digits, '-', '.', '_' and '~'."};
   }
-  if (Failure failure = readNonEmptyKey(options.hash_key, "HostOptions::hash_key", out.hash_key))
+  if (Failure failure = readNonEmptyKey(options.hash_key, inputs, "HostOptions::hash_key", out.hash_key))
     return failure;
-  if (Failure failure = readKey(options.tracking_key, "HostOptions::tracking_key", out.tracking_key))
+  if (Failure failure = readKey(options.tracking_key, inputs, "HostOptions::tracking_key", out.tracking_key))
     return failure;
   if (Failure failure = checkEndpointNames(options))
     return failure;
-  return readAllUrls(options, out);
-}
-
-/// What is there and no folder: the folder itself, or one that it lies below.
-std::optional<std::filesystem::path> fileOnTheWayTo(const std::filesystem::path& folder) {
-  std::filesystem::path way;
-  std::error_code ignored;
-  for (const std::filesystem::path& part : folder) {
-    way /= part;
-    if (std::filesystem::exists(way, ignored) && !std::filesystem::is_directory(way, ignored))
-      return way;
-  }
-  return std::nullopt;
-}
-
-/// As the system names it, and as the store's own file system, which is content with less.
-bool isTooLong(const std::filesystem::path& folder) {
-  std::error_code unknown;
-  if (std::filesystem::absolute(folder, unknown).lexically_normal().native().size() > maxFolderBytes({}))
-    return true;
-  return std::any_of(folder.begin(), folder.end(), [](const auto& part) { return part.native().size() > NAME_MAX; });
-}
-
-Failure checkStoreFolder(const std::string& store_folder) {
-  const std::string option = "HostOptions::store_folder: ";
-  const std::filesystem::path folder(store_folder);
-  if (isTooLong(folder)) {
-    return kit::Error{option + "its path is too long, with " + std::to_string(store_folder.size()) +
-                      " bytes; name a folder whose absolute path has at most " + std::to_string(maxFolderBytes({})) +
-                      ", and " + std::to_string(NAME_MAX) + " in each of its parts."};
-  }
-  const auto file = fileOnTheWayTo(folder);
-  if (!file)
-    return std::nullopt;
-  if (*file == folder)
-    return kit::Error{option + store_folder + " is a file; name a folder, it is made when missing."};
-  return kit::Error{option + store_folder + " lies below " + file->native() +
-                    ", which is a file; name a folder, it is made when missing."};
+  return readAllUrls(options, inputs, out);
 }
 
 }  // namespace
 
-std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options) {
+std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options, const MachineInputs& inputs) {
   CheckedOptions checked;
   checked.options = options;
   if (options.allow_environment)
-    checked.environment = readDebugEnvironment();
-  if (Failure failure = check(options, checked))
+    checked.environment = readDebugEnvironment(inputs);
+  if (Failure failure = check(options, inputs, checked))
     return *std::move(failure);
   checkThatSomethingCanArrive(checked);
   checkOrientation(checked);
   checkAdvertisingIdentifier(checked);
   return checked;
-}
-
-std::optional<kit::Error> checkPlaces(const HostOptions& options) {
-  if (Failure failure = checkStoreFolder(options.store_folder))
-    return failure;
-  if (options.ca_file.empty())
-    return std::nullopt;
-  const std::string what = "HostOptions::ca_file: the file " + options.ca_file;
-  // Not opened: a pipe would be used up before the first upload reads it.
-  if (access(options.ca_file.c_str(), R_OK) != 0) {
-    return kit::Error{what + " cannot be read (" + systemMessage() + "); mend its path or its permissions."};
-  }
-  std::error_code ignored;
-  if (std::filesystem::is_directory(options.ca_file, ignored))
-    return kit::Error{what + " is a folder; name the file of certificates (PEM) in it."};
-  return std::nullopt;
 }
 
 }  // namespace morvik::host

@@ -1,12 +1,12 @@
 // The app's options, read and found fit.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "host/debug_environment.h"
+#include "host/machine/machine.h"
 #include "kit/endpoints.h"
 #include "kit/error.h"
 #include "morvik/host_options.h"
@@ -31,12 +31,8 @@ struct CheckedOptions {
 };
 
 /// Reads the keys, from file or environment where they say so, and completes the URLs; takes in what the environment
-/// changes where the app allows it. Reads small files; otherwise does not block. The error names the option or the
-/// variable, what is wrong with it, and how to mend it; no key stands in it.
-std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options);
-
-/// What is wrong with the places that the options name, on this machine: a store folder that is no folder, a file of
-/// certificates that is not there. Looks at both, and reads neither.
-std::optional<kit::Error> checkPlaces(const HostOptions& options);
+/// changes where the app allows it; all three by way of `inputs`. Reads small files; otherwise does not block. The
+/// error names the option or the variable, what is wrong with it, and how to mend it; no key stands in it.
+std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options, const MachineInputs& inputs);
 
 }  // namespace morvik::host

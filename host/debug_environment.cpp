@@ -1,14 +1,7 @@
 #include "host/debug_environment.h"
 
-#include <cstdlib>
-
 namespace morvik::host {
 namespace {
-
-std::string valueOf(const char* variable) {
-  const char* value = std::getenv(variable);
-  return value != nullptr ? value : "";
-}
 
 void addChange(const std::string& value, const char* what, const char* variable, std::string& all) {
   if (!value.empty())
@@ -25,10 +18,10 @@ std::string DebugEnvironment::changes() const {
   return all;
 }
 
-DebugEnvironment readDebugEnvironment() {
-  return {.log_level = valueOf(kLogLevelVariable),
-          .log_file = valueOf(kLogFileVariable),
-          .service_url = valueOf(kServiceUrlVariable)};
+DebugEnvironment readDebugEnvironment(const MachineInputs& inputs) {
+  return {.log_level = inputs.variable(kLogLevelVariable).value_or(""),
+          .log_file = inputs.variable(kLogFileVariable).value_or(""),
+          .service_url = inputs.variable(kServiceUrlVariable).value_or("")};
 }
 
 }  // namespace morvik::host

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "host/machine/machine.h"
+
 namespace morvik::host {
 
 inline constexpr const char* kLogLevelVariable = "MORVIK_LOG_LEVEL";
@@ -19,7 +21,7 @@ struct DebugEnvironment {
   std::string changes() const;
 };
 
-/// Asks the process's environment. No other thread may change it meanwhile.
-DebugEnvironment readDebugEnvironment();
+/// Asks the environment of the machine. No other thread may change it meanwhile.
+DebugEnvironment readDebugEnvironment(const MachineInputs& inputs);
 
 }  // namespace morvik::host

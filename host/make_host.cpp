@@ -417,13 +417,12 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   const auto life = std::make_shared<HostLife>();
   HostOptions guarded = options;
   HostLife::guard(life, guarded);
-  auto checked = checkOptions(guarded);
+  const auto inputs = machine.makeInputs();
+  auto checked = checkOptions(guarded, *inputs);
   if (auto* error = std::get_if<kit::Error>(&checked))
     return std::move(*error);
-  if (host_of == HostOf::kProcess) {
-    if (auto error = checkPlaces(options))
-      return *std::move(error);
-  }
+  if (auto error = inputs->checkPlaces(options))
+    return *std::move(error);
   auto made_sink = makeLogSink(std::get<CheckedOptions>(checked));
   if (auto* error = std::get_if<kit::Error>(&made_sink))
     return std::move(*error);

@@ -51,4 +51,8 @@ kit::Value urlQuery(std::string_view url) {
   return kit::Value(std::move(parameters));
 }
 
+std::string_view withoutQuery(std::string_view url) {
+  return url.substr(0, url.find_first_of("?#"));
+}
+
 }  // namespace morvik::services

@@ -13,4 +13,7 @@ namespace morvik::services {
 /// Text that is not UTF-8 afterwards is mended (U+FFFD). Any bytes will do; time is proportional to their number.
 kit::Value urlQuery(std::string_view url);
 
+/// The text of a URL up to its query or fragment.
+std::string_view withoutQuery(std::string_view url);
+
 }  // namespace morvik::services

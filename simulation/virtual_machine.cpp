@@ -11,6 +11,7 @@
 #include "host/crypto/zlib_compressor.h"
 #include "host/erasing/file_eraser.h"
 #include "host/json/simdjson_codec.h"
+#include "host/machine/system_inputs.h"
 #include "host/machine/take_over_table.h"
 #include "host/make_host.h"
 #include "host/privacy/wish_file.h"
@@ -24,6 +25,12 @@
 
 namespace morvik::simulation {
 namespace {
+
+/// The system's, but for the places: they are named and made nowhere.
+class VirtualInputs final : public host::SystemInputs {
+ public:
+  std::optional<kit::Error> checkPlaces(const HostOptions&) const override { return std::nullopt; }
+};
 
 class VirtualClock final : public host::MachineClock {
  public:
@@ -229,6 +236,10 @@ void VirtualMachine::kill(std::unique_ptr<host::Host> process, const DiskCut& cu
   store.kill();  // nor what its end would have written
   if (options_.disk != nullptr)
     options_.disk->restart(cut);
+}
+
+std::unique_ptr<const host::MachineInputs> VirtualMachine::makeInputs() {
+  return std::make_unique<VirtualInputs>();
 }
 
 std::unique_ptr<host::MachineClock> VirtualMachine::makeClock() {

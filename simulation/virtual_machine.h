@@ -69,6 +69,7 @@ class VirtualMachine : public host::Machine {
   /// `cut`: how the disk is cut off, if there is one and it was not cut off before.
   void kill(std::unique_ptr<host::Host> process, const DiskCut& cut = DiskCut::killed());
 
+  std::unique_ptr<const host::MachineInputs> makeInputs() override;
   std::unique_ptr<host::MachineClock> makeClock() override;
   std::unique_ptr<host::MachineCalendar> makeCalendar() override;
   std::unique_ptr<kit::Random> makeRandom() override;

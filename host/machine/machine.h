@@ -336,12 +336,33 @@ class MachineEraser {
   virtual std::optional<kit::Error> finish(KeptWish wish) = 0;
 };
 
+struct UrlFacts {
+  bool is_loopback = false;  ///< it leads to this machine itself
+};
+
+/// What an app's options name outside of the app, as the machine has it. The main thread.
+class MachineInputs {
+ public:
+  virtual ~MachineInputs() = default;
+  /// All of a small file; nothing when it cannot be read or has more than `max_bytes`. Blocks for reading.
+  virtual std::optional<std::string> readFile(const std::string& path, size_t max_bytes) const = 0;
+  /// A variable of the process's environment; nothing where there is none.
+  virtual std::optional<std::string> variable(const std::string& name) const = 0;
+  /// Whether the machine's network may send to this URL: HTTPS to anywhere, HTTP to this machine alone. The error says
+  /// why not and how to mend it, and leaves it to the caller to name the URL.
+  virtual std::variant<UrlFacts, kit::Error> checkUrl(const std::string& url) const = 0;
+  /// What is wrong with the places that the options name: a store folder that is no folder, a file of certificates that
+  /// is not there. Looks at both, and reads neither.
+  virtual std::optional<kit::Error> checkPlaces(const HostOptions& options) const = 0;
+};
+
 /// Makes the parts. Each function is called once for a host; what it is handed by reference outlives what it returns.
 /// The main thread.
 class Machine {
  public:
   virtual ~Machine() = default;
 
+  virtual std::unique_ptr<const MachineInputs> makeInputs() = 0;
   virtual std::unique_ptr<MachineClock> makeClock() = 0;
   virtual std::unique_ptr<MachineCalendar> makeCalendar() = 0;
   virtual std::unique_ptr<kit::Random> makeRandom() = 0;

@@ -11,6 +11,7 @@
 #include "host/loop/main_loop.h"
 #include "host/loop/system_clock.h"
 #include "host/machine/system_facts.h"
+#include "host/machine/system_inputs.h"
 #include "host/machine/system_threads.h"
 #include "host/machine/take_over_table.h"
 #include "host/net/curl_transport.h"
@@ -19,6 +20,10 @@
 #include "host/store/sqlite_store.h"
 
 namespace morvik::host {
+
+std::unique_ptr<const MachineInputs> SystemMachine::makeInputs() {
+  return std::make_unique<SystemInputs>();
+}
 
 std::unique_ptr<MachineClock> SystemMachine::makeClock() {
   return std::make_unique<SystemClock>();

@@ -8,6 +8,7 @@ namespace morvik::host {
 /// Has no state of its own: what it makes stands for itself.
 class SystemMachine : public Machine {
  public:
+  std::unique_ptr<const MachineInputs> makeInputs() override;
   std::unique_ptr<MachineClock> makeClock() override;
   std::unique_ptr<MachineCalendar> makeCalendar() override;
   std::unique_ptr<kit::Random> makeRandom() override;

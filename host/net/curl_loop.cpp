@@ -7,6 +7,7 @@
 
 #include "host/files/standard_streams.h"
 #include "host/loop/thread.h"
+#include "services/url_query.h"
 
 namespace morvik::host {
 
@@ -152,7 +153,7 @@ void CurlLoop::begin(Arrival arrival) {
     return fail(std::move(error->message));
   auto target = RequestTarget::parse(arrival.request.url);
   if (const auto* error = std::get_if<Error>(&target)) {
-    const std::string url(withoutQuery(arrival.request.url.c_str()));  // up to a zero byte, if it holds one
+    const std::string url(services::withoutQuery(arrival.request.url.c_str()));  // up to a zero byte, if it holds one
     return fail("no request was sent to " + url + ": " + error->message);
   }
   auto exchange = std::make_unique<CurlExchange>(std::move(arrival.request), std::get<RequestTarget>(std::move(target)),

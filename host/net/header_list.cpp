@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/net/request_target.h"
+#include "services/url_query.h"
 
 namespace morvik::host {
 
@@ -54,7 +54,7 @@ void append(HeaderList& list, const std::string& line) {
 
 std::optional<Error> unfitHead(const kit::Request& request) {
   const auto refused = [&request](const std::string& why) {
-    return Error{"no request was sent to " + std::string(withoutQuery(request.url)) + ": " + why};
+    return Error{"no request was sent to " + std::string(services::withoutQuery(request.url)) + ": " + why};
   };
   if (!isToken(request.method))
     return refused("its method is not made of letters");

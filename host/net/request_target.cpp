@@ -28,10 +28,6 @@ bool isLoopbackName(const std::string& host) {
 
 }  // namespace
 
-std::string_view withoutQuery(std::string_view url) {
-  return url.substr(0, url.find_first_of("?#"));
-}
-
 std::variant<RequestTarget, Error> RequestTarget::parse(const std::string& url) {
   RequestTarget target(curl_url());
   if (!target.url_)

@@ -5,7 +5,6 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
 #include <variant>
 
 #include "kit/error.h"
@@ -40,8 +39,5 @@ class RequestTarget {
   std::string shown_;
   bool is_loopback_ = false;
 };
-
-/// A URL text up to its query or fragment.
-std::string_view withoutQuery(std::string_view url);
 
 }  // namespace morvik::host

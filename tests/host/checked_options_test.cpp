@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/machine/system_inputs.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik::host {
@@ -22,14 +23,14 @@ HostOptions complete() {
 }
 
 std::string errorOf(const HostOptions& options) {
-  const auto checked = checkOptions(options);
+  const auto checked = checkOptions(options, SystemInputs());
   const auto* error = std::get_if<kit::Error>(&checked);
   return error != nullptr ? error->message : "";
 }
 
 CheckedOptions checkedOf(const HostOptions& options) {
   EXPECT_EQ(errorOf(options), "");
-  return std::get<CheckedOptions>(checkOptions(options));
+  return std::get<CheckedOptions>(checkOptions(options, SystemInputs()));
 }
 
 /// Complete, and something could arrive: there is nothing to warn of.
@@ -42,11 +43,6 @@ HostOptions sent() {
 std::vector<std::string> warningsOf(HostOptions options, const DeviceDescription& device) {
   options.device = device;
   return checkedOf(options).warnings;
-}
-
-std::string placesErrorOf(const HostOptions& options) {
-  const auto error = checkPlaces(options);
-  return error ? error->message : "";
 }
 
 TEST(CheckedOptions, TakeTheKeysAndTheDefaultEndpoints) {
@@ -258,61 +254,6 @@ TEST(CheckedOptions, RefuseAStoreFolderWithAZeroByte) {
   EXPECT_EQ(errorOf(options),
             "HostOptions::store_folder holds a zero byte, behind \"/tmp/store\", where the system ends a path; name a "
             "folder without one.");
-}
-
-TEST(CheckedPlaces, RefuseAStoreFolderThatIsAFile) {
-  const test::ScratchFolder folder;
-  HostOptions options = complete();
-  options.store_folder = folder / "store";
-  EXPECT_FALSE(checkPlaces(options));
-  std::ofstream(options.store_folder) << "a file";
-  EXPECT_EQ(placesErrorOf(options), "HostOptions::store_folder: " + options.store_folder +
-                                        " is a file; name a folder, it is made when missing.");
-  options.store_folder = folder / "";
-  EXPECT_FALSE(checkPlaces(options));
-}
-
-TEST(CheckedPlaces, RefuseAStoreFolderBelowAFile) {
-  const test::ScratchFolder folder;
-  HostOptions options = complete();
-  const std::string file = folder / "file";
-  std::ofstream(file) << "a file";
-  for (const char* below : {"/store", "/kits/store", "/"}) {
-    options.store_folder = file + below;
-    EXPECT_EQ(placesErrorOf(options), "HostOptions::store_folder: " + options.store_folder + " lies below " + file +
-                                          ", which is a file; name a folder, it is made when missing.");
-  }
-}
-
-TEST(CheckedPlaces, RefuseAStoreFolderWhosePathIsTooLong) {
-  const test::ScratchFolder folder;
-  HostOptions options = complete();
-  const std::string end = " bytes; name a folder whose absolute path has at most 491, and 255 in each of its parts.";
-  const auto isRefused = [&](const std::string& store_folder) {
-    options.store_folder = store_folder;
-    return placesErrorOf(options) ==
-           "HostOptions::store_folder: its path is too long, with " + std::to_string(store_folder.size()) + end;
-  };
-  EXPECT_TRUE(isRefused(folder / ("missing/" + std::string(256, 'x'))));
-  EXPECT_TRUE(isRefused("/" + std::string(240, 'x') + "/" + std::string(250, 'x')));
-  EXPECT_TRUE(isRefused(folder / std::string(5000, 'x')));
-  options.store_folder = folder / ("missing/" + std::string(255, 'x'));
-  EXPECT_FALSE(checkPlaces(options));
-}
-
-TEST(CheckedPlaces, RefuseAFileOfCertificatesThatIsNotThere) {
-  const test::ScratchFolder folder;
-  HostOptions options = complete();
-  options.store_folder = folder / "store";
-  options.ca_file = folder / "ca.pem";
-  const std::string file = "HostOptions::ca_file: the file " + options.ca_file;
-  EXPECT_EQ(placesErrorOf(options),
-            file + " cannot be read (No such file or directory); mend its path or its permissions.");
-  std::ofstream(options.ca_file) << "certificates";
-  EXPECT_FALSE(checkPlaces(options));
-  options.ca_file = folder / "";
-  EXPECT_EQ(placesErrorOf(options), "HostOptions::ca_file: the file " + options.ca_file +
-                                        " is a folder; name the file of certificates (PEM) in it.");
 }
 
 }  // namespace

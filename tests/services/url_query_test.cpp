@@ -101,5 +101,11 @@ TEST(UrlQuery, HoldsEachKeyOnceAndInUtf8WhateverTheBytes) {
   }
 }
 
+TEST(WithoutQuery, CutsQueryAndFragment) {
+  EXPECT_EQ(withoutQuery("https://a/b?c#d"), "https://a/b");
+  EXPECT_EQ(withoutQuery("https://a/b#d?c"), "https://a/b");
+  EXPECT_EQ(withoutQuery("https://a/b"), "https://a/b");
+}
+
 }  // namespace
 }  // namespace morvik::services

@@ -38,11 +38,5 @@ TEST(RequestTarget, LetsPlainHttpGoNowhereElse) {
     EXPECT_TRUE(std::holds_alternative<kit::Error>(RequestTarget::parse(url))) << url;
 }
 
-TEST(WithoutQuery, CutsQueryAndFragment) {
-  EXPECT_EQ(withoutQuery("https://a/b?c#d"), "https://a/b");
-  EXPECT_EQ(withoutQuery("https://a/b#d?c"), "https://a/b");
-  EXPECT_EQ(withoutQuery("https://a/b"), "https://a/b");
-}
-
 }  // namespace
 }  // namespace morvik::host
