@@ -13,7 +13,7 @@
 #include "host/ledger/ledger_book.h"
 #include "host/life/host_life.h"
 #include "host/life/start_hold.h"
-#include "host/log/log_sinks.h"
+#include "host/log/app_log_sink.h"
 #include "host/log/logged_lines.h"
 #include "host/log/posted_lines.h"
 #include "host/loop/background_tasks.h"

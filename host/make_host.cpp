@@ -15,7 +15,7 @@
 #include "host/ledger/ledger_store.h"
 #include "host/ledger/ledger_transport.h"
 #include "host/life/host_ending.h"
-#include "host/log/log_sinks.h"
+#include "host/log/app_log_sink.h"
 #include "host/machine/system_machine.h"
 #include "host/sending/batch_limit.h"
 #include "host/siblings/kept_identifier.h"
@@ -27,17 +27,15 @@ namespace morvik::host {
 namespace {
 
 /// The environment's file takes the place of the app's sink.
-std::variant<std::unique_ptr<HostLogSink>, kit::Error> makeLogSink(const CheckedOptions& checked) {
-  using Made = std::variant<std::unique_ptr<HostLogSink>, kit::Error>;
-  if (const std::string& path = checked.environment.log_file; !path.empty()) {
-    auto opened = FileLogSink::open(path);
-    if (const auto* error = std::get_if<kit::Error>(&opened))
-      return kit::Error{std::string(kLogFileVariable) + ": " + error->message};
-    return Made(std::move(std::get<std::unique_ptr<FileLogSink>>(opened)));
-  }
-  if (checked.options.log_sink)
-    return Made(std::make_unique<AppLogSink>(checked.options.log_sink));
-  return Made(std::make_unique<StderrLogSink>());
+std::variant<std::unique_ptr<MachineLogSink>, kit::Error> makeLogSink(Machine& machine, const CheckedOptions& checked) {
+  const std::string& file = checked.environment.log_file;
+  auto made = machine.makeLogSink(file);
+  if (const auto* error = std::get_if<kit::Error>(&made))
+    return kit::Error{(file.empty() ? "" : std::string(kLogFileVariable) + ": ") + error->message};
+  if (!file.empty() || !checked.options.log_sink)
+    return made;
+  return std::make_unique<AppLogSink>(checked.options.log_sink,
+                                      std::move(std::get<std::unique_ptr<MachineLogSink>>(made)));
 }
 
 /// Set before the first part that may log is made.
@@ -423,10 +421,10 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
     return std::move(*error);
   if (auto error = inputs->checkPlaces(options))
     return *std::move(error);
-  auto made_sink = makeLogSink(std::get<CheckedOptions>(checked));
+  auto made_sink = makeLogSink(machine, std::get<CheckedOptions>(checked));
   if (auto* error = std::get_if<kit::Error>(&made_sink))
     return std::move(*error);
-  auto sink = std::make_unique<ClosableLogSink>(std::move(std::get<std::unique_ptr<HostLogSink>>(made_sink)));
+  auto sink = std::make_unique<ClosableLogSink>(std::move(std::get<std::unique_ptr<MachineLogSink>>(made_sink)));
   auto eraser_log =
       std::make_unique<StartLog>(std::get<CheckedOptions>(checked).options.log_level, *sink, "+[MorvikCore start]");
   auto eraser = machine.makeEraser(options.store_folder, eraser_log->lines());

@@ -11,6 +11,7 @@
 #include "host/crypto/zlib_compressor.h"
 #include "host/erasing/file_eraser.h"
 #include "host/json/simdjson_codec.h"
+#include "host/log/log_sinks.h"
 #include "host/machine/system_inputs.h"
 #include "host/machine/take_over_table.h"
 #include "host/make_host.h"
@@ -240,6 +241,10 @@ void VirtualMachine::kill(std::unique_ptr<host::Host> process, const DiskCut& cu
 
 std::unique_ptr<const host::MachineInputs> VirtualMachine::makeInputs() {
   return std::make_unique<VirtualInputs>();
+}
+
+std::variant<std::unique_ptr<host::MachineLogSink>, kit::Error> VirtualMachine::makeLogSink(const std::string& file) {
+  return host::makeSystemLogSink(file);
 }
 
 std::unique_ptr<host::MachineClock> VirtualMachine::makeClock() {

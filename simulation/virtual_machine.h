@@ -70,6 +70,7 @@ class VirtualMachine : public host::Machine {
   void kill(std::unique_ptr<host::Host> process, const DiskCut& cut = DiskCut::killed());
 
   std::unique_ptr<const host::MachineInputs> makeInputs() override;
+  std::variant<std::unique_ptr<host::MachineLogSink>, kit::Error> makeLogSink(const std::string& file) override;
   std::unique_ptr<host::MachineClock> makeClock() override;
   std::unique_ptr<host::MachineCalendar> makeCalendar() override;
   std::unique_ptr<kit::Random> makeRandom() override;

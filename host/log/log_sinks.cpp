@@ -95,42 +95,13 @@ bool FileLogSink::tryLine(std::string_view text) {
   return writeAll(descriptor_, whole);
 }
 
-void AppLogSink::line(std::string_view text) {
-  const std::scoped_lock hold(mutex_);
-  take(text);
-}
-
-/// In a forked child the app's function may want a lock that some thread held which is not there.
-bool AppLogSink::tryLine(std::string_view text) {
-  if (!process_.isHere())
-    return StderrLogSink().tryLine(text);
-  const std::unique_lock hold(mutex_, std::try_to_lock);
-  if (!hold.owns_lock())
-    return false;
-  take(text);
-  return true;
-}
-
-void AppLogSink::take(std::string_view text) const {
-  try {
-    take_(text);
-  } catch (...) {
-    return;
-  }
-}
-
-void ClosableLogSink::line(std::string_view text) {
-  const CallGate::Call call(gate_);
-  if (call.isIn())
-    sink_->line(text);
-}
-
-/// In a forked child nobody closes it, and whoever was closing it is not there to let go of the gate's lock.
-bool ClosableLogSink::tryLine(std::string_view text) {
-  if (!process_.isHere())
-    return !gate_.isClosed() && sink_->tryLine(text);
-  const CallGate::Call call(gate_);
-  return call.isIn() && sink_->tryLine(text);
+std::variant<std::unique_ptr<MachineLogSink>, kit::Error> makeSystemLogSink(const std::string& file) {
+  if (file.empty())
+    return std::make_unique<StderrLogSink>();
+  auto opened = FileLogSink::open(file);
+  if (auto* error = std::get_if<kit::Error>(&opened))
+    return std::move(*error);
+  return std::move(std::get<std::unique_ptr<FileLogSink>>(opened));
 }
 
 }  // namespace morvik::host

@@ -356,13 +356,23 @@ class MachineInputs {
   virtual std::optional<kit::Error> checkPlaces(const HostOptions& options) const = 0;
 };
 
-/// Makes the parts. Each function is called once for a host; what it is handed by reference outlives what it returns.
-/// The main thread.
+/// Where the lines of a log go.
+class MachineLogSink : public kit::LogSink {
+ public:
+  /// The host ends: line() waits for the system until then at most, and drops what it does not take. Any thread.
+  virtual void waitUntil(std::chrono::steady_clock::time_point /*deadline*/) {}
+};
+
+/// Makes the parts. Each function is called once for a host, or never, but for makeLogSink(); what it is handed by
+/// reference outlives what it returns. The main thread.
 class Machine {
  public:
   virtual ~Machine() = default;
 
   virtual std::unique_ptr<const MachineInputs> makeInputs() = 0;
+  /// Appends the lines to that file or, with "", writes them where lines of a program go that nobody takes: to standard
+  /// error, say. The error says why the file cannot be used and how to mend it.
+  virtual std::variant<std::unique_ptr<MachineLogSink>, kit::Error> makeLogSink(const std::string& file) = 0;
   virtual std::unique_ptr<MachineClock> makeClock() = 0;
   virtual std::unique_ptr<MachineCalendar> makeCalendar() = 0;
   virtual std::unique_ptr<kit::Random> makeRandom() = 0;

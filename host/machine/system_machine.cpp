@@ -7,6 +7,7 @@
 #include "host/crypto/zlib_compressor.h"
 #include "host/erasing/file_eraser.h"
 #include "host/json/simdjson_codec.h"
+#include "host/log/log_sinks.h"
 #include "host/loop/background_thread.h"
 #include "host/loop/main_loop.h"
 #include "host/loop/system_clock.h"
@@ -23,6 +24,10 @@ namespace morvik::host {
 
 std::unique_ptr<const MachineInputs> SystemMachine::makeInputs() {
   return std::make_unique<SystemInputs>();
+}
+
+std::variant<std::unique_ptr<MachineLogSink>, kit::Error> SystemMachine::makeLogSink(const std::string& file) {
+  return makeSystemLogSink(file);
 }
 
 std::unique_ptr<MachineClock> SystemMachine::makeClock() {

@@ -9,6 +9,7 @@ namespace morvik::host {
 class SystemMachine : public Machine {
  public:
   std::unique_ptr<const MachineInputs> makeInputs() override;
+  std::variant<std::unique_ptr<MachineLogSink>, kit::Error> makeLogSink(const std::string& file) override;
   std::unique_ptr<MachineClock> makeClock() override;
   std::unique_ptr<MachineCalendar> makeCalendar() override;
   std::unique_ptr<kit::Random> makeRandom() override;

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/log/app_log_sink.h"
 #include "host/log/log_sinks.h"
 #include "morvik/morvik.h"
 #include "tests/support/child.h"
@@ -122,7 +123,7 @@ TEST_F(ForkWhileOthersWork, LeavesNoLockBehindThatAnOperationTheDestructorOrAnEx
 }
 
 TEST_F(ForkWhileOthersWork, LeavesNoLockOfALogThatIsClosedBehind) {
-  ClosableLogSink sink(std::make_unique<AppLogSink>([](std::string_view) {}));
+  ClosableLogSink sink(std::make_unique<AppLogSink>([](std::string_view) {}, std::make_unique<StderrLogSink>()));
   Others others;
   EXPECT_TRUE(sink.close(std::chrono::steady_clock::now() + std::chrono::seconds(1)));
   for (int thread = 0; thread < 3; ++thread)

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <future>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <variant>
@@ -48,50 +47,6 @@ TEST(StderrLogSink, DropsTheLineOfADyingThreadThatAFullPipeDoesNotTake) {
   const test::FullStderr full;
   StderrLogSink sink;
   EXPECT_FALSE(sink.tryLine("last words"));
-}
-
-TEST(ClosableLogSink, PassesNothingOnOnceItIsClosed) {
-  std::vector<std::string> taken;
-  ClosableLogSink sink(std::make_unique<AppLogSink>([&taken](std::string_view line) { taken.emplace_back(line); }));
-  sink.line("one");
-  EXPECT_TRUE(sink.tryLine("two"));
-  EXPECT_TRUE(sink.close(std::chrono::steady_clock::now()));
-  sink.line("three");
-  EXPECT_FALSE(sink.tryLine("four"));
-  EXPECT_EQ(taken, (std::vector<std::string>{"one", "two"}));
-}
-
-TEST(ClosableLogSink, WaitsInTimeForTheLineThatIsBeingTaken) {
-  std::promise<void> taking;
-  std::promise<void> go;
-  bool is_taken = false;
-  ClosableLogSink sink(std::make_unique<AppLogSink>([&](std::string_view) {
-    taking.set_value();
-    go.get_future().wait();
-    is_taken = true;
-  }));
-  std::thread writer([&sink] { sink.line("one"); });
-  taking.get_future().wait();
-  EXPECT_FALSE(sink.close(std::chrono::steady_clock::now()));
-  go.set_value();
-  EXPECT_TRUE(sink.close(std::chrono::steady_clock::now() + std::chrono::seconds(20)));
-  EXPECT_TRUE(is_taken);
-  writer.join();
-}
-
-TEST(AppLogSink, GivesTheAppEachLineOneCallAtATime) {
-  std::vector<std::string> taken;
-  AppLogSink sink([&taken](std::string_view line) { taken.emplace_back(line); });
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&sink] {
-      for (int j = 0; j < 100; ++j)
-        sink.line("line");
-    });
-  }
-  for (std::thread& thread : threads)
-    thread.join();
-  EXPECT_EQ(taken, std::vector<std::string>(400, "line"));
 }
 
 std::unique_ptr<FileLogSink> opened(const std::string& path) {
@@ -167,33 +122,6 @@ TEST(StderrLogSink, WritesTheLineOfADyingThreadToo) {
   StderrLogSink sink;
   EXPECT_TRUE(sink.tryLine("last words"));
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "last words\n");
-}
-
-TEST(AppLogSink, DropsTheLineOfADyingThreadWhileTheAppTakesAnotherOne) {
-  std::vector<std::string> taken;
-  AppLogSink* sink_in_use = nullptr;
-  bool was_written = true;
-  AppLogSink sink([&](std::string_view line) {
-    taken.emplace_back(line);
-    if (line == "outer")
-      was_written = sink_in_use->tryLine("inner");
-  });
-  sink_in_use = &sink;
-  sink.line("outer");
-  EXPECT_FALSE(was_written);
-  EXPECT_TRUE(sink.tryLine("alone"));
-  EXPECT_EQ(taken, (std::vector<std::string>{"outer", "alone"}));
-}
-
-TEST(AppLogSink, BearsAnAppThatThrows) {
-  int calls = 0;
-  AppLogSink sink([&calls](std::string_view) {
-    ++calls;
-    throw std::runtime_error("no room");
-  });
-  sink.line("one");
-  sink.line("two");
-  EXPECT_EQ(calls, 2);
 }
 
 }  // namespace
