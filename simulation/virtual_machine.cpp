@@ -16,7 +16,6 @@
 #include "host/machine/take_over_table.h"
 #include "host/make_host.h"
 #include "host/privacy/wish_file.h"
-#include "host/sending/exchange_queue.h"
 #include "host/store/sqlite_store.h"
 #include "kit/house_lock.h"
 #include "services/MorvikGVUserDefaults.h"
@@ -326,8 +325,8 @@ std::unique_ptr<host::MachineBackground> VirtualMachine::makeBackground(const se
   return std::make_unique<VirtualBackground>(loop, logger);
 }
 
-std::unique_ptr<host::MachineTransport> VirtualMachine::makeTransport(host::TransportParts parts) {
-  return std::make_unique<host::ExchangeQueue>(std::make_unique<VirtualNetwork>(transport), std::move(parts));
+std::unique_ptr<host::MachineNetwork> VirtualMachine::makeNetwork(const std::string&) {
+  return std::make_unique<VirtualNetwork>(transport);
 }
 
 }  // namespace morvik::simulation

@@ -88,7 +88,7 @@ class VirtualMachine : public host::Machine {
   std::unique_ptr<host::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
   std::unique_ptr<host::MachineBackground> makeBackground(const services::Logger& logger) override;
   bool hasThreads() const override { return false; }
-  std::unique_ptr<host::MachineTransport> makeTransport(host::TransportParts parts) override;
+  std::unique_ptr<host::MachineNetwork> makeNetwork(const std::string& ca_file) override;
 
  protected:
   /// Of the real store on the disk, when there is one.

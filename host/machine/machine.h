@@ -393,7 +393,10 @@ class Machine {
   virtual std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) = 0;
   /// Whether time and threads are real, so that an end may have to be waited for and left to itself.
   virtual bool hasThreads() const { return true; }
-  virtual std::unique_ptr<MachineTransport> makeTransport(TransportParts parts) = 0;
+  /// `ca_file`: certificates (PEM) to trust in place of the system's; "": the system's.
+  virtual std::unique_ptr<MachineNetwork> makeNetwork(const std::string& ca_file) = 0;
+  /// What decides who leaves, on the machine's network: ExchangeQueue. For machines that look at what passes.
+  virtual std::unique_ptr<MachineTransport> makeTransport(TransportParts parts);
 };
 
 }  // namespace morvik::host

@@ -17,7 +17,6 @@
 #include "host/machine/take_over_table.h"
 #include "host/net/curl_transport.h"
 #include "host/privacy/wish_file.h"
-#include "host/sending/exchange_queue.h"
 #include "host/store/sqlite_store.h"
 
 namespace morvik::host {
@@ -93,9 +92,8 @@ std::unique_ptr<MachineBackground> SystemMachine::makeBackground(const services:
   return std::make_unique<BackgroundThread>(logger);
 }
 
-std::unique_ptr<MachineTransport> SystemMachine::makeTransport(TransportParts parts) {
-  auto network = std::make_unique<CurlTransport>(CurlTransportOptions{.ca_file = parts.ca_file});
-  return std::make_unique<ExchangeQueue>(std::move(network), std::move(parts));
+std::unique_ptr<MachineNetwork> SystemMachine::makeNetwork(const std::string& ca_file) {
+  return std::make_unique<CurlTransport>(CurlTransportOptions{.ca_file = ca_file});
 }
 
 }  // namespace morvik::host

@@ -26,7 +26,7 @@ class SystemMachine : public Machine {
                                                     kit::LogSink& log) override;
   std::unique_ptr<MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
   std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) override;
-  std::unique_ptr<MachineTransport> makeTransport(TransportParts parts) override;
+  std::unique_ptr<MachineNetwork> makeNetwork(const std::string& ca_file) override;
 };
 
 }  // namespace morvik::host

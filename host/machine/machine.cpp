@@ -1,0 +1,12 @@
+#include "host/machine/machine.h"
+
+#include "host/sending/exchange_queue.h"
+
+namespace morvik::host {
+
+std::unique_ptr<MachineTransport> Machine::makeTransport(TransportParts parts) {
+  auto network = makeNetwork(parts.ca_file);
+  return std::make_unique<ExchangeQueue>(std::move(network), std::move(parts));
+}
+
+}  // namespace morvik::host
