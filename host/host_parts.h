@@ -7,7 +7,7 @@
 
 #include "host/call_gate.h"
 #include "host/checked_options.h"
-#include "host/crash/crash_hook.h"
+#include "host/crash/crash_note.h"
 #include "host/handed_over.h"
 #include "host/host.h"
 #include "host/ledger/ledger_book.h"
@@ -126,8 +126,8 @@ struct HostParts {
 
   const kit::Kit kit;
   std::shared_ptr<MorvikCoreLib> core;
-  std::unique_ptr<CrashHook> crash_hook;  ///< null: crashes are not reported
-  std::shared_ptr<CrashNote> crash_note;  ///< null as well
+  std::unique_ptr<MachineCrashHook> crash_hook;  ///< null: crashes are not reported
+  std::shared_ptr<CrashNote> crash_note;         ///< null as well
 };
 
 /// Keeps a URL that opened the app before the kit was ready; the next session start handles it. The last one counts: a

@@ -6,11 +6,6 @@
 #include <utility>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
-#include "host/crash/bare_frames.h"
-#include "host/crash/crash_record.h"
-#include "host/crash/earlier_crash.h"
-#include "host/crash/loaded_modules.h"
-#include "host/crash/stored_traces.h"
 #include "host/host_parts.h"
 #include "host/ledger/ledger_store.h"
 #include "host/ledger/ledger_transport.h"
@@ -338,36 +333,36 @@ void makeCore(HostParts& parts, HostOf host_of) {
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
 }
 
-void reportCrashes(HostParts& parts) {
-  CrashHookParts hook;
-  hook.record_path = crashRecordPath(parts.options.options.store_folder);
-  hook.concerns_us = MorvikCoreLib::concernsTheKit;
-  hook.report = [core = parts.core](const kit::UncaughtException& exception) { core->makeCrashParameter(exception); };
-  hook.is_app_in_focus = [](const void* core) { return static_cast<const MorvikCoreLib*>(core)->isAppinFocus(); };
-  hook.context = parts.core.get();
-  hook.note = parts.crash_note = std::make_shared<CrashNote>();
+void reportCrashes(HostParts& parts, MachineCrashes& crashes) {
+  CrashReporting reporting;
+  reporting.concerns_us = MorvikCoreLib::concernsTheKit;
+  reporting.report = [core = parts.core](const kit::UncaughtException& exception) {
+    core->makeCrashParameter(exception);
+  };
+  reporting.is_app_in_focus = [](const void* core) { return static_cast<const MorvikCoreLib*>(core)->isAppinFocus(); };
+  reporting.context = parts.core.get();
+  reporting.note = parts.crash_note = std::make_shared<CrashNote>();
   noteForACrash(parts);
-  auto installed = CrashHook::install(std::move(hook));
+  auto installed = crashes.install(std::move(reporting));
   if (const auto* error = std::get_if<kit::Error>(&installed)) {
     MORVIK_LOG(parts.logger, kit::lcl_vWarning, "+[MorvikCore start]", "Morvik host: crashes are not reported: %@",
                *error);
     parts.crash_note = nullptr;
     return;
   }
-  parts.crash_hook = std::move(std::get<std::unique_ptr<CrashHook>>(installed));
+  parts.crash_hook = std::move(std::get<std::unique_ptr<MachineCrashHook>>(installed));
 }
 
-void watchProcess(HostParts& parts) {
-  nameStoredTraces(
-      parts.properties, namingMarkerPath(parts.options.options.store_folder),
-      [](const std::string& trace) { return namedTrace(trace, loadedModules()); }, parts.logger);
-  reportEarlierCrashes(
-      crashRecordPath(parts.options.options.store_folder), *parts.json,
-      [&core = *parts.core](const kit::UncaughtException& crash) { return core.takeCrashOfEarlierProcess(crash); },
-      parts.logger);
+void watchProcess(HostParts& parts, Machine& machine) {
+  const auto crashes = machine.makeCrashes(parts.options.options.store_folder, *parts.json, parts.logger);
+  if (crashes == nullptr)
+    return;
+  crashes->nameStoredTraces(parts.properties);
+  crashes->reportEarlier(
+      [&core = *parts.core](const kit::UncaughtException& crash) { return core.takeCrashOfEarlierProcess(crash); });
   parts.commit_retry.turnEnded(parts.store->commitTurn());
   if (parts.options.options.report_crashes)
-    reportCrashes(parts);
+    reportCrashes(parts, *crashes);
 }
 
 /// The device is the one that the file knows, also in what is sent from here on.
@@ -450,7 +445,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
     keepOpenedUrl(*parts, kit::Url(options.opened_url));
   makeCore(*parts, host_of);
   if (host_of == HostOf::kProcess)
-    watchProcess(*parts);
+    watchProcess(*parts, machine);
   parts->commit_retry.turnEnded(parts->store->commitTurn());
   auto host = std::make_unique<Host>(parts);
   if (auto error = host->open())

@@ -1,18 +1,14 @@
 // The fatal signal that ended an earlier process: its record becomes a report at this start.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
-#include "kit/crash.h"
+#include "host/crash/crash_reporting.h"
 #include "kit/json_codec.h"
 #include "services/log.h"
 
 namespace morvik::host {
-
-/// Takes a crash; false when its report can be kept nowhere at present.
-using TakeCrash = std::function<bool(const kit::UncaughtException&)>;
 
 /// Where the record of such a crash waits for the next start. There is room for one, the latest.
 std::string waitingRecordPath(const std::string& record_path);

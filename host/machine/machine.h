@@ -15,6 +15,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/crash/crash_reporting.h"
 #include "host/machine/turn_frame.h"
 #include "host/machine/turn_gate.h"
 #include "kit/clock.h"
@@ -31,6 +32,10 @@
 #include "kit/value.h"
 #include "morvik/host_options.h"
 #include "services/log.h"
+
+namespace morvik::services {
+class MorvikGVUserDefaults;
+}
 
 namespace morvik::host {
 
@@ -356,6 +361,27 @@ class MachineInputs {
   virtual std::optional<kit::Error> checkPlaces(const HostOptions& options) const = 0;
 };
 
+/// Reports crashes of the process for as long as it lives.
+class MachineCrashHook {
+ public:
+  virtual ~MachineCrashHook() = default;
+};
+
+/// Crashes of the processes that use one store folder. The main thread.
+class MachineCrashes {
+ public:
+  virtual ~MachineCrashes() = default;
+  /// Puts the names of functions into the stacks of stored reports, which a dying process writes without. Before any is
+  /// sent. Blocks for reading files and writing, not for a disk sync.
+  virtual void nameStoredTraces(const services::MorvikGVUserDefaults& store) = 0;
+  /// Hands each crash that ended an earlier process, and is not reported yet, to `take`. What that does not take is
+  /// kept for the next start, and a line in the log says so. Blocks for reading files.
+  virtual void reportEarlier(const TakeCrash& take) = 0;
+  /// From here on crashes of this process are reported. One hook in a process at a time. The error says why there is
+  /// none.
+  virtual std::variant<std::unique_ptr<MachineCrashHook>, kit::Error> install(CrashReporting reporting) = 0;
+};
+
 /// Where the lines of a log go.
 class MachineLogSink : public kit::LogSink {
  public:
@@ -389,6 +415,11 @@ class Machine {
   virtual std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) = 0;
   virtual std::unique_ptr<kit::ReportShelf> makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
                                                             kit::LogSink& log) = 0;
+  /// Null: nobody watches the processes of this machine. `json` and what `logger` writes to outlive the hook as well.
+  virtual std::unique_ptr<MachineCrashes> makeCrashes(const std::string& /*folder*/, const kit::JsonCodec& /*json*/,
+                                                      const services::Logger& /*logger*/) {
+    return nullptr;
+  }
   virtual std::unique_ptr<MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) = 0;
   virtual std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) = 0;
   /// Whether time and threads are real, so that an end may have to be waited for and left to itself.

@@ -1,6 +1,7 @@
 #include "host/machine/system_machine.h"
 
 #include "host/crash/report_file.h"
+#include "host/crash/system_crashes.h"
 #include "host/crypto/hmac.h"
 #include "host/crypto/openssl_cipher.h"
 #include "host/crypto/system_random.h"
@@ -82,6 +83,11 @@ std::unique_ptr<MachineStore> SystemMachine::makeStore(const std::string& folder
 std::unique_ptr<kit::ReportShelf> SystemMachine::makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
                                                                  kit::LogSink& log) {
   return std::make_unique<ReportFile>(folder, json, log);
+}
+
+std::unique_ptr<MachineCrashes> SystemMachine::makeCrashes(const std::string& folder, const kit::JsonCodec& json,
+                                                           const services::Logger& logger) {
+  return std::make_unique<SystemCrashes>(folder, json, logger);
 }
 
 std::unique_ptr<MachineLoop> SystemMachine::makeMainLoop(MainQueueMode mode, const services::Logger& logger) {

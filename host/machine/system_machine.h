@@ -24,6 +24,8 @@ class SystemMachine : public Machine {
   std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
   std::unique_ptr<kit::ReportShelf> makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
                                                     kit::LogSink& log) override;
+  std::unique_ptr<MachineCrashes> makeCrashes(const std::string& folder, const kit::JsonCodec& json,
+                                              const services::Logger& logger) override;
   std::unique_ptr<MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
   std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) override;
   std::unique_ptr<MachineNetwork> makeNetwork(const std::string& ca_file) override;

@@ -1,0 +1,31 @@
+#include "host/crash/system_crashes.h"
+
+#include <utility>
+
+#include "host/crash/bare_frames.h"
+#include "host/crash/crash_hook.h"
+#include "host/crash/crash_record.h"
+#include "host/crash/earlier_crash.h"
+#include "host/crash/loaded_modules.h"
+#include "host/crash/stored_traces.h"
+
+namespace morvik::host {
+
+void SystemCrashes::nameStoredTraces(const services::MorvikGVUserDefaults& store) {
+  host::nameStoredTraces(
+      store, namingMarkerPath(folder_), [](const std::string& trace) { return namedTrace(trace, loadedModules()); },
+      logger_);
+}
+
+void SystemCrashes::reportEarlier(const TakeCrash& take) {
+  reportEarlierCrashes(crashRecordPath(folder_), json_, take, logger_);
+}
+
+std::variant<std::unique_ptr<MachineCrashHook>, kit::Error> SystemCrashes::install(CrashReporting reporting) {
+  auto installed = CrashHook::install({std::move(reporting), crashRecordPath(folder_)});
+  if (auto* error = std::get_if<kit::Error>(&installed))
+    return std::move(*error);
+  return std::move(std::get<std::unique_ptr<CrashHook>>(installed));
+}
+
+}  // namespace morvik::host
