@@ -22,7 +22,8 @@ namespace morvik::host {
 namespace {
 
 /// The environment's file takes the place of the app's sink.
-std::variant<std::unique_ptr<MachineLogSink>, kit::Error> makeLogSink(Machine& machine, const CheckedOptions& checked) {
+std::variant<std::unique_ptr<MachineLogSink>, kit::Error> makeLogSink(Machine& machine, const CheckedOptions& checked,
+                                                                      const OwnProcess& process) {
   const std::string& file = checked.environment.log_file;
   auto made = machine.makeLogSink(file);
   if (const auto* error = std::get_if<kit::Error>(&made))
@@ -30,7 +31,7 @@ std::variant<std::unique_ptr<MachineLogSink>, kit::Error> makeLogSink(Machine& m
   if (!file.empty() || !checked.options.log_sink)
     return made;
   return std::make_unique<AppLogSink>(checked.options.log_sink,
-                                      std::move(std::get<std::unique_ptr<MachineLogSink>>(made)));
+                                      std::move(std::get<std::unique_ptr<MachineLogSink>>(made)), process);
 }
 
 /// Set before the first part that may log is made.
@@ -407,7 +408,7 @@ void tellWarnings(const HostParts& parts) {
 
 std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, const HostOptions& options,
                                                            HostOf host_of) {
-  const auto life = std::make_shared<HostLife>();
+  const auto life = std::make_shared<HostLife>(OwnProcess(machine.processWord()));
   HostOptions guarded = options;
   HostLife::guard(life, guarded);
   const auto inputs = machine.makeInputs();
@@ -416,10 +417,11 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
     return std::move(*error);
   if (auto error = inputs->checkPlaces(options))
     return *std::move(error);
-  auto made_sink = makeLogSink(machine, std::get<CheckedOptions>(checked));
+  auto made_sink = makeLogSink(machine, std::get<CheckedOptions>(checked), life->process());
   if (auto* error = std::get_if<kit::Error>(&made_sink))
     return std::move(*error);
-  auto sink = std::make_unique<ClosableLogSink>(std::move(std::get<std::unique_ptr<MachineLogSink>>(made_sink)));
+  auto sink = std::make_unique<ClosableLogSink>(std::move(std::get<std::unique_ptr<MachineLogSink>>(made_sink)),
+                                                life->process());
   auto eraser_log =
       std::make_unique<StartLog>(std::get<CheckedOptions>(checked).options.log_level, *sink, "+[MorvikCore start]");
   auto eraser = machine.makeEraser(options.store_folder, eraser_log->lines());
@@ -452,7 +454,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
     return *std::move(error);
   host->tellThatItStarted();
   if (host_of == HostOf::kProcess)
-    stopAtExit(host->ending());
+    stopAtExit(host->ending(), life->process());
   return host;
 }
 
@@ -464,7 +466,7 @@ HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, 
       has_threads(machine.hasThreads()),
       options(std::move(checked)),
       log_sink(std::move(sink)),
-      lines(levelsAt(options.options.log_level, shared_state), *log_sink),
+      lines(levelsAt(options.options.log_level, shared_state), *log_sink, life->process()),
       logger(shared_state.log_levels, lines),
       store_lines(logger, "-[MorvikCore store]"),
       report_lines(logger, "-[MorvikCore crashReports]"),

@@ -11,6 +11,7 @@
 #include "host/crypto/zlib_compressor.h"
 #include "host/erasing/file_eraser.h"
 #include "host/json/simdjson_codec.h"
+#include "host/life/process_word.h"
 #include "host/log/log_sinks.h"
 #include "host/machine/system_inputs.h"
 #include "host/machine/take_over_table.h"
@@ -323,6 +324,10 @@ std::unique_ptr<host::MachineLoop> VirtualMachine::makeMainLoop(MainQueueMode, c
 
 std::unique_ptr<host::MachineBackground> VirtualMachine::makeBackground(const services::Logger& logger) {
   return std::make_unique<VirtualBackground>(loop, logger);
+}
+
+std::atomic<uint64_t>& VirtualMachine::processWord() {
+  return host::processWord();
 }
 
 std::unique_ptr<host::MachineNetwork> VirtualMachine::makeNetwork(const std::string&) {

@@ -88,6 +88,7 @@ class VirtualMachine : public host::Machine {
   std::unique_ptr<host::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
   std::unique_ptr<host::MachineBackground> makeBackground(const services::Logger& logger) override;
   bool hasThreads() const override { return false; }
+  std::atomic<uint64_t>& processWord() override;
   std::unique_ptr<host::MachineNetwork> makeNetwork(const std::string& ca_file) override;
 
  protected:

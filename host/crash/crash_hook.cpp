@@ -17,7 +17,7 @@
 #include "host/crash/fatal_signals.h"
 #include "host/crash/frame_names.h"
 #include "host/crash/frame_unwind.h"
-#include "host/life/own_process.h"
+#include "host/life/process_word.h"
 #include "services/guard.h"
 #include "services/type_names.h"
 
@@ -75,7 +75,7 @@ std::string reasonOfCurrentException() {
 
 struct CrashHook::State {
   CrashHookParts parts;
-  const OwnProcess process;
+  const OwnProcess process = ownProcess();
   int record_file = -1;
   std::unique_ptr<FatalSignals> signals;
   std::terminate_handler left_behind = nullptr;  ///< what `before` was

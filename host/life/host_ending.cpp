@@ -408,24 +408,31 @@ namespace {
 
 /// Those that run. Never destroyed: hosts may end after everything else.
 struct AtExit {
-  const OwnProcess process;
+  explicit AtExit(const OwnProcess& first) : process(first) {}
+
+  const OwnProcess process;  ///< in which the first host ran
   std::mutex mutex;
   std::vector<std::weak_ptr<HostEnding>> endings;
 
-  static AtExit& list() {
-    static auto& list = *new AtExit;
+  static std::atomic<AtExit*> made;
+  static AtExit& list(const OwnProcess& process) {
+    static auto& list = *new AtExit(process);
+    made = &list;
     return list;
   }
   static void stopAll() {
     is_process_ending = true;
+    AtExit* const list = made;
+    if (list == nullptr)
+      return;  // no host ever ran
     std::vector<std::weak_ptr<HostEnding>> endings;
     {
-      std::unique_lock hold(list().mutex, std::defer_lock);
-      if (list().process.isHere())
+      std::unique_lock hold(list->mutex, std::defer_lock);
+      if (list->process.isHere())
         hold.lock();
       else if (!hold.try_lock())
         return;  // forked in the middle of a start: nobody will let the lock go
-      endings = list().endings;
+      endings = list->endings;
     }
     for (const auto& each : endings) {
       if (const auto ending = each.lock())
@@ -433,10 +440,11 @@ struct AtExit {
     }
     // What goes now, on whatever thread, is gone before a library cleans up; what comes later stays.
     // In a fork there are no such threads, and their lock may never be let go.
-    if (list().process.isHere())
+    if (list->process.isHere())
       GoingParts::all().waitForOthers(kStopTime);
   }
 };
+std::atomic<AtExit*> AtExit::made{nullptr};
 
 }  // namespace
 
@@ -451,8 +459,8 @@ void prepareForExit() {
   static_cast<void>(is_prepared);
 }
 
-void stopAtExit(const std::shared_ptr<HostEnding>& ending) {
-  AtExit& list = AtExit::list();
+void stopAtExit(const std::shared_ptr<HostEnding>& ending, const OwnProcess& process) {
+  AtExit& list = AtExit::list(process);
   const std::scoped_lock hold(list.mutex);
   std::erase_if(list.endings, [](const auto& each) { return each.expired(); });
   list.endings.push_back(ending);

@@ -13,6 +13,7 @@ namespace morvik::host {
 
 struct HostParts;
 class MachineThread;
+class OwnProcess;
 
 /// stop() takes at most this long, but for a function of the app's that runs on the stopping thread itself.
 inline constexpr std::chrono::milliseconds kStopTime{2000};
@@ -76,7 +77,7 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
 /// To be called before a host of this process makes anything: no library cleans up at the end of the process what the
 /// kit's threads may still use, and hosts that run then are stopped before anybody's exit handler of earlier date.
 void prepareForExit();
-/// `ending` is stopped at the end of the process, if it is still there.
-void stopAtExit(const std::shared_ptr<HostEnding>& ending);
+/// `ending` is stopped at the end of the process, which is `process`, if it is still there.
+void stopAtExit(const std::shared_ptr<HostEnding>& ending, const OwnProcess& process);
 
 }  // namespace morvik::host

@@ -25,10 +25,12 @@ class HostLife {
   /// Of a call that would wait for the main queue.
   enum class Admission : uint8_t { kAdmitted, kTooMany, kNotRunning };
 
-  HostLife() = default;
+  /// In this process.
+  explicit HostLife(const OwnProcess& process) : process_(process) {}
   HostLife(const HostLife&) = delete;
   HostLife& operator=(const HostLife&) = delete;
 
+  const OwnProcess& process() const { return process_; }
   /// The process that started the host is this one.
   bool isOwnProcess() const { return process_.isHere(); }
   /// Nobody has begun to stop the host.

@@ -6,18 +6,17 @@
 
 namespace morvik::host {
 
-/// Marks the process in which it is made. A child that is forked later, by whatever call, is another process. One that
-/// shares its parent's memory until it execs (vfork) is not told apart.
+/// Marks the process in which it is made. A child that is forked later, by whatever call, is another process, as far as
+/// the machine tells them apart. One that shares its parent's memory until it execs (vfork) is not told apart.
 class OwnProcess {
  public:
-  OwnProcess();
+  /// `word`: Machine::processWord().
+  explicit OwnProcess(std::atomic<uint64_t>& word);
   /// False in a forked child. Any thread; reads one word; async-signal-safe.
-  bool isHere() const { return current_->load(std::memory_order_relaxed) == number_; }
+  bool isHere() const { return word_->load(std::memory_order_relaxed) == number_; }
 
  private:
-  static std::atomic<uint64_t>* current();
-
-  const std::atomic<uint64_t>* current_;
+  const std::atomic<uint64_t>* word_;
   uint64_t number_;
 };
 

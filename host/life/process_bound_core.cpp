@@ -6,7 +6,8 @@
 
 namespace morvik::host {
 
-ProcessBoundCore::ProcessBoundCore(std::unique_ptr<Host> host) : host_(std::move(host)) {}
+ProcessBoundCore::ProcessBoundCore(std::unique_ptr<Host> host, const OwnProcess& process)
+    : host_(std::move(host)), process_(process) {}
 
 /// The host's memory stays as it is in a fork: a condition variable, say, waits when it goes until each thread that
 /// waits for it has woken, and these are not there.

@@ -15,7 +15,7 @@ namespace morvik::host {
 /// are the parent's. There the destructor leaves the host's memory as it is, for the same reason.
 class ProcessBoundCore final : public morvik::MorvikCore {
  public:
-  explicit ProcessBoundCore(std::unique_ptr<Host> host);
+  ProcessBoundCore(std::unique_ptr<Host> host, const OwnProcess& process);
   ~ProcessBoundCore() override;
   ProcessBoundCore(const ProcessBoundCore&) = delete;
   ProcessBoundCore& operator=(const ProcessBoundCore&) = delete;

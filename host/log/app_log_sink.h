@@ -20,9 +20,9 @@ namespace morvik::host {
 class AppLogSink final : public MachineLogSink {
  public:
   using Take = std::function<void(std::string_view line)>;
-  /// `in_fork` takes the lines of forked children.
-  AppLogSink(Take take, std::unique_ptr<MachineLogSink> in_fork)
-      : take_(std::move(take)), in_fork_(std::move(in_fork)) {}
+  /// `in_fork` takes the lines of children that `process` forks.
+  AppLogSink(Take take, std::unique_ptr<MachineLogSink> in_fork, const OwnProcess& process)
+      : process_(process), take_(std::move(take)), in_fork_(std::move(in_fork)) {}
   void line(std::string_view text) override;
   /// Dropped while the app is taking another one.
   bool tryLine(std::string_view text) override;
@@ -38,7 +38,8 @@ class AppLogSink final : public MachineLogSink {
 /// The log of a host, which ends with it: once closed it passes nothing on, whoever writes.
 class ClosableLogSink final : public kit::LogSink {
  public:
-  explicit ClosableLogSink(std::unique_ptr<MachineLogSink> sink) : sink_(std::move(sink)) {}
+  ClosableLogSink(std::unique_ptr<MachineLogSink> sink, const OwnProcess& process)
+      : sink_(std::move(sink)), process_(process) {}
   void line(std::string_view text) override;
   bool tryLine(std::string_view text) override;
   /// As MachineLogSink says.

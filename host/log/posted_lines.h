@@ -29,8 +29,9 @@ inline constexpr size_t kMaxPostedLineBytes = size_t{1} << 20;
 /// kit, and its log sink may take the same one. Any thread; in a forked child a line is tried at once.
 class PostedLines final : public kit::LogSink {
  public:
-  /// Both outlive it.
-  PostedLines(const kit::LogLevels& levels, kit::LogSink& sink) : levels_(levels), sink_(sink), later_(*this) {}
+  /// Levels and sink outlive it. In children that `process` forks a line is tried at once.
+  PostedLines(const kit::LogLevels& levels, kit::LogSink& sink, const OwnProcess& process)
+      : process_(process), levels_(levels), sink_(sink), later_(*this) {}
 
   /// From here on lines may wait. `main_queue` outlives the last call that is marked. Once, before other threads come.
   void setMainQueue(kit::MainQueue& main_queue) { main_queue_ = &main_queue; }

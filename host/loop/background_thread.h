@@ -10,7 +10,7 @@
 #include <optional>
 #include <thread>
 
-#include "host/life/own_process.h"
+#include "host/life/process_word.h"
 #include "host/machine/machine.h"
 #include "kit/error.h"
 #include "kit/queues.h"
@@ -58,7 +58,7 @@ class BackgroundThread final : public MachineBackground {
   std::chrono::steady_clock::time_point deadline_{};
   std::thread thread_;
   std::atomic<std::thread::id> id_{};
-  const OwnProcess process_;
+  const OwnProcess process_ = ownProcess();
 };
 
 }  // namespace morvik::host

@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/life/own_process.h"
+#include "host/life/process_word.h"
 #include "host/machine/machine.h"
 #include "kit/error.h"
 #include "kit/queues.h"
@@ -110,7 +110,7 @@ class MainLoop final : public MachineLoop {
 
   std::unique_ptr<Engine> engine_;
   std::thread thread_;
-  const OwnProcess process_;
+  const OwnProcess process_ = ownProcess();
 };
 
 }  // namespace morvik::host

@@ -4,6 +4,11 @@
 
 namespace morvik::host {
 
+std::atomic<uint64_t>& Machine::processWord() {
+  static std::atomic<uint64_t> word{0};  // needs no destructor
+  return word;
+}
+
 std::unique_ptr<MachineTransport> Machine::makeTransport(TransportParts parts) {
   auto network = makeNetwork(parts.ca_file);
   return std::make_unique<ExchangeQueue>(std::move(network), std::move(parts));

@@ -2,6 +2,7 @@
 // one (system_machine.h); a machine whose time is virtual and whose network is written down beforehand is another.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -422,6 +423,9 @@ class Machine {
   }
   virtual std::unique_ptr<MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) = 0;
   virtual std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) = 0;
+  /// 0 in each child that is forked, as soon as it runs; the kit writes it. One for all machines of the process, never
+  /// destroyed. By itself one that nobody sets to 0, for systems on which no process is forked. Any thread.
+  virtual std::atomic<uint64_t>& processWord();
   /// Whether time and threads are real, so that an end may have to be waited for and left to itself.
   virtual bool hasThreads() const { return true; }
   /// `ca_file`: certificates (PEM) to trust in place of the system's; "": the system's.

@@ -8,6 +8,7 @@
 #include "host/crypto/zlib_compressor.h"
 #include "host/erasing/file_eraser.h"
 #include "host/json/simdjson_codec.h"
+#include "host/life/process_word.h"
 #include "host/log/log_sinks.h"
 #include "host/loop/background_thread.h"
 #include "host/loop/main_loop.h"
@@ -96,6 +97,10 @@ std::unique_ptr<MachineLoop> SystemMachine::makeMainLoop(MainQueueMode mode, con
 
 std::unique_ptr<MachineBackground> SystemMachine::makeBackground(const services::Logger& logger) {
   return std::make_unique<BackgroundThread>(logger);
+}
+
+std::atomic<uint64_t>& SystemMachine::processWord() {
+  return host::processWord();
 }
 
 std::unique_ptr<MachineNetwork> SystemMachine::makeNetwork(const std::string& ca_file) {

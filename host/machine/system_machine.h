@@ -28,6 +28,7 @@ class SystemMachine : public Machine {
                                               const services::Logger& logger) override;
   std::unique_ptr<MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
   std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) override;
+  std::atomic<uint64_t>& processWord() override;
   std::unique_ptr<MachineNetwork> makeNetwork(const std::string& ca_file) override;
 };
 

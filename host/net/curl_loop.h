@@ -12,7 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/life/own_process.h"
+#include "host/life/process_word.h"
 #include "host/net/curl_exchange.h"
 #include "host/net/curl_transport.h"
 #include "kit/transport.h"
@@ -61,7 +61,7 @@ class CurlLoop {
   void failArrivals(const std::string& reason);
 
   const CurlTransportOptions options_;
-  const OwnProcess process_;
+  const OwnProcess process_ = ownProcess();
 
   std::mutex mutex_;  // guards what follows
   std::vector<Arrival> arrivals_;

@@ -25,7 +25,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/life/own_process.h"
+#include "host/life/process_word.h"
 
 #include "host/files/open_file.h"
 #include "host/files/system_message.h"
@@ -439,7 +439,7 @@ class SystemFiles final : public StoreFiles {
     // A record lock, since a forked child does not have it: with any other one, a living child would keep its parent
     // from starting again.
     if (::fstat(descriptor, &file) == 0 && lockWhole(descriptor)) {
-      locked.files.push_back({file.st_dev, file.st_ino, OwnProcess()});
+      locked.files.push_back({file.st_dev, file.st_ino, ownProcess()});
       made->take(descriptor, file);
       out = std::move(made);
       return LockResult::kTaken;

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/life/process_word.h"
 #include "host/log/app_log_sink.h"
 #include "host/log/log_sinks.h"
 #include "morvik/morvik.h"
@@ -123,7 +124,9 @@ TEST_F(ForkWhileOthersWork, LeavesNoLockBehindThatAnOperationTheDestructorOrAnEx
 }
 
 TEST_F(ForkWhileOthersWork, LeavesNoLockOfALogThatIsClosedBehind) {
-  ClosableLogSink sink(std::make_unique<AppLogSink>([](std::string_view) {}, std::make_unique<StderrLogSink>()));
+  ClosableLogSink sink(
+      std::make_unique<AppLogSink>([](std::string_view) {}, std::make_unique<StderrLogSink>(), ownProcess()),
+      ownProcess());
   Others others;
   EXPECT_TRUE(sink.close(std::chrono::steady_clock::now() + std::chrono::seconds(1)));
   for (int thread = 0; thread < 3; ++thread)

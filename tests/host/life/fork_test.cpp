@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/life/own_process.h"
+#include "host/life/process_word.h"
 #include "host/make_host.h"
 #include "host/store/sqlite_store.h"
 #include "testing/recording_log.h"
@@ -52,15 +52,15 @@ class Fork : public test::OnScratchFolder {
 };
 
 TEST_F(Fork, IsNotTheProcessThatItsObjectsWereMadeIn) {
-  const OwnProcess here;
+  const OwnProcess here = ownProcess();
   EXPECT_TRUE(here.isHere());
   EXPECT_EQ(Child([&here] {
-              const OwnProcess there;
+              const OwnProcess there = ownProcess();
               return !here.isHere() && there.isHere() ? kFine : 1;
             }).status(),
             kFine);
   EXPECT_TRUE(here.isHere());
-  EXPECT_TRUE(OwnProcess().isHere());
+  EXPECT_TRUE(ownProcess().isHere());
 }
 
 TEST_F(Fork, DoesNothingWithEveryOperationAndSaysSoOnce) {

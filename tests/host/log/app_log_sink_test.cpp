@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/life/process_word.h"
 #include "tests/support/child.h"
 
 namespace morvik::host {
@@ -29,8 +30,9 @@ std::unique_ptr<MachineLogSink> noSink() {
 
 TEST(ClosableLogSink, PassesNothingOnOnceItIsClosed) {
   std::vector<std::string> taken;
-  ClosableLogSink sink(
-      std::make_unique<AppLogSink>([&taken](std::string_view line) { taken.emplace_back(line); }, noSink()));
+  ClosableLogSink sink(std::make_unique<AppLogSink>([&taken](std::string_view line) { taken.emplace_back(line); },
+                                                    noSink(), ownProcess()),
+                       ownProcess());
   sink.line("one");
   EXPECT_TRUE(sink.tryLine("two"));
   EXPECT_TRUE(sink.close(std::chrono::steady_clock::now()));
@@ -44,12 +46,13 @@ TEST(ClosableLogSink, WaitsInTimeForTheLineThatIsBeingTaken) {
   std::promise<void> go;
   bool is_taken = false;
   ClosableLogSink sink(std::make_unique<AppLogSink>(
-      [&](std::string_view) {
-        taking.set_value();
-        go.get_future().wait();
-        is_taken = true;
-      },
-      noSink()));
+                           [&](std::string_view) {
+                             taking.set_value();
+                             go.get_future().wait();
+                             is_taken = true;
+                           },
+                           noSink(), ownProcess()),
+                       ownProcess());
   std::thread writer([&sink] { sink.line("one"); });
   taking.get_future().wait();
   EXPECT_FALSE(sink.close(std::chrono::steady_clock::now()));
@@ -61,7 +64,7 @@ TEST(ClosableLogSink, WaitsInTimeForTheLineThatIsBeingTaken) {
 
 TEST(AppLogSink, GivesTheAppEachLineOneCallAtATime) {
   std::vector<std::string> taken;
-  AppLogSink sink([&taken](std::string_view line) { taken.emplace_back(line); }, noSink());
+  AppLogSink sink([&taken](std::string_view line) { taken.emplace_back(line); }, noSink(), ownProcess());
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&sink] {
@@ -84,7 +87,7 @@ TEST(AppLogSink, DropsTheLineOfADyingThreadWhileTheAppTakesAnotherOne) {
         if (line == "outer")
           was_written = sink_in_use->tryLine("inner");
       },
-      noSink());
+      noSink(), ownProcess());
   sink_in_use = &sink;
   sink.line("outer");
   EXPECT_FALSE(was_written);
@@ -99,7 +102,7 @@ TEST(AppLogSink, BearsAnAppThatThrows) {
         ++calls;
         throw std::runtime_error("no room");
       },
-      noSink());
+      noSink(), ownProcess());
   sink.line("one");
   sink.line("two");
   EXPECT_EQ(calls, 2);
@@ -122,7 +125,8 @@ class KeepingLogSink final : public MachineLogSink {
 TEST(AppLogSink, GivesTheLinesOfAForkToTheSinkForForks) {
   bool is_app_called = false;
   std::string kept;
-  AppLogSink sink([&](std::string_view) { is_app_called = true; }, std::make_unique<KeepingLogSink>(kept));
+  AppLogSink sink([&](std::string_view) { is_app_called = true; }, std::make_unique<KeepingLogSink>(kept),
+                  ownProcess());
   test::Child child([&] { return sink.tryLine("forked") && kept == "forked" && !is_app_called ? 0 : 1; });
   EXPECT_EQ(child.status(), 0);
   EXPECT_TRUE(sink.tryLine("here"));

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "host/host.h"
+#include "host/life/process_word.h"
 #include "host/log/logged_lines.h"
 #include "testing/recording_log.h"
 #include "testing/virtual_loop.h"
@@ -48,7 +49,7 @@ class PostedLinesTest : public ::testing::Test {
   testing::VirtualLoop loop_;
   testing::RecordingLog log_;
   kit::LogLevels levels_;
-  PostedLines lines_{levels_, log_};
+  PostedLines lines_{levels_, log_, ownProcess()};
 };
 
 TEST_F(PostedLinesTest, WaitForTheMainQueueOnAThreadThatIsMarked) {
@@ -93,7 +94,7 @@ class SinkThatCallsTheKit final : public kit::LogSink {
 
 TEST_F(PostedLinesTest, FromWithinTheSinkAreDroppedAndNotToldToItWithoutEnd) {
   SinkThatCallsTheKit sink;
-  PostedLines lines(levels_, sink);
+  PostedLines lines(levels_, sink, ownProcess());
   lines.setMainQueue(loop_.mainQueue());
   sink.callsAs(lines);
   lines.line("at once");
@@ -114,7 +115,7 @@ TEST_F(PostedLinesTest, OfADyingThreadPassThoseThatWait) {
 
 TEST_F(PostedLinesTest, OfAnotherKitAreWrittenAtOnce) {
   testing::RecordingLog log;
-  PostedLines other(levels_, log);
+  PostedLines other(levels_, log, ownProcess());
   other.setMainQueue(loop_.mainQueue());
   const auto marked = lines_.postFromHere();
   {
@@ -136,7 +137,7 @@ TEST_F(PostedLinesTest, OfWhatAnAppsThreadWaitsForWaitAsWell) {
 
 TEST_F(PostedLinesTest, AreWrittenAtOnceBeforeThereIsAMainQueue) {
   testing::RecordingLog log;
-  PostedLines early(levels_, log);
+  PostedLines early(levels_, log, ownProcess());
   const auto marked = early.postFromHere();
   early.line("at once");
   EXPECT_THAT(log.messages(), ElementsAre("at once"));
@@ -178,7 +179,7 @@ class PostedLinesOfThreads : public PostedLinesTest {
   }
 
   SlowSink sink_;
-  PostedLines slow_lines_{levels_, sink_};
+  PostedLines slow_lines_{levels_, sink_, ownProcess()};
 };
 
 TEST_F(PostedLinesOfThreads, AreWrittenInTheOrderInWhichTheyCame) {
@@ -256,7 +257,7 @@ TEST_F(PostedLinesOfThreads, HangInNoForkOfTheProcessWhileOneIsWritten) {
 
 TEST_F(PostedLinesOfThreads, ThatComeBackThroughAnotherKitAreDropped) {
   SlowSink other_sink;
-  PostedLines other(levels_, other_sink);
+  PostedLines other(levels_, other_sink, ownProcess());
   sink_.pausesFor([&] { other.line("of another kit"); });
   other_sink.pausesFor([&] { slow_lines_.line("back"); });
   slow_lines_.line("first");
@@ -284,7 +285,7 @@ class BusySink final : public kit::LogSink {
 
 TEST_F(PostedLinesTest, ThatTheSinkDoesNotTakeAtTheEndAreCountedWhereTheyAreMissing) {
   BusySink sink;
-  PostedLines lines(levels_, sink);
+  PostedLines lines(levels_, sink, ownProcess());
   lines.setMainQueue(loop_.mainQueue());
   const auto postThree = [&lines] {
     const auto marked = lines.postFromHere();
