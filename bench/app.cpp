@@ -23,7 +23,7 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "bench/support/folder.h"
 #include "bench/support/run_delay.h"
-#include "host/make_host.h"
+#include "host/system_host.h"
 #include "morvik/morvik.h"
 
 extern char** environ;

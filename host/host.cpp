@@ -9,22 +9,8 @@
 #include "host/after_recording.h"
 #include "host/host_parts.h"
 #include "host/life/host_ending.h"
-#include "host/life/process_bound_core.h"
-#include "host/life/process_word.h"
-#include "host/make_host.h"
 #include "host/observe/status_of.h"
 #include "services/guard.h"
-
-namespace morvik {
-
-StartResult MorvikCore::start(const HostOptions& options) {
-  auto made = host::makeHost(options);
-  if (auto* host = std::get_if<std::unique_ptr<host::Host>>(&made))
-    return {std::make_unique<host::ProcessBoundCore>(std::move(*host), host::ownProcess()), ""};
-  return {nullptr, std::get<kit::Error>(made).message};
-}
-
-}  // namespace morvik
 
 namespace morvik::host {
 namespace {

@@ -48,9 +48,9 @@ namespace morvik::host {
 
 /// Filled by makeHost() only; everything is there once it has returned a host.
 struct HostParts {
-  /// `machine` makes the parts that stand on it, and is not needed afterwards.
+  /// `machine` makes the parts that stand on it. It is `owned`, or that is null and the machine outlives the parts.
   HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, std::unique_ptr<ClosableLogSink> sink,
-            Machine& machine);
+            Machine& machine, std::unique_ptr<Machine> owned);
   ~HostParts();
   HostParts(const HostParts&) = delete;
   HostParts& operator=(const HostParts&) = delete;
@@ -59,7 +59,8 @@ struct HostParts {
   /// Of the component under which the kit logs; the nearest level that there is. Any thread.
   void setLogLevel(int level);
 
-  const std::shared_ptr<HostLife> life;  ///< shared with what is the app's: see HostLife::guard()
+  const std::unique_ptr<Machine> owned_machine;  ///< what the parts refer to goes after them; may be null
+  const std::shared_ptr<HostLife> life;          ///< shared with what is the app's: see HostLife::guard()
   const bool has_threads;
   const CheckedOptions options;
   const std::unique_ptr<ClosableLogSink> log_sink;

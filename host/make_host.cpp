@@ -11,7 +11,6 @@
 #include "host/ledger/ledger_transport.h"
 #include "host/life/host_ending.h"
 #include "host/log/app_log_sink.h"
-#include "host/machine/system_machine.h"
 #include "host/sending/batch_limit.h"
 #include "host/siblings/kept_identifier.h"
 #include "services/endpoints.h"
@@ -406,8 +405,8 @@ void tellWarnings(const HostParts& parts) {
                        {warning});
 }
 
-std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, const HostOptions& options,
-                                                           HostOf host_of) {
+std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, std::unique_ptr<Machine> owned,
+                                                           const HostOptions& options, HostOf host_of) {
   const auto life = std::make_shared<HostLife>(OwnProcess(machine.processWord()));
   HostOptions guarded = options;
   HostLife::guard(life, guarded);
@@ -427,8 +426,8 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
   auto eraser = machine.makeEraser(options.store_folder, eraser_log->lines());
   if (auto error = eraser->resume())
     return *std::move(error);
-  const auto parts =
-      std::make_shared<HostParts>(life, std::get<CheckedOptions>(std::move(checked)), std::move(sink), machine);
+  const auto parts = std::make_shared<HostParts>(life, std::get<CheckedOptions>(std::move(checked)), std::move(sink),
+                                                 machine, std::move(owned));
   parts->eraser_log = std::move(eraser_log);
   // It erases on a thread of the app's, which waits for the threads of the store that it opens.
   parts->eraser_log->passOnTo(parts->lines.later());
@@ -461,8 +460,9 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, con
 }  // namespace
 
 HostParts::HostParts(std::shared_ptr<HostLife> of_host, CheckedOptions checked, std::unique_ptr<ClosableLogSink> sink,
-                     Machine& machine)
-    : life(std::move(of_host)),
+                     Machine& machine, std::unique_ptr<Machine> owned)
+    : owned_machine(std::move(owned)),
+      life(std::move(of_host)),
       has_threads(machine.hasThreads()),
       options(std::move(checked)),
       log_sink(std::move(sink)),
@@ -551,14 +551,14 @@ Pending HostParts::pending() const {
   return pending;
 }
 
-std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options) {
+std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options, std::unique_ptr<Machine> machine) {
   prepareForExit();
-  SystemMachine machine;
-  return makeHostOn(machine, options, HostOf::kProcess);
+  Machine& made_on = *machine;
+  return makeHostOn(made_on, std::move(machine), options, HostOf::kProcess);
 }
 
 std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options, Machine& machine) {
-  return makeHostOn(machine, options, HostOf::kOtherMachine);
+  return makeHostOn(machine, nullptr, options, HostOf::kOtherMachine);
 }
 
 }  // namespace morvik::host

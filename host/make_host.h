@@ -1,4 +1,4 @@
-// The composition root: puts the kit together on this machine.
+// The composition root: puts the kit together on a machine.
 #pragma once
 
 #include <memory>
@@ -11,9 +11,9 @@
 
 namespace morvik::host {
 
-/// Makes a host that runs: as morvik::MorvikCore::start() says, whose work this is. The first host of the process is
-/// also the one behind MorvikCoreLib::shared(), until it stops.
-std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options);
+/// Makes a host that runs on this machine: as start() says, whose work this is. The machine goes with all that a host
+/// consists of. The first host of the process is also the one behind MorvikCoreLib::shared(), until it stops.
+std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options, std::unique_ptr<Machine> machine);
 
 /// The same on another machine, which outlives the host. It is never the process's own: MorvikCoreLib::shared() does
 /// not know of it, and nothing of the process is watched (report_crashes is of no matter).

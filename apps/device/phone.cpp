@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "apps/device/option_names.h"
-#include "host/make_host.h"
 #include "host/siblings/kept_identifier.h"
+#include "host/system_host.h"
 
 namespace morvik_device {
 namespace {

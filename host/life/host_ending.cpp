@@ -1,7 +1,5 @@
 #include "host/life/host_ending.h"
 
-#include <openssl/crypto.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -13,7 +11,6 @@
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/host_parts.h"
-#include "host/json/simdjson_codec.h"
 #include "host/life/kept_for_good.h"
 #include "host/observe/status_of.h"
 #include "services/guard.h"
@@ -449,13 +446,7 @@ std::atomic<AtExit*> AtExit::made{nullptr};
 }  // namespace
 
 void prepareForExit() {
-  static const bool is_prepared = [] {
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-    // The JSON library makes its static objects when it is first used; what is made later than the kit goes before it.
-    static_cast<void>(SimdjsonCodec().read(R"({"a":[1,1.5,"b",null]})"));
-    // After the lines above, and so called before what these, or an app's own use of OpenSSL, have registered.
-    return std::atexit(&AtExit::stopAll) == 0;
-  }();
+  static const bool is_prepared = [] { return std::atexit(&AtExit::stopAll) == 0; }();
   static_cast<void>(is_prepared);
 }
 

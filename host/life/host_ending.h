@@ -74,8 +74,9 @@ class HostEnding : public std::enable_shared_from_this<HostEnding> {
   Stage stage_ = Stage::kRunning;
 };
 
-/// To be called before a host of this process makes anything: no library cleans up at the end of the process what the
-/// kit's threads may still use, and hosts that run then are stopped before anybody's exit handler of earlier date.
+/// To be called before a host of this process makes anything: hosts that run at the end of the process are then stopped
+/// before anybody's exit handler of earlier date. Libraries that clean up what the kit's threads may still use are the
+/// machine's affair, and are seen to before.
 void prepareForExit();
 /// `ending` is stopped at the end of the process, which is `process`, if it is still there.
 void stopAtExit(const std::shared_ptr<HostEnding>& ending, const OwnProcess& process);

@@ -1,4 +1,4 @@
-#include "host/make_host.h"
+#include "host/system_host.h"
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>

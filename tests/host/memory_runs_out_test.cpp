@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "host/erasing/file_eraser.h"
-#include "host/make_host.h"
 #include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
+#include "host/system_host.h"
 #include "testing/recording_log.h"
 #include "tests/host/failing_allocations.h"
 #include "tests/support/scratch_folder.h"

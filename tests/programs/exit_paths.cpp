@@ -26,7 +26,7 @@
 #include <thread>
 #include <variant>
 
-#include "host/make_host.h"
+#include "host/system_host.h"
 
 namespace {
 

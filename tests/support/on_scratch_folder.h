@@ -12,7 +12,7 @@
 #include <variant>
 
 #include "host/machine/machine.h"
-#include "host/make_host.h"
+#include "host/system_host.h"
 #include "testing/recording_log.h"
 #include "tests/support/scratch_folder.h"
 

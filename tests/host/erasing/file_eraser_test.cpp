@@ -15,8 +15,8 @@
 #include <variant>
 #include <vector>
 
-#include "host/make_host.h"
 #include "host/siblings/kept_identifier.h"
+#include "host/system_host.h"
 #include "testing/recording_log.h"
 #include "tests/support/scratch_folder.h"
 

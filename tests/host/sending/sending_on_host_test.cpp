@@ -18,8 +18,8 @@
 #include <variant>
 #include <vector>
 
-#include "host/make_host.h"
 #include "host/siblings/kept_identifier.h"
+#include "host/system_host.h"
 #include "services/endpoints.h"
 #include "testing/recording_log.h"
 #include "tests/host/net/loopback_server.h"

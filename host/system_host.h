@@ -1,0 +1,16 @@
+// The kit on the machine that the process runs on.
+#pragma once
+
+#include <memory>
+#include <variant>
+
+#include "host/make_host.h"
+#include "kit/error.h"
+#include "morvik/host_options.h"
+
+namespace morvik::host {
+
+/// Makes a host that runs on the system: as morvik::MorvikCore::start() says, whose work this is.
+std::variant<std::unique_ptr<Host>, kit::Error> makeHost(const HostOptions& options);
+
+}  // namespace morvik::host
