@@ -8,6 +8,7 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/after_recording.h"
 #include "host/host_parts.h"
+#include "host/life/call_app.h"
 #include "host/life/host_ending.h"
 #include "host/observe/status_of.h"
 #include "services/guard.h"
@@ -247,7 +248,7 @@ void Host::setLogLevel(int level) {
 }
 
 void Host::perform(std::function<void()> block) {
-  post("-[MorvikCore perform]", std::move(block));
+  post("-[MorvikCore perform]", [block = std::move(block)] { callApp(block); });
 }
 
 int Host::pollDescriptor() const {

@@ -14,32 +14,9 @@ namespace {
 
 constexpr size_t kAddressDigits = 16;
 
-constexpr std::string_view kMangled = "_Z";
-
 /// A function of C's named "f" is no "float".
 std::string plainName(const std::string& name) {
-  return name.substr(0, kMangled.size()) == kMangled ? services::demangled(name.c_str()) : name;
-}
-
-bool startsWith(std::string_view text, std::string_view beginning) {
-  return text.substr(0, beginning.size()) == beginning;
-}
-
-/// By the mangled name, in which what a function is a member of stands first: a function of the app's that only takes
-/// an argument of the kit's is the app's. A lambda, and what else is local to a function, is that function's.
-FrameOwner ownerByName(std::string_view name) {
-  constexpr std::string_view kNestings = "ZNKVrL";
-  constexpr std::string_view kOurNamespace = "6morvik";
-  // "S" and a letter: std, and what has a short name in it.
-  constexpr std::array<std::string_view, 3> kOfTheRuntime = {"S", "9__gnu_cxx", "10__cxxabiv1"};
-  if (!startsWith(name, kMangled))  // names of C that begin so are reserved to the implementation
-    return startsWith(name, "__") ? FrameOwner::kSystem : FrameOwner::kApp;
-  const std::string_view scope = name.substr(std::min(name.find_first_not_of(kNestings, 1), name.size()));
-  if (startsWith(scope, kOurNamespace))
-    return FrameOwner::kKit;
-  const bool is_of_the_runtime = std::any_of(kOfTheRuntime.begin(), kOfTheRuntime.end(),
-                                             [&](std::string_view each) { return startsWith(scope, each); });
-  return is_of_the_runtime ? FrameOwner::kSystem : FrameOwner::kApp;
+  return isMangled(name) ? services::demangled(name.c_str()) : name;
 }
 
 /// A file right in one of the folders where a system has its libraries, or in that of its architecture ("/usr/lib",
@@ -53,7 +30,7 @@ bool isOfTheSystem(const LoadedModule& module) {
   const std::filesystem::path path(module.path);
   const std::string name = path.filename();
   if (!path.is_absolute() ||
-      std::any_of(kRuntime.begin(), kRuntime.end(), [&](std::string_view each) { return startsWith(name, each); }))
+      std::any_of(kRuntime.begin(), kRuntime.end(), [&](std::string_view each) { return name.starts_with(each); }))
     return true;
   std::filesystem::path folder = path.parent_path();
   if (folder.filename().string().find("-linux-") != std::string::npos)
@@ -65,7 +42,9 @@ bool isProgram(const LoadedModule& module, const std::vector<LoadedModule>& modu
   return &module == &modules.front();
 }
 
-FrameOwner ownerOf(const LoadedModule& module, bool is_program, std::string_view name) {
+FrameOwner ownerOf(const LoadedModule& module, bool is_program, std::string_view name, bool has_called) {
+  if (has_called && isCallOfTheApp(name))
+    return FrameOwner::kApp;
   const FrameOwner by_name = ownerByName(name);
   return by_name == FrameOwner::kApp && !is_program && isOfTheSystem(module) ? FrameOwner::kSystem : by_name;
 }
@@ -129,7 +108,7 @@ std::vector<NamedFrame> namedFrames(const std::vector<LoadedModule>& modules, co
     if (module == nullptr)
       continue;
     const NamedFunction function = functionAt(files, *module, index, address);
-    frame.owner = ownerOf(*module, isProgram(*module, modules), function.mangled);
+    frame.owner = ownerOf(*module, isProgram(*module, modules), function.mangled, index > 0);
     frame.text += function.text.empty() ? offsetText(*module, address) : function.text;
   }
   return all;

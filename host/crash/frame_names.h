@@ -5,18 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "host/crash/frame_owner.h"
 #include "host/crash/loaded_modules.h"
 
 namespace morvik::host {
 
 class ModuleFiles;
-
-/// Whose function a frame is in. What no module holds, or has no name in one that is not the system's, is the app's.
-enum class FrameOwner {
-  kApp,
-  kKit,
-  kSystem,  ///< the system's libraries and the runtime library, also what of it is in the app's program
-};
 
 /// One frame of a call stack.
 struct NamedFrame {
@@ -47,7 +41,8 @@ NamedFunction functionAt(ModuleFiles& files, const LoadedModule& module, size_t 
 std::vector<NamedFrame> namedFrames(const std::vector<LoadedModule>& modules, const std::vector<uint64_t>& frames);
 
 /// Whether the crash is the kit's own: the innermost frame that is not the system's decides. The kit's loop stands
-/// below each callback of the app's, so that it tells nothing there. A jump to where no code is has its own frame,
+/// below each callback of the app's, so that it tells nothing there; callApp(), through which it calls that, stands for
+/// the app, unless the crash is in callApp() itself. A jump to where no code is has its own frame,
 /// which is nobody's.
 bool isCrashOfTheKit(const std::vector<NamedFrame>& frames, bool is_jump_to_nowhere);
 

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "host/life/call_app.h"
 #include "morvik/host_options.h"
 
 namespace morvik::host {
@@ -15,7 +16,7 @@ void guardSlot(const Life& life, std::function<void(Arguments...)>& slot) {
     return;
   slot = [life, slot = std::move(slot)](Arguments... arguments) {
     if (life->mayCallApp())
-      slot(std::forward<Arguments>(arguments)...);
+      callApp(slot, std::forward<Arguments>(arguments)...);
   };
 }
 
@@ -28,7 +29,7 @@ void guardModule(const Life& life, Module& module) {
   if (!module.getSDKVersion)
     return;
   module.getSDKVersion = [life, slot = std::move(module.getSDKVersion)] {
-    return life->mayCallApp() ? slot() : std::nullopt;
+    return life->mayCallApp() ? callApp(slot) : std::nullopt;
   };
 }
 
@@ -74,7 +75,7 @@ void HostLife::guard(const Life& life, HostOptions& options) {
       if (!life->mayCallApp())
         return;
       const Within within(log_sink_of_thread_, *life);
-      sink(line);
+      callApp(sink, line);
     };
   }
   guardSlot(life, options.ad_client.requestAttributionDetails);

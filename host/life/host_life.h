@@ -61,7 +61,8 @@ class HostLife {
   [[nodiscard]] Within goIntoDone() const { return {done_of_thread_, *this}; }
   bool isInDone() const { return done_of_thread_ == this; }
 
-  /// Makes every function in `options` that the app wants called obey mayCallApp(). Empty ones stay empty.
+  /// Makes every function in `options` that the app wants called obey mayCallApp(), and go through callApp(). Empty
+  /// ones stay empty.
   static void guard(const std::shared_ptr<const HostLife>& life, HostOptions& options);
 
  private:

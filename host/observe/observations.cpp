@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "MorvikCoreLib/failure_counts.h"
+#include "host/life/call_app.h"
 #include "morvik/version.h"
 
 namespace morvik::host {
@@ -46,7 +47,7 @@ void Observations::refused(Recorded reason) {
       --pending;
       const auto delegate = parts_.facade.delegateOfApp();
       if (delegate != nullptr && delegate->didRefuseEvent)
-        delegate->didRefuseEvent(reason);
+        callApp(delegate->didRefuseEvent, reason);
     });
   } catch (...) {
     --pending;  // nothing waits there
@@ -120,12 +121,12 @@ void Observations::tell(const Ended& ended) const {
     return;
   if (ended.kind == RequestKind::kErasure) {
     if (delegate->didAnswerErasure)
-      delegate->didAnswerErasure(isErased(ended));
+      callApp(delegate->didAnswerErasure, isErased(ended));
   } else if (!ended.is_accepted) {
     if (delegate->didFailToDeliver)
-      delegate->didFailToDeliver(ended.failure);
+      callApp(delegate->didFailToDeliver, ended.failure);
   } else if (ended.kind == RequestKind::kBatch && delegate->didDeliver) {
-    delegate->didDeliver(ended.load.activities);
+    callApp(delegate->didDeliver, ended.load.activities);
   }
 }
 

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "host/life/call_app.h"
 #include "services/guard.h"
 
 namespace morvik::host {
@@ -418,7 +419,7 @@ void Flushes::tell(const Flush& flush, const FlushResult& result) const {
   if (!flush.done || !parts_.life.mayCallApp())
     return;
   const HostLife::Within within = parts_.life.goIntoDone();
-  services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { flush.done(result); });
+  services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { callApp(flush.done, result); });
 }
 
 /// On this thread, whatever may still be called: it is an answer to this very call.
@@ -430,7 +431,7 @@ void Flushes::tellNow(const Done& done, FlushReason reason) const {
   const auto result =
       services::guarded(parts_.logger, kFlushGuard, MORVIK_HERE(kFlush), [&] { return resultNow(reason); });
   services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush),
-                    [&] { done(result.value_or(FlushResult{.reason = reason})); });
+                    [&] { callApp(done, result.value_or(FlushResult{.reason = reason})); });
 }
 
 bool Flushes::remove(const FlushPointer& flush) {

@@ -1,5 +1,7 @@
 #include "host/siblings/MorvikCore.h"
 
+#include "host/life/call_app.h"
+
 namespace morvik::host {
 
 std::shared_ptr<const kit::MorvikCoreDelegate> MorvikCore::delegate() const {
@@ -8,10 +10,12 @@ std::shared_ptr<const kit::MorvikCoreDelegate> MorvikCore::delegate() const {
     return nullptr;
   auto delegate = std::make_shared<kit::MorvikCoreDelegate>();
   if (of_app->didReceiveDeeplink)
-    delegate->didReceiveDeeplink = [of_app](const std::string& deeplink) { of_app->didReceiveDeeplink(deeplink); };
+    delegate->didReceiveDeeplink = [of_app](const std::string& deeplink) {
+      callApp(of_app->didReceiveDeeplink, deeplink);
+    };
   if (of_app->didSaveConversionKey) {
     delegate->didSaveConversionKey = [of_app](int64_t conversion_key, const std::string& sub_referral_key) {
-      of_app->didSaveConversionKey(conversion_key, sub_referral_key);
+      callApp(of_app->didSaveConversionKey, conversion_key, sub_referral_key);
     };
   }
   return delegate;

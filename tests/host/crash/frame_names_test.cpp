@@ -9,6 +9,7 @@
 #include <map>
 
 #include "host/crash/loaded_modules.h"
+#include "host/life/call_app.h"
 
 namespace elsewhere {
 struct Callback {
@@ -74,6 +75,15 @@ FrameOwner ownerOf(uint64_t address) {
 TEST(FrameNames, AFunctionThatTakesOurTypesIsNotOursForThat) {
   EXPECT_EQ(ownerOf(addressOf(ofTheKit) + 4), FrameOwner::kKit);
   EXPECT_EQ(ownerOf(addressOf(elsewhere::ofTheApp) + 4), FrameOwner::kApp);
+}
+
+TEST(FrameNames, ThroughWhichTheKitCallsTheAppStandsForTheAppOnceItHasCalled) {
+  void (*const call)(const std::function<void()>&) = &callApp<std::function<void()>>;
+  const uint64_t address = reinterpret_cast<uint64_t>(call) + 4;
+  const auto frames = namedFrames(loadedModules(), {address, address});
+  EXPECT_THAT(frames[0].text, HasSubstr("morvik::host::callApp<"));
+  EXPECT_EQ(frames[0].owner, FrameOwner::kKit) << "the crash is in it";
+  EXPECT_EQ(frames[1].owner, FrameOwner::kApp);
 }
 
 TEST(FrameNames, TheRuntimeLibraryIsTheSystemsWhereverItsCodeLies) {

@@ -1,0 +1,2 @@
+#define CALLBACKS optimisedCallbacks
+#include "tests/crash/callbacks_made.h"

@@ -1,0 +1,2 @@
+#define CALLBACKS unoptimisedCallbacks
+#include "tests/crash/callbacks_made.h"
