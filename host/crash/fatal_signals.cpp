@@ -74,6 +74,18 @@ bool isIgnored(const struct sigaction& action) {
   return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
 }
 
+bool isSameHandler(const struct sigaction& one, const struct sigaction& other) {
+  if ((one.sa_flags & SA_SIGINFO) != (other.sa_flags & SA_SIGINFO))
+    return false;
+  return (one.sa_flags & SA_SIGINFO) != 0 ? one.sa_sigaction == other.sa_sigaction : one.sa_handler == other.sa_handler;
+}
+
+struct sigaction actionOf(int signal) {
+  struct sigaction action {};
+  ::sigaction(signal, nullptr, &action);
+  return action;
+}
+
 /// Their number when it is none of them.
 size_t indexOf(int signal) {
   size_t index = 0;
@@ -144,6 +156,7 @@ struct FatalSignals::State {
   void waitForOthers(const HandlerPlace& place) const;
   void record(int signal, const siginfo_t& info, const void* context) const;
   bool passOn(int signal, siginfo_t* info, void* context);
+  static bool callHandler(const struct sigaction& handler, int signal, siginfo_t* info, void* context);
   void takeBack();
 };
 
@@ -267,11 +280,19 @@ bool FatalSignals::State::passOn(int signal, siginfo_t* info, void* context) {
     toDefault(signal, info);
     return false;
   }
-  if ((before.sa_flags & SA_SIGINFO) != 0)
-    before.sa_sigaction(signal, info, context);
+  return callHandler(before, signal, info, context);
+}
+
+/// False: the signal goes elsewhere from now on. Many a handler ends by setting the default action, or who was there
+/// before it, so that the fault comes again and ends the process.
+bool FatalSignals::State::callHandler(const struct sigaction& handler, int signal, siginfo_t* info, void* context) {
+  const struct sigaction found = actionOf(signal);
+  if ((handler.sa_flags & SA_SIGINFO) != 0)
+    handler.sa_sigaction(signal, info, context);
   else
-    before.sa_handler(signal);
-  return true;
+    handler.sa_handler(signal);
+  const struct sigaction left = actionOf(signal);
+  return isSameHandler(left, found) || isSameHandler(left, handler);
 }
 
 /// The process lives on, so this was no crash.
@@ -292,7 +313,7 @@ FatalSignals::FatalSignals(const FatalSignalParts& parts, const std::vector<Load
   state_->left_behind = State::current.exchange(state_.get());
   for (size_t i = 0; i < kSignals.size(); ++i) {
     struct sigaction& before = state_->previous[i];
-    ::sigaction(kSignals[i], nullptr, &before);
+    before = actionOf(kSignals[i]);
     struct sigaction action {};
     action.sa_sigaction = State::handle;
     // What the handler before finds blocked, and what it leaves blocked when it jumps, stays as it was.
@@ -305,8 +326,7 @@ FatalSignals::FatalSignals(const FatalSignalParts& parts, const std::vector<Load
 FatalSignals::~FatalSignals() {
   bool all_back = true;
   for (size_t i = 0; i < kSignals.size(); ++i) {
-    struct sigaction now {};
-    ::sigaction(kSignals[i], nullptr, &now);
+    const struct sigaction now = actionOf(kSignals[i]);
     if ((now.sa_flags & SA_SIGINFO) != 0 && now.sa_sigaction == State::handle)
       ::sigaction(kSignals[i], &state_->previous[i], nullptr);
     else

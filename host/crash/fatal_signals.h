@@ -28,10 +28,11 @@ struct FatalSignalParts {
 };
 
 /// While it lives the signals are caught. One in a process at a time. A caught signal goes on to the handler that was
-/// there before, as if nobody stood in between. If that one returns to what it interrupted, or the signal was ignored
-/// before, the record is taken back; if it leaves by a jump, the record gives way to the next signal of its thread. In
-/// a child that the process forked nothing is recorded. The thread that makes it gets a stack of its own for signals,
-/// unless it has one, so that a stack that overflows on it is recorded too.
+/// there before, as if nobody stood in between. If that one returns to what it interrupted and has not given the signal
+/// to anybody else, or the signal was ignored before, the record is taken back; if it leaves by a jump, the record
+/// gives way to the next signal of its thread. In a child that the process forked nothing is recorded. The thread that
+/// makes it gets a stack of its own for signals, unless it has one, so that a stack that overflows on it is recorded
+/// too.
 class FatalSignals {
  public:
   FatalSignals(const FatalSignalParts& parts, const std::vector<LoadedModule>& modules);

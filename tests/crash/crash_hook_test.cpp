@@ -337,6 +337,69 @@ TEST_F(CrashDeathTest, ASignalThatTheHandlerBeforeMendsIsNoCrash) {
   EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGSEGV") << "the first one is not in the record";
 }
 
+TEST_F(CrashDeathTest, AHandlerBeforeThatLetsTheFaultComeAgainLeavesTheRecord) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGSEGV, [](int) { std::signal(SIGSEGV, SIG_DFL); });
+        const auto hook = install();
+        crashing::perform(crashing::readNothing);
+      },
+      KilledBySignal(SIGSEGV), "");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "mrvk SIGSEGV");
+}
+
+struct sigaction first_action;
+
+TEST_F(CrashDeathTest, AHandlerBeforeThatLeavesTheFaultToTheOneBeforeItLeavesTheRecord) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGSEGV, [](int) { ::_exit(6); });
+        struct sigaction second {};
+        second.sa_sigaction = [](int, siginfo_t*, void*) { ::sigaction(SIGSEGV, &first_action, nullptr); };
+        second.sa_flags = SA_SIGINFO;
+        ::sigaction(SIGSEGV, &second, &first_action);
+        const auto hook = install();
+        crashing::perform(crashing::readNothing);
+      },
+      ExitedWithCode(6), "");
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "mrvk SIGSEGV");
+}
+
+TEST_F(CrashDeathTest, ASignalThatAHandlerBeforeMendsIsNoCrashAlsoWhereItSetsItselfAgain) {
+  EXPECT_EXIT(
+      {
+        struct Mending {
+          static void handle(int signal) { std::signal(signal, handle); }
+        };
+        std::signal(SIGABRT, Mending::handle);
+        const auto hook = install();
+        ::raise(SIGABRT);
+        ::_exit(crash() ? 1 : 5);
+      },
+      ExitedWithCode(5), "");
+}
+
+/// Somebody who came later keeps our handler as the one before its own.
+struct sigaction ours;
+void installPassingOn() {
+  struct sigaction later {};
+  later.sa_sigaction = [](int signal, siginfo_t* info, void* context) { ours.sa_sigaction(signal, info, context); };
+  later.sa_flags = SA_SIGINFO | SA_NODEFER;
+  ::sigaction(SIGSEGV, &later, &ours);
+}
+
+TEST_F(CrashDeathTest, ASignalThatAHandlerBeforeMendsIsNoCrashAlsoWhereALaterOnePassesItOn) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGSEGV, [](int) {});
+        const auto hook = install();
+        installPassingOn();
+        ::raise(SIGSEGV);
+        ::_exit(crash() ? 1 : 5);
+      },
+      ExitedWithCode(5), "");
+}
+
 TEST_F(CrashDeathTest, ASignalThatWasIgnoredBeforeIsStillIgnoredWhenItIsSent) {
   EXPECT_EXIT(
       {
@@ -459,15 +522,6 @@ TEST_F(CrashDeathTest, ACallToWhereNoCodeIsNamesItsCaller) {
       },
       KilledBySignal(SIGSEGV), "");
   EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "mrvk SIGSEGV");
-}
-
-/// Somebody who came later keeps our handler as the one before its own.
-struct sigaction ours;
-void installPassingOn() {
-  struct sigaction later {};
-  later.sa_sigaction = [](int signal, siginfo_t* info, void* context) { ours.sa_sigaction(signal, info, context); };
-  later.sa_flags = SA_SIGINFO | SA_NODEFER;
-  ::sigaction(SIGSEGV, &later, &ours);
 }
 
 TEST_F(CrashDeathTest, TwoHandlersThatPassASignalToEachOtherEnd) {
