@@ -76,7 +76,9 @@ void Observations::exchangeDidEnd(const kit::Request& request, const kit::Exchan
               .when = parts_.clock.now(),
               .failure = {},
               .load = load,
-              .erasure = kind == RequestKind::kErasure ? ended_erasure_ : std::string()};
+              .erasure = {}};
+  if (kind == RequestKind::kErasure)
+    ended.erasure = ended_erasure_;
   if (!ended.is_accepted) {
     ended.failure.http_status = result.status_code;
     ended.failure.reason =
