@@ -21,22 +21,25 @@ ErasureHold::~ErasureHold() {
 }
 
 void ErasureHold::whenOpen(kit::Block leave) {
-  {
-    const std::scoped_lock hold(mutex_);
-    // Who comes later does not overtake.
-    if (!waiting_.empty() || !isOpen()) {
-      const uint64_t number = ++last_number_;
-      const auto timer = main_loop_.schedule(kErasureHoldSeconds, [this, number, alive = std::weak_ptr(alive_)] {
-        if (alive.lock())
-          timeIsUp(number);
-      });
-      waiting_.emplace(number, Waiting{std::move(leave), timer});
-    }
-  }
-  if (leave)
+  if (!mustWait(leave))
     return leave();
   // Whether or not its write has asked for one: a wish that could not be written is tried again.
   wish_.flushNow();
+}
+
+/// Takes it then.
+bool ErasureHold::mustWait(kit::Block& leave) {
+  const std::scoped_lock hold(mutex_);
+  // Who comes later does not overtake.
+  if (waiting_.empty() && isOpen())
+    return false;
+  const uint64_t number = ++last_number_;
+  const auto timer = main_loop_.schedule(kErasureHoldSeconds, [this, number, alive = std::weak_ptr(alive_)] {
+    if (alive.lock())
+      timeIsUp(number);
+  });
+  waiting_.emplace(number, Waiting{std::move(leave), timer});
+  return true;
 }
 
 size_t ErasureHold::waiting() const {

@@ -45,6 +45,7 @@ class ErasureHold {
     MachineLoop::TimerKey timer{};
   };
 
+  bool mustWait(kit::Block& leave);
   void open();
   void timeIsUp(uint64_t number);
 
