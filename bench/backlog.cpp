@@ -3,7 +3,7 @@
 // waits for the next trigger, which must deliver it. The host and its store are the real ones; time and network are
 // simulated, and the service takes everything at once.
 //
-// bench_backlog [EVENTS [--shuffled | --long | --kept]]: shuffled, the events' times are in no order; long, each has a
+// bench_backlog [EVENTS] [--shuffled | --long | --kept]: shuffled, the events' times are in no order; long, each has a
 // text of a thousand digits, so that batches end by their bytes; kept, the session goes on within a minute, and the
 // first batch looks for its "end".
 
@@ -18,6 +18,7 @@
 #include <string>
 #include <string_view>
 
+#include "bench/support/event_arguments.h"
 #include "bench/support/folder.h"
 #include "bench/support/run_delay.h"
 #include "host/sending/batch_limit.h"
@@ -170,6 +171,14 @@ int run(int events, std::string_view kind) {
 }  // namespace morvik::bench
 
 int main(int argc, char** argv) {
-  const int events = argc > 1 ? std::atoi(argv[1]) : morvik::bench::kEvents;
-  return morvik::bench::run(events, argc > 2 ? argv[2] : "");
+  const auto arguments =
+      morvik::bench::eventArguments(argc, argv, morvik::bench::kEvents, {"--shuffled", "--long", "--kept"});
+  if (!arguments) {
+    std::fprintf(stderr,
+                 "Usage: bench_backlog [EVENTS] [--shuffled | --long | --kept]\n"
+                 "EVENTS is a number from 1 on; without it there are %d.\n",
+                 morvik::bench::kEvents);
+    return 2;
+  }
+  return morvik::bench::run(arguments->events, arguments->kind);
 }

@@ -12,18 +12,18 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <thread>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "bench/support/batch_kit.h"
+#include "bench/support/event_arguments.h"
 
 namespace morvik::bench {
 namespace {
 
-constexpr size_t kEvents = 1'000'000;
+constexpr int kEvents = 1'000'000;
 constexpr int kMoments = 100;
 constexpr double kMaxMilliseconds = 50;
 
@@ -94,7 +94,15 @@ double longestOf(const char* what, size_t events, BatchKit::Order order) {
 
 int main(int argc, char** argv) {
   using morvik::bench::BatchKit;
-  const size_t events = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : morvik::bench::kEvents;
+  const auto arguments = morvik::bench::eventArguments(argc, argv, morvik::bench::kEvents, {});
+  if (!arguments) {
+    std::fprintf(stderr,
+                 "Usage: bench_stop [EVENTS]\n"
+                 "EVENTS is a number from 1 on; without it there are %d.\n",
+                 morvik::bench::kEvents);
+    return 2;
+  }
+  const auto events = static_cast<size_t>(arguments->events);
   const double longest = std::max(morvik::bench::longestOf("in order", events, BatchKit::Order::kByTime),
                                   morvik::bench::longestOf("shuffled", events, BatchKit::Order::kShuffled));
   const bool holds = longest <= morvik::bench::kMaxMilliseconds;
