@@ -17,8 +17,8 @@ namespace morvik::host {
 inline constexpr size_t kMaxKeyFileBytes = 65'536;
 
 struct CheckedOptions {
-  /// As given, but for an advertising identifier that counts as none, and the log level where the environment has
-  /// another.
+  /// As given, but for an advertising identifier that counts as none, the log level where the environment has another,
+  /// and paths that were relative.
   HostOptions options;
   DebugEnvironment environment;  ///< changes nothing unless the app allows it
   std::string app_key;

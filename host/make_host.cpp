@@ -405,6 +405,13 @@ void tellWarnings(const HostParts& parts) {
                        {warning});
 }
 
+/// They are looked up again and again, and the app may change its working directory.
+void makePlacesAbsolute(const MachineInputs& inputs, HostOptions& options) {
+  options.store_folder = inputs.absolutePath(options.store_folder);
+  if (!options.ca_file.empty())
+    options.ca_file = inputs.absolutePath(options.ca_file);
+}
+
 std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, std::unique_ptr<Machine> owned,
                                                            const HostOptions& options, HostOf host_of) {
   const auto life = std::make_shared<HostLife>(OwnProcess(machine.processWord()));
@@ -416,6 +423,8 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, std
     return std::move(*error);
   if (auto error = inputs->checkPlaces(options))
     return *std::move(error);
+  makePlacesAbsolute(*inputs, std::get<CheckedOptions>(checked).options);
+  const std::string store_folder = std::get<CheckedOptions>(checked).options.store_folder;
   auto made_sink = makeLogSink(machine, std::get<CheckedOptions>(checked), life->process());
   if (auto* error = std::get_if<kit::Error>(&made_sink))
     return std::move(*error);
@@ -423,7 +432,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, std
                                                 life->process());
   auto eraser_log =
       std::make_unique<StartLog>(std::get<CheckedOptions>(checked).options.log_level, *sink, "+[MorvikCore start]");
-  auto eraser = machine.makeEraser(options.store_folder, eraser_log->lines());
+  auto eraser = machine.makeEraser(store_folder, eraser_log->lines());
   if (auto error = eraser->resume())
     return *std::move(error);
   const auto parts = std::make_shared<HostParts>(life, std::get<CheckedOptions>(std::move(checked)), std::move(sink),
@@ -436,7 +445,7 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, std
     return kit::Error{parts->store->openingLine()};
   // Its last owner may have let go of it only now, in the middle of an erasing.
   if (parts->eraser->isDue())
-    return kit::Error{"the data in \"" + options.store_folder + "\" is being erased; start again"};
+    return kit::Error{"the data in \"" + store_folder + "\" is being erased; start again"};
   tellWhatTheEnvironmentChanged(*parts);
   tellWarnings(*parts);
   parts->plain_store->tellWaiting();

@@ -31,6 +31,7 @@ namespace {
 class VirtualInputs final : public host::SystemInputs {
  public:
   std::optional<kit::Error> checkPlaces(const HostOptions&) const override { return std::nullopt; }
+  std::string absolutePath(const std::string& path) const override { return path; }
 };
 
 class VirtualClock final : public host::MachineClock {

@@ -360,6 +360,9 @@ class MachineInputs {
   /// What is wrong with the places that the options name: a store folder that is no folder, a file of certificates that
   /// is not there. Looks at both, and reads neither.
   virtual std::optional<kit::Error> checkPlaces(const HostOptions& options) const = 0;
+  /// The path that leads to the same place after the app has changed its working directory; as it is where that cannot
+  /// be told. `path` is not empty.
+  virtual std::string absolutePath(const std::string& path) const = 0;
 };
 
 /// Reports crashes of the process for as long as it lives.

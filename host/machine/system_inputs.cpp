@@ -93,4 +93,10 @@ std::optional<kit::Error> SystemInputs::checkPlaces(const HostOptions& options) 
   return std::nullopt;
 }
 
+std::string SystemInputs::absolutePath(const std::string& path) const {
+  std::error_code unknown;
+  const std::filesystem::path absolute = std::filesystem::absolute(path, unknown);
+  return unknown ? path : absolute.native();
+}
+
 }  // namespace morvik::host

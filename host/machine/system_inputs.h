@@ -16,6 +16,7 @@ class SystemInputs : public MachineInputs {
   std::optional<std::string> variable(const std::string& name) const override;
   std::variant<UrlFacts, kit::Error> checkUrl(const std::string& url) const override;
   std::optional<kit::Error> checkPlaces(const HostOptions& options) const override;
+  std::string absolutePath(const std::string& path) const override;
 };
 
 }  // namespace morvik::host

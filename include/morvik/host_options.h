@@ -145,7 +145,7 @@ enum class MainQueueMode {
 
 struct HostOptions {
   /// Folder of the store; made (for this user alone) when it is missing. Required. One process at a time. A path at
-  /// which there is a file is an error.
+  /// which there is a file is an error. A relative path is resolved once, at the start.
   std::string store_folder;
 
   /// Names the app to the services. Required, not empty; letters, digits, hyphens, full stops, underscores and tildes.

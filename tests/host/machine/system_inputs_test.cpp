@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
@@ -100,6 +101,12 @@ TEST(SystemInputs, RefuseAFileOfCertificatesThatIsNotThere) {
   options.ca_file = folder / "";
   EXPECT_EQ(placesErrorOf(options), "HostOptions::ca_file: the file " + options.ca_file +
                                         " is a folder; name the file of certificates (PEM) in it.");
+}
+
+TEST(SystemInputs, TellWhereARelativePathLeads) {
+  const SystemInputs inputs;
+  EXPECT_EQ(inputs.absolutePath("/a/./b"), "/a/./b");
+  EXPECT_EQ(inputs.absolutePath("store"), std::filesystem::current_path() / "store");
 }
 
 }  // namespace
