@@ -248,7 +248,8 @@ void Host::setLogLevel(int level) {
 }
 
 void Host::perform(std::function<void()> block) {
-  post("-[MorvikCore perform]", [block = std::move(block)] { callApp(block); });
+  static constexpr const char* kOperation = "-[MorvikCore perform]";
+  guardedCall(kOperation, [&] { post(kOperation, [block = std::move(block)] { callApp(block); }); });
 }
 
 int Host::pollDescriptor() const {
