@@ -1,4 +1,5 @@
-// What an app tells Morvik Core when it starts it. Every field has a default but the store folder and the three keys.
+// The options with which an app starts Morvik Core. Every field except the store folder and the three keys has a
+// default.
 #pragma once
 
 #include <chrono>
@@ -12,19 +13,19 @@
 
 namespace morvik {
 
-/// One of the app's keys, and where it is kept. A key in a file or in the environment is read once, at the start; a
-/// command line or a source file is no place for it.
+/// One of the app's keys, and where it is kept. A key in a file or in the environment is read once, at the start. Do
+/// not keep it on a command line or in a source file.
 class Key {
  public:
   enum class Source { kUnset, kText, kFile, kEnvironment };
 
-  /// Not set: the start refuses it and says which key is missing.
+  /// Not set: the start fails and says which key is missing.
   Key() = default;
-  /// The key itself. "" is a key that is set and empty (see HostOptions::tracking_key).
+  /// The key itself. "" is a key that is set but empty (see HostOptions::tracking_key).
   Key(std::string text) : source_(Source::kText), text_(std::move(text)) {}  // NOLINT
   Key(const char* text) : Key(std::string(text)) {}                          // NOLINT
-  /// The rest of the line "NAME=" of a text file ("tracking-key=…"). Other lines, and lines that begin with '#', are of
-  /// no matter; blanks at both ends are cut; of a repeated name the last line counts.
+  /// The rest of the line "NAME=" of a text file ("tracking-key=…"). Other lines, and lines that begin with '#', are
+  /// ignored; spaces at both ends are trimmed; if a name is repeated, its last line counts.
   static Key inFile(std::string path, std::string name) { return Key(Source::kFile, std::move(name), std::move(path)); }
   /// The value of an environment variable.
   static Key inEnvironment(std::string variable) { return Key(Source::kEnvironment, std::move(variable), ""); }
@@ -43,14 +44,14 @@ class Key {
   std::string path_;
 };
 
-/// An identifier of the device, and where it comes from.
+/// An identifier of the device, and its source.
 class Identifier {
  public:
   enum class Source { kMadeAndKept, kGiven, kNone };
 
-  /// Made at the first start, kept in the store from then on.
+  /// Generated at the first start, kept in the store from then on.
   static Identifier madeAndKept() { return Identifier(Source::kMadeAndKept, ""); }
-  /// This text, at this start.
+  /// This text, for this start.
   static Identifier given(std::string text) { return Identifier(Source::kGiven, std::move(text)); }
   /// None: the user limits tracking, or the app does not want one sent.
   static Identifier none() { return Identifier(Source::kNone, ""); }
@@ -64,22 +65,20 @@ class Identifier {
   std::string text_;
 };
 
-/// What the app knows about the device and about itself. Text goes out with every payload as it stands; "" where
-/// unknown.
+/// What the app knows about the device and about itself. Texts are sent unchanged with every payload; "" if unknown.
 struct DeviceDescription {
-  std::string system_version =
-      "15.0";  ///< below 10.0 nothing asks for Search Ads details, and no install is attributed
-  /// Advertising identifier. A given one is a UUID, 8-4-4-4-12 hexadecimal digits; any other text counts as none, with
-  /// a warning, and so does the one of zeros alone, which a system gives when the user limits tracking.
+  std::string system_version = "15.0";  ///< below 10.0 no Search Ads details are requested and no install is attributed
+  /// Advertising identifier. A given one is a UUID, 8-4-4-4-12 hexadecimal digits. Any other text counts as none, with
+  /// a warning; so does the all-zero UUID, which a system returns when the user limits tracking.
   Identifier idfa = Identifier::madeAndKept();
-  /// Identifier of the install that survives nothing but the store: keyed hash (HMAC-SHA-256 with the app key) of an id
-  /// made once and kept; a given text goes out as it is.
+  /// Identifier of the install, which lives only as long as the store: keyed hash (HMAC-SHA-256 with the app key) of an
+  /// id generated once and kept. A given text is sent unchanged.
   Identifier puid = Identifier::madeAndKept();
-  /// Of the screen at start: 1 portrait, 2 upside down, 3 and 4 landscape, 0 unknown. Any other number counts as
-  /// unknown, with a warning.
+  /// Screen orientation at the start: 1 portrait, 2 upside down, 3 and 4 landscape, 0 unknown. Any other number counts
+  /// as unknown, with a warning.
   int orientation = 1;
-  /// Whether the system lets the app run in the background; nothing: it does not say. Without it no session ever ends
-  /// and no batch leaves at its end.
+  /// Whether the system lets the app run in the background; empty: the system does not say. Unless it is true, no
+  /// session ever ends and no batch is sent at its end.
   std::optional<bool> multitasking = true;
   std::string model;
   std::string language;  ///< "en"
@@ -88,17 +87,17 @@ struct DeviceDescription {
   std::string app_version_code;
   std::string package_name;
   std::string carrier;
-  /// Schemes of URLs ("https") that something on the device opens. A crash report tells from it whether the device was
-  /// broken into.
+  /// URL schemes ("https") that something on the device opens. A crash report uses them to tell whether the device is
+  /// jailbroken.
   std::vector<std::string> url_schemes;
 };
 
-/// The platform's advertising client as an app plugs its own in: three ways to ask who brought the install. An empty
-/// slot is a way that is not offered; `AdClient{}` offers none, and then, by the rules, no install is ever attributed.
-/// Slots are called on the main queue and return at once; each calls what it is handed once, on any thread.
+/// The platform's advertising client, supplied by the app: three ways to ask who brought the install. An empty slot is
+/// a way that is not offered. `AdClient{}` offers none; then, by the rules, no install is ever attributed. Slots are
+/// called on the main queue and must return at once; each calls its argument once, on any thread.
 struct AdClient {
   using Time = std::chrono::system_clock::time_point;
-  /// The details as JSON text (an object), if there are any, and the text of an error, if there was one.
+  /// The details as JSON text (an object), if any, and an error text, if there was an error.
   using AttributionDetails =
       std::function<void(std::optional<std::string> details_json, std::optional<std::string> error)>;
   using ConversionDetails = std::function<void(std::optional<Time> app_purchase, std::optional<Time> iad_impression)>;
@@ -108,8 +107,8 @@ struct AdClient {
   std::function<void(ConversionDetails)> lookupAdConversionDetails;
   std::function<void(InstallationAttribution)> determineAppInstallationAttribution;
 
-  /// The client that ships: offers the first way and answers it with neither details nor error, so that installs are
-  /// attributed where there is no advertising framework.
+  /// The default client: offers the first way and answers with neither details nor error, so that installs are
+  /// attributed even without an advertising framework.
   static AdClient withoutDetails() {
     AdClient client;
     client.requestAttributionDetails = [](const AttributionDetails& answer) { answer(std::nullopt, std::nullopt); };
@@ -119,17 +118,17 @@ struct AdClient {
 
 /// An optional module of the kit (tracking, push, ...) or the app's stand-in for one, registered under the class name
 /// by which the kit looks for it. Every slot is optional: an empty one does not respond. All are called on the main
-/// queue, but for saveCommerceEventAndSend, which a session's end calls on the background queue, and getSDKVersion.
-/// What a slot throws is caught and logged.
+/// queue, except for getSDKVersion and for saveCommerceEventAndSend, which the end of a session calls on the background
+/// queue. Exceptions from a slot are caught and logged.
 struct Module {
-  /// The version of the class, as it stands in crash reports; nothing where it has none to tell. Called on any thread,
-  /// also one that is about to die: it must not wait for anything.
+  /// The version of the class for crash reports; empty if it has none. Called on any thread, also on one that is
+  /// crashing: it must not wait for anything.
   std::function<std::optional<std::string>()> getSDKVersion;
-  /// Commerce events wait in the store ("Fendo").
+  /// Commerce events are pending in the store ("Fendo").
   std::function<void()> saveCommerceEventAndSend;
-  /// The user asked to be forgotten, or took that back ("QuintPush").
+  /// The user asked to be forgotten, or withdrew that ("QuintPush").
   std::function<void(bool enable)> setRemotePushEnable;
-  /// A re-engagement URL opened the app; its query, each key's first value ("FendoLib").
+  /// A re-engagement URL opened the app; its query, with the first value of each key ("FendoLib").
   std::function<void(const std::map<std::string, std::string>& query)> resetRetainedConversionCache;
   /// A re-engagement was accepted ("FendoLib").
   std::function<void(int64_t conversion_key)> saveRetainedConversionKey;
@@ -137,59 +136,61 @@ struct Module {
   std::function<void(const std::string& schedule_json)> didGetSchedule;
 };
 
-/// How the main queue runs, on which all work, all callbacks and all timers of the kit take place.
+/// How the main queue runs. All work, callbacks and timers of the kit run on it.
 enum class MainQueueMode {
-  kOwnThread,  ///< on a thread of the kit's own; the app does nothing
+  kOwnThread,  ///< on the kit's own thread; the app need not do anything
   kPumped,     ///< on the thread that starts the kit, from the app's own loop: see MorvikCore::dispatch()
 };
 
 struct HostOptions {
-  /// Folder of the store; made (for this user alone) when it is missing. Required. One process at a time. A path at
-  /// which there is a file is an error. A relative path is resolved once, at the start.
+  /// Folder of the store; created if missing, for this user only. Required. One process at a time. A path that names a
+  /// file is an error. A relative path is resolved once, at the start.
   std::string store_folder;
 
-  /// Names the app to the services. Required, not empty; letters, digits, hyphens, full stops, underscores and tildes.
+  /// Identifies the app to the services. Required, not empty; letters, digits, hyphens, full stops, underscores and
+  /// tildes.
   Key app_key;
-  Key hash_key;  ///< Seals what attributes the install. Required, not empty.
-  /// Seals sessions and events. Required; an empty one is allowed and means that none of these is ever sent.
+  Key hash_key;  ///< Seals the requests that attribute the install. Required, not empty.
+  /// Seals sessions and events. Required; it may be empty, and then none of these is ever sent.
   Key tracking_key;
 
-  /// Base URL of all endpoints; "": each has its default, which is reserved and reaches nobody (with a warning when
-  /// all do). A missing slash at the end is added. https, or http to this machine itself.
+  /// Base URL of all endpoints; "": each has its default, a reserved name that reaches nobody (with a warning if all
+  /// do). A missing slash at the end is added. https, or http to this machine itself.
   std::string service_url;
-  /// Base URL of single endpoints, by the name of their constant; wins over `service_url`: kFendoTrackingBaseLiveUrl,
-  /// kFendoConversionBaseLiveUrl, kFendoCampaignBaseLiveUrl, kCommerceBaseLiveUrl, kCrashReportBaseLiveUrl,
-  /// kGdprReqUrl, KAppConfigBaseLiveUrl.
+  /// Base URLs of single endpoints, by the name of their constant; they override `service_url`:
+  /// kFendoTrackingBaseLiveUrl, kFendoConversionBaseLiveUrl, kFendoCampaignBaseLiveUrl, kCommerceBaseLiveUrl,
+  /// kCrashReportBaseLiveUrl, kGdprReqUrl, KAppConfigBaseLiveUrl.
   std::map<std::string, std::string> endpoints;
-  /// File of certificates (PEM) to trust in place of the system's; "": the system's. It has to be there at the start,
-  /// and is read at the first upload.
+  /// File of certificates (PEM) to trust instead of the system's; "": the system's. It must exist at the start, and is
+  /// read at the first upload.
   std::string ca_file;
 
   /// 0 off, 1 critical, 2 error, 3 warning, 4 info, 5 debug, 6 trace.
   int log_level = 2;
-  /// Takes the log, a message a call, without a line feed at its end; a message may hold line breaks. Empty: standard
-  /// error. On any thread, one call at a time; must not call the kit nor throw. The text is valid during the call.
-  /// Lines about what the app records, hands over or posts come from the main queue, after the call that caused them.
-  /// Not called in a forked child, whose one line goes to standard error.
+  /// Receives the log, one message per call, without a line feed at its end; a message may contain line breaks. Empty:
+  /// standard error. Called on any thread, one call at a time; must not call the kit nor throw. The text is valid
+  /// during the call. Lines about what the app records, hands over or posts come from the main queue, after the call
+  /// that caused them. Not called in a forked child, whose only line goes to standard error.
   std::function<void(std::string_view line)> log_sink;
 
   DeviceDescription device;
   AdClient ad_client = AdClient::withoutDetails();
-  /// Whether uncaught exceptions and fatal signals of the process become crash reports, as far as they concern the kit.
-  /// Off unless asked for: such handlers belong to the whole process. See docs/crash.md.
+  /// Whether uncaught exceptions and fatal signals of the process become crash reports, if they concern the kit. Off by
+  /// default, since such handlers affect the whole process. See docs/crash.md.
   bool report_crashes = false;
   std::map<std::string, Module> modules;  ///< by class name
   /// A URL that opened the app before the kit was started; "": none. Kept in the store and handled at the end of the
-  /// next session start. URLs that come later go to MorvikCore::passOpenURL().
+  /// next session start. Later URLs go to MorvikCore::passOpenURL().
   std::string opened_url;
   MainQueueMode main_queue = MainQueueMode::kOwnThread;
-  /// Whether anything may be sent from the start on; false, say, until the user has consented. Everything is recorded
-  /// all the same. See MorvikCore::setSendingEnabled().
+  /// Whether anything may be sent from the start on; false, for example, until the user has consented. Everything is
+  /// recorded in either case. See MorvikCore::setSendingEnabled().
   bool sending = true;
-  /// Whether the environment may change log level, log file and service, for debugging, read once, at the start:
-  /// MORVIK_LOG_LEVEL; MORVIK_LOG_FILE, to which lines are appended in place of `log_sink`; MORVIK_SERVICE_URL, in
-  /// place of `service_url` and `endpoints`. A line says what it changed; empty ones change nothing, and wrong ones
-  /// make the start fail. Not for what you ship: whoever can set a variable could send the app's events elsewhere.
+  /// Whether the environment may change log level, log file and service, for debugging. It is read once, at the start:
+  /// MORVIK_LOG_LEVEL; MORVIK_LOG_FILE, to which lines are appended instead of passing them to `log_sink`;
+  /// MORVIK_SERVICE_URL, instead of `service_url` and `endpoints`. A log line says what was changed. Empty variables
+  /// change nothing, and invalid ones make the start fail. Not for release builds: whoever can set a variable could
+  /// send the app's events elsewhere.
   bool allow_environment = false;
 };
 

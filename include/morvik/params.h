@@ -18,14 +18,14 @@ namespace detail {
 class ParamTree;
 }
 
-/// A longer text is too large.
+/// A longer JSON text is too large.
 inline constexpr size_t kMaxParamsBytes = size_t{1} << 20;
-/// Objects and lists may nest so deep, the outermost counted.
+/// How deep objects and lists may nest, including the outermost.
 inline constexpr size_t kMaxParamsDepth = 512;
 
 namespace detail {
 
-/// Whole numbers of every width; neither bool nor a character.
+/// Integers of every width; neither bool nor a character type.
 template <class T>
 concept ParamInteger = std::integral<T> && sizeof(T) <= sizeof(int64_t) && !std::same_as<T, bool> &&
                        !std::same_as<T, char> && !std::same_as<T, wchar_t> && !std::same_as<T, char8_t> &&
@@ -33,9 +33,9 @@ concept ParamInteger = std::integral<T> && sizeof(T) <= sizeof(int64_t) && !std:
 
 }  // namespace detail
 
-/// What Params::set() and ParamList::add() take: nullptr, a bool, a whole number of any width, a floating-point number,
-/// text, an object or a list. A view, made in the call and gone after it; nothing else converts to it, so that neither
-/// a pointer becomes `true` nor a character a number.
+/// What Params::set() and ParamList::add() accept: nullptr, a bool, an integer of any width, a floating-point number,
+/// text, an object or a list. A view that lives only during the call. Nothing else converts to it, so that neither a
+/// pointer becomes `true` nor a character a number.
 class ParamValue {
  public:
   ParamValue(std::nullptr_t) : value_(nullptr) {}  // NOLINT(google-explicit-constructor): of all below, too
@@ -66,7 +66,7 @@ class ParamValue {
 
 namespace detail {
 
-/// What stands behind both; a copy is its own.
+/// The implementation of both; copies are independent.
 class ParamTree {
  public:
   ParamTree() noexcept;
@@ -86,7 +86,7 @@ class ParamTree {
   struct Held;
   struct Content;
   Content& content() const;
-  mutable std::unique_ptr<Content> content_;  ///< made when it is needed first
+  mutable std::unique_ptr<Content> content_;  ///< created when first needed
 };
 
 }  // namespace detail
@@ -95,11 +95,11 @@ class ParamTree {
 ///
 ///   core->addActivity("shop", "purchase", morvik::Params().set("price", 9.99).set("currency", "EUR"));
 ///
-/// Names keep the order in which they came; of a repeated name the last value stands, in its first place. A float is
-/// written with its own digits (0.1f is 0.1); NaN and infinity become null. Bytes that are not UTF-8 become U+FFFD, in
-/// names too. What grows over kMaxParamsBytes or nests deeper than kMaxParamsDepth is too large from then on: it lets
-/// go of what it holds and takes nothing more. A plain value, for one thread at a time; what was moved from is empty.
-/// Nothing here throws but for want of memory.
+/// Names keep their order of insertion; setting a name again replaces its value in place. A float is written with its
+/// own digits (0.1f is 0.1); NaN and infinity become null. Bytes that are not UTF-8 become U+FFFD, in names too. An
+/// object that grows over kMaxParamsBytes or nests deeper than kMaxParamsDepth is too large from then on: it drops its
+/// content and accepts nothing more. A plain value, for one thread at a time; a moved-from object is empty. Throws only
+/// if memory runs out.
 class Params {
  public:
   Params& set(std::string_view name, ParamValue value) {
@@ -108,11 +108,11 @@ class Params {
   }
 
   bool isTooLarge() const { return tree_.isTooLarge(); }
-  /// Compact JSON; "{}" when nothing was set, "" when it is too large.
+  /// Compact JSON; "{}" if nothing was set, "" if it is too large.
   std::string text() const { return tree_.text(); }
-  /// The same where a text is taken, such as addActivity(): valid until the next set() and as long as this object
-  /// lives. What is too large stands for a text that is too long for an event, so that the event is refused and not
-  /// recorded without its parameter.
+  /// The same for functions that take text, such as addActivity(): valid until the next set() and as long as this
+  /// object lives. An object that is too large converts to a text too long for an event, so that the event is refused
+  /// instead of recorded without its parameter.
   operator std::string_view() const { return tree_.keptText(); }  // NOLINT
 
  private:
@@ -120,7 +120,8 @@ class Params {
   detail::ParamTree tree_;
 };
 
-/// A list within Params: the same values, in order. Too large as Params are, and then so is what it is put into.
+/// A list within Params: the same values, in order. It can become too large like Params, and then so does whatever it
+/// is put into.
 class ParamList {
  public:
   ParamList& add(ParamValue value) {

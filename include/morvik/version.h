@@ -5,7 +5,7 @@
 
 namespace morvik {
 
-/// Version of the kit this header belongs to, as it is sent to the services and stands in the start-up log line.
+/// Version of the kit that this header belongs to, as sent to the services and logged at start-up.
 inline constexpr std::string_view kVersion = "0.1.0";
 
 }  // namespace morvik
