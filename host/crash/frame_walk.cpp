@@ -54,7 +54,7 @@ bool CodeRanges::hold(uint64_t address) const {
 }
 
 bool SafeReader::open() {
-  const StandardStreamsTaken taken;
+  fillClosedStandardStreams();
   int ends[2] = {-1, -1};
   if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
     return false;

@@ -3,16 +3,11 @@
 
 namespace morvik::host {
 
-/// As long as one lives, no descriptor that this process opens becomes one of the three of the standard streams, into
-/// which others write: those that the app has closed are taken. Reading and writing fail there as they did before, and
-/// what the app opens there meanwhile stays. Where files are opened by name, openFile() does. Any thread, several at
-/// once; asks the kernel alone, and allocates nothing.
-class StandardStreamsTaken {
- public:
-  StandardStreamsTaken();
-  ~StandardStreamsTaken();
-  StandardStreamsTaken(const StandardStreamsTaken&) = delete;
-  StandardStreamsTaken& operator=(const StandardStreamsTaken&) = delete;
-};
+/// Opens "/dev/null", for reading alone, in the place of each of the three standard streams that the app has closed,
+/// and leaves it there, as an opened store does: no descriptor that a library opens next becomes one of those into
+/// which others write, and writing there fails as before. It is never closed, since what stands there by then may be
+/// the app's own. Where files are opened by name, openFile() does. Any thread, several at once, and in a forked child;
+/// asks the kernel alone, takes no lock, and allocates nothing.
+void fillClosedStandardStreams();
 
 }  // namespace morvik::host

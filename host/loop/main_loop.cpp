@@ -70,7 +70,7 @@ struct MainLoop::Engine {
 
   /// libuv ends the process when it is to close a descriptor of its own in the place of a standard stream.
   std::optional<kit::Error> open(MainLoop* owner) {
-    const StandardStreamsTaken taken;
+    fillClosedStandardStreams();
     if (const int code = findDescriptors(); code != 0)
       return engineError("event loop", code);
     if (const int code = uv_loop_init(&loop); code != 0)

@@ -108,13 +108,13 @@ void CurlLoop::run() {
 
 /// Connections and look-ups are begun here.
 void CurlLoop::perform() {
-  const StandardStreamsTaken taken;
+  fillClosedStandardStreams();
   int still_running = 0;
   curl_multi_perform(multi_.get(), &still_running);
 }
 
 bool CurlLoop::openCurl() {
-  const StandardStreamsTaken taken;
+  fillClosedStandardStreams();
   if (!initializeCurl())
     return false;
   sessions_.reset(curl_share_init());

@@ -4,9 +4,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <filesystem>
 #include <functional>
-#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
 
 #include "tests/support/child.h"
 
@@ -16,13 +20,21 @@ namespace {
 constexpr int kFine = 3;
 constexpr const char* kNowhere = "/dev/null";
 
-bool isClosed(int descriptor) {
-  return ::fcntl(descriptor, F_GETFD) < 0;
+std::string fileOf(int descriptor) {
+  std::error_code ignored;
+  return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), ignored);
 }
 
 /// As printf() meets it.
 bool canBeWritten(int descriptor) {
   return ::write(descriptor, "text", 4) == 4;
+}
+
+/// The kernel refuses for as long as another thread is about to open something there.
+void moveToOutput(int descriptor) {
+  while (::dup2(descriptor, STDOUT_FILENO) < 0 && errno == EBUSY) {
+  }
+  ::close(descriptor);
 }
 
 /// In a process of its own: what it answers while standard output and standard error are closed.
@@ -35,53 +47,67 @@ int withoutOutput(const std::function<int()>& act) {
       .status();
 }
 
-TEST(StandardStreamsTaken, LeavesThemToNobodyAndThenClosedAgain) {
+TEST(ClosedStandardStreams, AreLeftToNobodyFromThenOn) {
   EXPECT_EQ(withoutOutput([] {
-              {
-                const StandardStreamsTaken taken;
-                const int opened = ::open(kNowhere, O_WRONLY);
-                if (opened <= STDERR_FILENO || canBeWritten(STDOUT_FILENO) || errno != EBADF)
-                  return 1;
-              }
-              return isClosed(STDOUT_FILENO) && isClosed(STDERR_FILENO) ? kFine : 2;
+              fillClosedStandardStreams();
+              const int opened = ::open(kNowhere, O_WRONLY);
+              return opened > STDERR_FILENO && fileOf(STDOUT_FILENO) == kNowhere && fileOf(STDERR_FILENO) == kNowhere
+                         ? kFine
+                         : 1;
             }),
             kFine);
 }
 
-TEST(StandardStreamsTaken, LastsUntilTheLastOneGoes) {
+TEST(ClosedStandardStreams, CannotBeWrittenThoughTheyAreFilled) {
   EXPECT_EQ(withoutOutput([] {
-              std::optional<StandardStreamsTaken> first(std::in_place);
-              {
-                const StandardStreamsTaken second;
-                first.reset();
-                if (isClosed(STDOUT_FILENO))
-                  return 1;
-              }
-              return isClosed(STDOUT_FILENO) ? kFine : 2;
+              fillClosedStandardStreams();
+              return !canBeWritten(STDOUT_FILENO) && errno == EBADF ? kFine : 1;
             }),
             kFine);
 }
 
-TEST(StandardStreamsTaken, LeavesWhatTheAppHasOpenedThereMeanwhile) {
-  EXPECT_EQ(withoutOutput([] {
-              {
-                const StandardStreamsTaken taken;
-                const int opened = ::open(kNowhere, O_WRONLY);
-                ::dup2(opened, STDOUT_FILENO);
-              }
-              return canBeWritten(STDOUT_FILENO) && isClosed(STDERR_FILENO) ? kFine : 1;
-            }),
-            kFine);
+TEST(ClosedStandardStreams, HaveNothingToReadWhenTheyAreFilled) {
+  test::Child child([] {
+    ::close(STDIN_FILENO);
+    fillClosedStandardStreams();
+    char byte = 0;
+    return ::read(STDIN_FILENO, &byte, 1) == 0 ? kFine : 1;
+  });
+  EXPECT_EQ(child.status(), kFine);
 }
 
-TEST(StandardStreamsTaken, TouchesNoneThatAreOpen) {
+TEST(ClosedStandardStreams, AreNotTouchedOnceTheAppHasOpenedThem) {
   test::Child child([] {
     ::close(STDERR_FILENO);
     const int own = ::open(kNowhere, O_WRONLY);
     if (own != STDERR_FILENO)
       return 1;
-    { const StandardStreamsTaken taken; }
+    fillClosedStandardStreams();
     return canBeWritten(STDERR_FILENO) ? kFine : 2;
+  });
+  EXPECT_EQ(child.status(), kFine);
+}
+
+TEST(ClosedStandardStreams, KeepWhatTheAppPutsThereWhileTheyAreFilled) {
+  constexpr int kTries = 10'000;
+  test::Child child([] {
+    ::close(STDOUT_FILENO);
+    std::atomic<bool> is_over = false;
+    std::thread filling([&is_over] {
+      while (!is_over)
+        fillClosedStandardStreams();
+    });
+    bool is_lost = false;
+    for (int i = 0; i < kTries && !is_lost; ++i) {
+      ::close(STDOUT_FILENO);
+      const int own = ::open("/", O_PATH);
+      if (own != STDOUT_FILENO)
+        moveToOutput(own);
+      is_lost = fileOf(STDOUT_FILENO) != "/";
+    }
+    is_over = true;
+    filling.join();
+    return is_lost ? 1 : kFine;
   });
   EXPECT_EQ(child.status(), kFine);
 }

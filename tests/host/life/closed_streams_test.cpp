@@ -25,13 +25,12 @@ void closeThem() {
     ::close(stream);
 }
 
-/// A socket, a pipe, or a descriptor of the kernel's own. A store that is opened leaves "/dev/null" in their place, and
-/// a thread of the kit's that has a library open something names "/" there for that time: nobody can write into that.
+/// A socket, a pipe, or a descriptor of the kernel's own: anything but the "/dev/null" that the kit leaves there.
 bool isAnyInUse() {
   for (const int stream : kStandardStreams) {
     std::error_code ignored;
     const std::string file = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(stream), ignored);
-    if (!file.empty() && file != "/dev/null" && file != "/")
+    if (!file.empty() && file != "/dev/null")
       return true;
   }
   return false;
