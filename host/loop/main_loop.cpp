@@ -180,7 +180,7 @@ bool MainLoop::drainHere(std::chrono::steady_clock::time_point deadline) {
   if (!isOpen())
     return false;
   kit::Block block;
-  size_t left = collectDue();
+  size_t left = beginRound();
   while (left > 0 && std::chrono::steady_clock::now() < deadline && takeNext(block)) {
     runTurn(std::move(block));
     --left;
@@ -347,20 +347,18 @@ void MainLoop::pumpFor(double max_seconds, const std::function<bool()>& is_done)
   using std::chrono::steady_clock;
   using Seconds = std::chrono::duration<double>;
   const auto time = Seconds(std::clamp(max_seconds, 0.0, kMaxDelaySeconds));
-  const auto until = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(time);
-  while (canPump() && isOpen() && !is_done()) {
-    const Seconds left = until - steady_clock::now();
-    if (left.count() <= 0)
-      return;
-    pumps_until_ = until;
-    pumpOnce(left.count());
-    pumps_until_.reset();
+  const Pump pump{.until = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(time),
+                  .is_done = is_done};
+  while (canPump() && isOpen() && pump.goesOn()) {
+    pump_ = &pump;
+    pumpOnce(Seconds(pump.until - steady_clock::now()).count());
+    pump_ = nullptr;
   }
 }
 
 void MainLoop::pumpOnce(double max_seconds) {
   const int loop_milliseconds = pollTimeoutMilliseconds();
-  const double longest = std::min(max_seconds * 1e3, static_cast<double>(kMaxPollMilliseconds));
+  const double longest = std::clamp(max_seconds * 1e3, 0.0, static_cast<double>(kMaxPollMilliseconds));
   const int own_milliseconds = static_cast<int>(std::ceil(longest));
   pollfd polled{.fd = pollDescriptor(), .events = POLLIN, .revents = 0};
   // Interrupted by a signal, it has nothing to dispatch, and the caller asks again.
@@ -415,29 +413,37 @@ void MainLoop::wakeLocked() {
 // that feeds itself cannot keep the app's own loop waiting.
 void MainLoop::serve() {
   kit::Block block;
-  for (size_t left = collectDue(); left > 0 && mayBeginATurn() && takeNext(block); --left)
+  for (size_t left = beginRound(); left > 0 && mayBeginATurn() && takeNext(block); --left)
     runTurn(std::move(block));
   goToRest();
 }
 
 bool MainLoop::mayBeginATurn() const {
-  return !pumps_until_ || std::chrono::steady_clock::now() < *pumps_until_;
+  return pump_ == nullptr || pump_->goesOn();
 }
 
-size_t MainLoop::collectDue() {
-  const uint64_t now = uv_hrtime();
+size_t MainLoop::beginRound() {
   const std::scoped_lock hold(mutex_);
   awake_ = true;
+  collectDueLocked();
+  return ready_.size();
+}
+
+/// Before each turn: a timer has its place behind what came before it was due, and before what comes later.
+void MainLoop::collectDueLocked() {
+  const uint64_t now = uv_hrtime();
   while (!timers_.empty() && timers_.begin()->first.first <= now) {
     ready_.push_back(std::move(timers_.begin()->second.block));
     timers_.erase(timers_.begin());
   }
-  return ready_.size();
 }
 
 bool MainLoop::takeNext(kit::Block& block) {
   const std::scoped_lock hold(mutex_);
-  if (stopping_ || ready_.empty() || !process_.isHere())
+  if (stopping_ || !process_.isHere())
+    return false;
+  collectDueLocked();
+  if (ready_.empty())
     return false;
   block = std::move(ready_.front());
   ready_.pop_front();

@@ -72,6 +72,12 @@ class MainLoop final : public MachineLoop {
     kit::Block block;
     enum class Kind { kShort, kLonger, kOfHost } kind;
   };
+  /// A pumpFor() that runs.
+  struct Pump {
+    std::chrono::steady_clock::time_point until;
+    const std::function<bool()>& is_done;
+    bool goesOn() const { return std::chrono::steady_clock::now() < until && !is_done(); }
+  };
 
   TimerKey addTimer(double delay_seconds, kit::Block block, Timer::Kind kind);
   std::optional<kit::Error> startOwnThread();
@@ -79,7 +85,8 @@ class MainLoop final : public MachineLoop {
   void pumpOnce(double max_seconds);
   bool mayBeginATurn() const;
   void serve();
-  size_t collectDue();
+  size_t beginRound();
+  void collectDueLocked();
   bool takeNext(kit::Block& block);
   void goToRest();
   bool drainHere(std::chrono::steady_clock::time_point deadline);
@@ -95,7 +102,7 @@ class MainLoop final : public MachineLoop {
   std::atomic<std::thread::id> main_thread_{};
   // Touched on the main thread alone.
   bool in_turn_ = false;
-  std::optional<std::chrono::steady_clock::time_point> pumps_until_;
+  const Pump* pump_ = nullptr;
   std::vector<kit::Block> after_turn_;
 
   mutable std::mutex mutex_;

@@ -135,15 +135,15 @@ class MorvikCore {
 
   /// Like pushTracking(), for the activities and impressions recorded so far, and reports the outcome: `done` is called
   /// once, on the main queue, when all of them are delivered, when it is clear that they will not be delivered now, or
-  /// when `timeout` has passed since the call; at the latest before stop() returns. Delivered means that the service
-  /// has accepted them. A record that the answer to another batch removed from the store waits for the answer to its
-  /// own batch (FlushResult). Nothing counts as delivered while the store could not be opened. `done` may be empty. If
-  /// there is nothing to wait for, it is called on the calling thread, before flush() returns: kTooMany if kMaxFlushes
-  /// are already pending, kStopped once the end of the kit has begun, kOutOfMemory if memory runs out. If the main
-  /// queue does not respond to a stop within two seconds, the stopping thread calls it, with kStopped. From within a
-  /// `done`, on any thread, stop() does nothing, and a further flush is answered in a later turn, or, once the end of
-  /// the kit has begun, not at all. `done` is not called in a forked child, nor if the kit is destroyed within a
-  /// callback.
+  /// when `timeout` has passed since the call and what was posted by then has run; at the latest before stop() returns.
+  /// Delivered means that the service has accepted them. A record that the answer to another batch removed from the
+  /// store waits for the answer to its own batch (FlushResult). Nothing counts as delivered while the store could not
+  /// be opened. `done` may be empty. If there is nothing to wait for, it is called on the calling thread, before
+  /// flush() returns: kTooMany if kMaxFlushes are already pending, kStopped once the end of the kit has begun,
+  /// kOutOfMemory if memory runs out. If the main queue does not respond to a stop within two seconds, the stopping
+  /// thread calls it, with kStopped. From within a `done`, on any thread, stop() does nothing, and a further flush is
+  /// answered in a later turn, or, once the end of the kit has begun, not at all. `done` is not called in a forked
+  /// child, nor if the kit is destroyed within a callback.
   virtual void flush(std::function<void(const FlushResult&)> done, std::chrono::milliseconds timeout) = 0;
   /// A blocking flush(), for tools and tests, not for an app's user interface. On the pumping thread it pumps. Returns
   /// within `timeout`; only a turn that is then running there, such as a callback of the app, may delay it. Inside a

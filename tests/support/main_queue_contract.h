@@ -125,6 +125,19 @@ TYPED_TEST_P(MainQueueContract, RunsABlockWithoutDelayInALaterTurn) {
   EXPECT_EQ(this->seen.all(), (std::vector<std::string>{"outer", "after nothing"}));
 }
 
+TYPED_TEST_P(MainQueueContract, RunsADelayedBlockBehindThoseThatCameBeforeItWasDueAndBeforeThoseThatComeLater) {
+  this->rig.mainQueue().async([this] {
+    this->rig.mainQueue().after(0, [this] { this->seen.note("delayed"); });
+    this->seen.note("first");
+  });
+  this->rig.mainQueue().async([this] {
+    this->rig.mainQueue().async([this] { this->seen.note("later"); });
+    this->seen.note("before");
+  });
+  ASSERT_TRUE(this->runUntilSeen(4));
+  EXPECT_EQ(this->seen.all(), (std::vector<std::string>{"first", "before", "delayed", "later"}));
+}
+
 TYPED_TEST_P(MainQueueContract, TakesBlocksFromManyThreadsAndKeepsTheOrderOfEach) {
   constexpr int kThreads = 4;
   constexpr int kBlocks = 250;
@@ -231,14 +244,13 @@ TYPED_TEST_P(MainQueueContract, IgnoresTheEndOfAnUnknownTask) {
   ASSERT_TRUE(this->runWhatWaits());
 }
 
-REGISTER_TYPED_TEST_SUITE_P(MainQueueContract, RunsBlocksInTheOrderInWhichTheyCame,
-                            RunsABlockThatABlockMadeInALaterTurnBehindThoseThatWaited,
-                            RunsADelayedBlockNotBeforeItsTime, RunsDelayedBlocksByTheirTimeAndEqualOnesInOrder,
-                            RunsABlockWithoutDelayInALaterTurn, TakesBlocksFromManyThreadsAndKeepsTheOrderOfEach,
-                            GoesOnAfterABlockThatThrows, RunsBackgroundBlocksInOrderAndNeverInsideTheTurnThatMadeThem,
-                            CarriesABlockFromTheBackgroundBackToTheMainQueue,
-                            GivesEachBackgroundTaskAnIdentifierOfItsOwn,
-                            CallsTheExpirationHandlerOfATaskThatIsNotEndedOnce,
-                            NeverCallsTheExpirationHandlerOfATaskThatWasEnded, IgnoresTheEndOfAnUnknownTask);
+REGISTER_TYPED_TEST_SUITE_P(
+    MainQueueContract, RunsBlocksInTheOrderInWhichTheyCame, RunsABlockThatABlockMadeInALaterTurnBehindThoseThatWaited,
+    RunsADelayedBlockNotBeforeItsTime, RunsDelayedBlocksByTheirTimeAndEqualOnesInOrder,
+    RunsABlockWithoutDelayInALaterTurn, RunsADelayedBlockBehindThoseThatCameBeforeItWasDueAndBeforeThoseThatComeLater,
+    TakesBlocksFromManyThreadsAndKeepsTheOrderOfEach, GoesOnAfterABlockThatThrows,
+    RunsBackgroundBlocksInOrderAndNeverInsideTheTurnThatMadeThem, CarriesABlockFromTheBackgroundBackToTheMainQueue,
+    GivesEachBackgroundTaskAnIdentifierOfItsOwn, CallsTheExpirationHandlerOfATaskThatIsNotEndedOnce,
+    NeverCallsTheExpirationHandlerOfATaskThatWasEnded, IgnoresTheEndOfAnUnknownTask);
 
 }  // namespace morvik::test

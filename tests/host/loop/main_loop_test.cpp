@@ -357,6 +357,16 @@ TEST(PumpedLoop, PumpsNoTurnThatIsDueOnceTheTimeIsUp) {
   EXPECT_TRUE(rig.runUntil([&turns] { return turns == 3; })) << "the others run later";
 }
 
+TEST(PumpedLoop, PumpsNoTurnThatIsDueOnceItIsDone) {
+  PumpedRig rig;
+  int turns = 0;
+  for (int turn = 0; turn < 3; ++turn)
+    rig.loop.async([&turns] { ++turns; });
+  rig.loop.pumpFor(60, [&turns] { return turns == 1; });
+  EXPECT_EQ(turns, 1);
+  EXPECT_TRUE(rig.runUntil([&turns] { return turns == 3; })) << "the others run later";
+}
+
 TEST(OwnThreadLoop, RunsABlockWithinItsTimeAndReturnsWhenItIsDone) {
   OwnThreadRig rig;
   EXPECT_FALSE(rig.loop.canPump());
