@@ -219,7 +219,8 @@ void HostEnding::close(steady_clock::time_point begun, const std::function<void(
     return;  // a child that was forked by what ran here: all that is to be closed is its parent's
   parts_->life->beginToEnd();
   parts_->shared_state.stop_request.make();
-  const auto deadline = begun + kStopTime;
+  const auto closed_by = begun + kClosingTime;
+  const auto deadline = closed_by + kLastLinesTime;
   const auto handlers = last ? Closing::Handlers::kDropped : Closing::Handlers::kRun;
   const auto closing = std::make_shared<Closing>(parts_, begun + kDrainTime, handlers);
   if (parts_->main_loop->isMainThread()) {
@@ -243,11 +244,11 @@ void HostEnding::close(steady_clock::time_point begun, const std::function<void(
       parts_->flushes.endRest();
     return finish(true, deadline, statusOf(*parts_), last);
   }
-  closing->waitUntilQueuesAreClosed(deadline);
+  closing->waitUntilQueuesAreClosed(closed_by);
   // Its signal stack belongs to this thread, its file to whoever has the store.
   parts_->crash_hook.reset();
   closing->letStoreClose();
-  const bool is_closed = closing->waitUntilDone(deadline);
+  const bool is_closed = closing->waitUntilDone(closed_by);
   if (is_closed)
     closer->join();
   else
@@ -365,7 +366,7 @@ void HostEnding::leave() {
     if (is_first)
       stage_ = Stage::kStopping;
   }
-  const auto deadline = parts_->clock->steadyNow() + kStopTime;
+  const auto closed_by = parts_->clock->steadyNow() + kClosingTime;
   keepForGood(parts_);
   parts_->log_sink->waitUntil(parts_->clock->steadyNow());
   parts_->life->beginToEnd();
@@ -374,12 +375,14 @@ void HostEnding::leave() {
   parts_->main_loop->cease();
   parts_->background->cease();
   parts_->transport->shutdown();
-  leaveQueues(deadline, is_first);
+  leaveQueues(closed_by, is_first);
   if (!parts_->life->isInLogSink())
     parts_->store->commitTurn();
   // Otherwise somebody who stops the host waits for this very callback, and finishes it.
-  if (is_first)
-    finish(false, parts_->life->isInLogSink() ? parts_->clock->steadyNow() : deadline, statusPastTheStore(*parts_));
+  if (!is_first)
+    return;
+  const auto deadline = parts_->life->isInLogSink() ? parts_->clock->steadyNow() : closed_by + kLastLinesTime;
+  finish(false, deadline, statusPastTheStore(*parts_));
 }
 
 /// Waits for the queues, but for the one whose block this is. Whoever stops the host already joins their threads; where

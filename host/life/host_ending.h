@@ -17,10 +17,13 @@ class OwnProcess;
 
 /// stop() takes at most this long, but for a function of the app's that runs on the stopping thread itself.
 inline constexpr std::chrono::milliseconds kStopTime{2000};
-/// Of that, what was posted before has so long to run; the rest is for closing.
+/// Of that, what was posted before has so long to run,
 inline constexpr std::chrono::milliseconds kDrainTime{1500};
-/// So long the last lines of the log have at least, beyond kStopTime if that is over.
+/// and until then all is to be closed; what is not ends by itself.
+inline constexpr std::chrono::milliseconds kClosingTime{1800};
+/// Behind that, so long the last lines of the log have at least.
 inline constexpr std::chrono::milliseconds kLastLinesTime{100};
+static_assert(kClosingTime + kLastLinesTime < kStopTime, "there is to be time to spare");
 /// Of kDrainTime, so long what waits on the background queue.
 inline constexpr std::chrono::milliseconds kBackgroundDrainTime{500};
 
