@@ -20,9 +20,9 @@ inline constexpr std::chrono::milliseconds kStopTime{2000};
 /// Of that, what was posted before has so long to run,
 inline constexpr std::chrono::milliseconds kDrainTime{1500};
 /// and until then all is to be closed; what is not ends by itself.
-inline constexpr std::chrono::milliseconds kClosingTime{1800};
+inline constexpr std::chrono::milliseconds kClosingTime{1700};
 /// Behind that, so long the last lines of the log have at least.
-inline constexpr std::chrono::milliseconds kLastLinesTime{100};
+inline constexpr std::chrono::milliseconds kLastLinesTime{200};
 static_assert(kClosingTime + kLastLinesTime < kStopTime, "there is to be time to spare");
 /// Of kDrainTime, so long what waits on the background queue.
 inline constexpr std::chrono::milliseconds kBackgroundDrainTime{500};
