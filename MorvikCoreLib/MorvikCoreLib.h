@@ -428,6 +428,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   SentDemos demosOfThisMoment() const;
   void sendDemos(const kit::Value& parameters, const SentDemos& sent);
   void demosWereAccepted(const SentDemos& sent);
+  void deleteSentDemos(const SentDemos& sent);
 
   // Commerce.
   void reportCommerceClick(const kit::Value& query, const OpeningMoment& moment);

@@ -116,10 +116,18 @@ void MorvikCoreLib::sendDemos(const Value& parameters, const SentDemos& sent) {
       {.when_held = kit::WhenHeld::kEnds});
 }
 
-/// Of a store that came to light meanwhile what was not sent stays pending.
+/// Of a store that came to light meanwhile what was not sent stays pending. In one step: none comes to light in
+/// between.
 void MorvikCoreLib::demosWereAccepted(const SentDemos& sent) {
-  if (sent.stores_known == stores_brought_)
-    return deleteDemos();
+  store().inOneStep([this, &sent] {
+    if (sent.stores_known == stores_brought_)
+      deleteDemos();
+    else
+      deleteSentDemos(sent);
+  });
+}
+
+void MorvikCoreLib::deleteSentDemos(const SentDemos& sent) {
   const kit::Array demos = sent.demos.array();
   const auto is_sent = [&demos](const char* key, const Value& value) {
     return std::find(demos.begin(), demos.end(), demo(key, value)) != demos.end();

@@ -34,19 +34,19 @@ class MeddledServices final : public testing::FakeServices {
   kit::Block after_sealing;
 };
 
-/// Another thread's commit brings the store to light once the launch counter was read: under the house lock, so where
-/// that is taken it does not come.
+/// Another thread does something once a value was read or set: under a lock, so where that is taken it does not come.
 class MeddledStore final : public kit::KeyValueStore {
  public:
-  MeddledStore(kit::KeyValueStore& store, kit::HouseLock& lock) : store_(store), lock_(lock) {}
+  explicit MeddledStore(kit::KeyValueStore& store) : store_(store) {}
   Value get(std::string_view key) const override {
     const Value read = store_.get(key);
-    const std::unique_lock hold(lock_.mutex, std::try_to_lock);
-    if (key == kLaunchCounter && hold.owns_lock() && !std::exchange(has_come_to_light, true))
-      store_.set(key, 3);
+    afterCallOf(key);
     return read;
   }
-  void set(std::string_view key, Value value) override { store_.set(key, std::move(value)); }
+  void set(std::string_view key, Value value) override {
+    store_.set(key, std::move(value));
+    afterCallOf(key);
+  }
   void append(std::string_view key, Value element) override { store_.append(key, std::move(element)); }
   void replace(std::string_view key, const Value& before, Value after) override {
     store_.replace(key, before, std::move(after));
@@ -56,11 +56,30 @@ class MeddledStore final : public kit::KeyValueStore {
   bool trySetAndSynchronize(std::string_view key, Value value) override {
     return store_.trySetAndSynchronize(key, std::move(value));
   }
-  mutable bool has_come_to_light = false;
+  /// With the next call for this value, if the lock is free then.
+  void meddle(std::string_view key, kit::Mutex& lock, kit::Block act) {
+    key_ = key;
+    lock_ = &lock;
+    act_ = std::move(act);
+  }
+  bool hasMeddled() const { return has_meddled_; }
 
  private:
+  void afterCallOf(std::string_view key) const {
+    if (!act_ || key != key_)
+      return;
+    const kit::Block act = std::exchange(act_, nullptr);
+    const std::unique_lock hold(*lock_, std::try_to_lock);
+    has_meddled_ = hold.owns_lock();
+    if (has_meddled_)
+      act();
+  }
+
   kit::KeyValueStore& store_;
-  kit::HouseLock& lock_;
+  std::string key_;
+  kit::Mutex* lock_ = nullptr;
+  mutable kit::Block act_;
+  mutable bool has_meddled_ = false;
 };
 
 class LateStore : public ::testing::Test {
@@ -73,6 +92,14 @@ class LateStore : public ::testing::Test {
     services_.setCommonParameter("install_id", "of the file");
     core_->storeCameToLight();
   }
+  /// An age was sent, and is accepted in a second.
+  void sendAge() {
+    world_.transport.on(services::kSetDemographicPath).then(Answer::json(kit::Dictionary{{"Result", true}}).after(1));
+    world_.loop.perform([this] {
+      core_->setAge(27);
+      core_->sendUserDemoInfos(core_->makeDemoInfoParameter());
+    });
+  }
   std::string onlyInstall(const char* path) {
     const auto payloads = world_.payloads(path);
     EXPECT_EQ(payloads.size(), 1U);
@@ -82,7 +109,7 @@ class LateStore : public ::testing::Test {
   TestWorld world_;
   MeddledServices services_{world_.userDefaults(), {world_.cipher, world_.compressor, world_.random}};
   kit::HouseLock lock_;
-  MeddledStore store_{world_.store, lock_};
+  MeddledStore store_{world_.store};
   const kit::Kit kit_ =
       testing::kitWith(world_.kit(), {.key_value_store = &store_, .house_lock = &lock_, .services = &services_});
   const std::shared_ptr<MorvikCoreLib> core_ = MorvikCoreLib::make(kit_);
@@ -105,8 +132,20 @@ TEST_F(LateStore, IsTheOneThatARepeatedConversionNames) {
 }
 
 TEST_F(LateStore, CountsItsLaunchesOnAlthoughALaunchIsCountedAtThatMoment) {
+  store_.meddle(kLaunchCounter, lock_.mutex, [this] { world_.store.set(kLaunchCounter, 3); });
   core_->updateAppLaunchCount();
-  EXPECT_EQ(world_.store.get(kLaunchCounter), Value(store_.has_come_to_light ? 4 : 1));
+  EXPECT_EQ(world_.store.get(kLaunchCounter), Value(store_.hasMeddled() ? 4 : 1));
+}
+
+TEST_F(LateStore, KeepsADemographicThatWasNotSentAlthoughOthersAreAcceptedAtThatMoment) {
+  sendAge();
+  store_.meddle(services::property::fendoUserDemoInfo_age, lock_.mutex, [this] {
+    world_.store.set(services::property::fendoUserDemoInfo_gender, 2);
+    core_->storeCameToLight();
+  });
+  world_.loop.advance(2);
+  EXPECT_EQ(world_.userDefaults().fendoUserDemoInfo_age(), -1);
+  EXPECT_EQ(world_.userDefaults().fendoUserDemoInfo_gender(), store_.hasMeddled() ? 2 : -1);
 }
 
 }  // namespace
