@@ -93,6 +93,9 @@ Recorded Host::recordNow(Record record) {
   const auto recorded = services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record);
   if (!recorded)
     return refuseNoMemory();
+  // Nothing is committed for a forgotten user, and only a flush finds out that somebody has removed the wish's files.
+  if (*recorded == Recorded::kRefusedForgotten)
+    afterRecording(parts_->logger, [this] { parts_->store->flushSoon(); });
   return *recorded == Recorded::kKeptInMemory ? tryToKeepNow(*parts_) : *recorded;
 }
 

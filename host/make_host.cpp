@@ -226,8 +226,11 @@ void observeAfterTheCore(HostParts& parts) {
   for (const auto notification :
        {kit::Notification::kApplicationDidBecomeActive, kit::Notification::kApplicationDidEnterBackground})
     parts.notifications.addObserver(notification, [&parts] { noteForACrash(parts); });
-  parts.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive,
-                                  [&parts] { parts.observations.sessionMayHaveChanged(); });
+  parts.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive, [&parts] {
+    parts.observations.sessionMayHaveChanged();
+    // Where the store's files were removed meanwhile, this finds it out.
+    parts.store->flushSoon();
+  });
   // The core has the session ended on the background queue; this comes behind it there.
   parts.notifications.addObserver(kit::Notification::kApplicationDidEnterBackground, [&parts] {
     parts.background->async([&parts] {

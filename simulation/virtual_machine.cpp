@@ -128,6 +128,7 @@ class VirtualStore final : public host::MachineStore {
   void flushNow() override {}
   void flushSoon() override {}
   void setWhenFlushed(kit::Block) override {}
+  void beginToEnd() override {}
   // Every turn is committed; there is no disk to wait for.
   void shutdown() override {}
 

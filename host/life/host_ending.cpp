@@ -213,6 +213,7 @@ bool HostEnding::begin() {
 }
 
 void HostEnding::close(steady_clock::time_point begun, const std::function<void()>& last) {
+  parts_->store->beginToEnd();
   parts_->log_sink->waitUntil(begun + kDrainTime);
   parts_->flushes.endAll();
   if (!parts_->life->isOwnProcess())
@@ -349,6 +350,7 @@ void HostEnding::keepItself() {
 /// Takes no memory. For good, since threads that nobody can end go on with the parts.
 void HostEnding::leaveWithoutMemory() {
   keepItself();
+  parts_->store->beginToEnd();
   parts_->life->beginToEnd();
   parts_->flushes.endWaits();
   parts_->shared_state.stop_request.make();
@@ -368,6 +370,7 @@ void HostEnding::leave() {
   }
   const auto closed_by = parts_->clock->steadyNow() + kClosingTime;
   keepForGood(parts_);
+  parts_->store->beginToEnd();
   parts_->log_sink->waitUntil(parts_->clock->steadyNow());
   parts_->life->beginToEnd();
   parts_->flushes.endWaits();

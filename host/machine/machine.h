@@ -222,7 +222,11 @@ class MachineStore : public kit::KeyValueStore {
   /// `hook` runs on the store's own thread with each flush (one follows soon, whatever state the store is in), before
   /// the store itself is synced and under no lock: it may wait for the disk. To be set right after the opening.
   virtual void setWhenFlushed(kit::Block hook) = 0;
-  /// Commits, syncs, closes. Later writes stay in memory. May be called again, but not by two threads at a time.
+  /// The end has begun: from here on files that somebody removes stay removed, and so does what they held. Any thread;
+  /// does not block.
+  virtual void beginToEnd() = 0;
+  /// beginToEnd(), then commits, syncs, closes. Later writes stay in memory. May be called again, but not by two
+  /// threads at a time.
   virtual void shutdown() = 0;
 };
 

@@ -39,6 +39,7 @@ class PassingStore : public MachineStore {
   void flushNow() override { store_.flushNow(); }
   void flushSoon() override { store_.flushSoon(); }
   void setWhenFlushed(kit::Block hook) override { store_.setWhenFlushed(std::move(hook)); }
+  void beginToEnd() override { store_.beginToEnd(); }
   void shutdown() override { store_.shutdown(); }
 
  protected:

@@ -38,7 +38,7 @@ WishStore::WishStore(MachineStore& store, MachineWishFile* file, const services:
 WishStore::~WishStore() {
   if (file_ == nullptr)
     return;
-  store_.shutdown();  // from here on the store's thread calls nothing of this
+  WishStore::shutdown();  // from here on the store's thread calls nothing of this
   store_.setWhenTakenOver({});
   store_.setWhenFlushed({});
 }
@@ -321,6 +321,16 @@ void WishStore::setWhenFlushed(kit::Block hook) {
   });
 }
 
+void WishStore::beginToEnd() {
+  is_ending_ = true;
+  store_.beginToEnd();
+}
+
+void WishStore::shutdown() {
+  is_ending_ = true;
+  store_.shutdown();
+}
+
 // ------------------------------------------------------------------------------------------------------------ the file
 
 void WishStore::want(bool is_forgotten) {
@@ -399,8 +409,11 @@ void WishStore::flushed() {
     sync();
 }
 
-/// One that was written and synced, and is there no more, is to be made anew: the store alone is one home too few.
+/// One that was written and synced, and is there no more, is to be made anew: the store alone is one home too few. What
+/// is deleted around the end of the kit stays deleted.
 void WishStore::noticeRemoval() {
+  if (is_ending_)
+    return;
   uint64_t generation = 0;
   {
     const std::scoped_lock hold(mutex_);
@@ -411,7 +424,7 @@ void WishStore::noticeRemoval() {
   if (file_->isThere())
     return;
   const std::scoped_lock hold(mutex_);
-  if (!is_missing_ && generation == generation_)
+  if (!is_missing_ && generation == generation_ && !is_ending_)
     noteRemoval();
 }
 
@@ -437,12 +450,14 @@ bool WishStore::sync() {
   bool is_gone = false;
   {
     const std::scoped_lock hold(mutex_);
-    if (error || written_ == generation_)
+    const bool was_removed = error && is_there && !is_missing_ && !file_->isThere();
+    is_gone = was_removed && !is_ending_;
+    const bool stays_removed = was_removed && !is_gone;
+    if (!stays_removed && (error || written_ == generation_))
       noteProblem(error);
     if (!error)
       synced_ = std::max(synced_, std::min(generation, written_));
     is_on_disk = synced_ == generation_;
-    is_gone = error && is_there && !is_missing_ && !file_->isThere();
     if (is_gone)
       noteRemoval();
   }

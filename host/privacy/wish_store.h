@@ -77,6 +77,8 @@ class WishStore final : public PassingStore {
   bool synchronizeUntold() override;
   void tellWaiting() override;
   void setWhenFlushed(kit::Block hook) override;
+  void beginToEnd() override;
+  void shutdown() override;
 
  private:
   /// What there is to say, in the order in which it came about.
@@ -123,6 +125,7 @@ class WishStore final : public PassingStore {
   std::atomic<bool> has_come_to_light_{false};
   /// The file lacks the latest wish.
   std::atomic<bool> is_behind_{false};
+  std::atomic<bool> is_ending_{false};
 
   mutable std::mutex mutex_;  // guards what follows; callers take it, so nobody waits for a disk or a process under it
   std::optional<bool> wanted_;

@@ -230,7 +230,7 @@ bool SqliteStore::trySetAndSynchronize(std::string_view key, Value value) {
                           std::any_of(pending_.begin(), pending_.end(), [&property](const Pending& pending) {
                             return pending.property == &property && pending.leaves_out_more;
                           });
-  const bool is_applied = !database_->apply(changes_);
+  const bool is_applied = !applyChanges();
   if (is_applied)
     setStored();
   else
@@ -294,6 +294,7 @@ bool SqliteStore::isReopened() {
 }
 
 void SqliteStore::shutdown() {
+  beginToEnd();
   flushAndWait();
   if (flusher_ != nullptr)
     flusher_->stop();
@@ -490,7 +491,7 @@ SqliteStore::Opened SqliteStore::openInPlaceOf(StoreProblem unreadable) {
   tell(
       "Morvik host: the store \"%@\" cannot be read (%@). It was set aside as \"%@\" and a fresh one begins: keep that "
       "file if its contents matter, delete it if not.",
-      {options_.place.path(), unreadable.message, new_path});
+      {options_.place.path(), unreadable.message, nameOfSetAside(options_.place, new_path)});
   opened.state = StoreOpening::kSetAside;
   return opened;
 }
@@ -639,7 +640,7 @@ StoreOutcome SqliteStore::applyPending() {
   }
   plan();
   tellRefused();
-  StoreOutcome failed = changes_.empty() ? std::nullopt : database_->apply(changes_);
+  StoreOutcome failed = changes_.empty() ? std::nullopt : applyChanges();
   if (failed) {
     const std::lock_guard lock(memory_mutex_);
     keepPending();
@@ -648,6 +649,12 @@ StoreOutcome SqliteStore::applyPending() {
   }
   pending_.clear();
   return failed;
+}
+
+/// Counted first: one that failed may have written something all the same.
+StoreOutcome SqliteStore::applyChanges() {
+  ++commits_;
+  return database_->apply(changes_);
 }
 
 void SqliteStore::gatherDirty() {
@@ -757,7 +764,7 @@ void SqliteStore::tellDamaged() {
       {damaged, options_.place.path()});
   changes_.clear();
   // A file that is unreadable after all is replaced with the next commit.
-  StoreOutcome failed = database_->apply(changes_);
+  StoreOutcome failed = applyChanges();
   if (failed && failed->kind != StoreProblem::Kind::kUnreadable)
     tellCannotWrite(*failed);
 }
@@ -829,6 +836,15 @@ void SqliteStore::tellRemoved() {
       {options_.place.path()});
 }
 
+void SqliteStore::tellRemovedAtTheEnd() {
+  if (std::exchange(removal_at_the_end_told_, true))
+    return;
+  tell(
+      "Morvik host: files of the store \"%@\" were removed or replaced before the kit had stopped. They are not written "
+      "anew: what the store held is deleted with them.",
+      {options_.place.path()});
+}
+
 void SqliteStore::tell(std::string_view text, std::initializer_list<services::FormatArgument> arguments) {
   const std::string line = services::format(text, arguments);
   if (flusher_ == nullptr && opening_line_.empty())
@@ -852,7 +868,7 @@ void SqliteStore::tellWaiting() {
 
 void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   // First, so that whoever is told of the flush finds a folder for files of its own.
-  replaceRemoved();
+  const bool stays_removed = replaceRemoved();
   kit::Block when_flushed;
   {
     const std::lock_guard lock(commit_mutex_);
@@ -860,6 +876,9 @@ void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   }
   if (when_flushed)
     when_flushed();
+  // What has no name any more needs no sync, and what has the name now may be another's.
+  if (stays_removed)
+    return;
   openAgain();
   uint64_t generation = 0;
   const StoreOutcome failed = flushLog(urgency, generation);
@@ -881,8 +900,9 @@ void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   tellFlushed(failed);
 }
 
-/// What is committed into a file without a name is lost with the process.
-void SqliteStore::replaceRemoved() {
+/// What is committed into a file without a name is lost with the process. True: it is to be lost, since somebody has
+/// deleted it around the end of the kit.
+bool SqliteStore::replaceRemoved() {
   uint64_t generation = 0;
   StoreFileIdentities in_use;
   {
@@ -892,11 +912,15 @@ void SqliteStore::replaceRemoved() {
   }
   const StoreLoss loss = lossOfStoreFiles(options_.place, in_use);
   if (loss == StoreLoss::kNone)
-    return;
+    return false;
   {
     const Committing committing(*this);
     if (database_ == nullptr || generation != generation_)
-      return;
+      return false;
+    if (is_ending_) {
+      tellRemovedAtTheEnd();
+      return true;
+    }
     // What has the file open goes before it is opened again: it would share what SQLite knows of the log.
     keeper_.reset();
     if (loss == StoreLoss::kMixed) {
@@ -909,6 +933,7 @@ void SqliteStore::replaceRemoved() {
     lock_.release();
   }
   openAgain();
+  return false;
 }
 
 /// A file that others are busy with is free again soon: no failure, unless it stays like that.
@@ -921,6 +946,7 @@ bool SqliteStore::isToBeTriedAgainUntold(const StoreOutcome& failed) {
 StoreOutcome SqliteStore::flushLog(StoreFlusher::Urgency urgency, uint64_t& generation) {
   bool fresh = false;
   int64_t log_bytes = 0;
+  uint64_t commits = 0;
   {
     const std::lock_guard lock(commit_mutex_);
     generation = generation_;
@@ -928,6 +954,7 @@ StoreOutcome SqliteStore::flushLog(StoreFlusher::Urgency urgency, uint64_t& gene
       return std::nullopt;
     fresh = database_->fresh();
     log_bytes = database_->logBytes();
+    commits = commits_;
   }
   if (StoreOutcome failed = renewKeeper(generation))
     return failed;
@@ -942,9 +969,15 @@ StoreOutcome SqliteStore::flushLog(StoreFlusher::Urgency urgency, uint64_t& gene
   }
   const int64_t limit = urgency == StoreFlusher::Urgency::kSessionEnd ? kLogSessionEndBytes : kLogRestartBytes;
   // The file of a fresh store has never been synced itself; writing the log back does that.
-  if (!fresh && log_bytes < limit)
-    return is_first ? std::nullopt : keeper_->syncLog();
-  return restartLog(urgency, generation);
+  if (fresh || log_bytes >= limit)
+    return restartLog(urgency, generation);
+  // A flush may have been asked for although nothing was committed.
+  if (!is_first && synced_commits_ != commits) {
+    if (StoreOutcome failed = keeper_->syncLog())
+      return failed;
+  }
+  synced_commits_ = commits;
+  return std::nullopt;
 }
 
 StoreOutcome SqliteStore::renewKeeper(uint64_t generation) {

@@ -120,8 +120,9 @@ class SqliteStore : public MachineStore {
   void setWhenFlushed(kit::Block hook) override;
   /// Commits, syncs, and blocks until that is done. For tools and the end of a process, never for the main thread.
   void flushAndWait();
-  /// flushAndWait(), then closes the file and lets the lock go. Later writes stay in memory. May be called again, but
-  /// not by two threads at a time.
+  void beginToEnd() override { is_ending_ = true; }
+  /// beginToEnd(), flushAndWait(), then closes the file and lets the lock go. Later writes stay in memory. May be
+  /// called again, but not by two threads at a time.
   void shutdown() override;
 
  private:
@@ -198,6 +199,7 @@ class SqliteStore : public MachineStore {
   bool anythingDirty() const;
   bool commit();
   StoreOutcome applyPending();
+  StoreOutcome applyChanges();
   void plan();
   bool planOne(Pending& pending);
   void planRows(Pending& pending);
@@ -210,11 +212,12 @@ class SqliteStore : public MachineStore {
   void tellCannotWrite(const StoreProblem& problem);
   void tellWritable();
   void tellRemoved();
+  void tellRemovedAtTheEnd();
   void tell(std::string_view text, std::initializer_list<services::FormatArgument> arguments);
 
   // These run where the flusher runs them, one at a time, and hold nothing when they are called.
   void flush(StoreFlusher::Urgency urgency);
-  void replaceRemoved();
+  bool replaceRemoved();
   StoreOutcome flushLog(StoreFlusher::Urgency urgency, uint64_t& generation);
   StoreOutcome renewKeeper(uint64_t generation);
   StoreOutcome restartLog(StoreFlusher::Urgency urgency, uint64_t generation);
@@ -228,6 +231,7 @@ class SqliteStore : public MachineStore {
 
   const SqliteStoreOptions options_;
   kit::LogSink& log_;
+  std::atomic<bool> is_ending_{false};
   std::atomic<StoreOpening> opening_{StoreOpening::kOpened};
   std::string opening_line_;
 
@@ -266,13 +270,16 @@ class SqliteStore : public MachineStore {
   bool write_trouble_told_ = false;
   bool lock_trouble_told_ = false;
   bool sync_trouble_told_ = false;
+  bool removal_at_the_end_told_ = false;
+  uint64_t commits_ = 0;  ///< into the files opened
 
   std::unique_ptr<StoreLogKeeper> keeper_;  ///< the flusher's alone
   uint64_t keeper_generation_ = 0;
-  bool is_checked_ = false;    ///< the file that it keeps
-  int busy_flushes_ = 0;       ///< in a row; the flusher's alone
-  int written_back_ = 0;       ///< frames of the log; the flusher's alone
-  bool is_disk_quick_ = true;  ///< by the latest write-back that had something to write; the flusher's alone
+  bool is_checked_ = false;      ///< the file that it keeps
+  uint64_t synced_commits_ = 0;  ///< of commits_: so many are on the disk; the flusher's alone
+  int busy_flushes_ = 0;         ///< in a row; the flusher's alone
+  int written_back_ = 0;         ///< frames of the log; the flusher's alone
+  bool is_disk_quick_ = true;    ///< by the latest write-back that had something to write; the flusher's alone
 
   std::unique_ptr<StoreFlusher> flusher_;  ///< null: read only, or in use by another
 };

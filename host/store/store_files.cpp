@@ -517,6 +517,14 @@ StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path) {
   return StoreProblem::unavailable("every name for a file that is set aside is taken");
 }
 
+std::string nameOfSetAside(const StorePlace& place, const std::string& new_path) {
+  for (const char* const ending : kStoreEndings) {
+    if (place.files->exists(new_path + ending))
+      return new_path + ending;
+  }
+  return new_path;
+}
+
 // What was made of a fresh store goes first: a log that is not its own would harm the file that comes back.
 StoreOutcome putStoreBack(const StorePlace& place, const std::string& new_path) {
   for (const char* const ending : kStoreEndings) {

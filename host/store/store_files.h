@@ -114,6 +114,8 @@ StoreOutcome makeStoreFile(const StorePlace& place);
 /// `new_path` is the file's new path. Nothing is deleted, nothing is overwritten. All of them or, where that fails and
 /// can be undone, none.
 StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path);
+/// What there is of it, for the user: the file or, where that was missing, its log.
+std::string nameOfSetAside(const StorePlace& place, const std::string& new_path);
 /// Undoes that, with the path that it gave, where no fresh store could be made: what there is of one is deleted.
 StoreOutcome putStoreBack(const StorePlace& place, const std::string& new_path);
 

@@ -10,6 +10,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -22,11 +23,15 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "host/crash/crash_record.h"
 #include "host/handed_over.h"
+#include "host/machine/passing_store.h"
+#include "host/machine/system_machine.h"
+#include "host/make_host.h"
 #include "host/privacy/wish_file.h"
 #include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
@@ -80,6 +85,46 @@ void waitForTurn(const Host& host) {
   poll(&descriptor, 1, timeout < 0 ? 1000 : timeout);
 }
 
+/// Tells how often a flush was asked for, and when one came.
+class WatchedFlushes final : public PassingStore {
+ public:
+  explicit WatchedFlushes(std::unique_ptr<MachineStore> store) : PassingStore(*store), owned_(std::move(store)) {}
+  void flushSoon() override {
+    ++asked_;
+    store_.flushSoon();
+  }
+  void setWhenFlushed(kit::Block hook) override {
+    store_.setWhenFlushed([this, hook = std::move(hook)] {
+      if (hook)
+        hook();
+      const std::scoped_lock hold(mutex_);
+      flushed_.notify_all();
+    });
+  }
+  size_t asked() const { return asked_; }
+  /// After each flush until then.
+  bool isTrueSoon(const std::function<bool()>& condition) {
+    std::unique_lock hold(mutex_);
+    return flushed_.wait_for(hold, kGiveUp, condition);
+  }
+
+ private:
+  const std::unique_ptr<MachineStore> owned_;
+  std::atomic<size_t> asked_{0};
+  std::mutex mutex_;
+  std::condition_variable flushed_;
+};
+
+class MachineWithWatchedFlushes final : public SystemMachine {
+ public:
+  std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+    auto made = std::make_unique<WatchedFlushes>(SystemMachine::makeStore(folder, log));
+    flushes = made.get();
+    return made;
+  }
+  WatchedFlushes* flushes = nullptr;
+};
+
 class MakeHost : public ::testing::Test {
  protected:
   MakeHost() {
@@ -93,8 +138,8 @@ class MakeHost : public ::testing::Test {
     options.service_url = "http://127.0.0.1:1/";
   }
 
-  std::unique_ptr<Host> make() {
-    auto made = makeHost(options);
+  std::unique_ptr<Host> make() { return taken(makeHost(options)); }
+  static std::unique_ptr<Host> taken(std::variant<std::unique_ptr<Host>, kit::Error> made) {
     if (const auto* error = std::get_if<kit::Error>(&made)) {
       ADD_FAILURE() << error->message;
       return nullptr;
@@ -708,6 +753,25 @@ TEST_F(MakeHost, RefusesTheAppsActivitiesOnceTheUserAskedToBeForgotten) {
   EXPECT_TRUE(
       log.has("Morvik host: an activity of the app was not recorded: the user asked to be forgotten; ask "
               "isGdprForgetMe() before recording"));
+}
+
+TEST_F(MakeHost, WritesTheWishAnewForAForgottenUserWhoseFilesWereRemoved) {
+  MachineWithWatchedFlushes machine;
+  options.main_queue = MainQueueMode::kPumped;
+  const auto host = taken(makeHost(options, machine));
+  EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
+  host->dispatch();
+  std::filesystem::remove_all(options.store_folder);
+
+  const size_t asked = machine.flushes->asked();
+  EXPECT_EQ(host->addActivity("g", "n", std::nullopt), Recorded::kRefusedForgotten);
+  EXPECT_EQ(host->addImpression({.campaign_key = 7}), Recorded::kRefusedForgotten);
+  EXPECT_EQ(machine.flushes->asked(), asked + 2) << "nothing else asks, since nothing is committed";
+  const std::string wish = WishFile::pathBeside({.folder = options.store_folder});
+  EXPECT_TRUE(machine.flushes->isTrueSoon([&wish] { return std::filesystem::exists(wish); }));
+
+  host->applicationDidBecomeActive();
+  EXPECT_EQ(machine.flushes->asked(), asked + 3);
 }
 
 TEST_F(MakeHost, KeepsWhatTheAppSaysOfItsUser) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
@@ -47,6 +48,18 @@ class MachineWithDisk final : public SystemMachine {
 
  private:
   const std::string vfs_;
+};
+
+/// The system's machine, whose store the test may reach.
+class MachineWithStoreAtHand final : public SystemMachine {
+ public:
+  std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+    auto made = std::make_unique<SqliteStore>(
+        SqliteStoreOptions{.place = {.folder = folder}, .take_over = takeOverTable()}, log);
+    store = made.get();
+    return made;
+  }
+  SqliteStore* store = nullptr;
 };
 
 class HostEndingTest : public test::OnScratchFolder {
@@ -450,6 +463,47 @@ TEST_F(HostEndingTest, DoesNotWaitForWhoeverHasTheStoreLocked) {
   go.set_value();
   holder.join();
   EXPECT_TRUE(canStartInTheEnd());
+}
+
+TEST_F(HostEndingTest, LeavesRemovedWhatIsRemovedOnceItHasBegun) {
+  MachineWithStoreAtHand machine;
+  const auto host = makeOn(machine);
+  host->addActivity("g", "n", std::nullopt);
+  machine.store->flushAndWait();
+  std::promise<void> is_ending;
+  std::promise<void> go;
+  host->perform([&] {
+    is_ending.set_value();
+    go.get_future().wait();
+    std::filesystem::remove_all(options.store_folder);
+    host->applicationDidBecomeActive();
+    machine.store->flushAndWait();
+    EXPECT_FALSE(std::filesystem::exists(options.store_folder)) << "by a flush while the queues run to their end";
+  });
+  is_ending.get_future().wait();
+  std::thread stopper([&host] { host->stop(); });
+  while (host->setAge(7) == Recorded::kKept)
+    std::this_thread::yield();
+  go.set_value();
+  stopper.join();
+  EXPECT_FALSE(std::filesystem::exists(options.store_folder));
+  EXPECT_EQ(log.countContaining("were removed or replaced before the kit had stopped"), 1U);
+}
+
+TEST_F(HostEndingTest, WithinACallbackLeavesRemovedWhatIsRemovedAfterwards) {
+  static auto& machine = *new MachineWithStoreAtHand;  // the host's parts are kept for good
+  auto host = makeOn(machine);
+  SqliteStore& store = *machine.store;
+  std::promise<void> left;
+  Host& running = *host;
+  running.perform([&] {
+    host.reset();
+    std::filesystem::remove_all(options.store_folder);
+    store.flushAndWait();
+    EXPECT_FALSE(std::filesystem::exists(options.store_folder));
+    left.set_value();
+  });
+  left.get_future().wait();
 }
 
 // ----------------------------------------------------------------------------------------------- others, at that time

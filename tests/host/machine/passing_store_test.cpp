@@ -40,6 +40,7 @@ class MockStore : public MachineStore {
   MOCK_METHOD(void, flushNow, (), (override));
   MOCK_METHOD(void, flushSoon, (), (override));
   MOCK_METHOD(void, setWhenFlushed, (kit::Block), (override));
+  MOCK_METHOD(void, beginToEnd, (), (override));
   MOCK_METHOD(void, shutdown, (), (override));
 };
 
@@ -99,6 +100,7 @@ TEST_F(PassingStoreTest, PassesOnCommitsFlushesAndHooks) {
   EXPECT_CALL(store_, flushSoon());
   EXPECT_CALL(store_, setWhenTakenOver(_)).WillOnce([](const kit::Block& hook) { hook(); });
   EXPECT_CALL(store_, setWhenFlushed(_)).WillOnce([](const kit::Block& hook) { hook(); });
+  EXPECT_CALL(store_, beginToEnd());
   EXPECT_CALL(store_, shutdown());
   EXPECT_TRUE(passing_.synchronize());
   EXPECT_TRUE(passing_.commitTurn());
@@ -108,6 +110,7 @@ TEST_F(PassingStoreTest, PassesOnCommitsFlushesAndHooks) {
   passing_.flushSoon();
   passing_.setWhenTakenOver([&] { ++taken_over; });
   passing_.setWhenFlushed([&] { ++flushed; });
+  passing_.beginToEnd();
   passing_.shutdown();
   EXPECT_EQ(taken_over, 1);
   EXPECT_EQ(flushed, 1);

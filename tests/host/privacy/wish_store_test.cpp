@@ -172,6 +172,31 @@ TEST_F(WishStoreWithFile, WritesAnewWhatWasRemovedAfterItWasSynced) {
   EXPECT_EQ(log_.countContaining("cannot be written"), 0U);
 }
 
+TEST_F(WishStoreWithFile, LeavesRemovedWhatIsRemovedOnceTheEndHasBegun) {
+  say(true);
+  ASSERT_TRUE(isOnDiskSoon());
+  store_.beginToEnd();
+  std::filesystem::remove(path());
+  bare_.flushAndWait();
+  EXPECT_FALSE(std::filesystem::exists(path()));
+  std::filesystem::remove_all(folder_.path());
+  store_.shutdown();
+  EXPECT_FALSE(std::filesystem::exists(folder_.path()));
+  EXPECT_EQ(log_.countContaining("cannot be written"), 0U);
+}
+
+TEST_F(WishStoreWithFile, LeavesRemovedWhatIsRemovedBeforeItIsSyncedAtTheEnd) {
+  say(true);
+  ASSERT_TRUE(isOnDiskSoon());
+  store_.beginToEnd();
+  file_.vanishes = true;
+  say(false);
+  store_.shutdown();
+  EXPECT_FALSE(file_.vanishes);
+  EXPECT_FALSE(std::filesystem::exists(path()));
+  EXPECT_EQ(log_.countContaining("cannot be written"), 0U);
+}
+
 TEST_F(WishStoreWithFile, DoesNotUndoAnotherProcesssWishByTryingAnEarlierOneAgain) {
   ASSERT_TRUE(isOnDiskSoon());
   say(true);

@@ -822,6 +822,7 @@ struct Removal {
 };
 
 constexpr const char* kRemovedLine = "were removed or replaced while it was in use";
+constexpr const char* kStaysRemovedLine = "were removed or replaced before the kit had stopped";
 constexpr const char* kSetAsideLine = "a part of it was removed or replaced while in use";
 
 void removeFiles(const std::string& folder, std::initializer_list<const char*> endings) {
@@ -909,8 +910,107 @@ TEST_P(SqliteStoreWithoutIts, NameOnTheDiskIsWrittenAnewWithTheNextFlush) {
   EXPECT_EQ(open()->get("list"), numbers(0, 1005));
 }
 
+std::set<std::string> namesIn(const std::string& folder) {
+  std::set<std::string> names;
+  if (!std::filesystem::exists(folder))
+    return names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder))
+    names.insert(entry.path().filename());
+  return names;
+}
+
+TEST_P(SqliteStoreWithoutIts, NameIsLeftAsItIsOnceTheEndHasBegun) {
+  const auto store = open();
+  store->set("list", numbers(0, 1000));
+  store->flushAndWait();
+  store->beginToEnd();
+  GetParam().happens(folder_.path());
+  const bool is_there = std::filesystem::exists(folder_.path());
+  const std::set<std::string> left = namesIn(folder_.path());
+  append(*store, "list", numbers(1000, 1001).array()[0]);
+  store->flushAndWait();
+  store->shutdown();
+  EXPECT_EQ(std::filesystem::exists(folder_.path()), is_there);
+  EXPECT_EQ(namesIn(folder_.path()), left);
+  EXPECT_EQ(log_.messages().size(), 1U);
+  EXPECT_EQ(log_.countContaining(kStaysRemovedLine), 1U);
+}
+
 INSTANTIATE_TEST_SUITE_P(Any, SqliteStoreWithoutIts, ::testing::ValuesIn(kRemovals),
                          [](const auto& removal) { return removal.param.name; });
+
+/// Somebody removes the folder while whoever shuts the store down waits for the disk.
+class FlusherThatComesLate final : public StoreFlusher {
+ public:
+  FlusherThatComesLate(Flush run, std::string folder) : run_(std::move(run)), folder_(std::move(folder)) {}
+  void flushSoon() override {}
+  void flushNow(Urgency) override {}
+  void flushAndWait(Urgency urgency) override {
+    std::filesystem::remove_all(folder_);
+    run_(urgency);
+  }
+  void stop() override {}
+
+ private:
+  const Flush run_;
+  const std::string folder_;
+};
+
+TEST_F(SqliteStoreTest, StaysRemovedWhereItsFolderGoesWhileItIsShutDown) {
+  SqliteStoreOptions options = optionsFor(folder_.path());
+  options.make_flusher = [this](StoreFlusher::Flush run, std::chrono::milliseconds) {
+    return std::make_unique<FlusherThatComesLate>(std::move(run), folder_.path());
+  };
+  SqliteStore store(options, log_);
+  store.set("list", numbers(0, 5));
+  EXPECT_TRUE(store.synchronize());
+  store.shutdown();
+  EXPECT_FALSE(std::filesystem::exists(folder_.path()));
+  EXPECT_EQ(log_.countContaining(kStaysRemovedLine), 1U);
+}
+
+TEST_F(SqliteStoreTest, NamesTheLogThatItSetAsideWhereTheFileIsGone) {
+  const auto store = open();
+  store->set("list", numbers(0, 5));
+  store->flushAndWait();
+  store->set("list", numbers(0, 6));
+  EXPECT_TRUE(store->synchronize());
+  removeFiles(folder_.path(), {""});
+  store->flushAndWait();
+  EXPECT_TRUE(std::filesystem::exists(path() + ".unreadable-1-wal"));
+  EXPECT_FALSE(std::filesystem::exists(path() + ".unreadable-1"));
+  EXPECT_EQ(log_.countContaining("It was set aside as \"" + path() + ".unreadable-1-wal\""), 1U);
+}
+
+TEST_F(SqliteStoreTest, AFlushAfterWhichNothingWasCommittedSyncsNothing) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->set("list", numbers(0, 5));
+  store->flushAndWait();
+  store->set("list", numbers(0, 6));
+  store->flushAndWait();
+  const uint64_t syncs = vfs.count(VfsCall::Kind::kSync);
+  for (int time = 0; time < 5; ++time)
+    store->flushAndWait();
+  EXPECT_EQ(vfs.count(VfsCall::Kind::kSync), syncs);
+  store->set("list", numbers(0, 7));
+  store->flushAndWait();
+  EXPECT_EQ(vfs.count(VfsCall::Kind::kSync), syncs + 1);
+}
+
+TEST_F(SqliteStoreTest, ASyncThatFailedIsMadeWithTheNextFlushAlthoughNothingWasCommitted) {
+  FaultyVfs vfs;
+  const auto store = openOn(vfs);
+  store->set("list", numbers(0, 5));
+  store->flushAndWait();
+  store->set("list", numbers(0, 6));
+  vfs.failAll(VfsCall::Kind::kSync, SQLITE_IOERR_FSYNC);
+  store->flushAndWait();
+  vfs.heal();
+  const uint64_t syncs = vfs.count(VfsCall::Kind::kSync);
+  store->flushAndWait();
+  EXPECT_EQ(vfs.count(VfsCall::Kind::kSync), syncs + 1);
+}
 
 TEST_F(SqliteStoreTest, WithoutItsFolderIsInMemoryUntilThereCanBeOne) {
   const auto store = open();
