@@ -1015,7 +1015,8 @@ class BusyLife {
         disk_.put(path, std::string(2048, 'x'));
         break;
       case Sabotage::kKeepsNothing:
-        static_cast<void>(disk_.place().files->remove(host::WishFile::pathBeside(disk_.place())));
+        // No change of the disk's: one that it is cut off at would leave no process to die of it.
+        disk_.remove(host::WishFile::pathBeside(disk_.place()));
         [[fallthrough]];
       case Sabotage::kForgetsTheLastSession:
         for (const std::string& each : {path, path + "-wal"})

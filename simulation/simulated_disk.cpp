@@ -576,4 +576,8 @@ void SimulatedDisk::put(const std::string& path, std::string bytes) {
   parts_->contents_.put(path, std::move(bytes));
 }
 
+void SimulatedDisk::remove(const std::string& path) {
+  parts_->contents_.remove(path);
+}
+
 }  // namespace morvik::simulation

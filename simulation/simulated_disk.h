@@ -79,6 +79,8 @@ class SimulatedDisk {
   std::string bytesOf(const std::string& path) const;
   /// A file with these bytes that has been there for long. Between processes.
   void put(const std::string& path, std::string bytes);
+  /// Removes a file between processes. Does not count as a change.
+  void remove(const std::string& path);
 
  private:
   struct Parts;

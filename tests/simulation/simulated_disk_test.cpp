@@ -77,6 +77,14 @@ TEST_F(SimulatedDiskTest, SyncsWhatWasWrittenBeforeASyncAndNotWhatIsWrittenWhile
   EXPECT_EQ(store->get("age"), kit::Value(2));
 }
 
+TEST_F(SimulatedDiskTest, CountsNoFileThatIsPutOrRemovedBetweenProcessesAsAChange) {
+  disk_.put(storePath(), "bytes");
+  EXPECT_EQ(disk_.bytesOf(storePath()), "bytes");
+  disk_.remove(storePath());
+  EXPECT_TRUE(disk_.paths().empty());
+  EXPECT_EQ(disk_.changes(), 0U);
+}
+
 TEST_F(SimulatedDiskTest, LetsOneProcessAtATimeHaveTheStore) {
   const auto store = open();
   EXPECT_EQ(open()->opening(), host::StoreOpening::kLocked);
