@@ -23,7 +23,7 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "bench/support/folder.h"
 #include "bench/support/run_delay.h"
-#include "host/system_host.h"
+#include "host/make_host.h"
 #include "morvik/morvik.h"
 
 extern char** environ;
@@ -150,7 +150,7 @@ void printCommits(const std::string& what, const Times& times) {
 double recordingBesideCommits(int rows) {
   const Folder folder;
   auto made = host::makeHost(optionsOn(folder.path()));
-  auto* const host = std::get_if<std::unique_ptr<host::Host>>(&made);
+  auto* const host = std::get_if<std::unique_ptr<runtime::Host>>(&made);
   if (host == nullptr)
     std::exit(2);
   std::atomic<bool> over{false};

@@ -21,8 +21,8 @@
 #include "bench/support/event_arguments.h"
 #include "bench/support/folder.h"
 #include "bench/support/run_delay.h"
-#include "host/sending/batch_limit.h"
 #include "host/store/sqlite_store.h"
+#include "runtime/sending/batch_limit.h"
 #include "services/endpoints.h"
 #include "simulation/virtual_machine.h"
 
@@ -36,7 +36,7 @@ constexpr double kMaxBuildingMegabytes = 150;
 class BenchMachine : public simulation::VirtualMachine {
  public:
   using VirtualMachine::VirtualMachine;
-  std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+  std::unique_ptr<runtime::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
     return std::make_unique<host::SqliteStore>(host::SqliteStoreOptions{.place = {.folder = folder}}, log);
   }
 };
@@ -136,8 +136,8 @@ int run(int events, std::string_view kind) {
       std::printf("turn %7.1f ms (%7.1f ms its own), batches %zu\n", turn.wall, turn.own, batches);
     machine.transport.clearRequests();
     if (!has_run) {
-      is_over =
-          properties.fendoActivityInfos().size() < host::kBatchLimit.records || machine.loop.monotonicSeconds() > 3600;
+      is_over = properties.fendoActivityInfos().size() < runtime::kBatchLimit.records ||
+                machine.loop.monotonicSeconds() > 3600;
       machine.loop.advance(1);
     }
   }

@@ -11,8 +11,8 @@
 #include <memory>
 #include <vector>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "simulation/fleet.h"
 #include "testing/fake_crypto.h"
 

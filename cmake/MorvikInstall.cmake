@@ -33,11 +33,12 @@ function(morvik_install_pkg_config name)
 endfunction()
 
 morvik_install_library(core kit services MorvikCoreLib)
+morvik_install_library(runtime runtime include/morvik)
 morvik_install_library(testing testing)
 morvik_install_pkg_config(core)
 
 if(MORVIK_BUILD_HOST)
-  morvik_install_library(host host include/morvik)
+  morvik_install_library(host host)
   morvik_install_library(simulation simulation)
   # A static library leaves its dependencies to who links it; a shared one brings them along.
   set(morvik_host_requires "libcurl libssl libcrypto sqlite3 zlib simdjson libuv libdw")

@@ -11,8 +11,8 @@
 #include "apps/service/refusal.h"
 #include "apps/service/sealed.h"
 #include "fuzz/checks.h"
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "services/envelope.h"
 #include "testing/fake_crypto.h"
 

@@ -13,8 +13,8 @@
 #include "apps/service/expect/items.h"
 #include "apps/service/service.h"
 #include "fuzz/checks.h"
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "services/envelope.h"
 #include "tests/support/scratch_folder.h"
 

@@ -18,8 +18,8 @@ namespace {
 
 using morvik::fuzz::require;
 using morvik::host::SqliteStore;
-using morvik::host::StoreOpening;
 using morvik::kit::Value;
+using morvik::runtime::StoreOpening;
 
 class NoLog final : public morvik::kit::LogSink {
  public:

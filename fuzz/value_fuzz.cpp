@@ -6,21 +6,21 @@
 #include <string_view>
 
 #include "fuzz/checks.h"
-#include "host/store/value_codec.h"
+#include "runtime/store/value_codec.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using morvik::fuzz::require;
-  morvik::host::ValueDecoder decoder;
+  morvik::runtime::ValueDecoder decoder;
   const std::string input(data, data + size);
   const auto first = decoder.decode(input);
   if (!first)
     return 0;
   std::string written;
-  require(morvik::host::encodeValue(*first, written), "what was read cannot be written");
+  require(morvik::runtime::encodeValue(*first, written), "what was read cannot be written");
   const auto second = decoder.decode(written);
   require(second.has_value(), "what was written cannot be read");
   std::string again;
-  require(morvik::host::encodeValue(*second, again), "what was read a second time cannot be written");
+  require(morvik::runtime::encodeValue(*second, again), "what was read a second time cannot be written");
   // Compared as bytes: a number that is not one equals nothing, not even itself.
   require(again == written, "reading what was written gives another value");
   return 0;

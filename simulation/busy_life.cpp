@@ -15,13 +15,13 @@
 #include <string_view>
 #include <utility>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
-#include "host/host.h"
-#include "host/machine/machine.h"
-#include "host/privacy/wish_file.h"
-#include "host/store/commit_retry.h"
 #include "host/store/sqlite_store.h"
+#include "host/store/wish_file.h"
+#include "runtime/host.h"
+#include "runtime/loop/commit_retry.h"
+#include "runtime/machine/machine.h"
 #include "services/json_writer.h"
 #include "simulation/dice.h"
 #include "simulation/durations.h"
@@ -36,8 +36,8 @@
 namespace morvik::simulation {
 namespace {
 
-using Kind = host::LedgerKind;
-using Reason = host::LedgerReason;
+using Kind = runtime::LedgerKind;
+using Reason = runtime::LedgerReason;
 using testing::Answer;
 using testing::ServedRequest;
 using testing::ServiceEndpoint;
@@ -52,7 +52,7 @@ constexpr size_t kNameBytes = 16;  // of a name in a complaint
 constexpr uint64_t kWrittenBackCallsPerEvent = 5;
 constexpr uint64_t kDroppedWriteEvery = 50;
 /// After it a commit that could not be made was tried again, and what it was made of can be synced.
-constexpr double kStoreRetriedSeconds = host::kCommitRetrySeconds + 2;
+constexpr double kStoreRetriedSeconds = runtime::kCommitRetrySeconds + 2;
 
 /// How the service treats what comes.
 enum class Mood : uint8_t {
@@ -98,7 +98,7 @@ struct Sides {
   uint64_t stored = 0;    ///< in the store
   uint64_t given_up = 0;  ///< neither, and a rule may have let them go
 };
-using AllSides = std::array<Sides, host::kLedgerKinds>;
+using AllSides = std::array<Sides, runtime::kLedgerKinds>;
 
 /// A death: when, and from when on what was done may be undone by it.
 struct Death {
@@ -128,7 +128,7 @@ std::string textOf(const Ledger::Account& account) {
 class HoldingStore final : public host::SqliteStore {
  public:
   using SqliteStore::SqliteStore;
-  void setTogether(std::span<host::StoreWrite> writes) override {
+  void setTogether(std::span<runtime::StoreWrite> writes) override {
     if (writes.size() < 2)
       return SqliteStore::setTogether(writes);
     SqliteStore::setTogether(writes.first(writes.size() - 1));
@@ -150,7 +150,7 @@ class BusyMachine final : public VirtualMachine {
   bool isBeforeFirstSync() const { return is_before_first_sync_; }
   void syncBegins() { is_before_first_sync_ = false; }
 
-  std::unique_ptr<host::MachineStore> makeStore(const std::string&, kit::LogSink& log) override {
+  std::unique_ptr<runtime::MachineStore> makeStore(const std::string&, kit::LogSink& log) override {
     host::SqliteStoreOptions options = storeOptions();
     options.make_flusher = [this, make = options.make_flusher](host::StoreFlusher::Flush flush,
                                                                std::chrono::milliseconds delay) {
@@ -167,7 +167,7 @@ class BusyMachine final : public VirtualMachine {
       return std::make_unique<HoldingStore>(std::move(options), heard);
     return std::make_unique<host::SqliteStore>(std::move(options), heard);
   }
-  std::unique_ptr<host::MachineTransport> makeTransport(host::TransportParts parts) override {
+  std::unique_ptr<runtime::MachineTransport> makeTransport(runtime::TransportParts parts) override {
     if (sabotage_ == Sabotage::kLetsOutWhatWaits)
       parts.is_forgotten = [] { return false; };
     return VirtualMachine::makeTransport(std::move(parts));
@@ -348,8 +348,8 @@ class BusyLife {
     startBatch();
     recordEvent();
     moods_[ServiceEndpoint::kTracking] = Mood::kSaysNo;
-    doNow([](host::Host& host) { host.applicationDidEnterBackground(); });
-    doNow([](host::Host& host) { host.applicationDidBecomeActive(); });
+    doNow([](runtime::Host& host) { host.applicationDidEnterBackground(); });
+    doNow([](runtime::Host& host) { host.applicationDidBecomeActive(); });
     setUserId();
   }
 
@@ -438,7 +438,7 @@ class BusyLife {
     pass(kHourSeconds);
     openSession();
     const size_t first = items_.size();
-    for (uint64_t links = host::kMaxConnectionsPerHost + 1 + dice_.below(host::kMaxConnectionsPerHost); links > 0;
+    for (uint64_t links = runtime::kMaxConnectionsPerHost + 1 + dice_.below(runtime::kMaxConnectionsPerHost); links > 0;
          --links)
       openLink(Kind::kReEngagementClicks, 0);
     wish(true);
@@ -470,8 +470,9 @@ class BusyLife {
   void offerToTheForgotten() {
     if (!wish_)
       return;
-    doNow(
-        [this](host::Host& host) { expectAnswer(host.addActivity("shop", "never", {}), Recorded::kRefusedForgotten); });
+    doNow([this](runtime::Host& host) {
+      expectAnswer(host.addActivity("shop", "never", {}), Recorded::kRefusedForgotten);
+    });
   }
 
   /// Nothing is stored; the wish is, and outlives the newer program's coming back.
@@ -575,7 +576,7 @@ class BusyLife {
     machine_.loop.advanceUntil([this] { return isCut(); }, isCut() ? 0 : seconds);
   }
 
-  void doNow(const std::function<void(host::Host&)>& action) {
+  void doNow(const std::function<void(runtime::Host&)>& action) {
     needProcess();
     if (isCut())
       return;
@@ -589,14 +590,14 @@ class BusyLife {
       return;
     if (options_.sabotage == Sabotage::kForgetsTheLastSession)
       rememberTheDisk();
-    doNow([](host::Host& host) { host.applicationDidBecomeActive(); });
+    doNow([](runtime::Host& host) { host.applicationDidBecomeActive(); });
     is_active_ = true;
     pass(3);
   }
 
   void leaveSession() {
     countSessionEnd();
-    doNow([](host::Host& host) { host.applicationDidEnterBackground(); });
+    doNow([](runtime::Host& host) { host.applicationDidEnterBackground(); });
     is_active_ = false;
     pass(kGrantSeconds);
   }
@@ -614,7 +615,7 @@ class BusyLife {
   }
 
   void startBatch() {
-    doNow([](host::Host& host) { host.pushTracking(); });
+    doNow([](runtime::Host& host) { host.pushTracking(); });
   }
 
   void pushTracking() {
@@ -646,7 +647,7 @@ class BusyLife {
 
   /// Records what `action` does under a name of its own. Where it tells what the app is told, that is held against what
   /// the store said.
-  using Action = std::function<std::optional<Recorded>(host::Host&)>;
+  using Action = std::function<std::optional<Recorded>(runtime::Host&)>;
   void record(Kind kind, const std::string& name, double kept_after, const Action& action) {
     needProcess();
     if (isCut() || process_->isGdprForgetMe())
@@ -659,7 +660,7 @@ class BusyLife {
     if (options_.sabotage == Sabotage::kKeepsNoMemory && !is_writable_)
       items_[number].told = Recorded::kKeptInMemory;
     if (reachesTheKit(items_[number]))
-      doNow([&](host::Host& host) { items_[number].told = heldAgainstTheStore(action(host)); });
+      doNow([&](runtime::Host& host) { items_[number].told = heldAgainstTheStore(action(host)); });
     if (!isCut() && !isInMemory(items_[number]))
       items_[number].kept_from = now() + kept_after;
   }
@@ -714,7 +715,7 @@ class BusyLife {
   void recordEvent(size_t padding = 0) {
     const std::string name = nextName("event");
     record(Kind::kActivities, name, 0,
-           [&](host::Host& host) { return host.addActivity("shop", "purchase", name + std::string(padding, '.')); });
+           [&](runtime::Host& host) { return host.addActivity("shop", "purchase", name + std::string(padding, '.')); });
   }
 
   /// One more than each operation takes.
@@ -722,13 +723,13 @@ class BusyLife {
     const std::string event(kMaxEventBytes + 1, 'x');
     const std::string user(kMaxUserIdBytes + 1, 'x');
     const std::string url = "shop://offer?cid=" + std::string(kMaxHandedOverBytes, 'x');
-    offer([&](host::Host& host) { return host.addActivity("shop", "purchase", event); });
-    offer([&](host::Host& host) { return host.addImpression({.campaign_key = 7, .space_key = event}); });
-    offer([&](host::Host& host) { return host.setUserId(user); });
-    offer([&](host::Host& host) { return host.passOpenURL(url); });
+    offer([&](runtime::Host& host) { return host.addActivity("shop", "purchase", event); });
+    offer([&](runtime::Host& host) { return host.addImpression({.campaign_key = 7, .space_key = event}); });
+    offer([&](runtime::Host& host) { return host.setUserId(user); });
+    offer([&](runtime::Host& host) { return host.passOpenURL(url); });
   }
-  void offer(const std::function<Recorded(host::Host&)>& too_much) {
-    doNow([&](host::Host& host) {
+  void offer(const std::function<Recorded(runtime::Host&)>& too_much) {
+    doNow([&](runtime::Host& host) {
       if (host.isGdprForgetMe())  // a withdrawal that did not outlive its process
         return;
       const bool is_taken = options_.sabotage == Sabotage::kTakesWhatIsTooLarge;
@@ -740,7 +741,7 @@ class BusyLife {
 
   void addImpression() {
     const std::string name = nextName("impression");
-    record(Kind::kImpressions, name, 0, [this, &name](host::Host& host) {
+    record(Kind::kImpressions, name, 0, [this, &name](runtime::Host& host) {
       const kit::Value impression =
           kit::Dictionary{{"campaignKey", 7}, {"spaceKey", name}, {"createdAt", kit::Value(machine_.loop.now())}};
       host.perform([&host, impression] {
@@ -761,7 +762,7 @@ class BusyLife {
     const std::string name = nextName("click");
     const bool is_commerce = kind == Kind::kCommerceClicks;
     // A re-engagement click is kept once its request has failed, and not before.
-    record(kind, name, is_commerce ? 0 : kAnswerSeconds, [&](host::Host& host) {
+    record(kind, name, is_commerce ? 0 : kAnswerSeconds, [&](runtime::Host& host) {
       host.passOpenURL(is_commerce ? "shop://offer?cid=" + name
                                    : "shop://offer?ck=" + std::to_string(5000 + items_.size()) +
                                          "&sn=9001&mrvk_eng=1&sub_referral=" + name);
@@ -772,7 +773,7 @@ class BusyLife {
 
   void setUserId() {
     const std::string name = nextName("user");
-    record(Kind::kDemographics, name, 0, [this, &name](host::Host& host) {
+    record(Kind::kDemographics, name, 0, [this, &name](runtime::Host& host) {
       permitReplacement(host.properties().fendoUserDemoInfo_userId(), name);
       return host.setUserId(name);
     });
@@ -790,7 +791,7 @@ class BusyLife {
 
   void reportCrash() {
     const std::string name = nextName("crash");
-    record(Kind::kCrashReports, name, 0, [&name](host::Host& host) {
+    record(Kind::kCrashReports, name, 0, [&name](runtime::Host& host) {
       host.reportUncaughtException({.reason = "fendo " + name, .call_stack_symbols = {}, .moment = std::nullopt});
       return std::nullopt;
     });
@@ -804,7 +805,7 @@ class BusyLife {
   void wish(bool forget_me) {
     is_wish_unchecked_ = false;
     wish_kept_from_ = kNever;
-    doNow([forget_me](host::Host& host) { host.gdprForgetMe(forget_me); });
+    doNow([forget_me](runtime::Host& host) { host.gdprForgetMe(forget_me); });
     if (!isCut())
       setWish(forget_me);
   }
@@ -820,9 +821,9 @@ class BusyLife {
 
   /// Where there is a network an accepted withdrawal would count as another wish to be forgotten.
   void withdraw() {
-    doNow([](host::Host& host) { host.setOffline(true); });
+    doNow([](runtime::Host& host) { host.setOffline(true); });
     wish(false);
-    doNow([](host::Host& host) { host.setOffline(false); });
+    doNow([](runtime::Host& host) { host.setOffline(false); });
   }
 
   // ------------------------------------------------------------------------------------------------- the newer program
@@ -1208,7 +1209,7 @@ class BusyLife {
       complain(Complaint::kAnotherDevice, std::to_string(own_installs_) + " installs");
     checkLedger();
     AllSides sides;
-    const std::array<std::string, host::kLedgerKinds> stored = readStore(sides);
+    const std::array<std::string, runtime::kLedgerKinds> stored = readStore(sides);
     for (const Item& item : items_) {
       const auto kind = static_cast<size_t>(item.kind);
       settle(item, stored[kind].find(item.name) != std::string::npos, sides[kind]);
@@ -1221,8 +1222,8 @@ class BusyLife {
   }
 
   /// What is stored of each kind, as text; and how much it is.
-  std::array<std::string, host::kLedgerKinds> readStore(AllSides& sides) const {
-    std::array<std::string, host::kLedgerKinds> texts;
+  std::array<std::string, runtime::kLedgerKinds> readStore(AllSides& sides) const {
+    std::array<std::string, runtime::kLedgerKinds> texts;
     for (const auto& [key, value] : process_->allStored()) {
       const std::optional<Kind> kind = kindStoredUnder(key);
       if (!kind)
@@ -1256,9 +1257,9 @@ class BusyLife {
 
   /// The row of the table.
   static size_t firstRuleOf(const Item& item) {
-    size_t first = host::ledgerRules().size();
+    size_t first = runtime::ledgerRules().size();
     for (const Permission& permission : item.permissions)
-      first = std::min(first, host::ledgerRuleOf(item.kind, permission.reason));
+      first = std::min(first, runtime::ledgerRuleOf(item.kind, permission.reason));
     return first;
   }
 
@@ -1286,7 +1287,7 @@ class BusyLife {
   SimulatedService service_{
       {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
   std::map<ServiceEndpoint, Mood> moods_;
-  std::unique_ptr<host::Host> process_;
+  std::unique_ptr<runtime::Host> process_;
   bool is_active_ = false;
   bool is_starting_ = false;
   bool is_healthy_ = false;

@@ -195,11 +195,11 @@ namespace {
 
 /// What the rules let go, by name.
 void addGivenUp(std::string& text, const BusyAccount& account) {
-  const auto rules = host::ledgerRules();
+  const auto rules = runtime::ledgerRules();
   for (size_t row = 0; row < rules.size(); ++row) {
     if (account.given_up[row] != 0)
       addFigureLine(text,
-                    std::string("of these ") + host::kLedgerKindNames[static_cast<size_t>(rules[row].kind)] + " " +
+                    std::string("of these ") + runtime::kLedgerKindNames[static_cast<size_t>(rules[row].kind)] + " " +
                         rules[row].words,
                     account.given_up[row]);
   }

@@ -5,8 +5,8 @@
 #include <mutex>
 #include <string>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "simulation/workers.h"
 #include "testing/fake_crypto.h"
 #include "testing/simulated_service.h"

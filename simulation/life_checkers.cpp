@@ -11,7 +11,7 @@
 namespace morvik::simulation {
 namespace {
 
-using host::LedgerKind;
+using runtime::LedgerKind;
 using testing::ServiceEndpoint;
 
 /// What a request may take beyond its time-out.
@@ -29,7 +29,7 @@ constexpr LedgerKind kindAt(size_t index) {
 }
 
 /// What was given up of a kind for a reason, by the ledger.
-uint64_t givenUp(const Ledger::Account& account, const host::LedgerRule& rule) {
+uint64_t givenUp(const Ledger::Account& account, const runtime::LedgerRule& rule) {
   for (const Ledger::GivenUp& each : account.given_up) {
     if (each.reason == rule.words)
       return each.count;
@@ -62,10 +62,10 @@ class LedgerIsSound final : public LifeChecker {
 
  private:
   static bool isRule(const std::string& kind, const Ledger::GivenUp& given_up) {
-    const auto rules = host::ledgerRules();
-    return std::any_of(rules.begin(), rules.end(), [&](const host::LedgerRule& rule) {
+    const auto rules = runtime::ledgerRules();
+    return std::any_of(rules.begin(), rules.end(), [&](const runtime::LedgerRule& rule) {
       return rule.by_rule && given_up.reason == rule.words &&
-             kind == host::kLedgerKindNames[static_cast<size_t>(rule.kind)];
+             kind == runtime::kLedgerKindNames[static_cast<size_t>(rule.kind)];
     });
   }
 };
@@ -79,9 +79,9 @@ class LedgerAgrees final : public LifeChecker {
   void stepEnds() override {
     if (!facts().ledger || !facts().knows_its_store)
       return;
-    for (size_t i = 0; i < host::kLedgerKinds; ++i)
-      checkKind(kindAt(i), facts().ledger->of(host::kLedgerKindNames[i]));
-    for (const host::LedgerRule& rule : host::ledgerRules())
+    for (size_t i = 0; i < runtime::kLedgerKinds; ++i)
+      checkKind(kindAt(i), facts().ledger->of(runtime::kLedgerKindNames[i]));
+    for (const runtime::LedgerRule& rule : runtime::ledgerRules())
       checkRule(rule);
   }
 
@@ -110,8 +110,8 @@ class LedgerAgrees final : public LifeChecker {
   }
 
   /// It names no reason that nothing gave occasion for.
-  void checkRule(const host::LedgerRule& rule) {
-    const char* const kind = host::kLedgerKindNames[static_cast<size_t>(rule.kind)];
+  void checkRule(const runtime::LedgerRule& rule) {
+    const char* const kind = runtime::kLedgerKindNames[static_cast<size_t>(rule.kind)];
     const uint64_t by_ledger = givenUp(facts().ledger->of(kind), rule);
     if (by_ledger == 0 || !rule.by_rule)
       return;
@@ -132,7 +132,7 @@ class NothingIsLost final : public LifeChecker {
       return;
     for (const ThingNumber number : facts().things.lost()) {
       if (told_.insert(number).second)
-        complain(std::string(host::kLedgerKindNames[static_cast<size_t>(facts().things[number].kind)]) + ": " +
+        complain(std::string(runtime::kLedgerKindNames[static_cast<size_t>(facts().things[number].kind)]) + ": " +
                  facts().things[number].name);
     }
   }
@@ -295,12 +295,12 @@ class AllGoesOut final : public LifeChecker {
   void stepEnds() override {
     if (!facts().is_all_well)
       return;
-    for (size_t kind = 0; kind < host::kLedgerKinds; ++kind) {
+    for (size_t kind = 0; kind < runtime::kLedgerKinds; ++kind) {
       // The "end" of a session waits for the next one.
       const uint64_t may_wait = kindAt(kind) == LedgerKind::kActivities ? 1 : 0;
       const uint64_t waiting = facts().things.stored(kindAt(kind)).size();
       if (waiting > may_wait)
-        complain(std::string(host::kLedgerKindNames[kind]) + ": " + numberText(waiting) + " wait");
+        complain(std::string(runtime::kLedgerKindNames[kind]) + ": " + numberText(waiting) + " wait");
     }
   }
 };

@@ -7,7 +7,7 @@
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "MorvikCoreLib/failure_counts.h"
-#include "host/ledger/ledger_exchange.h"
+#include "runtime/ledger/ledger_exchange.h"
 #include "services/converters.h"
 #include "services/endpoints.h"
 #include "services/json_writer.h"
@@ -16,8 +16,8 @@
 namespace morvik::simulation {
 namespace {
 
-using host::LedgerKind;
-using host::LedgerReason;
+using runtime::LedgerKind;
+using runtime::LedgerReason;
 using testing::ServiceEndpoint;
 
 constexpr std::string_view kLists[] = {"fendoActivityInfos", "fendoImpressionInfos", "reEngagementInfos",
@@ -399,9 +399,9 @@ void LifeWitness::processEnds(double undone_from, bool power_lost) {
 void LifeWitness::settle() {
   if (!facts.ledger)
     return;
-  std::array<uint64_t, host::kLedgerKinds> recorded{};
-  for (size_t kind = 0; kind < host::kLedgerKinds; ++kind)
-    recorded[kind] = facts.ledger->of(host::kLedgerKindNames[kind]).recorded;
+  std::array<uint64_t, runtime::kLedgerKinds> recorded{};
+  for (size_t kind = 0; kind < runtime::kLedgerKinds; ++kind)
+    recorded[kind] = facts.ledger->of(runtime::kLedgerKindNames[kind]).recorded;
   facts.things.settle(recorded, facts.now);
 }
 

@@ -28,7 +28,7 @@ class LifeWitness {
   LifeFacts facts;
 
   /// The app recorded something under a new name; it is kept once its turn is committed. `key`: of a click.
-  ThingNumber isRecorded(host::LedgerKind kind, const std::string& name);
+  ThingNumber isRecorded(runtime::LedgerKind kind, const std::string& name);
   /// The same, of one of the three demographic values ("age=17"): it takes the place of `before`, if that is pending.
   void isSet(const std::string& name, bool is_pending, const std::string& property);
   /// The device's description names nobody: no payload of demographics says whose they are.
@@ -65,7 +65,7 @@ class LifeWitness {
  private:
   void keepWhenCommitted(ThingNumber number);
   ThingBook::Strangers lookAtDemographics();
-  ThingBook::Strangers lookAt(host::LedgerKind kind, std::string_view key, const kit::Value& list);
+  ThingBook::Strangers lookAt(runtime::LedgerKind kind, std::string_view key, const kit::Value& list);
   void noteActivities(const kit::Value& list);
   void noteSentKeys(const kit::Value& keys);
   void noteSessionEnd();
@@ -73,7 +73,7 @@ class LifeWitness {
   void permitThoseThatWaitToBeHandled(const LifeExchange& exchange);
   void clickEnds(const LifeExchange& exchange, const std::optional<kit::Value>& answer);
   std::vector<ThingNumber> namesIn(testing::ServiceEndpoint endpoint, const kit::Value& payload);
-  void permitAll(const LifeExchange& exchange, host::LedgerKind kind, host::LedgerReason reason);
+  void permitAll(const LifeExchange& exchange, runtime::LedgerKind kind, runtime::LedgerReason reason);
 
   testing::SimulatedService& reader_;
   const std::function<void(std::function<void()>)> when_committed_;

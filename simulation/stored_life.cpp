@@ -4,8 +4,8 @@
 #include <string_view>
 #include <utility>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "services/json_writer.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
@@ -45,7 +45,7 @@ class StoredLife {
     process_ = machine_.start(options);
     machine_.loop.runUntilIdle();
   }
-  host::Host& process() { return *process_; }
+  runtime::Host& process() { return *process_; }
   void pass(double seconds) { machine_.loop.advance(seconds); }
   void openSession() {
     process_->applicationDidBecomeActive();
@@ -105,7 +105,7 @@ class StoredLife {
   testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
   testing::SimulatedService service_{
       {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
-  std::unique_ptr<host::Host> process_;
+  std::unique_ptr<runtime::Host> process_;
 };
 
 }  // namespace

@@ -50,7 +50,7 @@ void TestDevice::start() {
   settle();
 }
 
-host::Host& TestDevice::host() {
+runtime::Host& TestDevice::host() {
   if (!process_)
     throw std::logic_error("test device: no process runs; restart() starts one");
   return *process_;

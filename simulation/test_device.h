@@ -21,10 +21,10 @@
 #include <string>
 #include <string_view>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
-#include "host/host.h"
 #include "morvik/morvik.h"
+#include "runtime/host.h"
 #include "simulation/virtual_machine.h"
 #include "testing/fake_crypto.h"
 #include "testing/recording_log.h"
@@ -67,7 +67,7 @@ class TestDevice {
   /// or perform(); a kill() comes before them.
   MorvikCore& kit() { return host(); }
   /// The same, with what an app does not see: what is stored, what is pending.
-  host::Host& host();
+  runtime::Host& host();
   bool isAlive() const { return process_ != nullptr; }
   /// Runs `block` on the main queue, as the app's own code runs there: what it calls of the kit is done, and what that
   /// stored is committed. What it throws ends there, with a line in the log.
@@ -124,7 +124,7 @@ class TestDevice {
   testing::SeededRandom random_of_service_;
   testing::SimulatedService service_;
   bool is_offline_ = false;
-  std::unique_ptr<host::Host> process_;
+  std::unique_ptr<runtime::Host> process_;
 };
 
 }  // namespace morvik::simulation

@@ -9,7 +9,7 @@
 namespace morvik::simulation {
 namespace {
 
-using Kind = host::LedgerKind;
+using Kind = runtime::LedgerKind;
 using testing::ServiceEndpoint;
 
 struct StoredUnder {
@@ -53,8 +53,8 @@ std::string clickName(std::string_view url) {
 
 // ---------------------------------------------------------------------------------------------------------- the rules
 
-bool mayGo(Kind kind, host::LedgerReason reason) {
-  const host::LedgerRule& rule = host::ledgerRules()[host::ledgerRuleOf(kind, reason)];
+bool mayGo(Kind kind, runtime::LedgerReason reason) {
+  const runtime::LedgerRule& rule = runtime::ledgerRules()[runtime::ledgerRuleOf(kind, reason)];
   return rule.reason == reason && rule.by_rule;
 }
 
@@ -186,7 +186,7 @@ void ThingBook::isWrittenLate(double since, double now) {
   }
 }
 
-void ThingBook::permitStored(Kind kind, host::LedgerReason reason) {
+void ThingBook::permitStored(Kind kind, runtime::LedgerReason reason) {
   for (const ThingNumber number : stored_[indexOf(kind)])
     permit(number, reason);
 }
@@ -255,7 +255,7 @@ void ThingBook::diesWith(double undone_from, bool power_lost) {
   }
 }
 
-void ThingBook::settle(const std::array<uint64_t, host::kLedgerKinds>& recorded, double now) {
+void ThingBook::settle(const std::array<uint64_t, runtime::kLedgerKinds>& recorded, double now) {
   for (Thing& thing : things_) {
     thing.is_undone = thing.is_undone && !thing.is_stored;
     if (!std::exchange(thing.is_in_doubt, false))
@@ -292,7 +292,7 @@ ThingCounts ThingBook::counts(Kind kind) const {
   return counts;
 }
 
-uint64_t ThingBook::permitted(Kind kind, host::LedgerReason reason) const {
+uint64_t ThingBook::permitted(Kind kind, runtime::LedgerReason reason) const {
   uint64_t times = 0;
   for (const ThingNumber number : of_kind_[indexOf(kind)]) {
     const Thing& thing = things_[number];

@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
-#include "host/ledger/ledger_reasons.h"
 #include "kit/value.h"
+#include "runtime/ledger/ledger_reasons.h"
 #include "testing/service_endpoint.h"
 
 namespace morvik::simulation {
@@ -22,17 +22,17 @@ inline constexpr double kNever = std::numeric_limits<double>::infinity();
 
 /// Bits, one for each LedgerReason.
 using LedgerReasons = uint32_t;
-constexpr LedgerReasons bitOf(host::LedgerReason reason) {
+constexpr LedgerReasons bitOf(runtime::LedgerReason reason) {
   return LedgerReasons{1} << static_cast<unsigned>(reason);
 }
 
 /// Whether the ledger's table has a rule that gives records of this kind up for this reason.
-bool mayGo(host::LedgerKind kind, host::LedgerReason reason);
+bool mayGo(runtime::LedgerKind kind, runtime::LedgerReason reason);
 /// Where records of this kind are sent.
-testing::ServiceEndpoint endpointTaking(host::LedgerKind kind);
+testing::ServiceEndpoint endpointTaking(runtime::LedgerKind kind);
 
 struct Thing {
-  host::LedgerKind kind = host::LedgerKind::kActivities;
+  runtime::LedgerKind kind = runtime::LedgerKind::kActivities;
   std::string name;
   int64_t key = 0;  ///< of a click
   double recorded_at = 0;
@@ -69,12 +69,12 @@ struct ThingCounts {
 class ThingBook {
  public:
   /// `key`: of a click. The name is a new one among its kind.
-  ThingNumber record(host::LedgerKind kind, std::string name, double now, int64_t key = 0);
+  ThingNumber record(runtime::LedgerKind kind, std::string name, double now, int64_t key = 0);
   /// What a death undid comes again: a URL that was kept, say.
   void recordAgain(ThingNumber number, double now);
   /// A death undid it, or may have.
   bool mayBeUndone(ThingNumber number) const { return things_[number].is_undone || things_[number].is_in_doubt; }
-  std::optional<ThingNumber> find(host::LedgerKind kind, std::string_view name) const;
+  std::optional<ThingNumber> find(runtime::LedgerKind kind, std::string_view name) const;
   Thing& operator[](ThingNumber number) { return things_[number]; }
   const Thing& operator[](ThingNumber number) const { return things_[number]; }
   const std::vector<Thing>& all() const { return things_; }
@@ -85,8 +85,8 @@ class ThingBook {
   void isTrimmed(ThingNumber number, double now) { things_[number].trimmed_from = now; }
   /// What was held in memory since then, the disk having no room, is written only now.
   void isWrittenLate(double since, double now);
-  void permit(ThingNumber number, host::LedgerReason reason) { things_[number].may_go |= bitOf(reason); }
-  void permitStored(host::LedgerKind kind, host::LedgerReason reason);
+  void permit(ThingNumber number, runtime::LedgerReason reason) { things_[number].may_go |= bitOf(reason); }
+  void permitStored(runtime::LedgerKind kind, runtime::LedgerReason reason);
   void arrives(ThingNumber number);
   /// These, and no others, are stored of their kind. Those that are not in the book are told by `unknown`, those that
   /// stand there twice by `doubled`.
@@ -94,14 +94,14 @@ class ThingBook {
     std::vector<std::string> unknown;
     std::vector<std::string> doubled;
   };
-  Strangers storedAre(host::LedgerKind kind, const std::vector<std::string>& names);
+  Strangers storedAre(runtime::LedgerKind kind, const std::vector<std::string>& names);
   /// Of these the ones that are not stored wait for the store elsewhere, safe from any death; of their kind no others.
-  void waitBesideTheStore(host::LedgerKind kind, const std::vector<std::string>& names);
+  void waitBesideTheStore(runtime::LedgerKind kind, const std::vector<std::string>& names);
   /// One that waited is in the store now.
   void isTakenIn(ThingNumber number);
-  const std::vector<ThingNumber>& stored(host::LedgerKind kind) const { return stored_[indexOf(kind)]; }
+  const std::vector<ThingNumber>& stored(runtime::LedgerKind kind) const { return stored_[indexOf(kind)]; }
   /// A click that was recorded may be recorded once more.
-  void mayBeRecordedAgain(host::LedgerKind kind) {
+  void mayBeRecordedAgain(runtime::LedgerKind kind) {
     ++again_[indexOf(kind)];
     ++again_ever_[indexOf(kind)];
   }
@@ -112,38 +112,38 @@ class ThingBook {
   void diesWith(double undone_from, bool power_lost);
   /// The next process knows what it holds: what is in doubt and neither there nor arrived is undone. `recorded`: by
   /// kind, what the device's account says; what it may say is told by counts() until then.
-  void settle(const std::array<uint64_t, host::kLedgerKinds>& recorded, double now);
+  void settle(const std::array<uint64_t, runtime::kLedgerKinds>& recorded, double now);
 
-  ThingCounts counts(host::LedgerKind kind) const;
+  ThingCounts counts(runtime::LedgerKind kind) const;
   /// How many may go, or might have gone, for this reason; what came back counts as often as it was stored.
-  uint64_t permitted(host::LedgerKind kind, host::LedgerReason reason) const;
+  uint64_t permitted(runtime::LedgerKind kind, runtime::LedgerReason reason) const;
   /// Those that are gone, and that nothing explains.
   std::vector<ThingNumber> lost() const;
 
  private:
-  static constexpr size_t indexOf(host::LedgerKind kind) { return static_cast<size_t>(kind); }
+  static constexpr size_t indexOf(runtime::LedgerKind kind) { return static_cast<size_t>(kind); }
 
   std::vector<Thing> things_;
-  std::array<std::map<std::string, ThingNumber, std::less<>>, host::kLedgerKinds> by_name_;
-  std::array<std::vector<ThingNumber>, host::kLedgerKinds> of_kind_;
-  std::array<std::vector<ThingNumber>, host::kLedgerKinds> stored_;
-  std::array<uint64_t, host::kLedgerKinds> expected_{};  ///< recorded, as the device should count them
-  std::array<uint64_t, host::kLedgerKinds> doubtful_{};  ///< of these, undone by the latest deaths maybe
-  std::array<uint64_t, host::kLedgerKinds> back_{};      ///< undone earlier, and there after all maybe
-  std::array<uint64_t, host::kLedgerKinds> again_{};     ///< and beside these, recorded once more maybe
-  bool is_in_doubt_ = false;                             ///< since the latest death
-  std::array<uint64_t, host::kLedgerKinds> again_ever_{};
+  std::array<std::map<std::string, ThingNumber, std::less<>>, runtime::kLedgerKinds> by_name_;
+  std::array<std::vector<ThingNumber>, runtime::kLedgerKinds> of_kind_;
+  std::array<std::vector<ThingNumber>, runtime::kLedgerKinds> stored_;
+  std::array<uint64_t, runtime::kLedgerKinds> expected_{};  ///< recorded, as the device should count them
+  std::array<uint64_t, runtime::kLedgerKinds> doubtful_{};  ///< of these, undone by the latest deaths maybe
+  std::array<uint64_t, runtime::kLedgerKinds> back_{};      ///< undone earlier, and there after all maybe
+  std::array<uint64_t, runtime::kLedgerKinds> again_{};     ///< and beside these, recorded once more maybe
+  bool is_in_doubt_ = false;                                ///< since the latest death
+  std::array<uint64_t, runtime::kLedgerKinds> again_ever_{};
 };
 
 /// A stored list or value of the ledger's kinds. Nothing for any other key.
-std::optional<host::LedgerKind> kindStoredUnder(std::string_view key);
+std::optional<runtime::LedgerKind> kindStoredUnder(std::string_view key);
 /// So many records a value holds that is stored under the key of that kind.
-size_t recordsIn(host::LedgerKind kind, const kit::Value& stored);
+size_t recordsIn(runtime::LedgerKind kind, const kit::Value& stored);
 /// The name of a stored record; of a demographic value "age=17".
-std::string nameOfStored(host::LedgerKind kind, std::string_view key, const kit::Value& record);
+std::string nameOfStored(runtime::LedgerKind kind, std::string_view key, const kit::Value& record);
 /// Names of what a payload carries, each with its kind.
 struct CarriedThing {
-  host::LedgerKind kind;
+  runtime::LedgerKind kind;
   std::string name;
   int64_t key = 0;
 };

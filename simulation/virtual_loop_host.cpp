@@ -23,7 +23,7 @@ constexpr double kShortestSeconds = 1e-6;
 struct VirtualMainLoop::State {
   explicit State(const services::Logger& of_process) : logger(of_process) {}
   services::Logger logger;
-  host::TurnFrame frame = [](const kit::Block& turn) { turn(); };
+  runtime::TurnFrame frame = [](const kit::Block& turn) { turn(); };
   bool is_open = false;
   bool is_stopped = false;
   size_t blocks = 0;
@@ -44,7 +44,7 @@ VirtualMainLoop::~VirtualMainLoop() {
   stop();
 }
 
-void VirtualMainLoop::setFrame(host::TurnFrame frame) {
+void VirtualMainLoop::setFrame(runtime::TurnFrame frame) {
   state_->frame = std::move(frame);
 }
 
@@ -103,7 +103,7 @@ void VirtualMainLoop::async(kit::Block block) {
 }
 
 void VirtualMainLoop::after(double delay_seconds, kit::Block block) {
-  const bool is_short = !(delay_seconds > host::kShortDelaySeconds);
+  const bool is_short = !(delay_seconds > runtime::kShortDelaySeconds);
   size_t& count = is_short ? state_->short_timers : state_->longer_timers;
   ++count;
   // `count` is a member of the state, which the block keeps.
@@ -172,14 +172,14 @@ bool VirtualMainLoop::runWithin(double, kit::Block block) {
   return *is_done;
 }
 
-host::MainLoopCounts VirtualMainLoop::counts() const {
+runtime::MainLoopCounts VirtualMainLoop::counts() const {
   return {.blocks = state_->blocks, .short_timers = state_->short_timers, .longer_timers = state_->longer_timers};
 }
 
 struct VirtualBackground::State {
   explicit State(const services::Logger& of_process) : logger(of_process) {}
   services::Logger logger;
-  host::TurnFrame frame = [](const kit::Block& turn) { turn(); };
+  runtime::TurnFrame frame = [](const kit::Block& turn) { turn(); };
   kit::Block when_idle;
   size_t pending = 0;
   bool is_stopped = false;
@@ -203,7 +203,7 @@ VirtualBackground::~VirtualBackground() {
   state_->is_stopped = true;
 }
 
-void VirtualBackground::setFrame(host::TurnFrame frame) {
+void VirtualBackground::setFrame(runtime::TurnFrame frame) {
   state_->frame = std::move(frame);
 }
 

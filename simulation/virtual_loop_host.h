@@ -7,19 +7,19 @@
 #include <functional>
 #include <memory>
 
-#include "host/machine/machine.h"
+#include "runtime/machine/machine.h"
 #include "testing/virtual_loop.h"
 
 namespace morvik::simulation {
 
 /// The main queue. Its main thread is the one that runs the virtual loop; a block that is handed over outside a turn
 /// waits for its turn. `loop` outlives it; blocks that it left there when it goes do nothing any more.
-class VirtualMainLoop final : public host::MachineLoop {
+class VirtualMainLoop final : public runtime::MachineLoop {
  public:
   VirtualMainLoop(testing::VirtualLoop& loop, const services::Logger& logger);
   ~VirtualMainLoop() override;
 
-  void setFrame(host::TurnFrame frame) override;
+  void setFrame(runtime::TurnFrame frame) override;
   std::optional<kit::Error> open() override;
   /// Lets the virtual loop run what waits here, without time passing.
   bool drain(std::chrono::steady_clock::time_point deadline) override;
@@ -35,7 +35,7 @@ class VirtualMainLoop final : public host::MachineLoop {
   void afterThisTurn(kit::Block block) override;
   bool isMainThread() const override;
   bool isInTurn() const override;
-  host::MainLoopCounts counts() const override;
+  runtime::MainLoopCounts counts() const override;
   int pollDescriptor() const override { return -1; }
   int pollTimeoutMilliseconds() const override { return -1; }
   void dispatch() override {}
@@ -55,12 +55,12 @@ class VirtualMainLoop final : public host::MachineLoop {
 };
 
 /// The background queue. As VirtualMainLoop.
-class VirtualBackground final : public host::MachineBackground {
+class VirtualBackground final : public runtime::MachineBackground {
  public:
   VirtualBackground(testing::VirtualLoop& loop, const services::Logger& logger);
   ~VirtualBackground() override;
 
-  void setFrame(host::TurnFrame frame) override;
+  void setFrame(runtime::TurnFrame frame) override;
   void setWhenIdle(kit::Block hook) override;
   void async(kit::Block block) override;
   size_t pending() const override;

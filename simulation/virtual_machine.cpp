@@ -6,19 +6,19 @@
 #include <utility>
 #include <variant>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/hmac.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
-#include "host/erasing/file_eraser.h"
 #include "host/json/simdjson_codec.h"
-#include "host/life/process_word.h"
-#include "host/log/log_sinks.h"
-#include "host/machine/system_inputs.h"
-#include "host/machine/take_over_table.h"
-#include "host/make_host.h"
-#include "host/privacy/wish_file.h"
+#include "host/posix/log_sinks.h"
+#include "host/posix/process_word.h"
+#include "host/store/file_eraser.h"
 #include "host/store/sqlite_store.h"
+#include "host/store/wish_file.h"
+#include "host/system_inputs.h"
 #include "kit/house_lock.h"
+#include "runtime/machine/take_over_table.h"
+#include "runtime/make_host.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "simulation/virtual_flusher.h"
 #include "simulation/virtual_loop_host.h"
@@ -34,7 +34,7 @@ class VirtualInputs final : public host::SystemInputs {
   std::string absolutePath(const std::string& path) const override { return path; }
 };
 
-class VirtualClock final : public host::MachineClock {
+class VirtualClock final : public runtime::MachineClock {
  public:
   explicit VirtualClock(testing::VirtualLoop& loop) : loop_(loop) {}
   kit::Date now() const override { return loop_.now(); }
@@ -46,7 +46,7 @@ class VirtualClock final : public host::MachineClock {
   testing::VirtualLoop& loop_;
 };
 
-class VirtualCalendar final : public host::MachineCalendar {
+class VirtualCalendar final : public runtime::MachineCalendar {
  public:
   VirtualCalendar(std::shared_ptr<const kit::Calendar> calendar, std::string zone_name)
       : calendar_(std::move(calendar)), zone_name_(std::move(zone_name)) {}
@@ -62,10 +62,10 @@ class VirtualCalendar final : public host::MachineCalendar {
 };
 
 /// One thread stands for all.
-class VirtualThreads final : public host::MachineThreads {
+class VirtualThreads final : public runtime::MachineThreads {
  public:
   std::string currentThreadDescription() const override { return testing::FakeThreads().currentThreadDescription(); }
-  std::variant<std::unique_ptr<host::MachineThread>, kit::Error> start(const char*, std::function<void()>) override {
+  std::variant<std::unique_ptr<runtime::MachineThread>, kit::Error> start(const char*, std::function<void()>) override {
     return kit::Error{"a virtual machine has no threads"};
   }
 };
@@ -80,7 +80,7 @@ class SharedRandom final : public kit::Random {
   kit::Random& source_;
 };
 
-class VirtualFacts final : public host::MachineFacts {
+class VirtualFacts final : public runtime::MachineFacts {
  public:
   explicit VirtualFacts(const VirtualMachineOptions& options) : options_(options) {}
   std::string networkStatus(bool) const override { return options_.network_status; }
@@ -92,7 +92,7 @@ class VirtualFacts final : public host::MachineFacts {
 };
 
 /// The store of one process.
-class VirtualStore final : public host::MachineStore {
+class VirtualStore final : public runtime::MachineStore {
  public:
   explicit VirtualStore(testing::MemoryStore& store) : store_(store) {}
   kit::Value get(std::string_view key) const override { return store_.get(key); }
@@ -102,8 +102,8 @@ class VirtualStore final : public host::MachineStore {
     store_.replace(key, before, std::move(after));
   }
   // One thread: nothing comes in between.
-  void setTogether(std::span<host::StoreWrite> writes) override {
-    for (host::StoreWrite& write : writes)
+  void setTogether(std::span<runtime::StoreWrite> writes) override {
+    for (runtime::StoreWrite& write : writes)
       store_.set(write.key, std::move(write.value));
   }
   bool synchronize() override { return store_.synchronize(); }
@@ -111,7 +111,7 @@ class VirtualStore final : public host::MachineStore {
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override {
     return store_.trySetAndSynchronize(key, std::move(value));
   }
-  host::StoreOpening opening() const override { return host::StoreOpening::kOpened; }
+  runtime::StoreOpening opening() const override { return runtime::StoreOpening::kOpened; }
   const std::string& openingLine() const override { return opening_line_; }
   void setWhenTakenOver(kit::Block) override {}
   bool commitTurn() override {
@@ -158,10 +158,10 @@ class SharedShelf final : public kit::ReportShelf {
 };
 
 /// The network of one process.
-class VirtualNetwork final : public host::MachineNetwork {
+class VirtualNetwork final : public runtime::MachineNetwork {
  public:
   explicit VirtualNetwork(testing::ScriptedTransport& network) : network_(network) {}
-  void begin(kit::Request request, host::TransportHandler done) override {
+  void begin(kit::Request request, runtime::TransportHandler done) override {
     // Its connections come about at once.
     if (request.may_leave && !request.may_leave())
       return done({});
@@ -174,13 +174,13 @@ class VirtualNetwork final : public host::MachineNetwork {
 };
 
 /// Of a store in memory, where nothing comes in between.
-class MemoryEraser final : public host::MachineEraser {
+class MemoryEraser final : public runtime::MachineEraser {
  public:
   MemoryEraser(testing::MemoryStore& store, kit::ReportShelf& shelf) : store_(store), shelf_(shelf) {}
   std::optional<kit::Error> resume() override { return std::nullopt; }
   bool isDue() const override { return false; }
-  std::optional<kit::Error> begin(host::KeptWish) override { return std::nullopt; }
-  std::optional<kit::Error> finish(host::KeptWish wish) override {
+  std::optional<kit::Error> begin(runtime::KeptWish) override { return std::nullopt; }
+  std::optional<kit::Error> finish(runtime::KeptWish wish) override {
     for (const auto& [key, value] : store_.contents())
       store_.set(key, {});
     kit::HouseLock lock;
@@ -222,14 +222,14 @@ VirtualMachine::VirtualMachine(VirtualMachineOptions options)
 
 VirtualMachine::~VirtualMachine() = default;
 
-std::unique_ptr<host::Host> VirtualMachine::start(const HostOptions& options) {
-  auto made = host::makeHost(options, *this);
+std::unique_ptr<runtime::Host> VirtualMachine::start(const HostOptions& options) {
+  auto made = runtime::makeHost(options, *this);
   if (const auto* error = std::get_if<kit::Error>(&made))
     throw std::runtime_error("virtual machine: the host did not start: " + error->message);
-  return std::move(std::get<std::unique_ptr<host::Host>>(made));
+  return std::move(std::get<std::unique_ptr<runtime::Host>>(made));
 }
 
-void VirtualMachine::kill(std::unique_ptr<host::Host> process, const DiskCut& cut) {
+void VirtualMachine::kill(std::unique_ptr<runtime::Host> process, const DiskCut& cut) {
   if (options_.disk != nullptr)
     options_.disk->cutNow();
   store.kill();
@@ -241,19 +241,20 @@ void VirtualMachine::kill(std::unique_ptr<host::Host> process, const DiskCut& cu
     options_.disk->restart(cut);
 }
 
-std::unique_ptr<const host::MachineInputs> VirtualMachine::makeInputs() {
+std::unique_ptr<const runtime::MachineInputs> VirtualMachine::makeInputs() {
   return std::make_unique<VirtualInputs>();
 }
 
-std::variant<std::unique_ptr<host::MachineLogSink>, kit::Error> VirtualMachine::makeLogSink(const std::string& file) {
+std::variant<std::unique_ptr<runtime::MachineLogSink>, kit::Error> VirtualMachine::makeLogSink(
+    const std::string& file) {
   return host::makeSystemLogSink(file);
 }
 
-std::unique_ptr<host::MachineClock> VirtualMachine::makeClock() {
+std::unique_ptr<runtime::MachineClock> VirtualMachine::makeClock() {
   return std::make_unique<VirtualClock>(loop);
 }
 
-std::unique_ptr<host::MachineCalendar> VirtualMachine::makeCalendar() {
+std::unique_ptr<runtime::MachineCalendar> VirtualMachine::makeCalendar() {
   return std::make_unique<VirtualCalendar>(options_.calendar, options_.zone_name);
 }
 
@@ -261,11 +262,11 @@ std::unique_ptr<kit::Random> VirtualMachine::makeRandom() {
   return std::make_unique<SharedRandom>(random);
 }
 
-std::unique_ptr<host::MachineThreads> VirtualMachine::makeThreads() {
+std::unique_ptr<runtime::MachineThreads> VirtualMachine::makeThreads() {
   return std::make_unique<VirtualThreads>();
 }
 
-std::unique_ptr<host::MachineFacts> VirtualMachine::makeFacts() {
+std::unique_ptr<runtime::MachineFacts> VirtualMachine::makeFacts() {
   return std::make_unique<VirtualFacts>(options_);
 }
 
@@ -286,12 +287,12 @@ std::unique_ptr<const kit::JsonCodec> VirtualMachine::makeJsonCodec() {
 }
 
 host::SqliteStoreOptions VirtualMachine::storeOptions() {
-  return {.place = options_.disk->place(), .take_over = host::takeOverTable(), .make_flusher = flushesOn(loop, [this] {
-                                                                                 return sync_seconds;
-                                                                               })};
+  return {.place = options_.disk->place(),
+          .take_over = runtime::takeOverTable(),
+          .make_flusher = flushesOn(loop, [this] { return sync_seconds; })};
 }
 
-std::unique_ptr<host::MachineEraser> VirtualMachine::makeEraser(const std::string& folder, kit::LogSink& log) {
+std::unique_ptr<runtime::MachineEraser> VirtualMachine::makeEraser(const std::string& folder, kit::LogSink& log) {
   if (options_.disk == nullptr)
     return std::make_unique<MemoryEraser>(store, report_shelf);
   return std::make_unique<host::FileEraser>(
@@ -305,11 +306,11 @@ std::unique_ptr<host::MachineEraser> VirtualMachine::makeEraser(const std::strin
 }
 
 /// A store in memory can always be read.
-std::unique_ptr<host::MachineWishFile> VirtualMachine::makeWishFile(const std::string&) {
+std::unique_ptr<runtime::MachineWishFile> VirtualMachine::makeWishFile(const std::string&) {
   return options_.disk == nullptr ? nullptr : std::make_unique<host::WishFile>(options_.disk->place());
 }
 
-std::unique_ptr<host::MachineStore> VirtualMachine::makeStore(const std::string&, kit::LogSink& log) {
+std::unique_ptr<runtime::MachineStore> VirtualMachine::makeStore(const std::string&, kit::LogSink& log) {
   if (options_.disk != nullptr)
     return std::make_unique<host::SqliteStore>(storeOptions(), log);
   return std::make_unique<VirtualStore>(store);
@@ -320,11 +321,11 @@ std::unique_ptr<kit::ReportShelf> VirtualMachine::makeReportShelf(const std::str
   return std::make_unique<SharedShelf>(report_shelf, options_.disk);
 }
 
-std::unique_ptr<host::MachineLoop> VirtualMachine::makeMainLoop(MainQueueMode, const services::Logger& logger) {
+std::unique_ptr<runtime::MachineLoop> VirtualMachine::makeMainLoop(MainQueueMode, const services::Logger& logger) {
   return std::make_unique<VirtualMainLoop>(loop, logger);
 }
 
-std::unique_ptr<host::MachineBackground> VirtualMachine::makeBackground(const services::Logger& logger) {
+std::unique_ptr<runtime::MachineBackground> VirtualMachine::makeBackground(const services::Logger& logger) {
   return std::make_unique<VirtualBackground>(loop, logger);
 }
 
@@ -332,7 +333,7 @@ std::atomic<uint64_t>& VirtualMachine::processWord() {
   return host::processWord();
 }
 
-std::unique_ptr<host::MachineNetwork> VirtualMachine::makeNetwork(const std::string&) {
+std::unique_ptr<runtime::MachineNetwork> VirtualMachine::makeNetwork(const std::string&) {
   return std::make_unique<VirtualNetwork>(transport);
 }
 

@@ -13,10 +13,10 @@
 #include <memory>
 #include <string>
 
-#include "host/host.h"
-#include "host/machine/machine.h"
 #include "kit/clock.h"
 #include "morvik/host_options.h"
+#include "runtime/host.h"
+#include "runtime/machine/machine.h"
 #include "simulation/simulated_disk.h"
 #include "testing/fake_crypto.h"
 #include "testing/fake_siblings.h"
@@ -50,7 +50,7 @@ struct VirtualMachineOptions {
 HostOptions simulatedApp();
 
 /// Of one thread. Everything public outlives the processes.
-class VirtualMachine : public host::Machine {
+class VirtualMachine : public runtime::Machine {
  public:
   explicit VirtualMachine(VirtualMachineOptions options = {});
   ~VirtualMachine() override;
@@ -64,32 +64,32 @@ class VirtualMachine : public host::Machine {
   double sync_seconds = 0;
 
   /// A process: the host on this machine. One at a time. std::runtime_error when the options are refused.
-  std::unique_ptr<host::Host> start(const HostOptions& options);
+  std::unique_ptr<runtime::Host> start(const HostOptions& options);
   /// The process dies at once: what was not committed is lost, and nothing of it runs any more. Between turns only.
   /// `cut`: how the disk is cut off, if there is one and it was not cut off before.
-  void kill(std::unique_ptr<host::Host> process, const DiskCut& cut = DiskCut::killed());
+  void kill(std::unique_ptr<runtime::Host> process, const DiskCut& cut = DiskCut::killed());
 
-  std::unique_ptr<const host::MachineInputs> makeInputs() override;
-  std::variant<std::unique_ptr<host::MachineLogSink>, kit::Error> makeLogSink(const std::string& file) override;
-  std::unique_ptr<host::MachineClock> makeClock() override;
-  std::unique_ptr<host::MachineCalendar> makeCalendar() override;
+  std::unique_ptr<const runtime::MachineInputs> makeInputs() override;
+  std::variant<std::unique_ptr<runtime::MachineLogSink>, kit::Error> makeLogSink(const std::string& file) override;
+  std::unique_ptr<runtime::MachineClock> makeClock() override;
+  std::unique_ptr<runtime::MachineCalendar> makeCalendar() override;
   std::unique_ptr<kit::Random> makeRandom() override;
-  std::unique_ptr<host::MachineThreads> makeThreads() override;
-  std::unique_ptr<host::MachineFacts> makeFacts() override;
+  std::unique_ptr<runtime::MachineThreads> makeThreads() override;
+  std::unique_ptr<runtime::MachineFacts> makeFacts() override;
   std::unique_ptr<const kit::Cipher> makeCipher() override;
   std::unique_ptr<const kit::Compressor> makeCompressor(const kit::StopRequest& stop) override;
   std::unique_ptr<const kit::KeyedHash> makeKeyedHash() override;
   std::unique_ptr<const kit::JsonCodec> makeJsonCodec() override;
-  std::unique_ptr<host::MachineEraser> makeEraser(const std::string& folder, kit::LogSink& log) override;
-  std::unique_ptr<host::MachineWishFile> makeWishFile(const std::string& folder) override;
-  std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
+  std::unique_ptr<runtime::MachineEraser> makeEraser(const std::string& folder, kit::LogSink& log) override;
+  std::unique_ptr<runtime::MachineWishFile> makeWishFile(const std::string& folder) override;
+  std::unique_ptr<runtime::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
   std::unique_ptr<kit::ReportShelf> makeReportShelf(const std::string& folder, const kit::JsonCodec& json,
                                                     kit::LogSink& log) override;
-  std::unique_ptr<host::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
-  std::unique_ptr<host::MachineBackground> makeBackground(const services::Logger& logger) override;
+  std::unique_ptr<runtime::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
+  std::unique_ptr<runtime::MachineBackground> makeBackground(const services::Logger& logger) override;
   bool hasThreads() const override { return false; }
   std::atomic<uint64_t>& processWord() override;
-  std::unique_ptr<host::MachineNetwork> makeNetwork(const std::string& ca_file) override;
+  std::unique_ptr<runtime::MachineNetwork> makeNetwork(const std::string& ca_file) override;
 
  protected:
   /// Of the real store on the disk, when there is one.

@@ -3,9 +3,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/machine/passing_store.h"
-#include "host/machine/passing_transport.h"
 #include "kit/continued_list.h"
+#include "runtime/machine/passing_store.h"
+#include "runtime/machine/passing_transport.h"
 #include "simulation/heard_lines.h"
 
 namespace morvik::simulation {
@@ -16,10 +16,10 @@ MachineMeddler& noMeddler() {
   return none;
 }
 
-class WatchedStore final : public host::PassingStore {
+class WatchedStore final : public runtime::PassingStore {
  public:
   /// `log`: what the store says goes there.
-  WatchedStore(std::unique_ptr<kit::LogSink> log, std::unique_ptr<host::MachineStore> store, MachineWatcher& watcher,
+  WatchedStore(std::unique_ptr<kit::LogSink> log, std::unique_ptr<runtime::MachineStore> store, MachineWatcher& watcher,
                MachineMeddler& meddler)
       : PassingStore(*store), log_(std::move(log)), owned_(std::move(store)), watcher_(watcher), meddler_(meddler) {}
 
@@ -45,9 +45,9 @@ class WatchedStore final : public host::PassingStore {
     meddler_.storeIsCalled();
     set(key, kit::continuedList(before, store_.get(key), std::move(after)));
   }
-  void setTogether(std::span<host::StoreWrite> writes) override {
+  void setTogether(std::span<runtime::StoreWrite> writes) override {
     meddler_.storeIsCalled();
-    for (host::StoreWrite& write : writes) {
+    for (runtime::StoreWrite& write : writes) {
       write.value = meddler_.stored(write.key, std::move(write.value));
       watcher_.valueIsSet(write.key, write.value);
     }
@@ -75,17 +75,17 @@ class WatchedStore final : public host::PassingStore {
 
  private:
   const std::unique_ptr<kit::LogSink> log_;
-  const std::unique_ptr<host::MachineStore> owned_;
+  const std::unique_ptr<runtime::MachineStore> owned_;
   MachineWatcher& watcher_;
   MachineMeddler& meddler_;
 };
 
-class WatchedLoop final : public host::MachineLoop {
+class WatchedLoop final : public runtime::MachineLoop {
  public:
-  WatchedLoop(std::unique_ptr<host::MachineLoop> loop, MachineWatcher& watcher, MachineMeddler& meddler)
+  WatchedLoop(std::unique_ptr<runtime::MachineLoop> loop, MachineWatcher& watcher, MachineMeddler& meddler)
       : loop_(std::move(loop)), watcher_(watcher), meddler_(meddler) {}
 
-  void setFrame(host::TurnFrame frame) override { loop_->setFrame(std::move(frame)); }
+  void setFrame(runtime::TurnFrame frame) override { loop_->setFrame(std::move(frame)); }
   std::optional<kit::Error> open() override { return loop_->open(); }
   bool drain(std::chrono::steady_clock::time_point deadline) override { return loop_->drain(deadline); }
   void cease() override { loop_->cease(); }
@@ -107,7 +107,7 @@ class WatchedLoop final : public host::MachineLoop {
   void afterThisTurn(kit::Block block) override { loop_->afterThisTurn(std::move(block)); }
   bool isMainThread() const override { return loop_->isMainThread(); }
   bool isInTurn() const override { return loop_->isInTurn(); }
-  host::MainLoopCounts counts() const override { return loop_->counts(); }
+  runtime::MainLoopCounts counts() const override { return loop_->counts(); }
   int pollDescriptor() const override { return loop_->pollDescriptor(); }
   int pollTimeoutMilliseconds() const override { return loop_->pollTimeoutMilliseconds(); }
   void dispatch() override { loop_->dispatch(); }
@@ -120,15 +120,15 @@ class WatchedLoop final : public host::MachineLoop {
   }
 
  private:
-  const std::unique_ptr<host::MachineLoop> loop_;
+  const std::unique_ptr<runtime::MachineLoop> loop_;
   MachineWatcher& watcher_;
   MachineMeddler& meddler_;
 };
 
-class WatchedTransport final : public host::PassingTransport {
+class WatchedTransport final : public runtime::PassingTransport {
  public:
-  WatchedTransport(std::unique_ptr<host::MachineTransport> transport, uint64_t& last_exchange, MachineWatcher& watcher,
-                   MachineMeddler& meddler)
+  WatchedTransport(std::unique_ptr<runtime::MachineTransport> transport, uint64_t& last_exchange,
+                   MachineWatcher& watcher, MachineMeddler& meddler)
       : PassingTransport(*transport),
         owned_(std::move(transport)),
         last_exchange_(last_exchange),
@@ -156,7 +156,7 @@ class WatchedTransport final : public host::PassingTransport {
   }
 
  private:
-  const std::unique_ptr<host::MachineTransport> owned_;
+  const std::unique_ptr<runtime::MachineTransport> owned_;
   uint64_t& last_exchange_;
   MachineWatcher& watcher_;
   MachineMeddler& meddler_;
@@ -167,18 +167,18 @@ class WatchedTransport final : public host::PassingTransport {
 WatchedMachine::WatchedMachine(VirtualMachineOptions options, MachineWatcher& watcher, MachineMeddler* meddler)
     : VirtualMachine(std::move(options)), watcher_(watcher), meddler_(meddler != nullptr ? *meddler : noMeddler()) {}
 
-std::unique_ptr<host::MachineStore> WatchedMachine::makeStore(const std::string& folder, kit::LogSink& log) {
+std::unique_ptr<runtime::MachineStore> WatchedMachine::makeStore(const std::string& folder, kit::LogSink& log) {
   auto watched =
       std::make_unique<HeardLines>(log, [&watcher = watcher_](std::string_view text) { watcher.storeSays(text); });
   auto made = VirtualMachine::makeStore(folder, *watched);
   return std::make_unique<WatchedStore>(std::move(watched), std::move(made), watcher_, meddler_);
 }
 
-std::unique_ptr<host::MachineLoop> WatchedMachine::makeMainLoop(MainQueueMode mode, const services::Logger& logger) {
+std::unique_ptr<runtime::MachineLoop> WatchedMachine::makeMainLoop(MainQueueMode mode, const services::Logger& logger) {
   return std::make_unique<WatchedLoop>(VirtualMachine::makeMainLoop(mode, logger), watcher_, meddler_);
 }
 
-std::unique_ptr<host::MachineTransport> WatchedMachine::makeTransport(host::TransportParts parts) {
+std::unique_ptr<runtime::MachineTransport> WatchedMachine::makeTransport(runtime::TransportParts parts) {
   if (meddler_.losesTheWishWhileRequestsWait())
     parts.is_forgotten = [] { return false; };
   return std::make_unique<WatchedTransport>(VirtualMachine::makeTransport(std::move(parts)), last_exchange_, watcher_,

@@ -59,9 +59,9 @@ class WatchedMachine final : public VirtualMachine {
  public:
   WatchedMachine(VirtualMachineOptions options, MachineWatcher& watcher, MachineMeddler* meddler);
 
-  std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
-  std::unique_ptr<host::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
-  std::unique_ptr<host::MachineTransport> makeTransport(host::TransportParts parts) override;
+  std::unique_ptr<runtime::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
+  std::unique_ptr<runtime::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
+  std::unique_ptr<runtime::MachineTransport> makeTransport(runtime::TransportParts parts) override;
 
  private:
   MachineWatcher& watcher_;

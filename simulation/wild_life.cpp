@@ -10,13 +10,13 @@
 #include <utility>
 #include <variant>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
-#include "host/host.h"
-#include "host/privacy/wish_file.h"
-#include "host/privacy/wish_sectors.h"
-#include "host/siblings/kept_identifier.h"
 #include "host/store/store_database.h"
+#include "host/store/wish_file.h"
+#include "host/store/wish_sectors.h"
+#include "runtime/host.h"
+#include "runtime/siblings/kept_identifier.h"
 #include "services/json_writer.h"
 #include "simulation/durations.h"
 #include "simulation/life_witness.h"
@@ -29,7 +29,7 @@
 namespace morvik::simulation {
 namespace {
 
-using host::LedgerKind;
+using runtime::LedgerKind;
 using testing::Answer;
 using testing::ServiceEndpoint;
 using testing::SimulatedService;
@@ -323,7 +323,7 @@ class WildLife final : private MachineWatcher {
       if (process_->isGdprForgetMe())
         return;
       const ThingNumber number = witness_.isRecorded(LedgerKind::kActivities, name);
-      witness_.facts.things.permit(number, host::LedgerReason::kKeptSession);
+      witness_.facts.things.permit(number, runtime::LedgerReason::kKeptSession);
       process_->addActivity("game", "end", name);
     });
   }
@@ -462,11 +462,11 @@ class WildLife final : private MachineWatcher {
   void askToBeForgotten() { wish(true); }
   /// More than the host has places for.
   void askToBeForgottenBehindManyLinks() {
-    const uint64_t links = host::kMaxConnectionsPerHost + 1 + dice_.below(host::kMaxConnectionsPerHost);
+    const uint64_t links = runtime::kMaxConnectionsPerHost + 1 + dice_.below(runtime::kMaxConnectionsPerHost);
     for (uint64_t link = 0; link < links; ++link)
       openUrl(reEngagementUrl() + "&mrvk_eng=1");
     perform([this] {
-      if (process_->pending().requests > host::kMaxConnectionsPerHost)
+      if (process_->pending().requests > runtime::kMaxConnectionsPerHost)
         ++result_.figures.full_queues;
     });
     wish(true);
@@ -619,7 +619,7 @@ class WildLife final : private MachineWatcher {
     machine_.loop.runUntilIdle();
     is_starting_ = false;
     disk_.processStarts(false);
-    name_in_the_dark_ = process_->storedValue(host::kInstallIdKey);
+    name_in_the_dark_ = process_->storedValue(runtime::kInstallIdKey);
     is_active_ = false;
     is_unsettled_ = true;
     for (auto& each : std::exchange(committed_at_start_, {})) {
@@ -798,7 +798,7 @@ class WildLife final : private MachineWatcher {
     LifeFacts& facts = witness_.facts;
     if (facts.is_beside_newer)
       return;
-    if (facts.is_in_the_dark && process_->storedValue(host::kInstallIdKey) != name_in_the_dark_) {
+    if (facts.is_in_the_dark && process_->storedValue(runtime::kInstallIdKey) != name_in_the_dark_) {
       facts.is_in_the_dark = false;
       has_come_to_light_ = true;
     }
@@ -1086,7 +1086,7 @@ class WildLife final : private MachineWatcher {
   const std::vector<std::unique_ptr<LifeChecker>> checkers_;
   HostOptions app_;
   std::shared_ptr<MorvikCoreDelegate> delegate_;
-  std::unique_ptr<host::Host> process_;
+  std::unique_ptr<runtime::Host> process_;
 
   Weather weather_ = Weather::kFine;
   bool is_healthy_ = false;

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "MorvikCoreLib/failure_counts.h"
-#include "host/ledger/ledger_book.h"
-#include "host/siblings/kept_identifier.h"
+#include "runtime/ledger/ledger_book.h"
+#include "runtime/siblings/kept_identifier.h"
 #include "testing/service_endpoint.h"
 
 namespace morvik::simulation {
@@ -54,9 +54,9 @@ class Meddler final : public MachineMeddler {
       case WildSabotage::kLosesTheWish:
         return key == "MorvikCoreUserInfo_isGDPRForgetMe" ? Value(false) : value;
       case WildSabotage::kIsAnotherDevice:
-        return key == host::kInstallIdKey ? Value() : value;
+        return key == runtime::kInstallIdKey ? Value() : value;
       case WildSabotage::kForgetsTheAccount:
-        return key == host::kLedgerKey ? Value("no account") : value;
+        return key == runtime::kLedgerKey ? Value("no account") : value;
       default:
         return value;
     }

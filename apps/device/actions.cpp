@@ -11,8 +11,8 @@
 #include "apps/device/phone.h"
 #include "apps/device/property_values.h"
 #include "apps/device/status_fields.h"
-#include "host/crash/crash_record.h"
-#include "host/crash/fatal_signals.h"
+#include "host/linux/crash/crash_record.h"
+#include "host/linux/crash/fatal_signals.h"
 
 namespace morvik_device {
 namespace {
@@ -29,7 +29,7 @@ kit::Value count(size_t number) {
   return kit::Value(static_cast<int64_t>(number));
 }
 
-std::string whatIsBusy(const morvik::host::Pending& pending) {
+std::string whatIsBusy(const morvik::runtime::Pending& pending) {
   const std::pair<size_t, const char*> parts[] = {{pending.requests, "requests in flight"},
                                                   {pending.main_blocks, "blocks on the main queue"},
                                                   {pending.background_blocks, "blocks on the background queue"},
@@ -216,7 +216,7 @@ void moveClock(Phone& phone, const Arguments& arguments, const Reply& reply) {
 
 void settle(Phone& phone, const Arguments& arguments, const Reply& reply) {
   phone.host().settle(arguments.seconds.value_or(kSettleSeconds), [&phone, reply](bool settled) {
-    const morvik::host::Pending pending = phone.host().pending();
+    const morvik::runtime::Pending pending = phone.host().pending();
     Outcome outcome = settled ? Outcome() : refused(whatIsBusy(pending));
     outcome.fields.set("background_tasks", count(pending.background_tasks));
     outcome.fields.set("retries", count(pending.retries));

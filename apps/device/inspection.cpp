@@ -9,13 +9,13 @@
 #include "MorvikCoreLib/failure_counts.h"
 #include "apps/device/ledger_rows.h"
 #include "apps/device/stored_ledger.h"
-#include "host/crash/crash_record.h"
-#include "host/crash/earlier_crash.h"
-#include "host/crash/report_file.h"
 #include "host/json/simdjson_codec.h"
-#include "host/ledger/ledger_accounts.h"
-#include "host/siblings/kept_identifier.h"
+#include "host/linux/crash/crash_record.h"
+#include "host/linux/crash/earlier_crash.h"
+#include "host/posix/report_file.h"
 #include "host/store/sqlite_store.h"
+#include "runtime/ledger/ledger_accounts.h"
+#include "runtime/siblings/kept_identifier.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "services/conversion_cache.h"
 #include "services/endpoints.h"
@@ -24,6 +24,7 @@ namespace morvik_device {
 namespace {
 
 namespace host = morvik::host;
+namespace runtime = morvik::runtime;
 namespace kit = morvik::kit;
 namespace property = morvik::services::property;
 
@@ -104,9 +105,9 @@ constexpr Place kPlaces[] = {
     {"demographics", property::fendoUserDemoInfoForComplete_userId, "user id"},
     {"consent", property::MorvikCoreUserInfo_isGDPRForgetMe, "forgotten, or to be"},
     {"consent", property::MorvikCoreUserInfo_isGDPRForgetMeServerSynced, "accepted by the service"},
-    {"host", host::kInstallIdKey, "install id"},
-    {"host", host::kDeviceIdKey, "device id"},
-    {"host", host::kAdvertisingIdKey, "advertising identifier made here"},
+    {"host", runtime::kInstallIdKey, "install id"},
+    {"host", runtime::kDeviceIdKey, "device id"},
+    {"host", runtime::kAdvertisingIdKey, "advertising identifier made here"},
     {"host", morvik::services::kConversionTimesKey, "times of conversions"},
 };
 
@@ -320,7 +321,7 @@ void remarkFilesSetAside(const std::string& folder, std::vector<std::string>& re
 
 std::vector<Section> sorted(const StoredEntries& entries, const BesideTheStore& beside, size_t shown) {
   std::vector<Section> sections = emptySections();
-  std::set<std::string_view> known = {host::kLedgerKey};
+  std::set<std::string_view> known = {runtime::kLedgerKey};
   for (const Place& place : kPlaces) {
     known.insert(place.name);
     if (const kit::Value& value = valueIn(entries, place.name); !value.isAbsent())
@@ -346,7 +347,7 @@ std::optional<std::string> inspect(const std::string& folder, size_t shown, Insp
     return problem;
   Remarks remarks;
   const host::SqliteStore store({.place = place, .read_only = true}, remarks);
-  if (store.opening() != host::StoreOpening::kOpened)
+  if (store.opening() != runtime::StoreOpening::kOpened)
     return withoutSpeaker(store.openingLine());
   for (const std::string& line : remarks.lines)
     out.remarks.push_back(withoutSpeaker(line));

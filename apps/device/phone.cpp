@@ -3,13 +3,14 @@
 #include <utility>
 
 #include "apps/device/option_names.h"
-#include "host/siblings/kept_identifier.h"
-#include "host/system_host.h"
+#include "host/make_host.h"
+#include "runtime/siblings/kept_identifier.h"
 
 namespace morvik_device {
 namespace {
 
 namespace host = morvik::host;
+namespace runtime = morvik::runtime;
 namespace kit = morvik::kit;
 
 std::shared_ptr<const morvik::MorvikCoreDelegate> makeDelegateOfApp(Output& output) {
@@ -54,20 +55,20 @@ std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& op
 }
 
 std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& options, Output& output,
-                                                               host::Machine& machine) {
+                                                               runtime::Machine& machine) {
   morvik::HostOptions of_host = options.host;
   of_host.modules = makeModules(options.modules, output);
-  return taken(host::makeHost(of_host, machine), output);
+  return taken(runtime::makeHost(of_host, machine), output);
 }
 
 std::variant<std::unique_ptr<Phone>, std::string> Phone::taken(
-    std::variant<std::unique_ptr<host::Host>, kit::Error> made, Output& output) {
+    std::variant<std::unique_ptr<runtime::Host>, kit::Error> made, Output& output) {
   if (const auto* error = std::get_if<kit::Error>(&made))
     return inTermsOfTheProgram(error->message);
-  return std::unique_ptr<Phone>(new Phone(std::move(std::get<std::unique_ptr<host::Host>>(made)), output));
+  return std::unique_ptr<Phone>(new Phone(std::move(std::get<std::unique_ptr<runtime::Host>>(made)), output));
 }
 
-Phone::Phone(std::unique_ptr<host::Host> host, Output& output)
+Phone::Phone(std::unique_ptr<runtime::Host> host, Output& output)
     : delegate_of_app_(makeDelegateOfApp(output)),
       delegate_of_services_(makeDelegateOfServices(output)),
       host_(std::move(host)) {
@@ -80,7 +81,7 @@ StoreView Phone::storeView() {
 }
 
 std::string Phone::installId() {
-  return std::string(host_->storedValue(host::kInstallIdKey).string());
+  return std::string(host_->storedValue(runtime::kInstallIdKey).string());
 }
 
 }  // namespace morvik_device

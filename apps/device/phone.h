@@ -9,10 +9,10 @@
 #include "apps/device/options.h"
 #include "apps/device/output.h"
 #include "apps/device/store_view.h"
-#include "host/host.h"
-#include "host/machine/machine.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "morvik/morvik.h"
+#include "runtime/host.h"
+#include "runtime/machine/machine.h"
 
 namespace morvik_device {
 
@@ -23,25 +23,25 @@ class Phone {
   static std::variant<std::unique_ptr<Phone>, std::string> start(const Options& options, Output& output);
   /// The same on another machine, which outlives the phone. Crashes of the process are of no matter there.
   static std::variant<std::unique_ptr<Phone>, std::string> start(const Options& options, Output& output,
-                                                                 morvik::host::Machine& machine);
+                                                                 morvik::runtime::Machine& machine);
 
   /// Any thread; what it offers says more.
-  morvik::host::Host& host() { return *host_; }
+  morvik::runtime::Host& host() { return *host_; }
   StoreView storeView();
   /// By which services know this install.
   std::string installId();
   /// Gives the kit away, for its machine to end it. Nothing else may be asked of the phone afterwards.
-  std::unique_ptr<morvik::host::Host> releaseHost() { return std::move(host_); }
+  std::unique_ptr<morvik::runtime::Host> releaseHost() { return std::move(host_); }
 
  private:
   static std::variant<std::unique_ptr<Phone>, std::string> taken(
-      std::variant<std::unique_ptr<morvik::host::Host>, morvik::kit::Error> made, Output& output);
-  Phone(std::unique_ptr<morvik::host::Host> host, Output& output);
+      std::variant<std::unique_ptr<morvik::runtime::Host>, morvik::kit::Error> made, Output& output);
+  Phone(std::unique_ptr<morvik::runtime::Host> host, Output& output);
 
   // Held weakly by the kit, so they are its last to go.
   std::shared_ptr<const morvik::MorvikCoreDelegate> delegate_of_app_;
   std::shared_ptr<const morvik::kit::SaveFendoUserInfoDelegate> delegate_of_services_;
-  std::unique_ptr<morvik::host::Host> host_;
+  std::unique_ptr<morvik::runtime::Host> host_;
 };
 
 }  // namespace morvik_device

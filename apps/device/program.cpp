@@ -16,9 +16,9 @@
 #include "apps/device/runner.h"
 #include "apps/device/simulation/simulate.h"
 #include "apps/device/terminal_source.h"
-#include "host/machine/turn_gate.h"
 #include "host/net/curl_transport.h"
-#include "host/sending/exchange_queue.h"
+#include "runtime/machine/turn_gate.h"
+#include "runtime/sending/exchange_queue.h"
 
 namespace morvik_device {
 namespace {
@@ -70,13 +70,13 @@ class Reporting {
 
  private:
   Phone& phone_;
-  morvik::host::TurnGate gate_;
-  morvik::host::ExchangeQueue transport_;
+  morvik::runtime::TurnGate gate_;
+  morvik::runtime::ExchangeQueue transport_;
   LedgerReporter reporter_;
 };
 
 // As the verb says that ended the program; without one, the input has.
-Outcome endHost(morvik::host::Host& host, const std::optional<Command>& last) {
+Outcome endHost(morvik::runtime::Host& host, const std::optional<Command>& last) {
   Outcome outcome;
   if (last && last->verb->name == "erase") {
     if (!host.eraseLocalData())

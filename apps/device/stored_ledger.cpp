@@ -1,19 +1,19 @@
 #include "apps/device/stored_ledger.h"
 
-#include "host/ledger/ledger_accounts.h"
-#include "host/ledger/ledger_stored.h"
+#include "runtime/ledger/ledger_accounts.h"
+#include "runtime/ledger/ledger_stored.h"
 
 namespace morvik_device {
 namespace {
 
-namespace host = morvik::host;
+namespace runtime = morvik::runtime;
 namespace kit = morvik::kit;
-using host::LedgerKind;
+using runtime::LedgerKind;
 
 /// What is stored without having been counted in the book, and in good order: a dying process writes its report past
 /// it, and a book is not begun before something else than an activity is to be counted.
 void countWhatIsInGoodOrder(bool has_book, morvik::Ledger& ledger) {
-  constexpr const char* kReports = host::kLedgerKindNames[static_cast<size_t>(LedgerKind::kCrashReports)];
+  constexpr const char* kReports = runtime::kLedgerKindNames[static_cast<size_t>(LedgerKind::kCrashReports)];
   for (morvik::Ledger::Account& account : ledger.accounts) {
     const uint64_t known = account.delivered + account.stored + account.under_way + account.givenUp();
     if ((!has_book || account.kind == kReports) && account.recorded < known)
@@ -24,9 +24,9 @@ void countWhatIsInGoodOrder(bool has_book, morvik::Ledger& ledger) {
 }  // namespace
 
 morvik::Ledger storedLedger(const kit::KeyValueStore& store) {
-  const kit::Value written = store.get(host::kLedgerKey);
-  const host::LedgerStored stored(store);
-  const host::LedgerAccounts accounts(written, stored.recordedUnwritten());
+  const kit::Value written = store.get(runtime::kLedgerKey);
+  const runtime::LedgerStored stored(store);
+  const runtime::LedgerAccounts accounts(written, stored.recordedUnwritten());
   morvik::Ledger ledger = accounts.toLedger(stored.counts());
   countWhatIsInGoodOrder(!written.isAbsent(), ledger);
   return ledger;

@@ -1,10 +1,10 @@
 #include "bench/support/batch_kit.h"
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/system_random.h"
-#include "host/crypto/zlib_compressor.h"
 #include "host/json/simdjson_codec.h"
-#include "host/sending/batch_limit.h"
+#include "host/linux/system_random.h"
+#include "runtime/sending/batch_limit.h"
 #include "services/converters.h"
 #include "services/dates.h"
 #include "services/envelope.h"
@@ -179,7 +179,7 @@ struct BatchKit::Parts {
       : plain(count),
         services(step, plain, services::MorvikGVUserDefaults(store, house_lock),
                  {cipher, compressor, random, &shared_state.stop_request}) {
-    kit.batch_limit = order ? host::kBatchLimit : kit::BatchLimit();
+    kit.batch_limit = order ? runtime::kBatchLimit : kit::BatchLimit();
     store.set("fendoActivityInfos", storedEvents(plain, order == Order::kShuffled ? 1000 : 0));
     store.set("fendoUserInfo_fendoUserNo", int64_t{7});
     store.set("fendoUserInfo_referralKey", int64_t{8});

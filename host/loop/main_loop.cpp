@@ -12,8 +12,8 @@
 #include <string>
 #include <variant>
 
-#include "host/files/standard_streams.h"
-#include "host/loop/thread.h"
+#include "host/posix/standard_streams.h"
+#include "host/posix/thread.h"
 #include "services/guard.h"
 
 namespace morvik::host {
@@ -252,7 +252,7 @@ void MainLoop::async(kit::Block block) {
 }
 
 void MainLoop::after(double delay_seconds, kit::Block block) {
-  const bool is_short = !(delay_seconds > kShortDelaySeconds);
+  const bool is_short = !(delay_seconds > runtime::kShortDelaySeconds);
   addTimer(delay_seconds, std::move(block), is_short ? Timer::Kind::kShort : Timer::Kind::kLonger);
 }
 
@@ -300,9 +300,9 @@ void MainLoop::afterThisTurn(kit::Block block) {
   after_turn_.push_back(std::move(block));
 }
 
-MainLoopCounts MainLoop::counts() const {
+runtime::MainLoopCounts MainLoop::counts() const {
   const std::scoped_lock hold(mutex_);
-  MainLoopCounts counts;
+  runtime::MainLoopCounts counts;
   counts.blocks = ready_.size();
   for (const auto& [key, timer] : timers_) {
     counts.short_timers += timer.kind == Timer::Kind::kShort ? 1 : 0;

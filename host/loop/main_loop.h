@@ -16,10 +16,10 @@
 #include <utility>
 #include <vector>
 
-#include "host/life/process_word.h"
-#include "host/machine/machine.h"
+#include "host/posix/process_word.h"
 #include "kit/error.h"
 #include "kit/queues.h"
+#include "runtime/machine/machine.h"
 #include "services/log.h"
 
 namespace morvik::host {
@@ -33,7 +33,7 @@ enum class LoopMode {
 inline constexpr double kMaxDelaySeconds = 315'360'000.0;
 
 /// As MachineLoop says; stop() joins the thread.
-class MainLoop final : public MachineLoop {
+class MainLoop final : public runtime::MachineLoop {
  public:
   MainLoop(LoopMode mode, const services::Logger& logger);
   /// Stops, if that was not done. Not on the main thread while a turn runs.
@@ -41,7 +41,7 @@ class MainLoop final : public MachineLoop {
   MainLoop(const MainLoop&) = delete;
   MainLoop& operator=(const MainLoop&) = delete;
 
-  void setFrame(TurnFrame frame) override { frame_ = std::move(frame); }
+  void setFrame(runtime::TurnFrame frame) override { frame_ = std::move(frame); }
   /// An error says that the system gave no event loop or no thread.
   std::optional<kit::Error> open() override;
   bool drain(std::chrono::steady_clock::time_point deadline) override;
@@ -58,7 +58,7 @@ class MainLoop final : public MachineLoop {
   void afterThisTurn(kit::Block block) override;
   bool isMainThread() const override { return main_thread_.load() == std::this_thread::get_id(); }
   bool isInTurn() const override { return isMainThread() && in_turn_; }
-  MainLoopCounts counts() const override;
+  runtime::MainLoopCounts counts() const override;
   int pollDescriptor() const override;
   int pollTimeoutMilliseconds() const override;
   void dispatch() override;
@@ -98,7 +98,7 @@ class MainLoop final : public MachineLoop {
 
   const LoopMode mode_;
   const services::Logger logger_;
-  TurnFrame frame_ = [](const kit::Block& turn) { turn(); };
+  runtime::TurnFrame frame_ = [](const kit::Block& turn) { turn(); };
   std::atomic<std::thread::id> main_thread_{};
   // Touched on the main thread alone.
   bool in_turn_ = false;
@@ -117,7 +117,7 @@ class MainLoop final : public MachineLoop {
 
   std::unique_ptr<Engine> engine_;
   std::thread thread_;
-  const OwnProcess process_ = ownProcess();
+  const runtime::OwnProcess process_ = ownProcess();
 };
 
 }  // namespace morvik::host

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/crypto/inflater.h"
+#include "host/compress/inflater.h"
 #include "kit/error.h"
 
 namespace morvik::host {

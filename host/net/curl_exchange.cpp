@@ -54,7 +54,7 @@ bool isOpenSsl() {
 
 }  // namespace
 
-CurlExchange::CurlExchange(kit::Request request, RequestTarget target, TransportHandler handler)
+CurlExchange::CurlExchange(kit::Request request, RequestTarget target, runtime::TransportHandler handler)
     : request_(std::move(request)),
       target_(std::move(target)),
       handler_(std::move(handler)),

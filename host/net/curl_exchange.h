@@ -15,8 +15,8 @@
 #include "host/net/curl_transport.h"
 #include "host/net/header_list.h"
 #include "host/net/request_target.h"
-#include "host/sending/handler_delivery.h"
 #include "kit/transport.h"
+#include "runtime/sending/handler_delivery.h"
 
 namespace morvik::host {
 
@@ -27,7 +27,7 @@ inline constexpr size_t kMaxAnswerHeadBytes = size_t{256} << 10;
 class CurlExchange {
  public:
   /// `request` has passed unfitHead(). Nothing of curl is made before open().
-  CurlExchange(kit::Request request, RequestTarget target, TransportHandler handler);
+  CurlExchange(kit::Request request, RequestTarget target, runtime::TransportHandler handler);
   CurlExchange(const CurlExchange&) = delete;
   CurlExchange& operator=(const CurlExchange&) = delete;
   ~CurlExchange() = default;
@@ -38,7 +38,7 @@ class CurlExchange {
   CURL* easy() const { return easy_.get(); }
   /// What became of it, once curl is done with it. Takes the answer out.
   kit::TransportOutcome outcome(CURLcode code);
-  TransportHandler takeHandler() { return std::move(handler_); }
+  runtime::TransportHandler takeHandler() { return std::move(handler_); }
 
  private:
   struct Release {
@@ -61,7 +61,7 @@ class CurlExchange {
 
   kit::Request request_;
   RequestTarget target_;
-  TransportHandler handler_;
+  runtime::TransportHandler handler_;
   double timeout_seconds_ = 0;
   HeaderList headers_;
   AnswerBody body_;

@@ -5,8 +5,8 @@
 #include <utility>
 #include <variant>
 
-#include "host/files/standard_streams.h"
-#include "host/loop/thread.h"
+#include "host/posix/standard_streams.h"
+#include "host/posix/thread.h"
 #include "services/url_query.h"
 
 namespace morvik::host {
@@ -37,7 +37,7 @@ bool initializeCurl() {
 
 CurlLoop::CurlLoop(CurlTransportOptions options) : options_(std::move(options)) {}
 
-void CurlLoop::add(kit::Request request, TransportHandler handler) {
+void CurlLoop::add(kit::Request request, runtime::TransportHandler handler) {
   if (!process_.isHere())
     return;
   std::optional<Error> no_thread;
@@ -125,7 +125,7 @@ bool CurlLoop::openCurl() {
   // One thread alone uses the shared sessions, so they need no locks.
   curl_share_setopt(sessions_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
   // Whoever hands requests over sees to this; curl's own limit makes it hold whatever becomes of kept connections.
-  curl_multi_setopt(multi_.get(), CURLMOPT_MAX_HOST_CONNECTIONS, static_cast<long>(kMaxConnectionsPerHost));
+  curl_multi_setopt(multi_.get(), CURLMOPT_MAX_HOST_CONNECTIONS, static_cast<long>(runtime::kMaxConnectionsPerHost));
   const std::lock_guard lock(mutex_);
   if (!stopping_)
     awake_ = multi_.get();

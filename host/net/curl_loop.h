@@ -12,9 +12,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/life/process_word.h"
 #include "host/net/curl_exchange.h"
 #include "host/net/curl_transport.h"
+#include "host/posix/process_word.h"
 #include "kit/transport.h"
 
 namespace morvik::host {
@@ -29,7 +29,7 @@ class CurlLoop {
 
   /// Hands over a request; the first one starts the thread. After stop(), and in a forked child, it is dropped. Where
   /// the system gives no thread, no descriptors or no memory for it the request fails; the next one tries again.
-  void add(kit::Request request, TransportHandler handler);
+  void add(kit::Request request, runtime::TransportHandler handler);
   /// Ends the thread and drops every request. No step of the thread waits for the network, so this takes no longer than
   /// the longest of them: reading the authorities' certificates, some ten milliseconds.
   void stop();
@@ -37,7 +37,7 @@ class CurlLoop {
  private:
   struct Arrival {
     kit::Request request;
-    TransportHandler handler;
+    runtime::TransportHandler handler;
   };
   struct MultiRelease {
     void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
@@ -61,7 +61,7 @@ class CurlLoop {
   void failArrivals(const std::string& reason);
 
   const CurlTransportOptions options_;
-  const OwnProcess process_ = ownProcess();
+  const runtime::OwnProcess process_ = ownProcess();
 
   std::mutex mutex_;  // guards what follows
   std::vector<Arrival> arrivals_;

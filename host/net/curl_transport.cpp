@@ -12,7 +12,7 @@ CurlTransport::~CurlTransport() {
   shutdown();
 }
 
-void CurlTransport::begin(kit::Request request, TransportHandler done) {
+void CurlTransport::begin(kit::Request request, runtime::TransportHandler done) {
   loop_->add(std::move(request), std::move(done));
 }
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "host/machine/machine.h"
 #include "kit/transport.h"
+#include "runtime/machine/machine.h"
 
 namespace morvik::host {
 
@@ -34,7 +34,7 @@ class CurlLoop;
 /// where a kept connection proves dead after it was sent, curl would quietly send it again, and that is prevented, but
 /// for GET and HEAD. Proxies named in the environment are not used: whoever can set a variable of the app's process
 /// should not thereby come between it and its server.
-class CurlTransport final : public MachineNetwork {
+class CurlTransport final : public runtime::MachineNetwork {
  public:
   explicit CurlTransport(CurlTransportOptions options);
   ~CurlTransport() override;
@@ -42,7 +42,7 @@ class CurlTransport final : public MachineNetwork {
   CurlTransport& operator=(const CurlTransport&) = delete;
 
   /// As the port says; `done` is called on the thread of this. After shutdown() it does nothing.
-  void begin(kit::Request request, TransportHandler done) override;
+  void begin(kit::Request request, runtime::TransportHandler done) override;
   void shutdown() override;
 
  private:

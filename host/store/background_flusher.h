@@ -10,7 +10,7 @@
 #include <thread>
 #include <variant>
 
-#include "host/loop/thread.h"
+#include "host/posix/thread.h"
 #include "host/store/store_flusher.h"
 
 namespace morvik::host {

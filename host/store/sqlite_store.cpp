@@ -4,8 +4,8 @@
 #include <mutex>
 
 #include "host/store/background_flusher.h"
-#include "host/store/value_codec.h"
 #include "kit/continued_list.h"
+#include "runtime/store/value_codec.h"
 #include "services/converters.h"
 
 namespace morvik::host {
@@ -78,7 +78,7 @@ SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log)
     return;
   }
   opening_ = openFirst();
-  if (opening_ == StoreOpening::kLocked)
+  if (opening_ == runtime::StoreOpening::kLocked)
     return;
   flusher_ = options_.make_flusher([this](StoreFlusher::Urgency urgency) { flush(urgency); }, options_.flush_delay);
   if (const auto problem = flusher_->problem())
@@ -112,12 +112,12 @@ void SqliteStore::set(std::string_view key, Value value) {
   exchange(key, value);
 }
 
-void SqliteStore::setTogether(std::span<StoreWrite> writes) {
+void SqliteStore::setTogether(std::span<runtime::StoreWrite> writes) {
   const std::lock_guard lock(memory_mutex_);
   // All memory first, so that it is all of them or none.
-  for (const StoreWrite& write : writes)
+  for (const runtime::StoreWrite& write : writes)
     propertyOf(write.key);
-  for (StoreWrite& write : writes)
+  for (runtime::StoreWrite& write : writes)
     exchange(write.key, write.value);
 }
 
@@ -332,20 +332,20 @@ void SqliteStore::openReadOnly() {
   if (!failed) {
     adopt(opened);
   } else if (failed->kind == StoreProblem::Kind::kNewer) {
-    opening_ = StoreOpening::kNewerVersion;
+    opening_ = runtime::StoreOpening::kNewerVersion;
     tell(
         "Morvik host: the store \"%@\" has version %@, this program knows versions up to %ld: use a newer program to "
         "look into it.",
         {options_.place.path(), failed->message, kStoreVersion});
   } else {
-    opening_ = StoreOpening::kNothingToRead;
+    opening_ = runtime::StoreOpening::kNothingToRead;
     tell("Morvik host: there is no store to read at \"%@\" (%@): check the folder.",
          {options_.place.path(), failed->message});
   }
   database_.reset();
 }
 
-StoreOpening SqliteStore::openFirst() {
+runtime::StoreOpening SqliteStore::openFirst() {
   Opened first = lockAndOpen(std::nullopt);
   opened(first, Attempt::kFirst);
   return first.state;
@@ -366,29 +366,29 @@ void SqliteStore::openAgain() {
 }
 
 void SqliteStore::opened(Opened& opened, Attempt attempt) {
-  const bool is_locked_out = opened.state == StoreOpening::kLocked && attempt == Attempt::kLater;
+  const bool is_locked_out = opened.state == runtime::StoreOpening::kLocked && attempt == Attempt::kLater;
   const bool is_late = attempt == Attempt::kLater && opened.database != nullptr && !knewAll();
-  may_reopen_ = opened.state == StoreOpening::kUnavailable || is_locked_out || is_late;
+  may_reopen_ = opened.state == runtime::StoreOpening::kUnavailable || is_locked_out || is_late;
   if (opened.unreadable && knewAll())
     given_up_ = std::move(opened.unreadable);  // memory is ahead of the file: nobody reads it again, here or elsewhere
   else if (opened.database == nullptr)
     lock_.release();
   switch (opened.state) {
-    case StoreOpening::kUnavailable:
+    case runtime::StoreOpening::kUnavailable:
       if (loaded_once_)
         tellCannotWrite(opened.problem);
       else
         tellCannotOpen(opened.problem);
       return;
-    case StoreOpening::kNewerVersion:
+    case runtime::StoreOpening::kNewerVersion:
       if (!loaded_once_)
-        opening_ = StoreOpening::kNewerVersion;  // for good, also where it could not be opened before
+        opening_ = runtime::StoreOpening::kNewerVersion;  // for good, also where it could not be opened before
       tell(
           "Morvik host: the store \"%@\" has version %@, this program knows versions up to %ld. It stays untouched and "
           "nothing is kept beyond this process: update the program or give it another folder.",
           {options_.place.path(), opened.problem.message, kStoreVersion});
       return;
-    case StoreOpening::kLocked:
+    case runtime::StoreOpening::kLocked:
       if (is_locked_out) {
         was_locked_out_ = true;
         tellLockedOut(opened.problem);
@@ -428,10 +428,10 @@ void SqliteStore::adoptReopened() {
 
 SqliteStore::Opened SqliteStore::lockAndOpen(std::optional<StoreProblem> unreadable) {
   const auto locked = [](const char* by_whom) {
-    return Opened{StoreOpening::kLocked, {StoreProblem::Kind::kUnavailable, by_whom}};
+    return Opened{runtime::StoreOpening::kLocked, {StoreProblem::Kind::kUnavailable, by_whom}};
   };
   if (StoreOutcome failed = options_.place.files->makeFolder(options_.place.folder))
-    return {StoreOpening::kUnavailable, *failed};
+    return {runtime::StoreOpening::kUnavailable, *failed};
   StoreProblem problem;
   switch (lock_.take(options_.place, problem)) {
     case LockResult::kHeldByAnother:
@@ -445,7 +445,7 @@ SqliteStore::Opened SqliteStore::lockAndOpen(std::optional<StoreProblem> unreada
           "the process that this one was forked from: start the kit in a fresh process (fork and exec), or give this "
           "one a folder of its own");
     case LockResult::kFailed:
-      return {StoreOpening::kUnavailable, problem};
+      return {runtime::StoreOpening::kUnavailable, problem};
     case LockResult::kTaken:
       return openFile(std::move(unreadable));
   }
@@ -464,14 +464,14 @@ SqliteStore::Opened SqliteStore::openFile(std::optional<StoreProblem> unreadable
     if (!failed)
       failed = openAndLoad(false, opened);
     if (!failed) {
-      opened.state = opened.database->fresh() ? StoreOpening::kCreated : StoreOpening::kOpened;
+      opened.state = opened.database->fresh() ? runtime::StoreOpening::kCreated : runtime::StoreOpening::kOpened;
       return opened;
     }
   }
   if (failed->kind == StoreProblem::Kind::kNewer)
-    return {StoreOpening::kNewerVersion, *failed};
+    return {runtime::StoreOpening::kNewerVersion, *failed};
   if (failed->leavesTheFileGood())
-    return {StoreOpening::kUnavailable, *failed};
+    return {runtime::StoreOpening::kUnavailable, *failed};
   return openInPlaceOf(*std::move(failed));
 }
 
@@ -479,20 +479,20 @@ SqliteStore::Opened SqliteStore::openFile(std::optional<StoreProblem> unreadable
 SqliteStore::Opened SqliteStore::openInPlaceOf(StoreProblem unreadable) {
   std::string new_path;
   if (StoreOutcome failed = setStoreAside(options_.place, new_path))
-    return {StoreOpening::kUnavailable, *failed, nullptr, {}, std::move(unreadable)};
+    return {runtime::StoreOpening::kUnavailable, *failed, nullptr, {}, std::move(unreadable)};
   Opened opened;
   StoreOutcome failed = makeStoreFile(options_.place);
   if (!failed)
     failed = openAndLoad(false, opened);
   if (failed) {
     putStoreBack(options_.place, new_path);
-    return {StoreOpening::kUnavailable, *failed, nullptr, {}, std::move(unreadable)};
+    return {runtime::StoreOpening::kUnavailable, *failed, nullptr, {}, std::move(unreadable)};
   }
   tell(
       "Morvik host: the store \"%@\" cannot be read (%@). It was set aside as \"%@\" and a fresh one begins: keep that "
       "file if its contents matter, delete it if not.",
       {options_.place.path(), unreadable.message, nameOfSetAside(options_.place, new_path)});
-  opened.state = StoreOpening::kSetAside;
+  opened.state = runtime::StoreOpening::kSetAside;
   return opened;
 }
 
@@ -512,7 +512,7 @@ StoreOutcome SqliteStore::openAndLoad(bool read_only, Opened& opened) {
 // becomes of each property.
 void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
   const std::lock_guard lock(memory_mutex_);
-  const bool is_late = (!loaded_once_ && opening_ == StoreOpening::kUnavailable) || was_locked_out_;
+  const bool is_late = (!loaded_once_ && opening_ == runtime::StoreOpening::kUnavailable) || was_locked_out_;
   for (StoredProperty& found : loaded) {
     const bool set_meanwhile = properties_.contains(found.name);
     Property& property = propertyOf(found.name);
@@ -520,13 +520,14 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
     property.rows = std::move(found.rows);
     property.stored = std::move(found.value);
     next_id_ = std::max(next_id_, property.id + 1);
-    const TakeOver rule = is_late ? options_.take_over.ruleOf(found.name, property.stored) : TakeOver::kProcess;
-    if (rule == TakeOver::kProcessAlone)
+    const runtime::TakeOver rule =
+        is_late ? options_.take_over.ruleOf(found.name, property.stored) : runtime::TakeOver::kProcess;
+    if (rule == runtime::TakeOver::kProcessAlone)
       setDirty(property);
     else if (!set_meanwhile)
       property.value = property.stored;
     else
-      property.value = takenOver(rule, property.stored, property.value, property.lost);
+      property.value = runtime::takenOver(rule, property.stored, property.value, property.lost);
   }
   if (is_late) {
     takeOverRecord();
@@ -544,9 +545,9 @@ void SqliteStore::takeOverRecord() {
   if (key == properties_.end() || !key->second->stored.isNumber() ||
       services::checkIntegerNilToZero(key->second->stored) == -1)
     return;
-  for (const TakeOverRow& row : options_.take_over.rows) {
+  for (const runtime::TakeOverRow& row : options_.take_over.rows) {
     const auto found = properties_.find(row.name);
-    if (row.rule == TakeOver::kRecord && found != properties_.end())
+    if (row.rule == runtime::TakeOver::kRecord && found != properties_.end())
       found->second->value = found->second->stored;
   }
 }
@@ -557,8 +558,8 @@ void SqliteStore::takeOverConfirmed() {
     const auto found = properties_.find(name);
     return found != properties_.end() && found->second->stored.isBoolean() && found->second->stored.boolean();
   };
-  for (const TakeOverRow& row : options_.take_over.rows) {
-    if (row.rule != TakeOver::kConfirmed)
+  for (const runtime::TakeOverRow& row : options_.take_over.rows) {
+    if (row.rule != runtime::TakeOver::kConfirmed)
       continue;
     const auto found = properties_.find(row.name);
     if (found == properties_.end() || found->second->value.isAbsent() || (says(row.name) && says(row.confirms)))
@@ -776,7 +777,7 @@ void SqliteStore::tellRefused() {
     tell(
         "Morvik host: the value of \"%@\" cannot be kept beyond this process, since it is nested deeper than %ld or "
         "longer than %ld bytes: the store \"%@\" keeps the one before it.",
-        {property->name, kMaxStoredDepth, kMaxStoredBytes, options_.place.path()});
+        {property->name, runtime::kMaxStoredDepth, runtime::kMaxStoredBytes, options_.place.path()});
   }
 }
 
@@ -789,7 +790,7 @@ void SqliteStore::tellLeftOut() {
       tell(
           "Morvik host: an element of the list \"%@\" cannot be kept beyond this process, since it is nested deeper than "
           "%ld or longer than %ld bytes: the store \"%@\" keeps everything else of the list.",
-          {name, kMaxStoredDepth, kMaxStoredBytes, options_.place.path()});
+          {name, runtime::kMaxStoredDepth, runtime::kMaxStoredBytes, options_.place.path()});
   }
 }
 

@@ -24,14 +24,14 @@
 #include <utility>
 #include <vector>
 
-#include "host/machine/machine.h"
 #include "host/store/array_rows.h"
 #include "host/store/store_database.h"
 #include "host/store/store_files.h"
 #include "host/store/store_flusher.h"
-#include "host/store/take_over.h"
 #include "kit/log.h"
 #include "kit/mutex.h"
+#include "runtime/machine/machine.h"
+#include "runtime/store/take_over.h"
 #include "services/format.h"
 
 namespace morvik::host {
@@ -65,7 +65,7 @@ struct SqliteStoreOptions {
   bool read_only = false;
   std::chrono::milliseconds flush_delay = kFlushDelay;
   /// For a file that could not be read at the opening and comes to light later.
-  TakeOverTable take_over = {};
+  runtime::TakeOverTable take_over = {};
   /// Empty: flushes run on a thread of the store's own.
   MakeStoreFlusher make_flusher = {};
   int64_t log_hard_bytes = kLogHardBytes;
@@ -74,7 +74,7 @@ struct SqliteStoreOptions {
   std::function<void()> when_waiting = {};
 };
 
-class SqliteStore : public MachineStore {
+class SqliteStore : public runtime::MachineStore {
  public:
   /// Opens the store and loads all of it; blocks for reading the file, not for a disk sync. A file that cannot be
   /// opened now is opened again on the store's own thread, soon after each commit that needs it; until then everything
@@ -87,7 +87,7 @@ class SqliteStore : public MachineStore {
   SqliteStore(const SqliteStore&) = delete;
   SqliteStore& operator=(const SqliteStore&) = delete;
 
-  StoreOpening opening() const override { return opening_; }
+  runtime::StoreOpening opening() const override { return opening_; }
   /// The line that told what went wrong; empty when nothing did.
   const std::string& openingLine() const override { return opening_line_; }
 
@@ -97,7 +97,7 @@ class SqliteStore : public MachineStore {
   void set(std::string_view key, kit::Value value) override;
   void append(std::string_view key, kit::Value element) override;
   void replace(std::string_view key, const kit::Value& before, kit::Value after) override;
-  void setTogether(std::span<StoreWrite> writes) override;
+  void setTogether(std::span<runtime::StoreWrite> writes) override;
   /// Commits of several threads go together: a thread that finds another one committing waits for that commit and
   /// then, unless the other has taken its writes along, commits all that was written by then. So it waits for one
   /// commit besides its own at most.
@@ -154,7 +154,7 @@ class SqliteStore : public MachineStore {
   };
   enum class Attempt : uint8_t { kFirst, kLater };
   struct Opened {
-    StoreOpening state = StoreOpening::kOpened;
+    runtime::StoreOpening state = runtime::StoreOpening::kOpened;
     StoreProblem problem = {};
     std::unique_ptr<StoreDatabase> database = nullptr;  ///< null: it could not be opened
     std::vector<StoredProperty> loaded = {};
@@ -186,7 +186,7 @@ class SqliteStore : public MachineStore {
 
   // These hold commit_mutex_, which is taken before memory_mutex_.
   void openReadOnly();
-  StoreOpening openFirst();
+  runtime::StoreOpening openFirst();
   void opened(Opened& opened, Attempt attempt);
   void adopt(Opened& opened);
   void adoptReopened();
@@ -232,7 +232,7 @@ class SqliteStore : public MachineStore {
   const SqliteStoreOptions options_;
   kit::LogSink& log_;
   std::atomic<bool> is_ending_{false};
-  std::atomic<StoreOpening> opening_{StoreOpening::kOpened};
+  std::atomic<runtime::StoreOpening> opening_{runtime::StoreOpening::kOpened};
   std::string opening_line_;
 
   mutable kit::Mutex memory_mutex_;

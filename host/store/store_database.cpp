@@ -7,7 +7,7 @@
 
 #include "host/store/store_files.h"
 #include "host/store/store_snapshot.h"
-#include "host/store/value_codec.h"
+#include "runtime/store/value_codec.h"
 
 namespace morvik::host {
 namespace {
@@ -63,7 +63,7 @@ void StoreChanges::clear() {
 
 bool StoreChanges::setProperty(int64_t id, std::string_view name, const Value& value) {
   const size_t begin = bytes_.size();
-  if (!value.isAbsent() && !encodeValue(value, bytes_))
+  if (!value.isAbsent() && !runtime::encodeValue(value, bytes_))
     return false;
   properties_.push_back({id, name, begin, bytes_.size() - begin});
   return true;
@@ -79,7 +79,7 @@ void StoreChanges::removeRows(int64_t property_id, std::span<const RowRange> ran
 
 bool StoreChanges::addRow(int64_t property_id, int64_t order, const Value& element) {
   const size_t begin = bytes_.size();
-  if (!encodeValue(element, bytes_))
+  if (!runtime::encodeValue(element, bytes_))
     return false;
   elements_.push_back({rowId(property_id, order), begin, bytes_.size() - begin});
   return true;
@@ -193,7 +193,7 @@ StoreOutcome StoreDatabase::load(std::vector<StoredProperty>& out) {
   Statement rows;
   if (StoreOutcome failed = connection_.prepare("SELECT id,name,value FROM properties ORDER BY id", rows))
     return failed;
-  ValueDecoder decoder;
+  runtime::ValueDecoder decoder;
   int code = SQLITE_ROW;
   while ((code = rows.step()) == SQLITE_ROW) {
     StoredProperty property;
@@ -220,7 +220,7 @@ StoreOutcome StoreDatabase::loadElements(std::vector<StoredProperty>& properties
   Statement rows;
   if (StoreOutcome failed = connection_.prepare("SELECT id,value FROM elements ORDER BY id", rows))
     return failed;
-  ValueDecoder decoder;
+  runtime::ValueDecoder decoder;
   kit::MutableArray elements;
   // Both come in the order of the property's number, so one walk over both is enough.
   auto property = properties.begin();

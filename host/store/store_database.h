@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/life/process_word.h"
+#include "host/posix/process_word.h"
 #include "host/store/array_rows.h"
 #include "host/store/sqlite_connection.h"
 #include "host/store/store_files.h"
@@ -126,7 +126,7 @@ class StoreDatabase {
   std::vector<int64_t> damaged_properties_;
   std::vector<int64_t> damaged_elements_;
   int frames_in_log_ = 0;
-  const OwnProcess process_ = ownProcess();
+  const runtime::OwnProcess process_ = ownProcess();
   bool fresh_ = false;
 };
 

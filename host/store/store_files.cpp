@@ -25,11 +25,11 @@
 #include <utility>
 #include <vector>
 
-#include "host/life/process_word.h"
+#include "host/posix/process_word.h"
 
-#include "host/files/open_file.h"
-#include "host/files/system_message.h"
-#include "host/files/write_all.h"
+#include "host/posix/open_file.h"
+#include "host/posix/system_message.h"
+#include "host/posix/write_all.h"
 
 namespace morvik::host {
 namespace {
@@ -133,7 +133,7 @@ class LockedFiles {
   struct File {
     dev_t device;
     ino_t number;
-    OwnProcess process;  ///< that took the lock
+    runtime::OwnProcess process;  ///< that took the lock
   };
 
   static LockedFiles& list() {

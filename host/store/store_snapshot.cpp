@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/files/open_file.h"
-#include "host/files/system_message.h"
+#include "host/posix/open_file.h"
+#include "host/posix/system_message.h"
 
 namespace morvik::host {
 namespace {

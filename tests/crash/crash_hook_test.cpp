@@ -1,7 +1,7 @@
 // Processes that die for real: each test forks a child that crashes, and reads what it left.
 //
 // The tests stand outside the kit's namespace on purpose: a function of the kit on the stack is what they tell apart.
-#include "host/crash/crash_hook.h"
+#include "host/linux/crash/crash_hook.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -21,11 +21,11 @@
 #include <stdexcept>
 #include <thread>
 
-#include "host/crash/bare_frames.h"
-#include "host/crash/crash_record.h"
-#include "host/crash/fatal_signals.h"
 #include "host/json/simdjson_codec.h"
-#include "host/loop/thread.h"
+#include "host/linux/crash/bare_frames.h"
+#include "host/linux/crash/crash_record.h"
+#include "host/linux/crash/fatal_signals.h"
+#include "host/posix/thread.h"
 #include "tests/support/scratch_folder.h"
 
 // The same acts, as functions of the kit and as functions of a stranger.
@@ -70,6 +70,7 @@ using ::testing::HasSubstr;
 using ::testing::KilledBySignal;
 using ::testing::Not;
 namespace host = morvik::host;
+namespace runtime = morvik::runtime;
 namespace kit = morvik::kit;
 namespace crashing = morvik::crashing;
 
@@ -215,7 +216,7 @@ TEST_F(CrashDeathTest, TheRecordTellsWhatWasLastNoted) {
   EXPECT_EXIT(
       {
         host::CrashHookParts noting = parts();
-        const auto note = noting.note = std::make_shared<host::CrashNote>();
+        const auto note = noting.note = std::make_shared<runtime::CrashNote>();
         note->set(R"({"os_version":"i_1"})");
         const auto hook = host::CrashHook::install(std::move(noting));
         note->set(R"({"os_version":"i_2","device_information":{"app_in_focus":true}})");
@@ -232,7 +233,7 @@ TEST_F(CrashDeathTest, ANoteThatCannotBeReadIsNone) {
   EXPECT_EXIT(
       {
         host::CrashHookParts noting = parts();
-        noting.note = std::make_shared<host::CrashNote>();
+        noting.note = std::make_shared<runtime::CrashNote>();
         noting.note->set("{");
         const auto hook = host::CrashHook::install(std::move(noting));
         perform(readNothing);
@@ -289,7 +290,7 @@ TEST_F(CrashDeathTest, AFaultOfWhatTheHandlerAsksLeavesTheRecordOfTheCrash) {
           readNothing();
           return true;
         };
-        faulty.note = std::make_shared<host::CrashNote>();
+        faulty.note = std::make_shared<runtime::CrashNote>();
         faulty.note->set(R"({"device_information":{"app_in_focus":true}})");
         const auto hook = host::CrashHook::install(std::move(faulty));
         perform(divideByZero);

@@ -16,10 +16,10 @@
 #include <utility>
 #include <vector>
 
-#include "host/life/process_word.h"
-#include "host/log/app_log_sink.h"
-#include "host/log/log_sinks.h"
+#include "host/posix/log_sinks.h"
+#include "host/posix/process_word.h"
 #include "morvik/morvik.h"
+#include "runtime/log/app_log_sink.h"
 #include "tests/support/child.h"
 #include "tests/support/scratch_folder.h"
 
@@ -124,8 +124,8 @@ TEST_F(ForkWhileOthersWork, LeavesNoLockBehindThatAnOperationTheDestructorOrAnEx
 }
 
 TEST_F(ForkWhileOthersWork, LeavesNoLockOfALogThatIsClosedBehind) {
-  ClosableLogSink sink(
-      std::make_unique<AppLogSink>([](std::string_view) {}, std::make_unique<StderrLogSink>(), ownProcess()),
+  runtime::ClosableLogSink sink(
+      std::make_unique<runtime::AppLogSink>([](std::string_view) {}, std::make_unique<StderrLogSink>(), ownProcess()),
       ownProcess());
   Others others;
   EXPECT_TRUE(sink.close(std::chrono::steady_clock::now() + std::chrono::seconds(1)));

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/log/log_sinks.h"
+#include "host/posix/log_sinks.h"
 #include "host/store/sqlite_store.h"
 #include "morvik/morvik.h"
 

@@ -17,9 +17,9 @@
 #include <utility>
 #include <variant>
 
-#include "host/crash/crash_hook.h"
-#include "host/crash/crash_record.h"
 #include "host/json/simdjson_codec.h"
+#include "host/linux/crash/crash_hook.h"
+#include "host/linux/crash/crash_record.h"
 #include "morvik/morvik.h"
 
 #include "tests/crash/callbacks.h"

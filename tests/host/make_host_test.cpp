@@ -1,4 +1,4 @@
-#include "host/system_host.h"
+#include "host/make_host.h"
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -27,19 +27,19 @@
 #include <vector>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
-#include "host/crash/crash_record.h"
-#include "host/handed_over.h"
-#include "host/machine/passing_store.h"
-#include "host/machine/system_machine.h"
-#include "host/make_host.h"
-#include "host/privacy/wish_file.h"
-#include "host/siblings/kept_identifier.h"
+#include "host/linux/crash/crash_record.h"
 #include "host/store/sqlite_store.h"
+#include "host/store/wish_file.h"
+#include "host/system_machine.h"
+#include "runtime/handed_over.h"
+#include "runtime/machine/passing_store.h"
+#include "runtime/make_host.h"
+#include "runtime/siblings/kept_identifier.h"
 #include "services/dates.h"
 #include "services/endpoints.h"
 #include "testing/recording_log.h"
-#include "tests/host/privacy/held_file.h"
 #include "tests/support/environment_variable.h"
+#include "tests/support/held_file.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik::host {
@@ -79,16 +79,17 @@ class SilentServer {
 };
 
 /// Until the pumped host has something to do, or its next timer is due.
-void waitForTurn(const Host& host) {
+void waitForTurn(const runtime::Host& host) {
   pollfd descriptor{host.pollDescriptor(), POLLIN, 0};
   const int timeout = host.pollTimeoutMilliseconds();
   poll(&descriptor, 1, timeout < 0 ? 1000 : timeout);
 }
 
 /// Tells how often a flush was asked for, and when one came.
-class WatchedFlushes final : public PassingStore {
+class WatchedFlushes final : public runtime::PassingStore {
  public:
-  explicit WatchedFlushes(std::unique_ptr<MachineStore> store) : PassingStore(*store), owned_(std::move(store)) {}
+  explicit WatchedFlushes(std::unique_ptr<runtime::MachineStore> store)
+      : runtime::PassingStore(*store), owned_(std::move(store)) {}
   void flushSoon() override {
     ++asked_;
     store_.flushSoon();
@@ -109,7 +110,7 @@ class WatchedFlushes final : public PassingStore {
   }
 
  private:
-  const std::unique_ptr<MachineStore> owned_;
+  const std::unique_ptr<runtime::MachineStore> owned_;
   std::atomic<size_t> asked_{0};
   std::mutex mutex_;
   std::condition_variable flushed_;
@@ -117,7 +118,7 @@ class WatchedFlushes final : public PassingStore {
 
 class MachineWithWatchedFlushes final : public SystemMachine {
  public:
-  std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+  std::unique_ptr<runtime::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
     auto made = std::make_unique<WatchedFlushes>(SystemMachine::makeStore(folder, log));
     flushes = made.get();
     return made;
@@ -138,20 +139,20 @@ class MakeHost : public ::testing::Test {
     options.service_url = "http://127.0.0.1:1/";
   }
 
-  std::unique_ptr<Host> make() { return taken(makeHost(options)); }
-  static std::unique_ptr<Host> taken(std::variant<std::unique_ptr<Host>, kit::Error> made) {
+  std::unique_ptr<runtime::Host> make() { return taken(makeHost(options)); }
+  static std::unique_ptr<runtime::Host> taken(std::variant<std::unique_ptr<runtime::Host>, kit::Error> made) {
     if (const auto* error = std::get_if<kit::Error>(&made)) {
       ADD_FAILURE() << error->message;
       return nullptr;
     }
-    return std::get<std::unique_ptr<Host>>(std::move(made));
+    return std::get<std::unique_ptr<runtime::Host>>(std::move(made));
   }
-  std::unique_ptr<Host> makePumped() {
+  std::unique_ptr<runtime::Host> makePumped() {
     options.main_queue = MainQueueMode::kPumped;
     return make();
   }
   /// Runs `block` on the main queue of a host with its own thread and waits until its turn is committed.
-  static void onMain(Host& host, const std::function<void()>& block) {
+  static void onMain(runtime::Host& host, const std::function<void()>& block) {
     std::promise<void> committed;
     host.perform([&] {
       block();
@@ -159,7 +160,7 @@ class MakeHost : public ::testing::Test {
     });
     ASSERT_EQ(committed.get_future().wait_for(kGiveUp), std::future_status::ready);
   }
-  static bool settle(Host& host) {
+  static bool settle(runtime::Host& host) {
     std::promise<bool> settled;
     host.perform([&] { host.settle(kGiveUpSeconds, [&settled](bool answer) { settled.set_value(answer); }); });
     return settled.get_future().get();
@@ -373,7 +374,7 @@ TEST_F(MakeHost, MakesAndKeepsTheAdvertisingIdentifierAndTheOthers) {
     }
     EXPECT_EQ(host->properties().MorvikCoreUserInfo_IDFA(), idfa);
     std::vector<std::pair<std::string, kit::Value>> own;
-    for (const auto key : {kAdvertisingIdKey, kDeviceIdKey, kInstallIdKey})
+    for (const auto key : {runtime::kAdvertisingIdKey, runtime::kDeviceIdKey, runtime::kInstallIdKey})
       own.emplace_back(key, host->storedValue(key));
     if (start == 0)
       kept = own;
@@ -389,8 +390,8 @@ TEST_F(MakeHost, TakesTheIdentifiersThatAreGivenAndMakesNone) {
   const auto host = makePumped();
   host->applicationDidBecomeActive();
   EXPECT_EQ(host->properties().MorvikCoreUserInfo_IDFA(), "6D92078A-8246-4BA4-AE5B-76104861E7DC");
-  EXPECT_TRUE(host->storedValue(kAdvertisingIdKey).isAbsent());
-  EXPECT_TRUE(host->storedValue(kDeviceIdKey).isAbsent());
+  EXPECT_TRUE(host->storedValue(runtime::kAdvertisingIdKey).isAbsent());
+  EXPECT_TRUE(host->storedValue(runtime::kDeviceIdKey).isAbsent());
 }
 
 TEST_F(MakeHost, AsksForAttributionThroughTheClientThatShips) {
@@ -410,7 +411,7 @@ TEST_F(MakeHost, SettlesWhenRequestsAndTheSessionsEndAreDone) {
     host->applicationDidEnterBackground();
   });
   EXPECT_TRUE(settle(*host));
-  const Pending pending = host->pending();
+  const runtime::Pending pending = host->pending();
   EXPECT_TRUE(pending.isSettled());
   EXPECT_EQ(pending.retries, 1U) << "the conversion that failed is tried again later";
   EXPECT_EQ(pending.background_tasks, 1U) << "no batch was answered that would give the time back";
@@ -491,7 +492,7 @@ TEST_F(MakeHost, RefusesCallsPastTheLimitAndRunsAllOthers) {
   });
   waits.get_future().wait();
   std::atomic<size_t> ran = 0;
-  for (size_t i = 0; i < kMaxPostedCalls + 3; ++i)
+  for (size_t i = 0; i < runtime::kMaxPostedCalls + 3; ++i)
     host->perform([&ran] { ++ran; });
   go.set_value();
   std::promise<void> done;
@@ -500,10 +501,10 @@ TEST_F(MakeHost, RefusesCallsPastTheLimitAndRunsAllOthers) {
   EXPECT_EQ(log.count("Morvik host: a call was refused: 65536 calls wait for the main queue already; call less often, "
                       "or let the main queue run"),
             3U);
-  EXPECT_EQ(ran, kMaxPostedCalls);
+  EXPECT_EQ(ran, runtime::kMaxPostedCalls);
   host->perform([&ran] { ++ran; });
   onMain(*host, [] {});
-  EXPECT_EQ(ran, kMaxPostedCalls + 1);
+  EXPECT_EQ(ran, runtime::kMaxPostedCalls + 1);
 }
 
 TEST_F(MakeHost, RefusesNoWishToBeForgottenHoweverManyCallsWait) {
@@ -518,7 +519,7 @@ TEST_F(MakeHost, RefusesNoWishToBeForgottenHoweverManyCallsWait) {
     go.get_future().wait();
   });
   waits.get_future().wait();
-  for (size_t i = 0; i < kMaxPostedCalls; ++i)
+  for (size_t i = 0; i < runtime::kMaxPostedCalls; ++i)
     host->perform([] {});
   EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
   EXPECT_EQ(log.countContaining("a call was refused"), 0U);
@@ -758,7 +759,7 @@ TEST_F(MakeHost, RefusesTheAppsActivitiesOnceTheUserAskedToBeForgotten) {
 TEST_F(MakeHost, WritesTheWishAnewForAForgottenUserWhoseFilesWereRemoved) {
   MachineWithWatchedFlushes machine;
   options.main_queue = MainQueueMode::kPumped;
-  const auto host = taken(makeHost(options, machine));
+  const auto host = taken(runtime::makeHost(options, machine));
   EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
   host->dispatch();
   std::filesystem::remove_all(options.store_folder);
@@ -1197,10 +1198,10 @@ TEST_F(OpenedUrls, OfADeadProcessAreHandledBeforeTheFirstSessionOfOneThatIsPumpe
   options.sending = true;
   options.log_level = 6;
   const auto host = makePumped();
-  EXPECT_EQ(host->storedValue(kHandedOverKey).size(), 3U);
+  EXPECT_EQ(host->storedValue(runtime::kHandedOverKey).size(), 3U);
   host->applicationDidBecomeActive();  // inline: nothing was dispatched yet
   EXPECT_EQ(opened, std::vector<std::string>{"12"});
-  EXPECT_EQ(host->storedValue(kHandedOverKey).size(), 0U);
+  EXPECT_EQ(host->storedValue(runtime::kHandedOverKey).size(), 0U);
   const auto position = [this](const char* part) {
     const auto messages = log.messages();
     const auto found = std::find_if(messages.begin(), messages.end(), [part](const std::string& message) {

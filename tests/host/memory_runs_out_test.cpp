@@ -12,10 +12,10 @@
 #include <variant>
 #include <vector>
 
-#include "host/erasing/file_eraser.h"
-#include "host/siblings/kept_identifier.h"
+#include "host/make_host.h"
+#include "host/store/file_eraser.h"
 #include "host/store/sqlite_store.h"
-#include "host/system_host.h"
+#include "runtime/siblings/kept_identifier.h"
 #include "testing/recording_log.h"
 #include "tests/host/failing_allocations.h"
 #include "tests/support/scratch_folder.h"
@@ -41,8 +41,8 @@ class MemoryRunsOutInACall : public ::testing::Test {
   void start() {
     host_.reset();
     auto made = makeHost(optionsHere());
-    ASSERT_TRUE(std::holds_alternative<std::unique_ptr<Host>>(made)) << std::get<kit::Error>(made).message;
-    host_ = std::get<std::unique_ptr<Host>>(std::move(made));
+    ASSERT_TRUE(std::holds_alternative<std::unique_ptr<runtime::Host>>(made)) << std::get<kit::Error>(made).message;
+    host_ = std::get<std::unique_ptr<runtime::Host>>(std::move(made));
   }
   /// What another process would find if this one died now.
   size_t storedIn(std::string_view key) const {
@@ -51,7 +51,7 @@ class MemoryRunsOutInACall : public ::testing::Test {
   }
 
   /// Has each allocation of `record` fail, and all that follow it. What it answers is compared with the list of `key`.
-  void expectTrueAnswers(std::string_view key, const std::function<Recorded(Host&)>& record) {
+  void expectTrueAnswers(std::string_view key, const std::function<Recorded(runtime::Host&)>& record) {
     size_t recorded = host_->storedValue(key).size();
     int kept = 0;
     int kept_in_memory = 0;
@@ -125,16 +125,18 @@ class MemoryRunsOutInACall : public ::testing::Test {
 
   const test::ScratchFolder folder_;
   std::string store_ = "store";
-  std::unique_ptr<Host> host_;
+  std::unique_ptr<runtime::Host> host_;
 };
 
 TEST_F(MemoryRunsOutInACall, AnActivityIsKeptOrRefusedAsTheCallSays) {
-  expectTrueAnswers("fendoActivityInfos", [](Host& host) { return host.addActivity("shop", "look", "at this"); });
+  expectTrueAnswers("fendoActivityInfos",
+                    [](runtime::Host& host) { return host.addActivity("shop", "look", "at this"); });
 }
 
 TEST_F(MemoryRunsOutInACall, AnImpressionIsKeptOrRefusedAsTheCallSays) {
   const Impression impression{.campaign_key = 7, .space_key = "home"};
-  expectTrueAnswers("fendoImpressionInfos", [&impression](Host& host) { return host.addImpression(impression); });
+  expectTrueAnswers("fendoImpressionInfos",
+                    [&impression](runtime::Host& host) { return host.addImpression(impression); });
 }
 
 TEST_F(MemoryRunsOutInACall, WhatAStoreThatCannotBeWrittenLeavesInMemoryIsThereAndNothingIsThrown) {
@@ -277,11 +279,11 @@ TEST_F(MemoryRunsOutInACall, APerformedBlockThatCouldNotBePostedIsNotWaitedFor) 
   EXPECT_GE(runs, 1);
   // Only what waits counts for the limit.
   runs = 0;
-  for (size_t waiting = 0; waiting < kMaxPostedCalls; ++waiting)
+  for (size_t waiting = 0; waiting < runtime::kMaxPostedCalls; ++waiting)
     host_->perform([&runs] { ++runs; });
   while (host_->pending().main_blocks > 0)
     host_->dispatch();
-  EXPECT_EQ(runs, kMaxPostedCalls);
+  EXPECT_EQ(runs, runtime::kMaxPostedCalls);
 }
 
 TEST_F(MemoryRunsOutInACall, NoOtherOperationThrowsAndTheKitGoesOn) {
@@ -332,7 +334,7 @@ TEST_F(MemoryRunsOutInACall, AnErasingThatWasBegunIsFinishedByTheNextStart) {
   bool has_failed = true;
   for (uint64_t succeeding = 0; has_failed; ++succeeding) {
     SCOPED_TRACE("after " + std::to_string(succeeding) + " allocations");
-    const kit::Value id = host_->storedValue(kInstallIdKey);
+    const kit::Value id = host_->storedValue(runtime::kInstallIdKey);
     bool is_erased = false;
     test::FailingAllocations memory(succeeding);
     EXPECT_NO_THROW(is_erased = host_->eraseLocalData());
@@ -343,7 +345,7 @@ TEST_F(MemoryRunsOutInACall, AnErasingThatWasBegunIsFinishedByTheNextStart) {
     left += is_begun && !is_erased ? 1 : 0;
     start();
     ASSERT_NE(host_, nullptr);
-    EXPECT_EQ(host_->storedValue(kInstallIdKey) != id, is_begun);
+    EXPECT_EQ(host_->storedValue(runtime::kInstallIdKey) != id, is_begun);
   }
   EXPECT_GT(not_begun, 0);
   EXPECT_GT(left, 0);

@@ -1,4 +1,4 @@
-"""The core drags nothing into an app: linked whole, it needs the C++ standard library and no more."""
+"""Core and runtime drag nothing into an app: linked whole, they need the C++ standard library and no more."""
 
 import os
 import re
@@ -50,6 +50,12 @@ class TheCore(unittest.TestCase):
 
     def test_the_core_links_without_any_other_library(self):
         linked = link_whole(os.path.join(tree.BUILD, "libmorvik_core.a"), self.output)
+        self.assertEqual(linked.returncode, 0, linked.stderr)
+        self.assertEqual(foreign_libraries(self.output), [])
+
+    def test_the_runtime_needs_the_core_and_no_other_library(self):
+        core = os.path.join(tree.BUILD, "libmorvik_core.a")
+        linked = link_whole(os.path.join(tree.BUILD, "libmorvik_runtime.a"), self.output, core)
         self.assertEqual(linked.returncode, 0, linked.stderr)
         self.assertEqual(foreign_libraries(self.output), [])
 

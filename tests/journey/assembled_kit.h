@@ -7,22 +7,22 @@
 #include <string>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/system_random.h"
-#include "host/crypto/zlib_compressor.h"
 #include "host/json/simdjson_codec.h"
-#include "host/machine/system_facts.h"
-#include "host/machine/system_threads.h"
-#include "host/siblings/MorvikADGetPUID.h"
-#include "host/siblings/MorvikADUtil.h"
-#include "host/siblings/MorvikCore.h"
-#include "host/siblings/MorvikCoreServicesLib.h"
-#include "host/siblings/app_ad_client.h"
-#include "host/siblings/app_bundle.h"
-#include "host/siblings/app_modules.h"
-#include "host/siblings/common_parameters.h"
-#include "host/siblings/sdk_config.h"
-#include "host/siblings/size_trigger.h"
+#include "host/linux/system_facts.h"
+#include "host/linux/system_random.h"
+#include "host/linux/system_threads.h"
+#include "runtime/siblings/MorvikADGetPUID.h"
+#include "runtime/siblings/MorvikADUtil.h"
+#include "runtime/siblings/MorvikCore.h"
+#include "runtime/siblings/MorvikCoreServicesLib.h"
+#include "runtime/siblings/app_ad_client.h"
+#include "runtime/siblings/app_bundle.h"
+#include "runtime/siblings/app_modules.h"
+#include "runtime/siblings/common_parameters.h"
+#include "runtime/siblings/sdk_config.h"
+#include "runtime/siblings/size_trigger.h"
 #include "services/endpoints.h"
 #include "testing/fake_siblings.h"
 
@@ -55,7 +55,7 @@ struct Surroundings {
   /// By class name.
   std::map<std::string, Module> modules = {};
   /// Told of what is batched and answered; null: nobody keeps a book. The store and the transport tell it of the rest.
-  host::LedgerBook* ledger = nullptr;
+  runtime::LedgerBook* ledger = nullptr;
 };
 
 inline kit::Endpoints allAt(const std::string& url) {
@@ -75,7 +75,7 @@ class AssembledKit {
       : endpoints(allAt(around.service_url)),
         description_(around.device),
         util_({.idfa = around.idfa, .has_loopback_endpoint = true, .model = around.device.model}, machine_),
-        puid_(around.puid ? host::MorvikADGetPUID(*around.puid) : host::MorvikADGetPUID()),
+        puid_(around.puid ? runtime::MorvikADGetPUID(*around.puid) : runtime::MorvikADGetPUID()),
         properties(around.store, around.house_lock),
         logger_(shared_state.log_levels, around.log),
         size_trigger_(around.main_queue),
@@ -119,7 +119,7 @@ class AssembledKit {
             .puid = puid_,
             .facade = facade,
             .update_log = update_log_,
-            .make_config = [] { return std::make_unique<host::MorvkSDKConfig>(kTrackingKey); }} {
+            .make_config = [] { return std::make_unique<runtime::MorvkSDKConfig>(kTrackingKey); }} {
     shared_state.log_levels._lcl_component_level[kit::lcl_cKesmo] = around.log_level;
   }
   AssembledKit(const AssembledKit&) = delete;
@@ -143,33 +143,33 @@ class AssembledKit {
  private:
   const DeviceDescription description_;
   const host::SystemFacts machine_;
-  const host::MorvikADUtil util_;
-  const host::MorvikADGetPUID puid_;
-  const host::CommonParameters common_{{.device = description_,
-                                        .app_key = "journey-app",
-                                        .install_id = "journey install",
-                                        .zone_name = "UTC",
-                                        .util = util_,
-                                        .puid = puid_}};
+  const runtime::MorvikADUtil util_;
+  const runtime::MorvikADGetPUID puid_;
+  const runtime::CommonParameters common_{{.device = description_,
+                                           .app_key = "journey-app",
+                                           .install_id = "journey install",
+                                           .zone_name = "UTC",
+                                           .util = util_,
+                                           .puid = puid_}};
 
  public:
   const services::MorvikGVUserDefaults properties;
 
  private:
   const services::Logger logger_;
-  host::SizeTrigger size_trigger_;
+  runtime::SizeTrigger size_trigger_;
 
  public:
-  host::MorvikCoreServicesLib services;
-  host::MorvikCore facade;
+  runtime::MorvikCoreServicesLib services;
+  runtime::MorvikCore facade;
 
  private:
-  const host::MorvikCoreUpdateLog update_log_;
-  const host::Device device_{description_};
-  const host::AppBundle bundle_{description_};
+  const runtime::MorvikCoreUpdateLog update_log_;
+  const runtime::Device device_{description_};
+  const runtime::AppBundle bundle_{description_};
   const host::SystemThreads threads_;
-  host::AppAdClient ad_client_;
-  const host::AppModules modules_;
+  runtime::AppAdClient ad_client_;
+  const runtime::AppModules modules_;
 
  public:
   const kit::Kit kit;

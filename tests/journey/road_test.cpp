@@ -6,10 +6,10 @@
 
 #include <filesystem>
 
-#include "host/ledger/ledger_book.h"
-#include "host/ledger/ledger_store.h"
-#include "host/ledger/ledger_transport.h"
 #include "host/store/sqlite_store.h"
+#include "runtime/ledger/ledger_book.h"
+#include "runtime/ledger/ledger_store.h"
+#include "runtime/ledger/ledger_transport.h"
 #include "services/MorvikADAFHTTPClient.h"
 #include "testing/fake_calendar.h"
 #include "testing/recording_log.h"
@@ -45,7 +45,7 @@ std::vector<std::string> texts(const Value& array) {
 }
 
 /// A scripted network as a machine's.
-class MachineNetwork final : public host::MachineTransport {
+class MachineNetwork final : public runtime::MachineTransport {
  public:
   explicit MachineNetwork(testing::ScriptedTransport& network) : network_(network) {}
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
@@ -94,7 +94,7 @@ class Road : public ::testing::Test {
       std::filesystem::copy(file.path(), copy / file.path().filename().string());
     testing::RecordingLog quiet;
     const host::SqliteStore next({.place = {.folder = copy.path()}}, quiet);
-    EXPECT_EQ(next.opening(), host::StoreOpening::kOpened) << next.openingLine();
+    EXPECT_EQ(next.opening(), runtime::StoreOpening::kOpened) << next.openingLine();
     return {next.get("fendoActivityInfos"), next.get("fendoActivityInfosSentEventKeys")};
   }
   Value opened(const Value& parameters) {
@@ -111,14 +111,14 @@ class Road : public ::testing::Test {
   testing::FixedOffsetCalendar calendar;
   kit::HouseLock house_lock;
   kit::LogLevels log_levels;
-  host::LedgerBook ledger{{.store = store,
-                           .house_lock = house_lock,
-                           .endpoints = allAt("https://service.example/"),
-                           .logger = services::Logger(log_levels, log),
-                           .has_hashed_identifier = false}};
-  host::LedgerStore counted_store{store, ledger, house_lock};
+  runtime::LedgerBook ledger{{.store = store,
+                              .house_lock = house_lock,
+                              .endpoints = allAt("https://service.example/"),
+                              .logger = services::Logger(log_levels, log),
+                              .has_hashed_identifier = false}};
+  runtime::LedgerStore counted_store{store, ledger, house_lock};
   MachineNetwork network{transport};
-  host::LedgerTransport counted_network{network, ledger};
+  runtime::LedgerTransport counted_network{network, ledger};
   AssembledKit parts{{.clock = loop.clock(),
                       .calendar = calendar,
                       .main_queue = loop.mainQueue(),

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "services/json_writer.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
@@ -121,7 +121,7 @@ class Secrets : public ::testing::Test {
   testing::SimulatedService service_{{cipher_, compressor_, random_},
                                      {"shown-app-key", kHashKey, kTrackingKey},
                                      [this] { return machine_.loop.now(); }};
-  std::unique_ptr<host::Host> phone_;
+  std::unique_ptr<runtime::Host> phone_;
 };
 
 TEST_F(Secrets, KeysAreNeitherStoredNorSent) {

@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/system_random.h"
-#include "host/crypto/zlib_compressor.h"
+#include "host/linux/system_random.h"
 #include "services/MorvikADAFHTTPClient.h"
 #include "testing/json_reader.h"
 

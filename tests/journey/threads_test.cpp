@@ -20,20 +20,20 @@
 #include <set>
 #include <thread>
 
-#include "host/ledger/ledger_book.h"
-#include "host/ledger/ledger_store.h"
-#include "host/ledger/ledger_transport.h"
-#include "host/loop/background_tasks.h"
-#include "host/loop/background_thread.h"
 #include "host/loop/main_loop.h"
-#include "host/loop/notification_center.h"
-#include "host/loop/settle_watch.h"
-#include "host/loop/system_clock.h"
-#include "host/machine/turn_gate.h"
 #include "host/net/curl_transport.h"
-#include "host/sending/exchange_queue.h"
-#include "host/sending/handler_delivery.h"
+#include "host/posix/background_thread.h"
+#include "host/posix/system_clock.h"
 #include "host/store/sqlite_store.h"
+#include "runtime/ledger/ledger_book.h"
+#include "runtime/ledger/ledger_store.h"
+#include "runtime/ledger/ledger_transport.h"
+#include "runtime/loop/background_tasks.h"
+#include "runtime/loop/notification_center.h"
+#include "runtime/loop/settle_watch.h"
+#include "runtime/machine/turn_gate.h"
+#include "runtime/sending/exchange_queue.h"
+#include "runtime/sending/handler_delivery.h"
 #include "testing/recording_log.h"
 #include "testing/sealed_payload.h"
 #include "tests/host/loop/loop_rig.h"
@@ -52,11 +52,11 @@ constexpr std::chrono::milliseconds kDrain{500};
 constexpr double kShortGrantSeconds = 0.002;
 
 /// A network on a thread of its own: requests leave when their turn is over, and each is answered by `answer`.
-class AnsweringThread final : public host::MachineTransport {
+class AnsweringThread final : public runtime::MachineTransport {
  public:
   using AnswerTo = std::function<kit::TransportOutcome(const kit::Request&)>;
 
-  AnsweringThread(kit::MainQueue& main_queue, host::TurnGate& gate, AnswerTo answer)
+  AnsweringThread(kit::MainQueue& main_queue, runtime::TurnGate& gate, AnswerTo answer)
       : gate_(gate), delivery_(main_queue), answer_(std::move(answer)), thread_([this] { run(); }) {}
   ~AnsweringThread() override { shutdown(); }
 
@@ -100,8 +100,8 @@ class AnsweringThread final : public host::MachineTransport {
     }
   }
 
-  host::TurnGate& gate_;
-  host::HandlerDelivery delivery_;
+  runtime::TurnGate& gate_;
+  runtime::HandlerDelivery delivery_;
   const AnswerTo answer_;
   std::mutex mutex_;
   std::condition_variable wake_;
@@ -118,7 +118,7 @@ struct Machine {
       : service_url(std::move(url)), store({.place = {.folder = folder}}, log) {
     const auto committed = [this](const kit::Block& turn) {
       {
-        const host::TurnGate::Turn open(gate);
+        const runtime::TurnGate::Turn open(gate);
         turn();
         counted_store.commitTurn();
       }
@@ -129,7 +129,7 @@ struct Machine {
       settle_watch.check();
     });
     background.setFrame([this, committed](const kit::Block& block) {
-      const host::LedgerBackgroundBlock in_background(ledger);
+      const runtime::LedgerBackgroundBlock in_background(ledger);
       committed(block);
     });
     background.setWhenIdle([this] { loop.async([] {}); });  // a turn, and so a ring, when it is no longer counted
@@ -148,7 +148,7 @@ struct Machine {
     return settled->get_future().get();
   }
   size_t underWay() const {
-    const host::MainLoopCounts waiting = loop.counts();
+    const runtime::MainLoopCounts waiting = loop.counts();
     return background.pending() + waiting.blocks + waiting.short_timers + counted_network->inFlight();
   }
 
@@ -159,23 +159,23 @@ struct Machine {
   host::SystemCalendar calendar;
   host::SqliteStore store;
   kit::HouseLock house_lock;
-  host::LedgerBook ledger{{.store = store,
-                           .house_lock = house_lock,
-                           .endpoints = allAt(service_url),
-                           .logger = services::Logger(log_levels, log),
-                           .has_hashed_identifier = false}};
-  host::LedgerStore counted_store{store, ledger, house_lock};
-  host::TurnGate gate;
+  runtime::LedgerBook ledger{{.store = store,
+                              .house_lock = house_lock,
+                              .endpoints = allAt(service_url),
+                              .logger = services::Logger(log_levels, log),
+                              .has_hashed_identifier = false}};
+  runtime::LedgerStore counted_store{store, ledger, house_lock};
+  runtime::TurnGate gate;
   host::MainLoop loop{host::LoopMode::kOwnThread, services::Logger(log_levels, log)};
   host::BackgroundThread background{services::Logger(log_levels, log)};
-  host::BackgroundTasks tasks{loop, kShortGrantSeconds};
-  host::NotificationCenter notifications;
+  runtime::BackgroundTasks tasks{loop, kShortGrantSeconds};
+  runtime::NotificationCenter notifications;
   host::TurnBell bell;
-  host::SettleWatch settle_watch{loop, [this] { return underWay() == 0; }};
+  runtime::SettleWatch settle_watch{loop, [this] { return underWay() == 0; }};
 
-  std::optional<host::LedgerTransport> counted_network;
+  std::optional<runtime::LedgerTransport> counted_network;
 
-  Surroundings around(host::MachineTransport& network) {
+  Surroundings around(runtime::MachineTransport& network) {
     counted_network.emplace(network, ledger);
     return {.clock = clock,
             .calendar = calendar,
@@ -301,7 +301,7 @@ TEST(Threads, SessionsThatStartAndEndAsFastAsTheyCanLoseNoEvent) {
 /// Reads a ledger again and again, on a thread of its own.
 class LedgerReader {
  public:
-  explicit LedgerReader(host::LedgerBook& book) : book_(book), thread_([this] { run(); }) {}
+  explicit LedgerReader(runtime::LedgerBook& book) : book_(book), thread_([this] { run(); }) {}
   ~LedgerReader() { stop(); }
   LedgerReader(const LedgerReader&) = delete;
   LedgerReader& operator=(const LedgerReader&) = delete;
@@ -331,7 +331,7 @@ class LedgerReader {
     }
   }
 
-  host::LedgerBook& book_;
+  runtime::LedgerBook& book_;
   std::atomic<bool> stopping_{false};
   size_t readings_ = 0;
   size_t wrong_ = 0;
@@ -403,7 +403,7 @@ TEST(Threads, TheLedgerIsSoundAtEveryReadingAndExactAtTheEnd) {
   testing::RecordingLog log;
   host::SqliteStore next({.place = {.folder = folder.path()}}, log);
   kit::HouseLock house_lock;
-  host::LedgerBook book(
+  runtime::LedgerBook book(
       {.store = next, .house_lock = house_lock, .endpoints = {}, .logger = services::Logger(machine.log_levels, log)});
   EXPECT_EQ(book.read().of("activities").delivered, activities.delivered);
   EXPECT_TRUE(book.read().isSound());
@@ -516,7 +516,7 @@ TEST(Threads, AShutdownWithARequestInFlightIsQuickRunsNoHandlerAndKeepsTheEvents
   test::ScratchFolder folder;
   {
     Machine machine(folder.path(), server.url());
-    host::ExchangeQueue network(
+    runtime::ExchangeQueue network(
         std::make_unique<host::CurlTransport>(host::CurlTransportOptions{}),
         {.ca_file = "", .main_queue = machine.loop, .gate = machine.gate, .is_forgotten = [] { return false; }});
     AssembledKit parts(machine.around(network));

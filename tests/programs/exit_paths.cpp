@@ -26,7 +26,7 @@
 #include <thread>
 #include <variant>
 
-#include "host/system_host.h"
+#include "host/make_host.h"
 
 namespace {
 
@@ -98,7 +98,7 @@ std::unique_ptr<morvik::MorvikCore> start(const morvik::HostOptions& options) {
 /// A commerce event waits in the store, so that the end of a session asks the module on the background queue.
 void leaveCommerceEvent(const morvik::HostOptions& options) {
   auto made = morvik::host::makeHost(options);
-  if (auto* host = std::get_if<std::unique_ptr<morvik::host::Host>>(&made))
+  if (auto* host = std::get_if<std::unique_ptr<morvik::runtime::Host>>(&made))
     (*host)->setStoredValue("commerceExpansionInfos", morvik::kit::Array{"event"});
 }
 

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/sending/batch_limit.h"
 #include "morvik/morvik.h"
+#include "runtime/sending/batch_limit.h"
 #include "services/endpoints.h"
 #include "simulation/test_device.h"
 
@@ -102,12 +102,12 @@ class BacklogOfADevice : public ::testing::Test {
 };
 
 TEST_F(BacklogOfADevice, GoesInBatchesOfTheHostsLimit) {
-  record(host::kBatchLimit.records + 1);
+  record(runtime::kBatchLimit.records + 1);
   device.settle();
-  EXPECT_THAT(sizes(), ElementsAre(host::kBatchLimit.records));
+  EXPECT_THAT(sizes(), ElementsAre(runtime::kBatchLimit.records));
   EXPECT_EQ(device.waiting("shop", "look"), 1u);
   flush();
-  EXPECT_THAT(sizes(), ElementsAre(host::kBatchLimit.records, 1));
+  EXPECT_THAT(sizes(), ElementsAre(runtime::kBatchLimit.records, 1));
   EXPECT_TRUE(device.kit().ledger().isSound());
 }
 

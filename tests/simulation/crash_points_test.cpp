@@ -11,8 +11,8 @@
 namespace morvik::simulation {
 namespace {
 
-using host::LedgerKind;
-using host::LedgerReason;
+using runtime::LedgerKind;
+using runtime::LedgerReason;
 using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::Each;
@@ -29,7 +29,7 @@ std::map<std::pair<LedgerKind, LedgerReason>, uint64_t> givenUp(const BusyAccoun
   std::map<std::pair<LedgerKind, LedgerReason>, uint64_t> given_up;
   for (size_t row = 0; row < account.given_up.size(); ++row) {
     if (account.given_up[row] != 0)
-      given_up[{host::ledgerRules()[row].kind, host::ledgerRules()[row].reason}] = account.given_up[row];
+      given_up[{runtime::ledgerRules()[row].kind, runtime::ledgerRules()[row].reason}] = account.given_up[row];
   }
   return given_up;
 }
@@ -259,8 +259,10 @@ TEST(CrashPointFigures, NameEachComplaintAndItsNumber) {
 
 TEST(CrashPointFigures, NameWhatWasGivenUpInTheWordsOfTheLedger) {
   CrashPointResult result;
-  result.account.given_up[host::ledgerRuleOf(host::LedgerKind::kImpressions, host::LedgerReason::kPlaceTaken)] = 2;
-  result.account.given_up[host::ledgerRuleOf(host::LedgerKind::kDemographics, host::LedgerReason::kReplaced)] = 3;
+  result.account
+      .given_up[runtime::ledgerRuleOf(runtime::LedgerKind::kImpressions, runtime::LedgerReason::kPlaceTaken)] = 2;
+  result.account.given_up[runtime::ledgerRuleOf(runtime::LedgerKind::kDemographics, runtime::LedgerReason::kReplaced)] =
+      3;
   const std::string text = figuresOf(result);
   EXPECT_THAT(text, HasSubstr("  given up by rule                          5\n"
                               "  of these impressions deleted by the answer to another batch, and their own was not "

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "host/erasing/file_eraser.h"
-#include "host/siblings/kept_identifier.h"
+#include "host/store/file_eraser.h"
+#include "runtime/siblings/kept_identifier.h"
 #include "services/endpoints.h"
 #include "simulation/test_device.h"
 #include "simulation/virtual_machine.h"
@@ -33,9 +33,9 @@ struct Kept {
   bool is_synced = false;
 };
 
-Kept keptBy(host::Host& process) {
+Kept keptBy(runtime::Host& process) {
   const auto properties = process.properties();
-  return {.install_id = std::string(process.storedValue(host::kInstallIdKey).string()),
+  return {.install_id = std::string(process.storedValue(runtime::kInstallIdKey).string()),
           .events = properties.fendoActivityInfos().size(),
           .is_forgotten = properties.MorvikCoreUserInfo_isGDPRForgetMe(),
           .is_synced = properties.MorvikCoreUserInfo_isGDPRForgetMeServerSynced()};
@@ -88,7 +88,7 @@ class Device {
  private:
   SimulatedDisk disk_;
   VirtualMachine machine_;
-  std::unique_ptr<host::Host> process_;
+  std::unique_ptr<runtime::Host> process_;
 };
 
 /// Either nothing has happened yet, or all of it; the wish is there in any case.

@@ -8,8 +8,8 @@
 #include <set>
 #include <string>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "simulation/dice.h"
 #include "simulation/watched_machine.h"
 #include "testing/simulated_service.h"
@@ -34,7 +34,7 @@ class ForeignThread final : public MachineMeddler {
  public:
   explicit ForeignThread(uint64_t seed) : dice_(seed) {}
 
-  void setHost(host::Host* host) { host_ = host; }
+  void setHost(runtime::Host* host) { host_ = host; }
   void storeIsCalled() override {
     if (host_ == nullptr || is_recording_ || !host_->mayRecordHere() || !dice_.happens(0.2))
       return;
@@ -69,7 +69,7 @@ class ForeignThread final : public MachineMeddler {
   }
 
   Dice dice_;
-  host::Host* host_ = nullptr;
+  runtime::Host* host_ = nullptr;
   bool is_recording_ = false;
 };
 
@@ -136,7 +136,7 @@ class ForeignCalls : public ::testing::TestWithParam<uint64_t> {
       {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }};
   bool is_healthy_ = false;
   uint64_t own_ = 0;
-  std::unique_ptr<host::Host> phone_;
+  std::unique_ptr<runtime::Host> phone_;
 };
 
 constexpr int kSteps = 120;

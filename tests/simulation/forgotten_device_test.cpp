@@ -12,14 +12,14 @@
 #include <utility>
 #include <vector>
 
-#include "host/handed_over.h"
-#include "host/life/start_hold.h"
-#include "host/privacy/erasure_hold.h"
-#include "host/privacy/wish_file.h"
-#include "host/privacy/wish_rereading.h"
-#include "host/privacy/wish_sectors.h"
-#include "host/privacy/wish_store.h"
-#include "host/store/commit_retry.h"
+#include "host/store/wish_file.h"
+#include "host/store/wish_sectors.h"
+#include "runtime/handed_over.h"
+#include "runtime/life/start_hold.h"
+#include "runtime/loop/commit_retry.h"
+#include "runtime/privacy/erasure_hold.h"
+#include "runtime/privacy/wish_rereading.h"
+#include "runtime/privacy/wish_store.h"
 #include "services/endpoints.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
@@ -118,7 +118,7 @@ class ForgottenDevice : public ::testing::Test {
   /// The file can be read from here on, and the device rests until that is found out.
   void letTheWishBeRead() {
     disk_.decide({});
-    machine_.loop.advance(host::kWishRereadSeconds + 1);
+    machine_.loop.advance(runtime::kWishRereadSeconds + 1);
   }
 
   // What can become of a store, seen by the next process.
@@ -146,16 +146,16 @@ class ForgottenDevice : public ::testing::Test {
   }
   /// By a thread of the store's. The turn that takes it over by itself comes a little later.
   void openItsFileForTheNextCommit() {
-    constexpr double kABitLater = host::kStartHoldTrySeconds / 5;
-    machine_.loop.advance(host::kStartHoldSeconds + kABitLater);
+    constexpr double kABitLater = runtime::kStartHoldTrySeconds / 5;
+    machine_.loop.advance(runtime::kStartHoldSeconds + kABitLater);
     disk_.decide({});
-    machine_.loop.advance(host::kStoreReopenSeconds);
+    machine_.loop.advance(runtime::kStoreReopenSeconds);
   }
 
   SimulatedDisk disk_;
   VirtualMachine machine_{{.disk = &disk_}};
   testing::RecordingLog log_;
-  std::unique_ptr<host::Host> phone_;
+  std::unique_ptr<runtime::Host> phone_;
 
  private:
   size_t leaked_before_ = 0;
@@ -376,10 +376,10 @@ TEST_F(ForgottenDevice, LivesOnWhereTheFileCanBeReadBeforeTheStore) {
   start();
   EXPECT_TRUE(phone_->isGdprForgetMe());
   holdByAnother();
-  machine_.loop.advance(host::kWishRereadSeconds + 1);
+  machine_.loop.advance(runtime::kWishRereadSeconds + 1);
   EXPECT_FALSE(phone_->isGdprForgetMe());
   disk_.decide({});
-  machine_.loop.advance(host::kWishRereadSeconds + 1);
+  machine_.loop.advance(runtime::kWishRereadSeconds + 1);
   phone_->setAge(30);
   machine_.loop.advance(kSyncedSeconds);
   leaks();
@@ -412,10 +412,10 @@ TEST_F(ForgottenDevice, HandlesWhatItWasHandedOnceItIsToldWhileTheFileCannotBeRe
     const size_t before = clicks();
     phone_->passOpenURL(kClick);
     machine_.loop.runUntilIdle();
-    EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 1U);
+    EXPECT_EQ(phone_->storedValue(runtime::kHandedOverKey).size(), 1U);
     phone_->gdprForgetMe(is_forgotten);
     machine_.loop.advance(1);
-    EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 0U);
+    EXPECT_EQ(phone_->storedValue(runtime::kHandedOverKey).size(), 0U);
     EXPECT_EQ(clicks() - before, is_forgotten ? 0U : 1U);
     die();
     disk_.decide({});
@@ -529,7 +529,7 @@ TEST_F(ForgottenDevice, HasItsFileMadeFromAStoreThatComesToLightLate) {
   EXPECT_FALSE(inTheFile().has_value()) << "nobody knows yet what to write";
   disk_.decide({});
   phone_->setAge(30);
-  machine_.loop.advance(1 + host::kCommitRetrySeconds);
+  machine_.loop.advance(1 + runtime::kCommitRetrySeconds);
   EXPECT_TRUE(phone_->isGdprForgetMe());
   die();
   ASSERT_TRUE(inTheFile().has_value());
@@ -574,16 +574,16 @@ TEST_F(ForgottenDevice, EndsWhatWaitsForAConnectionOnceItsStoreHasComeToLight) {
   for (int click = 1; click <= 20; ++click)
     phone_->passOpenURL("https://shop.example/?mrvk_eng=1&sn=3&ck=" + std::to_string(click));
   phone_->applicationDidBecomeActive();
-  machine_.loop.advance(host::kStartHoldSeconds + 0.5);
+  machine_.loop.advance(runtime::kStartHoldSeconds + 0.5);
   leaks();
-  ASSERT_GT(phone_->pending().requests, host::kMaxConnectionsPerHost);
+  ASSERT_GT(phone_->pending().requests, runtime::kMaxConnectionsPerHost);
   failToReadTheWish();  // it has the file read once more, which is another occasion
   static_cast<void>(phone_->setAge(30));
   machine_.loop.advance(0.5);
   static_cast<void>(phone_->setAge(31));
   machine_.loop.advance(0.5);
   EXPECT_TRUE(phone_->isGdprForgetMe());
-  EXPECT_EQ(phone_->pending().requests, host::kMaxConnectionsPerHost) << "those that have left";
+  EXPECT_EQ(phone_->pending().requests, runtime::kMaxConnectionsPerHost) << "those that have left";
   EXPECT_EQ(leaks(), 0U);
 }
 
@@ -603,7 +603,7 @@ TEST_F(ForgottenDevice, IsNoneWithoutAFileAndWithoutAReadableStore) {
 class MachineOfTwo final : public VirtualMachine {
  public:
   explicit MachineOfTwo(SimulatedDisk& disk) : VirtualMachine({.disk = &disk}), disk_(disk) {}
-  std::unique_ptr<host::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+  std::unique_ptr<runtime::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
     if (last_wish)
       writeByAnother(disk_, *last_wish);
     return VirtualMachine::makeStore(folder, log);
@@ -611,7 +611,7 @@ class MachineOfTwo final : public VirtualMachine {
   static void writeByAnother(SimulatedDisk& disk, bool is_forgotten) {
     host::WishFile file(disk.place());
     file.goOnFrom(file.read());
-    EXPECT_EQ(file.write(is_forgotten, host::MachineWishFile::Word::kNew, file.takeTurn(host::kMaxWishTurn)),
+    EXPECT_EQ(file.write(is_forgotten, runtime::MachineWishFile::Word::kNew, file.takeTurn(runtime::kMaxWishTurn)),
               std::nullopt);
   }
   std::optional<bool> last_wish;
@@ -645,7 +645,7 @@ TEST_F(ForgottenDevice, HearsOfTheWishOfAProcessThatHadTheStoreMeanwhile) {
   MachineOfTwo::writeByAnother(disk_, true);
   disk_.decide({});
   phone_->setAge(30);
-  machine_.loop.advance(1 + host::kCommitRetrySeconds);
+  machine_.loop.advance(1 + runtime::kCommitRetrySeconds);
   EXPECT_TRUE(phone_->isGdprForgetMe());
   EXPECT_TRUE(phone_->properties().MorvikCoreUserInfo_isGDPRForgetMe());
   leaks();
@@ -758,7 +758,7 @@ TEST_F(ForgottenDevice, SendsItsErasureAfterTwoSecondsWhereTheFileCannotBeSynced
     return call.kind == DiskCall::Kind::kSync && call.path == wishPath() ? SQLITE_IOERR_FSYNC : SQLITE_OK;
   });
   phone_->gdprForgetMe(true);
-  machine_.loop.advance(host::kErasureHoldSeconds - 0.1);
+  machine_.loop.advance(runtime::kErasureHoldSeconds - 0.1);
   EXPECT_EQ(erasures(), 0U);
   EXPECT_EQ(phone_->pending().requests, 1U);
   EXPECT_EQ(phone_->status().wish_file, WishFileState::kNotWritten);
@@ -777,7 +777,7 @@ TEST_F(ForgottenDevice, SendsItsWithdrawalAfterTwoSecondsWhereTheFileCannotBeSyn
   });
   const size_t before = erasures();
   phone_->gdprForgetMe(false);
-  machine_.loop.advance(host::kErasureHoldSeconds + 0.1);
+  machine_.loop.advance(runtime::kErasureHoldSeconds + 0.1);
   EXPECT_EQ(erasures(), before + 1);
   EXPECT_EQ(log_.countContaining(kNotOnTheDisk), 1U);
 }
@@ -785,9 +785,9 @@ TEST_F(ForgottenDevice, SendsItsWithdrawalAfterTwoSecondsWhereTheFileCannotBeSyn
 TEST_F(ForgottenDevice, SendsItsErasureAfterTwoSecondsWhereTheDiskIsSlow) {
   start();
   live();
-  machine_.sync_seconds = host::kErasureHoldSeconds + 1;
+  machine_.sync_seconds = runtime::kErasureHoldSeconds + 1;
   phone_->gdprForgetMe(true);
-  machine_.loop.advance(host::kErasureHoldSeconds - 0.1);
+  machine_.loop.advance(runtime::kErasureHoldSeconds - 0.1);
   EXPECT_EQ(erasures(), 0U);
   machine_.loop.advance(0.2);
   EXPECT_EQ(erasures(), 1U) << "ahead of the sync that is under way";
@@ -802,7 +802,7 @@ TEST_F(ForgottenDevice, SendsItsErasureAfterTwoSecondsWhereThereIsNoRoomForTheFi
   });
   start();
   phone_->gdprForgetMe(true);
-  machine_.loop.advance(host::kErasureHoldSeconds - 0.1);
+  machine_.loop.advance(runtime::kErasureHoldSeconds - 0.1);
   EXPECT_EQ(erasures(), 0U);
   machine_.loop.advance(0.2);
   EXPECT_EQ(erasures(), 1U);
@@ -882,13 +882,13 @@ class CutOff {
     start();
   }
   bool isCut() const { return disk_.isCut(); }
-  host::Host& phone() { return *phone_; }
+  runtime::Host& phone() { return *phone_; }
   void advance(double seconds) { machine_.loop.advance(seconds); }
 
  private:
   SimulatedDisk disk_;
   VirtualMachine machine_{{.disk = &disk_}};
-  std::unique_ptr<host::Host> phone_;
+  std::unique_ptr<runtime::Host> phone_;
 };
 
 TEST(CutOffAnywhere, ANewUserIsNeverForgotten) {

@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "host/siblings/kept_identifier.h"
-#include "host/store/commit_retry.h"
+#include "runtime/loop/commit_retry.h"
+#include "runtime/siblings/kept_identifier.h"
 #include "services/endpoints.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
@@ -45,7 +45,7 @@ class FullDisk : public ::testing::Test {
 
   SimulatedDisk disk_;
   VirtualMachine machine_;
-  std::unique_ptr<host::Host> phone_;
+  std::unique_ptr<runtime::Host> phone_;
 };
 
 // A request waits until what its turn wrote is committed, but not for a commit that cannot be made: on a full disk the
@@ -68,9 +68,9 @@ TEST_F(FullDisk, KeepsTheWishAlthoughNoRoomIsEverFound) {
 TEST_F(FullDisk, KeepsTheWishAsSoonAsThereIsRoomAlthoughNothingElseHappens) {
   fill();
   wishToBeForgotten();
-  machine_.loop.advance(5 * host::kCommitRetrySeconds);
+  machine_.loop.advance(5 * runtime::kCommitRetrySeconds);
   makeRoom();
-  machine_.loop.advance(host::kCommitRetrySeconds);
+  machine_.loop.advance(runtime::kCommitRetrySeconds);
   dieAndStart();
   EXPECT_TRUE(phone_->isGdprForgetMe());
   EXPECT_TRUE(phone_->properties().MorvikCoreUserInfo_isGDPRForgetMeServerSynced());
@@ -109,13 +109,13 @@ TEST_F(FullDisk, DoesNotUndoThatAllIsToBeErasedAndTheNextStartWithRoomGoesOn) {
   phone_->addActivity("shop", "look", std::nullopt);
   phone_->gdprForgetMe(true);
   machine_.loop.advance(60);
-  const kit::Value before = phone_->storedValue(host::kInstallIdKey);
+  const kit::Value before = phone_->storedValue(runtime::kInstallIdKey);
   fill();
   EXPECT_FALSE(phone_->eraseLocalData());
   EXPECT_FALSE(phone_->status().is_running);
   makeRoom();
   dieAndStart();
-  EXPECT_NE(phone_->storedValue(host::kInstallIdKey), before);
+  EXPECT_NE(phone_->storedValue(runtime::kInstallIdKey), before);
   EXPECT_THAT(phone_->properties().fendoActivityInfos(), SizeIs(0));
   EXPECT_TRUE(phone_->isGdprForgetMe());
 }
@@ -133,13 +133,13 @@ TEST_F(FullDisk, IsTriedOnceInEveryTenSecondsAndNoMoreWhenAllIsKept) {
   phone_->addActivity("shop", "purchase", std::nullopt);
   machine_.loop.runUntilIdle();
   const size_t tries_of_their_turns = tries;
-  machine_.loop.advance(100 * host::kCommitRetrySeconds);
+  machine_.loop.advance(100 * runtime::kCommitRetrySeconds);
   EXPECT_GE(tries_of_their_turns, 2U);
   EXPECT_EQ(tries, tries_of_their_turns + 100);
   makeRoom();
-  machine_.loop.advance(host::kCommitRetrySeconds);
+  machine_.loop.advance(runtime::kCommitRetrySeconds);
   const uint64_t changes = disk_.changes();
-  machine_.loop.advance(100 * host::kCommitRetrySeconds);
+  machine_.loop.advance(100 * runtime::kCommitRetrySeconds);
   EXPECT_LE(disk_.changes() - changes, 1U) << "the sync that follows a commit, and nothing else";
 }
 

@@ -1,4 +1,4 @@
-#include "host/handed_over.h"
+#include "runtime/handed_over.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,11 +40,11 @@ class HandedOverTest : public ::testing::Test {
       ids.push_back(std::to_string(id));
       left.append(kit::Dictionary{{"kind", "url"}, {"text", "app://x?cid=" + ids.back()}});
     }
-    machine_.store.set(kHandedOverKey, kit::Value(std::move(left)));
+    machine_.store.set(runtime::kHandedOverKey, kit::Value(std::move(left)));
     machine_.store.synchronize();
     return ids;
   }
-  kit::Array waiting() { return phone_->storedValue(kHandedOverKey).array(); }
+  kit::Array waiting() { return phone_->storedValue(runtime::kHandedOverKey).array(); }
   std::vector<std::string> clicks() {
     std::vector<std::string> ids;
     for (const kit::Value& click : phone_->properties().commerceConversionInfos().array())
@@ -53,7 +53,7 @@ class HandedOverTest : public ::testing::Test {
   }
 
   simulation::VirtualMachine machine_{attributed()};
-  std::unique_ptr<Host> phone_;
+  std::unique_ptr<runtime::Host> phone_;
 };
 
 TEST_F(HandedOverTest, IsHandledOnceAndInOrder) {
@@ -70,7 +70,7 @@ TEST_F(HandedOverTest, IsHandledOnceAndInOrder) {
 
 TEST_F(HandedOverTest, OfADeadProcessIsHandledBeforeTheFirstSession) {
   machine_.store.set(
-      kHandedOverKey,
+      runtime::kHandedOverKey,
       kit::Array{kit::Dictionary{
           {"kind", "url"}, {"text", "app://x?cid=late"}, {"time", kit::Date{1'000'000}}, {"first_launch", false}}});
   machine_.store.synchronize();
@@ -85,11 +85,12 @@ TEST_F(HandedOverTest, OfADeadProcessIsHandledBeforeTheFirstSession) {
 }
 
 TEST_F(HandedOverTest, OfALongListIsHandledInSeveralTurnsInOrder) {
-  constexpr size_t kLeft = 2 * kMaxHandledAtOnce + 1;
+  constexpr size_t kLeft = 2 * runtime::kMaxHandledAtOnce + 1;
   std::vector<std::string> expected = leave(kLeft);
   kill();
   start();
-  phone_->mainQueue().async([this] { EXPECT_EQ(waiting().size(), kLeft - kMaxHandledAtOnce) << "after one turn"; });
+  phone_->mainQueue().async(
+      [this] { EXPECT_EQ(waiting().size(), kLeft - runtime::kMaxHandledAtOnce) << "after one turn"; });
   machine_.loop.runUntilIdle();
   EXPECT_EQ(clicks(), expected);
   EXPECT_THAT(waiting(), IsEmpty());
@@ -106,7 +107,7 @@ TEST_F(HandedOverTest, OfALongListAllIsHandledBeforeASessionStarts) {
 }
 
 TEST_F(HandedOverTest, OfALongListIsLeftToTheNextStartWhenTheKitIsStopped) {
-  leave(2 * kMaxHandledAtOnce);
+  leave(2 * runtime::kMaxHandledAtOnce);
   kit::HouseLock house_lock;
   const services::MorvikGVUserDefaults store(machine_.store, house_lock);
   const kit::LogLevels levels;
@@ -114,19 +115,19 @@ TEST_F(HandedOverTest, OfALongListIsLeftToTheNextStartWhenTheKitIsStopped) {
   const services::Logger logger(levels, log);
   simulation::VirtualMainLoop main_loop(machine_.loop, logger);
   kit::StopRequest stop;
-  HandedOver list(store, main_loop, stop, logger);
+  runtime::HandedOver list(store, main_loop, stop, logger);
   size_t handled = 0;
-  list.setHandler([&](const HandedOver::Entry&) {
+  list.setHandler([&](const runtime::HandedOver::Entry&) {
     ++handled;
     stop.make();
   });
   list.handleAll();
-  EXPECT_EQ(handled, kMaxHandledAtOnce);
-  EXPECT_EQ(store.arrayForKey(kHandedOverKey).size(), kMaxHandledAtOnce);
+  EXPECT_EQ(handled, runtime::kMaxHandledAtOnce);
+  EXPECT_EQ(store.arrayForKey(runtime::kHandedOverKey).size(), runtime::kMaxHandledAtOnce);
 }
 
 TEST_F(HandedOverTest, OfAKindThatIsNotKnownIsDiscarded) {
-  machine_.store.set(kHandedOverKey, kit::Array{"no entry", kit::Dictionary{{"kind", "of a newer version"}}});
+  machine_.store.set(runtime::kHandedOverKey, kit::Array{"no entry", kit::Dictionary{{"kind", "of a newer version"}}});
   machine_.store.synchronize();
   kill();
   start();
@@ -142,7 +143,7 @@ TEST_F(HandedOverTest, PastTheLimitsIsRefused) {
   kit::MutableArray full;
   for (size_t i = 0; i < kMaxHandedOver; ++i)
     full.append(kit::Dictionary{{"kind", "url"}, {"text", "app://x"}});
-  phone_->setStoredValue(kHandedOverKey, kit::Value(std::move(full)));
+  phone_->setStoredValue(runtime::kHandedOverKey, kit::Value(std::move(full)));
   EXPECT_EQ(phone_->setReferralUrlForFacebook("app://x?ck=1"), Recorded::kRefusedTooMany);
   EXPECT_EQ(phone_->thirdPartyConversion(), Recorded::kRefusedTooMany);
 }
@@ -150,7 +151,7 @@ TEST_F(HandedOverTest, PastTheLimitsIsRefused) {
 TEST_F(HandedOverTest, OnTheLaunchBeforeTheAttributionIsHandledAsOfThatLaunchHoweverLate) {
   // A deep link conversion is not sent on the launch that began without a referral record.
   const std::string url = "app://x?isFacebookCpi=1&mrvk_deeplink_cvr=1&ck=5&sn=1";
-  machine_.store.set(kHandedOverKey,
+  machine_.store.set(runtime::kHandedOverKey,
                      kit::Array{kit::Dictionary{{"kind", "url"}, {"text", url}, {"first_launch", true}}});
   machine_.store.synchronize();
   kill();

@@ -69,7 +69,7 @@ std::vector<std::string> quotedTexts(const std::string& source) {
 
 std::set<FileAndText> textsInTheSources() {
   std::set<FileAndText> texts;
-  for (const char* const folder : {"MorvikCoreLib", "services", "host"}) {
+  for (const char* const folder : {"MorvikCoreLib", "services", "runtime", "host"}) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(test::sourceDir() + "/" + folder)) {
       if (entry.path().extension() != ".cpp" && entry.path().extension() != ".h")
         continue;

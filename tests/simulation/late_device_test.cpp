@@ -11,12 +11,12 @@
 #include <utility>
 #include <vector>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
-#include "host/handed_over.h"
 #include "host/json/simdjson_codec.h"
-#include "host/life/start_hold.h"
-#include "host/store/commit_retry.h"
+#include "runtime/handed_over.h"
+#include "runtime/life/start_hold.h"
+#include "runtime/loop/commit_retry.h"
 #include "services/endpoints.h"
 #include "simulation/newer_program.h"
 #include "simulation/simulated_disk.h"
@@ -132,7 +132,7 @@ class LateDevice : public ::testing::Test {
   SimulatedService service_{
       {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }};
   double answer_seconds_ = 0;
-  std::unique_ptr<host::Host> phone_;
+  std::unique_ptr<runtime::Host> phone_;
   std::optional<FlushResult> flushed_;
   const std::shared_ptr<MorvikCoreDelegate> delegate_ = std::make_shared<MorvikCoreDelegate>();
 };
@@ -162,7 +162,7 @@ TEST_F(LateDevice, KeepsTheImpressionsOfItsFileThatABatchOfTheDarkDidNotCarry) {
   answer_seconds_ = 5;
   phone_->applicationDidBecomeActive();
   const auto has_sent = [this] { return !machine_.transport.requests(services::kTrackingPath).empty(); };
-  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, host::kStartHoldSeconds + 10));
+  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, runtime::kStartHoldSeconds + 10));
   showDisk();
   const auto stored = [this] { return phone_->properties().fendoImpressionInfos().array(); };
   ASSERT_EQ(stored().size(), 2U);
@@ -183,7 +183,7 @@ TEST_F(LateDevice, KeepsTheCommerceClicksOfItsFileThatAnUploadOfTheDarkDidNotCar
   answer_seconds_ = 5;
   phone_->passOpenURL("app://x?cid=dark");
   const auto has_sent = [this] { return !machine_.transport.requests(services::kCommerceConversionPath).empty(); };
-  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, host::kStartHoldSeconds + 10));
+  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, runtime::kStartHoldSeconds + 10));
   showDisk();
   ASSERT_EQ(stored().size(), 2U);
   machine_.loop.advance(5);
@@ -202,7 +202,7 @@ TEST_F(LateDevice, KeepsTheDemographicsOfItsFileThatAnUploadOfTheDarkDidNotCarry
   phone_->setUserId("of the dark");
   phone_->applicationDidBecomeActive();
   const auto has_sent = [this] { return !machine_.transport.requests(services::kSetDemographicPath).empty(); };
-  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, host::kStartHoldSeconds + 20));
+  ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, runtime::kStartHoldSeconds + 20));
   showDisk();
   EXPECT_EQ(phone_->properties().fendoUserDemoInfo_age(), 27);
   machine_.loop.advance(5);
@@ -233,7 +233,7 @@ TEST_F(LateDevice, KeepsItsUserNumberAndCountsItsLaunchesOn) {
   const int64_t launches = phone_->properties().integerForKey("com.morvik.core.appLaunchCount");
   ASSERT_EQ(launches, 2);
   restartInTheDark();
-  machine_.loop.advance(host::kStartHoldSeconds);
+  machine_.loop.advance(runtime::kStartHoldSeconds);
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(1);
   EXPECT_NE(phone_->properties().fendoUserInfo_fendoUserNo(), user) << "the service takes it for another install";
@@ -254,11 +254,11 @@ TEST_F(LateDevice, StartsNoSessionAsAnotherOneWhileItsFileMayComeToLight) {
   const size_t requests = service_.requests().size();
   phone_->applicationDidBecomeActive();
   EXPECT_EQ(phone_->thirdPartyConversion(), Recorded::kKeptInMemory);
-  machine_.loop.advance(host::kStartHoldSeconds / 2);
+  machine_.loop.advance(runtime::kStartHoldSeconds / 2);
   EXPECT_EQ(service_.requests().size(), requests);
   EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kKeptInMemory) << "that waits for nothing";
   disk_.decide({});
-  machine_.loop.advance(2 * host::kStartHoldTrySeconds + 1);
+  machine_.loop.advance(2 * runtime::kStartHoldTrySeconds + 1);
   EXPECT_GT(service_.requests().size(), requests);
   EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
   EXPECT_EQ(service_.installs(), 1U);
@@ -271,11 +271,11 @@ TEST_F(LateDevice, StartsItsSessionAsAnotherOneWhenItsFileStaysInTheDark) {
   phone_->applicationDidBecomeActive();
   phone_->applicationDidBecomeActive();
   EXPECT_EQ(phone_->thirdPartyConversion(), Recorded::kKeptInMemory);
-  machine_.loop.advance(host::kStartHoldSeconds - host::kStartHoldTrySeconds);
+  machine_.loop.advance(runtime::kStartHoldSeconds - runtime::kStartHoldTrySeconds);
   EXPECT_EQ(sessionStarts(), 0U);
-  machine_.loop.advance(host::kStartHoldTrySeconds + 1);
+  machine_.loop.advance(runtime::kStartHoldTrySeconds + 1);
   EXPECT_EQ(service_.installs(), 2U);
-  EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 0U);
+  EXPECT_EQ(phone_->storedValue(runtime::kHandedOverKey).size(), 0U);
 }
 
 TEST_F(LateDevice, KeepsTheRecordOfItsFileWhenAConversionOfTheDarkIsAnsweredLater) {
@@ -286,7 +286,7 @@ TEST_F(LateDevice, KeepsTheRecordOfItsFileWhenAConversionOfTheDarkIsAnsweredLate
   restartInTheDark();
   answer_seconds_ = 5;
   phone_->applicationDidBecomeActive();
-  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  machine_.loop.advance(runtime::kStartHoldSeconds + 1);
   ASSERT_EQ(service_.installs(), 2U) << "its answer is under way";
   disk_.decide({});
   machine_.loop.advance(70);
@@ -299,11 +299,11 @@ TEST_F(LateDevice, StartsTheSessionThatWaitsForItsFileBeforeItEndsIt) {
   restartInTheDark();
   phone_->setSendingEnabled(false);
   phone_->applicationDidBecomeActive();
-  machine_.loop.advance(host::kStartHoldSeconds / 2);
+  machine_.loop.advance(runtime::kStartHoldSeconds / 2);
   phone_->applicationDidEnterBackground();
-  machine_.loop.advance(host::kStartHoldSeconds / 4);
+  machine_.loop.advance(runtime::kStartHoldSeconds / 4);
   EXPECT_EQ(sessionStarts(), 0U);
-  machine_.loop.advance(host::kStartHoldSeconds);
+  machine_.loop.advance(runtime::kStartHoldSeconds);
   EXPECT_EQ(sessionStarts(), 1U);
   EXPECT_FALSE(phone_->status().is_session_open);
 }
@@ -315,9 +315,9 @@ TEST_F(LateDevice, IsNoNewInstallWhenItsAppIsLeftBeforeItsFileComesToLight) {
   restartInTheDark();
   const size_t requests = service_.requests().size();
   phone_->applicationDidBecomeActive();
-  machine_.loop.advance(host::kStartHoldSeconds / 4);
+  machine_.loop.advance(runtime::kStartHoldSeconds / 4);
   phone_->applicationDidEnterBackground();
-  machine_.loop.advance(host::kStartHoldSeconds / 4);
+  machine_.loop.advance(runtime::kStartHoldSeconds / 4);
   EXPECT_EQ(service_.requests().size(), requests);
   disk_.decide({});
   machine_.loop.advance(70);
@@ -333,10 +333,10 @@ TEST_F(LateDevice, HasItsFileAgainSoonAfterTheHoldAlthoughNothingHappensOnIt) {
   const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
   ASSERT_NE(user, -1);
   restartInTheDark();
-  machine_.loop.advance(host::kStartHoldSeconds + 7.3);
+  machine_.loop.advance(runtime::kStartHoldSeconds + 7.3);
   EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), -1);
   disk_.decide({});
-  machine_.loop.advance(host::kStoreReopenSeconds + host::kStartHoldTrySeconds);
+  machine_.loop.advance(runtime::kStoreReopenSeconds + runtime::kStartHoldTrySeconds);
   EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
 }
 
@@ -347,13 +347,13 @@ TEST_F(LateDevice, HandlesOnceWhatItsFileAndItsOwnProcessWereHandedOver) {
   machine_.loop.runUntilIdle();
   restartInTheDark();
   EXPECT_EQ(phone_->setReferralUrlForFacebook("https://f.example/?ck=13"), Recorded::kKeptInMemory);
-  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  machine_.loop.advance(runtime::kStartHoldSeconds + 1);
   EXPECT_THAT(handledUrls(), ElementsAre(13));
   showDisk();
   phone_->addActivity("shop", "look", std::nullopt);
   machine_.loop.advance(1);
   EXPECT_THAT(handledUrls(), ElementsAre(13, 12));
-  EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 0U);
+  EXPECT_EQ(phone_->storedValue(runtime::kHandedOverKey).size(), 0U);
   machine_.kill(std::move(phone_));
   start();
   machine_.loop.advance(1);
@@ -373,9 +373,9 @@ TEST_F(LateDevice, HandlesEachUrlOnceWhenItsFileComesToLightWhileOneIsHandled) {
   machine_.loop.runUntilIdle();
   restartInTheDark();
   EXPECT_EQ(phone_->passOpenURL("app://x?ck=13"), Recorded::kKeptInMemory);
-  machine_.loop.advance(1 + host::kCommitRetrySeconds);
+  machine_.loop.advance(1 + runtime::kCommitRetrySeconds);
   EXPECT_THAT(opened, ElementsAre("13", "12"));
-  EXPECT_EQ(phone_->storedValue(host::kHandedOverKey).size(), 0U);
+  EXPECT_EQ(phone_->storedValue(runtime::kHandedOverKey).size(), 0U);
   machine_.kill(std::move(phone_));
   start();
   machine_.loop.advance(1);
@@ -416,10 +416,10 @@ TEST_F(LateDevice, HasTheDeviceOfItsFileErasedWhenTheWishIsMadeInTheDark) {
   restartInTheDark();
   EXPECT_EQ(phone_->gdprForgetMe(true), Recorded::kKept);
   EXPECT_TRUE(phone_->isGdprForgetMe());
-  machine_.loop.advance(host::kStartHoldSeconds / 2);
+  machine_.loop.advance(runtime::kStartHoldSeconds / 2);
   EXPECT_THAT(erased(), IsEmpty());
   disk_.decide({});
-  machine_.loop.advance(2 * host::kStartHoldTrySeconds + 1);
+  machine_.loop.advance(2 * runtime::kStartHoldTrySeconds + 1);
   EXPECT_THAT(erased(), ElementsAre(names("idfa").at(0)));
   EXPECT_TRUE(isWishAccepted());
 }
@@ -431,13 +431,13 @@ TEST_F(LateDevice, TellsTheWishInTheDarkWhenItsFileStaysThereAndOnceMoreWhenItsA
   std::vector<bool> answers;
   listenTo(answers);
   phone_->gdprForgetMe(true);
-  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  machine_.loop.advance(runtime::kStartHoldSeconds + 1);
   ASSERT_EQ(erased().size(), 1U);
   EXPECT_NE(erased()[0], names("idfa").at(0)) << "nobody knows it yet";
   EXPECT_THAT(answers, ElementsAre(false));
   EXPECT_TRUE(isWishAccepted());
   disk_.decide({});
-  machine_.loop.advance(host::kStoreReopenSeconds + 1);
+  machine_.loop.advance(runtime::kStoreReopenSeconds + 1);
   EXPECT_TRUE(phone_->isGdprForgetMe());
   EXPECT_FALSE(isWishAccepted());
   EXPECT_EQ(erased().size(), 1U) << "never by itself";
@@ -457,7 +457,7 @@ TEST_F(LateDevice, TakesNoAnswerToAnErasureOfAnotherDeviceForItsOwn) {
   std::vector<bool> answers;
   listenTo(answers);
   phone_->gdprForgetMe(true);
-  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  machine_.loop.advance(runtime::kStartHoldSeconds + 1);
   disk_.decide({});
   machine_.loop.advance(10);
   EXPECT_EQ(erased().size(), 1U);
@@ -475,7 +475,7 @@ TEST_F(LateDevice, LeavesAWishUntoldThatIsMadeInTheDarkWithoutANetwork) {
   phone_->gdprForgetMe(false);
   machine_.loop.runUntilIdle();
   phone_->setOffline(false);
-  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  machine_.loop.advance(runtime::kStartHoldSeconds + 1);
   EXPECT_THAT(erased(), IsEmpty());
   EXPECT_FALSE(phone_->isGdprForgetMe());
 }
@@ -486,10 +486,10 @@ TEST_F(LateDevice, TellsAWishAndItsWithdrawalInTheirOrderOnceItsFileHasComeToLig
   restartInTheDark();
   phone_->gdprForgetMe(true);
   phone_->gdprForgetMe(false);
-  machine_.loop.advance(host::kStartHoldSeconds / 2);
+  machine_.loop.advance(runtime::kStartHoldSeconds / 2);
   EXPECT_THAT(erased(), IsEmpty());
   disk_.decide({});
-  machine_.loop.advance(2 * host::kStartHoldTrySeconds + 1);
+  machine_.loop.advance(2 * runtime::kStartHoldTrySeconds + 1);
   EXPECT_EQ(erased().size(), 2U);
 }
 
@@ -501,7 +501,7 @@ TEST_F(LateDevice, IsFlushedOfWhatItsFileHasOnceThatHasComeToLight) {
     phone_->addActivity("shop", "look", std::nullopt);
   restartInTheDark();
   flush(std::chrono::seconds(10));
-  machine_.loop.advance(host::kStartHoldSeconds / 2);
+  machine_.loop.advance(runtime::kStartHoldSeconds / 2);
   EXPECT_FALSE(flushed_);
   disk_.decide({});
   machine_.loop.advance(1);
@@ -517,7 +517,7 @@ TEST_F(LateDevice, IsNeverFlushedWhileItsFileIsInTheDark) {
   phone_->applicationDidBecomeActive();
   phone_->addActivity("shop", "look", std::nullopt);
   flush(std::chrono::seconds(10));
-  machine_.loop.advance(host::kStartHoldSeconds + 5);
+  machine_.loop.advance(runtime::kStartHoldSeconds + 5);
   EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), 0U) << "all that this process knows of is delivered";
   EXPECT_FALSE(flushed_);
   machine_.loop.advance(5);
@@ -535,9 +535,9 @@ TEST_F(LateDevice, LeavesAFileAloneThatTurnsOutToBeOfANewerVersion) {
   const auto left = storeFilesOn(disk_);
   restartInTheDark();
   phone_->applicationDidBecomeActive();
-  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  machine_.loop.advance(runtime::kStartHoldSeconds + 1);
   disk_.decide({});
-  machine_.loop.advance(2 * host::kStoreReopenSeconds);
+  machine_.loop.advance(2 * runtime::kStoreReopenSeconds);
   const uint64_t reads = disk_.count(DiskCall::Kind::kRead);
   phone_->addActivity("shop", "look", std::nullopt);
   flush(std::chrono::seconds(10));
@@ -556,10 +556,10 @@ TEST_F(LateDevice, IsFlushedOnceItsFileTurnsOutToBeOfANewerVersion) {
   phone_->applicationDidBecomeActive();
   phone_->addActivity("shop", "look", std::nullopt);
   flush(std::chrono::seconds(10));
-  machine_.loop.advance(host::kStartHoldSeconds + 1);
+  machine_.loop.advance(runtime::kStartHoldSeconds + 1);
   EXPECT_FALSE(flushed_);
   disk_.decide({});
-  machine_.loop.advance(2 * host::kStoreReopenSeconds);
+  machine_.loop.advance(2 * runtime::kStoreReopenSeconds);
   ASSERT_TRUE(flushed_);
   EXPECT_TRUE(flushed_->is_delivered) << toText(flushed_->reason);
 }
@@ -572,7 +572,7 @@ TEST_F(LateDevice, SaysWhyItIsNotFlushedInTheDark) {
   EXPECT_EQ(flushed_->reason, FlushReason::kTimeout) << "it waits for the file";
   flushed_.reset();
   flush(std::chrono::seconds(10));
-  machine_.loop.advance(host::kStartHoldSeconds);
+  machine_.loop.advance(runtime::kStartHoldSeconds);
   phone_->addActivity("shop", "look", std::nullopt);
   flush(std::chrono::seconds(10));
   machine_.loop.advance(1);
@@ -610,7 +610,7 @@ TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhereThereIsNoRoomForAnother) {
     return isReadOfStore(call) && ++reads <= kReadsOfTheFirstTry ? SQLITE_IOERR_READ : SQLITE_OK;
   });
   start();
-  machine_.loop.advance(1 + host::kCommitRetrySeconds);
+  machine_.loop.advance(1 + runtime::kCommitRetrySeconds);
   EXPECT_THAT(reports(), ElementsAre("fendo of the file"));
   showDisk();
   phone_->addActivity("shop", "look", std::nullopt);

@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "host/life/start_hold.h"
+#include "runtime/life/start_hold.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
 
@@ -117,7 +117,7 @@ class LedgerRules : public ::testing::Test {
 
   HostOptions options = simulatedApp();
   VirtualMachine machine{attributed()};
-  std::unique_ptr<host::Host> phone;
+  std::unique_ptr<runtime::Host> phone;
 };
 
 // -----------------------------------------------------------------------------------------------------------
@@ -654,7 +654,7 @@ class LateStore : public ::testing::Test {
   SimulatedDisk disk;
   HostOptions app = simulatedApp();
   VirtualMachine machine{{.disk = &disk}};
-  std::unique_ptr<host::Host> phone;
+  std::unique_ptr<runtime::Host> phone;
 };
 
 TEST_F(LateStore, BringsTheCountsOfEarlierProcessesAndIsAddedTo) {
@@ -706,7 +706,7 @@ TEST_F(LateStore, IsInTheLedgerWithTheVeryCommitThatTakesItOver) {
     wait(1);
     const uint64_t before = of("commerce clicks").recorded;
     restartInTheDark();
-    wait(host::kStartHoldSeconds);
+    wait(runtime::kStartHoldSeconds);
     phone->passOpenURL("app://open?cid=b");
     wait(1);
     disk.decide({});

@@ -39,7 +39,7 @@ TEST_F(NewerProgram, LeavesAStoreThatThisOneDoesNotKnowAndTakesItBackWithAllThat
   ASSERT_TRUE(useWithNewerProgram(disk_, kNewerStoreVersion));
   const auto left = storeFilesOn(disk_);
   store = open();
-  EXPECT_EQ(store->opening(), host::StoreOpening::kNewerVersion);
+  EXPECT_EQ(store->opening(), runtime::StoreOpening::kNewerVersion);
   EXPECT_TRUE(store->get("age").isAbsent());
   store->set("age", 34);
   EXPECT_FALSE(store->synchronize());
@@ -48,7 +48,7 @@ TEST_F(NewerProgram, LeavesAStoreThatThisOneDoesNotKnowAndTakesItBackWithAllThat
   ASSERT_TRUE(useWithNewerProgram(disk_, host::kStoreVersion));
   EXPECT_EQ(disk_.changes(), changes) << "nobody counts what it does";
   store = open();
-  EXPECT_EQ(store->opening(), host::StoreOpening::kOpened);
+  EXPECT_EQ(store->opening(), runtime::StoreOpening::kOpened);
   EXPECT_EQ(store->get("age"), kit::Value(33));
 }
 
@@ -60,7 +60,7 @@ TEST_F(NewerProgram, WhatItLeavesIsOnTheDisk) {
   ASSERT_TRUE(useWithNewerProgram(disk_, kNewerStoreVersion));
   disk_.cutNow();
   disk_.restart(DiskCut::powerLost(PowerLoss::kNothingUnsynced, 1));
-  EXPECT_EQ(open()->opening(), host::StoreOpening::kNewerVersion);
+  EXPECT_EQ(open()->opening(), runtime::StoreOpening::kNewerVersion);
 }
 
 TEST_F(NewerProgram, CannotUseWhatIsNoStore) {

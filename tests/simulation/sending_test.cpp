@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host/sending/flushes.h"
+#include "runtime/sending/flushes.h"
 #include "services/endpoints.h"
 #include "simulation/test_device.h"
 
@@ -832,7 +832,7 @@ TEST_F(Flushing, GivesUpPushingWhatNoAnswerRemoves) {
   flush(device);
   EXPECT_EQ(reason(), FlushReason::kStaysStored);
   EXPECT_EQ(results[0].waiting, 1u);
-  EXPECT_EQ(batches(device), before + host::kMaxPushesOfAFlush);
+  EXPECT_EQ(batches(device), before + runtime::kMaxPushesOfAFlush);
 }
 
 TEST_F(Flushing, AreRefusedAtOnceHoweverManyCallsWait) {
@@ -840,7 +840,7 @@ TEST_F(Flushing, AreRefusedAtOnceHoweverManyCallsWait) {
   device.kit().addActivity("shop", "purchase");
   for (size_t call = 0; call < kMaxFlushes; ++call)
     device.kit().flush({}, seconds(5));
-  for (size_t call = 0; call < host::kMaxPostedCalls; ++call)
+  for (size_t call = 0; call < runtime::kMaxPostedCalls; ++call)
     device.kit().perform([] {});
   device.kit().flush([this](const FlushResult& result) { results.push_back(result); }, seconds(5));
   EXPECT_EQ(reason(), FlushReason::kTooMany);

@@ -7,8 +7,8 @@
 #include <set>
 #include <string>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "testing/fake_crypto.h"
 #include "testing/virtual_loop.h"
 

@@ -44,11 +44,11 @@ class SimulatedDiskTest : public ::testing::Test {
 
 TEST_F(SimulatedDiskTest, HoldsAStoreThatTheNextProcessFinds) {
   auto store = open();
-  EXPECT_EQ(store->opening(), host::StoreOpening::kCreated);
+  EXPECT_EQ(store->opening(), runtime::StoreOpening::kCreated);
   store->set("age", 33);
   store->shutdown();
   store = open();
-  EXPECT_EQ(store->opening(), host::StoreOpening::kOpened);
+  EXPECT_EQ(store->opening(), runtime::StoreOpening::kOpened);
   EXPECT_EQ(store->get("age"), kit::Value(33));
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
@@ -87,7 +87,7 @@ TEST_F(SimulatedDiskTest, CountsNoFileThatIsPutOrRemovedBetweenProcessesAsAChang
 
 TEST_F(SimulatedDiskTest, LetsOneProcessAtATimeHaveTheStore) {
   const auto store = open();
-  EXPECT_EQ(open()->opening(), host::StoreOpening::kLocked);
+  EXPECT_EQ(open()->opening(), runtime::StoreOpening::kLocked);
 }
 
 TEST_F(SimulatedDiskTest, KeepsWhatAKilledProcessWroteAndNoMore) {
@@ -98,7 +98,7 @@ TEST_F(SimulatedDiskTest, KeepsWhatAKilledProcessWroteAndNoMore) {
   store = reopenAfter(std::move(store), DiskCut::killed());
   EXPECT_EQ(store->get("age"), kit::Value(33));
   EXPECT_TRUE(store->get("gender").isAbsent());
-  EXPECT_EQ(store->opening(), host::StoreOpening::kOpened);
+  EXPECT_EQ(store->opening(), runtime::StoreOpening::kOpened);
 }
 
 TEST_F(SimulatedDiskTest, LosesWithThePowerWhatWasNotSynced) {

@@ -1,4 +1,4 @@
-#include "host/life/start_hold.h"
+#include "runtime/life/start_hold.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 #include <optional>
 #include <vector>
 
-#include "host/machine/passing_store.h"
 #include "host/store/sqlite_store.h"
+#include "runtime/machine/passing_store.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_flusher.h"
 #include "simulation/virtual_loop_host.h"
@@ -18,12 +18,12 @@
 namespace morvik::simulation {
 namespace {
 
-using host::StoreOpening;
+using runtime::StoreOpening;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 /// Says how it was opened, and counts how often it is tried again.
-class StoreThatSays final : public host::PassingStore {
+class StoreThatSays final : public runtime::PassingStore {
  public:
   StoreThatSays(MachineStore& store, StoreOpening opening) : PassingStore(store), opening_(opening) {}
   StoreOpening opening() const override { return opening_; }
@@ -63,7 +63,7 @@ class StartHoldTest : public ::testing::Test {
   SimulatedDisk disk_;
   host::SqliteStore kept_{{.place = disk_.place(), .make_flusher = flushesOn(loop_)}, log_};
   std::optional<StoreThatSays> store_;
-  std::optional<host::StartHold> hold_;
+  std::optional<runtime::StartHold> hold_;
   int over_ = 0;
   bool fails_to_deliver_ = false;
   std::vector<kit::Notification> delivered_;
@@ -82,7 +82,7 @@ TEST_F(StartHoldTest, HoldsNothingWhereTheStoreIsThereOrStaysAway) {
     EXPECT_THAT(delivered_, ElementsAre(kCame));
     EXPECT_FALSE(hold_->isHolding());
     EXPECT_FALSE(hold_->isDark());
-    loop_.advance(host::kStartHoldSeconds);
+    loop_.advance(runtime::kStartHoldSeconds);
     EXPECT_EQ(store_->tries(), 0);
   }
 }
@@ -91,38 +91,38 @@ TEST_F(StartHoldTest, TriesAgainUntilItsTimeIsUpAndThenDeliversWhatWaitsInItsOrd
   begin(StoreOpening::kUnavailable);
   for (const kit::Notification notification : {kCame, kCame, kWent, kCame})
     hold_->pass(notification);
-  loop_.advance(host::kStartHoldSeconds - host::kStartHoldTrySeconds);
+  loop_.advance(runtime::kStartHoldSeconds - runtime::kStartHoldTrySeconds);
   EXPECT_TRUE(hold_->isHolding());
   EXPECT_THAT(delivered_, IsEmpty());
   EXPECT_EQ(over_, 0);
-  loop_.advance(host::kStartHoldTrySeconds);
+  loop_.advance(runtime::kStartHoldTrySeconds);
   EXPECT_FALSE(hold_->isHolding());
   EXPECT_THAT(delivered_, ElementsAre(kCame, kWent, kCame));
   EXPECT_EQ(over_, 1);
-  EXPECT_EQ(store_->tries(), static_cast<int>(host::kStartHoldSeconds / host::kStartHoldTrySeconds));
+  EXPECT_EQ(store_->tries(), static_cast<int>(runtime::kStartHoldSeconds / runtime::kStartHoldTrySeconds));
   hold_->pass(kWent);
   EXPECT_THAT(delivered_, ElementsAre(kCame, kWent, kCame, kWent)) << "nothing waits any more";
 }
 
 TEST_F(StartHoldTest, KeepsSoManyNotificationsAndTheLatestState) {
   begin(StoreOpening::kUnavailable);
-  for (size_t i = 0; i < host::kMaxHeldNotifications; ++i)
+  for (size_t i = 0; i < runtime::kMaxHeldNotifications; ++i)
     hold_->pass(i % 2 == 0 ? kCame : kWent);
   hold_->pass(kCame);
-  loop_.advance(host::kStartHoldSeconds);
-  EXPECT_EQ(delivered_.size(), host::kMaxHeldNotifications - 1);
+  loop_.advance(runtime::kStartHoldSeconds);
+  EXPECT_EQ(delivered_.size(), runtime::kMaxHeldNotifications - 1);
   EXPECT_EQ(delivered_.back(), kCame);
 }
 
 TEST_F(StartHoldTest, GoesOnAskingUntilTheStoreHasComeToLight) {
   begin(StoreOpening::kUnavailable);
-  loop_.advance(host::kStartHoldSeconds);
+  loop_.advance(runtime::kStartHoldSeconds);
   const int in_the_hold = store_->tries();
-  loop_.advance(10 * host::kStoreReopenSeconds);
+  loop_.advance(10 * runtime::kStoreReopenSeconds);
   EXPECT_EQ(store_->tries(), in_the_hold + 10);
   EXPECT_TRUE(hold_->isDark());
   hold_->storeCameToLight();
-  loop_.advance(10 * host::kStoreReopenSeconds);
+  loop_.advance(10 * runtime::kStoreReopenSeconds);
   EXPECT_EQ(store_->tries(), in_the_hold + 10);
   EXPECT_FALSE(hold_->isDark());
 }
@@ -131,7 +131,7 @@ TEST_F(StartHoldTest, EndsOnceAndTriesNoMoreWhenTheStoreComesToLight) {
   begin(StoreOpening::kUnavailable);
   hold_->storeCameToLight();
   hold_->storeCameToLight();
-  loop_.advance(2 * host::kStartHoldSeconds);
+  loop_.advance(2 * runtime::kStartHoldSeconds);
   EXPECT_EQ(over_, 1);
   EXPECT_EQ(store_->tries(), 1);
 }
@@ -139,7 +139,7 @@ TEST_F(StartHoldTest, EndsOnceAndTriesNoMoreWhenTheStoreComesToLight) {
 TEST_F(StartHoldTest, EndsWhereThereIsNoMemoryToGoOnWith) {
   begin(StoreOpening::kUnavailable, 3);
   hold_->pass(kCame);
-  loop_.advance(3 * host::kStartHoldTrySeconds);
+  loop_.advance(3 * runtime::kStartHoldTrySeconds);
   EXPECT_FALSE(hold_->isHolding());
   EXPECT_THAT(delivered_, ElementsAre(kCame));
 }
@@ -149,7 +149,7 @@ TEST_F(StartHoldTest, HoldsNothingMoreWhereADeliveryThrew) {
   fails_to_deliver_ = true;
   hold_->pass(kCame);
   hold_->pass(kWent);
-  loop_.advance(host::kStartHoldSeconds);
+  loop_.advance(runtime::kStartHoldSeconds);
   EXPECT_THAT(delivered_, ElementsAre(kCame));
   fails_to_deliver_ = false;
   hold_->pass(kCame);

@@ -22,9 +22,9 @@ class StoreOnADisk : public ::testing::Test {
   void open() {
     store_ = std::make_unique<host::SqliteStore>(
         host::SqliteStoreOptions{.place = disk_.place(),
-                                 .take_over = {.rows = {{"identifier", host::TakeOver::kFile},
-                                                        {"under way", host::TakeOver::kProcessAlone},
-                                                        {"left under way", host::TakeOver::kProcessAlone}}},
+                                 .take_over = {.rows = {{"identifier", runtime::TakeOver::kFile},
+                                                        {"under way", runtime::TakeOver::kProcessAlone},
+                                                        {"left under way", runtime::TakeOver::kProcessAlone}}},
                                  .make_flusher = flushesOn(loop_)},
         log_);
   }
@@ -77,7 +77,7 @@ TEST_F(StoreOnADisk, OpensOnADiskThatFailsForAMoment) {
   store_->shutdown();
   failReads(1);
   open();
-  EXPECT_EQ(store_->opening(), host::StoreOpening::kOpened);
+  EXPECT_EQ(store_->opening(), runtime::StoreOpening::kOpened);
   EXPECT_EQ(store_->get("age"), kit::Value(33));
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
@@ -94,12 +94,12 @@ TEST_F(StoreOnADisk, KeepsFileAndLogTogetherWhenOneOfThemCannotBeSetAside) {
     return call.kind == DiskCall::Kind::kRename && call.path == file ? SQLITE_IOERR : SQLITE_OK;
   });
   open();
-  EXPECT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+  EXPECT_EQ(store_->opening(), runtime::StoreOpening::kUnavailable);
   EXPECT_EQ(disk_.bytesOf(file + "-wal"), log);
   die(DiskCut::killed());
   disk_.decide({});
   open();
-  EXPECT_EQ(store_->opening(), host::StoreOpening::kOpened);
+  EXPECT_EQ(store_->opening(), runtime::StoreOpening::kOpened);
   EXPECT_EQ(store_->get("age"), kit::Value(33));
 }
 
@@ -110,7 +110,7 @@ TEST_F(StoreOnADisk, KeepsTheListOfAFileThatComesToLightLaterAlthoughOneWasBegun
   store_->shutdown();
   failReads(50);
   open();
-  ASSERT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+  ASSERT_EQ(store_->opening(), runtime::StoreOpening::kUnavailable);
   set("list", kit::Array{3});
   set("list", {});
   set("name", {});
@@ -128,7 +128,7 @@ TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileComesToLightLater) {
   store_->shutdown();
   failReads(50);
   open();
-  ASSERT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+  ASSERT_EQ(store_->opening(), runtime::StoreOpening::kUnavailable);
   int taken_over = 0;
   store_->setWhenTakenOver([&taken_over] { ++taken_over; });
   set("identifier", "second");
@@ -158,7 +158,7 @@ TEST_F(StoreOnADisk, TakesNothingFromALateFileOfWhichTheProcessDecides) {
   store_->shutdown();
   failReads(50);
   open();
-  ASSERT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+  ASSERT_EQ(store_->opening(), runtime::StoreOpening::kUnavailable);
   set("under way", kit::Array{3});
   set("under way", {});
   comeToLight();

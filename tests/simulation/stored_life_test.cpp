@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "host/ledger/ledger_accounts.h"
 #include "host/store/store_database.h"
+#include "runtime/ledger/ledger_accounts.h"
 #include "tests/support/paths.h"
 
 namespace morvik::simulation {
@@ -166,7 +166,7 @@ TEST_P(EarlierStore, IsWhatItsNameSays) {
   std::string all;
   for (const auto& [name, bytes] : files)
     all += bytes;
-  EXPECT_EQ(all.find(host::kLedgerKey) != std::string::npos, GetParam().has_ledger);
+  EXPECT_EQ(all.find(runtime::kLedgerKey) != std::string::npos, GetParam().has_ledger);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kept, EarlierStore, ::testing::ValuesIn(kKeptStores), [](const auto& tested) {

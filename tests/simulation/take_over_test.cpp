@@ -12,9 +12,9 @@
 #include <set>
 #include <string>
 
-#include "host/machine/take_over_table.h"
-#include "host/siblings/kept_identifier.h"
 #include "host/store/sqlite_store.h"
+#include "runtime/machine/take_over_table.h"
+#include "runtime/siblings/kept_identifier.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_flusher.h"
@@ -24,9 +24,9 @@
 namespace morvik::simulation {
 namespace {
 
-using host::TakeOver;
 using kit::Array;
 using kit::Value;
+using runtime::TakeOver;
 
 constexpr const char* kLaunches = "com.morvik.core.appLaunchCount";
 constexpr const char* kReferralKey = services::property::fendoUserInfo_referralKey;
@@ -37,7 +37,7 @@ struct Sides {
   Value process;
 };
 
-Sides sidesOf(const host::TakeOverRow& row) {
+Sides sidesOf(const runtime::TakeOverRow& row) {
   switch (row.rule) {
     case TakeOver::kJoin:
     case TakeOver::kUnite:
@@ -57,7 +57,7 @@ Sides sidesOf(const host::TakeOverRow& row) {
 }
 
 /// Of a file that has a referral record. Said here once more, so that a changed rule is seen.
-Value expected(const host::TakeOverRow& row) {
+Value expected(const runtime::TakeOverRow& row) {
   switch (row.rule) {
     case TakeOver::kProcess:
       return 20;
@@ -85,7 +85,7 @@ class TakeOverTableTest : public ::testing::Test {
   void open() {
     store_ = std::make_unique<host::SqliteStore>(
         host::SqliteStoreOptions{
-            .place = disk_.place(), .take_over = host::takeOverTable(), .make_flusher = flushesOn(loop_)},
+            .place = disk_.place(), .take_over = runtime::takeOverTable(), .make_flusher = flushesOn(loop_)},
         log_);
   }
   void leave(const std::string& name, const Value& value) {
@@ -97,7 +97,7 @@ class TakeOverTableTest : public ::testing::Test {
     disk_.decide(
         [](const DiskCall& call) { return call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK; });
     open();
-    ASSERT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+    ASSERT_EQ(store_->opening(), runtime::StoreOpening::kUnavailable);
   }
   void comeToLight() {
     disk_.decide({});
@@ -118,7 +118,7 @@ class TakeOverTableTest : public ::testing::Test {
 
 TEST_F(TakeOverTableTest, HasEachStoredPropertyOnce) {
   std::multiset<std::string> names;
-  for (const host::TakeOverRow& row : host::takeOverTable().rows)
+  for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     names.insert(row.name);
   for (const services::StoreProperty& property : services::storeProperties())
     EXPECT_EQ(names.count(property.name), 1U) << property.name << " needs a row: say what wins";
@@ -133,9 +133,9 @@ TEST_F(TakeOverTableTest, HasEachValueThatALifeLeavesInTheStore) {
   phone->setAge(30);
   phone->passOpenURL("app://open?cid=a");
   machine.loop.advance(5);
-  const auto rows = host::takeOverTable().rows;
+  const auto rows = runtime::takeOverTable().rows;
   for (const auto& [name, value] : phone->allStored()) {
-    const auto has_row = [&name = name](const host::TakeOverRow& row) { return row.name == name; };
+    const auto has_row = [&name = name](const runtime::TakeOverRow& row) { return row.name == name; };
     EXPECT_TRUE(std::any_of(rows.begin(), rows.end(), has_row)) << name << " needs a row: say what wins";
   }
   machine.kill(std::move(phone));
@@ -143,7 +143,7 @@ TEST_F(TakeOverTableTest, HasEachValueThatALifeLeavesInTheStore) {
 
 TEST_F(TakeOverTableTest, GivesEachPropertyTheRuleOfItsKind) {
   std::map<std::string, TakeOver> rules;
-  for (const host::TakeOverRow& row : host::takeOverTable().rows)
+  for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     rules[row.name] = row.rule;
   for (const services::StoreProperty& property : services::storeProperties()) {
     const TakeOver rule = rules[property.name];
@@ -158,19 +158,19 @@ TEST_F(TakeOverTableTest, GivesEachPropertyTheRuleOfItsKind) {
   EXPECT_EQ(rules[kReferralKey], TakeOver::kRecord);
   EXPECT_EQ(rules[services::property::fendoUserInfo_last_app_launched_date], TakeOver::kLater);
   EXPECT_EQ(rules[services::property::MorvikCoreUserInfo_endSessoinDate], TakeOver::kLater);
-  EXPECT_EQ(rules[std::string(host::kInstallIdKey)], TakeOver::kFile);
+  EXPECT_EQ(rules[std::string(runtime::kInstallIdKey)], TakeOver::kFile);
 }
 
 TEST_F(TakeOverTableTest, IsWhatBecomesOfThemWhereFileAndProcessDisagree) {
   open();
-  for (const host::TakeOverRow& row : host::takeOverTable().rows)
+  for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     leave(row.name, sidesOf(row).file);
   openInTheDark();
-  for (const host::TakeOverRow& row : host::takeOverTable().rows)
+  for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     leave(row.name, sidesOf(row).process);
   comeToLight();
   for (int process = 0; process < 2; ++process) {
-    for (const host::TakeOverRow& row : host::takeOverTable().rows)
+    for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
       EXPECT_EQ(store_->get(row.name), expected(row)) << row.name << " in process " << process;
     reopen();
   }
@@ -178,11 +178,11 @@ TEST_F(TakeOverTableTest, IsWhatBecomesOfThemWhereFileAndProcessDisagree) {
 
 TEST_F(TakeOverTableTest, TakesWhatOneSideAloneHas) {
   open();
-  for (const host::TakeOverRow& row : host::takeOverTable().rows)
+  for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     leave(row.name, sidesOf(row).file);
   openInTheDark();
   comeToLight();
-  for (const host::TakeOverRow& row : host::takeOverTable().rows) {
+  for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows) {
     const Value kept = row.rule == TakeOver::kProcessAlone ? Value() : sidesOf(row).file;
     EXPECT_EQ(store_->get(row.name), kept) << row.name;
   }
@@ -192,11 +192,11 @@ TEST_F(TakeOverTableTest, TakesWhatTheProcessAloneHas) {
   open();
   leave("anything", 1);
   openInTheDark();
-  for (const host::TakeOverRow& row : host::takeOverTable().rows)
+  for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     leave(row.name, sidesOf(row).process);
   comeToLight();
   reopen();
-  for (const host::TakeOverRow& row : host::takeOverTable().rows) {
+  for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows) {
     const Value kept = row.rule == TakeOver::kConfirmed ? Value(false) : sidesOf(row).process;
     EXPECT_EQ(store_->get(row.name), kept) << row.name;
   }

@@ -9,8 +9,8 @@
 namespace morvik::simulation {
 namespace {
 
-using host::LedgerKind;
-using host::LedgerReason;
+using runtime::LedgerKind;
+using runtime::LedgerReason;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -24,7 +24,7 @@ class ThingBookTest : public ::testing::Test {
     return number;
   }
   void settleAt(uint64_t recorded, double now) {
-    std::array<uint64_t, host::kLedgerKinds> all{};
+    std::array<uint64_t, runtime::kLedgerKinds> all{};
     all[static_cast<size_t>(kKind)] = recorded;
     book_.settle(all, now);
   }

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/observe/observations.h"
+#include "runtime/observe/observations.h"
 #include "simulation/test_device.h"
 
 namespace morvik::simulation {
@@ -266,10 +266,10 @@ TEST_F(ToldApp, HearsOfNoMoreRefusedEventsThanTheLimitAtATimeAndOfLaterOnesAgain
   device().perform([this] {
     for (size_t event = 0; event < 100'000; ++event)
       device().kit().addActivity("shop", "look");
-    EXPECT_EQ(device().host().pending().main_blocks, host::kMaxPendingRefusals + 1)
+    EXPECT_EQ(device().host().pending().main_blocks, runtime::kMaxPendingRefusals + 1)
         << "and one for the lines about them";
   });
-  EXPECT_EQ(told().size(), host::kMaxPendingRefusals);
+  EXPECT_EQ(told().size(), runtime::kMaxPendingRefusals);
   device().perform([this] { device().kit().addActivity("shop", "look"); });
   EXPECT_EQ(told().size(), 1U);
 }

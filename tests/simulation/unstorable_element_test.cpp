@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "host/store/value_codec.h"
+#include "runtime/store/value_codec.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
@@ -20,7 +20,7 @@ using kit::Value;
 /// Nested one deeper than a store takes.
 Value tooDeep() {
   Value deep = 1;
-  for (size_t i = 0; i <= host::kMaxStoredDepth; ++i)
+  for (size_t i = 0; i <= runtime::kMaxStoredDepth; ++i)
     deep = Array{deep};
   return deep;
 }
@@ -35,7 +35,7 @@ class UnstorableElement : public ::testing::Test {
 
   SimulatedDisk disk_;
   VirtualMachine machine_;
-  std::unique_ptr<host::Host> phone_;
+  std::unique_ptr<runtime::Host> phone_;
 };
 
 TEST_F(UnstorableElement, OfTheActivitiesKeepsNoneThatIsRecordedAfterItFromSurvivingAKill) {

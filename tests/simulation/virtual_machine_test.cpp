@@ -43,7 +43,7 @@ size_t storedActivities(const VirtualMachine& machine) {
   return found == contents.end() ? 0 : found->second.array().size();
 }
 
-void liveOneSession(VirtualMachine& machine, host::Host& phone) {
+void liveOneSession(VirtualMachine& machine, runtime::Host& phone) {
   phone.applicationDidBecomeActive();
   phone.addActivity("shop", "purchase", std::nullopt);
   machine.loop.advance(60);

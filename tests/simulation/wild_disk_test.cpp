@@ -71,7 +71,7 @@ TEST_F(WildDiskTest, FailsReadsOfAStartAlone) {
   store_->shutdown();
   disk_.fail(WildDiskFault::kReadErrorAtStart, 50, 0);
   open();
-  EXPECT_EQ(store_->opening(), host::StoreOpening::kUnavailable);
+  EXPECT_EQ(store_->opening(), runtime::StoreOpening::kUnavailable);
   EXPECT_TRUE(store_->get("value").isAbsent());
   write(2);
   loop_.advance(1);

@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "host/host.h"
+#include "runtime/host.h"
 
 namespace morvik::test {
 
@@ -14,7 +14,7 @@ namespace morvik::test {
 class BusyTurn {
  public:
   explicit BusyTurn(
-      host::Host& host, std::function<void()> first = [] {}) {
+      runtime::Host& host, std::function<void()> first = [] {}) {
     const auto started = std::make_shared<std::promise<void>>();
     host.perform([started, first = std::move(first), go_on = go_on_.get_future().share()] {
       first();

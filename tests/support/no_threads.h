@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <variant>
 
-#include "host/loop/thread.h"
+#include "host/posix/thread.h"
 #include "kit/error.h"
 
 namespace morvik::test {

@@ -11,8 +11,8 @@
 #include <utility>
 #include <variant>
 
-#include "host/machine/machine.h"
-#include "host/system_host.h"
+#include "host/make_host.h"
+#include "runtime/machine/machine.h"
 #include "testing/recording_log.h"
 #include "tests/support/scratch_folder.h"
 
@@ -34,9 +34,11 @@ class OnScratchFolder : public ::testing::Test {
     options.service_url = "http://127.0.0.1:1/";
   }
 
-  std::unique_ptr<host::Host> make() { return taken(host::makeHost(options)); }
-  std::unique_ptr<host::Host> makeOn(host::Machine& machine) { return taken(host::makeHost(options, machine)); }
-  std::unique_ptr<host::Host> makePumped() {
+  std::unique_ptr<runtime::Host> make() { return taken(host::makeHost(options)); }
+  std::unique_ptr<runtime::Host> makeOn(runtime::Machine& machine) {
+    return taken(runtime::makeHost(options, machine));
+  }
+  std::unique_ptr<runtime::Host> makePumped() {
     options.main_queue = MainQueueMode::kPumped;
     return make();
   }
@@ -71,12 +73,12 @@ class OnScratchFolder : public ::testing::Test {
   HostOptions options;
 
  private:
-  static std::unique_ptr<host::Host> taken(std::variant<std::unique_ptr<host::Host>, kit::Error> made) {
+  static std::unique_ptr<runtime::Host> taken(std::variant<std::unique_ptr<runtime::Host>, kit::Error> made) {
     if (const auto* error = std::get_if<kit::Error>(&made)) {
       ADD_FAILURE() << error->message;
       return nullptr;
     }
-    return std::get<std::unique_ptr<host::Host>>(std::move(made));
+    return std::get<std::unique_ptr<runtime::Host>>(std::move(made));
   }
 };
 

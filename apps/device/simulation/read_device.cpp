@@ -7,8 +7,8 @@
 #include "apps/device/option_names.h"
 #include "apps/device/simulation/fields.h"
 #include "apps/device/simulation/scenario_parts.h"
-#include "host/checked_options.h"
-#include "host/machine/system_inputs.h"
+#include "host/system_inputs.h"
+#include "runtime/checked_options.h"
 
 namespace morvik_device::simulation {
 namespace {
@@ -83,7 +83,7 @@ Options readOptions(const std::vector<std::string>& arguments, Place place) {
   CommandLine line = readCommandLine(withDefaults(arguments));
   if (!line.options)
     throw Mistake(place, problemOf(line.text));
-  const auto checked = morvik::host::checkOptions(line.options->host, morvik::host::SystemInputs());
+  const auto checked = morvik::runtime::checkOptions(line.options->host, morvik::host::SystemInputs());
   if (const auto* error = std::get_if<morvik::kit::Error>(&checked))
     throw Mistake(place, inTermsOfTheProgram(error->message));
   return std::move(*line.options);

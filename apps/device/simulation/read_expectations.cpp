@@ -5,7 +5,7 @@
 #include "apps/device/simulation/numbers.h"
 #include "apps/device/simulation/scenario_parts.h"
 #include "apps/device/store_view.h"
-#include "host/ledger/ledger_reasons.h"
+#include "runtime/ledger/ledger_reasons.h"
 
 namespace morvik_device::simulation {
 namespace {
@@ -57,7 +57,7 @@ std::vector<std::string_view> subjectKeys() {
 
 void checkKindOfLedger(const YamlNode& node, const std::string& name) {
   std::vector<std::string_view> names = {kSoundLedger};
-  names.insert(names.end(), morvik::host::kLedgerKindNames.begin(), morvik::host::kLedgerKindNames.end());
+  names.insert(names.end(), morvik::runtime::kLedgerKindNames.begin(), morvik::runtime::kLedgerKindNames.end());
   if (std::find(names.begin(), names.end(), name) == names.end())
     throw Mistake(node.place, "\"" + name + "\" is no kind of the ledger; expected " + oneOf(names));
 }

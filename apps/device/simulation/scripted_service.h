@@ -9,8 +9,8 @@
 
 #include "apps/device/simulation/history.h"
 #include "apps/device/simulation/scenario.h"
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "simulation/dice.h"
 #include "testing/fake_crypto.h"
 #include "testing/scripted_transport.h"

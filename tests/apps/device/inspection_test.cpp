@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "MorvikCoreLib/failure_counts.h"
-#include "host/crash/crash_record.h"
 #include "host/json/simdjson_codec.h"
-#include "host/siblings/kept_identifier.h"
+#include "host/linux/crash/crash_record.h"
 #include "host/store/sqlite_store.h"
+#include "runtime/siblings/kept_identifier.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "services/conversion_cache.h"
 #include "services/endpoints.h"
@@ -26,6 +26,7 @@ namespace morvik_device {
 namespace {
 
 namespace host = morvik::host;
+namespace runtime = morvik::runtime;
 namespace kit = morvik::kit;
 namespace property = morvik::services::property;
 using morvik::test::ScratchFolder;
@@ -58,7 +59,7 @@ TEST(Inspection, ShowsEveryEntryOnceAndKnowsEachOfTheKits) {
     entries.emplace_back(each.name, each.type == morvik::services::PropertyType::kArray
                                         ? kit::Value(kit::Array{kit::Value(1)})
                                         : kit::Value(1));
-  for (const std::string_view name : {host::kInstallIdKey, host::kDeviceIdKey, host::kAdvertisingIdKey})
+  for (const std::string_view name : {runtime::kInstallIdKey, runtime::kDeviceIdKey, runtime::kAdvertisingIdKey})
     entries.emplace_back(name, "an id");
   entries.emplace_back(morvik::services::kConversionTimesKey, kit::Array{kit::Value(1)});
   entries.emplace_back(morvik::services::kPassOpenUrlKey, "app://x");

@@ -8,9 +8,9 @@
 #include <variant>
 #include <vector>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/system_random.h"
-#include "host/crypto/zlib_compressor.h"
+#include "host/linux/system_random.h"
 #include "services/envelope.h"
 
 namespace morvik::host {

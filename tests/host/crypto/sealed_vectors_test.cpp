@@ -6,8 +6,8 @@
 #include <string>
 #include <variant>
 
+#include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
-#include "host/crypto/zlib_compressor.h"
 #include "host/json/simdjson_codec.h"
 #include "tests/host/crypto/bytes.h"
 #include "tests/support/paths.h"

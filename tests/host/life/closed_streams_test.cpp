@@ -8,7 +8,7 @@
 #include <string>
 #include <system_error>
 
-#include "host/files/write_all.h"
+#include "host/posix/write_all.h"
 #include "services/endpoints.h"
 #include "tests/host/net/loopback_server.h"
 #include "tests/support/child.h"

@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "host/life/host_ending.h"
+#include "runtime/life/host_ending.h"
 #include "tests/support/child.h"
 #include "tests/support/few_descriptors.h"
 #include "tests/support/on_scratch_folder.h"
@@ -73,7 +73,7 @@ TEST_F(FewDescriptorsTest, SendsAnErasureOnceThereAreSomeAgain) {
   }
   core->gdprForgetMe(true);
   EXPECT_FALSE(got(erasure.get_future())) << "nobody is there to take it";
-  EXPECT_LT(timeOf([&core] { core->stop(); }), kStopTime);
+  EXPECT_LT(timeOf([&core] { core->stop(); }), runtime::kStopTime);
 }
 
 }  // namespace

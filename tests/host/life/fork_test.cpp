@@ -12,9 +12,9 @@
 #include <string>
 #include <string_view>
 
-#include "host/life/process_word.h"
-#include "host/make_host.h"
+#include "host/posix/process_word.h"
 #include "host/store/sqlite_store.h"
+#include "runtime/make_host.h"
 #include "testing/recording_log.h"
 #include "tests/support/child.h"
 #include "tests/support/no_threads.h"
@@ -52,10 +52,10 @@ class Fork : public test::OnScratchFolder {
 };
 
 TEST_F(Fork, IsNotTheProcessThatItsObjectsWereMadeIn) {
-  const OwnProcess here = ownProcess();
+  const runtime::OwnProcess here = ownProcess();
   EXPECT_TRUE(here.isHere());
   EXPECT_EQ(Child([&here] {
-              const OwnProcess there = ownProcess();
+              const runtime::OwnProcess there = ownProcess();
               return !here.isHere() && there.isHere() ? kFine : 1;
             }).status(),
             kFine);

@@ -1,5 +1,5 @@
 // How a host ends: with several callers, from within its callbacks, with a disk or an app that does not come back.
-#include "host/life/host_ending.h"
+#include "runtime/life/host_ending.h"
 
 #include <gtest/gtest.h>
 
@@ -16,10 +16,10 @@
 #include <variant>
 #include <vector>
 
-#include "host/machine/system_machine.h"
-#include "host/machine/take_over_table.h"
-#include "host/make_host.h"
 #include "host/store/sqlite_store.h"
+#include "host/system_machine.h"
+#include "runtime/machine/take_over_table.h"
+#include "runtime/make_host.h"
 #include "testing/recording_log.h"
 #include "tests/support/busy_turn.h"
 #include "tests/support/faulty_vfs.h"
@@ -41,9 +41,9 @@ constexpr const char* kNotFromWithin =
 class MachineWithDisk final : public SystemMachine {
  public:
   explicit MachineWithDisk(std::string vfs) : vfs_(std::move(vfs)) {}
-  std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+  std::unique_ptr<runtime::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
     return std::make_unique<SqliteStore>(
-        SqliteStoreOptions{.place = {.folder = folder, .vfs = vfs_}, .take_over = takeOverTable()}, log);
+        SqliteStoreOptions{.place = {.folder = folder, .vfs = vfs_}, .take_over = runtime::takeOverTable()}, log);
   }
 
  private:
@@ -53,9 +53,9 @@ class MachineWithDisk final : public SystemMachine {
 /// The system's machine, whose store the test may reach.
 class MachineWithStoreAtHand final : public SystemMachine {
  public:
-  std::unique_ptr<MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
+  std::unique_ptr<runtime::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
     auto made = std::make_unique<SqliteStore>(
-        SqliteStoreOptions{.place = {.folder = folder}, .take_over = takeOverTable()}, log);
+        SqliteStoreOptions{.place = {.folder = folder}, .take_over = runtime::takeOverTable()}, log);
     store = made.get();
     return made;
   }
@@ -138,7 +138,7 @@ TEST_F(HostEndingTest, CountsWhatIsRefusedFromItsBeginningOnAndSaysSoOnce) {
   const size_t lines = log.lines().size();
   host->passOpenURL("x://y");
   EXPECT_EQ(log.lines().size(), lines) << "the log is closed";
-  const auto refused = [](Host& of) {
+  const auto refused = [](runtime::Host& of) {
     const Ledger ledger = of.ledger();
     EXPECT_TRUE(ledger.isSound()) << "they are in no account";
     return ledger.refused.size() == 1 && ledger.refused[0].reason == toText(Recorded::kRefusedNotRunning)
@@ -223,7 +223,7 @@ TEST_F(HostEndingTest, IsEndedByOneOfSeveralThreadsAndTheOthersReturnWhenItIs) {
 
 TEST_F(HostEndingTest, WritesALineAndDoesNothingOnTheBackgroundQueue) {
   std::promise<void> called;  // the host may call once more while it ends
-  std::unique_ptr<Host> host;
+  std::unique_ptr<runtime::Host> host;
   options.modules["Fendo"].saveCommerceEventAndSend = [&] {
     host->stop();
     called.set_value();
@@ -243,7 +243,7 @@ TEST_F(HostEndingTest, WritesALineAndDoesNothingOnTheBackgroundQueue) {
 }
 
 TEST_F(HostEndingTest, DoesNothingWithinTheLogSink) {
-  Host* stopped = nullptr;
+  runtime::Host* stopped = nullptr;
   size_t lines = 0;
   options.log_sink = [&](std::string_view) {
     ++lines;
@@ -276,7 +276,7 @@ TEST_F(HostEndingTest, IsLeftToItselfWhenACallbackDoesNotComeBack) {
   for (int i = 0; i < 5; ++i)
     host->perform([&ran_afterwards] { ++ran_afterwards; });
   started.get_future().wait();
-  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
   EXPECT_EQ(log.countContaining("Morvik host: 5 calls that waited for the main queue could not run any more"), 1U);
   host.reset();
   const StartResult meanwhile = MorvikCore::start(options);
@@ -302,7 +302,7 @@ TEST_F(HostEndingTest, IsLeftToItselfWhenTheDiskDoesNotComeBack) {
     return SQLITE_OK;
   });
   host->applicationDidBecomeActive();
-  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
   host.reset();
   EXPECT_FALSE(MorvikCore::start(options));
   go.set_value();
@@ -350,7 +350,7 @@ TEST_F(HostEndingTest, LeavesTheOtherQueueToEndByItselfWhenThatDoesNotComeBack) 
   host->perform([&] { left.set_value(timeOf([&host] { host.reset(); })); });
   auto time = left.get_future();
   ASSERT_EQ(time.wait_for(kGiveUp), std::future_status::ready);
-  EXPECT_LT(time.get(), kStopTime + kBusy);
+  EXPECT_LT(time.get(), runtime::kStopTime + kBusy);
   go.set_value();
   expectReady(came_back.get_future());
   EXPECT_FALSE(MorvikCore::start(options)) << "what is left keeps its store";
@@ -365,7 +365,7 @@ TEST_F(HostEndingTest, StopsInTheMiddleOfALongQueueOfBlocks) {
     host->mainQueue().async(next);
   };
   host->perform(next);
-  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
   const size_t at_the_end = ran;
   EXPECT_EQ(ran, at_the_end);
 }
@@ -373,7 +373,7 @@ TEST_F(HostEndingTest, StopsInTheMiddleOfALongQueueOfBlocks) {
 // ------------------------------------------------------------------------------------------------------------ the log
 
 /// Ends a host whose callback throws when it comes back, after stop() has returned.
-void endWithACallbackThatThrowsLate(Host& host) {
+void endWithACallbackThatThrowsLate(runtime::Host& host) {
   std::promise<void> started;
   const auto may_go_on = std::make_shared<std::promise<void>>();
   host.perform([&started, future = may_go_on->get_future().share()] {
@@ -400,7 +400,7 @@ TEST_F(HostEndingTest, DoesNotWaitForWhoeverShouldReadStandardError) {
   const auto host = make();
   const test::FullStderr full;
   host->perform([] { throw 1; });
-  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
   full.restore();
   EXPECT_TRUE(canStartInTheEnd());
 }
@@ -413,14 +413,14 @@ TEST_F(HostEndingTest, PumpedDoesNotWaitForWhoeverShouldReadStandardErrorEither)
     for (int i = 0; i < 3; ++i)
       host->perform([] { throw 1; });
   }).join();
-  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
 }
 
 /// Whose bound is that of the header itself: one of some stops is not held up by the machine besides.
 TEST_F(HostEndingTest, TakesTwoSecondsInAllWhereTheLogSinkDoesNotComeBack) {
   constexpr int kTries = 5;
   auto shortest = steady_clock::duration::max();
-  for (int i = 0; i < kTries && shortest >= kStopTime; ++i) {
+  for (int i = 0; i < kTries && shortest >= runtime::kStopTime; ++i) {
     std::promise<void> hangs;
     std::promise<void> go;
     std::atomic<bool> is_to_hang = false;
@@ -440,7 +440,7 @@ TEST_F(HostEndingTest, TakesTwoSecondsInAllWhereTheLogSinkDoesNotComeBack) {
     go.set_value();
     EXPECT_TRUE(canStartInTheEnd());
   }
-  EXPECT_LT(shortest, kStopTime);
+  EXPECT_LT(shortest, runtime::kStopTime);
 }
 
 // ---------------------------------------------------------------------------------------------------------- the store
@@ -456,7 +456,7 @@ TEST_F(HostEndingTest, DoesNotWaitForWhoeverHasTheStoreLocked) {
     });
   });
   locked.get_future().wait();
-  EXPECT_LT(timeOf([&host] { host->stop(); }), kStopTime + kBusy);
+  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
   const Status status = host->status();
   EXPECT_FALSE(status.is_running);
   EXPECT_TRUE(status.waiting.empty());
@@ -495,7 +495,7 @@ TEST_F(HostEndingTest, WithinACallbackLeavesRemovedWhatIsRemovedAfterwards) {
   auto host = makeOn(machine);
   SqliteStore& store = *machine.store;
   std::promise<void> left;
-  Host& running = *host;
+  runtime::Host& running = *host;
   running.perform([&] {
     host.reset();
     std::filesystem::remove_all(options.store_folder);
@@ -595,7 +595,7 @@ TEST_F(HostEndingTest, TellsAFlushAtOnceThatComesWhileItEnds) {
 }
 
 TEST_F(HostEndingTest, WritesALineAndDoesNothingWithinTheAppsAdClient) {
-  Host* kit = nullptr;
+  runtime::Host* kit = nullptr;
   std::promise<void> asked;
   options.ad_client.requestAttributionDetails = [&](auto&&...) {
     kit->stop();
@@ -619,7 +619,7 @@ TEST_F(HostEndingTest, ErasesInTheSameTimeAndTheNextStartFinishesWhatACallbackHe
   host->addActivity("g", "n", std::nullopt);
   test::BusyTurn busy(*host);
   bool was_erased = true;
-  EXPECT_LT(timeOf([&] { was_erased = host->eraseLocalData(); }), kStopTime + kBusy);
+  EXPECT_LT(timeOf([&] { was_erased = host->eraseLocalData(); }), runtime::kStopTime + kBusy);
   EXPECT_FALSE(was_erased) << "the callback keeps the store";
   EXPECT_EQ(log.countContaining("Morvik host: not all was erased"), 1U);
   EXPECT_FALSE(MorvikCore::start(options));
@@ -653,7 +653,7 @@ TEST_F(HostEndingTest, IsErasedByOneOfSeveralThreadsAndTheOthersAnswerTheSame) {
 }
 
 TEST_F(HostEndingTest, IsNotErasedFromWithinTheLogSink) {
-  Host* kit = nullptr;
+  runtime::Host* kit = nullptr;
   std::vector<bool> erased;
   options.log_sink = [&](std::string_view) {
     if (kit != nullptr)

@@ -1,4 +1,4 @@
-#include "host/log/posted_lines.h"
+#include "runtime/log/posted_lines.h"
 
 #include <gmock/gmock.h>
 #include <poll.h>
@@ -15,9 +15,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/host.h"
-#include "host/life/process_word.h"
-#include "host/log/logged_lines.h"
+#include "host/posix/process_word.h"
+#include "runtime/host.h"
+#include "runtime/log/logged_lines.h"
 #include "testing/recording_log.h"
 #include "testing/virtual_loop.h"
 #include "tests/host/failing_allocations.h"
@@ -37,7 +37,7 @@ using ::testing::SizeIs;
 class PostedLinesTest : public ::testing::Test {
  protected:
   PostedLinesTest() {
-    setKitLevel(levels_, kit::lcl_vWarning);
+    runtime::setKitLevel(levels_, kit::lcl_vWarning);
     lines_.setMainQueue(loop_.mainQueue());
   }
   void post(std::string_view text) {
@@ -49,7 +49,7 @@ class PostedLinesTest : public ::testing::Test {
   testing::VirtualLoop loop_;
   testing::RecordingLog log_;
   kit::LogLevels levels_;
-  PostedLines lines_{levels_, log_, ownProcess()};
+  runtime::PostedLines lines_{levels_, log_, ownProcess()};
 };
 
 TEST_F(PostedLinesTest, WaitForTheMainQueueOnAThreadThatIsMarked) {
@@ -83,18 +83,18 @@ class SinkThatCallsTheKit final : public kit::LogSink {
     is_within_ = false;
   }
   bool tryLine(std::string_view) override { return !is_within_; }
-  void callsAs(PostedLines& kit) { kit_ = &kit; }
+  void callsAs(runtime::PostedLines& kit) { kit_ = &kit; }
   const std::vector<std::string>& lines() const { return lines_; }
 
  private:
-  PostedLines* kit_ = nullptr;
+  runtime::PostedLines* kit_ = nullptr;
   bool is_within_ = false;
   std::vector<std::string> lines_;
 };
 
 TEST_F(PostedLinesTest, FromWithinTheSinkAreDroppedAndNotToldToItWithoutEnd) {
   SinkThatCallsTheKit sink;
-  PostedLines lines(levels_, sink, ownProcess());
+  runtime::PostedLines lines(levels_, sink, ownProcess());
   lines.setMainQueue(loop_.mainQueue());
   sink.callsAs(lines);
   lines.line("at once");
@@ -115,7 +115,7 @@ TEST_F(PostedLinesTest, OfADyingThreadPassThoseThatWait) {
 
 TEST_F(PostedLinesTest, OfAnotherKitAreWrittenAtOnce) {
   testing::RecordingLog log;
-  PostedLines other(levels_, log, ownProcess());
+  runtime::PostedLines other(levels_, log, ownProcess());
   other.setMainQueue(loop_.mainQueue());
   const auto marked = lines_.postFromHere();
   {
@@ -137,7 +137,7 @@ TEST_F(PostedLinesTest, OfWhatAnAppsThreadWaitsForWaitAsWell) {
 
 TEST_F(PostedLinesTest, AreWrittenAtOnceBeforeThereIsAMainQueue) {
   testing::RecordingLog log;
-  PostedLines early(levels_, log, ownProcess());
+  runtime::PostedLines early(levels_, log, ownProcess());
   const auto marked = early.postFromHere();
   early.line("at once");
   EXPECT_THAT(log.messages(), ElementsAre("at once"));
@@ -179,7 +179,7 @@ class PostedLinesOfThreads : public PostedLinesTest {
   }
 
   SlowSink sink_;
-  PostedLines slow_lines_{levels_, sink_, ownProcess()};
+  runtime::PostedLines slow_lines_{levels_, sink_, ownProcess()};
 };
 
 TEST_F(PostedLinesOfThreads, AreWrittenInTheOrderInWhichTheyCame) {
@@ -257,7 +257,7 @@ TEST_F(PostedLinesOfThreads, HangInNoForkOfTheProcessWhileOneIsWritten) {
 
 TEST_F(PostedLinesOfThreads, ThatComeBackThroughAnotherKitAreDropped) {
   SlowSink other_sink;
-  PostedLines other(levels_, other_sink, ownProcess());
+  runtime::PostedLines other(levels_, other_sink, ownProcess());
   sink_.pausesFor([&] { other.line("of another kit"); });
   other_sink.pausesFor([&] { slow_lines_.line("back"); });
   slow_lines_.line("first");
@@ -285,7 +285,7 @@ class BusySink final : public kit::LogSink {
 
 TEST_F(PostedLinesTest, ThatTheSinkDoesNotTakeAtTheEndAreCountedWhereTheyAreMissing) {
   BusySink sink;
-  PostedLines lines(levels_, sink, ownProcess());
+  runtime::PostedLines lines(levels_, sink, ownProcess());
   lines.setMainQueue(loop_.mainQueue());
   const auto postThree = [&lines] {
     const auto marked = lines.postFromHere();
@@ -309,19 +309,19 @@ TEST_F(PostedLinesTest, ThatTheSinkDoesNotTakeAtTheEndAreCountedWhereTheyAreMiss
 }
 
 TEST_F(PostedLinesTest, PastTheirNumberAreCountedWhereTheyAreMissing) {
-  for (size_t line = 0; line < kMaxPostedLines + 3; ++line)
+  for (size_t line = 0; line < runtime::kMaxPostedLines + 3; ++line)
     post("a line");
   lines_.line("next");
-  ASSERT_THAT(written(), SizeIs(kMaxPostedLines + 2));
-  EXPECT_THAT(written()[kMaxPostedLines], HasSubstr("3 lines like those before were left out"));
+  ASSERT_THAT(written(), SizeIs(runtime::kMaxPostedLines + 2));
+  EXPECT_THAT(written()[runtime::kMaxPostedLines], HasSubstr("3 lines like those before were left out"));
   EXPECT_EQ(written().back(), "next");
 }
 
 TEST_F(PostedLinesTest, PastTheirNumberAreLeftOutAndCounted) {
-  for (size_t line = 0; line < kMaxPostedLines + 3; ++line)
+  for (size_t line = 0; line < runtime::kMaxPostedLines + 3; ++line)
     post("a line");
   loop_.runUntilIdle();
-  ASSERT_THAT(written(), SizeIs(kMaxPostedLines + 1));
+  ASSERT_THAT(written(), SizeIs(runtime::kMaxPostedLines + 1));
   EXPECT_THAT(written().back(), HasSubstr("3 lines like those before were left out"));
   post("later");
   loop_.runUntilIdle();
@@ -329,7 +329,7 @@ TEST_F(PostedLinesTest, PastTheirNumberAreLeftOutAndCounted) {
 }
 
 TEST_F(PostedLinesTest, PastTheirBytesAreLeftOutAndCounted) {
-  post(std::string(kMaxPostedLineBytes, 'x'));
+  post(std::string(runtime::kMaxPostedLineBytes, 'x'));
   post("y");
   loop_.runUntilIdle();
   ASSERT_THAT(written(), SizeIs(2));
@@ -340,7 +340,7 @@ TEST_F(PostedLinesTest, PastTheirBytesAreLeftOutAndCounted) {
 }
 
 TEST_F(PostedLinesTest, ThatAreAllTooLongAreCountedAsWell) {
-  post(std::string(kMaxPostedLineBytes + 1, 'x'));
+  post(std::string(runtime::kMaxPostedLineBytes + 1, 'x'));
   loop_.runUntilIdle();
   ASSERT_THAT(written(), SizeIs(1));
   EXPECT_THAT(written().back(), HasSubstr("1 lines like those before were left out"));
@@ -406,7 +406,7 @@ TEST_F(LockOfTheApp, IsNotWantedByACallThatIsRefused) {
 
 TEST_F(LockOfTheApp, IsNotWantedByACallThatFindsTooManyOthersWaiting) {
   locked([this] {
-    for (size_t call = 0; call < kMaxPostedCalls + 2; ++call)
+    for (size_t call = 0; call < runtime::kMaxPostedCalls + 2; ++call)
       core_->perform([] {});
   });
   pump();

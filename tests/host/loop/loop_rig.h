@@ -8,9 +8,9 @@
 #include <functional>
 #include <mutex>
 
-#include "host/loop/background_tasks.h"
-#include "host/loop/background_thread.h"
 #include "host/loop/main_loop.h"
+#include "host/posix/background_thread.h"
+#include "runtime/loop/background_tasks.h"
 #include "testing/recording_log.h"
 
 namespace morvik::host {
@@ -100,7 +100,7 @@ class LoopRig {
   TurnBell bell;
   MainLoop loop{mode, services::Logger(log_levels, log)};
   BackgroundThread background{services::Logger(log_levels, log)};
-  BackgroundTasks tasks{loop, kGrantSeconds};
+  runtime::BackgroundTasks tasks{loop, kGrantSeconds};
   std::optional<kit::Error> open_error;
 };
 

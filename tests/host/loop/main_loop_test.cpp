@@ -74,7 +74,7 @@ TYPED_TEST(BothLoops, RunWhatWaitsForTheTurnBetweenItsFrameAndTheNextTurn) {
 }
 
 TYPED_TEST(BothLoops, CountBlocksAndTimersByTheirDelay) {
-  MainLoopCounts counts;
+  runtime::MainLoopCounts counts;
   std::atomic<bool> done = false;
   this->rig.loop.async([&] {
     this->rig.loop.async([] {});

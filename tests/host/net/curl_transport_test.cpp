@@ -20,10 +20,10 @@
 #include <utility>
 #include <vector>
 
-#include "host/sending/exchange_queue.h"
+#include "runtime/sending/exchange_queue.h"
 #include "tests/host/net/loopback_server.h"
-#include "tests/host/net/pumped_queue.h"
 #include "tests/host/net/test_authority.h"
+#include "tests/support/pumped_queue.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/threads_of_process.h"
 #include "tests/support/transport_contract.h"
@@ -33,8 +33,8 @@ namespace {
 
 using host::CurlTransport;
 using host::CurlTransportOptions;
-using host::ExchangeQueue;
-using host::TurnGate;
+using runtime::ExchangeQueue;
+using runtime::TurnGate;
 
 const TestAuthority& authority() {
   static const TestAuthority one;
@@ -68,7 +68,7 @@ std::unique_ptr<ExchangeQueue> transportOver(std::unique_ptr<CurlTransport> netw
                                              TurnGate& gate) {
   return std::make_unique<ExchangeQueue>(
       std::move(network),
-      host::TransportParts{
+      runtime::TransportParts{
           .ca_file = "", .main_queue = main_queue, .gate = gate, .is_forgotten = [] { return false; }});
 }
 
@@ -486,7 +486,7 @@ class HeldServer {
 TEST_F(CurlTransportTest, MakesSixConnectionsToAHostAndLetsTheRestWaitInOrder) {
   HeldServer held;
   auto& server = serve(held.responder());
-  auto reached = held.whenHeld(host::kMaxConnectionsPerHost);
+  auto reached = held.whenHeld(runtime::kMaxConnectionsPerHost);
   for (int i = 0; i < 20; ++i)
     start(request("/" + std::to_string(i)));
   reached.wait();
@@ -507,7 +507,7 @@ TEST_F(CurlTransportTest, MakesSixConnectionsToAHostAndLetsTheRestWaitInOrder) {
 TEST_F(CurlTransportTest, AFullHostHoldsNoOtherUp) {
   HeldServer held;
   serve(held.responder());
-  auto reached = held.whenHeld(host::kMaxConnectionsPerHost);
+  auto reached = held.whenHeld(runtime::kMaxConnectionsPerHost);
   for (int i = 0; i < 7; ++i)
     start(request());
   reached.wait();
@@ -543,7 +543,7 @@ TEST_F(CurlTransportTest, HeldLetsRequestsWaitWithTheirWholeTimeAndTheErasureGo)
 TEST_F(CurlTransportTest, HeldLetsWhatRunsGoOnAndWhatIsQueuedBehindItWait) {
   HeldServer held;
   auto& server = serve(held.responder());
-  auto reached = held.whenHeld(host::kMaxConnectionsPerHost);
+  auto reached = held.whenHeld(runtime::kMaxConnectionsPerHost);
   for (int i = 0; i < 10; ++i)
     start(request("/" + std::to_string(i)));
   reached.wait();
@@ -836,13 +836,13 @@ TEST_F(CurlTransportTest, CountsARequestUntilItsHandlerBegins) {
 TEST_F(CurlTransportTest, ShutsDownWithRequestsInFlight) {
   HeldServer held;
   serve(held.responder());
-  auto reached = held.whenHeld(host::kMaxConnectionsPerHost);
+  auto reached = held.whenHeld(runtime::kMaxConnectionsPerHost);
   for (int i = 0; i < 10; ++i)
     start(request());
   reached.wait();
   const auto begun = std::chrono::steady_clock::now();
   transport().shutdown();
-  EXPECT_LT(secondsSince(begun), host::kShutdownSeconds);
+  EXPECT_LT(secondsSince(begun), runtime::kShutdownSeconds);
   EXPECT_EQ(transport().inFlight(), 0u);
   held.release();
   transport().shutdown();

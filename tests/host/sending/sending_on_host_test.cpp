@@ -18,8 +18,8 @@
 #include <variant>
 #include <vector>
 
-#include "host/siblings/kept_identifier.h"
-#include "host/system_host.h"
+#include "host/make_host.h"
+#include "runtime/siblings/kept_identifier.h"
 #include "services/endpoints.h"
 #include "testing/recording_log.h"
 #include "tests/host/net/loopback_server.h"
@@ -51,17 +51,17 @@ class SendingOnHost : public ::testing::Test {
     options.service_url = server_.url("/");
   }
 
-  std::unique_ptr<Host> make(MainQueueMode mode = MainQueueMode::kOwnThread) {
+  std::unique_ptr<runtime::Host> make(MainQueueMode mode = MainQueueMode::kOwnThread) {
     options.main_queue = mode;
     auto made = makeHost(options);
     if (const auto* error = std::get_if<kit::Error>(&made)) {
       ADD_FAILURE() << error->message;
       return nullptr;
     }
-    return std::get<std::unique_ptr<Host>>(std::move(made));
+    return std::get<std::unique_ptr<runtime::Host>>(std::move(made));
   }
   /// With its first session open and its install attributed.
-  std::unique_ptr<Host> makeAttributed(MainQueueMode mode = MainQueueMode::kOwnThread) {
+  std::unique_ptr<runtime::Host> makeAttributed(MainQueueMode mode = MainQueueMode::kOwnThread) {
     auto host = make(mode);
     host->applicationDidBecomeActive();
     host->addActivity("shop", "first", std::nullopt);
@@ -74,19 +74,19 @@ class SendingOnHost : public ::testing::Test {
       count += request.target.find(path) != std::string::npos ? 1u : 0u;
     return count;
   }
-  static void turn(Host& host) {
+  static void turn(runtime::Host& host) {
     std::promise<void> over;
     host.perform([&over] { over.set_value(); });
     ASSERT_EQ(over.get_future().wait_for(kGiveUp), std::future_status::ready);
   }
   /// What the session's start asked for may still be under way.
-  static void rest(Host& host) {
+  static void rest(runtime::Host& host) {
     const auto give_up = steady_clock::now() + kGiveUp;
     while (host.pending().requests > 0 && steady_clock::now() < give_up)
       turn(host);
     ASSERT_EQ(host.pending().requests, 0u);
   }
-  static size_t stored(Host& host) { return host.properties().fendoActivityInfos().size(); }
+  static size_t stored(runtime::Host& host) { return host.properties().fendoActivityInfos().size(); }
   std::set<std::string> names() const {
     std::set<std::string> found;
     for (const auto& entry : std::filesystem::directory_iterator(options.store_folder))
@@ -169,7 +169,7 @@ TEST_F(SendingOnHost, PumpedByNobodyTheWaitLeavesNoTimerBehind) {
 /// The main queue, held up until it goes.
 class BlockedMainQueue {
  public:
-  explicit BlockedMainQueue(Host& host) {
+  explicit BlockedMainQueue(runtime::Host& host) {
     std::promise<void> begun;
     host.perform([&begun, go = go_.get_future().share()] {
       begun.set_value();
@@ -394,15 +394,15 @@ TEST_F(SendingOnHost, AWishStopsWhatWaitsForAConnection) {
   answers_clicks = false;
   for (int key = 1; key <= 20; ++key)
     host->passOpenURL("shop://offer?mrvk_eng=1&sn=3&ck=" + std::to_string(key));
-  while (arrived(services::kReEngagementConversionPath) < kMaxConnectionsPerHost)
+  while (arrived(services::kReEngagementConversionPath) < runtime::kMaxConnectionsPerHost)
     turn(*host);
   EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
   turn(*host);
   turn(*host);
-  EXPECT_EQ(host->pending().requests, kMaxConnectionsPerHost + 1) << "those that have left, and the erasure";
-  EXPECT_EQ(arrived(services::kReEngagementConversionPath), kMaxConnectionsPerHost);
+  EXPECT_EQ(host->pending().requests, runtime::kMaxConnectionsPerHost + 1) << "those that have left, and the erasure";
+  EXPECT_EQ(arrived(services::kReEngagementConversionPath), runtime::kMaxConnectionsPerHost);
   host->stop();
-  EXPECT_EQ(arrived(services::kReEngagementConversionPath), kMaxConnectionsPerHost);
+  EXPECT_EQ(arrived(services::kReEngagementConversionPath), runtime::kMaxConnectionsPerHost);
 }
 
 TEST_F(SendingOnHost, AWishStopsWhatTheTurnOfAnotherThreadHasStarted) {
@@ -499,11 +499,11 @@ TEST_F(SendingOnHost, ErasedTheNextStartIsANewInstall) {
   std::string id;
   {
     const auto first = makeAttributed();
-    id = std::string(first->storedValue(kInstallIdKey).string());
+    id = std::string(first->storedValue(runtime::kInstallIdKey).string());
     EXPECT_TRUE(first->eraseLocalData());
   }
   const auto next = make();
-  EXPECT_NE(next->storedValue(kInstallIdKey).string(), id);
+  EXPECT_NE(next->storedValue(runtime::kInstallIdKey).string(), id);
   EXPECT_EQ(next->properties().fendoUserInfo_referralKey(), -1);
   EXPECT_EQ(stored(*next), 0u);
   EXPECT_FALSE(next->isGdprForgetMe());

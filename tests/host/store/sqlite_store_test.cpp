@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "host/store/background_flusher.h"
-#include "host/store/value_codec.h"
+#include "runtime/store/value_codec.h"
 #include "testing/recording_log.h"
 #include "tests/support/faulty_vfs.h"
 #include "tests/support/key_value_store_contract.h"
@@ -73,7 +73,7 @@ Value numbers(int from, int to) {
 /// Nested one deeper than a store takes.
 Value tooDeep() {
   Value deep = 1;
-  for (size_t i = 0; i <= kMaxStoredDepth; ++i)
+  for (size_t i = 0; i <= runtime::kMaxStoredDepth; ++i)
     deep = Array{deep};
   return deep;
 }
@@ -202,7 +202,7 @@ namespace {
 TEST_F(SqliteStoreTest, AFreshStoreIsMadeForItsOwnerAlone) {
   const std::string place = folder_ / "deep/store";
   SqliteStore store(optionsFor(place), log_);
-  EXPECT_EQ(store.opening(), StoreOpening::kCreated);
+  EXPECT_EQ(store.opening(), runtime::StoreOpening::kCreated);
   EXPECT_EQ(store.openingLine(), "");
   store.set("key", 1);
   store.synchronize();
@@ -220,7 +220,7 @@ TEST_F(SqliteStoreTest, AFreshStoreIsMadeForItsOwnerAlone) {
 TEST_F(SqliteStoreTest, ASecondStartFindsEverythingAndSaysNothing) {
   leaveStore(300);
   const auto store = open();
-  EXPECT_EQ(store->opening(), StoreOpening::kOpened);
+  EXPECT_EQ(store->opening(), runtime::StoreOpening::kOpened);
   EXPECT_EQ(store->get("list"), numbers(0, 300));
   EXPECT_EQ(store->get("text"), Value("kept"));
   EXPECT_TRUE(log_.lines().empty());
@@ -241,7 +241,7 @@ TEST_F(SqliteStoreTest, ASecondStoreIsToldWithoutALogLineAndLivesInMemory) {
   {
     testing::RecordingLog log;
     SqliteStore second(optionsFor(folder_.path()), log);
-    EXPECT_EQ(second.opening(), StoreOpening::kLocked);
+    EXPECT_EQ(second.opening(), runtime::StoreOpening::kLocked);
     EXPECT_EQ(second.openingLine(),
               "the store in \"" + folder_.path() +
                   "\" is in use by another kit of this process: stop that one first (one that was "
@@ -275,7 +275,7 @@ TEST_F(SqliteStoreTest, AKilledProcessLosesNothingThatWasSynchronized) {
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFSIGNALED(status));
   const auto store = open();
-  EXPECT_EQ(store->opening(), StoreOpening::kOpened);
+  EXPECT_EQ(store->opening(), runtime::StoreOpening::kOpened);
   ASSERT_EQ(store->get("list").size(), 100u);
   for (int i = 0; i < 100; ++i)
     EXPECT_EQ(store->get("list").array()[static_cast<size_t>(i)]["id"], Value(i));
@@ -291,7 +291,7 @@ TEST_F(SqliteStoreTest, AFirstPageThatNeverReachedTheDiskIsWrittenAgainUnderTheL
   std::filesystem::create_directory(next);
   std::filesystem::copy_file(path() + "-wal", next + "/morvik.store-wal");
   SqliteStore after(optionsFor(next), log_);
-  EXPECT_EQ(after.opening(), StoreOpening::kOpened);
+  EXPECT_EQ(after.opening(), runtime::StoreOpening::kOpened);
   EXPECT_EQ(after.get("list"), numbers(0, 50));
 }
 
@@ -306,7 +306,7 @@ TEST_F(SqliteStoreTest, GarbageIsSetAsideUntouchedAndAFreshStoreBegins) {
     log_.clear();
     {
       const auto store = open();
-      EXPECT_EQ(store->opening(), StoreOpening::kSetAside);
+      EXPECT_EQ(store->opening(), runtime::StoreOpening::kSetAside);
       const std::string aside = path() + ".unreadable-" + number;
       EXPECT_EQ(bytesOf(aside), garbage);
       EXPECT_EQ(bytesOf(aside + "-wal"), log_garbage);
@@ -328,21 +328,21 @@ TEST_F(SqliteStoreTest, ATruncatedFileIsSetAside) {
   const std::string half = bytesOf(path()).substr(0, 20000);
   writeBytes(path(), half);
   const auto store = open();
-  EXPECT_EQ(store->opening(), StoreOpening::kSetAside);
+  EXPECT_EQ(store->opening(), runtime::StoreOpening::kSetAside);
   EXPECT_EQ(bytesOf(path() + ".unreadable-1"), half);
   EXPECT_TRUE(store->get("list").isAbsent());
 }
 
 TEST_F(SqliteStoreTest, SomebodyElsesDatabaseIsSetAside) {
   sql("CREATE TABLE theirs(a); PRAGMA application_id=12345; PRAGMA user_version=99");
-  EXPECT_EQ(open()->opening(), StoreOpening::kSetAside);
+  EXPECT_EQ(open()->opening(), runtime::StoreOpening::kSetAside);
   EXPECT_EQ(log_.countContaining("(it is no store of ours)"), 1u);
 }
 
 TEST_F(SqliteStoreTest, AStoreWithoutItsTablesIsSetAside) {
   leaveStore(1);
   sql("DROP TABLE elements");
-  EXPECT_EQ(open()->opening(), StoreOpening::kSetAside);
+  EXPECT_EQ(open()->opening(), runtime::StoreOpening::kSetAside);
 }
 
 TEST_F(SqliteStoreTest, AStoreOfANewerVersionStaysUntouchedAndTheProcessLivesInMemory) {
@@ -353,7 +353,7 @@ TEST_F(SqliteStoreTest, AStoreOfANewerVersionStaysUntouchedAndTheProcessLivesInM
   ASSERT_NE(log_before, "");
   {
     const auto store = open();
-    EXPECT_EQ(store->opening(), StoreOpening::kNewerVersion);
+    EXPECT_EQ(store->opening(), runtime::StoreOpening::kNewerVersion);
     const std::string line =
         "Morvik host: the store \"" + path() +
         "\" has version 2, this program knows versions up to 1. It stays untouched and nothing is kept beyond this "
@@ -378,7 +378,7 @@ TEST_F(SqliteStoreTest, ADamagedRecordIsKeptApartAndTheRestIsUsed) {
   sql("INSERT INTO elements VALUES(5,x'0101'), (-7,x'0101')");
   {
     const auto store = open();
-    EXPECT_EQ(store->opening(), StoreOpening::kOpened);
+    EXPECT_EQ(store->opening(), runtime::StoreOpening::kOpened);
     EXPECT_EQ(log_.messages(),
               std::vector<std::string>{"Morvik host: 4 records of the store \"" + path() +
                                        "\" are damaged. They are kept in its table \"unreadable\" and everything else "
@@ -418,7 +418,7 @@ TEST_F(SqliteStoreTest, AFileThatTurnsOutUnreadableInUseIsReplacedFromMemory) {
   append(*store, "list", Dictionary{{"id", 2001}});
   store->shutdown();
   const auto next = open();
-  EXPECT_EQ(next->opening(), StoreOpening::kOpened);
+  EXPECT_EQ(next->opening(), runtime::StoreOpening::kOpened);
   EXPECT_EQ(next->get("list").size(), 2002u);
   EXPECT_EQ(next->get("list"), store->get("list"));
   EXPECT_EQ(next->get("text"), Value("kept"));
@@ -503,7 +503,7 @@ TEST_F(SqliteStoreTest, AFileWhoseHeaderForbidsToWriteIsReplacedFromMemory) {
     EXPECT_EQ(log_.countContaining("was set aside as"), 1u);
   }
   const auto next = open();
-  EXPECT_EQ(next->opening(), StoreOpening::kOpened);
+  EXPECT_EQ(next->opening(), runtime::StoreOpening::kOpened);
   EXPECT_EQ(next->get("list"), numbers(0, 21));
   EXPECT_EQ(next->get("text"), Value("kept"));
 }
@@ -539,7 +539,7 @@ TEST_F(SqliteStoreTest, AFileThatCannotBeReplacedAtAStartStaysUntilItCanBe) {
   FaultyVfs vfs;
   vfs.failAll(VfsCall::Kind::kWrite, SQLITE_FULL);
   auto store = openOn(vfs);
-  EXPECT_EQ(store->opening(), StoreOpening::kUnavailable);
+  EXPECT_EQ(store->opening(), runtime::StoreOpening::kUnavailable);
   EXPECT_EQ(bytesOf(path()), garbage);
   EXPECT_EQ(bytesOf(path() + "-wal"), "its log");
   EXPECT_FALSE(std::filesystem::exists(path() + ".unreadable-1"));
@@ -632,7 +632,7 @@ TEST_F(SqliteStoreTest, AWriteThatFailsAtAnyPointLosesNothingAndLeavesTheFileWho
     }
     vfs.heal();
     SqliteStore next(optionsFor(folder.path()), log_);
-    EXPECT_EQ(next.opening(), StoreOpening::kOpened);
+    EXPECT_EQ(next.opening(), runtime::StoreOpening::kOpened);
     EXPECT_EQ(next.get("list").size(), 20u) << "write " << failing;
     EXPECT_EQ(next.get("text").string().size(), 5000u);
   }
@@ -643,7 +643,7 @@ TEST_F(SqliteStoreTest, AStoreThatCannotBeOpenedLivesInMemoryAndIsStoredLater) {
   vfs.failAll(VfsCall::Kind::kOpen, SQLITE_CANTOPEN);
   {
     const auto store = openOn(vfs);
-    EXPECT_EQ(store->opening(), StoreOpening::kUnavailable);
+    EXPECT_EQ(store->opening(), runtime::StoreOpening::kUnavailable);
     EXPECT_EQ(store->openingLine(),
               "Morvik host: the store \"" + path() +
                   "\" cannot be opened (unable to open database file). Everything is kept in memory and tried again "
@@ -668,7 +668,7 @@ TEST_F(SqliteStoreTest, WhatWasStoredBeforeComesBackWhenTheFileCanBeOpenedAgain)
   vfs.failAll(VfsCall::Kind::kRead, SQLITE_IOERR_READ);
   {
     const auto store = openOn(vfs);
-    EXPECT_EQ(store->opening(), StoreOpening::kUnavailable);
+    EXPECT_EQ(store->opening(), runtime::StoreOpening::kUnavailable);
     append(*store, "list", numbers(5, 6).array()[0]);
     store->synchronize();
     EXPECT_EQ(store->get("list").size(), 1u);
@@ -688,14 +688,14 @@ TEST_F(SqliteStoreTest, AFileThatTurnsOutToBeOfANewerVersionWhenItCanBeReadIsLef
   FaultyVfs vfs;
   vfs.failAll(VfsCall::Kind::kRead, SQLITE_IOERR_READ);
   const auto store = openOn(vfs);
-  ASSERT_EQ(store->opening(), StoreOpening::kUnavailable);
+  ASSERT_EQ(store->opening(), runtime::StoreOpening::kUnavailable);
   vfs.heal();
   for (int event = 0; event < 3; ++event) {
     store->set("count", event);
     store->flushAndWait();
     EXPECT_TRUE(store->commitTurn()) << "no later try may keep it";
   }
-  EXPECT_EQ(store->opening(), StoreOpening::kNewerVersion);
+  EXPECT_EQ(store->opening(), runtime::StoreOpening::kNewerVersion);
   EXPECT_FALSE(store->isKept());
   EXPECT_EQ(log_.countContaining("this program knows versions up to"), 1U);
 }
@@ -705,10 +705,10 @@ TEST_F(SqliteStoreTest, WhatAnotherOneTookMeanwhileIsTriedAgainAndItsRecordsAreK
   FaultyVfs vfs;
   vfs.failAll(VfsCall::Kind::kRead, SQLITE_IOERR_READ);
   const auto store = openOn(vfs);
-  ASSERT_EQ(store->opening(), StoreOpening::kUnavailable);
+  ASSERT_EQ(store->opening(), runtime::StoreOpening::kUnavailable);
   vfs.heal();
   auto other = open();
-  ASSERT_EQ(other->opening(), StoreOpening::kOpened);
+  ASSERT_EQ(other->opening(), runtime::StoreOpening::kOpened);
   append(*other, "list", numbers(5, 6).array()[0]);
   for (const kit::Value& number : numbers(6, 8).array()) {
     append(*store, "list", number);
@@ -732,7 +732,7 @@ class SqliteStoreWithALostFile : public SqliteStoreTest {
     leaveStore(5);
     open()->set("launches", 3);
     SqliteStoreOptions options = optionsFor(folder_.path(), vfs_);
-    options.take_over.rows = {{"launches", TakeOver::kAdd}};
+    options.take_over.rows = {{"launches", runtime::TakeOver::kAdd}};
     store_ = std::make_unique<SqliteStore>(options, log_);
     store_->flushAndWait();
     vfs_.failAll(VfsCall::Kind::kWrite, SQLITE_CORRUPT);
@@ -899,7 +899,7 @@ TEST_P(SqliteStoreWithoutIts, NameOnTheDiskIsWrittenAnewWithTheNextFlush) {
       EXPECT_LE(openDescriptors(), descriptors);
       EXPECT_EQ(log_.messages().size(), static_cast<size_t>(time)) << "one line each time";
       EXPECT_EQ(log_.countContaining(GetParam().line), static_cast<size_t>(time));
-      EXPECT_EQ(open()->opening(), StoreOpening::kLocked);
+      EXPECT_EQ(open()->opening(), runtime::StoreOpening::kLocked);
       std::filesystem::remove_all(folder_.path() + ".away");
     }
     append(*store, "list", numbers(1004, 1005).array()[0]);
@@ -1041,7 +1041,7 @@ TEST_F(SqliteStoreTest, JoinsTheStoreThatAnotherOneBeganInThePlaceOfItsRemovedFo
   std::filesystem::remove_all(folder_.path());
   {
     const auto other = open();
-    ASSERT_EQ(other->opening(), StoreOpening::kCreated);
+    ASSERT_EQ(other->opening(), runtime::StoreOpening::kCreated);
     other->set("list", numbers(5, 6));
     store->flushAndWait();
     EXPECT_EQ(log_.countContaining("it is in use by another kit"), 1U);
@@ -1087,7 +1087,7 @@ TEST_F(SqliteStoreTest, IsReadByInspectorsWhileItIsRemovedAndWrittenAnew) {
 TEST_F(SqliteStoreTest, AFolderThatCannotBeMadeIsToldAndTheAppLivesOn) {
   writeBytes(folder_ / "file", "in the way");
   SqliteStore store(optionsFor(folder_ / "file/store"), log_);
-  EXPECT_EQ(store.opening(), StoreOpening::kUnavailable);
+  EXPECT_EQ(store.opening(), runtime::StoreOpening::kUnavailable);
   store.set("key", 1);
   store.synchronize();
   EXPECT_EQ(store.get("key"), Value(1));
@@ -1185,7 +1185,7 @@ TEST_F(SqliteStoreTest, AStoreWhoseThreadTheSystemRefusesOpensAndSaysThatNothing
         });
   };
   SqliteStore store(options, log_);
-  EXPECT_EQ(store.opening(), StoreOpening::kCreated);
+  EXPECT_EQ(store.opening(), runtime::StoreOpening::kCreated);
   store.set("text", "kept");
   EXPECT_TRUE(store.synchronize());
   EXPECT_EQ(log_.countContaining("cannot be synced to the disk (the system gave no thread)"), 1U);
@@ -1250,7 +1250,7 @@ TEST_F(SqliteStoreTest, NoCallerOpensAFileAgain) {
   FaultyVfs vfs;
   vfs.failAll(VfsCall::Kind::kRead, SQLITE_BUSY);
   const auto store = openOn(vfs);
-  ASSERT_EQ(store->opening(), StoreOpening::kUnavailable);
+  ASSERT_EQ(store->opening(), runtime::StoreOpening::kUnavailable);
   std::atomic<bool> is_busy{true};
   std::atomic<int> mine{0};
   std::atomic<int> others{0};
@@ -1285,7 +1285,7 @@ TEST_F(SqliteStoreTest, AFileThatAnotherProgramHoldsIsTriedOnceAtTheOpening) {
       return call.kind == VfsCall::Kind::kRead ? error : SQLITE_OK;
     });
     const auto store = openOn(vfs);
-    EXPECT_EQ(store->opening(), StoreOpening::kUnavailable);
+    EXPECT_EQ(store->opening(), runtime::StoreOpening::kUnavailable);
     return count.load();
   };
   const int busy = opens(SQLITE_BUSY);
@@ -1298,7 +1298,7 @@ TEST_F(SqliteStoreTest, CallsGoOnWhileTheFileIsBeingOpenedAgain) {
   FaultyVfs vfs;
   vfs.failAll(VfsCall::Kind::kRead, SQLITE_IOERR_READ);
   const auto store = openOn(vfs);
-  ASSERT_EQ(store->opening(), StoreOpening::kUnavailable);
+  ASSERT_EQ(store->opening(), runtime::StoreOpening::kUnavailable);
   std::promise<void> release;
   const std::shared_future<void> released = release.get_future().share();
   std::atomic<int> mine{0};
@@ -1883,7 +1883,7 @@ TEST_F(SqliteStoreTest, RefusesADyingThreadWhenTheDiskIsFullAndStaysAsItWas) {
 TEST_F(SqliteStoreTest, RefusesADyingThreadAValueThatNoStoreCanKeepAndTakesTheOthers) {
   const auto store = open();
   Value deep = 1;
-  for (size_t i = 0; i <= kMaxStoredDepth; ++i)
+  for (size_t i = 0; i <= runtime::kMaxStoredDepth; ++i)
     deep = Array{deep};
   deep = Dictionary{{"deep", deep}};
   store->set("wish", true);
@@ -1901,7 +1901,7 @@ TEST_F(SqliteStoreTest, RefusesADyingThreadWhenItLivesInMemory) {
   leaveStore(1);
   sql("PRAGMA user_version = 99");
   const auto store = open();
-  ASSERT_EQ(store->opening(), StoreOpening::kNewerVersion);
+  ASSERT_EQ(store->opening(), runtime::StoreOpening::kNewerVersion);
   EXPECT_FALSE(store->trySetAndSynchronize("reports", Array{"one"}));
   EXPECT_TRUE(store->get("reports").isAbsent());
   store->set("other", 1);
@@ -1919,7 +1919,7 @@ TEST_F(SqliteStoreTest, AfterShutdownWritesStayInMemoryAndTheStoreIsFree) {
   store->shutdown();
   EXPECT_EQ(store->get("after"), Value(2));
   const auto next = open();
-  EXPECT_EQ(next->opening(), StoreOpening::kOpened);
+  EXPECT_EQ(next->opening(), runtime::StoreOpening::kOpened);
   EXPECT_EQ(next->get("before"), Value(1));
   EXPECT_TRUE(next->get("after").isAbsent());
 }
@@ -1946,7 +1946,7 @@ TEST_F(SqliteStoreTest, AValueThatCannotBeStoredIsToldOnceAndHoldsNothingElseUp)
 }
 
 TEST_F(SqliteStoreTest, AnElementThatCannotBeStoredKeepsNoNeighbourFromTheDisk) {
-  const Value too_long = std::string(kMaxStoredBytes + 1, 'x');
+  const Value too_long = std::string(runtime::kMaxStoredBytes + 1, 'x');
   {
     const auto store = open();
     store->set("list", Array{1, tooDeep(), 2, too_long, 3});
@@ -2068,7 +2068,7 @@ TEST_F(SqliteStoreTest, AnInspectorReadsAStoreInUseAndChangesNoFile) {
     SqliteStoreOptions options = optionsFor(folder_.path());
     options.read_only = true;
     SqliteStore inspector(options, log_);
-    EXPECT_EQ(inspector.opening(), StoreOpening::kOpened);
+    EXPECT_EQ(inspector.opening(), runtime::StoreOpening::kOpened);
     EXPECT_EQ(inspector.get("list"), numbers(0, 101));
     inspector.set("list", Value());
     inspector.synchronize();
@@ -2098,7 +2098,7 @@ TEST_F(SqliteStoreTest, AnInspectorOfNothingMakesNothing) {
   SqliteStoreOptions options = optionsFor(folder_ / "missing");
   options.read_only = true;
   SqliteStore inspector(options, log_);
-  EXPECT_EQ(inspector.opening(), StoreOpening::kNothingToRead);
+  EXPECT_EQ(inspector.opening(), runtime::StoreOpening::kNothingToRead);
   EXPECT_EQ(log_.messages(), std::vector<std::string>{"Morvik host: there is no store to read at \"" +
                                                       (folder_ / "missing/morvik.store") +
                                                       "\" (No such file or directory): check the folder."});
@@ -2109,13 +2109,13 @@ TEST_F(SqliteStoreTest, AnInspectorOfGarbageOrOfANewerStoreLeavesItAlone) {
   SqliteStoreOptions options = optionsFor(folder_.path());
   options.read_only = true;
   writeBytes(path(), std::string(5000, 'g'));
-  EXPECT_EQ(SqliteStore(options, log_).opening(), StoreOpening::kNothingToRead);
+  EXPECT_EQ(SqliteStore(options, log_).opening(), runtime::StoreOpening::kNothingToRead);
   EXPECT_EQ(bytesOf(path()), std::string(5000, 'g'));
   std::filesystem::remove(path());
   leaveStore(1);
   sql("PRAGMA user_version=7");
   const std::string before = bytesOf(path());
-  EXPECT_EQ(SqliteStore(options, log_).opening(), StoreOpening::kNewerVersion);
+  EXPECT_EQ(SqliteStore(options, log_).opening(), runtime::StoreOpening::kNewerVersion);
   EXPECT_EQ(bytesOf(path()), before);
   EXPECT_EQ(log_.countContaining("has version 7, this program knows versions up to 1: use a newer program"), 1u);
 }

@@ -87,7 +87,7 @@ class StoreSnapshot : public ::testing::Test {
   std::unique_ptr<SqliteStore> inspectWithoutATrace() {
     const auto before = stateOf(folder_.path());
     auto inspector = inspect();
-    EXPECT_EQ(inspector->opening(), StoreOpening::kOpened) << inspector->openingLine();
+    EXPECT_EQ(inspector->opening(), runtime::StoreOpening::kOpened) << inspector->openingLine();
     inspector->set("written by the inspector", 1);
     inspector->synchronize();
     EXPECT_EQ(stateOf(folder_.path()), before);
@@ -221,7 +221,7 @@ TEST_F(StoreSnapshot, IsOneCommitAlsoWhileTheOwnerCommitsWritesBackAndBeginsTheL
     ++readings;
     readings.notify_one();
     // A reader on a busy machine may be overtaken again and again, and then says so.
-    if (inspector->opening() == StoreOpening::kNothingToRead) {
+    if (inspector->opening() == runtime::StoreOpening::kNothingToRead) {
       EXPECT_NE(inspector->openingLine().find("changes it faster than it can be read"), std::string::npos)
           << inspector->openingLine();
       continue;
@@ -246,7 +246,7 @@ TEST_F(StoreSnapshot, EndsWhereTheLogIsCutAsTheEngineItselfDoes) {
   for (size_t size = whole.size(); size > 40; size -= std::min(size, whole.size() / 23)) {
     writeBytes(logPath(), whole.substr(0, size));
     const auto inspector = inspect();
-    if (inspector->opening() != StoreOpening::kOpened)
+    if (inspector->opening() != runtime::StoreOpening::kOpened)
       continue;  // cut before the tables were made
     lengths.insert(lengthBySqlite());
     EXPECT_EQ(static_cast<int64_t>(inspector->get("list").size()), lengthBySqlite()) << size;
@@ -336,7 +336,7 @@ TEST_F(StoreSnapshot, RefusesAFileThatIsTooLong) {
 TEST_F(StoreSnapshot, AnEmptyFileIsNoStore) {
   writeBytes(path(), "");
   const auto inspector = inspect();
-  EXPECT_EQ(inspector->opening(), StoreOpening::kNothingToRead);
+  EXPECT_EQ(inspector->opening(), runtime::StoreOpening::kNothingToRead);
   EXPECT_NE(inspector->openingLine().find("(it is empty)"), std::string::npos) << inspector->openingLine();
 }
 

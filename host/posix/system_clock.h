@@ -1,0 +1,36 @@
+// The machine's wall clock, with a correction, and its calendar.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "runtime/machine/machine.h"
+
+namespace morvik::host {
+
+/// Any thread.
+class SystemClock final : public runtime::MachineClock {
+ public:
+  kit::Date now() const override;
+  std::chrono::steady_clock::time_point steadyNow() const override { return std::chrono::steady_clock::now(); }
+  /// The system's own clock is not touched.
+  void moveBySeconds(double seconds) override;
+
+ private:
+  std::atomic<int64_t> offset_microseconds_{0};
+};
+
+/// The Gregorian calendar in the zone of the environment's TZ, as it was when the object was made.
+class SystemCalendar final : public runtime::MachineCalendar {
+ public:
+  SystemCalendar();
+  kit::CalendarComponents components(kit::Date date) const override;
+  std::optional<kit::Date> date(const kit::CalendarComponents& components) const override;
+  /// Name of the zone: "Asia/Seoul" where the machine says so, else its abbreviation. Any thread; may read a link of
+  /// the file system.
+  std::string zoneName() const override;
+};
+
+}  // namespace morvik::host

@@ -1,0 +1,21 @@
+#include "host/posix/write_all.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace morvik::host {
+
+bool writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR)
+      continue;
+    if (written <= 0)
+      return false;
+    bytes.remove_prefix(static_cast<size_t>(written));
+  }
+  return true;
+}
+
+}  // namespace morvik::host

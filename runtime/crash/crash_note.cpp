@@ -1,0 +1,29 @@
+#include "runtime/crash/crash_note.h"
+
+#include <utility>
+
+namespace morvik::runtime {
+
+static_assert(std::atomic<const std::string*>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+
+void CrashNote::set(std::string text) {
+  const std::lock_guard lock(setting_);
+  // A handler says that it reads before it looks which is the latest. So nobody can have got hold of the other one
+  // since that was the latest, unless it is said here.
+  if (is_read_)
+    return;
+  std::string& other = latest_ == texts_.data() ? texts_[1] : texts_[0];
+  other = text.size() <= kMaxCrashNoteBytes ? std::move(text) : std::string();
+  latest_ = &other;
+}
+
+std::string_view CrashNote::beginReading() {
+  is_read_ = true;
+  return *latest_.load();
+}
+
+void CrashNote::endReading() {
+  is_read_ = false;
+}
+
+}  // namespace morvik::runtime

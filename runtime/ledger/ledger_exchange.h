@@ -1,0 +1,81 @@
+// A request whose answer decides what becomes of records, and which records it carries.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "kit/value.h"
+#include "runtime/ledger/ledger_reasons.h"
+
+namespace morvik::runtime {
+
+/// Where a request of the ledger goes.
+enum class LedgerEndpoint : uint8_t { kTracking, kReEngagement, kCommerce, kCrash, kDemographics };
+inline constexpr size_t kLedgerEndpoints = 5;
+
+/// The endpoint that takes records of this kind.
+LedgerEndpoint ledgerEndpointOf(LedgerKind kind);
+
+/// Age, gender, user id.
+inline constexpr size_t kDemographicValues = 3;
+
+/// The event ids of a batch. They share their texts with the records.
+class BatchIds {
+ public:
+  BatchIds() = default;
+  /// Those of the entries of a payload.
+  explicit BatchIds(const kit::Array& entries);
+  size_t size() const { return ids_.size(); }
+  /// Absent where there is none.
+  kit::Value first() const { return ids_.empty() ? kit::Value() : ids_.front(); }
+  /// Asked in the order of the batch each costs one comparison; out of that order, a look-up.
+  bool contains(std::string_view id);
+
+ private:
+  std::vector<kit::Value> ids_;
+  size_t next_ = 0;
+  std::unordered_set<std::string_view> index_;  ///< empty until it is needed
+};
+
+/// Whether this answer, a JSON object that came with a status from 200 to 299, accepts what was sent there.
+bool isAcceptance(LedgerEndpoint endpoint, const kit::Value& answer);
+
+struct LedgerExchange {
+  LedgerEndpoint endpoint = LedgerEndpoint::kTracking;
+
+  // What it carries.
+  BatchIds activities;
+  /// Of the "end" of a kept session: in the ids that its answer deletes, and not in the batch. Absent: there is none.
+  kit::Value left_out_id;
+  /// By kind: so many of the first records of the stored list, as it is now. Impressions, commerce clicks, crash
+  /// reports.
+  std::array<size_t, kLedgerKinds> leading{};
+  kit::Value click;
+  /// Nothing but this request has the click.
+  bool holds_click = false;
+  /// By value, the version of it; 0: none.
+  std::array<uint64_t, kDemographicValues> values{};
+  /// Its payload could not say whose the values are.
+  bool says_nothing = false;
+
+  // How it ended.
+  /// Of an exchange that succeeded; nothing until then and after a failure.
+  std::optional<kit::Value> answer;
+  int status_code = 0;  ///< 0: there was no answer, or none yet
+
+  bool carries(LedgerKind kind, const kit::Value& record, size_t index);
+  /// By the rules of its endpoint, the service has what it carries, or said so.
+  bool isAccepted() const;
+  /// The service has said that the one activity in it is too much.
+  bool isOneTooLarge() const;
+  /// Why what it carries counts as given up although it was accepted; nothing when it counts as delivered.
+  std::optional<LedgerReason> emptyAcceptance() const;
+};
+
+}  // namespace morvik::runtime

@@ -1,0 +1,95 @@
+// What is under way: payloads that were sealed, the requests that carry them, and which of them carries a record.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "kit/value.h"
+#include "runtime/ledger/ledger_exchange.h"
+#include "runtime/ledger/ledger_reasons.h"
+#include "runtime/ledger/list_change.h"
+
+namespace morvik::runtime {
+
+/// Payloads that were sealed and whose request has not left. Each leaves at once or never; past this many the oldest is
+/// forgotten.
+inline constexpr size_t kMaxUnsentPayloads = 4;
+
+/// Plain; not safe for threads, although it tells the one on which a handler runs from the others.
+class LedgerExchanges {
+ public:
+  // Sealed, and not yet a request.
+  /// `sealed`: the text that carries it. A batch takes the place of one that has not left.
+  void wasSealed(std::string_view sealed, LedgerExchange payload);
+  /// Of the request with this form as its body. A request whose payload is not known carries nothing.
+  LedgerExchange takeSealed(LedgerEndpoint endpoint, std::string_view body);
+
+  // Under way, each with a number of its own.
+  uint64_t begin(LedgerExchange exchange);
+  /// Null when it is not under way. Valid until it ends.
+  const LedgerExchange* find(uint64_t id) const;
+  /// The handler begins, on this thread, one at a time.
+  void handlerBegins(uint64_t id);
+  /// Whose handler runs on this thread; null: none's.
+  LedgerExchange* running();
+  /// Its number, or that of one that runs elsewhere; 0: none runs.
+  uint64_t runningId() const { return running_; }
+  /// Whether any handler runs, on any thread.
+  bool isAnyRunning() const { return running_ != 0; }
+  /// The handler is done.
+  LedgerExchange end(uint64_t id);
+
+  // What they carry.
+  /// Whether one leaves out the "end" of a kept session with this id, those included whose ids are noted alone.
+  bool isLeftOut(const kit::Value& event_id) const;
+  /// Whether this event is in a batch that is not under way and whose ids are noted all the same: one that was sealed
+  /// and has not left (of an install without a referral record none leaves), or one that was answered and not accepted.
+  bool isNotedAlone(const kit::Value& event_id);
+  /// A click that a request alone had is in the store now. False: none had it so.
+  bool clickWasStored(const kit::Value& click);
+  /// The numbers of those that carry this version of a demographic value, but for `except`.
+  std::vector<uint64_t> carriersOfValue(size_t slot, uint64_t version, const LedgerExchange* except) const;
+  /// The stored list has lost these.
+  void listShrank(LedgerKind kind, const ListChange& change);
+
+ private:
+  friend class LedgerCarriers;
+  struct Unsent {
+    std::string mark;  ///< of the sealed text
+    LedgerExchange exchange;
+  };
+  std::map<uint64_t, LedgerExchange> exchanges_;
+  uint64_t last_exchange_ = 0;
+  std::vector<Unsent> unsent_;
+  std::optional<LedgerExchange> refused_;  ///< the latest batch that was answered and not accepted, until the next
+  uint64_t running_ = 0;
+  std::thread::id running_thread_;
+};
+
+/// Which requests carry a record that leaves its list, asked in the order of the list. Looks for them when it is asked
+/// for the first time; none may begin or end meanwhile.
+class LedgerCarriers {
+ public:
+  /// But for `except`, which may be null. `exchanges` outlives it.
+  LedgerCarriers(LedgerExchanges& exchanges, LedgerKind kind, const LedgerExchange* except)
+      : exchanges_(exchanges), kind_(kind), except_(except) {}
+  /// Their numbers; valid until the next call.
+  const std::vector<uint64_t>& of(const kit::Value& record, size_t index);
+
+ private:
+  LedgerExchanges& exchanges_;
+  const LedgerKind kind_;
+  const LedgerExchange* const except_;
+  bool are_others_known_ = false;
+  std::vector<std::pair<uint64_t, LedgerExchange*>> others_;  ///< to the same endpoint
+  std::vector<uint64_t> carriers_;
+};
+
+}  // namespace morvik::runtime

@@ -1,0 +1,68 @@
+#include "runtime/ledger/ledger_store.h"
+
+namespace morvik::runtime {
+
+LedgerStore::LedgerStore(MachineStore& store, LedgerBook& book, kit::HouseLock& house_lock)
+    : PassingStore(store),
+      book_(book),
+      house_lock_(house_lock),
+      is_dark_(store.opening() == StoreOpening::kUnavailable) {
+  LedgerStore::setWhenTakenOver({});
+}
+
+LedgerStore::~LedgerStore() {
+  store_.setWhenTakenOver({});  // the book goes before the store
+}
+
+void LedgerStore::setWhenTakenOver(kit::Block hook) {
+  store_.setWhenTakenOver([this, hook = std::move(hook)] {
+    is_dark_ = false;
+    book_.storeCameToLight();
+    if (hook)
+      hook();
+  });
+}
+
+/// What a store holds that comes to light with a commit goes before what was begun without it. Whoever has read a list
+/// by then, and writes it back afterwards, would undo that: until then no commit falls in between.
+std::unique_lock<kit::Mutex> LedgerStore::keepListsStill() {
+  if (isDark())
+    return std::unique_lock(house_lock_.mutex);
+  return {};
+}
+
+// Lists are set under the house lock, where nothing may be told; here no lock is held.
+bool LedgerStore::synchronize() {
+  const bool all_kept = synchronizeUntold();
+  tellWaiting();
+  return all_kept;
+}
+
+bool LedgerStore::synchronizeUntold() {
+  const std::unique_lock still = keepListsStill();
+  return store_.synchronizeUntold();
+}
+
+void LedgerStore::tellWaiting() {
+  store_.tellWaiting();
+  book_.tellBroken();
+}
+
+/// While the store is dark, nothing of it is told under the house lock either.
+bool LedgerStore::commitTurn() {
+  if (!isDark()) {
+    const bool all_kept = store_.commitTurn();
+    book_.tellBroken();
+    return all_kept;
+  }
+  synchronize();
+  return isDark() ? store_.isKept() : store_.commitTurn();
+}
+
+void LedgerStore::shutdown() {
+  book_.writeAtTheEnd();
+  const std::unique_lock still = keepListsStill();
+  store_.shutdown();
+}
+
+}  // namespace morvik::runtime

@@ -1,0 +1,50 @@
+// A machine's store that tells the ledger what passes through it.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "kit/house_lock.h"
+#include "kit/queues.h"
+#include "runtime/ledger/ledger_book.h"
+#include "runtime/machine/machine.h"
+#include "runtime/machine/passing_store.h"
+
+namespace morvik::runtime {
+
+/// Elements that are appended pass the book, which takes them in with its next look: whoever records waits for no walk
+/// over a list. So does what a dying process sets: it waits for no lock.
+class LedgerStore final : public PassingStore {
+ public:
+  /// All outlive it; `store` is the one in which the book lies, `house_lock` the one under which its lists are changed.
+  LedgerStore(MachineStore& store, LedgerBook& book, kit::HouseLock& house_lock);
+  ~LedgerStore() override;
+  LedgerStore(const LedgerStore&) = delete;
+  LedgerStore& operator=(const LedgerStore&) = delete;
+
+  kit::Value get(std::string_view key) const override { return book_.get(key); }
+  void set(std::string_view key, kit::Value value) override { book_.set(key, std::move(value), LedgerWriter::kKit); }
+  void replace(std::string_view key, const kit::Value& before, kit::Value after) override {
+    book_.replace(key, before, std::move(after), LedgerWriter::kKit);
+  }
+  bool synchronize() override;
+  void setWhenTakenOver(kit::Block hook) override;
+  bool commitTurn() override;
+  bool synchronizeUntold() override;
+  void tellWaiting() override;
+  void shutdown() override;
+
+ private:
+  std::unique_lock<kit::Mutex> keepListsStill();
+  /// A file of a newer version never comes to light.
+  bool isDark() const { return is_dark_ && store_.opening() == StoreOpening::kUnavailable; }
+
+  LedgerBook& book_;
+  kit::HouseLock& house_lock_;
+  /// The store could not be read at its opening, and did not come to light since.
+  std::atomic<bool> is_dark_;
+};
+
+}  // namespace morvik::runtime

@@ -1,0 +1,86 @@
+// What the ledger counts of the store, as it saw it last: five lists, and the demographic values that wait.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "kit/key_value_store.h"
+#include "kit/value.h"
+#include "runtime/ledger/ledger_accounts.h"
+#include "runtime/ledger/ledger_exchange.h"
+#include "runtime/ledger/ledger_reasons.h"
+
+namespace morvik::runtime {
+
+/// What a stored value is to the ledger.
+struct LedgerKey {
+  enum class Part : uint8_t {
+    kNone,         ///< none of its business
+    kList,         ///< the records of a kind
+    kDemographic,  ///< a value that waits, or says that none does
+    kSentKeys,     ///< ids of the latest batch
+    kSessionEnd    ///< the moment at which the latest session ended
+  };
+  Part part = Part::kNone;
+  LedgerKind kind = LedgerKind::kActivities;  ///< of a list
+  size_t slot = 0;                            ///< of a demographic value
+};
+LedgerKey ledgerKeyOf(std::string_view key);
+
+/// Plain; not safe for threads. What concerns demographics is touched at the door alone: setters come from any thread.
+class LedgerStored {
+ public:
+  /// Looks at the store, which outlives it.
+  explicit LedgerStored(const kit::KeyValueStore& store);
+
+  uint64_t count(LedgerKind kind) const;
+  /// What is recorded without writing the counts.
+  LedgerAccounts::Stored recordedUnwritten() const;
+  LedgerCounts counts() const;
+  /// Absent for demographics.
+  const kit::Value& list(LedgerKind kind) const { return lists_[static_cast<size_t>(kind)]; }
+  /// Of each demographic value that waits a number that no other has; 0: none waits.
+  const std::array<uint64_t, kDemographicValues>& versions() const { return versions_; }
+
+  /// The store is about to hold this list.
+  void setList(LedgerKind kind, const kit::Value& list);
+  struct Replaced {
+    uint64_t version = 0;     ///< of the value before
+    bool is_pending = false;  ///< the new one waits
+  };
+  /// The store is about to hold this demographic value.
+  Replaced setDemographic(size_t slot, const kit::Value& value);
+  /// What setDemographic() changes, for taking it back when the store could not be written after all.
+  struct Demographics {
+    std::array<uint64_t, kDemographicValues> versions{};
+    DemographicSets sets;
+    std::array<bool, kDemographicValues> was_set{};
+  };
+  Demographics demographics() const { return {versions_, sets_, was_set_}; }
+  void takeBack(const Demographics& before);
+
+  struct Growth {
+    uint64_t more = 0;
+    uint64_t fewer = 0;
+    kit::Value before{};  ///< the list that was known, to be let go of under no lock
+  };
+  /// Looks at the store again: what changed there by no call of the two above.
+  Growth lookAgainAtList(LedgerKind kind);
+  Growth lookAgainAtDemographics();
+  /// As both, for all kinds, of a store that came to light only now: what was in its file.
+  LedgerAccounts::Found lookAgainInTheLight();
+
+ private:
+  bool takeDemographic(size_t slot);
+
+  const kit::KeyValueStore& store_;
+  std::array<kit::Value, kLedgerKinds> lists_;
+  std::array<uint64_t, kDemographicValues> versions_{};
+  uint64_t last_version_ = 0;
+  DemographicSets sets_;
+  std::array<bool, kDemographicValues> was_set_{};  ///< by setDemographic()
+};
+
+}  // namespace morvik::runtime

@@ -1,0 +1,100 @@
+#include "runtime/life/start_hold.h"
+
+#include <utility>
+
+namespace morvik::runtime {
+namespace {
+
+constexpr int kTries = static_cast<int>(kStartHoldSeconds / kStartHoldTrySeconds);
+
+}  // namespace
+
+void StartHold::begin(Hooks hooks) {
+  hooks_ = std::move(hooks);
+  if (store_.opening() != StoreOpening::kUnavailable)
+    return;
+  waiting_.reserve(kMaxHeldNotifications);
+  is_dark_ = true;
+  is_holding_ = true;
+  tryAgain(kTries);
+}
+
+void StartHold::pass(kit::Notification notification) {
+  if (!is_holding_ && waiting_.empty())
+    return hooks_.deliver(notification);
+  if (!waiting_.empty() && waiting_.back() == notification)
+    return;
+  // What waits alternates: without the last one the one before it is of this kind.
+  if (waiting_.size() == kMaxHeldNotifications)
+    waiting_.pop_back();
+  else
+    waiting_.push_back(notification);
+}
+
+void StartHold::storeCameToLight() {
+  is_dark_ = false;
+  end();
+}
+
+/// A file that has turned out to be of a newer version is not asked again.
+bool StartHold::isSettled() {
+  if (!is_dark_ || store_.opening() == StoreOpening::kUnavailable)
+    return !is_dark_;
+  is_dark_ = false;
+  end();
+  hooks_.when_settled();
+  return true;
+}
+
+void StartHold::end() {
+  if (!is_holding_.exchange(false))
+    return;
+  hooks_.when_over();
+  if (is_dark_)
+    tryLater();
+  deliverWaiting();
+}
+
+/// What comes meanwhile, out of a callback, comes behind what waits.
+void StartHold::deliverWaiting() {
+  try {
+    for (size_t delivered = 0; delivered < waiting_.size(); ++delivered)
+      hooks_.deliver(waiting_[delivered]);
+  } catch (...) {
+    waiting_.clear();
+    throw;
+  }
+  waiting_.clear();
+}
+
+/// The commit of each turn takes over what the try before it has opened.
+void StartHold::tryAgain(int tries_left) {
+  try {
+    store_.flushNow();
+    main_loop_.schedule(kStartHoldTrySeconds, [this, tries_left] {
+      if (!is_holding_ || isSettled())
+        return;
+      if (tries_left == 1)
+        end();
+      else
+        tryAgain(tries_left - 1);
+    });
+  } catch (...) {
+    end();  // no timer would
+    throw;
+  }
+}
+
+/// Where there is no memory to go on with, CommitRetry is left.
+void StartHold::tryLater() {
+  main_loop_.schedule(kStoreReopenSeconds, [this] {
+    if (isSettled())
+      return;
+    store_.flushNow();
+    // Not for its own sake: its commit takes over what was opened.
+    main_loop_.schedule(kStartHoldTrySeconds, [] {});
+    tryLater();
+  });
+}
+
+}  // namespace morvik::runtime

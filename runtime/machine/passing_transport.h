@@ -1,0 +1,30 @@
+// A machine's transport that stands before another one and passes everything on to it.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <utility>
+
+#include "runtime/machine/machine.h"
+
+namespace morvik::runtime {
+
+/// To be derived from: what changes nothing on the way is not said again.
+class PassingTransport : public MachineTransport {
+ public:
+  void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
+    transport_.start(std::move(request), std::move(handler));
+  }
+  size_t inFlight() const override { return transport_.inFlight(); }
+  void setHeld(bool held) override { transport_.setHeld(held); }
+  void wishDidChange() override { transport_.wishDidChange(); }
+  void shutdown() override { transport_.shutdown(); }
+
+ protected:
+  /// `transport` outlives it.
+  explicit PassingTransport(MachineTransport& transport) : transport_(transport) {}
+
+  MachineTransport& transport_;
+};
+
+}  // namespace morvik::runtime

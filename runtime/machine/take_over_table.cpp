@@ -1,0 +1,84 @@
+#include "runtime/machine/take_over_table.h"
+
+#include "runtime/handed_over.h"
+#include "runtime/ledger/ledger_accounts.h"
+#include "runtime/siblings/kept_identifier.h"
+#include "services/MorvikGVUserDefaults.h"
+#include "services/conversion_cache.h"
+#include "services/endpoints.h"
+
+namespace morvik::runtime {
+
+TakeOverTable takeOverTable() {
+  namespace property = services::property;
+  const std::string launches =
+      std::string(services::kMorvikNSUserDefaultsDomainName) + "." + services::kAppLaunchCountSaveKey;
+  return {
+      .rows =
+          {
+              // The referral record, with the user number by which the service knows the install.
+              {property::fendoUserInfo_fendoUserNo, TakeOver::kRecord},
+              {property::fendoUserInfo_shardNum, TakeOver::kRecord},
+              {property::fendoUserInfo_referralKey, TakeOver::kRecord},
+              {property::fendoUserInfo_subReferralKey, TakeOver::kRecord},
+              {property::fendoUserInfo_refUSN, TakeOver::kRecord},
+              {property::fendoUserInfo_channelType, TakeOver::kRecord},
+              {property::fendoUserInfo_shardNo, TakeOver::kRecord},
+              {property::fendoUserInfo_updated_at, TakeOver::kRecord},
+              {property::fendoUserInfo_referral_data, TakeOver::kRecord},
+              {property::fendoUserInfo_reengagement_conversion_key, TakeOver::kRecord},
+              {property::fendoUserInfo_reengagement_data, TakeOver::kRecord},
+              {property::fendoUserInfo_reengagement_datetime, TakeOver::kRecord},
+              {property::fendoUserInfo_last_referral_key, TakeOver::kRecord},
+              {property::fendoUserInfo_last_referral_data, TakeOver::kRecord},
+              {property::fendoUserInfo_last_referral_datetime, TakeOver::kRecord},
+              {property::fendoUserInfo_install_datetime, TakeOver::kRecord},
+              {property::fendoUserInfo_install_mdatetime, TakeOver::kRecord},
+              // How the device stands now.
+              {property::fendoUserInfo_isApplicationPortrait, TakeOver::kProcess},
+              {property::fendoUserInfo_last_app_launched_date, TakeOver::kLater},
+              {property::MorvikCoreUserInfo_endSessoinDate, TakeOver::kLater},
+              {property::commercePremiumPostBack, TakeOver::kProcess},
+              // What was recorded.
+              {property::fendoActivityInfos, TakeOver::kJoin},
+              {property::fendoImpressionInfos, TakeOver::kJoin},
+              {property::commerceConversionInfos, TakeOver::kJoin},
+              {property::commerceExpansionInfos, TakeOver::kJoin},
+              {property::reEngagementInfos, TakeOver::kJoin},
+              {property::reEngagementConversionFailedCnt, TakeOver::kJoin},
+              {property::MorvikCoreUserInfo_Crash, TakeOver::kJoin},
+              {kHandedOverKey, TakeOver::kJoin},
+              // The ids that a batch of an earlier process noted mean nothing to the answer that this one waits for:
+              // joined, it would delete what it never carried.
+              {property::fendoActivityInfosSentEventKeys, TakeOver::kProcessAlone},
+              {services::kConversionTimesKey, TakeOver::kJoin},
+              {property::fendoConversionInfoForCaches, TakeOver::kUnite},
+              // That of the first session that had one.
+              {property::MorvikCoreUserInfo_IDFA, TakeOver::kFile},
+              // What the user wants: this process was told last, or the file beside the store said so.
+              {property::MorvikCoreUserInfo_isGDPRForgetMe, TakeOver::kProcess},
+              // What the service accepted of this process named another device, so the wish is yet to be told.
+              {property::MorvikCoreUserInfo_isGDPRForgetMeServerSynced, TakeOver::kConfirmed,
+               property::MorvikCoreUserInfo_isGDPRForgetMe},
+              {property::fendoUserDemoInfo_age, TakeOver::kProcess},
+              {property::fendoUserDemoInfo_gender, TakeOver::kProcess},
+              {property::fendoUserDemoInfo_userId, TakeOver::kProcess},
+              {property::fendoUserDemoInfoForComplete_age, TakeOver::kProcess},
+              {property::fendoUserDemoInfoForComplete_gender, TakeOver::kProcess},
+              {property::fendoUserDemoInfoForComplete_userId, TakeOver::kProcess},
+              // The plain entries.
+              {launches, TakeOver::kAdd},
+              {services::kPassOpenUrlKey, TakeOver::kProcess},
+              // The host's own: who the device is, and the account, to which LedgerBook::storeCameToLight() adds what
+              // was counted meanwhile.
+              {std::string(kDeviceIdKey), TakeOver::kFile},
+              {std::string(kInstallIdKey), TakeOver::kFile},
+              {std::string(kAdvertisingIdKey), TakeOver::kFile},
+              {std::string(kLedgerKey), TakeOver::kFile},
+              {std::string(kDemographicSetsKey), TakeOver::kFile},
+          },
+      .record_key = property::fendoUserInfo_referralKey,
+  };
+}
+
+}  // namespace morvik::runtime

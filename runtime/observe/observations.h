@@ -1,0 +1,104 @@
+// What the app is told of the kit's own doing: batches delivered, requests failed, events refused, an erasure answered.
+// The latest success and failure, for MorvikCore::status(). And the kit's life in a few lines of the log, at level 4.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "kit/MorvikCoreServicesLib.h"
+#include "kit/clock.h"
+#include "kit/endpoints.h"
+#include "kit/transport.h"
+#include "morvik/recorded.h"
+#include "morvik/status.h"
+#include "runtime/ledger/ledger_book.h"
+#include "runtime/machine/machine.h"
+#include "runtime/observe/request_kind.h"
+#include "runtime/siblings/MorvikCore.h"
+#include "services/MorvikGVUserDefaults.h"
+#include "services/log.h"
+
+namespace morvik::runtime {
+
+/// Of each reason, so many refused events wait at most to be told to the app. Past this an event is refused all the
+/// same, and its delegate is not called: an app that records refused events by the thousand would otherwise fill the
+/// main queue.
+inline constexpr size_t kMaxPendingRefusals = 16;
+
+/// References outlive the observations.
+struct ObservationsParts {
+  MachineLoop& main_loop;
+  const MorvikCore& facade;
+  const kit::Clock& clock;
+  services::MorvikGVUserDefaults store;
+  services::Logger logger;
+  kit::Endpoints endpoints;
+  std::function<bool()> is_session_open;  ///< any thread
+  /// An erasure with this body erases what the service has of this device. Main queue.
+  std::function<bool(const std::string& body)> names_this_device;
+};
+
+/// The app's slots are called on the main queue, each in a turn of its own behind what it tells of; what they throw
+/// ends there, with a line in the log.
+class Observations {
+ public:
+  explicit Observations(ObservationsParts parts);
+
+  /// An event of the app was refused. Nobody is told of one that was kept, nor of one that came to a kit which does not
+  /// run. Any thread.
+  void refused(Recorded reason);
+
+  /// An exchange has ended, and its handler comes next. Main queue.
+  void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result, const LedgerLoad& load);
+  /// The next exchange to end is an erasure that had this body. Main queue.
+  void erasureDidEnd(std::string body) { ended_erasure_ = std::move(body); }
+  /// A batch is on its way: told in a turn of its own, since whoever lets it leave must not wait. Any thread.
+  void batchLeaves(size_t activities);
+  /// To be called where a session may have started or ended. Any thread.
+  void sessionMayHaveChanged();
+  void hostDidStart(const std::string& store_folder);
+  /// `status`: as it stands then. Once.
+  void hostDidStop(Status status);
+
+  /// Any thread.
+  std::optional<Status::Time> lastSuccess() const;
+  std::optional<Status::Failure> lastFailure() const;
+  /// Nothing while the host runs.
+  std::optional<Status> statusAtStop() const;
+
+ private:
+  struct Ended {
+    RequestKind kind;
+    bool is_accepted;
+    kit::Date when;
+    DeliveryFailure failure;  ///< as far as it is known before the handler has run
+    LedgerLoad load;
+    std::string erasure;  ///< the body of one
+  };
+  void note(Ended ended);
+  void tell(const Ended& ended) const;
+  bool isErased(const Ended& ended) const;
+  bool isTriedAgain(const Ended& ended) const;
+  bool isActivityKept(const kit::Value& id) const;
+  bool isClickKept(const kit::Value& click) const;
+  void logBatch(const Ended& ended);
+
+  const ObservationsParts parts_;
+  const RequestKinds kinds_;
+  std::string ended_erasure_;
+  std::array<std::atomic<size_t>, static_cast<size_t>(Recorded::kRefusedNotRunning)> pending_refusals_{};
+
+  mutable std::mutex mutex_;  // guards what follows
+  bool is_session_open_ = false;
+  std::optional<Status::Time> last_success_;
+  std::optional<Status::Failure> last_failure_;
+  std::optional<Status> at_stop_;
+};
+
+}  // namespace morvik::runtime

@@ -1,0 +1,34 @@
+// Brings outcomes to the main queue: each handler once, none after the end.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "kit/queues.h"
+#include "kit/transport.h"
+#include "runtime/machine/machine.h"
+
+namespace morvik::runtime {
+
+/// Any thread. The main queue must live until close() has returned; blocks that it still holds then do nothing.
+class HandlerDelivery {
+ public:
+  explicit HandlerDelivery(kit::MainQueue& main_queue);
+
+  /// Counts in one more request. False after close(): the request is not to be begun.
+  bool admit();
+  /// Posts the outcome of an admitted request. `handler` runs in a later turn, unless close() comes first.
+  void deliver(TransportHandler handler, kit::TransportOutcome outcome);
+  /// Requests whose handler has not begun.
+  size_t unanswered() const;
+  /// From here on no handler begins. Waits for one that is running on another thread, at most `max_wait_seconds`;
+  /// called from inside a handler it does not wait for that one.
+  void close(double max_wait_seconds);
+
+ private:
+  struct State;
+  kit::MainQueue& main_queue_;
+  std::shared_ptr<State> state_;  ///< shared with the posted blocks, which may outlive this
+};
+
+}  // namespace morvik::runtime

@@ -1,0 +1,80 @@
+#include "runtime/start.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <memory>
+
+#include "host/system_machine.h"
+#include "tests/support/scratch_folder.h"
+
+namespace morvik::runtime {
+namespace {
+
+/// The system's, which tells when it goes, and whose parts refer to it.
+class WatchedSystem final : public host::SystemMachine {
+ public:
+  explicit WatchedSystem(std::promise<void>& gone) : gone_(gone) {}
+  ~WatchedSystem() override { gone_.set_value(); }
+  std::unique_ptr<MachineClock> makeClock() override { return std::make_unique<Clock>(*this); }
+
+ private:
+  class Clock final : public MachineClock {
+   public:
+    explicit Clock(const WatchedSystem& machine) : machine_(machine) {}
+    kit::Date now() const override { return machine_.clock_->now(); }
+    std::chrono::steady_clock::time_point steadyNow() const override { return machine_.clock_->steadyNow(); }
+    void moveBySeconds(double) override {}
+
+   private:
+    const WatchedSystem& machine_;
+  };
+
+  std::promise<void>& gone_;
+  const std::unique_ptr<MachineClock> clock_ = host::SystemMachine::makeClock();
+};
+
+/// Threads of the kit may let go of the last parts shortly after the end.
+bool isReadyInTheEnd(const std::future<void>& gone) {
+  return gone.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+}
+
+HostOptions optionsIn(const test::ScratchFolder& folder) {
+  HostOptions options;
+  options.store_folder = folder / "store";
+  options.app_key = "app";
+  options.hash_key = "hash";
+  options.tracking_key = "";
+  options.service_url = "http://127.0.0.1:9/";
+  options.log_level = 0;
+  return options;
+}
+
+TEST(Start, KeepsItsMachineForAsLongAsTheKit) {
+  const test::ScratchFolder folder;
+  std::promise<void> gone;
+  const std::future<void> is_gone = gone.get_future();
+  StartResult started = start(optionsIn(folder), std::make_unique<WatchedSystem>(gone));
+  ASSERT_TRUE(started) << started.error;
+  // By the machine's clock.
+  EXPECT_EQ(started.core->addActivity("shop", "look"), Recorded::kKept);
+  EXPECT_EQ(is_gone.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  started.core.reset();
+  EXPECT_TRUE(isReadyInTheEnd(is_gone));
+}
+
+TEST(Start, LetsItsMachineGoWithAnErrorOfTheOptions) {
+  const test::ScratchFolder folder;
+  HostOptions options = optionsIn(folder);
+  options.app_key = "";
+  std::promise<void> gone;
+  const std::future<void> is_gone = gone.get_future();
+  const StartResult started = start(options, std::make_unique<WatchedSystem>(gone));
+  EXPECT_FALSE(started);
+  EXPECT_TRUE(started.error.starts_with("HostOptions::app_key is empty")) << started.error;
+  EXPECT_TRUE(isReadyInTheEnd(is_gone));
+}
+
+}  // namespace
+}  // namespace morvik::runtime
