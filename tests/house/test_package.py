@@ -10,6 +10,9 @@ import unittest
 
 import tree
 
+# With these switched off, a find_package for any of them would fail.
+NO_OTHER_LIBRARY = [f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON"
+                    for name in ("CURL", "OpenSSL", "SQLite3", "ZLIB", "simdjson", "PkgConfig", "Threads")]
 CONSUMERS = os.path.join(tree.ROOT, "tests", "package")
 EXAMPLE = "examples/testing-your-app"
 FILE = re.compile(r"<!-- file: (\S+) -->\s*```\w+\n(.*?)^```$", re.DOTALL | re.MULTILINE)
@@ -50,13 +53,12 @@ class ThePackage(unittest.TestCase):
         folder = self.build("host", os.path.join(CONSUMERS, "host"))
         self.assertEqual(run(os.path.join(folder, "consumer"), os.path.join(folder, "store")), "the host works\n")
 
-    def test_the_core_and_the_fakes_alone_look_for_no_other_library(self):
-        # With these switched off, a find_package for any of them would fail.
-        off = [f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON"
-               for name in ("CURL", "OpenSSL", "SQLite3", "ZLIB", "simdjson", "PkgConfig", "Threads")]
-        for component, says in (("core", "the core works\n"), ("testing", "the fakes work\n")):
+    def test_core_runtime_and_fakes_alone_look_for_no_other_library(self):
+        for component, says in (
+            ("core", "the core works\n"), ("runtime", "the runtime works\n"), ("testing", "the fakes work\n")
+        ):
             with self.subTest(component=component):
-                folder = self.build(component, os.path.join(CONSUMERS, component), *off)
+                folder = self.build(component, os.path.join(CONSUMERS, component), *NO_OTHER_LIBRARY)
                 self.assertEqual(run(os.path.join(folder, "consumer")), says)
 
     def test_pkg_config_serves_core_and_host(self):
