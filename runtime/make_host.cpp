@@ -336,6 +336,10 @@ void makeCore(HostParts& parts, HostOf host_of) {
   parts.size_trigger.setCall([&parts] { parts.core->chkAndSendDataWhenActivityCntMoreThenTen(); });
 }
 
+void tellThatCrashesAreNotReported(const HostParts& parts, const kit::Error& why) {
+  MORVIK_LOG(parts.logger, kit::lcl_vWarning, "+[MorvikCore start]", "Morvik host: crashes are not reported: %@", why);
+}
+
 void reportCrashes(HostParts& parts, MachineCrashes& crashes) {
   CrashReporting reporting;
   reporting.concerns_us = MorvikCoreLib::concernsTheKit;
@@ -348,8 +352,7 @@ void reportCrashes(HostParts& parts, MachineCrashes& crashes) {
   noteForACrash(parts);
   auto installed = crashes.install(std::move(reporting));
   if (const auto* error = std::get_if<kit::Error>(&installed)) {
-    MORVIK_LOG(parts.logger, kit::lcl_vWarning, "+[MorvikCore start]", "Morvik host: crashes are not reported: %@",
-               *error);
+    tellThatCrashesAreNotReported(parts, *error);
     parts.crash_note = nullptr;
     return;
   }
@@ -358,8 +361,12 @@ void reportCrashes(HostParts& parts, MachineCrashes& crashes) {
 
 void watchProcess(HostParts& parts, Machine& machine) {
   const auto crashes = machine.makeCrashes(parts.options.options.store_folder, *parts.json, parts.logger);
-  if (crashes == nullptr)
+  if (crashes == nullptr) {
+    if (parts.options.options.report_crashes)
+      tellThatCrashesAreNotReported(parts,
+                                    {"this platform has no crash reporting; set HostOptions::report_crashes to false"});
     return;
+  }
   crashes->nameStoredTraces(parts.properties);
   crashes->reportEarlier(
       [&core = *parts.core](const kit::UncaughtException& crash) { return core.takeCrashOfEarlierProcess(crash); });

@@ -2,9 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "host/system_machine.h"
 #include "tests/support/scratch_folder.h"
@@ -35,6 +39,15 @@ class WatchedSystem final : public host::SystemMachine {
   const std::unique_ptr<MachineClock> clock_ = host::SystemMachine::makeClock();
 };
 
+/// The system's without its crash reporting.
+class SystemWithoutCrashes final : public host::SystemMachine {
+ public:
+  std::unique_ptr<MachineCrashes> makeCrashes(const std::string&, const kit::JsonCodec&,
+                                              const services::Logger&) override {
+    return nullptr;
+  }
+};
+
 /// Threads of the kit may let go of the last parts shortly after the end.
 bool isReadyInTheEnd(const std::future<void>& gone) {
   return gone.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
@@ -62,6 +75,27 @@ TEST(Start, KeepsItsMachineForAsLongAsTheKit) {
   EXPECT_EQ(is_gone.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
   started.core.reset();
   EXPECT_TRUE(isReadyInTheEnd(is_gone));
+}
+
+TEST(Start, TellsOnceThatAPlatformWithoutCrashReportingReportsNone) {
+  for (const bool is_asked_for : {false, true}) {
+    const test::ScratchFolder folder;
+    HostOptions options = optionsIn(folder);
+    options.log_level = 3;
+    options.report_crashes = is_asked_for;
+    std::vector<std::string> lines;
+    options.log_sink = [&lines](std::string_view line) { lines.emplace_back(line); };
+    {
+      const StartResult started = start(options, std::make_unique<SystemWithoutCrashes>());
+      ASSERT_TRUE(started) << started.error;
+    }
+    const auto tells = [](const std::string& line) {
+      return line.ends_with(
+          "Morvik host: crashes are not reported: this platform has no crash reporting; set "
+          "HostOptions::report_crashes to false");
+    };
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(), tells), is_asked_for ? 1 : 0);
+  }
 }
 
 TEST(Start, LetsItsMachineGoWithAnErrorOfTheOptions) {
