@@ -15,6 +15,7 @@ NO_OTHER_LIBRARY = [f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON"
                     for name in ("CURL", "OpenSSL", "SQLite3", "ZLIB", "simdjson", "PkgConfig", "Threads")]
 CONSUMERS = os.path.join(tree.ROOT, "tests", "package")
 EXAMPLE = "examples/testing-your-app"
+PLATFORM = "examples/another-platform"
 FILE = re.compile(r"<!-- file: (\S+) -->\s*```\w+\n(.*?)^```$", re.DOTALL | re.MULTILINE)
 PROGRAM = re.compile(r"<!-- program\b[^>]*-->\s*```cpp\n(.*?)^```$", re.DOTALL | re.MULTILINE)
 
@@ -84,6 +85,10 @@ class ThePackage(unittest.TestCase):
         self.assertEqual(run(os.path.join(folder, "shop_test")), "the shop works\n")
         told = run("ctest", "--test-dir", folder, "--output-on-failure")
         self.assertIn("100% tests passed, 0 tests failed out of 2", told)
+
+    def test_the_example_of_another_platform_is_built_without_any_other_library_and_works(self):
+        folder = self.build("platform", os.path.join(tree.ROOT, PLATFORM), *NO_OTHER_LIBRARY)
+        self.assertEqual(run(os.path.join(folder, "app")), "the platform works\n")
 
     def test_every_block_of_the_page_on_testing_is_what_it_says(self):
         page = tree.read(tree.ROOT, "docs/testing-your-app.md")
