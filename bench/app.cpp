@@ -25,6 +25,7 @@
 #include "bench/support/run_delay.h"
 #include "host/make_host.h"
 #include "morvik/morvik.h"
+#include "simulation/levered_machine.h"
 
 extern char** environ;
 
@@ -149,7 +150,9 @@ void printCommits(const std::string& what, const Times& times) {
 /// Commits are measured whole, since a committer that has no processor holds others up.
 double recordingBesideCommits(int rows) {
   const Folder folder;
-  auto made = host::makeHost(optionsOn(folder.path()));
+  auto machine = std::make_unique<simulation::LeveredMachine>();
+  auto& levers = *machine;
+  auto made = host::makeHost(optionsOn(folder.path()), std::move(machine));
   auto* const host = std::get_if<std::unique_ptr<runtime::Host>>(&made);
   if (host == nullptr)
     std::exit(2);
@@ -157,7 +160,7 @@ double recordingBesideCommits(int rows) {
   std::vector<double> commit_microseconds;
   std::thread committer([&] {
     for (int i = 0; !over; ++i) {
-      (*host)->setStoredValue("bench", newRows(rows, i));
+      levers.edit("bench", newRows(rows, i));
       const int64_t begin = nowNanoseconds();
       (*host)->properties().synchronize();
       commit_microseconds.push_back(static_cast<double>(nowNanoseconds() - begin) / 1e3);

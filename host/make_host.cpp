@@ -2,6 +2,8 @@
 
 #include <openssl/crypto.h>
 
+#include <utility>
+
 #include "host/json/simdjson_codec.h"
 #include "host/system_machine.h"
 #include "morvik/morvik.h"
@@ -25,8 +27,13 @@ void prepareLibrariesForExit() {
 }  // namespace
 
 std::variant<std::unique_ptr<runtime::Host>, kit::Error> makeHost(const HostOptions& options) {
+  return host::makeHost(options, std::make_unique<SystemMachine>());
+}
+
+std::variant<std::unique_ptr<runtime::Host>, kit::Error> makeHost(const HostOptions& options,
+                                                                  std::unique_ptr<SystemMachine> machine) {
   prepareLibrariesForExit();
-  return runtime::makeHost(options, std::make_unique<SystemMachine>());
+  return runtime::makeHost(options, std::move(machine));
 }
 
 }  // namespace morvik::host

@@ -4,6 +4,7 @@
 #include <memory>
 #include <variant>
 
+#include "host/system_machine.h"
 #include "kit/error.h"
 #include "morvik/host_options.h"
 #include "runtime/make_host.h"
@@ -12,5 +13,8 @@ namespace morvik::host {
 
 /// Makes a host that runs on the system: as morvik::MorvikCore::start() says, whose work this is.
 std::variant<std::unique_ptr<runtime::Host>, kit::Error> makeHost(const HostOptions& options);
+/// The same on a machine that is the system's but for parts of the caller's. It goes with the kit.
+std::variant<std::unique_ptr<runtime::Host>, kit::Error> makeHost(const HostOptions& options,
+                                                                  std::unique_ptr<SystemMachine> machine);
 
 }  // namespace morvik::host

@@ -354,10 +354,6 @@ kit::MainQueue& Host::mainQueue() {
   return *parts_->main_loop;
 }
 
-void Host::afterUncounted(double delay_seconds, kit::Block block) {
-  parts_->main_loop->schedule(delay_seconds, std::move(block));
-}
-
 void Host::afterThisTurn(kit::Block block) {
   parts_->main_loop->afterThisTurn(std::move(block));
 }
@@ -370,10 +366,6 @@ kit::Value Host::storedValue(std::string_view key) {
   return parts_->plain_store->get(key);
 }
 
-void Host::setStoredValue(std::string_view key, kit::Value value) {
-  parts_->ledger.set(key, std::move(value), LedgerWriter::kHand);
-}
-
 void Host::storeOpenedUrl(std::string_view url) {
   keepOpenedUrl(*parts_, kit::Url(std::string(url)));
 }
@@ -384,14 +376,6 @@ std::vector<std::pair<std::string, kit::Value>> Host::allStored() const {
 
 void Host::setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate) {
   parts_->services.setSaveFendoUserInfoDelegate(std::move(delegate));
-}
-
-void Host::moveClockBySeconds(double seconds) {
-  parts_->clock->moveBySeconds(seconds);
-}
-
-void Host::setOffline(bool offline) {
-  parts_->util.setOffline(offline);
 }
 
 void Host::reportUncaughtException(const kit::UncaughtException& exception) {

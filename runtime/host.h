@@ -101,24 +101,17 @@ class Host final : public morvik::MorvikCore {
   // What the programs of this tree need beside.
 
   kit::MainQueue& mainQueue();
-  /// As mainQueue().after(), but it is not counted as pending. Any thread.
-  void afterUncounted(double delay_seconds, kit::Block block);
   /// Runs `block` once what the running turn wrote is committed. From within a turn only.
   void afterThisTurn(kit::Block block);
   /// The stored properties, and the two plain entries by their keys. Any thread.
   services::MorvikGVUserDefaults properties();
   kit::Value storedValue(std::string_view key);
-  void setStoredValue(std::string_view key, kit::Value value);
   /// Keeps a URL for the next session start, as HostOptions::opened_url does. Any thread.
   void storeOpenedUrl(std::string_view url);
   /// All that is stored, by name, the host's own values included. Any thread.
   std::vector<std::pair<std::string, kit::Value>> allStored() const;
   /// Of the services object; held weakly. Any thread.
   void setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate);
-  /// Moves the wall clock of this host, forward or back; timers are not touched. Any thread.
-  void moveClockBySeconds(double seconds);
-  /// Whether the network status says that there is no network. The transport stays. Any thread.
-  void setOffline(bool offline);
   /// An exception that nobody caught becomes a crash report, if it concerns the kit. The crash hook does this itself;
   /// for machines on which nothing really crashes. Any thread; waits for no lock.
   void reportUncaughtException(const kit::UncaughtException& exception);

@@ -456,6 +456,10 @@ std::variant<std::unique_ptr<Host>, kit::Error> makeHostOn(Machine& machine, std
   // Its last owner may have let go of it only now, in the middle of an erasing.
   if (parts->eraser->isDue())
     return kit::Error{"the data in \"" + store_folder + "\" is being erased; start again"};
+  machine.takeEditor([weak = std::weak_ptr(parts)](std::string_view key, kit::Value value) {
+    if (const auto edited = weak.lock())
+      edited->ledger.set(key, std::move(value), LedgerWriter::kHand);
+  });
   tellWhatTheEnvironmentChanged(*parts);
   tellWarnings(*parts);
   parts->plain_store->tellWaiting();

@@ -541,6 +541,7 @@ class BusyLife {
     if (options_.sabotage == Sabotage::kKeepsNothing)
       rememberTheDisk();
     is_starting_ = true;
+    machine_.setOffline(false);
     process_ = machine_.start(hostOptions(*this));
     machine_.loop.runUntilIdle();
     is_starting_ = false;
@@ -821,9 +822,9 @@ class BusyLife {
 
   /// Where there is a network an accepted withdrawal would count as another wish to be forgotten.
   void withdraw() {
-    doNow([](runtime::Host& host) { host.setOffline(true); });
+    doNow([this](runtime::Host&) { machine_.setOffline(true); });
     wish(false);
-    doNow([](runtime::Host& host) { host.setOffline(false); });
+    doNow([this](runtime::Host&) { machine_.setOffline(false); });
   }
 
   // ------------------------------------------------------------------------------------------------- the newer program

@@ -44,7 +44,6 @@ void TestDevice::start() {
   app.tracking_key = options_.keys.tracking_key;
   app.log_sink = [this](std::string_view line) { log_.line(line); };
   process_ = machine_.start(app);
-  process_->setOffline(is_offline_);
   if (options_.at_start)
     options_.at_start(*process_);
   settle();
@@ -86,15 +85,13 @@ void TestDevice::setClockBy(std::chrono::duration<double> time) {
 void TestDevice::goOffline() {
   is_offline_ = true;
   machine_.transport.goOffline();
-  if (process_)
-    process_->setOffline(true);
+  machine_.setOffline(true);
 }
 
 void TestDevice::goOnline() {
   is_offline_ = false;
   machine_.transport.goOnline();
-  if (process_)
-    process_->setOffline(false);
+  machine_.setOffline(false);
 }
 
 size_t TestDevice::delivered(std::string_view group, std::string_view name) const {

@@ -16,6 +16,7 @@
 #include "host/store/sqlite_store.h"
 #include "host/store/wish_file.h"
 #include "host/system_inputs.h"
+#include "kit/MorvikADUtil.h"
 #include "kit/house_lock.h"
 #include "runtime/machine/take_over_table.h"
 #include "runtime/make_host.h"
@@ -40,7 +41,6 @@ class VirtualClock final : public runtime::MachineClock {
   kit::Date now() const override { return loop_.now(); }
   // Nobody waits here by the clock of the machine below, but who asks is to see time pass.
   std::chrono::steady_clock::time_point steadyNow() const override { return std::chrono::steady_clock::now(); }
-  void moveBySeconds(double seconds) override { loop_.moveWallClock(seconds); }
 
  private:
   testing::VirtualLoop& loop_;
@@ -82,13 +82,17 @@ class SharedRandom final : public kit::Random {
 
 class VirtualFacts final : public runtime::MachineFacts {
  public:
-  explicit VirtualFacts(const VirtualMachineOptions& options) : options_(options) {}
-  std::string networkStatus(bool) const override { return options_.network_status; }
+  VirtualFacts(const VirtualMachineOptions& options, const bool& is_offline)
+      : options_(options), is_offline_(is_offline) {}
+  std::string networkStatus(bool) const override {
+    return is_offline_ ? kit::kNetworkUnknown : options_.network_status;
+  }
   std::optional<int64_t> freeDiskBytes(const std::string&) const override { return options_.free_disk_bytes; }
   uint32_t freeMemoryKibibytes() const override { return options_.free_memory_kibibytes; }
 
  private:
   const VirtualMachineOptions& options_;
+  const bool& is_offline_;
 };
 
 /// The store of one process.
@@ -241,6 +245,15 @@ void VirtualMachine::kill(std::unique_ptr<runtime::Host> process, const DiskCut&
     options_.disk->restart(cut);
 }
 
+void VirtualMachine::after(double delay_seconds, kit::Block block) {
+  loop.schedule(delay_seconds, std::move(block));
+}
+
+void VirtualMachine::edit(std::string_view key, kit::Value value) {
+  if (editor_)
+    editor_(key, std::move(value));
+}
+
 std::unique_ptr<const runtime::MachineInputs> VirtualMachine::makeInputs() {
   return std::make_unique<VirtualInputs>();
 }
@@ -267,7 +280,7 @@ std::unique_ptr<runtime::MachineThreads> VirtualMachine::makeThreads() {
 }
 
 std::unique_ptr<runtime::MachineFacts> VirtualMachine::makeFacts() {
-  return std::make_unique<VirtualFacts>(options_);
+  return std::make_unique<VirtualFacts>(options_, is_offline_);
 }
 
 std::unique_ptr<const kit::Cipher> VirtualMachine::makeCipher() {

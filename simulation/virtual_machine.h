@@ -12,11 +12,14 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "kit/clock.h"
 #include "morvik/host_options.h"
 #include "runtime/host.h"
 #include "runtime/machine/machine.h"
+#include "simulation/levers.h"
 #include "simulation/simulated_disk.h"
 #include "testing/fake_crypto.h"
 #include "testing/fake_siblings.h"
@@ -50,7 +53,7 @@ struct VirtualMachineOptions {
 HostOptions simulatedApp();
 
 /// Of one thread. Everything public outlives the processes.
-class VirtualMachine : public runtime::Machine {
+class VirtualMachine : public runtime::Machine, public Levers {
  public:
   explicit VirtualMachine(VirtualMachineOptions options = {});
   ~VirtualMachine() override;
@@ -68,6 +71,11 @@ class VirtualMachine : public runtime::Machine {
   /// The process dies at once: what was not committed is lost, and nothing of it runs any more. Between turns only.
   /// `cut`: how the disk is cut off, if there is one and it was not cut off before.
   void kill(std::unique_ptr<runtime::Host> process, const DiskCut& cut = DiskCut::killed());
+
+  void moveClock(double seconds) override { loop.moveWallClock(seconds); }
+  void setOffline(bool offline) override { is_offline_ = offline; }
+  void after(double delay_seconds, kit::Block block) override;
+  void edit(std::string_view key, kit::Value value) override;
 
   std::unique_ptr<const runtime::MachineInputs> makeInputs() override;
   std::variant<std::unique_ptr<runtime::MachineLogSink>, kit::Error> makeLogSink(const std::string& file) override;
@@ -87,6 +95,7 @@ class VirtualMachine : public runtime::Machine {
                                                     kit::LogSink& log) override;
   std::unique_ptr<runtime::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
   std::unique_ptr<runtime::MachineBackground> makeBackground(const services::Logger& logger) override;
+  void takeEditor(runtime::StoreEditor editor) override { editor_ = std::move(editor); }
   bool hasThreads() const override { return false; }
   std::atomic<uint64_t>& processWord() override;
   std::unique_ptr<runtime::MachineNetwork> makeNetwork(const std::string& ca_file) override;
@@ -97,6 +106,8 @@ class VirtualMachine : public runtime::Machine {
 
  private:
   const VirtualMachineOptions options_;
+  bool is_offline_ = false;
+  runtime::StoreEditor editor_;  ///< of the latest process
 };
 
 }  // namespace morvik::simulation

@@ -479,9 +479,9 @@ class WildLife final : private MachineWatcher {
   void withdrawOffline() {
     if (!process_ || !process_->isGdprForgetMe())
       return;
-    perform([this] { process_->setOffline(true); });
+    perform([this] { machine_.setOffline(true); });
     wish(false);
-    perform([this] { process_->setOffline(is_app_offline_); });
+    perform([this] { machine_.setOffline(is_app_offline_); });
   }
 
   /// As an app, and a program that inspects, may at any moment.
@@ -543,7 +543,7 @@ class WildLife final : private MachineWatcher {
   void switchOffline() {
     is_app_offline_ = !is_app_offline_ && dice_.happens(0.5);
     if (process_)
-      perform([this] { process_->setOffline(is_app_offline_); });
+      perform([this] { machine_.setOffline(is_app_offline_); });
   }
   void changeTheNetwork() {
     is_offline_ = !is_offline_ && dice_.happens(0.5);
@@ -615,6 +615,7 @@ class WildLife final : private MachineWatcher {
     drawTheDisksSpeed();
     disk_.processStarts(true);
     is_starting_ = true;
+    machine_.setOffline(false);
     process_ = machine_.start(app_);
     machine_.loop.runUntilIdle();
     is_starting_ = false;
@@ -637,7 +638,7 @@ class WildLife final : private MachineWatcher {
     }
     process_->setDelegate(delegate_);
     if (is_app_offline_)
-      perform([this] { process_->setOffline(true); });
+      perform([this] { machine_.setOffline(true); });
     check();
   }
 
@@ -988,7 +989,7 @@ class WildLife final : private MachineWatcher {
     machine_.transport.goOnline();
     dieIfCut();
     takeTheStoreBack();
-    perform([this] { process_->setOffline(false); });
+    perform([this] { machine_.setOffline(false); });
     advance(2 * kMinuteSeconds);
     withdrawOffline();
     advance(1);

@@ -135,7 +135,7 @@ void setStored(Phone& phone, const Arguments& arguments, const Reply& reply) {
   const auto read = propertyValue(property, arguments.json);
   if (const auto* mistake = std::get_if<std::string>(&read))
     return reply(refused(*mistake));
-  phone.host().setStoredValue(property, std::get<kit::Value>(read));
+  phone.levers().edit(property, std::get<kit::Value>(read));
   phone.host().properties().synchronize();
   reply({});
 }
@@ -167,12 +167,12 @@ void tellWhetherForgotten(Phone& phone, const Arguments&, const Reply& reply) {
 }
 
 void goOffline(Phone& phone, const Arguments&, const Reply& reply) {
-  phone.host().setOffline(true);
+  phone.levers().setOffline(true);
   reply({});
 }
 
 void goOnline(Phone& phone, const Arguments&, const Reply& reply) {
-  phone.host().setOffline(false);
+  phone.levers().setOffline(false);
   reply({});
 }
 
@@ -183,7 +183,7 @@ void crash(Phone&, const Arguments& arguments, const Reply&) {
 
 // The kit's own: no function of the program's is between its loop and the library. What perform() runs is the app's.
 void crashBySignal(Phone& phone, const Arguments& arguments, const Reply&) {
-  phone.host().afterUncounted(0, std::bind(::raise, *fatalSignal(arguments.words[0])));
+  phone.levers().after(0, std::bind(::raise, *fatalSignal(arguments.words[0])));
 }
 
 void push(Phone& phone, const Arguments&, const Reply& reply) {
@@ -206,11 +206,11 @@ void switchSending(Phone& phone, const Arguments& arguments, const Reply& reply)
 }
 
 void wait(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().afterUncounted(*arguments.seconds, [reply] { reply({}); });
+  phone.levers().after(*arguments.seconds, [reply] { reply({}); });
 }
 
 void moveClock(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().moveClockBySeconds(*arguments.seconds);
+  phone.levers().moveClock(*arguments.seconds);
   reply({});
 }
 

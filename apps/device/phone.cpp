@@ -5,6 +5,7 @@
 #include "apps/device/option_names.h"
 #include "host/make_host.h"
 #include "runtime/siblings/kept_identifier.h"
+#include "simulation/levered_machine.h"
 
 namespace morvik_device {
 namespace {
@@ -51,27 +52,31 @@ std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& op
   morvik::HostOptions of_host = options.host;
   of_host.modules = makeModules(options.modules, output);
   of_host.report_crashes = true;
-  return taken(host::makeHost(of_host), output);
+  auto machine = std::make_unique<morvik::simulation::LeveredMachine>();
+  auto& levers = *machine;  // goes with the kit
+  return taken(host::makeHost(of_host, std::move(machine)), output, levers);
 }
 
 std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& options, Output& output,
-                                                               runtime::Machine& machine) {
+                                                               runtime::Machine& machine,
+                                                               morvik::simulation::Levers& levers) {
   morvik::HostOptions of_host = options.host;
   of_host.modules = makeModules(options.modules, output);
-  return taken(runtime::makeHost(of_host, machine), output);
+  return taken(runtime::makeHost(of_host, machine), output, levers);
 }
 
 std::variant<std::unique_ptr<Phone>, std::string> Phone::taken(
-    std::variant<std::unique_ptr<runtime::Host>, kit::Error> made, Output& output) {
+    std::variant<std::unique_ptr<runtime::Host>, kit::Error> made, Output& output, morvik::simulation::Levers& levers) {
   if (const auto* error = std::get_if<kit::Error>(&made))
     return inTermsOfTheProgram(error->message);
-  return std::unique_ptr<Phone>(new Phone(std::move(std::get<std::unique_ptr<runtime::Host>>(made)), output));
+  return std::unique_ptr<Phone>(new Phone(std::move(std::get<std::unique_ptr<runtime::Host>>(made)), output, levers));
 }
 
-Phone::Phone(std::unique_ptr<runtime::Host> host, Output& output)
+Phone::Phone(std::unique_ptr<runtime::Host> host, Output& output, morvik::simulation::Levers& levers)
     : delegate_of_app_(makeDelegateOfApp(output)),
       delegate_of_services_(makeDelegateOfServices(output)),
-      host_(std::move(host)) {
+      host_(std::move(host)),
+      levers_(levers) {
   host_->setDelegate(delegate_of_app_);
   host_->setSaveFendoUserInfoDelegate(delegate_of_services_);
 }

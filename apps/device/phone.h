@@ -13,6 +13,7 @@
 #include "morvik/morvik.h"
 #include "runtime/host.h"
 #include "runtime/machine/machine.h"
+#include "simulation/levers.h"
 
 namespace morvik_device {
 
@@ -21,12 +22,16 @@ class Phone {
   /// The kit on its store, or one line about why there is none. The calls of its delegates and modules are written to
   /// `output`, which outlives the phone.
   static std::variant<std::unique_ptr<Phone>, std::string> start(const Options& options, Output& output);
-  /// The same on another machine, which outlives the phone. Crashes of the process are of no matter there.
+  /// The same on another machine, which outlives the phone, and so do its levers. Crashes of the process are of no
+  /// matter there.
   static std::variant<std::unique_ptr<Phone>, std::string> start(const Options& options, Output& output,
-                                                                 morvik::runtime::Machine& machine);
+                                                                 morvik::runtime::Machine& machine,
+                                                                 morvik::simulation::Levers& levers);
 
   /// Any thread; what it offers says more.
   morvik::runtime::Host& host() { return *host_; }
+  /// Of its machine. What they do is done at once.
+  morvik::simulation::Levers& levers() { return levers_; }
   StoreView storeView();
   /// By which services know this install.
   std::string installId();
@@ -35,13 +40,15 @@ class Phone {
 
  private:
   static std::variant<std::unique_ptr<Phone>, std::string> taken(
-      std::variant<std::unique_ptr<morvik::runtime::Host>, morvik::kit::Error> made, Output& output);
-  Phone(std::unique_ptr<morvik::runtime::Host> host, Output& output);
+      std::variant<std::unique_ptr<morvik::runtime::Host>, morvik::kit::Error> made, Output& output,
+      morvik::simulation::Levers& levers);
+  Phone(std::unique_ptr<morvik::runtime::Host> host, Output& output, morvik::simulation::Levers& levers);
 
   // Held weakly by the kit, so they are its last to go.
   std::shared_ptr<const morvik::MorvikCoreDelegate> delegate_of_app_;
   std::shared_ptr<const morvik::kit::SaveFendoUserInfoDelegate> delegate_of_services_;
   std::unique_ptr<morvik::runtime::Host> host_;
+  morvik::simulation::Levers& levers_;
 };
 
 }  // namespace morvik_device

@@ -22,13 +22,6 @@ int64_t floorSeconds(kit::Date date) {
   return date.microseconds % kMicrosecondsPerSecond < 0 ? whole - 1 : whole;
 }
 
-kit::Date moved(kit::Date date, int64_t microseconds) {
-  int64_t sum = 0;
-  if (!__builtin_add_overflow(date.microseconds, microseconds, &sum))
-    return {sum};
-  return {microseconds < 0 ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max()};
-}
-
 kit::CalendarComponents fromTm(const std::tm& civil) {
   return {
       int64_t{civil.tm_year} + kTmYearZero, civil.tm_mon + 1, civil.tm_mday, civil.tm_hour, civil.tm_min, civil.tm_sec};
@@ -53,15 +46,7 @@ std::optional<std::tm> toTm(const kit::CalendarComponents& components) {
 
 kit::Date SystemClock::now() const {
   const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
-  const kit::Date machine{std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count()};
-  return moved(machine, offset_microseconds_.load(std::memory_order_relaxed));
-}
-
-void SystemClock::moveBySeconds(double seconds) {
-  int64_t before = offset_microseconds_.load();
-  while (
-      !offset_microseconds_.compare_exchange_weak(before, kit::Date{before}.shiftedBySeconds(seconds).microseconds)) {
-  }
+  return {std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count()};
 }
 
 SystemCalendar::SystemCalendar() {

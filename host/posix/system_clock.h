@@ -1,9 +1,7 @@
-// The machine's wall clock, with a correction, and its calendar.
+// The machine's wall clock and its calendar.
 #pragma once
 
-#include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <string>
 
 #include "runtime/machine/machine.h"
@@ -15,11 +13,6 @@ class SystemClock final : public runtime::MachineClock {
  public:
   kit::Date now() const override;
   std::chrono::steady_clock::time_point steadyNow() const override { return std::chrono::steady_clock::now(); }
-  /// The system's own clock is not touched.
-  void moveBySeconds(double seconds) override;
-
- private:
-  std::atomic<int64_t> offset_microseconds_{0};
 };
 
 /// The Gregorian calendar in the zone of the environment's TZ, as it was when the object was made.

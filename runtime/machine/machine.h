@@ -234,9 +234,6 @@ class MachineClock : public kit::Clock {
  public:
   /// What a wait is measured by: nobody sets it, and it goes on where now() stands. Any thread; waits for no lock.
   virtual std::chrono::steady_clock::time_point steadyNow() const = 0;
-  /// Moves what now() answers by so many seconds, forward or back, on top of earlier moves; timers are not touched.
-  /// Past the ends of what a date can hold it stays there. Any thread.
-  virtual void moveBySeconds(double seconds) = 0;
 };
 
 class MachineCalendar : public kit::Calendar {
@@ -397,6 +394,10 @@ class MachineLogSink : public kit::LogSink {
   virtual void waitUntil(std::chrono::steady_clock::time_point /*deadline*/) {}
 };
 
+/// Changes a stored value by hand, as a test or a tool does; the ledger counts what that removes. Does nothing once the
+/// kit is gone. Any thread.
+using StoreEditor = std::function<void(std::string_view key, kit::Value value)>;
+
 /// Makes the parts. Each function is called once for a host, or never, but for makeLogSink(); what it is handed by
 /// reference outlives what it returns. The main thread.
 class Machine {
@@ -430,6 +431,8 @@ class Machine {
   }
   virtual std::unique_ptr<MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) = 0;
   virtual std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) = 0;
+  /// For machines that let somebody change what the kit stores; others let it go. Called once, when the store is open.
+  virtual void takeEditor(StoreEditor /*editor*/) {}
   /// 0 in each child that is forked, as soon as it runs; the kit writes it. One for all machines of the process, never
   /// destroyed. By itself one that nobody sets to 0, for systems on which no process is forked. Any thread.
   virtual std::atomic<uint64_t>& processWord();

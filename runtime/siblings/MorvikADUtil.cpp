@@ -59,8 +59,6 @@ void MorvikADUtil::replaceIDFA(const std::string& idfa) {
 }
 
 std::string MorvikADUtil::getNetworkStatus() const {
-  if (is_offline_)
-    return kit::kNetworkUnknown;
   return machine_.networkStatus(facts_.has_loopback_endpoint);
 }
 

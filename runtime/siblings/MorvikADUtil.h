@@ -40,10 +40,8 @@ class MorvikADUtil final : public kit::MorvikADUtil {
   std::optional<std::string> IDFA() const override { return is_idfa_replaced_ ? later_idfa_ : facts_.idfa; }
   /// It turned out to be another one. Once; a second call does nothing.
   void replaceIDFA(const std::string& idfa);
-  /// As it is now, or "unknown" while the device is said to be offline.
+  /// As it is now.
   std::string getNetworkStatus() const override;
-  /// What the network status says; nothing else changes.
-  void setOffline(bool offline) { is_offline_ = offline; }
   std::optional<std::string> platformString() const override { return facts_.model; }
   kit::Value freeDiskSpace() const override;
   uint32_t getFreeRam() const override;
@@ -52,7 +50,6 @@ class MorvikADUtil final : public kit::MorvikADUtil {
  private:
   const UtilFacts facts_;
   const MachineFacts& machine_;
-  std::atomic<bool> is_offline_{false};
   std::once_flag idfa_replacement_;
   std::optional<std::string> later_idfa_;  ///< written before the flag is, and never again
   std::atomic<bool> is_idfa_replaced_{false};

@@ -343,16 +343,6 @@ TEST_F(MakeHost, StampsAnActivityWithTheTimeOfTheCall) {
   EXPECT_LE(stamped, after);
 }
 
-TEST_F(MakeHost, MovesItsClockAndNoOthers) {
-  const auto host = makePumped();
-  host->moveClockBySeconds(86'400 * 365);
-  host->addActivity("g", "later", std::nullopt);
-  const kit::Date stamped = host->properties().fendoActivityInfos().array()[0]["activityCreatedAt"].date();
-  const auto machine = std::chrono::system_clock::now().time_since_epoch();
-  const double ahead = stamped.secondsSince1970() - std::chrono::duration<double>(machine).count();
-  EXPECT_NEAR(ahead, 86'400.0 * 365, 60);
-}
-
 TEST_F(MakeHost, StartsASessionWhenTheAppBecomesActive) {
   const auto host = makePumped();
   host->applicationDidBecomeActive();

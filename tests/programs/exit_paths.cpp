@@ -27,6 +27,7 @@
 #include <variant>
 
 #include "host/make_host.h"
+#include "simulation/levered_machine.h"
 
 namespace {
 
@@ -97,9 +98,11 @@ std::unique_ptr<morvik::MorvikCore> start(const morvik::HostOptions& options) {
 
 /// A commerce event waits in the store, so that the end of a session asks the module on the background queue.
 void leaveCommerceEvent(const morvik::HostOptions& options) {
-  auto made = morvik::host::makeHost(options);
-  if (auto* host = std::get_if<std::unique_ptr<morvik::runtime::Host>>(&made))
-    (*host)->setStoredValue("commerceExpansionInfos", morvik::kit::Array{"event"});
+  auto machine = std::make_unique<morvik::simulation::LeveredMachine>();
+  auto& levers = *machine;
+  const auto made = morvik::host::makeHost(options, std::move(machine));
+  if (std::holds_alternative<std::unique_ptr<morvik::runtime::Host>>(made))
+    levers.edit("commerceExpansionInfos", morvik::kit::Array{"event"});
 }
 
 void waitForDeliveries(morvik::MorvikCore& core) {

@@ -29,7 +29,6 @@ class WatchedSystem final : public host::SystemMachine {
     explicit Clock(const WatchedSystem& machine) : machine_(machine) {}
     kit::Date now() const override { return machine_.clock_->now(); }
     std::chrono::steady_clock::time_point steadyNow() const override { return machine_.clock_->steadyNow(); }
-    void moveBySeconds(double) override {}
 
    private:
     const WatchedSystem& machine_;

@@ -96,8 +96,8 @@ class ForgottenDevice : public ::testing::Test {
   /// A process in which the install was attributed.
   void attribute() {
     start();
-    phone_->setStoredValue("fendoUserInfo_fendoUserNo", 1001);
-    phone_->setStoredValue("fendoUserInfo_referralKey", 7);
+    machine_.edit("fendoUserInfo_fendoUserNo", 1001);
+    machine_.edit("fendoUserInfo_referralKey", 7);
     machine_.loop.advance(kSyncedSeconds);
   }
   size_t clicks() const { return machine_.transport.requests(services::kReEngagementConversionPath).size(); }
@@ -720,7 +720,7 @@ TEST_F(ForgottenDevice, IsInTheFileWhoeverSetsTheFlag) {
   EXPECT_TRUE(inTheFile()->is_forgotten);
   phone_->properties().synchronize();
   EXPECT_FALSE(inTheFile()->is_forgotten);
-  phone_->setStoredValue("MorvikCoreUserInfo_isGDPRForgetMe", true);
+  machine_.edit("MorvikCoreUserInfo_isGDPRForgetMe", true);
   EXPECT_TRUE(inTheFile()->is_forgotten);
 }
 

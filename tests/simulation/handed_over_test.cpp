@@ -143,7 +143,7 @@ TEST_F(HandedOverTest, PastTheLimitsIsRefused) {
   kit::MutableArray full;
   for (size_t i = 0; i < kMaxHandedOver; ++i)
     full.append(kit::Dictionary{{"kind", "url"}, {"text", "app://x"}});
-  phone_->setStoredValue(runtime::kHandedOverKey, kit::Value(std::move(full)));
+  machine_.edit(runtime::kHandedOverKey, kit::Value(std::move(full)));
   EXPECT_EQ(phone_->setReferralUrlForFacebook("app://x?ck=1"), Recorded::kRefusedTooMany);
   EXPECT_EQ(phone_->thirdPartyConversion(), Recorded::kRefusedTooMany);
 }

@@ -403,7 +403,7 @@ TEST_F(LateDevice, KeepsAWishOfItsOwnThatIsMadeWhileItsFileComesToLight) {
   restartInTheDark();
   showDisk();
   phone_->addActivity("shop", "look", std::nullopt);
-  phone_->setOffline(true);  // no answer of the service says it once more
+  machine_.setOffline(true);  // no answer of the service says it once more
   EXPECT_EQ(phone_->gdprForgetMe(true), Recorded::kKept) << "before the main queue has looked at the file";
   machine_.loop.runUntilIdle();
   EXPECT_TRUE(phone_->isGdprForgetMe());
@@ -471,10 +471,10 @@ TEST_F(LateDevice, LeavesAWishUntoldThatIsMadeInTheDarkWithoutANetwork) {
   restartInTheDark();
   phone_->gdprForgetMe(true);
   machine_.loop.runUntilIdle();
-  phone_->setOffline(true);
+  machine_.setOffline(true);
   phone_->gdprForgetMe(false);
   machine_.loop.runUntilIdle();
-  phone_->setOffline(false);
+  machine_.setOffline(false);
   machine_.loop.advance(runtime::kStartHoldSeconds + 1);
   EXPECT_THAT(erased(), IsEmpty());
   EXPECT_FALSE(phone_->isGdprForgetMe());

@@ -259,7 +259,7 @@ TEST_F(LedgerRules, TakeOverWhatAnOlderVersionLeft) {
 TEST_F(LedgerRules, SayWhatIsWrittenOverByHand) {
   record("one");
   record("two");
-  phone->setStoredValue("fendoActivityInfos", Array());
+  machine.edit("fendoActivityInfos", Array());
   EXPECT_THAT(givenUp("activities"), ElementsAre(Pair("written over by hand", 2U)));
 }
 
@@ -659,8 +659,8 @@ class LateStore : public ::testing::Test {
 
 TEST_F(LateStore, BringsTheCountsOfEarlierProcessesAndIsAddedTo) {
   start();
-  phone->setStoredValue("fendoUserInfo_fendoUserNo", 1001);
-  phone->setStoredValue("fendoUserInfo_referralKey", 7);
+  machine.edit("fendoUserInfo_fendoUserNo", 1001);
+  machine.edit("fendoUserInfo_referralKey", 7);
   machine.transport.on(kTracking).then(accepted());
   record("delivered long ago");
   phone->pushTracking();
@@ -726,8 +726,8 @@ TEST_F(LateStore, IsInTheLedgerWithTheVeryCommitThatTakesItOver) {
 
 TEST_F(LateStore, LetsNoAnswerDeleteWhatABatchOfAnEarlierProcessCarried) {
   const auto attribute = [this] {
-    phone->setStoredValue("fendoUserInfo_fendoUserNo", 1001);
-    phone->setStoredValue("fendoUserInfo_referralKey", 7);
+    machine.edit("fendoUserInfo_fendoUserNo", 1001);
+    machine.edit("fendoUserInfo_referralKey", 7);
   };
   start();
   attribute();
@@ -752,7 +752,7 @@ TEST_F(LateStore, LetsNoAnswerDeleteWhatABatchOfAnEarlierProcessCarried) {
 TEST_F(LateStore, OfAnOlderVersionIsTakenOverLikeOneThatWasThereFromTheBeginning) {
   start();
   record("one");
-  phone->setStoredValue("host.ledger", {});
+  machine.edit("host.ledger", {});
   wait(1);
   restartInTheDark();
   showDisk();

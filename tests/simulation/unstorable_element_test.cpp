@@ -40,7 +40,7 @@ class UnstorableElement : public ::testing::Test {
 
 TEST_F(UnstorableElement, OfTheActivitiesKeepsNoneThatIsRecordedAfterItFromSurvivingAKill) {
   constexpr int kRecorded = 8;
-  phone_->setStoredValue(services::property::fendoActivityInfos, Array{tooDeep()});
+  machine_.edit(services::property::fendoActivityInfos, Array{tooDeep()});
   for (int i = 0; i < kRecorded; ++i)
     phone_->addActivity("shop", "look", std::to_string(i));
   EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), kRecorded + 1U);
@@ -55,27 +55,27 @@ TEST_F(UnstorableElement, OfAnyStoredListKeepsNoNeighbourFromSurvivingAKill) {
   for (const services::StoreProperty& property : services::storeProperties()) {
     if (property.type != services::PropertyType::kArray)
       continue;
-    phone_->setStoredValue(property.name, Array{"before", tooDeep(), "after"});
+    machine_.edit(property.name, Array{"before", tooDeep(), "after"});
     EXPECT_FALSE(phone_->properties().synchronize()) << property.name;
     kit::MutableArray list(phone_->storedValue(property.name));
     list.append("later");
-    phone_->setStoredValue(property.name, Value(std::move(list)));
+    machine_.edit(property.name, Value(std::move(list)));
     EXPECT_TRUE(phone_->properties().synchronize()) << property.name;
     dieAndStart();
     EXPECT_EQ(phone_->storedValue(property.name), Value(Array{"before", "after", "later"})) << property.name;
-    phone_->setStoredValue(property.name, Value());
+    machine_.edit(property.name, Value());
   }
 }
 
 TEST_F(UnstorableElement, OfAListThatJoinsALateStoreKeepsNoNeighbourFromSurvivingAKill) {
   const char* const list = services::property::commerceConversionInfos;
-  phone_->setStoredValue(list, Array{"of the file"});
+  machine_.edit(list, Array{"of the file"});
   EXPECT_TRUE(phone_->properties().synchronize());
   disk_.decide([](const DiskCall& call) {
     return call.kind == DiskCall::Kind::kRead && !call.path.ends_with(".wish") ? SQLITE_IOERR_READ : SQLITE_OK;
   });
   dieAndStart();
-  phone_->setStoredValue(list, Array{"before", tooDeep(), "after"});
+  machine_.edit(list, Array{"before", tooDeep(), "after"});
   disk_.decide({});
   machine_.loop.advance(1);
   phone_->addActivity("shop", "look", std::nullopt);

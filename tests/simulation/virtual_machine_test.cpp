@@ -76,7 +76,7 @@ TEST(VirtualMachine, KeepsInTheNextProcessWhatARecordedEventCommitted) {
 TEST(VirtualMachine, LosesWhatNothingCommittedBeforeTheKill) {
   VirtualMachine machine;
   auto phone = machine.start(appOptions());
-  phone->setStoredValue("age", 33);
+  machine.edit("age", 33);
   machine.kill(std::move(phone));
   phone = machine.start(appOptions());
   EXPECT_TRUE(phone->storedValue("age").isAbsent());

@@ -131,8 +131,7 @@ void Player::advanceThroughPhases(int64_t milliseconds) {
 void Player::setPhase(const NetworkPhase* phase) {
   phase_ = phase;
   service_.setPhase(phase);
-  if (phone_)
-    phone_->host().setOffline(service_.isOffline());
+  machine_.setOffline(service_.isOffline());
   tell(Kind::kNetwork, phaseText(phase), {{"network", phaseText(phase)}}, phase != nullptr);
 }
 
@@ -187,11 +186,11 @@ void Player::startProcess() {
   tell(Kind::kProcess, "started", {{"event", "started"}});
   Options options = scenario_.device;
   options.host.log_sink = [this](std::string_view line) { tookLine(line); };
-  auto started = Phone::start(options, output_, machine_);
+  auto started = Phone::start(options, output_, machine_, machine_);
   if (const auto* problem = std::get_if<std::string>(&started))
     throw std::runtime_error(*problem);
   phone_ = std::move(std::get<std::unique_ptr<Phone>>(started));
-  phone_->host().setOffline(service_.isOffline());
+  machine_.setOffline(service_.isOffline());
   machine_.loop.runUntilIdle();
 }
 

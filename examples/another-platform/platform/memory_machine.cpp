@@ -51,7 +51,6 @@ class Clock final : public runtime::MachineClock {
   std::chrono::steady_clock::time_point steadyNow() const override {
     return std::chrono::steady_clock::time_point(time_.uptime);
   }
-  void moveBySeconds(double seconds) override { time_.now = time_.now.shiftedBySeconds(seconds); }
 
  private:
   DeviceTime& time_;

@@ -15,12 +15,14 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <variant>
 #include <vector>
 
 #include "host/make_host.h"
 #include "runtime/siblings/kept_identifier.h"
 #include "services/endpoints.h"
+#include "simulation/levered_machine.h"
 #include "testing/recording_log.h"
 #include "tests/host/net/loopback_server.h"
 #include "tests/support/busy_turn.h"
@@ -53,7 +55,9 @@ class SendingOnHost : public ::testing::Test {
 
   std::unique_ptr<runtime::Host> make(MainQueueMode mode = MainQueueMode::kOwnThread) {
     options.main_queue = mode;
-    auto made = makeHost(options);
+    auto machine = std::make_unique<simulation::LeveredMachine>();
+    levers = machine.get();
+    auto made = host::makeHost(options, std::move(machine));
     if (const auto* error = std::get_if<kit::Error>(&made)) {
       ADD_FAILURE() << error->message;
       return nullptr;
@@ -97,6 +101,7 @@ class SendingOnHost : public ::testing::Test {
   test::ScratchFolder folder;
   testing::RecordingLog log;
   HostOptions options;
+  simulation::Levers* levers = nullptr;  ///< of the latest kit
   std::atomic<bool> answers_batches{true};
   std::atomic<bool> answers_clicks{true};
 
@@ -207,7 +212,7 @@ TEST_F(SendingOnHost, TheTimeOfAFlushCountsFromTheCallAlsoBehindABlockedMainQueu
   {
     const BlockedMainQueue blocked(*host);
     host->flush([&told](const FlushResult& result) { told = result; }, milliseconds(20));
-    host->afterUncounted(0.1, [&] { was_told_first.set_value(told.has_value()); });
+    levers->after(0.1, [&] { was_told_first.set_value(told.has_value()); });
     // Longer than both timers.
     EXPECT_EQ(host->waitUntilDelivered(milliseconds(200)).reason, FlushReason::kTimeout);
   }
@@ -262,7 +267,7 @@ TEST_F(SendingOnHost, PumpedTheTimeOfTheWaitCountsFromTheCallAlsoBehindOtherTurn
   host->addActivity("shop", "purchase", std::nullopt);
   host->perform([] { spinFor(milliseconds(40)); });
   bool is_later = false;
-  host->afterUncounted(0.07, [&is_later] { is_later = true; });
+  levers->after(0.07, [&is_later] { is_later = true; });
   EXPECT_EQ(host->waitUntilDelivered(milliseconds(60)).reason, FlushReason::kTimeout);
   EXPECT_FALSE(is_later);
 }
@@ -413,7 +418,7 @@ TEST_F(SendingOnHost, AWishStopsWhatTheTurnOfAnotherThreadHasStarted) {
     host->addActivity("shop", "purchase", std::nullopt);
     host->pushTracking();
   });
-  host->setOffline(true);
+  levers->setOffline(true);
   EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
   busy.end();
   turn(*host);

@@ -46,14 +46,6 @@ TEST(MorvikADUtil, AlwaysKnowsANetworkWithAnEndpointOnThisMachine) {
   EXPECT_TRUE(known.contains(MorvikADUtil({.has_loopback_endpoint = true}, kMachine).getNetworkStatus()));
 }
 
-TEST(MorvikADUtil, KnowsNoNetworkWhileItIsSaidToBeOffline) {
-  MorvikADUtil util({.has_loopback_endpoint = true}, kMachine);
-  util.setOffline(true);
-  EXPECT_EQ(util.getNetworkStatus(), "unknown");
-  util.setOffline(false);
-  EXPECT_NE(util.getNetworkStatus(), "unknown");
-}
-
 TEST(MorvikADUtil, TellsWhatCrashReportsSayOfTheDevice) {
   const MorvikADUtil util({.model = "a-model", .disk_path = "/"}, kMachine);
   EXPECT_EQ(util.platformString(), "a-model");
