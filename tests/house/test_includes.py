@@ -43,6 +43,18 @@ ARROWS = {
     "apps/service": {"apps/service", "morvik/version.h"},
 }
 
+# The rooms of the host, and which others each may know. What lies in host/ itself puts them together.
+ROOMS_OF_HOST = {
+    "compress": set(),
+    "crypto": set(),
+    "json": set(),
+    "linux": {"posix"},
+    "loop": {"posix"},
+    "net": {"compress", "posix"},
+    "posix": set(),
+    "store": {"linux", "posix"},
+}
+
 # The headers that apps include as "morvik/…" lie here.
 APP_HEADERS = "include"
 
@@ -85,6 +97,25 @@ def bad_includes(root, folder):
     return wrong
 
 
+def bad_rooms(root):
+    """One line for every include in a room of the host that leads to a room which that may not know."""
+    wrong = []
+    for path in tree.cpp_files(root, ["host"]):
+        if path.count("/") < 2:
+            continue
+        room = path.split("/")[1]
+        if room not in ROOMS_OF_HOST:
+            wrong.append(f"{path}: there is no room {room}")
+            continue
+        for line, match in tree.findings(tree.without_comments(tree.read(root, path)), INCLUDE):
+            if match[1] != '"' or not match[2].startswith("host/"):
+                continue
+            known = ROOMS_OF_HOST[room] | {room}
+            if match[2].split("/")[1] not in known:
+                wrong.append(f"{path}:{line}: includes {match[2]}, but host/{room} may know {', '.join(sorted(known))} only")
+    return wrong
+
+
 def forbidden_words(root, folders, rules):
     """One line for every place in the folders' code that a rule forbids."""
     wrong = []
@@ -102,6 +133,13 @@ class TheTree(unittest.TestCase):
         for folder in ARROWS:
             with self.subTest(folder=folder):
                 self.assertEqual(bad_includes(tree.ROOT, folder), [])
+
+    def test_every_room_of_the_host_knows_only_those_that_it_stands_on(self):
+        self.assertEqual(bad_rooms(tree.ROOT), [])
+
+    def test_every_room_of_the_host_is_there(self):
+        rooms = {path.split("/")[1] for path in tree.cpp_files(tree.ROOT, ["host"]) if path.count("/") > 1}
+        self.assertEqual(rooms, set(ROOMS_OF_HOST))
 
     def test_core_and_runtime_read_no_clock_and_do_not_wait_print_or_open(self):
         for folder in WALLED:
@@ -195,6 +233,18 @@ class TheChecks(unittest.TestCase):
             ["runtime/b.cpp:1: includes host/a.h, but runtime may include MorvikCoreLib, kit, morvik, "
              "runtime, services only",
              "runtime/b.cpp:2: includes uv.h, which is no header of the C++ standard library"],
+        )
+
+    def test_a_room_that_knows_another_is_found(self):
+        self.write("host/json/a.cpp", '#include "host/json/a.h"\n#include "host/store/b.h"\n#include "host/c.h"\n')
+        self.write("host/store/b.cpp", '#include "host/posix/d.h"\n// #include "host/net/e.h"\n')
+        self.write("host/cellar/f.h", "")
+        self.write("host/c.h", '#include "host/store/b.h"\n')
+        self.assertEqual(
+            bad_rooms(self.root),
+            ["host/cellar/f.h: there is no room cellar",
+             "host/json/a.cpp:2: includes host/store/b.h, but host/json may know json only",
+             "host/json/a.cpp:3: includes host/c.h, but host/json may know json only"],
         )
 
     def test_standard_headers_the_own_tree_and_commented_includes_pass(self):
