@@ -8,8 +8,8 @@
 #include <string_view>
 #include <variant>
 
-#include "apps/service/refusal.h"
-#include "apps/service/sealed.h"
+#include "apps/service/base/refusal.h"
+#include "apps/service/wire/sealed.h"
 #include "fuzz/checks.h"
 #include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"

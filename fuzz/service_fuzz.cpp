@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "apps/service/base64url.h"
+#include "apps/service/base/base64url.h"
 #include "apps/service/expect/items.h"
 #include "apps/service/service.h"
 #include "fuzz/checks.h"

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "apps/service/store.h"
+#include "apps/service/base/refusal.h"
+#include "apps/service/store/store.h"
 
 namespace morvik_service {
 
@@ -31,9 +32,6 @@ struct Options {
   std::string log_file;                 ///< "" for standard error
   bool quiet = false;
 };
-
-/// Exit status for a command line or set-up that cannot be used.
-inline constexpr int kExitUsage = 2;
 
 /// Either options, or a text to print (help or a complaint) and the status to exit with.
 struct CommandLine {

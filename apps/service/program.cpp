@@ -4,13 +4,13 @@
 #include <memory>
 #include <utility>
 
-#include "apps/service/certificate.h"
+#include "apps/service/base/files.h"
+#include "apps/service/base/keys.h"
+#include "apps/service/base/refusal.h"
 #include "apps/service/expect/expect_program.h"
-#include "apps/service/files.h"
-#include "apps/service/http_server.h"
-#include "apps/service/keys.h"
+#include "apps/service/http/certificate.h"
+#include "apps/service/http/http_server.h"
 #include "apps/service/options.h"
-#include "apps/service/refusal.h"
 #include "apps/service/service.h"
 
 namespace morvik_service {

@@ -2,11 +2,11 @@
 
 #include <utility>
 
-#include "apps/service/inspect.h"
-#include "apps/service/page.h"
-#include "apps/service/printable.h"
-#include "apps/service/refusal.h"
-#include "apps/service/request_rules.h"
+#include "apps/service/base/printable.h"
+#include "apps/service/base/refusal.h"
+#include "apps/service/checks/request_rules.h"
+#include "apps/service/inspect/inspect.h"
+#include "apps/service/inspect/page.h"
 
 namespace morvik_service {
 namespace {

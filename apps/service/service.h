@@ -6,18 +6,18 @@
 #include <optional>
 #include <string>
 
-#include "apps/service/admin_guard.h"
-#include "apps/service/answer_data.h"
-#include "apps/service/behaviours.h"
-#include "apps/service/endpoints.h"
-#include "apps/service/feed.h"
-#include "apps/service/http_message.h"
-#include "apps/service/inspect_stream.h"
-#include "apps/service/keys.h"
-#include "apps/service/ledgers.h"
-#include "apps/service/secrets.h"
-#include "apps/service/store.h"
-#include "apps/service/times.h"
+#include "apps/service/answers/answer_data.h"
+#include "apps/service/answers/behaviours.h"
+#include "apps/service/answers/endpoints.h"
+#include "apps/service/base/keys.h"
+#include "apps/service/base/times.h"
+#include "apps/service/http/http_message.h"
+#include "apps/service/inspect/admin_guard.h"
+#include "apps/service/inspect/feed.h"
+#include "apps/service/inspect/inspect_stream.h"
+#include "apps/service/inspect/ledgers.h"
+#include "apps/service/store/secrets.h"
+#include "apps/service/store/store.h"
 
 namespace morvik_service {
 

@@ -5,9 +5,9 @@
 #include <iostream>
 #include <string>
 
-#include "apps/service/refusal.h"
-#include "apps/service/store.h"
-#include "apps/service/times.h"
+#include "apps/service/base/refusal.h"
+#include "apps/service/base/times.h"
+#include "apps/service/store/store.h"
 
 namespace {
 

@@ -43,16 +43,29 @@ ARROWS = {
     "apps/service": {"apps/service", "morvik/version.h"},
 }
 
-# The rooms of the host, and which others each may know. What lies in host/ itself puts them together.
-ROOMS_OF_HOST = {
-    "compress": set(),
-    "crypto": set(),
-    "json": set(),
-    "linux": {"posix"},
-    "loop": {"posix"},
-    "net": {"compress", "posix"},
-    "posix": set(),
-    "store": {"linux", "posix"},
+# Folders of rooms, each room with those that it may include besides itself. What lies in the folder itself puts the
+# rooms together. A room is named after all that it stands on.
+ROOMS = {
+    "host": {
+        "compress": [],
+        "crypto": [],
+        "json": [],
+        "posix": [],
+        "linux": ["posix"],
+        "loop": ["posix"],
+        "net": ["compress", "posix"],
+        "store": ["linux", "posix"],
+    },
+    "apps/service": {
+        "base": [],
+        "http": ["base"],
+        "checks": ["base", "http"],
+        "wire": ["base", "http", "checks"],
+        "store": ["base", "http"],
+        "answers": ["base", "http", "checks", "wire", "store"],
+        "inspect": ["base", "http", "checks", "store", "answers"],
+        "expect": ["base", "http", "store", "inspect"],
+    },
 }
 
 # The headers that apps include as "morvik/…" lie here.
@@ -98,21 +111,27 @@ def bad_includes(root, folder):
 
 
 def bad_rooms(root):
-    """One line for every include in a room of the host that leads to a room which that may not know."""
+    """One line for every include in a room that leads to a room of the same folder which that may not know."""
     wrong = []
-    for path in tree.cpp_files(root, ["host"]):
-        if path.count("/") < 2:
+    for folder, rooms in ROOMS.items():
+        for path in tree.cpp_files(root, [folder]):
+            inside = path[len(folder) + 1 :]
+            if "/" in inside:
+                wrong += bad_includes_of_room(root, path, folder, inside.split("/")[0], rooms)
+    return wrong
+
+
+def bad_includes_of_room(root, path, folder, room, rooms):
+    if room not in rooms:
+        return [f"{path}: there is no room {room}"]
+    known = {room, *rooms[room]}
+    wrong = []
+    for line, match in tree.findings(tree.without_comments(tree.read(root, path)), INCLUDE):
+        if match[1] != '"' or not match[2].startswith(folder + "/"):
             continue
-        room = path.split("/")[1]
-        if room not in ROOMS_OF_HOST:
-            wrong.append(f"{path}: there is no room {room}")
-            continue
-        for line, match in tree.findings(tree.without_comments(tree.read(root, path)), INCLUDE):
-            if match[1] != '"' or not match[2].startswith("host/"):
-                continue
-            known = ROOMS_OF_HOST[room] | {room}
-            if match[2].split("/")[1] not in known:
-                wrong.append(f"{path}:{line}: includes {match[2]}, but host/{room} may know {', '.join(sorted(known))} only")
+        if match[2][len(folder) + 1 :].split("/")[0] not in known:
+            names = ", ".join(sorted(known))
+            wrong.append(f"{path}:{line}: includes {match[2]}, but {folder}/{room} may know {names} only")
     return wrong
 
 
@@ -134,12 +153,18 @@ class TheTree(unittest.TestCase):
             with self.subTest(folder=folder):
                 self.assertEqual(bad_includes(tree.ROOT, folder), [])
 
-    def test_every_room_of_the_host_knows_only_those_that_it_stands_on(self):
+    def test_every_room_knows_only_those_that_it_stands_on(self):
         self.assertEqual(bad_rooms(tree.ROOT), [])
 
-    def test_every_room_of_the_host_is_there(self):
-        rooms = {path.split("/")[1] for path in tree.cpp_files(tree.ROOT, ["host"]) if path.count("/") > 1}
-        self.assertEqual(rooms, set(ROOMS_OF_HOST))
+    def test_every_room_has_its_arrows_and_they_lead_to_rooms_above_it_in_the_table(self):
+        for folder, rooms in ROOMS.items():
+            with self.subTest(folder=folder):
+                inside = {path[len(folder) + 1 :] for path in tree.cpp_files(tree.ROOT, [folder])}
+                self.assertEqual({path.split("/")[0] for path in inside if "/" in path}, set(rooms))
+                seen = set()
+                for room, others in rooms.items():
+                    self.assertLessEqual(set(others), seen, room)
+                    seen.add(room)
 
     def test_core_and_runtime_read_no_clock_and_do_not_wait_print_or_open(self):
         for folder in WALLED:
@@ -188,6 +213,15 @@ class TheChecks(unittest.TestCase):
             bad_includes(self.root, "apps/service"),
             ["apps/service/a.cpp:2: includes morvik/morvik.h, "
              "but apps/service may include apps/service, morvik/version.h only"],
+        )
+
+    def test_an_include_against_an_arrow_between_rooms_of_the_service_is_found(self):
+        self.write("apps/service/store/b.h", "")
+        self.write("apps/service/http/a.h", '#include "apps/service/store/b.h"\n')
+        self.assertEqual(
+            bad_includes(self.root, "apps/service/http"),
+            ["apps/service/http/a.h:1: includes apps/service/store/b.h, "
+             "but apps/service/http may include apps/service/base, apps/service/http only"],
         )
 
     def test_a_third_party_header_in_the_core_is_found(self):

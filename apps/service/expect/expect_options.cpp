@@ -5,10 +5,9 @@
 #include <array>
 #include <charconv>
 
-#include "apps/service/certificate.h"
-#include "apps/service/files.h"
-#include "apps/service/options.h"
-#include "apps/service/refusal.h"
+#include "apps/service/base/files.h"
+#include "apps/service/base/refusal.h"
+#include "apps/service/http/certificate.h"
 
 namespace morvik_service {
 namespace {

@@ -2,13 +2,12 @@
 
 #include <utility>
 
+#include "apps/service/base/printable.h"
+#include "apps/service/base/refusal.h"
 #include "apps/service/expect/expect_options.h"
 #include "apps/service/expect/inspection_client.h"
 #include "apps/service/expect/items.h"
 #include "apps/service/expect/waiter.h"
-#include "apps/service/options.h"
-#include "apps/service/printable.h"
-#include "apps/service/refusal.h"
 
 namespace morvik_service {
 namespace {

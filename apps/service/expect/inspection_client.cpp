@@ -4,10 +4,10 @@
 
 #include <algorithm>
 
-#include "apps/service/inspect_query.h"
-#include "apps/service/printable.h"
-#include "apps/service/refusal.h"
-#include "apps/service/store.h"
+#include "apps/service/base/printable.h"
+#include "apps/service/base/refusal.h"
+#include "apps/service/inspect/inspect_query.h"
+#include "apps/service/store/store.h"
 
 namespace morvik_service {
 namespace {

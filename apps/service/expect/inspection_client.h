@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "apps/service/json.h"
+#include "apps/service/base/json.h"
 
 namespace morvik_service {
 

@@ -2,8 +2,8 @@
 
 #include <charconv>
 
-#include "apps/service/ascii.h"
-#include "apps/service/refusal.h"
+#include "apps/service/base/ascii.h"
+#include "apps/service/base/refusal.h"
 
 namespace morvik_service {
 namespace {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/service/json.h"
+#include "apps/service/base/json.h"
 
 namespace morvik_service {
 

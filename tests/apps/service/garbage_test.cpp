@@ -1,9 +1,9 @@
 // Garbage at every endpoint: each gets a clear refusal, and each can be looked at afterwards.
 #include <gtest/gtest.h>
 
-#include "apps/service/base64url.h"
-#include "apps/service/inflater.h"
+#include "apps/service/base/base64url.h"
 #include "apps/service/service.h"
+#include "apps/service/wire/inflater.h"
 #include "tests/apps/service/samples.h"
 #include "tests/apps/service/sealing.h"
 

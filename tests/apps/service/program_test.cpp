@@ -7,8 +7,8 @@
 #include <sstream>
 #include <thread>
 
-#include "apps/service/files.h"
-#include "apps/service/json.h"
+#include "apps/service/base/files.h"
+#include "apps/service/base/json.h"
 #include "tests/apps/service/https_client.h"
 #include "tests/apps/service/samples.h"
 

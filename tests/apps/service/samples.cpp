@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "apps/service/base64url.h"
+#include "apps/service/base/base64url.h"
 #include "tests/apps/service/sealing.h"
 
 namespace morvik_service::test {

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "apps/service/http_message.h"
-#include "apps/service/json.h"
-#include "apps/service/keys.h"
-#include "apps/service/refusal.h"
+#include "apps/service/base/json.h"
+#include "apps/service/base/keys.h"
+#include "apps/service/base/refusal.h"
+#include "apps/service/http/http_message.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik_service::test {

@@ -6,7 +6,7 @@
 
 #include <memory>
 
-#include "apps/service/sealed.h"
+#include "apps/service/wire/sealed.h"
 
 namespace morvik_service::test {
 namespace {

@@ -7,7 +7,7 @@
 #include <future>
 #include <thread>
 
-#include "apps/service/files.h"
+#include "apps/service/base/files.h"
 #include "tests/apps/service/samples.h"
 
 namespace morvik_service {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "apps/service/files.h"
+#include "apps/service/base/files.h"
 #include "tests/apps/service/samples.h"
 
 namespace morvik_service {

@@ -6,9 +6,9 @@
 #include <future>
 #include <sstream>
 
-#include "apps/service/certificate.h"
-#include "apps/service/files.h"
-#include "apps/service/http_server.h"
+#include "apps/service/base/files.h"
+#include "apps/service/http/certificate.h"
+#include "apps/service/http/http_server.h"
 #include "apps/service/program.h"
 #include "tests/apps/service/https_client.h"
 #include "tests/apps/service/samples.h"

@@ -1,0 +1,18 @@
+// What the clicks must hold that opened the app. Each check throws Refusal 400 that names the first member that is
+// missing, of the wrong type or not known.
+#pragma once
+
+#include "apps/service/base/json.h"
+
+namespace morvik_service {
+
+/// Common parameters, and "deeplink_info" with exactly its five members.
+void checkReEngagementPayload(const Json& payload);
+
+/// "deeplink_info" with exactly its three members when it is there.
+void checkDeepLink(const Json& payload);
+
+/// An array of records with exactly three members each; it may be empty.
+void checkCommerceClicks(const Json& payload);
+
+}  // namespace morvik_service

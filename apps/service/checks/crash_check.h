@@ -1,0 +1,16 @@
+// What crash reports must hold.
+#pragma once
+
+#include "apps/service/base/json.h"
+#include "apps/service/base/keys.h"
+
+namespace morvik_service {
+
+/// An array of reports with exactly their members; it may be empty. Throws Refusal 400 that names the first member that
+/// is missing, of the wrong type or not known.
+void checkCrashReports(const Json& payload);
+
+/// Every report is about this service's app. Throws Refusal 403 otherwise. The payload was checked.
+void checkAppOfCrashReports(const Json& payload, const Keys& keys);
+
+}  // namespace morvik_service

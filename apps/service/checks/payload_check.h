@@ -1,0 +1,28 @@
+// What the payloads of attribution, tracking and schedule must hold. Each check throws Refusal 400 that names the first
+// member that is missing or of the wrong type. Members nobody asked for are welcome.
+#pragma once
+
+#include "apps/service/base/json.h"
+
+namespace morvik_service {
+
+/// The strings that every payload carries about app and device.
+void checkCommonParameters(const Json& payload);
+
+/// Common parameters, one entry of "activity_info", "searchads_response" (an object or ""), and a click's
+/// "deeplink_info" when it is there.
+void checkConversionPayload(const Json& payload);
+
+/// The parameters of a third party conversion are the caller's own; only "deeplink_info" must be a click's.
+void checkThirdPartyPayload(const Json& payload);
+
+/// Common parameters, and "iAd" with its two dates when it is there.
+void checkIadPayload(const Json& payload);
+
+/// Common parameters, the seven members of each activity, the six of each impression.
+void checkTrackingPayload(const Json& payload);
+
+/// The three texts that a schedule is asked for with.
+void checkSchedulePayload(const Json& payload);
+
+}  // namespace morvik_service

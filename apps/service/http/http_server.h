@@ -1,0 +1,99 @@
+// Serves a handler over TLS.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stop_token>
+#include <string>
+
+#include "apps/service/http/client_places.h"
+#include "apps/service/http/hang_up_watch.h"
+#include "apps/service/http/head_watch.h"
+#include "apps/service/http/http_message.h"
+#include "apps/service/http/listener.h"
+
+struct MHD_Daemon;
+
+namespace morvik_service {
+
+/// Limits of the server. A connection past the first is closed at once, and so is one past the second of the same
+/// client, which is what clientAt says; past the third, requests are answered with 503; a body past the fourth ends its
+/// connection.
+inline constexpr unsigned kMaxConnections = 128;
+inline constexpr unsigned kMaxConnectionsOfAClient = kMaxConnections / 2;
+inline constexpr std::size_t kMaxBufferedBytes = std::size_t{128} * 1024 * 1024;
+inline constexpr std::uint64_t kMaxDiscardedBytes = std::uint64_t{64} * 1024 * 1024;
+/// A connection may be idle so long before it is closed: the client neither sends nor takes anything. A wait of the
+/// service's own, for a late answer or for news, does not count.
+inline constexpr unsigned kIdleSeconds = 30;
+/// Request line and headers must be there whole so long after the connection came up, or after the request before was
+/// over; else the connection is closed, however often the client sends a byte. Idle time, and as long again to send.
+inline constexpr unsigned kHeadSeconds = 2 * kIdleSeconds;
+/// Request line and headers of one request must fit into this.
+inline constexpr std::size_t kMaxHeaderBytes = std::size_t{64} * 1024;
+
+struct TlsIdentity {
+  std::string certificate_pem;
+  std::string key_pem;
+};
+
+/// The limits that a test has smaller.
+struct ServerLimits {
+  unsigned connections = kMaxConnections;
+  unsigned connections_of_a_client = kMaxConnectionsOfAClient;
+  unsigned idle_seconds = kIdleSeconds;
+  unsigned head_seconds = kHeadSeconds;
+};
+
+class HttpServer {
+ public:
+  /// Called on the connection's own thread, from several at once. An exception becomes a 500.
+  using Handler = std::function<HttpReply(const HttpRequest&)>;
+
+  /// Listens from here on. Takes the socket over. Throws SetupError when TLS cannot be set up.
+  HttpServer(Listener& listener, const TlsIdentity& identity, Handler handler, const ServerLimits& limits = {});
+  HttpServer(const HttpServer&) = delete;
+  HttpServer& operator=(const HttpServer&) = delete;
+  /// Ends delays and streams, closes all connections and waits for their threads.
+  ~HttpServer();
+
+  /// The handler's answer, or a 500 when it throws.
+  HttpReply answer(const HttpRequest& request) const;
+
+  /// Waits so long, on the calling thread; false when the server stops before that.
+  bool waitUnlessStopping(std::chrono::milliseconds delay);
+
+  unsigned idleSeconds() const { return limits_.idle_seconds; }
+  HangUpWatch& hangUps() { return hang_ups_; }
+  HeadWatch& heads() { return heads_; }
+  ClientPlaces& places() { return places_; }
+
+  /// Requested when the server stops.
+  std::stop_token stopping() const { return stopping_.get_token(); }
+
+  /// Takes room for so many more body bytes; false when kMaxBufferedBytes would be passed.
+  bool reserve(std::size_t bytes);
+  void release(std::size_t bytes);
+
+ private:
+  struct Stop {
+    void operator()(MHD_Daemon* daemon) const;
+  };
+
+  Handler handler_;
+  const ServerLimits limits_;
+  std::atomic<std::size_t> buffered_bytes_{0};
+  std::mutex mutex_;
+  std::condition_variable_any never_;  ///< nobody notifies it: only the stop ends a wait before its time
+  std::stop_source stopping_;
+  HangUpWatch hang_ups_;
+  HeadWatch heads_;
+  ClientPlaces places_;
+  std::unique_ptr<MHD_Daemon, Stop> daemon_;
+};
+
+}  // namespace morvik_service

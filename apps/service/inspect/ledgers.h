@@ -1,0 +1,48 @@
+// What devices tell of themselves: the account of all that each recorded, the latest of every device.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "apps/service/base/json.h"
+#include "apps/service/base/times.h"
+
+namespace morvik_service {
+
+/// So many devices are kept; when one more tells its ledger, the one that told its own longest ago is forgotten.
+inline constexpr std::size_t kMaxLedgers = 200;
+/// A longer ledger is refused.
+inline constexpr std::size_t kMaxLedgerBytes = std::size_t{64} * 1024;
+/// The largest number in a ledger. Whoever reads JSON reads it exactly, and as many as a ledger holds can be added up.
+inline constexpr std::int64_t kMaxLedgerCount = 1'000'000'000'000'000;
+
+/// Not safe for several threads at once. In memory alone, as the behaviours: a device tells it again.
+class Ledgers {
+ public:
+  explicit Ledgers(Clock clock) : clock_(std::move(clock)) {}
+
+  /// Reads {"install":ID,"accounts":[{"kind","recorded","delivered","stored","under_way","given_up",
+  /// "found_uncounted"}],"given_up":[{"kind","count","reason","by_rule"}]} and keeps it in place of what that install
+  /// told before. Throws Refusal 400 that names the member, or 413.
+  void tell(const std::string& text);
+
+  /// The device's as it was told, with "time" and what follows from its numbers: "balances" for each account and for
+  /// all, and "sound": besides, nothing was given up but by a rule. Null when it told none.
+  Json of(const std::string& install) const;
+  /// All, the one heard of last first.
+  Json list() const;
+
+  /// Grows with every ledger told.
+  std::uint64_t told() const { return told_; }
+  std::size_t size() const { return latest_.size(); }
+
+ private:
+  const Clock clock_;
+  std::vector<Json> latest_;  ///< the one heard of last at the end
+  std::uint64_t told_ = 0;
+};
+
+}  // namespace morvik_service

@@ -1,0 +1,268 @@
+#include "apps/service/store/store.h"
+
+#include <algorithm>
+
+#include "apps/service/base/refusal.h"
+#include "apps/service/store/store_counts.h"
+#include "apps/service/store/store_rows.h"
+#include "apps/service/store/store_schema.h"
+#include "apps/service/store/summary.h"
+
+namespace morvik_service {
+namespace {
+
+Database openDatabase(const StoreFolder& folder) {
+  try {
+    return Database(folder.databaseFile());
+  } catch (const DatabaseError& error) {
+    throw SetupError("cannot open the store in " + folder.path() + ": " + error.what());
+  }
+}
+
+std::optional<std::string> optionalText(const std::optional<Json>& value) {
+  if (!value)
+    return std::nullopt;
+  return jsonText(*value);
+}
+
+Json headersJson(const NamedValues& headers) {
+  Json pairs = Json::array();
+  for (const auto& [name, value] : headers)
+    pairs.push_back(Json::array({name, value}));
+  return pairs;
+}
+
+// Collects entries until a page is full, by number or by bytes.
+class Listing {
+ public:
+  explicit Listing(const Page& page) : page_(page), next_after_(page.after) {}
+
+  // False when the entry no longer fits. The first always does, so that a reader gets on.
+  bool add(std::int64_t number, const Json& entry) {
+    const std::string text = jsonText(entry);
+    if (count_ == page_.limit || (count_ > 0 && text_.size() + text.size() > page_.max_bytes)) {
+      complete_ = false;
+      return false;
+    }
+    text_ += (count_ == 0 ? "" : ",") + text;
+    ++count_;
+    next_after_ = number;
+    return true;
+  }
+
+  std::string finish(std::string_view name, const Json& totals) const {
+    std::string text = "{\"" + std::string(name) + "\":[" + text_ + "]";
+    for (const auto& [key, value] : totals.items())
+      text += ",\"" + key + "\":" + jsonText(value);
+    return text + ",\"complete\":" + (complete_ ? "true" : "false") + ",\"next_after\":" + std::to_string(next_after_) +
+           "}";
+  }
+
+ private:
+  Page page_;
+  std::string text_;
+  std::int64_t count_ = 0;
+  std::int64_t next_after_;
+  bool complete_ = true;
+};
+
+// One more than asked for, so that the listing knows whether something is left.
+std::int64_t rowsToRead(const Page& page) {
+  return page.limit == INT64_MAX ? page.limit : page.limit + 1;
+}
+
+std::vector<std::int64_t> requestsOfEvent(Statement& arrivals, std::int64_t event_number) {
+  std::vector<std::int64_t> requests;
+  arrivals.bind(event_number);
+  while (arrivals.step())
+    requests.insert(requests.end(), static_cast<std::size_t>(arrivals.integer(1)), arrivals.integer(0));
+  arrivals.reset();
+  return requests;
+}
+
+}  // namespace
+
+Store::Store(const std::string& folder, std::int64_t keep_bytes)
+    : folder_(folder), keep_bytes_(keep_bytes), database_(openDatabase(folder_)), readers_(folder_.databaseFile()) {
+  try {
+    openSchema(database_);
+    Transaction transaction(database_);
+    dropUntilItFits();
+    transaction.commit();
+    makeFileAnew();
+  } catch (const DatabaseError& error) {
+    if (error.resultCode() == SQLITE_BUSY)
+      throw SetupError(folder_.inUseText());
+    throw SetupError("cannot use the store in " + folder + ": " + error.what());
+  }
+}
+
+std::int64_t Store::add(const RequestRecord& record, Counts& counts) {
+  const std::lock_guard lock(writing_);
+  const std::int64_t id = write(record, counts);
+  giveRoomBack();
+  return id;
+}
+
+std::int64_t Store::write(const RequestRecord& record, Counts& counts) {
+  counts = {};
+  Transaction transaction(database_);
+  const std::int64_t id = insertRequest(record);
+  if (record.counted && record.counting == Counting::kEvents && record.payload) {
+    countEvents(id, *record.payload, counts);
+    addImpressions(id, *record.payload, counts);
+    noteCounts(id, counts);
+  }
+  addToTotals(record, counts);
+  dropUntilItFits();
+  transaction.commit();
+  return id;
+}
+
+std::int64_t Store::insertRequest(const RequestRecord& record) {
+  const HttpRequest& request = record.request;
+  const std::string& answer = record.reply.body;
+  Statement(database_,
+            "INSERT INTO requests(time_ms, endpoint, method, path, headers, body, body_bytes, payload, refusal,"
+            " behaviour, counted, answered, status, answer, answer_bytes, install, about)"
+            " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")
+      .bind(record.time_milliseconds)
+      .bind(record.endpoint)
+      .bind(request.method)
+      .bind(request.path)
+      .bind(jsonText(headersJson(request.headers)))
+      .bindBlob(request.body)
+      .bind(static_cast<std::int64_t>(request.body_bytes))
+      .bind(optionalText(record.payload))
+      .bind(optionalText(record.refusal))
+      .bind(optionalText(record.behaviour))
+      .bind(record.counted ? 1 : 0)
+      .bind(record.reply.close_without_answer ? 0 : 1)
+      .bind(record.reply.status)
+      .bindBlob(std::string_view(answer).substr(0, kMaxStoredAnswerBytes))
+      .bind(static_cast<std::int64_t>(answer.size()))
+      .bind(record.payload ? ownerOf(*record.payload, record.refusal.has_value()) : "")
+      .bind(record.payload ? aboutPayload(record.endpoint, *record.payload) : "")
+      .run();
+  return database_.lastInsertedRow();
+}
+
+// Some payloads name no install but an identifier that an earlier one named beside its install. What was refused is no
+// such word: anybody may have sent it.
+std::string Store::ownerOf(const Json& payload, bool is_refused) {
+  std::string install = installOf(payload);
+  const std::vector<std::string> identities = identitiesOf(payload);
+  if (!install.empty() && is_refused)
+    return install;
+  if (!install.empty()) {
+    Statement note(database_,
+                   "INSERT INTO identities(identity, install) VALUES(?, ?)"
+                   " ON CONFLICT(identity) DO UPDATE SET install = excluded.install WHERE install != excluded.install");
+    for (const std::string& identity : identities)
+      note.bind(identity).bind(install).run();
+    return install;
+  }
+  Statement query(database_, "SELECT install FROM identities WHERE identity = ?");
+  for (const std::string& identity : identities) {
+    query.reset();
+    if (query.bind(identity).step())
+      return std::string(query.bytes(0));
+  }
+  return install;
+}
+
+void Store::countEvents(std::int64_t request_id, const Json& payload, Counts& counts) {
+  Statement event(database_,
+                  "INSERT INTO events(event_id, event, arrivals) VALUES(?, ?, 1)"
+                  " ON CONFLICT(event_id) DO UPDATE SET arrivals = arrivals + 1,"
+                  " event = CASE event WHEN '' THEN excluded.event ELSE event END RETURNING number, arrivals");
+  Statement arrival(database_,
+                    "INSERT INTO arrivals(event, request, times) VALUES(?, ?, 1)"
+                    " ON CONFLICT(event, request) DO UPDATE SET times = times + 1");
+  for (const Json& activity : payload.at("activity_info")) {
+    const auto& event_id = activity.at("event_id").get_ref<const std::string&>();
+    if (event_id.empty()) {
+      ++counts.events_without_id;
+      continue;
+    }
+    event.bind(event_id).bind(jsonText(activity)).step();
+    const std::int64_t number = event.integer(0);
+    ++(event.integer(1) == 1 ? counts.events_new : counts.events_again);
+    event.run();
+    arrival.bind(number).bind(request_id).run();
+  }
+}
+
+void Store::addImpressions(std::int64_t request_id, const Json& payload, Counts& counts) {
+  Statement insert(database_, "INSERT INTO impressions(request, impression) VALUES(?, ?)");
+  for (const Json& impression : payload.at("impression_info")) {
+    insert.bind(request_id).bind(jsonText(impression)).run();
+    ++counts.impressions;
+  }
+}
+
+void Store::noteCounts(std::int64_t request_id, const Counts& counts) {
+  Statement(database_,
+            "UPDATE requests SET events_new = ?, events_again = ?, events_without_id = ?, impressions = ? WHERE id = ?")
+      .bind(counts.events_new)
+      .bind(counts.events_again)
+      .bind(counts.events_without_id)
+      .bind(counts.impressions)
+      .bind(request_id)
+      .run();
+}
+
+void Store::addToTotals(const RequestRecord& record, const Counts& counts) {
+  Statement(database_,
+            "UPDATE totals SET requests = requests + 1, refused = refused + ?, delivered = delivered + ?,"
+            " duplicate = duplicate + ?, impressions = impressions + ?")
+      .bind(record.refusal ? 1 : 0)
+      .bind(counts.events_new)
+      .bind(counts.events_again)
+      .bind(counts.impressions)
+      .run();
+}
+
+Install Store::install(const std::string& install_id, std::int64_t now_milliseconds) {
+  const std::lock_guard lock(writing_);
+  Statement(database_, "INSERT INTO installs(install_id, first_seen_ms) VALUES(?, ?) ON CONFLICT DO NOTHING")
+      .bind(install_id)
+      .bind(now_milliseconds)
+      .run();
+  Statement query(database_, "SELECT user_no, first_seen_ms FROM installs WHERE install_id = ?");
+  query.bind(install_id).step();
+  return {query.integer(0), query.integer(1)};
+}
+
+std::string Store::requestsJson(const Page& page) {
+  Readers::Lease reader = readers_.take();
+  Listing listing(page);
+  Statement rows(reader.database(), std::string(kSelectRequest) + " WHERE id > ? ORDER BY id LIMIT ?");
+  rows.bind(page.after).bind(rowsToRead(page));
+  while (rows.step()) {
+    if (!listing.add(rows.integer(0), requestRow(rows)))
+      break;
+  }
+  return listing.finish("requests", Json::object());
+}
+
+std::string Store::eventsJson(const Page& page) {
+  Readers::Lease reader = readers_.take();
+  Listing listing(page);
+  Statement rows(reader.database(),
+                 "SELECT number, event, arrivals FROM events WHERE number > ? AND event != '' ORDER BY number LIMIT ?");
+  Statement arrivals(reader.database(), "SELECT request, times FROM arrivals WHERE event = ? ORDER BY request");
+  rows.bind(page.after).bind(rowsToRead(page));
+  while (rows.step()) {
+    Json event = Json::parse(rows.bytes(1));
+    event["number"] = rows.integer(0);
+    event["arrivals"] = rows.integer(2);
+    event["requests"] = requestsOfEvent(arrivals, rows.integer(0));
+    if (!listing.add(rows.integer(0), event))
+      break;
+  }
+  const Totals totals = readTotals(reader.database());
+  return listing.finish("events", {{"distinct", totals.delivered}, {"arrivals", totals.delivered + totals.duplicate}});
+}
+
+}  // namespace morvik_service

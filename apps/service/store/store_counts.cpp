@@ -1,0 +1,68 @@
+#include "apps/service/store/store_counts.h"
+
+#include <functional>
+
+namespace morvik_service {
+namespace {
+
+std::string listed(const std::function<std::string(const ArrivedKind&)>& of) {
+  std::string columns;
+  for (const ArrivedKind& each : kArrived)
+    columns += (columns.empty() ? "" : ", ") + of(each);
+  return columns;
+}
+
+// For an install that has dropped requests already.
+std::string grownColumns() {
+  return listed([](const ArrivedKind& each) {
+    const std::string column(each.column);
+    return column + " = " + column + " + excluded." + column;
+  });
+}
+
+void runWith(Database& database, const std::string& sql, std::int64_t id) {
+  Statement(database, sql).bind(id).run();
+}
+
+}  // namespace
+
+std::string arrivedColumns() {
+  return listed([](const ArrivedKind& each) {
+    return "CASE WHEN counted THEN " + std::string(each.sql) + " ELSE 0 END AS " + std::string(each.column);
+  });
+}
+
+std::string droppedColumns() {
+  return listed([](const ArrivedKind& each) { return std::string(each.column); });
+}
+
+std::string sumsOfArrived() {
+  return listed([](const ArrivedKind& each) { return "coalesce(sum(" + std::string(each.column) + "), 0)"; });
+}
+
+Totals readTotals(Database& database) {
+  Statement totals(database, "SELECT requests, refused, delivered, duplicate, impressions FROM totals");
+  totals.step();
+  return {totals.integer(0), totals.integer(1), totals.integer(2), totals.integer(3), totals.integer(4)};
+}
+
+void dropRequest(Database& database, std::int64_t id) {
+  runWith(database,
+          "INSERT INTO dropped(install, requests, newest, newest_ms, " + droppedColumns() +
+              ") SELECT install, 1, id, time_ms, " + arrivedColumns() +
+              " FROM requests WHERE id = ?"
+              " ON CONFLICT(install) DO UPDATE SET requests = requests + 1, newest = excluded.newest,"
+              " newest_ms = excluded.newest_ms, " +
+              grownColumns(),
+          id);
+  // Of an event that no later request brought, its id stays: when it arrives once more, it arrives again.
+  runWith(database,
+          "UPDATE events SET event = '' WHERE number IN (SELECT event FROM arrivals AS gone WHERE request = ?1 AND"
+          " NOT EXISTS (SELECT 1 FROM arrivals WHERE event = gone.event AND request > ?1))",
+          id);
+  runWith(database, "DELETE FROM arrivals WHERE request = ?", id);
+  runWith(database, "DELETE FROM impressions WHERE request = ?", id);
+  runWith(database, "DELETE FROM requests WHERE id = ?", id);
+}
+
+}  // namespace morvik_service

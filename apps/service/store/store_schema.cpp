@@ -1,0 +1,92 @@
+#include "apps/service/store/store_schema.h"
+
+#include <string>
+
+#include "apps/service/base/refusal.h"
+#include "apps/service/store/store.h"
+
+namespace morvik_service {
+namespace {
+
+constexpr std::int64_t kSchemaVersion = 3;
+// What a burst left of the write-ahead log is given back.
+constexpr int kMaxIdleLogBytes = 4 * 1024 * 1024;
+
+constexpr const char* kFirstTables = R"sql(
+CREATE TABLE requests(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, time_ms INTEGER NOT NULL, endpoint TEXT NOT NULL, method TEXT NOT NULL,
+  path TEXT NOT NULL, headers TEXT NOT NULL, body BLOB NOT NULL, body_bytes INTEGER NOT NULL, payload TEXT,
+  refusal TEXT, behaviour TEXT, counted INTEGER NOT NULL, answered INTEGER NOT NULL, status INTEGER NOT NULL,
+  answer BLOB NOT NULL, answer_bytes INTEGER NOT NULL, events_new INTEGER NOT NULL DEFAULT 0,
+  events_again INTEGER NOT NULL DEFAULT 0, events_without_id INTEGER NOT NULL DEFAULT 0,
+  impressions INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE events(
+  number INTEGER PRIMARY KEY AUTOINCREMENT, event_id TEXT NOT NULL UNIQUE, event TEXT NOT NULL,
+  arrivals INTEGER NOT NULL);
+CREATE TABLE arrivals(
+  event INTEGER NOT NULL REFERENCES events, request INTEGER NOT NULL REFERENCES requests, times INTEGER NOT NULL,
+  PRIMARY KEY(event, request)) WITHOUT ROWID;
+CREATE TABLE impressions(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, request INTEGER NOT NULL REFERENCES requests, impression TEXT NOT NULL);
+CREATE TABLE installs(
+  user_no INTEGER PRIMARY KEY AUTOINCREMENT, install_id TEXT NOT NULL UNIQUE, first_seen_ms INTEGER NOT NULL);
+)sql";
+
+// Whose a request is and what it is about, so that lists need not open payloads.
+constexpr const char* kSecondTables = R"sql(
+ALTER TABLE requests ADD COLUMN install TEXT NOT NULL DEFAULT '';
+ALTER TABLE requests ADD COLUMN about TEXT NOT NULL DEFAULT '';
+UPDATE requests SET install = coalesce(json_extract(payload, '$.install_id'), '')
+  WHERE payload IS NOT NULL AND json_valid(payload) AND json_type(payload) = 'object';
+CREATE INDEX requests_of_install ON requests(install, id);
+CREATE TABLE identities(identity TEXT PRIMARY KEY, install TEXT NOT NULL) WITHOUT ROWID;
+)sql";
+
+// What stays known when the oldest requests go.
+constexpr const char* kThirdTables = R"sql(
+CREATE TABLE totals(
+  requests INTEGER NOT NULL, refused INTEGER NOT NULL, delivered INTEGER NOT NULL, duplicate INTEGER NOT NULL,
+  impressions INTEGER NOT NULL);
+INSERT INTO totals SELECT count(*), coalesce(sum(refusal IS NOT NULL), 0), coalesce(sum(events_new), 0),
+  coalesce(sum(events_again), 0), coalesce(sum(impressions), 0) FROM requests;
+CREATE TABLE dropped(
+  install TEXT PRIMARY KEY, requests INTEGER NOT NULL, newest INTEGER NOT NULL, newest_ms INTEGER NOT NULL,
+  activities INTEGER NOT NULL, impressions INTEGER NOT NULL, re_engagement_clicks INTEGER NOT NULL,
+  commerce_clicks INTEGER NOT NULL, crash_reports INTEGER NOT NULL, demographics INTEGER NOT NULL) WITHOUT ROWID;
+CREATE INDEX arrivals_of_request ON arrivals(request);
+CREATE INDEX impressions_of_request ON impressions(request);
+)sql";
+
+std::int64_t versionOf(Database& database) {
+  Statement query(database, "PRAGMA user_version");
+  return query.step() ? query.integer(0) : 0;
+}
+
+}  // namespace
+
+void openSchema(Database& database) {
+  // Only a file that holds nothing takes it; one that an earlier version wrote takes it when it is made anew.
+  database.execute("PRAGMA auto_vacuum=INCREMENTAL");
+  database.execute("PRAGMA journal_mode=WAL");
+  database.execute("PRAGMA journal_size_limit=" + std::to_string(kMaxIdleLogBytes));
+  database.execute("PRAGMA synchronous=NORMAL");
+  Transaction transaction(database);
+  const std::int64_t version = versionOf(database);
+  if (version > kSchemaVersion) {
+    throw SetupError(
+        "the store was written by a newer version of this program; it is left as it is, choose another "
+        "folder with --store");
+  }
+  if (version < 1) {
+    database.execute(kFirstTables);
+    Statement(database, "INSERT INTO sqlite_sequence(name, seq) VALUES('installs', ?)").bind(kFirstUserNo - 1).run();
+  }
+  if (version < 2)
+    database.execute(kSecondTables);
+  if (version < 3)
+    database.execute(kThirdTables);
+  database.execute("PRAGMA user_version=" + std::to_string(kSchemaVersion));
+  transaction.commit();
+}
+
+}  // namespace morvik_service

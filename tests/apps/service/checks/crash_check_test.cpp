@@ -1,0 +1,77 @@
+#include "apps/service/checks/crash_check.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/apps/service/samples.h"
+
+namespace morvik_service {
+namespace {
+
+using test::crashReport;
+using test::kKeys;
+using test::refusalOf;
+
+std::string problemOf(const std::vector<Json>& reports) {
+  const Refusal refusal = refusalOf([&] { checkCrashReports(reports); });
+  EXPECT_EQ(400, refusal.status());
+  return refusal.what();
+}
+
+TEST(CrashCheck, AcceptsWhatTheProtocolLists) {
+  EXPECT_NO_THROW(checkCrashReports(Json::array()));
+  EXPECT_NO_THROW(checkCrashReports(Json::array({crashReport("fendo"), crashReport("")})));
+}
+
+TEST(CrashCheck, AReportHasExactlyItsTwentyMembers) {
+  const Json good = crashReport("fendo");
+  EXPECT_EQ(20U, good.size());
+  for (const auto& [name, value] : good.items()) {
+    Json report = good;
+    report.erase(name);
+    EXPECT_EQ("[1]." + name + " is missing", problemOf({good, report}));
+    report[name] = 1;
+    EXPECT_EQ("[1]." + name + (value.is_string() ? " is no string" : " is no object"), problemOf({good, report}));
+  }
+  Json report = good;
+  report["password"] = "secret";
+  EXPECT_EQ("[0].password does not belong there", problemOf({report}));
+  EXPECT_EQ("[0] is no object", problemOf({"fendo"}));
+}
+
+TEST(CrashCheck, TheDeviceHasExactlyItsFiveMembers) {
+  const Json good = crashReport("fendo");
+  EXPECT_EQ(5U, good["device_information"].size());
+  for (const auto& [name, value] : good["device_information"].items()) {
+    Json report = good;
+    report["device_information"].erase(name);
+    EXPECT_EQ("[0].device_information." + name + " is missing", problemOf({report}));
+    report["device_information"][name] = nullptr;
+    EXPECT_EQ(0U, problemOf({report}).find("[0].device_information." + name + " is no ")) << name;
+  }
+  Json report = good;
+  report["device_information"]["more"] = 1;
+  EXPECT_EQ("[0].device_information.more does not belong there", problemOf({report}));
+}
+
+TEST(CrashCheck, FreeSizesMayBeNumbersOrTexts) {
+  Json report = crashReport("fendo");
+  for (const Json& size : {Json(12345678901), Json("812.4 MB"), Json("")}) {
+    report["device_information"]["free_device_storage"] = size;
+    report["device_information"]["free_memory"] = size;
+    EXPECT_NO_THROW(checkCrashReports(Json::array({report}))) << size;
+  }
+}
+
+TEST(CrashCheck, AReportOfAnotherAppIsRefused) {
+  Json report = crashReport("fendo");
+  EXPECT_NO_THROW(checkAppOfCrashReports(Json::array({report}), kKeys));
+  report["appkey"] = "app-2";
+  const Refusal refusal = refusalOf([&] {
+    checkAppOfCrashReports(Json::array({crashReport("fendo"), report}), kKeys);
+  });
+  EXPECT_EQ(403, refusal.status());
+  EXPECT_EQ("the payload, [1].appkey", refusal.where());
+}
+
+}  // namespace
+}  // namespace morvik_service
