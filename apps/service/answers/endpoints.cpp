@@ -3,11 +3,11 @@
 #include <algorithm>
 
 #include "apps/service/base/times.h"
-#include "apps/service/checks/click_check.h"
-#include "apps/service/checks/crash_check.h"
-#include "apps/service/checks/demographics_check.h"
-#include "apps/service/checks/erasure_check.h"
-#include "apps/service/checks/payload_check.h"
+#include "apps/service/checks/click_rules.h"
+#include "apps/service/checks/crash_rules.h"
+#include "apps/service/checks/demographics_rules.h"
+#include "apps/service/checks/erasure_rules.h"
+#include "apps/service/checks/payload_rules.h"
 
 namespace morvik_service {
 namespace {

@@ -1,4 +1,4 @@
-// What every form of payload asks of the request around it. Each rule throws Refusal with the status that fits.
+// Rules for the request around a payload. Each function throws Refusal with the status that fits.
 #pragma once
 
 #include <string>

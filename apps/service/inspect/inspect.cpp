@@ -9,10 +9,10 @@
 #include "apps/service/answers/endpoints.h"
 #include "apps/service/base/refusal.h"
 #include "apps/service/checks/request_rules.h"
+#include "apps/service/inspect/broken_rules.h"
 #include "apps/service/inspect/inspect_query.h"
 #include "apps/service/inspect/inspect_stream.h"
 #include "apps/service/inspect/timeline.h"
-#include "apps/service/inspect/wire_rules.h"
 
 namespace morvik_service {
 namespace {

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "apps/service/base/refusal.h"
-#include "apps/service/checks/member_check.h"
+#include "apps/service/checks/member_rules.h"
 
 namespace morvik_service {
 namespace {

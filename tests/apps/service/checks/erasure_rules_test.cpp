@@ -1,4 +1,4 @@
-#include "apps/service/checks/erasure_check.h"
+#include "apps/service/checks/erasure_rules.h"
 
 #include <gtest/gtest.h>
 
@@ -26,12 +26,12 @@ Json without(const std::vector<std::string>& names) {
   return payload;
 }
 
-TEST(ErasureCheck, AcceptsWhatTheProtocolLists) {
+TEST(ErasureRules, AcceptsWhatTheProtocolLists) {
   EXPECT_EQ(7U, erasureRequest().size());
   EXPECT_NO_THROW(checkErasureRequest(erasureRequest()));
 }
 
-TEST(ErasureCheck, WhatADeviceMayNotKnowEndsTheListThatItStandsIn) {
+TEST(ErasureRules, WhatADeviceMayNotKnowEndsTheListThatItStandsIn) {
   EXPECT_NO_THROW(checkErasureRequest(without({"submitted_time", "api_version", "status_callback_urls"})));
   Json payload = erasureRequest();
   payload["subject_identities"][0] = {{"identity_type", "ios_advertising_id"}};
@@ -40,7 +40,7 @@ TEST(ErasureCheck, WhatADeviceMayNotKnowEndsTheListThatItStandsIn) {
   EXPECT_NO_THROW(checkAppOfErasureRequest(payload, kKeys));
 }
 
-TEST(ErasureCheck, EveryOtherMemberIsThereAndNoneBesides) {
+TEST(ErasureRules, EveryOtherMemberIsThereAndNoneBesides) {
   for (const char* name : {"subject_request_id", "subject_request_type", "api_version", "status_callback_urls",
                            "subject_identities", "extensions"}) {
     EXPECT_EQ(std::string(name) + " is missing", problemOf(without({name})));
@@ -52,7 +52,7 @@ TEST(ErasureCheck, EveryOtherMemberIsThereAndNoneBesides) {
   EXPECT_EQ("puid does not belong there", problemOf(payload));
 }
 
-TEST(ErasureCheck, EveryMemberHasItsTypeAndItsForm) {
+TEST(ErasureRules, EveryMemberHasItsTypeAndItsForm) {
   struct Row {
     const char* name;
     Json value;
@@ -83,7 +83,7 @@ TEST(ErasureCheck, EveryMemberHasItsTypeAndItsForm) {
   }
 }
 
-TEST(ErasureCheck, TheIdentityIsAnAdvertisingIdentifier) {
+TEST(ErasureRules, TheIdentityIsAnAdvertisingIdentifier) {
   const auto problemWith = [](const Json& identity) {
     Json payload = erasureRequest();
     payload["subject_identities"][0] = identity;
@@ -106,7 +106,7 @@ TEST(ErasureCheck, TheIdentityIsAnAdvertisingIdentifier) {
   EXPECT_EQ(place + ".identity_type is missing", problemWith(Json::object()));
 }
 
-TEST(ErasureCheck, TheExtensionNamesTheAppAndNothingElse) {
+TEST(ErasureRules, TheExtensionNamesTheAppAndNothingElse) {
   Json payload = erasureRequest();
   payload["extensions"][kDomain]["type"] = "modern";
   EXPECT_EQ("extensions.erasure.morvik.example.type is not \"classic\"", problemOf(payload));
@@ -121,7 +121,7 @@ TEST(ErasureCheck, TheExtensionNamesTheAppAndNothingElse) {
   EXPECT_EQ("extensions.other.example does not belong there", problemOf(payload));
 }
 
-TEST(ErasureCheck, ARequestForAnotherAppIsRefused) {
+TEST(ErasureRules, ARequestForAnotherAppIsRefused) {
   Json payload = erasureRequest();
   EXPECT_NO_THROW(checkAppOfErasureRequest(payload, kKeys));
   payload["extensions"][kDomain]["appkey"] = "app-2";

@@ -1,9 +1,9 @@
-#include "apps/service/checks/click_check.h"
+#include "apps/service/checks/click_rules.h"
 
 #include <array>
 
-#include "apps/service/checks/member_check.h"
-#include "apps/service/checks/payload_check.h"
+#include "apps/service/checks/member_rules.h"
+#include "apps/service/checks/payload_rules.h"
 
 namespace morvik_service {
 namespace {

@@ -1,4 +1,4 @@
-// What the clicks must hold that opened the app. Each check throws Refusal 400 that names the first member that is
+// Rules for the clicks that opened the app. Each function throws Refusal 400 that names the first member that is
 // missing, of the wrong type or not known.
 #pragma once
 

@@ -1,9 +1,9 @@
-#include "apps/service/checks/erasure_check.h"
+#include "apps/service/checks/erasure_rules.h"
 
 #include <algorithm>
 #include <array>
 
-#include "apps/service/checks/member_check.h"
+#include "apps/service/checks/member_rules.h"
 #include "apps/service/checks/request_rules.h"
 
 namespace morvik_service {

@@ -1,4 +1,4 @@
-// What demographics must hold.
+// Rules for demographics.
 #pragma once
 
 #include "apps/service/base/json.h"

@@ -1,5 +1,5 @@
-// What the payloads of attribution, tracking and schedule must hold. Each check throws Refusal 400 that names the first
-// member that is missing or of the wrong type. Members nobody asked for are welcome.
+// Rules for the payloads of attribution, tracking and schedule. Each function throws Refusal 400 that names the first
+// member that is missing or of the wrong type. Other members are allowed.
 #pragma once
 
 #include "apps/service/base/json.h"

@@ -1,4 +1,4 @@
-#include "apps/service/checks/member_check.h"
+#include "apps/service/checks/member_rules.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ std::string problemWith(const Json& value) {
   return refusalOf([&] { requireExactly(value, kRules, Place("things").entry(3)); }).what();
 }
 
-TEST(MemberCheck, APlaceIsWrittenAsAPath) {
+TEST(MemberRules, APlaceIsWrittenAsAPath) {
   EXPECT_EQ("", Place().path());
   EXPECT_EQ("a", Place().path("a"));
   EXPECT_EQ("a.b", Place().member("a").path("b"));
@@ -25,7 +25,7 @@ TEST(MemberCheck, APlaceIsWrittenAsAPath) {
   EXPECT_EQ("a[0].b", Place("a").entry(0).member("b").path());
 }
 
-TEST(MemberCheck, WhatIsWrongIsNamedByItsPath) {
+TEST(MemberRules, WhatIsWrongIsNamedByItsPath) {
   EXPECT_NO_THROW(requireExactly({{"size", 1}, {"name", "x"}}, kRules, {}));
   EXPECT_EQ("things[3] is no object", problemWith(1));
   EXPECT_EQ("things[3].name is missing", problemWith({{"size", 1}}));
@@ -33,7 +33,7 @@ TEST(MemberCheck, WhatIsWrongIsNamedByItsPath) {
   EXPECT_EQ("things[3].more does not belong there", problemWith({{"name", "x"}, {"size", 1}, {"more", 1}}));
 }
 
-TEST(MemberCheck, ARefusalSaysWhereAndHowToMendIt) {
+TEST(MemberRules, ARefusalSaysWhereAndHowToMendIt) {
   const Refusal refusal = refusalOf([] { requireMember(Json::object(), {"name"}, {}); });
   EXPECT_EQ(400, refusal.status());
   EXPECT_STREQ("name is missing", refusal.what());
@@ -41,11 +41,11 @@ TEST(MemberCheck, ARefusalSaysWhereAndHowToMendIt) {
   EXPECT_EQ("send the members that the protocol lists", refusal.mend());
 }
 
-TEST(MemberCheck, MoreMembersAreWelcomeUnlessTheRuleIsExact) {
+TEST(MemberRules, MoreMembersAreWelcomeUnlessTheRuleIsExact) {
   EXPECT_NO_THROW(requireMembers({{"name", "x"}, {"size", 1}, {"more", 1}}, kRules, {}));
 }
 
-TEST(MemberCheck, EachTypeTakesItsOwnValuesAlone) {
+TEST(MemberRules, EachTypeTakesItsOwnValuesAlone) {
   const std::vector<Json> values = {"x", 1, 1.5, true, Json::array(), Json::object(), nullptr};
   struct Row {
     MemberType type;
@@ -73,14 +73,14 @@ TEST(MemberCheck, EachTypeTakesItsOwnValuesAlone) {
   }
 }
 
-TEST(MemberCheck, AnIntegerFits64BitsWithASign) {
+TEST(MemberRules, AnIntegerFits64BitsWithASign) {
   for (const char* text : {"9223372036854775807", "-9223372036854775808"})
     EXPECT_NO_THROW(requireType(Json::parse(text), MemberType::kInteger, {})) << text;
   for (const char* text : {"9223372036854775808", "18446744073709551615", "18446744073709551616", "1e3"})
     EXPECT_THROW(requireType(Json::parse(text), MemberType::kInteger, {}), Refusal) << text;
 }
 
-TEST(MemberCheck, EveryEntryIsVisitedWithItsPlace) {
+TEST(MemberRules, EveryEntryIsVisitedWithItsPlace) {
   std::string seen;
   requireEntries({"x", "y"}, Place("list"),
                  [&](const Json& entry, const Place& place) { seen += place.path() + jsonText(entry); });

@@ -1,4 +1,4 @@
-// Which rules of the wire format a stored request broke, in plain words.
+// The rules of the wire format that a stored request broke, in plain words.
 #pragma once
 
 #include "apps/service/base/json.h"

@@ -1,4 +1,4 @@
-#include "apps/service/checks/demographics_check.h"
+#include "apps/service/checks/demographics_rules.h"
 
 #include <gtest/gtest.h>
 
@@ -26,18 +26,18 @@ Json entry(const Json& key, const Json& value) {
   return {{"demo_key", key}, {"demo_value", value}};
 }
 
-TEST(DemographicsCheck, AcceptsWhatTheProtocolLists) {
+TEST(DemographicsRules, AcceptsWhatTheProtocolLists) {
   EXPECT_EQ(3U, demographicsPayload()["user_demo_info"].size());
   EXPECT_NO_THROW(checkDemographicsPayload(demographicsPayload()));
   EXPECT_NO_THROW(checkDemographicsPayload(withEntries({entry("userId", "u")})));
   EXPECT_NO_THROW(checkDemographicsPayload(withEntries({entry("age", -7), entry("gender", 3)})));
 }
 
-TEST(DemographicsCheck, ADeviceWithoutAPersistentIdSendsNothing) {
+TEST(DemographicsRules, ADeviceWithoutAPersistentIdSendsNothing) {
   EXPECT_NO_THROW(checkDemographicsPayload(Json::object()));
 }
 
-TEST(DemographicsCheck, APayloadHasBothMembersOrNone) {
+TEST(DemographicsRules, APayloadHasBothMembersOrNone) {
   for (const auto& [name, problem] :
        {std::pair<std::string, std::string>{"puid", "string"}, {"user_demo_info", "array"}}) {
     Json payload = demographicsPayload();
@@ -51,7 +51,7 @@ TEST(DemographicsCheck, APayloadHasBothMembersOrNone) {
   EXPECT_EQ("idfa does not belong there", problemOf(payload));
 }
 
-TEST(DemographicsCheck, AnEntryHasAKnownKeyAndAValueOfItsType) {
+TEST(DemographicsRules, AnEntryHasAKnownKeyAndAValueOfItsType) {
   EXPECT_EQ("user_demo_info[0] is no object", problemOf(withEntries({1})));
   EXPECT_EQ("user_demo_info[0].demo_key is missing", problemOf(withEntries({Json::object()})));
   EXPECT_EQ("user_demo_info[0].demo_key is no string", problemOf(withEntries({entry(1, 27)})));
@@ -66,7 +66,7 @@ TEST(DemographicsCheck, AnEntryHasAKnownKeyAndAValueOfItsType) {
   EXPECT_EQ("user_demo_info[0].demo_value is missing", problemOf(withEntries({more})));
 }
 
-TEST(DemographicsCheck, EntriesComeOnceAndInTheirOrder) {
+TEST(DemographicsRules, EntriesComeOnceAndInTheirOrder) {
   const std::string problem = "user_demo_info[1].demo_key does not follow the order age, gender, userId";
   EXPECT_EQ(problem, problemOf(withEntries({entry("age", 27), entry("age", 28)})));
   EXPECT_EQ(problem, problemOf(withEntries({entry("userId", "u"), entry("gender", 1)})));

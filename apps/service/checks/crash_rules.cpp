@@ -1,8 +1,8 @@
-#include "apps/service/checks/crash_check.h"
+#include "apps/service/checks/crash_rules.h"
 
 #include <array>
 
-#include "apps/service/checks/member_check.h"
+#include "apps/service/checks/member_rules.h"
 #include "apps/service/checks/request_rules.h"
 
 namespace morvik_service {

@@ -1,4 +1,4 @@
-#include "apps/service/checks/crash_check.h"
+#include "apps/service/checks/crash_rules.h"
 
 #include <gtest/gtest.h>
 
@@ -17,12 +17,12 @@ std::string problemOf(const std::vector<Json>& reports) {
   return refusal.what();
 }
 
-TEST(CrashCheck, AcceptsWhatTheProtocolLists) {
+TEST(CrashRules, AcceptsWhatTheProtocolLists) {
   EXPECT_NO_THROW(checkCrashReports(Json::array()));
   EXPECT_NO_THROW(checkCrashReports(Json::array({crashReport("fendo"), crashReport("")})));
 }
 
-TEST(CrashCheck, AReportHasExactlyItsTwentyMembers) {
+TEST(CrashRules, AReportHasExactlyItsTwentyMembers) {
   const Json good = crashReport("fendo");
   EXPECT_EQ(20U, good.size());
   for (const auto& [name, value] : good.items()) {
@@ -38,7 +38,7 @@ TEST(CrashCheck, AReportHasExactlyItsTwentyMembers) {
   EXPECT_EQ("[0] is no object", problemOf({"fendo"}));
 }
 
-TEST(CrashCheck, TheDeviceHasExactlyItsFiveMembers) {
+TEST(CrashRules, TheDeviceHasExactlyItsFiveMembers) {
   const Json good = crashReport("fendo");
   EXPECT_EQ(5U, good["device_information"].size());
   for (const auto& [name, value] : good["device_information"].items()) {
@@ -53,7 +53,7 @@ TEST(CrashCheck, TheDeviceHasExactlyItsFiveMembers) {
   EXPECT_EQ("[0].device_information.more does not belong there", problemOf({report}));
 }
 
-TEST(CrashCheck, FreeSizesMayBeNumbersOrTexts) {
+TEST(CrashRules, FreeSizesMayBeNumbersOrTexts) {
   Json report = crashReport("fendo");
   for (const Json& size : {Json(12345678901), Json("812.4 MB"), Json("")}) {
     report["device_information"]["free_device_storage"] = size;
@@ -62,7 +62,7 @@ TEST(CrashCheck, FreeSizesMayBeNumbersOrTexts) {
   }
 }
 
-TEST(CrashCheck, AReportOfAnotherAppIsRefused) {
+TEST(CrashRules, AReportOfAnotherAppIsRefused) {
   Json report = crashReport("fendo");
   EXPECT_NO_THROW(checkAppOfCrashReports(Json::array({report}), kKeys));
   report["appkey"] = "app-2";

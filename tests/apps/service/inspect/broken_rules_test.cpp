@@ -1,4 +1,4 @@
-#include "apps/service/inspect/wire_rules.h"
+#include "apps/service/inspect/broken_rules.h"
 
 #include <gtest/gtest.h>
 
@@ -28,21 +28,21 @@ std::vector<std::string> broken(const Json& request) {
 
 using Texts = std::vector<std::string>;
 
-TEST(WireRules, AGoodRequestBreaksNone) {
+TEST(BrokenRules, AGoodRequestBreaksNone) {
   EXPECT_EQ(Texts{}, broken(stored(trackingPayload({kGoodId}))));
   Json configuration = stored(nullptr, "/app-1/config.json");
   configuration["body_bytes"] = 0;
   EXPECT_EQ(Texts{}, broken(configuration));
 }
 
-TEST(WireRules, ARefusalIsTheRuleThatWasBroken) {
+TEST(BrokenRules, ARefusalIsTheRuleThatWasBroken) {
   Json request = stored(nullptr);
   request["refusal"] = {{"error", "the body is empty"}, {"where", "the request body"}, {"mend", "send one"}};
   EXPECT_EQ(R"([{"what":"the body is empty","where":"the request body","mend":"send one"}])",
             jsonText(brokenRules(request)));
 }
 
-TEST(WireRules, EventIdsAreTimeOrderedUuidsAndStandOnce) {
+TEST(BrokenRules, EventIdsAreTimeOrderedUuidsAndStandOnce) {
   for (const char* id : {"a", "018F3C1E-7B2A-7CDE-8F01-23456789ABCD", "018f3c1e-7b2a-4cde-8f01-23456789abcd",
                          "018f3c1e-7b2a-7cde-7f01-23456789abcd", "018f3c1e-7b2a-7cde-8f01-23456789abcde"}) {
     EXPECT_EQ((Texts{"activity_info[0].event_id: \"" + std::string(id) + "\" is no lower-case UUID of version 7"}),
@@ -54,7 +54,7 @@ TEST(WireRules, EventIdsAreTimeOrderedUuidsAndStandOnce) {
             broken(stored(trackingPayload({""}))));
 }
 
-TEST(WireRules, TimesAreRealAndAscend) {
+TEST(BrokenRules, TimesAreRealAndAscend) {
   Json payload = trackingPayload({kGoodId, "018f3c1e-7b2a-7cde-8f01-23456789abce"});
   payload["activity_info"][1]["created_at"] = "20250304050607";
   EXPECT_EQ((Texts{"activity_info[1].created_at: the entry is earlier than the one before it"}),
@@ -64,31 +64,31 @@ TEST(WireRules, TimesAreRealAndAscend) {
             broken(stored(payload)));
 }
 
-TEST(WireRules, EntriesHaveTheirMembersAndNoOthers) {
+TEST(BrokenRules, EntriesHaveTheirMembersAndNoOthers) {
   Json payload = trackingPayload({kGoodId});
   payload["activity_info"][0]["more"] = 1;
   payload["impression_info"].push_back(test::impression());
   EXPECT_EQ((Texts{"activity_info[0]: the entry has more than its 7 members"}), broken(stored(payload)));
 }
 
-TEST(WireRules, AFormSaysThatItIsUtf8) {
+TEST(BrokenRules, AFormSaysThatItIsUtf8) {
   Json request = stored(trackingPayload({kGoodId}));
   request["headers"][0][1] = "application/x-www-form-urlencoded";
   EXPECT_EQ((Texts{"header Content-Type: the form does not say that it is UTF-8"}), broken(request));
 }
 
-TEST(WireRules, AConversionWithoutParametersIsSaid) {
+TEST(BrokenRules, AConversionWithoutParametersIsSaid) {
   Json request = stored(nullptr, "/v1/conversion");
   request["body_bytes"] = 0;
   EXPECT_EQ((Texts{"the request body: the request has no parameters: the device could not build its payload"}),
             broken(request));
 }
 
-TEST(WireRules, OfManyTheFirstAreListed) {
+TEST(BrokenRules, OfManyTheFirstAreListed) {
   EXPECT_EQ(kMaxRulesListed, brokenRules(stored(trackingPayload(std::vector<std::string>(100, "")))).size());
 }
 
-TEST(WireRules, PayloadsOfAnyShapeAreSurvived) {
+TEST(BrokenRules, PayloadsOfAnyShapeAreSurvived) {
   for (const char* payload : {"null", "7", "[]", "{}", R"({"activity_info":7,"impression_info":[7,[],{}]})"})
     EXPECT_LE(brokenRules(stored(Json::parse(payload))).size(), kMaxRulesListed) << payload;
 }

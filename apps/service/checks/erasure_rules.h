@@ -1,4 +1,4 @@
-// What a user's request to be forgotten must hold.
+// Rules for a user's request to be forgotten.
 #pragma once
 
 #include "apps/service/base/json.h"

@@ -1,4 +1,4 @@
-#include "apps/service/inspect/wire_rules.h"
+#include "apps/service/inspect/broken_rules.h"
 
 #include <algorithm>
 #include <string>
@@ -8,7 +8,7 @@
 #include "apps/service/answers/endpoints.h"
 #include "apps/service/base/ascii.h"
 #include "apps/service/base/times.h"
-#include "apps/service/checks/member_check.h"
+#include "apps/service/checks/member_rules.h"
 
 namespace morvik_service {
 namespace {

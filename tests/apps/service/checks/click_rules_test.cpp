@@ -1,4 +1,4 @@
-#include "apps/service/checks/click_check.h"
+#include "apps/service/checks/click_rules.h"
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ std::string problemOf(void (*check)(const Json&), const Json& payload) {
   return refusal.what();
 }
 
-TEST(ClickCheck, AcceptsWhatTheProtocolLists) {
+TEST(ClickRules, AcceptsWhatTheProtocolLists) {
   EXPECT_NO_THROW(checkReEngagementPayload(reEngagementPayload(77)));
   EXPECT_NO_THROW(checkDeepLink({{"deeplink_info", facebookClick()}}));
   EXPECT_NO_THROW(checkDeepLink(Json::object()));
@@ -29,20 +29,20 @@ TEST(ClickCheck, AcceptsWhatTheProtocolLists) {
   EXPECT_NO_THROW(checkCommerceClicks(Json::array()));
 }
 
-TEST(ClickCheck, AReEngagementCarriesTheCommonParameters) {
+TEST(ClickRules, AReEngagementCarriesTheCommonParameters) {
   Json payload = reEngagementPayload(77);
   payload.erase("puid");
   EXPECT_EQ("puid is missing", problemOf(checkReEngagementPayload, payload));
 }
 
-TEST(ClickCheck, AReEngagementIsAboutOneClick) {
+TEST(ClickRules, AReEngagementIsAboutOneClick) {
   EXPECT_EQ("deeplink_info is missing", problemOf(checkReEngagementPayload, commonParameters()));
   Json payload = commonParameters();
   payload["deeplink_info"] = Json::array();
   EXPECT_EQ("deeplink_info is no object", problemOf(checkReEngagementPayload, payload));
 }
 
-TEST(ClickCheck, AReEngagementsClickHasExactlyFiveMembersOfTheirTypes) {
+TEST(ClickRules, AReEngagementsClickHasExactlyFiveMembersOfTheirTypes) {
   const Json good = reEngagementPayload(77);
   const std::map<std::string, std::string> types = {{"session_no", "64-bit integer"},
                                                     {"conversion_key", "64-bit integer"},
@@ -62,7 +62,7 @@ TEST(ClickCheck, AReEngagementsClickHasExactlyFiveMembersOfTheirTypes) {
   EXPECT_EQ("deeplink_info.failure_cnt does not belong there", problemOf(checkReEngagementPayload, payload));
 }
 
-TEST(ClickCheck, ADeepLinkHasExactlyThreeMembersOfTheirTypes) {
+TEST(ClickRules, ADeepLinkHasExactlyThreeMembersOfTheirTypes) {
   const std::map<std::string, std::string> types = {
       {"conversion_key", "64-bit integer"}, {"deeplink_uri", "string"}, {"sub_conversion_key", "string"}};
   ASSERT_EQ(types.size(), facebookClick().size());
@@ -79,7 +79,7 @@ TEST(ClickCheck, ADeepLinkHasExactlyThreeMembersOfTheirTypes) {
   EXPECT_EQ("deeplink_info is no object", problemOf(checkDeepLink, {{"deeplink_info", nullptr}}));
 }
 
-TEST(ClickCheck, ACommerceClickHasExactlyThreeMembersOfTheirTypes) {
+TEST(ClickRules, ACommerceClickHasExactlyThreeMembersOfTheirTypes) {
   const std::map<std::string, std::string> types = {{"clickId", "string"}, {"idfa", "string"}, {"mtime", "number"}};
   for (const auto& [name, type] : types) {
     Json clicks = commerceClicks({"one", "two"});

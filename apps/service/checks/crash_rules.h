@@ -1,4 +1,4 @@
-// What crash reports must hold.
+// Rules for crash reports.
 #pragma once
 
 #include "apps/service/base/json.h"

@@ -1,4 +1,4 @@
-#include "apps/service/checks/payload_check.h"
+#include "apps/service/checks/payload_rules.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ std::string problemOf(void (*check)(const Json&), const Json& payload) {
   return refusal.what();
 }
 
-TEST(PayloadCheck, AcceptsWhatTheProtocolLists) {
+TEST(PayloadRules, AcceptsWhatTheProtocolLists) {
   EXPECT_NO_THROW(checkConversionPayload(conversionPayload()));
   EXPECT_NO_THROW(checkIadPayload(iadPayload()));
   EXPECT_NO_THROW(checkIadPayload(commonParameters()));
@@ -32,7 +32,7 @@ TEST(PayloadCheck, AcceptsWhatTheProtocolLists) {
   EXPECT_NO_THROW(checkThirdPartyPayload(Json::object()));
 }
 
-TEST(PayloadCheck, EveryCommonParameterIsAString) {
+TEST(PayloadRules, EveryCommonParameterIsAString) {
   const Json good = commonParameters();
   EXPECT_EQ(17U, good.size());
   for (const auto& [name, value] : good.items()) {
@@ -44,7 +44,7 @@ TEST(PayloadCheck, EveryCommonParameterIsAString) {
   }
 }
 
-TEST(PayloadCheck, AConversionHasExactlyOneActivityOfSixStrings) {
+TEST(PayloadRules, AConversionHasExactlyOneActivityOfSixStrings) {
   const Json good = conversionPayload();
   EXPECT_EQ(6U, good["activity_info"][0].size());
   for (const auto& [name, value] : good["activity_info"][0].items()) {
@@ -61,7 +61,7 @@ TEST(PayloadCheck, AConversionHasExactlyOneActivityOfSixStrings) {
   EXPECT_EQ("activity_info is no array", problemOf(checkConversionPayload, payload));
 }
 
-TEST(PayloadCheck, AConversionAlwaysHasASearchAdsResponse) {
+TEST(PayloadRules, AConversionAlwaysHasASearchAdsResponse) {
   Json payload = conversionPayload();
   payload["searchads_response"] = {{"iad-attribution", "true"}};
   EXPECT_NO_THROW(checkConversionPayload(payload));
@@ -73,7 +73,7 @@ TEST(PayloadCheck, AConversionAlwaysHasASearchAdsResponse) {
   EXPECT_EQ("searchads_response is missing", problemOf(checkConversionPayload, payload));
 }
 
-TEST(PayloadCheck, ADeepLinkOfAConversionIsCheckedWhenItIsThere) {
+TEST(PayloadRules, ADeepLinkOfAConversionIsCheckedWhenItIsThere) {
   for (auto* const check : {checkConversionPayload, checkThirdPartyPayload}) {
     Json payload = conversionPayload();
     payload["deeplink_info"] = facebookClick();
@@ -83,7 +83,7 @@ TEST(PayloadCheck, ADeepLinkOfAConversionIsCheckedWhenItIsThere) {
   }
 }
 
-TEST(PayloadCheck, AScheduleIsAskedForWithThreeTexts) {
+TEST(PayloadRules, AScheduleIsAskedForWithThreeTexts) {
   const Json good = {{"k", "app-1"}, {"language", "ko"}, {"checksum", "init"}};
   EXPECT_NO_THROW(checkSchedulePayload(good));
   for (const auto& [name, value] : good.items()) {
@@ -93,7 +93,7 @@ TEST(PayloadCheck, AScheduleIsAskedForWithThreeTexts) {
   }
 }
 
-TEST(PayloadCheck, AnIadAttributionHasBothDatesOrNone) {
+TEST(PayloadRules, AnIadAttributionHasBothDatesOrNone) {
   Json payload = iadPayload();
   payload["iAd"].erase("iAdImpressionDate");
   EXPECT_EQ("iAd.iAdImpressionDate is missing", problemOf(checkIadPayload, payload));
@@ -103,7 +103,7 @@ TEST(PayloadCheck, AnIadAttributionHasBothDatesOrNone) {
   EXPECT_EQ("iAd is no object", problemOf(checkIadPayload, payload));
 }
 
-TEST(PayloadCheck, EveryActivityOfABatchHasSevenStrings) {
+TEST(PayloadRules, EveryActivityOfABatchHasSevenStrings) {
   const Json good = trackingPayload({"one", "two"});
   EXPECT_EQ(7U, good["activity_info"][1].size());
   for (const auto& [name, value] : good["activity_info"][1].items()) {
@@ -115,7 +115,7 @@ TEST(PayloadCheck, EveryActivityOfABatchHasSevenStrings) {
   }
 }
 
-TEST(PayloadCheck, EveryImpressionOfABatchHasSixMembersOfTheirTypes) {
+TEST(PayloadRules, EveryImpressionOfABatchHasSixMembersOfTheirTypes) {
   Json good = trackingPayload({"one"});
   good["impression_info"] = Json::array({impression(), impression()});
   const Json members = impression();
@@ -128,7 +128,7 @@ TEST(PayloadCheck, EveryImpressionOfABatchHasSixMembersOfTheirTypes) {
   }
 }
 
-TEST(PayloadCheck, ABatchHasBothLists) {
+TEST(PayloadRules, ABatchHasBothLists) {
   Json payload = trackingPayload({"one"});
   payload.erase("impression_info");
   EXPECT_EQ("impression_info is missing", problemOf(checkTrackingPayload, payload));

@@ -1,4 +1,4 @@
-// How the members of a payload are checked: by tables of names and types. What is wrong is named by its path
+// Rules for the members of a payload, as tables of names and types. What is wrong is named by its path
 // ("activity_info[3].event_id").
 #pragma once
 

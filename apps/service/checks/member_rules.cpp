@@ -1,4 +1,4 @@
-#include "apps/service/checks/member_check.h"
+#include "apps/service/checks/member_rules.h"
 
 #include <algorithm>
 #include <cstdint>
