@@ -26,6 +26,7 @@ if(MORVIK_BUILD_APPS)
   find_package(CLI11 2.1 REQUIRED)
   find_package(nlohmann_json 3.11 REQUIRED)
   find_package(yaml-cpp 0.7 REQUIRED)
+  find_package(SQLiteCpp 3.2 REQUIRED)
   pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd>=0.9.75)
 endif()
 

@@ -19,7 +19,7 @@ HttpReply refusalReply(const Refusal& refusal) {
   return {refusal.status(), jsonText(describeRefusal(refusal))};
 }
 
-Refusal storeFailed(const DatabaseError& error) {
+Refusal storeFailed(const SQLite::Exception& error) {
   return Refusal(503, std::string("the store cannot take this in: ") + error.what(), "the service's disk",
                  "make room or mend the folder given with --store, then send again");
 }
@@ -119,7 +119,7 @@ HttpReply Service::answer(const HttpRequest& request) {
     return isForBrowsers(request) ? answerAdmin(request) : takeIn(request);
   } catch (const Refusal& refusal) {
     return refusalReply(refusal);
-  } catch (const DatabaseError& error) {
+  } catch (const SQLite::Exception& error) {
     writeLine(isoTime(clock_()) + " the store failed: " + error.what());
     return refusalReply(storeFailed(error));
   }

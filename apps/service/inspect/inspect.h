@@ -12,7 +12,7 @@ bool isInspection(const HttpRequest& request);
 
 /// Answers one inspection request of someone who may ask (requireAdmin). Any thread; takes `inspected.mutex` by itself,
 /// as does a stream in the reply. Never shows the secret keys: they are not in the store. Throws Refusal for everything
-/// it cannot do, DatabaseError when the store fails.
+/// it cannot do, SQLite::Exception when the store fails.
 HttpReply inspect(const HttpRequest& request, const Inspected& inspected);
 
 }  // namespace morvik_service

@@ -4,12 +4,12 @@
 
 namespace morvik_service {
 
-Readers::Lease::Lease(Readers& readers, std::unique_ptr<Database> database)
+Readers::Lease::Lease(Readers& readers, std::unique_ptr<SQLite::Database> database)
     : readers_(readers), database_(std::move(database)) {
   try {
     if (database_ == nullptr)
       database_ = readers_.open();
-    view_ = std::make_unique<Transaction>(*database_);
+    view_ = std::make_unique<SQLite::Transaction>(*database_);
   } catch (...) {
     readers_.giveBack(nullptr);
     throw;
@@ -25,7 +25,7 @@ Readers::Lease Readers::take() {
   std::unique_lock lock(mutex_);
   freed_.wait(lock, [this] { return taken_ < kMaxReaders; });
   ++taken_;
-  std::unique_ptr<Database> database;
+  std::unique_ptr<SQLite::Database> database;
   if (!idle_.empty()) {
     database = std::move(idle_.back());
     idle_.pop_back();
@@ -34,13 +34,13 @@ Readers::Lease Readers::take() {
   return {*this, std::move(database)};
 }
 
-std::unique_ptr<Database> Readers::open() const {
-  auto database = std::make_unique<Database>(file_);
-  database->execute("PRAGMA query_only=1");
+std::unique_ptr<SQLite::Database> Readers::open() const {
+  auto database = std::make_unique<SQLite::Database>(file_, SQLite::OPEN_READWRITE);
+  database->exec("PRAGMA query_only=1");
   return database;
 }
 
-void Readers::giveBack(std::unique_ptr<Database> database) {
+void Readers::giveBack(std::unique_ptr<SQLite::Database> database) {
   {
     const std::lock_guard lock(mutex_);
     --taken_;

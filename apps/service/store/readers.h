@@ -1,13 +1,14 @@
 // Connections to the store for those who only read: they wait neither for a writer nor let one wait.
 #pragma once
 
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Transaction.h>
+
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "apps/service/store/database.h"
 
 namespace morvik_service {
 
@@ -20,33 +21,33 @@ class Readers {
   /// One reader's view: what was committed when it first looked, whatever is written meanwhile.
   class Lease {
    public:
-    Lease(Readers& readers, std::unique_ptr<Database> database);
+    Lease(Readers& readers, std::unique_ptr<SQLite::Database> database);
     Lease(const Lease&) = delete;
     Lease& operator=(const Lease&) = delete;
     ~Lease();
 
-    Database& database() { return *database_; }
+    SQLite::Database& database() { return *database_; }
 
    private:
     Readers& readers_;
-    std::unique_ptr<Database> database_;
-    std::unique_ptr<Transaction> view_;
+    std::unique_ptr<SQLite::Database> database_;
+    std::unique_ptr<SQLite::Transaction> view_;
   };
 
   /// `file` is a database with a write-ahead log. Nothing is opened before it is needed.
   explicit Readers(std::string file) : file_(std::move(file)) {}
 
-  /// Throws DatabaseError.
+  /// Throws SQLite::Exception.
   Lease take();
 
  private:
-  std::unique_ptr<Database> open() const;
-  void giveBack(std::unique_ptr<Database> database);
+  std::unique_ptr<SQLite::Database> open() const;
+  void giveBack(std::unique_ptr<SQLite::Database> database);
 
   const std::string file_;
   std::mutex mutex_;
   std::condition_variable freed_;
-  std::vector<std::unique_ptr<Database>> idle_;  ///< guarded by mutex_, as `taken_`
+  std::vector<std::unique_ptr<SQLite::Database>> idle_;  ///< guarded by mutex_, as `taken_`
   int taken_ = 0;
 };
 

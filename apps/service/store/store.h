@@ -1,6 +1,8 @@
 // What the service remembers: every request with its answer, every event once, every impression, every install.
 #pragma once
 
+#include <SQLiteCpp/Database.h>
+
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -10,7 +12,6 @@
 
 #include "apps/service/base/json.h"
 #include "apps/service/http/http_message.h"
-#include "apps/service/store/database.h"
 #include "apps/service/store/readers.h"
 #include "apps/service/store/store_folder.h"
 
@@ -121,10 +122,10 @@ class Store {
   /// Writes the request and, when they are `counted`, its payload's events and impressions, all or nothing. Returns the
   /// request's number. When the store is then larger than it may be, the oldest requests go, with their events and
   /// impressions; what was counted stays counted, and what a large one leaves free is given back to the disk. Throws
-  /// DatabaseError when the disk refuses.
+  /// SQLite::Exception when the disk refuses.
   std::int64_t add(const RequestRecord& record, Counts& counts);
 
-  /// The install that sends `install_id`; a new one gets the next number. Throws DatabaseError.
+  /// The install that sends `install_id`; a new one gets the next number. Throws SQLite::Exception.
   Install install(const std::string& install_id, std::int64_t now_milliseconds);
 
   /// JSON texts: {"requests":[...],"complete":true,"next_after":N}. "complete" is false when more are stored than the
@@ -171,7 +172,7 @@ class Store {
   const StoreFolder folder_;
   const std::int64_t keep_bytes_;
   std::mutex writing_;  ///< guards database_
-  Database database_;
+  SQLite::Database database_;
   Readers readers_;
 };
 

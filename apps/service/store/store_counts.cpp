@@ -2,6 +2,8 @@
 
 #include <functional>
 
+#include "apps/service/store/store_rows.h"
+
 namespace morvik_service {
 namespace {
 
@@ -20,8 +22,10 @@ std::string grownColumns() {
   });
 }
 
-void runWith(Database& database, const std::string& sql, std::int64_t id) {
-  Statement(database, sql).bind(id).run();
+void runWith(SQLite::Database& database, const std::string& sql, std::int64_t id) {
+  SQLite::Statement statement(database, sql);
+  statement.bind(1, id);
+  statement.exec();
 }
 
 }  // namespace
@@ -40,13 +44,13 @@ std::string sumsOfArrived() {
   return listed([](const ArrivedKind& each) { return "coalesce(sum(" + std::string(each.column) + "), 0)"; });
 }
 
-Totals readTotals(Database& database) {
-  Statement totals(database, "SELECT requests, refused, delivered, duplicate, impressions FROM totals");
-  totals.step();
-  return {totals.integer(0), totals.integer(1), totals.integer(2), totals.integer(3), totals.integer(4)};
+Totals readTotals(SQLite::Database& database) {
+  SQLite::Statement totals(database, "SELECT requests, refused, delivered, duplicate, impressions FROM totals");
+  totals.executeStep();
+  return {integerAt(totals, 0), integerAt(totals, 1), integerAt(totals, 2), integerAt(totals, 3), integerAt(totals, 4)};
 }
 
-void dropRequest(Database& database, std::int64_t id) {
+void dropRequest(SQLite::Database& database, std::int64_t id) {
   runWith(database,
           "INSERT INTO dropped(install, requests, newest, newest_ms, " + droppedColumns() +
               ") SELECT install, 1, id, time_ms, " + arrivedColumns() +

@@ -32,9 +32,9 @@ std::string arrivedColumns();
 std::string droppedColumns();
 std::string sumsOfArrived();
 
-Totals readTotals(Database& database);
+Totals readTotals(SQLite::Database& database);
 
 /// Drops the request and what it brought, and keeps what of it counts. Within a transaction.
-void dropRequest(Database& database, std::int64_t id);
+void dropRequest(SQLite::Database& database, std::int64_t id);
 
 }  // namespace morvik_service

@@ -1,36 +1,39 @@
 // How the store keeps to its size.
+#include <SQLiteCpp/Column.h>
+#include <SQLiteCpp/Statement.h>
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <string>
 
 #include "apps/service/store/store.h"
 #include "apps/service/store/store_counts.h"
+#include "apps/service/store/store_rows.h"
 
 namespace morvik_service {
 namespace {
 
 constexpr std::int64_t kIncremental = 2;  // what SQLite calls it
 
-std::int64_t pragma(Database& database, const std::string& name) {
-  Statement query(database, "PRAGMA " + name);
-  query.step();
-  return query.integer(0);
+std::int64_t pragma(SQLite::Database& database, const std::string& name) {
+  return database.execAndGet("PRAGMA " + name).getInt64();
 }
 
-std::int64_t fileBytes(Database& database) {
+std::int64_t fileBytes(SQLite::Database& database) {
   return pragma(database, "page_count") * pragma(database, "page_size");
 }
 
 // Of the file, what holds something.
-std::int64_t usedBytes(Database& database) {
+std::int64_t usedBytes(SQLite::Database& database) {
   return (pragma(database, "page_count") - pragma(database, "freelist_count")) * pragma(database, "page_size");
 }
 
 // False when there is none but the newest, which stays: whoever just sent it looks for it.
-bool dropOldestRequest(Database& database) {
-  Statement query(database, "SELECT min(id), max(id) FROM requests");
-  query.step();
-  const std::int64_t oldest = query.integer(0);
-  if (oldest == query.integer(1))
+bool dropOldestRequest(SQLite::Database& database) {
+  SQLite::Statement query(database, "SELECT min(id), max(id) FROM requests");
+  query.executeStep();
+  const std::int64_t oldest = integerAt(query, 0);
+  if (oldest == integerAt(query, 1))
     return false;
   query.reset();
   dropRequest(database, oldest);
@@ -38,12 +41,12 @@ bool dropOldestRequest(Database& database) {
 }
 
 // Ids are small, but nothing bounds their number. One that went counts as new should its event ever arrive again.
-bool dropOldestIds(Database& database) {
-  Statement(database,
-            "DELETE FROM events WHERE number IN (SELECT number FROM events WHERE event = '' ORDER BY number LIMIT ?)")
-      .bind(kForgottenIdsAtOnce)
-      .run();
-  return database.changedRows() > 0;
+bool dropOldestIds(SQLite::Database& database) {
+  SQLite::Statement drop(
+      database,
+      "DELETE FROM events WHERE number IN (SELECT number FROM events WHERE event = '' ORDER BY number LIMIT ?)");
+  drop.bind(1, kForgottenIdsAtOnce);
+  return drop.exec() > 0;
 }
 
 }  // namespace
@@ -58,11 +61,11 @@ void Store::makeFileAnew() {
   if (fileBytes(database_) <= keep_bytes_ && pragma(database_, "auto_vacuum") == kIncremental)
     return;
   try {
-    database_.execute("VACUUM");
-    database_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
-  } catch (const DatabaseError& error) {
+    database_.exec("VACUUM");
+    database_.exec("PRAGMA wal_checkpoint(TRUNCATE)");
+  } catch (const SQLite::Exception& error) {
     // It needs room of its own, which a full disk has not; the free pages will do.
-    if (error.resultCode() != SQLITE_FULL && error.resultCode() != SQLITE_IOERR)
+    if (error.getErrorCode() != SQLITE_FULL && error.getErrorCode() != SQLITE_IOERR)
       throw;
   }
 }
@@ -79,9 +82,9 @@ void Store::giveRoomBack() {
   if (pages == 0)
     return;
   try {
-    database_.execute("PRAGMA incremental_vacuum(" + std::to_string(pages) + ")");
-    database_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
-  } catch (const DatabaseError&) {
+    database_.exec("PRAGMA incremental_vacuum(" + std::to_string(pages) + ")");
+    database_.exec("PRAGMA wal_checkpoint(TRUNCATE)");
+  } catch (const SQLite::Exception&) {
     // The request is kept, and that is what counts: the pages stay free, the next request tries again.
   }
 }

@@ -1,29 +1,36 @@
 // How a stored request is shown.
 #pragma once
 
+#include <SQLiteCpp/Statement.h>
+
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "apps/service/base/json.h"
-#include "apps/service/store/database.h"
 
 namespace morvik_service {
+
+/// What stands in a column of the row that `row` is at.
+std::int64_t integerAt(const SQLite::Statement& row, int column);
+/// Text or blob as stored; "" for NULL. The view ends with the row.
+std::string_view bytesAt(const SQLite::Statement& row, int column);
 
 /// The columns that `requestRow` reads, up to and with the table's name.
 extern const std::string_view kSelectRequest;
 
 /// A stored request whole.
-Json requestRow(const Statement& row);
+Json requestRow(const SQLite::Statement& row);
 
 /// The columns that `summaryRow` reads.
 extern const std::string_view kSelectSummary;
 
 /// A stored request as one line of a list: neither headers nor bodies nor payload.
-Json summaryRow(const Statement& row);
+Json summaryRow(const SQLite::Statement& row);
 
 /// The JSON of a column, null for NULL.
-Json storedJson(const Statement& row, int column);
+Json storedJson(const SQLite::Statement& row, int column);
 
 /// Sets "body" in `shown`, or "body_base64url" when the bytes are no plain ASCII.
 void showBody(Json& shown, std::string_view bytes);

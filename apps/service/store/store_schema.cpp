@@ -1,5 +1,9 @@
 #include "apps/service/store/store_schema.h"
 
+#include <SQLiteCpp/Column.h>
+#include <SQLiteCpp/Statement.h>
+#include <SQLiteCpp/Transaction.h>
+
 #include <string>
 
 #include "apps/service/base/refusal.h"
@@ -57,35 +61,32 @@ CREATE INDEX arrivals_of_request ON arrivals(request);
 CREATE INDEX impressions_of_request ON impressions(request);
 )sql";
 
-std::int64_t versionOf(Database& database) {
-  Statement query(database, "PRAGMA user_version");
-  return query.step() ? query.integer(0) : 0;
-}
-
 }  // namespace
 
-void openSchema(Database& database) {
+void openSchema(SQLite::Database& database) {
   // Only a file that holds nothing takes it; one that an earlier version wrote takes it when it is made anew.
-  database.execute("PRAGMA auto_vacuum=INCREMENTAL");
-  database.execute("PRAGMA journal_mode=WAL");
-  database.execute("PRAGMA journal_size_limit=" + std::to_string(kMaxIdleLogBytes));
-  database.execute("PRAGMA synchronous=NORMAL");
-  Transaction transaction(database);
-  const std::int64_t version = versionOf(database);
+  database.exec("PRAGMA auto_vacuum=INCREMENTAL");
+  database.exec("PRAGMA journal_mode=WAL");
+  database.exec("PRAGMA journal_size_limit=" + std::to_string(kMaxIdleLogBytes));
+  database.exec("PRAGMA synchronous=NORMAL");
+  SQLite::Transaction transaction(database);
+  const std::int64_t version = database.execAndGet("PRAGMA user_version").getInt64();
   if (version > kSchemaVersion) {
     throw SetupError(
         "the store was written by a newer version of this program; it is left as it is, choose another "
         "folder with --store");
   }
   if (version < 1) {
-    database.execute(kFirstTables);
-    Statement(database, "INSERT INTO sqlite_sequence(name, seq) VALUES('installs', ?)").bind(kFirstUserNo - 1).run();
+    database.exec(kFirstTables);
+    SQLite::Statement sequence(database, "INSERT INTO sqlite_sequence(name, seq) VALUES('installs', ?)");
+    sequence.bind(1, kFirstUserNo - 1);
+    sequence.exec();
   }
   if (version < 2)
-    database.execute(kSecondTables);
+    database.exec(kSecondTables);
   if (version < 3)
-    database.execute(kThirdTables);
-  database.execute("PRAGMA user_version=" + std::to_string(kSchemaVersion));
+    database.exec(kThirdTables);
+  database.exec("PRAGMA user_version=" + std::to_string(kSchemaVersion));
   transaction.commit();
 }
 

@@ -1,12 +1,12 @@
 // The tables of the store, and how those of an older version become today's.
 #pragma once
 
-#include "apps/service/store/database.h"
+#include <SQLiteCpp/Database.h>
 
 namespace morvik_service {
 
-/// Makes or upgrades the tables, all or nothing. Throws SetupError when a newer version wrote them, DatabaseError when
-/// the database refuses (SQLITE_BUSY: another process holds it).
-void openSchema(Database& database);
+/// Makes or upgrades the tables, all or nothing. Throws SetupError when a newer version wrote them, SQLite::Exception
+/// when the database refuses (SQLITE_BUSY: another process holds it).
+void openSchema(SQLite::Database& database);
 
 }  // namespace morvik_service

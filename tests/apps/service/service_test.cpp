@@ -508,8 +508,8 @@ TEST(Service, ADiskThatRefusesIsSaidAndNothingIsAccepted) {
   { const Store store(folder.path()); }
   {
     // What a full disk does to an insertion, without filling one.
-    Database database(folder.path("service.sqlite3"));
-    database.execute("CREATE TRIGGER full BEFORE INSERT ON events BEGIN SELECT RAISE(FAIL, 'disk is full'); END");
+    SQLite::Database database(folder.path("service.sqlite3"), SQLite::OPEN_READWRITE);
+    database.exec("CREATE TRIGGER full BEFORE INSERT ON events BEGIN SELECT RAISE(FAIL, 'disk is full'); END");
   }
   Store store(folder.path());
   std::vector<std::string> lines;

@@ -13,15 +13,15 @@ namespace {
 
 class ReadersTest : public testing::Test {
  protected:
-  ReadersTest() { writer_.execute("PRAGMA journal_mode=WAL; CREATE TABLE t(x); INSERT INTO t VALUES(1)"); }
+  ReadersTest() { writer_.exec("PRAGMA journal_mode=WAL; CREATE TABLE t(x); INSERT INTO t VALUES(1)"); }
   static std::int64_t count(Readers::Lease& reader) {
-    Statement query(reader.database(), "SELECT count(*) FROM t");
-    query.step();
-    return query.integer(0);
+    SQLite::Statement query(reader.database(), "SELECT count(*) FROM t");
+    query.executeStep();
+    return query.getColumn(0).getInt64();
   }
 
   test::TemporaryFolder folder_;
-  Database writer_{folder_.path("file")};
+  SQLite::Database writer_{folder_.path("file"), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE};
   Readers readers_{folder_.path("file")};
 };
 
@@ -29,7 +29,7 @@ TEST_F(ReadersTest, OneReaderSeesOneCommitAndTheNextTheNext) {
   {
     Readers::Lease reader = readers_.take();
     EXPECT_EQ(1, count(reader));
-    writer_.execute("INSERT INTO t VALUES(2)");
+    writer_.exec("INSERT INTO t VALUES(2)");
     EXPECT_EQ(1, count(reader));
   }
   Readers::Lease reader = readers_.take();
@@ -38,7 +38,7 @@ TEST_F(ReadersTest, OneReaderSeesOneCommitAndTheNextTheNext) {
 
 TEST_F(ReadersTest, AReaderChangesNothing) {
   Readers::Lease reader = readers_.take();
-  EXPECT_THROW(reader.database().execute("INSERT INTO t VALUES(2)"), DatabaseError);
+  EXPECT_THROW(reader.database().exec("INSERT INTO t VALUES(2)"), SQLite::Exception);
 }
 
 TEST_F(ReadersTest, OneBeyondTheLimitWaitsForAnother) {
@@ -57,7 +57,7 @@ TEST_F(ReadersTest, OneBeyondTheLimitWaitsForAnother) {
 TEST_F(ReadersTest, AFileThatCannotBeReadTakesNoPlaceAway) {
   Readers nowhere(folder_.path("no/folder"));
   for (int i = 0; i <= kMaxReaders; ++i)
-    EXPECT_THROW(nowhere.take(), DatabaseError);
+    EXPECT_THROW(nowhere.take(), SQLite::Exception);
 }
 
 }  // namespace

@@ -174,12 +174,12 @@ TEST_F(StoreRoomTest, AReaderKeepsItsViewWhileRoomIsGivenBack) {
   {
     Readers readers(folder_.path("service.sqlite3"));
     Readers::Lease reader = readers.take();
-    Statement length(reader.database(), "SELECT length(body) FROM requests WHERE id = 1");
-    ASSERT_TRUE(length.step());
+    SQLite::Statement length(reader.database(), "SELECT length(body) FROM requests WHERE id = 1");
+    ASSERT_TRUE(length.executeStep());
     fill("device", 2);
     length.reset();
-    ASSERT_TRUE(length.step());
-    EXPECT_EQ(static_cast<std::int64_t>(kLargeBytes), length.integer(0));
+    ASSERT_TRUE(length.executeStep());
+    EXPECT_EQ(static_cast<std::int64_t>(kLargeBytes), length.getColumn(0).getInt64());
   }
   addLarge(kLargeBytes);
   fill("device", 1);
@@ -189,9 +189,9 @@ TEST_F(StoreRoomTest, AReaderKeepsItsViewWhileRoomIsGivenBack) {
 TEST_F(StoreRoomTest, AStoreOfAnEarlierVersionLearnsToGiveRoomBack) {
   store_.reset();
   {
-    Database earlier(folder_.path("service.sqlite3"));
-    earlier.execute("PRAGMA auto_vacuum=NONE");
-    earlier.execute("VACUUM");
+    SQLite::Database earlier(folder_.path("service.sqlite3"), SQLite::OPEN_READWRITE);
+    earlier.exec("PRAGMA auto_vacuum=NONE");
+    earlier.exec("VACUUM");
   }
   store_ = std::make_unique<Store>(folder_.path(), kKeepBytes);
   addLarge(kLargeBytes);

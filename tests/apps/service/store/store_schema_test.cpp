@@ -41,7 +41,7 @@ PRAGMA user_version=1;
 
 TEST(StoreSchema, AStoreOfTheFirstVersionKeepsItsRequestsAndLearnsWhoseTheyAre) {
   const TemporaryFolder folder;
-  Database(folder.path("service.sqlite3")).execute(kOldStore);
+  SQLite::Database(folder.path("service.sqlite3"), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(kOldStore);
   Store store(folder.path());
   EXPECT_EQ(3, store.newestRequest());
   EXPECT_EQ(3U, Json::parse(store.requestsJson({}))["requests"].size());

@@ -236,20 +236,20 @@ TEST(Store, AFolderThatHoldsOtherFilesKeepsItsModeAndTheStoresFilesArePrivate) {
 
 TEST_F(StoreTest, WhoReadsWaitsForNoWriterAndSeesWhatWasCommitted) {
   add(batch({"one"}));
-  Database writer(folder_.path("deep/store/service.sqlite3"));
-  writer.execute("BEGIN IMMEDIATE; UPDATE requests SET path = '/changed'");
+  SQLite::Database writer(folder_.path("deep/store/service.sqlite3"), SQLite::OPEN_READWRITE);
+  writer.exec("BEGIN IMMEDIATE; UPDATE requests SET path = '/changed'");
   EXPECT_EQ("/v1/tracking", requests()["requests"][0]["path"]);
   EXPECT_EQ(1, events()["distinct"]);
   EXPECT_EQ(1, store_.totals().requests);
-  writer.execute("ROLLBACK");
+  writer.exec("ROLLBACK");
 }
 
 TEST_F(StoreTest, WhoWritesWaitsForNoReader) {
   add(batch({"one"}));
-  Database reader(folder_.path("deep/store/service.sqlite3"));
-  reader.execute("BEGIN");
-  Statement rows(reader, "SELECT id FROM requests");
-  ASSERT_TRUE(rows.step());
+  SQLite::Database reader(folder_.path("deep/store/service.sqlite3"), SQLite::OPEN_READWRITE);
+  reader.exec("BEGIN");
+  SQLite::Statement rows(reader, "SELECT id FROM requests");
+  ASSERT_TRUE(rows.executeStep());
   EXPECT_EQ(2, add(batch({"two"})));
   EXPECT_EQ(2, store_.newestRequest());
 }
@@ -258,14 +258,14 @@ TEST(Store, ANewerVersionIsLeftAsItIs) {
   const TemporaryFolder folder;
   { const Store store(folder.path()); }
   {
-    Database database(folder.path("service.sqlite3"));
-    database.execute("PRAGMA user_version=99");
+    SQLite::Database database(folder.path("service.sqlite3"), SQLite::OPEN_READWRITE);
+    database.exec("PRAGMA user_version=99");
   }
   EXPECT_THROW(Store{folder.path()}, SetupError);
-  Database database(folder.path("service.sqlite3"));
-  Statement query(database, "PRAGMA user_version");
-  ASSERT_TRUE(query.step());
-  EXPECT_EQ(99, query.integer(0));
+  SQLite::Database database(folder.path("service.sqlite3"), SQLite::OPEN_READWRITE);
+  SQLite::Statement query(database, "PRAGMA user_version");
+  ASSERT_TRUE(query.executeStep());
+  EXPECT_EQ(99, query.getColumn(0).getInt64());
 }
 
 TEST(Store, AFileThatIsNoDatabaseIsRefused) {
