@@ -31,8 +31,8 @@ std::string whenWords(const std::optional<TimeRange>& when) {
   if (!when)
     return "";
   if (when->least_milliseconds == when->most_milliseconds)
-    return " at " + timeText(when->least_milliseconds);
-  return " from " + timeText(when->least_milliseconds) + " to " + timeText(when->most_milliseconds);
+    return " at " + durationText(when->least_milliseconds);
+  return " from " + durationText(when->least_milliseconds) + " to " + durationText(when->most_milliseconds);
 }
 
 /// Those that fitted are counted, and the first that did not is remembered with the reason.
@@ -64,11 +64,11 @@ class Tally {
 std::optional<std::string> outsideOf(const std::optional<TimeRange>& when, int64_t at_milliseconds) {
   if (!when || (when->least_milliseconds <= at_milliseconds && at_milliseconds <= when->most_milliseconds))
     return std::nullopt;
-  return "it came at " + timeText(at_milliseconds);
+  return "it came at " + durationText(at_milliseconds);
 }
 
 std::string at(int64_t milliseconds) {
-  return "at " + timeText(milliseconds);
+  return "at " + durationText(milliseconds);
 }
 
 Verdict forgotten(size_t count, const std::string& expected) {

@@ -138,7 +138,7 @@ double chanceOf(const YamlNode& node, const std::string& what) {
 }
 
 int64_t timeOf(const YamlNode& node, const std::string& what) {
-  const auto time = node.isScalar() ? readTime(node.text) : std::nullopt;
+  const auto time = node.isScalar() ? readDuration(node.text) : std::nullopt;
   if (!time)
     refuseNode(node, what, kTimeForms);
   return *time;

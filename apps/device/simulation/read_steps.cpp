@@ -54,16 +54,16 @@ int64_t timeOfStep(const Fields& fields, int64_t previous) {
     throw Mistake(fields.placeOf("after"), "\"after\" cannot stand beside \"at\"; expected one of them");
   if (after != nullptr) {
     const int64_t time = previous + timeOf(*after, "after");
-    if (time > kMaxMilliseconds)
-      throw Mistake(after->place, "the step is too late; expected at most " + timeText(kMaxMilliseconds));
+    if (time > kMaxDurationMilliseconds)
+      throw Mistake(after->place, "the step is too late; expected at most " + durationText(kMaxDurationMilliseconds));
     return time;
   }
   if (at == nullptr)
     return previous;
   const int64_t time = timeOf(*at, "at");
   if (time < previous) {
-    throw Mistake(at->place, "the step is at " + timeText(time) + ", before the one above; expected " +
-                                 timeText(previous) + " or later");
+    throw Mistake(at->place, "the step is at " + durationText(time) + ", before the one above; expected " +
+                                 durationText(previous) + " or later");
   }
   return time;
 }
@@ -79,9 +79,9 @@ void readRepetition(const Fields& fields, Step& step) {
   if (every != nullptr)
     step.every_milliseconds = timeOf(*every, "every");
   const auto pauses = static_cast<int64_t>(step.repeat - 1);
-  if (pauses > 0 && step.every_milliseconds > (kMaxMilliseconds - step.at_milliseconds) / pauses)
+  if (pauses > 0 && step.every_milliseconds > (kMaxDurationMilliseconds - step.at_milliseconds) / pauses)
     throw Mistake(fields.placeOf("every"),
-                  "the last round is too late; expected at most " + timeText(kMaxMilliseconds));
+                  "the last round is too late; expected at most " + durationText(kMaxDurationMilliseconds));
 }
 
 Step readStep(const YamlNode& node, int64_t previous) {
@@ -125,12 +125,12 @@ NetworkPhase readPhase(const YamlNode& node, int64_t previous_end) {
   if (const YamlNode* to = fields.find("to"))
     phase.to_milliseconds = timeOf(*to, "to");
   if (phase.from_milliseconds < previous_end) {
-    throw Mistake(fields.placeOf("from"),
-                  "the phase begins before the one above is over; expected " + timeText(previous_end) + " or later");
+    throw Mistake(fields.placeOf("from"), "the phase begins before the one above is over; expected " +
+                                              durationText(previous_end) + " or later");
   }
   if (phase.to_milliseconds <= phase.from_milliseconds) {
     throw Mistake(fields.placeOf("to"), "the phase ends when it begins, or before; expected a time later than " +
-                                            timeText(phase.from_milliseconds));
+                                            durationText(phase.from_milliseconds));
   }
   if (phase.kind != NetworkPhase::Kind::kPortal)
     fields.refuse({"page"}, "expected it for a portal only");

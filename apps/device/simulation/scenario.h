@@ -115,7 +115,7 @@ struct NetworkPhase {
   Kind kind = Kind::kOffline;
   Place place;
   int64_t from_milliseconds = 0;
-  int64_t to_milliseconds = kMaxMilliseconds;
+  int64_t to_milliseconds = kMaxDurationMilliseconds;
   std::string text;
 };
 

@@ -19,8 +19,8 @@ morvik::kit::Date startOf(const YamlNode& node) {
 
 void checkEnd(const Scenario& scenario, Place place) {
   if (!scenario.steps.empty() && scenario.steps.back().lastMillisecond() > *scenario.end_milliseconds) {
-    throw Mistake(place, "end is " + timeText(*scenario.end_milliseconds) + ", before the last step; expected " +
-                             timeText(scenario.steps.back().lastMillisecond()) + " or later");
+    throw Mistake(place, "end is " + durationText(*scenario.end_milliseconds) + ", before the last step; expected " +
+                             durationText(scenario.steps.back().lastMillisecond()) + " or later");
   }
 }
 

@@ -145,7 +145,7 @@ void ScriptedService::noteAnswer(Outcome outcome, const std::string& name, const
   const bool is_late = outcome.never || delay_seconds > timeout_seconds;
   if (is_late) {
     const auto timeout_milliseconds = static_cast<int64_t>(timeout_seconds * kMillisecondsPerSecond);
-    outcome = failure("no answer within " + timeText(timeout_milliseconds));
+    outcome = failure("no answer within " + durationText(timeout_milliseconds));
   }
   kit::MutableDictionary fields(kit::Dictionary{{"endpoint", name}});
   for (const kit::Entry& field : outcome.fields.entries())

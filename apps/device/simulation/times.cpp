@@ -1,132 +1,33 @@
 #include "apps/device/simulation/times.h"
 
-#include <array>
 #include <cstdio>
 
 namespace morvik_device::simulation {
-namespace {
-
-struct Unit {
-  std::string_view name;
-  int64_t milliseconds;
-};
-
-// The larger first; "ms" stands before "m" only in reading, see takeUnit().
-constexpr std::array kUnits = {
-    Unit{"d", 24 * 3600 * 1000}, Unit{"h", 3600 * 1000}, Unit{"m", 60 * 1000}, Unit{"s", 1000}, Unit{"ms", 1},
-};
-
-constexpr int kMostFractionDigits = 3;
-
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
-void skipBlanks(std::string_view& text) {
-  while (!text.empty() && text.front() == ' ')
-    text.remove_prefix(1);
-}
-
-/// A decimal number, in thousandths; nothing when none stands there or it is too large.
-std::optional<int64_t> takeThousandths(std::string_view& text) {
-  constexpr int64_t kMost = kMaxMilliseconds;
-  if (text.empty() || !isDigit(text.front()))
-    return std::nullopt;
-  int64_t thousandths = 0;
-  while (!text.empty() && isDigit(text.front())) {
-    thousandths = thousandths * 10 + (text.front() - '0');
-    if (thousandths > kMost)
-      return std::nullopt;
-    text.remove_prefix(1);
-  }
-  int digits = 0;
-  if (text.size() > 1 && text.front() == '.' && isDigit(text[1])) {
-    text.remove_prefix(1);
-    for (; !text.empty() && isDigit(text.front()); text.remove_prefix(1), ++digits)
-      thousandths = digits < kMostFractionDigits ? thousandths * 10 + (text.front() - '0') : thousandths;
-  }
-  if (digits > kMostFractionDigits)
-    return std::nullopt;
-  for (; digits < kMostFractionDigits; ++digits)
-    thousandths *= 10;
-  return thousandths;
-}
-
-/// The index of the unit; nothing when none stands there.
-std::optional<size_t> takeUnit(std::string_view& text) {
-  size_t length = 0;
-  while (length < text.size() && text[length] >= 'a' && text[length] <= 'z')
-    ++length;
-  const std::string_view name = text.substr(0, length);
-  for (size_t i = 0; i < kUnits.size(); ++i) {
-    if (kUnits[i].name == name) {
-      text.remove_prefix(length);
-      return i;
-    }
-  }
-  return std::nullopt;
-}
-
-}  // namespace
-
-std::optional<int64_t> readTime(std::string_view text) {
-  int64_t total = 0;
-  size_t next_unit = 0;
-  bool has_any = false;
-  for (skipBlanks(text); !text.empty(); skipBlanks(text)) {
-    const auto thousandths = takeThousandths(text);
-    const auto unit = thousandths ? takeUnit(text) : std::nullopt;
-    if (!unit || *unit < next_unit)
-      return std::nullopt;
-    // Past the bound before it could leave 64 bits: a day has fewer than 2^27 milliseconds.
-    if (*thousandths / 1000 > kMaxMilliseconds / kUnits[*unit].milliseconds)
-      return std::nullopt;
-    const int64_t product = *thousandths * kUnits[*unit].milliseconds;
-    total += product / 1000;
-    if (product % 1000 != 0 || total > kMaxMilliseconds)
-      return std::nullopt;
-    next_unit = *unit + 1;
-    has_any = true;
-  }
-  return has_any ? std::optional(total) : std::nullopt;
-}
 
 std::optional<int64_t> readSignedTime(std::string_view text) {
   const bool has_sign = !text.empty() && (text.front() == '-' || text.front() == '+');
-  const auto time = readTime(has_sign ? text.substr(1) : text);
+  const auto time = readDuration(has_sign ? text.substr(1) : text);
   return time && text.front() == '-' ? std::optional(-*time) : time;
 }
 
 std::optional<TimeRange> readTimeRange(std::string_view text) {
   const size_t dots = text.find("..");
-  const auto least = readTime(text.substr(0, dots));
-  const auto most = dots == std::string_view::npos ? least : readTime(text.substr(dots + 2));
+  const auto least = readDuration(text.substr(0, dots));
+  const auto most = dots == std::string_view::npos ? least : readDuration(text.substr(dots + 2));
   if (!least || !most || *least > *most)
     return std::nullopt;
   return TimeRange{*least, *most};
 }
 
 std::string clockText(int64_t milliseconds) {
-  const int64_t days = milliseconds / kUnits[0].milliseconds;
-  const int64_t rest = milliseconds % kUnits[0].milliseconds;
+  constexpr int64_t kSecond = 1000, kMinute = 60 * kSecond, kHour = 60 * kMinute, kDay = 24 * kHour;
+  const int64_t days = milliseconds / kDay;
+  const int64_t rest = milliseconds % kDay;
   char text[32];
-  std::snprintf(text, sizeof text, "%d:%02d:%02d.%03d", static_cast<int>(rest / kUnits[1].milliseconds),
-                static_cast<int>(rest / kUnits[2].milliseconds % 60), static_cast<int>(rest / 1000 % 60),
-                static_cast<int>(rest % 1000));
+  std::snprintf(text, sizeof text, "%d:%02d:%02d.%03d", static_cast<int>(rest / kHour),
+                static_cast<int>(rest / kMinute % 60), static_cast<int>(rest / kSecond % 60),
+                static_cast<int>(rest % kSecond));
   return (days > 0 ? std::to_string(days) + "d " : "") + text;
-}
-
-std::string timeText(int64_t milliseconds) {
-  if (milliseconds == 0)
-    return "0s";
-  std::string text;
-  for (const Unit& unit : kUnits) {
-    if (milliseconds >= unit.milliseconds) {
-      text += (text.empty() ? "" : " ") + std::to_string(milliseconds / unit.milliseconds) + std::string(unit.name);
-      milliseconds %= unit.milliseconds;
-    }
-  }
-  return text;
 }
 
 }  // namespace morvik_device::simulation

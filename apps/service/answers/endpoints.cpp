@@ -37,9 +37,7 @@ Json attributionAnswer(const AnswerContext& context) {
   if (!has_parameters)
     return answer;
   // A third party's parameters may lack the install's id; all such share one number.
-  const auto id = context.payload->find("install_id");
-  const std::string install_id = id != context.payload->end() && id->is_string() ? id->get<std::string>() : "";
-  const Install install = context.store.install(install_id, context.now_milliseconds);
+  const Install install = context.store.install(memberText(*context.payload, "install_id"), context.now_milliseconds);
   answer["Data"] = context.data.attribution.record(install.user_no, install.first_seen_milliseconds);
   listReportedKey(context, answer["Data"]);
   return answer;

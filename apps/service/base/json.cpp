@@ -60,7 +60,11 @@ std::string memberText(const Json& object, std::string_view name) {
   if (!object.is_object())
     return "";
   const auto found = object.find(name);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+  if (found == object.end())
+    return "";
+  if (found->is_string())
+    return found->get<std::string>();
+  return found->is_number() ? found->dump() : "";
 }
 
 }  // namespace morvik_service

@@ -2,12 +2,11 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
-#include <charconv>
 
 #include "apps/service/base/files.h"
 #include "apps/service/base/refusal.h"
 #include "apps/service/http/certificate.h"
+#include "apps/text/durations.h"
 
 namespace morvik_service {
 namespace {
@@ -74,23 +73,12 @@ ExpectCommandLine complaint(const std::string& text) {
 
 }  // namespace
 
-std::optional<std::chrono::milliseconds> parseDuration(const std::string& text) {
-  struct Unit {
-    std::string_view name;
-    double milliseconds;
-  };
-  static constexpr std::array<Unit, 5> kUnits = {
-      {{"", 1000}, {"ms", 1}, {"s", 1000}, {"m", 60 * 1000}, {"h", 60 * 60 * 1000}}};
-  double number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  const std::string_view rest(end, static_cast<std::size_t>(text.data() + text.size() - end));
-  const auto unit = std::find_if(kUnits.begin(), kUnits.end(), [&](const Unit& each) { return each.name == rest; });
-  if (error != std::errc() || unit == kUnits.end() || !(number >= 0))
+std::optional<std::chrono::milliseconds> parseWithin(const std::string& text) {
+  const bool lacks_unit = !text.empty() && text.back() >= '0' && text.back() <= '9';
+  const std::optional<std::int64_t> duration = morvik_text::readDuration(lacks_unit ? text + "s" : text);
+  if (!duration || std::chrono::milliseconds(*duration) > kMaxWithin)
     return std::nullopt;
-  const double milliseconds = number * unit->milliseconds;
-  if (milliseconds > static_cast<double>(std::chrono::milliseconds(kMaxWithin).count()))
-    return std::nullopt;
-  return std::chrono::milliseconds(static_cast<std::int64_t>(milliseconds));
+  return std::chrono::milliseconds(*duration);
 }
 
 ExpectCommandLine readExpectCommandLine(std::vector<std::string> arguments) {
@@ -103,7 +91,7 @@ ExpectCommandLine readExpectCommandLine(std::vector<std::string> arguments) {
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
   try {
     app.parse(arguments);
-    const std::optional<std::chrono::milliseconds> patience = parseDuration(within);
+    const std::optional<std::chrono::milliseconds> patience = parseWithin(within);
     if (!patience)
       return complaint("--within " + within + " is no time up to 24h; write 250ms, 5s or 2m");
     options.within = *patience;

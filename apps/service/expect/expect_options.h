@@ -33,8 +33,8 @@ struct ExpectCommandLine {
 /// `arguments` are those after "expect". Reads the files that say where a service runs.
 ExpectCommandLine readExpectCommandLine(std::vector<std::string> arguments);
 
-/// "250ms", "5s", "2m", "1h" or "5" (seconds), fractions too; nothing when it is none of these or longer than
-/// kMaxWithin.
-std::optional<std::chrono::milliseconds> parseDuration(const std::string& text);
+/// "250ms", "5s", "1.5s", "1m 30s" or "5" (seconds), as morvik_text::readDuration reads it; nothing when it is none of
+/// these or longer than kMaxWithin.
+std::optional<std::chrono::milliseconds> parseWithin(const std::string& text);
 
 }  // namespace morvik_service

@@ -16,16 +16,6 @@ const Json& memberOf(const Json& value, std::string_view name) {
   return found == value.end() ? kNothing : *found;
 }
 
-std::string textOf(const Json& value) {
-  if (value.is_string())
-    return value.get<std::string>();
-  return value.is_number() ? value.dump() : std::string();
-}
-
-std::string textOf(const Json& value, std::string_view name) {
-  return textOf(memberOf(value, name));
-}
-
 std::string cut(std::string text) {
   std::replace_if(
       text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
@@ -54,7 +44,7 @@ std::string nameEntries(const Json& list, Name name) {
 
 std::string aboutTracking(const Json& payload) {
   std::string text = nameEntries(memberOf(payload, "activity_info"), [](const Json& entry) {
-    return textOf(entry, "group") + "/" + textOf(entry, "activity");
+    return memberText(entry, "group") + "/" + memberText(entry, "activity");
   });
   const Json& impressions = memberOf(payload, "impression_info");
   if (impressions.is_array() && !impressions.empty())
@@ -63,20 +53,21 @@ std::string aboutTracking(const Json& payload) {
 }
 
 std::string aboutCrash(const Json& payload) {
-  return nameEntries(payload, [](const Json& entry) { return textOf(entry, "exception_reason"); });
+  return nameEntries(payload, [](const Json& entry) { return memberText(entry, "exception_reason"); });
 }
 
 std::string aboutCommerce(const Json& payload) {
-  return nameEntries(payload, [](const Json& entry) { return textOf(entry, "clickId"); });
+  return nameEntries(payload, [](const Json& entry) { return memberText(entry, "clickId"); });
 }
 
 std::string aboutDemographics(const Json& payload) {
-  return nameEntries(memberOf(payload, "user_demo_info"),
-                     [](const Json& entry) { return textOf(entry, "demo_key") + " " + textOf(entry, "demo_value"); });
+  return nameEntries(memberOf(payload, "user_demo_info"), [](const Json& entry) {
+    return memberText(entry, "demo_key") + " " + memberText(entry, "demo_value");
+  });
 }
 
 std::string aboutConversion(const Json& payload) {
-  const std::string link = textOf(memberOf(payload, "deeplink_info"), "deeplink_uri");
+  const std::string link = memberText(memberOf(payload, "deeplink_info"), "deeplink_uri");
   if (!link.empty())
     return link;
   return memberOf(payload, "searchads_response").is_object() ? "with search ads details" : "";
@@ -104,22 +95,22 @@ std::string aboutPayload(std::string_view endpoint, const Json& payload) {
   if (endpoint == "demographics")
     return cut(aboutDemographics(payload));
   if (endpoint == "schedule")
-    return cut("checksum " + textOf(payload, "checksum"));
+    return cut("checksum " + memberText(payload, "checksum"));
   if (endpoint == "erasure")
-    return cut(textOf(payload, "subject_request_id"));
+    return cut(memberText(payload, "subject_request_id"));
   return cut(aboutConversion(payload));
 }
 
 std::string installOf(const Json& payload) {
-  return textOf(payload, "install_id");
+  return memberText(payload, "install_id");
 }
 
 std::vector<std::string> identitiesOf(const Json& payload) {
   std::vector<std::string> identities;
   const Json& holder = payload.is_array() ? firstEntry(payload) : payload;
-  addIdentity(identities, "idfa:", textOf(holder, "idfa"));
-  addIdentity(identities, "puid:", textOf(holder, "puid"));
-  addIdentity(identities, "idfa:", textOf(firstEntry(memberOf(holder, "subject_identities")), "identity_value"));
+  addIdentity(identities, "idfa:", memberText(holder, "idfa"));
+  addIdentity(identities, "puid:", memberText(holder, "puid"));
+  addIdentity(identities, "idfa:", memberText(firstEntry(memberOf(holder, "subject_identities")), "identity_value"));
   return identities;
 }
 

@@ -220,7 +220,7 @@ network:
   EXPECT_EQ(scenario.network[0].to_milliseconds, 10'000);
   EXPECT_EQ(scenario.network[1].kind, NetworkPhase::Kind::kDead);
   EXPECT_EQ(scenario.network[2].text, "{}");
-  EXPECT_EQ(scenario.network[2].to_milliseconds, kMaxMilliseconds);
+  EXPECT_EQ(scenario.network[2].to_milliseconds, kMaxDurationMilliseconds);
 }
 
 TEST(ScenarioReader, RefusesABadNetwork) {

@@ -69,5 +69,16 @@ TEST(ServiceJson, ANumberBeyondAllDoublesIsRefused) {
   EXPECT_STREQ("not JSON: a number is too large", refusal.what());
 }
 
+TEST(ServiceJson, AMembersTextIsItsStringOrItsNumber) {
+  const Json object = Json::parse(R"({"text": "a\"b", "number": 12, "fraction": 1.5, "flag": true, "list": [1]})");
+  EXPECT_EQ("a\"b", memberText(object, "text"));
+  EXPECT_EQ("12", memberText(object, "number"));
+  EXPECT_EQ("1.5", memberText(object, "fraction"));
+  for (const char* name : {"flag", "list", "missing"})
+    EXPECT_EQ("", memberText(object, name)) << name;
+  EXPECT_EQ("", memberText(Json::array({1}), "text"));
+  EXPECT_EQ("", memberText(Json("text"), "text"));
+}
+
 }  // namespace
 }  // namespace morvik_service

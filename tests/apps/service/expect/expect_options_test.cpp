@@ -18,14 +18,16 @@ ExpectOptions read(const std::vector<std::string>& arguments) {
 }
 
 TEST(ExpectOptions, TimesAreReadWithTheirUnits) {
-  EXPECT_EQ(milliseconds(250), parseDuration("250ms"));
-  EXPECT_EQ(milliseconds(5000), parseDuration("5s"));
-  EXPECT_EQ(milliseconds(1500), parseDuration("1.5"));
-  EXPECT_EQ(milliseconds(120000), parseDuration("2m"));
-  EXPECT_EQ(milliseconds(86400000), parseDuration("24h"));
-  EXPECT_EQ(milliseconds(0), parseDuration("0s"));
-  for (const char* text : {"", "s", "5 s", "-1s", "24.1h", "5d", "nan", "inf", "1e300h", "5s5"})
-    EXPECT_EQ(std::nullopt, parseDuration(text)) << text;
+  EXPECT_EQ(milliseconds(250), parseWithin("250ms"));
+  EXPECT_EQ(milliseconds(5000), parseWithin("5s"));
+  EXPECT_EQ(milliseconds(1500), parseWithin("1.5"));
+  EXPECT_EQ(milliseconds(120000), parseWithin("2m"));
+  EXPECT_EQ(milliseconds(86400000), parseWithin("24h"));
+  EXPECT_EQ(milliseconds(0), parseWithin("0s"));
+  EXPECT_EQ(milliseconds(90000), parseWithin("1m 30s"));
+  EXPECT_EQ(milliseconds(86400000), parseWithin("1d"));
+  for (const char* text : {"", "s", "5 s", "-1s", "24.1h", "24h 1ms", "5d", "0.5ms", "nan", "inf", "1e300h", "5s5"})
+    EXPECT_EQ(std::nullopt, parseWithin(text)) << text;
 }
 
 TEST(ExpectOptions, TheFolderOfTheCertificatesTellsWhereTheServiceIs) {
