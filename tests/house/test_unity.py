@@ -13,7 +13,9 @@ import unittest
 import tree
 
 # Helpers in nameless namespaces and macros meet only where files are compiled together.
-LIBRARY = re.compile(r"CMakeFiles/(morvik_(?:core|runtime|testing|host|simulation|text_lib|device_lib|service_lib))\.dir/")
+LIBRARY = re.compile(
+    r"CMakeFiles/(morvik_(?:core|runtime|testing|host|simulation|text_lib|device_lib|service_lib))\.dir/"
+)
 
 
 def libraries():
