@@ -19,7 +19,7 @@
 
 #include "MorvikCoreLib/batch_size.h"
 #include "MorvikCoreLib/oldest_first.h"
-#include "kit/kit.h"
+#include "kit/ports.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "services/dates.h"
 #include "services/envelope.h"
@@ -77,16 +77,16 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// Makes an object on `kit`, which must outlive it: reads the stored install state, fetches the tracking key, records
   /// the screen orientation and, unless the user asked to be forgotten, observes the two application notifications. Any
   /// thread; does not block.
-  static std::shared_ptr<MorvikCoreLib> make(const kit::Kit& kit);
+  static std::shared_ptr<MorvikCoreLib> make(const kit::Ports& ports);
 
-  /// The one object of the process, made at the first call, on the kit given to provideSharedKit(). Null before a kit
+  /// The one object of the process, made at the first call, on the kit given to provideSharedPorts(). Null before a kit
   /// was given. Any thread.
   static std::shared_ptr<MorvikCoreLib> shared();
   /// Gives the process-wide object its kit, which must stay alive until it is withdrawn. Answers false, and changes
   /// nothing, while another kit is in place. Any thread.
-  static bool provideSharedKit(const kit::Kit& kit);
+  static bool provideSharedPorts(const kit::Ports& ports);
   /// Takes the kit back and lets go of the object made on it. Any thread.
-  static void withdrawSharedKit(const kit::Kit& kit);
+  static void withdrawSharedPorts(const kit::Ports& ports);
 
   MorvikCoreLib(const MorvikCoreLib&) = delete;
   MorvikCoreLib& operator=(const MorvikCoreLib&) = delete;
@@ -161,7 +161,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// The store could not be read before, and has come to light. Where it brought a referral record, that stands:
   /// answers to what was asked before are not stored. Of impressions, commerce clicks, crash reports and demographics
   /// an upload that was begun before takes out only what it carried. Any thread, under the house lock.
-  void storeCameToLight();
+  void storeRecovered();
   /// Asks the ad client for the Search Ads attribution details.
   void searchAds();
   /// Asks the ad client whether the install came from an iAd, and reports it.
@@ -317,7 +317,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// Checksum of a schedule that was never received.
   static constexpr const char* kInitialCheckSum = "init";
 
-  explicit MorvikCoreLib(const kit::Kit& kit);
+  explicit MorvikCoreLib(const kit::Ports& ports);
   void init();
   void observeApplicationLife();
 
@@ -474,19 +474,19 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   // What every subsystem uses.
   const services::Logger& log() const { return log_; }
   const services::MorvikGVUserDefaults& store() const { return store_; }
-  kit::MorvikCoreServicesLib& services() const { return kit_.services; }
-  const kit::MorvikADUtil& util() const { return kit_.util; }
-  services::SealingTools sealingTools() const { return {kit_.cipher, kit_.compressor, kit_.random}; }
-  services::RequestTools requestTools() const { return {kit_.transport, kit_.json, kit_.services}; }
+  kit::MorvikCoreServicesLib& services() const { return ports_.services_lib; }
+  const kit::MorvikADUtil& util() const { return ports_.util; }
+  services::SealingTools sealingTools() const { return {ports_.cipher, ports_.compressor, ports_.random}; }
+  services::RequestTools requestTools() const { return {ports_.transport, ports_.json, ports_.services_lib}; }
   /// The singleton of an optional module; null when the module is absent.
   std::shared_ptr<const kit::ModuleObject> sharedObjectOf(const kit::Module* module) const {
     return module != nullptr && module->shared ? module->shared() : nullptr;
   }
   /// No request but the erasure may be made: the user asked to be forgotten, or the app has switched sending off.
   bool isGateClosed() const { return services().isGDPRForgetMe() || services().isSendingOff(); }
-  const std::string& trackingKey() const { return kit_.shared_state.kAESSuperKeyForTracking; }
+  const std::string& trackingKey() const { return ports_.shared_state.kAESSuperKeyForTracking; }
 
-  const kit::Kit& kit_;
+  const kit::Ports& ports_;
   services::Logger log_;
   services::MorvikGVUserDefaults store_;
 

@@ -125,8 +125,8 @@ const MorvikCoreLib::ConversionTexts& MorvikCoreLib::ConversionTexts::thirdParty
 Value MorvikCoreLib::makeConversionParameter() {
   static constexpr const char* kOperation = "-[MorvikCoreLib makeConversionParameter]";
   const auto parameters = services::guarded(log(), kMakeConversionParameterGuard, MORVIK_HERE(kOperation), [this] {
-    kit::MutableDictionary payload = services().makeCommonParameter(kit_.update_log.getSDKVersion());
-    const kit::Date server_now = kit_.clock.now().shiftedBySeconds(services().intervalSinceServerDate());
+    kit::MutableDictionary payload = services().makeCommonParameter(ports_.update_log.getSDKVersion());
+    const kit::Date server_now = ports_.clock.now().shiftedBySeconds(services().intervalSinceServerDate());
     const kit::Dictionary start{
         {"group", services::kFendoActivityGroupSession},      {"activity", "start"}, {"param", ""},
         {"created_at", util().getUTCFormateDate(server_now)}, {"prev_group", ""},    {"prev_activity", ""}};
@@ -195,7 +195,7 @@ void MorvikCoreLib::requestConversion(MadeConversion made, const ConversionTexts
   if (made.stores_known != stores_brought_)
     made = makeConversion();
   MORVIK_LOG(log(), lcl_vDebug, texts.operation, texts.parameter_text, made.parameters);
-  auto request = services::postRequest(kit_.endpoints.kFendoConversionBaseLiveUrl, texts.path, made.parameters,
+  auto request = services::postRequest(ports_.endpoints.kFendoConversionBaseLiveUrl, texts.path, made.parameters,
                                        services::AcceptEncoding::kGzip);
   MORVIK_LOG(log(), lcl_vTrace, texts.operation, texts.url_text, request.absoluteString());
   const auto self = shared_from_this();
@@ -224,7 +224,7 @@ void MorvikCoreLib::attributionDidEnd() {
     delivery_observer_.attributionDidEnd();
 }
 
-void MorvikCoreLib::storeCameToLight() {
+void MorvikCoreLib::storeRecovered() {
   ++stores_brought_;
   if (store().fendoUserInfo_referralKey() != -1)
     ++records_brought_;
@@ -267,7 +267,7 @@ void MorvikCoreLib::passDeferredDeepLink(const Value& json, const ConversionText
     MORVIK_LOG(log(), lcl_vCritical, texts.handler_operation, texts.no_identifier_text);
     return;
   }
-  const auto delegate = kit_.facade.delegate();
+  const auto delegate = ports_.facade.delegate();
   if (delegate != nullptr && delegate->didReceiveDeeplink)
     delegate->didReceiveDeeplink(deeplink);
 }
@@ -284,8 +284,8 @@ void MorvikCoreLib::conversionDidFail(const std::optional<kit::Response>& respon
     return;
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-MorvikCore reTry reGetReferral");
   services::guarded(log(), kConversionRetryGuard, MORVIK_HERE(kOperation), [this] {
-    kit_.main_queue.after(kConversionRetryDelaySeconds,
-                          [self = shared_from_this(), made = makeConversion()] { self->conversion(made); });
+    ports_.main_queue.after(kConversionRetryDelaySeconds,
+                            [self = shared_from_this(), made = makeConversion()] { self->conversion(made); });
   });
 }
 
@@ -336,7 +336,7 @@ void MorvikCoreLib::saveReferral(const ReferralRecord& record, uint64_t records_
 /// In one step: who reads the record on another thread gets the whole of it, and a store that comes to light meanwhile
 /// comes before it or after it.
 bool MorvikCoreLib::storeReferral(const ReferralRecord& record, uint64_t records_known) {
-  const kit::Date now = kit_.clock.now();
+  const kit::Date now = ports_.clock.now();
   return store().inOneStep([&] {
     if (isOutdated(records_known))
       return false;
@@ -367,7 +367,7 @@ void MorvikCoreLib::notifyReferralSaved(const ReferralRecord& record) {
     services_delegate->didSaveFendoUserInfo(record.fendoUserNo, record.referralKey, record.subReferralKey,
                                             record.refUSN, record.channelType);
   }
-  const auto delegate = kit_.facade.delegate();
+  const auto delegate = ports_.facade.delegate();
   if (delegate != nullptr && delegate->didSaveConversionKey) {
     delegate->didSaveConversionKey(record.referralKey, services::format("%ld", {record.subReferralKey}));
   }
@@ -379,11 +379,11 @@ void MorvikCoreLib::notifyReferralSaved(const ReferralRecord& record) {
 void MorvikCoreLib::searchAds() {
   if (isGateClosed())
     return;
-  if (services::leadingDouble(kit_.device.systemVersion()) < kSearchAdsMinSystemVersion)
+  if (services::leadingDouble(ports_.device.systemVersion()) < kSearchAdsMinSystemVersion)
     return;
-  if (kit_.ad_client == nullptr || !kit_.ad_client->offersAttributionDetails())
+  if (ports_.ad_client == nullptr || !ports_.ad_client->offersAttributionDetails())
     return;
-  kit_.ad_client->requestAttributionDetailsWithBlock(
+  ports_.ad_client->requestAttributionDetailsWithBlock(
       [self = shared_from_this()](const Value& details, const std::optional<kit::Error>& error) {
         --self->attributions_under_way_;
         self->searchAdsDidAnswer(details, error);
@@ -414,12 +414,12 @@ void MorvikCoreLib::searchAdsDidAnswer(const Value& details, const std::optional
 
 void MorvikCoreLib::iAdConversion() {
   static constexpr const char* kOperation = "-[MorvikCoreLib iAdConversion]";
-  if (services().isSendingOff() || kit_.ad_client == nullptr)
+  if (services().isSendingOff() || ports_.ad_client == nullptr)
     return;
   const auto self = shared_from_this();
-  if (kit_.ad_client->offersConversionDetails()) {
+  if (ports_.ad_client->offersConversionDetails()) {
     MORVIK_LOG(log(), lcl_vDebug, kOperation, "MRVK_QA-iOS 8 call exists");
-    kit_.ad_client->lookupAdConversionDetails(
+    ports_.ad_client->lookupAdConversionDetails(
         [self](std::optional<kit::Date> app_purchase_date, std::optional<kit::Date> iad_impression_date) {
           MORVIK_LOG(self->log(), lcl_vDebug, "-[MorvikCoreLib iAdConversion]_block_invoke",
                      "MRVK_QA-iAdOriginatedInstallation : %d", iad_impression_date.has_value());
@@ -429,9 +429,9 @@ void MorvikCoreLib::iAdConversion() {
           self->iAdAppAttributionTracking(
               self->makeIAdAppAttributionTrackingParameter(app_purchase_date, iad_impression_date), records_known);
         });
-  } else if (kit_.ad_client->offersInstallationAttribution()) {
+  } else if (ports_.ad_client->offersInstallationAttribution()) {
     MORVIK_LOG(log(), lcl_vDebug, kOperation, "MRVK_QA-iOS 7.1 call exists");
-    kit_.ad_client->determineAppInstallationAttributionWithCompletionHandler([self](bool attributed) {
+    ports_.ad_client->determineAppInstallationAttributionWithCompletionHandler([self](bool attributed) {
       if (!attributed || self->services().isSendingOff())
         return;
       const uint64_t records_known = self->records_brought_;
@@ -446,7 +446,7 @@ Value MorvikCoreLib::makeIAdAppAttributionTrackingParameter(std::optional<kit::D
   const auto parameters = services::guarded(
       log(), kMakeIAdParameterGuard,
       MORVIK_HERE("-[MorvikCoreLib makeIAdAppAttributionTrackingParameter:iAdImpressionDate:]"), [&] {
-        kit::MutableDictionary payload = services().makeCommonParameter(kit_.update_log.getSDKVersion());
+        kit::MutableDictionary payload = services().makeCommonParameter(ports_.update_log.getSDKVersion());
         if (app_purchase_date && iad_impression_date) {
           payload.set("iAd",
                       kit::Dictionary{{"appPurchaseDate", util().getKoreaDateFormateDate(*app_purchase_date)},
@@ -466,7 +466,7 @@ void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters, uint64_t 
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib iAdAppAttributionTracking:]",
              "MRVK_QA-iAdAppAttributionTracking_parameterInfo : %@", parameters);
-  auto request = services::postRequest(kit_.endpoints.kFendoConversionBaseLiveUrl, services::kIADAttributionPath,
+  auto request = services::postRequest(ports_.endpoints.kFendoConversionBaseLiveUrl, services::kIADAttributionPath,
                                        parameters, services::AcceptEncoding::kGzip);
   services::run(
       requestTools(), std::move(request),

@@ -127,7 +127,7 @@ void MorvikCoreLib::giveUpActivity(const SentBatch& batch) {
 void MorvikCoreLib::planNextBatch(const std::shared_ptr<const SentBatch>& batch, bool needs_session) {
   if (std::exchange(is_next_batch_due_, true))
     return;
-  kit_.main_queue.async(
+  ports_.main_queue.async(
       [self = shared_from_this(), batch, needs_session] { self->sendNextBatch(*batch, needs_session); });
 }
 

@@ -41,7 +41,7 @@ void MorvikCoreLib::recordCommerceClick(const Value& query, const OpeningMoment&
   const Value click = kit::Dictionary{
       {"clickId", query["cid"]},
       {"idfa", util().IDFA().value_or("")},
-      {"mtime", millisecondsSince1970(moment.time ? *moment.time : kit_.clock.now())},
+      {"mtime", millisecondsSince1970(moment.time ? *moment.time : ports_.clock.now())},
   };
   store().inOneStep([this, &click, &moment] {
     kit::MutableArray clicks(store().commerceConversionInfos());
@@ -61,13 +61,13 @@ void MorvikCoreLib::commerceConversion() {
   if (isGateClosed())
     return;
   services::MutableURLRequest request(
-      services::format("%@%@", {kit_.endpoints.kCommerceBaseLiveUrl, services::kCommerceConversionPath}));
+      services::format("%@%@", {ports_.endpoints.kCommerceBaseLiveUrl, services::kCommerceConversionPath}));
   request.setValue("gzip", "Accept-Encoding");
   request.addValue("application/json", "Content-Type");
   request.setHTTPMethod("POST");
   const uint64_t stores_known = stores_brought_;
   const Value clicks = store().commerceConversionInfos();
-  auto body = kit_.json.write(clicks);
+  auto body = ports_.json.write(clicks);
   if (const auto* error = std::get_if<kit::Error>(&body)) {
     MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-commerceConversion_error : %@", *error);
     return;
@@ -109,7 +109,7 @@ void MorvikCoreLib::commerceDidSucceed(const Value& json, uint64_t stores_known,
 void MorvikCoreLib::saveCommerceEvents() {
   if (services().isSendingOff() || store().commerceExpansionInfos().size() == 0)
     return;
-  const kit::Module* module = kit_.modules.find(kCommerceModule);
+  const kit::Module* module = ports_.modules.find(kCommerceModule);
   if (module != nullptr && module->saveCommerceEventAndSend)
     module->saveCommerceEventAndSend();
 }
@@ -128,7 +128,7 @@ void MorvikCoreLib::getPremiumPostbackInfoss() {
       return;
     const std::string path = services::format("%@/%@", {services().appKey(), services::kAppConfigFileName});
     auto request =
-        services::MorvikADAFHTTPClient(kit_.endpoints.KAppConfigBaseLiveUrl).requestWithMethod("GET", path, Value());
+        services::MorvikADAFHTTPClient(ports_.endpoints.KAppConfigBaseLiveUrl).requestWithMethod("GET", path, Value());
     request.setValue("application/json", "Accept");
     request.setValue("application/json; charset=UTF-8", "Content-Type");
     services::run(

@@ -99,7 +99,7 @@ bool MorvikCoreLib::takeCrashOfEarlierProcess(const kit::UncaughtException& cras
     return true;
   return services::guarded(
              log(), kKeepReportGuard, MORVIK_HERE(kMakeOperation),
-             [&] { return queueReports(Value(kit::Array{*report}).array()) || !kit_.report_shelf.append(*report); })
+             [&] { return queueReports(Value(kit::Array{*report}).array()) || !ports_.report_shelf.append(*report); })
       .value_or(false);
 }
 
@@ -108,7 +108,7 @@ Value MorvikCoreLib::blank(const std::optional<std::string>& text) const {
 }
 
 Value MorvikCoreLib::moduleVersion(const char* class_name) const {
-  const kit::Module* module = kit_.modules.find(class_name);
+  const kit::Module* module = ports_.modules.find(class_name);
   if (module == nullptr)
     return "not installed";
   return blank(module->getSDKVersion ? module->getSDKVersion() : std::nullopt);
@@ -119,7 +119,7 @@ Value MorvikCoreLib::crashReport(const kit::UncaughtException& exception) const 
   const bool is_known = exception.moment && exception.moment->facts.isDictionary();
   const Value facts = is_known ? exception.moment->facts : crashFacts();
   const kit::CrashMoment moment =
-      exception.moment ? *exception.moment : kit::CrashMoment{kit_.clock.now(), isAppinFocus_};
+      exception.moment ? *exception.moment : kit::CrashMoment{ports_.clock.now(), isAppinFocus_};
   kit::MutableDictionary device(facts[kDeviceInformationKey]);
   device.set(kAppInFocusKey, moment.app_in_focus);
   kit::MutableDictionary report(facts);
@@ -137,13 +137,13 @@ Value MorvikCoreLib::crashFacts() const {
   kit::MutableDictionary facts;
   facts.set("idfa", blank(util().IDFA()));
   facts.set("os_type", blank("ios"));
-  facts.set("os_version", blank(services::format("i_%@", {kit_.device.systemVersion()})));
+  facts.set("os_version", blank(services::format("i_%@", {ports_.device.systemVersion()})));
   facts.set("appkey", blank(services().appKey()));
-  facts.set("app_version_name", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleShortVersionStringKey)));
-  facts.set("app_version_code", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleVersionKey)));
+  facts.set("app_version_name", blank(ports_.bundle.objectForInfoDictionaryKey(kit::kCFBundleShortVersionStringKey)));
+  facts.set("app_version_code", blank(ports_.bundle.objectForInfoDictionaryKey(kit::kCFBundleVersionKey)));
   facts.set(kInstallDatetimeKey, blank(store().tryGetString(services::property::fendoUserInfo_install_datetime)));
-  facts.set("package_name", blank(kit_.bundle.objectForInfoDictionaryKey(kit::kCFBundleIdentifierKey)));
-  facts.set("common_sdk_version", blank(kit_.update_log.getSDKVersion()));
+  facts.set("package_name", blank(ports_.bundle.objectForInfoDictionaryKey(kit::kCFBundleIdentifierKey)));
+  facts.set("common_sdk_version", blank(ports_.update_log.getSDKVersion()));
   for (size_t i = 0; i < versions.size(); ++i)
     facts.set(kVersionedModules[i].key, versions[i]);
   for (const char* of_the_crash : {kTimeKey, kReasonKey, kTraceKey})
@@ -156,7 +156,7 @@ Value MorvikCoreLib::deviceInformation(bool app_in_focus) const {
   const Value free_disk = util().freeDiskSpace();
   return kit::Dictionary{
       {kAppInFocusKey, app_in_focus},
-      {"root_device", kit_.device.canOpenURL(kit::Url(kPackageManagerUrl))},
+      {"root_device", ports_.device.canOpenURL(kit::Url(kPackageManagerUrl))},
       {"device_model", blank(util().platformString())},
       {"free_device_storage", free_disk.isAbsent() ? Value("") : free_disk},
       {"free_memory", util().memoryFormatter(util().getFreeRam())},
@@ -167,7 +167,7 @@ void MorvikCoreLib::keepReport(const services::Logger& logger, const Value& repo
   services::guarded(logger, kKeepReportGuard, MORVIK_HERE(kMakeOperation), [&] {
     if (store().tryAppendAndSynchronize(services::property::MorvikCoreUserInfo_Crash, report))
       return;
-    if (const auto error = kit_.report_shelf.append(report))
+    if (const auto error = ports_.report_shelf.append(report))
       throw kit::Exception{"MorvikCrashReportLostException", error->message, {}};
   });
 }
@@ -176,9 +176,9 @@ void MorvikCoreLib::keepReport(const services::Logger& logger, const Value& repo
 
 /// Takes the reports from the shelf that found the store in use. They leave it only once the store keeps them.
 void MorvikCoreLib::takeInShelvedReports() {
-  const kit::Array reports = kit_.report_shelf.reports();
+  const kit::Array reports = ports_.report_shelf.reports();
   if (reports.empty() || queueReports(reports))
-    kit_.report_shelf.clear();
+    ports_.report_shelf.clear();
 }
 
 /// Leaves out what the queue holds already: a start that died before it could clear the shelf put it there. A report
@@ -237,7 +237,7 @@ void MorvikCoreLib::sendCrashInfos() {
   MORVIK_LOG(log(), lcl_vDebug, kSendOperation, "MRVK_QA-sendCrashInfos parameterInfo : %@", sent.queue);
   sent.remaining = remainingCrashInfos(sent.queue);
   auto request =
-      services::jsonPostRequest(kit_.endpoints.kCrashReportBaseLiveUrl, services::kCrashReportPath, sent.queue);
+      services::jsonPostRequest(ports_.endpoints.kCrashReportBaseLiveUrl, services::kCrashReportPath, sent.queue);
   services::run(
       requestTools(), std::move(request),
       [self = shared_from_this(), sent](const Value& json) { self->crashUploadDidSucceed(json, sent); },

@@ -138,7 +138,7 @@ void MorvikCoreLib::sendReEngagement(const kit::Url& url, const Value& query, co
 }
 
 void MorvikCoreLib::resetRetainedConversionCache(const Value& query) {
-  if (const kit::Module* module = kit_.modules.find(kRetainedConversionModule))
+  if (const kit::Module* module = ports_.modules.find(kRetainedConversionModule))
     services().setResetRetainedConversionCacheDeleate(sharedObjectOf(module));
   const auto delegate = services().resetRetainedConversionCacheDeleate();
   if (delegate != nullptr && delegate->resetRetainedConversionCache)
@@ -156,7 +156,7 @@ Value MorvikCoreLib::reEngagementParameter(const kit::Url& url, bool is_first_la
   const auto parameters = services::guarded(log(), kMakeParameterGuard, MORVIK_HERE(kOperation), [&] {
     if (isGateClosed())
       return Value();
-    kit::MutableDictionary fields = services().makeCommonParameter(kit_.update_log.getSDKVersion());
+    kit::MutableDictionary fields = services().makeCommonParameter(ports_.update_log.getSDKVersion());
     fields.set("deeplink_info", clickRecord(url, is_first_launch));
     // Weak, since the object itself holds it.
     setReEngagement_task([self = weak_from_this(), url, is_first_launch] {
@@ -191,7 +191,7 @@ void MorvikCoreLib::reEngagementConversion(const Value& parameters) {
       return;
     MORVIK_LOG(log(), lcl_vDebug, kOperation, "MRVK_QA-reEngagementConversion_parameterInfo : %@", parameters);
     auto request =
-        services::postRequest(kit_.endpoints.kFendoConversionBaseLiveUrl, services::kReEngagementConversionPath,
+        services::postRequest(ports_.endpoints.kFendoConversionBaseLiveUrl, services::kReEngagementConversionPath,
                               parameters, services::AcceptEncoding::kGzip);
     const auto self = shared_from_this();
     services::run(
@@ -222,7 +222,7 @@ void MorvikCoreLib::reEngagementDidSucceed(const Value& json) {
 }
 
 void MorvikCoreLib::passRetainedConversionKey(int64_t conversion_key) {
-  if (const kit::Module* module = kit_.modules.find(kRetainedConversionModule))
+  if (const kit::Module* module = ports_.modules.find(kRetainedConversionModule))
     services().setSaveRetainedConversionKeyDelegate(sharedObjectOf(module));
   const auto delegate = services().saveRetainedConversionKeyDelegate();
   if (delegate != nullptr && delegate->saveRetainedConversionKey)
@@ -286,14 +286,14 @@ void MorvikCoreLib::strikeOffFailedReEngagement(int64_t conversion_key) {
 }
 
 void MorvikCoreLib::makeFailureReEngagementConversionParameter() {
-  services::guarded(log(), kRetryGuard, MORVIK_HERE("-[MorvikCoreLib makeFailureReEngagementConversionParameter]"),
-                    [this] {
-                      if (isGateClosed())
-                        return;
-                      kit::MutableDictionary payload = services().makeCommonParameter(kit_.update_log.getSDKVersion());
-                      countSessionEndOfFailedReEngagements();
-                      resendFailedReEngagements(std::move(payload));
-                    });
+  services::guarded(
+      log(), kRetryGuard, MORVIK_HERE("-[MorvikCoreLib makeFailureReEngagementConversionParameter]"), [this] {
+        if (isGateClosed())
+          return;
+        kit::MutableDictionary payload = services().makeCommonParameter(ports_.update_log.getSDKVersion());
+        countSessionEndOfFailedReEngagements();
+        resendFailedReEngagements(std::move(payload));
+      });
 }
 
 /// One step and one flush for all of them. The clicks that are given up go before their counts: killed in between, the

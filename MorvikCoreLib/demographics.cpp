@@ -57,11 +57,11 @@ Value MorvikCoreLib::fetchDemos() const {
 /// Without a hashed identifier the list of pairs ends before it begins, and the payload is an empty object.
 Value MorvikCoreLib::makeDemoInfoParameter() const {
   static constexpr const char* kOperation = "-[MorvikCoreLib makeDemoInfoParameter]";
-  const std::optional<std::string> puid = kit_.puid.getAESHashedPUID();
+  const std::optional<std::string> puid = ports_.puid.getAESHashedPUID();
   const Value payload(services::untilAbsent({{"puid", puid ? Value(*puid) : Value()},  //
                                              {"user_demo_info", fetchDemos()}}));
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-Demo jsonDict : %@", payload);
-  const auto json = kit_.json.write(payload);
+  const auto json = ports_.json.write(payload);
   if (const auto* error = std::get_if<kit::Error>(&json)) {
     MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-error : %@", *error);
     return {};
@@ -98,7 +98,7 @@ void MorvikCoreLib::sendDemos(const Value& parameters, const SentDemos& sent) {
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib sendUserDemoInfos:]", "MRVK_QA-sendUserDemoInfos parameterInfo : %@",
              parameters);
-  auto request = services::postRequest(kit_.endpoints.kFendoTrackingBaseLiveUrl, services::kSetDemographicPath,
+  auto request = services::postRequest(ports_.endpoints.kFendoTrackingBaseLiveUrl, services::kSetDemographicPath,
                                        parameters, services::AcceptEncoding::kUnset);
   static constexpr const char* kHandlerOperation = "-[MorvikCoreLib sendUserDemoInfos:]_block_invoke";
   services::run(

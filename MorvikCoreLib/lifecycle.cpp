@@ -47,7 +47,7 @@ constexpr services::Guard kEndSessionGuard{services::block("MRVK_QA-[MorvikCoreL
 /// The process-wide object and the kit it is made on.
 struct SharedInstance {
   std::mutex mutex;
-  const kit::Kit* kit = nullptr;
+  const kit::Ports* ports = nullptr;
   std::shared_ptr<MorvikCoreLib> object;
 };
 
@@ -77,8 +77,8 @@ uint64_t sessionLengthMilliseconds(std::optional<kit::Date> start, kit::Date end
 
 // ------------------------------------------------------------------------------------------------------------ start-up
 
-std::shared_ptr<MorvikCoreLib> MorvikCoreLib::make(const kit::Kit& kit) {
-  std::shared_ptr<MorvikCoreLib> object(new MorvikCoreLib(kit));
+std::shared_ptr<MorvikCoreLib> MorvikCoreLib::make(const kit::Ports& ports) {
+  std::shared_ptr<MorvikCoreLib> object(new MorvikCoreLib(ports));
   object->init();
   return object;
 }
@@ -86,38 +86,38 @@ std::shared_ptr<MorvikCoreLib> MorvikCoreLib::make(const kit::Kit& kit) {
 std::shared_ptr<MorvikCoreLib> MorvikCoreLib::shared() {
   SharedInstance& instance = sharedInstance();
   const std::scoped_lock hold(instance.mutex);
-  if (instance.object == nullptr && instance.kit != nullptr) {
-    instance.object = make(*instance.kit);
+  if (instance.object == nullptr && instance.ports != nullptr) {
+    instance.object = make(*instance.ports);
     instance.object->set_isTrackingCalled(false);
   }
   return instance.object;
 }
 
-bool MorvikCoreLib::provideSharedKit(const kit::Kit& kit) {
+bool MorvikCoreLib::provideSharedPorts(const kit::Ports& ports) {
   SharedInstance& instance = sharedInstance();
   const std::scoped_lock hold(instance.mutex);
-  if (instance.kit != nullptr)
-    return instance.kit == &kit;
-  instance.kit = &kit;
+  if (instance.ports != nullptr)
+    return instance.ports == &ports;
+  instance.ports = &ports;
   return true;
 }
 
-void MorvikCoreLib::withdrawSharedKit(const kit::Kit& kit) {
+void MorvikCoreLib::withdrawSharedPorts(const kit::Ports& ports) {
   SharedInstance& instance = sharedInstance();
   std::shared_ptr<MorvikCoreLib> last;  // destroyed after the lock is gone
   const std::scoped_lock hold(instance.mutex);
-  if (instance.kit != &kit)
+  if (instance.ports != &ports)
     return;
-  instance.kit = nullptr;
+  instance.ports = nullptr;
   last.swap(instance.object);
 }
 
-MorvikCoreLib::MorvikCoreLib(const kit::Kit& kit)
-    : kit_(kit),
-      log_(kit.shared_state.log_levels, kit.log_sink),
-      store_(kit.key_value_store, kit.house_lock),
-      _df(kit.calendar),
-      batch_size_(kit.batch_limit),
+MorvikCoreLib::MorvikCoreLib(const kit::Ports& ports)
+    : ports_(ports),
+      log_(ports.shared_state.log_levels, ports.log_sink),
+      store_(ports.key_value_store, ports.list_lock),
+      _df(ports.calendar),
+      batch_size_(ports.batch_limit),
       activity_order_("activityCreatedAt"),
       impression_order_("createdAt"),
       failed_clicks_(conversionKeyOf),
@@ -125,16 +125,16 @@ MorvikCoreLib::MorvikCoreLib(const kit::Kit& kit)
 
 void MorvikCoreLib::init() {
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib init]",
-             "MRVK_QA-%@.framework Version : %@, app key : %@, hash key : %@", kit_.update_log.frameworkName(),
-             kit_.update_log.getSDKVersion(), services().appKey(), services().hashKey());
+             "MRVK_QA-%@.framework Version : %@, app key : %@, hash key : %@", ports_.update_log.frameworkName(),
+             ports_.update_log.getSDKVersion(), services().appKey(), services().hashKey());
   isFirstLaunchOk_ = false;
   isStartSessionCalled_ = false;
   failedGetReferralCnt_ = 0;
   if (store().fendoUserInfo_referralKey() == -1)
     isFirstLaunchOk_ = true;
-  kit_.shared_state.kAESSuperKeyForTracking = kit_.make_config()->getTrackingSuperkey();
+  ports_.shared_state.kAESSuperKeyForTracking = ports_.make_config()->getTrackingSuperkey();
   checkSum_ = kInitialCheckSum;
-  const bool portrait = kit_.device.statusBarOrientation() == kit::kOrientationPortrait;
+  const bool portrait = ports_.device.statusBarOrientation() == kit::kOrientationPortrait;
   store().setFendoUserInfo_isApplicationPortrait(portrait ? "true" : "false");
   store().synchronize();
   takeInShelvedReports();
@@ -145,11 +145,11 @@ void MorvikCoreLib::init() {
 
 void MorvikCoreLib::observeApplicationLife() {
   const std::weak_ptr<MorvikCoreLib> self = weak_from_this();
-  kit_.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive, [self] {
+  ports_.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive, [self] {
     if (const auto object = self.lock())
       object->startSession();
   });
-  kit_.notifications.addObserver(kit::Notification::kApplicationDidEnterBackground, [self] {
+  ports_.notifications.addObserver(kit::Notification::kApplicationDidEnterBackground, [self] {
     if (const auto object = self.lock())
       object->enterBackground();
   });
@@ -180,7 +180,7 @@ void MorvikCoreLib::startSession() {
     chkRetentionForDay();
     uploadPendingActivities(end_activities);
     sendPendingDemos();
-    startSessoinDate_.set(kit_.clock.now());
+    startSessoinDate_.set(ports_.clock.now());
     askForAttribution();
     storeAdvertisingIdentifier();
     if (store().MorvikCoreUserInfo_Crash().size() > 0)
@@ -217,7 +217,7 @@ EndActivities MorvikCoreLib::keepOrStartSession() {
   // The first activation of this process: the stored end is known from now on, but decides nothing this time.
   if (!endSessoinDate_.get())
     endSessoinDate_.set(store().MorvikCoreUserInfo_endSessoinDate());
-  recordSessionActivity("start", "", kit_.clock.now());
+  recordSessionActivity("start", "", ports_.clock.now());
   return EndActivities::kSend;
 }
 
@@ -225,7 +225,7 @@ bool MorvikCoreLib::endedWithinTheMinute() const {
   const std::optional<kit::Date> ended = endSessoinDate_.get();
   if (!ended)
     return false;
-  const int64_t elapsed_milliseconds = kit_.clock.now().millisecondsSince(*ended);
+  const int64_t elapsed_milliseconds = ports_.clock.now().millisecondsSince(*ended);
   return elapsed_milliseconds >= kKeepSessionMinMilliseconds && elapsed_milliseconds <= kKeepSessionMaxMilliseconds;
 }
 
@@ -274,10 +274,10 @@ void MorvikCoreLib::enterBackground() {
     isAppinFocus_ = false;
     failedGetAESKeyCnt_ = 0;
     isFirstLaunchOk_ = false;
-    if (!kit_.device.isMultitaskingSupported().value_or(false))
+    if (!ports_.device.isMultitaskingSupported().value_or(false))
       return;
     const std::weak_ptr<MorvikCoreLib> self = weak_from_this();
-    background_task_ = kit_.background_tasks.beginBackgroundTaskWithExpirationHandler([self] {
+    background_task_ = ports_.background_tasks.beginBackgroundTaskWithExpirationHandler([self] {
       const auto object = self.lock();
       if (object == nullptr)
         return;
@@ -285,14 +285,14 @@ void MorvikCoreLib::enterBackground() {
       MORVIK_LOG(object->log(), lcl_vDebug, "-[MorvikCoreLib enterBackground]_block_invoke",
                  "MRVK_QA-UIBackgroundTaskInvalid...");
     });
-    kit_.background_queue.async([object = shared_from_this()] { object->endSession(); });
+    ports_.background_queue.async([object = shared_from_this()] { object->endSession(); });
   });
 }
 
 void MorvikCoreLib::endSession() {
   services::guarded(log(), kEndSessionGuard, MORVIK_HERE("-[MorvikCoreLib endSession]"), [this] {
     isStartSessionCalled_ = false;
-    const kit::Date now = kit_.clock.now();
+    const kit::Date now = ports_.clock.now();
     endSessoinDate_.set(now);
     const uint64_t session_length_milliseconds = sessionLengthMilliseconds(startSessoinDate_.get(), now);
     store().setMorvikCoreUserInfo_endSessoinDate(now);
@@ -306,7 +306,7 @@ void MorvikCoreLib::endSession() {
       setReEngagement_task(nullptr);
     if (!isTrackingPossible())
       return;
-    kit_.main_queue.after(kSessionEndDelaySeconds, [object = shared_from_this(), session_length_milliseconds] {
+    ports_.main_queue.after(kSessionEndDelaySeconds, [object = shared_from_this(), session_length_milliseconds] {
       object->sendAtSessionEnd(session_length_milliseconds);
     });
   });
@@ -316,18 +316,18 @@ void MorvikCoreLib::endSession() {
 void MorvikCoreLib::sendAtSessionEnd(uint64_t session_length_milliseconds) {
   tracking(makeTrackingParameter(endActivitiesOfRest()));
   ++sessions_;
-  recordSessionActivity("end", std::to_string(session_length_milliseconds), kit_.clock.now());
+  recordSessionActivity("end", std::to_string(session_length_milliseconds), ports_.clock.now());
 }
 
 void MorvikCoreLib::applicationEndBackgroundTask() {
-  kit_.background_queue.async([object = shared_from_this()] { object->endBackgroundTaskHeld(); });
+  ports_.background_queue.async([object = shared_from_this()] { object->endBackgroundTaskHeld(); });
 }
 
 /// Runs on either queue. A task that the other queue begins meanwhile is not forgotten: only the one ended here is let
 /// go of.
 void MorvikCoreLib::endBackgroundTaskHeld() {
   kit::BackgroundTaskIdentifier held = background_task_;
-  kit_.background_tasks.endBackgroundTask(held);
+  ports_.background_tasks.endBackgroundTask(held);
   background_task_.compare_exchange_strong(held, kit::kBackgroundTaskInvalid);
 }
 
@@ -348,9 +348,9 @@ void MorvikCoreLib::updateAppLaunchCount() {
 }
 
 void MorvikCoreLib::chkRetentionForDay() {
-  const kit::Date now = kit_.clock.now();
+  const kit::Date now = ports_.clock.now();
   const std::optional<kit::Date> last = store().fendoUserInfo_last_app_launched_date();
-  if (!last || isNewDay(kit_.calendar.components(now), kit_.calendar.components(*last)))
+  if (!last || isNewDay(ports_.calendar.components(now), ports_.calendar.components(*last)))
     markRetention(now);
   store().synchronize();
 }

@@ -88,7 +88,7 @@ bool MorvikCoreLib::recordForgetMe(bool forget_me) {
     // What takes memory comes first: no wish stands that nobody would tell.
     const bool takes_place_of_last = untold_wishes_.size() >= kMaxUntoldWishes;
     if (!takes_place_of_last)
-      kit_.main_queue.async([self = shared_from_this()] { self->tellNextWish(); });
+      ports_.main_queue.async([self = shared_from_this()] { self->tellNextWish(); });
     UntoldWish untold(untold_wishes_, takes_place_of_last);
     // A process that dies before the wish is told must not leave it behind as an accepted one.
     synced_before_wish_ = wasForgetMeSynced();
@@ -134,7 +134,7 @@ void MorvikCoreLib::tellForgetMe(bool forget_me) {
   if (util().getNetworkStatus() == kit::kNetworkUnknown)
     return leaveForgetMeUntold();
   store().inOneStep([this] { synced_before_wish_.reset(); });
-  const kit::Module* push = kit_.modules.find(kPushModule);
+  const kit::Module* push = ports_.modules.find(kPushModule);
   if (push != nullptr && push->setRemotePushEnable)
     push->setRemotePushEnable(!forget_me);
   sendErasureRequest();
@@ -150,9 +150,9 @@ void MorvikCoreLib::leaveForgetMeUntold() {
 
 /// The one request that passes the gate of the user's wish.
 void MorvikCoreLib::sendErasureRequest() {
-  auto request = services::postRequest(kit_.endpoints.kGdprReqUrl, services::kGdprReqUrlPath, Value(),
+  auto request = services::postRequest(ports_.endpoints.kGdprReqUrl, services::kGdprReqUrlPath, Value(),
                                        services::AcceptEncoding::kUnset);
-  auto body = kit_.json.writePretty(makeGdprParameter(ErasureForm::kPlain));
+  auto body = ports_.json.writePretty(makeGdprParameter(ErasureForm::kPlain));
   // What has no body is not sent: an answer to it would count as the wish's.
   if (const auto* error = std::get_if<kit::Error>(&body)) {
     erasureDidFail(std::nullopt, *error);
@@ -183,8 +183,8 @@ Value MorvikCoreLib::makeGdprParameter(ErasureForm form) {
   static constexpr const char* kMakeOperation = "-[MorvikCoreLib makeGdprParameter:]";
   Value made;
   services::guarded(log(), kMakeGdprParameterGuard, MORVIK_HERE(kMakeOperation), [&] {
-    const std::string request_id = services::inCapitals(services::makeRandomUuid(kit_.random));
-    const kit::Date server_now = kit_.clock.now().shiftedBySeconds(services().intervalSinceServerDate());
+    const std::string request_id = services::inCapitals(services::makeRandomUuid(ports_.random));
+    const kit::Date server_now = ports_.clock.now().shiftedBySeconds(services().intervalSinceServerDate());
     kit::MutableDictionary body =
         services::untilAbsent({{"subject_request_id", request_id},
                                {"subject_request_type", "erasure"},

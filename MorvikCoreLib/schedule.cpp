@@ -32,7 +32,7 @@ void MorvikCoreLib::getSchedule(const Value& parameters) {
   if (isGateClosed())
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib getSchedule:]", "MRVK_QA-getSchedule_parameterInfo : %@", parameters);
-  auto request = services::postRequest(kit_.endpoints.kFendoCampaignBaseLiveUrl, services::kGetScheduleVer2Path,
+  auto request = services::postRequest(ports_.endpoints.kFendoCampaignBaseLiveUrl, services::kGetScheduleVer2Path,
                                        parameters, services::AcceptEncoding::kUnset);
   services::run(
       requestTools(), std::move(request),
@@ -55,7 +55,7 @@ void MorvikCoreLib::scheduleDidArrive(const Value& json) {
   }
   checkSum_ = util().checkNilToBlankString(json["Data"]["CheckSum"]).string();
   lastJSON_ = json;
-  if (const kit::Module* module = kit_.modules.find(kScheduleModule))
+  if (const kit::Module* module = ports_.modules.find(kScheduleModule))
     services().setGetScheduleDelegate(sharedObjectOf(module));
   passSchedule();
 }

@@ -223,7 +223,7 @@ Value MorvikCoreLib::makeTrackingParameter(EndActivities end_activities) {
     built_batch_.reset();
     Value batch = buildBatch(end_activities);
     // One that was abandoned leaves no trace.
-    if (batch.isAbsent() && kit_.shared_state.stop_request.isMade())
+    if (batch.isAbsent() && ports_.shared_state.stop_request.isMade())
       set_isTrackingCalled(false);
     return batch;
   });
@@ -232,11 +232,11 @@ Value MorvikCoreLib::makeTrackingParameter(EndActivities end_activities) {
 
 Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   static constexpr const char* kOperation = "-[MorvikCoreLib makeTrackingParameter:]";
-  kit::MutableDictionary batch = services().makeCommonParameter(kit_.update_log.getSDKVersion());
+  kit::MutableDictionary batch = services().makeCommonParameter(ports_.update_log.getSDKVersion());
   const EntryBuilder builder(util(), services().intervalSinceServerDate());
   kit::MutableArray entries;
   kit::MutableArray sent_event_keys;
-  const kit::StopRequest& stop = kit_.shared_state.stop_request;
+  const kit::StopRequest& stop = ports_.shared_state.stop_request;
   const auto facts = std::make_shared<SentBatch>();
   facts->end_activities = end_activities;
   facts->session = sessions_;
@@ -366,7 +366,7 @@ void MorvikCoreLib::sendBatch(const Value& parameters, EndActivities end_activit
   if (store().fendoUserInfo_referralKey() == -1)
     return;
 
-  auto request = services::postRequest(kit_.endpoints.kFendoTrackingBaseLiveUrl, services::kTrackingPath, parameters,
+  auto request = services::postRequest(ports_.endpoints.kFendoTrackingBaseLiveUrl, services::kTrackingPath, parameters,
                                        services::AcceptEncoding::kGzip);
   const auto self = shared_from_this();
   const bool has_begun = services::run(
@@ -399,8 +399,8 @@ void MorvikCoreLib::refetchReferral() {
     return;
   services::guarded(log(), kRefetchGuard, MORVIK_HERE("-[MorvikCoreLib tracking:]"), [this] {
     ++failedGetReferralCnt_;
-    kit_.main_queue.after(kReferralRefetchDelaySeconds,
-                          [self = shared_from_this(), made = makeConversion()] { self->conversion(made); });
+    ports_.main_queue.after(kReferralRefetchDelaySeconds,
+                            [self = shared_from_this(), made = makeConversion()] { self->conversion(made); });
   });
 }
 
@@ -480,7 +480,7 @@ void MorvikCoreLib::takeServerTime(const Value& json) {
   if (base_time.isAbsent())
     return;
   const double base_time_seconds = util().checkDoubleNilToZero(base_time) / 1000.0;
-  services().setIntervalSinceServerDate(util().timeIntervalSinceServerDate(kit_.clock.now(), base_time_seconds));
+  services().setIntervalSinceServerDate(util().timeIntervalSinceServerDate(ports_.clock.now(), base_time_seconds));
 }
 
 // --------------------------------------------------------------------------------------------------------------

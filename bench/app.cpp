@@ -23,7 +23,7 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "bench/support/folder.h"
 #include "bench/support/run_delay.h"
-#include "host/make_host.h"
+#include "host/make_instance.h"
 #include "morvik/morvik.h"
 #include "simulation/levered_machine.h"
 
@@ -50,8 +50,8 @@ int64_t nowNanoseconds() {
 }
 
 /// Reaches no service and, without a user number, builds no batch. Pumped by the calling thread.
-HostOptions optionsOn(const std::string& folder) {
-  HostOptions options;
+StartOptions optionsOn(const std::string& folder) {
+  StartOptions options;
   options.store_folder = folder;
   options.app_key = "app";
   options.hash_key = "hash";
@@ -152,9 +152,9 @@ double recordingBesideCommits(int rows) {
   const Folder folder;
   auto machine = std::make_unique<simulation::LeveredMachine>();
   auto& levers = *machine;
-  auto made = host::makeHost(optionsOn(folder.path()), std::move(machine));
-  auto* const host = std::get_if<std::unique_ptr<runtime::Host>>(&made);
-  if (host == nullptr)
+  auto made = host::makeInstance(optionsOn(folder.path()), std::move(machine));
+  auto* const instance = std::get_if<std::unique_ptr<runtime::Instance>>(&made);
+  if (instance == nullptr)
     std::exit(2);
   std::atomic<bool> over{false};
   std::vector<double> commit_microseconds;
@@ -162,12 +162,12 @@ double recordingBesideCommits(int rows) {
     for (int i = 0; !over; ++i) {
       levers.edit("bench", newRows(rows, i));
       const int64_t begin = nowNanoseconds();
-      (*host)->properties().synchronize();
+      (*instance)->properties().synchronize();
       commit_microseconds.push_back(static_cast<double>(nowNanoseconds() - begin) / 1e3);
     }
   });
   const Times waits = measuredRunning(
-      kWaitsMeasured, [&](int i) { (*host)->addActivity("shop", "purchase", "item-" + std::to_string(i)); });
+      kWaitsMeasured, [&](int i) { (*instance)->addActivity("shop", "purchase", "item-" + std::to_string(i)); });
   over = true;
   committer.join();
   const Times commits(std::move(commit_microseconds));

@@ -85,7 +85,7 @@ int run(int events, std::string_view kind) {
   const Folder folder;
   simulation::VirtualMachineOptions machine_options;
   BenchMachine machine(machine_options);
-  HostOptions options = simulation::simulatedApp();
+  StartOptions options = simulation::simulatedApp();
   options.store_folder = folder.path();
   machine.transport.setDefaultAnswer(testing::Answer::error("down"));
   machine.transport.on(services::kTrackingPath).always(testing::Answer::json(kit::Dictionary{{"Result", true}}));

@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
-#include "bench/support/batch_kit.h"
+#include "bench/support/batch_ports.h"
 #include "bench/support/ratios.h"
 
 namespace morvik::bench {
@@ -17,22 +17,22 @@ namespace {
 constexpr int kRepetitions = 5;
 
 /// The core on a store with so many events, whose services object stops at the step that is measured.
-void runCore(benchmark::State& state, BatchKit::Step step) {
-  BatchKit kit(static_cast<size_t>(state.range(0)), step);
-  const auto core = MorvikCoreLib::make(kit.kit());
+void runCore(benchmark::State& state, BatchPorts::Step step) {
+  BatchPorts ports(static_cast<size_t>(state.range(0)), step);
+  const auto core = MorvikCoreLib::make(ports.ports());
   for (auto unused : state) {
     core->set_isTrackingCalled(false);
     benchmark::DoNotOptimize(core->makeTrackingParameter(EndActivities::kSend));
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
-  state.counters["bytes"] = static_cast<double>(kit.outputBytes());
+  state.counters["bytes"] = static_cast<double>(ports.outputBytes());
 }
 
 void jsonByCore(benchmark::State& state) {
-  runCore(state, BatchKit::Step::kJsonText);
+  runCore(state, BatchPorts::Step::kJsonText);
 }
 void envelopeByCore(benchmark::State& state) {
-  runCore(state, BatchKit::Step::kEnvelope);
+  runCore(state, BatchPorts::Step::kEnvelope);
 }
 
 template <class Writer>

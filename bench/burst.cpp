@@ -70,7 +70,7 @@ int64_t processorNanoseconds() {
 
 /// In the default mode, with a thread of its own. Reaches no service and, without a user number, builds no batch.
 std::unique_ptr<MorvikCore> started(const std::string& folder) {
-  HostOptions options;
+  StartOptions options;
   options.store_folder = folder;
   options.app_key = "app";
   options.hash_key = "hash";

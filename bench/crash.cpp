@@ -15,7 +15,7 @@
 #include "host/store/sqlite_store.h"
 #include "services/describe.h"
 #include "services/json_writer.h"
-#include "testing/kit_with.h"
+#include "testing/ports_with.h"
 #include "testing/world.h"
 
 namespace morvik::bench {
@@ -60,7 +60,7 @@ class CrashedDevice {
  public:
   explicit CrashedDevice(int64_t crashes) {
     world_.loop.addCommit([this] { store_.commitTurn(); });
-    core_ = MorvikCoreLib::make(kit_);
+    core_ = MorvikCoreLib::make(ports_);
     core_->makeCrashParameter(crash(0, ""));
     const size_t frame = services::describe(reports().array()[0]).size();
     properties_.setMorvikCoreUserInfo_Crash(kit::Array());
@@ -86,11 +86,11 @@ class CrashedDevice {
   testing::TestWorld world_{quiet()};
   Folder folder_;
   host::SqliteStore store_{{.place = {.folder = folder_.path()}}, world_.log};
-  kit::HouseLock lock_;
+  kit::ListLock lock_;
   services::MorvikGVUserDefaults properties_{store_, lock_};
   AcceptingTransport transport_{world_.loop.mainQueue()};
-  const kit::Kit kit_ =
-      testing::kitWith(world_.kit(), {.key_value_store = &store_, .house_lock = &lock_, .transport = &transport_});
+  const kit::Ports ports_ =
+      testing::portsWith(world_.ports(), {.key_value_store = &store_, .list_lock = &lock_, .transport = &transport_});
   std::shared_ptr<MorvikCoreLib> core_;
 };
 

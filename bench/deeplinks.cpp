@@ -14,7 +14,7 @@
 #include "bench/support/ratios.h"
 #include "host/store/sqlite_store.h"
 #include "services/endpoints.h"
-#include "testing/kit_with.h"
+#include "testing/ports_with.h"
 #include "testing/world.h"
 
 namespace morvik::bench {
@@ -54,7 +54,7 @@ class ClickedDevice {
     properties_.synchronize();
     world_.loop.addCommit([this] { store_.commitTurn(); });
     world_.transport.setDefaultAnswer(testing::Answer::silence());
-    core_ = MorvikCoreLib::make(kit_);
+    core_ = MorvikCoreLib::make(ports_);
   }
 
   /// The requests leave; their answers are another matter.
@@ -81,11 +81,11 @@ class ClickedDevice {
   testing::TestWorld world_{quiet()};
   Folder folder_;
   host::SqliteStore store_{{.place = {.folder = folder_.path()}}, world_.log};
-  kit::HouseLock lock_;
+  kit::ListLock lock_;
   services::MorvikGVUserDefaults properties_{store_, lock_};
-  testing::FakeServices services_{properties_, {world_.cipher, world_.compressor, world_.random}};
-  const kit::Kit kit_ =
-      testing::kitWith(world_.kit(), {.key_value_store = &store_, .house_lock = &lock_, .services = &services_});
+  testing::FakeServicesLib services_{properties_, {world_.cipher, world_.compressor, world_.random}};
+  const kit::Ports ports_ =
+      testing::portsWith(world_.ports(), {.key_value_store = &store_, .list_lock = &lock_, .services = &services_});
   std::shared_ptr<MorvikCoreLib> core_;
 };
 

@@ -17,7 +17,7 @@
 #include <thread>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
-#include "bench/support/batch_kit.h"
+#include "bench/support/batch_ports.h"
 #include "bench/support/event_arguments.h"
 
 namespace morvik::bench {
@@ -36,11 +36,11 @@ double milliseconds(clockid_t clock) {
 /// Of the thread that builds.
 class Building {
  public:
-  explicit Building(const kit::Kit& kit) : kit_(kit) { ::pthread_getcpuclockid(::pthread_self(), &clock_); }
+  explicit Building(const kit::Ports& ports) : ports_(ports) { ::pthread_getcpuclockid(::pthread_self(), &clock_); }
 
   /// As a session's start does it: nothing is known of the list. Answers how long it took.
   double run() {
-    const auto core = MorvikCoreLib::make(kit_);
+    const auto core = MorvikCoreLib::make(ports_);
     begun_ = milliseconds(clock_);
     has_begun_ = true;
     static_cast<void>(core->makeTrackingParameter(EndActivities::kSend));
@@ -57,29 +57,29 @@ class Building {
       while (!is_over && (!has_begun_ || milliseconds(clock_) < begun_ + after))
         std::this_thread::yield();
       requested = milliseconds(clock_);
-      kit_.shared_state.stop_request.make();
+      ports_.shared_state.stop_request.make();
     });
     const double took = run();
     is_over = true;
     stopper.join();
     const double worked_on = begun_ + took - requested;
     // One request is made once; the next building has one of its own.
-    kit::StopRequest& request = kit_.shared_state.stop_request;
+    kit::StopRequest& request = ports_.shared_state.stop_request;
     std::destroy_at(&request);
     new (&request) kit::StopRequest;
     return worked_on;
   }
 
  private:
-  const kit::Kit& kit_;
+  const kit::Ports& ports_;
   clockid_t clock_{};
   std::atomic<double> begun_ = 0;
   std::atomic<bool> has_begun_ = false;
 };
 
-double longestOf(const char* what, size_t events, BatchKit::Order order) {
-  BatchKit kit(events, BatchKit::Step::kEnvelope, order);
-  Building building(kit.kit());
+double longestOf(const char* what, size_t events, BatchPorts::Order order) {
+  BatchPorts ports(events, BatchPorts::Step::kEnvelope, order);
+  Building building(ports.ports());
   const double whole = std::max(building.run(), building.run());
   double longest = 0;
   for (int moment = 0; moment < kMoments; ++moment)
@@ -93,7 +93,7 @@ double longestOf(const char* what, size_t events, BatchKit::Order order) {
 }  // namespace morvik::bench
 
 int main(int argc, char** argv) {
-  using morvik::bench::BatchKit;
+  using morvik::bench::BatchPorts;
   const auto arguments = morvik::bench::eventArguments(argc, argv, morvik::bench::kEvents, {});
   if (!arguments) {
     std::fprintf(stderr,
@@ -103,8 +103,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   const auto events = static_cast<size_t>(arguments->events);
-  const double longest = std::max(morvik::bench::longestOf("in order", events, BatchKit::Order::kByTime),
-                                  morvik::bench::longestOf("shuffled", events, BatchKit::Order::kShuffled));
+  const double longest = std::max(morvik::bench::longestOf("in order", events, BatchPorts::Order::kByTime),
+                                  morvik::bench::longestOf("shuffled", events, BatchPorts::Order::kShuffled));
   const bool holds = longest <= morvik::bench::kMaxMilliseconds;
   std::printf("%s: %.0f ms between two looks at a stop, with %zu events waiting\n", holds ? "holds" : "DOES NOT HOLD",
               morvik::bench::kMaxMilliseconds, events);

@@ -6,14 +6,14 @@
 #include <string_view>
 #include <variant>
 
-#include "apps/device/simulation/scenario_reader.h"
-#include "apps/device/simulation/yaml_tree.h"
+#include "apps/device/scenario/scenario_reader.h"
+#include "apps/device/scenario/yaml_tree.h"
 #include "fuzz/checks.h"
 
 namespace {
 
 using morvik::fuzz::require;
-using morvik_device::simulation::Scenario;
+using morvik_device::scenario::Scenario;
 
 constexpr std::string_view kFile = "story.yaml";
 
@@ -54,7 +54,7 @@ void checkScenario(const Scenario& scenario) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view content(reinterpret_cast<const char*>(data), size);
-  const auto read = morvik_device::simulation::readScenario(content, std::string(kFile));
+  const auto read = morvik_device::scenario::readScenario(content, std::string(kFile));
   if (const auto* mistake = std::get_if<std::string>(&read))
     checkMistake(*mistake, content);
   else

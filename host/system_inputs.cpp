@@ -37,7 +37,7 @@ bool isTooLong(const std::filesystem::path& folder) {
 }
 
 std::optional<kit::Error> checkStoreFolder(const std::string& store_folder) {
-  const std::string option = "HostOptions::store_folder: ";
+  const std::string option = "StartOptions::store_folder: ";
   const std::filesystem::path folder(store_folder);
   if (isTooLong(folder)) {
     return kit::Error{option + "its path is too long, with " + std::to_string(store_folder.size()) +
@@ -77,12 +77,12 @@ std::variant<runtime::UrlFacts, kit::Error> SystemInputs::checkUrl(const std::st
   return runtime::UrlFacts{.is_loopback = std::get<RequestTarget>(target).isLoopback()};
 }
 
-std::optional<kit::Error> SystemInputs::checkPlaces(const HostOptions& options) const {
+std::optional<kit::Error> SystemInputs::checkPlaces(const StartOptions& options) const {
   if (auto failure = checkStoreFolder(options.store_folder))
     return failure;
   if (options.ca_file.empty())
     return std::nullopt;
-  const std::string what = "HostOptions::ca_file: the file " + options.ca_file;
+  const std::string what = "StartOptions::ca_file: the file " + options.ca_file;
   // Not opened: a pipe would be used up before the first upload reads it.
   if (access(options.ca_file.c_str(), R_OK) != 0) {
     return kit::Error{what + " cannot be read (" + systemMessage() + "); mend its path or its permissions."};

@@ -15,7 +15,7 @@ class SystemInputs : public runtime::MachineInputs {
   /// No other thread may change the environment meanwhile.
   std::optional<std::string> variable(const std::string& name) const override;
   std::variant<runtime::UrlFacts, kit::Error> checkUrl(const std::string& url) const override;
-  std::optional<kit::Error> checkPlaces(const HostOptions& options) const override;
+  std::optional<kit::Error> checkPlaces(const StartOptions& options) const override;
   std::string absolutePath(const std::string& path) const override;
 };
 

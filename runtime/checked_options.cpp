@@ -116,7 +116,7 @@ Failure readBaseUrl(const std::string& text, const MachineInputs& inputs, const 
 }
 
 /// The environment's service takes the place of all that the app names: nothing goes elsewhere while one debugs.
-Failure readAllUrls(const HostOptions& options, const MachineInputs& inputs, CheckedOptions& out) {
+Failure readAllUrls(const StartOptions& options, const MachineInputs& inputs, CheckedOptions& out) {
   for (const EndpointName& endpoint : kEndpoints) {
     if (const std::string& debugged = out.environment.service_url; !debugged.empty()) {
       if (Failure failure = readBaseUrl(debugged, inputs, kServiceUrlVariable, out.endpoints.*endpoint.member,
@@ -129,7 +129,7 @@ Failure readAllUrls(const HostOptions& options, const MachineInputs& inputs, Che
     if (!has_own && options.service_url.empty())
       continue;
     const std::string option =
-        has_own ? std::string("HostOptions::endpoints ") + endpoint.name : "HostOptions::service_url";
+        has_own ? std::string("StartOptions::endpoints ") + endpoint.name : "StartOptions::service_url";
     if (Failure failure = readBaseUrl(has_own ? own->second : options.service_url, inputs, option,
                                       out.endpoints.*endpoint.member, out.has_loopback_endpoint))
       return failure;
@@ -137,7 +137,7 @@ Failure readAllUrls(const HostOptions& options, const MachineInputs& inputs, Che
   return std::nullopt;
 }
 
-Failure checkEndpointNames(const HostOptions& options) {
+Failure checkEndpointNames(const StartOptions& options) {
   for (const auto& [name, url] : options.endpoints) {
     std::string known;
     bool is_known = false;
@@ -147,7 +147,7 @@ Failure checkEndpointNames(const HostOptions& options) {
       known += endpoint.name;
     }
     if (!is_known)
-      return kit::Error{"HostOptions::endpoints: there is no endpoint " + name + "; there are " + known + "."};
+      return kit::Error{"StartOptions::endpoints: there is no endpoint " + name + "; there are " + known + "."};
   }
   return std::nullopt;
 }
@@ -202,34 +202,34 @@ void checkThatSomethingCanArrive(CheckedOptions& out) {
   if (!is_any_set) {
     out.warnings.emplace_back(
         "nothing will arrive: all endpoints are the defaults under morvik.example, which are reserved and reach "
-        "nobody; set HostOptions::service_url to the base URL of your service");
+        "nobody; set StartOptions::service_url to the base URL of your service");
   }
 }
 
-Failure check(const HostOptions& options, const MachineInputs& inputs, CheckedOptions& out) {
+Failure check(const StartOptions& options, const MachineInputs& inputs, CheckedOptions& out) {
   if (options.store_folder.empty())
-    return kit::Error{"HostOptions::store_folder is not set; name a folder that the app may write to."};
+    return kit::Error{"StartOptions::store_folder is not set; name a folder that the app may write to."};
   if (options.store_folder.find('\0') != options.store_folder.npos) {
-    return kit::Error{"HostOptions::store_folder holds a zero byte, behind \"" +
+    return kit::Error{"StartOptions::store_folder holds a zero byte, behind \"" +
                       options.store_folder.substr(0, options.store_folder.find('\0')) +
                       "\", where the system ends a path; name a folder without one."};
   }
   if (options.log_level < kLowestLogLevel || options.log_level > kHighestLogLevel) {
-    return kit::Error{"HostOptions::log_level is " + std::to_string(options.log_level) +
+    return kit::Error{"StartOptions::log_level is " + std::to_string(options.log_level) +
                       "; choose 0 (off) to 6 (trace)."};
   }
   if (Failure failure = readLogLevel(out.environment.log_level, out.options.log_level))
     return failure;
-  if (Failure failure = readNonEmptyKey(options.app_key, inputs, "HostOptions::app_key", out.app_key))
+  if (Failure failure = readNonEmptyKey(options.app_key, inputs, "StartOptions::app_key", out.app_key))
     return failure;
   if (!mayStandInAPath(out.app_key)) {
     return kit::Error{
-        "HostOptions::app_key holds a character that cannot stand in a URL; set it to the key that the "
+        "StartOptions::app_key holds a character that cannot stand in a URL; set it to the key that the "
         "service gave this app, made of letters, digits, '-', '.', '_' and '~'."};
   }
-  if (Failure failure = readNonEmptyKey(options.hash_key, inputs, "HostOptions::hash_key", out.hash_key))
+  if (Failure failure = readNonEmptyKey(options.hash_key, inputs, "StartOptions::hash_key", out.hash_key))
     return failure;
-  if (Failure failure = readKey(options.tracking_key, inputs, "HostOptions::tracking_key", out.tracking_key))
+  if (Failure failure = readKey(options.tracking_key, inputs, "StartOptions::tracking_key", out.tracking_key))
     return failure;
   if (Failure failure = checkEndpointNames(options))
     return failure;
@@ -238,7 +238,7 @@ Failure check(const HostOptions& options, const MachineInputs& inputs, CheckedOp
 
 }  // namespace
 
-std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options, const MachineInputs& inputs) {
+std::variant<CheckedOptions, kit::Error> checkOptions(const StartOptions& options, const MachineInputs& inputs) {
   CheckedOptions checked;
   checked.options = options;
   if (options.allow_environment)

@@ -7,7 +7,7 @@
 
 #include "kit/endpoints.h"
 #include "kit/error.h"
-#include "morvik/host_options.h"
+#include "morvik/start_options.h"
 #include "runtime/debug_environment.h"
 #include "runtime/machine/machine.h"
 
@@ -19,7 +19,7 @@ inline constexpr size_t kMaxKeyFileBytes = 65'536;
 struct CheckedOptions {
   /// As given, but for an advertising identifier that counts as none, the log level where the environment has another,
   /// and paths that were relative.
-  HostOptions options;
+  StartOptions options;
   DebugEnvironment environment;  ///< changes nothing unless the app allows it
   std::string app_key;
   std::string hash_key;
@@ -33,6 +33,6 @@ struct CheckedOptions {
 /// Reads the keys, from file or environment where they say so, and completes the URLs; takes in what the environment
 /// changes where the app allows it; all three by way of `inputs`. Reads small files; otherwise does not block. The
 /// error names the option or the variable, what is wrong with it, and how to mend it; no key stands in it.
-std::variant<CheckedOptions, kit::Error> checkOptions(const HostOptions& options, const MachineInputs& inputs);
+std::variant<CheckedOptions, kit::Error> checkOptions(const StartOptions& options, const MachineInputs& inputs);
 
 }  // namespace morvik::runtime

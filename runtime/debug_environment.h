@@ -1,4 +1,4 @@
-// What the environment changes for debugging, where the app allows it (HostOptions::allow_environment).
+// What the environment changes for debugging, where the app allows it (StartOptions::allow_environment).
 #pragma once
 
 #include <string>

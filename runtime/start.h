@@ -9,6 +9,6 @@
 namespace morvik::runtime {
 
 /// As morvik::MorvikCore::start(), on this machine, which goes with the kit.
-StartResult start(const HostOptions& options, std::unique_ptr<Machine> machine);
+StartResult start(const StartOptions& options, std::unique_ptr<Machine> machine);
 
 }  // namespace morvik::runtime

@@ -7,8 +7,8 @@
 #include <span>
 #include <string>
 
-#include "kit/house_lock.h"
 #include "kit/key_value_store.h"
+#include "kit/list_lock.h"
 #include "kit/url.h"
 
 namespace morvik::services {
@@ -46,7 +46,7 @@ using Array = kit::Value;
 /// a value of another type than the property's (from a damaged store) reads as unset.
 class MorvikGVUserDefaults {
  public:
-  MorvikGVUserDefaults(kit::KeyValueStore& store, kit::HouseLock& lock) : store_(&store), lock_(&lock) {}
+  MorvikGVUserDefaults(kit::KeyValueStore& store, kit::ListLock& lock) : store_(&store), lock_(&lock) {}
 
 #define MORVIK_STORE_PROPERTY(name, setter, type, unset) \
   accessor::type name() const;                           \
@@ -107,7 +107,7 @@ class MorvikGVUserDefaults {
 
  private:
   kit::KeyValueStore* store_;
-  kit::HouseLock* lock_;
+  kit::ListLock* lock_;
 };
 
 }  // namespace morvik::services

@@ -19,7 +19,7 @@
 #include "host/crypto/openssl_cipher.h"
 #include "host/store/sqlite_store.h"
 #include "host/store/wish_file.h"
-#include "runtime/host.h"
+#include "runtime/instance.h"
 #include "runtime/loop/commit_retry.h"
 #include "runtime/machine/machine.h"
 #include "services/json_writer.h"
@@ -348,8 +348,8 @@ class BusyLife {
     startBatch();
     recordEvent();
     moods_[ServiceEndpoint::kTracking] = Mood::kSaysNo;
-    doNow([](runtime::Host& host) { host.applicationDidEnterBackground(); });
-    doNow([](runtime::Host& host) { host.applicationDidBecomeActive(); });
+    doNow([](runtime::Instance& instance) { instance.applicationDidEnterBackground(); });
+    doNow([](runtime::Instance& instance) { instance.applicationDidBecomeActive(); });
     setUserId();
   }
 
@@ -470,8 +470,8 @@ class BusyLife {
   void offerToTheForgotten() {
     if (!wish_)
       return;
-    doNow([this](runtime::Host& host) {
-      expectAnswer(host.addActivity("shop", "never", {}), Recorded::kRefusedForgotten);
+    doNow([this](runtime::Instance& instance) {
+      expectAnswer(instance.addActivity("shop", "never", {}), Recorded::kRefusedForgotten);
     });
   }
 
@@ -528,8 +528,8 @@ class BusyLife {
   double now() const { return machine_.loop.monotonicSeconds(); }
   bool isCut() const { return disk_.isCut(); }
 
-  static HostOptions hostOptions(BusyLife& life) {
-    HostOptions options = simulatedApp();
+  static StartOptions startOptions(BusyLife& life) {
+    StartOptions options = simulatedApp();
     options.log_level = kit::lcl_vError;
     options.log_sink = [&life](std::string_view line) { life.hear(line); };
     return options;
@@ -542,7 +542,7 @@ class BusyLife {
       rememberTheDisk();
     is_starting_ = true;
     machine_.setOffline(false);
-    process_ = machine_.start(hostOptions(*this));
+    process_ = machine_.start(startOptions(*this));
     machine_.loop.runUntilIdle();
     is_starting_ = false;
     is_active_ = false;
@@ -577,7 +577,7 @@ class BusyLife {
     machine_.loop.advanceUntil([this] { return isCut(); }, isCut() ? 0 : seconds);
   }
 
-  void doNow(const std::function<void(runtime::Host&)>& action) {
+  void doNow(const std::function<void(runtime::Instance&)>& action) {
     needProcess();
     if (isCut())
       return;
@@ -591,14 +591,14 @@ class BusyLife {
       return;
     if (options_.sabotage == Sabotage::kForgetsTheLastSession)
       rememberTheDisk();
-    doNow([](runtime::Host& host) { host.applicationDidBecomeActive(); });
+    doNow([](runtime::Instance& instance) { instance.applicationDidBecomeActive(); });
     is_active_ = true;
     pass(3);
   }
 
   void leaveSession() {
     countSessionEnd();
-    doNow([](runtime::Host& host) { host.applicationDidEnterBackground(); });
+    doNow([](runtime::Instance& instance) { instance.applicationDidEnterBackground(); });
     is_active_ = false;
     pass(kGrantSeconds);
   }
@@ -616,7 +616,7 @@ class BusyLife {
   }
 
   void startBatch() {
-    doNow([](runtime::Host& host) { host.pushTracking(); });
+    doNow([](runtime::Instance& instance) { instance.pushTracking(); });
   }
 
   void pushTracking() {
@@ -648,7 +648,7 @@ class BusyLife {
 
   /// Records what `action` does under a name of its own. Where it tells what the app is told, that is held against what
   /// the store said.
-  using Action = std::function<std::optional<Recorded>(runtime::Host&)>;
+  using Action = std::function<std::optional<Recorded>(runtime::Instance&)>;
   void record(Kind kind, const std::string& name, double kept_after, const Action& action) {
     needProcess();
     if (isCut() || process_->isGdprForgetMe())
@@ -661,7 +661,7 @@ class BusyLife {
     if (options_.sabotage == Sabotage::kKeepsNoMemory && !is_writable_)
       items_[number].told = Recorded::kKeptInMemory;
     if (reachesTheKit(items_[number]))
-      doNow([&](runtime::Host& host) { items_[number].told = heldAgainstTheStore(action(host)); });
+      doNow([&](runtime::Instance& instance) { items_[number].told = heldAgainstTheStore(action(instance)); });
     if (!isCut() && !isInMemory(items_[number]))
       items_[number].kept_from = now() + kept_after;
   }
@@ -715,8 +715,9 @@ class BusyLife {
 
   void recordEvent(size_t padding = 0) {
     const std::string name = nextName("event");
-    record(Kind::kActivities, name, 0,
-           [&](runtime::Host& host) { return host.addActivity("shop", "purchase", name + std::string(padding, '.')); });
+    record(Kind::kActivities, name, 0, [&](runtime::Instance& instance) {
+      return instance.addActivity("shop", "purchase", name + std::string(padding, '.'));
+    });
   }
 
   /// One more than each operation takes.
@@ -724,17 +725,17 @@ class BusyLife {
     const std::string event(kMaxEventBytes + 1, 'x');
     const std::string user(kMaxUserIdBytes + 1, 'x');
     const std::string url = "shop://offer?cid=" + std::string(kMaxHandedOverBytes, 'x');
-    offer([&](runtime::Host& host) { return host.addActivity("shop", "purchase", event); });
-    offer([&](runtime::Host& host) { return host.addImpression({.campaign_key = 7, .space_key = event}); });
-    offer([&](runtime::Host& host) { return host.setUserId(user); });
-    offer([&](runtime::Host& host) { return host.passOpenURL(url); });
+    offer([&](runtime::Instance& instance) { return instance.addActivity("shop", "purchase", event); });
+    offer([&](runtime::Instance& instance) { return instance.addImpression({.campaign_key = 7, .space_key = event}); });
+    offer([&](runtime::Instance& instance) { return instance.setUserId(user); });
+    offer([&](runtime::Instance& instance) { return instance.passOpenURL(url); });
   }
-  void offer(const std::function<Recorded(runtime::Host&)>& too_much) {
-    doNow([&](runtime::Host& host) {
-      if (host.isGdprForgetMe())  // a withdrawal that did not outlive its process
+  void offer(const std::function<Recorded(runtime::Instance&)>& too_much) {
+    doNow([&](runtime::Instance& instance) {
+      if (instance.isGdprForgetMe())  // a withdrawal that did not outlive its process
         return;
       const bool is_taken = options_.sabotage == Sabotage::kTakesWhatIsTooLarge;
-      expectAnswer(is_taken ? Recorded::kKept : too_much(host), Recorded::kRefusedTooLarge);
+      expectAnswer(is_taken ? Recorded::kKept : too_much(instance), Recorded::kRefusedTooLarge);
       if (!isCut())
         met(Occasion::kTooLarge);
     });
@@ -742,11 +743,11 @@ class BusyLife {
 
   void addImpression() {
     const std::string name = nextName("impression");
-    record(Kind::kImpressions, name, 0, [this, &name](runtime::Host& host) {
+    record(Kind::kImpressions, name, 0, [this, &name](runtime::Instance& instance) {
       const kit::Value impression =
           kit::Dictionary{{"campaignKey", 7}, {"spaceKey", name}, {"createdAt", kit::Value(machine_.loop.now())}};
-      host.perform([&host, impression] {
-        const auto properties = host.properties();
+      instance.perform([&instance, impression] {
+        const auto properties = instance.properties();
         properties.inOneStep([&] {
           kit::MutableArray impressions(properties.fendoImpressionInfos());
           impressions.append(impression);
@@ -763,10 +764,10 @@ class BusyLife {
     const std::string name = nextName("click");
     const bool is_commerce = kind == Kind::kCommerceClicks;
     // A re-engagement click is kept once its request has failed, and not before.
-    record(kind, name, is_commerce ? 0 : kAnswerSeconds, [&](runtime::Host& host) {
-      host.passOpenURL(is_commerce ? "shop://offer?cid=" + name
-                                   : "shop://offer?ck=" + std::to_string(5000 + items_.size()) +
-                                         "&sn=9001&mrvk_eng=1&sub_referral=" + name);
+    record(kind, name, is_commerce ? 0 : kAnswerSeconds, [&](runtime::Instance& instance) {
+      instance.passOpenURL(is_commerce ? "shop://offer?cid=" + name
+                                       : "shop://offer?ck=" + std::to_string(5000 + items_.size()) +
+                                             "&sn=9001&mrvk_eng=1&sub_referral=" + name);
       return std::nullopt;  // what is told is told of the URL
     });
     pass(then_pass_seconds);
@@ -774,9 +775,9 @@ class BusyLife {
 
   void setUserId() {
     const std::string name = nextName("user");
-    record(Kind::kDemographics, name, 0, [this, &name](runtime::Host& host) {
-      permitReplacement(host.properties().fendoUserDemoInfo_userId(), name);
-      return host.setUserId(name);
+    record(Kind::kDemographics, name, 0, [this, &name](runtime::Instance& instance) {
+      permitReplacement(instance.properties().fendoUserDemoInfo_userId(), name);
+      return instance.setUserId(name);
     });
     pass(1);
   }
@@ -785,15 +786,15 @@ class BusyLife {
   /// may be any.
   void permitReplacement(const std::optional<std::string>& pending, const std::string& newer) {
     for (Item& item : items_) {
-      if (item.kind == Kind::kDemographics && item.name != newer && (item.name == pending || is_in_the_dark_))
+      if (item.kind == Kind::kDemographics && item.name != newer && (item.name == pending || is_unavailable_))
         permit(item, Reason::kReplaced, now());
     }
   }
 
   void reportCrash() {
     const std::string name = nextName("crash");
-    record(Kind::kCrashReports, name, 0, [&name](runtime::Host& host) {
-      host.reportUncaughtException({.reason = "fendo " + name, .call_stack_symbols = {}, .moment = std::nullopt});
+    record(Kind::kCrashReports, name, 0, [&name](runtime::Instance& instance) {
+      instance.reportUncaughtException({.reason = "fendo " + name, .call_stack_symbols = {}, .moment = std::nullopt});
       return std::nullopt;
     });
   }
@@ -806,7 +807,7 @@ class BusyLife {
   void wish(bool forget_me) {
     is_wish_unchecked_ = false;
     wish_kept_from_ = kNever;
-    doNow([forget_me](runtime::Host& host) { host.gdprForgetMe(forget_me); });
+    doNow([forget_me](runtime::Instance& instance) { instance.gdprForgetMe(forget_me); });
     if (!isCut())
       setWish(forget_me);
   }
@@ -822,9 +823,9 @@ class BusyLife {
 
   /// Where there is a network an accepted withdrawal would count as another wish to be forgotten.
   void withdraw() {
-    doNow([this](runtime::Host&) { machine_.setOffline(true); });
+    doNow([this](runtime::Instance&) { machine_.setOffline(true); });
     wish(false);
-    doNow([this](runtime::Host&) { machine_.setOffline(false); });
+    doNow([this](runtime::Instance&) { machine_.setOffline(false); });
   }
 
   // ------------------------------------------------------------------------------------------------- the newer program
@@ -910,7 +911,7 @@ class BusyLife {
   /// What an earlier process could not sync stays unsynced.
   void beginWithoutTrouble() {
     trouble_since_.reset();
-    is_in_the_dark_ = false;
+    is_unavailable_ = false;
     wish_trouble_since_.reset();
   }
 
@@ -1043,11 +1044,11 @@ class BusyLife {
       complain(Complaint::kUnreadableStore, std::string(line));
     if (says("cannot be written (") || says("cannot be opened ("))
       trouble_since_ = trouble_since_.value_or(now());
-    is_in_the_dark_ = is_in_the_dark_ || says("cannot be opened (");
+    is_unavailable_ = is_unavailable_ || says("cannot be opened (");
     if (says("can be written again")) {
       isWrittenLate(trouble_since_.value_or(now()));
       trouble_since_.reset();
-      is_in_the_dark_ = false;
+      is_unavailable_ = false;
     }
     if (says("cannot be synced to the disk ("))
       unsynced_since_ = unsynced_since_.value_or(now());
@@ -1288,7 +1289,7 @@ class BusyLife {
   SimulatedService service_{
       {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
   std::map<ServiceEndpoint, Mood> moods_;
-  std::unique_ptr<runtime::Host> process_;
+  std::unique_ptr<runtime::Instance> process_;
   bool is_active_ = false;
   bool is_starting_ = false;
   bool is_healthy_ = false;
@@ -1313,7 +1314,7 @@ class BusyLife {
   /// Of this process: when answers come that accept an upload, the earliest first.
   std::map<ServiceEndpoint, std::vector<double>> acceptances_;
   std::optional<double> trouble_since_;       ///< of the disk, as the store told it
-  bool is_in_the_dark_ = false;               ///< the file could not be opened, and has not come to light
+  bool is_unavailable_ = false;               ///< the file could not be opened, and has not come to light
   std::optional<double> wish_trouble_since_;  ///< the same of the file that keeps the wish
   std::optional<double> unsynced_since_;      ///< the same, until the log is synced
   const std::string store_path_ = disk_.place().path();

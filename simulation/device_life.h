@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "kit/date.h"
-#include "morvik/host_options.h"
 #include "morvik/ledger.h"
-#include "runtime/host.h"
+#include "morvik/start_options.h"
+#include "runtime/instance.h"
 #include "simulation/dice.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
@@ -127,7 +127,7 @@ class DeviceLife {
   Dice dice_;
   testing::SimulatedService& service_;
   VirtualMachine machine_;
-  std::unique_ptr<runtime::Host> process_;
+  std::unique_ptr<runtime::Instance> process_;
   LifeCounts counts_;
   std::vector<uint8_t> events_;  ///< by number, what is known of each
   uint64_t arrived_again_ = 0;

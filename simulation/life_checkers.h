@@ -33,7 +33,7 @@ struct LifeExchange {
   bool is_accepted = false;
   bool is_one_large = false;  ///< a batch of one activity that may be given up as too large
   /// It was made by a process that did not know its store, nor who it is.
-  bool is_made_in_the_dark = false;
+  bool was_made_while_unavailable = false;
 };
 
 /// What is known of a life, kept by whoever lives it.
@@ -45,7 +45,7 @@ struct LifeFacts {
   bool is_alive = false;
   bool is_forgotten = false;           ///< the process says so
   bool wants_to_be_forgotten = false;  ///< the app asked for it last, and that outlived every death since
-  bool is_in_the_dark = false;         ///< the file could not be read at the start, and is still not
+  bool is_unavailable = false;         ///< the file could not be read at the start, and is still not
   bool wish_is_in_its_file = false;    ///< and that outlived every death since
   bool is_beside_newer = false;        ///< a newer program has used the store, which is to stay as it is
   bool knows_its_store = true;         ///< false: the file could not be read at the start, and has not come to light

@@ -61,7 +61,7 @@ void LifeWitness::isSet(const std::string& name, bool is_pending, const std::str
     const std::optional<ThingNumber> number = facts.things.find(thing.kind, thing.name);
     facts.things.permit(*number, is_pending ? LedgerReason::kReplaced : LedgerReason::kTakenBack);
     // The value of a file that comes to light later gives way to the newer one, whichever that is.
-    if (facts.is_in_the_dark)
+    if (facts.is_unavailable)
       facts.things.permit(*number, LedgerReason::kReplaced);
   }
   if (is_pending)
@@ -116,7 +116,7 @@ void LifeWitness::requestStarts(uint64_t id, const kit::Request& request, bool i
   }
   if (exchange.endpoint == ServiceEndpoint::kDemographics && !has_identifier_)
     exchange.things = facts.things.stored(LedgerKind::kDemographics);
-  exchange.is_made_in_the_dark = facts.is_in_the_dark;
+  exchange.was_made_while_unavailable = facts.is_unavailable;
   // The answer to a batch that is still under way may take the place of this one's.
   if (exchange.endpoint == ServiceEndpoint::kTracking && facts.underWay(ServiceEndpoint::kTracking) > 0) {
     permitAll(exchange, LedgerKind::kImpressions, LedgerReason::kPlaceTaken);
@@ -335,7 +335,7 @@ void LifeWitness::isWrittenLate(double since) {
   }
 }
 
-void LifeWitness::storeCameToLight(const Read& read) {
+void LifeWitness::storeRecovered(const Read& read) {
   failure_counts_ = read(kFailureCounts);
   noteActivities(read("fendoActivityInfos"));
   look(read);

@@ -53,7 +53,7 @@ class LifeWitness {
   /// What was held in memory since then is written only now.
   void isWrittenLate(double since);
   /// The file came to light: nothing of it was set.
-  void storeCameToLight(const Read& read);
+  void storeRecovered(const Read& read);
   /// What is stored at this moment. Tells what should not be there.
   std::vector<std::string> look(const Read& read);
   /// The crash reports that wait beside the store.

@@ -37,7 +37,7 @@ class StoredLife {
   }
 
   void start() {
-    HostOptions options = simulatedApp();
+    StartOptions options = simulatedApp();
     options.log_sink = [this](std::string_view line) {
       if (line.find("the store") != std::string_view::npos)
         result.store_lines.emplace_back(line);
@@ -45,7 +45,7 @@ class StoredLife {
     process_ = machine_.start(options);
     machine_.loop.runUntilIdle();
   }
-  runtime::Host& process() { return *process_; }
+  runtime::Instance& process() { return *process_; }
   void pass(double seconds) { machine_.loop.advance(seconds); }
   void openSession() {
     process_->applicationDidBecomeActive();
@@ -105,7 +105,7 @@ class StoredLife {
   testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
   testing::SimulatedService service_{
       {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
-  std::unique_ptr<runtime::Host> process_;
+  std::unique_ptr<runtime::Instance> process_;
 };
 
 }  // namespace

@@ -17,8 +17,8 @@ double secondsOf(std::chrono::duration<double> time) {
 
 }  // namespace
 
-HostOptions TestDeviceOptions::defaultApp() {
-  HostOptions app = simulatedApp();
+StartOptions TestDeviceOptions::defaultApp() {
+  StartOptions app = simulatedApp();
   app.log_level = kTraceLevel;
   return app;
 }
@@ -38,7 +38,7 @@ TestDevice::~TestDevice() {
 }
 
 void TestDevice::start() {
-  HostOptions app = options_.app;
+  StartOptions app = options_.app;
   app.app_key = options_.keys.app_key;
   app.hash_key = options_.keys.hash_key;
   app.tracking_key = options_.keys.tracking_key;
@@ -49,24 +49,24 @@ void TestDevice::start() {
   settle();
 }
 
-runtime::Host& TestDevice::host() {
+runtime::Instance& TestDevice::instance() {
   if (!process_)
     throw std::logic_error("test device: no process runs; restart() starts one");
   return *process_;
 }
 
 void TestDevice::perform(std::function<void()> block) {
-  host().perform(std::move(block));
+  instance().perform(std::move(block));
   settle();
 }
 
 void TestDevice::open() {
-  host().applicationDidBecomeActive();
+  instance().applicationDidBecomeActive();
   settle();
 }
 
 void TestDevice::leave() {
-  host().applicationDidEnterBackground();
+  instance().applicationDidEnterBackground();
   advance(kTimeAfterLeaving);
 }
 
@@ -117,7 +117,7 @@ void TestDevice::kill() {
 }
 
 void TestDevice::crash(const std::string& reason) {
-  host().reportUncaughtException({.reason = reason, .call_stack_symbols = {}, .moment = std::nullopt});
+  instance().reportUncaughtException({.reason = reason, .call_stack_symbols = {}, .moment = std::nullopt});
   kill();
 }
 

@@ -24,7 +24,7 @@
 #include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
 #include "morvik/morvik.h"
-#include "runtime/host.h"
+#include "runtime/instance.h"
 #include "simulation/virtual_machine.h"
 #include "testing/fake_crypto.h"
 #include "testing/recording_log.h"
@@ -38,7 +38,7 @@ inline constexpr std::chrono::seconds kTimeAfterLeaving{30};
 
 struct TestDeviceOptions {
   /// What the app starts the kit with. Keys and the log's sink are set by the device: every line is kept in log().
-  HostOptions app = defaultApp();
+  StartOptions app = defaultApp();
   /// Those of the kit and of the service.
   testing::ServiceKeys keys{"test-app", "test-hash", "test-tracking"};
   VirtualMachineOptions machine;
@@ -48,7 +48,7 @@ struct TestDeviceOptions {
   bool is_started = true;
 
   /// A store folder (which is made nowhere), a service under a reserved name, the log at its most talkative.
-  static HostOptions defaultApp();
+  static StartOptions defaultApp();
 };
 
 /// Of one thread. Nothing happens but in the functions below, and what they set off happens before they return, as far
@@ -65,9 +65,9 @@ class TestDevice {
   /// The kit as MorvikCore::start() gives it. Each process has its own: gone after kill() and restart(). A test's calls
   /// come from outside the main queue, so they are posted, and done with the next settle(), open(), leave(), advance()
   /// or perform(); a kill() comes before them.
-  MorvikCore& kit() { return host(); }
+  MorvikCore& kit() { return instance(); }
   /// The same, with what an app does not see: what is stored, what is pending.
-  runtime::Host& host();
+  runtime::Instance& instance();
   bool isAlive() const { return process_ != nullptr; }
   /// Runs `block` on the main queue, as the app's own code runs there: what it calls of the kit is done, and what that
   /// stored is committed. What it throws ends there, with a line in the log.
@@ -124,7 +124,7 @@ class TestDevice {
   testing::SeededRandom random_of_service_;
   testing::SimulatedService service_;
   bool is_offline_ = false;
-  std::unique_ptr<runtime::Host> process_;
+  std::unique_ptr<runtime::Instance> process_;
 };
 
 }  // namespace morvik::simulation

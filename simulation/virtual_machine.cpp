@@ -17,12 +17,12 @@
 #include "host/store/wish_file.h"
 #include "host/system_inputs.h"
 #include "kit/MorvikADUtil.h"
-#include "kit/house_lock.h"
+#include "kit/list_lock.h"
 #include "runtime/machine/take_over_table.h"
-#include "runtime/make_host.h"
+#include "runtime/make_instance.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "simulation/virtual_flusher.h"
-#include "simulation/virtual_loop_host.h"
+#include "simulation/virtual_machine_loop.h"
 #include "testing/fake_calendar.h"
 
 namespace morvik::simulation {
@@ -31,7 +31,7 @@ namespace {
 /// The system's, but for the places: they are named and made nowhere.
 class VirtualInputs final : public host::SystemInputs {
  public:
-  std::optional<kit::Error> checkPlaces(const HostOptions&) const override { return std::nullopt; }
+  std::optional<kit::Error> checkPlaces(const StartOptions&) const override { return std::nullopt; }
   std::string absolutePath(const std::string& path) const override { return path; }
 };
 
@@ -187,7 +187,7 @@ class MemoryEraser final : public runtime::MachineEraser {
   std::optional<kit::Error> finish(runtime::KeptWish wish) override {
     for (const auto& [key, value] : store_.contents())
       store_.set(key, {});
-    kit::HouseLock lock;
+    kit::ListLock lock;
     const services::MorvikGVUserDefaults fresh(store_, lock);
     if (wish.is_forgotten)
       fresh.setMorvikCoreUserInfo_isGDPRForgetMe(true);
@@ -205,8 +205,8 @@ class MemoryEraser final : public runtime::MachineEraser {
 
 }  // namespace
 
-HostOptions simulatedApp() {
-  HostOptions app;
+StartOptions simulatedApp() {
+  StartOptions app;
   app.store_folder = "/virtual";
   app.app_key = "app";
   app.hash_key = "hash";
@@ -226,14 +226,14 @@ VirtualMachine::VirtualMachine(VirtualMachineOptions options)
 
 VirtualMachine::~VirtualMachine() = default;
 
-std::unique_ptr<runtime::Host> VirtualMachine::start(const HostOptions& options) {
-  auto made = runtime::makeHost(options, *this);
+std::unique_ptr<runtime::Instance> VirtualMachine::start(const StartOptions& options) {
+  auto made = runtime::makeInstance(options, *this);
   if (const auto* error = std::get_if<kit::Error>(&made))
     throw std::runtime_error("virtual machine: the host did not start: " + error->message);
-  return std::move(std::get<std::unique_ptr<runtime::Host>>(made));
+  return std::move(std::get<std::unique_ptr<runtime::Instance>>(made));
 }
 
-void VirtualMachine::kill(std::unique_ptr<runtime::Host> process, const DiskCut& cut) {
+void VirtualMachine::kill(std::unique_ptr<runtime::Instance> process, const DiskCut& cut) {
   if (options_.disk != nullptr)
     options_.disk->cutNow();
   store.kill();

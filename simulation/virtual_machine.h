@@ -16,8 +16,8 @@
 #include <utility>
 
 #include "kit/clock.h"
-#include "morvik/host_options.h"
-#include "runtime/host.h"
+#include "morvik/start_options.h"
+#include "runtime/instance.h"
 #include "runtime/machine/machine.h"
 #include "simulation/levers.h"
 #include "simulation/simulated_disk.h"
@@ -50,7 +50,7 @@ struct VirtualMachineOptions {
 
 /// What an app on such a machine starts the kit with: its keys, one service for everything, and a log that is off. A
 /// store folder is named and made nowhere. The caller changes what its app does otherwise.
-HostOptions simulatedApp();
+StartOptions simulatedApp();
 
 /// Of one thread. Everything public outlives the processes.
 class VirtualMachine : public runtime::Machine, public Levers {
@@ -67,10 +67,10 @@ class VirtualMachine : public runtime::Machine, public Levers {
   double sync_seconds = 0;
 
   /// A process: the host on this machine. One at a time. std::runtime_error when the options are refused.
-  std::unique_ptr<runtime::Host> start(const HostOptions& options);
+  std::unique_ptr<runtime::Instance> start(const StartOptions& options);
   /// The process dies at once: what was not committed is lost, and nothing of it runs any more. Between turns only.
   /// `cut`: how the disk is cut off, if there is one and it was not cut off before.
-  void kill(std::unique_ptr<runtime::Host> process, const DiskCut& cut = DiskCut::killed());
+  void kill(std::unique_ptr<runtime::Instance> process, const DiskCut& cut = DiskCut::killed());
 
   void moveClock(double seconds) override { loop.moveWallClock(seconds); }
   void setOffline(bool offline) override { is_offline_ = offline; }

@@ -15,7 +15,7 @@
 #include "host/store/store_database.h"
 #include "host/store/wish_file.h"
 #include "host/store/wish_sectors.h"
-#include "runtime/host.h"
+#include "runtime/instance.h"
 #include "runtime/siblings/kept_identifier.h"
 #include "services/json_writer.h"
 #include "simulation/durations.h"
@@ -607,7 +607,7 @@ class WildLife final : private MachineWatcher {
     witness_.facts.now = now();
     const bool is_beside_newer = witness_.facts.is_beside_newer;
     witness_.facts.knows_its_store = !is_beside_newer;
-    witness_.facts.is_in_the_dark = is_beside_newer;
+    witness_.facts.is_unavailable = is_beside_newer;
     if (is_beside_newer) {
       ++result_.figures.newer_stores;
       trouble_since_ = now();
@@ -620,7 +620,7 @@ class WildLife final : private MachineWatcher {
     machine_.loop.runUntilIdle();
     is_starting_ = false;
     disk_.processStarts(false);
-    name_in_the_dark_ = process_->storedValue(runtime::kInstallIdKey);
+    name_while_unavailable_ = process_->storedValue(runtime::kInstallIdKey);
     is_active_ = false;
     is_unsettled_ = true;
     for (auto& each : std::exchange(committed_at_start_, {})) {
@@ -799,12 +799,12 @@ class WildLife final : private MachineWatcher {
     LifeFacts& facts = witness_.facts;
     if (facts.is_beside_newer)
       return;
-    if (facts.is_in_the_dark && process_->storedValue(runtime::kInstallIdKey) != name_in_the_dark_) {
-      facts.is_in_the_dark = false;
+    if (facts.is_unavailable && process_->storedValue(runtime::kInstallIdKey) != name_while_unavailable_) {
+      facts.is_unavailable = false;
       has_come_to_light_ = true;
     }
     if (std::exchange(has_come_to_light_, false))
-      witness_.storeCameToLight(reader());
+      witness_.storeRecovered(reader());
   }
 
   void requestStarts(uint64_t exchange, const kit::Request& request) override {
@@ -859,12 +859,12 @@ class WildLife final : private MachineWatcher {
       trouble_since_ = trouble_since_.value_or(now());
     if (says("cannot be opened (") && is_starting_) {
       witness_.facts.knows_its_store = false;
-      witness_.facts.is_in_the_dark = true;
+      witness_.facts.is_unavailable = true;
     }
     if (says("can be written again")) {
       isWrittenLate(trouble_since_.value_or(now()));
       trouble_since_.reset();
-      has_come_to_light_ = std::exchange(witness_.facts.is_in_the_dark, false);
+      has_come_to_light_ = std::exchange(witness_.facts.is_unavailable, false);
     }
   }
 
@@ -926,7 +926,7 @@ class WildLife final : private MachineWatcher {
 
   /// Who does not know yet who it is gives itself a name for the time being.
   void noteInstalls() {
-    const bool is_another_for_now = leaving_ != nullptr && leaving_->is_made_in_the_dark;
+    const bool is_another_for_now = leaving_ != nullptr && leaving_->was_made_while_unavailable;
     if (is_another_for_now && service_.installs() > other_devices_ + witness_.facts.installs)
       ++other_devices_;
     witness_.facts.installs = service_.installs() - other_devices_;
@@ -1085,9 +1085,9 @@ class WildLife final : private MachineWatcher {
       {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
   LifeWitness witness_{reader_, [this](std::function<void()> block) { whenCommitted(std::move(block)); }};
   const std::vector<std::unique_ptr<LifeChecker>> checkers_;
-  HostOptions app_;
+  StartOptions app_;
   std::shared_ptr<MorvikCoreDelegate> delegate_;
-  std::unique_ptr<runtime::Host> process_;
+  std::unique_ptr<runtime::Instance> process_;
 
   Weather weather_ = Weather::kFine;
   bool is_healthy_ = false;
@@ -1096,8 +1096,8 @@ class WildLife final : private MachineWatcher {
   bool is_app_offline_ = false;
   bool is_starting_ = false;
   bool is_unsettled_ = false;
-  kit::Value name_in_the_dark_;     ///< of the install, for the time being
-  bool has_come_to_light_ = false;  ///< what the store holds, a moment ago
+  kit::Value name_while_unavailable_;  ///< of the install, for the time being
+  bool has_come_to_light_ = false;     ///< what the store holds, a moment ago
   bool is_wish_in_doubt_ = false;
   double wish_in_file_from_ = kNever;
   double sync_seconds_ = 0;  ///< that the disk takes, as the life counts with it

@@ -7,28 +7,28 @@
 #include <utility>
 #include <vector>
 
-#include "kit/MorvikCore.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/config.h"
+#include "kit/facade.h"
 #include "testing/recording.h"
 
 namespace morvik::testing {
 
 /// Holds the app's delegate, weakly. Any thread; nothing blocks.
-class FakeFacade : public kit::MorvikCore {
+class FakeFacade : public kit::Facade {
  public:
-  void setDelegate(std::weak_ptr<const kit::MorvikCoreDelegate> delegate) {
+  void setDelegate(std::weak_ptr<const kit::FacadeDelegate> delegate) {
     const std::lock_guard lock(mutex_);
     delegate_ = std::move(delegate);
   }
-  std::shared_ptr<const kit::MorvikCoreDelegate> delegate() const override {
+  std::shared_ptr<const kit::FacadeDelegate> delegate() const override {
     const std::lock_guard lock(mutex_);
     return delegate_.lock();
   }
 
  private:
   mutable std::mutex mutex_;
-  std::weak_ptr<const kit::MorvikCoreDelegate> delegate_;
+  std::weak_ptr<const kit::FacadeDelegate> delegate_;
 };
 
 /// An app that implements every slot of both delegates and notes the calls. A test that wants a slot empty makes it so.
@@ -38,7 +38,7 @@ class RecordingDelegate {
   RecordingDelegate(const RecordingDelegate&) = delete;
   RecordingDelegate& operator=(const RecordingDelegate&) = delete;
 
-  std::shared_ptr<kit::MorvikCoreDelegate> of_facade = std::make_shared<kit::MorvikCoreDelegate>();
+  std::shared_ptr<kit::FacadeDelegate> of_facade = std::make_shared<kit::FacadeDelegate>();
   std::shared_ptr<kit::SaveFendoUserInfoDelegate> of_services = std::make_shared<kit::SaveFendoUserInfoDelegate>();
 
   /// The calls in order: the slot's name, a colon and the arguments ("didSaveConversionKey: 12, 34").

@@ -17,7 +17,6 @@
 
 #include "kit/MorvikADGetPUID.h"
 #include "kit/MorvikADUtil.h"
-#include "kit/MorvikCore.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/ad_client.h"
 #include "kit/background_tasks.h"
@@ -27,6 +26,7 @@
 #include "kit/crash.h"
 #include "kit/crypto.h"
 #include "kit/device.h"
+#include "kit/facade.h"
 #include "kit/json_codec.h"
 #include "kit/key_value_store.h"
 #include "kit/log.h"
@@ -577,17 +577,17 @@ class Faulty<kit::ModuleRegistry> final : public kit::ModuleRegistry {
 };
 
 template <>
-class Faulty<kit::MorvikCore> final : public kit::MorvikCore {
+class Faulty<kit::Facade> final : public kit::Facade {
  public:
-  explicit Faulty(const kit::MorvikCore& port) : port_(port) {}
-  std::shared_ptr<const kit::MorvikCoreDelegate> delegate() const override {
+  explicit Faulty(const kit::Facade& port) : port_(port) {}
+  std::shared_ptr<const kit::FacadeDelegate> delegate() const override {
     faults.pass("delegate");
     return port_.delegate();
   }
   mutable Faults faults{"MorvikCore", {"delegate"}};
 
  private:
-  const kit::MorvikCore& port_;
+  const kit::Facade& port_;
 };
 
 template <>

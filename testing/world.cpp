@@ -31,48 +31,48 @@ WorldOptions WorldOptions::attributed() {
 
 /// What dies with a process.
 struct TestWorld::Process {
-  Process(TestWorld& world, FakeServicesOptions services_options)
-      : services(services::MorvikGVUserDefaults(world.store, world.house_lock_),
+  Process(TestWorld& world, FakeServicesLibOptions services_options)
+      : services(services::MorvikGVUserDefaults(world.store, world.list_lock_),
                  services::SealingTools{world.cipher, world.compressor, world.random}, std::move(services_options)),
         faulty_services(services),
-        kit{.clock = world.faulty.clock,
-            .calendar = world.faulty.calendar,
-            .main_queue = world.faulty.main_queue,
-            .background_queue = world.faulty.background_queue,
-            .background_tasks = world.faulty.background_tasks,
-            .notifications = world.faulty.notifications,
-            .key_value_store = world.faulty.key_value_store,
-            .house_lock = world.house_lock_,
-            .transport = world.faulty.transport,
-            .json = world.faulty.json,
-            .cipher = world.faulty.cipher,
-            .compressor = world.faulty.compressor,
-            .random = world.faulty.random,
-            .device = world.faulty.device,
-            .bundle = world.faulty.bundle,
-            .threads = world.faulty.threads,
-            .report_shelf = world.faulty.report_shelf,
-            .ad_client = world.options_.has_ad_client ? &world.faulty.ad_client : nullptr,
-            .modules = world.faulty.modules,
-            .log_sink = world.faulty.log_sink,
-            .endpoints = world.options_.endpoints,
-            .shared_state = shared_state,
-            .services = faulty_services,
-            .util = world.faulty.util,
-            .puid = world.faulty.puid,
-            .facade = world.faulty.facade,
-            .update_log = world.faulty.update_log,
-            .make_config = [&world] { return freshConfig(world.faulty.config); },
-            .batch_limit = world.options_.batch_limit} {
+        ports{.clock = world.faulty.clock,
+              .calendar = world.faulty.calendar,
+              .main_queue = world.faulty.main_queue,
+              .background_queue = world.faulty.background_queue,
+              .background_tasks = world.faulty.background_tasks,
+              .notifications = world.faulty.notifications,
+              .key_value_store = world.faulty.key_value_store,
+              .list_lock = world.list_lock_,
+              .transport = world.faulty.transport,
+              .json = world.faulty.json,
+              .cipher = world.faulty.cipher,
+              .compressor = world.faulty.compressor,
+              .random = world.faulty.random,
+              .device = world.faulty.device,
+              .bundle = world.faulty.bundle,
+              .threads = world.faulty.threads,
+              .report_shelf = world.faulty.report_shelf,
+              .ad_client = world.options_.has_ad_client ? &world.faulty.ad_client : nullptr,
+              .modules = world.faulty.modules,
+              .log_sink = world.faulty.log_sink,
+              .endpoints = world.options_.endpoints,
+              .shared_state = shared_state,
+              .services_lib = faulty_services,
+              .util = world.faulty.util,
+              .puid = world.faulty.puid,
+              .facade = world.faulty.facade,
+              .update_log = world.faulty.update_log,
+              .make_config = [&world] { return freshConfig(world.faulty.config); },
+              .batch_limit = world.options_.batch_limit} {
     for (auto& level : shared_state.log_levels._lcl_component_level)
       level = world.options_.log_level;
     services.setSaveFendoUserInfoDelegate(world.app.of_services);
   }
 
   kit::SharedState shared_state;
-  FakeServices services;
+  FakeServicesLib services;
   Faulty<kit::MorvikCoreServicesLib> faulty_services;
-  kit::Kit kit;
+  kit::Ports ports;
   std::shared_ptr<MorvikCoreLib> core;
 };
 
@@ -105,7 +105,7 @@ TestWorld::TestWorld(WorldOptions options)
              .log_sink = Faulty<kit::LogSink>(log),
              .util = Faulty<kit::MorvikADUtil>(util),
              .puid = Faulty<kit::MorvikADGetPUID>(puid),
-             .facade = Faulty<kit::MorvikCore>(facade),
+             .facade = Faulty<kit::Facade>(facade),
              .update_log = Faulty<kit::MorvikCoreUpdateLog>(update_log),
              .config = Faulty<kit::MorvkSDKConfig>(config)},
       next_event_number_(options_.services.first_event_number) {
@@ -135,24 +135,24 @@ MorvikCoreLib& TestWorld::core() {
   return *process().core;
 }
 
-FakeServices& TestWorld::services() {
+FakeServicesLib& TestWorld::services() {
   return process().services;
 }
 Faulty<kit::MorvikCoreServicesLib>& TestWorld::faultyServices() {
   return process().faulty_services;
 }
-const kit::Kit& TestWorld::kit() {
-  return process().kit;
+const kit::Ports& TestWorld::ports() {
+  return process().ports;
 }
 kit::SharedState& TestWorld::sharedState() {
   return process().shared_state;
 }
 services::MorvikGVUserDefaults TestWorld::userDefaults() {
-  return {store, house_lock_};
+  return {store, list_lock_};
 }
 
 void TestWorld::makeProcess() {
-  FakeServicesOptions services_options = options_.services;
+  FakeServicesLibOptions services_options = options_.services;
   services_options.first_event_number = next_event_number_;
   process_ = std::make_unique<Process>(*this, std::move(services_options));
 }
@@ -160,7 +160,7 @@ void TestWorld::makeProcess() {
 void TestWorld::launch() {
   if (process().core)
     throw std::logic_error("test world: the app has started already");
-  loop.perform([this] { process().core = MorvikCoreLib::make(process().kit); });
+  loop.perform([this] { process().core = MorvikCoreLib::make(process().ports); });
 }
 
 void TestWorld::kill() {

@@ -19,14 +19,14 @@
 #include <vector>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
-#include "kit/kit.h"
+#include "kit/ports.h"
 #include "testing/fake_ad_client.h"
 #include "testing/fake_calendar.h"
 #include "testing/fake_crypto.h"
 #include "testing/fake_device.h"
 #include "testing/fake_facade.h"
 #include "testing/fake_modules.h"
-#include "testing/fake_services.h"
+#include "testing/fake_services_lib.h"
 #include "testing/fake_siblings.h"
 #include "testing/fake_util.h"
 #include "testing/faulty.h"
@@ -47,7 +47,7 @@ struct WorldOptions {
   /// Without one, no way to ask about advertisements is offered. With one, none is offered either until the test (or
   /// serviceAccepts()) says so.
   bool has_ad_client = true;
-  FakeServicesOptions services;
+  FakeServicesLibOptions services;
   std::string tracking_key = "test-tracking";
   kit::Endpoints endpoints;
   kit::LogLevel log_level = kit::lcl_vTrace;
@@ -121,7 +121,7 @@ class TestWorld {
     Faulty<kit::LogSink> log_sink;
     Faulty<kit::MorvikADUtil> util;
     Faulty<kit::MorvikADGetPUID> puid;
-    Faulty<kit::MorvikCore> facade;
+    Faulty<kit::Facade> facade;
     Faulty<kit::MorvikCoreUpdateLog> update_log;
     Faulty<kit::MorvkSDKConfig> config;
   };
@@ -131,9 +131,9 @@ class TestWorld {
   /// The core object; needs launch().
   MorvikCoreLib& core();
   /// The services object. The core reaches it through faultyServices(), whose faults die with the process.
-  FakeServices& services();
+  FakeServicesLib& services();
   Faulty<kit::MorvikCoreServicesLib>& faultyServices();
-  const kit::Kit& kit();
+  const kit::Ports& ports();
   kit::SharedState& sharedState();
   /// The typed properties of the store.
   services::MorvikGVUserDefaults userDefaults();
@@ -175,7 +175,7 @@ class TestWorld {
   services::SealingTools sealingTools() const;
   void makeProcess();
 
-  kit::HouseLock house_lock_;
+  kit::ListLock list_lock_;
   mutable SeededRandom opening_random_;  // opening draws nothing, but the tools name a source
   uint64_t next_event_number_;
   std::unique_ptr<Process> process_;

@@ -83,19 +83,19 @@ std::chrono::milliseconds millisecondsOf(double seconds) {
 }
 
 void becomeActive(Phone& phone, const Arguments&, const Reply& reply) {
-  phone.host().applicationDidBecomeActive();
+  phone.instance().applicationDidBecomeActive();
   reply({});
 }
 
 void enterBackground(Phone& phone, const Arguments&, const Reply& reply) {
-  phone.host().applicationDidEnterBackground();
+  phone.instance().applicationDidEnterBackground();
   reply({});
 }
 
 void recordEvent(Phone& phone, const Arguments& arguments, const Reply& reply) {
   const auto& words = arguments.words;
-  reply(told(phone.host().addActivity(words[0], words[1],
-                                      words.size() > 2 ? std::optional<std::string_view>(words[2]) : std::nullopt)));
+  reply(told(phone.instance().addActivity(
+      words[0], words[1], words.size() > 2 ? std::optional<std::string_view>(words[2]) : std::nullopt)));
 }
 
 void recordImpression(Phone& phone, const Arguments& arguments, const Reply& reply) {
@@ -103,31 +103,31 @@ void recordImpression(Phone& phone, const Arguments& arguments, const Reply& rep
     return reply(refused("an impression record is a JSON object, such as {\"campaignKey\":7,\"spaceKey\":\"top\"}"));
   const kit::Value impression = withDates(arguments.json);
   if (impression["createdAt"].isAbsent())
-    return reply(told(phone.host().addImpression(impressionOf(impression))));
+    return reply(told(phone.instance().addImpression(impressionOf(impression))));
   // No batch can be built with such a record, and it would hold back all events until it is gone.
   if (!impression["createdAt"].isDate())
     return reply(refused("an impression's time is a date, such as \"createdAt\":\"2024-05-01T12:00:00Z\""));
-  const auto properties = phone.host().properties();
+  const auto properties = phone.instance().properties();
   properties.append(morvik::services::property::fendoImpressionInfos, impression);
   properties.synchronize();
   reply({});
 }
 
 void openUrl(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  reply(told(phone.host().passOpenURL(arguments.words[0])));
+  reply(told(phone.instance().passOpenURL(arguments.words[0])));
 }
 
 void storeUrl(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().storeOpenedUrl(arguments.words[0]);
+  phone.instance().storeOpenedUrl(arguments.words[0]);
   reply({});
 }
 
 void passFacebookUrl(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  reply(told(phone.host().setReferralUrlForFacebook(arguments.words[0])));
+  reply(told(phone.instance().setReferralUrlForFacebook(arguments.words[0])));
 }
 
 void reportThirdPartyConversion(Phone& phone, const Arguments&, const Reply& reply) {
-  reply(told(phone.host().thirdPartyConversion()));
+  reply(told(phone.instance().thirdPartyConversion()));
 }
 
 void setStored(Phone& phone, const Arguments& arguments, const Reply& reply) {
@@ -136,33 +136,33 @@ void setStored(Phone& phone, const Arguments& arguments, const Reply& reply) {
   if (const auto* mistake = std::get_if<std::string>(&read))
     return reply(refused(*mistake));
   phone.levers().edit(property, std::get<kit::Value>(read));
-  phone.host().properties().synchronize();
+  phone.instance().properties().synchronize();
   reply({});
 }
 
 void setAge(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  reply(told(phone.host().setAge(*arguments.number)));
+  reply(told(phone.instance().setAge(*arguments.number)));
 }
 
 void setGender(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  reply(told(phone.host().setGender(*arguments.number)));
+  reply(told(phone.instance().setGender(*arguments.number)));
 }
 
 void setUserId(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  reply(told(phone.host().setUserId(arguments.words[0])));
+  reply(told(phone.instance().setUserId(arguments.words[0])));
 }
 
 void clearUserId(Phone& phone, const Arguments&, const Reply& reply) {
-  reply(told(phone.host().clearUserId()));
+  reply(told(phone.instance().clearUserId()));
 }
 
 void forgetMe(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  reply(told(phone.host().gdprForgetMe(*arguments.flag)));
+  reply(told(phone.instance().gdprForgetMe(*arguments.flag)));
 }
 
 void tellWhetherForgotten(Phone& phone, const Arguments&, const Reply& reply) {
   Outcome outcome;
-  outcome.fields.set("value", phone.host().isGdprForgetMe());
+  outcome.fields.set("value", phone.instance().isGdprForgetMe());
   reply(outcome);
 }
 
@@ -187,21 +187,21 @@ void crashBySignal(Phone& phone, const Arguments& arguments, const Reply&) {
 }
 
 void push(Phone& phone, const Arguments&, const Reply& reply) {
-  phone.host().pushTracking();
+  phone.instance().pushTracking();
   reply({});
 }
 
 void flush(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().flush([reply](const morvik::FlushResult& result) { reply(told(result)); },
-                     millisecondsOf(arguments.seconds.value_or(kFlushSeconds)));
+  phone.instance().flush([reply](const morvik::FlushResult& result) { reply(told(result)); },
+                         millisecondsOf(arguments.seconds.value_or(kFlushSeconds)));
 }
 
 void waitDelivered(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  reply(told(phone.host().waitUntilDelivered(millisecondsOf(arguments.seconds.value_or(kFlushSeconds)))));
+  reply(told(phone.instance().waitUntilDelivered(millisecondsOf(arguments.seconds.value_or(kFlushSeconds)))));
 }
 
 void switchSending(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().setSendingEnabled(*arguments.flag);
+  phone.instance().setSendingEnabled(*arguments.flag);
   reply({});
 }
 
@@ -215,8 +215,8 @@ void moveClock(Phone& phone, const Arguments& arguments, const Reply& reply) {
 }
 
 void settle(Phone& phone, const Arguments& arguments, const Reply& reply) {
-  phone.host().settle(arguments.seconds.value_or(kSettleSeconds), [&phone, reply](bool settled) {
-    const morvik::runtime::Pending pending = phone.host().pending();
+  phone.instance().settle(arguments.seconds.value_or(kSettleSeconds), [&phone, reply](bool settled) {
+    const morvik::runtime::Pending pending = phone.instance().pending();
     Outcome outcome = settled ? Outcome() : refused(whatIsBusy(pending));
     outcome.fields.set("background_tasks", count(pending.background_tasks));
     outcome.fields.set("retries", count(pending.retries));
@@ -236,13 +236,13 @@ void showStore(Phone& phone, const Arguments& arguments, const Reply& reply) {
 
 void showStatus(Phone& phone, const Arguments&, const Reply& reply) {
   Outcome outcome;
-  outcome.fields = fieldsOf(phone.host().status());
+  outcome.fields = fieldsOf(phone.instance().status());
   reply(outcome);
 }
 
 void showLedger(Phone& phone, const Arguments&, const Reply& reply) {
   Outcome outcome;
-  outcome.fields = rowsOf(phone.host().ledger()).asDictionary();
+  outcome.fields = rowsOf(phone.instance().ledger()).asDictionary();
   reply(outcome);
 }
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "morvik/host_options.h"
+#include "morvik/start_options.h"
 
 namespace morvik_device {
 

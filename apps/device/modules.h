@@ -6,7 +6,7 @@
 #include <string>
 
 #include "apps/device/output.h"
-#include "morvik/host_options.h"
+#include "morvik/start_options.h"
 
 namespace morvik_device {
 

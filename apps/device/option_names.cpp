@@ -11,10 +11,10 @@ struct OptionName {
 };
 
 constexpr OptionName kOptionNames[] = {
-    {"HostOptions::store_folder", "--store"},  {"HostOptions::app_key", "--app-key"},
-    {"HostOptions::hash_key", "--hash-key"},   {"HostOptions::tracking_key", "--tracking-key"},
-    {"HostOptions::service_url", "--service"}, {"HostOptions::endpoints", "--endpoint"},
-    {"HostOptions::ca_file", "--ca"},          {"HostOptions::log_level", "--log-level"},
+    {"StartOptions::store_folder", "--store"},  {"StartOptions::app_key", "--app-key"},
+    {"StartOptions::hash_key", "--hash-key"},   {"StartOptions::tracking_key", "--tracking-key"},
+    {"StartOptions::service_url", "--service"}, {"StartOptions::endpoints", "--endpoint"},
+    {"StartOptions::ca_file", "--ca"},          {"StartOptions::log_level", "--log-level"},
 };
 
 }  // namespace

@@ -36,11 +36,11 @@ constexpr int kLeastOrientation = 1;
 constexpr int kMostOrientation = 4;
 
 void describeServices(CLI::App& app, Options& options, Written& written) {
-  app.add_option("--service", options.host.service_url, "base URL of all endpoints");
+  app.add_option("--service", options.start.service_url, "base URL of all endpoints");
   app.add_option("--endpoint", written.endpoints, "NAME=URL: base URL of one endpoint, by its constant's name")
       ->type_size(1)
       ->allow_extra_args(false);
-  app.add_option("--ca", options.host.ca_file, "PEM file of certificates to trust in place of the system's");
+  app.add_option("--ca", options.start.ca_file, "PEM file of certificates to trust in place of the system's");
   app.add_option("--app-key", written.app_key, "the app's key");
   app.add_option("--hash-key", written.hash_key, "the app's hash key");
   app.add_option("--tracking-key", written.tracking_key, "the app's tracking key; \"\" sends no sessions and events");
@@ -48,7 +48,7 @@ void describeServices(CLI::App& app, Options& options, Written& written) {
 }
 
 void describeDevice(CLI::App& app, Options& options, Written& written) {
-  morvik::DeviceDescription& device = options.host.device;
+  morvik::DeviceDescription& device = options.start.device;
   app.add_option("--system-version", device.system_version, "version of the device's system")->capture_default_str();
   app.add_option("--idfa", written.idfa, "advertising identifier, a UUID, or none; else one is made and kept");
   app.add_option("--puid", written.puid, "persistent identifier as it is sent, or none; else one is made and kept");
@@ -65,15 +65,15 @@ void describeDevice(CLI::App& app, Options& options, Written& written) {
 }
 
 void describeRest(CLI::App& app, Options& options, Written& written) {
-  app.add_option("--store", options.host.store_folder, "folder of the store; made when missing");
+  app.add_option("--store", options.start.store_folder, "folder of the store; made when missing");
   app.add_option("--script", options.script, "file with the verbs, in place of standard input");
   app.add_flag("--report-ledger", options.report_ledger,
                "tells the service behind --service after each verb what became of all that was recorded, for its page");
   app.add_flag("--no-sending", written.no_sending,
                "starts with sending off, as an app does until its user has consented: see the verb sending");
-  app.add_flag("--allow-environment", options.host.allow_environment,
+  app.add_flag("--allow-environment", options.start.allow_environment,
                "lets MORVIK_LOG_LEVEL, MORVIK_LOG_FILE and MORVIK_SERVICE_URL win over what is said here");
-  app.add_option("--log-level", options.host.log_level, "0 off to 6 trace")
+  app.add_option("--log-level", options.start.log_level, "0 off to 6 trace")
       ->check(CLI::Range(0, kMostLogLevel))
       ->capture_default_str();
 }
@@ -86,19 +86,19 @@ Mistake needFile(const std::string& path, const std::string& option) {
 }
 
 Mistake needStore(const Options& options) {
-  if (!options.host.store_folder.empty())
+  if (!options.start.store_folder.empty())
     return std::nullopt;
   return "--store is required; give the folder in which the device keeps its data, it is made when missing";
 }
 
 Mistake needService(const Options& options) {
-  if (!options.host.service_url.empty() || !options.host.endpoints.empty())
+  if (!options.start.service_url.empty() || !options.start.endpoints.empty())
     return std::nullopt;
   return "--service is required; give the base URL of the service, or single ones with --endpoint NAME=URL";
 }
 
 Mistake needServiceToReport(const Options& options) {
-  if (!options.report_ledger || !options.host.service_url.empty())
+  if (!options.report_ledger || !options.start.service_url.empty())
     return std::nullopt;
   return "--report-ledger needs --service; give the base URL of the morvik-service that is to be told";
 }
@@ -115,7 +115,7 @@ Mistake takeKey(const std::optional<std::string>& given, const std::string& name
   return std::nullopt;
 }
 
-Mistake takeKeys(const Written& written, morvik::HostOptions& host) {
+Mistake takeKeys(const Written& written, morvik::StartOptions& host) {
   if (auto mistake = takeKey(written.app_key, "app-key", written.keys_file, host.app_key))
     return mistake;
   if (auto mistake = takeKey(written.hash_key, "hash-key", written.keys_file, host.hash_key))
@@ -123,7 +123,7 @@ Mistake takeKeys(const Written& written, morvik::HostOptions& host) {
   return takeKey(written.tracking_key, "tracking-key", written.keys_file, host.tracking_key);
 }
 
-Mistake takeEndpoints(const Written& written, morvik::HostOptions& host) {
+Mistake takeEndpoints(const Written& written, morvik::StartOptions& host) {
   for (const std::string& text : written.endpoints) {
     const size_t equals = text.find('=');
     if (equals == std::string::npos)
@@ -172,11 +172,11 @@ Mistake takeAdClient(const Written& written, morvik::AdClient& client) {
 
 Mistake complete(Options& options, const Written& written) {
   if (written.no_multitasking)
-    options.host.device.multitasking = false;
-  options.host.sending = !written.no_sending;
+    options.start.device.multitasking = false;
+  options.start.sending = !written.no_sending;
   if (auto mistake = needStore(options))
     return mistake;
-  if (auto mistake = takeEndpoints(written, options.host))
+  if (auto mistake = takeEndpoints(written, options.start))
     return mistake;
   if (auto mistake = needService(options))
     return mistake;
@@ -184,17 +184,17 @@ Mistake complete(Options& options, const Written& written) {
     return mistake;
   if (auto mistake = needFile(written.keys_file, "--keys"))
     return mistake;
-  if (auto mistake = takeKeys(written, options.host))
+  if (auto mistake = takeKeys(written, options.start))
     return mistake;
-  if (auto mistake = needFile(options.host.ca_file, "--ca"))
+  if (auto mistake = needFile(options.start.ca_file, "--ca"))
     return mistake;
   if (auto mistake = needFile(options.script, "--script"))
     return mistake;
-  if (auto mistake = takeIdentifiers(written, options.host.device))
+  if (auto mistake = takeIdentifiers(written, options.start.device))
     return mistake;
   if (auto mistake = takeModules(written, options.modules))
     return mistake;
-  return takeAdClient(written, options.host.ad_client);
+  return takeAdClient(written, options.start.ad_client);
 }
 
 CommandLine unusable(std::string problem) {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "apps/device/modules.h"
-#include "morvik/host_options.h"
+#include "morvik/start_options.h"
 
 namespace morvik_device {
 
@@ -14,7 +14,7 @@ namespace morvik_device {
 inline constexpr int kExitUsage = 2;
 
 struct Options {
-  morvik::HostOptions host;
+  morvik::StartOptions start;
   ModuleNames modules;
   std::string script;  ///< file of verbs; "": standard input
   bool report_ledger = false;

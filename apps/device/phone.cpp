@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "apps/device/option_names.h"
-#include "host/make_host.h"
+#include "host/make_instance.h"
 #include "runtime/siblings/kept_identifier.h"
 #include "simulation/levered_machine.h"
 
@@ -49,44 +49,46 @@ std::shared_ptr<const kit::SaveFendoUserInfoDelegate> makeDelegateOfServices(Out
 }  // namespace
 
 std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& options, Output& output) {
-  morvik::HostOptions of_host = options.host;
-  of_host.modules = makeModules(options.modules, output);
-  of_host.report_crashes = true;
+  morvik::StartOptions start_options = options.start;
+  start_options.modules = makeModules(options.modules, output);
+  start_options.report_crashes = true;
   auto machine = std::make_unique<morvik::simulation::LeveredMachine>();
   auto& levers = *machine;  // goes with the kit
-  return taken(host::makeHost(of_host, std::move(machine)), output, levers);
+  return taken(host::makeInstance(start_options, std::move(machine)), output, levers);
 }
 
 std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& options, Output& output,
                                                                runtime::Machine& machine,
                                                                morvik::simulation::Levers& levers) {
-  morvik::HostOptions of_host = options.host;
-  of_host.modules = makeModules(options.modules, output);
-  return taken(runtime::makeHost(of_host, machine), output, levers);
+  morvik::StartOptions start_options = options.start;
+  start_options.modules = makeModules(options.modules, output);
+  return taken(runtime::makeInstance(start_options, machine), output, levers);
 }
 
 std::variant<std::unique_ptr<Phone>, std::string> Phone::taken(
-    std::variant<std::unique_ptr<runtime::Host>, kit::Error> made, Output& output, morvik::simulation::Levers& levers) {
+    std::variant<std::unique_ptr<runtime::Instance>, kit::Error> made, Output& output,
+    morvik::simulation::Levers& levers) {
   if (const auto* error = std::get_if<kit::Error>(&made))
     return inTermsOfTheProgram(error->message);
-  return std::unique_ptr<Phone>(new Phone(std::move(std::get<std::unique_ptr<runtime::Host>>(made)), output, levers));
+  return std::unique_ptr<Phone>(
+      new Phone(std::move(std::get<std::unique_ptr<runtime::Instance>>(made)), output, levers));
 }
 
-Phone::Phone(std::unique_ptr<runtime::Host> host, Output& output, morvik::simulation::Levers& levers)
+Phone::Phone(std::unique_ptr<runtime::Instance> instance, Output& output, morvik::simulation::Levers& levers)
     : delegate_of_app_(makeDelegateOfApp(output)),
       delegate_of_services_(makeDelegateOfServices(output)),
-      host_(std::move(host)),
+      instance_(std::move(instance)),
       levers_(levers) {
-  host_->setDelegate(delegate_of_app_);
-  host_->setSaveFendoUserInfoDelegate(delegate_of_services_);
+  instance_->setDelegate(delegate_of_app_);
+  instance_->setSaveFendoUserInfoDelegate(delegate_of_services_);
 }
 
 StoreView Phone::storeView() {
-  return StoreView(host_->properties(), [this](std::string_view key) { return host_->storedValue(key); });
+  return StoreView(instance_->properties(), [this](std::string_view key) { return instance_->storedValue(key); });
 }
 
 std::string Phone::installId() {
-  return std::string(host_->storedValue(runtime::kInstallIdKey).string());
+  return std::string(instance_->storedValue(runtime::kInstallIdKey).string());
 }
 
 }  // namespace morvik_device

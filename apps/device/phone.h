@@ -11,7 +11,7 @@
 #include "apps/device/store_view.h"
 #include "kit/MorvikCoreServicesLib.h"
 #include "morvik/morvik.h"
-#include "runtime/host.h"
+#include "runtime/instance.h"
 #include "runtime/machine/machine.h"
 #include "simulation/levers.h"
 
@@ -29,25 +29,25 @@ class Phone {
                                                                  morvik::simulation::Levers& levers);
 
   /// Any thread; what it offers says more.
-  morvik::runtime::Host& host() { return *host_; }
+  morvik::runtime::Instance& instance() { return *instance_; }
   /// Of its machine. What they do is done at once.
   morvik::simulation::Levers& levers() { return levers_; }
   StoreView storeView();
   /// By which services know this install.
   std::string installId();
   /// Gives the kit away, for its machine to end it. Nothing else may be asked of the phone afterwards.
-  std::unique_ptr<morvik::runtime::Host> releaseHost() { return std::move(host_); }
+  std::unique_ptr<morvik::runtime::Instance> releaseInstance() { return std::move(instance_); }
 
  private:
   static std::variant<std::unique_ptr<Phone>, std::string> taken(
-      std::variant<std::unique_ptr<morvik::runtime::Host>, morvik::kit::Error> made, Output& output,
+      std::variant<std::unique_ptr<morvik::runtime::Instance>, morvik::kit::Error> made, Output& output,
       morvik::simulation::Levers& levers);
-  Phone(std::unique_ptr<morvik::runtime::Host> host, Output& output, morvik::simulation::Levers& levers);
+  Phone(std::unique_ptr<morvik::runtime::Instance> instance, Output& output, morvik::simulation::Levers& levers);
 
   // Held weakly by the kit, so they are its last to go.
   std::shared_ptr<const morvik::MorvikCoreDelegate> delegate_of_app_;
   std::shared_ptr<const morvik::kit::SaveFendoUserInfoDelegate> delegate_of_services_;
-  std::unique_ptr<morvik::runtime::Host> host_;
+  std::unique_ptr<morvik::runtime::Instance> instance_;
   morvik::simulation::Levers& levers_;
 };
 

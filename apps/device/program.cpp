@@ -14,7 +14,7 @@
 #include "apps/device/output.h"
 #include "apps/device/phone.h"
 #include "apps/device/runner.h"
-#include "apps/device/simulation/simulate.h"
+#include "apps/device/scenario/simulate.h"
 #include "apps/device/terminal_source.h"
 #include "host/net/curl_transport.h"
 #include "runtime/machine/turn_gate.h"
@@ -53,19 +53,19 @@ class Reporting {
   Reporting(const Options& options, Phone& phone, std::ostream& errors)
       : phone_(phone),
         transport_(std::make_unique<morvik::host::CurlTransport>(
-                       morvik::host::CurlTransportOptions{.ca_file = options.host.ca_file}),
+                       morvik::host::CurlTransportOptions{.ca_file = options.start.ca_file}),
                    {.ca_file = "",
-                    .main_queue = phone.host().mainQueue(),
+                    .main_queue = phone.instance().mainQueue(),
                     .gate = gate_,
-                    .is_forgotten = [&phone] { return phone.host().isGdprForgetMe(); }}),
-        reporter_(transport_, withSlash(options.host.service_url), phone.installId(),
+                    .is_forgotten = [&phone] { return phone.instance().isGdprForgetMe(); }}),
+        reporter_(transport_, withSlash(options.start.service_url), phone.installId(),
                   [&errors](const std::string& line) { errors << "morvik-device: " << line << std::endl; }) {}
 
   /// The gates of the kit's requests hold for this one too.
   void tell() {
-    const morvik::Status status = phone_.host().status();
+    const morvik::Status status = phone_.instance().status();
     if (!status.is_forgotten && status.is_sending_enabled)
-      reporter_.tell(phone_.host().ledger());
+      reporter_.tell(phone_.instance().ledger());
   }
 
  private:
@@ -76,15 +76,15 @@ class Reporting {
 };
 
 // As the verb says that ended the program; without one, the input has.
-Outcome endHost(morvik::runtime::Host& host, const std::optional<Command>& last) {
+Outcome endInstance(morvik::runtime::Instance& instance, const std::optional<Command>& last) {
   Outcome outcome;
   if (last && last->verb->name == "erase") {
-    if (!host.eraseLocalData())
+    if (!instance.eraseLocalData())
       outcome.refusal = "not all was erased; the log says why, and the next start goes on";
   } else if (last && last->arguments.seconds) {
-    host.stop(millisecondsOf(*last->arguments.seconds));
+    instance.stop(millisecondsOf(*last->arguments.seconds));
   } else {
-    host.stop();
+    instance.stop();
   }
   return outcome;
 }
@@ -107,7 +107,7 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
       reporting->tell();
   });
   reporting.reset();
-  const Outcome last = endHost(phone->host(), last_command);
+  const Outcome last = endInstance(phone->instance(), last_command);
   if (last_command)
     output.verbDone(last_command->verb->name, last);
   if (mistake)
@@ -124,7 +124,7 @@ struct Mode {
 
 constexpr Mode kModes[] = {
     {"--fleet", runFleet},
-    {"--simulate", simulation::runSimulation},
+    {"--simulate", scenario::runSimulation},
     {"inspect", runInspect},
 };
 

@@ -13,7 +13,7 @@ bool run(const Command& command, Phone& phone, Output& output) {
   std::future<bool> done = ends_program->get_future();
   // The reply comes within a turn, whose writes are committed when it ends: so the line waits for that.
   Reply reply = [&phone, &output, &command, ends_program](const Outcome& outcome) {
-    phone.host().afterThisTurn([&output, &command, ends_program, outcome] {
+    phone.instance().afterThisTurn([&output, &command, ends_program, outcome] {
       if (!outcome.ends_program)
         output.verbDone(command.verb->name, outcome);
       ends_program->set_value(outcome.ends_program);
@@ -21,10 +21,10 @@ bool run(const Command& command, Phone& phone, Output& output) {
   };
   if (command.verb->blocks_its_thread) {
     command.verb->act(phone, command.arguments, [&phone, reply = std::exchange(reply, {})](const Outcome& outcome) {
-      phone.host().mainQueue().async([reply, outcome] { reply(outcome); });
+      phone.instance().mainQueue().async([reply, outcome] { reply(outcome); });
     });
   } else {
-    phone.host().mainQueue().async(
+    phone.instance().mainQueue().async(
         [&phone, &command, reply = std::move(reply)] { command.verb->act(phone, command.arguments, reply); });
   }
   try {

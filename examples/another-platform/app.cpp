@@ -55,7 +55,7 @@ class Service {
 
 /// A process of the app.
 std::unique_ptr<morvik::MorvikCore> start(platform::Device& device) {
-  morvik::HostOptions options;
+  morvik::StartOptions options;
   options.store_folder = "shop";
   options.app_key = "app";
   options.hash_key = "hash";

@@ -10,7 +10,7 @@
 #include "host/linux/crash/stored_traces.h"
 #include "host/posix/report_file.h"
 #include "host/store/wish_file.h"
-#include "kit/house_lock.h"
+#include "kit/list_lock.h"
 #include "services/MorvikGVUserDefaults.h"
 
 namespace morvik::host {
@@ -164,8 +164,8 @@ StoreOutcome FileEraser::keep(runtime::KeptWish wish) {
   if (!wish.is_forgotten && !wish.is_synced)
     return std::nullopt;
   const std::unique_ptr<runtime::MachineStore> store = parts_.open_store();
-  kit::HouseLock house_lock;
-  const services::MorvikGVUserDefaults fresh(*store, house_lock);
+  kit::ListLock list_lock;
+  const services::MorvikGVUserDefaults fresh(*store, list_lock);
   fresh.setMorvikCoreUserInfo_isGDPRForgetMe(wish.is_forgotten);
   fresh.setMorvikCoreUserInfo_isGDPRForgetMeServerSynced(wish.is_synced);
   const bool is_kept = store->opening() == runtime::StoreOpening::kCreated && fresh.synchronize();
@@ -178,8 +178,8 @@ StoreOutcome FileEraser::keep(runtime::KeptWish wish) {
 /// Nothing when the store cannot be read.
 std::optional<runtime::KeptWish> FileEraser::storedWish() {
   const std::unique_ptr<runtime::MachineStore> store = parts_.open_store();
-  kit::HouseLock house_lock;
-  const services::MorvikGVUserDefaults stored(*store, house_lock);
+  kit::ListLock list_lock;
+  const services::MorvikGVUserDefaults stored(*store, list_lock);
   const runtime::KeptWish wish{stored.MorvikCoreUserInfo_isGDPRForgetMe(),
                                stored.MorvikCoreUserInfo_isGDPRForgetMeServerSynced()};
   const bool is_read = store->opening() == runtime::StoreOpening::kOpened;

@@ -1,6 +1,6 @@
 // The API of Morvik Core for apps:
 //
-//   morvik::HostOptions options;
+//   morvik::StartOptions options;
 //   options.store_folder = "analytics";
 //   options.app_key = "my-app";
 //   options.hash_key = morvik::Key::inFile("morvik.keys", "hash-key");
@@ -16,11 +16,11 @@
 // Threads. Every operation may be called from any thread, unless it says otherwise. Operations that record something
 // (activities, impressions, demographics, opened URLs, the wish to be forgotten) do so on the calling thread: when the
 // call returns, the record outlives the process, in both modes of the main queue. Everything else runs on one serial
-// main queue, on the kit's own thread or pumped from the app's loop (HostOptions::main_queue). Called on the main queue
-// (from a callback, from perform(), or, pumped, on the pumping thread) an operation is done when it returns; called
-// from any other thread it is posted, in order, and returns before it is done. No operation waits for the network
-// unless it says so, nor for the disk except as addActivity() says; none throws. If memory runs out, an operation does
-// nothing and logs it; one that returns a result says so there too (Recorded::kRefusedNoMemory,
+// main queue, on the kit's own thread or pumped from the app's loop (StartOptions::main_queue). Called on the main
+// queue (from a callback, from perform(), or, pumped, on the pumping thread) an operation is done when it returns;
+// called from any other thread it is posted, in order, and returns before it is done. No operation waits for the
+// network unless it says so, nor for the disk except as addActivity() says; none throws. If memory runs out, an
+// operation does nothing and logs it; one that returns a result says so there too (Recorded::kRefusedNoMemory,
 // FlushReason::kOutOfMemory, an empty Ledger or Status). In a forked child of the process every operation does nothing.
 #pragma once
 
@@ -33,10 +33,10 @@
 #include <string>
 #include <string_view>
 
-#include "morvik/host_options.h"
 #include "morvik/ledger.h"
 #include "morvik/params.h"
 #include "morvik/recorded.h"
+#include "morvik/start_options.h"
 #include "morvik/status.h"
 #include "morvik/version.h"
 
@@ -102,7 +102,7 @@ class MorvikCore {
   /// cannot be read, a store folder used by another process, an erasing that an earlier process began and that cannot
   /// be finished (eraseLocalData()). A store that cannot be read or written is not an error: the kit logs it and goes
   /// on, keeping what can be kept.
-  static StartResult start(const HostOptions& options);
+  static StartResult start(const StartOptions& options);
 
   /// Stops, as stop() does. Within a callback it commits, sends and calls nothing more, and does not free the kit's
   /// memory.
@@ -152,15 +152,15 @@ class MorvikCore {
 
   /// Whether the kit may send. Off: nothing leaves but an erasure; everything is recorded; opened URLs wait; requests
   /// that have left run to their end, the others wait or are built again. On again, with a session open, the kit sends
-  /// the requests of a session start. Not stored: HostOptions::sending is the initial value at each start. Takes effect
-  /// at once, on any thread; what follows is posted.
+  /// the requests of a session start. Not stored: StartOptions::sending is the initial value at each start. Takes
+  /// effect at once, on any thread; what follows is posted.
   virtual void setSendingEnabled(bool enabled) = 0;
 
   /// A URL opened the app: call it for every URL, whatever its content. Its query says whether it is a campaign's
   /// re-engagement click, a commerce click, both, or irrelevant to the kit. Any bytes are accepted, up to
   /// kMaxHandedOverBytes; at most kMaxHandedOver may be pending. Stored on the calling thread and handled on the main
   /// queue, in order; what a process could not handle before its end, the next start handles. A URL that comes before
-  /// the kit is started goes into HostOptions::opened_url.
+  /// the kit is started goes into StartOptions::opened_url.
   virtual Recorded passOpenURL(std::string_view url) = 0;
 
   /// A referral URL that the app obtained from Facebook: reported as a third party conversion, unless its key ("ck") is

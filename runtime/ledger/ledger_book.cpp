@@ -39,11 +39,11 @@ LedgerBook::LedgerBook(const LedgerParts& parts)
             parts.endpoints.kFendoTrackingBaseLiveUrl + services::kSetDemographicPath},
       logger_(parts.logger),
       has_hashed_identifier_(parts.has_hashed_identifier),
-      door_(parts.house_lock.door),
+      door_(parts.list_lock.door),
       stored_(parts.store),
       written_(parts.store.get(kLedgerKey)),
       accounts_(written_, stored_.recordedUnwritten()),
-      is_dark_(parts.store.opening() == StoreOpening::kUnavailable) {
+      is_unavailable_(parts.store.opening() == StoreOpening::kUnavailable) {
   const Hold hold(*this);
   accounts_.bringInLineWith({.stored = stored_.counts(), .is_first = written_.isAbsent()});
   writeBook();
@@ -88,7 +88,7 @@ LedgerMoments::Left LedgerBook::left(LedgerMoments::Moment moment) {
 
 /// A dying process appends its report past the book.
 void LedgerBook::takeChangesFromElsewhere() {
-  takeInWhatCameToLight();
+  takeInWhatRecovered();
   for (size_t kind = 0; kind < kLedgerKinds; ++kind) {
     if (static_cast<Kind>(kind) != Kind::kDemographics)
       takeListFromElsewhere(static_cast<Kind>(kind));
@@ -118,18 +118,18 @@ void LedgerBook::takeListFromElsewhere(Kind kind) {
   if (growth.fewer > 0)
     moments_->listWasCut(kind, stored_.count(kind));
   else if (growth.before.size() > 0 && !stored_.list(kind).array()[0].identicalTo(growth.before.array()[0]))
-    moments_->listCameToLight(kind, growth.more);
+    moments_->listRecovered(kind, growth.more);
 }
 
 /// Of the book the one in the file stands: another part of the same account, that of earlier processes. A file without
 /// one brings lists alone, which are taken like others from elsewhere.
-void LedgerBook::takeInWhatCameToLight() {
-  if (!is_dark_)
+void LedgerBook::takeInWhatRecovered() {
+  if (!is_unavailable_)
     return;
   const kit::Value earlier = store_.get(kLedgerKey);
   if (earlier.identicalTo(written_))
     return;
-  is_dark_ = false;
+  is_unavailable_ = false;
   const std::scoped_lock door(door_);
   takeNotesAtTheDoor();
   const uint64_t announced = std::exchange(announced_activities_, 0);
@@ -137,7 +137,7 @@ void LedgerBook::takeInWhatCameToLight() {
   const DemographicSets sets = DemographicSets::from(store_.get(kDemographicSetsKey));
   LedgerAccounts::Found found = stored_.lookAgainInTheLight();
   for (size_t kind = 0; kind < kLedgerKinds; ++kind)
-    moments_->listCameToLight(static_cast<Kind>(kind), found.stored[kind]);
+    moments_->listRecovered(static_cast<Kind>(kind), found.stored[kind]);
   uint64_t& activities = found.stored[indexOf(Kind::kActivities)];
   activities -= std::min(activities, announced);
   LedgerAccounts accounts(earlier, {.activities = activities,
@@ -148,10 +148,10 @@ void LedgerBook::takeInWhatCameToLight() {
   accounts_.add(accounts);
 }
 
-void LedgerBook::storeCameToLight() {
+void LedgerBook::storeRecovered() {
   const Hold hold(*this);
   takeChangesFromElsewhere();
-  is_dark_ = false;
+  is_unavailable_ = false;
   writeBook();
 }
 
@@ -172,7 +172,7 @@ void LedgerBook::set(std::string_view key, kit::Value value, LedgerWriter writer
       break;
   }
   const Hold hold(*this);
-  takeInWhatCameToLight();
+  takeInWhatRecovered();
   if (of.part == LedgerKey::Part::kSentKeys)
     noteSentKeys(value);
   else
@@ -201,7 +201,7 @@ void LedgerBook::setListKey(const LedgerKey& of, std::string_view key, const kit
                             LedgerWriter writer) {
   kit::Value known;  // let go of when the mutex is free: it may be the last handle of a long list
   const Hold hold(*this);
-  takeInWhatCameToLight();
+  takeInWhatRecovered();
   takeListFromElsewhere(of.kind);
   known = stored_.list(of.kind);
   if (before != nullptr)
@@ -336,7 +336,7 @@ void LedgerBook::setDemographic(std::string_view key, size_t slot, const kit::Va
     return;
   if (!hold.owns_lock())
     hold.lock();
-  takeInWhatCameToLight();
+  takeInWhatRecovered();
   const std::scoped_lock door(door_);
   takeNotesAtTheDoor();
   // A thread of the app's has no part in the handler that may run on another.

@@ -30,7 +30,7 @@
 
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/endpoints.h"
-#include "kit/house_lock.h"
+#include "kit/list_lock.h"
 #include "kit/transport.h"
 #include "kit/value.h"
 #include "morvik/ledger.h"
@@ -53,8 +53,8 @@ inline constexpr size_t kMaxLedgerNotes = 1024;
 inline constexpr size_t kMaxReadersSeen = 8;
 
 struct LedgerParts {
-  MachineStore& store;         ///< outlives the book
-  kit::HouseLock& house_lock;  ///< the same
+  MachineStore& store;       ///< outlives the book
+  kit::ListLock& list_lock;  ///< the same
   kit::Endpoints endpoints;
   services::Logger logger;
   /// Whether demographics can say whose they are.
@@ -105,7 +105,7 @@ class LedgerBook {
   kit::Value get(std::string_view key);
   /// The store, which could not be read at its opening, can be now. Within the commit that takes over what it holds, so
   /// that what follows from it is committed along.
-  void storeCameToLight();
+  void storeRecovered();
   /// The kit stops: what has not been worth writing by itself is written.
   void writeAtTheEnd();
   /// Says so when something was unexplained since the last call: see invariantBroken(). Not under a lock.
@@ -159,7 +159,7 @@ class LedgerBook {
   std::array<uint64_t, kDemographicValues> versionsSeen();
   void takeChangesFromElsewhere();
   void takeListFromElsewhere(LedgerKind kind);
-  void takeInWhatCameToLight();
+  void takeInWhatRecovered();
   void setList(LedgerKind kind, const kit::Value& value, LedgerWriter writer);
   void noteSessionEnd();
   void noteSentKeys(const kit::Value& keys);
@@ -204,7 +204,7 @@ class LedgerBook {
   kit::Value written_;  ///< the accounts, as the store has them
   LedgerAccounts accounts_;
   /// The store could not be read at its opening, and did not come to light since.
-  bool is_dark_ = false;
+  bool is_unavailable_ = false;
   LedgerExchanges exchanges_;
   LedgerOrphans orphans_;
   LedgerTraces traces_;

@@ -91,7 +91,7 @@ void LedgerMoments::listShrank(LedgerKind kind, const ListChange& change) {
   }
 }
 
-void LedgerMoments::listCameToLight(LedgerKind kind, uint64_t more) {
+void LedgerMoments::listRecovered(LedgerKind kind, uint64_t more) {
   if (!follows(kind))
     return;
   const std::scoped_lock hold(mutex_);

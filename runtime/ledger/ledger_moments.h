@@ -54,7 +54,7 @@ class LedgerMoments {
   void listShrank(LedgerKind kind, const ListChange& change);
   /// The list was found to have so many more, some of them before those that were known. They all count as recorded
   /// before each moment: a flush waits rather for too much than for too little.
-  void listCameToLight(LedgerKind kind, uint64_t more);
+  void listRecovered(LedgerKind kind, uint64_t more);
   /// The list was found to be no longer than this.
   void listWasCut(LedgerKind kind, size_t size);
 

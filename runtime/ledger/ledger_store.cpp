@@ -2,11 +2,11 @@
 
 namespace morvik::runtime {
 
-LedgerStore::LedgerStore(MachineStore& store, LedgerBook& book, kit::HouseLock& house_lock)
+LedgerStore::LedgerStore(MachineStore& store, LedgerBook& book, kit::ListLock& list_lock)
     : PassingStore(store),
       book_(book),
-      house_lock_(house_lock),
-      is_dark_(store.opening() == StoreOpening::kUnavailable) {
+      list_lock_(list_lock),
+      is_unavailable_(store.opening() == StoreOpening::kUnavailable) {
   LedgerStore::setWhenTakenOver({});
 }
 
@@ -16,8 +16,8 @@ LedgerStore::~LedgerStore() {
 
 void LedgerStore::setWhenTakenOver(kit::Block hook) {
   store_.setWhenTakenOver([this, hook = std::move(hook)] {
-    is_dark_ = false;
-    book_.storeCameToLight();
+    is_unavailable_ = false;
+    book_.storeRecovered();
     if (hook)
       hook();
   });
@@ -26,8 +26,8 @@ void LedgerStore::setWhenTakenOver(kit::Block hook) {
 /// What a store holds that comes to light with a commit goes before what was begun without it. Whoever has read a list
 /// by then, and writes it back afterwards, would undo that: until then no commit falls in between.
 std::unique_lock<kit::Mutex> LedgerStore::keepListsStill() {
-  if (isDark())
-    return std::unique_lock(house_lock_.mutex);
+  if (isUnavailable())
+    return std::unique_lock(list_lock_.mutex);
   return {};
 }
 
@@ -50,13 +50,13 @@ void LedgerStore::tellWaiting() {
 
 /// While the store is dark, nothing of it is told under the house lock either.
 bool LedgerStore::commitTurn() {
-  if (!isDark()) {
+  if (!isUnavailable()) {
     const bool all_kept = store_.commitTurn();
     book_.tellBroken();
     return all_kept;
   }
   synchronize();
-  return isDark() ? store_.isKept() : store_.commitTurn();
+  return isUnavailable() ? store_.isKept() : store_.commitTurn();
 }
 
 void LedgerStore::shutdown() {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "kit/house_lock.h"
+#include "kit/list_lock.h"
 #include "kit/queues.h"
 #include "runtime/ledger/ledger_book.h"
 #include "runtime/machine/machine.h"
@@ -18,8 +18,8 @@ namespace morvik::runtime {
 /// over a list. So does what a dying process sets: it waits for no lock.
 class LedgerStore final : public PassingStore {
  public:
-  /// All outlive it; `store` is the one in which the book lies, `house_lock` the one under which its lists are changed.
-  LedgerStore(MachineStore& store, LedgerBook& book, kit::HouseLock& house_lock);
+  /// All outlive it; `store` is the one in which the book lies, `list_lock` the one under which its lists are changed.
+  LedgerStore(MachineStore& store, LedgerBook& book, kit::ListLock& list_lock);
   ~LedgerStore() override;
   LedgerStore(const LedgerStore&) = delete;
   LedgerStore& operator=(const LedgerStore&) = delete;
@@ -39,12 +39,12 @@ class LedgerStore final : public PassingStore {
  private:
   std::unique_lock<kit::Mutex> keepListsStill();
   /// A file of a newer version never comes to light.
-  bool isDark() const { return is_dark_ && store_.opening() == StoreOpening::kUnavailable; }
+  bool isUnavailable() const { return is_unavailable_ && store_.opening() == StoreOpening::kUnavailable; }
 
   LedgerBook& book_;
-  kit::HouseLock& house_lock_;
+  kit::ListLock& list_lock_;
   /// The store could not be read at its opening, and did not come to light since.
-  std::atomic<bool> is_dark_;
+  std::atomic<bool> is_unavailable_;
 };
 
 }  // namespace morvik::runtime

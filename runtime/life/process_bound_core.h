@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "morvik/morvik.h"
-#include "runtime/host.h"
+#include "runtime/instance.h"
 #include "runtime/life/own_process.h"
 
 namespace morvik::runtime {
@@ -15,7 +15,7 @@ namespace morvik::runtime {
 /// are the parent's. There the destructor leaves the host's memory as it is, for the same reason.
 class ProcessBoundCore final : public morvik::MorvikCore {
  public:
-  ProcessBoundCore(std::unique_ptr<Host> host, const OwnProcess& process);
+  ProcessBoundCore(std::unique_ptr<Instance> instance, const OwnProcess& process);
   ~ProcessBoundCore() override;
   ProcessBoundCore(const ProcessBoundCore&) = delete;
   ProcessBoundCore& operator=(const ProcessBoundCore&) = delete;
@@ -54,7 +54,7 @@ class ProcessBoundCore final : public morvik::MorvikCore {
   /// Whether the host may be touched; tells, once, when it may not.
   bool isHere() const;
 
-  std::unique_ptr<Host> host_;
+  std::unique_ptr<Instance> instance_;
   const OwnProcess process_;
   mutable std::atomic<bool> is_told_{false};
 };

@@ -14,7 +14,7 @@ void StartHold::begin(Hooks hooks) {
   if (store_.opening() != StoreOpening::kUnavailable)
     return;
   waiting_.reserve(kMaxHeldNotifications);
-  is_dark_ = true;
+  is_unavailable_ = true;
   is_holding_ = true;
   tryAgain(kTries);
 }
@@ -31,16 +31,16 @@ void StartHold::pass(kit::Notification notification) {
     waiting_.push_back(notification);
 }
 
-void StartHold::storeCameToLight() {
-  is_dark_ = false;
+void StartHold::storeRecovered() {
+  is_unavailable_ = false;
   end();
 }
 
 /// A file that has turned out to be of a newer version is not asked again.
 bool StartHold::isSettled() {
-  if (!is_dark_ || store_.opening() == StoreOpening::kUnavailable)
-    return !is_dark_;
-  is_dark_ = false;
+  if (!is_unavailable_ || store_.opening() == StoreOpening::kUnavailable)
+    return !is_unavailable_;
+  is_unavailable_ = false;
   end();
   hooks_.when_settled();
   return true;
@@ -50,7 +50,7 @@ void StartHold::end() {
   if (!is_holding_.exchange(false))
     return;
   hooks_.when_over();
-  if (is_dark_)
+  if (is_unavailable_)
     tryLater();
   deliverWaiting();
 }

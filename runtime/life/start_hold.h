@@ -45,12 +45,12 @@ class StartHold {
   bool isHolding() const { return is_holding_; }
   /// Nobody knows what the store's file has: it could not be opened at the start, and was not since. One that turns out
   /// to be of a newer version is none of this process's, as it is at a start. Any thread.
-  bool isDark() const { return is_dark_; }
+  bool isUnavailable() const { return is_unavailable_; }
   /// Delivers it, or where it holds does so once that is over, in the order of the calls; two of a kind in a row are
   /// one. Main queue.
   void pass(kit::Notification notification);
   /// What the file has is known now. Main queue.
-  void storeCameToLight();
+  void storeRecovered();
 
  private:
   bool isSettled();
@@ -62,7 +62,7 @@ class StartHold {
   MachineStore& store_;
   MachineLoop& main_loop_;
   std::atomic<bool> is_holding_{false};
-  std::atomic<bool> is_dark_{false};
+  std::atomic<bool> is_unavailable_{false};
   // On the main queue.
   Hooks hooks_;
   std::vector<kit::Notification> waiting_;

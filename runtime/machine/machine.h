@@ -28,7 +28,7 @@
 #include "kit/threads.h"
 #include "kit/transport.h"
 #include "kit/value.h"
-#include "morvik/host_options.h"
+#include "morvik/start_options.h"
 #include "runtime/crash/crash_reporting.h"
 #include "runtime/machine/turn_frame.h"
 #include "runtime/machine/turn_gate.h"
@@ -360,7 +360,7 @@ class MachineInputs {
   virtual std::variant<UrlFacts, kit::Error> checkUrl(const std::string& url) const = 0;
   /// What is wrong with the places that the options name: a store folder that is no folder, a file of certificates that
   /// is not there. Looks at both, and reads neither.
-  virtual std::optional<kit::Error> checkPlaces(const HostOptions& options) const = 0;
+  virtual std::optional<kit::Error> checkPlaces(const StartOptions& options) const = 0;
   /// The path that leads to the same place after the app has changed its working directory; as it is where that cannot
   /// be told. `path` is not empty.
   virtual std::string absolutePath(const std::string& path) const = 0;

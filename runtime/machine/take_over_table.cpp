@@ -69,7 +69,7 @@ TakeOverTable takeOverTable() {
               // The plain entries.
               {launches, TakeOver::kAdd},
               {services::kPassOpenUrlKey, TakeOver::kProcess},
-              // The host's own: who the device is, and the account, to which LedgerBook::storeCameToLight() adds what
+              // The host's own: who the device is, and the account, to which LedgerBook::storeRecovered() adds what
               // was counted meanwhile.
               {std::string(kDeviceIdKey), TakeOver::kFile},
               {std::string(kInstallIdKey), TakeOver::kFile},

@@ -20,7 +20,7 @@
 #include "runtime/ledger/ledger_book.h"
 #include "runtime/machine/machine.h"
 #include "runtime/observe/request_kind.h"
-#include "runtime/siblings/MorvikCore.h"
+#include "runtime/siblings/facade.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "services/log.h"
 
@@ -34,7 +34,7 @@ inline constexpr size_t kMaxPendingRefusals = 16;
 /// References outlive the observations.
 struct ObservationsParts {
   MachineLoop& main_loop;
-  const MorvikCore& facade;
+  const Facade& facade;
   const kit::Clock& clock;
   services::MorvikGVUserDefaults store;
   services::Logger logger;

@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
-#include "runtime/host_parts.h"
+#include "runtime/instance_parts.h"
 
 namespace morvik::runtime {
 namespace {
@@ -23,7 +23,7 @@ std::optional<Referral> referralIn(const services::MorvikGVUserDefaults& store) 
 
 }  // namespace
 
-Status statusOf(HostParts& parts) {
+Status statusOf(InstanceParts& parts) {
   Status status = statusPastTheStore(parts);
   status.referral = referralIn(parts.properties);
   status.is_attributed = status.referral.has_value();
@@ -32,7 +32,7 @@ Status statusOf(HostParts& parts) {
   return status;
 }
 
-Status statusPastTheStore(HostParts& parts) {
+Status statusPastTheStore(InstanceParts& parts) {
   Status status;
   status.is_running = true;
   status.is_session_open = parts.core->isStartSessionCalled();

@@ -103,7 +103,7 @@ void WishStore::setForgotten() {
 }
 
 /// In a commit. What this process was told, and the file's wish, stand; else the stored flag has come to light.
-void WishStore::storeCameToLight() {
+void WishStore::storeRecovered() {
   has_come_to_light_ = true;
   const bool stored = saysForgotten(store_.get(kWishKey));
   const std::scoped_lock hold(mutex_);
@@ -305,7 +305,7 @@ void WishStore::setWhenTakenOver(kit::Block hook) {
   if (file_ == nullptr)
     return store_.setWhenTakenOver(std::move(hook));
   store_.setWhenTakenOver([this, hook = std::move(hook)] {
-    storeCameToLight();
+    storeRecovered();
     if (hook)
       hook();
   });

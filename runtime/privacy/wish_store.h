@@ -104,7 +104,7 @@ class WishStore final : public PassingStore {
   bool committing(Commit commit);
   bool writeIfDue(std::chrono::milliseconds longest_wait);
   bool isToBeTriedAgain() const;
-  void storeCameToLight();
+  void storeRecovered();
   void flushed();
   void noticeRemoval();
   bool sync();

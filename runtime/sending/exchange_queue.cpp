@@ -18,7 +18,7 @@ namespace {
 using kit::WhenHeld;
 
 /// Whom a URL asks, with the port: what stands between "//" and the path.
-std::string hostOf(std::string_view url) {
+std::string instanceOf(std::string_view url) {
   const size_t slashes = url.find("//");
   const size_t begin = slashes == std::string_view::npos ? 0 : slashes + 2;
   const size_t end = std::min(url.find_first_of("/?#", begin), url.size());
@@ -40,7 +40,7 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
       if (is_closed_)
         return;
       const bool passes = request.when_held == WhenHeld::kPasses;
-      std::string host = hostOf(request.url);
+      std::string host = instanceOf(request.url);
       queues_.add(host, {host, std::move(request), std::move(handler)}, passes);
     }
     goOn();

@@ -134,7 +134,7 @@ void Flushes::refuse(const Done& done, FlushReason reason) {
 
 /// `reason`: why something waits, if it does. What a file has that nobody could read yet waits as well.
 FlushResult Flushes::resultOf(const LedgerMoments::Left& left, FlushReason reason) const {
-  if (parts_.start_hold.isDark())
+  if (parts_.start_hold.isUnavailable())
     return {.waiting = left.waiting, .given_up = left.given_up, .reason = reason};
   if (left.waiting == 0 && left.given_up == 0)
     return {.is_delivered = true};
@@ -386,13 +386,13 @@ void Flushes::batchDidEnd(BatchEnd end) {
 /// What is left to wait for is a file that may come to light.
 bool Flushes::isAllButTheFileDelivered() const {
   const std::list<FlushPointer> waiting = begun();
-  return parts_.start_hold.isDark() && std::all_of(waiting.begin(), waiting.end(), [](const FlushPointer& flush) {
-           return flush->left().waiting == 0;
-         });
+  return parts_.start_hold.isUnavailable() &&
+         std::all_of(waiting.begin(), waiting.end(),
+                     [](const FlushPointer& flush) { return flush->left().waiting == 0; });
 }
 
 void Flushes::finishDelivered() {
-  if (parts_.start_hold.isDark())
+  if (parts_.start_hold.isUnavailable())
     return;
   for (const FlushPointer& flush : begun()) {
     if (flush->left().waiting == 0)
@@ -418,7 +418,7 @@ void Flushes::tell(const Flush& flush, const FlushResult& result) const {
     flush.waiter->tell(result);
   if (!flush.done || !parts_.life.mayCallApp())
     return;
-  const HostLife::Within within = parts_.life.goIntoDone();
+  const InstanceLife::Within within = parts_.life.goIntoDone();
   services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { callApp(flush.done, result); });
 }
 
@@ -427,7 +427,7 @@ void Flushes::tellNow(const Done& done, FlushReason reason) const {
   if (!done)
     return;
   const auto marked = parts_.lines.postFromHere();
-  const HostLife::Within within = parts_.life.goIntoDone();
+  const InstanceLife::Within within = parts_.life.goIntoDone();
   const auto result =
       services::guarded(parts_.logger, kFlushGuard, MORVIK_HERE(kFlush), [&] { return resultNow(reason); });
   services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush),

@@ -13,10 +13,10 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "kit/MorvikADUtil.h"
 #include "kit/MorvikCoreServicesLib.h"
-#include "kit/kit.h"
+#include "kit/ports.h"
 #include "morvik/status.h"
 #include "runtime/ledger/ledger_book.h"
-#include "runtime/life/host_life.h"
+#include "runtime/life/instance_life.h"
 #include "runtime/life/start_hold.h"
 #include "runtime/log/posted_lines.h"
 #include "runtime/machine/machine.h"
@@ -53,7 +53,7 @@ class Flushes {
     const kit::SharedState& shared_state;
     PostedLines& lines;
     const services::Logger& logger;
-    const HostLife& life;
+    const InstanceLife& life;
     const StartHold& start_hold;
   };
 

@@ -63,7 +63,7 @@ const char* adviceOn(Recorded reason) {
 
 }  // namespace
 
-MorvikCoreServicesLib::MorvikCoreServicesLib(ServicesParts parts)
+MorvikCoreServicesLib::MorvikCoreServicesLib(ServicesLibParts parts)
     : parts_(std::move(parts)), conversions_(parts_.store) {
   loadMirrors();
 }

@@ -24,7 +24,7 @@
 namespace morvik::runtime {
 
 /// What the services object needs. References outlive it.
-struct ServicesParts {
+struct ServicesLibParts {
   std::string app_key;
   std::string hash_key;
   std::string tracking_url;  ///< where batches go: tells their answers from others
@@ -42,7 +42,7 @@ struct ServicesParts {
 class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
  public:
   /// Loads its mirrors from the store.
-  explicit MorvikCoreServicesLib(ServicesParts parts);
+  explicit MorvikCoreServicesLib(ServicesLibParts parts);
   /// Again, when the store has come to light after the start. Under the house lock.
   void loadMirrors();
   /// Within the commit in which the store comes to light, on any thread: the user is forgotten at once where the store
@@ -129,7 +129,7 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   void letIn(const kit::Value& activity);
   bool letInUnlessForgotten(const kit::Value& activity);
 
-  const ServicesParts parts_;
+  const ServicesLibParts parts_;
   std::atomic<bool> is_forget_me_{false};
   std::atomic<bool> is_forget_me_synced_{false};
   std::atomic<bool> is_sending_off_{false};

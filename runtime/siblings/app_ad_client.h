@@ -6,7 +6,7 @@
 #include "kit/ad_client.h"
 #include "kit/json_codec.h"
 #include "kit/queues.h"
-#include "morvik/host_options.h"
+#include "morvik/start_options.h"
 
 namespace morvik::runtime {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "kit/bundle.h"
-#include "morvik/host_options.h"
+#include "morvik/start_options.h"
 
 namespace morvik::runtime {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "kit/modules.h"
-#include "morvik/host_options.h"
+#include "morvik/start_options.h"
 
 namespace morvik::runtime {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "kit/value.h"
-#include "morvik/host_options.h"
+#include "morvik/start_options.h"
 #include "runtime/siblings/MorvikADGetPUID.h"
 #include "runtime/siblings/MorvikADUtil.h"
 #include "services/locked.h"

@@ -5,7 +5,7 @@
 
 #include "kit/config.h"
 #include "kit/device.h"
-#include "morvik/host_options.h"
+#include "morvik/start_options.h"
 #include "morvik/version.h"
 
 namespace morvik::runtime {

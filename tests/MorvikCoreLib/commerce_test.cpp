@@ -111,13 +111,13 @@ TEST_F(Commerce, ClearsClicksThatCameWhileTheAnswerWasOnItsWayToo) {
   EXPECT_EQ(kept(), Value(Array{}));
 }
 
-TEST_F(Commerce, LeavesTheClicksOfAStoreThatCameToLightWhileTheAnswerWasOnItsWay) {
+TEST_F(Commerce, LeavesTheClicksOfAStoreThatRecoveredWhileTheAnswerWasOnItsWay) {
   const Value carried = commerceClick("carried");
   keep(arrayOf({carried}));
   world.transport.on(kCommerce).then(Answer::json(Dictionary{}).after(1));
   send();
   keep(arrayOf({commerceClick("of the file"), carried}));
-  world.core().storeCameToLight();
+  world.core().storeRecovered();
   world.loop.advance(2);
   EXPECT_EQ(kept(), arrayOf({commerceClick("of the file")}));
 }

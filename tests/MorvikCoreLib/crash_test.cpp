@@ -281,7 +281,7 @@ TEST_F(Crash, GoesToTheShelfWhenTheStoreKeepsNothing) {
   EXPECT_EQ(world.report_shelf.reports().size(), 1U);
 }
 
-TEST_F(Crash, OfAThreadThatHoldsTheHouseLockDoesNotWaitForItself) {
+TEST_F(Crash, OfAThreadThatHoldsTheListLockDoesNotWaitForItself) {
   world.userDefaults().inOneStep([&] { crash("fendo"); });
   EXPECT_TRUE(world.userDefaults().MorvikCoreUserInfo_Crash().isAbsent());
   EXPECT_EQ(world.report_shelf.reports().size(), 1U);
@@ -620,14 +620,14 @@ TEST_F(CrashUpload, OverwritesACrashThatCameWhileItWasInFlight) {
   EXPECT_EQ(world.userDefaults().MorvikCoreUserInfo_Crash(), Value(Array{}));
 }
 
-TEST_F(CrashUpload, LeavesTheReportsOfAStoreThatCameToLightWhileItWasInFlightAndSendsThemNext) {
+TEST_F(CrashUpload, LeavesTheReportsOfAStoreThatRecoveredWhileItWasInFlightAndSendsThemNext) {
   const Value large = reportOfBytes(150'000, "delivered");
   const Value beyond = reportOfBytes(50, "beyond the budget");
   keep(Array{large, beyond});
   world.transport.on(kCrash).then(Answer::json(kAccepted).after(1)).then(Answer::silence());
   send();
   keep(Array{reportOfBytes(50, "of the file"), large, beyond});
-  world.core().storeCameToLight();
+  world.core().storeRecovered();
   world.loop.advance(2);
   EXPECT_THAT(keptNames(), ElementsAre("of the file", "beyond the budget"));
   ASSERT_EQ(world.requests(kCrash).size(), 2U);

@@ -192,7 +192,7 @@ TEST_F(Demographics, KeepTheCompleteCopiesWhenThePendingOnesGo) {
   EXPECT_EQ(world.userDefaults().fendoUserDemoInfoForComplete_userId(), "user-7");
 }
 
-TEST_F(Demographics, OfAStoreThatCameToLightWhileTheAnswerWasOnItsWayStayPendingWhereTheyWereNotSent) {
+TEST_F(Demographics, OfAStoreThatRecoveredWhileTheAnswerWasOnItsWayStayPendingWhereTheyWereNotSent) {
   world.loop.perform([&] {
     world.core().setAge(27);
     world.core().setUserId("user-7");
@@ -202,7 +202,7 @@ TEST_F(Demographics, OfAStoreThatCameToLightWhileTheAnswerWasOnItsWayStayPending
   world.loop.perform([&] {
     world.core().setGender(MorvikCoreGenderMale);
     world.core().setUserId("user-8");
-    world.core().storeCameToLight();
+    world.core().storeRecovered();
   });
   world.loop.advance(2);
   EXPECT_EQ(world.core().fetchDemos(), Value(Array{demo("gender", 2), demo("userId", "user-8")}));

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "services/endpoints.h"
-#include "testing/kit_with.h"
+#include "testing/ports_with.h"
 #include "testing/world.h"
 
 namespace morvik {
@@ -22,11 +22,11 @@ using testing::TestWorld;
 constexpr const char* kLaunchCounter = "com.morvik.core.appLaunchCount";
 
 /// After the next payload that it seals, another thread's commit brings the store to light.
-class MeddledServices final : public testing::FakeServices {
+class MeddledServices final : public testing::FakeServicesLib {
  public:
-  using FakeServices::FakeServices;
+  using FakeServicesLib::FakeServicesLib;
   Value makeJsonParameter(const Value& payload, const std::string& encryption_key) override {
-    Value sealed = FakeServices::makeJsonParameter(payload, encryption_key);
+    Value sealed = FakeServicesLib::makeJsonParameter(payload, encryption_key);
     if (after_sealing)
       std::exchange(after_sealing, nullptr)();
     return sealed;
@@ -88,9 +88,9 @@ class LateStore : public ::testing::Test {
     world_.transport.setDefaultAnswer(Answer::silence());
     services_.setCommonParameter("install_id", "of the dark");
   }
-  void comesToLight() {
+  void recovers() {
     services_.setCommonParameter("install_id", "of the file");
-    core_->storeCameToLight();
+    core_->storeRecovered();
   }
   /// An age was sent, and is accepted in a second.
   void sendAge() {
@@ -108,15 +108,15 @@ class LateStore : public ::testing::Test {
 
   TestWorld world_;
   MeddledServices services_{world_.userDefaults(), {world_.cipher, world_.compressor, world_.random}};
-  kit::HouseLock lock_;
+  kit::ListLock lock_;
   MeddledStore store_{world_.store};
-  const kit::Kit kit_ =
-      testing::kitWith(world_.kit(), {.key_value_store = &store_, .house_lock = &lock_, .services = &services_});
+  const kit::Ports kit_ =
+      testing::portsWith(world_.ports(), {.key_value_store = &store_, .list_lock = &lock_, .services = &services_});
   const std::shared_ptr<MorvikCoreLib> core_ = MorvikCoreLib::make(kit_);
 };
 
 TEST_F(LateStore, IsTheOneThatAConversionNamesWhoseParametersWereMadeBefore) {
-  services_.after_sealing = [this] { comesToLight(); };
+  services_.after_sealing = [this] { recovers(); };
   world_.loop.perform([this] { core_->setReferralUrlForFacebook(kit::Url("https://f.example/?ck=12")); });
   ASSERT_FALSE(services_.after_sealing);
   EXPECT_EQ(onlyInstall(services::kThirdPartyConversionPath), "of the file");
@@ -126,7 +126,7 @@ TEST_F(LateStore, IsTheOneThatARepeatedConversionNames) {
   world_.transport.on(services::kConversionPath).then(Answer::error("no answer")).then(Answer::silence());
   world_.loop.perform([this] { core_->conversion(Value()); });
   world_.transport.clearRequests();
-  comesToLight();
+  recovers();
   world_.loop.advance(11);
   EXPECT_EQ(onlyInstall(services::kConversionPath), "of the file");
 }
@@ -141,7 +141,7 @@ TEST_F(LateStore, KeepsADemographicThatWasNotSentAlthoughOthersAreAcceptedAtThat
   sendAge();
   store_.meddle(services::property::fendoUserDemoInfo_age, lock_.mutex, [this] {
     world_.store.set(services::property::fendoUserDemoInfo_gender, 2);
-    core_->storeCameToLight();
+    core_->storeRecovered();
   });
   world_.loop.advance(2);
   EXPECT_EQ(world_.userDefaults().fendoUserDemoInfo_age(), -1);

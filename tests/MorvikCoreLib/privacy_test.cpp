@@ -5,7 +5,7 @@
 
 #include "services/describe.h"
 #include "testing/json_reader.h"
-#include "testing/kit_with.h"
+#include "testing/ports_with.h"
 #include "testing/sealed_payload.h"
 #include "tests/MorvikCoreLib/odd_values.h"
 #include "tests/MorvikCoreLib/records.h"
@@ -86,7 +86,7 @@ class WatchedStart final : public kit::Transport {
 TEST_F(ForgetMe, IsNotAcceptedAnyMoreWhenItsRequestIsStarted) {
   std::vector<Flags> at_start;
   WatchedStart transport(world.transport, [&] { at_start.push_back(flags()); });
-  const kit::Kit kit = testing::kitWith(world.kit(), {.transport = &transport});
+  const kit::Ports kit = testing::portsWith(world.ports(), {.transport = &transport});
   const auto core = MorvikCoreLib::make(kit);
   for (const bool forget_me : {true, false}) {
     world.loop.perform([&] {

@@ -118,7 +118,7 @@ TEST_F(Sending, OffTheRequestOperationIsTheLastGate) {
   bool was_answered = false;
   const auto start = [&] {
     return services::run(
-        {world.kit().transport, world.kit().json, world.kit().services},
+        {world.ports().transport, world.ports().json, world.ports().services_lib},
         services::postRequest("https://service.example/", "v1/tracking", {}, services::AcceptEncoding::kUnset),
         [&was_answered](const Value&) { was_answered = true; },
         services::ErrorHandler(

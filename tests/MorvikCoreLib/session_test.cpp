@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "services/endpoints.h"
-#include "testing/kit_with.h"
+#include "testing/ports_with.h"
 #include "tests/MorvikCoreLib/clicks.h"
 #include "tests/MorvikCoreLib/records.h"
 
@@ -714,7 +714,7 @@ class ObservedTasks final : public kit::BackgroundTasks {
 
 TEST_F(Session, BackgroundTimeThatBeginsWhileAnotherIsGivenBackIsNotForgotten) {
   ObservedTasks tasks(world.loop.backgroundTasks());
-  const kit::Kit kit = testing::kitWith(world.kit(), {.background_tasks = &tasks});
+  const kit::Ports kit = testing::portsWith(world.ports(), {.background_tasks = &tasks});
   const auto core = MorvikCoreLib::make(kit);
   world.loop.perform([&] {
     core->enterBackground();

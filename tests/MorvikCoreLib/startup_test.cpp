@@ -68,7 +68,7 @@ TEST(StartUp, FetchesTheTrackingKeyFromAFreshConfigurationAndReplacesAnEarlierOn
   TestWorld world;
   EXPECT_EQ(world.sharedState().kAESSuperKeyForTracking, "test-tracking");
   world.config.setTrackingKey("another");
-  const auto second = MorvikCoreLib::make(world.kit());
+  const auto second = MorvikCoreLib::make(world.ports());
   EXPECT_EQ(world.sharedState().kAESSuperKeyForTracking, "another");
 }
 
@@ -120,7 +120,7 @@ TEST(StartUp, AUserWhoAskedToBeForgottenTriggersNothing) {
 
 TEST(SharedObject, IsTheSameForEveryCallerAndMadeOnce) {
   TestWorld world;
-  ASSERT_TRUE(MorvikCoreLib::provideSharedKit(world.kit()));
+  ASSERT_TRUE(MorvikCoreLib::provideSharedPorts(world.ports()));
   world.log.clear();
   std::vector<std::shared_ptr<MorvikCoreLib>> seen(4);
   std::vector<std::thread> threads;
@@ -134,27 +134,27 @@ TEST(SharedObject, IsTheSameForEveryCallerAndMadeOnce) {
   }
   EXPECT_EQ(world.log.countContaining(".framework Version"), 1U);
   EXPECT_FALSE(seen.front()->_isTrackingCalled());
-  MorvikCoreLib::withdrawSharedKit(world.kit());
+  MorvikCoreLib::withdrawSharedPorts(world.ports());
 }
 
 TEST(SharedObject, IsNullBeforeAKitIsGivenAndAfterItIsWithdrawn) {
   TestWorld world;
   EXPECT_EQ(MorvikCoreLib::shared(), nullptr);
-  MorvikCoreLib::provideSharedKit(world.kit());
+  MorvikCoreLib::provideSharedPorts(world.ports());
   EXPECT_NE(MorvikCoreLib::shared(), nullptr);
-  MorvikCoreLib::withdrawSharedKit(world.kit());
+  MorvikCoreLib::withdrawSharedPorts(world.ports());
   EXPECT_EQ(MorvikCoreLib::shared(), nullptr);
 }
 
 TEST(SharedObject, TakesOneKitAtATime) {
   TestWorld first;
   TestWorld second;
-  EXPECT_TRUE(MorvikCoreLib::provideSharedKit(first.kit()));
-  EXPECT_TRUE(MorvikCoreLib::provideSharedKit(first.kit()));
-  EXPECT_FALSE(MorvikCoreLib::provideSharedKit(second.kit()));
-  MorvikCoreLib::withdrawSharedKit(second.kit());
+  EXPECT_TRUE(MorvikCoreLib::provideSharedPorts(first.ports()));
+  EXPECT_TRUE(MorvikCoreLib::provideSharedPorts(first.ports()));
+  EXPECT_FALSE(MorvikCoreLib::provideSharedPorts(second.ports()));
+  MorvikCoreLib::withdrawSharedPorts(second.ports());
   EXPECT_NE(MorvikCoreLib::shared(), nullptr);
-  MorvikCoreLib::withdrawSharedKit(first.kit());
+  MorvikCoreLib::withdrawSharedPorts(first.ports());
 }
 
 TEST(TwoObjects, InOneProcessDoNotTouchEachOther) {

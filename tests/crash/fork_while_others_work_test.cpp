@@ -57,7 +57,7 @@ class Others {
 class ForkWhileOthersWork : public ::testing::Test {
  protected:
   std::unique_ptr<MorvikCore> start(const std::string& name, MainQueueMode mode = MainQueueMode::kOwnThread) {
-    HostOptions options;
+    StartOptions options;
     options.store_folder = folder_ / name;
     options.app_key = "app";
     options.hash_key = "hash";

@@ -62,7 +62,7 @@ class ForkWithinACallback : public ::testing::Test {
   }
 
   const test::ScratchFolder folder;
-  HostOptions options;
+  StartOptions options;
   std::unique_ptr<MorvikCore> core;
   pid_t child = -1;
 };

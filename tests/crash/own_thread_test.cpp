@@ -45,7 +45,7 @@ void giveUp() {
 class OwnThreadDeathTest : public ::testing::Test {
  protected:
   /// Starts a kit and does what crashes with it. Ends with the process, or after a while.
-  void crash(const std::function<void(morvik::MorvikCore&)>& act, morvik::HostOptions options,
+  void crash(const std::function<void(morvik::MorvikCore&)>& act, morvik::StartOptions options,
              const std::shared_ptr<const morvik::MorvikCoreDelegate>& delegate = nullptr) const {
     options.store_folder = folder();
     options.app_key = "app";
@@ -65,7 +65,7 @@ class OwnThreadDeathTest : public ::testing::Test {
     end.get_future().wait_for(kGiveUp);
     std::_Exit(1);
   }
-  void crashInACallback(std::function<void()> callback, morvik::HostOptions options = {}) const {
+  void crashInACallback(std::function<void()> callback, morvik::StartOptions options = {}) const {
     crash([&callback](morvik::MorvikCore& core) { core.perform(std::move(callback)); }, std::move(options));
   }
 
@@ -99,7 +99,7 @@ TEST_F(OwnThreadDeathTest, AFaultInTheLibraryThatACallbackCalledIsTheAppsAffairA
 
 TEST_F(OwnThreadDeathTest, TheRecordTellsOfTheProcessAsItLastWas) {
   static int asked = 0;
-  morvik::HostOptions options;
+  morvik::StartOptions options;
   options.device.system_version = "12.1";
   morvik::Module module;
   module.getSDKVersion = [] { return std::to_string(++asked); };
@@ -163,7 +163,7 @@ constexpr auto kFault = [](const auto&...) { std::memset(nothing, 0, size); };
 /// One slot of the app's that faults, and what has the kit call it.
 struct FaultySlot {
   const char* name;
-  std::function<void(morvik::HostOptions&, morvik::MorvikCoreDelegate&)> fill;
+  std::function<void(morvik::StartOptions&, morvik::MorvikCoreDelegate&)> fill;
   std::function<void(morvik::MorvikCore&)> act = [](morvik::MorvikCore&) {};
 };
 
@@ -203,7 +203,7 @@ class FaultySlotDeathTest : public OwnThreadDeathTest, public ::testing::WithPar
 
 TEST_P(FaultySlotDeathTest, IsTheAppsAffair) {
   const auto delegate = std::make_shared<morvik::MorvikCoreDelegate>();
-  morvik::HostOptions options;
+  morvik::StartOptions options;
   GetParam().fill(options, *delegate);
   EXPECT_EXIT(crash(GetParam().act, options, delegate), KilledBySignal(SIGSEGV), "");
   EXPECT_EQ(reason(), "SIGSEGV");

@@ -12,7 +12,7 @@
 #include <variant>
 #include <vector>
 
-#include "host/make_host.h"
+#include "host/make_instance.h"
 #include "host/store/file_eraser.h"
 #include "host/store/sqlite_store.h"
 #include "runtime/siblings/kept_identifier.h"
@@ -26,8 +26,8 @@ namespace {
 class MemoryRunsOutInACall : public ::testing::Test {
  protected:
   MemoryRunsOutInACall() { start(); }
-  HostOptions optionsHere() const {
-    HostOptions options;
+  StartOptions optionsHere() const {
+    StartOptions options;
     options.store_folder = folder_ / store_;
     options.app_key = "app";
     options.hash_key = "hash";
@@ -39,10 +39,10 @@ class MemoryRunsOutInACall : public ::testing::Test {
     return options;
   }
   void start() {
-    host_.reset();
-    auto made = makeHost(optionsHere());
-    ASSERT_TRUE(std::holds_alternative<std::unique_ptr<runtime::Host>>(made)) << std::get<kit::Error>(made).message;
-    host_ = std::get<std::unique_ptr<runtime::Host>>(std::move(made));
+    instance_.reset();
+    auto made = makeInstance(optionsHere());
+    ASSERT_TRUE(std::holds_alternative<std::unique_ptr<runtime::Instance>>(made)) << std::get<kit::Error>(made).message;
+    instance_ = std::get<std::unique_ptr<runtime::Instance>>(std::move(made));
   }
   /// What another process would find if this one died now.
   size_t storedIn(std::string_view key) const {
@@ -51,19 +51,19 @@ class MemoryRunsOutInACall : public ::testing::Test {
   }
 
   /// Has each allocation of `record` fail, and all that follow it. What it answers is compared with the list of `key`.
-  void expectTrueAnswers(std::string_view key, const std::function<Recorded(runtime::Host&)>& record) {
-    size_t recorded = host_->storedValue(key).size();
+  void expectTrueAnswers(std::string_view key, const std::function<Recorded(runtime::Instance&)>& record) {
+    size_t recorded = instance_->storedValue(key).size();
     int kept = 0;
     int kept_in_memory = 0;
     int refused = 0;
     for (uint64_t succeeding = 0; kept < 3; ++succeeding) {
       test::FailingAllocations memory(succeeding);
       Recorded answer = Recorded::kRefusedEmpty;
-      ASSERT_NO_THROW(answer = record(*host_)) << "after " << succeeding << " allocations";
+      ASSERT_NO_THROW(answer = record(*instance_)) << "after " << succeeding << " allocations";
       memory.over();
       recorded += isKept(answer) ? 1U : 0U;
-      ASSERT_EQ(host_->storedValue(key).size(), recorded) << toText(answer) << " after " << succeeding;
-      ASSERT_TRUE(host_->ledger().isSound()) << toText(answer) << " after " << succeeding;
+      ASSERT_EQ(instance_->storedValue(key).size(), recorded) << toText(answer) << " after " << succeeding;
+      ASSERT_TRUE(instance_->ledger().isSound()) << toText(answer) << " after " << succeeding;
       if (answer == Recorded::kKept) {
         ASSERT_EQ(storedIn(key), recorded) << "after " << succeeding << " allocations";
         ++kept;
@@ -91,9 +91,9 @@ class MemoryRunsOutInACall : public ::testing::Test {
   }
   void runWhatWaits() {
     bool has_run = false;
-    host_->perform([&has_run] { has_run = true; });
+    instance_->perform([&has_run] { has_run = true; });
     while (!has_run)
-      host_->dispatch();
+      instance_->dispatch();
   }
 
   /// What `set` sets stands in both places of the value or in neither, as it answers.
@@ -111,36 +111,36 @@ class MemoryRunsOutInACall : public ::testing::Test {
                        else
                          EXPECT_EQ(answer, Recorded::kRefusedNoMemory) << when;
                        refused += isKept(answer) ? 0 : 1;
-                       EXPECT_EQ(host_->storedValue(pending), stands) << toText(answer) << ' ' << when;
-                       EXPECT_EQ(host_->storedValue(complete), stands) << toText(answer) << ' ' << when;
-                       EXPECT_TRUE(host_->ledger().isSound()) << when;
+                       EXPECT_EQ(instance_->storedValue(pending), stands) << toText(answer) << ' ' << when;
+                       EXPECT_EQ(instance_->storedValue(complete), stands) << toText(answer) << ' ' << when;
+                       EXPECT_TRUE(instance_->ledger().isSound()) << when;
                        wanted = stands == one ? other : one;
                      });
     EXPECT_GT(refused, 0);
     start();
-    EXPECT_EQ(host_->storedValue(pending), stands);
-    EXPECT_EQ(host_->storedValue(complete), stands);
-    EXPECT_TRUE(host_->ledger().isSound());
+    EXPECT_EQ(instance_->storedValue(pending), stands);
+    EXPECT_EQ(instance_->storedValue(complete), stands);
+    EXPECT_TRUE(instance_->ledger().isSound());
   }
 
   const test::ScratchFolder folder_;
   std::string store_ = "store";
-  std::unique_ptr<runtime::Host> host_;
+  std::unique_ptr<runtime::Instance> instance_;
 };
 
 TEST_F(MemoryRunsOutInACall, AnActivityIsKeptOrRefusedAsTheCallSays) {
   expectTrueAnswers("fendoActivityInfos",
-                    [](runtime::Host& host) { return host.addActivity("shop", "look", "at this"); });
+                    [](runtime::Instance& instance) { return instance.addActivity("shop", "look", "at this"); });
 }
 
 TEST_F(MemoryRunsOutInACall, AnImpressionIsKeptOrRefusedAsTheCallSays) {
   const Impression impression{.campaign_key = 7, .space_key = "home"};
   expectTrueAnswers("fendoImpressionInfos",
-                    [&impression](runtime::Host& host) { return host.addImpression(impression); });
+                    [&impression](runtime::Instance& instance) { return instance.addImpression(impression); });
 }
 
 TEST_F(MemoryRunsOutInACall, WhatAStoreThatCannotBeWrittenLeavesInMemoryIsThereAndNothingIsThrown) {
-  host_.reset();
+  instance_.reset();
   std::filesystem::remove_all(folder_ / store_);
   std::filesystem::create_directories(folder_ / "store/morvik.store/in-the-way");
   start();
@@ -148,11 +148,12 @@ TEST_F(MemoryRunsOutInACall, WhatAStoreThatCannotBeWrittenLeavesInMemoryIsThereA
   for (uint64_t succeeding = 0; succeeding < 500; ++succeeding) {
     test::FailingAllocations memory(succeeding);
     Recorded answer = Recorded::kRefusedEmpty;
-    ASSERT_NO_THROW(answer = host_->addActivity("shop", "look", "at this")) << "after " << succeeding << " allocations";
+    ASSERT_NO_THROW(answer = instance_->addActivity("shop", "look", "at this"))
+        << "after " << succeeding << " allocations";
     memory.over();
     ASSERT_NE(answer, Recorded::kKept);
     recorded += isKept(answer) ? 1U : 0U;
-    ASSERT_EQ(host_->storedValue("fendoActivityInfos").size(), recorded) << toText(answer);
+    ASSERT_EQ(instance_->storedValue("fendoActivityInfos").size(), recorded) << toText(answer);
   }
   EXPECT_GT(recorded, 400U);
 }
@@ -162,34 +163,35 @@ TEST_F(MemoryRunsOutInACall, WhatItLeftUncommittedIsCommittedAlthoughNothingElse
   for (uint64_t succeeding = 0; answer != Recorded::kKeptInMemory; ++succeeding) {
     ASSERT_NE(answer, Recorded::kKept) << "no allocation of its commit failed";
     test::FailingAllocations memory(succeeding);
-    answer = host_->addActivity("shop", "look", std::nullopt);
+    answer = instance_->addActivity("shop", "look", std::nullopt);
     memory.over();
   }
-  const size_t recorded = host_->storedValue("fendoActivityInfos").size();
-  host_->dispatch();  // what start() left
+  const size_t recorded = instance_->storedValue("fendoActivityInfos").size();
+  instance_->dispatch();  // what start() left
   bool has_run = false;
-  host_->perform([&has_run] { has_run = true; });
+  instance_->perform([&has_run] { has_run = true; });
   while (!has_run)
-    host_->dispatch();
+    instance_->dispatch();
   EXPECT_EQ(storedIn("fendoActivityInfos"), recorded);
 }
 
 TEST_F(MemoryRunsOutInACall, AnAgeStandsInBothItsPlacesOrInNeitherAsTheCallSays) {
   expectBothOrNeither("fendoUserDemoInfo_age", "fendoUserDemoInfoForComplete_age", kit::Value(27), kit::Value(28),
-                      [this](const kit::Value& age) { return host_->setAge(static_cast<int32_t>(age.integer())); });
+                      [this](const kit::Value& age) { return instance_->setAge(static_cast<int32_t>(age.integer())); });
 }
 
 TEST_F(MemoryRunsOutInACall, AGenderStandsInBothItsPlacesOrInNeitherAsTheCallSays) {
   expectBothOrNeither(
       "fendoUserDemoInfo_gender", "fendoUserDemoInfoForComplete_gender", kit::Value(1), kit::Value(-1),
-      [this](const kit::Value& value) { return host_->setGender(static_cast<int32_t>(value.integer())); });
+      [this](const kit::Value& value) { return instance_->setGender(static_cast<int32_t>(value.integer())); });
 }
 
 TEST_F(MemoryRunsOutInACall, AUserIdStandsInBothItsPlacesOrInNeitherAsTheCallSays) {
-  expectBothOrNeither(
-      "fendoUserDemoInfo_userId", "fendoUserDemoInfoForComplete_userId",
-      kit::Value("a user id that is longer than what a short text may be"), kit::Value(),
-      [this](const kit::Value& id) { return id.isString() ? host_->setUserId(id.string()) : host_->clearUserId(); });
+  expectBothOrNeither("fendoUserDemoInfo_userId", "fendoUserDemoInfoForComplete_userId",
+                      kit::Value("a user id that is longer than what a short text may be"), kit::Value(),
+                      [this](const kit::Value& id) {
+                        return id.isString() ? instance_->setUserId(id.string()) : instance_->clearUserId();
+                      });
 }
 
 TEST_F(MemoryRunsOutInACall, AWishToBeForgottenStandsAndIsToldOrDoesNotStandAsTheCallSays) {
@@ -197,19 +199,19 @@ TEST_F(MemoryRunsOutInACall, AWishToBeForgottenStandsAndIsToldOrDoesNotStandAsTh
   bool wanted = true;
   Recorded answer = Recorded::kRefusedEmpty;
   runWhatWaits();
-  atEachAllocation([&] { answer = host_->gdprForgetMe(wanted); },
+  atEachAllocation([&] { answer = instance_->gdprForgetMe(wanted); },
                    [&](const std::string& when) {
                      if (isKept(answer)) {
                        stands = wanted;
-                       EXPECT_GT(host_->pending().main_blocks, 0U) << "nobody tells it " << when;
+                       EXPECT_GT(instance_->pending().main_blocks, 0U) << "nobody tells it " << when;
                      }
-                     EXPECT_EQ(host_->isGdprForgetMe(), stands) << toText(answer) << ' ' << when;
-                     EXPECT_EQ(host_->properties().MorvikCoreUserInfo_isGDPRForgetMe(), stands) << when;
+                     EXPECT_EQ(instance_->isGdprForgetMe(), stands) << toText(answer) << ' ' << when;
+                     EXPECT_EQ(instance_->properties().MorvikCoreUserInfo_isGDPRForgetMe(), stands) << when;
                      wanted = !stands;
                      runWhatWaits();
                    });
   start();
-  EXPECT_EQ(host_->isGdprForgetMe(), stands);
+  EXPECT_EQ(instance_->isGdprForgetMe(), stands);
 }
 
 TEST_F(MemoryRunsOutInACall, WhatIsRefusedIsRefusedForItsReasonAndCounted) {
@@ -224,25 +226,25 @@ TEST_F(MemoryRunsOutInACall, WhatIsRefusedIsRefusedForItsReasonAndCounted) {
                        ++so_often;
                      });
     refusals += so_often;
-    for (const Ledger::Refused& refused : host_->ledger().refused) {
+    for (const Ledger::Refused& refused : instance_->ledger().refused) {
       if (refused.reason == toText(reason))
         so_often -= refused.count;
     }
     EXPECT_EQ(so_often, 0U) << toText(reason);
   };
-  host_->setLogLevel(3);  // so that there are lines to post
-  refuse([&] { return host_->addActivity("", "look", std::nullopt); }, Recorded::kRefusedEmpty);
-  refuse([&] { return host_->addActivity("shop", too_long, std::nullopt); }, Recorded::kRefusedTooLarge);
-  host_->gdprForgetMe(true);
-  refuse([&] { return host_->addActivity("shop", "look", std::nullopt); }, Recorded::kRefusedForgotten);
+  instance_->setLogLevel(3);  // so that there are lines to post
+  refuse([&] { return instance_->addActivity("", "look", std::nullopt); }, Recorded::kRefusedEmpty);
+  refuse([&] { return instance_->addActivity("shop", too_long, std::nullopt); }, Recorded::kRefusedTooLarge);
+  instance_->gdprForgetMe(true);
+  refuse([&] { return instance_->addActivity("shop", "look", std::nullopt); }, Recorded::kRefusedForgotten);
   runWhatWaits();
-  host_->stop();
-  refuse([&] { return host_->addActivity("shop", "look", std::nullopt); }, Recorded::kRefusedNotRunning);
+  instance_->stop();
+  refuse([&] { return instance_->addActivity("shop", "look", std::nullopt); }, Recorded::kRefusedNotRunning);
   EXPECT_GT(refusals, 8U);
 }
 
 TEST_F(MemoryRunsOutInACall, AFlushIsAnsweredOnce) {
-  host_->addActivity("shop", "look", std::nullopt);
+  instance_->addActivity("shop", "look", std::nullopt);
   int answers = 0;
   std::optional<FlushReason> reason;
   int without_memory = 0;
@@ -254,7 +256,7 @@ TEST_F(MemoryRunsOutInACall, AFlushIsAnsweredOnce) {
           ++answers;
           reason = result.reason;
         };
-        host_->flush(std::move(done), std::chrono::seconds(5));
+        instance_->flush(std::move(done), std::chrono::seconds(5));
       },
       [&](const std::string& when) {
         runWhatWaits();
@@ -271,7 +273,7 @@ TEST_F(MemoryRunsOutInACall, APerformedBlockThatCouldNotBePostedIsNotWaitedFor) 
   atEachAllocation(
       [&] {
         ++calls;
-        host_->perform([&runs] { ++runs; });
+        instance_->perform([&runs] { ++runs; });
       },
       [](const std::string&) {});
   EXPECT_GT(calls, 1);
@@ -280,51 +282,51 @@ TEST_F(MemoryRunsOutInACall, APerformedBlockThatCouldNotBePostedIsNotWaitedFor) 
   // Only what waits counts for the limit.
   runs = 0;
   for (size_t waiting = 0; waiting < runtime::kMaxPostedCalls; ++waiting)
-    host_->perform([&runs] { ++runs; });
-  while (host_->pending().main_blocks > 0)
-    host_->dispatch();
+    instance_->perform([&runs] { ++runs; });
+  while (instance_->pending().main_blocks > 0)
+    instance_->dispatch();
   EXPECT_EQ(runs, runtime::kMaxPostedCalls);
 }
 
 TEST_F(MemoryRunsOutInACall, NoOtherOperationThrowsAndTheKitGoesOn) {
   const auto delegate = std::make_shared<const MorvikCoreDelegate>();
   const std::vector<std::function<void()>> operations = {
-      [&] { host_->applicationDidBecomeActive(); },
-      [&] { host_->applicationDidEnterBackground(); },
-      [&] { host_->pushTracking(); },
-      [&] { static_cast<void>(host_->waitUntilDelivered(std::chrono::milliseconds(0))); },
-      [&] { host_->setSendingEnabled(false); },
-      [&] { host_->setSendingEnabled(true); },
-      [&] { host_->passOpenURL("app://x?cid=shoe"); },
-      [&] { host_->thirdPartyConversion(); },
-      [&] { host_->setDelegate(delegate); },
-      [&] { host_->setLogLevel(0); },
-      [&] { static_cast<void>(host_->ledger()); },
-      [&] { static_cast<void>(host_->status()); },
-      [&] { host_->dispatch(); },
+      [&] { instance_->applicationDidBecomeActive(); },
+      [&] { instance_->applicationDidEnterBackground(); },
+      [&] { instance_->pushTracking(); },
+      [&] { static_cast<void>(instance_->waitUntilDelivered(std::chrono::milliseconds(0))); },
+      [&] { instance_->setSendingEnabled(false); },
+      [&] { instance_->setSendingEnabled(true); },
+      [&] { instance_->passOpenURL("app://x?cid=shoe"); },
+      [&] { instance_->thirdPartyConversion(); },
+      [&] { instance_->setDelegate(delegate); },
+      [&] { instance_->setLogLevel(0); },
+      [&] { static_cast<void>(instance_->ledger()); },
+      [&] { static_cast<void>(instance_->status()); },
+      [&] { instance_->dispatch(); },
   };
   for (size_t number = 0; number < operations.size(); ++number) {
     SCOPED_TRACE(number);
     // Sessions alternate, so one of two of the first operations has nothing to do.
     atEachAllocation(operations[number], [](const std::string&) {});
     runWhatWaits();
-    EXPECT_EQ(host_->addActivity("shop", "look", std::nullopt), Recorded::kKept);
-    EXPECT_TRUE(host_->ledger().isSound());
+    EXPECT_EQ(instance_->addActivity("shop", "look", std::nullopt), Recorded::kKept);
+    EXPECT_TRUE(instance_->ledger().isSound());
   }
-  EXPECT_TRUE(host_->status().is_running);
+  EXPECT_TRUE(instance_->status().is_running);
 }
 
 TEST_F(MemoryRunsOutInACall, AStopGoesOnWithTheNextOneAndTheFolderIsFreeThen) {
   bool has_failed = true;
   for (uint64_t succeeding = 0; has_failed; ++succeeding) {
     test::FailingAllocations memory(succeeding);
-    EXPECT_NO_THROW(host_->stop()) << "after " << succeeding << " allocations";
+    EXPECT_NO_THROW(instance_->stop()) << "after " << succeeding << " allocations";
     memory.over();
     has_failed = memory.hasFailed();
-    host_->stop();
-    EXPECT_FALSE(host_->status().is_running) << "after " << succeeding << " allocations";
+    instance_->stop();
+    EXPECT_FALSE(instance_->status().is_running) << "after " << succeeding << " allocations";
     start();
-    ASSERT_NE(host_, nullptr) << "after " << succeeding << " allocations";
+    ASSERT_NE(instance_, nullptr) << "after " << succeeding << " allocations";
   }
 }
 
@@ -334,18 +336,18 @@ TEST_F(MemoryRunsOutInACall, AnErasingThatWasBegunIsFinishedByTheNextStart) {
   bool has_failed = true;
   for (uint64_t succeeding = 0; has_failed; ++succeeding) {
     SCOPED_TRACE("after " + std::to_string(succeeding) + " allocations");
-    const kit::Value id = host_->storedValue(runtime::kInstallIdKey);
+    const kit::Value id = instance_->storedValue(runtime::kInstallIdKey);
     bool is_erased = false;
     test::FailingAllocations memory(succeeding);
-    EXPECT_NO_THROW(is_erased = host_->eraseLocalData());
+    EXPECT_NO_THROW(is_erased = instance_->eraseLocalData());
     memory.over();
     has_failed = memory.hasFailed();
     const bool is_begun = is_erased || std::filesystem::exists(FileEraser::markerPath({.folder = folder_ / store_}));
     not_begun += is_begun ? 0 : 1;
     left += is_begun && !is_erased ? 1 : 0;
     start();
-    ASSERT_NE(host_, nullptr);
-    EXPECT_EQ(host_->storedValue(runtime::kInstallIdKey) != id, is_begun);
+    ASSERT_NE(instance_, nullptr);
+    EXPECT_EQ(instance_->storedValue(runtime::kInstallIdKey) != id, is_begun);
   }
   EXPECT_GT(not_begun, 0);
   EXPECT_GT(left, 0);
@@ -353,10 +355,10 @@ TEST_F(MemoryRunsOutInACall, AnErasingThatWasBegunIsFinishedByTheNextStart) {
 
 TEST_F(MemoryRunsOutInACall, TheDestructorLeavesWhatItCannotEnd) {
   test::FailingAllocations memory(0);
-  host_.reset();
+  instance_.reset();
   memory.over();
-  HostOptions options = optionsHere();
-  const auto made = makeHost(options);
+  StartOptions options = optionsHere();
+  const auto made = makeInstance(options);
   ASSERT_TRUE(std::holds_alternative<kit::Error>(made)) << "its threads may still be at work";
   EXPECT_NE(std::get<kit::Error>(made).message.find("in use by another kit of this process"), std::string::npos)
       << std::get<kit::Error>(made).message;

@@ -14,7 +14,7 @@
 namespace morvik::host {
 namespace {
 
-std::string placesErrorOf(const HostOptions& options) {
+std::string placesErrorOf(const StartOptions& options) {
   const auto error = SystemInputs().checkPlaces(options);
   return error ? error->message : "";
 }
@@ -50,11 +50,11 @@ TEST(SystemInputs, LetHttpLeadToThisMachineAlone) {
 
 TEST(SystemInputs, RefuseAStoreFolderThatIsAFile) {
   const test::ScratchFolder folder;
-  HostOptions options;
+  StartOptions options;
   options.store_folder = folder / "store";
   EXPECT_FALSE(SystemInputs().checkPlaces(options));
   std::ofstream(options.store_folder) << "a file";
-  EXPECT_EQ(placesErrorOf(options), "HostOptions::store_folder: " + options.store_folder +
+  EXPECT_EQ(placesErrorOf(options), "StartOptions::store_folder: " + options.store_folder +
                                         " is a file; name a folder, it is made when missing.");
   options.store_folder = folder / "";
   EXPECT_FALSE(SystemInputs().checkPlaces(options));
@@ -62,24 +62,24 @@ TEST(SystemInputs, RefuseAStoreFolderThatIsAFile) {
 
 TEST(SystemInputs, RefuseAStoreFolderBelowAFile) {
   const test::ScratchFolder folder;
-  HostOptions options;
+  StartOptions options;
   const std::string file = folder / "file";
   std::ofstream(file) << "a file";
   for (const char* below : {"/store", "/kits/store", "/"}) {
     options.store_folder = file + below;
-    EXPECT_EQ(placesErrorOf(options), "HostOptions::store_folder: " + options.store_folder + " lies below " + file +
+    EXPECT_EQ(placesErrorOf(options), "StartOptions::store_folder: " + options.store_folder + " lies below " + file +
                                           ", which is a file; name a folder, it is made when missing.");
   }
 }
 
 TEST(SystemInputs, RefuseAStoreFolderWhosePathIsTooLong) {
   const test::ScratchFolder folder;
-  HostOptions options;
+  StartOptions options;
   const std::string end = " bytes; name a folder whose absolute path has at most 491, and 255 in each of its parts.";
   const auto isRefused = [&](const std::string& store_folder) {
     options.store_folder = store_folder;
     return placesErrorOf(options) ==
-           "HostOptions::store_folder: its path is too long, with " + std::to_string(store_folder.size()) + end;
+           "StartOptions::store_folder: its path is too long, with " + std::to_string(store_folder.size()) + end;
   };
   EXPECT_TRUE(isRefused(folder / ("missing/" + std::string(256, 'x'))));
   EXPECT_TRUE(isRefused("/" + std::string(240, 'x') + "/" + std::string(250, 'x')));
@@ -90,16 +90,16 @@ TEST(SystemInputs, RefuseAStoreFolderWhosePathIsTooLong) {
 
 TEST(SystemInputs, RefuseAFileOfCertificatesThatIsNotThere) {
   const test::ScratchFolder folder;
-  HostOptions options;
+  StartOptions options;
   options.store_folder = folder / "store";
   options.ca_file = folder / "ca.pem";
-  const std::string file = "HostOptions::ca_file: the file " + options.ca_file;
+  const std::string file = "StartOptions::ca_file: the file " + options.ca_file;
   EXPECT_EQ(placesErrorOf(options),
             file + " cannot be read (No such file or directory); mend its path or its permissions.");
   std::ofstream(options.ca_file) << "certificates";
   EXPECT_FALSE(SystemInputs().checkPlaces(options));
   options.ca_file = folder / "";
-  EXPECT_EQ(placesErrorOf(options), "HostOptions::ca_file: the file " + options.ca_file +
+  EXPECT_EQ(placesErrorOf(options), "StartOptions::ca_file: the file " + options.ca_file +
                                         " is a folder; name the file of certificates (PEM) in it.");
 }
 

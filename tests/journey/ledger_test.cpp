@@ -83,7 +83,7 @@ class LedgerOfALife : public ::testing::TestWithParam<uint64_t> {
 
   std::set<std::string> storedIds() {
     std::set<std::string> ids;
-    for (const kit::Value& record : device_.host().properties().fendoActivityInfos().array())
+    for (const kit::Value& record : device_.instance().properties().fendoActivityInfos().array())
       ids.emplace(record["activityEventID"].string());
     return ids;
   }

@@ -17,7 +17,7 @@
 #include "testing/scripted_transport.h"
 #include "testing/sealed_payload.h"
 #include "testing/virtual_loop.h"
-#include "tests/journey/assembled_kit.h"
+#include "tests/journey/assembled_ports.h"
 #include "tests/support/document_block.h"
 
 namespace morvik::journey {
@@ -175,7 +175,7 @@ class Device {
   MorvikCoreLib& core() { return *parts_->core; }
 
   void start() {
-    parts_ = std::make_unique<AssembledKit>(surroundings());
+    parts_ = std::make_unique<AssembledPorts>(surroundings());
     loop_.perform([this] { parts_->launch(); });
   }
 
@@ -249,7 +249,7 @@ class Device {
             .background_tasks = loop_.backgroundTasks(),
             .notifications = loop_.notifications(),
             .store = store_,
-            .house_lock = house_lock_,
+            .list_lock = list_lock_,
             .transport = transport_,
             .log = log_,
             .idfa = case_.has_identifier ? std::optional<std::string>("an identifier") : std::nullopt,
@@ -297,8 +297,8 @@ class Device {
   testing::VirtualLoop loop_;
   testing::ScriptedTransport transport_{loop_};
   testing::FixedOffsetCalendar calendar_;
-  kit::HouseLock house_lock_;
-  std::unique_ptr<AssembledKit> parts_;
+  kit::ListLock list_lock_;
+  std::unique_ptr<AssembledPorts> parts_;
 };
 
 /// All requests of such a device, with and without modules.

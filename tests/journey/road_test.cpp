@@ -16,7 +16,7 @@
 #include "testing/scripted_transport.h"
 #include "testing/sealed_payload.h"
 #include "testing/virtual_loop.h"
-#include "tests/journey/assembled_kit.h"
+#include "tests/journey/assembled_ports.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik::journey {
@@ -109,27 +109,27 @@ class Road : public ::testing::Test {
   testing::VirtualLoop loop;
   testing::ScriptedTransport transport{loop};
   testing::FixedOffsetCalendar calendar;
-  kit::HouseLock house_lock;
+  kit::ListLock list_lock;
   kit::LogLevels log_levels;
   runtime::LedgerBook ledger{{.store = store,
-                              .house_lock = house_lock,
+                              .list_lock = list_lock,
                               .endpoints = allAt("https://service.example/"),
                               .logger = services::Logger(log_levels, log),
                               .has_hashed_identifier = false}};
-  runtime::LedgerStore counted_store{store, ledger, house_lock};
+  runtime::LedgerStore counted_store{store, ledger, list_lock};
   MachineNetwork network{transport};
   runtime::LedgerTransport counted_network{network, ledger};
-  AssembledKit parts{{.clock = loop.clock(),
-                      .calendar = calendar,
-                      .main_queue = loop.mainQueue(),
-                      .background_queue = loop.backgroundQueue(),
-                      .background_tasks = loop.backgroundTasks(),
-                      .notifications = loop.notifications(),
-                      .store = counted_store,
-                      .house_lock = house_lock,
-                      .transport = counted_network,
-                      .log = log,
-                      .ledger = &ledger}};
+  AssembledPorts parts{{.clock = loop.clock(),
+                        .calendar = calendar,
+                        .main_queue = loop.mainQueue(),
+                        .background_queue = loop.backgroundQueue(),
+                        .background_tasks = loop.backgroundTasks(),
+                        .notifications = loop.notifications(),
+                        .store = counted_store,
+                        .list_lock = list_lock,
+                        .transport = counted_network,
+                        .log = log,
+                        .ledger = &ledger}};
   MorvikCoreLib& core() { return *parts.core; }
 };
 

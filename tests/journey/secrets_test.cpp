@@ -85,8 +85,8 @@ class Secrets : public ::testing::Test {
   simulation::VirtualMachine machine_;
 
  private:
-  HostOptions options() {
-    HostOptions options = simulation::simulatedApp();
+  StartOptions options() {
+    StartOptions options = simulation::simulatedApp();
     options.app_key = "shown-app-key";
     options.hash_key = kHashKey;
     options.tracking_key = kTrackingKey;
@@ -97,7 +97,7 @@ class Secrets : public ::testing::Test {
 
   void liveOneDay() {
     const std::string plain = kPlain;
-    HostOptions woken = options();
+    StartOptions woken = options();
     woken.opened_url = "app://open?first=" + plain;
     phone_ = machine_.start(woken);
     phone_->storeOpenedUrl("app://open?second=" + plain);
@@ -121,7 +121,7 @@ class Secrets : public ::testing::Test {
   testing::SimulatedService service_{{cipher_, compressor_, random_},
                                      {"shown-app-key", kHashKey, kTrackingKey},
                                      [this] { return machine_.loop.now(); }};
-  std::unique_ptr<runtime::Host> phone_;
+  std::unique_ptr<runtime::Instance> phone_;
 };
 
 TEST_F(Secrets, KeysAreNeitherStoredNorSent) {

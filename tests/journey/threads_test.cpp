@@ -37,7 +37,7 @@
 #include "testing/recording_log.h"
 #include "testing/sealed_payload.h"
 #include "tests/host/loop/loop_rig.h"
-#include "tests/journey/assembled_kit.h"
+#include "tests/journey/assembled_ports.h"
 #include "tests/support/scratch_folder.h"
 
 namespace morvik::journey {
@@ -158,13 +158,13 @@ struct Machine {
   host::SystemClock clock;
   host::SystemCalendar calendar;
   host::SqliteStore store;
-  kit::HouseLock house_lock;
+  kit::ListLock list_lock;
   runtime::LedgerBook ledger{{.store = store,
-                              .house_lock = house_lock,
+                              .list_lock = list_lock,
                               .endpoints = allAt(service_url),
                               .logger = services::Logger(log_levels, log),
                               .has_hashed_identifier = false}};
-  runtime::LedgerStore counted_store{store, ledger, house_lock};
+  runtime::LedgerStore counted_store{store, ledger, list_lock};
   runtime::TurnGate gate;
   host::MainLoop loop{host::LoopMode::kOwnThread, services::Logger(log_levels, log)};
   host::BackgroundThread background{services::Logger(log_levels, log)};
@@ -184,7 +184,7 @@ struct Machine {
             .background_tasks = tasks,
             .notifications = notifications,
             .store = counted_store,
-            .house_lock = house_lock,
+            .list_lock = list_lock,
             .transport = *counted_network,
             .log = log,
             .service_url = service_url,
@@ -244,7 +244,7 @@ TEST(Threads, SessionsThatStartAndEndAsFastAsTheyCanLoseNoEvent) {
   Machine machine(folder.path());
   CountingService service;
   AnsweringThread network(machine.loop, machine.gate, [&](const kit::Request& r) { return service.answer(r); });
-  AssembledKit parts(machine.around(network));
+  AssembledPorts parts(machine.around(network));
   parts.launch();
   ASSERT_FALSE(machine.loop.open().has_value());
 
@@ -345,7 +345,7 @@ TEST(Threads, TheLedgerIsSoundAtEveryReadingAndExactAtTheEnd) {
   Machine machine(folder.path());
   CountingService service;
   AnsweringThread network(machine.loop, machine.gate, [&](const kit::Request& r) { return service.answer(r); });
-  AssembledKit parts(machine.around(network));
+  AssembledPorts parts(machine.around(network));
   parts.properties.setFendoUserInfo_fendoUserNo(1001);
   parts.properties.setFendoUserInfo_referralKey(7);
   parts.launch();
@@ -402,9 +402,9 @@ TEST(Threads, TheLedgerIsSoundAtEveryReadingAndExactAtTheEnd) {
   machine.store.shutdown();
   testing::RecordingLog log;
   host::SqliteStore next({.place = {.folder = folder.path()}}, log);
-  kit::HouseLock house_lock;
+  kit::ListLock list_lock;
   runtime::LedgerBook book(
-      {.store = next, .house_lock = house_lock, .endpoints = {}, .logger = services::Logger(machine.log_levels, log)});
+      {.store = next, .list_lock = list_lock, .endpoints = {}, .logger = services::Logger(machine.log_levels, log)});
   EXPECT_EQ(book.read().of("activities").delivered, activities.delivered);
   EXPECT_TRUE(book.read().isSound());
 }
@@ -443,7 +443,7 @@ TEST(Threads, ClicksThatAreRecordedCountedAndStruckOffTogetherAreNeverStoredTwic
   Machine machine(folder.path());
   ReluctantService service;
   AnsweringThread network(machine.loop, machine.gate, [&](const kit::Request& r) { return service.answer(r); });
-  AssembledKit parts(machine.around(network));
+  AssembledPorts parts(machine.around(network));
   parts.properties.setFendoUserInfo_referralKey(7);
   parts.launch();
   ASSERT_FALSE(machine.loop.open().has_value());
@@ -519,7 +519,7 @@ TEST(Threads, AShutdownWithARequestInFlightIsQuickRunsNoHandlerAndKeepsTheEvents
     runtime::ExchangeQueue network(
         std::make_unique<host::CurlTransport>(host::CurlTransportOptions{}),
         {.ca_file = "", .main_queue = machine.loop, .gate = machine.gate, .is_forgotten = [] { return false; }});
-    AssembledKit parts(machine.around(network));
+    AssembledPorts parts(machine.around(network));
     parts.properties.setFendoUserInfo_fendoUserNo(1001);
     parts.properties.setFendoUserInfo_referralKey(7);
     parts.launch();

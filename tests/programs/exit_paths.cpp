@@ -26,7 +26,7 @@
 #include <thread>
 #include <variant>
 
-#include "host/make_host.h"
+#include "host/make_instance.h"
 #include "simulation/levered_machine.h"
 
 namespace {
@@ -72,8 +72,8 @@ bool record(morvik::MorvikCore& core, const std::string& name) {
   return ::write(STDOUT_FILENO, line.data(), line.size()) == static_cast<ssize_t>(line.size());
 }
 
-morvik::HostOptions optionsOf(char** arguments, const Plan& plan) {
-  morvik::HostOptions options;
+morvik::StartOptions optionsOf(char** arguments, const Plan& plan) {
+  morvik::StartOptions options;
   options.store_folder = arguments[1];
   options.app_key = morvik::Key::inFile(arguments[2], "app-key");
   options.hash_key = morvik::Key::inFile(arguments[2], "hash-key");
@@ -88,7 +88,7 @@ morvik::HostOptions optionsOf(char** arguments, const Plan& plan) {
   return options;
 }
 
-std::unique_ptr<morvik::MorvikCore> start(const morvik::HostOptions& options) {
+std::unique_ptr<morvik::MorvikCore> start(const morvik::StartOptions& options) {
   morvik::StartResult started = morvik::MorvikCore::start(options);
   if (started)
     return std::move(started.core);
@@ -97,11 +97,11 @@ std::unique_ptr<morvik::MorvikCore> start(const morvik::HostOptions& options) {
 }
 
 /// A commerce event waits in the store, so that the end of a session asks the module on the background queue.
-void leaveCommerceEvent(const morvik::HostOptions& options) {
+void leaveCommerceEvent(const morvik::StartOptions& options) {
   auto machine = std::make_unique<morvik::simulation::LeveredMachine>();
   auto& levers = *machine;
-  const auto made = morvik::host::makeHost(options, std::move(machine));
-  if (std::holds_alternative<std::unique_ptr<morvik::runtime::Host>>(made))
+  const auto made = morvik::host::makeInstance(options, std::move(machine));
+  if (std::holds_alternative<std::unique_ptr<morvik::runtime::Instance>>(made))
     levers.edit("commerceExpansionInfos", morvik::kit::Array{"event"});
 }
 
@@ -170,7 +170,7 @@ int main(int count, char** arguments) {
                   arguments[9], std::set<std::string>(arguments + 10, arguments + count)};
   if (plan.words.contains("openssl-first"))
     OPENSSL_init_crypto(0, nullptr);
-  const morvik::HostOptions options = optionsOf(arguments, plan);
+  const morvik::StartOptions options = optionsOf(arguments, plan);
   if (plan.place == "background")
     leaveCommerceEvent(options);
   if (plan.holder == "global") {

@@ -58,7 +58,7 @@ int main(int count, char** arguments) {
   Counts* counts = mapped(arguments[2]);
   if (counts == nullptr)
     return 2;
-  morvik::HostOptions options;
+  morvik::StartOptions options;
   options.store_folder = arguments[1];
   options.app_key = "app";
   options.hash_key = "hash";

@@ -13,8 +13,8 @@
 namespace morvik::runtime {
 namespace {
 
-HostOptions complete() {
-  HostOptions options;
+StartOptions complete() {
+  StartOptions options;
   options.store_folder = "folder";
   options.app_key = "app";
   options.hash_key = "hash";
@@ -22,25 +22,25 @@ HostOptions complete() {
   return options;
 }
 
-std::string errorOf(const HostOptions& options) {
+std::string errorOf(const StartOptions& options) {
   const auto checked = checkOptions(options, host::SystemInputs());
   const auto* error = std::get_if<kit::Error>(&checked);
   return error != nullptr ? error->message : "";
 }
 
-CheckedOptions checkedOf(const HostOptions& options) {
+CheckedOptions checkedOf(const StartOptions& options) {
   EXPECT_EQ(errorOf(options), "");
   return std::get<CheckedOptions>(checkOptions(options, host::SystemInputs()));
 }
 
 /// Complete, and something could arrive: there is nothing to warn of.
-HostOptions sent() {
-  HostOptions options = complete();
+StartOptions sent() {
+  StartOptions options = complete();
   options.service_url = "https://own.example/";
   return options;
 }
 
-std::vector<std::string> warningsOf(HostOptions options, const DeviceDescription& device) {
+std::vector<std::string> warningsOf(StartOptions options, const DeviceDescription& device) {
   options.device = device;
   return checkedOf(options).warnings;
 }
@@ -55,27 +55,27 @@ TEST(CheckedOptions, TakeTheKeysAndTheDefaultEndpoints) {
 }
 
 TEST(CheckedOptions, SayWhichIsMissing) {
-  HostOptions options = complete();
+  StartOptions options = complete();
   options.store_folder = "";
-  EXPECT_EQ(errorOf(options), "HostOptions::store_folder is not set; name a folder that the app may write to.");
+  EXPECT_EQ(errorOf(options), "StartOptions::store_folder is not set; name a folder that the app may write to.");
   options = complete();
   options.app_key = Key();
-  EXPECT_EQ(errorOf(options), "HostOptions::app_key is not set; set it to the key that the service gave this app.");
+  EXPECT_EQ(errorOf(options), "StartOptions::app_key is not set; set it to the key that the service gave this app.");
   options = complete();
   options.hash_key = "";
-  EXPECT_EQ(errorOf(options), "HostOptions::hash_key is empty; set it to the key that the service gave this app.");
+  EXPECT_EQ(errorOf(options), "StartOptions::hash_key is empty; set it to the key that the service gave this app.");
   options = complete();
   options.tracking_key = Key();
   EXPECT_EQ(errorOf(options),
-            "HostOptions::tracking_key is not set; set it to the key that the service gave this app.");
+            "StartOptions::tracking_key is not set; set it to the key that the service gave this app.");
 }
 
 TEST(CheckedOptions, RefuseAnAppKeyThatCannotStandInAUrl) {
-  HostOptions options = complete();
+  StartOptions options = complete();
   for (const char* key : {"my app", "a/b", "a?b", "a#b", "a%41", "\xC3\xBC"}) {
     options.app_key = key;
     EXPECT_EQ(errorOf(options),
-              "HostOptions::app_key holds a character that cannot stand in a URL; set it to the key that the service "
+              "StartOptions::app_key holds a character that cannot stand in a URL; set it to the key that the service "
               "gave this app, made of letters, digits, '-', '.', '_' and '~'.");
   }
   options.app_key = "My.app-1_2~";
@@ -83,16 +83,16 @@ TEST(CheckedOptions, RefuseAnAppKeyThatCannotStandInAUrl) {
 }
 
 TEST(CheckedOptions, RefuseALogLevelThatIsNone) {
-  HostOptions options = complete();
+  StartOptions options = complete();
   for (const int level : {-1, 7}) {
     options.log_level = level;
     EXPECT_EQ(errorOf(options),
-              "HostOptions::log_level is " + std::to_string(level) + "; choose 0 (off) to 6 (trace).");
+              "StartOptions::log_level is " + std::to_string(level) + "; choose 0 (off) to 6 (trace).");
   }
 }
 
 TEST(CheckedOptions, PointAllEndpointsToOneServiceAndSingleOnesElsewhere) {
-  HostOptions options = complete();
+  StartOptions options = complete();
   options.service_url = "https://own.example/base";
   options.endpoints["kGdprReqUrl"] = "http://127.0.0.1:8080";
   const CheckedOptions checked = checkedOf(options);
@@ -105,31 +105,31 @@ TEST(CheckedOptions, PointAllEndpointsToOneServiceAndSingleOnesElsewhere) {
 TEST(CheckedOptions, KnowEachEndpointByItsConstantsName) {
   for (const char* name : {"kFendoTrackingBaseLiveUrl", "kFendoConversionBaseLiveUrl", "kFendoCampaignBaseLiveUrl",
                            "kCommerceBaseLiveUrl", "kCrashReportBaseLiveUrl", "kGdprReqUrl", "KAppConfigBaseLiveUrl"}) {
-    HostOptions options = complete();
+    StartOptions options = complete();
     options.endpoints[name] = "https://localhost/";
     EXPECT_TRUE(checkedOf(options).has_loopback_endpoint) << name;
   }
-  HostOptions options = complete();
+  StartOptions options = complete();
   options.endpoints["kNone"] = "https://own.example/";
   EXPECT_EQ(errorOf(options),
-            "HostOptions::endpoints: there is no endpoint kNone; there are kFendoTrackingBaseLiveUrl, "
+            "StartOptions::endpoints: there is no endpoint kNone; there are kFendoTrackingBaseLiveUrl, "
             "kFendoConversionBaseLiveUrl, kFendoCampaignBaseLiveUrl, kCommerceBaseLiveUrl, kCrashReportBaseLiveUrl, "
             "kGdprReqUrl, KAppConfigBaseLiveUrl.");
 }
 
 TEST(CheckedOptions, RefuseUrlsThatNothingMayBeSentTo) {
   for (const char* url : {"http://own.example/", "ftp://127.0.0.1/", "no url at all", "https://"}) {
-    HostOptions options = complete();
+    StartOptions options = complete();
     options.service_url = url;
-    EXPECT_EQ(errorOf(options).substr(0, 26), "HostOptions::service_url: ") << url;
+    EXPECT_EQ(errorOf(options).substr(0, 27), "StartOptions::service_url: ") << url;
     options = complete();
     options.endpoints["kGdprReqUrl"] = url;
-    EXPECT_EQ(errorOf(options).substr(0, 36), "HostOptions::endpoints kGdprReqUrl: ") << url;
+    EXPECT_EQ(errorOf(options).substr(0, 37), "StartOptions::endpoints kGdprReqUrl: ") << url;
   }
-  HostOptions options = complete();
+  StartOptions options = complete();
   options.service_url = "https://own.example/?q";
   EXPECT_EQ(errorOf(options),
-            "HostOptions::service_url: https://own.example/?q has a query or a fragment; paths are added to it, so "
+            "StartOptions::service_url: https://own.example/?q has a query or a fragment; paths are added to it, so "
             "leave those out.");
 }
 
@@ -137,21 +137,21 @@ TEST(CheckedOptions, ReadAKeyFromALineOfAFile) {
   const test::ScratchFolder folder;
   const std::string path = folder / "keys";
   std::ofstream(path) << "# hash-key=no\nhash-key = first \nother=1\r\nhash-key=  two words\r\ntracking-key=";
-  HostOptions options = complete();
+  StartOptions options = complete();
   options.hash_key = Key::inFile(path, "hash-key");
   options.tracking_key = Key::inFile(path, "tracking-key");
   EXPECT_EQ(checkedOf(options).hash_key, "two words");
   EXPECT_EQ(checkedOf(options).tracking_key, "");
   options.app_key = Key::inFile(path, "app-key");
-  EXPECT_EQ(errorOf(options), "HostOptions::app_key: the file " + path + " has no line \"app-key=…\"; add it.");
+  EXPECT_EQ(errorOf(options), "StartOptions::app_key: the file " + path + " has no line \"app-key=…\"; add it.");
 }
 
 TEST(CheckedOptions, RefuseAFileOfKeysThatCannotBeReadOrIsTooLarge) {
   const test::ScratchFolder folder;
-  HostOptions options = complete();
+  StartOptions options = complete();
   const std::string path = folder / "keys";
   options.app_key = Key::inFile(path, "app-key");
-  const std::string error = "HostOptions::app_key: the file " + path +
+  const std::string error = "StartOptions::app_key: the file " + path +
                             " cannot be read, or is larger than 65536 bytes; mend its path or its permissions.";
   EXPECT_EQ(errorOf(options), error);
   const std::string line = "app-key=key\n";
@@ -162,19 +162,19 @@ TEST(CheckedOptions, RefuseAFileOfKeysThatCannotBeReadOrIsTooLarge) {
 }
 
 TEST(CheckedOptions, ReadAKeyFromTheEnvironment) {
-  HostOptions options = complete();
+  StartOptions options = complete();
   options.app_key = Key::inEnvironment("MORVIK_TEST_APP_KEY");
   unsetenv("MORVIK_TEST_APP_KEY");
-  EXPECT_EQ(errorOf(options), "HostOptions::app_key: the environment has no variable MORVIK_TEST_APP_KEY; set it.");
+  EXPECT_EQ(errorOf(options), "StartOptions::app_key: the environment has no variable MORVIK_TEST_APP_KEY; set it.");
   setenv("MORVIK_TEST_APP_KEY", "from-outside", 1);
   EXPECT_EQ(checkedOf(options).app_key, "from-outside");
   unsetenv("MORVIK_TEST_APP_KEY");
 }
 
 TEST(CheckedOptions, SayHowABadUrlIsMended) {
-  const std::string option = "HostOptions::service_url: ";
+  const std::string option = "StartOptions::service_url: ";
   const auto errorOfUrl = [](const std::string& url) {
-    HostOptions options = complete();
+    StartOptions options = complete();
     options.service_url = url;
     return errorOf(options);
   };
@@ -196,8 +196,8 @@ TEST(CheckedOptions, WarnWhenNothingCanArriveAnywhere) {
       warningsOf(complete(), {}),
       std::vector<std::string>{
           "nothing will arrive: all endpoints are the defaults under morvik.example, which are reserved and reach "
-          "nobody; set HostOptions::service_url to the base URL of your service"});
-  HostOptions options = complete();
+          "nobody; set StartOptions::service_url to the base URL of your service"});
+  StartOptions options = complete();
   options.endpoints["kGdprReqUrl"] = "https://own.example/";
   EXPECT_TRUE(warningsOf(options, {}).empty());
 }
@@ -219,7 +219,7 @@ TEST(CheckedOptions, WarnOfAnOrientationThatIsNone) {
 
 TEST(CheckedOptions, CountAMalformedAdvertisingIdentifierAsNoneAndWarnWithoutShowingIt) {
   for (const char* text : {"", "my phone", "6d92078a82464ba4ae5b76104861e7dc"}) {
-    HostOptions options = sent();
+    StartOptions options = sent();
     options.device.idfa = Identifier::given(text);
     const CheckedOptions checked = checkedOf(options);
     EXPECT_EQ(checked.options.device.idfa.source(), Identifier::Source::kNone) << text;
@@ -232,7 +232,7 @@ TEST(CheckedOptions, CountAMalformedAdvertisingIdentifierAsNoneAndWarnWithoutSho
 
 TEST(CheckedOptions, TakeAWellFormedAdvertisingIdentifierAsItIs) {
   for (const char* text : {"6D92078A-8246-4BA4-AE5B-76104861E7DC", "6d92078a-8246-4ba4-ae5b-76104861e7dc"}) {
-    HostOptions options = sent();
+    StartOptions options = sent();
     options.device.idfa = Identifier::given(text);
     const CheckedOptions checked = checkedOf(options);
     EXPECT_EQ(checked.options.device.idfa.text(), text);
@@ -241,7 +241,7 @@ TEST(CheckedOptions, TakeAWellFormedAdvertisingIdentifierAsItIs) {
 }
 
 TEST(CheckedOptions, TakeAnAdvertisingIdentifierOfZerosForNone) {
-  HostOptions options = sent();
+  StartOptions options = sent();
   options.device.idfa = Identifier::given("00000000-0000-0000-0000-000000000000");
   const CheckedOptions checked = checkedOf(options);
   EXPECT_EQ(checked.options.device.idfa.source(), Identifier::Source::kNone);
@@ -249,10 +249,10 @@ TEST(CheckedOptions, TakeAnAdvertisingIdentifierOfZerosForNone) {
 }
 
 TEST(CheckedOptions, RefuseAStoreFolderWithAZeroByte) {
-  HostOptions options = complete();
+  StartOptions options = complete();
   options.store_folder = std::string("/tmp/store\0hidden", 17);
   EXPECT_EQ(errorOf(options),
-            "HostOptions::store_folder holds a zero byte, behind \"/tmp/store\", where the system ends a path; name a "
+            "StartOptions::store_folder holds a zero byte, behind \"/tmp/store\", where the system ends a path; name a "
             "folder without one.");
 }
 

@@ -52,8 +52,8 @@ bool isReadyInTheEnd(const std::future<void>& gone) {
   return gone.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
 }
 
-HostOptions optionsIn(const test::ScratchFolder& folder) {
-  HostOptions options;
+StartOptions optionsIn(const test::ScratchFolder& folder) {
+  StartOptions options;
   options.store_folder = folder / "store";
   options.app_key = "app";
   options.hash_key = "hash";
@@ -79,7 +79,7 @@ TEST(Start, KeepsItsMachineForAsLongAsTheKit) {
 TEST(Start, TellsOnceThatAPlatformWithoutCrashReportingReportsNone) {
   for (const bool is_asked_for : {false, true}) {
     const test::ScratchFolder folder;
-    HostOptions options = optionsIn(folder);
+    StartOptions options = optionsIn(folder);
     options.log_level = 3;
     options.report_crashes = is_asked_for;
     std::vector<std::string> lines;
@@ -91,7 +91,7 @@ TEST(Start, TellsOnceThatAPlatformWithoutCrashReportingReportsNone) {
     const auto tells = [](const std::string& line) {
       return line.ends_with(
           "Morvik host: crashes are not reported: this platform has no crash reporting; set "
-          "HostOptions::report_crashes to false");
+          "StartOptions::report_crashes to false");
     };
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(), tells), is_asked_for ? 1 : 0);
   }
@@ -99,13 +99,13 @@ TEST(Start, TellsOnceThatAPlatformWithoutCrashReportingReportsNone) {
 
 TEST(Start, LetsItsMachineGoWithAnErrorOfTheOptions) {
   const test::ScratchFolder folder;
-  HostOptions options = optionsIn(folder);
+  StartOptions options = optionsIn(folder);
   options.app_key = "";
   std::promise<void> gone;
   const std::future<void> is_gone = gone.get_future();
   const StartResult started = start(options, std::make_unique<WatchedSystem>(gone));
   EXPECT_FALSE(started);
-  EXPECT_TRUE(started.error.starts_with("HostOptions::app_key is empty")) << started.error;
+  EXPECT_TRUE(started.error.starts_with("StartOptions::app_key is empty")) << started.error;
   EXPECT_TRUE(isReadyInTheEnd(is_gone));
 }
 

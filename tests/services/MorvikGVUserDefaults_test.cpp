@@ -144,7 +144,7 @@ Value unsetValue(const StoreProperty& property) {
 class UserDefaults : public ::testing::Test {
  protected:
   MemoryStore store;
-  kit::HouseLock lock;
+  kit::ListLock lock;
   MorvikGVUserDefaults defaults{store, lock};
 };
 
@@ -288,7 +288,7 @@ TEST_F(UserDefaults, MayLoseAWriteThatWasNotSynchronizedAndShowItMeanwhile) {
   EXPECT_EQ(store.synchronizeCount(), 1U);
 }
 
-TEST_F(UserDefaults, HoldTheHouseLockDuringAStepAndAfterwardsNoMore) {
+TEST_F(UserDefaults, HoldTheListLockDuringAStepAndAfterwardsNoMore) {
   const int result = defaults.inOneStep([this] {
     EXPECT_TRUE(std::async(std::launch::async, [this] { return !lock.mutex.try_lock(); }).get());
     return 5;
@@ -327,7 +327,7 @@ TEST_F(UserDefaults, AppendNothingWhileTheStoreIsInUseOrKeepsNothing) {
   EXPECT_TRUE(store.get("list").isAbsent());
 }
 
-TEST_F(UserDefaults, AppendNothingWhileAnyThreadHoldsTheHouseLock) {
+TEST_F(UserDefaults, AppendNothingWhileAnyThreadHoldsTheListLock) {
   defaults.inOneStep([this] { EXPECT_FALSE(defaults.tryAppendAndSynchronize("list", "own")); });
   lock.mutex.lock();
   EXPECT_FALSE(std::async(std::launch::async, [this] { return defaults.tryAppendAndSynchronize("list", "x"); }).get());

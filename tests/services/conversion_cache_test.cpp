@@ -22,7 +22,7 @@ class ConversionCacheTest : public ::testing::Test {
   Value times() { return defaults.arrayForKey(kConversionTimesKey); }
 
   testing::MemoryStore store;
-  kit::HouseLock lock;
+  kit::ListLock lock;
   MorvikGVUserDefaults defaults{store, lock};
   ConversionCache cache{defaults};
 };

@@ -7,7 +7,7 @@
 
 #include "services/describe.h"
 #include "testing/fake_crypto.h"
-#include "testing/fake_services.h"
+#include "testing/fake_services_lib.h"
 #include "testing/json_reader.h"
 #include "testing/memory_store.h"
 #include "testing/scripted_transport.h"
@@ -74,11 +74,11 @@ class RunningRequest : public ::testing::Test {
   }
   testing::VirtualLoop loop;
   testing::MemoryStore store;
-  kit::HouseLock lock;
+  kit::ListLock lock;
   testing::FakeCipher cipher;
   testing::FakeCompressor compressor;
   testing::SeededRandom random;
-  testing::FakeServices services{MorvikGVUserDefaults(store, lock), {cipher, compressor, random}};
+  testing::FakeServicesLib services{MorvikGVUserDefaults(store, lock), {cipher, compressor, random}};
   testing::ScriptedTransport transport{loop};
   testing::PlainJsonCodec codec;
   std::vector<std::string> heard;

@@ -77,7 +77,7 @@ class BacklogOfADevice : public ::testing::Test {
   }
   /// To run when the answer has been handled; what it sets off comes later.
   void whenTheAnswerHasCome(std::function<void()> block) {
-    device.host().mainQueue().after(kAnswerSeconds, std::move(block));
+    device.instance().mainQueue().after(kAnswerSeconds, std::move(block));
   }
   /// A session that goes on. What was recorded before its "end" waits, and nothing else.
   void keepSessionWith(size_t count) {
@@ -319,7 +319,7 @@ TEST_F(BacklogBehindFullConnections, ABatchOfTheSeriesThatIsHeldIsMadeAnewWithou
   device.network().clearRequests();
   device.advance(seconds(5));
   EXPECT_EQ(batches(), 0u);
-  EXPECT_GT(device.host().pending().requests, 0u);
+  EXPECT_GT(device.instance().pending().requests, 0u);
   device.kit().setSendingEnabled(false);
   device.settle();
   device.advance(minutes(1));

@@ -33,7 +33,7 @@ struct Kept {
   bool is_synced = false;
 };
 
-Kept keptBy(runtime::Host& process) {
+Kept keptBy(runtime::Instance& process) {
   const auto properties = process.properties();
   return {.install_id = std::string(process.storedValue(runtime::kInstallIdKey).string()),
           .events = properties.fendoActivityInfos().size(),
@@ -88,7 +88,7 @@ class Device {
  private:
   SimulatedDisk disk_;
   VirtualMachine machine_;
-  std::unique_ptr<runtime::Host> process_;
+  std::unique_ptr<runtime::Instance> process_;
 };
 
 /// Either nothing has happened yet, or all of it; the wish is there in any case.

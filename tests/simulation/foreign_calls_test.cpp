@@ -34,9 +34,9 @@ class ForeignThread final : public MachineMeddler {
  public:
   explicit ForeignThread(uint64_t seed) : dice_(seed) {}
 
-  void setHost(runtime::Host* host) { host_ = host; }
+  void setHost(runtime::Instance* instance) { instance_ = instance; }
   void storeIsCalled() override {
-    if (host_ == nullptr || is_recording_ || !host_->mayRecordHere() || !dice_.happens(0.2))
+    if (instance_ == nullptr || is_recording_ || !instance_->mayRecordHere() || !dice_.happens(0.2))
       return;
     is_recording_ = true;
     record();
@@ -51,25 +51,25 @@ class ForeignThread final : public MachineMeddler {
   void record() {
     switch (dice_.below(6)) {
       case 0:
-        EXPECT_EQ(host_->addImpression({.campaign_key = 7}), Recorded::kKept);
+        EXPECT_EQ(instance_->addImpression({.campaign_key = 7}), Recorded::kKept);
         ++impressions;
         return;
       case 1:
-        EXPECT_EQ(host_->setAge(static_cast<int32_t>(dice_.below(100))), Recorded::kKept);
+        EXPECT_EQ(instance_->setAge(static_cast<int32_t>(dice_.below(100))), Recorded::kKept);
         ++demographics;
         return;
       case 2:
-        EXPECT_EQ(host_->setUserId("user " + std::to_string(dice_.below(100))), Recorded::kKept);
+        EXPECT_EQ(instance_->setUserId("user " + std::to_string(dice_.below(100))), Recorded::kKept);
         ++demographics;
         return;
       default:
-        EXPECT_EQ(host_->addActivity("foreign", std::to_string(activities), std::nullopt), Recorded::kKept);
+        EXPECT_EQ(instance_->addActivity("foreign", std::to_string(activities), std::nullopt), Recorded::kKept);
         ++activities;
     }
   }
 
   Dice dice_;
-  runtime::Host* host_ = nullptr;
+  runtime::Instance* instance_ = nullptr;
   bool is_recording_ = false;
 };
 
@@ -136,7 +136,7 @@ class ForeignCalls : public ::testing::TestWithParam<uint64_t> {
       {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }};
   bool is_healthy_ = false;
   uint64_t own_ = 0;
-  std::unique_ptr<runtime::Host> phone_;
+  std::unique_ptr<runtime::Instance> phone_;
 };
 
 constexpr int kSteps = 120;

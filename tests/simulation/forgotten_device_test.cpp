@@ -46,7 +46,7 @@ class ForgottenDevice : public ::testing::Test {
   ~ForgottenDevice() override { machine_.kill(std::move(phone_)); }
 
   void start() {
-    HostOptions app = simulatedApp();
+    StartOptions app = simulatedApp();
     app.log_level = kit::lcl_vError;
     app.log_sink = [this](std::string_view line) { log_.line(line); };
     phone_ = machine_.start(app);
@@ -137,7 +137,7 @@ class ForgottenDevice : public ::testing::Test {
     disk_.decide([this](const DiskCall& call) { return isOfTheStore(call.path) ? SQLITE_BUSY : SQLITE_OK; });
   }
   /// Forgotten, which its store alone knows, and that one cannot be read until everything works again.
-  void startInTheDark() {
+  void startUnavailable() {
     liveWithAWish();
     removeWishFile();
     holdByAnother();
@@ -155,7 +155,7 @@ class ForgottenDevice : public ::testing::Test {
   SimulatedDisk disk_;
   VirtualMachine machine_{{.disk = &disk_}};
   testing::RecordingLog log_;
-  std::unique_ptr<runtime::Host> phone_;
+  std::unique_ptr<runtime::Instance> phone_;
 
  private:
   size_t leaked_before_ = 0;
@@ -519,7 +519,7 @@ TEST_F(ForgottenDevice, HasItsFileMadeFromTheStoredFlagWhereThereIsNone) {
   }
 }
 
-TEST_F(ForgottenDevice, HasItsFileMadeFromAStoreThatComesToLightLate) {
+TEST_F(ForgottenDevice, HasItsFileMadeFromAStoreThatRecoversLate) {
   liveWithAWish();
   removeWishFile();
   holdByAnother();
@@ -536,8 +536,8 @@ TEST_F(ForgottenDevice, HasItsFileMadeFromAStoreThatComesToLightLate) {
   EXPECT_TRUE(inTheFile()->is_forgotten);
 }
 
-TEST_F(ForgottenDevice, SendsNothingInTheTurnInWhichItsStoreComesToLight) {
-  startInTheDark();
+TEST_F(ForgottenDevice, SendsNothingInTheTurnInWhichItsStoreRecovers) {
+  startUnavailable();
   openItsFileForTheNextCommit();
   leaks();
   bool has_begun = false;
@@ -553,8 +553,8 @@ TEST_F(ForgottenDevice, SendsNothingInTheTurnInWhichItsStoreComesToLight) {
   EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kRefusedForgotten);
 }
 
-TEST_F(ForgottenDevice, IsOneInTheCommitInWhichItsStoreComesToLight) {
-  startInTheDark();
+TEST_F(ForgottenDevice, IsOneInTheCommitInWhichItsStoreRecovers) {
+  startUnavailable();
   openItsFileForTheNextCommit();
   bool was_known = true;
   bool is_known = false;
@@ -568,8 +568,8 @@ TEST_F(ForgottenDevice, IsOneInTheCommitInWhichItsStoreComesToLight) {
   EXPECT_TRUE(is_known);
 }
 
-TEST_F(ForgottenDevice, EndsWhatWaitsForAConnectionOnceItsStoreHasComeToLight) {
-  startInTheDark();
+TEST_F(ForgottenDevice, EndsWhatWaitsForAConnectionOnceItsStoreHasRecovered) {
+  startUnavailable();
   machine_.transport.setDefaultAnswer(testing::Answer::silence());
   for (int click = 1; click <= 20; ++click)
     phone_->passOpenURL("https://shop.example/?mrvk_eng=1&sn=3&ck=" + std::to_string(click));
@@ -882,13 +882,13 @@ class CutOff {
     start();
   }
   bool isCut() const { return disk_.isCut(); }
-  runtime::Host& phone() { return *phone_; }
+  runtime::Instance& phone() { return *phone_; }
   void advance(double seconds) { machine_.loop.advance(seconds); }
 
  private:
   SimulatedDisk disk_;
   VirtualMachine machine_{{.disk = &disk_}};
-  std::unique_ptr<runtime::Host> phone_;
+  std::unique_ptr<runtime::Instance> phone_;
 };
 
 TEST(CutOffAnywhere, ANewUserIsNeverForgotten) {

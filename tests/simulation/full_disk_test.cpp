@@ -45,7 +45,7 @@ class FullDisk : public ::testing::Test {
 
   SimulatedDisk disk_;
   VirtualMachine machine_;
-  std::unique_ptr<runtime::Host> phone_;
+  std::unique_ptr<runtime::Instance> phone_;
 };
 
 // A request waits until what its turn wrote is committed, but not for a commit that cannot be made: on a full disk the

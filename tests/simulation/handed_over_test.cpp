@@ -8,8 +8,8 @@
 
 #include "kit/stop_request.h"
 #include "services/endpoints.h"
-#include "simulation/virtual_loop_host.h"
 #include "simulation/virtual_machine.h"
+#include "simulation/virtual_machine_loop.h"
 #include "testing/recording_log.h"
 
 namespace morvik::host {
@@ -53,7 +53,7 @@ class HandedOverTest : public ::testing::Test {
   }
 
   simulation::VirtualMachine machine_{attributed()};
-  std::unique_ptr<runtime::Host> phone_;
+  std::unique_ptr<runtime::Instance> phone_;
 };
 
 TEST_F(HandedOverTest, IsHandledOnceAndInOrder) {
@@ -108,8 +108,8 @@ TEST_F(HandedOverTest, OfALongListAllIsHandledBeforeASessionStarts) {
 
 TEST_F(HandedOverTest, OfALongListIsLeftToTheNextStartWhenTheKitIsStopped) {
   leave(2 * runtime::kMaxHandledAtOnce);
-  kit::HouseLock house_lock;
-  const services::MorvikGVUserDefaults store(machine_.store, house_lock);
+  kit::ListLock list_lock;
+  const services::MorvikGVUserDefaults store(machine_.store, list_lock);
   const kit::LogLevels levels;
   ::morvik::testing::RecordingLog log;
   const services::Logger logger(levels, log);

@@ -45,7 +45,7 @@ class LateDevice : public ::testing::Test {
     phone_ = machine_.start(app_);
     machine_.loop.runUntilIdle();
   }
-  void restartInTheDark() {
+  void restartUnavailable() {
     if (phone_)
       machine_.kill(std::move(phone_));
     disk_.decide([](const DiskCall& call) { return isReadOfStore(call) ? SQLITE_IOERR_READ : SQLITE_OK; });
@@ -123,7 +123,7 @@ class LateDevice : public ::testing::Test {
     return names;
   }
 
-  HostOptions app_ = simulatedApp();
+  StartOptions app_ = simulatedApp();
   SimulatedDisk disk_;
   VirtualMachine machine_{{.disk = &disk_}};
   const host::OpensslCipher cipher_;
@@ -132,7 +132,7 @@ class LateDevice : public ::testing::Test {
   SimulatedService service_{
       {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }};
   double answer_seconds_ = 0;
-  std::unique_ptr<runtime::Host> phone_;
+  std::unique_ptr<runtime::Instance> phone_;
   std::optional<FlushResult> flushed_;
   const std::shared_ptr<MorvikCoreDelegate> delegate_ = std::make_shared<MorvikCoreDelegate>();
 };
@@ -140,7 +140,7 @@ class LateDevice : public ::testing::Test {
 TEST_F(LateDevice, IsTheOneThatTheFileKnowsFromThenOn) {
   start();
   reportTheInstall();
-  restartInTheDark();
+  restartUnavailable();
   showDisk();
   phone_->addActivity("shop", "look", std::nullopt);
   machine_.loop.runUntilIdle();
@@ -154,10 +154,10 @@ TEST_F(LateDevice, IsTheOneThatTheFileKnowsFromThenOn) {
   }
 }
 
-TEST_F(LateDevice, KeepsTheImpressionsOfItsFileThatABatchOfTheDarkDidNotCarry) {
+TEST_F(LateDevice, KeepsTheImpressionsOfItsFileThatABatchWhileUnavailableDidNotCarry) {
   start();
   EXPECT_EQ(phone_->addImpression({.campaign_key = 7, .space_key = "of the file"}), Recorded::kKept);
-  restartInTheDark();
+  restartUnavailable();
   EXPECT_EQ(phone_->addImpression({.campaign_key = 7, .space_key = "of the dark"}), Recorded::kKeptInMemory);
   answer_seconds_ = 5;
   phone_->applicationDidBecomeActive();
@@ -171,7 +171,7 @@ TEST_F(LateDevice, KeepsTheImpressionsOfItsFileThatABatchOfTheDarkDidNotCarry) {
   EXPECT_EQ(stored()[0]["spaceKey"], kit::Value("of the file"));
 }
 
-TEST_F(LateDevice, KeepsTheCommerceClicksOfItsFileThatAnUploadOfTheDarkDidNotCarry) {
+TEST_F(LateDevice, KeepsTheCommerceClicksOfItsFileThatAnUploadWhileUnavailableDidNotCarry) {
   start();
   kit::MutableArray of_the_file;
   of_the_file.append(kit::Dictionary{{"clickId", "file"}});
@@ -179,7 +179,7 @@ TEST_F(LateDevice, KeepsTheCommerceClicksOfItsFileThatAnUploadOfTheDarkDidNotCar
   phone_->properties().synchronize();
   const auto stored = [this] { return phone_->properties().commerceConversionInfos().array(); };
   ASSERT_EQ(stored().size(), 1U);
-  restartInTheDark();
+  restartUnavailable();
   answer_seconds_ = 5;
   phone_->passOpenURL("app://x?cid=dark");
   const auto has_sent = [this] { return !machine_.transport.requests(services::kCommerceConversionPath).empty(); };
@@ -192,12 +192,12 @@ TEST_F(LateDevice, KeepsTheCommerceClicksOfItsFileThatAnUploadOfTheDarkDidNotCar
   EXPECT_TRUE(phone_->ledger().isSound());
 }
 
-TEST_F(LateDevice, KeepsTheDemographicsOfItsFileThatAnUploadOfTheDarkDidNotCarry) {
+TEST_F(LateDevice, KeepsTheDemographicsOfItsFileThatAnUploadWhileUnavailableDidNotCarry) {
   start();
   phone_->setSendingEnabled(false);
   phone_->setAge(27);
   machine_.loop.runUntilIdle();
-  restartInTheDark();
+  restartUnavailable();
   answer_seconds_ = 5;
   phone_->setUserId("of the dark");
   phone_->applicationDidBecomeActive();
@@ -214,7 +214,7 @@ TEST_F(LateDevice, KeepsTheDemographicsOfItsFileThatAnUploadOfTheDarkDidNotCarry
 TEST_F(LateDevice, IsTheOneThatTheFileKnowsInTheVeryTurnInWhichItIsRead) {
   start();
   reportTheInstall();
-  restartInTheDark();
+  restartUnavailable();
   showDisk();
   phone_->mainQueue().async([this] {
     phone_->addActivity("shop", "look", std::nullopt);
@@ -232,7 +232,7 @@ TEST_F(LateDevice, KeepsItsUserNumberAndCountsItsLaunchesOn) {
   ASSERT_NE(user, -1);
   const int64_t launches = phone_->properties().integerForKey("com.morvik.core.appLaunchCount");
   ASSERT_EQ(launches, 2);
-  restartInTheDark();
+  restartUnavailable();
   machine_.loop.advance(runtime::kStartHoldSeconds);
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(1);
@@ -245,12 +245,12 @@ TEST_F(LateDevice, KeepsItsUserNumberAndCountsItsLaunchesOn) {
   EXPECT_EQ(phone_->properties().integerForKey("com.morvik.core.appLaunchCount"), launches + 1);
 }
 
-TEST_F(LateDevice, StartsNoSessionAsAnotherOneWhileItsFileMayComeToLight) {
+TEST_F(LateDevice, StartsNoSessionAsAnotherOneWhileItsFileMayRecover) {
   start();
   liveASession();
   const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
   ASSERT_NE(user, -1);
-  restartInTheDark();
+  restartUnavailable();
   const size_t requests = service_.requests().size();
   phone_->applicationDidBecomeActive();
   EXPECT_EQ(phone_->thirdPartyConversion(), Recorded::kKeptInMemory);
@@ -264,10 +264,10 @@ TEST_F(LateDevice, StartsNoSessionAsAnotherOneWhileItsFileMayComeToLight) {
   EXPECT_EQ(service_.installs(), 1U);
 }
 
-TEST_F(LateDevice, StartsItsSessionAsAnotherOneWhenItsFileStaysInTheDark) {
+TEST_F(LateDevice, StartsItsSessionAsAnotherOneWhenItsFileStaysUnavailable) {
   start();
   liveASession();
-  restartInTheDark();
+  restartUnavailable();
   phone_->applicationDidBecomeActive();
   phone_->applicationDidBecomeActive();
   EXPECT_EQ(phone_->thirdPartyConversion(), Recorded::kKeptInMemory);
@@ -278,12 +278,12 @@ TEST_F(LateDevice, StartsItsSessionAsAnotherOneWhenItsFileStaysInTheDark) {
   EXPECT_EQ(phone_->storedValue(runtime::kHandedOverKey).size(), 0U);
 }
 
-TEST_F(LateDevice, KeepsTheRecordOfItsFileWhenAConversionOfTheDarkIsAnsweredLater) {
+TEST_F(LateDevice, KeepsTheRecordOfItsFileWhenAConversionWhileUnavailableIsAnsweredLater) {
   start();
   liveASession();
   const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
   ASSERT_NE(user, -1);
-  restartInTheDark();
+  restartUnavailable();
   answer_seconds_ = 5;
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(runtime::kStartHoldSeconds + 1);
@@ -296,7 +296,7 @@ TEST_F(LateDevice, KeepsTheRecordOfItsFileWhenAConversionOfTheDarkIsAnsweredLate
 TEST_F(LateDevice, StartsTheSessionThatWaitsForItsFileBeforeItEndsIt) {
   start();
   liveASession();
-  restartInTheDark();
+  restartUnavailable();
   phone_->setSendingEnabled(false);
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(runtime::kStartHoldSeconds / 2);
@@ -308,11 +308,11 @@ TEST_F(LateDevice, StartsTheSessionThatWaitsForItsFileBeforeItEndsIt) {
   EXPECT_FALSE(phone_->status().is_session_open);
 }
 
-TEST_F(LateDevice, IsNoNewInstallWhenItsAppIsLeftBeforeItsFileComesToLight) {
+TEST_F(LateDevice, IsNoNewInstallWhenItsAppIsLeftBeforeItsFileRecovers) {
   start();
   liveASession();
   const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
-  restartInTheDark();
+  restartUnavailable();
   const size_t requests = service_.requests().size();
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(runtime::kStartHoldSeconds / 4);
@@ -332,7 +332,7 @@ TEST_F(LateDevice, HasItsFileAgainSoonAfterTheHoldAlthoughNothingHappensOnIt) {
   liveASession();
   const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
   ASSERT_NE(user, -1);
-  restartInTheDark();
+  restartUnavailable();
   machine_.loop.advance(runtime::kStartHoldSeconds + 7.3);
   EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), -1);
   disk_.decide({});
@@ -345,7 +345,7 @@ TEST_F(LateDevice, HandlesOnceWhatItsFileAndItsOwnProcessWereHandedOver) {
   phone_->setSendingEnabled(false);
   phone_->setReferralUrlForFacebook("https://f.example/?ck=12");
   machine_.loop.runUntilIdle();
-  restartInTheDark();
+  restartUnavailable();
   EXPECT_EQ(phone_->setReferralUrlForFacebook("https://f.example/?ck=13"), Recorded::kKeptInMemory);
   machine_.loop.advance(runtime::kStartHoldSeconds + 1);
   EXPECT_THAT(handledUrls(), ElementsAre(13));
@@ -360,7 +360,7 @@ TEST_F(LateDevice, HandlesOnceWhatItsFileAndItsOwnProcessWereHandedOver) {
   EXPECT_THAT(handledUrls(), ElementsAre(13, 12));
 }
 
-TEST_F(LateDevice, HandlesEachUrlOnceWhenItsFileComesToLightWhileOneIsHandled) {
+TEST_F(LateDevice, HandlesEachUrlOnceWhenItsFileRecoversWhileOneIsHandled) {
   std::vector<std::string> opened;
   app_.modules["FendoLib"].resetRetainedConversionCache = [&](const std::map<std::string, std::string>& query) {
     opened.push_back(query.at("ck"));
@@ -371,7 +371,7 @@ TEST_F(LateDevice, HandlesEachUrlOnceWhenItsFileComesToLightWhileOneIsHandled) {
   phone_->setSendingEnabled(false);
   phone_->passOpenURL("app://x?ck=12");
   machine_.loop.runUntilIdle();
-  restartInTheDark();
+  restartUnavailable();
   EXPECT_EQ(phone_->passOpenURL("app://x?ck=13"), Recorded::kKeptInMemory);
   machine_.loop.advance(1 + runtime::kCommitRetrySeconds);
   EXPECT_THAT(opened, ElementsAre("13", "12"));
@@ -382,11 +382,11 @@ TEST_F(LateDevice, HandlesEachUrlOnceWhenItsFileComesToLightWhileOneIsHandled) {
   EXPECT_THAT(opened, ElementsAre("13", "12"));
 }
 
-TEST_F(LateDevice, RecordsAndSendsNothingOfAForgottenUserBeforeNorAfterItsFileComesToLight) {
+TEST_F(LateDevice, RecordsAndSendsNothingOfAForgottenUserBeforeNorAfterItsFileRecovers) {
   start();
   phone_->gdprForgetMe(true);
   machine_.loop.runUntilIdle();
-  restartInTheDark();
+  restartUnavailable();
   EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kRefusedForgotten);
   showDisk();
   machine_.loop.runUntilIdle();
@@ -398,9 +398,9 @@ TEST_F(LateDevice, RecordsAndSendsNothingOfAForgottenUserBeforeNorAfterItsFileCo
   EXPECT_THAT(machine_.transport.requests(), IsEmpty());
 }
 
-TEST_F(LateDevice, KeepsAWishOfItsOwnThatIsMadeWhileItsFileComesToLight) {
+TEST_F(LateDevice, KeepsAWishOfItsOwnThatIsMadeWhileItsFileRecovers) {
   start();
-  restartInTheDark();
+  restartUnavailable();
   showDisk();
   phone_->addActivity("shop", "look", std::nullopt);
   machine_.setOffline(true);  // no answer of the service says it once more
@@ -410,10 +410,10 @@ TEST_F(LateDevice, KeepsAWishOfItsOwnThatIsMadeWhileItsFileComesToLight) {
   EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kRefusedForgotten);
 }
 
-TEST_F(LateDevice, HasTheDeviceOfItsFileErasedWhenTheWishIsMadeInTheDark) {
+TEST_F(LateDevice, HasTheDeviceOfItsFileErasedWhenTheWishIsMadeWhileUnavailable) {
   start();
   reportTheInstall();
-  restartInTheDark();
+  restartUnavailable();
   EXPECT_EQ(phone_->gdprForgetMe(true), Recorded::kKept);
   EXPECT_TRUE(phone_->isGdprForgetMe());
   machine_.loop.advance(runtime::kStartHoldSeconds / 2);
@@ -424,10 +424,10 @@ TEST_F(LateDevice, HasTheDeviceOfItsFileErasedWhenTheWishIsMadeInTheDark) {
   EXPECT_TRUE(isWishAccepted());
 }
 
-TEST_F(LateDevice, TellsTheWishInTheDarkWhenItsFileStaysThereAndOnceMoreWhenItsAppSaysSo) {
+TEST_F(LateDevice, TellsTheWishWhileUnavailableWhenItsFileStaysThereAndOnceMoreWhenItsAppSaysSo) {
   start();
   reportTheInstall();
-  restartInTheDark();
+  restartUnavailable();
   std::vector<bool> answers;
   listenTo(answers);
   phone_->gdprForgetMe(true);
@@ -452,7 +452,7 @@ TEST_F(LateDevice, TellsTheWishInTheDarkWhenItsFileStaysThereAndOnceMoreWhenItsA
 TEST_F(LateDevice, TakesNoAnswerToAnErasureOfAnotherDeviceForItsOwn) {
   start();
   reportTheInstall();
-  restartInTheDark();
+  restartUnavailable();
   answer_seconds_ = 5;
   std::vector<bool> answers;
   listenTo(answers);
@@ -466,9 +466,9 @@ TEST_F(LateDevice, TakesNoAnswerToAnErasureOfAnotherDeviceForItsOwn) {
   EXPECT_FALSE(isWishAccepted());
 }
 
-TEST_F(LateDevice, LeavesAWishUntoldThatIsMadeInTheDarkWithoutANetwork) {
+TEST_F(LateDevice, LeavesAWishUntoldThatIsMadeWhileUnavailableWithoutANetwork) {
   start();
-  restartInTheDark();
+  restartUnavailable();
   phone_->gdprForgetMe(true);
   machine_.loop.runUntilIdle();
   machine_.setOffline(true);
@@ -480,10 +480,10 @@ TEST_F(LateDevice, LeavesAWishUntoldThatIsMadeInTheDarkWithoutANetwork) {
   EXPECT_FALSE(phone_->isGdprForgetMe());
 }
 
-TEST_F(LateDevice, TellsAWishAndItsWithdrawalInTheirOrderOnceItsFileHasComeToLight) {
+TEST_F(LateDevice, TellsAWishAndItsWithdrawalInTheirOrderOnceItsFileHasRecovered) {
   start();
   reportTheInstall();
-  restartInTheDark();
+  restartUnavailable();
   phone_->gdprForgetMe(true);
   phone_->gdprForgetMe(false);
   machine_.loop.advance(runtime::kStartHoldSeconds / 2);
@@ -493,13 +493,13 @@ TEST_F(LateDevice, TellsAWishAndItsWithdrawalInTheirOrderOnceItsFileHasComeToLig
   EXPECT_EQ(erased().size(), 2U);
 }
 
-TEST_F(LateDevice, IsFlushedOfWhatItsFileHasOnceThatHasComeToLight) {
+TEST_F(LateDevice, IsFlushedOfWhatItsFileHasOnceThatHasRecovered) {
   start();
   liveASession();
   phone_->setSendingEnabled(false);
   for (int event = 0; event < 5; ++event)
     phone_->addActivity("shop", "look", std::nullopt);
-  restartInTheDark();
+  restartUnavailable();
   flush(std::chrono::seconds(10));
   machine_.loop.advance(runtime::kStartHoldSeconds / 2);
   EXPECT_FALSE(flushed_);
@@ -510,10 +510,10 @@ TEST_F(LateDevice, IsFlushedOfWhatItsFileHasOnceThatHasComeToLight) {
   EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), 0U);
 }
 
-TEST_F(LateDevice, IsNeverFlushedWhileItsFileIsInTheDark) {
+TEST_F(LateDevice, IsNeverFlushedWhileItsFileIsWhileUnavailable) {
   start();
   liveASession();
-  restartInTheDark();
+  restartUnavailable();
   phone_->applicationDidBecomeActive();
   phone_->addActivity("shop", "look", std::nullopt);
   flush(std::chrono::seconds(10));
@@ -533,7 +533,7 @@ TEST_F(LateDevice, LeavesAFileAloneThatTurnsOutToBeOfANewerVersion) {
   machine_.kill(std::move(phone_));
   ASSERT_TRUE(useWithNewerProgram(disk_, kNewerStoreVersion));
   const auto left = storeFilesOn(disk_);
-  restartInTheDark();
+  restartUnavailable();
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(runtime::kStartHoldSeconds + 1);
   disk_.decide({});
@@ -552,7 +552,7 @@ TEST_F(LateDevice, IsFlushedOnceItsFileTurnsOutToBeOfANewerVersion) {
   start();
   machine_.kill(std::move(phone_));
   ASSERT_TRUE(useWithNewerProgram(disk_, kNewerStoreVersion));
-  restartInTheDark();
+  restartUnavailable();
   phone_->applicationDidBecomeActive();
   phone_->addActivity("shop", "look", std::nullopt);
   flush(std::chrono::seconds(10));
@@ -564,8 +564,8 @@ TEST_F(LateDevice, IsFlushedOnceItsFileTurnsOutToBeOfANewerVersion) {
   EXPECT_TRUE(flushed_->is_delivered) << toText(flushed_->reason);
 }
 
-TEST_F(LateDevice, SaysWhyItIsNotFlushedInTheDark) {
-  restartInTheDark();
+TEST_F(LateDevice, SaysWhyItIsNotFlushedWhileUnavailable) {
+  restartUnavailable();
   flush(std::chrono::seconds(1));
   machine_.loop.advance(1);
   ASSERT_TRUE(flushed_);
@@ -584,9 +584,9 @@ TEST_F(LateDevice, SaysWhyItIsNotFlushedInTheDark) {
 TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsBesideIt) {
   start();
   crash("fendo of the file");
-  restartInTheDark();
+  restartUnavailable();
   crash("fendo beside the file");
-  restartInTheDark();
+  restartUnavailable();
   EXPECT_THAT(reports(), IsEmpty());
   showDisk();
   phone_->addActivity("shop", "look", std::nullopt);
@@ -600,7 +600,7 @@ TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsBesideIt) {
 TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhereThereIsNoRoomForAnother) {
   start();
   crash("fendo of the file");
-  restartInTheDark();
+  restartUnavailable();
   crash("fendo beside the file");
   // The file can be read at the second try, and not be written.
   constexpr int kReadsOfTheFirstTry = 3;

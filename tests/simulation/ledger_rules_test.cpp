@@ -115,9 +115,9 @@ class LedgerRules : public ::testing::Test {
     open();
   }
 
-  HostOptions options = simulatedApp();
+  StartOptions options = simulatedApp();
   VirtualMachine machine{attributed()};
-  std::unique_ptr<runtime::Host> phone;
+  std::unique_ptr<runtime::Instance> phone;
 };
 
 // -----------------------------------------------------------------------------------------------------------
@@ -628,7 +628,7 @@ class LateStore : public ::testing::Test {
     start();
   }
   /// Starts with a disk that cannot be read, until showDisk().
-  void restartInTheDark() {
+  void restartUnavailable() {
     disk.decide([](const DiskCall& call) {
       const bool is_of_the_store = !call.path.ends_with(".wish");
       return is_of_the_store && call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK;
@@ -652,9 +652,9 @@ class LateStore : public ::testing::Test {
   Ledger::Account of(const char* kind) { return phone->ledger().of(kind); }
 
   SimulatedDisk disk;
-  HostOptions app = simulatedApp();
+  StartOptions app = simulatedApp();
   VirtualMachine machine{{.disk = &disk}};
-  std::unique_ptr<runtime::Host> phone;
+  std::unique_ptr<runtime::Instance> phone;
 };
 
 TEST_F(LateStore, BringsTheCountsOfEarlierProcessesAndIsAddedTo) {
@@ -671,7 +671,7 @@ TEST_F(LateStore, BringsTheCountsOfEarlierProcessesAndIsAddedTo) {
   wait(1);
   ASSERT_EQ(of("activities").delivered, 1U);
 
-  restartInTheDark();
+  restartUnavailable();
   EXPECT_EQ(of("activities").recorded, 0U) << "nothing is known yet";
   record("in the dark");
   phone->passOpenURL("app://open?cid=b");
@@ -705,7 +705,7 @@ TEST_F(LateStore, IsInTheLedgerWithTheVeryCommitThatTakesItOver) {
     phone->setAge(30);
     wait(1);
     const uint64_t before = of("commerce clicks").recorded;
-    restartInTheDark();
+    restartUnavailable();
     wait(runtime::kStartHoldSeconds);
     phone->passOpenURL("app://open?cid=b");
     wait(1);
@@ -735,7 +735,7 @@ TEST_F(LateStore, LetsNoAnswerDeleteWhatABatchOfAnEarlierProcessCarried) {
   record("in a batch that died with its process");
   phone->pushTracking();
   wait(1);
-  restartInTheDark();
+  restartUnavailable();
   attribute();
   machine.transport.on(kTracking).then(accepted().after(10));
   record("in the dark");
@@ -754,7 +754,7 @@ TEST_F(LateStore, OfAnOlderVersionIsTakenOverLikeOneThatWasThereFromTheBeginning
   record("one");
   machine.edit("host.ledger", {});
   wait(1);
-  restartInTheDark();
+  restartUnavailable();
   showDisk();
   record("two");
   EXPECT_EQ(of("activities").recorded, 2U);

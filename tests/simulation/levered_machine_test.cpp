@@ -61,36 +61,36 @@ class KitOnALeveredMachine : public test::OnScratchFolder {
   KitOnALeveredMachine() {
     auto machine = std::make_unique<LeveredMachine>();
     levers_ = machine.get();
-    auto made = host::makeHost(options, std::move(machine));
-    if (auto* host = std::get_if<std::unique_ptr<runtime::Host>>(&made))
-      host_ = std::move(*host);
+    auto made = host::makeInstance(options, std::move(machine));
+    if (auto* instance = std::get_if<std::unique_ptr<runtime::Instance>>(&made))
+      instance_ = std::move(*instance);
   }
-  void SetUp() override { ASSERT_NE(host_, nullptr); }
+  void SetUp() override { ASSERT_NE(instance_, nullptr); }
 
   Levers* levers_ = nullptr;
-  std::unique_ptr<runtime::Host> host_;
+  std::unique_ptr<runtime::Instance> instance_;
 };
 
 TEST_F(KitOnALeveredMachine, StampsItsRecordsByTheMovedClock) {
   levers_->moveClock(86'400 * 365);
-  host_->addActivity("g", "later", std::nullopt);
-  const kit::Date stamped = host_->properties().fendoActivityInfos().array()[0]["activityCreatedAt"].date();
+  instance_->addActivity("g", "later", std::nullopt);
+  const kit::Date stamped = instance_->properties().fendoActivityInfos().array()[0]["activityCreatedAt"].date();
   EXPECT_NEAR(stamped.secondsSince1970() - machineNow().secondsSince1970(), 86'400.0 * 365, 60);
 }
 
 TEST_F(KitOnALeveredMachine, RunsABlockLaterOnItsMainQueueAndDoesNotCountIt) {
   std::promise<bool> ran;
-  levers_->after(0.01, [this, &ran] { ran.set_value(host_->pending().session_end_blocks == 0); });
-  EXPECT_EQ(host_->pending().session_end_blocks, 0U);
+  levers_->after(0.01, [this, &ran] { ran.set_value(instance_->pending().session_end_blocks == 0); });
+  EXPECT_EQ(instance_->pending().session_end_blocks, 0U);
   EXPECT_TRUE(got(ran.get_future()));
 }
 
 TEST_F(KitOnALeveredMachine, CountsWhatIsRemovedByHandAsGivenUp) {
-  host_->addActivity("g", "removed", std::nullopt);
+  instance_->addActivity("g", "removed", std::nullopt);
   levers_->edit("fendoActivityInfos", {});
-  EXPECT_EQ(host_->ledger().of("activities").stored, 0U);
-  EXPECT_EQ(host_->ledger().of("activities").givenUp(), 1U);
-  EXPECT_TRUE(host_->ledger().balances());
+  EXPECT_EQ(instance_->ledger().of("activities").stored, 0U);
+  EXPECT_EQ(instance_->ledger().of("activities").givenUp(), 1U);
+  EXPECT_TRUE(instance_->ledger().balances());
 }
 
 }  // namespace

@@ -102,7 +102,7 @@ TEST(Sending, OffEndsABatchThatTheSameTurnHasBegunAndOnMakesItAnew) {
   });
   device.advance(hours(5));
   EXPECT_EQ(batches(device), before);
-  EXPECT_EQ(device.host().pending().requests, 0u);
+  EXPECT_EQ(device.instance().pending().requests, 0u);
   EXPECT_EQ(device.waiting("shop", "purchase"), 1u);
   device.kit().addActivity("shop", "later");
   device.kit().setSendingEnabled(true);
@@ -205,7 +205,7 @@ TEST_F(BehindABatch, AWishLeavesWhatAnotherThatNeverLeftCarried) {
 
 TEST_F(BehindABatch, OffLeavesWhatAnotherThatNeverLeftCarriedWhereTheAnswerComesFirst) {
   // It stands in the main queue before it is known that the second batch never leaves.
-  device.host().mainQueue().after(4, [this] {
+  device.instance().mainQueue().after(4, [this] {
     buildAnother();
     device.kit().setSendingEnabled(false);
   });
@@ -269,7 +269,7 @@ TEST(Sending, AsksACommerceModuleNotWhenItIsOnAgainButWithTheEndOfTheSession) {
   int asked = 0;
   options.app.modules["Fendo"].saveCommerceEventAndSend = [&asked] { ++asked; };
   AttributedDevice device(options);
-  device.perform([&device] { device.host().properties().setCommerceExpansionInfos(kit::Array{1}); });
+  device.perform([&device] { device.instance().properties().setCommerceExpansionInfos(kit::Array{1}); });
   device.kit().setSendingEnabled(true);
   device.settle();
   EXPECT_EQ(asked, 0);
@@ -353,7 +353,7 @@ TEST(Sending, OnAgainSendsNothingThatWaitedOfAUserWhoAskedToBeForgottenMeanwhile
   device.kit().setSendingEnabled(true);
   device.advance(hours(1));
   EXPECT_THAT(device.network().requests(), SizeIs(before));
-  EXPECT_EQ(device.host().pending().requests, 0u) << "it was refused, not left behind";
+  EXPECT_EQ(device.instance().pending().requests, 0u) << "it was refused, not left behind";
   EXPECT_EQ(device.waiting("shop", "purchase"), 1u);
 }
 
@@ -662,10 +662,10 @@ TEST_F(Flushing, TellsThatThereIsNoTrackingKey) {
 TEST_F(Flushing, TellsThatAnEarlierAttemptHoldsTheSlotUntilTheNextSession) {
   TestDevice device;
   device.perform([&device] {
-    device.host().properties().setFendoUserInfo_fendoUserNo(5);
+    device.instance().properties().setFendoUserInfo_fendoUserNo(5);
     device.kit().addActivity("shop", "purchase");
     device.kit().pushTracking();
-    device.host().properties().setFendoUserInfo_referralKey(7);
+    device.instance().properties().setFendoUserInfo_referralKey(7);
   });
   flush(device);
   EXPECT_EQ(reason(), FlushReason::kSlotHeld);
@@ -678,7 +678,7 @@ TEST_F(Flushing, TellsThatAnEarlierAttemptHoldsTheSlotUntilTheNextSession) {
 TEST_F(Flushing, TellsThatImpressionsAloneWaitForTheNextActivity) {
   AttributedDevice device;
   const auto record = [&device] {
-    const auto properties = device.host().properties();
+    const auto properties = device.instance().properties();
     const kit::Value shown = kit::Dictionary{{"campaignKey", 7}, {"createdAt", device.machine().loop.now()}};
     properties.inOneStep([&] {
       kit::MutableArray impressions(properties.fendoImpressionInfos());
@@ -813,7 +813,7 @@ TEST_F(Flushing, PushesAgainWhatAnAcceptedBatchCouldNotTrim) {
   const size_t before = batches(device);
   flush(device);
   // As a session start does while a batch is under way.
-  device.perform([&device] { device.host().properties().setFendoActivityInfosSentEventKeys(kit::Array()); });
+  device.perform([&device] { device.instance().properties().setFendoActivityInfosSentEventKeys(kit::Array()); });
   device.advance(seconds(5));
   EXPECT_EQ(reason(), FlushReason::kDelivered);
   EXPECT_EQ(batches(device), before + 2);
@@ -823,7 +823,7 @@ TEST_F(Flushing, GivesUpPushingWhatNoAnswerRemoves) {
   AttributedDevice device;
   device.advance(minutes(2));
   device.perform([&device] {
-    const auto properties = device.host().properties();
+    const auto properties = device.instance().properties();
     const kit::Value without_id = kit::Dictionary{
         {"activityGroupName", "shop"}, {"activityName", "x"}, {"activityCreatedAt", device.machine().loop.now()}};
     properties.inOneStep([&] { properties.append(services::property::fendoActivityInfos, without_id); });
@@ -884,7 +884,7 @@ TEST_F(Flushing, UsesUpNoSessionEndOfAFailedClick) {
   device.network().on(services::kReEngagementConversionPath).always(fakes::Answer::body(503, ""));
   device.kit().passOpenURL("https://shop.example/?ck=12&mrvk_eng=1&sn=3");
   device.settle();
-  const auto counts = [&device] { return device.host().properties().reEngagementConversionFailedCnt(); };
+  const auto counts = [&device] { return device.instance().properties().reEngagementConversionFailedCnt(); };
   ASSERT_EQ(counts().size(), 1u);
   for (int call = 0; call < 8; ++call)
     flush(device);

@@ -12,7 +12,7 @@
 #include "runtime/machine/passing_store.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_flusher.h"
-#include "simulation/virtual_loop_host.h"
+#include "simulation/virtual_machine_loop.h"
 #include "testing/recording_log.h"
 
 namespace morvik::simulation {
@@ -81,7 +81,7 @@ TEST_F(StartHoldTest, HoldsNothingWhereTheStoreIsThereOrStaysAway) {
     hold_->pass(kCame);
     EXPECT_THAT(delivered_, ElementsAre(kCame));
     EXPECT_FALSE(hold_->isHolding());
-    EXPECT_FALSE(hold_->isDark());
+    EXPECT_FALSE(hold_->isUnavailable());
     loop_.advance(runtime::kStartHoldSeconds);
     EXPECT_EQ(store_->tries(), 0);
   }
@@ -114,23 +114,23 @@ TEST_F(StartHoldTest, KeepsSoManyNotificationsAndTheLatestState) {
   EXPECT_EQ(delivered_.back(), kCame);
 }
 
-TEST_F(StartHoldTest, GoesOnAskingUntilTheStoreHasComeToLight) {
+TEST_F(StartHoldTest, GoesOnAskingUntilTheStoreHasRecovered) {
   begin(StoreOpening::kUnavailable);
   loop_.advance(runtime::kStartHoldSeconds);
   const int in_the_hold = store_->tries();
   loop_.advance(10 * runtime::kStoreReopenSeconds);
   EXPECT_EQ(store_->tries(), in_the_hold + 10);
-  EXPECT_TRUE(hold_->isDark());
-  hold_->storeCameToLight();
+  EXPECT_TRUE(hold_->isUnavailable());
+  hold_->storeRecovered();
   loop_.advance(10 * runtime::kStoreReopenSeconds);
   EXPECT_EQ(store_->tries(), in_the_hold + 10);
-  EXPECT_FALSE(hold_->isDark());
+  EXPECT_FALSE(hold_->isUnavailable());
 }
 
-TEST_F(StartHoldTest, EndsOnceAndTriesNoMoreWhenTheStoreComesToLight) {
+TEST_F(StartHoldTest, EndsOnceAndTriesNoMoreWhenTheStoreRecovers) {
   begin(StoreOpening::kUnavailable);
-  hold_->storeCameToLight();
-  hold_->storeCameToLight();
+  hold_->storeRecovered();
+  hold_->storeRecovered();
   loop_.advance(2 * runtime::kStartHoldSeconds);
   EXPECT_EQ(over_, 1);
   EXPECT_EQ(store_->tries(), 1);

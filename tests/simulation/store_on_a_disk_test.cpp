@@ -45,7 +45,7 @@ class StoreOnADisk : public ::testing::Test {
     });
   }
   /// The file is opened again on the store's own thread, and joined by what was written without it.
-  void comeToLight() {
+  void recover() {
     disk_.decide({});
     EXPECT_FALSE(store_->synchronize());
     loop_.advance(1);
@@ -103,7 +103,7 @@ TEST_F(StoreOnADisk, KeepsFileAndLogTogetherWhenOneOfThemCannotBeSetAside) {
   EXPECT_EQ(store_->get("age"), kit::Value(33));
 }
 
-TEST_F(StoreOnADisk, KeepsTheListOfAFileThatComesToLightLaterAlthoughOneWasBegunAndLetGoMeanwhile) {
+TEST_F(StoreOnADisk, KeepsTheListOfAFileThatRecoversLaterAlthoughOneWasBegunAndLetGoMeanwhile) {
   open();
   set("list", kit::Array{1, 2});
   set("name", "of the file");
@@ -114,12 +114,12 @@ TEST_F(StoreOnADisk, KeepsTheListOfAFileThatComesToLightLaterAlthoughOneWasBegun
   set("list", kit::Array{3});
   set("list", {});
   set("name", {});
-  comeToLight();
+  recover();
   EXPECT_EQ(store_->get("list"), kit::Value(kit::Array{1, 2}));
   EXPECT_TRUE(store_->get("name").isAbsent()) << "it was taken back";
 }
 
-TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileComesToLightLater) {
+TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileRecoversLater) {
   open();
   set("identifier", "first");
   set("age", 33);
@@ -136,7 +136,7 @@ TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileComesToLightLater) {
   set("list", kit::Array{3});
   set("under way", kit::Array{3});
   EXPECT_EQ(taken_over, 0);
-  comeToLight();
+  recover();
   EXPECT_EQ(taken_over, 1);
   EXPECT_EQ(store_->get("identifier"), kit::Value("first"));
   EXPECT_EQ(store_->get("age"), kit::Value(34));
@@ -161,7 +161,7 @@ TEST_F(StoreOnADisk, TakesNothingFromALateFileOfWhichTheProcessDecides) {
   ASSERT_EQ(store_->opening(), runtime::StoreOpening::kUnavailable);
   set("under way", kit::Array{3});
   set("under way", {});
-  comeToLight();
+  recover();
   EXPECT_TRUE(store_->get("left under way").isAbsent());
   EXPECT_TRUE(store_->get("under way").isAbsent());
   store_->shutdown();

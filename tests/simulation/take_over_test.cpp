@@ -92,14 +92,14 @@ class TakeOverTableTest : public ::testing::Test {
     store_->set(name, value);
     store_->synchronize();
   }
-  void openInTheDark() {
+  void openUnavailable() {
     store_->shutdown();
     disk_.decide(
         [](const DiskCall& call) { return call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK; });
     open();
     ASSERT_EQ(store_->opening(), runtime::StoreOpening::kUnavailable);
   }
-  void comeToLight() {
+  void recover() {
     disk_.decide({});
     store_->set("anything", true);
     store_->flushAndWait();
@@ -165,10 +165,10 @@ TEST_F(TakeOverTableTest, IsWhatBecomesOfThemWhereFileAndProcessDisagree) {
   open();
   for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     leave(row.name, sidesOf(row).file);
-  openInTheDark();
+  openUnavailable();
   for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     leave(row.name, sidesOf(row).process);
-  comeToLight();
+  recover();
   for (int process = 0; process < 2; ++process) {
     for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
       EXPECT_EQ(store_->get(row.name), expected(row)) << row.name << " in process " << process;
@@ -180,8 +180,8 @@ TEST_F(TakeOverTableTest, TakesWhatOneSideAloneHas) {
   open();
   for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     leave(row.name, sidesOf(row).file);
-  openInTheDark();
-  comeToLight();
+  openUnavailable();
+  recover();
   for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows) {
     const Value kept = row.rule == TakeOver::kProcessAlone ? Value() : sidesOf(row).file;
     EXPECT_EQ(store_->get(row.name), kept) << row.name;
@@ -191,10 +191,10 @@ TEST_F(TakeOverTableTest, TakesWhatOneSideAloneHas) {
 TEST_F(TakeOverTableTest, TakesWhatTheProcessAloneHas) {
   open();
   leave("anything", 1);
-  openInTheDark();
+  openUnavailable();
   for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     leave(row.name, sidesOf(row).process);
-  comeToLight();
+  recover();
   reopen();
   for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows) {
     const Value kept = row.rule == TakeOver::kConfirmed ? Value(false) : sidesOf(row).process;
@@ -211,11 +211,11 @@ TEST_F(TakeOverTableTest, LeavesAWishAcceptedOnlyWhereTheFileSaysSoToo) {
       for (const Value& meanwhile : {Value(), Value(false), Value(true)}) {
         leave(kWish, was_wished);
         leave(kSynced, was_synced);
-        openInTheDark();
+        openUnavailable();
         leave(kWish, true);
         if (!meanwhile.isAbsent())
           leave(kSynced, meanwhile);
-        comeToLight();
+        recover();
         reopen();
         EXPECT_EQ(store_->get(kWish), Value(true));
         EXPECT_EQ(store_->get(kSynced), Value(was_wished && was_synced && meanwhile != Value(false)))
@@ -229,10 +229,10 @@ TEST_F(TakeOverTableTest, LeavesTheProcessItsReferralRecordWhereTheFileHasNone) 
   open();
   leave(kReferralKey, -1);
   leave(services::property::fendoUserInfo_fendoUserNo, -1);
-  openInTheDark();
+  openUnavailable();
   leave(kReferralKey, 7);
   leave(services::property::fendoUserInfo_fendoUserNo, 1001);
-  comeToLight();
+  recover();
   EXPECT_EQ(store_->get(kReferralKey), Value(7));
   EXPECT_EQ(store_->get(services::property::fendoUserInfo_fendoUserNo), Value(1001));
 }
@@ -240,10 +240,10 @@ TEST_F(TakeOverTableTest, LeavesTheProcessItsReferralRecordWhereTheFileHasNone) 
 TEST_F(TakeOverTableTest, MixesNoTwoReferralRecords) {
   open();
   leave(kReferralKey, 7);
-  openInTheDark();
+  openUnavailable();
   leave(kReferralKey, 8);
   leave(services::property::fendoUserInfo_refUSN, "of the other one");
-  comeToLight();
+  recover();
   reopen();
   EXPECT_EQ(store_->get(kReferralKey), Value(7));
   EXPECT_TRUE(store_->get(services::property::fendoUserInfo_refUSN).isAbsent());
@@ -252,9 +252,9 @@ TEST_F(TakeOverTableTest, MixesNoTwoReferralRecords) {
 TEST_F(TakeOverTableTest, TakesTheLaterDateOfEitherSide) {
   open();
   leave(services::property::MorvikCoreUserInfo_endSessoinDate, kit::Date{1000});
-  openInTheDark();
+  openUnavailable();
   leave(services::property::MorvikCoreUserInfo_endSessoinDate, kit::Date{2000});
-  comeToLight();
+  recover();
   EXPECT_EQ(store_->get(services::property::MorvikCoreUserInfo_endSessoinDate), Value(kit::Date{2000}));
 }
 
@@ -262,9 +262,9 @@ TEST_F(TakeOverTableTest, AddsCountsUpAsFarAsNumbersGo) {
   constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
   open();
   leave(kLaunches, kMost);
-  openInTheDark();
+  openUnavailable();
   leave(kLaunches, 1);
-  comeToLight();
+  recover();
   EXPECT_EQ(store_->get(kLaunches), Value(kMost));
 }
 

@@ -57,12 +57,12 @@ TEST(TestDevice, SendsNothingOfAUserIdThatWasTakenBackAndKeepsNoCopyOfOneThatWas
   device.kit().setUserId("user-8");
   device.leave();
   EXPECT_EQ(sent(), 1u);
-  EXPECT_EQ(device.host().properties().fendoUserDemoInfoForComplete_userId(), "user-8");
+  EXPECT_EQ(device.instance().properties().fendoUserDemoInfoForComplete_userId(), "user-8");
   device.kit().clearUserId();
   device.restart();
   device.open();
   EXPECT_EQ(sent(), 1u);
-  EXPECT_EQ(device.host().properties().fendoUserDemoInfoForComplete_userId(), std::nullopt);
+  EXPECT_EQ(device.instance().properties().fendoUserDemoInfoForComplete_userId(), std::nullopt);
 }
 
 TEST(TestDevice, RefusesAnEventWhoseStructuredParameterIsTooLarge) {

@@ -266,7 +266,7 @@ TEST_F(ToldApp, HearsOfNoMoreRefusedEventsThanTheLimitAtATimeAndOfLaterOnesAgain
   device().perform([this] {
     for (size_t event = 0; event < 100'000; ++event)
       device().kit().addActivity("shop", "look");
-    EXPECT_EQ(device().host().pending().main_blocks, runtime::kMaxPendingRefusals + 1)
+    EXPECT_EQ(device().instance().pending().main_blocks, runtime::kMaxPendingRefusals + 1)
         << "and one for the lines about them";
   });
   EXPECT_EQ(told().size(), runtime::kMaxPendingRefusals);

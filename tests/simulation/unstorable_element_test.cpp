@@ -35,7 +35,7 @@ class UnstorableElement : public ::testing::Test {
 
   SimulatedDisk disk_;
   VirtualMachine machine_;
-  std::unique_ptr<runtime::Host> phone_;
+  std::unique_ptr<runtime::Instance> phone_;
 };
 
 TEST_F(UnstorableElement, OfTheActivitiesKeepsNoneThatIsRecordedAfterItFromSurvivingAKill) {

@@ -16,8 +16,8 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-HostOptions appOptions(std::vector<std::string>* lines = nullptr) {
-  HostOptions options = simulatedApp();
+StartOptions appOptions(std::vector<std::string>* lines = nullptr) {
+  StartOptions options = simulatedApp();
   options.log_level = 3;
   options.log_sink = [lines](std::string_view line) {
     if (lines != nullptr)
@@ -43,7 +43,7 @@ size_t storedActivities(const VirtualMachine& machine) {
   return found == contents.end() ? 0 : found->second.array().size();
 }
 
-void liveOneSession(VirtualMachine& machine, runtime::Host& phone) {
+void liveOneSession(VirtualMachine& machine, runtime::Instance& phone) {
   phone.applicationDidBecomeActive();
   phone.addActivity("shop", "purchase", std::nullopt);
   machine.loop.advance(60);
@@ -207,7 +207,7 @@ TEST(VirtualMachine, KeepsTheReportOfACrashThatNothingReallyDiesOf) {
 
 TEST(VirtualMachine, SaysWhyAHostDoesNotStart) {
   VirtualMachine machine;
-  HostOptions options = appOptions();
+  StartOptions options = appOptions();
   options.app_key = "";
   EXPECT_THROW(static_cast<void>(machine.start(options)), std::runtime_error);
 }

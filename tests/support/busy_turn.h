@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "runtime/host.h"
+#include "runtime/instance.h"
 
 namespace morvik::test {
 
@@ -14,9 +14,9 @@ namespace morvik::test {
 class BusyTurn {
  public:
   explicit BusyTurn(
-      runtime::Host& host, std::function<void()> first = [] {}) {
+      runtime::Instance& instance, std::function<void()> first = [] {}) {
     const auto started = std::make_shared<std::promise<void>>();
-    host.perform([started, first = std::move(first), go_on = go_on_.get_future().share()] {
+    instance.perform([started, first = std::move(first), go_on = go_on_.get_future().share()] {
       first();
       started->set_value();
       go_on.wait();

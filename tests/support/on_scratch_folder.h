@@ -11,7 +11,7 @@
 #include <utility>
 #include <variant>
 
-#include "host/make_host.h"
+#include "host/make_instance.h"
 #include "runtime/machine/machine.h"
 #include "testing/recording_log.h"
 #include "tests/support/scratch_folder.h"
@@ -34,11 +34,11 @@ class OnScratchFolder : public ::testing::Test {
     options.service_url = "http://127.0.0.1:1/";
   }
 
-  std::unique_ptr<runtime::Host> make() { return taken(host::makeHost(options)); }
-  std::unique_ptr<runtime::Host> makeOn(runtime::Machine& machine) {
-    return taken(runtime::makeHost(options, machine));
+  std::unique_ptr<runtime::Instance> make() { return taken(host::makeInstance(options)); }
+  std::unique_ptr<runtime::Instance> makeOn(runtime::Machine& machine) {
+    return taken(runtime::makeInstance(options, machine));
   }
-  std::unique_ptr<runtime::Host> makePumped() {
+  std::unique_ptr<runtime::Instance> makePumped() {
     options.main_queue = MainQueueMode::kPumped;
     return make();
   }
@@ -70,15 +70,15 @@ class OnScratchFolder : public ::testing::Test {
 
   ScratchFolder folder;
   testing::RecordingLog log;
-  HostOptions options;
+  StartOptions options;
 
  private:
-  static std::unique_ptr<runtime::Host> taken(std::variant<std::unique_ptr<runtime::Host>, kit::Error> made) {
+  static std::unique_ptr<runtime::Instance> taken(std::variant<std::unique_ptr<runtime::Instance>, kit::Error> made) {
     if (const auto* error = std::get_if<kit::Error>(&made)) {
       ADD_FAILURE() << error->message;
       return nullptr;
     }
-    return std::get<std::unique_ptr<runtime::Host>>(std::move(made));
+    return std::get<std::unique_ptr<runtime::Instance>>(std::move(made));
   }
 };
 

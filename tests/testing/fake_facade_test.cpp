@@ -10,7 +10,7 @@ namespace {
 TEST(FakeFacade, HoldsTheDelegateWeakly) {
   testing::FakeFacade facade;
   EXPECT_EQ(facade.delegate(), nullptr);
-  auto delegate = std::make_shared<kit::MorvikCoreDelegate>();
+  auto delegate = std::make_shared<kit::FacadeDelegate>();
   facade.setDelegate(delegate);
   EXPECT_EQ(facade.delegate(), delegate);
   delegate.reset();

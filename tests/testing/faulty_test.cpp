@@ -12,7 +12,7 @@
 #include "testing/fake_device.h"
 #include "testing/fake_facade.h"
 #include "testing/fake_modules.h"
-#include "testing/fake_services.h"
+#include "testing/fake_services_lib.h"
 #include "testing/fake_siblings.h"
 #include "testing/fake_util.h"
 #include "testing/json_reader.h"
@@ -118,7 +118,7 @@ TEST(Fault, ThrowsEachKindOfObjectAsItIs) {
 struct Ports {
   testing::VirtualLoop loop;
   testing::MemoryStore store;
-  kit::HouseLock lock;
+  kit::ListLock lock;
   testing::ScriptedTransport transport{loop};
   testing::PlainJsonCodec json;
   testing::FakeCipher cipher;
@@ -136,8 +136,8 @@ struct Ports {
   testing::FakeFacade facade;
   testing::FakeUpdateLog update_log;
   testing::FakeConfig config{"key"};
-  testing::FakeServices services{services::MorvikGVUserDefaults(store, lock),
-                                 services::SealingTools{cipher, compressor, random}};
+  testing::FakeServicesLib services{services::MorvikGVUserDefaults(store, lock),
+                                    services::SealingTools{cipher, compressor, random}};
 };
 
 /// Calls every operation of a port once, each of which must throw what is planned for it and count its own name.
@@ -296,7 +296,7 @@ TEST(Faulty, FailsInEveryOperationOfTheModules) {
 
 TEST(Faulty, FailsInEveryOperationOfTheSiblings) {
   Ports ports;
-  Faulty<kit::MorvikCore> facade(ports.facade);
+  Faulty<kit::Facade> facade(ports.facade);
   EveryOperation(facade.faults).fails("delegate", [&] { facade.delegate(); });
   Faulty<kit::MorvikCoreUpdateLog> update_log(ports.update_log);
   EveryOperation(update_log.faults)

@@ -27,7 +27,7 @@ class Inputs final : public runtime::MachineInputs {
       return kit::Error{"it must begin with https://"};
     return runtime::UrlFacts{};
   }
-  std::optional<kit::Error> checkPlaces(const morvik::HostOptions&) const override { return std::nullopt; }
+  std::optional<kit::Error> checkPlaces(const morvik::StartOptions&) const override { return std::nullopt; }
   std::string absolutePath(const std::string& path) const override { return path; }
 };
 
@@ -147,7 +147,7 @@ class Eraser final : public runtime::MachineEraser {
   std::optional<kit::Error> finish(runtime::KeptWish wish) override {
     for (const auto& [key, value] : device_.store.contents())
       device_.store.set(key, {});
-    kit::HouseLock lock;
+    kit::ListLock lock;
     const morvik::services::MorvikGVUserDefaults properties(device_.store, lock);
     if (wish.is_forgotten)
       properties.setMorvikCoreUserInfo_isGDPRForgetMe(true);

@@ -6,12 +6,12 @@ namespace morvik_device {
 namespace {
 
 TEST(OptionNames, AreThoseOfTheProgram) {
-  EXPECT_EQ(inTermsOfTheProgram("HostOptions::app_key is empty"), "--app-key is empty");
-  EXPECT_EQ(inTermsOfTheProgram("HostOptions::store_folder cannot be made"), "--store cannot be made");
+  EXPECT_EQ(inTermsOfTheProgram("StartOptions::app_key is empty"), "--app-key is empty");
+  EXPECT_EQ(inTermsOfTheProgram("StartOptions::store_folder cannot be made"), "--store cannot be made");
 }
 
 TEST(OptionNames, LeaveOtherMessagesAlone) {
-  EXPECT_EQ(inTermsOfTheProgram("it says HostOptions::app_key"), "it says HostOptions::app_key");
+  EXPECT_EQ(inTermsOfTheProgram("it says StartOptions::app_key"), "it says StartOptions::app_key");
   EXPECT_EQ(inTermsOfTheProgram(""), "");
 }
 

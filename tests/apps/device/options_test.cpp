@@ -60,25 +60,25 @@ class File {
 
 TEST(Options, TheRequiredOnesAreEnough) {
   const Options options = optionsOf(complete());
-  EXPECT_EQ(options.host.store_folder, "folder");
-  EXPECT_EQ(options.host.service_url, "https://127.0.0.1:1");
-  EXPECT_EQ(options.host.app_key.text(), "app");
-  EXPECT_EQ(options.host.hash_key.text(), "hash");
-  EXPECT_EQ(options.host.tracking_key.text(), "tracking");
+  EXPECT_EQ(options.start.store_folder, "folder");
+  EXPECT_EQ(options.start.service_url, "https://127.0.0.1:1");
+  EXPECT_EQ(options.start.app_key.text(), "app");
+  EXPECT_EQ(options.start.hash_key.text(), "hash");
+  EXPECT_EQ(options.start.tracking_key.text(), "tracking");
   EXPECT_EQ(options.script, "");
 }
 
 TEST(Options, WhatIsNotGivenHasItsDefault) {
-  const morvik::HostOptions host = optionsOf(complete()).host;
-  EXPECT_EQ(host.log_level, 2);
-  EXPECT_EQ(host.device.system_version, "15.0");
-  EXPECT_EQ(host.device.idfa.source(), morvik::Identifier::Source::kMadeAndKept);
-  EXPECT_EQ(host.device.puid.source(), morvik::Identifier::Source::kMadeAndKept);
-  EXPECT_EQ(host.device.orientation, 1);
-  EXPECT_EQ(host.device.multitasking, true);
-  EXPECT_TRUE(host.ad_client.requestAttributionDetails);
-  EXPECT_FALSE(host.ad_client.lookupAdConversionDetails);
-  EXPECT_FALSE(host.ad_client.determineAppInstallationAttribution);
+  const morvik::StartOptions start = optionsOf(complete()).start;
+  EXPECT_EQ(start.log_level, 2);
+  EXPECT_EQ(start.device.system_version, "15.0");
+  EXPECT_EQ(start.device.idfa.source(), morvik::Identifier::Source::kMadeAndKept);
+  EXPECT_EQ(start.device.puid.source(), morvik::Identifier::Source::kMadeAndKept);
+  EXPECT_EQ(start.device.orientation, 1);
+  EXPECT_EQ(start.device.multitasking, true);
+  EXPECT_TRUE(start.ad_client.requestAttributionDetails);
+  EXPECT_FALSE(start.ad_client.lookupAdConversionDetails);
+  EXPECT_FALSE(start.ad_client.determineAppInstallationAttribution);
 }
 
 TEST(Options, EachRequiredOneThatIsMissingIsNamedWithTheWayToMendIt) {
@@ -94,7 +94,7 @@ TEST(Options, AnEmptyTrackingKeyIsGivenAndEmpty) {
   for (const Arguments& form : {Arguments{"--tracking-key", ""}, Arguments{"--tracking-key="}}) {
     Arguments all = without("--tracking-key");
     all.insert(all.begin(), form.begin(), form.end());
-    const morvik::Key key = optionsOf(all).host.tracking_key;
+    const morvik::Key key = optionsOf(all).start.tracking_key;
     EXPECT_EQ(key.source(), morvik::Key::Source::kText);
     EXPECT_EQ(key.text(), "");
   }
@@ -104,7 +104,7 @@ TEST(Options, KeysComeFromAFileUnlessAnOptionWins) {
   const File keys("app-key=a\nhash-key=b\ntracking-key=c\n");
   Arguments all = without("--app-key");
   all.insert(all.end(), {"--keys", keys.path()});
-  const morvik::HostOptions host = optionsOf(all).host;
+  const morvik::StartOptions host = optionsOf(all).start;
   EXPECT_EQ(host.app_key.source(), morvik::Key::Source::kFile);
   EXPECT_EQ(host.app_key.path(), keys.path());
   EXPECT_EQ(host.app_key.text(), "app-key");
@@ -121,7 +121,7 @@ TEST(Options, FilesThatAreNotThereAreNamed) {
 TEST(Options, ACaFileAndAScriptAreTaken) {
   const File file("");
   const Options options = optionsOf(complete({"--ca", file.path(), "--script", file.path()}));
-  EXPECT_EQ(options.host.ca_file, file.path());
+  EXPECT_EQ(options.start.ca_file, file.path());
   EXPECT_EQ(options.script, file.path());
 }
 
@@ -129,7 +129,7 @@ TEST(Options, SingleEndpointsAreGivenByName) {
   Arguments all = without("--service");
   all.insert(all.end(),
              {"--endpoint", "kGdprReqUrl=https://a.example/x", "--endpoint", "kCommerceBaseLiveUrl=https://b"});
-  EXPECT_THAT(optionsOf(all).host.endpoints,
+  EXPECT_THAT(optionsOf(all).start.endpoints,
               ElementsAre(Pair("kCommerceBaseLiveUrl", "https://b"), Pair("kGdprReqUrl", "https://a.example/x")));
   EXPECT_THAT(mistakeIn(complete({"--endpoint", "kGdprReqUrl"})),
               HasSubstr("--endpoint kGdprReqUrl has no URL; write --endpoint NAME=URL"));
@@ -137,38 +137,38 @@ TEST(Options, SingleEndpointsAreGivenByName) {
 
 TEST(Options, TheAdvertisingIdentifierIsAUuidOrNone) {
   const std::string uuid = "6d92078a-8246-4ba4-ae5b-76104861e7dc";
-  EXPECT_EQ(optionsOf(complete({"--idfa", uuid})).host.device.idfa.text(), uuid);
-  EXPECT_EQ(optionsOf(complete({"--idfa", "none"})).host.device.idfa.source(), morvik::Identifier::Source::kNone);
+  EXPECT_EQ(optionsOf(complete({"--idfa", uuid})).start.device.idfa.text(), uuid);
+  EXPECT_EQ(optionsOf(complete({"--idfa", "none"})).start.device.idfa.source(), morvik::Identifier::Source::kNone);
   EXPECT_THAT(mistakeIn(complete({"--idfa", "6d92078a"})),
               HasSubstr("--idfa: \"6d92078a\" is no UUID; write one like"));
 }
 
 TEST(Options, ThePersistentIdentifierIsAnyTextOrNone) {
-  EXPECT_EQ(optionsOf(complete({"--puid", "p-1"})).host.device.puid.text(), "p-1");
-  EXPECT_EQ(optionsOf(complete({"--puid", "none"})).host.device.puid.source(), morvik::Identifier::Source::kNone);
+  EXPECT_EQ(optionsOf(complete({"--puid", "p-1"})).start.device.puid.text(), "p-1");
+  EXPECT_EQ(optionsOf(complete({"--puid", "none"})).start.device.puid.source(), morvik::Identifier::Source::kNone);
 }
 
 TEST(Options, TheDeviceIsDescribed) {
   const morvik::DeviceDescription device =
-      optionsOf(complete({"--system-version", "9.3", "--orientation", "3", "--no-multitasking"})).host.device;
+      optionsOf(complete({"--system-version", "9.3", "--orientation", "3", "--no-multitasking"})).start.device;
   EXPECT_EQ(device.system_version, "9.3");
   EXPECT_EQ(device.orientation, 3);
   EXPECT_EQ(device.multitasking, false);
 }
 
 TEST(Options, SendingIsOnAndTheEnvironmentLeftAloneUnlessSaid) {
-  EXPECT_TRUE(optionsOf(complete()).host.sending);
-  EXPECT_FALSE(optionsOf(complete()).host.allow_environment);
-  EXPECT_FALSE(optionsOf(complete({"--no-sending"})).host.sending);
-  EXPECT_TRUE(optionsOf(complete({"--allow-environment"})).host.allow_environment);
+  EXPECT_TRUE(optionsOf(complete()).start.sending);
+  EXPECT_FALSE(optionsOf(complete()).start.allow_environment);
+  EXPECT_FALSE(optionsOf(complete({"--no-sending"})).start.sending);
+  EXPECT_TRUE(optionsOf(complete({"--allow-environment"})).start.allow_environment);
 }
 
 TEST(Options, NumbersOutOfTheirRangeAreMistakes) {
   EXPECT_THAT(mistakeIn(complete({"--log-level", "7"})), HasSubstr("--log-level"));
   EXPECT_THAT(mistakeIn(complete({"--log-level", "much"})), HasSubstr("--log-level"));
   EXPECT_THAT(mistakeIn(complete({"--orientation", "0"})), HasSubstr("--orientation"));
-  EXPECT_EQ(optionsOf(complete({"--log-level", "0"})).host.log_level, 0);
-  EXPECT_EQ(optionsOf(complete({"--log-level", "6"})).host.log_level, 6);
+  EXPECT_EQ(optionsOf(complete({"--log-level", "0"})).start.log_level, 0);
+  EXPECT_EQ(optionsOf(complete({"--log-level", "6"})).start.log_level, 6);
 }
 
 TEST(Options, ModulesAreNamedWithOrWithoutAVersion) {
@@ -180,7 +180,7 @@ TEST(Options, ModulesAreNamedWithOrWithoutAVersion) {
 
 TEST(Options, AdvertisingAnswersAreReadHere) {
   const morvik::AdClient client =
-      optionsOf(complete({"--search-ads", "absent", "--iad", "determine:no"})).host.ad_client;
+      optionsOf(complete({"--search-ads", "absent", "--iad", "determine:no"})).start.ad_client;
   EXPECT_FALSE(client.requestAttributionDetails);
   EXPECT_TRUE(client.determineAppInstallationAttribution);
   EXPECT_THAT(mistakeIn(complete({"--search-ads", "?"})), HasSubstr("--search-ads: the details are no JSON ("));

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "kit/house_lock.h"
+#include "kit/list_lock.h"
 #include "testing/memory_store.h"
 
 namespace morvik_device {
@@ -17,7 +17,7 @@ class StoreViewTest : public ::testing::Test {
   }
 
   morvik::testing::MemoryStore store_;
-  kit::HouseLock lock_;
+  kit::ListLock lock_;
   std::optional<std::string> unknown_;
 };
 

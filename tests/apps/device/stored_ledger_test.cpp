@@ -30,7 +30,7 @@ class StoredLedger : public ::testing::Test {
   Ledger stored() { return storedLedger(device.machine().store); }
   void expectToSayWhatTheKitSays(const char* when) {
     device.settle();
-    EXPECT_EQ(jsonOf(stored()), jsonOf(device.host().ledger())) << when;
+    EXPECT_EQ(jsonOf(stored()), jsonOf(device.instance().ledger())) << when;
   }
 
   morvik::simulation::TestDevice device;

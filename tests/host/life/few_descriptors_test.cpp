@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "runtime/life/host_ending.h"
+#include "runtime/life/instance_ending.h"
 #include "tests/support/child.h"
 #include "tests/support/few_descriptors.h"
 #include "tests/support/on_scratch_folder.h"

@@ -14,7 +14,7 @@
 
 #include "host/posix/process_word.h"
 #include "host/store/sqlite_store.h"
-#include "runtime/make_host.h"
+#include "runtime/make_instance.h"
 #include "testing/recording_log.h"
 #include "tests/support/child.h"
 #include "tests/support/no_threads.h"

@@ -1,5 +1,5 @@
 // How a host ends: with several callers, from within its callbacks, with a disk or an app that does not come back.
-#include "runtime/life/host_ending.h"
+#include "runtime/life/instance_ending.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@
 #include "host/store/sqlite_store.h"
 #include "host/system_machine.h"
 #include "runtime/machine/take_over_table.h"
-#include "runtime/make_host.h"
+#include "runtime/make_instance.h"
 #include "testing/recording_log.h"
 #include "tests/support/busy_turn.h"
 #include "tests/support/faulty_vfs.h"
@@ -62,12 +62,12 @@ class MachineWithStoreAtHand final : public SystemMachine {
   SqliteStore* store = nullptr;
 };
 
-class HostEndingTest : public test::OnScratchFolder {
+class InstanceEndingTest : public test::OnScratchFolder {
  protected:
   static void expectReady(std::future<void> future) { EXPECT_EQ(future.wait_for(kGiveUp), std::future_status::ready); }
 };
 
-TEST_F(HostEndingTest, RunsWhatWasPostedBeforeInOrder) {
+TEST_F(InstanceEndingTest, RunsWhatWasPostedBeforeInOrder) {
   const auto host = make();
   std::vector<int> ran;
   for (int i = 0; i < 100; ++i)
@@ -78,7 +78,7 @@ TEST_F(HostEndingTest, RunsWhatWasPostedBeforeInOrder) {
   EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(HostEndingTest, RunsWhatWasPostedBeforeOnThePumpingThread) {
+TEST_F(InstanceEndingTest, RunsWhatWasPostedBeforeOnThePumpingThread) {
   const auto host = makePumped();
   int ran = 0;
   std::thread([&] {
@@ -90,7 +90,7 @@ TEST_F(HostEndingTest, RunsWhatWasPostedBeforeOnThePumpingThread) {
   EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(HostEndingTest, LetsAPostedBlockRecordWhileItEndsAndRefusesWhatComesFromOutside) {
+TEST_F(InstanceEndingTest, LetsAPostedBlockRecordWhileItEndsAndRefusesWhatComesFromOutside) {
   const auto host = make();
   std::promise<void> is_ending;
   std::promise<void> go;
@@ -111,7 +111,7 @@ TEST_F(HostEndingTest, LetsAPostedBlockRecordWhileItEndsAndRefusesWhatComesFromO
   EXPECT_FALSE(ran);
 }
 
-TEST_F(HostEndingTest, RefusesWhatIsRecordedOnceItHasStopped) {
+TEST_F(InstanceEndingTest, RefusesWhatIsRecordedOnceItHasStopped) {
   const auto host = make();
   EXPECT_EQ(host->addActivity("g", "before", std::nullopt), Recorded::kKept);
   host->stop();
@@ -122,7 +122,7 @@ TEST_F(HostEndingTest, RefusesWhatIsRecordedOnceItHasStopped) {
   EXPECT_FALSE(host->isGdprForgetMe());
 }
 
-TEST_F(HostEndingTest, CountsWhatIsRefusedFromItsBeginningOnAndSaysSoOnce) {
+TEST_F(InstanceEndingTest, CountsWhatIsRefusedFromItsBeginningOnAndSaysSoOnce) {
   constexpr uint64_t kWhileItEnds = 100;
   options.log_level = 3;
   auto host = make();
@@ -138,7 +138,7 @@ TEST_F(HostEndingTest, CountsWhatIsRefusedFromItsBeginningOnAndSaysSoOnce) {
   const size_t lines = log.lines().size();
   host->passOpenURL("x://y");
   EXPECT_EQ(log.lines().size(), lines) << "the log is closed";
-  const auto refused = [](runtime::Host& of) {
+  const auto refused = [](runtime::Instance& of) {
     const Ledger ledger = of.ledger();
     EXPECT_TRUE(ledger.isSound()) << "they are in no account";
     return ledger.refused.size() == 1 && ledger.refused[0].reason == toText(Recorded::kRefusedNotRunning)
@@ -150,7 +150,7 @@ TEST_F(HostEndingTest, CountsWhatIsRefusedFromItsBeginningOnAndSaysSoOnce) {
   EXPECT_EQ(refused(*make()), kWhileItEnds) << "what came after the end is not written";
 }
 
-TEST_F(HostEndingTest, KeepsWhatABlockRecordsWhileTheEndWaitsForIt) {
+TEST_F(InstanceEndingTest, KeepsWhatABlockRecordsWhileTheEndWaitsForIt) {
   const auto host = make();
   std::promise<void> started;
   std::promise<void> go;
@@ -170,7 +170,7 @@ TEST_F(HostEndingTest, KeepsWhatABlockRecordsWhileTheEndWaitsForIt) {
   EXPECT_EQ(within, Recorded::kKept);
 }
 
-TEST_F(HostEndingTest, CountsWhatCannotRunWhenAPumpedKitIsStoppedFromElsewhere) {
+TEST_F(InstanceEndingTest, CountsWhatCannotRunWhenAPumpedKitIsStoppedFromElsewhere) {
   const auto host = makePumped();
   bool ran = false;
   std::thread([&] {
@@ -185,7 +185,7 @@ TEST_F(HostEndingTest, CountsWhatCannotRunWhenAPumpedKitIsStoppedFromElsewhere) 
   EXPECT_EQ(log.lines().size(), 1U);
 }
 
-TEST_F(HostEndingTest, IsStoppedFromElsewhereWhileItsThreadPumps) {
+TEST_F(InstanceEndingTest, IsStoppedFromElsewhereWhileItsThreadPumps) {
   const auto host = makePumped();
   std::atomic<bool> is_stopped = false;
   std::thread stopper([&] {
@@ -201,7 +201,7 @@ TEST_F(HostEndingTest, IsStoppedFromElsewhereWhileItsThreadPumps) {
   EXPECT_TRUE(canStartInTheEnd());
 }
 
-TEST_F(HostEndingTest, IsEndedByOneOfSeveralThreadsAndTheOthersReturnWhenItIs) {
+TEST_F(InstanceEndingTest, IsEndedByOneOfSeveralThreadsAndTheOthersReturnWhenItIs) {
   const auto host = make();
   test::BusyTurn busy(*host);
   std::atomic<bool> callback_ended = false;
@@ -221,9 +221,9 @@ TEST_F(HostEndingTest, IsEndedByOneOfSeveralThreadsAndTheOthersReturnWhenItIs) {
   EXPECT_TRUE(canStartInTheEnd());
 }
 
-TEST_F(HostEndingTest, WritesALineAndDoesNothingOnTheBackgroundQueue) {
+TEST_F(InstanceEndingTest, WritesALineAndDoesNothingOnTheBackgroundQueue) {
   std::promise<void> called;  // the host may call once more while it ends
-  std::unique_ptr<runtime::Host> host;
+  std::unique_ptr<runtime::Instance> host;
   options.modules["Fendo"].saveCommerceEventAndSend = [&] {
     host->stop();
     called.set_value();
@@ -242,8 +242,8 @@ TEST_F(HostEndingTest, WritesALineAndDoesNothingOnTheBackgroundQueue) {
   EXPECT_TRUE(log.has(kNotFromWithin));
 }
 
-TEST_F(HostEndingTest, DoesNothingWithinTheLogSink) {
-  runtime::Host* stopped = nullptr;
+TEST_F(InstanceEndingTest, DoesNothingWithinTheLogSink) {
+  runtime::Instance* stopped = nullptr;
   size_t lines = 0;
   options.log_sink = [&](std::string_view) {
     ++lines;
@@ -262,7 +262,7 @@ TEST_F(HostEndingTest, DoesNothingWithinTheLogSink) {
   stopped = nullptr;
 }
 
-TEST_F(HostEndingTest, IsLeftToItselfWhenACallbackDoesNotComeBack) {
+TEST_F(InstanceEndingTest, IsLeftToItselfWhenACallbackDoesNotComeBack) {
   auto host = make();
   std::promise<void> started;
   std::promise<void> go;
@@ -290,7 +290,7 @@ TEST_F(HostEndingTest, IsLeftToItselfWhenACallbackDoesNotComeBack) {
   EXPECT_EQ(log.lines().size(), lines);
 }
 
-TEST_F(HostEndingTest, IsLeftToItselfWhenTheDiskDoesNotComeBack) {
+TEST_F(InstanceEndingTest, IsLeftToItselfWhenTheDiskDoesNotComeBack) {
   test::FaultyVfs disk;
   std::promise<void> go;
   const std::shared_future<void> may_go_on = go.get_future().share();
@@ -311,7 +311,7 @@ TEST_F(HostEndingTest, IsLeftToItselfWhenTheDiskDoesNotComeBack) {
   EXPECT_EQ(next->properties().integerForKey("com.morvik.core.appLaunchCount"), 1);
 }
 
-TEST_F(HostEndingTest, CommitsAndLeavesWhenItIsDestroyedWithinACallback) {
+TEST_F(InstanceEndingTest, CommitsAndLeavesWhenItIsDestroyedWithinACallback) {
   auto host = make();
   std::promise<void> left;
   bool ran = false;
@@ -329,7 +329,7 @@ TEST_F(HostEndingTest, CommitsAndLeavesWhenItIsDestroyedWithinACallback) {
   EXPECT_FALSE(ran);
 }
 
-TEST_F(HostEndingTest, LeavesTheOtherQueueToEndByItselfWhenThatDoesNotComeBack) {
+TEST_F(InstanceEndingTest, LeavesTheOtherQueueToEndByItselfWhenThatDoesNotComeBack) {
   std::promise<void> started;
   std::promise<void> go;
   std::promise<void> came_back;
@@ -356,7 +356,7 @@ TEST_F(HostEndingTest, LeavesTheOtherQueueToEndByItselfWhenThatDoesNotComeBack) 
   EXPECT_FALSE(MorvikCore::start(options)) << "what is left keeps its store";
 }
 
-TEST_F(HostEndingTest, StopsInTheMiddleOfALongQueueOfBlocks) {
+TEST_F(InstanceEndingTest, StopsInTheMiddleOfALongQueueOfBlocks) {
   const auto host = make();
   std::atomic<size_t> ran = 0;
   // Each hands over the next one, for ever.
@@ -373,7 +373,7 @@ TEST_F(HostEndingTest, StopsInTheMiddleOfALongQueueOfBlocks) {
 // ------------------------------------------------------------------------------------------------------------ the log
 
 /// Ends a host whose callback throws when it comes back, after stop() has returned.
-void endWithACallbackThatThrowsLate(runtime::Host& host) {
+void endWithACallbackThatThrowsLate(runtime::Instance& host) {
   std::promise<void> started;
   const auto may_go_on = std::make_shared<std::promise<void>>();
   host.perform([&started, future = may_go_on->get_future().share()] {
@@ -386,7 +386,7 @@ void endWithACallbackThatThrowsLate(runtime::Host& host) {
   may_go_on->set_value();
 }
 
-TEST_F(HostEndingTest, WritesNothingToStandardErrorOnceItHasStopped) {
+TEST_F(InstanceEndingTest, WritesNothingToStandardErrorOnceItHasStopped) {
   options.log_sink = nullptr;
   ::testing::internal::CaptureStderr();
   const auto host = make();
@@ -395,7 +395,7 @@ TEST_F(HostEndingTest, WritesNothingToStandardErrorOnceItHasStopped) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
-TEST_F(HostEndingTest, DoesNotWaitForWhoeverShouldReadStandardError) {
+TEST_F(InstanceEndingTest, DoesNotWaitForWhoeverShouldReadStandardError) {
   options.log_sink = nullptr;
   const auto host = make();
   const test::FullStderr full;
@@ -405,7 +405,7 @@ TEST_F(HostEndingTest, DoesNotWaitForWhoeverShouldReadStandardError) {
   EXPECT_TRUE(canStartInTheEnd());
 }
 
-TEST_F(HostEndingTest, PumpedDoesNotWaitForWhoeverShouldReadStandardErrorEither) {
+TEST_F(InstanceEndingTest, PumpedDoesNotWaitForWhoeverShouldReadStandardErrorEither) {
   options.log_sink = nullptr;
   const auto host = makePumped();
   const test::FullStderr full;
@@ -417,7 +417,7 @@ TEST_F(HostEndingTest, PumpedDoesNotWaitForWhoeverShouldReadStandardErrorEither)
 }
 
 /// Whose bound is that of the header itself: one of some stops is not held up by the machine besides.
-TEST_F(HostEndingTest, TakesTwoSecondsInAllWhereTheLogSinkDoesNotComeBack) {
+TEST_F(InstanceEndingTest, TakesTwoSecondsInAllWhereTheLogSinkDoesNotComeBack) {
   constexpr int kTries = 5;
   auto shortest = steady_clock::duration::max();
   for (int i = 0; i < kTries && shortest >= runtime::kStopTime; ++i) {
@@ -445,7 +445,7 @@ TEST_F(HostEndingTest, TakesTwoSecondsInAllWhereTheLogSinkDoesNotComeBack) {
 
 // ---------------------------------------------------------------------------------------------------------- the store
 
-TEST_F(HostEndingTest, DoesNotWaitForWhoeverHasTheStoreLocked) {
+TEST_F(InstanceEndingTest, DoesNotWaitForWhoeverHasTheStoreLocked) {
   const auto host = make();
   std::promise<void> locked;
   std::promise<void> go;
@@ -465,7 +465,7 @@ TEST_F(HostEndingTest, DoesNotWaitForWhoeverHasTheStoreLocked) {
   EXPECT_TRUE(canStartInTheEnd());
 }
 
-TEST_F(HostEndingTest, LeavesRemovedWhatIsRemovedOnceItHasBegun) {
+TEST_F(InstanceEndingTest, LeavesRemovedWhatIsRemovedOnceItHasBegun) {
   MachineWithStoreAtHand machine;
   const auto host = makeOn(machine);
   host->addActivity("g", "n", std::nullopt);
@@ -490,12 +490,12 @@ TEST_F(HostEndingTest, LeavesRemovedWhatIsRemovedOnceItHasBegun) {
   EXPECT_EQ(log.countContaining("were removed or replaced before the kit had stopped"), 1U);
 }
 
-TEST_F(HostEndingTest, WithinACallbackLeavesRemovedWhatIsRemovedAfterwards) {
+TEST_F(InstanceEndingTest, WithinACallbackLeavesRemovedWhatIsRemovedAfterwards) {
   static auto& machine = *new MachineWithStoreAtHand;  // the host's parts are kept for good
   auto host = makeOn(machine);
   SqliteStore& store = *machine.store;
   std::promise<void> left;
-  runtime::Host& running = *host;
+  runtime::Instance& running = *host;
   running.perform([&] {
     host.reset();
     std::filesystem::remove_all(options.store_folder);
@@ -508,7 +508,7 @@ TEST_F(HostEndingTest, WithinACallbackLeavesRemovedWhatIsRemovedAfterwards) {
 
 // ----------------------------------------------------------------------------------------------- others, at that time
 
-TEST_F(HostEndingTest, EndsAWaitThatAnotherThreadIsIn) {
+TEST_F(InstanceEndingTest, EndsAWaitThatAnotherThreadIsIn) {
   const auto host = make();
   // Keeps the waits from being told before they are stopped.
   test::BusyTurn busy(*host);
@@ -525,7 +525,7 @@ TEST_F(HostEndingTest, EndsAWaitThatAnotherThreadIsIn) {
   EXPECT_TRUE(canStartInTheEnd());
 }
 
-TEST_F(HostEndingTest, TellsAFlushThatTheMainQueueDoesNotGetToOnTheStoppingThread) {
+TEST_F(InstanceEndingTest, TellsAFlushThatTheMainQueueDoesNotGetToOnTheStoppingThread) {
   const auto host = make();
   test::BusyTurn busy(*host);
   std::vector<FlushReason> told;
@@ -545,7 +545,7 @@ TEST_F(HostEndingTest, TellsAFlushThatTheMainQueueDoesNotGetToOnTheStoppingThrea
   EXPECT_EQ(told.size(), 1U);
 }
 
-TEST_F(HostEndingTest, IsNotBegunAgainFromWithinTheAnswerToAFlushOnTheStoppingThread) {
+TEST_F(InstanceEndingTest, IsNotBegunAgainFromWithinTheAnswerToAFlushOnTheStoppingThread) {
   const auto host = make();
   test::BusyTurn busy(*host);
   host->addActivity("g", "n", std::nullopt);
@@ -566,7 +566,7 @@ TEST_F(HostEndingTest, IsNotBegunAgainFromWithinTheAnswerToAFlushOnTheStoppingTh
   EXPECT_TRUE(canStartInTheEnd());
 }
 
-TEST_F(HostEndingTest, TellsAFlushAlsoWhereNoThreadCanBeHadToCloseOn) {
+TEST_F(InstanceEndingTest, TellsAFlushAlsoWhereNoThreadCanBeHadToCloseOn) {
   const auto host = makePumped();
   host->addActivity("g", "n", std::nullopt);
   std::vector<FlushReason> told;
@@ -579,7 +579,7 @@ TEST_F(HostEndingTest, TellsAFlushAlsoWhereNoThreadCanBeHadToCloseOn) {
   EXPECT_EQ(told, std::vector<FlushReason>{FlushReason::kStopped});
 }
 
-TEST_F(HostEndingTest, TellsAFlushAtOnceThatComesWhileItEnds) {
+TEST_F(InstanceEndingTest, TellsAFlushAtOnceThatComesWhileItEnds) {
   const auto host = make();
   test::BusyTurn busy(*host);
   host->addActivity("g", "n", std::nullopt);
@@ -594,8 +594,8 @@ TEST_F(HostEndingTest, TellsAFlushAtOnceThatComesWhileItEnds) {
   EXPECT_EQ(told.size(), 1U);
 }
 
-TEST_F(HostEndingTest, WritesALineAndDoesNothingWithinTheAppsAdClient) {
-  runtime::Host* kit = nullptr;
+TEST_F(InstanceEndingTest, WritesALineAndDoesNothingWithinTheAppsAdClient) {
+  runtime::Instance* kit = nullptr;
   std::promise<void> asked;
   options.ad_client.requestAttributionDetails = [&](auto&&...) {
     kit->stop();
@@ -614,7 +614,7 @@ TEST_F(HostEndingTest, WritesALineAndDoesNothingWithinTheAppsAdClient) {
 
 // ------------------------------------------------------------------------------------------------------------ erasing
 
-TEST_F(HostEndingTest, ErasesInTheSameTimeAndTheNextStartFinishesWhatACallbackHeldUp) {
+TEST_F(InstanceEndingTest, ErasesInTheSameTimeAndTheNextStartFinishesWhatACallbackHeldUp) {
   const auto host = make();
   host->addActivity("g", "n", std::nullopt);
   test::BusyTurn busy(*host);
@@ -628,7 +628,7 @@ TEST_F(HostEndingTest, ErasesInTheSameTimeAndTheNextStartFinishesWhatACallbackHe
   EXPECT_EQ(make()->properties().fendoActivityInfos().size(), 0U);
 }
 
-TEST_F(HostEndingTest, IsErasedByOneOfSeveralThreadsAndTheOthersAnswerTheSame) {
+TEST_F(InstanceEndingTest, IsErasedByOneOfSeveralThreadsAndTheOthersAnswerTheSame) {
   const auto host = make();
   host->addActivity("g", "n", std::nullopt);
   test::BusyTurn busy(*host);
@@ -652,8 +652,8 @@ TEST_F(HostEndingTest, IsErasedByOneOfSeveralThreadsAndTheOthersAnswerTheSame) {
   EXPECT_EQ(log.lines().size(), lines) << "and its log closed";
 }
 
-TEST_F(HostEndingTest, IsNotErasedFromWithinTheLogSink) {
-  runtime::Host* kit = nullptr;
+TEST_F(InstanceEndingTest, IsNotErasedFromWithinTheLogSink) {
+  runtime::Instance* kit = nullptr;
   std::vector<bool> erased;
   options.log_sink = [&](std::string_view) {
     if (kit != nullptr)

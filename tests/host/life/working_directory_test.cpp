@@ -23,7 +23,7 @@ class WorkingDirectory : public test::OnScratchFolder, public ::testing::WithPar
   std::string elsewhere() const { return folder / "elsewhere"; }
   /// The kit of an app that then goes elsewhere.
   std::unique_ptr<MorvikCore> startAndGo() {
-    HostOptions relative = options;
+    StartOptions relative = options;
     relative.store_folder = "store";
     if (::chdir(folder.path().c_str()) != 0)
       return nullptr;

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "host/posix/process_word.h"
-#include "runtime/host.h"
+#include "runtime/instance.h"
 #include "runtime/log/logged_lines.h"
 #include "testing/recording_log.h"
 #include "testing/virtual_loop.h"

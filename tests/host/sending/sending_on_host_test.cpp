@@ -19,7 +19,7 @@
 #include <variant>
 #include <vector>
 
-#include "host/make_host.h"
+#include "host/make_instance.h"
 #include "runtime/siblings/kept_identifier.h"
 #include "services/endpoints.h"
 #include "simulation/levered_machine.h"
@@ -53,24 +53,24 @@ class SendingOnHost : public ::testing::Test {
     options.service_url = server_.url("/");
   }
 
-  std::unique_ptr<runtime::Host> make(MainQueueMode mode = MainQueueMode::kOwnThread) {
+  std::unique_ptr<runtime::Instance> make(MainQueueMode mode = MainQueueMode::kOwnThread) {
     options.main_queue = mode;
     auto machine = std::make_unique<simulation::LeveredMachine>();
     levers = machine.get();
-    auto made = host::makeHost(options, std::move(machine));
+    auto made = host::makeInstance(options, std::move(machine));
     if (const auto* error = std::get_if<kit::Error>(&made)) {
       ADD_FAILURE() << error->message;
       return nullptr;
     }
-    return std::get<std::unique_ptr<runtime::Host>>(std::move(made));
+    return std::get<std::unique_ptr<runtime::Instance>>(std::move(made));
   }
   /// With its first session open and its install attributed.
-  std::unique_ptr<runtime::Host> makeAttributed(MainQueueMode mode = MainQueueMode::kOwnThread) {
-    auto host = make(mode);
-    host->applicationDidBecomeActive();
-    host->addActivity("shop", "first", std::nullopt);
-    EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered);
-    return host;
+  std::unique_ptr<runtime::Instance> makeAttributed(MainQueueMode mode = MainQueueMode::kOwnThread) {
+    auto instance = make(mode);
+    instance->applicationDidBecomeActive();
+    instance->addActivity("shop", "first", std::nullopt);
+    EXPECT_TRUE(instance->waitUntilDelivered(kGiveUp).is_delivered);
+    return instance;
   }
   size_t arrived(std::string_view path) {
     size_t count = 0;
@@ -78,19 +78,19 @@ class SendingOnHost : public ::testing::Test {
       count += request.target.find(path) != std::string::npos ? 1u : 0u;
     return count;
   }
-  static void turn(runtime::Host& host) {
+  static void turn(runtime::Instance& instance) {
     std::promise<void> over;
-    host.perform([&over] { over.set_value(); });
+    instance.perform([&over] { over.set_value(); });
     ASSERT_EQ(over.get_future().wait_for(kGiveUp), std::future_status::ready);
   }
   /// What the session's start asked for may still be under way.
-  static void rest(runtime::Host& host) {
+  static void rest(runtime::Instance& instance) {
     const auto give_up = steady_clock::now() + kGiveUp;
-    while (host.pending().requests > 0 && steady_clock::now() < give_up)
-      turn(host);
-    ASSERT_EQ(host.pending().requests, 0u);
+    while (instance.pending().requests > 0 && steady_clock::now() < give_up)
+      turn(instance);
+    ASSERT_EQ(instance.pending().requests, 0u);
   }
-  static size_t stored(runtime::Host& host) { return host.properties().fendoActivityInfos().size(); }
+  static size_t stored(runtime::Instance& instance) { return instance.properties().fendoActivityInfos().size(); }
   std::set<std::string> names() const {
     std::set<std::string> found;
     for (const auto& entry : std::filesystem::directory_iterator(options.store_folder))
@@ -100,7 +100,7 @@ class SendingOnHost : public ::testing::Test {
 
   test::ScratchFolder folder;
   testing::RecordingLog log;
-  HostOptions options;
+  StartOptions options;
   simulation::Levers* levers = nullptr;  ///< of the latest kit
   std::atomic<bool> answers_batches{true};
   std::atomic<bool> answers_clicks{true};
@@ -123,38 +123,38 @@ class SendingOnHost : public ::testing::Test {
 };
 
 TEST_F(SendingOnHost, AFreshInstallIsAttributedAndDeliversWhatTheAppWaitsFor) {
-  const auto host = make();
-  host->applicationDidBecomeActive();
-  host->addActivity("shop", "purchase", "sku-42");
-  const FlushResult result = host->waitUntilDelivered(kGiveUp);
+  const auto instance = make();
+  instance->applicationDidBecomeActive();
+  instance->addActivity("shop", "purchase", "sku-42");
+  const FlushResult result = instance->waitUntilDelivered(kGiveUp);
   EXPECT_TRUE(result.is_delivered) << toText(result.reason);
-  EXPECT_EQ(stored(*host), 0u);
+  EXPECT_EQ(stored(*instance), 0u);
 }
 
 TEST_F(SendingOnHost, PumpedTheWaitPumps) {
-  const auto host = makeAttributed(MainQueueMode::kPumped);
-  host->addActivity("shop", "purchase", std::nullopt);
-  EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered);
+  const auto instance = makeAttributed(MainQueueMode::kPumped);
+  instance->addActivity("shop", "purchase", std::nullopt);
+  EXPECT_TRUE(instance->waitUntilDelivered(kGiveUp).is_delivered);
   answers_batches = false;
-  host->addActivity("shop", "purchase", std::nullopt);
+  instance->addActivity("shop", "purchase", std::nullopt);
   const auto begun = steady_clock::now();
-  EXPECT_EQ(host->waitUntilDelivered(milliseconds(50)).reason, FlushReason::kTimeout);
+  EXPECT_EQ(instance->waitUntilDelivered(milliseconds(50)).reason, FlushReason::kTimeout);
   EXPECT_GE(steady_clock::now() - begun, milliseconds(50));
 }
 
 TEST_F(SendingOnHost, PumpedAnotherThreadWaitsForTheOneThatPumps) {
-  const auto host = makeAttributed(MainQueueMode::kPumped);
-  host->addActivity("shop", "purchase", std::nullopt);
-  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(kGiveUp); });
+  const auto instance = makeAttributed(MainQueueMode::kPumped);
+  instance->addActivity("shop", "purchase", std::nullopt);
+  auto waiting = std::async(std::launch::async, [&instance] { return instance->waitUntilDelivered(kGiveUp); });
   while (waiting.wait_for(milliseconds(1)) != std::future_status::ready)
-    host->dispatch();
+    instance->dispatch();
   EXPECT_TRUE(waiting.get().is_delivered);
 }
 
 TEST_F(SendingOnHost, PumpedByNobodyTheWaitEndsInTime) {
-  const auto host = makeAttributed(MainQueueMode::kPumped);
-  host->addActivity("shop", "purchase", std::nullopt);
-  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(milliseconds(50)); });
+  const auto instance = makeAttributed(MainQueueMode::kPumped);
+  instance->addActivity("shop", "purchase", std::nullopt);
+  auto waiting = std::async(std::launch::async, [&instance] { return instance->waitUntilDelivered(milliseconds(50)); });
   ASSERT_EQ(waiting.wait_for(kGiveUp), std::future_status::ready);
   const FlushResult result = waiting.get();
   EXPECT_EQ(result.reason, FlushReason::kTimeout);
@@ -162,21 +162,21 @@ TEST_F(SendingOnHost, PumpedByNobodyTheWaitEndsInTime) {
 }
 
 TEST_F(SendingOnHost, PumpedByNobodyTheWaitLeavesNoTimerBehind) {
-  const auto host = make(MainQueueMode::kPumped);
-  host->dispatch();
-  ASSERT_EQ(host->pollTimeoutMilliseconds(), -1);
-  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(milliseconds(20)); });
+  const auto instance = make(MainQueueMode::kPumped);
+  instance->dispatch();
+  ASSERT_EQ(instance->pollTimeoutMilliseconds(), -1);
+  auto waiting = std::async(std::launch::async, [&instance] { return instance->waitUntilDelivered(milliseconds(20)); });
   ASSERT_EQ(waiting.wait_for(kGiveUp), std::future_status::ready);
-  host->dispatch();
-  EXPECT_EQ(host->pollTimeoutMilliseconds(), -1) << "nobody waits any more";
+  instance->dispatch();
+  EXPECT_EQ(instance->pollTimeoutMilliseconds(), -1) << "nobody waits any more";
 }
 
 /// The main queue, held up until it goes.
 class BlockedMainQueue {
  public:
-  explicit BlockedMainQueue(runtime::Host& host) {
+  explicit BlockedMainQueue(runtime::Instance& instance) {
     std::promise<void> begun;
-    host.perform([&begun, go = go_.get_future().share()] {
+    instance.perform([&begun, go = go_.get_future().share()] {
       begun.set_value();
       go.wait();
     });
@@ -191,30 +191,30 @@ class BlockedMainQueue {
 };
 
 TEST_F(SendingOnHost, ThoseWhoGiveUpOnABlockedMainQueueLeaveOneBlockThereAtMost) {
-  const auto host = make();
+  const auto instance = make();
   {
-    const BlockedMainQueue blocked(*host);
-    host->addActivity("shop", "look", std::nullopt);
-    const size_t before = host->pending().main_blocks;
+    const BlockedMainQueue blocked(*instance);
+    instance->addActivity("shop", "look", std::nullopt);
+    const size_t before = instance->pending().main_blocks;
     for (int wait = 0; wait < 100; ++wait)
-      EXPECT_FALSE(host->waitUntilDelivered(milliseconds(wait % 2)).is_delivered);
-    EXPECT_LE(host->pending().main_blocks, before + 1);
+      EXPECT_FALSE(instance->waitUntilDelivered(milliseconds(wait % 2)).is_delivered);
+    EXPECT_LE(instance->pending().main_blocks, before + 1);
   }
-  EXPECT_EQ(host->waitUntilDelivered(kGiveUp).reason, FlushReason::kNotAttributed) << "whoever comes later is told";
+  EXPECT_EQ(instance->waitUntilDelivered(kGiveUp).reason, FlushReason::kNotAttributed) << "whoever comes later is told";
 }
 
 TEST_F(SendingOnHost, TheTimeOfAFlushCountsFromTheCallAlsoBehindABlockedMainQueue) {
-  const auto host = makeAttributed();
+  const auto instance = makeAttributed();
   answers_batches = false;
-  host->addActivity("shop", "purchase", std::nullopt);
+  instance->addActivity("shop", "purchase", std::nullopt);
   std::promise<bool> was_told_first;
   std::optional<FlushResult> told;
   {
-    const BlockedMainQueue blocked(*host);
-    host->flush([&told](const FlushResult& result) { told = result; }, milliseconds(20));
+    const BlockedMainQueue blocked(*instance);
+    instance->flush([&told](const FlushResult& result) { told = result; }, milliseconds(20));
     levers->after(0.1, [&] { was_told_first.set_value(told.has_value()); });
     // Longer than both timers.
-    EXPECT_EQ(host->waitUntilDelivered(milliseconds(200)).reason, FlushReason::kTimeout);
+    EXPECT_EQ(instance->waitUntilDelivered(milliseconds(200)).reason, FlushReason::kTimeout);
   }
   EXPECT_TRUE(was_told_first.get_future().get());
   ASSERT_TRUE(told);
@@ -223,20 +223,20 @@ TEST_F(SendingOnHost, TheTimeOfAFlushCountsFromTheCallAlsoBehindABlockedMainQueu
 }
 
 TEST_F(SendingOnHost, AFlushWhoseTimeIsUpBeforeItsTurnAsksForTheDeliveryAllTheSame) {
-  const auto host = makeAttributed();
-  host->addActivity("shop", "purchase", std::nullopt);
+  const auto instance = makeAttributed();
+  instance->addActivity("shop", "purchase", std::nullopt);
   std::promise<FlushResult> told;
   {
-    const BlockedMainQueue blocked(*host);
+    const BlockedMainQueue blocked(*instance);
     // Its turn waits there, and the flush is for the next one.
-    host->waitUntilDelivered(milliseconds(1));
-    host->flush([&told](const FlushResult& result) { told.set_value(result); }, milliseconds(0));
+    instance->waitUntilDelivered(milliseconds(1));
+    instance->flush([&told](const FlushResult& result) { told.set_value(result); }, milliseconds(0));
   }
   EXPECT_EQ(told.get_future().get().reason, FlushReason::kTimeout);
   const auto give_up = steady_clock::now() + kGiveUp;
-  while (stored(*host) > 0 && steady_clock::now() < give_up)
+  while (stored(*instance) > 0 && steady_clock::now() < give_up)
     std::this_thread::yield();
-  EXPECT_EQ(stored(*host), 0u);
+  EXPECT_EQ(stored(*instance), 0u);
 }
 
 /// A turn of an app that takes its time.
@@ -247,41 +247,41 @@ void spinFor(milliseconds time) {
 }
 
 TEST_F(SendingOnHost, PumpedTheWaitBeginsNoTurnOnceItsTimeIsUp) {
-  const auto host = makeAttributed(MainQueueMode::kPumped);
+  const auto instance = makeAttributed(MainQueueMode::kPumped);
   answers_batches = false;
-  host->addActivity("shop", "purchase", std::nullopt);
+  instance->addActivity("shop", "purchase", std::nullopt);
   int turns = 0;
   for (int turn = 0; turn < 20; ++turn) {
-    host->perform([&turns] {
+    instance->perform([&turns] {
       ++turns;
       spinFor(milliseconds(20));
     });
   }
-  EXPECT_EQ(host->waitUntilDelivered(milliseconds(50)).reason, FlushReason::kTimeout);
+  EXPECT_EQ(instance->waitUntilDelivered(milliseconds(50)).reason, FlushReason::kTimeout);
   EXPECT_LE(turns, 3);
 }
 
 TEST_F(SendingOnHost, PumpedTheTimeOfTheWaitCountsFromTheCallAlsoBehindOtherTurns) {
-  const auto host = makeAttributed(MainQueueMode::kPumped);
+  const auto instance = makeAttributed(MainQueueMode::kPumped);
   answers_batches = false;
-  host->addActivity("shop", "purchase", std::nullopt);
-  host->perform([] { spinFor(milliseconds(40)); });
+  instance->addActivity("shop", "purchase", std::nullopt);
+  instance->perform([] { spinFor(milliseconds(40)); });
   bool is_later = false;
   levers->after(0.07, [&is_later] { is_later = true; });
-  EXPECT_EQ(host->waitUntilDelivered(milliseconds(60)).reason, FlushReason::kTimeout);
+  EXPECT_EQ(instance->waitUntilDelivered(milliseconds(60)).reason, FlushReason::kTimeout);
   EXPECT_FALSE(is_later);
 }
 
 TEST_F(SendingOnHost, AFlushBehindOneThatWaitsTellsOfWhatWasPostedBetweenTheTwo) {
-  const auto host = make();
+  const auto instance = make();
   std::promise<FlushResult> first;
   std::promise<FlushResult> second;
   {
-    const BlockedMainQueue blocked(*host);
-    host->addActivity("shop", "before", std::nullopt);
-    host->flush([&](const FlushResult& result) { first.set_value(result); }, kGiveUp);
-    host->perform([&] { host->addActivity("shop", "between", std::nullopt); });
-    host->flush([&](const FlushResult& result) { second.set_value(result); }, kGiveUp);
+    const BlockedMainQueue blocked(*instance);
+    instance->addActivity("shop", "before", std::nullopt);
+    instance->flush([&](const FlushResult& result) { first.set_value(result); }, kGiveUp);
+    instance->perform([&] { instance->addActivity("shop", "between", std::nullopt); });
+    instance->flush([&](const FlushResult& result) { second.set_value(result); }, kGiveUp);
   }
   EXPECT_EQ(first.get_future().get().waiting, 1u);
   EXPECT_EQ(second.get_future().get().waiting, 2u);
@@ -293,35 +293,35 @@ TEST_F(SendingOnHost, InsideACallbackOfEitherQueueTheWaitReturnsAtOnce) {
   options.modules["Fendo"].saveCommerceEventAndSend = [&] {
     in_background.set_value(kit->waitUntilDelivered(kGiveUp));
   };
-  const auto host = makeAttributed();
-  kit = host.get();
+  const auto instance = makeAttributed();
+  kit = instance.get();
   std::promise<FlushResult> on_main;
-  host->perform([&] { on_main.set_value(kit->waitUntilDelivered(kGiveUp)); });
+  instance->perform([&] { on_main.set_value(kit->waitUntilDelivered(kGiveUp)); });
   EXPECT_EQ(on_main.get_future().get().reason, FlushReason::kInsideACallback);
-  host->perform([&host] { host->properties().setCommerceExpansionInfos(kit::Array{1}); });
-  host->applicationDidEnterBackground();
+  instance->perform([&instance] { instance->properties().setCommerceExpansionInfos(kit::Array{1}); });
+  instance->applicationDidEnterBackground();
   EXPECT_EQ(in_background.get_future().get().reason, FlushReason::kInsideACallback);
 }
 
 TEST_F(SendingOnHost, AFlushIsToldOfAStopOnTheMainQueueBeforeItReturns) {
-  const auto host = makeAttributed();
+  const auto instance = makeAttributed();
   answers_batches = false;
-  host->addActivity("shop", "purchase", std::nullopt);
+  instance->addActivity("shop", "purchase", std::nullopt);
   std::thread::id main_queue;
-  host->perform([&main_queue] { main_queue = std::this_thread::get_id(); });
-  turn(*host);
+  instance->perform([&main_queue] { main_queue = std::this_thread::get_id(); });
+  turn(*instance);
   std::thread::id told_on;
   FlushResult told;
-  host->flush(
+  instance->flush(
       [&](const FlushResult& result) {
         told_on = std::this_thread::get_id();
         told = result;
       },
       seconds(60));
-  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(seconds(60)); });
+  auto waiting = std::async(std::launch::async, [&instance] { return instance->waitUntilDelivered(seconds(60)); });
   while (waiting.wait_for(milliseconds(0)) == std::future_status::timeout && arrived(services::kTrackingPath) < 2)
-    turn(*host);
-  host->stop();
+    turn(*instance);
+  instance->stop();
   EXPECT_EQ(told.reason, FlushReason::kStopped);
   EXPECT_EQ(told.waiting, 1u);
   EXPECT_EQ(told_on, main_queue);
@@ -329,46 +329,46 @@ TEST_F(SendingOnHost, AFlushIsToldOfAStopOnTheMainQueueBeforeItReturns) {
 }
 
 TEST_F(SendingOnHost, AStopThatMayDrainDeliversFirst) {
-  const auto host = makeAttributed();
-  host->addActivity("shop", "purchase", std::nullopt);
-  host->stop(kGiveUp);
-  EXPECT_EQ(stored(*host), 0u);
+  const auto instance = makeAttributed();
+  instance->addActivity("shop", "purchase", std::nullopt);
+  instance->stop(kGiveUp);
+  EXPECT_EQ(stored(*instance), 0u);
 }
 
 TEST_F(SendingOnHost, AStopThatMayDrainTakesNoLongerThanThatAndTwoSeconds) {
-  const auto host = makeAttributed();
+  const auto instance = makeAttributed();
   answers_batches = false;
-  host->addActivity("shop", "purchase", std::nullopt);
+  instance->addActivity("shop", "purchase", std::nullopt);
   const auto begun = steady_clock::now();
-  host->stop(milliseconds(100));
+  instance->stop(milliseconds(100));
   EXPECT_LT(steady_clock::now() - begun, milliseconds(2100));
-  EXPECT_EQ(stored(*host), 1u);
+  EXPECT_EQ(stored(*instance), 1u);
 }
 
 TEST_F(SendingOnHost, OffFromTheStartNothingArrivesUntilItIsOn) {
   options.sending = false;
-  const auto host = make();
-  host->applicationDidBecomeActive();
-  host->addActivity("shop", "purchase", std::nullopt);
-  EXPECT_EQ(host->waitUntilDelivered(kGiveUp).reason, FlushReason::kSendingOff);
+  const auto instance = make();
+  instance->applicationDidBecomeActive();
+  instance->addActivity("shop", "purchase", std::nullopt);
+  EXPECT_EQ(instance->waitUntilDelivered(kGiveUp).reason, FlushReason::kSendingOff);
   EXPECT_EQ(arrived(""), 0u);
-  host->setSendingEnabled(true);
-  const FlushResult result = host->waitUntilDelivered(kGiveUp);
+  instance->setSendingEnabled(true);
+  const FlushResult result = instance->waitUntilDelivered(kGiveUp);
   EXPECT_TRUE(result.is_delivered) << toText(result.reason);
 }
 
 TEST_F(SendingOnHost, OffAgainBeforeAnythingIsAskedForAFlushThatWaitsForThatIsTold) {
   options.sending = false;
-  const auto host = make();
-  host->applicationDidBecomeActive();
-  host->addActivity("shop", "purchase", std::nullopt);
+  const auto instance = make();
+  instance->applicationDidBecomeActive();
+  instance->addActivity("shop", "purchase", std::nullopt);
   std::promise<FlushResult> told;
   {
-    const BlockedMainQueue blocked(*host);
-    host->setSendingEnabled(true);
-    host->flush([&told](const FlushResult& result) { told.set_value(result); }, seconds(60));
+    const BlockedMainQueue blocked(*instance);
+    instance->setSendingEnabled(true);
+    instance->flush([&told](const FlushResult& result) { told.set_value(result); }, seconds(60));
     // Behind the flush's beginning, and before what is asked for when sending is on.
-    host->perform([&host] { host->setSendingEnabled(false); });
+    instance->perform([&instance] { instance->setSendingEnabled(false); });
   }
   auto answer = told.get_future();
   ASSERT_EQ(answer.wait_for(kGiveUp), std::future_status::ready);
@@ -377,78 +377,79 @@ TEST_F(SendingOnHost, OffAgainBeforeAnythingIsAskedForAFlushThatWaitsForThatIsTo
 }
 
 TEST_F(SendingOnHost, OffIsAtOnceWhateverTheMainQueueIsAt) {
-  const auto host = makeAttributed();
-  rest(*host);
+  const auto instance = makeAttributed();
+  rest(*instance);
   const size_t before = arrived("");
-  test::BusyTurn busy(*host, [&] {
-    host->addActivity("shop", "purchase", std::nullopt);
-    host->pushTracking();
+  test::BusyTurn busy(*instance, [&] {
+    instance->addActivity("shop", "purchase", std::nullopt);
+    instance->pushTracking();
   });
-  host->setSendingEnabled(false);
+  instance->setSendingEnabled(false);
   busy.end();
-  turn(*host);
-  turn(*host);
-  EXPECT_EQ(host->pending().requests, 0u) << "the turn had begun it; it is made anew";
+  turn(*instance);
+  turn(*instance);
+  EXPECT_EQ(instance->pending().requests, 0u) << "the turn had begun it; it is made anew";
   EXPECT_EQ(arrived(""), before);
-  host->setSendingEnabled(true);
-  EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered);
+  instance->setSendingEnabled(true);
+  EXPECT_TRUE(instance->waitUntilDelivered(kGiveUp).is_delivered);
 }
 
 TEST_F(SendingOnHost, AWishStopsWhatWaitsForAConnection) {
-  const auto host = makeAttributed();
+  const auto instance = makeAttributed();
   answers_clicks = false;
   for (int key = 1; key <= 20; ++key)
-    host->passOpenURL("shop://offer?mrvk_eng=1&sn=3&ck=" + std::to_string(key));
+    instance->passOpenURL("shop://offer?mrvk_eng=1&sn=3&ck=" + std::to_string(key));
   while (arrived(services::kReEngagementConversionPath) < runtime::kMaxConnectionsPerHost)
-    turn(*host);
-  EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
-  turn(*host);
-  turn(*host);
-  EXPECT_EQ(host->pending().requests, runtime::kMaxConnectionsPerHost + 1) << "those that have left, and the erasure";
+    turn(*instance);
+  EXPECT_EQ(instance->gdprForgetMe(true), Recorded::kKept);
+  turn(*instance);
+  turn(*instance);
+  EXPECT_EQ(instance->pending().requests, runtime::kMaxConnectionsPerHost + 1)
+      << "those that have left, and the erasure";
   EXPECT_EQ(arrived(services::kReEngagementConversionPath), runtime::kMaxConnectionsPerHost);
-  host->stop();
+  instance->stop();
   EXPECT_EQ(arrived(services::kReEngagementConversionPath), runtime::kMaxConnectionsPerHost);
 }
 
 TEST_F(SendingOnHost, AWishStopsWhatTheTurnOfAnotherThreadHasStarted) {
-  const auto host = makeAttributed();
-  rest(*host);
+  const auto instance = makeAttributed();
+  rest(*instance);
   const size_t before = arrived("");
-  test::BusyTurn busy(*host, [&] {
-    host->addActivity("shop", "purchase", std::nullopt);
-    host->pushTracking();
+  test::BusyTurn busy(*instance, [&] {
+    instance->addActivity("shop", "purchase", std::nullopt);
+    instance->pushTracking();
   });
   levers->setOffline(true);
-  EXPECT_EQ(host->gdprForgetMe(true), Recorded::kKept);
+  EXPECT_EQ(instance->gdprForgetMe(true), Recorded::kKept);
   busy.end();
-  turn(*host);
-  turn(*host);
-  EXPECT_EQ(host->pending().requests, 0u);
+  turn(*instance);
+  turn(*instance);
+  EXPECT_EQ(instance->pending().requests, 0u);
   EXPECT_EQ(arrived(""), before);
-  EXPECT_EQ(host->ledger().of("activities").stored, 1u);
+  EXPECT_EQ(instance->ledger().of("activities").stored, 1u);
 }
 
 TEST_F(SendingOnHost, SwitchedByManyThreadsItEndsAsItWasSwitchedLast) {
-  const auto host = makeAttributed();
+  const auto instance = makeAttributed();
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([&host, thread] {
+    threads.emplace_back([&instance, thread] {
       for (int round = 0; round < 200; ++round)
-        host->setSendingEnabled((round + thread) % 2 == 0);
+        instance->setSendingEnabled((round + thread) % 2 == 0);
     });
   }
   for (std::thread& thread : threads)
     thread.join();
-  host->setSendingEnabled(false);
-  host->setSendingEnabled(true);
-  host->addActivity("shop", "purchase", std::nullopt);
-  EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered);
+  instance->setSendingEnabled(false);
+  instance->setSendingEnabled(true);
+  instance->addActivity("shop", "purchase", std::nullopt);
+  EXPECT_TRUE(instance->waitUntilDelivered(kGiveUp).is_delivered);
 }
 
 // ------------------------------------------------------------------------------------------------------------- erasing
 
 TEST_F(SendingOnHost, AWithdrawalOnAnotherThreadIsSentAfterAnAcceptedWishOnOne) {
-  const auto host = makeAttributed();
+  const auto instance = makeAttributed();
   std::mutex mutex;
   std::condition_variable told;
   std::vector<bool> answers;
@@ -458,9 +459,9 @@ TEST_F(SendingOnHost, AWithdrawalOnAnotherThreadIsSentAfterAnAcceptedWishOnOne) 
     answers.push_back(accepted);
     told.notify_all();
   };
-  host->setDelegate(delegate);
+  instance->setDelegate(delegate);
   const auto wishAndWait = [&](bool forget_me, size_t answers_then) {
-    std::thread([&] { EXPECT_EQ(host->gdprForgetMe(forget_me), Recorded::kKept); }).join();
+    std::thread([&] { EXPECT_EQ(instance->gdprForgetMe(forget_me), Recorded::kKept); }).join();
     std::unique_lock lock(mutex);
     EXPECT_TRUE(told.wait_for(lock, kGiveUp, [&] { return answers.size() == answers_then; }));
   };
@@ -468,8 +469,8 @@ TEST_F(SendingOnHost, AWithdrawalOnAnotherThreadIsSentAfterAnAcceptedWishOnOne) 
   wishAndWait(false, 2);
   EXPECT_THAT(answers, ElementsAre(true, true));
   EXPECT_EQ(arrived(services::kGdprReqUrlPath), 2u);
-  EXPECT_TRUE(host->isGdprForgetMe()) << "an accepted wish marks the user as forgotten, whatever it asked for";
-  host->stop();
+  EXPECT_TRUE(instance->isGdprForgetMe()) << "an accepted wish marks the user as forgotten, whatever it asked for";
+  instance->stop();
 }
 
 TEST_F(SendingOnHost, ErasedNothingOfTheKitIsLeftAndWhatIsNotItsOwnStays) {
@@ -534,26 +535,26 @@ TEST_F(SendingOnHost, ErasedTheWishToBeForgottenRemainsAndWhetherTheServiceKnows
 }
 
 TEST_F(SendingOnHost, ErasingEndsExchangesWithoutTheirHandlers) {
-  const auto host = makeAttributed();
+  const auto instance = makeAttributed();
   answers_batches = false;
-  host->addActivity("shop", "purchase", std::nullopt);
-  host->pushTracking();
+  instance->addActivity("shop", "purchase", std::nullopt);
+  instance->pushTracking();
   std::atomic<int> told{0};
-  host->flush([&told](const FlushResult&) { ++told; }, seconds(60));
-  turn(*host);
-  EXPECT_TRUE(host->eraseLocalData());
+  instance->flush([&told](const FlushResult&) { ++told; }, seconds(60));
+  turn(*instance);
+  EXPECT_TRUE(instance->eraseLocalData());
   EXPECT_EQ(told, 1) << "the flush, and of a stop";
-  host->addActivity("shop", "never", std::nullopt);
+  instance->addActivity("shop", "never", std::nullopt);
   EXPECT_THAT(names(), ElementsAre("morvik.store.lock", "morvik.store.wish"));
 }
 
 TEST_F(SendingOnHost, InsideACallbackNothingIsErased) {
-  const auto host = makeAttributed();
+  const auto instance = makeAttributed();
   std::promise<bool> erased;
-  host->perform([&] { erased.set_value(host->eraseLocalData()); });
+  instance->perform([&] { erased.set_value(instance->eraseLocalData()); });
   EXPECT_FALSE(erased.get_future().get());
   EXPECT_EQ(names().count("morvik.store"), 1u);
-  EXPECT_TRUE(host->waitUntilDelivered(kGiveUp).is_delivered) << "it runs on";
+  EXPECT_TRUE(instance->waitUntilDelivered(kGiveUp).is_delivered) << "it runs on";
   // Within a callback nothing is written; that is done in a turn behind it.
   EXPECT_THAT(log.messages(), Contains(HasSubstr("nothing was erased")));
 }

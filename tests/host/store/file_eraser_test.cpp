@@ -15,7 +15,7 @@
 #include <variant>
 #include <vector>
 
-#include "host/make_host.h"
+#include "host/make_instance.h"
 #include "runtime/siblings/kept_identifier.h"
 #include "testing/recording_log.h"
 #include "tests/support/scratch_folder.h"
@@ -32,8 +32,8 @@ using ::testing::HasSubstr;
 
 class Erased : public ::testing::Test {
  protected:
-  HostOptions optionsFor(const std::string& store_folder) {
-    HostOptions options;
+  StartOptions optionsFor(const std::string& store_folder) {
+    StartOptions options;
     options.store_folder = store_folder;
     options.app_key = "app";
     options.hash_key = "hash";
@@ -44,14 +44,14 @@ class Erased : public ::testing::Test {
     options.main_queue = MainQueueMode::kPumped;
     return options;
   }
-  static std::unique_ptr<runtime::Host> start(const HostOptions& options) {
-    auto made = makeHost(options);
-    if (auto* host = std::get_if<std::unique_ptr<runtime::Host>>(&made))
-      return std::move(*host);
+  static std::unique_ptr<runtime::Instance> start(const StartOptions& options) {
+    auto made = makeInstance(options);
+    if (auto* instance = std::get_if<std::unique_ptr<runtime::Instance>>(&made))
+      return std::move(*instance);
     return nullptr;
   }
-  static std::string errorOf(const HostOptions& options) {
-    auto made = makeHost(options);
+  static std::string errorOf(const StartOptions& options) {
+    auto made = makeInstance(options);
     const auto* error = std::get_if<kit::Error>(&made);
     return error != nullptr ? error->message : "it started";
   }
@@ -63,7 +63,7 @@ TEST_F(Erased, KilledAtAnyMomentIsFinishedByTheNextStartAndKeepsTheWish) {
   int finished = 0;
   int not_begun = 0;
   for (int round = 0; round < 30; ++round) {
-    const HostOptions options = optionsFor(folder / ("store-" + std::to_string(round)));
+    const StartOptions options = optionsFor(folder / ("store-" + std::to_string(round)));
     std::string id;
     {
       const auto first = start(options);
@@ -77,11 +77,11 @@ TEST_F(Erased, KilledAtAnyMomentIsFinishedByTheNextStartAndKeepsTheWish) {
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-      const auto host = start(options);
+      const auto instance = start(options);
       const char byte = 'x';
-      if (host == nullptr || ::write(ready[1], &byte, 1) != 1)
+      if (instance == nullptr || ::write(ready[1], &byte, 1) != 1)
         ::_exit(1);
-      host->eraseLocalData();
+      instance->eraseLocalData();
       ::_exit(0);
     }
     char byte = 0;
@@ -106,7 +106,7 @@ TEST_F(Erased, KilledAtAnyMomentIsFinishedByTheNextStartAndKeepsTheWish) {
 }
 
 TEST_F(Erased, ThatCannotBeFinishedRefusesTheStartAndSaysWhy) {
-  const HostOptions options = optionsFor(folder / "store");
+  const StartOptions options = optionsFor(folder / "store");
   const std::string in_the_way = folder / "store/crash-reports";
   {
     const auto first = start(options);
@@ -123,32 +123,32 @@ TEST_F(Erased, ThatCannotBeFinishedRefusesTheStartAndSaysWhy) {
 }
 
 TEST_F(Erased, NothingIsWhereNotEvenANoteOfItCanBeMadeAndTheKitRunsOnAndSaysSo) {
-  HostOptions options = optionsFor(folder / "store");
+  StartOptions options = optionsFor(folder / "store");
   std::vector<std::string> lines;
   options.log_level = 2;
   options.log_sink = [&lines](std::string_view line) { lines.emplace_back(line); };
-  const auto host = start(options);
-  ASSERT_NE(host, nullptr);
-  host->addActivity("shop", "purchase", std::nullopt);
+  const auto instance = start(options);
+  ASSERT_NE(instance, nullptr);
+  instance->addActivity("shop", "purchase", std::nullopt);
   // No folder can be made in the place of a file, whoever runs this.
   std::filesystem::rename(folder / "store", folder / "elsewhere");
   std::ofstream(folder / "store").flush();
-  EXPECT_FALSE(host->eraseLocalData());
+  EXPECT_FALSE(instance->eraseLocalData());
   std::filesystem::remove(folder / "store");
   std::filesystem::rename(folder / "elsewhere", folder / "store");
-  EXPECT_TRUE(host->status().is_running);
+  EXPECT_TRUE(instance->status().is_running);
   EXPECT_FALSE(std::filesystem::exists(FileEraser::markerPath({.folder = options.store_folder})));
   // In memory where a flush found the folder gone.
-  EXPECT_THAT(host->addActivity("shop", "purchase", std::nullopt), AnyOf(Recorded::kKept, Recorded::kKeptInMemory));
-  EXPECT_EQ(host->properties().fendoActivityInfos().size(), 2u);
-  EXPECT_TRUE(host->eraseLocalData());
+  EXPECT_THAT(instance->addActivity("shop", "purchase", std::nullopt), AnyOf(Recorded::kKept, Recorded::kKeptInMemory));
+  EXPECT_EQ(instance->properties().fendoActivityInfos().size(), 2u);
+  EXPECT_TRUE(instance->eraseLocalData());
   // The main queue writes the line; all are written by now.
   EXPECT_THAT(lines, Contains(AllOf(HasSubstr("Morvik host: nothing was erased: no note of it can be made in"),
                                     HasSubstr("the kit goes on"), HasSubstr("and erase again"))));
 }
 
 TEST_F(Erased, MarkedWithoutAWordKeepsTheWishOfTheStore) {
-  const HostOptions options = optionsFor(folder / "store");
+  const StartOptions options = optionsFor(folder / "store");
   {
     const auto first = start(options);
     ASSERT_NE(first, nullptr);
@@ -163,7 +163,7 @@ TEST_F(Erased, MarkedWithoutAWordKeepsTheWishOfTheStore) {
 }
 
 TEST_F(Erased, MarkedWhileAnotherUsesItIsLeftToThatOne) {
-  const HostOptions options = optionsFor(folder / "store");
+  const StartOptions options = optionsFor(folder / "store");
   const auto first = start(options);
   ASSERT_NE(first, nullptr);
   first->addActivity("shop", "purchase", std::nullopt);

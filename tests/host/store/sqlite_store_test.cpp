@@ -747,7 +747,7 @@ class SqliteStoreWithALostFile : public SqliteStoreTest {
     std::filesystem::remove(folder_.path());
     std::filesystem::rename(folder_.path() + ".away", folder_.path());
   }
-  void comeToLight() {
+  void recover() {
     vfs_.heal();
     store_->flushAndWait();
     EXPECT_TRUE(store_->isKept());
@@ -768,7 +768,7 @@ TEST_F(SqliteStoreWithALostFile, HasOnceWhatBothKnewOfItAndWhatEachAdded) {
     store_->flushAndWait();
     EXPECT_EQ(log_.countContaining("it is in use by another kit"), 1U);
   }
-  comeToLight();
+  recover();
   MutableArray all(numbers(0, 5));
   all.append(numbers(6, 7).array()[0]);
   all.append(numbers(5, 6).array()[0]);
@@ -785,7 +785,7 @@ TEST_F(SqliteStoreWithALostFile, TakesEqualRecordsThatItAddedItselfForRecordsOfT
   }
   append(*store_, "list", numbers(0, 1).array()[0]);
   append(*store_, "list", numbers(0, 1).array()[0]);
-  comeToLight();
+  recover();
   EXPECT_EQ(store_->get("list").size(), 8U) << "five, one, and two that are like the first";
   EXPECT_EQ(store_->get("launches"), Value(4));
 }
@@ -801,7 +801,7 @@ TEST_F(SqliteStoreWithALostFile, AddsUpWithOneThatBeganAnew) {
     other->set("launches", 1);
     store_->flushAndWait();
   }
-  comeToLight();
+  recover();
   EXPECT_EQ(store_->get("list").size(), 7U);
   EXPECT_EQ(store_->get("launches"), Value(5));
 }

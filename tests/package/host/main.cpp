@@ -9,7 +9,7 @@
 int main(int argc, char** argv) {
   if (argc != 2)
     return 2;
-  morvik::HostOptions options;
+  morvik::StartOptions options;
   options.store_folder = argv[1];
   options.app_key = "consumer";
   options.hash_key = "0123456789abcdef";

@@ -20,7 +20,7 @@ class Inputs final : public morvik::runtime::MachineInputs {
   std::variant<morvik::runtime::UrlFacts, morvik::kit::Error> checkUrl(const std::string&) const override {
     return morvik::runtime::UrlFacts{};
   }
-  std::optional<morvik::kit::Error> checkPlaces(const morvik::HostOptions&) const override { return std::nullopt; }
+  std::optional<morvik::kit::Error> checkPlaces(const morvik::StartOptions&) const override { return std::nullopt; }
   std::string absolutePath(const std::string& path) const override { return path; }
 };
 
@@ -29,7 +29,7 @@ class Inputs final : public morvik::runtime::MachineInputs {
 int main() {
   // Linked, so that all that a running kit needs is there; never called.
   auto* const volatile start = &morvik::runtime::start;
-  morvik::HostOptions options;
+  morvik::StartOptions options;
   options.store_folder = "store";
   options.app_key = "consumer";
   options.hash_key = "0123456789abcdef";

@@ -15,7 +15,7 @@
 
 #include "host/posix/log_sinks.h"
 #include "host/store/sqlite_store.h"
-#include "kit/house_lock.h"
+#include "kit/list_lock.h"
 #include "runtime/ledger/ledger_book.h"
 #include "tests/support/scratch_folder.h"
 
@@ -62,7 +62,7 @@ class BookRig {
   /// Another process over the same store.
   void startAgain() {
     book.emplace(LedgerParts{.store = store,
-                             .house_lock = house_lock,
+                             .list_lock = list_lock,
                              .endpoints = {},
                              .logger = services::Logger(levels_, log_),
                              .has_hashed_identifier = has_hashed_identifier_});
@@ -85,7 +85,7 @@ class BookRig {
   }
 
   void record(const char* id, const char* name = "look") {
-    const std::scoped_lock door(house_lock.door);
+    const std::scoped_lock door(list_lock.door);
     book->activityWasStored();
     store.append(kActivities, kit::Dictionary{{"activityEventID", id}, {"activityName", name}});
   }
@@ -159,7 +159,7 @@ class BookRig {
   int sealed_ = 0;
 
  public:
-  kit::HouseLock house_lock;
+  kit::ListLock list_lock;
   NotingStore store{folder_.path(), log_};
   std::optional<LedgerBook> book;
 };

@@ -278,7 +278,7 @@ TEST_F(LedgerBookTest, DeliversNoDemographicsWithARequestThatHasNoBody) {
 class CheckingStore final : public NotingStore {
  public:
   using NotingStore::NotingStore;
-  StoreOpening opening() const override { return is_dark ? StoreOpening::kUnavailable : NotingStore::opening(); }
+  StoreOpening opening() const override { return is_unavailable ? StoreOpening::kUnavailable : NotingStore::opening(); }
   kit::Value get(std::string_view key) const override {
     if (key == kLedgerKey && while_the_book_is_held)
       std::exchange(while_the_book_is_held, {})();
@@ -294,7 +294,7 @@ class CheckingStore final : public NotingStore {
     NotingStore::setTogether(writes);
     together.clear();
   }
-  bool is_dark = false;
+  bool is_unavailable = false;
   mutable std::function<void()> while_the_book_is_held;
   int books = 0;
   int books_without_their_notes = 0;
@@ -302,17 +302,17 @@ class CheckingStore final : public NotingStore {
 
 class NotesOfSetters : public ::testing::Test {
  protected:
-  void start(bool is_dark) {
-    store_.is_dark = is_dark;
+  void start(bool is_unavailable) {
+    store_.is_unavailable = is_unavailable;
     book_.emplace(LedgerParts{
-        .store = store_, .house_lock = house_lock_, .endpoints = {}, .logger = services::Logger(levels_, log_)});
+        .store = store_, .list_lock = list_lock_, .endpoints = {}, .logger = services::Logger(levels_, log_)});
   }
   void setAge(int age) { book_->set("fendoUserDemoInfo_age", age, LedgerWriter::kKit); }
 
   const test::ScratchFolder folder_;
   ::morvik::testing::RecordingLog log_;
   kit::LogLevels levels_;
-  kit::HouseLock house_lock_;
+  kit::ListLock list_lock_;
   CheckingStore store_{folder_.path(), log_};
   std::optional<LedgerBook> book_;
 };

@@ -67,7 +67,7 @@ TEST(LedgerMoments, CareForActivitiesAndImpressionsAlone) {
   const Moment moment = moments.begin(1, 1);
   moments.wentUnderWay(Kind::kCommerceClicks, 0, 1);
   moments.wasLost(Kind::kDemographics, 0, 1);
-  moments.listCameToLight(Kind::kCrashReports, 5);
+  moments.listRecovered(Kind::kCrashReports, 5);
   EXPECT_THAT(moments.left(moment), IsLeft(2, 0));
   EXPECT_EQ(moments.underWay(), 0U);
 }
@@ -162,7 +162,7 @@ TEST_F(LedgerMomentsOfABook, MissWhatIsWrittenOverByHand) {
   EXPECT_THAT(book->left(moment), IsLeft(0, 2));
 }
 
-TEST_F(LedgerMomentsOfABook, WaitForAllThatComesToLightBeforeWhatTheyKnow) {
+TEST_F(LedgerMomentsOfABook, WaitForAllThatRecoversBeforeWhatTheyKnow) {
   record("a");
   const Moment moment = book->momentNow();
   record("b");

@@ -19,7 +19,7 @@ using ::testing::Pair;
 
 class LedgerStoreTest : public ::testing::Test, protected BookRig {
  protected:
-  LedgerStore counted_{store, *book, house_lock};
+  LedgerStore counted_{store, *book, list_lock};
 };
 
 TEST_F(LedgerStoreTest, CountsWhatTheKitSets) {
@@ -43,10 +43,10 @@ TEST_F(LedgerStoreTest, LetsADyingProcessWriteWithoutWaitingForTheBook) {
 }
 
 /// Could not be read at its opening, and notes of each commit whether lists could be changed meanwhile.
-class DarkStore final : public NotingStore {
+class UnavailableStore final : public NotingStore {
  public:
-  DarkStore(const std::string& folder, kit::LogSink& log, kit::HouseLock& house_lock)
-      : NotingStore(folder, log), house_lock_(house_lock) {}
+  UnavailableStore(const std::string& folder, kit::LogSink& log, kit::ListLock& list_lock)
+      : NotingStore(folder, log), list_lock_(list_lock) {}
   StoreOpening opening() const override { return StoreOpening::kUnavailable; }
   void setWhenTakenOver(kit::Block hook) override { hook_ = std::move(hook); }
   bool synchronizeUntold() override {
@@ -58,33 +58,33 @@ class DarkStore final : public NotingStore {
     return true;
   }
   void shutdown() override { note(); }
-  void comeToLight() { hook_(); }
+  void recover() { hook_(); }
   std::vector<bool> were_lists_still;
 
  private:
   void note() {
-    const std::unique_lock free(house_lock_.mutex, std::try_to_lock);
+    const std::unique_lock free(list_lock_.mutex, std::try_to_lock);
     were_lists_still.push_back(!free.owns_lock());
   }
-  kit::HouseLock& house_lock_;
+  kit::ListLock& list_lock_;
   kit::Block hook_;
 };
 
-TEST(LedgerStoreInTheDark, LetsNoListBeChangedWhileACommitMayTakeOverWhatTheFileHolds) {
+TEST(UnavailableLedgerStore, LetsNoListBeChangedWhileACommitMayTakeOverWhatTheFileHolds) {
   const test::ScratchFolder folder;
   ::morvik::testing::RecordingLog log;
   kit::LogLevels levels;
-  kit::HouseLock house_lock;
-  DarkStore store(folder.path(), log, house_lock);
-  LedgerBook book({.store = store, .house_lock = house_lock, .endpoints = {}, .logger = services::Logger(levels, log)});
-  LedgerStore counted(store, book, house_lock);
+  kit::ListLock list_lock;
+  UnavailableStore store(folder.path(), log, list_lock);
+  LedgerBook book({.store = store, .list_lock = list_lock, .endpoints = {}, .logger = services::Logger(levels, log)});
+  LedgerStore counted(store, book, list_lock);
   int told = 0;
   counted.setWhenTakenOver([&told] { ++told; });
   counted.synchronize();
   counted.commitTurn();
   counted.shutdown();
   EXPECT_THAT(store.were_lists_still, ElementsAre(true, true, true));
-  store.comeToLight();
+  store.recover();
   EXPECT_EQ(told, 1);
   counted.synchronize();
   counted.commitTurn();

@@ -65,7 +65,7 @@ class ExchangeQueueTest : public ::testing::Test {
     });
   }
   /// The limit of a host, and one more that waits.
-  void fillHost() {
+  void fillInstance() {
     for (size_t i = 1; i <= kMaxConnectionsPerHost; ++i)
       start("/busy" + std::to_string(i));
     network.left.clear();
@@ -114,7 +114,7 @@ TEST_F(ExchangeQueueTest, LetsARequestLeaveWhoseTurnTookTheWishBack) {
 }
 
 TEST_F(ExchangeQueueTest, EndsWhatWaitsForAPlaceWhenTheUserAsksToBeForgottenAndNotWhatHasLeft) {
-  fillHost();
+  fillInstance();
   start("/waits1");
   start("/waits2");
   setForgotten(true);
@@ -140,7 +140,7 @@ TEST_F(ExchangeQueueTest, HasTheNetworkAskForTheWishOnceMoreWhenAConnectionHasCo
 }
 
 TEST_F(ExchangeQueueTest, AsksForTheWishAgainWhenAPlaceGetsFreeAlsoIfNobodyToldOfIt) {
-  fillHost();
+  fillInstance();
   start("/waits");
   is_forgotten = true;
   network.answer(0);
@@ -150,7 +150,7 @@ TEST_F(ExchangeQueueTest, AsksForTheWishAgainWhenAPlaceGetsFreeAlsoIfNobodyToldO
 }
 
 TEST_F(ExchangeQueueTest, LetsTheErasureGoAheadOfAllButEarlierErasures) {
-  fillHost();
+  fillInstance();
   start("/waits");
   start("/erasure1", WhenHeld::kPasses);
   start("/erasure2", WhenHeld::kPasses);
@@ -174,7 +174,7 @@ TEST_F(ExchangeQueueTest, LetsTheErasureLeaveUnderTheWishAndNotBeforeItsTurnIsOv
 // switch
 
 TEST_F(ExchangeQueueTest, HeldEndsWhatIsMadeAnewAndKeepsTheRestInOrder) {
-  fillHost();
+  fillInstance();
   start("/click1");
   start("/batch", WhenHeld::kEnds);
   start("/click2");
@@ -202,7 +202,7 @@ TEST_F(ExchangeQueueTest, HeldAndForgottenEndsAllThatWaits) {
 // -------------------------------------------------------------------------------------------------------------- places
 
 TEST_F(ExchangeQueueTest, GivesEachHostSixPlacesAndCallsAPortAHostOfItsOwn) {
-  fillHost();
+  fillInstance();
   start("/seventh");
   start("/other", WhenHeld::kWaits, "one.example:8443");
   EXPECT_THAT(network.left, ElementsAre("https://one.example:8443/other"));
@@ -210,7 +210,7 @@ TEST_F(ExchangeQueueTest, GivesEachHostSixPlacesAndCallsAPortAHostOfItsOwn) {
 }
 
 TEST_F(ExchangeQueueTest, GoesOnWithoutAPileOfCallsWhereTheNetworkAnswersAtOnce) {
-  fillHost();
+  fillInstance();
   constexpr size_t kMany = 100'000;
   for (size_t i = 0; i < kMany; ++i)
     start("/many");
@@ -221,7 +221,7 @@ TEST_F(ExchangeQueueTest, GoesOnWithoutAPileOfCallsWhereTheNetworkAnswersAtOnce)
 }
 
 TEST_F(ExchangeQueueTest, TakesTheFirstAnswerOfANetworkThatAnswersTwice) {
-  fillHost();
+  fillInstance();
   start("/waits1");
   start("/waits2");
   network.answer(0);
@@ -263,7 +263,7 @@ TEST_F(ExchangeQueueTest, ReturnsFromAWishOnlyWhenNothingThatWasLetOutBeforeIsSt
 // ------------------------------------------------------------------------------------------------------------- the end
 
 TEST_F(ExchangeQueueTest, RunsNoHandlerAfterItsEndWhateverTheNetworkDoes) {
-  fillHost();
+  fillInstance();
   start("/waits");
   queue.shutdown();
   network.answer(0);

@@ -29,16 +29,16 @@ class ServicesLib : public ::testing::Test {
 
   MorvikCoreServicesLib& lib() {
     if (!lib_)
-      lib_.emplace(ServicesParts{.app_key = "the app",
-                                 .hash_key = "the hash key",
-                                 .tracking_url = kTrackingUrl,
-                                 .store = properties_,
-                                 .logger = services::Logger(levels_, log_),
-                                 .clock = loop_.clock(),
-                                 .sealing = {cipher_, compressor_, random_},
-                                 .common = common_,
-                                 .util = util_,
-                                 .size_trigger = trigger_});
+      lib_.emplace(ServicesLibParts{.app_key = "the app",
+                                    .hash_key = "the hash key",
+                                    .tracking_url = kTrackingUrl,
+                                    .store = properties_,
+                                    .logger = services::Logger(levels_, log_),
+                                    .clock = loop_.clock(),
+                                    .sealing = {cipher_, compressor_, random_},
+                                    .common = common_,
+                                    .util = util_,
+                                    .size_trigger = trigger_});
     return *lib_;
   }
   void record(int count) {
@@ -58,7 +58,7 @@ class ServicesLib : public ::testing::Test {
 
   testing::VirtualLoop loop_;
   testing::MemoryStore store_;
-  kit::HouseLock lock_;
+  kit::ListLock lock_;
   services::MorvikGVUserDefaults properties_{store_, lock_};
   kit::LogLevels levels_;
   testing::RecordingLog log_;

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "kit/house_lock.h"
+#include "kit/list_lock.h"
 #include "testing/memory_store.h"
 #include "testing/recording_log.h"
 #include "tests/support/scratch_folder.h"
@@ -52,7 +52,7 @@ class StoredTraces : public ::testing::Test {
   testing::MemoryStore store;
 
  private:
-  kit::HouseLock lock_;
+  kit::ListLock lock_;
   const test::ScratchFolder scratch_;
   kit::LogLevels levels_;
 
