@@ -109,13 +109,10 @@ TEST_P(ClosedStreams, HaveNothingOfTheKitsInTheirPlaceWhereTheStoreCannotBeOpene
   EXPECT_EQ(child.status(), kFine);
 }
 
-/// The start itself may send, on another thread. A stream that is closed at that very moment is not promised anything.
 TEST_P(ClosedStreams, AfterTheStartHaveNoConnectionInTheirPlace) {
-  options.sending = false;
   test::Child child([this] {
     const auto core = start();
     closeThem();
-    core->setSendingEnabled(true);
     if (!isDelivered(*core))
       return 1;
     return isAnyInUse() ? 2 : kFine;
