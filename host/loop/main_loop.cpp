@@ -411,7 +411,11 @@ void MainLoop::wakeLocked() {
 
 // One round: the blocks that are due now, each a turn. What they hand over waits for the next round, so that a loop
 // that feeds itself cannot keep the app's own loop waiting.
+//
+// Libraries open files and sockets in a turn. In the place of a closed stream one would be in the way of the network's
+// thread: what that finds taken when it fills the closed ones may be free again when it opens a connection.
 void MainLoop::serve() {
+  fillClosedStandardStreams();
   kit::Block block;
   for (size_t left = beginRound(); left > 0 && mayBeginATurn() && takeNext(block); --left)
     runTurn(std::move(block));

@@ -3,6 +3,7 @@
 #include <utility>
 #include <variant>
 
+#include "host/posix/standard_streams.h"
 #include "host/posix/thread.h"
 #include "services/guard.h"
 
@@ -90,6 +91,7 @@ void BackgroundThread::run() {
   id_ = std::this_thread::get_id();
   kit::Block block;
   while (takeNext(block)) {
+    fillClosedStandardStreams();  // as MainLoop::serve() does
     runGuarded([this, &block] { frame_([this, &block] { runGuarded(block); }); });
     // A block that forked comes back twice; in the child this thread has nothing more to do.
     if (!process_.isHere())

@@ -5,9 +5,14 @@
 
 #include <cerrno>
 
+#include "host/posix/standard_streams.h"
+
 namespace morvik::host {
 
+/// A file that is moved out of the place of a closed stream leaves that place free again, for a library that filled the
+/// closed ones in between and is about to open a socket.
 int openFile(const char* path, int flags, mode_t mode) {
+  fillClosedStandardStreams();
   const int opened = ::open(path, flags | O_CLOEXEC, mode);
   if (opened < 0 || opened > STDERR_FILENO)
     return opened;

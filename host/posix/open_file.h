@@ -5,9 +5,9 @@
 
 namespace morvik::host {
 
-/// As open(), and closed on exec. The descriptor is none of the three of the standard streams, also where the app has
-/// closed one of these: what others write there would go into the file. Negative: errno says why. Any thread; blocks as
-/// open() does; allocates nothing.
+/// As open(), and closed on exec. Fills closed standard streams first: what others write there would go into the file.
+/// If one is closed meanwhile, the descriptor is none of the three all the same. Negative: errno says why. Any thread;
+/// blocks as open() does; allocates nothing.
 int openFile(const char* path, int flags, mode_t mode = 0);
 
 }  // namespace morvik::host

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <optional>
@@ -25,15 +26,25 @@ void closeThem() {
     ::close(stream);
 }
 
-/// A socket, a pipe, or a descriptor of the kernel's own: anything but the "/dev/null" that the kit leaves there.
+constexpr const char* kNothing = "/dev/null";
+
+/// Empty where the stream is closed.
+std::string fileOf(int stream) {
+  std::error_code ignored;
+  return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(stream), ignored);
+}
+
+/// A socket, a pipe, or a descriptor of the kernel's own: anything but what the kit leaves there.
 bool isAnyInUse() {
-  for (const int stream : kStandardStreams) {
-    std::error_code ignored;
-    const std::string file = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(stream), ignored);
-    if (!file.empty() && file != "/dev/null")
-      return true;
-  }
-  return false;
+  return std::any_of(kStandardStreams.begin(), kStandardStreams.end(), [](int stream) {
+    const std::string file = fileOf(stream);
+    return !file.empty() && file != kNothing;
+  });
+}
+
+bool areAllFilled() {
+  return std::all_of(kStandardStreams.begin(), kStandardStreams.end(),
+                     [](int stream) { return fileOf(stream) == kNothing; });
 }
 
 /// In a process of its own, so that the one that forks has no threads: a thread sanitizer lets its child start none
@@ -116,6 +127,19 @@ TEST_P(ClosedStreams, AfterTheStartHaveNoConnectionInTheirPlace) {
     if (!isDelivered(*core))
       return 1;
     return isAnyInUse() ? 2 : kFine;
+  });
+  EXPECT_EQ(child.status(), kFine);
+}
+
+TEST_P(ClosedStreams, AreFilledBeforeATurnThatMayOpenSomething) {
+  options.sending = false;
+  test::Child child([this] {
+    const auto core = start();
+    closeThem();
+    bool is_filled = false;
+    core->perform([&is_filled] { is_filled = areAllFilled(); });
+    core->waitUntilDelivered(test::kGiveUp);  // nothing is sent, but what was posted has run
+    return is_filled ? kFine : 1;
   });
   EXPECT_EQ(child.status(), kFine);
 }

@@ -28,7 +28,7 @@ std::string fileOf(int descriptor) {
 
 class OpenFile : public test::OnScratchFolder {};
 
-TEST_F(OpenFile, TakesNoneOfTheStandardStreamsThatAreClosed) {
+TEST_F(OpenFile, FillsTheStandardStreamsThatAreClosedAndTakesNone) {
   const std::string path = folder / "file";
   Child child([&path] {
     for (const int stream : kStandardStreams)
@@ -36,7 +36,7 @@ TEST_F(OpenFile, TakesNoneOfTheStandardStreamsThatAreClosed) {
     const int opened = openFile(path.c_str(), O_WRONLY | O_CREAT, 0600);
     bool is_right = opened > STDERR_FILENO && fileOf(opened) == path && (::fcntl(opened, F_GETFD) & FD_CLOEXEC) != 0;
     for (const int stream : kStandardStreams)
-      is_right = is_right && fileOf(stream).empty();
+      is_right = is_right && fileOf(stream) == "/dev/null";
     return is_right ? kFine : 1;
   });
   EXPECT_EQ(child.status(), kFine);
