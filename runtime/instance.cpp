@@ -384,7 +384,7 @@ void Instance::reportUncaughtException(const kit::UncaughtException& exception) 
   parts_->core->makeCrashParameter(exception);
 }
 
-bool Instance::mayRecordHere() {
+bool Instance::mayRecordHere() const {
   const std::unique_lock hold(parts_->list_lock.door, std::try_to_lock);
   return hold.owns_lock();
 }

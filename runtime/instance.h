@@ -117,7 +117,7 @@ class Instance final : public morvik::MorvikCore {
   void reportUncaughtException(const kit::UncaughtException& exception);
   /// Whether this thread could record at this moment without waiting for itself: not while it lets something in. For
   /// machines on which one thread stands for several.
-  bool mayRecordHere();
+  bool mayRecordHere() const;
   /// Any thread; what it counts may change while it counts, unless it is called within a turn.
   Pending pending() const;
   /// Calls `done` once, at the end of the first turn after which nothing is pending, or when the limit is up: then with

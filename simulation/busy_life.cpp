@@ -857,7 +857,7 @@ class BusyLife {
   void removeTheWishFile() {
     disk_.cutNow();
     disk_.restart(DiskCut::killed());
-    static_cast<void>(disk_.place().files->remove(host::WishFile::pathBeside(disk_.place())));
+    static_cast<void>(disk_.place().files->remove(host::WishFile::pathFor(disk_.place())));
   }
 
   // ------------------------------------------------------------------------------------------------------------ dying
@@ -1019,7 +1019,7 @@ class BusyLife {
         break;
       case Sabotage::kKeepsNothing:
         // No change of the disk's: one that it is cut off at would leave no process to die of it.
-        disk_.remove(host::WishFile::pathBeside(disk_.place()));
+        disk_.remove(host::WishFile::pathFor(disk_.place()));
         [[fallthrough]];
       case Sabotage::kForgetsTheLastSession:
         for (const std::string& each : {path, path + "-wal"})

@@ -582,7 +582,7 @@ class WildLife final : private MachineWatcher {
     if (!is_used)
       return;
     if (options_.sabotage == WildSabotage::kLosesTheWishFile)
-      disk_.disk.put(host::WishFile::pathBeside(disk_.disk.place()), host::wishFileBytes(false));
+      disk_.disk.put(host::WishFile::pathFor(disk_.disk.place()), host::wishFileBytes(false));
     disk_.storeWasSynced();
     witness_.facts.is_beside_newer = true;
   }

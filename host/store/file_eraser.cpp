@@ -57,7 +57,7 @@ FileEraser::FileEraser(FileEraserParts parts)
     : parts_(std::move(parts)), files_(*parts_.place.files), marker_path_(markerPath(parts_.place)) {}
 
 std::vector<std::string> FileEraser::namesOfTheKit(const StorePlace& place, const std::vector<std::string>& names) {
-  std::vector<std::string> beside{lastPart(WishFile::newPathBeside(place)), lastPart(reportFilePath(place.folder)),
+  std::vector<std::string> beside{lastPart(WishFile::newPathFor(place)), lastPart(reportFilePath(place.folder)),
                                   lastPart(unreadableReportFilePath(place.folder)),
                                   lastPart(namingMarkerPath(place.folder))};
   for (const std::string& path : crashRecordPaths(crashRecordPath(place.folder)))

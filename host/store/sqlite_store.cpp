@@ -288,7 +288,7 @@ void SqliteStore::flushAndWait() {
   }
 }
 
-bool SqliteStore::isReopened() {
+bool SqliteStore::isReopened() const {
   const std::lock_guard lock(commit_mutex_);
   return reopened_.has_value();
 }
@@ -883,7 +883,7 @@ void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   openAgain();
   uint64_t generation = 0;
   const StoreOutcome failed = flushLog(urgency, generation);
-  if (isToBeTriedAgainUntold(failed)) {
+  if (tolerateBusy(failed)) {
     flusher_->flushSoon();
     return;
   }
@@ -937,8 +937,8 @@ bool SqliteStore::replaceRemoved() {
   return false;
 }
 
-/// A file that others are busy with is free again soon: no failure, unless it stays like that.
-bool SqliteStore::isToBeTriedAgainUntold(const StoreOutcome& failed) {
+/// Counts the flushes in a row that found the file busy. True: it will be free again soon, and no failure is reported.
+bool SqliteStore::tolerateBusy(const StoreOutcome& failed) {
   const bool is_busy = failed && failed->kind == StoreProblem::Kind::kBusy;
   busy_flushes_ = is_busy ? busy_flushes_ + 1 : 0;
   return is_busy && busy_flushes_ < kMaxBusyFlushes;

@@ -166,7 +166,7 @@ class SqliteStore : public runtime::MachineStore {
   class Committing;
   class Round;
 
-  bool isReopened();
+  bool isReopened() const;
   bool commitWrites(uint64_t up_to);
   bool commitAsRound();
 
@@ -226,7 +226,7 @@ class SqliteStore : public runtime::MachineStore {
   StoreOutcome holdLog();
   StoreOutcome shortenLog(uint64_t generation);
   void letCommitGoFirst();
-  bool isToBeTriedAgainUntold(const StoreOutcome& failed);
+  [[nodiscard]] bool tolerateBusy(const StoreOutcome& failed);
   void tellFlushed(const StoreOutcome& failed);
 
   const SqliteStoreOptions options_;
@@ -249,7 +249,7 @@ class SqliteStore : public runtime::MachineStore {
   std::mutex telling_mutex_;
   std::vector<std::string> waiting_lines_;
 
-  kit::Mutex commit_mutex_;
+  mutable kit::Mutex commit_mutex_;
   StoreLock lock_;                           ///< belongs to what opens the file
   std::unique_ptr<StoreDatabase> database_;  ///< null: in memory
   StoreFileIdentities files_;                ///< those that it has open

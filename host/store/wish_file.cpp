@@ -16,7 +16,7 @@ std::optional<kit::Error> asError(const StoreOutcome& failed) {
 }  // namespace
 
 WishFile::WishFile(const StorePlace& place)
-    : files_(*place.files), folder_(place.folder), path_(pathBeside(place)), new_path_(newPathBeside(place)) {}
+    : files_(*place.files), folder_(place.folder), path_(pathFor(place)), new_path_(newPathFor(place)) {}
 
 runtime::MachineWishFile::Reading WishFile::read() {
   std::optional<std::string> bytes;

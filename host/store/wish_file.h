@@ -30,9 +30,9 @@ class WishFile final : public runtime::MachineWishFile {
   std::optional<kit::Error> adopt() override;
   void discard() override { static_cast<void>(files_.remove(new_path_)); }
 
-  static std::string pathBeside(const StorePlace& place) { return place.path() + ".wish"; }
+  static std::string pathFor(const StorePlace& place) { return place.path() + ".wish"; }
   /// Under which the file is made. One that is there was left by a process that died meanwhile.
-  static std::string newPathBeside(const StorePlace& place) { return pathBeside(place) + ".new"; }
+  static std::string newPathFor(const StorePlace& place) { return pathFor(place) + ".new"; }
 
  private:
   bool mayBeGoneOnWith(uint64_t steps) const;

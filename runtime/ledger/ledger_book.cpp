@@ -232,7 +232,7 @@ void LedgerBook::setList(Kind kind, const kit::Value& value, LedgerWriter writer
   const kit::Array before = stored_.list(kind).array();
   const kit::Array after = value.array();
   const ListChange change = changeBetween(before, after);
-  if (wasWrittenAnew(kind, before, after, writer)) {
+  if (wasRewritten(kind, before, after, writer)) {
     stored_.setList(kind, value);
     return;
   }
@@ -248,8 +248,7 @@ void LedgerBook::setList(Kind kind, const kit::Value& value, LedgerWriter writer
 }
 
 /// Stored reports that get the names in their stacks are what they were, in their order.
-bool LedgerBook::wasWrittenAnew(Kind kind, const kit::Array& before, const kit::Array& after,
-                                LedgerWriter writer) const {
+bool LedgerBook::wasRewritten(Kind kind, const kit::Array& before, const kit::Array& after, LedgerWriter writer) const {
   if (kind != Kind::kCrashReports || writer != LedgerWriter::kKit || exchanges_.isAnyRunning() || before.empty() ||
       before.size() != after.size())
     return false;
@@ -318,7 +317,7 @@ void LedgerBook::add(Kind kind, const kit::Array& after, size_t added, LedgerWri
 /// The click that a failed request leaves behind is the newest one, whichever request failed: it may be under way
 /// still, or be counted as delivered already. The latter was recorded once more.
 void LedgerBook::addClick(const kit::Value& click, LedgerWriter writer) {
-  if (writer == LedgerWriter::kKit && exchanges_.clickWasStored(click))
+  if (writer == LedgerWriter::kKit && exchanges_.noteStoredClick(click))
     accounts_.endUnderWay(Kind::kReEngagementClicks, 1);
   else
     accounts_.record(Kind::kReEngagementClicks, 1);

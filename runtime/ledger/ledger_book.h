@@ -164,7 +164,7 @@ class LedgerBook {
   void noteSessionEnd();
   void noteSentKeys(const kit::Value& keys);
   LedgerDeparture departure(LedgerKind kind, LedgerWriter writer);
-  bool wasWrittenAnew(LedgerKind kind, const kit::Array& before, const kit::Array& after, LedgerWriter writer) const;
+  bool wasRewritten(LedgerKind kind, const kit::Array& before, const kit::Array& after, LedgerWriter writer) const;
   bool wasTakenBack(LedgerKind kind, const kit::Array& before, const ListChange& change, LedgerWriter writer) const;
   void remove(LedgerDeparture departure, const kit::Array& before, const ListChange& change);
   void removeOne(const LedgerDeparture& departure, const kit::Value& record, size_t index, LedgerCarriers& carriers);

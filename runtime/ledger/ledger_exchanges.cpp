@@ -95,7 +95,7 @@ bool LedgerExchanges::isNotedAlone(const kit::Value& event_id) {
                      [&](Unsent& each) { return each.exchange.activities.contains(event_id.string()); });
 }
 
-bool LedgerExchanges::clickWasStored(const kit::Value& click) {
+bool LedgerExchanges::noteStoredClick(const kit::Value& click) {
   const auto holder = std::find_if(exchanges_.begin(), exchanges_.end(), [&](const auto& each) {
     return each.second.holds_click && each.second.click == click;
   });

@@ -52,8 +52,8 @@ class LedgerExchanges {
   /// Whether this event is in a batch that is not under way and whose ids are noted all the same: one that was sealed
   /// and has not left (of an install without a referral record none leaves), or one that was answered and not accepted.
   bool isNotedAlone(const kit::Value& event_id);
-  /// A click that a request alone had is in the store now. False: none had it so.
-  bool clickWasStored(const kit::Value& click);
+  /// The store holds a click now that only a request held until then. False: no request held it.
+  bool noteStoredClick(const kit::Value& click);
   /// The numbers of those that carry this version of a demographic value, but for `except`.
   std::vector<uint64_t> carriersOfValue(size_t slot, uint64_t version, const LedgerExchange* except) const;
   /// The stored list has lost these.

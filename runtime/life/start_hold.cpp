@@ -36,8 +36,8 @@ void StartHold::storeRecovered() {
   end();
 }
 
-/// A file that has turned out to be of a newer version is not asked again.
-bool StartHold::isSettled() {
+/// True: nothing is left to wait for. A file of a newer version ends the wait, and is not asked again.
+bool StartHold::settle() {
   if (!is_unavailable_ || store_.opening() == StoreOpening::kUnavailable)
     return !is_unavailable_;
   is_unavailable_ = false;
@@ -72,7 +72,7 @@ void StartHold::tryAgain(int tries_left) {
   try {
     store_.flushNow();
     main_loop_.schedule(kStartHoldTrySeconds, [this, tries_left] {
-      if (!is_holding_ || isSettled())
+      if (!is_holding_ || settle())
         return;
       if (tries_left == 1)
         end();
@@ -88,7 +88,7 @@ void StartHold::tryAgain(int tries_left) {
 /// Where there is no memory to go on with, CommitRetry is left.
 void StartHold::tryLater() {
   main_loop_.schedule(kStoreReopenSeconds, [this] {
-    if (isSettled())
+    if (settle())
       return;
     store_.flushNow();
     // Not for its own sake: its commit takes over what was opened.

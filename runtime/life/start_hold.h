@@ -53,7 +53,7 @@ class StartHold {
   void storeRecovered();
 
  private:
-  bool isSettled();
+  [[nodiscard]] bool settle();
   void tryAgain(int tries_left);
   void tryLater();
   void end();

@@ -134,7 +134,7 @@ void PostedLines::post() {
   }
 }
 
-bool PostedLines::areWaiting() {
+bool PostedLines::areWaiting() const {
   const std::scoped_lock hold(mutex_);
   return !lines_.empty() || left_out_ > 0 || untold_ > 0;
 }

@@ -46,7 +46,7 @@ class PostedLines final : public kit::LogSink {
   /// At once, and past those that wait.
   bool tryLine(std::string_view text) override { return sink_.tryLine(text); }
 
-  bool areWaiting();
+  bool areWaiting() const;
   /// Writes those that wait now.
   void writeAll();
   /// The same, but waits until `deadline` at most for another thread that writes: then they go on waiting. One that the
@@ -93,7 +93,7 @@ class PostedLines final : public kit::LogSink {
   kit::LogSink& sink_;
   Later later_;
   kit::MainQueue* main_queue_ = nullptr;
-  std::mutex mutex_;                       ///< held for no call out; guards the three that follow, and sets `writer_`
+  mutable std::mutex mutex_;               ///< held for no call out; guards the three that follow, and sets `writer_`
   std::deque<Line> lines_;                 ///< only whoever has the place takes the first one away
   uint64_t end_ = 0;                       ///< lines that ever waited
   size_t bytes_ = 0;                       ///< of copies

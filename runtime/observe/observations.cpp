@@ -18,7 +18,7 @@ Status::Time timeOf(kit::Date date) {
 }
 
 /// The value of an atomic below `limit`, raised by one; false when it has reached it.
-bool raisedBelow(std::atomic<size_t>& value, size_t limit) {
+bool tryRaise(std::atomic<size_t>& value, size_t limit) {
   size_t now = value;
   while (now < limit) {
     if (value.compare_exchange_weak(now, now + 1))
@@ -40,7 +40,7 @@ void Observations::refused(Recorded reason) {
   if (listening == nullptr || !listening->didRefuseEvent)
     return;
   std::atomic<size_t>& pending = pending_refusals_[static_cast<size_t>(reason)];
-  if (!raisedBelow(pending, kMaxPendingRefusals))
+  if (!tryRaise(pending, kMaxPendingRefusals))
     return;
   try {
     parts_.main_loop.async([this, &pending, reason] {

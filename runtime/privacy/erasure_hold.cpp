@@ -21,14 +21,14 @@ ErasureHold::~ErasureHold() {
 }
 
 void ErasureHold::whenOpen(kit::Block leave) {
-  if (!mustWait(leave))
+  if (!holdBack(leave))
     return leave();
   // Whether or not its write has asked for one: a wish that could not be written is tried again.
   wish_.flushNow();
 }
 
-/// Takes it then.
-bool ErasureHold::mustWait(kit::Block& leave) {
+/// True: `leave` is held, and was moved from. False: it may leave now.
+bool ErasureHold::holdBack(kit::Block& leave) {
   const std::scoped_lock hold(mutex_);
   // Who comes later does not overtake.
   if (waiting_.empty() && isOpen())

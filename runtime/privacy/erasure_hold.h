@@ -45,7 +45,7 @@ class ErasureHold {
     MachineLoop::TimerKey timer{};
   };
 
-  bool mustWait(kit::Block& leave);
+  [[nodiscard]] bool holdBack(kit::Block& leave);
   void open();
   void timeIsUp(uint64_t number);
 

@@ -245,7 +245,7 @@ void WishStore::beforeSet(bool is_forgotten) {
   {
     const std::scoped_lock hold(mutex_);
     if (wanted_ != true)
-      wantAnew(true);
+      wantAgain(true);
   }
   // Under the house lock, so not even for another process.
   if (writeIfDue(std::chrono::milliseconds(0)))
@@ -258,7 +258,7 @@ void WishStore::afterSet(bool is_forgotten) {
   is_told_ = true;
   readings_done_ = readings_due_;
   if (!is_forgotten && wanted_ != false)
-    wantAnew(false);
+    wantAgain(false);
 }
 
 /// A withdrawal that is new is tried here, once and without waiting; everything else is the store's thread's to try.
@@ -341,7 +341,7 @@ void WishStore::want(bool is_forgotten) {
 }
 
 /// By the app, at this moment: it comes behind whatever another process has said.
-void WishStore::wantAnew(bool is_forgotten) {
+void WishStore::wantAgain(bool is_forgotten) {
   want(is_forgotten);
   is_new_ = true;
 }

@@ -114,7 +114,7 @@ class WishStore final : public PassingStore {
   Doubt startFrom(const Reading& reading, bool is_stored);
   void noteRemoval();
   void want(bool is_forgotten);
-  void wantAnew(bool is_forgotten);
+  void wantAgain(bool is_forgotten);
   bool mayBeWritten() const;
   bool isToBeWritten() const;
   void noteProblem(const std::optional<kit::Error>& error, Line line = Line::kNotWritten);

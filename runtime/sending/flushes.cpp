@@ -68,7 +68,7 @@ struct Flushes::Flush {
 };
 
 struct Flushes::Waiter {
-  std::mutex mutex;
+  mutable std::mutex mutex;
   std::condition_variable told;
   std::optional<FlushResult> result;
 
@@ -77,7 +77,7 @@ struct Flushes::Waiter {
     result = told_result;
     told.notify_all();
   }
-  bool isTold() {
+  bool isTold() const {
     const std::scoped_lock hold(mutex);
     return result.has_value();
   }
@@ -186,8 +186,8 @@ void Flushes::postBlock() {
   is_block_posted_ = true;
 }
 
-/// Without memory for another block those that are left begin with the one that runs. Holds mutex_.
-bool Flushes::canPostBlock() {
+/// False: there is no memory for another block, and the flushes left begin with the one that runs. Holds mutex_.
+bool Flushes::tryPostBlock() {
   try {
     postBlock();
   } catch (const std::bad_alloc&) {
@@ -203,7 +203,7 @@ void Flushes::beginThoseThatWait() {
     const std::scoped_lock hold(mutex_);
     is_block_posted_ = false;
     for (const FlushPointer& flush : flushes_) {
-      flush->begins = !flush->has_begun && (flush->is_next || !canPostBlock());
+      flush->begins = !flush->has_begun && (flush->is_next || !tryPostBlock());
       flush->is_next = true;
     }
   }

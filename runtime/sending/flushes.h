@@ -95,7 +95,7 @@ class Flushes {
   /// Nothing when it waits now; else why not. What throws leaves nothing behind.
   std::optional<FlushReason> add(const FlushPointer& flush, std::chrono::milliseconds timeout);
   void postBlock();
-  bool canPostBlock();
+  [[nodiscard]] bool tryPostBlock();
   void beginThoseThatWait();
   FlushPointer nextToBegin() const;
   void beginNow(const FlushPointer& flush);

@@ -759,7 +759,7 @@ TEST_F(MakeInstance, WritesTheWishAnewForAForgottenUserWhoseFilesWereRemoved) {
   EXPECT_EQ(instance->addActivity("g", "n", std::nullopt), Recorded::kRefusedForgotten);
   EXPECT_EQ(instance->addImpression({.campaign_key = 7}), Recorded::kRefusedForgotten);
   EXPECT_EQ(machine.flushes->asked(), asked + 2) << "nothing else asks, since nothing is committed";
-  const std::string wish = WishFile::pathBeside({.folder = options.store_folder});
+  const std::string wish = WishFile::pathFor({.folder = options.store_folder});
   EXPECT_TRUE(machine.flushes->isTrueSoon([&wish] { return std::filesystem::exists(wish); }));
 
   instance->applicationDidBecomeActive();
@@ -830,7 +830,7 @@ TEST_F(MakeInstance, KeepsWhatAnotherThreadRecordsBeforeItsCallReturnsWhileTheMa
 TEST_F(MakeInstance, CallsAWithdrawalKeptInMemoryWhileAnotherProcessKeepsItOutOfTheFileOfTheWish) {
   const auto instance = make();
   EXPECT_EQ(instance->gdprForgetMe(true), Recorded::kKept);
-  const test::Held held(WishFile::pathBeside({.folder = options.store_folder}));
+  const test::Held held(WishFile::pathFor({.folder = options.store_folder}));
   EXPECT_EQ(instance->gdprForgetMe(false), Recorded::kKeptInMemory) << "a restart would find the user forgotten";
   EXPECT_EQ(instance->addActivity("shop", "look", std::nullopt), Recorded::kKept);
   EXPECT_EQ(instance->gdprForgetMe(true), Recorded::kKept);

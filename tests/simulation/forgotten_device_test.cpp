@@ -77,7 +77,7 @@ class ForgottenDevice : public ::testing::Test {
   }
   size_t erasures() const { return machine_.transport.requests(services::kGdprReqUrlPath).size(); }
   std::string storePath() { return disk_.place().path(); }
-  std::string wishPath() { return host::WishFile::pathBeside(disk_.place()); }
+  std::string wishPath() { return host::WishFile::pathFor(disk_.place()); }
   bool isOfTheStore(std::string_view path) { return path == storePath() || path == storePath() + "-wal"; }
   std::optional<host::WishSector> inTheFile() { return host::newestWishSector(disk_.bytesOf(wishPath())); }
   /// Between processes; the log has been written back.

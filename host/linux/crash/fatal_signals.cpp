@@ -150,8 +150,8 @@ struct FatalSignals::State {
   static std::atomic<State*> current;
 
   static void handle(int signal, siginfo_t* info, void* context);
-  bool goesInCircles(const void* context, const HandlerPlace& place);
-  bool takesRecord(int signal, const HandlerPlace& place, const void* context);
+  [[nodiscard]] bool detectCircle(const void* context, const HandlerPlace& place);
+  [[nodiscard]] bool takeRecord(int signal, const HandlerPlace& place, const void* context);
   bool isWithinRecorded(const HandlerPlace& place, const void* context) const;
   void waitForOthers(const HandlerPlace& place) const;
   void record(int signal, const siginfo_t& info, const void* context) const;
@@ -174,12 +174,12 @@ void FatalSignals::State::handle(int signal, siginfo_t* info, void* context) {
     return;
   const HandlerPlace place{static_cast<pid_t>(::syscall(SYS_gettid)),
                            reinterpret_cast<uintptr_t>(__builtin_frame_address(0))};
-  if (state->goesInCircles(context, place)) {
+  if (state->detectCircle(context, place)) {
     toDefault(signal, info);
     return;
   }
   const bool is_own_process = ::getpid() == state->process;
-  const bool records = is_own_process && state->takesRecord(signal, place, context);
+  const bool records = is_own_process && state->takeRecord(signal, place, context);
   if (records) {
     state->record(signal, *info, context);
     state->phase = RecordPhase::kWritten;
@@ -193,9 +193,10 @@ void FatalSignals::State::handle(int signal, siginfo_t* info, void* context) {
   errno = error;
 }
 
-/// A signal is told by where the system put its context. A handler may also leave by a jump, and the next signal of its
-/// thread then has the same place; but it does not come from deeper.
-bool FatalSignals::State::goesInCircles(const void* context, const HandlerPlace& place) {
+/// Counts how often in a row the same signal came back. True: the handlers pass it on in a circle. A signal is recognized
+/// by where the system put its context. After a handler that left by a jump, the next signal of the thread has the same
+/// place, but does not come from deeper on the stack.
+bool FatalSignals::State::detectCircle(const void* context, const HandlerPlace& place) {
   const bool is_same = latest_context.exchange(context) == context;
   const bool is_deeper = place.frame < latest_frame.exchange(place.frame);
   if (!is_same || !is_deeper) {
@@ -216,9 +217,10 @@ bool FatalSignals::State::isWithinRecorded(const HandlerPlace& place, const void
   return ::sigismember(&static_cast<const ucontext_t*>(context)->uc_sigmask, recorded_signal) == 1;
 }
 
-/// The first signal is recorded. When a later one of the same thread does not come from within the handling of that
-/// one, an earlier handler left by a jump: that was no crash, and its record gives way.
-bool FatalSignals::State::takesRecord(int signal, const HandlerPlace& place, const void* context) {
+/// Claims the record for this signal; false when it stays with another one. The first signal is recorded. If a later one
+/// of the same thread does not come from within its handling, an earlier handler left by a jump: the first was no crash,
+/// and its record is replaced.
+bool FatalSignals::State::takeRecord(int signal, const HandlerPlace& place, const void* context) {
   if (is_left_alone)
     return false;
   RecordPhase found = RecordPhase::kNoRecord;

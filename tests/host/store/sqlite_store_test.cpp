@@ -1557,7 +1557,7 @@ class SqliteStoreOnASlowDisk : public SqliteStoreTest {
     EXPECT_TRUE(store_->synchronizeUntold());
   }
   /// A log that is begun anew has a header of its own.
-  bool isBegunAnewBy(StoreFlusher::Urgency urgency) {
+  bool flushRestartsLog(StoreFlusher::Urgency urgency) {
     constexpr size_t kHeaderBytes = 32;
     const std::string before = bytesOf(path() + "-wal").substr(0, kHeaderBytes);
     flusher_->flush(urgency);
@@ -1580,9 +1580,9 @@ TEST_F(SqliteStoreOnASlowDisk, HoldsNoCommitOffForASyncWhileASessionIsOpen) {
   sync_time_ = kMaxHeldTime;
   for (int flush = 0; flush < 3; ++flush) {
     commit(kLongLog);
-    EXPECT_FALSE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine)) << "flush " << flush;
+    EXPECT_FALSE(flushRestartsLog(StoreFlusher::Urgency::kRoutine)) << "flush " << flush;
   }
-  EXPECT_TRUE(isBegunAnewBy(StoreFlusher::Urgency::kSessionEnd));
+  EXPECT_TRUE(flushRestartsLog(StoreFlusher::Urgency::kSessionEnd));
 }
 
 TEST_F(SqliteStoreOnASlowDisk, LeavesNoLogForACommitToBeginAnewByItself) {
@@ -1600,26 +1600,26 @@ TEST_F(SqliteStoreOnASlowDisk, TakesAFlushThatHasNothingToWriteBackForNoSignOfAQ
   sync_time_ = kMaxHeldTime;
   commit(kLongLog);
   flusher_->flush(StoreFlusher::Urgency::kRoutine);
-  EXPECT_FALSE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+  EXPECT_FALSE(flushRestartsLog(StoreFlusher::Urgency::kRoutine));
 }
 
 TEST_F(SqliteStoreOnASlowDisk, BeginsTheLogAnewOnceTheDiskIsQuickAgain) {
   openIt();
   sync_time_ = kMaxHeldTime;
   commit(kLongLog);
-  EXPECT_FALSE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+  EXPECT_FALSE(flushRestartsLog(StoreFlusher::Urgency::kRoutine));
   sync_time_ = kMaxHeldTime / 2;
   commit(1);
-  EXPECT_TRUE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+  EXPECT_TRUE(flushRestartsLog(StoreFlusher::Urgency::kRoutine));
 }
 
 TEST_F(SqliteStoreOnASlowDisk, BeginsALogPastItsGreatestLengthAnewAllTheSame) {
   openIt(static_cast<int64_t>(2 * kLongLog));
   sync_time_ = kMaxHeldTime;
   commit(kLongLog);
-  EXPECT_FALSE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+  EXPECT_FALSE(flushRestartsLog(StoreFlusher::Urgency::kRoutine));
   commit(kLongLog);
-  EXPECT_TRUE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+  EXPECT_TRUE(flushRestartsLog(StoreFlusher::Urgency::kRoutine));
   store_->shutdown();
   EXPECT_EQ(open()->get("text"), store_->get("text"));
 }
@@ -1630,10 +1630,10 @@ TEST_F(SqliteStoreOnASlowDisk, HoldsNoCommitOffForAWriteBackAlthoughCommitsKeepC
   for (int i = 0; i <= kHardBytes >> 22; ++i)
     commit(size_t{4} << 20);
   commits_in_between_ = kCatchUpRounds;
-  EXPECT_FALSE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine));
+  EXPECT_FALSE(flushRestartsLog(StoreFlusher::Urgency::kRoutine));
   sync_time_ = std::chrono::milliseconds(0);
   commits_in_between_ = 1;
-  EXPECT_TRUE(isBegunAnewBy(StoreFlusher::Urgency::kRoutine)) << "quick, they may wait";
+  EXPECT_TRUE(flushRestartsLog(StoreFlusher::Urgency::kRoutine)) << "quick, they may wait";
 }
 
 TEST_F(SqliteStoreTest, TheFileOfTheLogIsShortAgainAfterABurst) {

@@ -35,7 +35,7 @@ std::optional<kit::Error> writePatiently(WishFile& file, bool is_forgotten) {
 class WishFileTest : public ::testing::Test {
  protected:
   StorePlace place() const { return {.folder = folder_.path()}; }
-  std::string path() const { return WishFile::pathBeside(place()); }
+  std::string path() const { return WishFile::pathFor(place()); }
   /// As the next process reads it.
   runtime::MachineWishFile::Reading reread() const { return WishFile(place()).read(); }
 
@@ -55,7 +55,7 @@ TEST_F(WishFileTest, IsMadeWholeUnderAnotherNameAndForItsOwnerAlone) {
   EXPECT_EQ(file_.sync(), std::nullopt);
   EXPECT_EQ(reread().state, State::kRead);
   EXPECT_FALSE(reread().is_forgotten);
-  EXPECT_FALSE(std::filesystem::exists(WishFile::newPathBeside(place())));
+  EXPECT_FALSE(std::filesystem::exists(WishFile::newPathFor(place())));
   struct stat facts {};
   ASSERT_EQ(::stat(path().c_str(), &facts), 0);
   EXPECT_EQ(facts.st_mode & 0777U, 0600U);

@@ -139,10 +139,10 @@ TEST(LedgerExchanges, LetGoOfAClickOnceItIsStored) {
   holding.holds_click = true;
   const uint64_t holder = exchanges.begin(std::move(holding));
   exchanges.begin(withClick(2));
-  EXPECT_FALSE(exchanges.clickWasStored(click(2))) << "it was stored before";
-  EXPECT_FALSE(exchanges.clickWasStored(click(3)));
-  EXPECT_TRUE(exchanges.clickWasStored(click(1)));
-  EXPECT_FALSE(exchanges.clickWasStored(click(1)));
+  EXPECT_FALSE(exchanges.noteStoredClick(click(2))) << "it was stored before";
+  EXPECT_FALSE(exchanges.noteStoredClick(click(3)));
+  EXPECT_TRUE(exchanges.noteStoredClick(click(1)));
+  EXPECT_FALSE(exchanges.noteStoredClick(click(1)));
   EXPECT_FALSE(exchanges.end(holder).holds_click);
 }
 

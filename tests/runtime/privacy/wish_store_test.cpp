@@ -115,7 +115,7 @@ class VanishingFile final : public MachineWishFile {
 class WishStoreWithFile : public ::testing::Test {
  protected:
   host::StorePlace place() const { return {.folder = folder_.path()}; }
-  std::string path() const { return host::WishFile::pathBeside(place()); }
+  std::string path() const { return host::WishFile::pathFor(place()); }
   /// True once the latest wish is on the disk.
   bool isOnDiskSoon() {
     for (int flush = 0; flush < 50 && !store_.isOnDisk(); ++flush)
