@@ -73,7 +73,7 @@ LedgerMoments::Left LedgerBook::left(LedgerMoments::Moment moment) {
   if (running == nullptr)
     return left;
   const bool is_accepted = running->isAccepted();
-  for (const LedgerOrphans::Settled& settled : orphans_.settledBy(exchanges_.runningId(), is_accepted)) {
+  for (const LedgerUnclaimed::Settled& settled : unclaimed_.settledBy(exchanges_.runningId(), is_accepted)) {
     if (!LedgerMoments::follows(settled.kind) || settled.first_after > moment)
       continue;
     left.waiting -= settled.count;
@@ -296,7 +296,7 @@ void LedgerBook::removeOne(const LedgerDeparture& departure, const kit::Value& r
   if (departure.isDelivered(record, index))
     return credit(departure.kind, *departure.ended, 1);
   const std::vector<uint64_t>& carried_by = carriers.of(record, index);
-  const Reason reason = whyGone(departure, record, !carried_by.empty(), traces_, exchanges_);
+  const Reason reason = removalReason(departure, record, !carried_by.empty(), traces_, exchanges_);
   noteWhetherBroken(departure.kind, reason);
   giveUp(departure.kind, reason, moments_->firstAfter(departure.kind, index), carried_by);
 }
@@ -343,13 +343,13 @@ void LedgerBook::setDemographic(std::string_view key, size_t slot, const kit::Va
   const LedgerDeparture departure_of = must_wait ? departure(Kind::kDemographics, writer) : of_app;
   const LedgerStored::Demographics before = stored_.demographics();
   const LedgerAccounts accounts_before = accounts_;
-  const uint64_t orphans_before = orphans_.count();
+  const uint64_t unclaimed_before = unclaimed_.count();
   try {
     takeNote({slot, stored_.setDemographic(slot, value)}, departure_of);
     writeAtTheDoor(key, value);
   } catch (...) {
     // Without memory the store has the value before. One that a request carries is counted for that already.
-    if (orphans_.count() == orphans_before) {
+    if (unclaimed_.count() == unclaimed_before) {
       stored_.takeBack(before);
       accounts_ = accounts_before;
     }
@@ -399,7 +399,7 @@ void LedgerBook::takeNote(const Note& note, const LedgerDeparture& gone) {
     return;
   if (gone.is_accepted && !note.replaced.is_pending && gone.ended->values[note.slot] == note.replaced.version)
     return credit(Kind::kDemographics, *gone.ended, 1);
-  giveUp(Kind::kDemographics, whyValueGone(gone, note.replaced.is_pending), 0,
+  giveUp(Kind::kDemographics, valueRemovalReason(gone, note.replaced.is_pending), 0,
          exchanges_.carriersOfValue(note.slot, note.replaced.version, gone.ended));
 }
 
@@ -558,12 +558,12 @@ void LedgerBook::handlerEnded(uint64_t id, LedgerDeparted departed) {
       credit(Kind::kReEngagementClicks, exchange, 1);
     } else {
       const Reason reason =
-          departed == LedgerDeparted::kNo ? Reason::kForgotten : whyClickLost(exchange, traces_, clicks);
+          departed == LedgerDeparted::kNo ? Reason::kForgotten : clickLossReason(exchange, traces_, clicks);
       noteWhetherBroken(Kind::kReEngagementClicks, reason);
       accounts_.giveUp(Kind::kReEngagementClicks, reason, 1);
     }
   }
-  for (const LedgerOrphans::Settled& settled : orphans_.settle(id, is_accepted)) {
+  for (const LedgerUnclaimed::Settled& settled : unclaimed_.settle(id, is_accepted)) {
     accounts_.endUnderWay(settled.kind, settled.count);
     moments_->wasSettled(settled.kind, settled.first_after, settled.count,
                          !is_accepted && LedgerMoments::isLoss(settled.reason));
@@ -599,7 +599,7 @@ void LedgerBook::giveUp(Kind kind, Reason reason, LedgerMoments::Moment first_af
   }
   accounts_.beginUnderWay(kind, 1);
   moments_->wentUnderWay(kind, first_after, 1);
-  orphans_.add(kind, reason, first_after, carriers);
+  unclaimed_.add(kind, reason, first_after, carriers);
 }
 
 void LedgerBook::credit(Kind kind, const LedgerExchange& exchange, uint64_t by) {

@@ -13,7 +13,7 @@
 // Three sources tell the book what happens: the store (what comes and goes), the services object (what is batched, what
 // is answered) and the transport (what leaves, and when its handler runs). Its rooms, each of which stands alone: the
 // counts (ledger_accounts.h), what is stored (ledger_stored.h), what is under way (ledger_exchanges.h,
-// ledger_orphans.h), why a record went (ledger_judgement.h), and what is left of what somebody waits for
+// ledger_unclaimed.h), why a record went (ledger_removal_reasons.h), and what is left of what somebody waits for
 // (ledger_moments.h).
 #pragma once
 
@@ -37,10 +37,10 @@
 #include "runtime/ledger/ledger_accounts.h"
 #include "runtime/ledger/ledger_exchange.h"
 #include "runtime/ledger/ledger_exchanges.h"
-#include "runtime/ledger/ledger_judgement.h"
 #include "runtime/ledger/ledger_moments.h"
-#include "runtime/ledger/ledger_orphans.h"
+#include "runtime/ledger/ledger_removal_reasons.h"
 #include "runtime/ledger/ledger_stored.h"
+#include "runtime/ledger/ledger_unclaimed.h"
 #include "runtime/ledger/list_change.h"
 #include "runtime/machine/machine.h"
 #include "services/log.h"
@@ -206,7 +206,7 @@ class LedgerBook {
   /// The store could not be read at its opening, and did not come to light since.
   bool is_unavailable_ = false;
   LedgerExchanges exchanges_;
-  LedgerOrphans orphans_;
+  LedgerUnclaimed unclaimed_;
   LedgerTraces traces_;
   size_t crash_reports_just_added_ = 0;
   kit::Value clicks_at_handler_;  ///< those that were stored when the handler that runs began

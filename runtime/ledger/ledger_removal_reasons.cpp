@@ -1,4 +1,4 @@
-#include "runtime/ledger/ledger_judgement.h"
+#include "runtime/ledger/ledger_removal_reasons.h"
 
 #include <algorithm>
 
@@ -43,8 +43,8 @@ bool LedgerDeparture::isDelivered(const kit::Value& record, size_t index) const 
   return is_accepted && ((kind == Kind::kImpressions && leaves_some) || ended->carries(kind, record, index));
 }
 
-Reason whyGone(const LedgerDeparture& departure, const kit::Value& record, bool is_carried, const LedgerTraces& traces,
-               LedgerExchanges& exchanges) {
+Reason removalReason(const LedgerDeparture& departure, const kit::Value& record, bool is_carried,
+                     const LedgerTraces& traces, LedgerExchanges& exchanges) {
   if (departure.writer == LedgerWriter::kHand)
     return Reason::kByHand;
   if (departure.kind == Kind::kActivities)
@@ -58,7 +58,7 @@ Reason whyGone(const LedgerDeparture& departure, const kit::Value& record, bool 
   return departure.kind == Kind::kImpressions && is_carried ? Reason::kPlaceTaken : Reason::kAddedDuringUpload;
 }
 
-Reason whyValueGone(const LedgerDeparture& departure, bool is_replaced) {
+Reason valueRemovalReason(const LedgerDeparture& departure, bool is_replaced) {
   if (departure.writer == LedgerWriter::kHand)
     return Reason::kByHand;
   if (is_replaced)
@@ -66,7 +66,7 @@ Reason whyValueGone(const LedgerDeparture& departure, bool is_replaced) {
   return departure.is_accepted ? Reason::kAddedDuringUpload : Reason::kTakenBack;
 }
 
-Reason whyClickLost(const LedgerExchange& ended, const LedgerTraces& traces, const kit::Value& kept) {
+Reason clickLossReason(const LedgerExchange& ended, const LedgerTraces& traces, const kit::Value& kept) {
   if (ended.answer)
     return Reason::kNotAccepted;
   if (traces.is_newest_click_let_go)

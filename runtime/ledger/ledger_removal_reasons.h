@@ -38,14 +38,14 @@ struct LedgerDeparture {
 
 /// Why a record went that the exchange did not deliver. `is_carried`: by another request that is under way. A rule's
 /// reason, or kUnexplained.
-LedgerReason whyGone(const LedgerDeparture& departure, const kit::Value& record, bool is_carried,
-                     const LedgerTraces& traces, LedgerExchanges& exchanges);
+LedgerReason removalReason(const LedgerDeparture& departure, const kit::Value& record, bool is_carried,
+                           const LedgerTraces& traces, LedgerExchanges& exchanges);
 
 /// The same of a demographic value. `is_replaced`: by another one that waits.
-LedgerReason whyValueGone(const LedgerDeparture& departure, bool is_replaced);
+LedgerReason valueRemovalReason(const LedgerDeparture& departure, bool is_replaced);
 
 /// Why a click that nothing but `ended` had went with it, unaccepted. `kept`: the clicks that were stored when its
 /// handler began: one of them may be given up meanwhile.
-LedgerReason whyClickLost(const LedgerExchange& ended, const LedgerTraces& traces, const kit::Value& kept);
+LedgerReason clickLossReason(const LedgerExchange& ended, const LedgerTraces& traces, const kit::Value& kept);
 
 }  // namespace morvik::runtime

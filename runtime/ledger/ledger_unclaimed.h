@@ -12,7 +12,7 @@ namespace morvik::runtime {
 
 /// Plain; not safe for threads. Needs no limit of its own: a group goes with the last of the requests that carry it,
 /// and while these are under way only so much leaves the lists as they carry.
-class LedgerOrphans {
+class LedgerUnclaimed {
  public:
   /// One record more, with the first moment after it. `reason` counts if none of `carriers`, of which there is at least
   /// one, is accepted.
