@@ -69,10 +69,10 @@ Value copiedArray(const Value& value) {
 
 }  // namespace
 
-/// In what the two conversion requests differ: path, texts, whether an answer resets the failure counter, and whether
+/// In what the two conversion requests differ: endpoint, texts, whether an answer resets the failure counter, and whether
 /// saving the record pushes the held activities.
 struct MorvikCoreLib::ConversionTexts {
-  const char* path;
+  services::Endpoint endpoint;
   const char* operation;
   const char* handler_operation;
   const char* parameter_text;
@@ -89,7 +89,7 @@ struct MorvikCoreLib::ConversionTexts {
 
 const MorvikCoreLib::ConversionTexts& MorvikCoreLib::ConversionTexts::own() {
   static constexpr ConversionTexts texts{
-      services::kConversionPath,
+      services::Endpoint::kConversion,
       "-[MorvikCoreLib conversion:]",
       "-[MorvikCoreLib conversion:]_block_invoke",
       "MRVK_QA-conversion_parameterInfo : %@",
@@ -105,7 +105,7 @@ const MorvikCoreLib::ConversionTexts& MorvikCoreLib::ConversionTexts::own() {
 
 const MorvikCoreLib::ConversionTexts& MorvikCoreLib::ConversionTexts::thirdParty() {
   static constexpr ConversionTexts texts{
-      services::kThirdPartyConversionPath,
+      services::Endpoint::kThirdPartyConversion,
       "-[MorvikCoreLib thirdPartyConversion:]",
       "-[MorvikCoreLib thirdPartyConversion:]_block_invoke",
       "MRVK_QA-thirdPartyConversion parameterInfo : %@",
@@ -195,7 +195,7 @@ void MorvikCoreLib::requestConversion(MadeConversion made, const ConversionTexts
   if (made.stores_known != stores_brought_)
     made = makeConversion();
   MORVIK_LOG(log(), lcl_vDebug, texts.operation, texts.parameter_text, made.parameters);
-  auto request = services::postRequest(ports_.endpoints.kFendoConversionBaseLiveUrl, texts.path, made.parameters,
+  auto request = services::postRequest(ports_.endpoints, texts.endpoint, made.parameters,
                                        services::AcceptEncoding::kGzip);
   MORVIK_LOG(log(), lcl_vTrace, texts.operation, texts.url_text, request.absoluteString());
   const auto self = shared_from_this();
@@ -466,7 +466,7 @@ void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters, uint64_t 
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib iAdAppAttributionTracking:]",
              "MRVK_QA-iAdAppAttributionTracking_parameterInfo : %@", parameters);
-  auto request = services::postRequest(ports_.endpoints.kFendoConversionBaseLiveUrl, services::kIADAttributionPath,
+  auto request = services::postRequest(ports_.endpoints, services::Endpoint::kIADAttribution,
                                        parameters, services::AcceptEncoding::kGzip);
   services::run(
       requestTools(), std::move(request),

@@ -61,7 +61,7 @@ void MorvikCoreLib::commerceConversion() {
   if (isGateClosed())
     return;
   services::MutableURLRequest request(
-      services::format("%@%@", {ports_.endpoints.kCommerceBaseLiveUrl, services::kCommerceConversionPath}));
+      services::urlOf(ports_.endpoints, services::Endpoint::kCommerceConversion));
   request.setValue("gzip", "Accept-Encoding");
   request.addValue("application/json", "Content-Type");
   request.setHTTPMethod("POST");

@@ -191,7 +191,7 @@ void MorvikCoreLib::reEngagementConversion(const Value& parameters) {
       return;
     MORVIK_LOG(log(), lcl_vDebug, kOperation, "MRVK_QA-reEngagementConversion_parameterInfo : %@", parameters);
     auto request =
-        services::postRequest(ports_.endpoints.kFendoConversionBaseLiveUrl, services::kReEngagementConversionPath,
+        services::postRequest(ports_.endpoints, services::Endpoint::kReEngagementConversion,
                               parameters, services::AcceptEncoding::kGzip);
     const auto self = shared_from_this();
     services::run(

@@ -32,7 +32,7 @@ void MorvikCoreLib::getSchedule(const Value& parameters) {
   if (isGateClosed())
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib getSchedule:]", "MRVK_QA-getSchedule_parameterInfo : %@", parameters);
-  auto request = services::postRequest(ports_.endpoints.kFendoCampaignBaseLiveUrl, services::kGetScheduleVer2Path,
+  auto request = services::postRequest(ports_.endpoints, services::Endpoint::kGetSchedule,
                                        parameters, services::AcceptEncoding::kUnset);
   services::run(
       requestTools(), std::move(request),

@@ -366,7 +366,7 @@ void MorvikCoreLib::sendBatch(const Value& parameters, EndActivities end_activit
   if (store().fendoUserInfo_referralKey() == -1)
     return;
 
-  auto request = services::postRequest(ports_.endpoints.kFendoTrackingBaseLiveUrl, services::kTrackingPath, parameters,
+  auto request = services::postRequest(ports_.endpoints, services::Endpoint::kTracking, parameters,
                                        services::AcceptEncoding::kGzip);
   const auto self = shared_from_this();
   const bool has_begun = services::run(

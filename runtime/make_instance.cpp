@@ -124,7 +124,7 @@ ObservationsParts observationsParts(InstanceParts& parts) {
 ServicesLibParts servicesParts(InstanceParts& parts) {
   return {.app_key = parts.options.app_key,
           .hash_key = parts.options.hash_key,
-          .tracking_url = parts.options.endpoints.kFendoTrackingBaseLiveUrl + services::kTrackingPath,
+          .tracking_url = services::urlOf(parts.options.endpoints, services::Endpoint::kTracking),
           .store = parts.properties,
           .logger = parts.logger,
           .clock = *parts.clock,

@@ -1,31 +1,33 @@
 #include "services/requests.h"
 
-#include "services/endpoints.h"
-
 namespace morvik::services {
 
 namespace {
 
-MutableURLRequest posted(const MorvikADAFHTTPClient& client, std::string_view path, const kit::Value& parameters) {
-  MutableURLRequest request = client.requestWithMethod("POST", path, parameters);
+MorvikADAFHTTPClient clientOf(const kit::Endpoints& base_urls, Endpoint endpoint) {
+  return MorvikADAFHTTPClient(base_urls.*rowOf(endpoint).base_url);
+}
+
+MutableURLRequest posted(const MorvikADAFHTTPClient& client, Endpoint endpoint, const kit::Value& parameters) {
+  MutableURLRequest request = client.requestWithMethod("POST", rowOf(endpoint).path, parameters);
   request.setTimeoutInterval(static_cast<double>(kFendoHttpConnectionTimeoutSeconds));
   return request;
 }
 
 }  // namespace
 
-MutableURLRequest postRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters,
+MutableURLRequest postRequest(const kit::Endpoints& base_urls, Endpoint endpoint, const kit::Value& parameters,
                               AcceptEncoding accept_encoding) {
-  MutableURLRequest request = posted(MorvikADAFHTTPClient(base_url), path, parameters);
+  MutableURLRequest request = posted(clientOf(base_urls, endpoint), endpoint, parameters);
   if (accept_encoding == AcceptEncoding::kGzip)
     request.setValue("gzip", "Accept-Encoding");
   return request;
 }
 
-MutableURLRequest jsonPostRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters) {
-  MorvikADAFHTTPClient client(base_url);
+MutableURLRequest jsonPostRequest(const kit::Endpoints& base_urls, Endpoint endpoint, const kit::Value& parameters) {
+  MorvikADAFHTTPClient client = clientOf(base_urls, endpoint);
   client.setParameterEncoding(AFJSONParameterEncoding);
-  return posted(client, path, parameters);
+  return posted(client, endpoint, parameters);
 }
 
 bool run(const RequestTools& tools, MutableURLRequest request, JsonHandler success, FailureHandler failure,

@@ -3,23 +3,22 @@
 
 #include <functional>
 #include <optional>
-#include <string>
-#include <string_view>
 
 #include "services/MorvikADAFJSONRequestOperation.h"
+#include "services/endpoints.h"
 
 namespace morvik::services {
 
 /// Whether the request carries the header "Accept-Encoding" with the value "gzip".
 enum class AcceptEncoding { kGzip, kUnset };
 
-/// A form-encoded "POST" to base URL and path, with the time-out kFendoHttpConnectionTimeoutSeconds. Absent parameters
-/// give an empty body.
-MutableURLRequest postRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters,
+/// A form-encoded "POST" to the endpoint, with the time-out kFendoHttpConnectionTimeoutSeconds. Absent parameters give
+/// an empty body.
+MutableURLRequest postRequest(const kit::Endpoints& base_urls, Endpoint endpoint, const kit::Value& parameters,
                               AcceptEncoding accept_encoding);
 
 /// The same request with the parameters as JSON text: a dictionary or an array, also an empty one.
-MutableURLRequest jsonPostRequest(const std::string& base_url, std::string_view path, const kit::Value& parameters);
+MutableURLRequest jsonPostRequest(const kit::Endpoints& base_urls, Endpoint endpoint, const kit::Value& parameters);
 
 /// What most handlers need of an answer.
 using JsonHandler = std::function<void(const kit::Value& json)>;

@@ -17,6 +17,13 @@ using Reason = LedgerReason;
 
 constexpr const char* kLedgerOperation = "-[MorvikCoreLedger]";
 
+std::array<std::string, kLedgerEndpoints> urlsOf(const kit::Endpoints& base_urls) {
+  std::array<std::string, kLedgerEndpoints> urls;
+  for (size_t i = 0; i < urls.size(); ++i)
+    urls[i] = services::urlOf(base_urls, kitEndpointOf(static_cast<LedgerEndpoint>(i)));
+  return urls;
+}
+
 }  // namespace
 
 /// Holds the book, up to date with what setters left.
@@ -32,11 +39,7 @@ class LedgerBook::Hold {
 
 LedgerBook::LedgerBook(const LedgerParts& parts)
     : store_(parts.store),
-      urls_{parts.endpoints.kFendoTrackingBaseLiveUrl + services::kTrackingPath,
-            parts.endpoints.kFendoConversionBaseLiveUrl + services::kReEngagementConversionPath,
-            parts.endpoints.kCommerceBaseLiveUrl + services::kCommerceConversionPath,
-            parts.endpoints.kCrashReportBaseLiveUrl + services::kCrashReportPath,
-            parts.endpoints.kFendoTrackingBaseLiveUrl + services::kSetDemographicPath},
+      urls_(urlsOf(parts.endpoints)),
       logger_(parts.logger),
       has_hashed_identifier_(parts.has_hashed_identifier),
       door_(parts.list_lock.door),

@@ -1,13 +1,27 @@
 #include "runtime/ledger/ledger_exchange.h"
 
-#include "services/converters.h"
-
 namespace morvik::runtime {
 namespace {
 
 constexpr int kPayloadTooLarge = 413;
 
 }  // namespace
+
+services::Endpoint kitEndpointOf(LedgerEndpoint endpoint) {
+  switch (endpoint) {
+    case LedgerEndpoint::kReEngagement:
+      return services::Endpoint::kReEngagementConversion;
+    case LedgerEndpoint::kCommerce:
+      return services::Endpoint::kCommerceConversion;
+    case LedgerEndpoint::kCrash:
+      return services::Endpoint::kCrashReport;
+    case LedgerEndpoint::kDemographics:
+      return services::Endpoint::kSetDemographic;
+    case LedgerEndpoint::kTracking:
+      break;
+  }
+  return services::Endpoint::kTracking;
+}
 
 LedgerEndpoint ledgerEndpointOf(LedgerKind kind) {
   switch (kind) {
@@ -56,19 +70,8 @@ bool LedgerExchange::carries(LedgerKind kind, const kit::Value& record, size_t i
   }
 }
 
-bool isAcceptance(LedgerEndpoint endpoint, const kit::Value& answer) {
-  switch (endpoint) {
-    case LedgerEndpoint::kCommerce:
-      return answer["errMsg"].isNil();
-    case LedgerEndpoint::kCrash:
-      return services::checkIntegerNilToZero(answer["code"]) == 0;
-    default:
-      return services::checkNilToNo(answer["Result"]);
-  }
-}
-
 bool LedgerExchange::isAccepted() const {
-  return answer && isAcceptance(endpoint, *answer);
+  return answer && services::isAcceptance(kitEndpointOf(endpoint), *answer);
 }
 
 bool LedgerExchange::isOneTooLarge() const {

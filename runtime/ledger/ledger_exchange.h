@@ -12,12 +12,15 @@
 
 #include "kit/value.h"
 #include "runtime/ledger/ledger_reasons.h"
+#include "services/endpoints.h"
 
 namespace morvik::runtime {
 
 /// Where a request of the ledger goes.
 enum class LedgerEndpoint : uint8_t { kTracking, kReEngagement, kCommerce, kCrash, kDemographics };
 inline constexpr size_t kLedgerEndpoints = 5;
+
+services::Endpoint kitEndpointOf(LedgerEndpoint endpoint);
 
 /// The endpoint that takes records of this kind.
 LedgerEndpoint ledgerEndpointOf(LedgerKind kind);
@@ -42,9 +45,6 @@ class BatchIds {
   size_t next_ = 0;
   std::unordered_set<std::string_view> index_;  ///< empty until it is needed
 };
-
-/// Whether this answer, a JSON object that came with a status from 200 to 299, accepts what was sent there.
-bool isAcceptance(LedgerEndpoint endpoint, const kit::Value& answer);
 
 struct LedgerExchange {
   LedgerEndpoint endpoint = LedgerEndpoint::kTracking;

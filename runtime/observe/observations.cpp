@@ -11,6 +11,8 @@
 namespace morvik::runtime {
 namespace {
 
+using services::Endpoint;
+
 constexpr const char* kNotAccepted = "The service answered, and did not accept.";
 
 Status::Time timeOf(kit::Date date) {
@@ -29,7 +31,7 @@ bool tryRaise(std::atomic<size_t>& value, size_t limit) {
 
 }  // namespace
 
-Observations::Observations(ObservationsParts parts) : parts_(std::move(parts)), kinds_(parts_.endpoints) {}
+Observations::Observations(ObservationsParts parts) : parts_(std::move(parts)) {}
 
 // ------------------------------------------------------------------------------------------------------------ refusals
 
@@ -68,23 +70,23 @@ void Observations::batchLeaves(size_t activities) {
 /// What its handler leaves in the store says whether it is tried again, so this waits for the next turn.
 void Observations::exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result,
                                   const LedgerLoad& load) {
-  const RequestKind kind = kinds_.of(request.url);
-  if (kind == RequestKind::kQuestion)
+  const std::optional<Endpoint> endpoint = services::endpointOf(parts_.endpoints, request.url);
+  if (!endpoint || services::rowOf(*endpoint).accepted_by == services::Acceptance::kNothingDelivered)
     return;
-  Ended ended{.kind = kind,
-              .is_accepted = isAccepted(kind, result),
+  Ended ended{.endpoint = *endpoint,
+              .is_accepted = result.succeeded && services::isAcceptance(*endpoint, result.json),
               .when = parts_.clock.now(),
               .failure = {},
               .load = load,
               .erasure = {}};
-  if (kind == RequestKind::kErasure)
+  if (endpoint == Endpoint::kGdprReq)
     ended.erasure = ended_erasure_;
   if (!ended.is_accepted) {
     ended.failure.http_status = result.status_code;
     ended.failure.reason =
-        std::string(nameOf(kind)) + ": " + (result.succeeded ? kNotAccepted : result.error.message.c_str());
+        std::string(services::rowOf(*endpoint).description) + ": " + (result.succeeded ? kNotAccepted : result.error.message.c_str());
   }
-  if (kind == RequestKind::kBatch)
+  if (endpoint == Endpoint::kTracking)
     logBatch(ended);
   parts_.main_loop.async([this, ended = std::move(ended)] { note(ended); });
 }
@@ -121,13 +123,13 @@ void Observations::tell(const Ended& ended) const {
   const auto delegate = parts_.facade.delegateOfApp();
   if (delegate == nullptr)
     return;
-  if (ended.kind == RequestKind::kErasure) {
+  if (ended.endpoint == Endpoint::kGdprReq) {
     if (delegate->didAnswerErasure)
       callApp(delegate->didAnswerErasure, isErased(ended));
   } else if (!ended.is_accepted) {
     if (delegate->didFailToDeliver)
       callApp(delegate->didFailToDeliver, ended.failure);
-  } else if (ended.kind == RequestKind::kBatch && delegate->didDeliver) {
+  } else if (ended.endpoint == Endpoint::kTracking && delegate->didDeliver) {
     callApp(delegate->didDeliver, ended.load.activities);
   }
 }
@@ -140,16 +142,16 @@ bool Observations::isErased(const Ended& ended) const {
 bool Observations::isTriedAgain(const Ended& ended) const {
   if (parts_.store.MorvikCoreUserInfo_isGDPRForgetMe())
     return false;
-  switch (ended.kind) {
-    case RequestKind::kThirdPartyConversion:
-    case RequestKind::kErasure:
+  switch (ended.endpoint) {
+    case Endpoint::kThirdPartyConversion:
+    case Endpoint::kGdprReq:
       return false;
-    case RequestKind::kConversion:
+    case Endpoint::kConversion:
       // Ten seconds later or with the next session, until somebody has attributed the install.
       return parts_.store.fendoUserInfo_referralKey() == -1;
-    case RequestKind::kReEngagementClick:
+    case Endpoint::kReEngagementConversion:
       return isClickKept(ended.load.click);
-    case RequestKind::kBatch:
+    case Endpoint::kTracking:
       return ended.load.too_large_id.isAbsent() || isActivityKept(ended.load.too_large_id);
     default:
       return true;  // what it carried is still stored, or is asked for anew at each session start

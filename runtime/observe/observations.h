@@ -19,9 +19,9 @@
 #include "morvik/status.h"
 #include "runtime/ledger/ledger_book.h"
 #include "runtime/machine/machine.h"
-#include "runtime/observe/request_kind.h"
 #include "runtime/siblings/facade.h"
 #include "services/MorvikGVUserDefaults.h"
+#include "services/endpoints.h"
 #include "services/log.h"
 
 namespace morvik::runtime {
@@ -74,7 +74,7 @@ class Observations {
 
  private:
   struct Ended {
-    RequestKind kind;
+    services::Endpoint endpoint;
     bool is_accepted;
     kit::Date when;
     DeliveryFailure failure;  ///< as far as it is known before the handler has run
@@ -90,7 +90,6 @@ class Observations {
   void logBatch(const Ended& ended);
 
   const ObservationsParts parts_;
-  const RequestKinds kinds_;
   std::string ended_erasure_;
   std::array<std::atomic<size_t>, static_cast<size_t>(Recorded::kRefusedNotRunning)> pending_refusals_{};
 

@@ -119,7 +119,7 @@ TEST_F(Sending, OffTheRequestOperationIsTheLastGate) {
   const auto start = [&] {
     return services::run(
         {world.ports().transport, world.ports().json, world.ports().services_lib},
-        services::postRequest("https://service.example/", "v1/tracking", {}, services::AcceptEncoding::kUnset),
+        services::postRequest({}, services::Endpoint::kTracking, {}, services::AcceptEncoding::kUnset),
         [&was_answered](const Value&) { was_answered = true; },
         services::ErrorHandler(
             [&was_answered](const std::optional<kit::Response>&, const kit::Error&) { was_answered = true; }));

@@ -21,25 +21,26 @@ using kit::HttpHeader;
 using kit::Value;
 using testing::Answer;
 
-constexpr const char* kBase = "https://a.example/";
+const kit::Endpoints kBases{.kFendoCampaignBaseLiveUrl = "https://a.example/",
+.kCrashReportBaseLiveUrl = "https://crash.example/"};
 const HttpHeader kFormHeader = {"Content-Type", "application/x-www-form-urlencoded; charset=utf-8"};
 
 TEST(PostRequest, IsAFormWithTheCommonTimeOut) {
-  const kit::Request request = postRequest(kBase, "v1/x", Dictionary{{"k", "a"}}, AcceptEncoding::kUnset).request();
+  const kit::Request request = postRequest(kBases, Endpoint::kGetSchedule, Dictionary{{"k", "a"}}, AcceptEncoding::kUnset).request();
   EXPECT_EQ(request.method, "POST");
-  EXPECT_EQ(request.url, "https://a.example/v1/x");
+  EXPECT_EQ(request.url, "https://a.example/v2/schedule");
   EXPECT_EQ(request.body, "k=a");
   EXPECT_EQ(request.headers, std::vector<HttpHeader>{kFormHeader});
   EXPECT_EQ(request.timeout_seconds, 15.0);
 }
 
 TEST(PostRequest, AsksForGzipWhereThatIsSet) {
-  const kit::Request request = postRequest(kBase, "v1/x", Dictionary{{"k", "a"}}, AcceptEncoding::kGzip).request();
+  const kit::Request request = postRequest(kBases, Endpoint::kGetSchedule, Dictionary{{"k", "a"}}, AcceptEncoding::kGzip).request();
   EXPECT_EQ(request.headers, (std::vector<HttpHeader>{kFormHeader, {"Accept-Encoding", "gzip"}}));
 }
 
 TEST(PostRequest, HasAnEmptyBodyWithoutParameters) {
-  const kit::Request request = postRequest(kBase, "v1/x", Value(), AcceptEncoding::kGzip).request();
+  const kit::Request request = postRequest(kBases, Endpoint::kGetSchedule, Value(), AcceptEncoding::kGzip).request();
   EXPECT_EQ(request.body, "");
   EXPECT_EQ(request.headers, (std::vector<HttpHeader>{{"Accept-Encoding", "gzip"}}));
   EXPECT_EQ(request.timeout_seconds, 15.0);
@@ -47,23 +48,23 @@ TEST(PostRequest, HasAnEmptyBodyWithoutParameters) {
 
 TEST(JsonPostRequest, CarriesTheParametersAsJsonText) {
   const kit::Request request =
-      jsonPostRequest("https://crash.example/", "v1/crash", kit::Array{Dictionary{{"a", 1}}}).request();
+      jsonPostRequest(kBases, Endpoint::kCrashReport, kit::Array{Dictionary{{"a", 1}}}).request();
   EXPECT_EQ(request.url, "https://crash.example/v1/crash");
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.body, R"([{"a":1}])");
   EXPECT_EQ(request.headers, (std::vector<kit::HttpHeader>{{"Content-Type", "application/json; charset=utf-8"}}));
   EXPECT_EQ(request.timeout_seconds, 15.0);
-  EXPECT_EQ(jsonPostRequest("", "", kit::Array{}).request().body, "[]");
-  EXPECT_EQ(jsonPostRequest("", "", Value()).request().body, "");
+  EXPECT_EQ(jsonPostRequest(kBases, Endpoint::kCrashReport, kit::Array{}).request().body, "[]");
+  EXPECT_EQ(jsonPostRequest(kBases, Endpoint::kCrashReport, Value()).request().body, "");
 }
 
 class RunningRequest : public ::testing::Test {
  protected:
   void runWith(const Answer& answer) {
-    transport.on("v1/x").then(answer);
+    transport.on("v2/schedule").then(answer);
     loop.perform([this] {
       run(
-          {transport, codec, services}, postRequest(kBase, "v1/x", Value(), AcceptEncoding::kGzip),
+          {transport, codec, services}, postRequest(kBases, Endpoint::kGetSchedule, Value(), AcceptEncoding::kGzip),
           [this](const Value& json) { heard.push_back("success " + describe(json)); },
           [this](const std::optional<kit::Response>& response, const kit::Error& error) {
             heard.push_back("failure " + std::to_string(statusCode(response)) + ' ' + error.message);
