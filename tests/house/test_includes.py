@@ -36,6 +36,9 @@ ARROWS = {
     "host": {"kit", "services", "MorvikCoreLib", "runtime", "host", "morvik"},
     "include": {"morvik"},
     "simulation": {"kit", "services", "MorvikCoreLib", "runtime", "host", "testing", "morvik", "simulation"},
+    "proofs": {
+        "kit", "services", "MorvikCoreLib", "runtime", "host", "testing", "morvik", "simulation", "proofs",
+    },
     "apps/device": {
         "kit", "services", "MorvikCoreLib", "runtime", "host", "testing", "simulation", "morvik",
         "apps/text", "apps/device",

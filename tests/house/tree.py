@@ -8,7 +8,7 @@ BUILD = os.environ["MORVIK_BUILD_DIR"]
 COMPILER = os.environ["MORVIK_CXX"]
 
 # The folders that hold C++ of ours.
-CODE = ("kit", "services", "MorvikCoreLib", "runtime", "host", "include", "testing", "simulation", "apps", "tests", "fuzz", "bench", "examples")
+CODE = ("kit", "services", "MorvikCoreLib", "runtime", "host", "include", "testing", "simulation", "proofs", "apps", "tests", "fuzz", "bench", "examples")
 # The core: what is linked into every app.
 CORE = ("kit", "services", "MorvikCoreLib")
 

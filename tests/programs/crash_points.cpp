@@ -8,10 +8,11 @@
 #include <string_view>
 #include <thread>
 
-#include "simulation/crash_points.h"
+#include "proofs/run/crash_points.h"
 
 namespace {
 
+using namespace morvik::proofs;
 using namespace morvik::simulation;
 
 constexpr uint64_t kUsualStride = 10;
@@ -58,7 +59,7 @@ std::string take(std::string_view name, const char* value, Options& options) {
 }
 
 int tryOne(const Options& options) {
-  const BusyLifeResult lived = liveBusyLife(lifeAtPoint(*options.mode, *options.point, options.points.seed));
+  const ScriptedRunResult lived = playScriptedRun(lifeAtPoint(*options.mode, *options.point, options.points.seed));
   for (const std::string& text : lived.texts)
     std::printf("  ! %s\n", text.c_str());
   std::printf("%s %llu: %s\n", nameOf(*options.mode), static_cast<unsigned long long>(*options.point),

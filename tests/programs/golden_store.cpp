@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include "simulation/stored_life.h"
+#include "proofs/scripts/upgrade_run.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ int main(int argc, char** argv) {
   }
   std::error_code ignored;
   std::filesystem::create_directories(argv[1], ignored);
-  for (const auto& [name, bytes] : morvik::simulation::storeOfADeviceThatDied()) {
+  for (const auto& [name, bytes] : morvik::proofs::storeOfADeviceThatDied()) {
     const std::filesystem::path path = std::filesystem::path(argv[1]) / name;
     if (!write(path, bytes)) {
       std::fprintf(stderr, "golden_store: %s cannot be written; check the folder.\n", path.c_str());

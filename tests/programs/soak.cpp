@@ -1,5 +1,5 @@
 // Lives wild lives until the time is over; tools/soak builds and runs it, and has the help.
-#include "simulation/soak.h"
+#include "proofs/run/soak.h"
 
 #include <unistd.h>
 
@@ -18,6 +18,7 @@
 
 namespace {
 
+using namespace morvik::proofs;
 using namespace morvik::simulation;
 
 using Clock = std::chrono::steady_clock;
@@ -98,10 +99,10 @@ void nameTheSeed(int signal) {
 
 int liveOne(const Options& options) {
   living_seed = options.seed;
-  WildLifeOptions life{.seed = options.seed, .days = options.days};
+  RandomRunOptions life{.seed = options.seed, .days = options.days};
   if (options.trace)
     life.trace = [](std::string_view line) { std::printf("%.*s\n", static_cast<int>(line.size()), line.data()); };
-  const WildLifeResult lived = liveWildLife(life);
+  const RandomRunResult lived = liveWildLife(life);
   for (const std::string& complaint : lived.complaints)
     std::printf("  ! %s\n", complaint.c_str());
   std::printf("seed %llu: %s; hash %016llx\n", static_cast<unsigned long long>(options.seed),

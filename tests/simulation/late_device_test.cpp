@@ -14,11 +14,11 @@
 #include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
 #include "host/json/simdjson_codec.h"
+#include "proofs/run/newer_program.h"
 #include "runtime/handed_over.h"
 #include "runtime/life/start_hold.h"
 #include "runtime/loop/commit_retry.h"
 #include "services/endpoints.h"
-#include "simulation/newer_program.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"
@@ -531,8 +531,8 @@ TEST_F(LateDevice, LeavesAFileAloneThatTurnsOutToBeOfANewerVersion) {
   start();
   liveASession();
   machine_.kill(std::move(phone_));
-  ASSERT_TRUE(useWithNewerProgram(disk_, kNewerStoreVersion));
-  const auto left = storeFilesOn(disk_);
+  ASSERT_TRUE(proofs::useWithNewerProgram(disk_, proofs::kNewerStoreVersion));
+  const auto left = proofs::storeFilesOn(disk_);
   restartUnavailable();
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(runtime::kStartHoldSeconds + 1);
@@ -545,13 +545,13 @@ TEST_F(LateDevice, LeavesAFileAloneThatTurnsOutToBeOfANewerVersion) {
   EXPECT_EQ(disk_.count(DiskCall::Kind::kRead), reads) << "it is asked once";
   ASSERT_TRUE(flushed_);
   EXPECT_TRUE(flushed_->is_delivered) << toText(flushed_->reason);
-  EXPECT_EQ(storeFilesOn(disk_), left);
+  EXPECT_EQ(proofs::storeFilesOn(disk_), left);
 }
 
 TEST_F(LateDevice, IsFlushedOnceItsFileTurnsOutToBeOfANewerVersion) {
   start();
   machine_.kill(std::move(phone_));
-  ASSERT_TRUE(useWithNewerProgram(disk_, kNewerStoreVersion));
+  ASSERT_TRUE(proofs::useWithNewerProgram(disk_, proofs::kNewerStoreVersion));
   restartUnavailable();
   phone_->applicationDidBecomeActive();
   phone_->addActivity("shop", "look", std::nullopt);

@@ -1,5 +1,5 @@
 // A minute or two of one processor: a fixed set of seeds. New ones: tools/soak.
-#include "simulation/soak.h"
+#include "proofs/run/soak.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,8 +13,8 @@ using ::testing::Each;
 using ::testing::Gt;
 
 TEST(Soak, OfAFixedSetOfSeedsGivesNobodyReasonToComplain) {
-  const SoakResult result = soak({.first_seed = 1, .lives = 4000, .workers = 2});
-  std::cout << figuresOf(result);
+  const proofs::SoakResult result = proofs::soak({.first_seed = 1, .lives = 4000, .workers = 2});
+  std::cout << proofs::figuresOf(result);
   EXPECT_EQ(result.failed, 0U);
   EXPECT_EQ(result.figures.lives, 4000U);
   EXPECT_GT(result.figures.days, 8000);

@@ -1,0 +1,315 @@
+#include "proofs/oracle/expected_records.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "services/converters.h"
+#include "services/endpoints.h"
+
+namespace morvik::proofs {
+namespace {
+
+using Kind = runtime::LedgerKind;
+using testing::ServiceEndpoint;
+
+struct StoredUnder {
+  std::string_view key;
+  Kind kind;
+};
+constexpr StoredUnder kStoredUnder[] = {
+    {"fendoActivityInfos", Kind::kActivities},         {"fendoImpressionInfos", Kind::kImpressions},
+    {"reEngagementInfos", Kind::kReEngagementClicks},  {"commerceConversionInfos", Kind::kCommerceClicks},
+    {"MorvikCoreUserInfo_Crash", Kind::kCrashReports}, {"fendoUserDemoInfo_age", Kind::kDemographics},
+    {"fendoUserDemoInfo_gender", Kind::kDemographics}, {"fendoUserDemoInfo_userId", Kind::kDemographics}};
+
+/// What an age or gender reads as when none is pending.
+constexpr int64_t kNonePending = -1;
+
+constexpr std::string_view kDemographicPrefix = "fendoUserDemoInfo_";
+
+std::string nameIn(const kit::Value& value) {
+  return std::string(services::checkNilToBlankString(value).string());
+}
+
+/// The core's own activities are told apart by their ids, those of the app by their names; an "end" of the app by its
+/// parameter.
+std::string activityName(std::string_view group, std::string_view name, const kit::Value& param, const kit::Value& id) {
+  if (group == services::kFendoActivityGroupSession)
+    return std::string(id.string());
+  return name == "end" ? nameIn(param) : std::string(name);
+}
+
+/// Of the URL of a click: what stands behind "id=".
+std::string clickName(std::string_view url) {
+  constexpr std::string_view kId = "id=";
+  const size_t at = url.find(kId);
+  if (at == std::string_view::npos)
+    return std::string(url);
+  const std::string_view rest = url.substr(at + kId.size());
+  return std::string(rest.substr(0, rest.find_first_of("&#")));
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------------- the rules
+
+bool mayGo(Kind kind, runtime::LedgerReason reason) {
+  const runtime::LedgerRule& rule = runtime::ledgerRules()[runtime::ledgerRuleOf(kind, reason)];
+  return rule.reason == reason && rule.by_rule;
+}
+
+ServiceEndpoint endpointTaking(Kind kind) {
+  switch (kind) {
+    case Kind::kActivities:
+    case Kind::kImpressions:
+      break;
+    case Kind::kReEngagementClicks:
+      return ServiceEndpoint::kReEngagement;
+    case Kind::kCommerceClicks:
+      return ServiceEndpoint::kCommerce;
+    case Kind::kCrashReports:
+      return ServiceEndpoint::kCrash;
+    case Kind::kDemographics:
+      return ServiceEndpoint::kDemographics;
+  }
+  return ServiceEndpoint::kTracking;
+}
+
+// ---------------------------------------------------------------------------------------------------------- the names
+
+std::optional<Kind> kindStoredUnder(std::string_view key) {
+  for (const StoredUnder& each : kStoredUnder) {
+    if (each.key == key)
+      return each.kind;
+  }
+  return std::nullopt;
+}
+
+size_t recordsIn(Kind kind, const kit::Value& stored) {
+  if (kind != Kind::kDemographics)
+    return stored.array().size();
+  return stored.isString() || (stored.isNumber() && stored.integer() != kNonePending) ? 1 : 0;
+}
+
+std::string nameOfStored(Kind kind, std::string_view key, const kit::Value& record) {
+  switch (kind) {
+    case Kind::kActivities:
+      return activityName(record["activityGroupName"].string(), record["activityName"].string(),
+                          record["activityParam"], record["activityEventID"]);
+    case Kind::kImpressions:
+      return nameIn(record["spaceKey"]);
+    case Kind::kReEngagementClicks:
+      return clickName(record["deeplink_uri"].string());
+    case Kind::kCommerceClicks:
+      return nameIn(record["clickId"]);
+    case Kind::kCrashReports:
+      return nameIn(record["exception_reason"]);
+    case Kind::kDemographics:
+      return std::string(key.substr(kDemographicPrefix.size())) + "=" + nameIn(record);
+  }
+  return "";
+}
+
+std::vector<CarriedRecord> carriedBy(ServiceEndpoint endpoint, const kit::Value& payload) {
+  std::vector<CarriedRecord> carried;
+  switch (endpoint) {
+    case ServiceEndpoint::kTracking:
+      for (const kit::Value& event : payload["activity_info"].array()) {
+        carried.push_back({Kind::kActivities, activityName(event["group"].string(), event["activity"].string(),
+                                                           event["param"], event["event_id"])});
+      }
+      for (const kit::Value& impression : payload["impression_info"].array())
+        carried.push_back({Kind::kImpressions, nameIn(impression["space_key"])});
+      break;
+    case ServiceEndpoint::kReEngagement: {
+      const kit::Value& click = payload["deeplink_info"];
+      carried.push_back({Kind::kReEngagementClicks, clickName(click["deeplink_uri"].string()),
+                         services::checkIntegerNilToZero(click["conversion_key"])});
+      break;
+    }
+    case ServiceEndpoint::kCommerce:
+      for (const kit::Value& click : payload.array())
+        carried.push_back({Kind::kCommerceClicks, nameIn(click["clickId"])});
+      break;
+    case ServiceEndpoint::kCrash:
+      for (const kit::Value& report : payload.array())
+        carried.push_back({Kind::kCrashReports, nameIn(report["exception_reason"])});
+      break;
+    case ServiceEndpoint::kDemographics:
+      for (const kit::Value& demo : payload["user_demo_info"].array())
+        carried.push_back({Kind::kDemographics, nameIn(demo["demo_key"]) + "=" + nameIn(demo["demo_value"])});
+      break;
+    default:
+      break;
+  }
+  return carried;
+}
+
+// ----------------------------------------------------------------------------------------------------------- the book
+
+RecordNumber ExpectedRecords::record(Kind kind, std::string name, double now, int64_t key) {
+  const RecordNumber number = things_.size();
+  by_name_[indexOf(kind)].emplace(name, number);
+  of_kind_[indexOf(kind)].push_back(number);
+  things_.push_back({.kind = kind, .name = std::move(name), .key = key, .recorded_at = now});
+  ++expected_[indexOf(kind)];
+  return number;
+}
+
+void ExpectedRecords::recordAgain(RecordNumber number, double now) {
+  ExpectedRecord& thing = things_[number];
+  thing.recorded_at = now;
+  thing.kept_from = kNever;
+  // What a death left in doubt is counted by the ledger that settles it.
+  if (!std::exchange(thing.is_in_doubt, false))
+    ++expected_[indexOf(thing.kind)];
+  thing.is_undone = false;
+}
+
+std::optional<RecordNumber> ExpectedRecords::find(Kind kind, std::string_view name) const {
+  const auto& names = by_name_[indexOf(kind)];
+  const auto found = names.find(name);
+  return found == names.end() ? std::nullopt : std::optional(found->second);
+}
+
+void ExpectedRecords::isKept(RecordNumber number, double now) {
+  ExpectedRecord& thing = things_[number];
+  thing.kept_from = std::min(thing.kept_from, now);
+}
+
+void ExpectedRecords::isWrittenLate(double since, double now) {
+  for (ExpectedRecord& thing : things_) {
+    for (double* const from : {&thing.kept_from, &thing.trimmed_from}) {
+      if (*from >= since && *from != kNever)
+        *from = now;
+    }
+  }
+}
+
+void ExpectedRecords::permitStored(Kind kind, runtime::LedgerReason reason) {
+  for (const RecordNumber number : stored_[indexOf(kind)])
+    permit(number, reason);
+}
+
+void ExpectedRecords::arrives(RecordNumber number) {
+  things_[number].has_arrived = true;
+}
+
+ExpectedRecords::Strangers ExpectedRecords::storedAre(Kind kind, const std::vector<std::string>& names) {
+  std::vector<RecordNumber>& stored = stored_[indexOf(kind)];
+  const std::vector<RecordNumber> before = std::exchange(stored, {});
+  for (const RecordNumber number : before) {
+    things_[number].is_stored = false;
+    things_[number].was_stored = true;
+  }
+  Strangers strangers;
+  for (const std::string& name : names) {
+    const std::optional<RecordNumber> number = find(kind, name);
+    if (!number) {
+      strangers.unknown.push_back(name);
+    } else if (std::exchange(things_[*number].is_stored, true)) {
+      strangers.doubled.push_back(name);
+    } else {
+      stored.push_back(*number);
+      if (!things_[*number].was_stored)
+        ++things_[*number].times_stored;
+    }
+  }
+  for (const RecordNumber number : before)
+    things_[number].was_stored = false;
+  return strangers;
+}
+
+void ExpectedRecords::waitBesideTheStore(Kind kind, const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    const std::optional<RecordNumber> number = find(kind, name);
+    if (!number || things_[*number].is_stored || std::exchange(things_[*number].waits_beside, true))
+      continue;
+    --expected_[indexOf(kind)];
+  }
+}
+
+void ExpectedRecords::isTakenIn(RecordNumber number) {
+  ExpectedRecord& thing = things_[number];
+  if (!std::exchange(thing.waits_beside, false))
+    return;
+  thing.kept_from = kNever;
+  ++expected_[indexOf(thing.kind)];
+}
+
+void ExpectedRecords::diesWith(double undone_from, bool power_lost) {
+  is_in_doubt_ = true;
+  for (ExpectedRecord& thing : things_) {
+    thing.under_way = 0;
+    if (thing.trimmed_from >= undone_from)
+      thing.trimmed_from = kNever;
+    if (power_lost && thing.is_undone)
+      ++back_[indexOf(thing.kind)];
+    // The device's account may have counted it, and lose it now.
+    if (thing.is_undone && thing.settled_at >= undone_from)
+      ++doubtful_[indexOf(thing.kind)];
+    if (thing.is_undone || thing.is_in_doubt || thing.waits_beside || thing.kept_from < undone_from)
+      continue;
+    thing.is_in_doubt = true;
+    ++doubtful_[indexOf(thing.kind)];
+  }
+}
+
+void ExpectedRecords::settle(const std::array<uint64_t, runtime::kLedgerKinds>& recorded, double now) {
+  for (ExpectedRecord& thing : things_) {
+    thing.is_undone = thing.is_undone && !thing.is_stored;
+    if (!std::exchange(thing.is_in_doubt, false))
+      continue;
+    if (thing.is_stored) {
+      thing.kept_from = now;
+    } else {
+      thing.is_undone = true;
+      thing.settled_at = now;
+    }
+  }
+  expected_ = recorded;
+  doubtful_ = back_ = again_ = {};
+  is_in_doubt_ = false;
+}
+
+ExpectedCounts ExpectedRecords::counts(Kind kind) const {
+  const size_t index = indexOf(kind);
+  // What was recorded once more may be undone as well, and is no thing of its own.
+  const uint64_t undone_at_most = doubtful_[index] + (is_in_doubt_ ? again_ever_[index] : 0);
+  ExpectedCounts counts{.recorded_least = expected_[index] - std::min(expected_[index], undone_at_most),
+                        .recorded_most = expected_[index] + again_[index] + back_[index],
+                        .recorded_again = again_ever_[index],
+                        .stored = stored_[index].size()};
+  for (const RecordNumber number : of_kind_[index]) {
+    const ExpectedRecord& thing = things_[number];
+    if (thing.has_arrived)
+      ++counts.arrived;
+    if (thing.has_arrived && !thing.is_undone && !thing.is_in_doubt)
+      ++counts.arrived_for_good;
+    if (thing.isGone() && !thing.is_in_doubt)
+      ++counts.gone;
+  }
+  return counts;
+}
+
+uint64_t ExpectedRecords::permitted(Kind kind, runtime::LedgerReason reason) const {
+  uint64_t times = 0;
+  for (const RecordNumber number : of_kind_[indexOf(kind)]) {
+    const ExpectedRecord& thing = things_[number];
+    if ((thing.may_go & bitOf(reason)) != 0)
+      times += std::max<uint64_t>(1, thing.times_stored);
+  }
+  return times;
+}
+
+std::vector<RecordNumber> ExpectedRecords::lost() const {
+  std::vector<RecordNumber> lost;
+  for (RecordNumber number = 0; number < things_.size(); ++number) {
+    const ExpectedRecord& thing = things_[number];
+    if (thing.isGone() && !thing.is_in_doubt && thing.may_go == 0)
+      lost.push_back(number);
+  }
+  return lost;
+}
+
+}  // namespace morvik::proofs

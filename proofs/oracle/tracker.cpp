@@ -1,0 +1,408 @@
+#include "proofs/oracle/tracker.h"
+
+#include <algorithm>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include "MorvikCoreLib/MorvikCoreLib.h"
+#include "MorvikCoreLib/failure_counts.h"
+#include "runtime/ledger/ledger_exchange.h"
+#include "services/converters.h"
+#include "services/endpoints.h"
+#include "services/json_writer.h"
+#include "testing/scripted_transport.h"
+
+namespace morvik::proofs {
+namespace {
+
+using runtime::LedgerKind;
+using runtime::LedgerReason;
+using testing::ServiceEndpoint;
+
+constexpr std::string_view kLists[] = {"fendoActivityInfos", "fendoImpressionInfos", "reEngagementInfos",
+                                       "commerceConversionInfos", "MorvikCoreUserInfo_Crash"};
+constexpr std::string_view kDemographics[] = {"fendoUserDemoInfo_age", "fendoUserDemoInfo_gender",
+                                              "fendoUserDemoInfo_userId"};
+constexpr std::string_view kFailureCounts = "reEngagementConversionFailedCnt";
+constexpr std::string_view kEnd = "end";
+
+/// A batch of one activity that a service which finds it too large makes the kit give up.
+bool isOneLarge(const kit::Value& batch) {
+  const kit::Array entries = batch["activity_info"].array();
+  return entries.size() == 1 && services::jsonDescription(entries[0]).size() > kMaxKeptEntryBytes;
+}
+
+}  // namespace
+
+Tracker::Tracker(testing::SimulatedService& reader, std::function<void(std::function<void()>)> when_committed)
+    : reader_(reader), when_committed_(std::move(when_committed)) {}
+
+// ---------------------------------------------------------------------------------------------------------- recording
+
+void Tracker::keepWhenCommitted(RecordNumber number) {
+  when_committed_([this, number] { facts.things.isKept(number, facts.now); });
+}
+
+RecordNumber Tracker::isRecorded(LedgerKind kind, const std::string& name) {
+  const RecordNumber number = facts.things.record(kind, name, facts.now);
+  keepWhenCommitted(number);
+  if (mayGo(kind, LedgerReason::kAddedDuringUpload) && facts.underWay(endpointTaking(kind)) > 0)
+    facts.things.permit(number, LedgerReason::kAddedDuringUpload);
+  if (kind == LedgerKind::kDemographics && !has_identifier_)
+    facts.things.permit(number, LedgerReason::kNoIdentifier);
+  return number;
+}
+
+void Tracker::isSet(const std::string& name, bool is_pending, const std::string& property) {
+  for (const ExpectedRecord& thing : facts.things.all()) {
+    if (thing.kind != LedgerKind::kDemographics || !thing.name.starts_with(property + "="))
+      continue;
+    const std::optional<RecordNumber> number = facts.things.find(thing.kind, thing.name);
+    facts.things.permit(*number, is_pending ? LedgerReason::kReplaced : LedgerReason::kTakenBack);
+    // The value of a file that comes to light later gives way to the newer one, whichever that is.
+    if (facts.is_unavailable)
+      facts.things.permit(*number, LedgerReason::kReplaced);
+  }
+  if (is_pending)
+    isRecorded(LedgerKind::kDemographics, name);
+}
+
+// ----------------------------------------------------------------------------------------------------------- requests
+
+std::vector<RecordNumber> Tracker::namesIn(ServiceEndpoint endpoint, const kit::Value& payload) {
+  std::vector<RecordNumber> numbers;
+  for (const CarriedRecord& carried : carriedBy(endpoint, payload)) {
+    std::optional<RecordNumber> number = facts.things.find(carried.kind, carried.name);
+    if (!number && carried.kind == LedgerKind::kReEngagementClicks) {
+      number = isRecorded(carried.kind, carried.name);
+      facts.things[*number].key = carried.key;
+    }
+    if (number && carried.kind == LedgerKind::kReEngagementClicks && facts.things.mayBeUndone(*number)) {
+      facts.things.recordAgain(*number, facts.now);
+      keepWhenCommitted(*number);
+    }
+    if (!number && carried.kind == LedgerKind::kCrashReports)
+      number = isRecorded(carried.kind, carried.name);
+    if (number)
+      numbers.push_back(*number);
+  }
+  return numbers;
+}
+
+void Tracker::permitAll(const RunExchange& exchange, LedgerKind kind, LedgerReason reason) {
+  for (const RecordNumber number : exchange.things) {
+    if (facts.things[number].kind == kind)
+      facts.things.permit(number, reason);
+  }
+}
+
+void Tracker::sessionIsAskedToStart() {
+  for (auto& [id, exchange] : facts.exchanges)
+    exchange.deletes_its_own = false;
+}
+
+void Tracker::requestStarts(uint64_t id, const kit::Request& request, bool is_in_background) {
+  RunExchange exchange;
+  exchange.endpoint = testing::endpointOf(request.url);
+  exchange.url = request.url;
+  exchange.body = request.body;
+  exchange.started_at = facts.now;
+  exchange.timeout_seconds = request.timeout_seconds.value_or(testing::kDefaultTimeoutSeconds);
+  if (exchange.endpoint) {
+    const auto served = reader_.receive(request, testing::SimulatedService::Counting::kNo);
+    exchange.things = namesIn(*exchange.endpoint, served.payload);
+    exchange.is_one_large = *exchange.endpoint == ServiceEndpoint::kTracking && isOneLarge(served.payload);
+  }
+  if (exchange.endpoint == ServiceEndpoint::kDemographics && !has_identifier_)
+    exchange.things = facts.things.stored(LedgerKind::kDemographics);
+  exchange.was_made_while_unavailable = facts.is_unavailable;
+  // The answer to a batch that is still under way may take the place of this one's.
+  if (exchange.endpoint == ServiceEndpoint::kTracking && facts.underWay(ServiceEndpoint::kTracking) > 0) {
+    permitAll(exchange, LedgerKind::kImpressions, LedgerReason::kPlaceTaken);
+    for (auto& [other_id, other] : facts.exchanges)
+      other.deletes_its_own = false;
+    exchange.deletes_its_own = false;
+  }
+  if (exchange.endpoint == ServiceEndpoint::kReEngagement && !is_in_background)
+    clickStarts();
+  if (exchange.endpoint == ServiceEndpoint::kCommerce)
+    permitThoseThatWaitToBeHandled(exchange);
+  for (const RecordNumber number : exchange.things)
+    ++facts.things[number].under_way;
+  facts.exchanges.emplace(id, std::move(exchange));
+}
+
+/// What the list holds goes with the request. A click whose URL was handed over and comes into the list only later is
+/// cleared with it all the same.
+void Tracker::permitThoseThatWaitToBeHandled(const RunExchange& exchange) {
+  const std::set<RecordNumber> carried(exchange.things.begin(), exchange.things.end());
+  for (RecordNumber number = 0; number < facts.things.all().size(); ++number) {
+    const ExpectedRecord& thing = facts.things[number];
+    if (thing.kind == LedgerKind::kCommerceClicks && !thing.has_arrived && !carried.contains(number))
+      facts.things.permit(number, LedgerReason::kAddedDuringUpload);
+  }
+}
+
+/// It is the newest one from now on, and kept whichever fails.
+void Tracker::clickStarts() {
+  for (const auto& [id, other] : facts.exchanges)
+    permitAll(other, LedgerKind::kReEngagementClicks, LedgerReason::kNewerClick);
+}
+
+const RunExchange* Tracker::requestLeaves(const kit::Request& request) {
+  for (auto& [id, exchange] : facts.exchanges) {
+    if (exchange.left_at || exchange.url != request.url || exchange.body != request.body)
+      continue;
+    exchange.left_at = facts.now;
+    return &exchange;
+  }
+  return nullptr;
+}
+
+void Tracker::arrives(const RunExchange& exchange) {
+  for (const RecordNumber number : exchange.things) {
+    // A payload that cannot say whose they are says nothing.
+    if (has_identifier_ || facts.things[number].kind != LedgerKind::kDemographics)
+      facts.things.arrives(number);
+  }
+}
+
+void Tracker::exchangeEnds(uint64_t id, bool is_not_sent, const std::optional<kit::Value>& answer) {
+  facts.handling = id;
+  const auto found = facts.exchanges.find(id);
+  if (found == facts.exchanges.end())
+    return;
+  RunExchange& exchange = found->second;
+  exchange.is_accepted = answer && services::checkNilToNo((*answer)["Result"]);
+  if (exchange.endpoint == ServiceEndpoint::kCommerce && answer && (*answer)["errMsg"].isAbsent())
+    permitAll(exchange, LedgerKind::kCommerceClicks, LedgerReason::kEmptyAnswer);
+  if (exchange.endpoint == ServiceEndpoint::kCrash && answer && (*answer)["code"].isAbsent())
+    permitAll(exchange, LedgerKind::kCrashReports, LedgerReason::kEmptyAnswer);
+  if (exchange.is_one_large && !answer)
+    permitAll(exchange, LedgerKind::kActivities, LedgerReason::kTooLarge);
+  if (is_not_sent)
+    permitAll(exchange, LedgerKind::kReEngagementClicks, LedgerReason::kForgotten);
+  else if (exchange.endpoint == ServiceEndpoint::kReEngagement)
+    clickEnds(exchange, answer);
+}
+
+void Tracker::clickEnds(const RunExchange& exchange, const std::optional<kit::Value>& answer) {
+  if (exchange.things.empty())
+    return;
+  const RecordNumber click = exchange.things.front();
+  if (!answer) {
+    // Whichever failed, the newest is kept, though it may have arrived.
+    facts.things.mayBeRecordedAgain(LedgerKind::kReEngagementClicks);
+    for (const RecordNumber other : facts.things.stored(LedgerKind::kReEngagementClicks)) {
+      if (other != click && facts.things[other].key == facts.things[click].key)
+        facts.things.permit(click, LedgerReason::kSameKey);
+    }
+    return;
+  }
+  if (!services::checkNilToNo((*answer)["Result"])) {
+    facts.things.permit(click, LedgerReason::kNotAccepted);
+    return;
+  }
+  const int64_t key = services::checkIntegerNilToZero((*answer)["Data"]["conversion_result"]["conversion_key"]);
+  for (const RecordNumber other : facts.things.stored(LedgerKind::kReEngagementClicks)) {
+    if (facts.things[other].key == key)
+      facts.things.permit(other, LedgerReason::kOtherKeyAccepted);
+  }
+}
+
+void Tracker::handlerEnded(uint64_t id) {
+  facts.handling = 0;
+  const auto found = facts.exchanges.find(id);
+  if (found == facts.exchanges.end())
+    return;
+  for (const RecordNumber number : found->second.things)
+    --facts.things[number].under_way;
+  const bool is_trimmed = found->second.is_accepted && found->second.deletes_its_own &&
+                          found->second.endpoint == ServiceEndpoint::kTracking;
+  ended_.push_back({kNever, std::move(found->second.things)});
+  facts.exchanges.erase(found);
+  when_committed_([this, is_trimmed, number = ended_.size() - 1] {
+    Ended& exchange = ended_[number];
+    exchange.kept_from = facts.now;
+    for (const RecordNumber thing : exchange.things) {
+      if (is_trimmed)
+        facts.things.isTrimmed(thing, facts.now);
+    }
+  });
+}
+
+// ---------------------------------------------------------------------------------------------------------- the store
+
+void Tracker::valueIsSet(std::string_view key, const kit::Value& value) {
+  if (key == "fendoActivityInfos")
+    noteActivities(value);
+  else if (key == "fendoActivityInfosSentEventKeys")
+    noteSentKeys(value);
+  else if (key == kFailureCounts)
+    failure_counts_ = value;
+  else if (key == "MorvikCoreUserInfo_endSessoinDate")
+    noteSessionEnd();
+  // The rules of these look at what is stored in the same turn.
+  const std::optional<LedgerKind> kind = kindStoredUnder(key);
+  if (kind == LedgerKind::kReEngagementClicks || kind == LedgerKind::kCrashReports)
+    lookAt(*kind, key, value);
+  if (kind == LedgerKind::kDemographics) {
+    demographics_[std::string(key)] = value;
+    lookAtDemographics();
+  }
+}
+
+/// New ones stand at the end.
+void Tracker::noteActivities(const kit::Value& list) {
+  const kit::Array records = list.array();
+  for (size_t i = records.size(); i > 0; --i) {
+    const kit::Value& record = records[i - 1];
+    const std::string id(record["activityEventID"].string());
+    if (activity_by_id_.contains(id))
+      return;
+    const std::string name = nameOfStored(LedgerKind::kActivities, "", record);
+    std::optional<RecordNumber> number = facts.things.find(LedgerKind::kActivities, name);
+    if (!number && record["activityGroupName"].string() == services::kFendoActivityGroupSession)
+      number = isRecorded(LedgerKind::kActivities, name);
+    if (!number)
+      continue;
+    activity_by_id_.emplace(id, *number);
+    if (record["activityName"].string() == kEnd)
+      facts.things.permit(*number, LedgerReason::kKeptSession);
+  }
+}
+
+/// From now on the answer to a batch that is under way deletes these.
+void Tracker::noteSentKeys(const kit::Value& keys) {
+  if (facts.underWay(ServiceEndpoint::kTracking) == 0)
+    return;
+  for (const kit::Value& key : keys.array()) {
+    if (const auto found = activity_by_id_.find(std::string(key.string())); found != activity_by_id_.end())
+      facts.things.permit(found->second, LedgerReason::kPlaceTaken);
+  }
+}
+
+void Tracker::noteSessionEnd() {
+  for (const auto& [id, exchange] : facts.exchanges)
+    permitAll(exchange, LedgerKind::kReEngagementClicks, LedgerReason::kSessionEnded);
+  std::set<int64_t> spent;
+  for (const kit::Value& count : failure_counts_.array()) {
+    if (failuresOf(count) > kMaxFailureCountToResend)
+      spent.insert(conversionKeyOf(count));
+  }
+  for (const RecordNumber click : facts.things.stored(LedgerKind::kReEngagementClicks)) {
+    if (spent.contains(facts.things[click].key))
+      facts.things.permit(click, LedgerReason::kSixthSessionEnd);
+  }
+}
+
+// ------------------------------------------------------------------------------------------------------- the processes
+
+void Tracker::processBegins(const Read& read) {
+  looked_at_.clear();
+  failure_counts_ = read(kFailureCounts);
+  noteActivities(read("fendoActivityInfos"));
+}
+
+/// A report may have waited beside the store: it is recorded once it is in it.
+ExpectedRecords::Strangers Tracker::lookAt(LedgerKind kind, std::string_view key, const kit::Value& list) {
+  Looked& looked = looked_at_[std::string(key)];
+  if (looked.list.identicalTo(list) && !list.isAbsent())
+    return looked.strangers;  // what is wrong stays wrong, whoever looked first
+  looked.list = list;
+  std::vector<std::string> names;
+  for (const kit::Value& record : list.array()) {
+    names.push_back(nameOfStored(kind, key, record));
+    if (kind == LedgerKind::kCrashReports && !facts.things.find(kind, names.back()))
+      isRecorded(kind, names.back());
+  }
+  looked.strangers = facts.things.storedAre(kind, names);
+  for (const RecordNumber number : facts.things.stored(kind)) {
+    if (!facts.things[number].waits_beside)
+      continue;
+    facts.things.isTakenIn(number);
+    keepWhenCommitted(number);
+  }
+  return looked.strangers;
+}
+
+void Tracker::isWrittenLate(double since) {
+  facts.things.isWrittenLate(since, facts.now);
+  for (Ended& exchange : ended_) {
+    if (exchange.kept_from >= since && exchange.kept_from != kNever)
+      exchange.kept_from = facts.now;
+  }
+}
+
+void Tracker::storeRecovered(const Read& read) {
+  failure_counts_ = read(kFailureCounts);
+  noteActivities(read("fendoActivityInfos"));
+  look(read);
+}
+
+ExpectedRecords::Strangers Tracker::lookAtDemographics() {
+  std::vector<std::string> names;
+  for (const auto& [key, value] : demographics_) {
+    if (recordsIn(LedgerKind::kDemographics, value) != 0)
+      names.push_back(nameOfStored(LedgerKind::kDemographics, key, value));
+  }
+  return facts.things.storedAre(LedgerKind::kDemographics, names);
+}
+
+std::vector<std::string> Tracker::look(const Read& read) {
+  std::vector<std::string> wrong;
+  const auto tell = [&wrong](const char* what, const std::vector<std::string>& names) {
+    for (const std::string& name : names)
+      wrong.push_back(what + name);
+  };
+  for (const std::string_view key : kLists) {
+    const ExpectedRecords::Strangers strangers = lookAt(*kindStoredUnder(key), key, read(key));
+    tell("stored, and nobody recorded it: ", strangers.unknown);
+    tell("stored twice: ", strangers.doubled);
+  }
+  for (const std::string_view key : kDemographics)
+    demographics_[std::string(key)] = read(key);
+  tell("stored, and nobody set it: ", lookAtDemographics().unknown);
+  return wrong;
+}
+
+void Tracker::lookAtTheShelf(const kit::Array& reports) {
+  std::vector<std::string> names;
+  for (const kit::Value& report : reports)
+    names.push_back(nameOfStored(LedgerKind::kCrashReports, "", report));
+  facts.things.waitBesideTheStore(LedgerKind::kCrashReports, names);
+}
+
+void Tracker::processEnds(double undone_from, bool power_lost) {
+  for (const auto& [id, exchange] : facts.exchanges) {
+    // A handler may have been at work: what it stored of a click is not committed, and what it took out of a list by a
+    // rule was not looked at.
+    for (const RecordNumber number : exchange.things) {
+      const ExpectedRecord& thing = facts.things[number];
+      if (!thing.is_stored || thing.may_go != 0 || thing.kind == LedgerKind::kReEngagementClicks)
+        facts.things.permit(number, LedgerReason::kProcessEnded);
+    }
+  }
+  // What is undone may be undone to when they were under way.
+  for (const Ended& exchange : ended_) {
+    for (const RecordNumber number : exchange.things) {
+      if (exchange.kept_from >= undone_from)
+        facts.things.permit(number, LedgerReason::kProcessEnded);
+    }
+  }
+  facts.exchanges.clear();
+  facts.handling = 0;
+  facts.things.diesWith(undone_from, power_lost);
+}
+
+void Tracker::settle() {
+  if (!facts.ledger)
+    return;
+  std::array<uint64_t, runtime::kLedgerKinds> recorded{};
+  for (size_t kind = 0; kind < runtime::kLedgerKinds; ++kind)
+    recorded[kind] = facts.ledger->of(runtime::kLedgerKindNames[kind]).recorded;
+  facts.things.settle(recorded, facts.now);
+}
+
+}  // namespace morvik::proofs

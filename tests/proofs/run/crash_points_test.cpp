@@ -1,0 +1,275 @@
+#include "proofs/run/crash_points.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace morvik::proofs {
+namespace {
+
+using runtime::LedgerKind;
+using runtime::LedgerReason;
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::Gt;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::Pair;
+using ::testing::SizeIs;
+using ::testing::UnorderedElementsAre;
+
+std::map<std::pair<LedgerKind, LedgerReason>, uint64_t> givenUp(const ScriptedRunAccount& account) {
+  std::map<std::pair<LedgerKind, LedgerReason>, uint64_t> given_up;
+  for (size_t row = 0; row < account.given_up.size(); ++row) {
+    if (account.given_up[row] != 0)
+      given_up[{runtime::ledgerRules()[row].kind, runtime::ledgerRules()[row].reason}] = account.given_up[row];
+  }
+  return given_up;
+}
+
+TEST(ScriptedRun, DeliversEverythingButWhatTheRulesLetGoWhenNothingCutsIt) {
+  const ScriptedRunResult lived = playScriptedRun({});
+  EXPECT_THAT(lived.texts, IsEmpty());
+  EXPECT_TRUE(lived.account.balances());
+  EXPECT_EQ(lived.account.delivered + lived.account.givenUp() + lived.account.kept_in_memory, lived.account.recorded);
+  EXPECT_THAT(givenUp(lived.account),
+              UnorderedElementsAre(Pair(Pair(LedgerKind::kActivities, LedgerReason::kPlaceTaken), 1),
+                                   Pair(Pair(LedgerKind::kImpressions, LedgerReason::kAddedDuringUpload), 1),
+                                   Pair(Pair(LedgerKind::kReEngagementClicks, LedgerReason::kForgotten), Gt(0U)),
+                                   Pair(Pair(LedgerKind::kReEngagementClicks, LedgerReason::kProcessEnded), 1),
+                                   Pair(Pair(LedgerKind::kCommerceClicks, LedgerReason::kAddedDuringUpload), 1),
+                                   Pair(Pair(LedgerKind::kDemographics, LedgerReason::kReplaced), 1),
+                                   Pair(Pair(LedgerKind::kDemographics, LedgerReason::kAddedDuringUpload), 1)));
+  EXPECT_GT(lived.account.recorded, 100U);
+  EXPECT_GT(lived.changes, 2000U);
+  EXPECT_GT(lived.sent_twice, 0U) << "answers are lost on the way";
+  EXPECT_GT(lived.recorded_meanwhile, 5U) << "the log is written back while the app goes on";
+  EXPECT_EQ(lived.installs, 1U);
+  EXPECT_THAT(lived.occasions, Each(Gt(0U))) << "newer stores, full queues and all the others";
+  EXPECT_GT(lived.account.kept_in_memory, 0U) << "beside a newer store, and in one that takes nothing";
+  EXPECT_THAT(lived.fault_points, Each(Gt(100U)));
+}
+
+TEST(ScriptedRun, IsTheSameEveryTime) {
+  const ScriptedRunOptions options = lifeAtPoint(PointMode::kScatteredPowerCut, 700, 3);
+  const ScriptedRunResult first = playScriptedRun(options);
+  const ScriptedRunResult second = playScriptedRun(options);
+  EXPECT_EQ(first.changes, second.changes);
+  EXPECT_EQ(first.fault_points, second.fault_points);
+  EXPECT_EQ(first.account.delivered, second.account.delivered);
+  EXPECT_EQ(first.account.not_kept_yet, second.account.not_kept_yet);
+}
+
+TEST(ScriptedRun, ThatIsCutOffDiesOfThatAndNotOfTheNextDeathInItsScript) {
+  const ScriptedRunResult whole = playScriptedRun({});
+  uint64_t in_the_place_of_a_kill = 0;
+  for (uint64_t number = 50; number < whole.changes; number += whole.changes / 20) {
+    const ScriptedRunResult lived = playScriptedRun(lifeAtPoint(PointMode::kPowerCut, number, 1));
+    in_the_place_of_a_kill += lived.cuts == whole.cuts && lived.power_cuts == whole.power_cuts + 1 ? 1 : 0;
+  }
+  EXPECT_GT(in_the_place_of_a_kill, 0U);
+}
+
+TEST(ScriptedRun, LeavesToTheSeedWhatItsScriptLeavesOpen) {
+  const ScriptedRunResult one = playScriptedRun({.seed = 1});
+  const ScriptedRunResult other = playScriptedRun({.seed = 2});
+  EXPECT_NE(one.occasions, other.occasions);
+  EXPECT_THAT(other.texts, IsEmpty());
+}
+
+TEST(ScriptedRun, ThatIsCutOffInItsHealthyEndBeginsThatAgain) {
+  const ScriptedRunResult whole = playScriptedRun({});
+  const ScriptedRunResult late = playScriptedRun(lifeAtPoint(PointMode::kKill, whole.changes - 20, 1));
+  EXPECT_THAT(late.texts, IsEmpty());
+  EXPECT_EQ(late.cuts, whole.cuts + 1);
+  EXPECT_GT(late.account.recorded, whole.account.recorded);
+  EXPECT_EQ(late.account.stored, 0U) << "all of it went out after the cut";
+}
+
+TEST(CrashPoints, LoseNothingAtAFew) {
+  const CrashPointResult result = tryCrashPoints({.stride = 390, .seed = 7, .workers = 2});
+  EXPECT_THAT(result.texts, IsEmpty());
+  EXPECT_THAT(result.complaints, Each(0U));
+  EXPECT_GT(result.tried_in_all, 30U);
+  EXPECT_TRUE(result.account.balances());
+  EXPECT_GT(result.account.delivered, 0U);
+}
+
+TEST(CrashPoints, AreTheSameOnAnyNumberOfThreads) {
+  const CrashPointOptions few{.modes = {PointMode::kPowerCut}, .stride = 500, .seed = 2, .workers = 2};
+  CrashPointOptions alone = few;
+  alone.workers = 1;
+  EXPECT_EQ(figuresOf(tryCrashPoints(few)), figuresOf(tryCrashPoints(alone)));
+}
+
+TEST(CrashPoints, TellHowManyAreLived) {
+  std::vector<uint64_t> lived;
+  uint64_t of_all = 0;
+  tryCrashPoints({.modes = {PointMode::kSyncError}, .stride = 60}, [&](uint64_t now, uint64_t of) {
+    lived.push_back(now);
+    of_all = of;
+  });
+  EXPECT_THAT(lived, SizeIs(of_all));
+  EXPECT_EQ(lived.back(), of_all);
+}
+
+TEST(CrashPoints, HaveModesWithNames) {
+  for (const PointMode mode : kPointModes)
+    EXPECT_EQ(pointModeNamed(nameOf(mode)), mode);
+  EXPECT_FALSE(pointModeNamed("earthquake").has_value());
+}
+
+// A proof that cannot fail is none: each of these stores does less than it says.
+CrashPointResult triedWith(ScriptedRunSabotage sabotage, PointMode mode) {
+  return tryCrashPoints({.modes = {mode}, .stride = 250, .seed = 11, .workers = 2, .sabotage = sabotage});
+}
+
+TEST(BrokenStore, ThatSyncsNothingLosesWhatWasRecordedLongBeforeThePowerCut) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kSyncsNothing, PointMode::kPowerCut);
+  EXPECT_GT(result.count(Complaint::kLostAtPowerCut), 0U);
+  EXPECT_GT(result.count(Complaint::kUnbalancedAccount), 0U);
+  EXPECT_GT(result.count(Complaint::kAnotherDevice), 0U);
+  EXPECT_THAT(result.texts, Not(IsEmpty()));
+  EXPECT_LE(result.texts.size(), kMaxComplaintTexts);
+  EXPECT_THAT(figuresOf(result), HasSubstr("! power "));
+}
+
+TEST(BrokenStore, ThatKeepsNothingLosesWhatWasSynchronizedBeforeTheKill) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kKeepsNothing, PointMode::kKill);
+  EXPECT_GT(result.count(Complaint::kLostAtKill), 0U);
+  EXPECT_GT(result.count(Complaint::kUnbalancedAccount), 0U) << "with each process its counts are gone";
+  EXPECT_GT(result.count(Complaint::kForgottenWish), 0U);
+}
+
+TEST(BrokenStore, ThatWritesTheLedgerAfterWhatItCountsUpsetsIt) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kHoldsBack, PointMode::kKill);
+  EXPECT_GT(result.count(Complaint::kUnsoundLedger), 0U);
+  EXPECT_EQ(result.count(Complaint::kLostAtKill), 0U);
+  EXPECT_THAT(result.texts, Contains(HasSubstr("no longer in the store when it was opened")));
+}
+
+TEST(BrokenStore, ThatForgetsWhatWasTrimmedSendsItTwice) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kForgetsTheLastSession, PointMode::kKill);
+  EXPECT_GT(result.count(Complaint::kSentTwice), 0U);
+}
+
+TEST(BrokenStore, ThatDropsAWriteIsUnreadableOrLosesRecords) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kDropsAWrite, PointMode::kKill);
+  EXPECT_GT(result.count(Complaint::kLostAtKill) + result.count(Complaint::kUnreadableStore), 0U);
+}
+
+TEST(BrokenStore, WhoseFileIsGarbledIsUnreadable) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kGarblesTheFile, PointMode::kKill);
+  EXPECT_GT(result.count(Complaint::kUnreadableStore), 0U);
+}
+
+// How often each complaint came, but for those that never did.
+std::map<std::string, uint64_t> complaintsOf(const CrashPointResult& result) {
+  std::map<std::string, uint64_t> complaints;
+  for (size_t i = 0; i < kComplaints; ++i) {
+    if (result.complaints[i] != 0)
+      complaints[nameOf(static_cast<Complaint>(i))] = result.complaints[i];
+  }
+  return complaints;
+}
+
+// Each of these devices has one fault, and one count alone tells of it.
+TEST(BrokenDevice, ThatForgetsEventsAfterTheLastDeathLosesThemWithoutACut) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kForgetsAtTheEnd, PointMode::kDiskFull);
+  EXPECT_THAT(complaintsOf(result), ElementsAre(Pair("lost without a cut", 2 * result.tried_in_all)));
+}
+
+TEST(BrokenDevice, ThatForgetsWhatARuleMayLetGoIsInNoAgreementWithItsLedger) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kForgetsTheExcused, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), ElementsAre(Pair("unbalanced account", Gt(0U))));
+  EXPECT_THAT(result.texts, Contains(AllOf(HasSubstr("impressions: "), HasSubstr("1 given up"))));
+}
+
+TEST(BrokenDevice, ThatAsksForTheScheduleOfAForgottenUserIsSeen) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kAsksForTheForgotten, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), ElementsAre(Pair("request of a forgotten user", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatLetsOutWhatWaitsBehindAFullQueueIsSeen) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kLetsOutWhatWaits, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("request of a forgotten user", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatUsesAStoreOfANewerVersionHasChangedIt) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kIgnoresTheVersion, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("changed a newer store", Gt(0U))));
+  EXPECT_THAT(result.texts, Contains(HasSubstr("kept in the place of: kept in memory only")));
+}
+
+TEST(BrokenDevice, ThatKnowsOfNoWishBesideANewerStoreHasForgottenIt) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kLosesTheWishFile, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("forgotten wish", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatCallsKeptWhatAStoreCannotTakeTellsTheAppWhatIsNotSo) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kSaysItIsKept, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("told the app what is not so", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatForgetsWhatAStoreCannotTakeYetHasLostItOnceItCould) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kKeepsNoMemory, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("lost at a kill", Gt(0U))));
+}
+
+TEST(BrokenDevice, WhoseDiskIsSlowerThanItSaysLosesWhatWasRecordedLongBeforeThePowerCut) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kSyncsTooLate, PointMode::kKill);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("lost at a power cut", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatCallsKeptWhatIsOverALimitTellsTheAppWhatIsNotSo) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kTakesWhatIsTooLarge, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("told the app what is not so", Gt(0U))));
+  EXPECT_THAT(result.texts, Contains(HasSubstr("kept in the place of: refused: too large")));
+}
+
+TEST(BrokenDevice, ThatLosesTheNeighboursOfWhatIsOverALimitHasLostThem) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kLosesTheNeighbours, PointMode::kSyncError);
+  EXPECT_THAT(complaintsOf(result), Contains(Pair("lost at a kill", Gt(0U))));
+}
+
+TEST(BrokenDevice, ThatThrowsIsBrokenAndTheOtherLivesAreStillTried) {
+  const CrashPointResult result = triedWith(ScriptedRunSabotage::kThrows, PointMode::kKill);
+  EXPECT_GT(result.tried_in_all, 10U);
+  EXPECT_THAT(complaintsOf(result), ElementsAre(Pair("broken", result.tried_in_all)));
+  EXPECT_THAT(result.texts, Each(AllOf(HasSubstr("kill "), HasSubstr("the life threw: it was to end badly"))));
+  EXPECT_EQ(result.account.recorded, 0U) << "what was recorded in such a life is in no account";
+}
+
+TEST(CrashPointFigures, NameEachComplaintAndItsNumber) {
+  CrashPointResult result;
+  result.complaints[static_cast<size_t>(Complaint::kSentTwice)] = 12;
+  result.texts = {"kill 5: sent twice without a reason: x"};
+  const std::string text = figuresOf(result);
+  EXPECT_THAT(text, HasSubstr("  sent twice without a reason               12\n"));
+  EXPECT_THAT(text, HasSubstr("  lost at a kill                            0\n"));
+  EXPECT_THAT(text, HasSubstr("  ! kill 5: sent twice without a reason: x\n"));
+}
+
+TEST(CrashPointFigures, NameWhatWasGivenUpInTheWordsOfTheLedger) {
+  CrashPointResult result;
+  result.account
+      .given_up[runtime::ledgerRuleOf(runtime::LedgerKind::kImpressions, runtime::LedgerReason::kPlaceTaken)] = 2;
+  result.account.given_up[runtime::ledgerRuleOf(runtime::LedgerKind::kDemographics, runtime::LedgerReason::kReplaced)] =
+      3;
+  const std::string text = figuresOf(result);
+  EXPECT_THAT(text, HasSubstr("  given up by rule                          5\n"
+                              "  of these impressions deleted by the answer to another batch, and their own was not "
+                              "accepted 2\n"
+                              "  of these demographics replaced by a newer value before they were delivered 3\n"
+                              "  not kept yet when the cut came            0\n"));
+}
+
+}  // namespace
+}  // namespace morvik::proofs

@@ -1,0 +1,16 @@
+#include "proofs/run/figure_line.h"
+
+#include <gtest/gtest.h>
+
+namespace morvik::proofs {
+namespace {
+
+TEST(FigureLine, HasItsNumberInAColumnOrBehindALongText) {
+  std::string text;
+  addFigureLine(text, "lives", 12);
+  addFigureLine(text, std::string(50, 'x'), 3);
+  EXPECT_EQ(text, "  lives" + std::string(37, ' ') + "12\n  " + std::string(50, 'x') + " 3\n");
+}
+
+}  // namespace
+}  // namespace morvik::proofs
