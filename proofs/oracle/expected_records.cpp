@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <utility>
 
-#include "services/converters.h"
-#include "services/endpoints.h"
+#include "proofs/oracle/payload_values.h"
 
 namespace morvik::proofs {
 namespace {
 
-using Kind = runtime::LedgerKind;
+using Kind = RecordKind;
 using testing::ServiceEndpoint;
 
 struct StoredUnder {
@@ -27,16 +26,12 @@ constexpr int64_t kNonePending = -1;
 
 constexpr std::string_view kDemographicPrefix = "fendoUserDemoInfo_";
 
-std::string nameIn(const kit::Value& value) {
-  return std::string(services::checkNilToBlankString(value).string());
-}
-
 /// The core's own activities are told apart by their ids, those of the app by their names; an "end" of the app by its
 /// parameter.
 std::string activityName(std::string_view group, std::string_view name, const kit::Value& param, const kit::Value& id) {
-  if (group == services::kFendoActivityGroupSession)
+  if (group == kSessionGroup)
     return std::string(id.string());
-  return name == "end" ? nameIn(param) : std::string(name);
+  return name == "end" ? textOf(param) : std::string(name);
 }
 
 /// Of the URL of a click: what stands behind "id=".
@@ -53,9 +48,8 @@ std::string clickName(std::string_view url) {
 
 // ---------------------------------------------------------------------------------------------------------- the rules
 
-bool mayGo(Kind kind, runtime::LedgerReason reason) {
-  const runtime::LedgerRule& rule = runtime::ledgerRules()[runtime::ledgerRuleOf(kind, reason)];
-  return rule.reason == reason && rule.by_rule;
+bool mayGo(Kind kind, RemovalReason reason) {
+  return removalRuleOf(kind, reason).has_value();
 }
 
 ServiceEndpoint endpointTaking(Kind kind) {
@@ -97,15 +91,15 @@ std::string nameOfStored(Kind kind, std::string_view key, const kit::Value& reco
       return activityName(record["activityGroupName"].string(), record["activityName"].string(),
                           record["activityParam"], record["activityEventID"]);
     case Kind::kImpressions:
-      return nameIn(record["spaceKey"]);
+      return textOf(record["spaceKey"]);
     case Kind::kReEngagementClicks:
       return clickName(record["deeplink_uri"].string());
     case Kind::kCommerceClicks:
-      return nameIn(record["clickId"]);
+      return textOf(record["clickId"]);
     case Kind::kCrashReports:
-      return nameIn(record["exception_reason"]);
+      return textOf(record["exception_reason"]);
     case Kind::kDemographics:
-      return std::string(key.substr(kDemographicPrefix.size())) + "=" + nameIn(record);
+      return std::string(key.substr(kDemographicPrefix.size())) + "=" + textOf(record);
   }
   return "";
 }
@@ -119,25 +113,24 @@ std::vector<CarriedRecord> carriedBy(ServiceEndpoint endpoint, const kit::Value&
                                                            event["param"], event["event_id"])});
       }
       for (const kit::Value& impression : payload["impression_info"].array())
-        carried.push_back({Kind::kImpressions, nameIn(impression["space_key"])});
+        carried.push_back({Kind::kImpressions, textOf(impression["space_key"])});
       break;
     case ServiceEndpoint::kReEngagement: {
       const kit::Value& click = payload["deeplink_info"];
-      carried.push_back({Kind::kReEngagementClicks, clickName(click["deeplink_uri"].string()),
-                         services::checkIntegerNilToZero(click["conversion_key"])});
+      carried.push_back({Kind::kReEngagementClicks, clickName(click["deeplink_uri"].string()), conversionKeyOf(click)});
       break;
     }
     case ServiceEndpoint::kCommerce:
       for (const kit::Value& click : payload.array())
-        carried.push_back({Kind::kCommerceClicks, nameIn(click["clickId"])});
+        carried.push_back({Kind::kCommerceClicks, textOf(click["clickId"])});
       break;
     case ServiceEndpoint::kCrash:
       for (const kit::Value& report : payload.array())
-        carried.push_back({Kind::kCrashReports, nameIn(report["exception_reason"])});
+        carried.push_back({Kind::kCrashReports, textOf(report["exception_reason"])});
       break;
     case ServiceEndpoint::kDemographics:
       for (const kit::Value& demo : payload["user_demo_info"].array())
-        carried.push_back({Kind::kDemographics, nameIn(demo["demo_key"]) + "=" + nameIn(demo["demo_value"])});
+        carried.push_back({Kind::kDemographics, textOf(demo["demo_key"]) + "=" + textOf(demo["demo_value"])});
       break;
     default:
       break;
@@ -186,7 +179,7 @@ void ExpectedRecords::isWrittenLate(double since, double now) {
   }
 }
 
-void ExpectedRecords::permitStored(Kind kind, runtime::LedgerReason reason) {
+void ExpectedRecords::permitStored(Kind kind, RemovalReason reason) {
   for (const RecordNumber number : stored_[indexOf(kind)])
     permit(number, reason);
 }
@@ -255,7 +248,7 @@ void ExpectedRecords::diesWith(double undone_from, bool power_lost) {
   }
 }
 
-void ExpectedRecords::settle(const std::array<uint64_t, runtime::kLedgerKinds>& recorded, double now) {
+void ExpectedRecords::settle(const std::array<uint64_t, kRecordKinds>& recorded, double now) {
   for (ExpectedRecord& thing : things_) {
     thing.is_undone = thing.is_undone && !thing.is_stored;
     if (!std::exchange(thing.is_in_doubt, false))
@@ -292,7 +285,7 @@ ExpectedCounts ExpectedRecords::counts(Kind kind) const {
   return counts;
 }
 
-uint64_t ExpectedRecords::permitted(Kind kind, runtime::LedgerReason reason) const {
+uint64_t ExpectedRecords::permitted(Kind kind, RemovalReason reason) const {
   uint64_t times = 0;
   for (const RecordNumber number : of_kind_[indexOf(kind)]) {
     const ExpectedRecord& thing = things_[number];

@@ -13,32 +13,35 @@
 #include <vector>
 
 #include "kit/value.h"
-#include "runtime/ledger/ledger_reasons.h"
+#include "proofs/oracle/removal_rules.h"
 #include "testing/service_endpoint.h"
 
 namespace morvik::proofs {
 
+/// The group of the activities that the kit records itself.
+inline constexpr std::string_view kSessionGroup = "session";
+
 inline constexpr double kNever = std::numeric_limits<double>::infinity();
 
-/// Bits, one for each LedgerReason.
-using LedgerReasons = uint32_t;
-constexpr LedgerReasons bitOf(runtime::LedgerReason reason) {
-  return LedgerReasons{1} << static_cast<unsigned>(reason);
+/// Bits, one for each RemovalReason.
+using RemovalReasons = uint32_t;
+constexpr RemovalReasons bitOf(RemovalReason reason) {
+  return RemovalReasons{1} << static_cast<unsigned>(reason);
 }
 
-/// Whether the ledger's table has a rule that gives records of this kind up for this reason.
-bool mayGo(runtime::LedgerKind kind, runtime::LedgerReason reason);
+/// Whether there is a rule that gives records of this kind up for this reason.
+bool mayGo(RecordKind kind, RemovalReason reason);
 /// Where records of this kind are sent.
-testing::ServiceEndpoint endpointTaking(runtime::LedgerKind kind);
+testing::ServiceEndpoint endpointTaking(RecordKind kind);
 
 struct ExpectedRecord {
-  runtime::LedgerKind kind = runtime::LedgerKind::kActivities;
+  RecordKind kind = RecordKind::kActivities;
   std::string name;
   int64_t key = 0;  ///< of a click
   double recorded_at = 0;
   double kept_from = kNever;     ///< virtual time from which on it must outlive a kill
   double trimmed_from = kNever;  ///< virtual time from which on it is known to be accepted and must not be sent again
-  LedgerReasons may_go = 0;      ///< the rules that may let it go, by what was seen
+  RemovalReasons may_go = 0;     ///< the rules that may let it go, by what was seen
   size_t under_way = 0;          ///< requests that carry it
   bool is_stored = false;
   bool was_stored = false;      ///< while a list is compared with the one before
@@ -69,12 +72,12 @@ struct ExpectedCounts {
 class ExpectedRecords {
  public:
   /// `key`: of a click. The name is a new one among its kind.
-  RecordNumber record(runtime::LedgerKind kind, std::string name, double now, int64_t key = 0);
+  RecordNumber record(RecordKind kind, std::string name, double now, int64_t key = 0);
   /// What a death undid comes again: a URL that was kept, say.
   void recordAgain(RecordNumber number, double now);
   /// A death undid it, or may have.
   bool mayBeUndone(RecordNumber number) const { return things_[number].is_undone || things_[number].is_in_doubt; }
-  std::optional<RecordNumber> find(runtime::LedgerKind kind, std::string_view name) const;
+  std::optional<RecordNumber> find(RecordKind kind, std::string_view name) const;
   ExpectedRecord& operator[](RecordNumber number) { return things_[number]; }
   const ExpectedRecord& operator[](RecordNumber number) const { return things_[number]; }
   const std::vector<ExpectedRecord>& all() const { return things_; }
@@ -85,8 +88,8 @@ class ExpectedRecords {
   void isTrimmed(RecordNumber number, double now) { things_[number].trimmed_from = now; }
   /// What was held in memory since then, the disk having no room, is written only now.
   void isWrittenLate(double since, double now);
-  void permit(RecordNumber number, runtime::LedgerReason reason) { things_[number].may_go |= bitOf(reason); }
-  void permitStored(runtime::LedgerKind kind, runtime::LedgerReason reason);
+  void permit(RecordNumber number, RemovalReason reason) { things_[number].may_go |= bitOf(reason); }
+  void permitStored(RecordKind kind, RemovalReason reason);
   void arrives(RecordNumber number);
   /// These, and no others, are stored of their kind. Those that are not in the book are told by `unknown`, those that
   /// stand there twice by `doubled`.
@@ -94,14 +97,14 @@ class ExpectedRecords {
     std::vector<std::string> unknown;
     std::vector<std::string> doubled;
   };
-  Strangers storedAre(runtime::LedgerKind kind, const std::vector<std::string>& names);
+  Strangers storedAre(RecordKind kind, const std::vector<std::string>& names);
   /// Of these the ones that are not stored wait for the store elsewhere, safe from any death; of their kind no others.
-  void waitBesideTheStore(runtime::LedgerKind kind, const std::vector<std::string>& names);
+  void waitBesideTheStore(RecordKind kind, const std::vector<std::string>& names);
   /// One that waited is in the store now.
   void isTakenIn(RecordNumber number);
-  const std::vector<RecordNumber>& stored(runtime::LedgerKind kind) const { return stored_[indexOf(kind)]; }
+  const std::vector<RecordNumber>& stored(RecordKind kind) const { return stored_[indexOf(kind)]; }
   /// A click that was recorded may be recorded once more.
-  void mayBeRecordedAgain(runtime::LedgerKind kind) {
+  void mayBeRecordedAgain(RecordKind kind) {
     ++again_[indexOf(kind)];
     ++again_ever_[indexOf(kind)];
   }
@@ -112,38 +115,36 @@ class ExpectedRecords {
   void diesWith(double undone_from, bool power_lost);
   /// The next process knows what it holds: what is in doubt and neither there nor arrived is undone. `recorded`: by
   /// kind, what the device's account says; what it may say is told by counts() until then.
-  void settle(const std::array<uint64_t, runtime::kLedgerKinds>& recorded, double now);
+  void settle(const std::array<uint64_t, kRecordKinds>& recorded, double now);
 
-  ExpectedCounts counts(runtime::LedgerKind kind) const;
+  ExpectedCounts counts(RecordKind kind) const;
   /// How many may go, or might have gone, for this reason; what came back counts as often as it was stored.
-  uint64_t permitted(runtime::LedgerKind kind, runtime::LedgerReason reason) const;
+  uint64_t permitted(RecordKind kind, RemovalReason reason) const;
   /// Those that are gone, and that nothing explains.
   std::vector<RecordNumber> lost() const;
 
  private:
-  static constexpr size_t indexOf(runtime::LedgerKind kind) { return static_cast<size_t>(kind); }
-
   std::vector<ExpectedRecord> things_;
-  std::array<std::map<std::string, RecordNumber, std::less<>>, runtime::kLedgerKinds> by_name_;
-  std::array<std::vector<RecordNumber>, runtime::kLedgerKinds> of_kind_;
-  std::array<std::vector<RecordNumber>, runtime::kLedgerKinds> stored_;
-  std::array<uint64_t, runtime::kLedgerKinds> expected_{};  ///< recorded, as the device should count them
-  std::array<uint64_t, runtime::kLedgerKinds> doubtful_{};  ///< of these, undone by the latest deaths maybe
-  std::array<uint64_t, runtime::kLedgerKinds> back_{};      ///< undone earlier, and there after all maybe
-  std::array<uint64_t, runtime::kLedgerKinds> again_{};     ///< and beside these, recorded once more maybe
-  bool is_in_doubt_ = false;                                ///< since the latest death
-  std::array<uint64_t, runtime::kLedgerKinds> again_ever_{};
+  std::array<std::map<std::string, RecordNumber, std::less<>>, kRecordKinds> by_name_;
+  std::array<std::vector<RecordNumber>, kRecordKinds> of_kind_;
+  std::array<std::vector<RecordNumber>, kRecordKinds> stored_;
+  std::array<uint64_t, kRecordKinds> expected_{};  ///< recorded, as the device should count them
+  std::array<uint64_t, kRecordKinds> doubtful_{};  ///< of these, undone by the latest deaths maybe
+  std::array<uint64_t, kRecordKinds> back_{};      ///< undone earlier, and there after all maybe
+  std::array<uint64_t, kRecordKinds> again_{};     ///< and beside these, recorded once more maybe
+  bool is_in_doubt_ = false;                       ///< since the latest death
+  std::array<uint64_t, kRecordKinds> again_ever_{};
 };
 
 /// A stored list or value of the ledger's kinds. Nothing for any other key.
-std::optional<runtime::LedgerKind> kindStoredUnder(std::string_view key);
+std::optional<RecordKind> kindStoredUnder(std::string_view key);
 /// So many records a value holds that is stored under the key of that kind.
-size_t recordsIn(runtime::LedgerKind kind, const kit::Value& stored);
+size_t recordsIn(RecordKind kind, const kit::Value& stored);
 /// The name of a stored record; of a demographic value "age=17".
-std::string nameOfStored(runtime::LedgerKind kind, std::string_view key, const kit::Value& record);
+std::string nameOfStored(RecordKind kind, std::string_view key, const kit::Value& record);
 /// Names of what a payload carries, each with its kind.
 struct CarriedRecord {
-  runtime::LedgerKind kind;
+  RecordKind kind;
   std::string name;
   int64_t key = 0;
 };

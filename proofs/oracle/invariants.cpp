@@ -4,14 +4,14 @@
 #include <set>
 #include <utility>
 
-#include "MorvikCoreLib/failure_counts.h"
 #include "proofs/oracle/known_log_texts.h"
+#include "proofs/oracle/payload_values.h"
+#include "proofs/oracle/removal_rules.h"
 #include "services/json_writer.h"
 
 namespace morvik::proofs {
 namespace {
 
-using runtime::LedgerKind;
 using testing::ServiceEndpoint;
 
 /// What a request may take beyond its time-out.
@@ -24,12 +24,12 @@ std::string numberText(uint64_t number) {
   return std::to_string(number);
 }
 
-constexpr LedgerKind kindAt(size_t index) {
-  return static_cast<LedgerKind>(index);
+constexpr RecordKind kindAt(size_t index) {
+  return static_cast<RecordKind>(index);
 }
 
 /// What was given up of a kind for a reason, by the ledger.
-uint64_t givenUp(const Ledger::Account& account, const runtime::LedgerRule& rule) {
+uint64_t givenUp(const Ledger::Account& account, const RemovalRule& rule) {
   for (const Ledger::GivenUp& each : account.given_up) {
     if (each.reason == rule.words)
       return each.count;
@@ -62,10 +62,9 @@ class LedgerIsSound final : public Invariant {
 
  private:
   static bool isRule(const std::string& kind, const Ledger::GivenUp& given_up) {
-    const auto rules = runtime::ledgerRules();
-    return std::any_of(rules.begin(), rules.end(), [&](const runtime::LedgerRule& rule) {
-      return rule.by_rule && given_up.reason == rule.words &&
-             kind == runtime::kLedgerKindNames[static_cast<size_t>(rule.kind)];
+    const auto rules = removalRules();
+    return std::any_of(rules.begin(), rules.end(), [&](const RemovalRule& rule) {
+      return given_up.reason == rule.words && kind == kRecordKindNames[indexOf(rule.kind)];
     });
   }
 };
@@ -79,14 +78,14 @@ class LedgerAgrees final : public Invariant {
   void stepEnds() override {
     if (!facts().ledger || !facts().knows_its_store)
       return;
-    for (size_t i = 0; i < runtime::kLedgerKinds; ++i)
-      checkKind(kindAt(i), facts().ledger->of(runtime::kLedgerKindNames[i]));
-    for (const runtime::LedgerRule& rule : runtime::ledgerRules())
+    for (size_t i = 0; i < kRecordKinds; ++i)
+      checkKind(kindAt(i), facts().ledger->of(kRecordKindNames[i]));
+    for (const RemovalRule& rule : removalRules())
       checkRule(rule);
   }
 
  private:
-  void checkKind(LedgerKind kind, const Ledger::Account& account) {
+  void checkKind(RecordKind kind, const Ledger::Account& account) {
     const ExpectedCounts counts = facts().things.counts(kind);
     needBetween(account.kind + " recorded", account.recorded, counts.recorded_least, counts.recorded_most);
     needBetween(account.kind + " stored", account.stored, counts.stored, counts.stored);
@@ -110,10 +109,10 @@ class LedgerAgrees final : public Invariant {
   }
 
   /// It names no reason that nothing gave occasion for.
-  void checkRule(const runtime::LedgerRule& rule) {
-    const char* const kind = runtime::kLedgerKindNames[static_cast<size_t>(rule.kind)];
+  void checkRule(const RemovalRule& rule) {
+    const char* const kind = kRecordKindNames[indexOf(rule.kind)];
     const uint64_t by_ledger = givenUp(facts().ledger->of(kind), rule);
-    if (by_ledger == 0 || !rule.by_rule)
+    if (by_ledger == 0)
       return;
     const uint64_t possible = facts().things.permitted(rule.kind, rule.reason);
     if (by_ledger > possible)
@@ -132,7 +131,7 @@ class NothingIsLost final : public Invariant {
       return;
     for (const RecordNumber number : facts().things.lost()) {
       if (told_.insert(number).second)
-        complain(std::string(runtime::kLedgerKindNames[static_cast<size_t>(facts().things[number].kind)]) + ": " +
+        complain(std::string(kRecordKindNames[indexOf(facts().things[number].kind)]) + ": " +
                  facts().things[number].name);
     }
   }
@@ -187,7 +186,7 @@ class SentOnce final : public Invariant {
       return;
     for (const RecordNumber number : exchange.things) {
       const ExpectedRecord& thing = facts().things[number];
-      if (thing.kind == LedgerKind::kActivities && thing.trimmed_from != kNever)
+      if (thing.kind == RecordKind::kActivities && thing.trimmed_from != kNever)
         complain(thing.name);
     }
   }
@@ -236,7 +235,7 @@ class CountsInBounds final : public Invariant {
       return;
     for (const kit::Value& count : value.array()) {
       const int64_t failures = failuresOf(count);
-      if (failures < kFirstFailureCount || failures > kMaxFailureCountToResend + 1)
+      if (failures < kFirstClickFailure || failures > kLastClickFailureToResend + 1)
         complain(services::jsonDescription(value));
     }
   }
@@ -295,12 +294,12 @@ class AllGoesOut final : public Invariant {
   void stepEnds() override {
     if (!facts().is_all_well)
       return;
-    for (size_t kind = 0; kind < runtime::kLedgerKinds; ++kind) {
+    for (size_t kind = 0; kind < kRecordKinds; ++kind) {
       // The "end" of a session waits for the next one.
-      const uint64_t may_wait = kindAt(kind) == LedgerKind::kActivities ? 1 : 0;
+      const uint64_t may_wait = kindAt(kind) == RecordKind::kActivities ? 1 : 0;
       const uint64_t waiting = facts().things.stored(kindAt(kind)).size();
       if (waiting > may_wait)
-        complain(std::string(runtime::kLedgerKindNames[kind]) + ": " + numberText(waiting) + " wait");
+        complain(std::string(kRecordKindNames[kind]) + ": " + numberText(waiting) + " wait");
     }
   }
 };

@@ -4,8 +4,6 @@
 #include <cstddef>
 #include <vector>
 
-#include "services/log.h"
-
 namespace morvik::proofs {
 namespace {
 
@@ -66,6 +64,8 @@ const std::vector<Pattern>& patterns() {
   return all;
 }
 
+constexpr std::string_view kLevels[] = {"OFF", "CRITICAL", "ERROR", "WARNING", "INFO", "DEBUG", "TRACE"};
+
 /// Passes on what parts of the machine say, with its own name in the prefix.
 constexpr std::string_view kPassesOn = "logged_lines.cpp";
 
@@ -77,10 +77,9 @@ struct Line {
 
 Line read(std::string_view line) {
   const Line plain{"", line};
-  const auto* const level =
-      std::find_if(std::begin(services::_kesmo_lcl_level_header_1), std::end(services::_kesmo_lcl_level_header_1),
-                   [line](std::string_view header) { return line.starts_with(header); });
-  if (level == std::end(services::_kesmo_lcl_level_header_1))
+  const auto* const level = std::find_if(std::begin(kLevels), std::end(kLevels),
+                                         [line](std::string_view header) { return line.starts_with(header); });
+  if (level == std::end(kLevels))
     return plain;
   const size_t component = line.find(':');
   const size_t file = component == std::string_view::npos ? component : line.find(':', component + 1);

@@ -5,19 +5,14 @@
 #include <set>
 #include <utility>
 
-#include "MorvikCoreLib/MorvikCoreLib.h"
-#include "MorvikCoreLib/failure_counts.h"
-#include "runtime/ledger/ledger_exchange.h"
-#include "services/converters.h"
-#include "services/endpoints.h"
+#include "proofs/oracle/payload_values.h"
+#include "proofs/oracle/removal_rules.h"
 #include "services/json_writer.h"
 #include "testing/scripted_transport.h"
 
 namespace morvik::proofs {
 namespace {
 
-using runtime::LedgerKind;
-using runtime::LedgerReason;
 using testing::ServiceEndpoint;
 
 constexpr std::string_view kLists[] = {"fendoActivityInfos", "fendoImpressionInfos", "reEngagementInfos",
@@ -30,7 +25,7 @@ constexpr std::string_view kEnd = "end";
 /// A batch of one activity that a service which finds it too large makes the kit give up.
 bool isOneLarge(const kit::Value& batch) {
   const kit::Array entries = batch["activity_info"].array();
-  return entries.size() == 1 && services::jsonDescription(entries[0]).size() > kMaxKeptEntryBytes;
+  return entries.size() == 1 && services::jsonDescription(entries[0]).size() > kLargeActivityBytes;
 }
 
 }  // namespace
@@ -44,28 +39,28 @@ void Tracker::keepWhenCommitted(RecordNumber number) {
   when_committed_([this, number] { facts.things.isKept(number, facts.now); });
 }
 
-RecordNumber Tracker::isRecorded(LedgerKind kind, const std::string& name) {
+RecordNumber Tracker::isRecorded(RecordKind kind, const std::string& name) {
   const RecordNumber number = facts.things.record(kind, name, facts.now);
   keepWhenCommitted(number);
-  if (mayGo(kind, LedgerReason::kAddedDuringUpload) && facts.underWay(endpointTaking(kind)) > 0)
-    facts.things.permit(number, LedgerReason::kAddedDuringUpload);
-  if (kind == LedgerKind::kDemographics && !has_identifier_)
-    facts.things.permit(number, LedgerReason::kNoIdentifier);
+  if (mayGo(kind, RemovalReason::kAddedDuringUpload) && facts.underWay(endpointTaking(kind)) > 0)
+    facts.things.permit(number, RemovalReason::kAddedDuringUpload);
+  if (kind == RecordKind::kDemographics && !has_identifier_)
+    facts.things.permit(number, RemovalReason::kNoIdentifier);
   return number;
 }
 
 void Tracker::isSet(const std::string& name, bool is_pending, const std::string& property) {
   for (const ExpectedRecord& thing : facts.things.all()) {
-    if (thing.kind != LedgerKind::kDemographics || !thing.name.starts_with(property + "="))
+    if (thing.kind != RecordKind::kDemographics || !thing.name.starts_with(property + "="))
       continue;
     const std::optional<RecordNumber> number = facts.things.find(thing.kind, thing.name);
-    facts.things.permit(*number, is_pending ? LedgerReason::kReplaced : LedgerReason::kTakenBack);
+    facts.things.permit(*number, is_pending ? RemovalReason::kReplaced : RemovalReason::kTakenBack);
     // The value of a file that comes to light later gives way to the newer one, whichever that is.
     if (facts.is_unavailable)
-      facts.things.permit(*number, LedgerReason::kReplaced);
+      facts.things.permit(*number, RemovalReason::kReplaced);
   }
   if (is_pending)
-    isRecorded(LedgerKind::kDemographics, name);
+    isRecorded(RecordKind::kDemographics, name);
 }
 
 // ----------------------------------------------------------------------------------------------------------- requests
@@ -74,15 +69,15 @@ std::vector<RecordNumber> Tracker::namesIn(ServiceEndpoint endpoint, const kit::
   std::vector<RecordNumber> numbers;
   for (const CarriedRecord& carried : carriedBy(endpoint, payload)) {
     std::optional<RecordNumber> number = facts.things.find(carried.kind, carried.name);
-    if (!number && carried.kind == LedgerKind::kReEngagementClicks) {
+    if (!number && carried.kind == RecordKind::kReEngagementClicks) {
       number = isRecorded(carried.kind, carried.name);
       facts.things[*number].key = carried.key;
     }
-    if (number && carried.kind == LedgerKind::kReEngagementClicks && facts.things.mayBeUndone(*number)) {
+    if (number && carried.kind == RecordKind::kReEngagementClicks && facts.things.mayBeUndone(*number)) {
       facts.things.recordAgain(*number, facts.now);
       keepWhenCommitted(*number);
     }
-    if (!number && carried.kind == LedgerKind::kCrashReports)
+    if (!number && carried.kind == RecordKind::kCrashReports)
       number = isRecorded(carried.kind, carried.name);
     if (number)
       numbers.push_back(*number);
@@ -90,7 +85,7 @@ std::vector<RecordNumber> Tracker::namesIn(ServiceEndpoint endpoint, const kit::
   return numbers;
 }
 
-void Tracker::permitAll(const RunExchange& exchange, LedgerKind kind, LedgerReason reason) {
+void Tracker::permitAll(const RunExchange& exchange, RecordKind kind, RemovalReason reason) {
   for (const RecordNumber number : exchange.things) {
     if (facts.things[number].kind == kind)
       facts.things.permit(number, reason);
@@ -115,11 +110,11 @@ void Tracker::requestStarts(uint64_t id, const kit::Request& request, bool is_in
     exchange.is_one_large = *exchange.endpoint == ServiceEndpoint::kTracking && isOneLarge(served.payload);
   }
   if (exchange.endpoint == ServiceEndpoint::kDemographics && !has_identifier_)
-    exchange.things = facts.things.stored(LedgerKind::kDemographics);
+    exchange.things = facts.things.stored(RecordKind::kDemographics);
   exchange.was_made_while_unavailable = facts.is_unavailable;
   // The answer to a batch that is still under way may take the place of this one's.
   if (exchange.endpoint == ServiceEndpoint::kTracking && facts.underWay(ServiceEndpoint::kTracking) > 0) {
-    permitAll(exchange, LedgerKind::kImpressions, LedgerReason::kPlaceTaken);
+    permitAll(exchange, RecordKind::kImpressions, RemovalReason::kPlaceTaken);
     for (auto& [other_id, other] : facts.exchanges)
       other.deletes_its_own = false;
     exchange.deletes_its_own = false;
@@ -139,15 +134,15 @@ void Tracker::permitThoseThatWaitToBeHandled(const RunExchange& exchange) {
   const std::set<RecordNumber> carried(exchange.things.begin(), exchange.things.end());
   for (RecordNumber number = 0; number < facts.things.all().size(); ++number) {
     const ExpectedRecord& thing = facts.things[number];
-    if (thing.kind == LedgerKind::kCommerceClicks && !thing.has_arrived && !carried.contains(number))
-      facts.things.permit(number, LedgerReason::kAddedDuringUpload);
+    if (thing.kind == RecordKind::kCommerceClicks && !thing.has_arrived && !carried.contains(number))
+      facts.things.permit(number, RemovalReason::kAddedDuringUpload);
   }
 }
 
 /// It is the newest one from now on, and kept whichever fails.
 void Tracker::clickStarts() {
   for (const auto& [id, other] : facts.exchanges)
-    permitAll(other, LedgerKind::kReEngagementClicks, LedgerReason::kNewerClick);
+    permitAll(other, RecordKind::kReEngagementClicks, RemovalReason::kNewerClick);
 }
 
 const RunExchange* Tracker::requestLeaves(const kit::Request& request) {
@@ -163,7 +158,7 @@ const RunExchange* Tracker::requestLeaves(const kit::Request& request) {
 void Tracker::arrives(const RunExchange& exchange) {
   for (const RecordNumber number : exchange.things) {
     // A payload that cannot say whose they are says nothing.
-    if (has_identifier_ || facts.things[number].kind != LedgerKind::kDemographics)
+    if (has_identifier_ || facts.things[number].kind != RecordKind::kDemographics)
       facts.things.arrives(number);
   }
 }
@@ -174,15 +169,15 @@ void Tracker::exchangeEnds(uint64_t id, bool is_not_sent, const std::optional<ki
   if (found == facts.exchanges.end())
     return;
   RunExchange& exchange = found->second;
-  exchange.is_accepted = answer && services::checkNilToNo((*answer)["Result"]);
+  exchange.is_accepted = answer && meansYes((*answer)["Result"]);
   if (exchange.endpoint == ServiceEndpoint::kCommerce && answer && (*answer)["errMsg"].isAbsent())
-    permitAll(exchange, LedgerKind::kCommerceClicks, LedgerReason::kEmptyAnswer);
+    permitAll(exchange, RecordKind::kCommerceClicks, RemovalReason::kEmptyAnswer);
   if (exchange.endpoint == ServiceEndpoint::kCrash && answer && (*answer)["code"].isAbsent())
-    permitAll(exchange, LedgerKind::kCrashReports, LedgerReason::kEmptyAnswer);
+    permitAll(exchange, RecordKind::kCrashReports, RemovalReason::kEmptyAnswer);
   if (exchange.is_one_large && !answer)
-    permitAll(exchange, LedgerKind::kActivities, LedgerReason::kTooLarge);
+    permitAll(exchange, RecordKind::kActivities, RemovalReason::kTooLarge);
   if (is_not_sent)
-    permitAll(exchange, LedgerKind::kReEngagementClicks, LedgerReason::kForgotten);
+    permitAll(exchange, RecordKind::kReEngagementClicks, RemovalReason::kForgotten);
   else if (exchange.endpoint == ServiceEndpoint::kReEngagement)
     clickEnds(exchange, answer);
 }
@@ -193,21 +188,21 @@ void Tracker::clickEnds(const RunExchange& exchange, const std::optional<kit::Va
   const RecordNumber click = exchange.things.front();
   if (!answer) {
     // Whichever failed, the newest is kept, though it may have arrived.
-    facts.things.mayBeRecordedAgain(LedgerKind::kReEngagementClicks);
-    for (const RecordNumber other : facts.things.stored(LedgerKind::kReEngagementClicks)) {
+    facts.things.mayBeRecordedAgain(RecordKind::kReEngagementClicks);
+    for (const RecordNumber other : facts.things.stored(RecordKind::kReEngagementClicks)) {
       if (other != click && facts.things[other].key == facts.things[click].key)
-        facts.things.permit(click, LedgerReason::kSameKey);
+        facts.things.permit(click, RemovalReason::kSameKey);
     }
     return;
   }
-  if (!services::checkNilToNo((*answer)["Result"])) {
-    facts.things.permit(click, LedgerReason::kNotAccepted);
+  if (!meansYes((*answer)["Result"])) {
+    facts.things.permit(click, RemovalReason::kNotAccepted);
     return;
   }
-  const int64_t key = services::checkIntegerNilToZero((*answer)["Data"]["conversion_result"]["conversion_key"]);
-  for (const RecordNumber other : facts.things.stored(LedgerKind::kReEngagementClicks)) {
+  const int64_t key = integerOf((*answer)["Data"]["conversion_result"]["conversion_key"]);
+  for (const RecordNumber other : facts.things.stored(RecordKind::kReEngagementClicks)) {
     if (facts.things[other].key == key)
-      facts.things.permit(other, LedgerReason::kOtherKeyAccepted);
+      facts.things.permit(other, RemovalReason::kOtherKeyAccepted);
   }
 }
 
@@ -244,10 +239,10 @@ void Tracker::valueIsSet(std::string_view key, const kit::Value& value) {
   else if (key == "MorvikCoreUserInfo_endSessoinDate")
     noteSessionEnd();
   // The rules of these look at what is stored in the same turn.
-  const std::optional<LedgerKind> kind = kindStoredUnder(key);
-  if (kind == LedgerKind::kReEngagementClicks || kind == LedgerKind::kCrashReports)
+  const std::optional<RecordKind> kind = kindStoredUnder(key);
+  if (kind == RecordKind::kReEngagementClicks || kind == RecordKind::kCrashReports)
     lookAt(*kind, key, value);
-  if (kind == LedgerKind::kDemographics) {
+  if (kind == RecordKind::kDemographics) {
     demographics_[std::string(key)] = value;
     lookAtDemographics();
   }
@@ -261,15 +256,15 @@ void Tracker::noteActivities(const kit::Value& list) {
     const std::string id(record["activityEventID"].string());
     if (activity_by_id_.contains(id))
       return;
-    const std::string name = nameOfStored(LedgerKind::kActivities, "", record);
-    std::optional<RecordNumber> number = facts.things.find(LedgerKind::kActivities, name);
-    if (!number && record["activityGroupName"].string() == services::kFendoActivityGroupSession)
-      number = isRecorded(LedgerKind::kActivities, name);
+    const std::string name = nameOfStored(RecordKind::kActivities, "", record);
+    std::optional<RecordNumber> number = facts.things.find(RecordKind::kActivities, name);
+    if (!number && record["activityGroupName"].string() == kSessionGroup)
+      number = isRecorded(RecordKind::kActivities, name);
     if (!number)
       continue;
     activity_by_id_.emplace(id, *number);
     if (record["activityName"].string() == kEnd)
-      facts.things.permit(*number, LedgerReason::kKeptSession);
+      facts.things.permit(*number, RemovalReason::kKeptSession);
   }
 }
 
@@ -279,21 +274,21 @@ void Tracker::noteSentKeys(const kit::Value& keys) {
     return;
   for (const kit::Value& key : keys.array()) {
     if (const auto found = activity_by_id_.find(std::string(key.string())); found != activity_by_id_.end())
-      facts.things.permit(found->second, LedgerReason::kPlaceTaken);
+      facts.things.permit(found->second, RemovalReason::kPlaceTaken);
   }
 }
 
 void Tracker::noteSessionEnd() {
   for (const auto& [id, exchange] : facts.exchanges)
-    permitAll(exchange, LedgerKind::kReEngagementClicks, LedgerReason::kSessionEnded);
+    permitAll(exchange, RecordKind::kReEngagementClicks, RemovalReason::kSessionEnded);
   std::set<int64_t> spent;
   for (const kit::Value& count : failure_counts_.array()) {
-    if (failuresOf(count) > kMaxFailureCountToResend)
+    if (failuresOf(count) > kLastClickFailureToResend)
       spent.insert(conversionKeyOf(count));
   }
-  for (const RecordNumber click : facts.things.stored(LedgerKind::kReEngagementClicks)) {
+  for (const RecordNumber click : facts.things.stored(RecordKind::kReEngagementClicks)) {
     if (spent.contains(facts.things[click].key))
-      facts.things.permit(click, LedgerReason::kSixthSessionEnd);
+      facts.things.permit(click, RemovalReason::kSixthSessionEnd);
   }
 }
 
@@ -306,7 +301,7 @@ void Tracker::processBegins(const Read& read) {
 }
 
 /// A report may have waited beside the store: it is recorded once it is in it.
-ExpectedRecords::Strangers Tracker::lookAt(LedgerKind kind, std::string_view key, const kit::Value& list) {
+ExpectedRecords::Strangers Tracker::lookAt(RecordKind kind, std::string_view key, const kit::Value& list) {
   Looked& looked = looked_at_[std::string(key)];
   if (looked.list.identicalTo(list) && !list.isAbsent())
     return looked.strangers;  // what is wrong stays wrong, whoever looked first
@@ -314,7 +309,7 @@ ExpectedRecords::Strangers Tracker::lookAt(LedgerKind kind, std::string_view key
   std::vector<std::string> names;
   for (const kit::Value& record : list.array()) {
     names.push_back(nameOfStored(kind, key, record));
-    if (kind == LedgerKind::kCrashReports && !facts.things.find(kind, names.back()))
+    if (kind == RecordKind::kCrashReports && !facts.things.find(kind, names.back()))
       isRecorded(kind, names.back());
   }
   looked.strangers = facts.things.storedAre(kind, names);
@@ -344,10 +339,10 @@ void Tracker::storeRecovered(const Read& read) {
 ExpectedRecords::Strangers Tracker::lookAtDemographics() {
   std::vector<std::string> names;
   for (const auto& [key, value] : demographics_) {
-    if (recordsIn(LedgerKind::kDemographics, value) != 0)
-      names.push_back(nameOfStored(LedgerKind::kDemographics, key, value));
+    if (recordsIn(RecordKind::kDemographics, value) != 0)
+      names.push_back(nameOfStored(RecordKind::kDemographics, key, value));
   }
-  return facts.things.storedAre(LedgerKind::kDemographics, names);
+  return facts.things.storedAre(RecordKind::kDemographics, names);
 }
 
 std::vector<std::string> Tracker::look(const Read& read) {
@@ -370,8 +365,8 @@ std::vector<std::string> Tracker::look(const Read& read) {
 void Tracker::lookAtTheShelf(const kit::Array& reports) {
   std::vector<std::string> names;
   for (const kit::Value& report : reports)
-    names.push_back(nameOfStored(LedgerKind::kCrashReports, "", report));
-  facts.things.waitBesideTheStore(LedgerKind::kCrashReports, names);
+    names.push_back(nameOfStored(RecordKind::kCrashReports, "", report));
+  facts.things.waitBesideTheStore(RecordKind::kCrashReports, names);
 }
 
 void Tracker::processEnds(double undone_from, bool power_lost) {
@@ -380,15 +375,15 @@ void Tracker::processEnds(double undone_from, bool power_lost) {
     // rule was not looked at.
     for (const RecordNumber number : exchange.things) {
       const ExpectedRecord& thing = facts.things[number];
-      if (!thing.is_stored || thing.may_go != 0 || thing.kind == LedgerKind::kReEngagementClicks)
-        facts.things.permit(number, LedgerReason::kProcessEnded);
+      if (!thing.is_stored || thing.may_go != 0 || thing.kind == RecordKind::kReEngagementClicks)
+        facts.things.permit(number, RemovalReason::kProcessEnded);
     }
   }
   // What is undone may be undone to when they were under way.
   for (const Ended& exchange : ended_) {
     for (const RecordNumber number : exchange.things) {
       if (exchange.kept_from >= undone_from)
-        facts.things.permit(number, LedgerReason::kProcessEnded);
+        facts.things.permit(number, RemovalReason::kProcessEnded);
     }
   }
   facts.exchanges.clear();
@@ -399,9 +394,9 @@ void Tracker::processEnds(double undone_from, bool power_lost) {
 void Tracker::settle() {
   if (!facts.ledger)
     return;
-  std::array<uint64_t, runtime::kLedgerKinds> recorded{};
-  for (size_t kind = 0; kind < runtime::kLedgerKinds; ++kind)
-    recorded[kind] = facts.ledger->of(runtime::kLedgerKindNames[kind]).recorded;
+  std::array<uint64_t, kRecordKinds> recorded{};
+  for (size_t kind = 0; kind < kRecordKinds; ++kind)
+    recorded[kind] = facts.ledger->of(kRecordKindNames[kind]).recorded;
   facts.things.settle(recorded, facts.now);
 }
 

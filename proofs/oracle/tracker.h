@@ -28,7 +28,7 @@ class Tracker {
   RunFacts facts;
 
   /// The app recorded something under a new name; it is kept once its turn is committed. `key`: of a click.
-  RecordNumber isRecorded(runtime::LedgerKind kind, const std::string& name);
+  RecordNumber isRecorded(RecordKind kind, const std::string& name);
   /// The same, of one of the three demographic values ("age=17"): it takes the place of `before`, if that is pending.
   void isSet(const std::string& name, bool is_pending, const std::string& property);
   /// The device's description names nobody: no payload of demographics says whose they are.
@@ -65,7 +65,7 @@ class Tracker {
  private:
   void keepWhenCommitted(RecordNumber number);
   ExpectedRecords::Strangers lookAtDemographics();
-  ExpectedRecords::Strangers lookAt(runtime::LedgerKind kind, std::string_view key, const kit::Value& list);
+  ExpectedRecords::Strangers lookAt(RecordKind kind, std::string_view key, const kit::Value& list);
   void noteActivities(const kit::Value& list);
   void noteSentKeys(const kit::Value& keys);
   void noteSessionEnd();
@@ -73,7 +73,7 @@ class Tracker {
   void permitThoseThatWaitToBeHandled(const RunExchange& exchange);
   void clickEnds(const RunExchange& exchange, const std::optional<kit::Value>& answer);
   std::vector<RecordNumber> namesIn(testing::ServiceEndpoint endpoint, const kit::Value& payload);
-  void permitAll(const RunExchange& exchange, runtime::LedgerKind kind, runtime::LedgerReason reason);
+  void permitAll(const RunExchange& exchange, RecordKind kind, RemovalReason reason);
 
   testing::SimulatedService& reader_;
   const std::function<void(std::function<void()>)> when_committed_;

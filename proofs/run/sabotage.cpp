@@ -2,9 +2,8 @@
 
 #include <utility>
 
-#include "MorvikCoreLib/failure_counts.h"
-#include "runtime/ledger/ledger_book.h"
-#include "runtime/siblings/kept_identifier.h"
+#include "proofs/oracle/payload_values.h"
+#include "proofs/run/stored_keys.h"
 #include "testing/service_endpoint.h"
 
 namespace morvik::proofs {
@@ -54,9 +53,9 @@ class Meddler final : public MachineSabotage {
       case Sabotage::kLosesTheWish:
         return key == "MorvikCoreUserInfo_isGDPRForgetMe" ? Value(false) : value;
       case Sabotage::kIsAnotherDevice:
-        return key == runtime::kInstallIdKey ? Value() : value;
+        return key == kInstallIdKey ? Value() : value;
       case Sabotage::kForgetsTheAccount:
-        return key == runtime::kLedgerKey ? Value("no account") : value;
+        return key == kLedgerKey ? Value("no account") : value;
       default:
         return value;
     }
@@ -96,7 +95,8 @@ class Meddler final : public MachineSabotage {
   static Value raised(const Value& counts) {
     kit::MutableArray raised;
     for (const Value& count : counts.array())
-      raised.append(failureCount(conversionKeyOf(count), failuresOf(count) + kTooMany));
+      raised.append(
+          kit::Dictionary{{"conversion_key", conversionKeyOf(count)}, {"failure_cnt", failuresOf(count) + kTooMany}});
     return Value(std::move(raised));
   }
 

@@ -13,15 +13,14 @@
 #include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
 #include "host/store/store_database.h"
-#include "host/store/wish_file.h"
-#include "host/store/wish_sectors.h"
 #include "proofs/oracle/tracker.h"
 #include "proofs/run/newer_program.h"
 #include "proofs/run/power_cut_loss.h"
+#include "proofs/run/stored_keys.h"
 #include "proofs/run/transcript.h"
 #include "proofs/run/watched_machine.h"
+#include "proofs/run/wish_file.h"
 #include "runtime/instance.h"
-#include "runtime/siblings/kept_identifier.h"
 #include "services/json_writer.h"
 #include "simulation/durations.h"
 #include "testing/json_reader.h"
@@ -29,7 +28,6 @@
 namespace morvik::proofs {
 namespace {
 
-using runtime::LedgerKind;
 using testing::Answer;
 using testing::ServiceEndpoint;
 using testing::SimulatedService;
@@ -284,7 +282,7 @@ class RandomRun final : private MachineWatcher {
         param = "\xc3\x28 not UTF-8 \xff";
       if (oddness == 2)
         param = "\"\\\n\t\x01 \xf0\x9f\x98\x80";
-      witness_.isRecorded(LedgerKind::kActivities, name);
+      witness_.isRecorded(RecordKind::kActivities, name);
       isAnsweredByTheStore(process_->addActivity("shop", name, param));
     });
   }
@@ -322,8 +320,8 @@ class RandomRun final : private MachineWatcher {
     perform([this, name] {
       if (process_->isGdprForgetMe())
         return;
-      const RecordNumber number = witness_.isRecorded(LedgerKind::kActivities, name);
-      witness_.facts.things.permit(number, runtime::LedgerReason::kKeptSession);
+      const RecordNumber number = witness_.isRecorded(RecordKind::kActivities, name);
+      witness_.facts.things.permit(number, RemovalReason::kKeptSession);
       process_->addActivity("game", "end", name);
     });
   }
@@ -339,7 +337,7 @@ class RandomRun final : private MachineWatcher {
     perform([this, name] {
       const kit::Value impression =
           kit::Dictionary{{"campaignKey", 7}, {"spaceKey", name}, {"createdAt", kit::Value(machine_.loop.now())}};
-      witness_.isRecorded(LedgerKind::kImpressions, name);
+      witness_.isRecorded(RecordKind::kImpressions, name);
       const auto properties = process_->properties();
       properties.inOneStep([&] {
         kit::MutableArray impressions(properties.fendoImpressionInfos());
@@ -368,7 +366,7 @@ class RandomRun final : private MachineWatcher {
         app_.device.idfa.source() != Identifier::Source::kNone || beginning.find("ck=") != std::string::npos;
     perform([this, counts, name, url = beginning + name] {
       if (counts)
-        witness_.isRecorded(LedgerKind::kCommerceClicks, name);
+        witness_.isRecorded(RecordKind::kCommerceClicks, name);
       process_->passOpenURL(url);
     });
   }
@@ -582,7 +580,7 @@ class RandomRun final : private MachineWatcher {
     if (!is_used)
       return;
     if (options_.sabotage == Sabotage::kLosesTheWishFile)
-      disk_.disk.put(host::WishFile::pathFor(disk_.disk.place()), host::wishFileBytes(false));
+      disk_.disk.put(wishFileNextTo(disk_.disk.place()), wishFileOfARememberedUser());
     disk_.storeWasSynced();
     witness_.facts.is_beside_newer = true;
   }
@@ -620,7 +618,7 @@ class RandomRun final : private MachineWatcher {
     machine_.loop.runUntilIdle();
     is_starting_ = false;
     disk_.processStarts(false);
-    name_while_unavailable_ = process_->storedValue(runtime::kInstallIdKey);
+    name_while_unavailable_ = process_->storedValue(kInstallIdKey);
     is_active_ = false;
     is_unsettled_ = true;
     for (auto& each : std::exchange(committed_at_start_, {})) {
@@ -800,7 +798,7 @@ class RandomRun final : private MachineWatcher {
     RunFacts& facts = witness_.facts;
     if (facts.is_beside_newer)
       return;
-    if (facts.is_unavailable && process_->storedValue(runtime::kInstallIdKey) != name_while_unavailable_) {
+    if (facts.is_unavailable && process_->storedValue(kInstallIdKey) != name_while_unavailable_) {
       facts.is_unavailable = false;
       has_come_to_light_ = true;
     }

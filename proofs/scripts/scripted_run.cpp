@@ -18,13 +18,12 @@
 #include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
 #include "host/store/sqlite_store.h"
-#include "host/store/wish_file.h"
 #include "proofs/oracle/expected_records.h"
 #include "proofs/run/heard_lines.h"
 #include "proofs/run/newer_program.h"
 #include "proofs/run/power_cut_loss.h"
+#include "proofs/run/wish_file.h"
 #include "runtime/instance.h"
-#include "runtime/loop/commit_retry.h"
 #include "runtime/machine/machine.h"
 #include "services/json_writer.h"
 #include "simulation/dice.h"
@@ -36,23 +35,22 @@
 namespace morvik::proofs {
 namespace {
 
-using Kind = runtime::LedgerKind;
-using Reason = runtime::LedgerReason;
+using Kind = RecordKind;
+using Reason = RemovalReason;
 using testing::Answer;
 using testing::ServedRequest;
 using testing::ServiceEndpoint;
 using testing::SimulatedService;
 
 constexpr double kAnswerSeconds = 0.2;
-constexpr int kSessionEndsThatSendAClick = 5;
 /// So much comes with an event of the long queue that its log has to begin anew.
 constexpr size_t kLongParamBytes = 700;
 constexpr int kLongQueueEvents = 90;
 constexpr size_t kNameBytes = 16;  // of a name in a complaint
 constexpr uint64_t kWrittenBackCallsPerEvent = 5;
 constexpr uint64_t kDroppedWriteEvery = 50;
-/// After it a commit that could not be made was tried again, and what it was made of can be synced.
-constexpr double kStoreRetriedSeconds = runtime::kCommitRetrySeconds + 2;
+/// A commit that could not be made is retried every ten seconds; after this it was, and can be synced.
+constexpr double kStoreRetriedSeconds = 12;
 
 /// How the service treats what comes.
 enum class Mood : uint8_t {
@@ -66,7 +64,7 @@ enum class Mood : uint8_t {
 
 /// A rule may let something go, from a moment of virtual time on.
 struct Permission {
-  Reason reason = Reason::kUnexplained;
+  Reason reason = Reason::kProcessEnded;
   double from = 0;
 };
 
@@ -98,7 +96,7 @@ struct Sides {
   uint64_t stored = 0;    ///< in the store
   uint64_t given_up = 0;  ///< neither, and a rule may have let them go
 };
-using AllSides = std::array<Sides, runtime::kLedgerKinds>;
+using AllSides = std::array<Sides, kRecordKinds>;
 
 /// A death: when, and from when on what was done may be undone by it.
 struct Death {
@@ -611,7 +609,7 @@ class ScriptedRun {
       return;
     for (Item& item : items_) {
       if (item.kind == Kind::kReEngagementClicks && !item.not_kept_yet && item.permissions.empty() &&
-          ++item.session_ends > kSessionEndsThatSendAClick)
+          ++item.session_ends > kLastClickFailureToResend)
         permit(item, Reason::kSixthSessionEnd, now());
     }
   }
@@ -858,7 +856,7 @@ class ScriptedRun {
   void removeTheWishFile() {
     disk_.cutNow();
     disk_.restart(simulation::DiskCut::killed());
-    static_cast<void>(disk_.place().files->remove(host::WishFile::pathFor(disk_.place())));
+    static_cast<void>(disk_.place().files->remove(wishFileNextTo(disk_.place())));
   }
 
   // ------------------------------------------------------------------------------------------------------------ dying
@@ -1023,7 +1021,7 @@ class ScriptedRun {
         break;
       case ScriptedRunSabotage::kKeepsNothing:
         // No change of the disk's: one that it is cut off at would leave no process to die of it.
-        disk_.remove(host::WishFile::pathFor(disk_.place()));
+        disk_.remove(wishFileNextTo(disk_.place()));
         [[fallthrough]];
       case ScriptedRunSabotage::kForgetsTheLastSession:
         for (const std::string& each : {path, path + "-wal"})
@@ -1215,7 +1213,7 @@ class ScriptedRun {
       complain(Complaint::kAnotherDevice, std::to_string(own_installs_) + " installs");
     checkLedger();
     AllSides sides;
-    const std::array<std::string, runtime::kLedgerKinds> stored = readStore(sides);
+    const std::array<std::string, kRecordKinds> stored = readStore(sides);
     for (const Item& item : items_) {
       const auto kind = static_cast<size_t>(item.kind);
       settle(item, stored[kind].find(item.name) != std::string::npos, sides[kind]);
@@ -1228,8 +1226,8 @@ class ScriptedRun {
   }
 
   /// What is stored of each kind, as text; and how much it is.
-  std::array<std::string, runtime::kLedgerKinds> readStore(AllSides& sides) const {
-    std::array<std::string, runtime::kLedgerKinds> texts;
+  std::array<std::string, kRecordKinds> readStore(AllSides& sides) const {
+    std::array<std::string, kRecordKinds> texts;
     for (const auto& [key, value] : process_->allStored()) {
       const std::optional<Kind> kind = kindStoredUnder(key);
       if (!kind)
@@ -1253,8 +1251,8 @@ class ScriptedRun {
       ++account.kept_in_memory;
     } else if (item.not_kept_yet) {
       ++account.not_kept_yet;
-    } else if (!item.permissions.empty()) {
-      ++account.given_up[firstRuleOf(item)];
+    } else if (const std::optional<size_t> row = firstRuleOf(item)) {
+      ++account.given_up[*row];
       ++sides.given_up;
     } else {
       complain(item.cut_by.value_or(Complaint::kLostOtherwise), item.name);
@@ -1262,10 +1260,13 @@ class ScriptedRun {
   }
 
   /// The row of the table.
-  static size_t firstRuleOf(const Item& item) {
-    size_t first = runtime::ledgerRules().size();
-    for (const Permission& permission : item.permissions)
-      first = std::min(first, runtime::ledgerRuleOf(item.kind, permission.reason));
+  static std::optional<size_t> firstRuleOf(const Item& item) {
+    std::optional<size_t> first;
+    for (const Permission& permission : item.permissions) {
+      const std::optional<size_t> row = removalRuleOf(item.kind, permission.reason);
+      if (row)
+        first = std::min(first.value_or(*row), *row);
+    }
     return first;
   }
 

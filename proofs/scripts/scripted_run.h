@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "runtime/ledger/ledger_reasons.h"
+#include "proofs/oracle/removal_rules.h"
 #include "simulation/simulated_disk.h"
 
 namespace morvik::proofs {
@@ -85,8 +85,8 @@ struct ScriptedRunAccount {
   uint64_t recorded = 0;
   uint64_t delivered = 0;
   uint64_t stored = 0;
-  /// By row of runtime::ledgerRules(). What several rules may have let go stands under the first of them.
-  std::vector<uint64_t> given_up = std::vector<uint64_t>(runtime::ledgerRules().size());
+  /// By row of removalRules(). What several rules may have let go stands under the first of them.
+  std::vector<uint64_t> given_up = std::vector<uint64_t>(removalRules().size());
   uint64_t not_kept_yet = 0;  ///< when the cut came: in the turn that it met, in the last second, or on a failing disk
   /// The app was told so, and the process ended before the store could take it.
   uint64_t kept_in_memory = 0;

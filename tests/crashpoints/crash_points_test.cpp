@@ -1,5 +1,5 @@
 // Minutes of one processor: every fifth point. All of them: tools/crashpoints --all.
-#include "proofs/run/crash_points.h"
+#include "proofs/scripts/crash_points.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -39,6 +39,10 @@ ARROWS = {
     "proofs": {
         "kit", "services", "MorvikCoreLib", "runtime", "host", "testing", "morvik", "simulation", "proofs",
     },
+    # What is expected of the kit is written down apart from it: no table and no constant of what is checked.
+    "proofs/oracle": {
+        "kit", "morvik/ledger.h", "morvik/recorded.h", "services/json_writer.h", "testing", "proofs/oracle",
+    },
     "apps/device": {
         "kit", "services", "MorvikCoreLib", "runtime", "host", "testing", "simulation", "morvik",
         "apps/text", "apps/device",
@@ -59,6 +63,11 @@ ROOMS = {
         "loop": ["posix"],
         "net": ["compress", "posix"],
         "store": ["linux", "posix"],
+    },
+    "proofs": {
+        "oracle": [],
+        "run": ["oracle"],
+        "scripts": ["oracle", "run"],
     },
     "apps/service": {
         "base": [],
@@ -85,6 +94,9 @@ FORBIDDEN_IN_CORE = {
     "reads the environment": r"\b(secure_)?getenv\b|\b(set|put)env\b",
     "takes chance from outside its port": r"\b(random_device|srand|rand)\b",
 }
+
+# Headers that the oracle may include bring names along that it may not use.
+OF_THE_KIT = r"\b(services::(?!jsonDescription\b)|runtime::|host::)\w+|\bkFendo\w+"
 
 INCLUDE = r"(?m)^[ \t]*#[ \t]*include[ \t]*([<\"])([^>\"]+)[>\"]"
 
@@ -157,6 +169,10 @@ class TheTree(unittest.TestCase):
             with self.subTest(folder=folder):
                 self.assertEqual(bad_includes(tree.ROOT, folder), [])
 
+    def test_the_oracle_names_nothing_of_what_it_checks(self):
+        rules = {"is the kit's own": OF_THE_KIT}
+        self.assertEqual(forbidden_words(tree.ROOT, ["proofs/oracle"], rules), [])
+
     def test_every_room_knows_only_those_that_it_stands_on(self):
         self.assertEqual(bad_rooms(tree.ROOT), [])
 
@@ -208,6 +224,16 @@ class TheChecks(unittest.TestCase):
         self.assertEqual(
             bad_includes(self.root, "kit"), ["kit/b.h:2: includes services/a.h, but kit may include kit only"]
         )
+
+    def test_a_table_of_the_kit_in_the_oracle_is_found(self):
+        self.write("runtime/ledger/a.h", "")
+        self.write("proofs/oracle/b.cpp", '#include "runtime/ledger/a.h"\nauto c = services::checkNilToNo(runtime::kD);\n')
+        self.assertEqual(
+            bad_includes(self.root, "proofs/oracle"),
+            ["proofs/oracle/b.cpp:1: includes runtime/ledger/a.h, but proofs/oracle may include kit, morvik/ledger.h, "
+             "morvik/recorded.h, proofs/oracle, services/json_writer.h, testing only"],
+        )
+        self.assertEqual(len(forbidden_words(self.root, ["proofs/oracle"], {"is the kit's own": OF_THE_KIT})), 2)
 
     def test_of_the_headers_for_apps_the_service_may_include_the_version_alone(self):
         self.write("include/morvik/version.h", "")

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <thread>
 
-#include "proofs/run/crash_points.h"
+#include "proofs/scripts/crash_points.h"
 
 namespace {
 

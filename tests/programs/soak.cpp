@@ -1,5 +1,5 @@
 // Lives wild lives until the time is over; tools/soak builds and runs it, and has the help.
-#include "proofs/run/soak.h"
+#include "proofs/scripts/soak.h"
 
 #include <unistd.h>
 

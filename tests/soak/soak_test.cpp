@@ -1,5 +1,5 @@
 // A minute or two of one processor: a fixed set of seeds. New ones: tools/soak.
-#include "proofs/run/soak.h"
+#include "proofs/scripts/soak.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

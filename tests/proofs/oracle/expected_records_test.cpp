@@ -9,12 +9,10 @@
 namespace morvik::proofs {
 namespace {
 
-using runtime::LedgerKind;
-using runtime::LedgerReason;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr LedgerKind kKind = LedgerKind::kActivities;
+constexpr RecordKind kKind = RecordKind::kActivities;
 
 class ThingBookTest : public ::testing::Test {
  protected:
@@ -24,7 +22,7 @@ class ThingBookTest : public ::testing::Test {
     return number;
   }
   void settleAt(uint64_t recorded, double now) {
-    std::array<uint64_t, runtime::kLedgerKinds> all{};
+    std::array<uint64_t, kRecordKinds> all{};
     all[static_cast<size_t>(kKind)] = recorded;
     book_.settle(all, now);
   }
@@ -32,29 +30,28 @@ class ThingBookTest : public ::testing::Test {
   ExpectedRecords book_;
 };
 
-TEST(RulesOfThings, AreThoseOfTheLedgersTableThatAreRules) {
-  EXPECT_TRUE(mayGo(LedgerKind::kImpressions, LedgerReason::kAddedDuringUpload));
-  EXPECT_FALSE(mayGo(LedgerKind::kActivities, LedgerReason::kAddedDuringUpload)) << "the table has no such row";
-  EXPECT_FALSE(mayGo(LedgerKind::kActivities, LedgerReason::kMissing)) << "that is no rule";
+TEST(MayGo, TellsWhetherAKindHasARuleWithThisReason) {
+  EXPECT_TRUE(mayGo(RecordKind::kImpressions, RemovalReason::kAddedDuringUpload));
+  EXPECT_FALSE(mayGo(RecordKind::kActivities, RemovalReason::kAddedDuringUpload)) << "the table has no such row";
 }
 
 TEST(ThingsAreSent, EachToTheEndpointOfItsKind) {
   using testing::ServiceEndpoint;
-  EXPECT_EQ(endpointTaking(LedgerKind::kActivities), ServiceEndpoint::kTracking);
-  EXPECT_EQ(endpointTaking(LedgerKind::kImpressions), ServiceEndpoint::kTracking);
-  EXPECT_EQ(endpointTaking(LedgerKind::kReEngagementClicks), ServiceEndpoint::kReEngagement);
-  EXPECT_EQ(endpointTaking(LedgerKind::kCommerceClicks), ServiceEndpoint::kCommerce);
-  EXPECT_EQ(endpointTaking(LedgerKind::kCrashReports), ServiceEndpoint::kCrash);
-  EXPECT_EQ(endpointTaking(LedgerKind::kDemographics), ServiceEndpoint::kDemographics);
+  EXPECT_EQ(endpointTaking(RecordKind::kActivities), ServiceEndpoint::kTracking);
+  EXPECT_EQ(endpointTaking(RecordKind::kImpressions), ServiceEndpoint::kTracking);
+  EXPECT_EQ(endpointTaking(RecordKind::kReEngagementClicks), ServiceEndpoint::kReEngagement);
+  EXPECT_EQ(endpointTaking(RecordKind::kCommerceClicks), ServiceEndpoint::kCommerce);
+  EXPECT_EQ(endpointTaking(RecordKind::kCrashReports), ServiceEndpoint::kCrash);
+  EXPECT_EQ(endpointTaking(RecordKind::kDemographics), ServiceEndpoint::kDemographics);
 }
 
 TEST(RecordsIn, AreTheElementsOfAListOrADemographicValueThatIsPending) {
-  EXPECT_EQ(recordsIn(LedgerKind::kImpressions, kit::Array{1, 2}), 2U);
-  EXPECT_EQ(recordsIn(LedgerKind::kImpressions, kit::Value()), 0U);
-  EXPECT_EQ(recordsIn(LedgerKind::kDemographics, kit::Value("a user")), 1U);
-  EXPECT_EQ(recordsIn(LedgerKind::kDemographics, kit::Value(0)), 1U);
-  EXPECT_EQ(recordsIn(LedgerKind::kDemographics, kit::Value(-1)), 0U) << "no age is pending";
-  EXPECT_EQ(recordsIn(LedgerKind::kDemographics, kit::Value()), 0U);
+  EXPECT_EQ(recordsIn(RecordKind::kImpressions, kit::Array{1, 2}), 2U);
+  EXPECT_EQ(recordsIn(RecordKind::kImpressions, kit::Value()), 0U);
+  EXPECT_EQ(recordsIn(RecordKind::kDemographics, kit::Value("a user")), 1U);
+  EXPECT_EQ(recordsIn(RecordKind::kDemographics, kit::Value(0)), 1U);
+  EXPECT_EQ(recordsIn(RecordKind::kDemographics, kit::Value(-1)), 0U) << "no age is pending";
+  EXPECT_EQ(recordsIn(RecordKind::kDemographics, kit::Value()), 0U);
 }
 
 TEST_F(ThingBookTest, LosesWhatIsNeitherStoredNorUnderWayNorArrived) {
@@ -69,21 +66,21 @@ TEST_F(ThingBookTest, LosesWhatIsNeitherStoredNorUnderWayNorArrived) {
   EXPECT_EQ(book_.counts(kKind).gone, 1U);
   EXPECT_EQ(book_.counts(kKind).stored, 1U);
   EXPECT_TRUE(book_[stored].is_stored);
-  book_.permit(gone, LedgerReason::kKeptSession);
+  book_.permit(gone, RemovalReason::kKeptSession);
   EXPECT_THAT(book_.lost(), IsEmpty()) << "a rule may have let it go";
-  EXPECT_EQ(book_.permitted(kKind, LedgerReason::kKeptSession), 1U);
-  EXPECT_EQ(book_.permitted(kKind, LedgerReason::kPlaceTaken), 0U);
+  EXPECT_EQ(book_.permitted(kKind, RemovalReason::kKeptSession), 1U);
+  EXPECT_EQ(book_.permitted(kKind, RemovalReason::kPlaceTaken), 0U);
 }
 
 TEST_F(ThingBookTest, LetsWhatCameBackGoAsOftenAsItWasThere) {
   const RecordNumber number = recordKept("one", 1);
-  book_.permit(number, LedgerReason::kKeptSession);
+  book_.permit(number, RemovalReason::kKeptSession);
   book_.storedAre(kKind, {"one"});
   book_.storedAre(kKind, {"one"});
-  EXPECT_EQ(book_.permitted(kKind, LedgerReason::kKeptSession), 1U);
+  EXPECT_EQ(book_.permitted(kKind, RemovalReason::kKeptSession), 1U);
   book_.storedAre(kKind, {});
   book_.storedAre(kKind, {"one"});
-  EXPECT_EQ(book_.permitted(kKind, LedgerReason::kKeptSession), 2U);
+  EXPECT_EQ(book_.permitted(kKind, RemovalReason::kKeptSession), 2U);
 }
 
 TEST_F(ThingBookTest, TellsWhatNobodyRecordedAndWhatStandsThereTwice) {
@@ -138,7 +135,7 @@ TEST_F(ThingBookTest, LetsAnotherPowerCutBringBackWhatAnEarlierOneTook) {
 }
 
 TEST_F(ThingBookTest, CountsAReportOnceItIsTakenIn) {
-  constexpr LedgerKind kReports = LedgerKind::kCrashReports;
+  constexpr RecordKind kReports = RecordKind::kCrashReports;
   const RecordNumber number = book_.record(kReports, "crash", 1);
   book_.waitBesideTheStore(kReports, {"crash", "unheard of"});
   EXPECT_EQ(book_.counts(kReports).recorded_least, 0U);
@@ -159,13 +156,13 @@ TEST(ThingNames, AreTheSameInTheStoreAndOnTheWire) {
                                                  {"impression_info", kit::Array{kit::Dictionary{{"space_key", "s"}}}}});
   ASSERT_EQ(carried.size(), 2U);
   EXPECT_EQ(carried[0].name, "look-1");
-  EXPECT_EQ(carried[1].kind, LedgerKind::kImpressions);
+  EXPECT_EQ(carried[1].kind, RecordKind::kImpressions);
   const kit::Value own =
       kit::Dictionary{{"activityGroupName", "session"}, {"activityName", "start"}, {"activityEventID", "018f"}};
   EXPECT_EQ(nameOfStored(kKind, "", own), "018f");
-  EXPECT_EQ(nameOfStored(LedgerKind::kDemographics, "fendoUserDemoInfo_age", 17), "age=17");
+  EXPECT_EQ(nameOfStored(RecordKind::kDemographics, "fendoUserDemoInfo_age", 17), "age=17");
   const kit::Value click = kit::Dictionary{{"deeplink_uri", "shop://offer?id=click-7&ck=5"}, {"conversion_key", 5}};
-  EXPECT_EQ(nameOfStored(LedgerKind::kReEngagementClicks, "", click), "click-7");
+  EXPECT_EQ(nameOfStored(RecordKind::kReEngagementClicks, "", click), "click-7");
   EXPECT_EQ(carriedBy(testing::ServiceEndpoint::kReEngagement, kit::Dictionary{{"deeplink_info", click}})[0].key, 5);
 }
 

@@ -156,7 +156,7 @@ TEST_F(LifeCheckers, WaitForAnAnswerAsLongAsItsRequestDoes) {
 TEST_F(LifeCheckers, HoldTheLedgerAgainstWhatWasSeen) {
   facts_.is_alive = true;
   facts_.ledger = Ledger{};
-  for (const char* const kind : runtime::kLedgerKindNames)
+  for (const char* const kind : kRecordKindNames)
     facts_.ledger->accounts.push_back({.kind = kind});
   endStep();
   EXPECT_THAT(complaints(), IsEmpty());
@@ -164,7 +164,7 @@ TEST_F(LifeCheckers, HoldTheLedgerAgainstWhatWasSeen) {
   activities.recorded = activities.delivered = 1;
   endStep();
   EXPECT_THAT(complaints(), ElementsAre(kLedgerAgrees, kLedgerAgrees)) << "nothing was recorded, and nothing arrived";
-  const RecordNumber look = facts_.things.record(runtime::LedgerKind::kActivities, "look", 1);
+  const RecordNumber look = facts_.things.record(RecordKind::kActivities, "look", 1);
   facts_.things.arrives(look);
   endStep();
   EXPECT_THAT(complaints(), IsEmpty());
@@ -183,15 +183,15 @@ TEST_F(LifeCheckers, HoldTheLedgerAgainstWhatWasSeen) {
 
 TEST_F(LifeCheckers, MissWhatIsGoneAndWhatStaysBehind) {
   facts_.is_alive = true;
-  const RecordNumber look = facts_.things.record(runtime::LedgerKind::kActivities, "look", 1);
+  const RecordNumber look = facts_.things.record(RecordKind::kActivities, "look", 1);
   endStep();
   EXPECT_THAT(complaints(), ElementsAre(kNothingIsLost));
-  facts_.things.storedAre(runtime::LedgerKind::kActivities, {"look"});
+  facts_.things.storedAre(RecordKind::kActivities, {"look"});
   facts_.is_all_well = true;
   endStep();
   EXPECT_THAT(complaints(), IsEmpty()) << "one may be the end of the last session";
-  facts_.things.record(runtime::LedgerKind::kActivities, "another", 1);
-  facts_.things.storedAre(runtime::LedgerKind::kActivities, {"look", "another"});
+  facts_.things.record(RecordKind::kActivities, "another", 1);
+  facts_.things.storedAre(RecordKind::kActivities, {"look", "another"});
   endStep();
   EXPECT_THAT(complaints(), ElementsAre(kAllGoesOut));
   facts_.things.isTrimmed(look, 1);

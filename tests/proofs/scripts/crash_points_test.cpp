@@ -1,4 +1,4 @@
-#include "proofs/run/crash_points.h"
+#include "proofs/scripts/crash_points.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,8 +11,6 @@
 namespace morvik::proofs {
 namespace {
 
-using runtime::LedgerKind;
-using runtime::LedgerReason;
 using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::Each;
@@ -25,11 +23,11 @@ using ::testing::Pair;
 using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
 
-std::map<std::pair<LedgerKind, LedgerReason>, uint64_t> givenUp(const ScriptedRunAccount& account) {
-  std::map<std::pair<LedgerKind, LedgerReason>, uint64_t> given_up;
+std::map<std::pair<RecordKind, RemovalReason>, uint64_t> givenUp(const ScriptedRunAccount& account) {
+  std::map<std::pair<RecordKind, RemovalReason>, uint64_t> given_up;
   for (size_t row = 0; row < account.given_up.size(); ++row) {
     if (account.given_up[row] != 0)
-      given_up[{runtime::ledgerRules()[row].kind, runtime::ledgerRules()[row].reason}] = account.given_up[row];
+      given_up[{removalRules()[row].kind, removalRules()[row].reason}] = account.given_up[row];
   }
   return given_up;
 }
@@ -40,13 +38,13 @@ TEST(ScriptedRun, DeliversEverythingButWhatTheRulesLetGoWhenNothingCutsIt) {
   EXPECT_TRUE(lived.account.balances());
   EXPECT_EQ(lived.account.delivered + lived.account.givenUp() + lived.account.kept_in_memory, lived.account.recorded);
   EXPECT_THAT(givenUp(lived.account),
-              UnorderedElementsAre(Pair(Pair(LedgerKind::kActivities, LedgerReason::kPlaceTaken), 1),
-                                   Pair(Pair(LedgerKind::kImpressions, LedgerReason::kAddedDuringUpload), 1),
-                                   Pair(Pair(LedgerKind::kReEngagementClicks, LedgerReason::kForgotten), Gt(0U)),
-                                   Pair(Pair(LedgerKind::kReEngagementClicks, LedgerReason::kProcessEnded), 1),
-                                   Pair(Pair(LedgerKind::kCommerceClicks, LedgerReason::kAddedDuringUpload), 1),
-                                   Pair(Pair(LedgerKind::kDemographics, LedgerReason::kReplaced), 1),
-                                   Pair(Pair(LedgerKind::kDemographics, LedgerReason::kAddedDuringUpload), 1)));
+              UnorderedElementsAre(Pair(Pair(RecordKind::kActivities, RemovalReason::kPlaceTaken), 1),
+                                   Pair(Pair(RecordKind::kImpressions, RemovalReason::kAddedDuringUpload), 1),
+                                   Pair(Pair(RecordKind::kReEngagementClicks, RemovalReason::kForgotten), Gt(0U)),
+                                   Pair(Pair(RecordKind::kReEngagementClicks, RemovalReason::kProcessEnded), 1),
+                                   Pair(Pair(RecordKind::kCommerceClicks, RemovalReason::kAddedDuringUpload), 1),
+                                   Pair(Pair(RecordKind::kDemographics, RemovalReason::kReplaced), 1),
+                                   Pair(Pair(RecordKind::kDemographics, RemovalReason::kAddedDuringUpload), 1)));
   EXPECT_GT(lived.account.recorded, 100U);
   EXPECT_GT(lived.changes, 2000U);
   EXPECT_GT(lived.sent_twice, 0U) << "answers are lost on the way";
@@ -259,10 +257,8 @@ TEST(CrashPointFigures, NameEachComplaintAndItsNumber) {
 
 TEST(CrashPointFigures, NameWhatWasGivenUpInTheWordsOfTheLedger) {
   CrashPointResult result;
-  result.account
-      .given_up[runtime::ledgerRuleOf(runtime::LedgerKind::kImpressions, runtime::LedgerReason::kPlaceTaken)] = 2;
-  result.account.given_up[runtime::ledgerRuleOf(runtime::LedgerKind::kDemographics, runtime::LedgerReason::kReplaced)] =
-      3;
+  result.account.given_up[removalRuleOf(RecordKind::kImpressions, RemovalReason::kPlaceTaken).value()] = 2;
+  result.account.given_up[removalRuleOf(RecordKind::kDemographics, RemovalReason::kReplaced).value()] = 3;
   const std::string text = figuresOf(result);
   EXPECT_THAT(text, HasSubstr("  given up by rule                          5\n"
                               "  of these impressions deleted by the answer to another batch, and their own was not "

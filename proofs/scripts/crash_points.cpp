@@ -1,4 +1,4 @@
-#include "proofs/run/crash_points.h"
+#include "proofs/scripts/crash_points.h"
 
 #include <algorithm>
 #include <atomic>
@@ -195,12 +195,11 @@ namespace {
 
 /// What the rules let go, by name.
 void addGivenUp(std::string& text, const ScriptedRunAccount& account) {
-  const auto rules = runtime::ledgerRules();
+  const auto rules = removalRules();
   for (size_t row = 0; row < rules.size(); ++row) {
     if (account.given_up[row] != 0)
       addFigureLine(text,
-                    std::string("of these ") + runtime::kLedgerKindNames[static_cast<size_t>(rules[row].kind)] + " " +
-                        rules[row].words,
+                    std::string("of these ") + kRecordKindNames[indexOf(rules[row].kind)] + " " + rules[row].words,
                     account.given_up[row]);
   }
 }

@@ -1,4 +1,4 @@
-#include "proofs/run/soak.h"
+#include "proofs/scripts/soak.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
