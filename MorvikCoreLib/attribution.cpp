@@ -69,8 +69,8 @@ Value copiedArray(const Value& value) {
 
 }  // namespace
 
-/// In what the two conversion requests differ: endpoint, texts, whether an answer resets the failure counter, and whether
-/// saving the record pushes the held activities.
+/// In what the two conversion requests differ: endpoint, texts, whether an answer resets the failure counter, and
+/// whether saving the record pushes the held activities.
 struct MorvikCoreLib::ConversionTexts {
   services::Endpoint endpoint;
   const char* operation;
@@ -195,8 +195,8 @@ void MorvikCoreLib::requestConversion(MadeConversion made, const ConversionTexts
   if (made.stores_known != stores_brought_)
     made = makeConversion();
   MORVIK_LOG(log(), lcl_vDebug, texts.operation, texts.parameter_text, made.parameters);
-  auto request = services::postRequest(ports_.endpoints, texts.endpoint, made.parameters,
-                                       services::AcceptEncoding::kGzip);
+  auto request =
+      services::postRequest(ports_.endpoints, texts.endpoint, made.parameters, services::AcceptEncoding::kGzip);
   MORVIK_LOG(log(), lcl_vTrace, texts.operation, texts.url_text, request.absoluteString());
   const auto self = shared_from_this();
   const bool has_begun = services::run(
@@ -466,8 +466,8 @@ void MorvikCoreLib::iAdAppAttributionTracking(const Value& parameters, uint64_t 
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib iAdAppAttributionTracking:]",
              "MRVK_QA-iAdAppAttributionTracking_parameterInfo : %@", parameters);
-  auto request = services::postRequest(ports_.endpoints, services::Endpoint::kIADAttribution,
-                                       parameters, services::AcceptEncoding::kGzip);
+  auto request = services::postRequest(ports_.endpoints, services::Endpoint::kIADAttribution, parameters,
+                                       services::AcceptEncoding::kGzip);
   services::run(
       requestTools(), std::move(request),
       [self = shared_from_this(), records_known](const Value& json) {

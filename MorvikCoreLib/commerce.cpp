@@ -60,8 +60,7 @@ void MorvikCoreLib::commerceConversion() {
   static constexpr const char* kHandlerOperation = "-[MorvikCoreLib commerceConversion]_block_invoke";
   if (isGateClosed())
     return;
-  services::MutableURLRequest request(
-      services::urlOf(ports_.endpoints, services::Endpoint::kCommerceConversion));
+  services::MutableURLRequest request(services::urlOf(ports_.endpoints, services::Endpoint::kCommerceConversion));
   request.setValue("gzip", "Accept-Encoding");
   request.addValue("application/json", "Content-Type");
   request.setHTTPMethod("POST");

@@ -236,8 +236,7 @@ void MorvikCoreLib::sendCrashInfos() {
   SentCrashes sent{.stores_known = stores_brought_, .queue = store().MorvikCoreUserInfo_Crash(), .remaining = {}};
   MORVIK_LOG(log(), lcl_vDebug, kSendOperation, "MRVK_QA-sendCrashInfos parameterInfo : %@", sent.queue);
   sent.remaining = remainingCrashInfos(sent.queue);
-  auto request =
-      services::jsonPostRequest(ports_.endpoints, services::Endpoint::kCrashReport, sent.queue);
+  auto request = services::jsonPostRequest(ports_.endpoints, services::Endpoint::kCrashReport, sent.queue);
   services::run(
       requestTools(), std::move(request),
       [self = shared_from_this(), sent](const Value& json) { self->crashUploadDidSucceed(json, sent); },

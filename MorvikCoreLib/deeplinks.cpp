@@ -190,9 +190,8 @@ void MorvikCoreLib::reEngagementConversion(const Value& parameters) {
     if (isGateClosed())
       return;
     MORVIK_LOG(log(), lcl_vDebug, kOperation, "MRVK_QA-reEngagementConversion_parameterInfo : %@", parameters);
-    auto request =
-        services::postRequest(ports_.endpoints, services::Endpoint::kReEngagementConversion,
-                              parameters, services::AcceptEncoding::kGzip);
+    auto request = services::postRequest(ports_.endpoints, services::Endpoint::kReEngagementConversion, parameters,
+                                         services::AcceptEncoding::kGzip);
     const auto self = shared_from_this();
     services::run(
         requestTools(), std::move(request), [self](const Value& json) { self->reEngagementDidSucceed(json); },

@@ -98,8 +98,8 @@ void MorvikCoreLib::sendDemos(const Value& parameters, const SentDemos& sent) {
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib sendUserDemoInfos:]", "MRVK_QA-sendUserDemoInfos parameterInfo : %@",
              parameters);
-  auto request = services::postRequest(ports_.endpoints, services::Endpoint::kSetDemographic,
-                                       parameters, services::AcceptEncoding::kUnset);
+  auto request = services::postRequest(ports_.endpoints, services::Endpoint::kSetDemographic, parameters,
+                                       services::AcceptEncoding::kUnset);
   static constexpr const char* kHandlerOperation = "-[MorvikCoreLib sendUserDemoInfos:]_block_invoke";
   services::run(
       requestTools(), std::move(request),

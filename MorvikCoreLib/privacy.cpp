@@ -150,8 +150,8 @@ void MorvikCoreLib::leaveForgetMeUntold() {
 
 /// The one request that passes the gate of the user's wish.
 void MorvikCoreLib::sendErasureRequest() {
-  auto request = services::postRequest(ports_.endpoints, services::Endpoint::kGdprReq, Value(),
-                                       services::AcceptEncoding::kUnset);
+  auto request =
+      services::postRequest(ports_.endpoints, services::Endpoint::kGdprReq, Value(), services::AcceptEncoding::kUnset);
   auto body = ports_.json.writePretty(makeGdprParameter(ErasureForm::kPlain));
   // What has no body is not sent: an answer to it would count as the wish's.
   if (const auto* error = std::get_if<kit::Error>(&body)) {

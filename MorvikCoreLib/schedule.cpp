@@ -32,8 +32,8 @@ void MorvikCoreLib::getSchedule(const Value& parameters) {
   if (isGateClosed())
     return;
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib getSchedule:]", "MRVK_QA-getSchedule_parameterInfo : %@", parameters);
-  auto request = services::postRequest(ports_.endpoints, services::Endpoint::kGetSchedule,
-                                       parameters, services::AcceptEncoding::kUnset);
+  auto request = services::postRequest(ports_.endpoints, services::Endpoint::kGetSchedule, parameters,
+                                       services::AcceptEncoding::kUnset);
   services::run(
       requestTools(), std::move(request),
       [self = shared_from_this()](const Value& json) { self->scheduleDidArrive(json); },

@@ -83,8 +83,8 @@ void Observations::exchangeDidEnd(const kit::Request& request, const kit::Exchan
     ended.erasure = ended_erasure_;
   if (!ended.is_accepted) {
     ended.failure.http_status = result.status_code;
-    ended.failure.reason =
-        std::string(services::rowOf(*endpoint).description) + ": " + (result.succeeded ? kNotAccepted : result.error.message.c_str());
+    ended.failure.reason = std::string(services::rowOf(*endpoint).description) + ": " +
+                           (result.succeeded ? kNotAccepted : result.error.message.c_str());
   }
   if (endpoint == Endpoint::kTracking)
     logBatch(ended);

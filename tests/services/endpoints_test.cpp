@@ -34,8 +34,9 @@ TEST(Endpoints, HaveTheirAgreedUrls) {
 TEST(Endpoints, AreKnownByTheirWholeUrl) {
   for (const EndpointRow& row : kEndpoints)
     EXPECT_EQ(endpointOf({}, urlOf({}, row.endpoint)), row.endpoint);
-  for (const char* url : {"", "v1/tracking", "https://tracking.morvik.example/v1/crash",
-                          "https://tracking.morvik.example/v1/tracking/", "https://config.morvik.example/app/config.json"})
+  for (const char* url :
+       {"", "v1/tracking", "https://tracking.morvik.example/v1/crash", "https://tracking.morvik.example/v1/tracking/",
+        "https://config.morvik.example/app/config.json"})
     EXPECT_EQ(endpointOf({}, url), std::nullopt) << url;
   EXPECT_EQ(endpointOf({.kFendoTrackingBaseLiveUrl = "https://own.example/eu/"}, "https://own.example/eu/v1/tracking"),
             Endpoint::kTracking);
@@ -49,9 +50,8 @@ TEST(Endpoints, SayWhatTheyCarry) {
 TEST(Endpoints, SayWhichAnswersAcceptWhatWasSent) {
   const Value yes = Dictionary{{"Result", true}};
   const Value no = Dictionary{{"Result", false}};
-  for (const Endpoint endpoint :
-       {Endpoint::kConversion, Endpoint::kThirdPartyConversion, Endpoint::kIADAttribution, Endpoint::kTracking,
-        Endpoint::kReEngagementConversion, Endpoint::kSetDemographic}) {
+  for (const Endpoint endpoint : {Endpoint::kConversion, Endpoint::kThirdPartyConversion, Endpoint::kIADAttribution,
+                                  Endpoint::kTracking, Endpoint::kReEngagementConversion, Endpoint::kSetDemographic}) {
     EXPECT_TRUE(isAcceptance(endpoint, yes)) << rowOf(endpoint).path;
     EXPECT_FALSE(isAcceptance(endpoint, no)) << rowOf(endpoint).path;
   }

@@ -22,11 +22,12 @@ using kit::Value;
 using testing::Answer;
 
 const kit::Endpoints kBases{.kFendoCampaignBaseLiveUrl = "https://a.example/",
-.kCrashReportBaseLiveUrl = "https://crash.example/"};
+                            .kCrashReportBaseLiveUrl = "https://crash.example/"};
 const HttpHeader kFormHeader = {"Content-Type", "application/x-www-form-urlencoded; charset=utf-8"};
 
 TEST(PostRequest, IsAFormWithTheCommonTimeOut) {
-  const kit::Request request = postRequest(kBases, Endpoint::kGetSchedule, Dictionary{{"k", "a"}}, AcceptEncoding::kUnset).request();
+  const kit::Request request =
+      postRequest(kBases, Endpoint::kGetSchedule, Dictionary{{"k", "a"}}, AcceptEncoding::kUnset).request();
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.url, "https://a.example/v2/schedule");
   EXPECT_EQ(request.body, "k=a");
@@ -35,7 +36,8 @@ TEST(PostRequest, IsAFormWithTheCommonTimeOut) {
 }
 
 TEST(PostRequest, AsksForGzipWhereThatIsSet) {
-  const kit::Request request = postRequest(kBases, Endpoint::kGetSchedule, Dictionary{{"k", "a"}}, AcceptEncoding::kGzip).request();
+  const kit::Request request =
+      postRequest(kBases, Endpoint::kGetSchedule, Dictionary{{"k", "a"}}, AcceptEncoding::kGzip).request();
   EXPECT_EQ(request.headers, (std::vector<HttpHeader>{kFormHeader, {"Accept-Encoding", "gzip"}}));
 }
 

@@ -193,9 +193,9 @@ void FatalSignals::State::handle(int signal, siginfo_t* info, void* context) {
   errno = error;
 }
 
-/// Counts how often in a row the same signal came back. True: the handlers pass it on in a circle. A signal is recognized
-/// by where the system put its context. After a handler that left by a jump, the next signal of the thread has the same
-/// place, but does not come from deeper on the stack.
+/// Counts how often in a row the same signal came back. True: the handlers pass it on in a circle. A signal is
+/// recognized by where the system put its context. After a handler that left by a jump, the next signal of the thread
+/// has the same place, but does not come from deeper on the stack.
 bool FatalSignals::State::detectCircle(const void* context, const HandlerPlace& place) {
   const bool is_same = latest_context.exchange(context) == context;
   const bool is_deeper = place.frame < latest_frame.exchange(place.frame);
@@ -217,9 +217,9 @@ bool FatalSignals::State::isWithinRecorded(const HandlerPlace& place, const void
   return ::sigismember(&static_cast<const ucontext_t*>(context)->uc_sigmask, recorded_signal) == 1;
 }
 
-/// Claims the record for this signal; false when it stays with another one. The first signal is recorded. If a later one
-/// of the same thread does not come from within its handling, an earlier handler left by a jump: the first was no crash,
-/// and its record is replaced.
+/// Claims the record for this signal; false when it stays with another one. The first signal is recorded. If a later
+/// one of the same thread does not come from within its handling, an earlier handler left by a jump: the first was no
+/// crash, and its record is replaced.
 bool FatalSignals::State::takeRecord(int signal, const HandlerPlace& place, const void* context) {
   if (is_left_alone)
     return false;
