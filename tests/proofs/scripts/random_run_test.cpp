@@ -35,6 +35,12 @@ TEST(RandomRun, GivesNobodyReasonToComplain) {
   EXPECT_EQ(figures.recorded, figures.delivered + figures.stored + figures.given_up + figures.undone);
 }
 
+TEST(RandomRun, HoldsTheKitToItsOwnNumberOfFailuresOfAClick) {
+  // In these a click is refused or lost until it is given up.
+  for (const uint64_t seed : {16U, 30U, 48U, 60U})
+    EXPECT_THAT(liveWildLife({.seed = seed, .days = 2}).complaints, IsEmpty()) << "seed " << seed;
+}
+
 TEST(RandomRun, IsTheSameToTheByteForTheSameSeed) {
   const RandomRunResult first = liveWildLife({.seed = 7, .days = 1});
   const RandomRunResult second = liveWildLife({.seed = 7, .days = 1});
