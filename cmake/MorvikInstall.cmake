@@ -8,19 +8,14 @@ include(CMakePackageConfigHelpers)
 set(morvik_include "${CMAKE_INSTALL_INCLUDEDIR}/morvik-${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}")
 set(morvik_cmake "${CMAKE_INSTALL_LIBDIR}/cmake/Morvik")
 
-# morvik_install_library(NAME FOLDER...): the library morvik_NAME and the headers of its folders.
+# morvik_install_library(NAME HEADER...): the library morvik_NAME, and the headers by which it is used. What these
+# include is installed with them, and no other header of the tree.
 function(morvik_install_library name)
   target_include_directories(morvik_${name} INTERFACE $<INSTALL_INTERFACE:${morvik_include}>)
   install(TARGETS morvik_${name} EXPORT Morvik-${name})
   install(EXPORT Morvik-${name} NAMESPACE Morvik:: DESTINATION ${morvik_cmake})
-  foreach(folder IN LISTS ARGN)
-    install(
-      DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}
-      DESTINATION ${morvik_include}
-      FILES_MATCHING
-      PATTERN "*.h"
-      PATTERN "*.inc")
-  endforeach()
+  install(CODE "include(\"${PROJECT_SOURCE_DIR}/cmake/MorvikHeaders.cmake\")")
+  install(CODE "morvik_copy_headers(\"${PROJECT_SOURCE_DIR}\" \"\${CMAKE_INSTALL_PREFIX}/${morvik_include}\" ${ARGN})")
 endfunction()
 
 # The way from the folder of the .pc files to the prefix, so that an installed tree may be moved.
@@ -32,14 +27,32 @@ function(morvik_install_pkg_config name)
   install(FILES ${PROJECT_BINARY_DIR}/morvik-${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endfunction()
 
-morvik_install_library(core kit services MorvikCoreLib)
-morvik_install_library(runtime runtime include/morvik)
-morvik_install_library(testing testing)
+# The core's values and texts.
+morvik_install_library(core kit/value.h services/json_writer.h)
+# What an app includes; and what a machine for another platform is made with, and started.
+file(GLOB morvik_app_headers RELATIVE ${PROJECT_SOURCE_DIR}/include CONFIGURE_DEPENDS include/morvik/*.h)
+morvik_install_library(
+  runtime
+  ${morvik_app_headers}
+  runtime/start.h
+  runtime/checked_options.h
+  runtime/machine/machine.h
+  services/guard.h
+  services/MorvikGVUserDefaults.h)
+# Fakes for the tests of an app or of a platform.
+morvik_install_library(
+  testing
+  testing/world.h
+  testing/json_reader.h
+  testing/fake_calendar.h
+  testing/fake_keyed_hash.h
+  testing/simulated_service.h)
 morvik_install_pkg_config(core)
 
 if(MORVIK_BUILD_HOST)
-  morvik_install_library(host host)
-  morvik_install_library(simulation simulation)
+  # An app sees none of its headers.
+  morvik_install_library(host)
+  morvik_install_library(simulation simulation/test_device.h simulation/fleet.h)
   # A static library leaves its dependencies to who links it; a shared one brings them along.
   set(morvik_host_requires "libcurl libssl libcrypto sqlite3 zlib simdjson libuv libdw")
   if(BUILD_SHARED_LIBS)

@@ -8,6 +8,8 @@
 #include <optional>
 #include <utility>
 
+#include "host/store/store_files.h"
+
 namespace morvik::simulation {
 /// What SimulatedDisk::Parts is made of; it has a name to others, and so have these.
 namespace simulated_disk {

@@ -17,8 +17,11 @@
 #include <string_view>
 #include <vector>
 
-#include "host/store/store_files.h"
 #include "simulation/disk_contents.h"
+
+namespace morvik::host {
+struct StorePlace;
+}
 
 namespace morvik::simulation {
 

@@ -26,8 +26,10 @@ StartOptions TestDeviceOptions::defaultApp() {
 TestDevice::TestDevice(TestDeviceOptions options)
     : options_(std::move(options)),
       machine_(options_.machine),
+      cipher_(machine_.makeCipher()),
+      compressor_(machine_.makeCompressor(stop_)),
       random_of_service_(options_.machine.seed),
-      service_({cipher_, compressor_, random_of_service_}, options_.keys, [this] { return machine_.loop.now(); }) {
+      service_({*cipher_, *compressor_, random_of_service_}, options_.keys, [this] { return machine_.loop.now(); }) {
   machine_.transport.setDefaultReply(service_.reply());
   if (options_.is_started)
     start();

@@ -21,8 +21,8 @@
 #include <string>
 #include <string_view>
 
-#include "host/compress/zlib_compressor.h"
-#include "host/crypto/openssl_cipher.h"
+#include "kit/crypto.h"
+#include "kit/stop_request.h"
 #include "morvik/morvik.h"
 #include "runtime/instance.h"
 #include "simulation/virtual_machine.h"
@@ -119,8 +119,10 @@ class TestDevice {
   const TestDeviceOptions options_;
   testing::RecordingLog log_;
   VirtualMachine machine_;
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
+  // Of the service, which never stops.
+  const kit::StopRequest stop_;
+  const std::unique_ptr<const kit::Cipher> cipher_;
+  const std::unique_ptr<const kit::Compressor> compressor_;
   testing::SeededRandom random_of_service_;
   testing::SimulatedService service_;
   bool is_offline_ = false;

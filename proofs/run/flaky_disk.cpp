@@ -5,6 +5,8 @@
 #include <limits>
 #include <utility>
 
+#include "host/store/store_files.h"
+
 namespace morvik::proofs {
 
 const char* nameOf(FlakyDiskFault fault) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "host/store/store_database.h"
+#include "host/store/store_files.h"
 
 namespace morvik::proofs {
 namespace {

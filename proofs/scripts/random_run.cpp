@@ -13,6 +13,7 @@
 #include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
 #include "host/store/store_database.h"
+#include "host/store/store_files.h"
 #include "proofs/oracle/tracker.h"
 #include "proofs/run/newer_program.h"
 #include "proofs/run/power_cut_loss.h"

@@ -18,6 +18,7 @@
 #include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
 #include "host/store/sqlite_store.h"
+#include "host/store/store_files.h"
 #include "proofs/oracle/expected_records.h"
 #include "proofs/run/heard_lines.h"
 #include "proofs/run/newer_program.h"

@@ -6,6 +6,7 @@
 
 #include "host/compress/zlib_compressor.h"
 #include "host/crypto/openssl_cipher.h"
+#include "host/store/store_files.h"
 #include "services/json_writer.h"
 #include "simulation/virtual_machine.h"
 #include "testing/simulated_service.h"

@@ -9,6 +9,7 @@ import tempfile
 import unittest
 
 import tree
+from test_includes import INCLUDE, NAMES_THREADS, STANDARD
 
 # With these switched off, a find_package for any of them would fail.
 NO_OTHER_LIBRARY = [f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON"
@@ -26,6 +27,11 @@ def run(*command, **more):
     if done.returncode != 0:
         raise AssertionError(f"{shlex.join(command)}\n{done.stdout}{done.stderr}")
     return done.stdout
+
+
+# By folder, how many headers are installed: of the 229 in the tree those that an app or its tests include, and what
+# these include. An app includes morvik/ alone.
+INSTALLED = {"MorvikCoreLib": 3, "kit": 30, "morvik": 7, "runtime": 10, "services": 15, "simulation": 8, "testing": 21}
 
 
 class ThePackage(unittest.TestCase):
@@ -49,6 +55,22 @@ class ThePackage(unittest.TestCase):
         folder = self.configure(name, source, *options)
         run("cmake", "--build", folder)
         return folder
+
+    def test_holds_only_the_headers_that_an_app_or_its_tests_need(self):
+        headers = self.headers()
+        folders = [header.split("/")[0] for header in headers]
+        self.assertEqual({folder: folders.count(folder) for folder in folders}, INSTALLED)
+
+    def test_headers_need_no_other_library_and_none_that_is_not_installed(self):
+        headers = self.headers()
+        standard = STANDARD | NAMES_THREADS["runtime"]
+        for header in headers:
+            for _, match in tree.findings(tree.read(self.includes, header), INCLUDE):
+                self.assertIn(match[2], headers if match[1] == '"' else standard, header)
+        source = os.path.join(self.work, "all_headers.cpp")
+        with open(source, "w", encoding="utf-8") as file:
+            file.writelines(f'#include "{header}"\n' for header in headers if header.endswith(".h"))
+        run(tree.COMPILER, "-std=c++20", "-fsyntax-only", "-I", self.includes, source)
 
     def test_find_package_serves_a_whole_app(self):
         folder = self.build("host", os.path.join(CONSUMERS, "host"))
@@ -140,6 +162,18 @@ class ThePackage(unittest.TestCase):
         self.assertRegex(targets, "(?m)^morvik_host: ")
         self.assertNotRegex(targets, "(?m)^(test_|morvik-|bench_|replay_)")
         self.assertNotIn("-Wconversion", tree.read(folder, "build.ninja"))
+
+    @property
+    def includes(self):
+        """The folder that consumers search for headers."""
+        folders = os.listdir(os.path.join(self.prefix, "include"))
+        self.assertEqual(len(folders), 1, folders)
+        return os.path.join(self.prefix, "include", folders[0])
+
+    def headers(self):
+        """Those that are installed, as they are included."""
+        return sorted(os.path.relpath(os.path.join(place, name), self.includes)
+                      for place, _, names in os.walk(self.includes) for name in names)
 
     def find(self, name):
         for place, _, names in os.walk(self.prefix):

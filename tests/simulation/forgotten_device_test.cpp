@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/store/store_files.h"
 #include "host/store/wish_file.h"
 #include "host/store/wish_sectors.h"
 #include "runtime/handed_over.h"

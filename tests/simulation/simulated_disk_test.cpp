@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/store/sqlite_store.h"
+#include "host/store/store_files.h"
 #include "simulation/virtual_flusher.h"
 #include "testing/recording_log.h"
 #include "testing/virtual_loop.h"

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/store/sqlite_store.h"
+#include "host/store/store_files.h"
 #include "runtime/machine/passing_store.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_flusher.h"

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "host/store/sqlite_store.h"
+#include "host/store/store_files.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_flusher.h"
 #include "testing/recording_log.h"

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "host/store/sqlite_store.h"
+#include "host/store/store_files.h"
 #include "runtime/machine/take_over_table.h"
 #include "runtime/siblings/kept_identifier.h"
 #include "services/MorvikGVUserDefaults.h"
