@@ -39,17 +39,17 @@ double idleKibibytes() {
   testing::SeededRandom random;
   testing::SimulatedService service(
       {cipher, compressor, random}, {"app", "hash", "tracking"}, [] { return kit::Date{}; }, 0);
-  simulation::LifeTroubles troubles = simulation::LifeTroubles::none();
+  simulation::UsageTroubles troubles = simulation::UsageTroubles::none();
   const auto make = [&](int device) {
-    auto life = std::make_unique<simulation::DeviceLife>(
-        simulation::LifeOptions{.seed = simulation::seedOfDevice(1, static_cast<uint64_t>(device)),
-                                .number = static_cast<uint64_t>(device),
-                                .troubles = troubles},
+    auto life = std::make_unique<simulation::DeviceUsage>(
+        simulation::UsageOptions{.seed = simulation::seedOfDevice(1, static_cast<uint64_t>(device)),
+                                 .number = static_cast<uint64_t>(device),
+                                 .troubles = troubles},
         service);
-    life->liveOneDay();
+    life->useOneDay();
     return life;
   };
-  std::vector<std::unique_ptr<simulation::DeviceLife>> lives;
+  std::vector<std::unique_ptr<simulation::DeviceUsage>> lives;
   lives.reserve(kIdleDevices);
   make(kIdleDevices);  // what the first one ever takes is not a device's
   const uint64_t before = residentBytes();
@@ -64,7 +64,7 @@ int run() {
   std::printf("an idle device holds %.0f KiB (the service's notes of its events included)\n", idle);
   const auto began = std::chrono::steady_clock::now();
   const simulation::FleetResult result =
-      simulation::liveFleet({.devices = kDevices, .days = kDays, .seed = 1}, [](uint64_t done) {
+      simulation::runFleet({.devices = kDevices, .days = kDays, .seed = 1}, [](uint64_t done) {
         if (done % 3000 == 0)
           std::fprintf(stderr, "%llu of %llu device-days\n", static_cast<unsigned long long>(done),
                        static_cast<unsigned long long>(kDevices * kDays));
@@ -74,12 +74,12 @@ int run() {
               static_cast<unsigned long long>(kDevices), static_cast<unsigned long long>(kDays), took.count(),
               static_cast<double>(result.counts.days) / took.count(),
               static_cast<unsigned long long>(result.counts.requests));
-  std::printf(
-      "account: %llu recorded = %llu delivered + %llu stored + %llu given up by rule, %llu lost: %s\n",
-      static_cast<unsigned long long>(result.account.recorded),
-      static_cast<unsigned long long>(result.account.delivered), static_cast<unsigned long long>(result.account.stored),
-      static_cast<unsigned long long>(result.account.given_up_by_rule),
-      static_cast<unsigned long long>(result.account.lost), result.balances() ? "balances" : "DOES NOT BALANCE");
+  std::printf("account: %llu recorded = %llu delivered + %llu stored + %llu given up by rule, %llu lost: %s\n",
+              static_cast<unsigned long long>(result.totals.recorded),
+              static_cast<unsigned long long>(result.totals.delivered),
+              static_cast<unsigned long long>(result.totals.stored),
+              static_cast<unsigned long long>(result.totals.given_up_by_rule),
+              static_cast<unsigned long long>(result.totals.lost), result.balances() ? "balances" : "DOES NOT BALANCE");
   std::printf("%s: at most %.0f s on two cores\n", took.count() <= kAimSeconds ? "met" : "MISSED", kAimSeconds);
   return result.balances() ? 0 : 1;
 }

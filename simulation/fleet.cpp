@@ -15,7 +15,7 @@ namespace morvik::simulation {
 namespace {
 
 /// The life that this thread lives now: the service's clock shows its time.
-thread_local const DeviceLife* living = nullptr;
+thread_local const DeviceUsage* living = nullptr;
 
 class Fleet {
  public:
@@ -42,20 +42,20 @@ class Fleet {
   }
 
   void liveDevice(uint64_t device) {
-    DeviceLife life({.seed = seedOfDevice(options_.seed, device),
-                     .number = device,
-                     .sessions_a_day = options_.sessions_a_day,
-                     .events_a_day = options_.events_a_day,
-                     .troubles = options_.troubles},
-                    service_);
+    DeviceUsage life({.seed = seedOfDevice(options_.seed, device),
+                      .number = device,
+                      .sessions_a_day = options_.sessions_a_day,
+                      .events_a_day = options_.events_a_day,
+                      .troubles = options_.troubles},
+                     service_);
     living = &life;
     for (uint64_t day = 0; day < options_.days; ++day) {
-      life.liveOneDay();
+      life.useOneDay();
       const std::scoped_lock hold(mutex_);
       if (progress_)
         progress_(++device_days_);
     }
-    life.liveAHealthyEnd();
+    life.playHealthyEnd();
     living = nullptr;
     take(device, life);
   }
@@ -64,12 +64,12 @@ class Fleet {
     return "(seed " + std::to_string(seedOfDevice(options_.seed, device)) + ")";
   }
 
-  void take(uint64_t device, const DeviceLife& life) {
+  void take(uint64_t device, const DeviceUsage& life) {
     std::vector<std::string> lost = life.lostEvents(kMaxNamedLosses);
     for (std::string& each : lost)
       each += " " + seedInBrackets(device);
     const std::scoped_lock hold(mutex_);
-    total_.account += life.account();
+    total_.totals += life.totals();
     total_.counts += life.counts();
     losses_[device] = std::move(lost);
   }
@@ -102,7 +102,7 @@ class Fleet {
 
 }  // namespace
 
-FleetResult liveFleet(const FleetOptions& options, const std::function<void(uint64_t device_days)>& progress) {
+FleetResult runFleet(const FleetOptions& options, const std::function<void(uint64_t device_days)>& progress) {
   return Fleet(options, progress).live();
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "simulation/device_life.h"
+#include "simulation/device_usage.h"
 
 namespace morvik::simulation {
 
@@ -24,23 +24,23 @@ struct FleetOptions {
   unsigned workers = 2;
   double sessions_a_day = 3;
   double events_a_day = 10;
-  LifeTroubles troubles;
+  UsageTroubles troubles;
 };
 
 /// The same for the same options, but for `workers`, whose number changes nothing.
 struct FleetResult {
-  LifeAccount account;
-  LifeCounts counts;
+  UsageTotals totals;
+  UsageCounts counts;
   uint64_t installs = 0;            ///< that the service attributed
   std::vector<std::string> losses;  ///< the first lost events, by device, each with the seed of its device
 
-  bool balances() const { return account.balances(); }
+  bool balances() const { return totals.balances(); }
 };
 
 /// Lives all devices to their end. `progress` is told, on any thread, one call at a time, how many device-days are
 /// lived. Blocks until all are done. What a life throws is thrown once the others
 /// have ended, as a std::runtime_error that names the device and its seed.
-FleetResult liveFleet(const FleetOptions& options, const std::function<void(uint64_t device_days)>& progress = {});
+FleetResult runFleet(const FleetOptions& options, const std::function<void(uint64_t device_days)>& progress = {});
 
 /// The seed of one device of a fleet.
 uint64_t seedOfDevice(uint64_t fleet_seed, uint64_t device);

@@ -412,9 +412,6 @@ int SimulatedDisk::Parts::syncNames(const std::string& path) {
   return code == kDropped ? SQLITE_OK : code;
 }
 
-// -------------------------------------------------------------------------------------------- what SQLite asks the
-// disk
-
 int SimulatedDisk::Parts::openFile(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, int* out_flags) {
   file->pMethods = nullptr;
   const int code = self(vfs).open(name, *reinterpret_cast<FileHandle*>(file), flags);

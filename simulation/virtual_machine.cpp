@@ -141,7 +141,7 @@ class VirtualStore final : public runtime::MachineStore {
   const std::string opening_line_;
 };
 
-/// A file beside the store: what is done to it after the disk was cut off is lost as well.
+/// A file outside the store: what is done to it after the disk was cut off is lost as well.
 class SharedShelf final : public kit::ReportShelf {
  public:
   SharedShelf(kit::ReportShelf& shelf, const SimulatedDisk* disk) : shelf_(shelf), disk_(disk) {}

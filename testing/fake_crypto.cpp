@@ -88,8 +88,6 @@ std::optional<kit::Error> FakeCipher::decrypt(std::string_view key_text, std::st
   return std::nullopt;
 }
 
-// -------------------------------------------------------------------------------------------------------- compression
-//
 // A mark, then tokens, then a checksum of the plain text (8 bytes). A token is either a count of literal bytes (1 to
 // 127) and these bytes, or 128 plus a length (4 to 131 bytes, less 4), and a distance back in two bytes.
 

@@ -54,7 +54,7 @@ int live(const FleetWords& written, const Surroundings& surroundings) {
   lives::FleetResult result;
   try {
     ProgressBar bar(surroundings.errors, surroundings.errors_are_terminal, "living");
-    result = lives::liveFleet(written.fleet, [&](uint64_t done) { bar.show(done, device_days); });
+    result = lives::runFleet(written.fleet, [&](uint64_t done) { bar.show(done, device_days); });
   } catch (const std::exception& exception) {
     surroundings.errors << "morvik-device: " << exception.what() << std::endl;
     return 1;
@@ -82,7 +82,7 @@ int runFleet(std::vector<std::string> arguments, const Surroundings& surrounding
   if (const auto status = readModeArguments(app, std::move(arguments), "morvik-device --fleet 1 --help", surroundings))
     return *status;
   if (written.untroubled)
-    written.fleet.troubles = lives::LifeTroubles::none();
+    written.fleet.troubles = lives::UsageTroubles::none();
   return live(written, surroundings);
 }
 

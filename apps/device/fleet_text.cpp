@@ -22,7 +22,7 @@ kit::Value number(uint64_t value) {
 
 std::string describe(const lives::FleetOptions& options, const lives::FleetResult& result) {
   const auto& counts = result.counts;
-  const auto& account = result.account;
+  const auto& totals = result.totals;
   std::string text;
   text += "fleet      " + counted(options.devices, "device", "devices") + ", " + counted(options.days, "day", "days") +
           " each, seed " + std::to_string(options.seed) + "\n";
@@ -33,20 +33,20 @@ std::string describe(const lives::FleetOptions& options, const lives::FleetResul
           counted(counts.offline_phases, "offline phase", "offline phases") + ", " +
           counted(counts.faults, "spoiled answer", "spoiled answers") + "\n";
   text += "service    " + counted(result.installs, "install", "installs") + " attributed, " +
-          counted(account.arrived_again, "event", "events") + " arrived again, each counted once\n";
-  text += "account    " + grouped(account.recorded) + " recorded = " + grouped(account.delivered) + " delivered + " +
-          grouped(account.stored) + " still stored + " + grouped(account.given_up_by_rule) + " given up by rule\n";
+          counted(totals.arrived_again, "event", "events") + " arrived again, each counted once\n";
+  text += "account    " + grouped(totals.recorded) + " recorded = " + grouped(totals.delivered) + " delivered + " +
+          grouped(totals.stored) + " still stored + " + grouped(totals.given_up_by_rule) + " given up by rule\n";
   for (const std::string& each : result.losses)
     text += "LOST       " + each + "\n";
-  if (account.ledger_faults > 0)
-    text += "LEDGERS    of devices were wrong " + counted(account.ledger_faults, "time", "times") + "\n";
-  text += result.balances() ? "balances\n" : "DOES NOT BALANCE: " + grouped(account.lost) + " lost\n";
+  if (totals.ledger_faults > 0)
+    text += "LEDGERS    of devices were wrong " + counted(totals.ledger_faults, "time", "times") + "\n";
+  text += result.balances() ? "balances\n" : "DOES NOT BALANCE: " + grouped(totals.lost) + " lost\n";
   return text;
 }
 
 std::string describeAsJson(const lives::FleetOptions& options, const lives::FleetResult& result) {
   const auto& counts = result.counts;
-  const auto& account = result.account;
+  const auto& totals = result.totals;
   kit::MutableArray losses;
   for (const std::string& each : result.losses)
     losses.append(each);
@@ -60,13 +60,13 @@ std::string describeAsJson(const lives::FleetOptions& options, const lives::Flee
                                           {"offline_phases", number(counts.offline_phases)},
                                           {"spoiled_answers", number(counts.faults)},
                                           {"installs", number(result.installs)},
-                                          {"recorded", number(account.recorded)},
-                                          {"delivered", number(account.delivered)},
-                                          {"stored", number(account.stored)},
-                                          {"given_up_by_rule", number(account.given_up_by_rule)},
-                                          {"lost", number(account.lost)},
-                                          {"arrived_again", number(account.arrived_again)},
-                                          {"ledger_faults", number(account.ledger_faults)},
+                                          {"recorded", number(totals.recorded)},
+                                          {"delivered", number(totals.delivered)},
+                                          {"stored", number(totals.stored)},
+                                          {"given_up_by_rule", number(totals.given_up_by_rule)},
+                                          {"lost", number(totals.lost)},
+                                          {"arrived_again", number(totals.arrived_again)},
+                                          {"ledger_faults", number(totals.ledger_faults)},
                                           {"losses", kit::Value(std::move(losses))},
                                           {"balances", result.balances()}};
   std::string text;

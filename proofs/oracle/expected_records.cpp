@@ -46,8 +46,6 @@ std::string clickName(std::string_view url) {
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------------------------------- the rules
-
 bool mayGo(Kind kind, RemovalReason reason) {
   return removalRuleOf(kind, reason).has_value();
 }
@@ -68,8 +66,6 @@ ServiceEndpoint endpointTaking(Kind kind) {
   }
   return ServiceEndpoint::kTracking;
 }
-
-// ---------------------------------------------------------------------------------------------------------- the names
 
 std::optional<Kind> kindStoredUnder(std::string_view key) {
   for (const StoredUnder& each : kStoredUnder) {
@@ -138,25 +134,23 @@ std::vector<CarriedRecord> carriedBy(ServiceEndpoint endpoint, const kit::Value&
   return carried;
 }
 
-// ----------------------------------------------------------------------------------------------------------- the book
-
 RecordNumber ExpectedRecords::record(Kind kind, std::string name, double now, int64_t key) {
-  const RecordNumber number = things_.size();
+  const RecordNumber number = records_.size();
   by_name_[indexOf(kind)].emplace(name, number);
   of_kind_[indexOf(kind)].push_back(number);
-  things_.push_back({.kind = kind, .name = std::move(name), .key = key, .recorded_at = now});
+  records_.push_back({.kind = kind, .name = std::move(name), .key = key, .recorded_at = now});
   ++expected_[indexOf(kind)];
   return number;
 }
 
 void ExpectedRecords::recordAgain(RecordNumber number, double now) {
-  ExpectedRecord& thing = things_[number];
-  thing.recorded_at = now;
-  thing.kept_from = kNever;
+  ExpectedRecord& record = records_[number];
+  record.recorded_at = now;
+  record.kept_from = kNever;
   // What a death left in doubt is counted by the ledger that settles it.
-  if (!std::exchange(thing.is_in_doubt, false))
-    ++expected_[indexOf(thing.kind)];
-  thing.is_undone = false;
+  if (!std::exchange(record.is_in_doubt, false))
+    ++expected_[indexOf(record.kind)];
+  record.is_undone = false;
 }
 
 std::optional<RecordNumber> ExpectedRecords::find(Kind kind, std::string_view name) const {
@@ -165,14 +159,14 @@ std::optional<RecordNumber> ExpectedRecords::find(Kind kind, std::string_view na
   return found == names.end() ? std::nullopt : std::optional(found->second);
 }
 
-void ExpectedRecords::isKept(RecordNumber number, double now) {
-  ExpectedRecord& thing = things_[number];
-  thing.kept_from = std::min(thing.kept_from, now);
+void ExpectedRecords::keep(RecordNumber number, double now) {
+  ExpectedRecord& record = records_[number];
+  record.kept_from = std::min(record.kept_from, now);
 }
 
-void ExpectedRecords::isWrittenLate(double since, double now) {
-  for (ExpectedRecord& thing : things_) {
-    for (double* const from : {&thing.kept_from, &thing.trimmed_from}) {
+void ExpectedRecords::writeLate(double since, double now) {
+  for (ExpectedRecord& record : records_) {
+    for (double* const from : {&record.kept_from, &record.trimmed_from}) {
       if (*from >= since && *from != kNever)
         *from = now;
     }
@@ -185,79 +179,79 @@ void ExpectedRecords::permitStored(Kind kind, RemovalReason reason) {
 }
 
 void ExpectedRecords::arrives(RecordNumber number) {
-  things_[number].has_arrived = true;
+  records_[number].has_arrived = true;
 }
 
-ExpectedRecords::Strangers ExpectedRecords::storedAre(Kind kind, const std::vector<std::string>& names) {
+ExpectedRecords::Unexpected ExpectedRecords::setStored(Kind kind, const std::vector<std::string>& names) {
   std::vector<RecordNumber>& stored = stored_[indexOf(kind)];
   const std::vector<RecordNumber> before = std::exchange(stored, {});
   for (const RecordNumber number : before) {
-    things_[number].is_stored = false;
-    things_[number].was_stored = true;
+    records_[number].is_stored = false;
+    records_[number].was_stored = true;
   }
-  Strangers strangers;
+  Unexpected unexpected;
   for (const std::string& name : names) {
     const std::optional<RecordNumber> number = find(kind, name);
     if (!number) {
-      strangers.unknown.push_back(name);
-    } else if (std::exchange(things_[*number].is_stored, true)) {
-      strangers.doubled.push_back(name);
+      unexpected.unknown.push_back(name);
+    } else if (std::exchange(records_[*number].is_stored, true)) {
+      unexpected.doubled.push_back(name);
     } else {
       stored.push_back(*number);
-      if (!things_[*number].was_stored)
-        ++things_[*number].times_stored;
+      if (!records_[*number].was_stored)
+        ++records_[*number].times_stored;
     }
   }
   for (const RecordNumber number : before)
-    things_[number].was_stored = false;
-  return strangers;
+    records_[number].was_stored = false;
+  return unexpected;
 }
 
-void ExpectedRecords::waitBesideTheStore(Kind kind, const std::vector<std::string>& names) {
+void ExpectedRecords::waitOutsideTheStore(Kind kind, const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     const std::optional<RecordNumber> number = find(kind, name);
-    if (!number || things_[*number].is_stored || std::exchange(things_[*number].waits_beside, true))
+    if (!number || records_[*number].is_stored || std::exchange(records_[*number].waits_outside_store, true))
       continue;
     --expected_[indexOf(kind)];
   }
 }
 
-void ExpectedRecords::isTakenIn(RecordNumber number) {
-  ExpectedRecord& thing = things_[number];
-  if (!std::exchange(thing.waits_beside, false))
+void ExpectedRecords::takeIn(RecordNumber number) {
+  ExpectedRecord& record = records_[number];
+  if (!std::exchange(record.waits_outside_store, false))
     return;
-  thing.kept_from = kNever;
-  ++expected_[indexOf(thing.kind)];
+  record.kept_from = kNever;
+  ++expected_[indexOf(record.kind)];
 }
 
-void ExpectedRecords::diesWith(double undone_from, bool power_lost) {
+void ExpectedRecords::die(double undone_from, bool power_lost) {
   is_in_doubt_ = true;
-  for (ExpectedRecord& thing : things_) {
-    thing.under_way = 0;
-    if (thing.trimmed_from >= undone_from)
-      thing.trimmed_from = kNever;
-    if (power_lost && thing.is_undone)
-      ++back_[indexOf(thing.kind)];
+  for (ExpectedRecord& record : records_) {
+    record.under_way = 0;
+    if (record.trimmed_from >= undone_from)
+      record.trimmed_from = kNever;
+    if (power_lost && record.is_undone)
+      ++back_[indexOf(record.kind)];
     // The device's account may have counted it, and lose it now.
-    if (thing.is_undone && thing.settled_at >= undone_from)
-      ++doubtful_[indexOf(thing.kind)];
-    if (thing.is_undone || thing.is_in_doubt || thing.waits_beside || thing.kept_from < undone_from)
+    if (record.is_undone && record.settled_at >= undone_from)
+      ++doubtful_[indexOf(record.kind)];
+    if (record.is_undone || record.is_in_doubt || record.waits_outside_store || record.kept_from < undone_from)
       continue;
-    thing.is_in_doubt = true;
-    ++doubtful_[indexOf(thing.kind)];
+    record.is_in_doubt = true;
+    ++doubtful_[indexOf(record.kind)];
   }
 }
 
 void ExpectedRecords::settle(const std::array<uint64_t, kRecordKinds>& recorded, double now) {
-  for (ExpectedRecord& thing : things_) {
-    thing.is_undone = thing.is_undone && !thing.is_stored;
-    if (!std::exchange(thing.is_in_doubt, false))
+  for (ExpectedRecord& record : records_) {
+    record.is_undone = record.is_undone && !record.is_stored;
+    if (!std::exchange(record.is_in_doubt, false))
       continue;
-    if (thing.is_stored) {
-      thing.kept_from = now;
+    if (record.is_stored) {
+      record.kept_from = now;
     } else {
-      thing.is_undone = true;
-      thing.settled_at = now;
+      record.is_undone = true;
+      record.settled_at = now;
     }
   }
   expected_ = recorded;
@@ -267,19 +261,19 @@ void ExpectedRecords::settle(const std::array<uint64_t, kRecordKinds>& recorded,
 
 ExpectedCounts ExpectedRecords::counts(Kind kind) const {
   const size_t index = indexOf(kind);
-  // What was recorded once more may be undone as well, and is no thing of its own.
+  // What was recorded once more may be undone as well, and is no record of its own.
   const uint64_t undone_at_most = doubtful_[index] + (is_in_doubt_ ? again_ever_[index] : 0);
   ExpectedCounts counts{.recorded_least = expected_[index] - std::min(expected_[index], undone_at_most),
                         .recorded_most = expected_[index] + again_[index] + back_[index],
                         .recorded_again = again_ever_[index],
                         .stored = stored_[index].size()};
   for (const RecordNumber number : of_kind_[index]) {
-    const ExpectedRecord& thing = things_[number];
-    if (thing.has_arrived)
+    const ExpectedRecord& record = records_[number];
+    if (record.has_arrived)
       ++counts.arrived;
-    if (thing.has_arrived && !thing.is_undone && !thing.is_in_doubt)
+    if (record.has_arrived && !record.is_undone && !record.is_in_doubt)
       ++counts.arrived_for_good;
-    if (thing.isGone() && !thing.is_in_doubt)
+    if (record.isGone() && !record.is_in_doubt)
       ++counts.gone;
   }
   return counts;
@@ -288,18 +282,18 @@ ExpectedCounts ExpectedRecords::counts(Kind kind) const {
 uint64_t ExpectedRecords::permitted(Kind kind, RemovalReason reason) const {
   uint64_t times = 0;
   for (const RecordNumber number : of_kind_[indexOf(kind)]) {
-    const ExpectedRecord& thing = things_[number];
-    if ((thing.may_go & bitOf(reason)) != 0)
-      times += std::max<uint64_t>(1, thing.times_stored);
+    const ExpectedRecord& record = records_[number];
+    if ((record.may_go & bitOf(reason)) != 0)
+      times += std::max<uint64_t>(1, record.times_stored);
   }
   return times;
 }
 
 std::vector<RecordNumber> ExpectedRecords::lost() const {
   std::vector<RecordNumber> lost;
-  for (RecordNumber number = 0; number < things_.size(); ++number) {
-    const ExpectedRecord& thing = things_[number];
-    if (thing.isGone() && !thing.is_in_doubt && thing.may_go == 0)
+  for (RecordNumber number = 0; number < records_.size(); ++number) {
+    const ExpectedRecord& record = records_[number];
+    if (record.isGone() && !record.is_in_doubt && record.may_go == 0)
       lost.push_back(number);
   }
   return lost;

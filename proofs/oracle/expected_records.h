@@ -1,4 +1,4 @@
-// An account of what an app recorded that is kept beside the kit and knows nothing of the kit's own: each thing told
+// What an app recorded, kept apart from the kit and without knowledge of the kit's own ledger: each record told
 // apart by its name, each arrival noted, and for each what the rules allow to become of it.
 #pragma once
 
@@ -44,18 +44,18 @@ struct ExpectedRecord {
   RemovalReasons may_go = 0;     ///< the rules that may let it go, by what was seen
   size_t under_way = 0;          ///< requests that carry it
   bool is_stored = false;
-  bool was_stored = false;      ///< while a list is compared with the one before
-  uint64_t times_stored = 0;    ///< so often it came into its list: a click may be struck off and kept again
-  bool has_arrived = false;     ///< the service has it
-  bool is_in_doubt = false;     ///< a death may have undone it
-  bool is_undone = false;       ///< one did, or it is neither there nor needed: it arrived, or a rule let it go
-  double settled_at = -kNever;  ///< when it was taken for undone
-  bool waits_beside = false;    ///< not recorded yet: a crash report that waits for the store
+  bool was_stored = false;           ///< while a list is compared with the one before
+  uint64_t times_stored = 0;         ///< so often it came into its list: a click may be struck off and kept again
+  bool has_arrived = false;          ///< the service has it
+  bool is_in_doubt = false;          ///< a death may have undone it
+  bool is_undone = false;            ///< one did, or it is neither there nor needed: it arrived, or a rule let it go
+  double settled_at = -kNever;       ///< when it was taken for undone
+  bool waits_outside_store = false;  ///< not recorded yet: a crash report that waits for the store
 
-  bool isGone() const { return !is_stored && !has_arrived && under_way == 0 && !is_undone && !waits_beside; }
+  bool isGone() const { return !is_stored && !has_arrived && under_way == 0 && !is_undone && !waits_outside_store; }
 };
 
-/// Number of a thing in the book.
+/// Place of a record among the expected ones.
 using RecordNumber = size_t;
 
 /// Of one kind, what may be said of the device's own account.
@@ -76,32 +76,32 @@ class ExpectedRecords {
   /// What a death undid comes again: a URL that was kept, say.
   void recordAgain(RecordNumber number, double now);
   /// A death undid it, or may have.
-  bool mayBeUndone(RecordNumber number) const { return things_[number].is_undone || things_[number].is_in_doubt; }
+  bool mayBeUndone(RecordNumber number) const { return records_[number].is_undone || records_[number].is_in_doubt; }
   std::optional<RecordNumber> find(RecordKind kind, std::string_view name) const;
-  ExpectedRecord& operator[](RecordNumber number) { return things_[number]; }
-  const ExpectedRecord& operator[](RecordNumber number) const { return things_[number]; }
-  const std::vector<ExpectedRecord>& all() const { return things_; }
+  ExpectedRecord& operator[](RecordNumber number) { return records_[number]; }
+  const ExpectedRecord& operator[](RecordNumber number) const { return records_[number]; }
+  const std::vector<ExpectedRecord>& all() const { return records_; }
 
   /// From now on it outlives a kill.
-  void isKept(RecordNumber number, double now);
+  void keep(RecordNumber number, double now);
   /// Its acceptance is kept from now on.
-  void isTrimmed(RecordNumber number, double now) { things_[number].trimmed_from = now; }
+  void trim(RecordNumber number, double now) { records_[number].trimmed_from = now; }
   /// What was held in memory since then, the disk having no room, is written only now.
-  void isWrittenLate(double since, double now);
-  void permit(RecordNumber number, RemovalReason reason) { things_[number].may_go |= bitOf(reason); }
+  void writeLate(double since, double now);
+  void permit(RecordNumber number, RemovalReason reason) { records_[number].may_go |= bitOf(reason); }
   void permitStored(RecordKind kind, RemovalReason reason);
   void arrives(RecordNumber number);
-  /// These, and no others, are stored of their kind. Those that are not in the book are told by `unknown`, those that
-  /// stand there twice by `doubled`.
-  struct Strangers {
+  /// These, and no others, are stored of their kind. Those that nobody recorded are told by `unknown`, those
+  /// that stand there twice by `doubled`.
+  struct Unexpected {
     std::vector<std::string> unknown;
     std::vector<std::string> doubled;
   };
-  Strangers storedAre(RecordKind kind, const std::vector<std::string>& names);
+  Unexpected setStored(RecordKind kind, const std::vector<std::string>& names);
   /// Of these the ones that are not stored wait for the store elsewhere, safe from any death; of their kind no others.
-  void waitBesideTheStore(RecordKind kind, const std::vector<std::string>& names);
+  void waitOutsideTheStore(RecordKind kind, const std::vector<std::string>& names);
   /// One that waited is in the store now.
-  void isTakenIn(RecordNumber number);
+  void takeIn(RecordNumber number);
   const std::vector<RecordNumber>& stored(RecordKind kind) const { return stored_[indexOf(kind)]; }
   /// A click that was recorded may be recorded once more.
   void mayBeRecordedAgain(RecordKind kind) {
@@ -112,7 +112,7 @@ class ExpectedRecords {
   /// What was not kept before `undone_from` may be undone. Nothing is stored nor under way until the next start. When
   /// the power was lost, what an earlier death undid may be there after all: of a write that was cut off some sectors
   /// stood on the disk, and the others come with another write that is cut off.
-  void diesWith(double undone_from, bool power_lost);
+  void die(double undone_from, bool power_lost);
   /// The next process knows what it holds: what is in doubt and neither there nor arrived is undone. `recorded`: by
   /// kind, what the device's account says; what it may say is told by counts() until then.
   void settle(const std::array<uint64_t, kRecordKinds>& recorded, double now);
@@ -124,14 +124,14 @@ class ExpectedRecords {
   std::vector<RecordNumber> lost() const;
 
  private:
-  std::vector<ExpectedRecord> things_;
+  std::vector<ExpectedRecord> records_;
   std::array<std::map<std::string, RecordNumber, std::less<>>, kRecordKinds> by_name_;
   std::array<std::vector<RecordNumber>, kRecordKinds> of_kind_;
   std::array<std::vector<RecordNumber>, kRecordKinds> stored_;
   std::array<uint64_t, kRecordKinds> expected_{};  ///< recorded, as the device should count them
   std::array<uint64_t, kRecordKinds> doubtful_{};  ///< of these, undone by the latest deaths maybe
   std::array<uint64_t, kRecordKinds> back_{};      ///< undone earlier, and there after all maybe
-  std::array<uint64_t, kRecordKinds> again_{};     ///< and beside these, recorded once more maybe
+  std::array<uint64_t, kRecordKinds> again_{};     ///< and besides these, recorded once more maybe
   bool is_in_doubt_ = false;                       ///< since the latest death
   std::array<uint64_t, kRecordKinds> again_ever_{};
 };

@@ -86,7 +86,7 @@ class LedgerAgrees final : public Invariant {
 
  private:
   void checkKind(RecordKind kind, const Ledger::Account& account) {
-    const ExpectedCounts counts = facts().things.counts(kind);
+    const ExpectedCounts counts = facts().records.counts(kind);
     needBetween(account.kind + " recorded", account.recorded, counts.recorded_least, counts.recorded_most);
     needBetween(account.kind + " stored", account.stored, counts.stored, counts.stored);
     // A click that is kept once more although it was accepted may be delivered once more.
@@ -114,7 +114,7 @@ class LedgerAgrees final : public Invariant {
     const uint64_t by_ledger = givenUp(facts().ledger->of(kind), rule);
     if (by_ledger == 0)
       return;
-    const uint64_t possible = facts().things.permitted(rule.kind, rule.reason);
+    const uint64_t possible = facts().records.permitted(rule.kind, rule.reason);
     if (by_ledger > possible)
       complain(std::string(kind) + ": " + numberText(by_ledger) + " " + rule.words + ", and only " +
                numberText(possible) + " can have been");
@@ -129,10 +129,10 @@ class NothingIsLost final : public Invariant {
   void stepEnds() override {
     if (!facts().is_alive || !facts().knows_its_store)
       return;
-    for (const RecordNumber number : facts().things.lost()) {
+    for (const RecordNumber number : facts().records.lost()) {
       if (told_.insert(number).second)
-        complain(std::string(kRecordKindNames[indexOf(facts().things[number].kind)]) + ": " +
-                 facts().things[number].name);
+        complain(std::string(kRecordKindNames[indexOf(facts().records[number].kind)]) + ": " +
+                 facts().records[number].name);
     }
   }
 
@@ -150,8 +150,8 @@ class OneBatchPerSlot final : public Invariant {
     is_free_ = true;
     starts_ = 0;
   }
-  void sessionIsAskedToStart() override { ++starts_; }
-  void loopIsIdle() override {
+  void sessionRequested() override { ++starts_; }
+  void loopIdle() override {
     if (std::exchange(starts_, 0) > 0)
       is_free_ = true;
   }
@@ -168,7 +168,7 @@ class OneBatchPerSlot final : public Invariant {
     if (starts_ > 0)
       --starts_;
     else
-      complain("a batch of " + numberText(exchange.things.size()) + " left, and the slot was taken");
+      complain("a batch of " + numberText(exchange.records.size()) + " left, and the slot was taken");
   }
 
  private:
@@ -184,10 +184,10 @@ class SentOnce final : public Invariant {
   void requestStarts(const RunExchange& exchange) override {
     if (exchange.endpoint != ServiceEndpoint::kTracking)
       return;
-    for (const RecordNumber number : exchange.things) {
-      const ExpectedRecord& thing = facts().things[number];
-      if (thing.kind == RecordKind::kActivities && thing.trimmed_from != kNever)
-        complain(thing.name);
+    for (const RecordNumber number : exchange.records) {
+      const ExpectedRecord& record = facts().records[number];
+      if (record.kind == RecordKind::kActivities && record.trimmed_from != kNever)
+        complain(record.name);
     }
   }
 };
@@ -214,7 +214,7 @@ class OneClickPerKey final : public Invariant {
   using Invariant::Invariant;
   const char* name() const override { return kOneClickPerKey; }
 
-  void valueIsSet(std::string_view key, const kit::Value& value) override {
+  void valueSet(std::string_view key, const kit::Value& value) override {
     if (key != "reEngagementInfos")
       return;
     std::set<int64_t> keys;
@@ -230,7 +230,7 @@ class CountsInBounds final : public Invariant {
   using Invariant::Invariant;
   const char* name() const override { return kCountsInBounds; }
 
-  void valueIsSet(std::string_view key, const kit::Value& value) override {
+  void valueSet(std::string_view key, const kit::Value& value) override {
     if (key != "reEngagementConversionFailedCnt")
       return;
     for (const kit::Value& count : value.array()) {
@@ -251,7 +251,7 @@ class RetriesInBounds final : public Invariant {
     if (exchange.endpoint == ServiceEndpoint::kConversion && answer)
       retries_ = refetches_ = 0;
   }
-  void blockIsPutOff(double delay_seconds) override {
+  void blockPostponed(double delay_seconds) override {
     if (delay_seconds != kConversionDelaySeconds)
       return;
     const RunExchange* const handled = facts().handled();
@@ -297,7 +297,7 @@ class AllGoesOut final : public Invariant {
     for (size_t kind = 0; kind < kRecordKinds; ++kind) {
       // The "end" of a session waits for the next one.
       const uint64_t may_wait = kindAt(kind) == RecordKind::kActivities ? 1 : 0;
-      const uint64_t waiting = facts().things.stored(kindAt(kind)).size();
+      const uint64_t waiting = facts().records.stored(kindAt(kind)).size();
       if (waiting > may_wait)
         complain(std::string(kRecordKindNames[kind]) + ": " + numberText(waiting) + " wait");
     }
@@ -335,7 +335,7 @@ class LinesAreKnown final : public Invariant {
   using Invariant::Invariant;
   const char* name() const override { return kLinesAreKnown; }
 
-  void lineIsLogged(std::string_view line) override {
+  void lineLogged(std::string_view line) override {
     const LogLineKind kind = kindOfLogLine(line);
     if (kind != LogLineKind::kKnown)
       complain((kind == LogLineKind::kAlarm ? "an alarm: " : "") + std::string(line));
@@ -347,7 +347,7 @@ class AnswersAreTrue final : public Invariant {
   using Invariant::Invariant;
   const char* name() const override { return kAnswersAreTrue; }
 
-  void isAnswered(Recorded told, Recorded rightly) override {
+  void answered(Recorded told, Recorded rightly) override {
     if (told != rightly)
       complain(std::string(toText(told)) + " in the place of: " + std::string(toText(rightly)));
   }
@@ -359,16 +359,16 @@ class NewerStoreStays final : public Invariant {
   const char* name() const override { return kNewerStoreStays; }
 
   void storeFileChanges(std::string_view path) override {
-    if (facts().is_beside_newer)
+    if (facts().is_next_to_newer)
       complain(std::string(path));
   }
 };
 
 template <class... Checkers>
 std::vector<std::unique_ptr<Invariant>> oneOfEach(const RunFacts& facts, const Invariant::Complain& complain) {
-  std::vector<std::unique_ptr<Invariant>> checkers;
-  (checkers.push_back(std::make_unique<Checkers>(facts, complain)), ...);
-  return checkers;
+  std::vector<std::unique_ptr<Invariant>> invariants;
+  (invariants.push_back(std::make_unique<Checkers>(facts, complain)), ...);
+  return invariants;
 }
 
 }  // namespace
@@ -383,7 +383,7 @@ const RunExchange* RunFacts::handled() const {
   return found == exchanges.end() ? nullptr : &found->second;
 }
 
-std::vector<std::unique_ptr<Invariant>> makeLifeCheckers(const RunFacts& facts, const Invariant::Complain& complain) {
+std::vector<std::unique_ptr<Invariant>> makeInvariants(const RunFacts& facts, const Invariant::Complain& complain) {
   return oneOfEach<LedgerIsSound, LedgerAgrees, NothingIsLost, OneBatchPerSlot, SentOnce, ForgottenIsSilent,
                    OneClickPerKey, CountsInBounds, RetriesInBounds, RequestsReturn, AllGoesOut, WishesAreKept,
                    LinesAreKnown, AnswersAreTrue, NewerStoreStays, OneDevice>(facts, complain);

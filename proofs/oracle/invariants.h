@@ -1,4 +1,4 @@
-// What must hold at every step of a device's life, whatever happens to it: one checker for each, by name.
+// What must hold at every step of a run, whatever happens: each is an invariant with a name.
 #pragma once
 
 #include <cstddef>
@@ -24,7 +24,7 @@ struct RunExchange {
   std::optional<testing::ServiceEndpoint> endpoint;
   std::string url;
   std::string body;
-  std::vector<RecordNumber> things;  ///< that it carries
+  std::vector<RecordNumber> records;  ///< that it carries
   double started_at = 0;
   std::optional<double> left_at;
   double timeout_seconds = 0;
@@ -36,10 +36,10 @@ struct RunExchange {
   bool was_made_while_unavailable = false;
 };
 
-/// What is known of a life, kept by whoever lives it.
+/// What is known of a run, kept by the tracker.
 struct RunFacts {
   double now = 0;
-  ExpectedRecords things;
+  ExpectedRecords records;
   std::map<uint64_t, RunExchange> exchanges;  ///< of the process that runs, by name
   uint64_t handling = 0;                      ///< the exchange whose handler runs; 0: none
   bool is_alive = false;
@@ -47,8 +47,8 @@ struct RunFacts {
   bool wants_to_be_forgotten = false;  ///< the app asked for it last, and that outlived every death since
   bool is_unavailable = false;         ///< the file could not be read at the start, and is still not
   bool wish_is_in_its_file = false;    ///< and that outlived every death since
-  bool is_beside_newer = false;        ///< a newer program has used the store, which is to stay as it is
-  bool knows_its_store = true;         ///< false: the file could not be read at the start, and has not come to light
+  bool is_next_to_newer = false;       ///< a newer program has used the store, which is to stay as it is
+  bool knows_its_store = true;         ///< false: the file could not be read at the start, and has not recovered
   std::optional<Ledger> ledger;        ///< of this step
   uint64_t installs = 0;               ///< that the service attributed
   bool is_all_well = false;  ///< and has been for some sessions, of an install that may send all that it records
@@ -60,7 +60,7 @@ struct RunFacts {
 /// Hears what happens and complains. By itself it hears nothing.
 class Invariant {
  public:
-  using Complain = std::function<void(const char* checker, const std::string& text)>;
+  using Complain = std::function<void(const char* invariant, const std::string& text)>;
   Invariant(const RunFacts& facts, Complain complain) : facts_(facts), complain_(std::move(complain)) {}
   virtual ~Invariant() = default;
   Invariant(const Invariant&) = delete;
@@ -70,20 +70,20 @@ class Invariant {
 
   virtual void processBegins() {}
   virtual void processEnds() {}
-  virtual void sessionIsAskedToStart() {}
+  virtual void sessionRequested() {}
   /// The loop ran dry: what was asked for is done.
-  virtual void loopIsIdle() {}
+  virtual void loopIdle() {}
   /// It stands in the facts already.
   virtual void requestStarts(const RunExchange&) {}
   /// It reaches the network now; it may have waited since it started.
   virtual void requestLeaves(const RunExchange&) {}
   /// `answer`: what the core takes for a success; nothing: a failure. Before the handler.
   virtual void exchangeEnds(const RunExchange&, const std::optional<kit::Value>&) {}
-  virtual void valueIsSet(std::string_view, const kit::Value&) {}
-  virtual void blockIsPutOff(double) {}
-  virtual void lineIsLogged(std::string_view) {}
+  virtual void valueSet(std::string_view, const kit::Value&) {}
+  virtual void blockPostponed(double) {}
+  virtual void lineLogged(std::string_view) {}
   /// What the app was told of what it recorded, and what is so.
-  virtual void isAnswered(Recorded /*told*/, Recorded /*rightly*/) {}
+  virtual void answered(Recorded /*told*/, Recorded /*rightly*/) {}
   virtual void storeFileChanges(std::string_view /*path*/) {}
   /// After every step; the facts are those of its end.
   virtual void stepEnds() {}
@@ -121,6 +121,6 @@ inline constexpr uint64_t kMaxRetries = 9;
 inline constexpr uint64_t kMaxRefetches = 1;
 
 /// One of each. `facts` outlives them.
-std::vector<std::unique_ptr<Invariant>> makeLifeCheckers(const RunFacts& facts, const Invariant::Complain& complain);
+std::vector<std::unique_ptr<Invariant>> makeInvariants(const RunFacts& facts, const Invariant::Complain& complain);
 
 }  // namespace morvik::proofs

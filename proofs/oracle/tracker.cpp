@@ -33,52 +33,48 @@ bool isOneLarge(const kit::Value& batch) {
 Tracker::Tracker(testing::SimulatedService& reader, std::function<void(std::function<void()>)> when_committed)
     : reader_(reader), when_committed_(std::move(when_committed)) {}
 
-// ---------------------------------------------------------------------------------------------------------- recording
-
 void Tracker::keepWhenCommitted(RecordNumber number) {
-  when_committed_([this, number] { facts.things.isKept(number, facts.now); });
+  when_committed_([this, number] { facts.records.keep(number, facts.now); });
 }
 
-RecordNumber Tracker::isRecorded(RecordKind kind, const std::string& name) {
-  const RecordNumber number = facts.things.record(kind, name, facts.now);
+RecordNumber Tracker::addRecord(RecordKind kind, const std::string& name) {
+  const RecordNumber number = facts.records.record(kind, name, facts.now);
   keepWhenCommitted(number);
   if (mayGo(kind, RemovalReason::kAddedDuringUpload) && facts.underWay(endpointTaking(kind)) > 0)
-    facts.things.permit(number, RemovalReason::kAddedDuringUpload);
+    facts.records.permit(number, RemovalReason::kAddedDuringUpload);
   if (kind == RecordKind::kDemographics && !has_identifier_)
-    facts.things.permit(number, RemovalReason::kNoIdentifier);
+    facts.records.permit(number, RemovalReason::kNoIdentifier);
   return number;
 }
 
-void Tracker::isSet(const std::string& name, bool is_pending, const std::string& property) {
-  for (const ExpectedRecord& thing : facts.things.all()) {
-    if (thing.kind != RecordKind::kDemographics || !thing.name.starts_with(property + "="))
+void Tracker::setDemographic(const std::string& name, bool is_pending, const std::string& property) {
+  for (const ExpectedRecord& record : facts.records.all()) {
+    if (record.kind != RecordKind::kDemographics || !record.name.starts_with(property + "="))
       continue;
-    const std::optional<RecordNumber> number = facts.things.find(thing.kind, thing.name);
-    facts.things.permit(*number, is_pending ? RemovalReason::kReplaced : RemovalReason::kTakenBack);
-    // The value of a file that comes to light later gives way to the newer one, whichever that is.
+    const std::optional<RecordNumber> number = facts.records.find(record.kind, record.name);
+    facts.records.permit(*number, is_pending ? RemovalReason::kReplaced : RemovalReason::kTakenBack);
+    // The value of a file that recovers later gives way to the newer one, whichever that is.
     if (facts.is_unavailable)
-      facts.things.permit(*number, RemovalReason::kReplaced);
+      facts.records.permit(*number, RemovalReason::kReplaced);
   }
   if (is_pending)
-    isRecorded(RecordKind::kDemographics, name);
+    addRecord(RecordKind::kDemographics, name);
 }
-
-// ----------------------------------------------------------------------------------------------------------- requests
 
 std::vector<RecordNumber> Tracker::namesIn(ServiceEndpoint endpoint, const kit::Value& payload) {
   std::vector<RecordNumber> numbers;
   for (const CarriedRecord& carried : carriedBy(endpoint, payload)) {
-    std::optional<RecordNumber> number = facts.things.find(carried.kind, carried.name);
+    std::optional<RecordNumber> number = facts.records.find(carried.kind, carried.name);
     if (!number && carried.kind == RecordKind::kReEngagementClicks) {
-      number = isRecorded(carried.kind, carried.name);
-      facts.things[*number].key = carried.key;
+      number = addRecord(carried.kind, carried.name);
+      facts.records[*number].key = carried.key;
     }
-    if (number && carried.kind == RecordKind::kReEngagementClicks && facts.things.mayBeUndone(*number)) {
-      facts.things.recordAgain(*number, facts.now);
+    if (number && carried.kind == RecordKind::kReEngagementClicks && facts.records.mayBeUndone(*number)) {
+      facts.records.recordAgain(*number, facts.now);
       keepWhenCommitted(*number);
     }
     if (!number && carried.kind == RecordKind::kCrashReports)
-      number = isRecorded(carried.kind, carried.name);
+      number = addRecord(carried.kind, carried.name);
     if (number)
       numbers.push_back(*number);
   }
@@ -86,13 +82,13 @@ std::vector<RecordNumber> Tracker::namesIn(ServiceEndpoint endpoint, const kit::
 }
 
 void Tracker::permitAll(const RunExchange& exchange, RecordKind kind, RemovalReason reason) {
-  for (const RecordNumber number : exchange.things) {
-    if (facts.things[number].kind == kind)
-      facts.things.permit(number, reason);
+  for (const RecordNumber number : exchange.records) {
+    if (facts.records[number].kind == kind)
+      facts.records.permit(number, reason);
   }
 }
 
-void Tracker::sessionIsAskedToStart() {
+void Tracker::sessionRequested() {
   for (auto& [id, exchange] : facts.exchanges)
     exchange.deletes_its_own = false;
 }
@@ -106,11 +102,11 @@ void Tracker::requestStarts(uint64_t id, const kit::Request& request, bool is_in
   exchange.timeout_seconds = request.timeout_seconds.value_or(testing::kDefaultTimeoutSeconds);
   if (exchange.endpoint) {
     const auto served = reader_.receive(request, testing::SimulatedService::Counting::kNo);
-    exchange.things = namesIn(*exchange.endpoint, served.payload);
+    exchange.records = namesIn(*exchange.endpoint, served.payload);
     exchange.is_one_large = *exchange.endpoint == ServiceEndpoint::kTracking && isOneLarge(served.payload);
   }
   if (exchange.endpoint == ServiceEndpoint::kDemographics && !has_identifier_)
-    exchange.things = facts.things.stored(RecordKind::kDemographics);
+    exchange.records = facts.records.stored(RecordKind::kDemographics);
   exchange.was_made_while_unavailable = facts.is_unavailable;
   // The answer to a batch that is still under way may take the place of this one's.
   if (exchange.endpoint == ServiceEndpoint::kTracking && facts.underWay(ServiceEndpoint::kTracking) > 0) {
@@ -123,19 +119,19 @@ void Tracker::requestStarts(uint64_t id, const kit::Request& request, bool is_in
     clickStarts();
   if (exchange.endpoint == ServiceEndpoint::kCommerce)
     permitThoseThatWaitToBeHandled(exchange);
-  for (const RecordNumber number : exchange.things)
-    ++facts.things[number].under_way;
+  for (const RecordNumber number : exchange.records)
+    ++facts.records[number].under_way;
   facts.exchanges.emplace(id, std::move(exchange));
 }
 
 /// What the list holds goes with the request. A click whose URL was handed over and comes into the list only later is
 /// cleared with it all the same.
 void Tracker::permitThoseThatWaitToBeHandled(const RunExchange& exchange) {
-  const std::set<RecordNumber> carried(exchange.things.begin(), exchange.things.end());
-  for (RecordNumber number = 0; number < facts.things.all().size(); ++number) {
-    const ExpectedRecord& thing = facts.things[number];
-    if (thing.kind == RecordKind::kCommerceClicks && !thing.has_arrived && !carried.contains(number))
-      facts.things.permit(number, RemovalReason::kAddedDuringUpload);
+  const std::set<RecordNumber> carried(exchange.records.begin(), exchange.records.end());
+  for (RecordNumber number = 0; number < facts.records.all().size(); ++number) {
+    const ExpectedRecord& record = facts.records[number];
+    if (record.kind == RecordKind::kCommerceClicks && !record.has_arrived && !carried.contains(number))
+      facts.records.permit(number, RemovalReason::kAddedDuringUpload);
   }
 }
 
@@ -156,10 +152,10 @@ const RunExchange* Tracker::requestLeaves(const kit::Request& request) {
 }
 
 void Tracker::arrives(const RunExchange& exchange) {
-  for (const RecordNumber number : exchange.things) {
+  for (const RecordNumber number : exchange.records) {
     // A payload that cannot say whose they are says nothing.
-    if (has_identifier_ || facts.things[number].kind != RecordKind::kDemographics)
-      facts.things.arrives(number);
+    if (has_identifier_ || facts.records[number].kind != RecordKind::kDemographics)
+      facts.records.arrives(number);
   }
 }
 
@@ -183,26 +179,26 @@ void Tracker::exchangeEnds(uint64_t id, bool is_not_sent, const std::optional<ki
 }
 
 void Tracker::clickEnds(const RunExchange& exchange, const std::optional<kit::Value>& answer) {
-  if (exchange.things.empty())
+  if (exchange.records.empty())
     return;
-  const RecordNumber click = exchange.things.front();
+  const RecordNumber click = exchange.records.front();
   if (!answer) {
     // Whichever failed, the newest is kept, though it may have arrived.
-    facts.things.mayBeRecordedAgain(RecordKind::kReEngagementClicks);
-    for (const RecordNumber other : facts.things.stored(RecordKind::kReEngagementClicks)) {
-      if (other != click && facts.things[other].key == facts.things[click].key)
-        facts.things.permit(click, RemovalReason::kSameKey);
+    facts.records.mayBeRecordedAgain(RecordKind::kReEngagementClicks);
+    for (const RecordNumber other : facts.records.stored(RecordKind::kReEngagementClicks)) {
+      if (other != click && facts.records[other].key == facts.records[click].key)
+        facts.records.permit(click, RemovalReason::kSameKey);
     }
     return;
   }
   if (!meansYes((*answer)["Result"])) {
-    facts.things.permit(click, RemovalReason::kNotAccepted);
+    facts.records.permit(click, RemovalReason::kNotAccepted);
     return;
   }
   const int64_t key = integerOf((*answer)["Data"]["conversion_result"]["conversion_key"]);
-  for (const RecordNumber other : facts.things.stored(RecordKind::kReEngagementClicks)) {
-    if (facts.things[other].key == key)
-      facts.things.permit(other, RemovalReason::kOtherKeyAccepted);
+  for (const RecordNumber other : facts.records.stored(RecordKind::kReEngagementClicks)) {
+    if (facts.records[other].key == key)
+      facts.records.permit(other, RemovalReason::kOtherKeyAccepted);
   }
 }
 
@@ -211,25 +207,23 @@ void Tracker::handlerEnded(uint64_t id) {
   const auto found = facts.exchanges.find(id);
   if (found == facts.exchanges.end())
     return;
-  for (const RecordNumber number : found->second.things)
-    --facts.things[number].under_way;
+  for (const RecordNumber number : found->second.records)
+    --facts.records[number].under_way;
   const bool is_trimmed = found->second.is_accepted && found->second.deletes_its_own &&
                           found->second.endpoint == ServiceEndpoint::kTracking;
-  ended_.push_back({kNever, std::move(found->second.things)});
+  ended_.push_back({kNever, std::move(found->second.records)});
   facts.exchanges.erase(found);
   when_committed_([this, is_trimmed, number = ended_.size() - 1] {
     Ended& exchange = ended_[number];
     exchange.kept_from = facts.now;
-    for (const RecordNumber thing : exchange.things) {
+    for (const RecordNumber record : exchange.records) {
       if (is_trimmed)
-        facts.things.isTrimmed(thing, facts.now);
+        facts.records.trim(record, facts.now);
     }
   });
 }
 
-// ---------------------------------------------------------------------------------------------------------- the store
-
-void Tracker::valueIsSet(std::string_view key, const kit::Value& value) {
+void Tracker::valueSet(std::string_view key, const kit::Value& value) {
   if (key == "fendoActivityInfos")
     noteActivities(value);
   else if (key == "fendoActivityInfosSentEventKeys")
@@ -257,14 +251,14 @@ void Tracker::noteActivities(const kit::Value& list) {
     if (activity_by_id_.contains(id))
       return;
     const std::string name = nameOfStored(RecordKind::kActivities, "", record);
-    std::optional<RecordNumber> number = facts.things.find(RecordKind::kActivities, name);
+    std::optional<RecordNumber> number = facts.records.find(RecordKind::kActivities, name);
     if (!number && record["activityGroupName"].string() == kSessionGroup)
-      number = isRecorded(RecordKind::kActivities, name);
+      number = addRecord(RecordKind::kActivities, name);
     if (!number)
       continue;
     activity_by_id_.emplace(id, *number);
     if (record["activityName"].string() == kEnd)
-      facts.things.permit(*number, RemovalReason::kKeptSession);
+      facts.records.permit(*number, RemovalReason::kKeptSession);
   }
 }
 
@@ -274,7 +268,7 @@ void Tracker::noteSentKeys(const kit::Value& keys) {
     return;
   for (const kit::Value& key : keys.array()) {
     if (const auto found = activity_by_id_.find(std::string(key.string())); found != activity_by_id_.end())
-      facts.things.permit(found->second, RemovalReason::kPlaceTaken);
+      facts.records.permit(found->second, RemovalReason::kPlaceTaken);
   }
 }
 
@@ -286,13 +280,11 @@ void Tracker::noteSessionEnd() {
     if (failuresOf(count) > kLastClickFailureToResend)
       spent.insert(conversionKeyOf(count));
   }
-  for (const RecordNumber click : facts.things.stored(RecordKind::kReEngagementClicks)) {
-    if (spent.contains(facts.things[click].key))
-      facts.things.permit(click, RemovalReason::kSixthSessionEnd);
+  for (const RecordNumber click : facts.records.stored(RecordKind::kReEngagementClicks)) {
+    if (spent.contains(facts.records[click].key))
+      facts.records.permit(click, RemovalReason::kSixthSessionEnd);
   }
 }
-
-// ------------------------------------------------------------------------------------------------------- the processes
 
 void Tracker::processBegins(const Read& read) {
   looked_at_.clear();
@@ -300,30 +292,30 @@ void Tracker::processBegins(const Read& read) {
   noteActivities(read("fendoActivityInfos"));
 }
 
-/// A report may have waited beside the store: it is recorded once it is in it.
-ExpectedRecords::Strangers Tracker::lookAt(RecordKind kind, std::string_view key, const kit::Value& list) {
+/// A report may have waited outside the store: it is recorded once it is in it.
+ExpectedRecords::Unexpected Tracker::lookAt(RecordKind kind, std::string_view key, const kit::Value& list) {
   Looked& looked = looked_at_[std::string(key)];
   if (looked.list.identicalTo(list) && !list.isAbsent())
-    return looked.strangers;  // what is wrong stays wrong, whoever looked first
+    return looked.unexpected;  // what is wrong stays wrong, whoever looked first
   looked.list = list;
   std::vector<std::string> names;
   for (const kit::Value& record : list.array()) {
     names.push_back(nameOfStored(kind, key, record));
-    if (kind == RecordKind::kCrashReports && !facts.things.find(kind, names.back()))
-      isRecorded(kind, names.back());
+    if (kind == RecordKind::kCrashReports && !facts.records.find(kind, names.back()))
+      addRecord(kind, names.back());
   }
-  looked.strangers = facts.things.storedAre(kind, names);
-  for (const RecordNumber number : facts.things.stored(kind)) {
-    if (!facts.things[number].waits_beside)
+  looked.unexpected = facts.records.setStored(kind, names);
+  for (const RecordNumber number : facts.records.stored(kind)) {
+    if (!facts.records[number].waits_outside_store)
       continue;
-    facts.things.isTakenIn(number);
+    facts.records.takeIn(number);
     keepWhenCommitted(number);
   }
-  return looked.strangers;
+  return looked.unexpected;
 }
 
-void Tracker::isWrittenLate(double since) {
-  facts.things.isWrittenLate(since, facts.now);
+void Tracker::writeLate(double since) {
+  facts.records.writeLate(since, facts.now);
   for (Ended& exchange : ended_) {
     if (exchange.kept_from >= since && exchange.kept_from != kNever)
       exchange.kept_from = facts.now;
@@ -336,13 +328,13 @@ void Tracker::storeRecovered(const Read& read) {
   look(read);
 }
 
-ExpectedRecords::Strangers Tracker::lookAtDemographics() {
+ExpectedRecords::Unexpected Tracker::lookAtDemographics() {
   std::vector<std::string> names;
   for (const auto& [key, value] : demographics_) {
     if (recordsIn(RecordKind::kDemographics, value) != 0)
       names.push_back(nameOfStored(RecordKind::kDemographics, key, value));
   }
-  return facts.things.storedAre(RecordKind::kDemographics, names);
+  return facts.records.setStored(RecordKind::kDemographics, names);
 }
 
 std::vector<std::string> Tracker::look(const Read& read) {
@@ -352,9 +344,9 @@ std::vector<std::string> Tracker::look(const Read& read) {
       wrong.push_back(what + name);
   };
   for (const std::string_view key : kLists) {
-    const ExpectedRecords::Strangers strangers = lookAt(*kindStoredUnder(key), key, read(key));
-    tell("stored, and nobody recorded it: ", strangers.unknown);
-    tell("stored twice: ", strangers.doubled);
+    const ExpectedRecords::Unexpected unexpected = lookAt(*kindStoredUnder(key), key, read(key));
+    tell("stored, and nobody recorded it: ", unexpected.unknown);
+    tell("stored twice: ", unexpected.doubled);
   }
   for (const std::string_view key : kDemographics)
     demographics_[std::string(key)] = read(key);
@@ -366,29 +358,29 @@ void Tracker::lookAtTheShelf(const kit::Array& reports) {
   std::vector<std::string> names;
   for (const kit::Value& report : reports)
     names.push_back(nameOfStored(RecordKind::kCrashReports, "", report));
-  facts.things.waitBesideTheStore(RecordKind::kCrashReports, names);
+  facts.records.waitOutsideTheStore(RecordKind::kCrashReports, names);
 }
 
 void Tracker::processEnds(double undone_from, bool power_lost) {
   for (const auto& [id, exchange] : facts.exchanges) {
     // A handler may have been at work: what it stored of a click is not committed, and what it took out of a list by a
     // rule was not looked at.
-    for (const RecordNumber number : exchange.things) {
-      const ExpectedRecord& thing = facts.things[number];
-      if (!thing.is_stored || thing.may_go != 0 || thing.kind == RecordKind::kReEngagementClicks)
-        facts.things.permit(number, RemovalReason::kProcessEnded);
+    for (const RecordNumber number : exchange.records) {
+      const ExpectedRecord& record = facts.records[number];
+      if (!record.is_stored || record.may_go != 0 || record.kind == RecordKind::kReEngagementClicks)
+        facts.records.permit(number, RemovalReason::kProcessEnded);
     }
   }
   // What is undone may be undone to when they were under way.
   for (const Ended& exchange : ended_) {
-    for (const RecordNumber number : exchange.things) {
+    for (const RecordNumber number : exchange.records) {
       if (exchange.kept_from >= undone_from)
-        facts.things.permit(number, RemovalReason::kProcessEnded);
+        facts.records.permit(number, RemovalReason::kProcessEnded);
     }
   }
   facts.exchanges.clear();
   facts.handling = 0;
-  facts.things.diesWith(undone_from, power_lost);
+  facts.records.die(undone_from, power_lost);
 }
 
 void Tracker::settle() {
@@ -397,7 +389,7 @@ void Tracker::settle() {
   std::array<uint64_t, kRecordKinds> recorded{};
   for (size_t kind = 0; kind < kRecordKinds; ++kind)
     recorded[kind] = facts.ledger->of(kRecordKindNames[kind]).recorded;
-  facts.things.settle(recorded, facts.now);
+  facts.records.settle(recorded, facts.now);
 }
 
 }  // namespace morvik::proofs

@@ -1,4 +1,4 @@
-// Sees what passes between a device and its machine, and keeps the facts of its life: what was recorded, which request
+// Sees what passes between a device and its machine, and keeps the facts of its run: what was recorded, which request
 // carries it, and which rule may let it go.
 #pragma once
 
@@ -18,25 +18,25 @@
 
 namespace morvik::proofs {
 
-/// Of one life. Nothing of it depends on what the kit's own ledger says.
+/// Of one run. Nothing of it depends on what the kit's own ledger says.
 class Tracker {
  public:
-  /// `reader` opens what leaves, counts nothing, and outlives the witness. `when_committed`: hands a block over that
+  /// `reader` opens what leaves, counts nothing, and outlives the tracker. `when_committed`: hands a block over that
   /// runs once the running turn is committed, and never if a death comes first.
   Tracker(testing::SimulatedService& reader, std::function<void(std::function<void()>)> when_committed);
 
   RunFacts facts;
 
   /// The app recorded something under a new name; it is kept once its turn is committed. `key`: of a click.
-  RecordNumber isRecorded(RecordKind kind, const std::string& name);
+  RecordNumber addRecord(RecordKind kind, const std::string& name);
   /// The same, of one of the three demographic values ("age=17"): it takes the place of `before`, if that is pending.
-  void isSet(const std::string& name, bool is_pending, const std::string& property);
+  void setDemographic(const std::string& name, bool is_pending, const std::string& property);
   /// The device's description names nobody: no payload of demographics says whose they are.
   void hasNoIdentifier() { has_identifier_ = false; }
 
   // What passes; the facts' clock is right.
   /// A session starts, maybe: batches that are under way delete nothing any more.
-  void sessionIsAskedToStart();
+  void sessionRequested();
   void requestStarts(uint64_t exchange, const kit::Request& request, bool is_in_background);
   /// Null when it was not seen to start. Valid until its handler ended.
   const RunExchange* requestLeaves(const kit::Request& request);
@@ -45,18 +45,18 @@ class Tracker {
   /// `is_not_sent`: it never left, and has no answer.
   void exchangeEnds(uint64_t exchange, bool is_not_sent, const std::optional<kit::Value>& answer);
   void handlerEnded(uint64_t exchange);
-  void valueIsSet(std::string_view key, const kit::Value& value);
+  void valueSet(std::string_view key, const kit::Value& value);
 
   using Read = std::function<kit::Value(std::string_view key)>;
   /// A process begins: what it finds in its store.
   void processBegins(const Read& read);
   /// What was held in memory since then is written only now.
-  void isWrittenLate(double since);
-  /// The file came to light: nothing of it was set.
+  void writeLate(double since);
+  /// The file recovered: nothing of it was set.
   void storeRecovered(const Read& read);
   /// What is stored at this moment. Tells what should not be there.
   std::vector<std::string> look(const Read& read);
-  /// The crash reports that wait beside the store.
+  /// The crash reports that wait outside the store.
   void lookAtTheShelf(const kit::Array& reports);
   void processEnds(double undone_from, bool power_lost);
   /// It is known what outlived the latest deaths: the ledger's figures stand in the facts.
@@ -64,8 +64,8 @@ class Tracker {
 
  private:
   void keepWhenCommitted(RecordNumber number);
-  ExpectedRecords::Strangers lookAtDemographics();
-  ExpectedRecords::Strangers lookAt(RecordKind kind, std::string_view key, const kit::Value& list);
+  ExpectedRecords::Unexpected lookAtDemographics();
+  ExpectedRecords::Unexpected lookAt(RecordKind kind, std::string_view key, const kit::Value& list);
   void noteActivities(const kit::Value& list);
   void noteSentKeys(const kit::Value& keys);
   void noteSessionEnd();
@@ -80,14 +80,14 @@ class Tracker {
   std::unordered_map<std::string, RecordNumber> activity_by_id_;
   struct Looked {
     kit::Value list;
-    ExpectedRecords::Strangers strangers;
+    ExpectedRecords::Unexpected unexpected;
   };
   std::unordered_map<std::string, Looked> looked_at_;            ///< by key, what was stored at the latest look
   std::map<std::string, kit::Value, std::less<>> demographics_;  ///< that are stored, by key
   kit::Value failure_counts_;
   struct Ended {
     double kept_from = kNever;  ///< what its handler did
-    std::vector<RecordNumber> things;
+    std::vector<RecordNumber> records;
   };
   std::vector<Ended> ended_;  ///< exchanges, of all processes
   bool has_identifier_ = true;

@@ -10,8 +10,8 @@
 namespace morvik::proofs {
 
 const char* nameOf(FlakyDiskFault fault) {
-  static constexpr std::array<const char*, kWildDiskFaults> kNames = {"disk full", "sync error", "read error at start",
-                                                                      "store not writable"};
+  static constexpr std::array<const char*, kFlakyDiskFaults> kNames = {"disk full", "sync error", "read error at start",
+                                                                       "store not writable"};
   return kNames[static_cast<size_t>(fault)];
 }
 
@@ -24,7 +24,7 @@ void FlakyDisk::fail(FlakyDiskFault fault, uint64_t calls, double until) {
   troubles_[static_cast<size_t>(fault)] = {calls, until};
 }
 
-void FlakyDisk::isWellAgain() {
+void FlakyDisk::recover() {
   troubles_ = {};
 }
 
@@ -50,7 +50,7 @@ void FlakyDisk::powerWasLost() {
 
 void FlakyDisk::storeWasSynced() {
   for (const Held held : {Held::kLog, Held::kNames, Held::kFreshFile})
-    isSynced(held);
+    markSynced(held);
   is_file_fresh_ = false;
 }
 
@@ -63,12 +63,12 @@ std::optional<double> FlakyDisk::unsyncedForAReasonSince() const {
   return earliest;
 }
 
-void FlakyDisk::isChanged(Held held) {
+void FlakyDisk::markChanged(Held held) {
   std::optional<double>& since = unsynced_[static_cast<size_t>(held)].since;
   since = since.value_or(now_());
 }
 
-void FlakyDisk::isSynced(Held held) {
+void FlakyDisk::markSynced(Held held) {
   unsynced_[static_cast<size_t>(held)] = {};
 }
 
@@ -92,7 +92,7 @@ int FlakyDisk::decide(const simulation::DiskCall& call) {
   const bool is_wish_made = call.path.ends_with(".wish.new");  // which nothing needs until it has its name
   switch (call.kind) {
     case simulation::DiskCall::Kind::kRead:
-      // A wish that cannot be read counts as made, which would silence the whole life.
+      // A wish that cannot be read counts as made, which would silence the whole run.
       return is_starting_ && !is_wish && fails(FlakyDiskFault::kReadErrorAtStart) ? SQLITE_IOERR_READ : SQLITE_OK;
     case simulation::DiskCall::Kind::kWrite:
     case simulation::DiskCall::Kind::kTruncate:
@@ -101,19 +101,19 @@ int FlakyDisk::decide(const simulation::DiskCall& call) {
       if (!(is_wish && call.kind == simulation::DiskCall::Kind::kWrite) && fails(FlakyDiskFault::kFull))
         return SQLITE_FULL;
       if (call.kind == simulation::DiskCall::Kind::kCreate) {
-        isChanged(Held::kNames);
+        markChanged(Held::kNames);
         is_file_fresh_ = is_file_fresh_ || !(is_log || is_wish || is_wish_made);
       }
       if (is_wish)
-        isChanged(Held::kWish);
+        markChanged(Held::kWish);
       else if (is_log)
-        isChanged(Held::kLog);
+        markChanged(Held::kLog);
       else if (is_file_fresh_ && !is_wish_made)
-        isChanged(Held::kFreshFile);
+        markChanged(Held::kFreshFile);
       return SQLITE_OK;
     case simulation::DiskCall::Kind::kRename:
     case simulation::DiskCall::Kind::kRemove:
-      isChanged(Held::kNames);
+      markChanged(Held::kNames);
       return SQLITE_OK;
     case simulation::DiskCall::Kind::kSync:
     case simulation::DiskCall::Kind::kSyncFolder:
@@ -122,13 +122,13 @@ int FlakyDisk::decide(const simulation::DiskCall& call) {
         return SQLITE_IOERR_FSYNC;
       }
       if (call.kind == simulation::DiskCall::Kind::kSyncFolder) {
-        isSynced(Held::kNames);
+        markSynced(Held::kNames);
       } else if (is_wish) {
-        isSynced(Held::kWish);
+        markSynced(Held::kWish);
       } else if (is_log) {
-        isSynced(Held::kLog);
+        markSynced(Held::kLog);
       } else if (!is_wish_made) {
-        isSynced(Held::kFreshFile);
+        markSynced(Held::kFreshFile);
         is_file_fresh_ = false;
       }
       return SQLITE_OK;

@@ -18,7 +18,7 @@ enum class FlakyDiskFault : uint8_t {
   kReadErrorAtStart,
   kUnwritable,  ///< the store's own files can be read and not changed
 };
-inline constexpr size_t kWildDiskFaults = 4;
+inline constexpr size_t kFlakyDiskFaults = 4;
 const char* nameOf(FlakyDiskFault fault);
 
 class FlakyDisk {
@@ -30,7 +30,7 @@ class FlakyDisk {
 
   /// The next calls of that kind fail: `calls` of them, and then until the time is over.
   void fail(FlakyDiskFault fault, uint64_t calls, double until);
-  void isWellAgain();
+  void recover();
   /// Read errors come while a process starts, and only then.
   void processStarts(bool is_starting) { is_starting_ = is_starting; }
 
@@ -43,7 +43,7 @@ class FlakyDisk {
   /// Since when something stands on it unsynced for a reason: a sync failed, a process died, or the store could not be
   /// written. Nothing: there is none.
   std::optional<double> unsyncedForAReasonSince() const;
-  const std::array<uint64_t, kWildDiskFaults>& failed() const { return failed_; }
+  const std::array<uint64_t, kFlakyDiskFaults>& failed() const { return failed_; }
   /// Changes one of the store's own files, or its name.
   bool changesTheStore(const simulation::DiskCall& call);
 
@@ -59,8 +59,8 @@ class FlakyDisk {
 
   const std::function<double()> now_;
   const std::function<void(const simulation::DiskCall&)> changed_;
-  std::array<Trouble, kWildDiskFaults> troubles_{};
-  std::array<uint64_t, kWildDiskFaults> failed_{};
+  std::array<Trouble, kFlakyDiskFaults> troubles_{};
+  std::array<uint64_t, kFlakyDiskFaults> failed_{};
   bool is_starting_ = false;
   /// What a power cut would take: changes of the log, of the names, and of a file that was never synced itself. One
   /// that was needs no sync: whatever it lacks stands in the log.
@@ -70,8 +70,8 @@ class FlakyDisk {
     std::optional<double> since;
     bool for_a_reason = false;
   };
-  void isChanged(Held held);
-  void isSynced(Held held);
+  void markChanged(Held held);
+  void markSynced(Held held);
 
   std::array<Unsynced, kHeld> unsynced_{};
   bool is_file_fresh_ = true;

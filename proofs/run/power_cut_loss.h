@@ -7,7 +7,7 @@ namespace morvik::proofs {
 /// asks of it. A flush begins half a second after what it is for, and may find another one under way.
 double powerCutLossSeconds(double sync_seconds);
 inline constexpr double kPowerCutLossSeconds = 1.0;  ///< of a disk that is fast
-/// Of a disk that is slow, in a life that has one.
+/// Of a disk that is slow, in a run that has one.
 inline constexpr double kSlowestSyncSeconds = 3;
 /// As slow as none, to see that it is found out.
 inline constexpr double kTooSlowSyncSeconds = 60;

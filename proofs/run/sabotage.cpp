@@ -19,9 +19,9 @@ bool isBatch(const kit::Request& request) {
   return testing::endpointOf(request.url) == ServiceEndpoint::kTracking;
 }
 
-class Meddler final : public MachineSabotage {
+class SelectedSabotage final : public MachineSabotage {
  public:
-  explicit Meddler(Sabotage sabotage) : sabotage_(sabotage) {}
+  explicit SelectedSabotage(Sabotage sabotage) : sabotage_(sabotage) {}
 
   size_t copiesOf(const kit::Request& request) override {
     return sabotage_ == Sabotage::kSendsBatchesTwice && isBatch(request) ? 2 : 1;
@@ -108,8 +108,8 @@ class Meddler final : public MachineSabotage {
 
 }  // namespace
 
-std::unique_ptr<MachineSabotage> makeMeddler(Sabotage sabotage) {
-  return sabotage == Sabotage::kNone ? nullptr : std::make_unique<Meddler>(sabotage);
+std::unique_ptr<MachineSabotage> makeSabotage(Sabotage sabotage) {
+  return sabotage == Sabotage::kNone ? nullptr : std::make_unique<SelectedSabotage>(sabotage);
 }
 
 }  // namespace morvik::proofs

@@ -1,4 +1,4 @@
-// What is made wrong on purpose in a wild life, to see that it is found out.
+// What is made wrong on purpose in a random run, to see that it is found out.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@ enum class Sabotage : uint8_t {
   kNone,
   kForgetsAnActivity,   ///< every 20th activity that is stored never reaches the store
   kSendsBatchesTwice,   ///< each batch starts twice
-  kStoresStrangers,     ///< an impression that nobody recorded stands beside each that was
+  kStoresStrangers,     ///< an impression that nobody recorded stands next to each that was
   kStoresClicksTwice,   ///< the stored list of clicks holds each twice
   kCountsTooFar,        ///< failure counts are ten too high
   kRetriesTwice,        ///< each conversion that is put off is put off twice
@@ -26,12 +26,12 @@ enum class Sabotage : uint8_t {
   kForgetsToDelete,     ///< what an accepted batch deletes of the activities stays
   kSaysStrangeThings,   ///< lines of the log are not those of the kit
   kIgnoresTheVersion,   ///< a store of a newer version is used as any other
-  kLosesTheWishFile,    ///< beside a store of a newer version nothing knows of the wish
+  kLosesTheWishFile,    ///< next to a store of a newer version nothing knows of the wish
   kSaysItIsKept,        ///< the app is told that what it recorded is kept, whatever became of it
   kSyncsTooLate,        ///< a slow disk takes a minute to sync, and counts as much faster
 };
 
 /// Null for kNone.
-std::unique_ptr<MachineSabotage> makeMeddler(Sabotage sabotage);
+std::unique_ptr<MachineSabotage> makeSabotage(Sabotage sabotage);
 
 }  // namespace morvik::proofs

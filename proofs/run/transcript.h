@@ -1,4 +1,4 @@
-// What happened in a life, as one number: two lives with the same number were the same to the byte.
+// What happened in a run, as one number: two runs with the same number were the same to the byte.
 #pragma once
 
 #include <cstddef>

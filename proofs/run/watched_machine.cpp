@@ -20,56 +20,56 @@ class WatchedStore final : public runtime::PassingStore {
  public:
   /// `log`: what the store says goes there.
   WatchedStore(std::unique_ptr<kit::LogSink> log, std::unique_ptr<runtime::MachineStore> store, MachineWatcher& watcher,
-               MachineSabotage& meddler)
-      : PassingStore(*store), log_(std::move(log)), owned_(std::move(store)), watcher_(watcher), meddler_(meddler) {}
+               MachineSabotage& sabotage)
+      : PassingStore(*store), log_(std::move(log)), owned_(std::move(store)), watcher_(watcher), sabotage_(sabotage) {}
 
   kit::Value get(std::string_view key) const override {
-    meddler_.storeIsCalled();
+    sabotage_.storeIsCalled();
     return store_.get(key);
   }
   void set(std::string_view key, kit::Value value) override {
-    meddler_.storeIsCalled();
-    value = meddler_.stored(key, std::move(value));
-    watcher_.valueIsSet(key, value);
+    sabotage_.storeIsCalled();
+    value = sabotage_.stored(key, std::move(value));
+    watcher_.valueSet(key, value);
     store_.set(key, std::move(value));
   }
   void append(std::string_view key, kit::Value element) override {
-    meddler_.storeIsCalled();
+    sabotage_.storeIsCalled();
     kit::MutableArray list(store_.get(key));
     list.append(element);
-    kit::Value whole = meddler_.stored(key, kit::Value(std::move(list)));
-    watcher_.valueIsSet(key, whole);
+    kit::Value whole = sabotage_.stored(key, kit::Value(std::move(list)));
+    watcher_.valueSet(key, whole);
     store_.set(key, std::move(whole));
   }
   void replace(std::string_view key, const kit::Value& before, kit::Value after) override {
-    meddler_.storeIsCalled();
+    sabotage_.storeIsCalled();
     set(key, kit::continuedList(before, store_.get(key), std::move(after)));
   }
   void setTogether(std::span<runtime::StoreWrite> writes) override {
-    meddler_.storeIsCalled();
+    sabotage_.storeIsCalled();
     for (runtime::StoreWrite& write : writes) {
-      write.value = meddler_.stored(write.key, std::move(write.value));
-      watcher_.valueIsSet(write.key, write.value);
+      write.value = sabotage_.stored(write.key, std::move(write.value));
+      watcher_.valueSet(write.key, write.value);
     }
     store_.setTogether(writes);
   }
   bool synchronize() override {
-    meddler_.storeIsCalled();
+    sabotage_.storeIsCalled();
     return store_.synchronize();
   }
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override {
     const kit::Value set = value;
     const bool is_kept = store_.trySetAndSynchronize(key, std::move(value));
     if (is_kept)
-      watcher_.valueIsSet(key, set);
+      watcher_.valueSet(key, set);
     return is_kept;
   }
   bool commitTurn() override {
-    meddler_.storeIsCalled();
+    sabotage_.storeIsCalled();
     return store_.commitTurn();
   }
   bool synchronizeUntold() override {
-    meddler_.storeIsCalled();
+    sabotage_.storeIsCalled();
     return store_.synchronizeUntold();
   }
 
@@ -77,13 +77,13 @@ class WatchedStore final : public runtime::PassingStore {
   const std::unique_ptr<kit::LogSink> log_;
   const std::unique_ptr<runtime::MachineStore> owned_;
   MachineWatcher& watcher_;
-  MachineSabotage& meddler_;
+  MachineSabotage& sabotage_;
 };
 
 class WatchedLoop final : public runtime::MachineLoop {
  public:
-  WatchedLoop(std::unique_ptr<runtime::MachineLoop> loop, MachineWatcher& watcher, MachineSabotage& meddler)
-      : loop_(std::move(loop)), watcher_(watcher), meddler_(meddler) {}
+  WatchedLoop(std::unique_ptr<runtime::MachineLoop> loop, MachineWatcher& watcher, MachineSabotage& sabotage)
+      : loop_(std::move(loop)), watcher_(watcher), sabotage_(sabotage) {}
 
   void setFrame(runtime::TurnFrame frame) override { loop_->setFrame(std::move(frame)); }
   std::optional<kit::Error> open() override { return loop_->open(); }
@@ -94,8 +94,8 @@ class WatchedLoop final : public runtime::MachineLoop {
   void letGo() override { loop_->letGo(); }
   void async(kit::Block block) override { loop_->async(std::move(block)); }
   void after(double delay_seconds, kit::Block block) override {
-    for (size_t times = meddler_.timesPutOff(delay_seconds); times > 0; --times) {
-      watcher_.blockIsPutOff(delay_seconds);
+    for (size_t times = sabotage_.timesPutOff(delay_seconds); times > 0; --times) {
+      watcher_.blockPostponed(delay_seconds);
       loop_->after(delay_seconds, block);
     }
   }
@@ -122,23 +122,23 @@ class WatchedLoop final : public runtime::MachineLoop {
  private:
   const std::unique_ptr<runtime::MachineLoop> loop_;
   MachineWatcher& watcher_;
-  MachineSabotage& meddler_;
+  MachineSabotage& sabotage_;
 };
 
 class WatchedTransport final : public runtime::PassingTransport {
  public:
   WatchedTransport(std::unique_ptr<runtime::MachineTransport> transport, uint64_t& last_exchange,
-                   MachineWatcher& watcher, MachineSabotage& meddler)
+                   MachineWatcher& watcher, MachineSabotage& sabotage)
       : PassingTransport(*transport),
         owned_(std::move(transport)),
         last_exchange_(last_exchange),
         watcher_(watcher),
-        meddler_(meddler) {}
+        sabotage_(sabotage) {}
 
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {
-    const size_t copies = meddler_.copiesOf(request);
-    const bool is_lost = meddler_.losesHandlerOf(request);
-    const bool is_spoiled = meddler_.spoilsAnswerTo(request);
+    const size_t copies = sabotage_.copiesOf(request);
+    const bool is_lost = sabotage_.losesHandlerOf(request);
+    const bool is_spoiled = sabotage_.spoilsAnswerTo(request);
     for (size_t copy = 0; copy < copies; ++copy) {
       const uint64_t exchange = ++last_exchange_;
       watcher_.requestStarts(exchange, request);
@@ -159,33 +159,33 @@ class WatchedTransport final : public runtime::PassingTransport {
   const std::unique_ptr<runtime::MachineTransport> owned_;
   uint64_t& last_exchange_;
   MachineWatcher& watcher_;
-  MachineSabotage& meddler_;
+  MachineSabotage& sabotage_;
 };
 
 }  // namespace
 
 WatchedMachine::WatchedMachine(simulation::VirtualMachineOptions options, MachineWatcher& watcher,
-                               MachineSabotage* meddler)
+                               MachineSabotage* sabotage)
     : simulation::VirtualMachine(std::move(options)),
       watcher_(watcher),
-      meddler_(meddler != nullptr ? *meddler : noMeddler()) {}
+      sabotage_(sabotage != nullptr ? *sabotage : noMeddler()) {}
 
 std::unique_ptr<runtime::MachineStore> WatchedMachine::makeStore(const std::string& folder, kit::LogSink& log) {
   auto watched =
       std::make_unique<HeardLines>(log, [&watcher = watcher_](std::string_view text) { watcher.storeSays(text); });
   auto made = simulation::VirtualMachine::makeStore(folder, *watched);
-  return std::make_unique<WatchedStore>(std::move(watched), std::move(made), watcher_, meddler_);
+  return std::make_unique<WatchedStore>(std::move(watched), std::move(made), watcher_, sabotage_);
 }
 
 std::unique_ptr<runtime::MachineLoop> WatchedMachine::makeMainLoop(MainQueueMode mode, const services::Logger& logger) {
-  return std::make_unique<WatchedLoop>(simulation::VirtualMachine::makeMainLoop(mode, logger), watcher_, meddler_);
+  return std::make_unique<WatchedLoop>(simulation::VirtualMachine::makeMainLoop(mode, logger), watcher_, sabotage_);
 }
 
 std::unique_ptr<runtime::MachineTransport> WatchedMachine::makeTransport(runtime::TransportParts parts) {
-  if (meddler_.losesTheWishWhileRequestsWait())
+  if (sabotage_.losesTheWishWhileRequestsWait())
     parts.is_forgotten = [] { return false; };
   return std::make_unique<WatchedTransport>(simulation::VirtualMachine::makeTransport(std::move(parts)), last_exchange_,
-                                            watcher_, meddler_);
+                                            watcher_, sabotage_);
 }
 
 }  // namespace morvik::proofs

@@ -1,5 +1,5 @@
 // A virtual machine on which everything that the host asks of its store, its network and its main queue can be
-// watched, and can be meddled with.
+// watched, and can be sabotaged.
 #pragma once
 
 #include <cstddef>
@@ -24,11 +24,11 @@ class MachineWatcher {
   virtual void handlerBegins(uint64_t exchange, const kit::TransportOutcome& outcome) = 0;
   virtual void handlerEnded(uint64_t exchange) = 0;
   /// A value is set in the store, in memory: what the turn wrote is committed later.
-  virtual void valueIsSet(std::string_view key, const kit::Value& value) = 0;
+  virtual void valueSet(std::string_view key, const kit::Value& value) = 0;
   /// The store says something of itself, to be logged or not.
   virtual void storeSays(std::string_view /*line*/) {}
   /// A block is put off on the main queue, by the core.
-  virtual void blockIsPutOff(double delay_seconds) = 0;
+  virtual void blockPostponed(double delay_seconds) = 0;
 };
 
 /// Stands between the host and the machine and does what no machine should, to see that it is found out. By itself it
@@ -44,7 +44,7 @@ class MachineSabotage {
   /// Whether the handler gets an error in the place of the answer.
   virtual bool spoilsAnswerTo(const kit::Request&) { return false; }
   /// The host is about to call its store. Unlike the others this may call the host, as a thread of the app's could at
-  /// that moment: what records, if Host::mayRecordHere() says so.
+  /// that moment: what records, if Instance::mayRecordHere() says so.
   virtual void storeIsCalled() {}
   /// What is stored in the place of the value.
   virtual kit::Value stored(std::string_view, kit::Value value) { return value; }
@@ -54,10 +54,10 @@ class MachineSabotage {
   virtual size_t timesPutOff(double) { return 1; }
 };
 
-/// `watcher` and `meddler` outlive it; the latter may be null.
+/// `watcher` and `sabotage` outlive it; the latter may be null.
 class WatchedMachine final : public simulation::VirtualMachine {
  public:
-  WatchedMachine(simulation::VirtualMachineOptions options, MachineWatcher& watcher, MachineSabotage* meddler);
+  WatchedMachine(simulation::VirtualMachineOptions options, MachineWatcher& watcher, MachineSabotage* sabotage);
 
   std::unique_ptr<runtime::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override;
   std::unique_ptr<runtime::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
@@ -65,7 +65,7 @@ class WatchedMachine final : public simulation::VirtualMachine {
 
  private:
   MachineWatcher& watcher_;
-  MachineSabotage& meddler_;
+  MachineSabotage& sabotage_;
   uint64_t last_exchange_ = 0;
 };
 

@@ -51,7 +51,7 @@ class Trial {
       : options_(options), progress_(progress) {}
 
   CrashPointResult run() {
-    choosePoints(liveUncut());
+    choosePoints(playUncut());
     texts_.resize(points_.size());
     simulation::runOnThreads(options_.workers, [this] { work(); });
     for (const auto& of_point : texts_)
@@ -62,7 +62,7 @@ class Trial {
   }
 
  private:
-  ScriptedRunResult liveUncut() {
+  ScriptedRunResult playUncut() {
     ScriptedRunResult whole = playScriptedRun({.seed = options_.seed});
     addComplaints(whole);
     for (const std::string& text : whole.texts)
@@ -81,11 +81,11 @@ class Trial {
 
   void work() {
     for (size_t next = next_++; next < points_.size(); next = next_++)
-      take(next, liveAt(points_[next]));
+      take(next, playAt(points_[next]));
   }
 
-  ScriptedRunResult liveAt(const Point& point) const {
-    ScriptedRunOptions life = lifeAtPoint(point.mode, point.number, options_.seed);
+  ScriptedRunResult playAt(const Point& point) const {
+    ScriptedRunOptions life = runAtPoint(point.mode, point.number, options_.seed);
     life.sabotage = options_.sabotage;
     return playScriptedRun(life);
   }
@@ -98,7 +98,7 @@ class Trial {
     result_.deaths += lived.cuts;
     result_.installs += lived.installs;
     result_.sent_twice += lived.sent_twice;
-    result_.account += lived.account;
+    result_.totals += lived.totals;
     for (size_t i = 0; i < kOccasions; ++i)
       result_.occasions[i] += lived.occasions[i];
     addComplaints(lived);
@@ -180,7 +180,7 @@ ScriptedRunOptions deathAtPoint(PointMode mode, uint64_t number, uint64_t seed) 
 
 }  // namespace
 
-ScriptedRunOptions lifeAtPoint(PointMode mode, uint64_t number, uint64_t seed) {
+ScriptedRunOptions runAtPoint(PointMode mode, uint64_t number, uint64_t seed) {
   ScriptedRunOptions life = deathAtPoint(mode, number, seed);
   life.seed = seed;
   return life;
@@ -194,13 +194,13 @@ CrashPointResult tryCrashPoints(const CrashPointOptions& options,
 namespace {
 
 /// What the rules let go, by name.
-void addGivenUp(std::string& text, const ScriptedRunAccount& account) {
+void addGivenUp(std::string& text, const ScriptedRunTotals& totals) {
   const auto rules = removalRules();
   for (size_t row = 0; row < rules.size(); ++row) {
-    if (account.given_up[row] != 0)
+    if (totals.given_up[row] != 0)
       addFigureLine(text,
                     std::string("of these ") + kRecordKindNames[indexOf(rules[row].kind)] + " " + rules[row].words,
-                    account.given_up[row]);
+                    totals.given_up[row]);
   }
 }
 
@@ -218,13 +218,13 @@ std::string figuresOf(const CrashPointResult& result) {
   addFigureLine(text, "points tried in all", result.tried_in_all);
   addFigureLine(text, "deaths, with those of the script", result.deaths);
   addFigureLine(text, "installs attributed", result.installs);
-  addFigureLine(text, "recorded", result.account.recorded);
-  addFigureLine(text, "delivered", result.account.delivered);
-  addFigureLine(text, "stored at the end", result.account.stored);
-  addFigureLine(text, "given up by rule", result.account.givenUp());
-  addGivenUp(text, result.account);
-  addFigureLine(text, "not kept yet when the cut came", result.account.not_kept_yet);
-  addFigureLine(text, "kept in memory only, and gone with it", result.account.kept_in_memory);
+  addFigureLine(text, "recorded", result.totals.recorded);
+  addFigureLine(text, "delivered", result.totals.delivered);
+  addFigureLine(text, "stored at the end", result.totals.stored);
+  addFigureLine(text, "given up by rule", result.totals.givenUp());
+  addGivenUp(text, result.totals);
+  addFigureLine(text, "not kept yet when the cut came", result.totals.not_kept_yet);
+  addFigureLine(text, "kept in memory only, and gone with it", result.totals.kept_in_memory);
   addFigureLine(text, "events sent twice for a reason", result.sent_twice);
   for (size_t i = 0; i < kOccasions; ++i)
     addFigureLine(text, nameOf(static_cast<Occasion>(i)), result.occasions[i]);

@@ -1,5 +1,5 @@
-// One busy life, played once for each change that it makes on its disk and cut off there; and once for each call that
-// the disk can fail.
+// One scripted run, played once for each change that it makes on its disk and cut off there; and once for each call
+// that the disk can fail.
 #pragma once
 
 #include <array>
@@ -69,20 +69,20 @@ struct CrashPointResult {
   uint64_t installs = 0;
   uint64_t sent_twice = 0;  ///< for a reason
   std::array<uint64_t, kOccasions> occasions{};
-  ScriptedRunAccount account;
+  ScriptedRunTotals totals;
   std::array<uint64_t, kComplaints> complaints{};
   std::vector<std::string> texts;  ///< the first complaints, in the order of the points
 
   uint64_t count(Complaint complaint) const { return complaints[static_cast<size_t>(complaint)]; }
 };
 
-/// Lives one life per point, and one that nothing cuts off, to count the points. `progress` is told, on any thread, one
-/// call at a time, how many of the former are lived, of how many.
+/// Plays one run per point, and one that nothing cuts off, to count the points. `progress` is told, on any thread, one
+/// call at a time, how many of the former are played, of how many.
 CrashPointResult tryCrashPoints(const CrashPointOptions& options,
                                 const std::function<void(uint64_t lived, uint64_t of)>& progress = {});
 
 /// One of them, as tryCrashPoints() lives it.
-ScriptedRunOptions lifeAtPoint(PointMode mode, uint64_t number, uint64_t seed);
+ScriptedRunOptions runAtPoint(PointMode mode, uint64_t number, uint64_t seed);
 
 /// The figures, a line each.
 std::string figuresOf(const CrashPointResult& result);

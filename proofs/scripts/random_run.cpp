@@ -98,11 +98,11 @@ class RandomRun final : private MachineWatcher {
   explicit RandomRun(const RandomRunOptions& options)
       : options_(options),
         dice_(options.seed),
-        meddler_(makeMeddler(options.sabotage)),
+        sabotage_(makeSabotage(options.sabotage)),
         disk_([this] { return now(); }, [this](const simulation::DiskCall& call) { diskChanges(call); }),
-        machine_(machineOptions(), *this, meddler_.get()),
-        checkers_(makeLifeCheckers(witness_.facts, [this](const char* checker, const std::string& text) {
-          complain(std::string(checker) + ": " + text);
+        machine_(machineOptions(), *this, sabotage_.get()),
+        invariants_(makeInvariants(tracker_.facts, [this](const char* invariant, const std::string& text) {
+          complain(std::string(invariant) + ": " + text);
         })) {
     machine_.transport.setObserver([this](const kit::Request& request) { leaves(request); });
     machine_.transport.on("").alwaysBy([this](const kit::Request& request) { return serve(request); });
@@ -115,7 +115,7 @@ class RandomRun final : private MachineWatcher {
       while (result_.complaints.empty() && now() - began < options_.days * simulation::kDaySeconds)
         step();
       if (result_.complaints.empty())
-        liveAHealthyEnd();
+        playHealthyEnd();
     } catch (const std::exception& thrown) {
       complain(std::string("broken: ") + thrown.what());
     }
@@ -125,9 +125,6 @@ class RandomRun final : private MachineWatcher {
   }
 
  private:
-  // ------------------------------------------------------------------------------------------------ the device's
-  // traits
-
   simulation::VirtualMachineOptions machineOptions() {
     simulation::VirtualMachineOptions options;
     options.seed = dice_.next();
@@ -138,12 +135,12 @@ class RandomRun final : private MachineWatcher {
   void drawTraits() {
     app_ = simulation::simulatedApp();
     app_.log_level = kMostTalkative;
-    app_.log_sink = [this](std::string_view line) { meddler_ ? hear(meddler_->logged(line)) : hear(line); };
+    app_.log_sink = [this](std::string_view line) { sabotage_ ? hear(sabotage_->logged(line)) : hear(line); };
     if (dice_.happens(0.1))
       app_.device.idfa = Identifier::none();
     if (dice_.happens(0.1)) {
       app_.device.puid = Identifier::none();
-      witness_.hasNoIdentifier();
+      tracker_.hasNoIdentifier();
     }
     if (dice_.happens(0.04))
       app_.tracking_key = "";
@@ -227,7 +224,7 @@ class RandomRun final : private MachineWatcher {
         {"the weather changes", 6, &RandomRun::changeTheWeather},
         {"the clock is set", 2, &RandomRun::setTheClock},
         {"the disk fails", 3, &RandomRun::failTheDisk},
-        {"the disk is well again", 2, &RandomRun::mendTheDisk},
+        {"the disk is well again", 2, &RandomRun::repairTheDisk},
         {"a newer program uses the store", 1.5, &RandomRun::letANewerProgramUseTheStore},
         {"the newer program comes back", 5, &RandomRun::takeTheStoreBack},
         {"the process is killed", 4, &RandomRun::killTheProcess},
@@ -273,9 +270,9 @@ class RandomRun final : private MachineWatcher {
     const uint64_t oddness = dice_.below(12);
     perform([this, name, padding, oddness] {
       if (process_->isGdprForgetMe())
-        return isAnswered(process_->addActivity("shop", name, "refused"), Recorded::kRefusedForgotten);
+        return answered(process_->addActivity("shop", name, "refused"), Recorded::kRefusedForgotten);
       if (oddness == 3)
-        return isAnswered(process_->addActivity("", name, "refused"), Recorded::kRefusedEmpty);
+        return answered(process_->addActivity("", name, "refused"), Recorded::kRefusedEmpty);
       std::optional<std::string> param = "sku" + std::string(padding, '.');
       if (oddness == 0)
         param.reset();
@@ -283,7 +280,7 @@ class RandomRun final : private MachineWatcher {
         param = "\xc3\x28 not UTF-8 \xff";
       if (oddness == 2)
         param = "\"\\\n\t\x01 \xf0\x9f\x98\x80";
-      witness_.isRecorded(RecordKind::kActivities, name);
+      tracker_.addRecord(RecordKind::kActivities, name);
       isAnsweredByTheStore(process_->addActivity("shop", name, param));
     });
   }
@@ -294,11 +291,11 @@ class RandomRun final : private MachineWatcher {
       ++result_.figures.kept_in_memory;
     // What a stop still lets run may come behind the store's end.
     if (!is_stopping_)
-      isAnswered(answer, trouble_since_ ? Recorded::kKeptInMemory : Recorded::kKept);
+      answered(answer, trouble_since_ ? Recorded::kKeptInMemory : Recorded::kKept);
   }
-  void isAnswered(Recorded told, Recorded rightly) {
+  void answered(Recorded told, Recorded rightly) {
     if (!isCut())
-      tell([&](Invariant& checker) { checker.isAnswered(told, rightly); });
+      tell([&](Invariant& invariant) { invariant.answered(told, rightly); });
   }
   /// Its neighbours are those of the other verbs.
   void recordSomethingTooLarge() {
@@ -308,11 +305,11 @@ class RandomRun final : private MachineWatcher {
       const Recorded rightly =
           process_->isGdprForgetMe() && what < 2 ? Recorded::kRefusedForgotten : Recorded::kRefusedTooLarge;
       if (what == 0)
-        isAnswered(process_->addActivity("shop", "look", text), rightly);
+        answered(process_->addActivity("shop", "look", text), rightly);
       else if (what == 1)
-        isAnswered(process_->addImpression({.campaign_key = 7, .space_key = text}), rightly);
+        answered(process_->addImpression({.campaign_key = 7, .space_key = text}), rightly);
       else
-        isAnswered(what == 2 ? process_->setUserId(text) : process_->passOpenURL("shop://offer?cid=" + text), rightly);
+        answered(what == 2 ? process_->setUserId(text) : process_->passOpenURL("shop://offer?cid=" + text), rightly);
       ++result_.figures.too_large;
     });
   }
@@ -321,8 +318,8 @@ class RandomRun final : private MachineWatcher {
     perform([this, name] {
       if (process_->isGdprForgetMe())
         return;
-      const RecordNumber number = witness_.isRecorded(RecordKind::kActivities, name);
-      witness_.facts.things.permit(number, RemovalReason::kKeptSession);
+      const RecordNumber number = tracker_.addRecord(RecordKind::kActivities, name);
+      tracker_.facts.records.permit(number, RemovalReason::kKeptSession);
       process_->addActivity("game", "end", name);
     });
   }
@@ -338,7 +335,7 @@ class RandomRun final : private MachineWatcher {
     perform([this, name] {
       const kit::Value impression =
           kit::Dictionary{{"campaignKey", 7}, {"spaceKey", name}, {"createdAt", kit::Value(machine_.loop.now())}};
-      witness_.isRecorded(RecordKind::kImpressions, name);
+      tracker_.addRecord(RecordKind::kImpressions, name);
       const auto properties = process_->properties();
       properties.inOneStep([&] {
         kit::MutableArray impressions(properties.fendoImpressionInfos());
@@ -367,7 +364,7 @@ class RandomRun final : private MachineWatcher {
         app_.device.idfa.source() != Identifier::Source::kNone || beginning.find("ck=") != std::string::npos;
     perform([this, counts, name, url = beginning + name] {
       if (counts)
-        witness_.isRecorded(RecordKind::kCommerceClicks, name);
+        tracker_.addRecord(RecordKind::kCommerceClicks, name);
       process_->passOpenURL(url);
     });
   }
@@ -403,33 +400,33 @@ class RandomRun final : private MachineWatcher {
   void setAnAge() {
     const auto age = static_cast<int32_t>(++last_name_);
     perform([this, age] {
-      witness_.isSet("age=" + std::to_string(age), true, "age");
+      tracker_.setDemographic("age=" + std::to_string(age), true, "age");
       process_->setAge(age);
     });
   }
   void setAGender() {
     const auto gender = static_cast<int32_t>(++last_name_);
     perform([this, gender] {
-      witness_.isSet("gender=" + std::to_string(gender), true, "gender");
+      tracker_.setDemographic("gender=" + std::to_string(gender), true, "gender");
       process_->setGender(gender);
     });
   }
   void setAUserId() {
     const std::string name = nextName("user");
     perform([this, name] {
-      witness_.isSet("userId=" + name, true, "userId");
+      tracker_.setDemographic("userId=" + name, true, "userId");
       process_->setUserId(name);
     });
   }
   void takeAnAgeBack() {
     perform([this] {
-      witness_.isSet("", false, "age");
+      tracker_.setDemographic("", false, "age");
       process_->setAge(-1);
     });
   }
   void takeAGenderBack() {
     perform([this] {
-      witness_.isSet("", false, "gender");
+      tracker_.setDemographic("", false, "gender");
       process_->setGender(-1);
     });
   }
@@ -441,9 +438,9 @@ class RandomRun final : private MachineWatcher {
     });
   }
   void isWished(bool forget_me) {
-    witness_.facts.wants_to_be_forgotten = forget_me;
+    tracker_.facts.wants_to_be_forgotten = forget_me;
     wish_kept_from_ = wish_in_file_from_ = kNever;
-    witness_.facts.wish_is_in_its_file = false;
+    tracker_.facts.wish_is_in_its_file = false;
     whenCommitted([this] {
       wish_kept_from_ = now();
       lookAtTheWishFile();
@@ -451,7 +448,7 @@ class RandomRun final : private MachineWatcher {
   }
   /// A wish is safe in either of its homes.
   void lookAtTheWishFile() {
-    RunFacts& facts = witness_.facts;
+    RunFacts& facts = tracker_.facts;
     if (!facts.wants_to_be_forgotten || !process_ || !process_->isGdprForgetMe() || wish_in_file_from_ != kNever ||
         process_->status().wish_file != WishFileState::kGood)
       return;
@@ -507,8 +504,8 @@ class RandomRun final : private MachineWatcher {
     if (!process_ || (is_active_ && !dice_.happens(0.1)))
       return;
     perform([this] {
-      witness_.sessionIsAskedToStart();
-      tell([](Invariant& checker) { checker.sessionIsAskedToStart(); });
+      tracker_.sessionRequested();
+      tell([](Invariant& invariant) { invariant.sessionRequested(); });
       process_->applicationDidBecomeActive();
     });
     is_active_ = true;
@@ -559,7 +556,7 @@ class RandomRun final : private MachineWatcher {
     ++result_.figures.clock_jumps;
   }
   void failTheDisk() {
-    const auto fault = static_cast<FlakyDiskFault>(dice_.below(kWildDiskFaults));
+    const auto fault = static_cast<FlakyDiskFault>(dice_.below(kFlakyDiskFaults));
     note(nameOf(fault));
     if (fault == FlakyDiskFault::kUnwritable)
       return disk_.fail(fault, 0, now() + dice_.between(0, 20 * simulation::kMinuteSeconds));
@@ -567,10 +564,10 @@ class RandomRun final : private MachineWatcher {
     disk_.fail(fault, dice_.happens(0.5) ? 1 : 1 + dice_.below(kMostFailingCalls),
                for_a_while ? now() + dice_.between(0, 20 * simulation::kMinuteSeconds) : 0);
   }
-  void mendTheDisk() { disk_.isWellAgain(); }
+  void repairTheDisk() { disk_.recover(); }
 
   void letANewerProgramUseTheStore() {
-    if (witness_.facts.is_beside_newer)
+    if (tracker_.facts.is_next_to_newer)
       return;
     endInOrder();
     if (process_ || isCut())
@@ -583,15 +580,15 @@ class RandomRun final : private MachineWatcher {
     if (options_.sabotage == Sabotage::kLosesTheWishFile)
       disk_.disk.put(wishFileNextTo(disk_.disk.place()), wishFileOfARememberedUser());
     disk_.storeWasSynced();
-    witness_.facts.is_beside_newer = true;
+    tracker_.facts.is_next_to_newer = true;
   }
   void takeTheStoreBack() {
-    if (!witness_.facts.is_beside_newer)
+    if (!tracker_.facts.is_next_to_newer)
       return;
     endInOrder();
     if (process_ || isCut())
       return;
-    witness_.facts.is_beside_newer = false;
+    tracker_.facts.is_next_to_newer = false;
     static_cast<void>(useWithNewerProgram(disk_.disk, host::kStoreVersion));
     disk_.storeWasSynced();
   }
@@ -602,12 +599,12 @@ class RandomRun final : private MachineWatcher {
     if (process_ || isCut())
       return;
     ++result_.figures.processes;
-    tell([](Invariant& checker) { checker.processBegins(); });
-    witness_.facts.now = now();
-    const bool is_beside_newer = witness_.facts.is_beside_newer;
-    witness_.facts.knows_its_store = !is_beside_newer;
-    witness_.facts.is_unavailable = is_beside_newer;
-    if (is_beside_newer) {
+    tell([](Invariant& invariant) { invariant.processBegins(); });
+    tracker_.facts.now = now();
+    const bool is_next_to_newer = tracker_.facts.is_next_to_newer;
+    tracker_.facts.knows_its_store = !is_next_to_newer;
+    tracker_.facts.is_unavailable = is_next_to_newer;
+    if (is_next_to_newer) {
       ++result_.figures.newer_stores;
       trouble_since_ = now();
     }
@@ -629,7 +626,7 @@ class RandomRun final : private MachineWatcher {
     if (isCut())
       return;
     made_device_at_ = std::min(made_device_at_, now());
-    witness_.processBegins(reader());
+    tracker_.processBegins(reader());
     // Not the bytes on the disk: SQLite salts its log from a source that all threads share.
     for (const auto& [name, value] : process_->allStored()) {
       transcript_.add(name);
@@ -713,20 +710,20 @@ class RandomRun final : private MachineWatcher {
   void isDead(double undone_from, bool power_lost) {
     if (wish_in_file_from_ >= (power_lost ? unsyncedFrom() : kNever)) {
       wish_in_file_from_ = kNever;
-      witness_.facts.wish_is_in_its_file = false;
+      tracker_.facts.wish_is_in_its_file = false;
     }
-    tell([](Invariant& checker) { checker.processEnds(); });
-    witness_.processEnds(undone_from, power_lost);
-    witness_.facts.is_alive = false;
-    witness_.facts.ledger.reset();
-    if (wish_kept_from_ >= undone_from && !witness_.facts.wish_is_in_its_file) {
+    tell([](Invariant& invariant) { invariant.processEnds(); });
+    tracker_.processEnds(undone_from, power_lost);
+    tracker_.facts.is_alive = false;
+    tracker_.facts.ledger.reset();
+    if (wish_kept_from_ >= undone_from && !tracker_.facts.wish_is_in_its_file) {
       is_wish_in_doubt_ = true;
-      witness_.facts.wants_to_be_forgotten = false;
+      tracker_.facts.wants_to_be_forgotten = false;
     }
     if (made_device_at_ >= undone_from) {
       other_devices_ = service_.installs();
       made_device_at_ = kNever;
-      witness_.facts.installs = 0;
+      tracker_.facts.installs = 0;
     }
     is_active_ = false;
     trouble_since_.reset();
@@ -778,7 +775,7 @@ class RandomRun final : private MachineWatcher {
       machine_.loop.afterCommit([this, block = std::move(block)] {
         if (isCut())
           return;
-        witness_.facts.now = now();
+        tracker_.facts.now = now();
         block();
       });
     }
@@ -787,60 +784,60 @@ class RandomRun final : private MachineWatcher {
   // ------------------------------------------------------------------------------------------------------ the watcher
 
   bool isHeard() {
-    witness_.facts.now = now();
-    witness_.facts.is_forgotten = process_ && process_->isGdprForgetMe();
+    tracker_.facts.now = now();
+    tracker_.facts.is_forgotten = process_ && process_->isGdprForgetMe();
     if (!isCut() && process_)
-      followTheLight();
+      noteRecovery();
     return !isCut();
   }
 
-  /// Where the file can be read and not be written, no line tells that it has come to light; the install's name does.
-  void followTheLight() {
-    RunFacts& facts = witness_.facts;
-    if (facts.is_beside_newer)
+  /// Where the file can be read and not be written, no line tells that it has recovered; the install's name does.
+  void noteRecovery() {
+    RunFacts& facts = tracker_.facts;
+    if (facts.is_next_to_newer)
       return;
     if (facts.is_unavailable && process_->storedValue(kInstallIdKey) != name_while_unavailable_) {
       facts.is_unavailable = false;
-      has_come_to_light_ = true;
+      has_recovered_ = true;
     }
-    if (std::exchange(has_come_to_light_, false))
-      witness_.storeRecovered(reader());
+    if (std::exchange(has_recovered_, false))
+      tracker_.storeRecovered(reader());
   }
 
   void requestStarts(uint64_t exchange, const kit::Request& request) override {
     if (!isHeard())
       return;
     const bool is_in_background = machine_.loop.running() == testing::VirtualLoop::Running::kBackgroundBlock;
-    witness_.requestStarts(exchange, request, is_in_background);
-    tell([&](Invariant& checker) { checker.requestStarts(witness_.facts.exchanges.at(exchange)); });
+    tracker_.requestStarts(exchange, request, is_in_background);
+    tell([&](Invariant& invariant) { invariant.requestStarts(tracker_.facts.exchanges.at(exchange)); });
   }
   void handlerBegins(uint64_t exchange, const kit::TransportOutcome& outcome) override {
     if (!isHeard())
       return;
     const std::optional<kit::Value> answer = successIn(outcome);
-    witness_.exchangeEnds(exchange, outcome.isNotSent(), answer);
-    const RunExchange* const ended = witness_.facts.handled();
+    tracker_.exchangeEnds(exchange, outcome.isNotSent(), answer);
+    const RunExchange* const ended = tracker_.facts.handled();
     if (ended == nullptr)
       return;
-    tell([&](Invariant& checker) { checker.exchangeEnds(*ended, answer); });
+    tell([&](Invariant& invariant) { invariant.exchangeEnds(*ended, answer); });
     if (ended->endpoint == ServiceEndpoint::kErasure && answer)
       isWished(true);
   }
   void handlerEnded(uint64_t exchange) override {
     if (isHeard())
-      witness_.handlerEnded(exchange);
+      tracker_.handlerEnded(exchange);
   }
-  void valueIsSet(std::string_view key, const kit::Value& value) override {
+  void valueSet(std::string_view key, const kit::Value& value) override {
     if (!isHeard())
       return;
     if (options_.trace && kindStoredUnder(key))
       trace("  store ", std::string(key) + " is set, " + std::to_string(value.size()) + " records");
-    witness_.valueIsSet(key, value);
-    tell([&](Invariant& checker) { checker.valueIsSet(key, value); });
+    tracker_.valueSet(key, value);
+    tell([&](Invariant& invariant) { invariant.valueSet(key, value); });
   }
-  void blockIsPutOff(double delay_seconds) override {
+  void blockPostponed(double delay_seconds) override {
     if (isHeard())
-      tell([&](Invariant& checker) { checker.blockIsPutOff(delay_seconds); });
+      tell([&](Invariant& invariant) { invariant.blockPostponed(delay_seconds); });
   }
 
   void hear(std::string_view line) {
@@ -849,7 +846,7 @@ class RandomRun final : private MachineWatcher {
     ++result_.figures.log_lines;
     transcript_.add(line);
     trace("  log ", line);
-    tell([&](Invariant& checker) { checker.lineIsLogged(line); });
+    tell([&](Invariant& invariant) { invariant.lineLogged(line); });
   }
   void storeSays(std::string_view line) override {
     if (isCut())
@@ -858,19 +855,19 @@ class RandomRun final : private MachineWatcher {
     if (says("cannot be written (") || says("cannot be opened ("))
       trouble_since_ = trouble_since_.value_or(now());
     if (says("cannot be opened (") && is_starting_) {
-      witness_.facts.knows_its_store = false;
-      witness_.facts.is_unavailable = true;
+      tracker_.facts.knows_its_store = false;
+      tracker_.facts.is_unavailable = true;
     }
     if (says("can be written again")) {
-      isWrittenLate(trouble_since_.value_or(now()));
+      writeLate(trouble_since_.value_or(now()));
       trouble_since_.reset();
-      has_come_to_light_ = std::exchange(witness_.facts.is_unavailable, false);
+      has_recovered_ = std::exchange(tracker_.facts.is_unavailable, false);
     }
   }
 
-  void isWrittenLate(double since) {
-    witness_.facts.now = now();
-    witness_.isWrittenLate(since);
+  void writeLate(double since) {
+    tracker_.facts.now = now();
+    tracker_.writeLate(since);
     for (double* const kept_from : {&wish_kept_from_, &made_device_at_}) {
       if (*kept_from >= since && *kept_from != kNever)
         *kept_from = now();
@@ -887,7 +884,7 @@ class RandomRun final : private MachineWatcher {
                            std::to_string(call.offset) + ", " + std::to_string(call.size) + " bytes");
     }
     if (process_ && disk_.changesTheStore(call))
-      tell([&](Invariant& checker) { checker.storeFileChanges(call.path); });
+      tell([&](Invariant& invariant) { invariant.storeFileChanges(call.path); });
     transcript_.add(static_cast<uint64_t>(call.kind));
     transcript_.add(call.path);
     transcript_.add(static_cast<uint64_t>(call.offset));
@@ -903,9 +900,9 @@ class RandomRun final : private MachineWatcher {
     transcript_.add(request.url);
     transcript_.add(request.body);
     trace("  request ", request.url);
-    leaving_ = witness_.requestLeaves(request);
+    leaving_ = tracker_.requestLeaves(request);
     if (leaving_ != nullptr)
-      tell([&](Invariant& checker) { checker.requestLeaves(*leaving_); });
+      tell([&](Invariant& invariant) { invariant.requestLeaves(*leaving_); });
   }
 
   Answer serve(const kit::Request& request) {
@@ -919,7 +916,7 @@ class RandomRun final : private MachineWatcher {
     if (treated.served.refusal)
       complain("the service understands what comes: " + request.url + ": " + *treated.served.refusal);
     if (treated.served.counted && leaving_ != nullptr)
-      witness_.arrives(*leaving_);
+      tracker_.arrives(*leaving_);
     noteInstalls();
     return treated.answer;
   }
@@ -927,9 +924,9 @@ class RandomRun final : private MachineWatcher {
   /// Who does not know yet who it is gives itself a name for the time being.
   void noteInstalls() {
     const bool is_another_for_now = leaving_ != nullptr && leaving_->was_made_while_unavailable;
-    if (is_another_for_now && service_.installs() > other_devices_ + witness_.facts.installs)
+    if (is_another_for_now && service_.installs() > other_devices_ + tracker_.facts.installs)
       ++other_devices_;
-    witness_.facts.installs = service_.installs() - other_devices_;
+    tracker_.facts.installs = service_.installs() - other_devices_;
   }
 
   // ------------------------------------------------------------------------------------------------------- the checks
@@ -940,12 +937,12 @@ class RandomRun final : private MachineWatcher {
 
   template <class Event>
   void tell(const Event& event) {
-    for (const auto& checker : checkers_)
-      event(*checker);
+    for (const auto& invariant : invariants_)
+      event(*invariant);
   }
 
   void check() {
-    RunFacts& facts = witness_.facts;
+    RunFacts& facts = tracker_.facts;
     facts.now = now();
     facts.is_alive = process_ != nullptr;
     if (process_) {
@@ -954,37 +951,37 @@ class RandomRun final : private MachineWatcher {
       traceLedger(*facts.ledger);
       if (!facts.knows_its_store && !trouble_since_ && machine_.loop.waitingMainBlocks() == 0)
         facts.knows_its_store = true;
-      for (const std::string& wrong : witness_.look(reader()))
+      for (const std::string& wrong : tracker_.look(reader()))
         complain(std::string(kStoreHoldsEachOnce) + ": " + wrong);
-      witness_.lookAtTheShelf(machine_.report_shelf.reports());
+      tracker_.lookAtTheShelf(machine_.report_shelf.reports());
       if (facts.knows_its_store && std::exchange(is_wish_in_doubt_, false)) {
         facts.wants_to_be_forgotten = facts.is_forgotten;
         wish_kept_from_ = now();
       }
       lookAtTheWishFile();
       if (machine_.loop.waitingMainBlocks() == 0)
-        tell([](Invariant& checker) { checker.loopIsIdle(); });
+        tell([](Invariant& invariant) { invariant.loopIdle(); });
     }
-    tell([](Invariant& checker) { checker.stepEnds(); });
+    tell([](Invariant& invariant) { invariant.stepEnds(); });
     if (process_ && is_unsettled_ && facts.knows_its_store) {
       is_unsettled_ = false;
-      witness_.settle();
+      tracker_.settle();
     }
     machine_.transport.clearRequests();
   }
 
   void complain(const std::string& text) {
     trace("! ", text);
-    if (result_.complaints.size() < kMaxWildComplaints)
+    if (result_.complaints.size() < kMaxRunComplaints)
       result_.complaints.push_back(text);
   }
 
   // ------------------------------------------------------------------------------------------------------- the end
 
-  void liveAHealthyEnd() {
+  void playHealthyEnd() {
     note("a healthy end");
     is_healthy_ = true;
-    disk_.isWellAgain();
+    disk_.recover();
     is_offline_ = is_app_offline_ = false;
     machine_.transport.goOnline();
     dieIfCut();
@@ -1006,7 +1003,7 @@ class RandomRun final : private MachineWatcher {
       check();
     }
     advance(5 * simulation::kMinuteSeconds);
-    witness_.facts.is_all_well = mayDeliverAll();
+    tracker_.facts.is_all_well = mayDeliverAll();
     check();
     if (process_ && process_->pending().background_tasks > 0)
       complain(std::string(kRequestsReturn) + ": a background task was never ended");
@@ -1025,15 +1022,15 @@ class RandomRun final : private MachineWatcher {
   void end() {
     RandomRunFigures& figures = result_.figures;
     figures.lives = 1;
-    for (size_t fault = 0; fault < kWildDiskFaults; ++fault)
+    for (size_t fault = 0; fault < kFlakyDiskFaults; ++fault)
       figures.disk_faults[fault] = disk_.failed()[fault];
-    for (const ExpectedRecord& thing : witness_.facts.things.all()) {
+    for (const ExpectedRecord& record : tracker_.facts.records.all()) {
       ++figures.recorded;
-      if (thing.has_arrived)
+      if (record.has_arrived)
         ++figures.delivered;
-      else if (thing.is_stored)
+      else if (record.is_stored)
         ++figures.stored;
-      else if (thing.is_undone || thing.is_in_doubt)
+      else if (record.is_undone || record.is_in_doubt)
         ++figures.undone;
       else
         ++figures.given_up;
@@ -1073,7 +1070,7 @@ class RandomRun final : private MachineWatcher {
 
   const RandomRunOptions options_;
   simulation::Dice dice_;
-  const std::unique_ptr<MachineSabotage> meddler_;
+  const std::unique_ptr<MachineSabotage> sabotage_;
   FlakyDisk disk_;
   WatchedMachine machine_;
   const host::OpensslCipher cipher_;
@@ -1083,8 +1080,8 @@ class RandomRun final : private MachineWatcher {
       {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
   SimulatedService reader_{
       {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
-  Tracker witness_{reader_, [this](std::function<void()> block) { whenCommitted(std::move(block)); }};
-  const std::vector<std::unique_ptr<Invariant>> checkers_;
+  Tracker tracker_{reader_, [this](std::function<void()> block) { whenCommitted(std::move(block)); }};
+  const std::vector<std::unique_ptr<Invariant>> invariants_;
   StartOptions app_;
   std::shared_ptr<MorvikCoreDelegate> delegate_;
   std::unique_ptr<runtime::Instance> process_;
@@ -1097,10 +1094,10 @@ class RandomRun final : private MachineWatcher {
   bool is_starting_ = false;
   bool is_unsettled_ = false;
   kit::Value name_while_unavailable_;  ///< of the install, for the time being
-  bool has_come_to_light_ = false;     ///< what the store holds, a moment ago
+  bool has_recovered_ = false;         ///< what the store holds, a moment ago
   bool is_wish_in_doubt_ = false;
   double wish_in_file_from_ = kNever;
-  double sync_seconds_ = 0;  ///< that the disk takes, as the life counts with it
+  double sync_seconds_ = 0;  ///< that the disk takes, as the run counts with it
   bool is_stopping_ = false;
   bool is_dying_ = false;  ///< of an exception
   double wish_kept_from_ = 0;
@@ -1119,7 +1116,7 @@ class RandomRun final : private MachineWatcher {
 }  // namespace
 
 const char* nameOf(RandomRunEnd death) {
-  static constexpr std::array<const char*, kWildDeaths> kNames = {
+  static constexpr std::array<const char*, kRandomRunEnds> kNames = {
       "killed", "power lost", "power lost, torn", "power lost, scattered", "crashed", "ended in order"};
   return kNames[static_cast<size_t>(death)];
 }
@@ -1155,7 +1152,7 @@ RandomRunFigures& RandomRunFigures::operator+=(const RandomRunFigures& other) {
   return *this;
 }
 
-RandomRunResult liveWildLife(const RandomRunOptions& options) {
+RandomRunResult playRandomRun(const RandomRunOptions& options) {
   return RandomRun(options).live();
 }
 

@@ -44,7 +44,7 @@ using testing::ServiceEndpoint;
 using testing::SimulatedService;
 
 constexpr double kAnswerSeconds = 0.2;
-/// So much comes with an event of the long queue that its log has to begin anew.
+/// So much comes with an event of the long queue that its log has to begin again.
 constexpr size_t kLongParamBytes = 700;
 constexpr int kLongQueueEvents = 90;
 constexpr size_t kNameBytes = 16;  // of a name in a complaint
@@ -54,7 +54,7 @@ constexpr uint64_t kDroppedWriteEvery = 50;
 constexpr double kStoreRetriedSeconds = 12;
 
 /// How the service treats what comes.
-enum class Mood : uint8_t {
+enum class ServiceState : uint8_t {
   kHealthy,
   kRefuses,      ///< a bad status
   kSaysNo,       ///< a good one, and "no"
@@ -190,7 +190,7 @@ class ScriptedRun {
 
   ScriptedRunResult live() {
     try {
-      simulation::callFor("the life", [this] { liveAndSettle(); });
+      simulation::callFor("the life", [this] { playAndSettle(); });
     } catch (const std::runtime_error& thrown) {
       complain(Complaint::kBroken, thrown.what());
       die(simulation::DiskCut::killed());
@@ -201,16 +201,16 @@ class ScriptedRun {
   }
 
  private:
-  void liveAndSettle() {
+  void playAndSettle() {
     for (const auto& chapter : chapters()) {
       chapter();
       endCutProcess();
       takeTheStoreBack();
     }
-    liveAHealthyEnd();
+    playHealthyEnd();
     if (isCut())  // in the end itself
-      liveAHealthyEnd();
-    settleAccount();
+      playHealthyEnd();
+    settleTotals();
   }
 
   // ------------------------------------------------------------------------------------------------------ the script
@@ -239,7 +239,7 @@ class ScriptedRun {
   }
 
   void firstStart() {
-    moods_[ServiceEndpoint::kReEngagement] = Mood::kRefuses;
+    service_states_[ServiceEndpoint::kReEngagement] = ServiceState::kRefuses;
     openSession();
     addImpression();
     record(12);
@@ -251,45 +251,45 @@ class ScriptedRun {
 
   /// The user is back within the minute; the batch at the end is refused.
   void keptSession() {
-    moods_[ServiceEndpoint::kTracking] = Mood::kRefuses;
+    service_states_[ServiceEndpoint::kTracking] = ServiceState::kRefuses;
     openSession();
     record(4);
     openLink(Kind::kReEngagementClicks);
     leaveSession();
-    moods_[ServiceEndpoint::kTracking] = Mood::kSaysNo;
+    service_states_[ServiceEndpoint::kTracking] = ServiceState::kSaysNo;
     pass(simulation::kHourSeconds);
   }
 
   void lostAnswers() {
-    moods_[ServiceEndpoint::kTracking] = Mood::kAnswerLost;
-    moods_[ServiceEndpoint::kDemographics] = Mood::kNotReached;
+    service_states_[ServiceEndpoint::kTracking] = ServiceState::kAnswerLost;
+    service_states_[ServiceEndpoint::kDemographics] = ServiceState::kNotReached;
     openSession();
     record(3);
     setUserId();
     addImpression();
-    moods_[ServiceEndpoint::kTracking] = Mood::kAnswersJunk;
+    service_states_[ServiceEndpoint::kTracking] = ServiceState::kAnswersJunk;
     pushTracking();
     record(2);
-    moods_[ServiceEndpoint::kTracking] = Mood::kHealthy;
+    service_states_[ServiceEndpoint::kTracking] = ServiceState::kHealthy;
     pushTracking();
     leaveSession();
-    moods_.clear();
+    service_states_.clear();
     pass(simulation::kHourSeconds);
   }
 
   /// The app dies of its own fault in a session; the next start reports it.
   void crash() {
-    moods_[ServiceEndpoint::kCommerce] = Mood::kRefuses;
+    service_states_[ServiceEndpoint::kCommerce] = ServiceState::kRefuses;
     openSession();
     record(3);
     openLink(Kind::kCommerceClicks);
     reportCrash();
     die(simulation::DiskCut::killed());
-    moods_[ServiceEndpoint::kCrash] = Mood::kNotReached;
+    service_states_[ServiceEndpoint::kCrash] = ServiceState::kNotReached;
     openSession();
     pass(5);
     die(simulation::DiskCut::killed());
-    moods_.clear();
+    service_states_.clear();
     openSession();
     openLink(Kind::kCommerceClicks);
     leaveSession();
@@ -328,25 +328,25 @@ class ScriptedRun {
     startBatch();
     addImpression();
     openLink(Kind::kCommerceClicks, 0);
-    moods_[ServiceEndpoint::kCommerce] = Mood::kRefuses;
+    service_states_[ServiceEndpoint::kCommerce] = ServiceState::kRefuses;
     openLink(Kind::kCommerceClicks);
     setUserId();
     setUserId();
     crossBatches();
-    moods_.clear();
+    service_states_.clear();
     pass(5);
-    moods_[ServiceEndpoint::kReEngagement] = Mood::kNotReached;
+    service_states_[ServiceEndpoint::kReEngagement] = ServiceState::kNotReached;
     openLink(Kind::kReEngagementClicks, 0);
     die(simulation::DiskCut::killed());
-    moods_.clear();
+    service_states_.clear();
   }
 
-  /// A session starts again while a batch is under way: the next one leaves beside it, with the demographics.
+  /// A session starts again while a batch is under way: the next one leaves next to it, with the demographics.
   void crossBatches() {
     record(1);
     startBatch();
     recordEvent();
-    moods_[ServiceEndpoint::kTracking] = Mood::kSaysNo;
+    service_states_[ServiceEndpoint::kTracking] = ServiceState::kSaysNo;
     doNow([](runtime::Instance& instance) { instance.applicationDidEnterBackground(); });
     doNow([](runtime::Instance& instance) { instance.applicationDidBecomeActive(); });
     setUserId();
@@ -456,7 +456,7 @@ class ScriptedRun {
     }
   }
 
-  /// A newer program has used the store. This one finds it so, and the wish beside it.
+  /// A newer program has used the store. This one finds it so, and the wish next to it.
   void forgottenBesideANewerStore() {
     leaveTheStoreToANewerProgram();
     openSession();
@@ -499,10 +499,10 @@ class ScriptedRun {
     leaveSession();
   }
 
-  void liveAHealthyEnd() {
+  void playHealthyEnd() {
     endCutProcess();
     is_healthy_ = true;
-    moods_.clear();
+    service_states_.clear();
     machine_.transport.goOnline();
     needProcess();
     if (options_.sabotage == ScriptedRunSabotage::kThrows)
@@ -666,7 +666,7 @@ class ScriptedRun {
       items_[number].kept_from = now() + kept_after;
   }
 
-  /// Neither the store nor what waits beside it has it.
+  /// Neither the store nor what waits next to it has it.
   bool isInMemory(const Item& item) const {
     return is_beside_newer_ ? item.kind != Kind::kCrashReports : item.told == Recorded::kKeptInMemory;
   }
@@ -782,7 +782,7 @@ class ScriptedRun {
     pass(1);
   }
 
-  /// The newer value will stand in the place of the one that is pending; and of one that comes to light later, which
+  /// The newer value will stand in the place of the one that is pending; and of one that recovers later, which
   /// may be any.
   void permitReplacement(const std::optional<std::string>& pending, const std::string& newer) {
     for (Item& item : items_) {
@@ -999,7 +999,7 @@ class ScriptedRun {
       case simulation::DiskCall::Kind::kSyncFolder:
         return faultAt(DiskFault::At::kSync, SQLITE_IOERR_FSYNC);
       case simulation::DiskCall::Kind::kRead:
-        // A wish that cannot be read counts as made, which would silence the whole life.
+        // A wish that cannot be read counts as made, which would silence the whole run.
         return is_starting_ && !call.path.ends_with(".wish") ? faultAt(DiskFault::At::kReadAtStart, SQLITE_IOERR_READ)
                                                              : SQLITE_OK;
       default:
@@ -1049,7 +1049,7 @@ class ScriptedRun {
       trouble_since_ = trouble_since_.value_or(now());
     is_unavailable_ = is_unavailable_ || says("cannot be opened (");
     if (says("can be written again")) {
-      isWrittenLate(trouble_since_.value_or(now()));
+      writeLate(trouble_since_.value_or(now()));
       trouble_since_.reset();
       is_unavailable_ = false;
     }
@@ -1065,7 +1065,7 @@ class ScriptedRun {
       wish_trouble_since_.reset();
   }
   /// What was held in memory since then is in the store from now on, and not before.
-  void isWrittenLate(double since) {
+  void writeLate(double since) {
     const auto is_late = [since](double when) { return when >= since && when != kNever; };
     for (Item& item : items_) {
       const bool was_in_memory = item.told == Recorded::kKeptInMemory && item.kept_from == kNever && !item.not_kept_yet;
@@ -1090,21 +1090,23 @@ class ScriptedRun {
     const std::optional<ServiceEndpoint> endpoint = testing::endpointOf(request.url);
     if (process_ && endpoint != ServiceEndpoint::kErasure && process_->isGdprForgetMe())
       complain(Complaint::kRequestOfForgotten, request.url);
-    const Mood mood = endpoint && moods_.contains(*endpoint) ? moods_[*endpoint] : Mood::kHealthy;
-    const bool arrives = mood == Mood::kHealthy || mood == Mood::kAnswerLost || mood == Mood::kAnswersJunk;
+    const ServiceState state =
+        endpoint && service_states_.contains(*endpoint) ? service_states_[*endpoint] : ServiceState::kHealthy;
+    const bool arrives =
+        state == ServiceState::kHealthy || state == ServiceState::kAnswerLost || state == ServiceState::kAnswersJunk;
     const ServedRequest served =
         service_.receive(request, arrives ? SimulatedService::Counting::kYes : SimulatedService::Counting::kNo);
     if (served.refusal)
       complain(Complaint::kBroken, "the service refused " + request.url + ": " + *served.refusal);
     if (endpoint == ServiceEndpoint::kTracking)
-      noteSent(served, mood);
-    if (endpoint && mood == Mood::kHealthy)
+      noteSent(served, state);
+    if (endpoint && state == ServiceState::kHealthy)
       acceptances_[*endpoint].push_back(now() + kAnswerSeconds);
     if (endpoint == ServiceEndpoint::kConversion)
       installed_at_ = std::min(installed_at_, now());
     if (arrives)
       noteArrived(served);
-    const Answer answer = answerOf(served, mood).after(kAnswerSeconds);
+    const Answer answer = answerOf(served, state).after(kAnswerSeconds);
     // Who may not read its store does not know who it is.
     if (is_beside_newer_)
       other_installs_ = std::max(other_installs_, service_.installs() - own_installs_);
@@ -1113,26 +1115,26 @@ class ScriptedRun {
     return answer;
   }
 
-  Answer answerOf(const ServedRequest& served, Mood mood) {
-    switch (mood) {
-      case Mood::kHealthy:
-      case Mood::kSaysNo:
+  Answer answerOf(const ServedRequest& served, ServiceState state) {
+    switch (state) {
+      case ServiceState::kHealthy:
+      case ServiceState::kSaysNo:
         break;
-      case Mood::kRefuses:
+      case ServiceState::kRefuses:
         return Answer::body(503, "out of order");
-      case Mood::kNotReached:
-      case Mood::kAnswerLost:
+      case ServiceState::kNotReached:
+      case ServiceState::kAnswerLost:
         return Answer::error("the connection was closed");
-      case Mood::kAnswersJunk:
+      case ServiceState::kAnswersJunk:
         return Answer::body(200, "<html>sign in</html>");
     }
     return service_.answer(served);
   }
 
-  void noteSent(const ServedRequest& served, Mood mood) {
+  void noteSent(const ServedRequest& served, ServiceState state) {
     const bool overlaps = now() < batch_under_way_until_;
     batch_under_way_until_ = std::max(batch_under_way_until_, now() + kAnswerSeconds);
-    const bool accepted = mood == Mood::kHealthy;
+    const bool accepted = state == ServiceState::kHealthy;
     for (const kit::Value& event : served.payload["activity_info"].array()) {
       const std::string id(event["event_id"].string());
       const auto before = sendings_.find(id);
@@ -1209,7 +1211,7 @@ class ScriptedRun {
     result_.texts.push_back(std::string(nameOf(complaint)) + ": " + text);
   }
 
-  void settleAccount() {
+  void settleTotals() {
     if (own_installs_ > 1 && kept(installed_at_, &Death::undone_from))
       complain(Complaint::kAnotherDevice, std::to_string(own_installs_) + " installs");
     checkLedger();
@@ -1240,20 +1242,20 @@ class ScriptedRun {
   }
 
   void settle(const Item& item, bool is_stored, Sides& sides) {
-    ScriptedRunAccount& account = result_.account;
-    ++account.recorded;
+    ScriptedRunTotals& totals = result_.totals;
+    ++totals.recorded;
     sides.kept += item.not_kept_yet ? 0 : 1;
     if (item.arrived) {
-      ++account.delivered;
+      ++totals.delivered;
       ++sides.arrived;
     } else if (is_stored) {
-      ++account.stored;
+      ++totals.stored;
     } else if (item.not_kept_yet && item.told == Recorded::kKeptInMemory) {
-      ++account.kept_in_memory;
+      ++totals.kept_in_memory;
     } else if (item.not_kept_yet) {
-      ++account.not_kept_yet;
+      ++totals.not_kept_yet;
     } else if (const std::optional<size_t> row = firstRuleOf(item)) {
-      ++account.given_up[*row];
+      ++totals.given_up[*row];
       ++sides.given_up;
     } else {
       complain(item.cut_by.value_or(Complaint::kLostOtherwise), item.name);
@@ -1294,7 +1296,7 @@ class ScriptedRun {
   testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
   SimulatedService service_{
       {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
-  std::map<ServiceEndpoint, Mood> moods_;
+  std::map<ServiceEndpoint, ServiceState> service_states_;
   std::unique_ptr<runtime::Instance> process_;
   bool is_active_ = false;
   bool is_starting_ = false;
@@ -1303,7 +1305,7 @@ class ScriptedRun {
   bool is_beside_newer_ = false;
   double beside_since_ = 0;
   std::map<std::string, std::string> newer_store_;  ///< its files as they were found
-  double sync_seconds_ = 0;                         ///< that the disk takes, as the life counts with it
+  double sync_seconds_ = 0;                         ///< that the disk takes, as the run counts with it
   bool is_beside_the_refused_ = false;
 
   std::vector<Item> items_;
@@ -1315,12 +1317,12 @@ class ScriptedRun {
   double wish_kept_from_ = kNever;
   double installed_at_ = kNever;
   size_t own_installs_ = 0;
-  size_t other_installs_ = 0;  ///< beside a newer store
+  size_t other_installs_ = 0;  ///< next to a newer store
   double batch_under_way_until_ = 0;
   /// Of this process: when answers come that accept an upload, the earliest first.
   std::map<ServiceEndpoint, std::vector<double>> acceptances_;
   std::optional<double> trouble_since_;       ///< of the disk, as the store told it
-  bool is_unavailable_ = false;               ///< the file could not be opened, and has not come to light
+  bool is_unavailable_ = false;               ///< the file could not be opened, and has not recovered
   std::optional<double> wish_trouble_since_;  ///< the same of the file that keeps the wish
   std::optional<double> unsynced_since_;      ///< the same, until the log is synced
   const std::string store_path_ = disk_.place().path();
@@ -1367,16 +1369,16 @@ const char* nameOf(Complaint complaint) {
 
 const char* nameOf(Occasion occasion) {
   static constexpr std::array<const char*, kOccasions> kNames = {
-      "processes beside a newer store", "answers of a store that takes nothing", "slow syncs", "values over a limit",
+      "processes with a newer store", "answers of a store that takes nothing", "slow syncs", "values over a limit",
       "requests that waited at the wish"};
   return kNames[static_cast<size_t>(occasion)];
 }
 
-uint64_t ScriptedRunAccount::givenUp() const {
+uint64_t ScriptedRunTotals::givenUp() const {
   return std::accumulate(given_up.begin(), given_up.end(), uint64_t{0});
 }
 
-ScriptedRunAccount& ScriptedRunAccount::operator+=(const ScriptedRunAccount& other) {
+ScriptedRunTotals& ScriptedRunTotals::operator+=(const ScriptedRunTotals& other) {
   recorded += other.recorded;
   delivered += other.delivered;
   stored += other.stored;

@@ -1,6 +1,6 @@
-// A busy life of one device on a disk that can fail: everything that is recorded in some hours, with batches refused
+// A scripted run of one device on a disk that can fail: everything that is recorded in some hours, with batches refused
 // and lost, deaths and a wish to be forgotten, in virtual time; and the account of it. The same to the byte each time,
-// up to the change of the disk at which a life is cut off.
+// up to the change of the disk at which a run is cut off.
 #pragma once
 
 #include <array>
@@ -42,17 +42,17 @@ enum class ScriptedRunSabotage : uint8_t {
   kAsksForTheForgotten,    ///< after the wish to be forgotten a schedule is asked for
   kLetsOutWhatWaits,       ///< what waits leaves although the user has asked to be forgotten meanwhile
   kIgnoresTheVersion,      ///< a store of a newer version is used as any other
-  kLosesTheWishFile,       ///< beside a store of a newer version nothing knows of the wish
+  kLosesTheWishFile,       ///< next to a store of a newer version nothing knows of the wish
   kSaysItIsKept,           ///< the app is told that a store took what it cannot take
   kKeepsNoMemory,          ///< what a store cannot take is forgotten at once, and not stored later either
   kSyncsTooLate,           ///< the disk takes a minute to sync, and counts as much faster
   kTakesWhatIsTooLarge,    ///< the app is told that a value over the limit was recorded
   kLosesTheNeighbours,     ///< what is recorded next to a value over the limit never reaches the kit
-  kThrows,                 ///< something is thrown in the middle of the life
+  kThrows,                 ///< something is thrown in the middle of the run
 };
 
 struct ScriptedRunOptions {
-  /// The disk is cut off before the change with this number; 0: never, but where the life itself ends that way.
+  /// The disk is cut off before the change with this number; 0: never, but where the run itself ends that way.
   uint64_t cut_before_change = 0;
   simulation::DiskCut cut;
   std::optional<DiskFault> fault;
@@ -61,7 +61,7 @@ struct ScriptedRunOptions {
   ScriptedRunSabotage sabotage = ScriptedRunSabotage::kNone;
 };
 
-/// What a life must never show.
+/// What a run must never show.
 enum class Complaint : uint8_t {
   kUnreadableStore,     ///< a store that was set aside, or with damaged records
   kLostAtKill,          ///< what was synchronized, and is gone with a killed process
@@ -75,13 +75,13 @@ enum class Complaint : uint8_t {
   kAnotherDevice,       ///< what makes the device this one was lost: it was installed again
   kTouchedNewerStore,   ///< a store of a newer version that was changed
   kWrongAnswer,         ///< the app was told something else than became of what it recorded
-  kBroken               ///< something was thrown, or a host did not start: the life ended there, without an account
+  kBroken               ///< something was thrown, or a host did not start: the run ended there, without an account
 };
 inline constexpr size_t kComplaints = 13;
 const char* nameOf(Complaint complaint);
 
 /// One account over all that was recorded: activities, impressions, clicks, crash reports and demographics.
-struct ScriptedRunAccount {
+struct ScriptedRunTotals {
   uint64_t recorded = 0;
   uint64_t delivered = 0;
   uint64_t stored = 0;
@@ -92,12 +92,12 @@ struct ScriptedRunAccount {
   uint64_t kept_in_memory = 0;
   uint64_t givenUp() const;
   bool balances() const { return recorded == delivered + stored + givenUp() + not_kept_yet + kept_in_memory; }
-  ScriptedRunAccount& operator+=(const ScriptedRunAccount& other);
+  ScriptedRunTotals& operator+=(const ScriptedRunTotals& other);
 };
 
-/// What a life is to meet, to see that it does.
+/// What a run is to meet, to see that it does.
 enum class Occasion : uint8_t {
-  kNewerStore,      ///< processes beside a store of a newer version
+  kNewerStore,      ///< processes next to a store of a newer version
   kUnwritable,      ///< answers "kept in memory only" of a store that can be read and not written
   kSlowSync,        ///< flushes of a slow disk
   kTooLarge,        ///< values over a limit that were refused
@@ -107,13 +107,13 @@ inline constexpr size_t kOccasions = 5;
 const char* nameOf(Occasion occasion);
 
 struct ScriptedRunResult {
-  ScriptedRunAccount account;
+  ScriptedRunTotals totals;
   uint64_t changes = 0;                                     ///< of the disk
   std::array<uint64_t, DiskFault::kPlaces> fault_points{};  ///< calls that a fault can meet
   uint64_t cuts = 0;
   uint64_t power_cuts = 0;          ///< of these
   uint64_t recorded_meanwhile = 0;  ///< while the log was being written back
-  uint64_t installs = 0;            ///< that the service attributed, but for those beside a newer store
+  uint64_t installs = 0;            ///< that the service attributed, but for those next to a newer store
   uint64_t sent_twice = 0;          ///< events that went out again for a reason
   std::array<uint64_t, kOccasions> occasions{};
   std::array<uint64_t, kComplaints> complaints{};
@@ -123,7 +123,7 @@ struct ScriptedRunResult {
   bool isFine() const { return texts.empty(); }
 };
 
-/// Lives it to its healthy end. What is thrown in it is complained of. Any thread; shares nothing with other lives.
+/// Plays it to its healthy end. What is thrown in it is complained of. Any thread; shares nothing with other runs.
 ScriptedRunResult playScriptedRun(const ScriptedRunOptions& options);
 
 }  // namespace morvik::proofs

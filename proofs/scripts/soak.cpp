@@ -37,7 +37,7 @@ class Soak {
       simulation::callFor("the life with seed " + std::to_string(seed), [this, life, seed] {
         if (options_.begins)
           options_.begins(seed);
-        take(life, liveWildLife({.seed = seed, .days = options_.days, .sabotage = options_.sabotage}));
+        take(life, playRandomRun({.seed = seed, .days = options_.days, .sabotage = options_.sabotage}));
       });
     }
   }
@@ -69,7 +69,7 @@ class Soak {
   const std::function<void(uint64_t, const SoakFailure&)>& progress_;
   std::atomic<uint64_t> next_{0};
   std::mutex mutex_;
-  std::vector<uint64_t> hashes_;  ///< by life
+  std::vector<uint64_t> hashes_;  ///< by run
   SoakResult result_;
 };
 
@@ -87,7 +87,7 @@ std::string figuresOf(const SoakResult& result) {
   addFigureLine(text, "device-days lived", static_cast<uint64_t>(figures.days));
   addFigureLine(text, "steps, each checked", figures.steps);
   addFigureLine(text, "processes", figures.processes);
-  for (size_t death = 0; death < kWildDeaths; ++death)
+  for (size_t death = 0; death < kRandomRunEnds; ++death)
     addFigureLine(text, nameOf(static_cast<RandomRunEnd>(death)), figures.deaths[death]);
   addFigureLine(text, "of these in the middle of a disk's work", figures.deaths_at_a_change);
   addFigureLine(text, "requests", figures.requests);
@@ -98,12 +98,12 @@ std::string figuresOf(const SoakResult& result) {
   }
   addFigureLine(text, "offline phases", figures.offline_phases);
   addFigureLine(text, "clock jumps", figures.clock_jumps);
-  addFigureLine(text, "processes beside a newer store", figures.newer_stores);
+  addFigureLine(text, "processes with a newer store", figures.newer_stores);
   addFigureLine(text, "processes on a slow disk", figures.slow_disks);
   addFigureLine(text, "values over a limit, refused", figures.too_large);
   addFigureLine(text, "answers \"kept in memory only\"", figures.kept_in_memory);
   addFigureLine(text, "wishes while requests waited", figures.full_queues);
-  for (size_t fault = 0; fault < kWildDiskFaults; ++fault)
+  for (size_t fault = 0; fault < kFlakyDiskFaults; ++fault)
     addFigureLine(text, "disk: " + std::string(nameOf(static_cast<FlakyDiskFault>(fault))), figures.disk_faults[fault]);
   addFigureLine(text, "changes of the disk", figures.disk_changes);
   addFigureLine(text, "log lines", figures.log_lines);

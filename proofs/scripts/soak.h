@@ -1,4 +1,4 @@
-// Many wild lives, one after the other on each of some threads.
+// Many random runs, one after the other on each of some threads.
 #pragma once
 
 #include <cstddef>
@@ -18,14 +18,14 @@ struct SoakOptions {
   double days = 2;
   /// Threads.
   unsigned workers = 2;
-  /// Asked before each life; false: no more begin. Any thread. Empty: all are lived.
+  /// Asked before each run; false: no more begin. Any thread. Empty: all are played.
   std::function<bool()> goes_on;
-  /// Told the seed of each life before it begins, on its thread. Empty: nobody.
+  /// Told the seed of each run before it begins, on its thread. Empty: nobody.
   std::function<void(uint64_t seed)> begins;
   Sabotage sabotage = Sabotage::kNone;
 };
 
-/// A life in which something was complained of.
+/// A run in which something was complained of.
 struct SoakFailure {
   uint64_t seed = 0;
   std::vector<std::string> complaints;
@@ -33,15 +33,15 @@ struct SoakFailure {
 /// So many are kept: those with the lowest seeds.
 inline constexpr size_t kMaxSoakFailures = 20;
 
-/// Of the lives that were lived; the same whatever the number of workers is.
+/// Of the runs that were played; the same whatever the number of workers is.
 struct SoakResult {
   RandomRunFigures figures;
-  uint64_t hash = 0;                  ///< of all lives, in the order of their seeds
+  uint64_t hash = 0;                  ///< of all runs, in the order of their seeds
   uint64_t failed = 0;                ///< lives
   std::vector<SoakFailure> failures;  ///< by seed
 };
 
-/// `progress` is told, one call at a time, how many are lived, and what the latest one complained of. A life that
+/// `progress` is told, one call at a time, how many are played, and what the latest one complained of. A run that
 /// throws is named in the std::runtime_error that is thrown then.
 SoakResult soak(const SoakOptions& options,
                 const std::function<void(uint64_t lived, const SoakFailure& failure)>& progress = {});

@@ -19,9 +19,9 @@ using testing::ServedRequest;
 using testing::ServiceEndpoint;
 
 /// A device on a disk, and the service behind its network.
-class StoredLife {
+class UpgradeRun {
  public:
-  explicit StoredLife(uint64_t seed) : machine_({.seed = seed, .disk = &disk_}) {
+  explicit UpgradeRun(uint64_t seed) : machine_({.seed = seed, .disk = &disk_}) {
     machine_.transport.on("").alwaysBy([this](const kit::Request& request) { return serve(request); });
   }
 
@@ -63,7 +63,7 @@ class StoredLife {
   void addImpression() {
     const auto properties = process_->properties();
     const kit::Value impression =
-        kit::Dictionary{{"campaignKey", 7}, {"spaceKey", kStoredLifeImpression}, {"createdAt", machine_.loop.now()}};
+        kit::Dictionary{{"campaignKey", 7}, {"spaceKey", kUpgradeRunImpression}, {"createdAt", machine_.loop.now()}};
     properties.setFendoImpressionInfos(kit::Value(kit::Array{impression}));
     properties.synchronize();
   }
@@ -111,39 +111,39 @@ class StoredLife {
 
 }  // namespace
 
-std::string storedLifeEvent(size_t number) {
+std::string upgradeRunEvent(size_t number) {
   return "kept event " + std::to_string(number);
 }
 
 StoreFilesKept storeOfADeviceThatDied() {
-  StoredLife life(1);
+  UpgradeRun life(1);
   life.start();
   life.openSession();
   life.leaveSession();
   life.goOffline();
   life.openSession();
-  for (size_t number = 0; number < kStoredLifeEvents / 2; ++number)
-    life.record(storedLifeEvent(number));
-  life.process().passOpenURL("shop://offer?ck=501&sn=9001&mrvk_eng=1&sub_referral=" + std::string(kStoredLifeClick));
+  for (size_t number = 0; number < kUpgradeRunEvents / 2; ++number)
+    life.record(upgradeRunEvent(number));
+  life.process().passOpenURL("shop://offer?ck=501&sn=9001&mrvk_eng=1&sub_referral=" + std::string(kUpgradeRunClick));
   life.pass(2);
-  life.process().passOpenURL("shop://offer?cid=" + std::string(kStoredLifeCommerceClick));
+  life.process().passOpenURL("shop://offer?cid=" + std::string(kUpgradeRunCommerceClick));
   life.pass(2);
   life.process().setUserId("replaced user");
-  life.process().setUserId(kStoredLifeUser);
+  life.process().setUserId(kUpgradeRunUser);
   life.pass(2);
   life.stop();
   life.start();
   life.addImpression();
-  for (size_t number = kStoredLifeEvents / 2; number < kStoredLifeEvents; ++number)
-    life.record(storedLifeEvent(number));
+  for (size_t number = kUpgradeRunEvents / 2; number < kUpgradeRunEvents; ++number)
+    life.record(upgradeRunEvent(number));
   life.process().reportUncaughtException(
-      {.reason = kStoredLifeCrash, .call_stack_symbols = {}, .moment = std::nullopt});
+      {.reason = kUpgradeRunCrash, .call_stack_symbols = {}, .moment = std::nullopt});
   life.kill();
   return life.files();
 }
 
-UpgradeRunContinued continueStoredLife(const StoreFilesKept& files) {
-  StoredLife life(2);  // by chance it would not become the same device again
+UpgradeRunContinued continueUpgradeRun(const StoreFilesKept& files) {
+  UpgradeRun life(2);  // by chance it would not become the same device again
   life.put(files);
   life.pass(86'400);
   life.start();

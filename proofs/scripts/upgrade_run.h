@@ -15,19 +15,19 @@ namespace morvik::proofs {
 using StoreFilesKept = std::map<std::string, std::string>;
 
 /// What such a device recorded.
-inline constexpr size_t kStoredLifeEvents = 8;
+inline constexpr size_t kUpgradeRunEvents = 8;
 /// The name of an event, as its parameter.
-std::string storedLifeEvent(size_t number);
-inline constexpr const char* kStoredLifeImpression = "kept impression";
-inline constexpr const char* kStoredLifeClick = "kept-click";
-inline constexpr const char* kStoredLifeCommerceClick = "kept-commerce-click";
-inline constexpr const char* kStoredLifeCrash = "fendo kept crash";
-inline constexpr const char* kStoredLifeUser = "kept user";
+std::string upgradeRunEvent(size_t number);
+inline constexpr const char* kUpgradeRunImpression = "kept impression";
+inline constexpr const char* kUpgradeRunClick = "kept-click";
+inline constexpr const char* kUpgradeRunCommerceClick = "kept-commerce-click";
+inline constexpr const char* kUpgradeRunCrash = "fendo kept crash";
+inline constexpr const char* kUpgradeRunUser = "kept user";
 /// The service took in those of an earlier session; and one demographic value was replaced by a newer one.
-inline constexpr size_t kStoredLifeDelivered = 2;
-inline constexpr size_t kStoredLifeReplaced = 1;
+inline constexpr size_t kUpgradeRunDelivered = 2;
+inline constexpr size_t kUpgradeRunReplaced = 1;
 
-/// Lives it: attributed, then without a network; part of it is in the file, the rest in the log.
+/// Plays it: attributed, then without a network; part of it is in the file, the rest in the log.
 StoreFilesKept storeOfADeviceThatDied();
 
 /// How the next process went on with such files.
@@ -36,13 +36,13 @@ struct UpgradeRunContinued {
   std::string install_id;                ///< of its batches
   std::string arrived;                   ///< all that the service took in, as text
   std::vector<std::string> events;       ///< parameters of the app's events that arrived, in order
-  size_t installs = 0;                   ///< that the service attributed anew
+  size_t installs = 0;                   ///< that the service attributed again
   std::string stored;                    ///< what is stored at the end, as text
   Ledger ledger_found;                   ///< at the start: of what the files hold
   Ledger ledger;                         ///< at the end
 };
 
 /// Opens them and lives two sessions with a network in good order; records one more event, "later event".
-UpgradeRunContinued continueStoredLife(const StoreFilesKept& files);
+UpgradeRunContinued continueUpgradeRun(const StoreFilesKept& files);
 
 }  // namespace morvik::proofs

@@ -33,9 +33,9 @@ TEST(CrashPoints, NothingIsLostAtAnyOfThem) {
   EXPECT_EQ(result.count(proofs::Complaint::kBroken), 0U);
   EXPECT_THAT(result.texts, IsEmpty());
   EXPECT_THAT(result.occasions, Each(Gt(result.tried_in_all))) << "newer stores, full queues and all the others";
-  EXPECT_EQ(result.account.stored, 0U);
-  EXPECT_TRUE(result.account.balances());
-  EXPECT_GE(result.account.givenUp(), result.tried_in_all) << "the rules are at work in every life";
+  EXPECT_EQ(result.totals.stored, 0U);
+  EXPECT_TRUE(result.totals.balances());
+  EXPECT_GE(result.totals.givenUp(), result.tried_in_all) << "the rules are at work in every life";
 }
 
 }  // namespace

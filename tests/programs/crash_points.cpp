@@ -1,4 +1,4 @@
-// Tries the crash points of a busy life; tools/crashpoints builds and runs it, and has the help.
+// Tries the crash points of a scripted run; tools/crashpoints builds and runs it, and has the help.
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -59,7 +59,7 @@ std::string take(std::string_view name, const char* value, Options& options) {
 }
 
 int tryOne(const Options& options) {
-  const ScriptedRunResult lived = playScriptedRun(lifeAtPoint(*options.mode, *options.point, options.points.seed));
+  const ScriptedRunResult lived = playScriptedRun(runAtPoint(*options.mode, *options.point, options.points.seed));
   for (const std::string& text : lived.texts)
     std::printf("  ! %s\n", text.c_str());
   std::printf("%s %llu: %s\n", nameOf(*options.mode), static_cast<unsigned long long>(*options.point),

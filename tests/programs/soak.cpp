@@ -1,4 +1,4 @@
-// Lives wild lives until the time is over; tools/soak builds and runs it, and has the help.
+// Plays random runs until the time is over; tools/soak builds and runs it, and has the help.
 #include "proofs/scripts/soak.h"
 
 #include <unistd.h>
@@ -76,7 +76,7 @@ void printReplay(uint64_t seed, double days) {
   std::printf("Replay with: tools/soak --seed %llu --days %g --trace\n", static_cast<unsigned long long>(seed), days);
 }
 
-/// A broken invariant ends the program, on the thread of the life that broke it.
+/// A broken invariant ends the program, on the thread of the run that broke it.
 thread_local uint64_t living_seed = 0;
 double living_days = 0;
 
@@ -97,12 +97,12 @@ void nameTheSeed(int signal) {
   std::signal(signal, SIG_DFL);
 }
 
-int liveOne(const Options& options) {
+int playOne(const Options& options) {
   living_seed = options.seed;
   RandomRunOptions life{.seed = options.seed, .days = options.days};
   if (options.trace)
     life.trace = [](std::string_view line) { std::printf("%.*s\n", static_cast<int>(line.size()), line.data()); };
-  const RandomRunResult lived = liveWildLife(life);
+  const RandomRunResult lived = playRandomRun(life);
   for (const std::string& complaint : lived.complaints)
     std::printf("  ! %s\n", complaint.c_str());
   std::printf("seed %llu: %s; hash %016llx\n", static_cast<unsigned long long>(options.seed),
@@ -113,7 +113,7 @@ int liveOne(const Options& options) {
   return 1;
 }
 
-int liveMany(const Options& options) {
+int playMany(const Options& options) {
   // Far apart, so that another minute's seeds are others.
   const auto time = static_cast<uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
   SoakOptions many{.first_seed = options.has_seed ? options.seed : time / 1000 % 1'000'000'000'000,
@@ -164,7 +164,7 @@ int main(int argc, char** argv) {
   living_days = options.days;
   std::signal(SIGABRT, nameTheSeed);
   try {
-    return options.has_seed && options.lives == 0 ? liveOne(options) : liveMany(options);
+    return options.has_seed && options.lives == 0 ? playOne(options) : playMany(options);
   } catch (const std::exception& exception) {
     std::fprintf(stderr, "tools/soak: %s\n", exception.what());
     return 1;

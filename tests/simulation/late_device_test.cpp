@@ -1,4 +1,4 @@
-// A device whose store cannot be read at a start, and comes to light while the process runs.
+// A device whose store cannot be read at a start, and recovers while the process runs.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -51,7 +51,7 @@ class LateDevice : public ::testing::Test {
     disk_.decide([](const DiskCall& call) { return isReadOfStore(call) ? SQLITE_IOERR_READ : SQLITE_OK; });
     start();
   }
-  /// Of the files of the store itself. What keeps the wish to be forgotten beside it stays readable.
+  /// Of the files of the store itself. What keeps the wish to be forgotten next to it stays readable.
   static bool isReadOfStore(const DiskCall& call) {
     return call.kind == DiskCall::Kind::kRead && !call.path.ends_with(".wish");
   }
@@ -158,7 +158,7 @@ TEST_F(LateDevice, KeepsTheImpressionsOfItsFileThatABatchWhileUnavailableDidNotC
   start();
   EXPECT_EQ(phone_->addImpression({.campaign_key = 7, .space_key = "of the file"}), Recorded::kKept);
   restartUnavailable();
-  EXPECT_EQ(phone_->addImpression({.campaign_key = 7, .space_key = "of the dark"}), Recorded::kKeptInMemory);
+  EXPECT_EQ(phone_->addImpression({.campaign_key = 7, .space_key = "while unavailable"}), Recorded::kKeptInMemory);
   answer_seconds_ = 5;
   phone_->applicationDidBecomeActive();
   const auto has_sent = [this] { return !machine_.transport.requests(services::kTrackingPath).empty(); };
@@ -181,7 +181,7 @@ TEST_F(LateDevice, KeepsTheCommerceClicksOfItsFileThatAnUploadWhileUnavailableDi
   ASSERT_EQ(stored().size(), 1U);
   restartUnavailable();
   answer_seconds_ = 5;
-  phone_->passOpenURL("app://x?cid=dark");
+  phone_->passOpenURL("app://x?cid=unavailable");
   const auto has_sent = [this] { return !machine_.transport.requests(services::kCommerceConversionPath).empty(); };
   ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, runtime::kStartHoldSeconds + 10));
   showDisk();
@@ -199,7 +199,7 @@ TEST_F(LateDevice, KeepsTheDemographicsOfItsFileThatAnUploadWhileUnavailableDidN
   machine_.loop.runUntilIdle();
   restartUnavailable();
   answer_seconds_ = 5;
-  phone_->setUserId("of the dark");
+  phone_->setUserId("while unavailable");
   phone_->applicationDidBecomeActive();
   const auto has_sent = [this] { return !machine_.transport.requests(services::kSetDemographicPath).empty(); };
   ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, runtime::kStartHoldSeconds + 20));
@@ -585,7 +585,7 @@ TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsBesideIt) {
   start();
   crash("fendo of the file");
   restartUnavailable();
-  crash("fendo beside the file");
+  crash("fendo next to the file");
   restartUnavailable();
   EXPECT_THAT(reports(), IsEmpty());
   showDisk();
@@ -594,14 +594,14 @@ TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsBesideIt) {
   EXPECT_THAT(reports(), ElementsAre("fendo of the file"));
   machine_.kill(std::move(phone_));
   start();
-  EXPECT_THAT(reports(), ElementsAre("fendo of the file", "fendo beside the file"));
+  EXPECT_THAT(reports(), ElementsAre("fendo of the file", "fendo next to the file"));
 }
 
 TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhereThereIsNoRoomForAnother) {
   start();
   crash("fendo of the file");
   restartUnavailable();
-  crash("fendo beside the file");
+  crash("fendo next to the file");
   // The file can be read at the second try, and not be written.
   constexpr int kReadsOfTheFirstTry = 3;
   disk_.decide([reads = 0](const DiskCall& call) mutable {
@@ -617,7 +617,7 @@ TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhereThereIsNoRoomForAnother) {
   machine_.loop.runUntilIdle();
   machine_.kill(std::move(phone_));
   start();
-  EXPECT_THAT(reports(), ElementsAre("fendo of the file", "fendo beside the file"));
+  EXPECT_THAT(reports(), ElementsAre("fendo of the file", "fendo next to the file"));
 }
 
 }  // namespace

@@ -282,7 +282,7 @@ TEST_F(LedgerRules, SayAtAStartWhatTheStoreLacksAndWhatItHasTooMuch) {
 
 TEST_F(LedgerRules, CountTheImpressionsThatAKillLeftBehindTheBook) {
   phone->addImpression({.campaign_key = 1});
-  follow("app://open?cid=a");  // writes the book
+  follow("app://open?cid=a");  // writes the ledger
   wait(1);
   phone->addImpression({.campaign_key = 2});
   phone->addImpression({.campaign_key = 3});
@@ -610,7 +610,7 @@ TEST_F(LedgerRules, KnowTheDemographicsThatCouldNotSayWhoseTheyAre) {
               ElementsAre(Pair("accepted in a payload that could not say whose they are", 1U)));
 }
 
-// ------------------------------------------------------------------------------------- a store that comes to light
+// ------------------------------------------------------------------------------------- a store that recovers
 // late
 
 /// A device whose disk may refuse to be read at a start.
@@ -673,7 +673,7 @@ TEST_F(LateStore, BringsTheCountsOfEarlierProcessesAndIsAddedTo) {
 
   restartUnavailable();
   EXPECT_EQ(of("activities").recorded, 0U) << "nothing is known yet";
-  record("in the dark");
+  record("while unavailable");
   phone->passOpenURL("app://open?cid=b");
   phone->setAge(31);
   wait(1);
@@ -738,7 +738,7 @@ TEST_F(LateStore, LetsNoAnswerDeleteWhatABatchOfAnEarlierProcessCarried) {
   restartUnavailable();
   attribute();
   machine.transport.on(kTracking).then(accepted().after(10));
-  record("in the dark");
+  record("while unavailable");
   phone->pushTracking();
   wait(1);
   showDisk();

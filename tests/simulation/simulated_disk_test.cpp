@@ -56,7 +56,7 @@ TEST_F(SimulatedDiskTest, HoldsAStoreThatTheNextProcessFinds) {
 
 TEST_F(SimulatedDiskTest, SyncsWhatWasWrittenBeforeASyncAndNotWhatIsWrittenWhileItLasts) {
   auto store = open();
-  for (const int value : {0, 1}) {  // a fresh file's first sync begins its log anew
+  for (const int value : {0, 1}) {  // a fresh file's first sync begins its log again
     store->set("age", value);
     store->synchronize();
     loop_.advance(1);

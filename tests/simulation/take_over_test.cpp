@@ -1,4 +1,4 @@
-// What becomes of each stored property when the file comes to light late: the table is walked on a real store.
+// What becomes of each stored property when the file recovers late: the table is walked on a real store.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

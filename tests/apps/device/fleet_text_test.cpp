@@ -14,7 +14,7 @@ using ::testing::Not;
 
 FleetResult balanced() {
   FleetResult result;
-  result.account = {.recorded = 1'234, .delivered = 1'230, .stored = 3, .given_up_by_rule = 1};
+  result.totals = {.recorded = 1'234, .delivered = 1'230, .stored = 3, .given_up_by_rule = 1};
   result.counts = {.days = 14, .sessions = 1};
   result.installs = 2;
   return result;
@@ -30,8 +30,8 @@ TEST(FleetText, TellsAnAccountThatBalances) {
 
 TEST(FleetText, NamesWhatWasLost) {
   FleetResult result = balanced();
-  result.account.stored = 2;
-  result.account.lost = 1;
+  result.totals.stored = 2;
+  result.totals.lost = 1;
   result.losses = {"device 1 event 4 (seed 9)"};
   EXPECT_THAT(describe({}, result), EndsWith("LOST       device 1 event 4 (seed 9)\nDOES NOT BALANCE: 1 lost\n"));
   EXPECT_THAT(describeAsJson({}, result), HasSubstr("\"lost\":1,"));
@@ -40,7 +40,7 @@ TEST(FleetText, NamesWhatWasLost) {
 
 TEST(FleetText, SaysThatTheLedgersOfDevicesWereWrong) {
   FleetResult result = balanced();
-  result.account.ledger_faults = 2;
+  result.totals.ledger_faults = 2;
   EXPECT_THAT(describe({}, result), EndsWith("LEDGERS    of devices were wrong 2 times\nDOES NOT BALANCE: 0 lost\n"));
   EXPECT_THAT(describeAsJson({}, result), HasSubstr("\"ledger_faults\":2,"));
   EXPECT_THAT(describeAsJson({}, result), EndsWith("\"balances\":false}\n"));

@@ -14,20 +14,20 @@ using ::testing::IsEmpty;
 
 constexpr RecordKind kKind = RecordKind::kActivities;
 
-class ThingBookTest : public ::testing::Test {
+class ExpectedRecordsTest : public ::testing::Test {
  protected:
   RecordNumber recordKept(const char* name, double when) {
-    const RecordNumber number = book_.record(kKind, name, when);
-    book_.isKept(number, when);
+    const RecordNumber number = records_.record(kKind, name, when);
+    records_.keep(number, when);
     return number;
   }
   void settleAt(uint64_t recorded, double now) {
     std::array<uint64_t, kRecordKinds> all{};
     all[static_cast<size_t>(kKind)] = recorded;
-    book_.settle(all, now);
+    records_.settle(all, now);
   }
 
-  ExpectedRecords book_;
+  ExpectedRecords records_;
 };
 
 TEST(MayGo, TellsWhetherAKindHasARuleWithThisReason) {
@@ -35,7 +35,7 @@ TEST(MayGo, TellsWhetherAKindHasARuleWithThisReason) {
   EXPECT_FALSE(mayGo(RecordKind::kActivities, RemovalReason::kAddedDuringUpload)) << "the table has no such row";
 }
 
-TEST(ThingsAreSent, EachToTheEndpointOfItsKind) {
+TEST(RecordsAreSent, EachToTheEndpointOfItsKind) {
   using testing::ServiceEndpoint;
   EXPECT_EQ(endpointTaking(RecordKind::kActivities), ServiceEndpoint::kTracking);
   EXPECT_EQ(endpointTaking(RecordKind::kImpressions), ServiceEndpoint::kTracking);
@@ -54,97 +54,97 @@ TEST(RecordsIn, AreTheElementsOfAListOrADemographicValueThatIsPending) {
   EXPECT_EQ(recordsIn(RecordKind::kDemographics, kit::Value()), 0U);
 }
 
-TEST_F(ThingBookTest, LosesWhatIsNeitherStoredNorUnderWayNorArrived) {
+TEST_F(ExpectedRecordsTest, LosesWhatIsNeitherStoredNorUnderWayNorArrived) {
   const RecordNumber stored = recordKept("stored", 1);
   const RecordNumber under_way = recordKept("under way", 1);
   const RecordNumber arrived = recordKept("arrived", 1);
   const RecordNumber gone = recordKept("gone", 1);
-  EXPECT_THAT(book_.storedAre(kKind, {"stored"}).unknown, IsEmpty());
-  book_[under_way].under_way = 1;
-  book_.arrives(arrived);
-  EXPECT_THAT(book_.lost(), ElementsAre(gone));
-  EXPECT_EQ(book_.counts(kKind).gone, 1U);
-  EXPECT_EQ(book_.counts(kKind).stored, 1U);
-  EXPECT_TRUE(book_[stored].is_stored);
-  book_.permit(gone, RemovalReason::kKeptSession);
-  EXPECT_THAT(book_.lost(), IsEmpty()) << "a rule may have let it go";
-  EXPECT_EQ(book_.permitted(kKind, RemovalReason::kKeptSession), 1U);
-  EXPECT_EQ(book_.permitted(kKind, RemovalReason::kPlaceTaken), 0U);
+  EXPECT_THAT(records_.setStored(kKind, {"stored"}).unknown, IsEmpty());
+  records_[under_way].under_way = 1;
+  records_.arrives(arrived);
+  EXPECT_THAT(records_.lost(), ElementsAre(gone));
+  EXPECT_EQ(records_.counts(kKind).gone, 1U);
+  EXPECT_EQ(records_.counts(kKind).stored, 1U);
+  EXPECT_TRUE(records_[stored].is_stored);
+  records_.permit(gone, RemovalReason::kKeptSession);
+  EXPECT_THAT(records_.lost(), IsEmpty()) << "a rule may have let it go";
+  EXPECT_EQ(records_.permitted(kKind, RemovalReason::kKeptSession), 1U);
+  EXPECT_EQ(records_.permitted(kKind, RemovalReason::kPlaceTaken), 0U);
 }
 
-TEST_F(ThingBookTest, LetsWhatCameBackGoAsOftenAsItWasThere) {
+TEST_F(ExpectedRecordsTest, LetsWhatCameBackGoAsOftenAsItWasThere) {
   const RecordNumber number = recordKept("one", 1);
-  book_.permit(number, RemovalReason::kKeptSession);
-  book_.storedAre(kKind, {"one"});
-  book_.storedAre(kKind, {"one"});
-  EXPECT_EQ(book_.permitted(kKind, RemovalReason::kKeptSession), 1U);
-  book_.storedAre(kKind, {});
-  book_.storedAre(kKind, {"one"});
-  EXPECT_EQ(book_.permitted(kKind, RemovalReason::kKeptSession), 2U);
+  records_.permit(number, RemovalReason::kKeptSession);
+  records_.setStored(kKind, {"one"});
+  records_.setStored(kKind, {"one"});
+  EXPECT_EQ(records_.permitted(kKind, RemovalReason::kKeptSession), 1U);
+  records_.setStored(kKind, {});
+  records_.setStored(kKind, {"one"});
+  EXPECT_EQ(records_.permitted(kKind, RemovalReason::kKeptSession), 2U);
 }
 
-TEST_F(ThingBookTest, TellsWhatNobodyRecordedAndWhatStandsThereTwice) {
+TEST_F(ExpectedRecordsTest, TellsWhatNobodyRecordedAndWhatStandsThereTwice) {
   recordKept("one", 1);
-  const ExpectedRecords::Strangers strangers = book_.storedAre(kKind, {"one", "strange", "one"});
-  EXPECT_THAT(strangers.unknown, ElementsAre("strange"));
-  EXPECT_THAT(strangers.doubled, ElementsAre("one"));
+  const ExpectedRecords::Unexpected unexpected = records_.setStored(kKind, {"one", "strange", "one"});
+  EXPECT_THAT(unexpected.unknown, ElementsAre("strange"));
+  EXPECT_THAT(unexpected.doubled, ElementsAre("one"));
 }
 
-TEST_F(ThingBookTest, DoubtsAfterADeathWhatWasNotKeptLongEnough) {
+TEST_F(ExpectedRecordsTest, DoubtsAfterADeathWhatWasNotKeptLongEnough) {
   recordKept("old", 1);
   recordKept("late", 9.5);
-  book_.record(kKind, "never committed", 9.9);
-  book_.diesWith(9, true);
-  EXPECT_EQ(book_.counts(kKind).recorded_least, 1U);
-  EXPECT_EQ(book_.counts(kKind).recorded_most, 3U);
-  EXPECT_THAT(book_.storedAre(kKind, {"old", "late"}).unknown, IsEmpty());
-  EXPECT_THAT(book_.lost(), IsEmpty());
+  records_.record(kKind, "never committed", 9.9);
+  records_.die(9, true);
+  EXPECT_EQ(records_.counts(kKind).recorded_least, 1U);
+  EXPECT_EQ(records_.counts(kKind).recorded_most, 3U);
+  EXPECT_THAT(records_.setStored(kKind, {"old", "late"}).unknown, IsEmpty());
+  EXPECT_THAT(records_.lost(), IsEmpty());
   settleAt(2, 20);
-  EXPECT_EQ(book_.counts(kKind).recorded_least, 2U);
-  EXPECT_EQ(book_.counts(kKind).recorded_most, 2U);
-  EXPECT_THAT(book_.lost(), IsEmpty()) << "it is undone";
-  EXPECT_THAT(book_.storedAre(kKind, {"old"}).unknown, IsEmpty());
-  EXPECT_THAT(book_.lost(), ElementsAre(1U)) << "it had outlived the death";
+  EXPECT_EQ(records_.counts(kKind).recorded_least, 2U);
+  EXPECT_EQ(records_.counts(kKind).recorded_most, 2U);
+  EXPECT_THAT(records_.lost(), IsEmpty()) << "it is undone";
+  EXPECT_THAT(records_.setStored(kKind, {"old"}).unknown, IsEmpty());
+  EXPECT_THAT(records_.lost(), ElementsAre(1U)) << "it had outlived the death";
 }
 
-TEST_F(ThingBookTest, HoldsAKillToWhatWasCommitted) {
+TEST_F(ExpectedRecordsTest, HoldsAKillToWhatWasCommitted) {
   recordKept("just committed", 9.99);
-  book_.diesWith(kNever, false);
-  EXPECT_EQ(book_.counts(kKind).recorded_least, 1U);
-  book_.storedAre(kKind, {});
-  EXPECT_THAT(book_.lost(), ElementsAre(0U));
+  records_.die(kNever, false);
+  EXPECT_EQ(records_.counts(kKind).recorded_least, 1U);
+  records_.setStored(kKind, {});
+  EXPECT_THAT(records_.lost(), ElementsAre(0U));
 }
 
-TEST_F(ThingBookTest, KnowsThatWhatHadNoRoomIsWrittenLate) {
+TEST_F(ExpectedRecordsTest, KnowsThatWhatHadNoRoomIsWrittenLate) {
   recordKept("in memory", 5);
-  book_.isWrittenLate(4, 8);
-  book_.diesWith(7, true);
-  EXPECT_EQ(book_.counts(kKind).recorded_least, 0U);
+  records_.writeLate(4, 8);
+  records_.die(7, true);
+  EXPECT_EQ(records_.counts(kKind).recorded_least, 0U);
 }
 
-TEST_F(ThingBookTest, LetsAnotherPowerCutBringBackWhatAnEarlierOneTook) {
-  book_.record(kKind, "cut off", 9);
-  book_.diesWith(9, true);
+TEST_F(ExpectedRecordsTest, LetsAnotherPowerCutBringBackWhatAnEarlierOneTook) {
+  records_.record(kKind, "cut off", 9);
+  records_.die(9, true);
   settleAt(0, 20);
-  EXPECT_EQ(book_.counts(kKind).recorded_most, 0U);
-  book_.diesWith(30, true);
-  EXPECT_EQ(book_.counts(kKind).recorded_most, 1U);
+  EXPECT_EQ(records_.counts(kKind).recorded_most, 0U);
+  records_.die(30, true);
+  EXPECT_EQ(records_.counts(kKind).recorded_most, 1U);
   settleAt(0, 40);
-  book_.diesWith(kNever, false);
-  EXPECT_EQ(book_.counts(kKind).recorded_most, 0U) << "a kill does not";
+  records_.die(kNever, false);
+  EXPECT_EQ(records_.counts(kKind).recorded_most, 0U) << "a kill does not";
 }
 
-TEST_F(ThingBookTest, CountsAReportOnceItIsTakenIn) {
+TEST_F(ExpectedRecordsTest, CountsAReportOnceItIsTakenIn) {
   constexpr RecordKind kReports = RecordKind::kCrashReports;
-  const RecordNumber number = book_.record(kReports, "crash", 1);
-  book_.waitBesideTheStore(kReports, {"crash", "unheard of"});
-  EXPECT_EQ(book_.counts(kReports).recorded_least, 0U);
-  EXPECT_THAT(book_.lost(), IsEmpty());
-  book_.diesWith(0, true);
-  EXPECT_EQ(book_.counts(kReports).recorded_most, 0U) << "no death takes it";
-  book_.storedAre(kReports, {"crash"});
-  book_.isTakenIn(number);
-  EXPECT_EQ(book_.counts(kReports).recorded_least, 1U);
+  const RecordNumber number = records_.record(kReports, "crash", 1);
+  records_.waitOutsideTheStore(kReports, {"crash", "unheard of"});
+  EXPECT_EQ(records_.counts(kReports).recorded_least, 0U);
+  EXPECT_THAT(records_.lost(), IsEmpty());
+  records_.die(0, true);
+  EXPECT_EQ(records_.counts(kReports).recorded_most, 0U) << "no death takes it";
+  records_.setStored(kReports, {"crash"});
+  records_.takeIn(number);
+  EXPECT_EQ(records_.counts(kReports).recorded_least, 1U);
 }
 
 TEST(ThingNames, AreTheSameInTheStoreAndOnTheWire) {

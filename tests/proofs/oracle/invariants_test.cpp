@@ -16,32 +16,32 @@ using ::morvik::testing::ServiceEndpoint;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class LifeCheckers : public ::testing::Test {
+class Invariants : public ::testing::Test {
  protected:
   template <class Event>
   void tell(const Event& event) {
-    for (const auto& checker : checkers_)
-      event(*checker);
+    for (const auto& invariant : invariants_)
+      event(*invariant);
   }
   void begin() {
-    tell([](Invariant& checker) { checker.processBegins(); });
+    tell([](Invariant& invariant) { invariant.processBegins(); });
   }
   void start(ServiceEndpoint endpoint) {
     RunExchange exchange;
     exchange.endpoint = endpoint;
     exchange.url = "https://service.example/";
-    tell([&](Invariant& checker) { checker.requestStarts(exchange); });
+    tell([&](Invariant& invariant) { invariant.requestStarts(exchange); });
   }
   void leave(ServiceEndpoint endpoint) {
     RunExchange exchange;
     exchange.endpoint = endpoint;
     exchange.url = "https://service.example/";
-    tell([&](Invariant& checker) { checker.requestLeaves(exchange); });
+    tell([&](Invariant& invariant) { invariant.requestLeaves(exchange); });
   }
   void end(ServiceEndpoint endpoint, const std::optional<kit::Value>& answer) {
     RunExchange exchange;
     exchange.endpoint = endpoint;
-    tell([&](Invariant& checker) { checker.exchangeEnds(exchange, answer); });
+    tell([&](Invariant& invariant) { invariant.exchangeEnds(exchange, answer); });
   }
   /// In the handler of a conversion, or, for a re-fetch, in no handler.
   void putOff(bool is_retry) {
@@ -50,24 +50,24 @@ class LifeCheckers : public ::testing::Test {
       facts_.handling = 1;
       facts_.exchanges[1].endpoint = ServiceEndpoint::kConversion;
     }
-    tell([](Invariant& checker) { checker.blockIsPutOff(10); });
+    tell([](Invariant& invariant) { invariant.blockPostponed(10); });
   }
   void set(const char* key, const kit::Value& value) {
-    tell([&](Invariant& checker) { checker.valueIsSet(key, value); });
+    tell([&](Invariant& invariant) { invariant.valueSet(key, value); });
   }
   void endStep() {
-    tell([](Invariant& checker) { checker.stepEnds(); });
+    tell([](Invariant& invariant) { invariant.stepEnds(); });
   }
   /// Names of those that complained since the last call.
   std::vector<std::string> complaints() { return std::exchange(complaints_, {}); }
 
   RunFacts facts_;
   std::vector<std::string> complaints_;
-  const std::vector<std::unique_ptr<Invariant>> checkers_ =
-      makeLifeCheckers(facts_, [this](const char* checker, const std::string&) { complaints_.emplace_back(checker); });
+  const std::vector<std::unique_ptr<Invariant>> invariants_ = makeInvariants(
+      facts_, [this](const char* invariant, const std::string&) { complaints_.emplace_back(invariant); });
 };
 
-TEST_F(LifeCheckers, LetOneBatchLeaveForEachTimeTheSlotIsFreed) {
+TEST_F(Invariants, LetOneBatchLeaveForEachTimeTheSlotIsFreed) {
   begin();
   start(ServiceEndpoint::kTracking);
   EXPECT_THAT(complaints(), IsEmpty());
@@ -76,15 +76,15 @@ TEST_F(LifeCheckers, LetOneBatchLeaveForEachTimeTheSlotIsFreed) {
   end(ServiceEndpoint::kTracking, std::nullopt);
   start(ServiceEndpoint::kTracking);
   EXPECT_THAT(complaints(), IsEmpty()) << "its answer frees it";
-  tell([](Invariant& checker) { checker.sessionIsAskedToStart(); });
+  tell([](Invariant& invariant) { invariant.sessionRequested(); });
   start(ServiceEndpoint::kTracking);
   EXPECT_THAT(complaints(), IsEmpty()) << "so does a session's start";
-  tell([](Invariant& checker) { checker.loopIsIdle(); });
+  tell([](Invariant& invariant) { invariant.loopIdle(); });
   start(ServiceEndpoint::kTracking);
   EXPECT_THAT(complaints(), ElementsAre(kOneBatchPerSlot)) << "once";
 }
 
-TEST_F(LifeCheckers, LetNothingButTheErasureOfTheForgottenLeave) {
+TEST_F(Invariants, LetNothingButTheErasureOfTheForgottenLeave) {
   facts_.is_forgotten = true;
   start(ServiceEndpoint::kErasure);
   EXPECT_THAT(complaints(), IsEmpty());
@@ -99,7 +99,7 @@ TEST_F(LifeCheckers, LetNothingButTheErasureOfTheForgottenLeave) {
   EXPECT_THAT(complaints(), IsEmpty()) << "it cannot know";
 }
 
-TEST_F(LifeCheckers, LetNothingLeaveThatStartedBeforeTheUserAskedToBeForgotten) {
+TEST_F(Invariants, LetNothingLeaveThatStartedBeforeTheUserAskedToBeForgotten) {
   start(ServiceEndpoint::kReEngagement);
   facts_.wants_to_be_forgotten = true;
   EXPECT_THAT(complaints(), IsEmpty());
@@ -109,7 +109,7 @@ TEST_F(LifeCheckers, LetNothingLeaveThatStartedBeforeTheUserAskedToBeForgotten) 
   EXPECT_THAT(complaints(), ElementsAre(kForgottenIsSilent));
 }
 
-TEST_F(LifeCheckers, AllowNineRetriesAndOneRefetchBetweenTwoSuccesses) {
+TEST_F(Invariants, AllowNineRetriesAndOneRefetchBetweenTwoSuccesses) {
   begin();
   for (uint64_t retry = 0; retry < kMaxRetries; ++retry)
     putOff(true);
@@ -121,13 +121,13 @@ TEST_F(LifeCheckers, AllowNineRetriesAndOneRefetchBetweenTwoSuccesses) {
   end(ServiceEndpoint::kConversion, kit::Value(kit::Dictionary{}));
   putOff(true);
   putOff(false);
-  EXPECT_THAT(complaints(), IsEmpty()) << "a success begins anew";
+  EXPECT_THAT(complaints(), IsEmpty()) << "a success starts again from zero";
   end(ServiceEndpoint::kConversion, std::nullopt);
   putOff(false);
   EXPECT_THAT(complaints(), ElementsAre(kRetriesInBounds)) << "a failure does not";
 }
 
-TEST_F(LifeCheckers, KnowTheBoundsOfClicksAndTheirCounts) {
+TEST_F(Invariants, KnowTheBoundsOfClicksAndTheirCounts) {
   const auto counted = [](int64_t failures) {
     return kit::Value(kit::Array{kit::Dictionary{{"conversion_key", 5}, {"failure_cnt", failures}}});
   };
@@ -142,7 +142,7 @@ TEST_F(LifeCheckers, KnowTheBoundsOfClicksAndTheirCounts) {
   EXPECT_THAT(complaints(), ElementsAre(kOneClickPerKey));
 }
 
-TEST_F(LifeCheckers, WaitForAnAnswerAsLongAsItsRequestDoes) {
+TEST_F(Invariants, WaitForAnAnswerAsLongAsItsRequestDoes) {
   facts_.exchanges[1] = {.url = "https://service.example/", .started_at = 100, .left_at = 100, .timeout_seconds = 60};
   facts_.now = 160;
   endStep();
@@ -153,7 +153,7 @@ TEST_F(LifeCheckers, WaitForAnAnswerAsLongAsItsRequestDoes) {
   EXPECT_THAT(complaints(), ElementsAre(kRequestsReturn)) << "once";
 }
 
-TEST_F(LifeCheckers, HoldTheLedgerAgainstWhatWasSeen) {
+TEST_F(Invariants, HoldTheLedgerAgainstWhatWasSeen) {
   facts_.is_alive = true;
   facts_.ledger = Ledger{};
   for (const char* const kind : kRecordKindNames)
@@ -164,8 +164,8 @@ TEST_F(LifeCheckers, HoldTheLedgerAgainstWhatWasSeen) {
   activities.recorded = activities.delivered = 1;
   endStep();
   EXPECT_THAT(complaints(), ElementsAre(kLedgerAgrees, kLedgerAgrees)) << "nothing was recorded, and nothing arrived";
-  const RecordNumber look = facts_.things.record(RecordKind::kActivities, "look", 1);
-  facts_.things.arrives(look);
+  const RecordNumber look = facts_.records.record(RecordKind::kActivities, "look", 1);
+  facts_.records.arrives(look);
   endStep();
   EXPECT_THAT(complaints(), IsEmpty());
   activities.delivered = 0;
@@ -181,28 +181,28 @@ TEST_F(LifeCheckers, HoldTheLedgerAgainstWhatWasSeen) {
   EXPECT_THAT(complaints(), ElementsAre(kLedgerIsSound)) << "that is no rule";
 }
 
-TEST_F(LifeCheckers, MissWhatIsGoneAndWhatStaysBehind) {
+TEST_F(Invariants, MissWhatIsGoneAndWhatStaysBehind) {
   facts_.is_alive = true;
-  const RecordNumber look = facts_.things.record(RecordKind::kActivities, "look", 1);
+  const RecordNumber look = facts_.records.record(RecordKind::kActivities, "look", 1);
   endStep();
   EXPECT_THAT(complaints(), ElementsAre(kNothingIsLost));
-  facts_.things.storedAre(RecordKind::kActivities, {"look"});
+  facts_.records.setStored(RecordKind::kActivities, {"look"});
   facts_.is_all_well = true;
   endStep();
   EXPECT_THAT(complaints(), IsEmpty()) << "one may be the end of the last session";
-  facts_.things.record(RecordKind::kActivities, "another", 1);
-  facts_.things.storedAre(RecordKind::kActivities, {"look", "another"});
+  facts_.records.record(RecordKind::kActivities, "another", 1);
+  facts_.records.setStored(RecordKind::kActivities, {"look", "another"});
   endStep();
   EXPECT_THAT(complaints(), ElementsAre(kAllGoesOut));
-  facts_.things.isTrimmed(look, 1);
+  facts_.records.trim(look, 1);
   RunExchange again;
   again.endpoint = ServiceEndpoint::kTracking;
-  again.things = {look};
-  tell([&](Invariant& checker) { checker.requestStarts(again); });
+  again.records = {look};
+  tell([&](Invariant& invariant) { invariant.requestStarts(again); });
   EXPECT_THAT(complaints(), ElementsAre(kSentOnce));
 }
 
-TEST_F(LifeCheckers, KnowAWishFromItsFileWhereTheStoreCannotBeRead) {
+TEST_F(Invariants, KnowAWishFromItsFileWhereTheStoreCannotBeRead) {
   facts_.is_alive = true;
   facts_.wants_to_be_forgotten = true;
   facts_.knows_its_store = false;
@@ -214,18 +214,18 @@ TEST_F(LifeCheckers, KnowAWishFromItsFileWhereTheStoreCannotBeRead) {
   EXPECT_THAT(complaints(), ElementsAre(kWishesAreKept, kForgottenIsSilent));
 }
 
-TEST_F(LifeCheckers, KnowWhatTheAppMustBeToldAndWhatMustStay) {
-  tell([](Invariant& checker) { checker.isAnswered(Recorded::kRefusedTooLarge, Recorded::kRefusedTooLarge); });
-  tell([](Invariant& checker) { checker.storeFileChanges("/disk/morvik.store"); });
+TEST_F(Invariants, KnowWhatTheAppMustBeToldAndWhatMustStay) {
+  tell([](Invariant& invariant) { invariant.answered(Recorded::kRefusedTooLarge, Recorded::kRefusedTooLarge); });
+  tell([](Invariant& invariant) { invariant.storeFileChanges("/disk/morvik.store"); });
   EXPECT_THAT(complaints(), IsEmpty());
-  tell([](Invariant& checker) { checker.isAnswered(Recorded::kKept, Recorded::kKeptInMemory); });
+  tell([](Invariant& invariant) { invariant.answered(Recorded::kKept, Recorded::kKeptInMemory); });
   EXPECT_THAT(complaints(), ElementsAre(kAnswersAreTrue));
-  facts_.is_beside_newer = true;
-  tell([](Invariant& checker) { checker.storeFileChanges("/disk/morvik.store"); });
+  facts_.is_next_to_newer = true;
+  tell([](Invariant& invariant) { invariant.storeFileChanges("/disk/morvik.store"); });
   EXPECT_THAT(complaints(), ElementsAre(kNewerStoreStays));
 }
 
-TEST_F(LifeCheckers, KnowTheWishTheDeviceAndTheLog) {
+TEST_F(Invariants, KnowTheWishTheDeviceAndTheLog) {
   facts_.is_alive = true;
   facts_.wants_to_be_forgotten = true;
   endStep();
@@ -234,7 +234,7 @@ TEST_F(LifeCheckers, KnowTheWishTheDeviceAndTheLog) {
   facts_.installs = 2;
   endStep();
   EXPECT_THAT(complaints(), ElementsAre(kOneDevice));
-  tell([](Invariant& checker) { checker.lineIsLogged("no text of the kit's"); });
+  tell([](Invariant& invariant) { invariant.lineLogged("no text of the kit's"); });
   EXPECT_THAT(complaints(), ElementsAre(kLinesAreKnown));
 }
 

@@ -13,7 +13,7 @@
 namespace morvik::proofs {
 namespace {
 
-class WildDiskTest : public ::testing::Test {
+class FlakyDiskTest : public ::testing::Test {
  protected:
   void open() {
     disk_.processStarts(true);
@@ -34,7 +34,7 @@ class WildDiskTest : public ::testing::Test {
   std::unique_ptr<host::SqliteStore> store_;
 };
 
-TEST_F(WildDiskTest, FailsSoManyCallsAndThenUntilTheTimeIsOver) {
+TEST_F(FlakyDiskTest, FailsSoManyCallsAndThenUntilTheTimeIsOver) {
   open();
   EXPECT_TRUE(write(1));
   disk_.fail(FlakyDiskFault::kFull, 1, 0);
@@ -46,12 +46,12 @@ TEST_F(WildDiskTest, FailsSoManyCallsAndThenUntilTheTimeIsOver) {
   loop_.advance(61);
   EXPECT_TRUE(write(5));
   disk_.fail(FlakyDiskFault::kFull, 100, 0);
-  disk_.isWellAgain();
+  disk_.recover();
   EXPECT_TRUE(write(6));
   EXPECT_GT(changes_, 0U);
 }
 
-TEST_F(WildDiskTest, ForbidsToChangeTheStoresOwnFilesAlone) {
+TEST_F(FlakyDiskTest, ForbidsToChangeTheStoresOwnFilesAlone) {
   open();
   EXPECT_TRUE(write(1));
   disk_.fail(FlakyDiskFault::kUnwritable, 0, loop_.monotonicSeconds() + 60);
@@ -66,7 +66,7 @@ TEST_F(WildDiskTest, ForbidsToChangeTheStoresOwnFilesAlone) {
   EXPECT_TRUE(write(4)) << "it was opened again meanwhile";
 }
 
-TEST_F(WildDiskTest, FailsReadsOfAStartAlone) {
+TEST_F(FlakyDiskTest, FailsReadsOfAStartAlone) {
   open();
   write(1);
   store_->shutdown();
@@ -80,9 +80,9 @@ TEST_F(WildDiskTest, FailsReadsOfAStartAlone) {
   EXPECT_GT(failed(FlakyDiskFault::kReadErrorAtStart), 0U);
 }
 
-TEST_F(WildDiskTest, ExcusesWhatIsUnsyncedAfterAFailedSyncOrADeathUntilTheNextSync) {
+TEST_F(FlakyDiskTest, ExcusesWhatIsUnsyncedAfterAFailedSyncOrADeathUntilTheNextSync) {
   open();
-  for (const int value : {0, 1}) {  // a fresh file's first sync begins its log anew
+  for (const int value : {0, 1}) {  // a fresh file's first sync begins its log again
     write(value);
     loop_.advance(1);
   }

@@ -24,8 +24,8 @@ class NoWatcher final : public MachineWatcher {
   void requestStarts(uint64_t, const kit::Request&) override {}
   void handlerBegins(uint64_t, const kit::TransportOutcome&) override {}
   void handlerEnded(uint64_t) override {}
-  void valueIsSet(std::string_view, const kit::Value&) override {}
-  void blockIsPutOff(double) override {}
+  void valueSet(std::string_view, const kit::Value&) override {}
+  void blockPostponed(double) override {}
 };
 
 /// At some of the store's calls, drawn from the seed, another thread of the app records. It runs here while the thread

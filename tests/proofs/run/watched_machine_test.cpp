@@ -20,8 +20,8 @@ class Watcher final : public MachineWatcher {
     note(outcome.error ? "fails " : "answers ", exchange);
   }
   void handlerEnded(uint64_t exchange) override { note("ended ", exchange); }
-  void valueIsSet(std::string_view key, const kit::Value&) override { keys.emplace_back(key); }
-  void blockIsPutOff(double delay_seconds) override { delays.push_back(delay_seconds); }
+  void valueSet(std::string_view key, const kit::Value&) override { keys.emplace_back(key); }
+  void blockPostponed(double delay_seconds) override { delays.push_back(delay_seconds); }
 
   std::vector<std::string> exchanges;
   std::vector<std::string> keys;
@@ -34,8 +34,8 @@ class Watcher final : public MachineWatcher {
 /// A machine whose service does not know what it is asked for.
 class WatchedMachineTest : public ::testing::Test {
  protected:
-  void report(MachineSabotage* meddler) {
-    WatchedMachine machine({}, watcher_, meddler);
+  void report(MachineSabotage* sabotage) {
+    WatchedMachine machine({}, watcher_, sabotage);
     machine.transport.setDefaultAnswer(::morvik::testing::Answer::body(404, ""));
     const auto phone = machine.start(simulation::simulatedApp());
     phone->addActivity("shop", "look", std::nullopt);
@@ -62,15 +62,15 @@ TEST_F(WatchedMachineTest, TellsOfRequestsValuesAndWhatIsPutOff) {
 }
 
 TEST_F(WatchedMachineTest, LetsAMeddlerSpoilWhatPasses) {
-  class Meddler final : public MachineSabotage {
+  class SelectedSabotage final : public MachineSabotage {
    public:
     size_t copiesOf(const kit::Request&) override { return 2; }
     bool spoilsAnswerTo(const kit::Request&) override { return true; }
     kit::Value stored(std::string_view key, kit::Value value) override {
       return key == "fendoActivityInfos" ? kit::Value(kit::Array()) : value;
     }
-  } meddler;
-  report(&meddler);
+  } sabotage;
+  report(&sabotage);
   EXPECT_THAT(watcher_.exchanges, Contains("starts 2"));
   EXPECT_THAT(watcher_.exchanges, Contains("fails 1"));
   EXPECT_THAT(watcher_.exchanges, Not(Contains("answers 1")));

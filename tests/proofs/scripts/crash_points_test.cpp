@@ -23,11 +23,11 @@ using ::testing::Pair;
 using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
 
-std::map<std::pair<RecordKind, RemovalReason>, uint64_t> givenUp(const ScriptedRunAccount& account) {
+std::map<std::pair<RecordKind, RemovalReason>, uint64_t> givenUp(const ScriptedRunTotals& totals) {
   std::map<std::pair<RecordKind, RemovalReason>, uint64_t> given_up;
-  for (size_t row = 0; row < account.given_up.size(); ++row) {
-    if (account.given_up[row] != 0)
-      given_up[{removalRules()[row].kind, removalRules()[row].reason}] = account.given_up[row];
+  for (size_t row = 0; row < totals.given_up.size(); ++row) {
+    if (totals.given_up[row] != 0)
+      given_up[{removalRules()[row].kind, removalRules()[row].reason}] = totals.given_up[row];
   }
   return given_up;
 }
@@ -35,9 +35,9 @@ std::map<std::pair<RecordKind, RemovalReason>, uint64_t> givenUp(const ScriptedR
 TEST(ScriptedRun, DeliversEverythingButWhatTheRulesLetGoWhenNothingCutsIt) {
   const ScriptedRunResult lived = playScriptedRun({});
   EXPECT_THAT(lived.texts, IsEmpty());
-  EXPECT_TRUE(lived.account.balances());
-  EXPECT_EQ(lived.account.delivered + lived.account.givenUp() + lived.account.kept_in_memory, lived.account.recorded);
-  EXPECT_THAT(givenUp(lived.account),
+  EXPECT_TRUE(lived.totals.balances());
+  EXPECT_EQ(lived.totals.delivered + lived.totals.givenUp() + lived.totals.kept_in_memory, lived.totals.recorded);
+  EXPECT_THAT(givenUp(lived.totals),
               UnorderedElementsAre(Pair(Pair(RecordKind::kActivities, RemovalReason::kPlaceTaken), 1),
                                    Pair(Pair(RecordKind::kImpressions, RemovalReason::kAddedDuringUpload), 1),
                                    Pair(Pair(RecordKind::kReEngagementClicks, RemovalReason::kForgotten), Gt(0U)),
@@ -45,31 +45,31 @@ TEST(ScriptedRun, DeliversEverythingButWhatTheRulesLetGoWhenNothingCutsIt) {
                                    Pair(Pair(RecordKind::kCommerceClicks, RemovalReason::kAddedDuringUpload), 1),
                                    Pair(Pair(RecordKind::kDemographics, RemovalReason::kReplaced), 1),
                                    Pair(Pair(RecordKind::kDemographics, RemovalReason::kAddedDuringUpload), 1)));
-  EXPECT_GT(lived.account.recorded, 100U);
+  EXPECT_GT(lived.totals.recorded, 100U);
   EXPECT_GT(lived.changes, 2000U);
   EXPECT_GT(lived.sent_twice, 0U) << "answers are lost on the way";
   EXPECT_GT(lived.recorded_meanwhile, 5U) << "the log is written back while the app goes on";
   EXPECT_EQ(lived.installs, 1U);
   EXPECT_THAT(lived.occasions, Each(Gt(0U))) << "newer stores, full queues and all the others";
-  EXPECT_GT(lived.account.kept_in_memory, 0U) << "beside a newer store, and in one that takes nothing";
+  EXPECT_GT(lived.totals.kept_in_memory, 0U) << "next to a newer store, and in one that takes nothing";
   EXPECT_THAT(lived.fault_points, Each(Gt(100U)));
 }
 
 TEST(ScriptedRun, IsTheSameEveryTime) {
-  const ScriptedRunOptions options = lifeAtPoint(PointMode::kScatteredPowerCut, 700, 3);
+  const ScriptedRunOptions options = runAtPoint(PointMode::kScatteredPowerCut, 700, 3);
   const ScriptedRunResult first = playScriptedRun(options);
   const ScriptedRunResult second = playScriptedRun(options);
   EXPECT_EQ(first.changes, second.changes);
   EXPECT_EQ(first.fault_points, second.fault_points);
-  EXPECT_EQ(first.account.delivered, second.account.delivered);
-  EXPECT_EQ(first.account.not_kept_yet, second.account.not_kept_yet);
+  EXPECT_EQ(first.totals.delivered, second.totals.delivered);
+  EXPECT_EQ(first.totals.not_kept_yet, second.totals.not_kept_yet);
 }
 
 TEST(ScriptedRun, ThatIsCutOffDiesOfThatAndNotOfTheNextDeathInItsScript) {
   const ScriptedRunResult whole = playScriptedRun({});
   uint64_t in_the_place_of_a_kill = 0;
   for (uint64_t number = 50; number < whole.changes; number += whole.changes / 20) {
-    const ScriptedRunResult lived = playScriptedRun(lifeAtPoint(PointMode::kPowerCut, number, 1));
+    const ScriptedRunResult lived = playScriptedRun(runAtPoint(PointMode::kPowerCut, number, 1));
     in_the_place_of_a_kill += lived.cuts == whole.cuts && lived.power_cuts == whole.power_cuts + 1 ? 1 : 0;
   }
   EXPECT_GT(in_the_place_of_a_kill, 0U);
@@ -84,11 +84,11 @@ TEST(ScriptedRun, LeavesToTheSeedWhatItsScriptLeavesOpen) {
 
 TEST(ScriptedRun, ThatIsCutOffInItsHealthyEndBeginsThatAgain) {
   const ScriptedRunResult whole = playScriptedRun({});
-  const ScriptedRunResult late = playScriptedRun(lifeAtPoint(PointMode::kKill, whole.changes - 20, 1));
+  const ScriptedRunResult late = playScriptedRun(runAtPoint(PointMode::kKill, whole.changes - 20, 1));
   EXPECT_THAT(late.texts, IsEmpty());
   EXPECT_EQ(late.cuts, whole.cuts + 1);
-  EXPECT_GT(late.account.recorded, whole.account.recorded);
-  EXPECT_EQ(late.account.stored, 0U) << "all of it went out after the cut";
+  EXPECT_GT(late.totals.recorded, whole.totals.recorded);
+  EXPECT_EQ(late.totals.stored, 0U) << "all of it went out after the cut";
 }
 
 TEST(CrashPoints, LoseNothingAtAFew) {
@@ -96,8 +96,8 @@ TEST(CrashPoints, LoseNothingAtAFew) {
   EXPECT_THAT(result.texts, IsEmpty());
   EXPECT_THAT(result.complaints, Each(0U));
   EXPECT_GT(result.tried_in_all, 30U);
-  EXPECT_TRUE(result.account.balances());
-  EXPECT_GT(result.account.delivered, 0U);
+  EXPECT_TRUE(result.totals.balances());
+  EXPECT_GT(result.totals.delivered, 0U);
 }
 
 TEST(CrashPoints, AreTheSameOnAnyNumberOfThreads) {
@@ -242,7 +242,7 @@ TEST(BrokenDevice, ThatThrowsIsBrokenAndTheOtherLivesAreStillTried) {
   EXPECT_GT(result.tried_in_all, 10U);
   EXPECT_THAT(complaintsOf(result), ElementsAre(Pair("broken", result.tried_in_all)));
   EXPECT_THAT(result.texts, Each(AllOf(HasSubstr("kill "), HasSubstr("the life threw: it was to end badly"))));
-  EXPECT_EQ(result.account.recorded, 0U) << "what was recorded in such a life is in no account";
+  EXPECT_EQ(result.totals.recorded, 0U) << "what was recorded in such a life is in no account";
 }
 
 TEST(CrashPointFigures, NameEachComplaintAndItsNumber) {
@@ -257,8 +257,8 @@ TEST(CrashPointFigures, NameEachComplaintAndItsNumber) {
 
 TEST(CrashPointFigures, NameWhatWasGivenUpInTheWordsOfTheLedger) {
   CrashPointResult result;
-  result.account.given_up[removalRuleOf(RecordKind::kImpressions, RemovalReason::kPlaceTaken).value()] = 2;
-  result.account.given_up[removalRuleOf(RecordKind::kDemographics, RemovalReason::kReplaced).value()] = 3;
+  result.totals.given_up[removalRuleOf(RecordKind::kImpressions, RemovalReason::kPlaceTaken).value()] = 2;
+  result.totals.given_up[removalRuleOf(RecordKind::kDemographics, RemovalReason::kReplaced).value()] = 3;
   const std::string text = figuresOf(result);
   EXPECT_THAT(text, HasSubstr("  given up by rule                          5\n"
                               "  of these impressions deleted by the answer to another batch, and their own was not "

@@ -21,7 +21,7 @@ constexpr uint64_t kSeedsToAnyOccasion = 60;
 TEST(RandomRun, GivesNobodyReasonToComplain) {
   RandomRunFigures figures;
   for (uint64_t seed = 1; seed <= 12; ++seed) {
-    const RandomRunResult lived = liveWildLife({.seed = seed, .days = 1});
+    const RandomRunResult lived = playRandomRun({.seed = seed, .days = 1});
     EXPECT_THAT(lived.complaints, IsEmpty()) << "seed " << seed;
     figures += lived.figures;
   }
@@ -38,23 +38,23 @@ TEST(RandomRun, GivesNobodyReasonToComplain) {
 TEST(RandomRun, HoldsTheKitToItsOwnNumberOfFailuresOfAClick) {
   // In these a click is refused or lost until it is given up.
   for (const uint64_t seed : {16U, 30U, 48U, 60U})
-    EXPECT_THAT(liveWildLife({.seed = seed, .days = 2}).complaints, IsEmpty()) << "seed " << seed;
+    EXPECT_THAT(playRandomRun({.seed = seed, .days = 2}).complaints, IsEmpty()) << "seed " << seed;
 }
 
 TEST(RandomRun, IsTheSameToTheByteForTheSameSeed) {
-  const RandomRunResult first = liveWildLife({.seed = 7, .days = 1});
-  const RandomRunResult second = liveWildLife({.seed = 7, .days = 1});
+  const RandomRunResult first = playRandomRun({.seed = 7, .days = 1});
+  const RandomRunResult second = playRandomRun({.seed = 7, .days = 1});
   EXPECT_EQ(first.hash, second.hash);
   EXPECT_EQ(first.figures.log_lines, second.figures.log_lines);
   EXPECT_EQ(first.figures.disk_changes, second.figures.disk_changes);
-  EXPECT_NE(first.hash, liveWildLife({.seed = 8, .days = 1}).hash);
+  EXPECT_NE(first.hash, playRandomRun({.seed = 8, .days = 1}).hash);
 }
 
 TEST(RandomRun, IsTheSameWhetherItIsTracedOrNot) {
   std::vector<std::string> lines;
   RandomRunOptions traced{.seed = 9, .days = 0.5};
   traced.trace = [&lines](std::string_view line) { lines.emplace_back(line); };
-  EXPECT_EQ(liveWildLife(traced).hash, liveWildLife({.seed = 9, .days = 0.5}).hash);
+  EXPECT_EQ(playRandomRun(traced).hash, playRandomRun({.seed = 9, .days = 0.5}).hash);
   EXPECT_THAT(lines, SizeIs(Gt(100U)));
 }
 
@@ -68,13 +68,13 @@ TEST(RandomRun, KeepsNoMoreComplaintsThanAnybodyReads) {
       ++complained;
   };
   RandomRunResult lived;
-  while (complained <= kMaxWildComplaints && options.seed < kSeedsToAnyOccasion) {
+  while (complained <= kMaxRunComplaints && options.seed < kSeedsToAnyOccasion) {
     complained = 0;
     ++options.seed;
-    lived = liveWildLife(options);
-    EXPECT_EQ(lived.complaints.size(), std::min(complained, kMaxWildComplaints));
+    lived = playRandomRun(options);
+    EXPECT_EQ(lived.complaints.size(), std::min(complained, kMaxRunComplaints));
   }
-  EXPECT_GT(complained, kMaxWildComplaints);
+  EXPECT_GT(complained, kMaxRunComplaints);
 }
 
 struct Found {
@@ -85,12 +85,12 @@ std::ostream& operator<<(std::ostream& out, const Found& found) {
   return out << '"' << found.by << '"';
 }
 
-class BrokenLife : public ::testing::TestWithParam<Found> {};
+class BrokenRun : public ::testing::TestWithParam<Found> {};
 
-TEST_P(BrokenLife, IsFoundOut) {
+TEST_P(BrokenRun, IsFoundOut) {
   std::vector<std::string> others;
   for (uint64_t seed = 1; seed <= kSeedsToAnyOccasion; ++seed) {
-    const RandomRunResult lived = liveWildLife({.seed = seed, .days = 2, .sabotage = GetParam().sabotage});
+    const RandomRunResult lived = playRandomRun({.seed = seed, .days = 2, .sabotage = GetParam().sabotage});
     const bool is_found = std::any_of(lived.complaints.begin(), lived.complaints.end(),
                                       [](const std::string& each) { return each.starts_with(GetParam().by); });
     if (is_found)
@@ -101,7 +101,7 @@ TEST_P(BrokenLife, IsFoundOut) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    ByEachChecker, BrokenLife,
+    ByEachChecker, BrokenRun,
     ::testing::Values(
         Found{Sabotage::kForgetsAnActivity, kLedgerIsSound}, Found{Sabotage::kForgetsAnActivity, kNothingIsLost},
         Found{Sabotage::kForgetsTheAccount, kLedgerAgrees}, Found{Sabotage::kSendsBatchesTwice, kOneBatchPerSlot},

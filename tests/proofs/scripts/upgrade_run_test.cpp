@@ -35,7 +35,7 @@ struct KeptStore {
   bool has_ledger;     ///< the version that wrote it counted what it recorded
 };
 
-// Oldest first. One more for each rise of host::kStoreVersion, and for each new thing that a store keeps.
+// Oldest first. One more for each rise of host::kStoreVersion, and for each new record that a store keeps.
 constexpr KeptStore kKeptStores[] = {
     {"store-1", 1, false},
     {"store-1-ledger", 1, true},
@@ -65,8 +65,8 @@ int64_t versionInHeader(const std::string& file) {
 
 std::vector<std::string> allEvents() {
   std::vector<std::string> all;
-  for (size_t number = 0; number < kStoredLifeEvents; ++number)
-    all.push_back(storedLifeEvent(number));
+  for (size_t number = 0; number < kUpgradeRunEvents; ++number)
+    all.push_back(upgradeRunEvent(number));
   all.emplace_back("later event");
   return all;
 }
@@ -75,11 +75,11 @@ void expectAllArrived(const UpgradeRunContinued& life) {
   EXPECT_THAT(life.store_lines, IsEmpty());
   EXPECT_EQ(life.events, allEvents());
   for (const char* kept :
-       {kStoredLifeImpression, kStoredLifeClick, kStoredLifeCommerceClick, kStoredLifeCrash, kStoredLifeUser}) {
+       {kUpgradeRunImpression, kUpgradeRunClick, kUpgradeRunCommerceClick, kUpgradeRunCrash, kUpgradeRunUser}) {
     EXPECT_THAT(life.arrived, HasSubstr(kept));
   }
   for (const char* delivered :
-       {"kept event", "later event", kStoredLifeImpression, kStoredLifeCrash, kStoredLifeCommerceClick}) {
+       {"kept event", "later event", kUpgradeRunImpression, kUpgradeRunCrash, kUpgradeRunCommerceClick}) {
     EXPECT_THAT(life.stored, Not(HasSubstr(delivered)));
   }
   EXPECT_EQ(life.installs, 0U) << "the device is known already";
@@ -88,31 +88,31 @@ void expectAllArrived(const UpgradeRunContinued& life) {
 /// What the next process finds is counted, each once, and nothing else is.
 void expectAllFound(const Ledger& found) {
   EXPECT_TRUE(found.isSound());
-  EXPECT_EQ(found.of("activities").stored, kStoredLifeEvents + 2) << "and a session's end and a session's start";
+  EXPECT_EQ(found.of("activities").stored, kUpgradeRunEvents + 2) << "and a session's end and a session's start";
   for (const char* kind : {"impressions", "re-engagement clicks", "commerce clicks", "crash reports", "demographics"}) {
     EXPECT_EQ(found.of(kind).stored, 1U) << kind;
   }
 }
 
-/// A book that begins over what an older version stored.
+/// A ledger that starts from what an older version stored.
 void expectCountedFromNowOn(const Ledger& found) {
   expectAllFound(found);
   for (const Ledger::Account& account : found.accounts)
     EXPECT_EQ(account.recorded, account.stored) << account.kind;
 }
 
-/// A book that knows of earlier processes too.
+/// A ledger that knows of earlier processes too.
 void expectCountedFromTheBeginning(const Ledger& found) {
   expectAllFound(found);
   for (const Ledger::Account& account : found.accounts) {
-    EXPECT_EQ(account.delivered, account.kind == "activities" ? kStoredLifeDelivered : 0U) << account.kind;
-    EXPECT_EQ(account.givenUp(), account.kind == "demographics" ? kStoredLifeReplaced : 0U) << account.kind;
+    EXPECT_EQ(account.delivered, account.kind == "activities" ? kUpgradeRunDelivered : 0U) << account.kind;
+    EXPECT_EQ(account.givenUp(), account.kind == "demographics" ? kUpgradeRunReplaced : 0U) << account.kind;
   }
   ASSERT_THAT(found.of("demographics").given_up, SizeIs(1));
   EXPECT_EQ(found.of("demographics").given_up[0].reason, "replaced by a newer value before they were delivered");
 }
 
-/// What the book held at first it holds at the end, and what was stored then is delivered.
+/// What the ledger held at first it holds at the end, and what was stored then is delivered.
 void expectGoneOnWith(const Ledger& found, const Ledger& end) {
   EXPECT_TRUE(end.isSound());
   for (const Ledger::Account& account : end.accounts) {
@@ -126,17 +126,17 @@ void expectGoneOnWith(const Ledger& found, const Ledger& end) {
   EXPECT_EQ(end.of("commerce clicks").recorded, 2U);
 }
 
-TEST(StoredLife, OfToday) {
+TEST(UpgradeRun, OfToday) {
   const StoreFilesKept files = storeOfADeviceThatDied();
   EXPECT_THAT(files, SizeIs(3)) << "the file, its log, and the file of the wish to be forgotten";
-  const UpgradeRunContinued life = continueStoredLife(files);
+  const UpgradeRunContinued life = continueUpgradeRun(files);
   expectAllArrived(life);
   expectCountedFromTheBeginning(life.ledger_found);
   expectGoneOnWith(life.ledger_found, life.ledger);
 }
 
-TEST(StoredLife, WhoseFilesAreLostIsAnotherDevice) {
-  const UpgradeRunContinued life = continueStoredLife({});
+TEST(UpgradeRun, WhoseFilesAreLostIsAnotherDevice) {
+  const UpgradeRunContinued life = continueUpgradeRun({});
   EXPECT_EQ(life.events, std::vector<std::string>{"later event"});
   EXPECT_EQ(life.installs, 1U);
   EXPECT_NE(life.install_id, kGoldenInstallId);
@@ -148,7 +148,7 @@ class EarlierStore : public ::testing::TestWithParam<KeptStore> {};
 TEST_P(EarlierStore, GoesOnAsTheSameDeviceWithAllItHeldAndCounted) {
   const StoreFilesKept files = goldenFiles(GetParam().folder);
   ASSERT_THAT(files, SizeIs(2));
-  const UpgradeRunContinued life = continueStoredLife(files);
+  const UpgradeRunContinued life = continueUpgradeRun(files);
   expectAllArrived(life);
   EXPECT_EQ(life.install_id, kGoldenInstallId);
   if (GetParam().has_ledger) {

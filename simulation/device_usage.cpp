@@ -1,4 +1,4 @@
-#include "simulation/device_life.h"
+#include "simulation/device_usage.h"
 
 #include <algorithm>
 #include <charconv>
@@ -21,7 +21,7 @@ constexpr double kWakingSeconds = 16 * kHourSeconds;
 constexpr double kLongestSessionSeconds = 20 * 60;
 constexpr double kDefaultTimeoutSeconds = 60;
 
-VirtualMachineOptions machineOptions(const LifeOptions& options) {
+VirtualMachineOptions machineOptions(const UsageOptions& options) {
   VirtualMachineOptions of_machine;
   of_machine.seed = options.seed;
   of_machine.loop.wall_clock = options.begins;
@@ -47,15 +47,15 @@ std::optional<size_t> eventNumber(const kit::Value& param) {
 
 }  // namespace
 
-LifeTroubles LifeTroubles::none() {
-  LifeTroubles none;
+UsageTroubles UsageTroubles::none() {
+  UsageTroubles none;
   none.offline_phase_a_day = none.death_in_background = none.death_in_session = none.clock_change_a_day = 0;
   none.quick_return = none.refused_by_status = none.lost_before_it_arrived = none.answer_lost = 0;
   none.garbage_answer = none.no_answer = none.slow = 0;
   return none;
 }
 
-LifeAccount& LifeAccount::operator+=(const LifeAccount& other) {
+UsageTotals& UsageTotals::operator+=(const UsageTotals& other) {
   recorded += other.recorded;
   delivered += other.delivered;
   stored += other.stored;
@@ -66,7 +66,7 @@ LifeAccount& LifeAccount::operator+=(const LifeAccount& other) {
   return *this;
 }
 
-LifeCounts& LifeCounts::operator+=(const LifeCounts& other) {
+UsageCounts& UsageCounts::operator+=(const UsageCounts& other) {
   days += other.days;
   sessions += other.sessions;
   requests += other.requests;
@@ -76,24 +76,24 @@ LifeCounts& LifeCounts::operator+=(const LifeCounts& other) {
   return *this;
 }
 
-DeviceLife::DeviceLife(LifeOptions options, SimulatedService& service)
+DeviceUsage::DeviceUsage(UsageOptions options, SimulatedService& service)
     : options_(options), dice_(options.seed), service_(service), machine_(machineOptions(options)) {
   began_seconds_ = machine_.loop.monotonicSeconds();
   machine_.transport.on("").alwaysBy([this](const kit::Request& request) { return serve(request); });
   machine_.transport.setObserver([this](const kit::Request&) { ++counts_.requests; });
 }
 
-DeviceLife::~DeviceLife() = default;
+DeviceUsage::~DeviceUsage() = default;
 
-kit::Date DeviceLife::trueTime() const {
+kit::Date DeviceUsage::trueTime() const {
   return options_.begins.shiftedBySeconds(machine_.loop.monotonicSeconds() - began_seconds_);
 }
 
 // ------------------------------------------------------------------------------------------------------------- living
 
-void DeviceLife::liveOneDay() {
+void DeviceUsage::useOneDay() {
   const double day_began = machine_.loop.monotonicSeconds();
-  const LifeTroubles& troubles = options_.troubles;
+  const UsageTroubles& troubles = options_.troubles;
   if (dice_.happens(troubles.offline_phase_a_day))
     beginOfflinePhase();
   if (dice_.happens(troubles.clock_change_a_day))
@@ -104,7 +104,7 @@ void DeviceLife::liveOneDay() {
   const double events_a_session = options_.events_a_day / options_.sessions_a_day;
   for (const double start : starts) {
     live(std::max(0.0, day_began + start - machine_.loop.monotonicSeconds()));
-    liveSession(dice_.around(events_a_session));
+    useOnce(dice_.around(events_a_session));
   }
   live(std::max(0.0, day_began + kDaySeconds - machine_.loop.monotonicSeconds()));
   ++counts_.days;
@@ -113,18 +113,18 @@ void DeviceLife::liveOneDay() {
   machine_.store.clearJournal();
 }
 
-void DeviceLife::liveAHealthyEnd() {
+void DeviceUsage::playHealthyEnd() {
   is_healthy_ = true;
   offline_until_seconds_ = 0;
   machine_.transport.goOnline();
   for (int session = 0; session < 2; ++session) {
     live(kHourSeconds);
-    liveSession(0);
+    useOnce(0);
   }
 }
 
 /// Time passes; a network that was away may be back.
-void DeviceLife::live(double seconds) {
+void DeviceUsage::live(double seconds) {
   const double now = machine_.loop.monotonicSeconds();
   if (offline_until_seconds_ > now && offline_until_seconds_ <= now + seconds) {
     const double offline = offline_until_seconds_ - now;
@@ -135,27 +135,27 @@ void DeviceLife::live(double seconds) {
   machine_.loop.advance(seconds);
 }
 
-void DeviceLife::beginOfflinePhase() {
+void DeviceUsage::beginOfflinePhase() {
   ++counts_.offline_phases;
   offline_until_seconds_ = machine_.loop.monotonicSeconds() + dice_.between(kHourSeconds, 3 * kDaySeconds);
   machine_.transport.goOffline();
 }
 
-void DeviceLife::needProcess() {
+void DeviceUsage::needProcess() {
   if (process_)
     return;
   process_ = machine_.start(simulatedApp());
   checkLedger();
 }
 
-void DeviceLife::die() {
+void DeviceUsage::die() {
   machine_.kill(std::move(process_));
   process_ = nullptr;
   batch_under_way_until_seconds_ = 0;  // nobody is left to take its answer
   ++counts_.deaths;
 }
 
-void DeviceLife::liveSession(uint64_t events) {
+void DeviceUsage::useOnce(uint64_t events) {
   ++counts_.sessions;
   needProcess();
   process_->applicationDidBecomeActive();
@@ -175,14 +175,14 @@ void DeviceLife::liveSession(uint64_t events) {
     die();
 }
 
-void DeviceLife::record() {
+void DeviceUsage::record() {
   const size_t number = events_.size();
   process_->addActivity("shop", dice_.happens(0.3) ? "purchase" : "look", eventName(options_.number, number));
   events_.push_back(kRecorded);
   machine_.loop.runUntilIdle();
 }
 
-void DeviceLife::leave() {
+void DeviceUsage::leave() {
   process_->applicationDidEnterBackground();
   machine_.loop.runUntilIdle();
   if (!is_healthy_ && dice_.happens(options_.troubles.quick_return)) {
@@ -196,7 +196,7 @@ void DeviceLife::leave() {
 }
 
 /// Between two turns, with an event just recorded, or a session just ended, or a batch just handed over.
-void DeviceLife::dieInTheMiddle() {
+void DeviceUsage::dieInTheMiddle() {
   record();
   if (dice_.happens(0.5))
     process_->applicationDidEnterBackground();
@@ -209,7 +209,7 @@ void DeviceLife::dieInTheMiddle() {
 
 // ------------------------------------------------------------------------------------------------------------ serving
 
-Answer DeviceLife::serve(const kit::Request& request) {
+Answer DeviceUsage::serve(const kit::Request& request) {
   if (!is_healthy_)
     return serveInTrouble(request);
   const ServedRequest served = service_.receive(request);
@@ -218,8 +218,8 @@ Answer DeviceLife::serve(const kit::Request& request) {
   return service_.answer(served);
 }
 
-Answer DeviceLife::serveInTrouble(const kit::Request& request) {
-  const LifeTroubles& troubles = options_.troubles;
+Answer DeviceUsage::serveInTrouble(const kit::Request& request) {
+  const UsageTroubles& troubles = options_.troubles;
   const double delay = dice_.happens(troubles.slow) ? dice_.between(1, 20) : dice_.between(0.02, 0.4);
   const bool is_refused = dice_.happens(troubles.refused_by_status);
   const bool is_lost = !is_refused && dice_.happens(troubles.lost_before_it_arrived);
@@ -244,7 +244,7 @@ Answer DeviceLife::serveInTrouble(const kit::Request& request) {
   return service_.answer(served).after(delay);
 }
 
-void DeviceLife::noteArrival(const ServedRequest& served) {
+void DeviceUsage::noteArrival(const ServedRequest& served) {
   if (served.endpoint != testing::ServiceEndpoint::kTracking || !served.counted)
     return;
   arrived_ += served.events_new;
@@ -256,7 +256,7 @@ void DeviceLife::noteArrival(const ServedRequest& served) {
 }
 
 /// A session start frees the slot of a batch under way; what then leaves may be trimmed by the earlier one's answer.
-void DeviceLife::noteBatchLeft(const ServedRequest& served, double answered_after_seconds) {
+void DeviceUsage::noteBatchLeft(const ServedRequest& served, double answered_after_seconds) {
   if (served.endpoint != testing::ServiceEndpoint::kTracking)
     return;
   const double now = machine_.loop.monotonicSeconds();
@@ -271,13 +271,13 @@ void DeviceLife::noteBatchLeft(const ServedRequest& served, double answered_afte
 
 // --------------------------------------------------------------------------------------------------------- accounting
 
-Ledger DeviceLife::ledger() {
+Ledger DeviceUsage::ledger() {
   needProcess();
   return process_->ledger();
 }
 
 /// The device knows of no more than arrived, and of what arrived unknown to it, it still has or gave up.
-void DeviceLife::checkLedger() {
+void DeviceUsage::checkLedger() {
   const Ledger ledger = process_->ledger();
   const Ledger::Account activities = ledger.of("activities");
   const uint64_t elsewhere = activities.stored + activities.under_way + activities.givenUp();
@@ -285,7 +285,7 @@ void DeviceLife::checkLedger() {
     ++ledger_faults_;
 }
 
-std::vector<uint8_t> DeviceLife::finalStates() const {
+std::vector<uint8_t> DeviceUsage::finalStates() const {
   std::vector<uint8_t> states = events_;
   const auto contents = machine_.store.contents();
   const auto activities = contents.find("fendoActivityInfos");
@@ -298,25 +298,25 @@ std::vector<uint8_t> DeviceLife::finalStates() const {
   return states;
 }
 
-LifeAccount DeviceLife::account() const {
-  LifeAccount account;
+UsageTotals DeviceUsage::totals() const {
+  UsageTotals totals;
   for (const uint8_t state : finalStates()) {
-    ++account.recorded;
+    ++totals.recorded;
     if ((state & kDelivered) != 0)
-      ++account.delivered;
+      ++totals.delivered;
     else if ((state & kStored) != 0)
-      ++account.stored;
+      ++totals.stored;
     else if ((state & kOverlapped) != 0)
-      ++account.given_up_by_rule;
+      ++totals.given_up_by_rule;
     else
-      ++account.lost;
+      ++totals.lost;
   }
-  account.arrived_again = arrived_again_;
-  account.ledger_faults = ledger_faults_;
-  return account;
+  totals.arrived_again = arrived_again_;
+  totals.ledger_faults = ledger_faults_;
+  return totals;
 }
 
-std::vector<std::string> DeviceLife::lostEvents(size_t limit) const {
+std::vector<std::string> DeviceUsage::lostEvents(size_t limit) const {
   std::vector<std::string> lost;
   const std::vector<uint8_t> states = finalStates();
   for (size_t number = 0; number < states.size() && lost.size() < limit; ++number) {

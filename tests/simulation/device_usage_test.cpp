@@ -1,4 +1,4 @@
-#include "simulation/device_life.h"
+#include "simulation/device_usage.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-class DeviceLifeTest : public ::testing::Test {
+class DeviceUsageTest : public ::testing::Test {
  protected:
   const host::OpensslCipher cipher_;
   const host::ZlibCompressor compressor_;
@@ -24,51 +24,51 @@ class DeviceLifeTest : public ::testing::Test {
                                                }};
 };
 
-TEST_F(DeviceLifeTest, DeliversWhatItsAppRecorded) {
-  DeviceLife life({.seed = 4, .troubles = LifeTroubles::none()}, service_);
+TEST_F(DeviceUsageTest, DeliversWhatItsAppRecorded) {
+  DeviceUsage life({.seed = 4, .troubles = UsageTroubles::none()}, service_);
   for (int day = 0; day < 5; ++day)
-    life.liveOneDay();
-  life.liveAHealthyEnd();
-  const LifeAccount account = life.account();
-  EXPECT_GT(account.recorded, 10U);
-  EXPECT_EQ(account.delivered, account.recorded);
+    life.useOneDay();
+  life.playHealthyEnd();
+  const UsageTotals totals = life.totals();
+  EXPECT_GT(totals.recorded, 10U);
+  EXPECT_EQ(totals.delivered, totals.recorded);
   EXPECT_EQ(life.counts().days, 5U);
 }
 
-TEST_F(DeviceLifeTest, KeepsWhatNoNetworkTakes) {
-  LifeTroubles offline = LifeTroubles::none();
+TEST_F(DeviceUsageTest, KeepsWhatNoNetworkTakes) {
+  UsageTroubles offline = UsageTroubles::none();
   offline.offline_phase_a_day = 1;
-  DeviceLife life({.seed = 4, .troubles = offline}, service_);
-  life.liveOneDay();
+  DeviceUsage life({.seed = 4, .troubles = offline}, service_);
+  life.useOneDay();
   life.machine().transport.goOffline();
-  life.liveOneDay();
-  EXPECT_GT(life.account().stored, 0U);
-  EXPECT_TRUE(life.account().balances());
+  life.useOneDay();
+  EXPECT_GT(life.totals().stored, 0U);
+  EXPECT_TRUE(life.totals().balances());
 }
 
-TEST_F(DeviceLifeTest, KnowsWhatAStoreThatKeepsNothingLost) {
-  LifeTroubles deadly = LifeTroubles::none();
+TEST_F(DeviceUsageTest, KnowsWhatAStoreThatKeepsNothingLost) {
+  UsageTroubles deadly = UsageTroubles::none();
   deadly.death_in_background = 1;
-  DeviceLife life({.seed = 4, .number = 77, .events_a_day = 40, .troubles = deadly}, service_);
+  DeviceUsage life({.seed = 4, .number = 77, .events_a_day = 40, .troubles = deadly}, service_);
   life.machine().transport.goOffline();
   life.machine().store.setKeepsNothing(true);
-  life.liveOneDay();
-  life.liveOneDay();
-  EXPECT_FALSE(life.account().balances());
-  EXPECT_GT(life.account().lost, 0U);
+  life.useOneDay();
+  life.useOneDay();
+  EXPECT_FALSE(life.totals().balances());
+  EXPECT_GT(life.totals().lost, 0U);
   EXPECT_THAT(life.lostEvents(3), SizeIs(3));
   EXPECT_THAT(life.lostEvents(1)[0], HasSubstr("device 77 event "));
 }
 
-TEST_F(DeviceLifeTest, DiesAndComesBackWithWhatItHad) {
-  LifeTroubles deadly = LifeTroubles::none();
+TEST_F(DeviceUsageTest, DiesAndComesBackWithWhatItHad) {
+  UsageTroubles deadly = UsageTroubles::none();
   deadly.death_in_session = 1;
-  DeviceLife life({.seed = 6, .troubles = deadly}, service_);
+  DeviceUsage life({.seed = 6, .troubles = deadly}, service_);
   for (int day = 0; day < 10; ++day)
-    life.liveOneDay();
+    life.useOneDay();
   EXPECT_GT(life.counts().deaths, 5U);
-  life.liveAHealthyEnd();
-  EXPECT_TRUE(life.account().balances());
+  life.playHealthyEnd();
+  EXPECT_TRUE(life.totals().balances());
   EXPECT_THAT(life.lostEvents(10), IsEmpty());
 }
 

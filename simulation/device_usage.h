@@ -19,7 +19,7 @@
 namespace morvik::simulation {
 
 /// How often what goes wrong does. Probabilities.
-struct LifeTroubles {
+struct UsageTroubles {
   double offline_phase_a_day = 0.05;  ///< one begins: an hour to three days without network
   double death_in_background = 0.3;   ///< after a session the system ends the process
   double death_in_session = 0.01;     ///< the process dies in the middle of what it does
@@ -33,23 +33,23 @@ struct LifeTroubles {
   double no_answer = 0.005;      ///< nothing ever comes
   double slow = 0.1;             ///< the answer takes up to twenty seconds
 
-  static LifeTroubles none();
+  static UsageTroubles none();
 };
 
-struct LifeOptions {
+struct UsageOptions {
   uint64_t seed = 1;
   /// Names the device; stands in what its app records.
   uint64_t number = 0;
   double sessions_a_day = 3;
   double events_a_day = 10;
-  LifeTroubles troubles;
+  UsageTroubles troubles;
   /// When it begins.
   kit::Date begins = kit::Date::fromSeconds(1'709'251'200);
 };
 
 /// What became of the events that the app recorded. Every event is told apart, so that one delivered twice does not
 /// make up for one that was lost.
-struct LifeAccount {
+struct UsageTotals {
   uint64_t recorded = 0;
   uint64_t delivered = 0;         ///< counted by the service, each once
   uint64_t stored = 0;            ///< and not delivered
@@ -60,11 +60,11 @@ struct LifeAccount {
   uint64_t ledger_faults = 0;
 
   bool balances() const { return lost == 0 && ledger_faults == 0 && recorded == delivered + stored + given_up_by_rule; }
-  LifeAccount& operator+=(const LifeAccount& other);
+  UsageTotals& operator+=(const UsageTotals& other);
 };
 
 /// What happened on the way.
-struct LifeCounts {
+struct UsageCounts {
   uint64_t days = 0;
   uint64_t sessions = 0;
   uint64_t requests = 0;
@@ -72,27 +72,27 @@ struct LifeCounts {
   uint64_t offline_phases = 0;
   uint64_t faults = 0;  ///< answers that were spoiled
 
-  LifeCounts& operator+=(const LifeCounts& other);
+  UsageCounts& operator+=(const UsageCounts& other);
 };
 
 /// Of one thread; lives of different threads may share a service.
-class DeviceLife {
+class DeviceUsage {
  public:
   /// `service` outlives the life.
-  DeviceLife(LifeOptions options, testing::SimulatedService& service);
-  ~DeviceLife();
-  DeviceLife(const DeviceLife&) = delete;
-  DeviceLife& operator=(const DeviceLife&) = delete;
+  DeviceUsage(UsageOptions options, testing::SimulatedService& service);
+  ~DeviceUsage();
+  DeviceUsage(const DeviceUsage&) = delete;
+  DeviceUsage& operator=(const DeviceUsage&) = delete;
 
-  void liveOneDay();
+  void useOneDay();
   /// Two sessions with a good network and a service in good order: what still waits goes out.
-  void liveAHealthyEnd();
+  void playHealthyEnd();
 
   /// The device itself, for those who want to make its life harder.
   VirtualMachine& machine() { return machine_; }
 
-  LifeAccount account() const;
-  const LifeCounts& counts() const { return counts_; }
+  UsageTotals totals() const;
+  const UsageCounts& counts() const { return counts_; }
   /// What the device says of itself; its process is started if it has none.
   Ledger ledger();
   /// The first events that are lost, by the name that the app gave them; empty when the account balances.
@@ -112,7 +112,7 @@ class DeviceLife {
   void die();
   void live(double seconds);
   void beginOfflinePhase();
-  void liveSession(uint64_t events);
+  void useOnce(uint64_t events);
   void record();
   void leave();
   void dieInTheMiddle();
@@ -123,12 +123,12 @@ class DeviceLife {
   void checkLedger();
   std::vector<uint8_t> finalStates() const;
 
-  const LifeOptions options_;
+  const UsageOptions options_;
   Dice dice_;
   testing::SimulatedService& service_;
   VirtualMachine machine_;
   std::unique_ptr<runtime::Instance> process_;
-  LifeCounts counts_;
+  UsageCounts counts_;
   std::vector<uint8_t> events_;  ///< by number, what is known of each
   uint64_t arrived_again_ = 0;
   uint64_t arrived_ = 0;  ///< counted by the service, each once, the core's own among them
