@@ -20,7 +20,7 @@ std::optional<bool> KnownOrder::isSorted(const kit::Array& list, const kit::Stop
   const kit::Array::Iterator end = list.end();
   kit::Date latest{std::numeric_limits<int64_t>::min()};
   for (kit::Array::Iterator at = list.begin(); at != end;) {
-    if (check.isStopping())
+    if (check.countStep())
       return std::nullopt;
     size_t shared = known == known_end ? 0 : known.sharedRun(at);
     if (shared == 0 && known != known_end) {
@@ -55,7 +55,7 @@ OldestFirst::OldestFirst(const kit::Array& list, KnownOrder& order, size_t at_a_
 void OldestFirst::findDates(const kit::Array& list, const char* date_key) {
   dated_.reserve(list.size());
   for (const kit::Value& record : list) {
-    if (check_.isStopping()) {
+    if (check_.countStep()) {
       is_stopping_ = true;
       return;
     }
@@ -64,7 +64,7 @@ void OldestFirst::findDates(const kit::Array& list, const char* date_key) {
 }
 
 const kit::Value* OldestFirst::next() {
-  is_stopping_ = is_stopping_ || check_.isStopping();
+  is_stopping_ = is_stopping_ || check_.countStep();
   if (is_stopping_ || isAtEnd())
     return nullptr;
   if (is_sorted_) {

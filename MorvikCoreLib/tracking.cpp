@@ -147,7 +147,7 @@ std::optional<Value> lastEndIn(const kit::Array& activities, const kit::StopRequ
   kit::StopCheck check(&stop);
   const Value* last = nullptr;
   for (const Value& record : activities) {
-    if (check.isStopping())
+    if (check.countStep())
       return std::nullopt;
     if (record["activityName"].string() != kEnd)
       continue;

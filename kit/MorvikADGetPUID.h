@@ -1,4 +1,4 @@
-// The sibling that knows the persistent identifier of the user.
+// The sibling that knows the user's persistent identifier.
 #pragma once
 
 #include <optional>
@@ -9,7 +9,7 @@ namespace morvik::kit {
 class MorvikADGetPUID {
  public:
   virtual ~MorvikADGetPUID() = default;
-  /// The hashed persistent user id; nothing when there is none. Any thread; blocks for the computation alone.
+  /// The hashed persistent user id; nothing if there is none. Any thread; blocks only for the computation.
   virtual std::optional<std::string> getAESHashedPUID() const = 0;
 };
 

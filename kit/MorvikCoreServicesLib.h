@@ -22,7 +22,7 @@ struct SaveFendoUserInfoDelegate {
       didSaveFendoUserInfo;
 };
 
-/// How an exchange ended, as the request operation found it.
+/// How an exchange ended, from the request operation.
 struct ExchangeResult {
   bool succeeded = false;  ///< the success handler is due
   Value json;              ///< the answer's JSON, if any
@@ -35,14 +35,14 @@ class MorvikCoreServicesLib {
  public:
   virtual ~MorvikCoreServicesLib() = default;
 
-  /// Waits for no lock.
+  /// Takes no lock.
   virtual std::string appKey() const = 0;
   virtual std::string hashKey() const = 0;
-  /// The forget-me mirror: while true, no request but the erasure starts.
+  /// The forget-me mirror: while true, only the erasure request starts.
   virtual bool isGDPRForgetMe() const = 0;
   virtual void setIsGDPRForgetMe(bool forget_me) = 0;
-  /// The app's switch: while true, no request but the erasure starts, and the ad client is asked nothing. It changes
-  /// between two turns of the main queue, or in one by the app's own call. Waits for no lock.
+  /// The app's switch: while true, only the erasure request starts, and the ad client is not asked. Changes between two
+  /// turns of the main queue, or within one by the app's own call. Takes no lock.
   virtual bool isSendingOff() const = 0;
   /// The mirror of whether the erasure service has accepted the user's wish.
   virtual void setIsGDPRForgetMeServerSynced(bool synced) = 0;
@@ -59,26 +59,26 @@ class MorvikCoreServicesLib {
 
   /// The fields common to all payloads; the caller adds its own.
   virtual MutableDictionary makeCommonParameter(const std::string& sdk_version) = 0;
-  /// The parameters dictionary that carries `payload` sealed with the key; absent (and a line in the log) when it
-  /// cannot be made.
+  /// The parameters dictionary that carries `payload`, sealed with the key; absent if it cannot be made, with a log
+  /// line.
   virtual Value makeJsonParameter(const Value& payload, const std::string& encryption_key) = 0;
 
   virtual void setConversionResult(bool result) = 0;
   virtual void setConversionResultCode(int64_t code) = 0;
-  /// The advertising identifier as the services object knows it; nothing when unavailable.
+  /// The advertising identifier as the services object knows it; nothing if unavailable.
   virtual std::optional<std::string> appleAdvertisingIdentifier() const = 0;
-  /// Replaces the cached conversion keys by these (plain numbers).
+  /// Replaces the cached conversion keys with these (plain numbers).
   virtual void saveConversionInfoForCacheWithConversionArr(const Value& conversion_keys) = 0;
 
-  /// Adds one conversion key to the cached ones, unless it is among them.
+  /// Adds a conversion key to the cached ones, unless it is there.
   virtual void saveConversionInfoForCache(int64_t conversion_key) = 0;
-  /// Notes when the server answered for a conversion key: milliseconds since 1970, 0 when it did not say.
+  /// Notes when the server answered for a conversion key: milliseconds since 1970, 0 if it did not say.
   virtual void saveConversionTimeInfoForCache(const std::string& conversion_key, double get_time_milliseconds) = 0;
 
   virtual bool isPremiumPostback() const = 0;
   virtual void setIsPremiumPostback(bool is_premium_postback) = 0;
 
-  // Delegates are held weakly; null when there is none.
+  // Delegates are held weakly; null if there is none.
   virtual std::shared_ptr<const SaveFendoUserInfoDelegate> saveFendoUserInfoDelegate() const = 0;
   virtual std::shared_ptr<const ResetRetainedConversionCacheDelegate> resetRetainedConversionCacheDeleate() const = 0;
   virtual void setResetRetainedConversionCacheDeleate(
@@ -89,7 +89,7 @@ class MorvikCoreServicesLib {
   virtual std::shared_ptr<const GetScheduleDelegate> getScheduleDelegate() const = 0;
   virtual void setGetScheduleDelegate(std::weak_ptr<const GetScheduleDelegate> delegate) = 0;
 
-  /// Told by the request operation of every exchange that ended, just before its handler runs. Main queue.
+  /// The request operation calls it for every exchange that ended, just before its handler runs. Main queue.
   virtual void exchangeDidEnd(const Request& request, const ExchangeResult& result) = 0;
 };
 

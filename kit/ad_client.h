@@ -1,4 +1,4 @@
-// The platform's advertising client: three ways to ask who brought the install. A system offers any of them, or none.
+// The platform's advertising client: three ways to ask who brought the install. A system offers some of them, or none.
 #pragma once
 
 #include <functional>
@@ -23,7 +23,7 @@ class AdClient {
   virtual bool offersConversionDetails() const = 0;
   virtual bool offersInstallationAttribution() const = 0;
 
-  // Each is called only when offered, on the main queue; returns at once; its handler runs once, on the main queue.
+  // Call them only if offered, on the main queue. Each returns at once; its handler runs once, on the main queue.
   virtual void requestAttributionDetailsWithBlock(AttributionDetailsHandler handler) = 0;
   virtual void lookupAdConversionDetails(ConversionDetailsHandler handler) = 0;
   virtual void determineAppInstallationAttributionWithCompletionHandler(InstallationAttributionHandler handler) = 0;

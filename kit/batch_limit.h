@@ -6,10 +6,10 @@
 
 namespace morvik::kit {
 
-/// Activities and impressions are counted apart, each against both members. A batch carries one activity at least.
+/// Activities and impressions are limited separately, each by both members. A batch carries at least one activity.
 struct BatchLimit {
   size_t records = SIZE_MAX;
-  /// Of the entries' JSON text, before it is sealed.
+  /// Of the entries' JSON text, before sealing.
   size_t plain_bytes = SIZE_MAX;
 
   bool isUnlimited() const { return records == SIZE_MAX && plain_bytes == SIZE_MAX; }

@@ -14,7 +14,7 @@ inline constexpr const char* kCFBundleIdentifierKey = "CFBundleIdentifier";
 class Bundle {
  public:
   virtual ~Bundle() = default;
-  /// The text under that key; nothing when there is none. Any thread, also one that is about to die: waits for no lock.
+  /// The text under that key; nothing if there is none. Any thread, also one that is about to die: takes no lock.
   virtual std::optional<std::string> objectForInfoDictionaryKey(std::string_view key) const = 0;
 };
 

@@ -12,7 +12,7 @@ namespace morvik::kit {
 class Clock {
  public:
   virtual ~Clock() = default;
-  /// Now. Any thread, also one that is about to die; does not block, waits for no lock.
+  /// Any thread, also one that is about to die; does not block and takes no lock.
   virtual Date now() const = 0;
 };
 
@@ -33,8 +33,8 @@ class Calendar {
   virtual ~Calendar() = default;
   /// Civil time of `date` in the device's zone, at that moment's offset. Any thread; does not block.
   virtual CalendarComponents components(Date date) const = 0;
-  /// The date at which the device's zone shows these components; nothing when there is none (31 February, hour 25, a
-  /// time skipped by a clock change may answer the moment of the change). Any thread; does not block.
+  /// The date at which the device's zone shows these components; nothing if there is none (31 February, hour 25; a time
+  /// skipped by a clock change may yield the moment of the change). Any thread; does not block.
   virtual std::optional<Date> date(const CalendarComponents& components) const = 0;
 };
 

@@ -8,8 +8,7 @@ namespace morvik::kit {
 class MorvkSDKConfig {
  public:
   virtual ~MorvkSDKConfig() = default;
-  /// The key of tracking and demographic payloads; "" means that there is none and nothing of these is sent. Any
-  /// thread.
+  /// The key of tracking and demographic payloads; "": there is none, and none of these is sent. Any thread.
   virtual std::string getTrackingSuperkey() const = 0;
 };
 

@@ -1,12 +1,12 @@
-// What is appended to a list while another version of it is being made.
+// Combines a new version of a list with what was appended while it was being made.
 #pragma once
 
 #include "kit/value.h"
 
 namespace morvik::kit {
 
-/// `after`, and behind it what `now` has beyond `before`: elements that were appended while `after` was made of
-/// `before`. `after` alone when `now` did not come of `before` by appending.
+/// `after`, followed by the elements that were appended to `before` to get `now`, while `after` was made from `before`.
+/// Only `after` if `now` did not come from `before` by appending.
 Value continuedList(const Value& before, const Value& now, Value after);
 
 }  // namespace morvik::kit

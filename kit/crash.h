@@ -1,4 +1,4 @@
-// What is known of a crash, and where its report waits when the store cannot take it.
+// A crash, and where its report waits if the store cannot take it.
 #pragma once
 
 #include <optional>
@@ -11,36 +11,36 @@
 
 namespace morvik::kit {
 
-/// When a crash happened, and how things stood then.
+/// When a crash happened, and the state at that time.
 struct CrashMoment {
   Date date;
   bool app_in_focus = false;
-  /// A dictionary of crashFacts(), as the process that crashed had last noted them. Absent: it left none, and the
-  /// report tells how things stand when it is made.
+  /// A dictionary of crashFacts(), as last noted by the process that crashed. Absent: it left none, and the report
+  /// describes the state when it is made.
   Value facts = {};
 };
 
-/// An exception that nobody caught.
+/// An uncaught exception.
 struct UncaughtException {
-  std::optional<std::string> reason;            ///< nothing: it came without one
+  std::optional<std::string> reason;            ///< nothing: it had none
   std::vector<std::string> call_stack_symbols;  ///< innermost first; may be empty
-  /// Set for a crash of an earlier process that is reported only now; else the crash is happening.
+  /// Set for a crash of an earlier process that is reported only now; otherwise the crash is happening.
   std::optional<CrashMoment> moment;
 };
 
-/// Keeps the crash reports that found the store in use, for the next start. There is one shelf to a store.
+/// Keeps crash reports that found the store in use, for the next start. One shelf per store.
 class ReportShelf {
  public:
   virtual ~ReportShelf() = default;
-  /// Puts `report` (a dictionary that has a JSON form) behind the others. When it returns without an error, the report
-  /// survives the process; with one, nothing was put there. Any thread, also one that is about to die and may hold any
-  /// lock of the kit: waits for no lock, writes no log line.
+  /// Appends `report` (a dictionary with a JSON form). On success it survives the process; on an error nothing was
+  /// stored. Any thread, also one that is about to die and may hold any lock of the kit: takes no lock, writes no log
+  /// line.
   virtual std::optional<Error> append(const Value& report) = 0;
-  /// All reports, oldest first. What cannot be read is left out, with a line in the log. Blocks for reading a file. Not
-  /// at the same time as append(): at the start, before anything can crash into it.
+  /// All reports, oldest first. Unreadable ones are left out, with a log line. Blocks for reading a file. Not at the
+  /// same time as append(): at the start, before a crash can be reported.
   virtual Array reports() = 0;
-  /// Empties the shelf, once its reports are kept elsewhere. What could not be read is set aside or left, not deleted.
-  /// As reports().
+  /// Empties the shelf, once its reports are stored elsewhere. Unreadable content is set aside or left, not deleted. As
+  /// reports().
   virtual void clear() = 0;
 };
 

@@ -22,7 +22,7 @@ Date Date::shiftedBySeconds(double seconds) const {
   if (std::isnan(seconds))
     return *this;
   const double moved = seconds * 1e6;
-  // 2^63 is exact as a double; everything at or beyond it does not fit.
+  // 2^63 is exact as a double; anything at or beyond it does not fit.
   constexpr double limit = 9223372036854775808.0;
   if (moved >= limit)
     return {kMax};

@@ -23,11 +23,11 @@ struct Date {
     return {seconds * 1'000'000};
   }
 
-  /// Seconds since 1970 as a floating-point number, for the few places that send or compare such a number.
+  /// Seconds since 1970 as a floating-point number, for the few places that send or compare one.
   constexpr double secondsSince1970() const { return static_cast<double>(microseconds) / 1e6; }
 
-  /// This date moved by an offset in seconds (the server clock offset). Offsets that are not finite or would leave the
-  /// range are clamped to the ends of the range; NaN moves nothing.
+  /// This date moved by an offset in seconds (the server clock offset). Infinite offsets, and those that leave the
+  /// range, are clamped to its ends; NaN moves nothing.
   Date shiftedBySeconds(double seconds) const;
 
   /// Whole milliseconds from `earlier` to this date, truncated toward zero; saturated at the ends of 64 bits.

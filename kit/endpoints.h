@@ -1,12 +1,11 @@
-// The service endpoints' base URLs, set by the host app (own service, data residency). Paths stand in
-// services/endpoints.h.
+// The service endpoints' base URLs, set by the app (own service, data residency). Paths are in services/endpoints.h.
 #pragma once
 
 #include <string>
 
 namespace morvik::kit {
 
-/// Base URLs end with a slash, paths begin without one. The defaults lie under a reserved domain and reach nobody.
+/// Base URLs end with a slash, paths begin without one. The defaults are under a reserved domain and reach nobody.
 struct Endpoints {
   std::string kFendoTrackingBaseLiveUrl = "https://tracking.morvik.example/";
   std::string kFendoConversionBaseLiveUrl = "https://conversion.morvik.example/";

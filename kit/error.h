@@ -1,5 +1,4 @@
-// Errors of the outside world (transport, disk, codec) travel as values; the platform exception is the one thing
-// thrown.
+// Errors of the outside world (transport, disk, codec) are values; only the platform exception is thrown.
 #pragma once
 
 #include <string>
@@ -8,18 +7,18 @@
 
 namespace morvik::kit {
 
-/// What went wrong outside, for people: says what, where, and if possible how to mend it. Shown as its message.
+/// An outside failure, for people: what is wrong, where, and if possible how to fix it. Shown as its message.
 struct Error {
   std::string message;
-  bool is_timeout = false;  ///< the time that was given for it had run out
+  bool is_timeout = false;  ///< its time limit was exceeded
 };
 
-/// The platform exception object: raised where the behaviour says that building something fails (a dictionary entry
-/// without a value, say), caught by the exception guard only.
+/// The platform exception: raised where building something is defined to fail (a dictionary entry without a value,
+/// say); caught only by the exception guard.
 struct Exception {
   std::string name;
   std::string reason;
-  Value info;  ///< user information; absent when there is none
+  Value info;  ///< user information; absent if there is none
 };
 
 }  // namespace morvik::kit

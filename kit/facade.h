@@ -1,4 +1,4 @@
-// The public facade of the kit, as the core object sees it: a holder of the app's delegate.
+// The public facade of the kit, as the core object sees it: holds the app's delegate.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace morvik::kit {
 
-/// The app's delegate. Every slot is optional: an empty one does not respond. All are called on the main queue.
+/// The app's delegate. Every slot is optional. All are called on the main queue.
 struct FacadeDelegate {
   /// A deferred deep link arrived with the install's attribution.
   std::function<void(const std::string& deeplink)> didReceiveDeeplink;
@@ -19,7 +19,7 @@ struct FacadeDelegate {
 class Facade {
  public:
   virtual ~Facade() = default;
-  /// The delegate of the shared facade, held weakly; null when there is none or it is gone. Any thread.
+  /// The shared facade's delegate, held weakly; null if there is none or it is gone. Any thread.
   virtual std::shared_ptr<const FacadeDelegate> delegate() const = 0;
 };
 

@@ -20,7 +20,7 @@ enum LogLevel : uint8_t {
 };
 
 inline constexpr size_t kLogComponents = 18;
-/// The component under which the core object logs.
+/// The core object's log component.
 inline constexpr size_t lcl_cKesmo = 0;
 
 /// The current level of each component. Any thread.
@@ -28,14 +28,14 @@ struct LogLevels {
   std::array<std::atomic<uint8_t>, kLogComponents> _lcl_component_level{};
 };
 
-/// The platform log. Takes whole lines, without their line feed (a message may hold line breaks of its own).
+/// The platform log. Takes whole lines without their line feed; a message may contain line breaks.
 class LogSink {
  public:
   virtual ~LogSink() = default;
   /// Any thread; must not call back into the kit. The text is valid during the call only.
   virtual void line(std::string_view text) = 0;
-  /// The same for a thread that is about to die and may hold any lock, one of the sink's included: waits for no lock.
-  /// False when the line could not be written.
+  /// The same for a thread that is about to die and may hold any lock, including the sink's: takes no lock. False if
+  /// the line could not be written.
   virtual bool tryLine(std::string_view text) = 0;
 };
 

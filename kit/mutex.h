@@ -1,4 +1,4 @@
-// A mutex that any thread may try, also the one that holds it.
+// A mutex that any thread may try, even the one that holds it.
 #pragma once
 
 #include <atomic>
@@ -6,17 +6,17 @@
 
 namespace morvik::kit {
 
-/// std::mutex leaves open what happens when a thread tries a mutex that it holds itself. A crash may be reported by a
-/// thread that holds anything; here such a try just answers false.
+/// Trying a std::mutex that the thread holds is undefined. A thread that reports a crash may hold any lock; here such a
+/// try returns false.
 class Mutex {
  public:
   void lock() {
     mutex_.lock();
     holder_.store(thisThread(), std::memory_order_relaxed);
   }
-  /// False, at once, while any thread holds it, this one included.
+  /// False, at once, while any thread holds it, including this one.
   bool try_lock() {
-    // Only a thread itself ever stores its own mark, so what it reads of itself is never out of date.
+    // Only a thread itself stores its own mark, so its own reading is never out of date.
     if (holder_.load(std::memory_order_relaxed) == thisThread() || !mutex_.try_lock())
       return false;
     holder_.store(thisThread(), std::memory_order_relaxed);

@@ -13,8 +13,8 @@ enum class Notification {
 class NotificationCenter {
  public:
   virtual ~NotificationCenter() = default;
-  /// Calls `observer` each time the notification is posted, on the main queue, in the order of registration. There is
-  /// no removal: observers live as long as the centre and must not keep their object alive. Main queue, or before it
+  /// Calls `observer` each time the notification is posted, on the main queue, in the order of registration. Observers
+  /// are never removed: they live as long as the center and must not keep their object alive. Main queue, or before it
   /// runs.
   virtual void addObserver(Notification notification, std::function<void()> observer) = 0;
 };

@@ -1,4 +1,5 @@
-// Everything the core object needs from outside, in one place. A composition root (the host's, or a test's) fills it.
+// Everything the core object needs from outside, in one place. A composition root (the runtime's, or a test's) fills
+// it.
 #pragma once
 
 #include <functional>
@@ -32,17 +33,17 @@
 
 namespace morvik::kit {
 
-/// What is process-wide on a phone and belongs to one kit here, so that two objects in one process do not touch each
+/// What is process-wide on a phone but belongs to one instance here, so that two in one process do not affect each
 /// other.
 struct SharedState {
-  /// Key of tracking and demographic payloads; assigned by the core object when it is made.
+  /// Key of tracking and demographic payloads; set by the core object when it is made.
   std::string kAESSuperKeyForTracking;
   LogLevels log_levels;
   StopRequest stop_request;
 };
 
-/// References to ports and siblings. Whoever fills it owns them and keeps them alive, and at their addresses, as long
-/// as any object made on this kit, or any block of one, can run.
+/// References to ports and siblings. Their owner keeps them alive, at their addresses, as long as any object made on
+/// these ports, or any block of one, can run.
 struct Ports {
   Clock& clock;
   Calendar& calendar;
@@ -61,7 +62,7 @@ struct Ports {
   const Bundle& bundle;
   const Threads& threads;
   ReportShelf& report_shelf;
-  AdClient* ad_client;  ///< null: the platform framework is absent and nothing is offered
+  AdClient* ad_client;  ///< null: the platform framework is missing and nothing is offered
   const ModuleRegistry& modules;
   LogSink& log_sink;
   const Endpoints& endpoints;
@@ -72,7 +73,7 @@ struct Ports {
   const MorvikADGetPUID& puid;
   const Facade& facade;
   const MorvikCoreUpdateLog& update_log;
-  /// A fresh configuration object for each call, as the platform's own code does.
+  /// A new configuration object for each call, as the platform's own code makes it.
   std::function<std::unique_ptr<MorvkSDKConfig>()> make_config;
   BatchLimit batch_limit = {};
 };

@@ -6,8 +6,8 @@
 
 namespace morvik::kit {
 
-/// Made once, by whoever stops the kit; asked by every loop that may take longer than 50 milliseconds. What such a loop
-/// was about is then abandoned: nothing of it is sent, and what is stored stays as it is. Any thread; no waiting.
+/// Made once, by whoever stops the kit; checked by every loop that may take longer than 50 milliseconds. Such a loop
+/// then abandons its work: nothing of it is sent, and the store is left as it is. Any thread; no waiting.
 class StopRequest {
  public:
   bool isMade() const { return made_.load(std::memory_order_relaxed); }
@@ -17,15 +17,15 @@ class StopRequest {
   std::atomic<bool> made_{false};
 };
 
-/// Asks a stop request at every 1024th step of a loop: a short loop never asks, and runs to its end.
+/// Checks a stop request at every 1024th step of a loop: a short loop never checks, and runs to its end.
 class StopCheck {
  public:
   static constexpr size_t kSteps = 1024;
 
-  /// Null: there is nobody to ask.
+  /// Null: no stop is ever requested.
   explicit StopCheck(const StopRequest* request) : request_(request) {}
-  /// To be called at each step. True: the loop is to be abandoned, at this step and at all later ones.
-  bool isStopping() {
+  /// Counts one step of the loop. True: abandon the loop, at this step and at all later ones.
+  [[nodiscard]] bool countStep() {
     if (--left_ == 0) {
       left_ = kSteps;
       is_stopping_ = request_ != nullptr && request_->isMade();

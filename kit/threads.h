@@ -8,7 +8,7 @@ namespace morvik::kit {
 class Threads {
  public:
   virtual ~Threads() = default;
-  /// The calling thread as text; "<Thread: 0x7f…>{number = 1, name = main}", say. Any thread; nothing blocks.
+  /// The calling thread as text, for example "<Thread: 0x7f…>{number = 1, name = main}". Any thread; nothing blocks.
   virtual std::string currentThreadDescription() const = 0;
 };
 

@@ -6,7 +6,7 @@
 
 namespace morvik::kit {
 
-/// Only its text, which may be any bytes. Whoever wants its parts asks the utility class.
+/// Only its text, which may be any bytes. The utility class parses it.
 class Url {
  public:
   explicit Url(std::string text) : text_(std::move(text)) {}

@@ -75,16 +75,16 @@ uint32_t grown(uint32_t capacity, uint32_t first) {
   return capacity == 0 ? first : capacity * 2;
 }
 
-/// A row that shares the first `count` chunks of `before` and may take one more at its end.
+/// A row that shares the first `count` chunks of `before`, with space for one more at its end.
 Spine* spineWithRoom(Spine* before, uint32_t count) {
   const uint32_t capacity = before->capacity > count ? before->capacity : grown(before->capacity, kFirstSpineCapacity);
   return Spine::copyOf(before, count, capacity);
 }
 
-/// Dictionaries within dictionaries that are searched for an array; deeper ones are taken to hold one.
+/// Depth to which nested dictionaries are searched for an array; deeper ones are assumed to contain one.
 constexpr unsigned kMaxSearchDepth = 16;
 
-/// Whether an array may be reached from `value`. Empty arrays hold nothing.
+/// Whether an array can be reached from `value`. Empty arrays contain nothing.
 bool mayReachAnArray(const Value& value, unsigned depth = 0) {
   if (value.isArray())
     return value.size() != 0;
@@ -151,8 +151,8 @@ ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
   const size_t size = before->size;
   const uint32_t count = before->segment_count;
   Spine* spine = before->spine;
-  // An element from which this very row can be reached must not be put into it: the two would hold each other for ever.
-  // Where nobody else holds the row, the element does not either.
+  // An element from which this very row can be reached must not be put into it: the two would keep each other alive for
+  // ever. If nobody else holds the row, the element does not either.
   const bool held_once = isHeldOnce(before->references) && isHeldOnce(spine->references);
   const Segment last = spine->segments()[count - 1];
   const auto slot = static_cast<uint32_t>(size - last.start);
@@ -163,8 +163,8 @@ ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
       spine->retain();
       return becoming(before, spine, count, size + 1);
     }
-    // Someone else took the slot or might be in the element, or the first small chunk is full: this handle gets a chunk
-    // and a row of its own.
+    // Another handle took the slot or may be in the element, or the first small chunk is full: this handle gets a new
+    // chunk and row.
     const uint32_t wanted = slot < last.chunk->capacity ? last.chunk->capacity : last.chunk->capacity * 2;
     Owned<Chunk> chunk(Chunk::copyOf(last.chunk, slot, wanted < kChunkCapacity ? wanted : kChunkCapacity));
     place(chunk.get(), slot, std::move(element));
@@ -190,7 +190,7 @@ ArrayRep* ArrayRep::appended(ArrayRep* before, Value&& element) {
 }
 
 uint32_t ArrayRep::searchedSegmentOf(size_t index) const {
-  // No chunk holds more than its capacity, so the element lies at least that far behind the first.
+  // No chunk holds more than its capacity, so the element's chunk is at least this far from the first.
   const Segment* first = spine->segments() + index / kChunkCapacity;
   const Segment* behind =
       std::upper_bound(first, static_cast<const Segment*>(spine->segments() + segment_count), index,
@@ -200,11 +200,11 @@ uint32_t ArrayRep::searchedSegmentOf(size_t index) const {
 
 namespace {
 
-/// A row of chunks in the making, out of chunks that are shared and elements that are copied. Nobody else sees it until
-/// it is taken, so what is copied needs no claiming; and no element can reach it.
+/// A row of chunks being built from shared chunks and copied elements. Nobody else sees it until it is taken, so copied
+/// slots need no claiming, and no element can reach it.
 class SpineBuilder {
  public:
-  /// Room for `segment_count` chunks, which is as many as may be put in, and for one more that is appended later.
+  /// Space for at most `segment_count` chunks, and for one more that is appended later.
   explicit SpineBuilder(uint32_t segment_count) : spine_(Spine::make(std::bit_ceil(segment_count + 1))) {}
   ~SpineBuilder() {
     if (spine_ != nullptr)
@@ -213,7 +213,7 @@ class SpineBuilder {
   SpineBuilder(const SpineBuilder&) = delete;
   SpineBuilder& operator=(const SpineBuilder&) = delete;
 
-  /// Puts in the first `count` elements of a chunk: copied where they fit into the last one, else the chunk itself.
+  /// Adds the first `count` elements of a chunk: copied if they fit into the last chunk, else the chunk itself.
   void share(Chunk* chunk, uint32_t count) {
     if (fit(count)) {
       makeRoom(count);
@@ -226,7 +226,7 @@ class SpineBuilder {
     last_is_own_ = false;
     size_ += count;
   }
-  /// Room for `count` elements in one chunk, the last one or a new one. So many calls of copy() follow.
+  /// Space for `count` elements in one chunk, the last one or a new one; `count` calls of copy() must follow.
   void makeRoom(uint32_t count) {
     if (!fit(count)) {
       push(Chunk::make(capacityFor(count)));
@@ -242,7 +242,7 @@ class SpineBuilder {
     ++size_;
     last().chunk->used.store(lastCount(), std::memory_order_relaxed);
   }
-  /// The view of it all; null when there is nothing.
+  /// The view of all elements; null if there are none.
   ArrayRep* take() {
     const uint32_t count = segmentCount();
     if (count == 0)
@@ -329,7 +329,7 @@ void DictionaryRep::destroy(DictionaryRep* rep) {
 
 namespace {
 
-/// An unsigned number that fits is held as a signed one, so that equal numbers look equal.
+/// An unsigned number that fits is stored as a signed one, so that equal numbers have one form.
 bool fitsSigned(uint64_t value) {
   return value <= static_cast<uint64_t>(INT64_MAX);
 }
@@ -381,7 +381,7 @@ Value::Value(MutableDictionary&& dictionary) {
 
 namespace {
 
-/// A container that nobody holds any more.
+/// A container with no handles left.
 struct DeadContainer {
   detail::ArrayRep* array;
   detail::DictionaryRep* dictionary;
@@ -393,8 +393,7 @@ struct DeadContainer {
   }
 };
 
-/// Containers destroyed inside one another. What lies deeper waits for its turn, so that no depth of nesting exhausts
-/// the stack.
+/// Nested destructions. Deeper containers are queued, so that no depth of nesting exhausts the stack.
 constexpr unsigned kMaxNestedDestructions = 64;
 
 thread_local unsigned nested_destructions = 0;
@@ -464,7 +463,7 @@ bool Value::identicalTo(const Value& other) const noexcept {
     case Kind::kUnsigned:
       return bits_.natural == other.bits_.natural;
     case Kind::kDouble:
-      // By its bits: not-a-number is itself, and a zero that changed its sign has changed.
+      // By bits: not-a-number is identical to itself, and a zero with another sign is not identical.
       return std::bit_cast<uint64_t>(bits_.number) == std::bit_cast<uint64_t>(other.bits_.number);
     default:  // containers
       return head_.shared == other.head_.shared && (!head_.shared || bits_.counter == other.bits_.counter);
@@ -473,7 +472,7 @@ bool Value::identicalTo(const Value& other) const noexcept {
 
 namespace {
 
-/// -1, 0, 1, or 2 where they cannot be compared (not a number).
+/// -1, 0, 1, or 2 if they cannot be compared (not a number).
 int compareToDouble(int64_t a, double b) {
   if (b != b)
     return 2;
@@ -506,7 +505,7 @@ bool equalNumbers(const Value& a, const Value& b) {
   }
   if (a.kind() == Kind::kDouble)
     return equalNumbers(b, a);
-  return false;  // an unsigned one that does not fit never equals a signed one
+  return false;  // an unsigned number beyond the signed range never equals a signed one
 }
 
 bool equalArrays(const Array& a, const Array& b) {
@@ -516,19 +515,19 @@ bool equalArrays(const Array& a, const Array& b) {
   return std::equal(a.begin() += shared, a.end(), b.begin() += shared);
 }
 
-/// Dictionaries of one making have their keys in one order: looking for them is for those that have not.
+/// Dictionaries built in the same way have their keys in the same order; only others need lookups.
 bool equalDictionaries(const Dictionary& a, const Dictionary& b) {
   if (a.size() != b.size())
     return false;
-  auto beside = b.begin();
+  auto same_place = b.begin();
   for (const Entry& entry : a) {
     const std::string_view key = entry.key.string();
-    const bool is_beside = beside->key.string() == key;
-    if (!is_beside && !b.contains(key))
+    const bool is_at_same_place = same_place->key.string() == key;
+    if (!is_at_same_place && !b.contains(key))
       return false;
-    if (!((is_beside ? beside->value : b[key]) == entry.value))
+    if (!((is_at_same_place ? same_place->value : b[key]) == entry.value))
       return false;
-    ++beside;
+    ++same_place;
   }
   return true;
 }
@@ -568,7 +567,7 @@ size_t Array::Iterator::sharedRun(const Iterator& other) const noexcept {
     return std::min(end_, other.end_) - index_;
   if (element_ != other.element_)
     return 0;
-  // Segments stay side by side as long as those before them were equally long. The last one alone may differ.
+  // Segments are at equal places as long as those before them were equally long. Only the last one may differ.
   const detail::Segment* mine = array_->spine->segments();
   const detail::Segment* theirs = other.array_->spine->segments();
   const size_t distance = index_ - other.index_;

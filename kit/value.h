@@ -1,11 +1,11 @@
-// kit::Value: what a stored property, a JSON document, a record or a payload is made of.
+// kit::Value: a stored property, a JSON document, a record or a payload.
 //
-// Values are immutable handles that share structure: copying one is a reference count, whatever its size. To change an
-// array or a dictionary, take a mutable copy (MutableArray, MutableDictionary; constant time), change that, and make a
-// value of it again. Appending to an array of 100,000 copies nothing: older handles keep seeing their own length.
+// Values are immutable handles that share structure: copying one costs a reference count, whatever its size. To change
+// an array or a dictionary, take a mutable copy (MutableArray, MutableDictionary; constant time), change it, and make a
+// value of it again. Appending to an array of 100,000 copies nothing: older handles keep their own length.
 //
-// A handle may be read from any thread while other threads hold copies of it; one handle object itself must not be
-// written by one thread while another reads it (as with any value type). Mutable copies belong to one thread.
+// A handle may be read by any thread while other threads hold copies of it. As with any value type, one handle object
+// must not be written by one thread while another reads it. A mutable copy belongs to one thread.
 #pragma once
 
 #include <algorithm>
@@ -37,13 +37,13 @@ struct DictionaryRep;
 }  // namespace detail
 
 enum class Kind : uint8_t {
-  kAbsent,  ///< nothing there: an unset property, a missing key
-  kNull,    ///< the platform null object: there, and null
+  kAbsent,  ///< nothing: an unset property, a missing key
+  kNull,    ///< the platform null object: present, and null
   kBoolean,
   kInteger,   ///< signed 64 bits
-  kUnsigned,  ///< an unsigned 64-bit number that does not fit the signed one
+  kUnsigned,  ///< an unsigned 64-bit number beyond the signed range
   kDouble,
-  kString,  ///< UTF-8 by custom; any bytes are held as they are
+  kString,  ///< UTF-8 by convention; any bytes are kept as they are
   kDate,
   kArray,
   kDictionary,
@@ -101,7 +101,7 @@ class Value {
   Kind kind() const noexcept { return head_.kind; }
   bool isAbsent() const noexcept { return head_.kind == Kind::kAbsent; }
   bool isNull() const noexcept { return head_.kind == Kind::kNull; }
-  /// Absent or the null object: what the null-safe converters treat alike.
+  /// Absent or the null object: the null-safe converters treat both alike.
   bool isNil() const noexcept { return head_.kind <= Kind::kNull; }
   bool isBoolean() const noexcept { return head_.kind == Kind::kBoolean; }
   bool isNumber() const noexcept { return head_.kind >= Kind::kInteger && head_.kind <= Kind::kDouble; }
@@ -110,13 +110,13 @@ class Value {
   bool isArray() const noexcept { return head_.kind == Kind::kArray; }
   bool isDictionary() const noexcept { return head_.kind == Kind::kDictionary; }
 
-  // Each of these needs its kind; asked of another kind it answers false, 0, "" or the empty container.
+  // For any other kind these return false, 0, "" or the empty container.
   bool boolean() const noexcept { return isBoolean() && bits_.boolean; }
   int64_t integer() const noexcept { return head_.kind == Kind::kInteger ? bits_.integer : 0; }
   uint64_t unsignedInteger() const noexcept { return head_.kind == Kind::kUnsigned ? bits_.natural : 0; }
   double number() const noexcept { return head_.kind == Kind::kDouble ? bits_.number : 0.0; }
   Date date() const noexcept { return Date{isDate() ? bits_.integer : 0}; }
-  /// Valid as long as this value, or a copy of it, lives.
+  /// Valid while this value, or a copy of it, lives.
   std::string_view string() const noexcept {
     if (!isString())
       return {};
@@ -125,18 +125,18 @@ class Value {
   Array array() const noexcept;
   Dictionary dictionary() const noexcept;
 
-  /// Entry of a dictionary; absent when this is no dictionary or has no such key. Valid as long as this value lives.
+  /// Entry of a dictionary; absent if this is no dictionary or has no such key. Valid while this value lives.
   const Value& operator[](std::string_view key) const noexcept;
   /// Number of elements of an array or entries of a dictionary; 0 for every other kind.
   size_t size() const noexcept;
 
-  /// Deep equality. Numbers are equal by value whatever their kind (1 == 1.0); a boolean equals only a boolean. A
-  /// dictionary's order does not matter. Depth is bounded by the depth of what was built; documents read from outside
-  /// are bounded by their reader.
+  /// Deep equality. Numbers are compared by value, whatever their kind (1 == 1.0); a boolean equals only a boolean. A
+  /// dictionary's order does not matter. Depth is bounded by how the value was built; readers bound the depth of
+  /// documents from outside.
   friend bool operator==(const Value& a, const Value& b);
 
-  /// The very same object: same kind and same shared structure (or same number, a double by its bits). Constant time;
-  /// used to find what changed between two versions of a list.
+  /// The same object: same kind and same shared structure (or same number; doubles by their bits). Constant time; used
+  /// to find what changed between two versions of a list.
   bool identicalTo(const Value& other) const noexcept;
 
  private:
@@ -161,8 +161,7 @@ class Value {
     uint64_t natural;
     double number;
     const char* characters;
-    /// What a shared value points to begins with its counter: of text the bytes follow, of containers their own
-    /// members.
+    /// A shared object begins with its counter. Text is followed by its bytes, containers by their members.
     std::atomic<uint32_t>* counter;
   };
 
@@ -187,13 +186,13 @@ class Value {
 };
 static_assert(sizeof(Value) == 16);
 
-/// A string longer than this is cut (its length is kept in 32 bits).
+/// A longer string is truncated (its length is kept in 32 bits).
 inline constexpr size_t kMaxStringBytes = 0xFFFFFFF0u;
 
 /// Immutable view of an array value; holds a reference, so it outlives the value it came from.
 class Array {
  public:
-  /// Walks the elements in order, chunk by chunk. Valid as long as the array, or a copy of it, lives.
+  /// Walks the elements in order, chunk by chunk. Valid while the array, or a copy of it, lives.
   class Iterator {
    public:
     using iterator_category = std::forward_iterator_tag;
@@ -215,26 +214,26 @@ class Array {
       ++*this;
       return old;
     }
-    /// Steps over `count` elements, of which there must be so many: a binary search where they end in another chunk.
+    /// Steps over `count` elements, which must exist: a binary search if that ends in another chunk.
     Iterator& operator+=(size_t count) noexcept;
     friend bool operator==(const Iterator& a, const Iterator& b) { return a.index_ == b.index_; }
 
-    /// Of the element, from 0; the array's size at its end.
+    /// Index of the element, from 0; the array's size at its end.
     size_t index() const noexcept { return index_; }
-    /// How many elements from here on lie in the very same places as those from `other` on, as far as both arrays share
-    /// their chunks. Looks at no element: a step for each chunk, and none when one array grew from the other. 0 says
-    /// nothing: the elements may still be identical.
+    /// How many elements from here on are in the same memory as those from `other` on, as far as both arrays share
+    /// chunks. Looks at no element: one step per chunk, none if one array grew from the other. 0 means nothing: the
+    /// elements may still be identical.
     size_t sharedRun(const Iterator& other) const noexcept;
 
    private:
     friend class Array;
     Iterator(const detail::ArrayRep* array, size_t index) noexcept;
-    /// Finds the place of index_ in a segment, which must hold it.
+    /// Finds the place of index_ in a segment, which must contain it.
     void enter(uint32_t segment) noexcept;
     const detail::ArrayRep* array_ = nullptr;
     const Value* element_ = nullptr;
     size_t index_ = 0;
-    size_t chunk_end_ = 0;  ///< index of the first element behind the chunk
+    size_t chunk_end_ = 0;  ///< index of the first element after the chunk
     size_t end_ = 0;
     uint32_t segment_ = 0;
   };
@@ -243,19 +242,19 @@ class Array {
   Array(std::initializer_list<Value> elements);
   size_t size() const noexcept;
   bool empty() const noexcept { return size() == 0; }
-  /// Element at `index`; absent past the end. Valid as long as this array lives.
+  /// Element at `index`; absent past the end. Valid while this array lives.
   const Value& operator[](size_t index) const noexcept;
   Iterator begin() const noexcept;
   Iterator end() const noexcept;
-  /// How many leading elements are the very same objects in both arrays. Constant time for arrays that came of one
-  /// another by appending; else shared chunks of elements are compared as one.
+  /// How many leading elements are identical in both arrays. Constant time if one came from the other by appending;
+  /// else shared chunks are compared as one.
   size_t sharedPrefix(const Array& other) const noexcept;
 
  private:
   friend class Value;
   friend class MutableArray;
   explicit Array(Value value) noexcept : value_(std::move(value)) {}
-  /// What lies behind; null for an array that was never given an element.
+  /// The representation; null for an array that never had an element.
   const detail::ArrayRep* rep() const noexcept { return value_.head_.shared ? value_.arrayRep() : nullptr; }
   Value value_;
 };
@@ -274,7 +273,7 @@ class Dictionary {
   static Dictionary fromEntries(std::span<Entry> entries);
   size_t size() const noexcept;
   bool empty() const noexcept { return size() == 0; }
-  /// The entry's value; absent when there is none. Valid as long as this dictionary lives.
+  /// The entry's value; absent if there is none. Valid while this dictionary lives.
   const Value& operator[](std::string_view key) const noexcept;
   bool contains(std::string_view key) const noexcept;
   const Entry* begin() const noexcept;
@@ -287,39 +286,39 @@ class Dictionary {
   Value value_;
 };
 
-/// A mutable copy of an array. Constant time to take; only what is changed is copied.
+/// A mutable copy of an array. Taken in constant time; only changed parts are copied.
 class MutableArray {
  public:
   MutableArray() = default;
-  /// A copy of the value's array; of anything else an empty one.
+  /// A copy of the value's array; empty for any other kind.
   explicit MutableArray(const Value& value);
   explicit MutableArray(const Array& array) : MutableArray(array.value_) {}
 
   size_t size() const noexcept { return view_.size(); }
   bool empty() const noexcept { return size() == 0; }
   const Value& operator[](size_t index) const noexcept { return view_[index]; }
-  /// Appends; constant time also on a copy of a long array. (An element that itself holds arrays costs a pointer for
-  /// every 64 elements more while other handles share this array: it might hold this very one.)
+  /// Appends; constant time even on a copy of a long array. (An element that contains arrays costs one more pointer per
+  /// 64 elements while other handles share this array: it might contain this very one.)
   void append(Value element);
   void removeAll() noexcept { view_ = Array(); }
-  /// Removes all elements that equal `element`; says how many went.
+  /// Removes all elements that equal `element`; returns how many.
   size_t removeAllEqualTo(const Value& element);
-  /// Removes the element at `index`; nothing past the end. Costs a chunk or two of 64 elements and a pointer for every
+  /// Removes the element at `index`; no effect past the end. Costs one or two chunks of 64 elements and a pointer per
   /// 64 elements, however long the array.
   void removeAt(size_t index);
-  /// Keeps the elements for which `keep(element)` is true, in order; asked once for each, from the first to the last.
-  /// Chunks of 64 elements that lose none stay shared. When `keep` throws, the array is as it was.
+  /// Keeps the elements for which `keep(element)` is true, in order; asked once for each, first to last. Chunks of 64
+  /// elements that lose none stay shared. If `keep` throws, the array is unchanged.
   template <class Keep>
   void retainIf(Keep keep);
-  /// Replaces the element at `index`; nothing past the end. Costs a chunk of 64 elements and a pointer for every 64
+  /// Replaces the element at `index`; no effect past the end. Costs a chunk of 64 elements and a pointer per 64
   /// elements.
   void replaceAt(size_t index, Value element);
 
  private:
   friend class Value;
-  /// `indices` are ascending, each once, and below size().
+  /// `indices` are ascending, unique, and below size().
   void removeAllAt(std::span<const size_t> indices);
-  /// Takes over the caller's reference; the one to what was held before has been handed on.
+  /// Takes over the caller's reference; the previous one has been handed on.
   void become(detail::ArrayRep* array) noexcept;
   Array view_;
 };
@@ -330,14 +329,14 @@ class MutableDictionary {
   MutableDictionary() = default;
   explicit MutableDictionary(const Value& value);
   explicit MutableDictionary(const Dictionary& dictionary);
-  /// Room for that many entries, to build a dictionary in one piece.
+  /// Reserves space for that many entries, to build a dictionary in one allocation.
   explicit MutableDictionary(size_t capacity) { entries_.reserve(capacity); }
 
   size_t size() const noexcept { return entries_.size(); }
   const Value& operator[](std::string_view key) const noexcept;
-  /// Sets or replaces; the order is that of first insertion. Setting an absent value removes the key.
+  /// Sets or replaces; the order is that of first insertion. An absent value removes the key.
   void set(Value key, Value value);
-  /// Appends without looking for the key, which must not be there yet (for builders of fixed records).
+  /// Appends without a lookup; the key must not exist yet (for builders of fixed records).
   void add(Value key, Value value) { entries_.push_back({std::move(key), std::move(value)}); }
   void remove(std::string_view key);
   const std::vector<Entry>& entries() const noexcept { return entries_; }
@@ -347,8 +346,7 @@ class MutableDictionary {
   std::vector<Entry> entries_;
 };
 
-// ------------------------------------------------------------------------ how containers lie in memory; for inlining
-// only
+// --------------------------------------------------------------------------- memory layout of containers; for inlining
 
 namespace detail {
 
@@ -356,7 +354,7 @@ namespace detail {
 inline constexpr uint32_t kChunkCapacity = 64;
 
 // A run of elements. `used` slots are constructed; a handle that ends exactly at `used` may claim the next one, which
-// no older handle ever looks at.
+// no older handle looks at.
 struct alignas(Value) Chunk {
   std::atomic<uint32_t> references;
   std::atomic<uint32_t> used;
@@ -370,16 +368,16 @@ struct alignas(Value) Chunk {
 };
 static_assert(sizeof(Chunk) % alignof(Value) == 0);
 
-// A chunk's place in an array. How many of its elements belong to the array follows from where the next one starts,
-// never from the chunk: elsewhere the same chunk may be the last one, and grow.
+// A chunk's place in an array. How many of its elements belong to the array follows from the start of the next one,
+// never from the chunk: in another array the same chunk may be the last one, and grow.
 struct Segment {
   Chunk* chunk;
   size_t start;  ///< elements before it
 };
 
-// The row of chunks, with the same rule for claiming the next place. No chunk in it is empty, and no two neighbours
-// would fit into one chunk: removing elements merges them. So a row is at most about twice as long as full chunks
-// would make it. All handles of one row see the same elements, each as far as its size.
+// The row of chunks, with the same rule for claiming the next place. No chunk is empty, and no two neighbours would fit
+// into one chunk: removing elements merges them. So a row is at most about twice as long as with full chunks. All
+// handles of a row see the same elements, each up to its size.
 struct alignas(Segment) Spine {
   std::atomic<uint32_t> references;
   std::atomic<uint32_t> used;
@@ -394,8 +392,8 @@ struct alignas(Segment) Spine {
 };
 static_assert(sizeof(Spine) % alignof(Segment) == 0);
 
-// One handle's view: the first `size` elements of a row of chunks. They lie in its first `segment_count` chunks; what
-// the row holds behind these belongs to newer handles and may be written at any time.
+// One handle's view: the first `size` elements of a row. They are in its first `segment_count` chunks; anything after
+// these belongs to newer handles and may be written at any time.
 struct ArrayRep {
   std::atomic<uint32_t> references;
   uint32_t segment_count;
@@ -407,11 +405,11 @@ struct ArrayRep {
   }
   ~ArrayRep() { spine->release(); }
 
-  /// The segment that holds the element at `index`, which must be below `size`.
+  /// The segment of the element at `index`, which must be below `size`.
   uint32_t segmentOf(size_t index) const {
     return spine->regular ? static_cast<uint32_t>(index / kChunkCapacity) : searchedSegmentOf(index);
   }
-  /// Index of the first element behind a segment.
+  /// Index of the first element after a segment.
   size_t endOf(uint32_t segment) const {
     return segment + 1 < segment_count ? spine->segments()[segment + 1].start : size;
   }
@@ -426,11 +424,11 @@ struct ArrayRep {
     return segment.chunk->items()[index - segment.start];
   }
 
-  /// A view of one element more. `before` itself when nobody else holds it, else a new one; in both cases the caller's
-  /// reference to `before` is taken over.
+  /// A view with one more element. `before` itself if nobody else holds it, else a new one; the caller's reference to
+  /// `before` is taken over in both cases.
   static ArrayRep* appended(ArrayRep* before, Value&& element);
-  /// A new view without the elements at `indices`, which are ascending; null when none is left. Chunks that lose none
-  /// are shared, unless they fit into one with a neighbour that does.
+  /// A new view without the elements at `indices` (ascending); null if none is left. Chunks that lose none are shared,
+  /// unless they fit into one with a neighbour that does.
   static ArrayRep* without(const ArrayRep& before, std::span<const size_t> indices);
   /// A new view with another element at `index`, which must be below the size.
   static ArrayRep* replaced(const ArrayRep& before, size_t index, Value&& element);
@@ -441,7 +439,7 @@ struct ArrayRep {
   static ArrayRep* becoming(ArrayRep* before, Spine* row_of_chunks, uint32_t segment_count, size_t size);
 };
 
-// A dictionary: its entries behind its header, so that one record is one allocation.
+// A dictionary: its entries follow its header, so that one record is one allocation.
 struct DictionaryRep {
   std::atomic<uint32_t> references;
   uint32_t size;
@@ -452,7 +450,7 @@ struct DictionaryRep {
 };
 static_assert(sizeof(DictionaryRep) % alignof(Entry) == 0);
 
-/// What look-ups answer where there is nothing.
+/// Returned by lookups that find nothing.
 inline constinit const Value kAbsentValue;
 
 }  // namespace detail

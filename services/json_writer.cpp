@@ -191,7 +191,7 @@ class Writer {
       : out_(out), strictness_(strictness), layout_(layout), stop_(stop) {}
 
   bool write(const kit::Value& value, size_t depth) {
-    if (stop_.isStopping()) {
+    if (stop_.countStep()) {
       error_ = "the kit is being stopped";
       return false;
     }
