@@ -1,4 +1,4 @@
-// What follows once an app's call has recorded something: its commit, above all.
+// What follows once an app's call has recorded something: above all, its commit.
 #pragma once
 
 #include "morvik/recorded.h"
@@ -6,7 +6,7 @@
 
 namespace morvik::runtime {
 
-/// What throws here (no memory, say) does not undo what was recorded: it is written, and ends here.
+/// An exception here (no memory, say) ends here. It does not undo what was recorded: that is written already.
 inline constexpr services::GuardClause kAfterRecordingThrew = services::oneLine(
     kit::lcl_vError, "Morvik host: something was recorded, but what follows could not all be done now: %@");
 inline constexpr services::Guard kAfterRecordingGuard{kAfterRecordingThrew, kAfterRecordingThrew};
@@ -17,8 +17,8 @@ auto afterRecording(const services::Logger& logger, Follow follow) {
   return services::guarded(logger, kAfterRecordingGuard, MORVIK_HERE("-[MorvikCore record]"), follow);
 }
 
-/// How what was recorded just now is kept. A commit that throws is tried once more, since it may have thrown when the
-/// store had all of it already; what it leaves, a later commit takes along.
+/// How durable is what was just recorded. A commit that throws is retried once: the store may have had everything when
+/// it threw. A later commit writes what is left.
 template <class Commit>
 Recorded keptBy(const services::Logger& logger, Commit commit) {
   auto is_kept = afterRecording(logger, commit);

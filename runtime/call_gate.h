@@ -1,4 +1,4 @@
-// Lets calls in until the kit stops, and tells when the last of them has left.
+// Admits calls until the kit stops, and knows when the last of them has left.
 #pragma once
 
 #include <atomic>
@@ -9,10 +9,11 @@
 
 namespace morvik::runtime {
 
-/// What is let in finds everything open until it leaves, or is refused: nothing falls between a check and the end.
+/// An admitted call finds everything open until it leaves; any other is refused. No call falls between a check and the
+/// end.
 class CallGate {
  public:
-  /// As long as it lives, the gate's owner is there for it, if isIn() says so.
+  /// While it lives and isIn() is true, the gate's owner exists.
   class Call {
    public:
     explicit Call(CallGate& gate) : gate_(gate), is_in_(gate.enter()) {}
@@ -29,15 +30,15 @@ class CallGate {
     const bool is_in_;
   };
 
-  /// Waits for nothing, also where a thread that is not there holds what the others wait for.
+  /// Takes no lock, so it also answers in a forked child, where the thread that holds the lock is missing.
   bool isClosed() const { return (state_ & kClosed) != 0; }
-  /// From here on nobody gets in; waits for those that are in.
+  /// Admits no further call and waits for those inside.
   void close() {
     state_.fetch_or(kClosed);
     std::unique_lock hold(mutex_);
     left_.wait(hold, [this] { return state_ == kClosed; });
   }
-  /// The same, but waits no longer than that: then with false.
+  /// The same, but waits until `deadline` at most; false when it passed.
   bool close(std::chrono::steady_clock::time_point deadline) {
     state_.fetch_or(kClosed);
     std::unique_lock hold(mutex_);
@@ -63,7 +64,7 @@ class CallGate {
   }
 
   std::atomic<uint32_t> state_{0};
-  std::mutex mutex_;  // with it whoever closes waits
+  std::mutex mutex_;  // close() waits with it
   std::condition_variable left_;
 };
 

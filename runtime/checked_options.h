@@ -1,4 +1,4 @@
-// The app's options, read and found fit.
+// The app's options, read and validated.
 #pragma once
 
 #include <string>
@@ -13,12 +13,12 @@
 
 namespace morvik::runtime {
 
-/// A larger file of keys is refused.
+/// A larger key file is refused.
 inline constexpr size_t kMaxKeyFileBytes = 65'536;
 
 struct CheckedOptions {
-  /// As given, but for an advertising identifier that counts as none, the log level where the environment has another,
-  /// and paths that were relative.
+  /// As given, except for: an advertising identifier that counts as none, the log level if the environment overrides
+  /// it, and relative paths, which are made absolute.
   StartOptions options;
   DebugEnvironment environment;  ///< changes nothing unless the app allows it
   std::string app_key;
@@ -26,13 +26,13 @@ struct CheckedOptions {
   std::string tracking_key;  ///< may be empty
   kit::Endpoints endpoints;
   bool has_loopback_endpoint = false;
-  /// What is no error and hardly meant: one line each, which names the option, what it counts as and how to mend it.
+  /// Not errors, but hardly intended. One line each: the option, what it counts as, and how to fix it.
   std::vector<std::string> warnings;
 };
 
-/// Reads the keys, from file or environment where they say so, and completes the URLs; takes in what the environment
-/// changes where the app allows it; all three by way of `inputs`. Reads small files; otherwise does not block. The
-/// error names the option or the variable, what is wrong with it, and how to mend it; no key stands in it.
+/// Reads the keys (from a file or the environment if they say so), completes the URLs, and applies the environment's
+/// changes if the app allows them; all through `inputs`. Reads small files; otherwise does not block. An error names
+/// the option or the variable, says what is wrong and how to fix it, and contains no key.
 std::variant<CheckedOptions, kit::Error> checkOptions(const StartOptions& options, const MachineInputs& inputs);
 
 }  // namespace morvik::runtime

@@ -26,7 +26,7 @@ kit::Value recordOf(const HandedOver::Entry& entry) {
                          {kIsFirstLaunch, entry.is_first_launch}};
 }
 
-/// Of a kind that this version does not know nothing is handled.
+/// Nothing for a kind that this version does not know.
 std::optional<HandedOver::Entry> entryOf(const kit::Value& record) {
   for (size_t kind = 0; kind < kKindNames.size(); ++kind) {
     if (record[kKind].string() == kKindNames[kind])
@@ -39,7 +39,7 @@ std::optional<HandedOver::Entry> entryOf(const kit::Value& record) {
   return std::nullopt;
 }
 
-/// Ends what handleAll() began, also when the store throws.
+/// Ends what handleAll() began, even if the store throws.
 struct Handling {
   bool& is_handling;
   ~Handling() { is_handling = false; }
@@ -94,7 +94,7 @@ void HandedOver::handleAll() {
   }
 }
 
-/// False: none is left to be handled now. What handling one hands over itself is handled behind it.
+/// False: nothing is left to handle now. What a handler itself hands over is handled after it.
 bool HandedOver::handleUpTo(size_t count) {
   if (std::exchange(is_handling_, true))
     return false;
@@ -106,8 +106,8 @@ bool HandedOver::handleUpTo(size_t count) {
   return true;
 }
 
-/// An entry goes when it was handled, and in the commit of that: a death in between has it handled twice, never not at
-/// all.
+/// An entry is removed once it was handled, in the same commit: after a crash in between it is handled twice, but never
+/// lost.
 bool HandedOver::handleFirst() {
   const kit::Array entries = store_.arrayForKey(kHandedOverKey).array();
   if (entries.empty())
@@ -138,7 +138,7 @@ void HandedOver::commerceWasRecorded() {
   store_.replace(kHandedOverKey, stored, kit::Value(std::move(entries)));
 }
 
-/// A store that comes to light meanwhile puts what its file holds before it. The size when it is not there any more.
+/// A store that recovers meanwhile inserts its file's entries before this one. Returns the size if the entry is gone.
 size_t HandedOver::placeOfHandled(const kit::Array& entries) const {
   size_t place = 0;
   while (place < entries.size() && !entries[place].identicalTo(handled_))

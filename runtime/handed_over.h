@@ -1,5 +1,5 @@
-// What the app hands over to be handled: opened URLs, referral URLs, third party conversions. Kept in a list of the
-// host's own until it is handled.
+// What the app hands over: opened URLs, referral URLs, third-party conversions. Stored in a list of the kit until it is
+// handled.
 #pragma once
 
 #include <atomic>
@@ -17,10 +17,10 @@
 
 namespace morvik::runtime {
 
-/// Where the list lies in the store.
+/// The list's key in the store.
 inline constexpr const char* kHandedOverKey = "host.handedOver";
-/// One turn handles so many, and a later one goes on, so that a long list holds nobody up. Before a session starts all
-/// are handled; then so many are between two looks at whether the kit is being stopped.
+/// One turn handles at most this many, and a later one goes on, so that a long list delays nobody. Before a session
+/// starts all are handled; this is then the number between two checks for a stop.
 inline constexpr size_t kMaxHandledAtOnce = 32;
 
 class HandedOver {
@@ -30,8 +30,8 @@ class HandedOver {
     Kind kind = Kind::kOpenedUrl;
     std::string_view text;  ///< valid during the call that handles it
     kit::Date time;
-    bool is_first_launch = false;  ///< as it was when it was handed over
-    /// An earlier process, which did not end handling it, has recorded its commerce click.
+    bool is_first_launch = false;  ///< at the time of the call
+    /// An earlier process recorded its commerce click but did not finish handling it.
     bool is_commerce_recorded = false;
   };
   /// Called on the main queue, within a turn.
@@ -44,24 +44,23 @@ class HandedOver {
 
   /// To be set before the main queue runs.
   void setHandler(Handler handler) { handler_ = std::move(handler); }
-  /// What an earlier process left is handled first. Before anything else is posted.
+  /// Entries of an earlier process are handled first. Call before anything else is posted.
   void begin();
-  /// Keeps one more, in the kernel's hands when this returns, and has it handled: before this returns when called on
-  /// the main queue, else in a later turn of it. Refused where too many wait, or the text is too long. Any thread.
+  /// Stores an entry (in the kernel's hands when this returns) and has it handled: at once on the main queue, else in a
+  /// later turn of it. Refused if too many are waiting or the text is too long. Any thread.
   Recorded take(const Entry& entry);
-  /// What waits, now: before a session starts. What a stop leaves of it, the next start handles. Main queue, within a
-  /// turn.
+  /// Handles everything that is waiting, before a session starts. What a stop leaves over, the next start handles. Main
+  /// queue, within a turn.
   void handleAll();
-  /// In later turns: the store has come to light, and with it what an earlier process left; or there is no doubt any
-  /// more. Any thread.
+  /// In later turns: the store recovered, with entries of an earlier process; or a doubt is settled. Any thread.
   void handleLater();
-  /// The commerce click of the entry that is being handled was recorded: another process that handles it again does not
-  /// record it twice. In the step that records it, within the handler.
+  /// The commerce click of the current entry was recorded: if another process handles the entry again, it does not
+  /// record the click twice. Call within the handler, in the step that records the click.
   void commerceWasRecorded();
-  /// While held, entries wait. What waited is handled in a later turn once it is let go. Any thread.
+  /// While held, entries wait; after the release they are handled in a later turn. Any thread.
   void setHeld(bool held);
-  /// Entries wait also as long as this says so, which is asked on the main queue; handleLater() is called when it does
-  /// no longer. To be set before the main queue runs.
+  /// Entries also wait while this returns true. Asked on the main queue; when it becomes false, call handleLater(). Set
+  /// it before the main queue runs.
   void setInDoubt(std::function<bool()> in_doubt) { in_doubt_ = std::move(in_doubt); }
 
  private:
@@ -79,7 +78,7 @@ class HandedOver {
   std::atomic<bool> is_held_{false};
   // On the main queue.
   bool is_handling_ = false;
-  kit::Value handled_;  ///< the entry, as it stands in the list
+  kit::Value handled_;  ///< as stored in the list
 };
 
 }  // namespace morvik::runtime

@@ -1,4 +1,4 @@
-// The host: the kit on a real machine, as an app sees it (morvik::MorvikCore) and as the programs of this tree do.
+// One running kit, as an app sees it (morvik::MorvikCore) and as the programs of this tree do.
 #pragma once
 
 #include <atomic>
@@ -28,18 +28,18 @@ class MorvikCoreLib;
 
 namespace morvik::runtime {
 
-/// Calls from other threads that wait for the main queue. Past this many a call is refused, with a line in the log: an
-/// app that calls faster than the main queue runs would otherwise use up its memory.
+/// Calls from other threads that wait for the main queue. Beyond this a call is refused, with a log line: an app that
+/// calls faster than the main queue runs would use up its memory.
 inline constexpr size_t kMaxPostedCalls = 65'536;
-/// What is still under way.
+/// What is still in progress.
 struct Pending {
-  size_t requests = 0;            ///< started, and their handler has not begun
-  size_t main_blocks = 0;         ///< due, and waiting for their turn
+  size_t requests = 0;            ///< started, handler not begun
+  size_t main_blocks = 0;         ///< due, waiting for their turn
   size_t background_blocks = 0;   ///< waiting or running
-  size_t session_end_blocks = 0;  ///< put off by a session end, for half a second
-  // These do not keep the host from being settled.
+  size_t session_end_blocks = 0;  ///< delayed by a session end, for half a second
+  // These do not keep the instance from being settled.
   size_t background_tasks = 0;
-  size_t retries = 0;  ///< put off for longer
+  size_t retries = 0;  ///< delayed for longer
 
   bool isSettled() const { return requests + main_blocks + background_blocks + session_end_blocks == 0; }
 };
@@ -47,18 +47,18 @@ struct Pending {
 struct InstanceParts;
 class InstanceEnding;
 
-/// Made by makeInstance(). Threads as morvik::MorvikCore says. Not for a forked child: see ProcessBoundCore.
+/// Made by makeInstance(). Threads as for morvik::MorvikCore. Not for a forked child: see ProcessBoundCore.
 class Instance final : public morvik::MorvikCore {
  public:
   explicit Instance(std::shared_ptr<InstanceParts> parts);
-  /// Stops, as morvik::MorvikCore says; within a callback it leaves: see InstanceEnding::stopOrLeave().
+  /// Stops, as morvik::MorvikCore says. Within a callback see InstanceEnding::stopOrLeave().
   ~Instance() override;
   Instance(const Instance&) = delete;
   Instance& operator=(const Instance&) = delete;
 
-  /// Lets the main queue run. Once, by makeInstance().
+  /// Lets the main queue run. Called once, by makeInstance().
   std::optional<kit::Error> open();
-  /// In a line of the log. Once, by makeInstance().
+  /// Writes a line to the log. Called once, by makeInstance().
   void tellThatItStarted();
 
   void applicationDidBecomeActive() override;
@@ -90,43 +90,43 @@ class Instance final : public morvik::MorvikCore {
   void stop() override;
   void stop(std::chrono::milliseconds drain) override;
 
-  /// How it ends, for the end of the process.
+  /// Stops the instance at the end of the process.
   const std::shared_ptr<InstanceEnding>& ending() const { return ending_; }
-  /// A line that says why nothing happens in a forked child. Waits for no lock.
+  /// Writes a line that says why nothing happens in a forked child. Takes no lock.
   void tellThatItIsForked() const;
 
-  /// Of KeptForGood.
+  /// For KeptForGood.
   Instance* kept_before = nullptr;
 
-  // What the programs of this tree need beside.
+  // What the programs of this tree also need.
 
   kit::MainQueue& mainQueue();
-  /// Runs `block` once what the running turn wrote is committed. From within a turn only.
+  /// Runs `block` once the running turn's writes are committed. From within a turn only.
   void afterThisTurn(kit::Block block);
   /// The stored properties, and the two plain entries by their keys. Any thread.
   services::MorvikGVUserDefaults properties();
   kit::Value storedValue(std::string_view key);
-  /// Keeps a URL for the next session start, as StartOptions::opened_url does. Any thread.
+  /// Stores a URL for the next session start, as StartOptions::opened_url does. Any thread.
   void storeOpenedUrl(std::string_view url);
-  /// All that is stored, by name, the host's own values included. Any thread.
+  /// Everything stored, by name, including the kit's own values. Any thread.
   std::vector<std::pair<std::string, kit::Value>> allStored() const;
   /// Of the services object; held weakly. Any thread.
   void setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate);
-  /// An exception that nobody caught becomes a crash report, if it concerns the kit. The crash hook does this itself;
-  /// for machines on which nothing really crashes. Any thread; waits for no lock.
+  /// Turns an uncaught exception that concerns the kit into a crash report. The crash hook does this itself; this is
+  /// for machines on which nothing really crashes. Any thread; takes no lock.
   void reportUncaughtException(const kit::UncaughtException& exception);
-  /// Whether this thread could record at this moment without waiting for itself: not while it lets something in. For
+  /// Whether this thread could record now without waiting for itself: false while it is admitting a record. For
   /// machines on which one thread stands for several.
   bool mayRecordHere() const;
-  /// Any thread; what it counts may change while it counts, unless it is called within a turn.
+  /// Any thread. The counts may change while they are taken, except within a turn.
   Pending pending() const;
-  /// Calls `done` once, at the end of the first turn after which nothing is pending, or when the limit is up: then with
-  /// false. From within a turn, and `done` is called within one, the present one included; what it stores is committed
-  /// with the next. One can wait at a time.
+  /// Calls `done` once: at the end of the first turn after which nothing is pending, or with false when the limit is
+  /// up. Call it from within a turn. `done` runs within a turn, possibly this one; what it stores is committed with the
+  /// next. Only one caller can wait at a time.
   void settle(double limit_seconds, std::function<void(bool settled)> done);
 
  private:
-  /// Counts it, and says so the first time.
+  /// Counts the refusal; the first one writes a line.
   Recorded refuseNotRunning();
   template <class Record>
   Recorded recordNow(Record record);
@@ -137,19 +137,18 @@ class Instance final : public morvik::MorvikCore {
   Recorded setTwice(const char* pending, const char* complete, const kit::Value& wanted,
                     const std::function<void(MorvikCoreLib&)>& set);
   Recorded setUserIdTo(const std::optional<std::string>& user_id);
-  /// As services::guarded(): nothing that an operation throws, for want of memory, reaches the app.
+  /// As services::guarded(): no exception of an operation (no memory) reaches the app.
   template <class Call>
   auto guardedCall(const char* operation, Call call) const;
   Recorded refuseNoMemory();
   Recorded handOver(HandedOver::Kind kind, std::string_view text, const char* operation);
-  /// Whether what is called now, on this thread, takes place: once the end has begun, within the kit's own blocks
-  /// alone.
+  /// Whether a call on this thread takes effect now. Once the end has begun, only calls within the kit's own blocks do.
   bool takesPlace() const;
-  /// Runs it at once on the main thread, posts it from another.
+  /// Runs it at once on the main thread; posts it from any other.
   void callOnMain(const char* operation, kit::Block block);
   void post(const char* operation, kit::Block block);
 
-  /// Of eraseLocalData().
+  /// For eraseLocalData().
   struct Erasing {
     std::mutex mutex;  // guards what follows
     std::condition_variable ended;
@@ -158,7 +157,7 @@ class Instance final : public morvik::MorvikCore {
   };
   static bool erase(InstanceParts& parts, InstanceEnding& ending);
 
-  // An operation that lets callbacks run on its thread shares these: one of them may destroy the host.
+  // Shared with operations that run callbacks on their thread: a callback may destroy the instance.
   const std::shared_ptr<InstanceParts> parts_;
   const std::shared_ptr<InstanceEnding> ending_;
   const std::shared_ptr<Erasing> erasing_;

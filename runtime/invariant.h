@@ -1,4 +1,4 @@
-// What the host's own code takes for certain, and what happens when it is not so.
+// Reports broken invariants of the kit's own code.
 #pragma once
 
 #include <string_view>
@@ -7,9 +7,9 @@
 
 namespace morvik::runtime {
 
-/// To be called where an invariant of ours is found broken; `what` says which. Writes a line at error level. In a build
-/// for developers (without NDEBUG) the process ends there, so that no test can pass over it; the kit in an app goes on,
-/// and never ends its app. Any thread; to be called under no lock.
+/// Call where an invariant is found broken; `what` says which. Writes a line at error level. In a developer build
+/// (without NDEBUG) the process ends here, so that no test can miss it. In an app the kit goes on and never ends the
+/// app. Any thread; hold no lock.
 void invariantBroken(const services::Logger& logger, const char* operation, std::string_view what);
 
 }  // namespace morvik::runtime

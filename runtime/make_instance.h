@@ -11,13 +11,13 @@
 
 namespace morvik::runtime {
 
-/// Makes a host that runs on this machine: as start() says, whose work this is. The machine goes with all that a host
-/// consists of. The first host of the process is also the one behind MorvikCoreLib::shared(), until it stops.
+/// Makes an instance on this machine, which it owns; does the work of start(). The first instance of the process is
+/// also the one behind MorvikCoreLib::shared(), until it stops.
 std::variant<std::unique_ptr<Instance>, kit::Error> makeInstance(const StartOptions& options,
                                                                  std::unique_ptr<Machine> machine);
 
-/// The same on another machine, which outlives the host. It is never the process's own: MorvikCoreLib::shared() does
-/// not know of it, and nothing of the process is watched (report_crashes is of no matter).
+/// The same on another machine, which outlives the instance. It never belongs to the process: MorvikCoreLib::shared()
+/// does not know it, and nothing of the process is observed (report_crashes is ignored).
 std::variant<std::unique_ptr<Instance>, kit::Error> makeInstance(const StartOptions& options, Machine& machine);
 
 }  // namespace morvik::runtime

@@ -1,4 +1,4 @@
-// How an app starts the kit on a machine of its own choice.
+// How an app starts the kit on a machine of its own.
 #pragma once
 
 #include <memory>
@@ -8,7 +8,7 @@
 
 namespace morvik::runtime {
 
-/// As morvik::MorvikCore::start(), on this machine, which goes with the kit.
+/// As morvik::MorvikCore::start(), on this machine, which the kit owns.
 StartResult start(const StartOptions& options, std::unique_ptr<Machine> machine);
 
 }  // namespace morvik::runtime

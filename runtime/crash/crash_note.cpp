@@ -8,8 +8,8 @@ static_assert(std::atomic<const std::string*>::is_always_lock_free && std::atomi
 
 void CrashNote::set(std::string text) {
   const std::lock_guard lock(setting_);
-  // A handler says that it reads before it looks which is the latest. So nobody can have got hold of the other one
-  // since that was the latest, unless it is said here.
+  // A handler announces its read before it looks up the latest text. So no reader can have got hold of the older text
+  // since, unless is_read_ says so.
   if (is_read_)
     return;
   std::string& other = latest_ == texts_.data() ? texts_[1] : texts_[0];

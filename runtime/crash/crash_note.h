@@ -1,4 +1,4 @@
-// What a report of a crash will tell of the device and the app: noted ahead, for a crash is no time to ask.
+// What a crash report will say of the device and the app. Noted ahead: during a crash nothing can be asked.
 #pragma once
 
 #include <array>
@@ -13,14 +13,14 @@ namespace morvik::runtime {
 /// A longer note is left out.
 inline constexpr size_t kMaxCrashNoteBytes = size_t{64} << 10;
 
-/// The latest of texts, of which a signal handler may read one.
+/// The latest of several texts. A signal handler may read it.
 class CrashNote {
  public:
-  /// The text to be read from now on; an empty one when it is too long. Any thread; waits for others that set one. Once
-  /// a handler reads, the note stays as it is until it has.
+  /// The text to be read from now on; empty if it is too long. Any thread; waits for others that set one. While a
+  /// handler reads, the note does not change.
   void set(std::string text);
 
-  /// The latest text; it stays until endReading(). Async-signal-safe; one reader at a time.
+  /// The latest text; valid until endReading(). Async-signal-safe; one reader at a time.
   std::string_view beginReading();
   void endReading();
 

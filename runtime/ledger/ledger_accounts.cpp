@@ -14,7 +14,7 @@ constexpr const char* kFoundUncounted = "found_uncounted";
 constexpr const char* kGivenUp = "given_up";
 constexpr const char* kSets = "sets";
 constexpr const char* kRefused = "refused";
-/// Of kLedgerRefusals, as they are stored.
+/// Stored names of kLedgerRefusals.
 constexpr std::array kRefusalKeys = {"forgotten", "empty", "too_large", "too_many", "not_running", "no_memory"};
 static_assert(kRefusalKeys.size() == kLedgerRefusals.size());
 
@@ -63,14 +63,15 @@ LedgerAccounts::LedgerAccounts(const kit::Value& written, const Stored& stored) 
     return;
   recordUnwritten(LedgerKind::kActivities,
                   grownBy(countIn(written[nameOf(LedgerKind::kActivities)][kStored]), stored.activities));
-  // Counts of an older version say nothing of these.
+  // Counts of an older version lack these.
   const kit::Value& impressions_then = written[nameOf(LedgerKind::kImpressions)][kStored];
   if (!impressions_then.isAbsent())
     recordUnwritten(LedgerKind::kImpressions, grownBy(countIn(impressions_then), stored.impressions));
   takeDemographicsSetSince(DemographicSets::from(written[nameOf(LedgerKind::kDemographics)][kSets]), stored);
 }
 
-/// What was set and waits no more was replaced, or taken back: the service's answer would have written the counts.
+/// A value that was set and is no longer pending was replaced or withdrawn: the service's answer would have written the
+/// counts.
 void LedgerAccounts::takeDemographicsSetSince(const DemographicSets& then, const Stored& stored) {
   constexpr LedgerKind kKind = LedgerKind::kDemographics;
   const uint64_t set_since = grownBy(then.all, stored.demographics.all);
@@ -148,7 +149,7 @@ void LedgerAccounts::bringInLineWith(const Found& found) {
     }
     giveUp(kind, LedgerReason::kMissing, missing);
     record(kind, beyond);
-    // A dying process writes its report past the book.
+    // A dying process writes its report without the book.
     if (kind != LedgerKind::kCrashReports && !found.is_first)
       found_uncounted_[i] += beyond;
   }

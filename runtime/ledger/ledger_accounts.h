@@ -1,4 +1,4 @@
-// The counts of the ledger, and the form in which they are stored.
+// The counts of the ledger, and their stored form.
 #pragma once
 
 #include <array>
@@ -14,28 +14,28 @@
 
 namespace morvik::runtime {
 
-/// Where they lie in the store.
+/// Their key in the store.
 inline constexpr std::string_view kLedgerKey = "host.ledger";
-/// A stored count past this one is none: read as this. Sums of all counts stay within 64 bits.
+/// A larger stored count is invalid and read as this. Sums of all counts fit into 64 bits.
 inline constexpr uint64_t kMaxLedgerCount = uint64_t{1} << 56;
 
-/// How often demographic values were set on this device, as the store has it: see DemographicSets.
+/// How often demographic values were set on this device, as stored: see DemographicSets.
 inline constexpr std::string_view kDemographicSetsKey = "host.demographicsSet";
 
-/// By kind.
+/// Indexed by kind.
 using LedgerCounts = std::array<uint64_t, kLedgerKinds>;
 
-/// How often demographic values were set. A setter on a thread of the app's writes it beside the value, and leaves the
-/// book to whoever holds it: a start that finds more than the book knows of adds the difference.
+/// How often demographic values were set. A setter on an app's thread stores this with the value and leaves the book
+/// alone; a start adds the difference between the two.
 struct DemographicSets {
-  uint64_t pending = 0;  ///< to a value that waits
-  uint64_t all = 0;      ///< those, and from one that waited to none
+  uint64_t pending = 0;  ///< to a pending value
+  uint64_t all = 0;      ///< those, and from a pending value to none
 
   static DemographicSets from(const kit::Value& stored);
   kit::Value toValue() const;
 };
 
-/// Why something that the app handed over was refused, as rows of the ledger.
+/// Why something the app handed over was refused; rows of the ledger.
 inline constexpr std::array kLedgerRefusals = {Recorded::kRefusedForgotten,  Recorded::kRefusedEmpty,
                                                Recorded::kRefusedTooLarge,   Recorded::kRefusedTooMany,
                                                Recorded::kRefusedNotRunning, Recorded::kRefusedNoMemory};
@@ -44,7 +44,7 @@ using LedgerRefusals = std::array<uint64_t, kLedgerRefusals.size()>;
 /// Plain values; not safe for threads.
 class LedgerAccounts {
  public:
-  /// No counts at all.
+  /// All counts are zero.
   LedgerAccounts() = default;
   /// What is recorded without writing the counts, as the store has it now.
   struct Stored {
@@ -53,41 +53,41 @@ class LedgerAccounts {
     DemographicSets demographics;
     uint64_t demographics_waiting = 0;
   };
-  /// As write() wrote them; of anything else what can be read of it. What `stored` has beyond what was written is
-  /// recorded: recording one does not write the counts, everything else that happens to a list does.
+  /// From what write() wrote; from anything else, what can be read of it. If `stored` is larger than what was written,
+  /// the difference counts as recorded: recording does not write the counts, every other change of a list does.
   LedgerAccounts(const kit::Value& written, const Stored& stored);
 
   void record(LedgerKind kind, uint64_t count);
-  /// As record(), and not worth writing by itself: see the constructor.
+  /// As record(), but not worth writing by itself: see the constructor.
   void recordUnwritten(LedgerKind kind, uint64_t count);
   void unrecord(LedgerKind kind, uint64_t count);
   void deliver(LedgerKind kind, uint64_t count);
   void giveUp(LedgerKind kind, LedgerReason reason, uint64_t count);
   void beginUnderWay(LedgerKind kind, uint64_t count);
   void endUnderWay(LedgerKind kind, uint64_t count);
-  /// Makes them worth writing.
+  /// Makes the counts worth writing.
   void touch() { is_changed_ = true; }
-  /// Outside of the equation, and not worth writing by itself.
+  /// Not part of the equation, and not worth writing by itself.
   void refuse(const LedgerRefusals& counts);
   bool hasUnwrittenRefusals() const { return has_unwritten_refusals_; }
 
-  /// What was found in the store, as these counts were, after the process that wrote them.
+  /// What the store holds after the process that wrote these counts.
   struct Found {
     LedgerCounts stored{};
-    /// Values that a newer one may have taken the place of.
+    /// Pending values that a newer one may have replaced.
     uint64_t demographics_set_since = 0;
-    /// Nothing was counted before: an older version stored what there is.
+    /// Nothing was counted before: an older version stored what is there.
     bool is_first = false;
   };
-  /// Brings them in line: what was under way is given up, and so is what is missing; what there is beyond them is
-  /// recorded now.
+  /// Reconciles the counts with the store: what was under way and what is missing counts as given up; anything extra
+  /// counts as recorded now.
   void bringInLineWith(const Found& found);
   /// Adds the counts of another part of the same account.
   void add(const LedgerAccounts& other);
 
-  /// Changed, in more than by recordUnwritten(), since the last write().
+  /// Whether anything but recordUnwritten() changed them since the last write().
   bool isChanged() const { return is_changed_; }
-  /// With what `stored` says of this moment.
+  /// With the current values of `stored`.
   kit::Value write(const Stored& stored);
 
   Ledger toLedger(const LedgerCounts& stored) const;
@@ -101,7 +101,7 @@ class LedgerAccounts {
   LedgerCounts delivered_{};
   LedgerCounts under_way_{};
   LedgerCounts found_uncounted_{};
-  /// By row of ledgerRules().
+  /// Indexed by row of ledgerRules().
   std::vector<uint64_t> given_up_ = std::vector<uint64_t>(ledgerRules().size());
   LedgerRefusals refused_{};
   bool has_unwritten_refusals_ = false;

@@ -26,7 +26,7 @@ std::array<std::string, kLedgerEndpoints> urlsOf(const kit::Endpoints& base_urls
 
 }  // namespace
 
-/// Holds the book, up to date with what setters left.
+/// Holds the book, with the setters' notes taken in.
 class LedgerBook::Hold {
  public:
   explicit Hold(LedgerBook& book) : lock_(book.mutex_) { book.takeNotes(); }
@@ -67,7 +67,7 @@ LedgerMoments::Moment LedgerBook::momentNow() {
   return moments_->begin(stored_.count(Kind::kActivities), stored_.count(Kind::kImpressions));
 }
 
-/// Within its handler an exchange has ended, and the book does not have it so yet.
+/// Within its handler an exchange has ended, but the book does not show that yet.
 LedgerMoments::Left LedgerBook::left(LedgerMoments::Moment moment) {
   const Hold hold(*this);
   takeChangesFromElsewhere();
@@ -86,10 +86,9 @@ LedgerMoments::Left LedgerBook::left(LedgerMoments::Moment moment) {
   return left;
 }
 
-// ------------------------------------------------------------------------------------------- what others did to the
-// store
+// ---------------------------------------------------------------------------------------- what others did to the store
 
-/// A dying process appends its report past the book.
+/// A dying process appends its report without the book.
 void LedgerBook::takeChangesFromElsewhere() {
   takeInWhatRecovered();
   for (size_t kind = 0; kind < kLedgerKinds; ++kind) {
@@ -101,8 +100,8 @@ void LedgerBook::takeChangesFromElsewhere() {
   accounts_.record(Kind::kDemographics, stored_.lookAgainAtDemographics().more);
 }
 
-/// A recorded activity is counted where it was recorded, and looked for in the list. Activities and impressions are
-/// recorded without a word in the store's book.
+/// A recorded activity is counted where it was recorded, and expected in the list. Activities and impressions are
+/// recorded without the book.
 void LedgerBook::takeListFromElsewhere(Kind kind) {
   LedgerStored::Growth growth;
   uint64_t announced = 0;
@@ -124,8 +123,8 @@ void LedgerBook::takeListFromElsewhere(Kind kind) {
     moments_->listRecovered(kind, growth.more);
 }
 
-/// Of the book the one in the file stands: another part of the same account, that of earlier processes. A file without
-/// one brings lists alone, which are taken like others from elsewhere.
+/// The book in the file counts: it is another part of the same account, that of earlier processes. A file without a
+/// book only brings lists, which are taken in like other changes from outside.
 void LedgerBook::takeInWhatRecovered() {
   if (!is_unavailable_)
     return;
@@ -158,8 +157,7 @@ void LedgerBook::storeRecovered() {
   writeBook();
 }
 
-// --------------------------------------------------------------------------------------------------- what comes and
-// goes
+// ------------------------------------------------------------------------------------------------- what comes and goes
 
 void LedgerBook::set(std::string_view key, kit::Value value, LedgerWriter writer) {
   const LedgerKey of = ledgerKeyOf(key);
@@ -199,10 +197,10 @@ kit::Value LedgerBook::get(std::string_view key) {
   return store_.get(key);
 }
 
-/// The list grows at its end while this is worked out: what came since the look stays behind.
+/// The list may grow at its end meanwhile: newer elements stay behind the new value.
 void LedgerBook::setListKey(const LedgerKey& of, std::string_view key, const kit::Value* before, kit::Value value,
                             LedgerWriter writer) {
-  kit::Value known;  // let go of when the mutex is free: it may be the last handle of a long list
+  kit::Value known;  // destroyed once the mutex is free: may be the last handle of a long list
   const Hold hold(*this);
   takeInWhatRecovered();
   takeListFromElsewhere(of.kind);
@@ -215,8 +213,8 @@ void LedgerBook::setListKey(const LedgerKey& of, std::string_view key, const kit
   writeAtTheDoor(key, kit::continuedList(known, store_.get(key), std::move(value)));
 }
 
-/// What was to be done if the newest click fails is dropped somewhere between here and the end of the block: of a click
-/// that is built meanwhile, too.
+/// A retry of the newest click is dropped somewhere between here and the end of the block; also for a click built
+/// meanwhile.
 void LedgerBook::noteSessionEnd() {
   if (!isInBackground())
     return;
@@ -250,7 +248,7 @@ void LedgerBook::setList(Kind kind, const kit::Value& value, LedgerWriter writer
   stored_.setList(kind, value);
 }
 
-/// Stored reports that get the names in their stacks are what they were, in their order.
+/// Stored reports whose stacks get names stay the same reports, in order.
 bool LedgerBook::wasRewritten(Kind kind, const kit::Array& before, const kit::Array& after, LedgerWriter writer) const {
   if (kind != Kind::kCrashReports || writer != LedgerWriter::kKit || exchanges_.isAnyRunning() || before.empty() ||
       before.size() != after.size())
@@ -265,7 +263,7 @@ bool LedgerBook::wasRewritten(Kind kind, const kit::Array& before, const kit::Ar
   });
 }
 
-/// Reports that the store took and could not keep go back to where they came from, and come again.
+/// Reports that the store took but could not keep return to where they came from, and come again.
 bool LedgerBook::wasTakenBack(Kind kind, const kit::Array& before, const ListChange& change,
                               LedgerWriter writer) const {
   return kind == Kind::kCrashReports && writer == LedgerWriter::kKit && !exchanges_.isAnyRunning() &&
@@ -317,8 +315,8 @@ void LedgerBook::add(Kind kind, const kit::Array& after, size_t added, LedgerWri
   }
 }
 
-/// The click that a failed request leaves behind is the newest one, whichever request failed: it may be under way
-/// still, or be counted as delivered already. The latter was recorded once more.
+/// The click that a failed request leaves behind is the newest one, whichever request failed. It may still be under
+/// way, or be counted as delivered already; then it was recorded once more.
 void LedgerBook::addClick(const kit::Value& click, LedgerWriter writer) {
   if (writer == LedgerWriter::kKit && exchanges_.noteStoredClick(click))
     accounts_.endUnderWay(Kind::kReEngagementClicks, 1);
@@ -326,9 +324,8 @@ void LedgerBook::addClick(const kit::Value& click, LedgerWriter writer) {
     accounts_.record(Kind::kReEngagementClicks, 1);
 }
 
-/// A handler's change has to be known for what it is, and so waits for the book. A setter of the app's does not: when
-/// the book is in use it leaves a note, and beside the value how many were set, so that a death costs the count
-/// nothing.
+/// A handler's change must be recognized as such, so it waits for the book. An app's setter does not: if the book is in
+/// use, it leaves a note and stores with the value how many were set, so that a crash loses no count.
 void LedgerBook::setDemographic(std::string_view key, size_t slot, const kit::Value& value, LedgerWriter writer) {
   const bool must_wait = writer == LedgerWriter::kHand || handler_thread_ == std::this_thread::get_id();
   std::unique_lock hold(mutex_, std::defer_lock);
@@ -341,7 +338,7 @@ void LedgerBook::setDemographic(std::string_view key, size_t slot, const kit::Va
   takeInWhatRecovered();
   const std::scoped_lock door(door_);
   takeNotesAtTheDoor();
-  // A thread of the app's has no part in the handler that may run on another.
+  // An app's thread is not part of a handler that may run on another.
   const LedgerDeparture of_app{.kind = Kind::kDemographics, .writer = writer};
   const LedgerDeparture departure_of = must_wait ? departure(Kind::kDemographics, writer) : of_app;
   const LedgerStored::Demographics before = stored_.demographics();
@@ -351,7 +348,7 @@ void LedgerBook::setDemographic(std::string_view key, size_t slot, const kit::Va
     takeNote({slot, stored_.setDemographic(slot, value)}, departure_of);
     writeAtTheDoor(key, value);
   } catch (...) {
-    // Without memory the store has the value before. One that a request carries is counted for that already.
+    // Without memory the store keeps the previous value. One that a request carries is already counted there.
     if (unclaimed_.count() == unclaimed_before) {
       stored_.takeBack(before);
       accounts_ = accounts_before;
@@ -360,7 +357,7 @@ void LedgerBook::setDemographic(std::string_view key, size_t slot, const kit::Va
   }
 }
 
-/// False when there is no room for one more.
+/// False: no room for another note.
 bool LedgerBook::leaveNote(std::string_view key, size_t slot, const kit::Value& value) {
   const std::scoped_lock door(door_);
   if (notes_.size() >= kMaxLedgerNotes)
@@ -427,8 +424,7 @@ std::array<uint64_t, kDemographicValues> LedgerBook::versionsSeen() {
   return seen == seen_.end() ? stored_.versions() : seen->versions;
 }
 
-// -------------------------------------------------------------------------------------------------- batches and
-// requests
+// ------------------------------------------------------------------------------------------------ batches and requests
 
 void LedgerBook::activityWasStored() {
   ++announced_activities_;
@@ -465,7 +461,7 @@ void LedgerBook::payloadIsBeingBuilt() {
 void LedgerBook::payloadWasSealed(const kit::Value& payload, const kit::Value& parameters) {
   const kit::Value& entries = payload["activity_info"];
   const kit::Value& click = payload["deeplink_info"];
-  // The referral of a third party conversion has no session.
+  // The referral of a third-party conversion has no session.
   const bool is_click = !click["session_no"].isAbsent();
   if (!entries.isArray() && !is_click)
     return;
@@ -550,7 +546,7 @@ LedgerLoad LedgerBook::exchangeDidEnd(const kit::ExchangeResult& result) {
 
 void LedgerBook::handlerEnded(uint64_t id, LedgerDeparted departed) {
   handler_thread_ = std::thread::id();
-  kit::Value clicks;  // let go of when the mutex is free, as in set()
+  kit::Value clicks;  // destroyed once the mutex is free, as in set()
   const Hold hold(*this);
   clicks = std::exchange(clicks_at_handler_, {});
   const LedgerExchange exchange = exchanges_.end(id);
@@ -589,10 +585,9 @@ void LedgerBook::backgroundBlockEnded() {
   is_session_ending_ = false;
 }
 
-// ------------------------------------------------------------------------------------------------ counting and
-// writing
+// ------------------------------------------------------------------------------------------------ counting and writing
 
-/// It is, unless a request that carries it is accepted yet.
+/// Counts it now, or only once no request that carries it is accepted.
 void LedgerBook::giveUp(Kind kind, Reason reason, LedgerMoments::Moment first_after,
                         const std::vector<uint64_t>& carriers) {
   if (carriers.empty()) {
@@ -631,7 +626,7 @@ void LedgerBook::write(std::string_view key, kit::Value value) {
   writeAtTheDoor(key, std::move(value));
 }
 
-/// In one transaction: the value, unless there is none, and what changed in the book.
+/// In one transaction: the value, if any, and the changes in the book.
 void LedgerBook::writeAtTheDoor(std::string_view key, kit::Value value) {
   std::array<StoreWrite, 2> writes;
   size_t count = 0;

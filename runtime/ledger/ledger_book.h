@@ -1,20 +1,19 @@
-// The book of the ledger: what was recorded, and what became of it.
+// The ledger's book: what was recorded, and what became of it.
 //
 //   recorded = delivered + stored + under way + given up [reason]
 //
-// for each kind. Every record that leaves a stored list leaves it into one of the other counts, in the same store
-// transaction. Which one follows from who took it out: the handler of an exchange, whose answer and whose contents are
-// known, or a rule of a session's end. What no rule explains is a broken invariant.
+// for each kind. Every record that leaves a stored list moves to one of the other counts, in the same store
+// transaction. Which one depends on who removed it: the handler of an exchange, whose answer and content are known, or
+// a rule at a session's end. A removal that no rule explains is a broken invariant.
 //
-// Recorded activities are counted where they are recorded and not by the list, so that one that never reaches the list
-// is missed. Recording one writes nothing but the list: the count is written with the next change of any other kind,
-// and a start that comes first adds what the list grew by.
+// Recorded activities are counted where they are recorded, not by the list, so that one that never reaches the list is
+// missed. Recording one writes nothing but the list: the count is written with the next change of any other kind, and a
+// start that comes first adds what the list grew by.
 //
-// Three sources tell the book what happens: the store (what comes and goes), the services object (what is batched, what
-// is answered) and the transport (what leaves, and when its handler runs). Its rooms, each of which stands alone: the
-// counts (ledger_accounts.h), what is stored (ledger_stored.h), what is under way (ledger_exchanges.h,
-// ledger_unclaimed.h), why a record went (ledger_removal_reasons.h), and what is left of what somebody waits for
-// (ledger_moments.h).
+// Three sources feed the book: the store (what comes and goes), the services object (what is batched and answered) and
+// the transport (what leaves, and when its handler runs). Its parts, each independent of the others: the counts
+// (ledger_accounts.h), what is stored (ledger_stored.h), what is under way (ledger_exchanges.h, ledger_unclaimed.h),
+// why a record was removed (ledger_removal_reasons.h), and what is left of what somebody waits for (ledger_moments.h).
 #pragma once
 
 #include <array>
@@ -47,9 +46,9 @@
 
 namespace morvik::runtime {
 
-/// A setter's notes that wait for the book; past this many it waits for it.
+/// Setters' notes that wait for the book; beyond this a setter waits for it.
 inline constexpr size_t kMaxLedgerNotes = 1024;
-/// Threads that read demographics and are told apart; the one that has read longest ago is forgotten first.
+/// Threads whose reads of demographics are tracked; the one that read longest ago is forgotten first.
 inline constexpr size_t kMaxReadersSeen = 8;
 
 struct LedgerParts {
@@ -61,88 +60,88 @@ struct LedgerParts {
   bool has_hashed_identifier = true;
 };
 
-/// What an exchange carries, as far as others ask for it.
+/// What an exchange carries, as far as others need to know.
 struct LedgerLoad {
   size_t activities = 0;
   kit::Value click;              ///< absent: none
-  kit::Value too_large_id = {};  ///< of an activity that the service finds too large on its own; absent: none
+  kit::Value too_large_id = {};  ///< an activity too large for the service on its own; absent: none
 };
 
-/// Whether a request whose handler runs has left the device.
+/// Whether the request of a running handler has left the device.
 enum class LedgerDeparted : bool { kNo, kYes };
 
-/// Any thread, each call by itself. A mutex of its own, taken after the house lock and before the door; nothing is
-/// called out under it but the store. A call costs what the change does that it is told of: for one that was appended a
-/// comparison of handles, for a list that was trimmed one walk over it.
+/// Any thread, each call atomic. Has its own mutex, taken after the list lock and before the door; under it only the
+/// store is called. A call costs as much as the change it reports: a comparison of handles for an appended element, one
+/// walk over the list for a trimmed one.
 ///
-/// A thread of the app's that records waits for no such walk: an activity or an impression is appended past the book,
-/// which takes it in with its next look, and a demographic value that finds the book in use leaves a note.
+/// An app's thread that records waits for no such walk: an activity or an impression is appended without the book,
+/// which takes it in with its next look, and a demographic value leaves a note if the book is in use.
 class LedgerBook {
  public:
-  /// Opens the book, or begins one over what is stored. What was under way when the last process ended is given up.
+  /// Opens the book, or begins one for what is stored. What was under way when the last process ended is given up.
   explicit LedgerBook(const LedgerParts& parts);
   LedgerBook(const LedgerBook&) = delete;
   LedgerBook& operator=(const LedgerBook&) = delete;
 
-  /// The account as of now. Any thread; some microseconds, whatever is stored.
+  /// The current account. Any thread; some microseconds, whatever is stored.
   Ledger read();
 
-  // Those who wait for the delivery of what was recorded so far.
-  /// This moment. To be forgotten some time, in moments().
+  // For those who wait for the delivery of what was recorded so far.
+  /// The current moment. Forget it some time, in moments().
   LedgerMoments::Moment momentNow();
-  /// What is left of what was recorded before it. Within the handler of an exchange, as that has ended.
+  /// What is left of what was recorded before it. Within a handler, its exchange counts as ended.
   LedgerMoments::Left left(LedgerMoments::Moment moment);
   /// They may outlive the book.
   const std::shared_ptr<LedgerMoments>& moments() const { return moments_; }
 
-  // The store's side.
-  /// Sets the value in the store, with what changes in the book in the same transaction. Kinds that are not counted go
-  /// straight through. What is appended to a list meanwhile stays behind the value.
+  // For the store.
+  /// Sets the value in the store and the resulting changes in the book, in one transaction. Uncounted kinds go straight
+  /// through. What is appended to a list meanwhile stays behind the value.
   void set(std::string_view key, kit::Value value, LedgerWriter writer);
-  /// The same for a list that was made of `before`: what was appended since stays behind it.
+  /// The same for a list made from `before`: what was appended since stays behind it.
   void replace(std::string_view key, const kit::Value& before, kit::Value after, LedgerWriter writer);
-  /// What get() of the store answers; of a demographic value it is noted which one this thread has seen.
+  /// As get() of the store; remembers which demographic value this thread has seen.
   kit::Value get(std::string_view key);
-  /// The store, which could not be read at its opening, can be now. Within the commit that takes over what it holds, so
-  /// that what follows from it is committed along.
+  /// The store recovered. Call within the commit that takes over its file's content, so that the results are committed
+  /// with it.
   void storeRecovered();
-  /// The kit stops: what has not been worth writing by itself is written.
+  /// The kit stops: writes what was not worth writing by itself.
   void writeAtTheEnd();
-  /// Says so when something was unexplained since the last call: see invariantBroken(). Not under a lock.
+  /// Reports what was unexplained since the last call: see invariantBroken(). Not under a lock.
   void tellBroken();
 
-  // The services object's side.
-  /// The list of activities has one more. At the door, in the same step.
+  // For the services object.
+  /// The list of activities has one more. Called at the door, in the same step.
   void activityWasStored();
-  /// Something that the app handed over was refused. Waits for nothing.
+  /// Something the app handed over was refused. Waits for nothing.
   void wasRefused(Recorded reason);
-  /// The next payload of this thread is begun; it is sealed in the same block, if at all.
+  /// This thread begins its next payload; it is sealed in the same block, if at all.
   void payloadIsBeingBuilt();
-  /// `parameters`: what seals it; absent when that failed.
+  /// `parameters`: the sealed text's; absent if sealing failed.
   void payloadWasSealed(const kit::Value& payload, const kit::Value& parameters);
-  /// Of the exchange whose handler is about to run on this thread. What it carries.
+  /// For the exchange whose handler is about to run on this thread. Returns what it carries.
   LedgerLoad exchangeDidEnd(const kit::ExchangeResult& result);
 
-  // The transport's side.
-  /// A name for the exchange; 0 when it is none of the book's business.
+  // For the transport.
+  /// A number for the exchange; 0 if the book does not follow it.
   uint64_t requestStarts(const kit::Request& request);
-  /// How many activities the exchange carries, which has not ended; nothing when it is no batch.
+  /// How many activities the exchange carries while under way; nothing if it is no batch.
   std::optional<size_t> activitiesOfBatch(uint64_t exchange);
   void handlerBegins(uint64_t exchange);
   /// `departed`: whether the request left at all.
   void handlerEnded(uint64_t exchange, LedgerDeparted departed = LedgerDeparted::kYes);
 
-  // The background queue's: a click that is sent from there was sent before.
+  // For the background queue: a click sent from there was sent before.
   void backgroundBlockBegins();
   void backgroundBlockEnded();
 
  private:
-  /// A setter found the book in use.
+  /// Left by a setter that found the book in use.
   struct Note {
     size_t slot = 0;
     LedgerStored::Replaced replaced;
   };
-  /// Which demographic values a thread has read last: those are in the payload that it builds.
+  /// The demographic values that a thread read last: the payload that it builds contains them.
   struct SeenValues {
     std::thread::id thread;
     std::array<uint64_t, kDemographicValues> versions{};
@@ -179,7 +178,7 @@ class LedgerBook {
   void writeAtTheDoor(std::string_view key, kit::Value value);
   void writeBook();
 
-  // These take it, or do without.
+  // These take it, or work without it.
   bool leaveNote(std::string_view key, size_t slot, const kit::Value& value);
   void noteSeen(size_t slot);
   void setDemographic(std::string_view key, size_t slot, const kit::Value& value, LedgerWriter writer);
@@ -189,33 +188,33 @@ class LedgerBook {
   const services::Logger logger_;
   const bool has_hashed_identifier_;
   const std::shared_ptr<LedgerMoments> moments_ = std::make_shared<LedgerMoments>();
-  std::atomic<uint32_t> broken_kinds_{0};                                 ///< bits
+  std::atomic<uint32_t> broken_kinds_{0};                                 ///< one bit per kind
   std::array<std::atomic<uint64_t>, kLedgerRefusals.size()> refusals_{};  ///< not in the accounts yet
-  std::atomic<std::thread::id> handler_thread_{};  ///< on which a handler runs; none else than it waits for the book
+  std::atomic<std::thread::id> handler_thread_{};  ///< on which a handler runs; only that thread waits for the book
   std::atomic<bool> has_notes_{false};
 
-  kit::Mutex& door_;  // guards these three, and of stored_ the demographics
+  kit::Mutex& door_;  // guards these three, and the demographics of stored_
   uint64_t announced_activities_ = 0;
   std::vector<Note> notes_;
   std::vector<SeenValues> seen_;
 
   kit::Mutex mutex_;  // guards what follows
   LedgerStored stored_;
-  kit::Value written_;  ///< the accounts, as the store has them
+  kit::Value written_;  ///< the accounts as stored
   LedgerAccounts accounts_;
-  /// The store could not be read at its opening, and did not come to light since.
+  /// The store could not be read when it was opened, and has not recovered since.
   bool is_unavailable_ = false;
   LedgerExchanges exchanges_;
   LedgerUnclaimed unclaimed_;
   LedgerTraces traces_;
   size_t crash_reports_just_added_ = 0;
-  kit::Value clicks_at_handler_;  ///< those that were stored when the handler that runs began
+  kit::Value clicks_at_handler_;  ///< stored when the running handler began
   std::thread::id background_thread_;
-  bool is_session_ending_ = false;                ///< in the block of the background queue that runs
-  bool has_session_ended_since_payload_ = false;  ///< or ends yet: since the main queue began to build its latest one
+  bool is_session_ending_ = false;                ///< in the running block of the background queue
+  bool has_session_ended_since_payload_ = false;  ///< or is ending: since the main queue began its latest payload
 };
 
-/// As long as a block of the background queue runs.
+/// Lives as long as a block of the background queue runs.
 class LedgerBackgroundBlock {
  public:
   explicit LedgerBackgroundBlock(LedgerBook& book) : book_(book) { book_.backgroundBlockBegins(); }

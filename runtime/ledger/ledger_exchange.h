@@ -1,4 +1,4 @@
-// A request whose answer decides what becomes of records, and which records it carries.
+// A request whose answer decides what happens to records, and the records it carries.
 #pragma once
 
 #include <array>
@@ -32,12 +32,12 @@ inline constexpr size_t kDemographicValues = 3;
 class BatchIds {
  public:
   BatchIds() = default;
-  /// Those of the entries of a payload.
+  /// The ids of a payload's entries.
   explicit BatchIds(const kit::Array& entries);
   size_t size() const { return ids_.size(); }
-  /// Absent where there is none.
+  /// Absent if there is none.
   kit::Value first() const { return ids_.empty() ? kit::Value() : ids_.front(); }
-  /// Asked in the order of the batch each costs one comparison; out of that order, a look-up.
+  /// Lookups in the order of the batch cost one comparison each; others use an index.
   bool contains(std::string_view id);
 
  private:
@@ -51,30 +51,29 @@ struct LedgerExchange {
 
   // What it carries.
   BatchIds activities;
-  /// Of the "end" of a kept session: in the ids that its answer deletes, and not in the batch. Absent: there is none.
+  /// The "end" of a kept session: among the ids that the answer deletes, but not in the batch. Absent: none.
   kit::Value left_out_id;
-  /// By kind: so many of the first records of the stored list, as it is now. Impressions, commerce clicks, crash
-  /// reports.
+  /// By kind: how many of the first records of the stored list. For impressions, commerce clicks and crash reports.
   std::array<size_t, kLedgerKinds> leading{};
   kit::Value click;
-  /// Nothing but this request has the click.
+  /// Only this request holds the click.
   bool holds_click = false;
-  /// By value, the version of it; 0: none.
+  /// Versions, by value; 0: none.
   std::array<uint64_t, kDemographicValues> values{};
   /// Its payload could not say whose the values are.
   bool says_nothing = false;
 
   // How it ended.
-  /// Of an exchange that succeeded; nothing until then and after a failure.
+  /// Of a successful exchange; nothing until then and after a failure.
   std::optional<kit::Value> answer;
   int status_code = 0;  ///< 0: there was no answer, or none yet
 
   bool carries(LedgerKind kind, const kit::Value& record, size_t index);
-  /// By the rules of its endpoint, the service has what it carries, or said so.
+  /// By its endpoint's rules the service has what it carries, or said so.
   bool isAccepted() const;
-  /// The service has said that the one activity in it is too much.
+  /// The service said that its only activity is too large.
   bool isOneTooLarge() const;
-  /// Why what it carries counts as given up although it was accepted; nothing when it counts as delivered.
+  /// Why its content counts as given up although accepted; nothing if it counts as delivered.
   std::optional<LedgerReason> emptyAcceptance() const;
 };
 

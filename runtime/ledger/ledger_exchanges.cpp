@@ -5,14 +5,14 @@
 namespace morvik::runtime {
 namespace {
 
-/// So much of a sealed text tells it from every other: it begins with its nonce.
+/// This much of a sealed text identifies it: it begins with its nonce.
 constexpr size_t kMarkBytes = 32;
 
 std::string markOf(std::string_view sealed) {
   return std::string(sealed.substr(0, kMarkBytes));
 }
 
-/// The sealed text in a form; empty when there is none.
+/// The sealed text in a form; empty if there is none.
 std::string_view sealedIn(std::string_view body) {
   constexpr std::string_view kParameter = "j=";
   size_t at = body.starts_with(kParameter) ? 0 : body.find("&j=");

@@ -1,4 +1,4 @@
-// What is under way: payloads that were sealed, the requests that carry them, and which of them carries a record.
+// What is under way: sealed payloads, the requests that carry them, and which request carries a record.
 #pragma once
 
 #include <cstddef>
@@ -18,43 +18,42 @@
 
 namespace morvik::runtime {
 
-/// Payloads that were sealed and whose request has not left. Each leaves at once or never; past this many the oldest is
-/// forgotten.
+/// Sealed payloads whose request has not left. Each leaves at once or never; beyond this the oldest is forgotten.
 inline constexpr size_t kMaxUnsentPayloads = 4;
 
-/// Plain; not safe for threads, although it tells the one on which a handler runs from the others.
+/// Plain; not thread-safe, although it knows the thread on which a handler runs.
 class LedgerExchanges {
  public:
-  // Sealed, and not yet a request.
-  /// `sealed`: the text that carries it. A batch takes the place of one that has not left.
+  // Sealed, but not yet a request.
+  /// `sealed`: the text that carries it. A batch replaces one that has not left.
   void wasSealed(std::string_view sealed, LedgerExchange payload);
-  /// Of the request with this form as its body. A request whose payload is not known carries nothing.
+  /// For the request with this form as its body. A request with an unknown payload carries nothing.
   LedgerExchange takeSealed(LedgerEndpoint endpoint, std::string_view body);
 
   // Under way, each with a number of its own.
   uint64_t begin(LedgerExchange exchange);
-  /// Null when it is not under way. Valid until it ends.
+  /// Null if it is not under way. Valid until it ends.
   const LedgerExchange* find(uint64_t id) const;
-  /// The handler begins, on this thread, one at a time.
+  /// The handler begins on this thread. One at a time.
   void handlerBegins(uint64_t id);
-  /// Whose handler runs on this thread; null: none's.
+  /// The exchange whose handler runs on this thread, or null.
   LedgerExchange* running();
-  /// Its number, or that of one that runs elsewhere; 0: none runs.
+  /// Its number, or that of one running on another thread; 0: none.
   uint64_t runningId() const { return running_; }
   /// Whether any handler runs, on any thread.
   bool isAnyRunning() const { return running_ != 0; }
-  /// The handler is done.
+  /// The handler has returned.
   LedgerExchange end(uint64_t id);
 
   // What they carry.
-  /// Whether one leaves out the "end" of a kept session with this id, those included whose ids are noted alone.
+  /// Whether one leaves out the "end" of a kept session with this id. Includes batches that isNotedAlone() covers.
   bool isLeftOut(const kit::Value& event_id) const;
-  /// Whether this event is in a batch that is not under way and whose ids are noted all the same: one that was sealed
-  /// and has not left (of an install without a referral record none leaves), or one that was answered and not accepted.
+  /// Whether this event's id is noted although its batch is not under way: the batch was sealed but has not left
+  /// (without a referral record none leaves), or was answered but not accepted.
   bool isNotedAlone(const kit::Value& event_id);
   /// The store holds a click now that only a request held until then. False: no request held it.
   bool noteStoredClick(const kit::Value& click);
-  /// The numbers of those that carry this version of a demographic value, but for `except`.
+  /// The numbers of those that carry this version of a demographic value, except `except`.
   std::vector<uint64_t> carriersOfValue(size_t slot, uint64_t version, const LedgerExchange* except) const;
   /// The stored list has lost these.
   void listShrank(LedgerKind kind, const ListChange& change);
@@ -68,16 +67,16 @@ class LedgerExchanges {
   std::map<uint64_t, LedgerExchange> exchanges_;
   uint64_t last_exchange_ = 0;
   std::vector<Unsent> unsent_;
-  std::optional<LedgerExchange> refused_;  ///< the latest batch that was answered and not accepted, until the next
+  std::optional<LedgerExchange> refused_;  ///< the latest batch answered but not accepted, until the next
   uint64_t running_ = 0;
   std::thread::id running_thread_;
 };
 
-/// Which requests carry a record that leaves its list, asked in the order of the list. Looks for them when it is asked
-/// for the first time; none may begin or end meanwhile.
+/// Which requests carry a record that leaves its list; asked in list order. Looks them up on first use; none may begin
+/// or end meanwhile.
 class LedgerCarriers {
  public:
-  /// But for `except`, which may be null. `exchanges` outlives it.
+  /// Leaves out `except`, which may be null. `exchanges` outlives it.
   LedgerCarriers(LedgerExchanges& exchanges, LedgerKind kind, const LedgerExchange* except)
       : exchanges_(exchanges), kind_(kind), except_(except) {}
   /// Their numbers; valid until the next call.

@@ -81,7 +81,7 @@ void LedgerMoments::listShrank(LedgerKind kind, const ListChange& change) {
     return;
   const std::scoped_lock hold(mutex_);
   auto range = change.removed.begin();
-  size_t gone = 0;  // of the ranges that lie before the place as a whole
+  size_t gone = 0;  // elements of ranges that lie entirely before the place
   for (State& state : states_) {
     size_t& place = state.places[indexOf(kind)];
     for (; range != change.removed.end() && range->first + range->count <= place; ++range)

@@ -8,7 +8,7 @@ namespace {
 using Kind = LedgerKind;
 using Reason = LedgerReason;
 
-// The ends that records of every kind may come to.
+// Reasons that apply to every kind.
 constexpr LedgerRule processEnded(Kind kind) {
   return {kind, Reason::kProcessEnded, "processEnded", "in a request alone when the process ended", true};
 }

@@ -1,4 +1,4 @@
-// The kinds of records that the ledger counts, and why records are given up: as data, in one table.
+// The kinds of records that the ledger counts, and why records are given up: one table.
 #pragma once
 
 #include <array>
@@ -17,11 +17,11 @@ enum class LedgerKind : uint8_t {
   kDemographics
 };
 inline constexpr size_t kLedgerKinds = 6;
-/// By kind, the names that people read.
+/// By kind, for people.
 inline constexpr std::array<const char*, kLedgerKinds> kLedgerKindNames = {
     "activities", "impressions", "re-engagement clicks", "commerce clicks", "crash reports", "demographics"};
 
-/// Its place in arrays by kind.
+/// Index into arrays by kind.
 constexpr size_t indexOf(LedgerKind kind) {
   return static_cast<size_t>(kind);
 }
@@ -48,19 +48,19 @@ enum class LedgerReason : uint8_t {
   kUnexplained
 };
 
-/// One row: for this reason records of this kind may be given up.
+/// One row: records of this kind may be given up for this reason.
 struct LedgerRule {
   LedgerKind kind;
   LedgerReason reason;
-  const char* key;    ///< under which the count is stored; never changed once released
+  const char* key;    ///< the count's stored name; never changed once released
   const char* words;  ///< for people
-  bool by_rule;       ///< false: it never happens while the kit and its store are in good order
+  bool by_rule;       ///< false: never happens while the kit and its store work
 };
 
-/// All of them, by kind.
+/// All rows, by kind.
 std::span<const LedgerRule> ledgerRules();
 
-/// The row's number in ledgerRules(). For a kind that has no such reason: that of kUnexplained, which every kind has.
+/// The row's number in ledgerRules(). If the kind has no such reason: kUnexplained, which every kind has.
 size_t ledgerRuleOf(LedgerKind kind, LedgerReason reason);
 
 }  // namespace morvik::runtime

@@ -22,7 +22,7 @@ bool isKept(const kit::Value& clicks, int64_t key) {
 Reason whyActivityGone(const LedgerDeparture& departure, const kit::Value& record, bool is_carried,
                        const LedgerTraces& traces, LedgerExchanges& exchanges) {
   const kit::Value& id = record["activityEventID"];
-  // A batch of nothing but a kept session's "end" is not sent, and trimmed as if it had been.
+  // A batch with nothing but a kept session's "end" is not sent, but trimmed as if it had been.
   if (departure.ended == nullptr && record["activityName"].string() == "end" && id == traces.last_sent_key)
     return Reason::kKeptSession;
   if (departure.ended != nullptr && departure.ended->isOneTooLarge() &&
@@ -37,8 +37,8 @@ Reason whyActivityGone(const LedgerDeparture& departure, const kit::Value& recor
 
 }  // namespace
 
-/// An accepted batch takes all impressions along, those that came since too; or, when there were more than it could
-/// carry, just those that it carried.
+/// An accepted batch removes all impressions, including newer ones; or, if it could not carry them all, only those it
+/// carried.
 bool LedgerDeparture::isDelivered(const kit::Value& record, size_t index) const {
   return is_accepted && ((kind == Kind::kImpressions && leaves_some) || ended->carries(kind, record, index));
 }

@@ -23,15 +23,15 @@ void LedgerStore::setWhenTakenOver(kit::Block hook) {
   });
 }
 
-/// What a store holds that comes to light with a commit goes before what was begun without it. Whoever has read a list
-/// by then, and writes it back afterwards, would undo that: until then no commit falls in between.
+/// When a store recovers with a commit, its file's content goes before what was written without it. A caller that had
+/// read a list by then and wrote it back later would undo that, so no such commit happens in between.
 std::unique_lock<kit::Mutex> LedgerStore::keepListsStill() {
   if (isUnavailable())
     return std::unique_lock(list_lock_.mutex);
   return {};
 }
 
-// Lists are set under the house lock, where nothing may be told; here no lock is held.
+// Lists are set under the list lock, where nothing may be logged; here no lock is held.
 bool LedgerStore::synchronize() {
   const bool all_kept = synchronizeUntold();
   tellWaiting();
@@ -48,7 +48,7 @@ void LedgerStore::tellWaiting() {
   book_.tellBroken();
 }
 
-/// While the store is dark, nothing of it is told under the house lock either.
+/// While the store is unavailable, nothing is logged under the list lock either.
 bool LedgerStore::commitTurn() {
   if (!isUnavailable()) {
     const bool all_kept = store_.commitTurn();

@@ -1,4 +1,4 @@
-// A machine's store that tells the ledger what passes through it.
+// A machine's store that reports to the ledger what passes through it.
 #pragma once
 
 #include <atomic>
@@ -14,11 +14,11 @@
 
 namespace morvik::runtime {
 
-/// Elements that are appended pass the book, which takes them in with its next look: whoever records waits for no walk
-/// over a list. So does what a dying process sets: it waits for no lock.
+/// Appended elements bypass the book, which takes them in with its next look: recording never waits for a walk over a
+/// list. What a dying process sets bypasses it too, and takes no lock.
 class LedgerStore final : public PassingStore {
  public:
-  /// All outlive it; `store` is the one in which the book lies, `list_lock` the one under which its lists are changed.
+  /// All outlive it. The book lies in `store`; its lists are changed under `list_lock`.
   LedgerStore(MachineStore& store, LedgerBook& book, kit::ListLock& list_lock);
   ~LedgerStore() override;
   LedgerStore(const LedgerStore&) = delete;
@@ -38,12 +38,12 @@ class LedgerStore final : public PassingStore {
 
  private:
   std::unique_lock<kit::Mutex> keepListsStill();
-  /// A file of a newer version never comes to light.
+  /// A file of a newer version never recovers.
   bool isUnavailable() const { return is_unavailable_ && store_.opening() == StoreOpening::kUnavailable; }
 
   LedgerBook& book_;
   kit::ListLock& list_lock_;
-  /// The store could not be read at its opening, and did not come to light since.
+  /// The store could not be read when it was opened, and has not recovered since.
   std::atomic<bool> is_unavailable_;
 };
 

@@ -27,7 +27,7 @@ constexpr size_t kUserIdSlot = 2;
 constexpr std::string_view kSentKeysKey = "fendoActivityInfosSentEventKeys";
 constexpr std::string_view kSessionEndKey = "MorvikCoreUserInfo_endSessoinDate";
 
-/// What an age or gender reads as when none is pending.
+/// An age or gender with this value is not pending.
 constexpr int64_t kNonePending = -1;
 
 std::string_view listKey(Kind kind) {
@@ -114,7 +114,7 @@ LedgerStored::Growth LedgerStored::lookAgainAtList(Kind kind) {
   return {.more = known.size() - kept, .fewer = before - kept, .before = std::move(found)};
 }
 
-/// Answers whether a value waits in the store that was not known of.
+/// Whether the store has a pending value that was not known.
 bool LedgerStored::takeDemographic(size_t slot) {
   if (versions_[slot] != 0 || !isPending(slot, store_.get(kDemographicKeys[slot])))
     return false;
@@ -129,8 +129,8 @@ LedgerStored::Growth LedgerStored::lookAgainAtDemographics() {
   return growth;
 }
 
-/// Lists of the file stand before those of this process. Of a demographic value the newer one stands: those that were
-/// set in this process hide what the file may have held.
+/// Lists of the file go before those of this process. Of a demographic value the newer one counts: a value set in this
+/// process hides the file's.
 LedgerAccounts::Found LedgerStored::lookAgainInTheLight() {
   LedgerAccounts::Found found;
   for (const CountedList& list : kLists)

@@ -1,4 +1,4 @@
-// What the ledger counts of the store, as it saw it last: five lists, and the demographic values that wait.
+// What the ledger last saw in the store: five lists, and the pending demographic values.
 #pragma once
 
 #include <array>
@@ -14,14 +14,14 @@
 
 namespace morvik::runtime {
 
-/// What a stored value is to the ledger.
+/// What a stored value means to the ledger.
 struct LedgerKey {
   enum class Part : uint8_t {
-    kNone,         ///< none of its business
+    kNone,         ///< not relevant
     kList,         ///< the records of a kind
-    kDemographic,  ///< a value that waits, or says that none does
+    kDemographic,  ///< a pending value, or the mark that none is
     kSentKeys,     ///< ids of the latest batch
-    kSessionEnd    ///< the moment at which the latest session ended
+    kSessionEnd    ///< when the latest session ended
   };
   Part part = Part::kNone;
   LedgerKind kind = LedgerKind::kActivities;  ///< of a list
@@ -29,10 +29,10 @@ struct LedgerKey {
 };
 LedgerKey ledgerKeyOf(std::string_view key);
 
-/// Plain; not safe for threads. What concerns demographics is touched at the door alone: setters come from any thread.
+/// Plain; not thread-safe. The demographics are accessed at the door only: setters come from any thread.
 class LedgerStored {
  public:
-  /// Looks at the store, which outlives it.
+  /// Reads the store, which outlives it.
   explicit LedgerStored(const kit::KeyValueStore& store);
 
   uint64_t count(LedgerKind kind) const;
@@ -41,18 +41,18 @@ class LedgerStored {
   LedgerCounts counts() const;
   /// Absent for demographics.
   const kit::Value& list(LedgerKind kind) const { return lists_[static_cast<size_t>(kind)]; }
-  /// Of each demographic value that waits a number that no other has; 0: none waits.
+  /// A unique number for each pending demographic value; 0: not pending.
   const std::array<uint64_t, kDemographicValues>& versions() const { return versions_; }
 
   /// The store is about to hold this list.
   void setList(LedgerKind kind, const kit::Value& list);
   struct Replaced {
-    uint64_t version = 0;     ///< of the value before
-    bool is_pending = false;  ///< the new one waits
+    uint64_t version = 0;     ///< of the previous value
+    bool is_pending = false;  ///< the new value is pending
   };
   /// The store is about to hold this demographic value.
   Replaced setDemographic(size_t slot, const kit::Value& value);
-  /// What setDemographic() changes, for taking it back when the store could not be written after all.
+  /// What setDemographic() changes, to undo it if the store could not be written after all.
   struct Demographics {
     std::array<uint64_t, kDemographicValues> versions{};
     DemographicSets sets;
@@ -64,12 +64,12 @@ class LedgerStored {
   struct Growth {
     uint64_t more = 0;
     uint64_t fewer = 0;
-    kit::Value before{};  ///< the list that was known, to be let go of under no lock
+    kit::Value before{};  ///< the known list; destroy it under no lock
   };
-  /// Looks at the store again: what changed there by no call of the two above.
+  /// Reads the list again, for changes made by other means than the two calls above.
   Growth lookAgainAtList(LedgerKind kind);
   Growth lookAgainAtDemographics();
-  /// As both, for all kinds, of a store that came to light only now: what was in its file.
+  /// As both, for all kinds, once the store has recovered: what was in its file.
   LedgerAccounts::Found lookAgainInTheLight();
 
  private:

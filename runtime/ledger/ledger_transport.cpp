@@ -7,7 +7,7 @@
 namespace morvik::runtime {
 namespace {
 
-/// As long as a handler runs.
+/// Lives as long as a handler runs.
 class RunningHandler {
  public:
   RunningHandler(LedgerBook& book, uint64_t exchange, LedgerDeparted departed)

@@ -1,4 +1,4 @@
-// A machine's transport that tells the ledger what leaves, and when its handler runs.
+// A machine's transport that reports to the ledger what leaves and when its handler runs.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,8 @@ namespace morvik::runtime {
 
 class LedgerTransport final : public PassingTransport {
  public:
-  /// Both outlive it. `batch_leaves` is told, on any thread, how many activities each batch that leaves carries; may be
-  /// empty.
+  /// Both outlive it. `batch_leaves` is called on any thread with the number of activities of each batch that leaves;
+  /// may be empty.
   LedgerTransport(MachineTransport& transport, LedgerBook& book,
                   std::function<void(size_t activities)> batch_leaves = {})
       : PassingTransport(transport), book_(book), batch_leaves_(std::move(batch_leaves)) {}

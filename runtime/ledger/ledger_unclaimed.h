@@ -1,4 +1,4 @@
-// Records that left their list while requests were under way that carry them: what became of them shows later.
+// Records that left their list while requests carrying them were under way. What became of them shows when those end.
 #pragma once
 
 #include <cstddef>
@@ -10,12 +10,11 @@
 
 namespace morvik::runtime {
 
-/// Plain; not safe for threads. Needs no limit of its own: a group goes with the last of the requests that carry it,
-/// and while these are under way only so much leaves the lists as they carry.
+/// Plain; not thread-safe. Needs no limit of its own: a group goes with the last request that carries it, and no more
+/// records leave the lists meanwhile than these requests carry.
 class LedgerUnclaimed {
  public:
-  /// One record more, with the first moment after it. `reason` counts if none of `carriers`, of which there is at least
-  /// one, is accepted.
+  /// Adds one record, with the first moment after it. `reason` counts if none of `carriers` (at least one) is accepted.
   void add(LedgerKind kind, LedgerReason reason, LedgerMoments::Moment first_after,
            const std::vector<uint64_t>& carriers);
 
@@ -25,12 +24,12 @@ class LedgerUnclaimed {
     LedgerMoments::Moment first_after = 0;
     uint64_t count = 0;
   };
-  /// A request has ended. Accepted, what it carries is settled; else what no other request carries. In the order in
-  /// which they came.
+  /// A request has ended. If it was accepted, everything it carries is settled; else what no other request carries. In
+  /// the order of add().
   std::vector<Settled> settle(uint64_t ended, bool is_accepted);
-  /// What settle() would answer.
+  /// What settle() would return.
   std::vector<Settled> settledBy(uint64_t ended, bool is_accepted) const;
-  /// All that wait for that.
+  /// Records not settled yet.
   uint64_t count() const;
 
  private:

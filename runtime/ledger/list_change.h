@@ -1,4 +1,4 @@
-// What a stored list lost and gained between two of its versions.
+// What a stored list lost and gained between two versions.
 #pragma once
 
 #include <cstddef>
@@ -8,16 +8,16 @@
 
 namespace morvik::runtime {
 
-/// Elements that stand beside each other.
+/// Consecutive elements.
 struct ElementRange {
   size_t first = 0;
   size_t count = 0;
 };
 
 struct ListChange {
-  /// Ascending, none touching the next; in the version before.
+  /// Ascending, not adjacent; positions in the earlier version.
   std::vector<ElementRange> removed;
-  /// So many of the last elements of the version after are new.
+  /// How many of the last elements of the later version are new.
   size_t added = 0;
 
   size_t removedCount() const {
@@ -28,9 +28,9 @@ struct ListChange {
   }
 };
 
-/// Elements are told apart by what they are, not by what they say: a list written anew of equal records has lost all
-/// and gained all. Lists lose anywhere and gain at their end. A step for each chunk of elements that both share, for a
-/// list that grew a single one, and a step for each element otherwise.
+/// Elements are compared by identity, not by content: a list rewritten with equal records has lost and gained all of
+/// them. Elements are lost anywhere and gained at the end. If a single element was appended, this takes one step per
+/// shared chunk of elements; else one step per element.
 ListChange changeBetween(const kit::Array& before, const kit::Array& after);
 
 }  // namespace morvik::runtime

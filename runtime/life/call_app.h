@@ -1,11 +1,11 @@
-// How the kit calls a function of the app's.
+// How the kit calls an app's function.
 #pragma once
 
 #include <utility>
 
 namespace morvik::runtime {
 
-/// Made before a call, it keeps that from becoming a jump, which would leave no frame on the stack.
+/// Created before a call, it prevents a tail call, which would leave no frame on the stack.
 struct NoTailCall {
   NoTailCall() = default;
   NoTailCall(const NoTailCall&) = delete;
@@ -13,8 +13,8 @@ struct NoTailCall {
   ~NoTailCall() { asm volatile(""); }
 };
 
-/// Every function of the app's is called through this: on the stack of a crash it tells where the app begins, also
-/// where the optimiser has left no frame of the app's own (isCallOfTheApp() knows it by its name).
+/// Every function of the app is called through this. On the stack of a crash it marks where the app begins, even where
+/// the optimizer left no frame of the app (isCallOfTheApp() knows it by name).
 template <class Function, class... Arguments>
 [[gnu::noinline]] decltype(auto) callApp(const Function& function, Arguments&&... arguments) {
   const NoTailCall is_no_jump;

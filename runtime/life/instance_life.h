@@ -1,4 +1,4 @@
-// What a host may still do: everything while it runs, less while it ends, and nothing of the app's once stop()
+// What an instance may still do: everything while it runs, less while it ends, and no call of the app once stop()
 // returned.
 #pragma once
 
@@ -22,47 +22,46 @@ namespace morvik::runtime {
 /// Any thread.
 class InstanceLife {
  public:
-  /// Of a call that would wait for the main queue.
+  /// For a call that would wait for the main queue.
   enum class Admission : uint8_t { kAdmitted, kTooMany, kNotRunning };
 
-  /// In this process.
+  /// Belongs to this process.
   explicit InstanceLife(const OwnProcess& process) : process_(process) {}
   InstanceLife(const InstanceLife&) = delete;
   InstanceLife& operator=(const InstanceLife&) = delete;
 
   const OwnProcess& process() const { return process_; }
-  /// The process that started the host is this one.
+  /// This is the process that started the instance.
   bool isOwnProcess() const { return process_.isHere(); }
-  /// Nobody has begun to stop the host.
+  /// Nobody has begun to stop the instance.
   bool isRunning() const { return stage_ == Stage::kRunning && isOwnProcess(); }
-  /// The end has begun: what was posted before may still run, and what it calls takes place.
+  /// The end has begun: what was posted before may still run, and calls from there take effect.
   void beginToEnd();
-  /// Whether an operation of the app's takes place. `within_turn`: it was called from within a block of the kit's
-  /// queues; these run on for a while when the end has begun.
+  /// Whether an operation of the app takes effect. `within_turn`: it was called from within a block of the kit's
+  /// queues; these go on for a while after the end has begun.
   bool admits(bool within_turn) const { return isRunning() || (within_turn && stage_ == Stage::kEnding); }
 
   /// Counts a call that waits; at most `limit` may.
   Admission post(size_t limit);
-  /// A call that waited begins now. False: it came too late, and must not.
+  /// A waiting call begins now. False: it came too late and must not.
   bool beginPosted();
-  /// From here on no posted call begins. Tells how many never will.
+  /// No posted call begins any more. Returns how many never will.
   size_t closePosted();
 
-  /// Whether functions of the app's may be called.
+  /// Whether functions of the app may be called.
   bool mayCallApp() const { return stage_ != Stage::kOver; }
-  /// stop() returns: no function of the app's begins any more.
+  /// stop() returns: no function of the app begins any more.
   void end() { stage_ = Stage::kOver; }
   /// This thread is within the app's log sink.
   bool isInLogSink() const { return log_sink_of_thread_ == this; }
 
-  /// As long as it lives, this thread is within a function of the app's. One of another host may be called from there.
+  /// While it lives, this thread is within a function of the app. That may call another instance.
   using Within = ThreadMark<InstanceLife>;
-  /// Of a function that was handed to flush(), which may run on any thread.
+  /// For a function passed to flush(), which may run on any thread.
   [[nodiscard]] Within goIntoDone() const { return {done_of_thread_, *this}; }
   bool isInDone() const { return done_of_thread_ == this; }
 
-  /// Makes every function in `options` that the app wants called obey mayCallApp(), and go through callApp(). Empty
-  /// ones stay empty.
+  /// Makes every app function in `options` obey mayCallApp() and go through callApp(). Empty ones stay empty.
   static void guard(const std::shared_ptr<const InstanceLife>& life, StartOptions& options);
 
  private:

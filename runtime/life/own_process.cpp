@@ -3,7 +3,7 @@
 namespace morvik::runtime {
 namespace {
 
-/// Counts the processes of this line, so that no child is taken for one of its forebears.
+/// Counts processes along a line of forks, so that no child is taken for one of its ancestors.
 std::atomic<uint64_t> processes{0};
 
 }  // namespace

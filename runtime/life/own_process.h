@@ -1,4 +1,4 @@
-// Whether this process is still the one that made an object, or a fork of it.
+// Whether this is still the process that made an object, or a fork of it.
 #pragma once
 
 #include <atomic>
@@ -6,8 +6,8 @@
 
 namespace morvik::runtime {
 
-/// Marks the process in which it is made. A child that is forked later, by whatever call, is another process, as far as
-/// the machine tells them apart. One that shares its parent's memory until it execs (vfork) is not told apart.
+/// Marks the process in which it is made. A child forked later, by any call, counts as another process if the machine
+/// notices. A child that shares its parent's memory until exec (vfork) is not told apart.
 class OwnProcess {
  public:
   /// `word`: Machine::processWord().

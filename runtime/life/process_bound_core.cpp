@@ -9,8 +9,8 @@ namespace morvik::runtime {
 ProcessBoundCore::ProcessBoundCore(std::unique_ptr<Instance> instance, const OwnProcess& process)
     : instance_(std::move(instance)), process_(process) {}
 
-/// The host's memory stays as it is in a fork: a condition variable, say, waits when it goes until each thread that
-/// waits for it has woken, and these are not there.
+/// In a fork the instance's memory stays as it is: a condition variable, for example, is only destroyed once every
+/// waiting thread has woken, and those threads do not exist here.
 ProcessBoundCore::~ProcessBoundCore() {
   if (!process_.isHere())
     KeptForGood<Instance>::add(*instance_.release());

@@ -1,4 +1,4 @@
-// A kit of one process: a child that was forked from it can do no harm with its copy.
+// A kit bound to its process: a forked child can do no harm with its copy.
 #pragma once
 
 #include <atomic>
@@ -10,9 +10,9 @@
 
 namespace morvik::runtime {
 
-/// Hands every operation on to the host. In a forked child each does nothing instead, and the first one says so in a
-/// line of the log: locks may be held there by threads that are not, and the store, the connections and the event loop
-/// are the parent's. There the destructor leaves the host's memory as it is, for the same reason.
+/// Forwards every operation to the instance. In a forked child each operation does nothing, and the first one logs a
+/// line: locks may be held by threads that do not exist there, and the store, the connections and the event loop are
+/// the parent's. For the same reason the destructor leaves the instance's memory as it is there.
 class ProcessBoundCore final : public morvik::MorvikCore {
  public:
   ProcessBoundCore(std::unique_ptr<Instance> instance, const OwnProcess& process);
@@ -36,7 +36,7 @@ class ProcessBoundCore final : public morvik::MorvikCore {
   Recorded setUserId(std::string_view user_id) override;
   Recorded clearUserId() override;
   Recorded gdprForgetMe(bool forget_me) override;
-  /// In a forked child true: nothing may leave it.
+  /// True in a forked child: nothing may leave it.
   bool isGdprForgetMe() const override;
   void setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) override;
   void setLogLevel(int level) override;
@@ -51,7 +51,7 @@ class ProcessBoundCore final : public morvik::MorvikCore {
   void stop(std::chrono::milliseconds drain) override;
 
  private:
-  /// Whether the host may be touched; tells, once, when it may not.
+  /// Whether the instance may be used; logs a line, once, when it may not.
   bool isHere() const;
 
   std::unique_ptr<Instance> instance_;

@@ -24,7 +24,7 @@ void StartHold::pass(kit::Notification notification) {
     return hooks_.deliver(notification);
   if (!waiting_.empty() && waiting_.back() == notification)
     return;
-  // What waits alternates: without the last one the one before it is of this kind.
+  // The two kinds alternate: without the last one, the one before it is of this kind.
   if (waiting_.size() == kMaxHeldNotifications)
     waiting_.pop_back();
   else
@@ -55,7 +55,7 @@ void StartHold::end() {
   deliverWaiting();
 }
 
-/// What comes meanwhile, out of a callback, comes behind what waits.
+/// A notification that a callback posts meanwhile is delivered after those that wait.
 void StartHold::deliverWaiting() {
   try {
     for (size_t delivered = 0; delivered < waiting_.size(); ++delivered)
@@ -67,7 +67,7 @@ void StartHold::deliverWaiting() {
   waiting_.clear();
 }
 
-/// The commit of each turn takes over what the try before it has opened.
+/// Each turn's commit takes over what the previous attempt opened.
 void StartHold::tryAgain(int tries_left) {
   try {
     store_.flushNow();
@@ -80,18 +80,18 @@ void StartHold::tryAgain(int tries_left) {
         tryAgain(tries_left - 1);
     });
   } catch (...) {
-    end();  // no timer would
+    end();  // there would be no timer to do it
     throw;
   }
 }
 
-/// Where there is no memory to go on with, CommitRetry is left.
+/// Without memory for a timer, CommitRetry remains.
 void StartHold::tryLater() {
   main_loop_.schedule(kStoreReopenSeconds, [this] {
     if (settle())
       return;
     store_.flushNow();
-    // Not for its own sake: its commit takes over what was opened.
+    // An empty turn: its commit takes over what was opened.
     main_loop_.schedule(kStartHoldTrySeconds, [] {});
     tryLater();
   });

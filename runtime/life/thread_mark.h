@@ -1,11 +1,11 @@
-// Tells that a thread is within something.
+// Marks a thread as being within something.
 #pragma once
 
 #include <utility>
 
 namespace morvik::runtime {
 
-/// As long as it lives, `of_thread`, which is of this thread, points at `it`; then at what it pointed at before.
+/// While it lives, `of_thread` (a thread-local) points at `it`; then again at what it pointed at before.
 template <class T>
 class ThreadMark {
  public:

@@ -9,7 +9,7 @@ void AppLogSink::line(std::string_view text) {
   take(text);
 }
 
-/// In a forked child the app's function may want a lock that some thread held which is not there.
+/// In a forked child the app's function may want a lock whose holder does not exist.
 bool AppLogSink::tryLine(std::string_view text) {
   if (!process_.isHere())
     return in_fork_->tryLine(text);
@@ -34,7 +34,7 @@ void ClosableLogSink::line(std::string_view text) {
     sink_->line(text);
 }
 
-/// In a forked child nobody closes it, and whoever was closing it is not there to let go of the gate's lock.
+/// In a forked child nobody closes it, and a thread that was closing it cannot release the gate's lock.
 bool ClosableLogSink::tryLine(std::string_view text) {
   if (!process_.isHere())
     return !gate_.isClosed() && sink_->tryLine(text);

@@ -1,4 +1,4 @@
-// The log of a host: the app's, if it takes the lines itself, and closed when the host ends.
+// The log of an instance: the app's, if it takes the lines itself; closed when the instance ends.
 #pragma once
 
 #include <chrono>
@@ -15,16 +15,16 @@
 
 namespace morvik::runtime {
 
-/// The app. One call at a time; what it throws is dropped, for there is no log to write it to. Not called in a forked
-/// child, where lines go to the sink for forks.
+/// The app's function. One call at a time; its exceptions are dropped, since there is no log for them. Not called in a
+/// forked child, where lines go to the sink for forks.
 class AppLogSink final : public MachineLogSink {
  public:
   using Take = std::function<void(std::string_view line)>;
-  /// `in_fork` takes the lines of children that `process` forks.
+  /// `in_fork` takes the lines of children forked from `process`.
   AppLogSink(Take take, std::unique_ptr<MachineLogSink> in_fork, const OwnProcess& process)
       : process_(process), take_(std::move(take)), in_fork_(std::move(in_fork)) {}
   void line(std::string_view text) override;
-  /// Dropped while the app is taking another one.
+  /// Dropped while the app is taking another line.
   bool tryLine(std::string_view text) override;
 
  private:
@@ -35,7 +35,7 @@ class AppLogSink final : public MachineLogSink {
   const std::unique_ptr<MachineLogSink> in_fork_;
 };
 
-/// The log of a host, which ends with it: once closed it passes nothing on, whoever writes.
+/// The log of an instance, which ends with it: once closed it passes nothing on.
 class ClosableLogSink final : public kit::LogSink {
  public:
   ClosableLogSink(std::unique_ptr<MachineLogSink> sink, const OwnProcess& process)
@@ -44,8 +44,8 @@ class ClosableLogSink final : public kit::LogSink {
   bool tryLine(std::string_view text) override;
   /// As MachineLogSink says.
   void waitUntil(std::chrono::steady_clock::time_point deadline) { sink_->waitUntil(deadline); }
-  /// No further line. Waits until `deadline` at most for those that are being written; false: one is still. Not from
-  /// within the sink, but with a deadline that has passed.
+  /// Admits no further line. Waits until `deadline` at most for those being written; false: one still is. Within the
+  /// sink only with a deadline that has passed.
   bool close(std::chrono::steady_clock::time_point deadline) { return gate_.close(deadline); }
 
  private:

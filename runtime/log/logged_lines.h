@@ -1,4 +1,4 @@
-// Lines of the parts of a machine that take whole lines to a log, written through the logger.
+// Writes whole lines from parts of a machine through the logger.
 #pragma once
 
 #include <string_view>
@@ -8,13 +8,13 @@
 
 namespace morvik::runtime {
 
-/// A log whose lines are the logger's, at level error: none at level 0. Any thread, as the logger's sink.
+/// A log whose lines the logger writes at level error: none at level 0. Any thread that the logger's sink allows.
 class LoggedLines final : public kit::LogSink {
  public:
-  /// `operation` stands in the prefix of each line; a literal.
+  /// `operation` appears in the prefix of each line; a literal.
   LoggedLines(const services::Logger& logger, const char* operation) : logger_(logger), operation_(operation) {}
   void line(std::string_view text) override;
-  /// True also where the level lets nothing through, or the sink dropped it.
+  /// Also true if the level filters the line or the sink dropped it.
   bool tryLine(std::string_view text) override;
 
  private:
@@ -24,7 +24,7 @@ class LoggedLines final : public kit::LogSink {
   const char* const operation_;
 };
 
-/// The log of what runs before a host has one of its own: at a fixed level.
+/// The log for what runs before an instance has its own; at a fixed level.
 class StartLog {
  public:
   /// `sink` outlives it.
@@ -32,7 +32,7 @@ class StartLog {
   StartLog(const StartLog&) = delete;
   StartLog& operator=(const StartLog&) = delete;
   kit::LogSink& lines() { return lines_; }
-  /// From here on its lines go there. `sink` outlives it. Before other threads come.
+  /// From now on its lines go to `sink`, which outlives it. Call before there are other threads.
   void passOnTo(kit::LogSink& sink) { sink_.to = &sink; }
 
  private:
@@ -48,7 +48,7 @@ class StartLog {
   LoggedLines lines_;
 };
 
-/// The component under which the kit logs, at the nearest level that there is.
+/// The kit's log component, at the nearest existing level.
 void setKitLevel(kit::LogLevels& levels, int level);
 
 }  // namespace morvik::runtime

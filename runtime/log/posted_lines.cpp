@@ -9,7 +9,7 @@
 namespace morvik::runtime {
 namespace {
 
-/// Takes one line and keeps it.
+/// Takes one line and stores it.
 class KeptLine final : public kit::LogSink {
  public:
   void line(std::string_view text) override { text_ = text; }
@@ -23,7 +23,7 @@ class KeptLine final : public kit::LogSink {
   std::string text_;
 };
 
-/// Empty where the level lets none through.
+/// Empty if the level filters it.
 std::string leftOutText(const kit::LogLevels& levels, size_t count) {
   KeptLine line;
   const services::Logger logger(levels, line);
@@ -37,10 +37,10 @@ std::string leftOutText(const kit::LogLevels& levels, size_t count) {
 
 thread_local const PostedLines* PostedLines::posting_of_thread_ = nullptr;
 
-/// As long as it lives, this thread writes, and no other one.
+/// While it lives, only this thread writes.
 class PostedLines::Place {
  public:
-  /// Waits for it, until `deadline` at most if there is one.
+  /// Waits for its turn, until `deadline` at most if there is one.
   explicit Place(PostedLines& lines, std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt)
       : lines_(lines) {
     std::unique_lock hold(lines_.mutex_);
@@ -54,7 +54,7 @@ class PostedLines::Place {
   }
   Place(const Place&) = delete;
   Place& operator=(const Place&) = delete;
-  /// In a child that the sink has forked nobody asks for it, and another thread's lock may never be let go.
+  /// In a child forked by the sink nobody asks for it, and another thread's lock may never be released.
   ~Place() {
     if (!is_taken_ || !lines_.process_.isHere())
       return;
@@ -89,22 +89,22 @@ void PostedLines::line(std::string_view text) {
     write(text);
 }
 
-/// A sink that calls the kit would be called with what that says, and so on without end: there it is dropped, unless
-/// the sink takes several at once.
+/// A sink that calls the kit would be called with the kit's lines, endlessly. So such lines are dropped, unless the
+/// sink takes several at once.
 bool PostedLines::mustNotWait() const {
   return !process_.isHere() || writer_ == std::this_thread::get_id();
 }
 
 // ------------------------------------------------------------------------------------------------------------- waiting
 
-/// Whoever calls has something to do that must not fail for a line.
+/// The caller has something to do that must not fail because of a log line.
 void PostedLines::keep(std::string_view text) {
   try {
     if (!tryToAppend(text))
       ++left_out_;
     post();
   } catch (const std::bad_alloc&) {
-    // The next line of any thread tells.
+    // The next line of any thread reports it.
     ++left_out_;
   }
 }
@@ -141,7 +141,7 @@ bool PostedLines::areWaiting() const {
 
 // ------------------------------------------------------------------------------------------------------------- writing
 
-/// Its place in the order is that of the call. Without the memory for that it comes after all that wait.
+/// Keeps its place in the order of calls. Without memory for that it comes after all waiting lines.
 void PostedLines::write(std::string_view text) {
   uint64_t end = 0;
   try {
@@ -156,7 +156,7 @@ void PostedLines::write(std::string_view text) {
   writeUpTo(end, Wait::kForSink);
 }
 
-/// One of each thread that waits: no limit counts them.
+/// One per waiting thread, so no limit counts them.
 uint64_t PostedLines::append(std::string_view text) {
   const std::scoped_lock hold(mutex_);
   lines_.push_back({.whole = text, .left_out_before = left_out_});
@@ -200,7 +200,7 @@ void PostedLines::writeUpTo(uint64_t end, Wait wait) {
   }
 }
 
-/// The first one that waits, if it is one of the first `end`. Null also in a child that the sink has forked.
+/// The first waiting line if it is among the first `end`. Also null in a child forked by the sink.
 const PostedLines::Line* PostedLines::front(uint64_t end) {
   if (!process_.isHere())
     return nullptr;
@@ -215,7 +215,7 @@ void PostedLines::takeAway() {
   lines_.pop_front();
 }
 
-/// Those behind the last line that waits.
+/// Lines left out after the last waiting line.
 size_t PostedLines::takeLeftOut() {
   if (!process_.isHere())
     return 0;
@@ -232,7 +232,7 @@ void PostedLines::tellLeftOut(Wait wait) {
     if (text.empty() || hand(text, wait))
       untold_ -= count;
   } catch (const std::bad_alloc&) {
-    // The next one tells.
+    // The next one reports it.
     return;
   }
 }

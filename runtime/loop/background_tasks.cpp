@@ -13,7 +13,7 @@ kit::BackgroundTaskIdentifier BackgroundTasks::beginBackgroundTaskWithExpiration
 }
 
 void BackgroundTasks::endBackgroundTask(kit::BackgroundTaskIdentifier identifier) {
-  // An unknown task's timer is the default one, which is nobody's.
+  // An unknown task's timer is the default one, which belongs to nobody.
   const Task ended = take(identifier);
   main_loop_.cancel(ended.timer);
 }

@@ -1,4 +1,4 @@
-// Background running time on a machine that takes none away: granted for a while, then told to be over.
+// Background running time on a machine that takes none away: granted for a while, then expired.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +20,7 @@ class BackgroundTasks final : public kit::BackgroundTasks {
 
   kit::BackgroundTaskIdentifier beginBackgroundTaskWithExpirationHandler(kit::Block expiration_handler) override;
   void endBackgroundTask(kit::BackgroundTaskIdentifier identifier) override;
-  /// Tasks that were begun and are neither ended nor expired. Any thread.
+  /// Tasks begun and neither ended nor expired. Any thread.
   size_t open() const;
 
  private:
@@ -29,7 +29,7 @@ class BackgroundTasks final : public kit::BackgroundTasks {
     MachineLoop::TimerKey timer;
   };
   void expire(kit::BackgroundTaskIdentifier identifier);
-  /// The task, no longer open; without handler when it was not.
+  /// The task, which is no longer open; without handler if it was not.
   Task take(kit::BackgroundTaskIdentifier identifier);
 
   MachineLoop& main_loop_;

@@ -1,4 +1,4 @@
-// Application notifications, as the app's life reports them to the host.
+// Notifications of the app's life cycle.
 #pragma once
 
 #include <functional>
@@ -16,8 +16,7 @@ class NotificationCenter final : public kit::NotificationCenter {
     observers_.emplace_back(notification, std::move(observer));
   }
 
-  /// Calls the observers of the notification, in the order of their registration; one that is added meanwhile waits
-  /// for the next time.
+  /// Calls the observers in the order of registration; one added meanwhile is called from the next time on.
   void post(kit::Notification notification) const {
     for (size_t i = 0, count = observers_.size(); i < count; ++i) {
       if (observers_[i].first != notification)

@@ -5,7 +5,7 @@
 namespace morvik::runtime {
 
 std::atomic<uint64_t>& Machine::processWord() {
-  static std::atomic<uint64_t> word{0};  // needs no destructor
+  static std::atomic<uint64_t> word{0};  // trivially destructible
   return word;
 }
 

@@ -1,4 +1,4 @@
-// A machine's store that stands before another one and passes everything on to it.
+// A machine's store in front of another one; forwards everything.
 #pragma once
 
 #include <optional>
@@ -12,7 +12,7 @@
 
 namespace morvik::runtime {
 
-/// To be derived from: what changes nothing on the way is not said again.
+/// A base class: derived classes override only what they change.
 class PassingStore : public MachineStore {
  public:
   kit::Value get(std::string_view key) const override { return store_.get(key); }

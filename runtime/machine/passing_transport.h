@@ -1,4 +1,4 @@
-// A machine's transport that stands before another one and passes everything on to it.
+// A machine's transport in front of another one; forwards everything.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace morvik::runtime {
 
-/// To be derived from: what changes nothing on the way is not said again.
+/// A base class: derived classes override only what they change.
 class PassingTransport : public MachineTransport {
  public:
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {

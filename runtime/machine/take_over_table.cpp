@@ -34,7 +34,7 @@ TakeOverTable takeOverTable() {
               {property::fendoUserInfo_last_referral_datetime, TakeOver::kRecord},
               {property::fendoUserInfo_install_datetime, TakeOver::kRecord},
               {property::fendoUserInfo_install_mdatetime, TakeOver::kRecord},
-              // How the device stands now.
+              // The state of the device now.
               {property::fendoUserInfo_isApplicationPortrait, TakeOver::kProcess},
               {property::fendoUserInfo_last_app_launched_date, TakeOver::kLater},
               {property::MorvikCoreUserInfo_endSessoinDate, TakeOver::kLater},
@@ -48,16 +48,16 @@ TakeOverTable takeOverTable() {
               {property::reEngagementConversionFailedCnt, TakeOver::kJoin},
               {property::MorvikCoreUserInfo_Crash, TakeOver::kJoin},
               {kHandedOverKey, TakeOver::kJoin},
-              // The ids that a batch of an earlier process noted mean nothing to the answer that this one waits for:
-              // joined, it would delete what it never carried.
+              // The ids noted by an earlier process's batch mean nothing to the answer that this process waits for:
+              // joined, it would delete records that it never carried.
               {property::fendoActivityInfosSentEventKeys, TakeOver::kProcessAlone},
               {services::kConversionTimesKey, TakeOver::kJoin},
               {property::fendoConversionInfoForCaches, TakeOver::kUnite},
-              // That of the first session that had one.
+              // From the first session that had one.
               {property::MorvikCoreUserInfo_IDFA, TakeOver::kFile},
-              // What the user wants: this process was told last, or the file beside the store said so.
+              // What the user wants: this process was told last, or the file next to the store said so.
               {property::MorvikCoreUserInfo_isGDPRForgetMe, TakeOver::kProcess},
-              // What the service accepted of this process named another device, so the wish is yet to be told.
+              // What the service accepted from this process named another device, so the wish is still to be sent.
               {property::MorvikCoreUserInfo_isGDPRForgetMeServerSynced, TakeOver::kConfirmed,
                property::MorvikCoreUserInfo_isGDPRForgetMe},
               {property::fendoUserDemoInfo_age, TakeOver::kProcess},
@@ -69,7 +69,7 @@ TakeOverTable takeOverTable() {
               // The plain entries.
               {launches, TakeOver::kAdd},
               {services::kPassOpenUrlKey, TakeOver::kProcess},
-              // The host's own: who the device is, and the account, to which LedgerBook::storeRecovered() adds what
+              // The kit's own: which device this is, and the account, to which LedgerBook::storeRecovered() adds what
               // was counted meanwhile.
               {std::string(kDeviceIdKey), TakeOver::kFile},
               {std::string(kInstallIdKey), TakeOver::kFile},

@@ -1,4 +1,4 @@
-// What stands around each block of a queue.
+// What is run around each block of a queue.
 #pragma once
 
 #include <functional>
@@ -7,7 +7,7 @@
 
 namespace morvik::runtime {
 
-/// Is handed a turn, which does not throw; runs it once, and does before and after what every turn needs.
+/// Takes a turn, which does not throw. Runs it once, and does before and after it what every turn needs.
 using TurnFrame = std::function<void(const kit::Block& turn)>;
 
 }  // namespace morvik::runtime

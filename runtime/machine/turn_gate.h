@@ -1,4 +1,4 @@
-// Keeps what a turn sends out until what the turn wrote is committed.
+// Holds back what a turn sends until what it wrote is committed.
 #pragma once
 
 #include <cstddef>
@@ -12,11 +12,11 @@
 namespace morvik::runtime {
 
 /// A request started in a turn must not leave before the turn's writes are safe: otherwise the server could know of a
-/// wish that the device has forgotten. Whoever runs turns, on whatever thread, opens a Turn around each and closes it
-/// after the commit; whoever sends asks leave(). Must outlive every Turn made on it.
+/// wish that the device has lost. Whoever runs turns, on any thread, opens a Turn around each and closes it after the
+/// commit; whoever sends calls leave(). Must outlive every Turn.
 class TurnGate {
  public:
-  /// One turn of the thread that makes it, and that must end it. Use it so:
+  /// A turn on the thread that makes it and must end it. Use it so:
   ///     TurnGate::Turn turn(gate);
   ///     block();
   ///     store.commitTurn();
@@ -24,7 +24,7 @@ class TurnGate {
   class Turn {
    public:
     explicit Turn(TurnGate& gate) : gate_(gate) { gate_.begin(); }
-    /// Lets go, in order, what was held back. The actions run here, without a lock held.
+    /// Releases what was held back, in order. The actions run here, with no lock held.
     ~Turn() { gate_.end(); }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
@@ -33,8 +33,8 @@ class TurnGate {
     TurnGate& gate_;
   };
 
-  /// Runs `action` when this thread's turn has ended, and at once on a thread that is in none. `action` must be short
-  /// and must not throw. Any thread; does not block otherwise.
+  /// Runs `action` when this thread's turn has ended; at once outside of a turn. `action` must be short and must not
+  /// throw. Any thread; does not block otherwise.
   void leave(kit::Block action);
   /// Whether the calling thread is in a turn.
   bool isInTurn() const;

@@ -8,7 +8,7 @@
 namespace morvik::runtime {
 namespace {
 
-/// In one step, as it is stored: never half of a record and half of the next.
+/// Read in one step: never half of one record and half of the next.
 std::optional<Referral> referralIn(const services::MorvikGVUserDefaults& store) {
   return store.inOneStep([&store]() -> std::optional<Referral> {
     const int64_t key = store.fendoUserInfo_referralKey();

@@ -1,4 +1,4 @@
-// How a host stands.
+// The status of an instance.
 #pragma once
 
 #include "morvik/status.h"
@@ -7,10 +7,11 @@ namespace morvik::runtime {
 
 struct InstanceParts;
 
-/// As of now, and running. Any thread; some microseconds, whatever is stored; waits for no network and no disk.
+/// The current status of a running instance. Any thread; some microseconds, whatever is stored; waits for no network
+/// and no disk.
 Status statusOf(InstanceParts& parts);
-/// The same without what lies in the store: no referral, and nothing that waits. Does not wait for whoever has the
-/// store locked.
+/// The same without the store: no referral, and no counts of what waits. Does not wait for whoever has the store
+/// locked.
 Status statusPastTheStore(InstanceParts& parts);
 
 }  // namespace morvik::runtime

@@ -23,14 +23,14 @@ ErasureHold::~ErasureHold() {
 void ErasureHold::whenOpen(kit::Block leave) {
   if (!holdBack(leave))
     return leave();
-  // Whether or not its write has asked for one: a wish that could not be written is tried again.
+  // Always: a wish that could not be written is retried.
   wish_.flushNow();
 }
 
 /// True: `leave` is held, and was moved from. False: it may leave now.
 bool ErasureHold::holdBack(kit::Block& leave) {
   const std::scoped_lock hold(mutex_);
-  // Who comes later does not overtake.
+  // Later ones do not overtake.
   if (waiting_.empty() && isOpen())
     return false;
   const uint64_t number = ++last_number_;
@@ -55,7 +55,7 @@ void ErasureHold::drop() {
 
 /// On the main queue.
 void ErasureHold::open() {
-  // A wish that came meanwhile has its own way to the disk, and with it the erasures of both.
+  // A newer wish has its own way to the disk, and with it the erasures of both.
   if (!isOpen())
     return;
   std::map<uint64_t, Waiting> open;

@@ -1,4 +1,4 @@
-// Keeps an erasure from leaving before the wish that it tells would outlive a power cut.
+// Keeps an erasure from leaving before its wish would survive a power cut.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +16,7 @@
 
 namespace morvik::runtime {
 
-/// How long an erasure waits at most: the wish of a device whose disk takes nothing must reach the service all the
-/// same.
+/// How long an erasure waits at most: the wish must reach the service even if the device's disk takes nothing.
 inline constexpr double kErasureHoldSeconds = 2;
 
 /// Any thread.
@@ -29,14 +28,14 @@ class ErasureHold {
   ErasureHold(const ErasureHold&) = delete;
   ErasureHold& operator=(const ErasureHold&) = delete;
 
-  /// An erasure may leave at this moment.
+  /// An erasure may leave now.
   bool isOpen() const { return wish_.isOnDisk(); }
-  /// Runs `leave` once: here and now when it is open, else in a later turn of the main queue, in the order of the
-  /// calls, when it has opened or kErasureHoldSeconds are up. As many wait as there are calls.
+  /// Runs `leave` once: here and now if open, else in a later turn of the main queue, in call order, once it opens or
+  /// kErasureHoldSeconds are up. Any number can wait.
   void whenOpen(kit::Block leave);
-  /// So many wait.
+  /// How many wait.
   size_t waiting() const;
-  /// What waits never runs.
+  /// Waiting blocks never run.
   void drop();
 
  private:
@@ -52,14 +51,14 @@ class ErasureHold {
   WishStore& wish_;
   MachineLoop& main_loop_;
   const services::Logger logger_;
-  const std::shared_ptr<int> alive_ = std::make_shared<int>();  ///< gone: a turn that still waits does nothing
+  const std::shared_ptr<int> alive_ = std::make_shared<int>();  ///< null: a turn that still waits does nothing
   mutable std::mutex mutex_;                                    // guards what follows
   uint64_t last_number_ = 0;
   std::map<uint64_t, Waiting> waiting_;
 };
 
-/// A transport whose erasures wait for that; everything else passes. `when_ended` runs before the handler of each, with
-/// what it said.
+/// A transport that holds erasures for that; everything else passes. `when_ended` runs before the handler of each, with
+/// its result.
 class ErasureHoldTransport final : public PassingTransport {
  public:
   using WhenEnded = std::function<void(const std::string& body)>;

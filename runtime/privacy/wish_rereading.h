@@ -1,4 +1,4 @@
-// Has the file of the wish to be forgotten read again where it could not be read.
+// Has the file of the wish to be forgotten read again after it could not be read.
 #pragma once
 
 #include <utility>
@@ -8,20 +8,20 @@
 
 namespace morvik::runtime {
 
-/// Between two tries, when the store flushes nothing in between: as soon as a user could mend it, and no cost while it
-/// lasts.
+/// Between two attempts, if the store flushes nothing meanwhile: soon after a user could have fixed it, at no cost
+/// meanwhile.
 inline constexpr double kWishRereadSeconds = 10;
 
-/// Made on the main thread, which runs everything here but the reading.
+/// Made on the main thread, which runs everything here except the reading.
 class WishRereading {
  public:
-  /// Both outlive it; the loop runs none of its turns any more when it goes.
+  /// Both outlive it; the loop runs no more of its turns when it is destroyed.
   WishRereading(WishStore& wish, MachineLoop& main_loop);
   ~WishRereading();
   WishRereading(const WishRereading&) = delete;
   WishRereading& operator=(const WishRereading&) = delete;
 
-  /// `take` runs in a turn of its own each time the file was read again, and has WishStore::takeReadAgain() called.
+  /// Each time the file was read again, `take` runs in a turn of its own; it must call WishStore::takeReadAgain().
   /// Once, before the first turn.
   void begin(kit::Block take);
 

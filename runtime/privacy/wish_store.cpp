@@ -15,7 +15,7 @@ bool saysForgotten(const kit::Value& value) {
   return value.isBoolean() && value.boolean();
 }
 
-/// What the store's own file says is known; in the other cases the store holds what this process was told.
+/// The content of the store's file is known; otherwise the store only has what this process was told.
 bool isRead(StoreOpening opening) {
   return opening == StoreOpening::kOpened || opening == StoreOpening::kCreated || opening == StoreOpening::kSetAside;
 }
@@ -38,14 +38,14 @@ WishStore::WishStore(MachineStore& store, MachineWishFile* file, const services:
 WishStore::~WishStore() {
   if (file_ == nullptr)
     return;
-  WishStore::shutdown();  // from here on the store's thread calls nothing of this
+  WishStore::shutdown();  // from now on the store's thread calls nothing of this
   store_.setWhenTakenOver({});
   store_.setWhenFlushed({});
 }
 
 // ---------------------------------------------------------------------------------------------------------- the start
 
-/// Its flag is the one that the file on the disk holds, but for what this process was told.
+/// Its flag is the one in the file on the disk, except for what this process was told.
 bool WishStore::knowsTheStore() const {
   return isRead(opening()) || has_come_to_light_;
 }
@@ -61,7 +61,7 @@ void WishStore::takeReading(const Reading& reading) {
   }
   if (is_forgotten)
     setForgotten();
-  doubt_ = doubt;  // last: a reader sees the flag under it, or the doubt
+  doubt_ = doubt;  // last: a reader sees either the flag or the doubt
 }
 
 WishStore::Doubt WishStore::startFrom(const Reading& reading, bool is_stored) {
@@ -93,7 +93,7 @@ WishStore::Doubt WishStore::startFrom(const Reading& reading, bool is_stored) {
   return Doubt::kNone;
 }
 
-/// The store follows the file. Where it said something else, nobody can tell whether the service knows of the wish.
+/// The store follows the file. If it said something else, nobody can tell whether the service knows of the wish.
 void WishStore::setForgotten() {
   if (saysForgotten(store_.get(kWishKey)))
     return;
@@ -102,7 +102,7 @@ void WishStore::setForgotten() {
     store_.set(kWishSyncedKey, false);
 }
 
-/// In a commit. What this process was told, and the file's wish, stand; else the stored flag has come to light.
+/// Within a commit. This process's own wish and the file's wish take precedence over the recovered flag.
 void WishStore::storeRecovered() {
   has_come_to_light_ = true;
   const bool stored = saysForgotten(store_.get(kWishKey));
@@ -117,7 +117,7 @@ void WishStore::storeRecovered() {
 
 // ------------------------------------------------------------------------------------------------- the file, once more
 
-/// The store's thread. What is read is taken where the flag is set, so that no wish is undone by it.
+/// On the store's thread. The reading is taken where the flag is set, so that it undoes no wish.
 void WishStore::readAgain() {
   uint64_t due = 0;
   {
@@ -156,7 +156,7 @@ void WishStore::takeReadAgain() {
     reading = std::exchange(read_again_, std::nullopt);
     if (!reading || is_told_)
       return;
-    // Without a doubt it is another process's wish that counts, made while that one had the store.
+    // Without a doubt, only another process's wish counts, made while that one had the store.
     const bool is_news = reading->state == MachineWishFile::State::kRead && reading->is_forgotten && wanted_ != true;
     if (doubt_ == Doubt::kNone && !is_news)
       return;
@@ -164,12 +164,12 @@ void WishStore::takeReadAgain() {
       waiting_lines_.push_back(Line::kReadAgain);
   }
   takeReading(*reading);
-  store_.flushNow();  // a file that is missing is made, and what it lacks is written
+  store_.flushNow();  // creates a missing file and writes what it lacks
 }
 
 // ---------------------------------------------------------------------------------------------- what passes through it
 
-/// Forgotten, and nobody knows that the service has accepted it: so a call that says it anew is none that repeats it.
+/// Forgotten, but nobody knows whether the service accepted it: then saying so again is not a repetition.
 std::optional<kit::Value> WishStore::inDoubt(std::string_view key) const {
   if (doubt_ == Doubt::kNone)
     return std::nullopt;
@@ -212,7 +212,7 @@ void WishStore::setTogether(std::span<StoreWrite> writes) {
   setting(*wish, [&] { store_.setTogether(writes); });
 }
 
-/// A wish that the store cannot take, for want of memory, is none: the file is to say again what it said.
+/// If the store cannot take a wish (no memory), it does not count: the file must say again what it said before.
 template <class Set>
 void WishStore::setting(bool is_forgotten, Set set) {
   const std::optional<bool> before = wanted();
@@ -247,7 +247,7 @@ void WishStore::beforeSet(bool is_forgotten) {
     if (wanted_ != true)
       wantAgain(true);
   }
-  // Under the house lock, so not even for another process.
+  // Under the list lock, so it does not even wait for another process.
   if (writeIfDue(std::chrono::milliseconds(0)))
     store_.flushNow();
 }
@@ -261,7 +261,7 @@ void WishStore::afterSet(bool is_forgotten) {
     wantAgain(false);
 }
 
-/// A withdrawal that is new is tried here, once and without waiting; everything else is the store's thread's to try.
+/// A new withdrawal is tried here, once and without waiting; everything else is left to the store's thread.
 template <class Commit>
 bool WishStore::committing(Commit commit) {
   if (!is_behind_)
@@ -340,7 +340,7 @@ void WishStore::want(bool is_forgotten) {
   is_new_ = false;
 }
 
-/// By the app, at this moment: it comes behind whatever another process has said.
+/// By the app, now: it supersedes whatever another process has said.
 void WishStore::wantAgain(bool is_forgotten) {
   want(is_forgotten);
   is_new_ = true;
@@ -353,18 +353,18 @@ void WishStore::noteRemoval() {
   synced_ = 0;
 }
 
-/// True goes ahead of the store, false behind it.
+/// "Forgotten" is written before the store, "not forgotten" after it.
 bool WishStore::mayBeWritten() const {
   return wanted_ && written_ != generation_ && (*wanted_ || committed_ == generation_);
 }
 
-/// A missing file that is to say "not forgotten" is made by the store's thread, under another name: half of it would
+/// A missing file that is to say "not forgotten" is created by the store's thread, under another name: half of it would
 /// say the opposite.
 bool WishStore::isToBeWritten() const {
   return mayBeWritten() && (!is_missing_ || *wanted_);
 }
 
-/// True: the store's thread is to go on, with a sync, or with a try that waits. The turn comes before the mutex.
+/// True: the store's thread must continue, with a sync or with a waiting attempt. The turn is taken before the mutex.
 bool WishStore::writeIfDue(std::chrono::milliseconds longest_wait) {
   {
     const std::scoped_lock hold(mutex_);
@@ -378,7 +378,7 @@ bool WishStore::writeIfDue(std::chrono::milliseconds longest_wait) {
   using Word = MachineWishFile::Word;
   const auto error = file_->write(*wanted_, std::exchange(is_new_, false) ? Word::kNew : Word::kAgain, turn);
   if (error && turn.held_up && longest_wait == std::chrono::milliseconds(0))
-    return true;  // no trouble yet
+    return true;  // no problem yet
   noteProblem(error, turn.held_up && !*wanted_ ? Line::kHeldUp : Line::kNotWritten);
   if (error)
     return false;
@@ -393,7 +393,7 @@ void WishStore::writeOnceMore() {
     store_.flushNow();
 }
 
-/// Although nothing else may happen on the device. A missing file is made soon, unless there is trouble.
+/// Even if nothing else happens on the device. A missing file is created soon, unless there is a problem.
 bool WishStore::isToBeTriedAgain() const {
   if (!is_behind_)
     return false;
@@ -401,7 +401,7 @@ bool WishStore::isToBeTriedAgain() const {
   return mayBeWritten() && (is_trouble_told_ || !is_missing_);
 }
 
-/// The store's thread.
+/// On the store's thread.
 void WishStore::flushed() {
   readAgain();
   noticeRemoval();
@@ -409,7 +409,7 @@ void WishStore::flushed() {
     sync();
 }
 
-/// One that was written and synced, and is there no more, is to be made anew: the store alone is one home too few. What
+/// A file that was written, synced and then removed is created again: the store as the only copy is one too few. What
 /// is deleted around the end of the kit stays deleted.
 void WishStore::noticeRemoval() {
   if (is_ending_)
@@ -428,7 +428,7 @@ void WishStore::noticeRemoval() {
     noteRemoval();
 }
 
-/// False: the file was removed since it was written, and is to be written anew.
+/// False: the file was removed since it was written, and is to be written again.
 bool WishStore::sync() {
   uint64_t generation = 0;
   std::optional<bool> to_make;
@@ -468,8 +468,8 @@ bool WishStore::sync() {
   return !is_gone;
 }
 
-/// Whole under another name first, so that a power cut cannot leave half a file. Who sets the wish meanwhile makes the
-/// file itself.
+/// Written completely under another name first, so that a power cut cannot leave half a file. A newer wish meanwhile
+/// creates the file itself.
 std::optional<kit::Error> WishStore::make(bool is_forgotten, uint64_t generation) {
   if (auto error = file_->prepare(is_forgotten))
     return error;
@@ -481,7 +481,7 @@ std::optional<kit::Error> WishStore::make(bool is_forgotten, uint64_t generation
   if (auto error = file_->adopt()) {
     if (!file_->isThere())
       return error;
-    // Another process has made one meanwhile: the wish goes into that, with the next flush.
+    // Another process has created one meanwhile: the wish goes into that, with the next flush.
     file_->discard();
     is_missing_ = false;
     store_.flushNow();
@@ -493,8 +493,8 @@ std::optional<kit::Error> WishStore::make(bool is_forgotten, uint64_t generation
   return std::nullopt;
 }
 
-/// Where file and store differ the user is forgotten: so either is enough for a wish, and neither for its withdrawal. A
-/// file that is missing, and a store of a newer version, say nothing.
+/// If file and store differ, the user is forgotten: so one of them is enough for a wish, and a withdrawal needs both. A
+/// missing file and a store of a newer version say nothing.
 bool WishStore::isWishKept(bool is_stored) const {
   if (file_ == nullptr)
     return is_stored;

@@ -1,5 +1,5 @@
-// A machine's store that keeps the wish to be forgotten in a second home as well, so that no state of the store can
-// hide or undo it.
+// A machine's store that keeps a second copy of the wish to be forgotten, so that no state of the store can hide or
+// undo the wish.
 #pragma once
 
 #include <atomic>
@@ -20,47 +20,46 @@
 
 namespace morvik::runtime {
 
-/// So long a call that withdraws a wish waits while another process writes one, under no lock, and so long the store's
-/// thread does. That takes microseconds unless that process is held up in the middle of it. Past that "not forgotten"
-/// is tried again on the store's thread. "Forgotten" waits for nobody, with a number that the other one's does not
-/// reach; nor does whoever merely commits.
+/// How long a call that withdraws a wish (holding no lock), or the store's thread, waits while another process writes
+/// one. That takes microseconds unless the other process is stuck in the middle. After that, "not forgotten" is retried
+/// on the store's thread. "Forgotten" never waits: its number is one that the other process does not reach. Neither
+/// does a mere commit.
 inline constexpr std::chrono::milliseconds kMaxWishTurn{40};
 
-/// Mirrors the stored flag that the gate follows, whoever sets it: true is in the file before it is in the store, false
-/// after the store was asked to commit it, whether or not it could. So whatever lies between two of these steps says
-/// forgotten, in the file or in the store: at a start the user is forgotten where either of the two says so. A file
-/// that cannot be read at present counts as one that says forgotten, and is read again with each flush, on the store's
-/// thread, until it can be read or the flag is set. The flag is set by one thread at a time (under the house lock);
-/// everything else is for any thread.
+/// Mirrors the stored flag that the gate follows, whoever sets it. True is written to the file before the store; false
+/// after the store was asked to commit it, successfully or not. So between any two of these steps the file or the store
+/// says forgotten, and at a start the user is forgotten if either says so. A file that cannot be read at present counts
+/// as "forgotten"; the store's thread reads it again with each flush until it can be read or the flag is set. One
+/// thread at a time sets the flag (under the list lock); everything else is for any thread.
 class WishStore final : public PassingStore {
  public:
   using Reading = MachineWishFile::Reading;
 
-  /// `store` was opened, and has its lock: what the file says is read only now, so that it is the last word of whoever
-  /// had the lock before. `file` null: there is none. All outlive it.
+  /// `store` was opened and has its lock: the file is read only now, so that it holds the last word of whoever had the
+  /// lock before. `file` null: there is none. All outlive it.
   WishStore(MachineStore& store, MachineWishFile* file, const services::Logger& logger);
   ~WishStore() override;
   WishStore(const WishStore&) = delete;
   WishStore& operator=(const WishStore&) = delete;
 
   WishFileState fileState() const;
-  /// What kept the file from being read, written or synced last; empty when nothing did.
+  /// Why the file could not be read, written or synced last; empty if it could.
   std::string problem() const;
-  /// The death of the process would not lose the latest wish. `is_stored`: the store has it, as a commit said.
+  /// The latest wish would survive the death of the process. `is_stored`: a commit said that the store has it.
   bool isWishKept(bool is_stored) const;
-  /// For the call that said it, once it is committed: tries again to write a wish that another process has kept out of
-  /// the file, and waits kMaxWishTurn for that process at most. Under no lock.
+  /// For the call that set the wish, after the commit: retries a wish that another process kept out of the file, and
+  /// waits at most kMaxWishTurn for that process. Under no lock.
   void writeOnceMore();
-  /// The latest wish would outlive a power cut.
+  /// The latest wish would survive a power cut.
   bool isOnDisk() const;
-  /// `hook` runs each time the latest wish has reached the disk, on the store's thread; it must be short and must not
-  /// call back. Null: none any more, and none runs when this returns. Not from within the hook.
+  /// `hook` runs on the store's thread each time the latest wish has reached the disk; it must be short and must not
+  /// call back. Null: no hook, and none is running when this returns. Not from within the hook.
   void setWhenOnDisk(kit::Block hook);
-  /// The file could not be read, and was not since.
+  /// The file could not be read, and has not been since.
   bool isToBeReadAgain() const;
-  /// As setWhenOnDisk(), for when the file was read again: takeReadAgain() is due.
+  /// As setWhenOnDisk(), for a file that was read again: takeReadAgain() is due.
   void setWhenReadAgain(kit::Block hook);
-  /// What was read again holds from here on, unless the flag was set meanwhile. Under the house lock.
+  /// Applies what was read again, unless the flag was set meanwhile. Under the list lock.
   void takeReadAgain();
 
   kit::Value get(std::string_view key) const override;
@@ -81,13 +80,13 @@ class WishStore final : public PassingStore {
   void shutdown() override;
 
  private:
-  /// What there is to say, in the order in which it came about.
+  /// What to log, in the order of its occurrence.
   enum class Line : uint8_t { kUnreadable, kNotRead, kReadAgain, kNotWritten, kHeldUp, kWritten };
-  /// While there is one the user counts as forgotten.
+  /// While there is one, the user counts as forgotten.
   enum class Doubt : uint8_t {
     kNone,
     kUntilRead,  ///< the file cannot be read at present
-    kUntilTold,  ///< it says nothing valid, and nobody has said since what the user wants
+    kUntilTold,  ///< its content is invalid, and nobody has said since what the user wants
   };
 
   std::optional<kit::Value> inDoubt(std::string_view key) const;
@@ -127,18 +126,18 @@ class WishStore final : public PassingStore {
   std::atomic<bool> is_behind_{false};
   std::atomic<bool> is_ending_{false};
 
-  mutable std::mutex mutex_;  // guards what follows; callers take it, so nobody waits for a disk or a process under it
+  mutable std::mutex mutex_;  // guards what follows; app calls take it: wait for no disk or process under it
   std::optional<bool> wanted_;
-  bool is_new_ = false;   ///< said just now, and its writing was not tried yet
-  bool is_told_ = false;  ///< the flag was set by this process
+  bool is_new_ = false;   ///< said just now, not written yet
+  bool is_told_ = false;  ///< this process set the flag
   bool is_missing_ = false;
-  uint64_t generation_ = 0;  ///< counts what was wanted
-  uint64_t committed_ = 0;   ///< the store was asked to commit what was wanted up to here
-  uint64_t written_ = 0;     ///< so far in the file
-  uint64_t synced_ = 0;      ///< so far on the disk
+  uint64_t generation_ = 0;  ///< counts wishes
+  uint64_t committed_ = 0;   ///< up to here the store was asked to commit
+  uint64_t written_ = 0;     ///< up to here in the file
+  uint64_t synced_ = 0;      ///< up to here on the disk
   uint64_t readings_due_ = 0;
   uint64_t readings_done_ = 0;
-  std::optional<Reading> read_again_;  ///< to be taken
+  std::optional<Reading> read_again_;  ///< to be applied
   std::string problem_;
   bool is_trouble_told_ = false;
   std::vector<Line> waiting_lines_;

@@ -14,29 +14,29 @@ namespace morvik::runtime {
 /// shutdown() takes at most this long.
 inline constexpr double kShutdownSeconds = 2;
 
-/// A request waits here until the turn that started it is committed, and until its host has a place for it; it is asked
-/// once more whether it may leave at the moment when it does. What leaves is the network's. So there is one place where
-/// the user's wish, the app's switch and the limit of connections hold, whatever network a machine has.
+/// A request waits here until the turn that started it is committed and its host has a free connection. When it leaves,
+/// it is asked again whether it may. After that it belongs to the network. So the user's wish, the app's switch and the
+/// limit of connections apply in one place, whatever network a machine has.
 ///
-/// What the wish refuses here ends as what it refuses at its start: as not sent. An exchange that the network has begun
-/// runs to its end.
+/// A request refused here because of the wish ends like one refused at its start: as not sent. An exchange that the
+/// network has begun runs to its end.
 class ExchangeQueue final : public MachineTransport {
  public:
-  /// `parts` as they say; the file of authorities is the network's.
+  /// `parts`: as documented there; the file of authorities is the network's.
   ExchangeQueue(std::unique_ptr<MachineNetwork> network, TransportParts parts);
   ~ExchangeQueue() override;
   ExchangeQueue(const ExchangeQueue&) = delete;
   ExchangeQueue& operator=(const ExchangeQueue&) = delete;
 
-  /// As the port says. After shutdown() it does nothing.
+  /// As in the port. No effect after shutdown().
   void start(kit::Request request, TransportHandler handler) override;
-  /// Those that wait for their turn's end or for a place, that are under way, or that are answered with the handler
-  /// still in the main queue. Any thread.
+  /// Requests that wait for their turn's end or for a connection, are under way, or are answered with the handler still
+  /// in the main queue. Any thread.
   size_t inFlight() const override { return delivery_->unanswered(); }
   void setHeld(bool held) override;
   void wishDidChange() override;
-  /// Cancels what is in flight, within kShutdownSeconds. No handler begins from here on; one that runs on another
-  /// thread is waited for. May be called again, and from inside a handler. The destructor calls it.
+  /// Cancels what is in flight, within kShutdownSeconds. No handler begins from now on; one that runs on another thread
+  /// is waited for. May be called again, and from inside a handler. The destructor calls it.
   void shutdown() override;
 
  private:

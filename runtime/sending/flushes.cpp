@@ -34,18 +34,18 @@ double seconds(std::chrono::milliseconds timeout) {
 
 }  // namespace
 
-/// Of one flush. What changes does so on the main queue.
+/// The state of one flush. Changes on the main queue.
 struct Flushes::Flush {
   explicit Flush(LedgerBook& ledger)
       : ledger_(ledger), moments_(ledger.moments()), begun_(ledger.momentNow()), moment_(begun_) {}
   Flush(const Flush&) = delete;
   Flush& operator=(const Flush&) = delete;
-  /// A block that is never run may outlive the book.
+  /// A block that never runs may outlive the book.
   ~Flush() {
     moments_->forget(begun_);
     moments_->forget(moment_);
   }
-  /// What was recorded by now belongs to it. Once.
+  /// Everything recorded by now belongs to it. Once.
   void takeNow() { moment_ = ledger_.momentNow(); }
   LedgerMoments::Left left() const { return ledger_.left(moment_); }
   /// As the book knew it last; waits for nobody.
@@ -54,10 +54,10 @@ struct Flushes::Flush {
   Done done;
   std::shared_ptr<Waiter> waiter;  ///< null: nobody waits on a thread
   MachineLoop::TimerKey limit{};   ///< ends it; set once, before it can be found
-  bool is_next = false;            ///< the block that waits begins it: what was posted before it has run by then
-  bool begins = false;             ///< by the block that runs
-  bool has_begun = false;          ///< on the main queue; before that it waits for what was posted earlier
-  bool was_pushed = false;         ///< a batch with all of it was asked for, and has not ended
+  bool is_next = false;            ///< the waiting block begins it: by then all that was posted before it has run
+  bool begins = false;             ///< by the running block
+  bool has_begun = false;          ///< on the main queue; before that it waits for earlier posts
+  bool was_pushed = false;         ///< a batch with all of it was requested, and has not ended
   size_t pushes = 0;
 
  private:
@@ -83,7 +83,7 @@ struct Flushes::Waiter {
   }
 };
 
-/// Whoever waited for it goes, told or not.
+/// Removes the flush when whoever waited for it goes, told or not.
 class Flushes::Withdrawal {
  public:
   Withdrawal(Flushes& flushes, FlushPointer flush) : flushes_(flushes), flush_(std::move(flush)) {}
@@ -107,8 +107,7 @@ void Flushes::follow(MorvikCoreLib& core) {
   parts_.sending.setWhenNotResuming([this] { advance(); });
 }
 
-// --------------------------------------------------------------------------------------------------------- from the
-// app
+// -------------------------------------------------------------------------------------------------------- from the app
 
 void Flushes::begin(Done done, std::chrono::milliseconds timeout) {
   FlushPointer flush;
@@ -124,7 +123,7 @@ void Flushes::begin(Done done, std::chrono::milliseconds timeout) {
     refuse(told, **refusal);
 }
 
-/// One that asks again from within its answer would be answered without end: in a later turn, if there is one.
+/// A caller that asks again from within its answer would be answered endlessly: so in a later turn, if there is one.
 void Flushes::refuse(const Done& done, FlushReason reason) {
   if (!parts_.life.isInDone())
     tellNow(done, reason);
@@ -132,7 +131,7 @@ void Flushes::refuse(const Done& done, FlushReason reason) {
     parts_.main_loop.async([this, done, reason] { tellNow(done, reason); });
 }
 
-/// `reason`: why something waits, if it does. What a file has that nobody could read yet waits as well.
+/// `reason`: why something still waits, if it does. The unknown content of an unreadable file counts as waiting.
 FlushResult Flushes::resultOf(const LedgerMoments::Left& left, FlushReason reason) const {
   if (parts_.start_hold.isUnavailable())
     return {.waiting = left.waiting, .given_up = left.given_up, .reason = reason};
@@ -196,8 +195,8 @@ bool Flushes::tryPostBlock() {
   return true;
 }
 
-/// On the main queue. One that came while the block waited begins with the next block: by then what was posted before
-/// it has recorded what it had to.
+/// On the main queue. A flush that came while the block waited begins with the next block: by then all that was posted
+/// before it has been recorded.
 void Flushes::beginThoseThatWait() {
   {
     const std::scoped_lock hold(mutex_);
@@ -217,7 +216,7 @@ void Flushes::beginThoseThatWait() {
     advance();
 }
 
-/// Null: none is left. Whoever waited for one may have gone meanwhile, and it with them.
+/// Null: none is left. A waiting caller may have gone meanwhile, and its flush with it.
 Flushes::FlushPointer Flushes::nextToBegin() const {
   const std::scoped_lock hold(mutex_);
   const auto found =
@@ -233,7 +232,7 @@ void Flushes::beginNow(const FlushPointer& flush) {
   flush->has_begun = true;
 }
 
-/// Counted from the call, whatever the main queue had to do first. One that had no turn yet has asked for nothing.
+/// Counted from the call, whatever the main queue had to do first. A flush without a turn so far has requested nothing.
 void Flushes::timeIsUp(const FlushPointer& flush) {
   if (!flush->has_begun) {
     services::guarded(parts_.logger, kFlushGuard, MORVIK_HERE(kFlush), [&] {
@@ -264,7 +263,7 @@ FlushResult Flushes::wait(std::chrono::milliseconds timeout) {
     return resultOf(flush->left(), *refusal);
   const Withdrawal withdrawal(*this, flush);
   parts_.main_loop.pumpFor(seconds(timeout), [&waiter] { return waiter.isTold(); });
-  // A child that was forked within a callback comes back as well, and nobody is left there to tell it.
+  // A child forked within a callback returns here too, with nobody left to tell it.
   if (!parts_.life.isOwnProcess())
     return {.reason = FlushReason::kStopped};
   std::unique_lock lock(waiter.mutex);
@@ -310,7 +309,7 @@ void Flushes::endRest() {
 std::optional<FlushReason> Flushes::obstacle() const {
   if (parts_.services.isGDPRForgetMe())
     return FlushReason::kForgotten;
-  // The switch is at once; the kit's own flag follows in a turn.
+  // The switch takes effect at once; the kit's own flag follows in a turn.
   if (!parts_.sending.isOn() || parts_.services.isSendingOff())
     return FlushReason::kSendingOff;
   if (parts_.shared_state.kAESSuperKeyForTracking.empty())
@@ -328,13 +327,13 @@ void Flushes::advance() {
     return;
   if (begun().empty() || core_->isBatchUnderWay() || core_->isNextBatchDue())
     return;
-  // What is asked for when sending is on again, the attribution first of all, is asked for in a turn of its own.
+  // Requests that resume with sending, first of all the attribution, are started in a turn of their own.
   if (parts_.sending.isResuming())
     return;
   const auto found = obstacle();
   if (!found)
     return push();
-  // The answer may be on its way, and brings a batch of its own.
+  // The answer may be on its way, and brings its own batch.
   if (found != FlushReason::kNotAttributed || !core_->isAttributionUnderWay())
     finishAll(*found);
 }
@@ -349,17 +348,17 @@ void Flushes::push() {
   core_->pushTracking();
   if (core_->isBatchUnderWay())
     return;
-  // Nothing left: there was no activity, or no batch could be made of what is stored.
+  // Nothing left: there was no activity, or no batch could be made from what is stored.
   finishDelivered();
   finishAll(core_->_isTrackingCalled() ? FlushReason::kSlotHeld : FlushReason::kNoActivity);
 }
 
-/// A batch that was built before a flush began says nothing about what came after it: the rest is pushed.
+/// A batch built before a flush began covers nothing recorded later: the rest is pushed.
 void Flushes::batchDidEnd(BatchEnd end) {
   finishDelivered();
   if (core_->isBatchUnderWay())
     return;
-  // One batch after the other until the last; each in a turn of its own.
+  // Batches follow one another, each in a turn of its own.
   if (end == BatchEnd::kGoesOn) {
     for (const FlushPointer& flush : begun()) {
       flush->was_pushed = false;
@@ -369,7 +368,7 @@ void Flushes::batchDidEnd(BatchEnd end) {
   }
   const bool has_network = parts_.util.getNetworkStatus() != kit::kNetworkUnknown;
   const FlushReason without_answer = has_network ? FlushReason::kNoAnswer : FlushReason::kNoNetwork;
-  // A wish or the switch stopped it. Either may have been taken back since; only another one stops the next try.
+  // A wish or the switch stopped it. Either may have been withdrawn since; only another one stops the next attempt.
   if (end == BatchEnd::kNotSent)
     return advance();
   for (const FlushPointer& flush : begun()) {
@@ -383,7 +382,7 @@ void Flushes::batchDidEnd(BatchEnd end) {
   advance();
 }
 
-/// What is left to wait for is a file that may come to light.
+/// Only a file that may still recover is left to wait for.
 bool Flushes::isAllButTheFileDelivered() const {
   const std::list<FlushPointer> waiting = begun();
   return parts_.start_hold.isUnavailable() &&
@@ -422,7 +421,7 @@ void Flushes::tell(const Flush& flush, const FlushResult& result) const {
   services::guarded(parts_.logger, kDoneGuard, MORVIK_HERE(kFlush), [&] { callApp(flush.done, result); });
 }
 
-/// On this thread, whatever may still be called: it is an answer to this very call.
+/// On this thread, even while the end forbids other calls: it answers this very call.
 void Flushes::tellNow(const Done& done, FlushReason reason) const {
   if (!done)
     return;
@@ -444,7 +443,7 @@ bool Flushes::remove(const FlushPointer& flush) {
   return true;
 }
 
-/// Those that have begun.
+/// Flushes that have begun.
 std::list<Flushes::FlushPointer> Flushes::begun() const {
   std::list<FlushPointer> found = all();
   found.remove_if([](const FlushPointer& flush) { return !flush->has_begun; });

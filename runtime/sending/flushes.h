@@ -1,4 +1,4 @@
-// Who waits for the delivery of what was recorded so far.
+// Waits for the delivery of what was recorded so far.
 #pragma once
 
 #include <chrono>
@@ -27,15 +27,15 @@
 
 namespace morvik::runtime {
 
-/// A stop lets the main queue have so long to call those that wait.
+/// How long a stop lets the main queue call those that wait.
 inline constexpr double kEndFlushesSeconds = 1;
-/// A flush that an accepted batch did not carry whole (a session started meanwhile, and the ids that the batch had
-/// noted went) pushes again, so many times in all.
+/// A flush pushes again if an accepted batch did not carry all of it (a session started meanwhile and cleared the ids
+/// noted by the batch); this many pushes in total.
 inline constexpr size_t kMaxPushesOfAFlush = 3;
 
-/// One batch at a time is under way, whoever asked for it. A flush that finds one waits for its answer, and then has
-/// the rest pushed; so the sent-event keys of a batch are never touched. It ends early when it is clear that nothing
-/// more will come of it now.
+/// Only one batch is under way at a time, whoever requested it. A flush that finds one waits for its answer and then
+/// has the rest pushed; so the sent-event keys of a batch are never touched. It ends early once it is clear that
+/// nothing more can be delivered now.
 class Flushes {
  public:
   using Done = std::function<void(const FlushResult&)>;
@@ -62,26 +62,25 @@ class Flushes {
   Flushes(const Flushes&) = delete;
   Flushes& operator=(const Flushes&) = delete;
 
-  /// Whose batches they are. Before the first turn.
+  /// The core whose batches are followed. Before the first turn.
   void follow(MorvikCoreLib& core);
 
-  /// The wait for the store is over, or its file, whose records a flush is about as well, has come to light. Main
-  /// queue.
+  /// The wait for the store is over, or its file has recovered; a flush covers the file's records too. Main queue.
   void storeMayBeKnown() { advance(); }
 
-  /// As MorvikCore::flush(). Any thread; does not block. What is refused, past kMaxFlushes, after endAll() or without
-  /// memory, is told at once.
+  /// As MorvikCore::flush(). Any thread; does not block. A refused flush (beyond kMaxFlushes, after endAll(), or
+  /// without memory) is told at once.
   void begin(Done done, std::chrono::milliseconds timeout);
   /// Tells `done` at once that the kit is stopped.
   void refuse(const Done& done) { refuse(done, FlushReason::kStopped); }
   /// As MorvikCore::waitUntilDelivered(). Any thread.
   FlushResult wait(std::chrono::milliseconds timeout);
-  /// True within a turn of the main queue or a block of the background queue, asked on its thread.
+  /// True within a turn of the main queue or a block of the background queue, on its thread.
   bool isInsideACallback() const;
-  /// Tells those that wait on a thread that the kit is stopped, and takes no more. Any thread; takes no memory.
+  /// Tells those that wait on a thread that the kit is stopped, and accepts no more. Any thread; allocates nothing.
   void endWaits();
-  /// endWaits(), and tells the others so as well, on the main queue while that still runs turns. Any thread, outside of
-  /// a turn; waits kEndFlushesSeconds at most. May be called again.
+  /// endWaits(), and tells the others on the main queue while that still runs turns. Any thread, outside of a turn;
+  /// waits kEndFlushesSeconds at most. May be called again.
   void endAll();
   /// Tells, on this thread, those that the main queue did not get to. After endAll().
   void endRest();
@@ -92,7 +91,7 @@ class Flushes {
   class Withdrawal;
   using FlushPointer = std::shared_ptr<Flush>;
 
-  /// Nothing when it waits now; else why not. What throws leaves nothing behind.
+  /// Nothing if it waits now; else why not. An exception leaves no trace.
   std::optional<FlushReason> add(const FlushPointer& flush, std::chrono::milliseconds timeout);
   void postBlock();
   [[nodiscard]] bool tryPostBlock();
@@ -106,7 +105,7 @@ class Flushes {
   void advance();
   void push();
   void batchDidEnd(BatchEnd end);
-  /// Why nothing can be delivered as things stand. Any thread.
+  /// Why nothing can be delivered at present. Any thread.
   std::optional<FlushReason> obstacle() const;
   bool isAllButTheFileDelivered() const;
   void finishDelivered();
@@ -117,15 +116,15 @@ class Flushes {
   void tellNow(const Done& done, FlushReason reason) const;
   FlushResult resultOf(const LedgerMoments::Left& left, FlushReason reason) const;
   FlushResult resultNow(FlushReason reason) const;
-  /// Of all that was ever recorded.
+  /// Of everything ever recorded.
   uint64_t waitingNow() const;
 
   const Parts parts_;
   MorvikCoreLib* core_ = nullptr;
   mutable std::mutex mutex_;  // guards what follows
   std::list<FlushPointer> flushes_;
-  /// One block waits on the main queue for all flushes that have not begun: those who wait on a blocked queue, give up
-  /// and come again leave nothing there.
+  /// One block waits on the main queue for all flushes that have not begun: callers that wait on a blocked queue, give
+  /// up and come again leave nothing there.
   bool is_block_posted_ = false;
   bool has_ended_ = false;
 };

@@ -16,7 +16,7 @@ struct HandlerDelivery::State {
   bool running = false;
   std::thread::id runner;
 
-  /// False when nothing may run any more.
+  /// False if nothing may run any more.
   bool begin() {
     const std::lock_guard lock(mutex);
     if (closed)
@@ -35,7 +35,7 @@ struct HandlerDelivery::State {
 
 namespace {
 
-/// Ends what begin() began, also when the handler throws.
+/// Ends what begin() began, even if the handler throws.
 template <class State>
 struct Running {
   State& state;

@@ -10,25 +10,25 @@
 
 namespace morvik::runtime {
 
-/// Any thread. The main queue must live until close() has returned; blocks that it still holds then do nothing.
+/// Any thread. The main queue must live until close() has returned; blocks still in it then do nothing.
 class HandlerDelivery {
  public:
   explicit HandlerDelivery(kit::MainQueue& main_queue);
 
-  /// Counts in one more request. False after close(): the request is not to be begun.
+  /// Counts one more request. False after close(): the request must not begin.
   bool admit();
   /// Posts the outcome of an admitted request. `handler` runs in a later turn, unless close() comes first.
   void deliver(TransportHandler handler, kit::TransportOutcome outcome);
   /// Requests whose handler has not begun.
   size_t unanswered() const;
-  /// From here on no handler begins. Waits for one that is running on another thread, at most `max_wait_seconds`;
-  /// called from inside a handler it does not wait for that one.
+  /// No handler begins from now on. Waits at most `max_wait_seconds` for one running on another thread; from inside a
+  /// handler it does not wait for that one.
   void close(double max_wait_seconds);
 
  private:
   struct State;
   kit::MainQueue& main_queue_;
-  std::shared_ptr<State> state_;  ///< shared with the posted blocks, which may outlive this
+  std::shared_ptr<State> state_;  ///< shared with posted blocks, which may outlive this
 };
 
 }  // namespace morvik::runtime

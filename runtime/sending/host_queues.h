@@ -1,4 +1,4 @@
-// Who may begin now, and who waits for a connection.
+// Which exchange may begin now, and which waits for a connection to its host.
 #pragma once
 
 #include <algorithm>
@@ -16,31 +16,30 @@
 
 namespace morvik::runtime {
 
-/// For each host, the exchanges that run are counted and the others wait in order. The wait is not bounded in number;
-/// it costs the waiting request nothing of its time-out. One thread.
+/// Counts the running exchanges of each host and queues the others in order. The queues are not bounded; waiting does
+/// not use up a request's time-out. One thread.
 template <class Item>
 class HostQueues {
  public:
-  /// Takes in a new one; it comes out of takeReady() when its host has a place for it. `passes_hold`: ahead of all that
-  /// do not, and also while those are held.
+  /// Adds one; takeReady() returns it when its host has a free connection. `passes_hold`: ahead of all that do not, and
+  /// also while those are held.
   void add(const std::string& host, Item item, bool passes_hold = false) {
     Host& entry = hosts_[host];
     (passes_hold ? entry.passing : entry.ordinary).push_back({next_++, std::move(item)});
   }
-  /// One that had come out of takeReady() is over: its place goes to the one that has waited longest.
+  /// One that takeReady() returned is over: its connection goes to the one that has waited longest.
   void ended(const std::string& host) {
     const auto found = hosts_.find(host);
     --found->second.running;
     if (found->second.isIdle())
       hosts_.erase(found);
   }
-  /// The next one that may begin, the one that has waited longest first; nothing when there is none. While held, none
-  /// may but those that pass a hold.
+  /// The next that may begin, longest wait first; nothing if there is none. While held, only those that pass a hold.
   std::optional<Item> takeReady(bool held = false) {
     std::optional<Item> passing = takeLongest(&Host::passing);
     return passing || held ? std::move(passing) : takeLongest(&Host::ordinary);
   }
-  /// All that wait and of which this is true, in order, but for those that pass a hold.
+  /// All waiting ones for which this is true, in order, except those that pass a hold.
   template <class Predicate>
   std::vector<Item> takeWaitingIf(Predicate predicate) {
     Line taken;
@@ -61,7 +60,7 @@ class HostQueues {
 
  private:
   struct Waiting {
-    uint64_t number;  ///< in the order of coming
+    uint64_t number;  ///< order of arrival
     Item item;
   };
   using Line = std::deque<Waiting>;

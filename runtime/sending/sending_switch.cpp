@@ -6,7 +6,7 @@
 
 namespace morvik::runtime {
 
-/// One of the turns that resume, to its end.
+/// One of the resuming turns, until its end.
 class SendingSwitch::Resuming {
  public:
   explicit Resuming(SendingSwitch& of) : of_(of) {}

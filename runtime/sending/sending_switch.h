@@ -13,10 +13,11 @@ namespace morvik::runtime {
 
 class MorvikCoreServicesLib;
 
-/// Two gates stand one behind the other. The transport's closes at once, whoever switches off: what has not left waits
-/// there, or ends to be made anew. The services object's, which the core's operations ask, closes and opens between two
-/// turns of the main queue, or in the turn that switches, and for a block of the background queue before it begins: so
-/// what has asked goes on as it began, and what it starts meets the transport's. Any thread.
+/// Two gates, one behind the other. The transport's closes at once, whoever switches off: requests that have not left
+/// wait there, or end and are made again later. The services object's, which the core's operations ask, closes and
+/// opens between two turns of the main queue (or in the turn that switches), and for a block of the background queue
+/// before it begins. So an operation that has asked finishes as it began, and what it starts meets the transport's
+/// gate. Any thread.
 class SendingSwitch {
  public:
   /// All of them outlive it.
@@ -30,18 +31,16 @@ class SendingSwitch {
   SendingSwitch(const SendingSwitch&) = delete;
   SendingSwitch& operator=(const SendingSwitch&) = delete;
 
-  /// What runs on the main queue, in a turn of its own, each time sending is on again. To be set before the first turn.
+  /// Runs on the main queue, in a turn of its own, each time sending is on again. Set it before the first turn.
   void setWhenResumed(kit::Block resumed) { resumed_ = std::move(resumed); }
-  /// What is held beside the transport while sending is off, from now on: told at once when it is switched off, and
-  /// behind `resumed` when it is on again. Called on any thread, and must neither wait nor call back. To be set before
-  /// the first turn.
+  /// What else is held while sending is off: called at once when it is switched off, and after `resumed` when it is on
+  /// again. Called on any thread; must neither wait nor call back. Set it before the first turn.
   void setAlsoHeld(std::function<void(bool held)> hold);
-  /// What runs on the main queue each time isResuming() has become false. To be set before the first turn.
+  /// Runs on the main queue each time isResuming() becomes false. Set it before the first turn.
   void setWhenNotResuming(kit::Block not_resuming) { not_resuming_ = std::move(not_resuming); }
-  /// As it was switched last.
+  /// The latest setting.
   bool isOn() const;
-  /// Sending is on again, and `resumed` has not run to its end: what is asked for then is not under way yet. On the
-  /// main queue.
+  /// Sending is on again, but `resumed` has not finished: what it will request is not under way yet. On the main queue.
   bool isResuming() const { return resumes_ > 0; }
   /// Does not block.
   void set(bool is_on);
@@ -56,7 +55,7 @@ class SendingSwitch {
   const Parts parts_;
   kit::Block resumed_;
   kit::Block not_resuming_;
-  size_t resumes_ = 0;  ///< turns that wait, and the one that runs; on the main queue
+  size_t resumes_ = 0;  ///< turns that wait or run; on the main queue
   std::function<void(bool held)> hold_ = [](bool) {};
   mutable std::mutex mutex_;  // guards what follows
   bool is_on_;

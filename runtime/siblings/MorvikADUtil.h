@@ -11,12 +11,12 @@
 
 namespace morvik::runtime {
 
-/// What the utility class is told of the device.
+/// What the utility class knows of the device.
 struct UtilFacts {
-  std::optional<std::string> idfa;  ///< nothing when the user limits tracking
+  std::optional<std::string> idfa;  ///< nothing if the user limits tracking
   bool has_loopback_endpoint = false;
   std::string model;            ///< "" where unknown
-  std::string disk_path = "/";  ///< the file system whose free space counts
+  std::string disk_path = "/";  ///< the file system whose free space is reported
 };
 
 /// Any thread.
@@ -36,11 +36,11 @@ class MorvikADUtil final : public kit::MorvikADUtil {
   std::string getUTCFormateDate(kit::Date date) const override;
   std::optional<std::string> getUTCFormateDateISO(kit::Date date) const override;
   double timeIntervalSinceServerDate(kit::Date device_date, double sinceBaseTime) const override;
-  /// Waits for nobody.
+  /// Takes no lock.
   std::optional<std::string> IDFA() const override { return is_idfa_replaced_ ? later_idfa_ : facts_.idfa; }
-  /// It turned out to be another one. Once; a second call does nothing.
+  /// It turned out to be different. Only the first call has an effect.
   void replaceIDFA(const std::string& idfa);
-  /// As it is now.
+  /// The current status.
   std::string getNetworkStatus() const override;
   std::optional<std::string> platformString() const override { return facts_.model; }
   kit::Value freeDiskSpace() const override;
@@ -51,7 +51,7 @@ class MorvikADUtil final : public kit::MorvikADUtil {
   const UtilFacts facts_;
   const MachineFacts& machine_;
   std::once_flag idfa_replacement_;
-  std::optional<std::string> later_idfa_;  ///< written before the flag is, and never again
+  std::optional<std::string> later_idfa_;  ///< written before the flag, and never again
   std::atomic<bool> is_idfa_replaced_{false};
 };
 

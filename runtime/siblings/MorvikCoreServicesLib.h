@@ -27,7 +27,7 @@ namespace morvik::runtime {
 struct ServicesLibParts {
   std::string app_key;
   std::string hash_key;
-  std::string tracking_url;  ///< where batches go: tells their answers from others
+  std::string tracking_url;  ///< where batches go; identifies their answers
   services::MorvikGVUserDefaults store;
   services::Logger logger;
   const kit::Clock& clock;
@@ -35,30 +35,30 @@ struct ServicesLibParts {
   const CommonParameters& common;
   const MorvikADUtil& util;
   SizeTrigger& size_trigger;
-  LedgerBook* ledger = nullptr;          ///< null: nobody counts
-  Observations* observations = nullptr;  ///< null: nobody is told
+  LedgerBook* ledger = nullptr;          ///< null: nothing is counted
+  Observations* observations = nullptr;  ///< null: nothing is reported
 };
 
 class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
  public:
   /// Loads its mirrors from the store.
   explicit MorvikCoreServicesLib(ServicesLibParts parts);
-  /// Again, when the store has come to light after the start. Under the house lock.
+  /// Reloads them when the store has recovered. Under the list lock.
   void loadMirrors();
-  /// Within the commit in which the store comes to light, on any thread: the user is forgotten at once where the store
-  /// says so. Anything else it says waits for loadMirrors(), which is to follow.
+  /// Within the commit in which the store recovers, on any thread: the user is forgotten at once if the store says so.
+  /// Everything else waits for loadMirrors(), which must follow.
   void closeIfStoredForgotten();
 
   std::string appKey() const override { return parts_.app_key; }
   std::string hashKey() const override { return parts_.hash_key; }
   bool isGDPRForgetMe() const override { return is_forget_me_; }
-  /// When it returns, no record of the app's is on its way in that was not let in before.
+  /// When it returns, no record of the app that was not admitted before can still enter.
   void setIsGDPRForgetMe(bool forget_me) override;
   void setIsGDPRForgetMeServerSynced(bool synced) override { is_forget_me_synced_ = synced; }
   bool isSendingOff() const override;
   void setIsSendingOff(bool is_off) { is_sending_off_ = is_off; }
-  /// As long as it lives, isSendingOff() has one answer on the thread that made it: so nothing is counted as sent that
-  /// is then refused. What is started meanwhile waits where requests leave. One at a time.
+  /// While it lives, isSendingOff() is constant on the thread that made it: so nothing is counted as sent and then
+  /// refused. What is started meanwhile waits where requests leave. One at a time.
   class BackgroundBlock {
    public:
     explicit BackgroundBlock(MorvikCoreServicesLib& services) : services_(services) {
@@ -78,16 +78,16 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   void setIntervalSinceServerDate(double interval_seconds) override { interval_seconds_ = interval_seconds; }
   std::string activityGroupName(int group) const override;
 
-  /// The core object's entrance: records also while the forget-me flag is set. A group or name that is no text or
-  /// number is refused, with a line; text that is not UTF-8 is mended, with a line.
+  /// The core object's entrance: records even while the forget-me flag is set. A group or name that is no text or
+  /// number is refused, with a log line; text that is not UTF-8 is repaired, with a log line.
   void addActivityGroupName(const kit::Value& group_name, const kit::Value& activity_name, const kit::Value& param,
                             kit::Date created_at) override;
-  /// The app's entrance, for any thread: the gate is asked and the record let in as one step, and the record is in the
-  /// kernel's hands when this returns. What there is to say of it is posted.
+  /// The app's entrance, for any thread: asks the gate and admits the record in one step. The record is in the kernel's
+  /// hands when this returns. Log lines are posted.
   Recorded addActivityOfApp(std::string_view group, std::string_view name, std::optional<std::string_view> param,
                             kit::Date created_at);
   Recorded addImpressionOfApp(const Impression& impression, kit::Date created_at);
-  /// Counts something of the app's that was refused, and says why, as posted.
+  /// Counts a refused event of the app and logs why, as posted.
   Recorded refuse(Recorded reason, const char* operation, const char* what);
 
   kit::MutableDictionary makeCommonParameter(const std::string& sdk_version) override;
@@ -95,7 +95,7 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
 
   void setConversionResult(bool result) override { conversion_result_ = result; }
   void setConversionResultCode(int64_t code) override { conversion_result_code_ = code; }
-  /// What the last conversion answer said; false and 0 before there was one.
+  /// From the last conversion answer; false and 0 before there was one.
   bool conversionResult() const { return conversion_result_; }
   int64_t conversionResultCode() const { return conversion_result_code_; }
   std::optional<std::string> appleAdvertisingIdentifier() const override { return parts_.util.IDFA(); }
@@ -133,8 +133,8 @@ class MorvikCoreServicesLib final : public kit::MorvikCoreServicesLib {
   std::atomic<bool> is_forget_me_{false};
   std::atomic<bool> is_forget_me_synced_{false};
   std::atomic<bool> is_sending_off_{false};
-  std::atomic<std::thread::id> background_thread_{};  ///< whose block runs
-  bool was_sending_off_ = false;                      ///< when it began; that thread's alone
+  std::atomic<std::thread::id> background_thread_{};  ///< the thread whose block runs
+  bool was_sending_off_ = false;                      ///< when it began; used by that thread only
   std::atomic<double> interval_seconds_{0.0};
   std::atomic<bool> conversion_result_{false};
   std::atomic<int64_t> conversion_result_code_{0};

@@ -41,7 +41,7 @@ Details readDetails(const kit::JsonCodec& json, const std::optional<std::string>
 
 }  // namespace
 
-// The way from the app to the main queue; cut when the host ends.
+// Connects the app with the main queue; cut when the instance ends.
 struct AppAdClient::Link {
   std::mutex mutex;
   kit::MainQueue* main_queue = nullptr;
@@ -53,7 +53,7 @@ struct AppAdClient::Link {
   }
 };
 
-// What the app answers one call with. The first answer counts.
+// The app's answer to one call. The first answer counts.
 class AppAdClient::Answer {
  public:
   explicit Answer(std::shared_ptr<Link> link) : link_(std::move(link)) {}

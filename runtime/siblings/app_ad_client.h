@@ -1,4 +1,4 @@
-// The app's advertising client, as the core object knows one.
+// The app's advertising client, as the core object sees it.
 #pragma once
 
 #include <memory>
@@ -10,8 +10,8 @@
 
 namespace morvik::runtime {
 
-/// Brings the answers to the main queue, in a later turn, the first of each call only. Details that are no JSON object
-/// count as absent, with an error that says so. Answers that come after the host's end are dropped.
+/// Brings the answers to the main queue, in a later turn; only the first of each call. Details that are no JSON object
+/// count as absent, with an error that says so. Answers after the instance's end are dropped.
 class AppAdClient final : public kit::AdClient {
  public:
   AppAdClient(morvik::AdClient client, const kit::JsonCodec& json, kit::MainQueue& main_queue);

@@ -1,4 +1,4 @@
-// The app's information dictionary, made of what the app said of itself.
+// The app's information dictionary, from the app's options.
 #pragma once
 
 #include <optional>
@@ -10,7 +10,7 @@
 
 namespace morvik::runtime {
 
-/// Knows the app's version, its build and its identifier.
+/// Has the app's version, build and identifier.
 class AppBundle final : public kit::Bundle {
  public:
   explicit AppBundle(const DeviceDescription& description)

@@ -5,7 +5,7 @@
 namespace morvik::runtime {
 namespace {
 
-// Those that are not constant: "sdk_version", "puid", "network".
+// Not constant: "sdk_version", "puid", "network".
 constexpr size_t kChangingFields = 3;
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The fields that every payload begins with.
+// The fields at the start of every payload.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@
 
 namespace morvik::runtime {
 
-/// What the device and the app say of themselves. References outlive the object made of this.
+/// What identifies the device and the app. References outlive the object made from this.
 struct Identity {
   const DeviceDescription& device;
   std::string app_key;
@@ -22,13 +22,13 @@ struct Identity {
   const MorvikADGetPUID& puid;
 };
 
-/// All are strings, "" where unknown. What does not change from one payload to the next is made once. Any thread.
+/// All are strings, "" if unknown. Constant ones are made once. Any thread.
 class CommonParameters {
  public:
   explicit CommonParameters(const Identity& identity);
-  /// A fresh dictionary, in a fixed order.
+  /// A new dictionary, in a fixed order.
   kit::MutableDictionary make(const std::string& sdk_version) const;
-  /// The install's identifier, or the advertising one, turned out to be another.
+  /// The install's identifier, or the advertising one, turned out to be different.
   void replace(const Identity& identity);
 
  private:

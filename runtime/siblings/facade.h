@@ -1,4 +1,4 @@
-// The facade as the core object sees it: holder of the app's delegate.
+// The facade as the core object sees it: holds the app's delegate.
 #pragma once
 
 #include <memory>
@@ -14,9 +14,9 @@ class Facade final : public kit::Facade {
  public:
   /// Held weakly.
   void setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) { delegate_.set(std::move(delegate)); }
-  /// The app's own; null when there is none or it is gone.
+  /// The app's own; null if there is none or it is gone.
   std::shared_ptr<const MorvikCoreDelegate> delegateOfApp() const { return delegate_.get().lock(); }
-  /// Slots that are empty in the app's delegate are empty here. Keeps the app's delegate alive as long as it is held.
+  /// Slots that are empty in the app's delegate are empty here. Keeps the app's delegate alive while it is held.
   std::shared_ptr<const kit::FacadeDelegate> delegate() const override;
 
  private:

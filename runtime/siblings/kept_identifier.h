@@ -1,4 +1,4 @@
-// Identifiers that are made once and kept in the store.
+// Identifiers that are made once and stored.
 #pragma once
 
 #include <string>
@@ -9,12 +9,12 @@
 
 namespace morvik::runtime {
 
-// Names of the host's own values in the store.
+// Names of the kit's own values in the store.
 inline constexpr std::string_view kDeviceIdKey = "host.deviceId";
 inline constexpr std::string_view kInstallIdKey = "host.installId";
 inline constexpr std::string_view kAdvertisingIdKey = "host.advertisingId";
 
-/// The identifier stored under `key`; made (UUID version 4, lower case) and stored when there is none. Main queue, or
+/// The identifier stored under `key`; made (UUID version 4, lower case) and stored if there is none. Main queue, or
 /// before it runs.
 std::string keptIdentifier(kit::KeyValueStore& store, std::string_view key, kit::Random& random);
 

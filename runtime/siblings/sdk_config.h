@@ -1,4 +1,4 @@
-// Configuration and version of the kit, and what the host tells about the device.
+// Configuration and version of the kit, and what the app's options say of the device.
 #pragma once
 
 #include <string>
@@ -31,7 +31,7 @@ class Device final : public kit::Device {
   std::string systemVersion() const override { return description_.system_version; }
   std::optional<bool> isMultitaskingSupported() const override { return description_.multitasking; }
   int statusBarOrientation() const override { return description_.orientation; }
-  /// By the schemes of the description; letter case is of no matter.
+  /// By the schemes of the description; ignores letter case.
   bool canOpenURL(const kit::Url& url) const override;
 
  private:

@@ -16,7 +16,7 @@ void SizeTrigger::activityWasStored() {
   try {
     main_queue_.async([this] { callNow(); });
   } catch (...) {
-    // Nothing waits there; the next activity posts it.
+    // Not posted after all; the next activity posts it.
     const std::scoped_lock hold(mutex_);
     is_posted_ = false;
     throw;

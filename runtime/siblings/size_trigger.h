@@ -1,4 +1,4 @@
-// Decides when recording an activity asks for a batch.
+// Decides when recording an activity requests a batch.
 #pragma once
 
 #include <cstddef>
@@ -9,19 +9,19 @@
 
 namespace morvik::runtime {
 
-/// After a refused batch at least this many more activities are stored before the next one is asked for.
+/// After a refused batch at least this many more activities are stored before the next one is requested.
 inline constexpr size_t kMinActivitiesAfterRefusal = 10;
-/// And at least this fraction of the refused batch's: one in so many.
+/// And at least this fraction of the refused batch: one in this many.
 inline constexpr size_t kRefusedBatchFraction = 10;
 
 /// Each stored activity posts the call to the main queue, unless one is on its way there. After a batch that failed or
-/// was not accepted, the call rests until max(10, a tenth of the batch) more are stored, or a session starts or ends:
-/// recording stays flat, and a dead server is not hammered. Any thread.
+/// was not accepted, the call pauses until max(10, a tenth of the batch) more are stored, or a session starts or ends:
+/// recording cost stays flat, and a dead server is not hammered. Any thread.
 class SizeTrigger {
  public:
   explicit SizeTrigger(kit::MainQueue& main_queue) : main_queue_(main_queue) {}
 
-  /// What is called, on the main queue. To be set before the first activity is stored.
+  /// Called on the main queue. Set it before the first activity is stored.
   void setCall(kit::Block call) { call_ = std::make_shared<const kit::Block>(std::move(call)); }
 
   void activityWasStored();

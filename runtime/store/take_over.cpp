@@ -17,7 +17,7 @@ bool isListOrNone(const kit::Value& value) {
   return value.isArray() || value.isAbsent();
 }
 
-/// Elements by what the store makes of them. Two records that are equal stand there twice.
+/// Elements by their stored form. Equal records are counted each.
 class Elements {
  public:
   void add(const kit::Value& element) { ++counts_[formOf(element)]; }
@@ -33,7 +33,7 @@ class Elements {
   }
 
  private:
-  /// Empty for those that are in no file.
+  /// Empty for elements that are in no file.
   static std::string formOf(const kit::Value& element) {
     std::string form;
     return encodeValue(element, form) ? form : std::string();
@@ -42,7 +42,7 @@ class Elements {
   std::unordered_map<std::string, size_t> counts_;
 };
 
-/// What lay in the file once and does so still.
+/// What was in the file once and still is.
 Elements stillThere(const kit::Value& in_file, const kit::Value& lost) {
   Elements once;
   for (const kit::Value& element : lost.array())
@@ -84,7 +84,7 @@ int64_t added(int64_t a, int64_t b) {
   return total;
 }
 
-/// As far as numbers go. A file whose count is less than what was lost did not go on from that.
+/// The sum, within the range of numbers. A file with a smaller count than what was lost did not continue from that.
 kit::Value sumOf(const kit::Value& in_file, const kit::Value& in_process, const kit::Value& lost) {
   const int64_t file = services::checkIntegerNilToZero(in_file);
   const int64_t process = services::checkIntegerNilToZero(in_process);

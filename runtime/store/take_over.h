@@ -1,5 +1,5 @@
-// What wins when the file of a store, which could not be read at the opening, comes to light while the process runs,
-// and says something else of a property than the process does.
+// Which value wins when a store's file, unreadable at the opening, becomes available while the process runs and differs
+// from the process's value of a property.
 #pragma once
 
 #include <cstdint>
@@ -11,36 +11,36 @@
 namespace morvik::runtime {
 
 enum class TakeOver : uint8_t {
-  kProcess,       ///< what this process has set, a removal too; where it has set nothing, what the file has
-  kProcessAlone,  ///< the same, but where it has set nothing there is nothing
-  kFile,          ///< what the file has; where it has nothing, what this process has set
-  kRecord,        ///< kFile for all of these together, as one record, when the file has that; else kProcess
+  kProcess,       ///< what this process set, including a removal; if it set nothing, the file's value
+  kProcessAlone,  ///< the same, but if it set nothing there is nothing
+  kFile,          ///< the file's value; if there is none, what this process set
+  kRecord,        ///< kFile for all of these together, as one record, if the file has it; else kProcess
   kJoin,          ///< a list: the file's elements, then this process's
-  kUnite,         ///< a list of whole numbers: the file's, then those of this process that are not among them
+  kUnite,         ///< a list of whole numbers: the file's, then those of this process not among them
   kAdd,           ///< a count: the sum
   kLater,         ///< a date: the later one
-  kConfirmed,     ///< a flag, true only where the file says so of it and of the flag that it confirms, else false
+  kConfirmed,     ///< a flag: true only if the file says so of it and of the flag that it confirms
 };
 
 struct TakeOverRow {
   std::string name;
   TakeOver rule = TakeOver::kProcess;
-  std::string confirms = {};  ///< of kConfirmed: the other flag
+  std::string confirms = {};  ///< for kConfirmed: the other flag
 };
 
 struct TakeOverTable {
-  /// A name that is not here: kJoin for lists, kProcess for everything else.
+  /// A name that is not listed: kJoin for lists, kProcess for everything else.
   std::vector<TakeOverRow> rows = {};
-  /// The file has the record when it has a number other than -1 under this name.
+  /// The file has the record if this name has a number other than -1 there.
   std::string record_key = {};
 
-  /// Of the value that the file has, or this process, under that name.
+  /// For the value that the file, or this process, has under that name.
   TakeOver ruleOf(const std::string& name, const kit::Value& in_file) const;
 };
 
-/// What a property becomes that both the file has and this process has set. Not for kRecord. `lost` is what this
-/// process knows to have lain in the file once, absent for nothing: what both sides have of that counts once, an
-/// element that the file has still as well as the count that both went on from.
+/// The result for a property that the file has and this process has set. Not for kRecord. `lost` is what this process
+/// knows was in the file once; absent: nothing. What both sides have of that counts once: an element that is still in
+/// the file, and the count that both continued from.
 kit::Value takenOver(TakeOver rule, const kit::Value& in_file, const kit::Value& in_process, const kit::Value& lost);
 
 }  // namespace morvik::runtime

@@ -25,11 +25,11 @@ enum Tag : uint8_t {
   kTagDictionary = 10,
 };
 
-/// Strings up to this length are looked for among the remembered ones.
+/// Strings up to this length are looked up among the remembered ones.
 constexpr size_t kRememberedStringBytes = 32;
-/// Places for remembered strings; a newer string takes the place of an older one.
+/// Slots for remembered strings; a newer string replaces an older one.
 constexpr size_t kRememberedStrings = 512;
-/// Up to this many keys are compared with each other; beyond, they are sorted to find a repeated one.
+/// Up to this many keys are compared with each other; more are sorted to find a repeated one.
 constexpr size_t kFewKeys = 24;
 
 uint64_t zigzag(int64_t number) {
@@ -136,7 +136,8 @@ class Encoder {
   const size_t start_;
 };
 
-/// Length, begin and end tell the keys of records apart well enough, at a fraction of the cost of reading all of them.
+/// Length and the first and last eight bytes distinguish the keys of records well enough, at a fraction of the cost of
+/// hashing everything.
 size_t placeOf(std::string_view text) {
   uint64_t head = 0;
   uint64_t tail = 0;
@@ -240,7 +241,7 @@ bool ValueDecoder::item(Value& out, size_t depth) {
 
 bool ValueDecoder::array(Value& out, size_t depth) {
   uint64_t count = 0;
-  // Every element takes a byte at least, so a count beyond the bytes that are left is a lie.
+  // Every element takes at least one byte, so a count beyond the remaining bytes is wrong.
   if (depth == kMaxStoredDepth || !varint(count) || count > rest_.size())
     return false;
   kit::MutableArray elements;
@@ -258,10 +259,10 @@ bool ValueDecoder::array(Value& out, size_t depth) {
 
 bool ValueDecoder::dictionary(Value& out, size_t depth) {
   uint64_t count = 0;
-  // Every entry takes two bytes at least.
+  // Every entry takes at least two bytes.
   if (depth == kMaxStoredDepth || !varint(count) || count > rest_.size() / 2)
     return false;
-  // Entries of the dictionaries that are being read lie above each other, so that none needs a room of its own.
+  // Entries of nested dictionaries being read share one stack, so that none needs its own allocation.
   const size_t base = entries_.size();
   for (uint64_t i = 0; i < count; ++i) {
     Entry entry;

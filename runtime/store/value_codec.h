@@ -1,4 +1,4 @@
-// How values lie in the store: a compact binary form with a version, written and read by nothing else.
+// How values are stored: a compact binary form with a version, written and read only here.
 #pragma once
 
 #include <array>
@@ -13,12 +13,11 @@
 
 namespace morvik::runtime {
 
-/// First byte of every stored value. A reader refuses versions that it does not know.
+/// First byte of every stored value. A reader refuses unknown versions.
 inline constexpr uint8_t kValueFormatVersion = 1;
-/// Containers within containers. Well above what any reader of documents lets in, well below what a thread's stack
-/// bears.
+/// Nesting of containers. Well above what any reader of documents accepts, well below what a thread's stack holds.
 inline constexpr size_t kMaxStoredDepth = 512;
-/// Of one stored value. SQLite itself takes no more than a thousand million.
+/// Of one stored value. SQLite's own limit is a thousand million.
 inline constexpr size_t kMaxStoredBytes = 64u << 20;
 
 // The form: the version byte, then one item. An item is a tag byte and what belongs to it:
@@ -31,16 +30,16 @@ inline constexpr size_t kMaxStoredBytes = 64u << 20;
 //  10 dictionary                                 varint count, that many of: varint length, key bytes, item
 // A varint has seven bits a byte, least significant first, the eighth bit set on all bytes but the last.
 
-/// Appends the stored form of `value` to `out`. Any thread. False when it is nested deeper than kMaxStoredDepth or
-/// longer than kMaxStoredBytes; `out` is then as it was.
+/// Appends the stored form of `value` to `out`. Any thread. False if it is nested deeper than kMaxStoredDepth or longer
+/// than kMaxStoredBytes; `out` is then unchanged.
 [[nodiscard]] bool encodeValue(const kit::Value& value, std::string& out);
 
-/// Reads stored values. It remembers short strings, so that a thousand records share one copy of each of their keys;
-/// keep one for a whole load. Belongs to one thread at a time.
+/// Reads stored values. Remembers short strings, so that a thousand records share one copy of each of their keys; keep
+/// one decoder for a whole load. One thread at a time.
 class ValueDecoder {
  public:
-  /// The value, or nothing when `bytes` are not exactly one well-formed value: any bytes at all may be given. Memory is
-  /// bounded by a small multiple of their number.
+  /// The value, or nothing if `bytes` are not exactly one well-formed value. Any bytes may be given. Memory is bounded
+  /// by a small multiple of their number.
   [[nodiscard]] std::optional<kit::Value> decode(std::string_view bytes);
 
  private:
