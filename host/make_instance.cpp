@@ -12,12 +12,13 @@
 namespace morvik::host {
 namespace {
 
-/// Before the kit's own handler of the end of the process is registered, so that this is called before what the
-/// libraries, or an app's own use of them, have registered: none may clean up what the kit's threads still use.
+/// Called before the kit registers its own exit handler, which then runs before those registered by the libraries, or
+/// by an app's own use of them: none may clean up what the kit's threads still use.
 void prepareLibrariesForExit() {
   static const bool is_prepared = [] {
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-    // The JSON library makes its static objects when it is first used; what is made later than the kit goes before it.
+    // The JSON library creates its static objects at its first use; objects created after the kit would be destroyed
+    // before it.
     static_cast<void>(SimdjsonCodec().read(R"({"a":[1,1.5,"b",null]})"));
     return true;
   }();

@@ -11,9 +11,9 @@
 
 namespace morvik::host {
 
-/// Makes a host that runs on the system: as morvik::MorvikCore::start() says, whose work this is.
+/// Makes an instance that runs on the system; does the work of morvik::MorvikCore::start().
 std::variant<std::unique_ptr<runtime::Instance>, kit::Error> makeInstance(const StartOptions& options);
-/// The same on a machine that is the system's but for parts of the caller's. It goes with the kit.
+/// The same on a machine that is the system's except for the caller's parts. The instance owns it.
 std::variant<std::unique_ptr<runtime::Instance>, kit::Error> makeInstance(const StartOptions& options,
                                                                           std::unique_ptr<SystemMachine> machine);
 

@@ -1,4 +1,4 @@
-// What an app's options name outside of the app, on the system that the process runs on.
+// What an app's options name outside of the app, on the system of the process.
 #pragma once
 
 #include <optional>

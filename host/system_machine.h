@@ -5,7 +5,7 @@
 
 namespace morvik::host {
 
-/// Has no state of its own: what it makes stands for itself.
+/// Stateless: what it makes is self-contained.
 class SystemMachine : public runtime::Machine {
  public:
   std::unique_ptr<const runtime::MachineInputs> makeInputs() override;

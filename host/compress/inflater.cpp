@@ -13,10 +13,10 @@ using kit::Error;
 namespace {
 
 constexpr size_t kPieceBytes = size_t{16} << 10;
-/// The library counts the bytes it is given in an unsigned int.
+/// The library counts its input bytes in an unsigned int.
 constexpr size_t kMaxFeedBytes = std::numeric_limits<uInt>::max();
 
-/// How the library is told the form.
+/// How the library is told the format.
 int windowBits(DeflateForm form) {
   constexpr int largest_window = 15;
   switch (form) {
@@ -49,7 +49,7 @@ std::optional<Error> Inflater::feed(std::string_view deflated, std::string& out)
   while (!deflated.empty()) {
     const std::string_view part = deflated.substr(0, kMaxFeedBytes);
     deflated.remove_prefix(part.size());
-    // The library never writes to its input; its type does not say so unless asked when it is compiled.
+    // The library never writes to its input; its type only says so if asked at compile time.
     stream_->next_in = reinterpret_cast<Bytef*>(const_cast<char*>(part.data()));
     stream_->avail_in = static_cast<uInt>(part.size());
     if (auto error = feedStream(out))
@@ -61,7 +61,7 @@ std::optional<Error> Inflater::feed(std::string_view deflated, std::string& out)
 std::optional<Error> Inflater::feedStream(std::string& out) {
   std::array<char, kPieceBytes> piece;
   size_t produced = piece.size();
-  // A full piece may hide more that the library still holds.
+  // If the piece is full, the library may still hold more.
   while (stream_->avail_in > 0 || produced == piece.size()) {
     if (at_end_) {
       if (stream_->avail_in == 0)

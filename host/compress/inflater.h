@@ -1,4 +1,4 @@
-// Inflating in pieces, with a bound: for sealed payloads and for the answers of servers.
+// Inflates in pieces, with a bound: for sealed payloads and for servers' answers.
 #pragma once
 
 #include <cstddef>
@@ -14,23 +14,23 @@ struct z_stream_s;
 namespace morvik::host {
 
 enum class DeflateForm {
-  kZlib,  ///< RFC 1950, one stream, nothing behind it
-  kGzip,  ///< RFC 1952, one member after the other
-  kRaw,   ///< RFC 1951, one stream, nothing behind it
+  kZlib,  ///< RFC 1950, one stream, nothing after it
+  kGzip,  ///< RFC 1952, any number of members
+  kRaw,   ///< RFC 1951, one stream, nothing after it
 };
 
-/// One use, one thread. After an error it must not be fed again.
+/// One use, one thread. Do not feed it after an error.
 class Inflater {
  public:
-  /// More than `max_bytes` of inflated bytes are an error, found as soon as they come to light.
+  /// More than `max_bytes` inflated bytes are an error, found as soon as they appear.
   Inflater(DeflateForm form, size_t max_bytes);
   ~Inflater();
 
-  /// Appends to `out` what `deflated` brings to light. Errors: damaged bytes, bytes behind the end, too many.
+  /// Appends what `deflated` inflates to. Errors: damaged bytes, bytes after the end, too many.
   std::optional<kit::Error> feed(std::string_view deflated, std::string& out);
-  /// To be asked when nothing more comes: bytes that end too early are an error.
+  /// Call when there is no more input: an early end is an error.
   std::optional<kit::Error> finish() const;
-  /// Whether the error of `feed` was that there were too many bytes.
+  /// Whether feed() failed because of too many bytes.
   bool ranOver() const { return ran_over_; }
 
  private:
@@ -44,7 +44,7 @@ class Inflater {
   size_t inflated_bytes_ = 0;
   bool at_end_ = false;
   bool ran_over_ = false;
-  std::unique_ptr<z_stream_s, Release> stream_;  ///< null when there was no memory for it
+  std::unique_ptr<z_stream_s, Release> stream_;  ///< null if there was no memory for it
 };
 
 }  // namespace morvik::host

@@ -13,13 +13,13 @@ using kit::Error;
 
 namespace {
 
-/// So much is deflated between two looks at the stop request: some ten milliseconds.
+/// Bytes deflated between two checks for a stop: some ten milliseconds.
 constexpr size_t kStepBytes = size_t{256} << 10;
 
-/// A longer text is deflated for speed: the main queue waits for it, and what hardly compresses takes longest.
+/// A longer text is deflated for speed: the main queue waits for it, and poorly compressible text takes longest.
 constexpr size_t kThoroughBytes = size_t{1} << 20;
 
-/// Deflates one text, step by step, into room that is large enough for all of it.
+/// Deflates one text, step by step, into a buffer large enough for all of it.
 class Deflation {
  public:
   Deflation(std::string_view plain, std::string& out, size_t from)
@@ -29,7 +29,7 @@ class Deflation {
   ~Deflation() { deflateEnd(&stream_); }
 
   int begin() { return deflateInit(&stream_, left_.size() > kThoroughBytes ? Z_BEST_SPEED : Z_DEFAULT_COMPRESSION); }
-  /// Z_STREAM_END when it was the last one.
+  /// Z_STREAM_END after the last step.
   int step() {
     const std::string_view piece = left_.substr(0, kStepBytes);
     left_.remove_prefix(piece.size());
@@ -63,7 +63,7 @@ std::optional<Error> ZlibCompressor::deflate(std::string_view plain, std::string
   int result = deflation.begin();
   if (result == Z_OK)
     result = deflation.step();
-  // A text of one step is not worth the question.
+  // A text of one step is not worth the check.
   while (result == Z_OK) {
     if (stop_ != nullptr && stop_->isMade()) {
       out.resize(before);

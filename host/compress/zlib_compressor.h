@@ -11,10 +11,10 @@
 
 namespace morvik::host {
 
-/// One object serves every thread.
+/// One object serves all threads.
 class ZlibCompressor final : public kit::Compressor {
  public:
-  /// `stop`: ends a deflation that runs, with an error; null: nothing does. Outlives the compressor.
+  /// `stop`: aborts a running deflation, with an error; may be null. Outlives the compressor.
   explicit ZlibCompressor(const kit::StopRequest* stop = nullptr) : stop_(stop) {}
 
   std::optional<kit::Error> deflate(std::string_view plain, std::string& out) const override;

@@ -20,7 +20,7 @@ struct KdfRelease {
   void operator()(EVP_KDF_CTX* context) const { EVP_KDF_CTX_free(context); }
 };
 
-/// The library's parameter type has no room for a constant; it only reads.
+/// The library's parameter type cannot hold a const pointer; it only reads.
 OSSL_PARAM octets(const char* name, std::string_view bytes) {
   return OSSL_PARAM_construct_octet_string(name, const_cast<char*>(bytes.data()), bytes.size());
 }
@@ -41,12 +41,12 @@ std::string lowerCaseHex(std::span<const uint8_t> bytes) {
 std::string hmacSha256Hex(std::string_view key, std::string_view message) {
   std::array<uint8_t, kSha256Bytes> code{};
   size_t size = 0;
-  // Without a pointer the library would take the key as missing; an empty one is a key.
+  // The library takes a null pointer for a missing key; an empty key is valid.
   const std::string_view given_key = key.empty() ? std::string_view("") : key;
   const bool done = EVP_Q_mac(nullptr, "HMAC", nullptr, "SHA256", nullptr, given_key.data(), given_key.size(),
                               reinterpret_cast<const unsigned char*>(message.data()), message.size(), code.data(),
                               code.size(), &size) != nullptr;
-  // With the algorithm built in, only memory can be missing.
+  // The algorithm is built in, so only memory can be missing.
   if (!done || size != code.size())
     throw std::bad_alloc();
   return lowerCaseHex(code);
@@ -59,7 +59,7 @@ std::optional<kit::Error> hkdfSha256(std::string_view secret, std::string_view s
   char digest[] = "SHA256";
   const std::array parameters = {OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, digest, 0),
                                  octets(OSSL_KDF_PARAM_KEY, secret), octets(OSSL_KDF_PARAM_INFO, info),
-                                 // No salt is a parameter that is not there; an empty one would be refused.
+                                 // "No salt" is a missing parameter; an empty one would be refused.
                                  salt.empty() ? OSSL_PARAM_construct_end() : octets(OSSL_KDF_PARAM_SALT, salt),
                                  OSSL_PARAM_construct_end()};
   if (!context || EVP_KDF_derive(context.get(), out.data(), out.size(), parameters.data()) != 1)

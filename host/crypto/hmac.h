@@ -1,4 +1,4 @@
-// HMAC-SHA-256 and what is made of it.
+// HMAC-SHA-256 and what is derived from it.
 #pragma once
 
 #include <cstddef>
@@ -15,11 +15,11 @@ namespace morvik::host {
 
 inline constexpr size_t kSha256Bytes = 32;
 
-/// The lower-case hexadecimal text (64 characters) of HMAC-SHA-256 over `message`. The key may be empty. Any thread.
-/// This is how a persistent device id becomes the hashed PUID, with the app key as key.
+/// HMAC-SHA-256 over `message` as lower-case hexadecimal text (64 characters). The key may be empty. Any thread. With
+/// the app key as key, this turns a persistent device id into the hashed PUID.
 std::string hmacSha256Hex(std::string_view key, std::string_view message);
 
-/// The same, for who is handed a hash. One object serves every thread.
+/// The same, as a port. One object serves all threads.
 class OpensslKeyedHash final : public kit::KeyedHash {
  public:
   std::string hmacSha256Hex(std::string_view key, std::string_view message) const override {

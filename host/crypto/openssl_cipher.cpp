@@ -29,7 +29,7 @@ unsigned char* bytesOf(std::string& text, size_t from) {
   return reinterpret_cast<unsigned char*>(text.data() + from);
 }
 
-/// One run of the cipher. Each step is false when the library refuses it.
+/// One run of the cipher. A step returns false when the library refuses it.
 class Run {
  public:
   Run(const EVP_CIPHER* algorithm, Direction direction, const uint8_t* key, std::string_view nonce)
@@ -48,7 +48,7 @@ class Run {
     return in.empty() ||
            EVP_CipherUpdate(context_.get(), bytesOf(out, from), &size, bytesOf(in), static_cast<int>(in.size())) == 1;
   }
-  /// When opening: whether the tag fits what was seen.
+  /// When opening: whether the tag matches.
   bool finish() {
     unsigned char nothing[EVP_MAX_BLOCK_LENGTH];
     int size = 0;
@@ -118,7 +118,7 @@ std::optional<Error> OpensslCipher::decrypt(std::string_view key_text, std::stri
                      run.transform(ciphertext, out, before);
   if (began && run.finish())
     return std::nullopt;
-  // Nothing of a text that proved false may be seen.
+  // Plaintext that failed authentication must not be seen.
   OPENSSL_cleanse(out.data() + before, ciphertext.size());
   out.resize(before);
   return began ? Error{"could not open: the key is not the one it was sealed with, or the bytes were changed"}

@@ -17,15 +17,15 @@ struct evp_cipher_st;
 
 namespace morvik::host {
 
-/// A key text's derived key is kept, so that sealing one event does not cost a derivation; that many of them, those
-/// used last. An app has two: the tracking key and the doubled hash key.
+/// How many derived keys are cached, least recently used out first, so that sealing an event does not cost a
+/// derivation. An app has two: the tracking key and the doubled hash key.
 inline constexpr size_t kKeptKeys = 4;
 
-/// The library counts the bytes of one call in an int; more than this are refused.
+/// The library counts the bytes of a call in an int; larger inputs are refused.
 inline constexpr size_t kMaxCipherBytes = size_t{1} << 30;
 
-/// Any thread. OpenSSL is not touched before the first call. An empty key text is an error: what it seals, anybody
-/// could open.
+/// Any thread. OpenSSL is not used before the first call. An empty key text is an error: anybody could open what it
+/// seals.
 class OpensslCipher final : public kit::Cipher {
  public:
   OpensslCipher();
@@ -49,11 +49,11 @@ class OpensslCipher final : public kit::Cipher {
 
   std::variant<Key, kit::Error> keyOf(std::string_view key_text) const;
   const Key* keptKey(std::string_view key_text) const;
-  /// Fetched once: a look-up by name costs more than sealing one event.
+  /// Fetched once: a lookup by name costs more than sealing an event.
   const evp_cipher_st* algorithm() const;
 
   mutable std::mutex mutex_;
-  mutable std::list<KeptKey> kept_keys_;  ///< used last stands first
+  mutable std::list<KeptKey> kept_keys_;  ///< most recently used first
   mutable std::unique_ptr<evp_cipher_st, CipherRelease> algorithm_;
 };
 

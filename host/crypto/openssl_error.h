@@ -1,4 +1,4 @@
-// What OpenSSL has to say about the last failure on this thread.
+// OpenSSL's reason for the latest failure on this thread.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace morvik::host {
 
-/// "WHAT: reason"; takes the reasons out of this thread's error queue, so that none is shown a second time.
+/// "WHAT: reason". Empties this thread's error queue, so that no reason is reported twice.
 kit::Error opensslError(const std::string& what);
 
 }  // namespace morvik::host

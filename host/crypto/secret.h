@@ -1,4 +1,4 @@
-// Bytes that do not stay behind in memory.
+// Bytes that are wiped from memory.
 #pragma once
 
 #include <openssl/crypto.h>
@@ -11,7 +11,7 @@
 
 namespace morvik::host {
 
-/// A key of N bytes, overwritten when it goes.
+/// A key of N bytes, wiped on destruction.
 template <size_t N>
 struct SecretBytes {
   std::array<uint8_t, N> bytes{};
@@ -22,7 +22,7 @@ struct SecretBytes {
   ~SecretBytes() { OPENSSL_cleanse(bytes.data(), N); }
 };
 
-/// A text, overwritten when it goes. Neither copied nor moved: a moved-from short string keeps its characters.
+/// A text, wiped on destruction. Neither copied nor moved: a moved-from short string keeps its characters.
 class SecretText {
  public:
   explicit SecretText(std::string_view text) : text_(text) {}

@@ -21,15 +21,15 @@ namespace {
 
 namespace ondemand = simdjson::ondemand;
 
-/// From this many entries on, repeated keys are found by a table: comparing each with each would let one answer of
-/// many short keys hold the main thread for minutes.
+/// From this many entries on, repeated keys are found with a table: with pairwise comparison, one answer with many
+/// short keys could block the main thread for minutes.
 constexpr size_t kKeysComparedDirectly = 16;
 
 bool isBlank(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
-/// The first byte that no well-formed UTF-8 character claims. `text` is known to hold one.
+/// The first byte that is not part of well-formed UTF-8. `text` has one.
 size_t firstBadByte(std::string_view text) {
   size_t position = 0;
   while (position < text.size()) {
@@ -43,7 +43,7 @@ size_t firstBadByte(std::string_view text) {
   return position;
 }
 
-/// Keeps the last value of each key, in the place where the key stood first.
+/// Keeps the last value of each key, at the position of its first occurrence.
 class EntryList {
  public:
   void set(std::string_view key, Value value) {
@@ -67,7 +67,7 @@ class EntryList {
         std::find_if(entries_.begin(), entries_.end(), [key](const kit::Entry& e) { return e.key.string() == key; });
     return found == entries_.end() ? nullptr : &found->value;
   }
-  /// The views point into the keys' own shared bytes, which stay where they are when the list grows.
+  /// The views point into the keys' shared bytes, which do not move when the list grows.
   void remember() {
     for (size_t place = places_.size(); place < entries_.size(); ++place)
       places_.emplace(entries_[place].key.string(), place);
@@ -77,10 +77,10 @@ class EntryList {
   std::unordered_map<std::string_view, size_t> places_;
 };
 
-/// One document, read in one pass. Every step answers whether to go on; what went wrong is kept.
+/// Reads one document in one pass. Each step returns whether to continue; the first error is kept.
 ///
-/// The document is read as the only element of an array of ours: the parser treats a number or a text at the root
-/// apart from the same thing inside a container, and refuses there what it lets us read here.
+/// The document is read as the only element of an array of ours: the parser treats a number or text at the root
+/// differently from one in a container, and refuses there what it accepts here.
 class Reading {
  public:
   explicit Reading(std::string_view text) : text_(text), wrapped_(wrap(text)) {}
@@ -225,7 +225,7 @@ class Reading {
     return true;
   }
 
-  /// An integer that no 64 bits hold: the parser refuses it, the kit takes the nearest double.
+  /// An integer too large for 64 bits: the parser refuses it, the kit takes the nearest double.
   static bool wideInteger(std::string_view raw, Value& out) {
     while (!raw.empty() && isBlank(raw.back()))
       raw.remove_suffix(1);
@@ -243,7 +243,7 @@ class Reading {
 
   bool tooMany() { return fail("there are more than " + std::to_string(kMaxJsonItems) + " members and elements"); }
   bool tooDeep() { return fail("containers are nested deeper than " + std::to_string(kit::kMaxJsonDepth)); }
-  /// The bracket that should end our own array ended one of the document's, or something stands before it.
+  /// The bracket that should end our own array belonged to the document, or something precedes it.
   bool failAfterDocument() {
     return position() < text_.size() ? fail(kTextFollows) : fail("a container is not closed");
   }
@@ -254,7 +254,7 @@ class Reading {
                      " of " + std::to_string(text_.size()) + ")"};
     return false;
   }
-  /// Where the parser stands in the text.
+  /// The parser's position in the text.
   size_t position() {
     const char* location = nullptr;
     const bool is_known = !document_.current_location().get(location) && location > wrapped_.data();

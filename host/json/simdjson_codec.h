@@ -1,4 +1,4 @@
-// JSON text to values by simdjson, values to text by the core's own writer.
+// Reads JSON with simdjson; writes it with the core's own writer.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +10,11 @@
 
 namespace morvik::host {
 
-/// A document with more members and elements in all is refused, where the first of them too many begins: reading them,
-/// and all that is done with them, runs on the main queue.
+/// A document with more members and elements in total is refused at the first excess one: reading and processing them
+/// happens on the main queue.
 inline constexpr size_t kMaxJsonItems = 100'000;
 
-/// Holds nothing; one object serves every thread. An error names the byte at which reading stopped, counted from 0.
+/// Stateless; one object serves all threads. An error names the byte (from 0) at which reading stopped.
 class SimdjsonCodec final : public kit::JsonCodec {
  public:
   std::variant<kit::Value, kit::Error> read(std::string_view text) const override;

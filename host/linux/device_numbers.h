@@ -1,4 +1,4 @@
-// What the machine says of its disk and memory.
+// Free disk space and memory of the machine.
 #pragma once
 
 #include <cstdint>
@@ -7,12 +7,10 @@
 
 namespace morvik::host {
 
-/// Bytes that an app may still write to the file system of `path`; nothing when the system does not tell. Any thread;
-/// asks the kernel.
+/// Bytes an app may still write to the file system of `path`; nothing if unknown. Any thread; asks the kernel.
 std::optional<int64_t> freeDiskBytes(const std::string& path);
 
-/// Memory that nothing uses, in kibibytes; past 32 bits the largest number that they hold, 0 when the system does not
-/// tell. Any thread; asks the kernel.
+/// Unused memory in kibibytes, at most the largest 32-bit number; 0 if unknown. Any thread; asks the kernel.
 uint32_t freeMemoryKibibytes();
 
 }  // namespace morvik::host

@@ -1,4 +1,4 @@
-// What the system says of itself.
+// Facts about the system.
 #pragma once
 
 #include "runtime/machine/machine.h"

@@ -1,4 +1,4 @@
-// Random bytes of the system.
+// Random bytes from the system.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 namespace morvik::host {
 
-/// The kernel's generator, asked directly: no library has to be made ready before the first event is recorded. Waits
-/// only in the first moments after the machine itself has started. A kernel without it: std::system_error.
+/// The kernel's generator, called directly: no library must be initialized before the first event is recorded. Waits
+/// only in the first moments after the machine started. Throws std::system_error if the kernel has none.
 class SystemRandom final : public kit::Random {
  public:
   void fill(std::span<uint8_t> bytes) override;

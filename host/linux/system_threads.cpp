@@ -36,7 +36,7 @@ std::string SystemThreads::currentThreadDescription() const {
 
 std::variant<std::unique_ptr<runtime::MachineThread>, kit::Error> SystemThreads::start(const char* name,
                                                                                        std::function<void()> body) {
-  auto handle = std::make_unique<SystemThread>();  // first: without memory for it no thread may run
+  auto handle = std::make_unique<SystemThread>();  // first: without memory for it, no thread may run
   auto started = startThread(name, std::move(body));
   if (auto* error = std::get_if<kit::Error>(&started))
     return std::move(*error);

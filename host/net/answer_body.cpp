@@ -17,8 +17,8 @@ bool isOneOf(std::string_view text, std::initializer_list<const char*> names) {
   return false;
 }
 
-/// "deflate" means the zlib form, but some servers send the raw one. The zlib form's first byte ends in the bits 1000;
-/// a raw stream that begins so would be a stored block with stray padding, which nothing writes.
+/// "deflate" means the zlib format, but some servers send the raw one. The first byte of the zlib format ends in the
+/// bits 1000; a raw stream beginning so would be a stored block with stray padding, which nothing writes.
 DeflateForm formOfDeflate(char first_byte) {
   return (first_byte & 0x0F) == 8 ? DeflateForm::kZlib : DeflateForm::kRaw;
 }

@@ -1,4 +1,4 @@
-// The body of an answer as it comes in: decoded, and never more than asked for.
+// Decodes an answer's body as it arrives, up to a bound.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace morvik::host {
 
-/// An encoded body may be larger than what it holds, by this much; beyond that it only wastes our time.
+/// How much larger than its content an encoded body may be; anything beyond only wastes time.
 inline constexpr size_t kEncodingOverheadBytes = size_t{64} << 10;
 
 /// One answer, one thread.
@@ -20,14 +20,14 @@ class AnswerBody {
   /// `max_bytes` bounds the decoded body.
   explicit AnswerBody(size_t max_bytes) : max_bytes_(max_bytes) {}
 
-  /// Takes the next piece; `content_encoding` is the answer's header of that name ("" when it has none). False when the
-  /// rest is not wanted: error() says why.
+  /// Takes the next piece. `content_encoding` is that header of the answer ("" if absent). False if the rest is not
+  /// wanted: error() says why.
   bool take(std::string_view content_encoding, std::string_view piece);
-  /// To be called when the answer is complete: a body that ends too early is an error.
+  /// Call when the answer is complete: a body that ends early is an error.
   void finish();
 
   const std::optional<kit::Error>& error() const { return error_; }
-  /// The decoded body; empty when there is an error.
+  /// The decoded body; empty after an error.
   std::string takeText() { return error_ ? std::string() : std::move(text_); }
 
  private:

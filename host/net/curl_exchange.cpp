@@ -10,7 +10,7 @@ using kit::Error;
 
 namespace {
 
-/// Where curl puts what it has to say, and how the beginning of the message reads.
+/// A stage of curl's work and how the message about it begins.
 struct Stage {
   CURLcode code;
   const char* beginning;
@@ -36,17 +36,17 @@ double fitTimeout(const std::optional<double>& wanted_seconds) {
   return std::fmin(*wanted_seconds, kMaxTimeoutSeconds);
 }
 
-/// At least one: to curl, 0 is no time-out at all.
+/// At least one: to curl, 0 means no time-out.
 long milliseconds(double seconds) {
   return static_cast<long>(std::ceil(seconds * 1000));
 }
 
-/// Asking twice changes nothing on a server.
+/// Sending it twice changes nothing on a server.
 bool isSafe(const std::string& method) {
   return method == "GET" || method == "HEAD";
 }
 
-/// What curl hands to onTlsContext() is another thing in a curl on another library.
+/// If curl uses another library, onTlsContext() gets something else.
 bool isOpenSsl() {
   const char* library = curl_version_info(CURLVERSION_NOW)->ssl_version;
   return library != nullptr && std::string_view(library).starts_with("OpenSSL/");
@@ -102,8 +102,8 @@ void CurlExchange::setTrust(const CurlTransportOptions& options, CURLSH* shared_
   curl_easy_setopt(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   if (!options.ca_file.empty())
     curl_easy_setopt(easy, CURLOPT_CAINFO, options.ca_file.c_str());
-  // Reading the system's bundle takes 24 ms. Curl keeps what it read for the next connection, but only when no folder
-  // of authorities is set, and one is by default.
+  // Reading the system's bundle takes 24 ms. Curl keeps the result for the next connection, but only if no folder of
+  // authorities is set, and one is by default.
   curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
   curl_easy_setopt(easy, CURLOPT_CA_CACHE_TIMEOUT, kCaCacheSeconds);
   curl_easy_setopt(easy, CURLOPT_SHARE, shared_sessions);
@@ -117,8 +117,8 @@ void CurlExchange::setBounds() {
   curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, milliseconds(timeout_seconds_));
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, milliseconds(timeout_seconds_));
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-  // Without this, giving up on a request whose host is still being looked up waits for the look-up, and with it every
-  // other request and the end of the thread.
+  // Otherwise, giving up a request whose host is still being looked up waits for the lookup, and so does every other
+  // request and the end of the thread.
   curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
 }
 
@@ -145,8 +145,8 @@ size_t CurlExchange::onBody(char* data, size_t size, size_t count, void* self) {
   return exchange->body_.take(exchange->contentEncoding(), piece) ? piece.size() : 0;
 }
 
-/// With SSLKEYLOGFILE in the environment curl has set a function that writes the secrets of each connection into that
-/// file. The environment is the app's; what the kit sends stays sealed.
+/// With SSLKEYLOGFILE in the environment, curl installs a function that writes each connection's secrets to that file.
+/// The environment is the app's; what the kit sends stays sealed.
 CURLcode CurlExchange::onTlsContext(CURL*, void* context, void*) {
   SSL_CTX_set_keylog_callback(static_cast<SSL_CTX*>(context), nullptr);
   return CURLE_OK;

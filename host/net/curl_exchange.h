@@ -20,23 +20,23 @@
 
 namespace morvik::host {
 
-/// An answer's head (all of them, when several precede the last) may have this many bytes.
+/// Size limit of an answer's head (all heads together if there are several).
 inline constexpr size_t kMaxAnswerHeadBytes = size_t{256} << 10;
 
-/// Stays at its address: curl holds pointers into it. One thread.
+/// Must not move: curl holds pointers into it. One thread.
 class CurlExchange {
  public:
-  /// `request` has passed unfitHead(). Nothing of curl is made before open().
+  /// `request` has passed unfitHead(). Nothing of curl is used before open().
   CurlExchange(kit::Request request, RequestTarget target, runtime::TransportHandler handler);
   CurlExchange(const CurlExchange&) = delete;
   CurlExchange& operator=(const CurlExchange&) = delete;
   ~CurlExchange() = default;
 
   const std::string& host() const { return target_.host(); }
-  /// Makes the curl handle; its time-out counts from when it is handed to curl. Null when there is no memory for it.
+  /// Makes the curl handle; its time-out counts from when curl gets it. Null if there is no memory for it.
   CURL* open(const CurlTransportOptions& options, CURLSH* shared_sessions);
   CURL* easy() const { return easy_.get(); }
-  /// What became of it, once curl is done with it. Takes the answer out.
+  /// The outcome, once curl is done. Takes the answer out.
   kit::TransportOutcome outcome(CURLcode code);
   runtime::TransportHandler takeHandler() { return std::move(handler_); }
 
@@ -67,8 +67,8 @@ class CurlExchange {
   AnswerBody body_;
   size_t head_bytes_ = 0;
   bool was_sent_ = false;
-  bool was_held_back_ = false;  ///< from being sent a second time
-  bool was_stopped_ = false;    ///< before anything of it was sent
+  bool was_held_back_ = false;  ///< from being sent twice
+  bool was_stopped_ = false;    ///< before anything was sent
   std::array<char, CURL_ERROR_SIZE> error_text_{};
   std::unique_ptr<CURL, Release> easy_;
 };

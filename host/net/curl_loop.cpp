@@ -15,11 +15,11 @@ using kit::Error;
 
 namespace {
 
-/// The thread wakes for arrivals, for the network and for curl's own timers; this is only the longest wait of a call.
+/// The thread wakes for arrivals, the network and curl's own timers; this is only the longest wait of one call.
 constexpr int kWaitMilliseconds = 60 * 60 * 1000;
 
-/// A write to a connection that has gone must not reach the app as a signal: older versions of curl leave that to us,
-/// and look-up threads inherit it.
+/// Writing to a closed connection must not reach the app as a signal: older versions of curl leave that to us, and
+/// lookup threads inherit the mask.
 void blockBrokenPipeSignal() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -27,7 +27,7 @@ void blockBrokenPipeSignal() {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
-/// Once in a process and never undone: other code of the app may use curl as well.
+/// Once per process and never undone: other code of the app may use curl too.
 bool initializeCurl() {
   static const CURLcode code = curl_global_init(CURL_GLOBAL_DEFAULT);
   return code == CURLE_OK;
@@ -106,7 +106,7 @@ void CurlLoop::run() {
   }
 }
 
-/// Connections and look-ups are begun here.
+/// Starts connections and lookups.
 void CurlLoop::perform() {
   fillClosedStandardStreams();
   int still_running = 0;
@@ -119,12 +119,12 @@ bool CurlLoop::openCurl() {
     return false;
   sessions_.reset(curl_share_init());
   multi_.reset(curl_multi_init());
-  // Without descriptors it is made all the same, but nothing could ever end its wait.
+  // Without descriptors curl creates it anyway, but nothing could ever end its wait.
   if (!sessions_ || !multi_ || curl_multi_wakeup(multi_.get()) != CURLM_OK)
     return false;
-  // One thread alone uses the shared sessions, so they need no locks.
+  // Only one thread uses the shared sessions, so they need no locks.
   curl_share_setopt(sessions_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-  // Whoever hands requests over sees to this; curl's own limit makes it hold whatever becomes of kept connections.
+  // The caller enforces this; curl's own limit makes it hold whatever happens to kept connections.
   curl_multi_setopt(multi_.get(), CURLMOPT_MAX_HOST_CONNECTIONS, static_cast<long>(runtime::kMaxConnectionsPerHost));
   const std::lock_guard lock(mutex_);
   if (!stopping_)
@@ -153,7 +153,7 @@ void CurlLoop::begin(Arrival arrival) {
     return fail(std::move(error->message));
   auto target = RequestTarget::parse(arrival.request.url);
   if (const auto* error = std::get_if<Error>(&target)) {
-    const std::string url(services::withoutQuery(arrival.request.url.c_str()));  // up to a zero byte, if it holds one
+    const std::string url(services::withoutQuery(arrival.request.url.c_str()));  // up to a zero byte, if any
     return fail("no request was sent to " + url + ": " + error->message);
   }
   auto exchange = std::make_unique<CurlExchange>(std::move(arrival.request), std::get<RequestTarget>(std::move(target)),

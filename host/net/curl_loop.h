@@ -19,7 +19,7 @@
 
 namespace morvik::host {
 
-/// One curl multi handle on one thread. add() and stop() come from any thread; everything else happens on its own.
+/// One curl multi handle on one thread. add() and stop() are called from any thread; all else runs on that thread.
 class CurlLoop {
  public:
   explicit CurlLoop(CurlTransportOptions options);
@@ -27,11 +27,11 @@ class CurlLoop {
   CurlLoop& operator=(const CurlLoop&) = delete;
   ~CurlLoop() { stop(); }
 
-  /// Hands over a request; the first one starts the thread. After stop(), and in a forked child, it is dropped. Where
-  /// the system gives no thread, no descriptors or no memory for it the request fails; the next one tries again.
+  /// Hands over a request; the first one starts the thread. Dropped after stop() and in a forked child. If the system
+  /// has no thread, descriptors or memory for it, the request fails; the next one tries again.
   void add(kit::Request request, runtime::TransportHandler handler);
-  /// Ends the thread and drops every request. No step of the thread waits for the network, so this takes no longer than
-  /// the longest of them: reading the authorities' certificates, some ten milliseconds.
+  /// Ends the thread and drops every request. No step of the thread waits for the network, so this takes at most as
+  /// long as the longest step: reading the authorities' certificates, some ten milliseconds.
   void stop();
 
  private:
@@ -52,12 +52,12 @@ class CurlLoop {
   void run();
   bool openCurl();
   void perform();
-  /// Before curl is open. False when it is to stop.
+  /// Before curl is open. False: the thread must stop.
   bool waitForArrivals();
   bool takeArrivals(std::vector<Arrival>& arrivals);
   void begin(Arrival arrival);
   void finishDone();
-  /// Answers all that have come in with why nothing can be sent, outside the lock.
+  /// Fails all arrived requests with `reason`, outside of the lock.
   void failArrivals(const std::string& reason);
 
   const CurlTransportOptions options_;
@@ -66,11 +66,12 @@ class CurlLoop {
   std::mutex mutex_;  // guards what follows
   std::vector<Arrival> arrivals_;
   bool stopping_ = false;
-  CURLM* awake_ = nullptr;           ///< whom to wake for an arrival; null before curl is open
+  CURLM* awake_ = nullptr;           ///< to be woken for an arrival; null before curl is open
   std::condition_variable changed_;  ///< wakes the thread while curl is not open
   std::thread thread_;
 
-  // The thread's own. In this order: exchanges go before the handle they are part of, that before the sessions.
+  // Used by the thread only. In this order: exchanges go before the handle that they belong to, and that before the
+  // sessions.
   std::unique_ptr<CURLSH, ShareRelease> sessions_;
   std::unique_ptr<CURLM, MultiRelease> multi_;
   std::unordered_map<CURL*, Exchange> running_;

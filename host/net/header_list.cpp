@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::array kTransportsOwn = {"Content-Length", "Transfer-Encoding", "Expect",
                                        "Connection",     "Upgrade",           "HTTP2-Settings"};
-/// Curl would add these where the request does not name them.
+/// Curl adds these if the request does not name them.
 constexpr std::array kCurlsDefaults = {"Accept", "Content-Type", "Expect"};
 
 bool sameName(const std::string& a, const char* b) {
@@ -68,7 +68,7 @@ std::optional<Error> unfitHead(const kit::Request& request) {
 HeaderList headerList(const kit::Request& request) {
   HeaderList list;
   for (const HttpHeader& header : request.headers) {
-    // To curl, a name with a colon and nothing behind it takes a header away; a semicolon sends it empty.
+    // For curl, a name with a colon and no value removes a header; a semicolon sends it empty.
     append(list, header.value.empty() ? header.name + ";" : header.name + ": " + header.value);
   }
   for (const char* name : kCurlsDefaults) {

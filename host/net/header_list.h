@@ -1,4 +1,4 @@
-// The head of a request, as curl takes it.
+// The head of a request, in curl's form.
 #pragma once
 
 #include <curl/curl.h>
@@ -16,13 +16,12 @@ struct HeaderListRelease {
 };
 using HeaderList = std::unique_ptr<curl_slist, HeaderListRelease>;
 
-/// What would let a method or a header say more than itself: a name that is no token, a line break or zero byte in a
-/// value, a header that frames the body or asks the server to wait and is therefore the transport's own.
+/// Why a method or header could say more than intended: a name that is no token, a line break or zero byte in a value,
+/// or a header that frames the body or asks the server to wait, which only the transport may set.
 std::optional<kit::Error> unfitHead(const kit::Request& request);
 
-/// The request's headers, text for text and in order, and nothing of curl's own accord but "Host", "Content-Length"
-/// and what the protocol's version needs: no "Accept", no "Content-Type", no "Expect" (for which bodies over 1 MB would
-/// wait a second).
+/// The request's headers, unchanged and in order. Curl adds only "Host", "Content-Length" and what the protocol version
+/// needs: no "Accept", no "Content-Type", no "Expect" (for which bodies over 1 MB would wait a second).
 HeaderList headerList(const kit::Request& request);
 
 }  // namespace morvik::host

@@ -12,8 +12,8 @@ using kit::Error;
 
 namespace {
 
-/// 127.0.0.0/8, ::1 and the one name that curl itself resolves without asking anybody. `host` as curl writes it: lower
-/// case does not matter to a name, addresses are in full, those of version 6 in brackets.
+/// 127.0.0.0/8, ::1, and the one name that curl resolves without a lookup. `host` as curl writes it: names in any case,
+/// addresses in full, IPv6 in brackets.
 bool isLoopbackName(const std::string& host) {
   in_addr version4{};
   if (inet_pton(AF_INET, host.c_str(), &version4) == 1)

@@ -11,19 +11,19 @@
 
 namespace morvik::host {
 
-/// A URL that was read and found fit: HTTPS to anywhere, HTTP to this machine alone. What was judged here is what curl
-/// is given; nobody reads the text a second time.
+/// A parsed and accepted URL: HTTPS to anywhere, HTTP to this machine only. Curl gets what was checked here; nobody
+/// parses the text a second time.
 class RequestTarget {
  public:
-  /// Errors: no URL, another scheme, HTTP beyond loopback. The text says why and how to mend it, and leaves it to the
-  /// caller to name the URL.
+  /// Errors: no URL, another scheme, HTTP beyond loopback. The text says why and how to fix it; the caller names the
+  /// URL.
   static std::variant<RequestTarget, kit::Error> parse(const std::string& url);
 
-  /// Scheme, host and port: requests with the same one share connections.
+  /// Scheme, host and port: requests with equal ones share connections.
   const std::string& host() const { return host_; }
-  /// The URL for people: without user, query and fragment, which may hold what is nobody's business.
+  /// The URL for people: without user, query and fragment, which may be private.
   const std::string& shown() const { return shown_; }
-  /// Whether it is this machine itself.
+  /// Whether it is this machine.
   bool isLoopback() const { return is_loopback_; }
   CURLU* handle() const { return url_.get(); }
 

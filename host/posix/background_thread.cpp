@@ -31,7 +31,7 @@ void BackgroundThread::async(kit::Block block) {
     failed = startLocked();
   }
   wake_.notify_one();
-  // The block stays; the next one tries again. Without the lock, since the log may be the app's.
+  // The block stays queued; the next one tries again. Without the lock, since the log may be the app's.
   if (failed)
     MORVIK_LOG(logger_, kit::lcl_vError, kBackgroundOperation, "Morvik host: %@", *failed);
 }
@@ -75,7 +75,7 @@ void BackgroundThread::stop(std::chrono::steady_clock::time_point deadline) {
   wake_.notify_one();
   if (thread.joinable())
     thread.join();
-  // The system may give the thread's id to another one.
+  // The system may reuse the thread's id.
   id_ = std::thread::id();
   const std::scoped_lock hold(mutex_);
   dropped.swap(waiting_);
@@ -93,7 +93,7 @@ void BackgroundThread::run() {
   while (takeNext(block)) {
     fillClosedStandardStreams();  // as MainLoop::serve() does
     runGuarded([this, &block] { frame_([this, &block] { runGuarded(block); }); });
-    // A block that forked comes back twice; in the child this thread has nothing more to do.
+    // A block that forked returns in both processes; in the child this thread has nothing more to do.
     if (!process_.isHere())
       return;
     block = nullptr;
@@ -102,7 +102,7 @@ void BackgroundThread::run() {
   }
 }
 
-// True when it was the last one.
+// True if it was the last one.
 bool BackgroundThread::finishOne() {
   const std::scoped_lock hold(mutex_);
   running_ = false;

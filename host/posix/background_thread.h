@@ -1,4 +1,4 @@
-// The background queue on a real machine: one thread, started when the first block comes.
+// The background queue on a real machine: one thread, started with the first block.
 #pragma once
 
 #include <atomic>
@@ -18,11 +18,11 @@
 
 namespace morvik::host {
 
-/// As MachineBackground says; stop() joins the thread.
+/// As MachineBackground documents; stop() joins the thread.
 class BackgroundThread final : public runtime::MachineBackground {
  public:
   explicit BackgroundThread(const services::Logger& logger) : logger_(logger) {}
-  /// Stops at once, if that was not done.
+  /// Stops at once if that was not done.
   ~BackgroundThread() override;
   BackgroundThread(const BackgroundThread&) = delete;
   BackgroundThread& operator=(const BackgroundThread&) = delete;

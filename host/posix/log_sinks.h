@@ -14,12 +14,12 @@
 
 namespace morvik::host {
 
-/// Standard error, one line feed after each line; lines of several threads do not mix. A pipe that nobody reads holds
-/// line() up until it is read, or the host ends.
+/// Standard error, with a line feed after each line; lines of several threads do not mix. A pipe that nobody reads
+/// blocks line() until it is read, or the instance ends.
 class StderrLogSink final : public runtime::MachineLogSink {
  public:
   void line(std::string_view text) override;
-  /// It may stand in the middle of another line; dropped when standard error takes nothing now.
+  /// May be written in the middle of another line; dropped if standard error takes nothing now.
   bool tryLine(std::string_view text) override;
   void waitUntil(std::chrono::steady_clock::time_point deadline) override { deadline_ = deadline; }
 
@@ -32,19 +32,19 @@ class StderrLogSink final : public runtime::MachineLogSink {
   std::atomic<std::chrono::steady_clock::time_point> deadline_{std::chrono::steady_clock::time_point::max()};
 };
 
-/// A file, to which lines are appended; each is in the kernel's hands when line() returns. One that cannot be written
-/// is dropped.
+/// Appends lines to a file; each is in the kernel's hands when line() returns. A line that cannot be written is
+/// dropped.
 class FileLogSink final : public runtime::MachineLogSink {
  public:
-  /// Opens the file, or makes one that this user alone may read and write; one that is there keeps its permissions. The
-  /// error says why it cannot be used: it must be a regular file.
+  /// Opens the file, or creates one that only this user may read and write; an existing file keeps its permissions. It
+  /// must be a regular file. The error says why it cannot be used.
   static std::variant<std::unique_ptr<FileLogSink>, kit::Error> open(const std::string& path);
   ~FileLogSink() override;
   FileLogSink(const FileLogSink&) = delete;
   FileLogSink& operator=(const FileLogSink&) = delete;
 
   void line(std::string_view text) override;
-  /// Written in any case; it may then stand in the middle of another line.
+  /// Always written; may be in the middle of another line.
   bool tryLine(std::string_view text) override;
 
  private:

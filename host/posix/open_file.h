@@ -1,13 +1,13 @@
-// Opening files in a process whose standard streams may be closed.
+// Opens files in a process whose standard streams may be closed.
 #pragma once
 
 #include <sys/types.h>
 
 namespace morvik::host {
 
-/// As open(), and closed on exec. Fills closed standard streams first: what others write there would go into the file.
-/// If one is closed meanwhile, the descriptor is none of the three all the same. Negative: errno says why. Any thread;
-/// blocks as open() does; allocates nothing.
+/// As open(), with close-on-exec. Fills closed standard streams first: what others write there would go into the file.
+/// If one is closed meanwhile, the descriptor is still none of the three. Negative: errno says why. Any thread; blocks
+/// as open() does; allocates nothing.
 int openFile(const char* path, int flags, mode_t mode = 0);
 
 }  // namespace morvik::host

@@ -11,7 +11,7 @@ namespace {
 
 std::atomic<uint64_t> in_ordinary_memory{0};
 
-/// A word that the kernel sets to 0 in every child, also one that was forked past the C library.
+/// A word that the kernel sets to 0 in every child, even one forked without the C library.
 std::atomic<uint64_t>* wordThatForksForget() {
   const auto page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
   void* const memory = ::mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -28,7 +28,7 @@ std::atomic<uint64_t>* wordThatForksForget() {
 
 std::atomic<uint64_t>& processWord() {
   static std::atomic<uint64_t>* const word = [] {
-    // For systems that do not know how to wipe a page.
+    // For systems that cannot wipe a page on fork.
     ::pthread_atfork(nullptr, nullptr, [] { in_ordinary_memory = 0; });
     return wordThatForksForget();
   }();

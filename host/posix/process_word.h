@@ -1,4 +1,4 @@
-// The word by which a fork of this process is known.
+// The word that detects a fork of this process.
 #pragma once
 
 #include <atomic>
@@ -8,7 +8,7 @@
 
 namespace morvik::host {
 
-/// 0 in each child that is forked. One for the whole process, never destroyed. Any thread.
+/// 0 in each forked child. One for the whole process, never destroyed. Any thread.
 std::atomic<uint64_t>& processWord();
 
 /// This process.

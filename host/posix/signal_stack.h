@@ -1,16 +1,16 @@
-// A stack of its own on which a thread handles signals: also the one that its stack has overflown.
+// A separate stack on which a thread handles signals, even after overflowing its own.
 #pragma once
 
 #include <cstddef>
 
 namespace morvik::host {
 
-/// Enough for the handler and for a handler of the app's behind it.
+/// Enough for our handler and an app's handler after it.
 inline constexpr size_t kSignalStackBytes = size_t{64} << 10;
 
-/// Given to the thread that makes it, unless that has one or there is no memory for it. Below it is a page that nobody
-/// may touch, so that a handler that needs more faults and damages nothing. Goes with the object; destroyed on another
-/// thread it leaves the thread its stack, and the memory with it.
+/// Set for the thread that makes it, unless that has one or memory is missing. A guard page lies below it, so that a
+/// handler that needs more faults and damages nothing. Removed with the object; if destroyed on another thread, the
+/// stack and its memory stay.
 class SignalStack {
  public:
   SignalStack();
@@ -19,7 +19,7 @@ class SignalStack {
   SignalStack& operator=(const SignalStack&) = delete;
 
  private:
-  char* memory_ = nullptr;  ///< the guard page, and the stack above it; null: the thread has another, or none
+  char* memory_ = nullptr;  ///< guard page and stack; null: the thread has another one, or none
   size_t guard_bytes_ = 0;
 };
 

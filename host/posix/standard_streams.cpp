@@ -14,8 +14,8 @@ bool isAnyClosed() {
   return false;
 }
 
-/// What a program that is executed inherits in the place of a standard stream. A root without devices has at least
-/// itself, which is named without being opened, and which nobody inherits.
+/// What an executed program inherits in place of a standard stream. A root without devices still has "/" itself, which
+/// is named without being opened, and which nobody inherits.
 int openNothing() {
   const int opened = ::open("/dev/null", O_RDONLY);
   return opened >= 0 ? opened : ::open("/", O_PATH | O_CLOEXEC);
@@ -23,12 +23,12 @@ int openNothing() {
 
 }  // namespace
 
-/// The lowest ones that are free come first.
+/// The lowest free ones come first.
 void fillClosedStandardStreams() {
   while (isAnyClosed()) {
     const int opened = openNothing();
     if (opened < 0)
-      return;  // there are none left for anybody
+      return;  // none left for anybody
     if (opened > STDERR_FILENO) {
       ::close(opened);  // somebody else has filled them meanwhile
       return;

@@ -68,7 +68,7 @@ std::optional<kit::Date> SystemCalendar::date(const kit::CalendarComponents& com
   std::optional<std::tm> civil = toTm(components);
   if (!civil)
     return std::nullopt;
-  // One second before 1970 is a time like any other; only an untouched weekday tells that there was none.
+  // One second before 1970 is a valid time; only an untouched weekday shows that there was none.
   civil->tm_wday = -1;
   const std::time_t seconds = std::mktime(&*civil);
   if (seconds == -1 && civil->tm_wday == -1)

@@ -1,4 +1,4 @@
-// The machine's wall clock and its calendar.
+// The machine's wall clock and calendar.
 #pragma once
 
 #include <chrono>
@@ -15,14 +15,14 @@ class SystemClock final : public runtime::MachineClock {
   std::chrono::steady_clock::time_point steadyNow() const override { return std::chrono::steady_clock::now(); }
 };
 
-/// The Gregorian calendar in the zone of the environment's TZ, as it was when the object was made.
+/// The Gregorian calendar in the zone of the environment's TZ, as set when the object was made.
 class SystemCalendar final : public runtime::MachineCalendar {
  public:
   SystemCalendar();
   kit::CalendarComponents components(kit::Date date) const override;
   std::optional<kit::Date> date(const kit::CalendarComponents& components) const override;
-  /// Name of the zone: "Asia/Seoul" where the machine says so, else its abbreviation. Any thread; may read a link of
-  /// the file system.
+  /// The zone's name: "Asia/Seoul" if the machine knows it, else its abbreviation. Any thread; may read a link of the
+  /// file system.
   std::string zoneName() const override;
 };
 

@@ -1,4 +1,4 @@
-// What the system says of an error.
+// The system's text for an error.
 #pragma once
 
 #include <cerrno>

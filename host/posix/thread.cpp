@@ -11,17 +11,17 @@
 namespace morvik::host {
 
 std::variant<std::thread, kit::Error> startThread(const char* name, std::function<void()> body) {
-  // A new thread inherits the mask, so that there is no moment at which a signal could reach it.
+  // A new thread inherits the mask, so that no signal can reach it even for a moment.
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
-  // But for those of a fault, which concern the thread that makes it: blocked, they would kill it unseen.
+  // Except faults, which concern the thread that causes them: if blocked, they would kill the process unnoticed.
   for (const int fault : {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL})
     sigdelset(&all, fault);
   pthread_sigmask(SIG_SETMASK, &all, &before);
   std::variant<std::thread, kit::Error> result;
   try {
-    // Named by itself, so that it has its name from its first line on.
+    // It names itself, so that it has its name from the start.
     result = std::thread([name = std::string(name), body = std::move(body)] {
       pthread_setname_np(pthread_self(), name.c_str());
       const SignalStack signal_stack;

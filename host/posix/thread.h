@@ -1,4 +1,4 @@
-// Threads of the host.
+// Threads of the kit.
 #pragma once
 
 #include <functional>
@@ -10,9 +10,9 @@
 
 namespace morvik::host {
 
-/// A thread that runs `body`, under a name (at most 15 characters) that debuggers show. All signals are blocked in it:
-/// an app's handlers run on the app's threads. But for those of faults, for which it has a stack (SignalStack). Whoever
-/// gets the thread joins it. An error says that the system gave none.
+/// A thread that runs `body`, with a name (at most 15 characters) for debuggers. All signals are blocked in it, so that
+/// an app's handlers run on the app's threads; except faults, for which it has a stack (SignalStack). The caller joins
+/// it. An error: the system has none left.
 std::variant<std::thread, kit::Error> startThread(const char* name, std::function<void()> body);
 
 }  // namespace morvik::host

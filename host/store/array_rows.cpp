@@ -14,7 +14,8 @@ int64_t endOf(const RowRange& rows) {
   return rows.first + rows.count;
 }
 
-/// Rows that are neighbours in the array go with one command although their orders have gaps: nothing lies between.
+/// Rows that are neighbours in the array are removed with one command even if there are gaps in their order: nothing is
+/// in between.
 void addRemoved(std::vector<RowRange>& removed, int64_t order, bool follows_a_removed_one) {
   if (follows_a_removed_one)
     removed.back().count = order - removed.back().first + 1;
@@ -29,7 +30,7 @@ size_t countOf(std::span<const RowRange> ranges) {
   return count;
 }
 
-/// What is left of the ranges without the rows that go.
+/// The ranges without the removed rows.
 std::vector<RowRange> without(std::span<const RowRange> ranges, std::span<const RowRange> removed) {
   std::vector<RowRange> left;
   const auto keep = [&left](int64_t first, int64_t end) {
@@ -43,7 +44,7 @@ std::vector<RowRange> without(std::span<const RowRange> ranges, std::span<const 
       keep(order, gone->first);
       order = std::max(order, endOf(*gone));
       if (order >= endOf(range))
-        break;  // it may go on in the next range
+        break;  // it may continue in the next range
     }
     keep(order, endOf(range));
   }
@@ -80,7 +81,7 @@ void ArrayRows::Block::remove(std::span<const RowRange> removed) {
     ranges.insert(rest, left.begin() + shared, left.end());
 }
 
-/// Tells which row holds an element. Goes forward only.
+/// Finds the row of an element. Moves forward only.
 class ArrayRows::Finder {
  public:
   explicit Finder(const std::vector<Block>& blocks) : block_(blocks.begin()) {}
@@ -99,7 +100,7 @@ class ArrayRows::Finder {
   std::vector<Block>::const_iterator block_;
   size_t before_ = 0;  ///< elements in the blocks passed
   size_t range_ = 0;
-  size_t before_range_ = 0;  ///< elements in the ranges of this block passed
+  size_t before_range_ = 0;  ///< elements in the ranges passed in this block
 };
 
 void ArrayRows::add(int64_t order) {

@@ -44,12 +44,12 @@ void BackgroundFlusher::flushNow(Urgency urgency) {
 void BackgroundFlusher::flushAndWait(Urgency urgency) {
   std::unique_lock lock(mutex_);
   needThread();
-  // A flush that runs already may have begun before the caller's commit: it is the next one that counts.
+  // A flush already running may have begun before the caller's commit: the next one counts.
   const uint64_t wanted = started_count_ + 1;
   urgency_ = std::max(urgency_, urgency);
   now_ = true;
   if (!hasThread()) {
-    ended_.wait(lock, [this] { return !is_flushing_; });  // another thread's, which waits likewise
+    ended_.wait(lock, [this] { return !is_flushing_; });  // another thread is doing the same
     if (!stopped_)
       flushOnce(lock);
     return;
@@ -69,7 +69,7 @@ void BackgroundFlusher::stop() {
     thread_.join();
 }
 
-/// Holds mutex_, as the new thread does before anything else.
+/// Holds mutex_, which the new thread takes first.
 void BackgroundFlusher::needThread() {
   if (hasThread() || stopped_)
     return;
@@ -107,7 +107,7 @@ void BackgroundFlusher::flushOnce(std::unique_lock<std::mutex>& lock) {
   bool has_thrown = false;
   try {
     flush_(urgency);
-  } catch (...) {  // no memory, say; nobody stands above this thread to hear of it
+  } catch (...) {  // no memory, say; there is no caller to tell
     has_thrown = true;
   }
   lock.lock();

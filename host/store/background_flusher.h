@@ -15,14 +15,14 @@
 
 namespace morvik::host {
 
-/// Flushes on a thread of its own. Where the system gives none, each request asks for one again.
+/// Flushes on its own thread. If the system has none, each request tries again to start it.
 class BackgroundFlusher final : public StoreFlusher {
  public:
   using Started = std::variant<std::thread, kit::Error>;
   using StartThread = std::function<Started(const char* name, std::function<void()> body)>;
 
-  /// `flush` runs on the flusher's thread, or in flushAndWait() where there is none. What it throws (no memory, say) is
-  /// a flush that did not happen, and is followed by another one.
+  /// `flush` runs on the flusher's thread, or in flushAndWait() if there is none. If it throws (no memory, say), the
+  /// flush did not happen, and another one follows.
   BackgroundFlusher(Flush flush, std::chrono::milliseconds delay, StartThread start_thread = startThread);
   BackgroundFlusher(const BackgroundFlusher&) = delete;
   BackgroundFlusher& operator=(const BackgroundFlusher&) = delete;
@@ -31,7 +31,7 @@ class BackgroundFlusher final : public StoreFlusher {
   std::optional<kit::Error> problem() const override;
   void flushSoon() override;
   void flushNow(Urgency urgency) override;
-  /// Any thread but the flusher's own.
+  /// Any thread except the flusher's own.
   void flushAndWait(Urgency urgency) override;
   void stop() override;
 

@@ -1,4 +1,4 @@
-// Erasing the files of a store folder, whatever comes in between.
+// Erases the files of a store folder, whatever happens in between.
 #pragma once
 
 #include <functional>
@@ -16,13 +16,13 @@ struct FileEraserParts {
   StorePlace place;
   /// Opens the store at that place.
   std::function<std::unique_ptr<runtime::MachineStore>()> open_store;
-  /// Removes what does not lie in the folder. May be empty.
+  /// Removes what is outside of the folder. May be empty.
   std::function<void()> remove_more = {};
 };
 
-/// A file beside the store says that all is to go. As long as it says "begun" the store is whole, and knows the latest
-/// wish; once it says "decided" it holds the wish itself, and the store is never opened again. The wish goes into a
-/// fresh store before the file goes, so it is always in one of the two.
+/// A file next to the store marks the erasure. While it says "begun", the store is whole and has the latest wish; once
+/// it says "decided", it contains the wish itself, and the store is never opened again. The wish is written to a new
+/// store before the file is removed, so one of the two always has it.
 class FileEraser final : public runtime::MachineEraser {
  public:
   explicit FileEraser(FileEraserParts parts);
@@ -32,8 +32,8 @@ class FileEraser final : public runtime::MachineEraser {
   std::optional<kit::Error> begin(runtime::KeptWish wish) override;
   std::optional<kit::Error> finish(runtime::KeptWish wish) override;
 
-  /// Names in a store folder that are the kit's and go; the lock's, which holds nothing, stays, and so does the file
-  /// that keeps the wish. Of those in `names`.
+  /// The names among `names` that belong to the kit and are to be removed. The lock, which has no content, stays, and
+  /// so does the file of the wish.
   static std::vector<std::string> namesOfTheKit(const StorePlace& place, const std::vector<std::string>& names);
   static std::string markerPath(const StorePlace& place) { return place.path() + ".erasing"; }
 

@@ -18,10 +18,10 @@ StoreProblem::Kind problemKindOf(int code) {
       return StoreProblem::Kind::kBusy;
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
-    // A row where none should be, or of another type: the file contradicts what was read from it.
+    // A row where there should be none, or of another type: the file contradicts what was read from it.
     case SQLITE_CONSTRAINT:
     case SQLITE_MISMATCH:
-    // The statements are ours: one that does not fit has met tables that are not.
+    // The statements are ours: one that does not fit has met foreign tables.
     case SQLITE_ERROR:
       return StoreProblem::Kind::kUnreadable;
     default:
@@ -101,7 +101,7 @@ StoreOutcome Connection::openImage(std::string_view image, Connection& out) {
     return StoreProblem{StoreProblem::Kind::kUnavailable, sqlite3_errstr(SQLITE_NOMEM)};
   std::copy(image.begin(), image.end(), copy);
   const auto size = static_cast<sqlite3_int64>(image.size());
-  // The copy is SQLite's from here on, also when it refuses it.
+  // SQLite owns the copy from now on, even if it refuses it.
   if (sqlite3_deserialize(out.handle(), "main", copy, size, size,
                           SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_READONLY) != SQLITE_OK)
     return out.problem();
@@ -109,7 +109,7 @@ StoreOutcome Connection::openImage(std::string_view image, Connection& out) {
 }
 
 StoreOutcome Connection::open(const char* path, int flags, const char* vfs, Connection& out) {
-  // Each connection is guarded by its owner, so SQLite's own mutex would only cost time.
+  // Each connection is guarded by its owner; SQLite's own mutex would only cost time.
   flags |= SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE | SQLITE_OPEN_PRIVATECACHE;
   sqlite3* handle = nullptr;
   const int code = sqlite3_open_v2(path, &handle, flags, vfs);
@@ -119,12 +119,12 @@ StoreOutcome Connection::open(const char* path, int flags, const char* vfs, Conn
       return StoreProblem{StoreProblem::Kind::kUnavailable, sqlite3_errstr(code)};
     return out.problem();
   }
-  // Asked before the file is read: a header that is damaged may forbid to write, too.
+  // Asked before the file is read: a damaged header may also forbid writing.
   out.may_write_ = sqlite3_db_readonly(handle, "main") == 0;
   sqlite3_busy_timeout(handle, kBusyWaitMilliseconds);
-  // Left to itself, the last connection writes the whole log back and removes it when it is closed.
+  // By default, the last connection writes the whole log back and removes it on closing.
   sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-  // Whatever a damaged file may hold, nothing in it is run.
+  // Nothing in a damaged file is executed, whatever it contains.
   sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
   sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
   sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
@@ -158,8 +158,8 @@ StoreOutcome Connection::number(const char* sql, int64_t& out) {
 
 StoreProblem Connection::problem() const {
   const int code = sqlite3_extended_errcode(handle_.get());
-  // Of a file that we may write: its header says that we do not know how. Where that says nothing, it is the system
-  // that does not let us write any more.
+  // A file that we may write: its header says that we do not know how. If the header says nothing, the system no longer
+  // lets us write.
   const bool is_unwritable = code == SQLITE_READONLY && may_write_ && sqlite3_db_readonly(handle_.get(), "main") == 1;
   return {is_unwritable ? StoreProblem::Kind::kUnreadable : problemKindOf(code), sqlite3_errmsg(handle_.get())};
 }

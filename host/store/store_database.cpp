@@ -14,11 +14,11 @@ namespace {
 
 using kit::Value;
 
-constexpr int64_t kFrameBytes = kStorePageBytes + 24;  // a page and what stands before it in the log
+constexpr int64_t kFrameBytes = kStorePageBytes + 24;  // a page and its header in the log
 
-// A property's value lies in its row; an array's row holds the empty array, and its elements lie in rows of their own.
-// Their key is the property's number and the element's order in one integer: the fastest key there is, and a run of
-// elements is a range of keys.
+// A property's value is in its row; an array's row holds the empty array, and its elements have rows of their own.
+// Their key combines the property's number and the element's order in one integer: the fastest key there is, and a run
+// of elements is a range of keys.
 constexpr const char* kMakeTables =
     "BEGIN IMMEDIATE;"
     "CREATE TABLE properties(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, value BLOB);"
@@ -34,7 +34,7 @@ static_assert(kStoreApplicationId == 1297241675 && kStoreVersion == 1, "the text
 constexpr int kPropertyShift = 40;
 static_assert(kMaxRowOrder == int64_t{1} << kPropertyShift);
 
-/// A damaged page may hide from a search what a walk over all rows came by.
+/// A damaged page may hide from a lookup what a walk over all rows found.
 constexpr const char* kHidden = "it does not find again what it showed";
 
 int64_t rowId(int64_t property_id, int64_t order) {
@@ -110,7 +110,7 @@ StoreOutcome StoreDatabase::open(const StorePlace& place, bool read_only, std::u
   return std::nullopt;
 }
 
-// SQLite itself makes a log that is missing and needs locks to read a store in use, even when it is told to read only.
+// SQLite itself creates a missing log and needs locks to read a store in use, even when told to read only.
 StoreOutcome StoreDatabase::connect(const StorePlace& place, bool read_only) {
   if (!read_only)
     return Connection::open(place.path(), place.vfs, connection_);
@@ -142,7 +142,7 @@ StoreOutcome StoreDatabase::identify(bool read_only) {
 }
 
 StoreOutcome StoreDatabase::makeTables() {
-  // Nothing to lose yet, and the log is a new file: there is nothing old in it that a reordered write could bring back.
+  // Nothing to lose yet, and the log is a new file: it has no old content that a reordered write could bring back.
   if (StoreOutcome failed = connection_.execute("PRAGMA synchronous=OFF"))
     return failed;
   watchLog();
@@ -152,12 +152,11 @@ StoreOutcome StoreDatabase::makeTables() {
   return std::nullopt;
 }
 
-// synchronous=NORMAL with a log means: a commit is a write without a sync; a checkpoint syncs the log before it writes
-// to the file, and the file before the log may begin anew; and whoever begins it anew syncs its first page before it
-// writes on. The last of these is what OFF would leave out, and without it a power cut may leave the old log's begin
-// with the new log's pages behind it: old pages would be played into a file that is further on, and corrupt it. So the
-// committing connection stays at NORMAL, and the background thread sees to it that it never is the one to begin the
-// log anew.
+// synchronous=NORMAL with a log means: a commit is a write without a sync. A checkpoint syncs the log before it writes
+// to the file, and the file before the log may restart. Whoever restarts the log syncs its first page before writing
+// on. OFF would leave out this last step: then a power cut could leave the old log's beginning with the new log's pages
+// behind it, and old pages would be played into a newer file and corrupt it. So the committing connection stays at
+// NORMAL, and the background thread makes sure that the commit is never the one to restart the log.
 StoreOutcome StoreDatabase::prepareAll() {
   if (StoreOutcome failed = connection_.execute("PRAGMA synchronous=NORMAL"))
     return failed;
@@ -171,7 +170,7 @@ StoreOutcome StoreDatabase::prepareAll() {
       {"INSERT INTO elements(id,value) VALUES(?,?)", &add_row_},
   };
   for (const auto& [sql, statement] : all) {
-    // A table that is missing shows here.
+    // A missing table shows here.
     if (StoreOutcome failed = connection_.prepare(sql, *statement))
       return failed;
   }
@@ -179,7 +178,7 @@ StoreOutcome StoreDatabase::prepareAll() {
 }
 
 void StoreDatabase::watchLog() {
-  // Also what keeps SQLite from checkpointing on its own: this takes the place of its own hook.
+  // Also keeps SQLite from checkpointing on its own: this replaces its own hook.
   sqlite3_wal_hook(
       connection_.handle(),
       [](void* database, sqlite3*, const char*, int frames) {
@@ -222,7 +221,7 @@ StoreOutcome StoreDatabase::loadElements(std::vector<StoredProperty>& properties
     return failed;
   runtime::ValueDecoder decoder;
   kit::MutableArray elements;
-  // Both come in the order of the property's number, so one walk over both is enough.
+  // Both are ordered by property number, so one walk over both is enough.
   auto property = properties.begin();
   const auto finish = [&] {
     if (property->value.isArray() && !elements.empty())
@@ -309,7 +308,7 @@ StoreOutcome StoreDatabase::moveDamaged() {
     }
     return StoreOutcome();
   };
-  // Elements first: their property's name is still there.
+  // Elements first, while their property's name still exists.
   if (StoreOutcome failed =
           moveAll(damaged_elements_,
                   "INSERT INTO unreadable SELECT (SELECT name FROM properties WHERE id=elements.id>>40),id,value"
@@ -323,7 +322,7 @@ StoreOutcome StoreDatabase::moveDamaged() {
 StoreOutcome StoreDatabase::inTransaction(const StoreChanges& changes) {
   if (StoreOutcome failed = ran(begin_.run()))
     return failed;
-  // First, so that no range of rows that goes takes a damaged one along.
+  // First, so that removing a range of rows does not take a damaged one along.
   if (hasDamagedToMove()) {
     if (StoreOutcome failed = moveDamaged())
       return failed;
@@ -337,7 +336,7 @@ StoreOutcome StoreDatabase::apply(const StoreChanges& changes) {
   if (!process_.isHere())
     return StoreProblem{StoreProblem::Kind::kUnavailable, "this process is a fork of the one that opened it"};
   const size_t commands = changes.properties_.size() + changes.removals_.size() + changes.elements_.size();
-  // A single command is a transaction of its own, which spares two: an appended record is the case that counts.
+  // A single command is its own transaction, which saves two commands: an appended record is the case that matters.
   StoreOutcome failed = commands == 1 && !hasDamagedToMove() ? write(changes) : inTransaction(changes);
   if (failed) {
     if (sqlite3_get_autocommit(connection_.handle()) == 0)
@@ -354,7 +353,7 @@ int64_t StoreDatabase::logBytes() const {
 }
 
 StoreOutcome StoreDatabase::restartLog() {
-  // Any write begins the log anew when all of it has been written back; this one does it where waiting hurts nobody.
+  // Any write restarts the log once all of it has been written back; this one does so when nobody waits.
   return connection_.execute("UPDATE log SET restarts=restarts+1");
 }
 
@@ -399,7 +398,7 @@ StoreOutcome StoreLogKeeper::cutLog(int64_t used, bool& is_short) {
   sqlite3_int64 bytes = 0;
   if (file == nullptr || file->pMethods->xFileSize(file, &bytes) != SQLITE_OK)
     return std::nullopt;
-  // The log's header stands before its frames.
+  // The log's header precedes its frames.
   const int64_t needed = std::max(kLogKeptBytes, used + kFrameBytes);
   if (bytes <= needed)
     return std::nullopt;

@@ -1,4 +1,4 @@
-// The store's file: its tables, its versions, and the connections to it, one that commits and those that sync.
+// The store's file: its tables, its versions, and its connections: one that commits and those that sync.
 #pragma once
 
 #include <cstdint>
@@ -18,19 +18,19 @@ struct sqlite3_file;
 
 namespace morvik::host {
 
-/// Of the file's layout. A file of a later version is never touched.
+/// Of the file's layout. A file of a later version is never changed.
 inline constexpr int64_t kStoreVersion = 1;
-/// "MRVK": what marks a file as a store of ours.
+/// "MRVK": marks a file as a store of ours.
 inline constexpr int64_t kStoreApplicationId = 0x4D52564B;
-/// Properties have numbers from 1 to here, in one store over its whole life.
+/// Property numbers go from 1 to this, over the whole life of a store.
 inline constexpr int64_t kMaxPropertyId = (int64_t{1} << 22) - 1;
 
-/// The log's file is cut to this length when a log that was longer is begun anew.
+/// A longer log is truncated to this length when it is restarted.
 inline constexpr int64_t kLogKeptBytes = int64_t{4} << 20;
-/// So much at a time: it takes a few milliseconds.
+/// How much is cut at a time: it takes a few milliseconds.
 inline constexpr int64_t kLogCutBytes = int64_t{4} << 20;
 
-/// A property as it was found in the file.
+/// A property as found in the file.
 struct StoredProperty {
   int64_t id = 0;
   std::string name;
@@ -38,20 +38,20 @@ struct StoredProperty {
   ArrayRows rows;  ///< of an array
 };
 
-/// What one transaction writes. Names are not copied: they live until the changes are applied.
+/// What one transaction writes. Names are not copied: they must live until the changes are applied.
 class StoreChanges {
  public:
   void clear();
   bool empty() const { return properties_.empty() && removals_.empty() && elements_.empty(); }
-  /// Sets a property that is no array; an absent value removes it. False when the value cannot be stored (see
-  /// encodeValue); nothing is added then.
+  /// Sets a property that is no array; an absent value removes it. False if the value cannot be stored (see
+  /// encodeValue); then nothing is added.
   [[nodiscard]] bool setProperty(int64_t id, std::string_view name, const kit::Value& value);
   /// Sets the rows of a property that is an array.
-  /// `rows`: that there are in these ranges, which may span rows that went before.
+  /// `rows`: how many exist in these ranges, which may span rows removed earlier.
   void removeRows(int64_t property_id, std::span<const RowRange> ranges, size_t rows);
   [[nodiscard]] bool addRow(int64_t property_id, int64_t order, const kit::Value& element);
 
-  /// To take back what was added for a property that turns out not to be storable.
+  /// To undo what was added for a property that turns out not to be storable.
   struct Mark {
     size_t properties, removals, removed_rows, elements, bytes;
   };
@@ -63,7 +63,7 @@ class StoreChanges {
   struct Property {
     int64_t id;
     std::string_view name;
-    size_t begin, size;  ///< in bytes_; nothing stored when 0
+    size_t begin, size;  ///< in bytes_; size 0: nothing is stored
   };
   struct Removal {
     int64_t first, last;
@@ -80,31 +80,31 @@ class StoreChanges {
 };
 
 /// The connection that commits. A commit is a write into the log, which is in the kernel's hands when it returns;
-/// nothing here waits for the disk, but for restartLog(). One thread at a time.
+/// nothing here waits for the disk except restartLog(). One thread at a time.
 class StoreDatabase {
  public:
-  /// Opens the file, and makes its tables when it is an empty one. `read_only`: what it holds at this moment, read
-  /// without touching it; the file must be a store.
+  /// Opens the file, and creates the tables of an empty one. `read_only`: reads its current content without changing
+  /// it; the file must be a store.
   static StoreOutcome open(const StorePlace& place, bool read_only, std::unique_ptr<StoreDatabase>& out);
 
-  /// All properties. Records that cannot be read are left out and counted; the next apply() moves them to the table
+  /// All properties. Unreadable records are left out and counted; the next apply() moves them to the table
   /// "unreadable".
   StoreOutcome load(std::vector<StoredProperty>& out);
   /// Records that load() could not read.
   size_t damaged() const { return damaged_properties_.size() + damaged_elements_.size(); }
-  /// True when there are damaged records that still have to be moved.
+  /// Whether damaged records still have to be moved.
   bool hasDamagedToMove() const { return damaged() != 0; }
-  /// All of it or nothing; in a forked child nothing, with an error.
+  /// All or nothing; in a forked child nothing, with an error.
   StoreOutcome apply(const StoreChanges& changes);
 
-  /// The tables were made by this object: the file itself has not been synced yet.
+  /// This object created the tables: the file itself has not been synced yet.
   bool fresh() const { return fresh_; }
   void setSynced() { fresh_ = false; }
-  /// Bytes of the log that hold commits since it was last restarted.
+  /// Bytes of the log with commits since its last restart.
   int64_t logBytes() const;
-  /// The log's length in pages, as the checkpoint counts them.
+  /// The log's length in pages, as checkpoints count them.
   int framesInLog() const { return frames_in_log_; }
-  /// Lets the log begin anew. Everything in it must have been written back. Waits for one disk sync.
+  /// Restarts the log. Everything in it must have been written back. Waits for one disk sync.
   StoreOutcome restartLog();
 
  private:
@@ -130,25 +130,26 @@ class StoreDatabase {
   bool fresh_ = false;
 };
 
-/// The connections that sync and write the log back into the file, on the background thread, while the other one goes
-/// on committing.
+/// The connections that sync the log and write it back into the file, on the background thread, while the other one
+/// goes on committing.
 class StoreLogKeeper {
  public:
   static StoreOutcome open(const StorePlace& place, std::unique_ptr<StoreLogKeeper>& out);
 
-  /// Walks the whole file, which a load alone does not.
+  /// Reads the whole file, which a load alone does not.
   StoreOutcome check();
   /// Waits until all commits made before the call are on the disk.
   StoreOutcome syncLog();
-  /// From here on until letGo() nobody can begin the log anew: a commit that finds all of it written back would do so
-  /// by itself, and wait for a sync. What is committed by now can be written back; what comes later, after the next
-  /// hold(). Beside no commit, and only while something is left to write back.
+  /// Until letGo(), nobody can restart the log: a commit that finds all of it written back would do so by itself, and
+  /// wait for a sync. What is committed by now can be written back; later commits only after the next hold(). Not
+  /// during a commit, and only while something is left to write back.
   StoreOutcome hold();
   void letGo();
-  /// Cuts some of the log's file off that lies behind its first `used` bytes, if it is longer than it needs to be.
-  /// Beside no commit. `is_short`: nothing is left to cut.
+  /// Truncates a part of the log's file beyond its first `used` bytes, if it is longer than needed. Not during a
+  /// commit. `is_short`: nothing is left to cut.
   StoreOutcome cutLog(int64_t used, bool& is_short);
-  /// Syncs the log, writes it back as far as it may, syncs the file. `frames` is how far, counted from the log's begin.
+  /// Syncs the log, writes back as much of it as possible, syncs the file. `frames`: how much, from the log's
+  /// beginning.
   StoreOutcome writeBack(int& frames);
 
  private:

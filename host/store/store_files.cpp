@@ -36,12 +36,12 @@ namespace {
 
 constexpr mode_t kOwnerOnlyFolder = 0700;
 constexpr mode_t kOwnerOnlyFile = 0600;
-/// Between two looks at whether another process has had its turn, which takes microseconds.
+/// Between two checks whether another process has finished its turn, which takes microseconds.
 constexpr std::chrono::milliseconds kTurnSlice{1};
 /// Names tried for a file that is set aside.
 constexpr int kMaxSetAside = 10000;
 
-/// A file opened through SQLite's file system, so that what stands in for it in tests sees these writes too.
+/// A file opened through SQLite's file system, so that tests that replace it see these writes too.
 class VfsFile {
  public:
   explicit VfsFile(const StorePlace& place) : vfs_(sqlite3_vfs_find(place.vfs.c_str())) {
@@ -80,13 +80,13 @@ class VfsFile {
   std::unique_ptr<std::max_align_t[]> room_;
 };
 
-/// Page 1 of a database without tables that keeps a log. All that is not zero lies in its first sector, so no power cut
-/// can leave half of it.
+/// Page 1 of a database with a log and without tables. All non-zero bytes are in its first sector, so no power cut can
+/// leave half of it.
 bool emptyStorePage(std::array<char, kStorePageBytes>& page) {
   sqlite3* handle = nullptr;
   sqlite3_open_v2(":memory:", &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_MEMORY | SQLITE_OPEN_NOMUTEX, nullptr);
   const std::unique_ptr<sqlite3, int (*)(sqlite3*)> closer(handle, sqlite3_close_v2);
-  // Setting a number in the header makes the page come into being.
+  // Setting a number in the header creates the page.
   static_assert(kStorePageBytes == 1024, "the text below names it");
   sqlite3_exec(handle, "PRAGMA page_size=1024; PRAGMA user_version=1; PRAGMA user_version=0", nullptr, nullptr,
                nullptr);
@@ -101,7 +101,7 @@ bool emptyStorePage(std::array<char, kStorePageBytes>& page) {
   return true;
 }
 
-/// Nothing in it, or nothing but zeros, as a page that never reached the disk reads after a power cut.
+/// Empty or all zeros, as a page that never reached the disk reads after a power cut.
 int holdsNothing(VfsFile& file, bool& nothing) {
   sqlite3_int64 size = 0;
   if (const int code = file.size(size); code != SQLITE_OK)
@@ -126,14 +126,14 @@ int fillIfEmpty(VfsFile& file) {
   return emptyStorePage(page) ? file.write(page.data(), page.size()) : SQLITE_NOMEM;
 }
 
-/// The files that this process has locked. A record lock is the process's: it keeps no second store of the same process
-/// away, and goes when any descriptor of the file is closed. So nobody even opens a file that stands here.
+/// The files locked by this process. A record lock belongs to the process: it keeps out no second store of the same
+/// process, and is released when any descriptor of the file is closed. So nobody even opens a file listed here.
 class LockedFiles {
  public:
   struct File {
     dev_t device;
     ino_t number;
-    runtime::OwnProcess process;  ///< that took the lock
+    runtime::OwnProcess process;  ///< took the lock
   };
 
   static LockedFiles& list() {
@@ -180,7 +180,7 @@ class SystemFileLock final : public FileLock {
   struct stat file_ {};
 };
 
-/// For the whole file.
+/// Locks the whole file.
 bool lockWhole(int descriptor) {
   struct flock whole {};
   whole.l_type = F_WRLCK;
@@ -188,13 +188,13 @@ bool lockWhole(int descriptor) {
   return ::fcntl(descriptor, F_SETLK, &whole) == 0;
 }
 
-/// Of a descriptor, not of the process: a record lock of the same file would go with any descriptor that is closed.
+/// A lock of the descriptor, not of the process: a record lock would be released with any descriptor of the file.
 class SystemFileTurn final : public FileLock {
  public:
   SystemFileTurn() = default;
   SystemFileTurn(const SystemFileTurn&) = delete;
   SystemFileTurn& operator=(const SystemFileTurn&) = delete;
-  /// Said plainly, since a child that was forked meanwhile has the descriptor too.
+  /// Explicit, since a child forked meanwhile has the descriptor too.
   ~SystemFileTurn() override {
     if (descriptor_ < 0)
       return;
@@ -225,7 +225,7 @@ class SystemFileTurn final : public FileLock {
   bool is_taken_ = false;
 };
 
-/// False where the system or the file system does not know it, or `to` is not free.
+/// False if the system or the file system does not support it, or `to` is taken.
 bool renameToFree(const std::string& from, const std::string& to) {
 #ifdef RENAME_NOREPLACE
   return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
@@ -235,11 +235,11 @@ bool renameToFree(const std::string& from, const std::string& to) {
 #endif
 }
 
-/// Syncs and closes it; a negative one says that it could not be opened.
+/// Syncs and closes it; a negative one means that it could not be opened.
 StoreOutcome syncAndClose(int descriptor) {
   if (descriptor < 0)
     return StoreProblem::unavailable(systemMessage(errno));
-  // A file system that cannot sync a folder says EINVAL; its names are then as lasting as it makes them.
+  // A file system that cannot sync a folder returns EINVAL; its names are then as durable as it makes them.
   const bool is_done = ::fsync(descriptor) == 0 || errno == EINVAL;
   const int error = errno;
   ::close(descriptor);
@@ -248,7 +248,7 @@ StoreOutcome syncAndClose(int descriptor) {
   return std::nullopt;
 }
 
-/// `out` becomes shorter where the file ends. False: errno says why.
+/// Shortens `out` if the file ends. False: errno says why.
 bool readUpTo(int descriptor, std::string& out) {
   size_t place = 0;
   while (place < out.size()) {
@@ -288,7 +288,7 @@ class SystemFiles final : public StoreFiles {
     const int descriptor = openFile(path.c_str(), O_RDWR | O_CREAT, kOwnerOnlyFile);
     if (descriptor < 0)
       return StoreProblem::unavailable(systemMessage(errno));
-    // A file that came from elsewhere (a backup, say) may have been readable by all; its log takes the mode from it.
+    // A file from elsewhere (a backup, say) may have been readable by all; its log inherits the mode.
     const bool closed_to_others = ::fchmod(descriptor, kOwnerOnlyFile) == 0;
     const int error = errno;
     ::close(descriptor);
@@ -324,7 +324,7 @@ class SystemFiles final : public StoreFiles {
 
   std::vector<std::string> names(const std::string& folder) override {
     std::vector<std::string> found;
-    // Not by std::filesystem, whose iterator ends the process where it finds no memory.
+    // Not std::filesystem, whose iterator ends the process without memory.
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.c_str()), ::closedir);
     while (const dirent* entry = entries != nullptr ? ::readdir(entries.get()) : nullptr) {
       const std::string_view name = entry->d_name;
@@ -397,7 +397,7 @@ class SystemFiles final : public StoreFiles {
     for (;;) {
       auto turn = std::make_unique<SystemFileTurn>();
       if (!turn->open(path))
-        return std::nullopt;  // whoever writes it is told why
+        return std::nullopt;  // the writer will be told why
       if (turn->tryTake()) {
         if (!turn->isStillThe(path))
           continue;
@@ -405,7 +405,7 @@ class SystemFiles final : public StoreFiles {
         return std::nullopt;
       }
       if (errno != EWOULDBLOCK && errno != EINTR)
-        return std::nullopt;  // a file system that knows no such locks
+        return std::nullopt;  // a file system without such locks
       if (std::chrono::steady_clock::now() >= deadline)
         return StoreProblem{StoreProblem::Kind::kBusy, "another process is writing it"};
       std::this_thread::sleep_for(kTurnSlice);
@@ -428,7 +428,7 @@ class SystemFiles final : public StoreFiles {
       if (const LockedFiles::File* const held = locked.find(file); held != nullptr)
         return held->process.isHere() ? LockResult::kHeldHere : LockResult::kHeldBeforeTheFork;
     }
-    // All memory first: a lock that nobody holds would stay for good.
+    // All memory first: a lock without a holder would stay for good.
     auto made = std::make_unique<SystemFileLock>();
     locked.files.reserve(locked.files.size() + 1);
     const int descriptor = openFile(path.c_str(), O_RDWR | O_CREAT, kOwnerOnlyFile);
@@ -436,7 +436,7 @@ class SystemFiles final : public StoreFiles {
       problem = StoreProblem::unavailable(systemMessage(errno));
       return LockResult::kFailed;
     }
-    // A record lock, since a forked child does not have it: with any other one, a living child would keep its parent
+    // A record lock, since a forked child does not inherit it: with any other, a living child would keep its parent
     // from starting again.
     if (::fstat(descriptor, &file) == 0 && lockWhole(descriptor)) {
       locked.files.push_back({file.st_dev, file.st_ino, ownProcess()});
@@ -461,7 +461,7 @@ StoreFiles& systemFiles() {
 }
 
 size_t maxFolderBytes(const StorePlace& place) {
-  // SQLite makes the names of the journal and the log from it.
+  // SQLite derives the names of journal and log from it.
   constexpr size_t kLongestEnding = std::string_view("-journal").size();
   const sqlite3_vfs* const vfs = sqlite3_vfs_find(place.vfs.c_str());
   const size_t longest_path = vfs != nullptr ? static_cast<size_t>(vfs->mxPathname) : 0;
@@ -469,10 +469,10 @@ size_t maxFolderBytes(const StorePlace& place) {
   return longest_path > below_folder ? longest_path - below_folder : 0;
 }
 
-// A fresh store is made without waiting for the disk, since it is made on the app's main thread at its first start.
-// That is safe because the page written here is the only thing outside the log until the first checkpoint, which syncs
-// the log, then the file. Should power go before that, the page is there, or reads as nothing and is written again
-// here at the next start: the log, as far as it reached the disk, holds everything else.
+// A new store is created without waiting for the disk, since that happens on the app's main thread at its first start.
+// That is safe because this page is the only thing outside of the log until the first checkpoint, which syncs the log,
+// then the file. After an earlier power cut the page is there, or reads as zeros and is written again at the next
+// start; the log, as far as it reached the disk, has everything else.
 StoreOutcome makeStoreFile(const StorePlace& place) {
   if (StoreOutcome failed = place.files->makeFile(place.path()))
     return failed;
@@ -484,10 +484,10 @@ StoreOutcome makeStoreFile(const StorePlace& place) {
 
 namespace {
 
-/// Of a store's files, the one that makes it a store first.
+/// A store's files, the defining one first.
 constexpr std::array<const char*, 4> kStoreEndings{"", "-wal", "-shm", "-journal"};
 
-/// Those that are there; the store's own file last. Stops at the first that fails.
+/// Those that exist; the store's own file last. Stops at the first failure.
 StoreOutcome moveAll(const StorePlace& place, const std::string& from, const std::string& to) {
   for (auto ending = kStoreEndings.rbegin(); ending != kStoreEndings.rend(); ++ending) {
     if (!place.files->exists(from + *ending))
@@ -508,10 +508,10 @@ StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path) {
     if (std::any_of(kStoreEndings.begin(), kStoreEndings.end(),
                     [&](const char* ending) { return taken(new_path + ending); }))
       continue;
-    // The file goes last: as long as it has its name, the next start finds it unreadable and finishes this.
+    // The file goes last: while it has its name, the next start finds it unreadable and finishes this.
     StoreOutcome failed = moveAll(place, path, new_path);
     if (failed)
-      moveAll(place, new_path, path);  // the file without its log would be an older one
+      moveAll(place, new_path, path);  // the file without its log would be an older state
     return failed;
   }
   return StoreProblem::unavailable("every name for a file that is set aside is taken");
@@ -525,7 +525,7 @@ std::string nameOfSetAside(const StorePlace& place, const std::string& new_path)
   return new_path;
 }
 
-// What was made of a fresh store goes first: a log that is not its own would harm the file that comes back.
+// What was created of a new store is removed first: a foreign log would harm the file that returns.
 StoreOutcome putStoreBack(const StorePlace& place, const std::string& new_path) {
   for (const char* const ending : kStoreEndings) {
     if (StoreOutcome failed = place.files->remove(place.path() + ending))
@@ -566,8 +566,8 @@ StoreFileIdentities identifyStoreFiles(const StorePlace& place) {
   return {identify(place.path()), identify(logPath(place)), identify(lockPath(place))};
 }
 
-// A file beside a log that is not its own would be read as one with it, and be harmed. Without its log it is what it
-// was when that was last written back, which is a whole store.
+// A file next to a foreign log would be read together with it, and be harmed. Without its log it has the state of the
+// last write-back, which is a whole store.
 StoreLoss lossOfStoreFiles(const StorePlace& place, const StoreFileIdentities& in_use) {
   const NameState store = stateOf(place, place.path(), in_use.store);
   const NameState log = stateOf(place, logPath(place), in_use.log);

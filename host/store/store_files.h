@@ -1,4 +1,4 @@
-// The store's folder and files: making them, holding the lock, setting aside what cannot be read.
+// The store's folder and files: creates them, holds the lock, sets aside what cannot be read.
 #pragma once
 
 #include <chrono>
@@ -17,7 +17,7 @@ namespace morvik::host {
 /// fifth more.
 inline constexpr size_t kStorePageBytes = 1024;
 
-/// Held until it goes, or the process does.
+/// Held until destroyed, or until the process ends.
 class FileLock {
  public:
   virtual ~FileLock() = default;
@@ -32,7 +32,7 @@ enum class LockResult : unsigned char {
   kFailed
 };
 
-/// Tells a file from every other one, as long as somebody has it open.
+/// Identifies a file as long as somebody has it open.
 struct FileIdentity {
   uint64_t device = 0;
   uint64_t number = 0;
@@ -40,61 +40,61 @@ struct FileIdentity {
   friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };
 
-/// What the store asks of the file system beside what SQLite asks of it. Any thread; nothing waits for the disk but
-/// syncFolder(), syncFile() and write().
+/// What the store needs from the file system in addition to what SQLite needs. Any thread; only syncFolder(),
+/// syncFile() and write() wait for the disk.
 class StoreFiles {
  public:
   virtual ~StoreFiles() = default;
-  /// Makes the folder, and those above it, readable by its owner alone. What exists stays as it is.
+  /// Creates the folder and its parents, readable by the owner only. Existing ones stay as they are.
   virtual StoreOutcome makeFolder(const std::string& folder) = 0;
-  /// Makes an empty file when it is missing. Readable by its owner alone afterwards, also when it was there.
+  /// Creates an empty file if it is missing. Readable by the owner only afterwards, even if it existed.
   virtual StoreOutcome makeFile(const std::string& path) = 0;
   /// Whether anything has this name.
   virtual bool exists(const std::string& path) = 0;
-  /// `out`: of the file that has this name; none when there is none. A problem: it cannot be told.
+  /// `out`: the identity of the file with this name; none if there is none. A problem: it is unknown.
   virtual StoreOutcome identify(const std::string& path, std::optional<FileIdentity>& out) = 0;
   /// `to` is free.
   virtual StoreOutcome rename(const std::string& from, const std::string& to) = 0;
-  /// The names in the folder, in no order; none when it cannot be read.
+  /// The names in the folder, in no order; none if it cannot be read.
   virtual std::vector<std::string> names(const std::string& folder) = 0;
-  /// Removes the file; one that is not there is no problem.
+  /// Removes the file; a missing one is no problem.
   virtual StoreOutcome remove(const std::string& path) = 0;
-  /// Writes these few bytes at the beginning of the file, which is made when it is missing, and waits for the disk.
+  /// Writes these few bytes at the beginning of the file, creating it if missing, and waits for the disk.
   virtual StoreOutcome write(const std::string& path, const std::string& bytes) = 0;
   /// All of a small file.
   virtual StoreOutcome read(const std::string& path, std::string& out) = 0;
-  /// The first bytes of the file, at most `limit` of them; none when there is no such file. A problem: it cannot be
-  /// told whether there is one, or what is in it.
+  /// The first bytes of the file, at most `limit`; none if there is no such file. A problem: its existence or content
+  /// is unknown.
   virtual StoreOutcome readIfThere(const std::string& path, size_t limit, std::optional<std::string>& out) = 0;
-  /// Hands these few bytes to the kernel, for that place of the file, which is made when it is missing.
+  /// Passes these few bytes to the kernel, for that offset of the file, creating it if missing.
   virtual StoreOutcome put(const std::string& path, size_t offset, const std::string& bytes) = 0;
-  /// Waits, at most so long, until no other process has its turn with the file, and takes it: `out` is the turn, which
-  /// goes with this object or with the process. None where there is no file, or no other process that could come
-  /// between. A problem: another one has it still.
+  /// Waits, up to the given time, until no other process has its turn with the file, and takes the turn: `out` holds it
+  /// until destroyed, or until the process ends. None if there is no file, or no other process could interfere. A
+  /// problem: another process still has it.
   virtual StoreOutcome takeTurn(const std::string& /*path*/, std::chrono::milliseconds /*longest*/,
                                 std::unique_ptr<FileLock>& out) {
     out.reset();
     return std::nullopt;
   }
-  /// Makes what the file holds last; waits for the disk.
+  /// Makes the file's content durable; waits for the disk.
   virtual StoreOutcome syncFile(const std::string& path) = 0;
-  /// Makes the names of the folder's files last; waits for the disk.
+  /// Makes the names of the folder's files durable; waits for the disk.
   virtual StoreOutcome syncFolder(const std::string& folder) = 0;
   /// Does not wait. kTaken: `out` holds the lock. kFailed: `problem` says why the lock file cannot be used.
-  /// No other code of this process may open the file: closing it there would let the lock go.
+  /// No other code of this process may open the file: closing it would release the lock.
   virtual LockResult lock(const std::string& path, std::unique_ptr<FileLock>& out, StoreProblem& problem) = 0;
 };
 
-/// Those of the system.
+/// The system's.
 StoreFiles& systemFiles();
 
-/// Where a store lies.
+/// Where a store is.
 struct StorePlace {
   std::string folder;
   std::string name = "morvik.store";
-  /// SQLite's name of the file system. The usual one locks the file once, for as long as it is open, and keeps the
-  /// log's index in this process's memory: one process uses a store anyway, and a commit then takes no locks, which
-  /// halves its cost.
+  /// SQLite's name of the file system. The default locks the file once, while it is open, and keeps the log's index in
+  /// this process's memory: only one process uses a store anyway, and a commit then takes no locks, which halves its
+  /// cost.
   std::string vfs = "unix-excl";
   /// Of the same file system. Outlives the store.
   StoreFiles* files = &systemFiles();
@@ -102,49 +102,47 @@ struct StorePlace {
   std::string path() const { return folder + "/" + name; }
 };
 
-/// The longest absolute path that the folder of such a store may have, in bytes: its file system takes no longer one of
-/// a file.
+/// The longest absolute path of such a store's folder, in bytes: its file system takes no longer file path.
 size_t maxFolderBytes(const StorePlace& place);
 
-/// Makes the file when it is missing, readable by its owner alone, and gives a missing or empty one the first page of
-/// an empty store. Nothing is synced: see the .cpp file for why that is safe.
+/// Creates the file if it is missing, readable by its owner only, and writes the first page of an empty store to a new
+/// or empty one. Nothing is synced: see the .cpp file for why that is safe.
 StoreOutcome makeStoreFile(const StorePlace& place);
 
-/// Gives the store's file, its log and its index another name that is still free, so that a fresh store can begin.
-/// `new_path` is the file's new path. Nothing is deleted, nothing is overwritten. All of them or, where that fails and
-/// can be undone, none.
+/// Renames the store's file, log and index to a free name, so that a new store can begin. `new_path` is the file's new
+/// path. Deletes and overwrites nothing. All of them or, if that fails and can be undone, none.
 StoreOutcome setStoreAside(const StorePlace& place, std::string& new_path);
-/// What there is of it, for the user: the file or, where that was missing, its log.
+/// What was set aside, for the user: the file or, if that was missing, its log.
 std::string nameOfSetAside(const StorePlace& place, const std::string& new_path);
-/// Undoes that, with the path that it gave, where no fresh store could be made: what there is of one is deleted.
+/// Undoes that, with the path that it returned, if no new store could be made; deletes what there is of one.
 StoreOutcome putStoreBack(const StorePlace& place, const std::string& new_path);
 
-/// The files that a store has open. None: it could not be told.
+/// The files that a store has open. None: unknown.
 struct StoreFileIdentities {
   std::optional<FileIdentity> store, log, lock;
 };
 
-/// Of those that have the store's names now.
+/// The files that have the store's names now.
 StoreFileIdentities identifyStoreFiles(const StorePlace& place);
 
-/// What became of the names of files that are in use.
+/// What happened to the names of files in use.
 enum class StoreLoss : unsigned char {
-  kNone,     ///< or it cannot be told
-  kRemoved,  ///< the file, its log or the lock has its name no more: what is left under these names is good
+  kNone,     ///< or unknown
+  kRemoved,  ///< the file, its log or the lock lost its name: what is left is good
   kMixed,    ///< what is left does not belong together: nobody may read it as one store
-  kTaken,    ///< another process has begun a store of its own there
+  kTaken,    ///< another process has begun its own store there
 };
 StoreLoss lossOfStoreFiles(const StorePlace& place, const StoreFileIdentities& in_use);
 
-/// Held by the one store object that uses a store. Let go when this object, or the process that took it, goes: a child
-/// that was forked meanwhile does not have it.
+/// Held by the one store object that uses a store. Released when this object, or the process that took it, ends; a
+/// child forked meanwhile does not have it.
 class StoreLock {
  public:
   StoreLock() = default;
   StoreLock(const StoreLock&) = delete;
   StoreLock& operator=(const StoreLock&) = delete;
 
-  /// Does not wait; taking what is held already works. kFailed: `problem` says why the lock file cannot be used.
+  /// Does not wait; taking a held lock succeeds. kFailed: `problem` says why the lock file cannot be used.
   LockResult take(const StorePlace& place, StoreProblem& problem);
   void release() { lock_.reset(); }
   bool held() const { return lock_ != nullptr; }

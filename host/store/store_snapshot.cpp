@@ -20,11 +20,11 @@ namespace {
 
 constexpr size_t kLogHeaderBytes = 32;
 constexpr size_t kFrameHeaderBytes = 24;
-constexpr uint32_t kLogMagic = 0x377f0682;  // the lowest bit tells the byte order of the check sums
+constexpr uint32_t kLogMagic = 0x377f0682;  // the lowest bit is the byte order of the check sums
 constexpr uint32_t kLogVersion = 3007000;
 constexpr uint32_t kLeastPageBytes = 512;
 constexpr uint32_t kMostPageBytes = 65536;
-// Places in the file's header that say whether the file has a log.
+// Offsets in the file's header that say whether the file has a log.
 constexpr size_t kWriteVersion = 18;
 constexpr size_t kReadVersion = 19;
 constexpr char kWithoutLog = 1;
@@ -61,13 +61,13 @@ struct CheckSum {
 
 struct Frame {
   uint32_t page = 0;
-  uint32_t pages_after_commit = 0;  ///< 0: the commit goes on
+  uint32_t pages_after_commit = 0;  ///< 0: the commit continues
   std::string_view content;
 };
 
 class LogReader {
  public:
-  /// Nothing when `log` does not begin as a log does.
+  /// Nothing if `log` does not begin like a log.
   static std::optional<LogReader> open(std::string_view log) {
     if (log.size() < kLogHeaderBytes)
       return std::nullopt;
@@ -84,7 +84,7 @@ class LogReader {
     return LogReader(log, page_bytes, sum);
   }
 
-  /// The next frame; nothing at the end of what belongs to this log.
+  /// The next frame; nothing at the end of this log's frames.
   std::optional<Frame> next() {
     const std::string_view frame = rest_.substr(0, kFrameHeaderBytes + page_bytes_);
     if (frame.size() < kFrameHeaderBytes + page_bytes_ || frame.substr(8, 8) != salts_)
@@ -149,7 +149,7 @@ class StoreFile {
     out.resize(static_cast<size_t>(facts.st_size));
     return readUpTo(out);
   }
-  /// What a log begins with; shorter, or empty, where there is not so much.
+  /// The log's header; shorter, or empty, if there is less.
   StoreOutcome readLogHeader(std::string& out) const {
     out.clear();
     if (isMissing())
@@ -159,7 +159,7 @@ class StoreFile {
     out.resize(kLogHeaderBytes);
     return readUpTo(out);
   }
-  /// Whether the path still leads to the file that was opened, or still to none.
+  /// Whether the path still leads to the opened file, or still to none.
   bool isStillThere() const {
     struct stat opened {};
     struct stat named {};
@@ -175,7 +175,7 @@ class StoreFile {
       return std::nullopt;
     return StoreProblem::unavailable(std::system_category().message(error_));
   }
-  /// `out` becomes shorter where the file ends.
+  /// Shortens `out` if the file ends.
   StoreOutcome readUpTo(std::string& out) const {
     size_t place = 0;
     while (place < out.size()) {
@@ -197,9 +197,9 @@ class StoreFile {
   int error_ = 0;
 };
 
-// What the owner writes back into the file while it is being read stands in its log before, and stays there until the
-// log is begun anew, which begins with a new header. So as long as the header is the same before the file and after
-// the log were read, the file's pages, half written ones too, are made whole by the log that was read after them.
+// What the owner writes back into the file while it is being read was in its log before, and stays there until the log
+// is restarted with a new header. So if the header is the same before reading the file and after reading the log, that
+// log repairs all of the file's pages, even half-written ones.
 StoreOutcome readOnce(const StorePlace& place, std::string& out, bool& is_whole) {
   const StoreFile file(place.path());
   const StoreFile log(place.path() + "-wal");

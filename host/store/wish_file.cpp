@@ -43,14 +43,14 @@ runtime::MachineWishFile::Turn WishFile::takeTurn(std::chrono::milliseconds long
   return {.taken = std::move(taken), .held_up = asError(held_up)};
 }
 
-// Another process may write beside this one: a kit beside a store of a newer version has no lock of the store's. So
-// what the file says is read once more where this one has its turn.
+// Another process may write at the same time: a kit that runs without the lock of a newer version's store. So the file
+// is read again once this process has its turn.
 //
-// A write that fails may have left half a sector: the next one goes to the same place, and the other sector stays good.
+// A failed write may have left half a sector: the next one goes to the same place, and the other sector stays good.
 std::optional<kit::Error> WishFile::write(bool is_forgotten, Word word, const Turn& turn) {
   const bool held_up = turn.held_up.has_value();
   if (held_up && !is_forgotten) {
-    // What the file says by now was said before this, and is to give way when this is tried again.
+    // What the file says by now was said earlier: a retry of this write supersedes it.
     const Reading now = word == Word::kNew ? read() : Reading();
     if (now.state == State::kRead)
       sequence_ = now.sequence;
@@ -63,7 +63,7 @@ std::optional<kit::Error> WishFile::write(bool is_forgotten, Word word, const Tu
     if (is_overtaken && !is_forgotten && word == Word::kAgain)
       return std::nullopt;
   }
-  // Whoever is held up has the next number, and may write it yet.
+  // A process that is stuck in its turn has the next number, and may still write it.
   const uint64_t steps = held_up ? 2 : 1;
   if (mayBeGoneOnWith(steps)) {
     const WishSector sector{sequence_ + steps, is_forgotten};
@@ -73,17 +73,17 @@ std::optional<kit::Error> WishFile::write(bool is_forgotten, Word word, const Tu
     return std::nullopt;
   }
   const StoreOutcome failed = files_.put(path_, 0, wishFileBytes(is_forgotten));
-  is_name_synced_ = false;  // only now: a sync beside this may have missed the name
+  is_name_synced_ = false;  // only now: a concurrent sync may have missed the name
   sequence_ = failed ? 0 : kFirstWishSequence;
   return asError(failed);
 }
 
-/// Not with one that was removed since, whose new name must reach the disk as well, nor past the last number.
+/// False for a file removed since, whose new name must reach the disk too, and after the last number.
 bool WishFile::mayBeGoneOnWith(uint64_t steps) const {
   return sequence_ != 0 && sequence_ <= kLastWishSequence - steps && files_.exists(path_);
 }
 
-/// Where that cannot be told it is.
+/// True if unknown.
 bool WishFile::isThere() const {
   std::optional<FileIdentity> found;
   return files_.identify(path_, found).has_value() || found.has_value();

@@ -1,4 +1,4 @@
-// The file that keeps the wish to be forgotten beside the store.
+// The file next to the store that keeps the wish to be forgotten.
 #pragma once
 
 #include <atomic>
@@ -11,12 +11,12 @@
 
 namespace morvik::host {
 
-/// Reads of the file, one after the other, before it counts as one that cannot be read at present.
+/// Reads in a row before the file counts as unreadable at present.
 inline constexpr int kWishReadAttempts = 3;
 
 class WishFile final : public runtime::MachineWishFile {
  public:
-  /// Beside the store at that place.
+  /// Next to the store at that place.
   explicit WishFile(const StorePlace& place);
 
   std::string path() const override { return path_; }
@@ -31,7 +31,7 @@ class WishFile final : public runtime::MachineWishFile {
   void discard() override { static_cast<void>(files_.remove(new_path_)); }
 
   static std::string pathFor(const StorePlace& place) { return place.path() + ".wish"; }
-  /// Under which the file is made. One that is there was left by a process that died meanwhile.
+  /// The name under which the file is created. An existing one was left by a process that died meanwhile.
   static std::string newPathFor(const StorePlace& place) { return pathFor(place) + ".new"; }
 
  private:
@@ -41,7 +41,7 @@ class WishFile final : public runtime::MachineWishFile {
   const std::string folder_;
   const std::string path_;
   const std::string new_path_;
-  uint64_t sequence_ = 0;  ///< of the sector that counts; 0: there is no whole file that could be gone on with
+  uint64_t sequence_ = 0;  ///< of the valid sector; 0: there is no whole file to continue
   std::atomic<bool> is_name_synced_{false};
 };
 

@@ -1,13 +1,13 @@
-// The bytes of the file that keeps the wish to be forgotten beside the store. This format is frozen for ever: every
-// version of this program, older or newer than the one that wrote a file, must understand what it says.
+// The bytes of the file that keeps the wish to be forgotten. The format is frozen: every version of this program, older
+// or newer than the one that wrote a file, must understand it.
 //
-// Two sectors of 4,096 bytes each, written in turn. A sector begins so, its numbers with the lowest byte first; the
-// rest of it is zero, and not looked at:
+// Two sectors of 4,096 bytes each, written in turn. A sector begins as follows, with little-endian numbers; the rest is
+// zero and ignored:
 //   0   8 bytes  "mrvkwish"
-//   8   8 bytes  sequence number, from 1; an even one stands in the first sector, an odd one in the second
+//   8   8 bytes  sequence number, from 1; even numbers in the first sector, odd ones in the second
 //   16  8 bytes  value: 0 not forgotten, 1 forgotten
 //   24  4 bytes  CRC-32 (as in zip files) of the 24 bytes before it
-// The valid sector with the highest number counts. With none valid the user counts as forgotten.
+// The valid sector with the highest number counts. If none is valid, the user counts as forgotten.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,8 @@
 
 namespace morvik::host {
 
-/// A sector covers a page of the system's cache and a sector of any disk, so that no write of one touches the other.
+/// A sector covers a page of the system's cache and a sector of any disk, so that writing one does not affect the
+/// other.
 inline constexpr size_t kWishSectorBytes = 4096;
 inline constexpr size_t kWishFileBytes = 2 * kWishSectorBytes;
 
@@ -27,21 +28,21 @@ struct WishSector {
   uint64_t sequence = 0;
   bool is_forgotten = false;
 
-  /// Where it stands in the file.
+  /// Its offset in the file.
   size_t offset() const { return sequence % 2 == 0 ? 0 : kWishSectorBytes; }
   friend bool operator==(const WishSector&, const WishSector&) = default;
 };
 
-/// kWishSectorBytes.
+/// kWishSectorBytes long.
 std::string wishSectorBytes(const WishSector& sector);
 
-/// A whole file, both sectors of which say the same. The next sequence number is kFirstWishSequence + 1.
+/// A whole file with two equal sectors. The next sequence number is kFirstWishSequence + 1.
 std::string wishFileBytes(bool is_forgotten);
 inline constexpr uint64_t kFirstWishSequence = 2;
-/// No number comes after it: the next wish is a whole file again.
+/// The last number: the next wish writes a whole file again.
 inline constexpr uint64_t kLastWishSequence = UINT64_MAX;
 
-/// The sector that counts in the file with these bytes; nothing when none is valid.
+/// The valid sector that counts in the file with these bytes; nothing if none is valid.
 std::optional<WishSector> newestWishSector(std::string_view file);
 
 }  // namespace morvik::host

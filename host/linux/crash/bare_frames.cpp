@@ -33,7 +33,7 @@ bool isHexadecimal(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
-/// Nothing when the frame is none.
+/// Nothing if it is not a bare frame.
 std::optional<BareFrame> bareFrameIn(std::string_view frame) {
   BareFrame found;
   const size_t id = frame.rfind(kIdBegin);
@@ -52,7 +52,7 @@ std::optional<BareFrame> bareFrameIn(std::string_view frame) {
   return found;
 }
 
-/// Each frame of the trace as `written` has it; what is bare is handed to it, the rest stays.
+/// Rewrites each bare frame of the trace with `written`; the rest stays as it is.
 std::string rewritten(std::string_view trace, const std::function<std::string(const BareFrame&)>& written) {
   std::string all;
   while (!trace.empty()) {

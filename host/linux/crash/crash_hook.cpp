@@ -27,7 +27,7 @@ namespace {
 constexpr auto kReportPoll = std::chrono::milliseconds(1);
 constexpr auto kMaxReportTime = std::chrono::milliseconds(kMaxRecordWaitMilliseconds);
 
-/// Beyond so many, two terminate handlers pass one exception to each other.
+/// After this many passes, two terminate handlers are passing one exception to each other.
 constexpr int kMaxPasses = 16;
 
 constexpr const char* kOurCrash = "mrvk ";
@@ -41,14 +41,14 @@ std::vector<std::string> textsOf(const std::vector<NamedFrame>& frames) {
   return texts;
 }
 
-/// Absent when it holds none.
+/// Absent if it has none.
 kit::Value factsIn(const std::string& note, const kit::JsonCodec& json) {
   const auto read = json.read(note);
   const auto* facts = std::get_if<kit::Value>(&read);
   return facts != nullptr && facts->isDictionary() ? *facts : kit::Value();
 }
 
-/// Without names: to read files takes time and memory, and whoever crashes may be short of both.
+/// Without names: reading files takes time and memory, and a crashing process may have little of both.
 std::vector<std::string> callStackSymbols() {
   std::array<void*, kMaxCrashFrames> addresses{};
   const int count = ::backtrace(addresses.data(), static_cast<int>(addresses.size()));
@@ -58,7 +58,7 @@ std::vector<std::string> callStackSymbols() {
   return bareFrames(loadedModules(), frames);
 }
 
-/// "std::runtime_error: the text", or the type alone where there is no text.
+/// "std::runtime_error: the text", or only the type if there is no text.
 std::string reasonOfCurrentException() {
   if (std::current_exception() == nullptr)
     return kNoException;
@@ -78,13 +78,13 @@ struct CrashHook::State {
   const runtime::OwnProcess process = ownProcess();
   int record_file = -1;
   std::unique_ptr<FatalSignals> signals;
-  std::terminate_handler left_behind = nullptr;  ///< what `before` was
+  std::terminate_handler left_behind = nullptr;  ///< the previous `before`
   std::atomic<bool> is_reporting{false};
   std::atomic<bool> is_reported{false};
   std::atomic<std::thread::id> reporter{};
 
   static std::atomic<State*> current;
-  /// Who was there before the latest hook; also when that is gone, for somebody who came later may still call us.
+  /// The handler before the latest hook. Kept when the hook is gone: a handler installed later may still call us.
   static std::atomic<std::terminate_handler> before;
   static std::atomic<int> passes;
 
@@ -94,7 +94,7 @@ struct CrashHook::State {
       if (parts.concerns_us == nullptr || parts.concerns_us(reason))
         parts.report({reason, callStackSymbols(), std::nullopt});
     } catch (...) {
-      // The process is going; there is nobody to tell.
+      // The process is ending; nobody can be told.
     }
   }
 };
@@ -119,7 +119,7 @@ std::variant<std::unique_ptr<CrashHook>, kit::Error> CrashHook::install(CrashHoo
   state->signals = std::make_unique<FatalSignals>(
       FatalSignalParts{state->record_file, state->parts.is_app_in_focus, state->parts.context, state->parts.note.get()},
       modules);
-  // The unwinder is loaded at its first use; a crash is no time for that.
+  // The unwinder is loaded at its first use: do that now, not during a crash.
   std::array<void*, 1> first{};
   static_cast<void>(::backtrace(first.data(), 1));
   state->left_behind = State::before.exchange(std::get_terminate());
@@ -142,17 +142,17 @@ CrashHook::~CrashHook() {
 
 void CrashHook::onTerminate() {
   State* const state = State::current.load();
-  // In a forked child the store is the parent's, and so is the crash.
+  // In a forked child the store and the crash are the parent's.
   if (state != nullptr && state->process.isHere()) {
     if (!state->is_reporting.exchange(true)) {
       state->reporter = std::this_thread::get_id();
       state->signals->beginReport();
-      // A fault that keeps the report from coming about is recorded in its place.
+      // If making the report faults, that fault is recorded instead.
       state->report();
       state->signals->leaveAlone();
       state->is_reported = true;
     } else if (state->reporter != std::this_thread::get_id()) {
-      // The first exception of another thread is being reported; the end of the process has to wait for it.
+      // Another thread's earlier exception is being reported; the end of the process must wait for it.
       for (auto waited = kReportPoll; !state->is_reported && waited < kMaxReportTime; waited += kReportPoll)
         std::this_thread::sleep_for(kReportPoll);
     }

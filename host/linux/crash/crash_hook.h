@@ -1,4 +1,4 @@
-// The crash hook: uncaught exceptions and fatal signals become crash reports.
+// The crash hook: turns uncaught exceptions and fatal signals into crash reports.
 #pragma once
 
 #include <memory>
@@ -15,17 +15,17 @@
 namespace morvik::host {
 
 struct CrashHookParts : runtime::CrashReporting {
-  std::string record_path;  ///< the file for a fatal signal's record
+  std::string record_path;  ///< for the record of a fatal signal
 };
 
-/// While it lives, std::terminate and the fatal signals are reported. Whoever was there before comes afterwards and
-/// gets its place back when this goes. An uncaught exception is one report: the abort that follows is none. In a forked
-/// child nothing is reported, and whoever was there before is asked as ever.
+/// While it lives, std::terminate and the fatal signals are reported. Handlers installed earlier still run afterwards,
+/// and are restored when this is destroyed. An uncaught exception makes one report; the abort that follows makes none.
+/// In a forked child nothing is reported, and the earlier handlers run as usual.
 class CrashHook final : public runtime::MachineCrashHook {
  public:
-  /// One in a process at a time. The hook, or why there is none.
+  /// One in a process at a time. Returns the hook, or why there is none.
   static std::variant<std::unique_ptr<CrashHook>, kit::Error> install(CrashHookParts parts);
-  /// Takes the record file away: no signal came.
+  /// Removes the record file: no signal came.
   ~CrashHook() override;
   CrashHook(const CrashHook&) = delete;
   CrashHook& operator=(const CrashHook&) = delete;
@@ -37,9 +37,9 @@ class CrashHook final : public runtime::MachineCrashHook {
   std::unique_ptr<State> state_;
 };
 
-/// What the record of an earlier process tells of its crash, if one is there. Its reason is the signal's name, after
-/// "mrvk " when the crash is the kit's own (isCrashOfTheKit()), so that only those are kept that concern it. The file
-/// stays; it is to be removed once the report is stored. Blocks for reading files.
+/// The crash recorded by an earlier process, if any. Its reason is the signal's name, preceded by "mrvk " if the crash
+/// is the kit's own (isCrashOfTheKit()), so that only those that concern it are kept. The file stays; remove it once
+/// the report is stored. Blocks for reading files.
 std::variant<std::optional<kit::UncaughtException>, kit::Error> crashOfEarlierProcess(const std::string& record_path,
                                                                                       const kit::JsonCodec& json);
 

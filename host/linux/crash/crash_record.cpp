@@ -22,7 +22,7 @@ namespace morvik::host {
 namespace {
 
 constexpr std::string_view kFirstLine = "morvik crash record 2\n";
-/// Of the versions before, whose record is one structure.
+/// Of earlier versions, whose record is one structure.
 constexpr std::string_view kFirstLineOfVersion1 = "morvik crash record 1\n";
 
 struct RecordOfVersion1 {
@@ -42,7 +42,7 @@ struct PartHead {
   static constexpr uint64_t kMagic = 0x6d72766b70617274;
   uint64_t magic = kMagic;
   uint32_t kind = 0;
-  uint32_t bytes = 0;  ///< behind this head; of the stack at most so many
+  uint32_t bytes = 0;  ///< following this head; at most this many of the stack
 };
 
 constexpr std::string_view kEndOfModules = "--\n";
@@ -52,7 +52,7 @@ std::string moduleLines(const std::vector<LoadedModule>& modules) {
   std::ostringstream lines;
   lines << std::hex;
   for (const LoadedModule& module : modules) {
-    // A path with a line feed could not be told from two lines.
+    // A path with a line feed would read as two lines.
     if (module.path.find('\n') != std::string::npos)
       continue;
     lines << module.bias << ' ' << module.begin << ' ' << module.end << ' '
@@ -99,7 +99,7 @@ bool readModules(std::string_view& bytes, std::vector<LoadedModule>& modules) {
   return true;
 }
 
-/// False when it is none; of one that was half written nothing is there.
+/// False if it is not one. A half-written record is empty.
 bool readRecordOfVersion1(std::string_view bytes, std::optional<SignalRecord>& record) {
   RecordOfVersion1 found;
   if (!take(bytes, found))
@@ -140,7 +140,7 @@ bool takeFrames(std::string_view part, SignalRecord& record) {
   return true;
 }
 
-/// As readRecordOfVersion1(). A part of which not all is there ends the record, but for the stack, which may end early.
+/// As readRecordOfVersion1(). An incomplete part ends the record, except the stack, which may end early.
 bool readParts(std::string_view bytes, std::optional<SignalRecord>& record) {
   PartHead head;
   SignalRecord found;
@@ -187,7 +187,7 @@ void writePart(int file, PartKind kind, std::array<iovec, kPieces> pieces) {
   for (size_t i = 1; i < kPieces; ++i)
     head.bytes += static_cast<uint32_t>(pieces[i].iov_len);
   pieces[0] = {&head, sizeof head};
-  // Past the C library, where checkers of memory would stop at a stack that is not there.
+  // Bypasses the C library, where memory checkers would stop at an unmapped stack.
   static_cast<void>(::syscall(SYS_writev, file, pieces.data(), kPieces));
 }
 
@@ -208,7 +208,7 @@ std::variant<int, kit::Error> prepareCrashRecord(const std::string& path, const 
   if (!writeAll(file, kFirstLine) || !writeAll(file, moduleLines(modules)) || !writeAll(file, kEndOfModules)) {
     const kit::Error error = errorAt(path, "cannot write");
     ::close(file);
-    ::unlink(path.c_str());  // half of it would be taken for a damaged record
+    ::unlink(path.c_str());  // half a file would be taken for a damaged record
     return error;
   }
   return file;

@@ -1,4 +1,4 @@
-// The fatal signal that ended an earlier process: its record becomes a report at this start.
+// Turns the record of a fatal signal that ended an earlier process into a report.
 #pragma once
 
 #include <string>
@@ -10,20 +10,20 @@
 
 namespace morvik::host {
 
-/// Where the record of such a crash waits for the next start. There is room for one, the latest.
+/// Where a crash record waits for the next start. Only the latest one is kept.
 std::string waitingRecordPath(const std::string& record_path);
-/// Where a record lies while it is read and its stack is named.
+/// Where a record is while it is read and its stack is named.
 std::string triedRecordPath(const std::string& record_path);
-/// Where a file goes that cannot be read as a record, or of which a start died. The latest.
+/// Where a file goes that is not a valid record, or that crashed a start. Only the latest one is kept.
 std::string unreadableRecordPath(const std::string& record_path);
 
-/// Every place where a record may lie, the first included.
+/// Every path at which a record may be, including the first.
 std::vector<std::string> crashRecordPaths(const std::string& record_path);
 
-/// Hands the crash of the waiting record, and that of the record at `record_path`, to `take`. A record goes once its
-/// crash is taken; what cannot be taken or read has another name afterwards, with a line at warning level, so that the
-/// place is free for this process's own. A record of which an earlier start died is not tried again, but set aside with
-/// a line. Blocks for reading files.
+/// Passes the crash of the waiting record, and that of the record at `record_path`, to `take`. A record is removed once
+/// its crash is taken. One that cannot be taken or read is renamed, with a line at warning level, so that `record_path`
+/// is free for this process. A record that crashed an earlier start is not tried again, but set aside with a log line.
+/// Blocks for reading files.
 void reportEarlierCrashes(const std::string& record_path, const kit::JsonCodec& json, const runtime::TakeCrash& take,
                           const services::Logger& logger);
 

@@ -20,7 +20,8 @@ namespace {
 
 constexpr std::array<int, 5> kSignals = {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL};
 
-/// How often one signal may come, each time deeper on the stack. Beyond it two handlers pass it to each other.
+/// How often a signal may come back, each time deeper on the stack. Beyond this, two handlers are passing it to each
+/// other.
 constexpr int kMaxRounds = 16;
 
 constexpr int kWaitPollMilliseconds = 1;
@@ -37,7 +38,7 @@ StackTop stackTop(const void* context) {
 #endif
 }
 
-/// Of the interrupted code, by the numbers of its debug information; how many.
+/// Copies the interrupted code's registers, ordered by debug-information number; returns how many.
 uint32_t copyRegisters(const void* context, uint64_t* registers) {
   const mcontext_t& machine = static_cast<const ucontext_t*>(context)->uc_mcontext;
   uint32_t count = 0;
@@ -57,7 +58,7 @@ bool wasSent(const siginfo_t& info) {
   return info.si_code <= 0;
 }
 
-/// A fault happens again as soon as the handler returns; a signal that was sent has to be sent again.
+/// A fault recurs as soon as the handler returns; a signal that was sent must be sent again.
 void toDefault(int signal, const siginfo_t* info) {
   struct sigaction fatal {};
   fatal.sa_handler = SIG_DFL;
@@ -86,7 +87,7 @@ struct sigaction actionOf(int signal) {
   return action;
 }
 
-/// Their number when it is none of them.
+/// kSignals.size() if it is not one of them.
 size_t indexOf(int signal) {
   size_t index = 0;
   while (index < kSignals.size() && kSignals[index] != signal)
@@ -115,7 +116,7 @@ const std::array<int, 5>& fatalSignals() {
   return kSignals;
 }
 
-/// Where the handler of a signal stands on the stack of its thread.
+/// Where a signal's handler runs: thread and stack position.
 struct HandlerPlace {
   pid_t thread = 0;
   uintptr_t frame = 0;
@@ -130,12 +131,12 @@ struct FatalSignals::State {
   pid_t process = ::getpid();
   off_t prepared_bytes = 0;
   std::array<struct sigaction, kSignals.size()> previous{};
-  std::array<std::atomic<bool>, kSignals.size()> is_used_up{};  ///< earlier handlers that wanted one signal only
+  std::array<std::atomic<bool>, kSignals.size()> is_used_up{};  ///< earlier handlers installed for one signal only
   const SignalStack stack;
 
   std::atomic<RecordPhase> phase{RecordPhase::kNoRecord};
   std::atomic<bool> is_left_alone{false};
-  std::atomic<pid_t> reporter_thread{0};  ///< that makes a report of its own; 0: none
+  std::atomic<pid_t> reporter_thread{0};  ///< the thread that makes its own report; 0: none
   // Of the handler that recorded.
   std::atomic<int> recorded_signal{0};
   std::atomic<pid_t> recorder_thread{0};
@@ -145,7 +146,7 @@ struct FatalSignals::State {
   std::atomic<uintptr_t> latest_frame{0};
   std::atomic<int> rounds{0};
 
-  State* left_behind = nullptr;  ///< of an earlier one, which somebody who came later than it still passes signals to
+  State* left_behind = nullptr;  ///< an earlier hook's, to which a handler installed later still passes signals
 
   static std::atomic<State*> current;
 
@@ -165,7 +166,7 @@ static_assert(std::atomic<void*>::is_always_lock_free && std::atomic<bool>::is_a
               std::atomic<pid_t>::is_always_lock_free && std::atomic<uintptr_t>::is_always_lock_free &&
               std::atomic<RecordPhase>::is_always_lock_free);
 
-// From here to takeBack() nothing may be called that is not async-signal-safe.
+// From here to takeBack(), only async-signal-safe functions may be called.
 
 void FatalSignals::State::handle(int signal, siginfo_t* info, void* context) {
   const int error = errno;
@@ -206,8 +207,8 @@ bool FatalSignals::State::detectCircle(const void* context, const HandlerPlace& 
   return ++rounds > kMaxRounds;
 }
 
-/// Whether the interrupted code is within the handling of the recorded signal: that is blocked there. Where an earlier
-/// handler did not want it blocked, code deeper on the stack is taken for that.
+/// Whether the interrupted code is within the handling of the recorded signal, where that signal is blocked. If an
+/// earlier handler did not want it blocked, code deeper on the stack counts as within.
 bool FatalSignals::State::isWithinRecorded(const HandlerPlace& place, const void* context) const {
   const size_t index = indexOf(recorded_signal);
   if (index == kSignals.size())
@@ -236,7 +237,7 @@ bool FatalSignals::State::takeRecord(int signal, const HandlerPlace& place, cons
   return true;
 }
 
-/// Until no other thread writes a record or makes a report, or the time for that is up.
+/// Waits until no other thread writes a record or makes a report, or the time is up.
 void FatalSignals::State::waitForOthers(const HandlerPlace& place) const {
   for (int waited = 0; waited < kMaxRecordWaitMilliseconds; waited += kWaitPollMilliseconds) {
     const bool is_writing = phase == RecordPhase::kWriting && recorder_thread != place.thread;
@@ -269,11 +270,11 @@ void FatalSignals::State::record(int signal, const siginfo_t& info, const void* 
   writeStackPart(parts.record_file, top.stack_pointer);
 }
 
-/// Does what would happen without us; answers whether the process lives on.
+/// Does what would happen without us. Returns whether the process lives on.
 bool FatalSignals::State::passOn(int signal, siginfo_t* info, void* context) {
   const size_t index = indexOf(signal);
   if (index == kSignals.size())
-    return false;  // somebody who came later passes us what we never asked for
+    return false;  // a later handler passes us a signal we never asked for
   const struct sigaction& before = previous[index];
   const bool wants_one = (before.sa_flags & static_cast<int>(SA_RESETHAND)) != 0;
   if (isIgnored(before) && wasSent(*info))
@@ -285,8 +286,8 @@ bool FatalSignals::State::passOn(int signal, siginfo_t* info, void* context) {
   return callHandler(before, signal, info, context);
 }
 
-/// False: the signal goes elsewhere from now on. Many a handler ends by setting the default action, or who was there
-/// before it, so that the fault comes again and ends the process.
+/// False: the signal goes elsewhere from now on. Many handlers end by restoring the default action or the previous
+/// handler, so that the fault recurs and ends the process.
 bool FatalSignals::State::callHandler(const struct sigaction& handler, int signal, siginfo_t* info, void* context) {
   const struct sigaction found = actionOf(signal);
   if ((handler.sa_flags & SA_SIGINFO) != 0)
@@ -310,7 +311,7 @@ FatalSignals::FatalSignals(const FatalSignalParts& parts, const std::vector<Load
   state_->parts = parts;
   state_->code = rangesOf(modules);
   state_->prepared_bytes = ::lseek(parts.record_file, 0, SEEK_END);
-  // Without a pipe the record has no more than the interrupted instruction.
+  // Without a pipe the record has only the interrupted instruction.
   static_cast<void>(state_->reader.open());
   state_->left_behind = State::current.exchange(state_.get());
   for (size_t i = 0; i < kSignals.size(); ++i) {
@@ -318,7 +319,7 @@ FatalSignals::FatalSignals(const FatalSignalParts& parts, const std::vector<Load
     before = actionOf(kSignals[i]);
     struct sigaction action {};
     action.sa_sigaction = State::handle;
-    // What the handler before finds blocked, and what it leaves blocked when it jumps, stays as it was.
+    // The earlier handler finds the same signals blocked as without us, and leaves the same ones blocked when it jumps.
     action.sa_flags = SA_SIGINFO | SA_ONSTACK | (before.sa_flags & (SA_NODEFER | SA_RESTART));
     action.sa_mask = before.sa_mask;
     ::sigaction(kSignals[i], &action, &before);
@@ -336,7 +337,7 @@ FatalSignals::~FatalSignals() {
   }
   leaveAlone();
   if (!all_back) {
-    // Somebody who came later still passes signals on to us, and we on to whoever was there before.
+    // A handler installed later still passes signals to us, and we pass them to the earlier one.
     static_cast<void>(state_.release());
     return;
   }

@@ -14,13 +14,13 @@ namespace {
 
 constexpr size_t kAddressDigits = 16;
 
-/// A function of C's named "f" is no "float".
+/// A C function named "f" is not "float".
 std::string plainName(const std::string& name) {
   return isMangled(name) ? services::demangled(name.c_str()) : name;
 }
 
-/// A file right in one of the folders where a system has its libraries, or in that of its architecture ("/usr/lib",
-/// "/usr/lib/x86_64-linux-gnu"); and the runtime library, wherever an app keeps its own, and what the kernel maps.
+/// A file directly in a system library folder or its architecture's subfolder ("/usr/lib",
+/// "/usr/lib/x86_64-linux-gnu"); also the runtime library wherever an app keeps its own, and what the kernel maps.
 bool isOfTheSystem(const LoadedModule& module) {
   constexpr std::array<std::string_view, 8> kFolders = {"/lib",     "/lib32",     "/lib64",     "/libx32",
                                                         "/usr/lib", "/usr/lib32", "/usr/lib64", "/usr/libx32"};
@@ -88,7 +88,7 @@ std::string offsetText(const LoadedModule& module, uint64_t address) {
 }
 
 NamedFunction functionAt(ModuleFiles& files, const LoadedModule& module, size_t index, uint64_t address) {
-  // A return address stands behind its call, which may be the last instruction of its function.
+  // A return address points after its call, which may be the last instruction of its function.
   const uint64_t inside = index == 0 ? address : address - 1;
   const Name name = nameAt(files.of(module), inside);
   if (name.mangled.empty())

@@ -18,13 +18,13 @@ bool isAmong(std::string_view text, const std::array<std::string_view, size>& al
   return std::find(all.begin(), all.end(), text) != all.end();
 }
 
-/// What stands between "_Z" and the function's own name: the names of what it is in, and its own.
+/// What is between "_Z" and the function's own name: its scopes and its name.
 std::string_view scopeOf(std::string_view mangled) {
   constexpr std::string_view kNestings = "ZNKVrL";
   return mangled.substr(std::min(mangled.find_first_not_of(kNestings, 1), mangled.size()));
 }
 
-/// Takes "5thing" from the front; "" when something else is there.
+/// Takes "5thing" from the front; "" if there is something else.
 std::string_view takeName(std::string_view& mangled) {
   size_t length = 0;
   const auto [end, error] = std::from_chars(mangled.data(), mangled.data() + mangled.size(), length);
@@ -36,7 +36,7 @@ std::string_view takeName(std::string_view& mangled) {
   return name;
 }
 
-/// What of std calls, copies or destroys something whose type nobody else knows, in libstdc++ and libc++.
+/// Functions of std that call, copy or destroy an object whose type only they know, in libstdc++ and libc++.
 bool hidesTypes(std::string_view scope) {
   constexpr std::array<std::string_view, 24> kHiding = {"_Function_handler",
                                                         "_Base_manager",
@@ -73,8 +73,8 @@ bool hidesTypes(std::string_view scope) {
   return false;
 }
 
-/// "std::_Function_handler<void (int), shop::go(int)::{lambda()#1}>" without "(int)" and "()": what a function takes is
-/// not what it is.
+/// "std::_Function_handler<void (int), shop::go(int)::{lambda()#1}>" without "(int)" and "()": a function's parameters
+/// are not part of what it is.
 std::string withoutParameters(std::string text) {
   for (size_t at = text.find(kAnonymous); at != std::string::npos; at = text.find(kAnonymous, at))
     text.replace(at, kAnonymous.size(), "{anonymous}");
@@ -91,7 +91,7 @@ std::string withoutParameters(std::string text) {
   return rest;
 }
 
-/// Calls `take` with the first part of each qualified name in a demangled text: with "shop" of "shop::Cart".
+/// Calls `take` with the first part of each qualified name in a demangled text: "shop" for "shop::Cart".
 template <class Take>
 void eachOutermostName(std::string_view text, Take take) {
   size_t braces = 0;
@@ -120,14 +120,13 @@ bool isBuiltIn(std::string_view name) {
   return std::isdigit(static_cast<unsigned char>(name.front())) != 0 || isAmong(name, kWords);
 }
 
-/// std, and the names that are reserved to the implementation.
+/// std, and names reserved to the implementation.
 bool isOfTheRuntime(std::string_view name) {
   return name == "std" || name.starts_with("__") ||
          (name.size() > 1 && name[0] == '_' && std::isupper(static_cast<unsigned char>(name[1])) != 0);
 }
 
-/// Of a function that the library made for the types in its name. The kit's own stands in many a signature of the
-/// app's.
+/// For a function that the library made for the types in its name. Many an app function's signature names the kit.
 FrameOwner ownerByTypes(const std::string& demangled) {
   FrameOwner owner = FrameOwner::kSystem;
   eachOutermostName(withoutParameters(demangled), [&owner](std::string_view name) {
@@ -143,9 +142,9 @@ FrameOwner ownerByTypes(const std::string& demangled) {
 
 FrameOwner ownerByName(std::string_view mangled) {
   constexpr std::string_view kOurNamespace = "6morvik";
-  // "S" and a letter: std, and what has a short name in it.
+  // "S" and a letter: std, and abbreviated names in it.
   constexpr std::array<std::string_view, 3> kOfTheRuntime = {"S", "9__gnu_cxx", "10__cxxabiv1"};
-  if (!isMangled(mangled))  // names of C that begin so are reserved to the implementation
+  if (!isMangled(mangled))  // C names that begin so are reserved to the implementation
     return mangled.starts_with("__") ? FrameOwner::kSystem : FrameOwner::kApp;
   const std::string_view scope = scopeOf(mangled);
   if (scope.starts_with(kOurNamespace))

@@ -8,10 +8,10 @@
 namespace morvik::host {
 namespace {
 
-// The stack is that of the only thread of a process that is gone. Any number does.
+// The stack belongs to the only thread of a process that is gone. Any number does.
 constexpr pid_t kRecordedProcess = 1;
 
-/// What is asked for by libdw.
+/// What libdw asks for.
 struct Stopped {
   std::vector<uint64_t> registers;
   uint64_t instruction = 0;
@@ -31,7 +31,7 @@ struct Stopped {
 constexpr size_t kStackRegister = 7;
 constexpr size_t kInstructionRegister = 16;
 
-/// A call to where no code is has done nothing but put the return address on the stack.
+/// A call to an address without code has only pushed the return address.
 bool undoCall(Stopped& stopped) {
   if (!stopped.read(stopped.stack_pointer, stopped.instruction))
     return false;

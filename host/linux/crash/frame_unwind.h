@@ -1,4 +1,4 @@
-// The call stack of a record by the unwind tables of the modules' files: those of code without frame pointers too.
+// Unwinds a recorded stack with the modules' unwind tables; also works for code without frame pointers.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 namespace morvik::host {
 
 /// The frames of the record's stack, innermost first, at most kMaxCrashFrames; as far as the tables and the kept part
-/// of the stack go, and from there on those that the handler found. Blocks for reading files.
+/// of the stack reach, then those that the handler found. Blocks for reading files.
 std::vector<uint64_t> unwoundFrames(const std::vector<LoadedModule>& modules, const SignalRecord& record);
 
 }  // namespace morvik::host

@@ -15,7 +15,7 @@ bool mayFollow(uint64_t frame, uint64_t next) {
   return next % sizeof(uint64_t) == 0 && next > frame && next - frame <= kMaxFrameBytes;
 }
 
-/// A frame whose caller has one too: by chance two words look like one frame, hardly like two.
+/// Whether its caller has a frame too: two words may look like one frame by chance, hardly like two.
 bool looksLikeFrame(uint64_t address, const CodeRanges& code, const SafeReader& reader) {
   Words frame{};
   Words caller{};
@@ -35,7 +35,7 @@ uint64_t firstFrame(const StackTop& top, const CodeRanges& code, const SafeReade
   return top.frame_pointer;
 }
 
-/// Where the call went out that has only just been made.
+/// The caller of a function that has only just been called.
 uint64_t callerOf(const StackTop& top, const SafeReader& reader) {
   Words words{};
   if (top.link != 0)
@@ -73,7 +73,7 @@ void SafeReader::close() {
 
 bool SafeReader::read(uint64_t address, Words& words) const {
   constexpr auto kBytes = static_cast<ssize_t>(sizeof words);
-  // Past the C library, where checkers of memory would stop at an address that is not there.
+  // Bypasses the C library, where memory checkers would stop at an unmapped address.
   return ::syscall(SYS_write, to_, address, sizeof words) == kBytes &&
          ::read(from_, words.data(), sizeof words) == kBytes;
 }

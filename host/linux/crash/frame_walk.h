@@ -1,5 +1,5 @@
-// The return addresses of a stack, read by its frame pointers. For signal handlers: nothing here allocates, locks, or
-// calls anything that is not async-signal-safe.
+// Walks a stack by its frame pointers. For signal handlers: nothing here allocates, locks, or calls anything that is
+// not async-signal-safe.
 #pragma once
 
 #include <array>
@@ -10,13 +10,13 @@
 
 namespace morvik::host {
 
-/// Words of a stack that are looked at for its first frame, where the frame pointer itself holds something else (in
-/// functions of libraries that were compiled without).
+/// Words of a stack searched for its first frame if the frame pointer itself holds something else (in library functions
+/// compiled without frame pointers).
 inline constexpr size_t kMaxScannedWords = 1024;
-/// Two frames are at most so far apart.
+/// Largest distance between two frames.
 inline constexpr uint64_t kMaxFrameBytes = uint64_t{8} << 20;
 
-/// Where code lies, in a form that a signal handler may read.
+/// The ranges of code, in a form that a signal handler may read.
 struct CodeRanges {
   struct Range {
     uint64_t begin = 0;
@@ -28,21 +28,21 @@ struct CodeRanges {
   bool hold(uint64_t address) const;
 };
 
-/// Registers at the moment of a signal.
+/// Registers at the time of a signal.
 struct StackTop {
   uint64_t instruction = 0;
   uint64_t stack_pointer = 0;
   uint64_t frame_pointer = 0;
-  uint64_t link = 0;  ///< the return address of a call just made; 0 where the processor keeps it on the stack
+  uint64_t link = 0;  ///< return address of the latest call; 0 if the processor keeps it on the stack
 };
 
-/// Reads memory that may not be there. A pipe does it: the kernel refuses what is not mapped.
+/// Reads memory that may not be mapped, through a pipe: the kernel refuses unmapped addresses.
 class SafeReader {
  public:
-  /// Not async-signal-safe; false when there is no pipe to be had.
+  /// Not async-signal-safe; false if no pipe is available.
   bool open();
   void close();
-  /// Two words at `address`; false when they cannot be read.
+  /// Reads two words at `address`; false if they cannot be read.
   bool read(uint64_t address, std::array<uint64_t, 2>& words) const;
 
  private:
@@ -50,8 +50,8 @@ class SafeReader {
   int to_ = -1;
 };
 
-/// The interrupted instruction and the return addresses above it, innermost first, at most `capacity`; how many. Of a
-/// call to where no code is, the caller comes second.
+/// Finds the interrupted instruction and the return addresses above it, innermost first, at most `capacity`; returns
+/// how many. After a call to an address without code, the caller comes second.
 size_t walkFrames(const StackTop& top, const CodeRanges& code, const SafeReader& reader, uint64_t* frames,
                   size_t capacity);
 

@@ -21,14 +21,14 @@ std::string programPath() {
   return size > 0 ? std::string(path.data(), static_cast<size_t>(size)) : std::string();
 }
 
-/// With the zero at its end, as it stands in a note.
+/// Including the final zero, as in a note.
 constexpr std::string_view kGnu{"GNU\0", 4};
 
 constexpr size_t padded(size_t size) {
   return (size + 3) & ~size_t{3};
 }
 
-/// The build id among the notes of one segment; "" when it is not there.
+/// The build id among a segment's notes; "" if there is none.
 std::string buildIdIn(std::string_view notes) {
   while (notes.size() >= sizeof(ElfW(Nhdr))) {
     ElfW(Nhdr) header{};

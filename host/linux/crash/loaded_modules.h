@@ -1,4 +1,4 @@
-// What is loaded into a process, and where: programs and libraries by their build ids.
+// The programs and libraries loaded into a process, with addresses and build ids.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,10 @@
 
 namespace morvik::host {
 
-/// A program or a library with its code in memory.
+/// A program or library with its code in memory.
 struct LoadedModule {
-  uint64_t bias = 0;   ///< what has to be taken off an address to get that in the file
-  uint64_t begin = 0;  ///< its executable bytes, end exclusive
+  uint64_t bias = 0;   ///< memory address minus address in the file
+  uint64_t begin = 0;  ///< executable bytes, end exclusive
   uint64_t end = 0;
   std::string build_id;  ///< lower-case hexadecimal; "" without one
   std::string path;
@@ -19,10 +19,10 @@ struct LoadedModule {
   friend bool operator==(const LoadedModule&, const LoadedModule&) = default;
 };
 
-/// More are left out: their frames have no names.
+/// Further modules are left out: their frames have no names.
 inline constexpr size_t kMaxLoadedModules = 256;
 
-/// Those of this process as it is now, the program itself first. Any thread; reads no file.
+/// The modules of this process now, the program first. Any thread; reads no file.
 std::vector<LoadedModule> loadedModules();
 
 }  // namespace morvik::host

@@ -7,7 +7,7 @@
 namespace morvik::host {
 namespace {
 
-// Symbols come from the files themselves; nothing is looked for elsewhere, least of all on the network.
+// Symbols come from the files themselves; nothing is searched for elsewhere, least of all on the network.
 int noDebugInformation(Dwfl_Module*, void**, const char*, Dwarf_Addr, const char*, const char*, GElf_Word, char**) {
   return -1;
 }
@@ -24,7 +24,7 @@ std::string buildIdOf(Dwfl_Module* file) {
   return size > 0 ? services::hexText({reinterpret_cast<const char*>(bits), static_cast<size_t>(size)}) : "";
 }
 
-/// Read apart, so that a file that was replaced never gets into a session in which frames are unwound.
+/// Read separately, so that a replaced file never enters a session that unwinds frames.
 bool isUnchanged(const LoadedModule& module) {
   const std::unique_ptr<Dwfl, void (*)(Dwfl*)> session(dwfl_begin(&kCallbacks), dwfl_end);
   if (session == nullptr)

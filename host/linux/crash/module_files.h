@@ -1,4 +1,4 @@
-// The files of a process's modules, as libdw reads them: their symbols and how their frames are unwound.
+// The files of a process's modules, read with libdw: symbols and unwind tables.
 #pragma once
 
 #include <elfutils/libdwfl.h>
@@ -10,22 +10,21 @@
 
 namespace morvik::host {
 
-/// One session of libdw's. Files are opened at their place in the memory of that process, each when it is first asked
-/// for. Not shared among threads.
+/// One libdw session. Files are mapped at their addresses in that process, each on first use. Not shared among threads.
 class ModuleFiles {
  public:
   ModuleFiles();
 
-  /// The module's file. Null when it is gone or has another build id by now.
+  /// The module's file. Null if it is gone or has another build id now.
   Dwfl_Module* of(const LoadedModule& module);
-  /// Null when libdw has none.
+  /// Null if libdw has none.
   Dwfl* session() const { return session_.get(); }
 
  private:
   Dwfl_Module* report(const LoadedModule& module);
 
   const std::unique_ptr<Dwfl, void (*)(Dwfl*)> session_;
-  std::map<uint64_t, Dwfl_Module*> known_;  ///< by the module's bias
+  std::map<uint64_t, Dwfl_Module*> known_;  ///< by module bias
 };
 
 }  // namespace morvik::host

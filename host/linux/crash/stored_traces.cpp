@@ -17,9 +17,9 @@ namespace {
 constexpr const char* kTracesOperation = "+[MorvikCore start]";
 constexpr const char* kTraceKey = "exception_log_trace";
 
-using Traces = std::map<std::string, std::string, std::less<>>;  // with names, by what they were without
+using Traces = std::map<std::string, std::string, std::less<>>;  // named traces, by bare trace
 
-/// Those with bare frames, each once.
+/// Traces with bare frames, each once.
 Traces bareTraces(const kit::Array& reports) {
   Traces traces;
   for (const kit::Value& report : reports) {
@@ -79,7 +79,7 @@ void nameStoredTraces(const services::MorvikGVUserDefaults& store, const std::st
     std::remove(marker_path.c_str());
   if (!traces.empty())
     putInto(store, traces);
-  // Until the reports are safe from another try, the next start must know of this one.
+  // Until the reports are safe from another attempt, the next start must know of this one.
   if (was_tried && store.synchronize())
     std::remove(marker_path.c_str());
 }

@@ -1,4 +1,4 @@
-// The stacks of stored crash reports get their names at a start, not in the process that dies.
+// Adds names to the stacks of stored crash reports at a start, not in the dying process.
 #pragma once
 
 #include <functional>
@@ -9,16 +9,16 @@
 
 namespace morvik::host {
 
-/// The file beside the store that is there as long as stored stacks are being named. Whoever finds it at a start knows
-/// that the start before ended over it.
+/// A file next to the store that exists while stored stacks are being named. A start that finds it knows that the
+/// previous start crashed doing so.
 std::string namingMarkerPath(const std::string& store_folder);
 
-/// What puts the names into a trace: namedTrace().
+/// Adds the names to a trace: namedTrace().
 using NameTrace = std::function<std::string(const std::string& trace)>;
 
-/// Names the bare frames of the stored reports, before any is sent. Tried once: when an earlier try ended its process,
-/// the reports are left with offsets alone, with a line at warning level; so they are when the marker cannot be made.
-/// Blocks for reading files and writing, not for a disk sync.
+/// Names the bare frames of the stored reports, before any is sent. Tried once: if an earlier attempt ended its
+/// process, or the marker cannot be made, the reports keep only offsets, with a line at warning level. Blocks for
+/// reading and writing files, not for a disk sync.
 void nameStoredTraces(const services::MorvikGVUserDefaults& store, const std::string& marker_path,
                       const NameTrace& name, const services::Logger& logger);
 

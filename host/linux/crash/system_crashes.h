@@ -11,7 +11,7 @@ namespace morvik::host {
 
 class SystemCrashes final : public runtime::MachineCrashes {
  public:
-  /// `json` outlives it; records lie beside the store in that folder.
+  /// `json` outlives it; records are next to the store in that folder.
   SystemCrashes(std::string folder, const kit::JsonCodec& json, const services::Logger& logger)
       : folder_(std::move(folder)), json_(json), logger_(logger) {}
 
