@@ -1,4 +1,4 @@
-// The functions of callbacks.h, once for each way of compiling them: CALLBACKS is which.
+// The functions of callbacks.h, for each way of compiling them: CALLBACKS says which.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ int* volatile nothing = nullptr;
 
 [[gnu::noinline]] void fault() {
   *nothing = 1;
-  asm volatile("");  // so that the call of this is no jump
+  asm volatile("");  // so that this call is not a jump
 }
 
 }  // namespace

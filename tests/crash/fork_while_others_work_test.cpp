@@ -30,7 +30,7 @@ using test::Child;
 constexpr int kFine = 3;
 constexpr int kForks = 200;
 
-/// Threads that do the same again and again, as long as it lives.
+/// Threads that repeat something while it lives.
 class Others {
  public:
   Others() = default;
@@ -109,7 +109,7 @@ TEST_F(ForkWhileOthersWork, LeavesNoLockBehindThatAnOperationTheDestructorOrAnEx
     core->flush({}, std::chrono::milliseconds(1));
     core->perform([] {});
   });
-  // Others begin and end meanwhile, and so use what all kits of a process share.
+  // Others start and end meanwhile, and so use what all kits of a process share.
   others.again([this] { start("another")->addActivity("shop", "look"); });
   for (int fork = 0; fork < kForks && !HasFailure(); ++fork) {
     Child child([&core] {
@@ -148,7 +148,7 @@ TEST_F(ForkWhileOthersWork, LeavesNobodyBehindForWhomTheDestructorWaits) {
     go.get_future().wait();
   });
   begun.get_future().wait();
-  // One erases, and waits for the block above; the other one waits for the first.
+  // One erases, and waits for the block above; the other waits for the first.
   auto one = std::async(std::launch::async, [&core] { return core->eraseLocalData(); });
   auto other = std::async(std::launch::async, [&core] { return core->eraseLocalData(); });
   test::waitUntilOtherThreadsSleep();

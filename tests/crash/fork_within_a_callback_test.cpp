@@ -1,4 +1,4 @@
-// A child that is forked within a callback, and goes back into the kit, of which nothing but that thread is left.
+// A child forked within a callback returns into the kit, of which only that thread is left.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -21,10 +21,10 @@ namespace morvik::host {
 namespace {
 
 using test::endOf;
-/// Whoever waits as long as it may hangs.
+/// A caller that waits this long hangs.
 constexpr std::chrono::minutes kPatience{10};
 constexpr int kFine = 3;
-/// The one thread of a child.
+/// The only thread of a child.
 constexpr size_t kAlone = 1;
 
 class ForkWithinACallback : public ::testing::Test {
@@ -55,7 +55,7 @@ class ForkWithinACallback : public ::testing::Test {
   void performAFork() {
     core->perform([this] { child = test::forked(); });
   }
-  /// Behind the block: the child ends here, with kFine if that is so and it has no other thread.
+  /// After the block: the child ends here, with kFine if `is_fine` and it has no other thread.
   void endInTheChild(bool is_fine) const {
     if (child == 0)
       ::_exit(is_fine && test::threadsOfThisProcess() == kAlone ? kFine : 1);

@@ -61,7 +61,7 @@ class OwnThreadDeathTest : public ::testing::Test {
     started.core->setDelegate(delegate);
     started.core->applicationDidBecomeActive();
     act(*started.core);
-    std::promise<void> end;  // which comes with the process
+    std::promise<void> end;  // comes with the process's end
     end.get_future().wait_for(kGiveUp);
     std::_Exit(1);
   }
@@ -119,8 +119,7 @@ TEST_F(OwnThreadDeathTest, ACallbackThatIsNowhereIsTheAppsAffair) {
   EXPECT_EQ(reason(), "SIGSEGV") << "no function of the app's is entered, but the kit calls what it was given";
 }
 
-// ------------------------------------------------------------------------------- what the optimiser leaves of a
-// callback
+// ----------------------------------------------------------------------------- what the optimiser leaves of a callback
 
 class OptimisedOrNotDeathTest : public OwnThreadDeathTest, public ::testing::WithParamInterface<Callbacks (*)()> {
  protected:
@@ -151,16 +150,15 @@ INSTANTIATE_TEST_SUITE_P(Callbacks, OptimisedOrNotDeathTest,
                          ::testing::Values(&optimisedCallbacks, &unoptimisedCallbacks),
                          [](const auto& made) { return std::string(made.index == 0 ? "Optimised" : "Unoptimised"); });
 
-// -------------------------------------------------------------------------------- all through which the kit calls the
-// app
+// ----------------------------------------------------------------------------- all through which the kit calls the app
 
 int* volatile nothing = nullptr;
 volatile size_t size = 64;
 
-/// Faults in the C library, by a call that is a jump: no frame of the app's is left.
+/// Faults in the C library, by a call that is a jump: no frame of the app is left.
 constexpr auto kFault = [](const auto&...) { std::memset(nothing, 0, size); };
 
-/// One slot of the app's that faults, and what has the kit call it.
+/// A slot of the app that faults, and what makes the kit call it.
 struct FaultySlot {
   const char* name;
   std::function<void(morvik::StartOptions&, morvik::MorvikCoreDelegate&)> fill;

@@ -10,7 +10,7 @@ void readNothingInTheLibrary() {
   const void* volatile nothing = nullptr;
   volatile char bytes[64];
   copy(const_cast<char*>(bytes), nothing, sizeof bytes);
-  bytes[0] = bytes[1];  // so that the call is no jump
+  bytes[0] = bytes[1];  // so that the call is not a jump
 }
 
 }  // namespace shop

@@ -1,4 +1,4 @@
-// Code of an app as most are compiled: it leaves no frame pointers.
+// App code as it is usually compiled: without frame pointers.
 #pragma once
 
 namespace shop {

@@ -29,7 +29,7 @@ void FailingAllocations::over() {
 
 }  // namespace morvik::test
 
-// The allocation functions of this program: those of the library, less what a test takes away.
+// The allocation functions of this program: the library's, except for what a test makes fail.
 
 void* operator new(size_t size) {
   if (succeeding_allocations != kAll && succeeding_allocations-- == 0) {

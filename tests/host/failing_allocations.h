@@ -1,4 +1,4 @@
-// Memory that runs out where a test says so.
+// Lets memory run out when a test says so.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,7 @@
 
 namespace morvik::test {
 
-/// While it lives, so many allocations of this thread succeed and each later one throws std::bad_alloc, until over().
+/// While it lives, this many allocations of this thread succeed and each later one throws std::bad_alloc, until over().
 class FailingAllocations {
  public:
   explicit FailingAllocations(uint64_t succeeding);
@@ -15,7 +15,7 @@ class FailingAllocations {
   FailingAllocations& operator=(const FailingAllocations&) = delete;
 
   void over();
-  /// One of them has.
+  /// Whether one of them failed.
   bool hasFailed() const;
 };
 

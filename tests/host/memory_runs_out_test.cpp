@@ -1,4 +1,4 @@
-// What the app is told when its process has no memory left in the middle of a call that records.
+// What the app is told if its process runs out of memory in the middle of a recording call.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -50,7 +50,7 @@ class MemoryRunsOutInACall : public ::testing::Test {
     return SqliteStore({.place = {.folder = folder_ / store_}, .read_only = true}, unused).get(key).size();
   }
 
-  /// Has each allocation of `record` fail, and all that follow it. What it answers is compared with the list of `key`.
+  /// Makes each allocation of `record`, and all later ones, fail. Compares its result with the list of `key`.
   void expectTrueAnswers(std::string_view key, const std::function<Recorded(runtime::Instance&)>& record) {
     size_t recorded = instance_->storedValue(key).size();
     int kept = 0;
@@ -78,7 +78,7 @@ class MemoryRunsOutInACall : public ::testing::Test {
     EXPECT_EQ(storedIn(key), recorded) << "a later commit takes along what an earlier one left";
   }
 
-  /// Calls `call` with each of its allocations failing, and all that follow it, until none fails any more.
+  /// Calls `call` with each of its allocations, and all later ones, failing, until none fails.
   void atEachAllocation(const std::function<void()>& call, const std::function<void(const std::string& when)>& then) {
     for (uint64_t succeeding = 0;; ++succeeding) {
       test::FailingAllocations memory(succeeding);
@@ -96,7 +96,7 @@ class MemoryRunsOutInACall : public ::testing::Test {
       instance_->dispatch();
   }
 
-  /// What `set` sets stands in both places of the value or in neither, as it answers.
+  /// After `set`, both places of the value have it, or neither, according to its result.
   void expectBothOrNeither(const char* pending, const char* complete, const kit::Value& one, const kit::Value& other,
                            const std::function<Recorded(const kit::Value&)>& set) {
     kit::Value stands = other;
@@ -167,7 +167,7 @@ TEST_F(MemoryRunsOutInACall, WhatItLeftUncommittedIsCommittedAlthoughNothingElse
     memory.over();
   }
   const size_t recorded = instance_->storedValue("fendoActivityInfos").size();
-  instance_->dispatch();  // what start() left
+  instance_->dispatch();  // what start() left over
   bool has_run = false;
   instance_->perform([&has_run] { has_run = true; });
   while (!has_run)
@@ -307,7 +307,7 @@ TEST_F(MemoryRunsOutInACall, NoOtherOperationThrowsAndTheKitGoesOn) {
   };
   for (size_t number = 0; number < operations.size(); ++number) {
     SCOPED_TRACE(number);
-    // Sessions alternate, so one of two of the first operations has nothing to do.
+    // Sessions alternate, so one of the first two operations has nothing to do.
     atEachAllocation(operations[number], [](const std::string&) {});
     runWhatWaits();
     EXPECT_EQ(instance_->addActivity("shop", "look", std::nullopt), Recorded::kKept);

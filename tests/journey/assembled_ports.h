@@ -1,4 +1,4 @@
-// The core and the host's own siblings on whatever queues, store and network a journey gives them.
+// The core and the kit's own siblings on the queues, store and network that a journey provides.
 #pragma once
 
 #include <map>
@@ -31,7 +31,7 @@ namespace morvik::journey {
 inline constexpr const char* kTrackingKey = "journey tracking key";
 inline constexpr const char* kHashKey = "journey hash key";
 
-/// What a journey chooses. References outlive the kit.
+/// What a journey chooses. References outlive the ports.
 struct Surroundings {
   kit::Clock& clock;
   kit::Calendar& calendar;
@@ -44,9 +44,9 @@ struct Surroundings {
   kit::Transport& transport;
   kit::LogSink& log;
   kit::LogLevel log_level = kit::lcl_vTrace;
-  /// Of all endpoints.
+  /// The base URL of all endpoints.
   std::string service_url = "https://service.example/";
-  /// Nothing when the user limits tracking.
+  /// Nothing if the user limits tracking.
   std::optional<std::string> idfa = "00000000-0000-4000-8000-0000000000AD";
   /// Nothing: the device has no hashed identifier.
   std::optional<std::string> puid = std::nullopt;
@@ -54,7 +54,7 @@ struct Surroundings {
   DeviceDescription device = {};
   /// By class name.
   std::map<std::string, Module> modules = {};
-  /// Told of what is batched and answered; null: nobody keeps a book. The store and the transport tell it of the rest.
+  /// Told of what is batched and answered; null: there is no book. The store and the transport tell it the rest.
   runtime::LedgerBook* ledger = nullptr;
 };
 
@@ -68,7 +68,7 @@ inline kit::Endpoints allAt(const std::string& url) {
           .KAppConfigBaseLiveUrl = url};
 }
 
-/// Everything else, all of it the host's. The core is made by launch().
+/// Everything else is the kit's own. launch() makes the core.
 class AssembledPorts {
  public:
   explicit AssembledPorts(const Surroundings& around)

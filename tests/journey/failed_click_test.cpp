@@ -1,5 +1,5 @@
-// The life of a click whose request failed: through real session starts and ends in virtual time, and over the death of
-// the process between any two writes.
+// A click whose request failed: through real session starts and ends in virtual time, and through the death of the
+// process between any two writes.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,7 +40,7 @@ Value counts(TestWorld& world) {
   return world.userDefaults().reEngagementConversionFailedCnt();
 }
 
-/// The app comes, stays a while, and goes; an hour passes.
+/// The app becomes active, stays a while, and leaves; an hour passes.
 void liveASession(TestWorld& world) {
   world.becomeActive();
   world.loop.advance(kSessionSeconds);
@@ -204,7 +204,7 @@ const std::vector<Phase> kPhases = {
      }},
 };
 
-/// Four failed clicks in all states of their life, a count without a click and a click without a count.
+/// Four failed clicks in every state, a count without a click and a click without a count.
 WorldOptions devicesPast() {
   WorldOptions options = WorldOptions::attributed();
   options.store["reEngagementInfos"] = arrayOf({clickOf(1), clickOf(2), clickOf(3), clickOf(4), clickOf(8)});
@@ -227,7 +227,7 @@ class Death : public ::testing::TestWithParam<Phase> {
       EXPECT_LE(count["failure_cnt"].integer(), 6);
     }
   }
-  /// The next process goes on: nothing is recorded twice, and once the service answers, everything comes to its end.
+  /// The next process continues: nothing is recorded twice, and once the service answers, every click is finished.
   static void expectThatLifeGoesOn(TestWorld& world) {
     expectListsByTheRules(world);
     world.transport.on(kReEngagement).clear().always(Answer::error("down"));
@@ -250,8 +250,8 @@ class Death : public ::testing::TestWithParam<Phase> {
     EXPECT_EQ(counts(world), Value(Array{}));
     EXPECT_EQ(world.log.countContaining("Exception from"), 0U);
   }
-  /// The next process meets a service that accepts none of them. Each comes to its end all the same, but for the click
-  /// that never had a count; and a click that is new has session ends of its own, whatever the death left behind.
+  /// The next process meets a service that accepts no click. Each is finished nevertheless, except the one that never
+  /// had a count; a new click gets its own session ends, whatever the death left behind.
   static void expectThatLifeEnds(TestWorld& world) {
     expectListsByTheRules(world);
     world.transport.on(kReEngagement).clear().always(Answer::error("down"));
@@ -273,7 +273,7 @@ class Death : public ::testing::TestWithParam<Phase> {
     EXPECT_THAT(keysOf(clicks(world)), ElementsAre(8));
     EXPECT_EQ(counts(world), Value(Array{}));
   }
-  /// Runs the phase with the store failing at this call; false when there is no such call.
+  /// Runs the phase with the store failing at this call; false if there is no such call.
   static bool runAndDieAt(const char* operation, size_t nth, void (*expect_afterwards)(TestWorld& world)) {
     TestWorld world(devicesPast());
     world.loop.setExceptionSink([](const std::exception_ptr&) {});

@@ -1,6 +1,6 @@
-// The account at the end of a journey of the whole kit, as an app reads it: a life over days with kills, offline phases
-// and lost answers, and a click whose request fails in one process after the other. Held against what the service
-// counted and what the store holds.
+// The ledger after a journey of the whole kit, as an app reads it: days with kills, offline phases and lost answers,
+// and a click whose request fails in one process after the other. Compared with what the service counted and what the
+// store has.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -58,7 +58,7 @@ class LedgerOfALife : public ::testing::TestWithParam<uint64_t> {
     else
       device_.goOnline();
     device_.open();
-    device_.advance(5s);  // what it sends at first is answered: a second batch beside it could give up events by rule
+    device_.advance(5s);  // its first batch is answered: a second one meanwhile could give up events by rule
     useTheApp();
     if (happens(25)) {
       device_.kill();
@@ -125,7 +125,7 @@ TEST_P(LedgerOfALife, AgreesWithTheServiceAndTheStore) {
   EXPECT_LE(arrived_and_gone, account.delivered + account.givenUp());
   EXPECT_GE(account.recorded, known.size());
   EXPECT_LE(account.recorded, known.size() + account.givenUp());
-  // The life was a life.
+  // All of these happened.
   EXPECT_GT(kills_, 1U);
   EXPECT_GT(account.recorded, recorded_by_the_app_ + kills_);
 }

@@ -1,4 +1,4 @@
-// What leaves the device: every request of the kit, made on the host's own siblings in each state of consent, opened,
+// What leaves the device: every request of the kit, made with the kit's own siblings in each state of consent, opened,
 // and compared field by field with docs/privacy.md.
 
 #include <gmock/gmock.h>
@@ -27,16 +27,16 @@ using kit::Dictionary;
 using kit::Value;
 using testing::Answer;
 
-/// Stands in every text that the app, its user, a link, a crash or the ad client makes up, so that it is known again
+/// Part of every text that the app, its user, a link, a crash or the ad client provides, so that it is recognized
 /// wherever it leaves.
 constexpr std::string_view kFree = "(free)";
 
-/// What a crash report says of a module that is not there.
+/// What a crash report says of a missing module.
 constexpr std::string_view kNotInstalled = "not installed";
 
 // ------------------------------------------------------------------------------------------------------ what was seen
 
-/// What was seen under one path: kinds of value, an empty text being a kind of its own.
+/// Kinds of values by path; an empty text is a kind of its own.
 using Fields = std::map<std::string, std::set<std::string>>;
 
 struct RequestKind {
@@ -67,7 +67,7 @@ std::string kindOf(const Value& value) {
   return value.isNumber() ? "number" : "other";
 }
 
-/// A name that is free itself stands as an asterisk.
+/// Names that are free themselves appear as an asterisk.
 std::string pathOf(const std::string& parent, std::string_view name) {
   return parent + (parent.empty() ? "" : ".") + (isFree(name) ? "*" : std::string(name));
 }
@@ -115,7 +115,7 @@ class Device {
       loop_.perform([this] { core().gdprForgetMe(true); });
   }
 
-  /// Makes every request there is, of an install that is attributed.
+  /// Makes every request there is, for an attributed install.
   void makeEachRequest() {
     loop_.perform([this] {
       parts_->properties.setFendoUserInfo_fendoUserNo(1001);
@@ -141,7 +141,7 @@ class Device {
     askToBeForgottenAndTakeItBack();
   }
 
-  /// A new install lives: its first session without a network, its later ones with a service that accepts.
+  /// A new install: its first session without a network, later ones with a service that accepts.
   void liveThroughSessions() {
     keepRecords();
     session();
@@ -185,7 +185,7 @@ class Device {
     start();
   }
 
-  /// The kit keeps something of everything that it can send.
+  /// The kit stores something of everything that it can send.
   void keepRecords() {
     loop_.perform([this] {
       const auto& properties = parts_->properties;
@@ -280,7 +280,7 @@ class Device {
     };
     return client;
   }
-  /// All but one tell their version.
+  /// All but one have a version.
   static std::map<std::string, Module> allModules() {
     std::map<std::string, Module> modules;
     for (const char* name : {"KesmoOfferwallUpdateLog", "FendoUpdateLog", "KesmoDAUpdateLog", "MorvikCommerceUpdateLog",
@@ -336,7 +336,7 @@ std::string textOf(const Seen& seen) {
   return text;
 }
 
-/// What is another in `fields` than in those of `usual`.
+/// What differs between `fields` and those of `usual`.
 std::string differences(const Fields& fields, const Fields& usual) {
   std::string text;
   for (const auto& [path, kinds] : usual) {
@@ -353,7 +353,7 @@ std::string differences(const Fields& fields, const Fields& usual) {
   return text;
 }
 
-/// The requests that are others than the usual ones, with the fields in which they are.
+/// The requests that differ from the usual ones, with the fields that differ.
 std::string differences(const Seen& seen, const Seen& usual) {
   std::string text;
   Seen all = usual;

@@ -1,4 +1,4 @@
-// The road of one event, hop by hop, on the host's own store, cipher, compressor, codec, siblings and ledger: recorded,
+// The road of one event, hop by hop, on the kit's own store, cipher, compressor, codec, siblings and ledger: recorded,
 // stored, batched, sealed, posted, answered, trimmed.
 
 #include <gmock/gmock.h>
@@ -44,7 +44,7 @@ std::vector<std::string> texts(const Value& array) {
   return texts;
 }
 
-/// A scripted network as a machine's.
+/// A scripted network as a machine's transport.
 class MachineNetwork final : public runtime::MachineTransport {
  public:
   explicit MachineNetwork(testing::ScriptedTransport& network) : network_(network) {}
@@ -70,7 +70,7 @@ class Road : public ::testing::Test {
     parts.properties.synchronize();
   }
 
-  /// Wherever an event is on its road, it is accounted for once.
+  /// At every hop the event is counted exactly once.
   ~Road() override { EXPECT_TRUE(ledger.read().isSound()); }
 
   void expectAccount(uint64_t recorded, uint64_t delivered, uint64_t stored, const char* hop) {
@@ -189,7 +189,7 @@ TEST_F(Road, OfAnEventThatTheServiceAccepts) {
   EXPECT_THAT(safe_when_it_left, ElementsAre("purchase", "late"));
   expectAccount(2, 0, 2, "posted");
 
-  // answered: the server's time is the offset from now on, and the slot is free.
+  // answered: the server's time is now the clock offset, and the slot is free.
   EXPECT_TRUE(core()._isTrackingCalled());
   loop.advance(2);
   EXPECT_DOUBLE_EQ(parts.services.intervalSinceServerDate(), 30.0);

@@ -1,4 +1,4 @@
-// A service of the testing library reads what the host's own cipher seals.
+// A service of the testing library reads what the kit's own cipher seals.
 #include "testing/simulated_service.h"
 
 #include <gtest/gtest.h>

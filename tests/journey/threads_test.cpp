@@ -1,5 +1,5 @@
 // The core on the real queues, each on its thread: what the main queue, the background queue and the network's thread
-// touch together, again and again. Mainly for the thread sanitizer; what is recorded must be accounted for as well.
+// share, again and again. Mainly for the thread sanitizer; what is recorded must be accounted for too.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -46,12 +46,12 @@ namespace {
 using kit::Value;
 using std::chrono::steady_clock;
 
-/// What the host lets the background queue have at a stop.
+/// The time that the kit gives the background queue at a stop.
 constexpr std::chrono::milliseconds kDrain{500};
-/// A background grant so short that expiry and answers meet.
+/// A background grant so short that expiry and answers coincide.
 constexpr double kShortGrantSeconds = 0.002;
 
-/// A network on a thread of its own: requests leave when their turn is over, and each is answered by `answer`.
+/// A network on its own thread: requests leave when their turn is over, and each is answered by `answer`.
 class AnsweringThread final : public runtime::MachineTransport {
  public:
   using AnswerTo = std::function<kit::TransportOutcome(const kit::Request&)>;
@@ -112,7 +112,7 @@ class AnsweringThread final : public runtime::MachineTransport {
 
 constexpr const char* kServiceUrl = "https://service.example/";
 
-/// The queues, the store and the ledger of a real machine, framed as the host frames them.
+/// The queues, the store and the ledger of a real machine, with the kit's frames.
 struct Machine {
   explicit Machine(const std::string& folder, std::string url = kServiceUrl)
       : service_url(std::move(url)), store({.place = {.folder = folder}}, log) {
@@ -132,14 +132,14 @@ struct Machine {
       const runtime::LedgerBackgroundBlock in_background(ledger);
       committed(block);
     });
-    background.setWhenIdle([this] { loop.async([] {}); });  // a turn, and so a ring, when it is no longer counted
+    background.setWhenIdle([this] { loop.async([] {}); });  // a turn, and so a ring, once it is no longer counted
   }
   void stopQueues() {
     background.stop(steady_clock::now() + kDrain);
     loop.stop();
   }
-  /// Waits until nothing is under way: no request, and no block that is due or put off by half a second, on either
-  /// queue. Judged where a turn ends, since the main queue does not count the block that it runs.
+  /// Waits until nothing is under way: no request, and no block on either queue that is due or delayed by half a
+  /// second. Decided at the end of a turn, since the main queue does not count the block that it runs.
   bool settle() {
     const auto settled = std::make_shared<std::promise<bool>>();
     loop.async([this, settled] {
@@ -192,7 +192,7 @@ struct Machine {
   }
 };
 
-/// A service that takes in every event and loses every second answer to a batch. Any thread.
+/// A service that counts every event and loses every second answer to a batch. Any thread.
 class CountingService {
  public:
   kit::TransportOutcome answer(const kit::Request& request) {
@@ -214,7 +214,7 @@ class CountingService {
     const std::scoped_lock hold(mutex_);
     return looks_;
   }
-  /// How many events came, each counted once.
+  /// How many events arrived, each counted once.
   size_t events() const {
     const std::scoped_lock hold(mutex_);
     return events_.size();
@@ -256,7 +256,7 @@ TEST(Threads, SessionsThatStartAndEndAsFastAsTheyCanLoseNoEvent) {
     if (isKept(parts.services.addActivityOfApp("shop", "look", "", machine.clock.now())))
       ++recorded;
   };
-  // Each round hands over the next one, so that answers come in between; every tenth begins once all are there.
+  // Each round posts the next one, so that answers come in between; every tenth begins once all are there.
   std::function<void(size_t)> live = [&](size_t round) {
     if (round % 10 == 0 && network.inFlight() != 0)
       return machine.loop.async([&live, round] { live(round); });
@@ -269,7 +269,7 @@ TEST(Threads, SessionsThatStartAndEndAsFastAsTheyCanLoseNoEvent) {
       machine.loop.async([&live, round] { live(round + 1); });
   };
   machine.loop.async([&live] { live(0); });
-  // What any thread may do, in the way of the queues.
+  // What any thread may do, at the same time as the queues.
   std::thread somebody([&] {
     for (size_t i = 0; i < kRounds; ++i) {
       parts.core->endSession();
@@ -312,7 +312,7 @@ class LedgerReader {
   }
   // After stop().
   size_t readings() const { return readings_; }
-  /// Readings that were not sound, or knew of less than one before.
+  /// Readings that were not sound, or had a smaller count than an earlier one.
   size_t wrong() const { return wrong_; }
 
  private:
@@ -376,7 +376,7 @@ TEST(Threads, TheLedgerIsSoundAtEveryReadingAndExactAtTheEnd) {
   for (std::thread& recorder : recorders)
     recorder.join();
   impressions.join();
-  // One of two batches is accepted; what neither carried goes with the next.
+  // Every second batch is accepted; what neither carried goes with the next.
   for (int batch = 0; batch < 4; ++batch) {
     EXPECT_TRUE(machine.settle());
     machine.loop.async([&] { parts.core->pushTracking(); });
@@ -409,7 +409,7 @@ TEST(Threads, TheLedgerIsSoundAtEveryReadingAndExactAtTheEnd) {
   EXPECT_TRUE(book.read().isSound());
 }
 
-/// A service that loses the first two answers to each click and takes the click in with the third. Any thread.
+/// A service that loses the first two answers to each click and accepts the third request. Any thread.
 class ReluctantService {
  public:
   kit::TransportOutcome answer(const kit::Request& request) {
@@ -448,7 +448,7 @@ TEST(Threads, ClicksThatAreRecordedCountedAndStruckOffTogetherAreNeverStoredTwic
   parts.launch();
   ASSERT_FALSE(machine.loop.open().has_value());
 
-  // The main queue opens links and hears the answers while session ends count and resend on the background queue.
+  // The main queue opens links and gets the answers while session ends count and resend on the background queue.
   std::function<void(int64_t)> open = [&](int64_t key) {
     parts.core->passOpenURL(kit::Url("app://x?ck=" + std::to_string(key)));
     if (key % 3 == 0)
@@ -472,7 +472,7 @@ TEST(Threads, ClicksThatAreRecordedCountedAndStruckOffTogetherAreNeverStoredTwic
   }
   machine.stopQueues();
   network.shutdown();
-  // Absent, where each failure found its session ended and nothing was ever kept.
+  // Absent if each failure found its session ended and nothing was ever kept.
   EXPECT_TRUE(parts.properties.reEngagementInfos().array().empty());
   for (const auto& [key, count] : service.attempts())
     EXPECT_TRUE(stored.count(key) == 0 || count >= 3) << key;
@@ -483,7 +483,7 @@ TEST(Threads, ClicksThatAreRecordedCountedAndStruckOffTogetherAreNeverStoredTwic
   EXPECT_EQ(machine.log.countContaining("Exception"), 0U);
 }
 
-/// Takes connections and never says a word.
+/// Accepts connections and never answers.
 class SilentServer {
  public:
   SilentServer() : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
@@ -500,7 +500,7 @@ class SilentServer {
   SilentServer(const SilentServer&) = delete;
   SilentServer& operator=(const SilentServer&) = delete;
   const std::string& url() const { return url_; }
-  /// Waits for somebody to connect; answers whether anybody did.
+  /// Waits for somebody to connect; returns whether anybody did.
   bool awaitConnection() const {
     pollfd waiting{socket_, POLLIN, 0};
     return ::poll(&waiting, 1, std::chrono::milliseconds(host::kGiveUp).count()) == 1;

@@ -16,7 +16,7 @@
 namespace morvik::runtime {
 namespace {
 
-/// The system's, which tells when it goes, and whose parts refer to it.
+/// The system's machine, which tells when it is destroyed, and whose parts refer to it.
 class WatchedSystem final : public host::SystemMachine {
  public:
   explicit WatchedSystem(std::promise<void>& gone) : gone_(gone) {}
@@ -38,7 +38,7 @@ class WatchedSystem final : public host::SystemMachine {
   const std::unique_ptr<MachineClock> clock_ = host::SystemMachine::makeClock();
 };
 
-/// The system's without its crash reporting.
+/// The system's machine without crash reporting.
 class SystemWithoutCrashes final : public host::SystemMachine {
  public:
   std::unique_ptr<MachineCrashes> makeCrashes(const std::string&, const kit::JsonCodec&,
@@ -47,7 +47,7 @@ class SystemWithoutCrashes final : public host::SystemMachine {
   }
 };
 
-/// Threads of the kit may let go of the last parts shortly after the end.
+/// Threads of the kit may release the last parts shortly after the end.
 bool isReadyInTheEnd(const std::future<void>& gone) {
   return gone.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
 }

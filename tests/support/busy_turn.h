@@ -1,4 +1,4 @@
-// A turn of the main queue that goes on until the test lets it end.
+// A turn of the main queue that lasts until the test ends it.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,7 @@
 
 namespace morvik::test {
 
-/// From its making on the turn runs; it has done `first`, and waits.
+/// The turn runs from construction on; it has called `first`, and waits.
 class BusyTurn {
  public:
   explicit BusyTurn(

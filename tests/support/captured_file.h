@@ -10,7 +10,7 @@ namespace morvik::test {
 class CapturedFile {
  public:
   std::FILE* file() { return file_.get(); }
-  /// All that was written so far.
+  /// Everything written so far.
   std::string text() {
     std::string text;
     std::rewind(file_.get());

@@ -16,7 +16,7 @@ namespace morvik::test {
 /// A child that takes longer hangs.
 inline constexpr std::chrono::seconds kGiveUpChild{20};
 
-/// What waitpid() tells of the child; one that hangs is ended.
+/// waitpid()'s status of the child; a hanging child is killed.
 inline int rawEndOf(pid_t child) {
   auto waiting = std::async(std::launch::async, [child] {
     int status = -1;
@@ -27,14 +27,14 @@ inline int rawEndOf(pid_t child) {
   return waiting.get();
 }
 
-/// What the child exits with; -1 when it hangs, and is ended, or dies otherwise.
+/// The child's exit status; -1 if it hangs (it is killed then) or dies otherwise.
 inline int endOf(pid_t child) {
   const int status = rawEndOf(child);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-/// fork(), at any moment. A sanitizer's runtime has locks of its own that stay locked in the child where another thread
-/// held one; so with a sanitizer the moment is one at which all other threads sleep.
+/// fork(), at any moment. A sanitizer's runtime has its own locks, which stay locked in the child if another thread
+/// held them; so with a sanitizer, fork() waits for a moment when all other threads sleep.
 inline pid_t forked() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   waitUntilOtherThreadsSleep();
@@ -42,7 +42,7 @@ inline pid_t forked() {
   return ::fork();
 }
 
-/// Does `act` and exits with what that answers.
+/// Calls `act` and exits with its result.
 class Child {
  public:
   explicit Child(const std::function<int()>& act) : id_(forked()) {

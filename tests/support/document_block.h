@@ -1,4 +1,4 @@
-// A part of a document that a test could have written: it stands between two markers, and is what the code does.
+// A part of a document that is generated from the code: it is between two markers.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,8 +11,8 @@
 
 namespace morvik::test {
 
-/// `document` below the root folder; the markers are the lines "<!-- NAME: begin -->" and "<!-- NAME: end -->". Prints
-/// the block that is wanted when another stands there.
+/// `document` is relative to the root folder; the markers are the lines "<!-- NAME: begin -->" and "<!-- NAME: end
+/// -->". Prints the expected block if the document has another one.
 inline void expectDocumentBlock(const std::string& document, const std::string& name, const std::string& wanted) {
   const std::string begin_marker = "<!-- " + name + ": begin -->\n";
   const std::string end_marker = "<!-- " + name + ": end -->\n";

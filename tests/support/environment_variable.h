@@ -1,4 +1,4 @@
-// A variable of the environment that is another one for the time of a test.
+// Changes an environment variable for the duration of a test.
 #pragma once
 
 #include <cstdlib>
@@ -8,7 +8,7 @@
 
 namespace morvik::test {
 
-/// Restores what was there when it goes. Of one thread.
+/// Restores the previous state when destroyed. One thread only.
 class EnvironmentVariable {
  public:
   explicit EnvironmentVariable(std::string name) : name_(std::move(name)) {

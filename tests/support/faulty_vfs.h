@@ -1,5 +1,5 @@
-// A file system under SQLite that counts what is asked of the real one and refuses what a test wants refused.
-// For targets that link SQLite.
+// A file system under SQLite that counts the calls to the real one and refuses those that a test wants refused. For
+// targets that link SQLite.
 #pragma once
 
 #include <sqlite3.h>
@@ -17,7 +17,7 @@
 
 namespace morvik::test {
 
-/// One thing that SQLite asks of the file system.
+/// One call of SQLite to the file system.
 struct VfsCall {
   enum class Kind : uint8_t { kOpen, kRead, kWrite, kSync, kTruncate, kDelete };
   static constexpr size_t kKinds = 6;
@@ -29,11 +29,11 @@ struct VfsCall {
   bool isOfLog() const { return path.ends_with("-wal"); }
 };
 
-/// Lives longer than every connection that uses it.
+/// Outlives every connection that uses it.
 class FaultyVfs {
  public:
-  /// Answers SQLITE_OK to let the call through, or the code with which it fails; the file is then not touched. Any
-  /// thread that uses the store; it may block, to see who waits.
+  /// Returns SQLITE_OK to let the call through, or the code with which it fails; the file is then not touched. Called
+  /// on any thread that uses the store; it may block, to see who waits.
   using Decider = std::function<int(const VfsCall&)>;
 
   explicit FaultyVfs(const char* real_name = "unix-excl") : real_(sqlite3_vfs_find(real_name)) {
@@ -73,7 +73,7 @@ class FaultyVfs {
     const std::lock_guard lock(mutex_);
     decider_.reset();
   }
-  /// Calls of that kind so far, those that failed among them.
+  /// Calls of that kind so far, including failed ones.
   uint64_t count(VfsCall::Kind kind) const {
     const std::lock_guard lock(mutex_);
     return counts_[static_cast<size_t>(kind)];
@@ -88,7 +88,7 @@ class FaultyVfs {
   struct File {
     sqlite3_file base;
     FaultyVfs* owner;
-    const char* path;  ///< SQLite keeps it as long as the file is open
+    const char* path;  ///< valid while the file is open
   };
 
   static FaultyVfs& self(sqlite3_vfs* vfs) { return *static_cast<FaultyVfs*>(vfs->pAppData); }

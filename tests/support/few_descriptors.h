@@ -9,7 +9,7 @@
 
 namespace morvik::test {
 
-/// As long as it lives, the system gives this process at most so many descriptors more; those it has remain.
+/// While it lives, this process gets at most this many more descriptors; existing ones remain.
 class FewDescriptors {
  public:
   explicit FewDescriptors(unsigned more) {

@@ -1,4 +1,4 @@
-// Everything that can be seen of the files in a folder, to tell whether somebody touched them.
+// The visible state of all files in a folder, to tell whether somebody touched them.
 #pragma once
 
 #include <sys/stat.h>
@@ -14,7 +14,7 @@ namespace morvik::test {
 
 struct FileState {
   std::string bytes;
-  int64_t changed_seconds = 0;  ///< of the contents
+  int64_t changed_seconds = 0;  ///< of the content
   int64_t changed_nanoseconds = 0;
   uint64_t inode = 0;
   friend bool operator==(const FileState&, const FileState&) = default;

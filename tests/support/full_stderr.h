@@ -1,4 +1,4 @@
-// Standard error as a pipe that is full, and that nobody reads.
+// Standard error as a full pipe that nobody reads.
 #pragma once
 
 #include <fcntl.h>
@@ -27,7 +27,7 @@ class FullStderr {
     ::close(before_);
   }
 
-  /// Once more, while nobody writes.
+  /// Fills it again, while nobody writes.
   void fill() const {
     ::fcntl(ends_[1], F_SETFL, O_NONBLOCK);
     const std::array<char, 4096> filling{};
@@ -35,9 +35,9 @@ class FullStderr {
     }
     ::fcntl(ends_[1], F_SETFL, 0);
   }
-  /// The process has its own back.
+  /// Restores the process's own standard error.
   void restore() const { ::dup2(before_, STDERR_FILENO); }
-  /// Reads what is there, which makes room.
+  /// Reads everything in it, which makes space.
   std::string read() const {
     ::fcntl(ends_[0], F_SETFL, O_NONBLOCK);
     std::string all;

@@ -1,4 +1,4 @@
-// A file with which another process has its turn.
+// A file on which another process has its turn.
 #pragma once
 
 #include <fcntl.h>
@@ -9,7 +9,7 @@
 
 namespace morvik::test {
 
-/// Held as by another process: a descriptor of its own makes no difference to the system.
+/// As if held by another process: for the system, a second descriptor makes no difference.
 class Held {
  public:
   explicit Held(const std::string& path) : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {

@@ -1,8 +1,8 @@
-// What every key-value store promises, whatever stands behind it.
+// What every implementation of the key-value store promises.
 //
 // A harness is default-constructible and has
-//   kit::KeyValueStore& store();   the store of the process that runs
-//   void killAndRestart();         that process dies at once; store() is then the next one's
+//  kit::KeyValueStore& store();   the running process's store
+//  void killAndRestart();         that process dies at once; store() is then the next one's
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@
 
 namespace morvik::test {
 
-/// A dictionary of one entry.
+/// A dictionary with one entry.
 inline kit::Value recordOf(const char* key, kit::Value value) {
   kit::MutableDictionary record;
   record.set(key, std::move(value));

@@ -1,4 +1,4 @@
-// A system that gives no threads.
+// A system without threads left.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 
 namespace morvik::test {
 
-/// As long as it lives, the system gives no thread: no stack is as large as it is to be.
+/// While it lives, the system creates no thread: no stack can be as large as required.
 class NoThreads {
  public:
   NoThreads() {

@@ -1,4 +1,4 @@
-// What a test of a whole host on the real machine begins with.
+// The start of a test of a whole kit on the real machine.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,10 +18,10 @@
 
 namespace morvik::test {
 
-/// A wait for something that does not come ends after this time, and the test fails.
+/// A wait for something that does not happen ends after this time, and the test fails.
 inline constexpr std::chrono::seconds kGiveUp{20};
 
-/// Hosts on a folder of their own, whose lines are kept and whose service nobody answers for.
+/// Kits on a folder of their own; their lines are collected, and nobody answers for their service.
 class OnScratchFolder : public ::testing::Test {
  protected:
   OnScratchFolder() {
@@ -48,7 +48,7 @@ class OnScratchFolder : public ::testing::Test {
     EXPECT_TRUE(started) << started.error;
     return std::move(started.core);
   }
-  /// Waits until whoever holds the store has let it go.
+  /// Waits until whoever holds the store has released it.
   bool canStartInTheEnd() {
     const auto give_up = std::chrono::steady_clock::now() + kGiveUp;
     while (std::chrono::steady_clock::now() < give_up) {

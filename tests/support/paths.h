@@ -5,10 +5,10 @@
 
 namespace morvik::test {
 
-/// The root folder of the source tree, absolute, without a slash at the end.
+/// The root folder of the source tree, absolute, without a final slash.
 std::string sourceDir();
 
-/// The build folder that these tests were built in, absolute, without a slash at the end.
+/// The build folder of these tests, absolute, without a final slash.
 std::string buildDir();
 
 }  // namespace morvik::test

@@ -20,15 +20,15 @@ class PumpedQueue final : public kit::MainQueue {
     blocks_.push_back(std::move(block));
     changed_.notify_all();
   }
-  /// Nothing under test here uses timers.
+  /// Nothing tested here uses timers.
   void after(double, kit::Block block) override { async(std::move(block)); }
 
-  /// Runs the blocks that wait, and those that they add.
+  /// Runs the waiting blocks, and those that they add.
   void runAll() {
     while (const kit::Block block = take(std::chrono::seconds(0)))
       run(block);
   }
-  /// Runs blocks as they come until `done()`; false when that takes longer than any test may.
+  /// Runs blocks as they come until `done()`; false if that takes longer than any test may.
   template <class Done>
   bool runUntil(Done done) {
     while (!done()) {
@@ -43,7 +43,7 @@ class PumpedQueue final : public kit::MainQueue {
     const std::lock_guard lock(mutex_);
     return blocks_.size();
   }
-  /// Whether the calling code is part of a block of this queue.
+  /// Whether the caller is part of a block of this queue.
   bool isCurrent() const {
     const std::lock_guard lock(mutex_);
     return runner_ == std::this_thread::get_id();

@@ -1,8 +1,8 @@
-// What every shelf of crash reports promises, whatever stands behind it.
+// What every implementation of the shelf of crash reports promises.
 //
 // A harness is default-constructible and has
-//   kit::ReportShelf& shelf();   the shelf of the process that runs
-//   void killAndRestart();       that process dies at once; shelf() is then the next one's
+//  kit::ReportShelf& shelf();   the running process's shelf
+//  void killAndRestart();       that process dies at once; shelf() is then the next one's
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// How many threads this process has, and whether they have something to do.
+// How many threads this process has, and whether they are busy.
 #pragma once
 
 #include <unistd.h>
@@ -20,13 +20,13 @@ inline size_t threadsOfThisProcess() {
   return static_cast<size_t>(std::distance(begin(threads), end(threads)));
 }
 
-/// The state that the kernel tells of a thread of this process: 'S' asleep; 'X' for one that is gone.
+/// The kernel's state of a thread of this process: 'S' asleep; 'X' gone.
 inline char stateOfThread(const std::filesystem::path& task) {
   std::ifstream file(task / "stat");
   std::string line;
   if (!std::getline(file, line))
     return 'X';
-  // "ID (NAME) STATE ...": the name may hold anything.
+  // "ID (NAME) STATE ...": the name may contain anything.
   const size_t end_of_name = line.rfind(") ");
   return end_of_name + 2 < line.size() ? line[end_of_name + 2] : 'X';
 }

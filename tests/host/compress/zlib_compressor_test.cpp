@@ -15,7 +15,7 @@ std::string deflated(std::string_view plain) {
   return out;
 }
 
-/// The message, after checking that nothing was written behind what stood in the output.
+/// The message, after checking that nothing was appended to the output.
 std::string refusal(std::string_view bytes, size_t max_bytes = 1 << 20) {
   std::string out = "before";
   const auto error = ZlibCompressor().inflate(bytes, max_bytes, out);

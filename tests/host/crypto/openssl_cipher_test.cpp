@@ -30,7 +30,7 @@ std::string opened(const OpensslCipher& cipher, std::string_view key_text, std::
   return out;
 }
 
-/// The message, after checking that nothing was written behind what stood in the output.
+/// The message, after checking that nothing was appended to the output.
 std::string refusal(std::string_view key_text, std::string_view nonce, std::string_view header,
                     std::string_view bytes) {
   std::string out = "before";
@@ -101,7 +101,7 @@ TEST(OpensslCipher, SaysWhatIsWrongWithWhatItIsGiven) {
 
 TEST(OpensslCipher, RefusesMoreBytesThanTheLibraryCanCount) {
   const char only = 'x';
-  const std::string_view too_long(&only, kMaxCipherBytes + 1);  // refused before a byte of it is read
+  const std::string_view too_long(&only, kMaxCipherBytes + 1);  // refused before any byte is read
   std::string out;
   const auto error = OpensslCipher().encrypt("key", kNonce, kHeader, too_long, out);
   ASSERT_TRUE(error);

@@ -1,4 +1,4 @@
-// The host's cipher and inflater against the vectors that every implementation of the wire format checks.
+// The kit's cipher and inflater against the vectors that every implementation of the wire format checks.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -68,7 +68,7 @@ TEST(SealedVectors, OpenToTheirPlaintext) {
   }
 }
 
-// A status of 403 marks what the cipher must refuse; the others are refused for their frame or their contents.
+// Status 403 marks what the cipher must refuse; the others are refused for their frame or content.
 TEST(SealedVectors, AreRefusedWhenKeyOrBytesAreNotThoseOfTheSeal) {
   const kit::Value all = vectors();
   size_t refused = 0;

@@ -42,7 +42,7 @@ std::string nested(size_t depth) {
   return std::string(depth, '[') + std::string(depth, ']');
 }
 
-/// So many members, each with a number, or elements.
+/// With this many members, each with a number, or elements.
 std::string wideObject(size_t members) {
   std::string text = "{";
   for (size_t i = 0; i < members; ++i)
@@ -72,7 +72,7 @@ TEST(SimdjsonCodec, RefusesOneMemberOrElementMoreWhereverItStands) {
 }
 
 TEST(SimdjsonCodec, ReadsNothingBeyondTheFirstThatIsTooMany) {
-  // What follows is no JSON at all, and nobody gets there; 250,000 members held the main queue for half a second.
+  // The rest is not JSON, but the reader never gets there; 250,000 members blocked the main queue for half a second.
   std::string text = wideArray(kMaxJsonItems);
   text.back() = ',';
   const std::string place = "(at byte " + std::to_string(text.size()) + " of ";
@@ -243,8 +243,8 @@ TEST(SimdjsonCodec, TakesZeroBytesForWhatTheyAre) {
   EXPECT_EQ(readWell("\"a\\u0000b\"").string(), std::string_view("a\0b", 3));
 }
 
-// The library's other reader checks a document as a whole before it hands out anything. It sets the standard here; the
-// one liberty ours takes are integers beyond 64 bits, which this alphabet does not reach.
+// The library's other reader checks a whole document before it returns anything. It is the standard here; ours is only
+// more liberal with integers beyond 64 bits, which this alphabet cannot produce.
 TEST(SimdjsonCodec, AcceptsWhatTheLibrarysWholeDocumentReaderAccepts) {
   const std::string seed_text =
       R"({"BaseTime":1700000000123,"Result":true,"Data":{"a":[1,-2.5e3,null,"x\u00e9\\",[],{}],"b":{"c":false}}})";

@@ -1,4 +1,4 @@
-// Apps that have closed their standard streams: what they print goes into nothing of the kit's.
+// Apps that have closed their standard streams: their output ends up in nothing of the kit.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -28,13 +28,13 @@ void closeThem() {
 
 constexpr const char* kNothing = "/dev/null";
 
-/// Empty where the stream is closed.
+/// Empty if the stream is closed.
 std::string fileOf(int stream) {
   std::error_code ignored;
   return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(stream), ignored);
 }
 
-/// A socket, a pipe, or a descriptor of the kernel's own: anything but what the kit leaves there.
+/// A socket, a pipe, or a kernel descriptor: anything but what the kit leaves there.
 bool isAnyInUse() {
   return std::any_of(kStandardStreams.begin(), kStandardStreams.end(), [](int stream) {
     const std::string file = fileOf(stream);
@@ -47,8 +47,8 @@ bool areAllFilled() {
                      [](int stream) { return fileOf(stream) == kNothing; });
 }
 
-/// In a process of its own, so that the one that forks has no threads: a thread sanitizer lets its child start none
-/// then.
+/// In a process of its own, so that the forking process has no threads: with a thread sanitizer, its child could start
+/// none otherwise.
 class ServerProcess {
  public:
   ServerProcess() {
@@ -87,7 +87,7 @@ class ClosedStreams : public test::OnScratchFolder, public ::testing::WithParamI
     options.service_url = server_.url();
     options.report_crashes = true;
   }
-  /// The connection stays open behind the answer.
+  /// The connection stays open after the answer.
   static bool isDelivered(MorvikCore& core) {
     core.applicationDidBecomeActive();
     core.addActivity("shop", "look");
@@ -109,7 +109,7 @@ TEST_P(ClosedStreams, BeforeTheStartHaveNothingOfTheKitsInTheirPlace) {
   EXPECT_EQ(child.status(), kFine);
 }
 
-/// One that is opened fills them up. The event loop ends the process when it is to close its own descriptors there.
+/// Opening the store fills the streams. The event loop ends the process when it closes its own descriptors there.
 TEST_P(ClosedStreams, HaveNothingOfTheKitsInTheirPlaceWhereTheStoreCannotBeOpened) {
   std::filesystem::create_directories(options.store_folder + "/morvik.store");
   test::Child child([this] {

@@ -1,4 +1,4 @@
-// A kit that is destroyed by a callback which an operation of the same thread lets run: the operation comes back.
+// A kit destroyed by a callback that an operation of the same thread runs: the operation returns.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -16,15 +16,15 @@ namespace {
 using std::chrono::seconds;
 using test::Child;
 constexpr int kFine = 3;
-/// No operation may wait for its time: there is nothing left to wait for.
+/// No operation may wait until its time is up: there is nothing left to wait for.
 constexpr seconds kLong{60};
 
 class DestroyedByItsCallback : public test::OnScratchFolder {
  protected:
   DestroyedByItsCallback() { options.main_queue = MainQueueMode::kPumped; }
 
-  /// In a process of its own, which may hang or die: calls `operation` of a kit that a callback of it destroys, and
-  /// answers what the process ends with.
+  /// Calls `operation` of a kit that is destroyed by one of its callbacks, in a process of its own, which may hang or
+  /// die. Returns how the process ends.
   int endOf(const std::function<bool(MorvikCore&)>& operation) {
     return Child([&] {
              auto core = start();

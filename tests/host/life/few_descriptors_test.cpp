@@ -1,4 +1,4 @@
-// An app that has used up its file descriptors: what it asks for fails or waits, and nothing dies or hangs.
+// An app that has used up its file descriptors: its requests fail or wait, and nothing crashes or hangs.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -16,13 +16,13 @@ namespace {
 
 constexpr int kStarted = 3;
 constexpr int kRefused = 4;
-/// From the three that every process has to more than a kit opens.
+/// From the three of every process to more than a kit opens.
 constexpr rlim_t kFewest = 3;
 constexpr rlim_t kMost = 20;
 
 class FewDescriptorsTest : public test::OnScratchFolder {
  protected:
-  /// A whole life of a kit, in a process of its own that may have descriptors below `limit` alone.
+  /// The whole life of a kit, in a process of its own that may only have descriptors below `limit`.
   int lifeBelow(rlim_t limit, MainQueueMode mode) {
     options.main_queue = mode;
     return test::Child([&] {

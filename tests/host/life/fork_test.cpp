@@ -24,8 +24,8 @@ namespace {
 const pid_t parent = getpid();
 }  // namespace
 
-/// Asked by the sanitizer that looks for leaks when a process exits. In a fork it would wait for ever for a lock of its
-/// own, which another thread held when the process forked.
+/// Asked by the leak sanitizer when a process exits. In a fork the sanitizer would wait for ever for its own lock,
+/// which another thread held at the time of the fork.
 extern "C" int __lsan_is_turned_off() {
   return getpid() != parent ? 1 : 0;
 }
@@ -82,7 +82,7 @@ TEST_F(Fork, DoesNothingWithEveryOperationAndSaysSoOnce) {
     core->setDelegate({});
     core->applicationDidEnterBackground();
     core->stop();
-    // The app's sink may want a lock that another thread of the parent's held.
+    // The app's sink may want a lock that another thread of the parent held.
     const std::string told = ::testing::internal::GetCapturedStderr();
     const bool is_told_once = log.lines().size() == lines && std::count(told.begin(), told.end(), '\n') == 1 &&
                               told.find("is a fork of the one that started the kit") != std::string::npos;
@@ -132,14 +132,14 @@ TEST_F(Fork, LivesOnWhileItsParentEndsAndStartsAgain) {
   child.end();
 }
 
-/// Where the system gives no thread, what ends the kit runs on the calling one, and the log's last lines too.
+/// If the system has no thread left, the end of the kit runs on the calling one, and so do the last log lines.
 class ForkAtTheEnd : public Fork {
  protected:
   ForkAtTheEnd() {
     options.log_level = 4;
     options.main_queue = MainQueueMode::kPumped;
   }
-  /// Erases while the system gives no thread, and answers what the child ends with that was forked meanwhile.
+  /// Erases while the system has no thread left; returns the exit status of a child forked meanwhile.
   int endOfTheChildOfAnErasing(MorvikCore& core) {
     bool is_erased = false;
     {
@@ -203,7 +203,7 @@ TEST_F(Fork, CannotStartOnTheFolderOfItsParent) {
 }
 
 TEST_F(Fork, IsToldByAnotherProcessThatTheFolderIsInUse) {
-  // A process of its own line has the store: this one was forked before it took the lock.
+  // Another process has the store: this one was forked before that took the lock.
   int ready[2];
   ASSERT_EQ(::pipe(ready), 0);
   Child child([&] {

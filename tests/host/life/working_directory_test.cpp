@@ -21,7 +21,7 @@ class WorkingDirectory : public test::OnScratchFolder, public ::testing::WithPar
     std::filesystem::create_directory(folder / "elsewhere");
   }
   std::string elsewhere() const { return folder / "elsewhere"; }
-  /// The kit of an app that then goes elsewhere.
+  /// The kit of an app that then changes its working directory.
   std::unique_ptr<MorvikCore> startAndGo() {
     StartOptions relative = options;
     relative.store_folder = "store";

@@ -22,7 +22,7 @@ TEST(SystemRandom, FillsEveryByteOfALongSpan) {
   SystemRandom random;
   std::vector<uint8_t> bytes(100'000, 0);
   random.fill(bytes);
-  // Each run of 64 zero bytes would be a hole: chance makes none in the age of the universe.
+  // A run of 64 zero bytes would be a hole: it does not happen by chance in the age of the universe.
   EXPECT_EQ(std::search_n(bytes.begin(), bytes.end(), 64, uint8_t{0}), bytes.end());
 }
 

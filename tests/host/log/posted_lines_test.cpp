@@ -71,7 +71,7 @@ TEST_F(PostedLinesTest, AreWrittenAtOnceOnAnyOtherThreadAfterThoseThatWait) {
   EXPECT_THAT(written(), SizeIs(2));
 }
 
-/// As an app's sink, which takes one line at a time; each line makes it call the kit.
+/// Like an app's sink that takes one line at a time and calls the kit for each.
 class SinkThatCallsTheKit final : public kit::LogSink {
  public:
   void line(std::string_view text) override {
@@ -152,7 +152,7 @@ TEST_F(PostedLinesTest, AreWrittenWhenTheKitEndsBeforeTheMainQueueComesToThem) {
   EXPECT_THAT(written(), ElementsAre("first", "second"));
 }
 
-/// As an app's sink that takes its time over a line.
+/// Like an app's sink that is slow.
 class SlowSink final : public kit::LogSink {
  public:
   void line(std::string_view text) override {
@@ -161,7 +161,7 @@ class SlowSink final : public kit::LogSink {
     log_.line(text);
   }
   bool tryLine(std::string_view text) override { return log_.tryLine(text); }
-  /// What happens meanwhile, with the next line.
+  /// Run during the next line.
   void pausesFor(std::function<void()> pause) { pause_ = std::move(pause); }
   std::vector<std::string> lines() const { return log_.messages(); }
 
@@ -186,7 +186,7 @@ TEST_F(PostedLinesOfThreads, AreWrittenInTheOrderInWhichTheyCame) {
   std::thread second;
   sink_.pausesFor([&] {
     second = std::thread([&] { slow_lines_.line("second"); });
-    // It waits; or it is done, and too early.
+    // It waits; or it is done, which is too early.
     test::waitUntilOtherThreadsSleep();
     std::thread([&] { postSlow("third"); }).join();
   });
@@ -366,7 +366,7 @@ class LockOfTheApp : public test::OnScratchFolder {
     options.main_queue = MainQueueMode::kPumped;
     options.log_level = kit::lcl_vWarning;
     options.log_sink = [this](std::string_view line) {
-      // Here the app would wait for itself for ever.
+      // Here the app would deadlock.
       EXPECT_FALSE(is_locked_) << line;
       log.line(line);
     };
@@ -381,7 +381,7 @@ class LockOfTheApp : public test::OnScratchFolder {
     } unlock{is_locked_};
     return call();
   }
-  /// Lines come from the main queue, which the app runs when it holds no lock.
+  /// Writes the lines of the main queue, which the app runs while it holds no lock.
   void pump() const {
     pollfd ready{.fd = core_->pollDescriptor(), .events = POLLIN, .revents = 0};
     do
@@ -471,7 +471,7 @@ TEST_F(LockOfTheApp, KeepsNoStopFromItsEndWhereTheSinkWaitsForIt) {
   }
 }
 
-/// What is kept across an erasing goes into a fresh store, which has a thread and lines of its own.
+/// What is kept across an erasure goes into a new store, which has its own thread and log lines.
 TEST_F(LockOfTheApp, KeepsNoErasingFromItsEndWhereTheFreshStoreHasSomethingToSay) {
   core_->gdprForgetMe(true);
   core_->stop();
@@ -485,7 +485,7 @@ TEST_F(LockOfTheApp, KeepsNoErasingFromItsEndWhereTheFreshStoreHasSomethingToSay
       log.line(line);
     };
     core_ = start();
-    // The note of what is to go has room, a store has not.
+    // There is space for the marker, but not for a store.
     const rlimit little_room{1000, RLIM_INFINITY};
     if (::setrlimit(RLIMIT_FSIZE, &little_room) != 0)
       return 1;
@@ -503,7 +503,7 @@ TEST_F(LockOfTheApp, IsNotWantedWhileTheDiskIsFull) {
   core_->stop();
   constexpr int kFine = 3;
   test::Child child([this] {
-    // The limit is the process's: so it is a process of its own.
+    // The limit applies to the process, so this is a process of its own.
     std::signal(SIGXFSZ, SIG_IGN);
     core_ = start();
     const rlimit no_room{0, RLIM_INFINITY};

@@ -1,4 +1,4 @@
-// The host's queues together, as the tests run them: on a thread of their own, or pumped by the test.
+// The queues of a real machine together, as the tests run them: on their own thread, or pumped by the test.
 #pragma once
 
 #include <poll.h>
@@ -15,11 +15,11 @@
 
 namespace morvik::host {
 
-/// A wait for something that does not come ends after this time, and the test fails.
+/// A wait for something that does not happen ends after this time, and the test fails.
 inline constexpr std::chrono::seconds kGiveUp{20};
 inline constexpr double kGrantSeconds = 0.05;
 
-/// Whoever waits is woken after every turn of either queue.
+/// Wakes whoever waits after every turn of either queue.
 class TurnBell {
  public:
   void ring() {
@@ -86,7 +86,7 @@ class LoopRig {
     }
     return true;
   }
-  /// One round of an app's loop: waits as long as it is allowed to, then dispatches.
+  /// One round of an app's loop: waits as long as allowed, then dispatches.
   void pump() {
     pollfd descriptor{loop.pollDescriptor(), POLLIN, 0};
     constexpr int kGiveUpMilliseconds = std::chrono::milliseconds(kGiveUp).count();

@@ -25,7 +25,7 @@ std::string packed(std::string_view plain, int window_bits) {
 
 constexpr size_t kNoBound = std::numeric_limits<size_t>::max();
 
-/// The body that comes of these bytes, given one by one.
+/// The body decoded from these bytes, passed one by one.
 std::string decoded(std::string_view encoding, std::string_view bytes) {
   AnswerBody body(kNoBound);
   for (const char& byte : bytes)
@@ -70,8 +70,7 @@ TEST(AnswerBody, TakesAsMuchAsAskedForAndKeepsNothingOfMore) {
   EXPECT_EQ(body.takeText(), "");
 }
 
-// A stored block without bytes is five bytes that inflate to nothing: without a bound of their own they could go on as
-// long as time does.
+// An empty stored block is five bytes that inflate to nothing: without their own bound they could continue for ever.
 TEST(AnswerBody, BoundsEncodedBytesThatHoldNothing) {
   const std::string empty_block("\x00\x00\x00\xFF\xFF", 5);
   AnswerBody body(10);

@@ -17,10 +17,10 @@ namespace {
 constexpr std::chrono::seconds kGiveUp{20};
 /// Nothing listens there.
 constexpr const char* kNobody = "http://127.0.0.1:1/";
-/// More than curl opens before it waits for the first time.
+/// More than curl opens before its first wait.
 constexpr unsigned kDescriptorsOfCurl = 4;
 
-/// How a request for the URL ended; that none came is an error as well.
+/// How a request for the URL ended; no outcome is an error too.
 kit::TransportOutcome get(CurlLoop& loop, const std::string& url) {
   auto answer = std::make_shared<std::promise<kit::TransportOutcome>>();
   auto outcome = answer->get_future();

@@ -21,8 +21,8 @@ namespace {
 
 constexpr std::string_view kEndOfHead = "\r\n\r\n";
 
-/// Writing to a connection that has gone must end this thread's loop, not the process. Only here: what is tested must
-/// not need it.
+/// Writing to a closed connection must end this thread's loop, not the process. Only here: the tested code must not
+/// need it.
 void blockBrokenPipeSignal() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -65,7 +65,7 @@ std::optional<std::string> ServedRequest::header(std::string_view name) const {
 }
 
 Peer::Peer(int socket, SSL_CTX* tls) : socket_(socket), ssl_(tls == nullptr ? nullptr : SSL_new(tls), &SSL_free) {
-  const int at_once = 1;  // held back, an answer behind a session ticket would wait 40 ms for the other side
+  const int at_once = 1;  // otherwise an answer after a session ticket would wait 40 ms for the other side
   setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof at_once);
   if (ssl_)
     SSL_set_fd(ssl_.get(), socket_);
@@ -126,7 +126,7 @@ void Peer::shut() {
 void Peer::reset() {
   const linger at_once{.l_onoff = 1, .l_linger = 0};
   setsockopt(socket_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-  shut_ = true;  // the reset goes out when the socket is closed
+  shut_ = true;  // the reset is sent when the socket is closed
 }
 
 bool Peer::speaksHttp2() const {

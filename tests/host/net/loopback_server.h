@@ -26,9 +26,9 @@ struct ServedRequest {
   std::string body;
   size_t connection = 0;  ///< counted from 0
   bool is_http2 = false;
-  bool took_up_session = false;  ///< TLS: an earlier session was taken up again
+  bool took_up_session = false;  ///< TLS: an earlier session was resumed
 
-  /// The header line's value, all lines of the name joined by "|"; nothing without such a line.
+  /// The header's value, all lines of that name joined by "|"; nothing if there is none.
   std::optional<std::string> header(std::string_view name) const;
 };
 
@@ -40,19 +40,19 @@ class Peer {
   Peer& operator=(const Peer&) = delete;
   ~Peer();
 
-  /// Agrees on TLS, if that is spoken here.
+  /// Establishes TLS, if this server uses it.
   bool open();
-  /// False when the other side has gone.
+  /// False if the other side has gone.
   bool write(std::string_view bytes);
-  /// Appends what comes; false when nothing more will.
+  /// Appends what arrives; false if nothing more will.
   bool read(std::string& into);
   /// A whole HTTP/1.1 answer.
   void answer(int status, std::string_view body, std::string_view more_headers = "");
-  /// Ends the connection, now; any thread, but not after close().
+  /// Ends the connection now; any thread, but not after close().
   void shut();
-  /// Ends it with a reset instead of a farewell.
+  /// Ends it with a reset.
   void reset();
-  /// The socket goes.
+  /// Closes the socket.
   void close();
   bool isShut() const { return shut_; }
   bool speaksHttp2() const;
@@ -70,11 +70,11 @@ using Responder = std::function<void(const ServedRequest&, Peer&)>;
 struct ServerOptions {
   const Identity* identity = nullptr;  ///< null: plain HTTP
   bool http2 = false;                  ///< offered when the client wants it
-  std::string greeting = {};           ///< sent to everybody who connects, without being asked
+  std::string greeting = {};           ///< sent to every client, unasked
 };
 
-/// Listens on a free port of 127.0.0.1 until it goes; then every connection ends. A responder must not wait for
-/// anything that comes after that.
+/// Listens on a free port of 127.0.0.1 until it is destroyed; then every connection ends. A responder must not wait for
+/// anything after that.
 class LoopbackServer {
  public:
   LoopbackServer(ServerOptions options, Responder responder);

@@ -18,7 +18,7 @@ struct OpensslRelease {
 using KeyPtr = std::unique_ptr<EVP_PKEY, OpensslRelease>;
 using CertificatePtr = std::unique_ptr<X509, OpensslRelease>;
 
-/// What a server shows.
+/// What a server presents.
 struct Identity {
   KeyPtr key;
   CertificatePtr certificate;
@@ -26,7 +26,7 @@ struct Identity {
 
 inline constexpr long kSecondsPerDay = 24L * 60 * 60;
 
-/// An authority of our own. Its file is removed with it.
+/// An authority for tests. Its file is removed with it.
 class TestAuthority {
  public:
   TestAuthority();
@@ -45,7 +45,7 @@ class TestAuthority {
   std::string file_;
 };
 
-/// What nobody vouches for but its holder.
+/// A certificate vouched for by nobody but its holder.
 Identity selfSigned(const std::string& names);
 /// The certificate as PEM text.
 std::string pemOf(const X509& certificate);

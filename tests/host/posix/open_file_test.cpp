@@ -20,7 +20,7 @@ using test::Child;
 constexpr int kFine = 3;
 constexpr std::array kStandardStreams{STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
 
-/// The file that a descriptor of this process belongs to; empty where it belongs to none.
+/// The file of a descriptor of this process; empty if it has none.
 std::string fileOf(int descriptor) {
   std::error_code ignored;
   return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), ignored);

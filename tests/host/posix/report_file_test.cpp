@@ -110,7 +110,7 @@ TEST_F(ReportFileTest, LeavesWhatItCannotReadWhereItIs) {
   shelf.clear();
   EXPECT_TRUE(std::filesystem::is_directory(shelf.path()));
   std::filesystem::remove(shelf.path());
-  // What cannot be opened could well be removed.
+  // What cannot be opened can still be removed.
   std::filesystem::create_symlink(shelf.path(), shelf.path());
   EXPECT_TRUE(shelf.reports().empty());
   shelf.clear();

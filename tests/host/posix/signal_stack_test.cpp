@@ -22,7 +22,7 @@ bool isThere(const stack_t& stack) {
   return (stack.ss_flags & SS_DISABLE) == 0;
 }
 
-/// On a thread that has none; a sanitizer gives one to each.
+/// On a thread without one; a sanitizer gives one to each.
 void onABareThread(void (*check)()) {
   std::thread([check] {
     const stack_t before = current();

@@ -26,7 +26,7 @@ std::string fileOf(int descriptor) {
   return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), ignored);
 }
 
-/// As printf() meets it.
+/// As printf() would find it.
 bool canBeWritten(int descriptor) {
   return ::write(descriptor, "text", 4) == 4;
 }
@@ -51,7 +51,7 @@ void openAsOutput(const char* path) {
     moveToOutput(opened);
 }
 
-/// In a process of its own: what it answers while standard output and standard error are closed.
+/// Runs `act` in a process of its own with standard output and standard error closed; returns its result.
 int withoutOutput(const std::function<int()>& act) {
   return test::Child([&act] {
            ::close(STDOUT_FILENO);

@@ -54,7 +54,7 @@ class Zone {
   std::optional<std::string> before_;
 };
 
-// A zone written out needs no data files: one hour ahead of UTC, and two between the last Sundays of March and October.
+// A zone in this form needs no data files: one hour ahead of UTC, two between the last Sundays of March and October.
 constexpr const char* kWithSummerTime = "AAA-1BBB,M3.5.0,M10.5.0/3";
 
 TEST(SystemCalendar, ShowsCivilTimeInTheZoneOfTheEnvironment) {

@@ -130,7 +130,7 @@ TEST_F(Erased, NothingIsWhereNotEvenANoteOfItCanBeMadeAndTheKitRunsOnAndSaysSo) 
   const auto instance = start(options);
   ASSERT_NE(instance, nullptr);
   instance->addActivity("shop", "purchase", std::nullopt);
-  // No folder can be made in the place of a file, whoever runs this.
+  // No folder can be created in place of a file, whoever runs this.
   std::filesystem::rename(folder / "store", folder / "elsewhere");
   std::ofstream(folder / "store").flush();
   EXPECT_FALSE(instance->eraseLocalData());
@@ -138,7 +138,7 @@ TEST_F(Erased, NothingIsWhereNotEvenANoteOfItCanBeMadeAndTheKitRunsOnAndSaysSo) 
   std::filesystem::rename(folder / "elsewhere", folder / "store");
   EXPECT_TRUE(instance->status().is_running);
   EXPECT_FALSE(std::filesystem::exists(FileEraser::markerPath({.folder = options.store_folder})));
-  // In memory where a flush found the folder gone.
+  // In memory, if a flush found the folder missing.
   EXPECT_THAT(instance->addActivity("shop", "purchase", std::nullopt), AnyOf(Recorded::kKept, Recorded::kKeptInMemory));
   EXPECT_EQ(instance->properties().fendoActivityInfos().size(), 2u);
   EXPECT_TRUE(instance->eraseLocalData());

@@ -1,4 +1,4 @@
-// A store whose process has no memory left in the middle of a commit.
+// A store whose process runs out of memory in the middle of a commit.
 #include <gtest/gtest.h>
 
 #include <new>

@@ -11,7 +11,7 @@ std::string fileOf(const WishSector& even, const WishSector& odd) {
   return wishSectorBytes(even) + wishSectorBytes(odd);
 }
 
-// Written down here once and for all: a program of any version must read these, and write no others.
+// Fixed for ever: a program of any version must read these, and write no others.
 TEST(WishSectors, HaveTheFormatThatIsFrozenForEver) {
   static constexpr const char kForgotten[] =
       "mrvkwish"

@@ -1,4 +1,4 @@
-// A book of the ledger over the real store, told by a test what the kit would tell it.
+// A ledger's book over the real store; a test tells it what the kit would.
 #pragma once
 
 #include <algorithm>
@@ -21,7 +21,7 @@
 
 namespace morvik::runtime {
 
-/// Nothing of a book waits for the disk.
+/// The book waits for no disk.
 class NoFlusher final : public host::StoreFlusher {
  public:
   void flushSoon() override {}
@@ -59,7 +59,7 @@ class BookRig {
     startAgain();
   }
 
-  /// Another process over the same store.
+  /// Another process on the same store.
   void startAgain() {
     book.emplace(LedgerParts{.store = store,
                              .list_lock = list_lock,
@@ -74,7 +74,7 @@ class BookRig {
     list.append(std::move(record));
     set(key, kit::Value(std::move(list)));
   }
-  /// All but those of which `is_gone` answers true.
+  /// Keeps only those for which `is_gone` is false.
   void removeIf(const char* key, const std::function<bool(const kit::Value&)>& is_gone) {
     kit::MutableArray kept{kit::Value(kit::Array())};
     for (const kit::Value& record : store.get(key).array()) {
@@ -89,7 +89,7 @@ class BookRig {
     book->activityWasStored();
     store.append(kActivities, kit::Dictionary{{"activityEventID", id}, {"activityName", name}});
   }
-  /// Seals and sends a batch of these events and of all impressions that are stored.
+  /// Seals and sends a batch of these events and all stored impressions.
   uint64_t sendBatch(std::initializer_list<const char*> ids) {
     kit::MutableArray entries{kit::Value(kit::Array())};
     kit::MutableArray keys{kit::Value(kit::Array())};
@@ -108,7 +108,7 @@ class BookRig {
   }
   static kit::Value clickOf(int64_t key) { return kit::Dictionary{{"conversion_key", key}, {"session_no", "1"}}; }
   uint64_t send(const char* url, const kit::Value& payload) { return sendSealed(url, seal(payload)); }
-  /// The text that seals it.
+  /// The sealed text.
   std::string seal(const kit::Value& payload) {
     book->payloadIsBeingBuilt();
     const std::string sealed = std::to_string(1000 + ++sealed_) + std::string(100, 'x');
@@ -121,7 +121,7 @@ class BookRig {
     request.body = "k=app&j=" + sealed;
     return book->requestStarts(request);
   }
-  /// Its handler runs; without an answer it failed.
+  /// Its handler runs; without an answer the request failed.
   void end(
       uint64_t exchange, const std::optional<kit::Value>& answer, const std::function<void()>& handler = [] {}) {
     book->handlerBegins(exchange);
@@ -130,7 +130,7 @@ class BookRig {
     book->handlerEnded(exchange);
   }
   static kit::Value yes() { return kit::Dictionary{{"Result", true}}; }
-  /// As the core does: what is in the batch goes, and all impressions.
+  /// As the core does: removes the batch's events, and all impressions.
   void trim(std::initializer_list<const char*> ids) {
     const std::vector<std::string> gone(ids.begin(), ids.end());
     removeIf(kActivities, [&gone](const kit::Value& activity) {

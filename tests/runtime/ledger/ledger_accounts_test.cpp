@@ -35,7 +35,7 @@ Ledger::Account accountOf(const LedgerAccounts& accounts, Kind kind, uint64_t st
   return accounts.toLedger(stored(kind, stored_now)).accounts.at(static_cast<size_t>(kind));
 }
 
-/// Of each count another number.
+/// A different number for each count.
 LedgerAccounts various() {
   LedgerAccounts accounts;
   accounts.record(Kind::kActivities, 100);
@@ -63,7 +63,7 @@ TEST(LedgerAccounts, AreReadAsTheyWereWritten) {
   EXPECT_TRUE(activities.isSound());
 }
 
-// Stores of released versions hold it.
+// Stores of released versions contain it.
 TEST(LedgerAccounts, AreWrittenInAFormThatNeverChanges) {
   LedgerAccounts accounts = various();
   EXPECT_EQ(accounts.write({.activities = 30}),
@@ -142,8 +142,7 @@ TEST(LedgerAccounts, StandInTheOrderOfTheKindsWithTheReasonsThatOccurred) {
                           Pair("the \"end\" of a session that went on within a minute", 3U)));
 }
 
-// ------------------------------------------------------------------------------------------------- a process after
-// another
+// --------------------------------------------------------------------------------------------- a process after another
 
 LedgerAccounts inLine(LedgerAccounts accounts, const LedgerAccounts::Found& found) {
   accounts.bringInLineWith(found);

@@ -37,7 +37,7 @@ Value activity(const char* id) {
   return Dictionary{{"activityEventID", id}};
 }
 
-/// As long as what an envelope seals to.
+/// As long as a sealed envelope.
 std::string sealed(const std::string& nonce) {
   return nonce + std::string(100, 'x');
 }

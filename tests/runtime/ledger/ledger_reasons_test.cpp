@@ -74,7 +74,7 @@ TEST(LedgerReasons, StandAllInTheDocument) {
   test::expectDocumentBlock("docs/guarantees.md", "reasons of the ledger", table);
 }
 
-// Stores of released versions hold them.
+// Stores of released versions contain them.
 TEST(LedgerReasons, AreStoredUnderKeysThatNeverChange) {
   std::string all;
   size_t kind = kLedgerKinds;

@@ -42,7 +42,7 @@ TEST_F(LedgerStoreTest, LetsADyingProcessWriteWithoutWaitingForTheBook) {
   EXPECT_EQ(of("crash reports").recorded, 1U);
 }
 
-/// Could not be read at its opening, and notes of each commit whether lists could be changed meanwhile.
+/// Could not be read when it was opened. Notes for each commit whether lists could be changed meanwhile.
 class UnavailableStore final : public NotingStore {
  public:
   UnavailableStore(const std::string& folder, kit::LogSink& log, kit::ListLock& list_lock)

@@ -96,7 +96,7 @@ TEST(ValueCodec, DictionariesKeepTheirOrder) {
   EXPECT_EQ(order, "zam");
 }
 
-// The form lies on people's devices: it does not change, but by a new version number.
+// The form is stored on people's devices: it changes only with a new version number.
 TEST(ValueCodec, TheFormIsThis) {
   EXPECT_EQ(
       encoded(Dictionary{{"n", -2}, {"l", Array{true, "ab", 1.0, kit::Date{300}, Value::null(), Value(), false}}}),
@@ -163,7 +163,7 @@ TEST(ValueCodec, ARepeatedKeyIsRefused) {
 }
 
 TEST(ValueCodec, GarbageNeverHarmsAndWhatIsTakenIsAValue) {
-  std::mt19937 random(20240817);  // the seed is part of the test: a failure comes back
+  std::mt19937 random(20240817);  // a fixed seed, so that a failure recurs
   const std::string sample = encoded(Array{Dictionary{{"a", 1}, {"b", "two"}}, 3.5, Array{Value::null(), true}});
   ValueDecoder decoder;
   int taken = 0;

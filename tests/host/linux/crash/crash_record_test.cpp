@@ -155,7 +155,7 @@ TEST_F(Record, KeepsAsMuchOfTheStackAsThereIs) {
   ::munmap(pages, kPage);
 }
 
-/// As it lies in a file of version 1.
+/// As stored in a file of version 1.
 struct RecordOfVersion1 {
   uint64_t magic = 0x6d72766b5f736967;
   int64_t time_microseconds = 1'600'000'000'000'000;

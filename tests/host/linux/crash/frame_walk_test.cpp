@@ -9,7 +9,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-// A stack as it lies in memory: words, of which some are frame records (the caller's record, the return address).
+// A stack in memory: words, some of which are frame records (the caller's record, the return address).
 class Walk : public ::testing::Test {
  protected:
   void SetUp() override {
