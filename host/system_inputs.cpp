@@ -16,7 +16,7 @@
 namespace morvik::host {
 namespace {
 
-/// What is there and no folder: the folder itself, or one that it lies below.
+/// What exists but is no folder: the folder itself, or one of its parents.
 std::optional<std::filesystem::path> fileOnTheWayTo(const std::filesystem::path& folder) {
   std::filesystem::path way;
   std::error_code ignored;
@@ -28,7 +28,7 @@ std::optional<std::filesystem::path> fileOnTheWayTo(const std::filesystem::path&
   return std::nullopt;
 }
 
-/// As the system names it, and as the store's own file system, which is content with less.
+/// Too long for the system, or for the store's own file system, which takes less.
 bool isTooLong(const std::filesystem::path& folder) {
   std::error_code unknown;
   if (std::filesystem::absolute(folder, unknown).lexically_normal().native().size() > maxFolderBytes({}))
@@ -83,9 +83,9 @@ std::optional<kit::Error> SystemInputs::checkPlaces(const StartOptions& options)
   if (options.ca_file.empty())
     return std::nullopt;
   const std::string what = "StartOptions::ca_file: the file " + options.ca_file;
-  // Not opened: a pipe would be used up before the first upload reads it.
+  // Not opened: a pipe would be consumed before the first upload reads it.
   if (access(options.ca_file.c_str(), R_OK) != 0) {
-    return kit::Error{what + " cannot be read (" + systemMessage() + "); mend its path or its permissions."};
+    return kit::Error{what + " cannot be read (" + systemMessage() + "); fix its path or its permissions."};
   }
   std::error_code ignored;
   if (std::filesystem::is_directory(options.ca_file, ignored))

@@ -61,7 +61,7 @@ Failure readKeyInFile(const Key& key, const MachineInputs& inputs, const std::st
   const std::optional<std::string> text = inputs.readFile(key.path(), kMaxKeyFileBytes);
   if (!text) {
     return kit::Error{option + ": the file " + key.path() + " cannot be read, or is larger than " +
-                      std::to_string(kMaxKeyFileBytes) + " bytes; mend its path or its permissions."};
+                      std::to_string(kMaxKeyFileBytes) + " bytes; fix its path or its permissions."};
   }
   const std::optional<std::string> line = lineOf(*text, key.text());
   if (!line)
@@ -115,7 +115,7 @@ Failure readBaseUrl(const std::string& text, const MachineInputs& inputs, const 
   return std::nullopt;
 }
 
-/// The environment's service takes the place of all that the app names: nothing goes elsewhere while one debugs.
+/// The environment's service replaces every URL that the app names: nothing goes elsewhere while somebody debugs.
 Failure readAllUrls(const StartOptions& options, const MachineInputs& inputs, CheckedOptions& out) {
   for (const EndpointName& endpoint : kEndpoints) {
     if (const std::string& debugged = out.environment.service_url; !debugged.empty()) {
@@ -164,14 +164,14 @@ Failure readLogLevel(const std::string& text, int& out) {
   return std::nullopt;
 }
 
-/// The app's configuration is asked for by a path that begins with its key.
+/// The path of the app's configuration begins with its key.
 bool mayStandInAPath(const std::string& app_key) {
   std::string encoded;
   services::appendPercentEncoded(app_key, encoded);
   return encoded == app_key;
 }
 
-/// Without a word for the one of zeros alone: a system gives it when the user limits tracking.
+/// No warning about an identifier of zeros alone: a system returns it when the user limits tracking.
 void checkAdvertisingIdentifier(CheckedOptions& out) {
   Identifier& idfa = out.options.device.idfa;
   if (idfa.source() != Identifier::Source::kGiven)

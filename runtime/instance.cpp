@@ -22,11 +22,10 @@ constexpr services::GuardClause kRecordThrew =
 constexpr services::Guard kRecordGuard{kRecordThrew, kRecordThrew};
 
 constexpr services::GuardClause kCallThrew = services::oneLine(
-    kit::lcl_vError, "Morvik host: a call could not be carried out: %@; see to it that the process has memory");
+    kit::lcl_vError, "Morvik host: a call could not be carried out: %@; make sure that the process has memory");
 constexpr services::Guard kCallGuard{kCallThrew, kCallThrew};
 
-/// No turn need follow that would try again what a call could not commit. What is taken now was kept when the call
-/// returned.
+/// There may be no later turn to retry a failed commit. What this commit takes is stored when the call returns.
 Recorded tryToKeepNow(InstanceParts& parts) {
   const bool was_kept = parts.store->isKept();
   const bool all_kept = afterRecording(parts.logger, [&parts] { return parts.store->commitTurn(); }).value_or(false);
@@ -65,7 +64,7 @@ void Instance::applicationDidEnterBackground() {
              [parts = parts_.get()] { parts->start_hold.pass(kit::Notification::kApplicationDidEnterBackground); });
 }
 
-/// Nothing here waits: the log may be the app's, and the store may be closed.
+/// Takes no lock: the log may be the app's, and the store may be closed.
 Recorded Instance::refuseNotRunning() {
   parts_->ledger.wasRefused(Recorded::kRefusedNotRunning);
   if (!is_not_running_told_.exchange(true)) {
@@ -84,8 +83,8 @@ Recorded Instance::refuseNoMemory() {
   return Recorded::kRefusedNoMemory;
 }
 
-/// What records runs on the calling thread, unless the kit is being stopped. What it throws, for want of memory, ends
-/// here; it has recorded nothing then.
+/// Records on the calling thread, unless the kit is stopping. An exception (no memory) ends here; nothing was recorded
+/// then.
 template <class Record>
 Recorded Instance::recordNow(Record record) {
   const auto marked = parts_->lines.postFromHere();
@@ -95,7 +94,7 @@ Recorded Instance::recordNow(Record record) {
   const auto recorded = services::guarded(parts_->logger, kRecordGuard, MORVIK_HERE("-[MorvikCore record]"), record);
   if (!recorded)
     return refuseNoMemory();
-  // Nothing is committed for a forgotten user, and only a flush finds out that somebody has removed the wish's files.
+  // Nothing is committed for a forgotten user; only a flush notices that somebody removed the wish's files.
   if (*recorded == Recorded::kRefusedForgotten)
     afterRecording(parts_->logger, [this] { parts_->store->flushSoon(); });
   return *recorded == Recorded::kKeptInMemory ? tryToKeepNow(*parts_) : *recorded;
@@ -136,7 +135,7 @@ Recorded Instance::thirdPartyConversion() {
   return handOver(HandedOver::Kind::kThirdPartyConversion, "", "-[MorvikCore thirdPartyConversion]");
 }
 
-/// A setter's rule: its values are committed, without synchronize().
+/// For setters: the values are committed without synchronize().
 template <class Set>
 Recorded Instance::setNow(Set set) {
   return recordNow([&] { return setAndCommit(set); });
@@ -150,12 +149,12 @@ Recorded Instance::setAndCommit(Set set) {
   return recorded;
 }
 
-/// Both of the value's places or neither, also where the process runs out of memory between the two.
+/// Sets both values or neither, even if memory runs out in between.
 Recorded Instance::setTwice(const char* pending, const char* complete, const kit::Value& wanted,
                             const std::function<void(MorvikCoreLib&)>& set) {
   return setNow([&](MorvikCoreLib& core) {
     MachineStore& store = *parts_->plain_store;
-    store.set(complete, store.get(complete));  // the place is there from here on, and filling it takes no memory
+    store.set(complete, store.get(complete));  // creates the entry, so that filling it takes no memory
     try {
       set(core);
     } catch (...) {
@@ -212,7 +211,7 @@ Recorded Instance::gdprForgetMe(bool forget_me) {
   });
   if (!isKept(recorded))
     return recorded;
-  // It has a home of its own beside the store.
+  // The wish has a file of its own next to the store.
   return parts_->plain_store->isWishKept(recorded == Recorded::kKept) ? Recorded::kKept : Recorded::kKeptInMemory;
 }
 
@@ -303,7 +302,7 @@ void Instance::stop(std::chrono::milliseconds drain) {
 
 bool Instance::eraseLocalData() {
   if (ending_->isWithinCallback()) {
-    const auto marked = parts_->lines.postFromHere();  // it may be within the log's sink
+    const auto marked = parts_->lines.postFromHere();  // this may be within the log sink
     guardedCall(kEraseOperation, [this] {
       MORVIK_LOG(parts_->logger, kit::lcl_vError, kEraseOperation,
                  "Morvik host: nothing was erased: a callback runs, and the kit stops first; erase from outside");
@@ -323,7 +322,7 @@ bool Instance::eraseLocalData() {
   erasing->is_under_way = true;
   hold.unlock();
   bool is_erased = guardedCall(kEraseOperation, [&] { return erase(*parts, *ending); }).value_or(false);
-  is_erased &= parts->life->isOwnProcess();  // in a child that was forked meanwhile it was the parent that erased
+  is_erased &= parts->life->isOwnProcess();  // in a child forked meanwhile, the parent erased
   hold.lock();
   erasing->is_under_way = false;
   erasing->was_erased = is_erased;
@@ -333,7 +332,7 @@ bool Instance::eraseLocalData() {
 
 bool Instance::erase(InstanceParts& parts, InstanceEnding& ending) {
   const auto marked = parts.lines.postFromHere();
-  // Past the file of the wish: one that cannot be read is a doubt, and stays where it is.
+  // Bypasses the wish's file: an unreadable one is a doubt, and stays where it is.
   const services::MorvikGVUserDefaults stored(*parts.bare_store, parts.list_lock);
   const auto wish = [&stored] {
     return KeptWish{stored.MorvikCoreUserInfo_isGDPRForgetMe(), stored.MorvikCoreUserInfo_isGDPRForgetMeServerSynced()};
@@ -438,7 +437,7 @@ void Instance::post(const char* operation, kit::Block block) {
     });
   });
   if (!is_posted)
-    static_cast<void>(parts.life->beginPosted());  // it waits no more
+    static_cast<void>(parts.life->beginPosted());  // it no longer waits
 }
 
 }  // namespace morvik::runtime

@@ -1,4 +1,4 @@
-// All that a host consists of, in the order in which it is made; it goes in the reverse order.
+// The parts of an instance, in the order in which they are made. They are destroyed in reverse order.
 #pragma once
 
 #include <atomic>
@@ -46,21 +46,21 @@ class MorvikCoreLib;
 
 namespace morvik::runtime {
 
-/// Filled by makeInstance() only; everything is there once it has returned a host.
+/// Filled by makeInstance() only; complete once it has returned an instance.
 struct InstanceParts {
-  /// `machine` makes the parts that stand on it. It is `owned`, or that is null and the machine outlives the parts.
-  InstanceParts(std::shared_ptr<InstanceLife> of_host, CheckedOptions checked, std::unique_ptr<ClosableLogSink> sink,
-                Machine& machine, std::unique_ptr<Machine> owned);
+  /// `machine` makes the parts that depend on it. Either it is `owned`, or that is null and it outlives the parts.
+  InstanceParts(std::shared_ptr<InstanceLife> instance_life, CheckedOptions checked,
+                std::unique_ptr<ClosableLogSink> sink, Machine& machine, std::unique_ptr<Machine> owned);
   ~InstanceParts();
   InstanceParts(const InstanceParts&) = delete;
   InstanceParts& operator=(const InstanceParts&) = delete;
 
   Pending pending() const;
-  /// Of the component under which the kit logs; the nearest level that there is. Any thread.
+  /// For the kit's log component; the nearest existing level. Any thread.
   void setLogLevel(int level);
 
-  const std::unique_ptr<Machine> owned_machine;  ///< what the parts refer to goes after them; may be null
-  const std::shared_ptr<InstanceLife> life;      ///< shared with what is the app's: see InstanceLife::guard()
+  const std::unique_ptr<Machine> owned_machine;  ///< parts refer to it, so it goes last; may be null
+  const std::shared_ptr<InstanceLife> life;      ///< shared with the app's functions: see InstanceLife::guard()
   const bool has_threads;
   const CheckedOptions options;
   const std::unique_ptr<ClosableLogSink> log_sink;
@@ -86,9 +86,9 @@ struct InstanceParts {
   kit::ListLock list_lock;
   const std::unique_ptr<MachineWishFile> wish_file;  ///< may be null
   const std::unique_ptr<MachineStore> bare_store;
-  const std::unique_ptr<WishStore> plain_store;  ///< the same, and the wish to be forgotten is kept twice
+  const std::unique_ptr<WishStore> plain_store;  ///< with the wish to be forgotten also in its file
   LedgerBook ledger;
-  const std::unique_ptr<MachineStore> store;  ///< the plain one, and what passes through it is counted
+  const std::unique_ptr<MachineStore> store;  ///< the plain store, with the ledger counting
   const services::MorvikGVUserDefaults properties;
 
   TurnGate gate;
@@ -100,8 +100,8 @@ struct InstanceParts {
   WishRereading wish_rereading;
   StartHold start_hold;
   const std::unique_ptr<MachineTransport> bare_transport;
-  const std::unique_ptr<MachineTransport> plain_transport;  ///< the same, and erasures wait for the disk
-  const std::unique_ptr<MachineTransport> transport;        ///< the same, and what leaves is counted
+  const std::unique_ptr<MachineTransport> plain_transport;  ///< erasures wait for the disk
+  const std::unique_ptr<MachineTransport> transport;        ///< the plain transport, with the ledger counting
   SettleWatch settle_watch;
   CommitRetry commit_retry;
 
@@ -121,18 +121,18 @@ struct InstanceParts {
   AppAdClient ad_client;
   const AppModules modules;
   HandedOver handed_over;
-  CallGate calls;  ///< those that record
-  /// The app said so; the main queue may not have heard of it yet.
+  CallGate calls;  ///< calls that record
+  /// The app said so; the main queue may not know yet.
   std::atomic<bool> has_entered_background{false};
 
   const kit::Ports ports;
   std::shared_ptr<MorvikCoreLib> core;
   std::unique_ptr<MachineCrashHook> crash_hook;  ///< null: crashes are not reported
-  std::shared_ptr<CrashNote> crash_note;         ///< null as well
+  std::shared_ptr<CrashNote> crash_note;         ///< then null too
 };
 
-/// Keeps a URL that opened the app before the kit was ready; the next session start handles it. The last one counts: a
-/// URL that waits there gives way, with a line in the log. Any thread.
+/// Stores a URL that opened the app before the kit was ready, for the next session start. Only one is stored: a newer
+/// one replaces it, with a log line. Any thread.
 void keepOpenedUrl(InstanceParts& parts, const kit::Url& url);
 
 }  // namespace morvik::runtime

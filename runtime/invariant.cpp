@@ -6,7 +6,7 @@ namespace morvik::runtime {
 
 void invariantBroken(const services::Logger& logger, const char* operation, std::string_view what) {
   MORVIK_LOG(logger, kit::lcl_vError, operation,
-             "Morvik host: an invariant is broken: %@; this is a mistake of the kit's, please report it with this line",
+             "Morvik host: an invariant is broken: %@; this is a bug in the kit, please report it with this line",
              what);
 #ifndef NDEBUG
   std::abort();

@@ -20,7 +20,7 @@
 namespace morvik::runtime {
 namespace {
 
-/// The environment's file takes the place of the app's sink.
+/// The environment's log file replaces the app's sink.
 std::variant<std::unique_ptr<MachineLogSink>, kit::Error> makeLogSink(Machine& machine, const CheckedOptions& checked,
                                                                       const OwnProcess& process) {
   const std::string& file = checked.environment.log_file;
@@ -39,7 +39,7 @@ const kit::LogLevels& levelsAt(int level, kit::SharedState& state) {
   return state.log_levels;
 }
 
-/// Whatever the level: who reads it must know that events go elsewhere.
+/// At any level: a reader of the log must know that events go elsewhere.
 void tellWhatTheEnvironmentChanged(const InstanceParts& parts) {
   if (const std::string changes = parts.options.environment.changes(); !changes.empty())
     parts.logger.writePlain("Morvik host: the environment changed what the app had set: %@", {changes});
@@ -49,7 +49,7 @@ std::optional<std::string> advertisingId(InstanceParts& parts) {
   const Identifier& idfa = parts.options.options.device.idfa;
   switch (idfa.source()) {
     case Identifier::Source::kMadeAndKept:
-      // The platform writes it so.
+      // The platform writes it in capitals.
       return services::inCapitals(keptIdentifier(*parts.store, kAdvertisingIdKey, *parts.random));
     case Identifier::Source::kGiven:
       return idfa.text();
@@ -98,7 +98,7 @@ LedgerParts ledgerParts(InstanceParts& parts) {
           .has_hashed_identifier = parts.options.options.device.puid.source() != Identifier::Source::kNone};
 }
 
-/// In the dark an identifier that the kit has made is one for the time being.
+/// While the store is unavailable, an identifier made by the kit is provisional.
 bool namesThisDevice(const InstanceParts& parts, const std::string& erasure) {
   const bool is_made = parts.options.options.device.idfa.source() == Identifier::Source::kMadeAndKept;
   const auto body = parts.json->read(erasure);
@@ -170,12 +170,12 @@ kit::Ports portsOf(InstanceParts& parts) {
           .batch_limit = kBatchLimit};
 }
 
-// What a turn wrote is committed before what it sent leaves.
+// A turn's writes are committed before its requests leave.
 void frameTurns(InstanceParts& parts) {
   const auto committed = [&parts](const kit::Block& turn) {
     const TurnGate::Turn open(parts.gate);
     turn();
-    // A turn that forked comes back twice; what it wrote is the parent's affair.
+    // After a fork within the turn, both processes come here; the writes are the parent's.
     if (parts.life->isOwnProcess())
       parts.commit_retry.turnEnded(parts.store->commitTurn());
   };
@@ -189,14 +189,14 @@ void frameTurns(InstanceParts& parts) {
     committed(block);
   });
   parts.background->setWhenIdle([&parts] {
-    // Whoever waits for quiet looks at the end of a main turn.
+    // Whoever waits for the kit to settle looks at the end of a main turn.
     if (parts.settle_watch.isWatching())
       parts.main_loop->async([] {});
   });
 }
 
 void observeBeforeTheCore(InstanceParts& parts) {
-  // What an earlier process left comes before the first session, although a pumped kit may start that at once.
+  // Entries of an earlier process come before the first session, although a pumped kit may start that at once.
   parts.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive,
                                   [&parts] { parts.handed_over.handleAll(); });
   for (const auto notification :
@@ -208,10 +208,10 @@ void observeBeforeTheCore(InstanceParts& parts) {
 }
 
 constexpr services::GuardClause kCrashNoteThrew = services::oneLine(
-    kit::lcl_vError, "Morvik host: what a crash would tell of the device and the app cannot be noted: %@");
+    kit::lcl_vError, "Morvik host: what a crash report would say of the device and the app cannot be noted: %@");
 constexpr services::Guard kCrashNoteGuard{kCrashNoteThrew, kCrashNoteThrew};
 
-/// On the main queue, or before it runs. An app's modules are asked for their versions.
+/// On the main queue, or before it runs. Asks an app's modules for their versions.
 void noteForACrash(InstanceParts& parts) {
   if (parts.crash_note == nullptr)
     return;
@@ -228,10 +228,10 @@ void observeAfterTheCore(InstanceParts& parts) {
     parts.notifications.addObserver(notification, [&parts] { noteForACrash(parts); });
   parts.notifications.addObserver(kit::Notification::kApplicationDidBecomeActive, [&parts] {
     parts.observations.sessionMayHaveChanged();
-    // Where the store's files were removed meanwhile, this finds it out.
+    // Notices if the store's files were removed meanwhile.
     parts.store->flushSoon();
   });
-  // The core has the session ended on the background queue; this comes behind it there.
+  // The core ends the session on the background queue; this runs after it there.
   parts.notifications.addObserver(kit::Notification::kApplicationDidEnterBackground, [&parts] {
     parts.background->async([&parts] {
       parts.observations.sessionMayHaveChanged();
@@ -262,7 +262,7 @@ void handle(InstanceParts& parts, const HandedOver::Entry& entry) {
   });
 }
 
-/// The app's life, for a core that was made while the user counted as forgotten and so does not observe it.
+/// The app's life cycle, for a core made while the user counted as forgotten, which therefore does not observe it.
 struct LifeInDoubt {
   bool is_doubt_over = false;
   bool is_active = false;
@@ -285,8 +285,8 @@ std::shared_ptr<LifeInDoubt> observeInDoubt(InstanceParts& parts) {
   return life;
 }
 
-/// What the file of the wish says holds as soon as it can be read, for property, mirror and gate in one step. The
-/// session of an app that is active then begins.
+/// The content of the wish's file applies as soon as it can be read: to property, mirror and gate in one step. If the
+/// app is active, its session then begins.
 void followTheWishFile(InstanceParts& parts) {
   parts.wish_rereading.begin([&parts, life = observeInDoubt(parts)] {
     const bool was_forgotten = parts.services.isGDPRForgetMe();
@@ -300,12 +300,12 @@ void followTheWishFile(InstanceParts& parts) {
       life->is_doubt_over = true;
     if (!is_doubt_over || !life->is_active)
       return parts.handed_over.handleLater();
-    parts.handed_over.handleAll();  // as at any session's start
+    parts.handed_over.handleAll();  // as at the start of any session
     parts.core->startSession();
   });
 }
 
-/// Whose the host is: the process's own watches it and may stand behind its shared core.
+/// Whose instance it is: the process's own observes the process and may stand behind its shared core.
 enum class InstanceOf { kProcess, kOtherMachine };
 
 void makeCore(InstanceParts& parts, InstanceOf instance_of) {
@@ -327,7 +327,7 @@ void makeCore(InstanceParts& parts, InstanceOf instance_of) {
            [&parts] {
              parts.handed_over.handleLater();
              parts.core->setWishesHeld(false);
-             // Behind the session that waits, which may ask for the attribution.
+             // After the waiting session, which may ask for the attribution.
              parts.main_loop->async([&parts] { parts.flushes.storeMayBeKnown(); });
            },
        .when_settled = [&parts] { parts.main_loop->async([&parts] { parts.flushes.storeMayBeKnown(); }); },
@@ -375,7 +375,7 @@ void watchProcess(InstanceParts& parts, Machine& machine) {
     reportCrashes(parts, *crashes);
 }
 
-/// The device is the one that the file knows, also in what is sent from here on.
+/// The device is the one that the file knows, from now on also in requests.
 void takeOverIdentifiers(InstanceParts& parts) {
   const DeviceDescription& device = parts.options.options.device;
   if (device.idfa.source() == Identifier::Source::kMadeAndKept)
@@ -385,16 +385,16 @@ void takeOverIdentifiers(InstanceParts& parts) {
   parts.common.replace(identityOf(parts));
 }
 
-/// What is mirrored of the store is loaded again when the store could not be read at first: a user who asked to be
-/// forgotten is, from the commit on in which that came to light, so that nothing of its turn leaves.
+/// Reloads the mirrors of a store that could not be read at first. A user who asked to be forgotten is so from the
+/// recovering commit on, so that nothing of its turn leaves.
 void followTheStore(InstanceParts& parts) {
   parts.store->setWhenTakenOver([&parts] {
     parts.services.closeIfStoredForgotten();
     takeOverIdentifiers(parts);
     if (parts.core != nullptr)
       parts.core->storeRecovered();
-    // One step, so that a wish of another thread cannot be undone by what was read before it. A turn of its own, since
-    // a commit calls nobody: what waits to leave is asked again.
+    // In one step, so that another thread's wish cannot be undone by an older reading. In a turn of its own, since a
+    // commit calls nobody: what waits to leave is asked again.
     parts.main_loop->async([&parts] {
       parts.properties.inOneStep([&parts] { parts.services.loadMirrors(); });
       parts.transport->wishDidChange();
@@ -406,7 +406,7 @@ void followTheStore(InstanceParts& parts) {
   });
 }
 
-/// Whatever the level, as long as there is a log: they are about the one who wrote the options.
+/// At any level, if there is a log: they are addressed to whoever wrote the options.
 void tellWarnings(const InstanceParts& parts) {
   if (!parts.logger.enabled(kit::lcl_vCritical))
     return;
@@ -415,7 +415,7 @@ void tellWarnings(const InstanceParts& parts) {
                        {warning});
 }
 
-/// They are looked up again and again, and the app may change its working directory.
+/// The paths are used again and again, and the app may change its working directory.
 void makePlacesAbsolute(const MachineInputs& inputs, StartOptions& options) {
   options.store_folder = inputs.absolutePath(options.store_folder);
   if (!options.ca_file.empty())
@@ -449,12 +449,12 @@ std::variant<std::unique_ptr<Instance>, kit::Error> makeInstanceOn(Machine& mach
   const auto parts = std::make_shared<InstanceParts>(life, std::get<CheckedOptions>(std::move(checked)),
                                                      std::move(sink), machine, std::move(owned));
   parts->eraser_log = std::move(eraser_log);
-  // It erases on a thread of the app's, which waits for the threads of the store that it opens.
+  // The eraser runs on an app's thread, which waits for the threads of the store that it opens.
   parts->eraser_log->passOnTo(parts->lines.later());
   parts->eraser = std::move(eraser);
   if (parts->store->opening() == StoreOpening::kLocked)
     return kit::Error{parts->store->openingLine()};
-  // Its last owner may have let go of it only now, in the middle of an erasing.
+  // Its last owner may have released it only now, in the middle of an erasure.
   if (parts->eraser->isDue())
     return kit::Error{"the data in \"" + store_folder + "\" is being erased; start again"};
   machine.takeEditor([weak = std::weak_ptr(parts)](std::string_view key, kit::Value value) {
@@ -483,10 +483,10 @@ std::variant<std::unique_ptr<Instance>, kit::Error> makeInstanceOn(Machine& mach
 
 }  // namespace
 
-InstanceParts::InstanceParts(std::shared_ptr<InstanceLife> of_host, CheckedOptions checked,
+InstanceParts::InstanceParts(std::shared_ptr<InstanceLife> instance_life, CheckedOptions checked,
                              std::unique_ptr<ClosableLogSink> sink, Machine& machine, std::unique_ptr<Machine> owned)
     : owned_machine(std::move(owned)),
-      life(std::move(of_host)),
+      life(std::move(instance_life)),
       has_threads(machine.hasThreads()),
       options(std::move(checked)),
       log_sink(std::move(sink)),
@@ -545,15 +545,16 @@ InstanceParts::InstanceParts(std::shared_ptr<InstanceLife> of_host, CheckedOptio
 }
 
 InstanceParts::~InstanceParts() {
-  store->setWhenTakenOver(nullptr);  // what it calls goes before the store
+  store->setWhenTakenOver(nullptr);  // what it calls is destroyed before the store
 }
 
 void keepOpenedUrl(InstanceParts& parts, const kit::Url& url) {
   if (const auto waiting = parts.properties.URLForKey(services::kPassOpenUrlKey); waiting && *waiting != url) {
-    MORVIK_LOG(parts.logger, kit::lcl_vWarning, "-[MorvikCore passOpenURL:]",
-               "Morvik host: an opened URL of %lu bytes was never handled, and gives way to one of %lu bytes: only one "
-               "can wait for the next session start",
-               waiting->absoluteString().size(), url.absoluteString().size());
+    MORVIK_LOG(
+        parts.logger, kit::lcl_vWarning, "-[MorvikCore passOpenURL:]",
+        "Morvik host: an opened URL of %lu bytes was never handled, and is replaced by one of %lu bytes: only one "
+        "can wait for the next session start",
+        waiting->absoluteString().size(), url.absoluteString().size());
   }
   parts.properties.setURL(url, services::kPassOpenUrlKey);
 }
@@ -562,7 +563,7 @@ void InstanceParts::setLogLevel(int level) {
   setKitLevel(shared_state.log_levels, level);
 }
 
-// Read in the order in which work goes from one to the next, so that none slips through.
+// In the order in which work moves from one to the next, so that none is missed.
 Pending InstanceParts::pending() const {
   Pending pending;
   pending.background_blocks = background->pending();

@@ -19,12 +19,12 @@ static_assert(kMaxParamsDepth == kit::kMaxJsonDepth, "what is built here can be 
 
 std::string written(const kit::Value& value) {
   std::string text;
-  // Neither dates nor numbers that are not finite are ever held, and the depth is bounded: there is no error.
+  // Cannot fail: dates and non-finite numbers are never held, and the depth is bounded.
   services::appendJson(value, text);
   return text;
 }
 
-std::string mended(std::string_view text) {
+std::string repaired(std::string_view text) {
   std::string result;
   services::appendMendedUtf8(text, result);
   return result;
@@ -34,7 +34,7 @@ kit::Value numberOrNull(double number) {
   return std::isfinite(number) ? kit::Value(number) : kit::Value::null();
 }
 
-/// The double that is written with the digits of the float.
+/// The double with the same decimal digits as the float.
 double withSameDigits(float number) {
   constexpr size_t kMostDigits = 32;
   char digits[kMostDigits];
@@ -45,13 +45,13 @@ double withSameDigits(float number) {
 
 }  // namespace
 
-/// A value, and what is to be known of it before the whole is written.
+/// A value, with what must be known before the whole is written.
 struct ParamTree::Held {
   kit::Value value;
   size_t bytes = 0;  ///< of its text
   size_t depth = 0;  ///< levels of containers
 
-  /// Nothing when it is too large by itself.
+  /// Nothing if it is too large by itself.
   static std::optional<Held> of(const ParamValue& value) {
     return std::visit([](const auto& each) { return of(each); }, value.value_);
   }
@@ -76,25 +76,25 @@ struct ParamTree::Held {
 
 struct ParamTree::Content {
   struct Member {
-    std::string name;  ///< of an object's member, mended
+    std::string name;  ///< of an object's member, as valid UTF-8
     Held held;
   };
 
   std::vector<Member> members;
-  std::unordered_map<std::string, size_t> places;  ///< of an object's members, by name
-  size_t member_bytes = 0;                         ///< with a comma for each
+  std::unordered_map<std::string, size_t> places;  ///< index of each member of an object, by name
+  size_t member_bytes = 0;                         ///< including a comma each
   bool is_too_large = false;
   std::string kept_text;
 
   void set(std::string_view name, const ParamValue& value) {
     if (name.size() > kMaxParamsBytes)
       return letGo();
-    std::string mended_name = mended(name);
-    const size_t name_bytes = written(kit::Value(mended_name)).size() + 1;
+    std::string repaired_name = repaired(name);
+    const size_t name_bytes = written(kit::Value(repaired_name)).size() + 1;
     put(Held::of(value), name_bytes, [&](Held held) {
-      const auto [place, is_new] = places.try_emplace(mended_name, members.size());
+      const auto [place, is_new] = places.try_emplace(repaired_name, members.size());
       if (is_new)
-        members.push_back({std::move(mended_name), {}});
+        members.push_back({std::move(repaired_name), {}});
       else
         member_bytes -= members[place->second].held.bytes + 1;
       members[place->second].held = std::move(held);
@@ -105,7 +105,7 @@ struct ParamTree::Content {
     put(Held::of(value), 0, [&](Held held) { members.push_back({"", std::move(held)}); });
   }
 
-  /// How long the text is.
+  /// Length of the text.
   size_t bytes() const { return members.empty() ? 2 : 1 + member_bytes; }
 
   kit::Value object() const {
@@ -133,7 +133,7 @@ struct ParamTree::Content {
   }
 
  private:
-  /// Takes a value in by `take`; `more_bytes` stand beside it.
+  /// Adds a value through `take`; `more_bytes` come with it.
   template <class Take>
   void put(std::optional<Held> held, size_t more_bytes, Take take) {
     if (is_too_large)

@@ -12,7 +12,7 @@ namespace morvik::testing {
 namespace {
 
 /// "https://host:port" of a URL: what connections are counted by.
-std::string instanceOf(const std::string& url) {
+std::string hostOf(const std::string& url) {
   const size_t scheme = url.find("://");
   const size_t start = scheme == std::string::npos ? 0 : scheme + 3;
   return url.substr(0, url.find_first_of("/?#", start));
@@ -114,7 +114,7 @@ void ScriptedTransport::start(kit::Request request, std::function<void(kit::Tran
 }
 
 void ScriptedTransport::leave(std::shared_ptr<Exchange> exchange) {
-  const std::string host = instanceOf(exchange->request.url);
+  const std::string host = hostOf(exchange->request.url);
   {
     const std::lock_guard lock(mutex_);
     if (exchange->process != process_)
@@ -166,7 +166,7 @@ void ScriptedTransport::begin(const std::shared_ptr<Exchange>& exchange) {
 }
 
 void ScriptedTransport::finish(const std::shared_ptr<Exchange>& exchange, const kit::TransportOutcome& outcome) {
-  const std::string host = instanceOf(exchange->request.url);
+  const std::string host = hostOf(exchange->request.url);
   {
     const std::lock_guard lock(mutex_);
     if (exchange->process != process_)

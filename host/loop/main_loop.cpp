@@ -20,9 +20,9 @@ namespace morvik::host {
 namespace {
 
 constexpr uint64_t kNanosecondsPerMillisecond = 1'000'000;
-/// The longest wait of one call; the caller asks again.
+/// The longest wait of one call; the caller calls again.
 constexpr int kMaxPollMilliseconds = 60'000;
-/// Of two descriptors each. A loop takes two, and the first one a pipe besides.
+/// Two descriptors each. A loop takes two of these; the first loop also takes a pipe.
 constexpr size_t kPipesBeforeALoop = 3;
 
 constexpr services::GuardClause kThrewOnMainQueue =
@@ -39,8 +39,8 @@ kit::Error engineError(const char* what, int code) {
           "); free some of the process's file descriptors or memory and start again."};
 }
 
-/// libuv ends the process where the first of all its loops finds no descriptors: its own, and a pipe for all loops.
-/// 0 if there are these and some to spare.
+/// libuv ends the process if the first of its loops finds no descriptors for itself and for a pipe shared by all loops.
+/// Returns 0 if these and some more are available.
 int findDescriptors() {
   constexpr int kMissing = -1;
   std::array<std::array<uv_file, 2>, kPipesBeforeALoop> pipes;
@@ -61,14 +61,14 @@ int findDescriptors() {
 
 }  // namespace
 
-// The event loop behind the queue: a wake-up that any thread may ring, and one alarm for the earliest timer.
+// The event loop behind the queue: a wake-up for any thread, and one alarm for the earliest timer.
 struct MainLoop::Engine {
   uv_loop_t loop;
   uv_async_t wake_up;
   uv_timer_t alarm;
   bool is_open = false;
 
-  /// libuv ends the process when it is to close a descriptor of its own in the place of a standard stream.
+  /// libuv ends the process when it closes a descriptor of its own that took the place of a standard stream.
   std::optional<kit::Error> open(MainLoop* owner) {
     fillClosedStandardStreams();
     if (const int code = findDescriptors(); code != 0)
@@ -94,7 +94,7 @@ struct MainLoop::Engine {
         (left + kNanosecondsPerMillisecond - 1) / kNanosecondsPerMillisecond, 0);
   }
 
-  // Handles go away only while the loop runs. May be called again while they go.
+  // Handles are closed only while the loop runs. May be called again meanwhile.
   void closeHandles() {
     for (auto* handle : {reinterpret_cast<uv_handle_t*>(&wake_up), reinterpret_cast<uv_handle_t*>(&alarm)}) {
       if (uv_is_closing(handle) == 0)
@@ -130,7 +130,7 @@ std::optional<kit::Error> MainLoop::open() {
   }
   if (mode_ == LoopMode::kPumped) {
     main_thread_ = std::this_thread::get_id();
-    // Only a round of the loop makes the wake-up's descriptor one of those that the app polls.
+    // Only a round of the loop adds the wake-up's descriptor to those that the app polls.
     uv_run(&engine_->loop, UV_RUN_NOWAIT);
   } else if (auto error = startOwnThread()) {
     return error;
@@ -157,10 +157,10 @@ std::optional<kit::Error> MainLoop::startOwnThread() {
 bool MainLoop::drain(std::chrono::steady_clock::time_point deadline) {
   if (isMainThread())
     return !in_turn_ && drainHere(deadline);
-  // Where it could not be opened nobody runs anything.
+  // If it could not be opened, nobody runs anything.
   if (mode_ == LoopMode::kPumped || !isOpen())
     return false;
-  // A block that comes behind all that wait tells when they have run.
+  // A block posted after all waiting ones tells when they have run.
   struct Mark {
     std::mutex mutex;
     std::condition_variable reached;
@@ -212,7 +212,7 @@ bool MainLoop::stop() {
     rest_.wait(hold, [this] { return !dispatching_; });
   }
   endHere();
-  // The system may give the thread's id to another one.
+  // The system may reuse the thread's id.
   main_thread_ = std::thread::id();
   dropAll();
   return true;
@@ -235,7 +235,7 @@ void MainLoop::endHere() {
 }
 
 void MainLoop::dropAll() {
-  // What the blocks hold is let go outside the lock: it may call back into the queue.
+  // What the blocks hold is destroyed outside of the lock: it may call back into the queue.
   std::deque<kit::Block> blocks;
   std::map<TimerKey, Timer> timers;
   const std::scoped_lock hold(mutex_);
@@ -257,7 +257,7 @@ void MainLoop::after(double delay_seconds, kit::Block block) {
 }
 
 MainLoop::TimerKey MainLoop::schedule(double delay_seconds, kit::Block block) {
-  return addTimer(delay_seconds, std::move(block), Timer::Kind::kOfHost);
+  return addTimer(delay_seconds, std::move(block), Timer::Kind::kOfInstance);
 }
 
 MainLoop::TimerKey MainLoop::addTimer(double delay_seconds, kit::Block block, Timer::Kind kind) {
@@ -361,7 +361,7 @@ void MainLoop::pumpOnce(double max_seconds) {
   const double longest = std::clamp(max_seconds * 1e3, 0.0, static_cast<double>(kMaxPollMilliseconds));
   const int own_milliseconds = static_cast<int>(std::ceil(longest));
   pollfd polled{.fd = pollDescriptor(), .events = POLLIN, .revents = 0};
-  // Interrupted by a signal, it has nothing to dispatch, and the caller asks again.
+  // Interrupted by a signal: nothing to dispatch, and the caller calls again.
   static_cast<void>(
       poll(&polled, 1, loop_milliseconds < 0 ? own_milliseconds : std::min(loop_milliseconds, own_milliseconds)));
   dispatch();
@@ -373,7 +373,7 @@ bool MainLoop::runWithin(double max_seconds, kit::Block block) {
     std::mutex mutex;
     std::condition_variable changed;
     Step step = Step::kWaits;
-    /// False when it has gone another way already.
+    /// False if another step has been taken already.
     bool go(Step from, Step to) {
       const std::scoped_lock hold(mutex);
       if (step != from)
@@ -398,7 +398,7 @@ bool MainLoop::runWithin(double max_seconds, kit::Block block) {
     shared->step = Step::kGivenUp;
     return false;
   }
-  // It has begun, and is waited for as long as there is time left.
+  // It has begun; wait for it while there is time left.
   return shared->changed.wait_until(lock, deadline, [&] { return shared->step == Step::kDone; });
 }
 
@@ -409,11 +409,11 @@ void MainLoop::wakeLocked() {
   uv_async_send(&engine_->wake_up);
 }
 
-// One round: the blocks that are due now, each a turn. What they hand over waits for the next round, so that a loop
-// that feeds itself cannot keep the app's own loop waiting.
+// One round: runs the due blocks, each as a turn. What they post waits for the next round, so that a loop that feeds
+// itself cannot starve the app's own loop.
 //
-// Libraries open files and sockets in a turn. In the place of a closed stream one would be in the way of the network's
-// thread: what that finds taken when it fills the closed ones may be free again when it opens a connection.
+// Libraries open files and sockets in a turn. One that takes the place of a closed stream would mislead the network's
+// thread: a place that is taken when that thread fills the closed ones may be free again when it opens a connection.
 void MainLoop::serve() {
   fillClosedStandardStreams();
   kit::Block block;
@@ -433,7 +433,7 @@ size_t MainLoop::beginRound() {
   return ready_.size();
 }
 
-/// Before each turn: a timer has its place behind what came before it was due, and before what comes later.
+/// Before each turn: a timer comes after what was posted before it was due, and before anything later.
 void MainLoop::collectDueLocked() {
   const uint64_t now = uv_hrtime();
   while (!timers_.empty() && timers_.begin()->first.first <= now) {
@@ -456,7 +456,7 @@ bool MainLoop::takeNext(kit::Block& block) {
 }
 
 void MainLoop::goToRest() {
-  // A block that forked comes back twice; in the child this loop, which is the parent's, ends here.
+  // A block that forked returns in both processes; in the child this loop, which is the parent's, ends here.
   if (!process_.isHere())
     return uv_stop(&engine_->loop);
   const std::scoped_lock hold(mutex_);

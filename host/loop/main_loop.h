@@ -1,4 +1,4 @@
-// The main queue on a real machine: an event loop, on a thread of ours or pumped from the app's own loop.
+// The main queue on a real machine: an event loop, on a thread of its own or pumped from the app's loop.
 #pragma once
 
 #include <atomic>
@@ -29,20 +29,20 @@ enum class LoopMode {
   kPumped,     ///< the thread that calls open() runs them, in dispatch()
 };
 
-/// Longer delays are cut to this (ten years), so that no sum of times overflows.
+/// Longer delays are reduced to this (ten years), so that no sum of times overflows.
 inline constexpr double kMaxDelaySeconds = 315'360'000.0;
 
-/// As MachineLoop says; stop() joins the thread.
+/// As MachineLoop documents; stop() joins the thread.
 class MainLoop final : public runtime::MachineLoop {
  public:
   MainLoop(LoopMode mode, const services::Logger& logger);
-  /// Stops, if that was not done. Not on the main thread while a turn runs.
+  /// Stops if that was not done. Not on the main thread while a turn runs.
   ~MainLoop() override;
   MainLoop(const MainLoop&) = delete;
   MainLoop& operator=(const MainLoop&) = delete;
 
   void setFrame(runtime::TurnFrame frame) override { frame_ = std::move(frame); }
-  /// An error says that the system gave no event loop or no thread.
+  /// An error: the system had no event loop or no thread left.
   std::optional<kit::Error> open() override;
   bool drain(std::chrono::steady_clock::time_point deadline) override;
   void cease() override;
@@ -70,9 +70,9 @@ class MainLoop final : public runtime::MachineLoop {
   struct Engine;
   struct Timer {
     kit::Block block;
-    enum class Kind { kShort, kLonger, kOfHost } kind;
+    enum class Kind { kShort, kLonger, kOfInstance } kind;
   };
-  /// A pumpFor() that runs.
+  /// A running pumpFor().
   struct Pump {
     std::chrono::steady_clock::time_point until;
     const std::function<bool()>& is_done;
@@ -100,20 +100,20 @@ class MainLoop final : public runtime::MachineLoop {
   const services::Logger logger_;
   runtime::TurnFrame frame_ = [](const kit::Block& turn) { turn(); };
   std::atomic<std::thread::id> main_thread_{};
-  // Touched on the main thread alone.
+  // Used on the main thread only.
   bool in_turn_ = false;
   const Pump* pump_ = nullptr;
   std::vector<kit::Block> after_turn_;
 
   mutable std::mutex mutex_;
   std::deque<kit::Block> ready_;
-  std::map<TimerKey, Timer> timers_;  ///< by the time they are due, then by the order they came in
+  std::map<TimerKey, Timer> timers_;  ///< by due time, then by order of arrival
   uint64_t next_timer_ = 1;
-  bool awake_ = false;  ///< the loop will look at the queue without being woken
+  bool awake_ = false;  ///< the loop will check the queue without being woken
   bool stopping_ = false;
-  bool running_ = false;          ///< a turn runs
+  bool running_ = false;          ///< a turn is running
   bool dispatching_ = false;      ///< pumped: the engine is in use on its thread
-  std::condition_variable rest_;  ///< something of the above has ended
+  std::condition_variable rest_;  ///< one of the above has ended
 
   std::unique_ptr<Engine> engine_;
   std::thread thread_;

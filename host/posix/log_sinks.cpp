@@ -24,7 +24,7 @@ std::string withLineFeed(std::string_view text) {
 }
 
 constexpr mode_t kForThisUserAlone = 0600;
-/// Between two looks at whether the host ends.
+/// Between two checks whether the instance is ending.
 constexpr int kSliceMilliseconds = 50;
 
 }  // namespace
@@ -41,7 +41,7 @@ bool StderrLogSink::tryLine(std::string_view text) {
   return write(whole, Wait::kNot);
 }
 
-/// A pipe that is ready takes so many bytes without waiting.
+/// A ready pipe takes this many bytes without waiting.
 bool StderrLogSink::write(std::string_view line, Wait wait) const {
   while (!line.empty()) {
     const std::string_view part = line.substr(0, PIPE_BUF);
@@ -52,7 +52,7 @@ bool StderrLogSink::write(std::string_view line, Wait wait) const {
   return true;
 }
 
-/// Also when it is broken or closed: then writing says so.
+/// Also true if it is broken or closed: writing then reports it.
 bool StderrLogSink::isReady(Wait wait) const {
   pollfd polled{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
   for (;;) {
@@ -65,12 +65,12 @@ bool StderrLogSink::isReady(Wait wait) const {
 }
 
 std::variant<std::unique_ptr<FileLogSink>, kit::Error> FileLogSink::open(const std::string& path) {
-  // Not blocking: a pipe without a reader would hold the start up.
+  // Non-blocking: a pipe without a reader would block the start.
   const int descriptor =
       openFile(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_NONBLOCK, kForThisUserAlone);
   if (descriptor < 0)
     return kit::Error{"the file " + path + " cannot be opened (" + std::generic_category().message(errno) +
-                      "); mend its path or its permissions."};
+                      "); fix its path or its permissions."};
   struct stat facts {};
   if (fstat(descriptor, &facts) != 0 || !S_ISREG(facts.st_mode)) {
     ::close(descriptor);

@@ -31,13 +31,13 @@ class Descriptor {
       close(descriptor_);
   }
   bool isOpen() const { return descriptor_ >= 0; }
-  /// -1 when the system does not tell.
+  /// -1 if unknown.
   off_t size() const {
     struct stat facts {};
     return fstat(descriptor_, &facts) == 0 ? facts.st_size : -1;
   }
   bool write(std::string_view bytes) const { return writeAll(descriptor_, bytes); }
-  /// All that is in it; false for an error.
+  /// Reads all of it; false after an error.
   bool readAll(std::string& text) const {
     char block[65536];
     for (;;) {
@@ -74,7 +74,7 @@ std::optional<kit::Error> ReportFile::append(const kit::Value& report) {
   const Descriptor file(path_, O_WRONLY | O_APPEND | O_CREAT);
   if (!file.isOpen())
     return kit::Error{"The file of crash reports \"" + path_ + "\" cannot be opened (" + systemMessage() + ")."};
-  // A line that an earlier write left unfinished must not swallow this one.
+  // An unfinished line of an earlier write must not swallow this one.
   const std::string line = '\n' + std::get<std::string>(text) + '\n';
   const off_t size = file.size();
   if (size < 0 || static_cast<size_t>(size) + line.size() > kMaxReportFileBytes)
@@ -121,7 +121,7 @@ kit::Array ReportFile::reports() {
 
 void ReportFile::clear() {
   const Found found = std::exchange(found_, Found::kReports);
-  // There may be reports in it that nobody has seen.
+  // It may contain reports that nobody has seen.
   if (found == Found::kNothingReadable)
     return;
   const int failed =
@@ -130,8 +130,8 @@ void ReportFile::clear() {
     tell("cannot be removed (" + systemMessage() + "), and its reports are sent again", "delete it");
 }
 
-void ReportFile::tell(const std::string& what, const std::string& mend) const {
-  log_.line("Morvik host: the file of crash reports \"" + path_ + "\" " + what + ": " + mend + ".");
+void ReportFile::tell(const std::string& what, const std::string& advice) const {
+  log_.line("Morvik host: the file of crash reports \"" + path_ + "\" " + what + ": " + advice + ".");
 }
 
 }  // namespace morvik::host

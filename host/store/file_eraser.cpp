@@ -20,7 +20,7 @@ constexpr std::string_view kBegun = "begun";
 constexpr std::string_view kDecided = "decided";
 constexpr std::string_view kForgotten = " forgotten";
 constexpr std::string_view kSynced = " synced";
-/// Of one length, so that one text takes the place of another whole, in one sector.
+/// All texts have this length, so that one replaces another completely, within one sector.
 constexpr size_t kMarkerBytes = 64;
 
 constexpr std::array<std::string_view, 4> kEndings{"", "-wal", "-shm", "-journal"};
@@ -57,35 +57,35 @@ FileEraser::FileEraser(FileEraserParts parts)
     : parts_(std::move(parts)), files_(*parts_.place.files), marker_path_(markerPath(parts_.place)) {}
 
 std::vector<std::string> FileEraser::namesOfTheKit(const StorePlace& place, const std::vector<std::string>& names) {
-  std::vector<std::string> beside{lastPart(WishFile::newPathFor(place)), lastPart(reportFilePath(place.folder)),
-                                  lastPart(unreadableReportFilePath(place.folder)),
-                                  lastPart(namingMarkerPath(place.folder))};
+  std::vector<std::string> kept_next_to_it{
+      lastPart(WishFile::newPathFor(place)), lastPart(reportFilePath(place.folder)),
+      lastPart(unreadableReportFilePath(place.folder)), lastPart(namingMarkerPath(place.folder))};
   for (const std::string& path : crashRecordPaths(crashRecordPath(place.folder)))
-    beside.push_back(lastPart(path));
+    kept_next_to_it.push_back(lastPart(path));
   std::vector<std::string> found;
   std::copy_if(names.begin(), names.end(), std::back_inserter(found), [&](const std::string& name) {
-    return isOfTheStore(name, place.name) || std::find(beside.begin(), beside.end(), name) != beside.end();
+    return isOfTheStore(name, place.name) ||
+           std::find(kept_next_to_it.begin(), kept_next_to_it.end(), name) != kept_next_to_it.end();
   });
   std::sort(found.begin(), found.end());
   return found;
 }
 
-// ------------------------------------------------------------------------------------------------------------ the
-// steps
+// ----------------------------------------------------------------------------------------------------------- the steps
 
 std::optional<kit::Error> FileEraser::begin(runtime::KeptWish wish) {
   // Somebody may have removed it.
   StoreOutcome failed = files_.makeFolder(parts_.place.folder);
   if (!failed)
     failed = write({false, wish});
-  // On a full disk its name is there and its text is not: that is enough, as long as the store is whole.
+  // On a full disk the file exists without its text: that is enough while the store is whole.
   if (failed && files_.exists(marker_path_))
     failed = files_.syncFolder(parts_.place.folder);
   if (failed) {
-    // Nothing was erased yet, and nothing will be.
+    // Nothing has been erased, and nothing will be.
     static_cast<void>(files_.remove(marker_path_));
     return kit::Error{"no note of it can be made in \"" + parts_.place.folder + "\" (" + failed->message +
-                      "), and without one a death would leave half of it: the kit goes on; see to it that this user "
+                      "), and without one a death would leave half of it: the kit goes on; make sure that this user "
                       "may make files there and that the disk takes them, and erase again"};
   }
   return std::nullopt;
@@ -115,7 +115,7 @@ std::optional<kit::Error> FileEraser::resume() {
   const LockResult taken = lock.take(parts_.place, problem);
   if (taken == LockResult::kFailed)
     return error(problem);
-  // Whoever holds it is at it, or keeps this start from opening the store.
+  // Whoever holds the lock is erasing too, or keeps this start from opening the store.
   if (taken != LockResult::kTaken || !files_.exists(marker_path_))
     return std::nullopt;
   const Marker marker = read();
@@ -144,7 +144,7 @@ std::optional<kit::Error> FileEraser::finishLocked(runtime::KeptWish wish, Store
   return std::nullopt;
 }
 
-/// All that can be; the first problem is told.
+/// Removes all it can; reports the first problem.
 StoreOutcome FileEraser::removeFiles() {
   StoreOutcome first;
   for (const std::string& name : namesOfTheKit(parts_.place, files_.names(parts_.place.folder))) {
@@ -175,7 +175,7 @@ StoreOutcome FileEraser::keep(runtime::KeptWish wish) {
   return std::nullopt;
 }
 
-/// Nothing when the store cannot be read.
+/// Nothing if the store cannot be read.
 std::optional<runtime::KeptWish> FileEraser::storedWish() {
   const std::unique_ptr<runtime::MachineStore> store = parts_.open_store();
   kit::ListLock list_lock;
@@ -187,8 +187,7 @@ std::optional<runtime::KeptWish> FileEraser::storedWish() {
   return is_read ? std::optional(wish) : std::nullopt;
 }
 
-// ----------------------------------------------------------------------------------------------------------- the
-// marker
+// ---------------------------------------------------------------------------------------------------------- the marker
 
 StoreOutcome FileEraser::write(const Marker& marker) {
   std::string text(marker.is_decided ? kDecided : kBegun);
@@ -203,7 +202,7 @@ StoreOutcome FileEraser::write(const Marker& marker) {
   return files_.syncFolder(parts_.place.folder);
 }
 
-/// One that says nothing was cut off while it was begun.
+/// An empty marker was cut off while it was being created.
 FileEraser::Marker FileEraser::read() {
   std::string text;
   if (files_.read(marker_path_, text))
@@ -215,7 +214,7 @@ FileEraser::Marker FileEraser::read() {
 
 kit::Error FileEraser::error(const StoreProblem& problem) const {
   return {"what is kept in \"" + parts_.place.folder + "\" cannot be erased (" + problem.message +
-          "): see to it that this user may write there and that nobody else uses it, and start again"};
+          "): make sure that this user may write there and that nobody else uses it, and start again"};
 }
 
 }  // namespace morvik::host

@@ -14,7 +14,7 @@ namespace {
 using kit::Array;
 using kit::Value;
 
-/// A disk that fails for a moment is no reason to begin without what it holds.
+/// A disk that fails for a moment is no reason to begin without its content.
 constexpr int kOpenAttempts = 3;
 
 Array arrayOrEmpty(const Value& value) {
@@ -32,7 +32,7 @@ SqliteStoreOptions withFlusher(SqliteStoreOptions options) {
 
 }  // namespace
 
-/// Runs while round_mutex_ is free, and ends whatever happens in it: others wait for its end.
+/// Runs while round_mutex_ is free, and always ends: others wait for its end.
 class SqliteStore::Round {
  public:
   Round(SqliteStore& store, std::unique_lock<std::mutex>& lock) : store_(store), lock_(lock) {
@@ -53,8 +53,8 @@ class SqliteStore::Round {
   std::unique_lock<std::mutex>& lock_;
 };
 
-/// The log may be the app's own, and the app may hold a lock of its own while it calls the kit: so nothing is told
-/// under a lock of ours.
+/// The log may be the app's own, and the app may hold a lock while it calls the kit: so nothing is logged under a lock
+/// of ours.
 class SqliteStore::Committing {
  public:
   explicit Committing(SqliteStore& store) : store_(store), lock_(store.commit_mutex_) {}
@@ -83,7 +83,7 @@ SqliteStore::SqliteStore(SqliteStoreOptions options, kit::LogSink& log)
   flusher_ = options_.make_flusher([this](StoreFlusher::Urgency urgency) { flush(urgency); }, options_.flush_delay);
   if (const auto problem = flusher_->problem())
     tellFlushed(StoreProblem::unavailable(problem->message));
-  // Makes last what the process before this one may have left unsynced, when it was killed, and a fresh file itself.
+  // Makes durable what a killed process may have left unsynced, and the file of a new store.
   if (database_ != nullptr)
     flusher_->flushSoon();
 }
@@ -92,8 +92,7 @@ SqliteStore::~SqliteStore() {
   shutdown();
 }
 
-// ------------------------------------------------------------------------------------------------------ readers,
-// writers
+// ---------------------------------------------------------------------------------------------------- readers, writers
 
 void SqliteStore::setWhenTakenOver(kit::Block hook) {
   const std::lock_guard lock(commit_mutex_);
@@ -106,7 +105,7 @@ Value SqliteStore::get(std::string_view key) const {
   return found == properties_.end() ? Value() : found->second->value;
 }
 
-// The value that is replaced goes with the parameter, after the lock: it may be the last handle of a long list.
+// The old value goes with the parameter, after the lock: it may be the last handle of a long list.
 void SqliteStore::set(std::string_view key, Value value) {
   const std::lock_guard lock(memory_mutex_);
   exchange(key, value);
@@ -114,7 +113,7 @@ void SqliteStore::set(std::string_view key, Value value) {
 
 void SqliteStore::setTogether(std::span<runtime::StoreWrite> writes) {
   const std::lock_guard lock(memory_mutex_);
-  // All memory first, so that it is all of them or none.
+  // All memory first, so that it is all or nothing.
   for (const runtime::StoreWrite& write : writes)
     propertyOf(write.key);
   for (runtime::StoreWrite& write : writes)
@@ -132,7 +131,7 @@ void SqliteStore::append(std::string_view key, Value element) {
 }
 
 void SqliteStore::replace(std::string_view key, const Value& before, Value after) {
-  Value gone;  // let go of after the lock, as in set()
+  Value gone;  // destroyed after the lock, as in set()
   const std::lock_guard lock(memory_mutex_);
   gone = propertyOf(key).value;
   after = kit::continuedList(before, gone, std::move(after));
@@ -147,7 +146,7 @@ void SqliteStore::exchange(std::string_view key, Value& value) {
   property.value.swap(value);
 }
 
-/// Takes no memory: there is room for each property once.
+/// Allocates nothing: there is space for each property once.
 void SqliteStore::setDirty(Property& property) {
   if (!property.dirty)
     dirty_.push_back(&property);
@@ -170,11 +169,11 @@ bool SqliteStore::synchronizeUntold() {
   return commitWrites(up_to);
 }
 
-/// A round takes along all that was written when it gathers. So whoever comes during a round waits for its end, and for
-/// the next one at most, kept or not.
+/// A round takes everything written until it gathers. So a caller that comes during a round waits for its end and at
+/// most for the next one, successful or not.
 bool SqliteStore::commitWrites(uint64_t up_to) {
   std::unique_lock lock(round_mutex_);
-  const uint64_t with_next = round_ + 2;  // rounds that have ended when the one after this has, too
+  const uint64_t with_next = round_ + 2;  // number of ended rounds when the next one has ended too
   while (is_round_running_) {
     const uint64_t round = round_;
     if (options_.when_waiting)
@@ -212,8 +211,8 @@ std::optional<Value> SqliteStore::tryGet(std::string_view key) const {
   return found == properties_.end() ? Value() : found->second->value;
 }
 
-// Both locks are held all the time, and neither the log nor the flusher is touched: they have locks of their own. No
-// disk sync follows, since there is hardly a process left to make one; the next start does.
+// Both locks are held throughout, and neither the log nor the flusher is used: they have their own locks. No disk sync
+// follows, since hardly any process is left to do it; the next start does.
 bool SqliteStore::trySetAndSynchronize(std::string_view key, Value value) {
   const std::unique_lock commit_lock(commit_mutex_, std::try_to_lock);
   if (!commit_lock.owns_lock() || database_ == nullptr)
@@ -237,7 +236,7 @@ bool SqliteStore::trySetAndSynchronize(std::string_view key, Value value) {
     keepPending();
   pending_.clear();
   for (Property* refused : refused_)
-    setDirty(*refused);  // told with the next commit, if there is one
+    setDirty(*refused);  // reported with the next commit, if there is one
   if (is_applied && !is_refused)
     return true;
   property.value.swap(value);
@@ -281,7 +280,7 @@ void SqliteStore::flushAndWait() {
   if (flusher_ == nullptr)
     return;
   flusher_->flushAndWait(StoreFlusher::Urgency::kSessionEnd);
-  // A file that has come to light with that flush takes what was recorded without it.
+  // A file that recovered with that flush takes what was recorded without it.
   if (isReopened()) {
     synchronize();
     flusher_->flushAndWait(StoreFlusher::Urgency::kSessionEnd);
@@ -317,7 +316,7 @@ SqliteStore::Property& SqliteStore::propertyOf(std::string_view key) {
   return *properties_.emplace(std::string(key), std::move(property)).first->second;
 }
 
-/// What an exception left of an earlier round counts too.
+/// Includes what an exception left of an earlier round.
 bool SqliteStore::anythingDirty() const {
   const std::lock_guard lock(memory_mutex_);
   return !dirty_.empty() || !pending_.empty();
@@ -351,7 +350,7 @@ runtime::StoreOpening SqliteStore::openFirst() {
   return first.state;
 }
 
-/// On the store's own thread: another program that holds the file keeps whoever opens it waiting.
+/// On the store's own thread: another program that holds the file makes the opener wait.
 void SqliteStore::openAgain() {
   std::optional<StoreProblem> unreadable;
   {
@@ -370,7 +369,7 @@ void SqliteStore::opened(Opened& opened, Attempt attempt) {
   const bool is_late = attempt == Attempt::kLater && opened.database != nullptr && !knewAll();
   may_reopen_ = opened.state == runtime::StoreOpening::kUnavailable || is_locked_out || is_late;
   if (opened.unreadable && knewAll())
-    given_up_ = std::move(opened.unreadable);  // memory is ahead of the file: nobody reads it again, here or elsewhere
+    given_up_ = std::move(opened.unreadable);  // memory is newer than the file: nobody reads it again
   else if (opened.database == nullptr)
     lock_.release();
   switch (opened.state) {
@@ -382,7 +381,7 @@ void SqliteStore::opened(Opened& opened, Attempt attempt) {
       return;
     case runtime::StoreOpening::kNewerVersion:
       if (!loaded_once_)
-        opening_ = runtime::StoreOpening::kNewerVersion;  // for good, also where it could not be opened before
+        opening_ = runtime::StoreOpening::kNewerVersion;  // permanent, even if it could not be opened before
       tell(
           "Morvik host: the store \"%@\" has version %@, this program knows versions up to %ld. It stays untouched and "
           "nothing is kept beyond this process: update the program or give it another folder.",
@@ -394,14 +393,14 @@ void SqliteStore::opened(Opened& opened, Attempt attempt) {
         tellLockedOut(opened.problem);
         return;
       }
-      // Whoever opens it decides what that means: for a host it is a start that failed, told where it was asked for.
+      // The caller decides what that means: for an instance, the start fails, and start() says why.
       opening_line_ =
           services::format("the store in \"%@\" is in use by %@", {options_.place.folder, opened.problem.message});
       return;
     default:
       break;
   }
-  // What comes to light changes lists, which whoever commits keeps still, and only then.
+  // A recovery changes lists, which only the committer keeps still.
   if (is_late) {
     reopened_ = std::move(opened);
     return;
@@ -452,12 +451,12 @@ SqliteStore::Opened SqliteStore::lockAndOpen(std::optional<StoreProblem> unreada
   return {};
 }
 
-/// `unreadable`: what is wrong with a file that turned out so while it was in use.
+/// `unreadable`: what is wrong with a file that became unreadable while in use.
 SqliteStore::Opened SqliteStore::openFile(std::optional<StoreProblem> unreadable) {
   Opened opened;
   StoreOutcome failed = std::move(unreadable);
   for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
-    // Another program that holds the file has kept this one waiting already.
+    // Another program that holds the file has made this one wait already.
     if (failed && (!failed->leavesTheFileGood() || failed->kind == StoreProblem::Kind::kBusy))
       break;
     failed = makeStoreFile(options_.place);
@@ -475,7 +474,7 @@ SqliteStore::Opened SqliteStore::openFile(std::optional<StoreProblem> unreadable
   return openInPlaceOf(*std::move(failed));
 }
 
-/// Where no fresh store can be made, the file that cannot be read is still the best that outlives the process.
+/// If no new store can be made, the unreadable file is still the best that outlives the process.
 SqliteStore::Opened SqliteStore::openInPlaceOf(StoreProblem unreadable) {
   std::string new_path;
   if (StoreOutcome failed = setStoreAside(options_.place, new_path))
@@ -508,8 +507,8 @@ StoreOutcome SqliteStore::openAndLoad(bool read_only, Opened& opened) {
   return std::nullopt;
 }
 
-// When the file could not be opened at the start, what it holds comes to light only now, and the table says what
-// becomes of each property.
+// If the file could not be opened at the start, its content becomes known only now; the table says what becomes of each
+// property.
 void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
   const std::lock_guard lock(memory_mutex_);
   const bool is_late = (!loaded_once_ && opening_ == runtime::StoreOpening::kUnavailable) || was_locked_out_;
@@ -539,7 +538,7 @@ void SqliteStore::takeOver(std::vector<StoredProperty>& loaded) {
   was_locked_out_ = false;
 }
 
-/// Whole: of the record that this process has set meanwhile nothing stays where the file has one. Holds memory_mutex_.
+/// As a whole: if the file has the record, nothing of what this process set for it stays. Holds memory_mutex_.
 void SqliteStore::takeOverRecord() {
   const auto key = properties_.find(options_.take_over.record_key);
   if (key == properties_.end() || !key->second->stored.isNumber() ||
@@ -552,7 +551,7 @@ void SqliteStore::takeOverRecord() {
   }
 }
 
-/// Where this process has taken such a flag back, that stands. Holds memory_mutex_.
+/// If this process has cleared such a flag, that stands. Holds memory_mutex_.
 void SqliteStore::takeOverConfirmed() {
   const auto says = [this](const std::string& name) {
     const auto found = properties_.find(name);
@@ -569,8 +568,7 @@ void SqliteStore::takeOverConfirmed() {
   }
 }
 
-// The file turned out unreadable while in use, or is there no more. Memory holds all of it, so a fresh file takes that
-// over whole.
+// The file became unreadable while in use, or no longer exists. Memory has everything, so a new file gets all of it.
 void SqliteStore::giveUpFile(std::optional<StoreProblem> unreadable) {
   database_.reset();
   may_reopen_ = true;
@@ -629,7 +627,7 @@ bool SqliteStore::commit() {
 }
 
 StoreOutcome SqliteStore::applyPending() {
-  // What an exception left of an earlier round is still dirty, or is so again.
+  // What an exception left of an earlier round is still dirty, or is again.
   for (const Pending& left : pending_) {
     const std::lock_guard lock(memory_mutex_);
     setDirty(*left.property);
@@ -652,7 +650,7 @@ StoreOutcome SqliteStore::applyPending() {
   return failed;
 }
 
-/// Counted first: one that failed may have written something all the same.
+/// Counted first: a failed attempt may have written something.
 StoreOutcome SqliteStore::applyChanges() {
   ++commits_;
   return database_->apply(changes_);
@@ -701,7 +699,7 @@ bool SqliteStore::planOne(Pending& pending) {
   return true;
 }
 
-/// An element that no store can keep has its place among the rows and no row: it keeps its neighbours from nothing.
+/// An element that no store can keep has a position among the rows but no row, and does not affect its neighbours.
 void SqliteStore::planRows(Pending& pending) {
   const Property& property = *pending.property;
   const Array before = arrayOrEmpty(property.stored);
@@ -764,7 +762,7 @@ void SqliteStore::tellDamaged() {
       "everything else is in use: nothing needs to be done.",
       {damaged, options_.place.path()});
   changes_.clear();
-  // A file that is unreadable after all is replaced with the next commit.
+  // A file that proves unreadable is replaced with the next commit.
   StoreOutcome failed = applyChanges();
   if (failed && failed->kind != StoreProblem::Kind::kUnreadable)
     tellCannotWrite(*failed);
@@ -833,7 +831,7 @@ void SqliteStore::tellWritable() {
 void SqliteStore::tellRemoved() {
   tell(
       "Morvik host: files of the store \"%@\" were removed or replaced while it was in use. Everything is in memory "
-      "still and is written anew; to delete what the kit keeps, call eraseLocalData(), or stop the kit first.",
+      "still and is written again; to delete what the kit keeps, call eraseLocalData(), or stop the kit first.",
       {options_.place.path()});
 }
 
@@ -842,7 +840,7 @@ void SqliteStore::tellRemovedAtTheEnd() {
     return;
   tell(
       "Morvik host: files of the store \"%@\" were removed or replaced before the kit had stopped. They are not written "
-      "anew: what the store held is deleted with them.",
+      "again: what the store held is deleted with them.",
       {options_.place.path()});
 }
 
@@ -868,7 +866,7 @@ void SqliteStore::tellWaiting() {
 // flushing
 
 void SqliteStore::flush(StoreFlusher::Urgency urgency) {
-  // First, so that whoever is told of the flush finds a folder for files of its own.
+  // First, so that a listener of the flush finds a folder for its own files.
   const bool stays_removed = replaceRemoved();
   kit::Block when_flushed;
   {
@@ -877,7 +875,7 @@ void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   }
   if (when_flushed)
     when_flushed();
-  // What has no name any more needs no sync, and what has the name now may be another's.
+  // A file without a name needs no sync, and what has the name now may be somebody else's.
   if (stays_removed)
     return;
   openAgain();
@@ -890,7 +888,7 @@ void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   if (failed && failed->kind == StoreProblem::Kind::kUnreadable) {
     {
       const std::lock_guard lock(commit_mutex_);
-      // A commit may have found it out first.
+      // A commit may have noticed it first.
       if (generation == generation_ && database_ != nullptr)
         giveUpFile(*failed);
     }
@@ -901,8 +899,8 @@ void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   tellFlushed(failed);
 }
 
-/// What is committed into a file without a name is lost with the process. True: it is to be lost, since somebody has
-/// deleted it around the end of the kit.
+/// What is committed to a file without a name is lost with the process. True: it should be lost, since somebody deleted
+/// it around the end of the kit.
 bool SqliteStore::replaceRemoved() {
   uint64_t generation = 0;
   StoreFileIdentities in_use;
@@ -922,7 +920,7 @@ bool SqliteStore::replaceRemoved() {
       tellRemovedAtTheEnd();
       return true;
     }
-    // What has the file open goes before it is opened again: it would share what SQLite knows of the log.
+    // Close the file before it is opened again: the new connection would share SQLite's state of the log.
     keeper_.reset();
     if (loss == StoreLoss::kMixed) {
       giveUpFile(StoreProblem{StoreProblem::Kind::kUnreadable, "a part of it was removed or replaced while in use"});
@@ -961,7 +959,7 @@ StoreOutcome SqliteStore::flushLog(StoreFlusher::Urgency urgency, uint64_t& gene
     return failed;
   const bool is_first = !is_checked_;
   if (is_first) {
-    // The sync first: the check walks all of the file, which may take seconds.
+    // The sync first: the check reads the whole file, which may take seconds.
     if (StoreOutcome failed = keeper_->syncLog())
       return failed;
     if (StoreOutcome failed = keeper_->check())
@@ -969,10 +967,10 @@ StoreOutcome SqliteStore::flushLog(StoreFlusher::Urgency urgency, uint64_t& gene
     is_checked_ = true;
   }
   const int64_t limit = urgency == StoreFlusher::Urgency::kSessionEnd ? kLogSessionEndBytes : kLogRestartBytes;
-  // The file of a fresh store has never been synced itself; writing the log back does that.
+  // A new store's file has never been synced itself; writing the log back does that.
   if (fresh || log_bytes >= limit)
     return restartLog(urgency, generation);
-  // A flush may have been asked for although nothing was committed.
+  // A flush may have been requested although nothing was committed.
   if (!is_first && synced_commits_ != commits) {
     if (StoreOutcome failed = keeper_->syncLog())
       return failed;
@@ -988,8 +986,8 @@ StoreOutcome SqliteStore::renewKeeper(uint64_t generation) {
   std::unique_ptr<StoreLogKeeper> keeper;
   if (StoreOutcome failed = StoreLogKeeper::open(options_.place, keeper))
     return failed;
-  // SQLite does this for a log that it makes itself. One that an earlier process made and never synced, and the file
-  // beside it, may still have no name on the disk.
+  // SQLite does this for logs that it creates. A log created by an earlier process and never synced, and the file next
+  // to it, may still have no name on the disk.
   if (StoreOutcome failed = options_.place.files->syncFolder(options_.place.folder))
     return failed;
   keeper_ = std::move(keeper);
@@ -999,8 +997,8 @@ StoreOutcome SqliteStore::renewKeeper(uint64_t generation) {
   return std::nullopt;
 }
 
-// Writing back goes on beside the commits. Only when no commit came in between, which is so unless they come without a
-// pause, is the log begun anew, with commits held off: that is one disk sync at most.
+// Writing back happens at the same time as commits. Only if no commit came in between, which is so unless they come
+// without a pause, is the log restarted, with commits held off: that is at most one disk sync.
 StoreOutcome SqliteStore::restartLog(StoreFlusher::Urgency urgency, uint64_t generation) {
   bool is_over = false;
   for (int round = 0; round < kCatchUpRounds && !is_over; ++round) {
@@ -1023,7 +1021,7 @@ StoreOutcome SqliteStore::restartLog(StoreFlusher::Urgency urgency, uint64_t gen
   return shortenLog(generation);
 }
 
-/// Holds commit_mutex_. A log that is written back whole is held already.
+/// Holds commit_mutex_. A log that is completely written back is held already.
 StoreOutcome SqliteStore::holdLog() {
   return written_back_ == database_->framesInLog() ? std::nullopt : keeper_->hold();
 }
@@ -1033,7 +1031,7 @@ StoreOutcome SqliteStore::writeBack() {
   int frames = 0;
   if (StoreOutcome failed = keeper_->writeBack(frames))
     return failed;
-  // One that finds nothing to write tells nothing of the disk.
+  // If there is nothing to write, the time says nothing about the disk.
   if (std::exchange(written_back_, frames) != frames)
     is_disk_quick_ = flusher_->now() - begin <= kMaxHeldTime;
   return std::nullopt;
@@ -1063,12 +1061,12 @@ StoreOutcome SqliteStore::restartWhileHeld(StoreFlusher::Urgency urgency, bool& 
   return database_->restartLog();
 }
 
-/// What is left of a log that was begun anew while it was longer is cut off in pieces: a commit waits for one of them.
+/// A longer log that was restarted is truncated in pieces: a commit waits for one of them.
 StoreOutcome SqliteStore::shortenLog(uint64_t generation) {
   for (bool is_short = false; !is_short;) {
     letCommitGoFirst();
     const std::lock_guard lock(commit_mutex_);
-    // An earlier process's log has a length that nobody knows before the first commit.
+    // The length of an earlier process's log is unknown before the first commit.
     if (generation != generation_ || database_ == nullptr || database_->framesInLog() == 0)
       return std::nullopt;
     if (StoreOutcome failed = keeper_->cutLog(database_->logBytes(), is_short))
@@ -1077,7 +1075,7 @@ StoreOutcome SqliteStore::shortenLog(uint64_t generation) {
   return std::nullopt;
 }
 
-/// The mutex alone may be had by this thread again and again, while a commit waits for it all the time.
+/// With the mutex alone, this thread could take it again and again while a commit waits.
 void SqliteStore::letCommitGoFirst() {
   std::unique_lock lock(round_mutex_);
   const uint64_t round = round_;

@@ -23,12 +23,12 @@ using std::chrono::steady_clock;
 constexpr const char* kStopOperation = "-[MorvikCore stop]";
 
 constexpr services::GuardClause kStopThrew = services::oneLine(
-    kit::lcl_vError, "Morvik host: the kit could not be stopped whole: %@; see to it that the process has memory");
+    kit::lcl_vError, "Morvik host: the kit could not be stopped completely: %@; make sure that the process has memory");
 constexpr services::Guard kStopGuard{kStopThrew, kStopThrew};
 
 std::atomic<bool> is_process_ending{false};
 
-/// Threads that nobody waits for and on which the parts of a host go just now: the process ends behind that, or before.
+/// Detached threads that are destroying an instance's parts just now. The process ends after that, or before.
 class GoingParts {
  public:
   static GoingParts& all() {
@@ -46,7 +46,7 @@ class GoingParts {
     is_here_ = false;
     ended_.notify_all();
   }
-  /// What goes with them on this thread may end the process: it does not wait for itself.
+  /// A destructor on this thread may end the process: it does not wait for itself.
   void waitForOthers(std::chrono::milliseconds longest) {
     std::unique_lock hold(mutex_);
     ended_.wait_for(hold, longest, [this] { return count_ == (is_here_ ? 1U : 0U); });
@@ -60,7 +60,7 @@ class GoingParts {
 };
 thread_local bool GoingParts::is_here_ = false;
 
-/// What can never be freed. Reachable, so that nobody takes it for a leak, and never destroyed.
+/// Never freed or destroyed; kept reachable, so that it is not reported as a leak.
 template <class Kept>
 void keepForGood(std::shared_ptr<Kept> kept) {
   static auto& mutex = *new std::mutex;
@@ -71,21 +71,21 @@ void keepForGood(std::shared_ptr<Kept> kept) {
 
 }  // namespace
 
-/// The part of the end that may take any time. Shares the parts, so that it may outlast whoever began it.
+/// The part of the end that may take arbitrarily long. Shares the parts, so that it may outlive whoever began it.
 class InstanceEnding::Closing {
  public:
   enum class Handlers { kRun, kDropped };
   Closing(std::shared_ptr<InstanceParts> parts, steady_clock::time_point drain_until, Handlers handlers)
       : parts_(std::move(parts)), drain_until_(drain_until), handlers_(handlers) {}
 
-  /// Ends all queues and the network.
+  /// Stops all queues and the network.
   void closeQueues() {
     InstanceParts& parts = *parts_;
     if (handlers_ == Handlers::kDropped)
       parts.transport->shutdown();
     parts.main_loop->drain(drain_until_);
     if (!parts.life->isOwnProcess())
-      return;  // on the pumping thread, what ran there forked
+      return;  // on the pumping thread, a callback forked
     parts.background->drain(std::min(drain_until_, parts.clock->steadyNow() + kBackgroundDrainTime));
     parts.main_loop->cease();
     parts.background->cease();
@@ -98,8 +98,8 @@ class InstanceEnding::Closing {
     parts_->store->shutdown();
   }
 
-  /// Both, on a thread of its own; in between it waits for the crash hook to go. What throws there, for want of memory,
-  /// does not keep the rest from being closed.
+  /// Both, on a thread of its own; in between it waits until the crash hook is gone. An exception (no memory) does not
+  /// keep the rest from being closed.
   void run() {
     const services::Logger logger = parts_->logger.withoutWaiting();
     services::guarded(logger, kStopGuard, MORVIK_HERE(kStopOperation), [this] { closeQueues(); });
@@ -133,14 +133,14 @@ class InstanceEnding::Closing {
     std::unique_lock hold(mutex_);
     return changed_.wait_until(hold, deadline, [this] { return is_done_; });
   }
-  /// As the host stood when all was closed; nothing before that.
+  /// The status when all was closed; nothing before that.
   std::optional<Status> status() {
     const std::scoped_lock hold(mutex_);
     return status_;
   }
 
  private:
-  /// At the end of the process nothing may be taken down any more that a library has cleaned up already.
+  /// At the end of the process, nothing that a library has already cleaned up may be destroyed.
   void letPartsGo() {
     GoingParts::all().begin();
     if (is_process_ending)
@@ -170,7 +170,7 @@ bool InstanceEnding::isWithinCallback() const {
 bool InstanceEnding::stop() {
   if (!parts_->life->isOwnProcess())
     return true;
-  const auto itself = shared_from_this();  // what runs here may destroy the host
+  const auto itself = shared_from_this();  // a callback here may destroy the instance
   const auto begun = parts_->clock->steadyNow();
   if (isWithinCallback()) {
     // Within the sink no second line can be written.
@@ -193,7 +193,7 @@ void InstanceEnding::stopAndThen(const std::function<void()>& last) {
     last();
 }
 
-/// What did not come to its end is tried again by the next stop.
+/// The next stop retries whatever did not finish.
 bool InstanceEnding::closeGuarded(steady_clock::time_point begun, const std::function<void()>& last) {
   if (services::guarded(parts_->logger.withoutWaiting(), kStopGuard, MORVIK_HERE(kStopOperation),
                         [&] { close(begun, last); }))
@@ -217,7 +217,7 @@ void InstanceEnding::close(steady_clock::time_point begun, const std::function<v
   parts_->log_sink->waitUntil(begun + kDrainTime);
   parts_->flushes.endAll();
   if (!parts_->life->isOwnProcess())
-    return;  // a child that was forked by what ran here: all that is to be closed is its parent's
+    return;  // a child forked by a callback here: everything to be closed is its parent's
   parts_->life->beginToEnd();
   parts_->shared_state.stop_request.make();
   const auto closed_by = begun + kClosingTime;
@@ -240,13 +240,13 @@ void InstanceEnding::close(steady_clock::time_point begun, const std::function<v
       return;
     parts_->crash_hook.reset();
     closing->closeStore();
-    // Where there are none at all, the main queue has got to each of them, or its process is gone.
+    // Without other threads the main queue has run all of them, or its process is gone.
     if (parts_->has_threads)
       parts_->flushes.endRest();
     return finish(true, deadline, statusOf(*parts_), last);
   }
   closing->waitUntilQueuesAreClosed(closed_by);
-  // Its signal stack belongs to this thread, its file to whoever has the store.
+  // Its signal stack belongs to this thread; its file belongs to whoever has the store.
   parts_->crash_hook.reset();
   closing->letStoreClose();
   const bool is_closed = closing->waitUntilDone(closed_by);
@@ -272,12 +272,12 @@ void InstanceEnding::finish(bool is_closed, steady_clock::time_point deadline, S
                left);
   }
   MorvikCoreLib::withdrawSharedPorts(parts_->ports);
-  parts_->observations.hostDidStop(std::move(status));
+  parts_->observations.instanceDidStop(std::move(status));
   parts_->facade.setDelegate({});
   if (last)
     last();
   writeLastLines(is_closed, deadline);
-  // Without another thread the app's sink took them on this one, and may have forked.
+  // Without another thread, the app's sink took them on this one and may have forked.
   if (!parts_->life->isOwnProcess())
     return;
   parts_->log_sink->close(deadline);
@@ -285,8 +285,8 @@ void InstanceEnding::finish(bool is_closed, steady_clock::time_point deadline, S
   setStage(Stage::kStopped);
 }
 
-/// The app's thread may hold a lock that the sink takes: so another thread writes, and this one waits for it, but not
-/// for a sink that does not come back.
+/// The app's thread may hold a lock that the sink takes. So another thread writes, and this one waits for it, but not
+/// for a sink that does not return.
 void InstanceEnding::writeLastLines(bool is_closed, steady_clock::time_point deadline) {
   if (!parts_->lines.areWaiting())
     return;
@@ -294,7 +294,7 @@ void InstanceEnding::writeLastLines(bool is_closed, steady_clock::time_point dea
     if (is_closed)
       parts.lines.writeAll();
     else
-      parts.lines.tryWriteAll(parts.clock->steadyNow() + kLastLinesTime / 2);  // before whoever waits for it gives up
+      parts.lines.tryWriteAll(parts.clock->steadyNow() + kLastLinesTime / 2);  // before the waiting thread gives up
   };
   if (!parts_->has_threads)
     return write(*parts_);
@@ -314,7 +314,7 @@ void InstanceEnding::writeLastLines(bool is_closed, steady_clock::time_point dea
   }
 }
 
-/// Null: the system gave none.
+/// Null: the system has none left.
 std::unique_ptr<MachineThread> InstanceEnding::startThread(const char* name, std::function<void()> body) {
   auto started = parts_->threads->start(name, std::move(body));
   auto* const thread = std::get_if<std::unique_ptr<MachineThread>>(&started);
@@ -331,7 +331,7 @@ void InstanceEnding::stopOrLeave() {
   if (!parts_->life->isOwnProcess())
     return keepItself();
   if (!isWithinCallback()) {
-    // What the first try has closed may have left memory for the second.
+    // What the first attempt closed may have freed memory for the second.
     if (!stop() && !stop())
       leaveWithoutMemory();
     return;
@@ -347,7 +347,7 @@ void InstanceEnding::keepItself() {
   KeptForGood<InstanceEnding>::add(*this);
 }
 
-/// Takes no memory. For good, since threads that nobody can end go on with the parts.
+/// Allocates nothing. Permanent: threads that nobody can end go on using the parts.
 void InstanceEnding::leaveWithoutMemory() {
   keepItself();
   parts_->store->beginToEnd();
@@ -381,15 +381,15 @@ void InstanceEnding::leave() {
   leaveQueues(closed_by, is_first);
   if (!parts_->life->isInLogSink())
     parts_->store->commitTurn();
-  // Otherwise somebody who stops the host waits for this very callback, and finishes it.
+  // Otherwise the thread that stops the instance waits for this very callback, and finishes.
   if (!is_first)
     return;
   const auto deadline = parts_->life->isInLogSink() ? parts_->clock->steadyNow() : closed_by + kLastLinesTime;
   finish(false, deadline, statusPastTheStore(*parts_));
 }
 
-/// Waits for the queues, but for the one whose block this is. Whoever stops the host already joins their threads; where
-/// nobody does, a thread that cannot be joined here ends by itself.
+/// Waits for the queues, except the one that runs this block. A thread that is stopping the instance already joins
+/// theirs; otherwise a thread that cannot be joined here ends by itself.
 void InstanceEnding::leaveQueues(steady_clock::time_point deadline, bool is_first) {
   MachineLoop& main_loop = *parts_->main_loop;
   MachineBackground& background = *parts_->background;
@@ -409,11 +409,11 @@ void InstanceEnding::leaveQueues(steady_clock::time_point deadline, bool is_firs
 
 namespace {
 
-/// Those that run. Never destroyed: hosts may end after everything else.
+/// Running instances. Never destroyed: an instance may end after everything else.
 struct AtExit {
   explicit AtExit(const OwnProcess& first) : process(first) {}
 
-  const OwnProcess process;  ///< in which the first host ran
+  const OwnProcess process;  ///< in which the first instance ran
   std::mutex mutex;
   std::vector<std::weak_ptr<InstanceEnding>> endings;
 
@@ -427,22 +427,22 @@ struct AtExit {
     is_process_ending = true;
     AtExit* const list = made;
     if (list == nullptr)
-      return;  // no host ever ran
+      return;  // there never was an instance
     std::vector<std::weak_ptr<InstanceEnding>> endings;
     {
       std::unique_lock hold(list->mutex, std::defer_lock);
       if (list->process.isHere())
         hold.lock();
       else if (!hold.try_lock())
-        return;  // forked in the middle of a start: nobody will let the lock go
+        return;  // forked in the middle of a start: nobody will release the lock
       endings = list->endings;
     }
     for (const auto& each : endings) {
       if (const auto ending = each.lock())
         ending->stopOrLeave();
     }
-    // What goes now, on whatever thread, is gone before a library cleans up; what comes later stays.
-    // In a fork there are no such threads, and their lock may never be let go.
+    // What is being destroyed now, on any thread, is gone before a library cleans up; anything later stays. A fork has
+    // no such threads, and their lock may never be released.
     if (list->process.isHere())
       GoingParts::all().waitForOthers(kStopTime);
   }

@@ -19,7 +19,7 @@ Status::Time timeOf(kit::Date date) {
   return Status::Time(std::chrono::duration_cast<Status::Time::duration>(std::chrono::microseconds(date.microseconds)));
 }
 
-/// The value of an atomic below `limit`, raised by one; false when it has reached it.
+/// Raises an atomic by one; false if it has reached `limit`.
 bool tryRaise(std::atomic<size_t>& value, size_t limit) {
   size_t now = value;
   while (now < limit) {
@@ -52,7 +52,7 @@ void Observations::refused(Recorded reason) {
         callApp(delegate->didRefuseEvent, reason);
     });
   } catch (...) {
-    --pending;  // nothing waits there
+    --pending;  // not posted after all
     throw;
   }
 }
@@ -61,13 +61,13 @@ void Observations::refused(Recorded reason) {
 
 void Observations::batchLeaves(size_t activities) {
   parts_.main_loop.async([this, activities] {
-    sessionMayHaveChanged();  // the batch of a session's start leaves while that is under way
+    sessionMayHaveChanged();  // the first batch of a session leaves while it starts
     MORVIK_LOG(parts_.logger, kit::lcl_vInfo, "-[MorvikCore pushTracking]",
                "Morvik host: a batch of %lu activities was sent", activities);
   });
 }
 
-/// What its handler leaves in the store says whether it is tried again, so this waits for the next turn.
+/// What the handler leaves in the store shows whether there will be a retry, so this waits for the next turn.
 void Observations::exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result,
                                   const LedgerLoad& load) {
   const std::optional<Endpoint> endpoint = services::endpointOf(parts_.endpoints, request.url);
@@ -138,7 +138,7 @@ bool Observations::isErased(const Ended& ended) const {
   return ended.is_accepted && parts_.names_this_device(ended.erasure);
 }
 
-/// By the rules of each endpoint.
+/// By each endpoint's rules.
 bool Observations::isTriedAgain(const Ended& ended) const {
   if (parts_.store.MorvikCoreUserInfo_isGDPRForgetMe())
     return false;
@@ -147,14 +147,14 @@ bool Observations::isTriedAgain(const Ended& ended) const {
     case Endpoint::kGdprReq:
       return false;
     case Endpoint::kConversion:
-      // Ten seconds later or with the next session, until somebody has attributed the install.
+      // After ten seconds or with the next session, until somebody has attributed the install.
       return parts_.store.fendoUserInfo_referralKey() == -1;
     case Endpoint::kReEngagementConversion:
       return isClickKept(ended.load.click);
     case Endpoint::kTracking:
       return ended.load.too_large_id.isAbsent() || isActivityKept(ended.load.too_large_id);
     default:
-      return true;  // what it carried is still stored, or is asked for anew at each session start
+      return true;  // its content is still stored, or is requested again at each session start
   }
 }
 
@@ -164,7 +164,7 @@ bool Observations::isActivityKept(const kit::Value& id) const {
                      [&id](const kit::Value& record) { return record["activityEventID"] == id; });
 }
 
-/// In the store, and not to be given up at the next session end.
+/// It is stored, and will not be given up at the next session end.
 bool Observations::isClickKept(const kit::Value& click) const {
   const auto [clicks, counts] = parts_.store.inOneStep([this] {
     return std::pair(parts_.store.reEngagementInfos().array(), parts_.store.reEngagementConversionFailedCnt().array());
@@ -201,7 +201,7 @@ void Observations::hostDidStart(const std::string& store_folder) {
              "Morvik host: version %@ started on the store folder %@", kVersion, store_folder);
 }
 
-void Observations::hostDidStop(Status status) {
+void Observations::instanceDidStop(Status status) {
   status.is_running = false;
   {
     const std::scoped_lock hold(mutex_);

@@ -1,5 +1,5 @@
-// What the app is told of the kit's own doing: batches delivered, requests failed, events refused, an erasure answered.
-// The latest success and failure, for MorvikCore::status(). And the kit's life in a few lines of the log, at level 4.
+// What the app is told of the kit's work: batches delivered, requests failed, events refused, an erasure answered. The
+// latest success and failure, for MorvikCore::status(). The kit's life in a few log lines, at level 4.
 #pragma once
 
 #include <array>
@@ -26,9 +26,8 @@
 
 namespace morvik::runtime {
 
-/// Of each reason, so many refused events wait at most to be told to the app. Past this an event is refused all the
-/// same, and its delegate is not called: an app that records refused events by the thousand would otherwise fill the
-/// main queue.
+/// Refused events, per reason, that wait for the app to be told. Beyond this an event is refused without a call of the
+/// delegate: otherwise an app that records refused events by the thousand would fill the main queue.
 inline constexpr size_t kMaxPendingRefusals = 16;
 
 /// References outlive the observations.
@@ -40,36 +39,36 @@ struct ObservationsParts {
   services::Logger logger;
   kit::Endpoints endpoints;
   std::function<bool()> is_session_open;  ///< any thread
-  /// An erasure with this body erases what the service has of this device. Main queue.
+  /// Whether an erasure with this body erases the service's data about this device. Main queue.
   std::function<bool(const std::string& body)> names_this_device;
 };
 
-/// The app's slots are called on the main queue, each in a turn of its own behind what it tells of; what they throw
-/// ends there, with a line in the log.
+/// The app's slots are called on the main queue, each in a turn of its own after the event. Their exceptions end there,
+/// with a log line.
 class Observations {
  public:
   explicit Observations(ObservationsParts parts);
 
-  /// An event of the app was refused. Nobody is told of one that was kept, nor of one that came to a kit which does not
-  /// run. Any thread.
+  /// An event of the app was refused. Not reported to the app: stored events, and calls of a kit that is not running.
+  /// Any thread.
   void refused(Recorded reason);
 
   /// An exchange has ended, and its handler comes next. Main queue.
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result, const LedgerLoad& load);
-  /// The next exchange to end is an erasure that had this body. Main queue.
+  /// The next exchange to end is an erasure with this body. Main queue.
   void erasureDidEnd(std::string body) { ended_erasure_ = std::move(body); }
-  /// A batch is on its way: told in a turn of its own, since whoever lets it leave must not wait. Any thread.
+  /// A batch is leaving. Told in a turn of its own, since the sender must not wait. Any thread.
   void batchLeaves(size_t activities);
-  /// To be called where a session may have started or ended. Any thread.
+  /// Call wherever a session may have started or ended. Any thread.
   void sessionMayHaveChanged();
   void hostDidStart(const std::string& store_folder);
-  /// `status`: as it stands then. Once.
-  void hostDidStop(Status status);
+  /// `status`: as of then. Once.
+  void instanceDidStop(Status status);
 
   /// Any thread.
   std::optional<Status::Time> lastSuccess() const;
   std::optional<Status::Failure> lastFailure() const;
-  /// Nothing while the host runs.
+  /// Nothing while the instance runs.
   std::optional<Status> statusAtStop() const;
 
  private:
@@ -77,9 +76,9 @@ class Observations {
     services::Endpoint endpoint;
     bool is_accepted;
     kit::Date when;
-    DeliveryFailure failure;  ///< as far as it is known before the handler has run
+    DeliveryFailure failure;  ///< what is known before the handler has run
     LedgerLoad load;
-    std::string erasure;  ///< the body of one
+    std::string erasure;  ///< body of an erasure
   };
   void note(Ended ended);
   void tell(const Ended& ended) const;

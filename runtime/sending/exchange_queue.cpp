@@ -17,8 +17,8 @@ namespace {
 
 using kit::WhenHeld;
 
-/// Whom a URL asks, with the port: what stands between "//" and the path.
-std::string instanceOf(std::string_view url) {
+/// The host of a URL, with the port: between "//" and the path.
+std::string hostOf(std::string_view url) {
   const size_t slashes = url.find("//");
   const size_t begin = slashes == std::string_view::npos ? 0 : slashes + 2;
   const size_t end = std::min(url.find_first_of("/?#", begin), url.size());
@@ -27,7 +27,7 @@ std::string instanceOf(std::string_view url) {
 
 }  // namespace
 
-/// What has left its turn. Any thread.
+/// Requests that have left their turn. Any thread.
 class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
  public:
   Line(std::unique_ptr<MachineNetwork> network, std::shared_ptr<HandlerDelivery> delivery,
@@ -40,7 +40,7 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
       if (is_closed_)
         return;
       const bool passes = request.when_held == WhenHeld::kPasses;
-      std::string host = instanceOf(request.url);
+      std::string host = hostOf(request.url);
       queues_.add(host, {host, std::move(request), std::move(handler)}, passes);
     }
     goOn();
@@ -52,11 +52,11 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
     }
     goOnWithout();
   }
-  /// Lets leave what may, and ends what may not any more.
+  /// Lets requests leave that may, and ends those that may no longer.
   void goOn() {
     {
       const std::scoped_lock hold(mutex_);
-      // Whoever goes on already sees to all of it; a network that answers at once makes no pile of calls.
+      // A running goOn() covers this; so a network that answers at once does not nest calls.
       if (is_going_on_)
         return;
       is_going_on_ = true;
@@ -65,12 +65,12 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
       while (takeStep()) {
       }
     } catch (const std::exception&) {
-      // No memory, say. What waits goes with the next occasion; callers have nobody to tell.
+      // No memory, say. The next occasion continues; the callers cannot be told.
       const std::scoped_lock hold(mutex_);
       is_going_on_ = false;
     }
   }
-  /// goOn(), and when it returns nothing is on its way out that was let out by what was so before.
+  /// goOn(). When it returns, nothing that was admitted under the previous state is still on its way out.
   void goOnWithout() {
     goOn();
     const std::scoped_lock hold(leaving_mutex_);
@@ -81,7 +81,7 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
       is_closed_ = true;
     }
     network_->shutdown();
-    HostQueues<Waiting> dropped;  // let go of outside the lock
+    HostQueues<Waiting> dropped;  // destroyed outside of the lock
     const std::scoped_lock hold(mutex_);
     std::swap(dropped, queues_);
   }
@@ -98,14 +98,14 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
     std::atomic<bool> is_over{false};
   };
 
-  /// False: nothing is left to do now, and whoever comes next goes on.
+  /// False: nothing is left to do now; the next caller goes on.
   bool takeStep() {
     const std::scoped_lock leaves(leaving_mutex_);
     std::optional<Waiting> leaving;
     {
       const std::scoped_lock hold(mutex_);
       const bool is_forgotten = is_forgotten_();
-      // Within the lock, so that whoever lifts a hold comes behind them in the main queue.
+      // Within the lock, so that a caller that lifts a hold comes after them in the main queue.
       for (Waiting& waiting : takeThoseThatMayNotLeave(is_forgotten))
         delivery_->deliver(std::move(waiting.handler), {});
       if (!is_closed_)
@@ -132,7 +132,7 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
       leaves();
     if (waiting.request.when_held != WhenHeld::kPasses)
       waiting.request.may_leave = [is_forgotten = is_forgotten_] { return !is_forgotten(); };
-    // A network that never lets go of what it was handed keeps nothing of this.
+    // A network that never releases what it was handed keeps nothing of this alive.
     try {
       network_->begin(std::move(waiting.request), [self = weak_from_this(), under_way](kit::TransportOutcome outcome) {
         if (const auto line = self.lock())
@@ -159,7 +159,8 @@ class ExchangeQueue::Line : public std::enable_shared_from_this<Line> {
   const std::unique_ptr<MachineNetwork> network_;
   const std::shared_ptr<HandlerDelivery> delivery_;
   const std::function<bool()> is_forgotten_;
-  /// Held from the question whether one may leave until it has; before mutex_. A network may call back meanwhile.
+  /// Held from asking whether a request may leave until it has left; taken before mutex_. A network may call back
+  /// meanwhile.
   std::recursive_mutex leaving_mutex_;
   std::mutex mutex_;  // guards what follows
   HostQueues<Waiting> queues_;
@@ -195,7 +196,7 @@ void ExchangeQueue::wishDidChange() {
 
 void ExchangeQueue::shutdown() {
   const std::scoped_lock hold(shutdown_mutex_);
-  // The network first, then the wait: a handler that does not come back keeps nothing going.
+  // The network first, then the wait: a handler that does not return keeps nothing running.
   delivery_->close(0);
   line_->close();
   delivery_->close(kShutdownSeconds);

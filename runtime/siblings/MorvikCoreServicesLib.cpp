@@ -17,14 +17,14 @@ namespace {
 constexpr const char* kAddActivity = "-[MorvikCoreServicesLib addActivityGroupName:activityName:param:createdAt:]";
 constexpr int kSessionGroup = 0;
 constexpr size_t kActivityFields = 5;
-// Fields of an activity, in lines of the log: these say where something is amiss, and never what the user did.
+// Fields of an activity in log lines, which say where something is wrong but never what the user did.
 constexpr const char* kGroup = "group";
 constexpr const char* kName = "name";
 constexpr const char* kParam = "param";
 constexpr const char* kSpaceKey = "space key";
 
 constexpr const char* kAddImpression = "-[MorvikCore addImpression:]";
-constexpr const char* kMendedLine =
+constexpr const char* kRepairedLine =
     "Morvik host: the %s of an activity is not UTF-8 at byte %lu of %lu and was recorded with U+FFFD in place of each "
     "bad byte; give it as UTF-8";
 
@@ -33,8 +33,8 @@ constexpr services::GuardClause kTellingThrew =
 constexpr services::Guard kTellingGuard{kTellingThrew, kTellingThrew};
 
 /// Text as it is recorded.
-struct Mended {
-  explicit Mended(std::string_view given) : first_bad_byte(services::wellFormedBytes(given)), bytes(given.size()) {
+struct Repaired {
+  explicit Repaired(std::string_view given) : first_bad_byte(services::wellFormedBytes(given)), bytes(given.size()) {
     if (!isGood())
       services::appendMendedUtf8(given, text);
   }
@@ -42,10 +42,10 @@ struct Mended {
 
   size_t first_bad_byte;
   size_t bytes;
-  std::string text;  ///< of one that is not good
+  std::string text;  ///< only if it is not good
 };
 
-/// What is wrong, and how to mend it.
+/// What is wrong, and how to fix it.
 const char* adviceOn(Recorded reason) {
   switch (reason) {
     case Recorded::kRefusedForgotten:
@@ -108,7 +108,7 @@ void MorvikCoreServicesLib::addActivityGroupName(const kit::Value& group_name, c
 
 Recorded MorvikCoreServicesLib::addActivityOfApp(std::string_view group, std::string_view name,
                                                  std::optional<std::string_view> param, kit::Date created_at) {
-  // Asked before anything is made, so that the texts of a forgotten user are not even copied.
+  // Asked first, so that the texts of a forgotten user are not even copied.
   if (isGDPRForgetMe())
     return refuse(Recorded::kRefusedForgotten, kAddActivity, "an activity");
   if (group.empty() || name.empty())
@@ -149,7 +149,7 @@ Recorded MorvikCoreServicesLib::addImpressionOfApp(const Impression& impression,
 Recorded MorvikCoreServicesLib::refuse(Recorded reason, const char* operation, const char* what) {
   if (parts_.ledger != nullptr)
     parts_.ledger->wasRefused(reason);
-  // Counted it is; whether somebody could be told does not change the answer.
+  // It is counted in any case; whether somebody could be told does not change the result.
   services::guarded(parts_.logger, kTellingGuard, MORVIK_HERE(operation), [this, reason] {
     if (parts_.observations != nullptr)
       parts_.observations->refused(reason);
@@ -174,24 +174,26 @@ kit::Value MorvikCoreServicesLib::activityOf(kit::Value group, kit::Value name, 
   return kit::Value(std::move(activity));
 }
 
-// Text that no batch can stumble over; absent when there is none in the value.
+// Text that no batch can fail on; absent if there is none in the value.
 kit::Value MorvikCoreServicesLib::recordable(const kit::Value& value, const char* field) const {
   if (value.isNil() || value.isArray() || value.isDictionary())
     return {};
   kit::Value text = services::checkNilToBlankString(value);
-  const Mended mended(text.string());
-  if (mended.isGood())
+  const Repaired repaired(text.string());
+  if (repaired.isGood())
     return text;
-  MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity, kMendedLine, field, mended.first_bad_byte, mended.bytes);
-  return mended.text;
+  MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity, kRepairedLine, field, repaired.first_bad_byte,
+             repaired.bytes);
+  return repaired.text;
 }
 
 kit::Value MorvikCoreServicesLib::recordableOfApp(std::string_view text, const char* field) const {
-  Mended mended(text);
-  if (mended.isGood())
+  Repaired repaired(text);
+  if (repaired.isGood())
     return text;
-  MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity, kMendedLine, field, mended.first_bad_byte, mended.bytes);
-  return std::move(mended.text);
+  MORVIK_LOG(parts_.logger, kit::lcl_vWarning, kAddActivity, kRepairedLine, field, repaired.first_bad_byte,
+             repaired.bytes);
+  return std::move(repaired.text);
 }
 
 /// At the door.
@@ -201,7 +203,7 @@ void MorvikCoreServicesLib::letIn(const kit::Value& activity) {
     parts_.ledger->activityWasStored();
 }
 
-/// The wish is set at the door too: after it nothing comes in.
+/// The wish is set at the door too: nothing enters after it.
 bool MorvikCoreServicesLib::letInUnlessForgotten(const kit::Value& activity) {
   return parts_.store.atTheDoor([this, &activity] {
     if (is_forget_me_)
@@ -220,7 +222,7 @@ kit::MutableDictionary MorvikCoreServicesLib::makeCommonParameter(const std::str
 kit::Value MorvikCoreServicesLib::makeJsonParameter(const kit::Value& payload, const std::string& encryption_key) {
   auto envelope = services::makeEnvelope(parts_.sealing, parts_.app_key, payload, encryption_key);
   if (parts_.sealing.stop != nullptr && parts_.sealing.stop->isMade() && std::holds_alternative<kit::Error>(envelope))
-    return {};  // it was abandoned, and would never be sent
+    return {};  // abandoned, and would never be sent
   auto* parameters = std::get_if<kit::Value>(&envelope);
   if (parts_.ledger != nullptr)
     parts_.ledger->payloadWasSealed(payload, parameters != nullptr ? *parameters : kit::Value());
@@ -280,7 +282,7 @@ void MorvikCoreServicesLib::exchangeDidEnd(const kit::Request& request, const ki
   if (result.succeeded && services::checkNilToNo(result.json["Result"])) {
     parts_.size_trigger.batchWasAccepted();
   } else {
-    // The keys still stand: the handler that trims by them, or empties them, comes next.
+    // The keys are still there: the handler that trims by them, or empties them, comes next.
     parts_.size_trigger.batchWasRefused(parts_.store.fendoActivityInfosSentEventKeys().size());
   }
 }

@@ -28,7 +28,7 @@
 #include "host/posix/thread.h"
 #include "tests/support/scratch_folder.h"
 
-// The same acts, as functions of the kit and as functions of a stranger.
+// The same acts, as functions of the kit and as functions of somebody else.
 // NOLINTBEGIN(cppcoreguidelines-macro-usage)
 #define FUNCTIONS_THAT_CRASH                                                                 \
   [[gnu::noinline]] void perform(void (*act)()) {                                            \
@@ -128,7 +128,7 @@ class Crash : public ::testing::Test {
     return std::get<std::optional<kit::UncaughtException>>(found);
   }
 
-  /// The stack of the report, as it is stored.
+  /// The stack of the report, as stored.
   std::string trace() const {
     std::string all;
     std::istringstream lines(report());
@@ -326,12 +326,12 @@ TEST_F(CrashDeathTest, TheHandlerThatWasThereBeforeComesAfterwards) {
   EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGFPE");
 }
 
-TEST_F(CrashDeathTest, ASignalThatTheHandlerBeforeMendsIsNoCrash) {
+TEST_F(CrashDeathTest, ASignalFixedByAnEarlierHandlerIsNoCrash) {
   EXPECT_EXIT(
       {
         std::signal(SIGABRT, [](int) {});
         const auto hook = install();
-        ::raise(SIGABRT);  // nothing comes of it
+        ::raise(SIGABRT);  // has no effect
         perform(readNothing);
       },
       KilledBySignal(SIGSEGV), "");
@@ -366,13 +366,13 @@ TEST_F(CrashDeathTest, AHandlerBeforeThatLeavesTheFaultToTheOneBeforeItLeavesThe
   EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "mrvk SIGSEGV");
 }
 
-TEST_F(CrashDeathTest, ASignalThatAHandlerBeforeMendsIsNoCrashAlsoWhereItSetsItselfAgain) {
+TEST_F(CrashDeathTest, ASignalFixedByAnEarlierHandlerThatSetsItselfAgainIsNoCrash) {
   EXPECT_EXIT(
       {
-        struct Mending {
+        struct Fixing {
           static void handle(int signal) { std::signal(signal, handle); }
         };
-        std::signal(SIGABRT, Mending::handle);
+        std::signal(SIGABRT, Fixing::handle);
         const auto hook = install();
         ::raise(SIGABRT);
         ::_exit(crash() ? 1 : 5);
@@ -380,7 +380,7 @@ TEST_F(CrashDeathTest, ASignalThatAHandlerBeforeMendsIsNoCrashAlsoWhereItSetsIts
       ExitedWithCode(5), "");
 }
 
-/// Somebody who came later keeps our handler as the one before its own.
+/// A handler installed later keeps ours as the previous one.
 struct sigaction ours;
 void installPassingOn() {
   struct sigaction later {};
@@ -389,7 +389,7 @@ void installPassingOn() {
   ::sigaction(SIGSEGV, &later, &ours);
 }
 
-TEST_F(CrashDeathTest, ASignalThatAHandlerBeforeMendsIsNoCrashAlsoWhereALaterOnePassesItOn) {
+TEST_F(CrashDeathTest, ASignalFixedByAnEarlierHandlerIsNoCrashIfALaterOnePassesItOn) {
   EXPECT_EXIT(
       {
         std::signal(SIGSEGV, [](int) {});
@@ -449,7 +449,7 @@ TEST_F(CrashDeathTest, AHandlerMayLeaveByAJumpAsOftenAsItLikes) {
         perform(divideByZero);
       },
       KilledBySignal(SIGFPE), "");
-  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGFPE") << "the last one, which was none of the kit's";
+  EXPECT_EQ(crash().value_or(kit::UncaughtException()).reason, "SIGFPE") << "the last one, which was not the kit's";
 }
 
 [[gnu::noinline]] void performDeepOnTheStack(void (*act)()) {
@@ -463,7 +463,7 @@ TEST_F(CrashDeathTest, AfterAJumpTheNextSignalIsRecordedAlsoWhereItComesFromDeep
       {
         std::signal(SIGSEGV, [](int) { ::siglongjmp(way_out, 1); });
         const auto hook = install();
-        // Without a stack for signals.
+        // Without a signal stack.
         std::thread([] {
           if (::sigsetjmp(way_out, 1) == 0)
             perform(readNothing);
@@ -612,7 +612,7 @@ TEST_F(CrashDeathTest, TheTerminateHandlerThatWasThereBeforeComesAfterwards) {
   EXPECT_EQ(report().substr(0, 12), "report: int\n");
 }
 
-/// Somebody who came later keeps our handler as the one before its own.
+/// A handler installed later keeps ours as the previous one.
 std::terminate_handler our_terminate = nullptr;
 void setTerminatePassingOn() {
   our_terminate = std::set_terminate([] { our_terminate(); });
@@ -678,7 +678,7 @@ TEST_F(CrashDeathTest, AFaultThatKeepsTheReportFromComingAboutIsRecorded) {
 
 std::atomic<bool> is_first_at_work;
 
-/// The time in which a second crash would end the process, if it did not wait.
+/// The time in which a second crash would end the process if it did not wait.
 void workForAWhile() {
   constexpr int kMilliseconds = 200;
   is_first_at_work = true;

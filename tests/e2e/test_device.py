@@ -1,4 +1,4 @@
-"""The device app as its users know it: the real program, its store, and the local service over TLS."""
+"""The device app as users run it: the real program, its store, and the local service over TLS."""
 
 import json
 import os
@@ -52,7 +52,7 @@ class DeviceTest(unittest.TestCase):
         return device
 
     def do(self, device, *lines):
-        """Verbs that must do well; the answer of the last."""
+        """Verbs that must succeed; returns the last answer."""
         for line in lines:
             answer = device.do(line)
             self.assertTrue(answer["ok"], answer)
@@ -96,7 +96,7 @@ class DeviceTest(unittest.TestCase):
         return path
 
     def run_once(self, arguments, text=""):
-        """A whole run: (status, lines of standard output, lines of standard error)."""
+        """A complete run: (status, lines of standard output, lines of standard error)."""
         done = subprocess.run([stage.program(BUILD, "morvik-device"), *arguments], input=text.encode(),
                               capture_output=True, timeout=stage.PATIENCE_SECONDS, check=False)
         return done.returncode, done.stdout.decode().splitlines(), done.stderr.decode().splitlines()
@@ -302,7 +302,7 @@ class Verbs(DeviceTest):
         self.do(device, "event shop look")
         self.service.behave("tracking", "delay", milliseconds=1500)
         self.do(device, "push", "event shop buy")
-        # While the batch is under way, somebody writes that it carried what it does not.
+        # While the batch is under way, the noted ids are changed to some that it does not carry.
         later = device.stored_events()[1]["activityEventID"]
         self.do(device, f'set fendoActivityInfosSentEventKeys ["{later}"]')
         device.say("settle")
@@ -461,7 +461,7 @@ class OpenedUrls(DeviceTest):
         script = os.path.join(self.folder, "any-bytes")
         self.assertEqual(self.attributed().end_input()[0], 0)
         url = b'shop://\xff?ck=12&sub_referral=%ff&a=\xc3&' + b"k=%&" * 16_000
-        # A key of its own: the answer to the first one may come first, and its key is not reported again.
+        # A different key: the answer to the first one may come first, and its key is not reported again.
         facebook_url = url.replace(b"ck=12", b"ck=13")
         with open(script, "wb") as file:
             file.write(b'open-url "' + url + b'"\nfacebook-url "' + facebook_url + b'"\nstore-url "' + url +
@@ -556,7 +556,7 @@ class Options(DeviceTest):
         self.assertFalse(os.path.exists(self.store_folder))
         return errors[0]
 
-    def test_each_bad_option_is_one_line_that_says_how_to_mend_it(self):
+    def test_each_bad_option_is_one_line_that_says_how_to_fix_it(self):
         bad = (((), ("--store",), "--store is required; give the folder"),
                ((), ("--service",), "--service is required; give the base URL"),
                ((), ("--keys",), "--app-key is required; give it, or a file"),
@@ -591,7 +591,7 @@ class Options(DeviceTest):
             self.assertIn(word, "\n".join(output))
 
     def conversion(self, *more, without=()):
-        """What the conversion of a fresh install carries; None when there is none."""
+        """The content of a new install's conversion; None if there is none."""
         device = self.device(*more, without=without)
         self.do(device, "active", "settle")
         device.end_input()

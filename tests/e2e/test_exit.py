@@ -1,4 +1,4 @@
-"""However a process ends, what a call had answered for is there, and nothing crashes or hangs.
+"""However a process ends, everything that a call confirmed is there, and nothing crashes or hangs.
 
 MORVIK_EXIT_RUNS sets how many processes end; MORVIK_SEED plays the same ones again.
 """
@@ -19,21 +19,21 @@ import stage  # noqa: E402
 
 BUILD = os.environ["MORVIK_BUILD_DIR"]
 RUNS = int(os.environ.get("MORVIK_EXIT_RUNS", 102))
-RUNS_BESIDE = RUNS // 3
+RUNS_MEANWHILE = RUNS // 3
 LIVES_OF_AN_INSTALL = 5
 STATUS = 7
-# Longer takes only what hangs, with a sanitizer on a busy machine.
+# Only a hanging process takes longer, even with a sanitizer on a busy machine.
 PATIENCE_SECONDS = 60
-# Most processes end while TLS is being agreed upon or a request is under way.
+# Most processes end during a TLS handshake or a request.
 MOST_DELAY_MICROSECONDS = 25_000
 
 HOLDERS = ("local", "global", "static")
 PLACES = ("main", "thread", "callback", "background")
 WAYS = [("return", "main")] + [(way, place) for way in ("exit", "quick_exit", "abort", "_exit") for place in PLACES]
 STATUS_OF = {"abort": -6}
-# Of kits that nothing destroys: a thread that is within a call then has only the end itself against it.
-WAYS_BESIDE = [(way, place) for way in ("exit", "quick_exit") for place in ("main", "thread", "callback")]
-BESIDE = (["wait-beside"], ["stop-beside"], ["wait-beside", "stop-beside"])
+# For kits that nothing destroys: a thread within a call then only meets the end itself.
+WAYS_MEANWHILE = [(way, place) for way in ("exit", "quick_exit") for place in ("main", "thread", "callback")]
+MEANWHILE = (["wait-meanwhile"], ["stop-meanwhile"], ["wait-meanwhile", "stop-meanwhile"])
 
 
 class Exit(unittest.TestCase):
@@ -51,10 +51,10 @@ class Exit(unittest.TestCase):
         self.delivered = set()
         self.answered, self.longest = 0, 0.0
 
-    def live_and_end(self, holder, way, place, number, beside=()):
+    def live_and_end(self, holder, way, place, number, meanwhile=()):
         delay = self.random.randrange(MOST_DELAY_MICROSECONDS)
         arguments = [stage.program(BUILD, "exit_paths"), self.store, self.keys, self.service.url, self.service.ca_file,
-                     holder, way, place, str(delay), f"run{number}", *beside]
+                     holder, way, place, str(delay), f"run{number}", *meanwhile]
         if self.random.random() < 0.5:
             arguments.append("openssl-first")
         begin = time.monotonic()
@@ -89,13 +89,13 @@ class Exit(unittest.TestCase):
         print(f"{RUNS} processes ended in {min(RUNS, len(kinds))} ways: {self.answered} events answered for, all there; "
               f"the longest life took {self.longest:.2f} s", flush=True)
 
-    def test_a_thread_that_waits_or_stops_beside_the_end_neither_hangs_nor_crashes(self):
-        kinds = [(way, place, beside) for beside in BESIDE for way, place in WAYS_BESIDE]
-        for number in range(RUNS_BESIDE):
+    def test_a_thread_that_waits_or_stops_during_the_end_neither_hangs_nor_crashes(self):
+        kinds = [(way, place, meanwhile) for meanwhile in MEANWHILE for way, place in WAYS_MEANWHILE]
+        for number in range(RUNS_MEANWHILE):
             self.store = os.path.join(self.folder, f"app-{number // LIVES_OF_AN_INSTALL}")
-            way, place, beside = kinds[number % len(kinds)]
-            self.live_and_end("local", way, place, number, beside)
-        print(f"{RUNS_BESIDE} processes ended beside threads that wait or stop: {self.answered} events answered for, all "
+            way, place, meanwhile = kinds[number % len(kinds)]
+            self.live_and_end("local", way, place, number, meanwhile)
+        print(f"{RUNS_MEANWHILE} processes ended while threads that wait or stop: {self.answered} events answered for, all "
               f"there; the longest life took {self.longest:.2f} s", flush=True)
 
 

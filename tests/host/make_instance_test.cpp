@@ -49,7 +49,7 @@ using std::chrono::steady_clock;
 constexpr std::chrono::seconds kGiveUp{20};
 constexpr double kGiveUpSeconds = 20;
 
-/// Takes connections of this machine and never answers.
+/// Accepts connections of this machine and never answers.
 class SilentServer {
  public:
   SilentServer() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -64,7 +64,7 @@ class SilentServer {
   }
   ~SilentServer() { close(socket_); }
   const std::string& url() const { return url_; }
-  /// True when somebody connected.
+  /// Whether somebody connected.
   bool waitForConnection() const { return hasConnectionWithin(kGiveUp); }
   bool hasConnection() const { return hasConnectionWithin(std::chrono::seconds(0)); }
 
@@ -78,14 +78,14 @@ class SilentServer {
   std::string url_;
 };
 
-/// Until the pumped host has something to do, or its next timer is due.
+/// Until the pumped instance has something to do, or its next timer is due.
 void waitForTurn(const runtime::Instance& instance) {
   pollfd descriptor{instance.pollDescriptor(), POLLIN, 0};
   const int timeout = instance.pollTimeoutMilliseconds();
   poll(&descriptor, 1, timeout < 0 ? 1000 : timeout);
 }
 
-/// Tells how often a flush was asked for, and when one came.
+/// Counts the requested flushes, and notes when one happened.
 class WatchedFlushes final : public runtime::PassingStore {
  public:
   explicit WatchedFlushes(std::unique_ptr<runtime::MachineStore> store)
@@ -103,7 +103,7 @@ class WatchedFlushes final : public runtime::PassingStore {
     });
   }
   size_t asked() const { return asked_; }
-  /// After each flush until then.
+  /// Asks after each flush.
   bool isTrueSoon(const std::function<bool()>& condition) {
     std::unique_lock hold(mutex_);
     return flushed_.wait_for(hold, kGiveUp, condition);
@@ -151,7 +151,7 @@ class MakeInstance : public ::testing::Test {
     options.main_queue = MainQueueMode::kPumped;
     return make();
   }
-  /// Runs `block` on the main queue of a host with its own thread and waits until its turn is committed.
+  /// Runs `block` on the main queue of an instance with its own thread and waits for the commit of its turn.
   static void onMain(runtime::Instance& instance, const std::function<void()>& block) {
     std::promise<void> committed;
     instance.perform([&] {
@@ -229,7 +229,7 @@ TEST_F(MakeInstance, RefusesAFileOfCertificatesThatIsNotThere) {
   options.ca_file = folder / "ca.pem";
   const StartResult started = MorvikCore::start(options);
   EXPECT_EQ(started.error, "StartOptions::ca_file: the file " + options.ca_file +
-                               " cannot be read (No such file or directory); mend its path or its permissions.");
+                               " cannot be read (No such file or directory); fix its path or its permissions.");
   EXPECT_FALSE(started);
   EXPECT_FALSE(std::filesystem::exists(options.store_folder));
 }
@@ -273,7 +273,7 @@ TEST_F(MakeInstance, KeepsNoMalformedAdvertisingIdentifierAndNoUnknownOrientatio
   EXPECT_EQ(instance->storedValue("fendoUserInfo_isApplicationPortrait"), kit::Value("false"));
 }
 
-TEST_F(MakeInstance, RunsTwoHostsOnTwoFolders) {
+TEST_F(MakeInstance, RunsTwoInstancesOnTwoFolders) {
   const auto first = make();
   options.store_folder = folder / "other";
   const auto second = make();
@@ -461,7 +461,7 @@ TEST_F(MakeInstance, EndsTheSessionThatIsOnItsWayBeforeItStops) {
 TEST_F(MakeInstance, DoesNotStopFromWithinACallback) {
   const auto instance = make();
   onMain(*instance, [&] { instance->stop(); });
-  onMain(*instance, [] {});  // it goes on; the line was written by then
+  onMain(*instance, [] {});  // it still runs; the line was written by then
   EXPECT_TRUE(log.has("Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside"));
 }
 
@@ -608,10 +608,10 @@ TEST_F(MakeInstanceInAnEnvironment, LetsTheAppChangeTheLogLevelAfterwards) {
 TEST_F(MakeInstanceInAnEnvironment, NamesTheVariableThatIsWrong) {
   log_file.set(folder / "no/such/file");
   EXPECT_EQ(errorOfStart(), "MORVIK_LOG_FILE: the file " + (folder / "no/such/file") +
-                                " cannot be opened (No such file or directory); mend its path or its permissions.");
+                                " cannot be opened (No such file or directory); fix its path or its permissions.");
   log_file.set(folder.path());
   EXPECT_EQ(errorOfStart(), "MORVIK_LOG_FILE: the file " + folder.path() +
-                                " cannot be opened (Is a directory); mend its path or its permissions.");
+                                " cannot be opened (Is a directory); fix its path or its permissions.");
   log_file.unset();
   service_url.set("http://elsewhere.example/");
   EXPECT_EQ(errorOfStart().find("MORVIK_SERVICE_URL: "), 0U);
@@ -747,7 +747,7 @@ TEST_F(MakeInstance, RefusesTheAppsActivitiesOnceTheUserAskedToBeForgotten) {
               "isGdprForgetMe() before recording"));
 }
 
-TEST_F(MakeInstance, WritesTheWishAnewForAForgottenUserWhoseFilesWereRemoved) {
+TEST_F(MakeInstance, WritesTheWishAgainForAForgottenUserWhoseFilesWereRemoved) {
   MachineWithWatchedFlushes machine;
   options.main_queue = MainQueueMode::kPumped;
   const auto instance = taken(runtime::makeInstance(options, machine));
@@ -856,7 +856,7 @@ TEST_F(MakeInstance, HasCommittedAForgetMeWishBeforeItsRequestLeaves) {
   instance->dispatch();
   EXPECT_EQ(instance->pending().requests, 1U);
   EXPECT_EQ(inTheFile("MorvikCoreUserInfo_isGDPRForgetMeServerSynced"), kit::Value(false));
-  // The store's thread syncs the wish, and then it leaves in a turn.
+  // The store's thread syncs the wish; then the erasure leaves in a turn.
   const auto give_up = steady_clock::now() + kGiveUp;
   while (!server.hasConnection() && steady_clock::now() < give_up) {
     waitForTurn(*instance);
@@ -921,7 +921,7 @@ TEST_F(MakeInstance, TakesInAtTheNextStartACrashThatFoundTheStoreInUse) {
   }
 }
 
-/// Leaves the record of a signal in the kit's own code, as a process that it ended does.
+/// Leaves the record of a signal in the kit's own code, as the process that it ended does.
 void leaveCrashRecord(const std::string& folder) {
   std::filesystem::create_directories(folder);
   const int file = std::get<int>(prepareCrashRecord(folder + "/crash-signal", loadedModules()));
@@ -957,7 +957,7 @@ TEST_F(MakeInstance, ReportsTheSignalThatEndedAnEarlierProcessOnceThereIsRoomFor
   std::filesystem::create_directory(store_file);
   std::filesystem::create_directory(shelf);
   EXPECT_TRUE(makePumped()->properties().MorvikCoreUserInfo_Crash().isAbsent());
-  EXPECT_EQ(log.countContaining("the report of a crash can be kept neither in the store nor beside it"), 1U);
+  EXPECT_EQ(log.countContaining("the report of a crash can be kept neither in the store nor next to it"), 1U);
   std::filesystem::remove(store_file);
   std::filesystem::remove(shelf);
   for (int start = 0; start < 2; ++start) {
@@ -1096,7 +1096,7 @@ class OpenedUrls : public MakeInstance {
     const kit::Value stored = inspector.get(services::kPassOpenUrlKey);
     return stored.isString() ? std::optional<std::string>(stored.string()) : std::nullopt;
   }
-  /// What the core remembers of Facebook's referral, asked on the main queue.
+  /// What the core stored of Facebook's referral, asked on the main queue.
   static kit::Value facebookData() { return MorvikCoreLib::shared()->fB_DeepLinkData(); }
 
   std::vector<std::string> opened;
@@ -1118,7 +1118,7 @@ TEST_F(OpenedUrls, ThatComeBeforeTheStartAreStoredAndReplayedOnceInTheFirstSessi
   EXPECT_EQ(opened, std::vector<std::string>{"12"});
 }
 
-TEST_F(OpenedUrls, ThatWereNeverHandledGiveWayToANewOneWithALine) {
+TEST_F(OpenedUrls, ThatWereNeverHandledAreReplacedByANewOneWithALine) {
   options.opened_url = "app://first?ck=1";
   makePumped();
   makePumped();
@@ -1129,7 +1129,7 @@ TEST_F(OpenedUrls, ThatWereNeverHandledGiveWayToANewOneWithALine) {
   options.opened_url = "app://second?ck=2";
   const auto instance = makePumped();
   const auto line = log.find(
-      "Morvik host: an opened URL of 16 bytes was never handled, and gives way to one of 17 bytes: only "
+      "Morvik host: an opened URL of 16 bytes was never handled, and is replaced by one of 17 bytes: only "
       "one can wait for the next session start");
   ASSERT_TRUE(line.has_value());
   EXPECT_EQ(line->prefix->level, "WARNING");
@@ -1219,7 +1219,7 @@ TEST_F(OpenedUrls, AreNotNeededForAThirdPartyConversion) {
   EXPECT_EQ(log.countContaining("MRVK_QA-jsonDict : "), 1U) << "its parameters are built";
 }
 
-TEST_F(OpenedUrls, ComeTooLateOnceTheHostIsStopped) {
+TEST_F(OpenedUrls, ComeTooLateOnceTheKitIsStopped) {
   const auto instance = makePumped();
   instance->stop();
   instance->passOpenURL("app://x?ck=12");

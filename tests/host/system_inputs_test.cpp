@@ -95,7 +95,7 @@ TEST(SystemInputs, RefuseAFileOfCertificatesThatIsNotThere) {
   options.ca_file = folder / "ca.pem";
   const std::string file = "StartOptions::ca_file: the file " + options.ca_file;
   EXPECT_EQ(placesErrorOf(options),
-            file + " cannot be read (No such file or directory); mend its path or its permissions.");
+            file + " cannot be read (No such file or directory); fix its path or its permissions.");
   std::ofstream(options.ca_file) << "certificates";
   EXPECT_FALSE(SystemInputs().checkPlaces(options));
   options.ca_file = folder / "";

@@ -1,8 +1,8 @@
-// The life of a device over days, in virtual time: sessions, kept sessions, day changes, a clock that is set, offline
+// A device over several days, in virtual time: sessions, kept sessions, day changes, a clock that is set, offline
 // phases, kills and restarts, refused and lost answers. At the end the account must balance: what was recorded was
 // counted by the service, is still stored, or is an "end" that a kept session left out.
 //
-// The seed is the test's parameter, so a failing life is lived again by its name.
+// The seed is the test's parameter, so the name of a failing test repeats its run.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,9 +30,9 @@ constexpr std::string_view kFilterLine = "RVK_QA-MorvikCoreLib tracking filter a
 /// A batch as it reached the service.
 struct Arrival {
   std::vector<std::string> ids;
-  bool counted = false;      ///< the service took the events in
+  bool counted = false;      ///< the service counted the events
   bool accepted = false;     ///< and its answer says so
-  bool device_died = false;  ///< before it had the answer
+  bool device_died = false;  ///< before it got the answer
 
   bool deviceKnows() const { return accepted && !device_died; }
 };
@@ -67,13 +67,13 @@ class Life : public ::testing::TestWithParam<uint64_t> {
     const Value batch = world_.payload(request);
     for (const Value& entry : batch["activity_info"].array())
       arrival.ids.emplace_back(entry["event_id"].string());
-    const Answer answer = judge(arrival);
+    const Answer answer = answerTo(arrival);
     last_batch_ = arrivals_.size();
     arrivals_.push_back(std::move(arrival));
     return answer.after(static_cast<double>(pick(400)) / 1000.0);
   }
 
-  Answer judge(Arrival& arrival) {
+  Answer answerTo(Arrival& arrival) {
     const uint64_t mood = is_kind_ ? 99 : pick(100);
     arrival.counted = mood >= 20;
     arrival.accepted = mood >= 50;
@@ -95,7 +95,7 @@ class Life : public ::testing::TestWithParam<uint64_t> {
 
   // ------------------------------------------------------------------------------------------------------- the device
 
-  /// A session start frees the slot also of a batch under way; the two answers then trim by the same keys. This user
+  /// A session start also frees the slot of a batch under way; two answers would then trim by the same keys. This user
   /// is not that quick: answers come first.
   void becomeActive() {
     ASSERT_TRUE(world_.loop.advanceUntil([this] { return world_.transport.unanswered() == 0; }, 60));
@@ -104,7 +104,7 @@ class Life : public ::testing::TestWithParam<uint64_t> {
 
   void leave() {
     world_.enterBackground();
-    if (happens(15)) {  // and is back within the half second
+    if (happens(15)) {  // and returns within half a second
       world_.loop.advance(0.2);
       becomeActive();
       world_.loop.advance(1);
@@ -122,7 +122,7 @@ class Life : public ::testing::TestWithParam<uint64_t> {
     }
   }
 
-  /// The process ends somewhere in the middle of what it does.
+  /// The process ends somewhere in the middle of its work.
   void die() {
     if (happens(50))
       world_.loop.notifications().post(kit::Notification::kApplicationDidEnterBackground);
@@ -138,7 +138,7 @@ class Life : public ::testing::TestWithParam<uint64_t> {
     last_batch_.reset();
   }
 
-  /// The slot lets one batch be under way; its answer is never seen.
+  /// A batch may be under way; its answer is never seen.
   void noteUnknownAnswer() {
     size_t ended = 0;
     for (const auto& exchange : world_.services().endedExchanges())
@@ -171,7 +171,7 @@ class Life : public ::testing::TestWithParam<uint64_t> {
     world_.loop.advance(kHourSeconds * static_cast<double>(pick(12)));
   }
 
-  /// Two sessions more, with a network and a service that answer: what can go, goes.
+  /// Two more sessions, with a network and a service that answers: everything that can be delivered is.
   void endWell() {
     is_kind_ = true;
     world_.transport.goOnline();
@@ -215,8 +215,8 @@ class Life : public ::testing::TestWithParam<uint64_t> {
   TestWorld world_;
   std::mt19937_64 random_{GetParam()};
   std::vector<Arrival> arrivals_;
-  size_t batches_left_ = 0;           ///< of this process
-  std::optional<size_t> last_batch_;  ///< the arrival of the last of these, if it arrived
+  size_t batches_left_ = 0;           ///< by this process
+  std::optional<size_t> last_batch_;  ///< the arrival of the latest of these, if it arrived
   size_t kills_ = 0;
   bool is_kind_ = false;
 };
@@ -253,7 +253,7 @@ TEST_P(Life, OverDaysBalancesItsAccount) {
   for (const auto& [id, arrivals] : counted)
     EXPECT_LE(std::stoull(id.substr(id.find('-') + 1)), recorded) << id << " was never recorded";
 
-  // The life was a life: each of these happened.
+  // Each of these happened.
   EXPECT_LE(stored.size(), 1U) << "after a good end only the last session's end is left";
   EXPECT_GT(recorded, 100U);
   EXPECT_GT(kills_, 3U);

@@ -1,5 +1,5 @@
-// A life with everything in it, looked at for what must not be seen: the keys, anywhere; what the user does, in the log
-// of a shipped app.
+// A run with everything in it, searched for what must not be visible: the keys, anywhere; what the user does, in the
+// log of a shipped app.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -27,14 +27,14 @@ using ::testing::Not;
 
 constexpr const char* kHashKey = "never-shown-hash-key";
 constexpr const char* kTrackingKey = "never-shown-tracking-key";
-/// Stands in everything that the user does.
+/// Part of everything that the user does.
 constexpr const char* kPlain = "plain-text-of-the-user";
 constexpr double kDaySeconds = 86'400;
 
 class Secrets : public ::testing::Test {
  protected:
-  /// Sessions with events, clicks, a crash and demographics, and with what the host warns of, with a service that first
-  /// fails and then does not; then the wish to be forgotten, and an event that comes too late.
+  /// Sessions with events, clicks, a crash and demographics, and with what the kit warns of. The service first fails,
+  /// then answers. Finally the wish to be forgotten, and an event that comes too late.
   void live(int log_level) {
     log_level_ = log_level;
     machine_.transport.on("").times(12, testing::Answer::body(500, "out of order")).alwaysBy(service_.reply());
@@ -57,7 +57,7 @@ class Secrets : public ::testing::Test {
     return all;
   }
 
-  /// As it goes over the wire.
+  /// As it is on the wire.
   std::string sent() const {
     std::string all;
     for (const kit::Request& request : machine_.transport.requests()) {
@@ -68,8 +68,8 @@ class Secrets : public ::testing::Test {
     return all;
   }
 
-  /// What the sent bodies say once they are opened, by the endpoint's name: whatever lies in a sealed one is not found
-  /// in its text as sent.
+  /// The opened content of sent bodies, by the endpoint's name: a sealed body's content cannot be found in the text as
+  /// sent.
   std::map<std::string, std::string> opened() {
     std::map<std::string, std::string> all;
     for (const kit::Request& request : machine_.transport.requests()) {
@@ -161,7 +161,7 @@ TEST_F(Secrets, WhatTheUserDoesIsLoggedAtTheTwoLevelsOfDevelopersOnly) {
   EXPECT_THAT(lines_, Each(Not(HasSubstr("never-shown"))));
 }
 
-TEST_F(Secrets, TheHostsOwnLinesSayAtNoLevelWhatTheUserDoes) {
+TEST_F(Secrets, TheKitsOwnLinesSayAtNoLevelWhatTheUserDoes) {
   live(kit::lcl_vTrace);
   std::vector<std::string> of_the_host;
   std::copy_if(lines_.begin(), lines_.end(), std::back_inserter(of_the_host),

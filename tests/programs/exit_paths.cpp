@@ -6,8 +6,8 @@
 // WAY: return (from main), exit, quick_exit, abort, _exit. PLACE: where it is called: main, thread (of the app's),
 // callback (main queue), background (background queue).
 //
-// WORD: openssl-first, the app uses that library itself; wait-beside, stop-beside: beside the end another thread waits
-// for deliveries, or stops the kit. For a kit that nothing destroys.
+// WORD: openssl-first, the app uses that library itself; wait-meanwhile, stop-meanwhile: during the end another thread
+// waits for deliveries, or stops the kit. For a kit that nothing destroys.
 //
 // Each event of which a call has answered that it is kept is a line on standard output. The status is 7 where the way
 // takes one.
@@ -132,14 +132,14 @@ void live(morvik::MorvikCore& core, const Plan& plan) {
     for (const char* thread : {"a", "b"})
       std::thread([&core, name = plan.name + thread] { goOnRecording(core, name); }).detach();
   }
-  if (plan.words.contains("wait-beside"))
+  if (plan.words.contains("wait-meanwhile"))
     std::thread([&core] { waitForDeliveries(core); }).detach();
   const auto moment = std::chrono::steady_clock::now() + plan.delay;
   while (std::chrono::steady_clock::now() < moment)
     std::this_thread::yield();
   if (plan.way == "return")
     return;
-  const auto end_now = [&core, way = plan.way, stops = plan.words.contains("stop-beside")] {
+  const auto end_now = [&core, way = plan.way, stops = plan.words.contains("stop-meanwhile")] {
     if (stops)
       std::thread([&core] { core.stop(std::chrono::milliseconds(5)); }).detach();
     end(way);
@@ -152,7 +152,7 @@ void live(morvik::MorvikCore& core, const Plan& plan) {
     core.perform(end_now);
   else
     enterBackgroundToEnd(core);
-  if (plan.words.contains("wait-beside"))
+  if (plan.words.contains("wait-meanwhile"))
     waitForDeliveries(core);
   for (;;)
     ::pause();

@@ -33,7 +33,7 @@ CheckedOptions checkedOf(const StartOptions& options) {
   return std::get<CheckedOptions>(checkOptions(options, host::SystemInputs()));
 }
 
-/// Complete, and something could arrive: there is nothing to warn of.
+/// Complete, and something could arrive: no reason for a warning.
 StartOptions sent() {
   StartOptions options = complete();
   options.service_url = "https://own.example/";
@@ -152,7 +152,7 @@ TEST(CheckedOptions, RefuseAFileOfKeysThatCannotBeReadOrIsTooLarge) {
   const std::string path = folder / "keys";
   options.app_key = Key::inFile(path, "app-key");
   const std::string error = "StartOptions::app_key: the file " + path +
-                            " cannot be read, or is larger than 65536 bytes; mend its path or its permissions.";
+                            " cannot be read, or is larger than 65536 bytes; fix its path or its permissions.";
   EXPECT_EQ(errorOf(options), error);
   const std::string line = "app-key=key\n";
   std::ofstream(path) << line << std::string(kMaxKeyFileBytes - line.size(), '#');
@@ -171,7 +171,7 @@ TEST(CheckedOptions, ReadAKeyFromTheEnvironment) {
   unsetenv("MORVIK_TEST_APP_KEY");
 }
 
-TEST(CheckedOptions, SayHowABadUrlIsMended) {
+TEST(CheckedOptions, SayHowToFixABadUrl) {
   const std::string option = "StartOptions::service_url: ";
   const auto errorOfUrl = [](const std::string& url) {
     StartOptions options = complete();

@@ -98,7 +98,7 @@ TEST(Params, EscapeWhatJsonEscapes) {
   EXPECT_EQ(Params().set("", std::string_view("a\0b", 3)).text(), R"({"":"a\u0000b"})");
 }
 
-TEST(Params, MendWhatIsNotUtf8AlsoInNames) {
+TEST(Params, RepairWhatIsNotUtf8AlsoInNames) {
   EXPECT_EQ(Params().set("n\xFF", "v\xC3").text(), "{\"n\xEF\xBF\xBD\":\"v\xEF\xBF\xBD\"}");
 }
 
@@ -106,7 +106,7 @@ TEST(Params, LetTheLastValueOfANameStandInTheFirstPlace) {
   EXPECT_EQ(Params().set("a", 1).set("b", 2).set("a", "three").text(), R"({"a":"three","b":2})");
 }
 
-TEST(Params, TakeNamesThatAreMendedToTheSameForOne) {
+TEST(Params, TakeNamesThatAreRepairedToTheSameForOne) {
   EXPECT_EQ(Params().set("\xFE", 1).set("\xFF", 2).text(), "{\"\xEF\xBF\xBD\":2}");
 }
 
@@ -149,7 +149,7 @@ TEST(Params, StandWhereTheParameterOfAnEventDoes) {
   EXPECT_EQ(passed(params), R"({"a":1})");
 }
 
-// The length of {"t":"…"} around the text.
+// Length of {"t":"…"} without the text.
 constexpr size_t kFrameBytes = 8;
 
 TEST(Params, MayHaveOneMebibyteOfText) {
@@ -167,7 +167,7 @@ TEST(Params, AreTooLargeWithOneByteMore) {
 }
 
 TEST(Params, CountTheTextAsItIsWritten) {
-  // Six bytes for each.
+  // Six bytes each.
   EXPECT_FALSE(Params().set("t", std::string((kMaxParamsBytes - kFrameBytes) / 6, '\x01')).isTooLarge());
   EXPECT_TRUE(Params().set("t", std::string((kMaxParamsBytes - kFrameBytes) / 6 + 1, '\x01')).isTooLarge());
   EXPECT_TRUE(Params().set("t", std::string(kMaxParamsBytes + 1, 'x')).isTooLarge());
@@ -236,7 +236,7 @@ TEST(Params, TakeEightyThousandNamesWithoutLookingThroughThemAll) {
   EXPECT_EQ(value.dictionary().begin()[79'999].value, kit::Value(1));
 }
 
-/// Params of chance, and beside them what a reader must find in their text.
+/// Random params, and what a reader must find in their text.
 class Chance {
  public:
   explicit Chance(uint32_t seed) : random_(seed) {}
@@ -248,7 +248,7 @@ class Chance {
       const std::string name = bytes();
       put(levels, [&](const ParamValue& value, const kit::Value& model) {
         params.set(name, value);
-        expected.set(mended(name), model);
+        expected.set(repaired(name), model);
       });
     }
     return {params, kit::Value(std::move(expected))};
@@ -288,7 +288,7 @@ class Chance {
       }
       case 5: {
         const std::string text = bytes();
-        return take(text, kit::Value(mended(text)));
+        return take(text, kit::Value(repaired(text)));
       }
       case 6: {
         const auto [params, expected] = object(levels - 1);
@@ -309,7 +309,7 @@ class Chance {
       text += below(2) == 0 ? static_cast<char>(below(256)) : "\"\\\xC3\xA4z"[below(5)];
     return text;
   }
-  static std::string mended(const std::string& text) {
+  static std::string repaired(const std::string& text) {
     std::string result;
     services::appendMendedUtf8(text, result);
     return result;

@@ -10,7 +10,7 @@ namespace morvik_service {
 namespace {
 
 // A host name without its port, "[::1]" without its brackets.
-std::string_view instanceOf(std::string_view authority) {
+std::string_view hostOf(std::string_view authority) {
   if (!authority.empty() && authority.front() == '[') {
     const std::size_t end = authority.find(']');
     return end == std::string_view::npos ? std::string_view() : authority.substr(1, end - 1);
@@ -35,7 +35,7 @@ void requireAdmin(const HttpRequest& request, const AdminRules& rules) {
                   "connect from this machine, or start the service with --inspect-host NAME");
   }
   const std::string* host = findHeader(request, "Host");
-  if (host == nullptr || !isWelcomeName(instanceOf(*host), rules)) {
+  if (host == nullptr || !isWelcomeName(hostOf(*host), rules)) {
     throw Refusal(403, "the request names another host", "header Host",
                   "call localhost, 127.0.0.1 or [::1], or start the service with --inspect-host NAME");
   }

@@ -15,8 +15,7 @@ constexpr const char* kOperation = "+[MorvikCore start]";
 
 enum class RecordState { kDone, kToWait, kUnreadable };
 
-/// A record has a name of its own meanwhile: a start that finds that name knows that the start before died of the
-/// record.
+/// The record is renamed meanwhile: a start that finds that name knows that the previous start crashed on the record.
 std::variant<std::optional<kit::UncaughtException>, kit::Error> readApart(const std::string& path,
                                                                           const kit::JsonCodec& json) {
   auto read = readCrashRecord(path);
@@ -47,14 +46,14 @@ RecordState stateAfter(const std::string& path, const kit::JsonCodec& json, cons
   if (crash && crash->moment->facts.isAbsent()) {
     MORVIK_LOG(
         logger, kit::lcl_vWarning, kOperation,
-        "Morvik host: the record of an earlier process's crash (%@) does not tell how the device was, as those of "
-        "earlier versions do not: its report describes the device of now.",
+        "Morvik host: the record of an earlier process's crash (%@) does not describe the device, like records of "
+        "earlier versions: its report describes the device as it is now.",
         crash->reason.value_or(""));
   }
   return !crash || take(*crash) ? RecordState::kDone : RecordState::kToWait;
 }
 
-/// A second try would end this start as well.
+/// Another attempt would crash this start too.
 void setAsideWhatEndedAStart(const std::string& path, const services::Logger& logger) {
   if (std::rename(triedRecordPath(path).c_str(), unreadableRecordPath(path).c_str()) != 0)
     return;
@@ -104,8 +103,8 @@ void reportEarlierCrashes(const std::string& record_path, const kit::JsonCodec& 
       case RecordState::kToWait:
         MORVIK_LOG(
             logger, kit::lcl_vWarning, kOperation,
-            "Morvik host: the report of a crash can be kept neither in the store nor beside it. Its record waits "
-            "for the next start as \"%@\", where one that waited before gives way: free some space, or make "
+            "Morvik host: the report of a crash can be kept neither in the store nor next to it. Its record waits "
+            "for the next start as \"%@\", where it replaces one that waited before: free some space, or make "
             "the folder writable.",
             waiting);
         std::rename(path.c_str(), waiting.c_str());

@@ -63,7 +63,7 @@ std::string gzipped(std::string_view plain) {
   return out;
 }
 
-/// The network as the host has it: behind the queue.
+/// The network as in an instance: behind the queue.
 std::unique_ptr<ExchangeQueue> transportOver(std::unique_ptr<CurlTransport> network, kit::MainQueue& main_queue,
                                              TurnGate& gate) {
   return std::make_unique<ExchangeQueue>(
@@ -136,7 +136,7 @@ class CurlTransportTest : public ::testing::Test {
  protected:
   static void answerOk(const ServedRequest&, Peer& peer) { peer.answer(200, "ok"); }
 
-  /// Starts a server; the last one made is where request() leads.
+  /// Starts a server; request() goes to the latest one.
   LoopbackServer& serve(Responder responder, ServerOptions options = {.identity = &loopbackIdentity()}) {
     servers_.push_back(std::make_unique<LoopbackServer>(options, std::move(responder)));
     return *servers_.back();
@@ -164,7 +164,7 @@ class CurlTransportTest : public ::testing::Test {
     runUntilOutcomes(before + 1);
     return outcomes_.size() > before ? outcomes_.back() : kit::TransportOutcome{};
   }
-  /// The error's message; what came instead of one otherwise.
+  /// The error's message, or what came instead of an error.
   std::string errorOf(kit::Request request) {
     const auto outcome = exchange(std::move(request));
     EXPECT_FALSE(outcome.response);
@@ -184,14 +184,14 @@ class CurlTransportTest : public ::testing::Test {
   std::unique_ptr<ExchangeQueue> transport_;
 };
 
-// What stays.
+// What is kept.
 
 constexpr int kNoAnswer = 1;
 constexpr int kSecretsWereWritten = 2;
 
 class CurlTransportSecrets : public CurlTransportTest {
  protected:
-  /// One exchange over TLS while the environment names a file for its secrets. The status tells what came of it.
+  /// One exchange over TLS while the environment names a file for its secrets. The exit status says what happened.
   [[noreturn]] void exchangeWithSecretsNamed() {
     const ScratchFolder folder;
     ::setenv("SSLKEYLOGFILE", (folder / "secrets").c_str(), 1);
@@ -207,7 +207,7 @@ class CurlTransportSecrets : public CurlTransportTest {
 };
 
 TEST_F(CurlTransportSecrets, WritesItsSecretsToNoFileThatTheEnvironmentNames) {
-  // The network library looks at the environment once in a process: this takes a fresh one.
+  // The network library reads the environment once per process, so this takes a new one.
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(exchangeWithSecretsNamed(), ::testing::ExitedWithCode(0), "");
 }
@@ -259,7 +259,7 @@ TEST_F(CurlTransportTest, SendsAHugeBodyAtOnceAndWhole) {
   EXPECT_EQ(bodyOf(request), "ok");
   const ServedRequest served = server.requests().at(0);
   EXPECT_EQ(served.body, request.body);
-  // A server that waits for nobody to say 100-continue would cost a second.
+  // A server that does not wait for 100-continue would cost a second.
   EXPECT_EQ(served.header("Expect"), std::nullopt);
 }
 
@@ -309,8 +309,8 @@ TEST_F(CurlTransportTest, RefusesPlainHttpBeyondThisMachine) {
 }
 
 TEST_F(CurlTransportTest, RefusesPlainHttpBeyondThisMachineBeforeAnyConnectionIsMade) {
-  // No address of the loopback network, and yet the system connects it to whoever listens here, as TLS shows: a plain
-  // request that was let go would arrive.
+  // Not a loopback address, and yet the system connects it to whoever listens here, as TLS shows: a plain request, if
+  // allowed, would arrive.
   const Identity anywhere = authority().issue("IP:0.0.0.0");
   const auto& over_tls = serve(answerOk, {.identity = &anywhere});
   EXPECT_EQ(bodyOf(requestTo(over_tls.urlAt("0.0.0.0", "/"))), "ok");
@@ -352,7 +352,7 @@ TEST_F(CurlTransportTest, RefusesACertificateOfAnotherAuthority) {
   auto& server = serve(answerOk, {.identity = &stranger});
   EXPECT_EQ(errorOf(request("/x?secret=1")).find("could not trust the certificate of " + server.url("/x") + ": "), 0u);
   EXPECT_TRUE(server.requests().empty());
-  // That one's authority is trusted where it is given.
+  // That authority is trusted where it is given.
   transport_.reset();
   ca_file_ = other.file();
   EXPECT_EQ(bodyOf(request()), "ok");
@@ -411,7 +411,7 @@ TEST_F(CurlTransportTest, ReadsTheFileOfAuthoritiesOnce) {
   serve(answerOk, {.identity = &first});
   EXPECT_EQ(bodyOf(request()), "ok");
   std::filesystem::remove(other.file());
-  // Another server, so that neither its connection nor its session was there before.
+  // Another server, without an earlier connection or session.
   serve(answerOk, {.identity = &second});
   EXPECT_EQ(bodyOf(request()), "ok");
 }
@@ -431,7 +431,7 @@ TEST_F(CurlTransportTest, KeepsTheConnection) {
   EXPECT_EQ(server.connections(), 1u);
 }
 
-TEST_F(CurlTransportTest, TakesUpTheTlsSessionOnANewConnection) {
+TEST_F(CurlTransportTest, ResumesTheTlsSessionOnANewConnection) {
   auto& server = serve([](const ServedRequest&, Peer& peer) { peer.answer(200, "ok", "Connection: close\r\n"); });
   EXPECT_EQ(bodyOf(request()), "ok");
   EXPECT_EQ(bodyOf(request()), "ok");
@@ -452,7 +452,7 @@ TEST_F(CurlTransportTest, SpeaksHttp2WhereTheServerOffersIt) {
   EXPECT_EQ(server.connections(), 1u);
 }
 
-/// A server that answers nobody before it is told to.
+/// A server that answers nobody until told to.
 class HeldServer {
  public:
   Responder responder() {
@@ -466,7 +466,7 @@ class HeldServer {
       peer.answer(200, request.target);
     };
   }
-  /// To be called once, before the requests start.
+  /// Call once, before the requests start.
   std::future<void> whenHeld(size_t count) {
     const std::lock_guard lock(mutex_);
     wanted_ = count;
@@ -599,7 +599,7 @@ TEST_F(CurlTransportTest, TakesTimeOutsThatMakeNoSenseForTheDefaultOrTheLongest)
   }
 }
 
-// What comes back.
+// What is returned.
 
 TEST_F(CurlTransportTest, FollowsNoRedirect) {
   auto& elsewhere = serve(answerOk);
@@ -697,7 +697,7 @@ TEST_F(CurlTransportTest, SaysThatAHostCannotBeFound) {
       0u);
 }
 
-// A request leaves once: the server may have acted on it although its answer was lost.
+// A request is sent once: the server may have acted on it although its answer was lost.
 TEST_F(CurlTransportTest, SendsNoRequestASecondTimeWhenAKeptConnectionDies) {
   for (const char* body : {"k=1", ""}) {
     auto& server = serve([](const ServedRequest& request, Peer& peer) {
@@ -731,7 +731,7 @@ TEST_F(CurlTransportTest, AsksASecondTimeWhereAskingChangesNothing) {
   EXPECT_EQ(server.requests().size(), 3u);
 }
 
-/// Says yes so many times, and no from then on.
+/// Returns true this many times, then false.
 std::function<bool()> leavesTimes(int times) {
   return [left = std::make_shared<std::atomic<int>>(times)] { return (*left)-- > 0; };
 }
@@ -780,10 +780,10 @@ TEST_F(BareCurlTransportTest, AsksNotASecondTimeWhatMayNotLeaveAnyMore) {
 
 TEST_F(CurlTransportTest, OutlivesConnectionsThatAreResetWhileItSends) {
   auto& server = serve([](const ServedRequest&, Peer&) { FAIL() << "the body never arrives whole"; });
-  // The server goes in the middle of a body; writing on must not end the process with a signal.
+  // The server goes away in the middle of a body; writing on must not end the process with a signal.
   auto huge = request();
   huge.body = std::string(64 << 20, 'b');
-  // Where the other end goes with its window shut, the system may tell nobody: then the time-out ends the exchange.
+  // If the other end goes away with a closed window, the system may tell nobody: then the time-out ends the exchange.
   huge.timeout_seconds = 5;
   start(huge);
   while (server.connections() == 0)

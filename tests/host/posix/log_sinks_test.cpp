@@ -26,7 +26,7 @@ TEST(StderrLogSink, EndsEachLineWithALineFeed) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "one\ntwo\nwith a break\n");
 }
 
-TEST(StderrLogSink, WaitsForARoomUntilTheHostEnds) {
+TEST(StderrLogSink, WaitsForSpaceUntilTheInstanceEnds) {
   const test::FullStderr full;
   StderrLogSink sink;
   auto patient = std::async(std::launch::async, [&sink] { sink.line("patient"); });
@@ -93,7 +93,7 @@ TEST(FileLogSink, SaysWhyAFileCannotBeUsed) {
   const test::ScratchFolder folder;
   EXPECT_EQ(errorOfOpening(folder / "no/kit.log"),
             "the file " + (folder / "no/kit.log") +
-                " cannot be opened (No such file or directory); mend its path or its permissions.");
+                " cannot be opened (No such file or directory); fix its path or its permissions.");
   EXPECT_EQ(errorOfOpening("/dev/null"), "/dev/null is no regular file; name one.");
   ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
   EXPECT_NE(errorOfOpening(folder / "pipe"), "") << "and it does not wait for a reader";

@@ -39,7 +39,7 @@ Array with(const Array& array, Value element) {
   return Value(std::move(copy)).array();
 }
 
-/// What changeTo() answers, worked out element by element and row by row.
+/// What changeTo() returns, computed element by element and row by row.
 RowChange plainChange(const ArrayRows& rows, const Array& before, const Array& after) {
   std::vector<int64_t> orders;
   for (const RowRange& range : rows.ranges()) {
@@ -63,7 +63,7 @@ RowChange plainChange(const ArrayRows& rows, const Array& before, const Array& a
   return change;
 }
 
-/// The rows as the store holds them, kept by the changes alone.
+/// The rows as the store has them, maintained by the changes only.
 struct Table {
   std::map<int64_t, Value> rows;
 
@@ -225,7 +225,7 @@ TEST(ArrayRows, ClearingRemovesAllAndGoesOnBehind) {
   EXPECT_EQ(rows.next(), 5);
 }
 
-TEST(ArrayRows, AnEqualButDifferentElementIsWrittenAnew) {
+TEST(ArrayRows, AnEqualButDifferentElementIsRewritten) {
   ArrayRows rows;
   const Array before = records(0, 3);
   rows.apply(rows.changeTo({}, before), 3);
@@ -235,7 +235,7 @@ TEST(ArrayRows, AnEqualButDifferentElementIsWrittenAnew) {
   EXPECT_EQ(change.first_new_row, 3);
 }
 
-TEST(ArrayRows, TheUtmostOrderIsUsedAndPastItTheArrayIsWrittenAnew) {
+TEST(ArrayRows, TheLargestOrderIsUsedAndPastItTheArrayIsRewritten) {
   ArrayRows rows;
   const Array one = records(0, 1);
   rows.add(kMaxRowOrder - 2);
@@ -296,7 +296,7 @@ TEST(ArrayRows, AnySequenceOfChangesLeavesExactlyTheArray) {
   }
 }
 
-// Also pairs that no store hands in one after the other: elements moved, doubled, from elsewhere.
+// Includes pairs that no store passes in sequence: elements moved, doubled, from elsewhere.
 TEST(ArrayRows, AnyTwoArraysAreToldApartAsElementByElement) {
   std::mt19937 random(23);
   std::vector<Array> arrays = {Array(), records(0, 200), Array{1, 1, 1, 2, 1, 1}};

@@ -41,7 +41,7 @@ using test::ScratchFolder;
 using test::VfsCall;
 using test::writeBytes;
 
-/// A flush only when a test asks for one.
+/// Flush only when a test asks for it.
 constexpr std::chrono::hours kNeverByItself{24};
 
 SqliteStoreOptions optionsFor(const std::string& folder) {
@@ -70,7 +70,7 @@ Value numbers(int from, int to) {
   return Value(std::move(all));
 }
 
-/// Nested one deeper than a store takes.
+/// Nested one level deeper than a store takes.
 Value tooDeep() {
   Value deep = 1;
   for (size_t i = 0; i <= runtime::kMaxStoredDepth; ++i)
@@ -78,7 +78,7 @@ Value tooDeep() {
   return deep;
 }
 
-/// Flushes when a test says so, on its thread, and measures by a clock of the test's.
+/// Flushes when a test says so, on its thread, and uses a clock of the test.
 class FlusherOnDemand final : public StoreFlusher {
  public:
   using Moment = std::chrono::steady_clock::time_point;
@@ -99,7 +99,7 @@ class FlusherOnDemand final : public StoreFlusher {
   bool stopped_ = false;
 };
 
-/// A store in a folder of its own, and ways to look at and harm its file.
+/// A store in its own folder, with ways to inspect and damage its file.
 class SqliteStoreTest : public ::testing::Test {
  protected:
   std::unique_ptr<SqliteStore> open() { return std::make_unique<SqliteStore>(optionsFor(folder_.path()), log_); }
@@ -109,7 +109,7 @@ class SqliteStoreTest : public ::testing::Test {
   std::string path() const { return folder_ / "morvik.store"; }
 
   void sql(const std::string& text) { run(text, false); }
-  /// As the kit does it: what is written stays in the log.
+  /// Like the kit: what is written stays in the log.
   void sqlLeavingTheLog(const std::string& text) { run(text, true); }
   void run(const std::string& text, bool leaves_the_log) {
     sqlite3* handle = nullptr;
@@ -129,7 +129,7 @@ class SqliteStoreTest : public ::testing::Test {
     sqlite3_close(handle);
     return number;
   }
-  /// A store that was closed with so many records in its list.
+  /// A store that was closed with this many records in its list.
   void leaveStore(int count) {
     const auto store = open();
     store->set("list", numbers(0, count));
@@ -155,7 +155,7 @@ class SqliteStoreTest : public ::testing::Test {
     ASSERT_EQ(::pwrite(file, "\xFD", 1, kWriteVersion), 1);
     ::close(file);
   }
-  /// Brings everything into the file itself, so that a test can harm it there.
+  /// Moves everything into the file itself, so that a test can damage it there.
   void emptyTheLog() { sql("PRAGMA wal_checkpoint(TRUNCATE)"); }
 
   ScratchFolder folder_;
@@ -165,7 +165,7 @@ class SqliteStoreTest : public ::testing::Test {
 // -------------------------------------------------------------------------------------------------------------
 // contract
 
-/// The process dies: what lies in the kernel's hands at that moment is all that the next one finds.
+/// The process dies: the next one finds what is in the kernel's hands at that moment.
 class SqliteHarness {
  public:
   kit::KeyValueStore& store() { return *store_; }
@@ -282,7 +282,7 @@ TEST_F(SqliteStoreTest, AKilledProcessLosesNothingThatWasSynchronized) {
   EXPECT_TRUE(store->get("uncommitted").isAbsent());
 }
 
-// Power went before the first sync: the log reached the disk, the page before it did not.
+// Power failed before the first sync: the log reached the disk, the earlier page did not.
 TEST_F(SqliteStoreTest, AFirstPageThatNeverReachedTheDiskIsWrittenAgainUnderTheLog) {
   const auto store = open();
   store->set("list", numbers(0, 50));
@@ -429,7 +429,7 @@ TEST_F(SqliteStoreTest, AFileThatHidesARecordFromItsRemovalIsReplacedFromMemory)
   leaveStore(20);
   {
     const auto store = open();
-    // As a damaged page does that leads a search past a row which a walk over all rows comes by.
+    // Like a damaged page that makes a lookup miss a row which a walk over all rows finds.
     sql("DELETE FROM elements WHERE id=(SELECT id FROM elements ORDER BY id LIMIT 1 OFFSET 7)");
     store->set("list", numbers(10, 12));
     commitIntoAFreshFile(*store);
@@ -457,7 +457,7 @@ TEST_F(SqliteStoreTest, AFileThatCannotTakeItsDamagedRecordsInIsReplacedFromMemo
   EXPECT_EQ(next->get("text"), Value("newer"));
 }
 
-TEST_F(SqliteStoreTest, AFileWhoseLogCannotBeBegunAnewIsReplacedFromMemory) {
+TEST_F(SqliteStoreTest, AFileWhoseLogCannotBeRestartedIsReplacedFromMemory) {
   leaveStore(20);
   sql("DROP TABLE log");
   {
@@ -553,8 +553,7 @@ TEST_F(SqliteStoreTest, AFileThatCannotBeReplacedAtAStartStaysUntilItCanBe) {
   EXPECT_EQ(inTheFile("text"), Value("new"));
 }
 
-// ------------------------------------------------------------------------------------------------------- a refusing
-// disk
+// ----------------------------------------------------------------------------------------------------- a refusing disk
 
 TEST_F(SqliteStoreTest, AFullDiskIsToldOnceAndEverythingIsStoredWhenThereIsRoomAgain) {
   FaultyVfs vfs;
@@ -725,7 +724,7 @@ TEST_F(SqliteStoreTest, WhatAnotherOneTookMeanwhileIsTriedAgainAndItsRecordsAreK
   EXPECT_EQ(open()->get("list"), numbers(0, 8));
 }
 
-/// A store that lost its file in use, and with it the lock, and whose file comes back.
+/// A store that lost its file and its lock while in use, and whose file comes back.
 class SqliteStoreWithALostFile : public SqliteStoreTest {
  protected:
   SqliteStoreWithALostFile() {
@@ -790,7 +789,7 @@ TEST_F(SqliteStoreWithALostFile, TakesEqualRecordsThatItAddedItselfForRecordsOfT
   EXPECT_EQ(store_->get("launches"), Value(4));
 }
 
-TEST_F(SqliteStoreWithALostFile, AddsUpWithOneThatBeganAnew) {
+TEST_F(SqliteStoreWithALostFile, AddsUpWithOneThatBeganAgain) {
   putTheFolderBack();
   for (const char* end : {"", "-wal"})
     std::filesystem::remove(path() + end);
@@ -814,7 +813,7 @@ size_t openDescriptors() {
   return static_cast<size_t>(std::distance(begin(all), end(all)));
 }
 
-/// What somebody does to the files of a store in this folder while it is in use, and how that is told.
+/// What somebody does to the files of a store in use in this folder, and how it is reported.
 struct Removal {
   const char* name;
   void (*happens)(const std::string& folder);
@@ -874,7 +873,7 @@ class SqliteStoreWithoutIts : public SqliteStoreTest, public ::testing::WithPara
   ~SqliteStoreWithoutIts() override { std::filesystem::remove_all(folder_.path() + ".away"); }
 };
 
-TEST_P(SqliteStoreWithoutIts, NameOnTheDiskIsWrittenAnewWithTheNextFlush) {
+TEST_P(SqliteStoreWithoutIts, NameOnTheDiskIsWrittenAgainWithTheNextFlush) {
   {
     const auto store = open();
     store->set("list", numbers(0, 1000));
@@ -939,7 +938,7 @@ TEST_P(SqliteStoreWithoutIts, NameIsLeftAsItIsOnceTheEndHasBegun) {
 INSTANTIATE_TEST_SUITE_P(Any, SqliteStoreWithoutIts, ::testing::ValuesIn(kRemovals),
                          [](const auto& removal) { return removal.param.name; });
 
-/// Somebody removes the folder while whoever shuts the store down waits for the disk.
+/// Somebody removes the folder while the shutdown waits for the disk.
 class FlusherThatComesLate final : public StoreFlusher {
  public:
   FlusherThatComesLate(Flush run, std::string folder) : run_(std::move(run)), folder_(std::move(folder)) {}
@@ -1060,7 +1059,7 @@ TEST_F(SqliteStoreTest, JoinsTheStoreThatAnotherOneBeganInThePlaceOfItsRemovedFo
   EXPECT_EQ(inTheFile("list"), store->get("list"));
 }
 
-TEST_F(SqliteStoreTest, IsReadByInspectorsWhileItIsRemovedAndWrittenAnew) {
+TEST_F(SqliteStoreTest, IsReadByInspectorsWhileItIsRemovedAndWrittenAgain) {
   const auto store = open();
   store->set("list", numbers(0, 100));
   store->flushAndWait();
@@ -1114,8 +1113,7 @@ TEST_F(SqliteStoreTest, AFailingSyncIsToldOnceAndSoIsItsEnd) {
   EXPECT_EQ(log_.lines().size(), 2u);
 }
 
-// ------------------------------------------------------------------------------------------------------ disk and
-// threads
+// ---------------------------------------------------------------------------------------------------- disk and threads
 
 TEST_F(SqliteStoreTest, AFileThatIsBusyForAMomentIsSyncedAgainSoonAndNobodyIsTold) {
   FaultyVfs vfs;
@@ -1209,7 +1207,7 @@ TEST_F(SqliteStoreTest, CommitsGoOnWhileTheDiskIsSyncing) {
   store->synchronize();
   store->flushNow();
   vfs.waitForCount(VfsCall::Kind::kSync, before + 1);
-  // The background thread hangs in the sync now; were a commit to wait for it, this test would not end.
+  // The background thread hangs in the sync now; if a commit waited for it, this test would not end.
   for (int i = 1; i <= 100; ++i) {
     store->set("count", i);
     store->synchronize();
@@ -1233,7 +1231,7 @@ TEST_F(SqliteStoreTest, NoCallerEverSyncs) {
   });
   for (int start = 0; start < 3; ++start) {
     const auto store = openOn(vfs);
-    // Long enough for the log to be written back and begun anew.
+    // Long enough for the log to be written back and restarted.
     for (int i = 0; i < 40; ++i) {
       append(*store, "list", std::string(200'000, 'x'));
       store->synchronize();
@@ -1313,7 +1311,7 @@ TEST_F(SqliteStoreTest, CallsGoOnWhileTheFileIsBeingOpenedAgain) {
   const uint64_t before = vfs.count(VfsCall::Kind::kRead);
   store->flushNow();
   vfs.waitForCount(VfsCall::Kind::kRead, before + 1);
-  // The background thread hangs in the opening now; were a call to wait for it, this test would not end.
+  // The background thread hangs in the opening now; if a call waited for it, this test would not end.
   for (int number = 5; number < 8; ++number) {
     append(*store, "list", numbers(number, number + 1).array()[0]);
     EXPECT_FALSE(store->synchronize());
@@ -1451,7 +1449,7 @@ TEST_F(SqliteStoreTest, NothingIsWrittenWhenNothingChanged) {
   EXPECT_EQ(vfs.count(VfsCall::Kind::kWrite), before);
 }
 
-TEST_F(SqliteStoreTest, TheLogIsBegunAnewAndStaysShort) {
+TEST_F(SqliteStoreTest, TheLogIsRestartedAndStaysShort) {
   const auto store = open();
   for (int round = 0; round < 6; ++round) {
     for (int i = 0; i < 60; ++i) {
@@ -1466,7 +1464,7 @@ TEST_F(SqliteStoreTest, TheLogIsBegunAnewAndStaysShort) {
   EXPECT_GE(ask("SELECT restarts FROM log"), 6);
 }
 
-/// Commits from inside the first write-backs of a flush, so that these never find the log written back whole.
+/// Commits from inside the first write-backs of a flush, so that these never find the log completely written back.
 class SqliteStoreUnderARestlessWriter : public SqliteStoreTest {
  protected:
   void flushWithWriter(SqliteStore& store, FaultyVfs& vfs, int commits) {
@@ -1483,7 +1481,7 @@ class SqliteStoreUnderARestlessWriter : public SqliteStoreTest {
     EXPECT_LE(left.load(), 0);
   }
   uint64_t logFileBytes() const { return std::filesystem::file_size(path() + "-wal"); }
-  /// Whether the next commit lies behind all others in the log's file.
+  /// Whether the next commit comes after all others in the log's file.
   bool nextCommitMakesTheLogLonger(SqliteStore& store) {
     const uint64_t before = logFileBytes();
     store.set("count", -1 - store.get("count").integer());
@@ -1507,7 +1505,7 @@ TEST_F(SqliteStoreUnderARestlessWriter, ALogBelowTheHardLimitIsLeftToTheNextFlus
 
 constexpr int64_t kHardBytes = int64_t{8} << 20;
 
-TEST_F(SqliteStoreUnderARestlessWriter, ALogPastTheHardLimitIsBegunAnewAllTheSame) {
+TEST_F(SqliteStoreUnderARestlessWriter, ALogPastTheHardLimitIsRestartedNevertheless) {
   FaultyVfs vfs;
   SqliteStoreOptions options = optionsFor(folder_.path(), vfs);
   options.log_hard_bytes = kHardBytes;
@@ -1529,7 +1527,7 @@ TEST_F(SqliteStoreUnderARestlessWriter, ALogPastTheHardLimitIsBegunAnewAllTheSam
   EXPECT_EQ(open()->get("text").string().back(), static_cast<char>('a' + (kHardBytes >> 22)));
 }
 
-/// On a disk of which each sync takes as long as a test says.
+/// On a disk whose syncs take as long as a test says.
 class SqliteStoreOnASlowDisk : public SqliteStoreTest {
  protected:
   void openIt(int64_t log_most_bytes = kLogMostBytes) {
@@ -1556,7 +1554,7 @@ class SqliteStoreOnASlowDisk : public SqliteStoreTest {
     store_->set("text", std::string(bytes, static_cast<char>('a' + ++commits_ % 26)));
     EXPECT_TRUE(store_->synchronizeUntold());
   }
-  /// A log that is begun anew has a header of its own.
+  /// Whether the flush restarts the log. A restarted log has a new header.
   bool flushRestartsLog(StoreFlusher::Urgency urgency) {
     constexpr size_t kHeaderBytes = 32;
     const std::string before = bytesOf(path() + "-wal").substr(0, kHeaderBytes);
@@ -1585,7 +1583,7 @@ TEST_F(SqliteStoreOnASlowDisk, HoldsNoCommitOffForASyncWhileASessionIsOpen) {
   EXPECT_TRUE(flushRestartsLog(StoreFlusher::Urgency::kSessionEnd));
 }
 
-TEST_F(SqliteStoreOnASlowDisk, LeavesNoLogForACommitToBeginAnewByItself) {
+TEST_F(SqliteStoreOnASlowDisk, LeavesNoLogForACommitToRestartByItself) {
   openIt();
   sync_time_ = kMaxHeldTime;
   commit(kLongLog);
@@ -1603,7 +1601,7 @@ TEST_F(SqliteStoreOnASlowDisk, TakesAFlushThatHasNothingToWriteBackForNoSignOfAQ
   EXPECT_FALSE(flushRestartsLog(StoreFlusher::Urgency::kRoutine));
 }
 
-TEST_F(SqliteStoreOnASlowDisk, BeginsTheLogAnewOnceTheDiskIsQuickAgain) {
+TEST_F(SqliteStoreOnASlowDisk, RestartsTheLogOnceTheDiskIsQuickAgain) {
   openIt();
   sync_time_ = kMaxHeldTime;
   commit(kLongLog);
@@ -1613,7 +1611,7 @@ TEST_F(SqliteStoreOnASlowDisk, BeginsTheLogAnewOnceTheDiskIsQuickAgain) {
   EXPECT_TRUE(flushRestartsLog(StoreFlusher::Urgency::kRoutine));
 }
 
-TEST_F(SqliteStoreOnASlowDisk, BeginsALogPastItsGreatestLengthAnewAllTheSame) {
+TEST_F(SqliteStoreOnASlowDisk, RestartsALogPastItsGreatestLengthNevertheless) {
   openIt(static_cast<int64_t>(2 * kLongLog));
   sync_time_ = kMaxHeldTime;
   commit(kLongLog);
@@ -1651,7 +1649,7 @@ TEST_F(SqliteStoreTest, TheFileOfTheLogIsShortAgainAfterABurst) {
   EXPECT_EQ(inTheFile("long 11"), Value(std::string(size_t{1} << 20, 'x')));
 }
 
-/// Many, for as many chances that the thread which cuts has the lock again before the commit that waits for it.
+/// Many runs: the truncating thread may get the lock again before the commit that waits for it.
 class SqliteStoreWithALongLog : public SqliteStoreTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(SqliteStoreWithALongLog, LetsACommitGoBetweenTwoPiecesThatAreCutOff) {
@@ -1768,13 +1766,11 @@ TEST_F(SqliteStoreTest, ThreadsReadWriteCommitAndFlushAtOnce) {
   }
 }
 
-// ------------------------------------------------------------------------------------------------------- ends and
-// limits
+// ----------------------------------------------------------------------------------------------------- ends and limits
 
-// -------------------------------------------------------------------------------------------------------- a dying
-// thread
+// ------------------------------------------------------------------------------------------------------ a dying thread
 
-/// Threads that record until they are let go of.
+/// Threads that record until released.
 class Recorders {
  public:
   explicit Recorders(SqliteStore& store) {
@@ -1802,7 +1798,7 @@ class Recorders {
   std::vector<std::thread> threads_;
 };
 
-TEST_F(SqliteStoreTest, TellsTruthfullyWhatIsKeptBesideThreadsThatRecord) {
+TEST_F(SqliteStoreTest, TellsTruthfullyWhatIsKeptWhileThreadsRecord) {
   constexpr int kCalls = 60;
   FaultyVfs vfs;
   const auto store = openOn(vfs);
@@ -1824,7 +1820,7 @@ TEST_F(SqliteStoreTest, TellsTruthfullyWhatIsKeptBesideThreadsThatRecord) {
     ASSERT_EQ(found(), Value(number));
   }
   vfs.failAll(VfsCall::Kind::kWrite, SQLITE_FULL);
-  store->synchronizeUntold();  // one that had begun before
+  store->synchronizeUntold();  // for one that had begun before
   for (int call = 0; call < kCalls; ++call)
     ASSERT_FALSE(set());
   EXPECT_EQ(found(), Value(kCalls));

@@ -35,7 +35,7 @@ void appendBigEndian(uint32_t number, std::string& out) {
     out.push_back(static_cast<char>(number >> static_cast<unsigned>(shift)));
 }
 
-/// A log of one page and one commit, with check sums as they should be.
+/// A log of one page and one commit, with valid check sums.
 std::string logOfOneCommit(uint32_t page, uint32_t pages_after_commit) {
   constexpr uint32_t kPageBytes = 1024;
   uint32_t first = 0;
@@ -70,7 +70,7 @@ std::string logOfOneCommit(uint32_t page, uint32_t pages_after_commit) {
   return log + content;
 }
 
-/// A flush of the owner's would touch its files, too.
+/// A flush of the owner would touch its files too.
 constexpr std::chrono::hours kNeverByItself{24};
 
 class StoreSnapshot : public ::testing::Test {
@@ -102,14 +102,14 @@ class StoreSnapshot : public ::testing::Test {
       store.synchronize();
     }
   }
-  /// A process that dies at once, with so many elements committed, most of them in the log alone.
+  /// A process that dies at once, with this many elements committed, most of them only in the log.
   void liveAndBeKilled(int count) {
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
       const auto owner = open();
       append(*owner, count);
-      owner->set("length", -1);  // is never committed
+      owner->set("length", -1);  // never committed
       ::kill(::getpid(), SIGKILL);
     }
     int status = 0;
@@ -119,7 +119,7 @@ class StoreSnapshot : public ::testing::Test {
   std::string path() const { return folder_ / "morvik.store"; }
   std::string logPath() const { return path() + "-wal"; }
   StoreOutcome read() { return readStoreSnapshot({.folder = folder_.path()}, image_); }
-  /// What the system's own engine makes of file and log, on copies of both.
+  /// What the system's own engine reads from copies of file and log.
   int64_t lengthBySqlite() {
     const test::ScratchFolder copies;
     std::filesystem::copy(path(), copies / "copy");
@@ -159,7 +159,7 @@ TEST_F(StoreSnapshot, MakesNoLogWhereThereIsNone) {
   auto owner = open();
   append(*owner, 10);
   owner.reset();
-  // All of it into the file, as a backup of a store may be.
+  // Everything in the file, as in a backup of a store.
   sqlite3* handle = nullptr;
   ASSERT_EQ(sqlite3_open(path().c_str(), &handle), SQLITE_OK);
   ASSERT_EQ(sqlite3_exec(handle, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr), SQLITE_OK);
@@ -176,10 +176,10 @@ TEST_F(StoreSnapshot, ShowsWhatAProcessLeftThatWasKilled) {
   EXPECT_EQ(inspector->get("list").size(), 30u);
 }
 
-// The log is written, written back and begun anew all the while; each reading is one commit, whole.
-TEST_F(StoreSnapshot, IsOneCommitAlsoWhileTheOwnerCommitsWritesBackAndBeginsTheLogAnew) {
+// The log is written, written back and restarted all the time; each reading is one whole commit.
+TEST_F(StoreSnapshot, IsOneCommitAlsoWhileTheOwnerCommitsWritesBackAndRestartsTheLog) {
   constexpr int kReadings = 12;
-  constexpr int kRoundsAReading = 40;  // more make the log longer and the readings slower, and show nothing else
+  constexpr int kRoundsAReading = 40;  // more would only make the log longer and the readings slower
   constexpr int kFillers = 12;
   const auto owner = open();
   append(*owner, 1);
@@ -282,7 +282,7 @@ TEST_F(StoreSnapshot, PutsAPageWhereItsFrameSays) {
   std::string image(4096, 'i');
   EXPECT_TRUE(playLog(logOfOneCommit(2, 3), image));
   EXPECT_EQ(image, std::string(1024, 'i') + std::string(1024, 'p') + std::string(1024, 'i'));
-  // A page that the commit does not keep, and one that there is not.
+  // A page that the commit does not keep, and one that does not exist.
   for (const uint32_t page : {4U, 0U, 0xFFFFFFFFU}) {
     EXPECT_TRUE(playLog(logOfOneCommit(page, 3), image));
     EXPECT_EQ(image, std::string(1024, 'i') + std::string(1024, 'p') + std::string(1024, 'i')) << page;
@@ -299,7 +299,7 @@ TEST_F(StoreSnapshot, RefusesALogThatNamesMorePagesThanAreRead) {
   EXPECT_EQ(failed->message, "its log names more pages than are read");
 }
 
-TEST_F(StoreSnapshot, GivesUpOnALogThatBeginsAnewAtEachLook) {
+TEST_F(StoreSnapshot, GivesUpOnALogThatIsRestartedAtEachLook) {
   writeBytes(path(), std::string(4096, 'i'));
   // A file of the system that reads differently each time.
   std::filesystem::create_symlink("/proc/sys/kernel/random/uuid", logPath());

@@ -27,7 +27,7 @@ std::optional<kit::Error> write(WishFile& file, bool is_forgotten, Word word) {
   return file.write(is_forgotten, word, file.takeTurn(runtime::kMaxWishTurn));
 }
 
-/// However long the others take: turns are handed out in no order, and on a busy machine one process may miss many.
+/// However long the others take: turns are granted in no order, and on a busy machine a process may miss many.
 std::optional<kit::Error> writePatiently(WishFile& file, bool is_forgotten) {
   return file.write(is_forgotten, Word::kNew, file.takeTurn(std::chrono::minutes(5)));
 }
@@ -151,7 +151,7 @@ TEST_F(WishFileTest, ComesBehindWhatAnotherProcessHasWrittenMeanwhile) {
   EXPECT_FALSE(reread().is_forgotten);
 }
 
-TEST_F(WishFileTest, NotForgottenThatIsTriedAgainGivesWayToAnotherProcesssWish) {
+TEST_F(WishFileTest, NotForgottenThatIsRetriedIsReplacedByAnotherProcesssWish) {
   ASSERT_EQ(write(file_, false, Word::kNew), std::nullopt);
   WishFile other(place());
   other.goOnFrom(other.read());
@@ -173,14 +173,14 @@ TEST_F(WishFileTest, OfAProcessThatIsHeldUpWaitsShortlyAndThenTakesForgottenAlon
   EXPECT_EQ(refused->message, "another process is writing it");
   EXPECT_EQ(write(file_, true, Word::kNew), std::nullopt);
   EXPECT_TRUE(reread().is_forgotten);
-  // It goes on with what it was about.
+  // It continues its work.
   std::string bytes = test::bytesOf(path());
   bytes.replace(WishSector{kFirstWishSequence + 1}.offset(), kWishSectorBytes, of_the_other);
   test::writeBytes(path(), bytes);
   EXPECT_TRUE(reread().is_forgotten);
 }
 
-TEST_F(WishFileTest, NotForgottenThatWasHeldUpGivesWayToNothingThatWasThereWhenItWasSaid) {
+TEST_F(WishFileTest, NotForgottenThatWasHeldUpReplacesAllThatWasThereWhenItWasSaid) {
   ASSERT_EQ(write(file_, false, Word::kNew), std::nullopt);
   WishFile other(place());
   other.goOnFrom(other.read());
@@ -214,7 +214,7 @@ TEST_F(WishFileTest, LosesNoNumberToProcessesThatWriteAtOnce) {
   EXPECT_EQ(newest->sequence, kFirstWishSequence + kProcesses * kWishes);
 }
 
-TEST_F(WishFileTest, PreparedGivesWayToOneThatAnotherProcessHasMadeMeanwhile) {
+TEST_F(WishFileTest, PreparedIsReplacedByOneThatAnotherProcessHasMadeMeanwhile) {
   ASSERT_EQ(file_.prepare(false), std::nullopt);
   WishFile other(place());
   ASSERT_EQ(write(other, true, Word::kNew), std::nullopt);

@@ -274,7 +274,7 @@ TEST_F(LedgerBookTest, DeliversNoDemographicsWithARequestThatHasNoBody) {
               ElementsAre(Pair("accepted in a payload that could not say whose they are", 1U)));
 }
 
-/// In each book that is written the values that were ever set are as many as those that are counted.
+/// Checks in each written book that as many values were set as are counted.
 class CheckingStore final : public NotingStore {
  public:
   using NotingStore::NotingStore;
@@ -326,7 +326,7 @@ TEST_F(NotesOfSetters, AreCountedInTheBookThatIsWrittenWithAList) {
   EXPECT_EQ(book_->read().of("demographics").recorded, 1U);
 }
 
-TEST_F(NotesOfSetters, AreCountedInEachBookThatIsWrittenBesideThem) {
+TEST_F(NotesOfSetters, AreCountedInEachBookThatIsWrittenMeanwhile) {
   constexpr int kRequests = 4'000;
   start(false);
   std::atomic<bool> over{false};

@@ -22,7 +22,7 @@ Value click(int64_t key) {
 
 class LedgerRemovalReasons : public ::testing::Test {
  protected:
-  /// By the handler of an exchange of that kind, answered with "yes", or "no".
+  /// By the handler of an exchange of that kind, answered "yes" or "no".
   LedgerDeparture by(Kind kind, bool is_accepted) {
     LedgerExchange exchange;
     exchange.endpoint = ledgerEndpointOf(kind);
@@ -50,7 +50,7 @@ TEST_F(LedgerRemovalReasons, ExplainsNothingThatGoesWithoutAnAnswer) {
   }
 }
 
-TEST_F(LedgerRemovalReasons, LeavesWhatIsWrittenByHandToTheHand) {
+TEST_F(LedgerRemovalReasons, NamesWhatIsRemovedByHandAsSuch) {
   for (size_t kind = 0; kind < kLedgerKinds; ++kind) {
     const LedgerDeparture by_hand{.kind = static_cast<Kind>(kind), .writer = LedgerWriter::kHand};
     EXPECT_EQ(of(by_hand, activity("a"), true), Reason::kByHand);

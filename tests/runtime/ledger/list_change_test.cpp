@@ -18,7 +18,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 
-/// Elements that are told apart although they say the same.
+/// Distinct elements with equal content.
 Array records(size_t count) {
   MutableArray list{Value(Array())};
   for (size_t i = 0; i < count; ++i)
@@ -91,7 +91,7 @@ TEST(ListChange, OfAListThatWasEmptiedIsAllOfIt) {
   EXPECT_EQ(change.added, 0U);
 }
 
-TEST(ListChange, TakesEqualRecordsThatWereWrittenAnewForOthers) {
+TEST(ListChange, TakesEqualRecordsThatWereRewrittenForOthers) {
   const ListChange change = changeBetween(records(3), records(3));
   EXPECT_THAT(rangesOf(change), ElementsAre(Pair(0U, 3U)));
   EXPECT_EQ(change.added, 3U);

@@ -31,16 +31,16 @@ TEST(StartLog, HasTheLevelThatItWasMadeWith) {
   EXPECT_EQ(log.messages(), std::vector<std::string>{"told"});
 }
 
-TEST(StartLog, GoesOnInTheLogOfTheHost) {
+TEST(StartLog, GoesOnInTheLogOfTheInstance) {
   testing::RecordingLog first;
-  testing::RecordingLog of_host;
+  testing::RecordingLog of_instance;
   StartLog log(2, first, kOperation);
   log.lines().line("before");
-  log.passOnTo(of_host);
+  log.passOnTo(of_instance);
   log.lines().line("after");
   EXPECT_TRUE(log.lines().tryLine("of a dying thread"));
   EXPECT_EQ(first.messages(), std::vector<std::string>{"before"});
-  EXPECT_EQ(of_host.messagesOf(kOperation), (std::vector<std::string>{"after", "of a dying thread"}));
+  EXPECT_EQ(of_instance.messagesOf(kOperation), (std::vector<std::string>{"after", "of a dying thread"}));
 }
 
 TEST(SetKitLevel, TakesTheNearestLevelThatThereIs) {

@@ -1,4 +1,4 @@
-// A store with its file of the wish, on the store's own thread.
+// A store with the file of the wish, on the store's own thread.
 #include "runtime/privacy/wish_store.h"
 
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ namespace {
 
 constexpr std::string_view kWishKey = services::property::MorvikCoreUserInfo_isGDPRForgetMe;
 
-/// Cannot be read at first. Whoever reads it again waits until it is let go.
+/// Cannot be read at first. Whoever reads it again waits until it is released.
 class SlowFile final : public MachineWishFile {
  public:
   std::string path() const override { return "slow"; }
@@ -136,7 +136,7 @@ class WishStoreWithFile : public ::testing::Test {
   WishStore store_{bare_, &file_, logger_};
 };
 
-TEST_F(WishStoreWithFile, WritesAnewWhatWasRemovedBeforeItWasSynced) {
+TEST_F(WishStoreWithFile, WritesAgainWhatWasRemovedBeforeItWasSynced) {
   ASSERT_TRUE(isOnDiskSoon());
   for (const bool is_forgotten : {true, false}) {
     file_.vanishes = true;
@@ -150,7 +150,7 @@ TEST_F(WishStoreWithFile, WritesAnewWhatWasRemovedBeforeItWasSynced) {
   }
 }
 
-TEST_F(WishStoreWithFile, WritesAnewWhatWasRemovedAfterItWasSynced) {
+TEST_F(WishStoreWithFile, WritesAgainWhatWasRemovedAfterItWasSynced) {
   for (const bool is_forgotten : {true, false}) {
     say(is_forgotten);
     ASSERT_TRUE(isOnDiskSoon());
@@ -202,7 +202,7 @@ TEST_F(WishStoreWithFile, DoesNotUndoAnotherProcesssWishByTryingAnEarlierOneAgai
   say(true);
   ASSERT_TRUE(isOnDiskSoon());
   const test::Held held(path());
-  say(false);  // cannot be written: somebody is in the middle of a wish
+  say(false);  // cannot be written: another process is in the middle of a wish
   EXPECT_FALSE(store_.isOnDisk());
   test::writeBytes(path(), host::wishSectorBytes({10, true}) + host::wishSectorBytes({9, false}));
   held.letGo();
@@ -210,13 +210,13 @@ TEST_F(WishStoreWithFile, DoesNotUndoAnotherProcesssWishByTryingAnEarlierOneAgai
   EXPECT_EQ(host::newestWishSector(test::bytesOf(path())), (host::WishSector{10, true}));
 }
 
-/// Says "forgotten" at first; then another process has its turn until it lets go.
+/// Says "forgotten" at first; then another process has its turn until it ends it.
 class BusyFile final : public MachineWishFile {
  public:
   std::string path() const override { return "busy"; }
   Reading read() override { return {State::kRead, true, "", 1}; }
   void goOnFrom(const Reading&) override {}
-  /// Who would wait for the other process waits until waiters may give up, or it lets go.
+  /// A caller that would wait for the other process waits until callers may give up, or the turn ends.
   Turn takeTurn(std::chrono::milliseconds longest) override {
     std::unique_lock lock(mutex_);
     ++turns_[longest > std::chrono::milliseconds(0) ? kWaiting : kAtOnce];

@@ -64,8 +64,8 @@ class ExchangeQueueTest : public ::testing::Test {
         answered.push_back(path);
     });
   }
-  /// The limit of a host, and one more that waits.
-  void fillInstance() {
+  /// Takes all connections of a host, and one more request that waits.
+  void fillHost() {
     for (size_t i = 1; i <= kMaxConnectionsPerHost; ++i)
       start("/busy" + std::to_string(i));
     network.left.clear();
@@ -87,8 +87,7 @@ class ExchangeQueueTest : public ::testing::Test {
   std::vector<std::string> not_sent;
 };
 
-// ------------------------------------------------------------------------------------------------------ the user's
-// wish
+// ----------------------------------------------------------------------------------------------------- the user's wish
 
 TEST_F(ExchangeQueueTest, AsksForTheWishAgainWhenTheTurnThatStartedARequestIsOver) {
   {
@@ -114,7 +113,7 @@ TEST_F(ExchangeQueueTest, LetsARequestLeaveWhoseTurnTookTheWishBack) {
 }
 
 TEST_F(ExchangeQueueTest, EndsWhatWaitsForAPlaceWhenTheUserAsksToBeForgottenAndNotWhatHasLeft) {
-  fillInstance();
+  fillHost();
   start("/waits1");
   start("/waits2");
   setForgotten(true);
@@ -140,7 +139,7 @@ TEST_F(ExchangeQueueTest, HasTheNetworkAskForTheWishOnceMoreWhenAConnectionHasCo
 }
 
 TEST_F(ExchangeQueueTest, AsksForTheWishAgainWhenAPlaceGetsFreeAlsoIfNobodyToldOfIt) {
-  fillInstance();
+  fillHost();
   start("/waits");
   is_forgotten = true;
   network.answer(0);
@@ -150,7 +149,7 @@ TEST_F(ExchangeQueueTest, AsksForTheWishAgainWhenAPlaceGetsFreeAlsoIfNobodyToldO
 }
 
 TEST_F(ExchangeQueueTest, LetsTheErasureGoAheadOfAllButEarlierErasures) {
-  fillInstance();
+  fillHost();
   start("/waits");
   start("/erasure1", WhenHeld::kPasses);
   start("/erasure2", WhenHeld::kPasses);
@@ -170,11 +169,10 @@ TEST_F(ExchangeQueueTest, LetsTheErasureLeaveUnderTheWishAndNotBeforeItsTurnIsOv
   EXPECT_THAT(network.left, ElementsAre("https://one.example/erasure"));
 }
 
-// ------------------------------------------------------------------------------------------------------ the app's
-// switch
+// ---------------------------------------------------------------------------------------------------- the app's switch
 
-TEST_F(ExchangeQueueTest, HeldEndsWhatIsMadeAnewAndKeepsTheRestInOrder) {
-  fillInstance();
+TEST_F(ExchangeQueueTest, HeldEndsWhatIsMadeAgainAndKeepsTheRestInOrder) {
+  fillHost();
   start("/click1");
   start("/batch", WhenHeld::kEnds);
   start("/click2");
@@ -202,7 +200,7 @@ TEST_F(ExchangeQueueTest, HeldAndForgottenEndsAllThatWaits) {
 // -------------------------------------------------------------------------------------------------------------- places
 
 TEST_F(ExchangeQueueTest, GivesEachHostSixPlacesAndCallsAPortAHostOfItsOwn) {
-  fillInstance();
+  fillHost();
   start("/seventh");
   start("/other", WhenHeld::kWaits, "one.example:8443");
   EXPECT_THAT(network.left, ElementsAre("https://one.example:8443/other"));
@@ -210,7 +208,7 @@ TEST_F(ExchangeQueueTest, GivesEachHostSixPlacesAndCallsAPortAHostOfItsOwn) {
 }
 
 TEST_F(ExchangeQueueTest, GoesOnWithoutAPileOfCallsWhereTheNetworkAnswersAtOnce) {
-  fillInstance();
+  fillHost();
   constexpr size_t kMany = 100'000;
   for (size_t i = 0; i < kMany; ++i)
     start("/many");
@@ -221,7 +219,7 @@ TEST_F(ExchangeQueueTest, GoesOnWithoutAPileOfCallsWhereTheNetworkAnswersAtOnce)
 }
 
 TEST_F(ExchangeQueueTest, TakesTheFirstAnswerOfANetworkThatAnswersTwice) {
-  fillInstance();
+  fillHost();
   start("/waits1");
   start("/waits2");
   network.answer(0);
@@ -263,7 +261,7 @@ TEST_F(ExchangeQueueTest, ReturnsFromAWishOnlyWhenNothingThatWasLetOutBeforeIsSt
 // ------------------------------------------------------------------------------------------------------------- the end
 
 TEST_F(ExchangeQueueTest, RunsNoHandlerAfterItsEndWhateverTheNetworkDoes) {
-  fillInstance();
+  fillHost();
   start("/waits");
   queue.shutdown();
   network.answer(0);

@@ -192,7 +192,7 @@ TEST_F(ServicesLib, WritesANumberAsText) {
   EXPECT_EQ(properties_.fendoActivityInfos().array()[0]["activityParam"], kit::Value("42"));
 }
 
-TEST_F(ServicesLib, MendsTextThatIsNotUtf8) {
+TEST_F(ServicesLib, RepairsTextThatIsNotUtf8) {
   lib().addActivityGroupName("sh\xFFop", "buy", "\xC3", kit::Date{});
   const kit::Array activities = properties_.fendoActivityInfos().array();
   EXPECT_EQ(activities[0]["activityGroupName"], kit::Value("sh\xEF\xBF\xBDop"));
@@ -260,7 +260,7 @@ TEST_F(ServicesLib, RecordsAnImpressionWithAllItsFields) {
                                                                                       {"createdAt", kit::Date{4}}}}));
 }
 
-TEST_F(ServicesLib, LetsNothingInOnceTheMirrorOfAWishIsLoadedBesideThreadsThatRecord) {
+TEST_F(ServicesLib, LetsNothingInOnceTheMirrorOfAWishIsLoadedWhileThreadsRecord) {
   constexpr int kRounds = 300;
   constexpr int kThreads = 3;
   lib();

@@ -19,7 +19,7 @@ TEST(KeptIdentifier, IsMadeOnceAndKept) {
   EXPECT_NE(keptIdentifier(store, kInstallIdKey, random), made);
 }
 
-TEST(KeptIdentifier, IsMadeAnewWhereTheStoreHoldsNoText) {
+TEST(KeptIdentifier, IsMadeAgainWhereTheStoreHoldsNoText) {
   testing::MemoryStore store;
   testing::SeededRandom random(1);
   store.set(kDeviceIdKey, 5);

@@ -33,7 +33,7 @@ class Earlier : public ::testing::Test {
       writeSignalPart(file, part, note);
     ::close(file);
   }
-  /// A start, at which a report can be kept or not; what it is told.
+  /// A start at which a report can be kept or not; returns what was reported.
   std::vector<std::string> start(bool can_keep = true) {
     std::vector<std::string> told;
     reportEarlierCrashes(
@@ -74,8 +74,8 @@ TEST_F(Earlier, CrashWhoseRecordTellsNothingOfTheDeviceIsToldWithALine) {
     EXPECT_THAT(start(), ElementsAre("SIGSEGV"));
     EXPECT_THAT(
         log.messages(),
-        ElementsAre("Morvik host: the record of an earlier process's crash (SIGSEGV) does not tell how the device "
-                    "was, as those of earlier versions do not: its report describes the device of now."));
+        ElementsAre("Morvik host: the record of an earlier process's crash (SIGSEGV) does not describe the device, "
+                    "like records of earlier versions: its report describes the device as it is now."));
   }
 }
 
@@ -93,10 +93,10 @@ TEST_F(Earlier, CrashThatCannotBeKeptWaitsForAStartThatCan) {
   EXPECT_FALSE(isThere(path())) << "the place is free for the next one";
   EXPECT_THAT(
       log.messages(),
-      ElementsAre("Morvik host: the report of a crash can be kept neither in the store nor beside it. Its record "
+      ElementsAre("Morvik host: the report of a crash can be kept neither in the store nor next to it. Its record "
                   "waits for the next start as \"" +
                   waiting() +
-                  "\", where one that waited before gives way: free some space, or make the folder writable."));
+                  "\", where it replaces one that waited before: free some space, or make the folder writable."));
   EXPECT_EQ(log.lines()[0].prefix->level, "WARNING");
   leave(SIGFPE);
   EXPECT_THAT(start(), ElementsAre("SIGSEGV", "SIGFPE"));
@@ -120,7 +120,7 @@ TEST_F(Earlier, CrashesThatCannotBeKeptLeaveTheLatestWaiting) {
   EXPECT_THAT(start(), ElementsAre("SIGFPE"));
 }
 
-/// Ends the process while a record is read, as a file that its stack is named from could.
+/// Ends the process while a record is read, as a file used to name its stack could.
 class DeadlyCodec final : public kit::JsonCodec {
  public:
   std::variant<kit::Value, kit::Error> read(std::string_view) const override { std::_Exit(3); }

@@ -88,7 +88,7 @@ TEST(FrameNames, ThroughWhichTheKitCallsTheAppStandsForTheAppOnceItHasCalled) {
 
 TEST(FrameNames, TheRuntimeLibraryIsTheSystemsWhereverItsCodeLies) {
   EXPECT_EQ(ownerOf(reinterpret_cast<uint64_t>(&::getppid) + 4), FrameOwner::kSystem);
-  // A template of the library's, made in this program.
+  // A template of the library, instantiated in this program.
   using Callbacks = std::map<int, elsewhere::Callback>;
   const auto insert = static_cast<Callbacks::mapped_type& (Callbacks::*)(const int&)>(&Callbacks::operator[]);
   uint64_t address = 0;
@@ -118,7 +118,7 @@ TEST(CrashOfTheKit, IsToldByTheInnermostFrameThatIsNotTheSystems) {
   EXPECT_TRUE(isCrashOfTheKit({kit, app}, false));
   EXPECT_TRUE(isCrashOfTheKit({system, system, kit, app}, false));
   EXPECT_FALSE(isCrashOfTheKit({app, kit}, false));
-  EXPECT_FALSE(isCrashOfTheKit({system, app, system, kit}, false)) << "a callback of the app's";
+  EXPECT_FALSE(isCrashOfTheKit({system, app, system, kit}, false)) << "a callback of the app";
   EXPECT_TRUE(isCrashOfTheKit({app, kit}, true)) << "where no code is, nobody is";
   EXPECT_FALSE(isCrashOfTheKit({app, app, kit}, true));
   EXPECT_FALSE(isCrashOfTheKit({system}, false));

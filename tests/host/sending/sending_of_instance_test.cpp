@@ -40,9 +40,9 @@ using ::testing::HasSubstr;
 
 constexpr seconds kGiveUp{20};
 
-class SendingOnHost : public ::testing::Test {
+class SendingOfInstance : public ::testing::Test {
  protected:
-  SendingOnHost()
+  SendingOfInstance()
       : server_({}, [this](const test::ServedRequest& request, test::Peer& peer) { serve(request, peer); }) {
     options.store_folder = folder / "store";
     options.app_key = "app";
@@ -83,7 +83,7 @@ class SendingOnHost : public ::testing::Test {
     instance.perform([&over] { over.set_value(); });
     ASSERT_EQ(over.get_future().wait_for(kGiveUp), std::future_status::ready);
   }
-  /// What the session's start asked for may still be under way.
+  /// Requests of the session's start may still be under way.
   static void rest(runtime::Instance& instance) {
     const auto give_up = steady_clock::now() + kGiveUp;
     while (instance.pending().requests > 0 && steady_clock::now() < give_up)
@@ -101,7 +101,7 @@ class SendingOnHost : public ::testing::Test {
   test::ScratchFolder folder;
   testing::RecordingLog log;
   StartOptions options;
-  simulation::Levers* levers = nullptr;  ///< of the latest kit
+  simulation::Levers* levers = nullptr;  ///< the latest instance's
   std::atomic<bool> answers_batches{true};
   std::atomic<bool> answers_clicks{true};
 
@@ -122,7 +122,7 @@ class SendingOnHost : public ::testing::Test {
   test::LoopbackServer server_;
 };
 
-TEST_F(SendingOnHost, AFreshInstallIsAttributedAndDeliversWhatTheAppWaitsFor) {
+TEST_F(SendingOfInstance, AFreshInstallIsAttributedAndDeliversWhatTheAppWaitsFor) {
   const auto instance = make();
   instance->applicationDidBecomeActive();
   instance->addActivity("shop", "purchase", "sku-42");
@@ -131,7 +131,7 @@ TEST_F(SendingOnHost, AFreshInstallIsAttributedAndDeliversWhatTheAppWaitsFor) {
   EXPECT_EQ(stored(*instance), 0u);
 }
 
-TEST_F(SendingOnHost, PumpedTheWaitPumps) {
+TEST_F(SendingOfInstance, PumpedTheWaitPumps) {
   const auto instance = makeAttributed(MainQueueMode::kPumped);
   instance->addActivity("shop", "purchase", std::nullopt);
   EXPECT_TRUE(instance->waitUntilDelivered(kGiveUp).is_delivered);
@@ -142,7 +142,7 @@ TEST_F(SendingOnHost, PumpedTheWaitPumps) {
   EXPECT_GE(steady_clock::now() - begun, milliseconds(50));
 }
 
-TEST_F(SendingOnHost, PumpedAnotherThreadWaitsForTheOneThatPumps) {
+TEST_F(SendingOfInstance, PumpedAnotherThreadWaitsForTheOneThatPumps) {
   const auto instance = makeAttributed(MainQueueMode::kPumped);
   instance->addActivity("shop", "purchase", std::nullopt);
   auto waiting = std::async(std::launch::async, [&instance] { return instance->waitUntilDelivered(kGiveUp); });
@@ -151,7 +151,7 @@ TEST_F(SendingOnHost, PumpedAnotherThreadWaitsForTheOneThatPumps) {
   EXPECT_TRUE(waiting.get().is_delivered);
 }
 
-TEST_F(SendingOnHost, PumpedByNobodyTheWaitEndsInTime) {
+TEST_F(SendingOfInstance, PumpedByNobodyTheWaitEndsInTime) {
   const auto instance = makeAttributed(MainQueueMode::kPumped);
   instance->addActivity("shop", "purchase", std::nullopt);
   auto waiting = std::async(std::launch::async, [&instance] { return instance->waitUntilDelivered(milliseconds(50)); });
@@ -161,7 +161,7 @@ TEST_F(SendingOnHost, PumpedByNobodyTheWaitEndsInTime) {
   EXPECT_EQ(result.waiting, 1u);
 }
 
-TEST_F(SendingOnHost, PumpedByNobodyTheWaitLeavesNoTimerBehind) {
+TEST_F(SendingOfInstance, PumpedByNobodyTheWaitLeavesNoTimerBehind) {
   const auto instance = make(MainQueueMode::kPumped);
   instance->dispatch();
   ASSERT_EQ(instance->pollTimeoutMilliseconds(), -1);
@@ -171,7 +171,7 @@ TEST_F(SendingOnHost, PumpedByNobodyTheWaitLeavesNoTimerBehind) {
   EXPECT_EQ(instance->pollTimeoutMilliseconds(), -1) << "nobody waits any more";
 }
 
-/// The main queue, held up until it goes.
+/// Keeps the main queue busy until destroyed.
 class BlockedMainQueue {
  public:
   explicit BlockedMainQueue(runtime::Instance& instance) {
@@ -190,7 +190,7 @@ class BlockedMainQueue {
   std::promise<void> go_;
 };
 
-TEST_F(SendingOnHost, ThoseWhoGiveUpOnABlockedMainQueueLeaveOneBlockThereAtMost) {
+TEST_F(SendingOfInstance, ThoseWhoGiveUpOnABlockedMainQueueLeaveOneBlockThereAtMost) {
   const auto instance = make();
   {
     const BlockedMainQueue blocked(*instance);
@@ -203,7 +203,7 @@ TEST_F(SendingOnHost, ThoseWhoGiveUpOnABlockedMainQueueLeaveOneBlockThereAtMost)
   EXPECT_EQ(instance->waitUntilDelivered(kGiveUp).reason, FlushReason::kNotAttributed) << "whoever comes later is told";
 }
 
-TEST_F(SendingOnHost, TheTimeOfAFlushCountsFromTheCallAlsoBehindABlockedMainQueue) {
+TEST_F(SendingOfInstance, TheTimeOfAFlushCountsFromTheCallAlsoBehindABlockedMainQueue) {
   const auto instance = makeAttributed();
   answers_batches = false;
   instance->addActivity("shop", "purchase", std::nullopt);
@@ -222,7 +222,7 @@ TEST_F(SendingOnHost, TheTimeOfAFlushCountsFromTheCallAlsoBehindABlockedMainQueu
   EXPECT_EQ(told->waiting, 1u);
 }
 
-TEST_F(SendingOnHost, AFlushWhoseTimeIsUpBeforeItsTurnAsksForTheDeliveryAllTheSame) {
+TEST_F(SendingOfInstance, AFlushWhoseTimeIsUpBeforeItsTurnAsksForTheDeliveryAllTheSame) {
   const auto instance = makeAttributed();
   instance->addActivity("shop", "purchase", std::nullopt);
   std::promise<FlushResult> told;
@@ -246,7 +246,7 @@ void spinFor(milliseconds time) {
   }
 }
 
-TEST_F(SendingOnHost, PumpedTheWaitBeginsNoTurnOnceItsTimeIsUp) {
+TEST_F(SendingOfInstance, PumpedTheWaitBeginsNoTurnOnceItsTimeIsUp) {
   const auto instance = makeAttributed(MainQueueMode::kPumped);
   answers_batches = false;
   instance->addActivity("shop", "purchase", std::nullopt);
@@ -261,7 +261,7 @@ TEST_F(SendingOnHost, PumpedTheWaitBeginsNoTurnOnceItsTimeIsUp) {
   EXPECT_LE(turns, 3);
 }
 
-TEST_F(SendingOnHost, PumpedTheTimeOfTheWaitCountsFromTheCallAlsoBehindOtherTurns) {
+TEST_F(SendingOfInstance, PumpedTheTimeOfTheWaitCountsFromTheCallAlsoBehindOtherTurns) {
   const auto instance = makeAttributed(MainQueueMode::kPumped);
   answers_batches = false;
   instance->addActivity("shop", "purchase", std::nullopt);
@@ -272,7 +272,7 @@ TEST_F(SendingOnHost, PumpedTheTimeOfTheWaitCountsFromTheCallAlsoBehindOtherTurn
   EXPECT_FALSE(is_later);
 }
 
-TEST_F(SendingOnHost, AFlushBehindOneThatWaitsTellsOfWhatWasPostedBetweenTheTwo) {
+TEST_F(SendingOfInstance, AFlushBehindOneThatWaitsTellsOfWhatWasPostedBetweenTheTwo) {
   const auto instance = make();
   std::promise<FlushResult> first;
   std::promise<FlushResult> second;
@@ -287,7 +287,7 @@ TEST_F(SendingOnHost, AFlushBehindOneThatWaitsTellsOfWhatWasPostedBetweenTheTwo)
   EXPECT_EQ(second.get_future().get().waiting, 2u);
 }
 
-TEST_F(SendingOnHost, InsideACallbackOfEitherQueueTheWaitReturnsAtOnce) {
+TEST_F(SendingOfInstance, InsideACallbackOfEitherQueueTheWaitReturnsAtOnce) {
   std::promise<FlushResult> in_background;
   MorvikCore* kit = nullptr;
   options.modules["Fendo"].saveCommerceEventAndSend = [&] {
@@ -303,7 +303,7 @@ TEST_F(SendingOnHost, InsideACallbackOfEitherQueueTheWaitReturnsAtOnce) {
   EXPECT_EQ(in_background.get_future().get().reason, FlushReason::kInsideACallback);
 }
 
-TEST_F(SendingOnHost, AFlushIsToldOfAStopOnTheMainQueueBeforeItReturns) {
+TEST_F(SendingOfInstance, AFlushIsToldOfAStopOnTheMainQueueBeforeItReturns) {
   const auto instance = makeAttributed();
   answers_batches = false;
   instance->addActivity("shop", "purchase", std::nullopt);
@@ -328,14 +328,14 @@ TEST_F(SendingOnHost, AFlushIsToldOfAStopOnTheMainQueueBeforeItReturns) {
   EXPECT_EQ(waiting.get().reason, FlushReason::kStopped);
 }
 
-TEST_F(SendingOnHost, AStopThatMayDrainDeliversFirst) {
+TEST_F(SendingOfInstance, AStopThatMayDrainDeliversFirst) {
   const auto instance = makeAttributed();
   instance->addActivity("shop", "purchase", std::nullopt);
   instance->stop(kGiveUp);
   EXPECT_EQ(stored(*instance), 0u);
 }
 
-TEST_F(SendingOnHost, AStopThatMayDrainTakesNoLongerThanThatAndTwoSeconds) {
+TEST_F(SendingOfInstance, AStopThatMayDrainTakesNoLongerThanThatAndTwoSeconds) {
   const auto instance = makeAttributed();
   answers_batches = false;
   instance->addActivity("shop", "purchase", std::nullopt);
@@ -345,7 +345,7 @@ TEST_F(SendingOnHost, AStopThatMayDrainTakesNoLongerThanThatAndTwoSeconds) {
   EXPECT_EQ(stored(*instance), 1u);
 }
 
-TEST_F(SendingOnHost, OffFromTheStartNothingArrivesUntilItIsOn) {
+TEST_F(SendingOfInstance, OffFromTheStartNothingArrivesUntilItIsOn) {
   options.sending = false;
   const auto instance = make();
   instance->applicationDidBecomeActive();
@@ -357,7 +357,7 @@ TEST_F(SendingOnHost, OffFromTheStartNothingArrivesUntilItIsOn) {
   EXPECT_TRUE(result.is_delivered) << toText(result.reason);
 }
 
-TEST_F(SendingOnHost, OffAgainBeforeAnythingIsAskedForAFlushThatWaitsForThatIsTold) {
+TEST_F(SendingOfInstance, OffAgainBeforeAnythingIsAskedForAFlushThatWaitsForThatIsTold) {
   options.sending = false;
   const auto instance = make();
   instance->applicationDidBecomeActive();
@@ -367,7 +367,7 @@ TEST_F(SendingOnHost, OffAgainBeforeAnythingIsAskedForAFlushThatWaitsForThatIsTo
     const BlockedMainQueue blocked(*instance);
     instance->setSendingEnabled(true);
     instance->flush([&told](const FlushResult& result) { told.set_value(result); }, seconds(60));
-    // Behind the flush's beginning, and before what is asked for when sending is on.
+    // After the flush began, and before the requests that resume with sending.
     instance->perform([&instance] { instance->setSendingEnabled(false); });
   }
   auto answer = told.get_future();
@@ -376,7 +376,7 @@ TEST_F(SendingOnHost, OffAgainBeforeAnythingIsAskedForAFlushThatWaitsForThatIsTo
   EXPECT_EQ(arrived(""), 0u);
 }
 
-TEST_F(SendingOnHost, OffIsAtOnceWhateverTheMainQueueIsAt) {
+TEST_F(SendingOfInstance, OffIsAtOnceWhateverTheMainQueueIsAt) {
   const auto instance = makeAttributed();
   rest(*instance);
   const size_t before = arrived("");
@@ -388,13 +388,13 @@ TEST_F(SendingOnHost, OffIsAtOnceWhateverTheMainQueueIsAt) {
   busy.end();
   turn(*instance);
   turn(*instance);
-  EXPECT_EQ(instance->pending().requests, 0u) << "the turn had begun it; it is made anew";
+  EXPECT_EQ(instance->pending().requests, 0u) << "the turn had begun it; it is made again";
   EXPECT_EQ(arrived(""), before);
   instance->setSendingEnabled(true);
   EXPECT_TRUE(instance->waitUntilDelivered(kGiveUp).is_delivered);
 }
 
-TEST_F(SendingOnHost, AWishStopsWhatWaitsForAConnection) {
+TEST_F(SendingOfInstance, AWishStopsWhatWaitsForAConnection) {
   const auto instance = makeAttributed();
   answers_clicks = false;
   for (int key = 1; key <= 20; ++key)
@@ -411,7 +411,7 @@ TEST_F(SendingOnHost, AWishStopsWhatWaitsForAConnection) {
   EXPECT_EQ(arrived(services::kReEngagementConversionPath), runtime::kMaxConnectionsPerHost);
 }
 
-TEST_F(SendingOnHost, AWishStopsWhatTheTurnOfAnotherThreadHasStarted) {
+TEST_F(SendingOfInstance, AWishStopsWhatTheTurnOfAnotherThreadHasStarted) {
   const auto instance = makeAttributed();
   rest(*instance);
   const size_t before = arrived("");
@@ -429,7 +429,7 @@ TEST_F(SendingOnHost, AWishStopsWhatTheTurnOfAnotherThreadHasStarted) {
   EXPECT_EQ(instance->ledger().of("activities").stored, 1u);
 }
 
-TEST_F(SendingOnHost, SwitchedByManyThreadsItEndsAsItWasSwitchedLast) {
+TEST_F(SendingOfInstance, SwitchedByManyThreadsItEndsAsItWasSwitchedLast) {
   const auto instance = makeAttributed();
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 4; ++thread) {
@@ -448,7 +448,7 @@ TEST_F(SendingOnHost, SwitchedByManyThreadsItEndsAsItWasSwitchedLast) {
 
 // ------------------------------------------------------------------------------------------------------------- erasing
 
-TEST_F(SendingOnHost, AWithdrawalOnAnotherThreadIsSentAfterAnAcceptedWishOnOne) {
+TEST_F(SendingOfInstance, AWithdrawalOnAnotherThreadIsSentAfterAnAcceptedWishOnOne) {
   const auto instance = makeAttributed();
   std::mutex mutex;
   std::condition_variable told;
@@ -473,7 +473,7 @@ TEST_F(SendingOnHost, AWithdrawalOnAnotherThreadIsSentAfterAnAcceptedWishOnOne) 
   instance->stop();
 }
 
-TEST_F(SendingOnHost, ErasedNothingOfTheKitIsLeftAndWhatIsNotItsOwnStays) {
+TEST_F(SendingOfInstance, ErasedNothingOfTheKitIsLeftAndWhatIsNotItsOwnStays) {
   {
     const auto first = make();
     std::filesystem::create_directories(folder / "store/photos");
@@ -491,7 +491,7 @@ TEST_F(SendingOnHost, ErasedNothingOfTheKitIsLeftAndWhatIsNotItsOwnStays) {
   EXPECT_TRUE(std::filesystem::exists(folder / "store/photos/crash-signal"));
 }
 
-TEST_F(SendingOnHost, ErasedNothingIsLeftAlsoWhereSomebodyHasRemovedTheFolderBefore) {
+TEST_F(SendingOfInstance, ErasedNothingIsLeftAlsoWhereSomebodyHasRemovedTheFolderBefore) {
   const auto first = make();
   first->addActivity("shop", "purchase", std::nullopt);
   turn(*first);
@@ -501,7 +501,7 @@ TEST_F(SendingOnHost, ErasedNothingIsLeftAlsoWhereSomebodyHasRemovedTheFolderBef
   EXPECT_THAT(names(), ElementsAre("morvik.store.lock", "morvik.store.wish"));
 }
 
-TEST_F(SendingOnHost, ErasedTheNextStartIsANewInstall) {
+TEST_F(SendingOfInstance, ErasedTheNextStartIsANewInstall) {
   std::string id;
   {
     const auto first = makeAttributed();
@@ -516,7 +516,7 @@ TEST_F(SendingOnHost, ErasedTheNextStartIsANewInstall) {
   EXPECT_TRUE(next->ledger().isSound());
 }
 
-TEST_F(SendingOnHost, ErasedTheWishToBeForgottenRemainsAndWhetherTheServiceKnows) {
+TEST_F(SendingOfInstance, ErasedTheWishToBeForgottenRemainsAndWhetherTheServiceKnows) {
   {
     const auto first = makeAttributed();
     first->gdprForgetMe(true);
@@ -534,7 +534,7 @@ TEST_F(SendingOnHost, ErasedTheWishToBeForgottenRemainsAndWhetherTheServiceKnows
   EXPECT_EQ(names().count("morvik.store.erasing"), 0u);
 }
 
-TEST_F(SendingOnHost, ErasingEndsExchangesWithoutTheirHandlers) {
+TEST_F(SendingOfInstance, ErasingEndsExchangesWithoutTheirHandlers) {
   const auto instance = makeAttributed();
   answers_batches = false;
   instance->addActivity("shop", "purchase", std::nullopt);
@@ -548,14 +548,14 @@ TEST_F(SendingOnHost, ErasingEndsExchangesWithoutTheirHandlers) {
   EXPECT_THAT(names(), ElementsAre("morvik.store.lock", "morvik.store.wish"));
 }
 
-TEST_F(SendingOnHost, InsideACallbackNothingIsErased) {
+TEST_F(SendingOfInstance, InsideACallbackNothingIsErased) {
   const auto instance = makeAttributed();
   std::promise<bool> erased;
   instance->perform([&] { erased.set_value(instance->eraseLocalData()); });
   EXPECT_FALSE(erased.get_future().get());
   EXPECT_EQ(names().count("morvik.store"), 1u);
   EXPECT_TRUE(instance->waitUntilDelivered(kGiveUp).is_delivered) << "it runs on";
-  // Within a callback nothing is written; that is done in a turn behind it.
+  // Within a callback nothing is written; a later turn does that.
   EXPECT_THAT(log.messages(), Contains(HasSubstr("nothing was erased")));
 }
 

@@ -1,4 +1,4 @@
-// How a host ends: with several callers, from within its callbacks, with a disk or an app that does not come back.
+// How an instance ends: with several callers, within its callbacks, with a disk or an app that does not return.
 #include "runtime/life/instance_ending.h"
 
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ constexpr std::chrono::milliseconds kBusy{900};
 constexpr const char* kNotFromWithin =
     "Morvik host: the kit cannot be stopped from within one of its callbacks; stop it from outside";
 
-/// The system's machine, but its store lies on this file system.
+/// The system's machine, with its store on this file system.
 class MachineWithDisk final : public SystemMachine {
  public:
   explicit MachineWithDisk(std::string vfs) : vfs_(std::move(vfs)) {}
@@ -50,7 +50,7 @@ class MachineWithDisk final : public SystemMachine {
   const std::string vfs_;
 };
 
-/// The system's machine, whose store the test may reach.
+/// The system's machine, with access to its store.
 class MachineWithStoreAtHand final : public SystemMachine {
  public:
   std::unique_ptr<runtime::MachineStore> makeStore(const std::string& folder, kit::LogSink& log) override {
@@ -68,75 +68,75 @@ class InstanceEndingTest : public test::OnScratchFolder {
 };
 
 TEST_F(InstanceEndingTest, RunsWhatWasPostedBeforeInOrder) {
-  const auto host = make();
+  const auto instance = make();
   std::vector<int> ran;
   for (int i = 0; i < 100; ++i)
-    host->perform([&ran, i] { ran.push_back(i); });
-  host->stop();
+    instance->perform([&ran, i] { ran.push_back(i); });
+  instance->stop();
   ASSERT_EQ(ran.size(), 100U);
   EXPECT_TRUE(std::is_sorted(ran.begin(), ran.end()));
   EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(InstanceEndingTest, RunsWhatWasPostedBeforeOnThePumpingThread) {
-  const auto host = makePumped();
+  const auto instance = makePumped();
   int ran = 0;
   std::thread([&] {
-    host->perform([&ran] { ++ran; });
-    host->perform([&ran] { ++ran; });
+    instance->perform([&ran] { ++ran; });
+    instance->perform([&ran] { ++ran; });
   }).join();
-  host->stop();
+  instance->stop();
   EXPECT_EQ(ran, 2);
   EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(InstanceEndingTest, LetsAPostedBlockRecordWhileItEndsAndRefusesWhatComesFromOutside) {
-  const auto host = make();
+  const auto instance = make();
   std::promise<void> is_ending;
   std::promise<void> go;
-  host->perform([&] {
+  instance->perform([&] {
     is_ending.set_value();
     go.get_future().wait();
-    host->applicationDidBecomeActive();
+    instance->applicationDidBecomeActive();
   });
   is_ending.get_future().wait();
-  std::thread stopper([&host] { host->stop(); });
+  std::thread stopper([&instance] { instance->stop(); });
   bool ran = false;
-  while (host->setAge(7) == Recorded::kKept)
+  while (instance->setAge(7) == Recorded::kKept)
     std::this_thread::yield();
-  host->perform([&ran] { ran = true; });
+  instance->perform([&ran] { ran = true; });
   go.set_value();
   stopper.join();
-  EXPECT_EQ(host->properties().integerForKey("com.morvik.core.appLaunchCount"), 1);
+  EXPECT_EQ(instance->properties().integerForKey("com.morvik.core.appLaunchCount"), 1);
   EXPECT_FALSE(ran);
 }
 
 TEST_F(InstanceEndingTest, RefusesWhatIsRecordedOnceItHasStopped) {
-  const auto host = make();
-  EXPECT_EQ(host->addActivity("g", "before", std::nullopt), Recorded::kKept);
-  host->stop();
-  EXPECT_EQ(host->addActivity("g", "after", std::nullopt), Recorded::kRefusedNotRunning);
-  EXPECT_EQ(host->setAge(7), Recorded::kRefusedNotRunning);
-  EXPECT_EQ(host->passOpenURL("x://y"), Recorded::kRefusedNotRunning);
-  EXPECT_EQ(host->gdprForgetMe(true), Recorded::kRefusedNotRunning);
-  EXPECT_FALSE(host->isGdprForgetMe());
+  const auto instance = make();
+  EXPECT_EQ(instance->addActivity("g", "before", std::nullopt), Recorded::kKept);
+  instance->stop();
+  EXPECT_EQ(instance->addActivity("g", "after", std::nullopt), Recorded::kRefusedNotRunning);
+  EXPECT_EQ(instance->setAge(7), Recorded::kRefusedNotRunning);
+  EXPECT_EQ(instance->passOpenURL("x://y"), Recorded::kRefusedNotRunning);
+  EXPECT_EQ(instance->gdprForgetMe(true), Recorded::kRefusedNotRunning);
+  EXPECT_FALSE(instance->isGdprForgetMe());
 }
 
 TEST_F(InstanceEndingTest, CountsWhatIsRefusedFromItsBeginningOnAndSaysSoOnce) {
   constexpr uint64_t kWhileItEnds = 100;
   options.log_level = 3;
-  auto host = make();
-  test::BusyTurn busy(*host);
-  std::thread stopper([&host] { host->stop(); });
-  while (host->setAge(7) == Recorded::kKept)
+  auto instance = make();
+  test::BusyTurn busy(*instance);
+  std::thread stopper([&instance] { instance->stop(); });
+  while (instance->setAge(7) == Recorded::kKept)
     std::this_thread::yield();
   for (uint64_t event = 1; event < kWhileItEnds; ++event)
-    host->addActivity("g", "while it ends", std::nullopt);
+    instance->addActivity("g", "while it ends", std::nullopt);
   busy.end();
   stopper.join();
   EXPECT_EQ(log.countContaining("something was handed over after the end of the kit had begun"), 1U);
   const size_t lines = log.lines().size();
-  host->passOpenURL("x://y");
+  instance->passOpenURL("x://y");
   EXPECT_EQ(log.lines().size(), lines) << "the log is closed";
   const auto refused = [](runtime::Instance& of) {
     const Ledger ledger = of.ledger();
@@ -145,25 +145,25 @@ TEST_F(InstanceEndingTest, CountsWhatIsRefusedFromItsBeginningOnAndSaysSoOnce) {
                ? ledger.refused[0].count
                : 0;
   };
-  EXPECT_EQ(refused(*host), kWhileItEnds + 1);
-  host.reset();
+  EXPECT_EQ(refused(*instance), kWhileItEnds + 1);
+  instance.reset();
   EXPECT_EQ(refused(*make()), kWhileItEnds) << "what came after the end is not written";
 }
 
 TEST_F(InstanceEndingTest, KeepsWhatABlockRecordsWhileTheEndWaitsForIt) {
-  const auto host = make();
+  const auto instance = make();
   std::promise<void> started;
   std::promise<void> go;
   Recorded within = Recorded::kRefusedNotRunning;
-  host->perform([&] {
+  instance->perform([&] {
     started.set_value();
     go.get_future().wait();
-    within = host->addActivity("g", "within", std::nullopt);
+    within = instance->addActivity("g", "within", std::nullopt);
   });
   started.get_future().wait();
-  std::thread stopper([&host] { host->stop(); });
-  // From outside nothing is taken once the end has begun.
-  while (host->addActivity("g", "outside", std::nullopt) == Recorded::kKept)
+  std::thread stopper([&instance] { instance->stop(); });
+  // Once the end has begun, nothing is accepted from outside.
+  while (instance->addActivity("g", "outside", std::nullopt) == Recorded::kKept)
     std::this_thread::yield();
   go.set_value();
   stopper.join();
@@ -171,45 +171,45 @@ TEST_F(InstanceEndingTest, KeepsWhatABlockRecordsWhileTheEndWaitsForIt) {
 }
 
 TEST_F(InstanceEndingTest, CountsWhatCannotRunWhenAPumpedKitIsStoppedFromElsewhere) {
-  const auto host = makePumped();
+  const auto instance = makePumped();
   bool ran = false;
   std::thread([&] {
     for (int i = 0; i < 3; ++i)
-      host->perform([&ran] { ran = true; });
-    host->stop();
+      instance->perform([&ran] { ran = true; });
+    instance->stop();
   }).join();
-  host->dispatch();
+  instance->dispatch();
   EXPECT_FALSE(ran);
-  EXPECT_EQ(host->pollDescriptor(), -1);
+  EXPECT_EQ(instance->pollDescriptor(), -1);
   EXPECT_EQ(log.countContaining("Morvik host: 3 calls that waited for the main queue could not run any more"), 1U);
   EXPECT_EQ(log.lines().size(), 1U);
 }
 
 TEST_F(InstanceEndingTest, IsStoppedFromElsewhereWhileItsThreadPumps) {
-  const auto host = makePumped();
+  const auto instance = makePumped();
   std::atomic<bool> is_stopped = false;
   std::thread stopper([&] {
-    host->stop();
+    instance->stop();
     is_stopped = true;
   });
   while (!is_stopped) {
-    host->perform([] {});
-    static_cast<void>(host->pollTimeoutMilliseconds());
-    host->dispatch();
+    instance->perform([] {});
+    static_cast<void>(instance->pollTimeoutMilliseconds());
+    instance->dispatch();
   }
   stopper.join();
   EXPECT_TRUE(canStartInTheEnd());
 }
 
 TEST_F(InstanceEndingTest, IsEndedByOneOfSeveralThreadsAndTheOthersReturnWhenItIs) {
-  const auto host = make();
-  test::BusyTurn busy(*host);
+  const auto instance = make();
+  test::BusyTurn busy(*instance);
   std::atomic<bool> callback_ended = false;
-  host->perform([&callback_ended] { callback_ended = true; });
+  instance->perform([&callback_ended] { callback_ended = true; });
   std::vector<std::future<bool>> stopped;
   for (int i = 0; i < 4; ++i) {
     stopped.push_back(std::async(std::launch::async, [&] {
-      host->stop();
+      instance->stop();
       return callback_ended.load();
     }));
   }
@@ -222,22 +222,22 @@ TEST_F(InstanceEndingTest, IsEndedByOneOfSeveralThreadsAndTheOthersReturnWhenItI
 }
 
 TEST_F(InstanceEndingTest, WritesALineAndDoesNothingOnTheBackgroundQueue) {
-  std::promise<void> called;  // the host may call once more while it ends
-  std::unique_ptr<runtime::Instance> host;
+  std::promise<void> called;  // the instance may call once more while it ends
+  std::unique_ptr<runtime::Instance> instance;
   options.modules["Fendo"].saveCommerceEventAndSend = [&] {
-    host->stop();
+    instance->stop();
     called.set_value();
   };
-  host = make();
-  host->perform([&host] {
-    host->applicationDidBecomeActive();
+  instance = make();
+  instance->perform([&instance] {
+    instance->applicationDidBecomeActive();
     // Only now, so that it is the session's end, on the background queue, that hands them to the module.
-    host->properties().setCommerceExpansionInfos(kit::Array{kit::Dictionary{{"cid", "7"}}});
-    host->applicationDidEnterBackground();
+    instance->properties().setCommerceExpansionInfos(kit::Array{kit::Dictionary{{"cid", "7"}}});
+    instance->applicationDidEnterBackground();
   });
   expectReady(called.get_future());
   std::promise<void> goes_on;
-  host->perform([&goes_on] { goes_on.set_value(); });
+  instance->perform([&goes_on] { goes_on.set_value(); });
   expectReady(goes_on.get_future());
   EXPECT_TRUE(log.has(kNotFromWithin));
 }
@@ -250,35 +250,35 @@ TEST_F(InstanceEndingTest, DoesNothingWithinTheLogSink) {
     if (stopped != nullptr)
       stopped->stop();
   };
-  const auto host = makePumped();
-  stopped = host.get();
-  host->perform([] { throw 1; });
-  host->dispatch();
+  const auto instance = makePumped();
+  stopped = instance.get();
+  instance->perform([] { throw 1; });
+  instance->dispatch();
   EXPECT_EQ(lines, 1U);
   bool goes_on = false;
-  host->perform([&goes_on] { goes_on = true; });
-  host->dispatch();
+  instance->perform([&goes_on] { goes_on = true; });
+  instance->dispatch();
   EXPECT_TRUE(goes_on);
   stopped = nullptr;
 }
 
 TEST_F(InstanceEndingTest, IsLeftToItselfWhenACallbackDoesNotComeBack) {
-  auto host = make();
+  auto instance = make();
   std::promise<void> started;
   std::promise<void> go;
   std::promise<void> came_back;
   std::atomic<int> ran_afterwards = 0;
-  host->perform([&] {
+  instance->perform([&] {
     started.set_value();
     go.get_future().wait();
     came_back.set_value();
   });
   for (int i = 0; i < 5; ++i)
-    host->perform([&ran_afterwards] { ++ran_afterwards; });
+    instance->perform([&ran_afterwards] { ++ran_afterwards; });
   started.get_future().wait();
-  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
+  EXPECT_LT(timeOf([&instance] { instance->stop(); }), runtime::kStopTime + kBusy);
   EXPECT_EQ(log.countContaining("Morvik host: 5 calls that waited for the main queue could not run any more"), 1U);
-  host.reset();
+  instance.reset();
   const StartResult meanwhile = MorvikCore::start(options);
   EXPECT_FALSE(meanwhile);
   EXPECT_NE(meanwhile.error.find("is in use by another kit of this process"), std::string::npos) << meanwhile.error;
@@ -295,15 +295,15 @@ TEST_F(InstanceEndingTest, IsLeftToItselfWhenTheDiskDoesNotComeBack) {
   std::promise<void> go;
   const std::shared_future<void> may_go_on = go.get_future().share();
   MachineWithDisk machine(disk.name());
-  auto host = makeOn(machine);
+  auto instance = makeOn(machine);
   disk.decide([may_go_on](const test::VfsCall& call) {
     if (call.kind == test::VfsCall::Kind::kSync)
       may_go_on.wait();
     return SQLITE_OK;
   });
-  host->applicationDidBecomeActive();
-  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
-  host.reset();
+  instance->applicationDidBecomeActive();
+  EXPECT_LT(timeOf([&instance] { instance->stop(); }), runtime::kStopTime + kBusy);
+  instance.reset();
   EXPECT_FALSE(MorvikCore::start(options));
   go.set_value();
   EXPECT_TRUE(canStartInTheEnd());
@@ -312,13 +312,13 @@ TEST_F(InstanceEndingTest, IsLeftToItselfWhenTheDiskDoesNotComeBack) {
 }
 
 TEST_F(InstanceEndingTest, CommitsAndLeavesWhenItIsDestroyedWithinACallback) {
-  auto host = make();
+  auto instance = make();
   std::promise<void> left;
   bool ran = false;
-  host->perform([&] {
-    host->applicationDidBecomeActive();
-    host->perform([&ran] { ran = true; });
-    host.reset();
+  instance->perform([&] {
+    instance->applicationDidBecomeActive();
+    instance->perform([&ran] { ran = true; });
+    instance.reset();
     left.set_value();
   });
   expectReady(left.get_future());
@@ -338,16 +338,16 @@ TEST_F(InstanceEndingTest, LeavesTheOtherQueueToEndByItselfWhenThatDoesNotComeBa
     go.get_future().wait();
     came_back.set_value();
   };
-  auto host = make();
-  host->perform([&host] {
-    host->applicationDidBecomeActive();
+  auto instance = make();
+  instance->perform([&instance] {
+    instance->applicationDidBecomeActive();
     // Only now, so that it is the session's end, on the background queue, that hands them to the module.
-    host->properties().setCommerceExpansionInfos(kit::Array{kit::Dictionary{{"cid", "7"}}});
-    host->applicationDidEnterBackground();
+    instance->properties().setCommerceExpansionInfos(kit::Array{kit::Dictionary{{"cid", "7"}}});
+    instance->applicationDidEnterBackground();
   });
   started.get_future().wait();
   std::promise<steady_clock::duration> left;
-  host->perform([&] { left.set_value(timeOf([&host] { host.reset(); })); });
+  instance->perform([&] { left.set_value(timeOf([&instance] { instance.reset(); })); });
   auto time = left.get_future();
   ASSERT_EQ(time.wait_for(kGiveUp), std::future_status::ready);
   EXPECT_LT(time.get(), runtime::kStopTime + kBusy);
@@ -357,66 +357,66 @@ TEST_F(InstanceEndingTest, LeavesTheOtherQueueToEndByItselfWhenThatDoesNotComeBa
 }
 
 TEST_F(InstanceEndingTest, StopsInTheMiddleOfALongQueueOfBlocks) {
-  const auto host = make();
+  const auto instance = make();
   std::atomic<size_t> ran = 0;
-  // Each hands over the next one, for ever.
+  // Each posts the next one, endlessly.
   std::function<void()> next = [&] {
     ++ran;
-    host->mainQueue().async(next);
+    instance->mainQueue().async(next);
   };
-  host->perform(next);
-  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
+  instance->perform(next);
+  EXPECT_LT(timeOf([&instance] { instance->stop(); }), runtime::kStopTime + kBusy);
   const size_t at_the_end = ran;
   EXPECT_EQ(ran, at_the_end);
 }
 
 // ------------------------------------------------------------------------------------------------------------ the log
 
-/// Ends a host whose callback throws when it comes back, after stop() has returned.
-void endWithACallbackThatThrowsLate(runtime::Instance& host) {
+/// Ends an instance whose callback returns after stop() and then throws.
+void endWithACallbackThatThrowsLate(runtime::Instance& instance) {
   std::promise<void> started;
   const auto may_go_on = std::make_shared<std::promise<void>>();
-  host.perform([&started, future = may_go_on->get_future().share()] {
+  instance.perform([&started, future = may_go_on->get_future().share()] {
     started.set_value();
     future.wait();
     throw 1;
   });
   started.get_future().wait();
-  host.stop();
+  instance.stop();
   may_go_on->set_value();
 }
 
 TEST_F(InstanceEndingTest, WritesNothingToStandardErrorOnceItHasStopped) {
   options.log_sink = nullptr;
   ::testing::internal::CaptureStderr();
-  const auto host = make();
-  endWithACallbackThatThrowsLate(*host);
+  const auto instance = make();
+  endWithACallbackThatThrowsLate(*instance);
   EXPECT_TRUE(canStartInTheEnd());
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
 TEST_F(InstanceEndingTest, DoesNotWaitForWhoeverShouldReadStandardError) {
   options.log_sink = nullptr;
-  const auto host = make();
+  const auto instance = make();
   const test::FullStderr full;
-  host->perform([] { throw 1; });
-  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
+  instance->perform([] { throw 1; });
+  EXPECT_LT(timeOf([&instance] { instance->stop(); }), runtime::kStopTime + kBusy);
   full.restore();
   EXPECT_TRUE(canStartInTheEnd());
 }
 
 TEST_F(InstanceEndingTest, PumpedDoesNotWaitForWhoeverShouldReadStandardErrorEither) {
   options.log_sink = nullptr;
-  const auto host = makePumped();
+  const auto instance = makePumped();
   const test::FullStderr full;
-  std::thread([&host] {
+  std::thread([&instance] {
     for (int i = 0; i < 3; ++i)
-      host->perform([] { throw 1; });
+      instance->perform([] { throw 1; });
   }).join();
-  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
+  EXPECT_LT(timeOf([&instance] { instance->stop(); }), runtime::kStopTime + kBusy);
 }
 
-/// Whose bound is that of the header itself: one of some stops is not held up by the machine besides.
+/// Tests the header's own bound: the shortest of several stops is not also delayed by the machine.
 TEST_F(InstanceEndingTest, TakesTwoSecondsInAllWhereTheLogSinkDoesNotComeBack) {
   constexpr int kTries = 5;
   auto shortest = steady_clock::duration::max();
@@ -430,13 +430,13 @@ TEST_F(InstanceEndingTest, TakesTwoSecondsInAllWhereTheLogSinkDoesNotComeBack) {
       hangs.set_value();
       go.get_future().wait();
     };
-    const auto host = make();
+    const auto instance = make();
     is_to_hang = true;
-    host->perform([] { throw 1; });
-    host->perform([] {});
+    instance->perform([] { throw 1; });
+    instance->perform([] {});
     hangs.get_future().wait();
-    // The call that cannot run any more is one of the last lines.
-    shortest = std::min(shortest, timeOf([&host] { host->stop(); }));
+    // The call that can no longer run is one of the last lines.
+    shortest = std::min(shortest, timeOf([&instance] { instance->stop(); }));
     go.set_value();
     EXPECT_TRUE(canStartInTheEnd());
   }
@@ -446,18 +446,18 @@ TEST_F(InstanceEndingTest, TakesTwoSecondsInAllWhereTheLogSinkDoesNotComeBack) {
 // ---------------------------------------------------------------------------------------------------------- the store
 
 TEST_F(InstanceEndingTest, DoesNotWaitForWhoeverHasTheStoreLocked) {
-  const auto host = make();
+  const auto instance = make();
   std::promise<void> locked;
   std::promise<void> go;
   std::thread holder([&] {
-    host->properties().inOneStep([&] {
+    instance->properties().inOneStep([&] {
       locked.set_value();
       go.get_future().wait();
     });
   });
   locked.get_future().wait();
-  EXPECT_LT(timeOf([&host] { host->stop(); }), runtime::kStopTime + kBusy);
-  const Status status = host->status();
+  EXPECT_LT(timeOf([&instance] { instance->stop(); }), runtime::kStopTime + kBusy);
+  const Status status = instance->status();
   EXPECT_FALSE(status.is_running);
   EXPECT_TRUE(status.waiting.empty());
   go.set_value();
@@ -467,22 +467,22 @@ TEST_F(InstanceEndingTest, DoesNotWaitForWhoeverHasTheStoreLocked) {
 
 TEST_F(InstanceEndingTest, LeavesRemovedWhatIsRemovedOnceItHasBegun) {
   MachineWithStoreAtHand machine;
-  const auto host = makeOn(machine);
-  host->addActivity("g", "n", std::nullopt);
+  const auto instance = makeOn(machine);
+  instance->addActivity("g", "n", std::nullopt);
   machine.store->flushAndWait();
   std::promise<void> is_ending;
   std::promise<void> go;
-  host->perform([&] {
+  instance->perform([&] {
     is_ending.set_value();
     go.get_future().wait();
     std::filesystem::remove_all(options.store_folder);
-    host->applicationDidBecomeActive();
+    instance->applicationDidBecomeActive();
     machine.store->flushAndWait();
     EXPECT_FALSE(std::filesystem::exists(options.store_folder)) << "by a flush while the queues run to their end";
   });
   is_ending.get_future().wait();
-  std::thread stopper([&host] { host->stop(); });
-  while (host->setAge(7) == Recorded::kKept)
+  std::thread stopper([&instance] { instance->stop(); });
+  while (instance->setAge(7) == Recorded::kKept)
     std::this_thread::yield();
   go.set_value();
   stopper.join();
@@ -491,13 +491,13 @@ TEST_F(InstanceEndingTest, LeavesRemovedWhatIsRemovedOnceItHasBegun) {
 }
 
 TEST_F(InstanceEndingTest, WithinACallbackLeavesRemovedWhatIsRemovedAfterwards) {
-  static auto& machine = *new MachineWithStoreAtHand;  // the host's parts are kept for good
-  auto host = makeOn(machine);
+  static auto& machine = *new MachineWithStoreAtHand;  // the instance's parts are kept for good
+  auto instance = makeOn(machine);
   SqliteStore& store = *machine.store;
   std::promise<void> left;
-  runtime::Instance& running = *host;
+  runtime::Instance& running = *instance;
   running.perform([&] {
-    host.reset();
+    instance.reset();
     std::filesystem::remove_all(options.store_folder);
     store.flushAndWait();
     EXPECT_FALSE(std::filesystem::exists(options.store_folder));
@@ -509,14 +509,14 @@ TEST_F(InstanceEndingTest, WithinACallbackLeavesRemovedWhatIsRemovedAfterwards) 
 // ----------------------------------------------------------------------------------------------- others, at that time
 
 TEST_F(InstanceEndingTest, EndsAWaitThatAnotherThreadIsIn) {
-  const auto host = make();
+  const auto instance = make();
   // Keeps the waits from being told before they are stopped.
-  test::BusyTurn busy(*host);
-  host->addActivity("g", "n", std::nullopt);
-  auto waiting = std::async(std::launch::async, [&host] { return host->waitUntilDelivered(kGiveUp); });
-  auto draining = std::async(std::launch::async, [&host] { host->stop(kGiveUp); });
-  auto stopping = std::async(std::launch::async, [&host] { host->stop(); });
-  while (host->setAge(7) == Recorded::kKept)
+  test::BusyTurn busy(*instance);
+  instance->addActivity("g", "n", std::nullopt);
+  auto waiting = std::async(std::launch::async, [&instance] { return instance->waitUntilDelivered(kGiveUp); });
+  auto draining = std::async(std::launch::async, [&instance] { instance->stop(kGiveUp); });
+  auto stopping = std::async(std::launch::async, [&instance] { instance->stop(); });
+  while (instance->setAge(7) == Recorded::kKept)
     std::this_thread::yield();
   busy.end();
   EXPECT_EQ(got(std::move(waiting)).reason, FlushReason::kStopped);
@@ -526,18 +526,18 @@ TEST_F(InstanceEndingTest, EndsAWaitThatAnotherThreadIsIn) {
 }
 
 TEST_F(InstanceEndingTest, TellsAFlushThatTheMainQueueDoesNotGetToOnTheStoppingThread) {
-  const auto host = make();
-  test::BusyTurn busy(*host);
+  const auto instance = make();
+  test::BusyTurn busy(*instance);
   std::vector<FlushReason> told;
   std::thread::id told_on;
-  host->addActivity("g", "n", std::nullopt);
-  host->flush(
+  instance->addActivity("g", "n", std::nullopt);
+  instance->flush(
       [&](const FlushResult& result) {
         told.push_back(result.reason);
         told_on = std::this_thread::get_id();
       },
       kGiveUp);
-  host->stop();
+  instance->stop();
   EXPECT_EQ(told, std::vector<FlushReason>{FlushReason::kStopped});
   EXPECT_EQ(told_on, std::this_thread::get_id());
   busy.end();
@@ -546,19 +546,19 @@ TEST_F(InstanceEndingTest, TellsAFlushThatTheMainQueueDoesNotGetToOnTheStoppingT
 }
 
 TEST_F(InstanceEndingTest, IsNotBegunAgainFromWithinTheAnswerToAFlushOnTheStoppingThread) {
-  const auto host = make();
-  test::BusyTurn busy(*host);
-  host->addActivity("g", "n", std::nullopt);
+  const auto instance = make();
+  test::BusyTurn busy(*instance);
+  instance->addActivity("g", "n", std::nullopt);
   int told = 0;
   bool erased = true;
   const std::function<void(const FlushResult&)> done = [&](const FlushResult&) {
     ++told;
-    host->stop();
-    erased = host->eraseLocalData();
-    host->flush(done, kGiveUp);
+    instance->stop();
+    erased = instance->eraseLocalData();
+    instance->flush(done, kGiveUp);
   };
-  host->flush(done, kGiveUp);
-  host->stop();
+  instance->flush(done, kGiveUp);
+  instance->stop();
   EXPECT_EQ(told, 1);
   EXPECT_FALSE(erased);
   EXPECT_EQ(log.countContaining("cannot be stopped from within one of its callbacks"), 1U);
@@ -567,27 +567,27 @@ TEST_F(InstanceEndingTest, IsNotBegunAgainFromWithinTheAnswerToAFlushOnTheStoppi
 }
 
 TEST_F(InstanceEndingTest, TellsAFlushAlsoWhereNoThreadCanBeHadToCloseOn) {
-  const auto host = makePumped();
-  host->addActivity("g", "n", std::nullopt);
+  const auto instance = makePumped();
+  instance->addActivity("g", "n", std::nullopt);
   std::vector<FlushReason> told;
-  host->flush([&told](const FlushResult& result) { told.push_back(result.reason); }, kGiveUp);
-  // Not on the thread that pumps, so that the main queue does not get to it.
-  std::thread([&host] {
+  instance->flush([&told](const FlushResult& result) { told.push_back(result.reason); }, kGiveUp);
+  // Not on the pumping thread, so that the main queue does not get to it.
+  std::thread([&instance] {
     const test::NoThreads none;
-    host->stop();
+    instance->stop();
   }).join();
   EXPECT_EQ(told, std::vector<FlushReason>{FlushReason::kStopped});
 }
 
 TEST_F(InstanceEndingTest, TellsAFlushAtOnceThatComesWhileItEnds) {
-  const auto host = make();
-  test::BusyTurn busy(*host);
-  host->addActivity("g", "n", std::nullopt);
-  std::thread stopper([&host] { host->stop(); });
-  while (host->setAge(7) == Recorded::kKept)
+  const auto instance = make();
+  test::BusyTurn busy(*instance);
+  instance->addActivity("g", "n", std::nullopt);
+  std::thread stopper([&instance] { instance->stop(); });
+  while (instance->setAge(7) == Recorded::kKept)
     std::this_thread::yield();
   std::vector<FlushReason> told;
-  host->flush([&told](const FlushResult& result) { told.push_back(result.reason); }, kGiveUp);
+  instance->flush([&told](const FlushResult& result) { told.push_back(result.reason); }, kGiveUp);
   EXPECT_EQ(told, std::vector<FlushReason>{FlushReason::kStopped});
   busy.end();
   stopper.join();
@@ -601,25 +601,25 @@ TEST_F(InstanceEndingTest, WritesALineAndDoesNothingWithinTheAppsAdClient) {
     kit->stop();
     asked.set_value();
   };
-  const auto host = make();
-  kit = host.get();
-  host->applicationDidBecomeActive();
+  const auto instance = make();
+  kit = instance.get();
+  instance->applicationDidBecomeActive();
   expectReady(asked.get_future());
   std::promise<void> goes_on;
-  host->perform([&goes_on] { goes_on.set_value(); });
+  instance->perform([&goes_on] { goes_on.set_value(); });
   expectReady(goes_on.get_future());
   EXPECT_TRUE(log.has(kNotFromWithin));
-  host->stop();
+  instance->stop();
 }
 
 // ------------------------------------------------------------------------------------------------------------ erasing
 
 TEST_F(InstanceEndingTest, ErasesInTheSameTimeAndTheNextStartFinishesWhatACallbackHeldUp) {
-  const auto host = make();
-  host->addActivity("g", "n", std::nullopt);
-  test::BusyTurn busy(*host);
+  const auto instance = make();
+  instance->addActivity("g", "n", std::nullopt);
+  test::BusyTurn busy(*instance);
   bool was_erased = true;
-  EXPECT_LT(timeOf([&] { was_erased = host->eraseLocalData(); }), runtime::kStopTime + kBusy);
+  EXPECT_LT(timeOf([&] { was_erased = instance->eraseLocalData(); }), runtime::kStopTime + kBusy);
   EXPECT_FALSE(was_erased) << "the callback keeps the store";
   EXPECT_EQ(log.countContaining("Morvik host: not all was erased"), 1U);
   EXPECT_FALSE(MorvikCore::start(options));
@@ -629,18 +629,18 @@ TEST_F(InstanceEndingTest, ErasesInTheSameTimeAndTheNextStartFinishesWhatACallba
 }
 
 TEST_F(InstanceEndingTest, IsErasedByOneOfSeveralThreadsAndTheOthersAnswerTheSame) {
-  const auto host = make();
-  host->addActivity("g", "n", std::nullopt);
-  test::BusyTurn busy(*host);
+  const auto instance = make();
+  instance->addActivity("g", "n", std::nullopt);
+  test::BusyTurn busy(*instance);
   std::vector<std::future<bool>> erased;
   std::atomic<int> callers = 0;
   const auto erase = [&] {
     ++callers;
-    return host->eraseLocalData();
+    return instance->eraseLocalData();
   };
   for (int i = 0; i < 4; ++i)
     erased.push_back(std::async(std::launch::async, erase));
-  while (host->setAge(7) == Recorded::kKept || callers < 4)
+  while (instance->setAge(7) == Recorded::kKept || callers < 4)
     std::this_thread::yield();
   erased.push_back(std::async(std::launch::async, erase));
   EXPECT_EQ(erased.back().wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
@@ -648,7 +648,7 @@ TEST_F(InstanceEndingTest, IsErasedByOneOfSeveralThreadsAndTheOthersAnswerTheSam
   for (auto& each : erased)
     EXPECT_TRUE(got(std::move(each)));
   const size_t lines = log.lines().size();
-  EXPECT_FALSE(host->eraseLocalData()) << "it is stopped";
+  EXPECT_FALSE(instance->eraseLocalData()) << "it is stopped";
   EXPECT_EQ(log.lines().size(), lines) << "and its log closed";
 }
 
@@ -659,15 +659,15 @@ TEST_F(InstanceEndingTest, IsNotErasedFromWithinTheLogSink) {
     if (kit != nullptr)
       erased.push_back(kit->eraseLocalData());
   };
-  const auto host = makePumped();
-  host->addActivity("g", "n", std::nullopt);
-  kit = host.get();
-  host->perform([] { throw 1; });
-  host->dispatch();
+  const auto instance = makePumped();
+  instance->addActivity("g", "n", std::nullopt);
+  kit = instance.get();
+  instance->perform([] { throw 1; });
+  instance->dispatch();
   kit = nullptr;
   EXPECT_EQ(erased, std::vector<bool>{false});
-  EXPECT_EQ(host->addActivity("g", "n", std::nullopt), Recorded::kKept);
-  EXPECT_EQ(host->properties().fendoActivityInfos().size(), 2U);
+  EXPECT_EQ(instance->addActivity("g", "n", std::nullopt), Recorded::kKept);
+  EXPECT_EQ(instance->properties().fendoActivityInfos().size(), 2U);
 }
 
 }  // namespace
