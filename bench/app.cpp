@@ -1,7 +1,7 @@
-// What the kit costs the app: one recorded event at several depths of the queue, and beside a thread that commits
+// What the kit costs the app: one recorded event at several depths of the queue, also while another thread commits
 // without a pause; the start, shared() and startSession.
 //
-// No benchmark loop here: the figures of interest are medians and the 99.9th percentile of single calls.
+// No benchmark loop here: the relevant figures are medians and the 99.9th percentile of single calls.
 
 #include <spawn.h>
 #include <sys/wait.h>
@@ -38,9 +38,9 @@ constexpr int kStartsMeasured = 15;
 constexpr int kSessionsMeasured = 300;
 constexpr double kMaxMedianMicroseconds = 10;
 constexpr double kMaxDepthRatio = 1.5;
-/// A call waits for the rest of the commit that runs, and then for the one that takes its own record along.
+/// A call waits for the rest of the running commit, and then for the one that includes its own record.
 constexpr double kMaxWaitInCommits = 2;
-/// Of one commit in front of which a foreign thread comes: a record, a busy turn, a large one.
+/// Rows of one commit that the foreign thread meets: a record, a busy turn, a large one.
 constexpr std::array kRowsOfACommit = {1, 100, 5'000};
 constexpr int kWaitsMeasured = 5'000;
 
@@ -117,7 +117,7 @@ std::string rowsText(int rows) {
   return std::to_string(rows) + (rows == 1 ? " row" : " rows");
 }
 
-/// As measured(), less the time in which the calling thread had no processor.
+/// As measured(), without the time in which the calling thread was not scheduled.
 Times measuredRunning(int count, const std::function<void(int)>& call) {
   RunDelay delay;
   std::vector<double> microseconds;
@@ -133,7 +133,7 @@ Times measuredRunning(int count, const std::function<void(int)>& call) {
   return Times(std::move(microseconds));
 }
 
-/// So many rows, none of which the store has.
+/// This many rows, none of which is in the store.
 kit::Value newRows(int rows, int number) {
   kit::MutableArray list;
   for (int row = 0; row < rows; ++row)
@@ -146,9 +146,9 @@ void printCommits(const std::string& what, const Times& times) {
               times.at(0.999), times.at(1));
 }
 
-/// A foreign thread's longest wait and its 99.9th percentile, in commits of the thread that commits without a pause.
-/// Commits are measured whole, since a committer that has no processor holds others up.
-double recordingBesideCommits(int rows) {
+/// The longest wait and the 99.9th percentile of a foreign thread, in units of commits by a thread that commits without
+/// a pause. Commits are measured by wall time, since a committer that is not scheduled delays others.
+double recordingDuringCommits(int rows) {
   const Folder folder;
   auto machine = std::make_unique<simulation::LeveredMachine>();
   auto& levers = *machine;
@@ -172,14 +172,14 @@ double recordingBesideCommits(int rows) {
   committer.join();
   const Times commits(std::move(commit_microseconds));
   printCommits("commits of " + rowsText(rows) + " without a pause", commits);
-  printCommits("record one event beside them", waits);
+  printCommits("record one event meanwhile", waits);
   std::printf("%-58s median %10.2f      99.9%% %10.2f      longest %10.2f\n", "  wait / one commit",
               waits.median() / commits.median(), waits.at(0.999) / commits.at(0.999), waits.at(1) / commits.at(1));
   std::fflush(stdout);
   return std::max(waits.at(0.999) / commits.at(0.999), waits.at(1) / commits.at(1));
 }
 
-/// Milliseconds from before the process is made until its first event is recorded.
+/// Milliseconds from process creation until its first event is recorded.
 double startOnce(const char* program, const std::string& folder) {
   std::string moment = std::to_string(nowNanoseconds());
   std::string text = "--first-event";
@@ -259,21 +259,21 @@ int verdict(const char* what, double value, double limit) {
 }
 
 int run(const char* program) {
-  recordingAtDepth(10);  // warms the process up; the figures that count follow
+  recordingAtDepth(10);  // warm-up; the figures that count follow
   const double shallow = recordingAtDepth(10);
   recordingAtDepth(1'000);
   recordingAtDepth(10'000);
   const double deep = recordingAtDepth(100'000);
   double longest_wait = 0;
   for (const int rows : kRowsOfACommit)
-    longest_wait = std::max(longest_wait, recordingBesideCommits(rows));
+    longest_wait = std::max(longest_wait, recordingDuringCommits(rows));
   startWith(program, 0);
   startWith(program, 10'000);
   sharedAndSessions();
   std::printf("\n");
   return verdict("median of one recorded event, in microseconds", std::max(shallow, deep), kMaxMedianMicroseconds) |
          verdict("one event at a depth of 100,000 / at a depth of 10", deep / shallow, kMaxDepthRatio) |
-         verdict("wait beside commits / one commit (99.9% and longest)", longest_wait, kMaxWaitInCommits);
+         verdict("wait for commits / one commit (99.9% and longest)", longest_wait, kMaxWaitInCommits);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
-// A backlog of a million events, delivered in one session: the longest turn of the main queue, what building the
-// batches takes in memory, how many there are, and how long all of it takes. Less than a full batch may remain: it
-// waits for the next trigger, which must deliver it. The host and its store are the real ones; time and network are
-// simulated, and the service takes everything at once.
+// A backlog of a million events, delivered in one session: the longest turn of the main queue, the memory for building
+// the batches, their number, and the total time. Less than a full batch may remain: it waits for the next trigger,
+// which must deliver it. The kit and its store are real; time and network are simulated, and the service accepts
+// everything at once.
 //
-// bench_backlog [EVENTS] [--shuffled | --long | --kept]: shuffled, the events' times are in no order; long, each has a
-// text of a thousand digits, so that batches end by their bytes; kept, the session goes on within a minute, and the
-// first batch looks for its "end".
+// bench_backlog [EVENTS] [--shuffled | --long | --kept]: shuffled, the events' times are in no order; long, each event
+// has a text of a thousand digits, so that batches end by their bytes; kept, the session goes on within a minute, and
+// the first batch looks for its "end".
 
 #include <algorithm>
 #include <chrono>
@@ -45,7 +45,7 @@ double milliseconds() {
   return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-/// In MB, of a line of /proc/self/status.
+/// A line of /proc/self/status, in MB.
 double memory(std::string_view name) {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
@@ -55,14 +55,14 @@ double memory(std::string_view name) {
   return 0;
 }
 
-/// The peak is counted anew from here.
+/// Restarts the measurement of the peak.
 void forgetPeak() {
   std::ofstream("/proc/self/clear_refs") << "5";
 }
 
 struct Turn {
   double wall = 0;
-  double own = 0;  ///< without the moments in which the thread was ready and had no processor
+  double own = 0;  ///< without the time in which the thread was ready but not scheduled
 };
 
 Turn longer(const Turn& a, const Turn& b) {

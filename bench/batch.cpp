@@ -1,5 +1,5 @@
-// What a batch costs, against bounds measured in the same run: its JSON text against a SAX writer fed by hand, the
-// sealed envelope against the same bytes formatted by hand and put through the same deflate and cipher.
+// What a batch costs, against bounds measured in the same run: its JSON text against a hand-fed SAX writer, the sealed
+// envelope against the same bytes formatted by hand and put through the same deflate and cipher.
 
 #include <benchmark/benchmark.h>
 #include <rapidjson/stringbuffer.h>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kRepetitions = 5;
 
-/// The core on a store with so many events, whose services object stops at the step that is measured.
+/// The core on a store with this many events; its services object stops at the measured step.
 void runCore(benchmark::State& state, BatchPorts::Step step) {
   BatchPorts ports(static_cast<size_t>(state.range(0)), step);
   const auto core = MorvikCoreLib::make(ports.ports());
@@ -116,8 +116,7 @@ int main(int argc, char** argv) {
     ratios.push_back({"sealed envelope of " + size + " events, core / by hand", "envelopeByCore/" + size,
                       "envelopeByHand/" + size, 1.5});
   }
-  // A hundred times the events may cost a hundred times the time, and half as much again for caches that no longer
-  // hold.
+  // A hundred times the events may take a hundred times the time, plus half for cache misses.
   ratios.push_back({"JSON text, 100,000 events / 1,000 events", "jsonByCore/100000", "jsonByCore/1000", 150});
   ratios.push_back(
       {"sealed envelope, 100,000 events / 1,000 events", "envelopeByCore/100000", "envelopeByCore/1000", 150});

@@ -1,7 +1,7 @@
-// What a call that records waits for the disk: in a burst of events, on a disk as it is and on one whose syncs take
-// long, and while another program holds the file.
+// How long a recording call waits for the disk: in a burst of events, on the disk as it is and on one with slow syncs,
+// and while another program holds the file.
 //
-// The functions that sync are this program's own, in front of the system's, so that a slow disk can be had anywhere.
+// This program replaces the system's sync functions, so that a slow disk is available anywhere.
 
 #include <signal.h>
 #include <sqlite3.h>
@@ -52,7 +52,7 @@ namespace morvik::bench {
 namespace {
 
 constexpr int kBurst = 600'000;
-constexpr int kCallsBesideAnotherProgram = 200;
+constexpr int kCallsWithAnotherProgram = 200;
 constexpr int kSlowSyncMilliseconds = 300;
 constexpr double kMaxWaitMilliseconds = 50;
 
@@ -68,7 +68,7 @@ int64_t processorNanoseconds() {
   return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-/// In the default mode, with a thread of its own. Reaches no service and, without a user number, builds no batch.
+/// In the default mode, with its own thread. Reaches no service and, without a user number, builds no batch.
 std::unique_ptr<MorvikCore> started(const std::string& folder) {
   StartOptions options;
   options.store_folder = folder;
@@ -90,11 +90,11 @@ std::unique_ptr<MorvikCore> started(const std::string& folder) {
 struct Waits {
   double longest = 0;
   double of_it_computing = 0;
-  int in_memory = 0;  ///< calls that answered so
+  int in_memory = 0;  ///< calls that returned so
 };
 
-/// Records so many events without a pause and prints what one call took, less the time in which its thread was ready
-/// and had no processor; of the longest one also how long it had one. In milliseconds.
+/// Records this many events without a pause and prints the time per call, without the time in which its thread was
+/// ready but not scheduled; for the longest call also its processor time. In milliseconds.
 Waits burst(MorvikCore& core, const char* what, int count) {
   RunDelay delay;
   Waits waits;
@@ -181,22 +181,22 @@ class Holder {
   pid_t child_ = 0;
 };
 
-double burstBesideAnotherProgram() {
+double burstWithAnotherProgram() {
   const Folder folder;
   started(folder.path()).reset();
   const Holder holder(folder.path() + "/morvik.store");
   const auto core = started(folder.path());
-  const Waits waits = burst(*core, "another program holds the file", kCallsBesideAnotherProgram);
+  const Waits waits = burst(*core, "another program holds the file", kCallsWithAnotherProgram);
   if (waits.in_memory == 0)
     std::exit(2);
   return waits.longest;
 }
 
 int run() {
-  const double beside = burstBesideAnotherProgram();  // first: it forks
+  const double with_holder = burstWithAnotherProgram();  // first: it forks
   const double usual = burstOnSyncsOf(0);
   const double slow = burstOnSyncsOf(kSlowSyncMilliseconds);
-  const double longest = std::max({beside, usual, slow});
+  const double longest = std::max({with_holder, usual, slow});
   const bool kept = longest <= kMaxWaitMilliseconds;
   std::printf("\n%-44s %8.3f ms  (at most %.0f)  %s\n", "longest call", longest, kMaxWaitMilliseconds,
               kept ? "kept" : "ABOVE");

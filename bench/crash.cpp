@@ -1,6 +1,6 @@
-// What it costs to deliver many stored crash reports. Each upload carries all that are stored and lets go of those
-// within its budget, so the chain sends far more than is stored; its bound is to write these same bodies and nothing
-// else. The store is the host's, on disk.
+// The cost of delivering many stored crash reports. Each upload carries all stored reports and releases those within
+// its budget, so the chain sends far more than is stored; its bound is writing these same bodies and nothing else. The
+// store is the kit's own, on disk.
 
 #include <benchmark/benchmark.h>
 
@@ -24,7 +24,7 @@ namespace {
 constexpr int kRepetitions = 5;
 constexpr double kMaxRatio = 3;
 constexpr size_t kReportBytes = 10'000;
-/// An upload lets go of reports up to the one that reaches so many bytes.
+/// An upload releases reports up to the one that reaches this many bytes.
 constexpr size_t kBudgetBytes = 100'001;
 
 testing::WorldOptions quiet() {
@@ -34,7 +34,7 @@ testing::WorldOptions quiet() {
   return options;
 }
 
-/// A service that accepts every upload and keeps nothing of it.
+/// A service that accepts every upload and stores nothing.
 class AcceptingTransport : public kit::Transport {
  public:
   explicit AcceptingTransport(kit::MainQueue& main_queue) : main_queue_(main_queue) {}
@@ -55,7 +55,7 @@ class AcceptingTransport : public kit::Transport {
   size_t bytes_ = 0;
 };
 
-/// A device that crashed so many times, each report having kReportBytes.
+/// A device that crashed this many times, with kReportBytes per report.
 class CrashedDevice {
  public:
   explicit CrashedDevice(int64_t crashes) {
@@ -94,7 +94,7 @@ class CrashedDevice {
   std::shared_ptr<MorvikCoreLib> core_;
 };
 
-/// The queues that the uploads of a chain find, each without the reports that the one before it let go of.
+/// The queues that the uploads of a chain find, each without the reports released by the previous one.
 std::vector<kit::Value> queuesOfAChain(const kit::Value& reports) {
   std::vector<kit::Value> queues;
   const kit::Array all = reports.array();

@@ -1,6 +1,5 @@
-// What a session end costs with many failed clicks in the store, and what the answers to their resends cost: ten times
-// the clicks may cost ten times the time, and half as much again for caches that no longer hold. The store is the
-// host's, on disk.
+// The cost of a session end with many failed clicks in the store, and of the answers to their resends: ten times the
+// clicks may take ten times the time, plus half for cache misses. The store is the kit's own, on disk.
 
 #include <benchmark/benchmark.h>
 
@@ -23,7 +22,7 @@ namespace {
 constexpr int kRepetitions = 5;
 constexpr double kMaxRatio = 15;
 
-/// Counts of clicks that are sent once more, and of clicks whose time is over.
+/// Counts of clicks that are sent again, and of clicks whose attempts are used up.
 constexpr int64_t kRaisedCount = 1;
 constexpr int64_t kLastCount = 6;
 
@@ -35,7 +34,7 @@ testing::WorldOptions quiet() {
   return options;
 }
 
-/// A device with so many failed clicks, each with the keys 1, 2, 3, …
+/// A device with this many failed clicks, with the keys 1, 2, 3, …
 class ClickedDevice {
  public:
   ClickedDevice(int64_t clicks, int64_t failure_count) {
@@ -57,7 +56,7 @@ class ClickedDevice {
     core_ = MorvikCoreLib::make(ports_);
   }
 
-  /// The requests leave; their answers are another matter.
+  /// The requests leave; their answers come later.
   void endSession() {
     world_.loop.perform([this] { core_->endSession(); });
   }

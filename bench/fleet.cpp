@@ -1,5 +1,5 @@
-// What many lives cost: 1,000 devices for 30 days, three sessions and ten events a day, all their requests sealed,
-// opened and counted, in virtual time; and what one idle device holds in memory.
+// The cost of many devices: 1,000 for 30 days, three sessions and ten events a day, all their requests sealed, opened
+// and counted, in virtual time; and the memory of one idle device.
 
 #include <malloc.h>
 #include <unistd.h>
@@ -32,7 +32,7 @@ uint64_t residentBytes() {
   return resident_pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-/// Each has lived a day and waits, with its host, for its user.
+/// Each has run for a day and now waits for its user.
 double idleKibibytes() {
   const host::OpensslCipher cipher;
   const host::ZlibCompressor compressor;
@@ -51,7 +51,7 @@ double idleKibibytes() {
   };
   std::vector<std::unique_ptr<simulation::DeviceUsage>> lives;
   lives.reserve(kIdleDevices);
-  make(kIdleDevices);  // what the first one ever takes is not a device's
+  make(kIdleDevices);  // what only the first one allocates is not a device's own
   const uint64_t before = residentBytes();
   for (int device = 0; device < kIdleDevices; ++device)
     lives.push_back(make(device));

@@ -1,7 +1,7 @@
-// How soon the building of a batch notices that the kit is being stopped, with a million events waiting: the stop is
-// requested at many moments of the building, from its begin to its end, and from each of them the time is taken until
-// the building has ended. So the longest of them is at least the longest time between two looks at the request. Times
-// are those of the building thread's processor clock, so that the load of the machine does not count.
+// How soon the building of a batch notices a stop, with a million events pending: the stop is requested at many moments
+// from the beginning to the end of the building, and the time from each until the building has ended is measured. So
+// the longest of them is at least the longest time between two checks. Times are processor time of the building thread,
+// so that the machine's load does not count.
 //
 // bench_stop [EVENTS]
 
@@ -33,12 +33,12 @@ double milliseconds(clockid_t clock) {
   return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
-/// Of the thread that builds.
+/// Of the building thread.
 class Building {
  public:
   explicit Building(const kit::Ports& ports) : ports_(ports) { ::pthread_getcpuclockid(::pthread_self(), &clock_); }
 
-  /// As a session's start does it: nothing is known of the list. Answers how long it took.
+  /// As a session's start does it: nothing is known of the list. Returns how long it took.
   double run() {
     const auto core = MorvikCoreLib::make(ports_);
     begun_ = milliseconds(clock_);
@@ -49,7 +49,7 @@ class Building {
     return ended - begun_;
   }
 
-  /// The same, stopped when the thread has worked so long. Answers how long it still worked.
+  /// The same, stopped after the thread has worked this long. Returns how long it went on.
   double runAndStopAfter(double after) {
     std::atomic<bool> is_over = false;
     double requested = 0;
@@ -63,7 +63,7 @@ class Building {
     is_over = true;
     stopper.join();
     const double worked_on = begun_ + took - requested;
-    // One request is made once; the next building has one of its own.
+    // A request is made only once; the next building has its own.
     kit::StopRequest& request = ports_.shared_state.stop_request;
     std::destroy_at(&request);
     new (&request) kit::StopRequest;

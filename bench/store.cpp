@@ -1,5 +1,5 @@
-// What one recorded and synchronized event costs the caller, at several depths of the queue, what removing one record
-// costs, and what a start costs.
+// The caller's cost of one recorded and synchronized event at several depths of the queue, of removing one record, and
+// of a start.
 
 #include <algorithm>
 #include <chrono>
@@ -126,15 +126,15 @@ BENCHMARK(trimTenFromTheFront)
     ->Unit(benchmark::kMicrosecond)
     ->UseRealTime();
 
-/// Records removed in one iteration, whatever the list's length, so that times compare as those of one removal do.
+/// Records removed in one iteration, whatever the list's length, so that times compare like those of single removals.
 constexpr int kRemovals = 5000;
-/// Removals after which the log is written back, out of the measured time: else the background would do it meanwhile.
+/// Removals after which the log is written back, outside of the measured time: otherwise the background would do it.
 constexpr int kRemovalsOfALog = 500;
 constexpr int kRepetitions = 15;
 
-/// Removes half of the records of a list, one at a time, each stored and synchronized, and goes on with the next list
-/// of that length. `place` says which, of a size. Removed at random, the half is when the rows that are left lie in
-/// most pieces.
+/// Removes half of the records of a list, one at a time, each stored and synchronized, and continues with the next list
+/// of that length. `place` selects the record, given the size. With random removal, the remaining rows are in most
+/// pieces after half.
 template <class Place>
 void removeOneByOne(benchmark::State& state, Place place) {
   const Folder folder;
@@ -208,7 +208,7 @@ BENCHMARK(openAndLoad)->Arg(0)->Arg(10000)->Unit(benchmark::kMillisecond)->UseRe
 }  // namespace morvik
 
 int main(int argc, char** argv) {
-  // What one removal costs hardly depends on the list's length: writing it costs more than finding what to write.
+  // The cost of a removal hardly depends on the list's length: writing it costs more than finding what to write.
   return morvik::bench::runWithRatios(
       argc, argv,
       {{"remove one of 10,000 from the front / one of 1,000", "removeFromTheFront/10000", "removeFromTheFront/1000",

@@ -1,4 +1,4 @@
-# The libraries that the host, the programs and the tests stand on. The core itself needs none of them.
+# The libraries of host/, the programs and the tests. Core and runtime need none of them.
 
 if(MORVIK_BUILD_HOST OR MORVIK_BUILD_APPS)
   find_package(PkgConfig REQUIRED)

@@ -1,7 +1,7 @@
-# Puts text files into a program. Used twice: included, it offers morvik_embed; run with cmake -P, it writes the source.
+# Embeds text files in a program. Included, it defines morvik_embed; run with cmake -P, it writes the source.
 
 # morvik_embed(TARGET FOLDER HEADER ELEMENT FUNCTION): every file of FOLDER, as elements {name, content} of the span that
-# FUNCTION returns; HEADER declares both. A changed file is taken in by the next build.
+# FUNCTION returns; HEADER declares both. The next build includes changed files.
 function(morvik_embed target folder header element function)
   file(GLOB files CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*")
   set(source "${CMAKE_CURRENT_BINARY_DIR}/${function}.cpp")
@@ -21,7 +21,7 @@ if(CMAKE_SCRIPT_MODE_FILE)
   set(count 0)
   foreach(file IN LISTS FILES)
     get_filename_component(name "${file}" NAME)
-    # As numbers, so that neither a file's text nor its length can upset a compiler.
+    # As numbers, so that neither a file's text nor its length is a problem for a compiler.
     file(READ "${file}" digits HEX)
     string(REGEX REPLACE "(..)" "'\\\\x\\1'," bytes "${digits}")
     string(APPEND arrays "constexpr char kFile${count}[] = {${bytes}'\\0'};\n")

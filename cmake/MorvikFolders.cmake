@@ -1,4 +1,4 @@
-# Targets follow folders: a source file belongs to its target by lying in its folder, no list to edit.
+# Targets follow folders: a source file belongs to a target because of its folder; there is no list to edit.
 
 # morvik_sources(VARIABLE FOLDER...): all .cpp files below these folders (relative to the calling list file).
 function(morvik_sources variable)
@@ -10,7 +10,7 @@ function(morvik_sources variable)
   set(${variable} "${found}" PARENT_SCOPE)
 endfunction()
 
-# morvik_library_sources(VARIABLE FOLDER...): the same for a library, which must hold at least one object.
+# morvik_library_sources(VARIABLE FOLDER...): the same for a library, which must have at least one object.
 function(morvik_library_sources variable)
   morvik_sources(found ${ARGN})
   if(NOT found)
@@ -20,7 +20,7 @@ function(morvik_library_sources variable)
   set(${variable} "${found}" PARENT_SCOPE)
 endfunction()
 
-# morvik_compiled(TARGET): what every target of this tree has in common.
+# morvik_compiled(TARGET): the common settings of all targets of this tree.
 function(morvik_compiled target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)

@@ -1,5 +1,5 @@
 # The package: libraries, headers and programs in their places, found by find_package(Morvik) or by pkg-config.
-# Each library has an export set of its own, so that an app that links the core alone needs nothing of the host.
+# Each library has its own export set, so that an app that links only the core needs no library of host/.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -18,7 +18,7 @@ function(morvik_install_library name)
   install(CODE "morvik_copy_headers(\"${PROJECT_SOURCE_DIR}\" \"\${CMAKE_INSTALL_PREFIX}/${morvik_include}\" ${ARGN})")
 endfunction()
 
-# The way from the folder of the .pc files to the prefix, so that an installed tree may be moved.
+# The relative path from the .pc files to the prefix, so that an installed tree may be moved.
 file(RELATIVE_PATH morvik_pc_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 
 # morvik_install_pkg_config(NAME): the file morvik-NAME.pc.
@@ -53,7 +53,7 @@ if(MORVIK_BUILD_HOST)
   # An app sees none of its headers.
   morvik_install_library(host)
   morvik_install_library(simulation simulation/test_device.h simulation/fleet.h)
-  # A static library leaves its dependencies to who links it; a shared one brings them along.
+  # A static library leaves its dependencies to the linking target; a shared one includes them.
   set(morvik_host_requires "libcurl libssl libcrypto sqlite3 zlib simdjson libuv libdw")
   if(BUILD_SHARED_LIBS)
     set(morvik_host_requires "")

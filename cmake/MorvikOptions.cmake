@@ -1,9 +1,9 @@
 # How this tree is compiled: warnings, sanitizers, coverage, compiler cache.
-# Everything hangs on one interface target that our own targets link privately, so that none of it reaches users.
+# Everything is in one interface target that our own targets link privately, so that none of it reaches users.
 
 add_library(morvik_build_options INTERFACE)
 
-# In an app's build, with a compiler that we may not know, our warnings would only be noise.
+# In an app's build, possibly with an unknown compiler, our warnings would only be noise.
 if(PROJECT_IS_TOP_LEVEL)
   target_compile_options(
     morvik_build_options
@@ -34,7 +34,7 @@ if(PROJECT_IS_TOP_LEVEL)
   endif()
 endif()
 
-# Sanitizers and coverage must hold for every object and every link, so they are not left to single targets.
+# Sanitizers and coverage must apply to every object and every link, so they are set globally.
 if(MORVIK_SANITIZE STREQUAL "address")
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
@@ -49,12 +49,12 @@ if(MORVIK_BUILD_FUZZ)
   if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     message(FATAL_ERROR "The fuzzers need clang: cmake --preset fuzz, or switch MORVIK_BUILD_FUZZ off.")
   endif()
-  # The fuzzer steers by what its input reaches in the libraries.
+  # The fuzzer is guided by its inputs' coverage of the libraries.
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 if(MORVIK_COVERAGE)
-  # The counters of threads must not lose each other's counts.
+  # Counters must be atomic: several threads run.
   add_compile_options(--coverage -fprofile-update=atomic)
   add_link_options(--coverage)
 endif()

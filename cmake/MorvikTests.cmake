@@ -1,7 +1,7 @@
-# Every test is known to ctest under its own name and carries a label: that of its group.
+# Every test is known to ctest by its own name and has its group as label.
 
 # morvik_test_group(NAME FOLDER folder LIBRARIES library... [LABELS label...] [TIMEOUT seconds] [THREADS count]): all .cpp
-# files of the folder become test_NAME. THREADS: so many that each test keeps busy, so that nothing else is run beside.
+# files of the folder become test_NAME. THREADS: how many threads each test keeps busy, while ctest runs nothing else.
 function(morvik_test_group name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER;TIMEOUT;THREADS" "LIBRARIES;LABELS")
   if(NOT arg_TIMEOUT)
@@ -17,18 +17,18 @@ function(morvik_test_group name)
   add_executable(test_${name} ${sources})
   morvik_compiled(test_${name})
   target_link_libraries(test_${name} PRIVATE ${arg_LIBRARIES} morvik_test_support GTest::gmock_main)
-  # What a test does itself is not what takes time: optimizing it costs the compiler twice as long and gains nothing.
+  # Tests are not optimized: it would double their compile time and gain nothing.
   target_compile_options(test_${name} PRIVATE $<$<CONFIG:Debug>:-O0>)
-  # Asked for when ctest runs, not while building: a test that dies at start must not break the build.
+  # Discovered when ctest runs, not while building: a test that crashes at start must not break the build.
   gtest_discover_tests(
     test_${name}
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
-    # Values as names run over several lines; a number or the name that the test gives is enough.
+    # Values as names would span several lines; a number or the test's own name is enough.
     NO_PRETTY_VALUES
     PROPERTIES LABELS ${name} TIMEOUT ${arg_TIMEOUT} PROCESSORS ${arg_THREADS})
-  # The discovery passes no list on: more labels are set when the tests are known.
+  # Discovery cannot pass a list: more labels are set once the tests are known.
   if(arg_LABELS)
     set(more_labels "${CMAKE_CURRENT_BINARY_DIR}/test_${name}_labels.cmake")
     file(WRITE "${more_labels}"
@@ -38,7 +38,7 @@ function(morvik_test_group name)
 endfunction()
 
 # morvik_python_tests(FOLDER): every test_*.py of the folder is one test.
-# A file may carry lines of its own:   # Labels: one two     # Timeout: seconds
+# A file may contain:   # Labels: one two     # Timeout: seconds
 function(morvik_python_tests folder)
   set(environment
       MORVIK_SOURCE_DIR=${PROJECT_SOURCE_DIR}
@@ -72,7 +72,7 @@ function(morvik_python_tests folder)
   endforeach()
 endfunction()
 
-# morvik_scenarios(FOLDER): every story of the folder (relative to the tree) is played and must come out as it expects.
+# morvik_scenarios(FOLDER): every scenario of the folder (relative to the tree) is a test that plays it.
 function(morvik_scenarios folder)
   file(GLOB files CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${folder}/*.yaml")
   foreach(file IN LISTS files)

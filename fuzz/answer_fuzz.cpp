@@ -1,6 +1,6 @@
-// Any bytes as a server's answer to each request that the kit makes. The first byte picks the request ('a' is the
-// first of the table below), the second the status ('0' is 200), the rest is the body. What the answer is to change is
-// checked, and that the life goes on afterwards: with healthy answers each later event is delivered once.
+// Any bytes as a server's answer to each request of the kit. The first byte selects the request ('a' is the first of
+// the table below), the second the status ('0' is 200), the rest is the body. Checks what the answer changes, and that
+// the kit works on afterwards: with healthy answers each later event is delivered once.
 
 #include <algorithm>
 #include <array>
@@ -35,19 +35,19 @@ constexpr int64_t kFormerReferralKey = 7;
 constexpr int64_t kNoReferralKey = -1;
 constexpr int kScheduleUnchanged = 1001;
 
-/// Those of success first, since they lead furthest.
+/// Successful ones first, since they lead furthest.
 constexpr std::array<int, 16> kStatuses = {200, 201, 204, 299, 300, 199, 100, 304, 400, 401, 404, 413, 500, 503, 0, -1};
 
-/// One request: what makes it leave, how its handler is known in the log, and what its answer is to change.
+/// One request: what makes it leave, how its handler is recognized in the log, and what its answer must change.
 struct Scenario {
   const char* path;
   const char* handler;
-  /// What the handler writes first of an answer, and what it writes of a failure; null where it writes nothing.
+  /// What the handler logs first for an answer, and what it logs for a failure; null if it logs nothing.
   const char* success_text;
   const char* failure_text;
   WorldOptions (*options)();
   void (*act)(TestWorld& world);
-  /// `json` is the answer's when the request succeeded, and absent when it failed.
+  /// `json` is the answer's if the request succeeded, and absent if it failed.
   void (*check)(TestWorld& world, const Value& json);
 };
 
@@ -136,7 +136,7 @@ void checkCommerce(TestWorld& world, const Value& json) {
 }
 
 void checkConfiguration(TestWorld& world, const Value& json) {
-  // The text of it counts: a negative number is no yes.
+  // Its text counts: a negative number does not mean yes.
   const Value text = world.util.checkNilToBlankString(json["commerce"]["premium_postback"]);
   const bool granted = world.util.checkNilToNo(text);
   const auto kept = world.userDefaults().commercePremiumPostBack();
@@ -157,7 +157,7 @@ void checkDemographics(TestWorld& world, const Value& json) {
   require(world.core().fetchDemos().size() == (saysYes(world, json) ? 0 : 3), "demographics cleared, or the reverse");
 }
 
-/// An unchanged schedule that is not held is asked for once more, and that answer is a healthy one.
+/// An unchanged schedule that is not held is requested once more, and that answer is a healthy one.
 void checkSchedule(TestWorld& world, const Value& json) {
   const std::string& check_sum = world.core()._checkSum();
   const Value held = world.core()._lastJSON();
@@ -277,7 +277,7 @@ Input inputOf(const std::uint8_t* data, std::size_t size) {
   return {kScenarios[scenario], kStatuses[status], std::string(data + 2, data + size)};
 }
 
-/// The answer's JSON when the request is to succeed; else absent.
+/// The answer's JSON if the request must succeed; else absent.
 Value jsonOfASuccess(const Input& input) {
   if (input.status < 200 || input.status > 299)
     return {};
@@ -304,7 +304,7 @@ size_t linesOf(const TestWorld& world, const Scenario& scenario, std::string_vie
       std::count_if(lines.begin(), lines.end(), [text](const std::string& line) { return line.starts_with(text); }));
 }
 
-/// Each request that left came to its end once, and told its own handler of it once.
+/// Each request that left ended once, and told its own handler once.
 void requireOneEndForEachRequest(TestWorld& world, const Scenario& scenario) {
   require(world.transport.unanswered() == 0, "a request without an end");
   const auto ended = world.services().endedExchanges();
@@ -331,7 +331,7 @@ void live(TestWorld& world, const char* activity) {
   endTheSession(world);
 }
 
-/// An install whose user number the service took away is not asked about again while it has a referral key.
+/// An install whose user number the service removed is not asked about again while it has a referral key.
 bool isNeverToBeTracked(TestWorld& world) {
   return world.userDefaults().fendoUserInfo_fendoUserNo() == -1 &&
          world.userDefaults().fendoUserInfo_referralKey() != kNoReferralKey;
@@ -361,7 +361,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (const char* module : {"Fendo", "FendoLib", "QuintPush"})
     world.modules.add(module);
   letTheServiceBeHealthy(world);
-  // Later than every other answer, so that what changes then is this one's work.
+  // Later than every other answer, so that later changes come from this one.
   world.transport.on(scenario.path).then(Answer::body(input.status, input.body).after(1));
   scenario.act(world);
   require(world.requests(scenario.path).size() == 1, "a request that did not leave once");

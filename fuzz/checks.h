@@ -1,4 +1,4 @@
-// What fuzzers check with: a finding ends the process, and a world's log tells whether a guard caught something.
+// Checks for fuzzers: a finding ends the process, and a world's log shows whether a guard caught something.
 #pragma once
 
 #include <cstdlib>
@@ -17,7 +17,7 @@ inline void require(bool holds, const char* what) {
   std::abort();
 }
 
-/// Whether a guard wrote: its lines alone begin with "! " or with a bracket whose last word is "error".
+/// Whether a guard wrote: only its lines begin with "! " or with a bracket whose last word is "error".
 inline bool hasThrown(const testing::TestWorld& world) {
   constexpr std::string_view kBracket = "MRVK_QA-[";
   for (const std::string& message : world.log.messages()) {

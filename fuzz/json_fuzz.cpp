@@ -1,4 +1,4 @@
-// Any bytes as a server's answer: read as JSON. What is read must survive being written and read again.
+// Any bytes as a server's answer, read as JSON. What is read must survive being written and read again.
 
 #include <cstddef>
 #include <cstdint>

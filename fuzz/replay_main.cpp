@@ -1,4 +1,4 @@
-// Runs one fuzzer over the files of its corpus, without a fuzzing engine, so that what once crashed is tried again in
+// Runs one fuzzer over the files of its corpus, without a fuzzing engine, so that earlier crashes are tried again in
 // every test run and with every compiler.
 
 #include <algorithm>
@@ -10,7 +10,7 @@
 #include <iterator>
 #include <vector>
 
-// The one function of a fuzzer; a finding ends the process. The engine gives its name and form.
+// The fuzzer's only function; a finding ends the process. Name and signature come from the engine.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace {
@@ -27,7 +27,7 @@ std::vector<std::filesystem::path> filesIn(const std::filesystem::path& folder) 
 }
 
 void replay(const std::filesystem::path& file) {
-  // Said before the run: after a crash the last line tells which input it was.
+  // Printed before the run: after a crash the last line shows the input.
   std::cout << file.string() << std::endl;
   std::ifstream stream(file, std::ios::binary);
   const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};

@@ -1,4 +1,4 @@
-// Any bytes as the file of a scenario: it is read, or refused with a place in the file.
+// Any bytes as a scenario file: it is read, or refused with a position in the file.
 
 #include <cstddef>
 #include <cstdint>
@@ -30,7 +30,7 @@ size_t numberBehind(const std::string& text, size_t& at) {
 void checkMistake(const std::string& mistake, std::string_view content) {
   require(mistake.compare(0, kFile.size(), kFile) == 0, "a mistake that does not name the file");
   size_t at = kFile.size();
-  // A file that ends has one line more than it has ends of lines.
+  // A file has one line more than line ends.
   require(numberBehind(mistake, at) <= content.size() + 2, "a mistake behind the end of the file");
   numberBehind(mistake, at);
   require(mistake.compare(at, 2, ": ") == 0 && mistake.size() > at + 2, "a mistake that does not say what is wrong");

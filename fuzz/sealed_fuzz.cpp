@@ -1,5 +1,5 @@
-// Any bytes as something sealed, for the device's decoder and for the service's: both open the same, or neither does.
-// And any bytes as a payload: sealed, both open it; with one bit changed, neither does.
+// Any bytes as something sealed, for the device's decoder and the service's: both open the same, or neither does. And
+// any bytes as a payload: once sealed, both open it; with one bit changed, neither does.
 
 #include <cstddef>
 #include <cstdint>
@@ -21,7 +21,7 @@ namespace {
 using morvik::fuzz::require;
 
 constexpr const char* kKey = "a tracking key";
-/// Small, so that what inflates beyond it is found soon. The service's own bound is larger.
+/// Small, so that larger content is found soon. The service's own bound is larger.
 constexpr size_t kMaxBytes = size_t{1} << 20;
 
 const morvik::host::OpensslCipher cipher;
@@ -64,7 +64,7 @@ void sealAndChange(const std::string& plain, size_t bit) {
   require(!openedByService(sealed), "the service opens what was changed");
 }
 
-/// What only a holder of the key can make, but still nonsense inside: the header says deflated, the text is not.
+/// What only a holder of the key can make, but with nonsense inside: the header says deflated, the text is not.
 void openHonestlySealedNonsense(const std::string& inside) {
   std::string sealed{morvik::services::kSealedVersion, morvik::services::kSealedFlagDeflated};
   const std::string header = sealed;

@@ -1,5 +1,5 @@
-// Any bytes at the local service: as a body of each endpoint, as a payload that is sealed rightly, as a stream that is
-// to be inflated, as an inspection, as an expectation. The first byte says which, the second to which endpoint.
+// Any bytes at the local service: as a body of each endpoint, as a correctly sealed payload, as a stream to inflate, as
+// an inspection, as an expectation. The first byte selects which, the second the endpoint.
 
 #include <algorithm>
 #include <cstddef>
@@ -28,7 +28,7 @@ using morvik_service::Json;
 using morvik_service::NamedValues;
 
 const morvik_service::Keys kKeys{"fuzz-app", "fuzz-hash-key", "fuzz-tracking-key"};
-// A store is begun anew after so many inputs: what is slow because there is much of it is no finding.
+// Inputs before the store is renewed: being slow because of much content is no finding.
 constexpr int kInputsPerStore = 500;
 
 struct World {
@@ -41,7 +41,7 @@ struct World {
 
 std::unique_ptr<World> world;
 
-// Between inputs only, so that what one sends is there when it looks.
+// Only between inputs, so that an input finds what it sent.
 void renewWorld() {
   if (world != nullptr && ++world->inputs <= kInputsPerStore)
     return;
@@ -62,7 +62,7 @@ HttpRequest makeRequest(std::string method, std::string path, std::string body, 
 constexpr const char* kForm = "application/x-www-form-urlencoded; charset=utf-8";
 constexpr const char* kJson = "application/json; charset=utf-8";
 
-// An answer, or a refusal, of the service's own: never a failure inside.
+// An answer, or a refusal, of the service's own: never an internal failure.
 Json ask(const HttpRequest& request) {
   const HttpReply reply = world->service.handle(request);
   require(reply.status >= 200 && reply.status < 500, "an answer with a status that no request explains");
@@ -81,7 +81,7 @@ Json inspect(const std::string& path, const NamedValues& query = {}) {
   return ask(request);
 }
 
-// What arrived is there to be looked at, in every list.
+// What arrived can be inspected, in every list.
 void lookAtNewest(const std::string& path) {
   const Json newest = inspect("/inspect/summaries", {{"limit", "1"}}).at("requests").at(0);
   require(newest.at("path") == path, "a request that is not in the list");
@@ -142,7 +142,7 @@ std::string pathOf(const Endpoint& endpoint) {
   return path;
 }
 
-// What was told is there to be looked at, with what arrived.
+// What was reported can be inspected, with what arrived.
 void lookAtNewestLedger() {
   const Json ledgers = inspect("/inspect/ledger").at("ledgers");
   if (ledgers.empty())

@@ -1,5 +1,5 @@
 // Any bytes as the store's file: the first byte says whether they are the whole file, or changes to a good one. The
-// store opens all the same, and keeps what is written then.
+// store must open anyway, and keep what is written then.
 
 #include <cstddef>
 #include <cstdint>
@@ -27,7 +27,7 @@ class NoLog final : public morvik::kit::LogSink {
   bool tryLine(std::string_view) override { return true; }
 };
 
-/// One for the process, emptied for each input; in memory where the system offers that.
+/// One for the process, emptied for each input; in memory if the system offers that.
 class Folder {
  public:
   Folder() {
@@ -73,7 +73,7 @@ std::string goodFile(const Folder& folder) {
   return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
-/// Three bytes a change: where, and what is flipped there.
+/// Three bytes per change: where, and which bits are flipped.
 std::string changed(std::string file, std::string_view changes) {
   for (; changes.size() >= 3; changes.remove_prefix(3)) {
     const size_t place = static_cast<size_t>(static_cast<uint8_t>(changes[0])) << 8U | static_cast<uint8_t>(changes[1]);
@@ -93,7 +93,7 @@ void openAndWrite(const Folder& folder) {
   }
   SqliteStore store({.place = {.folder = folder.path()}}, no_log);
   if (!keeps || store.opening() == StoreOpening::kSetAside)
-    return;  // what was changed may be what only a second look finds
+    return;  // only a second look may find what was changed
   require(store.get("fendoUserInfo_fendoUserNo") == Value(1001), "a number that was kept and is not there");
   require(store.get("fendoActivityInfos").size() == 40, "a list that was kept and is not there");
 }

@@ -1,4 +1,4 @@
-// Any bytes as a URL: its query is read, it opens the app, and it comes as a referral of Facebook's.
+// Any bytes as a URL: its query is read, it opens the app, and it comes as a referral URL from Facebook.
 
 #include <cstddef>
 #include <cstdint>

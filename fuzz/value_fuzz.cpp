@@ -1,4 +1,4 @@
-// Any bytes as a stored value. What is read must be written in a form that is read as the same again.
+// Any bytes as a stored value. What is read must be written in a form that is read as the same value.
 
 #include <cstddef>
 #include <cstdint>
@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(second.has_value(), "what was written cannot be read");
   std::string again;
   require(morvik::runtime::encodeValue(*second, again), "what was read a second time cannot be written");
-  // Compared as bytes: a number that is not one equals nothing, not even itself.
+  // Compared as bytes: not-a-number equals nothing, not even itself.
   require(again == written, "reading what was written gives another value");
   return 0;
 }

@@ -1,4 +1,4 @@
-// Any bytes as what somebody types into the device app: every line is a command, or one line about what is wrong.
+// Any bytes as input to the device app: every line is a command, or gets one line that says what is wrong.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
-# What ./run, ./test and the tools share. Sourced by bash, never run.
+# Shared by ./run, ./test and the tools. Sourced by bash, never run.
 
 morvik_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# fail STATUS LINE...: one message on standard error, then out.
+# fail STATUS LINE...: prints a message on standard error and exits.
 fail() {
   local status=$1
   shift
@@ -10,8 +10,8 @@ fail() {
   exit "$status"
 }
 
-# quietly LABEL COMMAND...: runs the command without its output. What takes long tells how far it is, on standard
-# error; what fails shows all that it wrote. Returns the command's status.
+# quietly LABEL COMMAND...: runs the command without its output. A long command reports its progress on standard error;
+# a failed one shows its whole output. Returns the command's status.
 quietly() {
   local label=$1 log line read_status status started=$SECONDS told=$SECONDS
   shift
@@ -27,13 +27,13 @@ quietly() {
       printf '%s\n' "$line" >>"$log"
     else
       printf '%s' "$line" >>"$log"
-      # Above 128 the ten seconds are over; else it is the end of the output.
+      # Above 128: ten seconds have passed; otherwise it is the end of the output.
       ((read_status > 128)) || break
     fi
     if ((SECONDS - told >= 10)); then
       told=$SECONDS
       line=$(tail -n 1 "$log")
-      # Of a build's step, its number and the file's name say it all.
+      # For a build step, its number and the file's name are enough.
       [[ $line =~ ^\[[0-9]+/[0-9]+\] ]] && line="${line%% *} ${line##*/}"
       printf '%s: %d s ... %.80s\n' "$label" $((SECONDS - started)) "$line" >&2
     fi

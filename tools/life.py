@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plays the life of a device against the local service, shows it as it happens, and settles the account."""
+"""Plays a device against the local service, shows what happens, and balances the account."""
 
 import argparse
 import collections
@@ -18,29 +18,29 @@ import stage
 GROUP = "shop"
 NAMES = ("look", "search", "basket", "share", "buy")
 DEEPLINK = "shop://offer/7"
-# The size trigger: so many stored events make a batch.
+# The size trigger: this many stored events make a batch.
 BATCH_EVENTS = 10
-# The device asks again so long after a conversion that failed.
+# The delay of the retry after a failed conversion.
 CONVERSION_RETRY_SECONDS = 10
 # A session that ended less than a minute ago is kept.
 WITHIN_A_MINUTE_SECONDS = 20
 OVER_A_MINUTE_SECONDS = 90
-# The device is told of these modules: their calls show on the screen.
+# The modules registered with the device: their calls are printed.
 MODULES = ("Fendo", "FendoLib", "QuintPush")
 CAMPAIGN, LATER_CAMPAIGN = 501, 502
 LONG_ARGUMENTS = 120
 COMMERCE_CLICK = "click-77"
 AGE, USER = 27, "user 7"
-# A crash is the kit's business when its text names one of its modules.
+# A crash concerns the kit if its text names one of its modules.
 OUR_CRASH, OTHER_CRASH = "fendo broke", "the shop broke"
 
 
 class Failed(Exception):
-    """A step did not go as it must."""
+    """A step failed."""
 
 
 class Screen:
-    """What the reader sees: who did what, one short line each, in the order in which it happened."""
+    """The printed lines: who did what, one short line each, in order."""
 
     STYLES = {"bold": "1", "dim": "2", "red": "31", "green": "32", "yellow": "33", "blue": "34", "cyan": "36"}
 
@@ -100,7 +100,7 @@ def in_short(entries):
 
 
 def received(request):
-    """What the service received, decoded, in a few words."""
+    """What the service received, decoded and summarized."""
     payload = request["payload"]
     what = f"#{request['id']} {request['endpoint'] or request['path']}"
     if payload is None:
@@ -127,7 +127,7 @@ def received(request):
 
 
 def answered(request):
-    """How the service answered, in a few words, and whether that was a good answer."""
+    """A summary of the service's answer, and whether it was a good one."""
     answer = request["answer"]
     asked = f", as asked ({request['behaviour']['kind']})" if request["behaviour"] else ""
     if not answer["sent"]:
@@ -147,7 +147,7 @@ def answered(request):
 
 
 def said(answer):
-    """What an answer tells the device, in a few words."""
+    """A summary of what an answer tells the device."""
     data = answer.get("Data", {})
     if "user_no" in data:
         return f", user {data['user_no']}, campaign {data['referralKey']}"
@@ -163,7 +163,7 @@ def said(answer):
 
 
 def cause_of_repetition(request, killed):
-    """Why what this request carried was sent again; None when there is no reason."""
+    """Why the content of this request was sent again; None if there is no reason."""
     if request["id"] in killed:
         return f"the process was killed before the answer to #{request['id']} arrived"
     if not request["answer"]["sent"]:
@@ -176,7 +176,7 @@ def cause_of_repetition(request, killed):
 
 
 def show_ledger(ledger, screen):
-    """The device's own account, kind by kind."""
+    """The device's own account, by kind."""
     columns = ("recorded", "delivered", "stored", "under_way", "given_up")
     screen.write()
     screen.write("    " + f"{'the device itself says':<24}" + "".join(f"{name.replace('_', ' '):>11}" for name in columns))
@@ -203,7 +203,7 @@ class Account:
             self.seen[record["activityEventID"]] = record
 
     def settle(self, requests, events, stored, ledger, screen):
-        """Prints the account and what the device says of it (`ledger`); true when both balance and agree."""
+        """Prints the account and what the device says of it (`ledger`); true if both balance and agree."""
         self.saw(stored)
         delivered = {event["event_id"]: event for event in events}
         stored_ids = {record["activityEventID"] for record in stored}
@@ -237,7 +237,7 @@ class Account:
         totals = collections.Counter()
         for kind, matches in kinds.items():
             ids = {event_id for event_id, (group, name, _) in recorded.items() if matches(group, name)}
-            # What is stored and was delivered too still waits for an answer; it counts once, as delivered.
+            # An event both stored and delivered still waits for its answer; it counts once, as delivered.
             numbers = (len(ids), len(ids & delivered.keys()), len((ids & stored_ids) - delivered.keys()),
                        len(ids & left_out))
             totals.update(dict(zip(columns, numbers)))
@@ -271,7 +271,7 @@ class Account:
 
     @staticmethod
     def _contradictions(ledger, totals):
-        """What the device's own ledger has in it that is not sound, or that is otherwise here."""
+        """What is not sound in the device's own ledger, or differs from this account."""
         problems = []
         if not ledger["balances"]:
             problems.append("the device's ledger does not balance")
@@ -301,7 +301,7 @@ class Account:
 
 
 class Life:
-    """The device, the service and the reader between them."""
+    """The device, the service and the output."""
 
     def __init__(self, build_dir, folder, seed, verbose, screen, started):
         self.build_dir = build_dir
@@ -335,7 +335,7 @@ class Life:
             self._arguments += ["--log-level", "5"]
 
     def _service_wrote(self, _):
-        # A line of its log is a request that it has received; what was in it, it says itself.
+        # Each log line of the service is a request that it has received; its content comes from the service itself.
         if self.service is not None:
             self.show_requests()
 
@@ -419,7 +419,7 @@ class Life:
         self.screen.device(f"records {numbered(count, 'event')} ({which})")
 
     def settle(self):
-        """Waits until nothing is under way, and looks at what is stored."""
+        """Waits until nothing is under way, and reads what is stored."""
         answer = self.device.do("settle")
         if not answer["ok"]:
             raise Failed(f"the device does not come to rest: {answer['error']}")
@@ -558,7 +558,7 @@ class Life:
         self.settle()
 
     def failures(self):
-        """How often each click that is kept has failed, by its campaign."""
+        """How often each stored click has failed, by campaign."""
         clicks = {click["conversion_key"] for click in self.stored("reEngagementInfos")}
         counts = {count["conversion_key"]: count["failure_cnt"]
                   for count in self.stored("reEngagementConversionFailedCnt")}
@@ -632,7 +632,7 @@ class Life:
         self.settle()
         self.screen.step("The campaign schedule is fetched once, and played again where it is unchanged")
         self.expect(len(self.schedules()) == len(before) + 1 and len({json.dumps(one) for one in self.schedules()}) == 1,
-                    "the module has it anew, and it is the same")
+                    "the module has it again, and it is the same")
 
     def schedules(self):
         return [entry["args"] for entry in self.device.callbacks if entry["callback"] == "didGetSchedule:"]

@@ -1,4 +1,4 @@
-"""The local service and the device app as children of a script: started, spoken to, ended.
+"""The local service and the device app as child processes of a script.
 
 For tools/life.py and the end-to-end tests. Nothing here sleeps: everything waits for a line or an answer.
 """
@@ -18,14 +18,14 @@ APP_KEY = "stage-app"
 HASH_KEY = "stage-hash-key"
 TRACKING_KEY = "stage-tracking-key"
 
-# The longest that anything of ours takes, with a sanitizer on a busy machine; only what hangs gets there.
+# Longer than any of our programs takes, even with a sanitizer on a busy machine; only a hanging one gets there.
 PATIENCE_SECONDS = 90.0
-# Lines of a child's log that are kept for people.
+# Number of a child's log lines that are kept for people.
 KEPT_LOG_LINES = 400
 
 
 class StageError(Exception):
-    """A program did not do what it was started for; the text is for people."""
+    """A program failed; the text is for people."""
 
 
 def program(build_dir, name):
@@ -37,7 +37,7 @@ def program(build_dir, name):
 
 
 def write_keys(folder, app_key=APP_KEY, hash_key=HASH_KEY, tracking_key=TRACKING_KEY):
-    """A file with the keys that device and service share; its path."""
+    """Writes a file with the keys that device and service share; returns its path."""
     path = os.path.join(folder, "keys")
     with open(os.open(path, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600), "w", encoding="utf-8") as file:
         file.write(f"app-key={app_key}\nhash-key={hash_key}\ntracking-key={tracking_key}\n")
@@ -45,7 +45,7 @@ def write_keys(folder, app_key=APP_KEY, hash_key=HASH_KEY, tracking_key=TRACKING
 
 
 class Lines:
-    """The lines of a child's pipe, read by a thread as they come, handed out one by one; the end is None."""
+    """The lines of a child's pipe, read by a thread and returned one by one; None at the end."""
 
     def __init__(self, pipe, on_line=None):
         self._pipe = pipe
@@ -66,20 +66,20 @@ class Lines:
         self._queue.put(None)
 
     def next(self, timeout):
-        """The next line, or None at the end. Raises queue.Empty when none comes in time."""
+        """The next line, or None at the end. Raises queue.Empty if none comes in time."""
         line = self._queue.get(timeout=timeout)
         if line is None:
             self._queue.put(None)
         return line
 
     def finish(self):
-        """Waits until the pipe's end was read, and closes it."""
+        """Waits for the end of the pipe, and closes it."""
         self._thread.join(PATIENCE_SECONDS)
         self._pipe.close()
 
 
 class Service:
-    """A morvik-service on a free loopback port, with a certificate of its own and its store in `folder`."""
+    """A morvik-service on a free loopback port, with its own certificate and its store in `folder`."""
 
     def __init__(self, build_dir, folder, keys_file, on_line=None, environment=None):
         self.folder = folder
@@ -106,7 +106,7 @@ class Service:
                                            context=ssl.create_default_context(cafile=self.ca_file))
 
     def call(self, method, path, body=None):
-        """Calls an inspection path; the decoded JSON of the answer."""
+        """Calls an inspection path; returns the decoded JSON of the answer."""
         text = None if body is None else json.dumps(body)
         headers = {} if body is None else {"Content-Type": "application/json"}
         with self._lock:
@@ -124,7 +124,7 @@ class Service:
         return json.loads(content)
 
     def behave(self, endpoint, kind, count=1, **more):
-        """The next answers of the endpoint misbehave."""
+        """Makes the next answers of the endpoint misbehave."""
         self.call("POST", "/inspect/behaviour", {"endpoint": endpoint, "kind": kind, "count": count, **more})
 
     def _all(self, name, after):
@@ -144,7 +144,7 @@ class Service:
         return self._all("events", after)
 
     def stop(self):
-        """Ends the service in order; its exit status."""
+        """Stops the service; returns its exit status."""
         if self.child.poll() is None:
             self.child.send_signal(signal.SIGTERM)
         status = self.child.wait(PATIENCE_SECONDS)
@@ -155,7 +155,7 @@ class Service:
 
 
 class Device:
-    """A morvik-device that is spoken to in verbs. `on_log` gets each line of its log, on a thread of its own."""
+    """A morvik-device driven by verbs. `on_log` gets each line of its log, on a separate thread."""
 
     def __init__(self, build_dir, arguments, on_callback=None, on_log=None, environment=None):
         self.callbacks = []
@@ -188,14 +188,14 @@ class Device:
         return entry
 
     def answer(self, timeout=PATIENCE_SECONDS):
-        """The next answer of a verb; None when the device is gone. Raises queue.Empty when none comes in time."""
+        """The next answer of a verb; None if the device is gone. Raises queue.Empty if none comes in time."""
         while True:
             entry = self._next(timeout)
             if entry is None or "verb" in entry:
                 return entry
 
     def do(self, line):
-        """One verb, and its answer."""
+        """Writes a verb and returns its answer."""
         self.say(line)
         answer = self.answer()
         if answer is None:
@@ -210,7 +210,7 @@ class Device:
         return self.store("fendoActivityInfos").get("fendoActivityInfos", [])
 
     def wait_for_callback(self, selector, timeout=PATIENCE_SECONDS):
-        """Waits until the delegate was called so, if it was not yet; the arguments."""
+        """Waits until the delegate was called like this; returns the arguments."""
         while True:
             for entry in self.callbacks:
                 if entry["callback"] == selector:
@@ -219,7 +219,7 @@ class Device:
                 raise StageError(f"the device ended before it called {selector}: " + "; ".join(self.log[-5:]))
 
     def rest(self):
-        """Waits for the end of the process and returns (exit status, the answers that were still to be read)."""
+        """Waits for the end of the process and returns (exit status, the unread answers)."""
         answers = []
         while (entry := self.answer()) is not None:
             answers.append(entry)
@@ -236,16 +236,16 @@ class Device:
             pass
 
     def end_input(self):
-        """The end of the input, which is an orderly shutdown; as rest()."""
+        """Ends the input, which shuts the device down; returns as rest()."""
         self._close_input()
         return self.rest()
 
     def kill(self):
-        """SIGKILL from outside; as rest()."""
+        """Sends SIGKILL; returns as rest()."""
         self.child.kill()
         return self.rest()
 
 
 def quoted(word):
-    """A word as the device's lines write it."""
+    """A word in the form of the device's lines."""
     return '"' + word.replace("\\", "\\\\").replace('"', '\\"') + '"'

@@ -46,7 +46,7 @@ class CountingRandom : public kit::Random {
   uint64_t state_ = 42;
 };
 
-/// Every other date lies so many events ahead.
+/// Every other date is this many events ahead.
 kit::Value storedEvents(const PlainBatch& batch, size_t ahead) {
   kit::MutableArray records;
   for (size_t i = 0; i < batch.events.size(); ++i) {

@@ -1,4 +1,4 @@
-// The same batch twice: as records in a store, on which the core builds it, and as plain structures, from which it is
+// The same batch twice: as records in a store, from which the core builds it, and as plain structures, from which it is
 // written by hand.
 #pragma once
 
@@ -19,10 +19,10 @@ struct PlainEvent {
   std::string id;
 };
 
-/// A batch of `count` events, ready for writing.
+/// A batch of `count` events, ready to be written.
 struct PlainBatch {
   explicit PlainBatch(size_t count);
-  /// The batch's JSON text, put together by hand.
+  /// The batch's JSON text, written by hand.
   void appendJson(std::string& out) const;
 
   std::vector<std::pair<std::string, std::string>> common;
@@ -36,7 +36,7 @@ class Sealer {
   ~Sealer();
   /// Deflate, encryption and base64url with the calls that the core uses, and nothing else.
   std::string sealByHand(const std::string& text) const;
-  /// The envelope as the host makes it.
+  /// The envelope as the kit makes it.
   kit::Value envelope(const kit::Value& payload, const std::string& key) const;
 
  private:
@@ -44,8 +44,8 @@ class Sealer {
   std::unique_ptr<Parts> parts_;
 };
 
-/// A kit on a memory store that holds `count` events, with a services object that goes as far as `step`. With an order
-/// its batches are as large as the host's; without one they carry everything.
+/// Ports on a memory store with `count` events, and a services object that goes as far as `step`. With an order its
+/// batches are as large as the kit's; without one they carry everything.
 class BatchPorts {
  public:
   enum class Step { kJsonText, kEnvelope };
@@ -54,7 +54,7 @@ class BatchPorts {
   BatchPorts(size_t count, Step step, Order order);
   ~BatchPorts();
   const kit::Ports& ports() const;
-  /// Size of what the last batch became.
+  /// Size of the latest batch's result.
   size_t outputBytes() const;
 
  private:

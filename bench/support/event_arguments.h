@@ -1,4 +1,4 @@
-// What a benchmark that stores many events is told on its command line.
+// Command-line arguments of a benchmark that stores many events.
 #pragma once
 
 #include <algorithm>
@@ -15,7 +15,7 @@ struct EventArguments {
   std::string_view kind;  ///< one of the options; "": none
 };
 
-/// Digits alone, and not 0; nothing for anything else.
+/// Digits only, and not 0; nothing for anything else.
 inline std::optional<int> eventCountOf(std::string_view text) {
   int count = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
@@ -23,7 +23,7 @@ inline std::optional<int> eventCountOf(std::string_view text) {
   return is_number && count > 0 ? std::optional(count) : std::nullopt;
 }
 
-/// "[EVENTS] [--one | --another]", in any order; `default_events` where none are told. Nothing when there is anything
+/// "[EVENTS] [--one | --another]", in any order; `default_events` if no number is given. Nothing if there is anything
 /// else. The texts outlive it.
 inline std::optional<EventArguments> eventArguments(int argc, char** argv, int default_events,
                                                     std::initializer_list<std::string_view> kinds) {

@@ -1,4 +1,4 @@
-// A folder for one benchmark, removed with everything in it at the end.
+// A folder for one benchmark, removed with its content at the end.
 #pragma once
 
 #include <stdlib.h>

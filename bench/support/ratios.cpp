@@ -8,7 +8,7 @@
 namespace morvik::bench {
 namespace {
 
-/// Prints as usual and keeps the times: of a repeated benchmark the median, of another one its only time.
+/// Prints as usual and keeps the times: the median of a repeated benchmark, else its only time.
 class KeepingReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
@@ -20,7 +20,7 @@ class KeepingReporter : public benchmark::ConsoleReporter {
     ConsoleReporter::ReportRuns(runs);
   }
 
-  /// CPU time of an iteration in the benchmark's own unit (other work on the machine does not count); 0 when it did not
+  /// CPU time of an iteration in the benchmark's own unit (other work on the machine does not count); 0 if it did not
   /// run.
   double timeOf(const std::string& name) const {
     const auto found = times_.find(name);

@@ -1,4 +1,4 @@
-// Benchmarks whose verdict is a ratio of two times measured in one run.
+// Benchmarks that check the ratio of two times measured in one run.
 #pragma once
 
 #include <string>
@@ -14,9 +14,9 @@ struct Ratio {
   double limit = 0;
 };
 
-/// Runs the program's benchmarks (medians where there are repetitions), prints them and then each ratio with its limit.
-/// The program's exit status: 0, or 1 when a ratio is above its limit. A ratio whose benchmarks were filtered out is
-/// left out.
+/// Runs the program's benchmarks (medians if there are repetitions), prints them, then each ratio with its limit.
+/// Returns the program's exit status: 0, or 1 if a ratio exceeds its limit. Ratios whose benchmarks were filtered out
+/// are left out.
 int runWithRatios(int argc, char** argv, const std::vector<Ratio>& ratios);
 
 }  // namespace morvik::bench

@@ -1,4 +1,4 @@
-// What the load of the machine takes from a thread.
+// The time that the machine's load takes from a thread.
 #pragma once
 
 #include <array>
@@ -8,7 +8,7 @@
 
 namespace morvik::bench {
 
-/// How long this thread has been ready to run and had no processor: the machine's load, and no wait of the kit's.
+/// How long this thread was ready to run but not scheduled: the machine's load, not a wait of the kit.
 class RunDelay {
  public:
   RunDelay() : file_(std::fopen("/proc/thread-self/schedstat", "r")) {
@@ -21,7 +21,7 @@ class RunDelay {
   }
   RunDelay(const RunDelay&) = delete;
   RunDelay& operator=(const RunDelay&) = delete;
-  /// Since the thread began; 0 where the system does not tell.
+  /// Since the thread began; 0 if the system does not tell.
   int64_t nanoseconds() {
     std::array<char, 128> line{};
     if (file_ == nullptr || std::fseek(file_, 0, SEEK_SET) != 0 ||

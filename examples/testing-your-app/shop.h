@@ -13,9 +13,9 @@ class Shop {
 
   void look(const std::string& article);
   void put(const std::string& article);
-  /// False, and nothing is told, when the basket is empty.
+  /// False if the basket is empty; nothing is reported then.
   bool buy();
-  /// Where the shop opens: the article that a new customer followed a link to; "" for the front page.
+  /// Where the shop opens: the article of the link that a new customer followed; "" for the front page.
   const std::string& landing() const { return landing_; }
 
  private:

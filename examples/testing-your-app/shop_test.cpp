@@ -1,4 +1,4 @@
-// Tests of the shop. Each has a device of its own; no clock, no network, no file.
+// Tests of the shop. Each has its own device; no clock, no network, no file.
 
 #include "shop.h"
 

@@ -1,4 +1,4 @@
-"""The device dies for real, and its next process reports what concerns the kit."""
+"""The device really crashes, and its next process reports what concerns the kit."""
 # Labels: plain_only
 
 import os
@@ -44,7 +44,7 @@ class Crash(unittest.TestCase):
                 for report in request["payload"]]
 
     def reported(self):
-        """Starts the device again, until it has sent what it has to send; the reports that arrived."""
+        """Starts the device again until it has sent everything; returns the reports that arrived."""
         before = len(self.reports())
         device = self.start()
         stored = device.store(QUEUE).get(QUEUE, [])

@@ -26,10 +26,10 @@ ACCEPTED = (True, True)
 # Killed between the two homes of the wish, of which the one that says forgotten counts: the store has the withdrawal and
 # the file not yet, or the file has that the withdrawal was accepted, which marks the user again, and the store not yet.
 CUT_OFF_IN_BETWEEN = (True, False)
-# Lives of each kind that are ended at a random moment, up to so long after the verb was written.
+# Runs of each kind that end at a random moment, up to this long after the verb was written.
 RANDOM_KILLS = 100
 MOST_DELAY_SECONDS = 0.02
-# A late answer accepts as any other; the long one comes after the kill.
+# A late answer also accepts; the long one comes after the kill.
 SHORT_DELAY = {"kind": "delay", "milliseconds": 5}
 LONG_DELAY = {"kind": "delay", "milliseconds": 60_000}
 MISBEHAVIOUR = (None, None, SHORT_DELAY, LONG_DELAY, {"kind": "status", "status": 500}, {"kind": "close_before"},
@@ -37,7 +37,7 @@ MISBEHAVIOUR = (None, None, SHORT_DELAY, LONG_DELAY, {"kind": "status", "status"
 
 
 class Life:
-    """One device that says one wish and is killed; the advertising identifier tells its requests from others'."""
+    """One device that makes one wish and is killed; its advertising identifier identifies its requests."""
 
     def __init__(self, name, wish, store, idfa):
         self.name = name
@@ -205,7 +205,7 @@ class ForgetKill(unittest.TestCase):
             device.say(f"forget-me {life.verb_argument()}", "settle")
             self.read_for(device, self.random.uniform(0, MOST_DELAY_SECONDS))
             self.end(life, device)
-        # What was under way when a device died may have been taken in after its check.
+        # A request under way when a device died may have been accepted after its check.
         for life in self.lives:
             self.check(life)
         print(dict(collections.Counter(f"{life.verb_argument()}: {life.state}, {len(self.requests_of(life))} received"

@@ -1,4 +1,4 @@
-"""What waits in a store is shown, whoever holds it, and no file of it is touched."""
+"""The pending content of a store is shown, whoever holds it, without touching its files."""
 
 import hashlib
 import json
@@ -18,7 +18,7 @@ BUILD = os.environ["MORVIK_BUILD_DIR"]
 
 
 def state_of(folder):
-    """Names, contents and times of all that is in the folder, and the time of the folder itself."""
+    """Names, contents and times of all files in the folder, and the time of the folder itself."""
     states = {".": os.stat(folder).st_mtime_ns}
     for entry in os.scandir(folder):
         with open(entry.path, "rb") as file:
@@ -33,7 +33,7 @@ class Inspect(unittest.TestCase):
         self.folder = folder.name
         self.store = os.path.join(self.folder, "device")
         keys = stage.write_keys(self.folder)
-        # Nobody listens there, so that everything waits.
+        # Nobody listens there, so that everything stays pending.
         self.arguments = ["--store", self.store, "--service", "http://127.0.0.1:1/", "--keys", keys, "--log-level", "0"]
 
     def device(self):
@@ -42,7 +42,7 @@ class Inspect(unittest.TestCase):
         return device
 
     def inspect(self, *arguments):
-        """A whole run: status, standard output, standard error."""
+        """A complete run: status, standard output, standard error."""
         done = subprocess.run([stage.program(BUILD, "morvik-device"), "inspect", *arguments], capture_output=True,
                               text=True, timeout=stage.PATIENCE_SECONDS, check=False)
         return done.returncode, done.stdout, done.stderr
@@ -80,7 +80,7 @@ class Inspect(unittest.TestCase):
     def test_a_store_that_a_process_holds_is_shown_and_stays_byte_for_byte(self):
         device = self.device()
         self.live(device)
-        # Held still in the middle of whatever it does, so that what changes is not its doing.
+        # Stopped in the middle of its work, so that any change is not its own.
         os.kill(device.child.pid, signal.SIGSTOP)
         try:
             self.assertTrue(os.WIFSTOPPED(os.waitpid(device.child.pid, os.WUNTRACED)[1]))

@@ -1,4 +1,4 @@
-"""The device is killed at random moments of a busy life, and nothing that it answered for is lost."""
+"""The device is killed at random moments of a busy run, and nothing that it confirmed is lost."""
 # Labels: plain_only
 # Timeout: 300
 
@@ -15,15 +15,15 @@ import stage  # noqa: E402
 
 BUILD = os.environ["MORVIK_BUILD_DIR"]
 KILLS = 200
-# So many answers of a life are waited for at most; the kill comes somewhere before them.
+# The kill comes at the latest after this many answers of a run.
 MOST_VERBS = 40
-# The kill comes up to so long after an answer, unless the next answer is there before.
+# The kill comes up to this long after an answer, unless the next answer comes before.
 MOST_DELAY_SECONDS = 0.02
-# Lives in which the half second of a session end passes.
+# Runs in which the half second of a session end passes.
 SHARE_OF_SESSION_ENDS = 0.1
 SHARE_OF_NEW_SESSIONS = 0.5
 SHARE_OF_MISBEHAVIOUR = 0.3
-# The only rule by which these lives give up activities.
+# The only rule by which these runs give up activities.
 KEPT_SESSION = 'the "end" of a session that went on within a minute'
 
 
@@ -46,7 +46,7 @@ class Kill(unittest.TestCase):
         self.seen_events = 0
 
     def lines_of_a_life(self, number):
-        """The verbs of one life, each with the parameter of the event that it records."""
+        """The verbs of one run, each with the parameter of the event that it records."""
         lines = [("active", None)]
         while len(lines) < MOST_VERBS:
             choice = self.random.random()
@@ -75,7 +75,7 @@ class Kill(unittest.TestCase):
         return [("settle", None), *away, ("active", None)]
 
     def misbehave(self):
-        """Answers that fail, get lost or come late, for lives to be killed in."""
+        """Answers that fail, get lost or come late, for runs that are killed."""
         if self.random.random() >= SHARE_OF_MISBEHAVIOUR:
             return
         kind, more = self.random.choice((("status", {"status": 500}), ("close_before", {}), ("close_after", {}),
@@ -114,7 +114,7 @@ class Kill(unittest.TestCase):
             self.know(event["event_id"], event["group"], event["param"])
 
     def know(self, event_id, group, param):
-        """An event of the app was attempted once and has one id."""
+        """Each event of the app was attempted once and has one id."""
         if group != "session":
             self.assertIn(param, self.attempted)
             self.assertEqual(self.ids.setdefault(param, event_id), event_id, f"event {param} has two ids")

@@ -1,4 +1,4 @@
-"""Eight threads of an app record, the process is killed, and every call that had returned is found."""
+"""Eight threads of an app record, the process is killed, and the record of every returned call is found."""
 # Labels: plain_only
 # Timeout: 300
 
@@ -14,7 +14,7 @@ import unittest
 BUILD = os.environ["MORVIK_BUILD_DIR"]
 THREADS = 8
 KILLS_IN_EACH_MODE = 100
-# The kill comes up to so long after the first call has returned.
+# The kill comes up to this long after the first call has returned.
 MOST_DELAY_SECONDS = 0.02
 START_SECONDS = 30
 
@@ -44,7 +44,7 @@ class KillThreads(unittest.TestCase):
             self.assertLess(time.monotonic(), end, "it records nothing")
 
     def live_and_die(self, mode, number):
-        """What had returned when the process died, and its store."""
+        """The calls that had returned when the process died, and its store."""
         store = os.path.join(self.folder, f"{mode}-{number}")
         counts = store + ".counts"
         process = subprocess.Popen([os.path.join(BUILD, "bin", "recording_threads"), store, counts, mode])
@@ -59,7 +59,7 @@ class KillThreads(unittest.TestCase):
         return self.counts(counts), store
 
     def stored(self, store):
-        """By thread, the numbers that are stored, in their order."""
+        """The stored numbers, in order, by thread."""
         shown = subprocess.run([os.path.join(BUILD, "bin", "morvik-device"), "inspect", "--json", "--all", store],
                                check=True, capture_output=True, text=True)
         numbers = [[] for _ in range(THREADS)]
@@ -74,7 +74,7 @@ class KillThreads(unittest.TestCase):
             returned, store = self.live_and_die(mode, number)
             self.calls += sum(returned)
             for thread, numbers in enumerate(self.stored(store)):
-                # The call that was under way may be there or not.
+                # The record of the running call may be there or not.
                 self.assertEqual(numbers, list(range(len(numbers))), f"kill {number}: thread {thread} lost its order")
                 self.assertGreaterEqual(len(numbers), returned[thread], f"kill {number}: thread {thread} lost a call")
                 self.assertLessEqual(len(numbers), returned[thread] + 1, f"kill {number}: thread {thread} doubled one")

@@ -1,4 +1,4 @@
-"""The life that the demonstration plays, and the account that it settles at the end."""
+"""The demonstration, and the account that it balances at the end."""
 
 import io
 import os
@@ -31,7 +31,7 @@ def request(number, status=200, sent=True):
 
 
 class Account(unittest.TestCase):
-    """Two events delivered, one stored, one end left out: it balances until something is wrong."""
+    """Two events delivered, one stored, one end left out: balances unless something is wrong."""
 
     def setUp(self):
         self.account = life.Account()

@@ -1,4 +1,4 @@
-"""morvik-device on a terminal: a prompt, help, and a typo that does not end it; from a pipe it is as it was."""
+"""morvik-device on a terminal: a prompt, help, and a typo that does not end it; unchanged from a pipe."""
 
 import os
 import pty
@@ -25,7 +25,7 @@ class OnATerminal(unittest.TestCase):
                         "--search-ads", "absent"]
         self.terminal, self.side_of_child = pty.openpty()
         self.addCleanup(os.close, self.terminal)
-        # What is typed is not shown, so that what is read is what the program wrote.
+        # Input is not echoed, so that only the program's output is read.
         attributes = termios.tcgetattr(self.side_of_child)
         attributes[3] &= ~termios.ECHO
         termios.tcsetattr(self.side_of_child, termios.TCSANOW, attributes)
@@ -39,7 +39,7 @@ class OnATerminal(unittest.TestCase):
         return child
 
     def until(self, text):
-        """What the program writes up to and with the text."""
+        """The program's output up to and including the text."""
         while text not in self.read:
             self.assertTrue(select.select([self.terminal], [], [], stage.PATIENCE_SECONDS)[0], self.read)
             self.read += os.read(self.terminal, 65536).decode().replace("\r\n", "\n")

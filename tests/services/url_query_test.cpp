@@ -64,7 +64,7 @@ TEST(UrlQuery, DecodesKeysAndValuesAfterSplitting) {
   EXPECT_EQ(urlQuery("?k=%&l=%4&m=%4g&n=%%41"), Value(Dictionary{{"k", "%"}, {"l", "%4"}, {"m", "%4g"}, {"n", "%A"}}));
 }
 
-TEST(UrlQuery, MendsTextThatIsNotUtf8) {
+TEST(UrlQuery, RepairsTextThatIsNotUtf8) {
   EXPECT_EQ(urlQuery("?a=\xFF%C3&b=%00"),
             Value(Dictionary{{"a", "\xEF\xBF\xBD\xEF\xBF\xBD"}, {"b", Value(std::string(1, '\0'))}}));
 }
