@@ -136,9 +136,9 @@ std::string sealedForm(const Endpoint& endpoint, const std::string& content, cha
 
 std::string pathOf(const Endpoint& endpoint) {
   std::string path(endpoint.path);
-  const std::size_t place = path.find(morvik_service::kAppKeyInPath);
+  const std::size_t place = path.find(morvik::testing::kAppKeyPlaceholder);
   if (place != std::string::npos)
-    path.replace(place, morvik_service::kAppKeyInPath.size(), kKeys.app_key);
+    path.replace(place, morvik::testing::kAppKeyPlaceholder.size(), kKeys.app_key);
   return path;
 }
 

@@ -2,57 +2,40 @@
 
 #include <algorithm>
 
-#include "services/endpoints.h"
-
 namespace morvik::testing {
 namespace {
 
-struct Entry {
-  ServiceEndpoint endpoint;
-  std::string_view name;
-  /// How the path ends.
-  std::string_view path;
-};
+constexpr bool isInOrder() {
+  for (size_t i = 0; i < kServiceTable.size(); ++i) {
+    if (kServiceTable[i].endpoint != static_cast<ServiceEndpoint>(i))
+      return false;
+  }
+  return true;
+}
+static_assert(isInOrder());
 
-constexpr Entry kEntries[] = {
-    {ServiceEndpoint::kConversion, "conversion", services::kConversionPath},
-    {ServiceEndpoint::kThirdPartyConversion, "thirdparty-conversion", services::kThirdPartyConversionPath},
-    {ServiceEndpoint::kIadAttribution, "iad-attribution", services::kIADAttributionPath},
-    {ServiceEndpoint::kTracking, "tracking", services::kTrackingPath},
-    {ServiceEndpoint::kReEngagement, "reengagement-conversion", services::kReEngagementConversionPath},
-    {ServiceEndpoint::kCommerce, "commerce-conversion", services::kCommerceConversionPath},
-    {ServiceEndpoint::kConfiguration, "configuration", services::kAppConfigFileName},
-    {ServiceEndpoint::kCrash, "crash", services::kCrashReportPath},
-    {ServiceEndpoint::kDemographics, "demographics", services::kSetDemographicPath},
-    {ServiceEndpoint::kSchedule, "schedule", services::kGetScheduleVer2Path},
-    {ServiceEndpoint::kErasure, "erasure", services::kGdprReqUrlPath},
-};
-static_assert(std::size(kEntries) == kServiceEndpoints.size());
+/// What a path ends with, whatever the app key and the base URL are. It begins with a slash, so that "/v1/conversion"
+/// is no end of "/v1/other-conversion".
+constexpr std::string_view endOf(std::string_view pattern) {
+  const size_t place = pattern.find(kAppKeyPlaceholder);
+  return place == std::string_view::npos ? pattern : pattern.substr(place + kAppKeyPlaceholder.size());
+}
 
-// A whole last part of the path: "v1/conversion" is no end of "v1/other-conversion".
-bool endsWithPath(std::string_view path, std::string_view end) {
-  return path.size() > end.size() && path.ends_with(end) && path[path.size() - end.size() - 1] == '/';
+template <typename Condition>
+std::optional<ServiceEndpoint> endpointWhere(Condition holds) {
+  const auto* found = std::find_if(kServiceTable.begin(), kServiceTable.end(), holds);
+  return found == kServiceTable.end() ? std::nullopt : std::optional(found->endpoint);
 }
 
 }  // namespace
 
-std::string_view nameOf(ServiceEndpoint endpoint) {
-  const auto* found =
-      std::find_if(std::begin(kEntries), std::end(kEntries), [&](const Entry& e) { return e.endpoint == endpoint; });
-  return found == std::end(kEntries) ? std::string_view() : found->name;
-}
-
 std::optional<ServiceEndpoint> endpointNamed(std::string_view name) {
-  const auto* found =
-      std::find_if(std::begin(kEntries), std::end(kEntries), [&](const Entry& e) { return e.name == name; });
-  return found == std::end(kEntries) ? std::nullopt : std::optional(found->endpoint);
+  return endpointWhere([name](const ServiceEndpointRow& row) { return row.name == name; });
 }
 
 std::optional<ServiceEndpoint> endpointOf(std::string_view url) {
   const std::string_view path = url.substr(0, url.find_first_of("?#"));
-  const auto* found = std::find_if(std::begin(kEntries), std::end(kEntries),
-                                   [&](const Entry& e) { return endsWithPath(path, e.path); });
-  return found == std::end(kEntries) ? std::nullopt : std::optional(found->endpoint);
+  return endpointWhere([path](const ServiceEndpointRow& row) { return path.ends_with(endOf(row.path)); });
 }
 
 }  // namespace morvik::testing

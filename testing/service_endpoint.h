@@ -1,7 +1,11 @@
-// The endpoints of a tracking service by the names under which people speak of them.
+// The endpoints of a tracking service, one row each. The local service (apps/service) and SimulatedService read these
+// rows; each opens, checks and answers with code of its own. The paths are not taken from the kit: one that asks at
+// another path is refused. Needs nothing but the standard library, since the local service includes nothing else of the
+// kit's.
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -22,17 +26,137 @@ enum class ServiceEndpoint : uint8_t {
   kErasure,
 };
 
-inline constexpr std::array kServiceEndpoints = {
-    ServiceEndpoint::kConversion,     ServiceEndpoint::kThirdPartyConversion,
-    ServiceEndpoint::kIadAttribution, ServiceEndpoint::kTracking,
-    ServiceEndpoint::kReEngagement,   ServiceEndpoint::kCommerce,
-    ServiceEndpoint::kConfiguration,  ServiceEndpoint::kCrash,
-    ServiceEndpoint::kDemographics,   ServiceEndpoint::kSchedule,
-    ServiceEndpoint::kErasure,
+/// How a request carries its payload.
+enum class PayloadForm : uint8_t {
+  kEnvelope,     ///< form parameters k and j; j is a sealed JSON object in base64url
+  kHexadecimal,  ///< form parameter j; a sealed JSON object in hexadecimal, never deflated
+  kForm,         ///< form parameters, k among them; the payload is an object of their texts
+  kJsonArray,    ///< the body is the JSON
+  kJsonObject,
+  kAppKeyInPath,  ///< no payload; the path begins with the app key
 };
 
-/// The last part of its path ("tracking", "commerce-conversion"), and "configuration" for the app configuration.
-std::string_view nameOf(ServiceEndpoint endpoint);
+/// Which secret opens a sealed payload.
+enum class KeyChoice : uint8_t { kHashKeyTwice, kTrackingKey };
+
+/// What a payload may bring.
+enum class PayloadCounting : uint8_t {
+  kNothing,  ///< nothing that counts
+  kPayload,  ///< clicks, reports and the like: whoever counts reads them in the payload
+  kEvents,   ///< events and impressions, each counted on its own
+};
+
+/// An answer that depends only on whether the payload was counted.
+struct FixedAnswer {
+  std::string_view accepting;  ///< a JSON object; "": the endpoint's answer is made by code
+  std::string_view declining;
+  bool has_time = false;  ///< with "BaseTime" in front of its members
+
+  constexpr bool isSet() const { return !accepting.empty(); }
+};
+
+inline constexpr size_t kMaxRequiredTexts = 8;
+
+struct ServiceEndpointRow {
+  ServiceEndpoint endpoint = ServiceEndpoint::kConversion;
+  /// The last part of its path ("tracking", "commerce-conversion"), and "configuration" for the app configuration.
+  std::string_view name;
+  std::string_view method = "POST";
+  std::string_view path;  ///< exact, but for kAppKeyPlaceholder
+  PayloadForm form = PayloadForm::kEnvelope;
+  KeyChoice key = KeyChoice::kHashKeyTwice;  ///< of sealed forms
+  bool payload_required = true;              ///< an empty body is refused
+  PayloadCounting counting = PayloadCounting::kNothing;
+  /// Texts that an object as payload must have; "" past the last.
+  std::array<std::string_view, kMaxRequiredTexts> required_texts{};
+  FixedAnswer fixed_answer{};
+};
+
+/// Stands in a path for the app key.
+inline constexpr std::string_view kAppKeyPlaceholder = "{app key}";
+
+inline constexpr FixedAnswer kResultWithTime{R"({"Result":true})", R"({"Result":false})", true};
+
+/// In the order of ServiceEndpoint.
+inline constexpr std::array kServiceTable = std::to_array<ServiceEndpointRow>({
+    {.endpoint = ServiceEndpoint::kConversion,
+     .name = "conversion",
+     .path = "/v1/conversion",
+     .payload_required = false},
+    {.endpoint = ServiceEndpoint::kThirdPartyConversion,
+     .name = "thirdparty-conversion",
+     .path = "/v1/thirdparty-conversion",
+     .payload_required = false},
+    {.endpoint = ServiceEndpoint::kIadAttribution,
+     .name = "iad-attribution",
+     .path = "/v1/iad-attribution",
+     .payload_required = false},
+    // "Result" tells the device to forget the events, so it is true only when they were counted.
+    {.endpoint = ServiceEndpoint::kTracking,
+     .name = "tracking",
+     .path = "/v1/tracking",
+     .key = KeyChoice::kTrackingKey,
+     .counting = PayloadCounting::kEvents,
+     .fixed_answer = kResultWithTime},
+    {.endpoint = ServiceEndpoint::kReEngagement,
+     .name = "reengagement-conversion",
+     .path = "/v1/reengagement-conversion",
+     .counting = PayloadCounting::kPayload},
+    // An absent message tells the device to forget the clicks.
+    {.endpoint = ServiceEndpoint::kCommerce,
+     .name = "commerce-conversion",
+     .path = "/v1/commerce-conversion",
+     .form = PayloadForm::kJsonArray,
+     .counting = PayloadCounting::kPayload,
+     .fixed_answer = {R"({"errMsg":null})", R"({"errMsg":"the clicks were not counted"})"}},
+    {.endpoint = ServiceEndpoint::kConfiguration,
+     .name = "configuration",
+     .method = "GET",
+     .path = "/{app key}/config.json",
+     .form = PayloadForm::kAppKeyInPath,
+     .payload_required = false},
+    // The code tells the device to forget the reports.
+    {.endpoint = ServiceEndpoint::kCrash,
+     .name = "crash",
+     .path = "/v1/crash",
+     .form = PayloadForm::kJsonArray,
+     .counting = PayloadCounting::kPayload,
+     .fixed_answer = {R"({"code":0})", R"({"code":1})"}},
+    // "Result" tells the device to forget what it told.
+    {.endpoint = ServiceEndpoint::kDemographics,
+     .name = "demographics",
+     .path = "/v1/demographics",
+     .form = PayloadForm::kHexadecimal,
+     .key = KeyChoice::kTrackingKey,
+     .counting = PayloadCounting::kPayload,
+     .fixed_answer = {R"({"Result":true})", R"({"Result":false})"}},
+    {.endpoint = ServiceEndpoint::kSchedule,
+     .name = "schedule",
+     .path = "/v2/schedule",
+     .form = PayloadForm::kForm,
+     .required_texts = {"k", "language", "checksum"}},
+    {.endpoint = ServiceEndpoint::kErasure,
+     .name = "erasure",
+     .path = "/v1/erasure",
+     .form = PayloadForm::kJsonObject,
+     .counting = PayloadCounting::kPayload},
+});
+
+/// All of them, in order.
+inline constexpr auto kServiceEndpoints = [] {
+  std::array<ServiceEndpoint, kServiceTable.size()> all{};
+  for (size_t i = 0; i < all.size(); ++i)
+    all[i] = kServiceTable[i].endpoint;
+  return all;
+}();
+
+constexpr const ServiceEndpointRow& rowOf(ServiceEndpoint endpoint) {
+  return kServiceTable[static_cast<size_t>(endpoint)];
+}
+
+constexpr std::string_view nameOf(ServiceEndpoint endpoint) {
+  return rowOf(endpoint).name;
+}
 /// The reverse; nothing for a name that is none.
 std::optional<ServiceEndpoint> endpointNamed(std::string_view name);
 /// The endpoint that a request to this URL is meant for, by its path alone, whatever the base URL is; nothing for a

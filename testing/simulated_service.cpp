@@ -31,16 +31,6 @@ class Refused : public std::runtime_error {
   int status_;
 };
 
-bool isAttribution(ServiceEndpoint endpoint) {
-  return endpoint == ServiceEndpoint::kConversion || endpoint == ServiceEndpoint::kThirdPartyConversion ||
-         endpoint == ServiceEndpoint::kIadAttribution;
-}
-
-/// Requests that say something by having no parameters; of the others an empty body is a mistake.
-bool mayBeEmpty(ServiceEndpoint endpoint) {
-  return isAttribution(endpoint) || endpoint == ServiceEndpoint::kConfiguration;
-}
-
 Value formOf(const std::string& body) {
   kit::MutableDictionary form;
   for (const auto& [name, value] : formFields(body))
@@ -61,15 +51,17 @@ void needKind(kit::Kind kind, const Value& value, const char* what) {
 }
 
 /// What an answer cannot be made without.
-void checkForm(ServiceEndpoint endpoint, const Value& payload) {
-  if (endpoint == ServiceEndpoint::kCommerce || endpoint == ServiceEndpoint::kCrash) {
+void checkForm(const ServiceEndpointRow& row, const Value& payload) {
+  if (row.form == PayloadForm::kJsonArray) {
     needKind(kit::Kind::kArray, payload, "the array of the body");
     return;
   }
   needKind(kit::Kind::kDictionary, payload, "the object of the payload");
-  if (endpoint == ServiceEndpoint::kReEngagement)
+  for (size_t i = 0; i < row.required_texts.size() && !row.required_texts[i].empty(); ++i)
+    needKind(kit::Kind::kString, payload[row.required_texts[i]], std::string(row.required_texts[i]).c_str());
+  if (row.endpoint == ServiceEndpoint::kReEngagement)
     needKind(kit::Kind::kInteger, payload["deeplink_info"]["conversion_key"], "deeplink_info.conversion_key");
-  if (endpoint != ServiceEndpoint::kTracking)
+  if (row.counting != PayloadCounting::kEvents)
     return;
   needKind(kit::Kind::kArray, payload["activity_info"], "activity_info");
   needKind(kit::Kind::kArray, payload["impression_info"], "impression_info");
@@ -121,7 +113,7 @@ ServedRequest SimulatedService::receive(const kit::Request& request, Counting co
     if (served.refusal)
       ++refused_count_;
     served.counted = counting == Counting::kYes && !served.refusal;
-    if (served.counted && served.endpoint == ServiceEndpoint::kTracking)
+    if (served.counted && rowOf(*served.endpoint).counting == PayloadCounting::kEvents)
       countEvents(served);
   }
   requests_.add(served);
@@ -134,10 +126,11 @@ ServedRequest SimulatedService::opened(const kit::Request& request) const {
   try {
     if (!served.endpoint)
       throw Refused(kNotFound, "no endpoint has this path: " + request.url);
-    Value payload = openedPayload(*served.endpoint, request);
+    const ServiceEndpointRow& row = rowOf(*served.endpoint);
+    Value payload = openedPayload(row, request);
     if (!payload.isAbsent())
-      checkForm(*served.endpoint, payload);
-    else if (!mayBeEmpty(*served.endpoint))
+      checkForm(row, payload);
+    else if (row.payload_required)
       throw Refused(kBadRequest, "the body is empty");
     served.payload = std::move(payload);
   } catch (const Refused& refused) {
@@ -150,29 +143,24 @@ ServedRequest SimulatedService::opened(const kit::Request& request) const {
   return served;
 }
 
-Value SimulatedService::openedPayload(ServiceEndpoint endpoint, const kit::Request& request) const {
+Value SimulatedService::openedPayload(const ServiceEndpointRow& row, const kit::Request& request) const {
   if (request.body.empty())
     return {};
-  switch (endpoint) {
-    case ServiceEndpoint::kConfiguration:
+  const std::string key = row.key == KeyChoice::kTrackingKey ? keys_.tracking_key : keys_.hash_key + keys_.hash_key;
+  switch (row.form) {
+    case PayloadForm::kAppKeyInPath:
       return {};
-    case ServiceEndpoint::kCommerce:
-    case ServiceEndpoint::kCrash:
-    case ServiceEndpoint::kErasure:
+    case PayloadForm::kJsonArray:
+    case PayloadForm::kJsonObject:
       return plainJson(request.body);
-    case ServiceEndpoint::kSchedule:
+    case PayloadForm::kForm:
       return formOf(request.body);
-    case ServiceEndpoint::kDemographics:
-      return openDemographics(tools_, request, keys_.tracking_key);
-    case ServiceEndpoint::kTracking:
-      return openedEnvelope(request, keys_.tracking_key);
-    case ServiceEndpoint::kConversion:
-    case ServiceEndpoint::kThirdPartyConversion:
-    case ServiceEndpoint::kIadAttribution:
-    case ServiceEndpoint::kReEngagement:
+    case PayloadForm::kHexadecimal:
+      return openDemographics(tools_, request, key);
+    case PayloadForm::kEnvelope:
       break;
   }
-  return openedEnvelope(request, keys_.hash_key + keys_.hash_key);
+  return openedEnvelope(request, key);
 }
 
 Value SimulatedService::openedEnvelope(const kit::Request& request, const std::string& key_text) const {
@@ -216,27 +204,30 @@ Value SimulatedService::acceptingAnswer(const ServedRequest& served) {
     case ServiceEndpoint::kThirdPartyConversion:
     case ServiceEndpoint::kIadAttribution:
       return attributionAnswer(served);
-    case ServiceEndpoint::kTracking:
-      break;
     case ServiceEndpoint::kReEngagement:
       return reEngagementAnswer(served);
-    case ServiceEndpoint::kCommerce:
-      return kit::Dictionary{{"errMsg", served.counted ? Value::null() : Value("the clicks were not counted")}};
     case ServiceEndpoint::kConfiguration: {
       const std::lock_guard lock(mutex_);
       const kit::Dictionary commerce{{"premium_postback", premium_postback_ ? "true" : "false"}};
       return kit::Dictionary{{"commerce", commerce}};
     }
-    case ServiceEndpoint::kCrash:
-      return kit::Dictionary{{"code", served.counted ? 0 : 1}};
-    case ServiceEndpoint::kDemographics:
-      return kit::Dictionary{{"Result", served.counted}};
     case ServiceEndpoint::kSchedule:
       return scheduleAnswer(served);
     case ServiceEndpoint::kErasure:
       return kit::Dictionary{{"subject_request_id", served.payload["subject_request_id"]}};
+    default:
+      return fixedAnswer(rowOf(*served.endpoint).fixed_answer, served.counted);
   }
-  return resultAnswer(served.counted);
+}
+
+Value SimulatedService::fixedAnswer(const FixedAnswer& fixed, bool is_counted) const {
+  kit::MutableDictionary answer;
+  if (fixed.has_time)
+    answer.set("BaseTime", now_().millisecondsSince(kit::Date{}));
+  const Value members = json(is_counted ? fixed.accepting : fixed.declining);
+  for (const kit::Entry& member : members.dictionary())
+    answer.set(member.key, member.value);
+  return answer;
 }
 
 kit::MutableDictionary SimulatedService::resultAnswer(bool result) const {

@@ -115,7 +115,7 @@ class SimulatedService {
   };
 
   ServedRequest opened(const kit::Request& request) const;
-  kit::Value openedPayload(ServiceEndpoint endpoint, const kit::Request& request) const;
+  kit::Value openedPayload(const ServiceEndpointRow& row, const kit::Request& request) const;
   kit::Value openedEnvelope(const kit::Request& request, const std::string& key_text) const;
   void countEvents(ServedRequest& served);
   Install installOf(const kit::Value& payload, kit::Date now);
@@ -124,6 +124,7 @@ class SimulatedService {
   kit::Value scheduleAnswer(const ServedRequest& served) const;
   kit::Value reEngagementAnswer(const ServedRequest& served) const;
   kit::Value acceptingAnswer(const ServedRequest& served);
+  kit::Value fixedAnswer(const FixedAnswer& fixed, bool is_counted) const;
   kit::MutableDictionary resultAnswer(bool result) const;
 
   const services::SealingTools tools_;

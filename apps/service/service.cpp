@@ -56,9 +56,7 @@ HttpRequest withoutBody(const HttpRequest& request) {
 // Checks the payload. When it is refused and the endpoint has words of its own for that, they are the answer.
 bool isAcceptable(const Endpoint& endpoint, const Keys& keys, RequestRecord& record) {
   try {
-    endpoint.check(*record.payload);
-    if (endpoint.check_app != nullptr)
-      endpoint.check_app(*record.payload, keys);
+    checkPayload(endpoint, *record.payload, keys);
     return true;
   } catch (const Refusal& refusal) {
     if (endpoint.answer_refused == nullptr)
@@ -175,8 +173,8 @@ void Service::answerUsually(const Endpoint& endpoint, bool may_count, RequestRec
   takeAttribution();
   record.counting = endpoint.counting;
   record.counted = endpoint.counting != Counting::kNothing && may_count;
-  record.reply = {200,
-                  jsonText(endpoint.answer({record.time_milliseconds, record.payload, record.counted, data_, store_}))};
+  record.reply = {
+      200, jsonText(answerOf(endpoint, {record.time_milliseconds, record.payload, record.counted, data_, store_}))};
 }
 
 void Service::remember(RequestRecord& record) {

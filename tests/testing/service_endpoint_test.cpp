@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <string>
+
+#include "services/endpoints.h"
 
 namespace morvik::test {
 namespace {
@@ -34,6 +37,17 @@ TEST(ServiceEndpoint, IsKnownByThePathOfAUrl) {
   EXPECT_EQ(endpointOf("https://a.example/v1/demographics"), ServiceEndpoint::kDemographics);
   EXPECT_EQ(endpointOf("https://a.example/v2/schedule"), ServiceEndpoint::kSchedule);
   EXPECT_EQ(endpointOf("https://a.example/v1/erasure"), ServiceEndpoint::kErasure);
+}
+
+TEST(ServiceEndpoint, IsWhereTheKitAsks) {
+  std::set<ServiceEndpoint> asked{ServiceEndpoint::kConfiguration};
+  for (const services::EndpointRow& row : services::kEndpoints) {
+    const auto endpoint = endpointOf(services::urlOf({}, row.endpoint));
+    ASSERT_TRUE(endpoint.has_value()) << row.path;
+    EXPECT_EQ(testing::rowOf(*endpoint).path, "/" + std::string(row.path));
+    EXPECT_TRUE(asked.insert(*endpoint).second) << row.path;
+  }
+  EXPECT_EQ(asked.size(), testing::kServiceEndpoints.size());
 }
 
 TEST(ServiceEndpoint, IsKnownUnderABaseUrlWithAPathAndBeforeAQuery) {

@@ -91,7 +91,7 @@ TEST_F(SimulatedServiceTest, AcceptsOnlyWhatItCounted) {
   EXPECT_EQ(answerWithoutCounting(requestTo("v1/demographics", "j=" + services::hexText(sealedText("{}")))),
             R"(200 {"Result":false})");
   EXPECT_EQ(answerWithoutCounting(requestTo("v1/erasure", "{}")), R"(503 {"error":"the request was not counted"})");
-  EXPECT_EQ(answerWithoutCounting(requestTo("v2/schedule", "checksum=init")),
+  EXPECT_EQ(answerWithoutCounting(requestTo("v2/schedule", "k=app&language=ko&checksum=init")),
             R"(200 {"BaseTime":1709251200000,"Result":false})");
   EXPECT_FALSE(service.requests().front().counted);
 }
@@ -172,7 +172,9 @@ TEST_F(SimulatedServiceTest, RefusesWhatItCannotRead) {
             R"(400 {"error":"impression_info is missing or of another kind"})");
   EXPECT_EQ(answerTo(requestTo("v1/crash", "{}")),
             R"(400 {"error":"the array of the body is missing or of another kind"})");
-  EXPECT_EQ(service.refusedCount(), 7u);
+  EXPECT_EQ(answerTo(requestTo("v2/schedule", "k=app&language=ko")),
+            R"(400 {"error":"checksum is missing or of another kind"})");
+  EXPECT_EQ(service.refusedCount(), 8u);
   EXPECT_FALSE(service.requests().back().counted);
   EXPECT_EQ(service.distinctEvents(), 0u);
 }

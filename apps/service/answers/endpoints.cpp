@@ -7,10 +7,17 @@
 #include "apps/service/checks/crash_rules.h"
 #include "apps/service/checks/demographics_rules.h"
 #include "apps/service/checks/erasure_rules.h"
+#include "apps/service/checks/member_rules.h"
 #include "apps/service/checks/payload_rules.h"
 
 namespace morvik_service {
 namespace {
+
+using morvik::testing::FixedAnswer;
+using morvik::testing::kAppKeyPlaceholder;
+using morvik::testing::kServiceTable;
+using morvik::testing::ServiceEndpoint;
+using morvik::testing::ServiceEndpointRow;
 
 Json resultAnswer(const AnswerContext& context, bool result) {
   return {{"BaseTime", context.now_milliseconds}, {"Result", result}};
@@ -43,11 +50,6 @@ Json attributionAnswer(const AnswerContext& context) {
   return answer;
 }
 
-// "Result" tells the device to forget the events, so it is true only when they were counted.
-Json trackingAnswer(const AnswerContext& context) {
-  return resultAnswer(context, context.counted);
-}
-
 // "Result" tells the device to forget the click.
 Json reEngagementAnswer(const AnswerContext& context) {
   Json answer = resultAnswer(context, context.counted);
@@ -60,27 +62,12 @@ Json reEngagementAnswer(const AnswerContext& context) {
   return answer;
 }
 
-// An absent message tells the device to forget the clicks.
-Json commerceAnswer(const AnswerContext& context) {
-  return {{"errMsg", context.counted ? Json(nullptr) : Json("the clicks were not counted")}};
-}
-
 Json commerceRefusal(const Refusal& refusal) {
   return {{"errMsg", refusal.what()}};
 }
 
 Json configurationAnswer(const AnswerContext& context) {
   return {{"commerce", {{"premium_postback", context.data.premium_postback ? "true" : "false"}}}};
-}
-
-// The code tells the device to forget the reports.
-Json crashAnswer(const AnswerContext& context) {
-  return {{"code", context.counted ? kCodeFine : kCodeNotCounted}};
-}
-
-// "Result" tells the device to forget what it told.
-Json demographicsAnswer(const AnswerContext& context) {
-  return {{"Result", context.counted}};
 }
 
 Json scheduleAnswer(const AnswerContext& context) {
@@ -102,86 +89,96 @@ Json erasureAnswer(const AnswerContext& context) {
 }
 
 bool matches(std::string_view pattern, std::string_view path) {
-  const std::size_t place = pattern.find(kAppKeyInPath);
+  const std::size_t place = pattern.find(kAppKeyPlaceholder);
   if (place == std::string_view::npos)
     return path == pattern;
   const std::string_view head = pattern.substr(0, place);
-  const std::string_view tail = pattern.substr(place + kAppKeyInPath.size());
+  const std::string_view tail = pattern.substr(place + kAppKeyPlaceholder.size());
   return path.size() > head.size() + tail.size() && path.substr(0, head.size()) == head &&
          path.substr(path.size() - tail.size()) == tail;
+}
+
+/// The row with the checks and answers that it cannot express.
+Endpoint withOwnCode(const ServiceEndpointRow& row) {
+  Endpoint endpoint{row};
+  switch (row.endpoint) {
+    case ServiceEndpoint::kConversion:
+      endpoint.check = checkConversionPayload;
+      endpoint.answer = attributionAnswer;
+      break;
+    case ServiceEndpoint::kThirdPartyConversion:
+      endpoint.check = checkThirdPartyPayload;
+      endpoint.answer = attributionAnswer;
+      break;
+    case ServiceEndpoint::kIadAttribution:
+      endpoint.check = checkIadPayload;
+      endpoint.answer = attributionAnswer;
+      break;
+    case ServiceEndpoint::kTracking:
+      endpoint.check = checkTrackingPayload;
+      break;
+    case ServiceEndpoint::kReEngagement:
+      endpoint.check = checkReEngagementPayload;
+      endpoint.answer = reEngagementAnswer;
+      break;
+    case ServiceEndpoint::kCommerce:
+      endpoint.check = checkCommerceClicks;
+      endpoint.answer_refused = commerceRefusal;
+      break;
+    case ServiceEndpoint::kConfiguration:
+      endpoint.answer = configurationAnswer;
+      break;
+    case ServiceEndpoint::kCrash:
+      endpoint.check = checkCrashReports;
+      endpoint.check_app = checkAppOfCrashReports;
+      break;
+    case ServiceEndpoint::kDemographics:
+      endpoint.check = checkDemographicsPayload;
+      break;
+    case ServiceEndpoint::kSchedule:
+      endpoint.answer = scheduleAnswer;
+      break;
+    case ServiceEndpoint::kErasure:
+      endpoint.check = checkErasureRequest;
+      endpoint.check_app = checkAppOfErasureRequest;
+      endpoint.answer = erasureAnswer;
+      break;
+    default:
+      break;  // the row says it all
+  }
+  return endpoint;
 }
 
 }  // namespace
 
 const std::vector<Endpoint>& endpoints() {
-  static const std::vector<Endpoint> all = {
-      {.name = "conversion",
-       .path = "/v1/conversion",
-       .payload_required = false,
-       .check = checkConversionPayload,
-       .answer = attributionAnswer},
-      {.name = "thirdparty-conversion",
-       .path = "/v1/thirdparty-conversion",
-       .payload_required = false,
-       .check = checkThirdPartyPayload,
-       .answer = attributionAnswer},
-      {.name = "iad-attribution",
-       .path = "/v1/iad-attribution",
-       .payload_required = false,
-       .check = checkIadPayload,
-       .answer = attributionAnswer},
-      {.name = "tracking",
-       .path = "/v1/tracking",
-       .key = KeyChoice::kTrackingKey,
-       .counting = Counting::kEvents,
-       .check = checkTrackingPayload,
-       .answer = trackingAnswer},
-      {.name = "reengagement-conversion",
-       .path = "/v1/reengagement-conversion",
-       .counting = Counting::kPayload,
-       .check = checkReEngagementPayload,
-       .answer = reEngagementAnswer},
-      {.name = "commerce-conversion",
-       .path = "/v1/commerce-conversion",
-       .form = PayloadForm::kJsonArray,
-       .counting = Counting::kPayload,
-       .check = checkCommerceClicks,
-       .answer = commerceAnswer,
-       .answer_refused = commerceRefusal},
-      {.name = "configuration",
-       .method = "GET",
-       .path = "/{app key}/config.json",
-       .form = PayloadForm::kAppKeyInPath,
-       .payload_required = false,
-       .answer = configurationAnswer},
-      {.name = "crash",
-       .path = "/v1/crash",
-       .form = PayloadForm::kJsonArray,
-       .counting = Counting::kPayload,
-       .check = checkCrashReports,
-       .check_app = checkAppOfCrashReports,
-       .answer = crashAnswer},
-      {.name = "demographics",
-       .path = "/v1/demographics",
-       .form = PayloadForm::kHexadecimal,
-       .key = KeyChoice::kTrackingKey,
-       .counting = Counting::kPayload,
-       .check = checkDemographicsPayload,
-       .answer = demographicsAnswer},
-      {.name = "schedule",
-       .path = "/v2/schedule",
-       .form = PayloadForm::kForm,
-       .check = checkSchedulePayload,
-       .answer = scheduleAnswer},
-      {.name = "erasure",
-       .path = "/v1/erasure",
-       .form = PayloadForm::kJsonObject,
-       .counting = Counting::kPayload,
-       .check = checkErasureRequest,
-       .check_app = checkAppOfErasureRequest,
-       .answer = erasureAnswer},
-  };
+  static const std::vector<Endpoint> all = [] {
+    std::vector<Endpoint> rows;
+    for (const ServiceEndpointRow& row : kServiceTable)
+      rows.push_back(withOwnCode(row));
+    return rows;
+  }();
   return all;
+}
+
+void checkPayload(const Endpoint& endpoint, const Json& payload, const Keys& keys) {
+  for (std::size_t i = 0; i < endpoint.required_texts.size() && !endpoint.required_texts[i].empty(); ++i)
+    requireMember(payload, {endpoint.required_texts[i]}, {});
+  if (endpoint.check != nullptr)
+    endpoint.check(payload);
+  if (endpoint.check_app != nullptr)
+    endpoint.check_app(payload, keys);
+}
+
+Json answerOf(const Endpoint& endpoint, const AnswerContext& context) {
+  if (endpoint.answer != nullptr)
+    return endpoint.answer(context);
+  const FixedAnswer& fixed = endpoint.fixed_answer;
+  Json answer = Json::object();
+  if (fixed.has_time)
+    answer["BaseTime"] = context.now_milliseconds;
+  answer.update(Json::parse(context.counted ? fixed.accepting : fixed.declining));
+  return answer;
 }
 
 const Endpoint* findEndpoint(std::string_view path) {

@@ -1,5 +1,4 @@
-// The service's endpoints: path, form of the payload, key, what a payload must hold, what is answered. A later endpoint
-// is one more row here and one more answer.
+// The service's endpoints: the shared rows (testing/service_endpoint.h), and the checks and answers that need code.
 #pragma once
 
 #include <cstdint>
@@ -14,6 +13,7 @@
 #include "apps/service/base/refusal.h"
 #include "apps/service/store/store.h"
 #include "apps/service/wire/payload_form.h"
+#include "testing/service_endpoint.h"
 
 namespace morvik_service {
 
@@ -21,13 +21,6 @@ namespace morvik_service {
 inline constexpr int kResultCodeFine = 0;
 inline constexpr int kResultCodeNoParameters = 1;
 inline constexpr int kResultCodeUnchanged = 1001;
-
-/// "code" of the answers to crash reports.
-inline constexpr int kCodeFine = 0;
-inline constexpr int kCodeNotCounted = 1;
-
-/// Stands in a path for the app key.
-inline constexpr std::string_view kAppKeyInPath = "{app key}";
 
 /// What an answer is made from.
 struct AnswerContext {
@@ -38,22 +31,24 @@ struct AnswerContext {
   Store& store;
 };
 
-struct Endpoint {
-  std::string_view name;
-  std::string_view method = "POST";
-  std::string_view path;  ///< exact, but for kAppKeyInPath
-  PayloadForm form = PayloadForm::kEnvelope;
-  KeyChoice key = KeyChoice::kHashKeyTwice;  ///< of sealed forms
-  bool payload_required = true;              ///< an empty body is refused
-  Counting counting = Counting::kNothing;
-  void (*check)(const Json& payload) = nullptr;  ///< throws Refusal
+/// A row of the table that the simulated service reads too, and the code of this service's own for it.
+struct Endpoint : morvik::testing::ServiceEndpointRow {
+  /// Throws Refusal when the payload lacks what it must hold. Absent where the row's required texts are all.
+  void (*check)(const Json& payload) = nullptr;
   /// Throws Refusal when the checked payload names another app; absent where its form has seen to that, or it names
   /// none.
   void (*check_app)(const Json& payload, const Keys& keys) = nullptr;
+  /// Absent where the row has a fixed answer.
   Json (*answer)(const AnswerContext& context) = nullptr;
-  /// Answered with status 200 to a payload that `check` refuses; without it the refusal itself is the answer.
+  /// Answered with status 200 to a payload that the checks refuse; without it the refusal itself is the answer.
   Json (*answer_refused)(const Refusal& refusal) = nullptr;
 };
+
+/// All checks of the payload. Throws Refusal.
+void checkPayload(const Endpoint& endpoint, const Json& payload, const Keys& keys);
+
+/// What the endpoint answers to a payload that passed, or to none.
+Json answerOf(const Endpoint& endpoint, const AnswerContext& context);
 
 const std::vector<Endpoint>& endpoints();
 

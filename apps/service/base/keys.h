@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "testing/service_endpoint.h"
+
 namespace morvik_service {
 
 struct Keys {
@@ -12,8 +14,7 @@ struct Keys {
   std::string tracking_key;  ///< secret; seals tracking and demographics; empty when the app has none
 };
 
-/// Which secret opens an endpoint's payloads.
-enum class KeyChoice { kHashKeyTwice, kTrackingKey };
+using morvik::testing::KeyChoice;
 
 /// The key text of a choice; empty when the service was given none.
 std::string keyText(const Keys& keys, KeyChoice choice);

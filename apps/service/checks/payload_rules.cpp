@@ -36,7 +36,6 @@ constexpr std::array<MemberRule, 6> kImpressionMembers = {{{"campaign_key", Memb
                                                            {"created_at"},
                                                            {"isFirstTime", MemberType::kBoolean}}};
 constexpr std::array<MemberRule, 2> kIadMembers = {{{"appPurchaseDate"}, {"iAdImpressionDate"}}};
-constexpr std::array<MemberRule, 3> kScheduleMembers = {{{"k"}, {"language"}, {"checksum"}}};
 
 void checkEntries(const Json& payload, std::string_view list, std::span<const MemberRule> rules) {
   const Json& entries = requireMember(payload, {list, MemberType::kArray}, {});
@@ -83,10 +82,6 @@ void checkTrackingPayload(const Json& payload) {
   checkCommonParameters(payload);
   checkEntries(payload, "activity_info", kActivityMembers);
   checkEntries(payload, "impression_info", kImpressionMembers);
-}
-
-void checkSchedulePayload(const Json& payload) {
-  requireMembers(payload, kScheduleMembers, {});
 }
 
 }  // namespace morvik_service

@@ -1,4 +1,4 @@
-// Rules for the payloads of attribution, tracking and schedule. Each function throws Refusal 400 that names the first
+// Rules for the payloads of attribution and tracking. Each function throws Refusal 400 that names the first
 // member that is missing or of the wrong type. Other members are allowed.
 #pragma once
 
@@ -21,8 +21,5 @@ void checkIadPayload(const Json& payload);
 
 /// Common parameters, the seven members of each activity, the six of each impression.
 void checkTrackingPayload(const Json& payload);
-
-/// The three texts that a schedule is asked for with.
-void checkSchedulePayload(const Json& payload);
 
 }  // namespace morvik_service

@@ -14,6 +14,7 @@
 #include "apps/service/http/http_message.h"
 #include "apps/service/store/readers.h"
 #include "apps/service/store/store_folder.h"
+#include "testing/service_endpoint.h"
 
 namespace morvik_service {
 
@@ -44,12 +45,7 @@ inline constexpr std::int64_t kForgottenIdsAtOnce = 10000;
 /// Install numbers begin after this one.
 inline constexpr std::int64_t kFirstUserNo = 100001;
 
-/// What a request's payload may bring.
-enum class Counting {
-  kNothing,  ///< nothing that counts
-  kPayload,  ///< clicks, reports and the like: they stand in the payload, whoever counts reads it there
-  kEvents,   ///< events and impressions: the store counts each by itself
-};
+using Counting = morvik::testing::PayloadCounting;
 
 /// One request as it came, and what became of it.
 struct RequestRecord {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/apps/service/samples.h"
+
 namespace morvik_service {
 namespace {
 
@@ -53,8 +55,21 @@ TEST(Endpoints, EachPathHasItsFormItsKeyAndItsRules) {
 
 TEST(Endpoints, EveryEndpointCanAnswerAndChecksThePayloadThatItMayHave) {
   for (const Endpoint& endpoint : endpoints()) {
-    EXPECT_NE(nullptr, endpoint.answer) << endpoint.name;
-    EXPECT_EQ(endpoint.form == PayloadForm::kAppKeyInPath, endpoint.check == nullptr) << endpoint.name;
+    EXPECT_NE(endpoint.answer != nullptr, endpoint.fixed_answer.isSet()) << endpoint.name;
+    const bool checks = endpoint.check != nullptr || !endpoint.required_texts[0].empty();
+    EXPECT_EQ(endpoint.form != PayloadForm::kAppKeyInPath, checks) << endpoint.name;
+  }
+}
+
+TEST(Endpoints, AFormHasTheTextsOfItsRow) {
+  const Json good = {{"k", "app-1"}, {"language", "ko"}, {"checksum", "init"}};
+  const Endpoint& schedule = *findEndpoint("/v2/schedule");
+  EXPECT_NO_THROW(checkPayload(schedule, good, test::kKeys));
+  for (const auto& [name, value] : good.items()) {
+    Json payload = good;
+    payload.erase(name);
+    const Refusal refusal = test::refusalOf([&] { checkPayload(schedule, payload, test::kKeys); });
+    EXPECT_EQ(name + " is missing", refusal.what());
   }
 }
 

@@ -83,16 +83,6 @@ TEST(PayloadRules, ADeepLinkOfAConversionIsCheckedWhenItIsThere) {
   }
 }
 
-TEST(PayloadRules, AScheduleIsAskedForWithThreeTexts) {
-  const Json good = {{"k", "app-1"}, {"language", "ko"}, {"checksum", "init"}};
-  EXPECT_NO_THROW(checkSchedulePayload(good));
-  for (const auto& [name, value] : good.items()) {
-    Json payload = good;
-    payload.erase(name);
-    EXPECT_EQ(name + " is missing", problemOf(checkSchedulePayload, payload));
-  }
-}
-
 TEST(PayloadRules, AnIadAttributionHasBothDatesOrNone) {
   Json payload = iadPayload();
   payload["iAd"].erase("iAdImpressionDate");
