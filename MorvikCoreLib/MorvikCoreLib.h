@@ -2,10 +2,10 @@
 // obtains the install's attribution.
 //
 // One class, its operations in plain sources by subsystem: lifecycle, tracking, attribution, deeplinks, commerce,
-// crash, privacy, demographics, schedule. Everything outside is reached through the kit handed to it. Public operations
-// run on the main queue unless they say otherwise; all return at once, and whatever happens later (answers, timers)
-// happens on the main queue. An exception ends in the operation's guard and is written to the log; operations without a
-// guard of their own are covered by their caller's, or by the one of the queue.
+// crash, privacy, demographics, schedule. Everything outside is reached through the ports passed to it. Public
+// operations run on the main queue unless they say otherwise; all return at once, and whatever happens later (answers,
+// timers) happens on the main queue. An exception ends in the operation's guard and is logged; operations without a
+// guard are covered by that of their caller or of the queue.
 #pragma once
 
 #include <atomic>
@@ -30,19 +30,19 @@
 
 namespace morvik {
 
-/// What a batch does with "end" activities: a kept session leaves the previous session's out.
+/// What a batch does with "end" activities: when a session is kept, its previous "end" is left out.
 enum class EndActivities { kSend, kFilter };
 
 /// How the request of a batch ended. kGoesOn: it was accepted and the limit had left some out, or it was too large and
-/// a smaller one, or the rest, can be delivered yet.
+/// a smaller one, or the rest, can still be delivered.
 enum class BatchEnd { kAccepted, kRefused, kNoAnswer, kNotSent, kGoesOn };
 
-/// The whole of an activity's entry must be longer than this, in bytes, for the activity to be given up when the
-/// service finds it too large on its own.
+/// An activity that the service finds too large on its own is given up only if its whole entry is longer than this, in
+/// bytes.
 inline constexpr size_t kMaxKeptEntryBytes = size_t{1} << 20;
 
-/// Wishes to be forgotten, or not, that are stored and wait for the main queue to tell them to the service. The last of
-/// so many gives way to a further one, so that the latest wish is the last that is told.
+/// Wishes to be forgotten, or not, that are stored and pending until the main queue reports them to the service. Past
+/// the limit a new wish replaces the last one, so that the latest wish is the last to be reported.
 inline constexpr size_t kMaxUntoldWishes = 16;
 
 /// Whether an erasure request's body is made sealed or plain.
@@ -74,18 +74,18 @@ struct ReferralRecord {
 
 class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
  public:
-  /// Makes an object on `kit`, which must outlive it: reads the stored install state, fetches the tracking key, records
-  /// the screen orientation and, unless the user asked to be forgotten, observes the two application notifications. Any
-  /// thread; does not block.
+  /// Makes an object on `ports`, which must outlive it: reads the stored install state, fetches the tracking key,
+  /// records the screen orientation and, unless the user asked to be forgotten, observes the two application
+  /// notifications. Any thread; does not block.
   static std::shared_ptr<MorvikCoreLib> make(const kit::Ports& ports);
 
-  /// The one object of the process, made at the first call, on the kit given to provideSharedPorts(). Null before a kit
-  /// was given. Any thread.
+  /// The one object of the process, made at the first call on the ports given to provideSharedPorts(). Null before
+  /// that. Any thread.
   static std::shared_ptr<MorvikCoreLib> shared();
-  /// Gives the process-wide object its kit, which must stay alive until it is withdrawn. Answers false, and changes
-  /// nothing, while another kit is in place. Any thread.
+  /// Gives the process-wide object its ports, which must stay alive until they are withdrawn. Returns false, and
+  /// changes nothing, while others are in place. Any thread.
   static bool provideSharedPorts(const kit::Ports& ports);
-  /// Takes the kit back and lets go of the object made on it. Any thread.
+  /// Withdraws the ports and releases the object made on them. Any thread.
   static void withdrawSharedPorts(const kit::Ports& ports);
 
   MorvikCoreLib(const MorvikCoreLib&) = delete;
@@ -93,7 +93,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   // ---- Lifecycle (lifecycle.cpp)
 
-  /// The app became active. Opens a session unless one is open, and does the deferred work of the kit in its fixed
+  /// The app became active. Opens a session unless one is open, and does the kit's deferred work in a fixed
   /// order.
   void startSession();
   /// The app entered the background. Asks for background time and has the session ended on the background queue.
@@ -114,7 +114,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// the tracking slot and notes the covered event ids. The sealed parameters; {"result": "failure"} when there is no
   /// activity to send; absent when tracking is refused or building failed.
   [[nodiscard]] kit::Value makeTrackingParameter(EndActivities end_activities);
-  /// The property of that name: its backing field.
+  /// The backing field of the property of that name.
   [[nodiscard]] kit::Value makeTrackingParameter() const { return makeTrackingParameter_; }
   /// Sends the result of makeTrackingParameter.
   void tracking(const kit::Value& parameters);
@@ -127,16 +127,16 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   /// True while a batch waits for its answer.
   bool isBatchUnderWay() const { return batches_under_way_ > 0; }
-  /// True while the following batch of a backlog waits for its turn. When that comes, and nothing is sent, the
-  /// observer's nextBatchWasDropped is called.
+  /// True while the next batch of a backlog is due. If then nothing is sent, the observer's nextBatchWasDropped is
+  /// called.
   bool isNextBatchDue() const { return is_next_batch_due_; }
   /// True while the ad client or the conversion service is being asked who brought the install.
   bool isAttributionUnderWay() const { return attributions_under_way_ > 0; }
-  /// Who is told, on the main queue, when that is over. Every slot is optional.
+  /// Called on the main queue when that is over. Every slot is optional.
   struct DeliveryObserver {
     std::function<void(BatchEnd)> batchDidEnd{};  ///< the slot is free, but for one that the wish stopped
     std::function<void()> attributionDidEnd{};    ///< it may have failed
-    std::function<void()> nextBatchWasDropped{};  ///< that was due
+    std::function<void()> nextBatchWasDropped{};  ///< one that was due
   };
   /// Set before the first session.
   void setDeliveryObserver(DeliveryObserver observer) { delivery_observer_ = std::move(observer); }
@@ -150,7 +150,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   // ---- Attribution (attribution.cpp)
 
-  /// The sealed parameters of a conversion request, of this moment; absent when building failed.
+  /// The sealed parameters of a conversion request, as of now; absent if building failed.
   [[nodiscard]] kit::Value makeConversionParameter();
   /// Asks the conversion service who referred this install; retried after 10 seconds, at most 9 times in a row.
   void conversion(const kit::Value& parameters);
@@ -158,9 +158,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void thirdPartyConversion(const kit::Value& parameters);
   /// Writes the referral record into the store, field by field, and tells the two delegates.
   void saveFendoUserInfo(const ReferralRecord& record);
-  /// The store could not be read before, and has come to light. Where it brought a referral record, that stands:
-  /// answers to what was asked before are not stored. Of impressions, commerce clicks, crash reports and demographics
-  /// an upload that was begun before takes out only what it carried. Any thread, under the house lock.
+  /// A store that could not be read before has been recovered. If it brought a referral record, that one counts:
+  /// answers to what was asked before are not stored. An upload of impressions, commerce clicks, crash reports or
+  /// demographics that began before removes only what it carried. Any thread, under the list lock.
   void storeRecovered();
   /// Asks the ad client for the Search Ads attribution details.
   void searchAds();
@@ -178,25 +178,25 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
     bool is_first_launch = false;
     /// Its commerce click was recorded when it was opened before.
     bool is_commerce_recorded = false;
-    /// Called in the step that records the commerce click; may be empty. Sets values of the store, and nothing else.
+    /// Called in the step that records the commerce click; may be empty. May only set values of the store.
     kit::Block when_commerce_recorded{};
   };
-  /// A URL opened the app: by its query it is a commerce click, a re-engagement, both, or of no matter here. Any text.
-  /// While sending is off it waits; there is room for one, and the last one counts.
+  /// A URL opened the app: by its query it is a commerce click, a re-engagement, both, or neither. Any text.
+  /// While sending is off it is pending; a newer one replaces it.
   void passOpenURL(const kit::Url& url);
-  /// The same for one that was handed over earlier.
+  /// The same, for one that was handed over earlier.
   void passOpenURL(const kit::Url& url, const OpeningMoment& moment);
   /// A referral URL that the app obtained from Facebook: reported as a third party conversion, once for each conversion
   /// key.
   void setReferralUrlForFacebook(const kit::Url& url);
   /// The sealed parameters of a re-engagement request; absent when the user asked to be forgotten or building failed.
-  /// What is to be done when that request fails becomes ReEngagement_task.
+  /// Sets ReEngagement_task to what is to be done when that request fails.
   [[nodiscard]] kit::Value makeReEngagementConversionParameter(const kit::Url& url);
-  /// Sends a click to the conversion service. Accepted, it is struck off the failed ones; failed, the ReEngagement_task
-  /// of that moment runs. Any thread.
+  /// Sends a click to the conversion service. If it is accepted, it is removed from the failed ones; if it fails, the
+  /// current ReEngagement_task runs. Any thread.
   void reEngagementConversion(const kit::Value& parameters);
-  /// Counts a session end for each failed click, gives up those whose time is over, and sends the others again. Any
-  /// thread.
+  /// Counts a session end for each failed click, gives up those that have failed too often, and sends the others again.
+  /// Any thread.
   void makeFailureReEngagementConversionParameter();
 
   // ---- Commerce (commerce.cpp)
@@ -210,68 +210,68 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   // ---- Crash reports (crash.cpp)
 
   /// An exception that nobody caught: when it concerns the kit (its reason names one of the kit's components, or there
-  /// is no reason), its report is put behind the stored ones; sent at the next session start.
+  /// is no reason), its report is appended to the stored ones and sent at the next session start.
   ///
-  /// Any thread, the one on which the process is about to die included, whatever locks it or a halted thread holds: no
-  /// lock of the kit's is waited for. Where the store, the house lock or the log's sink is in use at that moment, the
-  /// report goes to the shelf, from which the next start takes it, and a log line is dropped. When it returns, the
-  /// report is in the kernel's hands in one of the two places; when neither takes it, a line at trace level says so.
-  /// Never throws. It takes memory from the heap and so is not for signal handlers. What it calls of the kit (utility
-  /// class, device, bundle, clock, versions of the modules) waits for no lock either: their headers promise it. Do not
-  /// come to it by shared(), which has a lock: hold the object.
+  /// Any thread, including the one on which the process is about to die, whatever locks it or a halted thread holds: it
+  /// waits for no lock of the kit. If the store, the list lock or the log's sink is in use, the report goes to the
+  /// shelf, from which the next start takes it, and a log line is dropped. When it returns, the kernel has the report
+  /// in one of the two places; if neither takes it, a line at trace level says so. Never throws. It allocates, so it is
+  /// not for signal handlers. The ports that it calls (utility class, device, bundle, clock, versions of the modules)
+  /// wait for no lock either: their headers promise it. Do not reach it through shared(), which has a lock: hold the
+  /// object.
   void makeCrashParameter(const kit::UncaughtException& exception);
   /// Whether a crash with that reason is one that makeCrashParameter() keeps. Any thread.
   static bool concernsTheKit(const std::optional<std::string>& reason);
-  /// What a report tells of the device, the app and the kit as they are now: a dictionary with the fields of a report,
-  /// those of the crash itself blank. For a process to note before it crashes. As makeCrashParameter(), but that it
-  /// lets exceptions of the modules and siblings pass.
+  /// What a report says about the device, the app and the kit as they are now: a dictionary with the fields of a
+  /// report; those of the crash itself are blank. For a process to store before it crashes. Like makeCrashParameter(),
+  /// except that it passes on exceptions of the modules and siblings.
   kit::Value crashFacts() const;
-  /// The same for a crash of an earlier process, of which this one has learned only now. Nobody is dying: it waits for
-  /// the store, and answers whether the crash is done with (kept in the store or on the shelf, none of the kit's
-  /// business, or beyond reporting, which the log then says). False: neither took it, and it is to be told again at
-  /// another start. Before the first session, on the thread that made the object; blocks for writing, not for a disk
-  /// sync.
+  /// The same for a crash of an earlier process. It waits for the store, and returns whether the crash is settled: kept
+  /// in the store or on the shelf, not about the kit, or impossible to report, which is then logged. False: neither
+  /// took it, and it has to be reported again at another start. Before the first session, on the thread that made the
+  /// object; blocks for writing, not for a disk sync.
   [[nodiscard]] bool takeCrashOfEarlierProcess(const kit::UncaughtException& crash);
-  /// Sends all stored crash reports; once they are accepted, those within the budget of one upload are dropped, and
-  /// the rest is sent at once.
+  /// Sends all stored crash reports; once they are accepted, those within the budget of one upload are dropped,
+  /// and the rest is sent at once.
   void sendCrashInfos();
-  /// The calling thread in short: what the platform writes between the first braces of its description, or all of it
-  /// where there are none. Any thread.
+  /// A short name of the calling thread: the text between the first braces of the platform's description, or all of it
+  /// if there are none. Any thread.
   static std::string getPrettyCurrentThreadDescription(const kit::Threads& threads);
 
   // ---- Privacy (privacy.cpp)
 
   /// The user asks to be forgotten (true) or takes that back (false). Stored at once, and from then on the gate of all
-  /// other requests follows it; told to the erasure service when there is a network, unless it knows already. Never
-  /// retried by itself. Any thread: the wish is compared, stored and mirrored as one step before this returns, not
-  /// flushed; what follows is posted to the main queue in the order of the wishes.
+  /// other requests follows it; reported to the erasure service if there is a network, unless the service knows
+  /// already. Not retried by itself. Any thread: the wish is compared, stored and mirrored in one step before this
+  /// returns, not flushed; what follows is posted to the main queue in the order of the wishes.
   void gdprForgetMe(bool forget_me);
-  /// While held, wishes are stored and mirrored at once, and wait to be told, unless there is no network. For a host
-  /// that does not know yet which device an erasure names. Main queue, or before it runs; tells what waits in order.
+  /// While held, wishes are stored and mirrored at once but not reported yet, unless there is no network. For a host
+  /// that does not know yet which device an erasure names. Main queue, or before it runs; releasing reports the pending
+  /// ones in order.
   void setWishesHeld(bool held);
   /// Whether the user is marked as forgotten. Any thread.
   bool isGdprForgetMe() const;
-  /// The body of an erasure request, of this moment: plain, or sealed with the hash key twice. What could be built of
-  /// it when building failed; absent when nothing could.
+  /// The body of an erasure request, as of now: plain, or sealed with the hash key twice. If building failed, what
+  /// could be built of it; absent if nothing could.
   [[nodiscard]] kit::Value makeGdprParameter(ErasureForm form);
-  /// What the erasure service's answer changes. Called by the request's handler; a response that is absent, or has no
-  /// status from 200 to 299, leaves the wish untold.
+  /// Applies the erasure service's answer. Called by the request's handler; an absent response, or a status other than
+  /// 200 to 299, leaves the wish unreported.
   void erasureDidAnswer(const std::optional<kit::Response>& response, const kit::Value& json);
 
   // ---- Demographics (demographics.cpp)
 
-  // Each is stored twice: as pending until the service has it, and for good. Any value; not flushed, but committed with
-  // the turn. Any thread.
+  // Each is stored twice: as pending until the service has it, and for good. Any value; committed with the turn, not
+  // flushed. Any thread.
   void setAge(int32_t age);
   void setGender(int32_t gender);
-  /// Without a text nothing is pending any more.
+  /// Without a text nothing is pending afterwards.
   void setUserId(const std::optional<std::string>& user_id);
   /// The pending ones as an array of dictionaries of "demo_key" and "demo_value"; empty when there are none. Any
   /// thread.
   [[nodiscard]] kit::Value fetchDemos() const;
-  /// The sealed parameters of a demographics request, of this moment; absent when they could not be made. Any thread.
+  /// The sealed parameters of a demographics request, as of now; absent if they could not be made. Any thread.
   [[nodiscard]] kit::Value makeDemoInfoParameter() const;
-  /// Posts them; accepted, nothing is pending any more. Any thread.
+  /// Posts them; once accepted, nothing is pending any more. Any thread.
   void sendUserDemoInfos(const kit::Value& parameters);
   /// Nothing is pending any more.
   void deleteDemos();
@@ -291,7 +291,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   bool isStartSessionCalled() const { return isStartSessionCalled_; }
   int32_t failedGetReferralCnt() const { return failedGetReferralCnt_; }
   int32_t failedGetAESKeyCnt() const { return failedGetAESKeyCnt_; }
-  /// Absent, or the dictionary whose entries ride at the top level of the conversion payload.
+  /// Absent, or the dictionary whose entries go to the top level of the conversion payload.
   kit::Value fB_DeepLinkData() const { return fB_DeepLinkData_; }
   void setFB_DeepLinkData(kit::Value data) { fB_DeepLinkData_ = std::move(data); }
   std::optional<kit::Date> _startSessoinDate() const { return startSessoinDate_.get(); }
@@ -303,9 +303,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   /// The last full schedule; absent until one was received in this process.
   kit::Value _lastJSON() const { return lastJSON_; }
   int32_t failedGDPRCnt() const { return failedGDPRCnt_; }
-  /// The property of that name: its backing field.
+  /// The backing field of the property of that name.
   [[nodiscard]] kit::Value makeGdprParameter() const { return makeGdprParameter_; }
-  /// What is to be done when the pending re-engagement fails; empty when there is none.
+  /// What is to be done when the pending re-engagement fails; empty if there is none.
   kit::Block ReEngagement_task() const { return ReEngagement_task_.get(); }
   void setReEngagement_task(kit::Block task) { ReEngagement_task_.set(std::move(task)); }
   bool _isTrackingCalled() const { return isTrackingCalled_; }
@@ -345,7 +345,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void buildAndSend();
   void refetchReferral();
   void trackingDidSucceed(const kit::Value& json, const std::shared_ptr<const SentBatch>& batch);
-  /// tracking() of a batch that was made so.
+  /// tracking() of a batch that was built with these.
   void sendBatch(const kit::Value& parameters, EndActivities end_activities);
   void trackingWasNotSent(EndActivities end_activities);
   kit::Value emptySentEventKeys();
@@ -354,7 +354,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   bool trimActivities();
   void clearSentEventKeysAfterFailure();
   void takeServerTime(const kit::Value& json);
-  /// The server's time in an answer, a number of milliseconds since 1970; absent when it tells none.
+  /// The server's time in an answer, a number of milliseconds since 1970; absent if there is none.
   static kit::Value baseTimeOf(const kit::Value& json);
 
   void batchDidEnd(BatchEnd end);
@@ -482,7 +482,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   std::shared_ptr<const kit::ModuleObject> sharedObjectOf(const kit::Module* module) const {
     return module != nullptr && module->shared ? module->shared() : nullptr;
   }
-  /// No request but the erasure may be made: the user asked to be forgotten, or the app has switched sending off.
+  /// No request except the erasure may be made: the user asked to be forgotten, or the app has switched sending off.
   bool isGateClosed() const { return services().isGDPRForgetMe() || services().isSendingOff(); }
   const std::string& trackingKey() const { return ports_.shared_state.kAESSuperKeyForTracking; }
 
@@ -490,8 +490,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   services::Logger log_;
   services::MorvikGVUserDefaults store_;
 
-  // Flags are read and written from the main and the background queue; the rest belongs to the main queue, but for the
-  // two dates, which stand behind their own locks.
+  // Flags are read and written from the main and the background queue; the rest belongs to the main queue,
+  // except the two dates, which have their own locks.
   std::atomic<bool> isFirstLaunchOk_{false};
   std::atomic<bool> isAppinFocus_{false};
   std::atomic<bool> isStartSessionCalled_{false};
@@ -506,10 +506,10 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   std::string checkSum_;
   kit::Value lastJSON_;
   int32_t failedGDPRCnt_ = 0;
-  /// While a wish waits to be told: whether the service had accepted one before, as the stored flag said. Under the
-  /// house lock.
+  /// While a wish is unreported: whether the service had accepted one before, as the stored flag said. Under the list
+  /// lock.
   std::optional<bool> synced_before_wish_;
-  std::deque<bool> untold_wishes_;  ///< for each a block is posted, or they are held; under the house lock
+  std::deque<bool> untold_wishes_;  ///< for each a block is posted, or they are held; under the list lock
   bool are_wishes_held_ = false;
   std::atomic<bool> isTrackingCalled_{false};
   kit::Value makeTrackingParameter_;
@@ -518,12 +518,12 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
 
   int batches_under_way_ = 0;
   int attributions_under_way_ = 0;
-  /// Counts the stores that came to light: what was built before knows nothing of what they hold.
+  /// Counts the recovered stores: what was built before does not contain what they hold.
   std::atomic<uint64_t> stores_brought_{0};
-  /// Counts those with a referral record. What was asked before says nothing of that install.
+  /// Counts those with a referral record. What was asked before is not about that install.
   std::atomic<uint64_t> records_brought_{0};
   DeliveryObserver delivery_observer_;
-  /// What the session's first batch was to do, had sending not been off.
+  /// What the session's first batch would have done if sending had been on.
   EndActivities withheld_end_activities_ = EndActivities::kSend;
   bool pushes_after_batch_ = false;
 
@@ -536,7 +536,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   bool is_next_batch_due_ = false;
   uint64_t sessions_ = 0;  ///< counts their beginnings and their ends
 
-  // Under the house lock, as the lists are.
+  // Under the list lock, as the lists are.
   services::ListIndex failed_clicks_;
   services::ListIndex failed_click_counts_;
 };

@@ -54,12 +54,12 @@ constexpr const char* kSaveFendoUserInfoOperation =
     "reengagementConversionKey:reengagementData:reengagementDateTime:lastReferralKey:lastReferralData:"
     "lastReferralDatetime:installDatetime:installmDatetime:]";
 
-/// A date as whole seconds since 1970, or `otherwise` where there is none.
+/// A date as whole seconds since 1970, or `otherwise` if there is none.
 int64_t secondsOr(const std::optional<kit::Date>& date, int64_t otherwise) {
   return date ? date->microseconds / 1'000'000 : otherwise;
 }
 
-/// The elements of an array in a new array; of anything else an empty one.
+/// The elements of an array in a new array; an empty one for anything else.
 Value copiedArray(const Value& value) {
   kit::MutableArray copy;
   for (const Value& element : value.array())
@@ -69,7 +69,7 @@ Value copiedArray(const Value& value) {
 
 }  // namespace
 
-/// In what the two conversion requests differ: endpoint, texts, whether an answer resets the failure counter, and
+/// How the two conversion requests differ: endpoint, texts, whether an answer resets the failure counter, and
 /// whether saving the record pushes the held activities.
 struct MorvikCoreLib::ConversionTexts {
   services::Endpoint endpoint;
@@ -119,9 +119,6 @@ const MorvikCoreLib::ConversionTexts& MorvikCoreLib::ConversionTexts::thirdParty
   return texts;
 }
 
-// --------------------------------------------------------------------------------------------------- conversion
-// payload
-
 Value MorvikCoreLib::makeConversionParameter() {
   static constexpr const char* kOperation = "-[MorvikCoreLib makeConversionParameter]";
   const auto parameters = services::guarded(log(), kMakeConversionParameterGuard, MORVIK_HERE(kOperation), [this] {
@@ -147,10 +144,7 @@ Value MorvikCoreLib::sealedWithHashKey(const Value& payload) {
   return services().makeJsonParameter(payload, hash_key + hash_key);
 }
 
-// -------------------------------------------------------------------------------------------------- conversion
-// requests
-
-/// The stores first: what comes to light while the parameters are made is then not taken for known.
+/// The stores first: one that is recovered while the parameters are made does not count as known then.
 MorvikCoreLib::MadeConversion MorvikCoreLib::makeConversion() {
   MadeConversion made = madeElsewhere(Value());
   made.parameters = makeConversionParameter();
@@ -187,7 +181,7 @@ void MorvikCoreLib::thirdPartyConversion(MadeConversion made) {
                     });
 }
 
-/// Parameters of before a store came to light name another install: they would register this device as a new one.
+/// Parameters made before a store was recovered name another install: they would register this device as a new one.
 void MorvikCoreLib::requestConversion(MadeConversion made, const ConversionTexts& texts,
                                       services::ErrorHandler failure) {
   if (isGateClosed())
@@ -279,7 +273,7 @@ void MorvikCoreLib::conversionDidFail(const std::optional<kit::Response>& respon
   ++failedGetReferralCnt_;
   if (failedGetReferralCnt_ >= kConversionFailuresToStop || failedGetReferralCnt_ == 0)
     return;
-  // Once sending is on again the conversion is asked for anew.
+  // Once sending is on again the conversion is requested again.
   if (services().isSendingOff())
     return;
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-MorvikCore reTry reGetReferral");
@@ -289,16 +283,13 @@ void MorvikCoreLib::conversionDidFail(const std::optional<kit::Response>& respon
   });
 }
 
-// ------------------------------------------------------------------------------------------------------ referral
-// record
-
 ReferralRecord MorvikCoreLib::referralRecord(const Value& json, int64_t install_date_if_unparsable) const {
   const Value& data = json["Data"];
   const auto number = [&](const char* key) { return util().checkIntegerNilToZero(data[key]); };
   const auto text = [&](const char* key) { return std::string(util().checkNilToBlankString(data[key]).string()); };
   ReferralRecord record;
   record.fendoUserNo = util().checkLongLongNilToZero(data["user_no"]);
-  // Not the nested number: the plain top-level key of that spelling, which usual answers do not have.
+  // Not the nested number: the top-level key of that spelling, which usual answers do not have.
   record.shardNum = util().checkIntegerNilToZero(json["Data.shard_no"]);
   record.referralKey = number("referralKey");
   record.subReferralKey = number("subreferralKey");
@@ -333,8 +324,7 @@ void MorvikCoreLib::saveReferral(const ReferralRecord& record, uint64_t records_
   });
 }
 
-/// In one step: who reads the record on another thread gets the whole of it, and a store that comes to light meanwhile
-/// comes before it or after it.
+/// In one step: another thread that reads the record gets all of it, and a store is recovered either before or after.
 bool MorvikCoreLib::storeReferral(const ReferralRecord& record, uint64_t records_known) {
   const kit::Date now = ports_.clock.now();
   return store().inOneStep([&] {
@@ -373,9 +363,6 @@ void MorvikCoreLib::notifyReferralSaved(const ReferralRecord& record) {
   }
 }
 
-// ----------------------------------------------------------------------------------------------------------- Search
-// Ads
-
 void MorvikCoreLib::searchAds() {
   if (isGateClosed())
     return;
@@ -408,9 +395,6 @@ void MorvikCoreLib::searchAdsDidAnswer(const Value& details, const std::optional
   if (store().fendoUserInfo_referralKey() == -1)
     conversion(makeConversion());
 }
-
-// ------------------------------------------------------------------------------------------------------------------
-// iAd
 
 void MorvikCoreLib::iAdConversion() {
   static constexpr const char* kOperation = "-[MorvikCoreLib iAdConversion]";

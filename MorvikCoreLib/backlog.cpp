@@ -1,4 +1,4 @@
-// More than one batch may carry: what follows an accepted batch, and what follows one that was too large.
+// A backlog larger than one batch: what follows an accepted batch, and what follows one that was too large.
 
 #include <memory>
 #include <unordered_set>
@@ -20,7 +20,7 @@ constexpr services::Guard kNextBatchGuard{
     services::oneLine(kit::lcl_vTrace, "MRVK_QA-[MorvikCoreLib error] Exception : %@]"),
     services::oneLine(kit::lcl_vTrace, "MRVK_QA-[MorvikCoreLib error] Exception : %@]")};
 
-/// Tells records that are the very same, as long as they are held.
+/// Identifies a record for as long as it is held.
 std::unordered_set<const kit::Entry*> identities(const kit::Array& records) {
   std::unordered_set<const kit::Entry*> found;
   found.reserve(records.size());
@@ -35,8 +35,8 @@ std::unordered_set<const kit::Entry*> identities(const kit::Array& records) {
 
 // --------------------------------------------------------------------------------------------------- after an answer
 
-/// A stored list of records, with what was added meanwhile. False, and nothing is done, where a store came to light
-/// since that count was taken: what that held is to stay.
+/// Empties a stored list of records, including what was added meanwhile. False, and nothing is done, if a store was
+/// recovered since that count was taken: its records stay.
 bool MorvikCoreLib::empty(const char* property_name, uint64_t stores_known) {
   const bool is_done = store().inOneStep([this, property_name, stores_known] {
     if (stores_known != stores_brought_)
@@ -51,7 +51,7 @@ bool MorvikCoreLib::empty(const char* property_name, uint64_t stores_known) {
   return is_done;
 }
 
-/// Of a stored list of records. What was left out stays, and so does what was added meanwhile.
+/// Removes these from a stored list of records. What was left out stays, and so does what was added meanwhile.
 void MorvikCoreLib::removeSent(const char* property_name, const kit::Array& sent) {
   if (sent.empty())
     return;
@@ -72,7 +72,7 @@ void MorvikCoreLib::removeSent(const char* property_name, const kit::Array& sent
   store().synchronize();
 }
 
-/// Answers whether the limit has left activities that can be delivered yet; of a full batch of them it takes care.
+/// Returns whether the limit has left activities that can still be delivered; it plans the batch if they fill one.
 bool MorvikCoreLib::followAccepted(const std::shared_ptr<const SentBatch>& batch, bool has_trimmed) {
   batch_size_.grow();
   if (!has_trimmed || !batch->leaves_activities)
@@ -82,7 +82,7 @@ bool MorvikCoreLib::followAccepted(const std::shared_ptr<const SentBatch>& batch
   return true;
 }
 
-/// Answers whether something smaller is sent now.
+/// Returns whether something smaller is sent now.
 bool MorvikCoreLib::followTooLarge(const std::shared_ptr<const SentBatch>& batch,
                                    const std::optional<kit::Response>& response, const kit::Error& error) {
   const bool is_refused = services::statusCode(response) == kPayloadTooLarge;
@@ -101,14 +101,15 @@ bool MorvikCoreLib::followTooLarge(const std::shared_ptr<const SentBatch>& batch
   return true;
 }
 
-/// Bytes are not counted before entries are made of what waits: they are taken to be as many as those just sent.
+/// The bytes of pending records are unknown until entries are made of them: they are taken to be as large as those just
+/// sent.
 bool MorvikCoreLib::isFullBatchWaiting(const SentBatch& batch) const {
   const size_t waiting = store().fendoActivityInfos().size();
   const kit::BatchLimit limit = batch_size_.activities();
   return waiting >= limit.records || waiting >= limit.plain_bytes / (batch.plain_bytes / batch.activities + 1);
 }
 
-/// The service takes it neither with others nor alone: it would keep all later ones from being delivered.
+/// The service takes it neither with others nor alone, so it would block all later ones.
 void MorvikCoreLib::giveUpActivity(const SentBatch& batch) {
   MORVIK_LOG(log(), lcl_vError, "-[MorvikCoreLib tracking:]_block_invoke",
              "MRVK_QA-an activity is given up, the service does not take its %lu bytes : %@", batch.plain_bytes,
@@ -149,7 +150,7 @@ EndActivities MorvikCoreLib::endActivitiesNow(const SentBatch& batch) const {
   return batch.session == sessions_ ? batch.end_activities : EndActivities::kSend;
 }
 
-/// Also when a trigger sends what a limit left out.
+/// This also holds when a trigger sends what a limit left out.
 EndActivities MorvikCoreLib::endActivitiesOfRest() const {
   return last_batch_ != nullptr && last_batch_->leaves_activities ? endActivitiesNow(*last_batch_)
                                                                   : EndActivities::kSend;

@@ -16,7 +16,7 @@ size_t doubled(size_t now, size_t most) {
 bool BatchRoom::take(const kit::Value& entry) {
   if (!limit_.isUnlimited()) {
     text_.clear();
-    // What cannot be written ends the sealing of the whole batch.
+    // An entry that cannot be written makes the sealing of the whole batch fail.
     static_cast<void>(services::appendJson(entry, text_));
     if (entries_ > 0 && text_.size() > limit_.plain_bytes - std::min(plain_bytes_, limit_.plain_bytes))
       return false;

@@ -9,15 +9,15 @@
 
 namespace morvik {
 
-/// What entries of one batch may take; filled entry by entry.
+/// The room for the entries of one batch; filled entry by entry.
 class BatchRoom {
  public:
   explicit BatchRoom(const kit::BatchLimit& limit) : limit_(limit) {}
-  /// So many entries are in it as may be.
+  /// It holds as many entries as the limit allows.
   bool isFull() const { return entries_ >= limit_.records; }
-  /// False, and it is not in, when it would become too much. One alone is never too much.
+  /// False, and the entry is not added, if it would exceed the limit. A first entry never does.
   bool take(const kit::Value& entry);
-  /// Of the entries in it; not counted where there is no limit at all.
+  /// Of the entries in it; not counted if there is no limit.
   size_t plainBytes() const { return plain_bytes_; }
 
  private:
@@ -27,7 +27,7 @@ class BatchRoom {
   std::string text_;
 };
 
-/// The limit as it is now. Lives as long as the process.
+/// The current limit. Lives as long as the process.
 class BatchSize {
  public:
   explicit BatchSize(const kit::BatchLimit& most)
@@ -35,11 +35,11 @@ class BatchSize {
 
   bool isLimited() const { return !most_.isUnlimited(); }
   kit::BatchLimit activities() const { return {activities_, most_.plain_bytes}; }
-  /// May be for none at all.
+  /// May be no limit at all.
   kit::BatchLimit impressions() const { return {impressions_, most_.plain_bytes}; }
   /// A batch was accepted: the next may be twice as large, up to the kit's limit.
   void grow();
-  /// A batch of so many entries was too large: the next has half of them.
+  /// A batch with this many entries was too large: the next has half as many.
   void halve(size_t activities, size_t impressions);
 
  private:

@@ -90,8 +90,8 @@ void MorvikCoreLib::commerceConversion() {
       });
 }
 
-/// Clears the whole list, clicks that came meanwhile included, but for those of a store that came to light meanwhile;
-/// an answer with a message keeps it whole.
+/// Clears the whole list, including clicks recorded meanwhile, except those of a store recovered meanwhile. After an
+/// answer with a message all stay.
 void MorvikCoreLib::commerceDidSucceed(const Value& json, uint64_t stores_known, const Value& sent) {
   static constexpr const char* kOperation = "-[MorvikCoreLib commerceConversion]_block_invoke";
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-commerceConversion_JSON: %@", json);
@@ -104,7 +104,7 @@ void MorvikCoreLib::commerceDidSucceed(const Value& json, uint64_t stores_known,
 
 // ---------------------------------------------------------------------------------------------------- commerce events
 
-/// The module sends on its own account, so it is not asked to while sending is off.
+/// The module sends by itself, so it is not called while sending is off.
 void MorvikCoreLib::saveCommerceEvents() {
   if (services().isSendingOff() || store().commerceExpansionInfos().size() == 0)
     return;

@@ -18,13 +18,13 @@ using kit::lcl_vError;
 using kit::lcl_vTrace;
 using kit::Value;
 
-/// A crash whose reason holds none of these is the app's own affair.
+/// A crash whose reason contains none of these is not the kit's.
 constexpr std::array<std::string_view, 4> kWordsOfTheKit = {"mrvk", "fendo", "kesmo", "quint"};
 
-/// Only a device that was broken into has something that opens it.
+/// Only a jailbroken device has an app that opens it.
 constexpr const char* kPackageManagerUrl = "cydia://package/";
 
-/// From so many bytes on an accepted upload drops no further report.
+/// From this many bytes on an accepted upload drops no further report.
 constexpr size_t kFirstBytesBeyondBudget = 100'001;
 
 constexpr const char* kMakeOperation = "-[MorvikCoreLib makeCrashParameter:]";
@@ -73,7 +73,7 @@ std::string traceOf(const std::vector<std::string>& call_stack_symbols) {
 
 // ------------------------------------------------------------------------------------------------------- the report
 
-/// The search of an absent text reports its very beginning, so a crash without a reason concerns the kit.
+/// Searching an absent text reports a match at its start, so a crash without a reason concerns the kit.
 bool MorvikCoreLib::concernsTheKit(const std::optional<std::string>& reason) {
   if (!reason)
     return true;
@@ -82,7 +82,7 @@ bool MorvikCoreLib::concernsTheKit(const std::optional<std::string>& reason) {
                      [&lower](std::string_view word) { return lower.find(word) != std::string::npos; });
 }
 
-/// The queue is read where it is written, in one step: see keepReport().
+/// The queue is read and written in one step: see keepReport().
 void MorvikCoreLib::makeCrashParameter(const kit::UncaughtException& exception) {
   const services::Logger logger = log().withoutWaiting();
   services::guarded(logger, kMakeCrashParameterGuard, MORVIK_HERE(kMakeOperation), [&] {
@@ -174,16 +174,16 @@ void MorvikCoreLib::keepReport(const services::Logger& logger, const Value& repo
 
 // --------------------------------------------------------------------------------------------------------- the shelf
 
-/// Takes the reports from the shelf that found the store in use. They leave it only once the store keeps them.
+/// Takes from the shelf the reports that found the store in use. They leave it only once the store has them.
 void MorvikCoreLib::takeInShelvedReports() {
   const kit::Array reports = ports_.report_shelf.reports();
   if (reports.empty() || queueReports(reports))
     ports_.report_shelf.clear();
 }
 
-/// Leaves out what the queue holds already: a start that died before it could clear the shelf put it there. A report
-/// that could not read the install's time, the store being in use, is given it. Answers whether all is kept; if not,
-/// the reports leave the queue again. It may have grown meanwhile, by what a store that came to light held.
+/// Leaves out what the queue holds already: a start that died before it could clear the shelf put it there. Adds the
+/// install's time to a report that could not read it because the store was in use. Returns whether all are stored; if
+/// not, the reports leave the queue again, which may have grown meanwhile by those of a recovered store.
 bool MorvikCoreLib::queueReports(const kit::Array& reports) {
   const std::string install_datetime = store().fendoUserInfo_install_datetime().value_or("");
   kit::MutableArray added;
@@ -209,7 +209,7 @@ bool MorvikCoreLib::queueReports(const kit::Array& reports) {
   store().inOneStep([&] {
     kit::MutableArray queue(store().MorvikCoreUserInfo_Crash());
     for (size_t i = 0; i < added.size(); ++i) {
-      // The latest of those that are equal: the file may have held one, and that one stays.
+      // The latest of equal ones: the file may have held one, and that one stays.
       size_t end = queue.size();
       while (end > 0 && !(queue[end - 1] == added[i]))
         --end;
@@ -226,7 +226,7 @@ bool MorvikCoreLib::queueReports(const kit::Array& reports) {
 struct MorvikCoreLib::SentCrashes {
   uint64_t stores_known = 0;  ///< stores_brought_ before they were read
   Value queue;
-  Value remaining;  ///< of these, once the service has them
+  Value remaining;  ///< of the queue, once the service has it
 };
 
 /// The budget decides what is dropped once the service has it; what is sent is always the whole queue.
@@ -248,7 +248,7 @@ void MorvikCoreLib::sendCrashInfos() {
       {.when_held = kit::WhenHeld::kEnds});
 }
 
-/// The queue without the reports that the budget counts; equal reports go together. Absent where it is absent.
+/// The queue without the reports that the budget counts; equal reports are removed together. Absent if it is absent.
 Value MorvikCoreLib::remainingCrashInfos(const Value& queue) const {
   if (queue.isAbsent())
     return queue;
@@ -289,7 +289,7 @@ void MorvikCoreLib::crashUploadDidSucceed(const Value& json, const SentCrashes& 
     sendCrashInfos();
 }
 
-/// The reports of a store that came to light meanwhile stay.
+/// The reports of a store that was recovered meanwhile stay.
 void MorvikCoreLib::removeDelivered(const SentCrashes& sent) {
   kit::MutableArray delivered(sent.queue);
   const kit::Array remaining = sent.remaining.array();

@@ -19,7 +19,7 @@ using kit::Value;
 /// The module that keeps the conversion key with which the app was last opened.
 constexpr const char* kRetainedConversionModule = "FendoLib";
 
-/// What stands for "no key" in the stored result of a re-engagement.
+/// "No key" in the stored result of a re-engagement.
 constexpr int64_t kNoConversionKey = -1;
 
 constexpr services::Guard kPassOpenURLGuard{services::block("MRVK_QA-[MorvikCoreLib error] Exception from passOpenURL!"
@@ -72,7 +72,7 @@ bool isPresent(const Value& query, const char* key) {
   return !query[key].isAbsent();
 }
 
-/// Works on a list and gives what is to be stored in its place; where nothing changed, nothing is stored.
+/// Changes a list and returns what replaces it in the store; if nothing changed, nothing is stored.
 template <class Change>
 bool changed(const Value& list, Value next, Change store) {
   if (next.identicalTo(list))
@@ -117,8 +117,8 @@ void MorvikCoreLib::openReEngagementClick(const kit::Url& url, const Value& quer
   sendReEngagement(url, query, moment);
 }
 
-/// A click that can be told from an install's only by the advertising identifier: it is a re-engagement only once the
-/// install has its own attribution, and not on the launch that had to wait for it.
+/// A click that only the advertising identifier tells from an install's: it is a re-engagement only once the install
+/// has its own attribution, and not on the launch that had to wait for it.
 void MorvikCoreLib::openAdvertisingIdClick(const kit::Url& url, const Value& query, const OpeningMoment& moment) {
   if (!services().appleAdvertisingIdentifier() || query.isAbsent())
     return;
@@ -170,7 +170,7 @@ Value MorvikCoreLib::reEngagementParameter(const kit::Url& url, bool is_first_la
   return parameters.value_or(Value());
 }
 
-/// What is sent of a click, and stored of it when sending failed.
+/// What is sent of a click, and stored if sending failed.
 Value MorvikCoreLib::clickRecord(const kit::Url& url, bool is_first_launch) const {
   const Value query = util().getURLParmaters(url);
   return kit::Dictionary{
@@ -242,9 +242,9 @@ void MorvikCoreLib::reEngagementDidFail(const std::optional<kit::Response>& resp
 
 // ------------------------------------------------------------------------------------------------------- failed clicks
 
-/// Two writes are two: another thread may commit between them, and the process end there. A count without its click
-/// ends by itself at some session end; a click without its count would be sent again for ever. So the count comes first
-/// and goes last, here and below.
+/// Another thread may commit between two writes, and the process may end there. A count without its click is dropped at
+/// some session end; a click without its count would be sent again for ever. So the count is written first and removed
+/// last, here and below.
 void MorvikCoreLib::recordFailedReEngagement(const kit::Url& url, bool is_first_launch) {
   static constexpr const char* kOperation = "-[MorvikCoreLib makeReEngagementConversionParameter:]_block_invoke";
   services::guarded(log(), kRecorderGuard, MORVIK_HERE(kOperation), [&] {
@@ -254,7 +254,7 @@ void MorvikCoreLib::recordFailedReEngagement(const kit::Url& url, bool is_first_
       const Value clicks = store().reEngagementInfos();
       if (failed_clicks_.contains(clicks, key))
         return false;
-      // A count without its click is left over from one whose end a death of the process cut short.
+      // A count without its click is left over from a process that died in between.
       const Value counts = failed_click_counts_.without(store().reEngagementConversionFailedCnt(), key);
       store().setReEngagementConversionFailedCnt(
           failed_click_counts_.appended(counts, failureCount(key, kFirstFailureCount)));
@@ -266,7 +266,7 @@ void MorvikCoreLib::recordFailedReEngagement(const kit::Url& url, bool is_first_
   });
 }
 
-/// A list that holds no record of the key is not written.
+/// A list without a record of the key is not written.
 void MorvikCoreLib::strikeOffFailedReEngagement(int64_t conversion_key) {
   const bool was_failed = store().inOneStep([this, conversion_key] {
     const Value clicks = store().reEngagementInfos();
@@ -295,8 +295,8 @@ void MorvikCoreLib::makeFailureReEngagementConversionParameter() {
       });
 }
 
-/// One step and one flush for all of them. The clicks that are given up go before their counts: killed in between, the
-/// device gives them up once more.
+/// One step and one flush for all of them. The clicks that are given up are removed before their counts: if the process
+/// is killed in between, they are given up again.
 void MorvikCoreLib::countSessionEndOfFailedReEngagements() {
   const bool has_counts = store().inOneStep([this] {
     const Value counts = store().reEngagementConversionFailedCnt();

@@ -75,7 +75,7 @@ Value MorvikCoreLib::makeDemoInfoParameter() const {
   return kit::Dictionary{{"j", services::morvikAD_tracerByteToHex(std::get<std::string>(sealed))}};
 }
 
-/// To be asked before the parameters are made: what comes to light in between is then not taken for sent.
+/// Called before the parameters are made: what is recovered in between does not count as sent then.
 MorvikCoreLib::SentDemos MorvikCoreLib::demosOfThisMoment() const {
   const uint64_t stores_known = stores_brought_;
   return {stores_known, fetchDemos()};
@@ -116,8 +116,7 @@ void MorvikCoreLib::sendDemos(const Value& parameters, const SentDemos& sent) {
       {.when_held = kit::WhenHeld::kEnds});
 }
 
-/// Of a store that came to light meanwhile what was not sent stays pending. In one step: none comes to light in
-/// between.
+/// What was not sent of a store recovered meanwhile stays pending. In one step, so that none is recovered in between.
 void MorvikCoreLib::demosWereAccepted(const SentDemos& sent) {
   store().inOneStep([this, &sent] {
     if (sent.stores_known == stores_brought_)

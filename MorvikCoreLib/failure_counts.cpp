@@ -15,8 +15,7 @@ using kit::Value;
 constexpr const char* kConversionKey = "conversion_key";
 constexpr const char* kFailureCount = "failure_cnt";
 
-/// A list from which equal records are removed again and again. Records are looked for among those of the same key and
-/// count only.
+/// A list from which equal records are removed repeatedly. Only records of the same key and count are searched.
 class WorkingList {
  public:
   explicit WorkingList(const kit::Array& records) {
@@ -64,7 +63,7 @@ class WorkingList {
   std::unordered_map<Place, std::vector<size_t>, Hash> places_;
 };
 
-/// `list` itself when all of it stays.
+/// `list` itself if nothing is removed.
 template <class Stays>
 Value retained(const Value& list, const Stays& stays) {
   kit::MutableArray left(list);

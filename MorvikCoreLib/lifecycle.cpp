@@ -44,7 +44,7 @@ constexpr services::Guard kEndSessionGuard{services::block("MRVK_QA-[MorvikCoreL
                                            services::block("MRVK_QA-[MorvikCoreLib error] Exception from endSession!"
                                                            "\n                          exception print: %@")};
 
-/// The process-wide object and the kit it is made on.
+/// The process-wide object and the ports it is made on.
 struct SharedInstance {
   std::mutex mutex;
   const kit::Ports* ports = nullptr;
@@ -52,7 +52,7 @@ struct SharedInstance {
 };
 
 SharedInstance& sharedInstance() {
-  static auto& instance = *new SharedInstance;  // a kit may outlive everything that is destroyed at the end
+  static auto& instance = *new SharedInstance;  // an object may outlive everything that is destroyed at the end
   return instance;
 }
 
@@ -104,7 +104,7 @@ bool MorvikCoreLib::provideSharedPorts(const kit::Ports& ports) {
 
 void MorvikCoreLib::withdrawSharedPorts(const kit::Ports& ports) {
   SharedInstance& instance = sharedInstance();
-  std::shared_ptr<MorvikCoreLib> last;  // destroyed after the lock is gone
+  std::shared_ptr<MorvikCoreLib> last;  // destroyed after the lock is released
   const std::scoped_lock hold(instance.mutex);
   if (instance.ports != &ports)
     return;
@@ -206,15 +206,15 @@ void MorvikCoreLib::clearSentEventKeysAtStart() {
              "MRVK_QA-clear fendoActivityInfosSentEventKeys on startSession: %@", kit::Value(kit::Array()));
 }
 
-/// Keeps the session that ended a moment ago, or records the start of a new one. A kept session's batch leaves "end"
-/// out.
+/// Keeps the session that ended a moment ago, or records the start of a new one. The batch of a kept session leaves out
+/// its "end".
 EndActivities MorvikCoreLib::keepOrStartSession() {
   if (endedWithinTheMinute()) {
     MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib startSession]",
                "MRVK_QA-[MorvikCoreLib]Keep Session on startSession : skip start activity ");
     return EndActivities::kFilter;
   }
-  // The first activation of this process: the stored end is known from now on, but decides nothing this time.
+  // The first activation of this process: the stored end is known from now on, but does not count this time.
   if (!endSessoinDate_.get())
     endSessoinDate_.set(store().MorvikCoreUserInfo_endSessoinDate());
   recordSessionActivity("start", "", ports_.clock.now());
@@ -254,7 +254,8 @@ void MorvikCoreLib::storeAdvertisingIdentifier() {
   store().synchronize();
 }
 
-/// Handles a URL that came before the kit was ready, once: it goes before it is opened. While sending is off it waits.
+/// Handles a URL that arrived before the kit was ready, once: it is removed before it is opened. Pending while sending
+/// is off.
 void MorvikCoreLib::replayStoredURL() {
   if (services().isSendingOff())
     return;
@@ -265,9 +266,6 @@ void MorvikCoreLib::replayStoredURL() {
   store().synchronize();
   passOpenURL(*url);
 }
-
-// ------------------------------------------------------------------------------------------- background and session
-// end
 
 void MorvikCoreLib::enterBackground() {
   services::guarded(log(), kEnterBackgroundGuard, MORVIK_HERE("-[MorvikCoreLib enterBackground]"), [this] {
@@ -301,7 +299,7 @@ void MorvikCoreLib::endSession() {
     if (!store().reEngagementInfos().isAbsent())
       makeFailureReEngagementConversionParameter();
     saveCommerceEvents();
-    // A click that is held leaves later; should it fail then, it is to be kept as others are.
+    // A click that is held leaves later; if it fails then, it is stored as others are.
     if (!services().isSendingOff())
       setReEngagement_task(nullptr);
     if (!isTrackingPossible())
@@ -323,8 +321,7 @@ void MorvikCoreLib::applicationEndBackgroundTask() {
   ports_.background_queue.async([object = shared_from_this()] { object->endBackgroundTaskHeld(); });
 }
 
-/// Runs on either queue. A task that the other queue begins meanwhile is not forgotten: only the one ended here is let
-/// go of.
+/// Runs on either queue. Forgets only the task that it ends, not one that the other queue begins meanwhile.
 void MorvikCoreLib::endBackgroundTaskHeld() {
   kit::BackgroundTaskIdentifier held = background_task_;
   ports_.background_tasks.endBackgroundTask(held);
@@ -339,7 +336,7 @@ void MorvikCoreLib::recordSessionActivity(const char* name, const std::string& p
 
 void MorvikCoreLib::updateAppLaunchCount() {
   const std::string key = launchCounterKey();
-  // A store that comes to light in between would have its count written over.
+  // Otherwise the count of a store that is recovered in between would be overwritten.
   store().inOneStep([this, &key] {
     const auto launches = static_cast<uint64_t>(store().integerForKey(key));
     store().setInteger(static_cast<int64_t>(launches + 1), key);

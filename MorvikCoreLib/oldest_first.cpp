@@ -7,7 +7,7 @@
 namespace morvik {
 namespace {
 
-/// So many records are sorted between two looks at the stop request.
+/// This many records are sorted between two checks of the stop request.
 constexpr ptrdiff_t kSortedAtOnce = 16'384;
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The records of a stored list, from the oldest on.
+// The records of a stored list, oldest first.
 #pragma once
 
 #include <cstddef>
@@ -10,8 +10,8 @@
 
 namespace morvik {
 
-/// Whether a list lies in ascending order of its records' dates. What it has in common with the list of the latest
-/// look is not looked at again: of a list that was appended to and trimmed, a look costs what was appended.
+/// Whether a list is in ascending order of its records' dates. What it has in common with the list of the latest check
+/// is not checked again: for a list that was appended to and trimmed, a check costs what was appended.
 class KnownOrder {
  public:
   explicit KnownOrder(const char* date_key) : date_key_(date_key) {}
@@ -25,9 +25,9 @@ class KnownOrder {
   kit::Array known_;  ///< is sorted
 };
 
-/// Walks the records in ascending order of their dates; those of the same date in the order of the list. A list that is
-/// sorted is walked as it is. Of any other one, so many records are put in order at a time: who asks for a few of a
-/// long list does not have all of it sorted.
+/// Walks the records in ascending order of their dates; those of the same date in the order of the list. A sorted list
+/// is walked as it is. Of any other, a number of records is sorted at a time: a caller that needs a few of a long list
+/// does not sort all of it.
 class OldestFirst {
  public:
   /// The list outlives it.
@@ -59,7 +59,7 @@ class OldestFirst {
   kit::Array::Iterator at_;  ///< of a sorted list
   kit::Array::Iterator end_;
   std::vector<Dated> dated_;  ///< of any other
-  size_t ordered_ = 0;        ///< so many stand in their places
+  size_t ordered_ = 0;        ///< this many are in their places
   size_t next_ = 0;
 };
 

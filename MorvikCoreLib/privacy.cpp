@@ -36,7 +36,7 @@ constexpr services::Guard kMakeGdprParameterGuard{
     services::block("MRVK_QA-[MorvikCoreLib error] Exception from makeConversionParameter!"
                     "\n                          exception print: %@")};
 
-/// The place of a wish among those that were not told yet. It goes with what throws before the wish stands.
+/// The place of a wish among the unreported ones. Given up if something throws before the wish is stored.
 class UntoldWish {
  public:
   UntoldWish(std::deque<bool>& wishes, bool takes_place_of_last) : wishes_(wishes), is_added_(!takes_place_of_last) {
@@ -79,18 +79,18 @@ void MorvikCoreLib::gdprForgetMe(bool forget_me) {
     MORVIK_LOG(log(), lcl_vWarning, kOperation, "MRVK_QA-[MorvikCore GDPR] already Synced And Set. Return..");
 }
 
-/// One step for wishes of several threads: the last one that is stored is the last one that is told. False: the service
-/// has accepted this one.
+/// One step, so that of wishes made on several threads the last stored is the last reported. False: the service has
+/// accepted this one already.
 bool MorvikCoreLib::recordForgetMe(bool forget_me) {
   return store().inOneStep([this, forget_me] {
     if (store().MorvikCoreUserInfo_isGDPRForgetMe() == forget_me && wasForgetMeSynced())
       return false;
-    // What takes memory comes first: no wish stands that nobody would tell.
+    // Memory is allocated first: no wish is stored that would not be reported.
     const bool takes_place_of_last = untold_wishes_.size() >= kMaxUntoldWishes;
     if (!takes_place_of_last)
       ports_.main_queue.async([self = shared_from_this()] { self->tellNextWish(); });
     UntoldWish untold(untold_wishes_, takes_place_of_last);
-    // A process that dies before the wish is told must not leave it behind as an accepted one.
+    // A process that dies before the wish is reported must not leave it marked as accepted.
     synced_before_wish_ = wasForgetMeSynced();
     if (store().MorvikCoreUserInfo_isGDPRForgetMeServerSynced())
       setForgetMeSynced(false);
@@ -106,7 +106,7 @@ void MorvikCoreLib::setWishesHeld(bool held) {
   }
 }
 
-/// False: there was none, or they are held. Without a network none is: what is untold then stays so, as ever.
+/// False: there was none, or they are held. Without a network they are not held; what is unreported then stays so.
 bool MorvikCoreLib::tellNextWish() {
   if (are_wishes_held_ && util().getNetworkStatus() != kit::kNetworkUnknown)
     return false;
@@ -125,7 +125,7 @@ bool MorvikCoreLib::tellNextWish() {
   return true;
 }
 
-/// What the stored flag says, but for a wish that waits to be told.
+/// What the stored flag said before any wish that is still unreported.
 bool MorvikCoreLib::wasForgetMeSynced() const {
   return synced_before_wish_.value_or(store().MorvikCoreUserInfo_isGDPRForgetMeServerSynced());
 }
@@ -153,7 +153,7 @@ void MorvikCoreLib::sendErasureRequest() {
   auto request =
       services::postRequest(ports_.endpoints, services::Endpoint::kGdprReq, Value(), services::AcceptEncoding::kUnset);
   auto body = ports_.json.writePretty(makeGdprParameter(ErasureForm::kPlain));
-  // What has no body is not sent: an answer to it would count as the wish's.
+  // Without a body nothing is sent: an answer would count as one to the wish.
   if (const auto* error = std::get_if<kit::Error>(&body)) {
     erasureDidFail(std::nullopt, *error);
     return;
@@ -168,7 +168,7 @@ void MorvikCoreLib::sendErasureRequest() {
       requestTools(), std::move(request),
       [self, identity = util().IDFA()](const kit::Request&, const kit::Response& response, const Value& json) {
         self->erasureDidAnswer(response, json);
-        // The device has turned out to be another one than the request named: of this one nothing is erased.
+        // The request named another device, as it turned out: nothing of this one is erased.
         if (self->util().IDFA() != identity)
           self->noteForgetMeNotAccepted();
       },
@@ -230,7 +230,7 @@ void MorvikCoreLib::erasureDidFail(const std::optional<kit::Response>& response,
   noteForgetMeNotAccepted();
 }
 
-/// Also where a later wish waits to be told: what it puts back without a network is no acceptance.
+/// Also if a later wish is unreported: what that restores without a network is not an acceptance.
 void MorvikCoreLib::noteForgetMeNotAccepted() {
   store().inOneStep([this] {
     if (synced_before_wish_)

@@ -1,4 +1,4 @@
-// The campaign schedule: fetched, handed on, replayed when it did not change.
+// The campaign schedule: fetched, passed on, replayed if it did not change.
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "services/endpoints.h"
@@ -14,10 +14,10 @@ using kit::Value;
 /// The module that takes the schedule.
 constexpr const char* kScheduleModule = "Fendo";
 
-/// The schedules' language; there is one.
+/// The language of schedules; there is only one.
 constexpr const char* kScheduleLanguage = "ko";
 
-/// The answer to a checksum that still stands.
+/// The answer to a checksum that is still valid.
 constexpr int64_t kScheduleUnchanged = 1001;
 
 constexpr const char* kScheduleHandler = "-[MorvikCoreLib getSchedule:]_block_invoke";
@@ -45,7 +45,7 @@ void MorvikCoreLib::getSchedule(const Value& parameters) {
       {.when_held = kit::WhenHeld::kEnds});
 }
 
-/// An answer that is no success is kept and handed on like any other.
+/// An answer without success is kept and passed on like any other.
 void MorvikCoreLib::scheduleDidArrive(const Value& json) {
   MORVIK_LOG(log(), lcl_vTrace, kScheduleHandler, "MRVK_QA-getSchedule_JSON: %@", json);
   takeServerTime(json);
@@ -60,7 +60,7 @@ void MorvikCoreLib::scheduleDidArrive(const Value& json) {
   passSchedule();
 }
 
-/// Without a schedule in memory the checksum is forgotten, so that the next answer brings the whole.
+/// Without a schedule in memory the checksum is reset, so that the next answer contains the schedule.
 void MorvikCoreLib::replaySchedule() {
   MORVIK_LOG(log(), lcl_vTrace, kScheduleHandler, "MRVK_QA-getSchedule_offline JSON: %@", lastJSON_);
   if (!lastJSON_.isAbsent()) {

@@ -19,8 +19,8 @@ void MorvikCoreLib::sendingDidResume() {
   services::guarded(log(), kResumeGuard, MORVIK_HERE("-[MorvikCoreLib sendingDidResume]"), [this] {
     if (!isStartSessionCalled_ || isGateClosed())
       return;
-    // The ids noted for a batch under way stay its own: were a second one built now, its answer would trim both. A
-    // session start meanwhile may have freed the slot.
+    // The noted ids belong to the batch under way: if a second one were built now, its answer would trim both. A
+    // session start may have freed the slot meanwhile.
     set_isTrackingCalled(isBatchUnderWay());
     getPremiumPostbackInfoss();
     iAdConversion();
@@ -34,8 +34,8 @@ void MorvikCoreLib::sendingDidResume() {
   });
 }
 
-/// Behind a batch under way, whose answer frees the slot. What a kept session leaves out stays out: of a batch that
-/// never left, and of what a limit has left.
+/// After a batch under way, whose answer frees the slot. What a kept session leaves out stays out, both of a batch that
+/// never left and of what a limit has left.
 void MorvikCoreLib::pushAsAtSessionStart() {
   pushes_after_batch_ = isBatchUnderWay();
   if (pushes_after_batch_)

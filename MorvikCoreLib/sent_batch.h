@@ -1,4 +1,4 @@
-// What the core object remembers of a batch until its answer comes.
+// What the core object remembers about a batch until its answer arrives.
 #pragma once
 
 #include <atomic>
@@ -17,7 +17,7 @@ struct MorvikCoreLib::SentBatch {
   size_t activities = 0;
   size_t plain_bytes = 0;  ///< of the activities' entries
   size_t impressions = 0;
-  /// Of one that filters: the id of the "end" that the kept session leaves out. Blank: there is none.
+  /// For a batch that filters: the id of the "end" that the kept session leaves out. Blank: there is none.
   std::optional<kit::Value> kept_end;
   bool leaves_activities = false;   ///< the limit left some out
   kit::Value last_activity;         ///< as it is stored

@@ -22,7 +22,7 @@ using kit::lcl_vError;
 using kit::lcl_vTrace;
 using kit::Value;
 
-/// The size trigger sends from this many stored activities on.
+/// The size trigger sends once this many activities are stored.
 constexpr size_t kSizeTriggerActivities = 10;
 
 /// At this many failed conversions the next tracking attempt asks for the referral once more.
@@ -79,7 +79,7 @@ constinit const Value kBlank = Value::literal("");
 
 constexpr std::string_view kEnd = "end";
 
-/// The answer that stands for "no activity to send".
+/// The result that means "no activity to send".
 Value noDataAnswer() {
   return kit::Dictionary{{"result", "failure"}};
 }
@@ -94,7 +94,7 @@ const Value& required(const Value& value, const char* key) {
   return value;
 }
 
-/// What an entry says of the record before it: group and name, or nothing before the first.
+/// What an entry says about the record before it: group and name, or nothing for the first.
 struct Previous {
   const Value* group = &kBlank;
   const Value* name = &kBlank;
@@ -141,8 +141,7 @@ class EntryBuilder {
   double offset_seconds_;
 };
 
-/// The id of the last "end" in the order of the dates, blank where there is none; nothing when the kit is being
-/// stopped.
+/// The id of the last "end" in the order of the dates, blank if there is none; nothing if the kit is being stopped.
 std::optional<Value> lastEndIn(const kit::Array& activities, const kit::StopRequest& stop) {
   kit::StopCheck check(&stop);
   const Value* last = nullptr;
@@ -166,7 +165,7 @@ class LeftOutEnds {
   LeftOutEnds(EndActivities end_activities, const std::optional<Value>& kept_end)
       : filters_(end_activities == EndActivities::kFilter), kept_end_(kept_end) {}
 
-  /// To be asked in the order of the dates.
+  /// Called in the order of the dates.
   bool leavesOut(const Value& name, const Value& event_id) {
     if (!filters_ || name.string() != kEnd)
       return false;
@@ -175,7 +174,7 @@ class LeftOutEnds {
     last_ = event_id;
     return true;
   }
-  /// Once the batch is full or the list at its end. False when the kit is being stopped meanwhile.
+  /// Called once the batch is full or the list ends. False if the kit is being stopped meanwhile.
   bool findKeptEnd(const kit::Array& activities, bool are_all_known, const kit::StopRequest& stop) {
     if (filters_ && !kept_end_)
       kept_end_ = are_all_known ? last_ : lastEndIn(activities, stop);
@@ -191,7 +190,7 @@ class LeftOutEnds {
   Value last_ = kBlank;
 };
 
-/// The ids in a list of event ids, for quick look-ups. Views into `ids`, which must outlive the set.
+/// The ids in a list of event ids, as a set. Views into `ids`, which must outlive it.
 std::unordered_set<std::string_view> idSet(const kit::Array& ids) {
   std::unordered_set<std::string_view> set;
   set.reserve(ids.size());
@@ -203,9 +202,6 @@ std::unordered_set<std::string_view> idSet(const kit::Array& ids) {
 }
 
 }  // namespace
-
-// ------------------------------------------------------------------------------------------------------ building a
-// batch
 
 Value MorvikCoreLib::makeTrackingParameter(EndActivities end_activities) {
   static constexpr const char* kOperation = "-[MorvikCoreLib makeTrackingParameter:]";
@@ -222,7 +218,7 @@ Value MorvikCoreLib::makeTrackingParameter(EndActivities end_activities) {
     set_isTrackingCalled(true);
     built_batch_.reset();
     Value batch = buildBatch(end_activities);
-    // One that was abandoned leaves no trace.
+    // An abandoned batch leaves no trace.
     if (batch.isAbsent() && ports_.shared_state.stop_request.isMade())
       set_isTrackingCalled(false);
     return batch;
@@ -307,17 +303,14 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   return parameters;
 }
 
-/// Stores the ids that this batch accounts for, so that exactly these are deleted once the service has accepted it. A
-/// batch that accounts for none leaves the stored ones alone.
+/// Stores the ids that this batch covers, so that exactly these are deleted once the service has accepted it. A batch
+/// that covers none leaves the stored ones alone.
 void MorvikCoreLib::noteSentEventKeys(kit::MutableArray keys) {
   if (keys.empty())
     return;
   store().setFendoActivityInfosSentEventKeys(Value(std::move(keys)));
   store().synchronize();
 }
-
-// --------------------------------------------------------------------------------------------------------------
-// triggers
 
 bool MorvikCoreLib::isTrackingPossible() const {
   return store().fendoUserInfo_fendoUserNo() != -1 && !trackingKey().empty();
@@ -342,9 +335,6 @@ void MorvikCoreLib::pushTracking() {
   services::guarded(log(), kPushTrackingGuard, MORVIK_HERE("-[MorvikCoreLib pushTracking]"),
                     [this] { buildAndSend(); });
 }
-
-// ---------------------------------------------------------------------------------------------------------------
-// sending
 
 void MorvikCoreLib::tracking(const Value& parameters) {
   sendBatch(parameters, EndActivities::kSend);
@@ -384,7 +374,7 @@ void MorvikCoreLib::sendBatch(const Value& parameters, EndActivities end_activit
 }
 
 void MorvikCoreLib::batchDidEnd(BatchEnd end) {
-  // What ends a batch as not sent lets no other leave either; and what a session has not sent is the next one's affair.
+  // Whatever kept this batch from leaving keeps the others too; and what a session has not sent is left to the next.
   if (end == BatchEnd::kNotSent || !isStartSessionCalled_)
     pushes_after_batch_ = false;
   if (pushes_after_batch_ && !isBatchUnderWay() && !is_next_batch_due_)
@@ -393,7 +383,7 @@ void MorvikCoreLib::batchDidEnd(BatchEnd end) {
     delivery_observer_.batchDidEnd(end);
 }
 
-/// Fires once, at the tenth failure that was counted: the counter moves on.
+/// Fires once, at the tenth counted failure: the counter moves on.
 void MorvikCoreLib::refetchReferral() {
   if (failedGetReferralCnt_ != kFailedConversionsBeforeRefetch || store().fendoUserInfo_referralKey() != -1)
     return;
@@ -411,10 +401,10 @@ void MorvikCoreLib::trackingDidSucceed(const Value& json, const std::shared_ptr<
   const bool is_accepted = util().checkNilToNo(json["Result"]);
   bool has_trimmed = false;
   if (is_accepted) {
-    // The noted ids are those of the newest batch. While that has not left, an earlier one's acceptance is none of it:
-    // what the earlier one carried goes once more.
+    // The noted ids are those of the newest batch. While that has not left, the acceptance of an earlier one does not
+    // cover it: what the earlier one carried is sent once more.
     has_trimmed = (newest_batch_ == batch || newest_batch_->has_left) && trimActivities();
-    // Those of a store that came to light since are not among what it carried.
+    // It did not carry those of a store that was recovered since.
     if (batch->leaves_impressions || !empty(services::property::fendoImpressionInfos, batch->stores_known))
       removeSent(services::property::fendoImpressionInfos, batch->carried_impressions);
   }
@@ -437,8 +427,8 @@ void MorvikCoreLib::trackingDidFail(const std::optional<kit::Response>& response
   batchDidEnd(goes_on ? BatchEnd::kGoesOn : response ? BatchEnd::kRefused : BatchEnd::kNoAnswer);
 }
 
-/// Under the user's wish the slot stays taken, as where the gate refuses a batch at once. What was held is made anew,
-/// and leaves the "end" out that it left out.
+/// After the user's wish the slot stays taken, as when the gate refuses a batch at once. A batch that was held is built
+/// again, and leaves out the same "end".
 void MorvikCoreLib::trackingWasNotSent(EndActivities end_activities) {
   --batches_under_way_;
   // A batch before it may still be accepted, and must not trim what never left.
@@ -451,7 +441,7 @@ void MorvikCoreLib::trackingWasNotSent(EndActivities end_activities) {
   batchDidEnd(BatchEnd::kNotSent);
 }
 
-/// What they are then: an absent list stays absent.
+/// Returns what they are then: an absent list stays absent.
 Value MorvikCoreLib::emptySentEventKeys() {
   Value emptied = store().inOneStep([this] {
     const Value keys = store().fendoActivityInfosSentEventKeys();
@@ -474,7 +464,7 @@ Value MorvikCoreLib::baseTimeOf(const Value& json) {
   return time.isNumber() || (time.isString() && services::beginsWithNumber(time.string())) ? time : Value();
 }
 
-/// Takes the server's time, in milliseconds, from an answer that has it; else the offset stays as it was.
+/// Takes the server's time, in milliseconds, from an answer that has it; otherwise the offset stays as it was.
 void MorvikCoreLib::takeServerTime(const Value& json) {
   const Value base_time = baseTimeOf(json);
   if (base_time.isAbsent())
@@ -483,19 +473,16 @@ void MorvikCoreLib::takeServerTime(const Value& json) {
   services().setIntervalSinceServerDate(util().timeIntervalSinceServerDate(ports_.clock.now(), base_time_seconds));
 }
 
-// --------------------------------------------------------------------------------------------------------------
-// trimming
-
 void MorvikCoreLib::deleteActivitysForTracking() {
   trimActivities();
 }
 
-/// Whether anything was removed.
+/// Returns whether anything was removed.
 bool MorvikCoreLib::trimActivities() {
   const auto has_trimmed = services::guarded(
       log(), kDeleteActivitysGuard, MORVIK_HERE("-[MorvikCoreLib deleteActivitysForTracking]"), [this] {
-        // The ids go first and for good: killed in between, the device sends the activities again rather than losing
-        // one.
+        // The ids are removed first: if the process is killed in between, the activities are sent again rather than
+        // lost.
         const kit::Array sent = store().inOneStep([this] {
           const Value keys = store().fendoActivityInfosSentEventKeys();
           if (!keys.isAbsent())
@@ -504,7 +491,7 @@ bool MorvikCoreLib::trimActivities() {
         });
         store().synchronize();
         const auto covered = idSet(sent);
-        // Under a limit a long list is not looked through once all have been found.
+        // With a limit, a long list is searched only until all have been found.
         size_t left = batch_size_.isLimited() ? sent.size() : SIZE_MAX;
         const bool is_any_removed = store().inOneStep([this, &covered, &left] {
           const Value stored = store().fendoActivityInfos();

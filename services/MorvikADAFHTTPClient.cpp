@@ -19,7 +19,7 @@ bool sameName(std::string_view a, std::string_view b) {
   return inLowerCase(a) == inLowerCase(b);
 }
 
-/// A parameter as the text that stands for it; containers as JSON.
+/// A parameter as text; containers as JSON.
 void appendParameter(const kit::Value& value, std::string& out) {
   if (value.isString()) {
     appendPercentEncoded(value.string(), out);

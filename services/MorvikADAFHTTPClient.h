@@ -15,7 +15,7 @@ enum AFHTTPClientParameterEncoding {
   AFPropertyListParameterEncoding = 2,
 };
 
-/// The platform's mutable URL request. Header names are compared without case; their text is kept as given.
+/// The platform's mutable URL request. Header names are case-insensitive; their spelling is kept as given.
 class MutableURLRequest {
  public:
   MutableURLRequest() = default;

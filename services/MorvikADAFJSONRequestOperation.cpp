@@ -87,7 +87,7 @@ bool MorvikADAFJSONRequestOperation::start() {
   const kit::WhenHeld when_held = exchange_->waiting.when_held;
   if (when_held != kit::WhenHeld::kPasses && (services.isGDPRForgetMe() || services.isSendingOff()))
     return false;
-  // The body may be large and leaves for good; what stays for the handlers is the rest of the request.
+  // The body may be large and is given away; the handlers get the rest of the request.
   std::string body = std::move(exchange_->request.body);
   exchange_->request.body.clear();
   kit::Request leaving = exchange_->request;

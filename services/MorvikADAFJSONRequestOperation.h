@@ -12,21 +12,21 @@
 
 namespace morvik::services {
 
-/// An answer's body larger than this is a failure.
+/// An answer with a larger body is a failure.
 inline constexpr size_t kMaxAnswerBytes = 4 * 1024 * 1024;
 
-/// The answer came with a status from 200 to 299 and a JSON object, which is `json`. `request` comes without its body.
+/// The answer had a status from 200 to 299 and a JSON object, `json`. `request` comes without its body.
 using SuccessHandler =
     std::function<void(const kit::Request& request, const kit::Response& response, const kit::Value& json)>;
-/// Everything else: another status, no answer (then without response), a body that is no JSON object, a body too large.
-/// `json` is the body where it is JSON after all.
+/// Everything else: another status, no answer (no response then), a body that is not a JSON object or is too large.
+/// `json` is the body if it is JSON.
 using FailureHandler = std::function<void(const kit::Request& request, const std::optional<kit::Response>& response,
                                           const kit::Error& error, const kit::Value& json)>;
 
-/// What becomes of a request that the gate lets begin and that does not leave at once.
+/// What happens to a request that has started but does not leave at once.
 struct Waiting {
   kit::WhenHeld when_held = kit::WhenHeld::kWaits;
-  /// Runs, in the place of both handlers, where it never left: the gate had closed for it meanwhile. May be empty.
+  /// Runs instead of both handlers if it never left because the gate closed meanwhile. May be empty.
   std::function<void()> not_sent{};
   /// Called when it leaves, on any thread; must be short and must not throw. May be empty.
   std::function<void()> leaves{};
@@ -52,10 +52,10 @@ class MorvikADAFJSONRequestOperation {
                                                                                   SuccessHandler success,
                                                                                   FailureHandler failure);
 
-  /// Begins the exchange and returns at once; the operation need not be kept. Exactly one of the two handlers runs,
+  /// Starts the exchange and returns at once; the operation need not be kept. Exactly one of the two handlers runs,
   /// once, on the main queue, in a later turn. While the forget-me flag is set or sending is off nothing happens at
-  /// all: no request, no handler, and the answer is false. The same, after true, where the gate closes before the
-  /// request leaves, but for Waiting::not_sent. To be called once.
+  /// all: no request, no handler, and the answer is false. The same applies after true if the gate closes
+  /// before the request leaves, except for Waiting::not_sent. To be called once.
   bool start();
 
  private:
@@ -67,7 +67,7 @@ class MorvikADAFJSONRequestOperation {
   std::shared_ptr<Exchange> exchange_;
 };
 
-/// The status code to log for a response that may not be there: 0 then.
+/// The status code to log; 0 without a response.
 inline int64_t statusCode(const std::optional<kit::Response>& response) {
   return response ? response->status_code : 0;
 }

@@ -16,7 +16,7 @@ constexpr StoreProperty kProperties[] = {
 #undef MORVIK_STORE_PROPERTY
 };
 
-// How a stored value becomes the accessor's type. Of another kind than it should be, it counts as never set.
+// Converts a stored value to the accessor's type. A value of another kind counts as never set.
 struct Reader {
   const kit::Value& value;
   int unset;

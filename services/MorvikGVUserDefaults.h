@@ -19,7 +19,7 @@ enum class PropertyType { kInt64, kInt32, kBool, kString, kDate, kArray };
 struct StoreProperty {
   const char* name;  ///< also the key under which it is stored
   PropertyType type;
-  int unset;  ///< what an integer property reads as before it was ever set
+  int unset;  ///< value of an integer property that was never set
 };
 
 /// All stored properties, in the order of the table.
@@ -42,8 +42,8 @@ using Date = std::optional<kit::Date>;
 using Array = kit::Value;
 }  // namespace accessor
 
-/// Two references, free to make and to copy. Each call is safe from any thread and waits for neither disk nor network;
-/// a value of another type than the property's (from a damaged store) reads as unset.
+/// Two references, cheap to make and to copy. Any thread; no call waits for disk or network. A value of another type
+/// than the property's (from a damaged store) reads as unset.
 class MorvikGVUserDefaults {
  public:
   MorvikGVUserDefaults(kit::KeyValueStore& store, kit::ListLock& lock) : store_(&store), lock_(&lock) {}
@@ -60,7 +60,7 @@ class MorvikGVUserDefaults {
     return store_->synchronize();
   }
 
-  /// Runs `step` under the house lock: for reading a stored list, changing it and writing it back. The step must not
+  /// Runs `step` under the list lock: for reading a stored list, changing it and writing it back. The step must not
   /// call out: no log line, no delegate, no synchronize, no request, no second step.
   template <class Step>
   auto inOneStep(Step&& step) const {
@@ -68,33 +68,32 @@ class MorvikGVUserDefaults {
     return step();
   }
 
-  /// Runs `step` under the door: for letting one record in, with the gate asked in the same step. Short, and as
-  /// inOneStep() otherwise; never to hold a pass over a list.
+  /// Runs `step` under the door: for appending one record and asking the gate in the same step. Otherwise as
+  /// inOneStep(). Must be short: no pass over a list.
   template <class Step>
   auto atTheDoor(Step&& step) const {
     const std::scoped_lock hold(lock_->door);
     return step();
   }
-  /// Puts `record` behind the list stored under the property's name, in constant time, whatever others do with it.
+  /// Appends `record` to the list stored under the property's name, in constant time, even while others rewrite it.
   void append(const char* property_name, const kit::Value& record) const {
     store_->append(property_name, record);
   }
-  /// Within inOneStep(): puts `after`, made of the stored list `before`, in its place. What was appended meanwhile
-  /// stays behind it.
+  /// Within inOneStep(): replaces the stored list `before` by `after`. What was appended meanwhile follows it.
   void replace(const char* property_name, const kit::Value& before, const kit::Value& after) const {
     store_->replace(property_name, before, after);
   }
 
-  // For a thread on which the process is about to die, and which may hold any lock: neither waits for one.
-  /// The text stored under the property's name; nothing when there is none, or when the store is in use at this moment.
+  // For a thread on which the process is about to die, and which may hold any lock: neither call waits for one.
+  /// The text stored under the property's name; nothing if there is none, or if the store is in use right now.
   std::optional<std::string> tryGetString(const char* property_name) const;
   /// Appends `record` to the list stored under the property's name (a new one where none is) and completes its
-  /// persistence, in one step under the house lock. False, and nothing is changed, when lock or store is in use at this
-  /// moment, or when the store cannot keep the record.
+  /// persistence, in one step under the list lock. False, and nothing changes, if the lock or the store is in use right
+  /// now or the store cannot keep the record.
   bool tryAppendAndSynchronize(const char* property_name, const kit::Value& record) const;
 
   // The plain entries of the platform store.
-  /// 0 when there is no such entry.
+  /// 0 if there is no such entry.
   int64_t integerForKey(std::string_view key) const;
   void setInteger(int64_t value, std::string_view key) const;
   /// Absent when there is no such entry, or when it is no array.
@@ -102,7 +101,7 @@ class MorvikGVUserDefaults {
   void setArray(const kit::Value& value, std::string_view key) const;
   /// Nothing when there is no such entry.
   std::optional<kit::Url> URLForKey(std::string_view key) const;
-  /// Without a URL the entry goes.
+  /// Without a URL the entry is removed.
   void setURL(const std::optional<kit::Url>& url, std::string_view key) const;
 
  private:

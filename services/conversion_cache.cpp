@@ -12,7 +12,7 @@ int64_t keyOfTime(const kit::Value& record) {
   return checkIntegerNilToZero(record["conversion_key"]);
 }
 
-/// Lists of earlier versions hold what is no key, which the index takes for the key 0.
+/// Lists of earlier versions hold elements that are not keys; the index would take them for the key 0.
 bool holdsKeyZero(const kit::Array& keys) {
   return std::any_of(keys.begin(), keys.end(), [](const kit::Value& element) {
     return isConversionKey(element) && checkIntegerNilToZero(element) == 0;

@@ -15,7 +15,7 @@ std::string_view withoutLeadingBlanks(std::string_view text) {
   return first == std::string_view::npos ? std::string_view() : text.substr(first);
 }
 
-/// A plus sign is part of a number here, and not in std::from_chars.
+/// Here a plus sign is part of a number; std::from_chars does not accept it.
 std::string_view withoutPlus(std::string_view text) {
   const bool plus = text.size() > 1 && text[0] == '+' && text[1] != '-';
   return plus ? text.substr(1) : text;
@@ -25,7 +25,7 @@ bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-/// Length of sign, digits, fraction and exponent at the start; words such as "inf" are no numbers here.
+/// Length of sign, digits, fraction and exponent at the start; words such as "inf" are not numbers here.
 size_t numberLength(std::string_view text) {
   size_t i = text.starts_with('-') ? 1 : 0;
   const size_t first = i;
@@ -54,7 +54,7 @@ size_t numberLength(std::string_view text) {
   return i;
 }
 
-/// The exponent that a number's text states, within bounds that no text in memory comes near; 0 when it states none.
+/// The exponent in a number's text, clamped to bounds that no text in memory can reach; 0 if there is none.
 int64_t statedExponent(std::string_view text) {
   constexpr int64_t kBound = int64_t{1} << 40;
   const size_t e = text.find_first_of("eE");
@@ -62,7 +62,7 @@ int64_t statedExponent(std::string_view text) {
   return std::clamp(stated, -kBound, kBound);
 }
 
-/// The power of ten of the first digit other than 0, or one more; such a digit there must be.
+/// The power of ten of the first nonzero digit, or one more. There must be such a digit.
 int64_t magnitude(std::string_view text) {
   const std::string_view mantissa = text.substr(0, text.find_first_of("eE"));
   const size_t point = std::min(mantissa.find('.'), mantissa.size());
@@ -70,8 +70,7 @@ int64_t magnitude(std::string_view text) {
   return static_cast<int64_t>(point) - static_cast<int64_t>(first) + statedExponent(text);
 }
 
-/// A number outside what a double holds, hundreds of powers of ten to either side: the largest double, or 0 for one too
-/// small.
+/// For a number far outside the range of a double: the largest double, or 0 if it is too small.
 double outOfRange(std::string_view text) {
   if (magnitude(text) < 0)
     return 0;

@@ -9,7 +9,7 @@ namespace {
 constexpr int64_t kSecondsPerDay = 86'400;
 constexpr int64_t kMicrosecondsPerSecond = 1'000'000;
 constexpr int kKoreaOffsetSeconds = 9 * 3600;
-/// 64 bits of microseconds reach some 292,000 years to either side of 1970.
+/// 64 bits of microseconds cover some 292,000 years before and after 1970.
 constexpr int64_t kMaxYear = 300'000;
 
 int64_t floorDivide(int64_t value, int64_t divisor) {
@@ -17,7 +17,8 @@ int64_t floorDivide(int64_t value, int64_t divisor) {
   return value % divisor < 0 ? quotient - 1 : quotient;
 }
 
-/// What floorDivide leaves over: from 0 to below `divisor`. Multiplying back would overflow at the ends of the range.
+/// The remainder of floorDivide: at least 0 and less than `divisor`. Multiplying back would overflow at the ends of the
+/// range.
 int64_t floorRemainder(int64_t value, int64_t divisor) {
   const int64_t remainder = value % divisor;
   return remainder < 0 ? remainder + divisor : remainder;
@@ -114,7 +115,7 @@ std::string separatedText(kit::Date date, int utc_offset_seconds, char between) 
   return text;
 }
 
-/// A reader of fixed-width decimal fields and fixed characters; once something does not fit, it stays failed.
+/// A reader of fixed-width decimal fields and fixed characters; after the first mismatch it stays failed.
 class FieldReader {
  public:
   explicit FieldReader(std::string_view text) : rest_(text) {}

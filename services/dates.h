@@ -1,4 +1,4 @@
-// Dates as text, in zones that need no time-zone data. The device's own zone is kit::Calendar's.
+// Dates as text, in zones that need no time-zone data. kit::Calendar has the device's own zone.
 #pragma once
 
 #include <optional>
@@ -12,7 +12,7 @@ namespace morvik::services {
 /// Civil time of `date` at a fixed offset from UTC. Total: every date has one (years may be negative or beyond 9999).
 kit::CalendarComponents civilAt(kit::Date date, int utc_offset_seconds);
 
-/// The date of a civil time at a fixed offset from UTC; nothing when the components name no real date and time of day.
+/// The date of a civil time at a fixed offset from UTC; nothing if the components are not a real date and time of day.
 std::optional<kit::Date> dateFromCivil(const kit::CalendarComponents& components, int utc_offset_seconds);
 
 /// True for a real date of the Gregorian calendar and a time of day from 00:00:00 to 23:59:59.
@@ -24,7 +24,7 @@ std::string koreaDateText(kit::Date date);
 std::string utcDateText(kit::Date date);
 /// "yyyy-MM-dd HH:mm:ss" at UTC+9.
 std::string koreaDateTimeText(kit::Date date);
-/// "yyyy-MM-dd'T'HH:mm:ss'Z'" in UTC; a fraction of a second is cut.
+/// "yyyy-MM-dd'T'HH:mm:ss'Z'" in UTC; a fraction of a second is cut off.
 std::string utcIsoDateText(kit::Date date);
 /// "yyyy-MM-dd'T'HH:mm:ss'Z'" in UTC; fractions of a second follow the seconds when there are any.
 std::string iso8601(kit::Date date);

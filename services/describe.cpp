@@ -18,7 +18,7 @@ std::string doubleText(double number) {
     return "nan";
   if (std::isinf(number))
     return number > 0 ? "inf" : "-inf";
-  // Left to itself the shortest text of 100000.0 is "1e+05".
+  // By default the shortest text of 100000.0 is "1e+05".
   const double size = std::fabs(number);
   const bool decimal = size == 0 || (size >= kSmallestDecimal && size < kLargestDecimal);
   const auto form = decimal ? std::chars_format::fixed : std::chars_format::scientific;

@@ -1,4 +1,4 @@
-// The text that stands for an object in a log line ("%@").
+// The text of an object in a log line ("%@").
 #pragma once
 
 #include <optional>
@@ -30,7 +30,7 @@ std::string describe(const kit::Error& error);
 /// Its reason.
 std::string describe(const kit::Exception& exception);
 
-/// A number in the form that stands in texts: integers in decimal, doubles as the shortest decimal text that reads back
+/// A number as text: integers in decimal, doubles as the shortest decimal text that reads back
 /// the same (with an exponent below 0.000001 and from 10^21 on; "nan", "inf", "-inf").
 std::string numberText(const kit::Value& number);
 

@@ -14,14 +14,14 @@ std::string freshNonce(kit::Random& random) {
   return nonce;
 }
 
-/// Sealed also while the kit is being stopped: it takes no time that counts.
+/// Up to this size a payload is sealed even while the kit is being stopped: it takes next to no time.
 constexpr size_t kShortBytes = size_t{1} << 20;
 
 bool isStopping(const SealingTools& tools) {
   return tools.stop != nullptr && tools.stop->isMade();
 }
 
-/// The deflated text where that is asked for, works and is shorter; else nothing.
+/// The deflated text if compression is asked for, works and is shorter; else nothing.
 std::optional<std::string> deflatedIfShorter(const kit::Compressor& compressor, std::string_view plaintext,
                                              Compression compression) {
   if (compression == Compression::kNever)

@@ -1,4 +1,4 @@
-// The encrypted parameter envelope and the sealing under it. The layout, byte for byte, stands in docs/protocol.md.
+// The encrypted parameter envelope and its sealing. docs/protocol.md has the layout, byte for byte.
 #pragma once
 
 #include <string>
@@ -18,12 +18,12 @@ inline constexpr char kSealedVersion = 1;
 inline constexpr char kSealedFlagDeflated = 1;
 inline constexpr size_t kSealedHeaderBytes = 2;
 
-/// What sealing needs from outside. References only.
+/// What sealing needs. References only.
 struct SealingTools {
   const kit::Cipher& cipher;
   const kit::Compressor& compressor;
   kit::Random& random;
-  const kit::StopRequest* stop = nullptr;  ///< ends the writing of a long payload, with an error; null: nothing does
+  const kit::StopRequest* stop = nullptr;  ///< aborts the writing of a long payload, with an error; may be null
 };
 
 enum class Compression { kWhenShorter, kNever };

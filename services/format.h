@@ -1,4 +1,4 @@
-// Fills the "%@", "%ld", "%lld", "%lu", "%d" and "%s" of fixed message texts, type-safely.
+// Type-safe filling of "%@", "%ld", "%lld", "%lu", "%d" and "%s" in fixed message texts.
 #pragma once
 
 #include <concepts>
@@ -42,7 +42,7 @@ class FormatArgument {
   std::variant<int64_t, std::string_view, std::string> held_;
 };
 
-/// `text` with its conversions filled in order. A conversion without an argument is left as it stands; a surplus
+/// `text` with its conversions filled in order. A conversion without an argument is left as it is; a surplus
 /// argument is ignored: a message is never lost over its arguments.
 std::string format(std::string_view text, std::initializer_list<FormatArgument> arguments);
 

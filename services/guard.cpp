@@ -54,7 +54,7 @@ void writeCaught(const Logger& logger, const Guard& guard, const LogSite& site) 
   try {
     writeHandled(logger, guard, site);
   } catch (...) {
-    // The log itself failed: there is nowhere left to write to, and the app must not pay for that.
+    // The log itself failed: there is nowhere left to write to, and the app must not suffer for it.
     return;
   }
 }

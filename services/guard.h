@@ -1,5 +1,5 @@
-// The one exception guard. An operation names its guard (what is written, and how) in one line; whatever its body
-// throws ends here, is written, and goes no further.
+// The one exception guard. An operation names its guard (what is logged, and how) in one line. Whatever its body throws
+// ends here and is logged.
 #pragma once
 
 #include <optional>
@@ -44,12 +44,11 @@ constexpr GuardClause ungated(const char* text) {
 }
 
 namespace detail {
-/// Writes the clause for the object being handled; what the log throws meanwhile is dropped. To be called inside a
-/// handler only.
+/// Logs the clause for the object being handled; what the log throws meanwhile is dropped. Only inside a handler.
 void writeCaught(const Logger& logger, const Guard& guard, const LogSite& site) noexcept;
 }  // namespace detail
 
-/// Runs `body` under `guard` and answers whether it came to its end; a body with a result gives it, or nothing when it
+/// Runs `body` under `guard`. Returns whether it completed; of a body with a result, the result, or nothing if it
 /// threw.
 template <class Body>
 auto guarded(const Logger& logger, const Guard& guard, const LogSite& site, Body&& body) {
@@ -73,7 +72,7 @@ auto guarded(const Logger& logger, const Guard& guard, const LogSite& site, Body
 }
 
 /// The object being handled as text: what() of a standard exception, the reason of a platform exception, else its
-/// type's name. To be called inside a handler only.
+/// type's name. Only inside a handler.
 std::string caughtText();
 
 }  // namespace morvik::services

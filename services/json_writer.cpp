@@ -17,7 +17,7 @@ bool isContinuation(unsigned char byte) {
   return (byte & 0xC0) == 0x80;
 }
 
-/// Length of the well-formed UTF-8 sequence at the start of `text` (which is not empty); 0 when there is none.
+/// Length of the well-formed UTF-8 sequence at the start of `text` (not empty); 0 if there is none.
 size_t sequenceLength(std::string_view text) {
   const auto at = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = at(0);
@@ -39,7 +39,7 @@ size_t sequenceLength(std::string_view text) {
   return overlong || surrogate || beyond ? 0 : length;
 }
 
-/// True for a byte that stands in a JSON string as it is, without a look at its neighbours.
+/// True for a byte that a JSON string holds unchanged, whatever its neighbours are.
 bool isPlain(unsigned char byte) {
   return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\';
 }
@@ -55,8 +55,8 @@ bool hasSpecial(uint64_t word) {
   return (hit & highs) != 0;
 }
 
-/// Copies the leading plain bytes of `text` to `to`, eight at a time, and says how many. `to` has room for all of
-/// `text`.
+/// Copies the leading plain bytes of `text` to `to`, eight at a time, and returns their number. `to` has room for all
+/// of `text`.
 size_t copyPlainRun(std::string_view text, char* to) {
   size_t i = 0;
   for (; i + 8 <= text.size(); i += 8) {
@@ -102,8 +102,8 @@ void appendEscape(unsigned char byte, std::string& out) {
   }
 }
 
-/// Collects text in a block of its own before it goes to the string, so that the many small pieces of a document cost a
-/// store each and not a call.
+/// Buffers text before it is appended to the string, so that each of the many small pieces of a document costs a store
+/// and not a call.
 class TextBlock {
  public:
   explicit TextBlock(std::string& out) : out_(out) {}
@@ -128,9 +128,9 @@ class TextBlock {
   }
   /// Bytes put so far.
   size_t size() const { return out_.size() + used_; }
-  /// Makes room for so many more bytes at once, so that a long document does not grow by copying itself.
+  /// Reserves room for that many more bytes, so that a long document is not copied again and again as it grows.
   void expect(size_t bytes) { out_.reserve(out_.size() + used_ + bytes); }
-  /// `text` in quotes, with escapes; what is not UTF-8 is mended.
+  /// `text` in quotes, with escapes; each byte that is not UTF-8 becomes U+FFFD.
   void putQuoted(std::string_view text) {
     put('"');
     while (!text.empty()) {
@@ -159,7 +159,7 @@ class TextBlock {
     used_ += run;
     return run;
   }
-  /// Writes what stands for the first byte of `text`, which is not plain, and says how many bytes that covered.
+  /// Writes the escape of the first byte of `text`, which is not plain. Returns how many bytes that covered.
   size_t putSpecial(std::string_view text) {
     const auto byte = static_cast<unsigned char>(text.front());
     if (byte < 0x80) {
@@ -181,7 +181,7 @@ class TextBlock {
 /// What to do where JSON has no form for a value: fail, or write something for people.
 enum class Strictness { kStrict, kForPeople };
 
-/// Whether all stands on one line, without blanks, or every entry on its own.
+/// Everything on one line, without spaces, or each entry on its own line.
 enum class Layout { kCompact, kPretty };
 
 class Writer {
@@ -290,7 +290,7 @@ class Writer {
     return true;
   }
 
-  /// Begins a line of that depth, where lines are asked for.
+  /// Starts a line of that depth, if lines are asked for.
   void putLine(size_t depth) {
     if (layout_ == Layout::kCompact)
       return;
@@ -299,7 +299,7 @@ class Writer {
       out_.put("  ");
   }
 
-  /// After so many elements the length of a long array's text is guessed from theirs.
+  /// After this many elements the length of a long array's text is estimated from theirs.
   static constexpr size_t kSampleElements = 64;
 
   TextBlock out_;

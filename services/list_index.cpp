@@ -19,7 +19,7 @@ void ListIndex::add(const kit::Value& record) {
   ++next_order_;
 }
 
-/// Of a record whose key no other record has. Where all keys differ, each record tells its order.
+/// Of a record whose key no other record has. If all keys differ, each record tells its order.
 size_t ListIndex::positionOf(const kit::Array& list, uint64_t order) const {
   size_t begin = 0;
   size_t end = list.size();

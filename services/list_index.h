@@ -1,4 +1,4 @@
-// Finds the records of a stored list by their key, so that a list of ten thousand costs no more than one of ten.
+// Finds the records of a stored list by their key, so that a search in ten thousand costs no more than in ten.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,9 @@
 
 namespace morvik::services {
 
-/// An index over one list at a time: that of the latest call. It is kept up to date by appended() and without() and
-/// built anew, in proportion to the list's length, when another list is handed in. The results are those of a search
-/// without an index. Not safe per call: to be guarded with the list.
+/// An index over one list at a time: that of the latest call. appended() and without() keep it up to date; when another
+/// list is passed it is rebuilt, in time proportional to the list's length. The results are those of a search without
+/// an index. Not thread-safe: use it under the lock of the list.
 class ListIndex {
  public:
   using KeyOf = int64_t (*)(const kit::Value& record);
@@ -18,7 +18,7 @@ class ListIndex {
 
   /// Whether a record of `list` has this key. An absent list has none.
   bool contains(const kit::Value& list, int64_t key);
-  /// `list` without the records that have this key; `list` itself, and absent where it is absent, when none has it.
+  /// `list` without the records that have this key; `list` itself, and absent where it is absent, if none has it.
   kit::Value without(const kit::Value& list, int64_t key);
   /// `list`, or a new one where it is absent, with `record` at its end.
   kit::Value appended(const kit::Value& list, const kit::Value& record);

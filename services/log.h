@@ -19,8 +19,7 @@ inline constexpr std::array<const char*, kit::kLogComponents> _kesmo_lcl_compone
     "Component 6",  "Component 7",  "Component 8",  "Component 9",  "Component 10", "Component 11",
     "Component 12", "Component 13", "Component 14", "Component 15", "Component 16", "Component 17"};
 
-/// Where a log statement stands: its file name (without folders), its line, and the operation as it reads on the
-/// platform.
+/// The place of a log statement: its file name (without folders), its line, and the operation's name on the platform.
 struct LogSite {
   const char* file;
   int line;
@@ -31,7 +30,7 @@ struct LogSite {
 class Logger {
  public:
   Logger(const kit::LogLevels& levels, kit::LogSink& sink) : levels_(&levels), sink_(&sink) {}
-  /// This logger for a thread that is about to die and may hold any lock: a line that would have to wait for one is
+  /// This logger, for a thread that is about to die and may hold any lock: a line that would have to wait for one is
   /// dropped.
   Logger withoutWaiting() const {
     Logger logger(*this);

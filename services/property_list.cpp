@@ -101,7 +101,7 @@ class ListWriter {
     return {};
   }
 
-  /// A carriage return as its reference: a reader would take the bare one for a line feed.
+  /// A carriage return as its reference: a reader would turn a bare one into a line feed.
   void appendCharacter(char c) {
     switch (c) {
       case '&':

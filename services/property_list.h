@@ -9,8 +9,8 @@
 
 namespace morvik::services {
 
-/// Appends `value` to `out` as an XML property list. Text that is not UTF-8 is mended (U+FFFD in place of each bad
-/// byte). Errors, each saying what: an absent value, null, a number that is not finite, a control character that XML
+/// Appends `value` to `out` as an XML property list. In text that is not UTF-8 each bad byte becomes
+/// U+FFFD. Errors, each saying what: an absent value, null, a number that is not finite, a control character that XML
 /// cannot hold, nesting beyond kit::kMaxJsonDepth. An error leaves in `out` what was written so far. Any thread.
 std::optional<kit::Error> appendPropertyList(const kit::Value& value, std::string& out);
 

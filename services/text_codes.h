@@ -9,7 +9,7 @@ namespace morvik::services {
 
 /// Base64 with '-' and '_' and without padding, appended to `out`.
 void appendBase64Url(std::string_view bytes, std::string& out);
-/// The reverse; nothing for a foreign character, padding, an impossible length, or bits set beyond the last byte.
+/// The reverse; nothing for any other character, padding, an impossible length, or bits set past the last byte.
 std::optional<std::string> fromBase64Url(std::string_view text);
 
 /// Lower-case hexadecimal.
@@ -24,8 +24,8 @@ std::string inCapitals(std::string_view text);
 
 /// Everything but letters, digits, '-', '.', '_' and '~' as %XX, appended to `out`.
 void appendPercentEncoded(std::string_view text, std::string& out);
-/// The reverse, as forms and queries need it, appended to `out`: %XX is a byte, '+' a blank; a '%' that two hexadecimal
-/// digits do not follow stays as it stands.
+/// The reverse, as forms and queries need it, appended to `out`: %XX is a byte, '+' a space; a '%' that is not
+/// followed by two hexadecimal digits stays as it is.
 void appendFormDecoded(std::string_view text, std::string& out);
 
 }  // namespace morvik::services

@@ -6,14 +6,14 @@
 
 namespace morvik::services {
 
-/// The plain form of a mangled name; what is none stays as it is. Any thread.
+/// The plain form of a mangled name; anything else stays as it is. Any thread.
 std::string demangled(const char* name);
 
-/// A type's plain name; "foreign exception" for null, which is what the runtime names of an object that was thrown by
-/// another language. Any thread.
+/// A type's plain name; "foreign exception" for null, which the runtime reports for an object thrown by another
+/// language. Any thread.
 std::string typeName(const std::type_info* type);
 
-/// typeName() of the object being handled. To be called inside a handler only, of terminate or of an exception.
+/// typeName() of the object being handled. Only inside a handler of terminate or of an exception.
 std::string caughtTypeName();
 
 }  // namespace morvik::services

@@ -11,7 +11,7 @@
 namespace morvik::services {
 namespace {
 
-/// What stands between '?' and '#'; nothing without a '?'.
+/// The part between '?' and '#'; nothing without a '?'.
 std::optional<std::string_view> queryPart(std::string_view url) {
   url = url.substr(0, url.find('#'));
   const size_t mark = url.find('?');

@@ -8,9 +8,9 @@
 namespace morvik::services {
 
 /// The query of `url` as a dictionary of texts, in the order of the URL; absent when it has no query. What follows '#'
-/// is no part of it. Pairs stand between '&'; of a repeated key the first value counts; a key without '=' is present
-/// and empty, a pair without a key is left out. '+' is a blank, %XX a byte; an escape that is none stays as it stands.
-/// Text that is not UTF-8 afterwards is mended (U+FFFD). Any bytes will do; time is proportional to their number.
+/// is not part of it. Pairs are separated by '&'; of a repeated key the first value counts; a key without '=' is
+/// present and empty, a pair without a key is left out. '+' is a space, %XX a byte; an invalid escape stays as it is.
+/// In text that is not UTF-8 afterwards each bad byte becomes U+FFFD. Accepts any bytes, in linear time.
 kit::Value urlQuery(std::string_view url);
 
 /// The text of a URL up to its query or fragment.

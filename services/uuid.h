@@ -16,7 +16,7 @@ std::string makeTimeOrderedUuid(kit::Date now, kit::Random& random);
 /// UUID version 4, lower case, 36 characters: all of it random.
 std::string makeRandomUuid(kit::Random& random);
 
-/// Whether the text has the form of one: 8-4-4-4-12 hexadecimal digits, of either case.
+/// Whether the text has the form of a UUID: 8-4-4-4-12 hexadecimal digits, of either case.
 bool isUuid(std::string_view text);
 
 }  // namespace morvik::services

@@ -11,7 +11,7 @@ namespace morvik::services {
 /// A key and its value.
 using KeyedValue = std::pair<kit::Value, kit::Value>;
 
-/// The pairs up to the first absent value, which ends the list: what stands behind it is left out too.
+/// The pairs up to the first absent value, which ends the list: everything after it is left out too.
 kit::MutableDictionary untilAbsent(std::initializer_list<KeyedValue> pairs);
 
 }  // namespace morvik::services

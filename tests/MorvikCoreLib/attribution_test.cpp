@@ -71,9 +71,6 @@ class Attribution : public ::testing::Test {
   TestWorld world;
 };
 
-// --------------------------------------------------------------------------------------------------- conversion
-// payload
-
 class ConversionPayload : public Attribution {
  protected:
   Value payload() {
@@ -128,9 +125,6 @@ TEST_F(ConversionPayload, IsLoggedBeforeItIsSealed) {
   EXPECT_EQ(line->prefix->operation, "-[MorvikCoreLib makeConversionParameter]");
   EXPECT_EQ(line->prefix->file, "attribution.cpp");
 }
-
-// -------------------------------------------------------------------------------------------------- conversion
-// requests
 
 TEST_F(Attribution, ConversionLogsParametersAndUrl) {
   world.loop.perform([&] { world.core().conversion(Dictionary{{"j", "x"}}); });
@@ -361,9 +355,6 @@ TEST_F(Attribution, TheAnswerIsLogged) {
   EXPECT_EQ(line->prefix->operation, "-[MorvikCoreLib conversion:]_block_invoke");
 }
 
-// --------------------------------------------------------------------------------------------------------------
-// retries
-
 TEST_F(Attribution, TenFailuresInARowMakeNineRetriesTenSecondsApart) {
   world.transport.on("v1/conversion").always(Answer::error("down"));
   convert();
@@ -441,9 +432,6 @@ TEST_F(Attribution, AThirdPartyDeepLinkWithoutIdentifierHasALineOfItsOwn) {
   ASSERT_TRUE(line.has_value());
   EXPECT_EQ(line->prefix->level, "CRITICAL");
 }
-
-// ------------------------------------------------------------------------------------------------------ referral
-// record
 
 ReferralRecord someRecord() {
   ReferralRecord record;
@@ -529,9 +517,6 @@ TEST_F(Attribution, AThrowStopsTheRemainingWritesAndKeepsTheOnesMade) {
   EXPECT_EQ(world.userDefaults().fendoUserInfo_subReferralKey(), 0);
   EXPECT_THAT(world.app.calls(), IsEmpty());
 }
-
-// ----------------------------------------------------------------------------------------------------------- Search
-// Ads
 
 class SearchAds : public Attribution {
  protected:
@@ -650,9 +635,6 @@ TEST_F(SearchAds, DetailsLiveInMemoryOnly) {
   EXPECT_TRUE(world.core().searchAdsAttributionDetails().isAbsent());
 }
 
-// ------------------------------------------------------------------------------------------------------------------
-// iAd
-
 class IAd : public Attribution {
  protected:
   void ask() {
@@ -764,9 +746,6 @@ TEST_F(IAd, AFailureIsLoggedAndNeverRetried) {
               ElementsAre("MRVK_QA-iAdAppAttributionTracking_Recieved an HTTP 0",
                           "MRVK_QA-iAdAppAttributionTracking_The error was: down"));
 }
-
-// ------------------------------------------------------------------------------------------------- answers of any
-// shape
 
 TEST_F(Attribution, AnyValueInAnyFieldLeavesADefinedState) {
   const Value full = Dictionary{{"Result", true}, {"ResultCode", 1}, {"BaseTime", 1}, {"Data", fullData()}};

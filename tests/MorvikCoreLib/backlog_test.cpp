@@ -93,9 +93,6 @@ class Backlog : public ::testing::Test {
   TestWorld world;
 };
 
-// ------------------------------------------------------------------------------------------------------------ the
-// limit
-
 TEST_F(Backlog, ABatchCarriesTheOldestUpToTheLimitAndTheirIdsAlone) {
   store(Array{activity("g", "late", at(9), "late"), activity("g", "third", at(3), "third"),
               activity("g", "first", at(1), "first"), activity("g", "second", at(2), "second")});

@@ -409,9 +409,6 @@ TEST_F(EarlierCrash, IsDoneWithWhenItsReportCannotBeMade) {
   EXPECT_TRUE(world.log.has("! MRVK_QA-MorvikCoreLib makeCrashParameter exception : int\n"));
 }
 
-// ------------------------------------------------------------------------------------------------------- the next
-// start
-
 Value shelved(const char* reason) {
   return Dictionary{{"exception_reason", reason}, {"install_datetime", "before"}};
 }

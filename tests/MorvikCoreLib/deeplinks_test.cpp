@@ -365,9 +365,6 @@ TEST_F(Delegates, ThatAreGoneAreSkipped) {
   EXPECT_EQ(world.log.countContaining("Exception"), 0U);
 }
 
-// ------------------------------------------------------------------------------------------------- a click's
-// parameters
-
 TEST_F(DeepLinks, AClicksPayloadIsTheCommonParametersAndFiveFields) {
   open("app://x?sub_referral=sub&ck=12&sn=9007199254740993");
   const Value sent = world.payloads(kReEngagement).at(0);
@@ -437,9 +434,6 @@ TEST_F(DeepLinks, TheRecorderOfTheClickBeforeStaysWhereTheFieldsCannotBeBuilt) {
   world.core().ReEngagement_task()();
   EXPECT_THAT(keysOf(clicks()), ElementsAre(12));
 }
-
-// -------------------------------------------------------------------------------------------------------- failed
-// clicks
 
 class FailedClicks : public DeepLinks {
  protected:
@@ -992,9 +986,6 @@ TEST_F(Facebook, AnEarlierReEngagementCountsAsReported) {
   refer("https://f.example/?ck=12");
   EXPECT_THAT(world.requests(kThirdParty), IsEmpty());
 }
-
-// --------------------------------------------------------------------------------------------- URLs of any bytes at
-// all
 
 struct UrlCase {
   const char* what;

@@ -267,9 +267,6 @@ TEST_F(Demographics, AreNeitherSentNorLoggedUnderForgetMe) {
   EXPECT_TRUE(isAnythingPending());
 }
 
-// -------------------------------------------------------------------------------------------------- their place in a
-// session
-
 TEST_F(Demographics, AreSentAtSessionStartAndSessionEndWhileTheyArePending) {
   setAll();
   world.becomeActive();

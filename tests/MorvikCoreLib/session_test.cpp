@@ -406,9 +406,6 @@ TEST_F(Session, ActiveAgainWithinTheHalfSecondKeepsTheSessionAndTheEndIsRecorded
   EXPECT_THAT(lastBatch(), ElementsAre("start", "retention"));
 }
 
-// --------------------------------------------------------------------------------------------- attribution at the
-// start
-
 class FreshInstall : public Session {
  protected:
   FreshInstall() : Session(WorldOptions()) { world.transport.on("v1/conversion").always(Answer::silence()); }
@@ -464,9 +461,6 @@ TEST_F(Session, WithoutAnIdentifierNoneIsStored) {
   world.becomeActive();
   EXPECT_FALSE(world.userDefaults().MorvikCoreUserInfo_IDFA().has_value());
 }
-
-// ---------------------------------------------------------------------------------------------------------- session
-// end
 
 TEST_F(Session, EndOfOneAndAHalfSecondsRecords1500) {
   live(1.5);
@@ -618,9 +612,6 @@ TEST_F(Session, EndRunsOnTheBackgroundQueue) {
   EXPECT_EQ(world.faulty.background_queue.faults.calls("async"), 1U);
 }
 
-// ------------------------------------------------------------------------------------------------------ background
-// time
-
 TEST_F(Session, BackgroundChangesOnlyThreeFlagsOnADeviceWithoutMultitasking) {
   for (const std::optional<bool> supported : {std::optional<bool>(), std::optional<bool>(false)}) {
     WorldOptions options;
@@ -726,9 +717,6 @@ TEST_F(Session, BackgroundTimeThatBeginsWhileAnotherIsGivenBackIsNotForgotten) {
   EXPECT_EQ(core->background_task(), world.loop.openBackgroundTasks()[0]);
 }
 
-// ------------------------------------------------------------------------------------------------------- launch
-// counter
-
 TEST_F(Session, TheLaunchCounterGoesUpByOneWithEachSessionStart) {
   EXPECT_EQ(world.userDefaults().integerForKey(kLaunchCounter), 0);
   world.becomeActive();
@@ -744,9 +732,6 @@ TEST_F(Session, TheLaunchCounterGoesUpByOneWithEachSessionStart) {
   world.becomeActive();
   EXPECT_EQ(world.userDefaults().integerForKey(kLaunchCounter), 3);
 }
-
-// ------------------------------------------------------------------------------------------------------- retention
-// mark
 
 struct RetentionCase {
   const char* what;

@@ -41,9 +41,6 @@ class Tracking : public ::testing::Test {
   TestWorld world;
 };
 
-// --------------------------------------------------------------------------------------------------------------
-// triggers
-
 TEST_F(Tracking, TheSizeTriggerSendsNothingWithNineActivities) {
   world.userDefaults().setFendoActivityInfos(activities(9));
   world.loop.perform([&] { world.core().chkAndSendDataWhenActivityCntMoreThenTen(); });
@@ -88,9 +85,6 @@ TEST_F(Tracking, PushTrackingLeavesEndsIn) {
   push();
   EXPECT_THAT(texts(world.payloads("v1/tracking")[0]["activity_info"], "event_id"), ElementsAre("e1"));
 }
-
-// ---------------------------------------------------------------------------------------------------------------
-// request
 
 TEST_F(Tracking, NothingHappensForAbsentParametersAndTheSlotStays) {
   world.core().set_isTrackingCalled(true);
@@ -140,9 +134,6 @@ TEST_F(Tracking, AReferralKeyOfZeroIsARecordToo) {
   push();
   EXPECT_EQ(sentBatches(), 1U);
 }
-
-// ---------------------------------------------------------------------------------------------------------------
-// answers
 
 TEST_F(Tracking, AnAcceptedBatchDeletesItsActivitiesAndTheImpressions) {
   world.userDefaults().setFendoActivityInfos(activities(3));
@@ -276,9 +267,6 @@ TEST_F(Tracking, AnAcceptedAnswerTrimsByTheKeysStoredAtThatMoment) {
   EXPECT_EQ(sentBatches(), 2U);
 }
 
-// ------------------------------------------------------------------------------------------------------ referral
-// re-fetch
-
 class Refetch : public Tracking {
  protected:
   Refetch() {
@@ -331,9 +319,6 @@ TEST_F(Refetch, CarriesThePayloadOfTheMomentItWasScheduled) {
   ASSERT_EQ(payloads.size(), 1U);
   EXPECT_EQ(payloads[0]["activity_info"].array()[0]["created_at"], Value("20240301000000"));
 }
-
-// --------------------------------------------------------------------------------------------------------------
-// trimming
 
 TEST_F(Tracking, ARecordThatNoBatchCanTakeHoldsTheOthersUpUntilItIsGone) {
   kit::MutableDictionary nameless(activity("g", "n", at(1), "e1"));
