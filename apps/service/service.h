@@ -1,4 +1,4 @@
-// The service itself, without a socket: a request goes in, an answer comes out, everything is remembered.
+// The service itself, without a socket: takes a request, returns an answer, stores both.
 #pragma once
 
 #include <functional>
@@ -26,14 +26,14 @@ class Service {
   /// Takes one finished line about a request, without a line feed.
   using LineSink = std::function<void(const std::string& line)>;
 
-  /// `store` outlives the service and is used by nobody else. `clock` and `write_line` are called by whichever thread
-  /// calls `handle`, `write_line` by one at a time, `clock` by several.
+  /// `store` outlives the service and is used by nobody else. `clock` and `write_line` are called on the threads that
+  /// call `handle`: `write_line` on one at a time, `clock` on several.
   Service(Keys keys, AnswerData data, Store& store, Clock clock, LineSink write_line, AdminRules rules = {});
 
   /// Answers a request: an endpoint's, an inspection, the page, or a refusal in JSON. A stream in the reply must not
-  /// outlive the service. Any thread; requests of devices wait for each other, inspections wait for none of them.
-  /// Blocks for decoding and the disk, never for a behaviour's delay (that is in the reply). Does not throw for
-  /// anything a request can contain.
+  /// outlive the service. Any thread; requests of devices wait for each other, inspections do not wait for them.
+  /// Blocks for decoding and the disk, never for a behaviour's delay (that is in the reply). Does not throw,
+  /// whatever a request contains.
   HttpReply handle(const HttpRequest& request);
 
  private:

@@ -1,4 +1,4 @@
-// What the one who starts the service may choose of its answers.
+// The parts of the answers that can be chosen when the service is started.
 #pragma once
 
 #include "apps/service/answers/attribution.h"

@@ -9,14 +9,14 @@
 
 namespace morvik_service {
 
-/// A plausible referral record, with chosen members laid over it.
+/// A plausible referral record, overridden by chosen members.
 class Attribution {
  public:
-  /// The members to lay over the plausible record must fit an answer; `text` is at most this long.
+  /// The chosen members must fit an answer; `text` is at most this long.
   static constexpr std::size_t kMaxBytes = std::size_t{1024} * 1024;
 
-  /// Replaces the chosen members by those of the JSON object `text`; members of an earlier call are gone. Any name and
-  /// any value is taken, null too: an answer may be odd on purpose. Throws Refusal 400 when it is no JSON object.
+  /// Replaces all chosen members with those of the JSON object `text`. Any name and any value is accepted, null too: an
+  /// answer may be odd on purpose. Throws Refusal 400 if it is not a JSON object.
   void choose(std::string_view text);
 
   /// The chosen members.

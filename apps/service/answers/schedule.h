@@ -1,4 +1,4 @@
-// The campaign schedule that the service hands out.
+// The campaign schedule that the service answers with.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 namespace morvik_service {
 
 /// A JSON object with the checksum by which a device says which one it has: lower-case hexadecimal SHA-256 of the bytes
-/// it was read from. Not safe for several threads at once.
+/// it was read from. Not thread-safe.
 class Schedule {
  public:
   struct Content {
@@ -17,20 +17,20 @@ class Schedule {
     std::string check_sum;
   };
 
-  /// A small one of the service's own.
+  /// A small built-in one.
   Schedule();
 
-  /// The one in `file`, which may change while the service runs. Throws SetupError when it cannot be used.
+  /// The one in `file`, which may change while the service runs. Throws SetupError if it cannot be used.
   explicit Schedule(std::string file);
 
-  /// The schedule of this moment; a file is read anew. Valid until the next call. Throws Refusal 503 when the file
-  /// cannot be used any more, and takes it again when it can.
+  /// The current schedule; a file is read again. Valid until the next call. Throws Refusal 503 while the file cannot be
+  /// used.
   const Content& current();
 
  private:
   void use(std::string_view text);
 
-  std::string file_;  ///< "" for the service's own
+  std::string file_;  ///< "" for the built-in one
   Content content_;
 };
 

@@ -13,10 +13,10 @@ using Json = nlohmann::ordered_json;
 
 /// Arrays and objects may nest this deep; writing a value recurses, so depth is stack.
 inline constexpr std::size_t kMaxJsonDepth = 128;
-/// An object may have so many members: keeping their order, each is looked for among those before it.
+/// The most members of an object: since their order is kept, each is compared with all before it.
 inline constexpr int kMaxJsonMembers = 1024;
 
-/// Parses one JSON document. Throws Refusal 400 when it is none or passes one of the limits above; `where` names the
+/// Parses one JSON document. Throws Refusal 400 if it is not one or exceeds one of the limits above; `where` names the
 /// document in the message ("the sealed payload").
 Json parseJson(std::string_view text, const std::string& where);
 

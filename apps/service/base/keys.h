@@ -23,7 +23,7 @@ std::string keyText(const Keys& keys, KeyChoice choice);
 /// Throws SetupError with the line's number, never with its text: it may be a key.
 Keys parseKeys(std::string_view text, const std::string& file_name);
 
-/// `over` where it says something, else `under`.
+/// `over` where it has a value, otherwise `under`.
 Keys mergeKeys(const Keys& over, const Keys& under);
 
 }  // namespace morvik_service

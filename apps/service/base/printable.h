@@ -7,7 +7,7 @@
 
 namespace morvik_service {
 
-/// Of a stranger's text, so many bytes are printed unless it is said otherwise.
+/// At most this many bytes of a client's text are printed by default.
 inline constexpr std::size_t kMaxPrintedBytes = 200;
 
 /// `text` on one line that says nothing to a terminal: control characters, and bytes that are no UTF-8, stand as

@@ -9,7 +9,7 @@ namespace morvik_service {
 /// Common parameters, and "deeplink_info" with exactly its five members.
 void checkReEngagementPayload(const Json& payload);
 
-/// "deeplink_info" with exactly its three members when it is there.
+/// "deeplink_info" with exactly its three members, if present.
 void checkDeepLink(const Json& payload);
 
 /// An array of records with exactly three members each; it may be empty.

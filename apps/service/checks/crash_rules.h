@@ -10,7 +10,7 @@ namespace morvik_service {
 /// is missing, of the wrong type or not known.
 void checkCrashReports(const Json& payload);
 
-/// Every report is about this service's app. Throws Refusal 403 otherwise. The payload was checked.
+/// Throws Refusal 403 if a report is about another app. The payload was checked.
 void checkAppOfCrashReports(const Json& payload, const Keys& keys);
 
 }  // namespace morvik_service

@@ -6,12 +6,12 @@
 
 namespace morvik_service {
 
-/// The members of an erasure request, no others, with the texts that are fixed. What a device may not know ends the
-/// list that it would stand in: time of submission, advertising identifier, app key. Throws Refusal 400 that names the
+/// Exactly the members of an erasure request, with the fixed texts. A value that a device may not know ends its list:
+/// time of submission, advertising identifier, app key. Throws Refusal 400 that names the
 /// first member that does not fit.
 void checkErasureRequest(const Json& payload);
 
-/// The request is about this service's app, where it says so. Throws Refusal 403 otherwise. The payload was checked.
+/// Throws Refusal 403 if the request names another app. The payload was checked.
 void checkAppOfErasureRequest(const Json& payload, const Keys& keys);
 
 }  // namespace morvik_service

@@ -1,4 +1,4 @@
-// Rules for the members of a payload, as tables of names and types. What is wrong is named by its path
+// Rules for the members of a payload, as tables of names and types. A wrong member is named by its path
 // ("activity_info[3].event_id").
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace morvik_service {
 
-/// Where a value stands in the payload.
+/// The place of a value in the payload.
 class Place {
  public:
   /// The payload itself.
@@ -42,14 +42,14 @@ struct MemberRule {
 /// The refusal (400) that says "<path> <problem>".
 Refusal badMember(const std::string& problem, const std::string& path);
 
-/// Each of these throws badMember. A value is of type kInteger when it fits 64 bits with a sign.
+/// Each of these throws badMember. A value is of type kInteger if it fits a signed 64-bit integer.
 void requireType(const Json& value, MemberType type, const Place& place);
 const Json& requireMember(const Json& object, const MemberRule& rule, const Place& place);
 
-/// All of these, and whatever else is there.
+/// At least these members.
 void requireMembers(const Json& object, std::span<const MemberRule> rules, const Place& place);
 
-/// An object with all of these and nothing else.
+/// An object with exactly these members.
 void requireExactly(const Json& value, std::span<const MemberRule> rules, const Place& place);
 
 /// Checks every entry of the array `list`: `check_entry(entry, place of the entry)`.

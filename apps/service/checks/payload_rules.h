@@ -10,13 +10,13 @@ namespace morvik_service {
 void checkCommonParameters(const Json& payload);
 
 /// Common parameters, one entry of "activity_info", "searchads_response" (an object or ""), and a click's
-/// "deeplink_info" when it is there.
+/// "deeplink_info" if present.
 void checkConversionPayload(const Json& payload);
 
 /// The parameters of a third party conversion are the caller's own; only "deeplink_info" must be a click's.
 void checkThirdPartyPayload(const Json& payload);
 
-/// Common parameters, and "iAd" with its two dates when it is there.
+/// Common parameters, and "iAd" with its two dates, if present.
 void checkIadPayload(const Json& payload);
 
 /// Common parameters, the seven members of each activity, the six of each impression.

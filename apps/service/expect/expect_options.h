@@ -9,7 +9,7 @@
 
 namespace morvik_service {
 
-/// Nothing is waited for longer than this.
+/// The longest wait.
 inline constexpr std::chrono::hours kMaxWithin{24};
 
 struct ExpectOptions {
@@ -23,7 +23,7 @@ struct ExpectOptions {
   std::string authority_file;  ///< certificates to trust
 };
 
-/// Either options, or a text to print (help or a complaint) and the status to exit with.
+/// Either options, or a text to print (help or an error) and the exit status.
 struct ExpectCommandLine {
   std::optional<ExpectOptions> options;
   std::string text;

@@ -10,8 +10,8 @@ namespace morvik_service {
 inline constexpr int kExitMet = 0;
 inline constexpr int kExitNotMet = 1;
 
-/// `arguments` are those after "expect". Blocks as long as the expectation waits. The result is the exit status: 0 met,
-/// 1 not met, 2 the expectation could not be put (the options, the expression, no service).
+/// `arguments` are those after "expect". Blocks while the expectation is pending. The result is the exit status: 0 met,
+/// 1 not met, 2 the expectation could not be checked (options, expression, no service).
 int runExpect(std::vector<std::string> arguments, std::ostream& output, std::ostream& errors);
 
 }  // namespace morvik_service

@@ -1,4 +1,4 @@
-// The little language of expectations:
+// The language of expectations:
 //   activity == "purchase" and (group == "shop" or not param contains "test")
 //
 // Comparisons are ==, !=, <, <=, >, >= and `contains`, joined by `and`, `or`, `not` and parentheses. A value is a text
@@ -22,7 +22,7 @@ inline constexpr std::size_t kMaxExpressionBytes = 4096;
 /// Parentheses and `not` may nest this deep.
 inline constexpr int kMaxExpressionDepth = 64;
 
-/// The expression cannot be read; the text says what was expected there and what stood there.
+/// The expression cannot be parsed; the text says what was expected there and what was found.
 class ExpressionError : public std::runtime_error {
  public:
   ExpressionError(std::size_t column, const std::string& text) : std::runtime_error(text), column_(column) {}
@@ -36,12 +36,12 @@ class ExpressionError : public std::runtime_error {
 /// The words of a field, "payload.os_type" split at its dots.
 using FieldPath = std::vector<std::string>;
 
-/// Gives a field's value; null for what is not there.
+/// Returns a field's value; null if it is missing.
 using FieldReader = std::function<Json(const FieldPath& path)>;
 
 /// How far something is from what was expected.
 struct Verdict {
-  int misses = 0;                ///< comparisons that would have to turn out otherwise; 0: it holds
+  int misses = 0;                ///< comparisons that would have to be different; 0: it holds
   std::vector<std::string> why;  ///< one line for each of them
 };
 

@@ -10,7 +10,7 @@
 
 namespace morvik_service {
 
-/// One kept connection. Verifies the service's certificate. Not for several threads at once.
+/// One persistent connection. Verifies the service's certificate. Not thread-safe.
 class InspectionClient {
  public:
   /// `url` ends with a slash; `authority_file` holds the certificates to trust.
@@ -19,11 +19,11 @@ class InspectionClient {
   InspectionClient& operator=(const InspectionClient&) = delete;
   ~InspectionClient();
 
-  /// The next requests after this number; waits for the first at most so long, or as long as the service lets wait.
-  /// Throws SetupError when the service cannot be reached or answers with anything but a listing.
+  /// The next requests after this number; waits for the first at most this long, or as long as the service allows.
+  /// Throws SetupError if the service cannot be reached or does not answer with a listing.
   Json requestsAfter(std::int64_t after, std::chrono::milliseconds patience);
 
-  /// The number of the newest request, 0 when there is none. Throws SetupError.
+  /// The number of the newest request, 0 if there is none. Throws SetupError.
   std::int64_t newestRequest();
 
  private:

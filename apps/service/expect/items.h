@@ -1,4 +1,4 @@
-// What an expectation is held against: the events that were counted, or the requests.
+// What an expectation is compared with: the counted events, or the requests.
 #pragma once
 
 #include <string>
@@ -15,7 +15,7 @@ const std::vector<std::string_view>& allFields();
 
 /// One event of a request, or a request as a whole.
 struct Item {
-  const Json& request;          ///< as GET /inspect/requests gives it
+  const Json& request;          ///< as GET /inspect/requests returns it
   const Json* event = nullptr;  ///< one of its activities, or nullptr for the request as a whole
 };
 
@@ -29,7 +29,7 @@ Json readField(const Item& item, const FieldPath& path);
 /// "request 12, event shop/purchase (sku-7)".
 std::string describeItem(const Item& item);
 
-/// By what an item is counted once: an event's id; "" for what counts each time.
+/// The id by which an item is counted once: an event's; "" for an item that counts each time.
 std::string identityOf(const Item& item);
 
 }  // namespace morvik_service

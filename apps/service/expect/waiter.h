@@ -11,20 +11,20 @@
 
 namespace morvik_service {
 
-/// So many near misses are told.
+/// At most this many near misses are reported.
 inline constexpr std::size_t kNearMissesTold = 3;
 
 struct Expectation {
   Expression expression;
-  int count = 1;      ///< so many must match, at least
-  bool none = false;  ///< nothing may match, until the time is over
+  int count = 1;      ///< at least this many must match
+  bool none = false;  ///< nothing may match until the time is over
   std::int64_t after = 0;
   std::chrono::milliseconds within{5000};
 };
 
-/// The next requests after a number, as GET /inspect/requests gives them; waits for the first at most so long.
+/// The next requests after a number, as GET /inspect/requests returns them; waits for the first at most this long.
 using RequestSource = std::function<Json(std::int64_t after, std::chrono::milliseconds patience)>;
-/// A clock that only goes forward.
+/// A steady clock.
 using SteadyClock = std::function<std::chrono::milliseconds()>;
 
 struct NearMiss {
@@ -40,8 +40,8 @@ struct Outcome {
   std::vector<NearMiss> closest;     ///< those with the fewest misses first, the newest first among equals
 };
 
-/// Blocks until the expectation is met, or cannot be met any more, or the time is over. What had arrived before counts
-/// too, unless `after` says otherwise; an event that arrives again counts once. What `source` throws goes through.
+/// Blocks until the expectation is met, can no longer be met, or the time is over. Earlier arrivals count too, unless
+/// `after` says otherwise; an event that arrives again counts once. Exceptions of `source` are passed on.
 Outcome waitFor(const Expectation& expectation, const RequestSource& source, const SteadyClock& clock);
 
 }  // namespace morvik_service

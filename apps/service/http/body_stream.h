@@ -1,4 +1,4 @@
-// A body that is not known at once: it goes out piece by piece.
+// A body that is sent piece by piece.
 #pragma once
 
 #include <optional>

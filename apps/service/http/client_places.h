@@ -10,7 +10,7 @@ namespace morvik_service {
 /// Any thread. Never blocks for long.
 class ClientPlaces {
  public:
-  /// One connection of a client, as long as it lives.
+  /// One connection of a client, for the object's lifetime.
   class Place {
    public:
     Place(ClientPlaces& places, std::string client);
@@ -25,7 +25,7 @@ class ClientPlaces {
 
   explicit ClientPlaces(unsigned most_of_a_client) : most_of_a_client_(most_of_a_client) {}
 
-  /// True when the client may hold one more. Takes nothing: a Place does.
+  /// True if the client may hold one more. Does not take it; a Place does.
   bool hasRoomFor(const std::string& client) const;
 
  private:

@@ -10,14 +10,14 @@ namespace morvik_service {
 
 using FormFields = std::vector<std::pair<std::string, std::string>>;
 
-/// A form has at most this many fields; requests have three at most.
+/// The most fields of a form; requests have three at most.
 inline constexpr std::size_t kMaxFormFields = 64;
 
-/// Reads "name=value&name=value" with percent escapes and plus signs for blanks. An empty body has no fields. Throws
+/// Reads "name=value&name=value" with percent escapes and plus signs for spaces. An empty body has no fields. Throws
 /// Refusal 400 on a broken escape, a field without "=", a repeated name or more than kMaxFormFields fields.
 FormFields parseForm(std::string_view body);
 
-/// The value of `name`, or nullptr. The pointer lives as long as `fields` is left alone.
+/// The value of `name`, or nullptr. The pointer is valid until `fields` changes.
 const std::string* findField(const FormFields& fields, std::string_view name);
 
 }  // namespace morvik_service

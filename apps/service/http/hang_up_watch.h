@@ -1,4 +1,4 @@
-// Notices that the peer of a connection is gone while nothing is sent to it.
+// Notices when the peer of a connection closes it while nothing is being sent.
 #pragma once
 
 #include <cstdint>
@@ -9,10 +9,10 @@
 
 namespace morvik_service {
 
-/// Any thread. One thread of its own waits for all sockets.
+/// Any thread. One thread watches all sockets.
 class HangUpWatch {
  public:
-  /// As long as it lives, the end of the socket's peer requests the stop. Goes before the socket is closed.
+  /// During its lifetime, the end of the socket's peer requests the stop. Destroyed before the socket is closed.
   class Watched {
    public:
     Watched(HangUpWatch& watch, int socket, const std::stop_source& when_gone);
@@ -26,7 +26,7 @@ class HangUpWatch {
     std::uint64_t number_ = 0;
   };
 
-  /// Throws SetupError when the system has no room for it.
+  /// Throws SetupError if the system lacks the resources for it.
   HangUpWatch();
   HangUpWatch(const HangUpWatch&) = delete;
   HangUpWatch& operator=(const HangUpWatch&) = delete;

@@ -1,4 +1,4 @@
-// Ends connections whose requests do not get beyond their head.
+// Ends connections on which no complete request head arrives.
 #pragma once
 
 #include <chrono>
@@ -10,22 +10,22 @@
 
 namespace morvik_service {
 
-/// Any thread. One thread of its own waits for the bound of all.
+/// Any thread. One thread watches the deadlines of all connections.
 class HeadWatch {
  public:
-  /// One connection. Its socket is shut down, not closed, when a head is awaited for longer than the bound. Goes before
-  /// the socket is closed.
+  /// One connection. Its socket is shut down, not closed, when a head takes longer than the bound. Destroyed before the
+  /// socket is closed.
   class Watched {
    public:
-    /// The first head is awaited from here on.
+    /// Starts to wait for the first head.
     Watched(HeadWatch& watch, int socket);
     Watched(const Watched&) = delete;
     Watched& operator=(const Watched&) = delete;
     ~Watched();
 
-    /// The whole head is there: its request may take as long as it takes.
+    /// The head is complete: its request may take any time.
     void arrived();
-    /// The request is over: the next head is awaited from here on.
+    /// The request is over: starts to wait for the next head.
     void awaitNext();
 
    private:
@@ -37,13 +37,13 @@ class HeadWatch {
 
  private:
   void run(const std::stop_token& stop);
-  /// Shuts down what is awaited for too long; the time of the next that will be, which there must be.
+  /// Shuts down the overdue ones. Returns the next deadline; there must be one.
   std::chrono::steady_clock::time_point shutLate();
 
   const std::chrono::seconds bound_;
   std::mutex mutex_;
   std::condition_variable_any changed_;
-  std::map<int, std::chrono::steady_clock::time_point> awaited_;  ///< socket and its bound; guarded by mutex_
+  std::map<int, std::chrono::steady_clock::time_point> awaited_;  ///< socket and its deadline; guarded by mutex_
   std::jthread thread_;                                           ///< last: it ends before what it uses
 };
 

@@ -27,11 +27,12 @@ inline constexpr unsigned kMaxConnections = 128;
 inline constexpr unsigned kMaxConnectionsOfAClient = kMaxConnections / 2;
 inline constexpr std::size_t kMaxBufferedBytes = std::size_t{128} * 1024 * 1024;
 inline constexpr std::uint64_t kMaxDiscardedBytes = std::uint64_t{64} * 1024 * 1024;
-/// A connection may be idle so long before it is closed: the client neither sends nor takes anything. A wait of the
-/// service's own, for a late answer or for news, does not count.
+/// A connection is closed after this idle time: the client neither sends nor takes anything. A wait of the service
+/// itself, for a late answer or for news, does not count.
 inline constexpr unsigned kIdleSeconds = 30;
-/// Request line and headers must be there whole so long after the connection came up, or after the request before was
-/// over; else the connection is closed, however often the client sends a byte. Idle time, and as long again to send.
+/// Request line and headers must be complete within this time after the connection opened or the previous request
+/// ended; otherwise the connection is closed, however often the client sends a byte. The idle time, and as long again
+/// to send.
 inline constexpr unsigned kHeadSeconds = 2 * kIdleSeconds;
 /// Request line and headers of one request must fit into this.
 inline constexpr std::size_t kMaxHeaderBytes = std::size_t{64} * 1024;
@@ -41,7 +42,7 @@ struct TlsIdentity {
   std::string key_pem;
 };
 
-/// The limits that a test has smaller.
+/// The limits that a test may lower.
 struct ServerLimits {
   unsigned connections = kMaxConnections;
   unsigned connections_of_a_client = kMaxConnectionsOfAClient;
@@ -54,17 +55,17 @@ class HttpServer {
   /// Called on the connection's own thread, from several at once. An exception becomes a 500.
   using Handler = std::function<HttpReply(const HttpRequest&)>;
 
-  /// Listens from here on. Takes the socket over. Throws SetupError when TLS cannot be set up.
+  /// Starts to listen. Takes over the socket. Throws SetupError if TLS cannot be set up.
   HttpServer(Listener& listener, const TlsIdentity& identity, Handler handler, const ServerLimits& limits = {});
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
   /// Ends delays and streams, closes all connections and waits for their threads.
   ~HttpServer();
 
-  /// The handler's answer, or a 500 when it throws.
+  /// The handler's answer, or a 500 if it throws.
   HttpReply answer(const HttpRequest& request) const;
 
-  /// Waits so long, on the calling thread; false when the server stops before that.
+  /// Waits this long, on the calling thread; false if the server stops before that.
   bool waitUnlessStopping(std::chrono::milliseconds delay);
 
   unsigned idleSeconds() const { return limits_.idle_seconds; }
@@ -75,7 +76,7 @@ class HttpServer {
   /// Requested when the server stops.
   std::stop_token stopping() const { return stopping_.get_token(); }
 
-  /// Takes room for so many more body bytes; false when kMaxBufferedBytes would be passed.
+  /// Reserves room for this many more body bytes; false if kMaxBufferedBytes would be exceeded.
   bool reserve(std::size_t bytes);
   void release(std::size_t bytes);
 
@@ -88,7 +89,7 @@ class HttpServer {
   const ServerLimits limits_;
   std::atomic<std::size_t> buffered_bytes_{0};
   std::mutex mutex_;
-  std::condition_variable_any never_;  ///< nobody notifies it: only the stop ends a wait before its time
+  std::condition_variable_any never_;  ///< never notified: only the stop ends a wait early
   std::stop_source stopping_;
   HangUpWatch hang_ups_;
   HeadWatch heads_;

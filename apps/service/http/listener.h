@@ -17,7 +17,7 @@ class Listener {
   ~Listener();
 
   std::uint16_t port() const { return port_; }
-  /// "https://127.0.0.1:8443/": where this machine reaches it.
+  /// "https://127.0.0.1:8443/": its address on this machine.
   std::string url() const;
 
   /// Hands the descriptor over; the caller closes it.
@@ -29,7 +29,7 @@ class Listener {
   int socket_ = -1;
 };
 
-/// True when only this machine can reach the address. Throws SetupError when it is no numeric address.
+/// True if only this machine can reach the address. Throws SetupError if it is not a numeric address.
 bool isLoopbackAddress(const std::string& address);
 
 }  // namespace morvik_service

@@ -1,4 +1,4 @@
-// Who may look at the service and change it: people and scripts on this machine, unless its owner says otherwise.
+// Who may inspect and change the service: people and scripts on this machine, unless its owner allows others.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Tells those who watch that something changed.
+// Notifies watchers of changes.
 #pragma once
 
 #include <chrono>

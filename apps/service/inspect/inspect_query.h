@@ -13,7 +13,7 @@ namespace morvik_service {
 
 /// A longer search text is refused.
 inline constexpr std::size_t kMaxSearchBytes = 200;
-/// A request for what is not there yet waits at most so long.
+/// The longest wait of a request for something that has not arrived yet.
 inline constexpr std::int64_t kMaxWaitMilliseconds = 30000;
 
 /// Refuses parameters that are not among `known`, and those that stand twice.

@@ -11,11 +11,11 @@
 
 namespace morvik_service {
 
-/// So many may watch at a time; each holds a connection and its thread.
+/// At most this many watchers; each holds a connection and its thread.
 inline constexpr int kMaxWatchers = 24;
-/// A watcher that is further behind is told to read the list anew.
+/// A watcher that is further behind is told to read the list again.
 inline constexpr std::int64_t kMaxCatchUp = 1000;
-/// Without news, a sign of life goes out; it also finds out whether the watcher is still there.
+/// Without news, a keep-alive is sent; it also shows whether the watcher is still there.
 inline constexpr std::chrono::milliseconds kSignOfLife{15000};
 
 /// Counts watchers. Any thread.

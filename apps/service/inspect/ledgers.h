@@ -12,11 +12,11 @@
 
 namespace morvik_service {
 
-/// So many devices are kept; when one more tells its ledger, the one that told its own longest ago is forgotten.
+/// At most this many devices are kept; past it the ledger reported longest ago is forgotten.
 inline constexpr std::size_t kMaxLedgers = 200;
 /// A longer ledger is refused.
 inline constexpr std::size_t kMaxLedgerBytes = std::size_t{64} * 1024;
-/// The largest number in a ledger. Whoever reads JSON reads it exactly, and as many as a ledger holds can be added up.
+/// The largest number in a ledger. Every JSON reader reads it exactly, and the sums of a ledger do not overflow.
 inline constexpr std::int64_t kMaxLedgerCount = 1'000'000'000'000'000;
 
 /// Not safe for several threads at once. In memory alone, as the behaviours: a device tells it again.
@@ -35,7 +35,7 @@ class Ledgers {
   /// All, the one heard of last first.
   Json list() const;
 
-  /// Grows with every ledger told.
+  /// Grows with every reported ledger.
   std::uint64_t told() const { return told_; }
   std::size_t size() const { return latest_.size(); }
 

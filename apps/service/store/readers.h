@@ -1,4 +1,4 @@
-// Connections to the store for those who only read: they wait neither for a writer nor let one wait.
+// Read-only connections to the store: they neither wait for a writer nor block one.
 #pragma once
 
 #include <SQLiteCpp/Database.h>
@@ -12,13 +12,13 @@
 
 namespace morvik_service {
 
-/// So many read at a time; one more waits for one of them. A listing may hold kMaxListingBytes.
+/// At most this many read at a time; a further one waits. A listing may hold kMaxListingBytes.
 inline constexpr int kMaxReaders = 8;
 
 /// Any thread.
 class Readers {
  public:
-  /// One reader's view: what was committed when it first looked, whatever is written meanwhile.
+  /// One reader's view: what was committed at its first read, whatever is written meanwhile.
   class Lease {
    public:
     Lease(Readers& readers, std::unique_ptr<SQLite::Database> database);
@@ -34,7 +34,7 @@ class Readers {
     std::unique_ptr<SQLite::Transaction> view_;
   };
 
-  /// `file` is a database with a write-ahead log. Nothing is opened before it is needed.
+  /// `file` is a database with a write-ahead log. Opened on demand.
   explicit Readers(std::string file) : file_(std::move(file)) {}
 
   /// Throws SQLite::Exception.

@@ -1,4 +1,4 @@
-// Keeps what nobody may read out of what the service remembers.
+// Keeps secrets out of what the service stores.
 #pragma once
 
 #include <string>
@@ -9,17 +9,17 @@
 
 namespace morvik_service {
 
-/// A key shorter than this is not looked for: its few letters stand in too many texts.
+/// A shorter key is not searched for: its few letters occur in too many texts.
 inline constexpr std::size_t kLeastSecretBytes = 6;
 
-/// Covers secrets before a request is stored: the hash key and the tracking key, which a confused client may send in
-/// the clear, wherever they stand (path, headers, body, payload, refusal, answer), as they are, as JSON or a form
-/// writes them; and the values of headers that carry credentials.
+/// Masks secrets before a request is stored: the hash key and the tracking key, which a client may send in the clear by
+/// mistake, wherever they occur (path, headers, body, payload, refusal, answer), plain or as written in JSON or a form;
+/// and the values of headers that carry credentials.
 class Secrets {
  public:
   explicit Secrets(const Keys& keys);
 
-  /// The record as it may be remembered. The reply that goes out is a copy made before.
+  /// Masks them in the record. The reply that is sent is a copy made before.
   void hide(RequestRecord& record) const;
 
  private:

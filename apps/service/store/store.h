@@ -1,4 +1,4 @@
-// What the service remembers: every request with its answer, every event once, every impression, every install.
+// What the service stores: every request with its answer, every event once, every impression, every install.
 #pragma once
 
 #include <SQLiteCpp/Database.h>
@@ -18,53 +18,53 @@
 
 namespace morvik_service {
 
-/// A listing of the store keeps at most this many bytes in memory; a longer one ends early and says where to go on.
+/// A listing of the store keeps at most this many bytes in memory; a longer one ends early and says where to continue.
 inline constexpr std::size_t kMaxListingBytes = std::size_t{64} * 1024 * 1024;
-/// Of an answer, this many bytes are stored beside its true length: huge ones are made of padding.
+/// At most this many bytes of an answer are stored, with its true length: huge ones consist of padding.
 inline constexpr std::size_t kMaxStoredAnswerBytes = std::size_t{64} * 1024;
-/// A search looks at so many requests at a time and says where to go on.
+/// A search reads at most this many requests at a time and says where to continue.
 inline constexpr std::int64_t kMaxSearchedRequests = 5000;
-/// ... and ends early when it has read so much of their payloads and bodies.
+/// ... and ends early once it has read this much of their payloads and bodies.
 inline constexpr std::size_t kMaxSearchedBytes = std::size_t{32} * 1024 * 1024;
-/// Summaries in one answer, installs in their list, requests that a device's timeline looks at.
+/// Summaries in one answer, installs in their list, requests that a device's timeline reads.
 inline constexpr std::int64_t kMaxSummaries = 500;
 inline constexpr std::int64_t kMaxInstallsListed = 200;
 inline constexpr std::int64_t kMaxTimelineRequests = 500;
-/// ... whose payloads, but for the last of them, have no more bytes than this.
+/// ... whose payloads, without the last, have no more bytes than this.
 inline constexpr std::size_t kMaxTimelineBytes = std::size_t{32} * 1024 * 1024;
-/// The store keeps this much unless it is told otherwise; the oldest requests go. The newest always stays.
+/// The default size of the store. Past it the oldest requests are deleted; the newest always stays.
 inline constexpr std::int64_t kDefaultKeepMib = 1024;
 inline constexpr std::int64_t kMaxKeepMib = std::int64_t{1024} * 1024;
 inline constexpr std::int64_t kBytesOfMib = std::int64_t{1024} * 1024;
-/// So much more than it keeps the file may have free for what comes next.
+/// The free space that the file may keep for further requests.
 inline constexpr std::int64_t kSpareBytes = kBytesOfMib;
-/// Past that, so much of the file is given back with one request, which is more than one brings.
+/// Past that, one request returns at most this much to the disk, which is more than it brings.
 inline constexpr std::int64_t kGivenBackAtOnce = 64 * kBytesOfMib;
-/// Once no request is left to go, so many ids of events go at a time.
+/// Once no request is left to delete, this many event ids are deleted at a time.
 inline constexpr std::int64_t kForgottenIdsAtOnce = 10000;
-/// Install numbers begin after this one.
+/// Install numbers start after this one.
 inline constexpr std::int64_t kFirstUserNo = 100001;
 
 using Counting = morvik::testing::PayloadCounting;
 
-/// One request as it came, and what became of it.
+/// One request as it arrived, and its result.
 struct RequestRecord {
   std::int64_t time_milliseconds = 0;
-  std::string endpoint;  ///< "tracking", ...; "" when the path is none
+  std::string endpoint;  ///< "tracking", ...; "" if the path is of no endpoint
   HttpRequest request;
-  std::optional<Json> payload;    ///< decoded; absent when there was none or it could not be opened
+  std::optional<Json> payload;    ///< decoded; absent if there was none or it could not be opened
   std::optional<Json> refusal;    ///< why it was refused
-  std::optional<Json> behaviour;  ///< the misbehaviour that spoiled its answer
+  std::optional<Json> behaviour;  ///< the misbehaviour that changed its answer
   Counting counting = Counting::kNothing;
-  bool counted = false;  ///< what the payload brings was taken in
+  bool counted = false;  ///< the content of the payload was counted
   HttpReply reply;
 };
 
-/// What a counted request brought.
+/// What a counted request contained.
 struct Counts {
   std::int64_t events_new = 0;         ///< ids never seen before
   std::int64_t events_again = 0;       ///< ids that had arrived already
-  std::int64_t events_without_id = 0;  ///< "" as id: kept with the request's payload, counted by nobody
+  std::int64_t events_without_id = 0;  ///< with "" as id: stored with the request's payload, not counted
   std::int64_t impressions = 0;
 };
 
@@ -73,7 +73,7 @@ struct Install {
   std::int64_t first_seen_milliseconds = 0;
 };
 
-/// The account of everything that arrived.
+/// The totals of everything that arrived.
 struct Totals {
   std::int64_t requests = 0;
   std::int64_t refused = 0;
@@ -85,22 +85,22 @@ struct Totals {
 /// Which part of a list to show, oldest first.
 struct Page {
   std::int64_t after = 0;          ///< entries with a larger number
-  std::int64_t limit = INT64_MAX;  ///< at most so many
+  std::int64_t limit = INT64_MAX;  ///< at most this many
   std::size_t max_bytes = kMaxListingBytes;
 };
 
-/// What to list of the requests, newest first.
+/// Which requests to list, newest first.
 struct SummaryQuery {
   std::int64_t before = INT64_MAX;  ///< requests with a smaller number
-  std::int64_t limit = 50;          ///< at most so many
-  std::string search;               ///< words, each of which must stand somewhere in the request; "" for all
+  std::int64_t limit = 50;          ///< at most this many
+  std::string search;               ///< words, each of which must occur somewhere in the request; "" for all
   std::string install;              ///< "" for all
   std::string endpoint;             ///< "" for all
   bool refused_only = false;
   std::int64_t most_searched = kMaxSearchedRequests;
 };
 
-/// What is known of an install.
+/// What is known about an install.
 struct InstallRequests {
   std::vector<Json> requests;  ///< newest first, as {"id","time_ms","endpoint","payload","counted"}
   bool complete = true;        ///< false when older ones were not looked at
@@ -128,7 +128,7 @@ class Store {
   /// page shows; ask again with after=next_after.
   std::string requestsJson(const Page& page);
   /// {"events":[...],"distinct":N,"arrivals":M,...}; "distinct" and "arrivals" are of all events, not of the page, and
-  /// of those too whose requests are gone.
+  /// also of those whose requests were deleted.
   std::string eventsJson(const Page& page);
 
   /// {"requests":[...],"next_before":N,"complete":true}, newest first; "complete" is false when older ones were not
@@ -136,7 +136,7 @@ class Store {
   std::string summariesJson(const SummaryQuery& query);
   /// Summaries of requests with a larger number, oldest first, at most `limit`.
   std::vector<Json> summariesAfter(std::int64_t after, std::int64_t limit);
-  /// The number of the newest request, 0 when there is none.
+  /// The number of the newest request, 0 if there is none.
   std::int64_t newestRequest();
   /// One request whole, or null.
   Json request(std::int64_t id);

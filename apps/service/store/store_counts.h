@@ -1,4 +1,4 @@
-// What the store counted, and goes on to know when the requests behind it are gone.
+// What the store counted and still knows after the requests were deleted.
 #pragma once
 
 #include <array>
@@ -9,9 +9,9 @@
 
 namespace morvik_service {
 
-/// What a counted request brought of one kind of a device's ledger.
+/// What a counted request contained of one kind of a device's ledger.
 struct ArrivedKind {
-  std::string_view kind;    ///< as a ledger calls it
+  std::string_view kind;    ///< its name in a ledger
   std::string_view column;  ///< of the table of dropped requests
   std::string_view sql;     ///< of a row of the table of requests
 };
@@ -27,14 +27,14 @@ inline constexpr std::array<ArrivedKind, 6> kArrived = {{
      "CASE endpoint WHEN 'demographics' THEN coalesce(json_array_length(payload, '$.user_demo_info'), 0) ELSE 0 END"},
 }};
 
-/// Lists of columns in the order of kArrived. Of a request that was not counted all are 0.
+/// Lists of columns in the order of kArrived. All are 0 for a request that was not counted.
 std::string arrivedColumns();
 std::string droppedColumns();
 std::string sumsOfArrived();
 
 Totals readTotals(SQLite::Database& database);
 
-/// Drops the request and what it brought, and keeps what of it counts. Within a transaction.
+/// Deletes the request and its content, and keeps its counts. Within a transaction.
 void dropRequest(SQLite::Database& database, std::int64_t id);
 
 }  // namespace morvik_service

@@ -5,11 +5,11 @@
 
 namespace morvik_service {
 
-/// Holds the folder for one service as long as it lives.
+/// Locks the folder for one service during its lifetime.
 class StoreFolder {
  public:
   /// Makes the folder and the files in it, for their owner alone; what an earlier version left open to others is closed
-  /// to them. A folder that holds other files as well keeps its mode. Throws SetupError when the folder cannot be used
+  /// to them. A folder that holds other files as well keeps its mode. Throws SetupError if the folder cannot be used
   /// or another service holds it.
   explicit StoreFolder(std::string path);
   StoreFolder(const StoreFolder&) = delete;
@@ -18,7 +18,7 @@ class StoreFolder {
 
   const std::string& path() const { return path_; }
   std::string databaseFile() const;
-  /// What a second service is told.
+  /// The error for a second service.
   std::string inUseText() const;
 
  private:

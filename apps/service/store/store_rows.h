@@ -12,15 +12,15 @@
 
 namespace morvik_service {
 
-/// What stands in a column of the row that `row` is at.
+/// A column of the current row of `row`.
 std::int64_t integerAt(const SQLite::Statement& row, int column);
-/// Text or blob as stored; "" for NULL. The view ends with the row.
+/// Text or blob as stored; "" for NULL. Valid as long as the row.
 std::string_view bytesAt(const SQLite::Statement& row, int column);
 
 /// The columns that `requestRow` reads, up to and with the table's name.
 extern const std::string_view kSelectRequest;
 
-/// A stored request whole.
+/// A complete stored request.
 Json requestRow(const SQLite::Statement& row);
 
 /// The columns that `summaryRow` reads.
@@ -32,7 +32,7 @@ Json summaryRow(const SQLite::Statement& row);
 /// The JSON of a column, null for NULL.
 Json storedJson(const SQLite::Statement& row, int column);
 
-/// Sets "body" in `shown`, or "body_base64url" when the bytes are no plain ASCII.
+/// Sets "body" in `shown`, or "body_base64url" if the bytes are not plain ASCII.
 void showBody(Json& shown, std::string_view bytes);
 
 }  // namespace morvik_service

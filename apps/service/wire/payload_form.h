@@ -16,7 +16,7 @@ using morvik::testing::PayloadForm;
 /// fits, for everything that is not of that form or for another app.
 std::optional<Json> readPayload(const HttpRequest& request, PayloadForm form, const Keys& keys, KeyChoice key);
 
-/// What a request without the payload that it needs is told to send.
+/// What to send, for a request that lacks its payload.
 const char* howToSend(PayloadForm form);
 
 }  // namespace morvik_service

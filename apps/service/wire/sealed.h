@@ -24,7 +24,8 @@ std::string deriveSealingKey(std::string_view key_text);
 
 /// The plaintext of `sealed` (raw bytes), inflated when its flag says so. Throws Refusal: 400 when the bytes are too
 /// few, of another version, carry a flag that is not of `known_flags` or a broken stream; 403 when the key does not
-/// open them (wrong key or changed bytes cannot be told apart); 413 when the payload inflates beyond kMaxInflatedBytes.
+/// open them (a wrong key and changed bytes cannot be distinguished); 413 when the payload inflates beyond
+/// kMaxInflatedBytes.
 std::string openSealed(std::string_view sealed, std::string_view key_text, std::uint8_t known_flags = kFlagDeflated);
 
 }  // namespace morvik_service
