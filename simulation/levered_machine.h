@@ -23,7 +23,7 @@ class LeveredMachine : public host::SystemMachine, public Levers {
   std::unique_ptr<runtime::MachineClock> makeClock() override;
   std::unique_ptr<runtime::MachineFacts> makeFacts() override;
   std::unique_ptr<runtime::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
-  void takeEditor(runtime::StoreEditor editor) override { editor_ = std::move(editor); }
+  void takeEditor(const runtime::StoreEditor& editor) override { editor_ = editor; }
 
  private:
   std::atomic<int64_t> clock_offset_microseconds_{0};

@@ -95,7 +95,7 @@ class VirtualMachine : public runtime::Machine, public Levers {
                                                     kit::LogSink& log) override;
   std::unique_ptr<runtime::MachineLoop> makeMainLoop(MainQueueMode mode, const services::Logger& logger) override;
   std::unique_ptr<runtime::MachineBackground> makeBackground(const services::Logger& logger) override;
-  void takeEditor(runtime::StoreEditor editor) override { editor_ = std::move(editor); }
+  void takeEditor(const runtime::StoreEditor& editor) override { editor_ = editor; }
   bool hasThreads() const override { return false; }
   std::atomic<uint64_t>& processWord() override;
   std::unique_ptr<runtime::MachineNetwork> makeNetwork(const std::string& ca_file) override;

@@ -432,7 +432,7 @@ class Machine {
   virtual std::unique_ptr<MachineBackground> makeBackground(const services::Logger& logger) = 0;
   /// For machines on which somebody may change what the kit stores; others ignore it. Called once, when the store is
   /// open.
-  virtual void takeEditor(StoreEditor /*editor*/) {}
+  virtual void takeEditor(const StoreEditor& /*editor*/) {}
   /// 0 in each forked child, as soon as it runs; the kit writes it. One for all machines of the process, never
   /// destroyed. The default is never set to 0, for systems without fork. Any thread.
   virtual std::atomic<uint64_t>& processWord();
