@@ -360,7 +360,7 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void batchDidEnd(BatchEnd end);
 
   // A backlog (backlog.cpp).
-  bool empty(const char* property_name, uint64_t stores_known);
+  bool clearStored(const char* property_name, uint64_t stores_known);
   void removeSent(const char* property_name, const kit::Array& sent);
   bool followAccepted(const std::shared_ptr<const SentBatch>& batch, bool has_trimmed);
   bool followTooLarge(const std::shared_ptr<const SentBatch>& batch, const std::optional<kit::Response>& response,

@@ -37,7 +37,7 @@ std::unordered_set<const kit::Entry*> identities(const kit::Array& records) {
 
 /// Empties a stored list of records, including what was added meanwhile. False, and nothing is done, if a store was
 /// recovered since that count was taken: its records stay.
-bool MorvikCoreLib::empty(const char* property_name, uint64_t stores_known) {
+bool MorvikCoreLib::clearStored(const char* property_name, uint64_t stores_known) {
   const bool is_done = store().inOneStep([this, property_name, stores_known] {
     if (stores_known != stores_brought_)
       return false;

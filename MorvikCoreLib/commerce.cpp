@@ -98,7 +98,7 @@ void MorvikCoreLib::commerceDidSucceed(const Value& json, uint64_t stores_known,
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-commerceConversion_errMsg : %@", json["errMsg"]);
   if (!json["errMsg"].isNil())
     return;
-  if (!empty(services::property::commerceConversionInfos, stores_known))
+  if (!clearStored(services::property::commerceConversionInfos, stores_known))
     removeSent(services::property::commerceConversionInfos, sent.array());
 }
 

@@ -146,7 +146,7 @@ void MorvikCoreLib::deleteDemos() {
 }
 
 void MorvikCoreLib::deleteImpressionInfo() {
-  empty(services::property::fendoImpressionInfos, stores_brought_);
+  clearStored(services::property::fendoImpressionInfos, stores_brought_);
 }
 
 }  // namespace morvik

@@ -405,7 +405,7 @@ void MorvikCoreLib::trackingDidSucceed(const Value& json, const std::shared_ptr<
     // cover it: what the earlier one carried is sent once more.
     has_trimmed = (newest_batch_ == batch || newest_batch_->has_left) && trimActivities();
     // It did not carry those of a store that was recovered since.
-    if (batch->leaves_impressions || !empty(services::property::fendoImpressionInfos, batch->stores_known))
+    if (batch->leaves_impressions || !clearStored(services::property::fendoImpressionInfos, batch->stores_known))
       removeSent(services::property::fendoImpressionInfos, batch->carried_impressions);
   }
   set_isTrackingCalled(false);

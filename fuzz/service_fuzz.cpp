@@ -177,7 +177,8 @@ void expectAnything(const std::string& text) {
     const auto expression = morvik_service::Expression::parse(text, morvik_service::allFields());
     for (const bool events : {true, false}) {
       for (const auto& item : morvik_service::itemsOf(request, events)) {
-        const auto verdict = expression.judge([&](const auto& path) { return morvik_service::readField(item, path); });
+        const auto verdict =
+            expression.evaluate([&](const auto& path) { return morvik_service::readField(item, path); });
         require(static_cast<std::size_t>(verdict.misses) == verdict.why.size(), "a miss without a reason");
       }
     }

@@ -26,7 +26,7 @@ std::string written(const kit::Value& value) {
 
 std::string repaired(std::string_view text) {
   std::string result;
-  services::appendMendedUtf8(text, result);
+  services::appendRepairedUtf8(text, result);
   return result;
 }
 

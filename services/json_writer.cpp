@@ -352,7 +352,7 @@ std::string jsonDescription(const kit::Value& value) {
   return text;
 }
 
-void appendMendedUtf8(std::string_view text, std::string& out) {
+void appendRepairedUtf8(std::string_view text, std::string& out) {
   while (!text.empty()) {
     const size_t length = sequenceLength(text);
     if (length == 0) {

@@ -31,7 +31,7 @@ void appendJsonDescription(const kit::Value& value, std::string& out);
 std::string jsonDescription(const kit::Value& value);
 
 /// Copies `text` to `out`, with U+FFFD in place of each byte that is not part of well-formed UTF-8.
-void appendMendedUtf8(std::string_view text, std::string& out);
+void appendRepairedUtf8(std::string_view text, std::string& out);
 
 /// The number of well-formed UTF-8 bytes at the start of `text`: its size, or the position of the first bad byte.
 size_t wellFormedBytes(std::string_view text);

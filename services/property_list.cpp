@@ -91,9 +91,9 @@ class ListWriter {
   }
 
   Failure writeText(std::string_view text) {
-    std::string mended;
-    appendMendedUtf8(text, mended);
-    for (const char c : mended) {
+    std::string repaired;
+    appendRepairedUtf8(text, repaired);
+    for (const char c : repaired) {
       if (static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r')
         return kit::Error{"a control character has no property list form: leave it out"};
       appendCharacter(c);

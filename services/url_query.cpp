@@ -25,9 +25,9 @@ std::string decoded(std::string_view text) {
   appendFormDecoded(text, bytes);
   if (isUtf8(bytes))
     return bytes;
-  std::string mended;
-  appendMendedUtf8(bytes, mended);
-  return mended;
+  std::string repaired;
+  appendRepairedUtf8(bytes, repaired);
+  return repaired;
 }
 
 }  // namespace

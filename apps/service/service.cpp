@@ -53,8 +53,8 @@ HttpRequest withoutBody(const HttpRequest& request) {
   return head;
 }
 
-// Checks the payload. When it is refused and the endpoint has words of its own for that, they are the answer.
-bool isAcceptable(const Endpoint& endpoint, const Keys& keys, RequestRecord& record) {
+// Checks the payload. False: it is refused, and the endpoint has its own answer for that, which is in the record.
+bool acceptPayload(const Endpoint& endpoint, const Keys& keys, RequestRecord& record) {
   try {
     checkPayload(endpoint, *record.payload, keys);
     return true;
@@ -168,7 +168,7 @@ void Service::answerUsually(const Endpoint& endpoint, bool may_count, RequestRec
   record.payload = readPayload(record.request, endpoint.form, keys_, endpoint.key);
   if (!record.payload && endpoint.payload_required)
     throw Refusal(400, "the body is empty", kWhereBody, howToSend(endpoint.form));
-  if (record.payload && !isAcceptable(endpoint, keys_, record))
+  if (record.payload && !acceptPayload(endpoint, keys_, record))
     return;
   takeAttribution();
   record.counting = endpoint.counting;

@@ -36,7 +36,7 @@ constexpr services::Guard kTellingGuard{kTellingThrew, kTellingThrew};
 struct Repaired {
   explicit Repaired(std::string_view given) : first_bad_byte(services::wellFormedBytes(given)), bytes(given.size()) {
     if (!isGood())
-      services::appendMendedUtf8(given, text);
+      services::appendRepairedUtf8(given, text);
   }
   bool isGood() const { return first_bad_byte == bytes; }
 

@@ -256,7 +256,7 @@ class PremiumPostback : public ::testing::Test {
     answerWith(Dictionary{{"commerce", Dictionary{{"premium_postback", flag}}}});
   }
   std::optional<std::string> stored() { return world.userDefaults().commercePremiumPostBack(); }
-  /// The last session ended so many microseconds ago.
+  /// The last session ended this many microseconds ago.
   void endSessionBefore(int64_t microseconds) {
     world.loop.perform([&] { world.core().endSession(); });
     world.loop.setWallClock({world.core()._endSessoinDate()->microseconds + microseconds});

@@ -470,7 +470,7 @@ class CrashUpload : public Crash {
   void send() {
     world.loop.perform([&] { world.core().sendCrashInfos(); });
   }
-  /// A report whose description has so many bytes.
+  /// A report whose description has this many bytes.
   static Value reportOfBytes(size_t bytes, const std::string& name) {
     const size_t frame = services::describe(Dictionary{{"name", name}, {"text", ""}}).size();
     return Dictionary{{"name", name}, {"text", std::string(bytes - frame, 'x')}};

@@ -1049,9 +1049,9 @@ TEST_P(AnyUrl, HasADefinedResultWhenItOpensTheApp) {
   EXPECT_EQ(click["sub_conversion_key"], Value(GetParam().sub_conversion_key));
   EXPECT_EQ(click["deeplink_uri"], Value(GetParam().url)) << "stored byte for byte";
   ASSERT_EQ(world.requests(kReEngagement).size(), 1U);
-  std::string mended;
-  services::appendMendedUtf8(GetParam().url, mended);
-  EXPECT_EQ(world.payloads(kReEngagement)[0]["deeplink_info"]["deeplink_uri"], Value(mended)) << "sent as UTF-8";
+  std::string repaired;
+  services::appendRepairedUtf8(GetParam().url, repaired);
+  EXPECT_EQ(world.payloads(kReEngagement)[0]["deeplink_info"]["deeplink_uri"], Value(repaired)) << "sent as UTF-8";
   EXPECT_EQ(world.log.countContaining("Exception"), 0U);
 }
 

@@ -1,4 +1,4 @@
-// A store that could not be read at first and comes to light in the middle of the core's work.
+// A store that could not be read at first and is recovered in the middle of the core's work.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -21,8 +21,8 @@ using testing::TestWorld;
 
 constexpr const char* kLaunchCounter = "com.morvik.core.appLaunchCount";
 
-/// After the next payload that it seals, another thread's commit brings the store to light.
-class MeddledServices final : public testing::FakeServicesLib {
+/// After the next payload that it seals, the commit of another thread recovers the store.
+class InterceptingServices final : public testing::FakeServicesLib {
  public:
   using FakeServicesLib::FakeServicesLib;
   Value makeJsonParameter(const Value& payload, const std::string& encryption_key) override {
@@ -34,10 +34,10 @@ class MeddledServices final : public testing::FakeServicesLib {
   kit::Block after_sealing;
 };
 
-/// Another thread does something once a value was read or set: under a lock, so where that is taken it does not come.
-class MeddledStore final : public kit::KeyValueStore {
+/// Another thread does something once a value was read or set, under a lock: if that is taken it does nothing.
+class InterceptingStore final : public kit::KeyValueStore {
  public:
-  explicit MeddledStore(kit::KeyValueStore& store) : store_(store) {}
+  explicit InterceptingStore(kit::KeyValueStore& store) : store_(store) {}
   Value get(std::string_view key) const override {
     const Value read = store_.get(key);
     afterCallOf(key);
@@ -57,12 +57,12 @@ class MeddledStore final : public kit::KeyValueStore {
     return store_.trySetAndSynchronize(key, std::move(value));
   }
   /// With the next call for this value, if the lock is free then.
-  void meddle(std::string_view key, kit::Mutex& lock, kit::Block act) {
+  void actAfter(std::string_view key, kit::Mutex& lock, kit::Block act) {
     key_ = key;
     lock_ = &lock;
     act_ = std::move(act);
   }
-  bool hasMeddled() const { return has_meddled_; }
+  bool hasActed() const { return has_acted_; }
 
  private:
   void afterCallOf(std::string_view key) const {
@@ -70,8 +70,8 @@ class MeddledStore final : public kit::KeyValueStore {
       return;
     const kit::Block act = std::exchange(act_, nullptr);
     const std::unique_lock hold(*lock_, std::try_to_lock);
-    has_meddled_ = hold.owns_lock();
-    if (has_meddled_)
+    has_acted_ = hold.owns_lock();
+    if (has_acted_)
       act();
   }
 
@@ -79,14 +79,14 @@ class MeddledStore final : public kit::KeyValueStore {
   std::string key_;
   kit::Mutex* lock_ = nullptr;
   mutable kit::Block act_;
-  mutable bool has_meddled_ = false;
+  mutable bool has_acted_ = false;
 };
 
 class LateStore : public ::testing::Test {
  protected:
   LateStore() {
     world_.transport.setDefaultAnswer(Answer::silence());
-    services_.setCommonParameter("install_id", "of the dark");
+    services_.setCommonParameter("install_id", "of the process");
   }
   void recovers() {
     services_.setCommonParameter("install_id", "of the file");
@@ -107,9 +107,9 @@ class LateStore : public ::testing::Test {
   }
 
   TestWorld world_;
-  MeddledServices services_{world_.userDefaults(), {world_.cipher, world_.compressor, world_.random}};
+  InterceptingServices services_{world_.userDefaults(), {world_.cipher, world_.compressor, world_.random}};
   kit::ListLock lock_;
-  MeddledStore store_{world_.store};
+  InterceptingStore store_{world_.store};
   const kit::Ports kit_ =
       testing::portsWith(world_.ports(), {.key_value_store = &store_, .list_lock = &lock_, .services = &services_});
   const std::shared_ptr<MorvikCoreLib> core_ = MorvikCoreLib::make(kit_);
@@ -132,20 +132,20 @@ TEST_F(LateStore, IsTheOneThatARepeatedConversionNames) {
 }
 
 TEST_F(LateStore, CountsItsLaunchesOnAlthoughALaunchIsCountedAtThatMoment) {
-  store_.meddle(kLaunchCounter, lock_.mutex, [this] { world_.store.set(kLaunchCounter, 3); });
+  store_.actAfter(kLaunchCounter, lock_.mutex, [this] { world_.store.set(kLaunchCounter, 3); });
   core_->updateAppLaunchCount();
-  EXPECT_EQ(world_.store.get(kLaunchCounter), Value(store_.hasMeddled() ? 4 : 1));
+  EXPECT_EQ(world_.store.get(kLaunchCounter), Value(store_.hasActed() ? 4 : 1));
 }
 
 TEST_F(LateStore, KeepsADemographicThatWasNotSentAlthoughOthersAreAcceptedAtThatMoment) {
   sendAge();
-  store_.meddle(services::property::fendoUserDemoInfo_age, lock_.mutex, [this] {
+  store_.actAfter(services::property::fendoUserDemoInfo_age, lock_.mutex, [this] {
     world_.store.set(services::property::fendoUserDemoInfo_gender, 2);
     core_->storeRecovered();
   });
   world_.loop.advance(2);
   EXPECT_EQ(world_.userDefaults().fendoUserDemoInfo_age(), -1);
-  EXPECT_EQ(world_.userDefaults().fendoUserDemoInfo_gender(), store_.hasMeddled() ? 2 : -1);
+  EXPECT_EQ(world_.userDefaults().fendoUserDemoInfo_gender(), store_.hasActed() ? 2 : -1);
 }
 
 }  // namespace

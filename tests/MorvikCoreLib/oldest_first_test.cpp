@@ -91,7 +91,7 @@ TEST_F(OldestFirstTest, KnowsTheOrderOfAListThatWasTrimmedAndAppendedTo) {
   EXPECT_EQ(order.isSorted(Value(kit::MutableArray(grown)).array(), stop), true);
   grown.append(record(299, "earlier"));
   EXPECT_EQ(order.isSorted(Value(kit::MutableArray(grown)).array(), stop), false);
-  EXPECT_EQ(order.isSorted(after.array(), stop), true) << "it was forgotten and is looked at anew";
+  EXPECT_EQ(order.isSorted(after.array(), stop), true) << "it was forgotten and is checked again";
 }
 
 TEST_F(OldestFirstTest, NoticesWhatStandsBeforeAKnownListAndWithinIt) {

@@ -8,7 +8,7 @@
 
 namespace morvik::testing {
 
-/// 2024-03-01T00:00:00Z plus so many seconds.
+/// 2024-03-01T00:00:00Z plus this many seconds.
 inline kit::Date at(double seconds) {
   return VirtualLoopOptions().wall_clock.shiftedBySeconds(seconds);
 }
@@ -24,7 +24,7 @@ inline kit::Value activity(const std::string& group, const std::string& name, ki
   return kit::Value(std::move(record));
 }
 
-/// So many plain events, one a second, with the ids "id-0", "id-1", …
+/// This many plain events, one per second, with the ids "id-0", "id-1", …
 inline kit::Value activities(size_t count) {
   kit::MutableArray records;
   for (size_t i = 0; i < count; ++i)

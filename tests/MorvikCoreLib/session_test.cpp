@@ -90,7 +90,7 @@ std::vector<std::string> paths(const TestWorld& world) {
   return found;
 }
 
-/// What a session's start and end find to do, beside the events.
+/// What a session's start and end find to do, besides the events.
 void leaveWork(TestWorld& world) {
   world.userDefaults().setMorvikCoreUserInfo_Crash(Array{Dictionary{{"exception_reason", "fendo"}}});
   world.userDefaults().setCommerceExpansionInfos(Array{1});

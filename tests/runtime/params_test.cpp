@@ -311,7 +311,7 @@ class Chance {
   }
   static std::string repaired(const std::string& text) {
     std::string result;
-    services::appendMendedUtf8(text, result);
+    services::appendRepairedUtf8(text, result);
     return result;
   }
 

@@ -46,7 +46,7 @@ class RefusingCompressor : public kit::Compressor {
   std::optional<Error> inflate(std::string_view, size_t, std::string&) const override { return Error{"no memory"}; }
 };
 
-/// "Deflates" to a text that is so many bytes longer than the plain one (shorter when negative).
+/// "Deflates" to a text that is this many bytes longer than the plain one (shorter when negative).
 class MeasuredCompressor : public kit::Compressor {
  public:
   explicit MeasuredCompressor(int difference) : difference_(difference) {}

@@ -106,9 +106,9 @@ TEST(JsonWriter, LeavesWellFormedUtf8AsItIs) {
     EXPECT_EQ(jsonOf(text), '"' + std::string(text) + '"');
     EXPECT_TRUE(isUtf8(text));
     EXPECT_EQ(wellFormedBytes(text), std::string_view(text).size());
-    std::string mended;
-    appendMendedUtf8(text, mended);
-    EXPECT_EQ(mended, text);
+    std::string repaired;
+    appendRepairedUtf8(text, repaired);
+    EXPECT_EQ(repaired, text);
   }
 }
 
@@ -143,9 +143,9 @@ TEST(JsonWriter, PutsAReplacementInPlaceOfEachBadByte) {
     EXPECT_FALSE(isUtf8(row.bytes));
     EXPECT_EQ(wellFormedBytes(row.bytes), 0U);
     EXPECT_EQ(wellFormedBytes("\xC3\xA4q" + row.bytes), 3U) << "the place of the first bad byte";
-    std::string mended = "kept ";
-    appendMendedUtf8(row.bytes, mended);
-    EXPECT_EQ(mended, "kept " + expected);
+    std::string repaired = "kept ";
+    appendRepairedUtf8(row.bytes, repaired);
+    EXPECT_EQ(repaired, "kept " + expected);
   }
 }
 
@@ -288,11 +288,11 @@ TEST(JsonWriter, WritesAnyBytesAsWellFormedTextOfPrintableAsciiAndUtf8) {
       c = static_cast<char>(random());
     const std::string text = jsonOf(bytes);
     ASSERT_TRUE(isUtf8(text));
-    std::string mended;
-    appendMendedUtf8(bytes, mended);
-    ASSERT_TRUE(isUtf8(mended));
-    ASSERT_EQ(isUtf8(bytes), mended == bytes);
-    ASSERT_EQ(jsonOf(mended), text);
+    std::string repaired;
+    appendRepairedUtf8(bytes, repaired);
+    ASSERT_TRUE(isUtf8(repaired));
+    ASSERT_EQ(isUtf8(bytes), repaired == bytes);
+    ASSERT_EQ(jsonOf(repaired), text);
     for (const char c : text)
       ASSERT_GE(static_cast<unsigned char>(c), 0x20);
   }

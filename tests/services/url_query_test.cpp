@@ -38,7 +38,7 @@ TEST(UrlQuery, KeepsTheOrderOfTheUrl) {
 TEST(UrlQuery, TakesTheFirstOfARepeatedKeyWhateverItsSpelling) {
   EXPECT_EQ(urlQuery("?a=1&a=2&%61=3"), Value(Dictionary{{"a", "1"}}));
   EXPECT_EQ(urlQuery("?a=&a=2"), Value(Dictionary{{"a", ""}}));
-  EXPECT_EQ(urlQuery("?%FF=1&%FE=2"), Value(Dictionary{{"\xEF\xBF\xBD", "1"}})) << "both mended to one key";
+  EXPECT_EQ(urlQuery("?%FF=1&%FE=2"), Value(Dictionary{{"\xEF\xBF\xBD", "1"}})) << "both repaired to one key";
 }
 
 TEST(UrlQuery, TellsAKeyThatIsPresentAndEmptyFromOneThatIsAbsent) {

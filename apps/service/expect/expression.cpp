@@ -123,7 +123,7 @@ Expression Expression::parse(std::string_view text, const std::vector<std::strin
   return Expression(parseExpression(text, first_words));
 }
 
-Verdict Expression::judge(const FieldReader& read) const {
+Verdict Expression::evaluate(const FieldReader& read) const {
   return judgeNode(*root_, false, read);
 }
 

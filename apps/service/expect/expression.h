@@ -53,7 +53,7 @@ class Expression {
   /// `first_words` are the words that a field may begin with. Throws ExpressionError.
   static Expression parse(std::string_view text, const std::vector<std::string_view>& first_words);
 
-  Verdict judge(const FieldReader& read) const;
+  Verdict evaluate(const FieldReader& read) const;
 
   /// Whether a field with one of these first words is named.
   bool names(const std::vector<std::string_view>& first_words) const;

@@ -8,9 +8,9 @@
 namespace morvik_service {
 namespace {
 
-class Judge {
+class Progress {
  public:
-  explicit Judge(const Expectation& expectation)
+  explicit Progress(const Expectation& expectation)
       : expectation_(expectation), events_(expectation.expression.names(eventFields())) {}
 
   // True when nothing that may follow can change the outcome.
@@ -31,7 +31,7 @@ class Judge {
 
  private:
   void takeItem(const Item& item) {
-    Verdict verdict = expectation_.expression.judge([&](const FieldPath& path) { return readField(item, path); });
+    Verdict verdict = expectation_.expression.evaluate([&](const FieldPath& path) { return readField(item, path); });
     const std::string identity = identityOf(item);
     if (verdict.misses == 0 && !identity.empty() && !matched_.insert(identity).second)
       return;
@@ -65,19 +65,19 @@ class Judge {
 
 Outcome waitFor(const Expectation& expectation, const RequestSource& source, const SteadyClock& clock) {
   const std::chrono::milliseconds until = clock() + expectation.within;
-  Judge judge(expectation);
+  Progress progress(expectation);
   std::int64_t after = expectation.after;
-  while (!judge.isDecided()) {
+  while (!progress.isDecided()) {
     const std::chrono::milliseconds left = std::max(until - clock(), std::chrono::milliseconds(0));
     const Json page = source(after, left);
     for (const Json& request : page.at("requests"))
-      judge.take(request);
+      progress.take(request);
     after = page.at("next_after");
     // What is there is looked at to its end, even when that takes longer.
     if (page.at("requests").empty() && left.count() == 0)
       break;
   }
-  return std::move(judge).finish();
+  return std::move(progress).finish();
 }
 
 }  // namespace morvik_service

@@ -105,7 +105,7 @@ struct DestroyResponse {
 
 using Response = std::unique_ptr<MHD_Response, DestroyResponse>;
 
-// While it lives, a wait of ours is not the client's idleness, which counts anew afterwards.
+// While it exists, a wait of the service is not idle time of the client, which starts again afterwards.
 class OwnWait {
  public:
   OwnWait(MHD_Connection* connection, const HttpServer& server) : connection_(connection), server_(server) {

@@ -52,7 +52,7 @@ class EventStream : public BodyStream {
     // Read first, told last: no total counts a request that a watcher was not told.
     const std::string totals = jsonText(totalsJson(inspected_.store.totals()));
     const std::int64_t newest = inspected_.store.newestRequest();
-    // Who knows of more than there is watched another store, before this service was started anew.
+    // A watcher that knows a larger number watched another store, before this service was restarted.
     if (after_ > newest || newest - after_ > kMaxCatchUp) {
       after_ = newest;
       news += serverSentEvent("gap", std::to_string(newest));

@@ -78,7 +78,7 @@ bool balances(const Json& account) {
 }
 
 // What follows from the numbers is reckoned here: a device that counts wrongly would reckon wrongly too.
-Json judged(Json ledger) {
+Json assessed(Json ledger) {
   bool all_balance = true;
   bool is_sound = true;
   for (Json& account : ledger.at("accounts")) {
@@ -107,7 +107,7 @@ void Ledgers::tell(const std::string& text) {
   if (latest_.size() == kMaxLedgers)
     latest_.erase(latest_.begin());
   Json kept = {{"install", ledger.at("install")}, {"time", isoTime(clock_())}};
-  kept.update(judged(std::move(ledger)));
+  kept.update(assessed(std::move(ledger)));
   latest_.push_back(std::move(kept));
   ++told_;
 }

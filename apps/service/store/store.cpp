@@ -160,8 +160,8 @@ std::int64_t Store::insertRequest(const RequestRecord& record) {
   return database_.getLastInsertRowid();
 }
 
-// Some payloads name no install but an identifier that an earlier one named beside its install. What was refused is no
-// such word: anybody may have sent it.
+// Some payloads name no install but an identifier that an earlier one named together with its install. What was refused
+// is no such word: anybody may have sent it.
 std::string Store::ownerOf(const Json& payload, bool is_refused) {
   std::string install = installOf(payload);
   const std::vector<std::string> identities = identitiesOf(payload);

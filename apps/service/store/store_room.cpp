@@ -56,7 +56,7 @@ void Store::dropUntilItFits() {
   }
 }
 
-// A file of an earlier version cannot give back pages one by one until it was made anew once.
+// A file of an earlier version cannot return pages one by one until it has been rebuilt once.
 void Store::makeFileAnew() {
   if (fileBytes(database_) <= keep_bytes_ && pragma(database_, "auto_vacuum") == kIncremental)
     return;

@@ -64,7 +64,7 @@ CREATE INDEX impressions_of_request ON impressions(request);
 }  // namespace
 
 void openSchema(SQLite::Database& database) {
-  // Only a file that holds nothing takes it; one that an earlier version wrote takes it when it is made anew.
+  // Only a file that holds nothing takes it; one that an earlier version wrote takes it when it is rebuilt.
   database.exec("PRAGMA auto_vacuum=INCREMENTAL");
   database.exec("PRAGMA journal_mode=WAL");
   database.exec("PRAGMA journal_size_limit=" + std::to_string(kMaxIdleLogBytes));

@@ -17,7 +17,7 @@ Json readSample(const FieldPath& path) {
 }
 
 bool isTrue(const std::string& text) {
-  return Expression::parse(text, kWords).judge(readSample).misses == 0;
+  return Expression::parse(text, kWords).evaluate(readSample).misses == 0;
 }
 
 std::string complaint(const std::string& text) {
@@ -93,8 +93,8 @@ TEST(Expression, BoundsDepthAndLength) {
             complaint("ok" + std::string(kMaxExpressionBytes - 1, ' ')));
 }
 
-std::string judged(const std::string& text) {
-  const Verdict verdict = Expression::parse(text, kWords).judge(readSample);
+std::string evaluated(const std::string& text) {
+  const Verdict verdict = Expression::parse(text, kWords).evaluate(readSample);
   std::string told = std::to_string(verdict.misses);
   for (const std::string& line : verdict.why)
     told += "|" + line;
@@ -102,22 +102,23 @@ std::string judged(const std::string& text) {
 }
 
 TEST(Expression, TellsWhatIsMissing) {
-  EXPECT_EQ("0", judged("ok"));
-  EXPECT_EQ(R"(1|group is "shop"; wanted group == "store")", judged(R"(activity == "purchase" and group == "store")"));
-  EXPECT_EQ(R"(2|count is 7; wanted count < 3|ok is true; wanted not ok)", judged("count < 3 and not ok"));
-  EXPECT_EQ(R"(1|activity is "purchase", group is "shop"; wanted activity == group)", judged("activity == group"));
-  EXPECT_EQ("1|wanted 1 == 2", judged("1 == 2"));
+  EXPECT_EQ("0", evaluated("ok"));
+  EXPECT_EQ(R"(1|group is "shop"; wanted group == "store")",
+            evaluated(R"(activity == "purchase" and group == "store")"));
+  EXPECT_EQ(R"(2|count is 7; wanted count < 3|ok is true; wanted not ok)", evaluated("count < 3 and not ok"));
+  EXPECT_EQ(R"(1|activity is "purchase", group is "shop"; wanted activity == group)", evaluated("activity == group"));
+  EXPECT_EQ("1|wanted 1 == 2", evaluated("1 == 2"));
 }
 
 TEST(Expression, OfAlternativesTheClosestIsTold) {
-  EXPECT_EQ("1|count is 7; wanted count == 1", judged("(count == 0 and group == 'x') or count == 1"));
-  EXPECT_EQ("1|count is 7; wanted not count == 7", judged("not (count == 7 and ok) "));
-  EXPECT_EQ("2|ok is true; wanted not ok|count is 7; wanted not count == 7", judged("not (ok or count == 7)"));
+  EXPECT_EQ("1|count is 7; wanted count == 1", evaluated("(count == 0 and group == 'x') or count == 1"));
+  EXPECT_EQ("1|count is 7; wanted not count == 7", evaluated("not (count == 7 and ok) "));
+  EXPECT_EQ("2|ok is true; wanted not ok|count is 7; wanted not count == 7", evaluated("not (ok or count == 7)"));
 }
 
 TEST(Expression, LongValuesAreCut) {
   const auto read = [](const FieldPath&) { return Json(std::string(1000, 'x')); };
-  const Verdict verdict = Expression::parse("activity == 'a'", kWords).judge(read);
+  const Verdict verdict = Expression::parse("activity == 'a'", kWords).evaluate(read);
   ASSERT_EQ(1U, verdict.why.size());
   EXPECT_LT(verdict.why[0].size(), 150U);
 }

@@ -27,7 +27,7 @@ class HttpServerTest : public testing::Test {
     server_ = std::make_unique<HttpServer>(listener, identity_, std::move(handler), limits);
   }
   HttpsClient client() const { return {url_, files_.authority}; }
-  // So many kept connections from one address of this machine.
+  // This many open connections from one address of this machine.
   std::vector<std::unique_ptr<HttpsClient>> connectionsFrom(const std::string& address, unsigned count) const {
     std::vector<std::unique_ptr<HttpsClient>> kept;
     for (unsigned i = 0; i < count; ++i) {
