@@ -68,7 +68,7 @@ Json ask(const HttpRequest& request) {
   require(reply.status >= 200 && reply.status < 500, "an answer with a status that no request explains");
   if (reply.stream != nullptr || reply.content_type != HttpReply().content_type)
     return nullptr;
-  const Json answer = Json::parse(reply.body, nullptr, false);
+  Json answer = Json::parse(reply.body, nullptr, false);
   require(answer.is_object(), "an answer that is no JSON object");
   if (reply.status >= 400)
     require(answer.contains("error") && answer.contains("where") && answer.contains("mend"), "a refusal without words");
@@ -86,7 +86,7 @@ void lookAtNewest(const std::string& path) {
   const Json newest = inspect("/inspect/summaries", {{"limit", "1"}}).at("requests").at(0);
   require(newest.at("path") == path, "a request that is not in the list");
   const Json shown = inspect("/inspect/request", {{"id", newest.at("id").dump()}});
-  require(shown.at("rules").size() > 0 || shown.at("refusal").is_null(), "a refusal that is no broken rule");
+  require(!shown.at("rules").empty() || shown.at("refusal").is_null(), "a refusal that is no broken rule");
   inspect("/inspect/timeline", {{"install", newest.at("install").get<std::string>()}});
   const morvik_service::Item item{shown};
   for (const std::string_view field : morvik_service::allFields())

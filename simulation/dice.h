@@ -1,6 +1,7 @@
 // Chance of a simulation: the same seed gives the same throws on every machine.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 
 namespace morvik::simulation {
@@ -26,7 +27,7 @@ class Dice {
   /// True so often.
   bool happens(double probability) { return fraction() < probability; }
   /// A whole number whose mean is `mean`: spread evenly from 0 to twice as much.
-  uint64_t around(double mean) { return static_cast<uint64_t>(between(0, 2 * mean) + 0.5); }
+  uint64_t around(double mean) { return static_cast<uint64_t>(std::llround(between(0, 2 * mean))); }
 
  private:
   double fraction() {
