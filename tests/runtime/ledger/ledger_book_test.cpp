@@ -409,7 +409,7 @@ TEST(BrokenBookDeathTest, OfABatchThatNoLongerBalancesEndsADevelopersProcess) {
   BookRig rig;
   deleteTooMuch(rig);
   EXPECT_DEATH(rig.book->tellBroken(),
-               "an invariant is broken: records went that no rule gives up \\(activities\\); this is a mistake");
+               "an invariant is broken: records went that no rule gives up \\(activities\\); this is a bug in the kit");
 }
 
 TEST(BrokenBookDeathTest, OfAClickThatNobodyKeepsEndsADevelopersProcess) {
