@@ -77,7 +77,7 @@ function(morvik_scenarios folder)
   file(GLOB files CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${folder}/*.yaml")
   foreach(file IN LISTS files)
     get_filename_component(name "${file}" NAME_WE)
-    add_test(NAME scenario.${name} COMMAND morvik-device --simulate "${folder}/${name}.yaml"
+    add_test(NAME scenario.${name} COMMAND morvik-device simulate "${folder}/${name}.yaml"
              WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
     set_tests_properties(scenario.${name} PROPERTIES LABELS scenario TIMEOUT 60)
   endforeach()

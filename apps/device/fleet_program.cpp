@@ -6,11 +6,11 @@
 #include <chrono>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <thread>
 #include <utility>
 
 #include "apps/device/fleet_text.h"
-#include "apps/device/mode_arguments.h"
 #include "apps/device/progress_bar.h"
 #include "simulation/fleet.h"
 
@@ -18,37 +18,38 @@ namespace morvik_device {
 namespace {
 
 namespace lives = morvik::simulation;
+using morvik_command_line::kFormerGroup;
+using morvik_command_line::takeInRange;
 
 constexpr double kMostADay = 1000;
 
-struct FleetWords {
+struct FleetArguments {
   lives::FleetOptions fleet;
   bool untroubled = false;
   bool json = false;
 };
 
-void describeOptions(CLI::App& app, FleetWords& written) {
+void describeOptions(CLI::App& app, FleetArguments& written) {
   lives::FleetOptions& fleet = written.fleet;
   fleet.workers = std::max(1U, std::thread::hardware_concurrency());
-  app.add_option("--fleet", fleet.devices, "devices")->check(CLI::Range(uint64_t{1}, lives::kMaxFleetDevices));
-  app.add_option("--days", fleet.days, "that each of them lives")
-      ->check(CLI::Range(uint64_t{1}, lives::kMaxFleetDays))
+  CLI::Option* const devices = app.add_option("--devices", fleet.devices, "number of devices")->capture_default_str();
+  CLI::Option* const former = app.add_option("--fleet", fleet.devices)->excludes(devices)->group(kFormerGroup);
+  for (CLI::Option* option : {devices, former})
+    takeInRange(option, uint64_t{1}, lives::kMaxFleetDevices);
+  takeInRange(app.add_option("--days", fleet.days, "days that each device is used"), uint64_t{1}, lives::kMaxFleetDays)
       ->capture_default_str();
-  app.add_option("--seed", fleet.seed, "the same seed lives the same lives")->capture_default_str();
-  app.add_option("--sessions", fleet.sessions_a_day, "a day, on average")
-      ->check(CLI::Range(0.1, kMostADay))
+  app.add_option("--seed", fleet.seed, "the same seed gives the same result")->capture_default_str();
+  takeInRange(app.add_option("--sessions", fleet.sessions_a_day, "sessions per day, on average"), 0.1, kMostADay)
       ->capture_default_str();
-  app.add_option("--events", fleet.events_a_day, "a day, on average")
-      ->check(CLI::Range(0.0, kMostADay))
+  takeInRange(app.add_option("--events", fleet.events_a_day, "events per day, on average"), 0.0, kMostADay)
       ->capture_default_str();
-  app.add_option("--workers", fleet.workers, "threads; their number changes no result")
-      ->check(CLI::Range(1U, 256U))
+  takeInRange(app.add_option("--workers", fleet.workers, "number of threads; does not change the result"), 1U, 256U)
       ->capture_default_str();
-  app.add_flag("--untroubled", written.untroubled, "no offline phases, no faults, no deaths");
-  app.add_flag("--json", written.json, "the result as one line of JSON");
+  app.add_flag("--untroubled", written.untroubled, "no offline phases, no faults, no killed processes");
+  app.add_flag("--json", written.json, "prints the result as one line of JSON");
 }
 
-int live(const FleetWords& written, const Surroundings& surroundings) {
+int live(const FleetArguments& written, const Surroundings& surroundings) {
   const auto began = std::chrono::steady_clock::now();
   const uint64_t device_days = written.fleet.devices * written.fleet.days;
   lives::FleetResult result;
@@ -60,8 +61,8 @@ int live(const FleetWords& written, const Surroundings& surroundings) {
     return 1;
   }
   const std::string text = written.json ? describeAsJson(written.fleet, result) : describe(written.fleet, result);
-  const bool is_written = std::fputs(text.c_str(), surroundings.output) >= 0 && std::fflush(surroundings.output) == 0;
-  // Not part of the result: the same lives may take longer next time.
+  const bool is_written = print(text, surroundings);
+  // Not part of the result: the next run may take longer.
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
   std::array<char, 96> speed{};
   std::snprintf(speed.data(), speed.size(), "took %.1f s: %.0f device-days a second", took.count(),
@@ -74,16 +75,17 @@ int live(const FleetWords& written, const Surroundings& surroundings) {
 
 }  // namespace
 
-int runFleet(std::vector<std::string> arguments, const Surroundings& surroundings) {
-  FleetWords written;
-  CLI::App app("Many devices live against one service in this process, and their account is balanced.",
-               "morvik-device --fleet");
-  describeOptions(app, written);
-  if (const auto status = readModeArguments(app, std::move(arguments), "morvik-device --fleet 1 --help", surroundings))
-    return *status;
-  if (written.untroubled)
-    written.fleet.troubles = lives::UsageTroubles::none();
-  return live(written, surroundings);
+morvik_command_line::Subcommand fleetCommand(const Surroundings& surroundings) {
+  return {"fleet", "Runs many devices against one service in virtual time and checks that nothing is lost.",
+          [&surroundings](CLI::App& app) {
+            const auto written = std::make_shared<FleetArguments>();
+            describeOptions(app, *written);
+            return [written, &surroundings] {
+              if (written->untroubled)
+                written->fleet.troubles = lives::UsageTroubles::none();
+              return live(*written, surroundings);
+            };
+          }};
 }
 
 }  // namespace morvik_device

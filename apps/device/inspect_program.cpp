@@ -3,29 +3,29 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <limits>
+#include <memory>
 #include <optional>
 
 #include "apps/device/inspection.h"
 #include "apps/device/inspection_text.h"
-#include "apps/device/mode_arguments.h"
 #include "apps/device/options.h"
 
 namespace morvik_device {
 namespace {
 
-struct InspectWords {
+struct InspectArguments {
   std::string folder;
   size_t newest = kShownOfAList;
   bool all = false;
   bool json = false;
 };
 
-void describe(CLI::App& app, InspectWords& written) {
-  app.add_option("STORE_DIR", written.folder, "folder of the store, as given to --store")->required();
-  app.add_option("--newest", written.newest, "entries that are shown of each list")->capture_default_str();
-  app.add_flag("--all", written.all, "every entry of each list, and long texts to their end");
-  app.add_flag("--json", written.json, "one line of JSON, by the names under which everything is stored");
-  app.footer("The store may be in use: what is shown is its latest commit. No lock is taken and no file changed.");
+void describe(CLI::App& app, InspectArguments& written) {
+  app.add_option("STORE_DIR", written.folder, "folder of the store, as given to --store")->required()->type_name("");
+  app.add_option("--newest", written.newest, "number of entries shown of each list")->capture_default_str();
+  app.add_flag("--all", written.all, "shows every entry of each list, and long texts in full");
+  app.add_flag("--json", written.json, "prints one line of JSON, with the names under which everything is stored");
+  app.footer("The store may be in use: its latest commit is shown. No lock is taken and no file changed.");
 }
 
 int refuseInspection(const std::string& problem, const Surroundings& surroundings) {
@@ -33,28 +33,24 @@ int refuseInspection(const std::string& problem, const Surroundings& surrounding
   return kExitUsage;
 }
 
-int show(const InspectWords& written, const Surroundings& surroundings) {
+int show(const InspectArguments& written, const Surroundings& surroundings) {
   Inspection inspection;
   const size_t newest = written.all ? std::numeric_limits<size_t>::max() : written.newest;
   if (const auto problem = inspect(written.folder, newest, inspection))
     return refuseInspection(*problem, surroundings);
   const TextStyle style{.is_coloured = wantsColours(surroundings), .cuts_long_text = !written.all};
   const std::string text = written.json ? describeAsJson(inspection) : describe(inspection, style);
-  const bool is_written = std::fwrite(text.data(), 1, text.size(), surroundings.output) == text.size() &&
-                          std::fflush(surroundings.output) == 0;
-  return is_written ? 0 : tellUnwritable(surroundings);
+  return print(text, surroundings) ? 0 : tellUnwritable(surroundings);
 }
 
 }  // namespace
 
-int runInspect(std::vector<std::string> arguments, const Surroundings& surroundings) {
-  InspectWords written;
-  CLI::App app("What waits in a store, decoded.", "morvik-device inspect");
-  describe(app, written);
-  arguments.erase(arguments.begin());  // the word itself
-  if (const auto status = readModeArguments(app, std::move(arguments), "morvik-device inspect --help", surroundings))
-    return *status;
-  return show(written, surroundings);
+morvik_command_line::Subcommand inspectCommand(const Surroundings& surroundings) {
+  return {"inspect", "Shows what is pending in a store, decoded.", [&surroundings](CLI::App& app) {
+            const auto written = std::make_shared<InspectArguments>();
+            describe(app, *written);
+            return [written, &surroundings] { return show(*written, surroundings); };
+          }};
 }
 
 }  // namespace morvik_device

@@ -1,15 +1,13 @@
-// morvik-device inspect: what waits in a store, with no app running, or beside one that is.
+// morvik-device inspect: what is pending in a store, whether or not an app is using it.
 #pragma once
 
-#include <string>
-#include <vector>
-
+#include "apps/command_line/command_line.h"
 #include "apps/device/surroundings.h"
 
 namespace morvik_device {
 
-/// Exit status: 0, 1 when nobody takes the output, 2 for options that cannot be and for a folder without a store that
-/// can be read; one line says what and how to mend it then. Touches no file. Blocks for reading them.
-int runInspect(std::vector<std::string> arguments, const Surroundings& surroundings);
+/// Exit status: 0, 1 when the output cannot be written, 2 for a folder without a readable store; one line then says
+/// what is wrong and how to fix it. Changes no file. Blocks while reading. `surroundings` outlives the job.
+morvik_command_line::Subcommand inspectCommand(const Surroundings& surroundings);
 
 }  // namespace morvik_device

@@ -6,8 +6,8 @@ namespace morvik_device {
 namespace {
 
 struct OptionName {
-  std::string_view of_host;
-  std::string_view of_program;
+  std::string_view field;
+  std::string_view option;
 };
 
 constexpr OptionName kOptionNames[] = {
@@ -19,10 +19,10 @@ constexpr OptionName kOptionNames[] = {
 
 }  // namespace
 
-std::string inTermsOfTheProgram(std::string message) {
+std::string withOptionName(std::string message) {
   for (const OptionName& name : kOptionNames) {
-    if (message.compare(0, name.of_host.size(), name.of_host) == 0)
-      return message.replace(0, name.of_host.size(), name.of_program);
+    if (message.compare(0, name.field.size(), name.field) == 0)
+      return message.replace(0, name.field.size(), name.option);
   }
   return message;
 }

@@ -1,11 +1,11 @@
-// The host speaks of its own options; whoever reads it wrote those of this program.
+// The kit names the fields of StartOptions in its messages; users of this program know its options.
 #pragma once
 
 #include <string>
 
 namespace morvik_device {
 
-/// The message with the host's name of an option at its start replaced by the program's.
-std::string inTermsOfTheProgram(std::string message);
+/// The message; if it begins with a field of StartOptions, with the option that sets it instead.
+std::string withOptionName(std::string message);
 
 }  // namespace morvik_device

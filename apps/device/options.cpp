@@ -1,19 +1,16 @@
 #include "apps/device/options.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <filesystem>
 #include <utility>
 
 #include "apps/device/ad_answers.h"
-#include "apps/device/verbs.h"
-#include "morvik/version.h"
 #include "services/uuid.h"
 
 namespace morvik_device {
 namespace {
 
-// As written, before it becomes what the host wants.
+// As written on the command line.
 struct Written {
   std::optional<std::string> app_key;
   std::optional<std::string> hash_key;
@@ -36,45 +33,57 @@ constexpr int kLeastOrientation = 1;
 constexpr int kMostOrientation = 4;
 
 void describeServices(CLI::App& app, Options& options, Written& written) {
-  app.add_option("--service", options.start.service_url, "base URL of all endpoints");
-  app.add_option("--endpoint", written.endpoints, "NAME=URL: base URL of one endpoint, by its constant's name")
+  app.add_option("--service", options.start.service_url, "base URL of all endpoints")->type_name("URL");
+  app.add_option("--endpoint", written.endpoints, "base URL of one endpoint, by its constant's name; may be repeated")
       ->type_size(1)
-      ->allow_extra_args(false);
-  app.add_option("--ca", options.start.ca_file, "PEM file of certificates to trust in place of the system's");
+      ->allow_extra_args(false)
+      ->type_name("NAME=URL");
+  app.add_option("--ca", options.start.ca_file, "PEM file of the certificates to trust instead of the system's")
+      ->type_name("FILE");
   app.add_option("--app-key", written.app_key, "the app's key");
   app.add_option("--hash-key", written.hash_key, "the app's hash key");
-  app.add_option("--tracking-key", written.tracking_key, "the app's tracking key; \"\" sends no sessions and events");
-  app.add_option("--keys", written.keys_file, "file with the keys; an option wins over it");
+  app.add_option("--tracking-key", written.tracking_key,
+                 "the app's tracking key; with \"\" sessions and events are not sent");
+  app.add_option("--keys", written.keys_file, "file with the keys; the options above override it")->type_name("FILE");
 }
 
 void describeDevice(CLI::App& app, Options& options, Written& written) {
   morvik::DeviceDescription& device = options.start.device;
   app.add_option("--system-version", device.system_version, "version of the device's system")->capture_default_str();
-  app.add_option("--idfa", written.idfa, "advertising identifier, a UUID, or none; else one is made and kept");
-  app.add_option("--puid", written.puid, "persistent identifier as it is sent, or none; else one is made and kept");
+  app.add_option("--idfa", written.idfa, "advertising identifier; generated and kept if not given")
+      ->type_name("none|UUID");
+  app.add_option("--puid", written.puid, "persistent identifier, sent as is; generated and kept if not given")
+      ->type_name("none|TEXT");
   app.add_flag("--no-multitasking", written.no_multitasking, "the system does not let the app run in the background");
   app.add_option("--orientation", device.orientation, "of the screen: 1 portrait, 2 upside down, 3 and 4 landscape")
-      ->check(CLI::Range(kLeastOrientation, kMostOrientation))
+      ->check(CLI::Range(kLeastOrientation, kMostOrientation).description(""))
+      ->type_name("1|2|3|4")
       ->capture_default_str();
-  app.add_option("--search-ads", written.search_ads, "absent, none, error, error:JSON or JSON")->capture_default_str();
-  app.add_option("--module", written.modules, "NAME[=VERSION]: registers an optional module; its calls are printed")
+  app.add_option("--search-ads", written.search_ads, "what the advertising client answers about search ads")
+      ->type_name("absent|none|error|error:JSON|JSON")
+      ->capture_default_str();
+  app.add_option("--iad", written.iad, "what the advertising client answers about the install")
+      ->type_name("none|lookup:PURCHASE,IMPRESSION|determine:yes|determine:no")
+      ->capture_default_str();
+  app.add_option("--module", written.modules, "registers an optional module and prints its calls; may be repeated")
       ->type_size(1)
-      ->allow_extra_args(false);
-  app.add_option("--iad", written.iad, "none, lookup:PURCHASE,IMPRESSION, determine:yes or determine:no")
-      ->capture_default_str();
+      ->allow_extra_args(false)
+      ->type_name("NAME[=VERSION]");
 }
 
 void describeRest(CLI::App& app, Options& options, Written& written) {
-  app.add_option("--store", options.start.store_folder, "folder of the store; made when missing");
-  app.add_option("--script", options.script, "file with the verbs, in place of standard input");
+  app.add_option("--store", options.start.store_folder, "folder of the store; created if missing")->type_name("FOLDER");
+  app.add_option("--script", options.script, "file with the verbs; without it they are read from standard input")
+      ->type_name("FILE");
   app.add_flag("--report-ledger", options.report_ledger,
-               "tells the service behind --service after each verb what became of all that was recorded, for its page");
+               "reports the ledger to the service given with --service after each verb, for its page");
   app.add_flag("--no-sending", written.no_sending,
-               "starts with sending off, as an app does until its user has consented: see the verb sending");
+               "starts with sending off, as an app does before its user consents; see the verb sending");
   app.add_flag("--allow-environment", options.start.allow_environment,
-               "lets MORVIK_LOG_LEVEL, MORVIK_LOG_FILE and MORVIK_SERVICE_URL win over what is said here");
-  app.add_option("--log-level", options.start.log_level, "0 off to 6 trace")
-      ->check(CLI::Range(0, kMostLogLevel))
+               "lets MORVIK_LOG_LEVEL, MORVIK_LOG_FILE and MORVIK_SERVICE_URL override these options");
+  app.add_option("--log-level", options.start.log_level, "0 is off, 6 is trace")
+      ->check(CLI::Range(0, kMostLogLevel).description(""))
+      ->type_name("0|1|2|3|4|5|6")
       ->capture_default_str();
 }
 
@@ -88,19 +97,19 @@ Mistake needFile(const std::string& path, const std::string& option) {
 Mistake needStore(const Options& options) {
   if (!options.start.store_folder.empty())
     return std::nullopt;
-  return "--store is required; give the folder in which the device keeps its data, it is made when missing";
+  return "--store is required; give the folder for the device's data, which is created if missing";
 }
 
 Mistake needService(const Options& options) {
   if (!options.start.service_url.empty() || !options.start.endpoints.empty())
     return std::nullopt;
-  return "--service is required; give the base URL of the service, or single ones with --endpoint NAME=URL";
+  return "--service is required; give the base URL of the service, or of single endpoints with --endpoint NAME=URL";
 }
 
 Mistake needServiceToReport(const Options& options) {
   if (!options.report_ledger || !options.start.service_url.empty())
     return std::nullopt;
-  return "--report-ledger needs --service; give the base URL of the morvik-service that is to be told";
+  return "--report-ledger needs --service; give the base URL of the morvik-service that gets the reports";
 }
 
 Mistake takeKey(const std::optional<std::string>& given, const std::string& name, const std::string& keys_file,
@@ -115,20 +124,20 @@ Mistake takeKey(const std::optional<std::string>& given, const std::string& name
   return std::nullopt;
 }
 
-Mistake takeKeys(const Written& written, morvik::StartOptions& host) {
-  if (auto mistake = takeKey(written.app_key, "app-key", written.keys_file, host.app_key))
+Mistake takeKeys(const Written& written, morvik::StartOptions& start) {
+  if (auto mistake = takeKey(written.app_key, "app-key", written.keys_file, start.app_key))
     return mistake;
-  if (auto mistake = takeKey(written.hash_key, "hash-key", written.keys_file, host.hash_key))
+  if (auto mistake = takeKey(written.hash_key, "hash-key", written.keys_file, start.hash_key))
     return mistake;
-  return takeKey(written.tracking_key, "tracking-key", written.keys_file, host.tracking_key);
+  return takeKey(written.tracking_key, "tracking-key", written.keys_file, start.tracking_key);
 }
 
-Mistake takeEndpoints(const Written& written, morvik::StartOptions& host) {
+Mistake takeEndpoints(const Written& written, morvik::StartOptions& start) {
   for (const std::string& text : written.endpoints) {
     const size_t equals = text.find('=');
     if (equals == std::string::npos)
       return "--endpoint " + text + " has no URL; write --endpoint NAME=URL";
-    host.endpoints[text.substr(0, equals)] = text.substr(equals + 1);
+    start.endpoints[text.substr(0, equals)] = text.substr(equals + 1);
   }
   return std::nullopt;
 }
@@ -153,7 +162,7 @@ Mistake takeIdentifiers(const Written& written, morvik::DeviceDescription& devic
   if (written.idfa) {
     if (*written.idfa != "none" && !morvik::services::isUuid(*written.idfa)) {
       return "--idfa: \"" + *written.idfa +
-             "\" is no UUID; write one like 6d92078a-8246-4ba4-ae5b-76104861e7dc, or none";
+             "\" is not a UUID; write one like 6d92078a-8246-4ba4-ae5b-76104861e7dc, or none";
     }
     device.idfa = identifier(*written.idfa);
   }
@@ -197,62 +206,36 @@ Mistake complete(Options& options, const Written& written) {
   return takeAdClient(written, options.start.ad_client);
 }
 
-CommandLine unusable(std::string problem) {
-  std::replace(problem.begin(), problem.end(), '\n', ' ');
-  return {std::nullopt, "morvik-device: " + problem + "; see morvik-device --help\n", kExitUsage};
-}
-
-// "--name=" is the option with an empty value; the parser would take the next argument for the value.
-std::vector<std::string> withEmptyValues(const std::vector<std::string>& arguments) {
-  std::vector<std::string> all;
-  for (const std::string& argument : arguments) {
-    const bool has_empty_value = argument.substr(0, 2) == "--" && argument.find('=') == argument.size() - 1;
-    all.push_back(has_empty_value ? argument.substr(0, argument.size() - 1) : argument);
-    if (has_empty_value)
-      all.emplace_back();
-  }
-  return all;
-}
-
-std::string footer() {
-  return "Keys on a command line can be read by others; prefer --keys, a file with the lines app-key=..., "
-         "hash-key=... and tracking-key=....\n"
-         "Verbs, one a line; words with blanks stand in double quotes, JSON is the rest of the line:\n" +
-         verbsHelp() +
-         "On a terminal there is a prompt, help [VERB] tells this again, and a mistake is told and forgiven; in a file or "
-         "a pipe it ends the program.\n"
-         "Other modes: --fleet N lives N devices in virtual time and balances their account (see --fleet 1 --help);\n"
-         "--simulate FILE plays a scenario in virtual time (see --simulate FILE --help);\n"
-         "inspect STORE_DIR prints what waits in a store, also beside an app that holds it (see inspect --help).\n"
-         "A line of JSON on standard output answers each verb and tells each call of a delegate; the log goes to "
-         "standard error.";
-}
+constexpr const char* kFooter =
+    "Reads verbs, one per line; \"morvik-device verbs\" lists them. On a terminal there is a prompt, \"help\" lists them "
+    "too, and after a mistake the next line is read; in a file or a pipe a mistake ends the program.\n"
+    "Each verb, and each call of a delegate, is answered with one line of JSON on standard output; the log goes to "
+    "standard error.\n"
+    "Other users can read keys on a command line. Better give --keys a file with the lines app-key=..., hash-key=... and "
+    "tracking-key=....";
 
 }  // namespace
 
-CommandLine readCommandLine(std::vector<std::string> arguments) {
-  Options options;
-  Written written;
-  CLI::App app("A device with an app on it that does what it is told, verb by verb.", "morvik-device");
-  app.footer(footer());
-  app.set_version_flag("--version", "morvik-device " + std::string(morvik::kVersion));
-  describeRest(app, options, written);
-  describeServices(app, options, written);
-  describeDevice(app, options, written);
-  arguments = withEmptyValues(arguments);
-  std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
-  try {
-    app.parse(arguments);
-  } catch (const CLI::CallForHelp&) {
-    return {std::nullopt, app.help(), 0};
-  } catch (const CLI::CallForVersion& version) {
-    return {std::nullopt, std::string(version.what()) + "\n", 0};
-  } catch (const CLI::ParseError& error) {
-    return unusable(error.what());
-  }
-  if (const Mistake mistake = complete(options, written))
-    return unusable(*mistake);
-  return {std::move(options), "", 0};
+std::shared_ptr<const Options> describeOptions(CLI::App& app) {
+  const auto options = std::make_shared<Options>();
+  const auto written = std::make_shared<Written>();
+  app.footer(kFooter);
+  describeRest(app, *options, *written);
+  describeServices(app, *options, *written);
+  describeDevice(app, *options, *written);
+  app.callback([options, written] {
+    if (const Mistake mistake = complete(*options, *written))
+      throw morvik_command_line::UsageError(*mistake);
+  });
+  return options;
+}
+
+std::variant<Options, std::string> readOptions(const std::vector<std::string>& arguments) {
+  CLI::App app;
+  const std::shared_ptr<const Options> options = describeOptions(app);
+  if (auto mistake = morvik_command_line::tryParse(app, arguments))
+    return *std::move(mistake);
+  return *options;
 }
 
 }  // namespace morvik_device

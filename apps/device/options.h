@@ -1,17 +1,19 @@
-// The command line of the device app.
+// The options of `morvik-device run`.
 #pragma once
 
-#include <optional>
+#include <memory>
 #include <string>
+#include <variant>
 #include <vector>
 
+#include "apps/command_line/command_line.h"
 #include "apps/device/modules.h"
 #include "morvik/start_options.h"
 
 namespace morvik_device {
 
-/// Wrong options, wrong input, a store that cannot be had: the program ends with this.
-inline constexpr int kExitUsage = 2;
+/// Wrong options, wrong input, a store that cannot be opened: the program ends with this.
+using morvik_command_line::kExitUsage;
 
 struct Options {
   morvik::StartOptions start;
@@ -20,14 +22,11 @@ struct Options {
   bool report_ledger = false;
 };
 
-/// What the command line asks for: to run, or to print something and end.
-struct CommandLine {
-  std::optional<Options> options;  ///< set: run with these
-  std::string text;                ///< else print this: the help, or one line that says what is wrong
-  int exit_status = 0;             ///< and end with this
-};
+/// Adds the options to `app`. The result is complete once `app` was run; its callback throws UsageError for options
+/// that do not fit together. Opens no file; only checks that those named exist.
+std::shared_ptr<const Options> describeOptions(CLI::App& app);
 
-/// Reads the arguments (without the program's name). Reads no file but to see that those named are there.
-CommandLine readCommandLine(std::vector<std::string> arguments);
+/// The options in `arguments`, or one line: what is wrong and how to fix it.
+std::variant<Options, std::string> readOptions(const std::vector<std::string>& arguments);
 
 }  // namespace morvik_device

@@ -69,7 +69,7 @@ std::variant<std::unique_ptr<Phone>, std::string> Phone::taken(
     std::variant<std::unique_ptr<runtime::Instance>, kit::Error> made, Output& output,
     morvik::simulation::Levers& levers) {
   if (const auto* error = std::get_if<kit::Error>(&made))
-    return inTermsOfTheProgram(error->message);
+    return withOptionName(error->message);
   return std::unique_ptr<Phone>(
       new Phone(std::move(std::get<std::unique_ptr<runtime::Instance>>(made)), output, levers));
 }

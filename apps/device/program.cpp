@@ -3,7 +3,6 @@
 #include <fstream>
 #include <memory>
 #include <optional>
-#include <string_view>
 #include <utility>
 
 #include "apps/device/fleet_program.h"
@@ -16,7 +15,9 @@
 #include "apps/device/runner.h"
 #include "apps/device/scenario/simulate.h"
 #include "apps/device/terminal_source.h"
+#include "apps/device/verbs_program.h"
 #include "host/net/curl_transport.h"
+#include "morvik/version.h"
 #include "runtime/machine/turn_gate.h"
 #include "runtime/sending/exchange_queue.h"
 
@@ -36,7 +37,7 @@ std::variant<CommandSource, std::string> chooseSource(const Options& options, co
     return commandsOf(surroundings.input, "standard input");
   std::ifstream file(options.script, std::ios::binary);
   if (!file)
-    return "cannot read " + options.script + "; mend its permissions or name another file with --script";
+    return "cannot read " + options.script + "; fix its permissions or name another file with --script";
   auto commands = readAll(commandsOf(file, options.script));
   if (auto* mistake = std::get_if<std::string>(&commands))
     return std::move(*mistake);
@@ -115,48 +116,29 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
   return output.failed() ? tellUnwritable(surroundings) : 0;
 }
 
-// What the program does beside running one device; each has a command line of its own. A name that is no option is a
-// word, and has to stand first.
-struct Mode {
-  std::string_view name;
-  int (*run)(std::vector<std::string> arguments, const Surroundings& surroundings);
-};
-
-constexpr Mode kModes[] = {
-    {"--fleet", runFleet},
-    {"--simulate", scenario::runSimulation},
-    {"inspect", runInspect},
-};
-
-bool chooses(const Mode& mode, const std::string& argument, bool is_first) {
-  const bool is_option = mode.name.front() == '-';
-  return (is_option || is_first) && argument.substr(0, argument.find('=')) == mode.name;
-}
-
-const Mode* chosenMode(const std::vector<std::string>& arguments) {
-  for (const std::string& argument : arguments) {
-    for (const Mode& mode : kModes) {
-      if (chooses(mode, argument, &argument == &arguments.front()))
-        return &mode;
-    }
-  }
-  return nullptr;
+morvik_command_line::Subcommand runCommand(const Surroundings& surroundings) {
+  return {"run", "Runs a device with an app on it that does what it is told, verb by verb.",
+          [&surroundings](CLI::App& app) {
+            return [options = describeOptions(app), &surroundings] { return runDevice(*options, surroundings); };
+          }};
 }
 
 }  // namespace
 
 int runProgram(std::vector<std::string> arguments, const Surroundings& surroundings) {
-  if (const Mode* mode = chosenMode(arguments))
-    return mode->run(std::move(arguments), surroundings);
-  const CommandLine command_line = readCommandLine(std::move(arguments));
-  if (command_line.options)
-    return runDevice(*command_line.options, surroundings);
-  if (command_line.exit_status == 0) {
-    std::fputs(command_line.text.c_str(), surroundings.output);
-  } else {
-    surroundings.errors << command_line.text << std::flush;
+  const morvik_command_line::CommandLine command_line(
+      "morvik-device", std::string(morvik::kVersion), "A device with an app on it, real or simulated.",
+      {runCommand(surroundings), scenario::simulateCommand(surroundings), fleetCommand(surroundings),
+       inspectCommand(surroundings), verbsCommand(surroundings)});
+  const auto read = command_line.read(std::move(arguments));
+  if (const auto* job = std::get_if<morvik_command_line::Job>(&read))
+    return (*job)();
+  const auto& printed = std::get<morvik_command_line::Printed>(read);
+  if (printed.exit_status == 0) {
+    return print(printed.text, surroundings) ? 0 : tellUnwritable(surroundings);
   }
-  return command_line.exit_status;
+  surroundings.errors << printed.text << std::flush;
+  return printed.exit_status;
 }
 
 }  // namespace morvik_device

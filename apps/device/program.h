@@ -1,4 +1,4 @@
-// The program: options, then verbs one after the other until the input ends.
+// The program: picks the subcommand and runs it.
 #pragma once
 
 #include <string>
@@ -8,9 +8,9 @@
 
 namespace morvik_device {
 
-/// Runs the program and returns its exit status. What names another mode ("--fleet", "--simulate", "inspect") hands
-/// over to that one; else a device runs: 0 after `quit` or the end of the input, 1 when its output could not be
-/// written, 2 for what the one who called it has to mend. Blocks until then.
+/// Runs the program and returns its exit status: that of the subcommand, 1 when the output could not be written, 2 for
+/// a mistake that the caller must fix. `run`, the default, returns 0 after `quit` or the end of the input. Blocks until
+/// then.
 int runProgram(std::vector<std::string> arguments, const Surroundings& surroundings);
 
 }  // namespace morvik_device

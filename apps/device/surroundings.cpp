@@ -4,6 +4,11 @@
 
 namespace morvik_device {
 
+bool print(std::string_view text, const Surroundings& surroundings) {
+  return std::fwrite(text.data(), 1, text.size(), surroundings.output) == text.size() &&
+         std::fflush(surroundings.output) == 0;
+}
+
 int tellUnwritable(const Surroundings& surroundings) {
   constexpr int kExitOutputFailed = 1;
   surroundings.errors << "morvik-device: standard output cannot be written; keep its reader open" << std::endl;

@@ -1,22 +1,26 @@
-// Where the program lives.
+// The streams of the program.
 #pragma once
 
 #include <cstdio>
 #include <istream>
 #include <ostream>
+#include <string_view>
 
 namespace morvik_device {
 
 struct Surroundings {
   std::istream& input;
-  std::FILE* output;     ///< standard output; the help and JSON lines
-  std::ostream& errors;  ///< one line about what is wrong, and progress where somebody watches
+  std::FILE* output;     ///< standard output
+  std::ostream& errors;  ///< mistakes, and progress on a terminal
   bool output_is_terminal = false;
   bool errors_are_terminal = false;
   bool input_is_terminal = false;
 };
 
-/// The exit status of a program whose output nobody took; says so first, and how to mend it.
+/// Writes the text to standard output. False when it could not be written.
+[[nodiscard]] bool print(std::string_view text, const Surroundings& surroundings);
+
+/// Says that standard output cannot be written, and returns the exit status for that.
 int tellUnwritable(const Surroundings& surroundings);
 
 /// Whether text on standard output is coloured: on a terminal, unless NO_COLOR is set and not empty.

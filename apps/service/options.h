@@ -1,12 +1,12 @@
-// The command line.
+// The options of `morvik-service serve`.
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "apps/service/base/refusal.h"
+#include "apps/command_line/command_line.h"
 #include "apps/service/store/store.h"
 
 namespace morvik_service {
@@ -27,20 +27,14 @@ struct Options {
   std::string tracking_key;
   std::string port_file;
   std::string attribution;              ///< JSON, or the name of a file with JSON
-  std::string schedule_file;            ///< "" for a small one of the service's own
+  std::string schedule_file;            ///< "" for a small built-in one
   std::string premium_postback = "no";  ///< or "yes"
   std::string log_file;                 ///< "" for standard error
   bool quiet = false;
 };
 
-/// Either options, or a text to print (help or a complaint) and the status to exit with.
-struct CommandLine {
-  std::optional<Options> options;
-  std::string text;
-  int exit_status = 0;
-};
-
-/// `arguments` are without the program's name.
-CommandLine readCommandLine(std::vector<std::string> arguments);
+/// Adds the options to `app`. The result is complete once `app` was run; its callback throws UsageError for options
+/// that do not fit together.
+std::shared_ptr<const Options> describeOptions(CLI::App& app);
 
 }  // namespace morvik_service

@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "apps/command_line/command_line.h"
 #include "apps/service/base/files.h"
 #include "apps/service/base/keys.h"
 #include "apps/service/base/refusal.h"
@@ -12,6 +13,7 @@
 #include "apps/service/http/http_server.h"
 #include "apps/service/options.h"
 #include "apps/service/service.h"
+#include "morvik/version.h"
 
 namespace morvik_service {
 namespace {
@@ -104,24 +106,36 @@ void serve(const Options& options, const Surroundings& surroundings) {
   surroundings.wait_for_stop();
 }
 
-}  // namespace
-
-int runProgram(std::vector<std::string> arguments, const Surroundings& surroundings) {
-  if (!arguments.empty() && arguments.front() == "expect") {
-    return runExpect({arguments.begin() + 1, arguments.end()}, surroundings.output, surroundings.errors);
-  }
-  const CommandLine command_line = readCommandLine(std::move(arguments));
-  if (!command_line.options) {
-    (command_line.exit_status == 0 ? surroundings.output : surroundings.errors) << command_line.text;
-    return command_line.exit_status;
-  }
+int runService(const Options& options, const Surroundings& surroundings) {
   try {
-    serve(*command_line.options, surroundings);
+    serve(options, surroundings);
     return 0;
   } catch (const SetupError& error) {
     surroundings.errors << "morvik-service: " << error.what() << std::endl;
     return kExitUsage;
   }
+}
+
+morvik_command_line::Subcommand serveCommand(const Surroundings& surroundings) {
+  return {"serve",
+          "Runs the service: it takes what a device sends over TLS, decodes it, shows it, and misbehaves on request.",
+          [&surroundings](CLI::App& app) {
+            return [options = describeOptions(app), &surroundings] { return runService(*options, surroundings); };
+          }};
+}
+
+}  // namespace
+
+int runProgram(std::vector<std::string> arguments, const Surroundings& surroundings) {
+  const morvik_command_line::CommandLine command_line(
+      "morvik-service", std::string(morvik::kVersion), "A tracking service on this machine, to test against.",
+      {serveCommand(surroundings), expectCommand(surroundings.output, surroundings.errors)});
+  const auto read = command_line.read(std::move(arguments));
+  if (const auto* job = std::get_if<morvik_command_line::Job>(&read))
+    return (*job)();
+  const auto& printed = std::get<morvik_command_line::Printed>(read);
+  (printed.exit_status == 0 ? surroundings.output : surroundings.errors) << printed.text << std::flush;
+  return printed.exit_status;
 }
 
 }  // namespace morvik_service

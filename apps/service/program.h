@@ -1,4 +1,4 @@
-// The program from command line to exit status.
+// The program: picks the subcommand and runs it.
 #pragma once
 
 #include <functional>
@@ -8,15 +8,15 @@
 
 namespace morvik_service {
 
-/// Streams and the request to stop, passed in so that the whole program runs in a test too.
+/// Streams and the request to stop, so that tests can run the whole program.
 struct Surroundings {
-  std::ostream& output;                 ///< one line of JSON once the service listens
+  std::ostream& output;                 ///< one line of JSON when the service listens
   std::ostream& errors;                 ///< request lines and errors
   std::function<void()> wait_for_stop;  ///< returns when the service should end
 };
 
-/// Runs the service until `wait_for_stop` returns. The result is the exit status: 0, or 2 with one clear line in
-/// `errors` if it could not start. With "expect" as the first argument, runs runExpect instead.
+/// Runs the subcommand and returns its exit status. `serve`, the default, runs until `wait_for_stop` returns, and ends
+/// with 2 and one line in `errors` when it could not start.
 int runProgram(std::vector<std::string> arguments, const Surroundings& surroundings);
 
 }  // namespace morvik_service

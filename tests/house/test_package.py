@@ -98,6 +98,13 @@ class ThePackage(unittest.TestCase):
                 run(tree.COMPILER, "-std=c++20", os.path.join(CONSUMERS, source, "main.cpp"), "-o", program, *flags)
                 self.assertEqual(run(program, *arguments), says)
 
+    def test_shells_find_the_completion_of_the_programs(self):
+        for program in ("morvik-device", "morvik-service"):
+            for path, begins in ((f"bash-completion/completions/{program}", f"# bash completion for {program}, "),
+                                 (f"zsh/site-functions/_{program}", f"#compdef {program}\n")):
+                with self.subTest(path=path):
+                    self.assertTrue(tree.read(self.prefix, "share/" + path).startswith(begins))
+
     def test_an_apps_tests_find_the_simulation(self):
         folder = self.build("simulation", os.path.join(CONSUMERS, "simulation"))
         self.assertEqual(run(os.path.join(folder, "consumer")), "the simulation works\n")

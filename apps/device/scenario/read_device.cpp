@@ -1,4 +1,4 @@
-// The device: the options of the program, read and judged by the program's own reader and by the host.
+// The device: the options of `run`, read and checked as on the command line.
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -18,7 +18,7 @@ struct Default {
   std::string_view value;
 };
 
-// What a command line cannot do without. The log is kept whole, so that any of its lines can be expected.
+// Options that are required. The whole log is kept, so that any line of it can be expected.
 constexpr std::array kDefaults = {
     Default{"store", "simulated"},
     Default{"service", "https://service.example/"},
@@ -68,25 +68,15 @@ std::vector<std::string> withDefaults(std::vector<std::string> arguments) {
   return arguments;
 }
 
-// The line that the program would print, without its name and its hint.
-std::string problemOf(std::string text) {
-  constexpr std::string_view kName = "morvik-device: ";
-  constexpr std::string_view kHint = "; see morvik-device --help\n";
-  if (text.compare(0, kName.size(), kName) == 0)
-    text.erase(0, kName.size());
-  if (text.size() >= kHint.size() && text.compare(text.size() - kHint.size(), kHint.size(), kHint) == 0)
-    text.erase(text.size() - kHint.size());
-  return text;
-}
-
-Options readOptions(const std::vector<std::string>& arguments, Place place) {
-  CommandLine line = readCommandLine(withDefaults(arguments));
-  if (!line.options)
-    throw Mistake(place, problemOf(line.text));
-  const auto checked = morvik::runtime::checkOptions(line.options->start, morvik::host::SystemInputs());
+Options checkedOptions(const std::vector<std::string>& arguments, Place place) {
+  auto read = readOptions(withDefaults(arguments));
+  if (const auto* problem = std::get_if<std::string>(&read))
+    throw Mistake(place, *problem);
+  auto& options = std::get<Options>(read);
+  const auto checked = morvik::runtime::checkOptions(options.start, morvik::host::SystemInputs());
   if (const auto* error = std::get_if<morvik::kit::Error>(&checked))
-    throw Mistake(place, inTermsOfTheProgram(error->message));
-  return std::move(*line.options);
+    throw Mistake(place, withOptionName(error->message));
+  return std::move(options);
 }
 
 }  // namespace
@@ -98,11 +88,11 @@ Options readDevice(const YamlNode* node) {
     for (const YamlMember& member : node->members) {
       std::vector<std::string> of_member;
       appendArguments(member, of_member);
-      readOptions(of_member, member.value.place);
+      checkedOptions(of_member, member.value.place);
       all.insert(all.end(), of_member.begin(), of_member.end());
     }
   }
-  return readOptions(all, node == nullptr ? Place() : node->place);
+  return checkedOptions(all, node == nullptr ? Place() : node->place);
 }
 
 }  // namespace morvik_device::scenario

@@ -3,11 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <variant>
 
-#include "apps/device/mode_arguments.h"
 #include "apps/device/options.h"
 #include "apps/device/progress_bar.h"
 #include "apps/device/scenario/player.h"
@@ -25,10 +25,19 @@ struct Written {
 };
 
 void describe(CLI::App& app, Written& written) {
-  app.add_option("--simulate", written.file, "the scenario to play; docs/scenarios.md tells how one is written");
-  app.add_option("--seed", written.seed, "of all that it leaves to chance; the same seed gives the same bytes")
+  const CLI::Option* const file =
+      app.add_option("FILE", written.file, "the scenario; docs/scenarios.md explains the format")->type_name("");
+  const CLI::Option* const former =
+      app.add_option("--simulate", written.file)->group(morvik_command_line::kFormerGroup);
+  app.add_option("--seed", written.seed, "for everything left to chance; the same seed gives the same output")
       ->capture_default_str();
-  app.add_flag("--json", written.json, "the timeline as JSON, one object a line");
+  app.add_flag("--json", written.json, "prints the timeline as JSON, one object per line");
+  app.callback([&written, file, former] {
+    if (*file && *former)
+      throw morvik_command_line::UsageError("FILE excludes --simulate; name one scenario");
+    if (written.file.empty())
+      throw morvik_command_line::UsageError("FILE is required; name the scenario to play");
+  });
 }
 
 TimelineForm formFor(const Written& written, const Surroundings& surroundings) {
@@ -62,8 +71,8 @@ int play(const Scenario& scenario, const Written& written, const Surroundings& s
     ProgressBar progress(surroundings.errors, surroundings.errors_are_terminal, "playing");
     met = Player(scenario, written.seed, timeline, progress).play();
   } catch (const std::exception& error) {
-    surroundings.errors << "morvik-device: the story could not be played: " << error.what() << " (seed " << written.seed
-                        << ")" << std::endl;
+    surroundings.errors << "morvik-device: the scenario could not be played: " << error.what() << " (seed "
+                        << written.seed << ")" << std::endl;
   }
   if (std::fflush(surroundings.output) == 0 && !timeline.failed())
     return met ? 0 : kExitNotMet;
@@ -82,15 +91,13 @@ int playFile(const Written& written, const Surroundings& surroundings) {
 
 }  // namespace
 
-int runSimulation(std::vector<std::string> arguments, const Surroundings& surroundings) {
-  Written written;
-  CLI::App app("A story of one device is played in virtual time, told line by line, and held against what it expects.",
-               "morvik-device --simulate");
-  describe(app, written);
-  if (const auto status =
-          readModeArguments(app, std::move(arguments), "morvik-device --simulate FILE --help", surroundings))
-    return *status;
-  return playFile(written, surroundings);
+morvik_command_line::Subcommand simulateCommand(const Surroundings& surroundings) {
+  return {"simulate", "Plays a scenario of one device in virtual time and checks what it expects.",
+          [&surroundings](CLI::App& app) {
+            const auto written = std::make_shared<Written>();
+            describe(app, *written);
+            return [written, &surroundings] { return playFile(*written, surroundings); };
+          }};
 }
 
 }  // namespace morvik_device::scenario

@@ -1,18 +1,16 @@
-// The program's --simulate: a scenario from its file to its verdict.
+// morvik-device simulate: plays a scenario and says whether its expectations were met.
 #pragma once
 
-#include <string>
-#include <vector>
-
+#include "apps/command_line/command_line.h"
 #include "apps/device/surroundings.h"
 
 namespace morvik_device::scenario {
 
-/// Status of a story in which an expectation was not met.
+/// Status of a scenario of which an expectation was not met.
 inline constexpr int kExitNotMet = 1;
 
-/// Plays what the arguments name and returns the exit status: 0 when everything expected came about, kExitNotMet when
-/// not or when the output could not be written, kExitUsage for arguments and files that cannot be read.
-int runSimulation(std::vector<std::string> arguments, const Surroundings& surroundings);
+/// Exit status: 0 when all expectations are met, kExitNotMet when not or when the output cannot be written, kExitUsage
+/// for a file that cannot be read. `surroundings` outlives the job.
+morvik_command_line::Subcommand simulateCommand(const Surroundings& surroundings);
 
 }  // namespace morvik_device::scenario

@@ -131,7 +131,7 @@ void Timeline::judged(int64_t at_milliseconds, const Expectation& expectation, c
   writeLine(at_milliseconds, kRed, "expected", "MISSED: " + verdict.expected);
   write("\n" + coloured(kRed, where(expectation) + ": this expectation is not met") + "\n  expected  " +
         visible(verdict.expected) + "\n  got       " + visible(verdict.got) + "\n  seed      " + std::to_string(seed_) +
-        " (morvik-device --simulate " + visible(file_) + " --seed " + std::to_string(seed_) + " plays it again)\n");
+        " (morvik-device simulate " + visible(file_) + " --seed " + std::to_string(seed_) + " plays it again)\n");
 }
 
 void Timeline::end(size_t met, bool missed) {

@@ -1,11 +1,13 @@
-// The command line of `morvik-service expect`.
+// The options of `morvik-service expect`.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+
+#include "apps/command_line/command_line.h"
 
 namespace morvik_service {
 
@@ -23,15 +25,9 @@ struct ExpectOptions {
   std::string authority_file;  ///< certificates to trust
 };
 
-/// Either options, or a text to print (help or an error) and the exit status.
-struct ExpectCommandLine {
-  std::optional<ExpectOptions> options;
-  std::string text;
-  int exit_status = 0;
-};
-
-/// `arguments` are those after "expect". Reads the files that say where a service runs.
-ExpectCommandLine readExpectCommandLine(std::vector<std::string> arguments);
+/// Adds the options to `app`. The result is complete once `app` was run; its callback reads the files that say where a
+/// service runs, and throws UsageError when it finds none.
+std::shared_ptr<const ExpectOptions> describeExpectOptions(CLI::App& app);
 
 /// "250ms", "5s", "1.5s", "1m 30s" or "5" (seconds), as morvik_text::readDuration reads it; nothing when it is none of
 /// these or longer than kMaxWithin.

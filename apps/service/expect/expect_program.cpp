@@ -68,31 +68,34 @@ int expect(const ExpectOptions& options, std::ostream& output, std::ostream& err
 
 // The expression with a mark below the place.
 void tellWhere(const std::string& expression, const ExpressionError& error, std::ostream& errors) {
-  errors << "morvik-service expect: column " << error.column() << ": " << error.what() << "\n";
+  errors << "morvik-service: column " << error.column() << ": " << error.what() << "\n";
   if (expression.size() <= kMaxExpressionBytes && expression.find('\n') == std::string::npos)
     errors << "  " << expression << "\n  " << std::string(error.column() - 1, ' ') << "^\n";
 }
 
-}  // namespace
-
-int runExpect(std::vector<std::string> arguments, std::ostream& output, std::ostream& errors) {
-  const ExpectCommandLine command_line = readExpectCommandLine(std::move(arguments));
-  if (!command_line.options) {
-    (command_line.exit_status == 0 ? output : errors) << command_line.text;
-    return command_line.exit_status;
-  }
+int runExpect(const ExpectOptions& options, std::ostream& output, std::ostream& errors) {
   try {
-    return expect(*command_line.options, output, errors);
+    return expect(options, output, errors);
   } catch (const ExpressionError& error) {
-    tellWhere(command_line.options->expression, error, errors);
+    tellWhere(options.expression, error, errors);
   } catch (const SetupError& error) {
-    errors << "morvik-service expect: " << error.what() << "\n";
+    errors << "morvik-service: " << error.what() << "\n";
   } catch (const Json::exception&) {
-    // Every member that is read of an answer is there when this program's own service gave it.
-    errors << "morvik-service expect: what answers at " << command_line.options->url
-           << " is no morvik-service of this version; name the one that is meant with --url\n";
+    // A member is missing that this version's service always sends.
+    errors << "morvik-service: what answers at " << options.url
+           << " is not a morvik-service of this version; name the right one with --url\n";
   }
   return kExitUsage;
+}
+
+}  // namespace
+
+morvik_command_line::Subcommand expectCommand(std::ostream& output, std::ostream& errors) {
+  return {"expect", "Waits until what arrived at a running service is as expected.", [&output, &errors](CLI::App& app) {
+            return [options = describeExpectOptions(app), &output, &errors] {
+              return runExpect(*options, output, errors);
+            };
+          }};
 }
 
 }  // namespace morvik_service

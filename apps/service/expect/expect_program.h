@@ -1,17 +1,17 @@
-// `morvik-service expect` from command line to exit status.
+// `morvik-service expect`.
 #pragma once
 
 #include <ostream>
-#include <string>
-#include <vector>
+
+#include "apps/command_line/command_line.h"
 
 namespace morvik_service {
 
 inline constexpr int kExitMet = 0;
 inline constexpr int kExitNotMet = 1;
 
-/// `arguments` are those after "expect". Blocks while the expectation is pending. The result is the exit status: 0 met,
-/// 1 not met, 2 the expectation could not be checked (options, expression, no service).
-int runExpect(std::vector<std::string> arguments, std::ostream& output, std::ostream& errors);
+/// Exit status: 0 met, 1 not met, 2 when the expectation could not be checked (the expression, no service). Blocks as
+/// long as the expectation waits. The streams outlive the job.
+morvik_command_line::Subcommand expectCommand(std::ostream& output, std::ostream& errors);
 
 }  // namespace morvik_service

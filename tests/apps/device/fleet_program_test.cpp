@@ -31,11 +31,24 @@ class FleetProgram : public ::testing::Test {
   std::string errors_;
 };
 
-TEST_F(FleetProgram, LivesAndBalances) {
+TEST_F(FleetProgram, RunsAndBalances) {
   EXPECT_EQ(run({"--fleet", "3", "--days", "2", "--seed", "5"}), 0);
   EXPECT_THAT(output_, HasSubstr("fleet      3 devices, 2 days each, seed 5\n"));
   EXPECT_THAT(output_, HasSubstr("\nbalances\n"));
   EXPECT_THAT(errors_, HasSubstr(" device-days a second\n"));
+}
+
+TEST_F(FleetProgram, UnderstandsTheOptionItHadBeforeItWasASubcommand) {
+  ASSERT_EQ(run({"fleet", "--devices", "2", "--days", "2", "--seed", "5"}), 0);
+  const std::string expected = output_;
+  EXPECT_THAT(expected, HasSubstr("fleet      2 devices, 2 days each, seed 5\n"));
+  for (const std::vector<std::string>& former : {std::vector<std::string>{"--fleet", "2", "--days", "2", "--seed", "5"},
+                                                 {"--seed", "5", "--days", "2", "--fleet=2"},
+                                                 {"--days=2", "--fleet", "2", "--seed=5"}}) {
+    EXPECT_EQ(run(former), 0);
+    EXPECT_EQ(output_, expected);
+  }
+  EXPECT_EQ(run({"fleet", "--devices", "2", "--fleet", "3"}), 2);
 }
 
 TEST_F(FleetProgram, PrintsTheSameForTheSameSeed) {
@@ -43,21 +56,23 @@ TEST_F(FleetProgram, PrintsTheSameForTheSameSeed) {
   const std::string first = output_;
   ASSERT_EQ(run({"--fleet=4", "--days=3", "--seed=8", "--workers=2"}), 0);
   EXPECT_EQ(output_, first);
-  ASSERT_EQ(run({"--fleet=4", "--days=3", "--seed=9"}), 0);
+  ASSERT_EQ(run({"fleet", "--devices=4", "--days=3", "--seed=9"}), 0);
   EXPECT_NE(output_, first);
 }
 
 TEST_F(FleetProgram, GivesMachinesOneLineOfJson) {
-  ASSERT_EQ(run({"--fleet", "1", "--days", "1", "--untroubled", "--json"}), 0);
+  ASSERT_EQ(run({"fleet", "--devices", "1", "--days", "1", "--untroubled", "--json"}), 0);
   EXPECT_THAT(output_, HasSubstr("{\"devices\":1,\"days\":1,\"seed\":\"1\",\"device_days\":1,"));
   EXPECT_THAT(output_, HasSubstr("\"lost\":0,"));
   EXPECT_THAT(output_, HasSubstr("\"balances\":true}\n"));
 }
 
-TEST_F(FleetProgram, RefusesOptionsThatCannotBe) {
+TEST_F(FleetProgram, RefusesInvalidOptions) {
   EXPECT_EQ(run({"--fleet", "0"}), 2);
   EXPECT_THAT(output_, IsEmpty());
   EXPECT_THAT(errors_, HasSubstr("morvik-device: --fleet: Value 0 not in range"));
+  EXPECT_EQ(run({"fleet", "--devices", "0"}), 2);
+  EXPECT_THAT(errors_, HasSubstr("morvik-device: --devices: Value 0 not in range"));
   EXPECT_EQ(run({"--fleet", "2", "--days", "many"}), 2);
   EXPECT_THAT(errors_, HasSubstr("--days"));
   EXPECT_EQ(run({"--fleet", "2", "--store", "somewhere"}), 2);

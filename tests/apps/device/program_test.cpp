@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 
+#include "morvik/version.h"
 #include "tests/support/captured_file.h"
 #include "tests/support/environment_variable.h"
 #include "tests/support/scratch_folder.h"
@@ -15,9 +16,11 @@
 namespace morvik_device {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 class Program : public ::testing::Test {
@@ -222,10 +225,64 @@ TEST_F(Program, StoresWhatItIsToldOfTheUser) {
                                    R"("fendoUserDemoInfo_gender":2,"fendoUserDemoInfo_userId":"user 7"}})"));
 }
 
-TEST_F(Program, ShowsItsHelp) {
+TEST_F(Program, EachSubcommandShowsItsOwnHelpOnly) {
   EXPECT_EQ(runPlain({"--help"}, ""), 0);
-  EXPECT_THAT(output_, ::testing::Contains(HasSubstr("--system-version")));
+  for (const char* name : {"  run ", "  simulate ", "  fleet ", "  inspect ", "  verbs ", "  completion "})
+    EXPECT_THAT(output_, Contains(StartsWith(name)));
+  EXPECT_THAT(output_, Not(Contains(HasSubstr("--system-version"))));
+  EXPECT_EQ(runPlain({"run", "--help"}, ""), 0);
+  EXPECT_THAT(output_, Contains(HasSubstr("--system-version")));
+  EXPECT_THAT(output_, Not(Contains(HasSubstr("--days"))));
+  EXPECT_EQ(runPlain({"fleet", "--help"}, ""), 0);
+  EXPECT_THAT(output_, Contains("Usage: morvik-device fleet [OPTIONS]"));
+  EXPECT_THAT(output_, Contains(HasSubstr("--days")));
+  EXPECT_THAT(output_, Not(Contains(HasSubstr("--system-version"))));
+  EXPECT_THAT(output_, Not(Contains(HasSubstr("--fleet"))));
   EXPECT_EQ(errors_, "");
+}
+
+TEST_F(Program, RunIsMeantWithoutASubcommand) {
+  EXPECT_EQ(runPlain({"--store", "s", "--help"}, ""), 0);
+  EXPECT_THAT(output_, Contains("Usage: morvik-device run [OPTIONS]"));
+  EXPECT_EQ(runPlain({}, ""), 2);
+  EXPECT_EQ(errors_,
+            "morvik-device: --store is required; give the folder for the device's data, which is created if missing; "
+            "see morvik-device run --help\n");
+  EXPECT_EQ(runPlain({"run", "--store", folder_ / "store", "--service", service_, "--app-key", "a", "--hash-key", "h",
+                      "--tracking-key", "t"},
+                     "push\n"),
+            0);
+  EXPECT_THAT(output_, ElementsAre(R"({"verb":"push","ok":true})"));
+}
+
+TEST_F(Program, SuggestsTheSubcommandThatWasMeant) {
+  EXPECT_EQ(runPlain({"fleeet"}, ""), 2);
+  EXPECT_EQ(errors_,
+            "morvik-device: there is no subcommand \"fleeet\"; did you mean fleet? See morvik-device --help\n");
+  EXPECT_EQ(runPlain({"party"}, ""), 2);
+  EXPECT_EQ(errors_,
+            "morvik-device: there is no subcommand \"party\"; use one of: run, simulate, fleet, inspect, verbs, "
+            "completion; see morvik-device --help\n");
+  EXPECT_EQ(runPlain({"simulate", "--sed", "7"}, ""), 2);
+  EXPECT_THAT(errors_, HasSubstr("did you mean --seed? See morvik-device simulate --help"));
+}
+
+TEST_F(Program, ListsTheVerbsAndExplainsOne) {
+  EXPECT_EQ(runPlain({"verbs"}, ""), 0);
+  EXPECT_THAT(output_, Contains(StartsWith("  event GROUP NAME [PARAM] ")));
+  EXPECT_THAT(output_, Contains(StartsWith("  quit [SECONDS] ")));
+  EXPECT_EQ(runPlain({"verbs", "age"}, ""), 0);
+  EXPECT_THAT(output_, ElementsAre(StartsWith("  age N ")));
+  EXPECT_EQ(runPlain({"verbs", "aeg"}, ""), 2);
+  EXPECT_THAT(errors_, StartsWith("morvik-device: VERB: aeg not in {active,"));
+}
+
+TEST_F(Program, TellsItsVersionWithAnySubcommand) {
+  const std::string version = "morvik-device " + std::string(morvik::kVersion);
+  EXPECT_EQ(runPlain({"--version"}, ""), 0);
+  EXPECT_THAT(output_, ElementsAre(version));
+  EXPECT_EQ(runPlain({"fleet", "--version"}, ""), 0);
+  EXPECT_THAT(output_, ElementsAre(version));
 }
 
 TEST_F(Program, TellsNoLedgerOfAUserWhoAskedToBeForgotten) {

@@ -9,6 +9,7 @@
 
 #include "apps/service/base/files.h"
 #include "apps/service/base/json.h"
+#include "morvik/version.h"
 #include "tests/apps/service/https_client.h"
 #include "tests/apps/service/samples.h"
 
@@ -248,10 +249,40 @@ TEST_F(ProgramTest, CertificatesMayBeGiven) {
   EXPECT_EQ(0, status);
 }
 
-TEST_F(ProgramTest, HelpGoesToTheOutput) {
-  EXPECT_EQ(0, runProgram({"--help"}, {output_, errors_, [] {}}));
-  EXPECT_NE(std::string::npos, output_.str().find("Local tracking service"));
+TEST_F(ProgramTest, EachSubcommandShowsItsOwnHelpOnly) {
+  const auto help = [&](const std::vector<std::string>& arguments) {
+    output_.str("");
+    EXPECT_EQ(0, runProgram(arguments, {output_, errors_, [] { ADD_FAILURE() << "it serves"; }}));
+    return output_.str();
+  };
+  const std::string all = help({"--help"});
+  for (const char* name : {"\n  serve ", "\n  expect ", "\n  completion "})
+    EXPECT_NE(std::string::npos, all.find(name)) << all;
+  EXPECT_EQ(std::string::npos, all.find("--port"));
+  const std::string serve = help({"serve", "--help"});
+  for (const char* option : {"--port", "--bind", "--allow-remote", "--cert", "--key", "--make-cert", "--store",
+                             "--app-key", "--hash-key", "--tracking-key", "--keys", "--port-file", "--log", "--quiet",
+                             "--attribution", "--premium-postback", "--schedule"})
+    EXPECT_NE(std::string::npos, serve.find(option)) << option;
+  EXPECT_EQ(std::string::npos, serve.find("--within"));
+  const std::string expect = help({"expect", "--help"});
+  EXPECT_NE(std::string::npos, expect.find("--within"));
+  EXPECT_EQ(std::string::npos, expect.find("--keep-mib"));
+  EXPECT_EQ("morvik-service " + std::string(morvik::kVersion) + "\n", help({"--version"}));
   EXPECT_EQ("", errors_.str());
+}
+
+TEST_F(ProgramTest, ServeMayBeNamedOrLeftOut) {
+  bool was_served = false;
+  std::vector<std::string> arguments = usualArguments();
+  arguments.insert(arguments.begin(), "serve");
+  EXPECT_EQ(0, runProgram(arguments, {output_, errors_, [&] { was_served = true; }}));
+  EXPECT_TRUE(was_served);
+  EXPECT_EQ("morvik-service: --store is required; see morvik-service serve --help\n",
+            complaint({"--make-cert", "tls"}));
+  errors_.str("");
+  EXPECT_EQ("morvik-service: there is no subcommand \"expct\"; did you mean expect? See morvik-service --help\n",
+            complaint({"expct", "refused"}));
 }
 
 }  // namespace

@@ -60,7 +60,7 @@ TEST(ScenarioDocument, HasAStoryThatComesOutAsItExpects) {
   morvik::test::CapturedFile output;
   std::istringstream no_input;
   std::ostringstream errors;
-  EXPECT_EQ(runProgram({"--simulate", file}, {no_input, output.file(), errors}), 0) << errors.str() << output.text();
+  EXPECT_EQ(runProgram({"simulate", file}, {no_input, output.file(), errors}), 0) << errors.str() << output.text();
 }
 
 }  // namespace

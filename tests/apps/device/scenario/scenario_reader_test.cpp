@@ -129,7 +129,7 @@ TEST(ScenarioReader, RefusesABadFrame) {
 TEST(ScenarioReader, JudgesTheDeviceAsTheProgramDoes) {
   EXPECT_EQ(
       mistakeBeside("device:\n  idfa: mine\n"),
-      "story.yaml:5:9: --idfa: \"mine\" is no UUID; write one like 6d92078a-8246-4ba4-ae5b-76104861e7dc, or none");
+      "story.yaml:5:9: --idfa: \"mine\" is not a UUID; write one like 6d92078a-8246-4ba4-ae5b-76104861e7dc, or none");
   EXPECT_EQ(mistakeBeside("device:\n  orientation: 9\n"),
             "story.yaml:5:16: --orientation: Value 9 not in range 1 to 4");
   EXPECT_EQ(mistakeBeside("device:\n  app-key: a b\n"),

@@ -33,7 +33,7 @@ class Simulate : public ::testing::Test {
   }
   int play(const std::string& yaml, const std::vector<std::string>& more = {}) {
     morvik::test::writeBytes(file_, yaml);
-    std::vector<std::string> arguments = {"--simulate", file_};
+    std::vector<std::string> arguments = {"simulate", file_};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return run(arguments);
   }
@@ -89,7 +89,7 @@ TEST_F(Simulate, NamesTheLineOfTheFirstExpectationThatIsNotMet) {
                                  ":5: this expectation is not met\n"
                                  "  expected  exactly 1 delivered shop/purchase\n"
                                  "  got       0 of 0 of this name fit, of 2 events\n"
-                                 "  seed      5 (morvik-device --simulate " +
+                                 "  seed      5 (morvik-device simulate " +
                                  file_ + " --seed 5 plays it again)\n"));
   EXPECT_THAT(output_, Not(HasSubstr("never-looked-at")));
 }
@@ -181,6 +181,22 @@ TEST_F(Simulate, RefusesOptionsThatAreNotItsOwn) {
   EXPECT_THAT(errors_, HasSubstr("--seed"));
   EXPECT_EQ(run({"--simulate", file_, "--help"}), 0);
   EXPECT_THAT(output_, HasSubstr("docs/scenarios.md"));
+  EXPECT_EQ(run({"simulate", file_, "--simulate", file_}), kExitUsage);
+  EXPECT_THAT(errors_, StartsWith("morvik-device: FILE excludes --simulate; name one scenario"));
+  EXPECT_EQ(run({"simulate"}), kExitUsage);
+  EXPECT_EQ(errors_, "morvik-device: FILE is required; name the scenario to play; see morvik-device simulate --help\n");
+}
+
+TEST_F(Simulate, UnderstandsTheOptionItHadBeforeItWasASubcommand) {
+  ASSERT_EQ(play("story: s\nsteps: [{do: [active, event a one]}]\nexpect: {delivered: a/one}\n"), 0) << errors_;
+  ASSERT_EQ(run({"simulate", file_, "--seed", "9"}), 0);
+  const std::string expected = output_;
+  EXPECT_NE(expected, "");
+  for (const std::vector<std::string>& former :
+       {std::vector<std::string>{"--simulate", file_, "--seed", "9"}, {"--seed=9", "--simulate=" + file_}}) {
+    EXPECT_EQ(run(former), 0);
+    EXPECT_EQ(output_, expected);
+  }
 }
 
 TEST_F(Simulate, StartsTheNextProcessAfterAKillACrashAndAQuit) {

@@ -57,7 +57,7 @@ TEST(Timeline, NamesTheFirstExpectationThatIsNotMet) {
             "a.yaml:12: this expectation is not met\n"
             "  expected  what should be\n"
             "  got       what is\n"
-            "  seed      7 (morvik-device --simulate a.yaml --seed 7 plays it again)\n");
+            "  seed      7 (morvik-device simulate a.yaml --seed 7 plays it again)\n");
 }
 
 TEST(Timeline, HasColoursWhereTheyAreWanted) {

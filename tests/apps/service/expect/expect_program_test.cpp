@@ -28,8 +28,8 @@ class ExpectProgramTest : public testing::Test {
   void serve(const std::function<void()>& meanwhile) {
     std::ostringstream output;
     std::ostringstream errors;
-    runProgram({"--store", folder_.path("store"), "--make-cert", tls_, "--app-key", kKeys.app_key, "--hash-key",
-                kKeys.hash_key, "--tracking-key", kKeys.tracking_key, "--quiet"},
+    runProgram({"serve", "--store", folder_.path("store"), "--make-cert", tls_, "--app-key", kKeys.app_key,
+                "--hash-key", kKeys.hash_key, "--tracking-key", kKeys.tracking_key, "--quiet"},
                {output, errors, [&] {
                   url_ = Json::parse(output.str())["listening"];
                   meanwhile();
@@ -125,17 +125,23 @@ TEST_F(ExpectProgramTest, ABadExpressionIsShownWithItsPlace) {
   serve([&] {
     EXPECT_EQ(2, expect({"activity = 'x'"}));
     EXPECT_EQ(
-        "morvik-service expect: column 10: expected ==, found a single =\n"
+        "morvik-service: column 10: expected ==, found a single =\n"
         "  activity = 'x'\n"
         "           ^\n",
         errors_.str());
   });
 }
 
+TEST_F(ExpectProgramTest, ABadOptionIsSaidWithWhereHelpIs) {
+  EXPECT_EQ(2, expect({"refused", "--withn", "5s"}));
+  EXPECT_NE(std::string::npos, errors_.str().find("did you mean --within? See morvik-service expect --help\n"))
+      << errors_.str();
+}
+
 TEST_F(ExpectProgramTest, AServiceThatIsNotThereIsSaid) {
   serve([] {});
   EXPECT_EQ(2, expect({"refused"}));
-  EXPECT_EQ(0U, errors_.str().find("morvik-service expect: cannot ask the service at " + url_ + ": ")) << errors_.str();
+  EXPECT_EQ(0U, errors_.str().find("morvik-service: cannot ask the service at " + url_ + ": ")) << errors_.str();
 }
 
 TEST_F(ExpectProgramTest, AStrangerThatAnswersIsSaid) {
@@ -149,8 +155,8 @@ TEST_F(ExpectProgramTest, AStrangerThatAnswersIsSaid) {
                                 return HttpReply{200, answer};
                               });
     EXPECT_EQ(2, expect({"refused", "--url", url})) << answer;
-    EXPECT_EQ("morvik-service expect: what answers at " + url +
-                  "/ is no morvik-service of this version; name the one that is meant with --url\n",
+    EXPECT_EQ("morvik-service: what answers at " + url +
+                  "/ is not a morvik-service of this version; name the right one with --url\n",
               errors_.str());
   }
 }
