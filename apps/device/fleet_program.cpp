@@ -29,7 +29,7 @@ struct FleetArguments {
   bool json = false;
 };
 
-void describeOptions(CLI::App& app, FleetArguments& written) {
+void describeFleet(CLI::App& app, FleetArguments& written) {
   lives::FleetOptions& fleet = written.fleet;
   fleet.workers = std::max(1U, std::thread::hardware_concurrency());
   CLI::Option* const devices = app.add_option("--devices", fleet.devices, "number of devices")->capture_default_str();
@@ -79,7 +79,7 @@ morvik_command_line::Subcommand fleetCommand(const Surroundings& surroundings) {
   return {"fleet", "Runs many devices against one service in virtual time and checks that nothing is lost.",
           [&surroundings](CLI::App& app) {
             const auto written = std::make_shared<FleetArguments>();
-            describeOptions(app, *written);
+            describeFleet(app, *written);
             return [written, &surroundings] {
               if (written->untroubled)
                 written->fleet.troubles = lives::UsageTroubles::none();

@@ -216,7 +216,7 @@ constexpr const char* kFooter =
 
 }  // namespace
 
-std::shared_ptr<const Options> describeOptions(CLI::App& app) {
+std::shared_ptr<const Options> describeRunOptions(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   const auto written = std::make_shared<Written>();
   app.footer(kFooter);
@@ -232,7 +232,7 @@ std::shared_ptr<const Options> describeOptions(CLI::App& app) {
 
 std::variant<Options, std::string> readOptions(const std::vector<std::string>& arguments) {
   CLI::App app;
-  const std::shared_ptr<const Options> options = describeOptions(app);
+  const std::shared_ptr<const Options> options = describeRunOptions(app);
   if (auto mistake = morvik_command_line::tryParse(app, arguments))
     return *std::move(mistake);
   return *options;

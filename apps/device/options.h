@@ -24,7 +24,7 @@ struct Options {
 
 /// Adds the options to `app`. The result is complete once `app` was run; its callback throws UsageError for options
 /// that do not fit together. Opens no file; only checks that those named exist.
-std::shared_ptr<const Options> describeOptions(CLI::App& app);
+std::shared_ptr<const Options> describeRunOptions(CLI::App& app);
 
 /// The options in `arguments`, or one line: what is wrong and how to fix it.
 std::variant<Options, std::string> readOptions(const std::vector<std::string>& arguments);

@@ -119,7 +119,7 @@ int runDevice(const Options& options, const Surroundings& surroundings) {
 morvik_command_line::Subcommand runCommand(const Surroundings& surroundings) {
   return {"run", "Runs a device with an app on it that does what it is told, verb by verb.",
           [&surroundings](CLI::App& app) {
-            return [options = describeOptions(app), &surroundings] { return runDevice(*options, surroundings); };
+            return [options = describeRunOptions(app), &surroundings] { return runDevice(*options, surroundings); };
           }};
 }
 

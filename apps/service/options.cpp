@@ -90,7 +90,7 @@ std::string problemOf(const Options& options) {
 
 }  // namespace
 
-std::shared_ptr<const Options> describeOptions(CLI::App& app) {
+std::shared_ptr<const Options> describeServeOptions(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   app.footer(kFooter);
   describeListening(app, *options);

@@ -35,6 +35,6 @@ struct Options {
 
 /// Adds the options to `app`. The result is complete once `app` was run; its callback throws UsageError for options
 /// that do not fit together.
-std::shared_ptr<const Options> describeOptions(CLI::App& app);
+std::shared_ptr<const Options> describeServeOptions(CLI::App& app);
 
 }  // namespace morvik_service

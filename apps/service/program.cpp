@@ -120,7 +120,7 @@ morvik_command_line::Subcommand serveCommand(const Surroundings& surroundings) {
   return {"serve",
           "Runs the service: it takes what a device sends over TLS, decodes it, shows it, and misbehaves on request.",
           [&surroundings](CLI::App& app) {
-            return [options = describeOptions(app), &surroundings] { return runService(*options, surroundings); };
+            return [options = describeServeOptions(app), &surroundings] { return runService(*options, surroundings); };
           }};
 }
 

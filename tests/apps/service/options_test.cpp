@@ -10,7 +10,7 @@ namespace {
 
 std::variant<Options, std::string> read(const std::vector<std::string>& arguments) {
   CLI::App app;
-  const auto options = describeOptions(app);
+  const auto options = describeServeOptions(app);
   if (auto mistake = morvik_command_line::tryParse(app, arguments))
     return *std::move(mistake);
   return *options;
