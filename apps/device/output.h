@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "apps/device/actions.h"
+#include "apps/device/verbs.h"
 #include "kit/value.h"
 
 namespace morvik_device {

@@ -1,6 +1,7 @@
-// The verbs: one table of what can be said, how it is written, and what then happens.
+// The verbs that `run` reads. The rows are in verb_table.cpp.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -8,23 +9,34 @@
 #include <variant>
 #include <vector>
 
-#include "apps/device/actions.h"
+#include "apps/device/verb_arguments.h"
 
 namespace morvik_device {
 
 /// A longer line is refused. Longer than any URL or record worth giving.
 inline constexpr size_t kMaxLineBytes = size_t{4} * 1024 * 1024;
-/// What takes seconds takes no more than a day.
-inline constexpr double kMaxSeconds = 86400.0;
+
+class Phone;
+
+/// How a verb ended.
+struct Outcome {
+  std::optional<std::string> refusal;     ///< why it was refused or not completed
+  morvik::kit::MutableDictionary fields;  ///< what else it answers
+  bool ends_program = false;
+};
+
+/// Called once, on the main queue, in the action's turn or in a later one.
+using Reply = std::function<void(const Outcome& outcome)>;
+using Action = void (*)(Phone& phone, const Arguments& arguments, const Reply& reply);
 
 struct Verb {
   std::string_view name;
-  std::string_view arguments;  ///< as they are written in the help
+  std::string_view arguments;  ///< as the help shows them
   std::string_view help;
-  /// Reads what follows the verb. Returns what is wrong, or nothing.
-  std::optional<std::string> (*read)(std::string_view rest, Arguments& arguments);
+  ReadArguments read;
+  /// Runs as one block on the device's main queue.
   Action act;
-  /// Runs on the thread of the program, as on one of an app's own: the main queue goes on meanwhile.
+  /// `act` runs on the program's own thread instead, as on a thread of an app; the main queue goes on meanwhile.
   bool blocks_its_thread = false;
 };
 
@@ -47,7 +59,7 @@ struct Command {
 /// Whether a line says nothing: blank, or a comment that begins with '#'.
 bool saysNothing(std::string_view line);
 
-/// Reads a line that says something. The text is one line for people: what is wrong and how to mend it.
+/// Reads a line that says something. The text is one line for people: what is wrong and how to fix it.
 std::variant<Command, std::string> readCommand(std::string_view line);
 
 }  // namespace morvik_device

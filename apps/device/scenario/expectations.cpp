@@ -94,14 +94,14 @@ Verdict judgeRequests(const Expectation& expectation, const History& history) {
   return tally.verdict(count, std::move(expected), expectation.name + " requests fit");
 }
 
-Verdict judgeDelivery(const Expectation& expectation, const Account& account) {
+Verdict judgeDelivery(const Expectation& expectation, const Evidence& evidence) {
   const Count count = expectation.count.value_or(kOnce);
   std::string expected = countWords(count) + " delivered " + expectation.name;
   if (expectation.param)
     expected += " with param \"" + *expectation.param + "\"";
-  const std::vector<kit::Value> events = account.events();
-  if (events.size() < account.event_count())
-    return forgotten(account.event_count() - events.size(), expected);
+  const std::vector<kit::Value> events = evidence.events();
+  if (events.size() < evidence.event_count())
+    return forgotten(evidence.event_count() - events.size(), expected);
   const size_t slash = expectation.name.find('/');
   Tally tally;
   for (const kit::Value& event : events) {
@@ -156,8 +156,8 @@ Verdict judgeLines(const Expectation& expectation, const History& history) {
   return tally.verdict(count, std::move(expected), "such lines fit, of " + std::to_string(history.lines.size()));
 }
 
-Verdict judgeStored(const Expectation& expectation, const Account& account) {
-  const kit::Value value = account.stored(expectation.name);
+Verdict judgeStored(const Expectation& expectation, const Evidence& evidence) {
+  const kit::Value value = evidence.stored(expectation.name);
   if (expectation.is) {
     Verdict verdict{true, expectation.name + " stored as " + shortText(*expectation.is), ""};
     if (const auto misfit = mismatch(*expectation.is, value)) {
@@ -193,8 +193,8 @@ std::string whyNotSound(const LedgerRows& rows, const morvik::Ledger& ledger) {
   return "";
 }
 
-Verdict judgeLedger(const Expectation& expectation, const Account& account) {
-  const morvik::Ledger ledger = account.ledger();
+Verdict judgeLedger(const Expectation& expectation, const Evidence& evidence) {
+  const morvik::Ledger ledger = evidence.ledger();
   const LedgerRows rows = rowsOf(ledger);
   if (expectation.name == kSoundLedger)
     return {rows.is_sound, "a ledger that is sound", whyNotSound(rows, ledger)};
@@ -208,22 +208,22 @@ Verdict judgeLedger(const Expectation& expectation, const Account& account) {
 
 }  // namespace
 
-Verdict judge(const Expectation& expectation, const Account& account) {
+Verdict judge(const Expectation& expectation, const Evidence& evidence) {
   switch (expectation.subject) {
     case Subject::kRequest:
-      return judgeRequests(expectation, account.history);
+      return judgeRequests(expectation, evidence.history);
     case Subject::kDelivered:
-      return judgeDelivery(expectation, account);
+      return judgeDelivery(expectation, evidence);
     case Subject::kCallback:
-      return judgeCalls(expectation, account.history);
+      return judgeCalls(expectation, evidence.history);
     case Subject::kLog:
-      return judgeLines(expectation, account.history);
+      return judgeLines(expectation, evidence.history);
     case Subject::kLedger:
-      return judgeLedger(expectation, account);
+      return judgeLedger(expectation, evidence);
     case Subject::kStore:
       break;
   }
-  return judgeStored(expectation, account);
+  return judgeStored(expectation, evidence);
 }
 
 }  // namespace morvik_device::scenario

@@ -1,4 +1,4 @@
-// Whether what was expected has come about.
+// Whether an expectation is met.
 #pragma once
 
 #include <functional>
@@ -11,24 +11,24 @@
 
 namespace morvik_device::scenario {
 
-/// What expectations are held against.
-struct Account {
+/// What expectations are compared with.
+struct Evidence {
   const History& history;
   /// Each event that the service counted, once; and how many there were, also those that are not kept.
   std::function<std::vector<morvik::kit::Value>()> events;
   std::function<size_t()> event_count;
   /// A stored property by its name, as its readers see it.
   std::function<morvik::kit::Value(const std::string& property)> stored;
-  /// What the device says of itself.
+  /// The device's own ledger.
   std::function<morvik::Ledger()> ledger;
 };
 
 struct Verdict {
   bool met = false;
   std::string expected;  ///< in words
-  std::string got;       ///< when it is not met: what was there, and the nearest that did not fit
+  std::string got;       ///< if not met: what was there, and the closest that did not fit
 };
 
-Verdict judge(const Expectation& expectation, const Account& account);
+Verdict judge(const Expectation& expectation, const Evidence& evidence);
 
 }  // namespace morvik_device::scenario

@@ -223,13 +223,13 @@ void Player::eraseProcess() {
 // -------------------------------------------------------------------------------------------------------- expectations
 
 bool Player::judgeAll(const std::vector<Expectation>& expectations) {
-  const Account account{.history = history_,
-                        .events = [this] { return service_.events(); },
-                        .event_count = [this] { return service_.distinctEvents(); },
-                        .stored = [this](const std::string& property) { return stored(property); },
-                        .ledger = [this] { return ledger(); }};
+  const Evidence evidence{.history = history_,
+                          .events = [this] { return service_.events(); },
+                          .event_count = [this] { return service_.distinctEvents(); },
+                          .stored = [this](const std::string& property) { return stored(property); },
+                          .ledger = [this] { return ledger(); }};
   for (const Expectation& expectation : expectations) {
-    const Verdict verdict = judge(expectation, account);
+    const Verdict verdict = judge(expectation, evidence);
     timeline_.judged(nowMilliseconds(), expectation, verdict);
     if (!verdict.met) {
       timeline_.end(met_, true);

@@ -15,12 +15,12 @@ using morvik::testing::ServiceEndpoint;
 class Expectations : public ::testing::Test {
  protected:
   Verdict judged(const std::string& yaml) {
-    const Account account{.history = history,
-                          .events = [this] { return events; },
-                          .event_count = [this] { return events.size() + events_forgotten; },
-                          .stored = [this](const std::string&) { return stored; },
-                          .ledger = [this] { return ledger; }};
-    return judge(readExpectations(readYaml(yaml)).at(0), account);
+    const Evidence evidence{.history = history,
+                            .events = [this] { return events; },
+                            .event_count = [this] { return events.size() + events_forgotten; },
+                            .stored = [this](const std::string&) { return stored; },
+                            .ledger = [this] { return ledger; }};
+    return judge(readExpectations(readYaml(yaml)).at(0), evidence);
   }
   /// "met", or what was expected and what was there.
   std::string outcome(const std::string& yaml) {
