@@ -570,7 +570,7 @@ class Options(DeviceTest):
                (("--service", "ftp://a.example"), ("--service",), "--service: "),
                (("--service", "http://a.example"), ("--service",), "--service: "),
                (("--log-level", "7"), (), "--log-level: "),
-               (("--idfa", "me"), (), '--idfa: "me" is no UUID; write one like'),
+               (("--idfa", "me"), (), '--idfa: "me" is not a UUID; write one like'),
                (("--orientation", "5"), (), "--orientation: "),
                (("--search-ads", "some"), (), "--search-ads: the details are no JSON ("),
                (("--iad", "some"), (), '--iad: "some" is not understood; write none,'),
@@ -585,10 +585,13 @@ class Options(DeviceTest):
         self.assertIn("tracking-key", self.refusal(self.arguments("--keys", keys, without=("--keys",))))
 
     def test_help_tells_all(self):
-        status, output, errors = self.run_once(["--help"])
-        self.assertEqual((status, errors), (0, []))
-        for word in ("--store", "--service", "--endpoint", "--search-ads", "settle [SECONDS]"):
-            self.assertIn(word, "\n".join(output))
+        for arguments, words in ((["--help"], ("run", "simulate", "fleet", "inspect", "verbs", "completion")),
+                                 (["run", "--help"], ("--store", "--service", "--endpoint", "--search-ads")),
+                                 (["verbs"], ("settle [SECONDS]", "event GROUP NAME [PARAM]"))):
+            status, output, errors = self.run_once(arguments)
+            self.assertEqual((status, errors), (0, []))
+            for word in words:
+                self.assertIn(word, "\n".join(output))
 
     def conversion(self, *more, without=()):
         """The content of a new install's conversion; None if there is none."""
