@@ -13,6 +13,13 @@
 #include "apps/device/verbs.h"
 
 namespace morvik_device {
+
+// On a thread of the app's own: what is thrown on the main queue is caught there. Not local to this file: a trace names
+// only functions that the program exports.
+void crash(Phone&, const Arguments& arguments, const Reply&) {
+  std::thread([text = arguments.words[0]] { throw std::runtime_error(text); }).join();
+}
+
 namespace {
 
 namespace kit = morvik::kit;
@@ -163,11 +170,6 @@ void goOffline(Phone& phone, const Arguments&, const Reply& reply) {
 void goOnline(Phone& phone, const Arguments&, const Reply& reply) {
   phone.levers().setOffline(false);
   reply({});
-}
-
-// On a thread of the app's own: what is thrown on the main queue is caught there.
-void crash(Phone&, const Arguments& arguments, const Reply&) {
-  std::thread([text = arguments.words[0]] { throw std::runtime_error(text); }).join();
 }
 
 // The kit's own: no function of the program's is between its loop and the library. What perform() runs is the app's.
