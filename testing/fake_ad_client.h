@@ -1,4 +1,4 @@
-// An advertising client that offers and answers what the test says.
+// An advertising client with scripted operations and answers.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@
 
 namespace morvik::testing {
 
-/// One way to ask, with answers of these types. Of the main queue's thread, like the port.
+/// One operation, with answers of these types. Main queue only, like the port.
 template <class... Answer>
 class AdOperation {
  public:
@@ -21,10 +21,10 @@ class AdOperation {
 
   explicit AdOperation(kit::MainQueue& main_queue) : main_queue_(main_queue) {}
 
-  /// Whether the running system offers the operation; at first it does not.
+  /// Whether the system offers the operation; initially it does not.
   void setOffered(bool offered) { offered_ = offered; }
   bool isOffered() const { return offered_; }
-  /// From now on every call is answered like this, in a later turn. Offers the operation.
+  /// From now on every call gets this answer, in a later turn. Offers the operation.
   void answerEveryCall(Answer... answer) {
     offered_ = true;
     standing_answer_.emplace(std::move(answer)...);
@@ -34,7 +34,7 @@ class AdOperation {
     offered_ = true;
     standing_answer_.reset();
   }
-  /// Answers the call that waits longest, in a later turn; false when none waits.
+  /// Answers the call that has waited longest, in a later turn; false when none waits.
   bool answer(Answer... answer) {
     if (waiting_.empty())
       return false;
@@ -44,7 +44,7 @@ class AdOperation {
   }
   size_t waiting() const { return waiting_.size(); }
   size_t calls() const { return calls_; }
-  /// The process dies: calls that wait are never answered.
+  /// The process dies: waiting calls are never answered.
   void forgetWaiting() { waiting_.clear(); }
 
   /// The call itself.

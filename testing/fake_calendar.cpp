@@ -11,10 +11,10 @@ constexpr int64_t kMicrosecondsPerDay = int64_t{86'400} * 1'000'000;
 constexpr int kMarch = 3;
 constexpr int kOctober = 10;
 
-/// 01:00 UTC on the last Sunday of a month that has 31 days.
+/// 01:00 UTC on the last Sunday of a month with 31 days.
 kit::Date lastSundayAtOne(int64_t year, int month) {
   const kit::Date last_day = services::dateFromCivil({year, month, 31, 1, 0, 0}, 0).value_or(kit::Date{});
-  // 1970-01-01 was a Thursday; a date before it counts down.
+  // 1970-01-01 was a Thursday; earlier dates count down.
   const int64_t days = last_day.microseconds / kMicrosecondsPerDay - (last_day.microseconds < 0 ? 1 : 0);
   const int64_t after_sunday = ((days + 4) % 7 + 7) % 7;
   return {last_day.microseconds - after_sunday * kMicrosecondsPerDay};
@@ -41,7 +41,7 @@ kit::CalendarComponents SummerTimeCalendar::components(kit::Date date) const {
 }
 
 std::optional<kit::Date> SummerTimeCalendar::date(const kit::CalendarComponents& components) const {
-  // The summer reading comes first in time, so it is the first of a time that comes twice.
+  // The summer reading comes first, so it is the first of a time that occurs twice.
   for (const int offset : {kSummerOffsetSeconds, kWinterOffsetSeconds}) {
     const auto date = services::dateFromCivil(components, offset);
     if (!date || offsetAt(*date) == offset)

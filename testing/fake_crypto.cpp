@@ -7,7 +7,7 @@
 namespace morvik::testing {
 namespace {
 
-/// One step of a well-mixing generator: every state gives another number.
+/// One step of a well-mixing generator: each state gives a different number.
 uint64_t mixed(uint64_t& state) {
   state += 0x9E3779B97F4A7C15ULL;
   uint64_t z = state;
@@ -16,7 +16,7 @@ uint64_t mixed(uint64_t& state) {
   return z ^ (z >> 31);
 }
 
-/// A checksum of several texts that tells "ab","c" from "a","bc".
+/// A checksum of several texts that distinguishes "ab","c" from "a","bc".
 class Checksum {
  public:
   explicit Checksum(uint64_t start) : state_(start) {}
@@ -48,7 +48,7 @@ std::string tagOf(std::string_view key_text, std::string_view nonce, std::string
   return tag;
 }
 
-/// Applied twice it gives the text back.
+/// Applying it twice restores the text.
 std::string scrambled(std::string_view key_text, std::string_view nonce, std::string_view text) {
   uint64_t state = Checksum(3).add(key_text).add(nonce).value();
   std::string out(text);
@@ -88,8 +88,8 @@ std::optional<kit::Error> FakeCipher::decrypt(std::string_view key_text, std::st
   return std::nullopt;
 }
 
-// A mark, then tokens, then a checksum of the plain text (8 bytes). A token is either a count of literal bytes (1 to
-// 127) and these bytes, or 128 plus a length (4 to 131 bytes, less 4), and a distance back in two bytes.
+// The format: a mark, then tokens, then a checksum of the plain text (8 bytes). A token is either a count of literal
+// bytes (1 to 127) and these bytes, or 128 plus a length (4 to 131 bytes, minus 4) and a distance back in two bytes.
 
 namespace {
 
@@ -126,7 +126,7 @@ unsigned byteAt(std::string_view text, size_t at) {
   return static_cast<unsigned char>(text[at]);
 }
 
-/// Appends what the tokens say; false when they are damaged or say more than `max_bytes`.
+/// Appends what the tokens decode to; false if they are damaged or decode to more than `max_bytes`.
 bool appendInflated(std::string_view tokens, size_t max_bytes, std::string& plain) {
   size_t at = 0;
   while (at < tokens.size()) {

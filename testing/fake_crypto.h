@@ -1,5 +1,5 @@
-// Cipher, compressor and random numbers for tests. Reversible and deterministic, and NOT cryptography: whoever reads
-// what these seal needs no key, only patience.
+// Cipher, compressor and random numbers for tests. Reversible and deterministic, and NOT cryptography: anyone can read
+// what they seal, without a key.
 #pragma once
 
 #include <atomic>
@@ -15,7 +15,7 @@
 
 namespace morvik::testing {
 
-/// Refuses, as a real one does, a wrong key, nonce or header and any changed bit (by a plain checksum of all of them).
+/// Like a real one, rejects a wrong key, nonce or header and any changed bit (by a plain checksum over all of them).
 /// Any thread; nothing blocks.
 class FakeCipher : public kit::Cipher {
  public:
@@ -24,15 +24,15 @@ class FakeCipher : public kit::Cipher {
   std::optional<kit::Error> decrypt(std::string_view key_text, std::string_view nonce, std::string_view header,
                                     std::string_view sealed, std::string& out) const override;
 
-  /// What encrypt() answers from now on; none: it encrypts. Not while another thread does.
+  /// The error that encrypt() returns from now on; nullopt: it encrypts. Not while another thread encrypts.
   void refuseToEncrypt(std::optional<std::string> error) { refusal_ = std::move(error); }
 
  private:
   std::optional<std::string> refusal_;
 };
 
-/// Makes repetitive text (JSON, say) shorter and everything else a little longer; refuses damaged and trailing bytes.
-/// Any thread; nothing blocks.
+/// Shortens repetitive text (JSON, for example) and lengthens everything else a little; rejects damaged and trailing
+/// bytes. Any thread; nothing blocks.
 class FakeCompressor : public kit::Compressor {
  public:
   std::optional<kit::Error> deflate(std::string_view plain, std::string& out) const override;

@@ -1,4 +1,4 @@
-// A device that is what the test says.
+// A device whose facts a test sets.
 #pragma once
 
 #include <algorithm>
@@ -12,12 +12,12 @@
 
 namespace morvik::testing {
 
-/// What the test may change, also in the middle of a life.
+/// What the test may change, also while a process runs.
 struct DeviceFacts {
   std::string system_version = "15.0";
   std::optional<bool> is_multitasking_supported = true;
   int status_bar_orientation = kit::kOrientationPortrait;
-  /// The URLs that something on the device opens.
+  /// The URLs that some app on the device opens.
   std::vector<std::string> openable_urls;
 };
 

@@ -19,7 +19,7 @@ std::unique_ptr<kit::MorvkSDKConfig> freshConfig(const kit::MorvkSDKConfig& conf
 }
 
 RecordingDelegate::RecordingDelegate() {
-  // The slots own what they write to: they may be called as long as somebody holds the delegate.
+  // The slots own what they write to: they may be called for as long as somebody holds the delegate.
   of_facade->didReceiveDeeplink = [calls = calls_](const std::string& deeplink) {
     calls->add("didReceiveDeeplink: " + deeplink);
   };

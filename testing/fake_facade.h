@@ -1,4 +1,5 @@
-// The kit's siblings that hold something for the app: facade, configuration, version; and an app that listens.
+// The kit's sibling components that hold something for the app (facade, configuration, version), and an app that
+// listens.
 #pragma once
 
 #include <memory>
@@ -14,7 +15,7 @@
 
 namespace morvik::testing {
 
-/// Holds the app's delegate, weakly. Any thread; nothing blocks.
+/// Holds the app's delegate weakly. Any thread; nothing blocks.
 class FakeFacade : public kit::Facade {
  public:
   void setDelegate(std::weak_ptr<const kit::FacadeDelegate> delegate) {
@@ -31,7 +32,7 @@ class FakeFacade : public kit::Facade {
   std::weak_ptr<const kit::FacadeDelegate> delegate_;
 };
 
-/// An app that implements every slot of both delegates and notes the calls. A test that wants a slot empty makes it so.
+/// An app that implements every slot of both delegates and records the calls. A test may empty slots.
 class RecordingDelegate {
  public:
   RecordingDelegate();
@@ -49,8 +50,8 @@ class RecordingDelegate {
   std::shared_ptr<Recording<std::string>> calls_ = std::make_shared<Recording<std::string>>();
 };
 
-/// Every configuration object of one app: the key belongs to the test and may change between two questions. Any thread;
-/// nothing blocks.
+/// The configuration objects of one app. The test owns the key and may change it between two reads. Any thread; nothing
+/// blocks.
 class FakeConfig : public kit::MorvkSDKConfig {
  public:
   explicit FakeConfig(std::string tracking_key) : tracking_key_(std::move(tracking_key)) {}
@@ -68,7 +69,7 @@ class FakeConfig : public kit::MorvkSDKConfig {
   std::string tracking_key_;
 };
 
-/// A fresh object that answers as `config` does, which must outlive it.
+/// A new object with the answers of `config`, which must outlive it.
 std::unique_ptr<kit::MorvkSDKConfig> freshConfig(const kit::MorvkSDKConfig& config);
 
 class FakeUpdateLog : public kit::MorvikCoreUpdateLog {

@@ -5,7 +5,7 @@
 namespace morvik::testing {
 namespace {
 
-/// FNV-1a. The length comes first, so that "ab","c" is told from "a","bc".
+/// FNV-1a. The length comes first, which distinguishes "ab","c" from "a","bc".
 uint64_t mixed(uint64_t hash, std::string_view text) {
   constexpr uint64_t kPrime = 0x100000001B3ULL;
   hash = (hash ^ text.size()) * kPrime;

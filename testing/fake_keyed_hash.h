@@ -1,4 +1,4 @@
-// A keyed hash for tests. It depends on key and message alone, and is NOT cryptography.
+// A keyed hash for tests. It depends only on key and message, and is NOT cryptography.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace morvik::testing {
 
-/// Looks like a real one: 64 lower-case hexadecimal digits. Any thread; nothing blocks.
+/// Formatted like a real one: 64 lower-case hexadecimal digits. Any thread; nothing blocks.
 class FakeKeyedHash : public kit::KeyedHash {
  public:
   std::string hmacSha256Hex(std::string_view key, std::string_view message) const override;

@@ -1,4 +1,4 @@
-// Optional modules for tests: any number of names, each answering everything, and noting every call.
+// Optional modules for tests, under any names. Each answers every operation and records every call.
 #pragma once
 
 #include <map>
@@ -13,12 +13,12 @@
 
 namespace morvik::testing {
 
-/// Modules are registered before they are looked for. Looking is safe from any thread; nothing blocks.
+/// Register modules before they are looked up. Lookups are safe from any thread; nothing blocks.
 class FakeModules : public kit::ModuleRegistry {
  public:
-  /// A module that answers every operation, in place of an earlier one of that name. The test may empty slots of it.
+  /// Adds a module that answers every operation; replaces an earlier one of that name. The test may empty slots of it.
   kit::Module& add(const std::string& class_name, std::optional<std::string> version = "1.0.0");
-  /// The singleton of a module that was added; the test may empty slots of it.
+  /// The singleton of an added module; the test may empty slots of it.
   kit::ModuleObject& sharedOf(const std::string& class_name);
   void remove(const std::string& class_name) { modules_.erase(class_name); }
 
@@ -34,7 +34,7 @@ class FakeModules : public kit::ModuleRegistry {
     std::shared_ptr<kit::ModuleObject> shared;
   };
   std::map<std::string, std::unique_ptr<Entry>, std::less<>> modules_;
-  // The slots own what they write to: they may be called as long as somebody holds a delegate.
+  // The slots own what they write to: they may be called for as long as somebody holds a delegate.
   std::shared_ptr<Recording<std::string>> calls_ = std::make_shared<Recording<std::string>>();
 };
 

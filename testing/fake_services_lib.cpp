@@ -8,7 +8,7 @@
 namespace morvik::testing {
 namespace {
 
-/// The names in the order in which they go out.
+/// The names in the order in which they are sent.
 constexpr const char* kCommonParameterNames[] = {
     "appkey",  "sdk_version", "os_type",          "os_version",       "device_model", "language",
     "country", "timezone",    "app_version_name", "app_version_code", "package_name", "idfa",

@@ -1,4 +1,4 @@
-// The kit's services object for tests: real envelope, real records, and it remembers what it was told.
+// The kit's services object for tests: real envelope, real records, and it remembers what the core told it.
 #pragma once
 
 #include <atomic>
@@ -21,19 +21,19 @@ namespace morvik::testing {
 struct FakeServicesLibOptions {
   std::string app_key = "test-app";
   std::string hash_key = "test-hash";
-  /// Event ids are "event-1", "event-2", …, from this number on; a second process goes on counting.
+  /// Event ids are "event-1", "event-2", …, starting with this number; a second process continues the count.
   uint64_t first_event_number = 1;
   std::optional<std::string> advertising_identifier = "00000000-0000-4000-8000-0000000000AD";
 };
 
-/// An exchange of which the request operation told.
+/// An exchange that the request operation reported.
 struct EndedExchange {
   std::string url;
   kit::ExchangeResult result;
 };
 
-/// One process's services object: its forget-me mirrors are loaded from the store when it is made, its clock offset
-/// starts at 0. Any thread; nothing blocks. Everything handed in must outlive it.
+/// The services object of one process: it loads its forget-me mirrors from the store when constructed; its clock offset
+/// starts at 0. Any thread; nothing blocks. All arguments must outlive it.
 class FakeServicesLib : public kit::MorvikCoreServicesLib {
  public:
   FakeServicesLib(services::MorvikGVUserDefaults store, services::SealingTools sealing,
@@ -49,11 +49,11 @@ class FakeServicesLib : public kit::MorvikCoreServicesLib {
   void setIntervalSinceServerDate(double interval_seconds) override;
   /// "session" for 0, "group 1", "group 2", … for others.
   std::string activityGroupName(int group) const override;
-  /// Keeps the record as it comes, with the next event id, and flushes. Refuses nothing, so that a test can store any
+  /// Stores the record unchanged, with the next event id, and flushes. Refuses nothing, so that a test can store any
   /// record.
   void addActivityGroupName(const kit::Value& group_name, const kit::Value& activity_name, const kit::Value& param,
                             kit::Date created_at) override;
-  /// All common parameters, each with a text that names it where the test did not set another.
+  /// All common parameters; those that the test did not set have a text that names them.
   kit::MutableDictionary makeCommonParameter(const std::string& sdk_version) override;
   kit::Value makeJsonParameter(const kit::Value& payload, const std::string& encryption_key) override;
   void setConversionResult(bool result) override;
@@ -75,21 +75,21 @@ class FakeServicesLib : public kit::MorvikCoreServicesLib {
   void setGetScheduleDelegate(std::weak_ptr<const kit::GetScheduleDelegate> delegate) override;
   void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) override;
 
-  // What the test says.
+  // Set by the test.
   void setIsSendingOff(bool is_off) { is_sending_off_ = is_off; }
   void setAppleAdvertisingIdentifier(std::optional<std::string> identifier);
   void setSaveFendoUserInfoDelegate(std::weak_ptr<const kit::SaveFendoUserInfoDelegate> delegate);
-  /// Sets a common parameter to another value; an absent one leaves it out.
+  /// Sets the value of a common parameter; an absent value leaves it out.
   void setCommonParameter(const kit::Value& name, const kit::Value& value);
 
-  // What the core said.
+  // Set by the core.
   bool isGDPRForgetMeServerSynced() const;
   std::optional<bool> conversionResult() const;
   std::optional<int64_t> conversionResultCode() const;
   std::vector<EndedExchange> endedExchanges() const { return ended_exchanges_.all(); }
-  /// Envelopes that could not be made, as the errors that say why.
+  /// The errors of envelopes that could not be made.
   std::vector<std::string> envelopeErrors() const { return envelope_errors_.all(); }
-  /// Calls that change or send something, in order: the operation's name, and what tells one call from another
+  /// Calls that change or send something, in order: the operation's name, and what distinguishes the call
   /// ("addActivityGroupName session start").
   std::vector<std::string> calls() const { return calls_.all(); }
   /// The number of the next event id.
@@ -105,7 +105,7 @@ class FakeServicesLib : public kit::MorvikCoreServicesLib {
   services::ConversionCache conversions_;
   std::atomic<bool> is_sending_off_{false};
 
-  mutable std::mutex mutex_;  // guards what follows
+  mutable std::mutex mutex_;  // guards the members below
   bool is_gdpr_forget_me_;
   bool is_gdpr_forget_me_server_synced_;
   double interval_since_server_date_ = 0;

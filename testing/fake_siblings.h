@@ -1,4 +1,4 @@
-// Small siblings and ports of the kit for tests: identifier, bundle, threads, shelf.
+// Small sibling components and ports for tests: identifier, bundle, threads, shelf.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@ namespace morvik::testing {
 /// Any thread; nothing blocks.
 class FakePuid : public kit::MorvikADGetPUID {
  public:
-  /// At first: "hashed-puid".
+  /// Initially "hashed-puid".
   void setHashedPUID(std::optional<std::string> puid) {
     const std::lock_guard lock(mutex_);
     puid_ = std::move(puid);
@@ -37,7 +37,7 @@ class FakePuid : public kit::MorvikADGetPUID {
 /// An information dictionary. Any thread; nothing blocks.
 class FakeBundle : public kit::Bundle {
  public:
-  /// At first: version "4.5.6", build "789", identifier "com.example.test". Without a text the key goes.
+  /// Initially version "4.5.6", build "789", identifier "com.example.test". Without a text the key is removed.
   void set(const std::string& key, std::optional<std::string> text);
   std::optional<std::string> objectForInfoDictionaryKey(std::string_view key) const override;
 
@@ -51,7 +51,7 @@ class FakeBundle : public kit::Bundle {
 /// Any thread; nothing blocks.
 class FakeThreads : public kit::Threads {
  public:
-  /// At first: "<Thread: 0x600000264c00>{number = 1, name = main}".
+  /// Initially "<Thread: 0x600000264c00>{number = 1, name = main}".
   void setDescription(std::string description) {
     const std::lock_guard lock(mutex_);
     description_ = std::move(description);
@@ -66,14 +66,14 @@ class FakeThreads : public kit::Threads {
   std::string description_ = "<Thread: 0x600000264c00>{number = 1, name = main}";
 };
 
-/// A shelf in memory, which outlives the processes of a test. Any thread; nothing blocks.
+/// A shelf in memory that outlives a test's processes. Any thread; nothing blocks.
 class MemoryShelf : public kit::ReportShelf {
  public:
   std::optional<kit::Error> append(const kit::Value& report) override;
   kit::Array reports() override;
   void clear() override;
 
-  /// There is no room: append() answers this error; nothing: there is again.
+  /// Simulates a full disk: append() returns this error; nullopt: there is room again.
   void refuse(std::optional<std::string> error);
 
  private:

@@ -1,4 +1,4 @@
-// The kit's utility class for tests: the real converters and formats, and a device that is what the test says.
+// The kit's utility class for tests: the real converters and formats, and a device whose facts a test sets.
 #pragma once
 
 #include <cstdint>
@@ -14,33 +14,33 @@ namespace morvik::testing {
 /// Any thread; nothing blocks.
 class FakeUtil : public kit::MorvikADUtil {
  public:
-  /// At first: "00000000-0000-4000-8000-0000000000AD".
+  /// Initially "00000000-0000-4000-8000-0000000000AD".
   void setIDFA(std::optional<std::string> idfa) {
     const std::lock_guard lock(mutex_);
     idfa_ = std::move(idfa);
   }
 
-  /// At first: "wifi".
+  /// Initially "wifi".
   void setNetworkStatus(std::string status) {
     const std::lock_guard lock(mutex_);
     network_status_ = std::move(status);
   }
-  /// At first: "test-model".
+  /// Initially "test-model".
   void setPlatformString(std::optional<std::string> platform) {
     const std::lock_guard lock(mutex_);
     platform_ = std::move(platform);
   }
-  /// At first: 123456789.
+  /// Initially 123456789.
   void setFreeDiskSpace(kit::Value bytes) {
     const std::lock_guard lock(mutex_);
     free_disk_bytes_ = std::move(bytes);
   }
-  /// At first: 831,898 KiB, "812.4 MB".
+  /// Initially 831,898 KiB, "812.4 MB".
   void setFreeRam(uint32_t kibibytes) {
     const std::lock_guard lock(mutex_);
     free_ram_kibibytes_ = kibibytes;
   }
-  /// Whether getUTCFormateDateISO answers anything. At first it does.
+  /// Whether getUTCFormateDateISO returns anything. Initially it does.
   void setKnowsISODates(bool knows) {
     const std::lock_guard lock(mutex_);
     knows_iso_dates_ = knows;

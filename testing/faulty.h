@@ -1,5 +1,5 @@
-// Ports that fail when told to. Faulty<Port> passes every call on to a real (or faked) port, unless a fault was planned
-// for it: then it throws instead, and the port behind it is not reached.
+// Ports that fail when told to. Faulty<Port> forwards every call to a real (or fake) port, unless a fault was planned
+// for it: then it throws instead, and the port behind it is not called.
 #pragma once
 
 #include <cstddef>
@@ -39,7 +39,7 @@
 
 namespace morvik::testing {
 
-/// What is thrown.
+/// What to throw.
 class Fault {
  public:
   /// The platform exception.
@@ -67,28 +67,28 @@ class Faults {
  public:
   Faults(std::string port, std::initializer_list<const char*> operations);
 
-  /// The names of the operations that can fail: all that the port has.
+  /// The names of the operations that can fail: all of the port's.
   const std::vector<std::string>& operations() const { return operations_; }
-  /// Throws at the `nth` call of that operation from now on (1 is the next), once. std::invalid_argument for a name
+  /// Throws once, at the `nth` call of that operation from now on (1 is the next). std::invalid_argument for a name
   /// that is not among operations(), and for 0.
   void throwAt(std::string_view operation, size_t nth, Fault fault);
   /// Throws at every call of that operation from now on.
   void throwAlways(std::string_view operation, Fault fault);
   /// Throws at every call of every operation from now on.
   void throwAlwaysEverywhere(const Fault& fault);
-  /// Takes back all that is planned.
+  /// Cancels all planned faults.
   void clear();
 
-  /// Calls of the operation so far, failed ones too.
+  /// Calls of the operation so far, including failed ones.
   size_t calls(std::string_view operation) const;
-  /// Exactly what is planned and was not thrown yet (a fault at every call stays), in the order of operations():
+  /// Every planned fault that was not thrown yet (a fault at every call stays), in the order of operations():
   /// "KeyValueStore.set, call 3: int 7", "Clock.now, every call: std::string no time".
   std::vector<std::string> planned() const;
-  /// Exactly what was thrown, in order (the latest kMaxRecordedEntries): "KeyValueStore.set, call 3: int 7". Calls are
+  /// Every thrown fault, in order (the latest kMaxRecordedEntries): "KeyValueStore.set, call 3: int 7". Calls are
   /// counted from the first.
   std::vector<std::string> thrown() const { return thrown_.all(); }
 
-  /// Called by the wrapper first thing in each operation.
+  /// The wrapper calls this first in each operation.
   void pass(std::string_view operation);
 
  private:
@@ -103,12 +103,12 @@ class Faults {
 
   const std::string port_;
   std::vector<std::string> operations_;
-  mutable std::mutex mutex_;  // guards what follows
+  mutable std::mutex mutex_;  // guards the members below
   std::map<std::string, Operation, std::less<>> planned_;
   Recording<std::string> thrown_;
 };
 
-/// The wrapper of a port. Threads, blocking and ownership are the port's; the port must outlive it.
+/// Wraps a port, which must outlive it. Threads, blocking and ownership are the port's.
 template <class Port>
 class Faulty;
 

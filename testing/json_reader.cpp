@@ -40,7 +40,7 @@ bool isDigit(char character) {
   return character >= '0' && character <= '9';
 }
 
-/// Of a number that a double cannot hold: whether it is too small (and not too large).
+/// For a number out of a double's range: whether it is too small (and not too large).
 bool isTiny(std::string_view number) {
   const size_t exponent_at = std::min(number.find_first_of("eE"), number.size());
   const std::string_view mantissa = number.substr(number.front() == '-' ? 1 : 0, exponent_at);
@@ -58,7 +58,7 @@ bool isTiny(std::string_view number) {
   return place + std::clamp(exponent, -limit, limit) < 0;
 }
 
-/// Entries of an object as they come: the last value of a repeated key counts, at the place of the first.
+/// Entries of an object in order: the last value of a repeated key counts, at the position of the first.
 class ObjectBuilder {
  public:
   void set(const std::string& key, kit::Value value) {

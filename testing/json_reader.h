@@ -1,4 +1,4 @@
-// JSON for tests: a small strict reader, and a codec made of it and the kit's own writer, so that a test needs no
+// JSON for tests: a small strict reader, and a codec that uses it and the kit's own writer, so that a test needs no
 // library.
 #pragma once
 
@@ -12,10 +12,10 @@
 
 namespace morvik::testing {
 
-/// Reads one document, by the rules of kit::JsonCodec::read. Errors say what is wrong and at which byte.
+/// Reads one document, by the rules of kit::JsonCodec::read. Errors name the problem and its byte offset.
 std::variant<kit::Value, kit::Error> readJson(std::string_view text);
 
-/// The value of a document that the test itself wrote; std::invalid_argument, with the reader's message, for a bad one.
+/// The value of a document that the test wrote itself; std::invalid_argument, with the reader's message, if it is bad.
 kit::Value json(std::string_view text);
 
 /// Any thread; nothing blocks.
@@ -25,7 +25,7 @@ class PlainJsonCodec : public kit::JsonCodec {
   std::variant<std::string, kit::Error> write(const kit::Value& value) const override;
   std::variant<std::string, kit::Error> writePretty(const kit::Value& value) const override;
 
-  /// What every writing answers from now on; nothing: the text, as at first. Not while another thread writes.
+  /// The error of every write from now on; nullopt: writes succeed, as initially. Not while another thread writes.
   void refuseToWrite(std::optional<std::string> error) { refusal_ = std::move(error); }
 
  private:

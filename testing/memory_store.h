@@ -1,4 +1,4 @@
-// A key-value store in memory that forgets what a real one would lose.
+// A key-value store in memory that loses what a real one would lose.
 #pragma once
 
 #include <cstddef>
@@ -15,8 +15,8 @@
 
 namespace morvik::testing {
 
-/// Readers see every write at once. A write is kept for the next process from the moment that synchronize() or the end
-/// of a turn commits it; kill() loses the rest. Safe per call from any thread; nothing blocks.
+/// Readers see every write at once. A write survives the process once synchronize() or the end of a turn commits it;
+/// kill() loses the rest. Single calls are safe from any thread; nothing blocks.
 class MemoryStore : public kit::KeyValueStore {
  public:
   using Contents = std::map<std::string, kit::Value, std::less<>>;
@@ -29,7 +29,7 @@ class MemoryStore : public kit::KeyValueStore {
   };
 
   MemoryStore() = default;
-  /// A store of a second process: it finds what an earlier one had committed.
+  /// The store of a later process: it starts with what an earlier one committed.
   explicit MemoryStore(Contents committed) : current_(committed), committed_(std::move(committed)) {}
 
   kit::Value get(std::string_view key) const override;
@@ -40,17 +40,18 @@ class MemoryStore : public kit::KeyValueStore {
   std::optional<kit::Value> tryGet(std::string_view key) const override;
   bool trySetAndSynchronize(std::string_view key, kit::Value value) override;
 
-  /// The store is in use, by a thread that is not to be seen: what may not wait gets nothing, until this is taken back.
+  /// Another thread, which the test does not see, uses the store: calls that must not wait get nothing until this is
+  /// reset.
   void setInUse(bool in_use);
-  /// The disk is full, say: synchronize() answers false, and what is written is kept for this process alone.
+  /// Simulates a full disk, for example: synchronize() returns false, and writes last for this process only.
   void setKeepsNothing(bool keeps_nothing);
 
-  /// The end of a turn: everything written so far is kept. Noted in the journal only if something was waiting.
+  /// The end of a turn: commits all writes so far. Recorded in the journal only if there were any.
   void commitTurn();
-  /// The process dies: what was not committed is lost, and readers see what was. The journal stays.
+  /// The process dies: uncommitted writes are lost, and readers see the committed state. The journal stays.
   void kill();
 
-  /// What a process that dies now leaves behind.
+  /// What a process that dies now would leave behind.
   Contents committed() const;
   /// What readers see.
   Contents contents() const;
@@ -62,7 +63,7 @@ class MemoryStore : public kit::KeyValueStore {
   /// Every write and commit in order (the latest kMaxRecordedEntries).
   std::vector<JournalEntry> journal() const { return journal_.all(); }
   void clearJournal() { journal_.clear(); }
-  /// The journal in short, for comparing orders: a key for each write, "synchronize", "end of turn".
+  /// The journal in short form, for comparing orders: a key for each write, "synchronize", "end of turn".
   std::vector<std::string> journalTexts() const;
 
  private:

@@ -1,4 +1,4 @@
-// A kit with parts of one's own in it.
+// The kit's ports with some of them replaced.
 #pragma once
 
 #include <optional>
@@ -7,7 +7,7 @@
 
 namespace morvik::testing {
 
-/// Parts to put in place of a kit's; null: the kit's own stays. They outlive the kit.
+/// Parts that replace those of `ports`; null keeps the original. They outlive the ports.
 struct OwnParts {
   kit::BackgroundTasks* background_tasks = nullptr;
   kit::KeyValueStore* key_value_store = nullptr;
@@ -17,7 +17,7 @@ struct OwnParts {
   std::optional<kit::BatchLimit> batch_limit;
 };
 
-/// A copy of `kit` with these parts. A kit holds references, which cannot be changed once it is made.
+/// A copy of `ports` with these parts. kit::Ports holds references, which cannot be changed after construction.
 kit::Ports portsWith(const kit::Ports& ports, const OwnParts& own);
 
 }  // namespace morvik::testing

@@ -1,4 +1,4 @@
-// A bounded list of what happened, for fakes that remember.
+// A bounded list of what happened, for fakes that record calls.
 #pragma once
 
 #include <cstddef>
@@ -9,11 +9,11 @@
 
 namespace morvik::testing {
 
-/// What a fake remembers at most. A life of many days must not fill the memory: beyond this the oldest entries go, and
-/// forgotten() says how many.
+/// Limit for what a fake records. A run of many days must not fill the memory: past this the oldest entries are
+/// dropped, and forgotten() counts them.
 inline constexpr size_t kMaxRecordedEntries = 100'000;
 
-/// Safe per call from any thread; nothing blocks. Entries are handed out as copies.
+/// Single calls are safe from any thread; nothing blocks. Entries are returned as copies.
 template <class Entry>
 class Recording {
  public:
@@ -27,12 +27,12 @@ class Recording {
       ++forgotten_;
     }
   }
-  /// Everything remembered, oldest first.
+  /// All recorded entries, oldest first.
   std::vector<Entry> all() const {
     const std::lock_guard lock(mutex_);
     return {entries_.begin(), entries_.end()};
   }
-  /// The remembered entries for which `wanted(entry)` is true, oldest first. `wanted` must not call back.
+  /// The recorded entries for which `wanted(entry)` is true, oldest first. `wanted` must not call back.
   template <class Wanted>
   std::vector<Entry> matching(Wanted wanted) const {
     const std::lock_guard lock(mutex_);
@@ -43,17 +43,17 @@ class Recording {
     }
     return found;
   }
-  /// How many are remembered.
+  /// Number of recorded entries.
   size_t size() const {
     const std::lock_guard lock(mutex_);
     return entries_.size();
   }
-  /// How many went because there were too many.
+  /// Number of entries dropped past the limit.
   size_t forgotten() const {
     const std::lock_guard lock(mutex_);
     return forgotten_;
   }
-  /// Forgets everything, the count of the forgotten ones too.
+  /// Clears everything, including the count of dropped entries.
   void clear() {
     const std::lock_guard lock(mutex_);
     entries_.clear();

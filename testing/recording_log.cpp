@@ -5,7 +5,7 @@
 namespace morvik::testing {
 namespace {
 
-/// The text up to `end`, which is taken off the front together with it; nothing when `end` does not come.
+/// The text before `end`, both removed from the front of `rest`; nothing if `end` does not occur.
 std::optional<std::string_view> takeUpTo(std::string_view& rest, std::string_view end) {
   const size_t at = rest.find(end);
   if (at == std::string_view::npos)
@@ -23,7 +23,7 @@ std::optional<int> asLineNumber(std::string_view digits) {
   return number;
 }
 
-/// An operation's name holds blanks between its brackets and none after them.
+/// An operation's name has spaces between its brackets and none after them.
 std::optional<std::string_view> takeOperation(std::string_view& rest) {
   if (!rest.starts_with("-[") && !rest.starts_with("+["))
     return takeUpTo(rest, " ");

@@ -12,7 +12,7 @@
 
 namespace morvik::testing {
 
-/// The five fields that stand before a message: "LEVEL COMPONENT:FILE:LINE:OPERATION MESSAGE".
+/// The five fields before a message: "LEVEL COMPONENT:FILE:LINE:OPERATION MESSAGE".
 struct LogPrefix {
   std::string level;      ///< "ERROR"
   std::string component;  ///< "Kesmo"
@@ -23,14 +23,14 @@ struct LogPrefix {
 
 struct LogLine {
   std::string text;                 ///< the whole line, without its line feed
-  std::optional<LogPrefix> prefix;  ///< nothing for a line that was written past the logger
+  std::optional<LogPrefix> prefix;  ///< nothing for a line that bypassed the logger
   std::string message;              ///< the text without the prefix
 };
 
-/// Takes a line apart. A line without the whole prefix is a message of its own.
+/// Splits a line into its parts. A line without the whole prefix is all message.
 LogLine splitLogLine(std::string_view text);
 
-/// Keeps the latest kMaxRecordedEntries lines. Safe per call from any thread; nothing blocks.
+/// Keeps the latest kMaxRecordedEntries lines. Single calls are safe from any thread; nothing blocks.
 class RecordingLog : public kit::LogSink {
  public:
   void line(std::string_view text) override { lines_.add(splitLogLine(text)); }
@@ -44,13 +44,13 @@ class RecordingLog : public kit::LogSink {
   std::vector<std::string> messages() const;
   /// The messages logged by that operation ("-[MorvikCoreLib tracking:]"), in order.
   std::vector<std::string> messagesOf(std::string_view operation) const;
-  /// The first line with exactly this message; nothing when there is none.
+  /// The first line with exactly this message; nothing if there is none.
   std::optional<LogLine> find(std::string_view message) const;
-  /// Whether a line has exactly this message.
+  /// Whether any line has exactly this message.
   bool has(std::string_view message) const { return find(message).has_value(); }
   /// How many lines have exactly this message.
   size_t count(std::string_view message) const;
-  /// How many lines have this text somewhere in them.
+  /// How many lines contain this text.
   size_t countContaining(std::string_view part) const;
   void clear() { lines_.clear(); }
 

@@ -11,7 +11,7 @@
 namespace morvik::testing {
 namespace {
 
-/// "https://host:port" of a URL: what connections are counted by.
+/// "https://host:port" of a URL, by which connections are counted.
 std::string hostOf(const std::string& url) {
   const size_t scheme = url.find("://");
   const size_t start = scheme == std::string::npos ? 0 : scheme + 3;
@@ -138,7 +138,7 @@ void ScriptedTransport::beginWaiting(const std::string& host) {
     begin(exchange);
 }
 
-/// The first that may leave; null when there is none.
+/// The first that may leave; null if there is none.
 std::shared_ptr<ScriptedTransport::Exchange> ScriptedTransport::takeFirst(Host& host) const {
   if (host.busy >= kMaxConnectionsPerHost || host.waiting.empty())
     return nullptr;

@@ -1,4 +1,4 @@
-// A network whose answers are written down beforehand.
+// A network with scripted answers.
 #pragma once
 
 #include <cstddef>
@@ -21,25 +21,25 @@
 
 namespace morvik::testing {
 
-/// Requests at one host at the same time; the rest wait in order.
+/// Limit for simultaneous requests to one host; the rest wait in order.
 inline constexpr size_t kMaxConnectionsPerHost = 6;
-/// The time-out of a request that sets none.
+/// The timeout of a request that sets none.
 inline constexpr double kDefaultTimeoutSeconds = 60.0;
-/// The largest body of an answer when the request names no bound.
+/// The limit for an answer's body when the request sets none.
 inline constexpr size_t kDefaultMaxAnswerBytes = size_t{4} * 1024 * 1024;
 
-/// One answer of the server, or of a network that has none to give.
+/// One answer of the server, or a failure of the network.
 class Answer {
  public:
-  /// Status 200 with this JSON. std::invalid_argument when it has no JSON form.
+  /// Status 200 with this JSON. std::invalid_argument if the value has no JSON form.
   static Answer json(const kit::Value& value) { return json(200, value); }
   static Answer json(int status, const kit::Value& value);
   static Answer body(int status, std::string body);
-  /// No answer, but this error.
+  /// No answer, only this error.
   static Answer error(std::string message);
-  /// Nothing ever comes: the request runs into its time-out.
+  /// No answer ever comes: the request times out.
   static Answer silence();
-  /// The same answer, so many seconds (of virtual time) later.
+  /// The same answer, this many seconds (of virtual time) later.
   Answer after(double seconds) const;
 
  private:
@@ -58,27 +58,27 @@ struct SentRequest {
   double monotonic_seconds = 0;  ///< when it left
 };
 
-/// Requests leave after the commit of the turn in which they were started; handlers run on the main queue, each in a
-/// turn of its own. start() may be called from any thread, everything else from the test's.
+/// Requests leave after the commit of the turn in which they were started; each handler runs in its own turn of the
+/// main queue. start() may be called from any thread, everything else from the test's thread only.
 class ScriptedTransport : public kit::Transport {
  public:
   using Reply = std::function<Answer(const kit::Request&)>;
 
-  /// The answers to requests whose URL holds a certain text. They are given in order, each once; after the last one,
+  /// The answers to requests whose URL contains a certain text. They are used in order, each once; after the last one,
   /// the standing answer, if there is one.
   class Script {
    public:
-    /// Adds an answer to be given once.
+    /// Adds an answer to be used once.
     Script& then(Answer answer);
-    /// Adds an answer to be given `count` times.
+    /// Adds an answer to be used `count` times.
     Script& times(size_t count, const Answer& answer);
-    /// The standing answer, given when the others are used up.
+    /// The standing answer, used when the others are used up.
     Script& always(Answer answer);
-    /// The same, made for each request: a small server.
+    /// Like always(), but made for each request: a small server.
     Script& alwaysBy(Reply reply);
-    /// Takes back every answer that was not given yet.
+    /// Removes every answer that was not used yet.
     Script& clear();
-    /// Answers that were added and not given yet; the standing one does not count.
+    /// Number of unused answers, without the standing one.
     size_t waiting() const { return answers_.size(); }
 
    private:
@@ -93,14 +93,14 @@ class ScriptedTransport : public kit::Transport {
 
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override;
 
-  /// The script for URLs that hold `url_part` ("v1/tracking"). Scripts are asked in the order in which they were made;
-  /// the first that has an answer gives it. Valid as long as the transport.
+  /// The script for URLs that contain `url_part` ("v1/tracking"). Scripts are asked in the order in which they were
+  /// made; the first that has an answer gives it. Valid as long as the transport.
   Script& on(std::string_view url_part);
-  /// For requests that no script answers. At first: an error that names the URL.
+  /// For requests that no script answers. Initially an error that names the URL.
   void setDefaultAnswer(const Answer& answer) {
     default_ = [answer](const kit::Request&) { return answer; };
   }
-  /// The same, made for each request: a small server that scripts stand in front of.
+  /// Like setDefaultAnswer(), but made for each request: a small server behind the scripts.
   void setDefaultReply(Reply reply) { default_ = std::move(reply); }
   /// Every request fails with this error until goOnline(), whatever the scripts say; they keep their answers.
   void goOffline(std::string error = "the network is unreachable") { offline_error_ = std::move(error); }
@@ -109,7 +109,7 @@ class ScriptedTransport : public kit::Transport {
   /// Requests that left, oldest first (the latest kMaxRecordedEntries).
   std::vector<SentRequest> sent() const { return sent_.all(); }
   std::vector<kit::Request> requests() const { return requests(""); }
-  /// Those whose URL holds `url_part`.
+  /// Those whose URL contains `url_part`.
   std::vector<kit::Request> requests(std::string_view url_part) const;
   void clearRequests() { sent_.clear(); }
   /// Called for each request as it leaves, before its answer is chosen.
@@ -120,7 +120,7 @@ class ScriptedTransport : public kit::Transport {
   /// Requests that wait for a connection to their host.
   size_t waitingForConnection() const;
 
-  /// The process dies: nothing more leaves, no handler runs. Scripts and what was sent stay.
+  /// The process dies: nothing more leaves, no handler runs. Scripts and the record of sent requests stay.
   void kill();
 
  private:
@@ -149,7 +149,7 @@ class ScriptedTransport : public kit::Transport {
   std::function<void(const kit::Request&)> observer_;
   Recording<SentRequest> sent_;
 
-  mutable std::mutex mutex_;  // guards what follows
+  mutable std::mutex mutex_;  // guards the members below
   std::map<std::string, Host> hosts_;
   size_t unanswered_ = 0;
   bool held_ = false;

@@ -1,4 +1,4 @@
-// What a recorded request says, for assertions.
+// Opens recorded requests, for assertions.
 #pragma once
 
 #include <map>
@@ -10,8 +10,8 @@
 
 namespace morvik::testing {
 
-/// The pairs of a form-encoded body, decoded; of a repeated key the last counts. std::invalid_argument for a body that
-/// is not one.
+/// The pairs of a form-encoded body, decoded; of a repeated key the last counts. std::invalid_argument for any other
+/// body.
 std::map<std::string, std::string, std::less<>> formFields(std::string_view body);
 
 /// An opened envelope.
@@ -20,8 +20,8 @@ struct OpenedEnvelope {
   kit::Value payload;   ///< parameter "j", decrypted, inflated and parsed
 };
 
-/// Opens the envelope in the request's body. std::invalid_argument, with the reason, for anything but a whole envelope
-/// sealed with that key.
+/// Opens the envelope in the request's body. std::invalid_argument, with the reason, for anything but a complete
+/// envelope sealed with that key.
 OpenedEnvelope openEnvelope(const services::SealingTools& tools, const kit::Request& request,
                             std::string_view key_text);
 
@@ -30,7 +30,7 @@ OpenedEnvelope openEnvelope(const services::SealingTools& tools, const kit::Requ
 kit::Value openDemographics(const services::SealingTools& tools, const kit::Request& request,
                             std::string_view key_text);
 
-/// The header's value; "" when the request has none of that name (compared without case).
+/// The header's value; "" if the request has no header of that name (case-insensitive).
 std::string headerOf(const kit::Request& request, std::string_view name);
 
 }  // namespace morvik::testing

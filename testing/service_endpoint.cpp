@@ -14,8 +14,8 @@ constexpr bool isInOrder() {
 }
 static_assert(isInOrder());
 
-/// What a path ends with, whatever the app key and the base URL are. It begins with a slash, so that "/v1/conversion"
-/// is no end of "/v1/other-conversion".
+/// The end of a path, whatever the app key and the base URL are. It begins with a slash, so that "/v1/other-conversion"
+/// does not end with "/v1/conversion".
 constexpr std::string_view endOf(std::string_view pattern) {
   const size_t place = pattern.find(kAppKeyPlaceholder);
   return place == std::string_view::npos ? pattern : pattern.substr(place + kAppKeyPlaceholder.size());

@@ -1,7 +1,6 @@
 // The endpoints of a tracking service, one row each. The local service (apps/service) and SimulatedService read these
-// rows; each opens, checks and answers with code of its own. The paths are not taken from the kit: one that asks at
-// another path is refused. Needs nothing but the standard library, since the local service includes nothing else of the
-// kit's.
+// rows; each opens, checks and answers with its own code. The paths are not taken from the kit: a request to any other
+// path is refused. Depends on the standard library alone, since the local service includes nothing else of the kit.
 #pragma once
 
 #include <array>
@@ -39,18 +38,18 @@ enum class PayloadForm : uint8_t {
 /// Which secret opens a sealed payload.
 enum class KeyChoice : uint8_t { kHashKeyTwice, kTrackingKey };
 
-/// What a payload may bring.
+/// What a payload may contain.
 enum class PayloadCounting : uint8_t {
   kNothing,  ///< nothing that counts
-  kPayload,  ///< clicks, reports and the like: whoever counts reads them in the payload
-  kEvents,   ///< events and impressions, each counted on its own
+  kPayload,  ///< clicks, reports and the like: the reader of the payload counts them
+  kEvents,   ///< events and impressions, counted one by one
 };
 
 /// An answer that depends only on whether the payload was counted.
 struct FixedAnswer {
   std::string_view accepting;  ///< a JSON object; "": the endpoint's answer is made by code
   std::string_view declining;
-  bool has_time = false;  ///< with "BaseTime" in front of its members
+  bool has_time = false;  ///< with "BaseTime" before its members
 
   constexpr bool isSet() const { return !accepting.empty(); }
 };
@@ -62,17 +61,17 @@ struct ServiceEndpointRow {
   /// The last part of its path ("tracking", "commerce-conversion"), and "configuration" for the app configuration.
   std::string_view name;
   std::string_view method = "POST";
-  std::string_view path;  ///< exact, but for kAppKeyPlaceholder
+  std::string_view path;  ///< exact, except for kAppKeyPlaceholder
   PayloadForm form = PayloadForm::kEnvelope;
   KeyChoice key = KeyChoice::kHashKeyTwice;  ///< of sealed forms
   bool payload_required = true;              ///< an empty body is refused
   PayloadCounting counting = PayloadCounting::kNothing;
-  /// Texts that an object as payload must have; "" past the last.
+  /// Texts that an object must have as payload; "" past the last.
   std::array<std::string_view, kMaxRequiredTexts> required_texts{};
   FixedAnswer fixed_answer{};
 };
 
-/// Stands in a path for the app key.
+/// Stands for the app key in a path.
 inline constexpr std::string_view kAppKeyPlaceholder = "{app key}";
 
 inline constexpr FixedAnswer kResultWithTime{R"({"Result":true})", R"({"Result":false})", true};
@@ -122,7 +121,7 @@ inline constexpr std::array kServiceTable = std::to_array<ServiceEndpointRow>({
      .form = PayloadForm::kJsonArray,
      .counting = PayloadCounting::kPayload,
      .fixed_answer = {R"({"code":0})", R"({"code":1})"}},
-    // "Result" tells the device to forget what it told.
+    // "Result" tells the device to forget what it sent.
     {.endpoint = ServiceEndpoint::kDemographics,
      .name = "demographics",
      .path = "/v1/demographics",
@@ -142,7 +141,7 @@ inline constexpr std::array kServiceTable = std::to_array<ServiceEndpointRow>({
      .counting = PayloadCounting::kPayload},
 });
 
-/// All of them, in order.
+/// All endpoints, in order.
 inline constexpr auto kServiceEndpoints = [] {
   std::array<ServiceEndpoint, kServiceTable.size()> all{};
   for (size_t i = 0; i < all.size(); ++i)
@@ -157,10 +156,10 @@ constexpr const ServiceEndpointRow& rowOf(ServiceEndpoint endpoint) {
 constexpr std::string_view nameOf(ServiceEndpoint endpoint) {
   return rowOf(endpoint).name;
 }
-/// The reverse; nothing for a name that is none.
+/// The reverse; nothing for an unknown name.
 std::optional<ServiceEndpoint> endpointNamed(std::string_view name);
-/// The endpoint that a request to this URL is meant for, by its path alone, whatever the base URL is; nothing for a
-/// path of no endpoint.
+/// The endpoint for a request to this URL, by its path alone, whatever the base URL is; nothing if the path belongs to
+/// no endpoint.
 std::optional<ServiceEndpoint> endpointOf(std::string_view url);
 
 }  // namespace morvik::testing

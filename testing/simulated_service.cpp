@@ -21,7 +21,7 @@ constexpr int kForbidden = 403;
 constexpr int kNotFound = 404;
 constexpr int kUnavailable = 503;
 
-/// Why a request is not taken, before it becomes part of what is remembered.
+/// Why a request is refused before it is recorded.
 class Refused : public std::runtime_error {
  public:
   Refused(int status, const std::string& reason) : std::runtime_error(reason), status_(status) {}
@@ -50,7 +50,7 @@ void needKind(kit::Kind kind, const Value& value, const char* what) {
     throw std::invalid_argument(std::string(what) + " is missing or of another kind");
 }
 
-/// What an answer cannot be made without.
+/// Checks for what an answer needs.
 void checkForm(const ServiceEndpointRow& row, const Value& payload) {
   if (row.form == PayloadForm::kJsonArray) {
     needKind(kit::Kind::kArray, payload, "the array of the body");
@@ -192,7 +192,7 @@ Answer SimulatedService::answer(const ServedRequest& served) {
 UsualAnswer SimulatedService::usualAnswer(const ServedRequest& served) {
   if (served.refusal)
     return {served.refusal_status, kit::Dictionary{{"error", *served.refusal}}};
-  // A good status is all that an erasure's acceptance is.
+  // For an erasure, a good status is the acceptance.
   if (served.endpoint == ServiceEndpoint::kErasure && !served.counted)
     return {kUnavailable, kit::Dictionary{{"error", "the request was not counted"}}};
   return {kOk, acceptingAnswer(served)};
@@ -248,7 +248,7 @@ Value SimulatedService::attributionAnswer(const ServedRequest& served) {
   return answer;
 }
 
-// The caller holds the lock, as for the next one.
+// The caller holds the lock, as for the next function.
 SimulatedService::Install SimulatedService::installOf(const Value& payload, kit::Date now) {
   const auto number = kFirstUserNumber + static_cast<int64_t>(installs_.size());
   const auto [entry, is_new] = installs_.try_emplace(std::string(payload["install_id"].string()), Install{number, now});

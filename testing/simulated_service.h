@@ -1,10 +1,10 @@
-// A healthy tracking service without a network: it opens what arrives, counts each event once by its id, attributes
-// installs and answers as a service in good order does.
+// A healthy tracking service without a network: it opens requests, counts each event once by its id, attributes
+// installs and gives the usual answers.
 //
 //   SimulatedService service({cipher, compressor, random}, {"app", "hash", "tracking"}, [&] { return loop.now(); });
 //   transport.on("").alwaysBy(service.reply());
 //
-// One that misbehaves is made of the same parts: receive() with or without counting, then another answer.
+// For one that misbehaves: receive() with or without counting, then another answer.
 #pragma once
 
 #include <cstdint>
@@ -27,14 +27,14 @@
 
 namespace morvik::testing {
 
-/// The number of the first install that is attributed; the others follow.
+/// The user number of the first attributed install; later installs count up.
 inline constexpr int64_t kFirstUserNumber = 100'001;
-/// "ResultCode" of an answer in good order, of a conversion without parameters, and of a schedule that the device has.
+/// "ResultCode" of a normal answer, of a conversion without parameters, and of a schedule that the device already has.
 inline constexpr int64_t kResultCodeFine = 0;
 inline constexpr int64_t kResultCodeNoParameters = 1;
 inline constexpr int64_t kResultCodeUnchanged = 1001;
 
-/// Those of the app, as the device was given them.
+/// The app's keys, as given to the device.
 struct ServiceKeys {
   std::string app_key;
   std::string hash_key;
@@ -43,18 +43,18 @@ struct ServiceKeys {
 
 /// A request as the service understood it.
 struct ServedRequest {
-  /// Nothing for a path that the service does not have; refused then.
+  /// Nothing for a path that the service does not have; such a request is refused.
   std::optional<ServiceEndpoint> endpoint;
   /// Opened and parsed; a form as a dictionary of texts. Absent for a body without parameters, for the app
-  /// configuration and for what was refused.
+  /// configuration and for refused requests.
   kit::Value payload;
-  /// Why it could not be taken, and the status that says so; the device is told by a bad status.
+  /// Why the request was refused, and the status of the answer.
   std::optional<std::string> refusal;
   int refusal_status = 0;
-  /// What it brought was taken in.
+  /// Whether the payload was taken in.
   bool counted = false;
   size_t events_new = 0;    ///< events counted for the first time
-  size_t events_again = 0;  ///< events whose ids were counted before
+  size_t events_again = 0;  ///< events whose ids had been counted before
 };
 
 /// Status and JSON of an answer.
@@ -63,49 +63,49 @@ struct UsualAnswer {
   kit::Value json;
 };
 
-/// Any thread; opening a payload is done outside the lock. What is handed in must outlive the service.
+/// Any thread; payloads are opened outside the lock. All arguments must outlive the service.
 class SimulatedService {
  public:
   enum class Counting { kYes, kNo };
 
-  /// `now` is the service's own clock. The latest `max_remembered` requests, and as many events, are kept to be looked
-  /// at; the counts are exact whatever it is.
+  /// `now` is the service's own clock. The latest `max_remembered` requests, and as many events, are kept for
+  /// inspection; the counts are exact in any case.
   SimulatedService(services::SealingTools tools, ServiceKeys keys, std::function<kit::Date()> now,
                    size_t max_remembered = kMaxRecordedEntries);
 
   // What it serves.
-  /// Members laid over the referral record of the conversions that follow.
+  /// Members that override those of the referral record in later conversions.
   void setAttribution(kit::Dictionary members);
-  /// What the app configuration says; false at first.
+  /// What the app configuration says; initially false.
   void setPremiumPostback(bool is_on);
-  /// The members of the schedule and the check sum that stands for them.
+  /// The members of the schedule and its check sum.
   void setSchedule(kit::Dictionary members, std::string check_sum);
 
   // Serving.
-  /// Opens the request and remembers it; takes in what it brings unless told otherwise.
+  /// Opens the request and records it; takes in its payload unless told otherwise.
   ServedRequest receive(const kit::Request& request, Counting counting = Counting::kYes);
-  /// The usual answer: it accepts what was counted and only that.
+  /// The usual answer: accepts exactly what was counted.
   UsualAnswer usualAnswer(const ServedRequest& served);
   Answer answer(const ServedRequest& served);
-  /// Both in one: a healthy service.
+  /// Both in one call: a healthy service.
   Answer serve(const kit::Request& request) { return answer(receive(request)); }
   ScriptedTransport::Reply reply() {
     return [this](const kit::Request& request) { return serve(request); };
   }
 
-  // Looking.
+  // Inspection.
   /// Oldest first.
   std::vector<ServedRequest> requests() const { return requests_.all(); }
   std::vector<ServedRequest> requests(ServiceEndpoint endpoint) const;
-  /// Each event counted, once, in the order in which they were first counted, as they stood in their batch.
+  /// Each counted event, once, in the order of its first arrival, as it was in its batch.
   std::vector<kit::Value> events() const { return events_.all(); }
-  /// How often an event with this id arrived in batches that were counted.
+  /// How often an event with this id arrived in counted batches.
   size_t arrivalsOf(std::string_view event_id) const;
   size_t distinctEvents() const;
   size_t eventArrivals() const;
   size_t requestCount() const;
   size_t refusedCount() const;
-  /// Installs that were attributed.
+  /// Number of attributed installs.
   size_t installs() const;
 
  private:
@@ -133,7 +133,7 @@ class SimulatedService {
   Recording<ServedRequest> requests_;
   Recording<kit::Value> events_;
 
-  mutable std::mutex mutex_;  // guards what follows
+  mutable std::mutex mutex_;  // guards the members below
   kit::Dictionary attribution_;
   bool premium_postback_ = false;
   kit::Dictionary schedule_;

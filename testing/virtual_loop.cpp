@@ -9,7 +9,7 @@ namespace morvik::testing {
 namespace {
 
 constexpr double kMicrosecondsPerSecond = 1e6;
-/// A wait longer than this (some 30,000 years) is cut to it, so that sums stay in range.
+/// Longer waits are clamped to this (some 30,000 years), so that sums stay in range.
 constexpr double kMaxWaitSeconds = 1e12;
 
 int64_t microsecondsOf(double seconds) {
@@ -30,7 +30,7 @@ VirtualLoop::VirtualLoop(VirtualLoopOptions options)
       monotonic_microseconds_(microsecondsOf(options.monotonic_seconds)) {}
 
 VirtualLoop::~VirtualLoop() {
-  // Blocks may own objects that speak to the loop when they go.
+  // Blocks may own objects that call the loop when they are destroyed.
   kill();
 }
 
@@ -70,7 +70,7 @@ kit::BackgroundTaskIdentifier VirtualLoop::BackgroundTasksPort::beginBackgroundT
 }
 
 void VirtualLoop::BackgroundTasksPort::endBackgroundTask(kit::BackgroundTaskIdentifier identifier) {
-  kit::Block handler;  // goes outside the lock: it may own anything
+  kit::Block handler;  // destroyed outside the lock: it may own anything
   const std::lock_guard lock(loop_.mutex_);
   const auto task = loop_.tasks_.find(identifier);
   if (task == loop_.tasks_.end())
@@ -125,7 +125,7 @@ VirtualLoop::TimerKey VirtualLoop::schedule(double delay_seconds, kit::Block blo
 }
 
 void VirtualLoop::cancel(TimerKey timer) {
-  kit::Block dropped;  // goes outside the lock: it may own anything
+  kit::Block dropped;  // destroyed outside the lock: it may own anything
   const std::lock_guard lock(mutex_);
   const auto found = timers_.find(timer);
   if (found == timers_.end())
@@ -370,7 +370,7 @@ size_t VirtualLoop::expiredBackgroundTasks() const {
 
 void VirtualLoop::kill() {
   mustNotBeRunning("kill");
-  // What goes may own anything, also something that speaks to the loop when it goes: let it go outside the lock.
+  // These may own anything, including objects that call the loop when destroyed: destroy them outside the lock.
   std::deque<kit::Block> main_blocks;
   std::deque<kit::Block> background_blocks;
   std::map<TimerKey, kit::Block> timers;

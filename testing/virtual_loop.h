@@ -1,5 +1,5 @@
-// Time and queues that a test holds in its hand: nothing happens until the test says so, and then always in the same
-// order. Behind one VirtualLoop stand the clock, both queues, the background tasks and the notifications of one device.
+// Time and queues under a test's control: nothing happens until the test says so, and then always in the same order.
+// One VirtualLoop provides the clock, both queues, the background tasks and the notifications of one device.
 #pragma once
 
 #include <cstddef>
@@ -21,19 +21,19 @@
 
 namespace morvik::testing {
 
-/// So many blocks in a row, without time passing and without the queues running dry, are a loop that feeds itself.
+/// Limit for blocks run without time passing and without the queues running empty: past it a loop feeds itself.
 inline constexpr size_t kMaxBlocksAtOneTime = 100'000;
 
 /// Running time that the platform grants to a background task.
 inline constexpr double kBackgroundGrantSeconds = 30.0;
 
-/// Thrown by the running functions when the blocks keep making new ones.
+/// Thrown by the running functions when blocks keep adding new ones.
 class RunawayLoop : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// A notification centre whose notifications are posted by hand.
+/// A notification centre with a function to post notifications.
 class PostableNotificationCenter : public kit::NotificationCenter {
  public:
   /// Calls the observers, in the order of registration, in one later turn of the main queue. Any thread; does not
@@ -42,7 +42,7 @@ class PostableNotificationCenter : public kit::NotificationCenter {
 };
 
 struct VirtualLoopOptions {
-  /// 2024-03-01T00:00:00Z: neither zero nor a round number of anything, so that a forgotten clock shows.
+  /// 2024-03-01T00:00:00Z: not zero, so that a forgotten clock shows.
   kit::Date wall_clock = kit::Date::fromSeconds(1'709'251'200);
   /// Time since the device was switched on; does not start at zero either.
   double monotonic_seconds = 1000.0;
@@ -50,15 +50,15 @@ struct VirtualLoopOptions {
   size_t max_blocks_at_one_time = kMaxBlocksAtOneTime;
 };
 
-/// The ports may be called from any thread. The functions that run blocks belong to one thread, which is "the main
-/// thread" of the device, and must not be called from inside a block (they throw std::logic_error then).
+/// The ports may be called from any thread. The functions that run blocks belong to one thread, the device's main
+/// thread, and throw std::logic_error when called within a block.
 ///
-/// One turn: a block of the main queue, or of the background queue (waiting background blocks run before the next main
-/// block), then the commits (the store's), then what waited for the commit (the requests of the turn).
+/// One turn: a block of the main queue or of the background queue (waiting background blocks run before the next main
+/// block), then the commits (the store's), then what waited for the commit (the turn's requests).
 class VirtualLoop {
  public:
   enum class Running { kNothing, kMainBlock, kBackgroundBlock };
-  /// When a timer is due, and its place among those due at the same time.
+  /// When a timer is due, and its position among those due at the same time.
   using TimerKey = std::pair<int64_t, uint64_t>;
 
   explicit VirtualLoop(VirtualLoopOptions options = {});
@@ -66,35 +66,35 @@ class VirtualLoop {
   VirtualLoop(const VirtualLoop&) = delete;
   VirtualLoop& operator=(const VirtualLoop&) = delete;
 
-  // The ports; owned by the loop.
+  // The ports, owned by the loop.
   kit::Clock& clock() { return clock_; }
   kit::MainQueue& mainQueue() { return main_queue_; }
   kit::BackgroundQueue& backgroundQueue() { return background_queue_; }
   kit::BackgroundTasks& backgroundTasks() { return background_tasks_; }
   PostableNotificationCenter& notifications() { return notifications_; }
 
-  // Timers that can be taken back.
-  /// As mainQueue().after(). Names the timer; never used twice. Any thread.
+  // Timers that can be cancelled.
+  /// Like mainQueue().after(), but returns the timer's key, which is never used twice. Any thread.
   TimerKey schedule(double delay_seconds, kit::Block block);
-  /// Drops the timer's block if it still waits; one that is due already runs. Any thread.
+  /// Discards the timer's block if it is not due yet; a due block still runs. Any thread.
   void cancel(TimerKey timer);
 
-  // Running. What a block throws is rethrown here once its turn is over, unless a sink for it was set.
+  // Running. What a block throws is rethrown here at the end of its turn, unless an exception sink was set.
   /// Runs one turn; false when nothing is waiting. No time passes.
   bool step();
-  /// Runs turns until nothing waits; says how many. No time passes. RunawayLoop past max_blocks_at_one_time.
+  /// Runs turns until nothing waits; returns their number. No time passes. RunawayLoop past max_blocks_at_one_time.
   size_t runUntilIdle();
-  /// Hands `block` to the main queue and runs until nothing waits.
+  /// Posts `block` to the main queue and runs until nothing waits.
   void perform(kit::Block block);
-  /// Lets `seconds` (0 or more) pass: everything that waits runs, and each timer runs at its own time.
+  /// Lets `seconds` (0 or more) pass: everything that waits runs, each timer at its own time.
   void advance(double seconds);
-  /// Lets time pass, from timer to timer, until `done()` is true; gives up after `limit_seconds` and says false.
+  /// Lets time pass, from timer to timer, until `done()` is true; false if it is not after `limit_seconds`.
   bool advanceUntil(const std::function<bool()>& done, double limit_seconds);
 
-  // Time. Wall clock and monotonic time run together and are set apart.
+  // Time. Wall clock and monotonic time advance together; the wall clock can also be set.
   kit::Date now() const;
   double monotonicSeconds() const;
-  /// Sets the wall clock, as a user or a time server does. Timers do not follow it.
+  /// Sets the wall clock, as a user or a time server does. Timers are not affected.
   void setWallClock(kit::Date date);
   /// Moves the wall clock forward, or back when negative.
   void moveWallClock(double seconds);
@@ -102,31 +102,31 @@ class VirtualLoop {
   // The end of a turn.
   /// `commit` runs after every block, in the order of these calls.
   void addCommit(std::function<void()> commit);
-  /// Runs `action` once, after the commits of the turn that is running; when none is, of a turn made for it. Any
+  /// Runs `action` once, after the commits of the current turn; between turns, after those of a turn made for it. Any
   /// thread.
   void afterCommit(std::function<void()> action);
-  /// Takes what blocks throw instead of rethrowing it.
+  /// Passes what blocks throw to `sink` instead of rethrowing it.
   void setExceptionSink(std::function<void(std::exception_ptr)> sink);
 
-  // Looking.
+  // Inspection.
   Running running() const;
-  /// Turns that have begun.
+  /// Number of turns started.
   uint64_t turns() const;
-  /// Blocks that wait in the main queue (timers that are not due not counted) and in the background queue.
+  /// Blocks that wait in the main queue (without timers that are not due) and in the background queue.
   size_t waitingMainBlocks() const;
   size_t waitingBackgroundBlocks() const;
   size_t waitingTimers() const;
-  /// Time until the next timer is due; nothing when there is none.
+  /// Time until the next timer is due; nothing if there is none.
   std::optional<double> secondsToNextTimer() const;
-  /// Tasks that were begun and not ended.
+  /// Tasks that were started and not ended.
   std::vector<kit::BackgroundTaskIdentifier> openBackgroundTasks() const;
   /// Tasks whose time ran out.
   size_t expiredBackgroundTasks() const;
 
-  /// The process dies: blocks, timers, tasks, observers and what waited for a commit are gone; nothing is committed.
-  /// Time, commits and sink stay, for the next process.
+  /// The process dies: blocks, timers, tasks, observers and what waited for a commit are discarded; nothing is
+  /// committed. Time, commits and sink stay, for the next process.
   void kill();
-  /// How often that was.
+  /// Number of kills.
   uint64_t kills() const;
 
  private:

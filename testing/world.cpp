@@ -169,7 +169,7 @@ void TestWorld::kill() {
   transport.kill();
   ad_client.kill();
   process_.reset();
-  // What the objects did when they went dies with them.
+  // What the objects' destructors posted dies with them.
   loop.kill();
   transport.kill();
   store.kill();

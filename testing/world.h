@@ -1,4 +1,4 @@
-// A whole device in one object: the core on fakes, with defaults for everything.
+// A complete device in one object: the core on fakes, with defaults for everything.
 //
 //   testing::TestWorld world;                 // a fresh install, nothing answers yet
 //   world.serviceAccepts();                   // the service attributes the install and takes every batch
@@ -6,7 +6,7 @@
 //   world.recordEvent("shop", "purchase");
 //   world.enterBackground();
 //   world.loop.advance(1);
-//   world.payloads("v1/tracking");            // what the service got, opened
+// what the service received, opened
 //   world.kill();                             // the process dies at once
 //   world.restart();                          // the next one finds what was committed
 #pragma once
@@ -44,7 +44,7 @@ struct WorldOptions {
   /// The device's zone; null: UTC.
   std::shared_ptr<const kit::Calendar> calendar;
   DeviceFacts device;
-  /// Without one, no way to ask about advertisements is offered. With one, none is offered either until the test (or
+  /// Without one, no way to ask about advertisements is offered. With one, none is offered until the test (or
   /// serviceAccepts()) says so.
   bool has_ad_client = true;
   FakeServicesLibOptions services;
@@ -55,14 +55,14 @@ struct WorldOptions {
   uint64_t random_seed = 1;
   /// What an earlier process left in the store.
   MemoryStore::Contents store;
-  /// Whether the app has started, that is, the core object is made at once. If not, launch() makes it.
+  /// Whether the app has started, so that the core object is made at once. If not, launch() makes it.
   bool launched = true;
 
-  /// An install that has its referral record: user number 1001, referral key 7.
+  /// An install with its referral record: user number 1001, referral key 7.
   static WorldOptions attributed();
 };
 
-/// Of one thread. Everything public outlives the processes; what a process owns is reached by the functions below.
+/// Use from one thread. All public members outlive the processes; the functions below return what a process owns.
 class TestWorld {
  public:
   explicit TestWorld(WorldOptions options = {});
@@ -90,15 +90,16 @@ class TestWorld {
   FakeThreads threads;
   /// Outlives the processes, as the store does.
   MemoryShelf report_shelf;
-  /// None at first.
+  /// Initially none.
   FakeModules modules;
   FakeFacade facade;
   FakeUpdateLog update_log;
   FakeConfig config;
-  /// The app: both delegates are set and note every call.
+  /// The app: both delegates are set and record every call.
   RecordingDelegate app;
 
-  /// What the core reaches the above through. Faults planned here stay until they are cleared, across processes.
+  /// The ports through which the core reaches the above. Faults planned here stay across processes until they are
+  /// cleared.
   struct FaultyPorts {
     Faulty<kit::Clock> clock;
     Faulty<kit::Calendar> calendar;
@@ -141,16 +142,16 @@ class TestWorld {
 
   /// Makes the core object, in a turn of the main queue. For worlds that were not launched.
   void launch();
-  /// The process dies at once: what was not committed is lost, and nothing of it runs any more.
+  /// The process dies at once: uncommitted writes are lost, and nothing of it runs any more.
   void kill();
-  /// The next process, on what was committed, with its core object. Time, service and faults stay. Kills first, if
-  /// need be.
+  /// Starts the next process, with its core object, on what was committed. Time, service and faults stay. Kills first
+  /// if a process runs.
   void restart();
 
   // The device's user.
-  /// The app becomes active, and what follows at once happens. No time passes.
+  /// The app becomes active; what follows immediately happens. No time passes.
   void becomeActive();
-  /// The app enters the background, and what follows at once happens; the batch leaves half a second later.
+  /// The app enters the background; what follows immediately happens; the batch leaves half a second later.
   void enterBackground();
   /// The app records an activity now.
   void recordEvent(const kit::Value& group, const kit::Value& name, const kit::Value& param = {});
@@ -161,10 +162,10 @@ class TestWorld {
   void serviceAccepts();
   /// A conversion answer with "Result" true and this "Data"; an absent one leaves "Data" out.
   static Answer conversionAnswer(const kit::Value& data);
-  /// The requests that left for URLs that hold `url_part`, oldest first.
+  /// The requests that left for URLs that contain `url_part`, oldest first.
   std::vector<kit::Request> requests(std::string_view url_part = "") const { return transport.requests(url_part); }
-  /// The payload of a request, opened with the key of its kind: tracking key for batches and demographics, else the
-  /// hash key twice. std::invalid_argument when it does not open.
+  /// The payload of a request, opened with the key of its kind: tracking key for batches and demographics, otherwise
+  /// the hash key twice. std::invalid_argument if it does not open.
   kit::Value payload(const kit::Request& request) const;
   /// The payloads of requests(url_part).
   std::vector<kit::Value> payloads(std::string_view url_part) const;
@@ -176,7 +177,7 @@ class TestWorld {
   void makeProcess();
 
   kit::ListLock list_lock_;
-  mutable SeededRandom opening_random_;  // opening draws nothing, but the tools name a source
+  mutable SeededRandom opening_random_;  // opening draws no random bytes, but the tools need a source
   uint64_t next_event_number_;
   std::unique_ptr<Process> process_;
 };
