@@ -16,7 +16,7 @@ using testing::Answer;
 using testing::ServedRequest;
 using testing::SimulatedService;
 
-/// A user is awake for so long, and nothing begins so close to the end of a day that it would reach into the next.
+/// How long a user is awake; nothing starts so late that it would reach into the next day.
 constexpr double kWakingSeconds = 16 * kHourSeconds;
 constexpr double kLongestSessionSeconds = 20 * 60;
 constexpr double kDefaultTimeoutSeconds = 60;
@@ -32,7 +32,7 @@ std::string eventName(uint64_t device, size_t event) {
   return "device " + std::to_string(device) + " event " + std::to_string(event);
 }
 
-/// The number of an event of the app; nothing for the core's own.
+/// The number of one of the app's events; nothing for the core's own.
 std::optional<size_t> eventNumber(const kit::Value& param) {
   constexpr std::string_view kMark = " event ";
   const std::string_view text = param.string();
@@ -108,7 +108,7 @@ void DeviceUsage::useOneDay() {
   }
   live(std::max(0.0, day_began + kDaySeconds - machine_.loop.monotonicSeconds()));
   ++counts_.days;
-  // What the fakes remember of a day is of no use to anybody, and would be most of the memory of a long life.
+  // Nobody needs what the fakes recorded on a day, and in a long run it would use most of the memory.
   machine_.transport.clearRequests();
   machine_.store.clearJournal();
 }
@@ -123,7 +123,7 @@ void DeviceUsage::playHealthyEnd() {
   }
 }
 
-/// Time passes; a network that was away may be back.
+/// Time passes; a network that was down may be back.
 void DeviceUsage::live(double seconds) {
   const double now = machine_.loop.monotonicSeconds();
   if (offline_until_seconds_ > now && offline_until_seconds_ <= now + seconds) {
@@ -151,7 +151,7 @@ void DeviceUsage::needProcess() {
 void DeviceUsage::die() {
   machine_.kill(std::move(process_));
   process_ = nullptr;
-  batch_under_way_until_seconds_ = 0;  // nobody is left to take its answer
+  batch_under_way_until_seconds_ = 0;  // no process is left to handle its answer
   ++counts_.deaths;
 }
 
@@ -192,10 +192,10 @@ void DeviceUsage::leave() {
     process_->applicationDidEnterBackground();
     machine_.loop.runUntilIdle();
   }
-  live(35);  // as long as the system lets an app finish what it does
+  live(35);  // how long the system lets an app finish its work
 }
 
-/// Between two turns, with an event just recorded, or a session just ended, or a batch just handed over.
+/// Between two turns, just after an event was recorded, a session ended or a batch was handed over.
 void DeviceUsage::dieInTheMiddle() {
   record();
   if (dice_.happens(0.5))
@@ -255,7 +255,8 @@ void DeviceUsage::noteArrival(const ServedRequest& served) {
   }
 }
 
-/// A session start frees the slot of a batch under way; what then leaves may be trimmed by the earlier one's answer.
+/// A session start frees the slot of a batch under way; the earlier batch's answer may then trim what the next one
+/// carries.
 void DeviceUsage::noteBatchLeft(const ServedRequest& served, double answered_after_seconds) {
   if (served.endpoint != testing::ServiceEndpoint::kTracking)
     return;
@@ -276,7 +277,7 @@ Ledger DeviceUsage::ledger() {
   return process_->ledger();
 }
 
-/// The device knows of no more than arrived, and of what arrived unknown to it, it still has or gave up.
+/// The device counts no more as delivered than arrived, and what arrived without its knowledge it still has or gave up.
 void DeviceUsage::checkLedger() {
   const Ledger ledger = process_->ledger();
   const Ledger::Account activities = ledger.of("activities");

@@ -1,5 +1,5 @@
-// The life of one device: days of use, offline phases, faults of network and service, deaths of the process; and the
-// account of what its app recorded.
+// A device in use: days of sessions, offline phases, faults of network and service, deaths of the process; and what
+// became of every event that its app recorded.
 #pragma once
 
 #include <cstddef>
@@ -18,19 +18,19 @@
 
 namespace morvik::simulation {
 
-/// How often what goes wrong does. Probabilities.
+/// How often things go wrong. Probabilities.
 struct UsageTroubles {
-  double offline_phase_a_day = 0.05;  ///< one begins: an hour to three days without network
-  double death_in_background = 0.3;   ///< after a session the system ends the process
-  double death_in_session = 0.01;     ///< the process dies in the middle of what it does
+  double offline_phase_a_day = 0.05;  ///< a phase of an hour to three days without network starts
+  double death_in_background = 0.3;   ///< the system ends the process after a session
+  double death_in_session = 0.01;     ///< the process dies in the middle of its work
   double clock_change_a_day = 0.01;   ///< the wall clock is set, by up to a day
-  double quick_return = 0.05;         ///< the user is back within the half second after a session's end
-  // Of a request.
+  double quick_return = 0.05;         ///< the user returns within the half second after a session's end
+  // Per request.
   double refused_by_status = 0.03;
   double lost_before_it_arrived = 0.02;
-  double answer_lost = 0.02;     ///< the service took it in, and nobody says so
-  double garbage_answer = 0.01;  ///< the same, and the answer is no JSON
-  double no_answer = 0.005;      ///< nothing ever comes
+  double answer_lost = 0.02;     ///< the service took it in, but the answer is lost
+  double garbage_answer = 0.01;  ///< the same, but the answer is not JSON
+  double no_answer = 0.005;      ///< no answer ever comes
   double slow = 0.1;             ///< the answer takes up to twenty seconds
 
   static UsageTroubles none();
@@ -38,25 +38,26 @@ struct UsageTroubles {
 
 struct UsageOptions {
   uint64_t seed = 1;
-  /// Names the device; stands in what its app records.
+  /// Identifies the device; part of what its app records.
   uint64_t number = 0;
   double sessions_a_day = 3;
   double events_a_day = 10;
   UsageTroubles troubles;
-  /// When it begins.
+  /// When it is switched on.
   kit::Date begins = kit::Date::fromSeconds(1'709'251'200);
 };
 
-/// What became of the events that the app recorded. Every event is told apart, so that one delivered twice does not
-/// make up for one that was lost.
+/// What became of the events that the app recorded. Events are tracked one by one, so that one delivered twice does not
+/// hide one that was lost.
 struct UsageTotals {
   uint64_t recorded = 0;
   uint64_t delivered = 0;         ///< counted by the service, each once
   uint64_t stored = 0;            ///< and not delivered
   uint64_t given_up_by_rule = 0;  ///< see docs/guarantees.md: in a batch that left while another was under way
-  uint64_t lost = 0;              ///< none of these
-  uint64_t arrived_again = 0;     ///< arrivals of events that had arrived before
-  /// How often the device's own ledger did not balance, gave up what no rule gives up, or contradicted the service.
+  uint64_t lost = 0;              ///< none of the above
+  uint64_t arrived_again = 0;     ///< arrivals of events that had already arrived
+  /// How often the device's own ledger did not balance, listed a removal that no rule allows, or contradicted the
+  /// service.
   uint64_t ledger_faults = 0;
 
   bool balances() const { return lost == 0 && ledger_faults == 0 && recorded == delivered + stored + given_up_by_rule; }
@@ -70,35 +71,35 @@ struct UsageCounts {
   uint64_t requests = 0;
   uint64_t deaths = 0;
   uint64_t offline_phases = 0;
-  uint64_t faults = 0;  ///< answers that were spoiled
+  uint64_t faults = 0;  ///< answers that were replaced or dropped
 
   UsageCounts& operator+=(const UsageCounts& other);
 };
 
-/// Of one thread; lives of different threads may share a service.
+/// Use from one thread; devices of different threads may share a service.
 class DeviceUsage {
  public:
-  /// `service` outlives the life.
+  /// `service` must outlive this object.
   DeviceUsage(UsageOptions options, testing::SimulatedService& service);
   ~DeviceUsage();
   DeviceUsage(const DeviceUsage&) = delete;
   DeviceUsage& operator=(const DeviceUsage&) = delete;
 
   void useOneDay();
-  /// Two sessions with a good network and a service in good order: what still waits goes out.
+  /// Two sessions with a good network and a healthy service: what is pending is sent.
   void playHealthyEnd();
 
-  /// The device itself, for those who want to make its life harder.
+  /// The device itself, for tests that add faults.
   VirtualMachine& machine() { return machine_; }
 
   UsageTotals totals() const;
   const UsageCounts& counts() const { return counts_; }
-  /// What the device says of itself; its process is started if it has none.
+  /// The device's own ledger; starts its process if none runs.
   Ledger ledger();
-  /// The first events that are lost, by the name that the app gave them; empty when the account balances.
+  /// The first lost events, by the names that the app gave them; empty if none is lost.
   std::vector<std::string> lostEvents(size_t limit) const;
 
-  /// Time as it is, whatever the device's clock says: what a service's clock shows.
+  /// True time, whatever the device's clock says: what a service's clock shows.
   kit::Date trueTime() const;
 
  private:
@@ -129,9 +130,9 @@ class DeviceUsage {
   VirtualMachine machine_;
   std::unique_ptr<runtime::Instance> process_;
   UsageCounts counts_;
-  std::vector<uint8_t> events_;  ///< by number, what is known of each
+  std::vector<uint8_t> events_;  ///< what is known of each, by number
   uint64_t arrived_again_ = 0;
-  uint64_t arrived_ = 0;  ///< counted by the service, each once, the core's own among them
+  uint64_t arrived_ = 0;  ///< counted by the service, each once, including the core's own
   uint64_t ledger_faults_ = 0;
   bool is_healthy_ = false;
   double offline_until_seconds_ = 0;          ///< monotonic

@@ -1,4 +1,4 @@
-// Chance of a simulation: the same seed gives the same throws on every machine.
+// Random numbers for a simulation: the same seed gives the same numbers on every machine.
 #pragma once
 
 #include <cmath>
@@ -6,8 +6,8 @@
 
 namespace morvik::simulation {
 
-/// SplitMix64, whose whole state is one number; what a standard distribution makes of a generator is not the same
-/// everywhere, so the distributions are here too.
+/// SplitMix64, whose state is a single number. The standard distributions differ between libraries, so the
+/// distributions are here too.
 class Dice {
  public:
   explicit Dice(uint64_t seed) : state_(seed) {}
@@ -22,16 +22,16 @@ class Dice {
   }
   /// From 0 to `count` - 1; 0 when `count` is 0.
   uint64_t below(uint64_t count) { return count == 0 ? 0 : next() % count; }
-  /// From `least` up to, and not including, `most`.
+  /// From `least` to `most`, excluding `most`.
   double between(double least, double most) { return least + (most - least) * fraction(); }
-  /// True so often.
+  /// True with this probability.
   bool happens(double probability) { return fraction() < probability; }
-  /// A whole number whose mean is `mean`: spread evenly from 0 to twice as much.
+  /// An integer with mean `mean`: uniform from 0 to twice the mean.
   uint64_t around(double mean) { return static_cast<uint64_t>(std::llround(between(0, 2 * mean))); }
 
  private:
   double fraction() {
-    constexpr double kSteps = 9007199254740992.0;  // 2^53: what a double tells apart
+    constexpr double kSteps = 9007199254740992.0;  // 2^53: the resolution of a double
     return static_cast<double>(next() >> 11U) / kSteps;
   }
 

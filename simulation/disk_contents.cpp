@@ -20,7 +20,7 @@ void makeIn(std::string& content, const DiskChange& change) {
     write(content, change.offset, change.bytes);
 }
 
-/// Each sector that a write touches is there or not; so is a truncation.
+/// Each sector of a write is there or not; likewise a truncation.
 void makeSomeOf(std::string& content, const DiskChange& change, Dice& dice) {
   if (change.truncates) {
     if (dice.happens(0.5))
@@ -40,7 +40,7 @@ void makeSomeOf(std::string& content, const DiskChange& change, Dice& dice) {
 
 using MadeOf = std::function<DiskFile(const DiskFile&)>;
 
-/// Names may share a file, before and after a renaming: so do those of the new folder.
+/// Names may share a file, before and after a rename; the names of the new folder share in the same way.
 DiskContents::Names madeOf(const DiskContents::Names& names, const MadeOf& make,
                            std::map<const DiskFile*, std::shared_ptr<DiskFile>>& made) {
   DiskContents::Names all;

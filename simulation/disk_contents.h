@@ -1,4 +1,4 @@
-// What a disk holds: the files as a process sees them, and what of them would be there after a power cut.
+// The contents of a disk: the files as a process sees them, and what of them survives a power cut.
 #pragma once
 
 #include <cstddef>
@@ -13,15 +13,15 @@
 
 namespace morvik::simulation {
 
-/// Written whole or not at all.
+/// A sector is written whole or not at all.
 inline constexpr int64_t kSectorBytes = 512;
 
-/// What becomes of what was written and not synced when the power goes. Names of files are synced with their folder,
-/// in the order of their changes; a sector is written whole or not at all.
+/// What becomes of unsynced writes when the power is lost. File names are synced with their folder, in the order of
+/// their changes; a sector is written whole or not at all.
 enum class PowerLoss : uint8_t {
-  kNothingUnsynced,  ///< all of it is gone
-  kTorn,             ///< all of it is there, and of the write that was cut some sectors are
-  kScattered,        ///< of every write some sectors are there, whatever was written before or after it
+  kNothingUnsynced,  ///< all of them are lost
+  kTorn,             ///< all of them are there, and some sectors of the write that was cut
+  kScattered,        ///< of every write some sectors are there, regardless of the order of writes
 };
 
 /// A write or a truncation.
@@ -35,16 +35,16 @@ struct DiskChange {
 class DiskFile {
  public:
   DiskFile() = default;
-  /// One that has been there for long.
+  /// A file that was synced long ago.
   explicit DiskFile(std::string bytes) : now_(bytes), synced_(std::move(bytes)) {}
 
   const std::string& now() const { return now_; }
   void change(DiskChange change);
-  /// Changes since the latest sync.
+  /// Number of changes since the latest sync.
   size_t unsynced() const { return unsynced_.size(); }
-  /// The oldest of them, so many.
+  /// Syncs this many of them, oldest first.
   void sync(size_t changes);
-  /// The file after a power cut. `torn` is the write that was cut; null: it was another file's, or none.
+  /// The file after a power cut. `torn` is the write that was cut; null: it was in another file, or there was none.
   DiskFile afterPowerLoss(PowerLoss loss, const DiskChange* torn, Dice& dice) const;
 
  private:
@@ -59,25 +59,25 @@ class DiskContents {
   using Names = std::map<std::string, std::shared_ptr<DiskFile>, std::less<>>;
 
   const Names& names() const { return names_; }
-  /// Null when there is none.
+  /// Null if there is none.
   std::shared_ptr<DiskFile> find(std::string_view path) const;
   std::shared_ptr<DiskFile> create(const std::string& path);
-  /// A file that has been there for long.
+  /// Adds a file that was synced long ago.
   void put(const std::string& path, std::string bytes);
   void remove(const std::string& path);
   void rename(const std::string& from, const std::string& to);
   void syncNames();
 
-  /// Shares nothing with this.
+  /// A deep copy.
   DiskContents copy() const;
-  /// What is there after a power cut. `torn` is what was being written to the file `torn_path`; null: nothing.
+  /// The contents after a power cut. `torn` was being written to the file `torn_path`; null: nothing was.
   DiskContents afterPowerLoss(PowerLoss loss, const std::string& torn_path, const DiskChange* torn,
                               uint64_t seed) const;
 
  private:
   Names names_;
   Names synced_names_;
-  std::vector<Names> unsynced_names_;  ///< what they were after each change since the folder was synced, oldest first
+  std::vector<Names> unsynced_names_;  ///< the names after each change since the folder was synced, oldest first
 };
 
 }  // namespace morvik::simulation

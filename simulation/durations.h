@@ -1,4 +1,4 @@
-// Spans of time in which simulated lives are told.
+// Durations used by simulated runs.
 #pragma once
 
 namespace morvik::simulation {
@@ -6,7 +6,7 @@ namespace morvik::simulation {
 inline constexpr double kMinuteSeconds = 60;
 inline constexpr double kHourSeconds = 3'600;
 inline constexpr double kDaySeconds = 86'400;
-/// As long as the system lets an app finish what it does.
+/// How long the system lets an app finish its work.
 inline constexpr double kGrantSeconds = 35;
 
 }  // namespace morvik::simulation

@@ -14,7 +14,7 @@
 namespace morvik::simulation {
 namespace {
 
-/// The life that this thread lives now: the service's clock shows its time.
+/// The device that this thread simulates now: the service's clock shows its time.
 thread_local const DeviceUsage* living = nullptr;
 
 class Fleet {
@@ -87,7 +87,7 @@ class Fleet {
   const std::function<void(uint64_t)>& progress_;
   const host::OpensslCipher cipher_;
   const host::ZlibCompressor compressor_;
-  testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
+  testing::SeededRandom no_random_;  // opening draws no random bytes, but the tools need a source
   testing::SimulatedService service_{{cipher_, compressor_, no_random_},
                                      {"app", "hash", "tracking"},
                                      [] { return living == nullptr ? kit::Date{} : living->trueTime(); },

@@ -1,4 +1,4 @@
-// The machine that the process runs on, with levers.
+// The real machine, with levers.
 #pragma once
 
 #include <atomic>
@@ -11,10 +11,10 @@
 
 namespace morvik::simulation {
 
-/// For one kit. The levers may be used from any thread, from when the kit was made until it is destroyed.
+/// For one instance. The levers may be used from any thread, from the instance's creation until its destruction.
 class LeveredMachine : public host::SystemMachine, public Levers {
  public:
-  /// The system's own clock is not touched.
+  /// Does not touch the system's own clock.
   void moveClock(double seconds) override;
   void setOffline(bool offline) override { is_offline_ = offline; }
   void after(double delay_seconds, kit::Block block) override;
@@ -28,7 +28,7 @@ class LeveredMachine : public host::SystemMachine, public Levers {
  private:
   std::atomic<int64_t> clock_offset_microseconds_{0};
   std::atomic<bool> is_offline_{false};
-  runtime::MachineLoop* loop_ = nullptr;  ///< the kit's
+  runtime::MachineLoop* loop_ = nullptr;  ///< the instance's
   runtime::StoreEditor editor_;
 };
 

@@ -1,4 +1,4 @@
-// What tests and demonstrations do to a machine while the kit runs on it.
+// What tests and demonstrations can do to a machine while the kit runs on it.
 #pragma once
 
 #include <string_view>
@@ -11,15 +11,15 @@ namespace morvik::simulation {
 class Levers {
  public:
   virtual ~Levers() = default;
-  /// Moves the wall clock forward, or back when negative, on top of earlier moves. Timers are not affected. The clock
-  /// stops at the ends of what a date can hold; NaN moves nothing.
+  /// Moves the wall clock forward, or back if negative, in addition to earlier moves. Timers are not affected. The
+  /// clock is clamped to the range of a date; NaN moves nothing.
   virtual void moveClock(double seconds) = 0;
-  /// Whether the network status says that there is no network. The network itself stays, and so does what is set here
-  /// when another process starts on the machine.
+  /// Whether the network status says that there is no network. The network itself is unaffected. The setting stays when
+  /// another process starts on the machine.
   virtual void setOffline(bool offline) = 0;
-  /// Runs `block` on the main queue after the delay. It does not count as pending. While a kit runs.
+  /// Runs `block` on the main queue after the delay. It does not count as pending. Only while an instance runs.
   virtual void after(double delay_seconds, kit::Block block) = 0;
-  /// Changes a stored value by hand; the ledger counts what it removes. Does nothing while no kit runs.
+  /// Changes a stored value by hand; the ledger counts what that removes. No effect while no instance runs.
   virtual void edit(std::string_view key, kit::Value value) = 0;
 };
 

@@ -11,12 +11,12 @@
 #include "host/store/store_files.h"
 
 namespace morvik::simulation {
-/// What SimulatedDisk::Parts is made of; it has a name to others, and so have these.
+/// The parts of SimulatedDisk::Parts. That type has external linkage, so these need it too.
 namespace simulated_disk {
 
 struct OpenFile;
 
-/// What the connections of a process share of one file.
+/// What a process's connections share of one file.
 struct FileInUse {
   std::vector<OpenFile*> open;
   std::vector<std::unique_ptr<std::vector<char>>> index;  ///< regions of the log's index
@@ -30,8 +30,8 @@ struct OpenFile {
   int level = SQLITE_LOCK_NONE;
   bool is_temporary = false;
   bool uses_index = false;
-  bool syncs_folder = false;  ///< a log that was made when it was opened: its first sync makes the name last as well
-  unsigned index_shared = 0;  ///< locks of the index, a bit each
+  bool syncs_folder = false;  ///< a log created when it was opened: its first sync also syncs the name
+  unsigned index_shared = 0;  ///< locks of the index, one bit each
   unsigned index_alone = 0;
 };
 
@@ -48,8 +48,8 @@ using namespace simulated_disk;
 
 constexpr const char* kFolder = "/disk";
 constexpr int kLongestPath = 512;
-constexpr int kPageSizedSector = 4096;  // what SQLite takes for a disk's unit of writing; as on a system's files
-/// Some moment, in milliseconds of the Julian calendar: the store asks no file system for the time.
+constexpr int kPageSizedSector = 4096;  // SQLite's assumed unit of writing, as on a real file system
+/// Some date, in milliseconds of the Julian calendar: the store does not ask a file system for the time.
 constexpr sqlite3_int64 kSomeTime = 212'575'924'800'000;
 
 OpenFile& openOf(sqlite3_file* file) {
@@ -60,7 +60,7 @@ host::StoreProblem problemOf(int code) {
   return {host::StoreProblem::Kind::kUnavailable, sqlite3_errstr(code)};
 }
 
-/// A lock of a file that only this process knows; it cannot fail.
+/// A file lock known only to this process; it cannot fail.
 class LockOfDisk final : public host::FileLock {
  public:
   explicit LockOfDisk(std::shared_ptr<bool> locked) : locked_(std::move(locked)) { *locked_ = true; }
@@ -132,7 +132,7 @@ int lockIndex(sqlite3_file* file, int offset, int count, int flags) {
   return SQLITE_OK;
 }
 
-/// The index lies in the process's memory, and goes with the last connection.
+/// The index is in the process's memory, and is freed with the last connection.
 int unmapIndex(sqlite3_file* file, int) {
   OpenFile& own = openOf(file);
   own.index_shared = own.index_alone = 0;
@@ -156,7 +156,7 @@ int sizeOf(sqlite3_file* file, sqlite3_int64* out) {
 }  // namespace
 
 struct SimulatedDisk::Parts final : public host::StoreFiles {
-  /// What was there at the cut, and what was being written.
+  /// The contents at the cut, and what was being written.
   struct Left {
     DiskContents contents;
     std::string torn_path;
@@ -268,11 +268,11 @@ struct SimulatedDisk::Parts final : public host::StoreFiles {
     return host::LockResult::kTaken;
   }
 
-  /// Counts a call and asks the decider; cuts the disk off before the change that it is to be cut at.
+  /// Counts a call and asks the decider; cuts the disk off before the change at which a cut is planned.
   int ask(DiskCall::Kind kind, std::string_view path, int64_t offset = 0, int64_t size = 0);
   int askToWrite(const OpenFile& open, const DiskChange& change);
   void cut();
-  /// The file when it is there, else a new one.
+  /// The existing file, or a new one.
   int create(const std::string& path, std::shared_ptr<DiskFile>& out);
   int open(const char* name, FileHandle& handle, int flags);
   int syncNames(const std::string& path);
@@ -342,7 +342,7 @@ SimulatedDisk::Parts::Parts() {
     return SQLITE_OK;
   };
   vfs_.xRandomness = &Parts::fillRandom;
-  vfs_.xSleep = [](sqlite3_vfs*, int microseconds) { return microseconds; };  // nobody is there to wait for
+  vfs_.xSleep = [](sqlite3_vfs*, int microseconds) { return microseconds; };  // there is nobody to wait for
   vfs_.xGetLastError = [](sqlite3_vfs*, int, char*) { return 0; };
   vfs_.xCurrentTimeInt64 = [](sqlite3_vfs*, sqlite3_int64* out) {
     *out = kSomeTime;
@@ -463,7 +463,7 @@ int SimulatedDisk::Parts::removeFile(sqlite3_vfs* vfs, const char* name, int syn
 
 int SimulatedDisk::Parts::access(sqlite3_vfs* vfs, const char* name, int flags, int* out) {
   const std::shared_ptr<DiskFile> found = self(vfs).contents_.find(name);
-  // An empty file does not count as one, as with SQLite's own file systems.
+  // An empty file counts as missing, as in SQLite's own file systems.
   *out = found && (flags != SQLITE_ACCESS_EXISTS || !found->now().empty()) ? 1 : 0;
   return SQLITE_OK;
 }
@@ -505,7 +505,7 @@ int SimulatedDisk::Parts::sync(sqlite3_file* file, int) {
 }
 
 int SimulatedDisk::Parts::syncFile(OpenFile& open) {
-  // What is written while it lasts is not synced with it.
+  // What is written during a sync is not synced with it.
   const size_t changes = open.file->unsynced();
   const int code = ask(DiskCall::Kind::kSync, open.path);
   if (code == SQLITE_OK)

@@ -1,10 +1,10 @@
-// A disk in memory under the host's real store, that can be cut off at any of its changes: the process is killed, or
-// the power is lost and with it what was not synced.
+// A disk in memory under the real store. It can be cut off at any of its changes: the process is killed, or the power
+// is lost, and with it whatever was not synced.
 //
 //   SimulatedDisk disk;
 //   host::SqliteStore store({.place = disk.place(), .make_flusher = flushesOn(loop)}, log);
-//   disk.cutAt(117);                                                // its 117th change counts no more, nor the next
-//   ...                                                             // the process lives on and does not know
+//   disk.cutAt(117);                                                // its 117th change and all later ones are lost
+//   ...                                                             // the process runs on and does not notice
 //   disk.restart(DiskCut::powerLost(PowerLoss::kScattered, seed));  // what the next process finds
 #pragma once
 
@@ -25,7 +25,7 @@ struct StorePlace;
 
 namespace morvik::simulation {
 
-/// One thing that is asked of the disk. All but reads are changes, and are numbered.
+/// One call to the disk. All but reads are changes, and are numbered.
 struct DiskCall {
   enum class Kind : uint8_t { kRead, kWrite, kSync, kTruncate, kCreate, kRename, kRemove, kSyncFolder };
   static constexpr size_t kKinds = 8;
@@ -36,9 +36,9 @@ struct DiskCall {
   uint64_t number = 0;  ///< of a change, from 1
 };
 
-/// How what is cut off dies.
+/// How the process dies at the cut.
 struct DiskCut {
-  bool power_lost = false;  ///< else the process is killed, and what was written stays
+  bool power_lost = false;  ///< otherwise the process is killed, and what was written stays
   PowerLoss loss = PowerLoss::kNothingUnsynced;
   uint64_t seed = 0;
 
@@ -46,7 +46,7 @@ struct DiskCut {
   static DiskCut powerLost(PowerLoss loss, uint64_t seed) { return {true, loss, seed}; }
 };
 
-/// Of one thread, as is every store that stands on it. Outlives them.
+/// Use from one thread, like every store on it. Must outlive them.
 class SimulatedDisk {
  public:
   SimulatedDisk();
@@ -54,35 +54,35 @@ class SimulatedDisk {
   SimulatedDisk(const SimulatedDisk&) = delete;
   SimulatedDisk& operator=(const SimulatedDisk&) = delete;
 
-  /// Where the store lies on it.
+  /// The store's location on it.
   host::StorePlace place();
 
-  /// Changes so far, all processes together; those after a cut do not count.
+  /// Changes so far, of all processes; those after a cut do not count.
   uint64_t changes() const;
-  /// Calls of that kind so far; as changes().
+  /// Calls of that kind so far, counted like changes().
   uint64_t count(DiskCall::Kind kind) const;
-  /// Before the change with this number the disk is cut off: what comes then is taken, and lost at the restart.
+  /// Cuts the disk off before the change with this number: later changes seem to work, and are lost at the restart.
   void cutAt(uint64_t number);
-  /// Cut off at once, unless it is.
+  /// Cuts the disk off at once, unless it is cut off already.
   void cutNow();
   bool isCut() const;
-  /// After a cut, when the process that was cut off is gone: the disk holds what was left of it.
+  /// After a cut, once the process is gone: the disk then holds what survived the cut.
   void restart(const DiskCut& cut);
 
-  /// SQLITE_OK lets a call through, another code fails it and nothing is changed; kDropped says that it worked, and
-  /// changes nothing all the same. Not asked after a cut.
+  /// SQLITE_OK lets a call through; another code fails it and changes nothing; kDropped reports success and changes
+  /// nothing either. Not called after a cut.
   using Decider = std::function<int(const DiskCall&)>;
   static constexpr int kDropped = -1;
-  /// Empty: everything works.
+  /// Empty: every call works.
   void decide(Decider decider);
 
-  /// Paths of all files, in order.
+  /// Paths of all files, sorted.
   std::vector<std::string> paths() const;
-  /// Empty for a file that is not there.
+  /// Empty if there is no such file.
   std::string bytesOf(const std::string& path) const;
-  /// A file with these bytes that has been there for long. Between processes.
+  /// Adds a file with these bytes, as if synced long ago. Between processes only.
   void put(const std::string& path, std::string bytes);
-  /// Removes a file between processes. Does not count as a change.
+  /// Removes a file, between processes only. Does not count as a change.
   void remove(const std::string& path);
 
  private:

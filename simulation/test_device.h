@@ -1,5 +1,5 @@
-// A device for the tests of an app: the kit as the app holds it, in virtual time, with a service in good order behind a
-// network that the test holds in its hand. Everything has a default.
+// A device for an app's tests: the kit as the app sees it, in virtual time, with a healthy service behind a network
+// that the test controls. Everything has a default.
 //
 //   simulation::TestDevice device;
 //   device.open();                                        // a session begins, the install is attributed
@@ -33,27 +33,27 @@
 
 namespace morvik::simulation {
 
-/// Running time that the platform grants to an app that was left.
+/// How long the platform lets an app run after it was left.
 inline constexpr std::chrono::seconds kTimeAfterLeaving{30};
 
 struct TestDeviceOptions {
-  /// What the app starts the kit with. Keys and the log's sink are set by the device: every line is kept in log().
+  /// The options with which the app starts the kit. The device sets keys and log sink: log() keeps every line.
   StartOptions app = defaultApp();
-  /// Those of the kit and of the service.
+  /// The keys of the kit and of the service.
   testing::ServiceKeys keys{"test-app", "test-hash", "test-tracking"};
   VirtualMachineOptions machine;
-  /// What the app does each time its process starts, with the kit just made: sets its delegate, say. Empty: nothing.
+  /// What the app does each time its process starts, with the new kit; for example, set its delegate. Empty: nothing.
   std::function<void(MorvikCore& kit)> at_start;
-  /// Whether the app's process runs from the beginning; if not, restart() starts it.
+  /// Whether the app's process runs from the start; if not, restart() starts it.
   bool is_started = true;
 
-  /// A store folder (which is made nowhere), a service under a reserved name, the log at its most talkative.
+  /// A store folder (which is not created), a service under a reserved name, the log at its highest level.
   static StartOptions defaultApp();
 };
 
-/// Of one thread. Nothing happens but in the functions below, and what they set off happens before they return, as far
-/// as it needs no time. They throw std::logic_error when they need a process and none runs, and
-/// std::runtime_error when the kit refuses the app's options, with its own words.
+/// Use from one thread. Things happen only within the functions below, and whatever they cause happens before they
+/// return, unless it takes time. They throw std::logic_error if they need a process and none runs, and
+/// std::runtime_error, with the kit's message, if the kit refuses the app's options.
 class TestDevice {
  public:
   explicit TestDevice(TestDeviceOptions options = {});
@@ -62,53 +62,55 @@ class TestDevice {
   TestDevice& operator=(const TestDevice&) = delete;
 
   // The app.
-  /// The kit as MorvikCore::start() gives it. Each process has its own: gone after kill() and restart(). A test's calls
-  /// come from outside the main queue, so they are posted, and done with the next settle(), open(), leave(), advance()
-  /// or perform(); a kill() comes before them.
+  /// The kit as MorvikCore::start() returns it. Each process has its own, which kill() and restart() destroy. A test's
+  /// calls come from outside the main queue, so they are posted, and run in the next settle(), open(), leave(),
+  /// advance() or perform(); a kill() before that discards them.
   MorvikCore& kit() { return instance(); }
-  /// The same, with what an app does not see: what is stored, what is pending.
+  /// The same kit, with what an app does not see: what is stored, what is pending.
   runtime::Instance& instance();
   bool isAlive() const { return process_ != nullptr; }
-  /// Runs `block` on the main queue, as the app's own code runs there: what it calls of the kit is done, and what that
-  /// stored is committed. What it throws ends there, with a line in the log.
+  /// Runs `block` on the main queue, like the app's own code there: calls to the kit are done and what they stored is
+  /// committed when this returns. Exceptions are caught and logged.
   void perform(std::function<void()> block);
 
   // The device's user.
-  /// The app comes to the foreground; what that sets off happens, and no time passes.
+  /// The app comes to the foreground; what that causes happens, and no time passes.
   void open();
-  /// The app leaves the foreground, and the time that the platform grants it then passes.
+  /// The app leaves the foreground, and the running time that the platform then grants it passes.
   void leave();
 
   // Time.
-  /// So much time passes: everything that waits runs, each timer at its own time. Not negative.
+  /// Lets this much time pass: everything that waits runs, each timer at its own time. Not negative.
   void advance(std::chrono::duration<double> time);
-  /// What waits runs; no time passes.
+  /// Runs what waits; no time passes.
   void settle();
-  /// Somebody sets the device's clock, forward, or back when negative. Timers do not follow it, and no time passes.
+  /// Sets the device's clock forward, or back if negative. Timers are not affected, and no time passes.
   void setClockBy(std::chrono::duration<double> time);
 
   // The network and the service behind it.
-  /// The device has no network: its status says so and every request fails, until goOnline(); restarts change nothing.
+  /// The device has no network until goOnline(): its status says so and every request fails. Restarts do not change
+  /// that.
   void goOffline();
   void goOnline();
-  /// Scripts in front of the service: network().on("v1/tracking").then(testing::Answer::body(503, "")) spoils one
-  /// answer. Also tells what left.
+  /// Scripts in front of the service: network().on("v1/tracking").then(testing::Answer::body(503, "")) replaces one
+  /// answer. Also lists the requests that left.
   testing::ScriptedTransport& network() { return machine_.transport; }
   testing::SimulatedService& service() { return service_; }
-  /// How many events of that group and name the service counted; one that arrived twice counts once.
+  /// Number of events of that group and name that the service counted; one that arrived twice counts once.
   size_t delivered(std::string_view group, std::string_view name) const;
-  /// How many of them wait in the store. On a machine with a disk only while a process runs.
+  /// Number of them waiting in the store. On a machine with a disk only while a process runs.
   size_t waiting(std::string_view group, std::string_view name) const;
 
   // The process.
-  /// It dies at once: what was not committed is lost, and nothing of it runs any more. Without one, nothing happens.
+  /// The process dies at once: uncommitted writes are lost, and nothing of it runs any more. No effect without a
+  /// process.
   void kill();
-  /// It dies of an exception that nobody caught. The kit keeps a report of it if it concerns the kit.
+  /// The process dies of an uncaught exception. The kit keeps a report if the exception concerns the kit.
   void crash(const std::string& reason);
-  /// The next process starts, on what was committed. Kills first, if need be.
+  /// Starts the next process, on what was committed. Kills first if a process runs.
   void restart();
 
-  /// All that the kit logged, of all processes.
+  /// Everything that the kit logged, in all processes.
   testing::RecordingLog& log() { return log_; }
   /// The machine below: its clock, store, random source and facts.
   VirtualMachine& machine() { return machine_; }
@@ -119,7 +121,7 @@ class TestDevice {
   const TestDeviceOptions options_;
   testing::RecordingLog log_;
   VirtualMachine machine_;
-  // Of the service, which never stops.
+  // The service's; it never stops.
   const kit::StopRequest stop_;
   const std::unique_ptr<const kit::Cipher> cipher_;
   const std::unique_ptr<const kit::Compressor> compressor_;

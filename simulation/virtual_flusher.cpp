@@ -36,7 +36,7 @@ void VirtualFlusher::stop() {
   alive_.reset();
 }
 
-// A timer that is due cannot be taken back, so one that finds another flush done before it does nothing.
+// A due timer cannot be cancelled; if another flush came first, it does nothing.
 void VirtualFlusher::schedule(double delay_seconds) {
   is_wanted_ = true;
   loop_.schedule(delay_seconds, [this, alive = std::weak_ptr(alive_), number = flushes_] {
@@ -69,7 +69,7 @@ void VirtualFlusher::end(Urgency urgency) {
     begin();
 }
 
-/// Whoever wants a flush from here on wants another one.
+/// A flush requested from here on is a separate one.
 void VirtualFlusher::startAnew() {
   ++flushes_;
   is_wanted_ = is_wanted_now_ = false;

@@ -1,4 +1,4 @@
-// The store's flushes on a virtual loop: at their own virtual time, on the one thread that there is.
+// The store's flushes on a virtual loop: at their own virtual time, on the single thread.
 #pragma once
 
 #include <chrono>
@@ -11,11 +11,11 @@
 
 namespace morvik::simulation {
 
-/// So long what the disk is asked for takes, of a flush that begins now. Empty: no time.
+/// How long the disk takes for a flush that starts now. Empty: no time.
 using SyncSeconds = std::function<double()>;
 
 /// A flush is a turn of the loop, so nothing is committed while it runs. On a slow disk it is the turn at its end: what
-/// becomes due meanwhile waits for that. Of the loop's thread. `loop` outlives it.
+/// becomes due before that waits. Use on the loop's thread. `loop` must outlive it.
 class VirtualFlusher final : public host::StoreFlusher {
  public:
   VirtualFlusher(testing::VirtualLoop& loop, Flush flush, std::chrono::milliseconds delay,
@@ -25,11 +25,11 @@ class VirtualFlusher final : public host::StoreFlusher {
   ~VirtualFlusher() override;
 
   void flushSoon() override;
-  /// In the next turn that is free.
+  /// In the next free turn.
   void flushNow(Urgency urgency) override;
-  /// Flushes at once, whatever waits.
+  /// Flushes at once, before anything that waits.
   void flushAndWait(Urgency urgency) override;
-  /// In virtual time a flush takes none.
+  /// A flush takes no virtual time.
   std::chrono::steady_clock::time_point now() const override { return {}; }
   void stop() override;
 
@@ -44,12 +44,12 @@ class VirtualFlusher final : public host::StoreFlusher {
   const Flush flush_;
   const std::chrono::milliseconds delay_;
   const SyncSeconds sync_seconds_;
-  std::shared_ptr<int> alive_ = std::make_shared<int>();  ///< gone: a timer that still waits does nothing
-  uint64_t flushes_ = 0;                                  ///< that began
+  std::shared_ptr<int> alive_ = std::make_shared<int>();  ///< expired: a pending timer does nothing
+  uint64_t flushes_ = 0;                                  ///< started so far
   bool is_wanted_ = false;
   bool is_wanted_now_ = false;
   bool is_under_way_ = false;  ///< on a slow disk
-  bool is_due_ = false;        ///< another one, meanwhile
+  bool is_due_ = false;        ///< another one was requested in the meantime
   Urgency urgency_ = Urgency::kRoutine;
   bool stopped_ = false;
 };

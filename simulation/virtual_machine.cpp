@@ -28,7 +28,7 @@
 namespace morvik::simulation {
 namespace {
 
-/// The system's, but for the places: they are named and made nowhere.
+/// The system's, except for the folders, which are named but not created.
 class VirtualInputs final : public host::SystemInputs {
  public:
   std::optional<kit::Error> checkPlaces(const StartOptions&) const override { return std::nullopt; }
@@ -39,7 +39,7 @@ class VirtualClock final : public runtime::MachineClock {
  public:
   explicit VirtualClock(testing::VirtualLoop& loop) : loop_(loop) {}
   kit::Date now() const override { return loop_.now(); }
-  // Nobody waits here by the clock of the machine below, but who asks is to see time pass.
+  // Nobody here waits by the real machine's clock, but its readers must see time pass.
   std::chrono::steady_clock::time_point steadyNow() const override { return std::chrono::steady_clock::now(); }
 
  private:
@@ -61,7 +61,7 @@ class VirtualCalendar final : public runtime::MachineCalendar {
   const std::string zone_name_;
 };
 
-/// One thread stands for all.
+/// One thread stands for all threads.
 class VirtualThreads final : public runtime::MachineThreads {
  public:
   std::string currentThreadDescription() const override { return testing::FakeThreads().currentThreadDescription(); }
@@ -70,7 +70,7 @@ class VirtualThreads final : public runtime::MachineThreads {
   }
 };
 
-/// The machine's own source, which goes on from process to process.
+/// The machine's own source, which continues from process to process.
 class SharedRandom final : public kit::Random {
  public:
   explicit SharedRandom(kit::Random& source) : source_(source) {}
@@ -95,7 +95,7 @@ class VirtualFacts final : public runtime::MachineFacts {
   const bool& is_offline_;
 };
 
-/// The store of one process.
+/// One process's store.
 class VirtualStore final : public runtime::MachineStore {
  public:
   explicit VirtualStore(testing::MemoryStore& store) : store_(store) {}
@@ -105,7 +105,7 @@ class VirtualStore final : public runtime::MachineStore {
   void replace(std::string_view key, const kit::Value& before, kit::Value after) override {
     store_.replace(key, before, std::move(after));
   }
-  // One thread: nothing comes in between.
+  // There is one thread: nothing can come in between.
   void setTogether(std::span<runtime::StoreWrite> writes) override {
     for (runtime::StoreWrite& write : writes)
       store_.set(write.key, std::move(write.value));
@@ -141,7 +141,7 @@ class VirtualStore final : public runtime::MachineStore {
   const std::string opening_line_;
 };
 
-/// A file outside the store: what is done to it after the disk was cut off is lost as well.
+/// A file outside the store: changes after the disk was cut off are lost here too.
 class SharedShelf final : public kit::ReportShelf {
  public:
   SharedShelf(kit::ReportShelf& shelf, const SimulatedDisk* disk) : shelf_(shelf), disk_(disk) {}
@@ -161,12 +161,12 @@ class SharedShelf final : public kit::ReportShelf {
   const SimulatedDisk* const disk_;
 };
 
-/// The network of one process.
+/// One process's network.
 class VirtualNetwork final : public runtime::MachineNetwork {
  public:
   explicit VirtualNetwork(testing::ScriptedTransport& network) : network_(network) {}
   void begin(kit::Request request, runtime::TransportHandler done) override {
-    // Its connections come about at once.
+    // Connections are established at once.
     if (request.may_leave && !request.may_leave())
       return done({});
     network_.start(std::move(request), std::move(done));
@@ -177,7 +177,7 @@ class VirtualNetwork final : public runtime::MachineNetwork {
   testing::ScriptedTransport& network_;
 };
 
-/// Of a store in memory, where nothing comes in between.
+/// For a store in memory, where nothing can come in between.
 class MemoryEraser final : public runtime::MachineEraser {
  public:
   MemoryEraser(testing::MemoryStore& store, kit::ReportShelf& shelf) : store_(store), shelf_(shelf) {}
@@ -212,7 +212,7 @@ StartOptions simulatedApp() {
   app.hash_key = "hash";
   app.tracking_key = "tracking";
   app.service_url = "https://service.example/";
-  app.log_level = 2;  // what the store says is to be heard
+  app.log_level = 2;  // the store's messages are to be visible
   app.log_sink = [](std::string_view) {};
   return app;
 }
@@ -240,7 +240,7 @@ void VirtualMachine::kill(std::unique_ptr<runtime::Instance> process, const Disk
   transport.kill();
   loop.kill();
   process.reset();
-  store.kill();  // nor what its end would have written
+  store.kill();  // also discards what its destruction would have written
   if (options_.disk != nullptr)
     options_.disk->restart(cut);
 }

@@ -1,12 +1,12 @@
-// A machine whose time is virtual, whose disk is memory and whose network is written down beforehand. The real host
-// runs on it, with all its sibling components: what happens here happens in an app.
+// A machine with virtual time, a disk in memory and a scripted network. The complete kit runs on it, with all its
+// sibling components: what happens here happens in an app.
 //
 //   simulation::VirtualMachine machine;
-//   auto host = machine.start(options);          // one process
-//   host->addActivity("shop", "purchase", {});
+//   auto instance = machine.start(options);      // one process
+//   instance->addActivity("shop", "purchase", {});
 //   machine.loop.advance(60);
-//   machine.kill(std::move(host));               // dies at once: what was not committed is lost
-//   host = machine.start(options);               // the next process finds the rest
+//   machine.kill(std::move(instance));           // dies at once: uncommitted writes are lost
+//   instance = machine.start(options);           // the next process finds the rest
 #pragma once
 
 #include <cstdint>
@@ -41,35 +41,35 @@ struct VirtualMachineOptions {
   uint64_t seed = 1;
   /// What an earlier process left in the store.
   testing::MemoryStore::Contents store;
-  /// The store is the host's real one, on this disk; null: a MemoryStore. Outlives the machine.
+  /// Runs the real store on this disk; null: a MemoryStore. Must outlive the machine.
   SimulatedDisk* disk = nullptr;
   std::string network_status = "wifi";
   int64_t free_disk_bytes = 8'000'000'000;
   uint32_t free_memory_kibibytes = 831'898;
 };
 
-/// What an app on such a machine starts the kit with: its keys, one service for everything, and a log that is off. A
-/// store folder is named and made nowhere. The caller changes what its app does otherwise.
+/// The options with which an app on such a machine starts: its keys, one service for everything, and the log off. The
+/// store folder is named but not created. The caller changes what differs.
 StartOptions simulatedApp();
 
-/// Of one thread. Everything public outlives the processes.
+/// Use from one thread. All public members outlive the processes.
 class VirtualMachine : public runtime::Machine, public Levers {
  public:
   explicit VirtualMachine(VirtualMachineOptions options = {});
   ~VirtualMachine() override;
 
   testing::VirtualLoop loop;
-  testing::MemoryStore store;  ///< not used when there is a disk
+  testing::MemoryStore store;  ///< unused if there is a disk
   testing::ScriptedTransport transport{loop};
   testing::SeededRandom random;
   testing::MemoryShelf report_shelf;
-  /// So long a flush of the real store takes: what was written before it ends lies on the disk only then.
+  /// How long a flush of the real store takes: data is on the disk only at its end.
   double sync_seconds = 0;
 
-  /// A process: the host on this machine. One at a time. std::runtime_error when the options are refused.
+  /// Starts a process: the kit on this machine. One at a time. std::runtime_error if the options are refused.
   std::unique_ptr<runtime::Instance> start(const StartOptions& options);
-  /// The process dies at once: what was not committed is lost, and nothing of it runs any more. Between turns only.
-  /// `cut`: how the disk is cut off, if there is one and it was not cut off before.
+  /// The process dies at once: uncommitted writes are lost, and nothing of it runs any more. Between turns only. `cut`:
+  /// how the disk is cut off, if there is one and it was not cut off before.
   void kill(std::unique_ptr<runtime::Instance> process, const DiskCut& cut = DiskCut::killed());
 
   void moveClock(double seconds) override { loop.moveWallClock(seconds); }
@@ -101,13 +101,13 @@ class VirtualMachine : public runtime::Machine, public Levers {
   std::unique_ptr<runtime::MachineNetwork> makeNetwork(const std::string& ca_file) override;
 
  protected:
-  /// Of the real store on the disk, when there is one.
+  /// For the real store on the disk, if there is one.
   host::SqliteStoreOptions storeOptions();
 
  private:
   const VirtualMachineOptions options_;
   bool is_offline_ = false;
-  runtime::StoreEditor editor_;  ///< of the latest process
+  runtime::StoreEditor editor_;  ///< the latest process's
 };
 
 }  // namespace morvik::simulation

@@ -14,12 +14,12 @@ constexpr services::GuardClause kThrew =
     services::oneLine(kit::lcl_vError, "Morvik host: something was thrown on a virtual queue: %@");
 constexpr services::Guard kLastGuard{kThrew, kThrew};
 
-/// That a virtual loop can let pass.
+/// The shortest wait that a virtual loop can let pass.
 constexpr double kShortestSeconds = 1e-6;
 
 }  // namespace
 
-// A block may outlive the queue it was handed to, when the process dies first: it asks this.
+// If the process dies first, a block may outlive the queue that it was posted to: it checks this.
 struct VirtualMainLoop::State {
   explicit State(const services::Logger& of_process) : logger(of_process) {}
   services::Logger logger;
@@ -27,7 +27,7 @@ struct VirtualMainLoop::State {
   bool is_open = false;
   bool is_stopped = false;
   size_t blocks = 0;
-  uint64_t begun = 0;  ///< blocks, since the beginning
+  uint64_t begun = 0;  ///< blocks started so far
   size_t short_timers = 0;
   size_t longer_timers = 0;
   std::vector<kit::Block> before_opening;
@@ -57,7 +57,7 @@ std::optional<kit::Error> VirtualMainLoop::open() {
   return std::nullopt;
 }
 
-// No time passes here, so what waits has all the time it needs.
+// No time passes here, so whatever waits has all the time it needs.
 bool VirtualMainLoop::drain(std::chrono::steady_clock::time_point) {
   if (loop_.running() != testing::VirtualLoop::Running::kNothing || !state_->is_open)
     return false;

@@ -1,4 +1,4 @@
-// The host's two queues on a virtual loop.
+// The kit's two queues on a virtual loop.
 #pragma once
 
 #include <chrono>
@@ -12,8 +12,8 @@
 
 namespace morvik::simulation {
 
-/// The main queue. Its main thread is the one that runs the virtual loop; a block that is handed over outside a turn
-/// waits for its turn. `loop` outlives it; blocks that it left there when it goes do nothing any more.
+/// The main queue. Its main thread is the one that runs the virtual loop; a block posted outside a turn waits for its
+/// turn. `loop` must outlive it; blocks still waiting there after its destruction do nothing.
 class VirtualMainLoop final : public runtime::MachineLoop {
  public:
   VirtualMainLoop(testing::VirtualLoop& loop, const services::Logger& logger);
@@ -21,7 +21,7 @@ class VirtualMainLoop final : public runtime::MachineLoop {
 
   void setFrame(runtime::TurnFrame frame) override;
   std::optional<kit::Error> open() override;
-  /// Lets the virtual loop run what waits here, without time passing.
+  /// Lets the virtual loop run what waits here; no time passes.
   bool drain(std::chrono::steady_clock::time_point deadline) override;
   void cease() override;
   bool waitUntilIdle(std::chrono::steady_clock::time_point) override { return !isInTurn(); }
@@ -40,7 +40,7 @@ class VirtualMainLoop final : public runtime::MachineLoop {
   int pollTimeoutMilliseconds() const override { return -1; }
   void dispatch() override {}
   bool canPump() const override;
-  /// Time passes up to the next timer when nothing waits.
+  /// If nothing waits, time passes up to the next timer.
   void pumpFor(double max_seconds, const std::function<bool()>& is_done) override;
   /// No time passes.
   bool runWithin(double max_seconds, kit::Block block) override;
@@ -50,11 +50,11 @@ class VirtualMainLoop final : public runtime::MachineLoop {
   kit::Block asTurn(kit::Block block) const;
 
   testing::VirtualLoop& loop_;
-  const uint64_t process_;  ///< by what died before it
+  const uint64_t process_;  ///< the number of kills before it
   const std::shared_ptr<State> state_;
 };
 
-/// The background queue. As VirtualMainLoop.
+/// The background queue. Otherwise like VirtualMainLoop.
 class VirtualBackground final : public runtime::MachineBackground {
  public:
   VirtualBackground(testing::VirtualLoop& loop, const services::Logger& logger);

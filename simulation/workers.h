@@ -1,4 +1,4 @@
-// The same work on some threads.
+// The same work on several threads.
 #pragma once
 
 #include <functional>
@@ -6,13 +6,13 @@
 
 namespace morvik::simulation {
 
-/// Calls `work` on so many threads, the caller's among them, each once and at least on the caller's, and returns when
-/// all calls have. What a call throws is thrown here once the others have returned, the first of it: a work that should
-/// then end early sees to that itself.
+/// Calls `work` once on each of `count` threads, including the caller's (on the caller's at least), and returns when
+/// all calls have returned. The first exception is then rethrown here; work that should stop early in that case must do
+/// so itself.
 void runOnThreads(unsigned count, const std::function<void()>& work);
 
-/// Calls `work`. What it throws is thrown on as a std::runtime_error that names `whose` it was: of some thousand lives
-/// the one has to be found that ended so.
+/// Calls `work`. What it throws is rethrown as a std::runtime_error that names `whose` it was, to find the one among
+/// thousands of devices that failed.
 void callFor(const std::string& whose, const std::function<void()>& work);
 
 }  // namespace morvik::simulation

@@ -6,7 +6,7 @@
 //   world.recordEvent("shop", "purchase");
 //   world.enterBackground();
 //   world.loop.advance(1);
-// what the service received, opened
+//   world.payloads("v1/tracking");            // what the service received, opened
 //   world.kill();                             // the process dies at once
 //   world.restart();                          // the next one finds what was committed
 #pragma once
