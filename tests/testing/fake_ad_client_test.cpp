@@ -56,7 +56,8 @@ TEST_F(FakeAdClientTest, AnswersOnDemandInTheOrderOfTheCalls) {
 
 TEST_F(FakeAdClientTest, NeverAnswersTheCallsOfAProcessThatDied) {
   client.installation_attribution.letCallsWait();
-  client.determineAppInstallationAttributionWithCompletionHandler([](bool) { FAIL() << "answered after the death"; });
+  client.determineAppInstallationAttributionWithCompletionHandler(
+      [](bool) { FAIL() << "answered after the process died"; });
   client.kill();
   EXPECT_EQ(client.installation_attribution.waiting(), 0u);
   EXPECT_FALSE(client.installation_attribution.answer(true));

@@ -37,7 +37,7 @@ TEST(SummerTimeCalendar, FindsTheDateOfACivilTime) {
   EXPECT_EQ(calendar.date({2024, 1, 15, 12, 0, 0}), utc("2024-01-15T11:00:00Z"));
   EXPECT_EQ(calendar.date({2024, 7, 15, 12, 0, 0}), utc("2024-07-15T10:00:00Z"));
   EXPECT_EQ(calendar.date({2024, 10, 27, 2, 30, 0}), utc("2024-10-27T00:30:00Z")) << "the first of two";
-  EXPECT_EQ(calendar.date({2024, 3, 31, 2, 30, 0}), utc("2024-03-31T01:00:00Z")) << "skipped: the change itself";
+  EXPECT_EQ(calendar.date({2024, 3, 31, 2, 30, 0}), utc("2024-03-31T01:00:00Z")) << "skipped: the moment of the change";
   EXPECT_FALSE(calendar.date({2024, 2, 30, 12, 0, 0}));
   EXPECT_FALSE(calendar.date({2024, 2, 1, 25, 0, 0}));
 }

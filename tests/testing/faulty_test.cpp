@@ -80,7 +80,7 @@ TEST_F(FaultyStore, RefusesAnUnknownOperationAndSaysWhichThereAre) {
   EXPECT_THROW(faulty.faults.throwAt("set", 0, Fault::number(1)), std::invalid_argument);
   try {
     faulty.faults.throwAlways("write", Fault::number(1));
-    FAIL() << "it took an unknown operation";
+    FAIL() << "an unknown operation was accepted";
   } catch (const std::invalid_argument& error) {
     EXPECT_STREQ(error.what(),
                  "KeyValueStore has no operation \"write\"; it has: get, set, append, replace, synchronize, "
@@ -114,7 +114,7 @@ TEST(Fault, ThrowsEachKindOfObjectAsItIs) {
   }
 }
 
-/// Everything behind the wrappers.
+/// The ports behind the wrappers.
 struct Ports {
   testing::VirtualLoop loop;
   testing::MemoryStore store;
@@ -140,13 +140,13 @@ struct Ports {
                                     services::SealingTools{cipher, compressor, random}};
 };
 
-/// Calls every operation of a port once, each of which must throw what is planned for it and count its own name.
+/// Calls every operation of a port once: each must throw its planned fault and count the call under its name.
 class EveryOperation {
  public:
   explicit EveryOperation(testing::Faults& faults) : faults_(faults) {
     faults_.throwAlwaysEverywhere(Fault::number(7));
   }
-  ~EveryOperation() { EXPECT_EQ(tried_, faults_.operations()) << "the list and the operations tried are not the same"; }
+  ~EveryOperation() { EXPECT_EQ(tried_, faults_.operations()) << "operations() and the operations tried differ"; }
   template <class Call>
   EveryOperation& fails(const std::string& operation, Call call) {
     tried_.push_back(operation);

@@ -84,7 +84,7 @@ TEST(MemoryStore, SurvivesIntoASecondProcess) {
   EXPECT_EQ(second.get("kept"), kit::Value(kit::Array{1, 2}));
   EXPECT_TRUE(second.get("lost").isAbsent());
   second.kill();
-  EXPECT_EQ(second.get("kept"), kit::Value(kit::Array{1, 2})) << "what it found is committed";
+  EXPECT_EQ(second.get("kept"), kit::Value(kit::Array{1, 2})) << "what it found counts as committed";
 }
 
 TEST(MemoryStore, NotesWritesAndCommitsInOrder) {

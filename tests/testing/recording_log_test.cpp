@@ -59,7 +59,7 @@ TEST(RecordingLog, FindsAMessageWhateverItsPrefix) {
   EXPECT_EQ(log.messages(), (std::vector<std::string>{"first", "second", "second"}));
   EXPECT_EQ(log.messagesOf("-[A c:]"), std::vector<std::string>{"second"});
   EXPECT_EQ(log.count("second"), 2u);
-  EXPECT_FALSE(log.find("second")->prefix) << "the first of them";
+  EXPECT_FALSE(log.find("second")->prefix) << "the first one";
   EXPECT_TRUE(log.has("first"));
   EXPECT_FALSE(log.has("firs"));
   EXPECT_EQ(log.countContaining("a.cpp"), 2u);

@@ -1,4 +1,4 @@
-// The scripted transport keeps the contract of the real one.
+// The scripted transport fulfils the same contract as the real one.
 #include <functional>
 #include <string>
 #include <utility>

@@ -21,7 +21,7 @@ using Texts = std::vector<std::string>;
 class ScriptedTransportTest : public ::testing::Test {
  protected:
   static kit::Request request(const std::string& url) { return {.method = "POST", .url = url, .body = "k=1"}; }
-  /// Starts the request in a turn of its own; what comes of it is noted as text.
+  /// Starts the request in its own turn; records the outcome as text.
   void start(const kit::Request& request) {
     loop.perform([this, request] {
       transport.start(request, [this](const kit::TransportOutcome& outcome) {

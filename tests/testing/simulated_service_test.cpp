@@ -36,7 +36,7 @@ class SimulatedServiceTest : public ::testing::Test {
   std::string sealedText(std::string_view plain) {
     return std::get<std::string>(services::seal(tools, "tracking", plain, services::Compression::kNever));
   }
-  /// What the device gets: status and body.
+  /// The answer that the device gets: status and body.
   std::string answerTo(const kit::Request& request) { return sent(service.serve(request), request); }
   std::string answerWithoutCounting(const kit::Request& request) {
     return sent(service.answer(service.receive(request, SimulatedService::Counting::kNo)), request);
@@ -190,7 +190,7 @@ TEST_F(SimulatedServiceTest, KeepsItsCountsWhenItForgetsRequests) {
   EXPECT_EQ(small.distinctEvents(), 2u);
 }
 
-// The device of the fakes, served by it.
+// A device on the fakes, with this service.
 TEST(SimulatedServiceOfADevice, AttributesTheInstallAndTakesItsEvents) {
   testing::TestWorld world;
   testing::FakeCipher cipher;

@@ -187,7 +187,7 @@ TEST(VirtualLoop, StopsBlocksThatKeepMakingNewOnes) {
   loop.mainQueue().async(again);
   try {
     loop.runUntilIdle();
-    FAIL() << "nothing stopped the blocks";
+    FAIL() << "nothing stopped the loop";
   } catch (const testing::RunawayLoop& error) {
     EXPECT_STREQ(error.what(),
                  "virtual loop: 100 blocks ran without time passing, and still there are more: blocks keep making new "

@@ -78,7 +78,7 @@ TEST(TestWorld, RunsNothingOfTheProcessThatDied) {
   world.loop.advance(3600);
   EXPECT_EQ(world.requests("v1/conversion").size(), 1u) << "neither answer nor retry";
   world.becomeActive();
-  EXPECT_EQ(world.requests("v1/conversion").size(), 1u) << "nobody observes";
+  EXPECT_EQ(world.requests("v1/conversion").size(), 1u) << "there is no observer";
   world.restart();
   world.becomeActive();
   EXPECT_EQ(world.requests("v1/conversion").size(), 2u);
@@ -148,7 +148,7 @@ TEST(TestWorld, StartsWithoutAdClientWhenToldSo) {
   TestWorld world(WorldOptions{.has_ad_client = false});
   world.serviceAccepts();
   world.becomeActive();
-  EXPECT_EQ(world.requests("conversion").size(), 0u) << "nothing asks, so no conversion is sent";
+  EXPECT_EQ(world.requests("conversion").size(), 0u) << "no way to ask, so no conversion is sent";
 }
 
 }  // namespace
