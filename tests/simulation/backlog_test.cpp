@@ -1,4 +1,4 @@
-// What a whole device does with more than one batch carries, and with batches that a service finds too large.
+// How a device sends more than fits into one batch, and batches that a service finds too large.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ fakes::Answer slowAcceptance() {
   return fakes::Answer::json(kit::Dictionary{{"Result", true}}).after(kAnswerSeconds);
 }
 
-/// Whose conversions and batches share the connections to one host.
+/// Conversions and batches share the connections to one host.
 TestDeviceOptions withOneHost() {
   TestDeviceOptions options;
   options.app.endpoints = {{"kFendoTrackingBaseLiveUrl", "https://one.morvik.example/"},
@@ -54,7 +54,7 @@ class BacklogOfADevice : public ::testing::Test {
     device.kit().flush([this](const FlushResult& result) { results.push_back(result); }, seconds(30));
     device.settle();
   }
-  /// Of the batches that arrived, but for those before the first event.
+  /// Sizes of the batches that arrived, without those before the first event.
   std::vector<size_t> sizes() {
     std::vector<size_t> sizes;
     for (const fakes::ServedRequest& request : device.service().requests(fakes::ServiceEndpoint::kTracking)) {
@@ -68,18 +68,19 @@ class BacklogOfADevice : public ::testing::Test {
   }
   fakes::ScriptedTransport::Script& tracking() { return device.network().on(services::kTrackingPath); }
   size_t batches() { return device.network().requests(services::kTrackingPath).size(); }
-  /// Two are too large. Of the third, with ten events, the acceptance is on its way; twenty may follow it.
+  /// Two batches are too large. The third, with ten events, is accepted, and its answer is under way; twenty may
+  /// follow.
   void beginSeriesOfForty() {
     tracking().then(fakes::Answer::body(413, "")).then(fakes::Answer::body(413, "")).then(slowAcceptance());
     record(40);
     device.settle();
     device.network().clearRequests();
   }
-  /// To run when the answer has been handled; what it sets off comes later.
+  /// Runs `block` once the answer has been handled, before what that sets off.
   void whenTheAnswerHasCome(std::function<void()> block) {
     device.instance().mainQueue().after(kAnswerSeconds, std::move(block));
   }
-  /// A session that goes on. What was recorded before its "end" waits, and nothing else.
+  /// Leaves and stays in the same session. Only what was recorded before its "end" waits.
   void keepSessionWith(size_t count) {
     device.advance(minutes(2));
     device.goOffline();
@@ -89,7 +90,7 @@ class BacklogOfADevice : public ::testing::Test {
     ends = device.delivered(services::kFendoActivityGroupSession, "end");
     device.network().clearRequests();
   }
-  /// The session's last "end" has neither been sent nor lost.
+  /// The session's last "end" was neither sent nor lost.
   void expectTheEndIsLeftOut() {
     EXPECT_EQ(device.delivered(services::kFendoActivityGroupSession, "end"), ends);
     EXPECT_TRUE(device.kit().ledger().isSound());
@@ -234,7 +235,7 @@ TEST_F(BacklogOfADevice, WaitsWhileSendingIsOffAndGoesOnWithOnAgain) {
   device.settle();
   EXPECT_THAT(sizes(), ElementsAre(20));
   flush();
-  EXPECT_EQ(device.delivered("shop", "look"), 30u) << "ten were accepted in front of the service";
+  EXPECT_EQ(device.delivered("shop", "look"), 30u) << "a script accepted ten, not the service";
   EXPECT_TRUE(device.kit().ledger().isSound());
 }
 
@@ -246,7 +247,7 @@ TEST_F(BacklogOfADevice, OffAndOnWhileABatchOfItIsUnderWayDisturbsNoSeries) {
   device.settle();
   EXPECT_EQ(batches(), 0u) << "one at a time";
   device.advance(seconds(5));
-  EXPECT_THAT(sizes(), ElementsAre(20, 10)) << "and the rest is pushed as at a session start";
+  EXPECT_THAT(sizes(), ElementsAre(20, 10)) << "the rest is sent as at a session start";
   EXPECT_EQ(device.waiting("shop", "look"), 0u);
 }
 
@@ -298,7 +299,7 @@ TEST_F(BacklogOfADevice, OnAgainLeavesTheEndOfAKeptSessionInTheRestOut) {
 class BacklogBehindFullConnections : public BacklogOfADevice {
  protected:
   BacklogBehindFullConnections() : BacklogOfADevice(withOneHost()) {}
-  /// All connections but the one of the batch under way are taken, and one more request waits for that.
+  /// Takes all connections but the one of the batch under way; one more request waits for that one.
   void fillConnections() {
     device.network()
         .on(services::kReEngagementConversionPath)
@@ -340,7 +341,7 @@ TEST_F(BacklogOfADevice, LeavesWhatABatchThatNeverLeftCarriedBehindOneThatIsAcce
     device.kit().setSendingEnabled(false);
   });
   device.advance(seconds(5));
-  EXPECT_EQ(device.waiting("shop", "look"), 40u) << "those that were accepted go once more";
+  EXPECT_EQ(device.waiting("shop", "look"), 40u) << "the accepted ones are sent again";
   device.kit().setSendingEnabled(true);
   flush();
   EXPECT_EQ(device.delivered("shop", "look"), 40u);

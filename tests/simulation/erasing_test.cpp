@@ -1,4 +1,4 @@
-// Erasing what the kit keeps, cut off at each change that it makes on the disk.
+// Erases what the kit keeps, cut off at each change on the disk.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ namespace {
 using std::chrono::seconds;
 using ::testing::IsEmpty;
 
-/// Long enough for the disk to have what was recorded.
+/// Long enough for recorded data to be synced to the disk.
 constexpr double kSyncedSeconds = 5;
 constexpr size_t kEvents = 3;
 
@@ -41,7 +41,7 @@ Kept keptBy(runtime::Instance& process) {
           .is_synced = properties.MorvikCoreUserInfo_isGDPRForgetMeServerSynced()};
 }
 
-/// A device that has recorded something, on a disk.
+/// A device with recorded data, on a disk.
 class Device {
  public:
   explicit Device(Wish wish) : machine_({.disk = &disk_}) {
@@ -60,7 +60,7 @@ class Device {
     before = keptBy(*process_);
   }
 
-  /// Erases, cut off before the change of that number from now on; false when there is none.
+  /// Erases, cut off before this change, counted from now; false if there was no such change.
   bool eraseUntil(uint64_t change, const DiskCut& cut) {
     disk_.cutAt(disk_.changes() + change);
     const bool erased = process_->eraseLocalData();
@@ -69,7 +69,7 @@ class Device {
     machine_.kill(std::move(process_), cut);
     return was_cut;
   }
-  /// The next start, cut off likewise.
+  /// The next start, cut off in the same way.
   bool startUntil(uint64_t change, const DiskCut& cut) {
     disk_.cutAt(disk_.changes() + change);
     process_ = machine_.start(simulatedApp());
@@ -91,7 +91,7 @@ class Device {
   std::unique_ptr<runtime::Instance> process_;
 };
 
-/// Either nothing has happened yet, or all of it; the wish is there in any case.
+/// Either nothing was erased or everything; the wish is there in any case.
 void expectWholeOrGone(Device& device, const std::string& where) {
   const Kept after = device.start();
   EXPECT_EQ(after.is_forgotten, device.before.is_forgotten) << where;

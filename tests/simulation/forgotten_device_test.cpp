@@ -1,4 +1,4 @@
-// A device whose user asked to be forgotten, and whose store is in whatever state.
+// A device whose user asked to be forgotten, with its store in any state.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,11 +32,11 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// Long enough for the disk to have what was recorded.
+/// Long enough for recorded data to be synced to the disk.
 constexpr double kSyncedSeconds = 5;
 constexpr const char* kClick = "https://shop.example/?ck=12&mrvk_eng=1&sn=3";
 constexpr const char* kUnreadable = "which keeps the wish to be forgotten, cannot be read (";
-/// Of a wish and of its withdrawal: the log does not tell which.
+/// Logged for a wish and for its withdrawal alike.
 constexpr const char* kNotOnTheDisk =
     "Morvik host: what the user said about being forgotten did not reach the disk within 2 s (disk I/O error): the "
     "service is told all the same; make the store folder writable, or check the disk";
@@ -53,7 +53,7 @@ class ForgottenDevice : public ::testing::Test {
     phone_ = machine_.start(app);
   }
   void die(const DiskCut& cut = DiskCut::killed()) { machine_.kill(std::move(phone_), cut); }
-  /// The life of a process whose app does what apps do.
+  /// What a typical app does in one process.
   void live() {
     phone_->applicationDidBecomeActive();
     machine_.loop.advance(kSyncedSeconds);
@@ -71,7 +71,7 @@ class ForgottenDevice : public ::testing::Test {
     wish(true);
     die();
   }
-  /// Sent since the last call, but for erasures.
+  /// Requests since the last call, without erasures.
   size_t leaks() {
     const size_t all = machine_.transport.requests().size() - erasures();
     return all - std::exchange(leaked_before_, all);
@@ -81,7 +81,7 @@ class ForgottenDevice : public ::testing::Test {
   std::string wishPath() { return host::WishFile::pathFor(disk_.place()); }
   bool isOfTheStore(std::string_view path) { return path == storePath() || path == storePath() + "-wal"; }
   std::optional<host::WishSector> inTheFile() { return host::newestWishSector(disk_.bytesOf(wishPath())); }
-  /// Between processes; the log has been written back.
+  /// Changes the store's file between processes; the log has been written back.
   void changeStore(const std::function<void(std::string& bytes)>& change) {
     std::string bytes = disk_.bytesOf(storePath());
     change(bytes);
@@ -94,7 +94,7 @@ class ForgottenDevice : public ::testing::Test {
     ASSERT_FALSE(disk_.place().files->remove(wishPath()));
   }
 
-  /// A process in which the install was attributed.
+  /// Has the install attributed in this process.
   void attribute() {
     start();
     machine_.edit("fendoUserInfo_fendoUserNo", 1001);
@@ -102,13 +102,13 @@ class ForgottenDevice : public ::testing::Test {
     machine_.loop.advance(kSyncedSeconds);
   }
   size_t clicks() const { return machine_.transport.requests(services::kReEngagementConversionPath).size(); }
-  /// Until everything works again.
+  /// Until disk_.decide() is called again.
   void failToReadTheWish() {
     disk_.decide([this](const DiskCall& call) {
       return call.path == wishPath() && call.kind == DiskCall::Kind::kRead ? SQLITE_IOERR_READ : SQLITE_OK;
     });
   }
-  /// It says what it was told by an earlier process.
+  /// The file has what an earlier process was told.
   void startWithAFileThatCannotBeRead(bool says_forgotten) {
     start();
     wish(says_forgotten);
@@ -116,15 +116,15 @@ class ForgottenDevice : public ::testing::Test {
     failToReadTheWish();
     start();
   }
-  /// The file can be read from here on, and the device rests until that is found out.
+  /// The file can be read from now on; waits until the device has noticed.
   void letTheWishBeRead() {
     disk_.decide({});
     machine_.loop.advance(runtime::kWishRereadSeconds + 1);
   }
 
-  // What can become of a store, seen by the next process.
+  // States of a store, as the next process sees them.
   void makeNewer() {
-    changeStore([](std::string& bytes) { bytes[63] = 2; });  // the version that SQLite keeps for its user
+    changeStore([](std::string& bytes) { bytes[63] = 2; });  // SQLite's user version
   }
   void spoil() {
     changeStore([](std::string& bytes) { bytes.assign(bytes.size(), 'x'); });
@@ -137,7 +137,7 @@ class ForgottenDevice : public ::testing::Test {
   void holdByAnother() {
     disk_.decide([this](const DiskCall& call) { return isOfTheStore(call.path) ? SQLITE_BUSY : SQLITE_OK; });
   }
-  /// Forgotten, which its store alone knows, and that one cannot be read until everything works again.
+  /// Forgotten, which only the store knows; the store cannot be read until everything works again.
   void startUnavailable() {
     liveWithAWish();
     removeWishFile();
@@ -145,7 +145,7 @@ class ForgottenDevice : public ::testing::Test {
     start();
     machine_.loop.advance(1);
   }
-  /// By a thread of the store's. The turn that takes it over by itself comes a little later.
+  /// On the store's own thread. The turn that takes over the content comes a little later.
   void openItsFileForTheNextCommit() {
     constexpr double kABitLater = runtime::kStartHoldTrySeconds / 5;
     machine_.loop.advance(runtime::kStartHoldSeconds + kABitLater);
@@ -177,12 +177,12 @@ class ForgottenDeviceIn : public ForgottenDevice, public ::testing::WithParamInt
     else if (state == "HeldByAnother")
       holdByAnother();
   }
-  /// Of a store that this version may read again the flag counts as well, and it may say otherwise.
+  /// If the store may become readable again, its flag counts as well, and it may say otherwise.
   static Recorded answerToAWithdrawal() {
     const std::string_view state = GetParam();
     return state == "NotWritable" || state == "HeldByAnother" ? Recorded::kKeptInMemory : Recorded::kKept;
   }
-  /// What the log says of such a store.
+  /// What the log says of this state.
   static const char* line() {
     const std::string_view state = GetParam();
     if (state == "Good")
@@ -346,7 +346,7 @@ TEST_F(ForgottenDevice, ReadsTheFileAgainWithTheNextSyncOfTheStore) {
   EXPECT_FALSE(phone_->isGdprForgetMe());
   leaks();
   live();
-  EXPECT_GT(leaks(), 0U) << "the next session is one as any other";
+  EXPECT_GT(leaks(), 0U) << "the next session is a normal one";
 }
 
 TEST_F(ForgottenDevice, GoesOnWhereAFileThatCanBeReadAgainSaysForgotten) {
@@ -527,7 +527,7 @@ TEST_F(ForgottenDevice, HasItsFileMadeFromAStoreThatRecoversLate) {
   start();
   EXPECT_FALSE(phone_->isGdprForgetMe());
   machine_.loop.advance(1);
-  EXPECT_FALSE(inTheFile().has_value()) << "nobody knows yet what to write";
+  EXPECT_FALSE(inTheFile().has_value()) << "the wish is not known yet";
   disk_.decide({});
   phone_->setAge(30);
   machine_.loop.advance(1 + runtime::kCommitRetrySeconds);
@@ -578,7 +578,7 @@ TEST_F(ForgottenDevice, EndsWhatWaitsForAConnectionOnceItsStoreHasRecovered) {
   machine_.loop.advance(runtime::kStartHoldSeconds + 0.5);
   leaks();
   ASSERT_GT(phone_->pending().requests, runtime::kMaxConnectionsPerHost);
-  failToReadTheWish();  // it has the file read once more, which is another occasion
+  failToReadTheWish();  // setAge() causes the file to be read once more
   static_cast<void>(phone_->setAge(30));
   machine_.loop.advance(0.5);
   static_cast<void>(phone_->setAge(31));
@@ -600,7 +600,7 @@ TEST_F(ForgottenDevice, IsNoneWithoutAFileAndWithoutAReadableStore) {
 
 // ------------------------------------------------------------------------------------- another process had the store
 
-/// A machine on which another process has the store until this one opens it, and writes its last wish by then.
+/// A machine on which another process uses the store until this one opens it, and writes its last wish just before.
 class MachineOfTwo final : public VirtualMachine {
  public:
   explicit MachineOfTwo(SimulatedDisk& disk) : VirtualMachine({.disk = &disk}), disk_(disk) {}
@@ -663,7 +663,7 @@ TEST_F(ForgottenDevice, KeepsWhatItWasToldWhileAnotherProcessHadTheStore) {
   disk_.decide({});
   phone_->setAge(30);
   machine_.loop.advance(1);
-  EXPECT_FALSE(phone_->isGdprForgetMe()) << "what the user said here stands";
+  EXPECT_FALSE(phone_->isGdprForgetMe()) << "the wish made here counts";
 }
 
 // ------------------------------------------------------------------------------------------------------------- orders
@@ -717,7 +717,7 @@ TEST_F(ForgottenDevice, IsInTheFileWhoeverSetsTheFlag) {
   phone_->properties().setMorvikCoreUserInfo_isGDPRForgetMe(true);
   EXPECT_TRUE(inTheFile()->is_forgotten);
   phone_->properties().setMorvikCoreUserInfo_isGDPRForgetMe(false);
-  machine_.loop.runUntilIdle();  // the disk is synced, and nobody has had the store commit that
+  machine_.loop.runUntilIdle();  // the disk is synced, but nothing had the store commit that
   EXPECT_TRUE(inTheFile()->is_forgotten);
   phone_->properties().synchronize();
   EXPECT_FALSE(inTheFile()->is_forgotten);
@@ -732,7 +732,7 @@ TEST_F(ForgottenDevice, TellsTheServiceAgainWhereTheFileAloneKnewOfTheWish) {
   spoil();
   start();
   wish(true);
-  EXPECT_EQ(erasures(), 2U) << "the store knew that it was accepted, and is gone";
+  EXPECT_EQ(erasures(), 2U) << "only the lost store knew that it was accepted";
 }
 
 // --------------------------------------------------------------------------------------------------------- the erasure
@@ -791,7 +791,7 @@ TEST_F(ForgottenDevice, SendsItsErasureAfterTwoSecondsWhereTheDiskIsSlow) {
   machine_.loop.advance(runtime::kErasureHoldSeconds - 0.1);
   EXPECT_EQ(erasures(), 0U);
   machine_.loop.advance(0.2);
-  EXPECT_EQ(erasures(), 1U) << "ahead of the sync that is under way";
+  EXPECT_EQ(erasures(), 1U) << "before the current sync ends";
   EXPECT_EQ(log_.countContaining("did not reach the disk within 2 s (the disk is slow)"), 1U);
   machine_.loop.advance(kSyncedSeconds);
   EXPECT_EQ(phone_->status().wish_file, WishFileState::kGood);
@@ -827,7 +827,7 @@ TEST_F(ForgottenDevice, StaysForgottenWhereTheFileCouldNotTakeTheWishAndTheStore
   start();
   EXPECT_TRUE(phone_->isGdprForgetMe());
   machine_.loop.advance(1);
-  EXPECT_TRUE(inTheFile()->is_forgotten) << "it follows";
+  EXPECT_TRUE(inTheFile()->is_forgotten) << "the file follows";
 }
 
 TEST_F(ForgottenDevice, KeepsItsWishOnAFullDisk) {
@@ -835,7 +835,7 @@ TEST_F(ForgottenDevice, KeepsItsWishOnAFullDisk) {
   live();
   disk_.decide([&](const DiskCall& call) {
     const bool grows = call.kind == DiskCall::Kind::kCreate || call.kind == DiskCall::Kind::kWrite;
-    return grows && call.path != wishPath() ? SQLITE_FULL : SQLITE_OK;  // its own sectors are there already
+    return grows && call.path != wishPath() ? SQLITE_FULL : SQLITE_OK;  // the wish file's own sectors exist already
   });
   wish(true);
   EXPECT_EQ(erasures(), 1U);
@@ -871,7 +871,7 @@ std::vector<Death> deaths() {
           {"power lost, scattered", DiskCut::powerLost(PowerLoss::kScattered, 3)}};
 }
 
-/// A device that is cut off at the change with this number, if it lives to see it.
+/// A device that is cut off before this change, if it gets that far.
 class CutOff {
  public:
   explicit CutOff(uint64_t at) { disk_.cutAt(at); }
@@ -926,7 +926,7 @@ TEST(CutOffAnywhere, AWishThatWasOnceOnTheDiskHoldsUntilItIsWithdrawn) {
       if (is_killed && !is_cut) {
         EXPECT_FALSE(is_forgotten) << "withdrawn";
       }
-      // With some of what was not synced on the disk, the withdrawal may have come through.
+      // If some unsynced data reached the disk, the withdrawal may have survived.
       if (is_cut && (is_killed ? had_returned : was_synced && death.cut.loss == PowerLoss::kNothingUnsynced)) {
         EXPECT_TRUE(is_forgotten) << death.name << " at change " << at;
       }

@@ -1,4 +1,4 @@
-// What becomes of what is recorded while the disk is full, a wish to be forgotten above all.
+// What happens to records on a full disk, above all to a wish to be forgotten.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -28,7 +28,7 @@ class FullDisk : public ::testing::Test {
 
   void fill() {
     disk_.decide([](const DiskCall& call) {
-      // What keeps the wish to be forgotten is written over, and has its room.
+      // The wish file is overwritten in place and needs no more room.
       const bool wants_room = call.kind == DiskCall::Kind::kWrite && !call.path.ends_with(".wish");
       return wants_room ? SQLITE_FULL : SQLITE_OK;
     });
@@ -48,8 +48,8 @@ class FullDisk : public ::testing::Test {
   std::unique_ptr<runtime::Instance> phone_;
 };
 
-// A request waits until what its turn wrote is committed, but not for a commit that cannot be made: on a full disk the
-// device would fall silent otherwise, and a wish that reaches the server alone is better than one that reaches nobody.
+// A request waits for the commit of its turn, but not for one that cannot be made: on a full disk the device would
+// otherwise send nothing more, and a wish that only reaches the server is better than one that reaches nobody.
 TEST_F(FullDisk, DoesNotKeepAWishToBeForgottenFromTheServer) {
   fill();
   wishToBeForgotten();

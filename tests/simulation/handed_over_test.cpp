@@ -18,7 +18,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// A device that was attributed in an earlier process.
+/// A device whose install was attributed in an earlier process.
 class HandedOverTest : public ::testing::Test {
  protected:
   static simulation::VirtualMachineOptions attributed() {
@@ -32,7 +32,7 @@ class HandedOverTest : public ::testing::Test {
   }
   void start() { phone_ = machine_.start(simulation::simulatedApp()); }
   void kill() { machine_.kill(std::move(phone_)); }
-  /// As a process that died left them; their ids.
+  /// Leaves URLs as a process that died would; returns their ids.
   std::vector<std::string> leave(size_t count) {
     kit::MutableArray left;
     std::vector<std::string> ids;
@@ -81,7 +81,7 @@ TEST_F(HandedOverTest, OfADeadProcessIsHandledBeforeTheFirstSession) {
   machine_.loop.runUntilIdle();
   EXPECT_THAT(clicks(), ElementsAre("late"));
   EXPECT_EQ(phone_->properties().commerceConversionInfos().array()[0]["mtime"], kit::Value(1000.0))
-      << "the time at which it was handed over";
+      << "the time when it was handed over";
 }
 
 TEST_F(HandedOverTest, OfALongListIsHandledInSeveralTurnsInOrder) {
@@ -149,7 +149,7 @@ TEST_F(HandedOverTest, PastTheLimitsIsRefused) {
 }
 
 TEST_F(HandedOverTest, OnTheLaunchBeforeTheAttributionIsHandledAsOfThatLaunchHoweverLate) {
-  // A deep link conversion is not sent on the launch that began without a referral record.
+  // A deep link conversion is not sent on the launch that started without a referral record.
   const std::string url = "app://x?isFacebookCpi=1&mrvk_deeplink_cvr=1&ck=5&sn=1";
   machine_.store.set(runtime::kHandedOverKey,
                      kit::Array{kit::Dictionary{{"kind", "url"}, {"text", url}, {"first_launch", true}}});

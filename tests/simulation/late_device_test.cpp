@@ -1,4 +1,4 @@
-// A device whose store cannot be read at a start, and recovers while the process runs.
+// A device whose store cannot be read at the start, and recovers while the process runs.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -51,11 +51,11 @@ class LateDevice : public ::testing::Test {
     disk_.decide([](const DiskCall& call) { return isReadOfStore(call) ? SQLITE_IOERR_READ : SQLITE_OK; });
     start();
   }
-  /// Of the files of the store itself. What keeps the wish to be forgotten next to it stays readable.
+  /// Only the store's own files; the wish file next to it stays readable.
   static bool isReadOfStore(const DiskCall& call) {
     return call.kind == DiskCall::Kind::kRead && !call.path.ends_with(".wish");
   }
-  /// The store's own thread opens the file; what it holds is seen with the next commit.
+  /// The store's own thread opens the file; its content is visible after the next commit.
   void showDisk() {
     disk_.decide({});
     phone_->properties().synchronize();
@@ -67,7 +67,7 @@ class LateDevice : public ::testing::Test {
     phone_->applicationDidEnterBackground();
     machine_.loop.advance(70);
   }
-  /// That wait in the store.
+  /// Number of session starts waiting in the store.
   size_t sessionStarts() const {
     size_t starts = 0;
     for (const kit::Value& activity : phone_->properties().fendoActivityInfos().array())
@@ -78,7 +78,7 @@ class LateDevice : public ::testing::Test {
     phone_->thirdPartyConversion();
     machine_.loop.advance(1);
   }
-  /// Keys of the referral URLs that were handled, in the order of their requests.
+  /// Keys of the handled referral URLs, in the order of their requests.
   std::vector<int64_t> handledUrls() const {
     std::vector<int64_t> keys;
     for (const ServedRequest& served : service_.requests(ServiceEndpoint::kThirdPartyConversion))
@@ -95,7 +95,7 @@ class LateDevice : public ::testing::Test {
     }
     return ids;
   }
-  /// What its app is told of the answers to its erasures goes here.
+  /// Collects what the app is told about answers to erasures.
   void listenTo(std::vector<bool>& answers) {
     delegate_->didAnswerErasure = [&answers](bool accepted) { answers.push_back(accepted); };
     phone_->setDelegate(delegate_);
@@ -115,7 +115,7 @@ class LateDevice : public ::testing::Test {
       reasons.emplace_back(report["exception_reason"].string());
     return reasons;
   }
-  /// Who it says to be, in each report of its install.
+  /// An identifying field of each report of the install.
   std::vector<std::string> names(const char* field) const {
     std::vector<std::string> names;
     for (const ServedRequest& served : service_.requests(ServiceEndpoint::kThirdPartyConversion))
@@ -207,7 +207,7 @@ TEST_F(LateDevice, KeepsTheDemographicsOfItsFileThatAnUploadWhileUnavailableDidN
   EXPECT_EQ(phone_->properties().fendoUserDemoInfo_age(), 27);
   machine_.loop.advance(5);
   EXPECT_EQ(phone_->properties().fendoUserDemoInfo_age(), 27);
-  EXPECT_FALSE(phone_->properties().fendoUserDemoInfo_userId()) << "the service has that";
+  EXPECT_FALSE(phone_->properties().fendoUserDemoInfo_userId()) << "the service has the user id";
   EXPECT_TRUE(phone_->ledger().isSound());
 }
 
@@ -236,7 +236,7 @@ TEST_F(LateDevice, KeepsItsUserNumberAndCountsItsLaunchesOn) {
   machine_.loop.advance(runtime::kStartHoldSeconds);
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(1);
-  EXPECT_NE(phone_->properties().fendoUserInfo_fendoUserNo(), user) << "the service takes it for another install";
+  EXPECT_NE(phone_->properties().fendoUserInfo_fendoUserNo(), user) << "the service counts it as another install";
   ASSERT_NE(phone_->properties().fendoUserInfo_fendoUserNo(), -1);
   showDisk();
   phone_->addActivity("shop", "look", std::nullopt);
@@ -256,7 +256,7 @@ TEST_F(LateDevice, StartsNoSessionAsAnotherOneWhileItsFileMayRecover) {
   EXPECT_EQ(phone_->thirdPartyConversion(), Recorded::kKeptInMemory);
   machine_.loop.advance(runtime::kStartHoldSeconds / 2);
   EXPECT_EQ(service_.requests().size(), requests);
-  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kKeptInMemory) << "that waits for nothing";
+  EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kKeptInMemory) << "recording does not wait";
   disk_.decide({});
   machine_.loop.advance(2 * runtime::kStartHoldTrySeconds + 1);
   EXPECT_GT(service_.requests().size(), requests);
@@ -403,7 +403,7 @@ TEST_F(LateDevice, KeepsAWishOfItsOwnThatIsMadeWhileItsFileRecovers) {
   restartUnavailable();
   showDisk();
   phone_->addActivity("shop", "look", std::nullopt);
-  machine_.setOffline(true);  // no answer of the service says it once more
+  machine_.setOffline(true);  // so that no answer of the service confirms the wish
   EXPECT_EQ(phone_->gdprForgetMe(true), Recorded::kKept) << "before the main queue has looked at the file";
   machine_.loop.runUntilIdle();
   EXPECT_TRUE(phone_->isGdprForgetMe());
@@ -440,7 +440,7 @@ TEST_F(LateDevice, TellsTheWishWhileUnavailableWhenItsFileStaysThereAndOnceMoreW
   machine_.loop.advance(runtime::kStoreReopenSeconds + 1);
   EXPECT_TRUE(phone_->isGdprForgetMe());
   EXPECT_FALSE(isWishAccepted());
-  EXPECT_EQ(erased().size(), 1U) << "never by itself";
+  EXPECT_EQ(erased().size(), 1U) << "the kit does not repeat it";
   phone_->gdprForgetMe(true);
   machine_.loop.advance(1);
   ASSERT_EQ(erased().size(), 2U);
@@ -518,7 +518,7 @@ TEST_F(LateDevice, IsNeverFlushedWhileItsFileIsWhileUnavailable) {
   phone_->addActivity("shop", "look", std::nullopt);
   flush(std::chrono::seconds(10));
   machine_.loop.advance(runtime::kStartHoldSeconds + 5);
-  EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), 0U) << "all that this process knows of is delivered";
+  EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), 0U) << "everything known to this process is delivered";
   EXPECT_FALSE(flushed_);
   machine_.loop.advance(5);
   ASSERT_TRUE(flushed_);
@@ -542,7 +542,7 @@ TEST_F(LateDevice, LeavesAFileAloneThatTurnsOutToBeOfANewerVersion) {
   phone_->addActivity("shop", "look", std::nullopt);
   flush(std::chrono::seconds(10));
   machine_.loop.advance(20);
-  EXPECT_EQ(disk_.count(DiskCall::Kind::kRead), reads) << "it is asked once";
+  EXPECT_EQ(disk_.count(DiskCall::Kind::kRead), reads) << "no further read";
   ASSERT_TRUE(flushed_);
   EXPECT_TRUE(flushed_->is_delivered) << toText(flushed_->reason);
   EXPECT_EQ(proofs::storeFilesOn(disk_), left);
@@ -569,7 +569,7 @@ TEST_F(LateDevice, SaysWhyItIsNotFlushedWhileUnavailable) {
   flush(std::chrono::seconds(1));
   machine_.loop.advance(1);
   ASSERT_TRUE(flushed_);
-  EXPECT_EQ(flushed_->reason, FlushReason::kTimeout) << "it waits for the file";
+  EXPECT_EQ(flushed_->reason, FlushReason::kTimeout) << "the flush waits for the file";
   flushed_.reset();
   flush(std::chrono::seconds(10));
   machine_.loop.advance(runtime::kStartHoldSeconds);
@@ -602,7 +602,7 @@ TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhereThereIsNoRoomForAnother) {
   crash("fendo of the file");
   restartUnavailable();
   crash("fendo next to the file");
-  // The file can be read at the second try, and not be written.
+  // The file can be read at the second attempt, but not written.
   constexpr int kReadsOfTheFirstTry = 3;
   disk_.decide([reads = 0](const DiskCall& call) mutable {
     if (call.kind == DiskCall::Kind::kWrite)

@@ -1,4 +1,4 @@
-// What the ledger of a whole host says: of what is delivered, and of each rule by which something is given up.
+// The ledger of a complete instance: what is delivered, and each rule by which records are removed.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -105,7 +105,7 @@ class LedgerRules : public ::testing::Test {
       reasons[each.reason] = each.count;
     return reasons;
   }
-  /// A batch is under way for 10 seconds; a second one, with one event and one impression more, left while it was.
+  /// A batch is under way for 10 seconds; in that time a second one, with one more event and impression, leaves.
   void letTwoBatchesOverlap(const Answer& second) {
     at(kTracking).then(accepted().after(10)).then(second);
     open();
@@ -406,7 +406,7 @@ TEST_F(LedgerRules, KnowAClickThatFailedAfterANewerOneCame) {
   follow(click(5));
   follow(click(6));
   wait(7);
-  EXPECT_EQ(of("re-engagement clicks").stored, 1U) << "the newer one, which is still under way";
+  EXPECT_EQ(of("re-engagement clicks").stored, 1U) << "the newer one, still under way";
   EXPECT_EQ(of("re-engagement clicks").under_way, 0U);
   EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed after a newer click had come", 1U)));
   wait(5);
@@ -613,7 +613,7 @@ TEST_F(LedgerRules, KnowTheDemographicsThatCouldNotSayWhoseTheyAre) {
 // ------------------------------------------------------------------------------------- a store that recovers
 // late
 
-/// A device whose disk may refuse to be read at a start.
+/// A device whose disk may fail to be read at a start.
 class LateStore : public ::testing::Test {
  protected:
   LateStore() { machine.transport.setDefaultAnswer(failed()); }
@@ -627,7 +627,7 @@ class LateStore : public ::testing::Test {
     machine.kill(std::move(phone));
     start();
   }
-  /// Starts with a disk that cannot be read, until showDisk().
+  /// Starts with an unreadable disk, until showDisk().
   void restartUnavailable() {
     disk.decide([](const DiskCall& call) {
       const bool is_of_the_store = !call.path.ends_with(".wish");
@@ -635,7 +635,7 @@ class LateStore : public ::testing::Test {
     });
     restart();
   }
-  /// The store's own thread opens the file; what it holds is seen with the next commit.
+  /// The store's own thread opens the file; its content is visible after the next commit.
   void showDisk() {
     disk.decide({});
     phone->properties().synchronize();

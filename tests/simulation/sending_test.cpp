@@ -37,7 +37,7 @@ size_t batches(TestDevice& device) {
   return device.network().requests(services::kTrackingPath).size();
 }
 
-/// Whose install is attributed, with a session open.
+/// With the install attributed, and a session open.
 class AttributedDevice : public TestDevice {
  public:
   explicit AttributedDevice(TestDeviceOptions options = {}) : TestDevice(std::move(options)) { open(); }
@@ -152,7 +152,7 @@ TEST(Sending, ASessionThatStartsWhileItIsOffFreesNoSecondBatch) {
   EXPECT_EQ(device.delivered("shop", "purchase"), 1u);
 }
 
-/// A device with a batch under way, which is answered in four seconds.
+/// A device with a batch under way that is answered after four seconds.
 class BehindABatch : public ::testing::Test {
  protected:
   BehindABatch() {
@@ -164,13 +164,13 @@ class BehindABatch : public ::testing::Test {
     });
   }
 
-  /// To run in a turn: has a batch of one more event built.
+  /// Call it in a turn: has a batch built with one more event.
   void buildAnother() {
     device.kit().addActivity("shop", "second");
     device.kit().applicationDidBecomeActive();  // which frees the slot
     device.kit().pushTracking();
   }
-  /// The answer to the first batch has come, and has not touched what the second one carried.
+  /// The answer to the first batch has arrived, and did not remove what the second one carried.
   void expectItWaits() {
     device.advance(seconds(30));
     EXPECT_EQ(device.waiting("shop", "second"), 1u);
@@ -204,7 +204,7 @@ TEST_F(BehindABatch, AWishLeavesWhatAnotherThatNeverLeftCarried) {
 }
 
 TEST_F(BehindABatch, OffLeavesWhatAnotherThatNeverLeftCarriedWhereTheAnswerComesFirst) {
-  // It stands in the main queue before it is known that the second batch never leaves.
+  // It is in the main queue before the kit knows that the second batch never leaves.
   device.instance().mainQueue().after(4, [this] {
     buildAnother();
     device.kit().setSendingEnabled(false);
@@ -403,7 +403,7 @@ TEST(Sending, OffLetsAWishAndItsWithdrawalThroughInTheirOrder) {
   ASSERT_THAT(sent, SizeIs(2));
   for (const kit::Request& request : sent)
     EXPECT_THAT(request.url, HasSubstr(services::kGdprReqUrlPath));
-  EXPECT_TRUE(device.kit().isGdprForgetMe()) << "an accepted wish marks the user as forgotten, also this one";
+  EXPECT_TRUE(device.kit().isGdprForgetMe()) << "an accepted withdrawal also marks the user as forgotten";
   device.kit().setSendingEnabled(true);
   device.leave();
   device.restart();
@@ -443,7 +443,7 @@ TEST(Sending, OffLetsWhatIsHandedOverWaitAndKeepsItForTheNextProcess) {
   EXPECT_EQ(arrived(services::kThirdPartyConversionPath), 0u);
   device.kit().setSendingEnabled(true);
   device.settle();
-  EXPECT_EQ(arrived(services::kReEngagementConversionPath), 2u) << "no session is needed for them";
+  EXPECT_EQ(arrived(services::kReEngagementConversionPath), 2u) << "they need no session";
   EXPECT_EQ(arrived(services::kThirdPartyConversionPath), 2u);
   device.kit().setSendingEnabled(false);
   device.kit().passOpenURL("https://shop.example/?ck=14&mrvk_eng=1&sn=3");
@@ -457,7 +457,7 @@ TEST(Sending, OffLetsWhatIsHandedOverWaitAndKeepsItForTheNextProcess) {
 
 class Flushing : public ::testing::Test {
  protected:
-  /// Notes what it is told, and when, in seconds since the call.
+  /// Records the result, and when it came, in seconds since the call.
   void flush(TestDevice& device, std::chrono::milliseconds timeout = seconds(30)) {
     const double begun = device.machine().loop.monotonicSeconds();
     device.kit().flush(
@@ -709,7 +709,7 @@ TEST_F(Flushing, TellsOfImpressionsThatWentWithABatchWhichDidNotCarryThem) {
   flush(device);
   device.advance(seconds(5));
   ASSERT_THAT(results, SizeIs(2));
-  EXPECT_TRUE(results[0].is_delivered) << "the batch carried all of it";
+  EXPECT_TRUE(results[0].is_delivered) << "one batch carried everything";
   EXPECT_FALSE(results[1].is_delivered);
   EXPECT_EQ(results[1].reason, FlushReason::kGivenUp);
   EXPECT_EQ(results[1].given_up, 1u);
@@ -717,7 +717,7 @@ TEST_F(Flushing, TellsOfImpressionsThatWentWithABatchWhichDidNotCarryThem) {
   EXPECT_EQ(device.kit().ledger().accounts[1].givenUp(), 1u);
 }
 
-/// A device whose first batch is answered after four seconds, and whose second one, which took its place, after eight.
+/// A device whose first batch is answered after four seconds, and the second one, which took its place, after eight.
 class FlushingBehindABatch : public Flushing {
  protected:
   void buildBoth(fakes::Answer second) {
@@ -743,7 +743,7 @@ class FlushingBehindABatch : public Flushing {
 TEST_F(FlushingBehindABatch, WaitsForTheAnswerToItsOwnWhereTheOneBeforeTookItOutOfTheStore) {
   buildBoth(fakes::Answer::json(kit::Dictionary{{"Result", true}}));
   device.advance(seconds(5));
-  ASSERT_EQ(device.waiting("shop", "second"), 0u) << "the first answer has taken it";
+  ASSERT_EQ(device.waiting("shop", "second"), 0u) << "the first answer removed it";
   EXPECT_THAT(results, IsEmpty()) << "it is on its way";
   device.advance(seconds(5));
   EXPECT_EQ(reason(), FlushReason::kDelivered);
@@ -812,7 +812,7 @@ TEST_F(Flushing, PushesAgainWhatAnAcceptedBatchCouldNotTrim) {
   device.kit().addActivity("shop", "purchase");
   const size_t before = batches(device);
   flush(device);
-  // As a session start does while a batch is under way.
+  // As at a session start while a batch is under way.
   device.perform([&device] { device.instance().properties().setFendoActivityInfosSentEventKeys(kit::Array()); });
   device.advance(seconds(5));
   EXPECT_EQ(reason(), FlushReason::kDelivered);
@@ -857,7 +857,7 @@ TEST_F(Flushing, AreToldAtOnceOfAStopThatWasBefore) {
   EXPECT_EQ(results[0].waiting, 1u);
 }
 
-/// One walk over the list serves them all; a walk for each would take hours.
+/// One walk over the list serves them all; one walk for each would take hours.
 TEST_F(Flushing, AsManyAsMayWaitShareTheWorkOfALongList) {
   constexpr size_t kEvents = 5000;
   AttributedDevice device;

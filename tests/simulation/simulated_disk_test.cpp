@@ -28,7 +28,7 @@ class SimulatedDiskTest : public ::testing::Test {
     return std::make_unique<host::SqliteStore>(
         host::SqliteStoreOptions{.place = disk_.place(), .make_flusher = flushesOn(loop_)}, log_);
   }
-  /// The process dies now, in this way, and the next one opens the store.
+  /// The process dies in this way, and the next one opens the store.
   std::unique_ptr<host::SqliteStore> reopenAfter(std::unique_ptr<host::SqliteStore> store, const DiskCut& cut) {
     disk_.cutNow();
     loop_.kill();
@@ -56,7 +56,7 @@ TEST_F(SimulatedDiskTest, HoldsAStoreThatTheNextProcessFinds) {
 
 TEST_F(SimulatedDiskTest, SyncsWhatWasWrittenBeforeASyncAndNotWhatIsWrittenWhileItLasts) {
   auto store = open();
-  for (const int value : {0, 1}) {  // a fresh file's first sync begins its log again
+  for (const int value : {0, 1}) {  // a new file's first sync starts its log again
     store->set("age", value);
     store->synchronize();
     loop_.advance(1);
@@ -132,9 +132,9 @@ TEST_F(SimulatedDiskTest, NumbersEveryChangeAndIsCutOffBeforeTheOneNamed) {
   store->synchronize();
   EXPECT_TRUE(disk_.isCut());
   EXPECT_EQ(disk_.changes(), before + 1);
-  EXPECT_EQ(store->get("age"), kit::Value(33)) << "the process does not know";
+  EXPECT_EQ(store->get("age"), kit::Value(33)) << "the process does not notice";
   store = reopenAfter(std::move(store), DiskCut::killed());
-  EXPECT_TRUE(store->get("age").isAbsent()) << "half a commit is none";
+  EXPECT_TRUE(store->get("age").isAbsent()) << "half a commit does not count";
   EXPECT_FALSE(disk_.isCut());
 }
 

@@ -23,7 +23,7 @@ using runtime::StoreOpening;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// Says how it was opened, and counts how often it is tried again.
+/// Reports a given state, and counts the attempts to open it again.
 class StoreThatSays final : public runtime::PassingStore {
  public:
   StoreThatSays(MachineStore& store, StoreOpening opening) : PassingStore(store), opening_(opening) {}

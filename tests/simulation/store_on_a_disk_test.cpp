@@ -1,4 +1,4 @@
-// The host's real store where the disk fails in ways that a real one seldom shows.
+// The real store on a disk that fails in rare ways.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -39,13 +39,13 @@ class StoreOnADisk : public ::testing::Test {
     store_.reset();
     disk_.restart(cut);
   }
-  /// The next so many reads fail.
+  /// The next `count` reads fail.
   void failReads(int count) {
     disk_.decide([count](const DiskCall& call) mutable {
       return call.kind == DiskCall::Kind::kRead && count-- > 0 ? SQLITE_IOERR_READ : SQLITE_OK;
     });
   }
-  /// The file is opened again on the store's own thread, and joined by what was written without it.
+  /// The store's own thread opens the file again and adds what was written without it.
   void recover() {
     disk_.decide({});
     EXPECT_FALSE(store_->synchronize());
@@ -117,7 +117,7 @@ TEST_F(StoreOnADisk, KeepsTheListOfAFileThatRecoversLaterAlthoughOneWasBegunAndL
   set("name", {});
   recover();
   EXPECT_EQ(store_->get("list"), kit::Value(kit::Array{1, 2}));
-  EXPECT_TRUE(store_->get("name").isAbsent()) << "it was taken back";
+  EXPECT_TRUE(store_->get("name").isAbsent()) << "it was rolled back";
 }
 
 TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileRecoversLater) {
@@ -146,7 +146,7 @@ TEST_F(StoreOnADisk, StaysTheSameDeviceWhenItsFileRecoversLater) {
   store_->shutdown();
   open();
   EXPECT_EQ(store_->get("identifier"), kit::Value("first"));
-  EXPECT_THAT(log_.lines(), SizeIs(2)) << "that it cannot be opened, and that it can be written again";
+  EXPECT_THAT(log_.lines(), SizeIs(2)) << "cannot be opened; can be written again";
 }
 
 TEST_F(StoreOnADisk, TakesNothingFromALateFileOfWhichTheProcessDecides) {
@@ -155,7 +155,7 @@ TEST_F(StoreOnADisk, TakesNothingFromALateFileOfWhichTheProcessDecides) {
   set("under way", kit::Array{1, 2});
   store_->shutdown();
   open();
-  EXPECT_EQ(store_->get("left under way"), kit::Value(kit::Array{1, 2})) << "it is there from the beginning";
+  EXPECT_EQ(store_->get("left under way"), kit::Value(kit::Array{1, 2})) << "it is there from the start";
   store_->shutdown();
   failReads(50);
   open();

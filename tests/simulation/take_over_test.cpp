@@ -1,4 +1,4 @@
-// What becomes of each stored property when the file recovers late: the table is walked on a real store.
+// What becomes of each stored property when the file recovers late: each row of the table, on a real store.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ using runtime::TakeOver;
 constexpr const char* kLaunches = "com.morvik.core.appLaunchCount";
 constexpr const char* kReferralKey = services::property::fendoUserInfo_referralKey;
 
-/// Two of what a property of that rule holds: what the file has, and what the process sets meanwhile.
+/// Two values of a property with that rule: the file's, and the one that the process sets in the meantime.
 struct Sides {
   Value file;
   Value process;
@@ -57,7 +57,7 @@ Sides sidesOf(const runtime::TakeOverRow& row) {
   return {};
 }
 
-/// Of a file that has a referral record. Said here once more, so that a changed rule is seen.
+/// With a file that has a referral record. Repeated here, so that a changed rule fails the test.
 Value expected(const runtime::TakeOverRow& row) {
   switch (row.rule) {
     case TakeOver::kProcess:
@@ -122,7 +122,7 @@ TEST_F(TakeOverTableTest, HasEachStoredPropertyOnce) {
   for (const runtime::TakeOverRow& row : runtime::takeOverTable().rows)
     names.insert(row.name);
   for (const services::StoreProperty& property : services::storeProperties())
-    EXPECT_EQ(names.count(property.name), 1U) << property.name << " needs a row: say what wins";
+    EXPECT_EQ(names.count(property.name), 1U) << property.name << " needs a row with the rule that decides";
   EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size());
 }
 
@@ -137,7 +137,7 @@ TEST_F(TakeOverTableTest, HasEachValueThatALifeLeavesInTheStore) {
   const auto rows = runtime::takeOverTable().rows;
   for (const auto& [name, value] : phone->allStored()) {
     const auto has_row = [&name = name](const runtime::TakeOverRow& row) { return row.name == name; };
-    EXPECT_TRUE(std::any_of(rows.begin(), rows.end(), has_row)) << name << " needs a row: say what wins";
+    EXPECT_TRUE(std::any_of(rows.begin(), rows.end(), has_row)) << name << " needs a row with the rule that decides";
   }
   machine.kill(std::move(phone));
 }

@@ -110,7 +110,7 @@ TEST(TestDevice, FindsInTheNextProcessWhatTheLastOneRecorded) {
   EXPECT_EQ(device.waiting("shop", "purchase"), 1u);
   device.open();
   device.leave();
-  EXPECT_EQ(device.service().requestCount(), 0u) << "a restart brings no network";
+  EXPECT_EQ(device.service().requestCount(), 0u) << "a restart does not restore the network";
   device.goOnline();
   device.open();
   device.leave();

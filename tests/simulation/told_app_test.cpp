@@ -1,4 +1,4 @@
-// What the app is told of the kit's own doing, in a whole life: by its delegate, by status(), by the log at level 4.
+// What the app is told about the kit's work, over a whole run: by its delegate, by status(), by the log at level 4.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -60,7 +60,7 @@ class ToldApp : public ::testing::Test {
       if (each.kind == kind)
         return each.count;
     }
-    ADD_FAILURE() << "no kind " << kind;
+    ADD_FAILURE() << "unknown kind " << kind;
     return 0;
   }
   std::vector<std::string> linesOfTheHost() {
@@ -97,7 +97,7 @@ TEST_F(ToldApp, HearsOfAsManyActivitiesAsTheLedgerCallsDelivered) {
     for (int event = 0; event < 13; ++event)
       device().kit().addActivity("shop", "look");
     device().leave();
-    device().advance(seconds(session == 0 ? 1 : 600));  // the first session goes on, and its "end" is left out
+    device().advance(seconds(session == 0 ? 1 : 600));  // the first session is continued, and its "end" is left out
   }
   EXPECT_GT(delivered_, 39U);
   EXPECT_EQ(delivered_, device().kit().ledger().of("activities").delivered);
@@ -231,7 +231,7 @@ TEST_F(ToldApp, HearsWhetherAnErasureWasAccepted) {
   EXPECT_THAT(told(), ElementsAre("erasure accepted"));
   device().kit().gdprForgetMe(true);
   device().settle();
-  EXPECT_THAT(told(), IsEmpty()) << "it has nothing new to say";
+  EXPECT_THAT(told(), IsEmpty()) << "there is no news";
 }
 
 TEST_F(ToldApp, HearsThatNothingIsTriedAgainOnceTheUserAskedToBeForgotten) {
@@ -252,7 +252,7 @@ TEST_F(ToldApp, HearsOfEventsThatWereRefused) {
   told();
   device().perform([this] {
     device().kit().addActivity("shop", "look");
-    EXPECT_THAT(told(), IsEmpty()) << "in a turn of its own";
+    EXPECT_THAT(told(), IsEmpty()) << "called in a separate turn";
     device().kit().addActivity("shop", "look");
   });
   EXPECT_THAT(told(),
@@ -419,7 +419,7 @@ TEST_F(ToldApp, ReadsTheKitsLifeInAFewLines) {
   device().advance(seconds(600));
   device().network().on(kTracking).then(Answer::error("down"));
   device().open();
-  device().kit().applicationDidBecomeActive();  // told again: nothing starts
+  device().kit().applicationDidBecomeActive();  // called again: no new session
   device().leave();
   device().kit().stop();
   device().kit().stop();
@@ -444,7 +444,7 @@ TEST_F(ToldApp, ReadsNothingOfThatBelowLevel4NorOfRetriesInIt) {
   device().network().on(kConversion).always(Answer::body(500, ""));
   device().open();
   device().advance(seconds(600));
-  EXPECT_EQ(linesOfTheHost().size(), 2U) << "started, and a session; ten conversions that failed are not of it";
+  EXPECT_EQ(linesOfTheHost().size(), 2U) << "the start and a session; no line for the ten failed conversions";
   device().kit().setLogLevel(3);
   device().leave();
   device().kit().stop();

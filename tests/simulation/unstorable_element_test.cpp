@@ -1,4 +1,4 @@
-// An element that no store can keep, in each list that an app, the core or a service may fill.
+// An element that no store can hold, in each list that an app, the core or a service may fill.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -17,7 +17,7 @@ namespace {
 using kit::Array;
 using kit::Value;
 
-/// Nested one deeper than a store takes.
+/// Nested one level deeper than a store accepts.
 Value tooDeep() {
   Value deep = 1;
   for (size_t i = 0; i <= runtime::kMaxStoredDepth; ++i)

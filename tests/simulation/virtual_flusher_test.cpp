@@ -69,7 +69,7 @@ TEST_F(VirtualFlusherTest, OnASlowDiskFlushesAtTheEndOfItsTimeAndLetsOthersWaitF
   flusher_->flushAndWait(Urgency::kSessionEnd);
   EXPECT_THAT(flushes_, ElementsAre(std::pair(13.0, Urgency::kSessionEnd)));
   loop_.advance(10);
-  EXPECT_EQ(flushes_.size(), 1U) << "it took along what was under way";
+  EXPECT_EQ(flushes_.size(), 1U) << "it included the flush under way";
 }
 
 TEST_F(VirtualFlusherTest, NothingRunsAfterStopNorAfterItsEnd) {

@@ -228,7 +228,7 @@ TEST(VirtualMachine, LosesWhatIsDoneToTheShelfAfterItsDiskWasCutOff) {
   machine.report_shelf.append(kit::Dictionary{{"exception_reason", "fendo"}});
   disk.cutNow();
   machine.kill(machine.start(appOptions()));
-  EXPECT_THAT(machine.report_shelf.reports(), SizeIs(1)) << "the start took it in, and was undone";
+  EXPECT_THAT(machine.report_shelf.reports(), SizeIs(1)) << "the start moved it into the store, which was undone";
 }
 
 }  // namespace
