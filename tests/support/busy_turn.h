@@ -10,7 +10,7 @@
 
 namespace morvik::test {
 
-/// The turn runs from construction on; it has called `first`, and waits.
+/// Constructed once the turn runs: it has called `first`, and waits.
 class BusyTurn {
  public:
   explicit BusyTurn(

@@ -13,7 +13,7 @@
 
 namespace morvik::test {
 
-/// A child that takes longer hangs.
+/// A child that takes longer counts as hanging.
 inline constexpr std::chrono::seconds kGiveUpChild{20};
 
 /// waitpid()'s status of the child; a hanging child is killed.
@@ -55,7 +55,7 @@ class Child {
     if (!is_over_)
       end();
   }
-  /// As endOf().
+  /// Like endOf().
   int status() {
     is_over_ = true;
     return endOf(id_);

@@ -1,4 +1,4 @@
-// A part of a document that is generated from the code: it is between two markers.
+// A part of a document that is generated from the code, between two markers.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -25,8 +25,7 @@ inline void expectDocumentBlock(const std::string& document, const std::string& 
   const size_t first = begin + begin_marker.size();
   ASSERT_LE(first, end);
   EXPECT_TRUE(text.substr(first, end - first) == wanted)
-      << "The code does something else than " << document
-      << " says. If that is meant, put this between its two markers:\n"
+      << "The code does not match " << document << ". If that is intended, put this between its two markers:\n"
       << begin_marker << wanted << end_marker;
 }
 

@@ -1,5 +1,5 @@
-// A file system under SQLite that counts the calls to the real one and refuses those that a test wants refused. For
-// targets that link SQLite.
+// A file system under SQLite that counts the calls to the real one and fails those that a test selects. For targets
+// that link SQLite.
 #pragma once
 
 #include <sqlite3.h>
@@ -17,7 +17,7 @@
 
 namespace morvik::test {
 
-/// One call of SQLite to the file system.
+/// One call from SQLite to the file system.
 struct VfsCall {
   enum class Kind : uint8_t { kOpen, kRead, kWrite, kSync, kTruncate, kDelete };
   static constexpr size_t kKinds = 6;
@@ -29,11 +29,11 @@ struct VfsCall {
   bool isOfLog() const { return path.ends_with("-wal"); }
 };
 
-/// Outlives every connection that uses it.
+/// Must outlive every connection that uses it.
 class FaultyVfs {
  public:
-  /// Returns SQLITE_OK to let the call through, or the code with which it fails; the file is then not touched. Called
-  /// on any thread that uses the store; it may block, to see who waits.
+  /// Returns SQLITE_OK to let the call through, or the code with which it fails; the file is then unchanged. Called on
+  /// any thread that uses the store; it may block, to see who waits.
   using Decider = std::function<int(const VfsCall&)>;
 
   explicit FaultyVfs(const char* real_name = "unix-excl") : real_(sqlite3_vfs_find(real_name)) {
@@ -68,7 +68,7 @@ class FaultyVfs {
   void failAll(VfsCall::Kind kind, int code) {
     decide([kind, code](const VfsCall& call) { return call.kind == kind ? code : SQLITE_OK; });
   }
-  /// Everything works again.
+  /// Every call works again.
   void heal() {
     const std::lock_guard lock(mutex_);
     decider_.reset();

@@ -9,7 +9,7 @@
 
 namespace morvik::test {
 
-/// While it lives, this process gets at most this many more descriptors; existing ones remain.
+/// While this object exists, the process gets at most this many more descriptors; existing ones remain.
 class FewDescriptors {
  public:
   explicit FewDescriptors(unsigned more) {

@@ -27,7 +27,7 @@ class FullStderr {
     ::close(before_);
   }
 
-  /// Fills it again, while nobody writes.
+  /// Fills the pipe again, while nobody writes.
   void fill() const {
     ::fcntl(ends_[1], F_SETFL, O_NONBLOCK);
     const std::array<char, 4096> filling{};

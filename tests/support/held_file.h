@@ -1,4 +1,4 @@
-// A file on which another process has its turn.
+// Takes a file's turn as another process would.
 #pragma once
 
 #include <fcntl.h>
@@ -9,7 +9,7 @@
 
 namespace morvik::test {
 
-/// As if held by another process: for the system, a second descriptor makes no difference.
+/// As if held by another process: a second descriptor is no different to the system.
 class Held {
  public:
   explicit Held(const std::string& path) : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {

@@ -129,7 +129,7 @@ TYPED_TEST_P(KeyValueStoreContract, WhatIsAppendedWhileAListIsRewrittenStaysBehi
   EXPECT_EQ(this->store().get("list"), kit::Value(kit::Array{2, 4}));
   this->store().append("begun", 1);
   this->store().replace("begun", kit::Value(), kit::Array{});
-  EXPECT_EQ(this->store().get("begun"), kit::Value(kit::Array{1})) << "of a list that was not there all is new";
+  EXPECT_EQ(this->store().get("begun"), kit::Value(kit::Array{1})) << "in a new list every element is new";
 }
 
 TYPED_TEST_P(KeyValueStoreContract, OfAListThatIsNoContinuationNothingStaysBehindTheOneThatReplacesIt) {

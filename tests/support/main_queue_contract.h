@@ -1,5 +1,5 @@
-// What every main queue, background queue and background task port must do, whatever loop stands behind it. A loop's
-// own tests make a rig and instantiate these:
+// What every main queue, background queue and background task port must do, on any loop. A loop's tests define a rig
+// and instantiate these:
 //
 //   struct MyRig {                                // made fresh for each test
 //     kit::MainQueue& mainQueue();
@@ -11,8 +11,8 @@
 //   };
 //   INSTANTIATE_TYPED_TEST_SUITE_P(MyLoop, MainQueueContract, MyRig);
 //
-// `done` is called on the test's thread, blocks may run on others; what both touch stands behind Seen's lock. The loop
-// is set up so that a thrown object is taken by its last guard.
+// `done` is called on the test's thread, blocks may run on others; what both access is behind Seen's lock. The loop
+// must be set up so that its last guard catches what blocks throw.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@
 
 namespace morvik::test {
 
-/// What blocks noted, in order.
+/// What blocks recorded, in order.
 class Seen {
  public:
   void note(const std::string& what) {
@@ -54,11 +54,11 @@ class Seen {
 template <class Rig>
 class MainQueueContract : public ::testing::Test {
  protected:
-  /// Runs until so many notes were made; says whether they came.
+  /// Runs until there are this many entries; false if they did not come.
   bool runUntilSeen(size_t count) {
     return rig.runUntil([this, count] { return seen.size() >= count; });
   }
-  /// Runs one more block at the end of the main queue, so that everything that waited before it has run.
+  /// Runs one more block at the end of the main queue, so that everything posted before it has run.
   bool runWhatWaits() {
     std::atomic<bool> done = false;
     rig.mainQueue().async([&done] { done = true; });
@@ -91,7 +91,7 @@ TYPED_TEST_P(MainQueueContract, RunsABlockThatABlockMadeInALaterTurnBehindThoseT
 }
 
 TYPED_TEST_P(MainQueueContract, RunsADelayedBlockNotBeforeItsTime) {
-  constexpr double kRounding = 1e-6;  // of times as floating-point numbers
+  constexpr double kRounding = 1e-6;  // rounding error of times as floating-point numbers
   const double delay_seconds = 0.02;
   std::atomic<double> ran = 0;
   std::atomic<bool> done = false;
@@ -180,7 +180,7 @@ TYPED_TEST_P(MainQueueContract, RunsBackgroundBlocksInOrderAndNeverInsideTheTurn
   std::vector<std::string> expected = {"made"};
   std::mutex turn;
   this->rig.mainQueue().async([this, &turn] {
-    // A background thread may begin at once, but what it notes must wait for this turn to be told apart from it.
+    // A background thread may start at once, but its entry must come after this turn's, to show which is which.
     const std::lock_guard lock(turn);
     for (int i = 0; i < 50; ++i) {
       this->rig.backgroundQueue().async([this, i, &turn] {

@@ -1,4 +1,4 @@
-// A system without threads left.
+// A system that has no threads left.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 
 namespace morvik::test {
 
-/// While it lives, the system creates no thread: no stack can be as large as required.
+/// While this object exists, no thread can be created: no stack can be as large as required.
 class NoThreads {
  public:
   NoThreads() {

@@ -1,4 +1,4 @@
-// The start of a test of a whole kit on the real machine.
+// The fixture for tests of a complete kit on the real machine.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,10 +18,10 @@
 
 namespace morvik::test {
 
-/// A wait for something that does not happen ends after this time, and the test fails.
+/// How long a test waits for something before it fails.
 inline constexpr std::chrono::seconds kGiveUp{20};
 
-/// Kits on a folder of their own; their lines are collected, and nobody answers for their service.
+/// Instances on a scratch folder; their log lines are collected, and their service never answers.
 class OnScratchFolder : public ::testing::Test {
  protected:
   OnScratchFolder() {
@@ -42,13 +42,13 @@ class OnScratchFolder : public ::testing::Test {
     options.main_queue = MainQueueMode::kPumped;
     return make();
   }
-  /// As an app starts it.
+  /// Like an app.
   std::unique_ptr<MorvikCore> start() {
     StartResult started = MorvikCore::start(options);
     EXPECT_TRUE(started) << started.error;
     return std::move(started.core);
   }
-  /// Waits until whoever holds the store has released it.
+  /// Waits until the store is released.
   bool canStartInTheEnd() {
     const auto give_up = std::chrono::steady_clock::now() + kGiveUp;
     while (std::chrono::steady_clock::now() < give_up) {

@@ -1,4 +1,4 @@
-// Where the tests find files of this tree and of this build.
+// Where tests find the files of this source tree and this build.
 #pragma once
 
 #include <string>

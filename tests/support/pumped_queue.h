@@ -1,4 +1,4 @@
-// A main queue that runs its blocks where and when a test says.
+// A main queue that runs its blocks only when a test says so.
 #pragma once
 
 #include <chrono>
@@ -12,7 +12,7 @@
 
 namespace morvik::test {
 
-/// Blocks may come from any thread and run on the thread that pumps.
+/// Blocks may be posted on any thread; they run on the thread that pumps.
 class PumpedQueue final : public kit::MainQueue {
  public:
   void async(kit::Block block) override {
@@ -23,12 +23,12 @@ class PumpedQueue final : public kit::MainQueue {
   /// Nothing tested here uses timers.
   void after(double, kit::Block block) override { async(std::move(block)); }
 
-  /// Runs the waiting blocks, and those that they add.
+  /// Runs the waiting blocks, and those that they post.
   void runAll() {
     while (const kit::Block block = take(std::chrono::seconds(0)))
       run(block);
   }
-  /// Runs blocks as they come until `done()`; false if that takes longer than any test may.
+  /// Runs blocks as they arrive until `done()`; false if that takes longer than any test may.
   template <class Done>
   bool runUntil(Done done) {
     while (!done()) {
@@ -43,7 +43,7 @@ class PumpedQueue final : public kit::MainQueue {
     const std::lock_guard lock(mutex_);
     return blocks_.size();
   }
-  /// Whether the caller is part of a block of this queue.
+  /// Whether the caller runs within a block of this queue.
   bool isCurrent() const {
     const std::lock_guard lock(mutex_);
     return runner_ == std::this_thread::get_id();

@@ -41,7 +41,7 @@ inline bool doOtherThreadsSleep() {
   return true;
 }
 
-/// Gives up after some seconds: then one of them is busy all the time.
+/// Gives up after some seconds, if a thread never sleeps.
 inline void waitUntilOtherThreadsSleep() {
   constexpr std::chrono::seconds kPatience{10};
   const auto give_up = std::chrono::steady_clock::now() + kPatience;

@@ -1,5 +1,4 @@
-// What every transport must do, whatever network stands behind it. A transport's own tests make a rig and instantiate
-// these:
+// What every transport must do, on any network. A transport's tests define a rig and instantiate these:
 //
 //   struct MyRig {                                               // made fresh for each test
 //     kit::Transport& transport();
@@ -44,7 +43,7 @@ class TransportContract : public ::testing::Test {
   bool runUntilOutcomes(size_t count) {
     return rig.runUntil([this, count] { return outcomes.size() >= count; });
   }
-  /// Starts the request in a turn of its own and waits for its outcome.
+  /// Starts the request in its own turn and waits for its outcome.
   kit::TransportOutcome exchange(const kit::Request& request) {
     const size_t before = outcomes.size();
     rig.post([this, request] { start(request); });
