@@ -1,4 +1,4 @@
-// Fills a service's store with requests as devices would send them, without sending them:
+// Fills a service's store with requests like those of devices, without sending them:
 //   fill_store FOLDER COUNT
 #include <charconv>
 #include <cstring>

@@ -1,4 +1,5 @@
-// The inspector's page as a person uses it: a device plays, the page shows it, and answers go wrong by a click.
+// The inspector's page as a person uses it: a device plays, the page shows it, and answers are made to fail with a
+// click.
 import assert from "node:assert/strict";
 import path from "node:path";
 import { after, before, test } from "node:test";
@@ -23,7 +24,7 @@ async function untilText(locator, text) {
 async function lay(name) {
   for (const [width, viewport] of Object.entries({ desktop: kDesktop, phone: kPhone })) {
     await page.setViewportSize(viewport);
-    // The picture of a timeline is drawn anew for the new width.
+    // The timeline is redrawn for the new width.
     if (["devices", "ledger"].includes(name)) await page.waitForFunction(() => {
       const chart = document.querySelector(".chart");
       return Math.abs(Math.max(320, chart.clientWidth - 32) - chart.querySelector("svg").viewBox.baseVal.width) < 1;
@@ -72,7 +73,7 @@ test("a request opens into payload, answer, headers and body", async () => {
   assert.match(await detail.locator("table").textContent(), /application\/x-www-form-urlencoded/);
   await detail.getByText("Raw body", { exact: true }).click();
   assert.match(await detail.locator("pre[aria-label='Raw body']").textContent(), /^k=demo-app&j=/);
-  assert.equal(await detail.locator(".rules").count(), 0, "a device of ours keeps to the wire format");
+  assert.equal(await detail.locator(".rules").count(), 0, "our device follows the wire format");
   await page.evaluate(() => document.querySelectorAll("#detail details:not(:first-of-type)").forEach((each) => { each.open = false; }));
   await lay("request");
 });
@@ -127,12 +128,12 @@ test("a misbehaviour is switched on by a click and the next answer misbehaves", 
   await rowsOf("spoiled").first().waitFor();
   assert.match(await rowsOf("spoiled").first().textContent(), /500/);
   assert.equal((await device.do("settle")).ok, true);
-  // The device has seen it: what the answer did not accept is still stored, and arrives with the next batch.
+  // The device has noticed: what the answer did not accept is still stored, and arrives with the next batch.
   assert.equal((await device.do("push")).ok, true);
   assert.equal((await device.do("settle")).ok, true);
   await page.waitForFunction((before) => document.querySelector("[data-total=delivered]").textContent !== before, delivered);
   await rowsOf("shop/refund").first().waitFor();
-  assert.ok((await rowsOf("shop/refund").count()) >= 2, "the batch came again");
+  assert.ok((await rowsOf("shop/refund").count()) >= 2, "the batch was sent again");
 });
 
 test("a search finds payloads and narrows the list", async () => {
@@ -173,7 +174,7 @@ test("a device's ledger is shown as it changes, beside what arrived", async () =
   await ledger.getByText("morvik-device --report-ledger").waitFor();
   await device.end();
   device = stage.startDevice("device", "--report-ledger");
-  // It is told behind each verb, and the page follows without a reload.
+  // The ledger is sent after each verb, and the page follows without a reload.
   assert.equal((await device.do("event shop view sku-1")).ok, true);
   await ledger.locator(".tag.good", { hasText: "balances" }).waitFor();
   const before = await number("Delivered");
@@ -202,7 +203,7 @@ test("a ledger that does not balance says what is missing", async () => {
   await ledger.getByText("Fewer activities arrived here than the device knows as delivered").waitFor();
   await ledger.locator(".reasons li", { hasText: "activities given up: unexplained" }).locator(".tag.bad").waitFor();
   await lay("ledger-unbalanced");
-  // The one heard of last comes first.
+  // The most recently active one comes first.
   assert.match(await page.locator("#installs .row").first().textContent(), /counts wrongly/);
   for (const verb of ["event shop view sku-2", "push", "settle"]) assert.equal((await device.do(verb)).ok, true, verb);
   await page.locator("#installs .row").first().filter({ hasText: "requests" }).waitFor();
@@ -251,7 +252,7 @@ test("everything can be done with the keyboard alone, and the focus is always se
   await page.reload();
   await page.locator("#rows .row").first().waitFor();
   await press("Tab");
-  assert.equal(await focusedId(), "skip", "the first stop is the way past the header");
+  assert.equal(await focusedId(), "skip", "the first stop skips the header");
   await tabTo("rows");
   await press("ArrowDown");
   await press("ArrowDown");

@@ -1,15 +1,15 @@
-// Looks for elements that lie upon each other or outside of the page.
+// Looks for elements that overlap or leave the page.
 
 // Runs in the page.
 function findTroubles() {
   const kSlack = 1;
   const troubles = [];
   const nameOf = (element) => `${element.tagName.toLowerCase()}${element.id ? `#${element.id}` : ""}${element.classList.length ? `.${[...element.classList].join(".")}` : ""}`;
-  // Inside a picture shapes lie upon each other on purpose; running text has no boxes of its own.
+  // Shapes in a picture overlap on purpose; running text has no boxes.
   const isWhole = (element) => element.matches("svg, pre, select");
   const clips = (element) => ["auto", "scroll", "hidden", "clip"].includes(getComputedStyle(element).overflowX);
 
-  // What of an element can be seen: its boxes, cut where an ancestor cuts.
+  // The visible part of an element: its boxes, clipped by its ancestors.
   function visibleBoxes(element) {
     let boxes = [...element.getClientRects()].map(({ left, top, right, bottom }) => ({ left, top, right, bottom }));
     for (let each = element.parentElement; each && each !== document.body; each = each.parentElement) {
@@ -41,7 +41,7 @@ function findTroubles() {
   return { troubles: [...new Set(troubles)], count };
 }
 
-// What is wrong with the page as it is now; nothing, when all is well.
+// Problems with the current page; empty if there are none.
 export async function layoutTroubles(page) {
   const { troubles, count } = await page.evaluate(findTroubles);
   if (count === 0) troubles.push("there is nothing on the page");

@@ -1,4 +1,4 @@
-// The page before a store of 100,000 requests.
+// The page with a store of 100,000 requests.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import path from "node:path";
@@ -7,7 +7,7 @@ import { kBuildDir, Stage } from "./stage.mjs";
 
 const kRequests = 100_000;
 const kAimMilliseconds = 1000;
-// A machine that does many things at once takes longer than the aim; what grows with the store takes longer than this.
+// Looser than the target, for a busy machine; anything that grows with the store still exceeds it.
 const kMostMilliseconds = 10_000;
 
 const stage = new Stage();

@@ -1,5 +1,5 @@
-// The service, a device and a browser as children of a test. Nothing here sleeps: everything waits for a line, an answer
-// or an element.
+// The service, a device and a browser as child processes of a test. Nothing here sleeps: everything waits for a line,
+// an answer or an element.
 import { spawn } from "node:child_process";
 import { createHash, X509Certificate } from "node:crypto";
 import { mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
@@ -10,13 +10,13 @@ import { fileURLToPath } from "node:url";
 import { chromium } from "playwright-core";
 
 export const kBuildDir = process.env.MORVIK_BUILD_DIR ?? fileURLToPath(new URL("../../build/dev", import.meta.url));
-// Longer than anything of ours takes on a busy machine; only what hangs gets there.
+// Longer than any of our steps takes on a busy machine; only a hang reaches it.
 export const kPatience = 120_000;
 export const kDesktop = { width: 1280, height: 800 };
 export const kPhone = { width: 390, height: 844 };
 
 const kKeys = "app-key=demo-app\nhash-key=demo-hash-key\ntracking-key=demo-tracking-key\n";
-// What Chromium would otherwise try to reach by itself.
+// Turns off what Chromium would otherwise contact on its own.
 const kQuiet = ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking", "--disable-component-update", "--disable-sync"];
 
 export const program = (name) => path.join(kBuildDir, "bin", name);
@@ -61,12 +61,12 @@ export class Stage {
     this.url = (await new Lines(child.stdout).next()).listening;
   }
 
-  // A device that does one verb after the other.
+  // A device that runs one verb after the other.
   startDevice(name = "device", ...more) {
     const child = this.#start("morvik-device", ["--store", this.file(name), "--keys", this.file("keys"), "--service", this.url, "--ca", this.file("tls/ca.pem"), ...more]);
     const lines = new Lines(child.stdout);
     return {
-      // The answer of the verb; what delegates say comes in between.
+      // The verb's answer; lines from delegates may come before it.
       do: async (verb) => {
         child.stdin.write(`${verb}\n`);
         for (;;) {
@@ -81,8 +81,8 @@ export class Stage {
     };
   }
 
-  // A page that trusts the service's own certificate and no other made one. `troubles` collects all that a clean page
-  // never has.
+  // A page that trusts the service's own certificate and no other generated one. `troubles` collects everything that a
+  // clean page never has.
   async openBrowser(viewport = kDesktop, colorScheme = "light") {
     const certificate = new X509Certificate(readFileSync(this.file("tls/cert.pem")));
     const key = createHash("sha256").update(certificate.publicKey.export({ type: "spki", format: "der" })).digest("base64");
@@ -95,7 +95,7 @@ export class Stage {
     const troubles = [];
     page.on("console", (message) => ["error", "warning"].includes(message.type()) && troubles.push(`console: ${message.text()}`));
     page.on("pageerror", (error) => troubles.push(`page: ${error.message}`));
-    // A page that is left ends its stream.
+    // Leaving a page ends its stream.
     const isEndedStream = (request) => request.url().includes("/inspect/stream") && request.failure()?.errorText === "net::ERR_ABORTED";
     page.on("requestfailed", (request) => isEndedStream(request) || troubles.push(`request: ${request.url()} ${request.failure()?.errorText}`));
     page.on("response", (response) => response.status() >= 400 && troubles.push(`answer: ${response.url()} ${response.status()}`));

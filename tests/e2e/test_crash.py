@@ -35,7 +35,7 @@ class Crash(unittest.TestCase):
     def die(self, device, line):
         device.say(line)
         status, answers = device.rest()
-        self.assertEqual(answers, [], "the verb is not answered")
+        self.assertEqual(answers, [], "the verb has no answer")
         return -status
 
     def reports(self):
@@ -50,7 +50,7 @@ class Crash(unittest.TestCase):
         stored = device.store(QUEUE).get(QUEUE, [])
         for line in ("active", "settle"):
             self.assertTrue(device.do(line)["ok"])
-        self.assertEqual(device.store(QUEUE).get(QUEUE, []), [], "what arrived is not kept")
+        self.assertEqual(device.store(QUEUE).get(QUEUE, []), [], "delivered reports are removed")
         ledger = device.do("ledger")
         self.assertEqual(device.end_input()[0], 0)
         reports = self.reports()

@@ -86,7 +86,7 @@ class DeviceTest(unittest.TestCase):
         return [r for r in self.service.requests(self.known_requests) if r["endpoint"] == endpoint]
 
     def delivered(self):
-        """The distinct events that arrived since the test began."""
+        """The distinct events that arrived since the test started."""
         return [event for event in self.service.events() if event["requests"][0] > self.known_requests]
 
     def write(self, name, text):
@@ -467,7 +467,7 @@ class OpenedUrls(DeviceTest):
             file.write(b'open-url "' + url + b'"\nfacebook-url "' + facebook_url + b'"\nstore-url "' + url +
                        b'"\nsettle\n')
         status, output, _ = self.run_once(self.arguments("--script", script))
-        self.assertEqual((status, len(output)), (0, 4 + 2))  # a third party's answer tells two delegates
+        self.assertEqual((status, len(output)), (0, 4 + 2))  # a third-party answer calls two delegates
         self.do(self.device(), "active", "settle")
         sent = [r["payload"]["deeplink_info"] for endpoint in ("reengagement-conversion", "thirdparty-conversion")
                 for r in self.requests(endpoint)]
@@ -703,7 +703,7 @@ class Options(DeviceTest):
         before = len(self.service.requests(self.known_requests))
 
         device = self.device("--report-ledger")
-        self.do(device, "event shop buy", "ledger")  # it is told before the next verb begins
+        self.do(device, "event shop buy", "ledger")  # the ledger is sent before the next verb starts
         told, = self.service.call("GET", f"/inspect/ledger?install={install}")["ledgers"]
         self.assertEqual((told["balances"], told["sound"]), (True, True))
         activities = told["accounts"][0]

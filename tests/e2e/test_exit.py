@@ -31,7 +31,7 @@ HOLDERS = ("local", "global", "static")
 PLACES = ("main", "thread", "callback", "background")
 WAYS = [("return", "main")] + [(way, place) for way in ("exit", "quick_exit", "abort", "_exit") for place in PLACES]
 STATUS_OF = {"abort": -6}
-# For kits that nothing destroys: a thread within a call then only meets the end itself.
+# For instances that nothing destroys: a thread within a call then only meets the end itself.
 WAYS_MEANWHILE = [(way, place) for way in ("exit", "quick_exit") for place in ("main", "thread", "callback")]
 MEANWHILE = (["wait-meanwhile"], ["stop-meanwhile"], ["wait-meanwhile", "stop-meanwhile"])
 

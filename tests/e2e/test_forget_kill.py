@@ -20,11 +20,12 @@ import stage  # noqa: E402
 
 BUILD = os.environ["MORVIK_BUILD_DIR"]
 FLAGS = ("MorvikCoreUserInfo_isGDPRForgetMe", "MorvikCoreUserInfo_isGDPRForgetMeServerSynced")
-# (wish, synced) before anything, with a request under way, and once the service has accepted one, whichever it was.
+# (wish, synced) at first, with a request under way, and once the service has accepted one, whichever it was.
 NEVER_ASKED = (False, False)
 ACCEPTED = (True, True)
-# Killed between the two homes of the wish, of which the one that says forgotten counts: the store has the withdrawal and
-# the file not yet, or the file has that the withdrawal was accepted, which marks the user again, and the store not yet.
+# Killed between the two writes of the wish, of which the one that says forgotten counts: the store has the withdrawal
+# and the file not yet, or the file has that the withdrawal was accepted, which marks the user again, and the store not
+# yet.
 CUT_OFF_IN_BETWEEN = (True, False)
 # Runs of each kind that end at a random moment, up to this long after the verb was written.
 RANDOM_KILLS = 100
@@ -128,11 +129,11 @@ class ForgetKill(unittest.TestCase):
         before = NEVER_ASKED if life.wish else ACCEPTED
         self.assertIn(life.state, (before, (life.wish, False), ACCEPTED, CUT_OFF_IN_BETWEEN), str(life))
         requests = self.requests_of(life)
-        self.assertLessEqual(len(requests), 1, f"nothing is asked twice by itself: {life}")
+        self.assertLessEqual(len(requests), 1, f"the kit does not repeat a request: {life}")
         answered_well = [request for request in requests if self.accepts(request["behaviour"])]
         if requests and life.state != (life.wish, False):
             self.assertIn(life.state, (ACCEPTED, CUT_OFF_IN_BETWEEN), f"the service has a wish that the device forgot: {life}")
-            self.assertTrue(answered_well, f"the device believes in an answer that was none: {life}")
+            self.assertTrue(answered_well, f"the device counts a failure as an answer: {life}")
         return requests
 
     @staticmethod

@@ -75,7 +75,7 @@ class Inspect(unittest.TestCase):
             self.assertIn(line, text)
         self.assertNotIn("\x1b", text)
         self.assertEqual(state_of(self.store), before)
-        self.assertEqual(len(self.device().stored_events()), 4, "the next process finds all of it")
+        self.assertEqual(len(self.device().stored_events()), 4, "the next process finds everything")
 
     def test_a_store_that_a_process_holds_is_shown_and_stays_byte_for_byte(self):
         device = self.device()

@@ -91,14 +91,14 @@ class Kill(unittest.TestCase):
             self.attempted.update(param for _, param in lines if param)
             device.say(*(line for line, _ in lines))
             answers = [device.answer() for _ in range(until)]
-            self.assertNotIn(None, answers, f"life {number}: the device ended on its own: {device.log}")
+            self.assertNotIn(None, answers, f"run {number}: the device ended on its own: {device.log}")
             try:
                 answers.append(device.answer(self.random.uniform(0, MOST_DELAY_SECONDS)))
             except queue.Empty:
                 pass
         finally:
             status, late = device.kill()
-        self.assertEqual(status, -9, f"life {number}: {device.log}")
+        self.assertEqual(status, -9, f"run {number}: {device.log}")
         self.take_answers(lines, answers + late)
 
     def take_answers(self, lines, answers):
@@ -155,9 +155,9 @@ class Kill(unittest.TestCase):
         for verb in ("active", "settle", "push", "settle", "background", "settle"):
             self.assertTrue(device.do(verb)["ok"], verb)
         stored = self.check_nothing_was_lost(device)
-        self.assertEqual([event["activityName"] for event in stored.values()], ["end"], "all else was delivered")
+        self.assertEqual([event["activityName"] for event in stored.values()], ["end"], "everything else was delivered")
         self.assertEqual(device.end_input(), (0, []))
-        self.assertGreater(len(self.answered), KILLS, "the lives were busy")
+        self.assertGreater(len(self.answered), KILLS, "the runs recorded enough events")
         print(f"{KILLS} kills: {len(self.answered)} events answered, {len(self.attempted)} attempted, "
               f"{len(self.delivered)} delivered; the ledger's last word: {self.account}", flush=True)
 
