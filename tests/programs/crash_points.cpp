@@ -1,4 +1,4 @@
-// Tries the crash points of a scripted run; tools/crashpoints builds and runs it, and has the help.
+// Tests the crash points of a scripted run; tools/crashpoints builds and runs it, and has the help.
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -33,7 +33,7 @@ std::optional<uint64_t> numberIn(std::string_view text) {
   return number;
 }
 
-/// An error for people; empty when the option was taken.
+/// Returns an error message; empty if the option was accepted.
 std::string take(std::string_view name, const char* value, Options& options) {
   if (value == nullptr)
     return std::string(name) + " needs a value";

@@ -1,16 +1,15 @@
-// An app that ends in the way it is told, in the middle of its life; tests/e2e/test_exit.py looks at what it left.
+// An app that ends in a given way while the kit is at work; tests/e2e/test_exit.py looks at what it left.
 //
 //   exit_paths STORE KEYS_FILE SERVICE_URL CA_FILE HOLDER WAY PLACE DELAY_MICROSECONDS NAME [WORD...]
 //
-// HOLDER: where the kit stands: local, global, static (in a function).
-// WAY: return (from main), exit, quick_exit, abort, _exit. PLACE: where it is called: main, thread (of the app's),
+// HOLDER: what holds the kit: local, global, static (in a function).
+// WAY: return (from main), exit, quick_exit, abort, _exit. PLACE: where it is called: main, thread (one of the app's),
 // callback (main queue), background (background queue).
 //
-// WORD: openssl-first, the app uses that library itself; wait-meanwhile, stop-meanwhile: during the end another thread
-// waits for deliveries, or stops the kit. For a kit that nothing destroys.
+// WORD: openssl-first, the app itself uses OpenSSL; wait-meanwhile, stop-meanwhile: during the end another thread waits
+// for deliveries, or stops the kit. Only for a kit that is never destroyed.
 //
-// Each event of which a call has answered that it is kept is a line on standard output. The status is 7 where the way
-// takes one.
+// Prints a line for each event that a call reported as kept. The exit status is 7 if the way has one.
 #include <morvik/morvik.h>
 #include <openssl/crypto.h>
 #include <unistd.h>
@@ -32,7 +31,7 @@
 namespace {
 
 constexpr int kStatus = 7;
-/// Recorded before the end begins, and by each thread that goes on recording.
+/// Recorded before the end, and by each thread that keeps recording.
 constexpr int kEvents = 5;
 constexpr int kMaxEventsOfThread = 100;
 
@@ -46,7 +45,7 @@ struct Plan {
   std::string name;
   std::set<std::string> words;  ///< the optional ones
 
-  /// Threads of the app's may use the kit until the process is gone: nothing destroys it meanwhile.
+  /// Threads of the app may use the kit until the process is gone: nothing destroys it before.
   bool isNeverDestroyed() const {
     return way == "quick_exit" || way == "abort" || way == "_exit" || (holder == "local" && way == "exit");
   }
@@ -64,7 +63,7 @@ struct Plan {
 
 std::atomic<bool> ends_in_background{false};
 
-/// False once it is refused.
+/// False once an event is refused.
 bool record(morvik::MorvikCore& core, const std::string& name) {
   if (!isKept(core.addActivity("exit", name)))
     return false;
@@ -96,7 +95,7 @@ std::unique_ptr<morvik::MorvikCore> start(const morvik::StartOptions& options) {
   ::_exit(1);
 }
 
-/// A commerce event waits in the store, so that the end of a session asks the module on the background queue.
+/// Leaves a commerce event in the store, so that the end of a session calls the module on the background queue.
 void leaveCommerceEvent(const morvik::StartOptions& options) {
   auto machine = std::make_unique<morvik::simulation::LeveredMachine>();
   auto& levers = *machine;
@@ -117,13 +116,14 @@ void goOnRecording(morvik::MorvikCore& core, const std::string& name) {
   }
 }
 
-/// The module is asked at a session's start too, on the main queue; there the kit would go while this thread uses it.
+/// The module is also called at a session's start, but on the main queue: there the kit would be destroyed while this
+/// thread uses it.
 void enterBackgroundToEnd(morvik::MorvikCore& core) {
   ends_in_background = true;
   core.applicationDidEnterBackground();
 }
 
-/// Comes back where the way is to return from main.
+/// Returns only if the way is to return from main.
 void live(morvik::MorvikCore& core, const Plan& plan) {
   core.applicationDidBecomeActive();
   for (int i = 0; i < kEvents; ++i)

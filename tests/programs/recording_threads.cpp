@@ -1,5 +1,5 @@
-// Eight threads of an app record as fast as they can until somebody kills the process. How many calls of each have
-// returned stands in a file that is mapped, so that it outlives the process.
+// Eight threads of an app record as fast as they can until the process is killed. The number of calls that have
+// returned, per thread, is in a mapped file, so that it outlives the process.
 //
 //   recording_threads STORE_FOLDER COUNTS_FILE own|pumped
 //

@@ -1,4 +1,4 @@
-// Plays random runs until the time is over; tools/soak builds and runs it, and has the help.
+// Plays random runs until the time is up; tools/soak builds and runs it, and has the help.
 #include "proofs/scripts/soak.h"
 
 #include <unistd.h>
@@ -30,7 +30,7 @@ constexpr int kWrongOption = 2;
 
 struct Options {
   double minutes = kUsualMinutes;
-  uint64_t lives = 0;  ///< 0: as the time allows
+  uint64_t lives = 0;  ///< 0: as many as the time allows
   bool has_seed = false;
   uint64_t seed = 0;
   double days = 2;
@@ -47,7 +47,7 @@ std::optional<Number> numberIn(std::string_view text) {
   return number;
 }
 
-/// An error for people; empty when the option was taken.
+/// Returns an error message; empty if the option was accepted.
 std::string take(std::string_view name, const char* value, Options& options) {
   if (value == nullptr)
     return std::string(name) + " needs a value";
@@ -80,7 +80,7 @@ void printReplay(uint64_t seed, double days) {
 thread_local uint64_t living_seed = 0;
 double living_days = 0;
 
-// The process may be in any state: nothing is allocated here.
+// A signal handler; the process may be in any state, so nothing is allocated here.
 void nameTheSeed(int signal) {
   const auto say = [](std::string_view text) {
     [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
@@ -114,7 +114,7 @@ int playOne(const Options& options) {
 }
 
 int playMany(const Options& options) {
-  // Far apart, so that another minute's seeds are others.
+  // Far apart, so that runs started a minute later get other seeds.
   const auto time = static_cast<uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
   SoakOptions many{.first_seed = options.has_seed ? options.seed : time / 1000 % 1'000'000'000'000,
                    .lives = options.lives != 0 ? options.lives : kMostLives,

@@ -1,4 +1,4 @@
-// An app that links the core alone.
+// An app that links only the core.
 
 #include <iostream>
 #include <string>

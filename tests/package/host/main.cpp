@@ -14,7 +14,7 @@ int main(int argc, char** argv) {
   options.app_key = "consumer";
   options.hash_key = "0123456789abcdef";
   options.tracking_key = "fedcba9876543210";
-  // Nobody listens there: what is sent stays on this machine and is kept.
+  // Nothing listens there: what is sent stays on this machine and is kept.
   options.service_url = "https://127.0.0.1:1/";
   morvik::StartResult started = morvik::MorvikCore::start(options);
   if (!started) {

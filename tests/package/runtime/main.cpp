@@ -1,4 +1,4 @@
-// A platform that links the runtime, and nothing of the host: the runtime checks options by what the platform says.
+// A platform that links the runtime without host/: the runtime checks options by what the platform says.
 
 #include <morvik/morvik.h>
 
@@ -12,7 +12,7 @@
 
 namespace {
 
-/// No files, no environment, and a network to which every URL will do.
+/// No files, no environment, and a network that accepts every URL.
 class Inputs final : public morvik::runtime::MachineInputs {
  public:
   std::optional<std::string> readFile(const std::string&, size_t) const override { return std::nullopt; }
@@ -27,7 +27,7 @@ class Inputs final : public morvik::runtime::MachineInputs {
 }  // namespace
 
 int main() {
-  // Linked, so that all that a running kit needs is there; never called.
+  // Linked, so that everything a running kit needs must be there; never called.
   auto* const volatile start = &morvik::runtime::start;
   morvik::StartOptions options;
   options.store_folder = "store";

@@ -1,4 +1,4 @@
-// An app's test that lives a device in virtual time.
+// An app's test that simulates a device in virtual time.
 
 #include <iostream>
 

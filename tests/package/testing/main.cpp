@@ -1,4 +1,4 @@
-// An app's test that links the fakes and the core, and nothing of the host.
+// An app's test that links the fakes and the core, without host/.
 
 #include <iostream>
 
