@@ -77,7 +77,7 @@ class KillThreads(unittest.TestCase):
                 # The record of the running call may be there or not.
                 self.assertEqual(numbers, list(range(len(numbers))), f"kill {number}: thread {thread} is out of order")
                 self.assertGreaterEqual(len(numbers), returned[thread], f"kill {number}: thread {thread} lost a call")
-                self.assertLessEqual(len(numbers), returned[thread] + 1, f"kill {number}: thread {thread} has one twice")
+                self.assertLessEqual(len(numbers), returned[thread] + 1, f"kill {number}: thread {thread} has a double")
         print(f"{KILLS_IN_EACH_MODE} kills, {self.calls} calls had returned, 0 lost", flush=True)
         self.assertGreater(self.calls, KILLS_IN_EACH_MODE * THREADS)
 
