@@ -89,7 +89,7 @@ class Random final : public kit::Random {
   kit::Random& source_;
 };
 
-/// What was committed survives the process. A store on a disk also syncs it, on a thread of its own.
+/// Committed writes survive the process. A store on a disk also syncs them, on its own thread.
 class Store final : public runtime::MachineStore {
  public:
   explicit Store(testing::MemoryStore& store) : store_(store) {}
@@ -137,7 +137,7 @@ class Store final : public runtime::MachineStore {
   const std::string no_line_;
 };
 
-/// Cannot be interrupted, so an erasure is never left half done.
+/// Cannot be interrupted, so an erasure is never left unfinished.
 class Eraser final : public runtime::MachineEraser {
  public:
   explicit Eraser(Device& device) : device_(device) {}
@@ -181,7 +181,7 @@ class OnlyThread final : public runtime::MachineThreads {
   }
 };
 
-/// Answers at once. A real network calls `done` when the answer is there, on whatever thread.
+/// Answers at once. A real network calls `done` when the answer arrives, on any thread.
 class Network final : public runtime::MachineNetwork {
  public:
   explicit Network(const Device& device) : device_(device) {}
@@ -268,7 +268,7 @@ std::unique_ptr<runtime::MachineThreads> MemoryMachine::makeThreads() {
   return std::make_unique<OnlyThread>();
 }
 
-// There is no thread for a loop of the kit's own: the app pumps in either mode.
+// There is no thread for the kit's own loop: the app pumps in either mode.
 std::unique_ptr<runtime::MachineLoop> MemoryMachine::makeMainLoop(morvik::MainQueueMode,
                                                                   const morvik::services::Logger& logger) {
   return std::make_unique<MemoryLoop>(device_.time, thread_, logger);

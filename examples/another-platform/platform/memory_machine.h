@@ -23,13 +23,13 @@ struct Device {
   morvik::testing::MemoryStore store;
   morvik::testing::MemoryShelf crash_reports;
   morvik::testing::SeededRandom random;
-  /// Log lines, where the app has no log_sink.
+  /// Log lines of an app without a log_sink.
   std::vector<std::string> log;
   /// The service behind the network; empty: there is no network.
   std::function<morvik::kit::Response(const morvik::kit::Request&)> service;
 };
 
-/// One process of the app. The device outlives it.
+/// One process of the app. The device must outlive it.
 class MemoryMachine final : public morvik::runtime::Machine {
  public:
   explicit MemoryMachine(Device& device) : device_(device) {}
@@ -49,7 +49,7 @@ class MemoryMachine final : public morvik::runtime::Machine {
   std::unique_ptr<const morvik::kit::KeyedHash> makeKeyedHash() override;
   std::unique_ptr<const morvik::kit::JsonCodec> makeJsonCodec() override;
 
-  // What is kept.
+  // What is stored.
   std::unique_ptr<morvik::runtime::MachineStore> makeStore(const std::string& folder,
                                                            morvik::kit::LogSink& log) override;
   std::unique_ptr<morvik::runtime::MachineWishFile> makeWishFile(const std::string& folder) override;

@@ -66,7 +66,7 @@ class MemoryLoop final : public morvik::runtime::MachineLoop {
   bool stop() override;
   void letGo() override {}
 
-  // Looking.
+  // Inspection.
   bool isMainThread() const override { return thread_->runs != OneThread::Runs::kBackgroundBlock; }
   bool isInTurn() const override { return thread_->runs == OneThread::Runs::kTurn; }
   morvik::runtime::MainLoopCounts counts() const override;
@@ -92,7 +92,7 @@ class MemoryLoop final : public morvik::runtime::MachineLoop {
   bool has_ceased_ = false;
   std::deque<morvik::kit::Block> turns_;
   uint64_t turns_begun_ = 0;
-  std::map<TimerKey, Timer> timers_;  ///< by when they are due, in microseconds of uptime, and their number
+  std::map<TimerKey, Timer> timers_;  ///< by due time, in microseconds of uptime, and number
   uint64_t timers_made_ = 0;
   std::vector<morvik::kit::Block> after_turn_;
 };
