@@ -1,4 +1,4 @@
-// What must hold at every step of a run, whatever happens: each is an invariant with a name.
+// What must hold at every step of a run: each is an invariant with a name.
 #pragma once
 
 #include <cstddef>
@@ -28,36 +28,36 @@ struct RunExchange {
   double started_at = 0;
   std::optional<double> left_at;
   double timeout_seconds = 0;
-  /// Its answer deletes what it carries, and that alone: no other batch was under way, and no session started.
+  /// Its answer deletes exactly what it carries: no other batch was under way, and no session started.
   bool deletes_its_own = true;
   bool is_accepted = false;
   bool is_one_large = false;  ///< a batch of one activity that may be given up as too large
-  /// It was made by a process that did not know its store, nor who it is.
+  /// Made by a process that did not know its store, nor its own identity.
   bool was_made_while_unavailable = false;
 };
 
-/// What is known of a run, kept by the tracker.
+/// The facts of a run, kept by the tracker.
 struct RunFacts {
   double now = 0;
   ExpectedRecords records;
-  std::map<uint64_t, RunExchange> exchanges;  ///< of the process that runs, by name
-  uint64_t handling = 0;                      ///< the exchange whose handler runs; 0: none
+  std::map<uint64_t, RunExchange> exchanges;  ///< of the running process, by name
+  uint64_t handling = 0;                      ///< the exchange whose handler is running; 0: none
   bool is_alive = false;
-  bool is_forgotten = false;           ///< the process says so
-  bool wants_to_be_forgotten = false;  ///< the app asked for it last, and that outlived every death since
-  bool is_unavailable = false;         ///< the file could not be read at the start, and is still not
-  bool wish_is_in_its_file = false;    ///< and that outlived every death since
-  bool is_next_to_newer = false;       ///< a newer program has used the store, which is to stay as it is
+  bool is_forgotten = false;           ///< according to the process
+  bool wants_to_be_forgotten = false;  ///< the app's latest wish, and it survived every death since
+  bool is_unavailable = false;         ///< the file could not be read at the start, and still cannot
+  bool wish_is_in_its_file = false;    ///< and it survived every death since
+  bool is_next_to_newer = false;       ///< a newer program has used the store, which must stay as it is
   bool knows_its_store = true;         ///< false: the file could not be read at the start, and has not recovered
-  std::optional<Ledger> ledger;        ///< of this step
-  uint64_t installs = 0;               ///< that the service attributed
-  bool is_all_well = false;  ///< and has been for some sessions, of an install that may send all that it records
+  std::optional<Ledger> ledger;        ///< at this step
+  uint64_t installs = 0;               ///< attributed by the service
+  bool is_all_well = false;            ///< for some sessions already, and the install may send everything it records
 
   size_t underWay(testing::ServiceEndpoint endpoint) const;
   const RunExchange* handled() const;
 };
 
-/// Hears what happens and complains. By itself it hears nothing.
+/// Receives events and reports complaints. It observes nothing by itself.
 class Invariant {
  public:
   using Complain = std::function<void(const char* invariant, const std::string& text)>;
@@ -71,21 +71,21 @@ class Invariant {
   virtual void processBegins() {}
   virtual void processEnds() {}
   virtual void sessionRequested() {}
-  /// The loop ran dry: what was asked for is done.
+  /// The loop is idle: everything requested is done.
   virtual void loopIdle() {}
-  /// It stands in the facts already.
+  /// The facts include it already.
   virtual void requestStarts(const RunExchange&) {}
-  /// It reaches the network now; it may have waited since it started.
+  /// It reaches the network now; it may have waited since its start.
   virtual void requestLeaves(const RunExchange&) {}
-  /// `answer`: what the core takes for a success; nothing: a failure. Before the handler.
+  /// `answer`: the answer if the core counts it as a success; nothing: a failure. Called before the handler.
   virtual void exchangeEnds(const RunExchange&, const std::optional<kit::Value>&) {}
   virtual void valueSet(std::string_view, const kit::Value&) {}
   virtual void blockPostponed(double) {}
   virtual void lineLogged(std::string_view) {}
-  /// What the app was told of what it recorded, and what is so.
+  /// What the app was told about a record, and what is true.
   virtual void answered(Recorded /*told*/, Recorded /*rightly*/) {}
   virtual void storeFileChanges(std::string_view /*path*/) {}
-  /// After every step; the facts are those of its end.
+  /// After every step, with the facts at its end.
   virtual void stepEnds() {}
 
  protected:
@@ -97,7 +97,7 @@ class Invariant {
   const Complain complain_;
 };
 
-/// Names, as the figures list them and a complaint begins with.
+/// Names, as the figures list them and complaints begin with.
 inline constexpr const char* kLedgerIsSound = "the ledger is sound";
 inline constexpr const char* kLedgerAgrees = "the ledger agrees with what was seen";
 inline constexpr const char* kNothingIsLost = "nothing is lost but by a rule";
@@ -116,11 +116,11 @@ inline constexpr const char* kAnswersAreTrue = "the app is told what becomes of 
 inline constexpr const char* kNewerStoreStays = "a store of a newer version stays as it is";
 inline constexpr const char* kOneDevice = "the device stays the same one";
 
-/// Retries of a conversion that may be scheduled between two successes of one process, and re-fetches.
+/// Limits for a conversion's scheduled retries, and re-fetches, between two successes of one process.
 inline constexpr uint64_t kMaxRetries = 9;
 inline constexpr uint64_t kMaxRefetches = 1;
 
-/// One of each. `facts` outlives them.
+/// One of each. `facts` must outlive them.
 std::vector<std::unique_ptr<Invariant>> makeInvariants(const RunFacts& facts, const Invariant::Complain& complain);
 
 }  // namespace morvik::proofs

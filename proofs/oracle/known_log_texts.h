@@ -1,4 +1,4 @@
-// What the kit and its host may write into the log.
+// The texts that the kit and the machine that ships may log.
 #pragma once
 
 #include <cstdint>
@@ -8,18 +8,18 @@
 namespace morvik::proofs {
 
 struct KnownLogText {
-  std::string_view file;  ///< where it stands, without folders
+  std::string_view file;  ///< its source file, without folders
   std::string_view text;  ///< with its "%@", "%ld" and so on
-  bool is_alarm;          ///< tells of a mistake of the kit's, or of what no simulated machine has
+  bool is_alarm;          ///< indicates a bug of the kit, or something that no simulated machine has
 };
 
-/// All of them. A test compares them with the sources.
+/// All texts. A test compares them with the sources.
 std::span<const KnownLogText> knownLogTexts();
 
 enum class LogLineKind : uint8_t { kKnown, kAlarm, kUnknown };
 
-/// Of a line as a sink gets it, with its prefix if it has one: a text of the file that the prefix names, filled in. A
-/// line without one may be of any text.
+/// The kind of a line as a sink receives it. A line with a prefix must be a text of the file that the prefix names,
+/// filled in; a line without one may be any text.
 LogLineKind kindOfLogLine(std::string_view line);
 
 }  // namespace morvik::proofs

@@ -1,4 +1,5 @@
-// How the values of stored records, payloads and answers are read. Not by the kit's converters: those are checked.
+// Reads the values of stored records, payloads and answers. The kit's own converters are not used, since they are under
+// test.
 #pragma once
 
 #include <cstdint>
@@ -8,17 +9,18 @@
 
 namespace morvik::proofs {
 
-/// Text as it is, an integer or boolean in decimal form; "" for all else.
+/// Text unchanged, an integer or boolean in decimal form; "" for anything else.
 std::string textOf(const kit::Value& value);
 
-/// A number without its fraction, a boolean as 1 or 0, the integer that a text begins with; 0 for all else. What does
-/// not fit is the nearest that does.
+/// A number without its fraction, a boolean as 1 or 0, the integer at the start of a text; 0 for anything else. Values
+/// out of range are clamped.
 int64_t integerOf(const kit::Value& value);
 
-/// Whether an answer means yes: true, a number other than 0, a text that begins with Y, y, T, t or a digit but 0.
+/// Whether an answer means yes: true, a number other than 0, or a text that begins with Y, y, T, t or a digit from 1 to
+/// 9.
 bool meansYes(const kit::Value& value);
 
-/// Of a click, or of the count of its failures.
+/// For a click, or for the count of its failures.
 int64_t conversionKeyOf(const kit::Value& record);
 int64_t failuresOf(const kit::Value& record);
 

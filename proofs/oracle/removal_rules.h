@@ -1,5 +1,5 @@
-// Which records may be given up, and why. Written down here once more and not read from the kit, so that a change of
-// the kit's rules is noticed.
+// Which records may be removed, and why. Repeated here instead of read from the kit, so that a change of the kit's
+// rules is noticed.
 #pragma once
 
 #include <array>
@@ -19,11 +19,11 @@ enum class RecordKind : uint8_t {
   kDemographics
 };
 inline constexpr size_t kRecordKinds = 6;
-/// By kind, as the ledger calls them.
+/// The ledger's names of the kinds.
 inline constexpr std::array<const char*, kRecordKinds> kRecordKindNames = {
     "activities", "impressions", "re-engagement clicks", "commerce clicks", "crash reports", "demographics"};
 
-/// Its place in arrays by kind.
+/// The kind's index in arrays by kind.
 constexpr size_t indexOf(RecordKind kind) {
   return static_cast<size_t>(kind);
 }
@@ -47,24 +47,24 @@ enum class RemovalReason : uint8_t {
   kProcessEnded
 };
 
-/// One row: for this reason records of this kind may be given up.
+/// One row: records of this kind may be removed for this reason.
 struct RemovalRule {
   RecordKind kind;
   RemovalReason reason;
-  const char* words;  ///< by which the ledger names it
+  const char* words;  ///< the ledger's name of it
 };
 
-/// All of them, by kind. Records that were written over by hand have none: no run does that.
+/// All rules, by kind. There is none for records overwritten by hand: no run does that.
 std::span<const RemovalRule> removalRules();
 
-/// The row's number in removalRules(). Nothing for a kind that is never given up for this reason.
+/// The row's index in removalRules(). Nothing for a kind that is never removed for this reason.
 std::optional<size_t> removalRuleOf(RecordKind kind, RemovalReason reason);
 
-/// The count of a click's first failed session, and the highest at which it is sent again.
+/// The count after a click's first failed session, and the highest count at which it is sent again.
 inline constexpr int64_t kFirstClickFailure = 1;
 inline constexpr int64_t kLastClickFailureToResend = 5;
 
-/// A single activity above this may be given up when the service finds it too large.
+/// A larger single activity may be removed if the service finds it too large.
 inline constexpr size_t kLargeActivityBytes = 1'048'576;
 
 }  // namespace morvik::proofs

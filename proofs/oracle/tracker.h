@@ -1,5 +1,5 @@
-// Sees what passes between a device and its machine, and keeps the facts of its run: what was recorded, which request
-// carries it, and which rule may let it go.
+// Watches the traffic between a device and its machine, and keeps the facts of the run: what was recorded, which
+// request carries it, and which rule may remove it.
 #pragma once
 
 #include <cstdint>
@@ -18,29 +18,30 @@
 
 namespace morvik::proofs {
 
-/// Of one run. Nothing of it depends on what the kit's own ledger says.
+/// For one run. Independent of the kit's own ledger.
 class Tracker {
  public:
-  /// `reader` opens what leaves, counts nothing, and outlives the tracker. `when_committed`: hands a block over that
-  /// runs once the running turn is committed, and never if a death comes first.
+  /// `reader` opens requests without counting them, and must outlive the tracker. `when_committed` takes a block and
+  /// runs it once the current turn is committed; never if a death comes first.
   Tracker(testing::SimulatedService& reader, std::function<void(std::function<void()>)> when_committed);
 
   RunFacts facts;
 
-  /// The app recorded something under a new name; it is kept once its turn is committed. `key`: of a click.
+  /// The app recorded something under a new name; it is kept once its turn is committed. `key`: for clicks.
   RecordNumber addRecord(RecordKind kind, const std::string& name);
-  /// The same, of one of the three demographic values ("age=17"): it takes the place of `before`, if that is pending.
+  /// Like addRecord(), for one of the three demographic values ("age=17"). Earlier values of the same property may then
+  /// be removed as replaced; without `is_pending`, as withdrawn, and nothing is recorded.
   void setDemographic(const std::string& name, bool is_pending, const std::string& property);
-  /// The device's description names nobody: no payload of demographics says whose they are.
+  /// The device's description has no identifier: no payload of demographics says whose they are.
   void hasNoIdentifier() { has_identifier_ = false; }
 
-  // What passes; the facts' clock is right.
-  /// A session starts, maybe: batches that are under way delete nothing any more.
+  // Events, while the facts' clock is right.
+  /// A session may start: batches under way then delete nothing any more.
   void sessionRequested();
   void requestStarts(uint64_t exchange, const kit::Request& request, bool is_in_background);
-  /// Null when it was not seen to start. Valid until its handler ended.
+  /// Null if its start was not seen. Valid until its handler has ended.
   const RunExchange* requestLeaves(const kit::Request& request);
-  /// The service has what it carries.
+  /// The service has the request's content.
   void arrives(const RunExchange& exchange);
   /// `is_not_sent`: it never left, and has no answer.
   void exchangeEnds(uint64_t exchange, bool is_not_sent, const std::optional<kit::Value>& answer);
@@ -48,18 +49,18 @@ class Tracker {
   void valueSet(std::string_view key, const kit::Value& value);
 
   using Read = std::function<kit::Value(std::string_view key)>;
-  /// A process begins: what it finds in its store.
+  /// A process starts; `read` reads its store.
   void processBegins(const Read& read);
-  /// What was held in memory since then is written only now.
+  /// What was held in memory since `since` is written only now.
   void writeLate(double since);
-  /// The file recovered: nothing of it was set.
+  /// The file recovered: none of its values was set by the process.
   void storeRecovered(const Read& read);
-  /// What is stored at this moment. Tells what should not be there.
+  /// Compares what is stored now; returns what should not be there.
   std::vector<std::string> look(const Read& read);
   /// The crash reports that wait outside the store.
   void lookAtTheShelf(const kit::Array& reports);
   void processEnds(double undone_from, bool power_lost);
-  /// It is known what outlived the latest deaths: the ledger's figures stand in the facts.
+  /// What survived the latest deaths is known: the facts have the ledger's figures.
   void settle();
 
  private:
@@ -83,13 +84,13 @@ class Tracker {
     ExpectedRecords::Unexpected unexpected;
   };
   std::unordered_map<std::string, Looked> looked_at_;            ///< by key, what was stored at the latest look
-  std::map<std::string, kit::Value, std::less<>> demographics_;  ///< that are stored, by key
+  std::map<std::string, kit::Value, std::less<>> demographics_;  ///< the stored ones, by key
   kit::Value failure_counts_;
   struct Ended {
     double kept_from = kNever;  ///< what its handler did
     std::vector<RecordNumber> records;
   };
-  std::vector<Ended> ended_;  ///< exchanges, of all processes
+  std::vector<Ended> ended_;  ///< exchanges of all processes
   bool has_identifier_ = true;
 };
 
