@@ -99,9 +99,9 @@ class MorvikCore {
  public:
   /// Checks the options, opens the store and starts the kit. Reads the store (some milliseconds for ten thousand stored
   /// events) and nothing else: no network, no certificates. Errors: an option that is missing or invalid, a key that
-  /// cannot be read, a store folder used by another process, an erasing that an earlier process began and that cannot
-  /// be finished (eraseLocalData()). A store that cannot be read or written is not an error: the kit logs it and goes
-  /// on, keeping what can be kept.
+  /// cannot be read, a store folder used by another process, an eraseLocalData() of an earlier process that cannot be
+  /// finished. A store that cannot be read or written is not an error: the kit logs it and goes on, keeping what can be
+  /// kept.
   static StartResult start(const StartOptions& options);
 
   /// Stops, as stop() does. Within a callback it commits, sends and calls nothing more, and does not free the kit's
@@ -213,13 +213,13 @@ class MorvikCore {
 
   /// Removes what the kit keeps on this device: cancels what is under way, stops the kit, and deletes the store, the
   /// files next to it and what was set aside. The wish to be forgotten, and whether the service knows of it, stay. If
-  /// the process dies in between, the next start on the folder finishes the erasing; after it, the next start is a new
+  /// the process dies in between, the next start on the folder finishes the removal; after it, the next start is a new
   /// install. Takes as long as stop(), plus the time to delete the files. On any thread, also on several: one erases,
   /// the others wait and return the same. Not from within a callback: there it logs a line and does nothing (false). If
-  /// the note that everything is to go cannot be made, not even as an empty file (no permission to write in the folder,
-  /// no inode left), nothing is erased and the kit runs on: false, with a log line; call again once that is fixed. Also
-  /// false if something could not be deleted yet; the log says what, and the next start continues. status().is_running
-  /// tells the two apart. After stop() it does nothing (false, and no line, since the log is closed).
+  /// the file that marks the removal cannot be created, not even empty (no permission to write in the folder, no inode
+  /// left), nothing is erased and the kit runs on: false, with a log line; call again once that is fixed. Also false if
+  /// something could not be deleted yet; the log says what, and the next start continues. status().is_running tells the
+  /// two apart. After stop() it does nothing (false, and no line, since the log is closed).
   virtual bool eraseLocalData() = 0;
 
   /// Runs `block` on the main queue, in a later turn even if called there. Exceptions are caught and logged.

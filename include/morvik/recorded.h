@@ -8,7 +8,7 @@ namespace morvik {
 
 /// The result of an operation that records something, known when the call returns.
 enum class Recorded : uint8_t {
-  kKept,               ///< handed to the kernel: the death of the process does not lose it
+  kKept,               ///< handed to the kernel: survives the death of the process
   kKeptInMemory,       ///< the store or the wish file cannot be written now: kept while the process lives, stored later
   kRefusedForgotten,   ///< the user asked to be forgotten
   kRefusedEmpty,       ///< the group or the name is empty

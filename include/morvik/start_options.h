@@ -93,8 +93,8 @@ struct DeviceDescription {
 };
 
 /// The platform's advertising client, supplied by the app: three ways to ask who brought the install. An empty slot is
-/// a way that is not offered. `AdClient{}` offers none; then, by the rules, no install is ever attributed. Slots are
-/// called on the main queue and must return at once; each calls its argument once, on any thread.
+/// a way that is not offered. `AdClient{}` offers none, and then no install is ever attributed. Slots are called on the
+/// main queue and must return at once; each calls its argument once, on any thread.
 struct AdClient {
   using Time = std::chrono::system_clock::time_point;
   /// The details as JSON text (an object), if any, and an error text, if there was an error.
