@@ -93,7 +93,7 @@ class ForgetKill(unittest.TestCase):
         stored = device.store(*FLAGS)
         return tuple(stored.get(flag, False) for flag in FLAGS)
 
-    # --- one life
+    # --- one run
 
     def begin(self, name, wish, behaviour=None):
         """A device that has started: never asked for the wish, forgotten for the withdrawal."""

@@ -68,9 +68,9 @@ class Kill(unittest.TestCase):
         return f"event life look {param}", param
 
     def new_session(self):
-        # A session that starts while a batch is under way lets a second one out, and the answer to the first then
-        # trims what the second covers: by rule, that may give up events if the second is lost. So nothing is under way
-        # here when a session starts, and no loss has an excuse.
+        # A session start while a batch is under way lets a second batch leave, and the answer to the first then trims
+        # what the second carries; if the second is lost, its events may be removed by rule. So nothing is under way
+        # here when a session starts, and no loss is excused.
         away = [("background", None), (f"clock {self.random.choice((20, 90))}", None)]
         return [("settle", None), *away, ("active", None)]
 
@@ -138,7 +138,8 @@ class Kill(unittest.TestCase):
         reasons = {each["reason"] for each in ledger["given_up"] if each["kind"] == "activities"}
         self.assertLessEqual(reasons, {KEPT_SESSION}, ledger)
         # What arrived and is still stored has lost its answer: it is not delivered yet. The "end" of a kept session may
-        # have arrived so too before it was given up; else it is the only one that neither arrived nor is stored.
+        # also have arrived that way before it was removed; otherwise it is the only event that neither arrived nor is
+        # stored.
         arrived = self.delivered.keys()
         self.assertIn(len(arrived - stored.keys()) - account["delivered"], range(account["given_up"] + 1), ledger)
         self.assertIn(account["recorded"] - len(arrived | stored.keys()), range(account["given_up"] + 1), ledger)

@@ -146,7 +146,7 @@ class Program(unittest.TestCase):
         self.assertNotIn("\x1b", done.stdout)
         told = re.findall(r"the first event is seen, (\d+\.\d) s after the start", done.stdout)
         self.assertEqual(len(told), 1)
-        # It leaves with the second question for the attribution; the command began a minute before this program.
+        # It leaves with the second request for the attribution; the command started a minute before this program.
         self.assertGreater(float(told[0]), 60 + life.CONVERSION_RETRY_SECONDS)
         self.assertLess(float(told[0]), 60 + time.time() - begun)
         self.assertIn("device", os.listdir(folder))
