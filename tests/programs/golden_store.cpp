@@ -1,5 +1,5 @@
-// Writes the store of a device that died with much to send, as a file that a test keeps for later versions to open.
-// golden_store FOLDER
+// Writes the store of a device that died with much to send into a folder, for a test that keeps it for later versions
+// to open. golden_store FOLDER
 #include <cstdio>
 #include <filesystem>
 #include <fstream>

@@ -80,7 +80,7 @@ class BacklogOfADevice : public ::testing::Test {
   void whenTheAnswerHasCome(std::function<void()> block) {
     device.instance().mainQueue().after(kAnswerSeconds, std::move(block));
   }
-  /// Leaves and stays in the same session. Only what was recorded before its "end" waits.
+  /// Leaves a session that will go on. What was recorded before its "end" waits, and nothing else.
   void keepSessionWith(size_t count) {
     device.advance(minutes(2));
     device.goOffline();

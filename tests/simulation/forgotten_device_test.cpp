@@ -578,7 +578,7 @@ TEST_F(ForgottenDevice, EndsWhatWaitsForAConnectionOnceItsStoreHasRecovered) {
   machine_.loop.advance(runtime::kStartHoldSeconds + 0.5);
   leaks();
   ASSERT_GT(phone_->pending().requests, runtime::kMaxConnectionsPerHost);
-  failToReadTheWish();  // setAge() causes the file to be read once more
+  failToReadTheWish();  // the recovery reads it again, and success would end them too
   static_cast<void>(phone_->setAge(30));
   machine_.loop.advance(0.5);
   static_cast<void>(phone_->setAge(31));

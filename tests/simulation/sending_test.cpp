@@ -37,7 +37,7 @@ size_t batches(TestDevice& device) {
   return device.network().requests(services::kTrackingPath).size();
 }
 
-/// With the install attributed, and a session open.
+/// A device with the install attributed and a session open.
 class AttributedDevice : public TestDevice {
  public:
   explicit AttributedDevice(TestDeviceOptions options = {}) : TestDevice(std::move(options)) { open(); }

@@ -42,7 +42,7 @@ class OnScratchFolder : public ::testing::Test {
     options.main_queue = MainQueueMode::kPumped;
     return make();
   }
-  /// Like an app.
+  /// Starts an instance as an app does.
   std::unique_ptr<MorvikCore> start() {
     StartResult started = MorvikCore::start(options);
     EXPECT_TRUE(started) << started.error;
