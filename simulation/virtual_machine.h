@@ -48,8 +48,8 @@ struct VirtualMachineOptions {
   uint32_t free_memory_kibibytes = 831'898;
 };
 
-/// The options with which an app on such a machine starts: its keys, one service for everything, and the log off. The
-/// store folder is named but not created. The caller changes what differs.
+/// The options with which an app on such a machine starts: its keys, one service for everything, and a log sink that
+/// discards its lines. The store folder is named but not created. The caller changes what differs.
 StartOptions simulatedApp();
 
 /// Use from one thread. All public members outlive the processes.
