@@ -5,8 +5,8 @@
 namespace morvik_command_line {
 namespace {
 
-// bash cuts the line at '=' and ':' too: the words of one argument are put together again, and what was typed before
-// the last cut is taken off the answers.
+// bash also splits the line at '=' and ':': the words of one argument are joined again, and what was typed before the
+// last split is removed from the answers.
 constexpr const char* kBashHead = R"(  local current=${COMP_WORDS[COMP_CWORD]} at=$((COMP_CWORD - 1)) typed=
   COMPREPLY=()
   if [[ $current == : ]]; then

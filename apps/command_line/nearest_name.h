@@ -1,4 +1,4 @@
-// The name that somebody meant who mistyped it.
+// Finds the name that was probably meant by a mistyped one.
 #pragma once
 
 #include <optional>

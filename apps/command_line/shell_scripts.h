@@ -22,7 +22,7 @@ struct CompletedProgram {
 
 /// For bash 4 and later. Needs no other script.
 std::string bashScript(const CompletedProgram& program);
-/// To be found on fpath as _NAME, or to be sourced.
+/// Placed on fpath as _NAME, or sourced.
 std::string zshScript(const CompletedProgram& program);
 
 }  // namespace morvik_command_line

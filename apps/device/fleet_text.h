@@ -1,4 +1,4 @@
-// What a fleet came to, as text: for people, and for machines.
+// The result of a fleet as text, for people and for machines.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace morvik_device {
 
-/// A few lines; the last says whether the account balances, and those above it what does not.
+/// A few lines; the last says whether the account balances, and those above it what is missing.
 std::string describe(const morvik::simulation::FleetOptions& options, const morvik::simulation::FleetResult& result);
 
 /// One line of JSON.

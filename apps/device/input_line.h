@@ -8,11 +8,11 @@ namespace morvik_device {
 
 enum class InputLine { kRead, kTooLong, kEnd };
 
-/// Reads a line without its line feed, and without a carriage return before it; waits for it if need be. Of a line
-/// longer than kMaxLineBytes the rest stays unread.
+/// Reads a line without its line feed, and without a carriage return before it; waits for it if necessary. The rest
+/// of a line longer than kMaxLineBytes stays unread.
 InputLine readInputLine(std::istream& stream, std::string& line);
 
-/// Reads the rest of a line and drops it.
+/// Discards the rest of a line.
 void skipInputLine(std::istream& stream);
 
 }  // namespace morvik_device

@@ -130,8 +130,8 @@ ListForm formOf(std::string_view name) {
     return {{{"date", "when"}, {"signal", "signal"}}};
   if (name == morvik::services::kConversionTimesKey)
     return {{{"time", "when", Meaning::kMilliseconds}, {"conversion_key", "key"}}};
-  const bool is_told_elsewhere = name == property::fendoActivityInfosSentEventKeys ||  // beside each activity
-                                 name == property::reEngagementConversionFailedCnt;    // beside each click
+  const bool is_told_elsewhere = name == property::fendoActivityInfosSentEventKeys ||  // shown with each activity
+                                 name == property::reEngagementConversionFailedCnt;    // shown with each click
   return {{}, is_told_elsewhere};
 }
 
@@ -170,7 +170,7 @@ ShownList* listNamed(std::vector<Section>& sections, std::string_view section, s
   return found == lists.end() ? nullptr : &*found;
 }
 
-/// Each shown record that is a dictionary, with what `add` lays into it.
+/// Each shown record that is a dictionary, with the fields that `add` adds to it.
 template <class Add>
 void enrich(ShownList* list, Add add) {
   if (list == nullptr)
@@ -209,7 +209,7 @@ void tellFailures(const StoredEntries& entries, std::vector<Section>& sections) 
          });
 }
 
-/// The entries that were found, as the store that they were read from.
+/// The entries that were found, as a store.
 class FoundEntries final : public kit::KeyValueStore {
  public:
   explicit FoundEntries(const StoredEntries& entries) : entries_(entries) {}
@@ -225,7 +225,7 @@ class FoundEntries final : public kit::KeyValueStore {
   const StoredEntries& entries_;
 };
 
-/// In place of the stored counts, which alone say nothing of what is stored.
+/// Replaces the stored counts, which alone do not say what is stored.
 void tellLedger(const StoredEntries& entries, std::vector<Section>& sections) {
   const morvik::Ledger ledger = storedLedger(FoundEntries(entries));
   const bool is_empty = std::all_of(ledger.accounts.begin(), ledger.accounts.end(),
@@ -247,9 +247,7 @@ void tellLedger(const StoredEntries& entries, std::vector<Section>& sections) {
   section.lists.push_back({"given_up", "given up, by reason", rows.given_up.size(), rows.given_up, of_reasons});
 }
 
-// ------------------------------------------------------------------------------------------------------------ reading
-
-/// Keeps what the readers say for the inspection's remarks.
+/// Collects what the readers log, for the inspection's remarks.
 class Remarks final : public kit::LogSink {
  public:
   void line(std::string_view text) override { lines.emplace_back(text); }
@@ -260,7 +258,7 @@ class Remarks final : public kit::LogSink {
   std::vector<std::string> lines;
 };
 
-/// Lines of the host begin with its name.
+/// Removes the prefix of the host's log lines.
 std::string withoutSpeaker(const std::string& line) {
   constexpr std::string_view kSpeaker = "Morvik host: ";
   return line.compare(0, kSpeaker.size(), kSpeaker) == 0 ? line.substr(kSpeaker.size()) : line;

@@ -1,4 +1,4 @@
-// What lies in a store, sorted for people who want to know what waits there and why.
+// The content of a store, sorted for people who want to know what is pending and why.
 #pragma once
 
 #include <cstddef>
@@ -13,17 +13,17 @@
 
 namespace morvik_device {
 
-/// Of each list so many entries are shown unless it is said otherwise.
+/// Entries shown of each list by default.
 inline constexpr size_t kShownOfAList = 10;
-/// And of a structured parameter so many members, unless all is asked for.
+/// Members shown of a structured parameter by default.
 inline constexpr size_t kShownOfAParameter = 20;
 
-/// How to write a value that does not speak for itself.
+/// How to write a value whose meaning is not obvious.
 enum class Meaning : uint8_t {
   kPlain,
   kMilliseconds,  ///< a point in time, in milliseconds since 1970
   kGender,        ///< by number
-  kParameter,     ///< text; of a JSON object, its members are shown below
+  kParameter,     ///< text; the members of a JSON object are shown below it
   kNoneIfMinusOne
 };
 
@@ -34,8 +34,8 @@ struct ShownField {
   Meaning meaning = Meaning::kPlain;
 };
 
-/// How a list is written for people. Its fields come in columns; what else a record has follows as name and value,
-/// unless the form is brief. A brief one without columns is its length alone.
+/// How a list is written for people. Its fields are columns; other members of a record follow as name and value,
+/// unless the form is brief. A brief form without columns shows the length only.
 struct ListForm {
   std::vector<ShownField> columns;
   bool is_brief = false;
@@ -43,7 +43,7 @@ struct ListForm {
 
 struct ShownValue {
   std::string name;   ///< as it is stored
-  std::string title;  ///< for people; the name where nobody knows better
+  std::string title;  ///< for people; the name if there is no better one
   morvik::kit::Value value;
   Meaning meaning = Meaning::kPlain;
 };
@@ -52,14 +52,14 @@ struct ShownList {
   std::string name;
   std::string title;
   size_t count = 0;
-  morvik::kit::Array newest;  ///< the last of them in the order in which they were stored
+  morvik::kit::Array newest;  ///< the last ones, in the order in which they were stored
   ListForm form;
 };
 
 struct Section {
   std::string name;   ///< for machines: "re_engagements"
   std::string title;  ///< for people
-  std::string empty;  ///< what is said of a section without anything in it
+  std::string empty;  ///< shown if the section is empty
   std::vector<ShownValue> values;
   std::vector<ShownList> lists;
 };
@@ -70,21 +70,21 @@ struct Inspection {
   std::vector<std::string> remarks;  ///< lines for people: what could not be read, what was set aside
 };
 
-/// What is in the folder of a store that waits beside the store itself.
+/// What is pending in the folder of a store, next to the store itself.
 struct BesideTheStore {
   morvik::kit::Array shelved_reports;
-  /// Signals of which earlier processes died and whose reports are made at the next start.
+  /// Signals that ended earlier processes; their reports are made at the next start.
   morvik::kit::Array fatal_signals;
 };
 
 using StoredEntries = std::vector<std::pair<std::string, morvik::kit::Value>>;
 
-/// Sorts what was found. Each entry is in exactly one section, those whose names nobody knows in the last. Of each list
-/// the newest `shown` are kept.
+/// Sorts what was found. Each entry is in exactly one section, unknown names in the last. The newest `shown` entries of
+/// each list are kept.
 std::vector<Section> sorted(const StoredEntries& entries, const BesideTheStore& beside, size_t shown);
 
-/// Reads the store in that folder, and what lies beside it, without touching anything; an app may hold it. Or one line
-/// for people about why there is nothing to read. Blocks for reading files.
+/// Reads the store in that folder, and the files next to it, without modifying anything; an app may be using it.
+/// Returns one line for people if there is nothing to read. Blocks while reading files.
 std::optional<std::string> inspect(const std::string& folder, size_t shown, Inspection& out);
 
 }  // namespace morvik_device

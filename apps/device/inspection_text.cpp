@@ -23,7 +23,7 @@ constexpr const char* kBold = "\x1b[1m";
 constexpr const char* kDim = "\x1b[2m";
 constexpr const char* kNormal = "\x1b[0m";
 constexpr double kMicrosecondsPerMillisecond = 1000;
-/// Milliseconds beyond this are no date that anybody means.
+/// Milliseconds beyond this are not a plausible date.
 constexpr double kMostMilliseconds = 1e15;
 
 bool continuesACharacter(char byte) {
@@ -97,7 +97,7 @@ std::string shown(const kit::Value& value, Meaning meaning, const TextStyle& sty
 class Table {
  public:
   void add(std::vector<std::string> cells) { lines_.push_back(std::move(cells)); }
-  /// What stands below the latest line: whole lines, of whatever width.
+  /// What follows below the latest line: whole lines of any width.
   void addBelow(const std::string& lines) { below_[lines_.size() - 1] += lines; }
 
   void append(std::string_view indent, const TextStyle& style, bool first_is_title, std::string& out) const {
@@ -158,7 +158,7 @@ bool isColumn(const ListForm& form, std::string_view name) {
                      [&](const ShownField& column) { return column.name == name; });
 }
 
-/// What a record has beyond its columns: "name=value name=value"; what is true stands by its name alone.
+/// The members of a record that have no column: "name=value name=value"; a true value is shown by its name alone.
 std::string rest(const kit::Dictionary& record, const ListForm& form, const TextStyle& style) {
   std::string text;
   if (form.is_brief)

@@ -7,7 +7,7 @@
 
 namespace morvik_device {
 
-/// Text in a cell of a table is cut behind so many characters, unless all is asked for.
+/// Longer text in a cell of a table is cut, unless all is asked for.
 inline constexpr size_t kShownOfACell = 72;
 
 struct TextStyle {
@@ -15,8 +15,8 @@ struct TextStyle {
   bool cuts_long_text = true;
 };
 
-/// Titles, then what is there under each, in columns. Control characters and bytes that are no UTF-8 are written as
-/// \xNN, so that nothing stored can move the reader's cursor.
+/// Sections with their titles and columns. Control characters and bytes that are not UTF-8 are written as \xNN, so that
+/// nothing stored can control the terminal.
 std::string describe(const Inspection& inspection, const TextStyle& style);
 
 /// One line of JSON: {"store":PATH,"install":{PROPERTY:VALUE},"activities":{PROPERTY:{"count":N,"newest":[…]}},…,

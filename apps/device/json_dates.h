@@ -1,4 +1,4 @@
-// Dates in JSON, which has none: ISO 8601 text under the names that records keep their dates under.
+// Dates in JSON: ISO 8601 text under the names of the records' dates.
 #pragma once
 
 #include "kit/value.h"
@@ -6,7 +6,7 @@
 namespace morvik_device {
 
 /// `value` with every ISO 8601 text under "createdAt" or "activityCreatedAt", at any depth, turned into a date. All
-/// else, text that is no date included, stays as it is.
+/// else, also text that is not a date, is unchanged.
 morvik::kit::Value withDates(const morvik::kit::Value& value);
 
 }  // namespace morvik_device

@@ -16,7 +16,7 @@ namespace {
 
 namespace kit = morvik::kit;
 
-/// For the handler's turn to come, beyond the time that the answer may take.
+/// Time for the handler to be called, in addition to the request's timeout.
 constexpr double kGraceSeconds = 2;
 constexpr size_t kMaxAnswerBytes = 64 * 1024;
 constexpr size_t kShownBytes = 300;
@@ -40,7 +40,7 @@ kit::Request requestOf(const std::string& url, const std::string& body) {
   return request;
 }
 
-/// Why the service does not have it.
+/// Why the report failed.
 std::optional<std::string> failureOf(const kit::TransportOutcome& outcome) {
   constexpr int kOk = 200;
   if (outcome.isNotSent())
@@ -53,7 +53,7 @@ std::optional<std::string> failureOf(const kit::TransportOutcome& outcome) {
          visible(std::string_view(outcome.response->body).substr(0, kShownBytes));
 }
 
-/// The first " after ", if a time like "3 ms" follows it, is left out with it.
+/// Without the first " after " and a time like "3 ms" behind it.
 std::string withoutDuration(const std::string& line) {
   constexpr std::string_view kBefore = " after ";
   constexpr std::string_view kUnit = " ms";
@@ -93,7 +93,7 @@ void LedgerReporter::tell(const morvik::Ledger& ledger) {
   last_complaint_.clear();
 }
 
-/// A reason that tells how long it took is the same one each time.
+/// Reasons that differ only in a duration are the same.
 void LedgerReporter::complain(const std::string& line) {
   std::string kind = withoutDuration(line);
   if (kind == last_complaint_)

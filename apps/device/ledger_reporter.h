@@ -1,5 +1,4 @@
-// Tells a local service what became of all that the device recorded. The program does this, not the kit: an app's kit
-// sends nothing of its ledger.
+// Reports the ledger to a local service. The program does this, not the kit: an app's kit never sends its ledger.
 #pragma once
 
 #include <functional>
@@ -10,19 +9,19 @@
 
 namespace morvik_device {
 
-/// So long a service may take to answer.
+/// Timeout of a report.
 inline constexpr double kReportTimeoutSeconds = 5;
 
-/// Not for several threads at once.
+/// Not thread-safe.
 class LedgerReporter {
  public:
   /// `transport` outlives it, and runs its handlers on another thread or at once. `service_url`: the base URL of a
-  /// morvik-service. `complain` gets one line for people when the service could not be told.
+  /// morvik-service. `complain` gets one line for people if the report failed.
   LedgerReporter(morvik::kit::Transport& transport, std::string service_url, std::string install,
                  std::function<void(const std::string& line)> complain);
 
-  /// Tells the ledger, unless it was told last. Blocks until the service has answered, or a little longer than
-  /// kReportTimeoutSeconds. What could not be told is tried again with the next call; the same complaint comes once.
+  /// Reports the ledger unless it is the one reported last. Blocks until the service has answered, at most a little
+  /// longer than kReportTimeoutSeconds. The next call retries a failed report; the same complaint is made once.
   void tell(const morvik::Ledger& ledger);
 
  private:

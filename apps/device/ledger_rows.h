@@ -1,4 +1,4 @@
-// A ledger as rows: one form for the verb, for an inspected store and for what is told to a service.
+// A ledger as rows: the same form for the verb, an inspected store and the report to a service.
 #pragma once
 
 #include <string_view>
@@ -17,7 +17,7 @@ struct LedgerRows {
   /// One for each reason that occurred: {"kind":"activities","count":1,"reason":…,"by_rule":true}.
   morvik::kit::Array given_up;
 
-  /// The account of that kind; absent when there is none.
+  /// The account of that kind; absent if there is none.
   morvik::kit::Value of(std::string_view kind) const;
   /// {"balances":…,"sound":…,"accounts":[…],"given_up":[…]}
   morvik::kit::MutableDictionary asDictionary() const;

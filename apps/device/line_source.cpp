@@ -13,7 +13,7 @@ class Reader {
   Reader(std::istream& stream, std::string name) : stream_(stream), name_(std::move(name)) {}
 
   NextCommand next() {
-    // Of a line that is too long the rest stays unread: nothing after it is run anyway.
+    // The rest of a line that is too long stays unread: nothing after it is run anyway.
     InputLine found = InputLine::kRead;
     do {
       ++number_;

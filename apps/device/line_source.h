@@ -1,4 +1,4 @@
-// Where the verbs come from: a stream, line by line, or a script that was read and checked before.
+// Sources of verbs: a stream read line by line, or a script that was checked before.
 #pragma once
 
 #include <deque>
@@ -16,14 +16,14 @@ namespace morvik_device {
 using NextCommand = std::variant<std::monostate, Command, std::string>;
 using CommandSource = std::function<NextCommand()>;
 
-/// Reads a command from the stream whenever asked, waiting for the line if need be. Mistakes name the line by its
-/// number and `name`. The stream outlives the source.
+/// Reads a command from the stream on each call, waiting for the line if necessary. Mistakes name `name` and the line's
+/// number. The stream outlives the source.
 CommandSource commandsOf(std::istream& stream, std::string name);
 
 /// All commands of a stream, or the first mistake.
 std::variant<std::deque<Command>, std::string> readAll(const CommandSource& source);
 
-/// Hands out commands read before.
+/// Returns commands that were read before.
 CommandSource commandsOf(std::deque<Command> commands);
 
 }  // namespace morvik_device

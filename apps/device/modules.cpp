@@ -17,7 +17,7 @@ kit::Value dictionaryOf(const std::map<std::string, std::string>& texts) {
   return kit::Value(std::move(dictionary));
 }
 
-// As it was written: JSON, else text.
+// The JSON value if it is JSON, else the text.
 kit::Value fromJson(const std::string& text) {
   auto read = morvik::host::SimdjsonCodec().read(text);
   if (auto* value = std::get_if<kit::Value>(&read))

@@ -1,4 +1,4 @@
-// Optional modules that do nothing but tell of every call.
+// Optional modules that only print every call.
 #pragma once
 
 #include <map>
@@ -10,11 +10,11 @@
 
 namespace morvik_device {
 
-/// What "--module" named: the version that each says it has, if any, by class name.
+/// The modules named with "--module": class name and reported version, if any.
 using ModuleNames = std::map<std::string, std::optional<std::string>>;
 
-/// A module for each name, which answers every operation. Each call is written to `output`, which outlives them, at the
-/// moment it happens: {"callback":"saveRetainedConversionKey:","module":"FendoLib","args":[12]}.
+/// A module for each name, which answers every operation. Each call is written at once to `output`, which outlives
+/// them: {"callback":"saveRetainedConversionKey:","module":"FendoLib","args":[12]}.
 std::map<std::string, morvik::Module> makeModules(const ModuleNames& names, Output& output);
 
 }  // namespace morvik_device

@@ -1,4 +1,4 @@
-// Standard output: one JSON object a line, each flushed at once.
+// Standard output: one JSON object per line, flushed at once.
 #pragma once
 
 #include <cstdio>
@@ -17,18 +17,18 @@ class Output {
  public:
   /// `stream` outlives the output.
   explicit Output(std::FILE* stream);
-  /// The lines go to `taker`, as values.
+  /// Passes the lines to `taker`, as values.
   explicit Output(std::function<void(const morvik::kit::Value& line)> taker) : taker_(std::move(taker)) {}
 
-  /// {"verb":"event","ok":true} and what the verb answers beside, or {"verb":…,"ok":false,"error":…}.
+  /// {"verb":"event","ok":true} with the verb's other fields, or {"verb":…,"ok":false,"error":…}.
   void verbDone(std::string_view verb, const Outcome& outcome);
 
   /// {"callback":"didReceiveDeeplink:","args":["app://offer"]}
   void callback(std::string_view selector, const morvik::kit::Array& arguments);
-  /// The same of an optional module: {"callback":"saveRetainedConversionKey:","module":"FendoLib","args":[12]}
+  /// The same for an optional module: {"callback":"saveRetainedConversionKey:","module":"FendoLib","args":[12]}
   void callbackOfModule(std::string_view selector, std::string_view module, const morvik::kit::Array& arguments);
 
-  /// True from the first line on that could not be written.
+  /// True once a line could not be written.
   bool failed() const;
 
  private:

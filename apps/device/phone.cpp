@@ -53,7 +53,7 @@ std::variant<std::unique_ptr<Phone>, std::string> Phone::start(const Options& op
   start_options.modules = makeModules(options.modules, output);
   start_options.report_crashes = true;
   auto machine = std::make_unique<morvik::simulation::LeveredMachine>();
-  auto& levers = *machine;  // goes with the kit
+  auto& levers = *machine;  // destroyed with the kit
   return taken(host::makeInstance(start_options, std::move(machine)), output, levers);
 }
 

@@ -1,4 +1,4 @@
-// The device with the app on it: the kit as an app has it, with a delegate that tells of every call.
+// A device with an app on it: the kit as an app uses it, with a delegate that prints every call.
 #pragma once
 
 #include <memory>
@@ -19,23 +19,23 @@ namespace morvik_device {
 
 class Phone {
  public:
-  /// The kit on its store, or one line about why there is none. The calls of its delegates and modules are written to
-  /// `output`, which outlives the phone.
+  /// Starts the kit on its store, or returns one line about why that failed. The calls of its delegates and modules are
+  /// written to `output`, which outlives the phone.
   static std::variant<std::unique_ptr<Phone>, std::string> start(const Options& options, Output& output);
-  /// The same on another machine, which outlives the phone, and so do its levers. Crashes of the process are of no
-  /// matter there.
+  /// The same on another machine, which outlives the phone, as do its levers. Crashes of the process are not reported
+  /// there.
   static std::variant<std::unique_ptr<Phone>, std::string> start(const Options& options, Output& output,
                                                                  morvik::runtime::Machine& machine,
                                                                  morvik::simulation::Levers& levers);
 
-  /// Any thread; what it offers says more.
+  /// Any thread; see Instance for its functions.
   morvik::runtime::Instance& instance() { return *instance_; }
-  /// Of its machine. What they do is done at once.
+  /// The levers of its machine. They take effect at once.
   morvik::simulation::Levers& levers() { return levers_; }
   StoreView storeView();
-  /// By which services know this install.
+  /// The id under which services know this install.
   std::string installId();
-  /// Gives the kit away, for its machine to end it. Nothing else may be asked of the phone afterwards.
+  /// Releases the kit, for its machine to end it. The phone must not be used afterwards.
   std::unique_ptr<morvik::runtime::Instance> releaseInstance() { return std::move(instance_); }
 
  private:
@@ -44,7 +44,7 @@ class Phone {
       morvik::simulation::Levers& levers);
   Phone(std::unique_ptr<morvik::runtime::Instance> instance, Output& output, morvik::simulation::Levers& levers);
 
-  // Held weakly by the kit, so they are its last to go.
+  // The kit holds these weakly, so they outlive it.
   std::shared_ptr<const morvik::MorvikCoreDelegate> delegate_of_app_;
   std::shared_ptr<const morvik::kit::SaveFendoUserInfoDelegate> delegate_of_services_;
   std::unique_ptr<morvik::runtime::Instance> instance_;

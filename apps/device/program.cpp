@@ -29,7 +29,7 @@ int refuse(const std::string& line, const Surroundings& surroundings) {
   return kExitUsage;
 }
 
-// A script is read and checked whole before anything happens, so that half of it never runs.
+// The whole script is checked before anything happens, so that half of it never runs.
 std::variant<CommandSource, std::string> chooseSource(const Options& options, const Surroundings& surroundings) {
   if (options.script.empty() && surroundings.input_is_terminal)
     return commandsTyped(surroundings.input, surroundings.errors, surroundings.errors_are_terminal);
@@ -48,7 +48,7 @@ std::string withSlash(const std::string& url) {
   return url.ends_with('/') ? url : url + '/';
 }
 
-/// With a connection of its own, so that the kit's are as they are without it.
+/// Has its own connection, so that it does not affect those of the kit.
 class Reporting {
  public:
   Reporting(const Options& options, Phone& phone, std::ostream& errors)
@@ -62,7 +62,7 @@ class Reporting {
         reporter_(transport_, withSlash(options.start.service_url), phone.installId(),
                   [&errors](const std::string& line) { errors << "morvik-device: " << line << std::endl; }) {}
 
-  /// The gates of the kit's requests hold for this one too.
+  /// Reports only while the kit itself may send.
   void tell() {
     const morvik::Status status = phone_.instance().status();
     if (!status.is_forgotten && status.is_sending_enabled)
@@ -76,7 +76,7 @@ class Reporting {
   LedgerReporter reporter_;
 };
 
-// As the verb says that ended the program; without one, the input has.
+// As the verb that ended the program says; without one, the input ended.
 Outcome endInstance(morvik::runtime::Instance& instance, const std::optional<Command>& last) {
   Outcome outcome;
   if (last && last->verb->name == "erase") {

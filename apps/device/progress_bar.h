@@ -1,4 +1,4 @@
-// Tells somebody who waits how far long work is.
+// Shows the progress of long work on a terminal.
 #pragma once
 
 #include <chrono>
@@ -8,23 +8,23 @@
 
 namespace morvik_device {
 
-/// Work that is done sooner shows none.
+/// No bar is shown for work that takes less.
 inline constexpr std::chrono::milliseconds kProgressAfter{1000};
-/// It is drawn anew so often, at most.
+/// The bar is redrawn at most this often.
 inline constexpr std::chrono::milliseconds kProgressEvery{100};
 
-/// One line, drawn over itself, and wiped at the end. Of one thread at a time.
+/// One line that is overwritten in place and cleared at the end. Not thread-safe.
 class ProgressBar {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Draws on `terminal`, which outlives it; draws nothing when `is_shown` is false (nobody watches).
+  /// Draws on `terminal`, which outlives it; draws nothing if `is_shown` is false.
   ProgressBar(std::ostream& terminal, bool is_shown, std::string what);
   ~ProgressBar();
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
 
-  /// So much of `total` is done at `now`.
+  /// `done` of `total` is finished at `now`.
   void show(uint64_t done, uint64_t total, Clock::time_point now = Clock::now());
 
  private:

@@ -11,7 +11,7 @@ namespace {
 bool run(const Command& command, Phone& phone, Output& output) {
   const auto ends_program = std::make_shared<std::promise<bool>>();
   std::future<bool> done = ends_program->get_future();
-  // The reply comes within a turn, whose writes are committed when it ends: so the line waits for that.
+  // The reply comes within a turn, whose writes are committed at its end: the line waits for that.
   Reply reply = [&phone, &output, &command, ends_program](const Outcome& outcome) {
     phone.instance().afterThisTurn([&output, &command, ends_program, outcome] {
       if (!outcome.ends_program)

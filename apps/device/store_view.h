@@ -1,4 +1,4 @@
-// The stored properties by name, for looking at.
+// Shows the stored properties by name.
 #pragma once
 
 #include <functional>
@@ -16,8 +16,8 @@ namespace morvik_device {
 /// Whether show() knows the name.
 bool isStoredProperty(std::string_view name);
 
-/// Stored properties and the two plain entries, as their readers see them: a number that was never stored shows its
-/// unset value, what is absent is left out.
+/// Stored properties and the two plain entries, as the kit reads them: a number that was never stored has its unset
+/// value, absent properties are left out.
 class StoreView {
  public:
   /// Reads an entry of the platform's store by its key.
@@ -26,7 +26,7 @@ class StoreView {
   StoreView(morvik::services::MorvikGVUserDefaults properties, ReadEntry read_entry)
       : properties_(properties), read_entry_(std::move(read_entry)) {}
 
-  /// Those named, in that order, or all. Returns the first name that is none in `unknown`.
+  /// Those named, in that order, or all. `unknown` gets the first name that does not exist.
   morvik::kit::Value show(const std::vector<std::string>& names, std::optional<std::string>& unknown) const;
 
  private:

@@ -10,8 +10,8 @@ namespace runtime = morvik::runtime;
 namespace kit = morvik::kit;
 using runtime::LedgerKind;
 
-/// What is stored without having been counted in the book, and in good order: a dying process writes its report past
-/// it, and a book is not begun before something else than an activity is to be counted.
+/// Stored records that the ledger legitimately does not count: a dying process writes its report without it, and a
+/// ledger is not created before something other than an activity is counted.
 void countWhatIsInGoodOrder(bool has_book, morvik::Ledger& ledger) {
   constexpr const char* kReports = runtime::kLedgerKindNames[static_cast<size_t>(LedgerKind::kCrashReports)];
   for (morvik::Ledger::Account& account : ledger.accounts) {

@@ -1,4 +1,4 @@
-// The ledger as it lies in a store that no kit has open here.
+// Reads the ledger of a store that this process has not opened.
 #pragma once
 
 #include "kit/key_value_store.h"
@@ -6,8 +6,8 @@
 
 namespace morvik_device {
 
-/// What the ledger of a store says of its latest commit. What is under way stays so: whoever holds the store may be
-/// waiting for the answer. Reads alone.
+/// The ledger of a store as of its latest commit. What is under way stays so: the process that uses the store may be
+/// waiting for the answer. Only reads.
 morvik::Ledger storedLedger(const morvik::kit::KeyValueStore& store);
 
 }  // namespace morvik_device

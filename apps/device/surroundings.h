@@ -17,10 +17,10 @@ struct Surroundings {
   bool input_is_terminal = false;
 };
 
-/// Writes the text to standard output. False when it could not be written.
+/// Writes the text to standard output. False if it could not be written.
 [[nodiscard]] bool print(std::string_view text, const Surroundings& surroundings);
 
-/// Says that standard output cannot be written, and returns the exit status for that.
+/// Reports that standard output cannot be written, and returns the exit status for that.
 int tellUnwritable(const Surroundings& surroundings);
 
 /// Whether text on standard output is coloured: on a terminal, unless NO_COLOR is set and not empty.

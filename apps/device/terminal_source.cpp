@@ -38,11 +38,11 @@ class Typist {
  private:
   NextCommand end() {
     if (prompts_)
-      people_ << std::endl;  // the end was typed behind the prompt
+      people_ << std::endl;  // the end of input was typed after the prompt
     return std::monostate();
   }
 
-  // Nothing when the line was for us, and no command.
+  // Nothing if the line was a request for help, not a command.
   std::optional<Command> read(std::string_view line) {
     if (saysNothing(line))
       return std::nullopt;

@@ -1,4 +1,4 @@
-// Verbs as somebody types them: with a prompt and help, and a mistake is told and forgiven.
+// Verbs typed on a terminal, with a prompt and help. A mistake is only reported.
 #pragma once
 
 #include <istream>
@@ -10,8 +10,8 @@ namespace morvik_device {
 
 inline constexpr const char* kPrompt = "morvik> ";
 
-/// Reads a command from the stream whenever asked. `help` and `help VERB` are answered in `people`, where mistakes are
-/// told as well; then the next line is read. With `prompts`, each line is asked for. Streams outlive the source.
+/// Reads a command from the stream on each call. Answers `help` and `help VERB` in `people`, reports mistakes there,
+/// and reads the next line. With `prompts`, it prints a prompt before each line. The streams outlive the source.
 CommandSource commandsTyped(std::istream& stream, std::ostream& people, bool prompts);
 
 }  // namespace morvik_device

@@ -1,4 +1,4 @@
-// What may follow a verb, and how it is read.
+// The arguments of verbs, and their readers.
 #pragma once
 
 #include <chrono>
@@ -14,7 +14,7 @@
 
 namespace morvik_device {
 
-/// A number of seconds is at most a day.
+/// The longest time is a day.
 inline constexpr double kMaxSeconds = 86400.0;
 /// The wall clock moves by at most a hundred years at once.
 inline constexpr double kMaxClockStepSeconds = 3.2e9;
@@ -43,7 +43,7 @@ inline constexpr size_t kAnyNumber = std::numeric_limits<size_t>::max();
 
 std::optional<std::string> wordsBetween(std::string_view rest, size_t least, size_t most, Arguments& arguments);
 
-/// Between Least and Most words.
+/// From Least to Most words.
 template <size_t Least, size_t Most = Least>
 std::optional<std::string> words(std::string_view rest, Arguments& arguments) {
   return wordsBetween(rest, Least, Most, arguments);

@@ -1,4 +1,4 @@
-// All verbs. A verb is one row of the table at the end, and what it does is a function above.
+// All verbs. Each is a row of the table at the end, and a function above that runs it.
 #include <csignal>
 #include <functional>
 #include <stdexcept>
@@ -24,9 +24,9 @@ namespace {
 
 namespace kit = morvik::kit;
 
-/// How long "settle" waits unless told.
+/// How long "settle" waits by default.
 constexpr double kSettleSeconds = 30.0;
-/// How long "flush" and "wait-delivered" wait unless told.
+/// How long "flush" and "wait-delivered" wait by default.
 constexpr double kFlushSeconds = 30.0;
 
 Outcome refused(std::string reason) {
@@ -52,7 +52,7 @@ std::string whatIsBusy(const morvik::runtime::Pending& pending) {
   return text;
 }
 
-/// What became of something that was handed over.
+/// The outcome of a call that records something.
 Outcome told(morvik::Recorded recorded) {
   if (!isKept(recorded))
     return refused(std::string(toText(recorded)));
@@ -100,7 +100,7 @@ void recordImpression(Phone& phone, const Arguments& arguments, const Reply& rep
   const kit::Value impression = withDates(arguments.json);
   if (impression["createdAt"].isAbsent())
     return reply(told(phone.instance().addImpression(impressionOf(impression))));
-  // No batch can be built with such a record, and it would hold back all events until it is gone.
+  // No batch can be built with such a record: it would block all events until it is gone.
   if (!impression["createdAt"].isDate())
     return reply(refused("an impression's time is a date, such as \"createdAt\":\"2024-05-01T12:00:00Z\""));
   const auto properties = phone.instance().properties();

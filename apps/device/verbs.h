@@ -13,7 +13,7 @@
 
 namespace morvik_device {
 
-/// A longer line is refused. Longer than any URL or record worth giving.
+/// A longer line is refused. No useful URL or record is as long.
 inline constexpr size_t kMaxLineBytes = size_t{4} * 1024 * 1024;
 
 class Phone;
@@ -36,7 +36,7 @@ struct Verb {
   ReadArguments read;
   /// Runs as one block on the device's main queue.
   Action act;
-  /// `act` runs on the program's own thread instead, as on a thread of an app; the main queue goes on meanwhile.
+  /// `act` runs on the program's own thread instead, as on a thread of an app; the main queue keeps running.
   bool blocks_its_thread = false;
 };
 
@@ -47,7 +47,7 @@ std::span<const Verb> verbs();
 std::string verbsHelp();
 /// The line of the verb, or one line for people: there is none of that name.
 std::string helpOf(std::string_view name);
-/// What a line longer than kMaxLineBytes is told.
+/// The message for a line longer than kMaxLineBytes.
 std::string lineTooLong();
 
 /// A verb with its arguments, ready to run.
@@ -56,10 +56,10 @@ struct Command {
   Arguments arguments;
 };
 
-/// Whether a line says nothing: blank, or a comment that begins with '#'.
+/// Whether a line is blank, or a comment that begins with '#'.
 bool saysNothing(std::string_view line);
 
-/// Reads a line that says something. The text is one line for people: what is wrong and how to fix it.
+/// Reads a line that is neither blank nor a comment. The text is one line for people: what is wrong and how to fix it.
 std::variant<Command, std::string> readCommand(std::string_view line);
 
 }  // namespace morvik_device

@@ -1,4 +1,4 @@
-// morvik-device verbs: how the verbs are written.
+// morvik-device verbs: lists the verbs.
 #pragma once
 
 #include "apps/command_line/command_line.h"

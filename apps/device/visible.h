@@ -1,4 +1,4 @@
-// Texts of others, made fit for a terminal.
+// Makes untrusted text safe for a terminal.
 #pragma once
 
 #include <string>
@@ -6,8 +6,8 @@
 
 namespace morvik_device {
 
-/// One line: control characters and bytes that are no UTF-8 are written as \xNN, so that nothing in `text` can move
-/// the reader's cursor or speak to the terminal.
+/// One line: control characters and bytes that are not UTF-8 are written as \xNN, so that nothing in `text` can control
+/// the terminal.
 std::string visible(std::string_view text);
 
 }  // namespace morvik_device

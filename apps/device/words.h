@@ -1,4 +1,4 @@
-// A line of input as words: blanks part them, double quotes keep them together.
+// Splits a line of input into words at blanks; double quotes keep a word together.
 #pragma once
 
 #include <optional>
@@ -11,16 +11,16 @@ namespace morvik_device {
 /// `text` without the blanks and tabs at its ends.
 std::string_view trimmed(std::string_view text);
 
-/// Cuts the first unquoted word off the front of `text`, and the blanks around it; "" when there is none.
+/// Removes the first unquoted word, and the blanks around it, from `text` and returns it; "" if there is none.
 std::string_view takeBareWord(std::string_view& text);
 
-/// Cuts the first word off the front of `text`, which holds one, and the blanks around it. Returns what is wrong and
-/// how to mend it, or nothing.
+/// Removes the first word, and the blanks around it, from `text`, which has one. Returns what is wrong and how to fix
+/// it, or nothing.
 std::optional<std::string> takeWord(std::string_view& text, std::string& word);
 
-/// Appends the words of `text` to `words`. A word with blanks stands in double quotes, inside which \" is a quote and
-/// \\ a backslash; "" is an empty word. Returns what is wrong and how to mend it, or nothing; `words` then holds what
-/// was read before the mistake.
+/// Appends the words of `text` to `words`. A word with blanks is put in double quotes, inside which \" is a quote and
+/// \\ a backslash; "" is an empty word. Returns what is wrong and how to fix it (`words` then holds the words before
+/// the mistake), or nothing.
 std::optional<std::string> splitWords(std::string_view text, std::vector<std::string>& words);
 
 }  // namespace morvik_device

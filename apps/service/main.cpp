@@ -17,12 +17,12 @@ sigset_t stopSignals() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // The TLS libraries would write the keys of every connection into the file that it names.
+  // The TLS libraries would write the keys of every connection into the file it names.
   ::unsetenv("SSLKEYLOGFILE");
   // Blocked before the first thread exists, so that every thread inherits it and only the wait below receives them.
   const sigset_t signals = stopSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  // A peer or a reader of our output that went away is an error of one write, not the end of the program.
+  // A closed connection or output pipe is an error of one write, not the end of the program.
   std::signal(SIGPIPE, SIG_IGN);
   const auto wait_for_stop = [&signals] {
     int received = 0;

@@ -69,7 +69,7 @@ TlsIdentity readIdentity(const Options& options, std::ostream& errors) {
   return {readSmallFile(files.certificate), readSmallFile(files.key)};
 }
 
-// Where request lines go. Called by one thread at a time.
+// Destination of request lines. Called by one thread at a time.
 Service::LineSink makeLineSink(const Options& options, std::ostream& errors) {
   if (options.quiet)
     return [](const std::string&) {};

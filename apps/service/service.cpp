@@ -44,7 +44,7 @@ bool isForBrowsers(const HttpRequest& request) {
   return isInspection(request) || isPage(request);
 }
 
-// Nobody reads what was sent to nowhere; its length is known.
+// Nobody reads a body sent to an unknown path; its length is enough.
 HttpRequest withoutBody(const HttpRequest& request) {
   HttpRequest head{.method = request.method, .path = request.path, .query = request.query, .headers = request.headers};
   head.body_bytes = request.body_bytes;
@@ -75,7 +75,7 @@ std::string countsText(const Counts& counts) {
   return text;
 }
 
-// Method, path and the reason of a refusal may hold texts of strangers; a line of the log stays one line.
+// Method, path and the reason of a refusal may contain untrusted text; a log line stays one line.
 std::string describe(const RequestRecord& record, const Counts& counts, std::int64_t id) {
   std::string line = isoTime(record.time_milliseconds) + " #" + std::to_string(id) + " " +
                      printableWord(record.request.method) + " " + printableWord(record.request.path) + " " +
@@ -125,7 +125,7 @@ HttpReply Service::answer(const HttpRequest& request) {
 
 HttpReply Service::takeIn(const HttpRequest& request) {
   const std::lock_guard lock(taking_in_);
-  // Before anything is remembered, or a behaviour used up.
+  // Before anything is stored, or a behaviour used up.
   requireOwnSite(request);
   RequestRecord record;
   record.time_milliseconds = clock_();

@@ -10,7 +10,7 @@ struct Unit {
   std::int64_t milliseconds;
 };
 
-// The larger first.
+// Larger units first.
 constexpr std::array kUnits = {
     Unit{"d", 24 * 3600 * 1000}, Unit{"h", 3600 * 1000}, Unit{"m", 60 * 1000}, Unit{"s", 1000}, Unit{"ms", 1},
 };
@@ -26,7 +26,7 @@ void skipBlanks(std::string_view& text) {
     text.remove_prefix(1);
 }
 
-/// A decimal number, in thousandths; nothing when none stands there or it is too large.
+/// A decimal number, in thousandths; nothing if there is none or it is too large.
 std::optional<std::int64_t> takeThousandths(std::string_view& text) {
   constexpr std::int64_t kMost = kMaxDurationMilliseconds;
   if (text.empty() || !isDigit(text.front()))
@@ -51,7 +51,7 @@ std::optional<std::int64_t> takeThousandths(std::string_view& text) {
   return thousandths;
 }
 
-/// The index of the unit; nothing when none stands there.
+/// The index of the unit; nothing if there is none.
 std::optional<std::size_t> takeUnit(std::string_view& text) {
   std::size_t length = 0;
   while (length < text.size() && text[length] >= 'a' && text[length] <= 'z')
@@ -77,7 +77,7 @@ std::optional<std::int64_t> readDuration(std::string_view text) {
     const auto unit = thousandths ? takeUnit(text) : std::nullopt;
     if (!unit || *unit < next_unit)
       return std::nullopt;
-    // Past the bound before it could leave 64 bits: a day has fewer than 2^27 milliseconds.
+    // Exceeds the bound before it could overflow 64 bits: a day has fewer than 2^27 milliseconds.
     if (*thousandths / 1000 > kMaxDurationMilliseconds / kUnits[*unit].milliseconds)
       return std::nullopt;
     const std::int64_t product = *thousandths * kUnits[*unit].milliseconds;

@@ -13,7 +13,7 @@ namespace morvik_text {
 inline constexpr std::int64_t kMaxDurationMilliseconds = std::int64_t{10} * 365 * 24 * 3600 * 1000;
 
 /// Milliseconds. Numbers with the units d, h, m, s and ms, each at most once and the larger ones first; a fraction of
-/// up to three digits is allowed. Nothing for any other text, for one that is no whole number of milliseconds, and past
+/// up to three digits is allowed. Nothing for any other text, for a fraction of a millisecond, and past
 /// kMaxDurationMilliseconds.
 std::optional<std::int64_t> readDuration(std::string_view text);
 

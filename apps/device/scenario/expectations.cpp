@@ -35,7 +35,7 @@ std::string whenWords(const std::optional<TimeRange>& when) {
   return " from " + durationText(when->least_milliseconds) + " to " + durationText(when->most_milliseconds);
 }
 
-/// Those that fitted are counted, and the first that did not is remembered with the reason.
+/// Counts what matched, and keeps the first that did not, with the reason.
 class Tally {
  public:
   void add(const std::optional<std::string>& misfit, const std::string& where) {
@@ -180,7 +180,7 @@ Verdict judgeStored(const Expectation& expectation, const Evidence& evidence) {
   return tally.verdict(count, std::move(expected), "elements fit");
 }
 
-/// What is wrong with it, the first there is.
+/// The first problem, if any.
 std::string whyNotSound(const LedgerRows& rows, const morvik::Ledger& ledger) {
   for (const morvik::Ledger::Account& account : ledger.accounts) {
     if (!account.balances() || account.found_uncounted > 0)

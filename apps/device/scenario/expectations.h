@@ -11,13 +11,13 @@
 
 namespace morvik_device::scenario {
 
-/// What expectations are compared with.
+/// What expectations are checked against.
 struct Evidence {
   const History& history;
-  /// Each event that the service counted, once; and how many there were, also those that are not kept.
+  /// Each event that the service counted, once; and their number, including those that are not kept.
   std::function<std::vector<morvik::kit::Value>()> events;
   std::function<size_t()> event_count;
-  /// A stored property by its name, as its readers see it.
+  /// A stored property by its name, as the kit reads it.
   std::function<morvik::kit::Value(const std::string& property)> stored;
   /// The device's own ledger.
   std::function<morvik::Ledger()> ledger;
@@ -26,7 +26,7 @@ struct Evidence {
 struct Verdict {
   bool met = false;
   std::string expected;  ///< in words
-  std::string got;       ///< if not met: what was there, and the closest that did not fit
+  std::string got;       ///< if not met: what was there, and the closest mismatch
 };
 
 Verdict judge(const Expectation& expectation, const Evidence& evidence);

@@ -12,7 +12,7 @@ namespace {
 
 namespace kit = morvik::kit;
 
-/// Of a scalar that is shown in a message.
+/// Longer scalars are cut in messages.
 constexpr size_t kShownTextBytes = 60;
 
 std::string kindName(const YamlNode& node) {
@@ -41,7 +41,7 @@ kit::Value scalarValue(const YamlNode& node) {
     return node.text == "true";
   if (const auto integer = wholeText<int64_t>(node.text))
     return *integer;
-  // "nan", "inf" and their kin are text: JSON has no such numbers.
+  // "nan", "inf" and the like are text: JSON has no such numbers.
   const bool begins_like_a_number = node.text.find_first_of("0123456789") == (node.text.starts_with('-') ? 1 : 0);
   const auto number = begins_like_a_number ? wholeText<double>(node.text) : std::nullopt;
   if (number && std::isfinite(*number))
@@ -178,7 +178,7 @@ kit::Value valueOf(const YamlNode& node) {
       kit::MutableArray list;
       for (const YamlNode& element : node.elements)
         list.append(valueOf(element));
-      // An array that was never given an element is an empty array all the same.
+      // An array without any element is an empty array, not null.
       return node.elements.empty() ? kit::Value(kit::Array{}) : kit::Value(std::move(list));
     }
     case YamlNode::Kind::kMap: {
@@ -198,7 +198,7 @@ kit::Value objectOf(const YamlNode& node, const std::string& what) {
 }
 
 std::string jsonTextOf(const YamlNode& node) {
-  // Nothing that a scenario holds is without a JSON form but text that is no UTF-8, which is mended.
+  // Everything in a scenario has a JSON form except text that is not UTF-8, which is repaired.
   auto text = morvik::services::writeJson(valueOf(node));
   return std::holds_alternative<std::string>(text) ? std::get<std::string>(std::move(text)) : "";
 }

@@ -16,7 +16,7 @@ namespace morvik_device::scenario {
 
 /// "a, b, c".
 std::string listed(const std::vector<std::string_view>& names);
-/// "one of: a, b, c"; "a" when there is no other.
+/// "one of: a, b, c"; "a" if there is only one.
 std::string oneOf(const std::vector<std::string_view>& names);
 
 /// A map whose keys are all known. The node must outlive it.
@@ -25,13 +25,13 @@ class Fields {
   /// `what` names the map in messages: "a step".
   Fields(const YamlNode& node, std::string what, std::vector<std::string_view> known_keys);
 
-  /// The value; null when the key is not there.
+  /// The value; null if the key is missing.
   const YamlNode* find(std::string_view key) const;
-  /// The key's own place; that of the map when it is not there.
+  /// The place of the key; that of the map if the key is missing.
   Place placeOf(std::string_view key) const;
-  /// The one key of these that is there; a mistake when none is, or several.
+  /// The one of these keys that is present; a mistake if there is none, or several.
   std::string_view exactlyOne(const std::vector<std::string_view>& keys) const;
-  /// A mistake for each of these that is there.
+  /// Throws a mistake for the first of these that is present.
   void refuse(const std::vector<std::string_view>& keys, const std::string& why) const;
 
  private:
@@ -43,17 +43,17 @@ class Fields {
 std::string textOf(const YamlNode& node, const std::string& what);
 bool booleanOf(const YamlNode& node, const std::string& what);
 int64_t wholeNumberOf(const YamlNode& node, const std::string& what, int64_t least, int64_t most);
-/// "10%", in parts of one.
+/// "10%" as 0.1.
 double chanceOf(const YamlNode& node, const std::string& what);
 int64_t timeOf(const YamlNode& node, const std::string& what);
 TimeRange timeRangeOf(const YamlNode& node, const std::string& what);
-/// The elements of a list; of anything else that is not null, the node alone.
+/// The elements of a list; any other node but null, as the only element.
 std::vector<const YamlNode*> oneOrMore(const YamlNode& node, const std::string& what);
 const std::vector<YamlNode>& listOf(const YamlNode& node, const std::string& what);
 
 /// As JSON: a plain scalar is null, true, false, a number or else text; one in quotes is text.
 morvik::kit::Value valueOf(const YamlNode& node);
-/// The same of a map; anything else is a mistake.
+/// The same for a map; anything else is a mistake.
 morvik::kit::Value objectOf(const YamlNode& node, const std::string& what);
 /// Its compact JSON text.
 std::string jsonTextOf(const YamlNode& node);

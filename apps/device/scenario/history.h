@@ -1,4 +1,4 @@
-// What has happened in a story, for those who tell it and those who judge it.
+// What has happened in a scenario, for the timeline and the expectations.
 #pragma once
 
 #include <cstdint>
@@ -13,13 +13,13 @@
 
 namespace morvik_device::scenario {
 
-/// What is kept of each kind. When more happened, no expectation about it is met, for want of the whole account.
+/// Kept of each kind. If more happened, no expectation about that kind is met.
 inline constexpr size_t kMaxKept = 1'000'000;
 
 struct SentRequest {
   int64_t at_milliseconds = 0;
   morvik::testing::ServiceEndpoint endpoint = morvik::testing::ServiceEndpoint::kConversion;
-  morvik::kit::Value payload;  ///< opened, whoever it reached; absent when there is none
+  morvik::kit::Value payload;  ///< decrypted, wherever it arrived; absent if there is none
 };
 
 struct DelegateCall {
@@ -47,7 +47,7 @@ struct Happening {
 
   int64_t at_milliseconds = 0;
   Kind kind = Kind::kApp;
-  bool is_trouble = false;         ///< worth a second look
+  bool is_trouble = false;         ///< highlighted
   std::string text;                ///< for people
   morvik::kit::Dictionary fields;  ///< for machines
 };

@@ -14,7 +14,7 @@ struct Place {
   friend auto operator<=>(const Place&, const Place&) = default;
 };
 
-/// Thrown while a scenario is read; never leaves its reader.
+/// Thrown while reading a scenario; never leaves the reader.
 class Mistake : public std::runtime_error {
  public:
   /// `text` says what is wrong and what was expected there.

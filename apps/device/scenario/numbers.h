@@ -7,7 +7,7 @@
 
 namespace morvik_device::scenario {
 
-/// The number that the text is, all of it; nothing for any other text and for a number out of range.
+/// The whole text as a number; nothing for any other text or a number out of range.
 template <class Number>
 std::optional<Number> wholeText(std::string_view text) {
   Number number{};

@@ -17,9 +17,9 @@ namespace {
 namespace kit = morvik::kit;
 using Kind = Happening::Kind;
 
-/// Time passes in pieces of at most an hour, so that the bar moves.
+/// Time advances in steps of at most an hour, so that the progress bar moves.
 constexpr int64_t kPieceMilliseconds = 3'600'000;
-/// Lines that are written past the levels are shown as if they had this one.
+/// The level shown for lines that are written regardless of the log level.
 constexpr int kLevelOfPlainLines = 3;
 constexpr size_t kShownLineBytes = 200;
 
@@ -93,7 +93,7 @@ bool Player::play() {
   advanceThroughPhases(scenario_.lastMillisecond());
   if (!judgeAll(scenario_.expectations))
     return false;
-  if (!ledger().isSound())  // whatever the story is about
+  if (!ledger().isSound())  // whatever the scenario expects
     throw std::runtime_error("the device's ledger is not sound; expect \"ledger: sound\" to see where, and report it");
   timeline_.end(met_, false);
   return true;

@@ -22,13 +22,13 @@ namespace morvik_device::scenario {
 
 class Player {
  public:
-  /// Everything handed in outlives the player.
+  /// The arguments outlive the player.
   Player(const Scenario& scenario, uint64_t seed, Timeline& timeline, ProgressBar& progress);
   ~Player();
   Player(const Player&) = delete;
   Player& operator=(const Player&) = delete;
 
-  /// Plays all of it, up to the first expectation that is not met. True when all are met. Once.
+  /// Plays the scenario up to the first expectation that is not met. True if all are met. Call once.
   bool play();
 
  private:

@@ -31,7 +31,7 @@ Count readCount(const YamlNode& node) {
 struct Form {
   std::string_view key;
   Subject subject;
-  /// What may stand beside it.
+  /// Keys that may accompany it.
   std::vector<std::string_view> others;
 };
 

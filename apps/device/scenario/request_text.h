@@ -8,10 +8,10 @@
 
 namespace morvik_device::scenario {
 
-/// "tracking  2 events: session/start, shop/purchase": what a request says, without what every request says.
+/// "tracking  2 events: session/start, shop/purchase": the content of a request, without what all requests have.
 std::string requestText(const morvik::testing::ServedRequest& served);
 
-/// The name under which an endpoint is spoken of; "?" for a request to none.
+/// The name of the endpoint; "?" if there is none.
 std::string endpointText(const morvik::testing::ServedRequest& served);
 
 }  // namespace morvik_device::scenario

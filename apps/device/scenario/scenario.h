@@ -1,4 +1,4 @@
-// A story of one device: what its user does, how the world around it behaves, and what must come of it.
+// A scenario of one device: what its user does, how service and network behave, and what is expected.
 #pragma once
 
 #include <array>
@@ -20,7 +20,7 @@
 namespace morvik_device::scenario {
 
 inline constexpr size_t kMaxSteps = 10'000;
-/// Repetitions counted.
+/// Including repetitions.
 inline constexpr size_t kMaxVerbs = 100'000;
 inline constexpr size_t kMaxExpectations = 10'000;
 inline constexpr size_t kMaxRules = 10'000;
@@ -34,15 +34,13 @@ struct Count {
   bool includes(size_t count) const { return least <= count && count <= most; }
 };
 
-// ------------------------------------------------------------------------------------------------------ what happens
-
 struct StepVerb {
   Command command;
   std::string text;  ///< as it was written
   Place place;
 };
 
-/// In place of a kind: that the whole ledger is sound.
+/// Instead of a kind: the whole ledger is sound.
 inline constexpr const char* kSoundLedger = "sound";
 
 /// What is expected, and where that stands in the file.
@@ -60,55 +58,53 @@ struct Expectation {
   std::optional<morvik::kit::Value> is;    ///< pattern of a property
   std::optional<std::string> param;        ///< of a delivered event
   std::optional<std::string> module;       ///< whose callback it is
-  std::optional<TimeRange> when;           ///< of requests, callbacks and lines: when they came
-  bool whole_line = false;                 ///< of a log line: the text is the message and not a part of it
+  std::optional<TimeRange> when;           ///< of requests, callbacks and lines: their time
+  bool whole_line = false;                 ///< of a log line: the text is the whole message, not a part of it
 };
 
 struct Step {
   int64_t at_milliseconds = 0;
   Place place;
   std::vector<StepVerb> verbs;
-  size_t repeat = 1;                      ///< the verbs, all of them, so often
-  int64_t every_milliseconds = 0;         ///< the time between two rounds of them
-  std::vector<Expectation> expectations;  ///< looked at after the verbs
+  size_t repeat = 1;                      ///< how often all the verbs are run
+  int64_t every_milliseconds = 0;         ///< between two rounds of the verbs
+  std::vector<Expectation> expectations;  ///< checked after the verbs
 
-  /// When its last round takes place.
+  /// Time of its last round.
   int64_t lastMillisecond() const { return at_milliseconds + static_cast<int64_t>(repeat - 1) * every_milliseconds; }
 };
 
-// --------------------------------------------------------------------------------------------------- the world around
-
-/// What an answer takes on its way.
+/// How long an answer takes by default.
 inline constexpr TimeRange kDefaultDelay = {100, 100};
 
-/// How the service, or what stands before it, answers.
+/// How the service, or something in front of it, answers.
 struct AnswerRule {
   enum class Kind {
-    kUsual,       ///< as a healthy service does, with `json` laid over
+    kUsual,       ///< as a healthy service does, overridden by `json`
     kText,        ///< `status` and `text`
     kDropBefore,  ///< the connection breaks before the service has the request
     kDropAfter,   ///< the connection breaks on the way back
-    kSilence,     ///< nothing comes
+    kSilence,     ///< no answer
   };
 
   Kind kind = Kind::kUsual;
   Place place;
   int status = 200;
   std::string text;
-  morvik::kit::Value json;  ///< an object: members laid over the usual answer
-  bool counted = false;     ///< the service takes in what the request brings
-  bool twice = false;       ///< the request reaches the service two times
-  size_t times = 1;         ///< so often
-  bool always = false;      ///< from then on
-  double chance = 1.0;      ///< of being answered like this; else as usual
+  morvik::kit::Value json;  ///< an object: members that override the usual answer
+  bool counted = false;     ///< the service counts the content of the request
+  bool twice = false;       ///< the request reaches the service twice
+  size_t times = 1;         ///< number of answers
+  bool always = false;      ///< for all further requests
+  double chance = 1.0;      ///< probability of this answer instead of the usual one
   TimeRange delay;
 };
 
-/// While it lasts, nothing reaches the service.
+/// During it, nothing reaches the service.
 struct NetworkPhase {
   enum class Kind {
     kOffline,  ///< no network, and the device knows it
-    kDead,     ///< the device believes that it has one
+    kDead,     ///< no network, but the device does not know it
     kPortal,   ///< something else answers: status 200 and `text`
   };
 
@@ -123,10 +119,10 @@ struct ServiceScript {
   /// By endpoint.
   std::array<std::vector<AnswerRule>, morvik::testing::kServiceEndpoints.size()> rules;
   std::optional<TimeRange> delay;  ///< of answers that name none; else kDefaultDelay
-  morvik::kit::Value attribution;  ///< members laid over the referral record
+  morvik::kit::Value attribution;  ///< members that override the referral record
   bool premium_postback = false;
   morvik::kit::Value schedule;           ///< an object; absent: a small one
-  int64_t clock_ahead_milliseconds = 0;  ///< of the device's clock as it is at the start
+  int64_t clock_ahead_milliseconds = 0;  ///< relative to the device's clock at the start
 };
 
 struct Scenario {
@@ -138,15 +134,15 @@ struct Scenario {
   ServiceScript service;
   std::vector<NetworkPhase> network;
   std::vector<Step> steps;
-  std::vector<Expectation> expectations;  ///< looked at in the end
+  std::vector<Expectation> expectations;  ///< checked at the end
 
-  /// When the story is over.
+  /// When the scenario ends.
   int64_t lastMillisecond() const;
 };
 
 /// 2024-03-01T00:00:00Z, a Friday.
 inline constexpr morvik::kit::Date kDefaultStart = morvik::kit::Date::fromSeconds(1'709'251'200);
-/// So long after the last step a story ends that does not say when.
+/// A scenario without an end ends this long after its last step.
 inline constexpr int64_t kAfterwardsMilliseconds = 60'000;
 
 inline int64_t Scenario::lastMillisecond() const {

@@ -8,7 +8,7 @@
 
 namespace morvik_device::scenario {
 
-/// The options of the program, by their names, as far as they describe the device; null: all have their defaults.
+/// The program's options that describe the device, by their names; null: all have their defaults.
 Options readDevice(const YamlNode* node);
 ServiceScript readService(const YamlNode& node);
 std::vector<NetworkPhase> readNetwork(const YamlNode& node);

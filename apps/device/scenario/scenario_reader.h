@@ -10,7 +10,7 @@
 namespace morvik_device::scenario {
 
 /// The scenario, or "FILE:LINE:COLUMN: what is wrong, and what was expected there". `file` is a name for messages;
-/// nothing is opened. Any bytes may come.
+/// nothing is opened. Accepts any bytes.
 std::variant<Scenario, std::string> readScenario(std::string_view text, const std::string& file);
 
 }  // namespace morvik_device::scenario

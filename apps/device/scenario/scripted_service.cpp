@@ -26,7 +26,7 @@ morvik::testing::ServiceKeys keysOf(const morvik::StartOptions& options) {
   return {options.app_key.text(), options.hash_key.text(), options.tracking_key.text()};
 }
 
-/// Members laid over, objects within objects too.
+/// Overrides members, recursively in nested objects.
 kit::Value laidOver(const kit::Value& below, const kit::Value& above) {
   if (!below.isDictionary() || !above.isDictionary())
     return above;
@@ -138,7 +138,7 @@ void ScriptedService::noteRequest(const ServedRequest& served, const kit::Reques
                       .fields = kit::Value(std::move(fields)).dictionary()});
 }
 
-// Told when it arrives; a process that dies before never sees it.
+// Recorded when it arrives; a process that dies before never sees it.
 void ScriptedService::noteAnswer(Outcome outcome, const std::string& name, const kit::Request& request) {
   const double timeout_seconds = request.timeout_seconds.value_or(morvik::testing::kDefaultTimeoutSeconds);
   const double delay_seconds = static_cast<double>(outcome.delay_milliseconds) / kMillisecondsPerSecond;

@@ -21,16 +21,16 @@ namespace morvik_device::scenario {
 
 class ScriptedService {
  public:
-  /// Everything handed in outlives the service. `now_milliseconds` is the story's time; all chance comes from `seed`.
+  /// The arguments outlive the service. `now_milliseconds` is the scenario's time; all randomness comes from `seed`.
   ScriptedService(const Scenario& scenario, uint64_t seed, morvik::testing::VirtualLoop& loop,
                   std::function<int64_t()> now_milliseconds, History& history, Observer& observer);
 
   /// Answers a request that leaves the device.
   morvik::testing::Answer answer(const morvik::kit::Request& request);
 
-  /// The network is like this from now on; null: in good order.
+  /// Sets the state of the network; null: it works.
   void setPhase(const NetworkPhase* phase);
-  /// The process is gone: answers on their way reach nobody.
+  /// The process has ended: pending answers are discarded.
   void processEnded() { ++process_; }
   bool isOffline() const { return phase_ != nullptr && phase_->kind == NetworkPhase::Kind::kOffline; }
 
@@ -40,18 +40,18 @@ class ScriptedService {
 
  private:
   using ServedRequest = morvik::testing::ServedRequest;
-  /// What comes back, and when.
+  /// An answer and its time.
   struct Outcome {
     morvik::testing::Answer answer;
     std::string text;
     morvik::kit::MutableDictionary fields;
     bool is_trouble = false;
-    bool never = false;  ///< nothing comes; the request runs into its time-out
+    bool never = false;  ///< no answer; the request times out
     int64_t delay_milliseconds = 0;
   };
 
   morvik::kit::Date now() const;
-  /// The rule for the next request to the endpoint; to none, the usual one.
+  /// The rule for the next request to the endpoint; the usual one if there is no endpoint.
   AnswerRule nextRule(std::optional<morvik::testing::ServiceEndpoint> endpoint);
   int64_t chosen(TimeRange range);
   ServedRequest receive(const morvik::kit::Request& request, const AnswerRule& rule);
@@ -69,11 +69,11 @@ class ScriptedService {
   History& history_;
   Observer& observer_;
   const NetworkPhase* phase_ = nullptr;
-  uint64_t process_ = 0;  // counts those that are gone
+  uint64_t process_ = 0;  // number of ended processes
 
   const morvik::host::OpensslCipher cipher_;
   const morvik::host::ZlibCompressor compressor_;
-  morvik::testing::SeededRandom sealing_random_;  // the service opens and never seals, but the tools name a source
+  morvik::testing::SeededRandom sealing_random_;  // the tools require a source, although the service never seals
   morvik::simulation::Dice dice_;
   morvik::testing::SimulatedService service_;
   struct Position {

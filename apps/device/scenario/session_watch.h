@@ -1,4 +1,4 @@
-// Sessions as the store tells of them.
+// Notices sessions from the stored properties.
 #pragma once
 
 #include <cstdint>
@@ -14,10 +14,10 @@ class SessionWatch {
  public:
   enum class Event { kBegun, kKept, kEnded };
 
-  /// What is handed in outlives the watch. `tell` is called by look().
+  /// The arguments outlive the watch. look() calls `tell`.
   SessionWatch(const morvik::kit::KeyValueStore& store, std::function<void(Event)> tell);
 
-  /// To be called at the end of each turn; `now` is the device's wall clock.
+  /// Call at the end of each turn; `now` is the device's wall clock.
   void look(morvik::kit::Date now);
 
  private:

@@ -46,7 +46,7 @@ TimelineForm formFor(const Written& written, const Surroundings& surroundings) {
   return wantsColours(surroundings) ? TimelineForm::kColoured : TimelineForm::kPlain;
 }
 
-/// At most one byte more than a scenario may have: its reader then refuses it.
+/// Reads at most one byte more than a scenario may have; the reader then refuses it.
 std::optional<std::string> contentOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file)

@@ -6,7 +6,7 @@
 
 namespace morvik_device::scenario {
 
-/// Status of a scenario of which an expectation was not met.
+/// Exit status if an expectation is not met.
 inline constexpr int kExitNotMet = 1;
 
 /// Exit status: 0 when all expectations are met, kExitNotMet when not or when the output cannot be written, kExitUsage

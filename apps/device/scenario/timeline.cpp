@@ -31,7 +31,7 @@ struct KindForm {
   Kind kind;
   const char* name;    ///< for machines
   const char* who;     ///< for people
-  const char* colour;  ///< when nothing is wrong
+  const char* colour;  ///< if nothing is wrong
 };
 
 constexpr KindForm kForms[] = {
@@ -67,7 +67,7 @@ kit::MutableDictionary jsonLine(int64_t at_milliseconds, const char* kind) {
   return line;
 }
 
-// A log message may have several lines; the next ones stand under the first.
+// A log message may have several lines; the next ones are written under the first.
 std::string indented(std::string_view text, size_t column) {
   std::string out;
   for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {

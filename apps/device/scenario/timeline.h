@@ -1,4 +1,4 @@
-// What happened, line by line, as it happens: for people, or for machines.
+// Prints what happens, line by line: for people, or for machines.
 #pragma once
 
 #include <cstdint>
@@ -15,17 +15,17 @@ enum class TimelineForm { kPlain, kColoured, kJson };
 
 class Timeline : public Observer {
  public:
-  /// `stream` outlives the timeline. `file` is the scenario's name as it was given.
+  /// `stream` outlives the timeline. `file` is the scenario's name as given.
   Timeline(std::FILE* stream, TimelineForm form, std::string file, uint64_t seed);
 
   void begin(const Scenario& scenario);
   void happened(const Happening& happening) override;
   /// An expectation was looked at.
   void judged(int64_t at_milliseconds, const Expectation& expectation, const Verdict& verdict);
-  /// The story is over: `met` expectations were met, and `missed` is whether one was not.
+  /// The scenario is over: `met` expectations were met; `missed` says whether one was not.
   void end(size_t met, bool missed);
 
-  /// True from the first line on that could not be written.
+  /// True once a line could not be written.
   bool failed() const { return failed_; }
 
  private:

@@ -22,15 +22,15 @@ struct TimeRange {
   friend bool operator==(TimeRange, TimeRange) = default;
 };
 
-/// As readDuration(), with an optional sign.
+/// Like readDuration(), with an optional sign.
 std::optional<int64_t> readSignedTime(std::string_view text);
-/// "A..B" with A not larger than B, or one time, which is then both.
+/// "A..B" with A not larger than B, or one time for both.
 std::optional<TimeRange> readTimeRange(std::string_view text);
 
 /// The forms that readDuration() reads, for messages.
 inline constexpr const char* kTimeForms = "a time like 500ms, 10s, 1.5s or 1d 2h";
 
-/// As a clock that began at zero: "0:00:10.500", "1d 2:00:00.000".
+/// As a clock that started at zero: "0:00:10.500", "1d 2:00:00.000".
 std::string clockText(int64_t milliseconds);
 
 }  // namespace morvik_device::scenario

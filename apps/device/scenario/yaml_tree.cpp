@@ -24,7 +24,7 @@ class TreeBuilder : public YAML::EventHandler {
  public:
   YamlNode takeRoot() { return std::move(root_); }
   bool sawDocument() const { return saw_document_; }
-  /// Of what was read last.
+  /// The place of the node read last.
   Place lastPlace() const { return last_place_; }
 
   void OnDocumentStart(const YAML::Mark& mark) override {
@@ -61,7 +61,7 @@ class TreeBuilder : public YAML::EventHandler {
   void OnMapEnd() override { close(); }
 
  private:
-  // Being built, with the key that waits for its value.
+  // Nodes being built, with the key whose value comes next.
   struct Open {
     YamlNode node;
     bool has_key = false;
@@ -111,7 +111,7 @@ class TreeBuilder : public YAML::EventHandler {
       parent.node.elements.push_back(std::move(node));
     } else if (parent.has_key) {
       parent.has_key = false;
-      // A value that is not there has no place of its own.
+      // A missing value has no place.
       if (node.isNull())
         node.place = parent.key_place;
       parent.node.members.push_back({std::move(parent.key), parent.key_place, std::move(node)});
@@ -141,7 +141,7 @@ class TreeBuilder : public YAML::EventHandler {
 
 YamlNode readYaml(std::string_view text) {
   if (text.size() > kMaxScenarioBytes) {
-    // Its reader may have stopped there, so nobody knows how many it has.
+    // The reader may have stopped there, so the size is unknown.
     throw Mistake({},
                   "the file has more than " + std::to_string(kMaxScenarioBytes) + " bytes; expected at most so many");
   }
@@ -154,7 +154,7 @@ YamlNode readYaml(std::string_view text) {
     while (parser.HandleNextDocument(builder)) {
     }
   } catch (const YAML::Exception& error) {
-    // The end of the file has no mark of its own.
+    // The end of the file has no mark.
     const Place place = error.mark.is_null() ? Place() : placeOf(error.mark);
     throw Mistake(std::max(place, builder.lastPlace()), "this is no YAML: " + error.msg);
   }

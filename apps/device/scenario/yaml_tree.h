@@ -11,7 +11,7 @@
 
 namespace morvik_device::scenario {
 
-/// A larger document is refused unread.
+/// A larger document is refused without reading it.
 inline constexpr size_t kMaxScenarioBytes = size_t{1024} * 1024;
 inline constexpr size_t kMaxYamlDepth = 24;
 inline constexpr size_t kMaxYamlNodes = 100'000;
@@ -24,7 +24,7 @@ struct YamlNode {
   Kind kind = Kind::kNull;
   Place place;
   std::string text;     ///< of a scalar
-  bool quoted = false;  ///< a scalar in quotes, or a block of text: text whatever it looks like
+  bool quoted = false;  ///< a quoted scalar or a block of text: always text
   std::vector<YamlNode> elements;
   std::vector<YamlMember> members;
 

@@ -1,4 +1,4 @@
-// What the service says about an install: the "Data" of its conversion answers.
+// The service's record of an install: the "Data" of its conversion answers.
 #pragma once
 
 #include <cstdint>

@@ -140,7 +140,7 @@ std::size_t keptBytes(const Behaviour& behaviour) {
          (behaviour.kind == BehaviourKind::kJson ? jsonText(behaviour.json).size() : 0);
 }
 
-// All but the body that it gives, which may be large.
+// Everything except the body, which may be large.
 Json summaryOf(const Behaviour& behaviour) {
   Json value = {{"endpoint", behaviour.endpoint}, {"count", behaviour.count}, {"kind", rowOf(behaviour.kind).name}};
   if (behaviour.kind == BehaviourKind::kStatus)

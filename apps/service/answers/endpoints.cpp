@@ -23,7 +23,7 @@ Json resultAnswer(const AnswerContext& context, bool result) {
   return {{"BaseTime", context.now_milliseconds}, {"Result", result}};
 }
 
-// A device takes a key as reported for as long as the list names it. A list that was chosen is given as it is.
+// A device takes a key as reported for as long as the list names it. A chosen list is returned as it is.
 void listReportedKey(const AnswerContext& context, Json& record) {
   if (context.data.attribution.chosen().contains("conversion_key_list"))
     return;
@@ -43,7 +43,7 @@ Json attributionAnswer(const AnswerContext& context) {
   answer["ResultCode"] = has_parameters ? kResultCodeFine : kResultCodeNoParameters;
   if (!has_parameters)
     return answer;
-  // A third party's parameters may lack the install's id; all such share one number.
+  // A third party's parameters may lack the install's id; all such installs share one number.
   const Install install = context.store.install(memberText(*context.payload, "install_id"), context.now_milliseconds);
   answer["Data"] = context.data.attribution.record(install.user_no, install.first_seen_milliseconds);
   listReportedKey(context, answer["Data"]);
@@ -144,7 +144,7 @@ Endpoint withOwnCode(const ServiceEndpointRow& row) {
       endpoint.answer = erasureAnswer;
       break;
     default:
-      break;  // the row says it all
+      break;  // the row is complete
   }
   return endpoint;
 }

@@ -26,19 +26,19 @@ inline constexpr int kResultCodeUnchanged = 1001;
 struct AnswerContext {
   std::int64_t now_milliseconds;
   const std::optional<Json>& payload;  ///< checked; absent when the body was empty
-  bool counted;                        ///< what the payload brings was taken in
+  bool counted;                        ///< the content of the payload was counted
   AnswerData& data;
   Store& store;
 };
 
-/// A row of the table that the simulated service reads too, and the code of this service's own for it.
+/// A row of the table that the simulated service reads too, and this service's code for it.
 struct Endpoint : morvik::testing::ServiceEndpointRow {
-  /// Throws Refusal when the payload lacks what it must hold. Absent where the row's required texts are all.
+  /// Throws Refusal when the payload lacks what it must hold. Absent if the row's required texts are all.
   void (*check)(const Json& payload) = nullptr;
-  /// Throws Refusal when the checked payload names another app; absent where its form has seen to that, or it names
+  /// Throws Refusal when the checked payload names another app; absent if its form has checked that, or it names
   /// none.
   void (*check_app)(const Json& payload, const Keys& keys) = nullptr;
-  /// Absent where the row has a fixed answer.
+  /// Absent if the row has a fixed answer.
   Json (*answer)(const AnswerContext& context) = nullptr;
   /// Answered with status 200 to a payload that the checks refuse; without it the refusal itself is the answer.
   Json (*answer_refused)(const Refusal& refusal) = nullptr;
@@ -47,7 +47,7 @@ struct Endpoint : morvik::testing::ServiceEndpointRow {
 /// All checks of the payload. Throws Refusal.
 void checkPayload(const Endpoint& endpoint, const Json& payload, const Keys& keys);
 
-/// What the endpoint answers to a payload that passed, or to none.
+/// The endpoint's answer to a payload that passed the checks, or to none.
 Json answerOf(const Endpoint& endpoint, const AnswerContext& context);
 
 const std::vector<Endpoint>& endpoints();

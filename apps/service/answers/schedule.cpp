@@ -51,7 +51,7 @@ Schedule::Schedule(std::string file) : file_(std::move(file)) {
   }
 }
 
-// The bytes and not the file's time say whether it changed: two changes within one tick are two.
+// Compares bytes, not the file's time: two changes may share a timestamp.
 void Schedule::use(std::string_view text) {
   std::string check_sum = encodeHexadecimal(sha256(text));
   if (check_sum != content_.check_sum)

@@ -1,4 +1,4 @@
-// Letters of ASCII, whatever the locale says.
+// ASCII letters, independent of the locale.
 #pragma once
 
 #include <algorithm>
@@ -22,7 +22,7 @@ inline std::string lowered(std::string_view text) {
   return result;
 }
 
-/// `lower_needle` is in lower case already.
+/// `lower_needle` must be in lower case.
 inline bool containsWithoutCase(std::string_view text, std::string_view lower_needle) {
   return std::search(text.begin(), text.end(), lower_needle.begin(), lower_needle.end(),
                      [](char x, char y) { return lowerAscii(x) == y; }) != text.end();

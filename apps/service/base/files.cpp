@@ -66,7 +66,7 @@ std::string readSmallFile(const std::string& path) {
 void replaceFile(const std::string& path, const std::string& content, mode_t mode) {
   const std::string draft = path + ".new." + std::to_string(::getpid());
   {
-    // O_EXCL: a file or link that somebody else put there is never written through.
+    // O_EXCL: never writes through a file or link that somebody else put there.
     const FileDescriptor file(::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (file.get() < 0)
       throw SetupError("cannot write " + draft + ": " + errorText());

@@ -24,7 +24,7 @@ Json parseJson(std::string_view text, const std::string& where);
 /// shown.
 std::string jsonText(const Json& value);
 
-/// The text of a member, a number as JSON writes it; "" where there is no object, no such member, or neither in it.
+/// The text of a member, a number as JSON writes it; "" if there is no object, no such member, or neither in it.
 std::string memberText(const Json& object, std::string_view name);
 
 }  // namespace morvik_service

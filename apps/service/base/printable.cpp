@@ -17,7 +17,7 @@ std::size_t lengthByLead(unsigned char lead) {
   return lead >= 0xF0 && lead <= 0xF4 ? 4 : 0;
 }
 
-// Bytes of the character at the beginning of `text` when it may be printed as it is; else 0.
+// The length of the first character of `text` if it may be printed as it is; else 0.
 std::size_t printableCharacter(std::string_view text) {
   const unsigned char lead = byteAt(text, 0);
   if (lead < 0x80)

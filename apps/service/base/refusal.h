@@ -6,8 +6,8 @@
 
 namespace morvik_service {
 
-/// A bad request. Carries everything its sender needs: what is wrong, where, and how to mend it. Thrown by the rooms
-/// that read input, turned into an answer in one place (Service). Never carries key material.
+/// A bad request. Says what is wrong, where, and how to fix it. Thrown by the rooms that read input, turned into an
+/// answer in one place (Service). Never carries key material.
 class Refusal : public std::runtime_error {
  public:
   /// `status` is the HTTP status of the answer (400 to 599).

@@ -9,7 +9,7 @@
 
 namespace morvik_service {
 
-/// Asked for the present; a value so that a test can hold time still.
+/// Returns the current time; a value, so that a test can control time.
 using Clock = std::function<std::int64_t()>;
 
 /// The system's clock.

@@ -29,7 +29,7 @@ constexpr std::array<MemberRule, 20> kReportMembers = {{{"idfa"},
                                                         {"exception_reason"},
                                                         {"exception_log_trace"},
                                                         {kDeviceInformation, MemberType::kObject}}};
-// The two free sizes are sent as the device's own tools give them.
+// The two free sizes are sent as the device's tools print them.
 constexpr std::array<MemberRule, 5> kDeviceMembers = {{{"app_in_focus", MemberType::kBoolean},
                                                        {"root_device", MemberType::kBoolean},
                                                        {"device_model"},

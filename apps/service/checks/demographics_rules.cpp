@@ -9,7 +9,7 @@ namespace morvik_service {
 namespace {
 
 constexpr std::array<MemberRule, 2> kDemographicsMembers = {{{"puid"}, {"user_demo_info", MemberType::kArray}}};
-// What is known of a user, in the order in which it is sent.
+// The demographics of a user, in the order in which they are sent.
 constexpr std::array<MemberRule, 3> kDemographicKinds = {
     {{"age", MemberType::kInteger}, {"gender", MemberType::kInteger}, {"userId"}}};
 

@@ -67,7 +67,7 @@ const Json& requireMember(const Json& object, const MemberRule& rule, const Plac
   const auto found = object.find(rule.name);
   if (found == object.end())
     throw badMember("is missing", place.path(rule.name));
-  // The member's place is written down only when something is wrong with it: a batch has many.
+  // The member's path is built only if something is wrong with it: a batch has many members.
   if (!isOfType(*found, rule.type))
     throw badMember(notOfType(rule.type), place.path(rule.name));
   return *found;

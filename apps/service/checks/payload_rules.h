@@ -13,7 +13,7 @@ void checkCommonParameters(const Json& payload);
 /// "deeplink_info" if present.
 void checkConversionPayload(const Json& payload);
 
-/// The parameters of a third party conversion are the caller's own; only "deeplink_info" must be a click's.
+/// The caller chooses the parameters of a third party conversion; only "deeplink_info" must be a click's.
 void checkThirdPartyPayload(const Json& payload);
 
 /// Common parameters, and "iAd" with its two dates, if present.

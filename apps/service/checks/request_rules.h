@@ -1,4 +1,4 @@
-// Rules for the request around a payload. Each function throws Refusal with the status that fits.
+// Rules for the request around a payload. Each function throws Refusal with the appropriate status.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 
 namespace morvik_service {
 
-/// Where most refusals point.
+/// The place that most refusals name.
 inline constexpr const char* kWhereBody = "the request body";
 
 /// 413 if the body was larger than kMaxBodyBytes.

@@ -49,7 +49,7 @@ void describe(CLI::App& app, ExpectOptions& options, std::string& within, Servic
   app.add_option("--ca", options.authority_file, "PEM file of certificates to trust")->type_name("FILE");
 }
 
-// The folder says both; the single options override it.
+// The folder provides both; the single options override it.
 std::string findService(ExpectOptions& options, const ServicePlace& place) {
   const std::string& folder = place.certificate_folder;
   if (options.url.empty() && !place.port_file.empty())

@@ -12,7 +12,7 @@
 namespace morvik_service {
 namespace {
 
-// Why something misses quotes a part of the expression next to the values found.
+// The reasons quote a part of the expression next to the values found.
 constexpr std::size_t kMaxWhyBytes = kMaxExpressionBytes + kMaxPrintedBytes;
 
 std::chrono::milliseconds steadyNow() {

@@ -13,7 +13,7 @@ namespace morvik_service {
 namespace {
 
 constexpr int kRequestsAtOnce = 200;
-// Beyond the time that the service is asked to wait.
+// In addition to the time that the service is asked to wait.
 constexpr std::chrono::milliseconds kAnswerPatience{10000};
 // A page ends early by its bytes, so an answer is little larger than that; one entry may pass it by what one request
 // and its answer can hold.

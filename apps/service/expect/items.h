@@ -23,7 +23,7 @@ struct Item {
 std::vector<Item> itemsOf(const Json& request, bool events);
 
 /// The value of a field. Names of headers compare without case; of the answer, its body as JSON; a field of a
-/// structured parameter, the JSON text of an object in `param`, by its name behind a dot.
+/// structured parameter, the JSON text of an object in `param`, by its name after a dot.
 Json readField(const Item& item, const FieldPath& path);
 
 /// "request 12, event shop/purchase (sku-7)".

@@ -17,7 +17,7 @@ struct Token {
   std::string text;        ///< as written; of kText without its quotes
   Json value;              ///< of kText and kNumber
   std::size_t column = 1;  ///< of its first byte
-  std::size_t end = 1;     ///< the column behind it
+  std::size_t end = 1;     ///< the column after it
 };
 
 /// The tokens, kEnd last. Throws ExpressionError.

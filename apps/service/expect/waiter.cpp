@@ -13,7 +13,7 @@ class Progress {
   explicit Progress(const Expectation& expectation)
       : expectation_(expectation), events_(expectation.expression.names(eventFields())) {}
 
-  // True when nothing that may follow can change the outcome.
+  // True if nothing that may follow can change the outcome.
   bool isDecided() const { return outcome_.matched >= (expectation_.none ? 1 : expectation_.count); }
 
   void take(const Json& request) {
@@ -73,7 +73,7 @@ Outcome waitFor(const Expectation& expectation, const RequestSource& source, con
     for (const Json& request : page.at("requests"))
       progress.take(request);
     after = page.at("next_after");
-    // What is there is looked at to its end, even when that takes longer.
+    // Everything that has arrived is examined, even if that takes longer.
     if (page.at("requests").empty() && left.count() == 0)
       break;
   }

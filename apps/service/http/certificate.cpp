@@ -73,7 +73,7 @@ void addExtension(X509* certificate, X509* issuer, int identifier, const char* v
   mustSucceed(extension != nullptr && X509_add_ext(certificate, extension.get(), -1) == 1);
 }
 
-// What authority and server certificate have in common. It holds from yesterday on: clocks differ.
+// What authority and server certificate have in common. Valid since yesterday, because clocks differ.
 Certificate makeUnsigned(const std::string& name, EVP_PKEY* key, int days) {
   Certificate certificate(X509_new());
   mustSucceed(certificate != nullptr && X509_set_version(certificate.get(), kX509Version3) == 1);
@@ -150,7 +150,7 @@ std::unique_ptr<BIO, FreeOpenSsl> memoryOf(const std::string& pem) {
   return memory;
 }
 
-// The first certificate of the file; nothing when there is no such file or no certificate in it.
+// The first certificate in the file; nothing if there is no such file or no certificate in it.
 Certificate readCertificate(const std::string& path) {
   if (!isThere(path))
     return nullptr;
@@ -161,7 +161,7 @@ Certificate readCertificate(const std::string& path) {
 Key readKey(const std::string& path) {
   if (!isThere(path))
     return nullptr;
-  // A copied folder may have lost its modes. A file system that knows none is no reason to refuse.
+  // A copied folder may have lost its modes. A file system without modes is not a reason to refuse.
   static_cast<void>(::chmod(path.c_str(), kPrivateMode));
   const std::string pem = readSmallFile(path);
   // Never asks for a password.
@@ -184,7 +184,7 @@ bool isGoodForLonger(X509* certificate) {
          X509_cmp_time(X509_get0_notAfter(certificate), &later) > 0;
 }
 
-// As a client would see it.
+// As a client verifies it.
 bool vouchesFor(X509* authority, X509* server) {
   const std::unique_ptr<X509_STORE, FreeVerification> trusted(X509_STORE_new());
   const std::unique_ptr<X509_STORE_CTX, FreeVerification> context(X509_STORE_CTX_new());
@@ -199,7 +199,7 @@ bool hasTheNames(X509* server) {
          X509_check_ip_asc(server, "::1", 0) == 1;
 }
 
-// What is wrong with an authority that is there; "" for nothing.
+// What is wrong with an existing authority; "" for nothing.
 std::string problemOf(X509* authority) {
   if (X509_check_ca(authority) != 1)
     return "is no certificate of an authority";
@@ -223,7 +223,7 @@ Identity makeAuthorityIdentity() {
   return {std::move(key), std::move(certificate)};
 }
 
-// The key first: a certificate without its key would be taken for one that lost it.
+// The key first: a certificate without its key would be mistaken for one whose key was lost.
 void write(const Identity& identity, const std::string& certificate_path, const std::string& key_path) {
   replaceFile(key_path, keyPem(identity.key.get()), kPrivateMode);
   replaceFile(certificate_path, certificatePem(identity.certificate.get()), kPublicMode);

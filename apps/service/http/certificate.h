@@ -23,9 +23,9 @@ struct CertificateFiles {
 };
 
 /// Makes sure that `folder` (created if missing) holds an authority, ca.pem and ca-key.pem, and a server certificate
-/// that it signed, cert.pem and key.pem. What is there and still good is kept, so that clients go on trusting: the
-/// authority as long as it is valid, the server certificate too. An authority can sign for this machine's own names
-/// alone, so that its key is of no use elsewhere; both keys are made readable by their owner alone. Throws SetupError
+/// that it signed, cert.pem and key.pem. Existing valid files are kept, so that clients still trust them: the authority
+/// as long as it is valid, the server certificate too. An authority can sign only for this machine's own names, so that
+/// its key is useless elsewhere; both keys are made readable by their owner only. Throws SetupError
 /// when a file cannot be read or written.
 CertificateFiles makeCertificates(const std::string& folder);
 

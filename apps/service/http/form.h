@@ -10,7 +10,7 @@ namespace morvik_service {
 
 using FormFields = std::vector<std::pair<std::string, std::string>>;
 
-/// The most fields of a form; requests have three at most.
+/// Most fields of a form; requests have at most three.
 inline constexpr std::size_t kMaxFormFields = 64;
 
 /// Reads "name=value&name=value" with percent escapes and plus signs for spaces. An empty body has no fields. Throws

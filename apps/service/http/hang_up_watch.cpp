@@ -28,7 +28,7 @@ HangUpWatch::Watched::Watched(HangUpWatch& watch, int socket, const std::stop_so
   epoll_event event{};
   event.events = EPOLLRDHUP | EPOLLONESHOT;
   event.data.u64 = number_;
-  // Without it the stream ends a little later, with the next sign of life that cannot be sent.
+  // Without it the stream ends a little later, with the next keep-alive that cannot be sent.
   ::epoll_ctl(watch_.events_, EPOLL_CTL_ADD, socket_, &event);
 }
 
@@ -67,7 +67,7 @@ void HangUpWatch::run() {
   }
 }
 
-// Whoever waits for the stop is called outside of the lock: it may end its watch.
+// Stop callbacks run outside the lock: they may end their watch.
 void HangUpWatch::tell(std::uint64_t number) {
   std::stop_source gone(std::nostopstate);
   {

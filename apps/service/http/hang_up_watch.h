@@ -40,7 +40,7 @@ class HangUpWatch {
   int end_ = -1;
   std::mutex mutex_;
   std::map<std::uint64_t, std::stop_source> watched_;  ///< guarded by mutex_, as next_number_
-  std::uint64_t next_number_ = 1;                      ///< 0 is the end's
+  std::uint64_t next_number_ = 1;                      ///< 0 is kEndNumber
   std::thread thread_;
 };
 

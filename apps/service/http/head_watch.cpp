@@ -32,7 +32,7 @@ void HeadWatch::Watched::awaitNext() {
 HeadWatch::HeadWatch(std::chrono::seconds bound)
     : bound_(bound), thread_([this](const std::stop_token& stop) { run(stop); }) {}
 
-// The bound is the same for all: what is added while it waits is due later than what it waits for.
+// The timeout is the same for all: a connection added during the wait is due later than the awaited one.
 void HeadWatch::run(const std::stop_token& stop) {
   std::unique_lock lock(mutex_);
   while (changed_.wait(lock, stop, [this] { return !awaited_.empty(); })) {

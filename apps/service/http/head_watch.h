@@ -44,7 +44,7 @@ class HeadWatch {
   std::mutex mutex_;
   std::condition_variable_any changed_;
   std::map<int, std::chrono::steady_clock::time_point> awaited_;  ///< socket and its deadline; guarded by mutex_
-  std::jthread thread_;                                           ///< last: it ends before what it uses
+  std::jthread thread_;                                           ///< last: destroyed before what it uses
 };
 
 }  // namespace morvik_service

@@ -34,12 +34,12 @@ const std::string* findHeader(const HttpRequest& request, std::string_view name)
 
 struct HttpReply {
   int status = 200;
-  std::string body;                    ///< JSON, unless a behaviour spoils it
-  std::chrono::milliseconds delay{0};  ///< wait so long before the answer
+  std::string body;                    ///< JSON, unless a behaviour changes it
+  std::chrono::milliseconds delay{0};  ///< time to wait before the answer
   bool close_without_answer = false;   ///< close the connection instead
   std::string content_type = "application/json; charset=utf-8";
-  NamedValues headers;                 ///< further ones
-  std::shared_ptr<BodyStream> stream;  ///< when there, `body` is empty and its pieces are the body
+  NamedValues headers;                 ///< additional headers
+  std::shared_ptr<BodyStream> stream;  ///< if set, `body` is empty and its pieces are the body
 };
 
 }  // namespace morvik_service

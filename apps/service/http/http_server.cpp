@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t kStreamBlockBytes = std::size_t{16} * 1024;
 constexpr const char* kTlsVersions = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
 
-// One request while its body arrives. Returns what it reserved when it ends, however it ends.
+// One request while its body arrives. Releases what it reserved when it ends, however it ends.
 class Exchange {
  public:
   explicit Exchange(HttpServer& server) : server_(server) {}
@@ -29,7 +29,7 @@ class Exchange {
   HttpRequest& request() { return request_; }
   bool overloaded() const { return overloaded_; }
 
-  // Keeps more of the body, or only counts it once it cannot be kept. False when the sender does not stop.
+  // Keeps more of the body, or only counts it once it cannot be kept. False if the sender does not stop.
   bool take(const char* data, std::size_t bytes) {
     request_.body_bytes += bytes;
     if (request_.body_bytes > kMaxBodyBytes)
@@ -77,7 +77,7 @@ bool comesFromLoopback(MHD_Connection* connection) {
   return peer != nullptr && isLoopbackPeer(peer);
 }
 
-// What an open connection holds.
+// The state of an open connection.
 struct Guest {
   Guest(HttpServer& server, MHD_Connection* connection)
       : place(server.places(), clientAt(peerOf(connection))), head(server.heads(), socketOf(connection)) {}
@@ -105,7 +105,7 @@ struct DestroyResponse {
 
 using Response = std::unique_ptr<MHD_Response, DestroyResponse>;
 
-// While it exists, a wait of the service is not idle time of the client, which starts again afterwards.
+// While it exists, waiting does not count as idle time of the client; the idle time restarts afterwards.
 class OwnWait {
  public:
   OwnWait(MHD_Connection* connection, const HttpServer& server) : connection_(connection), server_(server) {
@@ -120,7 +120,7 @@ class OwnWait {
   const HttpServer& server_;
 };
 
-// A stream on its way out, and the rest of the piece that did not fit into the library's buffer. It ends with the
+// A stream that is being sent, and the rest of the piece that did not fit into the library's buffer. It ends with the
 // server or its reader.
 class Outflow {
  public:
@@ -218,7 +218,7 @@ MHD_Result finishRequest(HttpServer& server, MHD_Connection* connection, Exchang
   return send(connection, server, std::move(reply));
 }
 
-// Called once when the head is there, once per piece of body, and once at the end.
+// Called once when the head is complete, once per piece of the body, and once at the end.
 MHD_Result onRequest(void* context, MHD_Connection* connection, const char* path, const char* method, const char*,
                      const char* data, std::size_t* data_bytes, void** slot) {
   HttpServer& server = *static_cast<HttpServer*>(context);
@@ -254,8 +254,8 @@ MHD_Result onAccept(void* context, const sockaddr* address, socklen_t) {
   }
 }
 
-// The end comes before the socket is closed. The library accepts and reports both on one thread: what onAccept let in
-// is counted before it is asked again.
+// The end is reported before the socket is closed. The library accepts connections and reports both events on one
+// thread: a connection that onAccept admitted is counted before the next one.
 void onConnection(void* context, MHD_Connection* connection, void** slot, MHD_ConnectionNotificationCode code) {
   if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
     delete static_cast<Guest*>(std::exchange(*slot, nullptr));
@@ -264,7 +264,7 @@ void onConnection(void* context, MHD_Connection* connection, void** slot, MHD_Co
   try {
     *slot = std::make_unique<Guest>(*static_cast<HttpServer*>(context), connection).release();
   } catch (const std::exception&) {
-    // Out of memory; nobody serves what is not counted.
+    // Out of memory: a connection that is not counted is not served.
     ::shutdown(socketOf(connection), SHUT_RDWR);
   }
 }

@@ -27,8 +27,8 @@ inline constexpr unsigned kMaxConnections = 128;
 inline constexpr unsigned kMaxConnectionsOfAClient = kMaxConnections / 2;
 inline constexpr std::size_t kMaxBufferedBytes = std::size_t{128} * 1024 * 1024;
 inline constexpr std::uint64_t kMaxDiscardedBytes = std::uint64_t{64} * 1024 * 1024;
-/// A connection is closed after this idle time: the client neither sends nor takes anything. A wait of the service
-/// itself, for a late answer or for news, does not count.
+/// A connection is closed after this idle time: the client neither sends nor receives anything. Time that the service
+/// itself waits, for a late answer or for news, does not count.
 inline constexpr unsigned kIdleSeconds = 30;
 /// Request line and headers must be complete within this time after the connection opened or the previous request
 /// ended; otherwise the connection is closed, however often the client sends a byte. The idle time, and as long again
@@ -42,7 +42,7 @@ struct TlsIdentity {
   std::string key_pem;
 };
 
-/// The limits that a test may lower.
+/// Limits that a test may lower.
 struct ServerLimits {
   unsigned connections = kMaxConnections;
   unsigned connections_of_a_client = kMaxConnectionsOfAClient;

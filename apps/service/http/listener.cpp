@@ -94,7 +94,7 @@ Listener::~Listener() {
 }
 
 std::string Listener::url() const {
-  // Every address of the machine is none that one could call, or that a certificate could name.
+  // The wildcard address is not one to connect to, or to name in a certificate.
   const std::string called = address_ == "0.0.0.0" ? "127.0.0.1" : address_ == "::" ? "::1" : address_;
   const bool six = called.find(':') != std::string::npos;
   return "https://" + (six ? "[" + called + "]" : called) + ":" + std::to_string(port_) + "/";

@@ -12,7 +12,7 @@ constexpr unsigned char kLoopbackNet = 127;
 constexpr std::size_t kMappedIpv4Begin = 12;
 constexpr std::size_t kNetworkBytes = 8;
 
-// The four bytes as sent, or the network's eight: the lengths keep them apart.
+// The four bytes of an address, or the eight of a network: the lengths distinguish them.
 std::string bytesOf(const void* data, std::size_t count) {
   return {static_cast<const char*>(data), count};
 }

@@ -1,4 +1,4 @@
-// Whose an address is.
+// Classifies addresses of peers.
 #pragma once
 
 #include <string>
@@ -10,8 +10,8 @@ namespace morvik_service {
 /// True for 127.0.0.0/8, ::1 and 127.0.0.0/8 written as IPv6.
 bool isLoopbackPeer(const sockaddr* address);
 
-/// Names the client that is at an address, for counting; equal for two addresses of one client. All of this machine is
-/// one, an IPv6 network of 64 bits is one, and so is an IPv4 address, also one written as IPv6. "" when it is neither.
+/// Identifies the client at an address, for counting; equal for two addresses of one client. This machine is one
+/// client, and so are an IPv6 network of 64 bits and an IPv4 address, also written as IPv6. "" if it is neither.
 std::string clientAt(const sockaddr* address);
 
 }  // namespace morvik_service

@@ -47,7 +47,7 @@ void requireAdmin(const HttpRequest& request, const AdminRules& rules) {
   requireOwnSite(request);
 }
 
-// Where a browser sends no Origin it still says that another site's page asks.
+// A browser that sends no Origin still reports a request from another site.
 void requireOwnSite(const HttpRequest& request) {
   const std::string* site = findHeader(request, "Sec-Fetch-Site");
   if (site != nullptr && *site != "same-origin" && *site != "none" && request.path != "/") {

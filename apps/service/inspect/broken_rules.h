@@ -1,4 +1,4 @@
-// The rules of the wire format that a stored request broke, in plain words.
+// The rules of the wire format that a stored request broke.
 #pragma once
 
 #include "apps/service/base/json.h"
@@ -9,8 +9,8 @@ namespace morvik_service {
 inline constexpr std::size_t kMaxRulesListed = 30;
 
 /// `request` as Store::request gives it. The result is an array of {"what","where","mend"}: first why the request was
-/// refused, if it was; then what a service takes in but the format says otherwise: headers, order and form of event ids
-/// and times, what stands twice in a batch. Empty when all is as it should be.
+/// refused, if it was; then violations that the service tolerates: headers, order and form of event ids and times,
+/// repetitions in a batch. Empty if there are none.
 Json brokenRules(const Json& request);
 
 }  // namespace morvik_service

@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::string_view kPrefix = "/inspect";
 
-// What a page can show of one request; /inspect/requests has it whole.
+// The most that the page can show of one request; /inspect/requests returns all of it.
 constexpr std::size_t kMaxShownBytes = std::size_t{256} * 1024;
 
 void shorten(Json& shown) {
@@ -89,7 +89,7 @@ HttpReply showTimeline(const HttpRequest& request, const Inspected& inspected) {
   return {200, jsonText(timeline)};
 }
 
-// A browser that lost the stream says where it was.
+// A browser that lost the stream names the last event it received.
 HttpReply watch(const HttpRequest& request, const Inspected& inspected) {
   requireKnownParameters(request, {"after"});
   HttpRequest resumed = request;
@@ -165,7 +165,7 @@ Json toldLedger(const Inspected& inspected, const std::string& install) {
   return inspected.ledgers.of(install);
 }
 
-// With what arrived of one device where one is asked for.
+// With the arrivals of one device if one is requested.
 HttpReply showLedgers(const HttpRequest& request, const Inspected& inspected) {
   requireKnownParameters(request, {"install"});
   const std::string* install = findParameter(request, "install");

@@ -1,5 +1,5 @@
 // The inspection interface under /inspect/: shows what arrived, orders misbehaviour, changes the attribution data,
-// takes what devices tell of their ledgers.
+// receives the ledgers of devices.
 #pragma once
 
 #include "apps/service/http/http_message.h"
@@ -10,7 +10,7 @@ namespace morvik_service {
 /// True for paths that `inspect` answers.
 bool isInspection(const HttpRequest& request);
 
-/// Answers one inspection request of someone who may ask (requireAdmin). Any thread; takes `inspected.mutex` by itself,
+/// Answers an inspection request that requireAdmin() accepted. Any thread; takes `inspected.mutex` by itself,
 /// as does a stream in the reply. Never shows the secret keys: they are not in the store. Throws Refusal for everything
 /// it cannot do, SQLite::Exception when the store fails.
 HttpReply inspect(const HttpRequest& request, const Inspected& inspected);

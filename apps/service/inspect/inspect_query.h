@@ -16,13 +16,13 @@ inline constexpr std::size_t kMaxSearchBytes = 200;
 /// The longest wait of a request for something that has not arrived yet.
 inline constexpr std::int64_t kMaxWaitMilliseconds = 30000;
 
-/// Refuses parameters that are not among `known`, and those that stand twice.
+/// Refuses parameters that are not among `known`, and repeated ones.
 void requireKnownParameters(const HttpRequest& request, std::initializer_list<std::string_view> known);
 
 /// The value of a parameter, or nullptr.
 const std::string* findParameter(const HttpRequest& request, std::string_view name);
 
-/// A whole number from 0 on; `otherwise` when the parameter is not there.
+/// A whole number of 0 or more; `otherwise` if the parameter is missing.
 std::int64_t numberParameter(const HttpRequest& request, std::string_view name, std::int64_t otherwise);
 std::string textParameter(const HttpRequest& request, std::string_view name);
 

@@ -49,10 +49,10 @@ class EventStream : public BodyStream {
  private:
   std::string readNews() {
     std::string news;
-    // Read first, told last: no total counts a request that a watcher was not told.
+    // Read first, sent last: no total counts a request that the watcher has not received.
     const std::string totals = jsonText(totalsJson(inspected_.store.totals()));
     const std::int64_t newest = inspected_.store.newestRequest();
-    // A watcher that knows a larger number watched another store, before this service was restarted.
+    // A watcher with a larger number watched another store, before this service was restarted.
     if (after_ > newest || newest - after_ > kMaxCatchUp) {
       after_ = newest;
       news += serverSentEvent("gap", std::to_string(newest));

@@ -1,4 +1,4 @@
-// What an inspection gets that waits: a stream of changes, and a listing that is answered once there is something.
+// Inspections that wait: a stream of changes, and a listing that is answered once it has an entry.
 #pragma once
 
 #include <atomic>
@@ -21,7 +21,7 @@ inline constexpr std::chrono::milliseconds kSignOfLife{15000};
 /// Counts watchers. Any thread.
 class Watchers {
  public:
-  /// Leaves when it goes.
+  /// Destruction frees the seat.
   class Seat {
    public:
     explicit Seat(Watchers& watchers) : watchers_(watchers) {}
@@ -33,7 +33,7 @@ class Watchers {
     Watchers& watchers_;
   };
 
-  /// Throws Refusal 503 when all seats are taken. The seat must not outlive this.
+  /// Throws Refusal 503 if all seats are taken. The seat must not outlive this.
   std::unique_ptr<Seat> take();
 
  private:
@@ -41,9 +41,8 @@ class Watchers {
 };
 
 /// Server-sent events: "request" (a summary, its number as the event's id) for each request after number `after`,
-/// "behaviours", "ledgers" (how many devices told one, how often) and "totals" at the start and when they changed,
-/// "gap" (the newest number) in place of more requests than kMaxCatchUp, and to who comes with a number that no request
-/// has yet.
+/// "behaviours", "ledgers" (how many devices reported one, how often) and "totals" at the start and when they change,
+/// "gap" (the newest number) instead of more requests than kMaxCatchUp, and for a number that no request has yet.
 std::shared_ptr<BodyStream> makeEventStream(const Inspected& inspected, std::unique_ptr<Watchers::Seat> seat,
                                             std::int64_t after, std::chrono::milliseconds sign_of_life = kSignOfLife);
 

@@ -1,4 +1,4 @@
-// What an inspection may look at and change.
+// What an inspection may read and change.
 #pragma once
 
 #include <mutex>
@@ -20,8 +20,8 @@ struct Inspected {
   Behaviours& behaviours;
   Attribution& attribution;
   Ledgers& ledgers;
-  Feed& feed;               ///< published when any of the above changed
-  std::mutex& mutex;        ///< guards behaviours, attribution and ledgers; taken for an instant, never for the disk
+  Feed& feed;               ///< published when any of the above changes
+  std::mutex& mutex;        ///< guards behaviours, attribution and ledgers; held briefly, never during disk access
   Watchers& watchers;       ///< those who wait for changes
   const AdminRules& rules;  ///< who may ask
 };

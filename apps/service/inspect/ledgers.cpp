@@ -28,7 +28,7 @@ std::int64_t number(const Json& object, const char* name) {
   return object.at(name).get<std::int64_t>();
 }
 
-// Texts say something, and numbers count.
+// Texts are not empty, and numbers are counts.
 void requireWordsAndCounts(const Json& object, const Place& place) {
   for (const auto& [name, value] : object.items()) {
     if (value.is_string() && value.get_ref<const std::string&>().empty())
@@ -77,7 +77,7 @@ bool balances(const Json& account) {
                                             number(account, "under_way") + number(account, "given_up");
 }
 
-// What follows from the numbers is reckoned here: a device that counts wrongly would reckon wrongly too.
+// Derived values are computed here: a device that counts wrongly would compute them wrongly too.
 Json assessed(Json ledger) {
   bool all_balance = true;
   bool is_sound = true;

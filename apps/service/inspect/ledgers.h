@@ -1,4 +1,4 @@
-// What devices tell of themselves: the account of all that each recorded, the latest of every device.
+// The ledgers that devices report: the latest of each device.
 #pragma once
 
 #include <cstddef>
@@ -12,27 +12,27 @@
 
 namespace morvik_service {
 
-/// At most this many devices are kept; past it the ledger reported longest ago is forgotten.
+/// At most this many devices are kept; past it the ledger reported longest ago is discarded.
 inline constexpr std::size_t kMaxLedgers = 200;
 /// A longer ledger is refused.
 inline constexpr std::size_t kMaxLedgerBytes = std::size_t{64} * 1024;
 /// The largest number in a ledger. Every JSON reader reads it exactly, and the sums of a ledger do not overflow.
 inline constexpr std::int64_t kMaxLedgerCount = 1'000'000'000'000'000;
 
-/// Not safe for several threads at once. In memory alone, as the behaviours: a device tells it again.
+/// Not thread-safe. In memory only, like the behaviours: a device reports it again.
 class Ledgers {
  public:
   explicit Ledgers(Clock clock) : clock_(std::move(clock)) {}
 
   /// Reads {"install":ID,"accounts":[{"kind","recorded","delivered","stored","under_way","given_up",
-  /// "found_uncounted"}],"given_up":[{"kind","count","reason","by_rule"}]} and keeps it in place of what that install
-  /// told before. Throws Refusal 400 that names the member, or 413.
+  /// "found_uncounted"}],"given_up":[{"kind","count","reason","by_rule"}]} and replaces that install's previous
+  /// ledger. Throws Refusal 400 that names the member, or 413.
   void tell(const std::string& text);
 
-  /// The device's as it was told, with "time" and what follows from its numbers: "balances" for each account and for
-  /// all, and "sound": besides, nothing was given up but by a rule. Null when it told none.
+  /// The device's ledger as reported, with "time" and derived values: "balances" for each account and for all, and
+  /// "sound": it balances, and nothing was given up except by a rule. Null if it reported none.
   Json of(const std::string& install) const;
-  /// All, the one heard of last first.
+  /// All, the most recently reported first.
   Json list() const;
 
   /// Grows with every reported ledger.
@@ -41,7 +41,7 @@ class Ledgers {
 
  private:
   const Clock clock_;
-  std::vector<Json> latest_;  ///< the one heard of last at the end
+  std::vector<Json> latest_;  ///< the most recently reported last
   std::uint64_t told_ = 0;
 };
 

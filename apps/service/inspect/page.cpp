@@ -10,7 +10,7 @@ namespace morvik_service {
 namespace {
 
 constexpr std::string_view kFolder = "/page/";
-// Everything comes from this service, nothing is written into the page as markup, nobody frames it.
+// Everything comes from this service, nothing is inserted as markup, and no other page may frame it.
 constexpr const char* kContentPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; base-uri 'none'; "
     "form-action 'none'; frame-ancestors 'none'; require-trusted-types-for 'script'; trusted-types 'none'";

@@ -1,4 +1,4 @@
-// The page that shows what arrives: its files are inside the program.
+// The page that shows what arrives. Its files are embedded in the program.
 #pragma once
 
 #include <span>
@@ -13,13 +13,13 @@ struct PageFile {
   std::string_view content;
 };
 
-/// The files of apps/service/page, put into the program when it was built.
+/// The files of apps/service/page, embedded at build time.
 std::span<const PageFile> pageFiles();
 
 /// True for "/" and everything below "/page/".
 bool isPage(const HttpRequest& request);
 
-/// The file that is asked for; "/" is index.html. Throws Refusal 404 or 405.
+/// The requested file; "/" is index.html. Throws Refusal 404 or 405.
 HttpReply page(const HttpRequest& request);
 
 }  // namespace morvik_service

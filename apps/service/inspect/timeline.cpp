@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view kSessionGroup = "session";
 constexpr std::int64_t kKoreaOffsetMilliseconds = std::int64_t{9} * 3600 * 1000;
 
-// The times of activities and crashes are told at UTC+9, with or without punctuation.
+// The times of activities and crashes are in UTC+9, with or without punctuation.
 std::optional<std::int64_t> koreaTime(const std::string& text) {
   std::string digits;
   std::copy_if(text.begin(), text.end(), std::back_inserter(digits), [](char c) { return c >= '0' && c <= '9'; });
@@ -30,8 +30,8 @@ bool byTime(const Json& a, const Json& b) {
   return a.at("time") < b.at("time");
 }
 
-// Sessions are told by two activities. An end whose start is unknown, and a start that another start follows, stand
-// alone.
+// Two activities mark a session. An end without a known start is skipped; a start that is followed by another start has
+// no end.
 Json sessionsOf(const std::vector<Json>& borders) {
   Json sessions = Json::array();
   bool open = false;
@@ -60,7 +60,7 @@ class Teller {
 
   Json finish() {
     for (std::vector<Json>* list : {&borders_, &activities_, &marks_}) {
-      // They came newest first; what happened within one second stays in the order of its telling.
+      // The requests are newest first; events of the same second keep their order.
       std::reverse(list->begin(), list->end());
       std::stable_sort(list->begin(), list->end(), byTime);
     }
@@ -125,7 +125,7 @@ class Teller {
       mark(request, kind->name, aboutPayload(endpoint, request.at("payload")), request.at("time_ms"));
   }
 
-  // Reports arrive again with later ones until an answer accepts them.
+  // Reports are sent again with later ones until an answer accepts them.
   void takeCrashes(const Json& request) {
     if (!request.at("payload").is_array())
       return;

@@ -1,4 +1,4 @@
-// What a device lived through, as far as its requests tell.
+// The history of a device, as its requests tell it.
 #pragma once
 
 #include <vector>
@@ -11,13 +11,13 @@ namespace morvik_service {
 inline constexpr std::size_t kMaxTimelineActivities = 5000;
 
 /// `requests` as in InstallRequests, newest first. The result:
-/// "sessions": [{"start","end"}], an end of null for one that no end was told of;
+/// "sessions": [{"start","end"}], "end" is null if none was reported;
 /// "activities": [{"time","group","activity","param","event_id","request"}], each event once, without those that begin
 /// and end sessions;
 /// "marks": [{"time","kind","text","request"}] of kind "attribution", "deep link", "commerce click", "crash",
 /// "demographics" or "erasure".
-/// All in order of time, times in milliseconds since 1970. "complete" is false when something was left out. Payloads
-/// may be of any shape: what does not fit is passed over.
+/// All in order of time, times in milliseconds since 1970. "complete" is false if something was left out. Payloads
+/// may be of any shape: what does not fit is skipped.
 Json timelineOf(const std::vector<Json>& requests);
 
 }  // namespace morvik_service

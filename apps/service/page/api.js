@@ -1,4 +1,4 @@
-// Asks the service. What it refuses is thrown with its own words.
+// Calls the service. Throws its message if it refuses.
 
 async function call(method, path, parameters, body) {
   const query = new URLSearchParams();

@@ -1,4 +1,4 @@
-// The switches of misbehaviour and the queue of what waits.
+// The switches of misbehaviour and the queue of pending ones.
 import * as api from "./api.js";
 import { byId, el } from "./dom.js";
 import { plural } from "./format.js";

@@ -1,4 +1,4 @@
-// Bytes that are no text, sixteen to a line.
+// Bytes that are not text, sixteen per line.
 import { el } from "./dom.js";
 
 const kPerLine = 16;

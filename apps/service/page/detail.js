@@ -1,4 +1,4 @@
-// One request, opened: what it broke, what was in it, what was answered.
+// The details of a request: broken rules, content, answer.
 import * as api from "./api.js";
 import { bytesView } from "./bytes_view.js";
 import { byId, el } from "./dom.js";
@@ -95,7 +95,7 @@ export class Detail {
     return guarded(async () => {
       const mine = ++this.asked;
       const request = await api.request(id);
-      // Another one was chosen meanwhile.
+      // Another request was selected meanwhile.
       if (mine !== this.asked) return;
       this.element.replaceChildren(...[head(request, () => this.close()), rules(request), facts(request, this.showInstall),
         payloadPart(request), answerPart(request), headersPart(request), bodyPart(request)].filter(Boolean));

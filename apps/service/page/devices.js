@@ -1,4 +1,4 @@
-// The installs, and the life of one.
+// The list of installs, and the timeline of one.
 import * as api from "./api.js";
 import { byId, calmly, el, svg } from "./dom.js";
 import { duration, moment, plural } from "./format.js";
@@ -18,7 +18,7 @@ function installRow(install) {
     el("span", { class: "time" }, moment(install.last_time)));
 }
 
-// Those that sent something, with what their ledgers say, and those of which nothing but a ledger came.
+// The installs that sent something, with their ledgers, and those that only sent a ledger.
 function withLedgers(installs, ledgers) {
   const all = new Map(installs.map((each) => [each.install, each]));
   for (const { install, sound, time } of ledgers)
@@ -96,7 +96,7 @@ export class Devices {
   async #load() {
     const mine = ++this.asked;
     const [timeline, { ledgers }] = await Promise.all([api.timeline(this.install), api.ledgerOf(this.install)]);
-    // Another one was chosen meanwhile.
+    // Another install was selected meanwhile.
     if (mine !== this.asked) return;
     this.timeline = timeline;
     this.ledger = ledgers[0] ?? null;

@@ -24,7 +24,7 @@ export function byId(id) {
   return document.getElementById(id);
 }
 
-// A function that calls `act` once things are calm again.
+// Debounces `act`.
 export function calmly(act, milliseconds) {
   let timer = 0;
   return () => {

@@ -1,17 +1,17 @@
-// JSON as people read it, coloured, in one preformatted element.
+// JSON, formatted and coloured, in one preformatted element.
 import { el } from "./dom.js";
 
 const kIndent = "  ";
 const kParameter = "param";
 
-// A number as it is written: a double would round long ones.
+// A number as written: a double would round long ones.
 class WrittenNumber {
   constructor(text) {
     this.text = text;
   }
 }
 
-// The object whose JSON text a structured parameter is; undefined for any other.
+// The object in a structured parameter's JSON text; undefined for any other parameter.
 function openedParameter(name, text) {
   if (name !== kParameter || typeof text !== "string" || !text.startsWith("{")) return undefined;
   try {

@@ -1,4 +1,4 @@
-// What a device told of its own account, beside what arrived of it here.
+// The ledger that a device reported, next to what arrived from it here.
 import { el } from "./dom.js";
 import { count, moment } from "./format.js";
 
@@ -21,7 +21,7 @@ function table(accounts) {
       el("th", { role: "rowheader", scope: "row" }, account.kind), kColumns.map((column) => cell(account, column))))));
 }
 
-// What is wrong, and what a difference to this service means.
+// What is wrong, and what a difference from this service's counts means.
 function remarks(accounts) {
   const lines = [];
   for (const account of accounts) {
@@ -59,7 +59,7 @@ function told(ledger) {
   ];
 }
 
-// `ledger` is null when the device told none.
+// `ledger` is null if the device reported none.
 export function ledgerPart(ledger) {
   return el("section", { class: "account", "aria-label": "Ledger" }, el("h3", {}, "Ledger"), ledger === null ? untold() : told(ledger));
 }

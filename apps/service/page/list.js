@@ -6,7 +6,7 @@ import { Listbox } from "./listbox.js";
 import { guarded } from "./notice.js";
 
 const kPage = 50;
-// Rows beyond this leave at the end while new ones come; "Show older" brings them back.
+// Past this many, rows are removed at the end as new ones arrive; "Show older" brings them back.
 const kMostRows = 500;
 const kSearchCalmMilliseconds = 250;
 
@@ -70,18 +70,18 @@ export class RequestList {
       const mine = ++this.asked;
       const told = this.told;
       const page = await api.summaries({ ...this.filter(), limit: kPage });
-      // What was typed meanwhile has asked again.
+      // The search text changed meanwhile and started another request.
       if (mine !== this.asked) return;
       this.element.replaceChildren();
       this.#append(page);
       if (!this.isFiltered()) this.newest = page.requests[0]?.id ?? 0;
       else this.newest = Math.max(this.newest, page.requests[0]?.id ?? 0);
-      // The answer may be older than what the stream told while it came.
+      // The answer may be older than what the stream sent meanwhile.
       if (told !== this.told) this.reloadCalmly();
     });
   }
 
-  // A request that the stream told of.
+  // A request from the stream.
   arrived(summary) {
     ++this.told;
     this.newest = Math.max(this.newest, summary.id);
@@ -92,7 +92,7 @@ export class RequestList {
     if (this.element.firstChild && Number(this.element.firstChild.dataset.key) >= summary.id) return;
     const added = this.box.entry(summary.id, row(summary));
     added.classList.add("new");
-    // Someone who reads further down is not pushed away.
+    // Keeps the scroll position of a reader further down.
     const scrolled = this.element.scrollTop;
     this.element.prepend(added);
     if (scrolled > 0) this.element.scrollTop = scrolled + added.offsetHeight;

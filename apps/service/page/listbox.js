@@ -1,4 +1,4 @@
-// A list that one walks with the arrow keys: one entry is active, Enter or a click opens it.
+// A list navigated with the arrow keys: one entry is active, Enter or a click opens it.
 
 let lists = 0;
 

@@ -1,4 +1,4 @@
-// One line for what went wrong; it goes when the next thing works.
+// Shows the latest error in one line, until the next action succeeds.
 import { byId } from "./dom.js";
 
 export function tell(text) {
@@ -7,7 +7,7 @@ export function tell(text) {
   notice.hidden = text === "";
 }
 
-// Runs something that may fail and says so when it does.
+// Runs an action and shows its error if it fails.
 export async function guarded(act) {
   try {
     await act();

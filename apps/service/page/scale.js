@@ -1,4 +1,4 @@
-// From times to places on a line. Long silences are drawn short, so that a life of days stays readable; or to scale.
+// Maps times to positions on a line. Long gaps are shortened, so that a timeline of days stays readable; or to scale.
 
 export class Scale {
   constructor(times, width, isToScale) {
@@ -11,12 +11,12 @@ export class Scale {
     this.factor = this.places.at(-1) > 0 ? width / this.places.at(-1) : 0;
   }
 
-  // A time that is one of those given.
+  // `time` is one of the given times.
   place(time) {
     return this.places[this.times.indexOf(time)] * this.factor;
   }
 
-  // `count` places with their times, evenly spread.
+  // `count` evenly spaced positions with their times.
   ticks(count) {
     if (this.factor === 0) return [{ place: 0, time: this.times[0] }];
     return Array.from({ length: count }, (ignored, i) => {

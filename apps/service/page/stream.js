@@ -1,4 +1,4 @@
-// What the service tells by itself, as long as somebody looks at the page.
+// The service's event stream, open while the page is visible.
 import { byId } from "./dom.js";
 
 const kAgainMilliseconds = 2000;
@@ -8,8 +8,8 @@ function showState(state, text) {
   byId("live").textContent = text;
 }
 
-// `handlers`: request(summary), behaviours(list), ledgers(news), totals(numbers), gap(), resumed(). `newest()` is the number after
-// which requests are not known yet.
+// `handlers`: request(summary), behaviours(list), ledgers(news), totals(numbers), gap(), resumed(). `newest()` is the
+// number of the newest known request.
 export function startStream(newest, handlers) {
   let source = null;
   let timer = 0;
@@ -26,7 +26,7 @@ export function startStream(newest, handlers) {
     source = new EventSource(`/inspect/stream?after=${newest()}`);
     source.addEventListener("open", () => {
       showState("live", "live");
-      // The service may have another store by now.
+      // The service may have another store now.
       if (lost) handlers.resumed();
       lost = false;
     });
@@ -40,7 +40,7 @@ export function startStream(newest, handlers) {
       source.addEventListener(kind, (event) => handlers[kind](JSON.parse(event.data)));
   }
 
-  // A page that nobody sees takes no connection.
+  // A hidden page holds no connection.
   document.addEventListener("visibilitychange", () => {
     if (document.hidden) {
       close();

@@ -1,4 +1,4 @@
-// Colours: as the system has them, or as chosen here.
+// The colour theme: the system's, or the one chosen here.
 import { byId } from "./dom.js";
 
 const kThemes = [

@@ -1,4 +1,4 @@
-// A device's life as a picture: sessions are bars, activities points, what else happened diamonds above.
+// Draws the timeline of a device: sessions are bars, activities points, everything else diamonds above.
 import { svg } from "./dom.js";
 import { day, duration, moment, timeOfDay } from "./format.js";
 import { Scale } from "./scale.js";
@@ -22,7 +22,7 @@ function title(element, text) {
   return element;
 }
 
-// The groups that have a lane of their own; the others share the last.
+// The groups with their own lane; the others share the last.
 function lanesOf(activities) {
   const groups = [...new Set(activities.map((each) => each.group))];
   return groups.length <= kMostLanes ? groups : [...groups.slice(0, kMostLanes - 1), "others"];

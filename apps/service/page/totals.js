@@ -1,4 +1,4 @@
-// The account in the header.
+// The totals in the header.
 import { count } from "./format.js";
 
 export function showTotals(totals) {

@@ -1,4 +1,4 @@
-// The three views behind their tabs, and the address that leads to them: #requests, #devices, #behaviour.
+// The three views behind their tabs, and their addresses: #requests, #devices, #behaviour.
 import { byId } from "./dom.js";
 
 const tabs = () => [...document.querySelectorAll("[role=tab]")];

@@ -75,7 +75,7 @@ bool Secrets::cover(std::string& text) const {
       covered = true;
     }
   }
-  // Most bodies spell nothing in another way; they are not looked through letter by letter.
+  // Most bodies contain no escapes; they are not searched byte by byte.
   return text.find_first_of("%+") == std::string::npos ? covered : coverSpellings(text) || covered;
 }
 
@@ -93,7 +93,7 @@ bool Secrets::coverSpellings(std::string& text) const {
   return covered;
 }
 
-// A text of JSON may stand escaped in a body, so the values themselves are looked at, names of members too.
+// JSON text may be escaped in a body, so the values themselves are searched, and the names of members.
 void Secrets::cover(Json& value) const {
   if (value.is_string()) {
     std::string text = value.get<std::string>();

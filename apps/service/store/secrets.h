@@ -9,7 +9,7 @@
 
 namespace morvik_service {
 
-/// A shorter key is not searched for: its few letters occur in too many texts.
+/// A shorter key is not searched for: it would occur in too many texts.
 inline constexpr std::size_t kLeastSecretBytes = 6;
 
 /// Masks secrets before a request is stored: the hash key and the tracking key, which a client may send in the clear by

@@ -22,13 +22,13 @@ SQLite::Database openDatabase(const StoreFolder& folder) {
   }
 }
 
-// A parameter that is bound to nothing is NULL.
+// An unbound parameter is NULL.
 void bindJson(SQLite::Statement& statement, const char* name, const std::optional<Json>& value) {
   if (value)
     statement.bind(name, jsonText(*value));
 }
 
-// Runs a statement to its end and makes it ready for other values.
+// Runs a statement to its end and resets it.
 void finish(SQLite::Statement& statement) {
   while (statement.executeStep()) {
   }
@@ -42,12 +42,12 @@ Json headersJson(const NamedValues& headers) {
   return pairs;
 }
 
-// Collects entries until a page is full, by number or by bytes.
+// Collects entries until a page is full, by count or by bytes.
 class Listing {
  public:
   explicit Listing(const Page& page) : page_(page), next_after_(page.after) {}
 
-  // False when the entry no longer fits. The first always does, so that a reader gets on.
+  // False if the entry no longer fits. The first always fits, so that a reader makes progress.
   bool add(std::int64_t number, const Json& entry) {
     const std::string text = jsonText(entry);
     if (count_ == page_.limit || (count_ > 0 && text_.size() + text.size() > page_.max_bytes)) {
@@ -76,7 +76,7 @@ class Listing {
   bool complete_ = true;
 };
 
-// One more than asked for, so that the listing knows whether something is left.
+// One more than requested, so that the listing knows whether something is left.
 std::int64_t rowsToRead(const Page& page) {
   return page.limit == INT64_MAX ? page.limit : page.limit + 1;
 }
@@ -160,8 +160,8 @@ std::int64_t Store::insertRequest(const RequestRecord& record) {
   return database_.getLastInsertRowid();
 }
 
-// Some payloads name no install but an identifier that an earlier one named together with its install. What was refused
-// is no such word: anybody may have sent it.
+// Some payloads name no install but an identifier that an earlier one named together with its install. Refused payloads
+// do not count here: anybody may have sent them.
 std::string Store::ownerOf(const Json& payload, bool is_refused) {
   std::string install = installOf(payload);
   const std::vector<std::string> identities = identitiesOf(payload);

@@ -50,7 +50,7 @@ using Counting = morvik::testing::PayloadCounting;
 /// One request as it arrived, and its result.
 struct RequestRecord {
   std::int64_t time_milliseconds = 0;
-  std::string endpoint;  ///< "tracking", ...; "" if the path is of no endpoint
+  std::string endpoint;  ///< "tracking", ...; "" if the path belongs to no endpoint
   HttpRequest request;
   std::optional<Json> payload;    ///< decoded; absent if there was none or it could not be opened
   std::optional<Json> refusal;    ///< why it was refused
@@ -107,18 +107,18 @@ struct InstallRequests {
 };
 
 /// Any thread: writers wait for each other; readers see what was committed when they began and wait for no writer, nor
-/// any writer for them. One process per folder, which is locked while the store lives. Folder and files are their
-/// owner's alone.
+/// any writer for them. One process per folder, which is locked while the store lives. Folder and files are
+/// accessible to their owner only.
 class Store {
  public:
-  /// Opens or makes the database in `folder`, and brings it down to `keep_bytes`. Throws SetupError when the folder
+  /// Opens or creates the database in `folder`, and shrinks it to `keep_bytes`. Throws SetupError if the folder
   /// cannot be used, is in use by another service, or was written by a newer version.
   explicit Store(const std::string& folder, std::int64_t keep_bytes = kDefaultKeepMib * kBytesOfMib);
 
   /// Writes the request and, when they are `counted`, its payload's events and impressions, all or nothing. Returns the
-  /// request's number. When the store is then larger than it may be, the oldest requests go, with their events and
-  /// impressions; what was counted stays counted, and what a large one leaves free is given back to the disk. Throws
-  /// SQLite::Exception when the disk refuses.
+  /// request's number. If the store is then too large, the oldest requests are deleted, with their events and
+  /// impressions; their counts stay, and the space of a large one is returned to the disk. Throws SQLite::Exception if
+  /// the disk refuses.
   std::int64_t add(const RequestRecord& record, Counts& counts);
 
   /// The install that sends `install_id`; a new one gets the next number. Throws SQLite::Exception.
@@ -143,10 +143,10 @@ class Store {
   /// The requests of an install, at most kMaxTimelineRequests of them, and no more once their payloads are longer than
   /// `limit_bytes`.
   InstallRequests requestsOfInstall(const std::string& install, std::size_t limit_bytes = kMaxTimelineBytes);
-  /// {"installs":[{"install","requests","newest","last_time"}],"complete":true}, the one heard of last first; requests
-  /// that are gone count.
+  /// {"installs":[{"install","requests","newest","last_time"}],"complete":true}, the most recent first; deleted
+  /// requests count.
   std::string installsJson(std::int64_t limit = kMaxInstallsListed);
-  /// What arrived of an install and was counted, by the kinds of its ledger: {"activities":N,"impressions":N,
+  /// What arrived from an install and was counted, by the kinds of its ledger: {"activities":N,"impressions":N,
   /// "re-engagement clicks":N,"commerce clicks":N,"crash reports":N,"demographics":N}. An event counts once; of the
   /// others, which have no ids, every arrival does.
   Json arrivedOf(const std::string& install);

@@ -14,7 +14,7 @@ std::string listed(const std::function<std::string(const ArrivedKind&)>& of) {
   return columns;
 }
 
-// For an install that has dropped requests already.
+// For an install with deleted requests.
 std::string grownColumns() {
   return listed([](const ArrivedKind& each) {
     const std::string column(each.column);
@@ -59,7 +59,7 @@ void dropRequest(SQLite::Database& database, std::int64_t id) {
               " newest_ms = excluded.newest_ms, " +
               grownColumns(),
           id);
-  // Of an event that no later request brought, its id stays: when it arrives once more, it arrives again.
+  // The id of an event is kept even if no remaining request has it: another arrival is then a repetition.
   runWith(database,
           "UPDATE events SET event = '' WHERE number IN (SELECT event FROM arrivals AS gone WHERE request = ?1 AND"
           " NOT EXISTS (SELECT 1 FROM arrivals WHERE event = gone.event AND request > ?1))",

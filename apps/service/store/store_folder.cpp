@@ -21,11 +21,11 @@ namespace {
 
 constexpr std::string_view kDatabase = "service.sqlite3";
 constexpr std::string_view kLock = "service.lock";
-// The database makes the last two itself, with the mode of its own file.
+// The database creates the last two itself, with the mode of its own file.
 constexpr std::array<std::string_view, 4> kStoreFiles = {kDatabase, kLock, "service.sqlite3-wal",
                                                          "service.sqlite3-shm"};
 
-// The mode is kept of a folder that is not for the store alone: it may be anything, a home or the system's own.
+// Keeps the mode of a folder that holds other things too, such as a home or a system folder.
 bool holdsNothingElse(const std::string& folder) {
   std::error_code error;
   for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
@@ -35,7 +35,7 @@ bool holdsNothingElse(const std::string& folder) {
   return !error;
 }
 
-// Who is not the owner cannot change modes, and need not.
+// Only the owner can change modes.
 void closeToOthers(const std::string& folder) {
   if (holdsNothingElse(folder))
     ::chmod(folder.c_str(), kPrivateFolderMode);
@@ -71,7 +71,7 @@ std::string StoreFolder::inUseText() const {
   return "the store in " + path_ + " is in use by another service; stop that one or choose another folder with --store";
 }
 
-// Of the open file, so that a second store of the same process is refused too.
+// Locks the open file, so that a second store of the same process is refused too.
 void StoreFolder::lock() {
   lock_file_ = openPrivate(path_ + "/" + std::string(kLock));
   if (::flock(lock_file_, LOCK_EX | LOCK_NB) == 0)

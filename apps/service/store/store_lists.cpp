@@ -1,4 +1,4 @@
-// The store's lists for people: newest first, narrow, searched in bounded steps.
+// The store's lists for people: newest first, short entries, searched in bounded steps.
 #include <SQLiteCpp/Column.h>
 #include <SQLiteCpp/VariadicBind.h>
 
@@ -21,12 +21,12 @@ std::vector<std::string> wordsOf(const std::string& search) {
   return words;
 }
 
-// The columns behind those of a summary that a search reads.
+// The columns that a search reads, after those of a summary.
 constexpr int kPayloadColumn = 17;
 constexpr int kBodyColumn = 18;
 
 std::string_view searchedBody(const SQLite::Statement& row) {
-  // What was decoded says more than the sealed bytes; those are looked at only when nothing could be decoded.
+  // The sealed bytes are searched only if nothing could be decoded.
   return row.isColumnNull(kPayloadColumn) ? bytesAt(row, kBodyColumn) : bytesAt(row, kPayloadColumn);
 }
 

@@ -1,4 +1,4 @@
-// How the store keeps to its size.
+// Keeps the store within its size.
 #include <SQLiteCpp/Column.h>
 #include <SQLiteCpp/Statement.h>
 #include <sqlite3.h>
@@ -13,7 +13,7 @@
 namespace morvik_service {
 namespace {
 
-constexpr std::int64_t kIncremental = 2;  // what SQLite calls it
+constexpr std::int64_t kIncremental = 2;  // SQLite's value for it
 
 std::int64_t pragma(SQLite::Database& database, const std::string& name) {
   return database.execAndGet("PRAGMA " + name).getInt64();
@@ -23,12 +23,12 @@ std::int64_t fileBytes(SQLite::Database& database) {
   return pragma(database, "page_count") * pragma(database, "page_size");
 }
 
-// Of the file, what holds something.
+// The used part of the file.
 std::int64_t usedBytes(SQLite::Database& database) {
   return (pragma(database, "page_count") - pragma(database, "freelist_count")) * pragma(database, "page_size");
 }
 
-// False when there is none but the newest, which stays: whoever just sent it looks for it.
+// False if only the newest is left, which stays: its sender will look for it.
 bool dropOldestRequest(SQLite::Database& database) {
   SQLite::Statement query(database, "SELECT min(id), max(id) FROM requests");
   query.executeStep();
@@ -40,7 +40,7 @@ bool dropOldestRequest(SQLite::Database& database) {
   return true;
 }
 
-// Ids are small, but nothing bounds their number. One that went counts as new should its event ever arrive again.
+// Ids are small, but nothing else bounds their number. If the event of a deleted id arrives again, it counts as new.
 bool dropOldestIds(SQLite::Database& database) {
   SQLite::Statement drop(
       database,
@@ -64,14 +64,14 @@ void Store::makeFileAnew() {
     database_.exec("VACUUM");
     database_.exec("PRAGMA wal_checkpoint(TRUNCATE)");
   } catch (const SQLite::Exception& error) {
-    // It needs room of its own, which a full disk has not; the free pages will do.
+    // Rebuilding needs space, which a full disk lacks; the free pages suffice.
     if (error.getErrorCode() != SQLITE_FULL && error.getErrorCode() != SQLITE_IOERR)
       throw;
   }
 }
 
-// The file keeps the pages that became free for what comes next, but not those of a large request. The log is cut when
-// no reader needs it; else a later commit does so. Readers wait for none of this.
+// The file keeps freed pages for later requests, but not those of a large request. The log is truncated if no reader
+// needs it, else by a later commit. Readers never wait for this.
 void Store::giveRoomBack() {
   const std::int64_t excess_bytes = fileBytes(database_) - keep_bytes_;
   if (excess_bytes <= kSpareBytes)
@@ -85,7 +85,7 @@ void Store::giveRoomBack() {
     database_.exec("PRAGMA incremental_vacuum(" + std::to_string(pages) + ")");
     database_.exec("PRAGMA wal_checkpoint(TRUNCATE)");
   } catch (const SQLite::Exception&) {
-    // The request is kept, and that is what counts: the pages stay free, the next request tries again.
+    // The request is stored, which matters more: the pages stay free, and the next request tries again.
   }
 }
 

@@ -29,7 +29,7 @@ std::string_view bytesAt(const SQLite::Statement& row, int column) {
   return {static_cast<const char*>(data), static_cast<std::size_t>(value.getBytes())};
 }
 
-// Form bodies are ASCII; whatever else arrives is shown without losing a bit.
+// Form bodies are ASCII; any other bytes are shown without loss.
 void showBody(Json& shown, std::string_view bytes) {
   if (isPlainText(bytes)) {
     shown["body"] = bytes;

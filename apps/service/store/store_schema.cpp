@@ -13,7 +13,7 @@ namespace morvik_service {
 namespace {
 
 constexpr std::int64_t kSchemaVersion = 3;
-// What a burst left of the write-ahead log is given back.
+// A larger write-ahead log, left by a burst, is truncated.
 constexpr int kMaxIdleLogBytes = 4 * 1024 * 1024;
 
 constexpr const char* kFirstTables = R"sql(
@@ -36,7 +36,7 @@ CREATE TABLE installs(
   user_no INTEGER PRIMARY KEY AUTOINCREMENT, install_id TEXT NOT NULL UNIQUE, first_seen_ms INTEGER NOT NULL);
 )sql";
 
-// Whose a request is and what it is about, so that lists need not open payloads.
+// The install and the subject of a request, so that lists need not read payloads.
 constexpr const char* kSecondTables = R"sql(
 ALTER TABLE requests ADD COLUMN install TEXT NOT NULL DEFAULT '';
 ALTER TABLE requests ADD COLUMN about TEXT NOT NULL DEFAULT '';
@@ -46,7 +46,7 @@ CREATE INDEX requests_of_install ON requests(install, id);
 CREATE TABLE identities(identity TEXT PRIMARY KEY, install TEXT NOT NULL) WITHOUT ROWID;
 )sql";
 
-// What stays known when the oldest requests go.
+// What is kept of deleted requests.
 constexpr const char* kThirdTables = R"sql(
 CREATE TABLE totals(
   requests INTEGER NOT NULL, refused INTEGER NOT NULL, delivered INTEGER NOT NULL, duplicate INTEGER NOT NULL,
@@ -64,7 +64,7 @@ CREATE INDEX impressions_of_request ON impressions(request);
 }  // namespace
 
 void openSchema(SQLite::Database& database) {
-  // Only a file that holds nothing takes it; one that an earlier version wrote takes it when it is rebuilt.
+  // Takes effect in an empty file only; a file of an earlier version adopts it when it is rebuilt.
   database.exec("PRAGMA auto_vacuum=INCREMENTAL");
   database.exec("PRAGMA journal_mode=WAL");
   database.exec("PRAGMA journal_size_limit=" + std::to_string(kMaxIdleLogBytes));

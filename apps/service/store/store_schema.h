@@ -1,4 +1,4 @@
-// The tables of the store, and how those of an older version become today's.
+// The tables of the store, and their upgrade from older versions.
 #pragma once
 
 #include <SQLiteCpp/Database.h>

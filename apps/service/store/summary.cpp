@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::size_t kEntriesNamed = 4;
 
-// The member when the value is an object and has it, else null.
+// The member if the value is an object that has it, else null.
 const Json& memberOf(const Json& value, std::string_view name) {
   static const Json kNothing;
   if (!value.is_object())

@@ -11,8 +11,8 @@ namespace morvik_service {
 /// with the status that fits, for everything that is not a payload sealed for this app with the chosen key.
 Json openEnvelope(const HttpRequest& request, const Keys& keys, KeyChoice choice);
 
-/// The same for a form whose only parameter is j, in lower-case hexadecimal and never deflated: nothing but the key
-/// says which app it is of.
+/// The same for a form whose only parameter is j, in lower-case hexadecimal and never deflated: only the key
+/// identifies its app.
 Json openHexadecimalEnvelope(const HttpRequest& request, const Keys& keys, KeyChoice choice);
 
 }  // namespace morvik_service

@@ -1,4 +1,4 @@
-// How a request carries its payload, and how it is taken out.
+// How a request carries its payload, and how it is extracted.
 #pragma once
 
 #include <optional>

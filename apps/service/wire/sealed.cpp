@@ -87,7 +87,7 @@ std::string decrypt(const SealedParts& parts, std::string_view key) {
   mustSucceed(EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_SET_TAG, static_cast<int>(kSealedTagBytes),
                                   const_cast<char*>(parts.tag.data())) == 1,
               "take the tag");
-  std::array<unsigned char, kSealedTagBytes> rest;  // GCM leaves nothing for the final call
+  std::array<unsigned char, kSealedTagBytes> rest;  // GCM has no final bytes
   if (EVP_DecryptFinal_ex(context.get(), rest.data(), &written) != 1) {
     throw Refusal(403, "the key does not open the payload (wrong key, or bytes were changed)", kWhereSealed,
                   "seal with this endpoint's key: the tracking key, or the hash key twice");

@@ -33,7 +33,7 @@ using morvik::test::ScratchFolder;
 using morvik::test::stateOf;
 using morvik::test::writeBytes;
 
-/// Where an entry is shown: "section/name", once for each time.
+/// The places where an entry is shown, as "section/name".
 std::vector<std::string> placesOf(const std::vector<Section>& sections, const std::string& name) {
   std::vector<std::string> places;
   for (const Section& section : sections) {
@@ -120,8 +120,6 @@ TEST(Inspection, TellsTheLedgerWholeHoweverFewEntriesOfAListAreShown) {
   EXPECT_EQ(ledger.lists.at(0).newest[1]["stored"], kit::Value(1));
   EXPECT_TRUE(placesOf(sections, "host.ledger").empty()) << "it is shown as what it says";
 }
-
-// -------------------------------------------------------------------------------------------------------------- files
 
 class InspectionOfAFolder : public ::testing::Test {
  protected:

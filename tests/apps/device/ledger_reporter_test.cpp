@@ -13,7 +13,7 @@ namespace kit = morvik::kit;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// Answers at once, and keeps what was sent.
+// Answers at once and records what was sent.
 class AnsweringTransport final : public kit::Transport {
  public:
   void start(kit::Request request, std::function<void(kit::TransportOutcome)> handler) override {

@@ -18,7 +18,7 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// What another reader of the file sees, whatever our stream still holds back.
+// What another reader of the file sees, without what our stream still buffers.
 std::string written(std::FILE* file) {
   std::string text(4096, '\0');
   const ssize_t size = pread(fileno(file), text.data(), text.size(), 0);

@@ -25,7 +25,7 @@ using ::testing::StartsWith;
 
 class Program : public ::testing::Test {
  protected:
-  // A device that finds no service and asks for none.
+  // A device without a reachable service.
   int run(const std::string& input, const std::vector<std::string>& more = {}) {
     std::vector<std::string> arguments = {"--store",      folder_ / "store", "--service", service_,         "--app-key",
                                           "app",          "--hash-key",      "hash",      "--tracking-key", "tracking",
@@ -43,7 +43,7 @@ class Program : public ::testing::Test {
     output_.clear();
     std::istringstream lines(output.text());
     for (std::string line; std::getline(lines, line);) {
-      // Of no service; told whenever a connection fails, so before or behind any verb's line, or not any more.
+      // Written whenever a connection fails, so before or after any verb's line, or never.
       if (line.find(R"({"callback":"didFailToDeliver:)") == std::string::npos)
         output_.push_back(line);
     }

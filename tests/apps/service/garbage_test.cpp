@@ -1,4 +1,4 @@
-// Garbage at every endpoint: each gets a clear refusal, and each can be looked at afterwards.
+// Garbage at every endpoint: each is clearly refused, and can be inspected afterwards.
 #include <gtest/gtest.h>
 
 #include "apps/service/base/base64url.h"
@@ -21,7 +21,7 @@ using test::toHex;
 
 class GarbageTest : public testing::Test {
  protected:
-  // Sends it, and returns the status. The refusal stands in the list and opens into its words.
+  // Sends it and returns the status. The list and the details show the refusal.
   int refused(const HttpRequest& request) {
     const HttpReply reply = service_.handle(request);
     const Json newest = answer("/inspect/summaries", {{"limit", "1"}})["requests"][0];

@@ -8,7 +8,7 @@
 namespace morvik_service::test {
 namespace {
 
-// No answer of a healthy service takes as long; a broken one fails the test instead of hanging it.
+// Longer than any answer of a healthy service; a broken one fails the test instead of hanging it.
 constexpr long kPatienceSeconds = 60;
 constexpr std::size_t kReceivedBytes = 4096;
 
@@ -71,7 +71,7 @@ CURLcode HttpsClient::send(std::string_view bytes) {
 std::string HttpsClient::receive() {
   std::string bytes(kReceivedBytes, '\0');
   std::size_t received = 0;
-  // What arrives first may be the TLS layer's own.
+  // The first bytes may belong to the TLS layer.
   while (curl_easy_recv(handle_, bytes.data(), bytes.size(), &received) == CURLE_AGAIN && waitFor(POLLIN)) {
   }
   bytes.resize(received);

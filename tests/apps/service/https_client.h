@@ -1,4 +1,4 @@
-// A client for the tests that go over a real TLS connection.
+// A client for tests over a real TLS connection.
 #pragma once
 
 #include <curl/curl.h>
@@ -17,29 +17,29 @@ struct Answer {
   std::string own_header;  // "X-Own"
 };
 
-// One handle, hence one kept connection. Verifies certificate and name against `authority_file`. Not for several
-// threads at once.
+// One handle, hence one persistent connection. Verifies certificate and name against `authority_file`. Not
+// thread-safe.
 class HttpsClient {
  public:
-  // Calls from `own_address`, where one is given.
+  // Connects from `own_address`, if given.
   HttpsClient(std::string base_url, std::string authority_file, std::string own_address = "");
   HttpsClient(const HttpsClient&) = delete;
   HttpsClient& operator=(const HttpsClient&) = delete;
   ~HttpsClient();
 
   Answer get(const std::string& path);
-  // Closes the connection when the first byte of the answer is there.
+  // Closes the connection at the first byte of the answer.
   Answer getAndLeave(const std::string& path);
   // Form-encoded unless a header says otherwise.
   Answer post(const std::string& path, const std::string& body, const std::vector<std::string>& headers = {});
   Answer remove(const std::string& path);
-  // Connects, and says nothing.
+  // Connects and sends nothing.
   CURLcode connect();
-  // Sends these bytes over what `connect` made, as they are.
+  // Sends these bytes as they are over the connection that `connect` opened.
   CURLcode send(std::string_view bytes);
-  // What comes next over what `connect` made; "" when nothing does.
+  // What arrives next on the connection that `connect` opened; "" if nothing does.
   std::string receive();
-  // Waits for the server to close the kept connection; false when it does not.
+  // Waits for the server to close the persistent connection; false if it does not.
   bool waitUntilClosed();
 
  private:

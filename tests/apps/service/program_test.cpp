@@ -38,7 +38,7 @@ class ProgramTest : public testing::Test {
     return {"--store", folder_.path("store"), "--make-cert", folder_.path("tls"), "--keys", folder_.path("keys")};
   }
 
-  // Runs the program with more arguments; `meanwhile` gets the service's address and returns when it shall end.
+  // Runs the program with more arguments; `meanwhile` gets the service's address, and the program ends when it returns.
   int run(const std::vector<std::string>& more, const std::function<void(const std::string& url)>& meanwhile) {
     std::vector<std::string> arguments = usualArguments();
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -86,7 +86,7 @@ TEST_F(ProgramTest, EveryMisbehaviourReachesTheWire) {
                          .post("/inspect/behaviour", R"({"endpoint":"tracking","kind":)" + kind + "}",
                                {"Content-Type: application/json"})
                          .status);
-      // A connection of its own: a client may quietly repeat a request on a kept one that was closed.
+      // A separate connection: a client may silently repeat a request on a persistent one that was closed.
       return HttpsClient(url, authority()).post("/v1/tracking", batch);
     };
     EXPECT_EQ(503, send(R"("status","status":503)").status);

@@ -1,4 +1,4 @@
-// Payloads, requests and places that many tests need.
+// Payloads, requests and folders for many tests.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ namespace morvik_service::test {
 
 inline const Keys kKeys{"app-1", "hash-secret", "tracking-secret"};
 
-// A folder of its own that goes away with the object.
+// A temporary folder, removed with the object.
 class TemporaryFolder {
  public:
   std::string path(const std::string& name = "") const { return name.empty() ? folder_.path() : folder_ / name; }
@@ -38,7 +38,7 @@ Json demographicsPayload();
 Json erasureRequest();
 Json trackingPayload(const std::vector<std::string>& event_ids);
 
-// What a device tells of its own account; it balances.
+// A ledger as a device reports it; it balances.
 Json ledger(const std::string& install);
 
 // The form body of a payload sealed with a key text.
@@ -57,7 +57,7 @@ HttpRequest get(const std::string& path);
 // A request to the inspection from this machine.
 HttpRequest inspection(const std::string& method, const std::string& path, const std::string& body = "");
 
-// What `act` was refused with; fails the test when it was not.
+// The refusal that `act` throws; fails the test if it throws none.
 Refusal refusalOf(const std::function<void()>& act);
 
 }  // namespace morvik_service::test

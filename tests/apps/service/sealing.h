@@ -13,7 +13,7 @@ struct Sealing {
   std::string nonce = std::string(12, 'n');
 };
 
-// Seals `body` as it stands; deflating it is the caller's business.
+// Seals `body` as it is; the caller deflates it if needed.
 std::string seal(std::string_view body, std::string_view key_text, const Sealing& sealing = {});
 
 // A zlib stream of `plain`.

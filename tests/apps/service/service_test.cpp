@@ -507,7 +507,7 @@ TEST(Service, ADiskThatRefusesIsSaidAndNothingIsAccepted) {
   const TemporaryFolder folder;
   { const Store store(folder.path()); }
   {
-    // What a full disk does to an insertion, without filling one.
+    // Simulates the effect of a full disk on an insertion.
     SQLite::Database database(folder.path("service.sqlite3"), SQLite::OPEN_READWRITE);
     database.exec("CREATE TRIGGER full BEFORE INSERT ON events BEGIN SELECT RAISE(FAIL, 'disk is full'); END");
   }
@@ -569,7 +569,7 @@ TEST_F(ServiceTest, APageOfAnotherSiteChangesNothingAtTheEndpointsEither) {
 }
 
 TEST_F(ServiceTest, NoAnswerShowsTheHashKeyOrTheTrackingKey) {
-  // Clients that got their keys wrong, in every place where a text can stand.
+  // Keys sent by mistake, in every place that holds text.
   for (const std::string& key : {kKeys.hash_key, kKeys.tracking_key}) {
     HttpRequest request = post("/v1/tracking", "k=" + key + "&j=" + key);
     request.headers.emplace_back("Authorization", key);

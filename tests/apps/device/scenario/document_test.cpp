@@ -1,4 +1,4 @@
-// docs/scenarios.md tells the format that is read.
+// Compares docs/scenarios.md with the format that is read.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ std::string document() {
   return morvik::test::bytesOf(morvik::test::sourceDir() + "/docs/scenarios.md");
 }
 
-/// The keys that the reader names when it meets one that it does not know.
+/// The keys that the reader names when it finds an unknown one.
 std::vector<std::string> keysOf(const std::string& scenario) {
   const auto read = readScenario(scenario, "keys");
   const std::string mistake = std::holds_alternative<std::string>(read) ? std::get<std::string>(read) : "";

@@ -25,7 +25,7 @@ std::string mistakeIn(const std::string& yaml) {
   return mistake == nullptr ? "no mistake" : *mistake;
 }
 
-// The mistake in a part of a scenario that is otherwise in good order; the part begins in line 4.
+// The mistake in a part of an otherwise correct scenario; the part begins in line 4.
 std::string mistakeBeside(const std::string& part) {
   return mistakeIn("story: s\nsteps: [{do: active}]\nexpect: {delivered: a/b}\n" + part);
 }

@@ -1,4 +1,4 @@
-// Whole stories, as the program plays them.
+// Whole scenarios, as the program plays them.
 #include "apps/device/scenario/simulate.h"
 
 #include <gmock/gmock.h>
@@ -37,7 +37,7 @@ class Simulate : public ::testing::Test {
     arguments.insert(arguments.end(), more.begin(), more.end());
     return run(arguments);
   }
-  /// Whether the requests of the story's first session stand in the output, in this order.
+  /// Expects the requests of the first session in the output, in this order.
   void expectInOrder(const std::vector<std::string>& parts) {
     size_t at = 0;
     for (const std::string& part : parts) {

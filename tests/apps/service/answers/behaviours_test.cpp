@@ -158,7 +158,7 @@ TEST(Behaviours, SomeMayBeTakenOut) {
       behaviours.add({.endpoint = endpoint, .kind = kind, .text = std::string(kMaxBehaviourBytes / 4, 'x')});
   behaviours.remove("tracking", "garbage");
   EXPECT_EQ(3U, behaviours.list().size());
-  // Its room is free again.
+  // Its bytes are available again.
   behaviours.add({.endpoint = "tracking", .text = std::string(kMaxBehaviourBytes / 4, 'x')});
   behaviours.remove("crash", "");
   behaviours.remove("", "status");

@@ -18,7 +18,7 @@ Json request(std::int64_t id, const std::vector<std::string>& activities) {
           {"counted", true},  {"payload", {{"activity_info", events}}}};
 }
 
-// Gives its pages one by one; when there are no more, waits as long as it may, in time of its own.
+// Returns its pages one by one; after the last it waits as long as allowed, in virtual time.
 class WaiterTest : public testing::Test {
  protected:
   Outcome wait(const std::string& text, int count = 1, bool none = false) {

@@ -119,7 +119,7 @@ TEST_F(HttpServerTest, StoppingEndsADelayAtOnce) {
   late.join();
 }
 
-// Gives its pieces, then waits for the stop.
+// Returns its pieces, then waits for the stop.
 class Pieces : public BodyStream {
  public:
   explicit Pieces(std::vector<std::string> pieces, bool endless = false)
@@ -152,7 +152,7 @@ HttpReply streaming(std::shared_ptr<BodyStream> stream) {
   return reply;
 }
 
-// One piece, after so long.
+// One piece, after a delay.
 class LateNews : public BodyStream {
  public:
   LateNews(HttpServer& server, std::chrono::milliseconds after) : server_(server), after_(after) {}
@@ -316,7 +316,7 @@ TEST_F(HttpServerTest, AConnectionThatNeverAsksIsClosed) {
   EXPECT_TRUE(silent.waitUntilClosed());
 }
 
-// Nobody is idle for too long here: what closes a connection is the bound of the head.
+// No client is idle for too long here: the head's timeout closes the connection.
 constexpr ServerLimits kShortHead{.idle_seconds = 3600, .head_seconds = 1};
 
 TEST_F(HttpServerTest, AHeadThatDoesNotBecomeWholeIsClosed) {

@@ -71,7 +71,7 @@ TEST_F(InspectStreamTest, BeginsWithTheStateAndThenTellsEachRequest) {
   EXPECT_FALSE(holds(piece, "event: behaviours\n"));
 }
 
-// Requests arrive while a piece is read. Whatever the moment, no total counts a request that was not told.
+// Requests arrive while a piece is read. At any moment, no total counts a request that was not sent.
 TEST_F(InspectStreamTest, NoTotalIsToldBeforeItsRequests) {
   constexpr int kRequests = 300;
   const auto stream = watch(0);

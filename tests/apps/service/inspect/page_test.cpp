@@ -33,7 +33,7 @@ TEST(Page, IsServedFromInsideTheProgramByteForByte) {
     const std::string source =
         morvik::test::bytesOf(morvik::test::sourceDir() + "/apps/service/page/" + std::string(file.name));
     EXPECT_FALSE(source.empty()) << file.name;
-    // Not shown whole when they differ.
+    // Comparing first avoids printing whole files.
     EXPECT_TRUE(source == page(inspection("GET", "/page/" + std::string(file.name))).body) << file.name;
   }
   EXPECT_EQ(page(inspection("GET", "/page/index.html")).body, page(inspection("GET", "/")).body);
