@@ -71,7 +71,7 @@ Json ask(const HttpRequest& request) {
   Json answer = Json::parse(reply.body, nullptr, false);
   require(answer.is_object(), "an answer that is no JSON object");
   if (reply.status >= 400)
-    require(answer.contains("error") && answer.contains("where") && answer.contains("mend"), "a refusal without words");
+    require(answer.contains("error") && answer.contains("where") && answer.contains("fix"), "a refusal without words");
   return answer;
 }
 

@@ -25,8 +25,8 @@ bool takePrefix(std::string_view& text, std::string_view prefix) {
   return true;
 }
 
-std::string mistake(const std::string& problem, std::string_view mend) {
-  return problem + "; " + std::string(mend);
+std::string mistake(const std::string& problem, std::string_view fix) {
+  return problem + "; " + std::string(fix);
 }
 
 std::optional<std::string> checkDetails(std::string_view json) {

@@ -270,7 +270,7 @@ std::optional<std::string> missing(const host::StorePlace& place) {
   if (kind == std::filesystem::file_type::not_found)
     return "there is no folder " + place.folder + "; name the folder that the app has as its store";
   if (error)
-    return place.folder + " cannot be looked at (" + error.message() + "); mend its permissions";
+    return place.folder + " cannot be looked at (" + error.message() + "); fix its permissions";
   if (kind != std::filesystem::file_type::directory)
     return place.folder + " is no folder; name the folder in which the store lies";
   if (std::filesystem::status(place.path(), error).type() == std::filesystem::file_type::not_found)

@@ -38,7 +38,7 @@ Attribution chooseAttribution(const std::string& option) {
   try {
     attribution.choose(is_json ? option : readSmallFile(option));
   } catch (const Refusal& refusal) {
-    throw SetupError("--attribution: " + std::string(refusal.what()) + "; " + refusal.mend());
+    throw SetupError("--attribution: " + std::string(refusal.what()) + "; " + refusal.fix());
   }
   return attribution;
 }

@@ -12,7 +12,7 @@ namespace morvik_service {
 namespace {
 
 Json describeRefusal(const Refusal& refusal) {
-  return {{"error", refusal.what()}, {"where", refusal.where()}, {"mend", refusal.mend()}};
+  return {{"error", refusal.what()}, {"where", refusal.where()}, {"fix", refusal.fix()}};
 }
 
 HttpReply refusalReply(const Refusal& refusal) {
@@ -21,7 +21,7 @@ HttpReply refusalReply(const Refusal& refusal) {
 
 Refusal storeFailed(const SQLite::Exception& error) {
   return Refusal(503, std::string("the store cannot take this in: ") + error.what(), "the service's disk",
-                 "make room or mend the folder given with --store, then send again");
+                 "free some space or fix the folder given with --store, then send again");
 }
 
 Refusal noSuchPath() {

@@ -73,8 +73,7 @@ RequestRecord recordOf(int number) {
   record.request.body = "k=fill-app&j=" + std::string(600, 'A');
   record.request.body_bytes = record.request.body.size();
   if (number % kOneInSoManyIsRefused == 0) {
-    record.refusal =
-        Json{{"error", "the key does not open the payload"}, {"where", "the sealed payload"}, {"mend", ""}};
+    record.refusal = Json{{"error", "the key does not open the payload"}, {"where", "the sealed payload"}, {"fix", ""}};
     record.reply.status = 403;
     return record;
   }

@@ -48,14 +48,14 @@ std::string joined(const Names& names, NameOf name_of) {
   return text;
 }
 
-Refusal badBehaviour(std::string_view name, const std::string& problem, const std::string& mend) {
-  return Refusal(400, "\"" + std::string(name) + "\" " + problem, kWhereBehaviour, mend);
+Refusal badBehaviour(std::string_view name, const std::string& problem, const std::string& fix) {
+  return Refusal(400, "\"" + std::string(name) + "\" " + problem, kWhereBehaviour, fix);
 }
 
-std::string readText(const Json& value, std::string_view name, const std::string& mend) {
+std::string readText(const Json& value, std::string_view name, const std::string& fix) {
   const auto found = value.find(name);
   if (found == value.end() || !found->is_string()) {
-    throw badBehaviour(name, found == value.end() ? "is missing" : "is no text", mend);
+    throw badBehaviour(name, found == value.end() ? "is missing" : "is no text", fix);
   }
   return found->get<std::string>();
 }
@@ -70,7 +70,7 @@ int readInteger(const Json& value, std::string_view name, int least, int most) {
   return found.get<int>();
 }
 
-std::string kindMend() {
+std::string kindFix() {
   return "give one of: " + joined(kBehaviourKinds, [](const KindRow& row) { return row.name; });
 }
 
@@ -78,21 +78,21 @@ const KindRow& kindNamed(const std::string& name) {
   const auto row = std::find_if(kBehaviourKinds.begin(), kBehaviourKinds.end(),
                                 [&](const KindRow& each) { return each.name == name; });
   if (row == kBehaviourKinds.end())
-    throw badBehaviour("kind", "is no kind that exists", kindMend());
+    throw badBehaviour("kind", "is no kind that exists", kindFix());
   return *row;
 }
 
-std::string endpointMend(const std::vector<std::string>& endpoints) {
+std::string endpointFix(const std::vector<std::string>& endpoints) {
   return "give one of: " + joined(endpoints, [](const std::string& each) { return each; });
 }
 
 void requireEndpointName(const std::string& name, const std::vector<std::string>& endpoints) {
   if (std::find(endpoints.begin(), endpoints.end(), name) == endpoints.end())
-    throw badBehaviour("endpoint", "is no endpoint that exists", endpointMend(endpoints));
+    throw badBehaviour("endpoint", "is no endpoint that exists", endpointFix(endpoints));
 }
 
 std::string readEndpoint(const Json& value, const std::vector<std::string>& endpoints) {
-  std::string name = readText(value, "endpoint", endpointMend(endpoints));
+  std::string name = readText(value, "endpoint", endpointFix(endpoints));
   requireEndpointName(name, endpoints);
   return name;
 }
@@ -163,7 +163,7 @@ Behaviour parseBehaviour(const Json& value, const std::vector<std::string>& endp
   }
   Behaviour behaviour;
   behaviour.endpoint = readEndpoint(value, endpoints);
-  const KindRow& row = kindNamed(readText(value, "kind", kindMend()));
+  const KindRow& row = kindNamed(readText(value, "kind", kindFix()));
   refuseStrangers(value, row);
   behaviour.kind = row.kind;
   behaviour.count_events = row.counts_events;

@@ -47,7 +47,7 @@ Schedule::Schedule(std::string file) : file_(std::move(file)) {
   try {
     use(readSmallFile(file_));
   } catch (const Refusal& refusal) {
-    throw SetupError("--schedule: " + std::string(refusal.what()) + "; " + refusal.mend());
+    throw SetupError("--schedule: " + std::string(refusal.what()) + "; " + refusal.fix());
   }
 }
 

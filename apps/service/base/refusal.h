@@ -11,17 +11,17 @@ namespace morvik_service {
 class Refusal : public std::runtime_error {
  public:
   /// `status` is the HTTP status of the answer (400 to 599).
-  Refusal(int status, const std::string& problem, std::string where, std::string mend)
-      : std::runtime_error(problem), status_(status), where_(std::move(where)), mend_(std::move(mend)) {}
+  Refusal(int status, const std::string& problem, std::string where, std::string fix)
+      : std::runtime_error(problem), status_(status), where_(std::move(where)), fix_(std::move(fix)) {}
 
   int status() const { return status_; }
   const std::string& where() const { return where_; }
-  const std::string& mend() const { return mend_; }
+  const std::string& fix() const { return fix_; }
 
  private:
   int status_;
   std::string where_;
-  std::string mend_;
+  std::string fix_;
 };
 
 /// The program cannot start or go on as it was asked to; the text is a whole sentence for the person at the keyboard.

@@ -5,10 +5,10 @@
 namespace morvik_service {
 namespace {
 
-void requireType(const HttpRequest& request, std::string_view type, const char* problem, const char* mend) {
+void requireType(const HttpRequest& request, std::string_view type, const char* problem, const char* fix) {
   const std::string* declared = findHeader(request, "Content-Type");
   if (declared == nullptr || declared->rfind(type, 0) != 0)
-    throw Refusal(415, problem, "header Content-Type", mend);
+    throw Refusal(415, problem, "header Content-Type", fix);
 }
 
 }  // namespace

@@ -204,7 +204,7 @@ MHD_Result send(MHD_Connection* connection, HttpServer& server, HttpReply reply)
 HttpReply overloadedReply() {
   return {503,
           "{\"error\":\"too many request bodies at once\",\"where\":\"the service's memory\","
-          "\"mend\":\"send again later\"}"};
+          "\"fix\":\"send again later\"}"};
 }
 
 // Ending a request with MHD_NO closes its connection without an answer.
@@ -311,7 +311,7 @@ HttpReply HttpServer::answer(const HttpRequest& request) const {
   try {
     return handler_(request);
   } catch (const std::exception&) {
-    return {500, "{\"error\":\"the service failed inside\",\"where\":\"the service\",\"mend\":\"send again\"}"};
+    return {500, "{\"error\":\"the service failed inside\",\"where\":\"the service\",\"fix\":\"send again\"}"};
   }
 }
 

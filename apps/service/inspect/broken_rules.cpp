@@ -15,9 +15,9 @@ namespace {
 
 class Rules {
  public:
-  void add(const std::string& what, const std::string& where, const std::string& mend) {
+  void add(const std::string& what, const std::string& where, const std::string& fix) {
     if (list_.size() < kMaxRulesListed)
-      list_.push_back({{"what", what}, {"where", where}, {"mend", mend}});
+      list_.push_back({{"what", what}, {"where", where}, {"fix", fix}});
   }
   bool full() const { return list_.size() >= kMaxRulesListed; }
   Json list() && { return std::move(list_); }
@@ -127,7 +127,7 @@ Json brokenRules(const Json& request) {
   Rules rules;
   const Json& refusal = request.at("refusal");
   if (!refusal.is_null())
-    rules.add(memberText(refusal, "error"), memberText(refusal, "where"), memberText(refusal, "mend"));
+    rules.add(memberText(refusal, "error"), memberText(refusal, "where"), memberText(refusal, "fix"));
   const Endpoint* endpoint = findEndpoint(request.at("path").get_ref<const std::string&>());
   if (endpoint != nullptr && refusal.is_null())
     checkAccepted(request, *endpoint, rules);

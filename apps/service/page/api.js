@@ -11,7 +11,7 @@ async function call(method, path, parameters, body) {
     body: body === undefined ? undefined : JSON.stringify(body),
   });
   const content = await answer.json();
-  if (!answer.ok) throw new Error(`${content.error} (${content.where}): ${content.mend}`);
+  if (!answer.ok) throw new Error(`${content.error} (${content.where}): ${content.fix}`);
   return content;
 }
 

@@ -21,7 +21,7 @@ function rules(request) {
   return el("section", { class: refused ? "rules refused" : "rules", "aria-label": "Broken rules" },
     el("h3", {}, refused ? "Refused" : "Taken in, but it does not keep to the wire format"),
     el("ul", {}, request.rules.map((rule) =>
-      el("li", {}, el("div", {}, rule.what), el("div", { class: "where" }, `${rule.where}: ${rule.mend}`)))));
+      el("li", {}, el("div", {}, rule.what), el("div", { class: "where" }, `${rule.where}: ${rule.fix}`)))));
 }
 
 function fact(name, ...values) {

@@ -12,7 +12,7 @@
 namespace morvik_service {
 namespace {
 
-constexpr std::int64_t kSchemaVersion = 3;
+constexpr std::int64_t kSchemaVersion = 4;
 // A larger write-ahead log, left by a burst, is truncated.
 constexpr int kMaxIdleLogBytes = 4 * 1024 * 1024;
 
@@ -61,6 +61,12 @@ CREATE INDEX arrivals_of_request ON arrivals(request);
 CREATE INDEX impressions_of_request ON impressions(request);
 )sql";
 
+// Refusals called the text that says how to fix the request by another name.
+constexpr const char* kFourthTables = R"sql(
+UPDATE requests SET refusal = json_remove(json_set(refusal, '$.fix', json_extract(refusal, '$.mend')), '$.mend')
+  WHERE refusal IS NOT NULL AND json_extract(refusal, '$.mend') IS NOT NULL;
+)sql";
+
 }  // namespace
 
 void openSchema(SQLite::Database& database) {
@@ -86,6 +92,8 @@ void openSchema(SQLite::Database& database) {
     database.exec(kSecondTables);
   if (version < 3)
     database.exec(kThirdTables);
+  if (version < 4)
+    database.exec(kFourthTables);
   database.exec("PRAGMA user_version=" + std::to_string(kSchemaVersion));
   transaction.commit();
 }

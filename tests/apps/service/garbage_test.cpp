@@ -30,7 +30,7 @@ class GarbageTest : public testing::Test {
     const Json shown = answer("/inspect/request", {{"id", newest["id"].dump()}});
     EXPECT_EQ(newest["refused"], shown["rules"][0]["what"]);
     EXPECT_NE("", shown["rules"][0]["where"]);
-    EXPECT_NE("", shown["rules"][0]["mend"]);
+    EXPECT_NE("", shown["rules"][0]["fix"]);
     EXPECT_EQ(false, shown["counted"]);
     EXPECT_EQ(reply.status, newest["status"]);
     return reply.status;

@@ -115,7 +115,7 @@ TEST_F(ServiceTest, ABatchIsAcceptedAndItsEventsAreCountedOnce) {
 TEST_F(ServiceTest, ABatchWithoutParametersIsRefused) {
   const HttpReply reply = handle(post("/v1/tracking", ""));
   EXPECT_EQ(400, reply.status);
-  EXPECT_EQ(R"({"error":"the body is empty","where":"the request body","mend":"send the form parameters k and j"})",
+  EXPECT_EQ(R"({"error":"the body is empty","where":"the request body","fix":"send the form parameters k and j"})",
             reply.body);
 }
 
@@ -142,7 +142,7 @@ TEST_F(ServiceTest, APayloadSealedWithTheOtherKeyIsRefused) {
 TEST_F(ServiceTest, AnUnknownPathIsToldWhatExists) {
   const HttpReply reply = handle(post("/v1/trackin", ""));
   EXPECT_EQ(404, reply.status);
-  EXPECT_EQ(R"({"error":"there is nothing at this path","where":"the path","mend":"use one of: POST /v1/conversion, )"
+  EXPECT_EQ(R"({"error":"there is nothing at this path","where":"the path","fix":"use one of: POST /v1/conversion, )"
             R"(POST /v1/thirdparty-conversion, POST /v1/iad-attribution, POST /v1/tracking, )"
             R"(POST /v1/reengagement-conversion, POST /v1/commerce-conversion, GET /{app key}/config.json, )"
             R"(POST /v1/crash, POST /v1/demographics, POST /v2/schedule, POST /v1/erasure, GET /inspect/requests"})",
@@ -226,7 +226,7 @@ TEST_F(ServiceTest, ABadCommerceClickIsToldInTheAnswerAndNoneOfTheListCounts) {
 }
 
 TEST_F(ServiceTest, ACommerceBodyThatIsNoListIsRefused) {
-  EXPECT_EQ(R"({"error":"the body is empty","where":"the request body","mend":"send a JSON array"})",
+  EXPECT_EQ(R"({"error":"the body is empty","where":"the request body","fix":"send a JSON array"})",
             handle(postJson("/v1/commerce-conversion", "")).body);
   EXPECT_EQ(400, handle(postJson("/v1/commerce-conversion", "{}")).status);
   EXPECT_EQ(400, handle(postJson("/v1/commerce-conversion", "[")).status);
@@ -249,7 +249,7 @@ TEST_F(ServiceTest, TheConfigurationIsOfOneAppAndIsFetched) {
   EXPECT_EQ(403, handle(get("/app-2/config.json")).status);
   const HttpReply posted = handle(postJson("/app-1/config.json", "{}"));
   EXPECT_EQ(405, posted.status);
-  EXPECT_EQ("use GET", Json::parse(posted.body)["mend"]);
+  EXPECT_EQ("use GET", Json::parse(posted.body)["fix"]);
 }
 
 TEST_F(ServiceTest, CrashReportsAreTakenInWithCodeZero) {
@@ -288,7 +288,7 @@ TEST_F(ServiceTest, DemographicsThatDoNotFitAreRefused) {
   EXPECT_EQ(400, handle(post("/v1/demographics", hexadecimalBody({{"puid", "x"}}))).status);
   EXPECT_EQ(400, handle(post("/v1/demographics", "j=00")).status);
   EXPECT_EQ(400, handle(post("/v1/demographics", envelopeBody(demographicsPayload(), kKeys.tracking_key))).status);
-  EXPECT_EQ(R"({"error":"the body is empty","where":"the request body","mend":"send the form parameter j"})",
+  EXPECT_EQ(R"({"error":"the body is empty","where":"the request body","fix":"send the form parameter j"})",
             handle(post("/v1/demographics", "")).body);
 }
 

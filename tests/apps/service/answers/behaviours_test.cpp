@@ -22,7 +22,7 @@ Behaviour ofKind(const std::string& kind_and_more) {
 struct Complaint {
   std::string text;
   std::string problem;
-  std::string mend;
+  std::string fix;
 };
 
 TEST(Behaviours, ABehaviourIsReadAndShownInOneForm) {
@@ -83,7 +83,7 @@ TEST(Behaviours, ABadOneIsRefusedWithWhatItMayBe) {
     const Refusal refusal = refusalOf([&] { parsed(complaint.text); });
     EXPECT_EQ(400, refusal.status());
     EXPECT_EQ(complaint.problem, refusal.what()) << complaint.text;
-    EXPECT_EQ(complaint.mend, refusal.mend()) << complaint.text;
+    EXPECT_EQ(complaint.fix, refusal.fix()) << complaint.text;
   }
   EXPECT_STREQ("the JSON is no object", refusalOf([] { parsed("[]"); }).what());
 }

@@ -38,7 +38,7 @@ TEST(MemberRules, ARefusalSaysWhereAndHowToMendIt) {
   EXPECT_EQ(400, refusal.status());
   EXPECT_STREQ("name is missing", refusal.what());
   EXPECT_EQ("the payload, name", refusal.where());
-  EXPECT_EQ("send the members that the protocol lists", refusal.mend());
+  EXPECT_EQ("send the members that the protocol lists", refusal.fix());
 }
 
 TEST(MemberRules, MoreMembersAreWelcomeUnlessTheRuleIsExact) {

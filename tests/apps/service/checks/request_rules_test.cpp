@@ -48,7 +48,7 @@ TEST(RequestRules, AMissingFieldIsNamedWithItsMeaning) {
   const Refusal refusal = refusalOf([&] { requireField(fields, "j", "the sealed payload"); });
   EXPECT_EQ(400, refusal.status());
   EXPECT_STREQ("form parameter j is missing", refusal.what());
-  EXPECT_EQ("send j, the sealed payload", refusal.mend());
+  EXPECT_EQ("send j, the sealed payload", refusal.fix());
 }
 
 TEST(RequestRules, AnotherAppIsRefused) {

@@ -231,7 +231,7 @@ TEST_F(HttpServerTest, BodiesBeyondTheMemoryAreTurnedAwayAndRoomComesBack) {
   const Answer turned_away = client().post("/", "k=1");
   EXPECT_EQ(503, turned_away.status);
   EXPECT_EQ(
-      "{\"error\":\"too many request bodies at once\",\"where\":\"the service's memory\",\"mend\":\"send again "
+      "{\"error\":\"too many request bodies at once\",\"where\":\"the service's memory\",\"fix\":\"send again "
       "later\"}",
       turned_away.body);
   server_->release(kMaxBufferedBytes);

@@ -37,8 +37,8 @@ TEST(BrokenRules, AGoodRequestBreaksNone) {
 
 TEST(BrokenRules, ARefusalIsTheRuleThatWasBroken) {
   Json request = stored(nullptr);
-  request["refusal"] = {{"error", "the body is empty"}, {"where", "the request body"}, {"mend", "send one"}};
-  EXPECT_EQ(R"([{"what":"the body is empty","where":"the request body","mend":"send one"}])",
+  request["refusal"] = {{"error", "the body is empty"}, {"where", "the request body"}, {"fix", "send one"}};
+  EXPECT_EQ(R"([{"what":"the body is empty","where":"the request body","fix":"send one"}])",
             jsonText(brokenRules(request)));
 }
 

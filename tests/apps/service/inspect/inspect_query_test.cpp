@@ -50,7 +50,7 @@ TEST(InspectQuery, LimitsHold) {
 TEST(InspectQuery, ABadParameterIsNamed) {
   const Refusal unknown = refusalOf([] { readSummaryQuery(asking({{"since", "1"}})); });
   EXPECT_STREQ("the query parameter \"since\" is not known", unknown.what());
-  EXPECT_EQ("use before, limit, search, install, endpoint and refused", unknown.mend());
+  EXPECT_EQ("use before, limit, search, install, endpoint and refused", unknown.fix());
   EXPECT_STREQ("the query parameter \"limit\" stands twice",
                refusalOf([] {
                  readSummaryQuery(asking({{"limit", "1"}, {"limit", "2"}}));

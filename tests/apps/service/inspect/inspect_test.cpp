@@ -161,7 +161,7 @@ TEST_F(InspectTest, ANameThatDoesNotExistTakesNothingOutAndIsSaid) {
   HttpRequest request = inspection("DELETE", "/inspect/behaviour");
   request.query = {{"endpoint", "trackng"}};
   EXPECT_STREQ("\"endpoint\" is no endpoint that exists", refused(request).what());
-  EXPECT_EQ(0U, refused(request).mend().find("give one of: conversion, "));
+  EXPECT_EQ(0U, refused(request).fix().find("give one of: conversion, "));
   request.query = {{"kind", "rubbish"}};
   EXPECT_STREQ("\"kind\" is no kind that exists", refused(request).what());
   EXPECT_EQ(1U, behaviours_.list().size());
@@ -273,10 +273,10 @@ TEST_F(InspectTest, UnknownPathsAndMethodsAreToldWhatExists) {
       "GET /inspect/timeline, GET /inspect/stream, GET /inspect/forms, GET /inspect/events, GET /inspect/behaviour, POST /inspect/behaviour, "
       "DELETE /inspect/behaviour, GET /inspect/attribution, POST /inspect/attribution, GET /inspect/ledger, "
       "POST /inspect/ledger",
-      path.mend());
+      path.fix());
   const Refusal method = refused(inspection("PUT", "/inspect/behaviour"));
   EXPECT_EQ(405, method.status());
-  EXPECT_EQ("use GET or POST or DELETE", method.mend());
+  EXPECT_EQ("use GET or POST or DELETE", method.fix());
 }
 
 }  // namespace

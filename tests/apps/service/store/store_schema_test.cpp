@@ -35,7 +35,7 @@ INSERT INTO requests(time_ms, endpoint, method, path, headers, body, body_bytes,
   (2, 'crash', 'POST', '/v1/crash', '[]', '', 0, '[7]', 1, 1, 200, '{}', 2),
   (3, '', 'GET', '/nothing', '[]', '', 0, NULL, 0, 1, 404, '{}', 2);
 UPDATE requests SET events_new = 2, events_again = 1, impressions = 4 WHERE id = 1;
-UPDATE requests SET refusal = '{}' WHERE id = 3;
+UPDATE requests SET refusal = '{"error":"nothing here","where":"the path","mend":"use another"}' WHERE id = 3;
 PRAGMA user_version=1;
 )sql";
 
@@ -54,6 +54,16 @@ TEST(StoreSchema, AStoreOfTheFirstVersionKeepsItsRequestsAndLearnsWhoseTheyAre) 
   EXPECT_EQ(2, totals.delivered);
   EXPECT_EQ(1, totals.duplicate);
   EXPECT_EQ(4, totals.impressions);
+}
+
+TEST(StoreSchema, ARefusalOfAnEarlierVersionStillSaysHowToFixTheRequest) {
+  const TemporaryFolder folder;
+  SQLite::Database(folder.path("service.sqlite3"), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(kOldStore);
+  Store store(folder.path());
+  const Json requests = Json::parse(store.requestsJson({}))["requests"];
+  EXPECT_EQ(Json({{"error", "nothing here"}, {"where", "the path"}, {"fix", "use another"}}),
+            requests.at(2)["refusal"]);
+  EXPECT_TRUE(requests.at(0)["refusal"].is_null());
 }
 
 }  // namespace

@@ -99,12 +99,12 @@ TEST(Sealed, WhereNothingIsDeflatedTheFlagIsUnknown) {
   const Refusal refusal = refusalOf([] { openSealed(seal(deflated("plain"), "key", {.flags = 1}), "key", 0); });
   EXPECT_EQ(400, refusal.status());
   EXPECT_STREQ("unknown sealing flags 1", refusal.what());
-  EXPECT_EQ("use no flag here: do not deflate", refusal.mend());
+  EXPECT_EQ("use no flag here: do not deflate", refusal.fix());
 }
 
 TEST(Sealed, NoMessageCarriesTheKey) {
   const Refusal refusal = refusalOf([] { openSealed(seal("x", "other"), "very-secret-key"); });
-  for (const std::string& part : {std::string(refusal.what()), refusal.where(), refusal.mend()}) {
+  for (const std::string& part : {std::string(refusal.what()), refusal.where(), refusal.fix()}) {
     EXPECT_EQ(std::string::npos, part.find("very-secret-key"));
   }
 }
