@@ -17,26 +17,27 @@
 namespace morvik_device {
 namespace {
 
-namespace lives = morvik::simulation;
+namespace simulation = morvik::simulation;
 using morvik_command_line::kFormerGroup;
 using morvik_command_line::takeInRange;
 
 constexpr double kMostADay = 1000;
 
 struct FleetArguments {
-  lives::FleetOptions fleet;
+  simulation::FleetOptions fleet;
   bool untroubled = false;
   bool json = false;
 };
 
 void describeFleet(CLI::App& app, FleetArguments& written) {
-  lives::FleetOptions& fleet = written.fleet;
+  simulation::FleetOptions& fleet = written.fleet;
   fleet.workers = std::max(1U, std::thread::hardware_concurrency());
   CLI::Option* const devices = app.add_option("--devices", fleet.devices, "number of devices")->capture_default_str();
   CLI::Option* const former = app.add_option("--fleet", fleet.devices)->excludes(devices)->group(kFormerGroup);
   for (CLI::Option* option : {devices, former})
-    takeInRange(option, uint64_t{1}, lives::kMaxFleetDevices);
-  takeInRange(app.add_option("--days", fleet.days, "days that each device is used"), uint64_t{1}, lives::kMaxFleetDays)
+    takeInRange(option, uint64_t{1}, simulation::kMaxFleetDevices);
+  takeInRange(app.add_option("--days", fleet.days, "days that each device is used"), uint64_t{1},
+              simulation::kMaxFleetDays)
       ->capture_default_str();
   app.add_option("--seed", fleet.seed, "the same seed gives the same result")->capture_default_str();
   takeInRange(app.add_option("--sessions", fleet.sessions_a_day, "sessions per day, on average"), 0.1, kMostADay)
@@ -49,13 +50,13 @@ void describeFleet(CLI::App& app, FleetArguments& written) {
   app.add_flag("--json", written.json, "prints the result as one line of JSON");
 }
 
-int live(const FleetArguments& written, const Surroundings& surroundings) {
+int simulateFleet(const FleetArguments& written, const Surroundings& surroundings) {
   const auto began = std::chrono::steady_clock::now();
   const uint64_t device_days = written.fleet.devices * written.fleet.days;
-  lives::FleetResult result;
+  simulation::FleetResult result;
   try {
-    ProgressBar bar(surroundings.errors, surroundings.errors_are_terminal, "living");
-    result = lives::runFleet(written.fleet, [&](uint64_t done) { bar.show(done, device_days); });
+    ProgressBar bar(surroundings.errors, surroundings.errors_are_terminal, "simulating");
+    result = simulation::runFleet(written.fleet, [&](uint64_t done) { bar.show(done, device_days); });
   } catch (const std::exception& exception) {
     surroundings.errors << "morvik-device: " << exception.what() << std::endl;
     return 1;
@@ -65,7 +66,7 @@ int live(const FleetArguments& written, const Surroundings& surroundings) {
   // Not part of the result: the next run may take longer.
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
   std::array<char, 96> speed{};
-  std::snprintf(speed.data(), speed.size(), "took %.1f s: %.0f device-days a second", took.count(),
+  std::snprintf(speed.data(), speed.size(), "took %.1f s: %.0f device-days per second", took.count(),
                 static_cast<double>(result.counts.days) / took.count());
   surroundings.errors << speed.data() << std::endl;
   if (!is_written)
@@ -82,8 +83,8 @@ morvik_command_line::Subcommand fleetCommand(const Surroundings& surroundings) {
             describeFleet(app, *written);
             return [written, &surroundings] {
               if (written->untroubled)
-                written->fleet.troubles = lives::UsageTroubles::none();
-              return live(*written, surroundings);
+                written->fleet.troubles = simulation::UsageTroubles::none();
+              return simulateFleet(*written, surroundings);
             };
           }};
 }

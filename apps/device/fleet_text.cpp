@@ -8,7 +8,7 @@ namespace morvik_device {
 namespace {
 
 namespace kit = morvik::kit;
-namespace lives = morvik::simulation;
+namespace simulation = morvik::simulation;
 
 std::string counted(uint64_t number, const std::string& one, const std::string& many) {
   return grouped(number) + " " + (number == 1 ? one : many);
@@ -20,31 +20,31 @@ kit::Value number(uint64_t value) {
 
 }  // namespace
 
-std::string describe(const lives::FleetOptions& options, const lives::FleetResult& result) {
+std::string describe(const simulation::FleetOptions& options, const simulation::FleetResult& result) {
   const auto& counts = result.counts;
   const auto& totals = result.totals;
   std::string text;
   text += "fleet      " + counted(options.devices, "device", "devices") + ", " + counted(options.days, "day", "days") +
           " each, seed " + std::to_string(options.seed) + "\n";
-  text += "lived      " + counted(counts.days, "device-day", "device-days") + ", " +
+  text += "simulated  " + counted(counts.days, "device-day", "device-days") + ", " +
           counted(counts.sessions, "session", "sessions") + ", " + counted(counts.requests, "request", "requests") +
           "\n";
-  text += "troubles   " + counted(counts.deaths, "process died", "processes died") + ", " +
+  text += "faults     " + counted(counts.deaths, "process died", "processes died") + ", " +
           counted(counts.offline_phases, "offline phase", "offline phases") + ", " +
           counted(counts.faults, "spoiled answer", "spoiled answers") + "\n";
   text += "service    " + counted(result.installs, "install", "installs") + " attributed, " +
-          counted(totals.arrived_again, "event", "events") + " arrived again, each counted once\n";
+          counted(totals.arrived_again, "event", "events") + " arrived more than once and counted once\n";
   text += "account    " + grouped(totals.recorded) + " recorded = " + grouped(totals.delivered) + " delivered + " +
           grouped(totals.stored) + " still stored + " + grouped(totals.given_up_by_rule) + " given up by rule\n";
   for (const std::string& each : result.losses)
     text += "LOST       " + each + "\n";
   if (totals.ledger_faults > 0)
-    text += "LEDGERS    of devices were wrong " + counted(totals.ledger_faults, "time", "times") + "\n";
+    text += "LEDGERS    wrong " + counted(totals.ledger_faults, "time", "times") + "\n";
   text += result.balances() ? "balances\n" : "DOES NOT BALANCE: " + grouped(totals.lost) + " lost\n";
   return text;
 }
 
-std::string describeAsJson(const lives::FleetOptions& options, const lives::FleetResult& result) {
+std::string describeAsJson(const simulation::FleetOptions& options, const simulation::FleetResult& result) {
   const auto& counts = result.counts;
   const auto& totals = result.totals;
   kit::MutableArray losses;

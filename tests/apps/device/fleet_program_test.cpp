@@ -35,7 +35,7 @@ TEST_F(FleetProgram, RunsAndBalances) {
   EXPECT_EQ(run({"--fleet", "3", "--days", "2", "--seed", "5"}), 0);
   EXPECT_THAT(output_, HasSubstr("fleet      3 devices, 2 days each, seed 5\n"));
   EXPECT_THAT(output_, HasSubstr("\nbalances\n"));
-  EXPECT_THAT(errors_, HasSubstr(" device-days a second\n"));
+  EXPECT_THAT(errors_, HasSubstr(" device-days per second\n"));
 }
 
 TEST_F(FleetProgram, UnderstandsTheOptionItHadBeforeItWasASubcommand) {

@@ -22,7 +22,7 @@ FleetResult balanced() {
 
 TEST(FleetText, TellsAnAccountThatBalances) {
   const std::string text = describe(FleetOptions{.devices = 2, .days = 7, .seed = 5}, balanced());
-  EXPECT_THAT(text, HasSubstr("fleet      2 devices, 7 days each, seed 5\nlived      14 device-days, 1 session, "));
+  EXPECT_THAT(text, HasSubstr("fleet      2 devices, 7 days each, seed 5\nsimulated  14 device-days, 1 session, "));
   EXPECT_THAT(text, HasSubstr("account    1,234 recorded = 1,230 delivered + 3 still stored + 1 given up by rule\n"));
   EXPECT_THAT(text, EndsWith("\nbalances\n"));
   EXPECT_THAT(text, Not(HasSubstr("LEDGERS")));
@@ -41,7 +41,7 @@ TEST(FleetText, NamesWhatWasLost) {
 TEST(FleetText, SaysThatTheLedgersOfDevicesWereWrong) {
   FleetResult result = balanced();
   result.totals.ledger_faults = 2;
-  EXPECT_THAT(describe({}, result), EndsWith("LEDGERS    of devices were wrong 2 times\nDOES NOT BALANCE: 0 lost\n"));
+  EXPECT_THAT(describe({}, result), EndsWith("LEDGERS    wrong 2 times\nDOES NOT BALANCE: 0 lost\n"));
   EXPECT_THAT(describeAsJson({}, result), HasSubstr("\"ledger_faults\":2,"));
   EXPECT_THAT(describeAsJson({}, result), EndsWith("\"balances\":false}\n"));
 }

@@ -15,7 +15,7 @@ using Clock = ProgressBar::Clock;
 TEST(ProgressBar, ShowsNothingOfWorkThatIsDoneSoon) {
   std::ostringstream terminal;
   {
-    ProgressBar bar(terminal, true, "living");
+    ProgressBar bar(terminal, true, "simulating");
     bar.show(1, 2, Clock::now());
   }
   EXPECT_THAT(terminal.str(), IsEmpty());
@@ -24,16 +24,16 @@ TEST(ProgressBar, ShowsNothingOfWorkThatIsDoneSoon) {
 TEST(ProgressBar, ShowsHowFarLongWorkIsAndWipesItself) {
   std::ostringstream terminal;
   {
-    ProgressBar bar(terminal, true, "living");
+    ProgressBar bar(terminal, true, "simulating");
     bar.show(1, 2, Clock::now() + 2 * kProgressAfter);
-    EXPECT_THAT(terminal.str(), EndsWith("living [###############...............] 50%"));
+    EXPECT_THAT(terminal.str(), EndsWith("simulating [###############...............] 50%"));
   }
   EXPECT_THAT(terminal.str(), EndsWith("\r\033[K"));
 }
 
-TEST(ProgressBar, IsNotDrawnAnewAllTheTime) {
+TEST(ProgressBar, IsNotRedrawnAllTheTime) {
   std::ostringstream terminal;
-  ProgressBar bar(terminal, true, "living");
+  ProgressBar bar(terminal, true, "simulating");
   const Clock::time_point late = Clock::now() + 2 * kProgressAfter;
   bar.show(1, 4, late);
   const std::string once = terminal.str();
@@ -46,7 +46,7 @@ TEST(ProgressBar, IsNotDrawnAnewAllTheTime) {
 TEST(ProgressBar, ShowsNothingWhereNobodyWatches) {
   std::ostringstream terminal;
   {
-    ProgressBar bar(terminal, false, "living");
+    ProgressBar bar(terminal, false, "simulating");
     bar.show(1, 2, Clock::now() + 2 * kProgressAfter);
   }
   EXPECT_THAT(terminal.str(), IsEmpty());
@@ -54,7 +54,7 @@ TEST(ProgressBar, ShowsNothingWhereNobodyWatches) {
 
 TEST(ProgressBar, NeverShowsMoreThanAll) {
   std::ostringstream terminal;
-  ProgressBar bar(terminal, true, "living");
+  ProgressBar bar(terminal, true, "simulating");
   bar.show(9, 4, Clock::now() + 2 * kProgressAfter);
   EXPECT_THAT(terminal.str(), EndsWith("] 100%"));
   bar.show(1, 0, Clock::now() + 9 * kProgressAfter);
