@@ -167,11 +167,11 @@ test("an install's timeline shows its sessions, activities and what else happene
   assert.equal(await page.getByRole("tab", { name: "Requests" }).getAttribute("aria-selected"), "true");
 });
 
-test("a device's ledger is shown as it changes, beside what arrived", async () => {
+test("a device's ledger is shown as it changes, next to what arrived", async () => {
   const ledger = page.locator("#device .account");
   const number = async (title) => Number(await ledger.locator("tr", { hasText: "activities" }).locator(`td[data-label="${title}"]`).textContent());
   await page.getByRole("tab", { name: "Devices" }).click();
-  await ledger.getByText("morvik-device --report-ledger").waitFor();
+  await ledger.getByText("morvik-device run --report-ledger").waitFor();
   await device.end();
   device = stage.startDevice("device", "--report-ledger");
   // The ledger is sent after each verb, and the page follows without a reload.

@@ -6,20 +6,20 @@ import { guarded } from "./notice.js";
 
 const kTexts = {
   status: { name: "Bad status", why: "answers with the status at the right" },
-  delay: { name: "Late answer", why: "the usual answer, so many milliseconds late" },
+  delay: { name: "Late answer", why: "the usual answer, late by the milliseconds at the right" },
   close_before: { name: "Close, not counted", why: "closes the connection before anything is counted" },
   close_after: { name: "Close, counted", why: "counts, then closes the connection: the answer is lost" },
-  garbage: { name: "Garbage", why: "200 with bytes that are no JSON, or the text at the right" },
+  garbage: { name: "Garbage", why: "200 with bytes that are not JSON, or the text at the right" },
   truncated_json: { name: "Half an answer", why: "200 with the first half of the usual JSON" },
-  not_object: { name: "No object", why: "200 with a JSON array" },
+  not_object: { name: "Not an object", why: "200 with a JSON array" },
   huge_body: { name: "Huge answer", why: "200 with a JSON object of 5 MiB" },
-  json: { name: "JSON of your own", why: "200 with the JSON at the right" },
+  json: { name: "Your own JSON", why: "200 with the JSON at the right" },
 };
 
 const kOwn = {
   status: () => el("input", { type: "number", min: 200, max: 599, value: 500 }),
   milliseconds: () => el("input", { type: "number", min: 0, max: 600000, value: 2000 }),
-  text: () => el("input", { type: "text", placeholder: "bytes of its own" }),
+  text: () => el("input", { type: "text", placeholder: "bytes to send" }),
   json: () => el("textarea", { rows: 1, spellcheck: "false" }, '{"Result":false}'),
 };
 
@@ -29,7 +29,7 @@ function ownValue(member, input) {
   try {
     return JSON.parse(input.value);
   } catch {
-    throw new Error("The JSON of your own cannot be read; write something like {\"Result\":false}");
+    throw new Error("Your JSON cannot be read; write something like {\"Result\":false}");
   }
 }
 

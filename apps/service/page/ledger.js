@@ -46,14 +46,14 @@ function verdict(ledger) {
 }
 
 function untold() {
-  return el("p", { class: "note" }, "This device has told nothing of it. Start it with ", el("code", {}, "morvik-device --report-ledger"), " to see here what it recorded, and what became of it.");
+  return el("p", { class: "note" }, "This device has not reported its ledger. Start it with ", el("code", {}, "morvik-device run --report-ledger"), " to see here what it recorded and what became of it.");
 }
 
 function told(ledger) {
   const used = ledger.accounts.filter(isUsed);
   const unused = ledger.accounts.filter((account) => !isUsed(account)).map((account) => account.kind);
   return [
-    el("p", { class: "note" }, verdict(ledger), ` Recorded = delivered + stored + under way + given up, told ${moment(ledger.time)}. An event counts as arrived once; anything else each time.`),
+    el("p", { class: "note" }, verdict(ledger), ` Recorded = delivered + stored + under way + given up, reported ${moment(ledger.time)}. An event counts as arrived once; anything else each time.`),
     used.length > 0 && table(used), ...remarks(ledger.accounts), reasons(ledger.given_up),
     unused.length > 0 && el("p", { class: "note" }, `Nothing recorded: ${unused.join(", ")}.`),
   ];
