@@ -32,9 +32,9 @@ std::string mistake(const std::string& problem, std::string_view fix) {
 std::optional<std::string> checkDetails(std::string_view json) {
   const auto read = morvik::host::SimdjsonCodec().read(json);
   if (const auto* error = std::get_if<morvik::kit::Error>(&read))
-    return mistake("the details are no JSON (" + error->message + ")", kSearchAdsForms);
+    return mistake("the details are not JSON (" + error->message + ")", kSearchAdsForms);
   if (!std::get<morvik::kit::Value>(read).isDictionary())
-    return mistake("the details are no JSON object", kSearchAdsForms);
+    return mistake("the details are not a JSON object", kSearchAdsForms);
   return std::nullopt;
 }
 

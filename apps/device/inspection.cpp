@@ -44,7 +44,7 @@ std::vector<Section> emptySections() {
       {"commerce", "Commerce", "nothing waits", {}, {}},
       {"crashes", "Crash reports", "none wait", {}, {}},
       {"demographics", "Demographics", "none were given", {}, {}},
-      {"schedule", "Campaign schedule", "never in the store: it is fetched anew by each process", {}, {}},
+      {"schedule", "Campaign schedule", "never in the store: each process fetches it again", {}, {}},
       {"consent", "Consent", "never asked to be forgotten", {}, {}},
       {"ledger", "Ledger: what became of all that was recorded", "nothing was recorded yet", {}, {}},
       {"host", "The host's own", "nothing", {}, {}},
@@ -272,7 +272,7 @@ std::optional<std::string> missing(const host::StorePlace& place) {
   if (error)
     return place.folder + " cannot be looked at (" + error.message() + "); fix its permissions";
   if (kind != std::filesystem::file_type::directory)
-    return place.folder + " is no folder; name the folder in which the store lies";
+    return place.folder + " is not a folder; name the folder in which the store lies";
   if (std::filesystem::status(place.path(), error).type() == std::filesystem::file_type::not_found)
     return "there is no store in " + place.folder + " (no file " + place.name + "); name the folder of an app's store";
   return std::nullopt;

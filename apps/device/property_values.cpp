@@ -63,7 +63,7 @@ Read propertyValue(std::string_view property, const kit::Value& json) {
   const auto all = morvik::services::storeProperties();
   const auto found = std::find_if(all.begin(), all.end(), [&](const auto& one) { return one.name == property; });
   if (found == all.end())
-    return "\"" + std::string(property) + "\" is no stored property; \"store\" shows those that are set";
+    return "\"" + std::string(property) + "\" is not a stored property; \"store\" shows those that are set";
   if (json.isNull())
     return kit::Value();
   Read read = valueOf(found->type, json);

@@ -20,7 +20,7 @@ Mistake number(std::string_view rest, double least, double most, double& seconds
   const char* end = rest.data() + rest.size();
   const auto [stopped, error] = std::from_chars(rest.data(), end, seconds);
   if (error != std::errc() || stopped != end || !std::isfinite(seconds))
-    return "\"" + std::string(rest) + "\" is no number of seconds";
+    return "\"" + std::string(rest) + "\" is not a number of seconds";
   if (seconds < least || seconds > most)
     return "\"" + std::string(rest) + "\" is out of range";
   return std::nullopt;
@@ -86,7 +86,7 @@ Mistake json(std::string_view rest, Arguments& arguments) {
     return "the JSON is missing";
   auto read = morvik::host::SimdjsonCodec().read(rest);
   if (const auto* error = std::get_if<kit::Error>(&read))
-    return "the rest of the line is no JSON (" + error->message + ")";
+    return "the rest of the line is not JSON (" + error->message + ")";
   arguments.json = std::move(std::get<kit::Value>(read));
   return std::nullopt;
 }
@@ -105,7 +105,7 @@ Mistake wholeNumber(std::string_view rest, Arguments& arguments) {
   const char* end = rest.data() + rest.size();
   const auto [stopped, error] = std::from_chars(rest.data(), end, arguments.number.emplace());
   if (error != std::errc() || stopped != end)
-    return "\"" + std::string(rest) + "\" is no whole number of 32 bits";
+    return "\"" + std::string(rest) + "\" is not a 32-bit whole number";
   return std::nullopt;
 }
 

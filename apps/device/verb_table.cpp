@@ -219,7 +219,7 @@ void showStore(Phone& phone, const Arguments& arguments, const Reply& reply) {
   std::optional<std::string> unknown;
   const kit::Value values = phone.storeView().show(arguments.words, unknown);
   if (unknown)
-    return reply(refused("\"" + *unknown + "\" is no stored property; \"store\" alone shows them all"));
+    return reply(refused("\"" + *unknown + "\" is not a stored property; \"store\" alone shows them all"));
   Outcome outcome;
   outcome.fields.set("values", values);
   reply(outcome);

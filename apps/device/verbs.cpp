@@ -27,7 +27,7 @@ std::string unknownVerb(std::string_view name) {
   std::string all;
   for (const Verb& verb : verbs())
     all += (all.empty() ? "" : ", ") + std::string(verb.name);
-  return "\"" + std::string(name) + "\" is no verb; use one of: " + all;
+  return "\"" + std::string(name) + "\" is not a verb; use one of: " + all;
 }
 
 }  // namespace

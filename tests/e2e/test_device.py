@@ -256,7 +256,7 @@ class Verbs(DeviceTest):
         device = self.device()
         self.assertEqual(device.do("store fendoUserInfo_referalKey"),
                          {"verb": "store", "ok": False,
-                          "error": '"fendoUserInfo_referalKey" is no stored property; "store" alone shows them all'})
+                          "error": '"fendoUserInfo_referalKey" is not a stored property; "store" alone shows them all'})
         self.do(device, "store fendoUserInfo_referralKey")
 
     def test_status_tells_how_the_kit_stands_and_the_delegate_what_failed(self):
@@ -491,7 +491,7 @@ class Input(DeviceTest):
         script = self.write("life.txt", "active\nevent shop look\nevnt shop buy\n")
         status, output, errors = self.run_once(self.arguments("--script", script))
         self.assertEqual((status, output), (2, []))
-        self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is no verb; use one of: active, '
+        self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is not a verb; use one of: active, '
                                   "background, event, impression, open-url, store-url, facebook-url, "
                                   "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, is-forgotten, offline, "
                                   "online, set, push, flush, wait-delivered, sending, wait, clock, settle, store, status, ledger, crash, "
@@ -499,11 +499,11 @@ class Input(DeviceTest):
         self.assertFalse(os.path.exists(self.store_folder))
 
     def test_a_bad_line_on_standard_input_touches_nothing(self):
-        for bad, mistake in (("evnt shop look", '"evnt" is no verb; use one of: '),
+        for bad, mistake in (("evnt shop look", '"evnt" is not a verb; use one of: '),
                              ("event shop", "event: an argument is missing; write: event GROUP NAME [PARAM]"),
                              ('event "shop look', "event: a double quote is opened and not closed; close it"),
-                             ("wait soon", 'wait: "soon" is no number of seconds; write: wait SECONDS'),
-                             ("impression {", "impression: the rest of the line is no JSON (")):
+                             ("wait soon", 'wait: "soon" is not a number of seconds; write: wait SECONDS'),
+                             ("impression {", "impression: the rest of the line is not JSON (")):
             with self.subTest(bad):
                 status, output, errors = self.run_once(self.arguments(), f"event a one\n{bad}\nevent a two\n")
                 self.assertEqual((status, output), (2, ['{"verb":"event","ok":true}']))
@@ -572,7 +572,7 @@ class Options(DeviceTest):
                (("--log-level", "7"), (), "--log-level: "),
                (("--idfa", "me"), (), '--idfa: "me" is not a UUID; write one like'),
                (("--orientation", "5"), (), "--orientation: "),
-               (("--search-ads", "some"), (), "--search-ads: the details are no JSON ("),
+               (("--search-ads", "some"), (), "--search-ads: the details are not JSON ("),
                (("--iad", "some"), (), '--iad: "some" is not understood; write none,'),
                (("--colour",), (), "--colour"),
                (("--script",), (), "--script"))

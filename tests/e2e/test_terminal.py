@@ -53,7 +53,7 @@ class OnATerminal(unittest.TestCase):
     def test_a_typo_is_told_and_the_next_line_asked_for(self):
         child = self.start(stdin=self.side_of_child, stdout=self.side_of_child, stderr=self.side_of_child)
         self.assertEqual(self.until(PROMPT), PROMPT)
-        self.assertTrue(self.answer("evnt shop look").startswith('morvik-device: "evnt" is no verb; use one of: '))
+        self.assertTrue(self.answer("evnt shop look").startswith('morvik-device: "evnt" is not a verb; use one of: '))
         self.assertEqual(self.answer("event shop"),
                          "morvik-device: event: an argument is missing; write: event GROUP NAME [PARAM]\n")
         self.assertEqual(self.answer("event shop look"), '{"verb":"event","ok":true}\n')
@@ -76,7 +76,7 @@ class OnATerminal(unittest.TestCase):
         child.stdin.close()
         self.assertEqual(self.until("\n"), '{"verb":"event","ok":true}\n')
         self.assertTrue(self.until("\n").startswith(
-            'morvik-device: standard input, line 2: "evnt" is no verb; use one of: '))
+            'morvik-device: standard input, line 2: "evnt" is not a verb; use one of: '))
         self.assertEqual(child.wait(stage.PATIENCE_SECONDS), 2)
 
 

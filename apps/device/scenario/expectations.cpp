@@ -75,7 +75,7 @@ Verdict forgotten(size_t count, const std::string& expected) {
   return {false, expected, "more happened than is kept: the oldest " + std::to_string(count) + " are forgotten"};
 }
 
-Verdict judgeRequests(const Expectation& expectation, const History& history) {
+Verdict assessRequests(const Expectation& expectation, const History& history) {
   const Count count = expectation.count.value_or(kAtLeastOne);
   std::string expected = countWords(count) + " " + expectation.name + " requests" + whenWords(expectation.when);
   if (expectation.with)
@@ -94,7 +94,7 @@ Verdict judgeRequests(const Expectation& expectation, const History& history) {
   return tally.verdict(count, std::move(expected), expectation.name + " requests fit");
 }
 
-Verdict judgeDelivery(const Expectation& expectation, const Evidence& evidence) {
+Verdict assessDelivery(const Expectation& expectation, const Evidence& evidence) {
   const Count count = expectation.count.value_or(kOnce);
   std::string expected = countWords(count) + " delivered " + expectation.name;
   if (expectation.param)
@@ -123,7 +123,7 @@ std::optional<std::string> misfitOfCall(const Expectation& expectation, const De
   return expectation.with ? mismatch(*expectation.with, call.arguments) : std::nullopt;
 }
 
-Verdict judgeCalls(const Expectation& expectation, const History& history) {
+Verdict assessCalls(const Expectation& expectation, const History& history) {
   const Count count = expectation.count.value_or(kAtLeastOne);
   std::string expected = countWords(count) + " calls of " + expectation.name + whenWords(expectation.when);
   if (expectation.module)
@@ -140,7 +140,7 @@ Verdict judgeCalls(const Expectation& expectation, const History& history) {
   return tally.verdict(count, std::move(expected), "calls of it fit");
 }
 
-Verdict judgeLines(const Expectation& expectation, const History& history) {
+Verdict assessLines(const Expectation& expectation, const History& history) {
   const Count count = expectation.count.value_or(kAtLeastOne);
   std::string expected = countWords(count) + " log lines" + whenWords(expectation.when) +
                          (expectation.whole_line ? " that are \"" : " with \"") + expectation.name + "\"";
@@ -156,7 +156,7 @@ Verdict judgeLines(const Expectation& expectation, const History& history) {
   return tally.verdict(count, std::move(expected), "such lines fit, of " + std::to_string(history.lines.size()));
 }
 
-Verdict judgeStored(const Expectation& expectation, const Evidence& evidence) {
+Verdict assessStored(const Expectation& expectation, const Evidence& evidence) {
   const kit::Value value = evidence.stored(expectation.name);
   if (expectation.is) {
     Verdict verdict{true, expectation.name + " stored as " + shortText(*expectation.is), ""};
@@ -171,7 +171,7 @@ Verdict judgeStored(const Expectation& expectation, const Evidence& evidence) {
   if (expectation.with)
     expected += " with " + shortText(*expectation.with);
   if (!value.isNil() && !value.isArray())
-    return {false, std::move(expected), "it is no list but " + shortText(value)};
+    return {false, std::move(expected), "it is not a list but " + shortText(value)};
   Tally tally;
   size_t index = 0;
   for (const kit::Value& element : value.array())
@@ -193,7 +193,7 @@ std::string whyNotSound(const LedgerRows& rows, const morvik::Ledger& ledger) {
   return "";
 }
 
-Verdict judgeLedger(const Expectation& expectation, const Evidence& evidence) {
+Verdict assessLedger(const Expectation& expectation, const Evidence& evidence) {
   const morvik::Ledger ledger = evidence.ledger();
   const LedgerRows rows = rowsOf(ledger);
   if (expectation.name == kSoundLedger)
@@ -208,22 +208,22 @@ Verdict judgeLedger(const Expectation& expectation, const Evidence& evidence) {
 
 }  // namespace
 
-Verdict judge(const Expectation& expectation, const Evidence& evidence) {
+Verdict assess(const Expectation& expectation, const Evidence& evidence) {
   switch (expectation.subject) {
     case Subject::kRequest:
-      return judgeRequests(expectation, evidence.history);
+      return assessRequests(expectation, evidence.history);
     case Subject::kDelivered:
-      return judgeDelivery(expectation, evidence);
+      return assessDelivery(expectation, evidence);
     case Subject::kCallback:
-      return judgeCalls(expectation, evidence.history);
+      return assessCalls(expectation, evidence.history);
     case Subject::kLog:
-      return judgeLines(expectation, evidence.history);
+      return assessLines(expectation, evidence.history);
     case Subject::kLedger:
-      return judgeLedger(expectation, evidence);
+      return assessLedger(expectation, evidence);
     case Subject::kStore:
       break;
   }
-  return judgeStored(expectation, evidence);
+  return assessStored(expectation, evidence);
 }
 
 }  // namespace morvik_device::scenario

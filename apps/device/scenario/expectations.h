@@ -29,6 +29,7 @@ struct Verdict {
   std::string got;       ///< if not met: what was there, and the closest mismatch
 };
 
-Verdict judge(const Expectation& expectation, const Evidence& evidence);
+/// Compares the expectation with what happened.
+Verdict assess(const Expectation& expectation, const Evidence& evidence);
 
 }  // namespace morvik_device::scenario

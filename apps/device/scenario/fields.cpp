@@ -68,7 +68,8 @@ Fields::Fields(const YamlNode& node, std::string what, std::vector<std::string_v
     refuseNode(node, what_, "a map with keys of these: " + listed(known_keys));
   for (const YamlMember& member : node.members) {
     if (std::find(known_keys.begin(), known_keys.end(), member.key) == known_keys.end()) {
-      throw Mistake(member.place, "\"" + member.key + "\" is no key of " + what_ + "; expected " + oneOf(known_keys));
+      throw Mistake(member.place,
+                    "\"" + member.key + "\" is not a key of " + what_ + "; expected " + oneOf(known_keys));
     }
   }
 }
@@ -91,8 +92,8 @@ std::string_view Fields::exactlyOne(const std::vector<std::string_view>& keys) c
     if (find(key) == nullptr)
       continue;
     if (!only.empty()) {
-      throw Mistake(placeOf(key), "\"" + std::string(key) + "\" cannot stand beside \"" + std::string(only) + "\" in " +
-                                      what_ + "; expected only " + oneOf(keys));
+      throw Mistake(placeOf(key), "\"" + std::string(key) + "\" cannot be combined with \"" + std::string(only) +
+                                      "\" in " + what_ + "; expected only " + oneOf(keys));
     }
     only = key;
   }

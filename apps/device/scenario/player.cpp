@@ -87,11 +87,11 @@ bool Player::play() {
   timeline_.begin(scenario_);
   for (const Step& step : scenario_.steps) {
     perform(step);
-    if (!judgeAll(step.expectations))
+    if (!assessAll(step.expectations))
       return false;
   }
   advanceThroughPhases(scenario_.lastMillisecond());
-  if (!judgeAll(scenario_.expectations))
+  if (!assessAll(scenario_.expectations))
     return false;
   if (!ledger().isSound())  // whatever the scenario expects
     throw std::runtime_error("the device's ledger is not sound; expect \"ledger: sound\" to see where, and report it");
@@ -222,15 +222,15 @@ void Player::eraseProcess() {
 
 // -------------------------------------------------------------------------------------------------------- expectations
 
-bool Player::judgeAll(const std::vector<Expectation>& expectations) {
+bool Player::assessAll(const std::vector<Expectation>& expectations) {
   const Evidence evidence{.history = history_,
                           .events = [this] { return service_.events(); },
                           .event_count = [this] { return service_.distinctEvents(); },
                           .stored = [this](const std::string& property) { return stored(property); },
                           .ledger = [this] { return ledger(); }};
   for (const Expectation& expectation : expectations) {
-    const Verdict verdict = judge(expectation, evidence);
-    timeline_.judged(nowMilliseconds(), expectation, verdict);
+    const Verdict verdict = assess(expectation, evidence);
+    timeline_.assessed(nowMilliseconds(), expectation, verdict);
     if (!verdict.met) {
       timeline_.end(met_, true);
       return false;

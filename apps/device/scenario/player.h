@@ -44,7 +44,7 @@ class Player {
   void killProcess(const std::string& text);
   void stopProcess(std::optional<double> drain_seconds);
   void eraseProcess();
-  bool judgeAll(const std::vector<Expectation>& expectations);
+  bool assessAll(const std::vector<Expectation>& expectations);
 
   void took(const morvik::kit::Value& line);
   void tookLine(std::string_view text);

@@ -59,7 +59,7 @@ void checkKindOfLedger(const YamlNode& node, const std::string& name) {
   std::vector<std::string_view> names = {kSoundLedger};
   names.insert(names.end(), morvik::runtime::kLedgerKindNames.begin(), morvik::runtime::kLedgerKindNames.end());
   if (std::find(names.begin(), names.end(), name) == names.end())
-    throw Mistake(node.place, "\"" + name + "\" is no kind of the ledger; expected " + oneOf(names));
+    throw Mistake(node.place, "\"" + name + "\" is not a kind of record; expected " + oneOf(names));
 }
 
 void checkName(const YamlNode& node, Expectation& expectation) {
@@ -71,7 +71,7 @@ void checkName(const YamlNode& node, Expectation& expectation) {
       std::vector<std::string_view> names;
       for (const auto each : morvik::testing::kServiceEndpoints)
         names.push_back(morvik::testing::nameOf(each));
-      throw Mistake(node.place, "\"" + expectation.name + "\" is no endpoint; expected " + oneOf(names));
+      throw Mistake(node.place, "\"" + expectation.name + "\" is not an endpoint; expected " + oneOf(names));
     }
     expectation.endpoint = *endpoint;
   }
@@ -81,7 +81,7 @@ void checkName(const YamlNode& node, Expectation& expectation) {
   }
   if (expectation.subject == Subject::kStore && !isStoredProperty(expectation.name))
     throw Mistake(node.place, "\"" + expectation.name +
-                                  "\" is no stored property; expected one of those that the verb "
+                                  "\" is not a stored property; expected one of those that the verb "
                                   "\"store\" shows");
   if (expectation.subject == Subject::kLedger)
     checkKindOfLedger(node, expectation.name);
@@ -89,7 +89,7 @@ void checkName(const YamlNode& node, Expectation& expectation) {
 
 void readLedgerForm(const Fields& fields, Place place, const Expectation& expectation) {
   if (expectation.name == kSoundLedger)
-    fields.refuse({"with"}, "expected the name of a kind beside it; a ledger is sound or not");
+    fields.refuse({"with"}, "expected the name of a kind with it; a ledger is sound or not");
   else if (!expectation.with)
     throw Mistake(place, "nothing is said of the kind; expected \"with\"");
 }
@@ -111,7 +111,7 @@ Expectation readExpectation(const YamlNode& node) {
     form = each.key == key ? &each : form;
   for (const std::string_view other : {"count", "with", "when", "is", "param", "module"}) {
     if (std::find(form->others.begin(), form->others.end(), other) == form->others.end())
-      fields.refuse({other}, "expected beside \"" + std::string(key) + "\" only " + oneOf(form->others));
+      fields.refuse({other}, "expected with \"" + std::string(key) + "\" only " + oneOf(form->others));
   }
   Expectation expectation;
   expectation.subject = form->subject;

@@ -32,7 +32,7 @@ AnswerRule::Kind dropKind(const YamlNode& node) {
 
 void readUsual(const Fields& fields, AnswerRule& rule) {
   const YamlNode& node = *fields.find("usual");
-  fields.refuse({"status"}, "expected \"json\" or \"text\" beside a status");
+  fields.refuse({"status"}, "expected \"json\" or \"text\" with a status");
   rule.kind = AnswerRule::Kind::kUsual;
   if (!node.isNull())
     rule.json = objectOf(node, "usual");
@@ -43,12 +43,12 @@ void readSilence(const Fields& fields, AnswerRule& rule) {
   const YamlNode& node = *fields.find("silence");
   if (!booleanOf(node, "silence"))
     throw Mistake(node.place, "silence is false; expected true, or another answer");
-  fields.refuse({"status", "delay"}, "expected neither beside \"silence\"");
+  fields.refuse({"status", "delay"}, "expected neither with \"silence\"");
   rule.kind = AnswerRule::Kind::kSilence;
 }
 
 void readDrop(const Fields& fields, AnswerRule& rule) {
-  fields.refuse({"status"}, "expected none beside \"drop\"");
+  fields.refuse({"status"}, "expected none with \"drop\"");
   rule.kind = dropKind(*fields.find("drop"));
   rule.counted = rule.kind == AnswerRule::Kind::kDropAfter;
   if (rule.kind == AnswerRule::Kind::kDropBefore)
@@ -84,7 +84,7 @@ void readRepetition(const Fields& fields, AnswerRule& rule) {
   const YamlNode* times = fields.find("times");
   const YamlNode* always = fields.find("always");
   if (times != nullptr && always != nullptr)
-    throw Mistake(fields.placeOf("always"), "\"always\" cannot stand beside \"times\"; expected one of them");
+    throw Mistake(fields.placeOf("always"), "\"always\" cannot be combined with \"times\"; expected one of them");
   if (times != nullptr)
     rule.times = static_cast<size_t>(wholeNumberOf(*times, "times", 1, kMostTimes));
   if (always != nullptr)

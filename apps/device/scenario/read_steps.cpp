@@ -33,7 +33,7 @@ constexpr int64_t kMostRepeats = static_cast<int64_t>(kMaxVerbs);
 StepVerb readVerb(const YamlNode& node) {
   const std::string line = textOf(node, "a verb");
   if (saysNothing(line) || line.find('\n') != std::string::npos)
-    throw Mistake(node.place, "a verb is no line that says something; expected one like \"event shop purchase\"");
+    throw Mistake(node.place, "a verb is one line with a command; expected one like \"event shop purchase\"");
   auto read = readCommand(line);
   if (const auto* problem = std::get_if<std::string>(&read))
     throw Mistake(node.place, *problem);
@@ -41,7 +41,7 @@ StepVerb readVerb(const YamlNode& node) {
   const auto* unplayable = std::find_if(std::begin(kUnplayable), std::end(kUnplayable),
                                         [&](const Unplayable& each) { return each.verb == command.verb->name; });
   if (unplayable != std::end(kUnplayable)) {
-    throw Mistake(node.place, "\"" + std::string(unplayable->verb) + "\" is no verb of a scenario; expected " +
+    throw Mistake(node.place, "\"" + std::string(unplayable->verb) + "\" is not available in scenarios; expected " +
                                   unplayable->instead);
   }
   return {std::move(command), line, node.place};
@@ -51,7 +51,7 @@ int64_t timeOfStep(const Fields& fields, int64_t previous) {
   const YamlNode* at = fields.find("at");
   const YamlNode* after = fields.find("after");
   if (at != nullptr && after != nullptr)
-    throw Mistake(fields.placeOf("after"), "\"after\" cannot stand beside \"at\"; expected one of them");
+    throw Mistake(fields.placeOf("after"), "\"after\" cannot be combined with \"at\"; expected one of them");
   if (after != nullptr) {
     const int64_t time = previous + timeOf(*after, "after");
     if (time > kMaxDurationMilliseconds)
@@ -72,7 +72,7 @@ void readRepetition(const Fields& fields, Step& step) {
   const YamlNode* repeat = fields.find("repeat");
   const YamlNode* every = fields.find("every");
   if (repeat == nullptr) {
-    fields.refuse({"every"}, "expected \"repeat\" beside it");
+    fields.refuse({"every"}, "expected \"repeat\" with it");
     return;
   }
   step.repeat = static_cast<size_t>(wholeNumberOf(*repeat, "repeat", 1, kMostRepeats));

@@ -113,7 +113,7 @@ void Timeline::happened(const Happening& happening) {
   writeJson(kit::Value(std::move(line)));
 }
 
-void Timeline::judged(int64_t at_milliseconds, const Expectation& expectation, const Verdict& verdict) {
+void Timeline::assessed(int64_t at_milliseconds, const Expectation& expectation, const Verdict& verdict) {
   if (isJson()) {
     kit::MutableDictionary line = jsonLine(at_milliseconds, "expectation");
     line.set("met", verdict.met);

@@ -20,8 +20,8 @@ class Timeline : public Observer {
 
   void begin(const Scenario& scenario);
   void happened(const Happening& happening) override;
-  /// An expectation was looked at.
-  void judged(int64_t at_milliseconds, const Expectation& expectation, const Verdict& verdict);
+  /// An expectation was compared with what happened.
+  void assessed(int64_t at_milliseconds, const Expectation& expectation, const Verdict& verdict);
   /// The scenario is over: `met` expectations were met; `missed` says whether one was not.
   void end(size_t met, bool missed);
 

@@ -156,7 +156,7 @@ YamlNode readYaml(std::string_view text) {
   } catch (const YAML::Exception& error) {
     // The end of the file has no mark.
     const Place place = error.mark.is_null() ? Place() : placeOf(error.mark);
-    throw Mistake(std::max(place, builder.lastPlace()), "this is no YAML: " + error.msg);
+    throw Mistake(std::max(place, builder.lastPlace()), "this is not YAML: " + error.msg);
   }
   if (!builder.sawDocument())
     throw Mistake({}, "the file is empty; expected a scenario");

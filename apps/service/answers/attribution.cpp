@@ -12,7 +12,8 @@ void Attribution::choose(std::string_view text) {
   }
   Json members = parseJson(text, kWhere);
   if (!members.is_object()) {
-    throw Refusal(400, "the JSON is no object", kWhere, "send an object such as {\"deeplink\":\"myapp://offer/7\"}");
+    throw Refusal(400, "the JSON is not an object", kWhere,
+                  "send an object such as {\"deeplink\":\"myapp://offer/7\"}");
   }
   chosen_ = std::move(members);
 }

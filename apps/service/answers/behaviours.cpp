@@ -55,7 +55,7 @@ Refusal badBehaviour(std::string_view name, const std::string& problem, const st
 std::string readText(const Json& value, std::string_view name, const std::string& fix) {
   const auto found = value.find(name);
   if (found == value.end() || !found->is_string()) {
-    throw badBehaviour(name, found == value.end() ? "is missing" : "is no text", fix);
+    throw badBehaviour(name, found == value.end() ? "is missing" : "is not a string", fix);
   }
   return found->get<std::string>();
 }
@@ -64,7 +64,7 @@ int readInteger(const Json& value, std::string_view name, int least, int most) {
   const Json& found = value.at(std::string(name));
   const bool fits = found.is_number_integer() && found >= least && found <= most;
   if (!fits) {
-    throw badBehaviour(name, "is no whole number from " + std::to_string(least) + " to " + std::to_string(most),
+    throw badBehaviour(name, "is not a whole number from " + std::to_string(least) + " to " + std::to_string(most),
                        "give a number in that range");
   }
   return found.get<int>();
@@ -78,7 +78,7 @@ const KindRow& kindNamed(const std::string& name) {
   const auto row = std::find_if(kBehaviourKinds.begin(), kBehaviourKinds.end(),
                                 [&](const KindRow& each) { return each.name == name; });
   if (row == kBehaviourKinds.end())
-    throw badBehaviour("kind", "is no kind that exists", kindFix());
+    throw badBehaviour("kind", "is not a known kind", kindFix());
   return *row;
 }
 
@@ -88,7 +88,7 @@ std::string endpointFix(const std::vector<std::string>& endpoints) {
 
 void requireEndpointName(const std::string& name, const std::vector<std::string>& endpoints) {
   if (std::find(endpoints.begin(), endpoints.end(), name) == endpoints.end())
-    throw badBehaviour("endpoint", "is no endpoint that exists", endpointFix(endpoints));
+    throw badBehaviour("endpoint", "is not a known endpoint", endpointFix(endpoints));
 }
 
 std::string readEndpoint(const Json& value, const std::vector<std::string>& endpoints) {
@@ -158,7 +158,7 @@ std::string hugeBody() {
 
 Behaviour parseBehaviour(const Json& value, const std::vector<std::string>& endpoints) {
   if (!value.is_object()) {
-    throw Refusal(400, "the JSON is no object", kWhereBehaviour,
+    throw Refusal(400, "the JSON is not an object", kWhereBehaviour,
                   "send an object such as {\"endpoint\":\"tracking\",\"count\":3,\"kind\":\"status\",\"status\":500}");
   }
   Behaviour behaviour;

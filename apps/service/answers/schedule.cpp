@@ -28,7 +28,7 @@ std::string sha256(std::string_view bytes) {
 Json parseSchedule(std::string_view text) {
   Json members = parseJson(text, kWhereSchedule);
   if (!members.is_object())
-    throw Refusal(400, "the JSON is no object", kWhereSchedule, "write one JSON object into the file");
+    throw Refusal(400, "the JSON is not an object", kWhereSchedule, "write one JSON object into the file");
   return members;
 }
 

@@ -28,7 +28,7 @@ std::string decodeHexadecimal(std::string_view text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     const int digit = hexadecimalDigit(text[i]);
     if (digit < 0 || (text[i] >= 'A' && text[i] <= 'F'))
-      throw badHexadecimal("character " + std::to_string(i) + " is no lower-case digit");
+      throw badHexadecimal("character " + std::to_string(i) + " is not a lower-case digit");
     if (high < 0) {
       high = digit;
     } else {

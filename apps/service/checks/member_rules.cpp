@@ -35,21 +35,21 @@ bool isOfType(const Json& value, MemberType type) {
 const char* notOfType(MemberType type) {
   switch (type) {
     case MemberType::kString:
-      return "is no string";
+      return "is not a string";
     case MemberType::kInteger:
-      return "is no 64-bit integer";
+      return "is not a 64-bit integer";
     case MemberType::kNumber:
-      return "is no number";
+      return "is not a number";
     case MemberType::kNumberOrString:
-      return "is no number and no string";
+      return "is neither a number nor a string";
     case MemberType::kBoolean:
-      return "is no boolean";
+      return "is not a boolean";
     case MemberType::kArray:
-      return "is no array";
+      return "is not an array";
     case MemberType::kObject:
       break;
   }
-  return "is no object";
+  return "is not an object";
 }
 
 }  // namespace

@@ -68,22 +68,22 @@ std::string explain(const ExpressionNode& node, bool negated, const FieldReader&
   return (text.empty() ? "" : text + "; ") + "wanted " + (negated ? "not " : "") + node.text;
 }
 
-Verdict judgeNode(const ExpressionNode& node, bool negated, const FieldReader& read);
+Verdict evaluateNode(const ExpressionNode& node, bool negated, const FieldReader& read);
 
-Verdict judgeAll(const ExpressionNode& node, bool negated, const FieldReader& read) {
+Verdict evaluateAll(const ExpressionNode& node, bool negated, const FieldReader& read) {
   Verdict all;
   for (const NodePointer& part : node.parts) {
-    Verdict verdict = judgeNode(*part, negated, read);
+    Verdict verdict = evaluateNode(*part, negated, read);
     all.misses += verdict.misses;
     std::move(verdict.why.begin(), verdict.why.end(), std::back_inserter(all.why));
   }
   return all;
 }
 
-Verdict judgeBest(const ExpressionNode& node, bool negated, const FieldReader& read) {
-  Verdict best = judgeNode(*node.parts.front(), negated, read);
+Verdict evaluateBest(const ExpressionNode& node, bool negated, const FieldReader& read) {
+  Verdict best = evaluateNode(*node.parts.front(), negated, read);
   for (std::size_t i = 1; i < node.parts.size() && best.misses > 0; ++i) {
-    Verdict verdict = judgeNode(*node.parts[i], negated, read);
+    Verdict verdict = evaluateNode(*node.parts[i], negated, read);
     if (verdict.misses < best.misses)
       best = std::move(verdict);
   }
@@ -91,14 +91,14 @@ Verdict judgeBest(const ExpressionNode& node, bool negated, const FieldReader& r
 }
 
 // "not (a and b)" misses what "not a or not b" misses.
-Verdict judgeNode(const ExpressionNode& node, bool negated, const FieldReader& read) {
+Verdict evaluateNode(const ExpressionNode& node, bool negated, const FieldReader& read) {
   switch (node.kind) {
     case Kind::kNot:
-      return judgeNode(*node.parts.front(), !negated, read);
+      return evaluateNode(*node.parts.front(), !negated, read);
     case Kind::kAnd:
-      return negated ? judgeBest(node, negated, read) : judgeAll(node, negated, read);
+      return negated ? evaluateBest(node, negated, read) : evaluateAll(node, negated, read);
     case Kind::kOr:
-      return negated ? judgeAll(node, negated, read) : judgeBest(node, negated, read);
+      return negated ? evaluateAll(node, negated, read) : evaluateBest(node, negated, read);
     case Kind::kComparison:
       break;
   }
@@ -124,7 +124,7 @@ Expression Expression::parse(std::string_view text, const std::vector<std::strin
 }
 
 Verdict Expression::evaluate(const FieldReader& read) const {
-  return judgeNode(*root_, false, read);
+  return evaluateNode(*root_, false, read);
 }
 
 bool Expression::names(const std::vector<std::string_view>& first_words) const {

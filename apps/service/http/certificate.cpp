@@ -202,7 +202,7 @@ bool hasTheNames(X509* server) {
 // What is wrong with an existing authority; "" for nothing.
 std::string problemOf(X509* authority) {
   if (X509_check_ca(authority) != 1)
-    return "is no certificate of an authority";
+    return "is not the certificate of an authority";
   return isGoodForLonger(authority) ? "" : "is not valid, or not for another day";
 }
 
@@ -245,7 +245,7 @@ CertificateFiles makeCertificates(const std::string& folder) {
   if (is_kept && serves(server, authority.certificate.get()))
     return files;
   if (is_kept && !fits(authority))
-    files.why_replaced = "has no key beside it that fits, " + authority_key + ", to sign a new server certificate";
+    files.why_replaced = "has no matching key, " + authority_key + ", to sign a new server certificate";
   if (!is_kept || !fits(authority)) {
     authority = makeAuthorityIdentity();
     write(authority, files.authority, authority_key);

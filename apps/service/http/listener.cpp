@@ -47,7 +47,8 @@ SocketAddress parseAddress(const std::string& text, std::uint16_t port) {
     six.sin6_port = htons(port);
     return wrap(six);
   }
-  throw SetupError("--bind " + text + " is no numeric address; give 127.0.0.1, ::1 or another address of this machine");
+  throw SetupError("--bind " + text +
+                   " is not a numeric address; give 127.0.0.1, ::1 or another address of this machine");
 }
 
 std::uint16_t portOf(const SocketAddress& address) {

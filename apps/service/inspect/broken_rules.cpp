@@ -42,7 +42,7 @@ bool isTimeOrderedUuid(std::string_view text) {
 void checkCreationTime(const Json& entry, const Place& place, std::string& previous, Rules& rules) {
   const std::string time = memberText(entry, "created_at");
   if (!parseCompactTime(time)) {
-    rules.add("the time \"" + time.substr(0, 40) + "\" is no yyyyMMddHHmmss", place.path("created_at"),
+    rules.add("the time \"" + time.substr(0, 40) + "\" is not of the form yyyyMMddHHmmss", place.path("created_at"),
               "write 14 digits, at UTC+9");
     return;
   }
@@ -58,7 +58,7 @@ void checkEventId(const Json& entry, const Place& place, std::unordered_set<std:
     return;
   }
   if (!isTimeOrderedUuid(id))
-    rules.add("\"" + id.substr(0, 40) + "\" is no lower-case UUID of version 7", place.path("event_id"),
+    rules.add("\"" + id.substr(0, 40) + "\" is not a lower-case UUID of version 7", place.path("event_id"),
               "send 36 characters such as 018f3c1e-7b2a-7cde-8f01-23456789abcd");
   if (!ids.insert(id).second)
     rules.add("the same event stands twice in one batch", place.path("event_id"), "send each event once");

@@ -15,7 +15,7 @@ std::int64_t readNumber(const std::string& text, std::string_view name) {
   const char* end = text.data() + text.size();
   const auto [stopped, error] = std::from_chars(text.data(), end, number);
   if (error != std::errc() || stopped != end || number < 0) {
-    throw Refusal(400, "\"" + std::string(name) + "\" is no whole number from 0 on", kWhereQuery,
+    throw Refusal(400, "\"" + std::string(name) + "\" is not a whole number of 0 or more", kWhereQuery,
                   "write " + std::string(name) + "=10");
   }
   return number;

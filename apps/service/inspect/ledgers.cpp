@@ -34,7 +34,7 @@ void requireWordsAndCounts(const Json& object, const Place& place) {
     if (value.is_string() && value.get_ref<const std::string&>().empty())
       throw badMember("is empty", place.path(name));
     if (value.is_number_integer() && (value < 0 || value > kMaxLedgerCount))
-      throw badMember("is no number from 0 to " + std::to_string(kMaxLedgerCount), place.path(name));
+      throw badMember("is not a number from 0 to " + std::to_string(kMaxLedgerCount), place.path(name));
   }
 }
 
@@ -47,7 +47,7 @@ std::int64_t givenUpOf(const Json& ledger, const Json& kind) {
 
 void requireLedger(const Json& ledger) {
   if (!ledger.is_object())
-    throw Refusal(400, "the JSON is no object", kWhereLedger, "send the ledger of one device");
+    throw Refusal(400, "the JSON is not an object", kWhereLedger, "send the ledger of one device");
   const Place top;
   requireExactly(ledger, kLedger, top);
   requireWordsAndCounts(ledger, top);
@@ -64,7 +64,7 @@ void requireLedger(const Json& ledger) {
     requireExactly(each, kGivenUp, place);
     requireWordsAndCounts(each, place);
     if (kinds.count(each.at("kind").get<std::string>()) == 0)
-      throw badMember("is no kind of the accounts", place.path("kind"));
+      throw badMember("is not the kind of any account", place.path("kind"));
   });
   requireEntries(ledger.at("accounts"), top.member("accounts"), [&](const Json& account, const Place& place) {
     if (number(account, "given_up") != givenUpOf(ledger, account.at("kind")))

@@ -64,9 +64,10 @@ TEST(AdAnswers, JsonIsTheOuterDictionaryWhole) {
 
 TEST(AdAnswers, DetailsThatAreNoJsonObjectAreAMistake) {
   AdClient client;
-  EXPECT_THAT(chooseSearchAds("[1]", client).value_or(""), StartsWith("the details are no JSON object; write absent,"));
-  EXPECT_THAT(chooseSearchAds("nothing", client).value_or(""), StartsWith("the details are no JSON ("));
-  EXPECT_THAT(chooseSearchAds("error:", client).value_or(""), StartsWith("the details are no JSON ("));
+  EXPECT_THAT(chooseSearchAds("[1]", client).value_or(""),
+              StartsWith("the details are not a JSON object; write absent,"));
+  EXPECT_THAT(chooseSearchAds("nothing", client).value_or(""), StartsWith("the details are not JSON ("));
+  EXPECT_THAT(chooseSearchAds("error:", client).value_or(""), StartsWith("the details are not JSON ("));
 }
 
 TEST(AdAnswers, NoIadOffersNeitherCall) {

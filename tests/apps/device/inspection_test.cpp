@@ -137,7 +137,7 @@ class InspectionOfAFolder : public ::testing::Test {
   morvik::testing::RecordingLog log_;
 };
 
-TEST_F(InspectionOfAFolder, ReadsTheStoreAndWhatLiesBesideIt) {
+TEST_F(InspectionOfAFolder, ReadsTheStoreAndTheFilesNextToIt) {
   keep("fendoUserInfo_fendoUserNo", 1001);
   writeBytes(folder_ / "crash-reports", "\n{\"exception_reason\":\"fendo broke\"}\n\nno report\n");
   auto record_file = host::prepareCrashRecord(host::crashRecordPath(folder_.path()), {});
@@ -177,7 +177,7 @@ TEST_F(InspectionOfAFolder, SaysInOneLineWhyThereIsNothingToRead) {
   EXPECT_EQ(inspect(folder_ / "missing", 10, unused),
             "there is no folder " + (folder_ / "missing") + "; name the folder that the app has as its store");
   EXPECT_EQ(inspect(folder_ / "morvik.store", 10, unused),
-            (folder_ / "morvik.store") + " is no folder; name the folder in which the store lies");
+            (folder_ / "morvik.store") + " is not a folder; name the folder in which the store lies");
 }
 
 TEST_F(InspectionOfAFolder, ShowsNothingOfANewerStore) {

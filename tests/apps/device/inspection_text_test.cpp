@@ -75,7 +75,7 @@ Demographics
   gender to be sent  1 (female)
 
 Campaign schedule
-  never in the store: it is fetched anew by each process
+  never in the store: each process fetches it again
 
 Consent
   forgotten, or to be  yes

@@ -29,7 +29,7 @@ TEST(LineSource, SkipsBlankLinesAndCommentsAndCountsThem) {
   std::istringstream stream("# a life\n\n  \nactive\n\nsleep\n");
   const CommandSource source = commandsOf(stream, "life.txt");
   EXPECT_EQ(describe(source()), "active");
-  EXPECT_THAT(describe(source()), HasSubstr("life.txt, line 6: \"sleep\" is no verb"));
+  EXPECT_THAT(describe(source()), HasSubstr("life.txt, line 6: \"sleep\" is not a verb"));
 }
 
 TEST(LineSource, TakesALastLineWithoutLineFeedAndLinesOfOtherSystems) {

@@ -182,7 +182,7 @@ TEST(Options, AdvertisingAnswersAreReadHere) {
       optionsOf(complete({"--search-ads", "absent", "--iad", "determine:no"})).start.ad_client;
   EXPECT_FALSE(client.requestAttributionDetails);
   EXPECT_TRUE(client.determineAppInstallationAttribution);
-  EXPECT_THAT(mistakeIn(complete({"--search-ads", "?"})), HasSubstr("--search-ads: the details are no JSON ("));
+  EXPECT_THAT(mistakeIn(complete({"--search-ads", "?"})), HasSubstr("--search-ads: the details are not JSON ("));
   EXPECT_THAT(mistakeIn(complete({"--iad", "?"})), HasSubstr("--iad: \"?\" is not understood; write none,"));
 }
 

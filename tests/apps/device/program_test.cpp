@@ -135,14 +135,14 @@ TEST_F(Program, RefusesAVerbAndGoesOn) {
   EXPECT_THAT(output_[0], StartsWith(R"({"verb":"impression","ok":false,"error":"an impression record is a JSON)"));
   EXPECT_EQ(
       output_[1],
-      R"({"verb":"store","ok":false,"error":"\"nothing\" is no stored property; \"store\" alone shows them all"})");
+      R"({"verb":"store","ok":false,"error":"\"nothing\" is not a stored property; \"store\" alone shows them all"})");
   EXPECT_EQ(output_[2], R"({"verb":"push","ok":true})");
 }
 
 TEST_F(Program, EndsAtABadLineOfItsInput) {
   EXPECT_EQ(run("push\njump\npush\n"), 2);
   EXPECT_THAT(output_, ElementsAre(R"({"verb":"push","ok":true})"));
-  EXPECT_THAT(errors_, StartsWith("morvik-device: standard input, line 2: \"jump\" is no verb; use one of: "));
+  EXPECT_THAT(errors_, StartsWith("morvik-device: standard input, line 2: \"jump\" is not a verb; use one of: "));
 }
 
 TEST_F(Program, ChecksAScriptBeforeItTouchesTheStore) {
@@ -150,7 +150,7 @@ TEST_F(Program, ChecksAScriptBeforeItTouchesTheStore) {
   std::ofstream(script) << "push\njump\n";
   EXPECT_EQ(run("", {"--script", script}), 2);
   EXPECT_THAT(output_, IsEmpty());
-  EXPECT_THAT(errors_, HasSubstr("script, line 2: \"jump\" is no verb"));
+  EXPECT_THAT(errors_, HasSubstr("script, line 2: \"jump\" is not a verb"));
   EXPECT_FALSE(std::filesystem::exists(folder_ / "store"));
   std::ofstream(script) << "push\n";
   EXPECT_EQ(run("jump\n", {"--script", script}), 0);

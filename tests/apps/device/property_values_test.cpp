@@ -62,7 +62,8 @@ TEST(PropertyValues, WhatDoesNotFitIsNamedWithTheWayToMendIt) {
 }
 
 TEST(PropertyValues, AnUnknownPropertyIsRefused) {
-  EXPECT_EQ(mistakeOf("referralKey", 7), "\"referralKey\" is no stored property; \"store\" shows those that are set");
+  EXPECT_EQ(mistakeOf("referralKey", 7),
+            "\"referralKey\" is not a stored property; \"store\" shows those that are set");
 }
 
 }  // namespace

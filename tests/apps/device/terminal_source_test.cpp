@@ -44,7 +44,7 @@ TEST(TerminalSource, AsksForNothingWhereNobodyWouldSeeIt) {
 TEST(TerminalSource, TellsAMistakeAndGoesOn) {
   Typed typed("evnt shop look\nevent shop\n\n# nothing\npush\n", false);
   EXPECT_EQ(typed.next(), "push");
-  EXPECT_THAT(typed.people.str(), StartsWith("morvik-device: \"evnt\" is no verb; use one of: active, "));
+  EXPECT_THAT(typed.people.str(), StartsWith("morvik-device: \"evnt\" is not a verb; use one of: active, "));
   EXPECT_THAT(typed.people.str(),
               HasSubstr("\nmorvik-device: event: an argument is missing; write: event GROUP NAME [PARAM]\n"));
 }
@@ -66,7 +66,7 @@ TEST(TerminalSource, HelpsWithAllVerbsOrOne) {
   EXPECT_THAT(
       one.people.str(),
       StartsWith(
-          "  event GROUP NAME [PARAM]  records an activity; a PARAM from '{' on is the rest of the line\n\"evnt\" is no verb; "));
+          "  event GROUP NAME [PARAM]  records an activity; a PARAM from '{' on is the rest of the line\n\"evnt\" is not a verb; "));
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ TEST(Verbs, BlanksAroundTheLineDoNotMatter) {
 TEST(Verbs, AnUnknownVerbNamesThoseThatExist) {
   EXPECT_EQ(
       mistakeIn("evnt a b"),
-      "\"evnt\" is no verb; use one of: active, background, event, impression, open-url, store-url, facebook-url, "
+      "\"evnt\" is not a verb; use one of: active, background, event, impression, open-url, store-url, facebook-url, "
       "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, is-forgotten, offline, online, set, "
       "push, flush, wait-delivered, sending, wait, clock, settle, store, status, ledger, crash, crash-signal, kill, erase, quit");
 }
@@ -66,7 +66,7 @@ TEST(Verbs, AFlushTakesATimeOrTheUsualOne) {
   EXPECT_EQ(commandIn("flush 2.5").arguments.seconds, 2.5);
   EXPECT_EQ(commandIn("wait-delivered 2.5").arguments.seconds, 2.5);
   EXPECT_EQ(commandIn("wait-delivered").arguments.seconds, std::nullopt);
-  EXPECT_EQ(mistakeIn("flush soon"), "flush: \"soon\" is no number of seconds; write: flush [SECONDS]");
+  EXPECT_EQ(mistakeIn("flush soon"), "flush: \"soon\" is not a number of seconds; write: flush [SECONDS]");
 }
 
 TEST(Verbs, AVerbThatTakesNoArgumentsRefusesThem) {
@@ -99,7 +99,7 @@ TEST(Verbs, AnImpressionTakesTheRestOfTheLineAsJson) {
   EXPECT_EQ(commandIn(R"(impression {"spaceKey": "a b", "campaignKey": 7} )").arguments.json,
             kit::Value(kit::Dictionary{{"spaceKey", "a b"}, {"campaignKey", 7}}));
   EXPECT_EQ(mistakeIn("impression"), "impression: the JSON is missing; write: impression JSON");
-  EXPECT_THAT(mistakeIn("impression {"), StartsWith("impression: the rest of the line is no JSON ("));
+  EXPECT_THAT(mistakeIn("impression {"), StartsWith("impression: the rest of the line is not JSON ("));
   EXPECT_THAT(mistakeIn("impression {} {}"), EndsWith("; write: impression JSON"));
 }
 
@@ -107,9 +107,9 @@ TEST(Verbs, WaitTakesSecondsWithFractions) {
   EXPECT_EQ(commandIn("wait 0.25").arguments.seconds, 0.25);
   EXPECT_EQ(commandIn("wait 86400").arguments.seconds, 86400.0);
   EXPECT_EQ(mistakeIn("wait"), "wait: the seconds are missing; write: wait SECONDS");
-  EXPECT_EQ(mistakeIn("wait soon"), "wait: \"soon\" is no number of seconds; write: wait SECONDS");
-  EXPECT_EQ(mistakeIn("wait 1 2"), "wait: \"1 2\" is no number of seconds; write: wait SECONDS");
-  EXPECT_EQ(mistakeIn("wait nan"), "wait: \"nan\" is no number of seconds; write: wait SECONDS");
+  EXPECT_EQ(mistakeIn("wait soon"), "wait: \"soon\" is not a number of seconds; write: wait SECONDS");
+  EXPECT_EQ(mistakeIn("wait 1 2"), "wait: \"1 2\" is not a number of seconds; write: wait SECONDS");
+  EXPECT_EQ(mistakeIn("wait nan"), "wait: \"nan\" is not a number of seconds; write: wait SECONDS");
 }
 
 TEST(Verbs, WaitIsBoundedByADay) {
@@ -127,13 +127,13 @@ TEST(Verbs, TheClockMovesBothWaysAndIsBounded) {
 TEST(Verbs, SettleMayBeGivenALimit) {
   EXPECT_EQ(commandIn("settle").arguments.seconds, std::nullopt);
   EXPECT_EQ(commandIn("settle 2.5").arguments.seconds, 2.5);
-  EXPECT_EQ(mistakeIn("settle 1h"), "settle: \"1h\" is no number of seconds; write: settle [SECONDS]");
+  EXPECT_EQ(mistakeIn("settle 1h"), "settle: \"1h\" is not a number of seconds; write: settle [SECONDS]");
 }
 
 TEST(Verbs, AnOrderlyEndMayBeGivenTimeToDeliver) {
   EXPECT_EQ(commandIn("quit").arguments.seconds, std::nullopt);
   EXPECT_EQ(commandIn("quit 2.5").arguments.seconds, 2.5);
-  EXPECT_EQ(mistakeIn("quit soon"), "quit: \"soon\" is no number of seconds; write: quit [SECONDS]");
+  EXPECT_EQ(mistakeIn("quit soon"), "quit: \"soon\" is not a number of seconds; write: quit [SECONDS]");
 }
 
 TEST(Verbs, StoreTakesAnyNumberOfNames) {
@@ -164,8 +164,8 @@ TEST(Verbs, WhatIsToldOfTheUserIsANumberOrAText) {
   EXPECT_EQ(commandIn("gender -1").arguments.number, -1);
   EXPECT_THAT(commandIn("user-id \"a b\"").arguments.words, ElementsAre("a b"));
   EXPECT_EQ(mistakeIn("age"), "age: the number is missing; write: age N");
-  EXPECT_EQ(mistakeIn("age 2.5"), "age: \"2.5\" is no whole number of 32 bits; write: age N");
-  EXPECT_EQ(mistakeIn("gender 4294967296"), "gender: \"4294967296\" is no whole number of 32 bits; write: gender N");
+  EXPECT_EQ(mistakeIn("age 2.5"), "age: \"2.5\" is not a 32-bit whole number; write: age N");
+  EXPECT_EQ(mistakeIn("gender 4294967296"), "gender: \"4294967296\" is not a 32-bit whole number; write: gender N");
 }
 
 TEST(Verbs, TheWishToBeForgottenIsTrueOrFalse) {

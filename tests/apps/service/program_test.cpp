@@ -199,7 +199,7 @@ TEST_F(ProgramTest, WhatCannotBeUsedIsSaidInOneLine) {
        "morvik-service: --bind 0.0.0.0 can be reached from other machines; add --allow-remote if that is meant, or "
        "bind 127.0.0.1\n"},
       {{"--bind", "here"},
-       "morvik-service: --bind here is no numeric address; give 127.0.0.1, ::1 or another address of this machine\n"},
+       "morvik-service: --bind here is not a numeric address; give 127.0.0.1, ::1 or another address of this machine\n"},
       {{"--attribution", "{"},
        "morvik-service: --attribution: not JSON: byte 2 cannot be read; send one JSON document in UTF-8\n"},
       {{"--attribution", "/nowhere/at/all"},

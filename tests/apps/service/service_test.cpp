@@ -181,7 +181,7 @@ TEST_F(ServiceTest, AReEngagementThatDoesNotFitIsRefused) {
   EXPECT_EQ(403, handle(post(kReEngagement, envelopeBody(reEngagementPayload(7), kKeys.tracking_key))).status);
   Json payload = reEngagementPayload(77);
   payload["deeplink_info"]["conversion_key"] = "77";
-  EXPECT_EQ("deeplink_info.conversion_key is no 64-bit integer",
+  EXPECT_EQ("deeplink_info.conversion_key is not a 64-bit integer",
             answer(postConversion(payload, kReEngagement))["error"]);
   EXPECT_EQ(payload, lastRequest()["payload"]);
   EXPECT_EQ(false, lastRequest()["counted"]);
@@ -217,12 +217,12 @@ TEST_F(ServiceTest, ABadCommerceClickIsToldInTheAnswerAndNoneOfTheListCounts) {
   clicks[1]["mtime"] = "now";
   const HttpReply reply = handle(postCommerce(clicks));
   EXPECT_EQ(200, reply.status);
-  EXPECT_EQ(R"({"errMsg":"[1].mtime is no number"})", reply.body);
+  EXPECT_EQ(R"({"errMsg":"[1].mtime is not a number"})", reply.body);
   const Json stored = lastRequest();
   EXPECT_EQ(clicks, stored["payload"]);
-  EXPECT_EQ("[1].mtime is no number", stored["refusal"]["error"]);
+  EXPECT_EQ("[1].mtime is not a number", stored["refusal"]["error"]);
   EXPECT_EQ(false, stored["counted"]);
-  EXPECT_NE(std::string::npos, lines_.back().find(" -> 200; refused: [1].mtime is no number")) << lines_.back();
+  EXPECT_NE(std::string::npos, lines_.back().find(" -> 200; refused: [1].mtime is not a number")) << lines_.back();
 }
 
 TEST_F(ServiceTest, ACommerceBodyThatIsNoListIsRefused) {
@@ -350,7 +350,7 @@ TEST_F(ServiceTest, AnErasureRequestThatDoesNotFitIsRefused) {
   EXPECT_EQ(403, handle(postJson("/v1/erasure", jsonText(request))).status);
   request = erasureRequest();
   request["api_version"] = 1.0;
-  EXPECT_EQ("api_version is no string", answer(postJson("/v1/erasure", jsonText(request)))["error"]);
+  EXPECT_EQ("api_version is not a string", answer(postJson("/v1/erasure", jsonText(request)))["error"]);
   EXPECT_EQ(false, lastRequest()["counted"]);
   EXPECT_EQ(400, handle(postJson("/v1/erasure", "[]")).status);
   EXPECT_EQ(400, handle(postJson("/v1/erasure", "{")).status);

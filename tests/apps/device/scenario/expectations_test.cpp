@@ -14,17 +14,17 @@ using morvik::testing::ServiceEndpoint;
 
 class Expectations : public ::testing::Test {
  protected:
-  Verdict judged(const std::string& yaml) {
+  Verdict assessed(const std::string& yaml) {
     const Evidence evidence{.history = history,
                             .events = [this] { return events; },
                             .event_count = [this] { return events.size() + events_forgotten; },
                             .stored = [this](const std::string&) { return stored; },
                             .ledger = [this] { return ledger; }};
-    return judge(readExpectations(readYaml(yaml)).at(0), evidence);
+    return assess(readExpectations(readYaml(yaml)).at(0), evidence);
   }
   /// "met", or what was expected and what was there.
   std::string outcome(const std::string& yaml) {
-    const Verdict verdict = judged(yaml);
+    const Verdict verdict = assessed(yaml);
     return verdict.met ? "met" : verdict.expected + " | " + verdict.got;
   }
   void request(int64_t at_milliseconds, const char* payload) {
@@ -117,7 +117,7 @@ TEST_F(Expectations, LookIntoTheStore) {
   EXPECT_EQ(outcome("{store: fendoUserInfo_referralKey, is: 8}"),
             "fendoUserInfo_referralKey stored as 8 | it is 7 and not 8");
   EXPECT_EQ(outcome("{store: fendoActivityInfos, count: 0}"),
-            "none elements stored in fendoActivityInfos | it is no list but 7");
+            "none elements stored in fendoActivityInfos | it is not a list but 7");
   stored = Value();
   EXPECT_EQ(outcome("{store: fendoUserInfo_referralKey, is: null}"), "met");
   EXPECT_EQ(outcome("{store: fendoActivityInfos, count: 0}"), "met");
@@ -144,7 +144,7 @@ TEST_F(Expectations, LookAtTheLedgerOfAKind) {
   EXPECT_EQ(outcome("{ledger: impressions, with: {recorded: 3, stored: 1}}"), "met");
   EXPECT_EQ(outcome("{ledger: impressions, with: {delivered: 3}}"),
             "the ledger of impressions with {\"delivered\":3} | it delivered is 2 and not 3");
-  EXPECT_FALSE(judged("{ledger: demographics, with: {recorded: 0}}").met) << "there is none";
+  EXPECT_FALSE(assessed("{ledger: demographics, with: {recorded: 0}}").met) << "there is none";
 }
 
 TEST_F(Expectations, SayWhyALedgerIsNotSound) {

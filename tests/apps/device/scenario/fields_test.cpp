@@ -49,7 +49,7 @@ TEST(Fields, RefuseAKeyThatTheyDoNotKnow) {
   EXPECT_EQ(mistakeOf([&] {
               Fields(node, "a step", {"at", "after"});
             }),
-            "3:1: \"afterwards\" is no key of a step; expected one of: at, after");
+            "3:1: \"afterwards\" is not a key of a step; expected one of: at, after");
   const YamlNode list = readYaml("- 1");
   EXPECT_EQ(mistakeOf([&] {
               Fields(list, "a step", {"at", "after"});
@@ -63,7 +63,7 @@ TEST(Fields, WantExactlyOneOfSeveral) {
   EXPECT_EQ(mistakeOf([&] {
               static_cast<void>(Fields(both, "it", keys).exactlyOne({"a", "b"}));
             }),
-            "2:1: \"b\" cannot stand beside \"a\" in it; expected only one of: a, b");
+            "2:1: \"b\" cannot be combined with \"a\" in it; expected only one of: a, b");
   EXPECT_EQ(Fields(both, "it", keys).exactlyOne({"b", "c"}), "b");
   EXPECT_EQ(mistakeOf([&] { static_cast<void>(Fields(both, "it", keys).exactlyOne({"c"})); }),
             "1:1: it does not say what it is about; expected c");

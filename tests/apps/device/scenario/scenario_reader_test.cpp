@@ -111,9 +111,10 @@ TEST(ScenarioReader, WantsAStoryWithStepsAndExpectations) {
   EXPECT_EQ(mistakeIn("just a text"),
             "story.yaml:1:1: a scenario is \"just a text\"; expected a map with keys of these: story, start, end, "
             "show-log, device, service, network, steps, expect");
-  EXPECT_EQ(mistakeBeside("stpes: 1\n"),
-            "story.yaml:4:1: \"stpes\" is no key of a scenario; expected one of: story, start, end, show-log, device, "
-            "service, network, steps, expect");
+  EXPECT_EQ(
+      mistakeBeside("stpes: 1\n"),
+      "story.yaml:4:1: \"stpes\" is not a key of a scenario; expected one of: story, start, end, show-log, device, "
+      "service, network, steps, expect");
 }
 
 TEST(ScenarioReader, RefusesABadFrame) {
@@ -126,7 +127,7 @@ TEST(ScenarioReader, RefusesABadFrame) {
             "story.yaml:2:6: end is 5s, before the last step; expected 10s or later");
 }
 
-TEST(ScenarioReader, JudgesTheDeviceAsTheProgramDoes) {
+TEST(ScenarioReader, ChecksTheDeviceAsTheProgramDoes) {
   EXPECT_EQ(
       mistakeBeside("device:\n  idfa: mine\n"),
       "story.yaml:5:9: --idfa: \"mine\" is not a UUID; write one like 6d92078a-8246-4ba4-ae5b-76104861e7dc, or none");
@@ -136,7 +137,7 @@ TEST(ScenarioReader, JudgesTheDeviceAsTheProgramDoes) {
             "story.yaml:5:12: --app-key holds a character that cannot stand in a URL; set it to the key that the "
             "service gave this app, made of letters, digits, '-', '.', '_' and '~'.");
   EXPECT_EQ(mistakeBeside("device:\n  store: there\n"),
-            "story.yaml:5:3: \"store\" is no key of \"device\"; expected one of: app-key, hash-key, tracking-key, "
+            "story.yaml:5:3: \"store\" is not a key of \"device\"; expected one of: app-key, hash-key, tracking-key, "
             "system-version, idfa, puid, orientation, search-ads, no-multitasking, no-sending, iad, module, log-level");
   EXPECT_EQ(mistakeBeside("device:\n  no-multitasking: 1\n"),
             "story.yaml:5:20: no-multitasking is \"1\"; expected true or false");
@@ -154,7 +155,7 @@ TEST(ScenarioReader, TakesSearchAdsAsAMap) {
 TEST(ScenarioReader, RefusesBadSteps) {
   EXPECT_EQ(mistakeInStep("  - at: 10s\n"), "story.yaml:4:5: a step does nothing; expected \"do\", \"expect\" or both");
   EXPECT_EQ(mistakeInStep("  - at: 10s\n    after: 1s\n    do: active\n"),
-            "story.yaml:5:5: \"after\" cannot stand beside \"at\"; expected one of them");
+            "story.yaml:5:5: \"after\" cannot be combined with \"at\"; expected one of them");
   EXPECT_EQ(mistakeInStep("  - at: 10s\n    do: active\n  - at: 9s\n    do: background\n"),
             "story.yaml:6:9: the step is at 9s, before the one above; expected 10s or later");
   EXPECT_EQ(mistakeInStep("  - at: never\n    do: active\n"),
@@ -163,12 +164,12 @@ TEST(ScenarioReader, RefusesBadSteps) {
             "story.yaml:6:12: the step is too late; expected at most 3650d");
   EXPECT_EQ(mistakeInStep("  - do:\n"), "story.yaml:4:5: do is nothing; expected at least one");
   EXPECT_EQ(mistakeInStep("  - do: active\n    when: 10s\n"),
-            "story.yaml:5:5: \"when\" is no key of a step; expected one of: at, after, repeat, every, do, expect");
+            "story.yaml:5:5: \"when\" is not a key of a step; expected one of: at, after, repeat, every, do, expect");
 }
 
 TEST(ScenarioReader, BoundsRepetitions) {
   EXPECT_EQ(mistakeInStep("  - do: active\n    every: 1s\n"),
-            "story.yaml:5:5: \"every\" has no place here; expected \"repeat\" beside it");
+            "story.yaml:5:5: \"every\" has no place here; expected \"repeat\" with it");
   EXPECT_EQ(mistakeInStep("  - do: active\n    repeat: 0\n"),
             "story.yaml:5:13: repeat is \"0\"; expected a whole number from 1 to 100000");
   EXPECT_EQ(mistakeInStep("  - do: active\n    repeat: 3\n    every: 3000d\n"),
@@ -192,18 +193,19 @@ TEST(ScenarioReader, RefusesBadVerbs) {
   EXPECT_EQ(mistakeInStep("  - do:\n      - active\n      - [background]\n"),
             "story.yaml:6:9: a verb is a list; expected a text");
   EXPECT_EQ(mistakeInStep("  - do: \"\"\n"),
-            "story.yaml:4:9: a verb is no line that says something; expected one like \"event shop purchase\"");
+            "story.yaml:4:9: a verb is one line with a command; expected one like \"event shop purchase\"");
   EXPECT_EQ(mistakeInStep("  - do: \"active\\nbackground\"\n"),
-            "story.yaml:4:9: a verb is no line that says something; expected one like \"event shop purchase\"");
+            "story.yaml:4:9: a verb is one line with a command; expected one like \"event shop purchase\"");
   EXPECT_EQ(mistakeInStep("  - do: wait 5\n"),
-            "story.yaml:4:9: \"wait\" is no verb of a scenario; expected a step with a later time");
+            "story.yaml:4:9: \"wait\" is not available in scenarios; expected a step with a later time");
   EXPECT_EQ(mistakeInStep("  - do: store\n"),
-            "story.yaml:4:9: \"store\" is no verb of a scenario; expected \"store\" under \"expect\"");
+            "story.yaml:4:9: \"store\" is not available in scenarios; expected \"store\" under \"expect\"");
   EXPECT_EQ(mistakeInStep("  - do: ledger\n"),
-            "story.yaml:4:9: \"ledger\" is no verb of a scenario; expected \"ledger\" under \"expect\"");
+            "story.yaml:4:9: \"ledger\" is not available in scenarios; expected \"ledger\" under \"expect\"");
   EXPECT_EQ(mistakeInStep("  - do: crash-signal SIGSEGV\n"),
-            "story.yaml:4:9: \"crash-signal\" is no verb of a scenario; expected \"crash TEXT\" or \"kill\"");
-  EXPECT_EQ(mistakeInStep("  - do: activ\n").rfind("story.yaml:4:9: \"activ\" is no verb; use one of: active,", 0), 0u);
+            "story.yaml:4:9: \"crash-signal\" is not available in scenarios; expected \"crash TEXT\" or \"kill\"");
+  EXPECT_EQ(mistakeInStep("  - do: activ\n").rfind("story.yaml:4:9: \"activ\" is not a verb; use one of: active,", 0),
+            0u);
 }
 
 TEST(ScenarioReader, ReadsTheNetwork) {
@@ -293,7 +295,7 @@ TEST(ScenarioReader, RefusesABadService) {
             "story.yaml:4:18: clock is \"now\"; expected a time like 500ms, 10s, 1.5s or 1d 2h, with a sign");
   EXPECT_EQ(mistakeBeside("service: {attribution: 7}\n"), "story.yaml:4:24: attribution is \"7\"; expected a map");
   EXPECT_EQ(mistakeBeside("service:\n  answers:\n    trakcing: {status: 500}\n"),
-            "story.yaml:6:5: \"trakcing\" is no key of \"answers\"; expected one of: conversion, "
+            "story.yaml:6:5: \"trakcing\" is not a key of \"answers\"; expected one of: conversion, "
             "thirdparty-conversion, iad-attribution, tracking, reengagement-conversion, commerce-conversion, "
             "configuration, crash, demographics, schedule, erasure");
 }
@@ -302,9 +304,10 @@ TEST(ScenarioReader, RefusesBadAnswers) {
   EXPECT_EQ(mistakeInRule("{times: 2}\n"),
             "story.yaml:6:15: an answer does not say what it is about; expected one of: usual, json, text, drop, "
             "silence");
-  EXPECT_EQ(mistakeInRule("{json: {}, text: x}\n"),
-            "story.yaml:6:26: \"text\" cannot stand beside \"json\" in an answer; expected only one of: usual, json, "
-            "text, drop, silence");
+  EXPECT_EQ(
+      mistakeInRule("{json: {}, text: x}\n"),
+      "story.yaml:6:26: \"text\" cannot be combined with \"json\" in an answer; expected only one of: usual, json, "
+      "text, drop, silence");
   EXPECT_EQ(mistakeInRule("{status: 600}\n"),
             "story.yaml:6:24: status is \"600\"; expected a whole number from 200 to 599");
   EXPECT_EQ(mistakeInRule("{drop: sometimes}\n"),
@@ -314,12 +317,12 @@ TEST(ScenarioReader, RefusesBadAnswers) {
             "after\"");
   EXPECT_EQ(mistakeInRule("{silence: false}\n"), "story.yaml:6:25: silence is false; expected true, or another answer");
   EXPECT_EQ(mistakeInRule("{silence: true, delay: 1s}\n"),
-            "story.yaml:6:31: \"delay\" has no place here; expected neither beside \"silence\"");
+            "story.yaml:6:31: \"delay\" has no place here; expected neither with \"silence\"");
   EXPECT_EQ(mistakeInRule("{usual: {}, status: 500}\n"),
-            "story.yaml:6:27: \"status\" has no place here; expected \"json\" or \"text\" beside a status");
+            "story.yaml:6:27: \"status\" has no place here; expected \"json\" or \"text\" with a status");
   EXPECT_EQ(mistakeInRule("{usual: 7}\n"), "story.yaml:6:23: usual is \"7\"; expected a map");
   EXPECT_EQ(mistakeInRule("{status: 500, times: 2, always: true}\n"),
-            "story.yaml:6:39: \"always\" cannot stand beside \"times\"; expected one of them");
+            "story.yaml:6:39: \"always\" cannot be combined with \"times\"; expected one of them");
   EXPECT_EQ(mistakeInRule("[{status: 500, always: true}, {status: 501}]\n"),
             "story.yaml:6:45: the answer above is given always, so this one never is; expected it to be the last");
   std::string rules = "[";
@@ -358,31 +361,32 @@ expect:
 
 TEST(ScenarioReader, RefusesBadExpectations) {
   EXPECT_EQ(mistakeInExpectation("  - {request: trakcing}\n"),
-            "story.yaml:4:15: \"trakcing\" is no endpoint; expected one of: conversion, thirdparty-conversion, "
+            "story.yaml:4:15: \"trakcing\" is not an endpoint; expected one of: conversion, thirdparty-conversion, "
             "iad-attribution, tracking, reengagement-conversion, commerce-conversion, configuration, crash, "
             "demographics, schedule, erasure");
   EXPECT_EQ(mistakeInExpectation("  - {delivered: purchase}\n"),
             "story.yaml:4:17: delivered is \"purchase\"; expected group and name of the event, like shop/purchase");
   EXPECT_EQ(mistakeInExpectation("  - {store: referralKey, is: 7}\n"),
-            "story.yaml:4:13: \"referralKey\" is no stored property; expected one of those that the verb \"store\" "
+            "story.yaml:4:13: \"referralKey\" is not a stored property; expected one of those that the verb \"store\" "
             "shows");
   EXPECT_EQ(mistakeInExpectation("  - {store: fendoActivityInfos}\n"),
             "story.yaml:4:5: nothing is said of the property; expected \"is\", \"count\" or \"with\"");
   EXPECT_EQ(mistakeInExpectation("  - {store: fendoActivityInfos, is: [], count: 0}\n"),
             "story.yaml:4:41: \"count\" has no place here; expected \"is\", or \"count\" of a list's elements");
   EXPECT_EQ(mistakeInExpectation("  - {ledger: wishes}\n"),
-            "story.yaml:4:14: \"wishes\" is no kind of the ledger; expected one of: sound, activities, impressions, "
+            "story.yaml:4:14: \"wishes\" is not a kind of record; expected one of: sound, activities, impressions, "
             "re-engagement clicks, commerce clicks, crash reports, demographics");
   EXPECT_EQ(mistakeInExpectation("  - {ledger: activities}\n"),
             "story.yaml:4:5: nothing is said of the kind; expected \"with\"");
   EXPECT_EQ(mistakeInExpectation("  - {ledger: sound, with: {recorded: 1}}\n"),
-            "story.yaml:4:21: \"with\" has no place here; expected the name of a kind beside it; a ledger is sound or "
+            "story.yaml:4:21: \"with\" has no place here; expected the name of a kind with it; a ledger is sound or "
             "not");
   EXPECT_EQ(mistakeInExpectation("  - {log: x, with: y}\n"),
-            "story.yaml:4:14: \"with\" has no place here; expected beside \"log\" only one of: count, when");
-  EXPECT_EQ(mistakeInExpectation("  - {log: x, request: crash}\n"),
-            "story.yaml:4:6: \"log\" cannot stand beside \"request\" in an expectation; expected only one of: request, "
-            "delivered, callback, log, log-exactly, store, ledger");
+            "story.yaml:4:14: \"with\" has no place here; expected with \"log\" only one of: count, when");
+  EXPECT_EQ(
+      mistakeInExpectation("  - {log: x, request: crash}\n"),
+      "story.yaml:4:6: \"log\" cannot be combined with \"request\" in an expectation; expected only one of: request, "
+      "delivered, callback, log, log-exactly, store, ledger");
   EXPECT_EQ(mistakeInExpectation("  - {log: \"\"}\n"), "story.yaml:4:11: the text is empty; expected what it is about");
   for (const char* count : {"many", "-1", "5..2", "..", "1..2..3", "99999999999999999999"}) {
     EXPECT_EQ(mistakeInExpectation("  - {log: x, count: " + std::string(count) + "}\n"),

@@ -157,12 +157,12 @@ TEST_F(Simulate, SpeaksJsonToMachines) {
 TEST_F(Simulate, PlaysNothingOfAFileWithAMistake) {
   EXPECT_EQ(play("story: s\nsteps:\n  - do: active\n  - do: activ\nexpect: {delivered: a/b}\n"), kExitUsage);
   EXPECT_THAT(output_, IsEmpty());
-  EXPECT_THAT(errors_, StartsWith(file_ + ":4:9: \"activ\" is no verb; use one of: active, "));
+  EXPECT_THAT(errors_, StartsWith(file_ + ":4:9: \"activ\" is not a verb; use one of: active, "));
 }
 
 TEST_F(Simulate, LetsNoMistakeSpeakToTheTerminal) {
   EXPECT_EQ(play("story: s\nsteps: [{do: \"\\e[2Jactive\"}]\nexpect: {delivered: a/b}\n"), kExitUsage);
-  EXPECT_THAT(errors_, StartsWith(file_ + ":2:14: \"\\x1b[2Jactive\" is no verb; "));
+  EXPECT_THAT(errors_, StartsWith(file_ + ":2:14: \"\\x1b[2Jactive\" is not a verb; "));
 }
 
 TEST_F(Simulate, RefusesWhatItCannotRead) {

@@ -31,7 +31,7 @@ TEST(Timeline, ReadsLikeAStory) {
   timeline.happened(happening(0, Happening::Kind::kProcess, "started"));
   timeline.happened(happening(10'500, Happening::Kind::kRequest, "tracking  1 event: shop/purchase"));
   timeline.happened(happening(93'784'005, Happening::Kind::kLog, "one line\nand another", true));
-  timeline.judged(93'784'005, {.place = {12, 5}}, {.met = true, .expected = "exactly 1 delivered a/b", .got = ""});
+  timeline.assessed(93'784'005, {.place = {12, 5}}, {.met = true, .expected = "exactly 1 delivered a/b", .got = ""});
   timeline.end(1, false);
   EXPECT_EQ(output.text(),
             "A story\n"
@@ -49,7 +49,7 @@ TEST(Timeline, ReadsLikeAStory) {
 TEST(Timeline, NamesTheFirstExpectationThatIsNotMet) {
   morvik::test::CapturedFile output;
   Timeline timeline(output.file(), TimelineForm::kPlain, "a.yaml", 7);
-  timeline.judged(1'000, {.place = {12, 5}}, {.met = false, .expected = "what should be", .got = "what is"});
+  timeline.assessed(1'000, {.place = {12, 5}}, {.met = false, .expected = "what should be", .got = "what is"});
   timeline.end(3, true);
   EXPECT_EQ(output.text(),
             "       0:00:01.000  expected  MISSED: what should be\n"
@@ -83,7 +83,7 @@ TEST(Timeline, LetsNoTitleAndNoExpectationSpeakToTheTerminalEither) {
   Scenario scenario = story();
   scenario.story = "A \033[2Jstory\nin two lines";
   timeline.begin(scenario);
-  timeline.judged(1'000, {.place = {12, 5}}, {.met = false, .expected = "x\033[2J\r", .got = "y\033[2J\n"});
+  timeline.assessed(1'000, {.place = {12, 5}}, {.met = false, .expected = "x\033[2J\r", .got = "y\033[2J\n"});
   EXPECT_EQ(output.text().find_first_of("\033\r"), std::string::npos);
   EXPECT_EQ(output.text().find("A \\x1b[2Jstory\\x0ain two lines\na\\x1b.yaml, from "), 0U);
   EXPECT_NE(output.text().find("  expected  x\\x1b[2J\\x0d\n  got       y\\x1b[2J\\x0a\n"), std::string::npos)
@@ -95,8 +95,8 @@ TEST(Timeline, IsJsonForMachines) {
   Timeline timeline(output.file(), TimelineForm::kJson, "a.yaml", 7);
   timeline.begin(story());
   timeline.happened(happening(10'500, Happening::Kind::kSession, "begins"));
-  timeline.judged(11'000, {.place = {12, 5}}, {.met = true, .expected = "x", .got = ""});
-  timeline.judged(12'000, {.place = {13, 5}}, {.met = false, .expected = "x", .got = "y"});
+  timeline.assessed(11'000, {.place = {12, 5}}, {.met = true, .expected = "x", .got = ""});
+  timeline.assessed(12'000, {.place = {13, 5}}, {.met = false, .expected = "x", .got = "y"});
   timeline.end(1, true);
   EXPECT_EQ(output.text(),
             R"({"kind":"story","story":"A story","file":"a.yaml","start":"2024-03-01T00:00:00Z","seed":7})"

@@ -46,8 +46,8 @@ TEST(YamlTree, TakesAKeyWithoutAValueForNull) {
 }
 
 TEST(YamlTree, RefusesWhatIsNoYaml) {
-  EXPECT_EQ(mistakeOf("steps: [a, b"), "1:12: this is no YAML: end of sequence flow not found");
-  EXPECT_EQ(mistakeOf("a: 1\n  b: 2\n"), "2:4: this is no YAML: illegal map value");
+  EXPECT_EQ(mistakeOf("steps: [a, b"), "1:12: this is not YAML: end of sequence flow not found");
+  EXPECT_EQ(mistakeOf("a: 1\n  b: 2\n"), "2:4: this is not YAML: illegal map value");
 }
 
 TEST(YamlTree, RefusesAnEmptyFile) {

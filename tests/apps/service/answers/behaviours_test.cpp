@@ -56,24 +56,24 @@ TEST(Behaviours, ABadOneIsRefusedWithWhatItMayBe) {
   const std::string known = "leave it out; known are endpoint, kind, count, count_events";
   const std::vector<Complaint> complaints = {
       {R"({"kind":"garbage"})", "\"endpoint\" is missing", "give one of: conversion, tracking"},
-      {R"({"endpoint":1})", "\"endpoint\" is no text", "give one of: conversion, tracking"},
-      {R"({"endpoint":"x"})", "\"endpoint\" is no endpoint that exists", "give one of: conversion, tracking"},
-      {R"({"endpoint":"tracking","kind":"x"})", "\"kind\" is no kind that exists",
+      {R"({"endpoint":1})", "\"endpoint\" is not a string", "give one of: conversion, tracking"},
+      {R"({"endpoint":"x"})", "\"endpoint\" is not a known endpoint", "give one of: conversion, tracking"},
+      {R"({"endpoint":"tracking","kind":"x"})", "\"kind\" is not a known kind",
        "give one of: status, delay, close_before, close_after, garbage, truncated_json, not_object, huge_body, json"},
       {R"({"endpoint":"tracking","kind":"status"})", "\"status\" is missing", "a behaviour of kind status needs it"},
-      {R"({"endpoint":"tracking","kind":"status","status":199})", "\"status\" is no whole number from 200 to 599",
+      {R"({"endpoint":"tracking","kind":"status","status":199})", "\"status\" is not a whole number from 200 to 599",
        "give a number in that range"},
-      {R"({"endpoint":"tracking","kind":"status","status":1e3})", "\"status\" is no whole number from 200 to 599",
+      {R"({"endpoint":"tracking","kind":"status","status":1e3})", "\"status\" is not a whole number from 200 to 599",
        "give a number in that range"},
       {R"({"endpoint":"tracking","kind":"delay","milliseconds":600001})",
-       "\"milliseconds\" is no whole number from 0 to 600000", "give a number in that range"},
-      {R"({"endpoint":"tracking","kind":"garbage","count":0})", "\"count\" is no whole number from 1 to 1000000",
+       "\"milliseconds\" is not a whole number from 0 to 600000", "give a number in that range"},
+      {R"({"endpoint":"tracking","kind":"garbage","count":0})", "\"count\" is not a whole number from 1 to 1000000",
        "give a number in that range"},
       {R"({"endpoint":"tracking","kind":"garbage","count":18446744073709551615})",
-       "\"count\" is no whole number from 1 to 1000000", "give a number in that range"},
+       "\"count\" is not a whole number from 1 to 1000000", "give a number in that range"},
       {R"({"endpoint":"tracking","kind":"garbage","count_events":1})", "\"count_events\" is neither true nor false",
        "give true or false"},
-      {R"({"endpoint":"tracking","kind":"garbage","text":1})", "\"text\" is no text", "give a text"},
+      {R"({"endpoint":"tracking","kind":"garbage","text":1})", "\"text\" is not a string", "give a text"},
       {R"({"endpoint":"tracking","kind":"close_after","status":1})",
        "\"status\" does not belong to a behaviour of kind close_after", known},
       {R"({"endpoint":"tracking","kind":"json","json":1,"status":1})",
@@ -85,7 +85,7 @@ TEST(Behaviours, ABadOneIsRefusedWithWhatItMayBe) {
     EXPECT_EQ(complaint.problem, refusal.what()) << complaint.text;
     EXPECT_EQ(complaint.fix, refusal.fix()) << complaint.text;
   }
-  EXPECT_STREQ("the JSON is no object", refusalOf([] { parsed("[]"); }).what());
+  EXPECT_STREQ("the JSON is not an object", refusalOf([] { parsed("[]"); }).what());
 }
 
 TEST(Behaviours, EachKindSpoilsTheAnswerInItsWay) {

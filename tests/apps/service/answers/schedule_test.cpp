@@ -45,7 +45,7 @@ TEST_F(ScheduleTest, AFileIsHandedOutWithTheDigestOfItsBytes) {
   EXPECT_EQ("72a62b62b733416948377757ae62fca5259863fd5d939a3dfceed55c39022356", schedule.current().check_sum);
 }
 
-TEST_F(ScheduleTest, AChangedFileIsReadAnew) {
+TEST_F(ScheduleTest, AChangedFileIsReadAgain) {
   write("{\"a\":1}");
   Schedule schedule(file_);
   const std::string first = schedule.current().check_sum;
@@ -60,7 +60,7 @@ TEST_F(ScheduleTest, AChangedFileIsReadAnew) {
 TEST_F(ScheduleTest, AFileThatCannotBeUsedAtTheStartIsAComplaint) {
   EXPECT_EQ("cannot open " + file_ + ": No such file or directory", setUpError());
   write("[1]");
-  EXPECT_EQ("--schedule: the JSON is no object; write one JSON object into the file", setUpError());
+  EXPECT_EQ("--schedule: the JSON is not an object; write one JSON object into the file", setUpError());
   write("{");
   EXPECT_EQ("--schedule: not JSON: byte 2 cannot be read; send one JSON document in UTF-8", setUpError());
   write(std::string(kMaxInputFileBytes + 1, ' '));

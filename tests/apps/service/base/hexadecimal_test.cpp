@@ -42,9 +42,9 @@ TEST(Hexadecimal, OnlyPairsOfLowerCaseDigitsAreTaken) {
     return refusal.what();
   };
   EXPECT_EQ("bad hexadecimal: the text ends in the middle of a byte", problem("00f"));
-  EXPECT_EQ("bad hexadecimal: character 3 is no lower-case digit", problem("00fF"));
-  EXPECT_EQ("bad hexadecimal: character 0 is no lower-case digit", problem("A0"));
-  EXPECT_EQ("bad hexadecimal: character 2 is no lower-case digit", problem("00 ff"));
+  EXPECT_EQ("bad hexadecimal: character 3 is not a lower-case digit", problem("00fF"));
+  EXPECT_EQ("bad hexadecimal: character 0 is not a lower-case digit", problem("A0"));
+  EXPECT_EQ("bad hexadecimal: character 2 is not a lower-case digit", problem("00 ff"));
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ TEST(ClickRules, AReEngagementIsAboutOneClick) {
   EXPECT_EQ("deeplink_info is missing", problemOf(checkReEngagementPayload, commonParameters()));
   Json payload = commonParameters();
   payload["deeplink_info"] = Json::array();
-  EXPECT_EQ("deeplink_info is no object", problemOf(checkReEngagementPayload, payload));
+  EXPECT_EQ("deeplink_info is not an object", problemOf(checkReEngagementPayload, payload));
 }
 
 TEST(ClickRules, AReEngagementsClickHasExactlyFiveMembersOfTheirTypes) {
@@ -76,7 +76,7 @@ TEST(ClickRules, ADeepLinkHasExactlyThreeMembersOfTheirTypes) {
   Json click = facebookClick();
   click["session_no"] = 1;
   EXPECT_EQ("deeplink_info.session_no does not belong there", problemOf(checkDeepLink, {{"deeplink_info", click}}));
-  EXPECT_EQ("deeplink_info is no object", problemOf(checkDeepLink, {{"deeplink_info", nullptr}}));
+  EXPECT_EQ("deeplink_info is not an object", problemOf(checkDeepLink, {{"deeplink_info", nullptr}}));
 }
 
 TEST(ClickRules, ACommerceClickHasExactlyThreeMembersOfTheirTypes) {
@@ -92,7 +92,7 @@ TEST(ClickRules, ACommerceClickHasExactlyThreeMembersOfTheirTypes) {
   Json clicks = commerceClicks({"one"});
   clicks[0]["more"] = 1;
   EXPECT_EQ("[0].more does not belong there", problemOf(checkCommerceClicks, clicks));
-  EXPECT_EQ("[0] is no object", problemOf(checkCommerceClicks, Json::array({1})));
+  EXPECT_EQ("[0] is not an object", problemOf(checkCommerceClicks, Json::array({1})));
 }
 
 }  // namespace

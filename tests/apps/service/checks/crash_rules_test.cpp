@@ -30,12 +30,13 @@ TEST(CrashRules, AReportHasExactlyItsTwentyMembers) {
     report.erase(name);
     EXPECT_EQ("[1]." + name + " is missing", problemOf({good, report}));
     report[name] = 1;
-    EXPECT_EQ("[1]." + name + (value.is_string() ? " is no string" : " is no object"), problemOf({good, report}));
+    EXPECT_EQ("[1]." + name + (value.is_string() ? " is not a string" : " is not an object"),
+              problemOf({good, report}));
   }
   Json report = good;
   report["password"] = "secret";
   EXPECT_EQ("[0].password does not belong there", problemOf({report}));
-  EXPECT_EQ("[0] is no object", problemOf({"fendo"}));
+  EXPECT_EQ("[0] is not an object", problemOf({"fendo"}));
 }
 
 TEST(CrashRules, TheDeviceHasExactlyItsFiveMembers) {

@@ -52,13 +52,13 @@ TEST(DemographicsRules, APayloadHasBothMembersOrNone) {
 }
 
 TEST(DemographicsRules, AnEntryHasAKnownKeyAndAValueOfItsType) {
-  EXPECT_EQ("user_demo_info[0] is no object", problemOf(withEntries({1})));
+  EXPECT_EQ("user_demo_info[0] is not an object", problemOf(withEntries({1})));
   EXPECT_EQ("user_demo_info[0].demo_key is missing", problemOf(withEntries({Json::object()})));
-  EXPECT_EQ("user_demo_info[0].demo_key is no string", problemOf(withEntries({entry(1, 27)})));
+  EXPECT_EQ("user_demo_info[0].demo_key is not a string", problemOf(withEntries({entry(1, 27)})));
   EXPECT_EQ("user_demo_info[0].demo_key is none of age, gender and userId", problemOf(withEntries({entry("Age", 27)})));
-  EXPECT_EQ("user_demo_info[0].demo_value is no 64-bit integer", problemOf(withEntries({entry("age", "27")})));
-  EXPECT_EQ("user_demo_info[0].demo_value is no 64-bit integer", problemOf(withEntries({entry("gender", true)})));
-  EXPECT_EQ("user_demo_info[0].demo_value is no string", problemOf(withEntries({entry("userId", 7)})));
+  EXPECT_EQ("user_demo_info[0].demo_value is not a 64-bit integer", problemOf(withEntries({entry("age", "27")})));
+  EXPECT_EQ("user_demo_info[0].demo_value is not a 64-bit integer", problemOf(withEntries({entry("gender", true)})));
+  EXPECT_EQ("user_demo_info[0].demo_value is not a string", problemOf(withEntries({entry("userId", 7)})));
   Json more = entry("age", 27);
   more["since"] = 1;
   EXPECT_EQ("user_demo_info[0].since does not belong there", problemOf(withEntries({more})));

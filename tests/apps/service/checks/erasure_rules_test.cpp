@@ -40,7 +40,7 @@ TEST(ErasureRules, WhatADeviceMayNotKnowEndsTheListThatItStandsIn) {
   EXPECT_NO_THROW(checkAppOfErasureRequest(payload, kKeys));
 }
 
-TEST(ErasureRules, EveryOtherMemberIsThereAndNoneBesides) {
+TEST(ErasureRules, EveryOtherMemberIsThereAndNoMore) {
   for (const char* name : {"subject_request_id", "subject_request_type", "api_version", "status_callback_urls",
                            "subject_identities", "extensions"}) {
     EXPECT_EQ(std::string(name) + " is missing", problemOf(without({name})));
@@ -59,22 +59,22 @@ TEST(ErasureRules, EveryMemberHasItsTypeAndItsForm) {
     std::string problem;
   };
   const std::vector<Row> rows = {
-      {"subject_request_id", 1, "is no string"},
+      {"subject_request_id", 1, "is not a string"},
       {"subject_request_id", "3f2504e0-4f89-41d3-9a0c-0305e82c3301",
        "is not of the form XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX"},
       {"subject_request_id", "3F2504E0-4F89-41D3-9A0C-0305E82C330",
        "is not of the form XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX"},
       {"subject_request_type", "portability", "is not \"erasure\""},
-      {"submitted_time", 1709251199999, "is no string"},
+      {"submitted_time", 1709251199999, "is not a string"},
       {"submitted_time", "20240229235959", "is not of the form 0000-00-00T00:00:00Z"},
       {"submitted_time", "2024-02-29T23:59:59.999Z", "is not of the form 0000-00-00T00:00:00Z"},
       {"api_version", "1", "is not \"1.0\""},
-      {"status_callback_urls", Json::array(), "is no string"},
+      {"status_callback_urls", Json::array(), "is not a string"},
       {"status_callback_urls", "x", "is not \"\""},
-      {"subject_identities", Json::object(), "is no array"},
+      {"subject_identities", Json::object(), "is not an array"},
       {"subject_identities", Json::array(), "does not hold exactly one entry"},
       {"subject_identities", Json::array({1, 2}), "does not hold exactly one entry"},
-      {"extensions", "", "is no object"},
+      {"extensions", "", "is not an object"},
   };
   for (const Row& row : rows) {
     Json payload = erasureRequest();
@@ -91,7 +91,7 @@ TEST(ErasureRules, TheIdentityIsAnAdvertisingIdentifier) {
   };
   const Json good = erasureRequest()["subject_identities"][0];
   const std::string place = "subject_identities[0]";
-  EXPECT_EQ(place + " is no object", problemWith(1));
+  EXPECT_EQ(place + " is not an object", problemWith(1));
   Json identity = good;
   identity["identity_type"] = "puid";
   EXPECT_EQ(place + ".identity_type is not \"ios_advertising_id\"", problemWith(identity));
@@ -113,7 +113,7 @@ TEST(ErasureRules, TheExtensionNamesTheAppAndNothingElse) {
   payload["extensions"][kDomain].erase("type");
   EXPECT_EQ("extensions.erasure.morvik.example.type is missing", problemOf(payload));
   payload["extensions"][kDomain] = 1;
-  EXPECT_EQ("extensions.erasure.morvik.example is no object", problemOf(payload));
+  EXPECT_EQ("extensions.erasure.morvik.example is not an object", problemOf(payload));
   payload["extensions"] = Json::object();
   EXPECT_EQ("extensions.erasure.morvik.example is missing", problemOf(payload));
   payload = erasureRequest();

@@ -27,9 +27,9 @@ TEST(MemberRules, APlaceIsWrittenAsAPath) {
 
 TEST(MemberRules, WhatIsWrongIsNamedByItsPath) {
   EXPECT_NO_THROW(requireExactly({{"size", 1}, {"name", "x"}}, kRules, {}));
-  EXPECT_EQ("things[3] is no object", problemWith(1));
+  EXPECT_EQ("things[3] is not an object", problemWith(1));
   EXPECT_EQ("things[3].name is missing", problemWith({{"size", 1}}));
-  EXPECT_EQ("things[3].size is no 64-bit integer", problemWith({{"name", "x"}, {"size", "1"}}));
+  EXPECT_EQ("things[3].size is not a 64-bit integer", problemWith({{"name", "x"}, {"size", "1"}}));
   EXPECT_EQ("things[3].more does not belong there", problemWith({{"name", "x"}, {"size", 1}, {"more", 1}}));
 }
 
@@ -53,13 +53,15 @@ TEST(MemberRules, EachTypeTakesItsOwnValuesAlone) {
     std::string problem;
   };
   const std::vector<Row> rows = {
-      {MemberType::kString, {true, false, false, false, false, false, false}, "v is no string"},
-      {MemberType::kInteger, {false, true, false, false, false, false, false}, "v is no 64-bit integer"},
-      {MemberType::kNumber, {false, true, true, false, false, false, false}, "v is no number"},
-      {MemberType::kNumberOrString, {true, true, true, false, false, false, false}, "v is no number and no string"},
-      {MemberType::kBoolean, {false, false, false, true, false, false, false}, "v is no boolean"},
-      {MemberType::kArray, {false, false, false, false, true, false, false}, "v is no array"},
-      {MemberType::kObject, {false, false, false, false, false, true, false}, "v is no object"},
+      {MemberType::kString, {true, false, false, false, false, false, false}, "v is not a string"},
+      {MemberType::kInteger, {false, true, false, false, false, false, false}, "v is not a 64-bit integer"},
+      {MemberType::kNumber, {false, true, true, false, false, false, false}, "v is not a number"},
+      {MemberType::kNumberOrString,
+       {true, true, true, false, false, false, false},
+       "v is neither a number nor a string"},
+      {MemberType::kBoolean, {false, false, false, true, false, false, false}, "v is not a boolean"},
+      {MemberType::kArray, {false, false, false, false, true, false, false}, "v is not an array"},
+      {MemberType::kObject, {false, false, false, false, false, true, false}, "v is not an object"},
   };
   for (const Row& row : rows) {
     for (std::size_t i = 0; i < values.size(); ++i) {

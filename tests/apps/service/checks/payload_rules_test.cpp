@@ -40,7 +40,7 @@ TEST(PayloadRules, EveryCommonParameterIsAString) {
     payload.erase(name);
     EXPECT_EQ(name + " is missing", problemOf(checkCommonParameters, payload));
     payload[name] = true;
-    EXPECT_EQ(name + " is no string", problemOf(checkCommonParameters, payload));
+    EXPECT_EQ(name + " is not a string", problemOf(checkCommonParameters, payload));
   }
 }
 
@@ -56,9 +56,9 @@ TEST(PayloadRules, AConversionHasExactlyOneActivityOfSixStrings) {
   payload["activity_info"].push_back(good["activity_info"][0]);
   EXPECT_EQ("activity_info does not hold exactly one entry", problemOf(checkConversionPayload, payload));
   payload["activity_info"] = {1};
-  EXPECT_EQ("activity_info[0] is no object", problemOf(checkConversionPayload, payload));
+  EXPECT_EQ("activity_info[0] is not an object", problemOf(checkConversionPayload, payload));
   payload["activity_info"] = "x";
-  EXPECT_EQ("activity_info is no array", problemOf(checkConversionPayload, payload));
+  EXPECT_EQ("activity_info is not an array", problemOf(checkConversionPayload, payload));
 }
 
 TEST(PayloadRules, AConversionAlwaysHasASearchAdsResponse) {
@@ -88,9 +88,9 @@ TEST(PayloadRules, AnIadAttributionHasBothDatesOrNone) {
   payload["iAd"].erase("iAdImpressionDate");
   EXPECT_EQ("iAd.iAdImpressionDate is missing", problemOf(checkIadPayload, payload));
   payload["iAd"]["iAdImpressionDate"] = 20260304050608;
-  EXPECT_EQ("iAd.iAdImpressionDate is no string", problemOf(checkIadPayload, payload));
+  EXPECT_EQ("iAd.iAdImpressionDate is not a string", problemOf(checkIadPayload, payload));
   payload["iAd"] = "20260304050607";
-  EXPECT_EQ("iAd is no object", problemOf(checkIadPayload, payload));
+  EXPECT_EQ("iAd is not an object", problemOf(checkIadPayload, payload));
 }
 
 TEST(PayloadRules, EveryActivityOfABatchHasSevenStrings) {
@@ -101,7 +101,7 @@ TEST(PayloadRules, EveryActivityOfABatchHasSevenStrings) {
     payload["activity_info"][1].erase(name);
     EXPECT_EQ("activity_info[1]." + name + " is missing", problemOf(checkTrackingPayload, payload));
     payload["activity_info"][1][name] = nullptr;
-    EXPECT_EQ("activity_info[1]." + name + " is no string", problemOf(checkTrackingPayload, payload));
+    EXPECT_EQ("activity_info[1]." + name + " is not a string", problemOf(checkTrackingPayload, payload));
   }
 }
 

@@ -184,8 +184,7 @@ TEST_F(CertificateTest, AnAuthorityWithoutItsKeyIsKeptAsLongAsItsServerCertifica
   EXPECT_EQ("", makeAgain().why_replaced);
   EXPECT_EQ(before, contents());
   std::filesystem::remove(files_.key);
-  EXPECT_EQ("has no key beside it that fits, " + authority_key_ + ", to sign a new server certificate",
-            makeAgain().why_replaced);
+  EXPECT_EQ("has no matching key, " + authority_key_ + ", to sign a new server certificate", makeAgain().why_replaced);
   EXPECT_EQ(X509_V_OK, verify(readCertificate(files_.authority).get(), readCertificate(files_.certificate).get()));
 }
 
@@ -194,7 +193,7 @@ TEST_F(CertificateTest, AnAuthorityThatCannotBeUsedIsReplacedAndTheReasonTold) {
   const std::string expired = pemOf(expiringCopyOf(authority_.get(), readKey(authority_key_).get()).get());
   const std::pair<std::string, std::string> cases[] = {
       {"garbage", "holds no certificate"},
-      {server, "is no certificate of an authority"},
+      {server, "is not the certificate of an authority"},
       {expired, "is not valid, or not for another day"},
   };
   for (const auto& [authority, reason] : cases) {

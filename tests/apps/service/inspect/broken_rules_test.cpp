@@ -45,7 +45,7 @@ TEST(BrokenRules, ARefusalIsTheRuleThatWasBroken) {
 TEST(BrokenRules, EventIdsAreTimeOrderedUuidsAndStandOnce) {
   for (const char* id : {"a", "018F3C1E-7B2A-7CDE-8F01-23456789ABCD", "018f3c1e-7b2a-4cde-8f01-23456789abcd",
                          "018f3c1e-7b2a-7cde-7f01-23456789abcd", "018f3c1e-7b2a-7cde-8f01-23456789abcde"}) {
-    EXPECT_EQ((Texts{"activity_info[0].event_id: \"" + std::string(id) + "\" is no lower-case UUID of version 7"}),
+    EXPECT_EQ((Texts{"activity_info[0].event_id: \"" + std::string(id) + "\" is not a lower-case UUID of version 7"}),
               broken(stored(trackingPayload({id}))));
   }
   EXPECT_EQ((Texts{"activity_info[1].event_id: the same event stands twice in one batch"}),
@@ -60,7 +60,7 @@ TEST(BrokenRules, TimesAreRealAndAscend) {
   EXPECT_EQ((Texts{"activity_info[1].created_at: the entry is earlier than the one before it"}),
             broken(stored(payload)));
   payload["activity_info"][1]["created_at"] = "20261304050607";
-  EXPECT_EQ((Texts{"activity_info[1].created_at: the time \"20261304050607\" is no yyyyMMddHHmmss"}),
+  EXPECT_EQ((Texts{"activity_info[1].created_at: the time \"20261304050607\" is not of the form yyyyMMddHHmmss"}),
             broken(stored(payload)));
 }
 

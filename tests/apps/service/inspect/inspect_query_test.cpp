@@ -55,9 +55,9 @@ TEST(InspectQuery, ABadParameterIsNamed) {
                refusalOf([] {
                  readSummaryQuery(asking({{"limit", "1"}, {"limit", "2"}}));
                }).what());
-  EXPECT_STREQ("\"before\" is no whole number from 0 on", refusalOf([] {
-                                                            readSummaryQuery(asking({{"before", "-1"}}));
-                                                          }).what());
+  EXPECT_STREQ("\"before\" is not a whole number of 0 or more", refusalOf([] {
+                                                                  readSummaryQuery(asking({{"before", "-1"}}));
+                                                                }).what());
 }
 
 }  // namespace

@@ -101,7 +101,7 @@ TEST_F(InspectStreamTest, TakesUpWhereTheWatcherWas) {
   EXPECT_FALSE(holds(piece, "id: 2\n"));
 }
 
-TEST_F(InspectStreamTest, AWatcherThatIsFarBehindIsToldToReadTheListAnew) {
+TEST_F(InspectStreamTest, AWatcherThatIsFarBehindIsToldToReadTheListAgain) {
   for (std::int64_t i = 0; i <= kMaxCatchUp; ++i)
     arrive();
   const auto piece = watch(0)->next(stop_.get_token());
@@ -110,7 +110,7 @@ TEST_F(InspectStreamTest, AWatcherThatIsFarBehindIsToldToReadTheListAnew) {
   EXPECT_FALSE(holds(watch(1)->next(stop_.get_token()), "event: gap"));
 }
 
-TEST_F(InspectStreamTest, AWatcherOfAnotherStoreIsToldToReadTheListAnewAndMissesNothing) {
+TEST_F(InspectStreamTest, AWatcherOfAnotherStoreIsToldToReadTheListAgainAndMissesNothing) {
   arrive();
   const auto stream = watch(500);
   const auto piece = stream->next(stop_.get_token());

@@ -58,7 +58,7 @@ TEST_F(InspectTest, ABadQueryIsRefused) {
   HttpRequest request = inspection("GET", "/inspect/requests");
   for (const char* value : {"", "x", "-1", "1x", "99999999999999999999"}) {
     request.query = {{"after", value}};
-    EXPECT_STREQ("\"after\" is no whole number from 0 on", refused(request).what()) << value;
+    EXPECT_STREQ("\"after\" is not a whole number of 0 or more", refused(request).what()) << value;
   }
   request.query = {{"since", "1"}};
   EXPECT_STREQ("the query parameter \"since\" is not known", refused(request).what());
@@ -160,10 +160,10 @@ TEST_F(InspectTest, ANameThatDoesNotExistTakesNothingOutAndIsSaid) {
   ask(inspection("POST", "/inspect/behaviour", R"({"endpoint":"tracking","kind":"garbage"})"));
   HttpRequest request = inspection("DELETE", "/inspect/behaviour");
   request.query = {{"endpoint", "trackng"}};
-  EXPECT_STREQ("\"endpoint\" is no endpoint that exists", refused(request).what());
+  EXPECT_STREQ("\"endpoint\" is not a known endpoint", refused(request).what());
   EXPECT_EQ(0U, refused(request).fix().find("give one of: conversion, "));
   request.query = {{"kind", "rubbish"}};
-  EXPECT_STREQ("\"kind\" is no kind that exists", refused(request).what());
+  EXPECT_STREQ("\"kind\" is not a known kind", refused(request).what());
   EXPECT_EQ(1U, behaviours_.list().size());
 }
 
@@ -186,7 +186,7 @@ TEST_F(InspectTest, ARequestIsShownWithTheRulesItBroke) {
   request.query = {{"id", "1"}};
   const Json shown = Json::parse(ask(request).body);
   EXPECT_EQ("odd", shown["payload"]["activity_info"][0]["event_id"]);
-  EXPECT_EQ("\"odd\" is no lower-case UUID of version 7", shown["rules"][0]["what"]);
+  EXPECT_EQ("\"odd\" is not a lower-case UUID of version 7", shown["rules"][0]["what"]);
   request.query = {{"id", "2"}};
   EXPECT_EQ(404, refused(request).status());
 }

@@ -88,7 +88,7 @@ TEST_F(LedgersTest, PastTheLimitTheDeviceThatToldItsOwnLongestAgoIsForgotten) {
 }
 
 TEST_F(LedgersTest, AMemberThatIsMissingStrangeOrOfAnotherTypeIsNamed) {
-  EXPECT_STREQ("the JSON is no object", refusalOf([&] { ledgers_.tell("[]"); }).what());
+  EXPECT_STREQ("the JSON is not an object", refusalOf([&] { ledgers_.tell("[]"); }).what());
   EXPECT_EQ(400, refusalOf([&] { ledgers_.tell("{"); }).status());
   EXPECT_EQ("install is missing", refusalOfLedger(Json::object()));
   Json ledger = test::ledger("");
@@ -101,21 +101,22 @@ TEST_F(LedgersTest, AMemberThatIsMissingStrangeOrOfAnotherTypeIsNamed) {
   ledger["given_up"] = Json::array();
   EXPECT_EQ("accounts is empty", refusalOfLedger(ledger));
   EXPECT_EQ("accounts[0].kind is empty", refusalOfLedger(withAccount("kind", "")));
-  EXPECT_EQ("accounts[0].stored is no 64-bit integer", refusalOfLedger(withAccount("stored", 1.5)));
-  EXPECT_EQ("accounts[0].stored is no number from 0 to 1000000000000000", refusalOfLedger(withAccount("stored", -1)));
-  EXPECT_EQ("accounts[0].stored is no number from 0 to 1000000000000000",
+  EXPECT_EQ("accounts[0].stored is not a 64-bit integer", refusalOfLedger(withAccount("stored", 1.5)));
+  EXPECT_EQ("accounts[0].stored is not a number from 0 to 1000000000000000",
+            refusalOfLedger(withAccount("stored", -1)));
+  EXPECT_EQ("accounts[0].stored is not a number from 0 to 1000000000000000",
             refusalOfLedger(withAccount("stored", kMaxLedgerCount + 1)));
   EXPECT_EQ("accounts[1].kind stands twice", refusalOfLedger(withAccount("kind", "impressions")));
   ledger = test::ledger("i");
   ledger["given_up"][0]["by_rule"] = "yes";
-  EXPECT_EQ("given_up[0].by_rule is no boolean", refusalOfLedger(ledger));
+  EXPECT_EQ("given_up[0].by_rule is not a boolean", refusalOfLedger(ledger));
   EXPECT_EQ(0U, ledgers_.size());
 }
 
 TEST_F(LedgersTest, ReasonsAreOfItsKindsAndAddUp) {
   Json ledger = test::ledger("i");
   ledger["given_up"][0]["kind"] = "others";
-  EXPECT_EQ("given_up[0].kind is no kind of the accounts", refusalOfLedger(ledger));
+  EXPECT_EQ("given_up[0].kind is not the kind of any account", refusalOfLedger(ledger));
   EXPECT_EQ("accounts[0].given_up is not the sum of its reasons", refusalOfLedger(withAccount("given_up", 2)));
   ledger = withAccount("given_up", 3);
   ledger["given_up"].push_back({{"kind", "activities"}, {"count", 2}, {"reason", "another"}, {"by_rule", true}});

@@ -79,7 +79,7 @@ TEST(HexadecimalEnvelope, RefusesTheWrongKey) {
 
 TEST(HexadecimalEnvelope, RefusesWhatIsNoSealedJsonObjectInHexadecimal) {
   EXPECT_STREQ("form parameter j is missing", refusalOfHexadecimal("k=app-1").what());
-  EXPECT_STREQ("bad hexadecimal: character 0 is no lower-case digit", refusalOfHexadecimal("j=AQ").what());
+  EXPECT_STREQ("bad hexadecimal: character 0 is not a lower-case digit", refusalOfHexadecimal("j=AQ").what());
   EXPECT_STREQ("sealed bytes are truncated: 1 of at least 30", refusalOfHexadecimal("j=01").what());
   EXPECT_STREQ("the payload is JSON but no object", refusalOfHexadecimal(hexadecimalBody(Json::array())).what());
   HttpRequest request = post("/", hexadecimalBody({{"a", 1}}));
