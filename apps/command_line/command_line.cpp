@@ -12,6 +12,26 @@ namespace {
 using Words = std::vector<std::string>;
 
 constexpr const char* kCompletion = "completion";
+/// The values of an option are broken into lines of at most this many bytes.
+constexpr size_t kMostValuesBytes = 90;
+
+/// Breaks long lists of values behind a '|'.
+class HelpFormatter : public CLI::Formatter {
+ public:
+  std::string make_option_opts(const CLI::Option* option) const override {
+    const std::string values = CLI::Formatter::make_option_opts(option);
+    std::string lines;
+    size_t begin = 0;
+    while (values.size() - begin > kMostValuesBytes) {
+      const size_t bar = values.rfind('|', begin + kMostValuesBytes - 1);
+      if (bar == std::string::npos || bar < begin)
+        break;
+      lines += values.substr(begin, bar + 1 - begin) + "\n       ";
+      begin = bar + 1;
+    }
+    return lines + values.substr(begin);
+  }
+};
 
 // "--name=" is the option with an empty value; CLI11 would take the next argument for the value.
 Words withEmptyValues(const Words& arguments) {
@@ -177,6 +197,7 @@ std::variant<Job, Printed> CommandLine::run(CLI::App& app, const std::string& su
 
 std::unique_ptr<CLI::App> CommandLine::makeApp(std::vector<Job>& jobs) const {
   auto root = std::make_unique<CLI::App>(help_, program_);
+  root->formatter(std::make_shared<HelpFormatter>());  // for the subcommands too, which inherit it
   root->set_help_flag("-h,--help", "prints this help");
   root->set_version_flag("--version", program_ + " " + version_, "prints the version");
   root->require_subcommand(1);

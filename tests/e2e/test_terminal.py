@@ -57,8 +57,8 @@ class OnATerminal(unittest.TestCase):
         self.assertEqual(self.answer("event shop"),
                          "morvik-device: event: an argument is missing; write: event GROUP NAME [PARAM]\n")
         self.assertEqual(self.answer("event shop look"), '{"verb":"event","ok":true}\n')
-        self.assertEqual(self.answer("help event"), "  event GROUP NAME [PARAM]  records an activity; a PARAM from '{' on is the "
-                         "rest of the line\n")
+        self.assertEqual(self.answer("help event"), "  event GROUP NAME [PARAM]  records an activity; a PARAM that begins with "
+                         "'{' takes the rest of the line\n")
         self.assertIn("\n  settle [SECONDS] ", self.answer("help"))
         os.write(self.terminal, b"\x04")
         self.assertEqual(child.wait(stage.PATIENCE_SECONDS), 0)

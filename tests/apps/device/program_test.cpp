@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 
+#include "apps/device/verbs.h"
 #include "morvik/version.h"
 #include "tests/support/captured_file.h"
 #include "tests/support/environment_variable.h"
@@ -275,6 +276,18 @@ TEST_F(Program, ListsTheVerbsAndExplainsOne) {
   EXPECT_THAT(output_, ElementsAre(StartsWith("  age N ")));
   EXPECT_EQ(runPlain({"verbs", "aeg"}, ""), 2);
   EXPECT_THAT(errors_, StartsWith("morvik-device: VERB: aeg not in {active,"));
+}
+
+TEST_F(Program, BreaksTheListOfVerbsInItsHelp) {
+  EXPECT_EQ(runPlain({"verbs", "--help"}, ""), 0);
+  std::string text;
+  for (const std::string& line : output_) {
+    EXPECT_LE(line.size(), 120u) << line;
+    text += line.substr(std::min(line.size(), line.find_first_not_of(' ')));
+  }
+  EXPECT_THAT(text, HasSubstr("VERB active|background|event|"));
+  for (const Verb& verb : verbs())
+    EXPECT_THAT(text, HasSubstr(std::string(verb.name)));
 }
 
 TEST_F(Program, TellsItsVersionWithAnySubcommand) {

@@ -66,7 +66,8 @@ TEST(TerminalSource, HelpsWithAllVerbsOrOne) {
   EXPECT_THAT(
       one.people.str(),
       StartsWith(
-          "  event GROUP NAME [PARAM]  records an activity; a PARAM from '{' on is the rest of the line\n\"evnt\" is not a verb; "));
+          "  event GROUP NAME [PARAM]  records an activity; a PARAM that begins with '{' takes the rest of the line\n"
+          "\"evnt\" is not a verb; "));
 }
 
 }  // namespace

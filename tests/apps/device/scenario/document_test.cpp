@@ -7,6 +7,7 @@
 
 #include "apps/device/program.h"
 #include "apps/device/scenario/scenario_reader.h"
+#include "apps/device/verbs.h"
 #include "tests/support/captured_file.h"
 #include "tests/support/paths.h"
 #include "tests/support/scratch_folder.h"
@@ -46,6 +47,31 @@ TEST(ScenarioDocument, HasEveryKeyThatIsRead) {
     }
   }
   EXPECT_GT(count, 50u);
+}
+
+/// The verbs with their arguments, as the rows of the document's table have them.
+std::vector<std::string> documentedVerbs() {
+  const std::string text = document();
+  const size_t begin = text.find("\n## Verbs\n");
+  std::istringstream section(begin == std::string::npos ? ""
+                                                        : text.substr(begin, text.find("\n## ", begin + 1) - begin));
+  const std::string kRow = "| `";
+  std::vector<std::string> verbs;
+  for (std::string line; std::getline(section, line);) {
+    if (!line.starts_with(kRow))
+      continue;
+    std::string form = line.substr(kRow.size(), line.find('`', kRow.size()) - kRow.size());
+    std::erase(form, '\\');  // of "\|", a bar within a table
+    verbs.push_back(form);
+  }
+  return verbs;
+}
+
+TEST(ScenarioDocument, ListsExactlyTheVerbsThatThereAre) {
+  std::vector<std::string> known;
+  for (const Verb& verb : verbs())
+    known.push_back(std::string(verb.name) + (verb.arguments.empty() ? "" : " ") + std::string(verb.arguments));
+  EXPECT_THAT(documentedVerbs(), ::testing::ElementsAreArray(known));
 }
 
 TEST(ScenarioDocument, HasAStoryThatComesOutAsItExpects) {
