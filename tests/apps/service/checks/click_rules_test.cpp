@@ -55,7 +55,7 @@ TEST(ClickRules, AReEngagementsClickHasExactlyFiveMembersOfTheirTypes) {
     payload["deeplink_info"].erase(name);
     EXPECT_EQ("deeplink_info." + name + " is missing", problemOf(checkReEngagementPayload, payload));
     payload["deeplink_info"][name] = 1.5;
-    EXPECT_EQ("deeplink_info." + name + " is no " + type, problemOf(checkReEngagementPayload, payload));
+    EXPECT_EQ("deeplink_info." + name + " is not a " + type, problemOf(checkReEngagementPayload, payload));
   }
   Json payload = good;
   payload["deeplink_info"]["failure_cnt"] = 1;
@@ -71,7 +71,7 @@ TEST(ClickRules, ADeepLinkHasExactlyThreeMembersOfTheirTypes) {
     click.erase(name);
     EXPECT_EQ("deeplink_info." + name + " is missing", problemOf(checkDeepLink, {{"deeplink_info", click}}));
     click[name] = nullptr;
-    EXPECT_EQ("deeplink_info." + name + " is no " + type, problemOf(checkDeepLink, {{"deeplink_info", click}}));
+    EXPECT_EQ("deeplink_info." + name + " is not a " + type, problemOf(checkDeepLink, {{"deeplink_info", click}}));
   }
   Json click = facebookClick();
   click["session_no"] = 1;
@@ -87,7 +87,7 @@ TEST(ClickRules, ACommerceClickHasExactlyThreeMembersOfTheirTypes) {
     clicks[1].erase(name);
     EXPECT_EQ("[1]." + name + " is missing", problemOf(checkCommerceClicks, clicks));
     clicks[1][name] = false;
-    EXPECT_EQ("[1]." + name + " is no " + type, problemOf(checkCommerceClicks, clicks));
+    EXPECT_EQ("[1]." + name + " is not a " + type, problemOf(checkCommerceClicks, clicks));
   }
   Json clicks = commerceClicks({"one"});
   clicks[0]["more"] = 1;

@@ -39,12 +39,12 @@ TEST(DemographicsRules, ADeviceWithoutAPersistentIdSendsNothing) {
 
 TEST(DemographicsRules, APayloadHasBothMembersOrNone) {
   for (const auto& [name, problem] :
-       {std::pair<std::string, std::string>{"puid", "string"}, {"user_demo_info", "array"}}) {
+       {std::pair<std::string, std::string>{"puid", "a string"}, {"user_demo_info", "an array"}}) {
     Json payload = demographicsPayload();
     payload.erase(name);
     EXPECT_EQ(name + " is missing", problemOf(payload));
     payload[name] = 1;
-    EXPECT_EQ(name + " is no " + problem, problemOf(payload));
+    EXPECT_EQ(name + " is not " + problem, problemOf(payload));
   }
   Json payload = demographicsPayload();
   payload["idfa"] = "x";

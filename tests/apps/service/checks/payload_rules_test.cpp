@@ -114,7 +114,7 @@ TEST(PayloadRules, EveryImpressionOfABatchHasSixMembersOfTheirTypes) {
     payload["impression_info"][1].erase(name);
     EXPECT_EQ("impression_info[1]." + name + " is missing", problemOf(checkTrackingPayload, payload));
     payload["impression_info"][1][name] = 1.5;
-    EXPECT_EQ(0U, problemOf(checkTrackingPayload, payload).find("impression_info[1]." + name + " is no "));
+    EXPECT_EQ(0U, problemOf(checkTrackingPayload, payload).find("impression_info[1]." + name + " is not a "));
   }
 }
 
