@@ -11,10 +11,8 @@
 #include <memory>
 #include <vector>
 
-#include "host/compress/zlib_compressor.h"
-#include "host/crypto/openssl_cipher.h"
 #include "simulation/fleet.h"
-#include "testing/fake_crypto.h"
+#include "simulation/virtual_service.h"
 
 namespace morvik::bench {
 namespace {
@@ -34,18 +32,14 @@ uint64_t residentBytes() {
 
 /// Each has run for a day and now waits for its user.
 double idleKibibytes() {
-  const host::OpensslCipher cipher;
-  const host::ZlibCompressor compressor;
-  testing::SeededRandom random;
-  testing::SimulatedService service(
-      {cipher, compressor, random}, {"app", "hash", "tracking"}, [] { return kit::Date{}; }, 0);
+  simulation::VirtualService service([] { return kit::Date{}; }, 0);
   simulation::UsageTroubles troubles = simulation::UsageTroubles::none();
   const auto make = [&](int device) {
     auto life = std::make_unique<simulation::DeviceUsage>(
         simulation::UsageOptions{.seed = simulation::seedOfDevice(1, static_cast<uint64_t>(device)),
                                  .number = static_cast<uint64_t>(device),
                                  .troubles = troubles},
-        service);
+        *service);
     life->useOneDay();
     return life;
   };

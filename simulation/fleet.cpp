@@ -5,11 +5,8 @@
 #include <mutex>
 #include <string>
 
-#include "host/compress/zlib_compressor.h"
-#include "host/crypto/openssl_cipher.h"
+#include "simulation/virtual_service.h"
 #include "simulation/workers.h"
-#include "testing/fake_crypto.h"
-#include "testing/simulated_service.h"
 
 namespace morvik::simulation {
 namespace {
@@ -47,7 +44,7 @@ class Fleet {
                       .sessions_a_day = options_.sessions_a_day,
                       .events_a_day = options_.events_a_day,
                       .troubles = options_.troubles},
-                     service_);
+                     *service_);
     living = &life;
     for (uint64_t day = 0; day < options_.days; ++day) {
       life.useOneDay();
@@ -79,19 +76,13 @@ class Fleet {
       total_.losses.insert(total_.losses.end(), of_device.begin(), of_device.end());
     if (total_.losses.size() > kMaxNamedLosses)
       total_.losses.resize(kMaxNamedLosses);
-    total_.installs = service_.installs();
+    total_.installs = service_->installs();
     return std::move(total_);
   }
 
   const FleetOptions options_;
   const std::function<void(uint64_t)>& progress_;
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
-  testing::SeededRandom no_random_;  // opening draws no random bytes, but the tools need a source
-  testing::SimulatedService service_{{cipher_, compressor_, no_random_},
-                                     {"app", "hash", "tracking"},
-                                     [] { return living == nullptr ? kit::Date{} : living->trueTime(); },
-                                     0};
+  VirtualService service_{[] { return living == nullptr ? kit::Date{} : living->trueTime(); }, 0};
   std::atomic<uint64_t> next_{0};
 
   std::mutex mutex_;

@@ -10,8 +10,6 @@
 #include <utility>
 #include <variant>
 
-#include "host/compress/zlib_compressor.h"
-#include "host/crypto/openssl_cipher.h"
 #include "host/store/store_database.h"
 #include "host/store/store_files.h"
 #include "proofs/oracle/tracker.h"
@@ -24,6 +22,7 @@
 #include "runtime/instance.h"
 #include "services/json_writer.h"
 #include "simulation/durations.h"
+#include "simulation/virtual_service.h"
 #include "testing/json_reader.h"
 
 namespace morvik::proofs {
@@ -31,7 +30,6 @@ namespace {
 
 using testing::Answer;
 using testing::ServiceEndpoint;
-using testing::SimulatedService;
 
 constexpr double kYearSeconds = 365.25 * simulation::kDaySeconds;
 /// A cut in the middle of what the disk does comes within so many of its changes.
@@ -151,7 +149,7 @@ class RandomRun final : private MachineWatcher {
         answer(dice_.happens(0.5));
       };
     }
-    service_.setPremiumPostback(dice_.happens(0.5));
+    service_->setPremiumPostback(dice_.happens(0.5));
     if (dice_.happens(0.5))
       plugInModules();
   }
@@ -721,7 +719,7 @@ class RandomRun final : private MachineWatcher {
       tracker_.facts.wants_to_be_forgotten = false;
     }
     if (made_device_at_ >= undone_from) {
-      other_devices_ = service_.installs();
+      other_devices_ = service_->installs();
       made_device_at_ = kNever;
       tracker_.facts.installs = 0;
     }
@@ -912,7 +910,7 @@ class RandomRun final : private MachineWatcher {
     const Misbehaviour misbehaviour = misbehaves ? drawMisbehaviour(dice_) : Misbehaviour::kNone;
     ++result_.figures.misbehaviours[static_cast<size_t>(misbehaviour)];
     trace("  service ", nameOf(misbehaviour));
-    TreatedRequest treated = treat(request, misbehaviour, service_, dice_, kKeys);
+    TreatedRequest treated = treat(request, misbehaviour, *service_, dice_, kKeys);
     if (treated.served.refusal)
       complain("the service understands what comes: " + request.url + ": " + *treated.served.refusal);
     if (treated.served.counted && leaving_ != nullptr)
@@ -924,9 +922,9 @@ class RandomRun final : private MachineWatcher {
   /// Who does not know yet who it is gives itself a name for the time being.
   void noteInstalls() {
     const bool is_another_for_now = leaving_ != nullptr && leaving_->was_made_while_unavailable;
-    if (is_another_for_now && service_.installs() > other_devices_ + tracker_.facts.installs)
+    if (is_another_for_now && service_->installs() > other_devices_ + tracker_.facts.installs)
       ++other_devices_;
-    tracker_.facts.installs = service_.installs() - other_devices_;
+    tracker_.facts.installs = service_->installs() - other_devices_;
   }
 
   // ------------------------------------------------------------------------------------------------------- the checks
@@ -1073,14 +1071,9 @@ class RandomRun final : private MachineWatcher {
   const std::unique_ptr<MachineSabotage> sabotage_;
   FlakyDisk disk_;
   WatchedMachine machine_;
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
-  testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
-  SimulatedService service_{
-      {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
-  SimulatedService reader_{
-      {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
-  Tracker tracker_{reader_, [this](std::function<void()> block) { whenCommitted(std::move(block)); }};
+  simulation::VirtualService service_{[this] { return machine_.loop.now(); }, 0};
+  simulation::VirtualService reader_{[this] { return machine_.loop.now(); }, 0};
+  Tracker tracker_{*reader_, [this](std::function<void()> block) { whenCommitted(std::move(block)); }};
   const std::vector<std::unique_ptr<Invariant>> invariants_;
   StartOptions app_;
   std::shared_ptr<MorvikCoreDelegate> delegate_;

@@ -15,8 +15,6 @@
 #include <string_view>
 #include <utility>
 
-#include "host/compress/zlib_compressor.h"
-#include "host/crypto/openssl_cipher.h"
 #include "host/store/sqlite_store.h"
 #include "host/store/store_files.h"
 #include "proofs/oracle/expected_records.h"
@@ -30,6 +28,7 @@
 #include "simulation/dice.h"
 #include "simulation/durations.h"
 #include "simulation/virtual_machine.h"
+#include "simulation/virtual_service.h"
 #include "simulation/workers.h"
 #include "testing/simulated_service.h"
 
@@ -196,7 +195,7 @@ class ScriptedRun {
       die(simulation::DiskCut::killed());
     }
     result_.changes = disk_.changes();
-    result_.installs = service_.installs() - other_installs_;
+    result_.installs = service_->installs() - other_installs_;
     return std::move(result_);
   }
 
@@ -1095,7 +1094,7 @@ class ScriptedRun {
     const bool arrives =
         state == ServiceState::kHealthy || state == ServiceState::kAnswerLost || state == ServiceState::kAnswersJunk;
     const ServedRequest served =
-        service_.receive(request, arrives ? SimulatedService::Counting::kYes : SimulatedService::Counting::kNo);
+        service_->receive(request, arrives ? SimulatedService::Counting::kYes : SimulatedService::Counting::kNo);
     if (served.refusal)
       complain(Complaint::kBroken, "the service refused " + request.url + ": " + *served.refusal);
     if (endpoint == ServiceEndpoint::kTracking)
@@ -1109,9 +1108,9 @@ class ScriptedRun {
     const Answer answer = answerOf(served, state).after(kAnswerSeconds);
     // Who may not read its store does not know who it is.
     if (is_beside_newer_)
-      other_installs_ = std::max(other_installs_, service_.installs() - own_installs_);
+      other_installs_ = std::max(other_installs_, service_->installs() - own_installs_);
     else
-      own_installs_ = service_.installs() - other_installs_;
+      own_installs_ = service_->installs() - other_installs_;
     return answer;
   }
 
@@ -1128,7 +1127,7 @@ class ScriptedRun {
       case ServiceState::kAnswersJunk:
         return Answer::body(200, "<html>sign in</html>");
     }
-    return service_.answer(served);
+    return service_->answer(served);
   }
 
   void noteSent(const ServedRequest& served, ServiceState state) {
@@ -1291,11 +1290,7 @@ class ScriptedRun {
   simulation::Dice dice_{options_.seed};
   simulation::SimulatedDisk disk_;
   ScriptedRunMachine machine_{disk_, options_.sabotage, [this](std::string_view line) { hearTheStore(line); }};
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
-  testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
-  SimulatedService service_{
-      {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
+  simulation::VirtualService service_{[this] { return machine_.loop.now(); }, 0};
   std::map<ServiceEndpoint, ServiceState> service_states_;
   std::unique_ptr<runtime::Instance> process_;
   bool is_active_ = false;

@@ -4,12 +4,10 @@
 #include <string_view>
 #include <utility>
 
-#include "host/compress/zlib_compressor.h"
-#include "host/crypto/openssl_cipher.h"
 #include "host/store/store_files.h"
 #include "services/json_writer.h"
 #include "simulation/virtual_machine.h"
-#include "testing/simulated_service.h"
+#include "simulation/virtual_service.h"
 
 namespace morvik::proofs {
 namespace {
@@ -84,7 +82,7 @@ class UpgradeRun {
 
  private:
   Answer serve(const kit::Request& request) {
-    const ServedRequest served = service_.receive(request);
+    const ServedRequest served = service_->receive(request);
     result.arrived += services::jsonDescription(served.payload) + "\n";
     if (served.endpoint == ServiceEndpoint::kTracking) {
       result.install_id = served.payload["install_id"].string();
@@ -93,19 +91,15 @@ class UpgradeRun {
           result.events.emplace_back(event["param"].string());
       }
     }
-    result.installs = service_.installs();
-    Answer answer = service_.answer(served);
-    result.installs = service_.installs();
+    result.installs = service_->installs();
+    Answer answer = service_->answer(served);
+    result.installs = service_->installs();
     return answer;
   }
 
   simulation::SimulatedDisk disk_;
   simulation::VirtualMachine machine_;
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
-  testing::SeededRandom no_random_;  // opening draws nothing, but the tools name a source
-  testing::SimulatedService service_{
-      {cipher_, compressor_, no_random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }, 0};
+  simulation::VirtualService service_{[this] { return machine_.loop.now(); }, 0};
   std::unique_ptr<runtime::Instance> process_;
 };
 

@@ -3,9 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/compress/zlib_compressor.h"
-#include "host/crypto/openssl_cipher.h"
-#include "testing/fake_crypto.h"
+#include "simulation/virtual_service.h"
 
 namespace morvik::simulation {
 namespace {
@@ -16,16 +14,11 @@ using ::testing::SizeIs;
 
 class DeviceUsageTest : public ::testing::Test {
  protected:
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
-  ::morvik::testing::SeededRandom random_;
-  ::morvik::testing::SimulatedService service_{{cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [] {
-                                                 return kit::Date::fromSeconds(1'709'251'200);
-                                               }};
+  VirtualService service_{[] { return kit::Date::fromSeconds(1'709'251'200); }};
 };
 
 TEST_F(DeviceUsageTest, DeliversWhatItsAppRecorded) {
-  DeviceUsage life({.seed = 4, .troubles = UsageTroubles::none()}, service_);
+  DeviceUsage life({.seed = 4, .troubles = UsageTroubles::none()}, *service_);
   for (int day = 0; day < 5; ++day)
     life.useOneDay();
   life.playHealthyEnd();
@@ -38,7 +31,7 @@ TEST_F(DeviceUsageTest, DeliversWhatItsAppRecorded) {
 TEST_F(DeviceUsageTest, KeepsWhatNoNetworkTakes) {
   UsageTroubles offline = UsageTroubles::none();
   offline.offline_phase_a_day = 1;
-  DeviceUsage life({.seed = 4, .troubles = offline}, service_);
+  DeviceUsage life({.seed = 4, .troubles = offline}, *service_);
   life.useOneDay();
   life.machine().transport.goOffline();
   life.useOneDay();
@@ -49,7 +42,7 @@ TEST_F(DeviceUsageTest, KeepsWhatNoNetworkTakes) {
 TEST_F(DeviceUsageTest, KnowsWhatAStoreThatKeepsNothingLost) {
   UsageTroubles deadly = UsageTroubles::none();
   deadly.death_in_background = 1;
-  DeviceUsage life({.seed = 4, .number = 77, .events_a_day = 40, .troubles = deadly}, service_);
+  DeviceUsage life({.seed = 4, .number = 77, .events_a_day = 40, .troubles = deadly}, *service_);
   life.machine().transport.goOffline();
   life.machine().store.setKeepsNothing(true);
   life.useOneDay();
@@ -63,7 +56,7 @@ TEST_F(DeviceUsageTest, KnowsWhatAStoreThatKeepsNothingLost) {
 TEST_F(DeviceUsageTest, DiesAndComesBackWithWhatItHad) {
   UsageTroubles deadly = UsageTroubles::none();
   deadly.death_in_session = 1;
-  DeviceUsage life({.seed = 6, .troubles = deadly}, service_);
+  DeviceUsage life({.seed = 6, .troubles = deadly}, *service_);
   for (int day = 0; day < 10; ++day)
     life.useOneDay();
   EXPECT_GT(life.counts().deaths, 5U);

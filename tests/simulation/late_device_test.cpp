@@ -11,8 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "host/compress/zlib_compressor.h"
-#include "host/crypto/openssl_cipher.h"
 #include "host/json/simdjson_codec.h"
 #include "proofs/run/newer_program.h"
 #include "runtime/handed_over.h"
@@ -21,21 +19,20 @@
 #include "services/endpoints.h"
 #include "simulation/simulated_disk.h"
 #include "simulation/virtual_machine.h"
-#include "testing/simulated_service.h"
+#include "simulation/virtual_service.h"
 
 namespace morvik::simulation {
 namespace {
 
 using ::morvik::testing::ServedRequest;
 using ::morvik::testing::ServiceEndpoint;
-using ::morvik::testing::SimulatedService;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 class LateDevice : public ::testing::Test {
  protected:
   LateDevice() {
-    machine_.transport.on("").alwaysBy([this, reply = service_.reply()](const kit::Request& request) {
+    machine_.transport.on("").alwaysBy([this, reply = service_->reply()](const kit::Request& request) {
       return reply(request).after(answer_seconds_);
     });
   }
@@ -81,7 +78,7 @@ class LateDevice : public ::testing::Test {
   /// Keys of the handled referral URLs, in the order of their requests.
   std::vector<int64_t> handledUrls() const {
     std::vector<int64_t> keys;
-    for (const ServedRequest& served : service_.requests(ServiceEndpoint::kThirdPartyConversion))
+    for (const ServedRequest& served : service_->requests(ServiceEndpoint::kThirdPartyConversion))
       keys.push_back(served.payload["deeplink_info"]["conversion_key"].integer());
     return keys;
   }
@@ -118,7 +115,7 @@ class LateDevice : public ::testing::Test {
   /// An identifying field of each report of the install.
   std::vector<std::string> names(const char* field) const {
     std::vector<std::string> names;
-    for (const ServedRequest& served : service_.requests(ServiceEndpoint::kThirdPartyConversion))
+    for (const ServedRequest& served : service_->requests(ServiceEndpoint::kThirdPartyConversion))
       names.emplace_back(served.payload[field].string());
     return names;
   }
@@ -126,11 +123,7 @@ class LateDevice : public ::testing::Test {
   StartOptions app_ = simulatedApp();
   SimulatedDisk disk_;
   VirtualMachine machine_{{.disk = &disk_}};
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
-  ::morvik::testing::SeededRandom random_;
-  SimulatedService service_{
-      {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }};
+  VirtualService service_{[this] { return machine_.loop.now(); }};
   double answer_seconds_ = 0;
   std::unique_ptr<runtime::Instance> phone_;
   std::optional<FlushResult> flushed_;
@@ -145,7 +138,7 @@ TEST_F(LateDevice, IsTheOneThatTheFileKnowsFromThenOn) {
   phone_->addActivity("shop", "look", std::nullopt);
   machine_.loop.runUntilIdle();
   reportTheInstall();
-  EXPECT_EQ(service_.installs(), 1U);
+  EXPECT_EQ(service_->installs(), 1U);
   for (const char* const field : {"install_id", "idfa", "puid"}) {
     const std::vector<std::string> told = names(field);
     ASSERT_EQ(told.size(), 2U);
@@ -221,7 +214,7 @@ TEST_F(LateDevice, IsTheOneThatTheFileKnowsInTheVeryTurnInWhichItIsRead) {
     phone_->thirdPartyConversion();
   });
   machine_.loop.advance(1);
-  EXPECT_EQ(service_.installs(), 1U);
+  EXPECT_EQ(service_->installs(), 1U);
 }
 
 TEST_F(LateDevice, KeepsItsUserNumberAndCountsItsLaunchesOn) {
@@ -251,17 +244,17 @@ TEST_F(LateDevice, StartsNoSessionAsAnotherOneWhileItsFileMayRecover) {
   const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
   ASSERT_NE(user, -1);
   restartUnavailable();
-  const size_t requests = service_.requests().size();
+  const size_t requests = service_->requests().size();
   phone_->applicationDidBecomeActive();
   EXPECT_EQ(phone_->thirdPartyConversion(), Recorded::kKeptInMemory);
   machine_.loop.advance(runtime::kStartHoldSeconds / 2);
-  EXPECT_EQ(service_.requests().size(), requests);
+  EXPECT_EQ(service_->requests().size(), requests);
   EXPECT_EQ(phone_->addActivity("shop", "look", std::nullopt), Recorded::kKeptInMemory) << "recording does not wait";
   disk_.decide({});
   machine_.loop.advance(2 * runtime::kStartHoldTrySeconds + 1);
-  EXPECT_GT(service_.requests().size(), requests);
+  EXPECT_GT(service_->requests().size(), requests);
   EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
-  EXPECT_EQ(service_.installs(), 1U);
+  EXPECT_EQ(service_->installs(), 1U);
 }
 
 TEST_F(LateDevice, StartsItsSessionAsAnotherOneWhenItsFileStaysUnavailable) {
@@ -274,7 +267,7 @@ TEST_F(LateDevice, StartsItsSessionAsAnotherOneWhenItsFileStaysUnavailable) {
   machine_.loop.advance(runtime::kStartHoldSeconds - runtime::kStartHoldTrySeconds);
   EXPECT_EQ(sessionStarts(), 0U);
   machine_.loop.advance(runtime::kStartHoldTrySeconds + 1);
-  EXPECT_EQ(service_.installs(), 2U);
+  EXPECT_EQ(service_->installs(), 2U);
   EXPECT_EQ(phone_->storedValue(runtime::kHandedOverKey).size(), 0U);
 }
 
@@ -287,7 +280,7 @@ TEST_F(LateDevice, KeepsTheRecordOfItsFileWhenAConversionWhileUnavailableIsAnswe
   answer_seconds_ = 5;
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(runtime::kStartHoldSeconds + 1);
-  ASSERT_EQ(service_.installs(), 2U) << "its answer is under way";
+  ASSERT_EQ(service_->installs(), 2U) << "its answer is under way";
   disk_.decide({});
   machine_.loop.advance(70);
   EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
@@ -313,16 +306,16 @@ TEST_F(LateDevice, IsNoNewInstallWhenItsAppIsLeftBeforeItsFileRecovers) {
   liveASession();
   const int64_t user = phone_->properties().fendoUserInfo_fendoUserNo();
   restartUnavailable();
-  const size_t requests = service_.requests().size();
+  const size_t requests = service_->requests().size();
   phone_->applicationDidBecomeActive();
   machine_.loop.advance(runtime::kStartHoldSeconds / 4);
   phone_->applicationDidEnterBackground();
   machine_.loop.advance(runtime::kStartHoldSeconds / 4);
-  EXPECT_EQ(service_.requests().size(), requests);
+  EXPECT_EQ(service_->requests().size(), requests);
   disk_.decide({});
   machine_.loop.advance(70);
-  EXPECT_GT(service_.requests().size(), requests);
-  EXPECT_EQ(service_.installs(), 1U);
+  EXPECT_GT(service_->requests().size(), requests);
+  EXPECT_EQ(service_->installs(), 1U);
   EXPECT_EQ(phone_->properties().fendoUserInfo_fendoUserNo(), user);
   EXPECT_FALSE(phone_->status().is_session_open);
 }

@@ -8,11 +8,9 @@
 #include <set>
 #include <string>
 
-#include "host/compress/zlib_compressor.h"
-#include "host/crypto/openssl_cipher.h"
 #include "proofs/run/watched_machine.h"
 #include "simulation/dice.h"
-#include "testing/simulated_service.h"
+#include "simulation/virtual_service.h"
 
 namespace morvik::proofs {
 namespace {
@@ -87,7 +85,7 @@ class ForeignCalls : public ::testing::TestWithParam<uint64_t> {
       return Answer::error("lost").after(delay_seconds);
     if (!is_healthy_ && dice_.happens(0.2))
       return Answer::json(kit::Dictionary{{"Result", false}}).after(delay_seconds);
-    return service_.serve(request).after(delay_seconds);
+    return service_->serve(request).after(delay_seconds);
   }
   void start() {
     phone_ = machine_.start(simulation::simulatedApp());
@@ -129,11 +127,7 @@ class ForeignCalls : public ::testing::TestWithParam<uint64_t> {
   ForeignThread foreign_{GetParam() + 1};
   NoWatcher watcher_;
   WatchedMachine machine_{attributed(), watcher_, &foreign_};
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
-  ::morvik::testing::SeededRandom random_{GetParam()};
-  ::morvik::testing::SimulatedService service_{
-      {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return machine_.loop.now(); }};
+  simulation::VirtualService service_{[this] { return machine_.loop.now(); }};
   bool is_healthy_ = false;
   uint64_t own_ = 0;
   std::unique_ptr<runtime::Instance> phone_;
@@ -155,7 +149,7 @@ TEST_P(ForeignCalls, AtAnyCallOfTheStoreLoseAndDoubleNothing) {
     wait(120);
   }
   std::map<std::string, std::set<std::string>> arrived;
-  for (const kit::Value& event : service_.events())
+  for (const kit::Value& event : service_->events())
     arrived[std::string(event["group"].string())].emplace(event["activity"].string());
   EXPECT_GT(foreign_.activities, 50U);
   const Ledger ledger = phone_->ledger();
@@ -163,7 +157,7 @@ TEST_P(ForeignCalls, AtAnyCallOfTheStoreLoseAndDoubleNothing) {
   // A second batch that leaves while the first is under way, and is refused, may be deleted by the answer to the first.
   const Ledger::Account activities = ledger.of("activities");
   EXPECT_EQ(activities.under_way, 0U);
-  EXPECT_EQ(service_.distinctEvents() + activities.stored + activities.givenUp(), activities.recorded);
+  EXPECT_EQ(service_->distinctEvents() + activities.stored + activities.givenUp(), activities.recorded);
   EXPECT_LE(foreign_.activities - arrived["foreign"].size() + own_ - arrived["own"].size(), activities.givenUp());
   EXPECT_EQ(ledger.of("impressions").recorded, foreign_.impressions);
   EXPECT_EQ(ledger.of("demographics").recorded, foreign_.demographics);

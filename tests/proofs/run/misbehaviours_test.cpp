@@ -7,15 +7,12 @@
 #include <set>
 #include <string>
 
-#include "host/compress/zlib_compressor.h"
-#include "host/crypto/openssl_cipher.h"
-#include "testing/fake_crypto.h"
+#include "simulation/virtual_service.h"
 #include "testing/virtual_loop.h"
 
 namespace morvik::proofs {
 namespace {
 
-using ::morvik::testing::SimulatedService;
 using ::testing::HasSubstr;
 
 class ServiceMoods : public ::testing::Test {
@@ -29,7 +26,7 @@ class ServiceMoods : public ::testing::Test {
     request.body = "[{\"clickId\":\"deal\"}]";
     request.timeout_seconds = 120;
     network_.on("").alwaysBy([&](const kit::Request& leaving) {
-      TreatedRequest treated = treat(leaving, misbehaviour, service_, dice_, {});
+      TreatedRequest treated = treat(leaving, misbehaviour, *service_, dice_, {});
       is_counted_ = treated.served.counted;
       return treated.answer;
     });
@@ -42,11 +39,7 @@ class ServiceMoods : public ::testing::Test {
 
   ::morvik::testing::VirtualLoop loop_;
   ::morvik::testing::ScriptedTransport network_{loop_};
-  const host::OpensslCipher cipher_;
-  const host::ZlibCompressor compressor_;
-  ::morvik::testing::SeededRandom random_;
-  SimulatedService service_{
-      {cipher_, compressor_, random_}, {"app", "hash", "tracking"}, [this] { return loop_.now(); }};
+  simulation::VirtualService service_{[this] { return loop_.now(); }};
   simulation::Dice dice_;
   bool is_counted_ = false;
 };
@@ -87,7 +80,7 @@ TEST_F(ServiceMoods, AnswerWithWhatIsNoAnswer) {
 
 TEST_F(ServiceMoods, SeeTheSameRequestTwiceBehindAProxy) {
   outcomeOf(Misbehaviour::kTwice);
-  EXPECT_EQ(service_.requestCount(), 2U);
+  EXPECT_EQ(service_->requestCount(), 2U);
 }
 
 TEST_F(ServiceMoods, AreAllDrawn) {
