@@ -126,24 +126,27 @@ Value spoiled(const Value& json, Misbehaviour misbehaviour, simulation::Dice& di
   });
 }
 
-/// Whether the request reaches the service. Where the device cannot tell from the answer either may be.
-bool arrives(Misbehaviour misbehaviour, simulation::Dice& dice) {
+/// Whether the request reaches the service.
+enum class Arrival : uint8_t { kNo, kMaybe, kYes };
+
+/// Where the device cannot tell from the answer either may be.
+Arrival arrivalUnder(Misbehaviour misbehaviour) {
   switch (misbehaviour) {
     case Misbehaviour::kRefuses:
     case Misbehaviour::kRedirects:
     case Misbehaviour::kClosesBefore:
     case Misbehaviour::kSilentBefore:
     case Misbehaviour::kSaysNo:
-      return false;
+      return Arrival::kNo;
     case Misbehaviour::kGarbage:
     case Misbehaviour::kNoObject:
     case Misbehaviour::kNullBody:
     case Misbehaviour::kEmptyBody:
     case Misbehaviour::kEmptyObject:
     case Misbehaviour::kHuge:
-      return dice.happens(0.5);
+      return Arrival::kMaybe;
     default:
-      return true;
+      return Arrival::kYes;
   }
 }
 
@@ -219,17 +222,28 @@ Misbehaviour drawMisbehaviour(simulation::Dice& dice) {
   return Misbehaviour::kRefuses;
 }
 
-TreatedRequest treat(const kit::Request& request, Misbehaviour misbehaviour, SimulatedService& service,
-                     simulation::Dice& dice, std::span<const int64_t> other_keys) {
-  const bool is_taken_in = arrives(misbehaviour, dice);
-  TreatedRequest treated;
-  treated.served =
-      service.receive(request, is_taken_in ? SimulatedService::Counting::kYes : SimulatedService::Counting::kNo);
-  if (misbehaviour == Misbehaviour::kTwice)
-    service.receive(request);
+Treatment drawTreatment(Misbehaviour misbehaviour, simulation::Dice& dice) {
+  const Arrival arrival = arrivalUnder(misbehaviour);
+  const bool arrives = arrival == Arrival::kMaybe ? dice.happens(0.5) : arrival == Arrival::kYes;
   const double delay_seconds =
       misbehaviour == Misbehaviour::kSlow ? dice.between(1, kSlowestSeconds) : dice.between(0.02, kUsualDelaySeconds);
-  treated.answer = answerOf(service.usualAnswer(treated.served), misbehaviour, dice, other_keys).after(delay_seconds);
+  return {misbehaviour, arrives, delay_seconds};
+}
+
+Treatment steadyTreatment(Misbehaviour misbehaviour) {
+  return {misbehaviour, arrivalUnder(misbehaviour) != Arrival::kNo, kSteadyDelaySeconds};
+}
+
+TreatedRequest treat(const kit::Request& request, const Treatment& treatment, SimulatedService& service,
+                     simulation::Dice& dice, std::span<const int64_t> other_keys) {
+  const Misbehaviour misbehaviour = treatment.misbehaviour;
+  TreatedRequest treated;
+  treated.served =
+      service.receive(request, treatment.arrives ? SimulatedService::Counting::kYes : SimulatedService::Counting::kNo);
+  if (misbehaviour == Misbehaviour::kTwice)
+    service.receive(request);
+  treated.answer =
+      answerOf(service.usualAnswer(treated.served), misbehaviour, dice, other_keys).after(treatment.delay_seconds);
   return treated;
 }
 

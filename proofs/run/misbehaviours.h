@@ -47,14 +47,25 @@ std::span<const MisbehaviourRow> misbehaviours();
 const char* nameOf(Misbehaviour misbehaviour);
 Misbehaviour drawMisbehaviour(simulation::Dice& dice);
 
+/// A misbehaviour towards one request, with what is left open about it.
+struct Treatment {
+  Misbehaviour misbehaviour = Misbehaviour::kNone;
+  bool arrives = true;  ///< the service takes the request in
+  double delay_seconds = 0;
+};
+Treatment drawTreatment(Misbehaviour misbehaviour, simulation::Dice& dice);
+/// For a script: after always the same delay, and what may arrive does.
+Treatment steadyTreatment(Misbehaviour misbehaviour);
+inline constexpr double kSteadyDelaySeconds = 0.2;
+
 /// What came of a request.
 struct TreatedRequest {
   testing::ServedRequest served;
   testing::Answer answer = testing::Answer::silence();
 };
 
-/// `other_keys`: what kOtherKey draws from.
-TreatedRequest treat(const kit::Request& request, Misbehaviour misbehaviour, testing::SimulatedService& service,
+/// `dice` draws what the answer says; `other_keys`: what kOtherKey draws from.
+TreatedRequest treat(const kit::Request& request, const Treatment& treatment, testing::SimulatedService& service,
                      simulation::Dice& dice, std::span<const int64_t> other_keys);
 
 }  // namespace morvik::proofs

@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/store/sqlite_store.h"
 #include "kit/continued_list.h"
 #include "proofs/run/heard_lines.h"
 #include "runtime/machine/passing_store.h"
@@ -11,7 +12,7 @@
 namespace morvik::proofs {
 namespace {
 
-MachineSabotage& noMeddler() {
+MachineSabotage& noSabotage() {
   static MachineSabotage none;
   return none;
 }
@@ -50,6 +51,12 @@ class WatchedStore final : public runtime::PassingStore {
     for (runtime::StoreWrite& write : writes) {
       write.value = sabotage_.stored(write.key, std::move(write.value));
       watcher_.valueSet(write.key, write.value);
+    }
+    if (writes.size() > 1) {
+      if (auto held = sabotage_.heldBack({std::string(writes.back().key), writes.back().value})) {
+        store_.setTogether(writes.first(writes.size() - 1));
+        return store_.set(held->key, std::move(held->value));
+      }
     }
     store_.setTogether(writes);
   }
@@ -166,15 +173,33 @@ class WatchedTransport final : public runtime::PassingTransport {
 
 WatchedMachine::WatchedMachine(simulation::VirtualMachineOptions options, MachineWatcher& watcher,
                                MachineSabotage* sabotage)
-    : simulation::VirtualMachine(std::move(options)),
+    : simulation::VirtualMachine(options),
+      has_disk_(options.disk != nullptr),
       watcher_(watcher),
-      sabotage_(sabotage != nullptr ? *sabotage : noMeddler()) {}
+      sabotage_(sabotage != nullptr ? *sabotage : noSabotage()) {}
 
 std::unique_ptr<runtime::MachineStore> WatchedMachine::makeStore(const std::string& folder, kit::LogSink& log) {
   auto watched =
       std::make_unique<HeardLines>(log, [&watcher = watcher_](std::string_view text) { watcher.storeSays(text); });
-  auto made = simulation::VirtualMachine::makeStore(folder, *watched);
+  auto made = openStore(folder, *watched);
   return std::make_unique<WatchedStore>(std::move(watched), std::move(made), watcher_, sabotage_);
+}
+
+std::unique_ptr<runtime::MachineStore> WatchedMachine::openStore(const std::string& folder, kit::LogSink& log) {
+  if (!has_disk_)
+    return simulation::VirtualMachine::makeStore(folder, log);
+  host::SqliteStoreOptions options = storeOptions();
+  options.make_flusher = [this, make = options.make_flusher](host::StoreFlusher::Flush flush,
+                                                             std::chrono::milliseconds delay) {
+    return make(
+        [this, flush = std::move(flush)](host::StoreFlusher::Urgency urgency) {
+          watcher_.flushBegins();
+          flush(urgency);
+          watcher_.flushEnded();
+        },
+        delay);
+  };
+  return std::make_unique<host::SqliteStore>(std::move(options), log);
 }
 
 std::unique_ptr<runtime::MachineLoop> WatchedMachine::makeMainLoop(MainQueueMode mode, const services::Logger& logger) {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -29,6 +30,15 @@ class MachineWatcher {
   virtual void storeSays(std::string_view /*line*/) {}
   /// A block is put off on the main queue, by the core.
   virtual void blockPostponed(double delay_seconds) = 0;
+  /// A flush of the store on the disk: its calls of the disk come in between.
+  virtual void flushBegins() {}
+  virtual void flushEnded() {}
+};
+
+/// A value that is written later than it should be.
+struct HeldWrite {
+  std::string key = "nothing held";
+  kit::Value value;
 };
 
 /// Stands between the host and the machine and does what no machine should, to see that it is found out. By itself it
@@ -48,6 +58,8 @@ class MachineSabotage {
   virtual void storeIsCalled() {}
   /// What is stored in the place of the value.
   virtual kit::Value stored(std::string_view, kit::Value value) { return value; }
+  /// What is written behind the others in the place of the last of what is to survive together; nothing: that itself.
+  virtual std::optional<HeldWrite> heldBack(const HeldWrite&) { return std::nullopt; }
   /// What is logged in the place of the line.
   virtual std::string logged(std::string_view line) { return std::string(line); }
   /// So often the block that is put off runs.
@@ -64,6 +76,9 @@ class WatchedMachine final : public simulation::VirtualMachine {
   std::unique_ptr<runtime::MachineTransport> makeTransport(runtime::TransportParts parts) override;
 
  private:
+  std::unique_ptr<runtime::MachineStore> openStore(const std::string& folder, kit::LogSink& log);
+
+  const bool has_disk_;
   MachineWatcher& watcher_;
   MachineSabotage& sabotage_;
   uint64_t last_exchange_ = 0;

@@ -57,7 +57,7 @@ struct CrashPointOptions {
   uint64_t seed = 1;
   /// Threads.
   unsigned workers = 2;
-  ScriptedRunSabotage sabotage = ScriptedRunSabotage::kNone;
+  Sabotage sabotage = Sabotage::kNone;
 };
 
 /// The same for the same options, but for `workers`, whose number changes nothing.

@@ -18,7 +18,6 @@
 #include "proofs/run/stored_keys.h"
 #include "proofs/run/transcript.h"
 #include "proofs/run/watched_machine.h"
-#include "proofs/run/wish_file.h"
 #include "runtime/instance.h"
 #include "services/json_writer.h"
 #include "simulation/durations.h"
@@ -96,9 +95,9 @@ class RandomRun final : private MachineWatcher {
   explicit RandomRun(const RandomRunOptions& options)
       : options_(options),
         dice_(options.seed),
-        sabotage_(makeSabotage(options.sabotage)),
+        sabotage_(options.sabotage),
         disk_([this] { return now(); }, [this](const simulation::DiskCall& call) { diskChanges(call); }),
-        machine_(machineOptions(), *this, sabotage_.get()),
+        machine_(machineOptions(), *this, &sabotage_),
         invariants_(makeInvariants(tracker_.facts, [this](const char* invariant, const std::string& text) {
           complain(std::string(invariant) + ": " + text);
         })) {
@@ -133,7 +132,7 @@ class RandomRun final : private MachineWatcher {
   void drawTraits() {
     app_ = simulation::simulatedApp();
     app_.log_level = kMostTalkative;
-    app_.log_sink = [this](std::string_view line) { sabotage_ ? hear(sabotage_->logged(line)) : hear(line); };
+    app_.log_sink = [this](std::string_view line) { hear(sabotage_.logged(line)); };
     if (dice_.happens(0.1))
       app_.device.idfa = Identifier::none();
     if (dice_.happens(0.1)) {
@@ -283,8 +282,7 @@ class RandomRun final : private MachineWatcher {
     });
   }
   void isAnsweredByTheStore(Recorded answer) {
-    if (options_.sabotage == Sabotage::kSaysItIsKept)
-      answer = Recorded::kKept;
+    answer = sabotage_.told(answer);
     if (answer == Recorded::kKeptInMemory)
       ++result_.figures.kept_in_memory;
     // What a stop still lets run may come behind the store's end.
@@ -570,13 +568,11 @@ class RandomRun final : private MachineWatcher {
     endInOrder();
     if (process_ || isCut())
       return;
-    const bool is_used = options_.sabotage == Sabotage::kIgnoresTheVersion
-                             ? !disk_.disk.bytesOf(disk_.disk.place().path()).empty()
-                             : useWithNewerProgram(disk_.disk, kNewerStoreVersion);
+    const bool is_used = sabotage_.ignoresTheVersion() ? !disk_.disk.bytesOf(disk_.disk.place().path()).empty()
+                                                       : useWithNewerProgram(disk_.disk, kNewerStoreVersion);
     if (!is_used)
       return;
-    if (options_.sabotage == Sabotage::kLosesTheWishFile)
-      disk_.disk.put(wishFileNextTo(disk_.disk.place()), wishFileOfARememberedUser());
+    sabotage_.storeIsLeft(disk_.disk);
     disk_.storeWasSynced();
     tracker_.facts.is_next_to_newer = true;
   }
@@ -638,8 +634,7 @@ class RandomRun final : private MachineWatcher {
 
   void drawTheDisksSpeed() {
     sync_seconds_ = dice_.happens(kOnASlowDisk) ? dice_.between(0, kSlowestSyncSeconds) : 0;
-    const bool is_too_slow = options_.sabotage == Sabotage::kSyncsTooLate && sync_seconds_ > 0;
-    machine_.sync_seconds = is_too_slow ? kTooSlowSyncSeconds : sync_seconds_;
+    machine_.sync_seconds = sabotage_.syncSeconds(sync_seconds_);
     if (sync_seconds_ > 0)
       ++result_.figures.slow_disks;
   }
@@ -910,7 +905,7 @@ class RandomRun final : private MachineWatcher {
     const Misbehaviour misbehaviour = misbehaves ? drawMisbehaviour(dice_) : Misbehaviour::kNone;
     ++result_.figures.misbehaviours[static_cast<size_t>(misbehaviour)];
     trace("  service ", nameOf(misbehaviour));
-    TreatedRequest treated = treat(request, misbehaviour, *service_, dice_, kKeys);
+    TreatedRequest treated = treat(request, drawTreatment(misbehaviour, dice_), *service_, dice_, kKeys);
     if (treated.served.refusal)
       complain("the service understands what comes: " + request.url + ": " + *treated.served.refusal);
     if (treated.served.counted && leaving_ != nullptr)
@@ -1068,7 +1063,7 @@ class RandomRun final : private MachineWatcher {
 
   const RandomRunOptions options_;
   simulation::Dice dice_;
-  const std::unique_ptr<MachineSabotage> sabotage_;
+  RunSabotage sabotage_;
   FlakyDisk disk_;
   WatchedMachine machine_;
   simulation::VirtualService service_{[this] { return machine_.loop.now(); }, 0};

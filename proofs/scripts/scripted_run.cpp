@@ -3,14 +3,12 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <charconv>
 #include <functional>
 #include <map>
 #include <memory>
 #include <numeric>
 #include <optional>
 #include <set>
-#include <span>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -18,10 +16,10 @@
 #include "host/store/sqlite_store.h"
 #include "host/store/store_files.h"
 #include "proofs/oracle/expected_records.h"
-#include "proofs/run/heard_lines.h"
+#include "proofs/run/misbehaviours.h"
 #include "proofs/run/newer_program.h"
 #include "proofs/run/power_cut_loss.h"
-#include "proofs/run/wish_file.h"
+#include "proofs/run/watched_machine.h"
 #include "runtime/instance.h"
 #include "runtime/machine/machine.h"
 #include "services/json_writer.h"
@@ -40,27 +38,14 @@ using Reason = RemovalReason;
 using testing::Answer;
 using testing::ServedRequest;
 using testing::ServiceEndpoint;
-using testing::SimulatedService;
 
-constexpr double kAnswerSeconds = 0.2;
 /// So much comes with an event of the long queue that its log has to begin again.
 constexpr size_t kLongParamBytes = 700;
 constexpr int kLongQueueEvents = 90;
 constexpr size_t kNameBytes = 16;  // of a name in a complaint
 constexpr uint64_t kWrittenBackCallsPerEvent = 5;
-constexpr uint64_t kDroppedWriteEvery = 50;
 /// A commit that could not be made is retried every ten seconds; after this it was, and can be synced.
 constexpr double kStoreRetriedSeconds = 12;
-
-/// How the service treats what comes.
-enum class ServiceState : uint8_t {
-  kHealthy,
-  kRefuses,      ///< a bad status
-  kSaysNo,       ///< a good one, and "no"
-  kNotReached,   ///< the request is lost on its way
-  kAnswerLost,   ///< the request is taken in, and its answer is lost
-  kAnswersJunk,  ///< the request is taken in, and its answer is no JSON
-};
 
 /// A rule may let something go, from a moment of virtual time on.
 struct Permission {
@@ -122,63 +107,7 @@ std::string textOf(const Ledger::Account& account) {
   return text;
 }
 
-/// What is set together survives together, or so it says.
-class HoldingStore final : public host::SqliteStore {
- public:
-  using SqliteStore::SqliteStore;
-  void setTogether(std::span<runtime::StoreWrite> writes) override {
-    if (writes.size() < 2)
-      return SqliteStore::setTogether(writes);
-    SqliteStore::setTogether(writes.first(writes.size() - 1));
-    set(std::exchange(held_name_, std::string(writes.back().key)),
-        std::exchange(held_value_, std::move(writes.back().value)));
-  }
-
- private:
-  std::string held_name_ = "nothing held";
-  kit::Value held_value_;
-};
-
-class ScriptedRunMachine final : public simulation::VirtualMachine {
- public:
-  /// `store_says`: gets each line of the store when it is said, which may be before the log has it.
-  ScriptedRunMachine(simulation::SimulatedDisk& disk, ScriptedRunSabotage sabotage, HeardLines::Listener store_says)
-      : simulation::VirtualMachine({.disk = &disk}), sabotage_(sabotage), store_says_(std::move(store_says)) {}
-  /// What a flush of the store does first is its first sync, with no commit held off.
-  bool isBeforeFirstSync() const { return is_before_first_sync_; }
-  void syncBegins() { is_before_first_sync_ = false; }
-
-  std::unique_ptr<runtime::MachineStore> makeStore(const std::string&, kit::LogSink& log) override {
-    host::SqliteStoreOptions options = storeOptions();
-    options.make_flusher = [this, make = options.make_flusher](host::StoreFlusher::Flush flush,
-                                                               std::chrono::milliseconds delay) {
-      return make(
-          [this, flush = std::move(flush)](host::StoreFlusher::Urgency urgency) {
-            is_before_first_sync_ = true;
-            flush(urgency);
-            is_before_first_sync_ = false;
-          },
-          delay);
-    };
-    HeardLines& heard = log_of_store_.emplace(log, store_says_);
-    if (sabotage_ == ScriptedRunSabotage::kHoldsBack)
-      return std::make_unique<HoldingStore>(std::move(options), heard);
-    return std::make_unique<host::SqliteStore>(std::move(options), heard);
-  }
-  std::unique_ptr<runtime::MachineTransport> makeTransport(runtime::TransportParts parts) override {
-    if (sabotage_ == ScriptedRunSabotage::kLetsOutWhatWaits)
-      parts.is_forgotten = [] { return false; };
-    return simulation::VirtualMachine::makeTransport(std::move(parts));
-  }
-
- private:
-  const ScriptedRunSabotage sabotage_;
-  const HeardLines::Listener store_says_;
-  std::optional<HeardLines> log_of_store_;  ///< of the latest process
-  bool is_before_first_sync_ = false;
-};
-
-class ScriptedRun {
+class ScriptedRun final : private MachineWatcher {
  public:
   explicit ScriptedRun(const ScriptedRunOptions& options) : options_(options) {
     machine_.transport.on("").alwaysBy([this](const kit::Request& request) { return serve(request); });
@@ -238,7 +167,7 @@ class ScriptedRun {
   }
 
   void firstStart() {
-    service_states_[ServiceEndpoint::kReEngagement] = ServiceState::kRefuses;
+    misbehaviours_[ServiceEndpoint::kReEngagement] = Misbehaviour::kRefuses;
     openSession();
     addImpression();
     record(12);
@@ -250,45 +179,45 @@ class ScriptedRun {
 
   /// The user is back within the minute; the batch at the end is refused.
   void keptSession() {
-    service_states_[ServiceEndpoint::kTracking] = ServiceState::kRefuses;
+    misbehaviours_[ServiceEndpoint::kTracking] = Misbehaviour::kRefuses;
     openSession();
     record(4);
     openLink(Kind::kReEngagementClicks);
     leaveSession();
-    service_states_[ServiceEndpoint::kTracking] = ServiceState::kSaysNo;
+    misbehaviours_[ServiceEndpoint::kTracking] = Misbehaviour::kSaysNo;
     pass(simulation::kHourSeconds);
   }
 
   void lostAnswers() {
-    service_states_[ServiceEndpoint::kTracking] = ServiceState::kAnswerLost;
-    service_states_[ServiceEndpoint::kDemographics] = ServiceState::kNotReached;
+    misbehaviours_[ServiceEndpoint::kTracking] = Misbehaviour::kClosesAfter;
+    misbehaviours_[ServiceEndpoint::kDemographics] = Misbehaviour::kClosesBefore;
     openSession();
     record(3);
     setUserId();
     addImpression();
-    service_states_[ServiceEndpoint::kTracking] = ServiceState::kAnswersJunk;
+    misbehaviours_[ServiceEndpoint::kTracking] = Misbehaviour::kGarbage;
     pushTracking();
     record(2);
-    service_states_[ServiceEndpoint::kTracking] = ServiceState::kHealthy;
+    misbehaviours_[ServiceEndpoint::kTracking] = Misbehaviour::kNone;
     pushTracking();
     leaveSession();
-    service_states_.clear();
+    misbehaviours_.clear();
     pass(simulation::kHourSeconds);
   }
 
   /// The app dies of its own fault in a session; the next start reports it.
   void crash() {
-    service_states_[ServiceEndpoint::kCommerce] = ServiceState::kRefuses;
+    misbehaviours_[ServiceEndpoint::kCommerce] = Misbehaviour::kRefuses;
     openSession();
     record(3);
     openLink(Kind::kCommerceClicks);
     reportCrash();
     die(simulation::DiskCut::killed());
-    service_states_[ServiceEndpoint::kCrash] = ServiceState::kNotReached;
+    misbehaviours_[ServiceEndpoint::kCrash] = Misbehaviour::kClosesBefore;
     openSession();
     pass(5);
     die(simulation::DiskCut::killed());
-    service_states_.clear();
+    misbehaviours_.clear();
     openSession();
     openLink(Kind::kCommerceClicks);
     leaveSession();
@@ -327,17 +256,17 @@ class ScriptedRun {
     startBatch();
     addImpression();
     openLink(Kind::kCommerceClicks, 0);
-    service_states_[ServiceEndpoint::kCommerce] = ServiceState::kRefuses;
+    misbehaviours_[ServiceEndpoint::kCommerce] = Misbehaviour::kRefuses;
     openLink(Kind::kCommerceClicks);
     setUserId();
     setUserId();
     crossBatches();
-    service_states_.clear();
+    misbehaviours_.clear();
     pass(5);
-    service_states_[ServiceEndpoint::kReEngagement] = ServiceState::kNotReached;
+    misbehaviours_[ServiceEndpoint::kReEngagement] = Misbehaviour::kClosesBefore;
     openLink(Kind::kReEngagementClicks, 0);
     die(simulation::DiskCut::killed());
-    service_states_.clear();
+    misbehaviours_.clear();
   }
 
   /// A session starts again while a batch is under way: the next one leaves next to it, with the demographics.
@@ -345,7 +274,7 @@ class ScriptedRun {
     record(1);
     startBatch();
     recordEvent();
-    service_states_[ServiceEndpoint::kTracking] = ServiceState::kSaysNo;
+    misbehaviours_[ServiceEndpoint::kTracking] = Misbehaviour::kSaysNo;
     doNow([](runtime::Instance& instance) { instance.applicationDidEnterBackground(); });
     doNow([](runtime::Instance& instance) { instance.applicationDidBecomeActive(); });
     setUserId();
@@ -356,7 +285,7 @@ class ScriptedRun {
     record(2);
     pushTracking();
     wish(true);
-    if (options_.sabotage == ScriptedRunSabotage::kAsksForTheForgotten)
+    if (sabotage_.asksForTheForgotten())
       askForTheSchedule();
     pass(5);
     die(simulation::DiskCut::killed());
@@ -397,8 +326,7 @@ class ScriptedRun {
   /// The disk takes its time, while the app goes on as ever; then the power goes.
   void slowSyncs() {
     sync_seconds_ = dice_.between(kPowerCutLossSeconds / 4, kSlowestSyncSeconds);
-    machine_.sync_seconds =
-        options_.sabotage == ScriptedRunSabotage::kSyncsTooLate ? kTooSlowSyncSeconds : sync_seconds_;
+    machine_.sync_seconds = sabotage_.syncSeconds(sync_seconds_);
     openSession();
     record(8);
     addImpression();
@@ -501,11 +429,10 @@ class ScriptedRun {
   void playHealthyEnd() {
     endCutProcess();
     is_healthy_ = true;
-    service_states_.clear();
+    misbehaviours_.clear();
     machine_.transport.goOnline();
     needProcess();
-    if (options_.sabotage == ScriptedRunSabotage::kThrows)
-      throw std::runtime_error("it was to end badly");
+    sabotage_.healthyEndStarts();
     if (process_->isGdprForgetMe()) {
       withdraw();
       stop();
@@ -537,8 +464,7 @@ class ScriptedRun {
   void needProcess() {
     if (process_ || isCut())
       return;
-    if (options_.sabotage == ScriptedRunSabotage::kKeepsNothing)
-      rememberTheDisk();
+    sabotage_.processStarts(disk_);
     is_starting_ = true;
     machine_.setOffline(false);
     process_ = machine_.start(startOptions(*this));
@@ -588,8 +514,7 @@ class ScriptedRun {
   void openSession() {
     if (is_active_ && process_)
       return;
-    if (options_.sabotage == ScriptedRunSabotage::kForgetsTheLastSession)
-      rememberTheDisk();
+    sabotage_.sessionStarts(disk_);
     doNow([](runtime::Instance& instance) { instance.applicationDidBecomeActive(); });
     is_active_ = true;
     pass(3);
@@ -657,10 +582,15 @@ class ScriptedRun {
     if (due && mayGo(kind, Reason::kAddedDuringUpload))
       permit(items_.back(), Reason::kAddedDuringUpload, *due);
     const size_t number = items_.size() - 1;
-    if (options_.sabotage == ScriptedRunSabotage::kKeepsNoMemory && !is_writable_)
-      items_[number].told = Recorded::kKeptInMemory;
-    if (reachesTheKit(items_[number]))
+    const RecordingMoment moment{.kind = kind,
+                                 .is_healthy_end = is_healthy_,
+                                 .is_excused = !items_.back().permissions.empty(),
+                                 .is_next_to_refused = is_beside_the_refused_,
+                                 .is_writable = is_writable_};
+    if (!sabotage_.losesRecord(moment))
       doNow([&](runtime::Instance& instance) { items_[number].told = heldAgainstTheStore(action(instance)); });
+    else if (!is_writable_)
+      items_[number].told = Recorded::kKeptInMemory;
     if (!isCut() && !isInMemory(items_[number]))
       items_[number].kept_from = now() + kept_after;
   }
@@ -674,8 +604,7 @@ class ScriptedRun {
     if (!answer || isCut())
       return std::nullopt;
     const bool is_taken = !trouble_since_ && !is_beside_newer_;
-    if (!is_taken && options_.sabotage == ScriptedRunSabotage::kSaysItIsKept)
-      answer = Recorded::kKept;
+    answer = sabotage_.told(*answer);
     expectAnswer(*answer, is_taken ? Recorded::kKept : Recorded::kKeptInMemory);
     if (!is_writable_ && answer == Recorded::kKeptInMemory)
       met(Occasion::kUnwritable);
@@ -687,21 +616,6 @@ class ScriptedRun {
                std::string(toText(answer)) + " in the place of: " + std::string(toText(expected)));
   }
   void met(Occasion occasion) { ++result_.occasions[static_cast<size_t>(occasion)]; }
-
-  bool reachesTheKit(const Item& item) const {
-    switch (options_.sabotage) {
-      case ScriptedRunSabotage::kForgetsAtTheEnd:
-        return !is_healthy_ || item.kind != Kind::kActivities;
-      case ScriptedRunSabotage::kForgetsTheExcused:
-        return item.permissions.empty();
-      case ScriptedRunSabotage::kLosesTheNeighbours:
-        return !is_beside_the_refused_;
-      case ScriptedRunSabotage::kKeepsNoMemory:
-        return is_writable_;
-      default:
-        return true;
-    }
-  }
 
   std::string nextName(const char* what) { return std::string(what) + "-" + std::to_string(1000 + items_.size()); }
 
@@ -733,8 +647,7 @@ class ScriptedRun {
     doNow([&](runtime::Instance& instance) {
       if (instance.isGdprForgetMe())  // a withdrawal that did not outlive its process
         return;
-      const bool is_taken = options_.sabotage == ScriptedRunSabotage::kTakesWhatIsTooLarge;
-      expectAnswer(is_taken ? Recorded::kKept : too_much(instance), Recorded::kRefusedTooLarge);
+      expectAnswer(sabotage_.told(too_much(instance)), Recorded::kRefusedTooLarge);
       if (!isCut())
         met(Occasion::kTooLarge);
     });
@@ -763,7 +676,7 @@ class ScriptedRun {
     const std::string name = nextName("click");
     const bool is_commerce = kind == Kind::kCommerceClicks;
     // A re-engagement click is kept once its request has failed, and not before.
-    record(kind, name, is_commerce ? 0 : kAnswerSeconds, [&](runtime::Instance& instance) {
+    record(kind, name, is_commerce ? 0 : kSteadyDelaySeconds, [&](runtime::Instance& instance) {
       instance.passOpenURL(is_commerce ? "shop://offer?cid=" + name
                                        : "shop://offer?ck=" + std::to_string(5000 + items_.size()) +
                                              "&sn=9001&mrvk_eng=1&sub_referral=" + name);
@@ -833,10 +746,9 @@ class ScriptedRun {
     stop();
     if (isCut())
       return;
-    if (options_.sabotage != ScriptedRunSabotage::kIgnoresTheVersion && !useWithNewerProgram(disk_, kNewerStoreVersion))
-      throw std::logic_error("a life that came this far has a store");
-    if (options_.sabotage == ScriptedRunSabotage::kLosesTheWishFile)
-      removeTheWishFile();
+    if (!sabotage_.ignoresTheVersion() && !useWithNewerProgram(disk_, kNewerStoreVersion))
+      throw std::logic_error("a run that came this far has a store");
+    sabotage_.storeIsLeft(disk_);
     is_beside_newer_ = true;
     beside_since_ = now();
     newer_store_ = storeFilesOn(disk_);
@@ -852,11 +764,6 @@ class ScriptedRun {
   void checkNewerStore() {
     if (is_beside_newer_ && storeFilesOn(disk_) != newer_store_)
       complain(Complaint::kTouchedNewerStore, disk_.place().path());
-  }
-  void removeTheWishFile() {
-    disk_.cutNow();
-    disk_.restart(simulation::DiskCut::killed());
-    static_cast<void>(disk_.place().files->remove(wishFileNextTo(disk_.place())));
   }
 
   // ------------------------------------------------------------------------------------------------------------ dying
@@ -875,7 +782,7 @@ class ScriptedRun {
     is_active_ = false;
     endUploads();
     beginWithoutTrouble();
-    sabotageWhatIsLeft();
+    sabotage_.processDied(disk_);
     checkNewerStore();
   }
 
@@ -936,18 +843,7 @@ class ScriptedRun {
     if (call.kind == simulation::DiskCall::Kind::kSync && call.path.ends_with("-wal"))
       unsynced_since_.reset();
     recordMeanwhile(call);
-    const bool is_log_write = call.kind == simulation::DiskCall::Kind::kWrite && call.path.ends_with("-wal");
-    switch (options_.sabotage) {
-      case ScriptedRunSabotage::kSyncsNothing:
-        return call.kind == simulation::DiskCall::Kind::kSync || call.kind == simulation::DiskCall::Kind::kSyncFolder
-                   ? simulation::SimulatedDisk::kDropped
-                   : SQLITE_OK;
-      case ScriptedRunSabotage::kDropsAWrite:
-        return is_log_write && ++log_writes_ % kDroppedWriteEvery == 0 ? simulation::SimulatedDisk::kDropped
-                                                                       : SQLITE_OK;
-      default:
-        return SQLITE_OK;
-    }
+    return sabotage_.diskAnswer(call);
   }
 
   bool isOfTheStore(std::string_view path) const { return path == store_path_ || path == log_path_; }
@@ -979,9 +875,9 @@ class ScriptedRun {
            call.path == store_path_ && machine_.loop.running() == testing::VirtualLoop::Running::kMainBlock;
   }
   bool isFirstSyncOfASlowDisk(const simulation::DiskCall& call) {
-    if (call.kind != simulation::DiskCall::Kind::kSync || call.path != log_path_ || !machine_.isBeforeFirstSync())
+    if (call.kind != simulation::DiskCall::Kind::kSync || call.path != log_path_ || !is_before_first_sync_)
       return false;
-    machine_.syncBegins();
+    is_before_first_sync_ = false;
     if (sync_seconds_ == 0)
       return false;
     met(Occasion::kSlowSync);
@@ -1013,32 +909,7 @@ class ScriptedRun {
                                                                                                       : SQLITE_OK;
   }
 
-  void sabotageWhatIsLeft() {
-    const std::string path = disk_.place().path();
-    switch (options_.sabotage) {
-      case ScriptedRunSabotage::kGarblesTheFile:
-        disk_.put(path, std::string(2048, 'x'));
-        break;
-      case ScriptedRunSabotage::kKeepsNothing:
-        // No change of the disk's: one that it is cut off at would leave no process to die of it.
-        disk_.remove(wishFileNextTo(disk_.place()));
-        [[fallthrough]];
-      case ScriptedRunSabotage::kForgetsTheLastSession:
-        for (const std::string& each : {path, path + "-wal"})
-          disk_.put(each, earlier_[each]);
-        break;
-      default:
-        break;
-    }
-  }
-
-  /// For a store that forgets: what the disk held before.
-  void rememberTheDisk() {
-    for (const std::string& each : disk_.paths())
-      earlier_[each] = disk_.bytesOf(each);
-  }
-
-  void hearTheStore(std::string_view line) {
+  void storeSays(std::string_view line) override {
     const auto says = [line](std::string_view part) { return line.find(part) != std::string_view::npos; };
     if (isCut())
       return;
@@ -1081,6 +952,15 @@ class ScriptedRun {
     }
   }
 
+  // What a flush of the store does first is its first sync, with no commit held off.
+  void flushBegins() override { is_before_first_sync_ = true; }
+  void flushEnded() override { is_before_first_sync_ = false; }
+  void requestStarts(uint64_t, const kit::Request&) override {}
+  void handlerBegins(uint64_t, const kit::TransportOutcome&) override {}
+  void handlerEnded(uint64_t) override {}
+  void valueSet(std::string_view, const kit::Value&) override {}
+  void blockPostponed(double) override {}
+
   // ------------------------------------------------------------------------------------------------------- the service
 
   Answer serve(const kit::Request& request) {
@@ -1089,51 +969,32 @@ class ScriptedRun {
     const std::optional<ServiceEndpoint> endpoint = testing::endpointOf(request.url);
     if (process_ && endpoint != ServiceEndpoint::kErasure && process_->isGdprForgetMe())
       complain(Complaint::kRequestOfForgotten, request.url);
-    const ServiceState state =
-        endpoint && service_states_.contains(*endpoint) ? service_states_[*endpoint] : ServiceState::kHealthy;
-    const bool arrives =
-        state == ServiceState::kHealthy || state == ServiceState::kAnswerLost || state == ServiceState::kAnswersJunk;
-    const ServedRequest served =
-        service_->receive(request, arrives ? SimulatedService::Counting::kYes : SimulatedService::Counting::kNo);
+    const Misbehaviour misbehaviour =
+        endpoint && misbehaviours_.contains(*endpoint) ? misbehaviours_[*endpoint] : Misbehaviour::kNone;
+    const TreatedRequest treated = treat(request, steadyTreatment(misbehaviour), *service_, service_dice_, {});
+    const ServedRequest& served = treated.served;
     if (served.refusal)
       complain(Complaint::kBroken, "the service refused " + request.url + ": " + *served.refusal);
     if (endpoint == ServiceEndpoint::kTracking)
-      noteSent(served, state);
-    if (endpoint && state == ServiceState::kHealthy)
-      acceptances_[*endpoint].push_back(now() + kAnswerSeconds);
+      noteSent(served, misbehaviour);
+    if (endpoint && misbehaviour == Misbehaviour::kNone)
+      acceptances_[*endpoint].push_back(now() + kSteadyDelaySeconds);
     if (endpoint == ServiceEndpoint::kConversion)
       installed_at_ = std::min(installed_at_, now());
-    if (arrives)
+    if (served.counted)
       noteArrived(served);
-    const Answer answer = answerOf(served, state).after(kAnswerSeconds);
     // Who may not read its store does not know who it is.
     if (is_beside_newer_)
       other_installs_ = std::max(other_installs_, service_->installs() - own_installs_);
     else
       own_installs_ = service_->installs() - other_installs_;
-    return answer;
+    return treated.answer;
   }
 
-  Answer answerOf(const ServedRequest& served, ServiceState state) {
-    switch (state) {
-      case ServiceState::kHealthy:
-      case ServiceState::kSaysNo:
-        break;
-      case ServiceState::kRefuses:
-        return Answer::body(503, "out of order");
-      case ServiceState::kNotReached:
-      case ServiceState::kAnswerLost:
-        return Answer::error("the connection was closed");
-      case ServiceState::kAnswersJunk:
-        return Answer::body(200, "<html>sign in</html>");
-    }
-    return service_->answer(served);
-  }
-
-  void noteSent(const ServedRequest& served, ServiceState state) {
+  void noteSent(const ServedRequest& served, Misbehaviour misbehaviour) {
     const bool overlaps = now() < batch_under_way_until_;
-    batch_under_way_until_ = std::max(batch_under_way_until_, now() + kAnswerSeconds);
-    const bool accepted = state == ServiceState::kHealthy;
+    batch_under_way_until_ = std::max(batch_under_way_until_, now() + kSteadyDelaySeconds);
+    const bool accepted = misbehaviour == Misbehaviour::kNone;
     for (const kit::Value& event : served.payload["activity_info"].array()) {
       const std::string id(event["event_id"].string());
       const auto before = sendings_.find(id);
@@ -1145,7 +1006,7 @@ class ScriptedRun {
           complain(Complaint::kSentTwice, id + " " + std::string(event["param"].string().substr(0, kNameBytes)));
       }
       sendings_[id] = {
-          .left_at = now(), .answered_at = now() + kAnswerSeconds, .accepted = accepted, .overlapped = overlaps};
+          .left_at = now(), .answered_at = now() + kSteadyDelaySeconds, .accepted = accepted, .overlapped = overlaps};
     }
     if (const std::optional<double> due = acceptanceDue(ServiceEndpoint::kTracking))
       permitToLoseItsPlace(served, *due);
@@ -1288,10 +1149,13 @@ class ScriptedRun {
 
   const ScriptedRunOptions options_;
   simulation::Dice dice_{options_.seed};
+  simulation::Dice service_dice_{options_.seed};  ///< draws what a misbehaving service says
   simulation::SimulatedDisk disk_;
-  ScriptedRunMachine machine_{disk_, options_.sabotage, [this](std::string_view line) { hearTheStore(line); }};
+  RunSabotage sabotage_{options_.sabotage};
+  WatchedMachine machine_{{.disk = &disk_}, *this, &sabotage_};
+  bool is_before_first_sync_ = false;  ///< of a flush
   simulation::VirtualService service_{[this] { return machine_.loop.now(); }, 0};
-  std::map<ServiceEndpoint, ServiceState> service_states_;
+  std::map<ServiceEndpoint, Misbehaviour> misbehaviours_;
   std::unique_ptr<runtime::Instance> process_;
   bool is_active_ = false;
   bool is_starting_ = false;
@@ -1323,8 +1187,6 @@ class ScriptedRun {
   const std::string store_path_ = disk_.place().path();
   const std::string log_path_ = store_path_ + "-wal";
   uint64_t written_back_calls_ = 0;
-  uint64_t log_writes_ = 0;
-  std::map<std::string, std::string> earlier_;  ///< bytes by path
   ScriptedRunResult result_;
 };
 

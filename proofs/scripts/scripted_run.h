@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "proofs/oracle/removal_rules.h"
+#include "proofs/run/sabotage.h"
 #include "simulation/simulated_disk.h"
 
 namespace morvik::proofs {
@@ -28,29 +29,6 @@ struct DiskFault {
   uint64_t calls = 1;  ///< so many in a row
 };
 
-/// A store that does less than it says, or a device that goes wrong otherwise, to see that it is found out.
-enum class ScriptedRunSabotage : uint8_t {
-  kNone,
-  kSyncsNothing,           ///< no sync reaches the disk
-  kDropsAWrite,            ///< every 50th write to the log never reaches it
-  kKeepsNothing,           ///< what a process wrote is gone with it
-  kForgetsTheLastSession,  ///< what was written since the latest session began is gone with its process
-  kHoldsBack,              ///< of what is to survive together the last is written with the next such
-  kGarblesTheFile,         ///< what is left of the store's file after a death is no store
-  kForgetsAtTheEnd,        ///< the app's events after the last death never reach the kit
-  kForgetsTheExcused,      ///< what is recorded while a rule may let it go never reaches the kit
-  kAsksForTheForgotten,    ///< after the wish to be forgotten a schedule is asked for
-  kLetsOutWhatWaits,       ///< what waits leaves although the user has asked to be forgotten meanwhile
-  kIgnoresTheVersion,      ///< a store of a newer version is used as any other
-  kLosesTheWishFile,       ///< next to a store of a newer version nothing knows of the wish
-  kSaysItIsKept,           ///< the app is told that a store took what it cannot take
-  kKeepsNoMemory,          ///< what a store cannot take is forgotten at once, and not stored later either
-  kSyncsTooLate,           ///< the disk takes a minute to sync, and counts as much faster
-  kTakesWhatIsTooLarge,    ///< the app is told that a value over the limit was recorded
-  kLosesTheNeighbours,     ///< what is recorded next to a value over the limit never reaches the kit
-  kThrows,                 ///< something is thrown in the middle of the run
-};
-
 struct ScriptedRunOptions {
   /// The disk is cut off before the change with this number; 0: never, but where the run itself ends that way.
   uint64_t cut_before_change = 0;
@@ -58,7 +36,7 @@ struct ScriptedRunOptions {
   std::optional<DiskFault> fault;
   /// Draws what the script leaves open.
   uint64_t seed = 1;
-  ScriptedRunSabotage sabotage = ScriptedRunSabotage::kNone;
+  Sabotage sabotage = Sabotage::kNone;
 };
 
 /// What a run must never show.

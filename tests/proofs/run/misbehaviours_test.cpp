@@ -15,9 +15,9 @@ namespace {
 
 using ::testing::HasSubstr;
 
-class ServiceMoods : public ::testing::Test {
+class Misbehaviours : public ::testing::Test {
  protected:
-  ServiceMoods() : dice_(1) {}
+  Misbehaviours() : dice_(1) {}
   /// What a device gets for a commerce click, at the end of all waiting.
   kit::TransportOutcome outcomeOf(Misbehaviour misbehaviour) {
     kit::Request request;
@@ -26,7 +26,7 @@ class ServiceMoods : public ::testing::Test {
     request.body = "[{\"clickId\":\"deal\"}]";
     request.timeout_seconds = 120;
     network_.on("").alwaysBy([&](const kit::Request& leaving) {
-      TreatedRequest treated = treat(leaving, misbehaviour, *service_, dice_, {});
+      TreatedRequest treated = treat(leaving, drawTreatment(misbehaviour, dice_), *service_, dice_, {});
       is_counted_ = treated.served.counted;
       return treated.answer;
     });
@@ -44,7 +44,7 @@ class ServiceMoods : public ::testing::Test {
   bool is_counted_ = false;
 };
 
-TEST_F(ServiceMoods, AreGoodOnesWhenNothingIsWrong) {
+TEST_F(Misbehaviours, LeaveTheUsualAnswerWhenThereIsNone) {
   const kit::TransportOutcome outcome = outcomeOf(Misbehaviour::kNone);
   ASSERT_TRUE(outcome.response);
   EXPECT_EQ(outcome.response->status_code, 200);
@@ -52,7 +52,7 @@ TEST_F(ServiceMoods, AreGoodOnesWhenNothingIsWrong) {
   EXPECT_TRUE(is_counted_);
 }
 
-TEST_F(ServiceMoods, TakeNothingInThatTheySayTheyRefuse) {
+TEST_F(Misbehaviours, ReceiveNothingThatTheyRefuse) {
   EXPECT_GE(outcomeOf(Misbehaviour::kRefuses).response->status_code, 400);
   EXPECT_FALSE(is_counted_);
   EXPECT_GE(outcomeOf(Misbehaviour::kRedirects).response->status_code, 300);
@@ -61,7 +61,7 @@ TEST_F(ServiceMoods, TakeNothingInThatTheySayTheyRefuse) {
   EXPECT_FALSE(is_counted_);
 }
 
-TEST_F(ServiceMoods, MayTakeInWhatTheyNeverAnswer) {
+TEST_F(Misbehaviours, MayReceiveWhatTheyNeverAnswer) {
   EXPECT_TRUE(outcomeOf(Misbehaviour::kClosesAfter).error);
   EXPECT_TRUE(is_counted_);
   EXPECT_TRUE(outcomeOf(Misbehaviour::kSilentAfter).error);
@@ -70,7 +70,7 @@ TEST_F(ServiceMoods, MayTakeInWhatTheyNeverAnswer) {
   EXPECT_FALSE(is_counted_);
 }
 
-TEST_F(ServiceMoods, AnswerWithWhatIsNoAnswer) {
+TEST_F(Misbehaviours, AnswerWithSomethingThatIsNoAnswer) {
   EXPECT_EQ(outcomeOf(Misbehaviour::kNullBody).response->body, "null");
   EXPECT_EQ(outcomeOf(Misbehaviour::kEmptyObject).response->body, "{}");
   EXPECT_EQ(outcomeOf(Misbehaviour::kEmptyBody).response->status_code, 204);
@@ -78,17 +78,24 @@ TEST_F(ServiceMoods, AnswerWithWhatIsNoAnswer) {
   EXPECT_TRUE(outcomeOf(Misbehaviour::kHuge).error) << "more than a device takes";
 }
 
-TEST_F(ServiceMoods, SeeTheSameRequestTwiceBehindAProxy) {
+TEST_F(Misbehaviours, DeliverARequestTwiceBehindAProxy) {
   outcomeOf(Misbehaviour::kTwice);
   EXPECT_EQ(service_->requestCount(), 2U);
 }
 
-TEST_F(ServiceMoods, AreAllDrawn) {
+TEST_F(Misbehaviours, AreAllDrawn) {
   std::set<Misbehaviour> drawn;
   for (int draw = 0; draw < 20'000; ++draw)
     drawn.insert(drawMisbehaviour(dice_));
   EXPECT_EQ(drawn.size(), kMisbehaviours - 1) << "all but none";
   EXPECT_FALSE(drawn.contains(Misbehaviour::kNone));
+}
+
+TEST_F(Misbehaviours, LeaveNothingOpenInAScript) {
+  EXPECT_TRUE(steadyTreatment(Misbehaviour::kGarbage).arrives);
+  EXPECT_TRUE(steadyTreatment(Misbehaviour::kClosesAfter).arrives);
+  EXPECT_FALSE(steadyTreatment(Misbehaviour::kClosesBefore).arrives);
+  EXPECT_EQ(steadyTreatment(Misbehaviour::kSlow).delay_seconds, steadyTreatment(Misbehaviour::kNone).delay_seconds);
 }
 
 }  // namespace

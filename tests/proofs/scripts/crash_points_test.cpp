@@ -125,12 +125,12 @@ TEST(CrashPoints, HaveModesWithNames) {
 }
 
 // A proof that cannot fail is none: each of these stores does less than it says.
-CrashPointResult triedWith(ScriptedRunSabotage sabotage, PointMode mode) {
+CrashPointResult triedWith(Sabotage sabotage, PointMode mode) {
   return tryCrashPoints({.modes = {mode}, .stride = 250, .seed = 11, .workers = 2, .sabotage = sabotage});
 }
 
 TEST(BrokenStore, ThatSyncsNothingLosesWhatWasRecordedLongBeforeThePowerCut) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kSyncsNothing, PointMode::kPowerCut);
+  const CrashPointResult result = triedWith(Sabotage::kSyncsNothing, PointMode::kPowerCut);
   EXPECT_GT(result.count(Complaint::kLostAtPowerCut), 0U);
   EXPECT_GT(result.count(Complaint::kUnbalancedAccount), 0U);
   EXPECT_GT(result.count(Complaint::kAnotherDevice), 0U);
@@ -140,31 +140,31 @@ TEST(BrokenStore, ThatSyncsNothingLosesWhatWasRecordedLongBeforeThePowerCut) {
 }
 
 TEST(BrokenStore, ThatKeepsNothingLosesWhatWasSynchronizedBeforeTheKill) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kKeepsNothing, PointMode::kKill);
+  const CrashPointResult result = triedWith(Sabotage::kKeepsNothing, PointMode::kKill);
   EXPECT_GT(result.count(Complaint::kLostAtKill), 0U);
   EXPECT_GT(result.count(Complaint::kUnbalancedAccount), 0U) << "with each process its counts are gone";
   EXPECT_GT(result.count(Complaint::kForgottenWish), 0U);
 }
 
 TEST(BrokenStore, ThatWritesTheLedgerAfterWhatItCountsUpsetsIt) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kHoldsBack, PointMode::kKill);
+  const CrashPointResult result = triedWith(Sabotage::kHoldsBack, PointMode::kKill);
   EXPECT_GT(result.count(Complaint::kUnsoundLedger), 0U);
   EXPECT_EQ(result.count(Complaint::kLostAtKill), 0U);
   EXPECT_THAT(result.texts, Contains(HasSubstr("no longer in the store when it was opened")));
 }
 
 TEST(BrokenStore, ThatForgetsWhatWasTrimmedSendsItTwice) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kForgetsTheLastSession, PointMode::kKill);
+  const CrashPointResult result = triedWith(Sabotage::kForgetsTheLastSession, PointMode::kKill);
   EXPECT_GT(result.count(Complaint::kSentTwice), 0U);
 }
 
 TEST(BrokenStore, ThatDropsAWriteIsUnreadableOrLosesRecords) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kDropsAWrite, PointMode::kKill);
+  const CrashPointResult result = triedWith(Sabotage::kDropsAWrite, PointMode::kKill);
   EXPECT_GT(result.count(Complaint::kLostAtKill) + result.count(Complaint::kUnreadableStore), 0U);
 }
 
 TEST(BrokenStore, WhoseFileIsGarbledIsUnreadable) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kGarblesTheFile, PointMode::kKill);
+  const CrashPointResult result = triedWith(Sabotage::kGarblesTheFile, PointMode::kKill);
   EXPECT_GT(result.count(Complaint::kUnreadableStore), 0U);
 }
 
@@ -180,65 +180,65 @@ std::map<std::string, uint64_t> complaintsOf(const CrashPointResult& result) {
 
 // Each of these devices has one fault, and one count alone tells of it.
 TEST(BrokenDevice, ThatForgetsEventsAfterTheLastDeathLosesThemWithoutACut) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kForgetsAtTheEnd, PointMode::kDiskFull);
+  const CrashPointResult result = triedWith(Sabotage::kForgetsAtTheEnd, PointMode::kDiskFull);
   EXPECT_THAT(complaintsOf(result), ElementsAre(Pair("lost without a cut", 2 * result.tried_in_all)));
 }
 
 TEST(BrokenDevice, ThatForgetsWhatARuleMayLetGoIsInNoAgreementWithItsLedger) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kForgetsTheExcused, PointMode::kSyncError);
+  const CrashPointResult result = triedWith(Sabotage::kForgetsTheExcused, PointMode::kSyncError);
   EXPECT_THAT(complaintsOf(result), ElementsAre(Pair("unbalanced account", Gt(0U))));
   EXPECT_THAT(result.texts, Contains(AllOf(HasSubstr("impressions: "), HasSubstr("1 given up"))));
 }
 
 TEST(BrokenDevice, ThatAsksForTheScheduleOfAForgottenUserIsSeen) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kAsksForTheForgotten, PointMode::kSyncError);
+  const CrashPointResult result = triedWith(Sabotage::kAsksForTheForgotten, PointMode::kSyncError);
   EXPECT_THAT(complaintsOf(result), ElementsAre(Pair("request of a forgotten user", Gt(0U))));
 }
 
 TEST(BrokenDevice, ThatLetsOutWhatWaitsBehindAFullQueueIsSeen) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kLetsOutWhatWaits, PointMode::kSyncError);
+  const CrashPointResult result = triedWith(Sabotage::kLetsOutWhatWaits, PointMode::kSyncError);
   EXPECT_THAT(complaintsOf(result), Contains(Pair("request of a forgotten user", Gt(0U))));
 }
 
 TEST(BrokenDevice, ThatUsesAStoreOfANewerVersionHasChangedIt) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kIgnoresTheVersion, PointMode::kSyncError);
+  const CrashPointResult result = triedWith(Sabotage::kIgnoresTheVersion, PointMode::kSyncError);
   EXPECT_THAT(complaintsOf(result), Contains(Pair("changed a newer store", Gt(0U))));
   EXPECT_THAT(result.texts, Contains(HasSubstr("kept in the place of: kept in memory only")));
 }
 
 TEST(BrokenDevice, ThatKnowsOfNoWishBesideANewerStoreHasForgottenIt) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kLosesTheWishFile, PointMode::kSyncError);
+  const CrashPointResult result = triedWith(Sabotage::kLosesTheWishFile, PointMode::kSyncError);
   EXPECT_THAT(complaintsOf(result), Contains(Pair("forgotten wish", Gt(0U))));
 }
 
 TEST(BrokenDevice, ThatCallsKeptWhatAStoreCannotTakeTellsTheAppWhatIsNotSo) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kSaysItIsKept, PointMode::kSyncError);
+  const CrashPointResult result = triedWith(Sabotage::kSaysItIsKept, PointMode::kSyncError);
   EXPECT_THAT(complaintsOf(result), Contains(Pair("told the app what is not so", Gt(0U))));
 }
 
 TEST(BrokenDevice, ThatForgetsWhatAStoreCannotTakeYetHasLostItOnceItCould) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kKeepsNoMemory, PointMode::kSyncError);
+  const CrashPointResult result = triedWith(Sabotage::kKeepsNoMemory, PointMode::kSyncError);
   EXPECT_THAT(complaintsOf(result), Contains(Pair("lost at a kill", Gt(0U))));
 }
 
 TEST(BrokenDevice, WhoseDiskIsSlowerThanItSaysLosesWhatWasRecordedLongBeforeThePowerCut) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kSyncsTooLate, PointMode::kKill);
+  const CrashPointResult result = triedWith(Sabotage::kSyncsTooLate, PointMode::kKill);
   EXPECT_THAT(complaintsOf(result), Contains(Pair("lost at a power cut", Gt(0U))));
 }
 
 TEST(BrokenDevice, ThatCallsKeptWhatIsOverALimitTellsTheAppWhatIsNotSo) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kTakesWhatIsTooLarge, PointMode::kSyncError);
+  const CrashPointResult result = triedWith(Sabotage::kTakesWhatIsTooLarge, PointMode::kSyncError);
   EXPECT_THAT(complaintsOf(result), Contains(Pair("told the app what is not so", Gt(0U))));
   EXPECT_THAT(result.texts, Contains(HasSubstr("kept in the place of: refused: too large")));
 }
 
 TEST(BrokenDevice, ThatLosesTheNeighboursOfWhatIsOverALimitHasLostThem) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kLosesTheNeighbours, PointMode::kSyncError);
+  const CrashPointResult result = triedWith(Sabotage::kLosesTheNeighbours, PointMode::kSyncError);
   EXPECT_THAT(complaintsOf(result), Contains(Pair("lost at a kill", Gt(0U))));
 }
 
 TEST(BrokenDevice, ThatThrowsIsBrokenAndTheOtherLivesAreStillTried) {
-  const CrashPointResult result = triedWith(ScriptedRunSabotage::kThrows, PointMode::kKill);
+  const CrashPointResult result = triedWith(Sabotage::kThrows, PointMode::kKill);
   EXPECT_GT(result.tried_in_all, 10U);
   EXPECT_THAT(complaintsOf(result), ElementsAre(Pair("broken", result.tried_in_all)));
   EXPECT_THAT(result.texts, Each(AllOf(HasSubstr("kill "), HasSubstr("the life threw: it was to end badly"))));
