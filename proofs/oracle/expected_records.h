@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "kit/value.h"
+#include "morvik/recorded.h"
 #include "proofs/oracle/removal_rules.h"
 #include "testing/service_endpoint.h"
 
@@ -41,6 +42,7 @@ struct ExpectedRecord {
   double recorded_at = 0;
   double kept_from = kNever;     ///< virtual time from which it must survive a kill
   double trimmed_from = kNever;  ///< virtual time from which it is known to be accepted and must not be sent again
+  std::optional<Recorded> told;  ///< to the app, when it recorded it
   RemovalReasons may_go = 0;     ///< reasons that may have removed it, by what was seen
   size_t under_way = 0;          ///< number of requests that carry it
   bool is_stored = false;

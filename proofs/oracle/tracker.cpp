@@ -47,7 +47,8 @@ RecordNumber Tracker::addRecord(RecordKind kind, const std::string& name) {
   return number;
 }
 
-void Tracker::setDemographic(const std::string& name, bool is_pending, const std::string& property) {
+std::optional<RecordNumber> Tracker::setDemographic(const std::string& name, bool is_pending,
+                                                    const std::string& property) {
   for (const ExpectedRecord& record : facts.records.all()) {
     if (record.kind != RecordKind::kDemographics || !record.name.starts_with(property + "="))
       continue;
@@ -57,8 +58,7 @@ void Tracker::setDemographic(const std::string& name, bool is_pending, const std
     if (facts.is_unavailable)
       facts.records.permit(*number, RemovalReason::kReplaced);
   }
-  if (is_pending)
-    addRecord(RecordKind::kDemographics, name);
+  return is_pending ? std::optional(addRecord(RecordKind::kDemographics, name)) : std::nullopt;
 }
 
 std::vector<RecordNumber> Tracker::namesIn(ServiceEndpoint endpoint, const kit::Value& payload) {

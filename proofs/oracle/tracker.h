@@ -31,7 +31,7 @@ class Tracker {
   RecordNumber addRecord(RecordKind kind, const std::string& name);
   /// Like addRecord(), for one of the three demographic values ("age=17"). Earlier values of the same property may then
   /// be removed as replaced; without `is_pending`, as withdrawn, and nothing is recorded.
-  void setDemographic(const std::string& name, bool is_pending, const std::string& property);
+  std::optional<RecordNumber> setDemographic(const std::string& name, bool is_pending, const std::string& property);
   /// The device's description has no identifier: no payload of demographics says whose they are.
   void hasNoIdentifier() { has_identifier_ = false; }
 

@@ -28,6 +28,11 @@ void FlakyDisk::recover() {
   troubles_ = {};
 }
 
+bool FlakyDisk::isFailing(FlakyDiskFault fault) const {
+  const Trouble& trouble = troubles_[static_cast<size_t>(fault)];
+  return trouble.calls > 0 || now_() < trouble.until;
+}
+
 bool FlakyDisk::fails(FlakyDiskFault fault) {
   Trouble& trouble = troubles_[static_cast<size_t>(fault)];
   const bool by_count = trouble.calls > 0;
@@ -81,6 +86,11 @@ bool FlakyDisk::changesTheStore(const simulation::DiskCall& call) {
 }
 
 int FlakyDisk::decide(const simulation::DiskCall& call) {
+  const int fault = faultOf(call);
+  return fault == SQLITE_OK && answer_ ? answer_(call) : fault;
+}
+
+int FlakyDisk::faultOf(const simulation::DiskCall& call) {
   if (changesTheStore(call) && fails(FlakyDiskFault::kUnwritable)) {
     excuse();  // a store that is given up for now is not synced either
     return SQLITE_READONLY;

@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "simulation/simulated_disk.h"
 
@@ -31,6 +32,9 @@ class FlakyDisk {
   /// The next calls of that kind fail: `calls` of them, and then until the time is over.
   void fail(FlakyDiskFault fault, uint64_t calls, double until);
   void recover();
+  bool isFailing(FlakyDiskFault fault) const;
+  /// Decides about a call that no fault meets, as SimulatedDisk::decide() does. Empty: it is let through.
+  void answerBy(std::function<int(const simulation::DiskCall&)> answer) { answer_ = std::move(answer); }
   /// Read errors come while a process starts, and only then.
   void processStarts(bool is_starting) { is_starting_ = is_starting; }
 
@@ -49,6 +53,7 @@ class FlakyDisk {
 
  private:
   int decide(const simulation::DiskCall& call);
+  int faultOf(const simulation::DiskCall& call);
   bool fails(FlakyDiskFault fault);
   void excuse();
 
@@ -59,6 +64,7 @@ class FlakyDisk {
 
   const std::function<double()> now_;
   const std::function<void(const simulation::DiskCall&)> changed_;
+  std::function<int(const simulation::DiskCall&)> answer_;
   std::array<Trouble, kFlakyDiskFaults> troubles_{};
   std::array<uint64_t, kFlakyDiskFaults> failed_{};
   bool is_starting_ = false;

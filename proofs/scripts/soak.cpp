@@ -51,7 +51,7 @@ class Soak {
     if (failed)
       ++result_.failed;
     if (progress_)
-      progress_(result_.figures.lives, failure);
+      progress_(result_.figures.runs, failure);
     if (failed)
       keep(std::move(failure));
   }
@@ -81,15 +81,15 @@ SoakResult soak(const SoakOptions& options,
 }
 
 std::string figuresOf(const SoakResult& result) {
-  const RandomRunFigures& figures = result.figures;
+  const RunFigures& figures = result.figures;
   std::string text;
-  addFigureLine(text, "lives", figures.lives);
+  addFigureLine(text, "lives", figures.runs);
   addFigureLine(text, "device-days lived", static_cast<uint64_t>(figures.days));
   addFigureLine(text, "steps, each checked", figures.steps);
   addFigureLine(text, "processes", figures.processes);
-  for (size_t death = 0; death < kRandomRunEnds; ++death)
-    addFigureLine(text, nameOf(static_cast<RandomRunEnd>(death)), figures.deaths[death]);
-  addFigureLine(text, "of these in the middle of a disk's work", figures.deaths_at_a_change);
+  for (size_t death = 0; death < kRunEnds; ++death)
+    addFigureLine(text, nameOf(static_cast<RunEnd>(death)), figures.ends[death]);
+  addFigureLine(text, "of these in the middle of a disk's work", figures.ends_at_a_change);
   addFigureLine(text, "requests", figures.requests);
   for (const MisbehaviourRow& row : misbehaviours()) {
     if (row.misbehaviour != Misbehaviour::kNone)

@@ -35,7 +35,7 @@ inline constexpr size_t kMaxSoakFailures = 20;
 
 /// Of the runs that were played; the same whatever the number of workers is.
 struct SoakResult {
-  RandomRunFigures figures;
+  RunFigures figures;
   uint64_t hash = 0;                  ///< of all runs, in the order of their seeds
   uint64_t failed = 0;                ///< lives
   std::vector<SoakFailure> failures;  ///< by seed

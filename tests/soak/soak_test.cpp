@@ -16,9 +16,9 @@ TEST(Soak, OfAFixedSetOfSeedsGivesNobodyReasonToComplain) {
   const proofs::SoakResult result = proofs::soak({.first_seed = 1, .lives = 4000, .workers = 2});
   std::cout << proofs::figuresOf(result);
   EXPECT_EQ(result.failed, 0U);
-  EXPECT_EQ(result.figures.lives, 4000U);
+  EXPECT_EQ(result.figures.runs, 4000U);
   EXPECT_GT(result.figures.days, 8000);
-  EXPECT_THAT(result.figures.deaths, Each(Gt(1000U)));
+  EXPECT_THAT(result.figures.ends, Each(Gt(1000U)));
   EXPECT_THAT(result.figures.disk_faults, Each(Gt(1000U)));
   EXPECT_THAT(result.figures.misbehaviours, Each(Gt(100U)));
   EXPECT_GT(result.figures.clock_jumps, 1000U);

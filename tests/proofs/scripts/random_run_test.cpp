@@ -19,17 +19,17 @@ using ::testing::SizeIs;
 constexpr uint64_t kSeedsToAnyOccasion = 60;
 
 TEST(RandomRun, GivesNobodyReasonToComplain) {
-  RandomRunFigures figures;
+  RunFigures figures;
   for (uint64_t seed = 1; seed <= 12; ++seed) {
     const RandomRunResult lived = playRandomRun({.seed = seed, .days = 1});
     EXPECT_THAT(lived.complaints, IsEmpty()) << "seed " << seed;
     figures += lived.figures;
   }
-  EXPECT_EQ(figures.lives, 12U);
+  EXPECT_EQ(figures.runs, 12U);
   EXPECT_GE(figures.days, 12);
   EXPECT_GT(figures.steps, 100U);
   EXPECT_GT(figures.processes, 20U);
-  EXPECT_THAT(figures.deaths, Each(Gt(0U)));
+  EXPECT_THAT(figures.ends, Each(Gt(0U)));
   EXPECT_THAT(figures.disk_faults, Each(Gt(0U)));
   EXPECT_GT(figures.delivered, 0U);
   EXPECT_EQ(figures.recorded, figures.delivered + figures.stored + figures.given_up + figures.undone);

@@ -37,7 +37,7 @@ TEST(Soak, BeginsNoMoreLivesThanItIsLet) {
   int asked = 0;
   const SoakResult result =
       soak({.first_seed = 1, .lives = 100, .days = 0.1, .workers = 1, .goes_on = [&asked] { return ++asked <= 2; }});
-  EXPECT_EQ(result.figures.lives, 2U);
+  EXPECT_EQ(result.figures.runs, 2U);
 }
 
 TEST(Soak, NamesEachSeedBeforeItsLife) {
@@ -78,7 +78,7 @@ TEST(Soak, NamesTheSeedOfALifeThatThrew) {
 
 TEST(Soak, PrintsItsFiguresAndTheSeedsOfItsFailures) {
   SoakResult result;
-  result.figures.lives = 12;
+  result.figures.runs = 12;
   result.failed = 1;
   result.failures = {{.seed = 77, .complaints = {"a checker: what it saw"}}};
   const std::string text = figuresOf(result);
