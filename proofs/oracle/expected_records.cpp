@@ -134,6 +134,15 @@ std::vector<CarriedRecord> carriedBy(ServiceEndpoint endpoint, const kit::Value&
   return carried;
 }
 
+std::optional<size_t> ExpectedRecord::firstRule() const {
+  const auto rules = removalRules();
+  for (size_t row = 0; row < rules.size(); ++row) {
+    if (rules[row].kind == kind && (may_go & bitOf(rules[row].reason)) != 0)
+      return row;
+  }
+  return std::nullopt;
+}
+
 RecordNumber ExpectedRecords::record(Kind kind, std::string name, double now, int64_t key) {
   const RecordNumber number = records_.size();
   by_name_[indexOf(kind)].emplace(name, number);
@@ -224,7 +233,7 @@ void ExpectedRecords::takeIn(RecordNumber number) {
   ++expected_[indexOf(record.kind)];
 }
 
-void ExpectedRecords::die(double undone_from, bool power_lost) {
+void ExpectedRecords::die(double undone_from, double undone_from_of_kept, bool power_lost) {
   is_in_doubt_ = true;
   for (ExpectedRecord& record : records_) {
     record.under_way = 0;
@@ -235,7 +244,8 @@ void ExpectedRecords::die(double undone_from, bool power_lost) {
     // The device's account may have counted it, and lose it now.
     if (record.is_undone && record.settled_at >= undone_from)
       ++doubtful_[indexOf(record.kind)];
-    if (record.is_undone || record.is_in_doubt || record.waits_outside_store || record.kept_from < undone_from)
+    const bool is_kept = record.kept_from < (record.told == Recorded::kKept ? undone_from_of_kept : undone_from);
+    if (record.is_undone || record.is_in_doubt || record.waits_outside_store || is_kept)
       continue;
     record.is_in_doubt = true;
     ++doubtful_[indexOf(record.kind)];

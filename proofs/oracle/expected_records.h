@@ -44,6 +44,7 @@ struct ExpectedRecord {
   double trimmed_from = kNever;  ///< virtual time from which it is known to be accepted and must not be sent again
   std::optional<Recorded> told;  ///< to the app, when it recorded it
   RemovalReasons may_go = 0;     ///< reasons that may have removed it, by what was seen
+  uint64_t times_sent = 0;       ///< to where the service is, with or without arriving
   size_t under_way = 0;          ///< number of requests that carry it
   bool is_stored = false;
   bool was_stored = false;           ///< while a list is compared with the previous one
@@ -54,6 +55,8 @@ struct ExpectedRecord {
   double settled_at = -kNever;       ///< when it was counted as undone
   bool waits_outside_store = false;  ///< not recorded yet: a crash report waiting for the store
 
+  /// The first rule that may have removed it, as a row of removalRules().
+  std::optional<size_t> firstRule() const;
   bool isGone() const { return !is_stored && !has_arrived && under_way == 0 && !is_undone && !waits_outside_store; }
 };
 
@@ -112,10 +115,11 @@ class ExpectedRecords {
     ++again_ever_[indexOf(kind)];
   }
 
-  /// What was not kept before `undone_from` may be undone. Nothing is stored or under way until the next start. After a
-  /// power loss, a record that an earlier death undid may be there after all: some sectors of an interrupted write were
-  /// on the disk, and another interrupted write adds the rest.
-  void die(double undone_from, bool power_lost);
+  /// What was not kept before `undone_from` may be undone; `undone_from_of_kept` is that of records of which the app
+  /// was told that they are kept: no trouble of the disk excuses them, only the power. Nothing is stored or under way
+  /// until the next start. After a power loss, a record that an earlier death undid may be there after all: some
+  /// sectors of an interrupted write were on the disk, and another interrupted write adds the rest.
+  void die(double undone_from, double undone_from_of_kept, bool power_lost);
   /// The next process knows what it holds: a doubtful record that is not there and has not arrived is undone.
   /// `recorded`: the counts of the device's account, by kind; until then counts() says which are allowed.
   void settle(const std::array<uint64_t, kRecordKinds>& recorded, double now);

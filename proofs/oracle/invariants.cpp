@@ -313,6 +313,8 @@ class WishesAreKept final : public Invariant {
     const bool knows = facts().knows_its_store || facts().wish_is_in_its_file;
     if (facts().is_alive && knows && facts().wants_to_be_forgotten && !facts().is_forgotten)
       complain("the user asked to be forgotten, and the process does not know");
+    if (facts().is_alive && facts().knows_its_store && facts().has_withdrawn && facts().is_forgotten)
+      complain("the user took the wish to be forgotten back, and the process does not know");
   }
 };
 
@@ -387,6 +389,16 @@ std::vector<std::unique_ptr<Invariant>> makeInvariants(const RunFacts& facts, co
   return oneOfEach<LedgerIsSound, LedgerAgrees, NothingIsLost, OneBatchPerSlot, SentOnce, ForgottenIsSilent,
                    OneClickPerKey, CountsInBounds, RetriesInBounds, RequestsReturn, AllGoesOut, WishesAreKept,
                    LinesAreKnown, AnswersAreTrue, NewerStoreStays, OneDevice>(facts, complain);
+}
+
+std::vector<std::string> complaintNames() {
+  std::vector<std::string> names;
+  const RunFacts facts;
+  for (const auto& invariant : makeInvariants(facts, {}))
+    names.emplace_back(invariant->name());
+  names.emplace_back(kRequestsAreGood);
+  names.emplace_back(kBroken);
+  return names;
 }
 
 }  // namespace morvik::proofs

@@ -46,6 +46,7 @@ struct RunFacts {
   bool is_forgotten = false;           ///< according to the process
   bool wants_to_be_forgotten = false;  ///< the app's latest wish, and it survived every death since
   bool is_unavailable = false;         ///< the file could not be read at the start, and still cannot
+  bool has_withdrawn = false;          ///< the app's latest wish is none, and that survived every death since
   bool wish_is_in_its_file = false;    ///< and it survived every death since
   bool is_next_to_newer = false;       ///< a newer program has used the store, which must stay as it is
   bool knows_its_store = true;         ///< false: the file could not be read at the start, and has not recovered
@@ -119,6 +120,12 @@ inline constexpr const char* kOneDevice = "the device stays the same one";
 /// Limits for a conversion's scheduled retries, and re-fetches, between two successes of one process.
 inline constexpr uint64_t kMaxRetries = 9;
 inline constexpr uint64_t kMaxRefetches = 1;
+
+/// Of all of them, and of a run that ended early because something was thrown.
+std::vector<std::string> complaintNames();
+inline constexpr const char* kBroken = "broken";
+/// Complained of by the service.
+inline constexpr const char* kRequestsAreGood = "the service understands what comes";
 
 /// One of each. `facts` must outlive them.
 std::vector<std::unique_ptr<Invariant>> makeInvariants(const RunFacts& facts, const Invariant::Complain& complain);

@@ -361,7 +361,7 @@ void Tracker::lookAtTheShelf(const kit::Array& reports) {
   facts.records.waitOutsideTheStore(RecordKind::kCrashReports, names);
 }
 
-void Tracker::processEnds(double undone_from, bool power_lost) {
+void Tracker::processEnds(double undone_from, double undone_from_of_kept, bool power_lost) {
   for (const auto& [id, exchange] : facts.exchanges) {
     // A handler may have been at work: what it stored of a click is not committed, and what it took out of a list by a
     // rule was not looked at.
@@ -380,7 +380,7 @@ void Tracker::processEnds(double undone_from, bool power_lost) {
   }
   facts.exchanges.clear();
   facts.handling = 0;
-  facts.records.die(undone_from, power_lost);
+  facts.records.die(undone_from, undone_from_of_kept, power_lost);
 }
 
 void Tracker::settle() {

@@ -59,7 +59,7 @@ class Tracker {
   std::vector<std::string> look(const Read& read);
   /// The crash reports that wait outside the store.
   void lookAtTheShelf(const kit::Array& reports);
-  void processEnds(double undone_from, bool power_lost);
+  void processEnds(double undone_from, double undone_from_of_kept, bool power_lost);
   /// What survived the latest deaths is known: the facts have the ledger's figures.
   void settle();
 

@@ -34,6 +34,12 @@ void RunApp::recordEventCalledEnd(const std::string& name) {
   });
 }
 
+void RunApp::recordMeanwhile(const std::string& name) {
+  driver_.tracker().addRecord(RecordKind::kActivities, name);
+  driver_.process().addActivity("shop", name, std::nullopt);
+  ++driver_.figures().recorded_meanwhile;
+}
+
 void RunApp::recordEventWithoutGroup(const std::string& name) {
   driver_.perform([this, name] {
     const bool is_forgotten = driver_.process().isGdprForgetMe();
@@ -120,7 +126,7 @@ void RunApp::reportCrash(const std::string& reason, bool concerns_the_kit) {
     const bool is_kept = is_among(process.properties().MorvikCoreUserInfo_Crash().array()) ||
                          is_among(driver_.machine().report_shelf.reports());
     if (is_kept != concerns_the_kit)
-      driver_.complain(std::string(kNothingIsLost) + ": " + reason + (is_kept ? " was kept" : " was not kept"));
+      driver_.complain(kNothingIsLost, reason + (is_kept ? " was kept" : " was not kept"));
     driver_.crash();
   });
 }

@@ -26,6 +26,8 @@ class RunApp {
   void recordEvent(const std::string& name, const std::optional<std::string>& param);
   /// One whose name is that of a session's end, and may be deleted with it.
   void recordEventCalledEnd(const std::string& name);
+  /// At once, wherever the process is: between two calls of its disk.
+  void recordMeanwhile(const std::string& name);
   void recordEventWithoutGroup(const std::string& name);
   /// Offers an event that is refused if the user is forgotten; nothing otherwise.
   void offerEventOfForgotten();

@@ -24,9 +24,8 @@ Driver::Driver(DriverOptions options)
       sabotage_(options_.sabotage),
       flaky_disk_([this] { return now(); }, [this](const simulation::DiskCall& call) { diskChanges(call); }),
       machine_(machineOptions(), *this, &sabotage_),
-      invariants_(makeInvariants(tracker_.facts, [this](const char* invariant, const std::string& text) {
-        complain(std::string(invariant) + ": " + text);
-      })) {
+      invariants_(makeInvariants(
+          tracker_.facts, [this](const char* invariant, const std::string& text) { complain(invariant, text); })) {
   machine_.transport.setObserver([this](const kit::Request& request) { requestLeaves(request); });
   machine_.transport.on("").alwaysBy([this](const kit::Request& request) { return serve(request); });
   flaky_disk_.answerBy([this](const simulation::DiskCall& call) { return sabotage_.diskAnswer(call); });
@@ -61,7 +60,8 @@ void Driver::checkAnswerOfTheStore(Recorded answer, RecordNumber number) {
   // What a stop still lets run may come after the store's end.
   if (!is_stopping_)
     checkAnswer(answer, trouble_since_ ? Recorded::kKeptInMemory : Recorded::kKept);
-  tracker_.facts.records[number].told = answer;
+  if (!isCut())
+    tracker_.facts.records[number].told = answer;
 }
 
 void Driver::checkAnswer(Recorded told, Recorded rightly) {
@@ -75,10 +75,12 @@ void Driver::noteSessionRequest() {
   sabotage_.sessionStarts(flaky_disk_.disk);
 }
 
-void Driver::complain(const std::string& text) {
-  trace("! ", text);
+void Driver::complain(const std::string& name, const std::string& text) {
+  const std::string whole = name + ": " + text;
+  trace("! ", whole);
+  ++complaint_counts_[name];
   if (complaints_.size() < kMaxRunComplaints)
-    complaints_.push_back(text);
+    complaints_.push_back(whole);
 }
 
 // ------------------------------------------------------------------------------------------------ processes and ends
@@ -168,18 +170,23 @@ void Driver::noteEnd(double undone_from, bool power_lost) {
     facts.wish_is_in_its_file = false;
   }
   tell([](Invariant& invariant) { invariant.processEnds(); });
-  tracker_.processEnds(undone_from, power_lost);
+  tracker_.processEnds(undone_from, power_lost ? unsyncedFrom() : kNever, power_lost);
   facts.is_alive = false;
   facts.ledger.reset();
   if (wish_kept_from_ >= undone_from && !facts.wish_is_in_its_file) {
     is_wish_in_doubt_ = true;
     facts.wants_to_be_forgotten = false;
   }
+  is_withdrawal_pending_ = false;
+  if (withdrawn_from_ >= undone_from)
+    facts.has_withdrawn = false;
   if (made_device_at_ >= undone_from) {
     other_devices_ = service_->installs();
     made_device_at_ = kNever;
     facts.installs = 0;
   }
+  if (facts.is_next_to_newer && storeFilesOn(flaky_disk_.disk) != newer_store_)
+    complain(kNewerStoreStays, "its files are others after the process");
   is_active_ = false;
   trouble_since_.reset();
   committed_at_start_.clear();
@@ -214,6 +221,7 @@ void Driver::letANewerProgramUseTheStore() {
   sabotage_.storeIsLeft(disk);
   flaky_disk_.storeWasSynced();
   tracker_.facts.is_next_to_newer = true;
+  newer_store_ = storeFilesOn(disk);
 }
 
 void Driver::takeTheStoreBack() {
@@ -259,10 +267,13 @@ void Driver::whenCommitted(std::function<void()> block) {
 void Driver::noteWish(bool forget_me) {
   tracker_.facts.wants_to_be_forgotten = forget_me;
   wish_kept_from_ = wish_in_file_from_ = kNever;
-  tracker_.facts.wish_is_in_its_file = false;
-  whenCommitted([this] {
+  tracker_.facts.wish_is_in_its_file = tracker_.facts.has_withdrawn = false;
+  is_withdrawal_pending_ = false;
+  whenCommitted([this, forget_me] {
     wish_kept_from_ = now();
+    is_withdrawal_pending_ = !forget_me;
     lookAtTheWishFile();
+    lookAtTheWithdrawal();
   });
 }
 
@@ -274,6 +285,16 @@ void Driver::lookAtTheWishFile() {
     return;
   wish_in_file_from_ = now();
   facts.wish_is_in_its_file = true;
+}
+
+/// A withdrawal is safe once it is in both.
+void Driver::lookAtTheWithdrawal() {
+  const bool is_taken = process_ && !trouble_since_ && process_->status().wish_file == WishFileState::kGood;
+  if (!is_withdrawal_pending_ || !is_taken || process_->isGdprForgetMe())
+    return;
+  is_withdrawal_pending_ = false;
+  withdrawn_from_ = now();
+  tracker_.facts.has_withdrawn = true;
 }
 
 void Driver::check() {
@@ -298,13 +319,14 @@ void Driver::checkProcess() {
   if (!facts.knows_its_store && !trouble_since_ && machine_.loop.waitingMainBlocks() == 0)
     facts.knows_its_store = true;
   for (const std::string& wrong : tracker_.look(reader()))
-    complain(std::string(kStoreHoldsEachOnce) + ": " + wrong);
+    complain(kStoreHoldsEachOnce, wrong);
   tracker_.lookAtTheShelf(machine_.report_shelf.reports());
   if (facts.knows_its_store && std::exchange(is_wish_in_doubt_, false)) {
     facts.wants_to_be_forgotten = facts.is_forgotten;
     wish_kept_from_ = now();
   }
   lookAtTheWishFile();
+  lookAtTheWithdrawal();
   if (machine_.loop.waitingMainBlocks() == 0)
     tell([](Invariant& invariant) { invariant.loopIdle(); });
 }
@@ -320,20 +342,47 @@ void Driver::makeHealthy() {
   sabotage_.healthyEndStarts();
 }
 
+/// Not without a tracking key, without sessions that end, without the identifier without which a commerce link is
+/// none, or with a record of its install that names no user.
+bool Driver::mayDeliverAll() const {
+  if (!process_ || process_->isGdprForgetMe() || app_.tracking_key.text().empty() ||
+      app_.device.multitasking == false || app_.device.idfa.source() == Identifier::Source::kNone)
+    return false;
+  const auto properties = process_->properties();
+  return properties.fendoUserInfo_fendoUserNo() != -1 && properties.fendoUserInfo_referralKey() != -1;
+}
+
+void Driver::checkHealthyEnd() {
+  tracker_.facts.is_all_well = mayDeliverAll();
+  check();
+  if (process_ && process_->pending().background_tasks > 0)
+    complain(kRequestsReturn, "a background task was never ended");
+}
+
+void Driver::countRecord(const ExpectedRecord& record) {
+  ++figures_.recorded;
+  if (record.kind == RecordKind::kActivities && record.times_sent > 1)
+    figures_.sent_again += record.times_sent - 1;
+  if (record.has_arrived) {
+    ++figures_.delivered;
+  } else if (record.is_stored) {
+    ++figures_.stored;
+  } else if (record.is_undone || record.is_in_doubt) {
+    ++figures_.undone;
+    if (record.told == Recorded::kKeptInMemory)
+      ++figures_.undone_in_memory;
+  } else {
+    ++figures_.given_up;
+    if (const std::optional<size_t> row = record.firstRule())
+      ++figures_.given_up_by_rule[*row];
+  }
+}
+
 void Driver::end() {
   for (size_t fault = 0; fault < kFlakyDiskFaults; ++fault)
     figures_.disk_faults[fault] = flaky_disk_.failed()[fault];
-  for (const ExpectedRecord& record : tracker_.facts.records.all()) {
-    ++figures_.recorded;
-    if (record.has_arrived)
-      ++figures_.delivered;
-    else if (record.is_stored)
-      ++figures_.stored;
-    else if (record.is_undone || record.is_in_doubt)
-      ++figures_.undone;
-    else
-      ++figures_.given_up;
-  }
+  for (const ExpectedRecord& record : tracker_.facts.records.all())
+    countRecord(record);
   figures_.runs = 1;
   if (process_ && !isCut())
     process_->stop();

@@ -63,7 +63,8 @@ class Driver : private MachineWatcher {
   void noteSessionRequest();
   /// What the app did ends the process at the end of the step.
   void crash() { is_dying_ = true; }
-  void complain(const std::string& text);
+  /// `name`: the invariant's.
+  void complain(const std::string& name, const std::string& text);
 
  protected:
   // What the script decides.
@@ -91,10 +92,15 @@ class Driver : private MachineWatcher {
   void advance(double seconds);
   void turn(uint64_t most_turns);
 
+  /// Of the flush of the store that is under way: with no commit held off.
+  bool isBeforeFirstSync() const { return is_before_first_sync_; }
+  void noteFirstSync() { is_before_first_sync_ = false; }
   /// Has the tracker and the invariants look at everything.
   void check();
   /// Nothing goes wrong any more.
   void makeHealthy();
+  /// At the end of some sessions in which nothing went wrong: what waits has gone out.
+  void checkHealthyEnd();
   /// Counts what became of the records, and ends the process.
   void end();
   void note(std::string_view what);
@@ -117,6 +123,7 @@ class Driver : private MachineWatcher {
   RunFigures figures_;
   /// "invariant: what", at most kMaxRunComplaints.
   std::vector<std::string> complaints_;
+  std::map<std::string, uint64_t> complaint_counts_;  ///< by invariant; of all complaints
 
  private:
   simulation::VirtualMachineOptions machineOptions();
@@ -144,6 +151,8 @@ class Driver : private MachineWatcher {
   void valueSet(std::string_view key, const kit::Value& value) override;
   void blockPostponed(double delay_seconds) override;
   void storeSays(std::string_view line) override;
+  void flushBegins() override { is_before_first_sync_ = true; }
+  void flushEnded() override { is_before_first_sync_ = false; }
   void lineLogged(std::string_view line);
   void writeLate(double since);
   void diskChanges(const simulation::DiskCall& call);
@@ -152,23 +161,30 @@ class Driver : private MachineWatcher {
   testing::Answer serve(const kit::Request& request);
   void noteInstalls();
 
+  bool mayDeliverAll() const;
+  void countRecord(const ExpectedRecord& record);
   void checkProcess();
+  void lookAtTheWithdrawal();
   void lookAtTheWishFile();
   void traceLedger(const Ledger& ledger);
 
   const std::vector<std::unique_ptr<Invariant>> invariants_;
   bool is_starting_ = false;
   bool is_stopping_ = false;
+  bool is_before_first_sync_ = false;
   bool is_unsettled_ = false;
   kit::Value name_while_unavailable_;  ///< of the install, for the time being
   bool has_recovered_ = false;         ///< what the store holds, a moment ago
   bool is_wish_in_doubt_ = false;
   double wish_in_file_from_ = kNever;
   double wish_kept_from_ = 0;
+  bool is_withdrawal_pending_ = false;  ///< not known yet to be in both homes
+  double withdrawn_from_ = kNever;
   double sync_seconds_ = 0;  ///< that the disk takes, as the run counts with it
   double made_device_at_ = kNever;
-  size_t other_devices_ = 0;             ///< installs of devices that a death undid
-  std::optional<double> trouble_since_;  ///< of the disk, as the store told it
+  size_t other_devices_ = 0;                        ///< installs of devices that a death undid
+  std::optional<double> trouble_since_;             ///< of the disk, as the store told it
+  std::map<std::string, std::string> newer_store_;  ///< its files as the newer program left them
   std::vector<std::function<void()>> committed_at_start_;
   const RunExchange* leaving_ = nullptr;
   std::map<std::string, std::string> traced_accounts_;  ///< by kind, as they were traced last

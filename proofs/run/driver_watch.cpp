@@ -135,6 +135,7 @@ void Driver::diskChanges(const simulation::DiskCall& call) {
   transcript_.add(call.path);
   transcript_.add(static_cast<uint64_t>(call.offset));
   transcript_.add(static_cast<uint64_t>(call.size));
+  diskCalled(call);
 }
 
 // ------------------------------------------------------------------------------------------------------- the service
@@ -147,19 +148,21 @@ void Driver::requestLeaves(const kit::Request& request) {
   transcript_.add(request.body);
   trace("  request ", request.url);
   leaving_ = tracker_.requestLeaves(request);
-  if (leaving_ != nullptr)
-    tell([&](Invariant& invariant) { invariant.requestLeaves(*leaving_); });
+  const RunExchange unknown{.endpoint = testing::endpointOf(request.url), .url = request.url};
+  tell([&](Invariant& invariant) { invariant.requestLeaves(leaving_ != nullptr ? *leaving_ : unknown); });
 }
 
 Answer Driver::serve(const kit::Request& request) {
   if (isCut())
     return Answer::silence();  // it never left
+  for (const RecordNumber number : leaving_ != nullptr ? leaving_->records : std::vector<RecordNumber>())
+    ++tracker_.facts.records[number].times_sent;
   const Treatment treatment = treatmentOf(request);
   ++figures_.misbehaviours[static_cast<size_t>(treatment.misbehaviour)];
   trace("  service ", nameOf(treatment.misbehaviour));
   TreatedRequest treated = treat(request, treatment, *service_, dice_, otherKeys());
   if (treated.served.refusal)
-    complain("the service understands what comes: " + request.url + ": " + *treated.served.refusal);
+    complain(kRequestsAreGood, request.url + ": " + *treated.served.refusal);
   if (treated.served.counted && leaving_ != nullptr)
     tracker_.arrives(*leaving_);
   noteInstalls();

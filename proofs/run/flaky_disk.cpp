@@ -26,6 +26,7 @@ void FlakyDisk::fail(FlakyDiskFault fault, uint64_t calls, double until) {
 
 void FlakyDisk::recover() {
   troubles_ = {};
+  planned_.reset();
 }
 
 bool FlakyDisk::isFailing(FlakyDiskFault fault) const {
@@ -38,10 +39,15 @@ bool FlakyDisk::fails(FlakyDiskFault fault) {
   const bool by_count = trouble.calls > 0;
   if (by_count)
     --trouble.calls;
-  const bool is_failing = by_count || now_() < trouble.until;
+  const uint64_t point = ++points_[static_cast<size_t>(fault)];
+  const bool is_failing = by_count || now_() < trouble.until || isPlanned(fault, point);
   if (is_failing)
     ++failed_[static_cast<size_t>(fault)];
   return is_failing;
+}
+
+bool FlakyDisk::isPlanned(FlakyDiskFault fault, uint64_t point) const {
+  return planned_ && planned_->fault == fault && point >= planned_->first && point - planned_->first < planned_->calls;
 }
 
 void FlakyDisk::excuse() {

@@ -22,6 +22,13 @@ enum class FlakyDiskFault : uint8_t {
 inline constexpr size_t kFlakyDiskFaults = 4;
 const char* nameOf(FlakyDiskFault fault);
 
+/// A fault at some calls in a row, of those that it can meet.
+struct PlannedFault {
+  FlakyDiskFault fault = FlakyDiskFault::kFull;
+  uint64_t first = 1;  ///< from 1
+  uint64_t calls = 1;
+};
+
 class FlakyDisk {
  public:
   /// `now`: virtual time. `changed`: told of each change; empty: nobody.
@@ -31,6 +38,8 @@ class FlakyDisk {
 
   /// The next calls of that kind fail: `calls` of them, and then until the time is over.
   void fail(FlakyDiskFault fault, uint64_t calls, double until);
+  void plan(const PlannedFault& fault) { planned_ = fault; }
+  /// Nothing fails any more, and nothing that was planned will.
   void recover();
   bool isFailing(FlakyDiskFault fault) const;
   /// Decides about a call that no fault meets, as SimulatedDisk::decide() does. Empty: it is let through.
@@ -48,6 +57,8 @@ class FlakyDisk {
   /// written. Nothing: there is none.
   std::optional<double> unsyncedForAReasonSince() const;
   const std::array<uint64_t, kFlakyDiskFaults>& failed() const { return failed_; }
+  /// Calls so far that a fault can meet.
+  const std::array<uint64_t, kFlakyDiskFaults>& points() const { return points_; }
   /// Changes one of the store's own files, or its name.
   bool changesTheStore(const simulation::DiskCall& call);
 
@@ -55,6 +66,7 @@ class FlakyDisk {
   int decide(const simulation::DiskCall& call);
   int faultOf(const simulation::DiskCall& call);
   bool fails(FlakyDiskFault fault);
+  bool isPlanned(FlakyDiskFault fault, uint64_t point) const;
   void excuse();
 
   struct Trouble {
@@ -66,7 +78,9 @@ class FlakyDisk {
   const std::function<void(const simulation::DiskCall&)> changed_;
   std::function<int(const simulation::DiskCall&)> answer_;
   std::array<Trouble, kFlakyDiskFaults> troubles_{};
+  std::optional<PlannedFault> planned_;
   std::array<uint64_t, kFlakyDiskFaults> failed_{};
+  std::array<uint64_t, kFlakyDiskFaults> points_{};
   bool is_starting_ = false;
   /// What a power cut would take: changes of the log, of the names, and of a file that was never synced itself. One
   /// that was needs no sync: whatever it lacks stands in the log.

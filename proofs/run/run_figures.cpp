@@ -12,6 +12,17 @@ bool isPowerLoss(RunEnd end) {
   return end == RunEnd::kPowerLost || end == RunEnd::kPowerLostTorn || end == RunEnd::kPowerLostScattered;
 }
 
+uint64_t RunFigures::powerCuts() const {
+  uint64_t cuts = 0;
+  for (size_t end = 0; end < kRunEnds; ++end)
+    cuts += isPowerLoss(static_cast<RunEnd>(end)) ? ends[end] : 0;
+  return cuts;
+}
+
+uint64_t RunFigures::deaths() const {
+  return powerCuts() + ends[static_cast<size_t>(RunEnd::kKilled)] + ends[static_cast<size_t>(RunEnd::kCrashed)];
+}
+
 RunFigures& RunFigures::operator+=(const RunFigures& other) {
   const auto add = [](auto& to, const auto& from) {
     for (size_t i = 0; i < to.size(); ++i)
@@ -40,6 +51,10 @@ RunFigures& RunFigures::operator+=(const RunFigures& other) {
   stored += other.stored;
   given_up += other.given_up;
   undone += other.undone;
+  undone_in_memory += other.undone_in_memory;
+  sent_again += other.sent_again;
+  recorded_meanwhile += other.recorded_meanwhile;
+  add(given_up_by_rule, other.given_up_by_rule);
   return *this;
 }
 

@@ -4,7 +4,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
+#include "proofs/oracle/removal_rules.h"
 #include "proofs/run/flaky_disk.h"
 #include "proofs/run/misbehaviours.h"
 
@@ -38,7 +40,17 @@ struct RunFigures {
   uint64_t delivered = 0;
   uint64_t stored = 0;
   uint64_t given_up = 0;
-  uint64_t undone = 0;  ///< not kept yet when a death came
+  uint64_t undone = 0;              ///< not kept yet when a death came
+  uint64_t undone_in_memory = 0;    ///< of these: the app was told that they are kept in memory only
+  uint64_t sent_again = 0;          ///< activities, each time after the first
+  uint64_t recorded_meanwhile = 0;  ///< while the disk was at work
+  /// By row of removalRules(). What several rules may have let go stands under the first of them.
+  std::vector<uint64_t> given_up_by_rule = std::vector<uint64_t>(removalRules().size());
+
+  /// All but those that ended in order.
+  uint64_t deaths() const;
+  uint64_t powerCuts() const;
+  bool balances() const { return recorded == delivered + stored + given_up + undone; }
 
   RunFigures& operator+=(const RunFigures& other);
 };

@@ -92,6 +92,8 @@ const char* nameOf(Sabotage sabotage) {
 }
 
 size_t RunSabotage::copiesOf(const kit::Request& request) {
+  if (goesTo(ServiceEndpoint::kSchedule, request))
+    schedule_request_ = request;
   return is(Sabotage::kSendsBatchesTwice) && goesTo(ServiceEndpoint::kTracking, request) ? 2 : 1;
 }
 
@@ -226,6 +228,10 @@ Recorded RunSabotage::told(Recorded answer) const {
   const bool is_made_wrong = (is(Sabotage::kSaysItIsKept) && answer == Recorded::kKeptInMemory) ||
                              (is(Sabotage::kTakesWhatIsTooLarge) && answer == Recorded::kRefusedTooLarge);
   return is_made_wrong ? Recorded::kKept : answer;
+}
+
+std::optional<kit::Request> RunSabotage::requestOfForgotten() const {
+  return is(Sabotage::kAsksForTheForgotten) ? schedule_request_ : std::nullopt;
 }
 
 void RunSabotage::healthyEndStarts() const {

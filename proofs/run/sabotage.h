@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "morvik/recorded.h"
@@ -52,7 +53,7 @@ enum class Sabotage : uint8_t {
   kAsksForTheForgotten,  ///< after the wish to be forgotten a schedule is asked for
   kThrows,               ///< something is thrown in the middle of the run
 };
-inline constexpr size_t kSabotages = 33;
+inline constexpr size_t kSabotages = 32;
 const char* nameOf(Sabotage sabotage);
 
 /// What the app is about to record, and when.
@@ -96,7 +97,8 @@ class RunSabotage final : public MachineSabotage {
   bool losesRecord(const RecordingMoment& moment) const;
   /// What the app is told in the place of the answer.
   Recorded told(Recorded answer) const;
-  bool asksForTheForgotten() const { return is(Sabotage::kAsksForTheForgotten); }
+  /// A request for a schedule that leaves although the user is forgotten; nothing: there is none.
+  std::optional<kit::Request> requestOfForgotten() const;
   /// std::runtime_error, or nothing.
   void healthyEndStarts() const;
 
@@ -112,6 +114,7 @@ class RunSabotage final : public MachineSabotage {
   kit::Value longest_;
   HeldWrite held_;
   uint64_t log_writes_ = 0;
+  std::optional<kit::Request> schedule_request_;
   std::map<std::string, std::string> earlier_;  ///< bytes by path
 };
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <mutex>
 
+#include "proofs/oracle/invariants.h"
 #include "proofs/run/figure_line.h"
 #include "simulation/dice.h"
 #include "simulation/workers.h"
@@ -25,7 +26,7 @@ constexpr size_t placeOf(PointMode mode) {
 }
 
 uint64_t pointsOf(PointMode mode, const ScriptedRunResult& whole) {
-  const auto faults = [&whole](DiskFault::At at) { return whole.fault_points[static_cast<size_t>(at)]; };
+  const auto faults = [&whole](FlakyDiskFault fault) { return whole.fault_points[static_cast<size_t>(fault)]; };
   switch (mode) {
     case PointMode::kKill:
     case PointMode::kPowerCut:
@@ -34,13 +35,13 @@ uint64_t pointsOf(PointMode mode, const ScriptedRunResult& whole) {
       return whole.changes;
     case PointMode::kDiskFull:
     case PointMode::kDiskFullForLonger:
-      return faults(DiskFault::At::kWrite);
+      return faults(FlakyDiskFault::kFull);
     case PointMode::kSyncError:
     case PointMode::kSyncErrorForLonger:
-      return faults(DiskFault::At::kSync);
+      return faults(FlakyDiskFault::kSyncError);
     case PointMode::kReadErrorAtStart:
     case PointMode::kReadErrorAtStartForLonger:
-      return faults(DiskFault::At::kReadAtStart);
+      return faults(FlakyDiskFault::kReadErrorAtStart);
   }
   return 0;
 }
@@ -85,32 +86,28 @@ class Trial {
   }
 
   ScriptedRunResult playAt(const Point& point) const {
-    ScriptedRunOptions life = runAtPoint(point.mode, point.number, options_.seed);
-    life.sabotage = options_.sabotage;
-    return playScriptedRun(life);
+    ScriptedRunOptions run = runAtPoint(point.mode, point.number, options_.seed);
+    run.sabotage = options_.sabotage;
+    return playScriptedRun(run);
   }
 
-  void take(size_t place, const ScriptedRunResult& lived) {
+  void take(size_t place, const ScriptedRunResult& played) {
     const Point& point = points_[place];
     const std::scoped_lock hold(mutex_);
     ++result_.tried[placeOf(point.mode)];
     ++result_.tried_in_all;
-    result_.deaths += lived.cuts;
-    result_.installs += lived.installs;
-    result_.sent_twice += lived.sent_twice;
-    result_.totals += lived.totals;
-    for (size_t i = 0; i < kOccasions; ++i)
-      result_.occasions[i] += lived.occasions[i];
-    addComplaints(lived);
-    for (const std::string& text : lived.texts)
+    result_.installs += played.installs;
+    result_.figures += played.figures;
+    addComplaints(played);
+    for (const std::string& text : played.texts)
       texts_[place].push_back(wordsOf(point) + ": " + text);
     if (progress_)
       progress_(result_.tried_in_all, points_.size());
   }
 
-  void addComplaints(const ScriptedRunResult& lived) {
-    for (size_t i = 0; i < kComplaints; ++i)
-      result_.complaints[i] += lived.complaints[i];
+  void addComplaints(const ScriptedRunResult& played) {
+    for (const auto& [invariant, times] : played.complaints)
+      result_.complaints[invariant] += times;
   }
 
   const CrashPointOptions options_;
@@ -123,16 +120,16 @@ class Trial {
 };
 
 ScriptedRunOptions cutAt(uint64_t number, const simulation::DiskCut& cut) {
-  ScriptedRunOptions life;
-  life.cut_before_change = number;
-  life.cut = cut;
-  return life;
+  ScriptedRunOptions run;
+  run.cut_before_change = number;
+  run.cut = cut;
+  return run;
 }
 
-ScriptedRunOptions failingAt(DiskFault::At at, uint64_t first, uint64_t calls) {
-  ScriptedRunOptions life;
-  life.fault = DiskFault{at, first, calls};
-  return life;
+ScriptedRunOptions failingAt(FlakyDiskFault fault, uint64_t first, uint64_t calls) {
+  ScriptedRunOptions run;
+  run.fault = PlannedFault{fault, first, calls};
+  return run;
 }
 
 }  // namespace
@@ -163,17 +160,17 @@ ScriptedRunOptions deathAtPoint(PointMode mode, uint64_t number, uint64_t seed) 
     case PointMode::kScatteredPowerCut:
       return cutAt(number, simulation::DiskCut::powerLost(simulation::PowerLoss::kScattered, drawn));
     case PointMode::kDiskFull:
-      return failingAt(DiskFault::At::kWrite, number, 1);
+      return failingAt(FlakyDiskFault::kFull, number, 1);
     case PointMode::kDiskFullForLonger:
-      return failingAt(DiskFault::At::kWrite, number, kLongerFaultCalls);
+      return failingAt(FlakyDiskFault::kFull, number, kLongerFaultCalls);
     case PointMode::kSyncError:
-      return failingAt(DiskFault::At::kSync, number, 1);
+      return failingAt(FlakyDiskFault::kSyncError, number, 1);
     case PointMode::kSyncErrorForLonger:
-      return failingAt(DiskFault::At::kSync, number, kLongerFaultCalls);
+      return failingAt(FlakyDiskFault::kSyncError, number, kLongerFaultCalls);
     case PointMode::kReadErrorAtStart:
-      return failingAt(DiskFault::At::kReadAtStart, number, 1);
+      return failingAt(FlakyDiskFault::kReadErrorAtStart, number, 1);
     case PointMode::kReadErrorAtStartForLonger:
-      return failingAt(DiskFault::At::kReadAtStart, number, kLongerFaultCalls);
+      return failingAt(FlakyDiskFault::kReadErrorAtStart, number, kLongerFaultCalls);
   }
   return {};
 }
@@ -181,30 +178,54 @@ ScriptedRunOptions deathAtPoint(PointMode mode, uint64_t number, uint64_t seed) 
 }  // namespace
 
 ScriptedRunOptions runAtPoint(PointMode mode, uint64_t number, uint64_t seed) {
-  ScriptedRunOptions life = deathAtPoint(mode, number, seed);
-  life.seed = seed;
-  return life;
+  ScriptedRunOptions run = deathAtPoint(mode, number, seed);
+  run.seed = seed;
+  return run;
 }
 
 CrashPointResult tryCrashPoints(const CrashPointOptions& options,
-                                const std::function<void(uint64_t lived, uint64_t of)>& progress) {
+                                const std::function<void(uint64_t played, uint64_t of)>& progress) {
   return Trial(options, progress).run();
 }
 
 namespace {
 
 /// What the rules let go, by name.
-void addGivenUp(std::string& text, const ScriptedRunTotals& totals) {
+void addGivenUp(std::string& text, const RunFigures& figures) {
   const auto rules = removalRules();
   for (size_t row = 0; row < rules.size(); ++row) {
-    if (totals.given_up[row] != 0)
+    if (figures.given_up_by_rule[row] != 0)
       addFigureLine(text,
                     std::string("of these ") + kRecordKindNames[indexOf(rules[row].kind)] + " " + rules[row].words,
-                    totals.given_up[row]);
+                    figures.given_up_by_rule[row]);
   }
 }
 
+void addRecords(std::string& text, const RunFigures& figures) {
+  addFigureLine(text, "recorded", figures.recorded);
+  addFigureLine(text, "delivered", figures.delivered);
+  addFigureLine(text, "stored at the end", figures.stored);
+  addFigureLine(text, "given up by rule", figures.given_up);
+  addGivenUp(text, figures);
+  addFigureLine(text, "not kept yet when the process ended", figures.undone);
+  addFigureLine(text, "of these kept in memory only", figures.undone_in_memory);
+  addFigureLine(text, "activities sent again", figures.sent_again);
+}
+
+void addOccasions(std::string& text, const RunFigures& figures) {
+  addFigureLine(text, "processes with a newer store", figures.newer_stores);
+  addFigureLine(text, "answers \"kept in memory only\"", figures.kept_in_memory);
+  addFigureLine(text, "processes on a slow disk", figures.slow_disks);
+  addFigureLine(text, "values over a limit, refused", figures.too_large);
+  addFigureLine(text, "wishes while requests waited", figures.full_queues);
+}
+
 }  // namespace
+
+uint64_t CrashPointResult::count(const std::string& invariant) const {
+  const auto found = complaints.find(invariant);
+  return found == complaints.end() ? 0 : found->second;
+}
 
 std::string figuresOf(const CrashPointResult& result) {
   std::string text;
@@ -216,20 +237,13 @@ std::string figuresOf(const CrashPointResult& result) {
                     result.tried[place]);
   }
   addFigureLine(text, "points tried in all", result.tried_in_all);
-  addFigureLine(text, "deaths, with those of the script", result.deaths);
+  addFigureLine(text, "deaths, with those of the script", result.figures.deaths());
+  addFigureLine(text, "steps, each checked", result.figures.steps);
   addFigureLine(text, "installs attributed", result.installs);
-  addFigureLine(text, "recorded", result.totals.recorded);
-  addFigureLine(text, "delivered", result.totals.delivered);
-  addFigureLine(text, "stored at the end", result.totals.stored);
-  addFigureLine(text, "given up by rule", result.totals.givenUp());
-  addGivenUp(text, result.totals);
-  addFigureLine(text, "not kept yet when the cut came", result.totals.not_kept_yet);
-  addFigureLine(text, "kept in memory only, and gone with it", result.totals.kept_in_memory);
-  addFigureLine(text, "events sent twice for a reason", result.sent_twice);
-  for (size_t i = 0; i < kOccasions; ++i)
-    addFigureLine(text, nameOf(static_cast<Occasion>(i)), result.occasions[i]);
-  for (size_t i = 0; i < kComplaints; ++i)
-    addFigureLine(text, nameOf(static_cast<Complaint>(i)), result.complaints[i]);
+  addRecords(text, result.figures);
+  addOccasions(text, result.figures);
+  for (const std::string& invariant : complaintNames())
+    addFigureLine(text, "against \"" + invariant + "\"", result.count(invariant));
   for (const std::string& each : result.texts)
     text += "  ! " + each + "\n";
   return text;

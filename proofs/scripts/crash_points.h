@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -65,15 +66,12 @@ struct CrashPointResult {
   std::array<uint64_t, kPointModes.size()> points{};  ///< there are, by mode
   std::array<uint64_t, kPointModes.size()> tried{};
   uint64_t tried_in_all = 0;
-  uint64_t deaths = 0;
   uint64_t installs = 0;
-  uint64_t sent_twice = 0;  ///< for a reason
-  std::array<uint64_t, kOccasions> occasions{};
-  ScriptedRunTotals totals;
-  std::array<uint64_t, kComplaints> complaints{};
-  std::vector<std::string> texts;  ///< the first complaints, in the order of the points
+  RunFigures figures;
+  std::map<std::string, uint64_t> complaints;  ///< by invariant
+  std::vector<std::string> texts;              ///< the first complaints, in the order of the points
 
-  uint64_t count(Complaint complaint) const { return complaints[static_cast<size_t>(complaint)]; }
+  uint64_t count(const std::string& invariant) const;
 };
 
 /// Plays one run per point, and one that nothing cuts off, to count the points. `progress` is told, on any thread, one

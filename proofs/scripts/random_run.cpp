@@ -77,7 +77,7 @@ class RandomRun final : private Driver {
       if (complaints_.empty())
         playHealthyEnd();
     } catch (const std::exception& thrown) {
-      complain(std::string("broken: ") + thrown.what());
+      complain(kBroken, thrown.what());
     }
     figures_.days = (now() - began) / simulation::kDaySeconds;
     end();
@@ -449,20 +449,7 @@ class RandomRun final : private Driver {
       check();
     }
     advance(5 * simulation::kMinuteSeconds);
-    tracker_.facts.is_all_well = mayDeliverAll();
-    check();
-    if (process_ && process_->pending().background_tasks > 0)
-      complain(std::string(kRequestsReturn) + ": a background task was never ended");
-  }
-
-  /// Not without a tracking key, without sessions that end, without the identifier without which a commerce link is
-  /// none, or with a record of its install that names no user.
-  bool mayDeliverAll() const {
-    if (!process_ || process_->isGdprForgetMe() || app_.tracking_key.text().empty() ||
-        app_.device.multitasking == false || app_.device.idfa.source() == Identifier::Source::kNone)
-      return false;
-    const auto properties = process_->properties();
-    return properties.fendoUserInfo_fendoUserNo() != -1 && properties.fendoUserInfo_referralKey() != -1;
+    checkHealthyEnd();
   }
 
   const double days_;

@@ -94,7 +94,7 @@ TEST_F(ExpectedRecordsTest, DoubtsAfterADeathWhatWasNotKeptLongEnough) {
   recordKept("old", 1);
   recordKept("late", 9.5);
   records_.record(kKind, "never committed", 9.9);
-  records_.die(9, true);
+  records_.die(9, 9, true);
   EXPECT_EQ(records_.counts(kKind).recorded_least, 1U);
   EXPECT_EQ(records_.counts(kKind).recorded_most, 3U);
   EXPECT_THAT(records_.setStored(kKind, {"old", "late"}).unknown, IsEmpty());
@@ -109,28 +109,46 @@ TEST_F(ExpectedRecordsTest, DoubtsAfterADeathWhatWasNotKeptLongEnough) {
 
 TEST_F(ExpectedRecordsTest, HoldsAKillToWhatWasCommitted) {
   recordKept("just committed", 9.99);
-  records_.die(kNever, false);
+  records_.die(kNever, kNever, false);
   EXPECT_EQ(records_.counts(kKind).recorded_least, 1U);
   records_.setStored(kKind, {});
   EXPECT_THAT(records_.lost(), ElementsAre(0U));
 }
 
+TEST_F(ExpectedRecordsTest, ExcusesWithTheDisksTroubleNothingThatTheAppWasToldIsKept) {
+  recordKept("told so", 5);
+  recordKept("not told", 5);
+  records_[0].told = Recorded::kKept;
+  records_.die(4, kNever, false);
+  records_.setStored(kKind, {});
+  settleAt(1, 20);
+  EXPECT_THAT(records_.lost(), ElementsAre(0U));
+}
+
+TEST_F(ExpectedRecordsTest, KnowsTheFirstRuleThatMayHaveRemovedARecord) {
+  recordKept("kept", 5);
+  EXPECT_EQ(records_[0].firstRule(), std::nullopt);
+  records_.permit(0, RemovalReason::kProcessEnded);
+  records_.permit(0, RemovalReason::kPlaceTaken);
+  EXPECT_EQ(records_[0].firstRule(), removalRuleOf(kKind, RemovalReason::kPlaceTaken));
+}
+
 TEST_F(ExpectedRecordsTest, KnowsThatWhatHadNoRoomIsWrittenLate) {
   recordKept("in memory", 5);
   records_.writeLate(4, 8);
-  records_.die(7, true);
+  records_.die(7, 7, true);
   EXPECT_EQ(records_.counts(kKind).recorded_least, 0U);
 }
 
 TEST_F(ExpectedRecordsTest, LetsAnotherPowerCutBringBackWhatAnEarlierOneTook) {
   records_.record(kKind, "cut off", 9);
-  records_.die(9, true);
+  records_.die(9, 9, true);
   settleAt(0, 20);
   EXPECT_EQ(records_.counts(kKind).recorded_most, 0U);
-  records_.die(30, true);
+  records_.die(30, 30, true);
   EXPECT_EQ(records_.counts(kKind).recorded_most, 1U);
   settleAt(0, 40);
-  records_.die(kNever, false);
+  records_.die(kNever, kNever, false);
   EXPECT_EQ(records_.counts(kKind).recorded_most, 0U) << "a kill does not";
 }
 
@@ -140,7 +158,7 @@ TEST_F(ExpectedRecordsTest, CountsAReportOnceItIsTakenIn) {
   records_.waitOutsideTheStore(kReports, {"crash", "unheard of"});
   EXPECT_EQ(records_.counts(kReports).recorded_least, 0U);
   EXPECT_THAT(records_.lost(), IsEmpty());
-  records_.die(0, true);
+  records_.die(0, 0, true);
   EXPECT_EQ(records_.counts(kReports).recorded_most, 0U) << "no death takes it";
   records_.setStored(kReports, {"crash"});
   records_.takeIn(number);

@@ -214,6 +214,19 @@ TEST_F(Invariants, KnowAWishFromItsFileWhereTheStoreCannotBeRead) {
   EXPECT_THAT(complaints(), ElementsAre(kWishesAreKept, kForgottenIsSilent));
 }
 
+TEST_F(Invariants, KnowAWithdrawalOnceItIsKept) {
+  facts_.is_alive = true;
+  facts_.is_forgotten = true;
+  endStep();
+  EXPECT_THAT(complaints(), IsEmpty());
+  facts_.has_withdrawn = true;
+  endStep();
+  EXPECT_THAT(complaints(), ElementsAre(kWishesAreKept));
+  facts_.is_forgotten = false;
+  endStep();
+  EXPECT_THAT(complaints(), IsEmpty());
+}
+
 TEST_F(Invariants, KnowWhatTheAppMustBeToldAndWhatMustStay) {
   tell([](Invariant& invariant) { invariant.answered(Recorded::kRefusedTooLarge, Recorded::kRefusedTooLarge); });
   tell([](Invariant& invariant) { invariant.storeFileChanges("/disk/morvik.store"); });

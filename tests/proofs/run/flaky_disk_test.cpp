@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
 
 #include "host/store/sqlite_store.h"
 #include "host/store/store_files.h"
@@ -49,6 +50,27 @@ TEST_F(FlakyDiskTest, FailsSoManyCallsAndThenUntilTheTimeIsOver) {
   disk_.recover();
   EXPECT_TRUE(write(6));
   EXPECT_GT(changes_, 0U);
+}
+
+TEST_F(FlakyDiskTest, FailsThePlannedCallsAloneAndCountsThoseThatCould) {
+  open();
+  EXPECT_TRUE(write(1));
+  const uint64_t points = disk_.points()[static_cast<size_t>(FlakyDiskFault::kFull)];
+  EXPECT_GT(points, 0U);
+  disk_.plan({.fault = FlakyDiskFault::kFull, .first = points + 1, .calls = 1});
+  EXPECT_FALSE(write(2));
+  EXPECT_TRUE(write(3));
+  EXPECT_EQ(failed(FlakyDiskFault::kFull), 1U);
+  EXPECT_EQ(failed(FlakyDiskFault::kSyncError), 0U);
+}
+
+TEST_F(FlakyDiskTest, LeavesACallThatNothingMeetsToTheSabotage) {
+  open();
+  EXPECT_TRUE(write(1));
+  disk_.answerBy([](const simulation::DiskCall&) { return simulation::SimulatedDisk::kDropped; });
+  const std::string log = disk_.disk.bytesOf(disk_.disk.place().path() + "-wal");
+  write(2);
+  EXPECT_EQ(disk_.disk.bytesOf(disk_.disk.place().path() + "-wal"), log);
 }
 
 TEST_F(FlakyDiskTest, ForbidsToChangeTheStoresOwnFilesAlone) {
