@@ -322,8 +322,7 @@ bool SqliteStore::anythingDirty() const {
   return !dirty_.empty() || !pending_.empty();
 }
 
-// ---------------------------------------------------------------------------------------------------------------
-// opening
+// ------------------------------------------------------------------------------------------------------------- opening
 
 void SqliteStore::openReadOnly() {
   Opened opened;
@@ -593,8 +592,7 @@ void SqliteStore::forgetStored() {
   }
 }
 
-// ------------------------------------------------------------------------------------------------------------
-// committing
+// ---------------------------------------------------------------------------------------------------------- committing
 
 bool SqliteStore::commit() {
   if (reopened_)
@@ -745,8 +743,7 @@ void SqliteStore::setStored() {
     refused_up_to_ = pending_writes_;
 }
 
-// ---------------------------------------------------------------------------------------------------------------
-// telling
+// ------------------------------------------------------------------------------------------------------------- telling
 
 void SqliteStore::tellDamaged() {
   const size_t damaged = database_->damaged();
@@ -862,8 +859,7 @@ void SqliteStore::tellWaiting() {
     log_.line(line);
 }
 
-// --------------------------------------------------------------------------------------------------------------
-// flushing
+// ------------------------------------------------------------------------------------------------------------ flushing
 
 void SqliteStore::flush(StoreFlusher::Urgency urgency) {
   // First, so that a listener of the flush finds a folder for its own files.

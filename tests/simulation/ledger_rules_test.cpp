@@ -120,8 +120,7 @@ class LedgerRules : public ::testing::Test {
   std::unique_ptr<runtime::Instance> phone;
 };
 
-// -----------------------------------------------------------------------------------------------------------
-// activities
+// ---------------------------------------------------------------------------------------------------------- activities
 
 TEST_F(LedgerRules, CountWhatIsRecordedStoredAndDelivered) {
   record("one");
@@ -332,8 +331,7 @@ TEST_F(LedgerRules, StopADevelopersBuildWhereAnActivityGoesThatNoRuleGivesUp) {
 }
 #endif
 
-// ----------------------------------------------------------------------------------------------------------
-// impressions
+// --------------------------------------------------------------------------------------------------------- impressions
 
 TEST_F(LedgerRules, KnowTheImpressionsThatCameDuringAnUpload) {
   at(kTracking).always(accepted().after(5));
@@ -554,8 +552,7 @@ TEST_F(LedgerRules, KnowTheReportsThatAnAnswerAcceptsWithoutACode) {
   EXPECT_THAT(givenUp("crash reports"), ElementsAre(Pair("accepted by an answer without a code", 1U)));
 }
 
-// ----------------------------------------------------------------------------------------------------------
-// demographics
+// -------------------------------------------------------------------------------------------------------- demographics
 
 TEST_F(LedgerRules, CountTheDemographicsThatAreDeliveredReplacedAndTakenBack) {
   at(kDemographics).always(accepted());

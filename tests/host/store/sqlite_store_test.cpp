@@ -162,8 +162,7 @@ class SqliteStoreTest : public ::testing::Test {
   testing::RecordingLog log_;
 };
 
-// -------------------------------------------------------------------------------------------------------------
-// contract
+// ------------------------------------------------------------------------------------------------------------ contract
 
 /// The process dies: the next one finds what is in the kernel's hands at that moment.
 class SqliteHarness {
@@ -196,8 +195,7 @@ INSTANTIATE_TYPED_TEST_SUITE_P(SqliteStore, KeyValueStoreContract, host::SqliteH
 namespace morvik::host {
 namespace {
 
-// --------------------------------------------------------------------------------------------------------------
-// opening
+// ------------------------------------------------------------------------------------------------------------- opening
 
 TEST_F(SqliteStoreTest, AFreshStoreIsMadeForItsOwnerAlone) {
   const std::string place = folder_ / "deep/store";
@@ -805,8 +803,7 @@ TEST_F(SqliteStoreWithALostFile, AddsUpWithOneThatBeganAgain) {
   EXPECT_EQ(store_->get("launches"), Value(5));
 }
 
-// -------------------------------------------------------------------------------------------------------------
-// removed in use
+// ------------------------------------------------------------------------------------------------------ removed in use
 
 size_t openDescriptors() {
   const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -2041,8 +2038,7 @@ TEST_F(SqliteStoreTest, WhenTheNumbersOfPropertiesAreUsedUpANewOneIsRefused) {
   EXPECT_EQ(open()->get("text"), Value("changed"));
 }
 
-// ------------------------------------------------------------------------------------------------------------
-// inspectors
+// ---------------------------------------------------------------------------------------------------------- inspectors
 
 std::set<std::string> filesIn(const std::string& folder) {
   std::set<std::string> names;
