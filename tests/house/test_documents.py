@@ -8,8 +8,24 @@ import unittest
 
 import tree
 
+# As .clang-format says for code. A row of a table cannot be broken.
+MOST_COLUMNS = 120
+
+
+def documents():
+    """The paths of all documents."""
+    inside = [os.path.join("docs", name) for name in os.listdir(os.path.join(tree.ROOT, "docs"))]
+    return sorted(name for name in inside + os.listdir(tree.ROOT) if name.endswith(".md"))
+
 
 class TheDocuments(unittest.TestCase):
+    def test_every_line_of_a_document_but_a_row_of_a_table_fits_the_width(self):
+        self.assertIn("docs/building.md", documents())
+        for document in documents():
+            for number, line in enumerate(tree.read(tree.ROOT, document).splitlines(), 1):
+                if not line.startswith("|"):
+                    self.assertLessEqual(len(line), MOST_COLUMNS, f"{document}:{number}")
+
     def test_every_package_that_is_installed_is_explained(self):
         groups = ("test", "coverage", "bench", "fuzz", "tidy")
         listed = subprocess.run([os.path.join(tree.ROOT, "tools/setup"), "--list", *groups],
@@ -24,11 +40,7 @@ class TheDocuments(unittest.TestCase):
         self.assertEqual(set(re.findall(r"(?m)^\| `(\w+)` \|", tree.read(tree.ROOT, "docs/building.md"))), names)
 
     def test_every_file_that_a_document_links_to_is_there(self):
-        documents = [os.path.join("docs", name) for name in os.listdir(os.path.join(tree.ROOT, "docs"))
-                     if name.endswith(".md")]
-        documents += [name for name in os.listdir(tree.ROOT) if name.endswith(".md")]
-        self.assertIn("docs/building.md", documents)
-        for document in sorted(documents):
+        for document in documents():
             prose = re.sub(r"(?s)```.*?```|`[^`\n]*`", "", tree.read(tree.ROOT, document))
             for target in re.findall(r"\]\((?!\w+:|#)([^)#\s]+)", prose):
                 with self.subTest(document=document, target=target):
