@@ -54,7 +54,7 @@ ARROWS = {
     },
 }
 
-# Folders of rooms, each room with those that it may include besides itself. What lies in the folder itself puts the
+# Folders of rooms, each room with those that it may include as well. What lies in the folder itself puts the
 # rooms together. A room is named after all that it stands on.
 ROOMS = {
     "host": {
@@ -88,27 +88,32 @@ ROOMS = {
 APP_HEADERS = "include"
 
 FORBIDDEN_IN_CORE = {
-    "reads a clock": r"\w_clock\s*::\s*now\b|\b(gettimeofday|clock_gettime|timespec_get)\b|\bstd::(time|clock)\b",
+    "reads a clock": r"\w_clock\s*::\s*now\b|\b(gettimeofday|clock_gettime|timespec_get)\b|\bstd::(time|clock)\b"
+                     r"|(?<![\w.>])time\s*\(\s*(nullptr|NULL|0)\s*\)",
     "converts time by the process's zone": r"\b(localtime|gmtime|mktime|strftime)(_r)?\b",
     "waits": r"\b(sleep_for|sleep_until|usleep|nanosleep)\b",
     "starts a thread": r"\bstd::(jthread|async)\b|\bstd::thread\b(?!\s*::)|\bpthread_\w+",
     "prints": r"\b(v?f?printf|f?puts|putchar|perror|fwrite)\b|\bstd::(cout|cerr|clog)\b",
     "opens a file or a socket": r"\b(fopen|freopen|[io]?fstream)\b|(?<!\w)::(open|socket|connect)\b",
     "reads the environment": r"\b(secure_)?getenv\b|\b(set|put)env\b",
+    "asks which process it is": r"\bget(p|pp|t)id\b",
     "takes chance from outside its port": r"\b(random_device|srand|rand)\b",
 }
 
 # Headers that the oracle may include bring names along that it may not use.
 OF_THE_KIT = r"\b(services::(?!jsonDescription\b)|runtime::|host::)\w+|\bkFendo\w+"
 
-INCLUDE = r"(?m)^[ \t]*#[ \t]*include[ \t]*([<\"])([^>\"]+)[>\"]"
+INCLUDE = r"(?m)^[ \t]*#[ \t]*(?:include|include_next|import)[ \t]*([<\"])([^>\"]+)[>\"]"
+# A list that a header includes may include as well.
+INCLUDING = (".h", ".cpp", ".inc")
+OWN_FOLDERS = {*tree.CODE, "morvik"}
 
 
 def bad_includes(root, folder):
     """One line for every include of the folder that breaks the rules."""
     in_core = folder in WALLED
     wrong = []
-    for path in tree.cpp_files(root, [folder]):
+    for path in tree.cpp_files(root, [folder], INCLUDING):
         for line, match in tree.findings(tree.without_comments(tree.read(root, path)), INCLUDE):
             kind, target = match[1], match[2]
             where = f"{path}:{line}: includes {target}"
@@ -118,6 +123,8 @@ def bad_includes(root, folder):
                     wrong.append(f"{where}, but {folder} may include {', '.join(sorted(allowed))} only")
                 elif not os.path.isfile(os.path.join(root, APP_HEADERS if target.startswith("morvik/") else "", target)):
                     wrong.append(f"{where}, which is not in the tree")
+            elif target.split("/")[0] in OWN_FOLDERS:
+                wrong.append(f"{where} in angle brackets; quote what is in the tree")
             elif folder == "include" and target not in STANDARD:
                 wrong.append(f"{where}, but what apps include stands on the C++ standard library alone")
             elif in_core and target in NAMES_THREADS.get(folder, set()):
@@ -133,7 +140,7 @@ def bad_rooms(root):
     """One line for every include in a room that leads to a room of the same folder which that may not know."""
     wrong = []
     for folder, rooms in ROOMS.items():
-        for path in tree.cpp_files(root, [folder]):
+        for path in tree.cpp_files(root, [folder], INCLUDING):
             inside = path[len(folder) + 1 :]
             if "/" in inside:
                 wrong += bad_includes_of_room(root, path, folder, inside.split("/")[0], rooms)
@@ -157,7 +164,7 @@ def bad_includes_of_room(root, path, folder, room, rooms):
 def forbidden_words(root, folders, rules):
     """One line for every place in the folders' code that a rule forbids."""
     wrong = []
-    for path in tree.cpp_files(root, folders):
+    for path in tree.cpp_files(root, folders, INCLUDING):
         code = tree.code_only(tree.read(root, path))
         for reason, pattern in rules.items():
             for line, match in tree.findings(code, pattern):
@@ -226,6 +233,21 @@ class TheChecks(unittest.TestCase):
         self.write("kit/b.h", '\n#include "services/a.h"\n')
         self.assertEqual(
             bad_includes(self.root, "kit"), ["kit/b.h:2: includes services/a.h, but kit may include kit only"]
+        )
+
+    def test_an_include_that_is_written_in_another_way_is_found(self):
+        self.write("host/a.h", "")
+        self.write("testing/b.cpp", "#include <host/a.h>\n")
+        self.assertEqual(
+            bad_includes(self.root, "testing"),
+            ["testing/b.cpp:1: includes host/a.h in angle brackets; quote what is in the tree"],
+        )
+        self.write("services/c.inc", "#include <unistd.h>\n")
+        self.write("services/d.cpp", "#import <curl/curl.h>\n")
+        self.assertEqual(
+            bad_includes(self.root, "services"),
+            ["services/c.inc:1: includes unistd.h, which is no header of the C++ standard library",
+             "services/d.cpp:1: includes curl/curl.h, which is no header of the C++ standard library"],
         )
 
     def test_a_table_of_the_kit_in_the_oracle_is_found(self):
@@ -328,6 +350,7 @@ class TheChecks(unittest.TestCase):
             "prints": 'std::printf("x");',
             "opens a file or a socket": 'auto f = fopen("x", "r");',
             "reads the environment": 'std::getenv("HOME");',
+            "asks which process it is": "auto p = ::getpid();",
             "takes chance from outside its port": "std::random_device d;",
         }
         self.assertEqual(set(examples), set(FORBIDDEN_IN_CORE))

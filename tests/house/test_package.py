@@ -44,7 +44,7 @@ class ThePackage(unittest.TestCase):
         run("cmake", "--install", tree.BUILD, "--prefix", cls.prefix)
 
     def configure(self, name, source, *options):
-        """Configures a project beside the installed package; returns the build folder."""
+        """Configures a project against the installed package; returns the build folder."""
         folder = os.path.join(self.work, name)
         run("cmake", "-G", "Ninja", "-S", source, "-B", folder, f"-DCMAKE_PREFIX_PATH={self.prefix}",
             f"-DCMAKE_CXX_COMPILER={tree.COMPILER}", *options)

@@ -8,7 +8,8 @@ BUILD = os.environ["MORVIK_BUILD_DIR"]
 COMPILER = os.environ["MORVIK_CXX"]
 
 # The folders that hold C++ of ours.
-CODE = ("kit", "services", "MorvikCoreLib", "runtime", "host", "include", "testing", "simulation", "proofs", "apps", "tests", "fuzz", "bench", "examples")
+CODE = ("kit", "services", "MorvikCoreLib", "runtime", "host", "include", "testing", "simulation", "proofs", "apps",
+        "tests", "fuzz", "bench", "examples")
 # The core: what is linked into every app.
 CORE = ("kit", "services", "MorvikCoreLib")
 
@@ -23,13 +24,13 @@ _TOKEN = re.compile(
 )
 
 
-def cpp_files(root, folders):
+def cpp_files(root, folders, endings=(".h", ".cpp")):
     """The paths, relative to root, of all C++ files below the folders, sorted."""
     found = []
     for folder in folders:
         for place, _, names in os.walk(os.path.join(root, folder)):
             for name in names:
-                if name.endswith((".h", ".cpp")):
+                if name.endswith(endings):
                     found.append(os.path.relpath(os.path.join(place, name), root))
     return sorted(found)
 
