@@ -12,6 +12,7 @@ namespace {
 using Words = std::vector<std::string>;
 
 constexpr const char* kCompletion = "completion";
+constexpr const char* kHelp = "help";
 /// The values of an option are broken into lines of at most this many bytes.
 constexpr size_t kMostValuesBytes = 90;
 
@@ -32,6 +33,15 @@ class HelpFormatter : public CLI::Formatter {
     return lines + values.substr(begin);
   }
 };
+
+// "help" and "help NAME" as --help and NAME --help.
+Words withHelpAsOption(Words arguments) {
+  if (!arguments.empty() && arguments.front() == kHelp) {
+    arguments.erase(arguments.begin());
+    arguments.emplace_back("--help");
+  }
+  return arguments;
+}
 
 // "--name=" is the option with an empty value; CLI11 would take the next argument for the value.
 Words withEmptyValues(const Words& arguments) {
@@ -89,10 +99,16 @@ std::string chosenByFormerOption(const CLI::App& root, const Words& arguments) {
   return "";
 }
 
+// An argument that a former option could replace is required without it.
 void removeFormerOptions(CLI::App& root) {
   for (CLI::App* subcommand : root.get_subcommands([](CLI::App*) { return true; })) {
-    for (CLI::Option* option : subcommand->get_options([](CLI::Option* each) { return isFormer(each); }))
+    for (CLI::Option* option : subcommand->get_options([](CLI::Option* each) { return isFormer(each); })) {
+      for (CLI::Option* replaced : option->get_excludes()) {
+        if (replaced->get_positional())
+          replaced->required();
+      }
       subcommand->remove_option(option);
+    }
   }
 }
 
@@ -140,6 +156,7 @@ CommandLine::CommandLine(std::string program, std::string version, std::string h
       subcommands_(std::move(subcommands)) {}
 
 std::variant<Job, Printed> CommandLine::read(Words arguments) const {
+  arguments = withHelpAsOption(std::move(arguments));
   std::vector<Job> jobs;
   const std::unique_ptr<CLI::App> app = makeApp(jobs);
   const auto choice = choose(*app, arguments);

@@ -14,9 +14,9 @@ constexpr const char* kExpectFooter =
     "The expression compares fields with values: activity == \"purchase\" and group == \"shop\". Comparisons are ==, "
     "!=, <, <=, >, >= and contains, joined by and, or, not and parentheses.\n"
     "When it names a field of events (group, activity, param, prev_group, prev_activity, created_at, event_id), events "
-    "are counted, each once by its id; otherwise requests are. Fields of requests: id, time, endpoint, method, path, header.NAME, body, "
-    "body_bytes, payload.MEMBER, install, counted, refused, refusal, behaviour, status, answer.MEMBER, events_new, "
-    "events_again, impressions.\n"
+    "are counted, each once by its id; otherwise requests are. Fields of requests: id, time, endpoint, method, path, "
+    "header.NAME, body, body_bytes, payload.MEMBER, install, counted, refused, refusal, behaviour, status, "
+    "answer.MEMBER, events_new, events_again, impressions.\n"
     "Exit status: 0 met, 1 not met (the closest near misses are printed), 2 the command line or the expression cannot "
     "be used, or no service answers.";
 
@@ -31,7 +31,7 @@ struct ServicePlace {
 };
 
 void describe(CLI::App& app, ExpectOptions& options, std::string& within, ServicePlace& place) {
-  app.add_option("expression", options.expression, "what is expected")->required();
+  app.add_option("EXPRESSION", options.expression, "what is expected")->type_name("")->required();
   app.add_option("--within", within, "how long to wait: 250ms, 5s, 2m")->type_name("TIME")->capture_default_str();
   CLI::Option* count = app.add_option("--count", options.count, "how many must match, at least");
   morvik_command_line::takeInRange(count, 1, 1000000)->capture_default_str();

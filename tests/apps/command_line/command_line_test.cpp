@@ -106,6 +106,19 @@ TEST_F(CommandLineTest, VersionAndHelpNeedNoSubcommand) {
   EXPECT_THAT(print({"--steps", "3", "-h"}, 0), HasSubstr("Usage: toy walk [OPTIONS]"));
 }
 
+TEST_F(CommandLineTest, HelpIsAWordToo) {
+  EXPECT_EQ(print({"help"}, 0), print({"--help"}, 0));
+  EXPECT_EQ(print({"help", "paint"}, 0), print({"paint", "--help"}, 0));
+  EXPECT_EQ(print({"help", "paintt"}, kExitUsage),
+            "toy: there is no subcommand \"paintt\"; did you mean paint? See toy --help\n");
+  EXPECT_EQ(run({"paint", "help"}), 100);
+  EXPECT_EQ(file_, "help");
+}
+
+TEST_F(CommandLineTest, HelpShowsAnArgumentAsRequiredThatOnlyAFormerOptionReplaces) {
+  EXPECT_THAT(print({"paint", "--help"}, 0), HasSubstr("Usage: toy paint [OPTIONS] FILE\n"));
+}
+
 TEST_F(CommandLineTest, CompletionFollowsTheTypeNames) {
   CLI::App app;
   std::string text;

@@ -57,7 +57,7 @@ TEST(ExpectOptions, WhatIsGivenByItselfWins) {
 
 TEST(ExpectOptions, WhatCannotBeUsedIsSaid) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-      {{}, "expression is required"},
+      {{}, "EXPRESSION is required"},
       {{"refused"}, "say where the service listens: --make-cert FOLDER, --url URL or --port-file FILE"},
       {{"refused", "--url", "https://localhost:1/"}, "say whom to trust: --make-cert FOLDER or --ca FILE"},
       {{"refused", "--make-cert", "/nowhere"}, "cannot open /nowhere/url: No such file or directory"},
