@@ -207,12 +207,12 @@ Mistake complete(Options& options, const Written& written) {
 }
 
 constexpr const char* kFooter =
-    "Reads verbs, one per line; \"morvik-device verbs\" lists them. On a terminal there is a prompt, \"help\" lists them "
-    "too, and after a mistake the next line is read; in a file or a pipe a mistake ends the program.\n"
+    "Reads verbs, one per line; \"morvik-device verbs\" lists them. On a terminal there is a prompt, \"help\" lists "
+    "them too, and after a mistake the next line is read; in a file or a pipe a mistake ends the program.\n"
     "Each verb, and each call of a delegate, is answered with one line of JSON on standard output; the log goes to "
     "standard error.\n"
-    "Other users can read keys on a command line. Better give --keys a file with the lines app-key=..., hash-key=... and "
-    "tracking-key=....";
+    "Other users can read keys on a command line. Better give --keys a file with the lines app-key=..., hash-key=... "
+    "and tracking-key=....";
 
 }  // namespace
 

@@ -10,8 +10,8 @@ namespace {
 constexpr const char* kFooter =
     "Once it listens, it prints one line of JSON: {\"listening\":\"https://127.0.0.1:PORT/\"}. Open that address in a "
     "browser to see what arrives. SIGINT or SIGTERM ends it.\n"
-    "Other users can read keys on a command line. Better give --keys a file with the lines app-key=..., hash-key=... and "
-    "tracking-key=...; the key options override it.";
+    "Other users can read keys on a command line. Better give --keys a file with the lines app-key=..., hash-key=... "
+    "and tracking-key=...; the key options override it.";
 
 void describeListening(CLI::App& app, Options& options) {
   app.add_option("--port", options.port, "TCP port; 0 takes a free one")->capture_default_str();
