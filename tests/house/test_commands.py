@@ -190,18 +190,18 @@ class Commands(unittest.TestCase):
     def test_a_bad_option_is_refused_before_anything_is_installed(self):
         self.install("id", ROOT)
         for command, arguments, message in (
-            ("run", ["--sped"], "./run: '--sped' is no option of this command; ./run --help lists them.\n"),
+            ("run", ["--sped"], "./run: '--sped' is not an option of this command; ./run --help lists them.\n"),
             ("run", ["--folder"], "./run: --folder needs a value; ./run --help tells which.\n"),
             ("run", ["--seed", "x1"],
              "./run: --seed needs a whole number, one that an earlier run printed; 'x1' is none.\n"),
             ("run", ["--seed="],
              "./run: --seed needs a whole number, one that an earlier run printed; '' is none.\n"),
-            ("test", ["--fast"], "./test: '--fast' is no option of this command; ./test --help lists them.\n"),
+            ("test", ["--fast"], "./test: '--fast' is not an option of this command; ./test --help lists them.\n"),
             ("test", ["-R"], "./test: -R needs a value; ./test --help tells which.\n"),
             ("test", ["-j", "many"], "./test: -j needs a number from 1 on; 'many' is none.\n"),
             ("test", ["--asan", "--tsan"], "./test: --tsan and --asan cannot go together; run one after the other.\n"),
             ("tools/setup", ["games"],
-             "tools/setup: 'games' is no group of packages; tools/setup --help lists them.\n"),
+             "tools/setup: 'games' is not a group of packages; tools/setup --help lists them.\n"),
         ):
             with self.subTest(command=command, arguments=arguments):
                 done = self.call(command, *arguments)

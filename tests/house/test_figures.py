@@ -108,7 +108,7 @@ class Figures(unittest.TestCase):
     def test_the_tool_says_what_is_wrong(self):
         log = self.path_of_log()
         for arguments, status, message in (
-            (["--all"], 2, "tools/figures: '--all' is no option of this command; tools/figures --help lists them.\n"),
+            (["--all"], 2, "tools/figures: '--all' is not an option of this command; tools/figures --help lists them.\n"),
             (["a", "b"], 2, "tools/figures: one log at a time; 'b' is one too many.\n"),
             ([], 1, f"tools/figures: {log} cannot be read; run the tests first, or name the log of another run.\n"),
         ):

@@ -132,7 +132,7 @@ def bad_includes(root, folder):
             elif in_core and target in OUTWARD:
                 wrong.append(f"{where}, which reaches out of the core")
             elif in_core and target not in STANDARD | RUNTIME.get(path, set()):
-                wrong.append(f"{where}, which is no header of the C++ standard library")
+                wrong.append(f"{where}, which is not a header of the C++ standard library")
     return wrong
 
 
@@ -246,8 +246,8 @@ class TheChecks(unittest.TestCase):
         self.write("services/d.cpp", "#import <curl/curl.h>\n")
         self.assertEqual(
             bad_includes(self.root, "services"),
-            ["services/c.inc:1: includes unistd.h, which is no header of the C++ standard library",
-             "services/d.cpp:1: includes curl/curl.h, which is no header of the C++ standard library"],
+            ["services/c.inc:1: includes unistd.h, which is not a header of the C++ standard library",
+             "services/d.cpp:1: includes curl/curl.h, which is not a header of the C++ standard library"],
         )
 
     def test_a_table_of_the_kit_in_the_oracle_is_found(self):
@@ -283,7 +283,7 @@ class TheChecks(unittest.TestCase):
         self.write("services/a.cpp", "#  include <curl/curl.h>\n")
         self.assertEqual(
             bad_includes(self.root, "services"),
-            ["services/a.cpp:1: includes curl/curl.h, which is no header of the C++ standard library"],
+            ["services/a.cpp:1: includes curl/curl.h, which is not a header of the C++ standard library"],
         )
 
     def test_a_header_that_reaches_out_of_the_core_is_found(self):
@@ -321,7 +321,7 @@ class TheChecks(unittest.TestCase):
             bad_includes(self.root, "runtime"),
             ["runtime/b.cpp:1: includes host/a.h, but runtime may include MorvikCoreLib, kit, morvik, "
              "runtime, services only",
-             "runtime/b.cpp:2: includes uv.h, which is no header of the C++ standard library"],
+             "runtime/b.cpp:2: includes uv.h, which is not a header of the C++ standard library"],
         )
 
     def test_a_room_that_knows_another_is_found(self):
