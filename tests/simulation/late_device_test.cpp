@@ -503,7 +503,7 @@ TEST_F(LateDevice, IsFlushedOfWhatItsFileHasOnceThatHasRecovered) {
   EXPECT_EQ(phone_->properties().fendoActivityInfos().size(), 0U);
 }
 
-TEST_F(LateDevice, IsNeverFlushedWhileItsFileIsWhileUnavailable) {
+TEST_F(LateDevice, IsNeverFlushedWhileItsFileIsUnavailable) {
   start();
   liveASession();
   restartUnavailable();
