@@ -178,7 +178,7 @@ void checkAdvertisingIdentifier(CheckedOptions& out) {
     return;
   const bool is_uuid = services::isUuid(idfa.text());
   if (!is_uuid) {
-    out.warnings.push_back("DeviceDescription::idfa is no UUID (" + std::to_string(idfa.text().size()) +
+    out.warnings.push_back("DeviceDescription::idfa is not a UUID (" + std::to_string(idfa.text().size()) +
                            " bytes) and counts as none; give it as 8-4-4-4-12 hexadecimal digits, or say "
                            "Identifier::none()");
   }

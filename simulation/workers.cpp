@@ -36,7 +36,7 @@ void callFor(const std::string& whose, const std::function<void()>& work) {
   } catch (const std::exception& exception) {
     throw std::runtime_error(whose + " threw: " + exception.what());
   } catch (...) {
-    throw std::runtime_error(whose + " threw something that is no std::exception");
+    throw std::runtime_error(whose + " threw something that is not a std::exception");
   }
 }
 

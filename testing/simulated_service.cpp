@@ -41,7 +41,7 @@ Value formOf(const std::string& body) {
 Value plainJson(const std::string& body) {
   auto read = readJson(body);
   if (const auto* error = std::get_if<kit::Error>(&read))
-    throw std::invalid_argument("the body is no JSON: " + error->message);
+    throw std::invalid_argument("the body is not JSON: " + error->message);
   return std::get<Value>(std::move(read));
 }
 

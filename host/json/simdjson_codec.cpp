@@ -250,7 +250,7 @@ class Reading {
   bool fail(simdjson::error_code error) { return fail(simdjson::error_message(error)); }
   bool fail(const std::string& what) { return failAt(position(), what); }
   bool failAt(size_t position, const std::string& what) {
-    failure_ = Error{"this is no JSON: " + what + " (at byte " + std::to_string(std::min(position, text_.size())) +
+    failure_ = Error{"this is not JSON: " + what + " (at byte " + std::to_string(std::min(position, text_.size())) +
                      " of " + std::to_string(text_.size()) + ")"};
     return false;
   }

@@ -74,7 +74,7 @@ std::variant<std::unique_ptr<FileLogSink>, kit::Error> FileLogSink::open(const s
   struct stat facts {};
   if (fstat(descriptor, &facts) != 0 || !S_ISREG(facts.st_mode)) {
     ::close(descriptor);
-    return kit::Error{path + " is no regular file; name one."};
+    return kit::Error{path + " is not a regular file; name one."};
   }
   return std::unique_ptr<FileLogSink>(new FileLogSink(descriptor));
 }

@@ -133,7 +133,7 @@ StoreOutcome StoreDatabase::identify(bool read_only) {
   if (application == 0 && version == 0 && tables == 0 && !read_only)
     return makeTables();
   if (application != kStoreApplicationId)
-    return unreadable("it is no store of ours");
+    return unreadable("it is not a store of the kit");
   if (version > kStoreVersion)
     return StoreProblem{StoreProblem::Kind::kNewer, std::to_string(version)};
   if (version < kStoreVersion)

@@ -142,7 +142,7 @@ class StoreFile {
     if (::fstat(descriptor_, &facts) != 0)
       return StoreProblem::unavailable(systemMessage());
     if (!S_ISREG(facts.st_mode))
-      return StoreProblem::unavailable("it is no file");
+      return StoreProblem::unavailable("it is not a file");
     if (static_cast<uint64_t>(facts.st_size) > kMaxSnapshotBytes)
       return StoreProblem::unavailable("it has " + std::to_string(facts.st_size) + " bytes, more than " +
                                        std::to_string(kMaxSnapshotBytes) + " are not read");

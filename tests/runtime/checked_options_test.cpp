@@ -223,10 +223,11 @@ TEST(CheckedOptions, CountAMalformedAdvertisingIdentifierAsNoneAndWarnWithoutSho
     options.device.idfa = Identifier::given(text);
     const CheckedOptions checked = checkedOf(options);
     EXPECT_EQ(checked.options.device.idfa.source(), Identifier::Source::kNone) << text;
-    EXPECT_EQ(checked.warnings, std::vector<std::string>{
-                                    "DeviceDescription::idfa is no UUID (" + std::to_string(std::string(text).size()) +
-                                    " bytes) and counts as none; give it as 8-4-4-4-12 hexadecimal digits, or say "
-                                    "Identifier::none()"});
+    EXPECT_EQ(
+        checked.warnings,
+        std::vector<std::string>{"DeviceDescription::idfa is not a UUID (" + std::to_string(std::string(text).size()) +
+                                 " bytes) and counts as none; give it as 8-4-4-4-12 hexadecimal digits, or say "
+                                 "Identifier::none()"});
   }
 }
 

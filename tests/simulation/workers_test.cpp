@@ -50,7 +50,7 @@ TEST(CallFor, NamesWhoseCallThrewWhat) {
     return "nothing";
   };
   EXPECT_EQ(words([] { throw std::invalid_argument("no such day"); }), "device 7 (seed 12) threw: no such day");
-  EXPECT_EQ(words([] { throw 7; }), "device 7 (seed 12) threw something that is no std::exception");
+  EXPECT_EQ(words([] { throw 7; }), "device 7 (seed 12) threw something that is not a std::exception");
   EXPECT_EQ(words([] {}), "nothing");
 }
 

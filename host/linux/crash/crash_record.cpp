@@ -237,7 +237,7 @@ std::variant<std::optional<CrashRecordFile>, kit::Error> readCrashRecord(const s
   const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
   auto file = parsed(bytes);
   if (!file)
-    return kit::Error{path + " is no crash record"};
+    return kit::Error{path + " is not a crash record"};
   return file;
 }
 

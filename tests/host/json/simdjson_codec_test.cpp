@@ -155,7 +155,7 @@ TEST(SimdjsonCodec, OfARepeatedKeyTheLastValueCountsAmongManyKeysToo) {
 TEST(SimdjsonCodec, ReadsAsDeepAsContainersMayNestAndNoDeeper) {
   EXPECT_TRUE(accepts(nested(kit::kMaxJsonDepth)));
   EXPECT_EQ(errorOf(nested(kit::kMaxJsonDepth + 1)),
-            "this is no JSON: containers are nested deeper than 512 (at byte 512 of 1026)");
+            "this is not JSON: containers are nested deeper than 512 (at byte 512 of 1026)");
   std::string objects;
   for (size_t depth = 0; depth <= kit::kMaxJsonDepth; ++depth)
     objects += "{\"a\":";
@@ -172,19 +172,19 @@ TEST(SimdjsonCodec, SaysWhereTextIsNotUtf8) {
 }
 
 TEST(SimdjsonCodec, SaysWhereTextFollowsTheDocument) {
-  EXPECT_EQ(errorOf("{\"a\":1} x"), "this is no JSON: text follows the end of the document (at byte 8 of 9)");
-  EXPECT_EQ(errorOf("1,2"), "this is no JSON: text follows the end of the document (at byte 2 of 3)");
-  EXPECT_EQ(errorOf("[1],[2]"), "this is no JSON: text follows the end of the document (at byte 4 of 7)");
+  EXPECT_EQ(errorOf("{\"a\":1} x"), "this is not JSON: text follows the end of the document (at byte 8 of 9)");
+  EXPECT_EQ(errorOf("1,2"), "this is not JSON: text follows the end of the document (at byte 2 of 3)");
+  EXPECT_EQ(errorOf("[1],[2]"), "this is not JSON: text follows the end of the document (at byte 4 of 7)");
   EXPECT_NE(errorOf("{}]").find("text follows"), std::string::npos);
 }
 
 TEST(SimdjsonCodec, SaysThatAContainerIsNotClosed) {
-  EXPECT_EQ(errorOf("[[1]"), "this is no JSON: a container is not closed (at byte 4 of 4)");
+  EXPECT_EQ(errorOf("[[1]"), "this is not JSON: a container is not closed (at byte 4 of 4)");
 }
 
 TEST(SimdjsonCodec, SaysThatNothingIsNoDocument) {
-  EXPECT_EQ(errorOf(""), "this is no JSON: the text is empty (at byte 0 of 0)");
-  EXPECT_EQ(errorOf("  "), "this is no JSON: the text is empty (at byte 0 of 2)");
+  EXPECT_EQ(errorOf(""), "this is not JSON: the text is empty (at byte 0 of 0)");
+  EXPECT_EQ(errorOf("  "), "this is not JSON: the text is empty (at byte 0 of 2)");
 }
 
 TEST(SimdjsonCodec, IsStrict) {

@@ -94,7 +94,7 @@ TEST(FileLogSink, SaysWhyAFileCannotBeUsed) {
   EXPECT_EQ(errorOfOpening(folder / "no/kit.log"),
             "the file " + (folder / "no/kit.log") +
                 " cannot be opened (No such file or directory); fix its path or its permissions.");
-  EXPECT_EQ(errorOfOpening("/dev/null"), "/dev/null is no regular file; name one.");
+  EXPECT_EQ(errorOfOpening("/dev/null"), "/dev/null is not a regular file; name one.");
   ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
   EXPECT_NE(errorOfOpening(folder / "pipe"), "") << "and it does not wait for a reader";
 }

@@ -334,7 +334,7 @@ TEST_F(SqliteStoreTest, ATruncatedFileIsSetAside) {
 TEST_F(SqliteStoreTest, SomebodyElsesDatabaseIsSetAside) {
   sql("CREATE TABLE theirs(a); PRAGMA application_id=12345; PRAGMA user_version=99");
   EXPECT_EQ(open()->opening(), runtime::StoreOpening::kSetAside);
-  EXPECT_EQ(log_.countContaining("(it is no store of ours)"), 1u);
+  EXPECT_EQ(log_.countContaining("(it is not a store of the kit)"), 1u);
 }
 
 TEST_F(SqliteStoreTest, AStoreWithoutItsTablesIsSetAside) {

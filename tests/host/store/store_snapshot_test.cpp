@@ -315,14 +315,14 @@ TEST_F(StoreSnapshot, SaysWhatTheSystemSays) {
   std::filesystem::create_directory(path());
   failed = read();
   ASSERT_TRUE(failed);
-  EXPECT_EQ(failed->message, "it is no file");
+  EXPECT_EQ(failed->message, "it is not a file");
 }
 
 TEST_F(StoreSnapshot, APipeInTheStoresPlaceKeepsNobodyWaiting) {
   ASSERT_EQ(::mkfifo(path().c_str(), 0600), 0);
   const StoreOutcome failed = read();
   ASSERT_TRUE(failed);
-  EXPECT_EQ(failed->message, "it is no file");
+  EXPECT_EQ(failed->message, "it is not a file");
 }
 
 TEST_F(StoreSnapshot, RefusesAFileThatIsTooLong) {

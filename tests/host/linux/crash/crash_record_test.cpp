@@ -181,7 +181,7 @@ TEST_F(Record, OfTheVersionBeforeIsRead) {
   test::writeBytes(path_, head + bytes.substr(0, 20));
   EXPECT_FALSE(read().record) << "half written";
   test::writeBytes(path_, head + std::string(sizeof record, 'x'));
-  EXPECT_THAT(refusal(), HasSubstr("is no crash record"));
+  EXPECT_THAT(refusal(), HasSubstr("is not a crash record"));
 }
 
 TEST_F(Record, AFileOfSomethingElseIsRefused) {
@@ -189,7 +189,7 @@ TEST_F(Record, AFileOfSomethingElseIsRefused) {
        {"", "something else", "morvik crash record 1\n", "morvik crash record 2\n",
         "morvik crash record 2\nno module\n--\n", "morvik crash record 2\n--\nsixteen bytes that are no part"}) {
     test::writeBytes(path_, bytes);
-    EXPECT_EQ(refusal(), path_ + " is no crash record") << bytes;
+    EXPECT_EQ(refusal(), path_ + " is not a crash record") << bytes;
   }
 }
 
@@ -199,7 +199,7 @@ TEST_F(Record, ARecordWithImpossibleContentIsRefused) {
   frames.frame_count = kMaxCrashFrames + 1;
   writeFramesPart(file, frames);
   ::close(file);
-  EXPECT_THAT(refusal(), HasSubstr("is no crash record"));
+  EXPECT_THAT(refusal(), HasSubstr("is not a crash record"));
 }
 
 TEST_F(Record, AModuleWhoseNameWouldBreakTheFileIsLeftOut) {

@@ -165,7 +165,7 @@ TEST_F(Earlier, FileThatIsNoRecordIsSetAside) {
   EXPECT_FALSE(isThere(path()));
   EXPECT_EQ(test::bytesOf(unreadable()), "something else");
   EXPECT_THAT(log.messages(), ElementsAre("Morvik host: a crash of an earlier process is not reported: " + path() +
-                                          " is no crash record. The file goes on as \"" + unreadable() +
+                                          " is not a crash record. The file goes on as \"" + unreadable() +
                                           "\": delete it if it does not matter."));
 }
 
