@@ -278,7 +278,7 @@ std::optional<std::string> missing(const host::StorePlace& place) {
   return std::nullopt;
 }
 
-void readShelf(const std::string& folder, BesideTheStore& out, std::vector<std::string>& remarks) {
+void readShelf(const std::string& folder, OutsideTheStore& out, std::vector<std::string>& remarks) {
   const host::SimdjsonCodec json;
   Remarks unused;
   host::ReportFile shelf(folder, json, unused);
@@ -287,7 +287,7 @@ void readShelf(const std::string& folder, BesideTheStore& out, std::vector<std::
     remarks.push_back(shelf.path() + " cannot be read, or not all of it; what can be read is shown");
 }
 
-void readSignals(const std::string& folder, BesideTheStore& out, std::vector<std::string>& remarks) {
+void readSignals(const std::string& folder, OutsideTheStore& out, std::vector<std::string>& remarks) {
   const std::string latest = host::crashRecordPath(folder);
   kit::MutableArray signals;
   for (const std::string& path : {host::waitingRecordPath(latest), latest}) {
@@ -317,17 +317,17 @@ void remarkFilesSetAside(const std::string& folder, std::vector<std::string>& re
 
 }  // namespace
 
-std::vector<Section> sorted(const StoredEntries& entries, const BesideTheStore& beside, size_t shown) {
+std::vector<Section> sorted(const StoredEntries& entries, const OutsideTheStore& outside, size_t shown) {
   std::vector<Section> sections = emptySections();
   std::set<std::string_view> known = {runtime::kLedgerKey};
   for (const Place& place : kPlaces) {
     known.insert(place.name);
     if (const kit::Value& value = valueIn(entries, place.name); !value.isAbsent())
       put(place, value, shown, sections);
-    if (place.name == kShelf && !beside.shelved_reports.empty())
-      put(place, beside.shelved_reports, shown, sections);
-    if (place.name == kSignals && !beside.fatal_signals.empty())
-      put(place, beside.fatal_signals, shown, sections);
+    if (place.name == kShelf && !outside.shelved_reports.empty())
+      put(place, outside.shelved_reports, shown, sections);
+    if (place.name == kSignals && !outside.fatal_signals.empty())
+      put(place, outside.fatal_signals, shown, sections);
   }
   for (const auto& [name, value] : entries) {
     if (known.count(name) == 0)
@@ -349,12 +349,12 @@ std::optional<std::string> inspect(const std::string& folder, size_t shown, Insp
     return withoutSpeaker(store.openingLine());
   for (const std::string& line : remarks.lines)
     out.remarks.push_back(withoutSpeaker(line));
-  BesideTheStore beside;
-  readShelf(folder, beside, out.remarks);
-  readSignals(folder, beside, out.remarks);
+  OutsideTheStore outside;
+  readShelf(folder, outside, out.remarks);
+  readSignals(folder, outside, out.remarks);
   remarkFilesSetAside(folder, out.remarks);
   out.store = place.path();
-  out.sections = sorted(store.all(), beside, shown);
+  out.sections = sorted(store.all(), outside, shown);
   return std::nullopt;
 }
 

@@ -71,7 +71,7 @@ struct Inspection {
 };
 
 /// What is pending in the folder of a store, next to the store itself.
-struct BesideTheStore {
+struct OutsideTheStore {
   morvik::kit::Array shelved_reports;
   /// Signals that ended earlier processes; their reports are made at the next start.
   morvik::kit::Array fatal_signals;
@@ -81,7 +81,7 @@ using StoredEntries = std::vector<std::pair<std::string, morvik::kit::Value>>;
 
 /// Sorts what was found. Each entry is in exactly one section, unknown names in the last. The newest `shown` entries of
 /// each list are kept.
-std::vector<Section> sorted(const StoredEntries& entries, const BesideTheStore& beside, size_t shown);
+std::vector<Section> sorted(const StoredEntries& entries, const OutsideTheStore& outside, size_t shown);
 
 /// Reads the store in that folder, and the files next to it, without modifying anything; an app may be using it.
 /// Returns one line for people if there is nothing to read. Blocks while reading files.

@@ -400,7 +400,7 @@ void askForPremium(TestWorld& world) {
 void crash(TestWorld& world) {
   world.core().makeCrashParameter({.reason = "fendo", .call_stack_symbols = {"main"}, .moment = {}});
 }
-void crashBesideTheStore(TestWorld& world) {
+void crashOutsideTheStore(TestWorld& world) {
   world.store.setInUse(true);
   crash(world);
   world.store.setInUse(false);
@@ -519,7 +519,7 @@ const std::vector<ThrowingCall> kThrowingCalls = {
     {"crashFormatsFreeMemory", crash, ofUtil, "memoryFormatter", 1, kCrash},
     {"crashReadsTheQueue", crash, ofStore, "tryGet", 2, kKeep},
     {"crashStoresTheQueue", crash, ofStore, "trySetAndSynchronize", 1, kKeep},
-    {"crashPutsTheReportOnTheShelf", crashBesideTheStore, ofShelf, "append", 1, kKeep},
+    {"crashPutsTheReportOnTheShelf", crashOutsideTheStore, ofShelf, "append", 1, kKeep},
     {"erasureDrawsItsId", makeErasureBody, ofRandom, "fill", 1, kErasure},
     {"erasureReadsTheClock", makeErasureBody, ofClock, "now", 1, kErasure},
     {"erasureAsksForTheServersTime", makeErasureBody, ofServices, "intervalSinceServerDate", 1, kErasure},

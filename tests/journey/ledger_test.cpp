@@ -35,11 +35,11 @@ class LedgerOfALife : public ::testing::TestWithParam<uint64_t> {
   bool happens(uint64_t percent) { return pick(100) < percent; }
 
   Answer answer(const kit::Request& request) {
-    const uint64_t mood = is_kind_ ? 99 : pick(100);
-    if (mood < 20)
+    const uint64_t draw = is_kind_ ? 99 : pick(100);
+    if (draw < 20)
       return Answer::body(500, "out of order");
     const testing::ServedRequest served = device_.service().receive(request);
-    if (mood < 40)
+    if (draw < 40)
       return Answer::error("closed after it counted");
     return device_.service().answer(served).after(static_cast<double>(pick(3)));
   }

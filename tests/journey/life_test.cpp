@@ -74,20 +74,20 @@ class Life : public ::testing::TestWithParam<uint64_t> {
   }
 
   Answer answerTo(Arrival& arrival) {
-    const uint64_t mood = is_kind_ ? 99 : pick(100);
-    arrival.counted = mood >= 20;
-    arrival.accepted = mood >= 50;
-    if (mood < 10)
+    const uint64_t draw = is_kind_ ? 99 : pick(100);
+    arrival.counted = draw >= 20;
+    arrival.accepted = draw >= 50;
+    if (draw < 10)
       return Answer::body(500, "out of order");
-    if (mood < 20)
+    if (draw < 20)
       return Answer::json(Dictionary{{"Result", false}});
-    if (mood < 30)
+    if (draw < 30)
       return Answer::body(502, "counted, but nobody says so");
-    if (mood < 40)
+    if (draw < 40)
       return Answer::error("closed after it counted");
-    if (mood < 48)
+    if (draw < 48)
       return Answer::body(200, "{\"Result\": tr");
-    if (mood < 50)
+    if (draw < 50)
       return Answer::silence();
     const double base_time = world_.loop.now().secondsSince1970() * 1000.0 + 1234.0;
     return Answer::json(Dictionary{{"Result", true}, {"BaseTime", base_time}});

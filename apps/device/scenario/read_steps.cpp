@@ -111,7 +111,7 @@ NetworkPhase::Kind phaseKind(const YamlNode& node) {
     return NetworkPhase::Kind::kDead;
   if (text == "portal")
     return NetworkPhase::Kind::kPortal;
-  throw Mistake(node.place, "is is \"" + text + "\"; expected offline, dead or portal");
+  throw Mistake(node.place, "\"is\" cannot be \"" + text + "\"; expected offline, dead or portal");
 }
 
 NetworkPhase readPhase(const YamlNode& node, int64_t previous_end) {

@@ -26,7 +26,7 @@ std::string mistakeIn(const std::string& yaml) {
 }
 
 // The mistake in a part of an otherwise correct scenario; the part begins in line 4.
-std::string mistakeBeside(const std::string& part) {
+std::string mistakeWith(const std::string& part) {
   return mistakeIn("story: s\nsteps: [{do: active}]\nexpect: {delivered: a/b}\n" + part);
 }
 
@@ -36,7 +36,7 @@ std::string mistakeInStep(const std::string& step) {
 }
 
 std::string mistakeInRule(const std::string& rule) {
-  return mistakeBeside("service:\n  answers:\n    tracking: " + rule);
+  return mistakeWith("service:\n  answers:\n    tracking: " + rule);
 }
 
 std::string mistakeInExpectation(const std::string& expectation) {
@@ -112,34 +112,33 @@ TEST(ScenarioReader, WantsAStoryWithStepsAndExpectations) {
             "story.yaml:1:1: a scenario is \"just a text\"; expected a map with keys of these: story, start, end, "
             "show-log, device, service, network, steps, expect");
   EXPECT_EQ(
-      mistakeBeside("stpes: 1\n"),
+      mistakeWith("stpes: 1\n"),
       "story.yaml:4:1: \"stpes\" is not a key of a scenario; expected one of: story, start, end, show-log, device, "
       "service, network, steps, expect");
 }
 
 TEST(ScenarioReader, RefusesABadFrame) {
-  EXPECT_EQ(mistakeBeside("start: yesterday\n"),
+  EXPECT_EQ(mistakeWith("start: yesterday\n"),
             "story.yaml:4:8: start is \"yesterday\"; expected a date like 2024-03-01T09:00:00Z");
-  EXPECT_EQ(mistakeBeside("end: soon\n"),
+  EXPECT_EQ(mistakeWith("end: soon\n"),
             "story.yaml:4:6: end is \"soon\"; expected a time like 500ms, 10s, 1.5s or 1d 2h");
-  EXPECT_EQ(mistakeBeside("show-log: 7\n"), "story.yaml:4:11: show-log is \"7\"; expected a whole number from 0 to 6");
+  EXPECT_EQ(mistakeWith("show-log: 7\n"), "story.yaml:4:11: show-log is \"7\"; expected a whole number from 0 to 6");
   EXPECT_EQ(mistakeIn("story: s\nend: 5s\nsteps: [{at: 10s, do: active}]\nexpect: {delivered: a/b}\n"),
             "story.yaml:2:6: end is 5s, before the last step; expected 10s or later");
 }
 
 TEST(ScenarioReader, ChecksTheDeviceAsTheProgramDoes) {
   EXPECT_EQ(
-      mistakeBeside("device:\n  idfa: mine\n"),
+      mistakeWith("device:\n  idfa: mine\n"),
       "story.yaml:5:9: --idfa: \"mine\" is not a UUID; write one like 6d92078a-8246-4ba4-ae5b-76104861e7dc, or none");
-  EXPECT_EQ(mistakeBeside("device:\n  orientation: 9\n"),
-            "story.yaml:5:16: --orientation: Value 9 not in range 1 to 4");
-  EXPECT_EQ(mistakeBeside("device:\n  app-key: a b\n"),
+  EXPECT_EQ(mistakeWith("device:\n  orientation: 9\n"), "story.yaml:5:16: --orientation: Value 9 not in range 1 to 4");
+  EXPECT_EQ(mistakeWith("device:\n  app-key: a b\n"),
             "story.yaml:5:12: --app-key holds a character that cannot stand in a URL; set it to the key that the "
             "service gave this app, made of letters, digits, '-', '.', '_' and '~'.");
-  EXPECT_EQ(mistakeBeside("device:\n  store: there\n"),
+  EXPECT_EQ(mistakeWith("device:\n  store: there\n"),
             "story.yaml:5:3: \"store\" is not a key of \"device\"; expected one of: app-key, hash-key, tracking-key, "
             "system-version, idfa, puid, orientation, search-ads, no-multitasking, no-sending, iad, module, log-level");
-  EXPECT_EQ(mistakeBeside("device:\n  no-multitasking: 1\n"),
+  EXPECT_EQ(mistakeWith("device:\n  no-multitasking: 1\n"),
             "story.yaml:5:20: no-multitasking is \"1\"; expected true or false");
 }
 
@@ -226,21 +225,21 @@ network:
 }
 
 TEST(ScenarioReader, RefusesABadNetwork) {
-  EXPECT_EQ(mistakeBeside("network:\n  - is: slow\n"),
-            "story.yaml:5:9: is is \"slow\"; expected offline, dead or portal");
-  EXPECT_EQ(mistakeBeside("network:\n  - from: 1s\n"),
+  EXPECT_EQ(mistakeWith("network:\n  - is: slow\n"),
+            "story.yaml:5:9: \"is\" cannot be \"slow\"; expected offline, dead or portal");
+  EXPECT_EQ(mistakeWith("network:\n  - from: 1s\n"),
             "story.yaml:5:5: a phase of the network does not say what it is about; expected is");
-  EXPECT_EQ(mistakeBeside("network:\n  - {is: offline, to: 10s}\n  - {is: dead, from: 9s}\n"),
+  EXPECT_EQ(mistakeWith("network:\n  - {is: offline, to: 10s}\n  - {is: dead, from: 9s}\n"),
             "story.yaml:6:16: the phase begins before the one above is over; expected 10s or later");
-  EXPECT_EQ(mistakeBeside("network:\n  - {is: offline, from: 10s, to: 10s}\n"),
+  EXPECT_EQ(mistakeWith("network:\n  - {is: offline, from: 10s, to: 10s}\n"),
             "story.yaml:5:30: the phase ends when it begins, or before; expected a time later than 10s");
-  EXPECT_EQ(mistakeBeside("network:\n  - {is: offline, page: html}\n"),
+  EXPECT_EQ(mistakeWith("network:\n  - {is: offline, page: html}\n"),
             "story.yaml:5:19: \"page\" has no place here; expected it for a portal only");
-  EXPECT_EQ(mistakeBeside("network: offline\n"), "story.yaml:4:10: network is \"offline\"; expected a list");
+  EXPECT_EQ(mistakeWith("network: offline\n"), "story.yaml:4:10: network is \"offline\"; expected a list");
   std::string phases = "network:\n";
   for (size_t i = 0; i <= kMaxPhases; ++i)
     phases += "  - {is: dead, from: " + std::to_string(2 * i) + "s, to: " + std::to_string(2 * i + 1) + "s}\n";
-  EXPECT_EQ(mistakeBeside(phases), "story.yaml:5:3: 1001 phases of the network; expected at most 1000");
+  EXPECT_EQ(mistakeWith(phases), "story.yaml:5:3: 1001 phases of the network; expected at most 1000");
 }
 
 TEST(ScenarioReader, ReadsTheService) {
@@ -291,10 +290,10 @@ service:
 }
 
 TEST(ScenarioReader, RefusesABadService) {
-  EXPECT_EQ(mistakeBeside("service: {clock: now}\n"),
+  EXPECT_EQ(mistakeWith("service: {clock: now}\n"),
             "story.yaml:4:18: clock is \"now\"; expected a time like 500ms, 10s, 1.5s or 1d 2h, with a sign");
-  EXPECT_EQ(mistakeBeside("service: {attribution: 7}\n"), "story.yaml:4:24: attribution is \"7\"; expected a map");
-  EXPECT_EQ(mistakeBeside("service:\n  answers:\n    trakcing: {status: 500}\n"),
+  EXPECT_EQ(mistakeWith("service: {attribution: 7}\n"), "story.yaml:4:24: attribution is \"7\"; expected a map");
+  EXPECT_EQ(mistakeWith("service:\n  answers:\n    trakcing: {status: 500}\n"),
             "story.yaml:6:5: \"trakcing\" is not a key of \"answers\"; expected one of: conversion, "
             "thirdparty-conversion, iad-attribution, tracking, reengagement-conversion, commerce-conversion, "
             "configuration, crash, demographics, schedule, erasure");
