@@ -137,6 +137,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
     std::function<void(BatchEnd)> batchDidEnd{};  ///< the slot is free, but for one that the wish stopped
     std::function<void()> attributionDidEnd{};    ///< it may have failed
     std::function<void()> nextBatchWasDropped{};  ///< one that was due
+    /// With so many activities; any thread.
+    std::function<void(size_t activities)> batchLeaves{};
   };
   /// Set before the first session.
   void setDeliveryObserver(DeliveryObserver observer) { delivery_observer_ = std::move(observer); }
@@ -351,7 +353,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   kit::Value emptySentEventKeys();
   void trackingDidFail(const std::optional<kit::Response>& response, const kit::Error& error,
                        const std::shared_ptr<const SentBatch>& batch);
-  bool trimActivities();
+  /// For the answer to `answered`; null: for none.
+  bool trimActivities(const SentBatch* answered);
+  kit::LedgerReason reasonOfTrim(const SentBatch* answered) const;
   void clearSentEventKeysAfterFailure();
   void takeServerTime(const kit::Value& json);
   /// The server's time in an answer, a number of milliseconds since 1970; absent if there is none.
@@ -360,8 +364,8 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void batchDidEnd(BatchEnd end);
 
   // A backlog (backlog.cpp).
-  bool clearStored(const char* property_name, uint64_t stores_known);
-  void removeSent(const char* property_name, const kit::Array& sent);
+  bool clearStored(kit::LedgerKind kind, uint64_t stores_known, kit::LedgerReason reason);
+  void removeSent(kit::LedgerKind kind, const kit::Array& sent);
   bool followAccepted(const std::shared_ptr<const SentBatch>& batch, bool has_trimmed);
   bool followTooLarge(const std::shared_ptr<const SentBatch>& batch, const std::optional<kit::Response>& response,
                       const kit::Error& error);
@@ -412,8 +416,11 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void resetRetainedConversionCache(const kit::Value& query);
   kit::Value clickRecord(const kit::Url& url, bool is_first_launch) const;
   void recordFailedReEngagement(const kit::Url& url, bool is_first_launch);
-  void reEngagementDidSucceed(const kit::Value& json);
-  void reEngagementDidFail(const std::optional<kit::Response>& response, const kit::Error& error);
+  /// `load`: what the request carries, if that is known.
+  void sendClick(const kit::Value& parameters, const std::optional<kit::LedgerLoad>& load);
+  void reEngagementDidSucceed(const kit::Value& json, kit::LedgerTicket ticket);
+  void reEngagementDidFail(const std::optional<kit::Response>& response, const kit::Error& error,
+                           kit::LedgerTicket ticket);
   void passRetainedConversionKey(int64_t conversion_key);
   void strikeOffFailedReEngagement(int64_t conversion_key);
   void countSessionEndOfFailedReEngagements();
@@ -429,11 +436,16 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   void sendDemos(const kit::Value& parameters, const SentDemos& sent);
   void demosWereAccepted(const SentDemos& sent);
   void deleteSentDemos(const SentDemos& sent);
+  void deleteAllDemos(kit::LedgerReason reason);
+  void deleteDemo(kit::DemographicValue value, kit::LedgerReason reason);
+  kit::Value demoParameterOf(const kit::Value& demos) const;
+  void tellDemographic(kit::DemographicValue value, bool is_pending);
 
   // Commerce.
   void reportCommerceClick(const kit::Value& query, const OpeningMoment& moment);
   void recordCommerceClick(const kit::Value& query, const OpeningMoment& moment);
-  void commerceDidSucceed(const kit::Value& json, uint64_t stores_known, const kit::Value& sent);
+  void commerceDidSucceed(const kit::Value& json, uint64_t stores_known, const kit::Value& sent,
+                          kit::LedgerTicket ticket);
   void premiumPostbackDidSucceed(const kit::Value& json);
   void saveCommerceEvents();
 
@@ -477,7 +489,10 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   kit::MorvikCoreServicesLib& services() const { return ports_.services_lib; }
   const kit::MorvikADUtil& util() const { return ports_.util; }
   services::SealingTools sealingTools() const { return {ports_.cipher, ports_.compressor, ports_.random}; }
-  services::RequestTools requestTools() const { return {ports_.transport, ports_.json, ports_.services_lib}; }
+  services::RequestTools requestTools() const {
+    return {ports_.transport, ports_.json, ports_.services_lib, ports_.ledger};
+  }
+  kit::Ledger& ledger() const { return ports_.ledger; }
   /// The singleton of an optional module; null when the module is absent.
   std::shared_ptr<const kit::ModuleObject> sharedObjectOf(const kit::Module* module) const {
     return module != nullptr && module->shared ? module->shared() : nullptr;
@@ -533,6 +548,9 @@ class MorvikCoreLib : public std::enable_shared_from_this<MorvikCoreLib> {
   std::shared_ptr<SentBatch> built_batch_;         ///< until it is sent
   std::shared_ptr<const SentBatch> last_batch_;    ///< the latest that was built
   std::shared_ptr<const SentBatch> newest_batch_;  ///< whose request has begun
+  std::shared_ptr<const SentBatch> noted_batch_;   ///< to which the noted sent-event keys belong
+  kit::Value built_click_;                         ///< the latest
+  kit::LedgerTicket newest_click_ = 0;  ///< of the one that the held ReEngagement_task keeps; 0: it is not sent yet
   bool is_next_batch_due_ = false;
   uint64_t sessions_ = 0;  ///< counts their beginnings and their ends
 

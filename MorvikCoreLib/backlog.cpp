@@ -31,19 +31,33 @@ std::unordered_set<const kit::Entry*> identities(const kit::Array& records) {
   return found;
 }
 
+/// Where the records of this kind are stored.
+const char* listOf(kit::LedgerKind kind) {
+  switch (kind) {
+    case kit::LedgerKind::kImpressions:
+      return services::property::fendoImpressionInfos;
+    case kit::LedgerKind::kCommerceClicks:
+      return services::property::commerceConversionInfos;
+    default:
+      return services::property::MorvikCoreUserInfo_Crash;
+  }
+}
+
 }  // namespace
 
 // --------------------------------------------------------------------------------------------------- after an answer
 
 /// Empties a stored list of records, including what was added meanwhile. False, and nothing is done, if a store was
 /// recovered since that count was taken: its records stay.
-bool MorvikCoreLib::clearStored(const char* property_name, uint64_t stores_known) {
-  const bool is_done = store().inOneStep([this, property_name, stores_known] {
+bool MorvikCoreLib::clearStored(kit::LedgerKind kind, uint64_t stores_known, kit::LedgerReason reason) {
+  const bool is_done = store().inOneStep([this, kind, stores_known, reason] {
     if (stores_known != stores_brought_)
       return false;
-    const Value stored = store().arrayForKey(property_name);
-    if (!stored.isAbsent())
-      store().replace(property_name, stored, kit::Array());
+    const Value stored = store().arrayForKey(listOf(kind));
+    if (stored.isAbsent())
+      return true;
+    ledger().removed(kind, stored.array(), reason);
+    store().replace(listOf(kind), stored, kit::Array());
     return true;
   });
   if (is_done)
@@ -52,22 +66,26 @@ bool MorvikCoreLib::clearStored(const char* property_name, uint64_t stores_known
 }
 
 /// Removes these from a stored list of records. What was left out stays, and so does what was added meanwhile.
-void MorvikCoreLib::removeSent(const char* property_name, const kit::Array& sent) {
+void MorvikCoreLib::removeSent(kit::LedgerKind kind, const kit::Array& sent) {
   if (sent.empty())
     return;
   const auto covered = identities(sent);
-  store().inOneStep([this, property_name, &covered] {
-    const Value stored = store().arrayForKey(property_name);
+  store().inOneStep([this, kind, &covered] {
+    const Value stored = store().arrayForKey(listOf(kind));
     if (stored.isAbsent())
       return;
     kit::MutableArray survivors(stored);
+    kit::MutableArray gone;
     size_t left = covered.size();
-    survivors.retainIf([&covered, &left](const Value& record) {
+    survivors.retainIf([&covered, &gone, &left](const Value& record) {
       const bool is_covered = left > 0 && record.size() > 0 && covered.contains(record.dictionary().begin());
       left -= is_covered ? 1 : 0;
+      if (is_covered)
+        gone.append(record);
       return !is_covered;
     });
-    store().replace(property_name, stored, Value(std::move(survivors)));
+    ledger().removed(kind, Value(std::move(gone)).array(), kit::LedgerReason::kAnswered);
+    store().replace(listOf(kind), stored, Value(std::move(survivors)));
   });
   store().synchronize();
 }
@@ -118,6 +136,8 @@ void MorvikCoreLib::giveUpActivity(const SentBatch& batch) {
     const Value stored = store().fendoActivityInfos();
     kit::MutableArray survivors(stored);
     survivors.retainIf([&batch](const Value& record) { return !record.identicalTo(batch.last_activity); });
+    if (survivors.size() < stored.size())
+      ledger().removed(kit::LedgerKind::kActivities, {batch.last_activity}, kit::LedgerReason::kTooLarge);
     store().replace(services::property::fendoActivityInfos, stored, Value(std::move(survivors)));
   });
   store().synchronize();

@@ -46,6 +46,7 @@ void MorvikCoreLib::recordCommerceClick(const Value& query, const OpeningMoment&
   store().inOneStep([this, &click, &moment] {
     kit::MutableArray clicks(store().commerceConversionInfos());
     clicks.append(click);
+    ledger().recorded(kit::LedgerKind::kCommerceClicks, 1);
     store().setCommerceConversionInfos(Value(std::move(clicks)));
     if (moment.when_commerce_recorded)
       moment.when_commerce_recorded();
@@ -75,10 +76,12 @@ void MorvikCoreLib::commerceConversion() {
   request.setTimeoutInterval(static_cast<double>(services::kFendoHttpConnectionTimeoutSeconds));
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-commerceConversion_request.URL.absoluteString : %@",
              request.absoluteString());
+  const kit::LedgerTicket ticket =
+      ledger().carries({.kind = kit::LedgerKind::kCommerceClicks, .records = clicks.array()});
   services::run(
       requestTools(), std::move(request),
-      [self = shared_from_this(), stores_known, clicks](const Value& json) {
-        self->commerceDidSucceed(json, stores_known, clicks);
+      [self = shared_from_this(), stores_known, clicks, ticket](const Value& json) {
+        self->commerceDidSucceed(json, stores_known, clicks, ticket);
       },
       [logger = log()](const kit::Request& sent, const std::optional<kit::Response>& response, const kit::Error& error,
                        const Value&) {
@@ -87,19 +90,23 @@ void MorvikCoreLib::commerceConversion() {
         MORVIK_LOG(logger, lcl_vError, kHandlerOperation, "MRVK_QA-commerceConversion_Recieved an HTTP %ld",
                    services::statusCode(response));
         MORVIK_LOG(logger, lcl_vError, kHandlerOperation, "MRVK_QA-commerceConversion_The error was: %@", error);
-      });
+      },
+      {.ticket = ticket});
 }
 
 /// Clears the whole list, including clicks recorded meanwhile, except those of a store recovered meanwhile. After an
 /// answer with a message all stay.
-void MorvikCoreLib::commerceDidSucceed(const Value& json, uint64_t stores_known, const Value& sent) {
+void MorvikCoreLib::commerceDidSucceed(const Value& json, uint64_t stores_known, const Value& sent,
+                                       kit::LedgerTicket ticket) {
   static constexpr const char* kOperation = "-[MorvikCoreLib commerceConversion]_block_invoke";
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-commerceConversion_JSON: %@", json);
   MORVIK_LOG(log(), lcl_vTrace, kOperation, "MRVK_QA-commerceConversion_errMsg : %@", json["errMsg"]);
   if (!json["errMsg"].isNil())
-    return;
-  if (!clearStored(services::property::commerceConversionInfos, stores_known))
-    removeSent(services::property::commerceConversionInfos, sent.array());
+    return ledger().answered(ticket, kit::LedgerAnswer::kNotAccepted);
+  ledger().answered(ticket,
+                    json["errMsg"].isAbsent() ? kit::LedgerAnswer::kAcceptedEmpty : kit::LedgerAnswer::kAccepted);
+  if (!clearStored(kit::LedgerKind::kCommerceClicks, stores_known, kit::LedgerReason::kAddedDuringUpload))
+    removeSent(kit::LedgerKind::kCommerceClicks, sent.array());
 }
 
 // ---------------------------------------------------------------------------------------------------- commerce events

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
+#include "MorvikCoreLib/gone_from.h"
 #include "services/describe.h"
 #include "services/endpoints.h"
 #include "services/guard.h"
@@ -201,6 +202,7 @@ bool MorvikCoreLib::queueReports(const kit::Array& reports) {
       next.append(record);
       added.append(record);
     }
+    ledger().recorded(kit::LedgerKind::kCrashReports, added.size());
     store().setMorvikCoreUserInfo_Crash(Value(std::move(next)));
     return queue.isAbsent();
   });
@@ -208,14 +210,18 @@ bool MorvikCoreLib::queueReports(const kit::Array& reports) {
     return true;
   store().inOneStep([&] {
     kit::MutableArray queue(store().MorvikCoreUserInfo_Crash());
+    kit::MutableArray gone;
     for (size_t i = 0; i < added.size(); ++i) {
       // The latest of equal ones: the file may have held one, and that one stays.
       size_t end = queue.size();
       while (end > 0 && !(queue[end - 1] == added[i]))
         --end;
-      if (end > 0)
-        queue.removeAt(end - 1);
+      if (end == 0)
+        continue;
+      gone.append(queue[end - 1]);
+      queue.removeAt(end - 1);
     }
+    ledger().removed(kit::LedgerKind::kCrashReports, Value(std::move(gone)).array(), kit::LedgerReason::kNotKept);
     store().setMorvikCoreUserInfo_Crash(was_absent && queue.empty() ? Value() : Value(std::move(queue)));
   });
   return false;
@@ -227,6 +233,7 @@ struct MorvikCoreLib::SentCrashes {
   uint64_t stores_known = 0;  ///< stores_brought_ before they were read
   Value queue;
   Value remaining;  ///< of the queue, once the service has it
+  kit::LedgerTicket ticket = 0;
 };
 
 /// The budget decides what is dropped once the service has it; what is sent is always the whole queue.
@@ -236,6 +243,7 @@ void MorvikCoreLib::sendCrashInfos() {
   SentCrashes sent{.stores_known = stores_brought_, .queue = store().MorvikCoreUserInfo_Crash(), .remaining = {}};
   MORVIK_LOG(log(), lcl_vDebug, kSendOperation, "MRVK_QA-sendCrashInfos parameterInfo : %@", sent.queue);
   sent.remaining = remainingCrashInfos(sent.queue);
+  sent.ticket = ledger().carries({.kind = kit::LedgerKind::kCrashReports, .records = sent.queue.array()});
   auto request = services::jsonPostRequest(ports_.endpoints, services::Endpoint::kCrashReport, sent.queue);
   services::run(
       requestTools(), std::move(request),
@@ -245,7 +253,7 @@ void MorvikCoreLib::sendCrashInfos() {
                    services::statusCode(response));
         MORVIK_LOG(logger, lcl_vError, kSendHandlerOperation, "MRVK_QA-The error was: %@", error);
       },
-      {.when_held = kit::WhenHeld::kEnds});
+      {.when_held = kit::WhenHeld::kEnds, .ticket = sent.ticket});
 }
 
 /// The queue without the reports that the budget counts; equal reports are removed together. Absent if it is absent.
@@ -271,11 +279,15 @@ Value MorvikCoreLib::remainingCrashInfos(const Value& queue) const {
 void MorvikCoreLib::crashUploadDidSucceed(const Value& json, const SentCrashes& sent) {
   MORVIK_LOG(log(), lcl_vTrace, kSendHandlerOperation, "MRVK_QA-[MorvikCoreLib] sendCrashInfos result  : %@]", json);
   if (util().checkIntegerNilToZero(json["code"]) != 0)
-    return;
+    return ledger().answered(sent.ticket, kit::LedgerAnswer::kNotAccepted);
+  ledger().answered(sent.ticket,
+                    json["code"].isAbsent() ? kit::LedgerAnswer::kAcceptedEmpty : kit::LedgerAnswer::kAccepted);
   Value left = sent.remaining;
   const bool is_set = store().inOneStep([&] {
     if (sent.stores_known != stores_brought_)
       return false;
+    ledger().removed(kit::LedgerKind::kCrashReports, goneFrom(store().MorvikCoreUserInfo_Crash(), left),
+                     kit::LedgerReason::kAddedDuringUpload);
     store().setMorvikCoreUserInfo_Crash(left);
     return true;
   });
@@ -295,7 +307,7 @@ void MorvikCoreLib::removeDelivered(const SentCrashes& sent) {
   const kit::Array remaining = sent.remaining.array();
   for (const Value& report : remaining)
     delivered.removeAllEqualTo(report);
-  removeSent(services::property::MorvikCoreUserInfo_Crash, Value(std::move(delivered)).array());
+  removeSent(kit::LedgerKind::kCrashReports, Value(std::move(delivered)).array());
 }
 
 // ------------------------------------------------------------------------------------------------------------ threads

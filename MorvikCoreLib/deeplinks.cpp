@@ -4,6 +4,7 @@
 
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "MorvikCoreLib/failure_counts.h"
+#include "MorvikCoreLib/gone_from.h"
 #include "services/converters.h"
 #include "services/endpoints.h"
 #include "services/guard.h"
@@ -133,7 +134,10 @@ void MorvikCoreLib::openAdvertisingIdClick(const kit::Url& url, const Value& que
 
 void MorvikCoreLib::sendReEngagement(const kit::Url& url, const Value& query, const OpeningMoment& moment) {
   MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib passOpenURL:]", "MRVK_QA-ReEngagement_URL : %@", url);
-  reEngagementConversion(reEngagementParameter(url, moment.is_first_launch));
+  const Value parameters = reEngagementParameter(url, moment.is_first_launch);
+  sendClick(
+      parameters,
+      kit::LedgerLoad{.kind = kit::LedgerKind::kReEngagementClicks, .records = {built_click_}, .is_only_copy = true});
   resetRetainedConversionCache(query);
 }
 
@@ -157,7 +161,9 @@ Value MorvikCoreLib::reEngagementParameter(const kit::Url& url, bool is_first_la
     if (isGateClosed())
       return Value();
     kit::MutableDictionary fields = services().makeCommonParameter(ports_.update_log.getSDKVersion());
-    fields.set("deeplink_info", clickRecord(url, is_first_launch));
+    built_click_ = clickRecord(url, is_first_launch);
+    newest_click_ = 0;
+    fields.set("deeplink_info", built_click_);
     // Weak, since the object itself holds it.
     setReEngagement_task([self = weak_from_this(), url, is_first_launch] {
       if (const auto object = self.lock())
@@ -185,6 +191,10 @@ Value MorvikCoreLib::clickRecord(const kit::Url& url, bool is_first_launch) cons
 // --------------------------------------------------------------------------------------------------------- the request
 
 void MorvikCoreLib::reEngagementConversion(const Value& parameters) {
+  sendClick(parameters, std::nullopt);
+}
+
+void MorvikCoreLib::sendClick(const Value& parameters, const std::optional<kit::LedgerLoad>& load) {
   static constexpr const char* kOperation = "-[MorvikCoreLib reEngagementConversion:]";
   services::guarded(log(), kReEngagementConversionGuard, MORVIK_HERE(kOperation), [&] {
     if (isGateClosed())
@@ -193,20 +203,29 @@ void MorvikCoreLib::reEngagementConversion(const Value& parameters) {
     auto request = services::postRequest(ports_.endpoints, services::Endpoint::kReEngagementConversion, parameters,
                                          services::AcceptEncoding::kGzip);
     const auto self = shared_from_this();
+    // Without parameters the request carries nothing.
+    const kit::LedgerTicket ticket = load && !parameters.isNil() ? ledger().carries(*load) : 0;
+    if (load && load->is_only_copy)
+      newest_click_ = ticket;
     services::run(
-        requestTools(), std::move(request), [self](const Value& json) { self->reEngagementDidSucceed(json); },
-        [self](const std::optional<kit::Response>& response, const kit::Error& error) {
-          self->reEngagementDidFail(response, error);
-        });
+        requestTools(), std::move(request),
+        [self, ticket](const Value& json) { self->reEngagementDidSucceed(json, ticket); },
+        [self, ticket](const std::optional<kit::Response>& response, const kit::Error& error) {
+          self->reEngagementDidFail(response, error, ticket);
+        },
+        {.ticket = ticket});
   });
 }
 
-void MorvikCoreLib::reEngagementDidSucceed(const Value& json) {
+void MorvikCoreLib::reEngagementDidSucceed(const Value& json, kit::LedgerTicket ticket) {
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib reEngagementConversion:]_block_invoke",
              "MRVK_QA-reEngagementConversion_JSON: %@", json);
   takeServerTime(json);
-  if (!util().checkNilToNo(json["Result"]))
-    return;
+  if (!util().checkNilToNo(json["Result"])) {
+    ledger().answered(ticket, kit::LedgerAnswer::kNotAccepted);
+    return ledger().lost(ticket, kit::LedgerReason::kNotAccepted);
+  }
+  ledger().answered(ticket, kit::LedgerAnswer::kAccepted);
   const Value& result = json["Data"]["conversion_result"];
   const int64_t conversion_key = util().checkIntegerNilToZero(result["conversion_key"]);
   services().saveConversionInfoForCache(conversion_key);
@@ -229,14 +248,19 @@ void MorvikCoreLib::passRetainedConversionKey(int64_t conversion_key) {
 }
 
 /// The recorder is the one held at this moment: that of the latest click, whichever request failed.
-void MorvikCoreLib::reEngagementDidFail(const std::optional<kit::Response>& response, const kit::Error& error) {
+void MorvikCoreLib::reEngagementDidFail(const std::optional<kit::Response>& response, const kit::Error& error,
+                                        kit::LedgerTicket ticket) {
   static constexpr const char* kOperation = "-[MorvikCoreLib reEngagementConversion:]_block_invoke";
   MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-reEngagementConversion_Recieved an HTTP %ld",
              services::statusCode(response));
   MORVIK_LOG(log(), lcl_vError, kOperation, "MRVK_QA-reEngagementConversion_The error was: %@", error);
-  services::guarded(log(), kTaskGuard, MORVIK_HERE(kOperation), [this] {
-    if (const kit::Block task = ReEngagement_task())
-      task();
+  services::guarded(log(), kTaskGuard, MORVIK_HERE(kOperation), [this, ticket] {
+    const kit::Block task = ReEngagement_task();
+    if (!task)
+      return ledger().lost(ticket, kit::LedgerReason::kSessionEnded);
+    // The task keeps the newest click, unless one with its key is kept.
+    ledger().lost(ticket, ticket == newest_click_ ? kit::LedgerReason::kSameKey : kit::LedgerReason::kNewerClick);
+    task();
   });
 }
 
@@ -258,7 +282,9 @@ void MorvikCoreLib::recordFailedReEngagement(const kit::Url& url, bool is_first_
       const Value counts = failed_click_counts_.without(store().reEngagementConversionFailedCnt(), key);
       store().setReEngagementConversionFailedCnt(
           failed_click_counts_.appended(counts, failureCount(key, kFirstFailureCount)));
-      store().setReEngagementInfos(failed_clicks_.appended(clicks, click));
+      Value next = failed_clicks_.appended(clicks, click);
+      ledger().recorded(kit::LedgerKind::kReEngagementClicks, 1);
+      store().setReEngagementInfos(std::move(next));
       return true;
     });
     if (is_new)
@@ -270,8 +296,11 @@ void MorvikCoreLib::recordFailedReEngagement(const kit::Url& url, bool is_first_
 void MorvikCoreLib::strikeOffFailedReEngagement(int64_t conversion_key) {
   const bool was_failed = store().inOneStep([this, conversion_key] {
     const Value clicks = store().reEngagementInfos();
-    return changed(clicks, failed_clicks_.without(clicks, conversion_key),
-                   [this](const Value& next) { store().setReEngagementInfos(next); });
+    return changed(clicks, failed_clicks_.without(clicks, conversion_key), [this, &clicks](const Value& next) {
+      ledger().removed(kit::LedgerKind::kReEngagementClicks, goneFrom(clicks, next),
+                       kit::LedgerReason::kOtherKeyAccepted);
+      store().setReEngagementInfos(next);
+    });
   });
   if (was_failed)
     store().synchronize();
@@ -304,8 +333,11 @@ void MorvikCoreLib::countSessionEndOfFailedReEngagements() {
       return false;
     const CountedSessionEnd counted = countSessionEnd(counts.array());
     const Value clicks = store().reEngagementInfos();
-    changed(clicks, withoutGivenUp(clicks, counted.given_up),
-            [this](const Value& next) { store().setReEngagementInfos(next); });
+    changed(clicks, withoutGivenUp(clicks, counted.given_up), [this, &clicks](const Value& next) {
+      ledger().removed(kit::LedgerKind::kReEngagementClicks, goneFrom(clicks, next),
+                       kit::LedgerReason::kSixthSessionEnd);
+      store().setReEngagementInfos(next);
+    });
     store().setReEngagementConversionFailedCnt(counted.counts);
     return true;
   });
@@ -326,7 +358,8 @@ void MorvikCoreLib::resendFailedReEngagements(kit::MutableDictionary payload) {
     const Value fields{kit::MutableDictionary(payload)};
     MORVIK_LOG(log(), lcl_vTrace, "-[MorvikCoreLib makeFailureReEngagementConversionParameter]",
                "MRVK_QA-makeFailureReEngagementConversionParameter_failed Past jsonDict info: %@", fields);
-    reEngagementConversion(sealedWithHashKey(fields));
+    sendClick(sealedWithHashKey(fields),
+              kit::LedgerLoad{.kind = kit::LedgerKind::kReEngagementClicks, .records = {click}});
   }
 }
 

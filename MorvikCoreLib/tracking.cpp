@@ -266,8 +266,12 @@ Value MorvikCoreLib::buildBatch(EndActivities end_activities) {
   if (oldest_activities.isStopping() || !left_out.findKeptEnd(activities, !facts->leaves_activities, stop))
     return Value();
   facts->kept_end = left_out.keptEnd();
-  if (!left_out.deleted().string().empty())
-    sent_event_keys.append(left_out.deleted());
+  facts->event_ids = Value(kit::MutableArray(sent_event_keys)).array();
+  facts->deleted_end = left_out.deleted();
+  if (!facts->deleted_end.string().empty())
+    sent_event_keys.append(facts->deleted_end);
+  if (!sent_event_keys.empty())
+    noted_batch_ = facts;
   noteSentEventKeys(std::move(sent_event_keys));
   if (entries.empty())
     return noDataAnswer();
@@ -359,6 +363,8 @@ void MorvikCoreLib::sendBatch(const Value& parameters, EndActivities end_activit
   auto request = services::postRequest(ports_.endpoints, services::Endpoint::kTracking, parameters,
                                        services::AcceptEncoding::kGzip);
   const auto self = shared_from_this();
+  batch->ticket = ledger().carries(
+      {.kind = kit::LedgerKind::kActivities, .records = batch->event_ids, .impressions = batch->carried_impressions});
   const bool has_begun = services::run(
       requestTools(), std::move(request), [self, batch](const Value& json) { self->trackingDidSucceed(json, batch); },
       [self, batch](const std::optional<kit::Response>& response, const kit::Error& error) {
@@ -366,7 +372,13 @@ void MorvikCoreLib::sendBatch(const Value& parameters, EndActivities end_activit
       },
       {.when_held = kit::WhenHeld::kEnds,
        .not_sent = [self, end_activities] { self->trackingWasNotSent(end_activities); },
-       .leaves = [batch] { batch->has_left = true; }});
+       .leaves =
+           [self, batch] {
+             batch->has_left = true;
+             if (self->delivery_observer_.batchLeaves)
+               self->delivery_observer_.batchLeaves(batch->activities);
+           },
+       .ticket = batch->ticket});
   if (!has_begun)
     return;
   ++batches_under_way_;
@@ -399,14 +411,16 @@ void MorvikCoreLib::trackingDidSucceed(const Value& json, const std::shared_ptr<
   MORVIK_LOG(log(), lcl_vDebug, "-[MorvikCoreLib tracking:]_block_invoke", "MRVK_QA-tracking_JSON: %@", json);
   takeServerTime(json);
   const bool is_accepted = util().checkNilToNo(json["Result"]);
+  ledger().answered(batch->ticket, is_accepted ? kit::LedgerAnswer::kAccepted : kit::LedgerAnswer::kNotAccepted);
   bool has_trimmed = false;
   if (is_accepted) {
     // The noted ids are those of the newest batch. While that has not left, the acceptance of an earlier one does not
     // cover it: what the earlier one carried is sent once more.
-    has_trimmed = (newest_batch_ == batch || newest_batch_->has_left) && trimActivities();
+    has_trimmed = (newest_batch_ == batch || newest_batch_->has_left) && trimActivities(batch.get());
     // It did not carry those of a store that was recovered since.
-    if (batch->leaves_impressions || !clearStored(services::property::fendoImpressionInfos, batch->stores_known))
-      removeSent(services::property::fendoImpressionInfos, batch->carried_impressions);
+    if (batch->leaves_impressions ||
+        !clearStored(kit::LedgerKind::kImpressions, batch->stores_known, kit::LedgerReason::kAddedDuringUpload))
+      removeSent(kit::LedgerKind::kImpressions, batch->carried_impressions);
   }
   set_isTrackingCalled(false);
   applicationEndBackgroundTask();
@@ -474,13 +488,19 @@ void MorvikCoreLib::takeServerTime(const Value& json) {
 }
 
 void MorvikCoreLib::deleteActivitysForTracking() {
-  trimActivities();
+  trimActivities(nullptr);
+}
+
+/// Ids that a later batch noted are trimmed by the answer to an earlier one, too.
+kit::LedgerReason MorvikCoreLib::reasonOfTrim(const SentBatch* answered) const {
+  return answered == nullptr || answered == noted_batch_.get() ? kit::LedgerReason::kAnswered
+                                                               : kit::LedgerReason::kPlaceTaken;
 }
 
 /// Returns whether anything was removed.
-bool MorvikCoreLib::trimActivities() {
+bool MorvikCoreLib::trimActivities(const SentBatch* answered) {
   const auto has_trimmed = services::guarded(
-      log(), kDeleteActivitysGuard, MORVIK_HERE("-[MorvikCoreLib deleteActivitysForTracking]"), [this] {
+      log(), kDeleteActivitysGuard, MORVIK_HERE("-[MorvikCoreLib deleteActivitysForTracking]"), [this, answered] {
         // The ids are removed first: if the process is killed in between, the activities are sent again rather than
         // lost.
         const kit::Array sent = store().inOneStep([this] {
@@ -493,19 +513,27 @@ bool MorvikCoreLib::trimActivities() {
         const auto covered = idSet(sent);
         // With a limit, a long list is searched only until all have been found.
         size_t left = batch_size_.isLimited() ? sent.size() : SIZE_MAX;
-        const bool is_any_removed = store().inOneStep([this, &covered, &left] {
+        const Value kept_end = noted_batch_ != nullptr ? noted_batch_->deleted_end : Value();
+        const bool is_any_removed = store().inOneStep([this, answered, &kept_end, &covered, &left] {
           const Value stored = store().fendoActivityInfos();
           if (stored.isAbsent())
             return false;
           kit::MutableArray survivors(stored);
-          survivors.retainIf([&covered, &left](const Value& record) {
+          kit::MutableArray gone;
+          kit::MutableArray gone_ends;
+          survivors.retainIf([&](const Value& record) {
             if (left == 0)
               return true;
             const Value& id = record["activityEventID"];
             const bool is_covered = id.isString() && covered.count(id.string()) > 0;
             left -= is_covered ? 1 : 0;
+            if (is_covered)
+              (!kept_end.string().empty() && id == kept_end ? gone_ends : gone).append(record);
             return !is_covered;
           });
+          ledger().removed(kit::LedgerKind::kActivities, Value(std::move(gone)).array(), reasonOfTrim(answered));
+          ledger().removed(kit::LedgerKind::kActivities, Value(std::move(gone_ends)).array(),
+                           kit::LedgerReason::kKeptSession);
           const bool removes = survivors.size() < stored.size();
           store().replace(services::property::fendoActivityInfos, stored, Value(std::move(survivors)));
           return removes;

@@ -22,6 +22,7 @@
 #include "kit/facade.h"
 #include "kit/json_codec.h"
 #include "kit/key_value_store.h"
+#include "kit/ledger.h"
 #include "kit/list_lock.h"
 #include "kit/log.h"
 #include "kit/modules.h"
@@ -76,6 +77,7 @@ struct Ports {
   /// A new configuration object for each call, as the platform's own code makes it.
   std::function<std::unique_ptr<MorvkSDKConfig>()> make_config;
   BatchLimit batch_limit = {};
+  Ledger& ledger = noLedger();
 };
 
 }  // namespace morvik::kit

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kit/error.h"
+#include "kit/ledger.h"
 
 namespace morvik::kit {
 
@@ -34,6 +35,8 @@ struct Request {
   /// Limit for the whole exchange, counted from when it leaves the transport's queue. Not set: the transport's default
   /// (60 s).
   std::optional<double> timeout_seconds;
+  /// Of what it carries; 0: of nothing that the ledger counts.
+  LedgerTicket ledger_ticket = 0;
   /// An answer with a larger body (after decoding) is a failure.
   size_t max_answer_bytes = 0;
   WhenHeld when_held = WhenHeld::kWaits;

@@ -100,8 +100,7 @@ struct InstanceParts {
   WishRereading wish_rereading;
   StartHold start_hold;
   const std::unique_ptr<MachineTransport> bare_transport;
-  const std::unique_ptr<MachineTransport> plain_transport;  ///< erasures wait for the disk
-  const std::unique_ptr<MachineTransport> transport;        ///< the plain transport, with the ledger counting
+  const std::unique_ptr<MachineTransport> transport;  ///< erasures wait for the disk
   SettleWatch settle_watch;
   CommitRetry commit_retry;
 

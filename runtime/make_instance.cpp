@@ -8,7 +8,6 @@
 #include "MorvikCoreLib/MorvikCoreLib.h"
 #include "runtime/instance_parts.h"
 #include "runtime/ledger/ledger_store.h"
-#include "runtime/ledger/ledger_transport.h"
 #include "runtime/life/instance_ending.h"
 #include "runtime/log/app_log_sink.h"
 #include "runtime/sending/batch_limit.h"
@@ -91,11 +90,7 @@ Identity identityOf(InstanceParts& parts) {
 }
 
 LedgerParts ledgerParts(InstanceParts& parts) {
-  return {.store = *parts.plain_store,
-          .list_lock = parts.list_lock,
-          .endpoints = parts.options.endpoints,
-          .logger = parts.logger,
-          .has_hashed_identifier = parts.options.options.device.puid.source() != Identifier::Source::kNone};
+  return {.store = *parts.plain_store, .list_lock = parts.list_lock, .logger = parts.logger};
 }
 
 /// While the store is unavailable, an identifier made by the kit is provisional.
@@ -167,7 +162,8 @@ kit::Ports portsOf(InstanceParts& parts) {
           .make_config = [key = parts.options.tracking_key]() -> std::unique_ptr<kit::MorvkSDKConfig> {
             return std::make_unique<MorvkSDKConfig>(key);
           },
-          .batch_limit = kBatchLimit};
+          .batch_limit = kBatchLimit,
+          .ledger = parts.ledger};
 }
 
 // A turn's writes are committed before its requests leave.
@@ -184,7 +180,6 @@ void frameTurns(InstanceParts& parts) {
     parts.settle_watch.check();
   });
   parts.background->setFrame([&parts, committed](const kit::Block& block) {
-    const LedgerBackgroundBlock background(parts.ledger);
     const MorvikCoreServicesLib::BackgroundBlock one_answer(parts.services);
     committed(block);
   });
@@ -314,7 +309,7 @@ void makeCore(InstanceParts& parts, InstanceOf instance_of) {
   parts.core = is_shared ? MorvikCoreLib::shared() : MorvikCoreLib::make(parts.ports);
   followTheWishFile(parts);
   observeAfterTheCore(parts);
-  parts.flushes.follow(*parts.core);
+  parts.flushes.follow(*parts.core, [&parts](size_t activities) { parts.observations.batchLeaves(activities); });
   parts.sending.setWhenResumed([&parts] { parts.core->sendingDidResume(); });
   parts.sending.setAlsoHeld([&parts](bool held) { parts.handed_over.setHeld(held); });
   parts.handed_over.setHandler([&parts](const HandedOver::Entry& entry) { handle(parts, entry); });
@@ -367,7 +362,10 @@ void watchProcess(InstanceParts& parts, Machine& machine) {
           parts, {"this platform has no crash reporting; set StartOptions::report_crashes to false"});
     return;
   }
-  crashes->nameStoredTraces(parts.properties);
+  {
+    const LedgerBook::Rewriting naming(parts.ledger, LedgerKind::kCrashReports);
+    crashes->nameStoredTraces(parts.properties);
+  }
   crashes->reportEarlier(
       [&core = *parts.core](const kit::UncaughtException& crash) { return core.takeCrashOfEarlierProcess(crash); });
   parts.commit_retry.turnEnded(parts.store->commitTurn());
@@ -519,10 +517,8 @@ InstanceParts::InstanceParts(std::shared_ptr<InstanceLife> instance_life, Checke
                                             .main_queue = *main_loop,
                                             .gate = gate,
                                             .is_forgotten = [this] { return services.isGDPRForgetMe(); }})),
-      plain_transport(std::make_unique<ErasureHoldTransport>(
+      transport(std::make_unique<ErasureHoldTransport>(
           *bare_transport, erasure_hold, [this](const std::string& body) { observations.erasureDidEnd(body); })),
-      transport(std::make_unique<LedgerTransport>(*plain_transport, ledger,
-                                                  [this](size_t activities) { observations.batchLeaves(activities); })),
       settle_watch(*main_loop, [this] { return pending().isSettled(); }),
       commit_retry(*main_loop),
       util(utilFacts(*this), *facts),

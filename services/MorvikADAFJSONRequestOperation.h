@@ -7,6 +7,7 @@
 
 #include "kit/MorvikCoreServicesLib.h"
 #include "kit/json_codec.h"
+#include "kit/ledger.h"
 #include "kit/transport.h"
 #include "services/MorvikADAFHTTPClient.h"
 
@@ -23,13 +24,15 @@ using SuccessHandler =
 using FailureHandler = std::function<void(const kit::Request& request, const std::optional<kit::Response>& response,
                                           const kit::Error& error, const kit::Value& json)>;
 
-/// What happens to a request that has started but does not leave at once.
+/// What happens to a request that has started but does not leave at once, and what it carries.
 struct Waiting {
   kit::WhenHeld when_held = kit::WhenHeld::kWaits;
   /// Runs instead of both handlers if it never left because the gate closed meanwhile. May be empty.
   std::function<void()> not_sent{};
   /// Called when it leaves, on any thread; must be short and must not throw. May be empty.
   std::function<void()> leaves{};
+  /// The operation tells the ledger when it leaves and how it ends; so it does where the gate is closed at the start.
+  kit::LedgerTicket ticket = 0;
 };
 
 /// What an operation needs from outside. References only.
@@ -37,6 +40,7 @@ struct RequestTools {
   kit::Transport& transport;
   const kit::JsonCodec& json;
   kit::MorvikCoreServicesLib& services;
+  kit::Ledger& ledger = kit::noLedger();
 };
 
 class MorvikADAFJSONRequestOperation {

@@ -39,7 +39,8 @@ kit::Ports portsWith(const kit::Ports& ports, const OwnParts& own) {
           .facade = ports.facade,
           .update_log = ports.update_log,
           .make_config = ports.make_config,
-          .batch_limit = own.batch_limit.value_or(ports.batch_limit)};
+          .batch_limit = own.batch_limit.value_or(ports.batch_limit),
+          .ledger = ports.ledger};
 }
 
 }  // namespace morvik::testing

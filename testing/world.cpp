@@ -63,7 +63,8 @@ struct TestWorld::Process {
               .facade = world.faulty.facade,
               .update_log = world.faulty.update_log,
               .make_config = [&world] { return freshConfig(world.faulty.config); },
-              .batch_limit = world.options_.batch_limit} {
+              .batch_limit = world.options_.batch_limit,
+              .ledger = world.ledger} {
     for (auto& level : shared_state.log_levels._lcl_component_level)
       level = world.options_.log_level;
     services.setSaveFendoUserInfoDelegate(world.app.of_services);

@@ -32,6 +32,7 @@
 #include "testing/faulty.h"
 #include "testing/json_reader.h"
 #include "testing/memory_store.h"
+#include "testing/recording_ledger.h"
 #include "testing/recording_log.h"
 #include "testing/scripted_transport.h"
 #include "testing/sealed_payload.h"
@@ -95,6 +96,7 @@ class TestWorld {
   FakeFacade facade;
   FakeUpdateLog update_log;
   FakeConfig config;
+  RecordingLedger ledger;
   /// The app: both delegates are set and record every call.
   RecordingDelegate app;
 

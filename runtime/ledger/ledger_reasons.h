@@ -6,16 +6,13 @@
 #include <cstdint>
 #include <span>
 
+#include "kit/ledger.h"
+
 namespace morvik::runtime {
 
-enum class LedgerKind : uint8_t {
-  kActivities,
-  kImpressions,
-  kReEngagementClicks,
-  kCommerceClicks,
-  kCrashReports,
-  kDemographics
-};
+using kit::LedgerKind;
+using kit::LedgerReason;
+
 inline constexpr size_t kLedgerKinds = 6;
 /// By kind, for people.
 inline constexpr std::array<const char*, kLedgerKinds> kLedgerKindNames = {
@@ -25,28 +22,6 @@ inline constexpr std::array<const char*, kLedgerKinds> kLedgerKindNames = {
 constexpr size_t indexOf(LedgerKind kind) {
   return static_cast<size_t>(kind);
 }
-
-enum class LedgerReason : uint8_t {
-  kKeptSession,
-  kPlaceTaken,
-  kTooLarge,
-  kAddedDuringUpload,
-  kNotAccepted,
-  kForgotten,
-  kNewerClick,
-  kSameKey,
-  kSessionEnded,
-  kSixthSessionEnd,
-  kOtherKeyAccepted,
-  kEmptyAnswer,
-  kReplaced,
-  kTakenBack,
-  kNoIdentifier,
-  kProcessEnded,
-  kByHand,
-  kMissing,
-  kUnexplained
-};
 
 /// One row: records of this kind may be given up for this reason.
 struct LedgerRule {

@@ -24,7 +24,7 @@ class LedgerStore final : public PassingStore {
   LedgerStore(const LedgerStore&) = delete;
   LedgerStore& operator=(const LedgerStore&) = delete;
 
-  kit::Value get(std::string_view key) const override { return book_.get(key); }
+  kit::Value get(std::string_view key) const override { return store_.get(key); }
   void set(std::string_view key, kit::Value value) override { book_.set(key, std::move(value), LedgerWriter::kKit); }
   void replace(std::string_view key, const kit::Value& before, kit::Value after) override {
     book_.replace(key, before, std::move(after), LedgerWriter::kKit);

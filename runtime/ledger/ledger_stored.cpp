@@ -22,20 +22,14 @@ constexpr std::array kLists = {CountedList{"fendoActivityInfos", Kind::kActiviti
 
 constexpr std::array<std::string_view, kDemographicValues> kDemographicKeys = {
     "fendoUserDemoInfo_age", "fendoUserDemoInfo_gender", "fendoUserDemoInfo_userId"};
+constexpr std::array<std::string_view, kDemographicValues> kDemoKeys = {"age", "gender", "userId"};
 constexpr size_t kUserIdSlot = 2;
-
-constexpr std::string_view kSentKeysKey = "fendoActivityInfosSentEventKeys";
-constexpr std::string_view kSessionEndKey = "MorvikCoreUserInfo_endSessoinDate";
 
 /// An age or gender with this value is not pending.
 constexpr int64_t kNonePending = -1;
 
 std::string_view listKey(Kind kind) {
   return std::find_if(kLists.begin(), kLists.end(), [kind](const CountedList& each) { return each.kind == kind; })->key;
-}
-
-bool isPending(size_t slot, const kit::Value& value) {
-  return slot == kUserIdSlot ? value.isString() : value.isNumber() && services::checkNilToZero(value) != kNonePending;
 }
 
 }  // namespace
@@ -49,11 +43,20 @@ LedgerKey ledgerKeyOf(std::string_view key) {
     if (kDemographicKeys[slot] == key)
       return {.part = LedgerKey::Part::kDemographic, .kind = Kind::kDemographics, .slot = slot};
   }
-  if (key == kSentKeysKey)
-    return {.part = LedgerKey::Part::kSentKeys};
-  if (key == kSessionEndKey)
-    return {.part = LedgerKey::Part::kSessionEnd};
   return {};
+}
+
+std::string_view LedgerStored::keyOf(size_t slot) {
+  return kDemographicKeys[slot];
+}
+
+std::optional<size_t> LedgerStored::slotOf(std::string_view demo_key) {
+  const auto* found = std::find(kDemoKeys.begin(), kDemoKeys.end(), demo_key);
+  return found == kDemoKeys.end() ? std::nullopt : std::optional(static_cast<size_t>(found - kDemoKeys.begin()));
+}
+
+bool LedgerStored::isPending(size_t slot, const kit::Value& value) {
+  return slot == kUserIdSlot ? value.isString() : value.isNumber() && services::checkNilToZero(value) != kNonePending;
 }
 
 LedgerStored::LedgerStored(const kit::KeyValueStore& store) : store_(store) {

@@ -4,24 +4,23 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "kit/key_value_store.h"
 #include "kit/value.h"
 #include "runtime/ledger/ledger_accounts.h"
-#include "runtime/ledger/ledger_exchange.h"
 #include "runtime/ledger/ledger_reasons.h"
+#include "runtime/ledger/ledger_tickets.h"
 
 namespace morvik::runtime {
 
 /// What a stored value means to the ledger.
 struct LedgerKey {
   enum class Part : uint8_t {
-    kNone,         ///< not relevant
-    kList,         ///< the records of a kind
-    kDemographic,  ///< a pending value, or the mark that none is
-    kSentKeys,     ///< ids of the latest batch
-    kSessionEnd    ///< when the latest session ended
+    kNone,        ///< not relevant
+    kList,        ///< the records of a kind
+    kDemographic  ///< a pending value, or the mark that none is
   };
   Part part = Part::kNone;
   LedgerKind kind = LedgerKind::kActivities;  ///< of a list
@@ -46,6 +45,12 @@ class LedgerStored {
 
   /// The store is about to hold this list.
   void setList(LedgerKind kind, const kit::Value& list);
+  // Of a demographic value, by its place.
+  static std::string_view keyOf(size_t slot);
+  /// By the name under which it is sent.
+  static std::optional<size_t> slotOf(std::string_view demo_key);
+  static bool isPending(size_t slot, const kit::Value& value);
+
   struct Replaced {
     uint64_t version = 0;     ///< of the previous value
     bool is_pending = false;  ///< the new value is pending

@@ -13,6 +13,7 @@ namespace {
 
 using services::Endpoint;
 
+constexpr int kPayloadTooLarge = 413;
 constexpr const char* kNotAccepted = "The service answered, and did not accept.";
 
 Status::Time timeOf(kit::Date date) {
@@ -69,7 +70,7 @@ void Observations::batchLeaves(size_t activities) {
 
 /// What the handler leaves in the store shows whether there will be a retry, so this waits for the next turn.
 void Observations::exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result,
-                                  const LedgerLoad& load) {
+                                  const CarriedLoad& load) {
   const std::optional<Endpoint> endpoint = services::endpointOf(parts_.endpoints, request.url);
   if (!endpoint || services::rowOf(*endpoint).accepted_by == services::Acceptance::kNothingDelivered)
     return;
@@ -152,10 +153,15 @@ bool Observations::isTriedAgain(const Ended& ended) const {
     case Endpoint::kReEngagementConversion:
       return isClickKept(ended.load.click);
     case Endpoint::kTracking:
-      return ended.load.too_large_id.isAbsent() || isActivityKept(ended.load.too_large_id);
+      return !isOneTooLarge(ended) || isActivityKept(ended.load.first_event_id);
     default:
       return true;  // its content is still stored, or is requested again at each session start
   }
+}
+
+/// The service has said that the one activity in the batch is too much.
+bool Observations::isOneTooLarge(const Ended& ended) {
+  return ended.failure.http_status == kPayloadTooLarge && ended.load.activities == 1;
 }
 
 bool Observations::isActivityKept(const kit::Value& id) const {

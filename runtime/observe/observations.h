@@ -54,7 +54,7 @@ class Observations {
   void refused(Recorded reason);
 
   /// An exchange has ended, and its handler comes next. Main queue.
-  void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result, const LedgerLoad& load);
+  void exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result, const CarriedLoad& load);
   /// The next exchange to end is an erasure with this body. Main queue.
   void erasureDidEnd(std::string body) { ended_erasure_ = std::move(body); }
   /// A batch is leaving. Told in a turn of its own, since the sender must not wait. Any thread.
@@ -77,13 +77,14 @@ class Observations {
     bool is_accepted;
     kit::Date when;
     DeliveryFailure failure;  ///< what is known before the handler has run
-    LedgerLoad load;
+    CarriedLoad load;
     std::string erasure;  ///< body of an erasure
   };
   void note(Ended ended);
   void tell(const Ended& ended) const;
   bool isErased(const Ended& ended) const;
   bool isTriedAgain(const Ended& ended) const;
+  static bool isOneTooLarge(const Ended& ended);
   bool isActivityKept(const kit::Value& id) const;
   bool isClickKept(const kit::Value& click) const;
   void logBatch(const Ended& ended);

@@ -99,11 +99,12 @@ class Flushes::Withdrawal {
 Flushes::Flushes(Parts parts) : parts_(std::move(parts)) {}
 Flushes::~Flushes() = default;
 
-void Flushes::follow(MorvikCoreLib& core) {
+void Flushes::follow(MorvikCoreLib& core, std::function<void(size_t activities)> batch_leaves) {
   core_ = &core;
   core.setDeliveryObserver({.batchDidEnd = [this](BatchEnd end) { batchDidEnd(end); },
                             .attributionDidEnd = [this] { advance(); },
-                            .nextBatchWasDropped = [this] { advance(); }});
+                            .nextBatchWasDropped = [this] { advance(); },
+                            .batchLeaves = std::move(batch_leaves)});
   parts_.sending.setWhenNotResuming([this] { advance(); });
 }
 

@@ -62,8 +62,9 @@ class Flushes {
   Flushes(const Flushes&) = delete;
   Flushes& operator=(const Flushes&) = delete;
 
-  /// The core whose batches are followed. Before the first turn.
-  void follow(MorvikCoreLib& core);
+  /// The core whose batches are followed; `batch_leaves` is told, on any thread, how many activities leave in each.
+  /// Before the first turn.
+  void follow(MorvikCoreLib& core, std::function<void(size_t activities)> batch_leaves);
 
   /// The wait for the store is over, or its file has recovered; a flush covers the file's records too. Main queue.
   void storeMayBeKnown() { advance(); }

@@ -139,6 +139,8 @@ Recorded MorvikCoreServicesLib::addImpressionOfApp(const Impression& impression,
     if (is_forget_me_)
       return false;
     parts_.store.append(services::property::fendoImpressionInfos, record);
+    if (parts_.ledger != nullptr)
+      parts_.ledger->recorded(kit::LedgerKind::kImpressions, 1);
     return true;
   });
   if (!is_in)
@@ -200,7 +202,7 @@ kit::Value MorvikCoreServicesLib::recordableOfApp(std::string_view text, const c
 void MorvikCoreServicesLib::letIn(const kit::Value& activity) {
   parts_.store.append(services::property::fendoActivityInfos, activity);
   if (parts_.ledger != nullptr)
-    parts_.ledger->activityWasStored();
+    parts_.ledger->recorded(kit::LedgerKind::kActivities, 1);
 }
 
 /// The wish is set at the door too: nothing enters after it.
@@ -214,8 +216,6 @@ bool MorvikCoreServicesLib::letInUnlessForgotten(const kit::Value& activity) {
 }
 
 kit::MutableDictionary MorvikCoreServicesLib::makeCommonParameter(const std::string& sdk_version) {
-  if (parts_.ledger != nullptr)
-    parts_.ledger->payloadIsBeingBuilt();
   return parts_.common.make(sdk_version);
 }
 
@@ -224,8 +224,6 @@ kit::Value MorvikCoreServicesLib::makeJsonParameter(const kit::Value& payload, c
   if (parts_.sealing.stop != nullptr && parts_.sealing.stop->isMade() && std::holds_alternative<kit::Error>(envelope))
     return {};  // abandoned, and would never be sent
   auto* parameters = std::get_if<kit::Value>(&envelope);
-  if (parts_.ledger != nullptr)
-    parts_.ledger->payloadWasSealed(payload, parameters != nullptr ? *parameters : kit::Value());
   if (parameters != nullptr)
     return std::move(*parameters);
   MORVIK_LOG(parts_.logger, kit::lcl_vError, "-[MorvikCoreServicesLib makeJsonParameter:encryptionKey:]",
@@ -274,7 +272,7 @@ void MorvikCoreServicesLib::setGetScheduleDelegate(std::weak_ptr<const kit::GetS
 }
 
 void MorvikCoreServicesLib::exchangeDidEnd(const kit::Request& request, const kit::ExchangeResult& result) {
-  const LedgerLoad load = parts_.ledger != nullptr ? parts_.ledger->exchangeDidEnd(result) : LedgerLoad();
+  const CarriedLoad load = parts_.ledger != nullptr ? parts_.ledger->loadOf(request.ledger_ticket) : CarriedLoad();
   if (parts_.observations != nullptr)
     parts_.observations->exchangeDidEnd(request, result, load);
   if (request.url != parts_.tracking_url)

@@ -54,7 +54,7 @@ struct Surroundings {
   DeviceDescription device = {};
   /// By class name.
   std::map<std::string, Module> modules = {};
-  /// Told of what is batched and answered; null: there is no book. The store and the transport tell it the rest.
+  /// Told by the core and the services object; null: nobody keeps a book. The store is what it is checked against.
   runtime::LedgerBook* ledger = nullptr;
 };
 
@@ -119,7 +119,8 @@ class AssembledPorts {
               .puid = puid_,
               .facade = facade,
               .update_log = update_log_,
-              .make_config = [] { return std::make_unique<runtime::MorvkSDKConfig>(kTrackingKey); }} {
+              .make_config = [] { return std::make_unique<runtime::MorvkSDKConfig>(kTrackingKey); },
+              .ledger = around.ledger != nullptr ? *around.ledger : kit::noLedger()} {
     shared_state.log_levels._lcl_component_level[kit::lcl_cKesmo] = around.log_level;
   }
   AssembledPorts(const AssembledPorts&) = delete;

@@ -9,7 +9,6 @@
 #include "host/store/sqlite_store.h"
 #include "runtime/ledger/ledger_book.h"
 #include "runtime/ledger/ledger_store.h"
-#include "runtime/ledger/ledger_transport.h"
 #include "services/MorvikADAFHTTPClient.h"
 #include "testing/fake_calendar.h"
 #include "testing/recording_log.h"
@@ -111,14 +110,9 @@ class Road : public ::testing::Test {
   testing::FixedOffsetCalendar calendar;
   kit::ListLock list_lock;
   kit::LogLevels log_levels;
-  runtime::LedgerBook ledger{{.store = store,
-                              .list_lock = list_lock,
-                              .endpoints = allAt("https://service.example/"),
-                              .logger = services::Logger(log_levels, log),
-                              .has_hashed_identifier = false}};
+  runtime::LedgerBook ledger{{.store = store, .list_lock = list_lock, .logger = services::Logger(log_levels, log)}};
   runtime::LedgerStore counted_store{store, ledger, list_lock};
   MachineNetwork network{transport};
-  runtime::LedgerTransport counted_network{network, ledger};
   AssembledPorts parts{{.clock = loop.clock(),
                         .calendar = calendar,
                         .main_queue = loop.mainQueue(),
@@ -127,7 +121,7 @@ class Road : public ::testing::Test {
                         .notifications = loop.notifications(),
                         .store = counted_store,
                         .list_lock = list_lock,
-                        .transport = counted_network,
+                        .transport = network,
                         .log = log,
                         .ledger = &ledger}};
   MorvikCoreLib& core() { return *parts.core; }

@@ -27,7 +27,6 @@
 #include "host/store/sqlite_store.h"
 #include "runtime/ledger/ledger_book.h"
 #include "runtime/ledger/ledger_store.h"
-#include "runtime/ledger/ledger_transport.h"
 #include "runtime/loop/background_tasks.h"
 #include "runtime/loop/notification_center.h"
 #include "runtime/loop/settle_watch.h"
@@ -128,10 +127,7 @@ struct Machine {
       committed(turn);
       settle_watch.check();
     });
-    background.setFrame([this, committed](const kit::Block& block) {
-      const runtime::LedgerBackgroundBlock in_background(ledger);
-      committed(block);
-    });
+    background.setFrame(committed);
     background.setWhenIdle([this] { loop.async([] {}); });  // a turn, and so a ring, once it is no longer counted
   }
   void stopQueues() {
@@ -149,7 +145,7 @@ struct Machine {
   }
   size_t underWay() const {
     const runtime::MainLoopCounts waiting = loop.counts();
-    return background.pending() + waiting.blocks + waiting.short_timers + counted_network->inFlight();
+    return background.pending() + waiting.blocks + waiting.short_timers + network_of_all->inFlight();
   }
 
   const std::string service_url;
@@ -159,11 +155,7 @@ struct Machine {
   host::SystemCalendar calendar;
   host::SqliteStore store;
   kit::ListLock list_lock;
-  runtime::LedgerBook ledger{{.store = store,
-                              .list_lock = list_lock,
-                              .endpoints = allAt(service_url),
-                              .logger = services::Logger(log_levels, log),
-                              .has_hashed_identifier = false}};
+  runtime::LedgerBook ledger{{.store = store, .list_lock = list_lock, .logger = services::Logger(log_levels, log)}};
   runtime::LedgerStore counted_store{store, ledger, list_lock};
   runtime::TurnGate gate;
   host::MainLoop loop{host::LoopMode::kOwnThread, services::Logger(log_levels, log)};
@@ -173,10 +165,10 @@ struct Machine {
   host::TurnBell bell;
   runtime::SettleWatch settle_watch{loop, [this] { return underWay() == 0; }};
 
-  std::optional<runtime::LedgerTransport> counted_network;
+  runtime::MachineTransport* network_of_all = nullptr;
 
   Surroundings around(runtime::MachineTransport& network) {
-    counted_network.emplace(network, ledger);
+    network_of_all = &network;
     return {.clock = clock,
             .calendar = calendar,
             .main_queue = loop,
@@ -185,7 +177,7 @@ struct Machine {
             .notifications = notifications,
             .store = counted_store,
             .list_lock = list_lock,
-            .transport = *counted_network,
+            .transport = network,
             .log = log,
             .service_url = service_url,
             .ledger = &ledger};
@@ -404,7 +396,7 @@ TEST(Threads, TheLedgerIsSoundAtEveryReadingAndExactAtTheEnd) {
   host::SqliteStore next({.place = {.folder = folder.path()}}, log);
   kit::ListLock list_lock;
   runtime::LedgerBook book(
-      {.store = next, .list_lock = list_lock, .endpoints = {}, .logger = services::Logger(machine.log_levels, log)});
+      {.store = next, .list_lock = list_lock, .logger = services::Logger(machine.log_levels, log)});
   EXPECT_EQ(book.read().of("activities").delivered, activities.delivered);
   EXPECT_TRUE(book.read().isSound());
 }

@@ -1,5 +1,6 @@
 #include "services/MorvikADAFJSONRequestOperation.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -11,6 +12,7 @@
 #include "testing/fake_services_lib.h"
 #include "testing/json_reader.h"
 #include "testing/memory_store.h"
+#include "testing/recording_ledger.h"
 #include "testing/scripted_transport.h"
 #include "testing/virtual_loop.h"
 
@@ -254,6 +256,64 @@ TEST_F(RequestOperation, RunsNothingWhereTheRequestNeverLeftAndNobodyAsks) {
   EXPECT_EQ(held.requests.at(0).when_held, kit::WhenHeld::kWaits);
   held.handlers.at(0)({});
   EXPECT_TRUE(order.empty());
+}
+
+/// A request that carries something.
+class FollowedOperation : public RequestOperation {
+ protected:
+  void start() {
+    const RequestTools with_ledger{held, codec, services, ledger};
+    MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequest(with_ledger, request(), onSuccess(), onFailure(),
+                                                                    {.ticket = 7})
+        .start();
+  }
+  std::vector<std::string> toldOf(const kit::TransportOutcome& outcome) {
+    start();
+    held.handlers.back()(outcome);
+    return ledger.take();
+  }
+  HeldTransport held;
+  testing::RecordingLedger ledger;
+};
+
+TEST_F(FollowedOperation, TellsTheLedgerWhenItLeavesAndHowItEnded) {
+  start();
+  EXPECT_EQ(held.requests.at(0).ledger_ticket, 7U);
+  EXPECT_THAT(ledger.take(), ::testing::IsEmpty());
+  held.requests.at(0).when_it_leaves();
+  EXPECT_THAT(ledger.take(), ::testing::ElementsAre("7 departed"));
+  held.handlers.at(0)({kit::Response{202, "https://a.example/v1/x", "{}"}, std::nullopt});
+  EXPECT_EQ(order, std::vector<std::string>{"success"});
+  EXPECT_EQ(successes[0].request.ledger_ticket, 7U);
+  EXPECT_THAT(ledger.take(), ::testing::ElementsAre("7 ended: 202")) << "the handler says whether it was accepted";
+}
+
+TEST_F(FollowedOperation, TellsTheLedgerOfEachFailureWithItsStatusAndError) {
+  EXPECT_THAT(toldOf({std::nullopt, kit::Error{"no route"}}),
+              ::testing::ElementsAre("7 answered: notAccepted", "7 ended: 0, no route"));
+  EXPECT_THAT(toldOf({kit::Response{500, "https://a.example/v1/x", "{}"}, std::nullopt}),
+              ::testing::ElementsAre("7 answered: notAccepted", "7 ended: 500, The server answered with status 500."));
+  EXPECT_EQ(order.size(), 2U);
+}
+
+TEST_F(FollowedOperation, TellsTheLedgerThatItWasNotSent) {
+  EXPECT_THAT(toldOf({}), ::testing::ElementsAre("7 answered: notAccepted", "7 ended: not sent"));
+  services.setIsGDPRForgetMe(true);
+  start();
+  EXPECT_EQ(held.requests.size(), 1U);
+  EXPECT_THAT(ledger.take(), ::testing::ElementsAre("7 ended: not sent"));
+}
+
+TEST_F(FollowedOperation, TellsTheLedgerOfItsEndWhateverTheHandlerThrows) {
+  const RequestTools with_ledger{held, codec, services, ledger};
+  MorvikADAFJSONRequestOperation::JSONRequestOperationWithRequest(with_ledger, request(),
+                                                                  [](const auto&, const auto&, const auto&) {
+                                                                    throw kit::Exception{"a", "b", {}};
+                                                                  },
+                                                                  {}, {.ticket = 7})
+      .start();
+  EXPECT_THROW(held.handlers.at(0)({kit::Response{200, "https://a.example/v1/x", "{}"}, std::nullopt}), kit::Exception);
+  EXPECT_THAT(ledger.take(), ::testing::ElementsAre("7 ended: 200"));
 }
 
 TEST_F(RequestOperation, KeepsItsHandlersUntilTheyRanAndNoLonger) {

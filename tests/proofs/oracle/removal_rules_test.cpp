@@ -19,7 +19,7 @@ TEST(RemovalRules, AreThoseOfTheLedgerInItsWordsAndOrder) {
   std::vector<std::string> of_the_ledger;
   for (const runtime::LedgerRule& rule : runtime::ledgerRules()) {
     if (rule.by_rule && rule.reason != runtime::LedgerReason::kByHand)
-      of_the_ledger.push_back(std::string(runtime::kLedgerKindNames[indexOf(rule.kind)]) + ": " + rule.words);
+      of_the_ledger.push_back(std::string(runtime::kLedgerKindNames[runtime::indexOf(rule.kind)]) + ": " + rule.words);
   }
   std::vector<std::string> of_the_oracle;
   for (const RemovalRule& rule : removalRules())

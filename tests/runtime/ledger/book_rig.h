@@ -15,6 +15,7 @@
 
 #include "host/posix/log_sinks.h"
 #include "host/store/sqlite_store.h"
+#include "kit/ledger.h"
 #include "kit/list_lock.h"
 #include "runtime/ledger/ledger_book.h"
 #include "tests/support/scratch_folder.h"
@@ -52,98 +53,109 @@ class BookRig {
   static constexpr const char* kImpressions = "fendoImpressionInfos";
   static constexpr const char* kCommerceClicks = "commerceConversionInfos";
   static constexpr const char* kClicks = "reEngagementInfos";
-  static constexpr const char* kSentKeys = "fendoActivityInfosSentEventKeys";
+  static constexpr const char* kCrashes = "MorvikCoreUserInfo_Crash";
 
-  explicit BookRig(bool has_hashed_identifier = true) : has_hashed_identifier_(has_hashed_identifier) {
+  BookRig() {
     levels_._lcl_component_level[kit::lcl_cKesmo] = kit::lcl_vError;
     startAgain();
   }
 
   /// Another process on the same store.
   void startAgain() {
-    book.emplace(LedgerParts{.store = store,
-                             .list_lock = list_lock,
-                             .endpoints = {},
-                             .logger = services::Logger(levels_, log_),
-                             .has_hashed_identifier = has_hashed_identifier_});
+    book.emplace(LedgerParts{.store = store, .list_lock = list_lock, .logger = services::Logger(levels_, log_)});
   }
 
-  void set(const char* key, kit::Value value) { book->set(key, std::move(value), LedgerWriter::kKit); }
+  /// Told by nobody, but for a demographic value, of which its setter tells.
+  void set(const char* key, kit::Value value) {
+    const LedgerKey of = ledgerKeyOf(key);
+    if (of.part == LedgerKey::Part::kDemographic)
+      tellOfValue(of.slot,
+                  LedgerStored::isPending(of.slot, value) ? LedgerReason::kReplaced : LedgerReason::kTakenBack);
+    book->set(key, std::move(value), LedgerWriter::kKit);
+  }
+  /// No value waits here any more, since an answer came.
+  void deleteValue(const char* key) {
+    tellOfValue(ledgerKeyOf(key).slot, LedgerReason::kAddedDuringUpload);
+    book->set(key, -1, LedgerWriter::kKit);
+  }
   void append(const char* key, kit::Value record) {
+    const LedgerKind kind = ledgerKeyOf(key).kind;
+    if (LedgerMoments::follows(kind)) {
+      const std::scoped_lock door(list_lock.door);
+      store.append(key, std::move(record));
+      book->recorded(kind, 1);
+      return;
+    }
     kit::MutableArray list(store.get(key));
     list.append(std::move(record));
+    book->recorded(kind, 1);
     set(key, kit::Value(std::move(list)));
   }
-  /// Keeps only those for which `is_gone` is false.
-  void removeIf(const char* key, const std::function<bool(const kit::Value&)>& is_gone) {
+  /// Removes all of which `is_gone` answers true, for this reason.
+  void removeIf(const char* key, LedgerReason reason, const std::function<bool(const kit::Value&)>& is_gone) {
     kit::MutableArray kept{kit::Value(kit::Array())};
-    for (const kit::Value& record : store.get(key).array()) {
-      if (!is_gone(record))
-        kept.append(record);
-    }
+    kit::MutableArray gone;
+    for (const kit::Value& record : store.get(key).array())
+      (is_gone(record) ? gone : kept).append(record);
+    book->removed(ledgerKeyOf(key).kind, kit::Value(std::move(gone)).array(), reason);
     set(key, kit::Value(std::move(kept)));
+  }
+  void removeAll(const char* key, LedgerReason reason) {
+    removeIf(key, reason, [](const kit::Value&) { return true; });
   }
 
   void record(const char* id, const char* name = "look") {
     const std::scoped_lock door(list_lock.door);
-    book->activityWasStored();
     store.append(kActivities, kit::Dictionary{{"activityEventID", id}, {"activityName", name}});
+    book->recorded(LedgerKind::kActivities, 1);
   }
-  /// Seals and sends a batch of these events and all stored impressions.
-  uint64_t sendBatch(std::initializer_list<const char*> ids) {
-    kit::MutableArray entries{kit::Value(kit::Array())};
-    kit::MutableArray keys{kit::Value(kit::Array())};
-    for (const char* id : ids) {
-      entries.append(kit::Dictionary{{"event_id", id}});
+  /// A batch of these events and of all impressions that are stored.
+  kit::LedgerTicket sendBatch(std::initializer_list<const char*> ids) {
+    kit::MutableArray keys;
+    for (const char* id : ids)
       keys.append(id);
-    }
-    set(kSentKeys, kit::Value(std::move(keys)));
-    return send("https://tracking.morvik.example/v1/tracking",
-                kit::Dictionary{{"activity_info", kit::Value(std::move(entries))},
-                                {"impression_info", store.get(kImpressions)}});
+    return book->carries({.kind = LedgerKind::kActivities,
+                          .records = kit::Value(std::move(keys)).array(),
+                          .impressions = store.get(kImpressions).array()});
   }
-  uint64_t sendClick(int64_t key) {
-    return send("https://conversion.morvik.example/v1/reengagement-conversion",
-                kit::Dictionary{{"deeplink_info", clickOf(key)}});
+  /// That nothing but the request has.
+  kit::LedgerTicket sendClick(int64_t key) {
+    return book->carries({.kind = LedgerKind::kReEngagementClicks, .records = {clickOf(key)}, .is_only_copy = true});
   }
   static kit::Value clickOf(int64_t key) { return kit::Dictionary{{"conversion_key", key}, {"session_no", "1"}}; }
-  uint64_t send(const char* url, const kit::Value& payload) { return sendSealed(url, seal(payload)); }
-  /// The sealed text.
-  std::string seal(const kit::Value& payload) {
-    book->payloadIsBeingBuilt();
-    const std::string sealed = std::to_string(1000 + ++sealed_) + std::string(100, 'x');
-    book->payloadWasSealed(payload, kit::Dictionary{{"k", "app"}, {"j", sealed}});
-    return sealed;
+  /// All that is stored of a kind.
+  kit::LedgerTicket sendAll(const char* key) {
+    return book->carries({.kind = ledgerKeyOf(key).kind, .records = store.get(key).array()});
   }
-  uint64_t sendSealed(const char* url, const std::string& sealed) {
-    kit::Request request;
-    request.url = url;
-    request.body = "k=app&j=" + sealed;
-    return book->requestStarts(request);
+  kit::LedgerTicket sendAge(int age) {
+    return book->carries(
+        {.kind = LedgerKind::kDemographics, .records = {kit::Dictionary{{"demo_key", "age"}, {"demo_value", age}}}});
   }
   /// Its handler runs; without an answer the request failed.
   void end(
-      uint64_t exchange, const std::optional<kit::Value>& answer, const std::function<void()>& handler = [] {}) {
-    book->handlerBegins(exchange);
-    book->exchangeDidEnd({.succeeded = answer.has_value(), .json = answer.value_or(kit::Value())});
+      kit::LedgerTicket ticket, std::optional<kit::LedgerAnswer> answer, const std::function<void()>& handler = [] {}) {
+    book->answered(ticket, answer.value_or(kit::LedgerAnswer::kNotAccepted));
     handler();
-    book->handlerEnded(exchange);
+    book->ended(ticket, {.status_code = answer ? 200 : 0});
   }
-  static kit::Value yes() { return kit::Dictionary{{"Result", true}}; }
-  /// As the core does: removes the batch's events, and all impressions.
-  void trim(std::initializer_list<const char*> ids) {
+  static constexpr kit::LedgerAnswer kYes = kit::LedgerAnswer::kAccepted;
+  /// As the core does: what the batch noted goes, and all impressions.
+  void trim(std::initializer_list<const char*> ids, LedgerReason reason = LedgerReason::kAnswered) {
     const std::vector<std::string> gone(ids.begin(), ids.end());
-    removeIf(kActivities, [&gone](const kit::Value& activity) {
+    removeIf(kActivities, reason, [&gone](const kit::Value& activity) {
       return std::find(gone.begin(), gone.end(), activity["activityEventID"].string()) != gone.end();
     });
-    set(kImpressions, kit::Array());
-  }
-  void inBackground(const std::function<void()>& block) {
-    const LedgerBackgroundBlock background(*book);
-    block();
+    removeAll(kImpressions, LedgerReason::kAddedDuringUpload);
   }
 
   Ledger::Account of(const char* kind) { return book->read().of(kind); }
+  void tellOfValue(size_t slot, LedgerReason reason) {
+    const auto value = static_cast<kit::DemographicValue>(slot);
+    if (reason == LedgerReason::kReplaced)
+      book->recorded(value);
+    else
+      book->removed(value, reason);
+  }
   std::map<std::string, uint64_t> givenUp(const char* kind) {
     std::map<std::string, uint64_t> reasons;
     for (const Ledger::GivenUp& each : of(kind).given_up)
@@ -152,11 +164,9 @@ class BookRig {
   }
 
  private:
-  const bool has_hashed_identifier_;
   const test::ScratchFolder folder_;
   kit::LogLevels levels_;
   host::StderrLogSink log_;
-  int sealed_ = 0;
 
  public:
   kit::ListLock list_lock;

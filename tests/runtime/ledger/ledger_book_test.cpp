@@ -10,7 +10,6 @@
 #include <thread>
 #include <utility>
 
-#include "services/endpoints.h"
 #include "testing/recording_log.h"
 #include "tests/runtime/ledger/book_rig.h"
 
@@ -44,68 +43,64 @@ TEST_F(LedgerBookTest, WritesNothingButTheListForAnActivity) {
   EXPECT_TRUE(book->read().isSound());
 }
 
-TEST_F(LedgerBookTest, SaysWhatTheExchangeCarriesWhoseHandlerRuns) {
-  EXPECT_EQ(book->exchangeDidEnd({}).activities, 0U) << "none runs";
-  const uint64_t batch = send("https://tracking.morvik.example/v1/tracking",
-                              Dictionary{{"activity_info", Array{Dictionary{{"event_id", "a"}}}}});
-  const uint64_t click = sendClick(5);
-  EXPECT_EQ(book->activitiesOfBatch(batch), 1U);
-  EXPECT_EQ(book->activitiesOfBatch(click), std::nullopt);
-  book->handlerBegins(batch);
-  EXPECT_EQ(book->exchangeDidEnd({}).activities, 1U);
-  book->handlerEnded(batch);
-  EXPECT_EQ(book->activitiesOfBatch(batch), std::nullopt) << "it has ended";
-  book->handlerBegins(click);
-  EXPECT_EQ(book->exchangeDidEnd({.succeeded = true, .json = yes()}).click, clickOf(5));
-  book->handlerEnded(click);
+TEST_F(LedgerBookTest, SaysWhatARequestCarriesThatHasNotEnded) {
+  EXPECT_EQ(book->loadOf(0).activities, 0U);
+  const kit::LedgerTicket batch = sendBatch({"a"});
+  const kit::LedgerTicket click = sendClick(5);
+  EXPECT_EQ(book->loadOf(batch).activities, 1U);
+  EXPECT_EQ(book->loadOf(batch).first_event_id, Value("a"));
+  EXPECT_EQ(book->loadOf(click).activities, 0U);
+  EXPECT_EQ(book->loadOf(click).click, clickOf(5));
+  end(batch, kYes);
+  EXPECT_EQ(book->loadOf(batch).activities, 0U) << "it has ended";
+  end(click, kYes);
 }
 
 TEST_F(LedgerBookTest, SetsWhatItCountsTogetherWithTheCount) {
   record("a");
   record("b");
-  const uint64_t batch = sendBatch({"a", "b"});
+  const kit::LedgerTicket batch = sendBatch({"a", "b"});
   store.together.clear();
-  end(batch, yes(), [this] { trim({"a", "b"}); });
+  end(batch, kYes, [this] { trim({"a", "b"}); });
   EXPECT_THAT(store.together, Contains(ElementsAre(kActivities, "host.ledger")));
   EXPECT_EQ(of("activities").delivered, 2U);
   EXPECT_EQ(of("activities").stored, 0U);
   EXPECT_TRUE(book->read().isSound());
 }
 
-TEST_F(LedgerBookTest, HasNoBusinessWithOtherValuesAndRequests) {
+TEST_F(LedgerBookTest, HasNoBusinessWithOtherValues) {
   set("fendoUserInfo_fendoUserNo", 1001);
   EXPECT_EQ(store.get("fendoUserInfo_fendoUserNo"), Value(1001));
   EXPECT_THAT(store.together, IsEmpty());
-  EXPECT_EQ(sendSealed("https://tracking.morvik.example/v2/schedule", "x"), 0U);
-  EXPECT_EQ(sendSealed("https://elsewhere.example/v1/tracking", "x"), 0U);
-  EXPECT_NE(sendSealed("https://tracking.morvik.example/v1/tracking", "x"), 0U);
 }
 
 TEST_F(LedgerBookTest, CountsNothingOfABatchThatFailsOrIsRefused) {
   record("a");
   end(sendBatch({"a"}), std::nullopt);
-  end(sendBatch({"a"}), Value(Dictionary{{"Result", false}}));
+  end(sendBatch({"a"}), kit::LedgerAnswer::kNotAccepted);
   EXPECT_EQ(of("activities").delivered, 0U);
   EXPECT_EQ(of("activities").stored, 1U);
   EXPECT_TRUE(book->read().isSound());
 }
 
-TEST_F(LedgerBookTest, TakesAnAnswerOnTheThreadOfItsHandlerAlone) {
+TEST_F(LedgerBookTest, TakesTheFirstAnswerToARequestAlone) {
   record("a");
-  const uint64_t batch = sendBatch({"a"});
-  book->handlerBegins(batch);
-  std::thread([this] { book->exchangeDidEnd({.succeeded = true, .json = yes()}); }).join();
-  book->handlerEnded(batch);
+  const kit::LedgerTicket batch = sendBatch({"a"});
+  book->answered(batch, kit::LedgerAnswer::kNotAccepted);
+  end(batch, kYes);
+  book->answered(batch, kYes);
+  book->ended(batch, {});
+  trim({"a"}, LedgerReason::kPlaceTaken);
   EXPECT_EQ(of("activities").delivered, 0U);
 }
 
 TEST_F(LedgerBookTest, DeliversNoImpressionWhosePlaceAnotherAnswerTook) {
   append(kImpressions, 1);
-  const uint64_t first = sendBatch({});
+  const kit::LedgerTicket first = sendBatch({});
   append(kImpressions, 2);
-  const uint64_t second = sendBatch({});
+  const kit::LedgerTicket second = sendBatch({});
   append(kImpressions, 3);
-  end(first, yes(), [this] { trim({}); });
+  end(first, kYes, [this] { trim({}); });
   EXPECT_EQ(of("impressions").delivered, 1U);
   EXPECT_EQ(of("impressions").under_way, 1U) << "the second batch has it";
   EXPECT_THAT(givenUp("impressions"),
@@ -118,29 +113,13 @@ TEST_F(LedgerBookTest, DeliversNoImpressionWhosePlaceAnotherAnswerTook) {
 
 TEST_F(LedgerBookTest, DeliversAnImpressionWhosePlaceWasTakenOnceItsOwnBatchIsAccepted) {
   append(kImpressions, 1);
-  const uint64_t first = sendBatch({});
+  const kit::LedgerTicket first = sendBatch({});
   append(kImpressions, 2);
-  const uint64_t second = sendBatch({});
-  end(first, yes(), [this] { trim({}); });
-  end(second, yes(), [this] { trim({}); });
+  const kit::LedgerTicket second = sendBatch({});
+  end(first, kYes, [this] { trim({}); });
+  end(second, kYes, [this] { trim({}); });
   EXPECT_EQ(of("impressions").delivered, 2U);
   EXPECT_THAT(givenUp("impressions"), IsEmpty());
-}
-
-TEST_F(LedgerBookTest, BalancesWhenMorePayloadsWaitThanItRemembers) {
-  set(kClicks, Array{clickOf(0)});
-  std::vector<std::string> sealed;
-  for (size_t key = 0; key <= kMaxUnsentPayloads; ++key)
-    sealed.push_back(seal(Dictionary{{"deeplink_info", clickOf(static_cast<int64_t>(key))}}));
-  std::vector<uint64_t> requests;
-  for (const std::string& each : sealed)
-    requests.push_back(sendSealed("https://conversion.morvik.example/v1/reengagement-conversion", each));
-  EXPECT_EQ(of("re-engagement clicks").under_way, kMaxUnsentPayloads) << "what the oldest carries is forgotten";
-  for (const uint64_t request : requests)
-    end(request, yes());
-  EXPECT_EQ(of("re-engagement clicks").delivered, kMaxUnsentPayloads);
-  EXPECT_EQ(of("re-engagement clicks").stored, 1U);
-  EXPECT_TRUE(book->read().isSound());
 }
 
 TEST_F(LedgerBookTest, GivesUpWhatWasUnderWayWhenTheNextProcessStarts) {
@@ -151,50 +130,51 @@ TEST_F(LedgerBookTest, GivesUpWhatWasUnderWayWhenTheNextProcessStarts) {
   EXPECT_TRUE(book->read().isSound());
 }
 
-TEST_F(LedgerBookTest, DeliversAClickThatIsSentAgainFromTheBackground) {
+TEST_F(LedgerBookTest, DeliversAClickThatIsSentAgain) {
   end(sendClick(5), std::nullopt, [this] { append(kClicks, clickOf(5)); });
   EXPECT_EQ(of("re-engagement clicks").stored, 1U);
-  uint64_t again = 0;
-  inBackground([&] { again = sendClick(5); });
+  const kit::LedgerTicket again = sendAll(kClicks);
   EXPECT_EQ(of("re-engagement clicks").recorded, 1U) << "it was sent before";
-  end(again, yes(), [this] { set(kClicks, Array()); });
+  end(again, kYes, [this] { removeAll(kClicks, LedgerReason::kOtherKeyAccepted); });
   EXPECT_EQ(of("re-engagement clicks").delivered, 1U);
   EXPECT_TRUE(book->read().isSound());
 }
 
-TEST_F(LedgerBookTest, GivesUpAClickThatASessionEndLetsGoOf) {
-  const uint64_t click = sendClick(5);
-  inBackground([this] { set("MorvikCoreUserInfo_endSessoinDate", kit::Date{7}); });
-  end(click, std::nullopt);
+TEST_F(LedgerBookTest, GivesUpAClickThatNobodyKeepsForTheReasonThatWasTold) {
+  const kit::LedgerTicket click = sendClick(5);
+  end(click, std::nullopt, [&] { book->lost(click, LedgerReason::kSessionEnded); });
   EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed after the session had ended", 1U)));
+  EXPECT_TRUE(book->read().isSound());
 }
 
-TEST_F(LedgerBookTest, GivesUpAClickThatIsBuiltWhileASessionEnds) {
-  uint64_t click = 0;
-  inBackground([&] {
-    set("MorvikCoreUserInfo_endSessoinDate", kit::Date{7});
-    std::thread main_queue([&] { click = sendClick(5); });
-    main_queue.join();
+TEST_F(LedgerBookTest, GivesUpNoClickThatIsKeptOrAcceptedAfterAll) {
+  const kit::LedgerTicket kept = sendClick(5);
+  end(kept, std::nullopt, [&] {
+    book->lost(kept, LedgerReason::kNewerClick);
+    append(kClicks, clickOf(5));
   });
-  end(click, std::nullopt);
-  EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed after the session had ended", 1U)));
+  const kit::LedgerTicket accepted = sendClick(6);
+  book->lost(accepted, LedgerReason::kNewerClick);
+  end(accepted, kYes);
+  EXPECT_EQ(of("re-engagement clicks").stored, 1U);
+  EXPECT_EQ(of("re-engagement clicks").delivered, 1U);
+  EXPECT_THAT(givenUp("re-engagement clicks"), IsEmpty());
 }
 
-TEST_F(LedgerBookTest, GivesUpAClickWhoseSessionEndsBeforeItIsSealed) {
-  book->payloadIsBeingBuilt();
-  std::thread background_queue(
-      [this] { inBackground([this] { set("MorvikCoreUserInfo_endSessoinDate", kit::Date{7}); }); });
-  background_queue.join();
-  const kit::Value payload = kit::Dictionary{{"deeplink_info", clickOf(5)}};
-  book->payloadWasSealed(payload, kit::Dictionary{{"k", "app"}, {"j", "sealed"}});
-  end(sendSealed("https://conversion.morvik.example/v1/reengagement-conversion", "sealed"), std::nullopt);
-  EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed after the session had ended", 1U)));
+TEST_F(LedgerBookTest, GivesUpAClickThatWasNotSentSinceTheUserAskedToBeForgotten) {
+  const kit::LedgerTicket click = sendClick(5);
+  book->lost(click, LedgerReason::kNewerClick);
+  book->ended(click, {.was_sent = false});
+  EXPECT_THAT(givenUp("re-engagement clicks"),
+              ElementsAre(Pair("not sent yet when the user asked to be forgotten", 1U)));
 }
 
 TEST_F(LedgerBookTest, KnowsThatOneWithTheSameKeyWasKeptThatIsGivenUpBeforeTheHandlerEnds) {
-  set(kClicks, Array{clickOf(5)});
-  end(sendClick(5), std::nullopt, [this] {
-    std::thread background_queue([this] { inBackground([this] { set(kClicks, Array()); }); });
+  append(kClicks, clickOf(5));
+  const kit::LedgerTicket click = sendClick(5);
+  end(click, std::nullopt, [&] {
+    book->lost(click, LedgerReason::kSameKey);
+    std::thread background_queue([this] { removeAll(kClicks, LedgerReason::kSixthSessionEnd); });
     background_queue.join();
   });
   EXPECT_THAT(givenUp("re-engagement clicks"),
@@ -203,20 +183,34 @@ TEST_F(LedgerBookTest, KnowsThatOneWithTheSameKeyWasKeptThatIsGivenUpBeforeTheHa
   EXPECT_TRUE(book->read().isSound());
 }
 
+TEST_F(LedgerBookTest, LeavesWhatIsWrittenByHandToTheHand) {
+  record("a");
+  append(kImpressions, 1);
+  const kit::LedgerTicket batch = sendBatch({"a"});
+  book->set(kActivities, Array(), LedgerWriter::kHand);
+  book->set(kImpressions, Array{2}, LedgerWriter::kHand);
+  EXPECT_EQ(of("activities").under_way, 1U) << "the batch has it";
+  end(batch, std::nullopt);
+  EXPECT_THAT(givenUp("activities"), ElementsAre(Pair("written over by hand", 1U)));
+  EXPECT_THAT(givenUp("impressions"), ElementsAre(Pair("written over by hand", 1U)));
+  EXPECT_EQ(of("impressions").recorded, 2U);
+  book->tellBroken();
+  EXPECT_TRUE(book->read().isSound());
+}
+
 TEST_F(LedgerBookTest, SeesWhatADyingProcessWrotePastIt) {
-  store.set("MorvikCoreUserInfo_Crash", Array{1, 2});
+  store.set(kCrashes, Array{1, 2});
   EXPECT_EQ(of("crash reports").recorded, 2U);
-  store.set("MorvikCoreUserInfo_Crash", Array{1});
+  store.set(kCrashes, Array{1});
   EXPECT_THAT(givenUp("crash reports"), ElementsAre(Pair("no longer in the store when it was opened", 1U)));
   EXPECT_FALSE(book->read().isSound());
 }
 
 TEST_F(LedgerBookTest, TakesReportsBackThatTheStoreCouldNotKeep) {
-  append("MorvikCoreUserInfo_Crash", 1);
-  const Value before = store.get("MorvikCoreUserInfo_Crash");
-  append("MorvikCoreUserInfo_Crash", 2);
+  append(kCrashes, 1);
+  append(kCrashes, 2);
   EXPECT_EQ(of("crash reports").recorded, 2U);
-  set("MorvikCoreUserInfo_Crash", before);
+  removeIf(kCrashes, LedgerReason::kNotKept, [](const Value& report) { return report == Value(2); });
   EXPECT_EQ(of("crash reports").recorded, 1U);
   EXPECT_TRUE(book->read().isSound());
 }
@@ -225,20 +219,22 @@ TEST_F(LedgerBookTest, TakesReportsWhoseStacksGotNamesForTheSame) {
   const auto report = [](const char* reason, const char* trace) {
     return Dictionary{{"exception_reason", reason}, {"exception_log_trace", trace}};
   };
-  append("MorvikCoreUserInfo_Crash", report("fendo one", "0  app  + 0x1 [aa]"));
-  append("MorvikCoreUserInfo_Crash", report("fendo two", "0  app  + 0x2 [aa]"));
-  set("MorvikCoreUserInfo_Crash", Array{report("fendo one", "0  app  one()"), report("fendo two", "0  app  two()")});
+  append(kCrashes, report("fendo one", "0  app  + 0x1 [aa]"));
+  append(kCrashes, report("fendo two", "0  app  + 0x2 [aa]"));
+  {
+    const LedgerBook::Rewriting naming(*book, LedgerKind::kCrashReports);
+    set(kCrashes, Array{report("fendo one", "0  app  one()"), report("fendo two", "0  app  two()")});
+  }
   EXPECT_EQ(of("crash reports").recorded, 2U);
   EXPECT_THAT(givenUp("crash reports"), ElementsAre());
   EXPECT_TRUE(book->read().isSound());
-  set("MorvikCoreUserInfo_Crash", Array{report("fendo one", "0  app  one()"), report("fendo three", "")});
+  set(kCrashes, Array{report("fendo one", "0  app  one()"), report("fendo three", "")});
   EXPECT_FALSE(givenUp("crash reports").empty()) << "another report is another one";
 }
 
 TEST_F(LedgerBookTest, TellsReportsThatWereDeliveredFromReportsTakenBack) {
-  append("MorvikCoreUserInfo_Crash", 1);
-  const uint64_t upload = sendSealed("https://crash.morvik.example/v1/crash", "x");
-  end(upload, Value(Dictionary{{"code", 0}}), [this] { set("MorvikCoreUserInfo_Crash", Array()); });
+  append(kCrashes, 1);
+  end(sendAll(kCrashes), kYes, [this] { removeAll(kCrashes, LedgerReason::kAddedDuringUpload); });
   EXPECT_EQ(of("crash reports").recorded, 1U);
   EXPECT_EQ(of("crash reports").delivered, 1U);
 }
@@ -246,30 +242,17 @@ TEST_F(LedgerBookTest, TellsReportsThatWereDeliveredFromReportsTakenBack) {
 TEST_F(LedgerBookTest, CountsWhatARequestCarriesAlthoughTheListLostSomeOfItMeanwhile) {
   append(kCommerceClicks, 1);
   append(kCommerceClicks, 2);
-  const uint64_t request = sendSealed("https://commerce.morvik.example/v1/commerce-conversion", "x");
+  const kit::LedgerTicket request = sendAll(kCommerceClicks);
   book->set(kCommerceClicks, Array{2}, LedgerWriter::kHand);
   append(kCommerceClicks, 3);
-  end(request, Value(Dictionary{{"errMsg", Value::null()}}), [this] { set(kCommerceClicks, Array()); });
+  end(request, kYes, [this] { removeAll(kCommerceClicks, LedgerReason::kAddedDuringUpload); });
   EXPECT_EQ(of("commerce clicks").delivered + of("commerce clicks").givenUp(), of("commerce clicks").recorded);
   EXPECT_EQ(givenUp("commerce clicks")["added while a request was under way that was then accepted"], 1U);
 }
 
-TEST_F(LedgerBookTest, LetsGoOfTheNewestClickAtASessionEndAloneAndUntilANewerOneComes) {
-  set(kClicks, Array{clickOf(5)});
-  const uint64_t first = sendClick(5);
-  set("MorvikCoreUserInfo_endSessoinDate", kit::Date{7});
-  end(first, std::nullopt);
-  EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed while one with the same key was kept", 1U)));
-  inBackground([this] { set("MorvikCoreUserInfo_endSessoinDate", kit::Date{8}); });
-  end(sendClick(5), std::nullopt);
-  EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("failed while one with the same key was kept", 2U)));
-}
-
 TEST_F(LedgerBookTest, DeliversNoDemographicsWithARequestThatHasNoBody) {
   set("fendoUserDemoInfo_age", 30);
-  kit::Request request;
-  request.url = "https://tracking.morvik.example/v1/demographics";
-  end(book->requestStarts(request), yes(), [this] { set("fendoUserDemoInfo_age", -1); });
+  end(sendAge(30), kit::LedgerAnswer::kAcceptedNameless, [this] { deleteValue("fendoUserDemoInfo_age"); });
   EXPECT_THAT(givenUp("demographics"),
               ElementsAre(Pair("accepted in a payload that could not say whose they are", 1U)));
 }
@@ -304,10 +287,12 @@ class NotesOfSetters : public ::testing::Test {
  protected:
   void start(bool is_unavailable) {
     store_.is_unavailable = is_unavailable;
-    book_.emplace(LedgerParts{
-        .store = store_, .list_lock = list_lock_, .endpoints = {}, .logger = services::Logger(levels_, log_)});
+    book_.emplace(LedgerParts{.store = store_, .list_lock = list_lock_, .logger = services::Logger(levels_, log_)});
   }
-  void setAge(int age) { book_->set("fendoUserDemoInfo_age", age, LedgerWriter::kKit); }
+  void setAge(int age) {
+    book_->recorded(kit::DemographicValue::kAge);
+    book_->set("fendoUserDemoInfo_age", age, LedgerWriter::kKit);
+  }
 
   const test::ScratchFolder folder_;
   ::morvik::testing::RecordingLog log_;
@@ -334,18 +319,12 @@ TEST_F(NotesOfSetters, AreCountedInEachBookThatIsWrittenMeanwhile) {
     for (int age = 1; !over; ++age)
       setAge(age);
   });
-  kit::Request request;
-  request.url = std::string("https://conversion.morvik.example/") + services::kReEngagementConversionPath;
   for (int i = 0; i < kRequests; ++i) {
-    book_->payloadIsBeingBuilt();
-    const std::string sealed = std::to_string(100'000 + i) + std::string(100, 'x');
-    book_->payloadWasSealed(
-        kit::Dictionary{{"deeplink_info", kit::Dictionary{{"conversion_key", i}, {"session_no", "1"}}}},
-        kit::Dictionary{{"k", "app"}, {"j", sealed}});
-    request.body = "k=app&j=" + sealed;
-    const uint64_t exchange = book_->requestStarts(request);
-    book_->handlerBegins(exchange);
-    book_->handlerEnded(exchange);
+    const kit::LedgerTicket ticket =
+        book_->carries({.kind = LedgerKind::kReEngagementClicks,
+                        .records = {kit::Dictionary{{"conversion_key", i}, {"session_no", "1"}}},
+                        .is_only_copy = true});
+    book_->ended(ticket, {});
   }
   over = true;
   setter.join();
@@ -355,23 +334,13 @@ TEST_F(NotesOfSetters, AreCountedInEachBookThatIsWrittenMeanwhile) {
 
 TEST_F(LedgerBookTest, KnowsAReplacedValueWhoseRequestIsStillUnderWay) {
   set("fendoUserDemoInfo_age", 30);
-  const uint64_t request = sendSealed("https://tracking.morvik.example/v1/demographics", "x");
+  const kit::LedgerTicket request = sendAge(30);
   set("fendoUserDemoInfo_age", 31);
   EXPECT_EQ(of("demographics").under_way, 1U);
-  end(request, yes(), [this] { set("fendoUserDemoInfo_age", -1); });
+  end(request, kYes, [this] { deleteValue("fendoUserDemoInfo_age"); });
   EXPECT_EQ(of("demographics").delivered, 1U) << "the one that was sent";
   EXPECT_THAT(givenUp("demographics"),
               ElementsAre(Pair("set while an upload was under way that was then accepted", 1U)));
-}
-
-TEST(LedgerBookWithoutIdentifier, DeliversNoDemographics) {
-  BookRig rig(false);
-  rig.set("fendoUserDemoInfo_age", 30);
-  const uint64_t request = rig.sendSealed("https://tracking.morvik.example/v1/demographics", "x");
-  rig.end(request, BookRig::yes(), [&rig] { rig.set("fendoUserDemoInfo_age", -1); });
-  EXPECT_THAT(rig.givenUp("demographics"),
-              ElementsAre(Pair("accepted in a payload that could not say whose they are", 1U)));
-  EXPECT_TRUE(rig.book->read().isSound());
 }
 
 // ------------------------------------------------------------------------------------------------ what must not happen
@@ -379,7 +348,10 @@ TEST(LedgerBookWithoutIdentifier, DeliversNoDemographics) {
 TEST(BrokenBook, OfAnActivityThatNeverReachesTheListDoesNotBalance) {
   BookRig rig;
   rig.record("a");
-  rig.book->activityWasStored();
+  {
+    const std::scoped_lock door(rig.list_lock.door);
+    rig.book->recorded(LedgerKind::kActivities, 1);
+  }
   EXPECT_FALSE(rig.book->read().balances()) << "it is announced and appended in one step";
   rig.record("c");
   EXPECT_EQ(rig.of("activities").recorded, 3U);
@@ -391,8 +363,8 @@ TEST(BrokenBook, OfAnActivityThatNeverReachesTheListDoesNotBalance) {
 void deleteTooMuch(BookRig& rig) {
   rig.record("a");
   rig.record("never sent");
-  const uint64_t batch = rig.sendBatch({"a"});
-  rig.end(batch, BookRig::yes(), [&rig] { rig.trim({"a", "never sent"}); });
+  const kit::LedgerTicket batch = rig.sendBatch({"a"});
+  rig.end(batch, BookRig::kYes, [&rig] { rig.trim({"a", "never sent"}); });
 }
 
 TEST(BrokenBook, NamesWhatNoRuleExplains) {
@@ -419,10 +391,40 @@ TEST(BrokenBookDeathTest, OfAClickThatNobodyKeepsEndsADevelopersProcess) {
 }
 #endif
 
+TEST(BrokenBook, NamesWhatNobodyTold) {
+  BookRig rig;
+  rig.append(BookRig::kCommerceClicks, 1);
+  rig.set(BookRig::kCommerceClicks, Array());
+  EXPECT_THAT(rig.givenUp("commerce clicks"), ElementsAre(Pair("unexplained", 1U)));
+  rig.set("fendoUserDemoInfo_age", 30);
+  rig.book->set("fendoUserDemoInfo_age", -1, LedgerWriter::kKit);
+  EXPECT_THAT(rig.givenUp("demographics"), ElementsAre(Pair("unexplained", 1U)));
+  EXPECT_FALSE(rig.book->read().isSound());
+}
+
+TEST(BrokenBook, OfARecordThatNeverReachesItsListDoesNotBalance) {
+  BookRig rig;
+  rig.book->recorded(LedgerKind::kCommerceClicks, 2);
+  rig.set(BookRig::kCommerceClicks, Array{1});
+  EXPECT_EQ(rig.of("commerce clicks").recorded, 2U);
+  EXPECT_FALSE(rig.book->read().balances());
+}
+
+TEST(SoundBook, RecordsWhatAnAppAddsToAListItself) {
+  BookRig rig;
+  rig.set(BookRig::kCommerceClicks, Array{1, 2});
+  rig.store.append(BookRig::kImpressions, 1);
+  rig.book->set("fendoUserDemoInfo_age", 30, LedgerWriter::kKit);
+  for (const char* kind : {"commerce clicks", "impressions", "demographics"})
+    EXPECT_GT(rig.of(kind).recorded, 0U) << kind;
+  rig.book->tellBroken();
+  EXPECT_TRUE(rig.book->read().isSound());
+}
+
 TEST(SoundBook, HasNothingToTell) {
   BookRig rig;
   rig.record("a");
-  rig.end(rig.sendBatch({"a"}), BookRig::yes(), [&rig] { rig.trim({"a"}); });
+  rig.end(rig.sendBatch({"a"}), BookRig::kYes, [&rig] { rig.trim({"a"}); });
   rig.book->tellBroken();
   EXPECT_TRUE(rig.book->read().isSound());
 }

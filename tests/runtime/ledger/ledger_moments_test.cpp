@@ -93,10 +93,10 @@ TEST_F(LedgerMomentsOfABook, KnowWhatWasRecordedBefore) {
 TEST_F(LedgerMomentsOfABook, AreDoneWithWhatItsBatchDelivered) {
   record("a");
   impression(1);
-  const uint64_t batch = sendBatch({"a"});
+  const kit::LedgerTicket batch = sendBatch({"a"});
   const Moment moment = book->momentNow();
   record("b");
-  end(batch, yes(), [&] {
+  end(batch, kYes, [&] {
     trim({"a"});
     EXPECT_THAT(book->left(moment), IsLeft(0, 0)) << "within the handler";
   });
@@ -105,27 +105,27 @@ TEST_F(LedgerMomentsOfABook, AreDoneWithWhatItsBatchDelivered) {
 
 TEST_F(LedgerMomentsOfABook, WaitForTheBatchOfWhatAnotherAnswerTook) {
   record("a");
-  const uint64_t first = sendBatch({"a"});
+  const kit::LedgerTicket first = sendBatch({"a"});
   record("b");
   impression(1);
-  const uint64_t second = sendBatch({"a", "b"});
+  const kit::LedgerTicket second = sendBatch({"a", "b"});
   const Moment moment = book->momentNow();
-  end(first, yes(), [this] { trim({"a", "b"}); });
+  end(first, kYes, [this] { trim({"a", "b"}, LedgerReason::kPlaceTaken); });
   EXPECT_THAT(book->left(moment), IsLeft(2, 0));
   EXPECT_THAT(book->left(book->momentNow()), IsLeft(2, 0)) << "of a later moment, too";
   EXPECT_EQ(book->moments()->underWay(), 2U);
-  end(second, yes(), [&] { EXPECT_THAT(book->left(moment), IsLeft(0, 0)) << "within the handler"; });
+  end(second, kYes, [&] { EXPECT_THAT(book->left(moment), IsLeft(0, 0)) << "within the handler"; });
   EXPECT_THAT(book->left(moment), IsLeft(0, 0));
 }
 
 TEST_F(LedgerMomentsOfABook, MissWhatAnotherAnswerTookAndItsOwnDidNotAccept) {
   record("a");
-  const uint64_t first = sendBatch({"a"});
+  const kit::LedgerTicket first = sendBatch({"a"});
   record("b");
   impression(1);
-  const uint64_t second = sendBatch({"a", "b"});
+  const kit::LedgerTicket second = sendBatch({"a", "b"});
   const Moment moment = book->momentNow();
-  end(first, yes(), [this] { trim({"a", "b"}); });
+  end(first, kYes, [this] { trim({"a", "b"}, LedgerReason::kPlaceTaken); });
   end(second, std::nullopt, [&] { EXPECT_THAT(book->left(moment), IsLeft(0, 2)) << "within the handler"; });
   EXPECT_THAT(book->left(moment), IsLeft(0, 2));
   EXPECT_THAT(book->left(book->momentNow()), IsLeft(0, 0)) << "before it nothing was given up";
@@ -134,10 +134,10 @@ TEST_F(LedgerMomentsOfABook, MissWhatAnotherAnswerTookAndItsOwnDidNotAccept) {
 TEST_F(LedgerMomentsOfABook, MissAnImpressionThatABatchDidNotCarry) {
   record("a");
   const Moment before = book->momentNow();
-  const uint64_t batch = sendBatch({"a"});
+  const kit::LedgerTicket batch = sendBatch({"a"});
   impression(1);
   const Moment after = book->momentNow();
-  end(batch, yes(), [this] { trim({"a"}); });
+  end(batch, kYes, [this] { trim({"a"}); });
   EXPECT_THAT(book->left(before), IsLeft(0, 0));
   EXPECT_THAT(book->left(after), IsLeft(0, 1));
 }
@@ -145,11 +145,12 @@ TEST_F(LedgerMomentsOfABook, MissAnImpressionThatABatchDidNotCarry) {
 TEST_F(LedgerMomentsOfABook, DoNotMissTheEndOfASessionThatWentOn) {
   record("a");
   record("b", "end");
-  set(kSentKeys, Array{"a", "b"});
-  const uint64_t carrying = send("https://tracking.morvik.example/v1/tracking",
-                                 Dictionary{{"activity_info", Array{Dictionary{{"event_id", "a"}}}}});
+  const kit::LedgerTicket carrying = sendBatch({"a"});
   const Moment moment = book->momentNow();
-  end(carrying, yes(), [this] { trim({"a", "b"}); });
+  end(carrying, kYes, [this] {
+    trim({"a"});
+    trim({"b"}, LedgerReason::kKeptSession);
+  });
   EXPECT_THAT(book->left(moment), IsLeft(0, 0));
   EXPECT_EQ(of("activities").givenUp(), 1U);
 }
@@ -171,8 +172,8 @@ TEST_F(LedgerMomentsOfABook, WaitForAllThatRecoversBeforeWhatTheyKnow) {
     found.append(known);
   store.set(kActivities, Value(std::move(found)));
   EXPECT_GE(book->left(moment).waiting, 2U) << "the found one and its own";
-  const uint64_t batch = sendBatch({"old", "a", "b"});
-  end(batch, yes(), [this] { trim({"old", "a", "b"}); });
+  const kit::LedgerTicket batch = sendBatch({"old", "a", "b"});
+  end(batch, kYes, [this] { trim({"old", "a", "b"}); });
   EXPECT_THAT(book->left(moment), IsLeft(0, 0));
 }
 

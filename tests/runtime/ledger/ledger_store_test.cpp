@@ -30,6 +30,7 @@ TEST_F(LedgerStoreTest, CountsWhatTheKitSets) {
 }
 
 TEST_F(LedgerStoreTest, KeepsTheBookInOneCommitWithWhatItCounts) {
+  book->recorded(LedgerKind::kCommerceClicks, 2);
   counted_.set("commerceConversionInfos", Array{1, 2});
   EXPECT_TRUE(counted_.synchronize());
   const auto all = counted_.all();
@@ -76,7 +77,7 @@ TEST(UnavailableLedgerStore, LetsNoListBeChangedWhileACommitMayTakeOverWhatTheFi
   kit::LogLevels levels;
   kit::ListLock list_lock;
   UnavailableStore store(folder.path(), log, list_lock);
-  LedgerBook book({.store = store, .list_lock = list_lock, .endpoints = {}, .logger = services::Logger(levels, log)});
+  LedgerBook book({.store = store, .list_lock = list_lock, .logger = services::Logger(levels, log)});
   LedgerStore counted(store, book, list_lock);
   int told = 0;
   counted.setWhenTakenOver([&told] { ++told; });
@@ -95,8 +96,8 @@ TEST(UnavailableLedgerStore, LetsNoListBeChangedWhileACommitMayTakeOverWhatTheFi
 using LedgerStoreDeathTest = LedgerStoreTest;
 
 TEST_F(LedgerStoreDeathTest, TellsWithTheNextCommitWhatNoRuleExplains) {
-  counted_.set("fendoImpressionInfos", Array{1});
-  counted_.set("fendoImpressionInfos", Array());
+  append(kImpressions, 1);
+  counted_.set(kImpressions, Array());
   EXPECT_DEATH(counted_.synchronize(), "no rule gives up \\(impressions\\)");
   EXPECT_DEATH(counted_.commitTurn(), "no rule gives up \\(impressions\\)");
 }
