@@ -258,8 +258,8 @@ void MorvikCoreLib::reEngagementDidFail(const std::optional<kit::Response>& resp
     const kit::Block task = ReEngagement_task();
     if (!task)
       return ledger().lost(ticket, kit::LedgerReason::kSessionEnded);
-    // The task keeps the newest click, unless one with its key is kept.
-    ledger().lost(ticket, ticket == newest_click_ ? kit::LedgerReason::kSameKey : kit::LedgerReason::kNewerClick);
+    if (ticket != newest_click_)
+      ledger().lost(ticket, kit::LedgerReason::kNewerClick);
     task();
   });
 }
@@ -276,8 +276,10 @@ void MorvikCoreLib::recordFailedReEngagement(const kit::Url& url, bool is_first_
     const bool is_new = store().inOneStep([this, &click] {
       const int64_t key = conversionKeyOf(click);
       const Value clicks = store().reEngagementInfos();
-      if (failed_clicks_.contains(clicks, key))
+      if (failed_clicks_.contains(clicks, key)) {
+        ledger().lost(newest_click_, kit::LedgerReason::kSameKey);
         return false;
+      }
       // A count without its click is left over from a process that died in between.
       const Value counts = failed_click_counts_.without(store().reEngagementConversionFailedCnt(), key);
       store().setReEngagementConversionFailedCnt(

@@ -109,7 +109,7 @@ TEST_F(ToldLedger, HearsWhyAClickWasLostOrKept) {
   open(linkOf(5));
   world.loop.advance(2);
   EXPECT_THAT(told(), ElementsAre("1 carries 1 reEngagementClicks, the only copy", "1 answered: notAccepted",
-                                  "1 lost: sameKey", "recorded 1 reEngagementClicks", "1 ended: 0, down"))
+                                  "recorded 1 reEngagementClicks", "1 ended: 0, down"))
       << "it is kept";
   open(linkOf(6));
   open(linkOf(7));
