@@ -78,36 +78,38 @@ struct LedgerEnd {
   std::string error{};   ///< why it failed; empty: it did not
 };
 
-/// Any thread, unless said otherwise.
+/// A ticket ends once: with ended(), or with the process. One that is open when the kit stops is abandoned; one that is
+/// open when the process is killed has an answer that nobody knows.
 class Ledger {
  public:
   virtual ~Ledger() = default;
 
-  /// So many records come into the list: the change follows at once, in the same step under the list lock. Activities
-  /// and impressions: at the door, right behind the change.
+  /// So many records come into the list: the change follows at once, in the same step. Any thread that holds the list
+  /// lock. Activities and impressions: right behind the change; any thread that holds the door.
   virtual void recorded(LedgerKind kind, size_t count) noexcept = 0;
-  /// These records of the list, in its order, go: the change follows at once, in the same step under the list lock.
-  /// What an accepted request carries counts as delivered all the same, and what another request carries that is under
-  /// way counts as given up only once none of them is accepted.
+  /// These records of the list, in its order, go: the change follows at once, in the same step. What an accepted
+  /// request carries counts as delivered all the same, and what another request carries that is under way counts as
+  /// given up only once none of them is accepted. Any thread that holds the list lock.
   virtual void removed(LedgerKind kind, const Array& which, LedgerReason reason) noexcept = 0;
-  /// A value is set, and takes the place of one that may wait: the change follows at once, on this thread.
+  /// A value is set, and takes the place of one that may wait: the change follows at once, on this thread. Any thread;
+  /// the door is free.
   virtual void recorded(DemographicValue value) noexcept = 0;
-  /// The value no longer waits, if it did: the change follows at once, on this thread.
+  /// The value no longer waits, if it did: the change follows at once, on this thread. Any thread; the door is free.
   virtual void removed(DemographicValue value, LedgerReason reason) noexcept = 0;
 
-  /// A request is about to begin. Each ticket is handed to the request operation, which ends it, unless the process
-  /// ends first.
+  /// A request is about to begin. The ticket is handed to the request operation, which ends it. Any thread that holds
+  /// neither the list lock nor the door.
   virtual LedgerTicket carries(const LedgerLoad& load) noexcept = 0;
-  /// The answer, before anything is removed for it.
+  /// The answer, before anything is removed for it; the first one counts. Main queue, within the handler.
   virtual void answered(LedgerTicket ticket, LedgerAnswer answer) noexcept = 0;
   /// Nothing but the request has what it carries: why that is given up, unless somebody has kept it when the request
-  /// ends, or it was accepted.
+  /// ends, or it was accepted. The latest reason counts. Main queue, within a handler.
   virtual void lost(LedgerTicket ticket, LedgerReason reason) noexcept = 0;
 
   // The request operation's.
-  /// It goes to the network.
+  /// It goes to the network now, to the endpoint of what it carries. Any thread.
   virtual void departed(LedgerTicket ticket) noexcept = 0;
-  /// Its handler is done. Once.
+  /// Its handler is done: main queue. Or the gate was closed when it was to begin: the thread of carries().
   virtual void ended(LedgerTicket ticket, const LedgerEnd& end) noexcept = 0;
 };
 

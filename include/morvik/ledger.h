@@ -32,8 +32,8 @@ struct Ledger {
     uint64_t under_way = 0;
     /// Only the reasons that occurred.
     std::vector<GivenUp> given_up;
-    /// How many of those recorded were found in the store at a start without having been counted: an older version of
-    /// the kit stored them, or something is wrong.
+    /// How many of those recorded were found in the store without having been counted: an older version of the kit
+    /// stored them, or something is wrong.
     uint64_t found_uncounted = 0;
 
     uint64_t givenUp() const {

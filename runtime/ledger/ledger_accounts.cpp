@@ -92,6 +92,11 @@ void LedgerAccounts::recordUnwritten(LedgerKind kind, uint64_t count) {
   recorded_[indexOf(kind)] += count;
 }
 
+void LedgerAccounts::recordUncounted(LedgerKind kind, uint64_t count) {
+  record(kind, count);
+  found_uncounted_[indexOf(kind)] += count;
+}
+
 void LedgerAccounts::unrecord(LedgerKind kind, uint64_t count) {
   recorded_[indexOf(kind)] -= count;
   is_changed_ |= count > 0;
@@ -115,6 +120,18 @@ void LedgerAccounts::beginUnderWay(LedgerKind kind, uint64_t count) {
 void LedgerAccounts::endUnderWay(LedgerKind kind, uint64_t count) {
   under_way_[indexOf(kind)] -= count;
   is_changed_ |= count > 0;
+}
+
+void LedgerAccounts::takeBack(LedgerKind kind, const LedgerAccounts& before) noexcept {
+  const size_t i = indexOf(kind);
+  recorded_[i] = before.recorded_[i];
+  delivered_[i] = before.delivered_[i];
+  under_way_[i] = before.under_way_[i];
+  found_uncounted_[i] = before.found_uncounted_[i];
+  for (size_t row = 0; row < given_up_.size(); ++row) {
+    if (ledgerRules()[row].kind == kind)
+      given_up_[row] = before.given_up_[row];
+  }
 }
 
 void LedgerAccounts::refuse(const LedgerRefusals& counts) {

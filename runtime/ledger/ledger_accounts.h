@@ -60,11 +60,15 @@ class LedgerAccounts {
   void record(LedgerKind kind, uint64_t count);
   /// As record(), but not worth writing by itself: see the constructor.
   void recordUnwritten(LedgerKind kind, uint64_t count);
+  /// As record(), of what nobody told of.
+  void recordUncounted(LedgerKind kind, uint64_t count);
   void unrecord(LedgerKind kind, uint64_t count);
   void deliver(LedgerKind kind, uint64_t count);
   void giveUp(LedgerKind kind, LedgerReason reason, uint64_t count);
   void beginUnderWay(LedgerKind kind, uint64_t count);
   void endUnderWay(LedgerKind kind, uint64_t count);
+  /// Of this kind, the counts are what they were.
+  void takeBack(LedgerKind kind, const LedgerAccounts& before) noexcept;
   /// Makes the counts worth writing.
   void touch() { is_changed_ = true; }
   /// Not part of the equation, and not worth writing by itself.

@@ -87,7 +87,11 @@ void LedgerBook::takeListFromElsewhere(Kind kind) {
     growth = stored_.lookAgainAtList(kind);
   }
   accounts_.recordUnwritten(kind, announced);
-  accounts_.record(kind, growth.more - std::min(growth.more, announced));
+  const uint64_t beyond = growth.more - std::min(growth.more, announced);
+  if (kind == Kind::kActivities && !is_unavailable_)
+    accounts_.recordUncounted(kind, beyond);
+  else
+    accounts_.record(kind, beyond);  // a dying process's, another module's, or of a file that was recovered
   accounts_.giveUp(kind, Reason::kMissing, growth.fewer);
   if (growth.fewer > 0)
     moments_->listWasCut(kind, stored_.count(kind));
@@ -162,10 +166,22 @@ void LedgerBook::setListKey(const LedgerKey& of, std::string_view key, const kit
   known = stored_.list(of.kind);
   if (before != nullptr)
     value = kit::continuedList(*before, known, std::move(value));
-  setList(of.kind, value, writer);
-  const std::scoped_lock door(door_);
-  takeNotesAtTheDoor();
-  writeAtTheDoor(key, kit::continuedList(known, store_.get(key), std::move(value)));
+  const LedgerAccounts accounts_before = accounts_;
+  const uint64_t unclaimed_before = unclaimed_.count();
+  try {
+    setList(of.kind, value, writer);
+    const std::scoped_lock door(door_);
+    takeNotesAtTheDoor();
+    writeAtTheDoor(key, kit::continuedList(known, store_.get(key), std::move(value)));
+  } catch (...) {
+    // Without memory the store keeps the previous list. What a request carries is already counted there.
+    if (unclaimed_.count() == unclaimed_before) {
+      stored_.setList(of.kind, known);
+      accounts_.takeBack(of.kind, accounts_before);
+    }
+    told_[indexOf(of.kind)].clear();
+    throw;
+  }
 }
 
 /// What was told of it is used up.
@@ -218,13 +234,22 @@ void LedgerBook::removeOne(Kind kind, const kit::Value& record, size_t index, Re
 }
 
 void LedgerBook::add(Kind kind, const kit::Array& after, size_t added, LedgerWriter writer) {
-  // One that never reaches the list is missed.
-  if (writer == LedgerWriter::kKit)
-    accounts_.record(kind, told_[indexOf(kind)].addedBeyond(added));
+  const size_t told = writer == LedgerWriter::kHand ? added : told_[indexOf(kind)].added();
+  const size_t untold = added - std::min(added, told);
+  recordUntold(kind, untold);
+  accounts_.record(kind, told - std::min(told, added));  // one that never reaches the list is missed
   if (kind != Kind::kReEngagementClicks)
-    return accounts_.record(kind, added);
-  for (size_t index = after.size() - added; index < after.size(); ++index)
+    return accounts_.record(kind, added - untold);
+  for (size_t index = after.size() - added + untold; index < after.size(); ++index)
     addClick(after[index], writer);
+}
+
+void LedgerBook::recordUntold(Kind kind, uint64_t count) {
+  if (kind == Kind::kImpressions)
+    return accounts_.record(kind, count);
+  accounts_.recordUncounted(kind, count);
+  if (count > 0)
+    kinds_come_untold_ |= uint32_t{1} << indexOf(kind);
 }
 
 /// The click that a failed request leaves behind is the newest one, whichever request failed. It may still be under
@@ -310,7 +335,9 @@ void LedgerBook::takeNotesAtTheDoor() {
 }
 
 void LedgerBook::takeNote(const Note& note) {
-  if (note.replaced.is_pending)
+  if (note.replaced.is_pending && note.reason == Reason::kUnexplained)
+    recordUntold(Kind::kDemographics, 1);
+  else if (note.replaced.is_pending)
     accounts_.record(Kind::kDemographics, 1);
   if (note.replaced.version == 0)
     return;
@@ -359,7 +386,8 @@ void LedgerBook::removed(kit::DemographicValue value, Reason reason) noexcept {
   told_values_.changes(static_cast<size_t>(value), reason);
 }
 
-/// What cannot be followed for want of memory is taken at its word when it is answered.
+/// What cannot be followed, for want of memory or since too many are under way, is taken at its word when it is
+/// answered.
 kit::LedgerTicket LedgerBook::carries(const kit::LedgerLoad& load) noexcept {
   const std::scoped_lock hold(mutex_);
   try {
@@ -374,6 +402,10 @@ kit::LedgerTicket LedgerBook::carries(const kit::LedgerLoad& load) noexcept {
     }
     const size_t alone = load.is_only_copy ? load.records.size() : 0;
     const kit::LedgerTicket ticket = tickets_.begin(std::move(state));
+    if (ticket == 0) {
+      has_lost_tickets_ = true;
+      return 0;
+    }
     accounts_.record(load.kind, alone);
     accounts_.beginUnderWay(load.kind, alone);
     writeBook();
@@ -485,6 +517,7 @@ void LedgerBook::writeAtTheEnd() {
   if (accounts_.hasUnwrittenRefusals())
     accounts_.touch();
   writeBook();
+  tickets_.abandon();
 }
 
 // ------------------------------------------------------------------------------------------------ counting and writing
@@ -511,7 +544,7 @@ void LedgerBook::credit(Kind kind, const LedgerTicketState& state, uint64_t by) 
 
 void LedgerBook::noteWhetherBroken(Kind kind, Reason reason) {
   if (reason == Reason::kUnexplained)
-    broken_kinds_ |= uint32_t{1} << indexOf(kind);
+    kinds_gone_untold_ |= uint32_t{1} << indexOf(kind);
 }
 
 void LedgerBook::writeBook() {
@@ -548,13 +581,17 @@ void LedgerBook::writeAtTheDoor(std::string_view key, kit::Value value) {
 }
 
 void LedgerBook::tellBroken() {
-  if (broken_kinds_.load(std::memory_order_relaxed) == 0)
+  tellBroken(kinds_gone_untold_, "records went that no rule gives up");
+  tellBroken(kinds_come_untold_, "records came that nobody recorded");
+}
+
+void LedgerBook::tellBroken(std::atomic<uint32_t>& which, const char* what) {
+  if (which.load(std::memory_order_relaxed) == 0)
     return;
-  const uint32_t kinds = broken_kinds_.exchange(0);
+  const uint32_t kinds = which.exchange(0);
   for (size_t kind = 0; kind < kLedgerKinds; ++kind) {
     if ((kinds & uint32_t{1} << kind) != 0)
-      invariantBroken(logger_, kLedgerOperation,
-                      std::string("records went that no rule gives up (") + kLedgerKindNames[kind] + ")");
+      invariantBroken(logger_, kLedgerOperation, std::string(what) + " (" + kLedgerKindNames[kind] + ")");
   }
 }
 

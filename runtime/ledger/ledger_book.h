@@ -4,8 +4,8 @@
 //
 // for each kind. Every record that leaves a stored list moves to one of the other counts, in the same store
 // transaction. The core and the services object tell what comes, what leaves in a request and why something goes
-// (kit/ledger.h). The store is the check: what a change takes from a list has been told just before. What nobody told
-// is a broken invariant. What was added and not told counts as recorded: an app may write its lists itself.
+// (kit/ledger.h). The store is the check: what a change takes from a list, or adds to it, is told with it. What nobody
+// told is a broken invariant, except for impressions that are added: the app's other modules write them too.
 //
 // Recorded activities are counted where they are recorded, not by the list, so that one that never reaches the list is
 // missed. Recording one writes nothing but the list: the count is written with the next change of any other kind, and a
@@ -92,7 +92,8 @@ class LedgerBook final : public kit::Ledger {
   /// The store recovered. Call within the commit that takes over its file's content, so that the results are committed
   /// with it.
   void storeRecovered();
-  /// The kit stops: writes what was not worth writing by itself.
+  /// The kit stops: writes what was not worth writing by itself, and abandons the requests that are under way. What
+  /// they alone have stays under way until the next start gives it up.
   void writeAtTheEnd();
   /// Reports what was unexplained since the last call: see invariantBroken(). Not under a lock.
   void tellBroken();
@@ -150,6 +151,7 @@ class LedgerBook final : public kit::Ledger {
   void removeOne(LedgerKind kind, const kit::Value& record, size_t index, LedgerReason told);
   void add(LedgerKind kind, const kit::Array& after, size_t added, LedgerWriter writer);
   void addClick(const kit::Value& click, LedgerWriter writer);
+  void recordUntold(LedgerKind kind, uint64_t count);
   void settle(kit::LedgerTicket ticket, LedgerTicketState& state) noexcept;
   void giveUp(LedgerKind kind, LedgerReason reason, LedgerMoments::Moment first_after,
               const std::vector<kit::LedgerTicket>& carriers);
@@ -160,6 +162,7 @@ class LedgerBook final : public kit::Ledger {
   void writeBookIfItCan() noexcept;
 
   // These take it, or work without it.
+  void tellBroken(std::atomic<uint32_t>& which, const char* what);
   bool leaveNote(std::string_view key, size_t slot, const kit::Value& value, LedgerReason reason);
   LedgerReason takeTold(size_t slot, const kit::Value& value, LedgerWriter writer);
   void setDemographic(std::string_view key, size_t slot, const kit::Value& value, LedgerWriter writer);
@@ -167,7 +170,9 @@ class LedgerBook final : public kit::Ledger {
   MachineStore& store_;
   const services::Logger logger_;
   const std::shared_ptr<LedgerMoments> moments_ = std::make_shared<LedgerMoments>();
-  std::atomic<uint32_t> broken_kinds_{0};  ///< one bit per kind: records went that nobody told
+  // One bit per kind: records went, or came, that nobody told of.
+  std::atomic<uint32_t> kinds_gone_untold_{0};
+  std::atomic<uint32_t> kinds_come_untold_{0};
   std::array<std::atomic<uint64_t>, kLedgerRefusals.size()> refusals_{};  ///< not in the accounts yet
   std::atomic<bool> has_notes_{false};
 
@@ -183,7 +188,7 @@ class LedgerBook final : public kit::Ledger {
   /// The store could not be read when it was opened, and has not recovered since.
   bool is_unavailable_ = false;
   LedgerTickets tickets_;
-  bool has_lost_tickets_ = false;  ///< for want of memory: what they carried is not known
+  bool has_lost_tickets_ = false;  ///< not followed: what they carried is not known
   LedgerUnclaimed unclaimed_;
   std::array<LedgerTold, kLedgerKinds> told_;
   std::optional<LedgerKind> rewritten_;

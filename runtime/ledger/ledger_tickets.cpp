@@ -37,16 +37,20 @@ bool CarriedRecords::isIndexed(const kit::Value& record) {
   if (kind_ == LedgerKind::kReEngagementClicks || (kind_ != LedgerKind::kActivities && !record.isDictionary()))
     return std::any_of(records_.begin(), records_.end(),
                        [&](const kit::Value& carried) { return isAt(carried, record); });
-  if (!std::exchange(has_index_, true)) {
-    for (const kit::Value& carried : records_) {
-      if (kind_ == LedgerKind::kActivities)
-        ids_.insert(carried.string());
-      else if (carried.size() > 0)
-        identities_.insert(carried.dictionary().begin());
-    }
-  }
+  if (!has_index_)
+    index();
   return kind_ == LedgerKind::kActivities ? ids_.contains(record[kEventIdKey].string())
                                           : record.size() > 0 && identities_.contains(record.dictionary().begin());
+}
+
+void CarriedRecords::index() {
+  for (const kit::Value& carried : records_) {
+    if (kind_ == LedgerKind::kActivities)
+      ids_.insert(carried.string());
+    else if (carried.size() > 0)
+      identities_.insert(carried.dictionary().begin());
+  }
+  has_index_ = true;  // not if there was no memory for all of it
 }
 
 bool LedgerTicketState::carries(LedgerKind of, const kit::Value& record) {
@@ -64,6 +68,8 @@ std::optional<LedgerReason> LedgerTicketState::emptyAcceptance() const {
 }
 
 kit::LedgerTicket LedgerTickets::begin(LedgerTicketState state) {
+  if (tickets_.size() == kMaxLedgerTickets)
+    return 0;
   tickets_.emplace(last_ + 1, std::move(state));
   return ++last_;
 }

@@ -32,6 +32,7 @@ class CarriedRecords {
  private:
   bool isAt(const kit::Value& carried, const kit::Value& record) const;
   bool isIndexed(const kit::Value& record);
+  void index();
 
   LedgerKind kind_ = LedgerKind::kActivities;
   kit::Array records_;
@@ -59,13 +60,19 @@ struct LedgerTicketState {
   std::optional<LedgerReason> emptyAcceptance() const;
 };
 
+/// So many requests are followed at a time.
+inline constexpr size_t kMaxLedgerTickets = 1024;
+
 /// Plain; not safe for threads.
 class LedgerTickets {
  public:
+  /// 0: so many are under way that this one is not followed.
   kit::LedgerTicket begin(LedgerTicketState state);
   /// Null when it is not under way. Valid until it ends.
   LedgerTicketState* find(kit::LedgerTicket ticket);
   std::optional<LedgerTicketState> end(kit::LedgerTicket ticket);
+  /// All end.
+  void abandon() { tickets_.clear(); }
 
   /// The one that was accepted, has not ended, and carries this; null: none does.
   LedgerTicketState* acceptedCarrier(LedgerKind kind, const kit::Value& record);

@@ -22,8 +22,8 @@ class LedgerTold {
   void removed(const kit::Array& which, LedgerReason reason) noexcept;
   /// Why this record goes; kUnexplained when nobody said so. To be asked in the order in which it was told.
   LedgerReason reasonOf(const kit::Value& record) noexcept;
-  /// So many were told to come, and are not among these.
-  size_t addedBeyond(size_t added) const noexcept { return added_ > added ? added_ - added : 0; }
+  /// How many were told to come.
+  size_t added() const noexcept { return added_; }
   /// The change is done.
   void clear() noexcept;
 

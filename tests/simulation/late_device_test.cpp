@@ -166,16 +166,16 @@ TEST_F(LateDevice, KeepsTheImpressionsOfItsFileThatABatchWhileUnavailableDidNotC
 
 TEST_F(LateDevice, KeepsTheCommerceClicksOfItsFileThatAnUploadWhileUnavailableDidNotCarry) {
   start();
-  kit::MutableArray of_the_file;
-  of_the_file.append(kit::Dictionary{{"clickId", "file"}});
-  phone_->properties().setCommerceConversionInfos(kit::Value(std::move(of_the_file)));
-  phone_->properties().synchronize();
+  machine_.transport.goOffline();
+  phone_->passOpenURL("app://x?cid=file");
+  machine_.loop.advance(1);
+  machine_.transport.goOnline();
   const auto stored = [this] { return phone_->properties().commerceConversionInfos().array(); };
   ASSERT_EQ(stored().size(), 1U);
   restartUnavailable();
   answer_seconds_ = 5;
   phone_->passOpenURL("app://x?cid=unavailable");
-  const auto has_sent = [this] { return !machine_.transport.requests(services::kCommerceConversionPath).empty(); };
+  const auto has_sent = [this] { return machine_.transport.requests(services::kCommerceConversionPath).size() == 2; };
   ASSERT_TRUE(machine_.loop.advanceUntil(has_sent, runtime::kStartHoldSeconds + 10));
   showDisk();
   ASSERT_EQ(stored().size(), 2U);

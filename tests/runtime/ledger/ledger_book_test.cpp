@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "testing/recording_log.h"
 #include "tests/runtime/ledger/book_rig.h"
@@ -127,6 +128,38 @@ TEST_F(LedgerBookTest, GivesUpWhatWasUnderWayWhenTheNextProcessStarts) {
   EXPECT_EQ(of("re-engagement clicks").under_way, 1U);
   startAgain();
   EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("in a request alone when the process ended", 1U)));
+  EXPECT_TRUE(book->read().isSound());
+}
+
+TEST_F(LedgerBookTest, TakesWhatItDoesNotFollowAtItsWord) {
+  std::vector<kit::LedgerTicket> clicks;
+  for (size_t key = 0; key < kMaxLedgerTickets; ++key)
+    clicks.push_back(sendClick(static_cast<int64_t>(key)));
+  record("a");
+  const kit::LedgerTicket batch = sendBatch({"a"});
+  EXPECT_EQ(batch, 0U);
+  EXPECT_EQ(sendClick(-1), 0U);
+  end(batch, kYes, [this] { trim({"a"}); });
+  EXPECT_EQ(of("activities").delivered, 1U);
+  EXPECT_EQ(of("re-engagement clicks").recorded, kMaxLedgerTickets) << "one is not counted";
+  end(clicks.front(), kYes);
+  EXPECT_NE(sendClick(-1), 0U) << "there is room again";
+  EXPECT_TRUE(book->read().isSound());
+}
+
+TEST_F(LedgerBookTest, AbandonsARequestWithoutAnAnswerWhenTheKitStops) {
+  record("a");
+  const kit::LedgerTicket batch = sendBatch({"a"});
+  const kit::LedgerTicket click = sendClick(5);
+  book->writeAtTheEnd();
+  EXPECT_EQ(book->loadOf(batch).activities, 0U) << "it has ended";
+  end(batch, kYes);
+  end(click, kYes);
+  EXPECT_EQ(of("activities").stored, 1U);
+  EXPECT_EQ(of("re-engagement clicks").under_way, 1U);
+  startAgain();
+  EXPECT_THAT(givenUp("re-engagement clicks"), ElementsAre(Pair("in a request alone when the process ended", 1U)));
+  EXPECT_EQ(of("activities").stored, 1U);
   EXPECT_TRUE(book->read().isSound());
 }
 
@@ -410,13 +443,56 @@ TEST(BrokenBook, OfARecordThatNeverReachesItsListDoesNotBalance) {
   EXPECT_FALSE(rig.book->read().balances());
 }
 
-TEST(SoundBook, RecordsWhatAnAppAddsToAListItself) {
+TEST(BrokenBook, CountsAsFoundWhatCameAndNobodyRecorded) {
   BookRig rig;
   rig.set(BookRig::kCommerceClicks, Array{1, 2});
-  rig.store.append(BookRig::kImpressions, 1);
+  rig.set(BookRig::kClicks, Array{BookRig::clickOf(5)});
+  rig.set(BookRig::kCrashes, Array{1});
+  rig.store.append(BookRig::kActivities, kit::Dictionary{{"activityEventID", "a"}});
   rig.book->set("fendoUserDemoInfo_age", 30, LedgerWriter::kKit);
-  for (const char* kind : {"commerce clicks", "impressions", "demographics"})
-    EXPECT_GT(rig.of(kind).recorded, 0U) << kind;
+  EXPECT_EQ(rig.of("commerce clicks").found_uncounted, 2U);
+  for (const char* kind : {"re-engagement clicks", "crash reports", "activities", "demographics"})
+    EXPECT_EQ(rig.of(kind).found_uncounted, 1U) << kind;
+  EXPECT_TRUE(rig.book->read().balances());
+  EXPECT_FALSE(rig.book->read().isSound());
+}
+
+TEST(BrokenBook, CountsOfAChangeOnlyThoseAsRecordedThatWereTold) {
+  BookRig rig;
+  rig.book->recorded(LedgerKind::kReEngagementClicks, 1);
+  rig.set(BookRig::kClicks, Array{BookRig::clickOf(5), BookRig::clickOf(6)});
+  EXPECT_EQ(rig.of("re-engagement clicks").recorded, 2U);
+  EXPECT_EQ(rig.of("re-engagement clicks").found_uncounted, 1U);
+}
+
+#ifndef NDEBUG
+TEST(BrokenBookDeathTest, OfARecordThatNobodyRecordedEndsADevelopersProcess) {
+  for (const char* key : {BookRig::kCommerceClicks, BookRig::kClicks, BookRig::kCrashes, BookRig::kActivities}) {
+    BookRig rig;
+    rig.set(key, Array{kit::Dictionary{{"activityEventID", "a"}}});
+    EXPECT_DEATH(rig.book->tellBroken(), "an invariant is broken: records came that nobody recorded") << key;
+  }
+  BookRig rig;
+  rig.book->set("fendoUserDemoInfo_age", 30, LedgerWriter::kKit);
+  EXPECT_DEATH(rig.book->tellBroken(), "that nobody recorded \\(demographics\\)");
+}
+#endif
+
+TEST(SoundBook, RecordsImpressionsThatAnotherModuleOfTheAppAdds) {
+  BookRig rig;
+  rig.store.append(BookRig::kImpressions, 1);
+  rig.set(BookRig::kImpressions, Array{1, 2});
+  EXPECT_EQ(rig.of("impressions").recorded, 2U);
+  rig.book->tellBroken();
+  EXPECT_TRUE(rig.book->read().isSound());
+}
+
+TEST(SoundBook, RecordsWhatAHandWrites) {
+  BookRig rig;
+  rig.book->set(BookRig::kCommerceClicks, Array{1, 2}, LedgerWriter::kHand);
+  rig.book->set("fendoUserDemoInfo_age", 30, LedgerWriter::kHand);
+  EXPECT_EQ(rig.of("commerce clicks").recorded, 2U);
+  EXPECT_EQ(rig.of("demographics").recorded, 1U);
   rig.book->tellBroken();
   EXPECT_TRUE(rig.book->read().isSound());
 }
