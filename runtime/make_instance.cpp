@@ -90,7 +90,7 @@ Identity identityOf(InstanceParts& parts) {
 }
 
 LedgerParts ledgerParts(InstanceParts& parts) {
-  return {.store = *parts.plain_store, .list_lock = parts.list_lock, .logger = parts.logger};
+  return {.store = *parts.plain_store, .list_lock = parts.list_lock, .logger = parts.logger, .clock = *parts.clock};
 }
 
 /// While the store is unavailable, an identifier made by the kit is provisional.
@@ -461,7 +461,7 @@ std::variant<std::unique_ptr<Instance>, kit::Error> makeInstanceOn(Machine& mach
   });
   tellWhatTheEnvironmentChanged(*parts);
   tellWarnings(*parts);
-  parts->plain_store->tellWaiting();
+  parts->store->tellWaiting();
   followTheStore(*parts);
   frameTurns(*parts);
   if (!options.opened_url.empty())

@@ -7,6 +7,7 @@
 
 #include "kit/continued_list.h"
 #include "runtime/invariant.h"
+#include "services/MorvikGVUserDefaults.h"
 
 namespace morvik::runtime {
 namespace {
@@ -36,7 +37,8 @@ LedgerBook::LedgerBook(const LedgerParts& parts)
       stored_(parts.store),
       written_(parts.store.get(kLedgerKey)),
       accounts_(written_, stored_.recordedUnwritten()),
-      is_unavailable_(parts.store.opening() == StoreOpening::kUnavailable) {
+      is_unavailable_(parts.store.opening() == StoreOpening::kUnavailable),
+      trail_(parts.store, parts.clock) {
   const Hold hold(*this);
   accounts_.bringInLineWith({.stored = stored_.counts(), .is_first = written_.isAbsent()});
   writeBook();
@@ -132,6 +134,7 @@ void LedgerBook::storeRecovered() {
   const Hold hold(*this);
   takeChangesFromElsewhere();
   is_unavailable_ = false;
+  trail_.takeOver();
   writeBook();
 }
 
@@ -141,12 +144,21 @@ void LedgerBook::set(std::string_view key, kit::Value value, LedgerWriter writer
   const LedgerKey of = ledgerKeyOf(key);
   switch (of.part) {
     case LedgerKey::Part::kNone:
-      return store_.set(key, std::move(value));
+      store_.set(key, std::move(value));
+      return forgetTrailBy(key);
     case LedgerKey::Part::kList:
       return setListKey(of, key, nullptr, std::move(value), writer);
     case LedgerKey::Part::kDemographic:
       return setDemographic(key, of.slot, value, writer);
   }
+}
+
+/// In the commit of the wish: no trace of what was sent outlives it.
+void LedgerBook::forgetTrailBy(std::string_view key) noexcept {
+  if (key != services::property::MorvikCoreUserInfo_isGDPRForgetMe)
+    return;
+  const std::scoped_lock hold(mutex_);
+  trail_.forgetIfWished();
 }
 
 void LedgerBook::replace(std::string_view key, const kit::Value& before, kit::Value after, LedgerWriter writer) {
@@ -180,6 +192,7 @@ void LedgerBook::setListKey(const LedgerKey& of, std::string_view key, const kit
       accounts_.takeBack(of.kind, accounts_before);
     }
     told_[indexOf(of.kind)].clear();
+    given_up_ids_.clear();
     throw;
   }
 }
@@ -195,6 +208,7 @@ void LedgerBook::setList(Kind kind, const kit::Value& value, LedgerWriter writer
   const ListChange change = changeBetween(before, after);
   if (!change.removed.empty()) {
     remove(kind, before, change, writer);
+    leaveTrailOfGivenUp();
     moments_->listShrank(kind, change);
   }
   add(kind, after, change.added, writer);
@@ -230,6 +244,8 @@ void LedgerBook::removeOne(Kind kind, const kit::Value& record, size_t index, Re
   if (kind == Kind::kImpressions && reason == Reason::kAddedDuringUpload && !carriers.empty())
     reason = Reason::kPlaceTaken;
   noteWhetherBroken(kind, reason);
+  if (kind == Kind::kActivities)
+    noteGivenUp(reason, record["activityEventID"]);
   giveUp(kind, reason, moments_->firstAfter(kind, index), carriers);
 }
 
@@ -406,6 +422,8 @@ kit::LedgerTicket LedgerBook::carries(const kit::LedgerLoad& load) noexcept {
       has_lost_tickets_ = true;
       return 0;
     }
+    if (load.kind == Kind::kActivities)
+      tickets_.find(ticket)->trail_number = trail_.begun(load.records);
     accounts_.record(load.kind, alone);
     accounts_.beginUnderWay(load.kind, alone);
     writeBook();
@@ -431,6 +449,53 @@ void LedgerBook::lost(kit::LedgerTicket ticket, Reason reason) noexcept {
     state->lost = reason;
 }
 
+void LedgerBook::departed(kit::LedgerTicket ticket) noexcept {
+  const std::scoped_lock hold(mutex_);
+  if (LedgerTicketState* state = tickets_.find(ticket))
+    state->left = trail_.now();
+}
+
+/// Without memory it leaves no trail.
+void LedgerBook::noteGivenUp(Reason reason, const kit::Value& event_id) noexcept {
+  try {
+    given_up_ids_[reason].append(event_id);
+  } catch (...) {
+  }
+}
+
+void LedgerBook::leaveTrailOfGivenUp() noexcept {
+  for (auto& [reason, ids] : given_up_ids_) {
+    if (ids.size() > 0)
+      trail_.givenUp(reason, kit::Value(std::move(ids)).array());
+  }
+  given_up_ids_.clear();
+}
+
+void LedgerBook::leaveTrail(const LedgerTicketState& state, const kit::LedgerEnd& end) noexcept {
+  const TrailOutcome outcome = !end.was_sent        ? TrailOutcome::kNotSent
+                               : state.isAccepted() ? TrailOutcome::kAccepted
+                               : end.error.empty()  ? TrailOutcome::kNotAccepted
+                                                    : TrailOutcome::kFailed;
+  trail_.ended({.number = state.trail_number,
+                .outcome = outcome,
+                .left = state.left,
+                .status_code = end.status_code,
+                .error = end.error});
+}
+
+/// Only the handles are taken under the lock.
+Explanation LedgerBook::explain(std::string_view event_id) {
+  kit::Value trail;
+  kit::Value activities;
+  {
+    const Hold hold(*this);
+    trail_.forgetIfWished();
+    trail = trail_.read();
+    activities = store_.get(services::property::fendoActivityInfos);
+  }
+  return runtime::explain(trail, activities, event_id, trail_.now());
+}
+
 void LedgerBook::ended(kit::LedgerTicket ticket, const kit::LedgerEnd& end) noexcept {
   const std::scoped_lock hold(mutex_);
   LedgerTicketState* state = tickets_.find(ticket);
@@ -447,6 +512,7 @@ void LedgerBook::ended(kit::LedgerTicket ticket, const kit::LedgerEnd& end) noex
     noteWhetherBroken(state->kind, reason);
     accounts_.giveUp(state->kind, reason, count);
   }
+  leaveTrail(*state, end);
   tickets_.end(ticket);
   writeBookIfItCan();
 }
@@ -512,6 +578,8 @@ void LedgerBook::takeRefusals() {
 
 void LedgerBook::writeAtTheEnd() {
   const Hold hold(*this);
+  for (const auto& [ticket, state] : tickets_.all())
+    trail_.ended({.number = state.trail_number, .outcome = TrailOutcome::kAbandoned, .left = state.left});
   takeChangesFromElsewhere();
   takeRefusals();
   if (accounts_.hasUnwrittenRefusals())
@@ -581,6 +649,12 @@ void LedgerBook::writeAtTheDoor(std::string_view key, kit::Value value) {
 }
 
 void LedgerBook::tellBroken() {
+  if (const size_t dropped = trail_.takeDropped(); dropped > 0) {
+    MORVIK_LOG(logger_, kit::lcl_vWarning, kLedgerOperation,
+               "Morvik host: %lu entries about the latest exchanges are damaged in the store and were dropped: "
+               "explain() knows less, and nothing else is affected",
+               dropped);
+  }
   tellBroken(kinds_gone_untold_, "records went that no rule gives up");
   tellBroken(kinds_come_untold_, "records came that nobody recorded");
 }

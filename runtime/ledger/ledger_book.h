@@ -20,12 +20,14 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "kit/clock.h"
 #include "kit/ledger.h"
 #include "kit/list_lock.h"
 #include "kit/value.h"
@@ -35,6 +37,7 @@
 #include "runtime/ledger/ledger_stored.h"
 #include "runtime/ledger/ledger_tickets.h"
 #include "runtime/ledger/ledger_told.h"
+#include "runtime/ledger/ledger_trail.h"
 #include "runtime/ledger/ledger_unclaimed.h"
 #include "runtime/ledger/list_change.h"
 #include "runtime/machine/machine.h"
@@ -48,6 +51,7 @@ struct LedgerParts {
   MachineStore& store;       ///< outlives the book
   kit::ListLock& list_lock;  ///< the same
   services::Logger logger;
+  const kit::Clock& clock;  ///< outlives the book
 };
 
 /// What a request carries, as far as others need to know.
@@ -95,7 +99,7 @@ class LedgerBook final : public kit::Ledger {
   /// The kit stops: writes what was not worth writing by itself, and abandons the requests that are under way. What
   /// they alone have stays under way until the next start gives it up.
   void writeAtTheEnd();
-  /// Reports what was unexplained since the last call: see invariantBroken(). Not under a lock.
+  /// Reports what was unexplained since the last call: see invariantBroken(), and what was damaged. Not under a lock.
   void tellBroken();
 
   /// As long as it lives, what is set in the place of this list are the same records in another form, in their order.
@@ -118,13 +122,15 @@ class LedgerBook final : public kit::Ledger {
   kit::LedgerTicket carries(const kit::LedgerLoad& load) noexcept override;
   void answered(kit::LedgerTicket ticket, kit::LedgerAnswer answer) noexcept override;
   void lost(kit::LedgerTicket ticket, LedgerReason reason) noexcept override;
-  void departed(kit::LedgerTicket) noexcept override {}
+  void departed(kit::LedgerTicket ticket) noexcept override;
   void ended(kit::LedgerTicket ticket, const kit::LedgerEnd& end) noexcept override;
 
   /// Something the app handed over was refused. Waits for nothing.
   void wasRefused(Recorded reason);
   /// Of a request that has not ended; nothing of another one.
   CarriedLoad loadOf(kit::LedgerTicket ticket);
+  /// What became of an event. Any thread; looks at all stored activities.
+  Explanation explain(std::string_view event_id);
 
  private:
   /// Left by a setter that found the book in use.
@@ -152,6 +158,10 @@ class LedgerBook final : public kit::Ledger {
   void add(LedgerKind kind, const kit::Array& after, size_t added, LedgerWriter writer);
   void addClick(const kit::Value& click, LedgerWriter writer);
   void recordUntold(LedgerKind kind, uint64_t count);
+  void forgetTrailBy(std::string_view key) noexcept;
+  void noteGivenUp(LedgerReason reason, const kit::Value& event_id) noexcept;
+  void leaveTrailOfGivenUp() noexcept;
+  void leaveTrail(const LedgerTicketState& state, const kit::LedgerEnd& end) noexcept;
   void settle(kit::LedgerTicket ticket, LedgerTicketState& state) noexcept;
   void giveUp(LedgerKind kind, LedgerReason reason, LedgerMoments::Moment first_after,
               const std::vector<kit::LedgerTicket>& carriers);
@@ -188,7 +198,9 @@ class LedgerBook final : public kit::Ledger {
   /// The store could not be read when it was opened, and has not recovered since.
   bool is_unavailable_ = false;
   LedgerTickets tickets_;
-  bool has_lost_tickets_ = false;  ///< not followed: what they carried is not known
+  LedgerTrail trail_;
+  std::map<LedgerReason, kit::MutableArray> given_up_ids_;  ///< of the activities that the running change removes
+  bool has_lost_tickets_ = false;                           ///< not followed: what they carried is not known
   LedgerUnclaimed unclaimed_;
   std::array<LedgerTold, kLedgerKinds> told_;
   std::optional<LedgerKind> rewritten_;

@@ -10,6 +10,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "kit/date.h"
 #include "kit/ledger.h"
 #include "kit/value.h"
 #include "runtime/ledger/ledger_reasons.h"
@@ -53,6 +54,8 @@ struct LedgerTicketState {
   /// Why that is given up unless the request is accepted.
   LedgerReason lost = LedgerReason::kUnexplained;
   std::optional<kit::LedgerAnswer> answer;
+  uint64_t trail_number = 0;  ///< of a batch; 0: it left no trail
+  kit::Date left{};           ///< the epoch: not yet
 
   bool carries(LedgerKind of, const kit::Value& record);
   bool isAccepted() const { return answer && *answer != kit::LedgerAnswer::kNotAccepted; }
@@ -73,6 +76,9 @@ class LedgerTickets {
   std::optional<LedgerTicketState> end(kit::LedgerTicket ticket);
   /// All end.
   void abandon() { tickets_.clear(); }
+
+  /// Those that have not ended.
+  const std::map<kit::LedgerTicket, LedgerTicketState>& all() const { return tickets_; }
 
   /// The one that was accepted, has not ended, and carries this; null: none does.
   LedgerTicketState* acceptedCarrier(LedgerKind kind, const kit::Value& record);

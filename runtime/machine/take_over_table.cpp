@@ -1,6 +1,7 @@
 #include "runtime/machine/take_over_table.h"
 
 #include "runtime/handed_over.h"
+#include "runtime/ledger/exchange_trail.h"
 #include "runtime/ledger/ledger_accounts.h"
 #include "runtime/siblings/kept_identifier.h"
 #include "services/MorvikGVUserDefaults.h"
@@ -76,6 +77,7 @@ TakeOverTable takeOverTable() {
               {std::string(kAdvertisingIdKey), TakeOver::kFile},
               {std::string(kLedgerKey), TakeOver::kFile},
               {std::string(kDemographicSetsKey), TakeOver::kFile},
+              {std::string(kTrailKey), TakeOver::kJoin},
           },
       .record_key = property::fendoUserInfo_referralKey,
   };

@@ -29,9 +29,9 @@ def run(*command, **more):
     return done.stdout
 
 
-# By folder, how many headers are installed: of the 228 in the tree those that an app or its tests include, and what
+# By folder, how many headers are installed: of the 231 in the tree those that an app or its tests include, and what
 # these include. An app includes morvik/ alone.
-INSTALLED = {"MorvikCoreLib": 3, "kit": 31, "morvik": 7, "runtime": 10, "services": 16, "simulation": 8, "testing": 22}
+INSTALLED = {"MorvikCoreLib": 3, "kit": 31, "morvik": 8, "runtime": 10, "services": 16, "simulation": 8, "testing": 22}
 
 
 class ThePackage(unittest.TestCase):

@@ -110,7 +110,8 @@ class Road : public ::testing::Test {
   testing::FixedOffsetCalendar calendar;
   kit::ListLock list_lock;
   kit::LogLevels log_levels;
-  runtime::LedgerBook ledger{{.store = store, .list_lock = list_lock, .logger = services::Logger(log_levels, log)}};
+  runtime::LedgerBook ledger{
+      {.store = store, .list_lock = list_lock, .logger = services::Logger(log_levels, log), .clock = loop.clock()}};
   runtime::LedgerStore counted_store{store, ledger, list_lock};
   MachineNetwork network{transport};
   AssembledPorts parts{{.clock = loop.clock(),

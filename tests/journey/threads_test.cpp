@@ -155,7 +155,8 @@ struct Machine {
   host::SystemCalendar calendar;
   host::SqliteStore store;
   kit::ListLock list_lock;
-  runtime::LedgerBook ledger{{.store = store, .list_lock = list_lock, .logger = services::Logger(log_levels, log)}};
+  runtime::LedgerBook ledger{
+      {.store = store, .list_lock = list_lock, .logger = services::Logger(log_levels, log), .clock = clock}};
   runtime::LedgerStore counted_store{store, ledger, list_lock};
   runtime::TurnGate gate;
   host::MainLoop loop{host::LoopMode::kOwnThread, services::Logger(log_levels, log)};
@@ -395,8 +396,10 @@ TEST(Threads, TheLedgerIsSoundAtEveryReadingAndExactAtTheEnd) {
   testing::RecordingLog log;
   host::SqliteStore next({.place = {.folder = folder.path()}}, log);
   kit::ListLock list_lock;
-  runtime::LedgerBook book(
-      {.store = next, .list_lock = list_lock, .logger = services::Logger(machine.log_levels, log)});
+  runtime::LedgerBook book({.store = next,
+                            .list_lock = list_lock,
+                            .logger = services::Logger(machine.log_levels, log),
+                            .clock = machine.clock});
   EXPECT_EQ(book.read().of("activities").delivered, activities.delivered);
   EXPECT_TRUE(book.read().isSound());
 }

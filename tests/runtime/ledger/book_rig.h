@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "host/posix/log_sinks.h"
+#include "host/posix/system_clock.h"
 #include "host/store/sqlite_store.h"
 #include "kit/ledger.h"
 #include "kit/list_lock.h"
@@ -62,7 +63,8 @@ class BookRig {
 
   /// Another process on the same store.
   void startAgain() {
-    book.emplace(LedgerParts{.store = store, .list_lock = list_lock, .logger = services::Logger(levels_, log_)});
+    book.emplace(
+        LedgerParts{.store = store, .list_lock = list_lock, .logger = services::Logger(levels_, log_), .clock = clock});
   }
 
   /// Told by nobody, but for a demographic value, of which its setter tells.
@@ -170,6 +172,7 @@ class BookRig {
 
  public:
   kit::ListLock list_lock;
+  host::SystemClock clock;
   NotingStore store{folder_.path(), log_};
   std::optional<LedgerBook> book;
 };

@@ -320,7 +320,8 @@ class NotesOfSetters : public ::testing::Test {
  protected:
   void start(bool is_unavailable) {
     store_.is_unavailable = is_unavailable;
-    book_.emplace(LedgerParts{.store = store_, .list_lock = list_lock_, .logger = services::Logger(levels_, log_)});
+    book_.emplace(LedgerParts{
+        .store = store_, .list_lock = list_lock_, .logger = services::Logger(levels_, log_), .clock = clock_});
   }
   void setAge(int age) {
     book_->recorded(kit::DemographicValue::kAge);
@@ -331,6 +332,7 @@ class NotesOfSetters : public ::testing::Test {
   ::morvik::testing::RecordingLog log_;
   kit::LogLevels levels_;
   kit::ListLock list_lock_;
+  host::SystemClock clock_;
   CheckingStore store_{folder_.path(), log_};
   std::optional<LedgerBook> book_;
 };

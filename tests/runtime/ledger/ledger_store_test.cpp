@@ -76,8 +76,9 @@ TEST(UnavailableLedgerStore, LetsNoListBeChangedWhileACommitMayTakeOverWhatTheFi
   ::morvik::testing::RecordingLog log;
   kit::LogLevels levels;
   kit::ListLock list_lock;
+  const host::SystemClock clock;
   UnavailableStore store(folder.path(), log, list_lock);
-  LedgerBook book({.store = store, .list_lock = list_lock, .logger = services::Logger(levels, log)});
+  LedgerBook book({.store = store, .list_lock = list_lock, .logger = services::Logger(levels, log), .clock = clock});
   LedgerStore counted(store, book, list_lock);
   int told = 0;
   counted.setWhenTakenOver([&told] { ++told; });
