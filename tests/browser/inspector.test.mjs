@@ -150,6 +150,33 @@ test("a search finds payloads and narrows the list", async () => {
   await lay("requests");
 });
 
+test("the id of an event shows the requests that it came with and what each was answered", async () => {
+  const { events } = await (await page.context().request.get(`${stage.url}inspect/events`, { ignoreHTTPSErrors: true })).json();
+  const { event_id: id } = events.find((each) => each.activity === "refund");
+  await page.locator("#search").fill(id.toUpperCase());
+  const detail = page.locator("#detail");
+  await detail.getByText(`Event ${id}`).waitFor();
+  await page.locator("#found", { hasText: "2 requests found" }).waitFor();
+  assert.match(await detail.locator(".fate").textContent(), /^Delivered with request [0-9]+\.$/);
+  const arrivals = detail.locator(".moments tr");
+  assert.deepEqual(await arrivals.locator("td:nth-child(2)").allTextContents(), ["not counted", "first"]);
+  assert.match(await arrivals.first().textContent(), /500.*misbehaved on request: status/);
+  assert.match(await arrivals.last().textContent(), /200/);
+  assert.match(await detail.locator("pre").textContent(), /"activity": "refund"/);
+  await lay("event");
+  await arrivals.last().getByRole("button").click();
+  await detail.locator(".facts").waitFor();
+  await page.locator("#search").fill("");
+  await page.locator("#found", { hasText: "shown" }).waitFor();
+});
+
+test("an event that has not arrived is said not to have", async () => {
+  await page.locator("#search").fill("018f3406-9e00-7abc-8def-0123456789ab");
+  await page.locator("#detail", { hasText: "has not arrived" }).waitFor();
+  await page.locator("#search").fill("");
+  await page.locator("#found", { hasText: "shown" }).waitFor();
+});
+
 test("an install's timeline shows its sessions, activities and what else happened", async () => {
   for (const verb of ["wait 1", "background", "settle", "clock 7200", "active", "event level done 3", "event shop view sku-9", "wait 1", "background", "settle", "clock 90000", "active", "settle"]) assert.equal((await device.do(verb)).ok, true, verb);
   await page.getByRole("tab", { name: "Devices" }).click();
@@ -165,6 +192,9 @@ test("an install's timeline shows its sessions, activities and what else happene
   await page.locator("#device .moments button").first().click();
   await page.locator("#detail .facts").waitFor();
   assert.equal(await page.getByRole("tab", { name: "Requests" }).getAttribute("aria-selected"), "true");
+  await page.getByRole("tab", { name: "Devices" }).click();
+  await page.locator("#device .moments button", { hasText: "event" }).first().click();
+  await page.locator("#detail h2", { hasText: "Event " }).waitFor();
 });
 
 test("a device's ledger is shown as it changes, next to what arrived", async () => {

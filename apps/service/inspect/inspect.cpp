@@ -10,6 +10,7 @@
 #include "apps/service/base/refusal.h"
 #include "apps/service/checks/request_rules.h"
 #include "apps/service/inspect/broken_rules.h"
+#include "apps/service/inspect/event_explanation.h"
 #include "apps/service/inspect/inspect_query.h"
 #include "apps/service/inspect/inspect_stream.h"
 #include "apps/service/inspect/timeline.h"
@@ -109,6 +110,19 @@ HttpReply showEvents(const HttpRequest& request, const Inspected& inspected) {
   return {200, inspected.store.eventsJson(readPage(request))};
 }
 
+HttpReply explainEvent(const HttpRequest& request, const Inspected& inspected) {
+  requireKnownParameters(request, {"id"});
+  const std::string event_id = textParameter(request, "id");
+  if (event_id.empty())
+    throw Refusal(400, "there is no event id", "the query", "give the event_id of an activity as id");
+  if (event_id.size() > kMaxSearchBytes)
+    throw Refusal(400, "the event id is longer than " + std::to_string(kMaxSearchBytes) + " bytes", "the query",
+                  "give the event_id of an activity as id");
+  Json history = inspected.store.eventHistory(event_id);
+  history["sentence"] = eventSentence(history);
+  return {200, jsonText(history)};
+}
+
 HttpReply showBehaviours(const HttpRequest&, const Inspected& inspected) {
   const std::lock_guard lock(inspected.mutex);
   return {200, jsonText({{"behaviours", inspected.behaviours.list()}})};
@@ -200,7 +214,7 @@ struct Verb {
   HttpReply (*act)(const HttpRequest& request, const Inspected& inspected);
 };
 
-constexpr std::array<Verb, 15> kVerbs = {{
+constexpr std::array<Verb, 16> kVerbs = {{
     {"GET", "/inspect/requests", showRequests},
     {"GET", "/inspect/summaries", showSummaries},
     {"GET", "/inspect/request", showRequest},
@@ -209,6 +223,7 @@ constexpr std::array<Verb, 15> kVerbs = {{
     {"GET", "/inspect/stream", watch},
     {"GET", "/inspect/forms", showForms},
     {"GET", "/inspect/events", showEvents},
+    {"GET", "/inspect/event", explainEvent},
     {"GET", "/inspect/behaviour", showBehaviours},
     {"POST", "/inspect/behaviour", addBehaviour},
     {"DELETE", "/inspect/behaviour", clearBehaviours},

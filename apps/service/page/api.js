@@ -17,6 +17,7 @@ async function call(method, path, parameters, body) {
 
 export const summaries = (query) => call("GET", "/inspect/summaries", query);
 export const request = (id) => call("GET", "/inspect/request", { id });
+export const event = (id) => call("GET", "/inspect/event", { id });
 export const installs = () => call("GET", "/inspect/installs");
 export const timeline = (install) => call("GET", "/inspect/timeline", { install });
 export const ledgers = () => call("GET", "/inspect/ledger");

@@ -91,17 +91,29 @@ export class Detail {
     });
   }
 
+  // Whoever asks last is shown.
+  ask() {
+    return ++this.asked;
+  }
+
+  isLatest(mine) {
+    return mine === this.asked;
+  }
+
+  show(parts) {
+    this.element.replaceChildren(...parts.filter(Boolean));
+    this.element.scrollTop = 0;
+    this.split.classList.add("open");
+    if (getComputedStyle(this.element.querySelector(".back")).display !== "none") this.element.focus();
+  }
+
   open(id) {
     return guarded(async () => {
-      const mine = ++this.asked;
+      const mine = this.ask();
       const request = await api.request(id);
-      // Another request was selected meanwhile.
-      if (mine !== this.asked) return;
-      this.element.replaceChildren(...[head(request, () => this.close()), rules(request), facts(request, this.showInstall),
-        payloadPart(request), answerPart(request), headersPart(request), bodyPart(request)].filter(Boolean));
-      this.element.scrollTop = 0;
-      this.split.classList.add("open");
-      if (getComputedStyle(this.element.querySelector(".back")).display !== "none") this.element.focus();
+      if (!this.isLatest(mine)) return;
+      this.show([head(request, () => this.close()), rules(request), facts(request, this.showInstall),
+        payloadPart(request), answerPart(request), headersPart(request), bodyPart(request)]);
     });
   }
 

@@ -28,7 +28,7 @@ function withLedgers(installs, ledgers) {
 
 function moments(timeline) {
   const sessions = timeline.sessions.map((each) => ({ time: each.start, kind: "session", text: each.end === null ? "no end told yet" : duration(each.end - each.start) }));
-  const activities = timeline.activities.map((each) => ({ time: each.time, kind: "activity", text: [`${each.group}/${each.activity}`, each.param].filter(Boolean).join("  "), request: each.request }));
+  const activities = timeline.activities.map((each) => ({ time: each.time, kind: "activity", text: [`${each.group}/${each.activity}`, each.param].filter(Boolean).join("  "), request: each.request, event: each.event_id }));
   return [...sessions, ...activities, ...timeline.marks].sort((a, b) => b.time - a.time);
 }
 
@@ -43,8 +43,9 @@ function legend() {
 }
 
 export class Devices {
-  constructor(showRequest) {
+  constructor(showRequest, showEvent) {
     this.showRequest = showRequest;
+    this.showEvent = showEvent;
     this.install = null;
     this.asked = 0;
     this.isToScale = false;
@@ -133,6 +134,7 @@ export class Devices {
   #table(all) {
     return el("table", { class: "moments", "aria-label": "What happened, newest first" }, el("tbody", {}, all.map((each) =>
       el("tr", {}, el("td", {}, moment(each.time)), el("td", {}, each.kind), el("td", {}, each.text),
-        el("td", {}, each.request && el("button", { type: "button", class: "link", "aria-label": `Open request ${each.request}`, onclick: () => this.showRequest(each.request) }, String(each.request)))))));
+        el("td", {}, each.request && el("button", { type: "button", class: "link", "aria-label": `Open request ${each.request}`, onclick: () => this.showRequest(each.request) }, String(each.request)),
+          each.event && [" ", el("button", { type: "button", class: "link", "aria-label": `What became of event ${each.event}`, onclick: () => this.showEvent(each.event) }, "event")])))));
   }
 }

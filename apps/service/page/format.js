@@ -37,3 +37,9 @@ export function duration(milliseconds) {
   if (seconds < 3600) return `${Math.floor(seconds / 60)} min ${seconds % 60} s`;
   return `${Math.floor(seconds / 3600)} h ${Math.floor((seconds % 3600) / 60)} min`;
 }
+
+const kEventIdForm = /^[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$/;
+
+export function isEventId(text) {
+  return kEventIdForm.test(text);
+}

@@ -1,7 +1,7 @@
 // The list of requests: newest first, page by page, kept up to date by the stream.
 import * as api from "./api.js";
 import { byId, calmly, el } from "./dom.js";
-import { count, plural, timeOfDay } from "./format.js";
+import { count, isEventId, plural, timeOfDay } from "./format.js";
 import { Listbox } from "./listbox.js";
 import { guarded } from "./notice.js";
 
@@ -36,7 +36,8 @@ function row(summary) {
 }
 
 export class RequestList {
-  constructor(open) {
+  constructor(open, openEvent) {
+    this.openEvent = openEvent;
     this.newest = 0;
     this.nextBefore = 0;
     this.asked = 0;
@@ -47,6 +48,10 @@ export class RequestList {
     byId("older").addEventListener("click", () => this.#more());
     byId("filter").addEventListener("submit", (event) => event.preventDefault());
     byId("filter").addEventListener("input", () => this.reloadCalmly());
+    byId("search").addEventListener("input", () => {
+      const text = byId("search").value.trim().toLowerCase();
+      if (isEventId(text)) this.openEvent(text);
+    });
     byId("search").addEventListener("keydown", (event) => {
       if (event.key === "ArrowDown") this.element.focus();
     });

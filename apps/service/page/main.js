@@ -3,6 +3,7 @@ import * as api from "./api.js";
 import { Behaviours } from "./behaviours.js";
 import { Detail } from "./detail.js";
 import { Devices } from "./devices.js";
+import { EventView } from "./event.js";
 import { RequestList } from "./list.js";
 import { guarded } from "./notice.js";
 import { startStream } from "./stream.js";
@@ -15,11 +16,15 @@ const detail = new Detail((install) => {
   showView("devices");
   devices.choose(install);
 });
+const events = new EventView(detail);
 const devices = new Devices((id) => {
   showView("requests");
   detail.open(id);
+}, (eventId) => {
+  showView("requests");
+  events.open(eventId);
 });
-const list = new RequestList((id) => detail.open(id));
+const list = new RequestList((id) => detail.open(id), (eventId) => events.open(eventId));
 const behaviours = new Behaviours();
 startViews();
 

@@ -138,6 +138,12 @@ class Store {
   std::vector<Json> summariesAfter(std::int64_t after, std::int64_t limit);
   /// The number of the newest request, 0 if there is none.
   std::int64_t newestRequest();
+  /// What arrived of one event: {"event_id","known","arrivals","event","requests":[...],"complete","searched_from"}.
+  /// "known" is true once a request with it was counted; "arrivals" counts those, "event" is as it arrived, or null.
+  /// The requests are summaries, oldest first, each with "arrival": "first", "repeated" or "not counted", and "times",
+  /// how often the event is in it. Requests that were not counted are searched for as summariesJson does: "complete" is
+  /// false if those older than number "searched_from" were not looked at.
+  Json eventHistory(const std::string& event_id);
   /// One request whole, or null.
   Json request(std::int64_t id);
   /// The requests of an install, at most kMaxTimelineRequests of them, and no more once their payloads are longer than

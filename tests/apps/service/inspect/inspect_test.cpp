@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "apps/service/base/refusal.h"
+#include "apps/service/inspect/inspect_query.h"
 #include "apps/service/inspect/inspect_stream.h"
 #include "tests/apps/service/samples.h"
 
@@ -219,6 +220,47 @@ TEST_F(InspectTest, ListsAndTimelinesAreServed) {
   EXPECT_EQ("status", forms["kinds"][0]["kind"]);
 }
 
+TEST_F(InspectTest, AnEventIsExplainedByItsRequests) {
+  RequestRecord record;
+  record.endpoint = "tracking";
+  record.payload = test::trackingPayload({"a"});
+  record.time_milliseconds = 1000;
+  record.counting = Counting::kEvents;
+  record.refusal = Json{{"error", "the key is wrong"}};
+  record.reply.status = 403;
+  Counts counts;
+  store_.add(record, counts);
+  record.refusal = std::nullopt;
+  record.counted = true;
+  record.reply.status = 200;
+  record.time_milliseconds = 2000;
+  store_.add(record, counts);
+  record.time_milliseconds = 3000;
+  store_.add(record, counts);
+  HttpRequest request = inspection("GET", "/inspect/event");
+  request.query = {{"id", "a"}};
+  const Json shown = Json::parse(ask(request).body);
+  EXPECT_EQ(
+      "was not counted with request 1 of 1970-01-01T00:00:01.000Z (answer 403: the key is wrong); arrived first with "
+      "request 2 of 1970-01-01T00:00:02.000Z (answer 200); arrived again with request 3 of 1970-01-01T00:00:03.000Z "
+      "(answer 200)",
+      shown["sentence"]);
+  EXPECT_EQ(2, shown["arrivals"]);
+  request.query = {{"id", "b"}};
+  EXPECT_EQ("has not arrived", Json::parse(ask(request).body)["sentence"]);
+}
+
+TEST_F(InspectTest, AnEventIsAskedForByItsId) {
+  HttpRequest request = inspection("GET", "/inspect/event");
+  EXPECT_EQ(400, refused(request).status());
+  request.query = {{"id", std::string(kMaxSearchBytes, 'x')}};
+  EXPECT_EQ(200, ask(request).status);
+  request.query = {{"id", std::string(kMaxSearchBytes + 1, 'x')}};
+  EXPECT_EQ(400, refused(request).status());
+  request.query = {{"identifier", "a"}};
+  EXPECT_EQ(400, refused(request).status());
+}
+
 TEST_F(InspectTest, ATimelineThatLooksAtSomeRequestsOnlySaysSo) {
   RequestRecord record;
   record.endpoint = "conversion";
@@ -270,8 +312,8 @@ TEST_F(InspectTest, UnknownPathsAndMethodsAreToldWhatExists) {
   EXPECT_EQ(404, path.status());
   EXPECT_EQ(
       "use one of: GET /inspect/requests, GET /inspect/summaries, GET /inspect/request, GET /inspect/installs, "
-      "GET /inspect/timeline, GET /inspect/stream, GET /inspect/forms, GET /inspect/events, GET /inspect/behaviour, POST /inspect/behaviour, "
-      "DELETE /inspect/behaviour, GET /inspect/attribution, POST /inspect/attribution, GET /inspect/ledger, "
+      "GET /inspect/timeline, GET /inspect/stream, GET /inspect/forms, GET /inspect/events, GET /inspect/event, "
+      "GET /inspect/behaviour, POST /inspect/behaviour, DELETE /inspect/behaviour, GET /inspect/attribution, POST /inspect/attribution, GET /inspect/ledger, "
       "POST /inspect/ledger",
       path.fix());
   const Refusal method = refused(inspection("PUT", "/inspect/behaviour"));
