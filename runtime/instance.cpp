@@ -393,6 +393,12 @@ Ledger Instance::ledger() {
   return guardedCall("-[MorvikCore ledger]", [this] { return parts_->ledger.read(); }).value_or(Ledger());
 }
 
+Explanation Instance::explain(std::string_view event_id) {
+  const auto marked = parts_->lines.postFromHere();
+  return guardedCall("-[MorvikCore explain:]", [&] { return parts_->ledger.explain(event_id); })
+      .value_or(Explanation());
+}
+
 Pending Instance::pending() const {
   return parts_->pending();
 }

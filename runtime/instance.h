@@ -81,6 +81,7 @@ class Instance final : public morvik::MorvikCore {
   void setDelegate(std::weak_ptr<const MorvikCoreDelegate> delegate) override;
   void setLogLevel(int level) override;
   Ledger ledger() override;
+  Explanation explain(std::string_view event_id) override;
   Status status() override;
   bool eraseLocalData() override;
   void perform(std::function<void()> block) override;

@@ -13,7 +13,9 @@
 #include "host/linux/crash/crash_record.h"
 #include "host/linux/crash/earlier_crash.h"
 #include "host/posix/report_file.h"
+#include "host/posix/system_clock.h"
 #include "host/store/sqlite_store.h"
+#include "runtime/ledger/exchange_trail.h"
 #include "runtime/ledger/ledger_accounts.h"
 #include "runtime/siblings/kept_identifier.h"
 #include "services/MorvikGVUserDefaults.h"
@@ -109,6 +111,7 @@ constexpr Place kPlaces[] = {
     {"host", runtime::kDeviceIdKey, "device id"},
     {"host", runtime::kAdvertisingIdKey, "advertising identifier made here"},
     {"host", morvik::services::kConversionTimesKey, "times of conversions"},
+    {"host", runtime::kTrailKey, "batches that --explain knows"},
 };
 
 ListForm formOf(std::string_view name) {
@@ -144,6 +147,13 @@ kit::Array newestOf(const kit::Array& all, size_t shown) {
   for (size_t index = all.size() - std::min(shown, all.size()); index < all.size(); ++index)
     newest.append(all[index]);
   return kit::Value(std::move(newest)).array();
+}
+
+/// The trail is not for reading: how many batches it knows.
+kit::Value shownValue(std::string_view name, const kit::Value& value) {
+  if (name != runtime::kTrailKey)
+    return value;
+  return static_cast<int64_t>(runtime::extentOf(runtime::soundTrail(value).trail, {}).exchanges);
 }
 
 void put(const Place& place, const kit::Value& value, size_t shown, std::vector<Section>& sections) {
@@ -323,7 +333,7 @@ std::vector<Section> sorted(const StoredEntries& entries, const OutsideTheStore&
   for (const Place& place : kPlaces) {
     known.insert(place.name);
     if (const kit::Value& value = valueIn(entries, place.name); !value.isAbsent())
-      put(place, value, shown, sections);
+      put(place, shownValue(place.name, value), shown, sections);
     if (place.name == kShelf && !outside.shelved_reports.empty())
       put(place, outside.shelved_reports, shown, sections);
     if (place.name == kSignals && !outside.fatal_signals.empty())
@@ -355,6 +365,22 @@ std::optional<std::string> inspect(const std::string& folder, size_t shown, Insp
   remarkFilesSetAside(folder, out.remarks);
   out.store = place.path();
   out.sections = sorted(store.all(), outside, shown);
+  return std::nullopt;
+}
+
+std::optional<std::string> explainStored(const std::string& folder, std::string_view event_id,
+                                         morvik::Explanation& out) {
+  const host::StorePlace place{.folder = folder};
+  if (auto problem = missing(place))
+    return problem;
+  Remarks remarks;
+  const host::SqliteStore store({.place = place, .read_only = true}, remarks);
+  if (store.opening() != runtime::StoreOpening::kOpened)
+    return withoutSpeaker(store.openingLine());
+  out = runtime::explain(store.get(runtime::kTrailKey), store.get(property::fendoActivityInfos), event_id,
+                         host::SystemClock().now());
+  if (out.state == morvik::Explanation::State::kNotAnId)
+    return out.sentence;
   return std::nullopt;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kit/value.h"
+#include "morvik/explanation.h"
 
 namespace morvik_device {
 
@@ -86,5 +87,10 @@ std::vector<Section> sorted(const StoredEntries& entries, const OutsideTheStore&
 /// Reads the store in that folder, and the files next to it, without modifying anything; an app may be using it.
 /// Returns one line for people if there is nothing to read. Blocks while reading files.
 std::optional<std::string> inspect(const std::string& folder, size_t shown, Inspection& out);
+
+/// What became of one event, by the same store. Returns one line, as above, if there is nothing to read or the text is
+/// no event id.
+std::optional<std::string> explainStored(const std::string& folder, std::string_view event_id,
+                                         morvik::Explanation& out);
 
 }  // namespace morvik_device

@@ -5,6 +5,7 @@
 #include <thread>
 #include <utility>
 
+#include "apps/device/explanation_fields.h"
 #include "apps/device/json_dates.h"
 #include "apps/device/ledger_rows.h"
 #include "apps/device/phone.h"
@@ -237,6 +238,16 @@ void showLedger(Phone& phone, const Arguments&, const Reply& reply) {
   reply(outcome);
 }
 
+void explainEvent(Phone& phone, const Arguments& arguments, const Reply& reply) {
+  const morvik::Explanation explanation = phone.instance().explain(arguments.words.front());
+  Outcome outcome;
+  if (explanation.state == morvik::Explanation::State::kNotAnId)
+    outcome.refusal = explanation.sentence;
+  else
+    outcome.fields = fieldsOf(explanation);
+  reply(outcome);
+}
+
 void killProcess(Phone&, const Arguments&, const Reply&) {
   std::raise(SIGKILL);
 }
@@ -295,6 +306,7 @@ constexpr Verb kVerbs[] = {
     {"status", "", "prints the state of the kit: session, attribution, what is pending, the latest answers", words<0>,
      showStatus},
     {"ledger", "", "prints what became of everything recorded", words<0>, showLedger},
+    {"explain", "ID", "prints what became of the event with this id", words<1>, explainEvent},
     {"crash", "TEXT", "throws an uncaught exception with this text on a thread of the app", words<1>, crash},
     {"crash-signal", "NAME", "ends the process by this signal, such as SIGSEGV, as a crash of the kit", signal,
      crashBySignal},

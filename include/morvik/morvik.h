@@ -33,6 +33,7 @@
 #include <string>
 #include <string_view>
 
+#include "morvik/explanation.h"
 #include "morvik/ledger.h"
 #include "morvik/params.h"
 #include "morvik/recorded.h"
@@ -206,6 +207,14 @@ class MorvikCore {
   /// in the same transactions as what it counts, so it survives restarts and kills, and always balances. Returns at
   /// once, on any thread; takes some microseconds, however much is stored.
   virtual Ledger ledger() = 0;
+
+  /// What became of the event with this id: when it was recorded, the requests that carried it and their answers,
+  /// and whether it was delivered or given up (morvik/explanation.h). The id is the "event_id" of the request; either
+  /// case. The kit knows the stored events and the latest 256 batches; once the user asked to be forgotten, the stored
+  /// events alone. Any thread. Waits for no disk, network or recording thread; takes some milliseconds with 100,000
+  /// stored events. Never fails: a text that is no id, and an id that is not known, are answers too (`state`). In a
+  /// forked child, and if memory runs out, the answer is empty.
+  virtual Explanation explain(std::string_view event_id) = 0;
 
   /// The current state. Returns at once, on any thread; takes some microseconds. After stop(), the state at the stop,
   /// without the stored counts if the store was still busy after two seconds.

@@ -112,6 +112,10 @@ Ledger ProcessBoundCore::ledger() {
   return isHere() ? instance_->ledger() : Ledger{};
 }
 
+Explanation ProcessBoundCore::explain(std::string_view event_id) {
+  return isHere() ? instance_->explain(event_id) : Explanation{};
+}
+
 Status ProcessBoundCore::status() {
   return isHere() ? instance_->status() : Status{};
 }

@@ -297,6 +297,44 @@ class Verbs(DeviceTest):
         self.assertEqual((inspected["accounts"]["newest"], inspected["given_up"]["newest"], inspected["sound"]),
                          (told["accounts"], told["given_up"], told["sound"]))
 
+    def explained_by_inspect(self, event_id):
+        done = subprocess.run([stage.program(BUILD, "morvik-device"), "inspect", self.store_folder, "--json", "--explain",
+                               event_id], capture_output=True, text=True, timeout=stage.PATIENCE_SECONDS, check=False)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return json.loads(done.stdout)
+
+    def test_explain_follows_an_event_over_a_refusal_and_a_kill_and_the_service_says_what_it_saw(self):
+        device = self.attributed()
+        self.do(device, "event shop look")
+        event_id = device.stored_events()[-1]["activityEventID"]
+        self.assertEqual(self.do(device, f"explain {event_id}")["state"], "pending")
+        self.service.call("POST", "/inspect/behaviour", {"endpoint": "tracking", "kind": "status", "status": 503})
+        self.do(device, "push", "settle")
+        explained = self.do(device, f"explain {event_id}")
+        self.assertEqual([each["http_status"] for each in explained["exchanges"]], [503])
+        device.kill()
+        self.assertEqual(self.explained_by_inspect(event_id)["sentence"], explained["sentence"], "of a dead store")
+        device = self.device()
+        self.do(device, "active", "settle", "push", "settle")
+        explained = self.do(device, f"explain {event_id}")
+        self.assertEqual(explained["state"], "delivered", explained)
+        self.assertEqual([each["outcome"] for each in explained["exchanges"]], ["failed", "accepted"])
+        for each in explained["exchanges"]:
+            self.assertTrue(explained["recorded"] <= each["begun"] <= each["left"] <= each["ended"], explained)
+        self.assertEqual(self.explained_by_inspect(event_id)["sentence"], explained["sentence"], "of a live store")
+        seen = self.service.call("GET", f"/inspect/event?id={event_id}")
+        self.assertEqual([(each["arrival"], each["status"]) for each in seen["requests"]],
+                         [("not counted", 503), ("first", 200)], seen["sentence"])
+
+    def test_explain_says_what_is_wrong_with_an_id_and_what_it_does_not_know(self):
+        device = self.device()
+        answer = device.do("explain 7")
+        self.assertFalse(answer["ok"])
+        self.assertIn("not an event id: 36 characters are expected", answer["error"])
+        answer = self.do(device, "explain 018f3406-9e00-7abc-8def-0123456789ab")
+        self.assertRegex(answer["sentence"], "^not known: delivered or given up before [-0-9]+T[:0-9]+Z, "
+                                             "or never recorded here$")
+
     def test_a_batch_that_no_longer_balances_ends_the_process_in_every_build_for_tests(self):
         device = self.attributed()
         self.do(device, "event shop look")
@@ -494,8 +532,8 @@ class Input(DeviceTest):
         self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is not a verb; use one of: active, '
                                   "background, event, impression, open-url, store-url, facebook-url, "
                                   "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, is-forgotten, offline, "
-                                  "online, set, push, flush, wait-delivered, sending, wait, clock, settle, store, status, ledger, crash, "
-                                  "crash-signal, kill, erase, quit"])
+                                  "online, set, push, flush, wait-delivered, sending, wait, clock, settle, store, status, ledger, "
+                                  "explain, crash, crash-signal, kill, erase, quit"])
         self.assertFalse(os.path.exists(self.store_folder))
 
     def test_a_bad_line_on_standard_input_touches_nothing(self):

@@ -302,6 +302,7 @@ TEST_F(MemoryRunsOutInACall, NoOtherOperationThrowsAndTheKitGoesOn) {
       [&] { instance_->setDelegate(delegate); },
       [&] { instance_->setLogLevel(0); },
       [&] { static_cast<void>(instance_->ledger()); },
+      [&] { static_cast<void>(instance_->explain("018f3406-9e00-7abc-8def-0123456789ab")); },
       [&] { static_cast<void>(instance_->status()); },
       [&] { instance_->dispatch(); },
   };

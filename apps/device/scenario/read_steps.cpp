@@ -23,6 +23,7 @@ constexpr Unplayable kUnplayable[] = {
     {"wait-delivered", "\"push\""},
     {"store", "\"store\" under \"expect\""},
     {"ledger", "\"ledger\" under \"expect\""},
+    {"explain", "\"ledger\" or \"delivered\" under \"expect\""},
     {"status", "an expectation, \"store\" or \"ledger\" under \"expect\""},
     {"is-forgotten", "\"store: MorvikCoreUserInfo_isGDPRForgetMe\" under \"expect\""},
     {"crash-signal", "\"crash TEXT\" or \"kill\""},

@@ -80,6 +80,33 @@ TEST_F(InspectProgram, ShowsAStoreThatAnAppHoldsAndTouchesNothing) {
   EXPECT_EQ(morvik::test::stateOf(folder_.path()), before);
 }
 
+TEST_F(InspectProgram, ExplainsOneEventOfAStoreThatAnAppHolds) {
+  const auto owner = open();
+  constexpr const char* kId = "018f3406-9e00-7abc-8def-0123456789ab";
+  owner->set("fendoActivityInfos", kit::Array{kit::Dictionary{{"activityEventID", kId}}});
+  owner->synchronize();
+  const auto before = morvik::test::stateOf(folder_.path());
+  EXPECT_EQ(run({"inspect", folder_.path(), "--explain", kId}), 0);
+  EXPECT_EQ(output_, "recorded 2024-05-01T12:00:00Z; waiting in the store\n");
+  EXPECT_EQ(run({"inspect", folder_.path(), "--json", "--explain", kId}), 0);
+  EXPECT_THAT(output_, StartsWith("{\"event_id\":\"018f3406-9e00-7abc-8def-0123456789ab\",\"state\":\"pending\","));
+  EXPECT_EQ(run({"inspect", folder_.path(), "--explain", "018f3406-9e00-7abc-8def-0123456789ac"}), 0);
+  EXPECT_THAT(output_, StartsWith("not known: delivered or given up before "));
+  EXPECT_THAT(errors_, IsEmpty());
+  EXPECT_EQ(morvik::test::stateOf(folder_.path()), before);
+}
+
+TEST_F(InspectProgram, SaysWhatIsWrongWithAnIdThatIsNone) {
+  open();
+  for (const char* id : {"", "7", "018f3406"}) {
+    EXPECT_EQ(run({"inspect", folder_.path(), "--explain", id}), 2) << id;
+    EXPECT_THAT(output_, IsEmpty()) << id;
+    EXPECT_THAT(errors_, StartsWith("morvik-device: not an event id: ")) << id;
+  }
+  EXPECT_EQ(run({"inspect", folder_ / "missing", "--explain", "7"}), 2);
+  EXPECT_THAT(errors_, StartsWith("morvik-device: there is no folder "));
+}
+
 TEST_F(InspectProgram, RefusesInOneLine) {
   EXPECT_EQ(run({"inspect", folder_ / "missing"}), 2);
   EXPECT_EQ(errors_, "morvik-device: there is no folder " + (folder_ / "missing") +

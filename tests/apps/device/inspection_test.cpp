@@ -14,6 +14,7 @@
 #include "host/json/simdjson_codec.h"
 #include "host/linux/crash/crash_record.h"
 #include "host/store/sqlite_store.h"
+#include "runtime/ledger/exchange_trail.h"
 #include "runtime/siblings/kept_identifier.h"
 #include "services/MorvikGVUserDefaults.h"
 #include "services/conversion_cache.h"
@@ -119,6 +120,17 @@ TEST(Inspection, TellsTheLedgerWholeHoweverFewEntriesOfAListAreShown) {
   EXPECT_EQ(ledger.lists.at(0).newest.size(), 6u);
   EXPECT_EQ(ledger.lists.at(0).newest[1]["stored"], kit::Value(1));
   EXPECT_TRUE(placesOf(sections, "host.ledger").empty()) << "it is shown as what it says";
+}
+
+TEST(Inspection, SaysOfHowManyBatchesItCanExplainTheEvents) {
+  using runtime::trailBegin;
+  const kit::Value trail = kit::Array{trailBegin(1, kit::Date{1}, {}), runtime::trailEnd({.number = 1}), "damaged",
+                                      trailBegin(2, kit::Date{2}, {})};
+  const auto sections = sorted({{std::string(runtime::kTrailKey), trail}}, {}, 1);
+  EXPECT_EQ(sectionOf(sections, "host").values.at(0).value, kit::Value(2));
+  EXPECT_EQ(placesOf(sections, std::string(runtime::kTrailKey)), std::vector<std::string>{"host"});
+  const auto damaged = sorted({{std::string(runtime::kTrailKey), 7}}, {}, 1);
+  EXPECT_EQ(sectionOf(damaged, "host").values.at(0).value, kit::Value(0));
 }
 
 class InspectionOfAFolder : public ::testing::Test {

@@ -52,7 +52,15 @@ TEST(Verbs, AnUnknownVerbNamesThoseThatExist) {
       mistakeIn("evnt a b"),
       "\"evnt\" is not a verb; use one of: active, background, event, impression, open-url, store-url, facebook-url, "
       "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, is-forgotten, offline, online, set, "
-      "push, flush, wait-delivered, sending, wait, clock, settle, store, status, ledger, crash, crash-signal, kill, erase, quit");
+      "push, flush, wait-delivered, sending, wait, clock, settle, store, status, ledger, explain, crash, crash-signal, "
+      "kill, erase, quit");
+}
+
+TEST(Verbs, ExplainTakesTheIdOfAnEvent) {
+  EXPECT_EQ(commandIn("explain 018f3406-9e00-7abc-8def-0123456789ab").arguments.words.front(),
+            "018f3406-9e00-7abc-8def-0123456789ab");
+  EXPECT_EQ(commandIn("explain x").verb->name, "explain") << "the kit says what is wrong with an id";
+  EXPECT_THAT(mistakeIn("explain"), ::testing::EndsWith("write: explain ID"));
 }
 
 TEST(Verbs, SendingIsSwitchedOnOrOff) {
