@@ -53,7 +53,7 @@ void VirtualFlusher::begin() {
     run();
   } else {
     is_under_way_ = true;
-    startAnew();
+    restart();
     const Urgency urgency = std::exchange(urgency_, Urgency::kRoutine);
     loop_.schedule(seconds, [this, alive = std::weak_ptr(alive_), urgency] {
       if (alive.lock() && is_under_way_)
@@ -70,14 +70,14 @@ void VirtualFlusher::end(Urgency urgency) {
 }
 
 /// A flush requested from here on is a separate one.
-void VirtualFlusher::startAnew() {
+void VirtualFlusher::restart() {
   ++flushes_;
   is_wanted_ = is_wanted_now_ = false;
 }
 
 void VirtualFlusher::run() {
   is_under_way_ = is_due_ = false;
-  startAnew();
+  restart();
   flush_(std::exchange(urgency_, Urgency::kRoutine));
 }
 

@@ -37,7 +37,7 @@ class VirtualFlusher final : public host::StoreFlusher {
   void schedule(double delay_seconds);
   void begin();
   void end(Urgency urgency);
-  void startAnew();
+  void restart();
   void run();
 
   testing::VirtualLoop& loop_;

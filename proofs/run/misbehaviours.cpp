@@ -5,6 +5,7 @@
 #include <utility>
 #include <variant>
 
+#include "proofs/run/weighted.h"
 #include "services/json_writer.h"
 
 namespace morvik::proofs {
@@ -210,16 +211,7 @@ const char* nameOf(Misbehaviour misbehaviour) {
 }
 
 Misbehaviour drawMisbehaviour(simulation::Dice& dice) {
-  double sum = 0;
-  for (const MisbehaviourRow& row : kRows)
-    sum += row.weight;
-  double drawn = dice.between(0, sum);
-  for (const MisbehaviourRow& row : kRows) {
-    if (drawn < row.weight)
-      return row.misbehaviour;
-    drawn -= row.weight;
-  }
-  return Misbehaviour::kRefuses;
+  return drawWeighted(misbehaviours(), dice).misbehaviour;
 }
 
 Treatment drawTreatment(Misbehaviour misbehaviour, simulation::Dice& dice) {

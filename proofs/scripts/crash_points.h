@@ -77,9 +77,9 @@ struct CrashPointResult {
 /// Plays one run per point, and one that nothing cuts off, to count the points. `progress` is told, on any thread, one
 /// call at a time, how many of the former are played, of how many.
 CrashPointResult tryCrashPoints(const CrashPointOptions& options,
-                                const std::function<void(uint64_t lived, uint64_t of)>& progress = {});
+                                const std::function<void(uint64_t played, uint64_t of)>& progress = {});
 
-/// One of them, as tryCrashPoints() lives it.
+/// One of them, as tryCrashPoints() plays it.
 ScriptedRunOptions runAtPoint(PointMode mode, uint64_t number, uint64_t seed);
 
 /// The figures, a line each.

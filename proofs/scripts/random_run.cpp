@@ -4,10 +4,12 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <span>
 #include <utility>
 
 #include "proofs/run/app.h"
 #include "proofs/run/power_cut_loss.h"
+#include "proofs/run/weighted.h"
 #include "services/json_writer.h"
 #include "simulation/durations.h"
 
@@ -47,20 +49,6 @@ constexpr Pause kPauses[] = {
     {6, 20 * simulation::kMinuteSeconds, 5 * simulation::kHourSeconds},
     {1, 5 * simulation::kHourSeconds, 1.5 * simulation::kDaySeconds},
 };
-
-template <class Row, size_t kCount>
-const Row& drawn(const Row (&rows)[kCount], simulation::Dice& dice) {
-  double sum = 0;
-  for (const Row& row : rows)
-    sum += row.weight;
-  double left = dice.between(0, sum);
-  for (const Row& row : rows) {
-    if (left < row.weight)
-      return row;
-    left -= row.weight;
-  }
-  return rows[0];
-}
 
 class RandomRun final : private Driver {
  public:
@@ -182,7 +170,7 @@ class RandomRun final : private Driver {
         {"a cut lies ahead", 4, &RandomRun::layACut},
         {"the process ends in order", 3, &RandomRun::endInOrder},
     };
-    return drawn(kVerbs, dice);
+    return drawWeighted(kVerbs, dice);
   }
 
   void step() {
@@ -410,7 +398,7 @@ class RandomRun final : private Driver {
   }
 
   void pass() {
-    const Pause& pause = drawn(kPauses, dice_);
+    const Pause& pause = drawWeighted(kPauses, dice_);
     if (pause.most_seconds > 0)
       return advance(dice_.between(pause.least_seconds, pause.most_seconds));
     turn(dice_.below(kMostTurnsBeforeADeath));

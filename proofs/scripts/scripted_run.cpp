@@ -1,16 +1,13 @@
 #include "proofs/scripts/scripted_run.h"
 
 #include <functional>
-#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "host/store/store_files.h"
-#include "proofs/run/app.h"
-#include "proofs/run/driver.h"
 #include "proofs/run/power_cut_loss.h"
+#include "proofs/scripts/scripted_device.h"
 #include "simulation/durations.h"
 #include "simulation/workers.h"
 
@@ -18,35 +15,19 @@ namespace morvik::proofs {
 namespace {
 
 using Endpoint = testing::ServiceEndpoint;
-using simulation::DiskCall;
 using simulation::DiskCut;
 using simulation::PowerLoss;
 
 /// So much comes with an event of the long queue that its log has to begin again.
 constexpr size_t kLongParamBytes = 760;
 constexpr int kLongQueueEvents = 90;
-constexpr uint64_t kWrittenBackCallsPerEvent = 5;
 /// A commit that could not be made is retried every ten seconds; after this it was, and can be synced.
 constexpr double kStoreRetriedSeconds = 12;
 
-RunEnd endOf(const DiskCut& cut) {
-  if (!cut.power_lost)
-    return RunEnd::kKilled;
-  switch (cut.loss) {
-    case PowerLoss::kTorn:
-      return RunEnd::kPowerLostTorn;
-    case PowerLoss::kScattered:
-      return RunEnd::kPowerLostScattered;
-    case PowerLoss::kNothingUnsynced:
-      break;
-  }
-  return RunEnd::kPowerLost;
-}
-
-class ScriptedRun final : private Driver {
+class ScriptedRun final : private ScriptedDevice {
  public:
   explicit ScriptedRun(const ScriptedRunOptions& options)
-      : Driver({.seed = options.seed, .sabotage = options.sabotage, .trace = options.trace}), cut_(options.cut) {
+      : ScriptedDevice({.seed = options.seed, .sabotage = options.sabotage, .trace = options.trace}, options.cut) {
     if (options.cut_before_change != 0)
       flaky_disk_.disk.cutAt(options.cut_before_change);
     if (options.fault)
@@ -379,162 +360,6 @@ class ScriptedRun final : private Driver {
     leaveSession();
   }
 
-  // ---------------------------------------------------------------------------------------------------- its operations
-
-  std::string nextName(const char* what) { return std::string(what) + "-" + std::to_string(++last_name_); }
-
-  /// What was asked for happens, and no time passes.
-  void runTurns() {
-    if (!isCut())
-      machine_.loop.runUntilIdle();
-    checkIfAlive();
-  }
-  /// Time passes, until the disk is cut off at the latest.
-  void pass(double seconds) {
-    advance(seconds);
-    checkIfAlive();
-  }
-  void checkIfAlive() {
-    ++figures_.steps;
-    if (!isCut())
-      check();
-  }
-
-  void openSession() {
-    if (is_active_ && process_)
-      return;
-    app_does_.enterForeground();
-    runTurns();
-    is_active_ = true;
-    pass(3);
-  }
-  void leaveSession() {
-    app_does_.leaveForeground();
-    runTurns();
-    is_active_ = false;
-    pass(simulation::kGrantSeconds);
-  }
-
-  void startBatch() {
-    app_does_.push();
-    runTurns();
-  }
-  void pushTracking() {
-    startBatch();
-    pass(2);
-  }
-
-  void record(int count, size_t padding = 0) {
-    for (int i = 0; i < count; ++i) {
-      recordEvent(padding);
-      pass(1.5);
-    }
-  }
-  void recordEvent(size_t padding = 0) {
-    app_does_.recordEvent(nextName("event"), "sku" + std::string(padding, '.'));
-    runTurns();
-  }
-  void offerTooMuch() {
-    for (size_t call = 0; call < kLimitedCalls; ++call) {
-      app_does_.offerTooLarge(static_cast<LimitedCall>(call));
-      runTurns();
-    }
-  }
-  void addImpression() {
-    app_does_.addImpression(nextName("impression"));
-    runTurns();
-    pass(1);
-  }
-  void openReEngagementLink(double then_pass_seconds = 5) {
-    const std::string name = nextName("click");
-    app_does_.openUrl("shop://offer?id=" + name + "&ck=" + std::to_string(5000 + last_name_) + "&sn=9001&mrvk_eng=1");
-    runTurns();
-    pass(then_pass_seconds);
-  }
-  void openCommerceLink(double then_pass_seconds = 5) {
-    app_does_.openCommerceUrl("shop://offer?cid=", nextName("click"));
-    runTurns();
-    pass(then_pass_seconds);
-  }
-  void setUserId() {
-    app_does_.setUserId(nextName("user"));
-    runTurns();
-    pass(1);
-  }
-  /// The process dies of it, and not by itself.
-  void reportCrash() {
-    app_does_.reportCrash(nextName("fendo crash"), true);
-    runTurns();
-    is_dying_ = false;
-  }
-
-  void wish(bool forget_me) {
-    app_does_.wish(forget_me);
-    runTurns();
-  }
-  /// Where there is a network an accepted withdrawal would count as another wish to be forgotten.
-  void withdraw() {
-    app_does_.setOffline(true);
-    wish(false);
-    app_does_.setOffline(false);
-    runTurns();
-  }
-
-  void stop() { endInOrder(); }
-  /// What was cut off already died of that, whatever the script has in store for it.
-  void die(const DiskCut& scripted) {
-    const DiskCut& cut = isCut() ? cut_ : scripted;
-    if (process_ || isCut())
-      Driver::die(endOf(cut), cut);
-  }
-  void endCutProcess() {
-    if (isCut())
-      die(cut_);
-  }
-  void leaveTheStore() {
-    letANewerProgramUseTheStore();
-    if (!isCut() && !tracker_.facts.is_next_to_newer)
-      throw std::runtime_error("a run that came this far has a store");
-  }
-
-  // -------------------------------------------------------------------------------------------- the service, the disk
-
-  Treatment treatmentOf(const kit::Request& request) override {
-    const std::optional<Endpoint> endpoint = testing::endpointOf(request.url);
-    const auto found = endpoint ? misbehaviours_.find(*endpoint) : misbehaviours_.end();
-    return steadyTreatment(found == misbehaviours_.end() ? Misbehaviour::kNone : found->second);
-  }
-  double drawSyncSeconds() override { return slow_sync_seconds_; }
-
-  /// On a machine the log is synced and written back while the app goes on: now and then something is recorded between
-  /// two calls of it.
-  void diskCalled(const DiskCall& call) override {
-    const bool goes_on = isFirstSyncOfASlowDisk(call) || isWrittenBack(call);
-    if (!goes_on || is_healthy_ || !process_ || process_->isGdprForgetMe() ||
-        ++written_back_calls_ % kWrittenBackCallsPerEvent != 0)
-      return;
-    app_does_.recordMeanwhile(nextName("event"));
-  }
-  /// What goes to the file itself in a turn of the loop, but for its first page, which is also written when a fresh
-  /// file is made, with commits held off.
-  bool isWrittenBack(const DiskCall& call) {
-    return (call.kind == DiskCall::Kind::kSync || (call.kind == DiskCall::Kind::kWrite && call.offset > 0)) &&
-           call.path == flaky_disk_.disk.place().path() &&
-           machine_.loop.running() == testing::VirtualLoop::Running::kMainBlock;
-  }
-  bool isFirstSyncOfASlowDisk(const DiskCall& call) {
-    if (call.kind != DiskCall::Kind::kSync || !call.path.ends_with("-wal") || !isBeforeFirstSync())
-      return false;
-    noteFirstSync();
-    return slow_sync_seconds_ > 0;
-  }
-
-  const DiskCut cut_;
-  RunApp app_does_{*this};
-  std::map<Endpoint, Misbehaviour> misbehaviours_;
-  double slow_sync_seconds_ = 0;  ///< of processes that start
-  uint64_t written_back_calls_ = 0;
-  uint64_t last_name_ = 0;
   ScriptedRunResult result_;
 };
 

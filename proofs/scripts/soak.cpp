@@ -16,13 +16,13 @@ namespace {
 class Soak {
  public:
   Soak(const SoakOptions& options, const std::function<void(uint64_t, const SoakFailure&)>& progress)
-      : options_(options), progress_(progress), hashes_(options.lives) {}
+      : options_(options), progress_(progress), hashes_(options.runs) {}
 
   SoakResult run() {
     simulation::runOnThreads(options_.workers, [this] { work(); });
     Transcript all;
-    for (uint64_t life = 0; life < std::min<uint64_t>(next_, options_.lives); ++life)
-      all.add(hashes_[life]);
+    for (uint64_t run = 0; run < std::min<uint64_t>(next_, options_.runs); ++run)
+      all.add(hashes_[run]);
     result_.hash = all.hash();
     return std::move(result_);
   }
@@ -30,23 +30,23 @@ class Soak {
  private:
   void work() {
     while (!options_.goes_on || options_.goes_on()) {
-      const uint64_t life = next_++;
-      if (life >= options_.lives)
+      const uint64_t run = next_++;
+      if (run >= options_.runs)
         return;
-      const uint64_t seed = options_.first_seed + life;
-      simulation::callFor("the life with seed " + std::to_string(seed), [this, life, seed] {
+      const uint64_t seed = options_.first_seed + run;
+      simulation::callFor("the run with seed " + std::to_string(seed), [this, run, seed] {
         if (options_.begins)
           options_.begins(seed);
-        take(life, playRandomRun({.seed = seed, .days = options_.days, .sabotage = options_.sabotage}));
+        take(run, playRandomRun({.seed = seed, .days = options_.days, .sabotage = options_.sabotage}));
       });
     }
   }
 
-  void take(uint64_t life, RandomRunResult&& lived) {
+  void take(uint64_t run, RandomRunResult&& played) {
     const std::scoped_lock hold(mutex_);
-    hashes_[life] = lived.hash;
-    result_.figures += lived.figures;
-    SoakFailure failure{options_.first_seed + life, std::move(lived.complaints)};
+    hashes_[run] = played.hash;
+    result_.figures += played.figures;
+    SoakFailure failure{options_.first_seed + run, std::move(played.complaints)};
     const bool failed = !failure.complaints.empty();
     if (failed)
       ++result_.failed;
@@ -76,15 +76,15 @@ class Soak {
 }  // namespace
 
 SoakResult soak(const SoakOptions& options,
-                const std::function<void(uint64_t lived, const SoakFailure& failure)>& progress) {
+                const std::function<void(uint64_t played, const SoakFailure& failure)>& progress) {
   return Soak(options, progress).run();
 }
 
 std::string figuresOf(const SoakResult& result) {
   const RunFigures& figures = result.figures;
   std::string text;
-  addFigureLine(text, "lives", figures.runs);
-  addFigureLine(text, "device-days lived", static_cast<uint64_t>(figures.days));
+  addFigureLine(text, "runs", figures.runs);
+  addFigureLine(text, "device-days", static_cast<uint64_t>(figures.days));
   addFigureLine(text, "steps, each checked", figures.steps);
   addFigureLine(text, "processes", figures.processes);
   for (size_t death = 0; death < kRunEnds; ++death)
@@ -112,7 +112,7 @@ std::string figuresOf(const SoakResult& result) {
   addFigureLine(text, "stored at the end", figures.stored);
   addFigureLine(text, "given up by rule", figures.given_up);
   addFigureLine(text, "not kept yet when a death came", figures.undone);
-  addFigureLine(text, "lives with a complaint", result.failed);
+  addFigureLine(text, "runs with a complaint", result.failed);
   for (const SoakFailure& failure : result.failures) {
     for (const std::string& complaint : failure.complaints)
       text += "  ! seed " + std::to_string(failure.seed) + ": " + complaint + "\n";

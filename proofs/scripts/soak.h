@@ -14,7 +14,7 @@ namespace morvik::proofs {
 struct SoakOptions {
   uint64_t first_seed = 1;
   /// Seeds in a row.
-  uint64_t lives = 100;
+  uint64_t runs = 100;
   double days = 2;
   /// Threads.
   unsigned workers = 2;
@@ -37,14 +37,14 @@ inline constexpr size_t kMaxSoakFailures = 20;
 struct SoakResult {
   RunFigures figures;
   uint64_t hash = 0;                  ///< of all runs, in the order of their seeds
-  uint64_t failed = 0;                ///< lives
+  uint64_t failed = 0;                ///< runs
   std::vector<SoakFailure> failures;  ///< by seed
 };
 
 /// `progress` is told, one call at a time, how many are played, and what the latest one complained of. A run that
 /// throws is named in the std::runtime_error that is thrown then.
 SoakResult soak(const SoakOptions& options,
-                const std::function<void(uint64_t lived, const SoakFailure& failure)>& progress = {});
+                const std::function<void(uint64_t played, const SoakFailure& failure)>& progress = {});
 
 /// The figures, a line each, and the failures.
 std::string figuresOf(const SoakResult& result);

@@ -110,50 +110,49 @@ std::string upgradeRunEvent(size_t number) {
 }
 
 StoreFilesKept storeOfADeviceThatDied() {
-  UpgradeRun life(1);
-  life.start();
-  life.openSession();
-  life.leaveSession();
-  life.goOffline();
-  life.openSession();
+  UpgradeRun run(1);
+  run.start();
+  run.openSession();
+  run.leaveSession();
+  run.goOffline();
+  run.openSession();
   for (size_t number = 0; number < kUpgradeRunEvents / 2; ++number)
-    life.record(upgradeRunEvent(number));
-  life.process().passOpenURL("shop://offer?ck=501&sn=9001&mrvk_eng=1&sub_referral=" + std::string(kUpgradeRunClick));
-  life.pass(2);
-  life.process().passOpenURL("shop://offer?cid=" + std::string(kUpgradeRunCommerceClick));
-  life.pass(2);
-  life.process().setUserId("replaced user");
-  life.process().setUserId(kUpgradeRunUser);
-  life.pass(2);
-  life.stop();
-  life.start();
-  life.addImpression();
+    run.record(upgradeRunEvent(number));
+  run.process().passOpenURL("shop://offer?ck=501&sn=9001&mrvk_eng=1&sub_referral=" + std::string(kUpgradeRunClick));
+  run.pass(2);
+  run.process().passOpenURL("shop://offer?cid=" + std::string(kUpgradeRunCommerceClick));
+  run.pass(2);
+  run.process().setUserId("replaced user");
+  run.process().setUserId(kUpgradeRunUser);
+  run.pass(2);
+  run.stop();
+  run.start();
+  run.addImpression();
   for (size_t number = kUpgradeRunEvents / 2; number < kUpgradeRunEvents; ++number)
-    life.record(upgradeRunEvent(number));
-  life.process().reportUncaughtException(
-      {.reason = kUpgradeRunCrash, .call_stack_symbols = {}, .moment = std::nullopt});
-  life.kill();
-  return life.files();
+    run.record(upgradeRunEvent(number));
+  run.process().reportUncaughtException({.reason = kUpgradeRunCrash, .call_stack_symbols = {}, .moment = std::nullopt});
+  run.kill();
+  return run.files();
 }
 
 UpgradeRunContinued continueUpgradeRun(const StoreFilesKept& files) {
-  UpgradeRun life(2);  // by chance it would not become the same device again
-  life.put(files);
-  life.pass(86'400);
-  life.start();
-  life.result.ledger_found = life.process().ledger();
-  life.openSession();
-  life.record("later event");
-  life.process().passOpenURL("shop://offer?cid=later-commerce-click");  // takes those before it along
-  life.pass(2);
-  life.leaveSession();
-  life.pass(3'600);
-  life.openSession();
-  life.leaveSession();
-  life.result.stored = life.stored();
-  life.result.ledger = life.process().ledger();
-  life.stop();
-  return std::move(life.result);
+  UpgradeRun run(2);  // by chance it would not become the same device again
+  run.put(files);
+  run.pass(86'400);
+  run.start();
+  run.result.ledger_found = run.process().ledger();
+  run.openSession();
+  run.record("later event");
+  run.process().passOpenURL("shop://offer?cid=later-commerce-click");  // takes those before it along
+  run.pass(2);
+  run.leaveSession();
+  run.pass(3'600);
+  run.openSession();
+  run.leaveSession();
+  run.result.stored = run.stored();
+  run.result.ledger = run.process().ledger();
+  run.stop();
+  return std::move(run.result);
 }
 
 }  // namespace morvik::proofs

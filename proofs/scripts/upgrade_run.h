@@ -42,7 +42,7 @@ struct UpgradeRunContinued {
   Ledger ledger;                         ///< at the end
 };
 
-/// Opens them and lives two sessions with a network in good order; records one more event, "later event".
+/// Opens them and plays two sessions with a network in good order; records one more event, "later event".
 UpgradeRunContinued continueUpgradeRun(const StoreFilesKept& files);
 
 }  // namespace morvik::proofs

@@ -47,7 +47,7 @@ WishStore::~WishStore() {
 
 /// Its flag is the one in the file on the disk, except for what this process was told.
 bool WishStore::knowsTheStore() const {
-  return isRead(opening()) || has_come_to_light_;
+  return isRead(opening()) || has_recovered_;
 }
 
 void WishStore::takeReading(const Reading& reading) {
@@ -104,7 +104,7 @@ void WishStore::setForgotten() {
 
 /// Within a commit. This process's own wish and the file's wish take precedence over the recovered flag.
 void WishStore::storeRecovered() {
-  has_come_to_light_ = true;
+  has_recovered_ = true;
   const bool stored = saysForgotten(store_.get(kWishKey));
   const std::scoped_lock hold(mutex_);
   if (!is_told_)

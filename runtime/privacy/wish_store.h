@@ -121,7 +121,7 @@ class WishStore final : public PassingStore {
   MachineWishFile* const file_;
   const services::Logger logger_;
   std::atomic<Doubt> doubt_{Doubt::kNone};
-  std::atomic<bool> has_come_to_light_{false};
+  std::atomic<bool> has_recovered_{false};
   /// The file lacks the latest wish.
   std::atomic<bool> is_behind_{false};
   std::atomic<bool> is_ending_{false};

@@ -97,12 +97,12 @@ class Figures(unittest.TestCase):
         self.assertTrue(os.path.exists(self.path_of_log()))
 
     def test_of_a_run_that_failed_are_printed_and_it_still_fails(self):
-        printed = "  lives with a complaint      1\n  ! seed 7: lost\nsoak_test.cpp:19: Failure\n  Actual: { 0, 182 }\n"
+        printed = "  runs with a complaint      1\n  ! seed 7: lost\nsoak_test.cpp:19: Failure\n  Actual: { 0, 182 }\n"
         done = self.call("test", log=logged(SOAK, printed, "[  FAILED  ]"), status=8)
         self.assertEqual(done.returncode, 1)
         self.assertEqual(
             done.stdout,
-            f"ctest --preset dev\n{HEADING}\n{SOAK}\n  lives with a complaint      1\n  ! seed 7: lost\n",
+            f"ctest --preset dev\n{HEADING}\n{SOAK}\n  runs with a complaint      1\n  ! seed 7: lost\n",
         )
 
     def test_the_tool_says_what_is_wrong(self):

@@ -59,18 +59,18 @@ std::string take(std::string_view name, const char* value, Options& options) {
 }
 
 int tryOne(const Options& options) {
-  const ScriptedRunResult lived = playScriptedRun(runAtPoint(*options.mode, *options.point, options.points.seed));
-  for (const std::string& text : lived.texts)
+  const ScriptedRunResult played = playScriptedRun(runAtPoint(*options.mode, *options.point, options.points.seed));
+  for (const std::string& text : played.texts)
     std::printf("  ! %s\n", text.c_str());
   std::printf("%s %llu: %s\n", nameOf(*options.mode), static_cast<unsigned long long>(*options.point),
-              lived.isFine() ? "nothing was lost" : "something was lost");
-  return lived.isFine() ? 0 : 1;
+              played.isFine() ? "nothing was lost" : "something was lost");
+  return played.isFine() ? 0 : 1;
 }
 
 int tryThem(const CrashPointOptions& options) {
-  const CrashPointResult result = tryCrashPoints(options, [](uint64_t lived, uint64_t of) {
-    if (lived % kProgressEvery == 0)
-      std::fprintf(stderr, "%llu of %llu points\n", static_cast<unsigned long long>(lived),
+  const CrashPointResult result = tryCrashPoints(options, [](uint64_t played, uint64_t of) {
+    if (played % kProgressEvery == 0)
+      std::fprintf(stderr, "%llu of %llu points\n", static_cast<unsigned long long>(played),
                    static_cast<unsigned long long>(of));
   });
   std::fputs(figuresOf(result).c_str(), stdout);

@@ -24,13 +24,13 @@ using namespace morvik::simulation;
 using Clock = std::chrono::steady_clock;
 
 constexpr double kUsualMinutes = 1;
-constexpr uint64_t kMostLives = 10'000'000;
+constexpr uint64_t kMostRuns = 10'000'000;
 constexpr uint64_t kProgressEvery = 100;
 constexpr int kWrongOption = 2;
 
 struct Options {
   double minutes = kUsualMinutes;
-  uint64_t lives = 0;  ///< 0: as many as the time allows
+  uint64_t runs = 0;  ///< 0: as many as the time allows
   bool has_seed = false;
   uint64_t seed = 0;
   double days = 2;
@@ -61,11 +61,11 @@ std::string take(std::string_view name, const char* value, Options& options) {
     options.minutes = *number;
   else if (name == "--days" && is_positive)
     options.days = *number;
-  else if (name == "--lives" && whole && is_positive)
-    options.lives = *whole;
+  else if (name == "--runs" && whole && is_positive)
+    options.runs = *whole;
   else if (name == "--workers" && whole && is_positive)
     options.workers = static_cast<unsigned>(*whole);
-  else if (name == "--seed" || name == "--minutes" || name == "--days" || name == "--lives" || name == "--workers")
+  else if (name == "--seed" || name == "--minutes" || name == "--days" || name == "--runs" || name == "--workers")
     return std::string(name) + " needs a number" + (name == "--seed" ? "" : " above 0") + "; \"" + value + "\" is none";
   else
     return "there is no option " + std::string(name);
@@ -89,7 +89,7 @@ void nameTheSeed(int signal) {
     char digits[32];
     say({digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits)});
   };
-  say("\nThe life with this seed broke an invariant: tools/soak --trace --seed ");
+  say("\nThe run with this seed broke an invariant: tools/soak --trace --seed ");
   sayNumber(living_seed);
   say(" --days ");
   sayNumber(living_days);
@@ -99,15 +99,15 @@ void nameTheSeed(int signal) {
 
 int playOne(const Options& options) {
   living_seed = options.seed;
-  RandomRunOptions life{.seed = options.seed, .days = options.days};
+  RandomRunOptions run{.seed = options.seed, .days = options.days};
   if (options.trace)
-    life.trace = [](std::string_view line) { std::printf("%.*s\n", static_cast<int>(line.size()), line.data()); };
-  const RandomRunResult lived = playRandomRun(life);
-  for (const std::string& complaint : lived.complaints)
+    run.trace = [](std::string_view line) { std::printf("%.*s\n", static_cast<int>(line.size()), line.data()); };
+  const RandomRunResult played = playRandomRun(run);
+  for (const std::string& complaint : played.complaints)
     std::printf("  ! %s\n", complaint.c_str());
   std::printf("seed %llu: %s; hash %016llx\n", static_cast<unsigned long long>(options.seed),
-              lived.complaints.empty() ? "no complaint" : "complaints", static_cast<unsigned long long>(lived.hash));
-  if (lived.complaints.empty())
+              played.complaints.empty() ? "no complaint" : "complaints", static_cast<unsigned long long>(played.hash));
+  if (played.complaints.empty())
     return 0;
   printReplay(options.seed, options.days);
   return 1;
@@ -117,21 +117,21 @@ int playMany(const Options& options) {
   // Far apart, so that runs started a minute later get other seeds.
   const auto time = static_cast<uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
   SoakOptions many{.first_seed = options.has_seed ? options.seed : time / 1000 % 1'000'000'000'000,
-                   .lives = options.lives != 0 ? options.lives : kMostLives,
+                   .runs = options.runs != 0 ? options.runs : kMostRuns,
                    .days = options.days,
                    .workers = options.workers};
   many.begins = [](uint64_t seed) { living_seed = seed; };
   const auto begun = Clock::now();
-  if (options.lives == 0) {
+  if (options.runs == 0) {
     const auto limit = std::chrono::duration<double, std::ratio<60>>(options.minutes);
     many.goes_on = [begun, limit] { return Clock::now() - begun < limit; };
   }
-  const SoakResult result = soak(many, [&](uint64_t lived, const SoakFailure& failure) {
+  const SoakResult result = soak(many, [&](uint64_t played, const SoakFailure& failure) {
     for (const std::string& complaint : failure.complaints)
       std::fprintf(stderr, "seed %llu: %s\n", static_cast<unsigned long long>(failure.seed), complaint.c_str());
-    if (lived % kProgressEvery == 0) {
+    if (played % kProgressEvery == 0) {
       const auto seconds = std::chrono::duration<double>(Clock::now() - begun).count();
-      std::fprintf(stderr, "%llu lives, %.0f s\n", static_cast<unsigned long long>(lived), seconds);
+      std::fprintf(stderr, "%llu runs, %.0f s\n", static_cast<unsigned long long>(played), seconds);
     }
   });
   std::fputs(figuresOf(result).c_str(), stdout);
@@ -157,14 +157,14 @@ int main(int argc, char** argv) {
       return kWrongOption;
     }
   }
-  if (options.trace && (!options.has_seed || options.lives != 0)) {
-    std::fputs("tools/soak: --trace needs --seed, and no --lives, to say which life.\n", stderr);
+  if (options.trace && (!options.has_seed || options.runs != 0)) {
+    std::fputs("tools/soak: --trace needs --seed, and no --runs, to say which run.\n", stderr);
     return kWrongOption;
   }
   living_days = options.days;
   std::signal(SIGABRT, nameTheSeed);
   try {
-    return options.has_seed && options.lives == 0 ? playOne(options) : playMany(options);
+    return options.has_seed && options.runs == 0 ? playOne(options) : playMany(options);
   } catch (const std::exception& exception) {
     std::fprintf(stderr, "tools/soak: %s\n", exception.what());
     return 1;

@@ -310,7 +310,7 @@ class BacklogBehindFullConnections : public BacklogOfADevice {
   }
 };
 
-TEST_F(BacklogBehindFullConnections, ABatchOfTheSeriesThatIsHeldIsMadeAnewWithoutTheEndOfAKeptSession) {
+TEST_F(BacklogBehindFullConnections, ABatchOfTheSeriesThatIsHeldIsMadeAgainWithoutTheEndOfAKeptSession) {
   // Two of the five leave three and the "end", as many as may follow: the batch that is held leaves nothing behind.
   keepSessionWith(5);
   tracking().then(fakes::Answer::body(413, "")).then(slowAcceptance());

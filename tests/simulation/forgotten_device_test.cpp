@@ -243,7 +243,7 @@ TEST_F(ForgottenDevice, IsKeptInMemoryAloneWhereNeitherFileNorStoreTakesTheWish)
   EXPECT_EQ(phone_->gdprForgetMe(true), Recorded::kKept);
 }
 
-TEST_F(ForgottenDevice, ChangesTheFileBesideANewerStoreAndNotTheStore) {
+TEST_F(ForgottenDevice, ChangesTheFileNextToANewerStoreAndNotTheStore) {
   start();
   live();
   die();
@@ -289,7 +289,7 @@ TEST_F(ForgottenDevice, CountsAsForgottenWhereTheFileSaysNothingUntilTheAppAsksT
   EXPECT_GT(leaks(), 0U);
 }
 
-TEST_F(ForgottenDevice, TakesAWishThatTheServiceHadAcceptedAnewWhereTheFileSaysNothing) {
+TEST_F(ForgottenDevice, TakesAWishThatTheServiceHadAcceptedAgainWhereTheFileSaysNothing) {
   start();
   live();
   wish(true);

@@ -574,7 +574,7 @@ TEST_F(LateDevice, SaysWhyItIsNotFlushedWhileUnavailable) {
   EXPECT_EQ(flushed_->reason, FlushReason::kNotAttributed);
 }
 
-TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsBesideIt) {
+TEST_F(LateDevice, KeepsTheCrashReportsOfItsFileWhileAnotherWaitsNextToIt) {
   start();
   crash("fendo of the file");
   restartUnavailable();

@@ -91,7 +91,7 @@ TEST(Sending, OffIsAtOnceForCallsThatFollow) {
   EXPECT_THAT(device.network().requests(), SizeIs(before));
 }
 
-TEST(Sending, OffEndsABatchThatTheSameTurnHasBegunAndOnMakesItAnew) {
+TEST(Sending, OffEndsABatchThatTheSameTurnHasBegunAndOnMakesItAgain) {
   AttributedDevice device;
   device.advance(minutes(2));
   const size_t before = batches(device);

@@ -63,7 +63,7 @@ class ToldApp : public ::testing::Test {
     ADD_FAILURE() << "unknown kind " << kind;
     return 0;
   }
-  std::vector<std::string> linesOfTheHost() {
+  std::vector<std::string> logLinesOfTheKit() {
     std::vector<std::string> lines;
     for (const std::string& message : device().log().messages()) {
       if (message.starts_with("Morvik host: "))
@@ -424,7 +424,7 @@ TEST_F(ToldApp, ReadsTheKitsLifeInAFewLines) {
   device().kit().stop();
   device().kit().stop();
   const std::string folder = options_.app.store_folder;
-  EXPECT_THAT(linesOfTheHost(),
+  EXPECT_THAT(logLinesOfTheKit(),
               ElementsAre("version " + std::string(kVersion) + " started on the store folder " + folder,
                           "a session started",                 //
                           "a batch of 2 activities was sent",  //
@@ -444,11 +444,11 @@ TEST_F(ToldApp, ReadsNothingOfThatBelowLevel4NorOfRetriesInIt) {
   device().network().on(kConversion).always(Answer::body(500, ""));
   device().open();
   device().advance(seconds(600));
-  EXPECT_EQ(linesOfTheHost().size(), 2U) << "the start and a session; no line for the ten failed conversions";
+  EXPECT_EQ(logLinesOfTheKit().size(), 2U) << "the start and a session; no line for the ten failed conversions";
   device().kit().setLogLevel(3);
   device().leave();
   device().kit().stop();
-  EXPECT_EQ(linesOfTheHost().size(), 2U);
+  EXPECT_EQ(logLinesOfTheKit().size(), 2U);
 }
 
 TEST_F(ToldApp, ReadsOfNoSessionWhileTheUserIsForgotten) {
@@ -459,7 +459,7 @@ TEST_F(ToldApp, ReadsOfNoSessionWhileTheUserIsForgotten) {
   device().log().clear();
   device().open();
   device().leave();
-  EXPECT_THAT(linesOfTheHost(), IsEmpty());
+  EXPECT_THAT(logLinesOfTheKit(), IsEmpty());
   EXPECT_FALSE(device().kit().status().is_session_open);
 }
 

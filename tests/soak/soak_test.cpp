@@ -13,7 +13,7 @@ using ::testing::Each;
 using ::testing::Gt;
 
 TEST(Soak, OfAFixedSetOfSeedsGivesNobodyReasonToComplain) {
-  const proofs::SoakResult result = proofs::soak({.first_seed = 1, .lives = 4000, .workers = 2});
+  const proofs::SoakResult result = proofs::soak({.first_seed = 1, .runs = 4000, .workers = 2});
   std::cout << proofs::figuresOf(result);
   EXPECT_EQ(result.failed, 0U);
   EXPECT_EQ(result.figures.runs, 4000U);

@@ -7,9 +7,9 @@ namespace {
 
 TEST(FigureLine, HasItsNumberInAColumnOrBehindALongText) {
   std::string text;
-  addFigureLine(text, "lives", 12);
+  addFigureLine(text, "runs", 12);
   addFigureLine(text, std::string(50, 'x'), 3);
-  EXPECT_EQ(text, "  lives" + std::string(37, ' ') + "12\n  " + std::string(50, 'x') + " 3\n");
+  EXPECT_EQ(text, "  runs" + std::string(38, ' ') + "12\n  " + std::string(50, 'x') + " 3\n");
 }
 
 }  // namespace

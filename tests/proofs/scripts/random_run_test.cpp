@@ -21,9 +21,9 @@ constexpr uint64_t kSeedsToAnyOccasion = 60;
 TEST(RandomRun, GivesNobodyReasonToComplain) {
   RunFigures figures;
   for (uint64_t seed = 1; seed <= 12; ++seed) {
-    const RandomRunResult lived = playRandomRun({.seed = seed, .days = 1});
-    EXPECT_THAT(lived.complaints, IsEmpty()) << "seed " << seed;
-    figures += lived.figures;
+    const RandomRunResult played = playRandomRun({.seed = seed, .days = 1});
+    EXPECT_THAT(played.complaints, IsEmpty()) << "seed " << seed;
+    figures += played.figures;
   }
   EXPECT_EQ(figures.runs, 12U);
   EXPECT_GE(figures.days, 12);
@@ -67,12 +67,12 @@ TEST(RandomRun, KeepsNoMoreComplaintsThanAnybodyReads) {
     if (line.find(" ! ") != std::string_view::npos)
       ++complained;
   };
-  RandomRunResult lived;
+  RandomRunResult played;
   while (complained <= kMaxRunComplaints && options.seed < kSeedsToAnyOccasion) {
     complained = 0;
     ++options.seed;
-    lived = playRandomRun(options);
-    EXPECT_EQ(lived.complaints.size(), std::min(complained, kMaxRunComplaints));
+    played = playRandomRun(options);
+    EXPECT_EQ(played.complaints.size(), std::min(complained, kMaxRunComplaints));
   }
   EXPECT_GT(complained, kMaxRunComplaints);
 }
@@ -90,12 +90,12 @@ class BrokenRun : public ::testing::TestWithParam<Found> {};
 TEST_P(BrokenRun, IsFoundOut) {
   std::vector<std::string> others;
   for (uint64_t seed = 1; seed <= kSeedsToAnyOccasion; ++seed) {
-    const RandomRunResult lived = playRandomRun({.seed = seed, .days = 2, .sabotage = GetParam().sabotage});
-    const bool is_found = std::any_of(lived.complaints.begin(), lived.complaints.end(),
+    const RandomRunResult played = playRandomRun({.seed = seed, .days = 2, .sabotage = GetParam().sabotage});
+    const bool is_found = std::any_of(played.complaints.begin(), played.complaints.end(),
                                       [](const std::string& each) { return each.starts_with(GetParam().by); });
     if (is_found)
       return;
-    others.insert(others.end(), lived.complaints.begin(), lived.complaints.end());
+    others.insert(others.end(), played.complaints.begin(), played.complaints.end());
   }
   ADD_FAILURE() << "nobody noticed; complaints of others: " << ::testing::PrintToString(others);
 }

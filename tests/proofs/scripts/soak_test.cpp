@@ -15,7 +15,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 TEST(Soak, IsTheSameOnAnyNumberOfThreads) {
-  const SoakOptions alone{.first_seed = 3, .lives = 6, .days = 0.5, .workers = 1};
+  const SoakOptions alone{.first_seed = 3, .runs = 6, .days = 0.5, .workers = 1};
   SoakOptions several = alone;
   several.workers = 3;
   const SoakResult one = soak(alone);
@@ -25,24 +25,24 @@ TEST(Soak, IsTheSameOnAnyNumberOfThreads) {
 }
 
 TEST(Soak, TellsHowManyAreLived) {
-  std::vector<uint64_t> lived;
-  soak({.first_seed = 1, .lives = 3, .days = 0.1, .workers = 1}, [&lived](uint64_t count, const SoakFailure& failure) {
-    lived.push_back(count);
+  std::vector<uint64_t> played;
+  soak({.first_seed = 1, .runs = 3, .days = 0.1, .workers = 1}, [&played](uint64_t count, const SoakFailure& failure) {
+    played.push_back(count);
     EXPECT_THAT(failure.complaints, IsEmpty());
   });
-  EXPECT_THAT(lived, ElementsAre(1, 2, 3));
+  EXPECT_THAT(played, ElementsAre(1, 2, 3));
 }
 
 TEST(Soak, BeginsNoMoreLivesThanItIsLet) {
   int asked = 0;
   const SoakResult result =
-      soak({.first_seed = 1, .lives = 100, .days = 0.1, .workers = 1, .goes_on = [&asked] { return ++asked <= 2; }});
+      soak({.first_seed = 1, .runs = 100, .days = 0.1, .workers = 1, .goes_on = [&asked] { return ++asked <= 2; }});
   EXPECT_EQ(result.figures.runs, 2U);
 }
 
-TEST(Soak, NamesEachSeedBeforeItsLife) {
+TEST(Soak, NamesEachSeedBeforeItsRun) {
   std::vector<uint64_t> seeds;
-  SoakOptions options{.first_seed = 40, .lives = 3, .days = 0.01, .workers = 1};
+  SoakOptions options{.first_seed = 40, .runs = 3, .days = 0.01, .workers = 1};
   options.begins = [&seeds](uint64_t seed) { seeds.push_back(seed); };
   soak(options);
   EXPECT_THAT(seeds, ElementsAre(40, 41, 42));
@@ -50,7 +50,7 @@ TEST(Soak, NamesEachSeedBeforeItsLife) {
 
 TEST(Soak, KeepsTheFirstFailuresAloneAndCountsThemAll) {
   std::vector<uint64_t> told;
-  SoakOptions options{.first_seed = 40, .lives = kMaxSoakFailures + 4, .days = 0.01, .workers = 2};
+  SoakOptions options{.first_seed = 40, .runs = kMaxSoakFailures + 4, .days = 0.01, .workers = 2};
   options.sabotage = Sabotage::kSaysStrangeThings;
   const SoakResult result = soak(options, [&told](uint64_t, const SoakFailure& failure) {
     if (!failure.complaints.empty())
@@ -66,14 +66,14 @@ TEST(Soak, KeepsTheFirstFailuresAloneAndCountsThemAll) {
   EXPECT_EQ(kept, told);
 }
 
-TEST(Soak, NamesTheSeedOfALifeThatThrew) {
-  SoakOptions options{.first_seed = 40, .lives = 3, .days = 0.01, .workers = 1};
+TEST(Soak, NamesTheSeedOfARunThatThrew) {
+  SoakOptions options{.first_seed = 40, .runs = 3, .days = 0.01, .workers = 1};
   options.begins = [](uint64_t seed) {
     if (seed == 41)
-      throw std::runtime_error("no more lives");
+      throw std::runtime_error("no more runs");
   };
   EXPECT_THAT([&] { soak(options); },
-              ::testing::ThrowsMessage<std::runtime_error>("the life with seed 41 threw: no more lives"));
+              ::testing::ThrowsMessage<std::runtime_error>("the run with seed 41 threw: no more runs"));
 }
 
 TEST(Soak, PrintsItsFiguresAndTheSeedsOfItsFailures) {
@@ -82,7 +82,7 @@ TEST(Soak, PrintsItsFiguresAndTheSeedsOfItsFailures) {
   result.failed = 1;
   result.failures = {{.seed = 77, .complaints = {"a checker: what it saw"}}};
   const std::string text = figuresOf(result);
-  EXPECT_THAT(text, HasSubstr("  lives                                     12\n"));
+  EXPECT_THAT(text, HasSubstr("  runs                                      12\n"));
   EXPECT_THAT(text, HasSubstr("  ! seed 77: a checker: what it saw\n"));
 }
 

@@ -71,18 +71,18 @@ std::vector<std::string> allEvents() {
   return all;
 }
 
-void expectAllArrived(const UpgradeRunContinued& life) {
-  EXPECT_THAT(life.store_lines, IsEmpty());
-  EXPECT_EQ(life.events, allEvents());
+void expectAllArrived(const UpgradeRunContinued& run) {
+  EXPECT_THAT(run.store_lines, IsEmpty());
+  EXPECT_EQ(run.events, allEvents());
   for (const char* kept :
        {kUpgradeRunImpression, kUpgradeRunClick, kUpgradeRunCommerceClick, kUpgradeRunCrash, kUpgradeRunUser}) {
-    EXPECT_THAT(life.arrived, HasSubstr(kept));
+    EXPECT_THAT(run.arrived, HasSubstr(kept));
   }
   for (const char* delivered :
        {"kept event", "later event", kUpgradeRunImpression, kUpgradeRunCrash, kUpgradeRunCommerceClick}) {
-    EXPECT_THAT(life.stored, Not(HasSubstr(delivered)));
+    EXPECT_THAT(run.stored, Not(HasSubstr(delivered)));
   }
-  EXPECT_EQ(life.installs, 0U) << "the device is known already";
+  EXPECT_EQ(run.installs, 0U) << "the device is known already";
 }
 
 /// What the next process finds is counted, each once, and nothing else is.
@@ -129,18 +129,18 @@ void expectGoneOnWith(const Ledger& found, const Ledger& end) {
 TEST(UpgradeRun, OfToday) {
   const StoreFilesKept files = storeOfADeviceThatDied();
   EXPECT_THAT(files, SizeIs(3)) << "the file, its log, and the file of the wish to be forgotten";
-  const UpgradeRunContinued life = continueUpgradeRun(files);
-  expectAllArrived(life);
-  expectCountedFromTheBeginning(life.ledger_found);
-  expectGoneOnWith(life.ledger_found, life.ledger);
+  const UpgradeRunContinued run = continueUpgradeRun(files);
+  expectAllArrived(run);
+  expectCountedFromTheBeginning(run.ledger_found);
+  expectGoneOnWith(run.ledger_found, run.ledger);
 }
 
 TEST(UpgradeRun, WhoseFilesAreLostIsAnotherDevice) {
-  const UpgradeRunContinued life = continueUpgradeRun({});
-  EXPECT_EQ(life.events, std::vector<std::string>{"later event"});
-  EXPECT_EQ(life.installs, 1U);
-  EXPECT_NE(life.install_id, kGoldenInstallId);
-  EXPECT_EQ(life.ledger_found.of("activities").recorded, 0U);
+  const UpgradeRunContinued run = continueUpgradeRun({});
+  EXPECT_EQ(run.events, std::vector<std::string>{"later event"});
+  EXPECT_EQ(run.installs, 1U);
+  EXPECT_NE(run.install_id, kGoldenInstallId);
+  EXPECT_EQ(run.ledger_found.of("activities").recorded, 0U);
 }
 
 class EarlierStore : public ::testing::TestWithParam<KeptStore> {};
@@ -148,15 +148,15 @@ class EarlierStore : public ::testing::TestWithParam<KeptStore> {};
 TEST_P(EarlierStore, GoesOnAsTheSameDeviceWithAllItHeldAndCounted) {
   const StoreFilesKept files = goldenFiles(GetParam().folder);
   ASSERT_THAT(files, SizeIs(2));
-  const UpgradeRunContinued life = continueUpgradeRun(files);
-  expectAllArrived(life);
-  EXPECT_EQ(life.install_id, kGoldenInstallId);
+  const UpgradeRunContinued run = continueUpgradeRun(files);
+  expectAllArrived(run);
+  EXPECT_EQ(run.install_id, kGoldenInstallId);
   if (GetParam().has_ledger) {
-    expectCountedFromTheBeginning(life.ledger_found);
+    expectCountedFromTheBeginning(run.ledger_found);
   } else {
-    expectCountedFromNowOn(life.ledger_found);
+    expectCountedFromNowOn(run.ledger_found);
   }
-  expectGoneOnWith(life.ledger_found, life.ledger);
+  expectGoneOnWith(run.ledger_found, run.ledger);
 }
 
 TEST_P(EarlierStore, IsWhatItsNameSays) {
