@@ -30,7 +30,7 @@ constexpr const char* kReason = "reason";
 constexpr std::array<std::string_view, 6> kOutcomes = {"accepted", "not accepted", "failed",
                                                        "not sent", "abandoned",    "answer unknown"};
 constexpr std::string_view kAccepted = kOutcomes[0];
-constexpr const char* kUnderWay = "under way";
+constexpr const char* kNotAnswered = "under way";
 
 constexpr size_t kMarkBytes = 8;
 constexpr int64_t kMaxStatus = 999;
@@ -120,7 +120,7 @@ Explanation::Exchange exchangeOf(const kit::Value& begin, const kit::Value& end)
   exchange.endpoint = services::kTrackingPath;
   exchange.left = timeIn(end[kLeft]);
   exchange.ended = timeIn(end[kEnded]);
-  exchange.outcome = end.isAbsent() ? kUnderWay : std::string(end[kOutcome].string());
+  exchange.outcome = end.isAbsent() ? kNotAnswered : std::string(end[kOutcome].string());
   exchange.http_status = static_cast<int>(end[kStatus].integer());
   exchange.error = end[kError].string();
   return exchange;
@@ -153,7 +153,7 @@ std::string sentenceOf(const Explanation::Exchange& exchange) {
 }
 
 bool isUnderWay(const Explanation& explanation) {
-  return !explanation.exchanges.empty() && explanation.exchanges.back().outcome == kUnderWay;
+  return !explanation.exchanges.empty() && explanation.exchanges.back().outcome == kNotAnswered;
 }
 
 std::string pendingText(const Explanation& explanation) {

@@ -193,7 +193,15 @@ class Verbs(DeviceTest):
         started = time.monotonic()
         self.assertEqual(device.do("wait 0.3"), {"verb": "wait", "ok": True})
         self.assertGreaterEqual(time.monotonic() - started, 0.3)
-        self.assertIn("didSaveConversionKey:subReferralKey:", [c["callback"] for c in device.callbacks])
+        self.wait_until(device, "didSaveConversionKey:subReferralKey:")
+
+    def wait_until(self, device, callback):
+        """Lets time pass until the app was called back: nothing else runs the main queue meanwhile."""
+        for _ in range(200):
+            if callback in [c["callback"] for c in device.callbacks]:
+                return
+            self.do(device, "wait 0.3")
+        self.fail(f"{callback} does not come")
 
     def test_clock_moves_the_wall_clock_for_this_process(self):
         device = self.device()
