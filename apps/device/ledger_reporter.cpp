@@ -88,7 +88,7 @@ void LedgerReporter::tell(const morvik::Ledger& ledger) {
   if (answered.wait_for(patience) == std::future_status::ready)
     failure = failureOf(answered.get());
   if (failure)
-    return complain("the ledger could not be told to " + url_ + ": " + *failure);
+    return complain("the ledger could not be reported to " + url_ + ": " + *failure);
   last_told_ = std::move(body);
   last_complaint_.clear();
 }

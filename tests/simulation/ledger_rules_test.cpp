@@ -676,7 +676,7 @@ TEST_F(LateStore, BringsTheCountsOfEarlierProcessesAndIsAddedTo) {
   wait(1);
   EXPECT_TRUE(phone->ledger().isSound());
   showDisk();
-  record("in the light");
+  record("once recovered");
   for (const bool is_next_process : {false, true}) {
     if (is_next_process)
       restart();
@@ -708,7 +708,7 @@ TEST_F(LateStore, IsInTheLedgerWithTheVeryCommitThatTakesItOver) {
     wait(1);
     disk.decide({});
     disk.cutAt(disk.changes() + 1 + cuts);
-    record("in the light");
+    record("once recovered");
     wait(2);
     is_cut = disk.isCut();
     restart();
@@ -739,7 +739,7 @@ TEST_F(LateStore, LetsNoAnswerDeleteWhatABatchOfAnEarlierProcessCarried) {
   phone->pushTracking();
   wait(1);
   showDisk();
-  record("in the light");
+  record("once recovered");
   wait(20);
   EXPECT_TRUE(phone->ledger().isSound());
   EXPECT_EQ(of("activities").delivered, 1U);

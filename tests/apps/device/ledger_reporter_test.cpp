@@ -66,8 +66,9 @@ TEST_F(LedgerReporterTest, TriesAgainWhatCouldNotBeToldAndComplainsOnce) {
   reporter.tell(ledger(1));
   reporter.tell(ledger(1));
   EXPECT_EQ(transport.requests.size(), 2u);
-  EXPECT_THAT(complaints, ElementsAre("the ledger could not be told to https://service.example/inspect/ledger: there "
-                                      "is no way to it"));
+  EXPECT_THAT(complaints,
+              ElementsAre("the ledger could not be reported to https://service.example/inspect/ledger: there "
+                          "is no way to it"));
   transport.outcome = {kit::Response{200, "", "{}"}, std::nullopt};
   reporter.tell(ledger(1));
   transport.outcome = {std::nullopt, kit::Error{"there is no way to it"}};
@@ -89,7 +90,7 @@ TEST_F(LedgerReporterTest, TakesAComplaintThatTellsAnotherDurationForTheSame) {
 TEST_F(LedgerReporterTest, ShowsTheBeginningOfARefusalInOneLine) {
   transport.outcome = {kit::Response{403, "", "not\nyou" + std::string(1000, '.')}, std::nullopt};
   reporter.tell(ledger(1));
-  EXPECT_THAT(complaints, ElementsAre("the ledger could not be told to https://service.example/inspect/ledger: it "
+  EXPECT_THAT(complaints, ElementsAre("the ledger could not be reported to https://service.example/inspect/ledger: it "
                                       "answered 403 not\\x0ayou" +
                                       std::string(293, '.')));
 }

@@ -313,7 +313,7 @@ TEST_F(Program, TellsNoLedgerWhileSendingIsOff) {
 TEST_F(Program, GoesOnWhenItsLedgerCannotBeToldAndSaysSoOnce) {
   EXPECT_EQ(run("event shop look\nevent shop look\n", {"--report-ledger"}), 0);
   EXPECT_EQ(output_.size(), 2u);
-  EXPECT_THAT(errors_, StartsWith("morvik-device: the ledger could not be told to "
+  EXPECT_THAT(errors_, StartsWith("morvik-device: the ledger could not be reported to "
                                   "https://127.0.0.1:1/inspect/ledger: "));
   EXPECT_EQ(std::count(errors_.begin(), errors_.end(), '\n'), 1) << errors_;
 }
