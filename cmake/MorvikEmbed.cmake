@@ -1,7 +1,7 @@
 # Embeds text files in a program. Included, it defines morvik_embed; run with cmake -P, it writes the source.
 
-# morvik_embed(TARGET FOLDER HEADER ELEMENT FUNCTION): every file of FOLDER, as elements {name, content} of the span that
-# FUNCTION returns; HEADER declares both. The next build includes changed files.
+# morvik_embed(TARGET FOLDER HEADER ELEMENT FUNCTION): every file of FOLDER, as elements {name, content} of the span
+# that FUNCTION returns; HEADER declares both. The next build includes changed files.
 function(morvik_embed target folder header element function)
   file(GLOB files CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*")
   set(source "${CMAKE_CURRENT_BINARY_DIR}/${function}.cpp")

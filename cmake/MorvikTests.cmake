@@ -1,7 +1,8 @@
 # Every test is known to ctest by its own name and has its group as label.
 
-# morvik_test_group(NAME FOLDER folder LIBRARIES library... [LABELS label...] [TIMEOUT seconds] [THREADS count]): all .cpp
-# files of the folder become test_NAME. THREADS: how many threads each test keeps busy, while ctest runs nothing else.
+# morvik_test_group(NAME FOLDER folder LIBRARIES library... [LABELS label...] [TIMEOUT seconds] [THREADS count]): all
+# .cpp files of the folder become test_NAME. THREADS: how many threads each test keeps busy, while ctest runs nothing
+# else.
 function(morvik_test_group name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER;TIMEOUT;THREADS" "LIBRARIES;LABELS")
   if(NOT arg_TIMEOUT)
@@ -32,7 +33,9 @@ function(morvik_test_group name)
   if(arg_LABELS)
     set(more_labels "${CMAKE_CURRENT_BINARY_DIR}/test_${name}_labels.cmake")
     file(WRITE "${more_labels}"
-         "if(test_${name}_TESTS)\n  set_tests_properties(\${test_${name}_TESTS} PROPERTIES LABELS \"${name};${arg_LABELS}\")\nendif()\n")
+         "if(test_${name}_TESTS)\n"
+         "  set_tests_properties(\${test_${name}_TESTS} PROPERTIES LABELS \"${name};${arg_LABELS}\")\n"
+         "endif()\n")
     set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${more_labels}")
   endif()
 endfunction()

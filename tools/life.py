@@ -179,7 +179,8 @@ def show_ledger(ledger, screen):
     """The device's own account, by kind."""
     columns = ("recorded", "delivered", "stored", "under_way", "given_up")
     screen.write()
-    screen.write("    " + f"{'the device itself says':<24}" + "".join(f"{name.replace('_', ' '):>11}" for name in columns))
+    headings = "".join(f"{name.replace('_', ' '):>11}" for name in columns)
+    screen.write("    " + f"{'the device itself says':<24}" + headings)
     for account in ledger["accounts"]:
         screen.write("    " + f"{account['kind']:<24}" + "".join(f"{account[name]:>11}" for name in columns))
     for each in ledger["given_up"]:
@@ -376,7 +377,8 @@ class Life:
 
     def start_device(self):
         started = time.monotonic()
-        self.device = stage.Device(self.build_dir, self._arguments, on_callback=self._callback, on_log=self._device_wrote)
+        self.device = stage.Device(self.build_dir, self._arguments, on_callback=self._callback,
+                                   on_log=self._device_wrote)
         self.device.store()
         self.screen.device(f"the app starts ({(time.monotonic() - started) * 1000:.0f} ms)")
 
@@ -631,7 +633,8 @@ class Life:
         self.become_active("again", kept=False)
         self.settle()
         self.screen.step("The campaign schedule is fetched once, and played again where it is unchanged")
-        self.expect(len(self.schedules()) == len(before) + 1 and len({json.dumps(one) for one in self.schedules()}) == 1,
+        schedules = self.schedules()
+        self.expect(len(schedules) == len(before) + 1 and len({json.dumps(one) for one in schedules}) == 1,
                     "the module has it again, and it is the same")
 
     def schedules(self):
@@ -641,7 +644,8 @@ class Life:
         self.screen.step("The app crashes in the kit, and the next process reports it")
         self.die(OUR_CRASH)
         self.start_device()
-        self.expect([OUR_CRASH in crash["exception_reason"] for crash in self.stored("MorvikCoreUserInfo_Crash")] == [True],
+        crashes = self.stored("MorvikCoreUserInfo_Crash")
+        self.expect([OUR_CRASH in crash["exception_reason"] for crash in crashes] == [True],
                     "the report was stored by the process that died")
         self.become_active("after the crash", kept=False)
         self.settle()

@@ -17,7 +17,15 @@ export const kPhone = { width: 390, height: 844 };
 
 const kKeys = "app-key=demo-app\nhash-key=demo-hash-key\ntracking-key=demo-tracking-key\n";
 // Turns off what Chromium would otherwise contact on its own.
-const kQuiet = ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking", "--disable-component-update", "--disable-sync"];
+const kQuiet = [
+  "--no-sandbox",
+  "--disable-gpu",
+  "--disable-quic",
+  "--no-first-run",
+  "--disable-background-networking",
+  "--disable-component-update",
+  "--disable-sync",
+];
 
 export const program = (name) => path.join(kBuildDir, "bin", name);
 export const screenshots = path.join(kBuildDir, "screenshots");
@@ -57,13 +65,15 @@ export class Stage {
   }
 
   async startService() {
-    const child = this.#start("morvik-service", ["--store", this.file("service"), "--make-cert", this.file("tls"), "--keys", this.file("keys"), "--quiet"]);
+    const folders = ["--store", this.file("service"), "--make-cert", this.file("tls"), "--keys", this.file("keys")];
+    const child = this.#start("morvik-service", [...folders, "--quiet"]);
     this.url = (await new Lines(child.stdout).next()).listening;
   }
 
   // A device that runs one verb after the other.
   startDevice(name = "device", ...more) {
-    const child = this.#start("morvik-device", ["--store", this.file(name), "--keys", this.file("keys"), "--service", this.url, "--ca", this.file("tls/ca.pem"), ...more]);
+    const files = ["--store", this.file(name), "--keys", this.file("keys"), "--ca", this.file("tls/ca.pem")];
+    const child = this.#start("morvik-device", [...files, "--service", this.url, ...more]);
     const lines = new Lines(child.stdout);
     return {
       // The verb's answer; lines from delegates may come before it.
@@ -85,20 +95,32 @@ export class Stage {
   // clean page never has.
   async openBrowser(viewport = kDesktop, colorScheme = "light") {
     const certificate = new X509Certificate(readFileSync(this.file("tls/cert.pem")));
-    const key = createHash("sha256").update(certificate.publicKey.export({ type: "spki", format: "der" })).digest("base64");
+    const publicKey = certificate.publicKey.export({ type: "spki", format: "der" });
+    const key = createHash("sha256").update(publicKey).digest("base64");
     this.context = await chromium.launchPersistentContext(this.file("profile"), {
-      executablePath: process.env.MORVIK_CHROMIUM ?? "/usr/bin/chromium", headless: true, viewport, colorScheme, timeout: kPatience,
+      executablePath: process.env.MORVIK_CHROMIUM ?? "/usr/bin/chromium",
+      headless: true,
+      viewport,
+      colorScheme,
+      timeout: kPatience,
       args: [...kQuiet, `--ignore-certificate-errors-spki-list=${key}`],
     });
     this.context.setDefaultTimeout(kPatience);
     const page = this.context.pages()[0] ?? (await this.context.newPage());
     const troubles = [];
-    page.on("console", (message) => ["error", "warning"].includes(message.type()) && troubles.push(`console: ${message.text()}`));
+    page.on("console", (message) => {
+      if (["error", "warning"].includes(message.type())) troubles.push(`console: ${message.text()}`);
+    });
     page.on("pageerror", (error) => troubles.push(`page: ${error.message}`));
     // Leaving a page ends its stream.
-    const isEndedStream = (request) => request.url().includes("/inspect/stream") && request.failure()?.errorText === "net::ERR_ABORTED";
-    page.on("requestfailed", (request) => isEndedStream(request) || troubles.push(`request: ${request.url()} ${request.failure()?.errorText}`));
-    page.on("response", (response) => response.status() >= 400 && troubles.push(`answer: ${response.url()} ${response.status()}`));
+    const isEndedStream = (request) =>
+      request.url().includes("/inspect/stream") && request.failure()?.errorText === "net::ERR_ABORTED";
+    page.on("requestfailed", (request) => {
+      if (!isEndedStream(request)) troubles.push(`request: ${request.url()} ${request.failure()?.errorText}`);
+    });
+    page.on("response", (response) => {
+      if (response.status() >= 400) troubles.push(`answer: ${response.url()} ${response.status()}`);
+    });
     return { page, troubles };
   }
 

@@ -37,7 +37,8 @@ class CompletionInBash(unittest.TestCase):
         """What bash offers for the last word, as readline would hand the words over."""
         name = words[0]
         function = "_" + name.replace("-", "_")
-        script = (f"source {shlex.quote(os.path.join(BUILD, 'completions', 'bash', name))} && complete -p {name} >&2 && "
+        completion = shlex.quote(os.path.join(BUILD, "completions", "bash", name))
+        script = (f"source {completion} && complete -p {name} >&2 && "
                   f"COMP_WORDS=({shlex.join(words)}) COMP_CWORD={len(words) - 1} && {function} && "
                   'if ((${#COMPREPLY[@]})); then printf "%s\\n" "${COMPREPLY[@]}"; fi')
         done = subprocess.run(["bash", "--norc", "-u", "-c", script], cwd=self.folder, capture_output=True, text=True,
@@ -204,7 +205,8 @@ bindkey '^X' complete-and-exit
 
     def test_paths_are_completed(self):
         self.assertEqual(self.complete("morvik-device simulate story")[1], "morvik-device simulate story.yaml ")
-        self.assertEqual(self.complete("morvik-device run --store=s")[1], "morvik-device run --store=store\\ of\\ mine/")
+        self.assertEqual(self.complete("morvik-device run --store=s")[1],
+                         "morvik-device run --store=store\\ of\\ mine/")
         self.assertEqual(self.complete("morvik-device inspect s")[1], "morvik-device inspect store\\ of\\ mine/")
 
 

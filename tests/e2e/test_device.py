@@ -212,8 +212,9 @@ class Verbs(DeviceTest):
         device.end_input()
         device = self.device()
         self.do(device, "event a d")
-        self.assertGreater(device.stored_events()[3]["activityCreatedAt"], device.stored_events()[0]["activityCreatedAt"])
-        self.assertLess(device.stored_events()[3]["activityCreatedAt"], device.stored_events()[1]["activityCreatedAt"])
+        times = [event["activityCreatedAt"] for event in device.stored_events()]
+        self.assertGreater(times[3], times[0])
+        self.assertLess(times[3], times[1])
 
     def test_settle_waits_for_the_answer(self):
         device = self.attributed()
@@ -306,8 +307,8 @@ class Verbs(DeviceTest):
                          (told["accounts"], told["given_up"], told["sound"]))
 
     def explained_by_inspect(self, event_id):
-        done = subprocess.run([stage.program(BUILD, "morvik-device"), "inspect", self.store_folder, "--json", "--explain",
-                               event_id], capture_output=True, text=True, timeout=stage.PATIENCE_SECONDS, check=False)
+        command = [stage.program(BUILD, "morvik-device"), "inspect", self.store_folder, "--json", "--explain", event_id]
+        done = subprocess.run(command, capture_output=True, text=True, timeout=stage.PATIENCE_SECONDS, check=False)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         return json.loads(done.stdout)
 
@@ -539,9 +540,10 @@ class Input(DeviceTest):
         self.assertEqual((status, output), (2, []))
         self.assertEqual(errors, [f'morvik-device: {script}, line 3: "evnt" is not a verb; use one of: active, '
                                   "background, event, impression, open-url, store-url, facebook-url, "
-                                  "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, is-forgotten, offline, "
-                                  "online, set, push, flush, wait-delivered, sending, wait, clock, settle, store, status, ledger, "
-                                  "explain, crash, crash-signal, kill, erase, quit"])
+                                  "third-party-conversion, age, gender, user-id, clear-user-id, forget-me, "
+                                  "is-forgotten, offline, online, set, push, flush, wait-delivered, sending, wait, "
+                                  "clock, settle, store, status, ledger, explain, crash, crash-signal, kill, "
+                                  "erase, quit"])
         self.assertFalse(os.path.exists(self.store_folder))
 
     def test_a_bad_line_on_standard_input_touches_nothing(self):
@@ -576,7 +578,8 @@ class Input(DeviceTest):
         finally:
             os.close(write_end)
         self.assertEqual(done.returncode, 1)
-        self.assertEqual(done.stderr.decode(), "morvik-device: standard output cannot be written; keep its reader open\n")
+        self.assertEqual(done.stderr.decode(),
+                         "morvik-device: standard output cannot be written; keep its reader open\n")
 
     def test_an_event_that_was_answered_outlives_a_kill_right_after_it(self):
         for count in range(1, 6):
@@ -710,7 +713,8 @@ class Options(DeviceTest):
 
     def test_iad_dates_are_sent(self):
         payloads = self.iad_payloads("lookup:2024-05-01T12:00:00Z,2024-05-01T15:00:00+01:00")
-        self.assertEqual(payloads[0]["iAd"], {"appPurchaseDate": "20240501210000", "iAdImpressionDate": "20240501230000"})
+        self.assertEqual(payloads[0]["iAd"],
+                         {"appPurchaseDate": "20240501210000", "iAdImpressionDate": "20240501230000"})
 
     def test_iad_without_impression_sends_nothing(self):
         self.assertEqual(self.iad_payloads("lookup:2024-05-01T12:00:00Z,none"), [])

@@ -86,8 +86,8 @@ class Exit(unittest.TestCase):
             # New installs now and then; the others have something to send.
             self.store = os.path.join(self.folder, f"app-{number // LIVES_OF_AN_INSTALL}")
             self.live_and_end(*kinds[number % len(kinds)], number)
-        print(f"{RUNS} processes ended in {min(RUNS, len(kinds))} ways: {self.answered} events answered for, all there; "
-              f"the longest life took {self.longest:.2f} s", flush=True)
+        print(f"{RUNS} processes ended in {min(RUNS, len(kinds))} ways: {self.answered} events answered for, "
+              f"all there; the longest life took {self.longest:.2f} s", flush=True)
 
     def test_a_thread_that_waits_or_stops_during_the_end_neither_hangs_nor_crashes(self):
         kinds = [(way, place, meanwhile) for meanwhile in MEANWHILE for way, place in WAYS_MEANWHILE]
@@ -95,8 +95,8 @@ class Exit(unittest.TestCase):
             self.store = os.path.join(self.folder, f"app-{number // LIVES_OF_AN_INSTALL}")
             way, place, meanwhile = kinds[number % len(kinds)]
             self.live_and_end("local", way, place, number, meanwhile)
-        print(f"{RUNS_MEANWHILE} processes ended while threads that wait or stop: {self.answered} events answered for, all "
-              f"there; the longest life took {self.longest:.2f} s", flush=True)
+        print(f"{RUNS_MEANWHILE} processes ended while threads that wait or stop: {self.answered} events answered for, "
+              f"all there; the longest life took {self.longest:.2f} s", flush=True)
 
 
 if __name__ == "__main__":

@@ -132,7 +132,8 @@ class ForgetKill(unittest.TestCase):
         self.assertLessEqual(len(requests), 1, f"the kit does not repeat a request: {life}")
         answered_well = [request for request in requests if self.accepts(request["behaviour"])]
         if requests and life.state != (life.wish, False):
-            self.assertIn(life.state, (ACCEPTED, CUT_OFF_IN_BETWEEN), f"the service has a wish that the device forgot: {life}")
+            self.assertIn(life.state, (ACCEPTED, CUT_OFF_IN_BETWEEN),
+                          f"the service has a wish that the device forgot: {life}")
             self.assertTrue(answered_well, f"the device counts a failure as an answer: {life}")
         return requests
 

@@ -142,7 +142,8 @@ class Program(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr), (0, ""), done.stdout)
         self.assertIn("seed 7", done.stdout.splitlines()[0])
         self.assertRegex(done.stdout.splitlines()[-1],
-                         r"^The account balances: \d+ recorded = \d+ delivered \+ 2 still stored \+ 2 left out by rule\.$")
+                         r"^The account balances: \d+ recorded = \d+ delivered \+ 2 still stored "
+                         r"\+ 2 left out by rule\.$")
         self.assertNotIn("\x1b", done.stdout)
         told = re.findall(r"the first event is seen, (\d+\.\d) s after the start", done.stdout)
         self.assertEqual(len(told), 1)

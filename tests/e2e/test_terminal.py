@@ -20,9 +20,9 @@ class OnATerminal(unittest.TestCase):
     def setUp(self):
         made = tempfile.TemporaryDirectory()
         self.addCleanup(made.cleanup)
-        self.command = [stage.program(os.environ["MORVIK_BUILD_DIR"], "morvik-device"), "--store", os.path.join(made.name, "store"), "--service",
-                        "https://127.0.0.1:1/", "--app-key", "app", "--hash-key", "hash", "--tracking-key", "",
-                        "--search-ads", "absent"]
+        self.command = [stage.program(os.environ["MORVIK_BUILD_DIR"], "morvik-device"),
+                        "--store", os.path.join(made.name, "store"), "--service", "https://127.0.0.1:1/",
+                        "--app-key", "app", "--hash-key", "hash", "--tracking-key", "", "--search-ads", "absent"]
         self.terminal, self.side_of_child = pty.openpty()
         self.addCleanup(os.close, self.terminal)
         # Input is not echoed, so that only the program's output is read.
@@ -57,7 +57,8 @@ class OnATerminal(unittest.TestCase):
         self.assertEqual(self.answer("event shop"),
                          "morvik-device: event: an argument is missing; write: event GROUP NAME [PARAM]\n")
         self.assertEqual(self.answer("event shop look"), '{"verb":"event","ok":true}\n')
-        self.assertEqual(self.answer("help event"), "  event GROUP NAME [PARAM]  records an activity; a PARAM that begins with "
+        self.assertEqual(self.answer("help event"),
+                         "  event GROUP NAME [PARAM]  records an activity; a PARAM that begins with "
                          "'{' takes the rest of the line\n")
         self.assertIn("\n  settle [SECONDS] ", self.answer("help"))
         os.write(self.terminal, b"\x04")

@@ -48,7 +48,8 @@ def calls_of_the_system(archive):
 
 def foreign_libraries(library):
     """The needed libraries that are not the standard library's."""
-    text = subprocess.run(["readelf", "--dynamic", "--wide", library], capture_output=True, text=True, check=True).stdout
+    command = ["readelf", "--dynamic", "--wide", library]
+    text = subprocess.run(command, capture_output=True, text=True, check=True).stdout
     needed = re.findall(r"\(NEEDED\)\s+Shared library: \[([^\]]+)\]", text)
     assert needed, "readelf shows no needed library at all, so this check reads it wrongly:\n" + text
     return [name for name in needed if not ALLOWED.match(name)]

@@ -1,4 +1,4 @@
-"""tools/figures, and ./test in a copy of the tree whose tools and ctest are ours: what the proofs counted is printed."""
+"""tools/figures and ./test print what the proofs counted; ./test runs in a copy of the tree, with a ctest of ours."""
 
 import os
 import shutil
@@ -108,7 +108,11 @@ class Figures(unittest.TestCase):
     def test_the_tool_says_what_is_wrong(self):
         log = self.path_of_log()
         for arguments, status, message in (
-            (["--all"], 2, "tools/figures: '--all' is not an option of this command; tools/figures --help lists them.\n"),
+            (
+                ["--all"],
+                2,
+                "tools/figures: '--all' is not an option of this command; tools/figures --help lists them.\n",
+            ),
             (["a", "b"], 2, "tools/figures: one log at a time; 'b' is one too many.\n"),
             ([], 1, f"tools/figures: {log} cannot be read; run the tests first, or name the log of another run.\n"),
         ):

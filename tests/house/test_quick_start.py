@@ -45,8 +45,8 @@ class TheQuickStart(unittest.TestCase):
 
     def sh(self, commands, **more):
         """Runs a block in the clone, ends at the first that fails; what it writes."""
-        done = subprocess.run(["bash", "-e", "-c", commands], cwd=self.clone, capture_output=True, text=True, check=False,
-                              timeout=PATIENCE_SECONDS, env={**os.environ, "CXX": tree.COMPILER},
+        done = subprocess.run(["bash", "-e", "-c", commands], cwd=self.clone, capture_output=True, text=True,
+                              check=False, timeout=PATIENCE_SECONDS, env={**os.environ, "CXX": tree.COMPILER},
                               **(more or {"stdin": subprocess.DEVNULL}))
         self.assertEqual(done.returncode, 0, f"{commands}\n{done.stdout}{done.stderr}")
         return done.stdout

@@ -13,6 +13,9 @@ CODE = ("kit", "services", "MorvikCoreLib", "runtime", "host", "include", "testi
 # The core: what is linked into every app.
 CORE = ("kit", "services", "MorvikCoreLib")
 
+# As .clang-format says for C++.
+MOST_COLUMNS = 120
+
 # A comment, a raw string, a string or a character, in this order; a quote after a digit separates digits.
 _TOKEN = re.compile(
     r"""(?P<comment>//[^\n]*|/\*.*?\*/)

@@ -38,7 +38,8 @@ export class Behaviours {
     this.waiting = [];
     this.endpoint = byId("behaviour-endpoint");
     this.endpoint.addEventListener("change", () => this.#showSwitches());
-    byId("clear").addEventListener("click", () => guarded(async () => this.show((await api.clearBehaviours()).behaviours)));
+    const clear = () => guarded(async () => this.show((await api.clearBehaviours()).behaviours));
+    byId("clear").addEventListener("click", clear);
   }
 
   offer({ endpoints, kinds }) {
@@ -51,7 +52,9 @@ export class Behaviours {
   show(waiting) {
     this.waiting = waiting;
     byId("waiting").replaceChildren(...waiting.map((each) => this.#waitingRow(each)));
-    byId("waiting-found").textContent = waiting.length === 0 ? "Every answer arrives as it should" : plural(waiting.length, "entry").replace("entrys", "entries");
+    byId("waiting-found").textContent = waiting.length === 0
+      ? "Every answer arrives as it should"
+      : plural(waiting.length, "entry").replace("entrys", "entries");
     byId("clear").hidden = waiting.length === 0;
     this.#showSwitches();
   }
@@ -60,7 +63,15 @@ export class Behaviours {
     const text = kTexts[kind] ?? { name: kind, why: "" };
     const input = member && kOwn[member] ? kOwn[member]() : null;
     input?.setAttribute("aria-label", `${text.name}: ${member}`);
-    const button = el("button", { type: "button", class: "switch", role: "switch", "aria-checked": "false", "aria-label": text.name, "data-kind": kind, onclick: () => this.#turn(kind, member, input, button) });
+    const button = el("button", {
+      type: "button",
+      class: "switch",
+      role: "switch",
+      "aria-checked": "false",
+      "aria-label": text.name,
+      "data-kind": kind,
+      onclick: () => this.#turn(kind, member, input, button),
+    });
     return el("li", {}, button,
       el("div", {}, el("div", { class: "name" }, text.name), el("div", { class: "why" }, text.why)),
       el("div", { class: "own" }, input));
@@ -82,15 +93,22 @@ export class Behaviours {
   #waitingRow(each) {
     const name = (kTexts[each.kind]?.name ?? each.kind).toLowerCase();
     const more = each.status ?? (each.milliseconds === undefined ? "" : `${each.milliseconds} ms`);
-    const remove = () => guarded(async () => this.show((await api.removeBehaviour(each.endpoint, each.kind)).behaviours));
+    const remove = () =>
+      guarded(async () => this.show((await api.removeBehaviour(each.endpoint, each.kind)).behaviours));
     return el("li", {}, el("span", { class: "what" }, el("strong", {}, each.endpoint), ` ${name} ${more}`),
       el("span", { class: "left" }, `${plural(each.count, "answer")} left`),
-      el("button", { type: "button", class: "action", "aria-label": `Remove ${name} of ${each.endpoint}`, onclick: remove }, "Remove"));
+      el("button", {
+        type: "button",
+        class: "action",
+        "aria-label": `Remove ${name} of ${each.endpoint}`,
+        onclick: remove,
+      }, "Remove"));
   }
 
   #showSwitches() {
     for (const button of document.querySelectorAll("[role=switch]")) {
-      const isOn = this.waiting.some((each) => each.endpoint === this.endpoint.value && each.kind === button.dataset.kind);
+      const isOn = this.waiting.some((each) =>
+        each.endpoint === this.endpoint.value && each.kind === button.dataset.kind);
       button.setAttribute("aria-checked", String(isOn));
     }
   }

@@ -44,12 +44,14 @@ function facts(request, showInstall) {
     fact("Arrived", moment(request.time)),
     fact("Counted", counted(request)),
     request.behaviour && fact("Misbehaved", `on request: ${request.behaviour.kind}`),
-    install && fact("Install", el("button", { type: "button", class: "link", onclick: () => showInstall(install) }, install)));
+    install && fact("Install",
+      el("button", { type: "button", class: "link", onclick: () => showInstall(install) }, install)));
 }
 
 function payloadPart(request) {
   if (request.payload_start !== undefined)
-    return part("Decoded payload", true, note(`${bytes(request.payload_bytes)}; the beginning:`), el("pre", { tabindex: 0, "aria-label": "Decoded payload" }, request.payload_start));
+    return part("Decoded payload", true, note(`${bytes(request.payload_bytes)}; the beginning:`),
+      el("pre", { tabindex: 0, "aria-label": "Decoded payload" }, request.payload_start));
   if (request.payload === null) return part("Decoded payload", true, note("There is none, or it could not be opened."));
   return part("Decoded payload", true, jsonView(request.payload, "Decoded payload"));
 }
@@ -57,7 +59,8 @@ function payloadPart(request) {
 function answerPart(request) {
   const { answer } = request;
   if (!answer.sent) return part("Answer", true, note("The connection was closed without an answer."));
-  const shown = answer.body.length < answer.body_bytes ? `${bytes(answer.body_bytes)}; the beginning:` : bytes(answer.body_bytes);
+  const isCut = answer.body.length < answer.body_bytes;
+  const shown = isCut ? `${bytes(answer.body_bytes)}; the beginning:` : bytes(answer.body_bytes);
   return part("Answer", true, note(`Status ${answer.status}, ${shown}`), textView(answer.body, "Answer"));
 }
 
@@ -68,7 +71,9 @@ function headersPart(request) {
 
 function bodyPart(request) {
   if (request.body_bytes === 0) return part("Raw body", false, note("Empty."));
-  const view = request.body === undefined ? bytesView(request.body_base64url, "Raw body") : el("pre", { tabindex: 0, "aria-label": "Raw body" }, request.body);
+  const view = request.body === undefined
+    ? bytesView(request.body_base64url, "Raw body")
+    : el("pre", { tabindex: 0, "aria-label": "Raw body" }, request.body);
   return part("Raw body", false, note(bytes(request.body_bytes)), view);
 }
 

@@ -14,7 +14,9 @@ const kMostMoments = 200;
 function installRow(install) {
   return el("li", { class: "row install" },
     el("span", { class: "name", title: install.install }, install.install),
-    el("span", { class: "count" }, install.sound === false ? el("span", { class: "tag bad" }, "not sound") : plural(install.requests, "request")),
+    el("span", { class: "count" }, install.sound === false
+      ? el("span", { class: "tag bad" }, "not sound")
+      : plural(install.requests, "request")),
     el("span", { class: "time" }, moment(install.last_time)));
 }
 
@@ -27,13 +29,24 @@ function withLedgers(installs, ledgers) {
 }
 
 function moments(timeline) {
-  const sessions = timeline.sessions.map((each) => ({ time: each.start, kind: "session", text: each.end === null ? "no end told yet" : duration(each.end - each.start) }));
-  const activities = timeline.activities.map((each) => ({ time: each.time, kind: "activity", text: [`${each.group}/${each.activity}`, each.param].filter(Boolean).join("  "), request: each.request, event: each.event_id }));
+  const sessions = timeline.sessions.map((each) => ({
+    time: each.start,
+    kind: "session",
+    text: each.end === null ? "no end told yet" : duration(each.end - each.start),
+  }));
+  const activities = timeline.activities.map((each) => ({
+    time: each.time,
+    kind: "activity",
+    text: [`${each.group}/${each.activity}`, each.param].filter(Boolean).join("  "),
+    request: each.request,
+    event: each.event_id,
+  }));
   return [...sessions, ...activities, ...timeline.marks].sort((a, b) => b.time - a.time);
 }
 
 function legend() {
-  const entry = (shape, text) => el("span", {}, svg("svg", { viewBox: "0 0 12 12", "aria-hidden": "true" }, shape), text);
+  const entry = (shape, text) =>
+    el("span", {}, svg("svg", { viewBox: "0 0 12 12", "aria-hidden": "true" }, shape), text);
   return el("div", { class: "legend chart" },
     entry(svg("rect", { class: "session", x: 0, y: 3, width: 12, height: 6, rx: 2 }), "session"),
     entry(svg("circle", { class: "activity", cx: 6, cy: 6, r: 4 }), "activity"),
@@ -70,7 +83,8 @@ export class Devices {
       const [{ installs: sending, complete }, { ledgers }] = await Promise.all([api.installs(), api.ledgers()]);
       const installs = withLedgers(sending, ledgers);
       byId("installs").replaceChildren(...installs.map((each) => this.box.entry(each.install, installRow(each))));
-      byId("installs-found").textContent = plural(installs.length, "install") + (complete ? "" : ", older ones are not shown");
+      byId("installs-found").textContent =
+        plural(installs.length, "install") + (complete ? "" : ", older ones are not shown");
       if (this.install !== null) await this.#load();
     });
   }
@@ -107,20 +121,31 @@ export class Devices {
   #draw() {
     if (!this.timeline || this.split.hidden) return;
     const all = moments(this.timeline);
-    const scaleButton = el("button", { type: "button", class: "action", "aria-pressed": String(this.isToScale), onclick: () => this.#switchScale() }, this.isToScale ? "Shorten silences" : "Draw to scale");
+    const scaleButton = el("button", {
+      type: "button",
+      class: "action",
+      "aria-pressed": String(this.isToScale),
+      onclick: () => this.#switchScale(),
+    }, this.isToScale ? "Shorten silences" : "Draw to scale");
     const isFirst = this.element.querySelector(".chart") === null;
     this.element.replaceChildren(
-      el("div", { class: "head" }, el("button", { type: "button", class: "action back", onclick: () => this.close() }, "Back"), el("h2", {}, this.install), all.length > 0 && scaleButton));
+      el("div", { class: "head" },
+        el("button", { type: "button", class: "action back", onclick: () => this.close() }, "Back"),
+        el("h2", {}, this.install), all.length > 0 && scaleButton));
     if (isFirst) this.split.classList.add("open");
     if (all.length === 0) {
-      this.element.append(ledgerPart(this.ledger), el("p", { class: "empty" }, "Nothing of this install can be drawn yet."));
+      this.element.append(ledgerPart(this.ledger),
+        el("p", { class: "empty" }, "Nothing of this install can be drawn yet."));
       return;
     }
     const chart = el("div", { class: "chart" });
     this.element.append(chart, legend());
     chart.append(drawTimeline(this.timeline, Math.max(320, chart.clientWidth - 32), this.isToScale));
     const left = all.length - kMostMoments;
-    const notes = [!this.timeline.complete && "Older requests are not looked at.", left > 0 && `The table leaves out ${plural(left, "older moment")}.`].filter(Boolean);
+    const notes = [
+      !this.timeline.complete && "Older requests are not looked at.",
+      left > 0 && `The table leaves out ${plural(left, "older moment")}.`,
+    ].filter(Boolean);
     if (notes.length > 0) this.element.append(el("p", { class: "legend" }, notes.join(" ")));
     this.element.append(ledgerPart(this.ledger), this.#table(all.slice(0, kMostMoments)));
   }
@@ -132,9 +157,15 @@ export class Devices {
   }
 
   #table(all) {
-    return el("table", { class: "moments", "aria-label": "What happened, newest first" }, el("tbody", {}, all.map((each) =>
-      el("tr", {}, el("td", {}, moment(each.time)), el("td", {}, each.kind), el("td", {}, each.text),
-        el("td", {}, each.request && el("button", { type: "button", class: "link", "aria-label": `Open request ${each.request}`, onclick: () => this.showRequest(each.request) }, String(each.request)),
-          each.event && [" ", el("button", { type: "button", class: "link", "aria-label": `What became of event ${each.event}`, onclick: () => this.showEvent(each.event) }, "event")])))));
+    const link = (label, onclick, text) =>
+      el("button", { type: "button", class: "link", "aria-label": label, onclick }, text);
+    const links = (each) => [
+      each.request && link(`Open request ${each.request}`, () => this.showRequest(each.request), String(each.request)),
+      each.event && [" ", link(`What became of event ${each.event}`, () => this.showEvent(each.event), "event")],
+    ];
+    return el("table", { class: "moments", "aria-label": "What happened, newest first" },
+      el("tbody", {}, all.map((each) =>
+        el("tr", {}, el("td", {}, moment(each.time)), el("td", {}, each.kind), el("td", {}, each.text),
+          el("td", {}, ...links(each))))));
   }
 }

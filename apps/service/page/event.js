@@ -15,11 +15,14 @@ function summary(event) {
   if (!event.known) return event.requests.length > 0 ? "Arrived, but never counted." : "This event has not arrived.";
   const first = event.requests.find((each) => each.arrival === "first");
   const delivered = first ? `Delivered with request ${first.id}` : "Delivered with a request that has been deleted";
-  return delivered + (event.arrivals > 1 ? `, and counted as a duplicate ${event.arrivals === 2 ? "once" : `${count(event.arrivals - 1)} times`}.` : ".");
+  if (event.arrivals <= 1) return `${delivered}.`;
+  const times = event.arrivals === 2 ? "once" : `${count(event.arrivals - 1)} times`;
+  return `${delivered}, and counted as a duplicate ${times}.`;
 }
 
 function notes(event) {
-  const left = event.arrivals - event.requests.filter((each) => each.arrival !== "not counted").reduce((sum, each) => sum + each.times, 0);
+  const counted = event.requests.filter((each) => each.arrival !== "not counted");
+  const left = event.arrivals - counted.reduce((sum, each) => sum + each.times, 0);
   return [
     left > 0 && `${plural(left, "arrival")} came with requests that have been deleted.`,
     !event.complete && `Requests that were not counted are looked at from number ${event.searched_from} on.`,
@@ -37,8 +40,10 @@ export class EventView {
       const mine = this.detail.ask();
       const event = await api.event(id);
       if (!this.detail.isLatest(mine)) return;
-      this.detail.show([this.#head(event), el("p", { class: "fate" }, summary(event)), this.#table(event), ...notes(event),
-        event.event && jsonView(event.event, "The event as it arrived")]);
+      this.detail.show([
+        this.#head(event), el("p", { class: "fate" }, summary(event)), this.#table(event), ...notes(event),
+        event.event && jsonView(event.event, "The event as it arrived"),
+      ]);
     });
   }
 
@@ -50,11 +55,19 @@ export class EventView {
 
   #table(event) {
     if (event.requests.length === 0) return null;
-    return el("table", { class: "moments", "aria-label": "Requests with this event, oldest first" }, el("tbody", {}, event.requests.map((each) =>
-      el("tr", {},
-        el("td", {}, moment(each.time)),
-        el("td", {}, arrivalTag(each)),
-        el("td", {}, statusTag(each), " ", each.refused ?? (each.behaviour === null ? "" : `misbehaved on request: ${each.behaviour}`)),
-        el("td", {}, el("button", { type: "button", class: "link", "aria-label": `Open request ${each.id}`, onclick: () => this.detail.open(each.id) }, String(each.id)))))));
+    const behaviour = (each) => each.behaviour === null ? "" : `misbehaved on request: ${each.behaviour}`;
+    const link = (id) => el("button", {
+      type: "button",
+      class: "link",
+      "aria-label": `Open request ${id}`,
+      onclick: () => this.detail.open(id),
+    }, String(id));
+    return el("table", { class: "moments", "aria-label": "Requests with this event, oldest first" },
+      el("tbody", {}, event.requests.map((each) =>
+        el("tr", {},
+          el("td", {}, moment(each.time)),
+          el("td", {}, arrivalTag(each)),
+          el("td", {}, statusTag(each), " ", each.refused ?? behaviour(each)),
+          el("td", {}, link(each.id))))));
   }
 }

@@ -15,7 +15,8 @@ class WrittenNumber {
 function openedParameter(name, text) {
   if (name !== kParameter || typeof text !== "string" || !text.startsWith("{")) return undefined;
   try {
-    return JSON.parse(text, (_, value, context) => typeof value === "number" && context?.source ? new WrittenNumber(context.source) : value);
+    return JSON.parse(text, (_, value, context) =>
+      typeof value === "number" && context?.source ? new WrittenNumber(context.source) : value);
   } catch {
     return undefined;
   }
@@ -45,7 +46,8 @@ function write(value, indent, out) {
     out.push(deeper);
     if (!isList) out.push(el("span", { class: "j-key" }, JSON.stringify(name)), ": ");
     const parameter = isList ? undefined : openedParameter(name, member);
-    if (parameter !== undefined) out.push(el("span", { class: "j-note", title: "Sent as text; opened here" }, "text of "));
+    if (parameter !== undefined)
+      out.push(el("span", { class: "j-note", title: "Sent as text; opened here" }, "text of "));
     write(parameter ?? member, deeper, out);
     out.push(index + 1 < entries.length ? ",\n" : "\n");
   });

@@ -18,10 +18,14 @@ export function statusTag(summary) {
 function tags(summary) {
   const duplicates = summary.events_again;
   return [
-    summary.behaviour && el("span", { class: "tag warn", title: `asked to misbehave: ${summary.behaviour}` }, "spoiled"),
+    summary.behaviour &&
+      el("span", { class: "tag warn", title: `asked to misbehave: ${summary.behaviour}` }, "spoiled"),
     summary.refused && el("span", { class: "tag bad" }, "refused"),
-    duplicates > 0 && el("span", { class: "tag", title: plural(duplicates, "event") + " seen before" }, `${count(duplicates)} dup`),
-    summary.events_new > 0 && el("span", { class: "tag accent", title: plural(summary.events_new, "new event") }, `+${count(summary.events_new)}`),
+    duplicates > 0 &&
+      el("span", { class: "tag", title: plural(duplicates, "event") + " seen before" }, `${count(duplicates)} dup`),
+    summary.events_new > 0 &&
+      el("span", { class: "tag accent", title: plural(summary.events_new, "new event") },
+        `+${count(summary.events_new)}`),
     statusTag(summary),
   ];
 }
@@ -30,7 +34,8 @@ function row(summary) {
   return el("li", { class: "row" },
     el("span", { class: "id" }, String(summary.id)),
     el("span", { class: "time", title: summary.time }, timeOfDay(summary.time)),
-    el("span", { class: "endpoint", title: summary.endpoint || summary.path }, summary.endpoint || `${summary.method} ${summary.path}`),
+    el("span", { class: "endpoint", title: summary.endpoint || summary.path },
+      summary.endpoint || `${summary.method} ${summary.path}`),
     el("span", { class: "about" }, summary.refused || summary.about),
     el("span", { class: "tags" }, tags(summary)));
 }

@@ -56,7 +56,14 @@ export class Listbox {
   #onKey(event) {
     const all = this.entries();
     const at = all.indexOf(this.#entry(this.activeKey));
-    const targets = { ArrowDown: at + 1, ArrowUp: Math.max(at - 1, 0), Home: 0, End: all.length - 1, PageDown: Math.min(at + 10, all.length - 1), PageUp: Math.max(at - 10, 0) };
+    const targets = {
+      ArrowDown: at + 1,
+      ArrowUp: Math.max(at - 1, 0),
+      Home: 0,
+      End: all.length - 1,
+      PageDown: Math.min(at + 10, all.length - 1),
+      PageUp: Math.max(at - 10, 0),
+    };
     if (event.key in targets) {
       event.preventDefault();
       this.#activate(all[targets[event.key]]);

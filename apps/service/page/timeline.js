@@ -10,11 +10,18 @@ const kMostLanes = 8;
 const kLeastBar = 3;
 
 export function markClass(kind) {
-  return { crash: "mark crash", erasure: "mark erasure", "deep link": "mark link", "commerce click": "mark link" }[kind] ?? "mark";
+  const classes = {
+    crash: "mark crash",
+    erasure: "mark erasure",
+    "deep link": "mark link",
+    "commerce click": "mark link",
+  };
+  return classes[kind] ?? "mark";
 }
 
 export function diamond(x, y, size, kind) {
-  return svg("path", { class: markClass(kind), d: `M${x} ${y - size}L${x + size} ${y}L${x} ${y + size}L${x - size} ${y}Z` });
+  const outline = `M${x} ${y - size}L${x + size} ${y}L${x} ${y + size}L${x - size} ${y}Z`;
+  return svg("path", { class: markClass(kind), d: outline });
 }
 
 function title(element, text) {
@@ -42,7 +49,11 @@ export function drawTimeline(timeline, fullWidth, isToScale) {
   const height = laneY(2 + lanes.length) + 28;
   const bottom = height - 34;
 
-  const picture = svg("svg", { viewBox: `0 0 ${fullWidth} ${height}`, role: "img", "aria-label": "Timeline; the table below tells the same" });
+  const picture = svg("svg", {
+    viewBox: `0 0 ${fullWidth} ${height}`,
+    role: "img",
+    "aria-label": "Timeline; the table below tells the same",
+  });
   const label = (text, y) => picture.append(title(svg("text", { x: 0, y: y + 4 }, shorten(text)), text));
   const tickCount = fullWidth > 700 ? 6 : 3;
   scale.ticks(tickCount).forEach(({ place, time }, index, all) => {
@@ -53,18 +64,31 @@ export function drawTimeline(timeline, fullWidth, isToScale) {
   });
 
   label("events of life", laneY(0));
-  for (const mark of timeline.marks) picture.append(title(diamond(x(mark.time), laneY(0), 6, mark.kind), `${moment(mark.time)} ${mark.kind} ${mark.text}`));
+  for (const mark of timeline.marks) {
+    const shape = diamond(x(mark.time), laneY(0), 6, mark.kind);
+    picture.append(title(shape, `${moment(mark.time)} ${mark.kind} ${mark.text}`));
+  }
   label("sessions", laneY(1));
   for (const session of timeline.sessions) {
     const end = session.end ?? session.start;
     const told = session.end === null ? "no end told yet" : duration(end - session.start);
-    picture.append(title(svg("rect", { class: session.end === null ? "session open" : "session", x: x(session.start), y: laneY(1) - 6, height: 12, rx: 2, width: Math.max(kLeastBar, x(end) - x(session.start)) }), `${moment(session.start)}, ${told}`));
+    const bar = svg("rect", {
+      class: session.end === null ? "session open" : "session",
+      x: x(session.start),
+      y: laneY(1) - 6,
+      height: 12,
+      rx: 2,
+      width: Math.max(kLeastBar, x(end) - x(session.start)),
+    });
+    picture.append(title(bar, `${moment(session.start)}, ${told}`));
   }
   lanes.forEach((group, index) => label(group || "(no group)", laneY(2 + index)));
   for (const activity of timeline.activities) {
     const lane = lanes.indexOf(activity.group);
     const y = laneY(2 + (lane < 0 ? lanes.length - 1 : lane));
-    picture.append(title(svg("circle", { class: "activity", cx: x(activity.time), cy: y, r: 4 }), `${moment(activity.time)} ${activity.group}/${activity.activity} ${activity.param}`));
+    const point = svg("circle", { class: "activity", cx: x(activity.time), cy: y, r: 4 });
+    const text = `${moment(activity.time)} ${activity.group}/${activity.activity} ${activity.param}`;
+    picture.append(title(point, text));
   }
   return picture;
 }
