@@ -30,6 +30,7 @@ constexpr const char* kReason = "reason";
 constexpr std::array<std::string_view, 6> kOutcomes = {"accepted", "not accepted", "failed",
                                                        "not sent", "abandoned",    "answer unknown"};
 constexpr std::string_view kAccepted = kOutcomes[0];
+constexpr std::string_view kRefused = kOutcomes[1];
 constexpr const char* kNotAnswered = "under way";
 
 constexpr size_t kMarkBytes = 8;
@@ -123,6 +124,8 @@ Explanation::Exchange exchangeOf(const kit::Value& begin, const kit::Value& end)
   exchange.outcome = end.isAbsent() ? kNotAnswered : std::string(end[kOutcome].string());
   exchange.http_status = static_cast<int>(end[kStatus].integer());
   exchange.error = end[kError].string();
+  if (exchange.outcome == kRefused && exchange.error.empty())
+    exchange.error = "the answer does not accept it";
   return exchange;
 }
 
@@ -162,6 +165,13 @@ std::string pendingText(const Explanation& explanation) {
   return explanation.exchanges.empty() ? "waiting in the store" : "waiting in the store to be sent again";
 }
 
+/// Nobody read an answer to a request that may have left.
+bool mayHaveArrived(const Explanation& explanation) {
+  return std::any_of(explanation.exchanges.begin(), explanation.exchanges.end(), [](const auto& exchange) {
+    return exchange.outcome == "answer unknown" || exchange.outcome == "abandoned";
+  });
+}
+
 std::string stateText(const Explanation& explanation) {
   switch (explanation.state) {
     case Explanation::State::kPending:
@@ -169,7 +179,7 @@ std::string stateText(const Explanation& explanation) {
     case Explanation::State::kDelivered:
       return "delivered";
     case Explanation::State::kGivenUp:
-      return "given up: " + explanation.reason;
+      return "given up: " + explanation.reason + (mayHaveArrived(explanation) ? "; the service may have it" : "");
     default:
       return isUnderWay(explanation) ? "no longer in the store; the answer decides"
                                      : "no longer in the store; whether the service has it is not known";
@@ -228,11 +238,13 @@ bool isDateOrAbsent(const kit::Value& value) {
 }
 
 bool isBegin(const kit::Value& element) {
-  return element[kBegun].isDate() && hasNumber(element) && hasMarks(element);
+  return element[kBegun].isDate() && hasNumber(element) && hasMarks(element) && element[kOutcome].isAbsent() &&
+         element[kReason].isAbsent();
 }
 
 bool isGivenUp(const kit::Value& element) {
-  return element[kReason].isString() && element[kEnded].isDate() && hasMarks(element);
+  return element[kReason].isString() && element[kEnded].isDate() && hasMarks(element) && element[kNumber].isAbsent() &&
+         element[kOutcome].isAbsent();
 }
 
 bool isEnd(const kit::Value& element) {

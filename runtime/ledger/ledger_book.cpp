@@ -153,7 +153,7 @@ void LedgerBook::set(std::string_view key, kit::Value value, LedgerWriter writer
   }
 }
 
-/// In the commit of the wish: no trace of what was sent outlives it.
+/// In the commit of the wish: explain() knows nothing more of what was sent before it.
 void LedgerBook::forgetTrailBy(std::string_view key) noexcept {
   if (key != services::property::MorvikCoreUserInfo_isGDPRForgetMe)
     return;

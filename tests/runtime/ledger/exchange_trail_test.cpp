@@ -99,7 +99,7 @@ TEST_F(Trail, SaysThatAnEventIsStoredUntilItsRequestIsAnswered) {
   add(trailEnd({.number = 1, .outcome = TrailOutcome::kNotAccepted, .left = after(2), .status_code = 200}));
   EXPECT_EQ(explained(stored).sentence,
             "recorded 2024-05-01T12:00:00Z; carried by a request of 2024-05-01T12:00:02Z to v1/tracking (not accepted, "
-            "status 200); waiting in the store to be sent again");
+            "status 200: the answer does not accept it); waiting in the store to be sent again");
 }
 
 TEST_F(Trail, LetsTheAnswerDecideAboutAnEventThatLeftTheStoreWhileItWasCarried) {
@@ -110,6 +110,14 @@ TEST_F(Trail, LetsTheAnswerDecideAboutAnEventThatLeftTheStoreWhileItWasCarried) 
   add(trailEnd({.number = 1, .outcome = TrailOutcome::kFailed}));
   EXPECT_EQ(explained().state, State::kGivenUp);
   EXPECT_NE(explained().reason, "");
+}
+
+TEST_F(Trail, SaysOfAnEventThatWasGivenUpThatTheServiceMayHaveItAfterAnAnswerThatNobodyRead) {
+  add(trailBegin(1, after(2), Array{kId}));
+  add(trailGivenUp(after(3), "placeTaken", Array{kId}));
+  add(trailEnd({.number = 1, .outcome = TrailOutcome::kUnknown}));
+  EXPECT_EQ(explained().state, State::kGivenUp);
+  EXPECT_TRUE(explained().sentence.ends_with("; the service may have it")) << explained().sentence;
 }
 
 TEST_F(Trail, CallsDeliveredWhatWasAcceptedWhateverElseHappened) {
@@ -210,6 +218,8 @@ TEST_F(Trail, LeavesOutWhatIsDamagedAndKnowsTheRest) {
       Dictionary{{"n", 1}, {"outcome", "failed"}, {"error", std::string(kMaxTrailErrorBytes + 1, 'e')}},
       trailEnd({.number = 77, .outcome = TrailOutcome::kAccepted}),
       Dictionary{{"reason", "tooLarge"}, {"ids", ids}},
+      Dictionary{{"n", INT64_MAX}, {"reason", "tooLarge"}, {"ended", after(3)}, {"ids", ids}},
+      Dictionary{{"n", 5}, {"begun", after(1)}, {"ids", ids}, {"outcome", "accepted"}},
   };
   add(trailBegin(1, after(2), Array{kId}));
   for (const Value& each : damaged)
