@@ -30,7 +30,7 @@ constexpr const char* kReason = "reason";
 constexpr std::array<std::string_view, 6> kOutcomes = {"accepted", "not accepted", "failed",
                                                        "not sent", "abandoned",    "answer unknown"};
 constexpr std::string_view kAccepted = kOutcomes[0];
-constexpr std::string_view kRefused = kOutcomes[1];
+constexpr std::string_view kRefusedByService = kOutcomes[1];
 constexpr const char* kNotAnswered = "under way";
 
 constexpr size_t kMarkBytes = 8;
@@ -124,7 +124,7 @@ Explanation::Exchange exchangeOf(const kit::Value& begin, const kit::Value& end)
   exchange.outcome = end.isAbsent() ? kNotAnswered : std::string(end[kOutcome].string());
   exchange.http_status = static_cast<int>(end[kStatus].integer());
   exchange.error = end[kError].string();
-  if (exchange.outcome == kRefused && exchange.error.empty())
+  if (exchange.outcome == kRefusedByService && exchange.error.empty())
     exchange.error = "the answer does not accept it";
   return exchange;
 }
