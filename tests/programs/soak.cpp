@@ -47,6 +47,11 @@ std::optional<Number> numberIn(std::string_view text) {
   return number;
 }
 
+// --lives is the old name of --runs.
+bool namesRuns(std::string_view name) {
+  return name == "--runs" || name == "--lives";
+}
+
 /// Returns an error message; empty if the option was accepted.
 std::string take(std::string_view name, const char* value, Options& options) {
   if (value == nullptr)
@@ -61,11 +66,11 @@ std::string take(std::string_view name, const char* value, Options& options) {
     options.minutes = *number;
   else if (name == "--days" && is_positive)
     options.days = *number;
-  else if (name == "--runs" && whole && is_positive)
+  else if (namesRuns(name) && whole && is_positive)
     options.runs = *whole;
   else if (name == "--workers" && whole && is_positive)
     options.workers = static_cast<unsigned>(*whole);
-  else if (name == "--seed" || name == "--minutes" || name == "--days" || name == "--runs" || name == "--workers")
+  else if (name == "--seed" || name == "--minutes" || name == "--days" || namesRuns(name) || name == "--workers")
     return std::string(name) + " needs a number" + (name == "--seed" ? "" : " above 0") + "; \"" + value + "\" is none";
   else
     return "there is no option " + std::string(name);
